@@ -1,0 +1,147 @@
+#include "app/checks.h"
+
+#include "app/score.h"
+#include "app/summary.h"
+#include "reg/kvd_reg.h"
+#include "sim/node/main_processor.h"
+
+#include <algorithm>
+#include <cstdarg>
+
+namespace app {
+namespace {
+
+std::string format(const char* text, ...) __attribute__((format(printf, 1, 2)));
+std::string format(const char* text, ...)
+{
+    char line[256];
+    va_list arguments;
+    va_start(arguments, text);
+    std::vsnprintf(line, sizeof line, text, arguments);
+    va_end(arguments);
+    return line;
+}
+
+struct Outcome { bool pass; std::string detail; };
+
+/// The last change at or before `t`; nullptr before the first.
+template <typename Change>
+const Change* at(const std::vector<Change>& changes, double t)
+{
+    const Change* last = nullptr;
+    for (const Change& c : changes)
+        if (c.t <= t) last = &c;
+    return last;
+}
+
+template <typename Change>
+Outcome isAt(const std::vector<Change>& changes, u8 Change::*value, double t, u8 wanted, const char* wantedName)
+{
+    const Change* const c = at(changes, t);
+    const std::string is = c != nullptr ? c->name : "nothing";
+    return {c != nullptr && c->*value == wanted,
+            format("%s at %s, wanted %s", is.c_str(), clockText(t).c_str(), wantedName)};
+}
+
+Outcome reaches(const UnitRecording& u, const sim::CheckSpec& c)
+{
+    for (const StateChange& change : u.states)
+        if (change.state == c.states[0] && change.t >= c.from_s && change.t <= c.to_s)
+            return {true, format("at %s", clockText(change.t).c_str())};
+    return {false, format("%s not entered between %s and %s", sim::clockStateName(c.states[0]),
+                          clockText(c.from_s).c_str(), clockText(c.to_s).c_str())};
+}
+
+Outcome sequence(const UnitRecording& u, const sim::CheckSpec& c)
+{
+    std::string was;
+    for (const StateChange& change : u.states) was += (was.empty() ? "" : ", ") + change.name;
+    const bool same = std::equal(u.states.begin(), u.states.end(), c.states.begin(), c.states.end(),
+                                 [](const StateChange& change, u8 state) { return change.state == state; });
+    return {same, was};
+}
+
+Outcome largestError(const UnitRecording& u, const sim::CheckSpec& c, bool time)
+{
+    double largest = 0.0;
+    double origin = 0.0;
+    bool any = false;
+    for (const Sample& s : u.samples) {
+        if (s.t < c.from_s || s.t > c.to_s) continue;
+        if (!any) origin = time ? s.timeError_ns : 0.0;
+        any = true;
+        largest = std::max(largest, std::abs((time ? s.timeError_ns : s.freqError_ppb) - origin));
+    }
+    const char* const unit = time ? "ns" : "ppb";
+    return {any && largest <= c.limit, format("%.4g %s from %s to %s, at most %g", largest, unit,
+                                              clockText(c.from_s).c_str(), clockText(c.to_s).c_str(), c.limit)};
+}
+
+Outcome underMask(const UnitRecording& u, const Recording& recording, const sim::CheckSpec& c)
+{
+    const Mask* const mask = maskByName(c.text);
+    if (mask == nullptr) return {false, "there is no mask '" + c.text + "'"};
+    const Scores scores = score(u, recording.interval_s);
+    if (scores.mtie_ns.empty()) return {false, "no locked stretch to score"};
+    const TauValue* const above = aboveMask(scores.mtie_ns, mask->mtie);
+    if (above == nullptr) return {true, "MTIE within " + c.text};
+    return {false, format("MTIE %.1f ns at %g s, limit %.1f", above->value, above->tau,
+                          maskLimit(mask->mtie, above->tau))};
+}
+
+Outcome dividerKept(const UnitRecording& u, const sim::CheckSpec& c)
+{
+    const auto sampleAt = [&](double t) -> const Sample* {
+        for (const Sample& s : u.samples)
+            if (s.t >= t) return &s;
+        return nullptr;
+    };
+    const Sample* const a = sampleAt(c.from_s);
+    const Sample* const b = sampleAt(c.to_s);
+    if (a == nullptr || b == nullptr) return {false, "no sample then"};
+    const double moved = std::abs(b->div - a->div);
+    return {moved <= c.limit, format("moved by %.3g, at most %g", moved, c.limit)};
+}
+
+Outcome evaluate(const sim::CheckSpec& c, const UnitRecording& u, const Recording& recording,
+                 const TraceCount& traces)
+{
+    switch (c.kind) {
+    case sim::CheckKind::Clock:
+        return isAt(u.states, &StateChange::state, c.from_s, c.states[0], sim::clockStateName(c.states[0]));
+    case sim::CheckKind::RegState:
+        return isAt(u.regStates, &StateChange::state, c.from_s, c.states[0],
+                    KvdLoz6TuReg_regStateText(c.states[0]));
+    case sim::CheckKind::Selected:
+        return isAt(u.selected, &Selection::refType, c.from_s, c.states[0], sim::refTypeName(c.states[0]));
+    case sim::CheckKind::Reaches:   return reaches(u, c);
+    case sim::CheckKind::Sequence:  return sequence(u, c);
+    case sim::CheckKind::TimeError: return largestError(u, c, true);
+    case sim::CheckKind::FreqError: return largestError(u, c, false);
+    case sim::CheckKind::Mask:      return underMask(u, recording, c);
+    case sim::CheckKind::Divider:   return dividerKept(u, c);
+    case sim::CheckKind::Trace: {
+        const u64 count = traces(c.unit, c.text);
+        return {count >= c.least && count <= c.most,
+                format("%llu times", static_cast<unsigned long long>(count))};
+    }
+    }
+    return {false, "unknown check"};
+}
+
+}  // namespace
+
+std::vector<CheckResult> evaluateChecks(const sim::Scenario& scenario, const Recording& recording,
+                                        const TraceCount& traces)
+{
+    std::vector<CheckResult> results;
+    for (const sim::CheckSpec& c : scenario.checks) {
+        const auto unit = std::find_if(recording.units.begin(), recording.units.end(),
+                                       [&](const UnitRecording& u) { return u.name == c.unit; });
+        const Outcome outcome = evaluate(c, *unit, recording, traces);
+        results.push_back({c.unit, c.name, outcome.pass, outcome.detail});
+    }
+    return results;
+}
+
+}  // namespace app

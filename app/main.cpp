@@ -1,0 +1,105 @@
+// tu - Runs timing units in a simulated node from a scenario.
+#include "app/report.h"
+#include "app/runner.h"
+#include "app/summary.h"
+#include "sim/clock/series.h"
+#include "sim/scenario/scenario.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <filesystem>
+#include <optional>
+
+namespace {
+
+constexpr int CHECK_FAILED = 1;
+constexpr int BAD_INPUT = 2;
+
+struct RunArguments {
+    std::string scenario;
+    std::string oscillator, referenceNoise;
+    std::string summary, out;
+    std::optional<u64> seed;
+    bool quiet = false;
+    bool shell = false;
+    std::optional<double> speed;
+};
+
+int refuse(const std::string& line)
+{
+    std::fprintf(stderr, "%s\n", line.c_str());
+    return BAD_INPUT;
+}
+
+sim::Scenario prepare(const RunArguments& a)
+{
+    sim::Scenario scenario = sim::readScenario(a.scenario);
+    if (a.seed) scenario.seed = *a.seed;
+    if (!a.oscillator.empty()) sim::replaceOscillator(scenario, a.oscillator);
+    if (!a.referenceNoise.empty()) sim::replaceReferenceNoise(scenario, a.referenceNoise);
+    return scenario;
+}
+
+int run(const RunArguments& a)
+{
+    const sim::Scenario scenario = prepare(a);
+    if (!a.out.empty()) {
+        std::error_code error;
+        std::filesystem::create_directories(a.out, error);
+        if (error) return refuse(a.out + ": " + error.message());
+    }
+    app::RunOptions options;
+    options.quiet = a.quiet;
+    options.shell = a.shell;
+    options.speed = a.speed.value_or(a.shell ? 1.0 : 0.0);
+    options.out = a.out;
+    if (!a.quiet) std::printf("%s\n", scenario.title.empty() ? scenario.name.c_str() : scenario.title.c_str());
+    const app::Recording recording = app::runScenario(scenario, options);
+    if (!a.quiet) app::printSummary(recording, stdout);
+    std::string wrong;
+    if (!a.summary.empty()) wrong = app::writeFile(a.summary, app::summaryJson(recording));
+    if (wrong.empty() && !a.out.empty()) wrong = app::writeReport(recording, a.out);
+    if (!wrong.empty()) return refuse(wrong);
+    if (!a.quiet && !a.out.empty()) std::printf("report         %s/report.html\n", a.out.c_str());
+    if (a.shell || recording.passed()) return 0;
+    if (a.quiet)
+        for (const app::CheckResult& c : recording.checks)
+            if (!c.pass)
+                std::fprintf(stderr, "%s: FAIL %s: %s\n", a.scenario.c_str(), c.name.c_str(), c.detail.c_str());
+    for (const std::string& misuse : recording.misuses)
+        std::fprintf(stderr, "%s: kernel misuse: %s\n", a.scenario.c_str(), misuse.c_str());
+    return CHECK_FAILED;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App tu{"Timing units of a radio base station in a simulated node."};
+    tu.require_subcommand(1);
+    RunArguments a;
+    CLI::App* const runCommand = tu.add_subcommand("run", "Run a scenario and score the clock");
+    runCommand->add_option("scenario", a.scenario, "Scenario, a TOML file")->required();
+    runCommand->add_option("--seed", a.seed, "Seed of every noise source, in place of the scenario's");
+    runCommand->add_option("--oscillator", a.oscillator,
+                           "Recorded oscillator, one value a second: FILE[:hz|:frequency|:phase]");
+    runCommand->add_option("--reference-noise", a.referenceNoise,
+                           "Recorded noise of the references: FILE[:phase|:frequency]");
+    runCommand->add_option("--summary", a.summary, "Write the summary to this file as JSON");
+    runCommand->add_option("--out", a.out, "Folder for series, traces, volumes and report.html");
+    runCommand->add_flag("--quiet", a.quiet, "No progress, no lines, no summary on the terminal");
+    runCommand->add_flag("--shell", a.shell, "Operator's console; the unit runs in real time unless --speed");
+    runCommand->add_option("--speed", a.speed, "Times real time, 0 as fast as it goes")
+        ->check(CLI::NonNegativeNumber);
+    try {
+        tu.parse(argc, argv);
+        return run(a);
+    } catch (const CLI::ParseError& e) {
+        return tu.exit(e) == 0 ? 0 : BAD_INPUT;
+    } catch (const sim::ScenarioError& e) {
+        return refuse(e.what());
+    } catch (const sim::SeriesError& e) {
+        return refuse(e.what());
+    }
+}

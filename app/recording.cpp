@@ -1,0 +1,94 @@
+#include "app/recording.h"
+
+#include "app/score.h"
+
+#include <algorithm>
+
+namespace app {
+namespace {
+
+/// Spans in which every sample is locked, the first SETTLING_s of each left out.
+std::vector<LockedSpan> lockedSpans(const UnitRecording& unit, double interval_s)
+{
+    const std::size_t settling = static_cast<std::size_t>(std::ceil(SETTLING_s / interval_s));
+    std::vector<LockedSpan> spans;
+    std::size_t begin = 0;
+    bool inside = false;
+    for (std::size_t i = 0; i <= unit.samples.size(); ++i) {
+        const bool locked = i < unit.samples.size() && isLockedState(unit.samples[i].radioClockState);
+        if (locked && !inside) begin = i;
+        if (!locked && inside && i - begin > settling + 1) spans.push_back({begin + settling, i - 1});
+        inside = locked;
+    }
+    return spans;
+}
+
+void add(Extremes& e, double value)
+{
+    e.max = std::max(e.max, std::abs(value));
+    e.rms += value * value;
+}
+
+void finish(Extremes& e, std::size_t count)
+{
+    if (count > 0) e.rms = std::sqrt(e.rms / static_cast<double>(count));
+}
+
+void scoreLongestSpan(const UnitRecording& unit, double interval_s, Scores& scores)
+{
+    const auto longest = std::max_element(
+        scores.spans.begin(), scores.spans.end(),
+        [](const LockedSpan& a, const LockedSpan& b) { return a.last - a.first < b.last - b.first; });
+    if (longest == scores.spans.end()) return;
+    std::vector<double> x;
+    for (std::size_t i = longest->first; i <= longest->last; ++i)
+        x.push_back(unit.samples[i].timeError_ns);
+    const std::vector<double> taus = observationIntervals(x.size(), interval_s);
+    scores.mtieFrom_s = unit.samples[longest->first].t;
+    scores.mtieTo_s = unit.samples[longest->last].t;
+    scores.mtie_ns = mtie(x, interval_s, taus);
+    scores.tdev_ns = tdev(x, interval_s, taus);
+}
+
+}  // namespace
+
+bool isLockedState(u8 radioClockState)
+{
+    constexpr u8 FREQUENCY_LOCKED = 3, TIME_OFFSET_LOCKED = 8, RNT_TIME_LOCKED = 10;
+    constexpr u8 SLAVE_FREQUENCY_LOCKED = 15, SLAVE_FRAME_LOCKED = 16;
+    return radioClockState == FREQUENCY_LOCKED || radioClockState == TIME_OFFSET_LOCKED ||
+           radioClockState == RNT_TIME_LOCKED || radioClockState == SLAVE_FREQUENCY_LOCKED ||
+           radioClockState == SLAVE_FRAME_LOCKED;
+}
+
+bool Recording::passed() const
+{
+    return misuses.empty() &&
+           std::all_of(checks.begin(), checks.end(), [](const CheckResult& c) { return c.pass; });
+}
+
+Scores score(const UnitRecording& unit, double interval_s)
+{
+    Scores scores;
+    for (const StateChange& change : unit.states) {
+        if (!isLockedState(change.state)) continue;
+        scores.timeToLock_s = change.t;
+        break;
+    }
+    scores.spans = lockedSpans(unit, interval_s);
+    std::size_t count = 0;
+    for (const LockedSpan& span : scores.spans) {
+        const double origin_ns = unit.samples[span.first].timeError_ns;
+        for (std::size_t i = span.first; i <= span.last; ++i, ++count) {
+            add(scores.timeError_ns, unit.samples[i].timeError_ns - origin_ns);
+            add(scores.freqError_ppb, unit.samples[i].freqError_ppb);
+        }
+    }
+    finish(scores.timeError_ns, count);
+    finish(scores.freqError_ppb, count);
+    scores.scored_s = static_cast<double>(count) * interval_s;
+    scoreLongestSpan(unit, interval_s, scores);
+    return scores;
+}
+
+}  // namespace app

@@ -1,0 +1,87 @@
+// recording.h - What a run leaves behind: changes of state, series of the true errors, results of checks.
+// Times in s of virtual time, errors against the world's own time, never the unit's estimate.
+#pragma once
+#include "app/score.h"
+#include "ose/types.h"
+
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace app {
+
+struct StateChange {
+    double t = 0;
+    u8 state = 0;
+    std::string name;
+};
+
+struct Selection {
+    double t = 0;
+    u8 refType = 0;
+    std::string name;
+};
+
+/// One sample of the series.
+struct Sample {
+    double t = 0;
+    double timeError_ns = 0;      // counter against true time, since the start
+    double freqError_ppb = 0;     // true rate of the counter
+    double div = 0;               // divider as written
+    double temperature_V = 0;     // of the oscillator's sensor
+    u8 radioClockState = 0;
+    u8 regState = 0;
+};
+
+/// A stretch of the run during which the clock was locked, settling time taken off.
+struct LockedSpan {
+    std::size_t first = 0, last = 0;   // samples, both included
+};
+
+struct CheckResult {
+    std::string unit;
+    std::string name;
+    bool pass = false;
+    std::string detail;
+};
+
+struct UnitRecording {
+    std::string name;
+    std::vector<StateChange> states;      // radio clock state, as the main processor was told
+    std::vector<StateChange> regStates;
+    std::vector<Selection> selected;
+    std::vector<Sample> samples;
+};
+
+struct Recording {
+    std::string scenario;
+    u64 seed = 0;
+    double interval_s = 1.0;
+    double virtual_s = 0;
+    double wall_s = 0;
+    std::vector<UnitRecording> units;
+    std::vector<CheckResult> checks;
+    std::vector<std::string> misuses;     // of the kernel
+    bool passed() const;
+};
+
+/// Scores of one unit, from its locked spans.
+struct Extremes { double max = 0, rms = 0; };
+struct Scores {
+    std::vector<LockedSpan> spans;
+    double scored_s = 0;                  // how much of the run was scored
+    Extremes timeError_ns;                // from the beginning of each span
+    Extremes freqError_ppb;
+    double timeToLock_s = -1;             // first locked state, -1 without any
+    double mtieFrom_s = 0, mtieTo_s = 0;  // longest span: where MTIE and TDEV were taken
+    std::vector<TauValue> mtie_ns;
+    std::vector<TauValue> tdev_ns;
+};
+/// The settling time after each lock that a score leaves out, s.
+constexpr double SETTLING_s = 300.0;
+Scores score(const UnitRecording& unit, double interval_s);
+/// Radio clock states in which a clock counts as locked to its reference.
+bool isLockedState(u8 radioClockState);
+
+}  // namespace app

@@ -1,0 +1,194 @@
+#include "app/report.h"
+
+#include "app/plot.h"
+#include "app/score.h"
+#include "app/summary.h"
+
+#include <algorithm>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+namespace app {
+namespace {
+
+constexpr std::size_t POINTS_MAX = 3000;   // of one curve; a page stays readable and small
+constexpr const char* BLUE = "lines lw 1.2 lc rgb '#2458a6'";
+constexpr const char* DARK = "linespoints pt 7 ps 0.4 lw 1.4 lc rgb '#222222'";
+constexpr const char* MASK_STYLES[] = {"lines lw 1.6 dt 2 lc rgb '#b03a2e'",
+                                       "lines lw 1.6 dt 4 lc rgb '#1e8449'",
+                                       "lines lw 1.6 dt 3 lc rgb '#7d3c98'"};
+
+std::string seriesCsv(const UnitRecording& unit)
+{
+    std::ostringstream csv;
+    csv.precision(15);
+    csv << "t_s,time_error_ns,freq_error_ppb,divider,temperature_V,radioClockState,regState\n";
+    for (const Sample& s : unit.samples)
+        csv << s.t << ',' << s.timeError_ns << ',' << s.freqError_ppb << ',' << s.div << ','
+            << s.temperature_V << ',' << static_cast<int>(s.radioClockState) << ','
+            << static_cast<int>(s.regState) << '\n';
+    return csv.str();
+}
+
+std::string statesCsv(const UnitRecording& unit)
+{
+    struct Row { double t; std::string text; };
+    std::vector<Row> rows;
+    const auto row = [&](double t, const char* kind, int value, const std::string& name) {
+        rows.push_back({t, std::string(kind) + ',' + std::to_string(value) + ',' + name});
+    };
+    for (const StateChange& c : unit.states) row(c.t, "radioClockState", c.state, c.name);
+    for (const StateChange& c : unit.regStates) row(c.t, "regState", c.state, c.name);
+    for (const Selection& s : unit.selected) row(s.t, "selected", s.refType, s.name);
+    std::stable_sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) { return a.t < b.t; });
+    std::ostringstream csv;
+    csv.precision(15);
+    csv << "t_s,kind,value,name\n";
+    for (const Row& r : rows) csv << r.t << ',' << r.text << '\n';
+    return csv.str();
+}
+
+std::vector<std::pair<double, double>> series(const UnitRecording& unit, double Sample::*field)
+{
+    std::vector<std::pair<double, double>> points;
+    points.reserve(unit.samples.size());
+    for (const Sample& s : unit.samples) points.emplace_back(s.t / 3600.0, s.*field);
+    return thinned(points, POINTS_MAX);
+}
+
+Plot overTime(const UnitRecording& unit, const char* title, const char* yLabel, double Sample::*field)
+{
+    return {title, "time, h", yLabel, false, {}, {{"", BLUE, series(unit, field)}}};
+}
+
+/// Steps of one kind of state; names on the axis in the order of their first appearance.
+template <typename Change>
+Plot statePlot(const char* title, const std::vector<Change>& changes, double end_s)
+{
+    Plot plot{title, "time, h", "", false, {}, {}};
+    Curve curve{"", "steps lw 2 lc rgb '#2458a6'", {}};
+    std::map<std::string, double> level;
+    for (const Change& c : changes) {
+        if (!level.contains(c.name)) {
+            const double next = static_cast<double>(level.size());
+            level[c.name] = next;
+            plot.yTics.emplace_back(c.name, next);
+        }
+        if (!curve.points.empty()) curve.points.emplace_back(c.t / 3600.0, curve.points.back().second);
+        curve.points.emplace_back(c.t / 3600.0, level[c.name]);
+    }
+    if (!curve.points.empty()) curve.points.emplace_back(end_s / 3600.0, curve.points.back().second);
+    curve.style = "lines lw 2 lc rgb '#2458a6'";
+    plot.curves.push_back(std::move(curve));
+    return plot;
+}
+
+Plot deviationPlot(const char* title, const std::vector<TauValue>& values,
+                   std::span<const MaskSegment> Mask::*segments)
+{
+    Plot plot{title, "observation interval, s", "ns", true, {}, {}};
+    Curve measured{"measured", DARK, {}};
+    for (const TauValue& v : values)
+        if (v.value > 0.0) measured.points.emplace_back(v.tau, v.value);
+    if (measured.points.empty()) return plot;
+    const double lastTau = values.back().tau;
+    plot.curves.push_back(std::move(measured));
+    std::size_t style = 0;
+    for (const Mask& mask : masks()) {
+        Curve limit{mask.name, MASK_STYLES[style++ % std::size(MASK_STYLES)], {}};
+        for (double tau = 1.0; tau <= lastTau * 1.0001; tau *= 1.12) {
+            const double value = maskLimit(mask.*segments, tau);
+            if (value >= 0.0) limit.points.emplace_back(tau, value);
+        }
+        plot.curves.push_back(std::move(limit));
+    }
+    return plot;
+}
+
+std::string escaped(const std::string& text)
+{
+    std::string out;
+    for (const char c : text) {
+        switch (c) {
+        case '&': out += "&amp;"; break;
+        case '<': out += "&lt;";  break;
+        case '>': out += "&gt;";  break;
+        default:  out += c;       break;
+        }
+    }
+    return out;
+}
+
+void appendPlot(std::string& page, const Plot& plot)
+{
+    std::string reason;
+    const std::string svg = drawSvg(plot, reason);
+    if (svg.empty())
+        page += "<p class=none>" + escaped(plot.title) + ": " + escaped(reason) + "</p>\n";
+    else
+        page += "<figure>" + svg + "</figure>\n";
+}
+
+std::string summaryText(const Recording& recording)
+{
+    char* text = nullptr;
+    std::size_t size = 0;
+    std::FILE* const stream = open_memstream(&text, &size);
+    if (stream == nullptr) return "";
+    printSummary(recording, stream);
+    std::fclose(stream);
+    const std::string copy(text, size);
+    std::free(text);
+    return copy;
+}
+
+void appendUnit(std::string& page, const UnitRecording& unit, const Recording& recording)
+{
+    const Scores scores = score(unit, recording.interval_s);
+    page += "<h2>" + escaped(unit.name) + "</h2>\n";
+    appendPlot(page, statePlot("Radio clock state", unit.states, recording.virtual_s));
+    appendPlot(page, statePlot("Regulator state", unit.regStates, recording.virtual_s));
+    appendPlot(page, statePlot("Selected reference", unit.selected, recording.virtual_s));
+    appendPlot(page, overTime(unit, "Time error, true, from the beginning", "ns", &Sample::timeError_ns));
+    appendPlot(page, overTime(unit, "Frequency error, true", "ppb", &Sample::freqError_ppb));
+    appendPlot(page, overTime(unit, "Divider", "divider units", &Sample::div));
+    appendPlot(page, overTime(unit, "Oscillator temperature", "sensor, V", &Sample::temperature_V));
+    appendPlot(page, deviationPlot("MTIE of the longest locked stretch", scores.mtie_ns, &Mask::mtie));
+    appendPlot(page, deviationPlot("TDEV of the longest locked stretch", scores.tdev_ns, &Mask::tdev));
+}
+
+std::string pageOf(const Recording& recording)
+{
+    std::string page =
+        "<!doctype html>\n<html lang=en><meta charset=utf-8><title>" + escaped(recording.scenario) +
+        "</title>\n<style>body{font:15px/1.45 sans-serif;color:#222;max-width:1000px;margin:2em auto;"
+        "padding:0 1em}pre{background:#f5f5f2;padding:1em;overflow-x:auto;font-size:13px}"
+        "figure{margin:1em 0}svg{width:100%;height:auto}.none{color:#777}</style>\n<h1>" +
+        escaped(recording.scenario) + "</h1>\n<pre>" + escaped(summaryText(recording)) + "</pre>\n";
+    for (const UnitRecording& unit : recording.units) appendUnit(page, unit, recording);
+    return page + "</html>\n";
+}
+
+}  // namespace
+
+std::string writeFile(const std::string& path, const std::string& content)
+{
+    std::ofstream out(path, std::ios::binary);
+    out << content;
+    out.close();
+    return out ? "" : path + ": can't be written";
+}
+
+std::string writeReport(const Recording& recording, const std::string& directory)
+{
+    std::string wrong = writeFile(directory + "/summary.json", summaryJson(recording));
+    for (const UnitRecording& unit : recording.units) {
+        if (wrong.empty()) wrong = writeFile(directory + "/series-" + unit.name + ".csv", seriesCsv(unit));
+        if (wrong.empty()) wrong = writeFile(directory + "/states-" + unit.name + ".csv", statesCsv(unit));
+    }
+    if (wrong.empty()) wrong = writeFile(directory + "/report.html", pageOf(recording));
+    return wrong;
+}
+
+}  // namespace app

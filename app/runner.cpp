@@ -1,0 +1,221 @@
+#include "app/runner.h"
+
+#include "app/checks.h"
+#include "app/console.h"
+#include "app/progress.h"
+#include "app/summary.h"
+#include "reg/kvd_reg.h"
+#include "reg/kvd_reg_control.h"
+#include "sim/board/board.h"
+#include "sim/scenario/unit.h"
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <memory>
+
+namespace app {
+namespace {
+
+double seconds(ose::Time t) { return static_cast<double>(t) / static_cast<double>(ose::SEC); }
+ose::Time worldTime(double s) { return std::llround(s * 1e12); }
+
+/// Follows one unit: its changes of state as they happen, a sample an interval.
+class Recorder {
+public:
+    Recorder(ose::World& world, sim::Unit& unit, Progress& progress, bool withName,
+             const std::vector<sim::CheckSpec>& checks)
+        : world_(world), unit_(unit), progress_(progress), prefix_(withName ? unit.name() + "  " : "")
+    {
+        recording.name = unit.name();
+        for (const sim::CheckSpec& c : checks)
+            if (c.kind == sim::CheckKind::Trace && c.unit == unit.name()) traceCounts_[c.text] = 0;
+        sim::MainProcessor& mp = unit.node().mainProcessor();
+        mp.onStatus([this](const sim::ClockStatus& s) { onClockState(s.radioClockState); });
+        mp.onSelect([this](const sim::MpReference& r) { onSelect(r); });
+        unit.node().traces().setCapacity(0);
+        unit.node().traces().onLine([this](const sim::TraceLine& line) { onTrace(line); });
+        unit.node().onProgramEnd([this](const sim::ProgramEnd& end) {
+            tell("program ended: " + (end.text.empty() ? "code " + std::to_string(end.code) : end.text));
+        });
+    }
+
+    void sample()
+    {
+        Sample s;
+        sim::Board& board = unit_.node().board();
+        s.t = now();
+        s.timeError_ns = board.timeError_s() * 1e9;
+        s.freqError_ppb = board.frequencyError() * 1e9;
+        s.div = board.divider();
+        s.temperature_V = board.temperature_V();
+        s.radioClockState = clockState_;
+        if (unit_.node().program() != nullptr)
+            s.regState = unit_.node().inProgram([] { return KvdLoz6TuReg_regState(); });
+        onRegState(s.regState);
+        recording.samples.push_back(s);
+    }
+
+    void tell(const std::string& text) { progress_.line(now(), prefix_ + text); }
+
+    std::string status() const
+    {
+        const double error_ns = recording.samples.empty() ? 0.0 : recording.samples.back().timeError_ns;
+        char text[96];
+        std::snprintf(text, sizeof text, "%s  %s  %+.0f ns", sim::clockStateName(clockState_),
+                      selected_.c_str(), error_ns);
+        return text;
+    }
+
+    u64 traceCount(const std::string& text) const
+    {
+        const auto found = traceCounts_.find(text);
+        return found != traceCounts_.end() ? found->second : 0;
+    }
+
+    UnitRecording recording;
+
+private:
+    double now() const { return seconds(world_.now()); }
+
+    void onClockState(u8 state)
+    {
+        if (!recording.states.empty() && recording.states.back().state == state) return;
+        clockState_ = state;
+        recording.states.push_back({now(), state, sim::clockStateName(state)});
+        tell(std::string("clock      ") + sim::clockStateName(state));
+    }
+
+    void onSelect(const sim::MpReference& r)
+    {
+        selected_ = r.name;
+        recording.selected.push_back({now(), r.refType, sim::refTypeName(r.refType)});
+        tell(std::string("selected   ") + sim::refTypeName(r.refType) + " " + r.name);
+    }
+
+    void onRegState(u8 state)
+    {
+        if (state == 0 || (!recording.regStates.empty() && recording.regStates.back().state == state)) return;
+        recording.regStates.push_back({now(), state, KvdLoz6TuReg_regStateText(state)});
+        tell(std::string("regulator  ") + KvdLoz6TuReg_regStateText(state));
+    }
+
+    void onTrace(const sim::TraceLine& line)
+    {
+        for (auto& [text, count] : traceCounts_)
+            if (line.text.find(text) != std::string::npos) ++count;
+    }
+
+    ose::World& world_;
+    sim::Unit& unit_;
+    Progress& progress_;
+    std::string prefix_;
+    u8 clockState_ = 7;
+    std::string selected_ = "none";
+    std::map<std::string, u64> traceCounts_;
+};
+
+class Run {
+public:
+    Run(const sim::Scenario& scenario, const RunOptions& options)
+        : scenario_(scenario), options_(options), world_(scenario.seed),
+          progress_(!options.quiet && !options.shell, scenario.duration_s)
+    {
+        world_.onMisuse([this](const ose::Misuse& m) { misuses_.push_back(m.text()); });
+        for (const sim::UnitSpec& spec : scenario.units) {
+            units_.push_back(std::make_unique<sim::Unit>(world_, spec));
+            recorders_.push_back(std::make_unique<Recorder>(world_, *units_.back(), progress_,
+                                                            scenario.units.size() > 1, scenario.checks));
+            if (!options.out.empty())
+                units_.back()->node().traces().toFile(options.out + "/trace-" + spec.node.name + ".txt");
+        }
+        scheduleEvents();
+        scheduleSample(0);
+    }
+
+    Recording run()
+    {
+        const auto began = std::chrono::steady_clock::now();
+        world_.setPace(options_.speed);
+        std::unique_ptr<Console> console = startConsole();
+        const ose::Time end = worldTime(scenario_.duration_s);
+        constexpr double SLICE_s = 10.0;
+        for (double t = SLICE_s; world_.now() < end; t += SLICE_s) {
+            world_.runUntil(std::min(worldTime(t), end));
+            if (console && console->ended()) break;
+            progress_.at(seconds(world_.now()), recorders_.front()->status());
+        }
+        progress_.end();
+        return finish(std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count());
+    }
+
+private:
+    void scheduleEvents()
+    {
+        for (const sim::EventSpec& event : scenario_.events) {
+            const auto index = std::find_if(units_.begin(), units_.end(),
+                                            [&](const auto& u) { return u->name() == event.unit; }) -
+                               units_.begin();
+            world_.at(worldTime(event.at_s), [this, &event, index] {
+                recorders_[static_cast<std::size_t>(index)]->tell("event      " + event.what);
+                event.action(*units_[static_cast<std::size_t>(index)]);
+            });
+        }
+    }
+
+    void scheduleSample(u64 number)
+    {
+        world_.at(worldTime(static_cast<double>(number) * scenario_.interval_s), [this, number] {
+            for (auto& recorder : recorders_) recorder->sample();
+            scheduleSample(number + 1);
+        });
+    }
+
+    std::unique_ptr<Console> startConsole()
+    {
+        if (!options_.shell) return nullptr;
+        std::vector<sim::Node*> nodes;
+        for (auto& unit : units_) nodes.push_back(&unit->node());
+        auto console = std::make_unique<Console>(world_, nodes);
+        console->start();
+        return console;
+    }
+
+    Recording finish(double wall_s)
+    {
+        Recording recording;
+        recording.scenario = scenario_.name;
+        recording.seed = scenario_.seed;
+        recording.interval_s = scenario_.interval_s;
+        recording.virtual_s = seconds(world_.now());
+        recording.wall_s = wall_s;
+        for (auto& recorder : recorders_) recording.units.push_back(recorder->recording);
+        recording.checks = evaluateChecks(
+            scenario_, recording, [this](const std::string& unit, const std::string& text) {
+                for (const auto& recorder : recorders_)
+                    if (recorder->recording.name == unit) return recorder->traceCount(text);
+                return u64{0};
+            });
+        recording.misuses = misuses_;
+        if (!options_.out.empty())
+            for (auto& unit : units_) unit->node().volumes().save(options_.out + "/volumes-" + unit->name());
+        return recording;
+    }
+
+    const sim::Scenario& scenario_;
+    RunOptions options_;
+    ose::World world_;
+    Progress progress_;
+    std::vector<std::string> misuses_;
+    std::vector<std::unique_ptr<sim::Unit>> units_;
+    std::vector<std::unique_ptr<Recorder>> recorders_;
+};
+
+}  // namespace
+
+Recording runScenario(const sim::Scenario& scenario, const RunOptions& options)
+{
+    return Run(scenario, options).run();
+}
+
+}  // namespace app

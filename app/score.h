@@ -1,0 +1,42 @@
+// score.h - Scores of a clock from its true time error: MTIE, TDEV, masks.
+// Stateless. Time error in ns, intervals in s.
+#pragma once
+#include <span>
+#include <string>
+#include <vector>
+
+namespace app {
+
+struct TauValue {
+    double tau;     // s
+    double value;   // ns
+};
+
+/// Observation intervals for a series of `count` samples at `interval` seconds: about six a decade, whole
+/// multiples of the interval, up to a quarter of the series.
+std::vector<double> observationIntervals(std::size_t count, double interval);
+
+/// Maximum time interval error over each observation interval (ITU-T G.810 II.5).
+std::vector<TauValue> mtie(std::span<const double> timeError_ns, double interval,
+                           std::span<const double> taus);
+/// Time deviation, standard estimator (ITU-T G.810 II.3). Intervals longer than a third of the series are
+/// left out.
+std::vector<TauValue> tdev(std::span<const double> timeError_ns, double interval,
+                           std::span<const double> taus);
+
+/// A limit over observation interval: value = factor * tau^exponent + offset from `from` to `to`.
+struct MaskSegment { double from, to, factor, exponent, offset; };
+struct Mask {
+    const char* name;
+    std::span<const MaskSegment> mtie;   // ns
+    std::span<const MaskSegment> tdev;   // ns
+};
+/// Masks of ITU-T G.811, G.812 type III, G.8272 (PRTC-A).
+std::span<const Mask> masks();
+const Mask* maskByName(const std::string& name);
+/// Limit at tau; negative where the mask says nothing.
+double maskLimit(std::span<const MaskSegment> mask, double tau);
+/// First interval at which a value lies above its limit; nullptr when none does.
+const TauValue* aboveMask(std::span<const TauValue> values, std::span<const MaskSegment> mask);
+
+}  // namespace app

@@ -1,0 +1,184 @@
+#include "app/summary.h"
+
+#include "app/score.h"
+
+#include <nlohmann/json.hpp>
+
+namespace app {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+Json toJson(const StateChange& change, const char* key)
+{
+    return {{"t", change.t}, {key, change.state}, {"name", change.name}};
+}
+
+Json toJson(const Selection& selection)
+{
+    return {{"t", selection.t}, {"refType", selection.refType}, {"name", selection.name}};
+}
+
+Json toJson(const std::vector<TauValue>& values)
+{
+    Json pairs = Json::array();
+    for (const TauValue& v : values) pairs.push_back({v.tau, v.value});
+    return pairs;
+}
+
+Json toJson(const CheckResult& check)
+{
+    return {{"name", check.name}, {"pass", check.pass}, {"detail", check.detail}};
+}
+
+Json toJson(const Extremes& e) { return {{"max", e.max}, {"rms", e.rms}}; }
+
+Json finalOf(const UnitRecording& unit)
+{
+    Json last = Json::object();
+    if (!unit.states.empty()) {
+        last["t"] = unit.states.back().t;
+        last["radioClockState"] = unit.states.back().state;
+        last["name"] = unit.states.back().name;
+    }
+    if (!unit.regStates.empty()) {
+        last["regState"] = unit.regStates.back().state;
+        last["regStateName"] = unit.regStates.back().name;
+    }
+    if (!unit.selected.empty()) last["refType"] = unit.selected.back().refType;
+    return last;
+}
+
+Json toJson(const UnitRecording& unit, const Recording& recording)
+{
+    const Scores scores = score(unit, recording.interval_s);
+    Json json;
+    json["name"] = unit.name;
+    json["states"] = Json::array();
+    for (const StateChange& c : unit.states) json["states"].push_back(toJson(c, "radioClockState"));
+    json["regStates"] = Json::array();
+    for (const StateChange& c : unit.regStates) json["regStates"].push_back(toJson(c, "regState"));
+    json["selected"] = Json::array();
+    for (const Selection& s : unit.selected) json["selected"].push_back(toJson(s));
+    json["final"] = finalOf(unit);
+    json["time_to_lock_s"] = scores.timeToLock_s;
+    json["scored_seconds"] = scores.scored_s;
+    json["scored_from_to_s"] = Json::array();
+    for (const LockedSpan& span : scores.spans)
+        json["scored_from_to_s"].push_back({unit.samples[span.first].t, unit.samples[span.last].t});
+    json["time_error_ns"] = toJson(scores.timeError_ns);
+    json["freq_error_ppb"] = toJson(scores.freqError_ppb);
+    json["mtie_ns"] = toJson(scores.mtie_ns);
+    json["tdev_ns"] = toJson(scores.tdev_ns);
+    json["checks"] = Json::array();
+    for (const CheckResult& c : recording.checks)
+        if (c.unit == unit.name) json["checks"].push_back(toJson(c));
+    return json;
+}
+
+void printMasks(const Scores& scores, std::FILE* out)
+{
+    for (const Mask& mask : masks()) {
+        const TauValue* const m = aboveMask(scores.mtie_ns, mask.mtie);
+        const TauValue* const d = aboveMask(scores.tdev_ns, mask.tdev);
+        std::fprintf(out, "    %-10s MTIE %s", mask.name, m == nullptr ? "within" : "above");
+        if (m != nullptr)
+            std::fprintf(out, " at %g s (%.1f ns, limit %.1f)", m->tau, m->value,
+                         maskLimit(mask.mtie, m->tau));
+        std::fprintf(out, ", TDEV %s", d == nullptr ? "within" : "above");
+        if (d != nullptr)
+            std::fprintf(out, " at %g s (%.2f ns, limit %.2f)", d->tau, d->value,
+                         maskLimit(mask.tdev, d->tau));
+        std::fprintf(out, "\n");
+    }
+}
+
+/// Drift of the time error during each stretch of holdover.
+void printHoldovers(const UnitRecording& unit, std::FILE* out)
+{
+    const auto isHoldover = [](u8 state) { return state == 4 || state == 9 || state == 11; };
+    std::size_t begin = 0;
+    bool inside = false;
+    for (std::size_t i = 0; i <= unit.samples.size(); ++i) {
+        const bool holdover = i < unit.samples.size() && isHoldover(unit.samples[i].radioClockState);
+        if (holdover && !inside) begin = i;
+        if (!holdover && inside) {
+            const Sample& a = unit.samples[begin];
+            const Sample& b = unit.samples[i - 1];
+            std::fprintf(out, "  holdover       %s for %.0f s: time error %+.1f ns, frequency %+.4f ppb at end\n",
+                         clockText(a.t).c_str(), b.t - a.t, b.timeError_ns - a.timeError_ns,
+                         b.freqError_ppb);
+        }
+        inside = holdover;
+    }
+}
+
+void printUnit(const UnitRecording& unit, double interval_s, std::FILE* out)
+{
+    const Scores scores = score(unit, interval_s);
+    std::fprintf(out, "unit %s\n", unit.name.c_str());
+    if (scores.timeToLock_s < 0)
+        std::fprintf(out, "  time to lock   never locked\n");
+    else
+        std::fprintf(out, "  time to lock   %s\n", clockText(scores.timeToLock_s).c_str());
+    if (!unit.states.empty())
+        std::fprintf(out, "  ends in        %s\n", unit.states.back().name.c_str());
+    if (scores.spans.empty()) {
+        std::fprintf(out, "  no locked time to score\n");
+    } else {
+        std::fprintf(out, "  locked, scored %.0f s in %zu stretches, the first %.0f s of each left out\n",
+                     scores.scored_s, scores.spans.size(), SETTLING_s);
+        std::fprintf(out, "  time error     max %.1f ns, rms %.1f ns, from the beginning of each stretch\n",
+                     scores.timeError_ns.max, scores.timeError_ns.rms);
+        std::fprintf(out, "  frequency      max %.4f ppb, rms %.4f ppb\n", scores.freqError_ppb.max,
+                     scores.freqError_ppb.rms);
+    }
+    printHoldovers(unit, out);
+    if (!scores.mtie_ns.empty()) {
+        std::fprintf(out, "  masks, from %s to %s\n", clockText(scores.mtieFrom_s).c_str(),
+                     clockText(scores.mtieTo_s).c_str());
+        printMasks(scores, out);
+    }
+}
+
+}  // namespace
+
+std::string clockText(double seconds)
+{
+    const long long whole = static_cast<long long>(seconds);
+    char text[32];
+    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60, whole % 60);
+    return text;
+}
+
+std::string summaryJson(const Recording& recording)
+{
+    Json json;
+    json["scenario"] = recording.scenario;
+    json["seed"] = recording.seed;
+    json["virtual_seconds"] = recording.virtual_s;
+    json["wall_seconds"] = recording.wall_s;
+    json["units"] = Json::array();
+    for (const UnitRecording& unit : recording.units) json["units"].push_back(toJson(unit, recording));
+    json["checks"] = Json::array();
+    for (const CheckResult& c : recording.checks) json["checks"].push_back(toJson(c));
+    json["misuses"] = recording.misuses;
+    return json.dump(1) + "\n";
+}
+
+void printSummary(const Recording& recording, std::FILE* out)
+{
+    std::fprintf(out, "\n%s: %s of virtual time in %.1f s, %.0f times real time, seed %llu\n",
+                 recording.scenario.c_str(), clockText(recording.virtual_s).c_str(), recording.wall_s,
+                 recording.virtual_s / std::max(recording.wall_s, 1e-9),
+                 static_cast<unsigned long long>(recording.seed));
+    for (const UnitRecording& unit : recording.units) printUnit(unit, recording.interval_s, out);
+    for (const std::string& misuse : recording.misuses)
+        std::fprintf(out, "kernel misuse: %s\n", misuse.c_str());
+    if (recording.checks.empty()) return;
+    std::fprintf(out, "checks\n");
+    for (const CheckResult& c : recording.checks)
+        std::fprintf(out, "  %s  %s: %s\n", c.pass ? "ok  " : "FAIL", c.name.c_str(), c.detail.c_str());
+}
+
+}  // namespace app

@@ -1,0 +1,16 @@
+// summary.h - A run's summary: JSON for programs, a page of text for people.
+#pragma once
+#include "app/recording.h"
+
+#include <cstdio>
+#include <string>
+
+namespace app {
+
+/// The summary as JSON text; doubles are written so that equal runs give equal bytes.
+std::string summaryJson(const Recording& recording);
+void printSummary(const Recording& recording, std::FILE* out);
+/// "3:02:11" of virtual seconds.
+std::string clockText(double seconds);
+
+}  // namespace app

@@ -1,0 +1,377 @@
+#include "sim/node/main_processor.h"
+
+#include "iif/tuiif_sig.h"
+#include "ref/ref_types.h"
+#include "sim/node/node.h"
+
+#include <algorithm>
+
+namespace sim {
+
+namespace {
+
+constexpr u32 ACCEPTED_REVISION = 4;
+constexpr u32 ACCEPTED_PV = 22;
+constexpr std::size_t LOG_MAX = 100'000;
+
+// Usable references in the status word, a bit each.
+constexpr u32 TU_REF_BIT = 0x20, IDL1_BIT = 0x40, GPS_BIT = 0x80, IDL2_BIT = 0x100, HPTSI_BIT = 0x200,
+              GPSOSL_BIT = 0x2000;
+constexpr u32 LINES = 5;
+
+// Reference state of packet references, and of Ethernet ports.
+constexpr u32 REF_STATE_FAULTY = 8192;
+constexpr u32 ETH_SIGNAL_PRESENT = 0x2;
+
+u32 bitOf(u8 refType)
+{
+    switch (refType) {
+    case TU_REF:     return TU_REF_BIT;
+    case IDL1_REF:   return IDL1_BIT;
+    case GPS_REF:    return GPS_BIT;
+    case IDL2_REF:   return IDL2_BIT;
+    case HPTSI_REF:  return HPTSI_BIT;
+    case GPSOSL_REF: return GPSOSL_BIT;
+    default:         return 0;
+    }
+}
+
+bool isEthernet(u8 refType) { return refType >= ETHA_REF && refType <= ETHC_REF; }
+
+bool same(const MpReference& a, const MpReference& b)
+{
+    return a.refType == b.refType && a.froId == b.froId && a.froClassNo == b.froClassNo;
+}
+
+MpReference none()
+{
+    MpReference ref;
+    ref.name = "none";
+    ref.refType = NO_REF;
+    ref.froId = FRO_NONE;
+    ref.froClassNo = FRO_NONE;
+    return ref;
+}
+
+}  // namespace
+
+// Below the manager: the unit ends its own step first, as beside a processor of its own.
+MainProcessor::MainProcessor(Node& node, const MainProcessorConfig& c)
+    : Server(node, "KvdTuIIfServer", 20), config(c), selected_(none())
+{
+}
+
+void MainProcessor::start()
+{
+    if (alive()) return;
+    unit_ = 0;
+    confirmed_ = false;
+    Server::start();
+    node_.nameServer().publish(TUIIF_SERVICE_NAME, pid());
+}
+
+void MainProcessor::die()
+{
+    node_.nameServer().withdraw(TUIIF_SERVICE_NAME);
+    confirmed_ = false;
+    unit_ = 0;
+    Server::die();
+}
+
+void MainProcessor::restart(ose::Time gone)
+{
+    die();
+    node_.after(gone, [this] { start(); });
+}
+
+bool MainProcessor::connected() const
+{
+    return confirmed_ && alive() && unit_ != 0 && node_.system().alive(unit_);
+}
+
+// ---- orders ----------------------------------------------------------------------------------------------
+
+void MainProcessor::send(std::span<const std::byte> signal)
+{
+    if (unit_ == 0 || !alive() || signal.size() < sizeof(SIGSELECT)) return;
+    node_.system().inject(signal, unit_, pid());
+}
+
+void MainProcessor::supervise(const MpReference& ref, bool on)
+{
+    std::erase_if(supervised_, [&](const MpReference& s) { return same(s, ref); });
+    if (on) supervised_.push_back(ref);
+    KvdTuiifSynchPathSupEthInd ind{};
+    ind.path = {KVD_TUIIF_SYNCH_PATH_SUP_IND, ref.refType, on ? 1u : 0u, ref.froId, ref.froClassNo};
+    std::copy(ref.macAddress.begin(), ref.macAddress.end(), ind.macAddress);
+    if (isEthernet(ref.refType)) sendLayout(ind);
+    else sendLayout(ind.path);
+}
+
+void MainProcessor::select(u8 refType, u32 froId, u32 froClassNo)
+{
+    MpReference ref = none();
+    for (const MpReference& r : config.references)
+        if (r.refType == refType && r.froId == froId) ref = r;
+    if (ref.refType != refType) ref.name = refTypeName(refType);
+    ref.refType = refType;
+    ref.froId = froId;
+    ref.froClassNo = froClassNo;
+    sendSelection(ref);
+}
+
+void MainProcessor::selectNone() { sendSelection(none()); }
+
+void MainProcessor::selectByName(const std::string& name)
+{
+    if (const MpReference* ref = reference(name)) sendSelection(*ref);
+}
+
+void MainProcessor::superviseByName(const std::string& name, bool on)
+{
+    if (const MpReference* ref = reference(name)) supervise(*ref, on);
+}
+
+void MainProcessor::changeMaster(u8 timeMode, u8 masterSlaveMode)
+{
+    KvdTuiifChangeMasterTuInd ind{};
+    ind.sigNo = KVD_TUIIF_CHANGE_MASTER_TU_IND;
+    ind.timeMode = timeMode;
+    ind.masterSlaveMode = masterSlaveMode;
+    sendLayout(ind);
+}
+
+void MainProcessor::boardFailure(bool raised)
+{
+    sendLayout(KvdTuiifBoardFailureRecoveryInd{KVD_TUIIF_BOARD_FAILURE_RECOVERY_IND, raised ? 1u : 2u});
+}
+
+void MainProcessor::setTestMode(bool on)
+{
+    sendLayout(KvdTuiifSetTestModeInd{KVD_TUIIF_SET_TEST_MODE_IND, on ? u8{1} : u8{0}});
+}
+
+void MainProcessor::setSelectionMode(u8 selectionProcessMode)
+{
+    sendLayout(KvdTuiifSelectionModeChangeInd{KVD_TUIIF_SELECTION_MODE_CHANGE_IND, selectionProcessMode});
+}
+
+void MainProcessor::setSelects(bool on)
+{
+    config.selects = on;
+    applyPolicy();
+}
+
+const MpReference* MainProcessor::reference(const std::string& name) const
+{
+    for (const MpReference& r : config.references)
+        if (r.name == name) return &r;
+    return nullptr;
+}
+
+// ---- selection -------------------------------------------------------------------------------------------
+
+bool MainProcessor::usable(const MpReference& ref) const
+{
+    if (ref.alwaysUsable) return true;
+    if (std::none_of(supervised_.begin(), supervised_.end(),
+                     [&](const MpReference& s) { return same(s, ref); }))
+        return false;
+    if (ref.refType == PDH_SDH_REF) {
+        for (const Line& l : lines_)
+            if (l.froId == ref.froId) return (status_.refState >> l.line & 1) != 0;
+        return false;
+    }
+    for (const Reported& r : reported_) {
+        if (r.froId != ref.froId || r.froClassNo != ref.froClassNo) continue;
+        if (isEthernet(ref.refType)) return (r.additional & ETH_SIGNAL_PRESENT) != 0;
+        return (r.refState & REF_STATE_FAULTY) == 0;
+    }
+    return (status_.refState & bitOf(ref.refType)) != 0;
+}
+
+void MainProcessor::applyPolicy()
+{
+    if (!config.selects || !connected()) return;
+    const auto best = std::find_if(config.references.begin(), config.references.end(),
+                                   [this](const MpReference& r) { return usable(r); });
+    const MpReference wanted = best != config.references.end() ? *best : none();
+    if (!same(wanted, selected_)) sendSelection(wanted);
+}
+
+void MainProcessor::sendSelection(const MpReference& ref)
+{
+    selected_ = ref;
+    KvdTuiifSelectSynchRefInd ind{};
+    ind.sigNo = KVD_TUIIF_SELECT_SYNCH_REF_IND;
+    ind.refType = ref.refType;
+    ind.froId = ref.froId;
+    ind.froClassNo = ref.froClassNo;
+    sendLayout(ind);
+    if (onSelect_) onSelect_(ref);
+}
+
+void MainProcessor::superviseConfigured()
+{
+    // Lines wait until the unit has announced them: before, it knows no line of that id.
+    for (const MpReference& r : config.references)
+        if (r.supervise && r.refType != PDH_SDH_REF) supervise(r, true);
+}
+
+// ---- signals of the unit -----------------------------------------------------------------------------------
+
+void MainProcessor::onSignal(Signal* sig, PROCESS from)
+{
+    record(sig, from);
+    const MpRecord& received = log_.back();
+    switch (received.sigNo) {
+    case KVD_TUIIF_INITIATE_SERVICE_REQ: onInitiate(received); break;
+    case KVD_TUIIF_BVQ_STATUS_IND:       onStatusInd(received); break;
+    case KVD_TUIIF6_BVQ_REF_STATE_IND:   onRefState(received); break;
+    case KVD_TUIIF_ET_FROID_IND:         onEtFroid(received); break;
+    default:                             break;
+    }
+}
+
+void MainProcessor::record(Signal* sig, PROCESS from)
+{
+    const auto* bytes = reinterpret_cast<const std::byte*>(sig);
+    if (log_.size() == LOG_MAX) log_.pop_front();
+    log_.push_back({node_.world().now(), sig->sigNo, from, {bytes, bytes + ose::sigsize(&sig)}});
+    if (onRecord_) onRecord_(log_.back());
+}
+
+void MainProcessor::onInitiate(const MpRecord& received)
+{
+    unit_ = received.from;
+    confirmed_ = false;
+    switch (answer()) {
+    case Answer::Suspend:
+        return sendLayout(KvdTuiifInitiateServiceSus{KVD_TUIIF_INITIATE_SERVICE_SUS,
+                                                     config.signalRevision, config.highestAvailablePv});
+    case Answer::Reject:
+        return sendLayout(KvdTuiifInitiateServiceRej{KVD_TUIIF_INITIATE_SERVICE_REJ,
+                                                     config.signalRevision, config.highestAvailablePv});
+    case Answer::Accept:
+        break;
+    default:
+        return;
+    }
+
+    supervised_.clear();
+    reported_.clear();
+    lines_.clear();
+    selected_ = none();
+    status_ = {};
+    status_.at = node_.world().now();
+
+    KvdTuiifInitiateServiceCfm cfm{};
+    cfm.sigNo = KVD_TUIIF_INITIATE_SERVICE_CFM;
+    cfm.signalRevision = config.signalRevision;
+    cfm.pvSelected = config.selectedPv;
+    cfm.timeMode = config.timeMode;
+    cfm.masterSlaveMode = config.masterSlaveMode;
+    cfm.gpsOutEnabled = config.gpsOut;
+    cfm.hptsiOutEnabled = config.hptsiOut;
+    const MpDate& d = config.sfnInitTime;
+    cfm.sfnInitTime = {d.year, d.month, d.day, d.hour, d.minute, d.second};
+    cfm.selectionQlMode = config.selectionQlMode;
+    sendLayout(cfm);
+
+    confirmed_ = config.signalRevision == ACCEPTED_REVISION && config.selectedPv == ACCEPTED_PV;
+    if (!confirmed_) return;
+    ++connections_;
+    superviseConfigured();
+    applyPolicy();
+}
+
+void MainProcessor::onStatusInd(const MpRecord& received)
+{
+    const auto ind = received.as<KvdTuiifBvqStatusInd>();
+    if (!ind) return;
+    status_ = {received.at,       ind->smn,
+               ind->apn,          ind->radioClockState,
+               ind->refState,     ind->activRefLtrStatus,
+               ind->activRefDegrStatus, ind->activRefFroId,
+               ind->activRefFroClassNo};
+    statuses_.push_back(status_);
+    if (onStatus_) onStatus_(status_);
+    applyPolicy();
+}
+
+void MainProcessor::onRefState(const MpRecord& received)
+{
+    const auto ind = received.as<KvdTuiif6BvqRefStateInd>();
+    if (!ind) return;
+    std::erase_if(reported_, [&](const Reported& r) {
+        return r.froId == ind->froId && r.froClassNo == ind->froClassNo;
+    });
+    reported_.push_back({ind->froId, ind->froClassNo, ind->refState, ind->additionalRefStateInfo});
+    applyPolicy();
+}
+
+void MainProcessor::onEtFroid(const MpRecord& received)
+{
+    const auto ind = received.as<KvdTuiifEtFroidInd>();
+    if (!ind) return;
+    std::erase_if(lines_, [&](const Line& l) { return l.froId == ind->froId; });
+    const bool added = ind->statusControl == 1;
+    if (added && ind->lineNum < LINES) lines_.push_back({ind->lineNum, ind->froId});
+    for (const MpReference& r : config.references) {
+        if (r.refType != PDH_SDH_REF || r.froId != ind->froId || !r.supervise) continue;
+        if (added) supervise(r, true);
+        else std::erase_if(supervised_, [&](const MpReference& s) { return same(s, r); });
+    }
+    applyPolicy();
+}
+
+// ---- queries -------------------------------------------------------------------------------------------------
+
+std::size_t MainProcessor::count(SIGSELECT sigNo, ose::Time since) const
+{
+    return static_cast<std::size_t>(std::count_if(
+        log_.begin(), log_.end(), [&](const MpRecord& r) { return r.sigNo == sigNo && r.at >= since; }));
+}
+
+const MpRecord* MainProcessor::last(SIGSELECT sigNo) const
+{
+    for (auto r = log_.rbegin(); r != log_.rend(); ++r)
+        if (r->sigNo == sigNo) return &*r;
+    return nullptr;
+}
+
+std::vector<MpRecord> MainProcessor::all(SIGSELECT sigNo) const
+{
+    std::vector<MpRecord> found;
+    for (const MpRecord& r : log_)
+        if (r.sigNo == sigNo) found.push_back(r);
+    return found;
+}
+
+std::string MainProcessor::describe(const MpRecord& record)
+{
+    char text[240];
+    const char* name = tuiifSignalName(record.sigNo);
+    if (const auto s = record.as<KvdTuiifBvqStatusInd>(); record.sigNo == KVD_TUIIF_BVQ_STATUS_IND && s) {
+        std::snprintf(text, sizeof text,
+                      "%s radioClockState=%u %s refState=0x%x ltr=%u degr=%u froId=%u froClassNo=%u", name,
+                      s->radioClockState, clockStateName(s->radioClockState), s->refState,
+                      s->activRefLtrStatus, s->activRefDegrStatus, s->activRefFroId,
+                      s->activRefFroClassNo);
+    } else if (const auto e = record.as<KvdTuiifEtFroidInd>();
+               record.sigNo == KVD_TUIIF_ET_FROID_IND && e) {
+        std::snprintf(text, sizeof text, "%s line=%u froId=%u statusControl=%u", name, e->lineNum, e->froId,
+                      e->statusControl);
+    } else if (const auto r = record.as<KvdTuiif6BvqRefStateInd>();
+               record.sigNo == KVD_TUIIF6_BVQ_REF_STATE_IND && r) {
+        std::snprintf(text, sizeof text, "%s froId=%u froClassNo=%u refState=%u info=0x%x", name, r->froId,
+                      r->froClassNo, r->refState, r->additionalRefStateInfo);
+    } else if (*name != '\0') {
+        std::snprintf(text, sizeof text, "%s size=%zu", name, record.bytes.size());
+    } else {
+        std::snprintf(text, sizeof text, "signal 0x%x size=%zu", record.sigNo, record.bytes.size());
+    }
+    return text;
+}
+
+}  // namespace sim

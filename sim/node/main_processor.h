@@ -1,0 +1,143 @@
+// main_processor.h - The node's main processor as a timing unit meets it: publishes the service, confirms
+// the connection, asks for supervision, selects a reference, records all that it is told.
+//
+// Calls are for tests and scenarios, from outside of any process (also from a world event).
+#pragma once
+#include "sim/node/main_processor_config.h"
+#include "sim/node/server.h"
+
+#include <deque>
+#include <functional>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace sim {
+
+/// One signal that came from the unit.
+struct MpRecord {
+    ose::Time at = 0;
+    SIGSELECT sigNo = 0;
+    PROCESS from = 0;
+    std::vector<std::byte> bytes;      // whole signal, number first
+
+    /// The signal as layout T; nothing when it is too short.
+    template <typename T>
+    std::optional<T> as() const
+    {
+        if (bytes.size() < sizeof(T)) return std::nullopt;
+        T layout;
+        std::memcpy(static_cast<void*>(&layout), bytes.data(), sizeof(T));
+        return layout;
+    }
+};
+
+/// A received clock status.
+struct ClockStatus {
+    ose::Time at = 0;
+    u32 smn = 0, apn = 0;
+    u8  radioClockState = 7;           // 7 unknown
+    u32 refState = 0;                  // usable references, a bit each
+    u8  ltrStatus = 0, degrStatus = 0;
+    u32 froId = 0xFFFFFFFF, froClassNo = 0xFFFFFFFF;
+};
+
+/// "FREQUENCY_LOCKED" for 3, "UNKNOWN" beyond the known.
+const char* clockStateName(u8 radioClockState);
+/// "KVD_TUIIF_BVQ_STATUS_IND", "" when it isn't one of the interface.
+const char* tuiifSignalName(SIGSELECT sigNo);
+/// "GPS_REF" for 6.
+const char* refTypeName(u8 refType);
+
+class MainProcessor : public Server {
+public:
+    MainProcessor(Node& node, const MainProcessorConfig& config);
+
+    MainProcessorConfig config;        // the script, with setAnswer and delay_ms of Server
+
+    // ---- life -------------------------------------------------------------------------------------------
+    void start() override;             // also: come back
+    void die() override;
+    /// Dies now and comes back after `gone`.
+    void restart(ose::Time gone);
+    /// Connected: this side has confirmed with an acceptable revision, and the unit lives.
+    bool connected() const;
+
+    // ---- orders to the unit -------------------------------------------------------------------------------
+    void supervise(const MpReference& reference, bool on);
+    void select(u8 refType, u32 froId, u32 froClassNo);
+    void selectNone();
+    void selectByName(const std::string& name);      // of config.references
+    void superviseByName(const std::string& name, bool on);
+    /// Any signal of the interface, number in the first word.
+    void send(std::span<const std::byte> signal);
+    template <typename T>
+    void sendLayout(const T& layout)
+    {
+        send(std::as_bytes(std::span<const T, 1>(&layout, 1)));
+    }
+    void changeMaster(u8 timeMode, u8 masterSlaveMode);
+    void boardFailure(bool raised);                  // the fault alarm and its recovery
+    void setTestMode(bool on);
+    void setSelectionMode(u8 selectionProcessMode);
+
+    /// Own selection on or off; on looks at the references at once.
+    void setSelects(bool on);
+    const MpReference* reference(const std::string& name) const;
+    /// What the policy takes for usable now.
+    bool usable(const MpReference& reference) const;
+
+    // ---- what the unit said ---------------------------------------------------------------------------------
+    const ClockStatus& status() const { return status_; }        // the latest, of this connection or before
+    const std::vector<ClockStatus>& statuses() const { return statuses_; }
+    u8  clockState() const { return status_.radioClockState; }
+    /// Last selection sent.
+    u8  selectedRefType() const { return selected_.refType; }
+    u32 selectedFroId() const { return selected_.froId; }
+    u32 connections() const { return connections_; }             // confirmations sent and acceptable
+
+    std::size_t count(SIGSELECT sigNo, ose::Time since = 0) const;
+    const MpRecord* last(SIGSELECT sigNo) const;
+    std::vector<MpRecord> all(SIGSELECT sigNo) const;
+    const std::deque<MpRecord>& log() const { return log_; }     // newest 100'000
+    void clearLog() { log_.clear(); }
+    /// One line: name and fields of the signals that a reader follows, number and size of others.
+    static std::string describe(const MpRecord& record);
+
+    void onRecord(std::function<void(const MpRecord&)> observer) { onRecord_ = std::move(observer); }
+    void onStatus(std::function<void(const ClockStatus&)> observer) { onStatus_ = std::move(observer); }
+    /// After each selection that goes out, whoever made it.
+    void onSelect(std::function<void(const MpReference&)> observer) { onSelect_ = std::move(observer); }
+
+protected:
+    void onSignal(Signal* sig, PROCESS from) override;
+
+private:
+    void onInitiate(const MpRecord& received);
+    void onStatusInd(const MpRecord& received);
+    void onRefState(const MpRecord& received);
+    void onEtFroid(const MpRecord& received);
+    void record(Signal* sig, PROCESS from);
+    void superviseConfigured();
+    void applyPolicy();
+    void sendSelection(const MpReference& reference);
+
+    struct Reported { u32 froId, froClassNo, refState, additional; };   // packet, Ethernet references
+    struct Line { u32 line, froId; };                                   // lines that the unit announced
+
+    PROCESS unit_ = 0;
+    bool confirmed_ = false;
+    u32 connections_ = 0;
+    MpReference selected_;
+    std::vector<MpReference> supervised_;
+    std::vector<Reported> reported_;
+    std::vector<Line> lines_;
+    ClockStatus status_;
+    std::vector<ClockStatus> statuses_;
+    std::deque<MpRecord> log_;
+    std::function<void(const MpRecord&)> onRecord_;
+    std::function<void(const ClockStatus&)> onStatus_;
+    std::function<void(const MpReference&)> onSelect_;
+};
+
+}  // namespace sim

@@ -1,0 +1,43 @@
+// main_processor_config.h - What the simulated main processor negotiates and which references it knows.
+#pragma once
+#include "ose/types.h"
+
+#include <array>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+/// A reference as the main processor has it configured; the list's order is its priority.
+struct MpReference {
+    std::string name;                 // for reports
+    u8  refType = 0;                  // 2 to 14
+    u32 froId = 0;
+    u32 froClassNo = 0;
+    bool supervise = true;            // asks for supervision at each connection
+    /// Selected without any report of being usable: packet references before their reports exist.
+    bool alwaysUsable = false;
+    std::array<u8, 6> macAddress{2, 0, 0, 0, 0, 1};   // of an Ethernet reference's port
+};
+
+struct MpDate { u16 year = 2024; u8 month = 1, day = 1, hour = 0, minute = 0, second = 0; };
+
+struct MainProcessorConfig {
+    // The confirmation.
+    u32 signalRevision = 4;
+    u32 selectedPv = 22;
+    u32 highestAvailablePv = 22;      // in SUS and REJ
+    u8  timeMode = 1;                 // 1 frequency, 3 absolute time
+    u8  masterSlaveMode = 1;          // 1 master, 0 slave
+    u8  gpsOut = 0;
+    u8  hptsiOut = 0;
+    u8  selectionQlMode = 0;
+    MpDate sfnInitTime{1980, 1, 6, 0, 0, 0};
+
+    std::vector<MpReference> references;
+    /// Selects by itself: the first reference of the list that is usable, none when there is none.
+    bool selects = true;
+    bool present = true;              // alive from the beginning
+};
+
+}  // namespace sim

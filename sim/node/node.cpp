@@ -1,0 +1,231 @@
+#include "sim/node/node.h"
+
+#include "mgr/kvd_load.h"
+#include "sim/board/board.h"
+
+namespace sim {
+
+namespace {
+
+constexpr i64 US_PER_S = 1'000'000;
+constexpr u32 RED_LED_ON = 1, RED_LED_OFF = 2;
+constexpr int BAD_REQUEST = 22;
+constexpr u32 SHUTDOWN_PRIORITY = 10;
+
+const char* uartOf(u32 boardType) { return boardType == 1 ? "UART750" : "UART"; }
+
+}  // namespace
+
+Node::Node(ose::World& world, const NodeConfig& config)
+    : world_(world), config_(config), system_(&world.createSystem(config.name)),
+      alive_(std::make_shared<bool>(true)), parameters_(config), traces_(config.name)
+{
+    setCalendar(config.calendarStart + world.now() / ose::SEC,
+                static_cast<u32>(world.now() % ose::SEC / ose::US));
+    makeBoard();
+    serial_ = std::make_unique<SerialPort>(*this, uartOf(config.boardType));
+    nameServer_ = std::make_unique<NameServer>(*this);
+    pri_ = std::make_unique<PriServer>(*this, config.smn, config.apn, config.piuInstanceId);
+    temi_ = std::make_unique<TemiServer>(*this);
+    errorLog_ = std::make_unique<ErrorLog>(*this);
+    phyPorts_ = std::make_unique<PhyPortServer>(*this, config.ports);
+    shell_ = std::make_unique<Shell>(*this);
+    mainProcessor_ = std::make_unique<MainProcessor>(*this, config.mainProcessor);
+
+    system_->setPlatform(static_cast<node::Platform*>(this));
+    system_->onProgramEnd([this](ose::Block& block, u32 code, const std::string& text) {
+        programEnded(block, code, text);
+    });
+    shutdownProcess_ = system_->spawn("Tsv_shutdown_proc", SHUTDOWN_PRIORITY, [] {
+        for (;;) {
+            Signal* sig = ose::receive(ose::ANY_SIGNAL);
+            ose::free_buf(&sig);
+        }
+    });
+    nameServer_->start();
+    pri_->start();
+    temi_->start();
+    errorLog_->start();
+    phyPorts_->start();
+    shell_->start();
+    if (config.mainProcessor.present) mainProcessor_->start();
+}
+
+Node::~Node()
+{
+    unload();
+    *alive_ = false;
+    system_->kill(shutdownProcess_);
+    mainProcessor_->die();
+    shell_->die();
+    phyPorts_->die();
+    errorLog_->die();
+    temi_->die();
+    pri_->die();
+    nameServer_->die();
+    system_->onProgramEnd(nullptr);
+    system_->setPlatform(nullptr);
+}
+
+void Node::after(ose::Time span, std::function<void()> action)
+{
+    world_.after(span, [alive = alive_, action = std::move(action)] {
+        if (*alive) action();
+    });
+}
+
+// ---- life of the program ----------------------------------------------------------------------------------
+
+void Node::powerOn()
+{
+    if (powered_) return;
+    powered_ = true;
+    board_->powerOn(true);
+    load(config_.restartType);
+}
+
+void Node::powerOff()
+{
+    unload();
+    if (powered_) board_->powerOff();
+    powered_ = false;
+}
+
+void Node::restart(u32 restartType)
+{
+    unload();
+    if (!powered_) board_->powerOn(true);
+    else if (restartType <= RESTART_COLDWTEST) board_->reset();
+    powered_ = true;
+    load(restartType);
+}
+
+void Node::shutdown()
+{
+    if (program_ == nullptr || shutdownCallback_ == nullptr) return unload();
+    system_->launch(*program_, "shutdown_call", SHUTDOWN_PRIORITY,
+                    [this, callback = shutdownCallback_, program = program_] {
+                        callback();
+                        after(0, [this, program] {
+                            if (program_ == program) unload();
+                        });
+                    });
+}
+
+void Node::kill() { unload(); }
+
+void Node::load(u32 restartType)
+{
+    ++starts_;
+    temi_->programStarted(restartType);
+    program_ = &system_->load(config_.program != nullptr ? *config_.program : KvdLoz6_program());
+}
+
+void Node::unload()
+{
+    if (program_ == nullptr) return;
+    ose::Block& gone = *program_;
+    program_ = nullptr;
+    forgetProgram();
+    system_->unload(gone);
+}
+
+/// The kernel has stopped a program that called error, or whose block was killed from within.
+void Node::programEnded(ose::Block& block, u32 code, const std::string& text)
+{
+    ends_.push_back({world_.now(), code, text});
+    if (program_ == &block) {
+        program_ = nullptr;
+        forgetProgram();
+    }
+    system_->unload(block);
+    if (onEnd_) onEnd_(ends_.back());
+    if (config_.reloadAfter_ms < 0) return;
+    after(config_.reloadAfter_ms * ose::MS, [this] {
+        if (program_ == nullptr && powered_) restart(config_.restartAfterEnd);
+    });
+}
+
+void Node::forgetProgram()
+{
+    shutdownCallback_ = nullptr;
+    enabledVectors_.clear();
+    serial_->programGone();
+    shell_->programGone();
+}
+
+// ---- node::Platform -----------------------------------------------------------------------------------------
+
+int Node::adiBoardCode(u32& code) { return parameters_.boardCode(code); }
+
+int Node::boardParameter(const char* name, char* text, std::size_t size)
+{
+    return parameters_.board(name, text, size);
+}
+
+int Node::bootParameter(const char* name, char* text, std::size_t size)
+{
+    return parameters_.boot(name, text, size);
+}
+
+int Node::visualIndication(u32 request)
+{
+    ++ledRequests_;
+    if (ledResult != 0) return ledResult;
+    if (request != RED_LED_ON && request != RED_LED_OFF) return BAD_REQUEST;
+    led_ = request == RED_LED_ON ? Led::RedOn : Led::RedOff;
+    return 0;
+}
+
+int Node::elgiWrite(const char* code, u32 severity, u32 count, const char* text, u32 last)
+{
+    return errorLog_->write(code, severity, count, text, last);
+}
+
+int Node::registerShutdown(void (*callback)())
+{
+    if (!system_->alive(shutdownProcess_)) return 1;
+    shutdownCallback_ = callback;
+    return 0;
+}
+
+void Node::setCalendar(i64 seconds, u32 microseconds)
+{
+    calendarOffset_us_ = seconds * US_PER_S + microseconds - world_.now() / ose::US;
+}
+
+node::CalendarTime Node::calendar()
+{
+    const i64 now_us = world_.now() / ose::US + calendarOffset_us_;
+    const i64 seconds = now_us >= 0 ? now_us / US_PER_S : (now_us - US_PER_S + 1) / US_PER_S;
+    return {seconds, static_cast<u32>(now_us - seconds * US_PER_S)};
+}
+
+int Node::fileExists(const char* path) { return volumes_.exists(path); }
+int Node::fileRead(const char* path, std::string& content) { return volumes_.read(path, content); }
+int Node::fileWrite(const char* path, const std::string& content) { return volumes_.write(path, content); }
+int Node::fileAppend(const char* path, const std::string& content)
+{
+    return volumes_.append(path, content);
+}
+int Node::fileRemove(const char* path) { return volumes_.remove(path); }
+
+int Node::serialOpen(const char* device, u32 vector, const node::SerialSetting* settings, std::size_t count)
+{
+    return serial_->open(device, vector, settings, count);
+}
+int Node::serialClose(const char* device) { return serial_->close(device); }
+int Node::serialWrite(const char* device, const u8* bytes, std::size_t count)
+{
+    return serial_->write(device, bytes, count);
+}
+std::size_t Node::serialRead(const char* device, u8* bytes, std::size_t room)
+{
+    return serial_->read(device, bytes, room);
+}
+
+int  Node::registerCommand(const node::ShellCommand& command) { return shell_->registerCommand(command); }
+void Node::shellPrint(const char* text) { shell_->print(text); }
+void Node::trace(const node::TraceRecord& record) { traces_.write(world_.now(), record); }
+
+}  // namespace sim

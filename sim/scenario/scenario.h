@@ -1,0 +1,86 @@
+// scenario.h - A scenario: units, their clocks and references, what happens when, what must hold.
+#pragma once
+#include "sim/node/node_config.h"
+#include "sim/refs/line_source.h"
+#include "sim/scenario/table_reader.h"
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+class Unit;
+
+/// A unit and all that is connected to its board.
+struct UnitSpec {
+    NodeConfig node;
+    std::map<ReferenceInput, LineConfig> inputs;
+    double start_s = 0;              // when its power comes
+};
+
+/// One thing that happens. Checked when the scenario is read, so that it can't fail in the run.
+struct EventSpec {
+    double at_s = 0;
+    std::string unit;
+    std::string what;                // as the scenario says it
+    std::function<void(Unit&)> action;
+};
+
+enum class CheckKind : u8 {
+    Clock,        // clock state at a time
+    Reaches,      // clock state entered between two times
+    Sequence,     // clock states from the beginning, in order
+    RegState,     // regulator's state at a time
+    Selected,     // selected reference type at a time
+    TimeError,    // true time error between two times, from its value at the first
+    FreqError,    // true frequency error between two times
+    Mask,         // MTIE of the longest locked stretch under a mask
+    Divider,      // divider at two times equal to a tolerance
+    Trace,        // count of traces that hold a text
+};
+
+struct CheckSpec {
+    CheckKind kind = CheckKind::Clock;
+    std::string name;
+    std::string unit;
+    double from_s = 0, to_s = 0;     // a moment has both equal
+    std::vector<u8> states;
+    double limit = 0;                // ns, ppb, divider units
+    std::string text;                // trace text, mask name
+    u64 least = 1, most = UINT64_MAX;
+};
+
+struct Scenario {
+    std::string file;
+    std::string name;
+    std::string title;
+    double duration_s = 0;
+    u64 seed = 1;
+    double interval_s = 1.0;         // of the recorded series
+    std::vector<UnitSpec> units;
+    std::vector<EventSpec> events;   // in order of time
+    std::vector<CheckSpec> checks;
+};
+
+/// Reads and checks a scenario. Throws ScenarioError, or SeriesError for a recorded series it names.
+Scenario readScenario(const std::string& path);
+
+/// Puts a recorded oscillator, or recorded noise of every reference, in place of the scenario's own.
+/// `what` is FILE or FILE:hz, FILE:frequency, FILE:phase.
+void replaceOscillator(Scenario& scenario, const std::string& what);
+void replaceReferenceNoise(Scenario& scenario, const std::string& what);
+
+/// A value of the clock state, the regulator's state or the reference type by its name; nothing when there
+/// is none of that name.
+std::optional<u8> clockStateByName(const std::string& name);
+std::optional<u8> regStateByName(const std::string& name);
+std::optional<u8> refTypeByName(const std::string& name);
+
+// Pieces of the reader, each in a file of its own.
+UnitSpec readUnit(const toml::table& table, const std::string& file);
+EventSpec readEvent(const toml::table& table, const std::string& file, const Scenario& scenario);
+CheckSpec readCheck(const toml::table& table, const std::string& file, const Scenario& scenario);
+
+}  // namespace sim

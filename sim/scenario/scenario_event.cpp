@@ -1,0 +1,215 @@
+// Reading an [[event]]: what can happen in a run, by name.
+#include "sim/board/board.h"
+#include "sim/scenario/scenario.h"
+#include "sim/scenario/unit.h"
+
+#include <algorithm>
+
+namespace sim {
+namespace {
+
+using Action = std::function<void(Unit&)>;
+
+/// What an event's table gives its maker.
+struct Context {
+    TableReader& table;
+    const UnitSpec& unit;
+};
+using Maker = Action (*)(Context&);
+
+struct InputWord { const char* word; ReferenceInput input; };
+constexpr InputWord INPUT_WORDS[] = {
+    {"pps", ReferenceInput::Pps}, {"external", ReferenceInput::ExternalFrequency},
+    {"pdh1", ReferenceInput::Pdh1}, {"pdh2", ReferenceInput::Pdh2}, {"pdh3", ReferenceInput::Pdh3},
+    {"pdh4", ReferenceInput::Pdh4}, {"sdh", ReferenceInput::Sdh}, {"eth_a", ReferenceInput::EthernetA},
+    {"eth_b", ReferenceInput::EthernetB}, {"eth_c", ReferenceInput::EthernetC},
+};
+
+ReferenceInput inputOf(Context& c)
+{
+    const std::string word = c.table.text("input");
+    for (const InputWord& w : INPUT_WORDS) {
+        if (word != w.word) continue;
+        if (!c.unit.inputs.contains(w.input)) c.table.fail("input", "the unit has no input '" + word + "'");
+        return w.input;
+    }
+    c.table.fail("input", "'" + word + "' is no input");
+}
+
+Action inputPresent(Context& c, bool present)
+{
+    return [input = inputOf(c), present](Unit& u) { u.input(input).setPresent(present); };
+}
+Action inputOn(Context& c) { return inputPresent(c, true); }
+Action inputOff(Context& c) { return inputPresent(c, false); }
+Action inputStuck(Context& c)
+{
+    return [input = inputOf(c), on = c.table.boolean("on", true)](Unit& u) { u.input(input).setStuck(on); };
+}
+Action inputPhaseStep(Context& c)
+{
+    return [input = inputOf(c), s = c.table.number("ns") * 1e-9](Unit& u) { u.input(input).addPhase(s); };
+}
+Action inputFrequency(Context& c)
+{
+    return [input = inputOf(c), ppb = c.table.number("ppb")](Unit& u) { u.input(input).setFrequency(ppb); };
+}
+Action inputBadPulse(Context& c)
+{
+    return [input = inputOf(c), s = c.table.number("ns") * 1e-9](Unit& u) { u.input(input).moveNextEdge(s); };
+}
+
+Action oscillatorStep(Context& c)
+{
+    return [ppb = c.table.number("ppb")](Unit& u) { u.node().board().oscillator().addStep(ppb); };
+}
+Action temperatureStep(Context& c)
+{
+    return [volts = c.table.number("volts")](Unit& u) { u.node().board().temperature().addStep(volts); };
+}
+
+std::string referenceOf(Context& c)
+{
+    const std::string name = c.table.text("reference");
+    const auto& known = c.unit.node.mainProcessor.references;
+    if (std::none_of(known.begin(), known.end(), [&](const MpReference& r) { return r.name == name; }))
+        c.table.fail("reference", "the unit has no reference '" + name + "'");
+    return name;
+}
+Action mpSelect(Context& c)
+{
+    return [name = referenceOf(c)](Unit& u) {
+        u.node().mainProcessor().setSelects(false);
+        u.node().mainProcessor().selectByName(name);
+    };
+}
+Action mpSelectNone(Context&)
+{
+    return [](Unit& u) {
+        u.node().mainProcessor().setSelects(false);
+        u.node().mainProcessor().selectNone();
+    };
+}
+Action mpSelectsItself(Context&)
+{
+    return [](Unit& u) { u.node().mainProcessor().setSelects(true); };
+}
+Action mpSupervise(Context& c)
+{
+    return [name = referenceOf(c), on = c.table.boolean("on", true)](Unit& u) {
+        u.node().mainProcessor().superviseByName(name, on);
+    };
+}
+Action mpDie(Context&)
+{
+    return [](Unit& u) { u.node().mainProcessor().die(); };
+}
+Action mpStart(Context&)
+{
+    return [](Unit& u) { u.node().mainProcessor().start(); };
+}
+Action mpRestart(Context& c)
+{
+    const auto gone = static_cast<ose::Time>(c.table.seconds("gone") * 1e12);
+    return [gone](Unit& u) { u.node().mainProcessor().restart(gone); };
+}
+Action mpAnswer(Context& c)
+{
+    const Answer answer = c.table.choice<Answer>("answer", {{"accept", Answer::Accept},
+                                                            {"suspend", Answer::Suspend},
+                                                            {"reject", Answer::Reject},
+                                                            {"busy", Answer::Busy},
+                                                            {"silent", Answer::Silent}});
+    return [answer](Unit& u) { u.node().mainProcessor().setAnswer(answer); };
+}
+
+Action unitRestart(Context& c)
+{
+    const u32 type = static_cast<u32>(c.table.integer("type", 0, 5));
+    return [type](Unit& u) { u.node().restart(type); };
+}
+Action unitPowerOff(Context&)
+{
+    return [](Unit& u) { u.node().powerOff(); };
+}
+Action unitPowerOn(Context&)
+{
+    return [](Unit& u) { u.node().powerOn(); };
+}
+Action unitCommand(Context& c)
+{
+    return [line = c.table.text("line")](Unit& u) {
+        u.node().shell().submit(line, [](int, const std::string&) {});
+    };
+}
+
+struct FaultWord { const char* word; void (*set)(BoardFaults&, bool on); };
+constexpr FaultWord FAULTS[] = {
+    {"latch_invalid",        [](BoardFaults& f, bool on) { f.latchInvalid = on; }},
+    {"temperature_invalid",  [](BoardFaults& f, bool on) { f.temperatureInvalid = on; }},
+    {"no_feedback",          [](BoardFaults& f, bool on) { f.synthStatusAnd = on ? 0x7 : 0xF; }},
+    {"synth_c_unlocked",     [](BoardFaults& f, bool on) { f.synthStatusAnd = on ? 0xB : 0xF; }},
+    {"synth_b_unlocked",     [](BoardFaults& f, bool on) { f.synthStatusAnd = on ? 0xE : 0xF; }},
+    {"counter_out_of_range", [](BoardFaults& f, bool on) { f.counterMfn = on ? 25 : -1; }},
+    {"eeprom_bad_sum",       [](BoardFaults& f, bool on) { f.eepromBadSum = on; }},
+};
+Action boardFault(Context& c)
+{
+    const std::string word = c.table.text("fault");
+    const bool on = c.table.boolean("on", true);
+    for (const FaultWord& f : FAULTS)
+        if (word == f.word) return [set = f.set, on](Unit& u) { set(u.node().board().faults, on); };
+    c.table.fail("fault", "'" + word + "' is no fault of the board");
+}
+
+struct EventWord { const char* word; Maker make; };
+constexpr EventWord EVENTS[] = {
+    {"input.on", inputOn},
+    {"input.off", inputOff},
+    {"input.stuck", inputStuck},
+    {"input.phase_step", inputPhaseStep},
+    {"input.frequency", inputFrequency},
+    {"input.bad_pulse", inputBadPulse},
+    {"oscillator.step", oscillatorStep},
+    {"temperature.step", temperatureStep},
+    {"mp.select", mpSelect},
+    {"mp.select_none", mpSelectNone},
+    {"mp.selects_itself", mpSelectsItself},
+    {"mp.supervise", mpSupervise},
+    {"mp.die", mpDie},
+    {"mp.start", mpStart},
+    {"mp.restart", mpRestart},
+    {"mp.answer", mpAnswer},
+    {"unit.restart", unitRestart},
+    {"unit.power_off", unitPowerOff},
+    {"unit.power_on", unitPowerOn},
+    {"unit.command", unitCommand},
+    {"board.fault", boardFault},
+};
+
+}  // namespace
+
+EventSpec readEvent(const toml::table& table, const std::string& file, const Scenario& scenario)
+{
+    TableReader t(table, file, "event");
+    EventSpec e;
+    e.at_s = t.seconds("at");
+    if (e.at_s > scenario.duration_s) t.fail("at", "the run is over by then");
+    e.unit = t.text("unit", scenario.units.front().node.name);
+    const auto unit = std::find_if(scenario.units.begin(), scenario.units.end(),
+                                   [&](const UnitSpec& u) { return u.node.name == e.unit; });
+    if (unit == scenario.units.end()) t.fail("unit", "there is no unit '" + e.unit + "'");
+    const std::string word = t.text("do");
+    e.what = word;
+    if (t.has("input")) e.what += " " + std::string(table["input"].value_or(""));
+    for (const EventWord& known : EVENTS) {
+        if (word != known.word) continue;
+        Context context{t, *unit};
+        e.action = known.make(context);
+        t.finish();
+        return e;
+    }
+    t.fail("do", "'" + word + "' is nothing that can happen");
+}
+
+}  // namespace sim

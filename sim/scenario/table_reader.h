@@ -1,0 +1,85 @@
+// table_reader.h - Typed access to a TOML table with errors that name file, line and reason.
+#pragma once
+#include "ose/types.h"
+
+#include <toml++/toml.h>
+
+#include <initializer_list>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace sim {
+
+/// What is wrong with a scenario: one line, "file:line: reason".
+class ScenarioError : public std::runtime_error {
+public:
+    ScenarioError(const std::string& file, u32 line, const std::string& reason)
+        : std::runtime_error(file + ":" + std::to_string(line) + ": " + reason)
+    {
+    }
+};
+
+/// "90s", "1h30m", "2d", "500ms" or a bare number of seconds; nothing when it is none of these.
+std::optional<double> parseDuration(const std::string& text);
+
+/// Reads the keys of one table; each key is asked for at most once, and `finish` refuses those that nobody
+/// asked for. Every getter without a default refuses a missing key.
+class TableReader {
+public:
+    TableReader(const toml::table& table, std::string file, std::string what);
+
+    bool has(const char* key) const { return table_.contains(key); }
+    std::string text(const char* key);
+    std::string text(const char* key, const std::string& fallback);
+    double number(const char* key);
+    double number(const char* key, double fallback);
+    i64 integer(const char* key, i64 lowest, i64 highest);
+    i64 integer(const char* key, i64 lowest, i64 highest, i64 fallback);
+    bool boolean(const char* key, bool fallback);
+    double seconds(const char* key);                    // a duration
+    double seconds(const char* key, double fallback);
+    std::vector<std::string> texts(const char* key);    // an array of texts; empty when missing
+    std::vector<double> numbers(const char* key);       // an array of numbers; empty when missing
+    /// One of the words; its value.
+    template <typename T>
+    T choice(const char* key, std::initializer_list<std::pair<const char*, T>> words,
+             std::optional<T> fallback = std::nullopt)
+    {
+        if (!has(key) && fallback) return *fallback;
+        const std::string word = text(key);
+        std::string known;
+        for (const auto& [name, value] : words) {
+            if (word == name) return value;
+            known += known.empty() ? name : std::string(", ") + name;
+        }
+        fail(key, "'" + word + "' is none of " + known);
+    }
+    /// A table below this one, nullptr when missing.
+    const toml::table* table(const char* key);
+    /// An array of tables below this one, nullptr when missing.
+    const toml::array* tables(const char* key);
+    toml::date_time dateTime(const char* key, const toml::date_time& fallback);
+
+    void finish() const;
+
+    u32 line() const { return line_; }
+    const std::string& file() const { return file_; }
+    [[noreturn]] void fail(const std::string& reason) const;
+    [[noreturn]] void fail(const char* key, const std::string& reason) const;
+
+private:
+    const toml::node* take(const char* key);
+    const toml::node& need(const char* key);
+
+    const toml::table& table_;
+    std::string file_;
+    std::string what_;
+    u32 line_;
+    std::set<std::string> taken_;
+};
+
+}  // namespace sim

@@ -1,0 +1,26 @@
+// unit.h - A unit of a scenario in its world: its node and the sources at its inputs.
+#pragma once
+#include "sim/node/node.h"
+#include "sim/refs/line_source.h"
+#include "sim/scenario/scenario.h"
+
+#include <map>
+#include <memory>
+
+namespace sim {
+
+class Unit {
+public:
+    Unit(ose::World& world, const UnitSpec& spec);
+
+    Node& node() { return node_; }
+    const std::string& name() const { return node_.name(); }
+    /// A source that the scenario gave the unit; the scenario's reader has made sure that it is there.
+    LineSource& input(ReferenceInput input) { return *sources_.at(input); }
+
+private:
+    Node node_;
+    std::map<ReferenceInput, std::unique_ptr<LineSource>> sources_;
+};
+
+}  // namespace sim

@@ -1,0 +1,27 @@
+// GPS output isn't part of this load yet: nothing is sent on the serial line.
+#include "gps/kvd_gps_out.h"
+
+#include "mgr/trace_groups.h"
+#include "node/platform.h"
+#include "node/trace.h"
+
+int KvdLoz6GpsOut_dispatch(Signal*) { return 0; }
+void KvdLoz6GpsOut_start(u8 mode)
+{
+    KVD_TRACE(TRACE_TUGPS_OUT, TRACE_ERROR, "output driver isn't in this load, mode=%u not started", mode);
+}
+void KvdLoz6GpsOut_stop() {}
+void KvdLoz6GpsOut_handleInt()
+{
+    KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "reference edge dropped, GPS output isn't running");
+}
+void KvdLoz6GpsOut_regStateChanged() {}
+u32 KvdLoz6GpsOut_time(double& time)
+{
+    time = 0.0;
+    return 0;
+}
+void KvdLoz6GpsOut_printInfo()
+{
+    node::shellPrintf("\n***** GPS output *****\n   not running\n");
+}

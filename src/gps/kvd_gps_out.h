@@ -1,0 +1,15 @@
+// kvd_gps_out.h - The unit's own time on the serial output.
+#pragma once
+#include "ose/types.h"
+
+struct Signal;
+
+int  KvdLoz6GpsOut_dispatch(Signal* sig);
+/// Emulation mode 1 GPS, 2 HPTSI.
+void KvdLoz6GpsOut_start(u8 mode);
+void KvdLoz6GpsOut_stop();
+void KvdLoz6GpsOut_handleInt();
+void KvdLoz6GpsOut_regStateChanged();
+/// 1 while its time is valid; time in s.
+u32  KvdLoz6GpsOut_time(double& time);
+void KvdLoz6GpsOut_printInfo();

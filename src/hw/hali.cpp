@@ -1,0 +1,195 @@
+// hali.cpp - Forwards to the hardware interface, and holds the board's one serial port.
+#include "hw/hali.h"
+
+#include "hw/kvd_hwif.h"
+#include "hw/kvd_hwif_regs.h"
+#include "mgr/trace_groups.h"
+#include "node/trace.h"
+#include "ose/module_data.h"
+#include "ose/ose.h"
+
+#include <ctime>
+
+namespace {
+
+constexpr u32 SETTINGS_END = 0xFFFFFFFF;
+constexpr std::size_t SETTINGS_MAX = 32;
+constexpr std::size_t RECEIVE_ROOM = 256;   // bytes taken from the driver at a time
+constexpr int SERIAL_ALREADY_STARTED = 4;
+constexpr int SERIAL_NO_DEVICE = 8;
+
+struct State {
+    bool open = false;
+    const char* device = "";
+    SerialPortDescriptor port{};
+    PROCESS process = 0; // serial interrupt process, stays when only the port is closed
+    u32 unreported = 0;                     // bytes sent that the client hasn't been told of
+};
+ose::ModuleData<State> s;
+
+/// One turn of the driver: tells what was sent, hands over what has come in.
+void serviceSerialPort()
+{
+    if (!s->open) return;
+    if (s->unreported != 0) {
+        const u32 count = s->unreported;
+        s->unreported = 0;
+        if (s->port.transmitted != nullptr) s->port.transmitted(count);
+    }
+    u8 bytes[RECEIVE_ROOM];
+    while (s->open) {
+        const std::size_t count = node::platform().serialRead(s->device, bytes, sizeof bytes);
+        if (count == 0) return;
+        if (s->port.received != nullptr) s->port.received(bytes, static_cast<u32>(count));
+    }
+}
+
+std::size_t settingsOf(const SerialPortDescriptor& descriptor)
+{
+    std::size_t count = 0;
+    if (descriptor.settings == nullptr) return 0;
+    while (count < SETTINGS_MAX && descriptor.settings[count].key != SETTINGS_END) ++count;
+    return count;
+}
+
+void killSerialProcess()
+{
+    if (s->process == 0) return;
+    ose::kill_proc(s->process);
+    s->process = 0;
+}
+
+}  // namespace
+
+int HALI_init()
+{
+    getBoardType();
+    if (tuHwIf_initBaseAddresses() != 0) {
+        KVD_TRACE(TRACE_HALI, TRACE_ERROR, "Unable to obtain FPGA memory base address");
+        return 1;
+    }
+    return 0;
+}
+
+// ---- time, references -------------------------------------------------------------------------
+
+int HALI_readTime(double& period, double& time) { return tuHwIf_readTime(period, time); }
+int HALI_adjustTime(double ext_t, double t) { return tuHwIf_adjustTime(ext_t, t); }
+int HALI_subscribeRefTime(u32 selector) { return tuHwIf_selectSynchRef(selector); }
+int HALI_unSubscribeRefTime(u32) { return 0; }
+u32 HALI_readToggleStatus() { return tuHwIf_readToggleStatus(); }
+
+int HALI_getPowerOnTime(u32& time)
+{
+    time = 0;
+    return 0;
+}
+
+// ---- oscillator -------------------------------------------------------------------------------
+
+int HALI_getOcxoParams(OcxoParams& params)
+{
+    params = {};
+    if (tuHwIf_lookupRegister(REG_NOM_FREQ_HIGH) >> 32 != 0) { // then nothing of the block is there
+        KVD_TRACE(TRACE_HALI, TRACE_ERROR, "Unable to obtain FPGA memory address.");
+        return 1;
+    }
+    params.nominalFrequency = tuHwIf_readOcxoCoeff(0);
+    std::tm date{};
+    if (getBoardType() == BVQ3 && tuHwIf_readOcxoCalibDate(date) == 0)
+        std::strftime(params.calibrationDate, sizeof params.calibrationDate, "%Y-%m-%d", &date);
+    params.a0 = tuHwIf_readOcxoCoeff(1);
+    params.a1 = tuHwIf_readOcxoCoeff(2);
+    params.a2 = tuHwIf_readOcxoCoeff(3);
+    params.a3 = tuHwIf_readOcxoCoeff(4);
+    params.tempMin = tuHwIf_readOcxoCoeff(7);
+    params.tempMax = tuHwIf_readOcxoCoeff(8);
+    return 0;
+}
+
+int HALI_getOcxoTemp(double& volts) { return tuHwIf_readOcxoTemp(volts); }
+
+int HALI_readOcxoSerial(char serial[18], u8& version, u8& manufacturer)
+{
+    return tuHwIf_readOcxoSerial(serial, version, manufacturer);
+}
+
+// ---- output -----------------------------------------------------------------------------------
+
+int HALI_enableTuOut(int enable, int frequency)
+{
+    KVD_TRACE(TRACE_HALI, TRACE_INFO, "EnableTuOut enable=%d, freq =%d (Not tested)", enable,
+              frequency);
+    tuHwIf_enableGpsOut(enable > 0 ? 1 : 0);
+    return 0;
+}
+
+int HALI_muteTuOut(int)
+{
+    KVD_TRACE(TRACE_HALI, TRACE_ERROR, "Not supporting muteTuOut");
+    return 1;
+}
+
+// ---- serial port ------------------------------------------------------------------------------
+
+int HALI_subscribeSerialPort(const SerialPortDescriptor& descriptor)
+{
+    u32 board = BOARD_UNKNOWN;
+    const char* const device = tuHwIf_getSerialPort(board);
+    if (s->open) {
+        KVD_TRACE(TRACE_HALI, TRACE_ERROR, "UART device %s already started", device);
+        return SERIAL_ALREADY_STARTED;
+    }
+    const int result = node::platform().serialOpen(device, descriptor.vector, descriptor.settings,
+                                                   settingsOf(descriptor));
+    if (result != 0) return result;
+    killSerialProcess();
+    s->device = device;
+    s->port = descriptor;
+    s->unreported = 0;
+    s->process = ose::create_process(ose::KIND_INTERRUPT, descriptor.processName, serviceSerialPort,
+                                     descriptor.stack, descriptor.priority, 0, descriptor.vector);
+    ose::start(s->process);
+    s->open = true;
+    if (s->port.opened != nullptr) s->port.opened();
+    return 0;
+}
+
+int HALI_closeSerialPort(u32 killProcess)
+{
+    if (s->open) {
+        s->open = false;
+        const int result = node::platform().serialClose(s->device);
+        if (result != 0 && s->port.error != nullptr) s->port.error(static_cast<u32>(result));
+        if (s->port.closed != nullptr) s->port.closed();
+    }
+    if (killProcess == 1) killSerialProcess();
+    return 0;
+}
+
+int HALI_writeSerialPort(const u8* bytes, u32 count)
+{
+    const int result =
+        s->open ? node::platform().serialWrite(s->device, bytes, count) : SERIAL_NO_DEVICE;
+    if (result != 0) {
+        KVD_TRACE(TRACE_HALI, TRACE_ERROR, "Failed writing to serialport (result=%d)", result);
+        return result;
+    }
+    s->unreported += count;
+    return 0;
+}
+
+void HALI_simSerialInterrupt() { serviceSerialPort(); }
+
+// ---- persistent memory ------------------------------------------------------------------------
+
+int HALI_msiInitiate()
+{
+    // The node has no client of the persistent memory service yet.
+    KVD_TRACE(TRACE_HALI, TRACE_ERROR, "Unable to obtain contact to MSI proxy");
+    return -1;
+}
+
+int HALI_msiAllocate(const char*, u32, u32, u32) { return -1; }
+
+void HALI_printInfo() { tuHwIf_printInfo(); }

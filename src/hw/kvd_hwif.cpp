@@ -1,0 +1,286 @@
+// kvd_hwif.cpp - Board type, register map, start-up of the hardware.
+#include "hw/kvd_hwif.h"
+#include "hw/kvd_hwif_priv.h"
+
+#include "mgr/trace_groups.h"
+#include "node/mmio.h"
+#include "node/trace.h"
+#include "ose/module_data.h"
+#include "reg/kvd_reg_flashfile.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <string_view>
+
+using namespace hwif;
+
+namespace {
+
+constexpr u32 BOARD_CODE_TYPE1 = 7;
+constexpr u32 BOARD_CODE_TYPE2 = 9;
+constexpr std::size_t PARAMETER_SIZE = 16;   // text of a base address, bytes
+
+struct State {
+    bool boardTypeRead = false;
+    u32 boardType = BOARD_UNKNOWN;
+    bool basesKnown = false;
+    BaseAddresses bases;
+    bool tableFilled = false;
+    RegisterTable table{};
+    u32 revision = 0;                        // four characters, read at start
+};
+ose::ModuleData<State> s;
+
+u32 readBoardType()
+{
+    u32 code = 0;
+    if (node::platform().adiBoardCode(code) != 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Board type could not be received from ADI.");
+        return BOARD_UNKNOWN;
+    }
+    if (code == BOARD_CODE_TYPE1) return BVQ1;
+    if (code == BOARD_CODE_TYPE2) return BVQ3;
+    KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to determine hardware type.");
+    return BOARD_UNKNOWN;
+}
+
+/// A parameter that is missing, too long, no number, or no 32-bit address fails.
+bool readBaseParameter(const char* name, u32& address)
+{
+    char text[PARAMETER_SIZE] = "";
+    if (node::platform().boardParameter(name, text, sizeof text) != 0) return false;
+    char* end = text;
+    errno = 0;
+    const unsigned long long value = std::strtoull(text, &end, 0);
+    if (end == text || errno != 0 || value > 0xFFFFFFFFull) return false;
+    address = static_cast<u32>(value);
+    return true;
+}
+
+/// Once from the base addresses; without them no register is there.
+const RegisterTable& registerTable()
+{
+    if (!s->tableFilled) {
+        s->table = buildRegisterTable(s->basesKnown ? s->boardType : BOARD_UNKNOWN, s->bases);
+        s->tableFilled = true;
+    }
+    return s->table;
+}
+
+void keepRevision()
+{
+    s->revision = tuHwIf_readFpgaRev();
+    const char text[5] = {static_cast<char>(revisionCharacter(s->revision, 0)),
+                          static_cast<char>(revisionCharacter(s->revision, 1)),
+                          static_cast<char>(revisionCharacter(s->revision, 2)),
+                          static_cast<char>(revisionCharacter(s->revision, 3)), '\0'};
+    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "LOZ6 FPGA revision is %s", text);
+}
+
+/// False when the first register isn't there.
+bool openTimingPart()
+{
+    u32 address = 0;
+    if (!findRegister(REG_BOARD_CONTROL, address)) return false;
+    node::mmioWrite(s->bases.C + BASE_C_START, 1);
+    node::ioBarrier();
+    node::mmioWrite(address, 1);
+    return true;
+}
+
+/// Whether the registers still hold what a previous run put there.
+u32 isColdStart()
+{
+    u32 cold = tuHwIf_isEepromLoaded() != 0 ? 0 : 1;
+    if (tuHwIf_readNominalDivisor() == 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Incorrect nominal divisor (0). Cold Start used.");
+        cold = 1;
+    }
+    if (tuHwIf_readDeltaSigmaM() == 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Incorrect Delta/Sigma M (0). Cold Start used.");
+        cold = 1;
+    }
+    return cold;
+}
+
+}  // namespace
+
+// ---- register access --------------------------------------------------------------------------
+
+u64 tuHwIf_lookupRegister(u32 id)
+{
+    constexpr u64 FAILURE = u64{1} << 32;
+    const u32 board = getBoardType();
+    if (id >= REGISTER_COUNT || board == BOARD_UNKNOWN) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to look up register=0x%08x, boardType=%u", id,
+                  board);
+        return FAILURE;
+    }
+    const u32 address = registerTable()[board][id];
+    return address == REGISTER_NONE ? FAILURE : address;
+}
+
+namespace hwif {
+
+bool findRegister(u32 id, u32& address)
+{
+    const u64 found = tuHwIf_lookupRegister(id);
+    if (found >> 32 != 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to obtain FPGA memory address.");
+        return false;
+    }
+    address = static_cast<u32>(found);
+    return true;
+}
+
+bool readRegister(u32 id, u32& value)
+{
+    u32 address = 0;
+    value = 0;
+    if (!findRegister(id, address)) return false;
+    value = node::mmioRead(address);
+    return true;
+}
+
+bool writeRegister(u32 id, u32 value)
+{
+    u32 address = 0;
+    if (!findRegister(id, address)) return false;
+    node::mmioWrite(address, value);
+    return true;
+}
+
+bool updateRegister(u32 id, u32 clear, u32 set)
+{
+    u32 address = 0;
+    if (!findRegister(id, address)) return false;
+    node::mmioWrite(address, (node::mmioRead(address) & ~clear) | set);
+    return true;
+}
+
+const BaseAddresses& baseAddresses() { return s->bases; }
+u32 revisionAtStart() { return s->revision; }
+
+}  // namespace hwif
+
+// ---- board ------------------------------------------------------------------------------------
+
+u32 getBoardType()
+{
+    if (!s->boardTypeRead) {
+        s->boardType = readBoardType();
+        s->boardTypeRead = true;
+        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Board type set to: %d",
+                  static_cast<int>(s->boardType));
+    }
+    return s->boardType;
+}
+
+u32 tuHwIf_initiateBoardType() { return getBoardType(); }
+
+int tuHwIf_initBaseAddresses()
+{
+    s->basesKnown = false;
+    s->tableFilled = false;
+    s->bases = {};
+    switch (getBoardType()) {
+    case BVQ1:
+        s->bases.A = BASE_A_ADDRESS;
+        s->basesKnown = true;
+        return 0;
+    case BVQ3: {
+        if (!readBaseParameter("zfb/hw/fpga/moka/tu_clk_sys/base", s->bases.C)) {
+            KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to obtain MOKA TU base parameter.");
+            return 1;
+        }
+        if (!readBaseParameter("zfb/hw/fpga/moka/base", s->bases.D)) {
+            KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to obtain MOKA top parameter.");
+            return 1;
+        }
+        if (!readBaseParameter("zfb/hw/fpga/bvf4/base", s->bases.B)) {
+            KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to obtain BVF4 base parameter.");
+            return 1;
+        }
+        s->bases.B += BASE_B_OFFSET;
+        s->basesKnown = true;
+        return 0;
+    }
+    default:
+        return 1;
+    }
+}
+
+u32 tuHwIf_readFpgaRev()
+{
+    u32 word = 0;
+    readRegister(REG_FPGA_REVISION, word);
+    return word;
+}
+
+const char* tuHwIf_getSerialPort(u32& boardType)
+{
+    boardType = getBoardType();
+    if (boardType == BVQ3) return "UART";
+    if (boardType == BVQ1) return "UART750";
+    KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "UNKNOWN boardtype when init serialport");
+    return "UNKNOWN";
+}
+
+u32 tuHwIf_checkExtPhaseDetector()
+{
+    constexpr std::size_t SIZE = 32;
+    char text[SIZE] = "";
+    if (getBoardType() != BVQ3) return 0;
+    node::Platform& platform = node::platform();
+    if (platform.boardParameter("bvqmodule", text, SIZE) != 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to obtain BVQ module parameter.");
+        return 0;
+    }
+    if (std::string_view(text) != "ZTM 600 145/32") return 1;
+    if (platform.boardParameter("productnumber", text, SIZE) != 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to obtain product number parameter.");
+        return 0;
+    }
+    if (std::string_view(text) != "YCA 350 208/1") return 1;
+    if (platform.boardParameter("productrevision", text, SIZE) != 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to obtain product revision parameter.");
+        return 0;
+    }
+    return std::string_view(text) >= "P3A" ? 1 : 0;
+}
+
+// ---- start ------------------------------------------------------------------------------------
+
+int tuHwIf_initiate(u32& coldRestart, u32 basicHwInit)
+{
+    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "%s coldStart: %s basicHwInit: %s", __func__,
+              coldRestart != 0 ? "TRUE" : "FALSE", basicHwInit != 0 ? "TRUE" : "FALSE");
+    const u32 board = getBoardType();
+    if (board == BOARD_UNKNOWN) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to determine hardware type.");
+        return 3;
+    }
+    setExtPhaseDetector(tuHwIf_checkExtPhaseDetector());
+    if (board == BVQ3 && !openTimingPart()) return 4;
+
+    if (basicHwInit == 0) coldRestart = isColdStart();
+    keepRevision();
+    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "cold restart = %d", static_cast<int>(coldRestart));
+    KvdLoz6TuReg_historyColdFlag(coldRestart);
+    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "cold restart = %d", static_cast<int>(coldRestart));
+
+    const bool rev3 = isRevision3(s->revision);
+    if (coldRestart == 1 && !rev3 && basicHwInit == 0) {
+        const int result = coldStartSynthesiser(s->revision);
+        if (result != 0) return result;
+    }
+    setRev3(rev3 ? 1 : 0);
+    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "%s", rev3 ? "Is P3" : " Not P3");
+    setNomDivOld(tuHwIf_readNominalDivisor());
+
+    if (startOcxo() != 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Read eeprom error");
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,217 @@
+// kvd_hwif_gpsout.cpp - The second counter, which the FPGA runs at the GPS output: its time beyond
+// 1024 s, and its step to the whole second.
+#include "hw/kvd_hwif.h"
+#include "hw/kvd_hwif_priv.h"
+
+#include "gps/kvd_gps_out.h"
+#include "mgr/kvd_mgr_mem.h"
+#include "mgr/trace_groups.h"
+#include "mgr/tu_common.h"
+#include "node/mmio.h"
+#include "node/trace.h"
+#include "reg/kvd_reg.h"
+#include "reg/kvd_reg_measure.h"
+
+#include <cmath>
+
+using namespace hwif;
+
+namespace {
+
+constexpr u32 FRAMES_MAX = 0x7F;
+constexpr u32 INCREMENTS_LIMIT = 2097152;   // 21 bits
+constexpr u16 WRAP_MFN = 24;
+constexpr u16 WRAP_SFN = 3995;              // within the last second of the period
+constexpr double SETTLE_s = 5.0;            // position from which a lost time is taken as lost
+
+int readGpsOut(Sfc& c)
+{
+    c = {};
+    u32 frames = 0;
+    u32 incs = 0;
+    if (!readRegister(REG_GPS_OUT_FRAMES, frames)) return 1;
+    node::ioBarrier();
+    if (!readRegister(REG_GPS_OUT_INCREMENTS, incs)) return 1;
+    const Sfc read = unpackGpsOut(getBoardType(), frames, incs);
+    const SfcFault fault = checkSfc(read);
+    if (fault != SfcFault::None) {
+        traceSfcFault(fault, read);
+        return 1;
+    }
+    c = read;
+    return 0;
+}
+
+void storeGpsOutData(const GpsOutData& data)
+{
+    if (KvdLoz6TuMem_ready(MEM_GPS_OUT) == 0) return;
+    if (KvdLoz6TuMem_write(MEM_GPS_OUT, &data, sizeof data) != 0)
+        KVD_TRACE(TRACE_TUHWIF, TRACE_3, "gpsOutData_r stored in persistent memory");
+    else
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Could not store gpsOutData_r in persistent memory");
+}
+
+GpsOutData loadGpsOutData()
+{
+    GpsOutData data;
+    if (KvdLoz6TuMem_read(MEM_GPS_OUT, &data, sizeof data) != 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_3,
+                  "gpsOutData_r read from persistent memory mfnOffset=%u, mfn=%u", data.mfnOffset,
+                  data.mfn);
+        return data;
+    }
+    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Could not read gpsOutData_r from persistent memory");
+    return {};
+}
+
+/// Whole periods of a time; none for a time that isn't known.
+u32 periodsOf(double time)
+{
+    const double periods = time / PERIOD_s;
+    return periods >= 1.0 && periods < 4294967296.0 ? static_cast<u32>(periods) : 0;
+}
+
+}  // namespace
+
+namespace hwif {
+
+GpsOutReading extendGpsOutTime(const Sfc& counter, const GpsOutSources& sources, GpsOutData& data)
+{
+    GpsOutReading reading{};
+    const double position = increments(counter) / INCREMENTS_PER_SECOND;
+    if (counter.mfn < data.mfn) {
+        ++data.mfnOffset;
+        reading.missedWrap = true;
+    }
+    if (sources.isMaster) {
+        const u32 N = periodsOf(sources.t_c);
+        if (N != 0 && data.mfnOffset == 0) {
+            data.mfnOffset = N;
+            reading.adjusted = true;
+        }
+    } else {
+        const u32 N = periodsOf(sources.outTime);
+        const bool lost =
+            N == 0 && data.mfnOffset != 0 && sources.outValid == 1 && position > SETTLE_s;
+        if (lost || N > data.mfnOffset) {
+            data.mfnOffset = N;
+            reading.adjusted = true;
+        }
+    }
+    reading.reported_mfnOffset = data.mfnOffset;
+    reading.time = position + data.mfnOffset * PERIOD_s;
+    if (counter.mfn == WRAP_MFN && counter.sfn > WRAP_SFN) {
+        ++data.mfnOffset;
+        data.mfn = 0;
+    } else {
+        data.mfn = counter.mfn;
+    }
+    data.spare = 0;
+    return reading;
+}
+
+GpsOutStep gpsOutStep(const Sfc& counter, i32 delayEighths)
+{
+    GpsOutStep step{};
+    step.t_f_out =
+        increments(counter) / INCREMENTS_PER_SECOND + delayEighths / 8 / INCREMENTS_PER_SECOND;
+    step.t_f_diff = std::ceil(step.t_f_out) - step.t_f_out;
+    step.x = static_cast<u32>(step.t_f_diff * 1228800 * 100);
+    step.inc = step.x % 1228800;
+    step.frames = step.x > 1228800 ? step.x / 1228800 : 0;
+    return step;
+}
+
+}  // namespace hwif
+
+int tuHwIf_readGpsOutSfc(u16& mfn, u16& sfn, u32& inc)
+{
+    Sfc c;
+    const int result = readGpsOut(c);
+    mfn = c.mfn;
+    sfn = c.sfn;
+    inc = c.inc;
+    return result;
+}
+
+void tuHwIf_adjustGpsOutTime(i32 delayEighths)
+{
+    Sfc c;
+    if (readGpsOut(c) != 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to read register for GPS OUT");
+        return;
+    }
+    const GpsOutStep step = gpsOutStep(c, delayEighths);
+    KVD_TRACE(
+        TRACE_TUHWIF, TRACE_INFO,
+        "GPS_OUT, mfn=%u, sfn=%u, inc=%u, t_f_out=%f, t_f_diff=%f, adjust temp=%u, sfn=%u, inc=%u",
+        c.mfn, c.sfn, c.inc, step.t_f_out, step.t_f_diff, step.x, step.frames, step.inc);
+    if (step.frames == 0 && step.inc == 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "No adjustment necessary");
+        return;
+    }
+    if (tuHwIf_adjustGpsOutOffset(step.frames, step.inc) != 0)
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Failed to adjust GPS OUT counter");
+}
+
+void tuHwIf_printGpsOutTime(i32 delayEighths)
+{
+    Sfc c;
+    if (readGpsOut(c) != 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to read register for GPS OUT");
+        return;
+    }
+    const GpsOutStep step = gpsOutStep(c, delayEighths);
+    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,
+              "GPS_OUT, mfc=%u, sfc=%u, inc=%u, t_f_out=%f, t_f_diff=%f, adjust temp", c.mfn, c.sfn,
+              c.inc, step.t_f_out, step.t_f_diff);
+}
+
+int tuHwIf_adjustGpsOutOffset(u32 frames, u32 inc)
+{
+    if (frames > FRAMES_MAX) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Frame value out of range 0x%08x", frames);
+        return 1;
+    }
+    if (inc >= INCREMENTS_LIMIT) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Increment value out of range 0x%08x", inc);
+        return 1;
+    }
+    node::ioBarrier();
+    if (!writeRegister(REG_GPS_OUT_OFFSET, packGpsOutOffset(getBoardType(), frames, inc))) return 1;
+    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "adjustGpsOutOffset: fc=%08x, inc=%08x", frames, inc);
+    return 0;
+}
+
+int tuHwIf_readGpsOutTime(double& period, double& time)
+{
+    period = 0;
+    time = 0;
+    Sfc c;
+    if (readGpsOut(c) != 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Read GPS FC failed");
+        return 1;
+    }
+    GpsOutData data = loadGpsOutData();
+    GpsOutSources sources{};
+    sources.isMaster = KvdLoz6TuReg_isMaster() != 0;
+    if (sources.isMaster) sources.t_c = KvdLoz6TuReg_getLastTime().c;
+    else sources.outValid = KvdLoz6GpsOut_time(sources.outTime);
+    const GpsOutReading reading = extendGpsOutTime(c, sources, data);
+    if (reading.missedWrap) KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Adding missing mfn offset");
+    if (reading.adjusted)
+        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,
+                  "GpsOutTime adjusted gpsOutData.mfnOffset=%u, since pDUW t_c=%s",
+                  reading.reported_mfnOffset,
+                  TuCommon_text(sources.isMaster ? sources.t_c : sources.outTime));
+    period = PERIOD_s;
+    time = reading.time;
+    storeGpsOutData(data);
+    return 0;
+}
+
+void tuHwIf_resetGpsOutMsiMem()
+{
+    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Resetting mfn and mfnOffset to 0!");
+    storeGpsOutData({});
+}

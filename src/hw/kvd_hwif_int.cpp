@@ -1,0 +1,142 @@
+// kvd_hwif_int.cpp - The FPGA's interrupt: its process, its line, its enable and pending words.
+#include "hw/hwif_sig.h"
+#include "hw/kvd_hwif.h"
+#include "hw/kvd_hwif_priv.h"
+
+#include "mgr/kvd_mgr_proc.h"
+#include "mgr/trace_groups.h"
+#include "node/mmio.h"
+#include "node/sig.h"
+#include "node/trace.h"
+#include "ose/module_data.h"
+#include "ose/ose.h"
+
+using namespace hwif;
+
+namespace {
+
+constexpr const char* INT_PROCESS = "Kvd_loz6_tuhwif_int_proc";
+constexpr u32 INT_STACK = 2048;
+
+struct State {
+    bool started = false;
+    PROCESS process = 0;
+    u32 vector = 0;
+};
+ose::ModuleData<State> s;
+
+u32 vectorOf(u32 board)
+{
+    if (board == BVQ1) return 89;
+    if (board == BVQ3) return 166;
+    KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to determine interrupt vector");
+    return 0;
+}
+
+u32 priorityOf(u32 board)
+{
+    if (board == BVQ1) return 19;
+    if (board == BVQ3) return 10;
+    KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to determine interrupt prio");
+    return 0;
+}
+
+/// Runs once an interrupt; the manager's handler opens the line again when it has acted.
+void tuhwifIntProc()
+{
+    tuHwIf_disableExtInt();
+    const u32 pending = tuHwIf_readPendingIsr();
+    if ((pending & TU_GPS_OUT_INT) != 0) {
+        Signal* sig = ose::alloc(sizeof(Signal), KVD_TUGPS_OUT_INTERRUPT);
+        ose::send(&sig, KvdLoz6TuMgr_pid());
+        KVD_TRACE(TRACE_TUHWIF, TRACE_2, "KVD_TUGPS_OUT_INTERRUPT sent");
+    }
+    if ((pending & ~TU_GPS_OUT_INT) != 0) {
+        auto* ind = node::make<KvdTuhwifRefInterrupt>(KVD_TUHWIF_REF_INTERRUPT);
+        ind->pending = pending;
+        node::sendTo(KvdLoz6TuMgr_pid(), ind);
+    }
+}
+
+int changeEnable(u32 mask, bool on)
+{
+    const u32 board = getBoardType();
+    u32 address = 0;
+    if (on && board == BVQ3 && (mask & TU_BFN_IN_INT) != 0
+        && !findRegister(REG_BFN_IN_FLAGS, address))
+        return 1;
+    const u32 bits = interruptsToBoard(board, mask);
+    return updateRegister(REG_INT_ENABLE, on ? 0 : bits, on ? bits : 0) ? 0 : 1;
+}
+
+}  // namespace
+
+void tuHwif_startIntProc()
+{
+    if (s->started) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Interrupt process %s already started!", INT_PROCESS);
+        return;
+    }
+    const u32 board = getBoardType();
+    s->vector = vectorOf(board);
+    s->process = ose::create_process(ose::KIND_INTERRUPT, INT_PROCESS, tuhwifIntProc, INT_STACK,
+                                     priorityOf(board), 0, s->vector);
+    ose::start(s->process);
+    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "PROCESS %s created", INT_PROCESS);
+    s->started = true;
+    tuHwIf_enableExtInt();
+}
+
+void tuHwif_killIntProc()
+{
+    if (!s->started) return;
+    ose::kill_proc(s->process);
+    s->process = 0;
+    s->started = false;
+    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "PROCESS Kvd_loz6_tuhwif_int_proc killed");
+}
+
+void tuHwIf_enableExtInt()
+{
+    if (!s->started) return;
+    if (s->vector == 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "TUF interrupt vector is 0. Interrupts not enabled.");
+        return;
+    }
+    const int result = node::platform().adiEnableExtInt(s->vector);
+    if (result != 0)
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Received %d from TarsoAdi_enableExtInt", result);
+}
+
+void tuHwIf_disableExtInt()
+{
+    if (!s->started) return;
+    if (s->vector == 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "TUF interrupt vector is 0. Interrupts not disabled.");
+        return;
+    }
+    const int result = node::platform().adiDisableExtInt(s->vector);
+    if (result != 0)
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Received %d from TarsoAdi_disableExtInt", result);
+}
+
+u32 tuHwIf_readPendingIsr()
+{
+    const u32 board = getBoardType();
+    u32 pending = 0;
+    u32 address = 0;
+    if (board != BVQ3) {
+        readRegister(REG_INT_PENDING, pending);
+        return interruptsFromBoard(board, pending);
+    }
+    u32 enabled = 0;
+    if (!findRegister(REG_INT_PENDING, address)) return 0;
+    pending = node::mmioRead(address);
+    node::mmioWrite(address, pending);   // clears what was read
+    node::ioBarrier();
+    if (!readRegister(REG_INT_ENABLE, enabled)) return 0;
+    return interruptsFromBoard(board, pending & enabled);
+}
+
+int tuHwIf_enableIsr(u32 mask) { return changeEnable(mask, true); }
+int tuHwIf_disableIsr(u32 mask) { return changeEnable(mask, false); }

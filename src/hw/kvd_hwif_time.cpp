@@ -1,0 +1,343 @@
+// kvd_hwif_time.cpp - Frame counters: running, latched at the 1PPS, stepped; NTP stamp.
+#include "hw/kvd_hwif.h"
+#include "hw/kvd_hwif_priv.h"
+
+#include "mgr/kvd_math.h"
+#include "mgr/kvd_mgr_hwdiag.h"
+#include "mgr/trace_groups.h"
+#include "mgr/tu_common.h"
+#include "node/mmio.h"
+#include "node/trace.h"
+#include "ose/ose.h"
+
+#include <cmath>
+
+using namespace hwif;
+
+namespace {
+
+constexpr u32 STEP_THRESHOLD = 5;           // increments; a smaller step alone isn't made
+constexpr u32 LOAD_ORDER = 0x5;             // bits of the load control
+constexpr u32 LOAD_BITS = 0x7;
+constexpr u32 LOAD_DONE = 0x1;
+constexpr OSTIME LOAD_TIME_ms = 12;         // the hardware loads at the next frame, 10 ms at most
+constexpr u32 TEST_BASE_ADDRESS = 20;       // report numbers of the hardware diagnostics
+constexpr u32 TEST_BOARD_TYPE = 10;
+
+/// Time of a triple; the counter was somewhere within the increment that was read.
+double timeOf(const Sfc& c) { return (increments(c) + 0.5) / INCREMENTS_PER_SECOND; }
+
+const char* faultText(SfcFault fault)
+{
+    switch (fault) {
+    case SfcFault::Sfc: return "SFC value out of range";
+    case SfcFault::Mfc: return "MFC value out of range";
+    default:            return "Increment value out of range";
+    }
+}
+
+int readRunningCounter(Sfc& c)
+{
+    const u32 board = getBoardType();
+    c = {};
+    if (board == BOARD_UNKNOWN) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to determine hardware type.");
+        KvdLoz6HwDiag_reportError(TEST_BOARD_TYPE);
+        return 1;
+    }
+    u32 frames = 0;
+    u32 incs = 0;
+    if (!findRegister(REG_SFC_FRAMES, frames) || !findRegister(REG_SFC_INCREMENTS, incs)) {
+        KvdLoz6HwDiag_reportError(TEST_BASE_ADDRESS);
+        return 1;
+    }
+    const u32 frameWord = node::mmioRead(frames);   // this read latches the increments
+    node::ioBarrier();
+    const Sfc read = unpackCounter(board, frameWord, node::mmioRead(incs));
+    const SfcFault fault = checkSfc(read);
+    if (fault != SfcFault::None) {
+        traceSfcFault(fault, read);
+        KvdLoz6HwDiag_reportSfcFailure(faultText(fault));
+        return 1;
+    }
+    c = read;
+    return 0;
+}
+
+int readLatch(Sfc& c)
+{
+    const u32 board = getBoardType();
+    c = {};
+    u32 valid = 0;
+    u32 frames = 0;
+    u32 incs = 0;
+    if (board == BVQ3 && !readRegister(REG_LATCH_VALID, valid)) return 1;
+    if (board == BVQ3 && (valid & BIT31) == 0) return 1;
+    if (!readRegister(REG_LATCH_FRAMES, frames)) return 1;
+    if (board == BVQ1 && (frames & BIT31) == 0) return 1;
+    node::ioBarrier();
+    if (!readRegister(REG_LATCH_INCREMENTS, incs)) return 1;
+    const Sfc read = unpackCounter(board, frames, incs);
+    switch (checkSfc(read)) {
+    case SfcFault::None:
+        break;
+    case SfcFault::Sfc:
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Latched SFC value out of range 0x%x", read.sfn);
+        return 1;
+    case SfcFault::Mfc:
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Latched MFC value out of range 0x%x", read.mfn);
+        return 1;
+    case SfcFault::Increment:
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Latched Increment value out of range 0x%x", read.inc);
+        return 1;
+    }
+    c = read;
+    return 0;
+}
+
+/// Steps by whole counters and, on the newer board, the extended counter; 1 performed.
+int adjustTimeType1(const Sfc& step)
+{
+    if (step.mfn == 0 && step.sfn == 0 && step.inc < STEP_THRESHOLD) {
+        KVD_TRACE(
+            TRACE_TUHWIF, TRACE_INFO,
+            "No time adjustment performed, as the value to adjust the sfc register is below 32ns "
+            "threshold.");
+        return 0;
+    }
+    if (tuHwIf_adjustSfc(step.mfn, step.sfn, step.inc) != 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "tuHwIf_adjustSfc failed");
+        return 0;
+    }
+    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Time adjustment performed.");
+    return 1;
+}
+
+int adjustTimeType2(double ext_t, Sfc step)
+{
+    const u32 e = static_cast<u32>(static_cast<i64>(ext_t));   // modulo its width, also backwards
+    if (step.mfn == 0 && step.sfn == 0 && step.inc < STEP_THRESHOLD) {
+        if (e == 0) {
+            KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,
+                      "No time adjustment performed, values are below threshold: ext=%u, mfn=%hu, "
+                      "sfn=%hu, "
+                      "inc=%u",
+                      e, step.mfn, step.sfn, step.inc);
+            return 0;
+        }
+        step.inc = 0;
+    }
+    if (tuHwIf_adjustSfc(step.mfn, step.sfn, step.inc) != 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "tuHwIf_adjustSfc failed");
+        return 0;
+    }
+    if (tuHwIf_adjustExtSfc(e) != 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "tuHwIf_adjustExtSfc failed");
+        return 0;
+    }
+    if (tuHwIf_loadSfc() != 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "tuHwIf_loadSfc failed");
+        return 0;
+    }
+    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,
+              "Time adjustment performed: ext=%s, mfn=%hu, sfn=%hu, inc=%u", TuCommon_text(ext_t),
+              step.mfn, step.sfn, step.inc);
+    return 1;
+}
+
+}  // namespace
+
+void hwif::traceSfcFault(SfcFault fault, const Sfc& c)
+{
+    switch (fault) {
+    case SfcFault::Sfc:
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "SFC value out of range 0x%x", c.sfn);
+        break;
+    case SfcFault::Mfc:
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "MFC value out of range 0x%x", c.mfn);
+        break;
+    case SfcFault::Increment:
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Increment value out of range 0x%x", c.inc);
+        break;
+    case SfcFault::None:
+        break;
+    }
+}
+
+// ---- conversion -------------------------------------------------------------------------------
+
+double tuHwIf_sfcToIncrements(u16 mfn, u16 sfn, u32 inc) { return increments({mfn, sfn, inc}); }
+
+void tuHwIf_incrementsToSfc(double d, u16& mfn, u16& sfn, u32& inc)
+{
+    const double rest = KvdLoz6Math_fmodSignY(d, INCREMENTS_PER_FRAME);
+    const double frames = (d - rest) / INCREMENTS_PER_FRAME;
+    const double frame = KvdLoz6Math_fmodSignY(frames, 4096.0);
+    inc = static_cast<u32>(rest);
+    sfn = static_cast<u16>(frame);
+    mfn = static_cast<u16>(KvdLoz6Math_fmodSignY((frames - frame) / 4096.0, 25.0));
+}
+
+// ---- reading ----------------------------------------------------------------------------------
+
+int tuHwIf_readSfc(u16& mfn, u16& sfn, u32& inc)
+{
+    Sfc c;
+    const int result = readRunningCounter(c);
+    mfn = c.mfn;
+    sfn = c.sfn;
+    inc = c.inc;
+    return result;
+}
+
+int tuHwIf_readTime(double& period, double& time)
+{
+    Sfc c;
+    period = 0;
+    time = 0;
+    if (readRunningCounter(c) != 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Read SFC failed");
+        return 1;
+    }
+    period = PERIOD_s;
+    time = timeOf(c);
+    return 0;
+}
+
+int tuHwIf_getSfnAndCorrespondingTime(u16& sfn, double& period, double& time)
+{
+    Sfc c;
+    sfn = 0;
+    period = 0;
+    time = 0;
+    if (readRunningCounter(c) != 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Read SFC failed");
+        return 1;
+    }
+    sfn = c.sfn;
+    period = PERIOD_s;
+    time = timeOf({c.mfn, c.sfn, 0});
+    return 0;
+}
+
+int tuHwIf_readGpsFc(u16& mfn, u16& sfn, u32& inc)
+{
+    Sfc c;
+    const int result = readLatch(c);
+    mfn = c.mfn;
+    sfn = c.sfn;
+    inc = c.inc;
+    return result;
+}
+
+int tuHwIf_readLatchedRefClock(double& period, double& time)
+{
+    Sfc c;
+    period = 0;
+    time = 0;
+    if (readLatch(c) != 0) return 1;
+    period = PERIOD_s;
+    time = timeOf(c);
+    return 0;
+}
+
+int tuHwIf_readNtp(u32& seconds, u32& fraction)
+{
+    seconds = 0;
+    fraction = 0;
+    u32 word1 = 0;
+    u32 word2 = 0;
+    if (!readRegister(REG_NTP_WORD1, word1) || !readRegister(REG_NTP_WORD2, word2)) return 1;
+    seconds = word1;
+    fraction = word2;
+    return 0;
+}
+
+// ---- stepping ---------------------------------------------------------------------------------
+
+int hwif::tuHwIf_adjustSfc(u16 mfn, u16 sfn, u32 inc)
+{
+    u32 frames = 0;
+    u32 incs = 0;
+    if (!findRegister(REG_LOAD_FRAMES, frames) || !findRegister(REG_LOAD_INCREMENTS, incs))
+        return 1;
+    node::mmioWrite(frames, packStepFrames(mfn, sfn));
+    node::ioBarrier();
+    node::mmioWrite(incs, packStepIncrements(getBoardType(), inc));
+    return 0;
+}
+
+int hwif::tuHwIf_adjustExtSfc(u32 e)
+{
+    node::ioBarrier();
+    return writeRegister(REG_LOAD_EXT_SFC, e & 0xFFFFFF) ? 0 : 1;
+}
+
+int hwif::tuHwIf_loadSfc()
+{
+    u32 control = 0;
+    u32 status = 0;
+    if (!findRegister(REG_LOAD_CONTROL, control) || !findRegister(REG_LOAD_STATUS, status))
+        return 1;
+    node::mmioWrite(control, node::mmioRead(control) | LOAD_ORDER);
+    node::ioBarrier();
+    ose::delay(LOAD_TIME_ms);
+    if ((node::mmioRead(status) & LOAD_DONE) == 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "SFC_LOAD_WAITING");
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Loading value to SFC not finished in 10 ms.");
+        return 1;
+    }
+    KVD_TRACE(TRACE_TUHWIF, TRACE_3, "SFC_LOAD_DONE");
+    node::mmioWrite(control, node::mmioRead(control) & ~LOAD_BITS);
+    return 0;
+}
+
+int tuHwIf_adjustTime(double ext_t, double t)
+{
+    const u32 board = getBoardType();
+    if (board == BOARD_UNKNOWN) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unsupported HW");
+        return 0;
+    }
+    Sfc step;
+    tuHwIf_incrementsToSfc(std::trunc(t * INCREMENTS_PER_SECOND + 0.5), step.mfn, step.sfn,
+                           step.inc);
+    return board == BVQ3 ? adjustTimeType2(ext_t, step) : adjustTimeType1(step);
+}
+
+int tuHwIf_writeSfc(u16 mfn, u16 sfn, u32 inc)
+{
+    const Sfc wanted{mfn, sfn, inc};
+    const SfcFault fault = checkSfc(wanted);
+    if (fault != SfcFault::None) {
+        traceSfcFault(fault, wanted);
+        return 1;
+    }
+    Sfc now;
+    if (readRunningCounter(now) != 0) return 1;
+    // The load registers hold a step, so the counters come to stand at the wanted value by the
+    // difference.
+    Sfc step;
+    tuHwIf_incrementsToSfc(
+        KvdLoz6Math_fmodSignY(increments(wanted) - increments(now), INCREMENTS_PER_PERIOD),
+        step.mfn, step.sfn, step.inc);
+    if (tuHwIf_adjustSfc(step.mfn, step.sfn, step.inc) != 0) return 1;
+    if (getBoardType() != BVQ3) return 0;
+    return tuHwIf_adjustExtSfc(0) != 0 ? 1 : tuHwIf_loadSfc();
+}
+
+void tuHwIf_resetSfcLoadRegisters()
+{
+    switch (getBoardType()) {
+    case BVQ1:
+        break;
+    case BVQ3:
+        for (const u32 id : {REG_LOAD_EXT_SFC, REG_LOAD_FRAMES, REG_LOAD_INCREMENTS})
+            writeRegister(id, 0);
+        break;
+    default:
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR,
+                  "tuHwIf_resetSfcLoadRegisters failed due to unsupported hw");
+        break;
+    }
+}

@@ -1,0 +1,379 @@
+#include "iif/kvd_iifadm.h"
+
+#include "gps/kvd_gps.h"
+#include "hw/kvd_hwif.h"
+#include "iif/kvd_biraiifadm.h"
+#include "iif/kvd_iifadm_int.h"
+#include "iif/kvd_phyadm.h"
+#include "mgr/kvd_mgr_hwdiag.h"
+#include "mgr/kvd_mgr_proc.h"
+#include "mgr/trace_groups.h"
+#include "mgr/tu_common.h"
+#include "node/pri.h"
+#include "ose/module_data.h"
+#include "pktsync/tupktsyncadm.h"
+#include "ref/kvd_ref.h"
+#include "refs/kvd_hptsi.h"
+#include "refs/kvd_idpi.h"
+#include "refs/kvd_slave.h"
+#include "refs/kvd_slowpi.h"
+#include "reg/kvd_reg.h"
+#include "reg/reg_sig.h"
+#include "socpri/kvd_socpri.h"
+
+#include <cstring>
+
+namespace {
+
+ose::ModuleData<tuiif::State> s;
+
+constexpr const char* NAME_SERVER = "ose_ns";
+constexpr u32 REQUEST_SIGNAL_REVISION = 2;
+constexpr u32 CONFIRM_SIGNAL_REVISION = 4;
+constexpr u32 WANTED_PV = 22;
+constexpr u32 PRI_PV = 3;
+constexpr OSTIME PRI_RETRY_ms = 3000;
+
+// ---- own identity ----
+
+void initiatePri()
+{
+    while (node::TarsoPri_initiateService(PRI_PV, PRI_PV, PRI_PV) != 0) {
+        KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO,
+                  "WARNING: TarsoPri_initiateService() did not succeed, retrying ...");
+        ose::delay(PRI_RETRY_ms);
+    }
+}
+
+/// Which of the two answers have come, both with a good result.
+struct Identity {
+    bool instance = false;
+    bool hwAddr = false;
+};
+
+void onPriSignal(const Signal* sig, Identity& known)
+{
+    const u32 result = node::TarsoPri_internal(sig);
+    switch (sig->sigNo) {
+    case TARSO_PRI_SERVER_UP_IND:
+        break;
+    case TARSO_PRI_INITIATE_SERVICE_CFM:
+        if (result != 2) break;
+        node::TarsoPiu_getOwnIdentity();
+        node::TarsoPiu3_getOwnHWAddr();
+        break;
+    case TARSO_PRI_SERVER_DOWN_IND:
+        initiatePri();
+        break;
+    case TARSO_PIU_OWN_IDENTITY_CFM:
+        if (const auto* cfm = as<TarsoPiuOwnIdentityCfm>(sig); cfm != nullptr && cfm->result == 1) {
+            s->ownPiuInstanceId = cfm->piuInstanceId;
+            known.instance = true;
+        }
+        break;
+    case TARSO_PIU3_OWN_HW_ADDR_CFM:
+        if (const auto* cfm = as<TarsoPiu3OwnHwAddrCfm>(sig); cfm != nullptr && cfm->result == 1) {
+            s->ownPiuHwAddr_r.smn = cfm->smn;
+            s->ownPiuHwAddr_r.apn = cfm->apn;
+            known.hwAddr = true;
+        }
+        break;
+    default:
+        KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO, "Unexpected signal: %u received", sig->sigNo);
+        break;
+    }
+}
+
+/// Blocks the manager until the own identity is known. Other signals wait in the queue meanwhile.
+void fetchOwnIdentity()
+{
+    static constexpr SIGSELECT PRI_SIGNALS[] = {
+        8,
+        TARSO_PRI_INITIATE_SERVICE_CFM, TARSO_PRI_INITIATE_SERVICE_SUS,
+        TARSO_PRI_INITIATE_SERVICE_REJ, TARSO_PRI_SERVER_UP_IND,
+        TARSO_PRI_SERVER_DOWN_IND, TARSO_PRI_TERMINATE_SERVICE_CFM,
+        TARSO_PIU_OWN_IDENTITY_CFM, TARSO_PIU3_OWN_HW_ADDR_CFM,
+    };
+    initiatePri();
+    Identity known;
+    while (!known.instance || !known.hwAddr) {
+        Signal* sig = ose::receive(PRI_SIGNALS);
+        onPriSignal(sig, known);
+        ose::free_buf(&sig);
+    }
+    // A service that dies here needs no confirmation any more.
+    static constexpr SIGSELECT TERMINATED[] = {2, TARSO_PRI_TERMINATE_SERVICE_CFM,
+                                               TARSO_PRI_SERVER_DOWN_IND};
+    if (node::TarsoPri_terminateService() == 0) {
+        Signal* sig = ose::receive(TERMINATED);
+        node::TarsoPri_internal(sig);
+        ose::free_buf(&sig);
+    }
+    s->firstPriCall = 1;
+}
+
+// ---- name server ----
+
+void huntNameServer()
+{
+    Signal* found = ose::alloc(sizeof(SIGSELECT), KVD_COMM_ONS_HUNT);
+    ose::hunt(NAME_SERVER, 0, nullptr, &found);
+}
+
+/// Asks the name server to give KVD_COMM_SERVER_UP_IND back once the service exists.
+void askForService()
+{
+    const u32 length = static_cast<u32>(std::strlen(TUIIF_SERVICE_NAME));
+    Signal* sig = ose::alloc(length + NS_HUNT_OVERHEAD, NS_HUNT_REQUEST);
+    auto* req = reinterpret_cast<NsHuntRequest*>(sig);
+    req->user = 0;
+    req->nameLength = length;
+    char* const name = reinterpret_cast<char*>(sig) + NS_HUNT_NAME_OFFSET;
+    std::memcpy(name, TUIIF_SERVICE_NAME, length);
+    std::memcpy(name + length, &KVD_COMM_SERVER_UP_IND, sizeof KVD_COMM_SERVER_UP_IND);
+    ose::send(&sig, s->nsPid);
+}
+
+void onNameServerFound(PROCESS nameServer)
+{
+    if (s->nsAttach != 0) ose::detach(&s->nsAttach);
+    s->nsPid = nameServer;
+    Signal* dead = ose::alloc(sizeof(SIGSELECT), KVD_COMM_ONS_DEAD);
+    s->nsAttach = ose::attach(&dead, nameServer);
+    askForService();
+}
+
+void onNameServerDead()
+{
+    s->nsAttach = 0;
+    huntNameServer();
+}
+
+// ---- connection ----
+
+void tryInitiateService()
+{
+    if (s->tuiifServerUp == 0 || s->msiMemInitiated == 0) {
+        const char* const missing = s->msiMemInitiated != 0 ? "MSI initiated, TUIIF not so much"
+                                    : s->tuiifServerUp != 0 ? "TUIIF initiated, MSI not so much"
+                                                            : "Neither MSI nor TUIIF is initiated";
+        KVD_TRACE(TRACE_TUIIFADM, TRACE_4, "%s", missing);
+        return;
+    }
+    auto* req = node::make<KvdTuiifInitiateServiceReq>(KVD_TUIIF_INITIATE_SERVICE_REQ);
+    req->signalRevision = REQUEST_SIGNAL_REVISION;
+    req->pvFirstWanted = WANTED_PV;
+    req->pvSecondWanted = WANTED_PV;
+    req->pvThirdWanted = WANTED_PV;
+    req->smn = tuiif::smn();
+    req->apn = tuiif::apn();
+    req->piuInstanceId = s->ownPiuInstanceId;
+    req->boardType2 = getBoardType() == BVQ3 ? 1 : 0;
+    tuiif::sendToPeer(req);
+}
+
+void onServerUp(PROCESS server)
+{
+    if (s->nsAttach != 0) ose::detach(&s->nsAttach);
+    if (s->peerAttach != 0) ose::detach(&s->peerAttach);
+    Signal* dead = ose::alloc(sizeof(SIGSELECT), KVD_COMM_SERVER_DEAD);
+    s->peerAttach = ose::attach(&dead, server);
+    if (s->firstPriCall == 0) fetchOwnIdentity();
+    s->tuiifServerUp = 1;
+    s->procTuiifMpPid = server;
+    tryInitiateService();
+}
+
+void onServerDead()
+{
+    s->peerAttach = 0;
+    tuiif::resetStatus();
+    KvdLoz6TuRef_idlReset();
+    s->savedBvqStatusData.tuiifRefState = 0;
+    KvdLoz6TuGps_serverGone();
+    KvdLoz6TuHptsi_serverGone();
+    TuPktsync_tuiifDownInd();
+    KvdLoz6TuReg_clearReceivedTimeData();
+    KvdLoz6TuSlowpi_unsubscribe();
+    if (s->startState != TUIIF_LOZ6_STARTED) {
+        s->startState = TUIIF_BVQ_RESTARTED;
+        KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO,
+                  "tuiifStartState: TUIIF_START_RESTART_READY->TUIIF_BVQ_RESTARTED");
+        KvdLoz6TuPhyAdm_stop();
+    }
+    huntNameServer();
+    s->tuiifServerUp = 0;
+}
+
+/// Deaf until the peer dies: what arrives meanwhile is dropped.
+void waitForServerDead()
+{
+    for (;;) {
+        Signal* sig = ose::receive(ose::ANY_SIGNAL);
+        const bool dead = sig->sigNo == KVD_COMM_SERVER_DEAD;
+        ose::free_buf(&sig);
+        if (dead) break;
+    }
+    onServerDead();
+}
+
+void onInitiateServiceSus(const KvdTuiifInitiateServiceSus* sus)
+{
+    if (sus == nullptr) return;
+    KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO,
+              "KVD_TUIIF_INITIATE_SERVICE_SUS received. highestAvailablePV=%u"
+              "Wait until BVQ has restarted",
+              sus->highestAvailablePV);
+    waitForServerDead();
+}
+
+void onInitiateServiceRej(const KvdTuiifInitiateServiceRej* rej)
+{
+    if (rej == nullptr) return;
+    s->startState = TUIIF_ERROR;
+    KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO,
+              "KVD_TUIIF_INITIATE_SERVICE_REJ received. highestAvailablePV=%u"
+              "Wait until BVQ has restarted",
+              rej->highestAvailablePV);
+    waitForServerDead();
+}
+
+DateTime dateOf(const TuiifSfnInitTime& time)
+{
+    return {time.year, time.month, time.day, time.hour, time.minute, time.second};
+}
+
+/// What a freshly confirmed main processor is told, and what it tells the components.
+void tellAfterConfirm(const KvdTuiifInitiateServiceCfm& cfm, u32 isFirstStart)
+{
+    tuiif::resetStatus();
+    KvdLoz6TuIifAdm_sendOscTemperatureState(KvdLoz6HwDiag_lastTemperatureState());
+    tuiif::updateCalibrationStatus();
+    KvdLoz6TuReg_initSfnInitTime(dateOf(cfm.sfnInitTime));
+    TuPktsync_selectionMode(cfm.selectionQlMode);
+    KvdLoz6TuSlowpi_selectionMode(cfm.selectionQlMode);
+    if (KvdLoz6Idpi_start() != 0)
+        KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO, "failed to initiate IDPI subscription");
+    KvdLoz6TuIifAdm_sendIdl2ModeInd();
+    KvdLoz6Idpi_resendLinkStatus();
+    if (isFirstStart == 0) {
+        if (tuiif::isMaster())
+            KvdLoz6Socpri_resendLinkStates();
+        else
+            KvdLoz6InrsiSdu_resendLinkStates();
+    }
+    if (!tuiif::isMaster()) {
+        KvdLoz6TuRef_stopIdl2SyncDataTimer();
+        KvdLoz6TuSlave_idl2SyncDataStopped(0);
+    }
+}
+
+void onInitiateServiceCfm(const KvdTuiifInitiateServiceCfm* received, PROCESS server)
+{
+    if (received == nullptr) return;
+    const KvdTuiifInitiateServiceCfm cfm = *received;
+    if (cfm.signalRevision != CONFIRM_SIGNAL_REVISION || cfm.pvSelected != WANTED_PV) {
+        KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO,
+                  "KVD_TUIIF_INITIATE_SERVICE_CFM received with signal revision %u and PV %u . "
+                  "Requested signal revision = %d, wanted PV = %d",
+                  cfm.signalRevision, cfm.pvSelected, static_cast<int>(REQUEST_SIGNAL_REVISION),
+                  static_cast<int>(WANTED_PV));
+        return;
+    }
+    tuiif::SavedBvqStatusData& saved = s->savedBvqStatusData;
+    s->procTuiifMpPid = server;
+    saved.timeMode = cfm.timeMode;
+    saved.masterSlaveMode = cfm.masterSlaveMode;
+    saved.gpsOut = cfm.gpsOutEnabled;
+    saved.hptsiOut = cfm.hptsiOutEnabled;
+    saved.lastRegulatorState = KVD_TUIIF_UNKNOWN;
+    saved.remoteRCState = REMOTE_RC_UNKNOWN;
+
+    const u32 isMaster = tuiif::isMaster() ? 1 : 0;
+    if (KvdLoz6BiraIifAdm_started() == 0 && KvdLoz6BiraIifAdm_initiate(isMaster) != 0)
+        KvdLoz6TuMgr_startHardware(IDL_MODE_NONE, 0);
+
+    const u32 isFirstStart = s->startState == TUIIF_LOZ6_STARTED ? 1 : 0;
+    const u8 outEmuMode = saved.gpsOut == 1 ? 1 : saved.hptsiOut == 1 ? 2 : 0;
+    s->startState = TUIIF_START_RESTART_READY;
+    KvdLoz6TuMgr_restartComponents(isFirstStart, saved.timeMode, saved.masterSlaveMode, outEmuMode);
+    // The halted state returns when the peer has died: there is nobody to tell then.
+    if (tuiif::isReady()) tellAfterConfirm(cfm, isFirstStart);
+}
+
+// ---- packet sync's own signals ----
+
+void forwardToPktsync(Signal* sig)
+{
+    const u32 size = ose::sigsize(&sig);
+    Signal* copy = ose::alloc(size, sig->sigNo);
+    std::memcpy(static_cast<void*>(copy), sig, size);
+    ose::send(&copy, KvdLoz6TuPktsync_pid());
+}
+
+}  // namespace
+
+namespace tuiif {
+
+State& state() { return *s; }
+
+}  // namespace tuiif
+
+int KvdLoz6TuIifAdm_dispatch(Signal* sig)
+{
+    using namespace tuiif;
+    switch (sig->sigNo) {
+    case KVD_COMM_ONS_HUNT:               onNameServerFound(ose::sender(&sig));       return 1;
+    case KVD_COMM_ONS_DEAD:               onNameServerDead();                         return 1;
+    case KVD_COMM_SERVER_DEAD:            onServerDead();                             return 1;
+    case KVD_COMM_SERVER_UP_IND:          onServerUp(ose::sender(&sig));              return 1;
+    case KVD_TUIIF_INITIATE_SERVICE_CFM:
+        onInitiateServiceCfm(as<KvdTuiifInitiateServiceCfm>(sig), ose::sender(&sig));     return 1;
+    case KVD_TUIIF_INITIATE_SERVICE_SUS:
+        onInitiateServiceSus(as<KvdTuiifInitiateServiceSus>(sig));                        return 1;
+    case KVD_TUIIF_INITIATE_SERVICE_REJ:
+        onInitiateServiceRej(as<KvdTuiifInitiateServiceRej>(sig));                        return 1;
+    case KVD_TUIIF_CHANGE_MASTER_TU_IND:
+        onChangeMasterTu(as<KvdTuiifChangeMasterTuInd>(sig));                             return 1;
+    case KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ:
+        onSelectIdlType(as<KvdTuiifIdl2SelectIdlTypeReq>(sig));                           return 1;
+    case KVD_TUIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_REQ:
+        onTogglePersistentFreqLock(as<KvdTuiifIdl2TogglePersistentFreqLockReq>(sig));     return 1;
+    case KVD_TUIIF_IDL2_SET_MASTER_SERVER_CFM:
+        onSetMasterServer(as<KvdTuiifIdl2SetMasterServerCfm>(sig));                       return 1;
+    case KVD_TUIIF_FREQ_HOLDOVER_TMO_IND: onHoldoverTimeout(HOLDOVER_FREQ);           return 1;
+    case KVD_TUIIF_TO_HOLDOVER_TMO_IND:   onHoldoverTimeout(HOLDOVER_TO);             return 1;
+    case KVD_TUIIF_RNT_HOLDOVER_TMO_IND:  onHoldoverTimeout(HOLDOVER_RNT);            return 1;
+    case KVD_FORCED_LOCKED_TIMEOUT_IND:   onForcedLockedTimeout();                    return 1;
+    case KVD_TUIIF_SOCPRI_SCAN_LINK_REQ:
+        onSocpriScanLink(as<KvdTuiifSocpriScanLinkReq>(sig));                             return 1;
+    case KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_REQ:
+        onSocpriSelectSyncLink(as<KvdTuiifSocpriSelectSyncLinkReq>(sig));                 return 1;
+    case KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_REQ:
+        onSocpriBfnAlignToGroup(as<KvdTuiifSocpriBfnAlignToGroupReq>(sig));               return 1;
+    case KVD_TUIIF_INRSI_BFN_JUMP_INFO_REQ_FWD:
+        onBfnJumpInfo(as<KvdTuiifInrsiBfnJumpInfoReqFwd>(sig));                           return 1;
+    case KVD_TUIIF_SYNCH_PATH_SUP_IND:   // reference management takes it too, further down
+    case KVD_TUIIF_CREATE_PKT_REF_RO_REQ:
+    case KVD_TUIIF_DELETE_PKT_REF_RO_REQ:
+    case KVD_TUIIF_SET_PKT_REF_RO_REQ:
+    case KVD_TUIIF_AUDIT_PKT_REF_RO_CFM:
+    case KVD_TUIIF_GET_PKT_REF_RO_ATTRIB_REQ:
+        forwardToPktsync(sig);                                                            return 1;
+    default:                                                                              return 0;
+    }
+}
+
+void KvdLoz6TuIifAdm_initiate() { huntNameServer(); }
+
+void KvdLoz6TuIifAdm_msiMemInitiated()
+{
+    s->msiMemInitiated = 1;
+    tryInitiateService();
+}
+
+u32     KvdLoz6TuIifAdm_startState() { return s->startState; }
+PROCESS KvdLoz6TuIifAdm_peer()       { return s->procTuiifMpPid; }
+u32     KvdLoz6TuIifAdm_apn()        { return s->ownPiuHwAddr_r.apn; }
+u32     KvdLoz6TuIifAdm_smn()        { return s->ownPiuHwAddr_r.smn; }
+u8      KvdLoz6TuIifAdm_storedMasterSlaveMode() { return s->savedBvqStatusData.masterSlaveMode; }

@@ -1,0 +1,174 @@
+#include "iif/kvd_biraiifadm.h"
+#include "iif/kvd_iifadm_int.h"
+#include "mgr/trace_groups.h"
+#include "node/platform.h"
+#include "ref/kvd_ref.h"
+#include "ref/kvd_ref_select.h"
+#include "reg/kvd_reg.h"
+#include "reg/kvd_reg_pll.h"
+#include "socpri/kvd_socpri.h"
+
+namespace {
+
+using tuiif::isMaster;
+using tuiif::isReady;
+using tuiif::state;
+
+const tuiif::SavedBvqStatusData& saved() { return state().savedBvqStatusData; }
+
+constexpr u32 SLAVE_DU = 2;   // apn of the unit that follows on an inter-unit link
+
+// ---- SoCPRI ----
+
+constexpr const char* SOCPRI_MARKER_FILE = "/d/socpri_active";
+constexpr const char* SOCPRI_MARKER_TEXT = "SoCPRI is active!";
+constexpr u32 SOCPRI_FRO_ID = 0;
+constexpr u32 SOCPRI_FRO_CLASS = 9;
+constexpr u32 ALIGN_REFUSED = 1;
+
+/// Ports travel counted from 1; none becomes 255.
+u8 portOf(u8 portNo) { return static_cast<u8>(portNo - 1); }
+
+bool isFirstStart() { return KvdLoz6TuRef_isFirstStart() != 0; }
+
+bool isInTimeHoldover()
+{
+    const u32 pllState = KvdLoz6TuReg_pllState();
+    return pllState == PLL_Offset_Holdover || pllState == PLL_Locked_Holdover;
+}
+
+/// Selects SoCPRI; `isScan` when it is only to be looked at first.
+void selectSocpri(bool isScan)
+{
+    KvdLoz6TuRef_selectSynchRef(SOCPRI_REF, SOCPRI_FRO_ID, SOCPRI_FRO_CLASS);
+    if (isScan && isFirstStart()) KvdLoz6TuIifAdm_reportClockState(TUIIF_SOCPRI_STARTING);
+    KvdLoz6TuIifAdm_sendTimeAccuracyChangeInd(0);
+}
+
+// ---- inter-unit links ----
+
+void confirm(SIGSELECT sigNo)
+{
+    Signal* cfm = ose::alloc(sizeof(SIGSELECT), sigNo);
+    KvdLoz6TuIifAdm_send(&cfm);
+}
+
+}  // namespace
+
+namespace tuiif {
+
+void onChangeMasterTu(const KvdTuiifChangeMasterTuInd* ind)
+{
+    if (ind == nullptr) return;
+    const u8 timeMode = ind->timeMode;
+    const u8 mode = ind->masterSlaveMode;
+    state().savedBvqStatusData.masterSlaveMode = mode;
+    switch (mode) {
+    case KVD_TUIIF_SLAVE_TU: {
+        const bool isIdl2 = KvdLoz6BiraIifAdm_idlMode() == IDL_MODE_2;
+        KvdLoz6TuReg_setSlave(timeMode);
+        KvdLoz6TuRef_selectSynchRef(isIdl2 ? IDL2_REF : IDL1_REF, FRO_NONE, FRO_NONE);
+        break;
+    }
+    case KVD_TUIIF_MASTER_TU:
+        KvdLoz6TuReg_setMaster(timeMode);
+        KvdLoz6TuRef_selectSynchRef(NO_REF, FRO_NONE, FRO_NONE);
+        break;
+    default:
+        KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO, "Unavailable master/slave mode received %d ", mode);
+        break;
+    }
+}
+
+void onSelectIdlType(const KvdTuiifIdl2SelectIdlTypeReq* req)
+{
+    if (req == nullptr) return;
+    confirm(KVD_TUIIF_IDL2_SELECT_IDL_TYPE_CFM);
+    if (apn() != SLAVE_DU) {
+        KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO,
+                  "KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ Signal received by wrong slave DU!");
+        return;
+    }
+    const u32 present = KvdLoz6BiraIifAdm_idlMode() == IDL_MODE_2 ? 1 : 0;
+    if (state().isMasterServer == 0) {
+        KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO,
+                  "Master should not be server. Don't handle signal. idlType = %d, idl2Type = %d",
+                  static_cast<int>(present), static_cast<int>(req->idl2Type));
+        return;
+    }
+    if (req->idl2Type != present) KvdLoz6BiraIifAdm_selectIdlType(req->idl2Type, req->synchPortNo);
+}
+
+void onTogglePersistentFreqLock(const KvdTuiifIdl2TogglePersistentFreqLockReq* req)
+{
+    if (req == nullptr) return;
+    confirm(KVD_TUIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_CFM);
+    if (apn() == SLAVE_DU) {
+        KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO, "Signal received by wrong slave DU!");
+        return;
+    }
+    if (req->persistentFreqLock == state().persistentFreqLock) return;
+    state().persistentFreqLock = req->persistentFreqLock;
+    KvdLoz6BiraIifAdm_togglePersistentFreqLock(req->persistentFreqLock, req->synchPortNo);
+}
+
+void onSetMasterServer(const KvdTuiifIdl2SetMasterServerCfm* cfm)
+{
+    if (cfm != nullptr) state().isMasterServer = cfm->isMasterServer;
+}
+
+void onSocpriScanLink(const KvdTuiifSocpriScanLinkReq* req)
+{
+    if (req == nullptr) return;
+    if (!isMaster()) {
+        KvdLoz6TuIifAdm_sendSocpriScanLinkRsp(req->portNo, FREQ_MEAS_MISSING);
+        return;
+    }
+    if (saved().selectedRef != SOCPRI_REF) selectSocpri(true);
+    if (saved().prevSelectedRef == NO_REF && !isFirstStart() && isInTimeHoldover())
+        KvdLoz6TuIifAdm_sendSocpriScanLinkRsp(req->portNo, OK_FREQ_LOCKED);
+    else
+        KvdLoz6Socpri_startScan(portOf(req->portNo));
+}
+
+void onSocpriSelectSyncLink(const KvdTuiifSocpriSelectSyncLinkReq* req)
+{
+    if (req == nullptr) return;
+    if (KvdLoz6Socpri_regulationSuspended() != 0) {
+        KvdLoz6TuIifAdm_sendSocpriSelectSyncLinkRsp(req->portNo, FREQ_MEAS_PROBLEM);
+        return;
+    }
+    if (saved().selectedRef != SOCPRI_REF) selectSocpri(false);
+    const bool hasTime = KvdLoz6TuReg_pllIsLocked() || isInTimeHoldover();
+    KvdLoz6Socpri_selectSyncLink(portOf(req->portNo), hasTime ? 1 : 0);
+}
+
+void onSocpriBfnAlignToGroup(const KvdTuiifSocpriBfnAlignToGroupReq* req)
+{
+    if (req == nullptr) return;
+    const bool isRunning = KvdLoz6TuReg_pllState() != PLL_Uninitialized;
+    const bool cameBack = saved().selectedRef == SOCPRI_REF && saved().prevSelectedRef == NO_REF;
+    if (cameBack && !isFirstStart() && isRunning)
+        KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(ALIGN_REFUSED);
+    else
+        KvdLoz6Socpri_alignBfnToGroup(portOf(req->portNo), req->esfc, req->mfn);
+}
+
+void onBfnJumpInfo(const KvdTuiifInrsiBfnJumpInfoReqFwd* fwd)
+{
+    if (fwd != nullptr && !isMaster()) KvdLoz6InrsiSdu_sendBfnJumpInfo(fwd->bfnJumpsEnabled);
+}
+
+}  // namespace tuiif
+
+void KvdLoz6TuIifAdm_setSocpriMarker(u32 wasActive) { state().socpriMarker = wasActive; }
+u32  KvdLoz6TuIifAdm_socpriMarker() { return state().socpriMarker; }
+
+int KvdLoz6TuIifAdm_createSocpriMarkerFile()
+{
+    return node::platform().fileWrite(SOCPRI_MARKER_FILE, SOCPRI_MARKER_TEXT);
+}
+int KvdLoz6TuIifAdm_deleteSocpriMarkerFile()
+{
+    return node::platform().fileRemove(SOCPRI_MARKER_FILE);
+}

@@ -1,0 +1,22 @@
+// kvd_mgr_hwdiag.h - Hardware tests at start and in running, and their reports to the error log.
+// Owner   the manager process.
+// Errors  every fault goes to the error log and the test service; nothing here stops the program.
+#pragma once
+#include "ose/types.h"
+
+/// Start-up sequence driven by the test service. Blocks the manager. 0 passed or not requested, 1 no
+/// answer from the service, 2 failed.
+u8 KvdLoz6HwDiag_startUp(u32& restartType, u32 hwInitResult);
+/// The check of one tick of the toggle monitor.
+void KvdLoz6HwDiag_runTimeCheck();
+/// Report by test number: 1 to 10, or 20.
+void KvdLoz6HwDiag_reportError(u32 testNumber);
+/// Oscillator temperature: 1 good, 2 too low, 3 too high, 4 unreadable; haliResult of the reading.
+void KvdLoz6HwDiag_temperatureState(u8 state, int haliResult);
+/// Last stored temperature state, 0 before the first.
+u8 KvdLoz6HwDiag_lastTemperatureState();
+/// A counter value that can't be: error log once a program life.
+void KvdLoz6HwDiag_reportSfcFailure(const char* text);
+/// A negative sampling interval: error log once a program life.
+void KvdLoz6HwDiag_reportSamplingFailure();
+void KvdLoz6HwDiag_reportNominalFrequencyFailure();

@@ -1,0 +1,136 @@
+#include "mgr/kvd_mgr_proc.h"
+
+#include "fifo/kvd_fifo_proc.h"
+#include "gps/kvd_gps.h"
+#include "gps/kvd_gps_osl.h"
+#include "gps/kvd_gps_out.h"
+#include "hw/hali.h"
+#include "hw/kvd_hwif.h"
+#include "iif/kvd_biraiifadm.h"
+#include "iif/kvd_iifadm.h"
+#include "iif/kvd_ipsynctsiadm.h"
+#include "iif/kvd_phyadm.h"
+#include "iif/kvd_pm.h"
+#include "iif/tuiif_sig.h"
+#include "mgr/kvd_mgr_hwdiag.h"
+#include "mgr/kvd_mgr_int.h"
+#include "mgr/kvd_mgr_mem.h"
+#include "mgr/trace_groups.h"
+#include "mgr/tu_coli.h"
+#include "node/sig.h"
+#include "node/trace.h"
+#include "ose/module_data.h"
+#include "pktsync/tupktsyncadm.h"
+#include "ref/kvd_ref.h"
+#include "ref/ref_sig.h"
+#include "refs/kvd_hptsi.h"
+#include "refs/kvd_idpi.h"
+#include "refs/kvd_slowpi.h"
+#include "reg/kvd_reg.h"
+#include "socpri/kvd_socpri.h"
+
+namespace {
+
+struct State {
+    PROCESS managerPid = 0;
+    PROCESS fifoPid = 0;
+    PROCESS pktsyncPid = 0;
+};
+ose::ModuleData<State> s;
+
+int inrsiDispatch(Signal* sig)
+{
+    return KvdLoz6TuMgr_masterSlaveMode() == 1 ? KvdLoz6Inrsi_dispatch(sig)
+                                               : KvdLoz6InrsiSdu_dispatch(sig);
+}
+
+// Every received signal is offered to every element, in this order. The order is behaviour: the interface
+// to the main processor forwards before others act, reference management sees an interrupt before the
+// regulator.
+using Dispatch = int (*)(Signal* sig);
+constexpr Dispatch DISPATCH_CHAIN[] = {
+    KvdLoz6TuIifAdm_dispatch,
+    KvdLoz6TuPhyAdm_dispatch,
+    KvdLoz6TuRef_dispatch,
+    KvdLoz6TuReg_dispatch,
+    KvdLoz6TuMgr_dispatchFirstGroup,
+    KvdLoz6TuGps_dispatch,
+    KvdLoz6TuIpSyncTsiAdm_dispatch,
+    KvdLoz6TuPm_dispatch,
+    KvdLoz6GpsOut_dispatch,
+    KvdLoz6TuMem_dispatch,
+    KvdLoz6TuMgr_dispatchSecondGroup,
+    TuPktsyncAdm_dispatch,
+    KvdLoz6TuHptsi_dispatch,
+    KvdLoz6GpsOsl_dispatch,
+    tuHwIf_dispatch,
+    KvdLoz6BiraIifAdm_dispatch,
+    KvdLoz6Idpi_dispatch,
+    KvdLoz6TuSlowpi_dispatch,
+    inrsiDispatch,
+};
+
+/// Buffers that their component allocates once and arms again as its own timer's signal.
+bool belongsToItsComponent(SIGSELECT sigNo)
+{
+    return sigNo == KVD_SLOWPI_HEART_BEAT_IND || sigNo == KVD_SLOWPI_PDU_MISSING_IND;
+}
+
+const char* senderName(Signal* sig)
+{
+    const char* const name = ose::process_name(ose::sender(&sig));
+    return name != nullptr ? name : "an unknown process";
+}
+
+void offerAlongChain(Signal* sig)
+{
+    int handled = 0;
+    int last = 0;
+    for (const Dispatch dispatch : DISPATCH_CHAIN) {
+        last = dispatch(sig);
+        if (last != 0) handled = 1;
+    }
+    if (last == 0 && handled == 0) {
+        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "Unexpected signal %d received from %s",
+                  static_cast<i32>(sig->sigNo), senderName(sig));
+        ose::free_buf(&sig);
+        return;
+    }
+    if (!belongsToItsComponent(sig->sigNo)) ose::free_buf(&sig);
+}
+
+void serve()
+{
+    node::traceClearErrorStatus();
+    offerAlongChain(ose::receive(ose::ANY_SIGNAL));
+    if (node::traceErrorStatus() != 0) KVD_TRACE(TRACE_TUMGR_PROC, TRACE_CHECK, "ERROR STATUS");
+    node::traceClearErrorStatus();
+}
+
+}  // namespace
+
+void KvdLoz6TuMgr_proc()
+{
+    KvdLoz6TuMgr_startUp();
+    for (;;) serve();
+}
+
+PROCESS KvdLoz6TuMgr_pid() { return s->managerPid; }
+PROCESS KvdLoz6TuPktsync_pid() { return s->pktsyncPid; }
+PROCESS KvdLoz6TuFifo_pid() { return s->fifoPid; }
+
+void KvdLoz6TuMgr_setPids(PROCESS manager, PROCESS fifo, PROCESS pktsync)
+{
+    s->managerPid = manager;
+    s->fifoPid = fifo;
+    s->pktsyncPid = pktsync;
+}
+
+u8 KvdLoz6TuMgr_masterSlaveMode()
+{
+    const u8 stored = KvdLoz6TuIifAdm_storedMasterSlaveMode();
+    if (stored == 1) return 1;
+    if (stored != 0)
+        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Unavailable masterSlaveMode %d ", stored);
+    return 0;
+}

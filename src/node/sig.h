@@ -1,0 +1,42 @@
+// sig.h - Looking at a received signal as a layout.
+#pragma once
+#include "node/trace.h"
+#include "ose/ose.h"
+
+namespace node {
+
+/// Traces a signal that is shorter than its layout: number, sizes, sender.
+void traceShortSignal(const Signal* sig, u32 wanted);
+
+/// The buffer as layout T, or nullptr (traced) when it is too short for it: a peer can send that.
+/// Handlers begin with `if (ind == nullptr) return;`.
+template <typename T>
+const T* as(const Signal* sig)
+{
+    Signal* const s = const_cast<Signal*>(sig);
+    if (ose::sigsize(&s) < sizeof(T)) {
+        traceShortSignal(sig, static_cast<u32>(sizeof(T)));
+        return nullptr;
+    }
+    return reinterpret_cast<const T*>(sig);
+}
+
+/// A new signal of layout T, zeroed, its number set.
+template <typename T>
+T* make(SIGSELECT sigNo, const ose::Place& place = ose::Place::current())
+{
+    return reinterpret_cast<T*>(ose::alloc(sizeof(T), sigNo, place));
+}
+
+/// Sends a signal of layout T; the pointer is cleared.
+template <typename T>
+void sendTo(PROCESS to, T*& sig, const ose::Place& place = ose::Place::current())
+{
+    Signal* s = reinterpret_cast<Signal*>(sig);
+    sig = nullptr;
+    ose::send(&s, to, place);
+}
+
+}  // namespace node
+
+using node::as;

@@ -1,0 +1,534 @@
+// Inter-unit links: both ports' state machines, slave holdover, sync data supervision, histories.
+#include "hw/kvd_hwif.h"
+#include "iif/kvd_biraiifadm.h"
+#include "iif/kvd_iifadm.h"
+#include "mgr/kvd_mgr_proc.h"
+#include "mgr/trace_groups.h"
+#include "mgr/tu_common.h"
+#include "node/platform.h"
+#include "node/sig.h"
+#include "node/trace.h"
+#include "ose/module_data.h"
+#include "ref/kvd_ref.h"
+#include "ref/kvd_ref_int.h"
+#include "ref/kvd_ref_select.h"
+#include "refs/kvd_slave.h"
+#include "reg/kvd_reg.h"
+#include "reg/kvd_reg_measure.h"
+#include "reg/kvd_reg_pll.h"
+
+namespace {
+
+constexpr OSTIME HO_TIME         = 310;     // ms
+constexpr OSTIME WTR_TIME        = 10000;   // ms
+constexpr OSTIME SLAVE_HO_TIME   = 60000;   // ms
+constexpr OSTIME SYNC_DATA_TIME  = 40;      // ms
+constexpr u32 SYNC_DATA_TMO_MAX  = 50;      // expiries that tell that data stopped
+constexpr u32 INTERRUPT_1        = 1;       // mask of port 1's interrupt
+constexpr u32 DUAL_LINK = 1, SINGLE_LINK = 0;
+constexpr u32 PORTS = 2;
+constexpr u32 SYNCH_PORTS = 6;
+
+struct PortTraits {
+    u8 refType;
+    u32 linkBit;                // of tuiifRefState
+    OSTIME supervisionTime;     // ms
+    SIGSELECT hoSig, wtrSig, supervisionSig;
+    const char* name;
+};
+constexpr PortTraits PORT[PORTS] = {
+    {IDL1_REF, KVD_TUIIF_TU_LINK1_DETECTED, 110, KVD_TUREF_IDL1_HO_TIMEOUT_IND,
+     KVD_TUREF_IDL1_WTR_TIMEOUT_IND, KVD_TUREF_IDL1_SUPERVISION_TIMEOUT_IND, "IDL1"},
+    {IDL2_REF, KVD_TUIIF_TU_LINK2_DETECTED, 160, KVD_TUREF_IDL2_HO_TIMEOUT_IND,
+     KVD_TUREF_IDL2_WTR_TIMEOUT_IND, KVD_TUREF_IDL2_SUPERVISION_TIMEOUT_IND, "IDL2"},
+};
+
+struct IdlPortRecord {
+    u32 idlState = IDL_UNKNOWN;
+    TimerRef supervisionTimer = 0;
+    TimerRef hoTimer = 0;
+    TimerRef wtrTimer = 0;
+};
+
+struct State {
+    std::array<IdlPortRecord, PORTS> port;
+    TimerRef slaveHoldoverTimer = 0;
+    TimerRef syncDataTimer = 0;
+    u32 idl2SyncDataIndTmoCntr = 0;      // 0 to SYNC_DATA_TMO_MAX
+    IdlHistory history;
+    bool hasSynchPort = false;
+    u8 synchPortNo = 0;
+    RefRing<SynchPortRecord, 50> synchPortHistory;
+};
+ose::ModuleData<State> s;
+
+bool isMaster() { return KvdLoz6TuMgr_masterSlaveMode() == 1; }
+
+void record(u32 port, IdlTimerType type, IdlTimerStatus status)
+{
+    IdlHistoryRecord event{};
+    event.idlState = s->port[port].idlState;
+    event.port = static_cast<u8>(port);
+    event.timerType = type;
+    event.timerStatus = status;
+    TuCommon_timeStamp(event.time);
+    s->history.offer(event);
+}
+
+// ---- a port's timers --------------------------------------------------------------------------------------
+
+void startTimer(u32 port, TimerRef& ref, OSTIME time, SIGSELECT sigNo, IdlTimerType type)
+{
+    ref = ose::request_tmo(time, sigNo);
+    if (ref == 0)
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "IDL timer 0x%x failed to start for %s", sigNo,
+                  KvdLoz6TuRef_idlPortText(port));
+    else
+        record(port, type, TIMER_ON);
+}
+
+void cancelTimer(u32 port, TimerRef& ref, IdlTimerType type)
+{
+    ose::cancel_tmo(&ref);
+    ref = 0;
+    record(port, type, TIMER_CANCELED);
+}
+
+void startIdlHoTimer(u32 port)
+{
+    if (s->port[port].hoTimer != 0)
+        KVD_TRACE(TRACE_TUREF, TRACE_3, "startIdlHoTimer ignored.idlHO timer already started for %s",
+                  KvdLoz6TuRef_idlPortText(port));
+    else
+        startTimer(port, s->port[port].hoTimer, HO_TIME, PORT[port].hoSig, HO_TIMER);
+}
+
+void startIdlWtrTimer(u32 port)
+{
+    if (s->port[port].wtrTimer != 0)
+        KVD_TRACE(TRACE_TUREF, TRACE_3, "startIdlWtrTimer ignored.idlWTR timer already started for %s",
+                  KvdLoz6TuRef_idlPortText(port));
+    else
+        startTimer(port, s->port[port].wtrTimer, WTR_TIME, PORT[port].wtrSig, WTR_TIMER);
+}
+
+void startIdlSupervisionTimer(u32 port)
+{
+    if (s->port[port].supervisionTimer != 0)
+        KVD_TRACE(TRACE_TUREF, TRACE_3,
+                  "startIdlSupervisionTimer ignored.idlSupervision timer already started for %s",
+                  KvdLoz6TuRef_idlPortText(port));
+    else
+        startTimer(port, s->port[port].supervisionTimer, PORT[port].supervisionTime,
+                   PORT[port].supervisionSig, SUP_TIMER);
+}
+
+void cancelIdlHoTimer(u32 port)
+{
+    if (s->port[port].hoTimer == 0)
+        KVD_TRACE(TRACE_TUREF, TRACE_3, "Ignored cancelIdlHoTimer since timer was not started for [%s]",
+                  KvdLoz6TuRef_idlPortText(port));
+    else
+        cancelTimer(port, s->port[port].hoTimer, HO_TIMER);
+}
+
+void cancelIdlWtrTimer(u32 port)
+{
+    if (s->port[port].wtrTimer == 0)
+        KVD_TRACE(TRACE_TUREF, TRACE_3, "Ignored cancelIdlWtrTimer since timer was not started for [%s]",
+                  KvdLoz6TuRef_idlPortText(port));
+    else
+        cancelTimer(port, s->port[port].wtrTimer, WTR_TIMER);
+}
+
+void cancelIdlSupervisionTimer(u32 port)
+{
+    if (s->port[port].supervisionTimer == 0)
+        KVD_TRACE(TRACE_TUREF, TRACE_3,
+                  "Ignored cancelIdlSupervisionTimer since timer was not started for [%s]",
+                  KvdLoz6TuRef_idlPortText(port));
+    else
+        cancelTimer(port, s->port[port].supervisionTimer, SUP_TIMER);
+}
+
+// ---- slave holdover -----------------------------------------------------------------------------------------
+
+/// A slave that lost its link keeps its loop for a minute. The first loss starts it; it runs on while the
+/// link comes and goes.
+void startSlaveHoldover(u32 port)
+{
+    if (isMaster()) return;
+    if (s->slaveHoldoverTimer != 0) {
+        KVD_TRACE(TRACE_TUREF, TRACE_3, "Slave HoldOver timer already started");
+        return;
+    }
+    auto* ind = node::make<KvdTurefSlaveHoldoverTimeoutInd>(KVD_TUREF_SLAVE_HOLDOVER_TIMEOUT_IND);
+    ind->port = port;
+    Signal* sig = reinterpret_cast<Signal*>(ind);
+    s->slaveHoldoverTimer = ose::request_tmo_sig(SLAVE_HO_TIME, &sig);
+    if (s->slaveHoldoverTimer == 0) {
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "Slave HoldOver timer failed to start for %s",
+                  KvdLoz6TuRef_idlPortText(port));
+        ose::free_buf(&sig);
+        return;
+    }
+    record(port, SLAVE_HO_TIMER, TIMER_ON);
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Slave HoldOver timer started. Slave PLL state %u, idlPort = %u",
+              KvdLoz6TuReg_slavePllState(), port);
+}
+
+void stopSlaveHoldover(u32 port)
+{
+    if (s->slaveHoldoverTimer == 0) return;
+    Signal* sig = ose::cancel_tmo_sig(&s->slaveHoldoverTimer);
+    s->slaveHoldoverTimer = 0;
+    if (sig != nullptr) ose::free_buf(&sig);
+    record(port, SLAVE_HO_TIMER, TIMER_CANCELED);
+}
+
+// ---- steps of the machine -------------------------------------------------------------------------------------
+
+void linkUp(u32 port) { KvdLoz6TuIifAdm_setRefStateBits(PORT[port].linkBit); }
+void linkDown(u32 port) { KvdLoz6TuIifAdm_clearRefStateBits(PORT[port].linkBit); }
+
+void selectOnSlave(u32 port)
+{
+    if (!isMaster()) KvdLoz6TuRef_selectSynchRef(PORT[port].refType, FRO_NONE, FRO_NONE);
+}
+
+void enter(u32 port, IdlState idlState)
+{
+    KVD_TRACE(TRACE_TUREF, TRACE_3, "%s: %s -> %s", KvdLoz6TuRef_idlPortText(port),
+              KvdLoz6TuRef_idlStateText(s->port[port].idlState), KvdLoz6TuRef_idlStateText(idlState));
+    s->port[port].idlState = idlState;
+}
+
+bool isDown(u32 port)
+{
+    return s->port[port].idlState == IDL_UNKNOWN || s->port[port].idlState == IDL_OFF;
+}
+
+void supervisionOff(u32 port)
+{
+    cancelIdlHoTimer(port);
+    cancelIdlWtrTimer(port);
+    stopSlaveHoldover(port);
+    if (port == IDLPORT_1) tuHwIf_disableIsr(INTERRUPT_1);
+    enter(port, IDL_UNKNOWN);
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "%s state is UNKNOWN, %s supervision is disabled", PORT[port].name,
+              PORT[port].name);
+    linkDown(port);
+    KvdLoz6TuReg_setPortSupervised(0, port);
+    if (isDown(1 - port)) {
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "IDL state is UNKNOWN/OFF,not a dual configuration");
+        KvdLoz6TuReg_dualConfiguration(SINGLE_LINK);
+    }
+}
+
+void firstSupervision(u32 port)
+{
+    const bool slave = !isMaster();
+    if (port == IDLPORT_2 && slave && KvdLoz6BiraIifAdm_initiatedFromSlaveMsi() == 0) {
+        // The other end's data comes only once the hardware is handed over: nothing to wait for yet.
+        enter(port, IDL_ON);
+    } else {
+        enter(port, IDL_SUPERVISED);
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "%s is SUPERVISED", PORT[port].name);
+        startIdlHoTimer(port);
+    }
+    selectOnSlave(port);
+}
+
+void supervisionOn(u32 port)
+{
+    if (port == IDLPORT_1) tuHwIf_enableIsr(INTERRUPT_1);
+    if (s->port[port].idlState == IDL_UNKNOWN)
+        firstSupervision(port);
+    else
+        selectOnSlave(port);
+    KvdLoz6TuReg_setPortSupervised(1, port);
+    KvdLoz6TuReg_dualConfiguration(DUAL_LINK);
+}
+
+void linkSeen(u32 port)
+{
+    cancelIdlHoTimer(port);
+    stopSlaveHoldover(port);
+    enter(port, IDL_ON);
+    linkUp(port);
+    startIdlHoTimer(port);
+    selectOnSlave(port);
+    KvdLoz6TuRef_report();
+}
+
+void ignoreTimeout(u32 port)
+{
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "idl supervision is disabled or it's status is OFF, ignore timeout [%s] ",
+              KvdLoz6TuRef_idlPortText(port));
+}
+
+}  // namespace
+
+const char* KvdLoz6TuRef_idlPortText(u32 port)
+{
+    switch (port) {
+    case IDLPORT_1: return "IDLPORT_1";
+    case IDLPORT_2: return "IDLPORT_2";
+    default:        return "<Unknown>";
+    }
+}
+
+const char* KvdLoz6TuRef_idlStateText(u32 idlState)
+{
+    switch (idlState) {
+    case IDL_UNKNOWN:         return "IDL_UNKNOWN";
+    case IDL_SUPERVISED:      return "IDL_SUPERVISED";
+    case IDL_ON:              return "IDL_ON";
+    case IDL_OFF:             return "IDL_OFF";
+    case IDL_WAIT_TO_RESTORE: return "IDL_WAIT_TO_RESTORE";
+    default:                  return "<Unknown>";
+    }
+}
+
+u32 KvdLoz6TuRef_idlState(u32 port) { return port < PORTS ? s->port[port].idlState : u32{IDL_UNKNOWN}; }
+
+void KvdLoz6TuRef_idlSupervision(u32 port, u32 on)
+{
+    if (on == 1)
+        supervisionOn(port);
+    else
+        supervisionOff(port);
+}
+
+void KvdLoz6TuRef_idlInterrupt(u32 port)
+{
+    if (port >= PORTS) return;
+    switch (s->port[port].idlState) {
+    case IDL_SUPERVISED:
+        linkSeen(port);
+        break;
+    case IDL_ON:
+        cancelIdlHoTimer(port);
+        startIdlHoTimer(port);
+        break;
+    case IDL_OFF:
+        enter(port, IDL_WAIT_TO_RESTORE);
+        startIdlWtrTimer(port);
+        startIdlSupervisionTimer(port);
+        break;
+    case IDL_WAIT_TO_RESTORE:
+        cancelIdlSupervisionTimer(port);
+        startIdlSupervisionTimer(port);
+        break;
+    default:
+        break;
+    }
+}
+
+void KvdLoz6TuRef_idl2Supervise()
+{
+    if (s->port[IDLPORT_2].idlState != IDL_ON) return;
+    enter(IDLPORT_2, IDL_SUPERVISED);
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "%s is SUPERVISED", PORT[IDLPORT_2].name);
+    startIdlHoTimer(IDLPORT_2);
+}
+
+void KvdLoz6TuRef_onIdlHoTimeout(u32 port)
+{
+    s->port[port].hoTimer = 0;
+    record(port, HO_TIMER, TIMER_EXPIRED);
+    switch (s->port[port].idlState) {
+    case IDL_SUPERVISED:
+    case IDL_ON:
+        enter(port, IDL_OFF);
+        startSlaveHoldover(port);
+        linkDown(port);
+        KvdLoz6TuRef_report();
+        break;
+    case IDL_UNKNOWN:
+    case IDL_OFF:
+        ignoreTimeout(port);
+        break;
+    default:
+        break;
+    }
+}
+
+void KvdLoz6TuRef_onIdlWtrTimeout(u32 port)
+{
+    s->port[port].wtrTimer = 0;
+    record(port, WTR_TIMER, TIMER_EXPIRED);
+    switch (s->port[port].idlState) {
+    case IDL_WAIT_TO_RESTORE:
+        cancelIdlSupervisionTimer(port);
+        stopSlaveHoldover(port);
+        enter(port, IDL_ON);
+        linkUp(port);
+        startIdlHoTimer(port);
+        KvdLoz6TuRef_report();
+        break;
+    case IDL_UNKNOWN:
+    case IDL_OFF:
+        ignoreTimeout(port);
+        break;
+    default:
+        break;
+    }
+}
+
+void KvdLoz6TuRef_onIdlSupervisionTimeout(u32 port)
+{
+    s->port[port].supervisionTimer = 0;
+    record(port, SUP_TIMER, TIMER_EXPIRED);
+    if (s->port[port].idlState != IDL_WAIT_TO_RESTORE) return;
+    cancelIdlWtrTimer(port);
+    enter(port, IDL_OFF);
+    startSlaveHoldover(port);
+}
+
+void KvdLoz6TuRef_onSlaveHoldoverTimeout(const KvdTurefSlaveHoldoverTimeoutInd* ind)
+{
+    if (ind == nullptr) return;
+    s->slaveHoldoverTimer = 0;
+    if (ind->port < PORTS) record(ind->port, SLAVE_HO_TIMER, TIMER_EXPIRED);
+    if (KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized)
+        KvdLoz6TuReg_slavePll_setState(SLAVE_PLL_Unlocked);
+    s->idl2SyncDataIndTmoCntr = 0;
+    KvdLoz6TuSlave_idl2SyncDataStopped(0);
+}
+
+void KvdLoz6TuRef_idlReset()
+{
+    for (u32 port = 0; port < PORTS; ++port) {
+        if (s->port[port].hoTimer != 0) cancelIdlHoTimer(port);
+        if (s->port[port].wtrTimer != 0) cancelIdlWtrTimer(port);
+        if (s->port[port].supervisionTimer != 0) cancelIdlSupervisionTimer(port);
+        stopSlaveHoldover(port);
+        enter(port, IDL_UNKNOWN);
+        KvdLoz6TuReg_setPortSupervised(0, port);
+    }
+    tuHwIf_disableIsr(INTERRUPT_1);
+    KvdLoz6TuIifAdm_storeRefState(KVD_TUIIF_NO_REF_DETECTED);
+}
+
+void KvdLoz6TuRef_idlClear()
+{
+    for (IdlPortRecord& port : s->port) {
+        for (TimerRef* timer : {&port.supervisionTimer, &port.hoTimer, &port.wtrTimer})
+            if (*timer != 0) ose::cancel_tmo(timer);
+        port = IdlPortRecord{};
+    }
+}
+
+// ---- sync data of port 2 on a slave -----------------------------------------------------------------------------
+
+void KvdLoz6TuRef_startIdl2SyncDataTimer()
+{
+    if (s->syncDataTimer != 0) {
+        KVD_TRACE(TRACE_TUREF, TRACE_3, "IDL2 SyncDataInd timer already started!");
+        return;
+    }
+    s->syncDataTimer = ose::request_tmo(SYNC_DATA_TIME, KVD_TUREF_IDL2_SYNC_DATA_TIMEOUT_IND);
+    if (s->syncDataTimer == 0)
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "IDL2 SyncDataInd timer failed to start");
+    else
+        KVD_TRACE(TRACE_TUREF, TRACE_3, "IDL2 SyncDataInd timer requested.");
+}
+
+void KvdLoz6TuRef_stopIdl2SyncDataTimer()
+{
+    if (s->syncDataTimer == 0) return;
+    ose::cancel_tmo(&s->syncDataTimer);
+    s->syncDataTimer = 0;
+    KVD_TRACE(TRACE_TUREF, TRACE_3, "IDL2 SyncDataInd timer canceled.");
+}
+
+bool KvdLoz6TuRef_idl2SyncDataTimerRuns() { return s->syncDataTimer != 0; }
+u32 KvdLoz6TuRef_idl2SyncDataIndTmoCntr() { return s->idl2SyncDataIndTmoCntr; }
+void KvdLoz6TuRef_setIdl2SyncDataIndTmoCntr(u32 expiries) { s->idl2SyncDataIndTmoCntr = expiries; }
+
+void KvdLoz6TuRef_onIdl2SyncDataTimeout()
+{
+    s->syncDataTimer = 0;
+    if (s->idl2SyncDataIndTmoCntr >= SYNC_DATA_TMO_MAX) return;
+    ++s->idl2SyncDataIndTmoCntr;
+    if (s->idl2SyncDataIndTmoCntr < SYNC_DATA_TMO_MAX) return;
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "IDL2 SyncDataIndTimeout threshold reached!");
+    KvdLoz6TuSlave_idl2SyncDataStopped(1);
+}
+
+void KvdLoz6TuRef_setSynchPortNo(u8 synchPortNo)
+{
+    if (synchPortNo >= SYNCH_PORTS) return;
+    if (s->hasSynchPort && s->synchPortNo == synchPortNo) return;
+    s->hasSynchPort = true;
+    s->synchPortNo = synchPortNo;
+    SynchPortRecord change{};
+    change.synchPortNo = synchPortNo;
+    TuCommon_timeStamp(change.time);
+    s->synchPortHistory.push(change);
+}
+
+// ---- printout ---------------------------------------------------------------------------------------------------
+
+namespace {
+
+const char* timerTypeText(u8 type)
+{
+    switch (type) {
+    case HO_TIMER:       return "HO_TIMER";
+    case WTR_TIMER:      return "WTR_TIMER";
+    case SUP_TIMER:      return "SUP_TIMER";
+    case SLAVE_HO_TIMER: return "SLAVE_HO_TIMER";
+    default:             return "---------";
+    }
+}
+
+const char* timerStatusText(u8 status)
+{
+    switch (status) {
+    case TIMER_ON:       return "ON";
+    case TIMER_CANCELED: return "CANCELED";
+    case TIMER_EXPIRED:  return "EXPIRED";
+    default:             return "---------";
+    }
+}
+
+const char* runsText(TimerRef timer) { return timer != 0 ? "runs" : "-"; }
+
+void printRecord(const IdlHistoryRecord& r)
+{
+    node::shellPrintf("   %-26s  %-9s  %-19s  %-14s  %s\n", r.time, KvdLoz6TuRef_idlPortText(r.port),
+                      KvdLoz6TuRef_idlStateText(r.idlState), timerTypeText(r.timerType),
+                      timerStatusText(r.timerStatus));
+}
+
+}  // namespace
+
+void KvdLoz6TuRef_printIdl()
+{
+    node::shellPrintf("\n   Inter-unit links\n");
+    node::shellPrintf("   port       idlState             HO    WTR   supervision\n");
+    for (u32 port = 0; port < PORTS; ++port) {
+        const IdlPortRecord& p = s->port[port];
+        node::shellPrintf("   %-9s  %-19s  %-4s  %-4s  %s\n", KvdLoz6TuRef_idlPortText(port),
+                          KvdLoz6TuRef_idlStateText(p.idlState), runsText(p.hoTimer), runsText(p.wtrTimer),
+                          runsText(p.supervisionTimer));
+    }
+    node::shellPrintf("   slave holdover timer   : %s\n", runsText(s->slaveHoldoverTimer));
+    node::shellPrintf("   idl2SyncDataIndTmoCntr : %u\n", s->idl2SyncDataIndTmoCntr);
+
+    node::shellPrintf("\n   IDL supervision history, %u of 200 records, oldest first\n", s->history.ring.count);
+    for (u32 i = 0; i < s->history.ring.count; ++i) printRecord(s->history.ring.oldest(i));
+    node::shellPrintf("   latest of each port\n");
+    for (const IdlHistory::Port& p : s->history.port) {
+        if (p.hasLatest) printRecord(p.latest);
+        if (p.hasHeld) printRecord(p.held);
+    }
+
+    node::shellPrintf("\n   Synch port history, %u of 50 records, oldest first\n", s->synchPortHistory.count);
+    for (u32 i = 0; i < s->synchPortHistory.count; ++i) {
+        const SynchPortRecord& r = s->synchPortHistory.oldest(i);
+        node::shellPrintf("   %-26s  port %u\n", r.time, r.synchPortNo);
+    }
+}

@@ -1,0 +1,524 @@
+// Carries out selections: routes the hardware, gives the regulator its reference, updates the client view,
+// restarts the statistics, and takes care of the loops when a time reference goes away.
+#include "ref/kvd_ref_select.h"
+
+#include "gps/kvd_gps.h"
+#include "gps/kvd_gps_osl.h"
+#include "hw/hali.h"
+#include "iif/kvd_iifadm.h"
+#include "iif/kvd_phyadm.h"
+#include "iif/kvd_pm.h"
+#include "mgr/kvd_mgr_proc.h"
+#include "mgr/trace_groups.h"
+#include "node/trace.h"
+#include "ose/module_data.h"
+#include "ref/kvd_ref.h"
+#include "ref/kvd_ref_int.h"
+#include "reg/kvd_reg.h"
+#include "reg/kvd_reg_control.h"
+#include "reg/kvd_reg_measure.h"
+#include "reg/kvd_reg_pll.h"
+#include "socpri/kvd_socpri.h"
+
+namespace {
+
+/// Events of the SoCPRI log.
+constexpr u32 EVENT_HOLDOVER_EXPIRED       = 0x1A;
+constexpr u32 EVENT_DESELECTED_UNLOCKED    = 27;
+constexpr u32 EVENT_DESELECTED_NO_HOLDOVER = 28;
+constexpr u32 EVENT_PLL_RESTARTED          = 30;
+constexpr u32 EVENT_OTHER_SELECTED         = 32;
+constexpr u32 EVENT_FROM_GPSOSL            = 33;
+
+constexpr u32 GPSS_NORVANE_OSL = 4;          // gpssType: receiver found on the GPS out sync link
+constexpr OSTIME GPSOSL_HOLDOVER_TIME = 300000;   // ms
+
+constexpr u32 HW_AS_IS = 0xFFFFFFFF;         // the hardware's route stays
+constexpr u32 REGULATOR_AS_IS = 0xFFFFFFFF;  // the regulator keeps its reference
+
+/// The selection, newest first.
+struct Selection {
+    u8 selectedRef = NO_REF;
+    u8 prevSelRef = NO_REF;
+    u8 prevPrevSelRef = NO_REF;
+};
+
+struct State {
+    Selection sel;
+    TimerRef gpsOslHoldoverTimer = 0;
+};
+ose::ModuleData<State> s;
+
+struct Ids { u32 froId, froClassNo; };
+
+/// Route and regulator value of a type that needs nothing more than the common select.
+struct Route {
+    u8 refType;
+    u32 selector;        // of the reference multiplexer, or HW_AS_IS
+    u32 regulatorRef;
+    bool dropsHeldTime;  // selecting it ends the time that the loop holds
+};
+constexpr Route ROUTES[] = {
+    // refType         selector              regulator           drops held time
+    {NTP_REF,         HW_AS_IS,             TU_SR_NTP_REF,      true},
+    {GPS_REF,         HALI_GPS_HW_SYNC_REF, TU_SR_GPS_REF,      false},
+    {PACKET_TIME_REF, HW_AS_IS,             TU_SR_PKT_TIME_REF, false},
+    {PACKET_FREQ_REF, HW_AS_IS,             TU_SR_PKT_FREQ_REF, true},
+    {HPTSI_REF,       HALI_GPS_HW_SYNC_REF, TU_SR_HPTSI_REF,    false},
+    {ETHA_REF,        HALI_ETH_REF_A,       TU_ETH_REF,         true},
+    {ETHB_REF,        HALI_ETH_REF_B,       TU_ETH_REF,         true},
+    {ETHC_REF,        HALI_ETH_REF_C,       TU_ETH_REF,         true},
+};
+
+bool isMaster() { return KvdLoz6TuMgr_masterSlaveMode() == 1; }
+bool isFirstStart() { return KvdLoz6TuRef_isFirstStart() == 1; }
+
+const char* selectorText(u32 selector)
+{
+    switch (selector) {
+    case HALI_NO_HW_SYNC_REF:  return "HALI_NO_HW_SYNC_REF";
+    case HALI_PDH_REF_1:       return "HALI_PDH_REF_1";
+    case HALI_PDH_REF_2:       return "HALI_PDH_REF_2";
+    case HALI_PDH_REF_3:       return "HALI_PDH_REF_3";
+    case HALI_PDH_REF_4:       return "HALI_PDH_REF_4";
+    case HALI_SDH_REF:         return "HALI_SDH_REF";
+    case HALI_GPS_HW_SYNC_REF: return "HALI_GPS_HW_SYNC_REF";
+    case HALI_EXT_HW_SYNC_REF: return "HALI_EXT_HW_SYNC_REF";
+    case HALI_ETH_REF_A:       return "HALI_ETH_REF_A";
+    case HALI_ETH_REF_B:       return "HALI_ETH_REF_B";
+    case HALI_ETH_REF_C:       return "HALI_ETH_REF_C";
+    default:                   return "<Unknown>";
+    }
+}
+
+// ---- the selection block --------------------------------------------------------------------------------
+
+void moveBlockOn(u8 refType)
+{
+    s->sel.prevPrevSelRef = s->sel.prevSelRef;
+    s->sel.prevSelRef = s->sel.selectedRef;
+    s->sel.selectedRef = refType;
+}
+
+/// For the types that can be selected again without a change of the block.
+void moveBlockOnUnlessSelected(u8 refType)
+{
+    if (s->sel.selectedRef != refType) {
+        moveBlockOn(refType);
+        return;
+    }
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO,
+              "Select syncRefType = %s (%u) received while selectedRef = %s (%u) and prevSelRef = %s (%u). "
+              "Update of reference variables ignored.",
+              KvdLoz6TuRef_refTypeText(refType), refType, KvdLoz6TuRef_refTypeText(s->sel.selectedRef),
+              s->sel.selectedRef, KvdLoz6TuRef_refTypeText(s->sel.prevSelRef), s->sel.prevSelRef);
+}
+
+bool cameThroughNoRefFrom(u8 refType)
+{
+    return s->sel.prevSelRef == NO_REF && s->sel.prevPrevSelRef == refType;
+}
+bool cameFrom(u8 refType) { return s->sel.prevSelRef == refType || cameThroughNoRefFrom(refType); }
+bool wasAmongLastTwo(u8 refType) { return s->sel.prevSelRef == refType || s->sel.prevPrevSelRef == refType; }
+
+// ---- steps that several selections share ------------------------------------------------------------------
+
+/// 1 when the hardware follows; `text` is the selector's name in the trace.
+bool routeHardware(u32 selector, const char* text)
+{
+    const int status = HALI_subscribeRefTime(selector);
+    if (status == 0) return true;
+    KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "HALI_subscribeRefTime failed with status: %d for %s", status, text);
+    return false;
+}
+bool routeHardware(u32 selector) { return routeHardware(selector, selectorText(selector)); }
+
+void updateClients(u8 refType, Ids ids, u32 statisticsRef)
+{
+    KvdLoz6TuIifAdm_updateSelection(refType, ids.froId, ids.froClassNo);
+    KvdLoz6TuPm_startStatistics(statisticsRef);
+}
+
+bool refusedOnSlave(u8 refType)
+{
+    if (isMaster()) return false;
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "selectSynchRef (%d) received for slave tu. Request ignored", refType);
+    return true;
+}
+
+/// The loop lets go of the divider and the Kalman path goes on from where it stands.
+void endPll()
+{
+    KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
+    KvdLoz6TuReg_initiateFromPllNow();
+}
+
+void afterSelection(u8 refType)
+{
+    if (refType != NO_REF && wasAmongLastTwo(GPSOSL_REF)) {
+        if (KvdLoz6TuRef_row(ROW_GPSOSL).supervisionStatus == 0) KvdLoz6GpsOsl_storeRemoteState(RC_UNKNOWN);
+        KvdLoz6GpsOsl_sendRemoteState();
+    }
+    const u32 pllState = KvdLoz6TuReg_pllState();
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Selecting ref %u, prevRef %u, pllState %u", s->sel.selectedRef,
+              s->sel.prevSelRef, pllState);
+    if (pllState != PLL_Uninitialized) endPll();
+    if (wasAmongLastTwo(SOCPRI_REF)) {
+        KvdLoz6Socpri_stop();
+        KvdLoz6Socpri_logEvent(EVENT_OTHER_SELECTED);
+        KvdLoz6Socpri_snapshot();
+    }
+    if (refType == GPSOSL_REF) KvdLoz6TuRef_stopGpsOslHoldover();
+}
+
+// ---- common select ------------------------------------------------------------------------------------------
+
+/// A frequency reference taken up after the GPS out sync link: the time that the loop still holds no longer
+/// counts.
+void dropHeldTime(u8 refType, u32 regulatorRef)
+{
+    const u32 pllState = KvdLoz6TuReg_pllState();
+    if (s->sel.prevPrevSelRef != GPSOSL_REF || s->sel.prevSelRef != NO_REF) return;
+    if (refType == NO_REF || refType == GPSOSL_REF || KvdLoz6TuReg_isTimeRef(regulatorRef)) return;
+    if (pllState == PLL_Offset_Holdover || pllState == PLL_Locked_Holdover)
+        KvdLoz6TuIifAdm_reportClockState(KVD_TUIIF_FREQUENCY_HOLDOVER);
+}
+
+/// `route` with REGULATOR_AS_IS leaves the regulator alone and counts as value 0 towards the clients.
+int commonSelect(const Route& route, Ids ids)
+{
+    if (route.selector != HW_AS_IS && !routeHardware(route.selector)) return 0;
+    const bool untouched = route.regulatorRef == REGULATOR_AS_IS;
+    const u32 value = untouched ? u32{TU_SR_NO_REF} : route.regulatorRef;
+    if (!untouched) KvdLoz6TuReg_configRefType(value, ids.froId, ids.froClassNo);
+    if (route.dropsHeldTime) dropHeldTime(route.refType, value);
+    if (refusedOnSlave(route.refType)) return 0;
+    updateClients(route.refType, ids, value);
+    afterSelection(route.refType);
+    return 1;
+}
+
+int selectByTable(u8 refType, Ids ids)
+{
+    moveBlockOn(refType);
+    for (const Route& route : ROUTES)
+        if (route.refType == refType) return commonSelect(route, ids);
+    return 0;
+}
+
+int selectTuRef(Ids ids)
+{
+    moveBlockOn(TU_REF);
+    switch (KvdLoz6TuRef_gpsExtToggle()) {
+    case EXT_TOGGLE:
+        return commonSelect({TU_REF, HALI_EXT_HW_SYNC_REF, TU_SR_EXT_REF, true}, ids);
+    case GPS_TOGGLE:
+        return commonSelect({TU_REF, HALI_GPS_HW_SYNC_REF, TU_SR_EXT_1PPS_REF, true}, ids);
+    case NO_TOGGLE:
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Neither GPS nor EXT toggle detected. No reference selected.");
+        return commonSelect({TU_REF, HW_AS_IS, REGULATOR_AS_IS, true}, ids);
+    default:
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "gpsExtToggle %d not allowed",
+                  static_cast<int>(KvdLoz6TuRef_gpsExtToggle()));
+        return 0;
+    }
+}
+
+int selectPdhSdh(Ids ids)
+{
+    moveBlockOn(PDH_SDH_REF);
+    const u32 line = KvdLoz6TuPhyAdm_lineOfFroId(ids.froId);
+    if (line >= REF_ROWS) {
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "port line number out of range =%d. selectSynchRef ignored",
+                  static_cast<int>(line));
+        return 0;
+    }
+    if (line > ROW_SDH) {
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "Incorrect lineNo=%hhu. expected value between 0-4",
+                  static_cast<u8>(line));
+        return commonSelect({PDH_SDH_REF, HW_AS_IS, TU_SR_NO_REF, true}, ids);
+    }
+    return commonSelect({PDH_SDH_REF, line + HALI_PDH_REF_1, line + TU_SR_PDH_REF1, true}, ids);
+}
+
+// ---- no reference ---------------------------------------------------------------------------------------------
+
+void endDeselectedLoop(u32 event)
+{
+    KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
+    if (s->sel.prevSelRef == SOCPRI_REF) {
+        KvdLoz6Socpri_logEvent(event);
+        KvdLoz6Socpri_snapshot();
+        KvdLoz6Socpri_stop();
+    }
+    KvdLoz6TuReg_initiateFromPllNow();
+}
+
+void deselectLocked(bool wasGpsOsl)
+{
+    if (wasGpsOsl) {
+        KvdLoz6GpsOsl_sendRemoteState();
+        KvdLoz6TuReg_pll_toHoldover();
+    } else {
+        KvdLoz6Socpri_referenceLost();
+    }
+    if (KvdLoz6TuReg_pllState() == PLL_Freq_Holdover)
+        endDeselectedLoop(EVENT_DESELECTED_NO_HOLDOVER);
+    else if (wasGpsOsl)
+        KvdLoz6TuRef_startGpsOslHoldover();
+}
+
+void deselectInHoldover(bool wasGpsOsl, u32 pllState)
+{
+    if (isFirstStart()) return;
+    if (wasGpsOsl) KvdLoz6GpsOsl_sendRemoteState();
+    KvdLoz6TuIifAdm_reportClockState(pllState == PLL_Offset_Holdover ? KVD_TUIIF_TIME_OFFSET_HOLDOVER
+                                                                     : KVD_TUIIF_RNT_TIME_HOLDOVER);
+}
+
+/// A time reference goes away; what becomes of its loop depends on how far that had come.
+void deselectPllRef()
+{
+    const bool wasGpsOsl = s->sel.prevSelRef == GPSOSL_REF;
+    const u32 pllState = KvdLoz6TuReg_pllState();
+    if (wasGpsOsl)
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO,
+                  "Deselecting GpsOsl reference. pllState %u, gpsToggle %u, gpsOslRefState %u", pllState,
+                  KvdLoz6TuRef_gpsExtToggle(), KvdLoz6TuRef_row(ROW_GPSOSL).refStatus);
+    else
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Deselecting SoCPRI reference. pllState %u", pllState);
+
+    switch (pllState) {
+    case PLL_OffsetLocked:
+    case PLL_Locked:
+        deselectLocked(wasGpsOsl);
+        break;
+    case PLL_Unlocked:
+    case PLL_Freq_Holdover:
+        endDeselectedLoop(EVENT_DESELECTED_UNLOCKED);
+        break;
+    case PLL_Offset_Holdover:
+    case PLL_Locked_Holdover:
+        deselectInHoldover(wasGpsOsl, pllState);
+        break;
+    default:
+        break;
+    }
+    if (!wasGpsOsl) KvdLoz6TuReg_setRegState(UNKNOWN);
+}
+
+int selectNoRef(Ids ids)
+{
+    moveBlockOnUnlessSelected(NO_REF);
+    if (!routeHardware(HALI_NO_HW_SYNC_REF)) return 0;
+    KvdLoz6TuReg_configRefType(TU_SR_NO_REF, ids.froId, ids.froClassNo);
+    updateClients(NO_REF, ids, TU_SR_NO_REF);
+    if (s->sel.prevSelRef == GPSOSL_REF || s->sel.prevSelRef == SOCPRI_REF)
+        deselectPllRef();
+    else
+        afterSelection(NO_REF);
+    return 1;
+}
+
+// ---- inter-unit links -------------------------------------------------------------------------------------------
+
+int selectIdl1(Ids ids)
+{
+    moveBlockOn(IDL1_REF);
+    if (!routeHardware(HALI_NO_HW_SYNC_REF)) return 0;   // the link comes in by its own interrupt
+    KvdLoz6TuReg_configRefType(TU_SR_IDL1_REF, ids.froId, ids.froClassNo);
+    updateClients(IDL1_REF, ids, TU_SR_IDL1_REF);
+    if (KvdLoz6TuReg_slavePllState() == SLAVE_PLL_Uninitialized && KvdLoz6TuReg_regState() > WARMUP)
+        KvdLoz6TuReg_slavePll_init(SLAVE_PLL_Unlocked);
+    return 1;
+}
+
+int selectIdl2(Ids ids)
+{
+    moveBlockOn(IDL2_REF);
+    KvdLoz6TuReg_configRefType(TU_SR_IDL2_REF, ids.froId, ids.froClassNo);
+    updateClients(IDL2_REF, ids, TU_SR_IDL2_REF);
+    return 1;
+}
+
+// ---- GPS out sync link ---------------------------------------------------------------------------------------------
+
+bool isOslReceiver()
+{
+    return KvdLoz6TuGps_gpssType() == GPSS_NORVANE_OSL || KvdLoz6TuGps_gpssTypeBackup() == GPSS_NORVANE_OSL;
+}
+
+void startGpsOslLoop()
+{
+    if (KvdLoz6TuReg_pllIsHoldover()) {
+        KvdLoz6TuRef_stopGpsOslHoldover();
+    } else if (cameThroughNoRefFrom(GPS_REF) && KvdLoz6TuReg_regState() == TRUETIME && isOslReceiver()) {
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "RNT_HOLDOVER to remote DU, go to PLL_LOCKED directly!");
+        KvdLoz6TuReg_pll_init(PLL_Locked);
+    } else {
+        KvdLoz6TuReg_pll_init(PLL_Unlocked);
+    }
+}
+
+/// With a regulator that doesn't know its state yet the loop starts only where it had run before.
+void startGpsOslLoopFromUnknown()
+{
+    if (isFirstStart()) {
+        if (cameThroughNoRefFrom(SOCPRI_REF)) KvdLoz6TuReg_pll_init(PLL_Unlocked);
+    } else if (KvdLoz6TuReg_pllIsHoldover()) {
+        KvdLoz6TuRef_stopGpsOslHoldover();
+    } else {
+        KvdLoz6TuReg_pll_init(PLL_Unlocked);
+    }
+}
+
+int selectGpsOsl(Ids ids)
+{
+    moveBlockOn(GPSOSL_REF);
+    if (s->sel.prevSelRef == SOCPRI_REF) KvdLoz6TuReg_setRegState(0);
+    if (!routeHardware(HALI_GPS_HW_SYNC_REF)) return 0;
+    KvdLoz6TuReg_configRefType(TU_SR_GPSOSL_REF, ids.froId, ids.froClassNo);
+    if (refusedOnSlave(GPSOSL_REF)) return 0;
+    updateClients(GPSOSL_REF, ids, TU_SR_GPSOSL_REF);
+    const u8 regState = KvdLoz6TuReg_regState();
+    KVD_TRACE(TRACE_TUREF, TRACE_1,
+              "selectSynchRef (%d) received. prevRef = %u, Last regulatorState = %u, pllState = %u.",
+              GPSOSL_REF, s->sel.prevSelRef, regState, KvdLoz6TuReg_pllState());
+    if (cameFrom(PACKET_TIME_REF) && regState == TRUETIME) {
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO,
+                  "Not sending remote Radio Clock state, regulator is TRUETIME locked to PacketTime ref. "
+                  "It will be sent before GpsOSL enters LOCKED");
+    } else {
+        KvdLoz6GpsOsl_sendRemoteState();
+        switch (regState) {
+        case UNKNOWN:
+            startGpsOslLoopFromUnknown();
+            return 1;
+        case WARMUP:
+        case PREJUMPSTART:
+        case PREJUMPHIST:
+            return 1;
+        default:
+            break;
+        }
+    }
+    startGpsOslLoop();
+    return 1;
+}
+
+// ---- SoCPRI -----------------------------------------------------------------------------------------------------
+
+int selectSocpri(Ids ids)
+{
+    KvdLoz6TuRef_stopGpsOslHoldover();
+    moveBlockOnUnlessSelected(SOCPRI_REF);
+    if (!routeHardware(HALI_GPS_HW_SYNC_REF, "HALI_GPS_REF")) return 0;
+    KvdLoz6TuReg_configRefType(TU_SR_SOCPRI_REF, ids.froId, ids.froClassNo);
+    updateClients(SOCPRI_REF, ids, TU_SR_SOCPRI_REF);
+    if (KvdLoz6TuReg_pllIsHoldover() && !isFirstStart()) return 1;
+    if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) {
+        if (cameFrom(GPSOSL_REF)) {
+            KvdLoz6Socpri_logEvent(EVENT_FROM_GPSOSL);
+        } else {
+            KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
+            KvdLoz6Socpri_logEvent(EVENT_PLL_RESTARTED);
+        }
+        KvdLoz6Socpri_snapshot();
+        KvdLoz6TuReg_initiateFromPllNow();
+    }
+    KvdLoz6TuReg_setRegState(UNKNOWN);
+    KvdLoz6Socpri_stop();
+    return 1;
+}
+
+int select(u8 refType, Ids ids)
+{
+    switch (refType) {
+    case NO_REF:      return selectNoRef(ids);
+    case TU_REF:      return selectTuRef(ids);
+    case PDH_SDH_REF: return selectPdhSdh(ids);
+    case IDL1_REF:    return selectIdl1(ids);
+    case IDL2_REF:    return selectIdl2(ids);
+    case GPSOSL_REF:  return selectGpsOsl(ids);
+    case SOCPRI_REF:  return selectSocpri(ids);
+    case NTP_REF:
+    case GPS_REF:
+    case PACKET_TIME_REF:
+    case PACKET_FREQ_REF:
+    case HPTSI_REF:
+    case ETHA_REF:
+    case ETHB_REF:
+    case ETHC_REF:    return selectByTable(refType, ids);
+    default:
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "Unknown syncRefType =%d for froId =%u.", refType, ids.froId);
+        return 0;
+    }
+}
+
+}  // namespace
+
+int KvdLoz6TuRef_selectSynchRef(u8 refType, u32 froId, u32 froClassNo)
+{
+    s->sel.prevPrevSelRef = NO_REF;
+    const int changed = select(refType, {froId, froClassNo});
+    if (changed != 0)
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO,
+                  "Reference update: selectedRef (%d), prevSelRef (%d). Algorithm states: PLL state %u, "
+                  "Slave PLL state %u, Regulator state %u",
+                  s->sel.selectedRef, s->sel.prevSelRef, KvdLoz6TuReg_pllState(),
+                  KvdLoz6TuReg_slavePllState(), KvdLoz6TuReg_regState());
+    return changed;
+}
+
+u8 KvdLoz6TuRef_selectedRef() { return s->sel.selectedRef; }
+u8 KvdLoz6TuRef_prevSelRef() { return s->sel.prevSelRef; }
+u8 KvdLoz6TuRef_prevPrevSelRef() { return s->sel.prevPrevSelRef; }
+
+// ---- holdover of the GPS out sync link ---------------------------------------------------------------------------
+
+void KvdLoz6TuRef_startGpsOslHoldover()
+{
+    if (s->gpsOslHoldoverTimer != 0) return;
+    s->gpsOslHoldoverTimer = ose::request_tmo(GPSOSL_HOLDOVER_TIME, KVD_TUREF_GPSOSL_HOLDOVER_TIMEOUT_IND);
+    if (s->gpsOslHoldoverTimer == 0) {
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "GpsOutSyncLink HoldOver timer failed to start");
+        return;
+    }
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO,
+              "GpsOutSyncLink HoldOver timer started. SelectedRef %u, prevSelRef %u, gpsToggle %u, "
+              "prevGpsToggle %u",
+              s->sel.selectedRef, s->sel.prevSelRef, KvdLoz6TuRef_gpsExtToggle(), KvdLoz6TuRef_prevGpsToggle());
+}
+
+void KvdLoz6TuRef_stopGpsOslHoldover()
+{
+    if (s->gpsOslHoldoverTimer == 0) return;
+    KvdLoz6TuRef_clearGpsOslHoldoverTimer();
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "GpsOutSyncLink HoldOver timer stopped. SelectedRef %u, gpsExtToggle %u",
+              s->sel.selectedRef, KvdLoz6TuRef_gpsExtToggle());
+}
+
+void KvdLoz6TuRef_clearGpsOslHoldoverTimer()
+{
+    if (s->gpsOslHoldoverTimer != 0) ose::cancel_tmo(&s->gpsOslHoldoverTimer);
+    s->gpsOslHoldoverTimer = 0;
+}
+
+bool KvdLoz6TuRef_gpsOslHoldoverTimerRuns() { return s->gpsOslHoldoverTimer != 0; }
+
+void KvdLoz6TuRef_onGpsOslHoldoverTimeout()
+{
+    s->gpsOslHoldoverTimer = 0;
+    if (s->sel.selectedRef == GPSOSL_REF) {
+        KvdLoz6TuIifAdm_markNotSent();
+        KvdLoz6TuRef_report();
+    }
+    const RefDesc& row = KvdLoz6TuRef_row(ROW_GPSOSL);
+    const u32 pllState = KvdLoz6TuReg_pllState();
+    const bool pathLost = pllState != PLL_Uninitialized && row.refStatus == REF_STATUS_OFF;
+    if (!KvdLoz6TuReg_pllIsHoldover() && !pathLost) return;
+    KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
+    if (s->sel.selectedRef == SOCPRI_REF) KvdLoz6Socpri_logEvent(EVENT_HOLDOVER_EXPIRED);
+    KvdLoz6TuReg_initiateFromPllNow();
+    if (row.supervisionStatus == 0) KvdLoz6TuIifAdm_sendRemoteRcState(RC_UNKNOWN);
+}

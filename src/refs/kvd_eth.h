@@ -1,0 +1,9 @@
+// kvd_eth.h - Ethernet references: measurement, status of their paths.
+// Owner   the manager process.
+#pragma once
+#include "ose/types.h"
+
+struct Signal;
+
+/// Reference edge with an Ethernet reference selected.
+void KvdLoz6TuEth_handleInt();

@@ -1,0 +1,453 @@
+#include "reg/kvd_reg.h"
+
+#include "gps/kvd_gps.h"
+#include "gps/kvd_gps_out.h"
+#include "hw/hali.h"
+#include "hw/hwif_sig.h"
+#include "hw/kvd_hwif.h"
+#include "iif/kvd_biraiifadm.h"
+#include "iif/kvd_iifadm.h"
+#include "iif/tuiif_sig.h"
+#include "mgr/kvd_mgr_mem.h"
+#include "mgr/trace_groups.h"
+#include "mgr/tu_common.h"
+#include "node/sig.h"
+#include "node/trace.h"
+#include "ose/module_data.h"
+#include "ose/ose.h"
+#include "ref/ref_types.h"
+#include "reg/kvd_reg_control.h"
+#include "reg/kvd_reg_force.h"
+#include "reg/kvd_reg_int.h"
+#include "reg/kvd_reg_jump.h"
+#include "reg/kvd_reg_measure.h"
+#include "reg/kvd_reg_packet.h"
+#include "reg/kvd_reg_pll.h"
+#include "reg/kvd_reg_rnt.h"
+#include "reg/reg_sig.h"
+#include "socpri/kvd_socpri.h"
+
+#include <cstdio>
+
+namespace {
+
+ose::ModuleData<regulator::State> s;
+
+constexpr u32 REF_INTERRUPTS = 6;          // 100 ms pulse and reference edge
+
+struct RegStateText { u8 regState; const char* text; };
+constexpr RegStateText REG_STATE_TEXTS[] = {
+    {WARMUP, "WARMUP"},           {SYNCH1, "SYNCH1"},
+    {SYNCH2, "SYNCH2"},           {SYNCH3, "SYNCH3"},
+    {FREQLOCKED, "FREQLOCKED"},   {FREQDRIFTING, "FREQDRIFTING"},
+    {FAILURE, "FAILURE"},         {UNKNOWN, "UNKNOWN"},
+    {TIMELOCKED, "TIMELOCKED"},   {TRUETIME, "TRUETIME"},
+    {STARTUPTIME, "STARTUPTIME"}, {PREJUMPSTART, "PREJUMPSTART"},
+    {PREJUMPHIST, "PREJUMPHIST"},
+};
+
+constexpr const char* INITIATE_STATE_TEXTS[] = {
+    "TUREG_START", "TUREG_WARM_UP", "TUREG_WARM_INITIATED", "TUREG_INIT_NOISY", "TUREG_INIT",
+};
+
+}  // namespace
+
+namespace regulator {
+
+State& state() { return *s; }
+
+bool isIdl2Slave()
+{
+    return s->masterSlaveMode == 0 && KvdLoz6BiraIifAdm_idlMode() == IDL_MODE_2;
+}
+
+const char* initiateStateText(u32 tuRegInitiateState)
+{
+    return tuRegInitiateState <= TUREG_INIT ? INITIATE_STATE_TEXTS[tuRegInitiateState]
+                                            : "<Unknown>";
+}
+
+void setInitiateState(u32 tuRegInitiateState)
+{
+    const u32 before = s->tuRegInitiateState;
+    if (before == tuRegInitiateState) return;
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "tuRegInitiateState changed: %s => %s",
+              initiateStateText(before), initiateStateText(tuRegInitiateState));
+    s->startUpHistory[s->startUpChanges % s->startUpHistory.size()] = {
+        ose::get_ticks(), static_cast<u8>(before), static_cast<u8>(tuRegInitiateState)};
+    ++s->startUpChanges;
+    s->tuRegInitiateState = tuRegInitiateState;
+}
+
+void cancelWarmupTimer()
+{
+    if (s->warmupTimer != 0) ose::cancel_tmo(&s->warmupTimer);
+}
+
+u8 timeMode(u32 selectedRef, u32 prevSelectedRef)
+{
+    if (!KvdLoz6TuReg_isTimeRef(selectedRef)) return FREQUENCY_LOCKING;
+    if (selectedRef != TU_SR_NO_REF) return ABSOLUTE_TIME_LOCKING;
+    return KvdLoz6TuReg_isTimeRef(prevSelectedRef) ? ABSOLUTE_TIME_LOCKING : FREQUENCY_LOCKING;
+}
+
+}  // namespace regulator
+
+const char* KvdLoz6TuReg_regStateText(u8 regState)
+{
+    for (const RegStateText& row : REG_STATE_TEXTS)
+        if (row.regState == regState) return row.text;
+    return "<Unknown>";
+}
+
+// ---- timers -------------------------------------------------------------------------------------
+
+namespace {
+
+void startWarmupTimer()
+{
+    if (s->warmupTimer != 0) {
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Warmup Tmo already started.");
+        return;
+    }
+    s->warmupTimer = ose::request_tmo(regulator::WARMUP_TMO_ms, KVD_TUREG_WARMUP_TIMEOUT);
+    if (s->warmupTimer == 0) KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Warmup Tmo did not start.");
+}
+
+void startReadTempTimer()
+{
+    if (s->readTempTimer != 0) return;
+    s->readTempTimer = ose::request_tmo(regulator::READ_TEMP_TMO_ms, KVD_TUREG_READ_TEMP_TIMEOUT);
+    if (s->readTempTimer == 0) KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Read Temp Tmo request failed!");
+}
+
+// ---- signals ------------------------------------------------------------------------------------
+
+void onRefInterrupt(const KvdTuhwifRefInterrupt* ind)
+{
+    if (ind != nullptr) KvdLoz6TuReg_handleInterrupt(ind->pending);
+    tuHwIf_enableExtInt();                 // the interrupt process left the line closed
+}
+
+void onTimeData(const KvdTuiif10TimeDataInd* ind)
+{
+    if (ind == nullptr) return;
+    const TuiifTimeData& data = ind->data;
+    s->otherLoz6Data = {data.t_c,     data.delta0_c, data.delta0_f, data.P_est_1_1,
+                        data.x_est_1, data.x_est_2,  data.regState};
+    s->receivedTimeDataInd = 1;
+    KVD_TRACE(TRACE_TUREG, TRACE_3, "receivedTimeDataInd = True");
+    if (s->masterSlaveMode == 0) s->newTimeData = 1;
+}
+
+void onCoarseTimeData(const KvdTuiifSocpriCoarseTimeDataInd* ind)
+{
+    if (ind != nullptr) KvdLoz6Socpri_coarseTimeData(ind->ref_esfc, ind->ref_mfn);
+}
+
+void onSetTestMode(const KvdTuiifSetTestModeInd* ind)
+{
+    if (ind == nullptr) return;
+    s->testMode = ind->on == 1 ? 1 : 0;
+    if (s->testMode != 0)
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Test Mode enabled");
+    else
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Test Mode disabled");
+    KvdLoz6TuGps_testMode(s->testMode);
+}
+
+void onReadTempTimeout()
+{
+    s->readTempTimer = 0;
+    if (regulator::isIdl2Slave() && (KvdLoz6BiraIifAdm_hasHwControl() == 0 ||
+                                     KvdLoz6BiraIifAdm_timeTuningOngoing() == 0)) {
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO,
+                  "LOZ6 LM does not have HW control or time sync has has stopped. "
+                  "Stopped processing temperature monitoring timeouts.");
+        return;
+    }
+    KvdLoz6TuReg_readOcxoTemp();
+    startReadTempTimer();
+}
+
+void onWarmupTimeout()
+{
+    s->warmupTimer = 0;
+    s->passedWarmup = 1;
+}
+
+void onIdl2LinkRestartTimeout()
+{
+    s->idl2LinkRestartTimer = 0;
+    s->idl2LinkRestart = 1;
+}
+
+}  // namespace
+
+int KvdLoz6TuReg_dispatch(Signal* sig)
+{
+    switch (sig->sigNo) {
+    case KVD_TUHWIF_REF_INTERRUPT:  onRefInterrupt(as<KvdTuhwifRefInterrupt>(sig));       return 1;
+    case KVD_TUIIF10_TIME_DATA_IND: onTimeData(as<KvdTuiif10TimeDataInd>(sig));           return 1;
+    case KVD_TUIIF_SOCPRI_COARSE_TIME_DATA_IND:
+        onCoarseTimeData(as<KvdTuiifSocpriCoarseTimeDataInd>(sig));                       return 1;
+    case KVD_TUIIF_GET_RNT_TO_SFC_DIFF_REQ: KvdLoz6TuReg_onGetRntToSfcDiffReq(sig);       return 1;
+    case KVD_TUIIF_GET_RNT_FOR_SFN_REQ:     KvdLoz6TuReg_onGetRntForSfnReq(sig);          return 1;
+    case KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_REQ:
+        KvdLoz6TuReg_onJumpRequest(sig, ose::sender(&sig));                               return 1;
+    case KVD_TUIIF_SET_TEST_MODE_IND:     onSetTestMode(as<KvdTuiifSetTestModeInd>(sig)); return 1;
+    case KVD_TUIIF_SET_SFN_INIT_TIME_IND: KvdLoz6TuReg_onSetSfnInitTimeInd(sig);          return 1;
+    case KVD_TUREG_READ_TEMP_TIMEOUT:     onReadTempTimeout();                            return 1;
+    case KVD_TUREG_WARMUP_TIMEOUT:        onWarmupTimeout();                              return 1;
+    case KVD_TUREG_JUMP_IND_TIMEOUT:      KvdLoz6TuReg_onJumpIndTimeout();                return 1;
+    case KVD_TUREG_PTP_TIME_PDV_TIMEOUT_IND:
+    case KVD_TUREG_PTP_TIME_NOT_RELIABLE_TIMEOUT_IND:
+    case KVD_TUREG_PTP_TIME_1588J3_LOCK_TIMEOUT_IND:
+    case KVD_TUREG_PTP_TIME_G82751_LOCK_TIMEOUT_IND:
+    case KVD_TUREG_PTP_TIME_PROFILE_CHANGE_IND:
+        KvdLoz6TuReg_packetDispatch(sig);                                                 return 1;
+    case KVD_TUHWIF_GEN_PDV_REQ:               KvdLoz6TuReg_onGenPdvReq(sig);             return 1;
+    case KVD_TUREG_IDL2_LINK_RESTART_TIMEOUT:  onIdl2LinkRestartTimeout();                return 1;
+    case KVD_TUREG_BFN_JUMP_WARNING_IND_TIMEOUT: KvdLoz6TuReg_onBfnJumpWarningTimeout();  return 1;
+    case KVD_TUREG_SOCPRI_SFC_ADJ_MONITOR_TMO:
+        KvdLoz6TuReg_onSocpriSfcAdjMonitorTimeout();                                      return 1;
+    case KVD_TUSOCPRI_CONTINUE_POSTPONED_REGULATION_TMO:
+        KvdLoz6Socpri_continuePostponedRegulation();                                      return 1;
+    default:                                                                              return 0;
+    }
+}
+
+// ---- initiation ---------------------------------------------------------------------------------
+
+namespace {
+
+constexpr double VT_MIN_DEFAULT = 1.0, VT_MAX_DEFAULT = 3.1;   // V
+
+void takeTemperatureLimits()
+{
+    OcxoParams params{};
+    HALI_getOcxoParams(params);            // a failure leaves limits that aren't valid
+    s->vTmin = params.tempMin;
+    s->vTmax = params.tempMax;
+    if (!regulator::areLimitsValid(s->vTmin, s->vTmax)) {
+        char text[64];
+        std::snprintf(text, sizeof text, "vTmin=%g vTmax=%g", s->vTmin, s->vTmax);
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "turegInit: Temperature limits are not valid. %s", text);
+        s->vTmin = VT_MIN_DEFAULT;
+        s->vTmax = VT_MAX_DEFAULT;
+    }
+    KvdLoz6TuReg_setTempLimits(s->vTmin, s->vTmax);
+}
+
+void startTemperature()
+{
+    startWarmupTimer();
+    double vT = 0;
+    HALI_getOcxoTemp(vT);
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "First reading of temp (%s)", TuCommon_text(vT));
+}
+
+void enableBbClock(bool idl2Slave)
+{
+    tuHwIf_enableDeltaSigma();
+    if (s->masterSlaveMode != 0) {
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Enable BBclock in master.");
+        tuHwIf_enableBbClk(1);
+    } else if (idl2Slave) {
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Enable BBclock in IDL2 slave.");
+        tuHwIf_enableBbClk(1);
+    }
+}
+
+}  // namespace
+
+void KvdLoz6TuReg_initiate(u32 coldRestart, u8 timeMode, u8 masterSlaveMode)
+{
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s: coldRestart (%u), timeMode (%d), masterSlaveMode (%d)",
+              __func__, coldRestart, timeMode, masterSlaveMode);
+    KvdLoz6TuMem_allocate(MEM_REG_HIST, coldRestart);
+    s->receivedTimeDataInd = 0;
+    s->otherLoz6Data = {};
+    s->newTimeData = 0;
+
+    s->coldRestart = coldRestart;
+    s->masterSlaveMode = masterSlaveMode;
+    const bool idl2Slave = regulator::isIdl2Slave();
+    if (idl2Slave) {
+        s->passedWarmup = 1;
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "passedWarmup set to True");
+    } else {
+        s->passedWarmup = 0;
+        s->isInitiating = 1;
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "passedWarmup set to False");
+    }
+    s->tureg_timeMode = KvdLoz6TuReg_timeMode();
+    s->previousTimeMode = s->tureg_timeMode;
+    s->initCnt = regulator::TICKS_COUNTED;
+    regulator::setInitiateState(TUREG_START);
+    if (!idl2Slave) {
+        KvdLoz6TuReg_setInitialFrequencyDrift(s->initCnt);
+        KvdLoz6TuReg_setRegState(WARMUP);
+    }
+    takeTemperatureLimits();
+    if (!idl2Slave) {
+        startReadTempTimer();
+        startTemperature();
+        if (masterSlaveMode != 0) {
+            KvdLoz6TuReg_setMaster(timeMode);
+            tuHwIf_enableIsr(REF_INTERRUPTS);
+        } else {
+            KvdLoz6TuReg_setSlave(timeMode);
+        }
+    }
+    if (KvdLoz6BiraIifAdm_idlMode() != IDL_MODE_2) tuHwIf_enableIsr(REF_INTERRUPTS);
+    s->isInitiating = 0;
+    enableBbClock(idl2Slave);
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s: finished", __func__);
+}
+
+void KvdLoz6TuReg_setSlave(u8 timeMode)
+{
+    ++s->slaveSel;
+    s->tureg_timeMode = timeMode;
+    s->masterSlaveMode = 0;
+}
+
+namespace {
+
+bool isTimeState(u8 regState)
+{
+    return regState == STARTUPTIME || regState == TIMELOCKED || regState == TRUETIME;
+}
+
+/// A slave that knows the time goes on as master from what both units know.
+void takeOver()
+{
+    regulator::OtherUnit& other = s->otherLoz6Data;
+    const Vec6 x_est = KvdLoz6TuReg_estimateStateVar().x_est;
+    KvdLoz6TuReg_mergeOtherEstimate(s->masterSlaveMode != 0, other.x_est_1, other.x_est_2,
+                                    other.P_est_1_1);
+    if (s->receivedTimeDataInd != 0) {
+        other.x_est_1 = -x_est[0];
+        other.x_est_2 = -x_est[1];
+    }
+    s->newTimeData = 0;
+    KvdLoz6TuReg_takeOverAsMaster(other.regState);
+    if (s->receivedTimeDataInd != 0) other.regState = KvdLoz6TuReg_regState();
+}
+
+}  // namespace
+
+void KvdLoz6TuReg_setMaster(u8 timeMode)
+{
+    ++s->masterSel;
+    s->tureg_timeMode = timeMode;
+    if (s->masterSlaveMode == 0 && s->isInitiating == 0) {
+        if (isTimeState(KvdLoz6TuReg_regState())) {
+            takeOver();
+        } else {
+            KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Initiate all values again and enable BBclock");
+            KvdLoz6TuReg_initiate(1, timeMode, 1);
+        }
+    }
+    KvdLoz6TuReg_forceRegState(UNKNOWN);
+    s->masterSlaveMode = 1;
+}
+
+// ---- what others are told -----------------------------------------------------------------------
+
+void KvdLoz6TuReg_regStateChanged(u8 from, u8 to)
+{
+    if (from == TIMELOCKED && to != TIMELOCKED && KvdLoz6TuReg_jumpState() != JUMP_NOT_NEEDED)
+        KvdLoz6TuReg_setJumpState(JUMP_NOT_NEEDED);
+
+    const u32 selectedRef = KvdLoz6TuReg_selectedRef();
+    const bool loopReports = selectedRef == TU_SR_GPSOSL_REF || selectedRef == TU_SR_SOCPRI_REF ||
+                             selectedRef == TU_SR_IDL1_REF || selectedRef == TU_SR_IDL2_REF ||
+                             KvdLoz6TuReg_pllState() != PLL_Uninitialized;
+    if (!loopReports || to == WARMUP) KvdLoz6TuIifAdm_reportRegState(to);
+    KvdLoz6TuGps_regStateChanged(to);
+    KvdLoz6GpsOut_regStateChanged();
+}
+
+void KvdLoz6TuReg_sendTimeData()
+{
+    double period = 0, t_f = 0;
+    if (HALI_readTime(period, t_f) != 0) {
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "HALI_readTime failed");
+        return;
+    }
+    const MeasStateVar& meas = KvdLoz6TuReg_measStateVar();
+    constexpr double NEAR_WRAP = 1.0;      // s
+    const bool wraps = t_f < NEAR_WRAP || period - t_f < NEAR_WRAP;
+    if (s->masterSlaveMode != 0 && (meas.jump_idl1 != 0.0 || wraps)) {
+        KVD_TRACE(TRACE_TUREG, TRACE_3,
+                  "Do not send TimeDataInd from master when jump flag is set or "
+                  "sfc is wrapping around.");
+        return;
+    }
+    const EstimateStateVar& estimate = KvdLoz6TuReg_estimateStateVar();
+    auto* ind = node::make<KvdTuiif10TimeDataInd>(KVD_TUIIF10_TIME_DATA_IND);
+    TuiifTimeData& data = ind->data;
+    data.t_c = meas.t_c_last;
+    data.delta0_c = meas.delta0_c;
+    data.delta0_f = meas.delta0_f;
+    data.P_est_1_1 = estimate.P_est[7];    // row 1, column 1: frequency
+    data.x_est_1 = estimate.x_est[0];
+    data.x_est_2 = estimate.x_est[1];
+    data.smn = KvdLoz6TuIifAdm_smn();
+    data.apn = KvdLoz6TuIifAdm_apn();
+    data.regState = KvdLoz6TuReg_regState();
+    data.rcState = KvdLoz6TuIifAdm_radioClockState();
+    data.selectedRef = KvdLoz6TuIifAdm_selectedRef();
+    data.jumpIndication = KvdLoz6TuReg_jumpState() != JUMP_NOT_NEEDED ? 1 : 0;
+    Signal* sig = reinterpret_cast<Signal*>(ind);
+    KvdLoz6TuIifAdm_send(&sig);
+}
+
+// ---- access -------------------------------------------------------------------------------------
+
+void KvdLoz6TuReg_dualConfiguration(u32 mode) { s->dualConfiguration = mode; }
+u8   KvdLoz6TuReg_isMaster() { return s->masterSlaveMode; }
+u32  KvdLoz6TuReg_initiateState() { return s->tuRegInitiateState; }
+
+u8 KvdLoz6TuReg_timeMode()
+{
+    return regulator::timeMode(KvdLoz6TuReg_selectedRef(), KvdLoz6TuReg_prevSelectedRef());
+}
+
+double KvdLoz6TuReg_sfcPtpOffset() { return s->sfcPtpOffset; }
+double KvdLoz6TuReg_sfcGpsOffset() { return s->sfcGpsOffset; }
+double KvdLoz6TuReg_restartDelta() { return s->restartDelta; }
+u32    KvdLoz6TuReg_dualConfigurationMode() { return s->dualConfiguration; }
+u32    KvdLoz6TuReg_testMode() { return s->testMode; }
+u32    KvdLoz6TuReg_coldRestart() { return s->coldRestart; }
+u8     KvdLoz6TuReg_noisyCounter() { return s->initCnt; }
+void   KvdLoz6TuReg_setNoisyCounter(u8 ticks) { s->initCnt = ticks; }
+void   KvdLoz6TuReg_clearReceivedTimeData() { s->receivedTimeDataInd = 0; }
+void   KvdLoz6TuReg_countHistoryUse(bool fromMsi) { ++(fromMsi ? s->msiUsed : s->flashUsed); }
+u32    KvdLoz6TuReg_badTempReported() { return s->badTempReported; }
+
+void KvdLoz6TuReg_startIdl2LinkRestartTimer()
+{
+    if (s->idl2LinkRestartTimer != 0) return;
+    s->idl2LinkRestartTimer =
+        ose::request_tmo(regulator::IDL2_LINK_RESTART_TMO_ms, KVD_TUREG_IDL2_LINK_RESTART_TIMEOUT);
+    if (s->idl2LinkRestartTimer == 0)
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "IDL2 link restart tmo request failed!");
+}
+
+u32  KvdLoz6TuReg_idl2LinkRestart() { return s->idl2LinkRestart; }
+void KvdLoz6TuReg_clearIdl2LinkRestart() { s->idl2LinkRestart = 0; }
+
+const char* KvdLoz6TuReg_calibrationExpiry() { return s->calibrationExpiry; }
+
+void KvdLoz6TuReg_setCalibrationExpiry(const char* text)
+{
+    std::snprintf(s->calibrationExpiry, sizeof s->calibrationExpiry, "%s", text);
+}
+
+int KvdLoz6TuReg_isRegulatingOnRef()
+{
+    return KvdLoz6TuReg_selectedRef() != TU_SR_NO_REF && KvdLoz6TuReg_isValidState() ? 1 : 0;
+}

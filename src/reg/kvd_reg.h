@@ -1,0 +1,101 @@
+// kvd_reg.h - Regulator: start-up, temperature tick, state names and modes, initiation of the
+// filter, and what the other components are told of the clock.
+// Owner   the manager process; only kvd_reg*.cpp write this module's state.
+// Units   seconds, volts of the oscillator's temperature sensor; timers in ms.
+// Errors  a failed step leaves the state as it was; the next tick tries again.
+#pragma once
+#include "ose/types.h"
+#include "mgr/tu_common.h"
+
+struct Signal;
+
+/// State of the regulator. State 7 does not exist.
+enum RegState : u8 {
+    WARMUP = 1,         // oscillator not usable yet
+    SYNCH1 = 2,         // f_ix 2
+    SYNCH2 = 3,         // f_ix 3
+    SYNCH3 = 4,         // f_ix 4
+    FREQLOCKED = 5,     // f_ix 5, time not locked
+    FREQDRIFTING = 6,   // f_ix 1
+    FAILURE = 8,        // tested, never entered
+    UNKNOWN = 9,        // reset mark, left by the next decision
+    TIMELOCKED = 10,    // t_ix 2
+    TRUETIME = 11,      // t_ix 3
+    STARTUPTIME = 12,   // tested, never entered
+    PREJUMPSTART = 13,
+    PREJUMPHIST = 14,
+};
+const char* KvdLoz6TuReg_regStateText(u8 regState);
+
+/// Start-up state of the regulator.
+enum TuRegInitiateState : u32 {
+    TUREG_START = 0,
+    TUREG_WARM_UP = 1,
+    TUREG_WARM_INITIATED = 2,
+    TUREG_INIT_NOISY = 3,
+    TUREG_INIT = 4,
+};
+
+/// Time mode, computed from the selected reference.
+constexpr u8 FREQUENCY_LOCKING = 1;
+constexpr u8 ABSOLUTE_TIME_LOCKING = 3;
+
+int KvdLoz6TuReg_dispatch(Signal* sig);
+
+void KvdLoz6TuReg_initiate(u32 coldRestart, u8 timeMode, u8 masterSlaveMode);
+void KvdLoz6TuReg_setSlave(u8 timeMode);
+void KvdLoz6TuReg_setMaster(u8 timeMode);
+void KvdLoz6TuReg_dualConfiguration(u32 mode);
+/// The date on which the frame counter was zero; called at a confirmation of the main processor.
+void KvdLoz6TuReg_initSfnInitTime(const DateTime& date);
+/// Gives the regulator a reference: its own value (TuSelectedRef) and the client's ids (froId,
+/// froClassNo), which also identify a packet reference's delay history.
+void KvdLoz6TuReg_configRefType(u32 refType, u32 froId, u32 froClassNo);
+/// Starts the Kalman path again from the loop's values, with the oscillator's temperature in volts.
+void KvdLoz6TuReg_initiateFromPll(double vT);
+/// The same with the temperature read now; 0 V when it can't be read.
+void KvdLoz6TuReg_initiateFromPllNow();
+
+u8   KvdLoz6TuReg_isMaster();                   // 1 master, 0 slave
+u32  KvdLoz6TuReg_initiateState();              // TuRegInitiateState
+u8   KvdLoz6TuReg_timeMode();                   // FREQUENCY_LOCKING or ABSOLUTE_TIME_LOCKING
+double KvdLoz6TuReg_sfcPtpOffset();             // s
+double KvdLoz6TuReg_sfcGpsOffset();             // s
+double KvdLoz6TuReg_restartDelta();             // s, change of sfcGpsOffset across the restart
+u32  KvdLoz6TuReg_coldRestart();                // as given to the initiation
+u32  KvdLoz6TuReg_dualConfigurationMode();
+u32  KvdLoz6TuReg_testMode();
+u8   KvdLoz6TuReg_noisyCounter();               // initCnt, ticks up to 120
+void KvdLoz6TuReg_setNoisyCounter(u8 ticks);
+void KvdLoz6TuReg_clearReceivedTimeData();
+/// Expiry date of the calibration, "%04d-%02d-%02d" or "".
+const char* KvdLoz6TuReg_calibrationExpiry();
+void KvdLoz6TuReg_setCalibrationExpiry(const char* text);
+/// Counts a history record that was read, for the report.
+void KvdLoz6TuReg_countHistoryUse(bool fromMsi);
+/// 1 while SoCPRI regulation is suspended for an oscillator temperature out of range.
+u32  KvdLoz6TuReg_badTempReported();
+/// Restart of the IDL2 link in synchronous mode: a timer of 400 ms, and the mark that it leaves.
+void KvdLoz6TuReg_startIdl2LinkRestartTimer();
+u32  KvdLoz6TuReg_idl2LinkRestart();
+void KvdLoz6TuReg_clearIdl2LinkRestart();
+/// 1 while the regulator works on a selected reference.
+int  KvdLoz6TuReg_isRegulatingOnRef();
+
+/// Offset of the node's time as unsigned seconds and nanoseconds.
+void KvdLoz6TuReg_calcSoCpriRTO(u32& seconds, u32& nanoseconds);
+
+/// The start-up controller, told each temperature reading: volts, failed reads in a row, readings
+/// out of limits in a row, and the read's result.
+void KvdLoz6TuReg_startUpController(double vT, u32 attempts, u32 outOfLimits, int result);
+/// Tells the other components of a change of regState, once the control law has stored it.
+void KvdLoz6TuReg_regStateChanged(u8 from, u8 to);
+/// Sends the time data to the other unit of a dual configuration.
+void KvdLoz6TuReg_sendTimeData();
+
+/// Temperature coefficients of the estimator's basis from the oscillator's polynomial: T,
+/// T^2 - 1/3, T^3 - 0.6 T, in that order.
+void KvdLoz6TuReg_temperatureCoefficients(double coeff[3]);
+
+/// "tureg" section of kvdinfo.
+void KvdLoz6TuReg_printInfo();

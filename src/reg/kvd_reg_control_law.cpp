@@ -1,0 +1,157 @@
+#include "mgr/kvd_math.h"
+#include "mgr/trace_groups.h"
+#include "node/trace.h"
+#include "reg/kvd_reg.h"
+#include "reg/kvd_reg_control_int.h"
+
+#include <cmath>
+
+namespace {
+
+constexpr u32 FIX_SAMPLES = 60;             // samples of one averaging
+constexpr double MEAN_STEP_MIN = 1e-6;      // decades a sample; below it the frequency is at rest
+constexpr double HYST_STEPS_MAX = 15.0;
+constexpr double HYST_FACTOR = 4.5;
+
+constexpr double FREQUENCY_STEP_MAX = 1e-6;   // relative, removed in one step
+constexpr double HORIZON = 62.1;              // s, of the dead-beat step
+constexpr double TICK = 2.1;                  // s between temperature ticks
+constexpr double HORIZON_DRIFT = 126.0 + 0.5 * (TICK * TICK);
+
+constexpr u8 BEST = 5, WORST = 1;
+
+bool sameSign(double a, double b) { return (a > 0.0 && b > 0.0) || (a < 0.0 && b < 0.0); }
+
+}  // namespace
+
+namespace control {
+
+double logFrequencyDeviation(double x1, double P11)
+{
+    return std::log10(std::fabs(x1) + 3.0 * std::sqrt(P11));
+}
+
+void fixFilterStep(FixFilter& f, double log_f_dev)
+{
+    if (f.first != 0) {
+        f.last = log_f_dev;
+        f.first = 0;
+    }
+    const double step = log_f_dev - f.last;
+    ++f.count;
+    if (step >= 0.0) f.stepSum += step;     // a falling step counts as a sample of 0
+    if (step > 0.0) {
+        f.risingStepSum += step;
+        ++f.risingCount;
+    }
+    f.last = log_f_dev;
+    if (f.count < FIX_SAMPLES) return;
+
+    f.meanStep = (f.stepSum / FIX_SAMPLES + f.meanStep) / 2.0;
+    f.stepSum = 0.0;
+    f.count = 0;
+    f.meanRisingStep = f.risingCount > 1
+                           ? (f.risingStepSum / f.risingCount + f.meanRisingStep) / 2.0
+                           : f.meanRisingStep / 2.0;
+    f.risingStepSum = 0.0;
+    f.risingCount = 0;
+    double n = 0.0;
+    if (f.meanStep > MEAN_STEP_MIN) {
+        n = std::ceil(HYST_FACTOR * f.meanRisingStep / f.meanStep);
+        if (n > HYST_STEPS_MAX) n = HYST_STEPS_MAX;
+    }
+    f.hyst = n * f.meanStep;
+}
+
+double fixDistance(const FixFilter& f, double log_f_dev, u8 f_ix, double f_lim_low,
+                   double f_lim_high)
+{
+    if (f_ix == BEST) return log_f_dev - std::log10(f_lim_high);
+    return log_f_dev - std::log10(f_lim_low) + f.hyst;
+}
+
+u8 gradeOfDistance(double distance)
+{
+    const double grade = BEST - std::ceil(distance);
+    if (grade >= BEST) return BEST;
+    if (!(grade >= WORST)) return WORST;   // written so that "not a number" is the worst
+    return static_cast<u8>(grade);
+}
+
+bool timeIsLocked(const TimeGradeInput& in)
+{
+    return (in.t_acc < in.t_lim_low && in.knowsTime) || (in.t_acc < in.t_lim_high && in.t_ix >= 2);
+}
+
+u8 stateOfGrades(u8 f_ix, u8 t_ix, u8 t_ixOld, u8 present)
+{
+    switch (f_ix) {
+    case 1: return FREQDRIFTING;
+    case 2: return SYNCH1;
+    case 3: return SYNCH2;
+    case 4: return SYNCH3;
+    case 5: break;
+    default:
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s: wrong f_ix (%d)", "decideState", f_ix);
+        return present;
+    }
+    if (t_ixOld <= 1) return FREQLOCKED;
+    switch (t_ix) {
+    case 1: return FREQLOCKED;
+    case 2: return TIMELOCKED;
+    case 3: return TRUETIME;
+    default:
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s: wrong t_ix (%d)", "decideState", t_ix);
+        return FREQLOCKED;
+    }
+}
+
+double frequencyStep(double x1, double b)
+{
+    if (x1 > FREQUENCY_STEP_MAX) x1 = FREQUENCY_STEP_MAX;
+    if (x1 < -FREQUENCY_STEP_MAX) x1 = -FREQUENCY_STEP_MAX;
+    return -x1 / b;
+}
+
+TimeSteering timeStep(double x0, double x1, double x2, double P11, double b, double xf_limit)
+{
+    TimeSteering t;
+    t.du_t = -(x0 + HORIZON * x1 + HORIZON_DRIFT * x2) / (HORIZON * b);
+    const double f_next = x1 + TICK * x2;
+    const double s = x0 >= 0.0 ? 1.0 : -1.0;
+    t.du_l = (-s * (xf_limit - 3.0 * std::sqrt(P11)) - f_next) / b;
+    const bool limit = sameSign(t.du_t, t.du_l) ? std::fabs(t.du_t) > std::fabs(t.du_l)
+                                                : std::fabs(f_next + b * t.du_t) > xf_limit;
+    t.du = limit ? t.du_l : t.du_t;
+    return t;
+}
+
+u32 nomDivOf(double D) { return toU32(KvdLoz6Math_roundHalfDown(D) - 1.0); }
+
+DividerWords splitDivider(double D, u32 hardwareNomDiv, i64 M)
+{
+    DividerWords w{hardwareNomDiv, 0, false};
+    if (std::fabs(D - hardwareNomDiv - 1.0) > 1.0) {
+        w.nomDiv = nomDivOf(D);
+        w.nomDivMoved = true;
+    }
+    const double fraction = D - w.nomDiv - 1.0;
+    w.K = toI64(KvdLoz6Math_roundHalfDown(fraction * static_cast<double>(M)));
+    return w;
+}
+
+u32 toU32(double x)
+{
+    if (!(x > 0.0)) return 0;
+    return x < 4294967296.0 ? static_cast<u32>(x) : 0xFFFFFFFFu;
+}
+
+i64 toI64(double x)
+{
+    constexpr double LIMIT = 9223372036854775808.0;
+    if (x >= LIMIT) return INT64_MAX;
+    if (x <= -LIMIT) return INT64_MIN;
+    return x == x ? static_cast<i64>(x) : 0;
+}
+
+}  // namespace control

@@ -1,0 +1,103 @@
+// Look-ahead of the filter, and the few places where something from outside pushes it.
+#include "mgr/trace_groups.h"
+#include "mgr/tu_common.h"
+#include "node/trace.h"
+#include "reg/kvd_reg.h"
+#include "reg/kvd_reg_control.h"
+#include "reg/kvd_reg_estimate.h"
+#include "reg/kvd_reg_estimate_int.h"
+#include "reg/kvd_reg_measure.h"
+
+namespace {
+
+constexpr double TICK = 2.1;                          // s between temperature ticks
+constexpr double HISTORY_FIRST = 1714.2857142857142;  // ticks, one hour
+constexpr u32    HISTORY_ROUNDS = 8;
+constexpr double CALIBRATION_STEP = 43200.0;          // s
+constexpr double CALIBRATION_END = 1300000.0;         // s
+constexpr double DAY = 86400.0;                       // s
+constexpr u8     BEST = 5;                            // f_ix of a locked frequency
+constexpr double POOR_FREQUENCY_VARIANCE = 1e-14;     // one sigma of 100 ppb
+
+/// Grade of the frequency when nothing but time passes for t_s seconds.
+u8 gradeAfter(double t_s)
+{
+    const EstimateStateVar& v = estimator::state().var;
+    const double u[2] = {0.0, 0.0};
+    const Prediction p = KvdLoz6TuReg_predict(v.x_est, v.P_est, 0.0, u, v.T, v.T, t_s);
+    return KvdLoz6TuReg_computeFix(p.x_pred, p.P_pred, 0);
+}
+
+}  // namespace
+
+double KvdLoz6TuReg_lookAheadHistory()
+{
+    double h = HISTORY_FIRST;
+    bool stopped = false;
+    for (u32 round = 0; round < HISTORY_ROUNDS && !stopped; ++round) {
+        const u8 f_ix = gradeAfter(h);
+        KVD_TRACE(TRACE_TUREG, TRACE_3,
+                  "Predicting state: after %-17.16g hours, state will be f_ix = %u",
+                  h * TICK / 3600.0, f_ix);
+        if (f_ix < BEST) stopped = true;
+        else h *= 2.0;
+    }
+    if (stopped) h = h > HISTORY_FIRST ? h / 2.0 : 0.0;
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Hours history is valid from now: %-17.16g",
+              h * TICK / 3600.0);
+    return h;
+}
+
+double KvdLoz6TuReg_lookAheadCalibration()
+{
+    double t = CALIBRATION_STEP;
+    while (gradeAfter(t) == BEST) {
+        if (!(t < CALIBRATION_END)) {
+            KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Days calibration is valid from now: %s",
+                      TuCommon_text(t / DAY));
+            return t / DAY;
+        }
+        t += CALIBRATION_STEP;
+    }
+    t = t > 0.5 ? t - CALIBRATION_STEP : 0.0;
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Days calibration is valid from now: %s",
+              TuCommon_text(t / DAY));
+    return t / DAY;
+}
+
+bool KvdLoz6TuReg_lookAheadSoonToExpire(double days)
+{
+    const bool soon = gradeAfter(days * DAY) != BEST;
+    if (soon) KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Soon to expire! %s", TuCommon_text(days));
+    else      KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Not soon to expire! %s", TuCommon_text(days));
+    return soon;
+}
+
+void KvdLoz6TuReg_fixFrequency()
+{
+    EstimateStateVar& v = estimator::state().var;
+    if (KvdLoz6TuReg_isMaster() == 0) return;
+    if (KvdLoz6TuReg_computeFix(v.x_est, v.P_est, 0) != BEST) return;
+    v.fixFreqMode = 1;
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Setting P_est to get to correct frequency more quickly");
+    v.P_est[7] = POOR_FREQUENCY_VARIANCE;
+    estimator::control(1, Z_TEMP_REF);
+}
+
+void KvdLoz6TuReg_forceTimeOffsetHoldover()
+{
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Setting delta0 to achieve timeOffset Holdover");
+    KvdLoz6TuReg_setOffset(0.0, 1e-6);
+}
+
+void KvdLoz6TuReg_forceFrequencyHoldover()
+{
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Setting P_est to achieve frequency Holdover");
+    estimator::state().var.P_est[0] = estimator::TIME_UNKNOWN_VARIANCE;
+}
+
+void KvdLoz6TuReg_forceFrequencyDrifting()
+{
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Setting P_est to achieve frequency drifting");
+    estimator::state().var.P_est[7] = POOR_FREQUENCY_VARIANCE;
+}

@@ -1,0 +1,137 @@
+// Scores of time error series with results known in closed form.
+#include "app/recording.h"
+#include "app/score.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using app::TauValue;
+
+std::vector<double> seriesOf(std::size_t count, double (*x)(double))
+{
+    std::vector<double> values;
+    for (std::size_t i = 0; i < count; ++i) values.push_back(x(static_cast<double>(i)));
+    return values;
+}
+
+TEST(Mtie, OfARampIsItsRiseOverTheInterval)
+{
+    const std::vector<double> ramp = seriesOf(2000, [](double t) { return 0.5 * t; });
+    const std::vector<double> taus = {1, 10, 300};
+    const std::vector<TauValue> values = app::mtie(ramp, 1.0, taus);
+    ASSERT_EQ(values.size(), 3u);
+    EXPECT_NEAR(values[0].value, 0.5, 1e-9);
+    EXPECT_NEAR(values[1].value, 5.0, 1e-9);
+    EXPECT_NEAR(values[2].value, 150.0, 1e-9);
+}
+
+TEST(Mtie, SeesAStepInEveryWindowThatHoldsIt)
+{
+    std::vector<double> step(100, 0.0);
+    for (std::size_t i = 60; i < step.size(); ++i) step[i] = -25.0;
+    const std::vector<double> taus = {1, 7};
+    for (const TauValue& v : app::mtie(step, 1.0, taus)) EXPECT_DOUBLE_EQ(v.value, 25.0);
+}
+
+TEST(Mtie, CountsIntervalsInSamplesAndLeavesOutTooLongOnes)
+{
+    const std::vector<double> ramp = seriesOf(11, [](double t) { return t; });
+    const std::vector<double> taus = {0.5, 2.5, 5.0, 5.5};   // 11 samples at 0.5 s span 5 s
+    const std::vector<TauValue> values = app::mtie(ramp, 0.5, taus);
+    ASSERT_EQ(values.size(), 3u);
+    EXPECT_DOUBLE_EQ(values[1].value, 5.0);
+    EXPECT_DOUBLE_EQ(values[2].value, 10.0);
+}
+
+TEST(Tdev, IgnoresOffsetAndRampAndFollowsDrift)
+{
+    const std::vector<double> taus = {1, 4, 10};
+    for (const TauValue& v : app::tdev(seriesOf(300, [](double t) { return 1e6 + 3.0 * t; }), 1.0, taus))
+        EXPECT_NEAR(v.value, 0.0, 1e-6) << v.tau;
+    // For x = t^2 the deviation is 2 n^2 / sqrt(6).
+    const std::vector<TauValue> drift = app::tdev(seriesOf(300, [](double t) { return t * t; }), 1.0, taus);
+    ASSERT_EQ(drift.size(), 3u);
+    EXPECT_NEAR(drift[0].value, 0.81650, 1e-4);
+    EXPECT_NEAR(drift[1].value, 13.0639, 1e-3);
+    EXPECT_NEAR(drift[2].value, 81.6497, 1e-2);
+}
+
+TEST(Masks, StandAtTheFiguresOfTheRecommendations)
+{
+    struct Case { const char* mask; bool mtie; double tau, limit_ns; };
+    for (const Case& c : std::to_array<Case>({
+             {"G.811", true, 1.0, 25.275}, {"G.811", true, 1000.0, 300.0}, {"G.811", true, 10000.0, 390.0},
+             {"G.811", false, 100.0, 3.0}, {"G.811", false, 500.0, 15.0}, {"G.811", false, 10001.0, -1.0},
+             {"G.812-III", true, 1.0, 40.0}, {"G.812-III", true, 10.0, 100.475},
+             {"G.812-III", false, 40.0, 2.0}, {"G.812-III", false, 2000.0, 10.0},
+             {"G.8272", true, 273.0, 100.075}, {"G.8272", true, 274.0, 100.0}, {"G.8272", true, 1e6, 100.0},
+             {"G.8272", false, 1000.0, 30.0}, {"G.811", true, 0.1, -1.0}})) {
+        SCOPED_TRACE(std::string(c.mask) + (c.mtie ? " MTIE " : " TDEV ") + std::to_string(c.tau));
+        const app::Mask* const mask = app::maskByName(c.mask);
+        ASSERT_NE(mask, nullptr);
+        EXPECT_NEAR(app::maskLimit(c.mtie ? mask->mtie : mask->tdev, c.tau), c.limit_ns, 1e-3);
+    }
+    EXPECT_EQ(app::maskByName("G.999"), nullptr);
+}
+
+TEST(Masks, FirstViolationIsFound)
+{
+    const app::Mask* const g811 = app::maskByName("G.811");
+    const std::vector<TauValue> within = {{1, 25.0}, {10, 27.0}};
+    EXPECT_EQ(app::aboveMask(within, g811->mtie), nullptr);
+    const std::vector<TauValue> above = {{1, 25.0}, {10, 27.8}, {100, 1000}};
+    ASSERT_NE(app::aboveMask(above, g811->mtie), nullptr);
+    EXPECT_EQ(app::aboveMask(above, g811->mtie)->tau, 10);
+}
+
+// A unit locked from sample 100 to 899 and again from 950 to the end.
+app::UnitRecording lockedTwice()
+{
+    app::UnitRecording unit;
+    unit.states = {{100.0, 3, "FREQUENCY_LOCKED"}};
+    for (int i = 0; i < 1500; ++i) {
+        app::Sample s;
+        s.t = i;
+        s.radioClockState = (i >= 100 && i < 900) || i >= 950 ? 3 : 4;
+        s.timeError_ns = i < 900 ? i : 10'000 - 2.0 * i;
+        s.freqError_ppb = i < 900 ? 1.0 : -2.0;
+        unit.samples.push_back(s);
+    }
+    return unit;
+}
+
+TEST(Score, LeavesOutTheSettlingTimeOfEachLock)
+{
+    const app::Scores scores = app::score(lockedTwice(), 1.0);
+    ASSERT_EQ(scores.spans.size(), 2u);
+    EXPECT_EQ(scores.spans[0].first, 400u);
+    EXPECT_EQ(scores.spans[0].last, 899u);
+    EXPECT_EQ(scores.spans[1].first, 1250u);
+    EXPECT_EQ(scores.spans[1].last, 1499u);
+    EXPECT_DOUBLE_EQ(scores.scored_s, 750.0);
+    EXPECT_DOUBLE_EQ(scores.timeToLock_s, 100.0);
+}
+
+TEST(Score, TakesTimeErrorFromTheBeginningOfEachSpan)
+{
+    const app::Scores scores = app::score(lockedTwice(), 1.0);
+    EXPECT_DOUBLE_EQ(scores.timeError_ns.max, 499.0);     // 499 s at 1 ns/s, 249 s at -2 ns/s
+    EXPECT_DOUBLE_EQ(scores.freqError_ppb.max, 2.0);
+    EXPECT_NEAR(scores.freqError_ppb.rms, std::sqrt((500.0 * 1.0 + 250.0 * 4.0) / 750.0), 1e-12);
+    EXPECT_DOUBLE_EQ(scores.mtieFrom_s, 400.0);           // the longer span
+    EXPECT_DOUBLE_EQ(scores.mtieTo_s, 899.0);
+}
+
+TEST(Score, OfAUnitThatNeverLockedIsEmpty)
+{
+    app::UnitRecording unit;
+    unit.samples.resize(1000);
+    const app::Scores scores = app::score(unit, 1.0);
+    EXPECT_TRUE(scores.spans.empty());
+    EXPECT_EQ(scores.timeToLock_s, -1.0);
+    EXPECT_TRUE(scores.mtie_ns.empty());
+}
+
+}  // namespace

@@ -1,0 +1,443 @@
+// Start of the hardware: board type, base addresses, register lookup, cold and warm start, and each
+// result.
+#include "hw/fake_bus.h"
+
+#include <gtest/gtest.h>
+
+using namespace hwtest;
+
+namespace {
+
+constexpr u32 REVISION_R41A = 0x52343141, REVISION_R42A = 0x52343241, REVISION_R3A1 = 0x52334131;
+
+/// A board whose ICs, EEPROM and registers answer as they should.
+struct Board : Bench {
+    u32 base; // of the part with the synthesiser and the EEPROM
+    std::vector<u32> multWords, pllWords;
+    u32 eepromReads = 0;
+    u32 coldRestart = 0;
+
+    explicit Board(u32 type, u32 revision = REVISION_R41A)
+        : Bench(type), base(type == 1 ? BASE_1 : BASE_2B)
+    {
+        bus.memory[base + 0x7c] = revision;
+        bus.memory[base + 0x1c] = 0xF;             // synthesisers locked, feedback there
+        bus.onWrite[base + 0x120] = [this](u32 word) {
+            multWords.push_back(word);
+            bus.memory[base + 0x120] = 0x80000000 | word;
+        };
+        bus.onWrite[base + 0x200] = [this](u32 word) { pllWords.push_back(word); };
+        bus.onWrite[base + 0x14] = [this](u32) {
+            ++eepromReads;
+            bus.memory[base + 0x14] = 2;
+        };
+        std::vector<u8> block(128, 0);
+        block[0] = 3;
+        for (u32 i = 1; i <= 16; ++i) block[i] = 'A';
+        const std::string part = "OXK317295/1";
+        std::copy(part.begin(), part.end(), block.begin() + 17);
+        const u32 sum =
+            3 + 16 * 65 + 'O' + 'X' + 'K' + '3' + '1' + '7' + '2' + '9' + '5' + '/' + '1';
+        block[126] = static_cast<u8>(sum >> 8);
+        block[127] = static_cast<u8>(sum);
+        putBlock(bus, base, block);
+    }
+    /// The registers as a previous run left them.
+    void leaveWarm(u32 divisor = 705)
+    {
+        bus.memory[base + 0x14] = 2;
+        bus.memory[base + 0x48] = divisor;
+        bus.memory[base + 0x50] = 800000000;
+        bus.memory[base + 0x58] = 12345;
+    }
+    int initiate(u32 basicHwInit = 0)
+    {
+        int result = -1;
+        bus.writes.clear();
+        in([&] { result = tuHwIf_initiate(coldRestart, basicHwInit); });
+        return result;
+    }
+    bool wrote(u32 at) const
+    {
+        for (const auto& [address, value] : bus.writes)
+            if (address == at) return true;
+        return false;
+    }
+};
+
+}  // namespace
+
+TEST(BoardType, ComesFromTheBoardCodeAndIsReadOnce)
+{
+    struct Case { u32 code; int adi; u32 type; const char* trace; };
+    for (const Case& c : std::to_array<Case>({
+             {7, 0, 1, "Board type set to: 1"},
+             {9, 0, 2, "Board type set to: 2"},
+             {8, 0, 0, "Unable to determine hardware type."},
+             {9, 5, 0, "Board type could not be received from ADI."}})) {
+        SCOPED_TRACE(c.trace);
+        Bench bench(1, false);
+        bench.bus.boardCode = c.code;
+        bench.bus.adiResult = c.adi;
+        u32 first = 99, second = 99;
+        bench.in([&] { first = getBoardType(); });
+        bench.bus.boardCode = 7;
+        bench.bus.adiResult = 0;
+        bench.in([&] { second = tuHwIf_initiateBoardType(); });
+        EXPECT_EQ(first, c.type);
+        EXPECT_EQ(second, c.type);
+        EXPECT_EQ(bench.bus.countOf(c.trace), 1u);
+    }
+}
+
+TEST(BaseAddresses, AParameterThatIsNoAddressFailsTheInit)
+{
+    struct Case { const char* name; const char* value; const char* trace; };
+    for (const Case& c : std::to_array<Case>(
+             {{"zfb/hw/fpga/moka/tu_clk_sys/base", nullptr,
+               "Unable to obtain MOKA TU base parameter."},
+              {"zfb/hw/fpga/moka/base", nullptr, "Unable to obtain MOKA top parameter."},
+              {"zfb/hw/fpga/bvf4/base", nullptr, "Unable to obtain BVF4 base parameter."},
+              {"zfb/hw/fpga/bvf4/base", "none", "Unable to obtain BVF4 base parameter."},
+              {"zfb/hw/fpga/bvf4/base", "0x100000000", "Unable to obtain BVF4 base parameter."},
+              {"zfb/hw/fpga/bvf4/base", "0x00000000C00000",
+               "Unable to obtain BVF4 base parameter."}})) {
+        SCOPED_TRACE(c.trace);
+        Bench bench(2, false);
+        if (c.value == nullptr) bench.bus.parameters.erase(c.name);
+        else bench.bus.parameters[c.name] = c.value;
+        int result = -1, read = -1;
+        double period = 1, time = 1;
+        bench.in([&] {
+            result = HALI_init();
+            read = HALI_readTime(period, time);
+        });
+        EXPECT_NE(result, 0);
+        EXPECT_EQ(bench.bus.countOf(c.trace), 1u);
+        EXPECT_EQ(bench.bus.countOf("Unable to obtain FPGA memory base address"), 1u);
+        EXPECT_EQ(read, 1);
+        EXPECT_EQ(period, 0);
+        EXPECT_EQ(time, 0);
+        EXPECT_TRUE(bench.bus.reads.empty());
+    }
+}
+
+TEST(BaseAddresses, TakeAnyRadix)
+{
+    Bench bench(2, false);
+    bench.bus.parameters["zfb/hw/fpga/bvf4/base"] = "3221225472";          // 0xC0000000
+    bench.bus.parameters["zfb/hw/fpga/moka/tu_clk_sys/base"] = "032000200000";   // 0xD0010000
+    int result = -1;
+    bench.in([&] { result = HALI_init(); });
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(bench.address(0), 0xC007007Cu);
+    EXPECT_EQ(bench.address(20), 0xD00100C8u);
+}
+
+TEST(Lookup, ANoneEntryFailsInSilenceAndAnUnknownIdIsTraced)
+{
+    struct Case { u32 board; u32 id; bool found; bool traced; };
+    for (const Case& c : std::to_array<Case>({{1, 8, true, false},
+                                              {2, 8, false, false},
+                                              {1, 22, false, false},
+                                              {2, 9, false, false},
+                                              {2, 99, false, false},
+                                              {2, 100, false, true},
+                                              {1, 0xFFFFFFFF, false, true},
+                                              {NO_BOARD, 0, false, true}})) {
+        SCOPED_TRACE(testing::Message() << c.board << " " << c.id);
+        Bench bench(c.board);
+        u64 found = 0;
+        bench.in([&] { found = tuHwIf_lookupRegister(c.id); });
+        EXPECT_EQ(found >> 32 == 0, c.found);
+        EXPECT_EQ(bench.bus.countOf("Unable to look up register="), c.traced ? 1u : 0u);
+    }
+}
+
+TEST(ColdStart, WritesTheNominalValuesAndTheMultiplicator)
+{
+    struct Case { u32 type; u32 synthC; u32 K; u32 divisor; };
+    for (const Case& c : std::to_array<Case>({{1, 398, 69791666, 705}, {2, 1592, 69791666, 705}})) {
+        SCOPED_TRACE(c.type);
+        Board board(c.type);
+        EXPECT_EQ(board.initiate(), 0);
+        EXPECT_EQ(board.coldRestart, 1u);
+        EXPECT_EQ(board.get(81), c.synthC);
+        EXPECT_EQ(board.get(77), 800000000u);
+        EXPECT_EQ(board.get(79), c.K);
+        EXPECT_EQ(board.get(75), c.divisor);
+        EXPECT_EQ(board.get(80), 0x80000000u);
+        ASSERT_EQ(board.multWords.size(), 112u);
+        EXPECT_EQ(board.multWords[5], 1535u);
+        EXPECT_EQ(board.multWords[111], 28416u);
+        EXPECT_TRUE(board.pllWords.empty());
+        EXPECT_EQ(board.bus.countOf("LOZ6 FPGA revision is R41A"), 1u);
+    }
+}
+
+TEST(ColdStart, SetsUpThePllIcOfAnExternalPhaseDetector)
+{
+    Board board(2);
+    board.bus.parameters["productrevision"] = "P3A";
+    EXPECT_EQ(board.initiate(), 0);
+    EXPECT_EQ(board.get(81), 99u);
+    EXPECT_EQ(board.get(79), 260904947u);
+    EXPECT_EQ(board.get(75), 109u);
+    EXPECT_EQ(board.multWords.size(), 53u);
+    EXPECT_EQ(board.pllWords, (std::vector<u32>{32918, 4, 12345, 32914}));
+    EXPECT_EQ(board.get(52) & 0x80000000u, 0x80000000u);
+    EXPECT_EQ(board.bus.memory[BASE_2C + 0x28], 1u);
+    EXPECT_EQ(board.bus.memory[BASE_2C + 0x40], 1u);
+}
+
+TEST(WarmStart, LeavesTheSynthesiserAlone)
+{
+    for (const u32 type : {1u, 2u}) {
+        SCOPED_TRACE(type);
+        Board board(type);
+        board.leaveWarm();
+        EXPECT_EQ(board.initiate(), 0);
+        EXPECT_EQ(board.coldRestart, 0u);
+        EXPECT_TRUE(board.multWords.empty());
+        for (const u32 offset : {0x48u, 0x4cu, 0x50u, 0x54u, 0x58u, 0x5cu, 0x124u})
+            EXPECT_FALSE(board.wrote(board.base + offset)) << offset;
+        EXPECT_EQ(board.get(79), 12345u);
+    }
+}
+
+TEST(WarmStart, AMissingValueOfThePreviousRunMakesItCold)
+{
+    struct Case { u32 offset; u32 value; const char* trace; };
+    for (const Case& c : std::to_array<Case>(
+             {{0x14, 0, "cold restart = 1"},
+              {0x48, 0, "Incorrect nominal divisor (0). Cold Start used."},
+              {0x48, 0xC000,
+               "Incorrect nominal divisor (0). Cold Start used."}, // above its 14 bits
+              {0x50, 0, "Incorrect Delta/Sigma M (0). Cold Start used."}})) {
+        SCOPED_TRACE(c.trace);
+        Board board(1);
+        board.leaveWarm();
+        board.bus.memory[board.base + c.offset] = c.value;
+        EXPECT_EQ(board.initiate(), 0);
+        EXPECT_EQ(board.coldRestart, 1u);
+        EXPECT_GE(board.bus.countOf(c.trace), 1u);
+        EXPECT_EQ(board.multWords.size(), 112u);
+    }
+}
+
+TEST(ColdStart, IsLeftToTheOtherOwnerOfTheHardware)
+{
+    Board board(1);
+    board.coldRestart = 1;
+    EXPECT_EQ(board.initiate(1), 0);
+    EXPECT_EQ(board.coldRestart, 1u);
+    EXPECT_TRUE(board.multWords.empty());
+    EXPECT_EQ(board.get(75), 0u);
+    EXPECT_EQ(board.eepromReads, 1u);
+}
+
+TEST(ColdStart, OfRevision3WritesNothingAndHasItsOwnNominals)
+{
+    Board board(1, REVISION_R3A1);
+    EXPECT_EQ(board.initiate(), 0);
+    EXPECT_EQ(board.coldRestart, 1u);
+    EXPECT_TRUE(board.multWords.empty());
+    EXPECT_FALSE(board.wrote(board.base + 0x48));
+    u32 nomDiv = 0;
+    double divider = 0;
+    board.in([&] {
+        nomDiv = tuHwIf_readNomDiv();
+        divider = tuHwIf_factoryDivider();
+    });
+    EXPECT_EQ(nomDiv, 1250u);
+    EXPECT_EQ(divider, 1250.0);
+    EXPECT_EQ(board.bus.countOf("Is P3"), 1u);
+}
+
+TEST(StartResult, IsThreeOnAnUnknownBoardAndFourWithoutRegisters)
+{
+    Board unknown(NO_BOARD);
+    EXPECT_EQ(unknown.initiate(), 3);
+
+    Board unmapped(2);
+    unmapped.bus.parameters.erase("zfb/hw/fpga/moka/base");
+    unmapped.in([] { HALI_init(); });
+    EXPECT_EQ(unmapped.initiate(), 4);
+    EXPECT_TRUE(unmapped.bus.writes.empty());
+}
+
+TEST(StartResult, IsTwoWhenAnIcTakesNoWord)
+{
+    Board mult(1);
+    mult.bus.onWrite[mult.base + 0x120] = nullptr;
+    u32 words = 0;
+    mult.bus.onWrite[mult.base + 0x120] = [&](u32 word) {
+        if (++words < 3) mult.bus.memory[mult.base + 0x120] = 0x80000000 | word;
+    };
+    const ose::Time before = mult.world.now();
+    EXPECT_EQ(mult.initiate(), 2);
+    EXPECT_EQ(words, 3u);
+    EXPECT_EQ(mult.bus.countOf(
+                  "Unable to write multiplicator values to FPGA, BVF_IDT_MULT_REG = 0x00000200, "
+                  "type = 0, elem = 2"),
+              1u);
+    EXPECT_EQ(mult.bus.countOf("Error while writing multiplicator values"), 1u);
+    EXPECT_GE(mult.world.now() - before, 1009 * ose::MS);      // 3 x 3 ms and 1000 polls
+
+    Board pll(2);
+    pll.bus.parameters["bvqmodule"] = "another";
+    pll.bus.onRead[pll.base + 0x200] = [](u32 stored) { return stored | 0x80000000; };
+    EXPECT_EQ(pll.initiate(), 2);
+    EXPECT_EQ(pll.bus.countOf("Error while writing external pll IC values"), 1u);
+    EXPECT_EQ(pll.bus.countOf("type = 1, elem = 0"), 1u);
+}
+
+// ---- multiplicator read back, revision 42 and later -------------------------------------------
+
+namespace {
+
+/// Answers a read of the multiplicator with what was written to it.
+struct ReadBackBoard : Board {
+    explicit ReadBackBoard(u32 type) : Board(type, REVISION_R42A)
+    {
+        bus.onWrite[base + 0x12c] = [this](u32) {
+            bus.memory[base + 0x12c] = 2;
+            std::vector<u32> value(128, 0);
+            for (const u32 word : multWords) value[word / 256] = word % 256;
+            bus.memory[base + 0x180] = 0x10ABCDEF;
+            for (u32 i = 3; i < 115; ++i) {
+                u32& word = bus.memory[base + 0x184 + (i - 3) / 4 * 4];
+                const u32 shift = 24 - 8 * ((i - 3) % 4);
+                word = (word & ~(0xFFu << shift)) | value[i] << shift;
+            }
+        };
+    }
+};
+
+}  // namespace
+
+TEST(MultiplicatorReadBack, PassesAtOnceOnAGoodBoard)
+{
+    for (const char* revision : {"P2A", "P3A"}) {
+        SCOPED_TRACE(revision);
+        ReadBackBoard board(2);
+        board.bus.parameters["productrevision"] = revision;
+        EXPECT_EQ(board.initiate(), 0);
+        EXPECT_EQ(board.bus.countOf("SYNTH C: Feedback check on 30,72 MHz successfull"), 1u);
+        EXPECT_EQ(board.multWords.size(), revision[1] == '2' ? 112u : 53u);
+    }
+}
+
+TEST(MultiplicatorReadBack, GivesUpAfterThreeAttempts)
+{
+    struct Case {
+        const char* what;
+        std::function<void(ReadBackBoard&)> fault;
+        const char* trace;
+        u32 times;
+    };
+    for (const Case& c : std::to_array<Case>(
+             {{"identity",
+               [](ReadBackBoard& b) {
+                   b.bus.onRead[b.base + 0x180] = [](u32 w) { return w ^ 0x01000000; };
+               },
+               "IDT MULT data read from fpga differs, expected 10 read 11 ", 3},
+              {"value",
+               [](ReadBackBoard& b) {
+                   b.bus.onRead[b.base + 0x184] = [](u32 w) { return w ^ 0x00000100; };
+               },
+               "IDT MULT data read from fpga differs, expected ff read fe for IDT address 5", 3},
+              {"crc", [](ReadBackBoard& b) { b.bus.memory[b.base + 0x17c] = 0x00040001; },
+               "IDT CRC error, expected 0 read 40001 ", 3},
+              {"no data",
+               [](ReadBackBoard& b) {
+                   b.bus.onWrite[b.base + 0x12c] = nullptr;
+                   b.bus.onWrite.erase(b.base + 0x12c);
+               },
+               "Unable to read IDT MULT data (data valid never set).", 3},
+              {"no feedback, out of window",
+               [](ReadBackBoard& b) {
+                   b.bus.memory[b.base + 0x1c] = 0x7;
+                   b.bus.memory[b.base + 0x128] = 1172;
+               },
+               "Feedback is missing on 30,72 MHz. A1_REF=1172. Expected between 1173 and 1175", 3},
+              {"no feedback, inside",
+               [](ReadBackBoard& b) {
+                   b.bus.memory[b.base + 0x1c] = 0x7;
+                   b.bus.memory[b.base + 0x128] = 0xF800 | 1175;
+               },
+               "Feedback is missing on 30,72 MHz. A1_REF=1175", 3}})) {
+        SCOPED_TRACE(c.what);
+        ReadBackBoard board(2);
+        c.fault(board);
+        EXPECT_EQ(board.initiate(), 2);
+        EXPECT_EQ(board.bus.countOf(c.trace), c.times);
+        EXPECT_EQ(board.bus.countOf("Error while writing and checking multiplicator values"), 1u);
+        EXPECT_EQ(board.multWords.size(), 3u * 112);
+    }
+}
+
+TEST(MultiplicatorReadBack, ABoardWindowDependsOnTheTypeAndASecondAttemptMayPass)
+{
+    ReadBackBoard board(1);
+    u32 reads = 0;
+    board.bus.onRead[board.base + 0x1c] = [&](u32 word) { return ++reads == 1 ? 0x7 : word; };
+    board.bus.memory[board.base + 0x128] = 1254;
+    EXPECT_EQ(board.initiate(), 0);
+    EXPECT_EQ(
+        board.bus.countOf("Error (1): SYNTH C: Feedback is missing on 30,72 MHz. A1_REF=1254. "
+                          "Expected between 1251 and 1253"),
+        1u);
+    EXPECT_EQ(board.multWords.size(), 2u * 112);
+}
+
+// ---- EEPROM at start --------------------------------------------------------------------------
+
+TEST(StartResult, IsOneWhenTheEepromNeverHolds)
+{
+    Board sum(1);
+    sum.bus.memory[sum.base + 0xfc] ^= 1;
+    EXPECT_EQ(sum.initiate(), 1);
+    EXPECT_EQ(sum.eepromReads, 4u);
+    EXPECT_EQ(sum.bus.countOf("OCXO Eeprom data checksum failed after reading OCXO data 4 times"),
+              1u);
+    EXPECT_EQ(sum.bus.countOf("Read eeprom error"), 1u);
+
+    Board silent(1);
+    silent.leaveWarm();
+    silent.bus.onWrite[silent.base + 0x14] = [&](u32) {
+        silent.bus.memory[silent.base + 0x14] = 0;
+    };
+    const ose::Time before = silent.world.now();
+    EXPECT_EQ(silent.initiate(), 1);
+    EXPECT_EQ(silent.world.now() - before, 5050 * ose::MS);
+    EXPECT_EQ(silent.bus.levelOf("Unable to read OCXO EEPROM data (data valid never set)."), 1);
+}
+
+TEST(Start, ASecondEepromReadMayHoldAndTheIdentityIsKept)
+{
+    Board board(1);
+    const u32 good = board.bus.memory[board.base + 0xfc];
+    board.bus.memory[board.base + 0xfc] = good + 1;
+    board.bus.onWrite[board.base + 0x14] = [&](u32) {
+        board.bus.memory[board.base + 0x14] = 2;
+        if (++board.eepromReads == 2) board.bus.memory[board.base + 0xfc] = good;
+    };
+    EXPECT_EQ(board.initiate(), 0);
+    EXPECT_EQ(board.eepromReads, 2u);
+    std::string part;
+    board.in([&] { part = hwif::heldPartNumber(); });
+    EXPECT_EQ(part, "OXK317295/1");
+    EXPECT_EQ(board.bus.countOf("OCXO serial number: AAAAAAAAAAAAAAAA"), 1u);
+}
+
+TEST(Report, PrintsTheHardwareAsItStands)
+{
+    Board board(2);
+    ASSERT_EQ(board.initiate(), 0);
+    board.in([] { HALI_printInfo(); });
+    EXPECT_NE(board.bus.shell.find("tuhwif related data"), std::string::npos);
+    EXPECT_NE(board.bus.shell.find("705, 69791666, 800000000"), std::string::npos);
+    EXPECT_NE(board.bus.shell.find("OXK317295/1"), std::string::npos);
+    EXPECT_NE(board.bus.shell.find("30,72 MHz feedback present"), std::string::npos);
+}

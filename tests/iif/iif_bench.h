@@ -1,0 +1,180 @@
+// iif_bench.h - The interface to the main processor by itself in a simulated node: a manager process
+// that hands each signal to it and runs what the test wants run in its context, and a packet sync
+// process that keeps what it gets. The other components are there but receive no signal, so the clock
+// moves only when the test says so.
+#pragma once
+#include "hw/hali.h"
+#include "iif/kvd_iifadm.h"
+#include "iif/tuiif_sig.h"
+#include "mgr/kvd_mgr_proc.h"
+#include "mgr/trace_groups.h"
+#include "node/trace.h"
+#include "ref/ref_types.h"
+#include "sim/node/node.h"
+#include "tests/support/unit_bench.h"
+
+#include <cstring>
+#include <functional>
+#include <optional>
+#include <vector>
+
+namespace bench {
+
+constexpr SIGSELECT RUN_IN_IIF_MANAGER = 0x7F000002;
+struct RunInIifManager {
+    SIGSELECT sigNo;
+    u32 reserved;
+    const std::function<void()>* body;
+};
+
+inline std::vector<std::vector<std::byte>>& pktsyncInbox()
+{
+    static std::vector<std::vector<std::byte>> inbox;
+    return inbox;
+}
+
+inline void iifManager()
+{
+    node::traceAttachProcess();
+    HALI_init();
+    for (;;) {
+        Signal* sig = ose::receive(ose::ANY_SIGNAL);
+        if (sig->sigNo == RUN_IN_IIF_MANAGER)
+            (*reinterpret_cast<RunInIifManager*>(sig)->body)();
+        else
+            KvdLoz6TuIifAdm_dispatch(sig);
+        ose::free_buf(&sig);
+    }
+}
+
+inline void iifPktsync()
+{
+    for (;;) {
+        Signal* sig = ose::receive(ose::ANY_SIGNAL);
+        const auto* bytes = reinterpret_cast<const std::byte*>(sig);
+        pktsyncInbox().emplace_back(bytes, bytes + ose::sigsize(&sig));
+        ose::free_buf(&sig);
+    }
+}
+
+inline void iifMain()
+{
+    for (const char* group : TRACE_GROUP_NAMES) node::traceRegisterGroup(group);
+    node::traceSetProgramMask(0xFFFFFFFF);
+    const PROCESS manager =
+        ose::create_process(ose::KIND_PRIORITISED, "iif_manager", iifManager, 16384, 16, 0, 0);
+    const PROCESS pktsync =
+        ose::create_process(ose::KIND_PRIORITISED, "iif_pktsync", iifPktsync, 8192, 18, 0, 0);
+    KvdLoz6TuMgr_setPids(manager, pktsync, pktsync);
+    ose::start(manager);
+    ose::start(pktsync);
+    constexpr SIGSELECT NEVER[] = {1, 1};
+    ose::receive(NEVER);
+}
+
+inline const ose::Program& iifProgram()
+{
+    static constexpr ose::ConfigLine CONFIG[] = {{"OSE_LM_POOL_SIZE", "300000"},
+                                                 {"OSE_LM_MAIN_NAME", "iif_main"},
+                                                 {"OSE_LM_MAIN_PRIORITY", "30"}};
+    static const ose::Program program{"iif", iifMain, CONFIG};
+    return program;
+}
+
+/// What the main processor negotiates.
+struct Negotiated {
+    u8 timeMode = 3;
+    u8 masterSlaveMode = 1;
+};
+
+struct IifBench : Unit {
+    explicit IifBench(Negotiated negotiated = {}) : IifBench(config(negotiated)) {}
+    explicit IifBench(const sim::NodeConfig& c) : Unit(withProgram(c))
+    {
+        pktsyncInbox().clear();
+        node.powerOn();
+        world.runFor(ose::MS);
+    }
+
+    static sim::NodeConfig config(Negotiated negotiated)
+    {
+        sim::NodeConfig c;
+        c.smn = 7;
+        c.apn = 1;
+        c.piuInstanceId = 55;
+        c.mainProcessor.selects = false;
+        c.mainProcessor.timeMode = negotiated.timeMode;
+        c.mainProcessor.masterSlaveMode = negotiated.masterSlaveMode;
+        return c;
+    }
+    static sim::NodeConfig config() { return config(Negotiated{}); }
+    static sim::NodeConfig withProgram(sim::NodeConfig c)
+    {
+        c.program = &iifProgram();
+        return c;
+    }
+
+    sim::MainProcessor& mp() { return node.mainProcessor(); }
+    PROCESS iifManagerPid() { return node.system().find("iif_manager"); }
+
+    /// Runs `body` in the manager process, at this instant.
+    void in(const std::function<void()>& body)
+    {
+        const RunInIifManager run{RUN_IN_IIF_MANAGER, 0, &body};
+        inject(run);
+    }
+    /// A signal from nobody in particular, taken at this instant.
+    template <typename T>
+    void inject(const T& layout, PROCESS from = 0)
+    {
+        node.system().inject(std::as_bytes(std::span<const T, 1>(&layout, 1)), iifManagerPid(), from);
+        world.runUntil(world.now());
+    }
+    template <typename F>
+    auto look(F accessor) { return node.inProgram(accessor); }
+
+    void connect()
+    {
+        in([] {
+            KvdLoz6TuIifAdm_initiate();
+            KvdLoz6TuIifAdm_msiMemInitiated();
+        });
+        run(5);
+        ASSERT_TRUE(mp().connected());
+        ASSERT_EQ(startState(), TUIIF_START_RESTART_READY);
+        mp().clearLog();
+        node.traces().clear();
+    }
+    u32 startState() { return look(KvdLoz6TuIifAdm_startState); }
+    u8  clock() { return look(KvdLoz6TuIifAdm_radioClockState); }
+
+    void select(u8 refType, u32 froId = 1, u32 froClassNo = 2)
+    {
+        in([=] { KvdLoz6TuIifAdm_updateSelection(refType, froId, froClassNo); });
+    }
+    void update(u8 clockState)
+    {
+        in([=] { KvdLoz6TuIifAdm_updateRadioClockState(clockState); });
+    }
+    void report(u8 regState)
+    {
+        in([=] { KvdLoz6TuIifAdm_reportRegState(regState); });
+    }
+    /// The latest signal of that number as a layout, and the log is empty afterwards.
+    template <typename T>
+    std::optional<T> take(SIGSELECT sigNo)
+    {
+        world.runUntil(world.now());
+        std::optional<T> found;
+        if (const sim::MpRecord* record = mp().last(sigNo)) found = record->as<T>();
+        mp().clearLog();
+        return found;
+    }
+    std::size_t sent(SIGSELECT sigNo)
+    {
+        world.runUntil(world.now());
+        return mp().count(sigNo);
+    }
+};
+
+}  // namespace bench

@@ -1,0 +1,139 @@
+// Orders of the main processor: change of role, inter-unit links, synchronisation over CPRI.
+#include "tests/iif/iif_bench.h"
+
+#include "ref/kvd_ref_select.h"
+#include "reg/kvd_reg.h"
+
+namespace {
+
+using bench::IifBench;
+
+TEST(ChangeOfRole, TellsRegulatorAndSelection)
+{
+    struct Case { const char* when; u8 from, to; u8 isMaster; u8 selected; };
+    for (const Case& c : {Case{"to slave", 1, 0, 0, IDL1_REF}, Case{"to master", 0, 1, 1, NO_REF}}) {
+        SCOPED_TRACE(c.when);
+        IifBench b{bench::Negotiated{3, c.from}};
+        b.connect();
+        b.in([] { KvdLoz6TuRef_selectSynchRef(GPS_REF, 1, 2); });
+        b.mp().changeMaster(3, c.to);
+        b.run(0.1);
+        EXPECT_EQ(b.look(KvdLoz6TuIifAdm_storedMasterSlaveMode), c.to);
+        EXPECT_EQ(b.look(KvdLoz6TuReg_isMaster), c.isMaster);
+        EXPECT_EQ(b.look(KvdLoz6TuRef_selectedRef), c.selected);
+    }
+}
+
+TEST(ChangeOfRole, ToAnUnknownOneIsStoredAndNoMore)
+{
+    IifBench b;
+    b.connect();
+    b.in([] { KvdLoz6TuRef_selectSynchRef(GPS_REF, 1, 2); });
+    b.mp().changeMaster(3, 2);
+    b.run(0.1);
+    EXPECT_TRUE(b.traced("Unavailable master/slave mode received 2 "));
+    EXPECT_EQ(b.look(KvdLoz6TuIifAdm_storedMasterSlaveMode), 2);
+    EXPECT_EQ(b.look(KvdLoz6TuReg_isMaster), 1);
+    EXPECT_EQ(b.look(KvdLoz6TuRef_selectedRef), GPS_REF);
+}
+
+TEST(LinkTypeOrder, IsConfirmedAndTakenByTheRightUnit)
+{
+    struct Case { const char* when; u32 apn; u32 isMasterServer; const char* trace; };
+    for (const Case& c :
+         {Case{"other unit", 1, 1,
+               "KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ Signal received by wrong slave DU!"},
+          Case{"not the server", 2, 0,
+               "Master should not be server. Don't handle signal. idlType = 0, idl2Type = 1"},
+          Case{"right one", 2, 1, nullptr}}) {
+        SCOPED_TRACE(c.when);
+        sim::NodeConfig config = IifBench::config();
+        config.apn = c.apn;
+        IifBench b{config};
+        b.connect();
+        b.mp().sendLayout(KvdTuiifIdl2SetMasterServerCfm{KVD_TUIIF_IDL2_SET_MASTER_SERVER_CFM,
+                                                         c.isMasterServer});
+        b.mp().sendLayout(KvdTuiifIdl2SelectIdlTypeReq{KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ, 1, 3});
+        b.run(0.1);
+        EXPECT_EQ(b.sent(KVD_TUIIF_IDL2_SELECT_IDL_TYPE_CFM), 1u);
+        EXPECT_EQ(b.traces("wrong slave DU!") + b.traces("Master should not be server"),
+                  c.trace != nullptr ? 1u : 0u);
+        if (c.trace != nullptr) {
+            EXPECT_TRUE(b.traced(c.trace));
+        }
+    }
+}
+
+TEST(PersistentFrequencyLock, IsConfirmedAndRefusedOnTheSecondUnit)
+{
+    for (const u32 apn : {1u, 2u}) {
+        SCOPED_TRACE(apn);
+        sim::NodeConfig config = IifBench::config();
+        config.apn = apn;
+        IifBench b{config};
+        b.connect();
+        b.mp().sendLayout(KvdTuiifIdl2TogglePersistentFreqLockReq{
+            KVD_TUIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_REQ, 1, 3});
+        b.run(0.1);
+        EXPECT_EQ(b.sent(KVD_TUIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_CFM), 1u);
+        EXPECT_EQ(b.traced("Signal received by wrong slave DU!"), apn == 2);
+    }
+}
+
+TEST(SocpriScan, OnASlaveIsAnsweredAtOnce)
+{
+    IifBench b{bench::Negotiated{3, 0}};
+    b.connect();
+    b.mp().sendLayout(KvdTuiifSocpriScanLinkReq{KVD_TUIIF_SOCPRI_SCAN_LINK_REQ, 1, 4});
+    b.run(0.1);
+    const auto rsp = b.take<KvdTuiifSocpriScanLinkRsp>(KVD_TUIIF_SOCPRI_SCAN_LINK_RSP);
+    ASSERT_TRUE(rsp);
+    EXPECT_EQ(rsp->apn, 1u);
+    EXPECT_EQ(rsp->portNo, 4);
+    EXPECT_EQ(rsp->syncStatus, 5u);
+    EXPECT_EQ(b.look(KvdLoz6TuRef_selectedRef), NO_REF);
+}
+
+TEST(SocpriScan, OnAMasterSelectsAndShowsTheStart)
+{
+    IifBench b;
+    b.connect();                      // a first start
+    b.in([] { KvdLoz6TuIifAdm_sendTimeAccuracyChangeInd(500); });
+    b.mp().clearLog();
+    b.mp().sendLayout(KvdTuiifSocpriScanLinkReq{KVD_TUIIF_SOCPRI_SCAN_LINK_REQ, 1, 4});
+    b.run(0.1);
+    EXPECT_EQ(b.look(KvdLoz6TuRef_selectedRef), SOCPRI_REF);
+    EXPECT_EQ(b.look(KvdLoz6TuIifAdm_activRefFroId), 0u);
+    EXPECT_EQ(b.look(KvdLoz6TuIifAdm_activRefFroClassNo), 9u);
+    EXPECT_EQ(b.clock(), 17);
+    EXPECT_EQ(b.take<KvdTuiifTimeAccuracyChangeInd>(KVD_TUIIF_TIME_ACCURACY_CHANGE_IND)->timeAccuracy, 0u);
+    EXPECT_TRUE(b.traced("scan of port 3")) << "ports count from 0 inside";
+}
+
+TEST(SocpriSelection, SelectsWithoutTheStartingState)
+{
+    IifBench b;
+    b.connect();
+    b.mp().sendLayout(
+        KvdTuiifSocpriSelectSyncLinkReq{KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_REQ, 1, 1});
+    b.run(0.1);
+    EXPECT_EQ(b.look(KvdLoz6TuRef_selectedRef), SOCPRI_REF);
+    EXPECT_NE(b.clock(), 17);
+}
+
+TEST(SocpriMarker, LivesAsAFile)
+{
+    IifBench b;
+    int created = 1, removed = 1, again = 0;
+    std::string text;
+    b.in([&] { created = KvdLoz6TuIifAdm_createSocpriMarkerFile(); });
+    b.in([&] { node::platform().fileRead("/d/socpri_active", text); });
+    b.in([&] { removed = KvdLoz6TuIifAdm_deleteSocpriMarkerFile(); });
+    b.in([&] { again = KvdLoz6TuIifAdm_deleteSocpriMarkerFile(); });
+    EXPECT_EQ(created, 0);
+    EXPECT_EQ(text, "SoCPRI is active!");
+    EXPECT_EQ(removed, 0);
+    EXPECT_NE(again, 0);
+}
+
+}  // namespace

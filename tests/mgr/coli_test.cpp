@@ -1,0 +1,136 @@
+// The operator's commands: arguments, result codes, effects.
+#include "sim/board/board.h"
+#include "tests/support/unit_bench.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+struct Operator : bench::Unit {
+    Operator()
+    {
+        node.powerOn();
+        run(5);
+    }
+    /// Result of a line; its output stays in `text`.
+    int type(const std::string& line) { return command(line, text); }
+    std::string text;
+};
+
+struct Case { const char* line; int result; const char* output; };
+
+void expectAll(Operator& op, std::initializer_list<Case> cases)
+{
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.line);
+        EXPECT_EQ(op.type(c.line), c.result);
+        EXPECT_THAT(op.text, HasSubstr(c.output));
+    }
+}
+
+TEST(Kvdinfo, PrintsASectionOrAllButMemory)
+{
+    Operator op;
+    expectAll(op, {{"kvdinfo", 20, "kvdinfo tugps_osl - prints out data for tugps osl\n"},
+                   {"kvdinfo nonsense", 20, "\nkvdhist all - prints all trace history that exists in loz6\n\n"},
+                   {"kvdinfo tureg turef", 20, "\nkvdinfo all - prints all data that exists in loz6\n\n"},
+                   {"kvdinfo tumgr", 0, "   temiRestartType    : COLDWTEST_POWERON (0)\r\n"},
+                   {"kvdinfo tumgr", 0, "   hwdiagReturnCode   : NO_ERROR (0)\r\n"},
+                   {"kvdinfo tumem", 0, "\n***** END *****\n"},
+                   {"kvdhist", 20, "kvdinfo all"},
+                   {"kvdhist socpri_supervision 6", 20, "kvdinfo all"},
+                   {"kvdhist socpri_supervision 5", 0, "\n***** END *****\n"}});
+    EXPECT_EQ(op.type("kvdinfo all"), 0);
+    EXPECT_THAT(op.text, HasSubstr("tumgr_proc related data"));
+    EXPECT_THAT(op.text, Not(HasSubstr("msiState : 0\n\n***** END")));
+}
+
+TEST(Kvdsetfsyncreg, AppliesSettingsAndStoresOnlyWithTheRepeatFlag)
+{
+    Operator op;
+    sim::Volumes& volumes = op.node.volumes();
+    constexpr const char* FILE = "/d/kvdsetfsyncreg.txt";
+    EXPECT_EQ(op.type("kvdsetfsyncreg on"), 0);
+    EXPECT_EQ(volumes.exists(FILE), 0);
+    EXPECT_EQ(op.type("kvdsetfsyncreg on true"), 0);
+    std::string stored;
+    ASSERT_EQ(volumes.read(FILE, stored), 0);
+    EXPECT_EQ(stored, "kvdsetfsyncreg on true ");
+    EXPECT_EQ(op.type("kvdsetfsyncreg on 40"), 0);           // an interval, no repeat rule
+    EXPECT_EQ(volumes.exists(FILE), 1);
+    EXPECT_EQ(op.type("kvdsetfsyncreg off false"), 0);
+    EXPECT_EQ(volumes.exists(FILE), 0);
+    EXPECT_THAT(op.text, HasSubstr("will not be re-executed after node restart\n"));
+    volumes.writeFails = true;
+    EXPECT_EQ(op.type("kvdsetfsyncreg on 60 BFN rising true"), 0);
+    EXPECT_THAT(op.text, HasSubstr("kvdsetfsyncreg.txt file cannot be found\n"));
+    volumes.writeFails = false;
+    expectAll(op, {{"kvdsetfsyncreg", 20, "usage:\nBVQ1: kvdsetfsyncreg [on |off] [true|false]\n"},
+                   {"kvdsetfsyncreg maybe", 20, "on = 40 ms, off = 40960ms."},
+                   {"kvdsetfsyncreg on 50", 20, "Invalid last argument"},
+                   {"kvdsetfsyncreg 40 40 BFN", 20, "Parameter [on|off] must always be specified."},
+                   {"kvdsetfsyncreg on 50 BFN", 20, "Invalid FSYNC transmit interval. Value is not changed."},
+                   {"kvdsetfsyncreg on 60 XXX", 20, "Invalid FSYNC pattern. Pattern is not changed."},
+                   {"kvdsetfsyncreg on 60 off up", 20, "Invalid FSYNC phase alignment."},
+                   {"kvdsetfsyncreg on 60 off rising perhaps", 20, "Invalid last argument.\n"},
+                   {"kvdsetfsyncreg a b c d e f", 0, "usage:"}});
+}
+
+TEST(Genwander, ChecksItsRangesAndStartsAndStops)
+{
+    Operator op;
+    expectAll(op, {{"genwander", 0, "genwander <frequency [mHz]> <amplitude [ns]>"},
+                   {"genwander ?", 0, "genwander <frequency [mHz]>"},
+                   {"genwander 0 100", 20, "Invalid frequency, expected 1 - 10'000 mHz\n"},
+                   {"genwander 10001 100", 20, "Invalid frequency, expected 1 - 10'000 mHz\n"},
+                   {"genwander 10 1000001", 20, "Invalid amplitude, expected 0 - 1'000'000 mHz\n"},
+                   {"genwander 10", 20, "Invalid number of arguments, expected 2 or 3\n"},
+                   {"genwander 10 100", 0, ""}});
+    op.run(0.1);
+    EXPECT_TRUE(op.traced("Starting wander generation, frequency= 10, amplitude= 100, offset= 0"));
+    EXPECT_EQ(op.type("genwander 10 0 1.5"), 0);             // offset alone keeps it running
+    op.run(0.1);
+    EXPECT_FALSE(op.traced("Wander generation stopped."));
+    EXPECT_EQ(op.type("genwander 10 0"), 0);
+    op.run(0.1);
+    EXPECT_TRUE(op.traced("Wander generation stopped."));
+}
+
+TEST(ClientCommands, KeepTheirRulesOfUse)
+{
+    Operator op;
+    expectAll(op, {{"kvdconfigtimeacc set 1000", 20, "Usage: kvdconfigtimeacc enable "},
+                   {"kvdconfigtimeacc enable", 0, "Auto sending of real time accuracy is now disabled, "},
+                   {"kvdconfigtimeacc set 0", 20, "Time accuracy must be a number in the range of 1 to 10 000"},
+                   {"kvdconfigtimeacc set 10001", 20, "Time accuracy must be a number"},
+                   {"kvdconfigtimeacc set 1000", 0, ""},
+                   {"kvdconfigtimeacc disable", 0, ""},
+                   {"kvdholdoverthr", 0, "\n*****Holdover Threshold*****\n\n"},
+                   {"kvdholdoverthr to", 20, "Usage: kvdholdoverthr [rnt|to|freq] [<thr>],\n"},
+                   {"kvdholdoverthr to 0", 20, "Usage: kvdholdoverthr"},
+                   {"kvdholdoverthr freq 30", 0, ""},
+                   {"kvdholdoverthr", 0, "freq : 30 min"},
+                   {"kvdholdoverthr freq d", 0, ""},
+                   {"kvdholdoverthr", 0, "freq : none"},
+                   {"kvdremovetime", 10, "not currently in TIME HOLDOVER mode"},
+                   {"kvdsetcallimit 61", 20, "[days] are in range from 0 to 60"},
+                   {"kvdsetcallimit 60", 0, "Calibration Expiration Limit set to 60 days\n"},
+                   {"kvdsetfastlock 3", 0, "Usage: kvdsetfastlock 0 "},
+                   {"kvdsetfastlock", 20, "Usage: kvdsetfastlock 0 "},
+                   {"kvdsetfastlock 2", 0, ""},
+                   {"kvdwritehist flash", 0, "Not possible to force writing of hist data, no selected ref\n"},
+                   {"socprireadsfc 1", 0, "Usage: socprireadsfc\n"},
+                   {"socprireadsfc", 0, "eSFC = 0, MFN = "},
+                   {"kvdselectregref eth_b", 0, "Setting TU_ETH_REF in tureg and HALI_ETH_REF_B in tuhwif"},
+                   {"kvdselectregref eth_x", 0, ""},
+                   {"kvdprodtest mokatestbus", 20, "Invalid number of arguments.\n"},
+                   {"kvdprodtest mokatestbus on", 0, "Not enabled or disabled\n"},
+                   {"kvdprodtest bus enable", 0, "Not mokatestbus or mokatestmux\n"},
+                   {"kvdprodtest mokatestbus enable", 0, "MokaTestBus enabled"},
+                   {"gpssend nmea x", 10, "isn't running"}});
+}
+
+}  // namespace

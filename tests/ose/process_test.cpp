@@ -1,0 +1,313 @@
+// Life and death of processes: kill, attach, hunt, a program's end.
+#include "program.h"
+
+using namespace ose;
+
+namespace tests {
+namespace {
+
+class Processes : public Kernel {};
+
+/// Says its letter when the stack is unwound.
+struct OnStack {
+    std::string* out;
+    char letter;
+    ~OnStack() { *out += letter; }
+};
+
+TEST_F(Processes, AKilledProcessIsUnwoundWhereverItWaits)
+{
+    const PROCESS high = launch("high", 5, [] { for (;;) takeNumber(); });
+    struct Case { const char* where; std::function<void()> wait; };
+    const Case cases[] = {
+        {"receive", [] { receive(ANY_SIGNAL); }},
+        {"receive_w_tmo", [] { receive_w_tmo(1000, ANY_SIGNAL); }},
+        {"delay", [] { delay(1000); }},
+        {"preempted in send", [high] { for (;;) { sendNumber(high, 1); delay(1); } }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.where);
+        said.clear();
+        const PROCESS victim = launch("victim", 20, [&] {
+            const OnStack mark{&said, 'u'};
+            alloc(8, 1);   // released, not reported: it was killed
+            c.wait();
+            said += "went on";
+        });
+        world.runFor(5 * MS);
+        EXPECT_TRUE(system.alive(victim));
+        EXPECT_EQ(block.poolUsed(), 31u);
+        system.kill(victim);
+        EXPECT_EQ(said, "u");
+        EXPECT_FALSE(system.alive(victim));
+        EXPECT_EQ(system.find("victim"), 0u);
+        EXPECT_EQ(system.nameOf(victim), "");
+        EXPECT_EQ(block.poolUsed(), 0u);
+        world.runFor(2 * SEC);
+        EXPECT_EQ(said, "u");
+    }
+}
+
+TEST_F(Processes, KilledBeforeTheyRanOrByThemselves)
+{
+    const PROCESS never = launch("never", 20, [&] { said += "ran "; });
+    system.kill(never);
+    launch("self", 20, [&] {
+        const OnStack mark{&said, 'u'};
+        kill_proc(current_process());
+        said += "went on ";
+    });
+    world.runFor(1 * SEC);
+    EXPECT_EQ(said, "u");
+}
+
+TEST_F(Processes, AnInterruptMayKillWhomItInterrupts)
+{
+    static PROCESS victim;
+    victim = launch("victim", 20, [&] {
+        const OnStack mark{&said, 'u'};
+        start(create_process(KIND_INTERRUPT, "isr", [] { kill_proc(victim); }, 2048, 1, 0, 4));
+        said += "r";
+        system.raise(4);
+        said += "went on";
+    });
+    world.runFor(0);
+    EXPECT_EQ(said, "ru");
+}
+
+TEST_F(Processes, AKilledInterruptProcessIsNotRaisedAnyMore)
+{
+    static std::string* out;
+    out = &said;
+    launch("owner", 20, [&] {
+        const PROCESS isr = create_process(
+            KIND_INTERRUPT, "isr", [] { *out += "i"; }, 2048, 19, 0, 4);
+        EXPECT_EQ(system.raise(4), 0);   // not started
+        start(isr);
+        EXPECT_EQ(system.raise(4), 1);
+        kill_proc(isr);
+        EXPECT_EQ(system.raise(4), 0);
+        const auto once = [] {
+            *out += "j";
+            kill_proc(current_process());
+        };
+        start(create_process(KIND_INTERRUPT, "isr", once, 2048, 19, 0, 4));
+        EXPECT_EQ(system.raise(4), 1);
+        EXPECT_EQ(system.raise(4), 0);
+    });
+    world.runFor(0);
+    EXPECT_EQ(said, "ij");
+}
+
+// ---- attach -------------------------------------------------------------------------------------
+
+TEST_F(Processes, AttachTellsOfADeathWhateverItsCause)
+{
+    struct Case { const char* how; std::function<void()> last; bool kill; };
+    const Case cases[] = {
+        {"returns", [] {}, false},
+        {"kills itself", [] { kill_proc(current_process()); }, false},
+        {"is killed", [] { delay(1'000'000); }, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.how);
+        said.clear();
+        const PROCESS mortal = launch("mortal", 20, [&] {
+            delay(10);
+            c.last();
+        });
+        launch("watcher", 15, [&] {
+            Signal* sig = alloc(8, 90);
+            EXPECT_NE(attach(&sig, mortal), 0u);
+            EXPECT_EQ(sig, nullptr);
+            EXPECT_NE(attach(nullptr, mortal), 0u);
+            for (int i = 0; i < 2; ++i) {
+                sig = receive(ANY_SIGNAL);
+                EXPECT_EQ(sender(&sig), mortal);
+                said += std::to_string(sig->sigNo) + " ";
+                free_buf(&sig);
+            }
+        });
+        world.runFor(20 * MS);
+        if (c.kill) {
+            EXPECT_EQ(said, "");
+            system.kill(mortal);
+        }
+        world.runFor(0);
+        EXPECT_EQ(said, "90 252 ");
+        EXPECT_EQ(block.poolUsed(), 0u);
+    }
+}
+
+TEST_F(Processes, AttachToTheDeadComesBackAtOnce)
+{
+    const PROCESS gone = launch("gone", 20, [] {});
+    world.runFor(0);
+    system.call(block, [&] {
+        AttachRef ref = attach(nullptr, gone);
+        EXPECT_NE(ref, 0u);
+        EXPECT_EQ(takeNumber(), 252u);
+        detach(&ref);   // spent
+        EXPECT_EQ(ref, 0u);
+    });
+}
+
+TEST_F(Processes, DetachEndsSupervision)
+{
+    const PROCESS mortal = launch("mortal", 20, [] { delay(10); });
+    system.call(block, [&] {
+        Signal* sig = alloc(8, 90);
+        AttachRef ref = attach(&sig, mortal);
+        AttachRef stays = attach(nullptr, mortal);
+        detach(&ref);
+        EXPECT_EQ(ref, 0u);
+        EXPECT_NE(stays, 0u);
+        EXPECT_EQ(takeNumber(), 252u);
+        EXPECT_EQ(receive_w_tmo(100, ANY_SIGNAL), nullptr);
+    });
+    EXPECT_EQ(block.poolUsed(), 0u);
+}
+
+// ---- hunt ---------------------------------------------------------------------------------------
+
+TEST_F(Processes, HuntBeforeAndAfterTheProcessIsThere)
+{
+    PROCESS answered = 0;
+    launch("hunter", 10, [&] {
+        Signal* sig = alloc(12, 800);
+        PROCESS found = 1234;
+        EXPECT_EQ(hunt("server", 0, &found, &sig), 0u);
+        EXPECT_EQ(found, 1234u);
+        EXPECT_EQ(sig, nullptr);
+        sig = receive(ANY_SIGNAL);
+        answered = sender(&sig);
+        said += std::to_string(sig->sigNo) + "@" + std::to_string(get_ticks()) + " ";
+        free_buf(&sig);
+
+        sig = alloc(12, 801);
+        EXPECT_EQ(hunt("server", 0, &found, &sig), answered);
+        EXPECT_EQ(found, answered);
+        EXPECT_EQ(takeNumber(), 801u);
+        EXPECT_EQ(hunt("server", 0, nullptr, nullptr), answered);
+    });
+    world.runFor(5 * MS);
+    const PROCESS server = system.spawn("server", 20, [] { takeNumber(); });
+    world.runFor(5 * MS);
+    EXPECT_EQ(answered, server);
+    EXPECT_EQ(said, "800@5 ");
+}
+
+TEST_F(Processes, ANameThatIsNeverFound)
+{
+    system.faults().neverFound = {"server"};
+    system.spawn("server", 20, [] { takeNumber(); });
+    system.call(block, [&] {
+        Signal* sig = alloc(4, 800);
+        EXPECT_EQ(hunt("server", 0, nullptr, &sig), 0u);
+        EXPECT_EQ(receive_w_tmo(1000, ANY_SIGNAL), nullptr);
+    });
+    EXPECT_EQ(block.poolUsed(), 0u);
+}
+
+// ---- end of a program ---------------------------------------------------------------------------
+
+TEST_F(Processes, ErrorEndsTheProgramFromWhereverItIsCalled)
+{
+    struct Case { const char* from; std::function<void(Block&)> begin; };
+    const Case cases[] = {
+        {"process", [this](Block& b) { system.launch(b, "p", 20, [] { error(0xABC); }); }},
+        {"interrupt in an event",
+         [this](Block& b) {
+             system.launch(b, "p", 20, [] {
+                 start(create_process(KIND_INTERRUPT, "p", [] { error(0xABC); }, 2048, 1, 0, 9));
+                 delay(100);
+             });
+             world.after(10 * MS, [this] { system.raise(9); });
+         }},
+        {"interrupt raised by its own program",
+         [this](Block& b) {
+             system.launch(b, "p", 20, [this] {
+                 start(create_process(KIND_INTERRUPT, "p", [] { error(0xABC); }, 2048, 1, 0, 9));
+                 system.raise(9);
+                 said += "went on";
+             });
+         }},
+        {"timer interrupt",
+         [this](Block& b) {
+             system.launch(b, "p", 20, [] {
+                 start(create_process(
+                     KIND_TIMER_INTERRUPT, "p", [] { error(0xABC); }, 2048, 1, 10, 0));
+                 delay(100);
+             });
+         }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.from);
+        ends.clear();
+        said.clear();
+        Block& b = system.load(IDLE);
+        system.launch(b, "bystander", 10, [this] {
+            const OnStack mark{&said, 'u'};
+            takeNumber();
+        });
+        c.begin(b);
+        world.runFor(50 * MS);
+        ASSERT_EQ(ends.size(), 1u);
+        EXPECT_EQ(ends[0].program, "idle");
+        EXPECT_EQ(ends[0].code, 0xABCu);
+        EXPECT_NE(ends[0].text.find("error 0xABC in p at process_test.cpp:"), std::string::npos)
+            << ends[0].text;
+        EXPECT_EQ(said, "u");
+        EXPECT_EQ(system.find("bystander"), 0u);
+        system.unload(b);
+    }
+    EXPECT_NE(system.find("idle_lm"), 0u);   // the fixture's own program still runs
+}
+
+TEST_F(Processes, AProgramMayKillItsOwnBlockAndBeLoadedAgain)
+{
+    Block& b = system.load(IDLE);
+    Block* again = nullptr;
+    system.onProgramEnd([&](Block& ended, u32 code, const std::string&) {
+        EXPECT_EQ(&ended, &b);
+        said += "ended " + std::to_string(code);
+        system.unload(ended);
+        again = &system.load(IDLE);
+    });
+    system.launch(b, "p", 20, [] { kill_proc(get_bid(current_process())); });
+    world.runFor(1 * SEC);
+    EXPECT_EQ(said, "ended 0");
+    ASSERT_NE(again, nullptr);
+    system.call(*again, [&] { said += " and on"; });
+    EXPECT_EQ(said, "ended 0 and on");
+}
+
+TEST_F(Processes, MainThreadRunsWithTheConfiguredNameAndPriority)
+{
+    static std::string* out;
+    out = &said;
+    const ConfigLine config[] = {{"OSE_LM_MAIN_NAME", "kvd_lm"}, {"OSE_LM_MAIN_PRIORITY", "12"}};
+    const Program program{"prog", [] {
+        *out += process_name(current_process());
+        *out += " ";
+        delay(1000);
+    }, config};
+    launch("other11", 11, [&] { said += "11 "; });
+    launch("other13", 13, [&] { said += "13 "; });
+    Block& b = system.load(program);
+    EXPECT_EQ(b.name(), "prog");
+    world.runFor(0);
+    EXPECT_EQ(said, "11 kvd_lm 13 ");
+}
+
+TEST_F(Processes, ThreadsAreUsedAgain)
+{
+    // Far more processes over time than a host would give threads at once.
+    int ran = 0;
+    for (int i = 0; i < 3000; ++i) system.call(block, [&] { ++ran; delay(1); });
+    EXPECT_EQ(ran, 3000);
+    EXPECT_EQ(world.now(), 3 * SEC);
+}
+
+}  // namespace
+}  // namespace tests

@@ -1,0 +1,334 @@
+// Who runs when: priorities, interrupts, virtual time, the host's clock.
+#include "program.h"
+
+#include <chrono>
+#include <stdexcept>
+#include <thread>
+
+using namespace ose;
+
+namespace tests {
+namespace {
+
+class Scheduling : public Kernel {};
+
+TEST_F(Scheduling, OnlyAHigherPriorityReceiverRunsBeforeSendReturns)
+{
+    struct Case { u32 receiver; const char* order; };
+    for (const Case& c : {Case{19, "send took sent "}, Case{20, "send sent took "},
+                          Case{21, "send sent took "}}) {
+        SCOPED_TRACE(c.receiver);
+        said.clear();
+        const PROCESS taker = launch("taker", c.receiver, [&] {
+            takeNumber();
+            said += "took ";
+        });
+        world.runFor(0);
+        launch("giver", 20, [&] {
+            said += "send ";
+            sendNumber(taker, 1);
+            said += "sent ";
+        });
+        world.runFor(0);
+        EXPECT_EQ(said, c.order);
+    }
+}
+
+TEST_F(Scheduling, ReadyProcessesRunByPriorityAndThenByTurn)
+{
+    for (const auto& [name, priority] : {std::pair{"d", 21u}, {"b", 20u}, {"a", 3u}, {"c", 20u}})
+        launch(name, priority, [this, text = std::string(name)] { said += text; });
+    world.runFor(0);
+    EXPECT_EQ(said, "abcd");
+}
+
+TEST_F(Scheduling, APreemptedProcessGoesOnBeforeItsEquals)
+{
+    const PROCESS high = launch("high", 5, [&] {
+        takeNumber();
+        said += "high ";
+    });
+    launch("first", 20, [&] {
+        sendNumber(high, 1);
+        said += "first ";
+    });
+    launch("second", 20, [&] { said += "second "; });
+    world.runFor(0);
+    EXPECT_EQ(said, "high first second ");
+}
+
+TEST_F(Scheduling, StartRunsAHigherProcessAtOnce)
+{
+    static std::string* out;
+    out = &said;
+    launch("starter", 16, [&] {
+        for (const u32 priority : {15u, 16u, 17u}) {
+            start(create_process(
+                KIND_PRIORITISED, "child", [] { *out += "child "; }, 2000, priority, 0, 0));
+            said += "after" + std::to_string(priority) + " ";
+        }
+    });
+    world.runFor(0);
+    EXPECT_EQ(said, "child after15 after16 after17 child child ");
+}
+
+TEST_F(Scheduling, AnInterruptRunsToItsEndBeforeWhomItWoke)
+{
+    static PROCESS target;
+    static std::string* out;
+    out = &said;
+    target = launch("target", 1, [&] {
+        for (;;) {
+            takeNumber();
+            said += "target ";
+        }
+    });
+    launch("low", 25, [&] {
+        const auto isr = [] {
+            *out += "[";
+            sendNumber(target, 1);
+            *out += "] ";
+        };
+        start(create_process(KIND_INTERRUPT, "isr", isr, 2048, 19, 0, 7));
+        said += "before ";
+        EXPECT_EQ(this->system.raise(7), 1);   // as a register access of the process may do
+        said += "after ";
+        EXPECT_EQ(this->system.raise(8), 0);
+    });
+    world.runFor(0);
+    EXPECT_EQ(said, "before [] target after ");
+    said.clear();
+    world.after(1 * MS, [&] {
+        system.raise(7);
+        said += "event ";
+    });
+    world.runFor(1 * MS);
+    EXPECT_EQ(said, "[] event target ");
+}
+
+TEST_F(Scheduling, AnInterruptRaisedInAnInterruptFollowsIt)
+{
+    static System* sys;
+    static std::string* out;
+    sys = &system;
+    out = &said;
+    launch("owner", 10, [] {
+        const auto first = [] {
+            *out += "first(";
+            sys->raise(2);
+            *out += ") ";
+        };
+        start(create_process(KIND_INTERRUPT, "first", first, 2048, 19, 0, 1));
+        start(create_process(KIND_INTERRUPT, "second", [] { *out += "second "; }, 2048, 5, 0, 2));
+        delay(1000);
+    });
+    world.runFor(0);
+    system.raise(1);
+    EXPECT_EQ(said, "first() second ");
+}
+
+TEST_F(Scheduling, AnInterruptProcessMayNotWait)
+{
+    launch("owner", 10, [] {
+        start(create_process(KIND_INTERRUPT, "isr", [] {
+            EXPECT_EQ(receive_w_tmo(0, ANY_SIGNAL), nullptr);
+            EXPECT_EQ(receive(ANY_SIGNAL), nullptr);
+            delay(5);
+        }, 2048, 19, 0, 1));
+        delay(1000);
+    });
+    world.runFor(0);
+    system.raise(1);
+    EXPECT_EQ(log.expectMisuse("waits in an interrupt process").process, "isr");
+    EXPECT_EQ(log.expectMisuse("waits in an interrupt process").process, "isr");
+}
+
+TEST_F(Scheduling, ATimerInterruptKeepsItsPeriodUntilKilled)
+{
+    static std::string* out;
+    out = &said;
+    PROCESS ticker = 0;
+    launch("owner", 10, [&] {
+        delay(3);
+        ticker = create_process(
+            KIND_TIMER_INTERRUPT, "ticker", [] { *out += std::to_string(get_ticks()) + " "; }, 2048,
+            16, 100, 0);
+        start(ticker);
+        delay(350);
+        kill_proc(ticker);
+        delay(1000);
+    });
+    world.runFor(1 * SEC);
+    EXPECT_EQ(said, "103 203 303 ");
+    EXPECT_FALSE(system.alive(ticker));
+}
+
+// ---- virtual time -------------------------------------------------------------------------------
+
+TEST_F(Scheduling, EqualDueTimesRunInOrderOfRequest)
+{
+    const Time t = world.now() + 50 * MS;
+    launch("a", 20, [&] { delay(50); said += "a"; });
+    world.runFor(0);
+    world.at(t, [&] { said += "1"; });
+    launch("b", 10, [&] { delay(50); said += "b"; });
+    world.runFor(0);
+    world.at(t, [&] { said += "2"; });
+    world.at(t - 1 * PS, [&] { said += "0"; });
+    world.runUntil(t - 2 * PS);
+    EXPECT_EQ(said, "");
+    world.runUntil(t);   // what is due at the end of a run still runs
+    EXPECT_EQ(said, "0a1b2");
+    EXPECT_EQ(world.now(), t);
+}
+
+TEST_F(Scheduling, EventsInThePastRunNowAndCancelledOnesNever)
+{
+    world.runFor(1 * SEC);
+    world.at(5, [&] { said += "past "; });
+    EventId never = world.after(1 * MS, [&] { said += "never "; });
+    EventId first = world.after(2 * MS, [&] { said += "first "; });
+    EventId stale = first;
+    EXPECT_EQ(world.cancel(never), 1);
+    EXPECT_EQ(never, 0u);
+    world.after(3 * MS, [&] { EXPECT_EQ(world.cancel(first), 0); });
+    world.runFor(10 * MS);
+    EXPECT_EQ(said, "past first ");
+    // An id of old doesn't hit the event that lives in its place now.
+    world.after(1 * MS, [&] { said += "second "; });
+    EXPECT_EQ(world.cancel(stale), 0);
+    world.runFor(10 * MS);
+    EXPECT_EQ(said, "past first second ");
+    EXPECT_EQ(world.now(), 1 * SEC + 20 * MS);
+}
+
+TEST_F(Scheduling, RunUntilTrueEndsWithTheInstantThatMadeItTrue)
+{
+    int n = 0;
+    for (int i = 1; i <= 5; ++i) world.after(i * MS, [&] { ++n; });
+    EXPECT_TRUE(world.runUntilTrue([&] { return n == 3; }, 1 * SEC));
+    EXPECT_EQ(world.now(), 3 * MS);
+    EXPECT_FALSE(world.runUntilTrue([&] { return n == 9; }, 7 * MS));
+    EXPECT_EQ(world.now(), 10 * MS);
+    EXPECT_EQ(n, 5);
+    EXPECT_TRUE(world.runUntilTrue([] { return true; }, 1 * SEC));
+    EXPECT_EQ(world.now(), 10 * MS);
+}
+
+TEST_F(Scheduling, StopEndsTheRunAfterTheInstant)
+{
+    launch("stopper", 20, [&] {
+        delay(20);
+        world.stop();
+        said += "same instant ";
+        delay(1);
+        said += "later ";
+    });
+    world.runFor(1 * SEC);
+    EXPECT_EQ(said, "same instant ");
+    EXPECT_EQ(world.now(), 20 * MS);
+    world.runFor(1 * SEC);
+    EXPECT_EQ(said, "same instant later ");
+}
+
+TEST_F(Scheduling, NoProgressStopsTheRunAndNamesWhoSpins)
+{
+    world.setSpinLimit(1000);
+    bool stop = false;
+    PROCESS pong = launch("pong", 20, [&] {
+        for (;;) {
+            Signal* sig = receive(ANY_SIGNAL);
+            const PROCESS from = sender(&sig);
+            send(&sig, from);
+        }
+    });
+    launch("ping", 20, [&] {
+        sendNumber(pong, 1);
+        while (!stop) {
+            Signal* sig = receive(ANY_SIGNAL);
+            send(&sig, pong);
+        }
+    });
+    world.runFor(1 * SEC);
+    EXPECT_EQ(world.now(), 0);
+    EXPECT_EQ(log.expectMisuse("no progress").process, "ping, pong");
+
+    stop = true;   // the world can go on after it
+    world.runFor(1 * SEC);
+    EXPECT_EQ(world.now(), 1 * SEC);
+
+    std::function<void()> again = [&] { world.after(0, again); };
+    world.after(0, again);
+    world.runFor(1 * SEC);
+    log.expectMisuse("no progress");
+}
+
+TEST_F(Scheduling, AnExceptionLeavesTheRun)
+{
+    world.after(1 * MS, [] { throw std::runtime_error("event"); });
+    EXPECT_THROW(world.runFor(10 * MS), std::runtime_error);
+    EXPECT_THROW(system.call(block, [] { throw std::logic_error("body"); }), std::logic_error);
+    system.call(block, [&] { delay(5); said = "goes on"; });
+    EXPECT_EQ(said, "goes on");
+}
+
+TEST_F(Scheduling, ACallThatCanNeverEndIsReported)
+{
+    system.call(block, [] { takeNumber(); }, 15, "stuck");
+    EXPECT_EQ(log.expectMisuse("waits for ever").process, "stuck");
+    EXPECT_EQ(system.find("stuck"), 0u);
+    EXPECT_EQ(world.now(), 0);   // nothing could wake it, so no time has passed
+
+    launch("busy", 20, [] { for (;;) delay(3'600'000); });
+    system.call(block, [] { takeNumber(); }, 15, "stuck");
+    EXPECT_EQ(log.expectMisuse("waits for ever").process, "stuck");
+}
+
+// ---- the host's clock ---------------------------------------------------------------------------
+
+TEST_F(Scheduling, PacedTimeKeepsToTheWallClock)
+{
+    using Clock = std::chrono::steady_clock;
+    launch("sleeper", 20, [&] { for (;;) delay(100); });
+    world.setPace(10.0);
+    const auto began = Clock::now();
+    world.runFor(1 * SEC);
+    const double passed = std::chrono::duration<double>(Clock::now() - began).count();
+    EXPECT_GE(passed, 0.099);
+    EXPECT_LT(passed, 5.0);   // generous: the machine may be busy
+}
+
+TEST_F(Scheduling, WorkOfTheHostRunsInTheWorldOfItsTime)
+{
+    world.setPace(1.0);
+    Time at = -1;
+    std::thread host([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        world.post([&] {
+            at = world.now();
+            system.call(block, [&] { delay(1); said = "called"; });
+            world.stop();
+        });
+    });
+    world.runFor(3600 * SEC);   // nothing else is due for an hour
+    host.join();
+    EXPECT_EQ(said, "called");
+    EXPECT_GE(at, 20 * MS);
+    EXPECT_LT(at, 60 * SEC);
+    EXPECT_LT(world.now(), 60 * SEC);
+}
+
+TEST_F(Scheduling, PostedWorkRunsInFullSpeedToo)
+{
+    int done = 0;
+    launch("busy", 20, [&] { for (;;) delay(1); });
+    std::thread host([&] {
+        for (int i = 0; i < 100; ++i)
+            world.post([&] { ++done; });
+    });
+    EXPECT_TRUE(world.runUntilTrue([&] { return done == 100; }, 3600 * 1000 * SEC));
+    host.join();
+}
+
+}  // namespace
+}  // namespace tests

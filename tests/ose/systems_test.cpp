@@ -1,0 +1,395 @@
+// Linked systems, loaded programs and their data, several worlds in one host process.
+#include "program.h"
+
+#include "ose/module_data.h"
+
+#include <stdexcept>
+#include <thread>
+
+using namespace ose;
+
+namespace tests {
+namespace {
+
+// ---- linked systems -----------------------------------------------------------------------------
+
+class Linked : public Kernel {
+protected:
+    Linked() : far(world.createSystem("far"))
+    {
+        world.link(system, "peer", far);
+        world.link(far, "home", system);
+    }
+
+    System& far;
+};
+
+TEST_F(Linked, ASignalIsCopiedAndCanBeAnswered)
+{
+    struct Pair { SIGSELECT sigNo; u32 value; };
+    PROCESS askerAsSeen = 0;
+    far.spawn("server", 20, [&] {
+        for (;;) {
+            Signal* sig = receive(ANY_SIGNAL);
+            const PROCESS from = sender(&sig);
+            askerAsSeen = from;
+            reinterpret_cast<Pair*>(sig)->value += 1;
+            EXPECT_EQ(sigsize(&sig), 8u);
+            EXPECT_STREQ(process_name(from), "home/asker");
+            send(&sig, from);
+        }
+    });
+    system.call(block, [&] {
+        const PROCESS server = hunt("peer/server", 0, nullptr, nullptr);
+        ASSERT_NE(server, 0u);
+        EXPECT_STREQ(process_name(server), "peer/server");
+        EXPECT_EQ(hunt("server", 0, nullptr, nullptr), 0u);   // not a name of this system
+        Signal* sig = alloc(sizeof(Pair), 5);
+        reinterpret_cast<Pair*>(sig)->value = 41;
+        send(&sig, server);
+        EXPECT_EQ(block.poolUsed(), 0u); // the copy is in the other system's pool
+        sig = receive(ANY_SIGNAL);
+        EXPECT_EQ(reinterpret_cast<Pair*>(sig)->value, 42u);
+        EXPECT_EQ(sender(&sig), server);
+        free_buf(&sig);
+    }, 15, "asker");
+    EXPECT_FALSE(far.alive(askerAsSeen));   // the proxy went with the asker
+}
+
+TEST_F(Linked, AHuntWaitsForTheProcessThenItsDeathIsTold)
+{
+    launch("hunter", 15, [&] {
+        Signal* sig = alloc(4, 500);
+        EXPECT_EQ(hunt("peer/server", 0, nullptr, &sig), 0u);
+        EXPECT_EQ(sig, nullptr);
+        sig = receive(ANY_SIGNAL);
+        const PROCESS server = sender(&sig);
+        said += "found " + std::to_string(sig->sigNo) + " at " + std::to_string(get_ticks()) + " ";
+        free_buf(&sig);
+        attach(nullptr, server);
+        sig = receive(ANY_SIGNAL);
+        EXPECT_EQ(sender(&sig), server);
+        EXPECT_EQ(process_name(server), nullptr);
+        said += "lost " + std::to_string(sig->sigNo) + " at " + std::to_string(get_ticks());
+        free_buf(&sig);
+    });
+    PROCESS server = 0;
+    world.after(10 * MS, [&] { server = far.spawn("server", 20, [] { takeNumber(); }); });
+    world.after(30 * MS, [&] { far.kill(server); });
+    world.runFor(1 * SEC);
+    EXPECT_EQ(said, "found 500 at 10 lost 252 at 30");
+}
+
+TEST_F(Linked, AHuntMayComeBeforeTheLink)
+{
+    far.spawn("server", 20, [] { takeNumber(); });
+    launch("hunter", 15, [&] {
+        Signal* sig = alloc(4, 500);
+        EXPECT_EQ(hunt("other/server", 0, nullptr, &sig), 0u);
+        takeNumber();
+        said = "found";
+    });
+    world.runFor(10 * MS);
+    EXPECT_EQ(said, "");
+    world.link(system, "other", far);
+    world.runFor(10 * MS);
+    EXPECT_EQ(said, "found");
+}
+
+TEST_F(Linked, SignalsCanBeLostOnTheWayInEitherDirection)
+{
+    std::string taken;
+    far.spawn("server", 20, [&] { for (;;) taken += std::to_string(takeNumber()) + " "; });
+    const auto sendThree = [&] {
+        const PROCESS server = hunt("peer/server", 0, nullptr, nullptr);
+        for (const SIGSELECT n : {1u, 2u, 3u}) sendNumber(server, n);
+    };
+    system.faults().loseSignal = [](const std::string& from, const std::string& to, SIGSELECT n) {
+        return from == "giver" && to == "server" && n == 2;
+    };
+    system.call(block, sendThree, 15, "giver");
+    system.call(block, sendThree, 15, "another");
+    far.faults().loseSignal = [](const std::string&, const std::string&, SIGSELECT n) {
+        return n == 1;
+    };
+    system.call(block, sendThree, 15, "giver");
+    world.runFor(0);
+    EXPECT_EQ(taken, "1 3 1 2 3 3 ");
+    EXPECT_EQ(block.poolUsed(), 0u);
+}
+
+TEST_F(Linked, AnInjectedSignalCrossesTheLinkForALivingSender)
+{
+    std::string taken;
+    far.spawn("server", 20, [&] {
+        for (;;) {
+            Signal* sig = receive(ANY_SIGNAL);
+            taken += std::string(process_name(sender(&sig))) + " ";
+            free_buf(&sig);
+        }
+    });
+    const PROCESS client = launch("client", 20, [] { takeNumber(); });
+    PROCESS server = 0;
+    system.call(block, [&] { server = hunt("peer/server", 0, nullptr, nullptr); });
+    const SIGSELECT number = 7;
+    const auto bytes = std::as_bytes(std::span(&number, 1));
+    system.inject(bytes, server, client);
+    system.inject(bytes, server, 0);      // nobody could be answered: dropped
+    system.inject(bytes, client, server); // to its own system, from the far one
+    world.runFor(0);
+    EXPECT_EQ(taken, "home/client ");
+    EXPECT_FALSE(system.alive(client));   // it took its signal and returned
+}
+
+TEST_F(Linked, AKillDoesNotCrossTheLink)
+{
+    const PROCESS server = far.spawn("server", 20, [] { takeNumber(); });
+    system.call(block, [] { kill_proc(hunt("peer/server", 0, nullptr, nullptr)); }, 15, "culprit");
+    EXPECT_EQ(log.expectMisuse("another system").process, "culprit");
+    EXPECT_TRUE(far.alive(server));
+}
+
+// ---- module data --------------------------------------------------------------------------------
+
+int built = 0, destroyed = 0;
+
+struct State {
+    State() { ++built; }
+    ~State() { ++destroyed; }
+    u32 count = 7;
+    alignas(32) u32 aligned = 1;
+};
+ModuleData<State> s;
+
+class Programs : public Kernel {};
+
+TEST_F(Programs, EachHasItsOwnDataFromLoadToUnload)
+{
+    const int builtBefore = built, destroyedBefore = destroyed;
+    Block& second = system.load(IDLE);
+    EXPECT_EQ(built - builtBefore, 1);
+    EXPECT_GE(second.dataSize(), sizeof(State));
+    system.call(block, [] { s->count = 100; });
+    system.call(second, [] {
+        EXPECT_EQ(s->count, 7u);
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(&s->aligned) % 32, 0u);
+        s->count = 200;
+    });
+    {
+        const DataScope outer(block);
+        EXPECT_EQ(s->count, 100u);
+        {
+            const DataScope inner(second);
+            EXPECT_EQ(s->count, 200u);
+        }
+        EXPECT_EQ(s->count, 100u);
+        EXPECT_EQ(currentSystem(), &system);
+    }
+    EXPECT_EQ(currentSystem(), nullptr);
+    system.unload(second);
+    EXPECT_EQ(destroyed - destroyedBefore, 1);
+    Block& third = system.load(IDLE);
+    const DataScope scope(third);
+    EXPECT_EQ(s->count, 7u);
+}
+
+TEST_F(Programs, InterruptsUseTheDataOfTheirProgram)
+{
+    Block& second = system.load(IDLE);
+    for (Block* b : {&block, &second}) {
+        system.launch(*b, "owner", 20, [b, this] {
+            start(create_process(
+                KIND_INTERRUPT, "isr", [] { ++s->count; }, 2048, 19, 0, b == &block ? 1 : 2));
+            delay(1000);
+        });
+    }
+    world.runFor(0);
+    system.launch(second, "raiser", 20, [&] {
+        for (int i = 0; i < 3; ++i) system.raise(1);   // of the other program
+        system.raise(2);
+        EXPECT_EQ(s->count, 8u);
+    });
+    world.runFor(0);
+    const DataScope scope(block);
+    EXPECT_EQ(s->count, 10u);
+}
+
+TEST_F(Programs, EnvironmentBelongsToTheBlock)
+{
+    Block& second = system.load(IDLE);
+    system.call(block, [&] {
+        const BLOCK bid = get_bid(current_process());
+        EXPECT_EQ(bid, block.id());
+        EXPECT_EQ(get_env(bid, "KEY"), nullptr);
+        set_env(bid, "KEY", "1");
+        set_env(bid, "KEY", "2");
+        EXPECT_STREQ(get_env(bid, "KEY"), "2");
+        EXPECT_EQ(get_env(second.id(), "KEY"), nullptr);
+        EXPECT_EQ(get_env(0, "KEY"), nullptr);
+    });
+}
+
+TEST_F(Programs, ABadConfigurationIsRefused)
+{
+    for (const ConfigLine& line : {ConfigLine{"OSE_LM_POOL_SIZE", "many"},
+                                   {"OSE_LM_POOL_SIZE", "0"},
+                                   {"OSE_LM_POOL_SIZE", "-5"},
+                                   {"OSE_LM_POOL_SIZE", "4294967296"},
+                                   {"OSE_LM_SIGNAL_SIZES", "63,31"},
+                                   {"OSE_LM_SIGNAL_SIZES", "31,,63"},
+                                   {"OSE_LM_SIGNAL_SIZES", "3"},
+                                   {"OSE_LM_SIGNAL_SIZES", "65536"},
+                                   {"OSE_LM_MAIN_PRIORITY", "32"}}) {
+        SCOPED_TRACE(std::string(line.key) + "=" + line.value);
+        EXPECT_THROW(system.load({"bad", idleMain, std::span(&line, 1)}), std::invalid_argument);
+    }
+}
+
+TEST_F(Programs, UnloadReportsWhatWasNeitherFreedNorSent)
+{
+    launch("leaker", 20, [] {
+        alloc(8, 61);                     // forgotten
+        Signal* kept = alloc(8, 62);
+        request_tmo_sig(100'000, &kept);  // not leaked: with a timer,
+        Signal* hunting = alloc(8, 63);
+        hunt("nobody", 0, nullptr, &hunting);   // a hunt,
+        sendNumber(current_process(), 64);      // in the queue
+        const SIGSELECT never[] = {1, 1};
+        receive(never);
+    });
+    world.runFor(0);
+    system.unload(block);
+    const Misuse m = log.expectMisuse("leaked");
+    EXPECT_EQ(m.process, "leaker");
+    EXPECT_EQ(m.sigNo, 61u);
+    EXPECT_EQ(m.place.rfind("systems_test.cpp:", 0), 0u) << m.place;
+    EXPECT_EQ(log.count(), 0u);
+}
+
+/// A handler that waits, deeper in its calls than the loop that has received.
+[[gnu::noinline]] void waitInHandler()
+{
+    delay(1000);
+    asm volatile("");
+}
+
+TEST_F(Programs, ASignalStillBeingWorkedOnIsNoLeak)
+{
+    const PROCESS worker = launch("worker", 20, [] {
+        for (;;) {
+            Signal* sig = receive(ANY_SIGNAL);
+            waitInHandler();
+            free_buf(&sig);
+        }
+    });
+    launch("giver", 20, [worker] { sendNumber(worker, 1); });
+    world.runFor(10 * MS);
+    EXPECT_EQ(block.poolUsed(), 31u);
+    system.unload(block);
+    EXPECT_EQ(log.count(), 0u);
+}
+
+TEST_F(Programs, AProcessThatReturnsWithABufferLeaksIt)
+{
+    system.call(block, [] { alloc(4, 65); }, 15, "careless");
+    EXPECT_EQ(log.expectMisuse("leaked").process, "careless");
+    EXPECT_EQ(block.poolUsed(), 0u);
+}
+
+TEST_F(Programs, UnloadAndLoadFromAnEventOnTheProgramsOwnThread)
+{
+    // The sleeper blocks last, so the events run on its thread.
+    Block* now = &block;
+    struct OnStack {
+        std::string* out;
+        ~OnStack() { *out += "unwound "; }
+    };
+    const auto sleeper = [this] {
+        const OnStack mark{&said};
+        for (;;) delay(7);
+    };
+    launch("sleeper", 20, sleeper);
+    for (int i = 1; i <= 3; ++i) {
+        world.after(i * 10 * MS, [&] {
+            system.unload(*now);
+            EXPECT_EQ(system.find("sleeper"), 0u);
+            said += "gone ";
+            now = &system.load(IDLE);
+            system.launch(*now, "sleeper", 20, sleeper);
+        });
+    }
+    world.runFor(1 * SEC);
+    EXPECT_EQ(said, "gone unwound gone unwound gone unwound ");
+    system.unload(*now);
+    EXPECT_EQ(said, "gone unwound gone unwound gone unwound unwound ");
+    EXPECT_EQ(system.find("idle_lm"), 0u);
+}
+
+// ---- worlds -------------------------------------------------------------------------------------
+
+/// A busy little world; everything it does, as text.
+std::string history(u64 seed)
+{
+    std::string out;
+    World world(seed);
+    const MisuseLog log(world);
+    System& a = world.createSystem("a");
+    System& b = world.createSystem("b");
+    world.link(a, "b", b);
+    Block& block = a.load(IDLE);
+    const PROCESS echo = b.spawn("echo", 10, [] {
+        for (;;) {
+            Signal* sig = receive(ANY_SIGNAL);
+            const PROCESS from = sender(&sig);
+            send(&sig, from);
+        }
+    });
+    for (u32 i = 0; i < 5; ++i) {
+        a.launch(block, "p" + std::to_string(i), 15 + i % 3, [&out, i] {
+            const PROCESS server = hunt("b/echo", 0, nullptr, nullptr);
+            for (u32 n = 0; n < 40; ++n) {
+                request_tmo((n * 7 + i * 3) % 11, 1000 + n);
+                sendNumber(server, n);
+                for (int k = 0; k < 2; ++k)
+                    out += std::to_string(i) + ":" + std::to_string(takeNumber()) + "@" +
+                           std::to_string(get_ticks()) + " ";
+                s->count += i;
+            }
+        });
+    }
+    world.after(50 * MS, [&] { b.kill(echo); });
+    world.runFor(2 * SEC);
+    const DataScope scope(block);
+    return out + std::to_string(s->count) + " " + std::to_string(world.now());
+}
+
+TEST(Worlds, InSequenceAndInParallelRunTheSame)
+{
+    const std::string alone = history(1);
+    EXPECT_GT(alone.size(), 500u);
+    EXPECT_EQ(history(1), alone);
+    std::string parallel[4];
+    std::vector<std::thread> threads;
+    for (std::string& out : parallel) threads.emplace_back([&out] { out = history(1); });
+    for (std::thread& t : threads) t.join();
+    for (const std::string& out : parallel) EXPECT_EQ(out, alone);
+}
+
+TEST(Worlds, MisuseWithoutAHandlerEndsTheHostProcess)
+{
+    EXPECT_DEATH(
+        {
+            World world;
+            world.createSystem("tu").spawn("careless", 10, [] {
+                Signal* none = nullptr;
+                free_buf(&none);
+            });
+            world.runFor(0);
+        },
+        "kernel misuse: no buffer in free_buf, process=careless, at systems_test.cpp:");
+    EXPECT_DEATH(alloc(4, 1), "alloc outside of any process");
+    EXPECT_DEATH(static_cast<void>(s->count), "module data used outside of any program");
+}
+
+}  // namespace
+}  // namespace tests

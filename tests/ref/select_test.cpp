@@ -1,0 +1,171 @@
+// Selections carried out: hardware route, regulator, client view, in their order and when a step fails.
+#include "iif/kvd_phyadm.h"
+#include "ref_unit.h"
+
+namespace {
+
+using namespace bench;
+
+/// Route bits of the reference select register.
+constexpr u32 ROUTE = 0x318F;
+
+u32 route(RefUnit& unit) { return unit.selectRegister() & ROUTE; }
+
+TEST(Selection, RoutesHardwareAndRegulatorByType)
+{
+    struct Case { u8 refType; u32 froId; u32 raw; u32 regulator; };
+    for (const Case& c : {Case{PDH_SDH_REF, LINE_FRO, 0, 1}, Case{PDH_SDH_REF, LINE_FRO + 3, 0, 4},
+                          Case{PDH_SDH_REF, LINE_FRO + 4, 0, 5}, Case{GPS_REF, 7, 0, 6},
+                          Case{TU_REF, 7, RAW_EXT, 7}, Case{NTP_REF, 7, 0, 8}, Case{IDL1_REF, 7, 0, 9},
+                          Case{ETHA_REF, 7, 0, 10}, Case{ETHB_REF, 7, 0, 10}, Case{ETHC_REF, 7, 0, 10},
+                          Case{TU_REF, 7, RAW_1PPS, 11}, Case{PACKET_FREQ_REF, 7, 0, 12},
+                          Case{PACKET_TIME_REF, 7, 0, 13}, Case{IDL2_REF, 7, 0, 14},
+                          Case{HPTSI_REF, 7, 0, 15}, Case{GPSOSL_REF, 7, 0, 17}, Case{SOCPRI_REF, 7, 0, 18}}) {
+        SCOPED_TRACE(int{c.refType});
+        SCOPED_TRACE(c.froId);
+        RefUnit unit;
+        unit.node.rawToggles = c.raw;
+        if (c.refType == TU_REF) unit.supervise(TU_REF, true);
+        unit.select(c.refType, c.froId, 9);
+        EXPECT_EQ(unit.regulatorRef(), c.regulator);
+        EXPECT_EQ(unit.selectedRef(), c.refType);
+        EXPECT_EQ(unit.clientRef(), c.refType);
+        EXPECT_EQ(unit.node.inProgram(KvdLoz6TuIifAdm_activRefFroId), c.froId);
+        EXPECT_EQ(unit.node.inProgram(KvdLoz6TuIifAdm_activRefFroClassNo), 9u);
+    }
+}
+
+TEST(Selection, WritesTheRouteOfTheBoard)
+{
+    RefUnit unit;
+    const u32 none = route(unit);
+    struct Case { const char* what; u8 refType; u32 froId; };
+    u32 last = none;
+    for (const Case& c : {Case{"PDH 1", PDH_SDH_REF, LINE_FRO}, Case{"PDH 2", PDH_SDH_REF, LINE_FRO + 1},
+                          Case{"SDH", PDH_SDH_REF, LINE_FRO + 4}, Case{"GPS", GPS_REF, 7},
+                          Case{"ETHA", ETHA_REF, 7}, Case{"ETHB", ETHB_REF, 7}}) {
+        SCOPED_TRACE(c.what);
+        unit.select(c.refType, c.froId);
+        EXPECT_NE(route(unit), last);
+        last = route(unit);
+    }
+    for (u8 asIs : {NTP_REF, PACKET_FREQ_REF, PACKET_TIME_REF, IDL2_REF}) {
+        unit.select(asIs);
+        EXPECT_EQ(route(unit), last) << int{asIs};
+    }
+    unit.select(IDL1_REF);                                 // comes in by its own interrupt
+    EXPECT_EQ(route(unit), none);
+    unit.select(ETHB_REF);
+    unit.select(NO_REF, 0xFFFFFFFF, 0xFFFFFFFF);
+    EXPECT_EQ(route(unit), none);
+}
+
+TEST(Selection, ThatTheBoardCantRouteStopsBeforeTheRegulator)
+{
+    RefUnit unit(refConfig(1, 1));                         // board type 1 has no Ethernet port A
+    unit.select(PDH_SDH_REF, LINE_FRO);
+    unit.select(ETHA_REF);
+    EXPECT_EQ(unit.traces("HALI_subscribeRefTime failed with status: 1 for HALI_ETH_REF_A"), 1u);
+    EXPECT_EQ(unit.selectedRef(), ETHA_REF);               // the block has moved on all the same
+    EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_prevSelRef), PDH_SDH_REF);
+    EXPECT_EQ(unit.regulatorRef(), TU_SR_PDH_REF1);
+    EXPECT_EQ(unit.clientRef(), PDH_SDH_REF);
+}
+
+TEST(Selection, OfTheCommonInputWithoutToggleLeavesHardwareAndRegulator)
+{
+    RefUnit unit;
+    unit.select(PDH_SDH_REF, LINE_FRO);
+    const u32 before = route(unit);
+    unit.select(TU_REF, 11, 12);
+    EXPECT_EQ(unit.traces("Neither GPS nor EXT toggle detected. No reference selected."), 1u);
+    EXPECT_EQ(route(unit), before);
+    EXPECT_EQ(unit.regulatorRef(), TU_SR_PDH_REF1);
+    EXPECT_EQ(unit.selectedRef(), TU_REF);
+    EXPECT_EQ(unit.clientRef(), TU_REF);
+    EXPECT_EQ(unit.node.inProgram(KvdLoz6TuIifAdm_activRefFroId), 11u);
+}
+
+TEST(Selection, OfALineOutOfRange)
+{
+    sim::NodeConfig config = refConfig();
+    config.ports[4].line = 5;
+    RefUnit unit(config);
+    unit.select(PDH_SDH_REF, LINE_FRO);
+    const u32 before = route(unit);
+    unit.select(PDH_SDH_REF, LINE_FRO + 4);
+    EXPECT_EQ(unit.traces("Incorrect lineNo=5. expected value between 0-4"), 1u);
+    EXPECT_EQ(route(unit), before);
+    EXPECT_EQ(unit.regulatorRef(), TU_SR_NO_REF);
+
+    unit.select(PDH_SDH_REF, LINE_FRO);
+    unit.node.phyPorts().remove(3);
+    unit.ms(1);
+    unit.select(PDH_SDH_REF, 0xFFFFFFFF);
+    EXPECT_EQ(unit.traces("port line number out of range =65535. selectSynchRef ignored"), 1u);
+    EXPECT_EQ(unit.regulatorRef(), TU_SR_PDH_REF1);
+}
+
+TEST(Selection, OfNothingTwiceKeepsTheBlockButTellsTheHardwareAgain)
+{
+    RefUnit unit;
+    unit.select(GPS_REF);
+    unit.select(NO_REF, 0xFFFFFFFF, 0xFFFFFFFF);
+    const u32 none = route(unit);
+    unit.node.inProgram([&] {
+        EXPECT_EQ(KvdLoz6TuRef_selectedRef(), NO_REF);
+        EXPECT_EQ(KvdLoz6TuRef_prevSelRef(), GPS_REF);
+        return 0;
+    });
+    unit.node.system().call(*unit.node.program(), [] { tuHwIf_selectSynchRef(HALI_SDH_REF); });
+    ASSERT_NE(route(unit), none);
+    unit.select(NO_REF, 0xFFFFFFFF, 0xFFFFFFFF);
+    EXPECT_EQ(route(unit), none);
+    EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_prevSelRef), GPS_REF);
+    EXPECT_EQ(unit.traces("Select syncRefType = NO_REF (1) received while selectedRef = NO_REF (1) and "
+                          "prevSelRef = GPS_REF (6). Update of reference variables ignored."), 1u);
+}
+
+TEST(Selection, OfAnUnknownTypeChangesNothingButTheOldestByte)
+{
+    for (u8 refType : {u8{0}, u8{16}, u8{255}}) {
+        SCOPED_TRACE(int{refType});
+        RefUnit unit;
+        for (u8 known : {ETHB_REF, GPS_REF, NTP_REF}) unit.select(known);
+        ASSERT_EQ(unit.node.inProgram(KvdLoz6TuRef_prevPrevSelRef), ETHB_REF);
+        unit.select(refType, 4242);
+        EXPECT_EQ(unit.traces("Unknown syncRefType =" + std::to_string(refType) + " for froId =4242."), 1u);
+        EXPECT_EQ(unit.selectedRef(), NTP_REF);
+        EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_prevSelRef), GPS_REF);
+        EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_prevPrevSelRef), NO_REF);
+        EXPECT_EQ(unit.regulatorRef(), TU_SR_NTP_REF);
+    }
+}
+
+TEST(Selection, OnASlaveMovesHardwareAndRegulatorButNotTheClients)
+{
+    RefUnit unit(refConfig(0));
+    const u8 client = unit.clientRef();
+    const u32 before = route(unit);
+    unit.select(ETHB_REF);
+    EXPECT_EQ(unit.traces("selectSynchRef (12) received for slave tu. Request ignored"), 1u);
+    EXPECT_NE(route(unit), before);
+    EXPECT_EQ(unit.regulatorRef(), TU_ETH_REF);
+    EXPECT_EQ(unit.clientRef(), client);
+    unit.select(GPSOSL_REF);
+    EXPECT_EQ(unit.regulatorRef(), TU_SR_GPSOSL_REF);
+    EXPECT_EQ(unit.clientRef(), client);
+    unit.select(IDL2_REF);                                 // links are a slave's own
+    EXPECT_EQ(unit.clientRef(), IDL2_REF);
+}
+
+TEST(Selection, TellsWhatItDid)
+{
+    RefUnit unit;
+    unit.select(NTP_REF);
+    EXPECT_EQ(unit.traces("Selecting ref 3, prevRef 1, pllState 0"), 1u);
+    EXPECT_EQ(unit.traces("Reference update: selectedRef (3), prevSelRef (1). Algorithm states: PLL state 0, "
+                          "Slave PLL state 0, Regulator state"), 1u);
+}
+
+}  // namespace

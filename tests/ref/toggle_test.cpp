@@ -1,0 +1,308 @@
+// Paths: hold-off, wait-to-restore, the common input, start and end of supervision, as the main processor
+// and the detectors bring them about.
+#include "iif/kvd_phyadm.h"
+#include "ref_unit.h"
+
+#include <array>
+
+namespace {
+
+using namespace bench;
+
+/// A path of each kind and what its detector shows.
+struct Path { const char* name; u8 refType; u32 row; u32 froId; u32 raw; u32 stateBit; i64 holdoff_ms; };
+constexpr Path PATHS[] = {
+    {"PDH line 1",           PDH_SDH_REF, 1,  LINE_FRO + 1, RAW_PDH2, 0x2,    2'500},
+    {"SDH line",             PDH_SDH_REF, 4,  LINE_FRO + 4, RAW_SDH,  0x10,   2'500},
+    {"external frequency",   TU_REF,      5,  7,            RAW_EXT,  0x20,   2'500},
+    {"external 1PPS",        TU_REF,      5,  7,            RAW_1PPS, 0x20,   30'000},
+    {"GPS",                  GPS_REF,     6,  7,            RAW_1PPS, 0x80,   60'000},
+    {"HPTSI",                HPTSI_REF,   7,  7,            RAW_1PPS, 0x200,  5'000},
+    {"Ethernet A",           ETHA_REF,    8,  7,            RAW_ETHA, 0,      2'500},
+    {"Ethernet C",           ETHC_REF,    10, 7,            RAW_ETHC, 0,      2'500},
+    {"GPS out sync link",    GPSOSL_REF,  11, 7,            RAW_1PPS, 0x2000, 5'000},
+};
+
+TEST(Path, GoesOffAfterItsHoldOffAndOnAfterTenSteadySeconds)
+{
+    for (const Path& path : PATHS) {
+        SCOPED_TRACE(path.name);
+        RefUnit unit;
+        unit.node.rawToggles = path.raw;
+        unit.supervise(path.refType, true, path.froId);
+        EXPECT_EQ(unit.refStatus(path.row), REF_STATUS_ON);      // no waiting at the start
+        EXPECT_EQ(unit.tuiifRefState(), path.stateBit);
+
+        unit.toggles(0);
+        unit.ms(path.holdoff_ms - 1);
+        EXPECT_EQ(unit.refStatus(path.row), REF_STATUS_ON);
+        EXPECT_EQ(unit.tuiifRefState(), path.stateBit);
+        unit.ms(1);
+        EXPECT_EQ(unit.refStatus(path.row), REF_STATUS_OFF);
+        EXPECT_EQ(unit.tuiifRefState(), 0u);
+
+        unit.toggles(path.raw);
+        unit.ms(9'999);
+        EXPECT_EQ(unit.refStatus(path.row), REF_STATUS_OFF);
+        unit.ms(1);
+        EXPECT_EQ(unit.refStatus(path.row), REF_STATUS_ON);
+        EXPECT_EQ(unit.tuiifRefState(), path.stateBit);
+    }
+}
+
+TEST(Path, ThatComesBackInsideItsHoldOffIsOffAtOnce)
+{
+    for (const Path& path : PATHS) {
+        SCOPED_TRACE(path.name);
+        RefUnit unit;
+        unit.node.rawToggles = path.raw;
+        unit.supervise(path.refType, true, path.froId);
+        unit.toggles(0);
+        unit.ms(path.holdoff_ms - 1);
+        unit.toggles(path.raw);
+        EXPECT_EQ(unit.refStatus(path.row), REF_STATUS_OFF);
+        EXPECT_EQ(unit.tuiifRefState(), 0u);
+        unit.ms(9'999);
+        EXPECT_EQ(unit.refStatus(path.row), REF_STATUS_OFF);
+        unit.ms(1);
+        EXPECT_EQ(unit.refStatus(path.row), REF_STATUS_ON);
+    }
+}
+
+TEST(Path, LostInWaitToRestoreGoesThroughTheHoldOffWithNothingReported)
+{
+    RefUnit unit;
+    unit.supervise(PDH_SDH_REF, true, LINE_FRO);
+    ASSERT_EQ(unit.refStatus(0), REF_STATUS_OFF);
+    unit.toggles(RAW_PDH1);
+    unit.ms(5'000);
+    const std::size_t before = unit.node.mainProcessor().count(KVD_TUIIF_BVQ_STATUS_IND);
+    unit.toggles(0);
+    EXPECT_EQ(unit.row(0).filterType, HO_FILTER);
+    unit.ms(2'499);
+    EXPECT_EQ(unit.node.mainProcessor().count(KVD_TUIIF_BVQ_STATUS_IND), before);
+    EXPECT_EQ(unit.tuiifRefState(), 0u);
+    unit.ms(1);
+    EXPECT_EQ(unit.refStatus(0), REF_STATUS_OFF);
+}
+
+TEST(Path, IsReportedToTheMainProcessor)
+{
+    RefUnit unit;
+    unit.node.rawToggles = RAW_PDH2;
+    unit.supervise(PDH_SDH_REF, true, LINE_FRO + 1);
+    EXPECT_EQ(unit.node.mainProcessor().status().refState, 0x2u);
+    unit.toggles(0);
+    unit.ms(2'499);
+    EXPECT_EQ(unit.node.mainProcessor().status().refState, 0x2u);
+    unit.ms(1);
+    EXPECT_EQ(unit.node.mainProcessor().status().refState, 0u);
+}
+
+TEST(Path, WithoutSupervisionIsLeftAlone)
+{
+    RefUnit unit;
+    unit.toggles(RAW_PDH1);
+    unit.ms(20'000);
+    EXPECT_EQ(unit.refStatus(0), REF_STATUS_UNK);
+    EXPECT_EQ(unit.row(0).filterType, NO_FILTER);
+    EXPECT_EQ(unit.tuiifRefState(), 0u);
+}
+
+TEST(Path, StartsOffWithoutSignalAndSaysSo)
+{
+    RefUnit unit;
+    const std::size_t before = unit.node.mainProcessor().count(KVD_TUIIF_BVQ_STATUS_IND);
+    unit.supervise(PDH_SDH_REF, true, LINE_FRO);
+    EXPECT_EQ(unit.refStatus(0), REF_STATUS_OFF);
+    EXPECT_EQ(unit.row(0).filterType, NO_FILTER);
+    EXPECT_EQ(unit.node.mainProcessor().count(KVD_TUIIF_BVQ_STATUS_IND), before + 1);   // marked as not sent
+    EXPECT_EQ(unit.traces("started supervision of synch ref. #0"), 1u);
+}
+
+TEST(Path, EndOfSupervisionStopsTheFilterAndStoresWithoutSending)
+{
+    for (const Path& path : PATHS) {
+        SCOPED_TRACE(path.name);
+        RefUnit unit;
+        unit.node.rawToggles = path.raw;
+        unit.supervise(path.refType, true, path.froId);
+        unit.toggles(0);                                   // the hold-off runs
+        unit.ms(100);
+        const std::size_t before = unit.node.mainProcessor().count(KVD_TUIIF_BVQ_STATUS_IND);
+        unit.supervise(path.refType, false, path.froId);
+        const RefDesc row = unit.row(path.row);
+        EXPECT_EQ(row.supervisionStatus, 0u);
+        EXPECT_EQ(row.refStatus, REF_STATUS_UNK);
+        EXPECT_EQ(row.filterType, NO_FILTER);
+        EXPECT_EQ(row.filterTimer, 0u);
+        EXPECT_EQ(unit.tuiifRefState(), 0u);
+        EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_refStatusBits), 0u);
+        unit.ms(70'000);
+        EXPECT_EQ(unit.refStatus(path.row), REF_STATUS_UNK);
+        EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_gpsExtToggle), NO_TOGGLE);
+        EXPECT_EQ(unit.node.mainProcessor().count(KVD_TUIIF_BVQ_STATUS_IND), before);
+    }
+}
+
+TEST(Path, WithARefusedTimerKeepsItsStatusUntilTheNextChange)
+{
+    RefUnit unit;
+    unit.node.rawToggles = RAW_PDH1;
+    unit.supervise(PDH_SDH_REF, true, LINE_FRO);
+    unit.node.system().faults().refuseTimers = 1;
+    unit.toggles(0);
+    EXPECT_EQ(unit.traces("1 timer failed to start for ref path #0"), 1u);
+    EXPECT_EQ(unit.row(0).filterType, HO_FILTER);
+    EXPECT_EQ(unit.row(0).filterTimer, 0u);
+    unit.ms(60'000);
+    EXPECT_EQ(unit.refStatus(0), REF_STATUS_ON);
+    unit.toggles(RAW_PDH1);                                // tries again, with a timer this time
+    EXPECT_EQ(unit.refStatus(0), REF_STATUS_OFF);
+    unit.ms(10'000);
+    EXPECT_EQ(unit.refStatus(0), REF_STATUS_ON);
+}
+
+TEST(Path, OfAnUnknownLineIsRefused)
+{
+    RefUnit unit;
+    unit.node.phyPorts().remove(3);                        // a row of the port table is free now
+    unit.ms(1);
+    unit.supervise(PDH_SDH_REF, true, 0xFFFFFFFF);
+    EXPECT_EQ(unit.traces("SyncRefNo out of range =65535. syncPathSupInd ignored"), 1u);
+    for (u32 n = 0; n < REF_ROWS; ++n) EXPECT_EQ(unit.row(n).supervisionStatus, 0u) << n;
+}
+
+TEST(Path, TimeOutsThatFitNoFilterChangeNothing)
+{
+    RefUnit unit;
+    unit.node.rawToggles = RAW_PDH1;
+    unit.supervise(PDH_SDH_REF, true, LINE_FRO);
+    unit.toManager(KvdTurefTimeoutInd{KVD_TUREF_TIMEOUT_IND, 0});
+    EXPECT_EQ(unit.traces("timeOutInd with filterType: NO_FILTER not allowed for synchRefNo 0"), 1u);
+    EXPECT_EQ(unit.refStatus(0), REF_STATUS_ON);
+    unit.toManager(KvdTurefTimeoutInd{KVD_TUREF_TIMEOUT_IND, 11});
+    EXPECT_EQ(unit.refStatus(11), REF_STATUS_UNK);
+    EXPECT_EQ(unit.traces("SyncRefNo out of range"), 0u);
+    unit.toManager(KvdTurefTimeoutInd{KVD_TUREF_TIMEOUT_IND, 12});
+    EXPECT_EQ(unit.traces("SyncRefNo out of range =12. timeOutInd ignored"), 1u);
+    struct Short { SIGSELECT sigNo; };
+    unit.toManager(Short{KVD_TUREF_TIMEOUT_IND});          // no row in it: refused
+    EXPECT_EQ(unit.refStatus(0), REF_STATUS_ON);
+}
+
+TEST(CommonInput, FollowsWhatIsOnIt)
+{
+    struct Step { u32 raw; u32 toggle; u32 regulator; };
+    RefUnit unit;
+    unit.node.rawToggles = RAW_EXT;
+    unit.supervise(TU_REF, true);
+    unit.select(TU_REF);
+    EXPECT_EQ(unit.regulatorRef(), TU_SR_EXT_REF);
+    for (const Step& step : {Step{RAW_1PPS, GPS_TOGGLE, TU_SR_EXT_1PPS_REF},
+                             Step{0, NO_TOGGLE, TU_SR_EXT_1PPS_REF},           // the route stays
+                             Step{RAW_EXT, EXT_TOGGLE, TU_SR_EXT_REF},
+                             Step{RAW_EXT | RAW_PDH1, EXT_TOGGLE, TU_SR_EXT_REF}}) {
+        SCOPED_TRACE(step.raw);
+        unit.toggles(step.raw);
+        EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_gpsExtToggle), step.toggle);
+        EXPECT_EQ(unit.regulatorRef(), step.regulator);
+    }
+    EXPECT_EQ(unit.traces("Unexpected EXT Toggle in state 1 "), 1u);
+}
+
+TEST(CommonInput, HoldOffRemembersThatA1ppsWasThere)
+{
+    RefUnit unit;
+    unit.node.rawToggles = RAW_EXT;
+    unit.supervise(TU_REF, true);
+    unit.toggles(RAW_1PPS);
+    unit.toggles(0);                                       // the machine is in NO_TOGGLE already
+    unit.ms(29'999);
+    EXPECT_EQ(unit.refStatus(5), REF_STATUS_ON);
+    unit.ms(1);
+    EXPECT_EQ(unit.refStatus(5), REF_STATUS_OFF);
+}
+
+TEST(CommonInput, ReceiverCountsOnlyWithItsOwn1pps)
+{
+    RefUnit unit;
+    unit.node.rawToggles = RAW_EXT;
+    unit.supervise(GPS_REF, true);
+    EXPECT_EQ(unit.refStatus(6), REF_STATUS_ON);
+    EXPECT_EQ(unit.tuiifRefState(), 0u);
+    unit.supervise(GPS_REF, true);
+    EXPECT_EQ(unit.traces("reference already supervised"), 1u);
+}
+
+TEST(EthernetPath, IsReportedWhenItsStateChangesOrSupervisionStartsAnew)
+{
+    RefUnit unit;
+    auto& mp = unit.node.mainProcessor();
+    unit.node.rawToggles = RAW_ETHB;
+    unit.supervise(ETHB_REF, true, 21, 7);
+    ASSERT_EQ(mp.count(KVD_TUIIF6_BVQ_REF_STATE_IND), 1u);
+    auto state = *mp.last(KVD_TUIIF6_BVQ_REF_STATE_IND)->as<KvdTuiif6BvqRefStateInd>();
+    EXPECT_EQ(state.froId, 21u);
+    EXPECT_EQ(state.froClassNo, 7u);
+    EXPECT_EQ(state.refState, 9u);                         // its row
+    EXPECT_EQ(state.additionalRefStateInfo, 0x2u);
+    unit.toggles(0);
+    unit.ms(2'500);
+    ASSERT_EQ(mp.count(KVD_TUIIF6_BVQ_REF_STATE_IND), 2u);
+    state = *mp.last(KVD_TUIIF6_BVQ_REF_STATE_IND)->as<KvdTuiif6BvqRefStateInd>();
+    EXPECT_EQ(state.additionalRefStateInfo, 0u);
+    unit.supervise(ETHC_REF, true, 22, 7);                 // no signal: OFF as it stands, told all the same
+    EXPECT_EQ(mp.count(KVD_TUIIF6_BVQ_REF_STATE_IND), 3u);
+    unit.node.rawToggles = RAW_ETHC | RAW_ETHB;
+    unit.supervise(ETHC_REF, false, 22, 7);
+    EXPECT_EQ(mp.count(KVD_TUIIF6_BVQ_REF_STATE_IND), 3u);
+}
+
+TEST(ToggleMonitor, TellsAChangeWithinASecondAndOnlyAChange)
+{
+    RefUnit unit(refConfig(), true);
+    unit.supervise(PDH_SDH_REF, true, LINE_FRO);
+    unit.node.rawToggles = RAW_PDH1;
+    unit.ms(1'000);
+    EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_lastToggleStatus), 0x1u);
+    unit.ms(10'000);
+    EXPECT_EQ(unit.refStatus(0), REF_STATUS_ON);
+    EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_noChangeCounter), 0u);
+    EXPECT_EQ(unit.traces("TI PROCESS Kvd_loz6_turefmon_proc created"), 1u);
+}
+
+TEST(ToggleIndication, ThatChangesNothingIsCounted)
+{
+    RefUnit unit;
+    unit.node.rawToggles = RAW_PDH1;
+    unit.supervise(PDH_SDH_REF, true, LINE_FRO);
+    unit.toggles(RAW_PDH1);
+    unit.toggles(RAW_PDH1);
+    EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_noChangeCounter), 2u);
+    EXPECT_EQ(unit.row(0).filterType, NO_FILTER);
+}
+
+TEST(PeerRestart, ReleasesTheRowsAndSelectsNothing)
+{
+    RefUnit unit;
+    unit.node.rawToggles = RAW_PDH1;
+    unit.supervise(PDH_SDH_REF, true, LINE_FRO);
+    unit.select(PDH_SDH_REF, LINE_FRO);
+    ASSERT_EQ(unit.regulatorRef(), TU_SR_PDH_REF1);
+    unit.toggles(0);
+    unit.node.mainProcessor().restart(100 * ose::MS);
+    unit.ms(2'000);                                        // connected again before the hold-off would end
+    ASSERT_TRUE(unit.node.mainProcessor().connected());
+    EXPECT_EQ(unit.row(0).supervisionStatus, 0u);
+    EXPECT_EQ(unit.row(0).filterTimer, 0u);
+    EXPECT_EQ(unit.refStatus(0), REF_STATUS_UNK);
+    EXPECT_EQ(unit.selectedRef(), NO_REF);
+    EXPECT_EQ(unit.regulatorRef(), TU_SR_NO_REF);
+    EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_isFirstStart), 0u);
+    unit.node.rawToggles = RAW_PDH1;
+    unit.supervise(PDH_SDH_REF, true, LINE_FRO);
+    EXPECT_EQ(unit.refStatus(0), REF_STATUS_ON);
+}
+
+}  // namespace

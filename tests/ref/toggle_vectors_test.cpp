@@ -1,0 +1,105 @@
+// The toggle filter and the common input against check values.
+#include "iif/tuiif_sig.h"
+#include "ref/kvd_ref_int.h"
+#include "ref/kvd_ref_select.h"
+#include "ref_bench.h"
+#include "support/vectors.h"
+
+namespace {
+
+using bench::RefBench;
+using vectors::json;
+
+struct Replay {
+    RefBench bench;
+    u32 hardware = 0;      // toggle word as the hardware stands
+    u32 openBits = 0;      // of refStatusBits: whether an end of supervision takes a row's bits out is open
+
+    void supervise(u32 row, bool on)
+    {
+        RefDesc& desc = KvdLoz6TuRef_row(row);
+        if (on) {
+            // The start step alone: a filter that runs already goes on here.
+            desc.supervisionStatus = 1;
+            KvdLoz6TuRef_startWithStatus(row, hardware);
+            return;
+        }
+        openBits |= KvdLoz6TuRef_toggleMask(row);
+        KvdTuiifSynchPathSupInd off{KVD_TUIIF_SYNCH_PATH_SUP_IND, desc.refType, 0, desc.froId, desc.froClassNo};
+        if (desc.refType != PDH_SDH_REF) return KvdLoz6TuRef_onPathSupervision(&off);
+        KvdLoz6TuRef_lineEnd(row);   // no line is announced here: the port's end ends its row the same way
+    }
+
+    void apply(const json& op)
+    {
+        const std::string name = op[0];
+        const u32 argument = op.size() > 1 ? op[1].get<u32>() : 0;
+        if (name == "advance") return bench.runTo(argument);
+        if (name == "hw" || name == "status") hardware = argument;
+        if (name == "hw") return;
+        bench.inManager([&] {
+            if (name == "supOn") supervise(argument, true);
+            else if (name == "supOff") supervise(argument, false);
+            else if (name == "select") KvdLoz6TuRef_selectSynchRef(static_cast<u8>(argument), 0, 0);
+            else if (name == "status" || name == "ind") KvdLoz6TuRef_filterToggles(hardware);
+            else FAIL() << "unknown step " << name;
+        });
+    }
+
+    void compare(const json& step, bool oneSharedRow)
+    {
+        bench.node.inProgram([&] {
+            const json& timers = step["timers"];
+            for (u32 row = 0; row < REF_ROWS; ++row) {
+                const RefDesc& desc = KvdLoz6TuRef_row(row);
+                EXPECT_EQ(desc.refStatus, step["refStatus"][row].get<u32>()) << "row " << row;
+                EXPECT_EQ(desc.filterType, step["filterType"][row].get<u32>()) << "row " << row;
+                EXPECT_EQ(desc.filterTimer != 0, timers.contains(std::to_string(row))) << "row " << row;
+            }
+            EXPECT_EQ(KvdLoz6TuRef_refStatusBits() & ~openBits, step["refStatusBits"].get<u32>() & ~openBits);
+            EXPECT_EQ(KvdLoz6TuIifAdm_tuiifRefState(), step["tuiifRefState"].get<u32>());
+            EXPECT_EQ(KvdLoz6TuRef_lastToggleStatus(), step["lastToggleStatus"].get<u32>());
+            EXPECT_EQ(KvdLoz6TuRef_noChangeCounter(), step["noChangeCounter"].get<u32>());
+            EXPECT_EQ(KvdLoz6TuRef_gpsExtToggle(), step["gpsExtToggle"].get<u32>());
+            if (oneSharedRow) {
+                EXPECT_EQ(KvdLoz6TuRef_prevGpsToggle(), step["prevGpsToggle"].get<u32>());
+            }
+            return 0;
+        });
+    }
+};
+
+u32 sharedRowsUsed(const json& steps)
+{
+    u32 used = 0;
+    for (u32 row : {5u, 6u, 7u, 11u})
+        for (const json& step : steps)
+            if (step["op"] == json::array({"supOn", row})) {
+                ++used;
+                break;
+            }
+    return used;
+}
+
+TEST(ToggleCheckValues, AreMetAtEveryStep)
+{
+    TU_LOAD_VECTORS(doc, "o03_toggle.json");
+    u32 steps = 0;
+    for (const json& testCase : doc["cases"]) {
+        SCOPED_TRACE(testCase["name"].get<std::string>());
+        Replay replay;
+        replay.bench.firstStart();
+        const bool oneSharedRow = sharedRowsUsed(testCase["steps"]) == 1;
+        for (const json& step : testCase["steps"]) {
+            SCOPED_TRACE(step["op"].dump() + " is step " + std::to_string(steps));
+            replay.apply(step["op"]);
+            replay.compare(step, oneSharedRow);
+            ++steps;
+            if (testing::Test::HasFailure()) return;
+        }
+    }
+    RecordProperty("steps", static_cast<int>(steps));
+    EXPECT_GT(steps, 500u);
+}
+
+}  // namespace

@@ -1,0 +1,287 @@
+// What the regulator answers the main processor, what it tells the other unit and the reports.
+#include "reg/support/measure_bench.h"
+
+#include "reg/kvd_reg_jump.h"
+#include "ref/ref_types.h"
+
+using regtest::MeasureBench;
+
+TEST(NodeTime, CalendarHoldsForEveryDayOfACentury)
+{
+    constexpr int LENGTHS[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    int year = 1980, month = 1, day = 6;         // counted on from day to day
+    for (i64 days = 723186; days < 723186 + 130 * 366; ++days) {
+        const regulator::Date d = regulator::dateOfDays(days);
+        ASSERT_TRUE(d.year == year && d.month == month && d.day == day)
+            << days << " gives " << d.year << "-" << int{d.month} << "-" << int{d.day}
+            << ", wanted " << year << "-" << month << "-" << day;
+        const bool leap = year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+        if (++day > LENGTHS[month - 1] + (leap && month == 2 ? 1 : 0)) day = 1, ++month;
+        if (month > 12) month = 1, ++year;
+    }
+    EXPECT_GE(year, 2109);
+}
+
+TEST(NodeTime, DifferenceToTheFrameNumberStaysInItsRange)
+{
+    struct Case { double delta0_c, delta0_f; i32 diff; };
+    for (const Case& c : std::to_array<Case>({
+             {0.0, 0.0, 0},
+             {0.0, 0.0000004, 0},
+             {0.0, 0.0000005, 1},
+             {1.0, 0.25, 1250000},
+             {-1.0, 0.75, -250000},
+             {20.0, 0.479999, 20479999},
+             {20.0, 0.48, -20480000},
+             {-21.0, 0.52, -20480000},
+             {40.0, 0.96, 0},
+             {4096.0, 0.5, 500000},               // a hundred turns of the frame number
+             {4137.0, 0.0, 40000}})) {
+        const i32 diff = regulator::rntToSfcDiff(c.delta0_c, c.delta0_f);
+        EXPECT_EQ(diff, c.diff) << c.delta0_c << " + " << c.delta0_f;
+    }
+    for (double c = -100000; c < 100000; c += 977) {
+        const i32 diff = regulator::rntToSfcDiff(c, 0.123456);
+        EXPECT_TRUE(diff >= -20480000 && diff < 20480000) << c;
+    }
+}
+
+TEST(NodeTime, AnswersCarryTheTimeOfTheFrame)
+{
+    MeasureBench bench;
+    bench.connect();
+    bench.settle();
+    // Frame 0 was at 2020-02-29 12:00:00; the counter wrapped once since the last sample.
+    bench.dispatch(KVD_TUIIF_SET_SFN_INIT_TIME_IND,
+                   KvdTuiifSetSfnInitTimeInd{0, {2020, 2, 29, 12, 0, 0}});
+    bench.in([] {
+        KvdLoz6TuReg_setOffset(0.0, 0.0);
+        KvdLoz6TuReg_setLastTime(2048.0, 1020.0);
+    });
+    bench.run(7.5);
+    bench.dispatch(KVD_TUIIF_GET_RNT_FOR_SFN_REQ, KvdTuiifGetRntForSfnReq{0, 77, 5});
+    const auto cfm = bench.received<KvdTuiifGetRntForSfnCfm>(KVD_TUIIF_GET_RNT_FOR_SFN_CFM);
+    ASSERT_EQ(cfm.size(), 1u);
+    EXPECT_EQ(cfm[0].clientPid, 77u);
+    EXPECT_EQ(cfm[0].sfn, 750);
+    // 3 x 1024 s + 7.5 s after noon, less the 19 s of the epoch that the count begins with.
+    EXPECT_EQ(cfm[0].year, 2020);
+    EXPECT_EQ(cfm[0].month, 2);
+    EXPECT_EQ(cfm[0].day, 29);
+    EXPECT_EQ(cfm[0].hour, 12);
+    EXPECT_EQ(cfm[0].minute, 51);
+    EXPECT_EQ(cfm[0].second, 0);
+    EXPECT_NEAR(cfm[0].decimalSecond / 4294967296.0, 0.5, 1e-5);
+
+    bench.dispatch(KVD_TUIIF_GET_RNT_TO_SFC_DIFF_REQ, KvdTuiifGetRntToSfcDiffReq{0, 78});
+    const auto diff = bench.received<KvdTuiifGetRntToSfcDiffCfm>(KVD_TUIIF_GET_RNT_TO_SFC_DIFF_CFM);
+    ASSERT_EQ(diff.size(), 1u);
+    EXPECT_EQ(diff[0].clientPid, 78u);
+    EXPECT_EQ(diff[0].diff, 0);
+
+    bench.failRun();
+    bench.dispatch(KVD_TUIIF_GET_RNT_FOR_SFN_REQ, KvdTuiifGetRntForSfnReq{0, 79, 5});
+    const auto rej = bench.received<KvdTuiifGetRntForSfnRej>(KVD_TUIIF_GET_RNT_FOR_SFN_REJ);
+    ASSERT_EQ(rej.size(), 1u);
+    EXPECT_EQ(rej[0].clientPid, 79u);
+    EXPECT_EQ(rej[0].rejectCause, 5u);
+}
+
+TEST(NodeTime, NewDateOfFrameZeroMovesTheOffset)
+{
+    MeasureBench bench;
+    bench.settle();
+    bench.in([] { KvdLoz6TuReg_setOffset(3.0, 0.25); });
+    bench.dispatch(KVD_TUIIF_SET_SFN_INIT_TIME_IND,
+                   KvdTuiifSetSfnInitTimeInd{0, {1980, 1, 6, 0, 1, 19}});
+    EXPECT_EQ(bench.meas().delta0_c, 63.0);
+    EXPECT_EQ(bench.meas().delta0_f, 0.25);
+    bench.in([] { EXPECT_EQ(KvdLoz6TuReg_sfcPtpOffset(), 315964879.0); });
+
+    // A main processor that comes back tells the date again, and may have a new one.
+    bench.in([] { KvdLoz6TuReg_initSfnInitTime({1980, 1, 6, 0, 1, 19}); });
+    EXPECT_EQ(bench.meas().delta0_c, 63.0);
+    bench.in([] { KvdLoz6TuReg_initSfnInitTime({1980, 1, 6, 0, 0, 59}); });
+    EXPECT_EQ(bench.meas().delta0_c, 43.0);
+    // At the program's start there is no offset in use yet.
+    bench.in([] {
+        regulator::state().tuRegInitiateState = TUREG_WARM_UP;
+        KvdLoz6TuReg_initSfnInitTime({2000, 1, 1, 0, 0, 0});
+        EXPECT_EQ(KvdLoz6TuReg_sfcPtpOffset(), 946684800.0);
+    });
+    EXPECT_EQ(bench.meas().delta0_c, 43.0);
+}
+
+TEST(OtherUnit, TimeDataGoesUnlessTheCounterIsMoving)
+{
+    struct Case { const char* what; u8 master; double t_f; double jump; std::size_t sent; };
+    for (const Case& c : std::to_array<Case>({
+             {"master",                        1, 500.0,  0.0, 1},
+             {"master, 1.1 s before the wrap", 1, 1022.9, 0.0, 1},
+             {"master, 0.9 s before the wrap", 1, 1023.1, 0.0, 0},
+             {"master, 0.9 s after the wrap",  1, 0.9,    0.0, 0},
+             {"master, 1.1 s after the wrap",  1, 1.1,    0.0, 1},
+             {"master in a jump",              1, 500.0,  1.0, 0},
+             {"slave near the wrap",           0, 1023.9, 0.0, 1},
+             {"slave in a jump",               0, 500.0,  1.0, 1}})) {
+        SCOPED_TRACE(c.what);
+        MeasureBench bench;
+        bench.connect();
+        bench.settle();
+        bench.run(c.t_f);
+        bench.in([&] {
+            regulator::state().masterSlaveMode = c.master;
+            KvdLoz6TuReg_setJumpIdl1(c.jump);
+            KvdLoz6TuReg_setOffset(-5.0, 0.25);
+            KvdLoz6TuReg_setLastTime(3072.0, 499.0);
+            estimator::state().var.x_est = {1e-6, 2e-9, 0, 0, 0, 0};
+            KvdLoz6TuReg_sendTimeData();
+        });
+        const auto sent = bench.received<KvdTuiif10TimeDataInd>(KVD_TUIIF10_TIME_DATA_IND);
+        ASSERT_EQ(sent.size(), c.sent);
+        if (sent.empty()) continue;
+        EXPECT_EQ(sent[0].data.t_c, 3072.0);
+        EXPECT_EQ(sent[0].data.delta0_c, -5.0);
+        EXPECT_EQ(sent[0].data.delta0_f, 0.25);
+        EXPECT_EQ(sent[0].data.x_est_1, 1e-6);
+        EXPECT_EQ(sent[0].data.x_est_2, 2e-9);
+        EXPECT_EQ(sent[0].data.P_est_1_1, 1e-20);
+        EXPECT_EQ(sent[0].data.regState, FREQLOCKED);
+    }
+}
+
+TEST(OtherUnit, UnreadableCounterDropsTheTimeData)
+{
+    MeasureBench bench;
+    bench.connect();
+    bench.settle();
+    bench.failRun();
+    bench.in([] { KvdLoz6TuReg_sendTimeData(); });
+    EXPECT_EQ(bench.bus.countOf("HALI_readTime failed"), 1u);
+    EXPECT_TRUE(bench.received<KvdTuiif10TimeDataInd>(KVD_TUIIF10_TIME_DATA_IND).empty());
+}
+
+TEST(RegState, ReportGoesToTheClockUnlessALoopReports)
+{
+    struct Case { const char* what; u32 selectedRef; u8 to; u8 reported; };
+    for (const Case& c : std::to_array<Case>({
+             {"a line",                TU_SR_PDH_REF1,   FREQDRIFTING, KVD_TUIIF_FREQUENCY_DRIFTING},
+             {"nothing selected",      TU_SR_NO_REF,     FREQLOCKED,   KVD_TUIIF_FREQUENCY_LOCKED},
+             {"sync link",             TU_SR_GPSOSL_REF, FREQDRIFTING, KVD_TUIIF_UNKNOWN},
+             {"SoCPRI",                TU_SR_SOCPRI_REF, FREQLOCKED,   KVD_TUIIF_UNKNOWN},
+             {"inter-unit link",       TU_SR_IDL1_REF,   FREQLOCKED,   KVD_TUIIF_UNKNOWN},
+             {"inter-unit link 2",     TU_SR_IDL2_REF,   FREQLOCKED,   KVD_TUIIF_UNKNOWN},
+             {"a loop, but warm-up",   TU_SR_GPSOSL_REF, WARMUP,       KVD_TUIIF_WARMUP}})) {
+        SCOPED_TRACE(c.what);
+        MeasureBench bench;
+        bench.settle();
+        bench.in([&] {
+            tuiif::state().savedBvqStatusData.masterSlaveMode = KVD_TUIIF_MASTER_TU;
+            KvdLoz6TuReg_setSelectedRef(c.selectedRef);
+            KvdLoz6TuReg_forceRegState(SYNCH3);
+            KvdLoz6TuReg_setRegState(c.to);
+            EXPECT_EQ(tuiif::state().savedBvqStatusData.lastRegulatorState, c.reported);
+        });
+    }
+}
+
+TEST(RegState, LeavingTimeLockEndsAPendingJump)
+{
+    struct Case { u8 from, to; u32 jumpState; };
+    for (const Case& c : std::to_array<Case>({{TIMELOCKED, FREQLOCKED, JUMP_NOT_NEEDED},
+                                              {TIMELOCKED, TRUETIME, JUMP_NOT_NEEDED},
+                                              {FREQLOCKED, TIMELOCKED, JUMP_NEEDED}})) {
+        MeasureBench bench;
+        bench.settle();
+        bench.in([&] {
+            KvdLoz6TuReg_setJumpState(JUMP_NEEDED);
+            KvdLoz6TuReg_regStateChanged(c.from, c.to);
+            EXPECT_EQ(KvdLoz6TuReg_jumpState(), c.jumpState) << int{c.from} << " to " << int{c.to};
+        });
+    }
+}
+
+TEST(Dispatch, ForeignAndShortSignals)
+{
+    MeasureBench bench;
+    bench.settle();
+    bench.in([] {
+        Signal* sig = ose::alloc(sizeof(Signal), 0x9C6FF);
+        EXPECT_EQ(KvdLoz6TuReg_dispatch(sig), 0);
+        ose::free_buf(&sig);
+    });
+    for (const SIGSELECT sigNo : {KVD_TUIIF10_TIME_DATA_IND, KVD_TUIIF_GET_RNT_TO_SFC_DIFF_REQ,
+                                  KVD_TUIIF_GET_RNT_FOR_SFN_REQ, KVD_TUIIF_SET_SFN_INIT_TIME_IND,
+                                  KVD_TUIIF_SOCPRI_COARSE_TIME_DATA_IND, KVD_TUHWIF_REF_INTERRUPT})
+        bench.dispatch(sigNo);            // the number alone: ours, refused, nothing read beyond it
+    bench.in([] { EXPECT_EQ(regulator::state().receivedTimeDataInd, 0u); });
+}
+
+TEST(Dispatch, TestModeIsOnForOneOnly)
+{
+    MeasureBench bench;
+    bench.settle();
+    for (const u8 on : {1, 2, 1, 0}) {
+        bench.dispatch(KVD_TUIIF_SET_TEST_MODE_IND, KvdTuiifSetTestModeInd{0, on});
+        bench.in([&] { EXPECT_EQ(KvdLoz6TuReg_testMode(), on == 1 ? 1u : 0u); });
+    }
+}
+
+TEST(ReferenceConfiguration, SetsLimitsAndNoiseByReference)
+{
+    struct Case {
+        const char* what;
+        u32 from, to;
+        double f_low, f_high, t_low, t_high, var_F;
+    };
+    constexpr double LEFT = 123.0;                // what stood there before
+    for (const Case& c : std::to_array<Case>({
+             {"GPS",               0,  6,  1.7e-8, 1.7e-8, 5e-7, 1e-5, 0},
+             {"a line",            6,  1,  1.7e-8, 1.7e-8, 5e-7, 1e-5, 0},
+             {"GPS output",        0,  16, 1.7e-9, LEFT,   5e-8, 1e-7, 5e-21},
+             {"sync link",         0,  17, 1.7e-9, 1.7e-8, 5e-8, 1e-7, 5e-21},
+             {"none after GPS",    6,  0,  LEFT,   LEFT,   LEFT, 1e-5, 0},
+             {"none after output", 16, 0,  LEFT,   LEFT,   LEFT, 2e-7, 0}})) {
+        SCOPED_TRACE(c.what);
+        MeasureBench bench;
+        bench.settle();
+        bench.in([&] {
+            KvdLoz6TuReg_setSelectedRef(c.from);
+            ControlStateVar& v = control::state().var;
+            v.f_lim_low = v.f_lim_high = v.t_lim_low = v.t_lim_high = LEFT;
+            estimator::state().var.var_G = estimator::state().var.var_F = LEFT;
+            estimator::state().var.degrd = 4;
+            KvdLoz6TuReg_configRefType(c.to, 7, 4);
+            EXPECT_EQ(v.f_lim_low, c.f_low);
+            EXPECT_EQ(v.f_lim_high, c.f_high);
+            EXPECT_EQ(v.t_lim_low, c.t_low);
+            EXPECT_EQ(v.t_lim_high, c.t_high);
+            EXPECT_EQ(estimator::state().var.var_G, 0.0);
+            EXPECT_EQ(estimator::state().var.var_F, c.var_F);
+            EXPECT_EQ(estimator::state().var.degrd, c.to == 0 ? 4 : 0);
+            EXPECT_EQ(KvdLoz6TuReg_prevSelectedRef(), c.from);
+        });
+    }
+}
+
+TEST(TimeMode, HoldoverKeepsTheModeOfTheReferenceBefore)
+{
+    struct Case { u32 selected, previous; u8 mode; };
+    for (const Case& c : std::to_array<Case>({{6, 1, 3},
+                                              {1, 6, 1},
+                                              {11, 0, 1},
+                                              {0, 6, 3},
+                                              {0, 1, 1},
+                                              {0, 0, 3},
+                                              {0, 18, 3},
+                                              {18, 0, 3},
+                                              {19, 6, 1},
+                                              {0, 19, 1},
+                                              {8, 6, 1},
+                                              {12, 6, 1},
+                                              {13, 1, 3},
+                                              {9, 1, 3},
+                                              {14, 1, 3}}))
+        EXPECT_EQ(regulator::timeMode(c.selected, c.previous), c.mode)
+            << c.selected << " after " << c.previous;
+}

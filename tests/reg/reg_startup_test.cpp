@@ -1,0 +1,318 @@
+// Start of the regulator: which tick leads where, and what stops it.
+#include "reg/support/measure_bench.h"
+
+#include "mgr/kvd_mgr_proc.h"
+#include "ref/ref_types.h"
+
+using regtest::MeasureBench;
+
+namespace {
+
+/// The next fault halts the process; the main processor's death, a second later, ends that.
+void endHaltLater(MeasureBench& bench)
+{
+    bench.world.after(ose::SEC, [&bench] {
+        const KvdTuiifGetRntToSfcDiffReq dead{0x90E02, 0};
+        const PROCESS halted = bench.system.find("call");
+        ASSERT_NE(halted, 0u);
+        bench.system.inject(std::as_bytes(std::span(&dead, 1)), halted, halted);
+    });
+}
+
+constexpr const char* HALTED = "WARNING: LOZ6 HW diagnostic failed, halting process";
+
+void putCalibrationDate(MeasureBench& bench, const char* date)
+{
+    for (u32 i = 0; i < 10; ++i) {
+        u32& word = bench.bus.memory[hwtest::BASE_2B + 0xd8 + (i & ~3u)];
+        const u32 shift = 24 - 8 * (i & 3);
+        word = (word & ~(0xFFu << shift)) | static_cast<u32>(static_cast<u8>(date[i])) << shift;
+    }
+}
+
+}  // namespace
+
+TEST(RegulatorStart, ColdUnitCountsTicksBeforeItMeasures)
+{
+    struct Case { const char* what; u32 selectedRef; u32 from58To120; u32 at121; };
+    for (const Case& c : std::to_array<Case>({
+             {"nothing selected",   TU_SR_NO_REF,       TUREG_INIT,       TUREG_INIT},
+             {"a line",             TU_SR_PDH_REF1,     TUREG_INIT,       TUREG_INIT},
+             {"GPS",                TU_SR_GPS_REF,      TUREG_INIT_NOISY, TUREG_INIT},
+             {"HPTSI",              TU_SR_HPTSI_REF,    TUREG_INIT_NOISY, TUREG_INIT},
+             {"packet time",        TU_SR_PKT_TIME_REF, TUREG_INIT,       TUREG_INIT},
+             {"SoCPRI",             TU_SR_SOCPRI_REF,   TUREG_INIT,       TUREG_INIT}})) {
+        SCOPED_TRACE(c.what);
+        MeasureBench bench;
+        bench.start();
+        bench.select(c.selectedRef);
+        EXPECT_EQ(bench.startUpState(), TUREG_START);
+        bench.tick();
+        EXPECT_EQ(bench.startUpState(), TUREG_WARM_UP);
+        bench.tick();
+        EXPECT_EQ(bench.startUpState(), TUREG_WARM_INITIATED);
+        bench.ticks(55);
+        EXPECT_EQ(bench.startUpState(), TUREG_WARM_INITIATED);   // 56 ticks after the counter began
+        EXPECT_EQ(bench.meas().t_c_last, -1.0) << "a sample reached the filter too early";
+        bench.tick();
+        EXPECT_EQ(bench.startUpState(), c.from58To120);
+        EXPECT_EQ(bench.meas().t_c_last, 0.0);
+        bench.ticks(62);
+        EXPECT_EQ(bench.startUpState(), c.from58To120);
+        bench.tick();
+        EXPECT_EQ(bench.startUpState(), c.at121);
+    }
+}
+
+TEST(RegulatorStart, NoisyPhaseAddsDriftNoiseThatEnds)
+{
+    MeasureBench bench;
+    bench.start();
+    bench.select(TU_SR_GPS_REF);
+    bench.ticks(59);
+    const auto drift = [&] {
+        ose::DataScope scope(*bench.block);
+        return KvdLoz6TuReg_initialFrequencyDrift();
+    };
+    EXPECT_EQ(drift(), 1e-20);
+    bench.ticks(60);                              // tick 119: the counter stands at 118
+    EXPECT_LT(drift(), 1e-28);
+    EXPECT_GT(drift(), 1e-30);
+    bench.ticks(2);
+    EXPECT_EQ(drift(), 0.0);
+}
+
+TEST(RegulatorStart, SlaveStartsColdAndHasNoNoisyPhase)
+{
+    MeasureBench bench;
+    bench.start(0, 0);
+    bench.select(TU_SR_GPS_REF);
+    bench.ticks(2);
+    EXPECT_EQ(bench.bus.countOf("initiate cold done"), 1u);
+    EXPECT_EQ(bench.bus.countOf("Initiate with calib"), 0u);
+    bench.ticks(56);
+    EXPECT_EQ(bench.startUpState(), TUREG_INIT);
+}
+
+TEST(RegulatorStart, TemperatureOutOfLimitsIsWarmingUntilTheUnitWasWarm)
+{
+    MeasureBench bench;
+    bench.start();
+    bench.volts(0.5);
+    bench.ticks(10);
+    EXPECT_EQ(bench.startUpState(), TUREG_START);
+    EXPECT_EQ(bench.regState(), WARMUP);
+    bench.volts(2.0);
+    bench.tick();
+    EXPECT_EQ(bench.startUpState(), TUREG_WARM_UP);
+}
+
+TEST(RegulatorStart, FiveTicksOutOfLimitsAreBorneTheSixthIsNot)
+{
+    struct Case { const char* what; double volts; u8 oscTempState; };
+    for (const Case& c : std::to_array<Case>({{"too cold", 0.5, 2}, {"too hot", 3.5, 3}})) {
+        SCOPED_TRACE(c.what);
+        MeasureBench bench;
+        bench.connect();
+        bench.start();
+        bench.ticks(60);
+        const u8 before = bench.regState();
+        ASSERT_NE(before, WARMUP);
+        bench.volts(c.volts);
+        bench.ticks(5);
+        EXPECT_EQ(bench.regState(), before);
+        EXPECT_NEAR(bench.meas().measRefData.t_s, 2.1, 1e-6)
+            << "the sample didn't reach the filter";
+        bench.tick();
+        EXPECT_EQ(bench.regState(), WARMUP);
+        EXPECT_EQ(bench.startUpState(), TUREG_INIT);
+        bench.volts(2.0);
+        bench.tick();
+        EXPECT_NE(bench.regState(), WARMUP);
+
+        std::vector<u8> states;
+        for (const auto& ind :
+             bench.received<KvdTuiifOscTemperatureStateInd>(KVD_TUIIF_OSC_TEMPERATURE_STATE_IND))
+            states.push_back(ind.oscTempState);
+        EXPECT_EQ(states, (std::vector<u8>{1, c.oscTempState, 1})) << "on change, and only then";
+        EXPECT_EQ(bench.bus.errorLog.size(), 1u);
+    }
+}
+
+TEST(RegulatorStart, LimitsThatCantBeAreReplaced)
+{
+    struct Case { const char* what; u32 min_V, max_V; double volts; u32 state; u32 complaints; };
+    for (const Case& c : std::to_array<Case>({
+             {"no EEPROM, at the lower limit", 0, 0, 1.0,    TUREG_START,   1},
+             {"no EEPROM, just above it",      0, 0, 1.0001, TUREG_WARM_UP, 1},
+             {"no EEPROM, below the upper",    0, 0, 3.0999, TUREG_WARM_UP, 1},
+             {"no EEPROM, above the upper",    0, 0, 3.1001, TUREG_START,   1},
+             {"the wrong way round",           3, 2, 1.5,    TUREG_WARM_UP, 1},
+             {"good ones, below",              2, 3, 1.7999, TUREG_START,   0},
+             {"good ones, above",              2, 3, 1.8001, TUREG_WARM_UP, 0}})) {
+        SCOPED_TRACE(c.what);
+        MeasureBench bench;
+        bench.putOcxo(10000000, c.min_V, c.max_V);
+        bench.volts(c.volts);
+        bench.start();
+        EXPECT_EQ(bench.bus.countOf("turegInit: Temperature limits are not valid."), c.complaints);
+        bench.tick();
+        EXPECT_EQ(bench.startUpState(), c.state);
+    }
+}
+
+TEST(RegulatorStart, SixthFailedTemperatureReadingHalts)
+{
+    MeasureBench bench;
+    bench.connect();
+    bench.start();
+    bench.ticks(60);
+    bench.failTemperature();
+    bench.ticks(5);
+    bench.volts(2.0);
+    bench.tick();
+    bench.failTemperature();
+    bench.ticks(5);                               // a good one in between starts the count anew
+    EXPECT_EQ(bench.bus.countOf(HALTED), 0u);
+    endHaltLater(bench);
+    bench.tick();
+    EXPECT_EQ(bench.bus.countOf("Can not read OCXO temperature"), 1u);
+    EXPECT_EQ(bench.bus.countOf(HALTED), 1u);
+    ASSERT_EQ(bench.bus.errorLog.size(), 1u);
+    EXPECT_EQ(bench.bus.errorLog[0].substr(0, 3), "MCM");
+}
+
+TEST(RegulatorStart, OscillatorWithoutNominalFrequencyHalts)
+{
+    MeasureBench bench;
+    bench.putOcxo(0, 1, 3);
+    bench.start();
+    bench.tick();
+    endHaltLater(bench);
+    bench.tick();
+    EXPECT_EQ(bench.bus.countOf(HALTED), 1u);
+    ASSERT_EQ(bench.bus.errorLog.size(), 1u);
+    EXPECT_EQ(bench.bus.errorLog[0].substr(0, 3), "MCP");
+    EXPECT_EQ(bench.startUpState(), TUREG_WARM_UP);
+}
+
+TEST(RegulatorStart, WaitsForTheClockOfTheNodeUpToAMinute)
+{
+    MeasureBench bench;
+    bench.bus.now = {1, 0};
+    bench.start();
+    bench.ticks(3);
+    EXPECT_EQ(bench.startUpState(), TUREG_WARM_UP);
+    EXPECT_EQ(bench.bus.countOf("Initiate with calib failed, no systime"), 2u);
+    bench.bus.now = {60, 999999};
+    bench.tick();
+    EXPECT_EQ(bench.startUpState(), TUREG_WARM_UP);
+    bench.bus.now = {61, 0};
+    bench.tick();
+    EXPECT_EQ(bench.startUpState(), TUREG_WARM_INITIATED);
+    EXPECT_EQ(bench.bus.countOf("initiate cold done"), 1u);
+}
+
+TEST(RegulatorStart, CalibrationGivesTheBetterStart)
+{
+    struct Case { const char* what; const char* date; double variance; bool forcedLock; };
+    for (const Case& c : std::to_array<Case>({
+             {"half a year old", "2023-05-15", 2.7777777777777778e-16, true},
+             {"two years old",   "2021-11-14", 1e-12, false}})) {
+        SCOPED_TRACE(c.what);
+        MeasureBench bench;                       // the node's calendar: 2023-11-14
+        putCalibrationDate(bench, c.date);
+        bench.start();
+        bench.ticks(2);
+        ose::DataScope scope(*bench.block);
+        const Mat6& P = KvdLoz6TuReg_estimateStateVar().P_est;
+        EXPECT_NEAR(P[7], c.variance, c.variance * 1e-12);
+        EXPECT_EQ(P[0], 1048576.0 / 12.0);
+        EXPECT_EQ(P[28], 5.624999999999999e-20);
+        EXPECT_EQ(KvdLoz6TuIifAdm_forceLockedTimerRuns(), c.forcedLock);
+        EXPECT_EQ(bench.bus.countOf("initiate with calibration done"), c.forcedLock ? 1u : 0u);
+    }
+}
+
+TEST(RegulatorStart, RefusedTimersAreToldAndTheStartGoesOn)
+{
+    MeasureBench bench;
+    bench.system.faults().refuseTimers = 2;
+    bench.start();
+    EXPECT_EQ(bench.bus.countOf("Read Temp Tmo request failed!"), 1u);
+    EXPECT_EQ(bench.bus.countOf("Warmup Tmo did not start."), 1u);
+    EXPECT_EQ(bench.bus.countOf("KvdLoz6TuReg_initiate: finished"), 1u);
+    bench.start();
+    bench.start();
+    EXPECT_EQ(bench.bus.countOf("Warmup Tmo already started."), 1u);
+}
+
+TEST(RegulatorRoles, SlaveThatDoesntKnowTheTimeStartsAnewAsMaster)
+{
+    MeasureBench bench;
+    bench.start(0, 0);
+    bench.ticks(60);
+    bench.in([] { KvdLoz6TuReg_setMaster(FREQUENCY_LOCKING); });
+    EXPECT_EQ(bench.bus.countOf("Initiate all values again and enable BBclock"), 1u);
+    EXPECT_EQ(bench.startUpState(), TUREG_START);
+    EXPECT_EQ(bench.regState(), UNKNOWN);
+}
+
+TEST(RegulatorRoles, SlaveThatKnowsTheTimeMergesTheOtherUnit)
+{
+    struct Case { const char* what; u8 other; double t_mod; double delta0_c; };
+    for (const Case& c : std::to_array<Case>({
+             {"the other knew it too", TIMELOCKED, 4294967296.0, 7.0},
+             {"the other did not",     FREQLOCKED, 0.0,          0.0}})) {
+        SCOPED_TRACE(c.what);
+        MeasureBench bench;
+        bench.settle();
+        bench.in([] {
+            regulator::state().masterSlaveMode = 0;
+            KvdLoz6TuReg_forceRegState(TIMELOCKED);
+            KvdLoz6TuReg_setOffset(7.0, 0.5);
+            estimator::state().var.x_est = {3e-6, 2e-9, 0, 0, 0, 0};
+            estimator::state().var.slaveR = 4e-18;
+        });
+        KvdTuiif10TimeDataInd other{};
+        other.data.x_est_1 = 1e-6, other.data.x_est_2 = 5e-10, other.data.P_est_1_1 = 6e-18;
+        other.data.regState = c.other;
+        bench.dispatch(KVD_TUIIF10_TIME_DATA_IND, other);
+        bench.in([] { KvdLoz6TuReg_setMaster(ABSOLUTE_TIME_LOCKING); });
+
+        EXPECT_EQ(bench.meas().t_mod_old, c.t_mod);
+        EXPECT_EQ(bench.meas().delta0_c, c.delta0_c);
+        ose::DataScope scope(*bench.block);
+        EXPECT_EQ(KvdLoz6TuReg_isMaster(), 1);
+        EXPECT_EQ(KvdLoz6TuReg_regState(), UNKNOWN);
+        const EstimateStateVar& e = KvdLoz6TuReg_estimateStateVar();
+        EXPECT_NEAR(e.x_est[0], 4e-6, 1e-20);
+        EXPECT_NEAR(e.x_est[1], 2.5e-9, 1e-23);
+        EXPECT_NEAR(e.P_est[7], 1e-20 + 6e-18 + 4e-18, 1e-30);
+        EXPECT_EQ(regulator::state().otherLoz6Data.x_est_1, -3e-6);
+        EXPECT_EQ(regulator::state().otherLoz6Data.x_est_2, -2e-9);
+        EXPECT_EQ(regulator::state().otherLoz6Data.regState, TIMELOCKED);
+    }
+}
+
+TEST(RegulatorRoles, RestartOfTheLoopTakesTheDividerAsItRuns)
+{
+    MeasureBench bench;
+    bench.settle();
+    bench.in([] {
+        tuHwIf_writeNominalDivisor(705);
+        tuHwIf_writeDeltaSigmaM(800000000);
+        tuHwIf_writeDeltaSigmaK(80000000);
+        KvdLoz6TuReg_setOffset(7.0, 0.5);
+        KvdLoz6TuReg_setMod(4294967296.0);
+        regulator::state().vTmin = 1.0, regulator::state().vTmax = 3.0;
+        KvdLoz6TuReg_initiateFromPllNow();        // 2.0 V, the middle
+    });
+    EXPECT_EQ(bench.meas().delta0_c, 7.0);
+    ose::DataScope scope(*bench.block);
+    EXPECT_NEAR(KvdLoz6TuReg_Div(), 706.1, 1e-9);
+    const EstimateStateVar& e = KvdLoz6TuReg_estimateStateVar();
+    EXPECT_EQ(e.P_est[7], 2.7777777777777778e-18);
+    EXPECT_EQ(e.T, 0.0);
+    EXPECT_NEAR(e.b, -1 / 706.1, 1e-15);
+}

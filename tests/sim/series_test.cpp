@@ -1,0 +1,165 @@
+// Recorded series: what is read, what is refused and with which words.
+#include "sim/clock/series.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <array>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using sim::SeriesKind;
+
+/// A file that goes with its test.
+struct File {
+    std::string path;
+
+    File(const std::string& name, const std::string& content)
+        : path(testing::TempDir() + "series_" + std::to_string(::getpid()) + "_" + name)
+    {
+        std::ofstream(path, std::ios::binary) << content;
+    }
+    ~File() { std::filesystem::remove(path); }
+};
+
+void compress(const std::string& path, const std::string& content)
+{
+    gzFile out = gzopen(path.c_str(), "wb");
+    gzwrite(out, content.data(), static_cast<unsigned>(content.size()));
+    gzclose(out);
+}
+
+std::string errorOf(const std::string& path, std::size_t column = 0)
+{
+    try {
+        sim::readSeries(path, column);
+    } catch (const sim::SeriesError& error) {
+        return error.what();
+    }
+    return "";
+}
+
+TEST(Series, ReadsOneNumberALine)
+{
+    struct Case { const char* what; const char* content; std::size_t column; std::vector<double> values; };
+    for (const Case& c : std::vector<Case>{
+             {"plain", "1\n2.5\n-3e-9\n", 0, {1.0, 2.5, -3e-9}},
+             {"no end of line", "1\n2", 0, {1.0, 2.0}},
+             {"comments and empty lines", "# unit: s\n\n  # more\n1\n\r\n2\n", 0, {1.0, 2.0}},
+             {"carriage returns", "1\r\n2\r\n", 0, {1.0, 2.0}},
+             {"signs and long exponents", "+2.76845904E-007\n -1E+002\n", 0, {2.76845904e-7, -100.0}},
+             {"first of a comma list", "1,10\n2,20\n", 0, {1.0, 2.0}},
+             {"second of a comma list", "1,10\n2, 20\n", 1, {10.0, 20.0}},
+             {"third of blanks and tabs", "a 1\t10 x\nb 2 \t 20 y\n", 2, {10.0, 20.0}},
+             {"semicolons", "1;2;3\n", 2, {3.0}},
+             {"blanks behind", "1  \n", 0, {1.0}}}) {
+        SCOPED_TRACE(c.what);
+        const File file("good", c.content);
+        EXPECT_EQ(sim::readSeries(file.path, c.column), c.values);
+        compress(file.path, c.content);
+        EXPECT_EQ(sim::readSeries(file.path, c.column), c.values);
+    }
+}
+
+TEST(Series, RefusesABadLineWithFileLineAndReason)
+{
+    struct Case { const char* what; std::string content; std::size_t column; const char* error; };
+    for (const Case& c : std::vector<Case>{
+             {"word", "1\n2\nabc\n4\n", 0, ":3: 'abc' isn't a number"},
+             {"number with a tail", "# head\n1.5x\n", 0, ":2: '1.5x' isn't a number"},
+             {"not finite", "1\nnan\n", 0, ":2: the number isn't finite"},
+             {"too large", "1e999\n", 0, ":1: the number isn't finite"},
+             {"missing column", "1,2\n3\n", 1, ":2: no field 1"},
+             {"long line", "1\n" + std::string(5000, '7') + "\n", 0, ":2: the line is too long"},
+             {"zero byte", std::string("1\n2\0003\n4\n", 8), 0, ":2: a zero byte: the file is no text"},
+             {"zero byte first", std::string("\0\n", 2), 0, ":1: a zero byte: the file is no text"},
+             {"empty", "", 0, ": no number in the file"},
+             {"comments only", "# nothing\n\n", 0, ": no number in the file"}}) {
+        SCOPED_TRACE(c.what);
+        const File file("bad", c.content);
+        EXPECT_EQ(errorOf(file.path, c.column), file.path + c.error);
+    }
+    EXPECT_EQ(errorOf("/nowhere/at/all.txt"), "/nowhere/at/all.txt: the file can't be opened");
+}
+
+TEST(Series, RefusesABrokenArchive)
+{
+    File file("cut", "");
+    std::string lines;
+    for (int i = 0; i < 5000; ++i) lines += std::to_string(i * i % 7919) + "\n";
+    compress(file.path, lines);
+    EXPECT_EQ(sim::readSeries(file.path).size(), 5000u);
+    std::filesystem::resize_file(file.path, std::filesystem::file_size(file.path) / 2);
+    const std::string error = errorOf(file.path);
+    EXPECT_NE(error.find("the compressed file is broken"), std::string::npos) << error;
+}
+
+TEST(Series, RunsBackAtItsEndSoThatNothingJumps)
+{
+    const sim::EndlessSeries three({1.0, 2.0, 3.0});
+    for (u64 i = 0; const double value : {1.0, 2.0, 3.0, 2.0, 1.0, 2.0, 3.0, 2.0, 1.0}) EXPECT_EQ(three.at(i++), value);
+    EXPECT_EQ(three.at(4'000'000'000'000), 1.0);
+    EXPECT_EQ(sim::EndlessSeries({7.0}).at(123), 7.0);
+    EXPECT_TRUE(sim::EndlessSeries().empty());
+    EXPECT_TRUE(sim::EndlessSeries(std::vector<double>{}).empty());
+}
+
+TEST(Series, TurnsPhasesAndFrequenciesIntoEachOther)
+{
+    struct Case { const char* what; SeriesKind kind; double interval_s;
+                  std::vector<double> values, phase, frequency; };
+    for (const Case& c : std::vector<Case>{
+             {"phase", SeriesKind::Phase, 2.0, {5e-9, 9e-9, 3e-9}, {0.0, 4e-9, -2e-9}, {2e-9, -3e-9}},
+             {"one phase", SeriesKind::Phase, 1.0, {5e-9}, {0.0}, {0.0}},
+             {"frequency", SeriesKind::Frequency, 2.0, {1e-9, -3e-9}, {2e-9, -4e-9}, {1e-9, -3e-9}},
+             {"Hz", SeriesKind::FrequencyHz, 1.0, {10'000'000.125}, {1.25e-8}, {1.25e-8}}}) {
+        SCOPED_TRACE(c.what);
+        const auto expectNear = [](const std::vector<double>& a, const std::vector<double>& b) {
+            ASSERT_EQ(a.size(), b.size());
+            for (std::size_t i = 0; i < a.size(); ++i) EXPECT_NEAR(a[i], b[i], 1e-20);
+        };
+        expectNear(sim::asPhase(c.values, c.kind, c.interval_s), c.phase);
+        expectNear(sim::asFrequency(c.values, c.kind, c.interval_s), c.frequency);
+    }
+}
+
+/// Folder of measured records beside the source tree, "" when it isn't there.
+std::string recordFolder()
+{
+    if (const char* given = std::getenv("TU_RECORDS")) return given;
+    for (std::filesystem::path p = std::filesystem::path(__FILE__).parent_path(); p != p.parent_path(); p = p.parent_path())
+        if (std::filesystem::exists(p / "shared/data/clocks")) return (p / "shared/data/clocks").string();
+    return "";
+}
+
+TEST(Series, ReadsMeasuredRecords)
+{
+    const std::string folder = recordFolder();
+    if (folder.empty()) GTEST_SKIP() << "no folder of measured records";
+    struct Case { const char* file; std::size_t column, count; double mean, tolerance; };
+    for (const Case& c : std::to_array<Case>({
+             {"ocxo_10mhz_vs_hmaser_part1.txt.gz", 0, 13'321, 10'000'000.125509, 1e-6},
+             {"gps_1pps_vs_hmaser_part1.txt.gz", 0, 172'800, 2.7627e-7, 1e-11},
+             {"cs5071a_1pps_vs_hmaser_part1.txt.gz", 0, 371'520, 7.9609e-7, 1e-11},
+             {"tic_53230a_noise_floor.txt.gz", 0, 55'688, 1.01246e-8, 1e-13}})) {
+        SCOPED_TRACE(c.file);
+        const std::vector<double> values = sim::readSeries(folder + "/" + c.file, c.column);
+        ASSERT_EQ(values.size(), c.count);
+        double sum = 0.0;
+        for (const double v : values) sum += v - values[0];
+        EXPECT_NEAR(values[0] + sum / static_cast<double>(c.count), c.mean, c.tolerance);
+    }
+    // The third column begins at line 1263 only.
+    const std::string tcxo = folder + "/tcxo_vs_gnss_receiver.txt.gz";
+    EXPECT_EQ(errorOf(tcxo, 2), tcxo + ":1: no field 2");
+    EXPECT_EQ(sim::readSeries(tcxo, 1).size(), 121'788u);
+}
+
+}  // namespace

@@ -1,0 +1,54 @@
+// unit_bench.h - A whole timing unit in its simulated node, for tests that look from outside.
+// Any misuse of the kernel fails the test.
+#pragma once
+#include "ose/world.h"
+#include "sim/node/node.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace bench {
+
+inline void failOnMisuse(ose::World& world)
+{
+    world.onMisuse([](const ose::Misuse& misuse) { ADD_FAILURE() << "kernel misuse: " << misuse.text(); });
+}
+
+/// A unit that isn't powered yet.
+struct Unit {
+    ose::World world{1};
+    sim::Node node;
+
+    explicit Unit(const sim::NodeConfig& config = {}) : node(world, config) { failOnMisuse(world); }
+
+    void run(double seconds)
+    {
+        world.runFor(static_cast<ose::Time>(seconds * static_cast<double>(ose::SEC)));
+    }
+    bool traced(const std::string& text) const { return const_cast<Unit*>(this)->node.traces().has(text); }
+    std::size_t traces(const std::string& text) { return node.traces().count({text}); }
+
+    /// A process beside the unit that sends one signal to the manager and keeps what comes back.
+    template <typename T>
+    PROCESS sendFrom(const std::string& name, const T& layout)
+    {
+        const PROCESS from = node.system().spawn(name, 20, [] {
+            for (;;) {
+                Signal* sig = ose::receive(ose::ANY_SIGNAL);
+                ose::free_buf(&sig);
+            }
+        });
+        node.system().inject(std::as_bytes(std::span<const T, 1>(&layout, 1)), manager(), from);
+        return from;
+    }
+    PROCESS manager() { return node.system().find("Kvd_loz6_tumgr_proc"); }
+
+    int command(const std::string& line, std::string& output)
+    {
+        output.clear();
+        return node.shell().run(line, output);
+    }
+};
+
+}  // namespace bench
