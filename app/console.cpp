@@ -40,6 +40,14 @@ std::vector<std::string> sectionsOf(const std::string& usage)
     return words;
 }
 
+/// First line of a help text, cut to fit beside its command.
+std::string firstLine(const std::string& help)
+{
+    constexpr std::size_t ROOM = 70;
+    const std::string line = help.substr(0, help.find('\n'));
+    return line.size() <= ROOM ? line : line.substr(0, ROOM - 3) + "...";
+}
+
 char* nextCompletion(const char* text, int state)
 {
     static std::size_t at;
@@ -193,10 +201,8 @@ void Console::help(const std::string& name)
         std::string out;
         for (const node::ShellCommand& c : nodes_[unit_]->shell().commands()) {
             if (name.empty()) {
-                std::string first = c.help;
-                first = first.substr(0, first.find('\n'));
-                char row[160];
-                std::snprintf(row, sizeof row, "  %-18s %s\n", c.name, first.c_str());
+                char row[96];
+                std::snprintf(row, sizeof row, "  %-18s %s\n", c.name, firstLine(c.help).c_str());
                 out += row;
             } else if (name == c.name) {
                 out += "usage: " + std::string(c.usage) + "\n" + c.help + "\n";

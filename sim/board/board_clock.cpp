@@ -132,14 +132,10 @@ u32 Board::packIncrements(const CounterTriple& c) const
     return config_.type == 1 ? c.inc : c.inc << 1 | c.half;
 }
 
-/// The selected reference's edge is here; on the common input it takes its time to the latch.
+/// The selected reference's edge has reached the latch.
 void Board::latch()
 {
-    const std::optional<ReferenceInput> input = selectedInput();
-    const bool common = input == ReferenceInput::Pps || input == ReferenceInput::ExternalFrequency;
-    const double delay = config_.latchDelay_ns * 1e-9 * INCREMENTS_PER_SECOND;
-    const i128 late = common ? static_cast<i128>(delay * static_cast<double>(PHASE_ONE)) : 0;
-    latched_ = withFaults(triple(phase() + late), faults.latchMfn, faults.latchInc);
+    latched_ = withFaults(triple(phase()), faults.latchMfn, faults.latchInc);
     latchValid_ = true;
 }
 

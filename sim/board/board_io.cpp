@@ -194,7 +194,10 @@ void Board::armEdge()
     if (source == nullptr) return;
     const ose::Time edge = source->nextEdge(world_.now());
     if (edge < 0) return;
-    edgeEvent_ = world_.at(edge, [this] {
+    // The common input's edge takes its way from the connector to the latch.
+    const bool common = *input == ReferenceInput::Pps || *input == ReferenceInput::ExternalFrequency;
+    const ose::Time way = common ? static_cast<ose::Time>(config_.latchDelay_ns * 1e3) : 0;
+    edgeEvent_ = world_.at(edge + way, [this] {
         edgeEvent_ = 0;
         latch();
         armEdge();

@@ -217,7 +217,8 @@ using KvdTuiifUnsubscribePmReq = KvdTuiifSubscribePmCfm;
 using KvdTuiifUnsubscribePmCfm = KvdTuiifSubscribePmCfm;
 using KvdTuiifGetCurrentPmReq = KvdTuiifSubscribePmCfm;
 
-/// noOfPmAttr values (i32) follow from offset 20; the buffer has noOfPmAttr * 4 + 60 bytes.
+/// pmAttrList, noOfPmAttr values (i32), follows from offset 20; the buffer has noOfPmAttr * 4 + 60
+/// bytes.
 struct KvdTuiifGetCurrentPmCfm {
     SIGSELECT sigNo;
     u32 froType, froId;

@@ -1,4 +1,4 @@
-// kvd_reg_measure.h - Measurement core: from latched counters to the record that the estimator takes.
+// kvd_reg_measure.h - Measurement core: from latched counters to the record of the estimator.
 // Owner   the manager process; only kvd_reg_measure*.cpp write `measStateVar`.
 // Units   seconds; coarse times in whole multiples of 1024, fine times from 0 up to 1024.
 // Errors  a failed measurement is dropped with a trace.
@@ -74,14 +74,15 @@ struct MeasInitiation {
 };
 void KvdLoz6TuReg_measInitiate(const MeasInitiation& values);
 
-/// Serves KVD_TUHWIF_REF_INTERRUPT's pending bits; dropped unless start-up is in its last two states.
+/// Serves KVD_TUHWIF_REF_INTERRUPT's pending bits; dropped before start-up's last two states.
 void KvdLoz6TuReg_handleInterrupt(u32 pending);
 void KvdLoz6TuReg_handleConfigRefType(u32 refType, u32 froId);
 /// 1 when the latched edge may be used, 0 when it was discarded.
 int  KvdLoz6TuReg_handleRefClkInt(LatchedEdge& edge);
 /// 1 on success; moves t_c_last and t_f_last.
 int  KvdLoz6TuReg_calcSampleTimeInterval(double& t_s);
-void KvdLoz6TuReg_calcZ(double t_mod, const double time[2], const double timeRef[2], double& z, TimePair& zPair, double& phase);
+void KvdLoz6TuReg_calcZ(double t_mod, const double time[2], const double timeRef[2], double& z,
+                        TimePair& zPair, double& phase);
 void KvdLoz6TuReg_measUpdate(u32 z_i, double z, double t_s, double phase);
 /// Takes a step of a line reference into the offset and keeps the estimator from it.
 void KvdLoz6TuReg_signalBreakCheck(u32 z_i, double z, const TimePair& zPair);

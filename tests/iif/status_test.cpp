@@ -105,7 +105,6 @@ TEST(ClockStatus, OfAnotherStateEndsAWaitingJump)
         b.select(TU_REF);
         b.select(GPS_REF);
         b.in([] { KvdLoz6TuReg_setJumpState(JUMP_NEEDED); });
-        if (b.look(KvdLoz6TuReg_jumpState) != JUMP_NEEDED) GTEST_SKIP() << "planned steps aren't in this load";
         b.update(clock);
         EXPECT_EQ(b.look(KvdLoz6TuReg_jumpState), clock == 8 ? JUMP_NEEDED : JUMP_NOT_NEEDED);
     }

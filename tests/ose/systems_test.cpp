@@ -3,6 +3,7 @@
 
 #include "ose/module_data.h"
 
+#include <atomic>
 #include <stdexcept>
 #include <thread>
 
@@ -151,7 +152,7 @@ TEST_F(Linked, AKillDoesNotCrossTheLink)
 
 // ---- module data --------------------------------------------------------------------------------
 
-int built = 0, destroyed = 0;
+std::atomic<int> built{0}, destroyed{0};   // worlds may run in parallel
 
 struct State {
     State() { ++built; }

@@ -97,11 +97,12 @@ TEST(Sample, LatchThatCantBeReadCountsNothing)
 TEST(Sample, OneEdgeInEightOfALineIsMeasured)
 {
     struct Case { const char* what; u32 selected; u32 z_i; double afterSeven, afterEight; };
-    for (const Case& c : std::to_array<Case>({{"PDH 2", TU_SR_PDH_REF2, Z_PDH_REF2, 10000, 10001},
-                                              {"SDH", TU_SR_SDH_REF, Z_SDH_REF, 10000, 10001},
-                                              {"external", TU_SR_EXT_REF, Z_EXT_REF, 0, 1},
-                                              {"Ethernet", TU_ETH_REF, Z_ETH_REF, 10000, 10001},
-                                              {"1PPS", TU_SR_EXT_1PPS_REF, Z_EXT_1PPS_REF, 7, 8}})) {
+    for (const Case& c : std::to_array<Case>({
+             {"PDH 2",    TU_SR_PDH_REF2,     Z_PDH_REF2,     10000, 10001},
+             {"SDH",      TU_SR_SDH_REF,      Z_SDH_REF,      10000, 10001},
+             {"external", TU_SR_EXT_REF,      Z_EXT_REF,      0,     1},
+             {"Ethernet", TU_ETH_REF,         Z_ETH_REF,      10000, 10001},
+             {"1PPS",     TU_SR_EXT_1PPS_REF, Z_EXT_1PPS_REF, 7,     8}})) {
         SCOPED_TRACE(c.what);
         MeasureBench bench;
         bench.settle();
@@ -148,10 +149,11 @@ TEST(Sample, LatchBeforeTheWrapReadAfterIt)
 TEST(Sample, LateHandlingIsDroppedAndItsTimeCounted)
 {
     struct Case { const char* what; double latched, lag; bool used; };
-    for (const Case& c : std::to_array<Case>({{"just in time", 300.0, 0.09999, true},
-                                              {"just too late", 300.0, 0.10001, false},
-                                              {"in time across the wrap", 1023.95, 0.09999, true},
-                                              {"too late across the wrap", 1023.95, 0.10001, false}})) {
+    for (const Case& c : std::to_array<Case>({
+             {"just in time",             300.0,   0.09999, true},
+             {"just too late",            300.0,   0.10001, false},
+             {"in time across the wrap",  1023.95, 0.09999, true},
+             {"too late across the wrap", 1023.95, 0.10001, false}})) {
         SCOPED_TRACE(c.what);
         MeasureBench bench;
         bench.settle();

@@ -165,13 +165,13 @@ TEST(RegState, ReportGoesToTheClockUnlessALoopReports)
 {
     struct Case { const char* what; u32 selectedRef; u8 to; u8 reported; };
     for (const Case& c : std::to_array<Case>({
-             {"a line",                TU_SR_PDH_REF1,   FREQDRIFTING, KVD_TUIIF_FREQUENCY_DRIFTING},
-             {"nothing selected",      TU_SR_NO_REF,     FREQLOCKED,   KVD_TUIIF_FREQUENCY_LOCKED},
-             {"sync link",             TU_SR_GPSOSL_REF, FREQDRIFTING, KVD_TUIIF_UNKNOWN},
-             {"SoCPRI",                TU_SR_SOCPRI_REF, FREQLOCKED,   KVD_TUIIF_UNKNOWN},
-             {"inter-unit link",       TU_SR_IDL1_REF,   FREQLOCKED,   KVD_TUIIF_UNKNOWN},
-             {"inter-unit link 2",     TU_SR_IDL2_REF,   FREQLOCKED,   KVD_TUIIF_UNKNOWN},
-             {"a loop, but warm-up",   TU_SR_GPSOSL_REF, WARMUP,       KVD_TUIIF_WARMUP}})) {
+             {"a line",              TU_SR_PDH_REF1,   FREQDRIFTING, KVD_TUIIF_FREQUENCY_DRIFTING},
+             {"nothing selected",    TU_SR_NO_REF,     FREQLOCKED,   KVD_TUIIF_FREQUENCY_LOCKED},
+             {"sync link",           TU_SR_GPSOSL_REF, FREQDRIFTING, KVD_TUIIF_UNKNOWN},
+             {"SoCPRI",              TU_SR_SOCPRI_REF, FREQLOCKED,   KVD_TUIIF_UNKNOWN},
+             {"inter-unit link",     TU_SR_IDL1_REF,   FREQLOCKED,   KVD_TUIIF_UNKNOWN},
+             {"inter-unit link 2",   TU_SR_IDL2_REF,   FREQLOCKED,   KVD_TUIIF_UNKNOWN},
+             {"a loop, but warm-up", TU_SR_GPSOSL_REF, WARMUP,       KVD_TUIIF_WARMUP}})) {
         SCOPED_TRACE(c.what);
         MeasureBench bench;
         bench.settle();

@@ -130,19 +130,22 @@ TEST(Series, TurnsPhasesAndFrequenciesIntoEachOther)
     }
 }
 
-/// Folder of measured records beside the source tree, "" when it isn't there.
+/// Folder of measured records: $TU_RECORDS, else "shared/data/clocks" in a folder above this source.
 std::string recordFolder()
 {
+    namespace fs = std::filesystem;
     if (const char* given = std::getenv("TU_RECORDS")) return given;
-    for (std::filesystem::path p = std::filesystem::path(__FILE__).parent_path(); p != p.parent_path(); p = p.parent_path())
-        if (std::filesystem::exists(p / "shared/data/clocks")) return (p / "shared/data/clocks").string();
-    return "";
+    std::error_code ignored;
+    for (fs::path at = fs::absolute(__FILE__).parent_path();; at = at.parent_path()) {
+        if (fs::is_directory(at / "shared/data/clocks", ignored)) return at / "shared/data/clocks";
+        if (at == at.parent_path()) return "";
+    }
 }
 
 TEST(Series, ReadsMeasuredRecords)
 {
     const std::string folder = recordFolder();
-    if (folder.empty()) GTEST_SKIP() << "no folder of measured records";
+    if (folder.empty()) GTEST_SKIP() << "no measured records (set TU_RECORDS to their folder)";
     struct Case { const char* file; std::size_t column, count; double mean, tolerance; };
     for (const Case& c : std::to_array<Case>({
              {"ocxo_10mhz_vs_hmaser_part1.txt.gz", 0, 13'321, 10'000'000.125509, 1e-6},

@@ -1,5 +1,6 @@
 // measure_bench.h - The program's code on plain registers, for the measurement core and the
-// regulator's start: counters, latch and temperature are put into their words, signals are dispatched by hand.
+// regulator's start: counters, latch and temperature are put into their words, signals are
+// dispatched by hand.
 #pragma once
 #include "hw/fake_bus.h"
 #include "hw/hwif_sig.h"
