@@ -3,7 +3,8 @@
 namespace sim {
 
 Board::Board(ose::World& world, const BoardConfig& config)
-    : world_(world), config_(config), oscillator_(config.oscillator, config.seed, config.name + ".ocxo"),
+    : world_(world), config_(config),
+      oscillator_(config.oscillator, config.seed, config.name + ".ocxo"),
       temperature_(config.temperature)
 {
     constexpr std::size_t MOST_WORDS = 256;
@@ -28,7 +29,7 @@ Board::~Board()
     }
 }
 
-// ---- power ------------------------------------------------------------------------------------------------
+// ---- power --------------------------------------------------------------------------------------
 
 void Board::powerOn(bool coldOven)
 {
@@ -38,7 +39,8 @@ void Board::powerOn(bool coldOven)
         temperature_.coldStart(world_.now());
         oscillator_.coldStart(world_.now());
     }
-    const i128 start = static_cast<i128>(config_.counterStart_s * INCREMENTS_PER_SECOND) * PHASE_ONE;
+    const i128 start =
+        static_cast<i128>(config_.counterStart_s * INCREMENTS_PER_SECOND) * PHASE_ONE;
     origin_ = phase_.at(world_.now()) - start;
     errorOrigin_ = phase_.deviation();
     stepped_ = 0;
@@ -49,7 +51,8 @@ void Board::powerOn(bool coldOven)
 void Board::powerOff()
 {
     powered_ = false;
-    for (ose::EventId* event : {&tickEvent_, &edgeEvent_, &outputEvent_, &eepromEvent_, &loadEvent_, &lineEvent_})
+    for (ose::EventId* event : {&tickEvent_, &edgeEvent_, &outputEvent_, &eepromEvent_, &loadEvent_,
+                                &lineEvent_})
         if (*event != 0) world_.cancel(*event);
 }
 
@@ -64,7 +67,8 @@ void Board::reset()
     moka_ = 0;
     u32 revision = 0;
     for (std::size_t i = 0; i < 4; ++i)
-        revision = revision << 8 | (i < config_.revision.size() ? static_cast<u8>(config_.revision[i]) : ' ');
+        revision = revision << 8 |
+                   (i < config_.revision.size() ? static_cast<u8>(config_.revision[i]) : ' ');
     common_[REVISION / 4] = revision;
     constexpr u32 NO_REFERENCE = 0x8;
     common_[SELECT / 4] = NO_REFERENCE;
@@ -84,17 +88,17 @@ void Board::reset()
     multReadAt_ = -1;
     advance();
     divider_ = 0;
-    yRatio_ = 0;                                     // the divider's reset value is its nominal ratio
+    yRatio_ = 0;                                     // the divider starts with its nominal ratio
     updateRate();
     constexpr i128 SECOND = static_cast<i128>(INCREMENTS_PER_SECOND) * PHASE_ONE;
     outputPhase_ = phase() % SECOND;
 }
 
-// ---- address map --------------------------------------------------------------------------------------------
+// ---- address map --------------------------------------------------------------------------------
 
 void Board::layOut()
 {
-    // Offset from base A on type 1, from base C on type 2. Where two share an address the first is read.
+    // Offset from base A on type 1, from base C on type 2.
     constexpr u32 NONE = 0xFFFFFFFF;
     struct Row { TimeWord word; u32 type1, type2; };
     static constexpr Row ROWS[] = {
@@ -138,7 +142,8 @@ u32 Board::read(u32 address)
         return unmapped(type1 ? REGION_SHARED : REGION_TIMING) ? BUS_FLOATS : readTime(word);
     if (const u32 offset = address - sharedBase_; offset < SHARED_END)
         return unmapped(REGION_SHARED) ? BUS_FLOATS : readShared(offset & ~3u);
-    if (!type1 && address == config_.baseD + MOKA_TEST) return unmapped(REGION_TOP) ? BUS_FLOATS : moka_;
+    if (!type1 && address == config_.baseD + MOKA_TEST)
+        return unmapped(REGION_TOP) ? BUS_FLOATS : moka_;
     return 0;
 }
 
@@ -171,7 +176,8 @@ u32 Board::readShared(u32 offset)
         return multReadAt_ < 0 ? 0 : done && !faults.multiplicatorReadNever ? 3 : 1;
     }
     case MULT_STATUS:  return faults.multiplicatorCrc ? 1u << 18 : 0;
-    case DIVISOR: case M_HIGH: case M_LOW: case K_HIGH: case K_LOW: case SYNTH_C: return readBack(offset);
+    case DIVISOR: case M_HIGH: case M_LOW: case K_HIGH: case K_LOW: case SYNTH_C:
+        return readBack(offset);
     default:           return common_[offset / 4];
     }
 }
@@ -197,7 +203,8 @@ void Board::writeShared(u32 offset, u32 value)
     case MULT_READ:
         if ((value & 1) != 0) multReadAt_ = world_.now();
         break;
-    case TEMPERATURE: case TOGGLE: case SYNTH_STATUS: case REVISION: case A1_REF: case MULT_STATUS: break;
+    case TEMPERATURE: case TOGGLE: case SYNTH_STATUS: case REVISION: case A1_REF: case MULT_STATUS:
+        break;
     default: common_[offset / 4] = value; break;
     }
 }
@@ -237,12 +244,13 @@ void Board::writeTime(TimeWord word, u32 value)
         if (config_.type == 1) stepCounter(0);
         break;
     case LOAD_CONTROL: orderLoad(value); break;
-    case OUT_INC:                                      // board type 1 has counter and offset in one place
+    case OUT_INC:                                      // type 1: counter and offset in one place
         if (config_.type == 1) moveOutput(value);
         break;
     case OUT_OFFSET: moveOutput(value); break;
-    case RUN_FRAMES: case RUN_INC: case LATCH_VALID: case LATCH_FRAMES: case LATCH_INC: case OUT_FRAMES:
-    case NTP1: case NTP2: case LOAD_STATUS: case BFN_COUNTERS: case BFN_FLAGS: case BFN_EXT1: case BFN_EXT2:
+    case RUN_FRAMES: case RUN_INC: case LATCH_VALID: case LATCH_FRAMES: case LATCH_INC:
+    case OUT_FRAMES: case NTP1: case NTP2: case LOAD_STATUS: case BFN_COUNTERS: case BFN_FLAGS:
+    case BFN_EXT1: case BFN_EXT2:
         break;
     default: timeWords_[word] = value; break;
     }

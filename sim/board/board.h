@@ -1,7 +1,9 @@
-// board.h - The board of a timing unit behind its registers: counters, divider, synthesisers, detectors.
+// board.h - The board of a timing unit behind its registers: counters, divider, synthesisers,
+// detectors.
 //
-// Registers behave as the program expects and no more. The frame counter runs from the oscillator through
-// the programmed ratio; only the world's scores look at its true phase. The UART is the node's.
+// Registers behave as the program expects and no more. The frame counter runs from the oscillator
+// through the programmed ratio; only the world's scores look at its true phase. The UART is the
+// node's.
 #pragma once
 #include "ose/world.h"
 #include "sim/board/board_config.h"
@@ -29,7 +31,7 @@ struct BfnInput {
     bool extended = true;
     bool parityError = false;
     bool valid = true;                          // false: the interrupt comes without data
-    i32 localMfn = -1, localInc = -1;           // fields in place of the counter's, -1: the counter's
+    i32 localMfn = -1, localInc = -1;           // in place of the counter's, -1: the counter's
 };
 
 class Board {
@@ -39,7 +41,7 @@ public:
     Board(const Board&) = delete;
     Board& operator=(const Board&) = delete;
 
-    // ---- the bus ------------------------------------------------------------------------------------------
+    // ---- the bus --------------------------------------------------------------------------------
     /// Aligned words; an address without a register reads 0.
     u32  read(u32 address);
     void write(u32 address, u32 value);
@@ -48,17 +50,17 @@ public:
     bool interruptPending() const { return (enabled_ & pending_) != 0; }
     u32  vector() const { return config_.type == 1 ? 89 : 166; }
 
-    // ---- power --------------------------------------------------------------------------------------------
+    // ---- power ----------------------------------------------------------------------------------
     /// Registers to their reset values, counter at its start, oven cold when it had been off.
     void powerOn(bool coldOven);
     void powerOff();
     /// Registers alone, as a reset of the board does; the oven stays warm, the counter runs on.
     void reset();
 
-    // ---- inputs -------------------------------------------------------------------------------------------
+    // ---- inputs ---------------------------------------------------------------------------------
     /// One source an input, nullptr takes it out. Source and board may end in any order.
     void connect(ReferenceInput input, EdgeSource* source);
-    /// The common input's mode bits say that an external frequency is expected there: 1, 2, or 0 for none.
+    /// The common input's mode bits: 1 or 2 where an external frequency is expected, 0 for none.
     /// Left alone, they follow what is connected.
     void setCommonMode(std::optional<u32> mode) { commonMode_ = mode; }
     void bfnReceived(const BfnInput& in);
@@ -69,9 +71,9 @@ public:
     void setEeprom(const EepromConfig& eeprom) { config_.eeprom = eeprom; }
     BoardFaults faults;
 
-    // ---- truth, for scores and tests ------------------------------------------------------------------------
-    /// Counter's phase against true time since the power-on in s, positive when ahead; steps are in it, each
-    /// by its way modulo 1024 s.
+    // ---- truth, for scores and tests ------------------------------------------------------------
+    /// Counter's phase against true time since the power-on in s, positive when ahead; steps are in
+    /// it, each by its shorter way modulo 1024 s.
     double timeError_s();
     /// Relative frequency of the counter in the present segment.
     double frequencyError();
@@ -82,7 +84,7 @@ public:
     /// Counts the wraps of the frame counter, 24 bits; board type 2.
     u32 externalCounter();
 
-    // ---- what the program set ---------------------------------------------------------------------------------
+    // ---- what the program set -------------------------------------------------------------------
     u32 selectWord() const { return common_[SELECT / 4]; }
     std::optional<ReferenceInput> selectedInput() const;
     bool outputEnabled() const { return (common_[SELECT / 4] & SELECT_OUTPUT) != 0; }
@@ -97,18 +99,19 @@ public:
 private:
     // Offsets of the block that both board types share.
     enum Shared : u32 {
-        BB_CLOCK = 0x0C, TEMPERATURE = 0x10, EEPROM_CONTROL = 0x14, TOGGLE = 0x18, SYNTH_STATUS = 0x1C,
-        SELECT = 0x20, DIVISOR = 0x48, M_HIGH = 0x4C, M_LOW = 0x50, K_HIGH = 0x54, K_LOW = 0x58,
-        DS_ENABLE = 0x5C, MONITOR = 0x74, REVISION = 0x7C, EEPROM = 0x80, EEPROM_END = 0x100,
-        MULTIPLICATOR = 0x120, SYNTH_C = 0x124, A1_REF = 0x128, MULT_READ = 0x12C, MULT_STATUS = 0x17C,
-        MULT_DATA = 0x180, PLL_IC = 0x200, SHARED_END = 0x204,
+        BB_CLOCK = 0x0C, TEMPERATURE = 0x10, EEPROM_CONTROL = 0x14, TOGGLE = 0x18,
+        SYNTH_STATUS = 0x1C, SELECT = 0x20, DIVISOR = 0x48, M_HIGH = 0x4C, M_LOW = 0x50,
+        K_HIGH = 0x54, K_LOW = 0x58, DS_ENABLE = 0x5C, MONITOR = 0x74, REVISION = 0x7C,
+        EEPROM = 0x80, EEPROM_END = 0x100,
+        MULTIPLICATOR = 0x120, SYNTH_C = 0x124, A1_REF = 0x128, MULT_READ = 0x12C,
+        MULT_STATUS = 0x17C, MULT_DATA = 0x180, PLL_IC = 0x200, SHARED_END = 0x204,
     };
     // Registers that lie elsewhere on each type.
     enum TimeWord : u8 {
-        CONTROL, BFN_COUNTERS, BFN_FLAGS, BFN_EXT1, BFN_EXT2, BFN_OUT1, BFN_OUT2, FSYNC_ONLY, INT_ENABLE,
-        INT_PENDING, LOAD_EXT, LOAD_FRAMES, LOAD_INC, LOAD_CONTROL, LOAD_STATUS, RUN_FRAMES, RUN_INC,
-        LATCH_VALID, LATCH_FRAMES, LATCH_INC, OUT_FRAMES, OUT_INC, OUT_OFFSET, NTP1, NTP2, CLK_SYS,
-        TIME_WORDS, NOWHERE
+        CONTROL, BFN_COUNTERS, BFN_FLAGS, BFN_EXT1, BFN_EXT2, BFN_OUT1, BFN_OUT2, FSYNC_ONLY,
+        INT_ENABLE, INT_PENDING, LOAD_EXT, LOAD_FRAMES, LOAD_INC, LOAD_CONTROL, LOAD_STATUS,
+        RUN_FRAMES, RUN_INC, LATCH_VALID, LATCH_FRAMES, LATCH_INC, OUT_FRAMES, OUT_INC, OUT_OFFSET,
+        NTP1, NTP2, CLK_SYS, TIME_WORDS, NOWHERE
     };
     static constexpr u32 TIME_END = 0x138;
     static constexpr u32 SELECT_OUTPUT = 0x40;
@@ -192,7 +195,7 @@ private:
     CounterTriple running_;             // pair as read
     CounterTriple latched_;
     bool latchValid_ = false;
-    i64 periods_ = 0;                   // loaded into the external counter beside the frame counter's wraps
+    i64 periods_ = 0;                   // of the external counter, beside the frame counter's wraps
     i128 outputPhase_ = 0;              // of the output's pulse within the counter's second
     i128 outputTarget_ = 0;             // the pulse that is waited for
     CounterTriple output_;              // pair as read

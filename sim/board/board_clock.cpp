@@ -52,7 +52,7 @@ CounterTriple withFaults(CounterTriple c, i32 mfn, i32 inc)
 
 }  // namespace
 
-// ---- rate ---------------------------------------------------------------------------------------------------
+// ---- rate ---------------------------------------------------------------------------------------
 
 void Board::advance()
 {
@@ -65,7 +65,8 @@ void Board::advance()
         clockAt_ = to;
         if (to != end) continue;
         ++segment_;
-        yOscillator_ = oscillator_.frequency(segment_, temperature_.volts(to), temperature_.coldness(to));
+        yOscillator_ =
+            oscillator_.frequency(segment_, temperature_.volts(to), temperature_.coldness(to));
         updateRate();
     }
 }
@@ -78,8 +79,8 @@ i64 Board::word33(u32 high, u32 low) const
     return (common_[high / 4] & 1) != 0 ? word - (1LL << 32) : word;
 }
 
-/// The words take effect: the counter's rate is the nominal ratio over the programmed one. The difference
-/// is formed in integers so that the rate is good to a part in 1e22.
+/// The words take effect: the counter's rate is the nominal ratio over the programmed one. The
+/// difference is formed in integers so that the rate is good to a part in 1e22.
 void Board::enableDeltaSigma()
 {
     advance();
@@ -92,7 +93,8 @@ void Board::enableDeltaSigma()
     if (ratio <= 0) return;
     const i128 difference = static_cast<i128>(nominal.n - n) * M * nominal.M +
                             static_cast<i128>(nominal.K) * M - static_cast<i128>(K) * nominal.M;
-    yRatio_ = static_cast<double>(difference) / (static_cast<double>(ratio) * static_cast<double>(nominal.M));
+    yRatio_ = static_cast<double>(difference) /
+              (static_cast<double>(ratio) * static_cast<double>(nominal.M));
     divider_ = static_cast<double>(n) + static_cast<double>(K) / static_cast<double>(M);
     updateRate();
 }
@@ -109,7 +111,7 @@ double Board::frequencyError()
     return y_;
 }
 
-// ---- counters -----------------------------------------------------------------------------------------------
+// ---- counters -----------------------------------------------------------------------------------
 
 CounterTriple Board::counter()
 {
@@ -139,12 +141,13 @@ void Board::latch()
     latchValid_ = true;
 }
 
-/// The load registers hold what the counter is moved by, modulo its period; beyond it the external counter.
+/// The load registers hold what the counter is moved by, modulo its period; beyond it the external
+/// counter.
 void Board::stepCounter(i64 periods)
 {
     const u32 frames = timeWords_[LOAD_FRAMES];
     const u32 word = timeWords_[LOAD_INC];
-    const i128 whole = static_cast<i128>((frames >> 12 & 0x1F) * FRAMES_PER_TURN + (frames & 0xFFF)) * FRAME;
+    const i128 whole = FRAME * ((frames >> 12 & 0x1F) * FRAMES_PER_TURN + (frames & 0xFFF));
     const i128 part = config_.type == 1 ? static_cast<i128>(word & 0x1FFFFF) * PHASE_ONE
                                         : static_cast<i128>(word & 0x3FFFFF) * (PHASE_ONE / 2);
     const i128 forward = modulo(whole + part, PERIOD);
@@ -177,7 +180,7 @@ void Board::orderLoad(u32 value)
     });
 }
 
-// ---- GPS output ---------------------------------------------------------------------------------------------
+// ---- GPS output ---------------------------------------------------------------------------------
 
 /// Phase of the output's next pulse: it comes once in each second of the counter.
 i128 Board::outputNext()
@@ -191,7 +194,8 @@ u32 Board::readOutput(TimeWord word)
 {
     if (word == OUT_FRAMES || config_.type == 1)
         output_ = withFaults(triple(outputNext()), faults.outputMfn, faults.outputInc);
-    if (word == OUT_FRAMES) return static_cast<u32>(output_.mfn) << 5 | static_cast<u32>(output_.sfn >> 7);
+    if (word == OUT_FRAMES)
+        return static_cast<u32>(output_.mfn) << 5 | static_cast<u32>(output_.sfn >> 7);
     const u32 low = output_.sfn & 0x7Fu;
     return config_.type == 1 ? low << 21 | output_.inc : low << 22 | packIncrements(output_);
 }
@@ -235,10 +239,10 @@ void Board::onOutput()
     raise(GPS_OUTPUT);
 }
 
-// ---- NTP counter --------------------------------------------------------------------------------------------
+// ---- NTP counter --------------------------------------------------------------------------------
 
-/// NTP format counter of board type 1, latched at the last frame edge. It runs with the frame counter but
-/// isn't stepped with it: seconds and 2^-32 parts.
+/// NTP format counter of board type 1, latched at the last frame edge: seconds and 2^-32 parts. It
+/// runs with the frame counter but isn't stepped with it.
 u32 Board::readNtp(TimeWord word)
 {
     const i128 now = phase();

@@ -7,12 +7,13 @@
 
 namespace sim {
 
-/// Content of the oscillator's EEPROM. The polynomial and nominal frequency are those of OscillatorConfig.
+/// Content of the oscillator's EEPROM. The polynomial and nominal frequency are those of
+/// OscillatorConfig.
 struct EepromConfig {
     u8 version = 3;
     std::string serial = "TU00000000000001";      // 16 printable characters
     std::string partNumber = "XO612345/1 ";       // 11 characters; the first is the manufacturer id
-    double tempMin_V = 1.2;                       // the program reads limits of its own making from it
+    double tempMin_V = 1.2;                       // the program makes limits of its own of it
     double tempMax_V = 3.0;
     std::string calibrationDate = "";             // "2024-01-01"; board type 2 alone has one
 };
@@ -46,12 +47,12 @@ enum BoardRegion : u32 {
 
 /// Faults of the board; each may change at any time.
 struct BoardFaults {
-    u32 unmapped = 0;                             // BoardRegion bits: reads give all ones, writes are lost
+    u32 unmapped = 0;                             // BoardRegion bits: all ones read, writes lost
     bool eepromNeverLoads = false;
     bool eepromBadSum = false;
     bool eepromZero = false;                      // all bytes 0, sum 0
     bool latchInvalid = false;
-    // Fields as read, -1: as they stand. A counter's sfn fills its 12 bits, so that none is out of range.
+    // Fields as read, -1: as they stand. A counter's sfn fills its 12 bits: none is out of range.
     i32 counterMfn = -1, counterInc = -1;         // running counter
     i32 latchMfn = -1, latchInc = -1;             // 1PPS latch
     i32 outputMfn = -1, outputInc = -1;           // GPS output counter
@@ -61,8 +62,8 @@ struct BoardFaults {
     bool multiplicatorReadNever = false;
     u32 multiplicatorDiffersAt = 0xFFFFFFFF;      // table index that reads back wrong
     bool pllIcTimeout = false;
-    u32 readBackStuck = 0;                        // so many reads of divider, K, M, C divider give 0
-    u32 synthStatusAnd = 0xF;                     // register bits that can be 1: 8 feedback, 4 C, 1 B locked
+    u32 readBackStuck = 0;                        // so many reads of divider, K, M, C give 0
+    u32 synthStatusAnd = 0xF;                     // bits that can be 1: 8 feedback, 4 C, 1 B locked
     i32 a1Ref = -1;                               // feedback count, -1: in the middle of its window
     bool temperatureInvalid = false;
     i32 temperatureRaw = -1;                      // the low 17 bits as read, -1: as it stands

@@ -1,12 +1,12 @@
-// The ICs behind the board's registers: EEPROM, multiplicator, external PLL. They take words, and give back
-// what they took.
+// The ICs behind the board's registers: EEPROM, multiplicator, external PLL. They take words, and
+// give back what they took.
 #include "sim/board/board.h"
 
 #include <cmath>
 
 namespace sim {
 
-// ---- EEPROM -------------------------------------------------------------------------------------------------
+// ---- EEPROM -------------------------------------------------------------------------------------
 
 void Board::loadEeprom()
 {
@@ -59,7 +59,7 @@ u32 Board::eepromWord(u32 offset) const
            static_cast<u32>(eeprom_[offset + 2]) << 8 | eeprom_[offset + 3];
 }
 
-// ---- multiplicator, external PLL ------------------------------------------------------------------------------
+// ---- multiplicator, external PLL ----------------------------------------------------------------
 
 void Board::writeMultiplicator(u32 value)
 {
@@ -75,8 +75,8 @@ void Board::writeMultiplicator(u32 value)
     common_[MULTIPLICATOR / 4] = taken ? word | TAKEN : word;
 }
 
-/// Read-back: the first word begins with the IC's identity, then a byte for each written word from the
-/// fourth on.
+/// Read-back: the first word begins with the IC's identity, then a byte for each written word from
+/// the fourth on.
 u32 Board::multiplicatorData(u32 offset) const
 {
     constexpr u32 IDENTITY = 0x10;

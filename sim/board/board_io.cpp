@@ -10,7 +10,8 @@ namespace {
 constexpr u32 RAW_COMMON = 0x20, RAW_1PPS = 0x80, RAW_MODE_SHIFT = 8;
 constexpr u32 RAW_ETH[] = {0x400, 0x800, 0x1000};
 
-// Modes of the hardware monitor, three bits a detector: the lower two choose the input, the third cuts off.
+// Modes of the hardware monitor, three bits a detector: the lower two choose the input, the third
+// cuts off.
 constexpr u32 MONITOR_REFERENCE = 1, MONITOR_CLOCK = 2;
 constexpr u32 COMMON_DETECTOR = 5;
 
@@ -42,7 +43,7 @@ constexpr SelectRow SELECTS[] = {
 
 }  // namespace
 
-// ---- toggle detectors ---------------------------------------------------------------------------------------
+// ---- toggle detectors ---------------------------------------------------------------------------
 
 bool Board::sees(ReferenceInput input) const
 {
@@ -74,7 +75,7 @@ u32 Board::toggleWord() const
     return (raw | faults.toggleStuckOn) & ~faults.toggleStuckOff;
 }
 
-// ---- temperature --------------------------------------------------------------------------------------------
+// ---- temperature --------------------------------------------------------------------------------
 
 u32 Board::temperatureWord() const
 {
@@ -86,7 +87,7 @@ u32 Board::temperatureWord() const
     return VALID | static_cast<u32>(std::llround(std::fmin(std::fmax(0.0, counts), MASK)));
 }
 
-// ---- interrupts ---------------------------------------------------------------------------------------------
+// ---- interrupts ---------------------------------------------------------------------------------
 
 u32 Board::toType(u32 abstract) const
 {
@@ -144,7 +145,7 @@ void Board::armTick()
     });
 }
 
-// ---- references -----------------------------------------------------------------------------------------------
+// ---- references ---------------------------------------------------------------------------------
 
 void Board::connect(ReferenceInput input, EdgeSource* source)
 {
@@ -195,7 +196,8 @@ void Board::armEdge()
     const ose::Time edge = source->nextEdge(world_.now());
     if (edge < 0) return;
     // The common input's edge takes its way from the connector to the latch.
-    const bool common = *input == ReferenceInput::Pps || *input == ReferenceInput::ExternalFrequency;
+    const bool common =
+        *input == ReferenceInput::Pps || *input == ReferenceInput::ExternalFrequency;
     const ose::Time way = common ? static_cast<ose::Time>(config_.latchDelay_ns * 1e3) : 0;
     edgeEvent_ = world_.at(edge + way, [this] {
         edgeEvent_ = 0;
@@ -205,7 +207,7 @@ void Board::armEdge()
     });
 }
 
-// ---- BFN input ------------------------------------------------------------------------------------------------
+// ---- BFN input ----------------------------------------------------------------------------------
 
 void Board::bfnReceived(const BfnInput& in)
 {

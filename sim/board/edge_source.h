@@ -21,11 +21,12 @@ public:
 
     /// True while the detector sees it toggle.
     virtual bool present() const = 0;
-    /// First edge that the phase detector sees after `now`, -1 when none comes. Asked for in order of time
-    /// and only while the reference is selected.
+    /// First edge that the phase detector sees after `now`, -1 when none comes. Asked for in order
+    /// of time and only while the reference is selected.
     virtual ose::Time nextEdge(ose::Time now) = 0;
 
-    /// Hung up by the board that it is connected to: the next edge may be another one; it is destroyed.
+    /// Set by the board that it is connected to. Called when the next edge may be another one, and
+    /// when the source ends.
     std::function<void()> changed;
     std::function<void()> gone;
 };

@@ -1,7 +1,8 @@
 // counter_phase.h - Exact phase of a counter that runs from a clock of changing rate.
 //
-// Phase in increments of 1/122.88 MHz, fixed point with 40 fraction bits in 128-bit integers: the nominal
-// part is exact, the deviation is added a stretch at a time, so that a month stays exact to far below 1 ps.
+// Phase in increments of 1/122.88 MHz, fixed point with 40 fraction bits in 128-bit integers: the
+// nominal part is exact, the deviation is added a stretch at a time, so that a month stays exact to
+// far below 1 ps.
 #pragma once
 #include "ose/world.h"
 

@@ -1,4 +1,5 @@
-// noise.h - Noise of clocks, levels given as Allan deviations. A generator draws only from its own stream.
+// noise.h - Noise of clocks, levels given as Allan deviations. A generator draws only from its own
+// stream.
 #pragma once
 #include "sim/clock/random.h"
 
@@ -50,10 +51,12 @@ struct FrequencyNoiseLevels {
 /// Relative frequency, a value a segment of `segment_s`.
 class FrequencyNoise {
 public:
-    FrequencyNoise(const FrequencyNoiseLevels& levels, double segment_s, u64 seed, std::string_view source)
+    FrequencyNoise(const FrequencyNoiseLevels& levels, double segment_s, u64 seed,
+                   const std::string& source)
         : white_(levels.white / std::sqrt(segment_s)), flicker_(levels.flicker / FLICKER_FLOOR),
-          step_(levels.randomWalk * std::sqrt(3.0 * segment_s)), whiteStream_(seed, named(source, ".white")),
-          flickerStream_(seed, named(source, ".flicker")), walkStream_(seed, named(source, ".walk"))
+          step_(levels.randomWalk * std::sqrt(3.0 * segment_s)),
+          whiteStream_(seed, source + ".white"), flickerStream_(seed, source + ".flicker"),
+          walkStream_(seed, source + ".walk")
     {
     }
     double next()
@@ -68,11 +71,10 @@ public:
 private:
     // Allan deviation of the sum of unit octaves, 30 to 1000 samples: measured, flat within 4 %.
     static constexpr double FLICKER_FLOOR = 1.40;
-    static std::string named(std::string_view source, const char* kind) { return std::string(source) + kind; }
 
     double white_;
     double flicker_;
-    double step_;            // a walk of steps s has the Allan deviation s * sqrt(n / 3) over n of them
+    double step_;            // steps s give the Allan deviation s * sqrt(n / 3) over n of them
     Random whiteStream_;
     Flicker flickerStream_;
     Random walkStream_;
@@ -90,7 +92,8 @@ struct PhaseNoiseLevels {
 class PhaseNoise {
 public:
     PhaseNoise(const PhaseNoiseLevels& levels, u64 seed, const std::string& source)
-        : levels_(levels), whiteStream_(seed, source + ".white"), flickerStream_(seed, source + ".flicker")
+        : levels_(levels), whiteStream_(seed, source + ".white"),
+          flickerStream_(seed, source + ".flicker")
     {
     }
     /// Of the next edge, which comes at t seconds.

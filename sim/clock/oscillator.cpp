@@ -12,7 +12,7 @@ constexpr double NOMINAL_Hz = 10e6;
 
 }  // namespace
 
-Oscillator::Oscillator(const OscillatorConfig& config, u64 seed, std::string_view name)
+Oscillator::Oscillator(const OscillatorConfig& config, u64 seed, const std::string& name)
     : config_(config), segment_(std::llround(config.segment_s * 1e12)),
       noise_(config.noise, config.segment_s, seed, name)
 {

@@ -5,7 +5,7 @@
 #include "sim/clock/series.h"
 #include "sim/clock/temperature.h"
 
-#include <string_view>
+#include <string>
 
 namespace sim {
 
@@ -14,7 +14,7 @@ struct OscillatorConfig {
     double a[4] = {0, 0, 0, 0};            // EEPROM polynomial a0..a3, ppb against sensor volts
     double offset_ppb = 0;                 // true frequency less what the EEPROM says
     double ageing_ppb_per_day = 0;         // since the world began
-    double slope_ppb_per_V = 0;            // temperature error that the EEPROM doesn't know, about 2 V
+    double slope_ppb_per_V = 0;            // that the EEPROM doesn't know, about 2 V
     double retrace_ppb = 0;                // at a cold start, settling with
     double retraceTau_s = 1800;
     double warmUp_ppb = 0;                 // while the oven is cold
@@ -27,11 +27,11 @@ struct OscillatorConfig {
 /// Everything additive: an oscillator is a rate. Segments are asked for in order, each once.
 class Oscillator {
 public:
-    Oscillator(const OscillatorConfig& config, u64 seed, std::string_view name);
+    Oscillator(const OscillatorConfig& config, u64 seed, const std::string& name);
 
     ose::Time segment() const { return segment_; }
-    /// Relative frequency against 10 MHz during the segment of that number since the world began, at those
-    /// volts and that coldness of the oven.
+    /// Relative frequency against 10 MHz during the segment of that number since the world began,
+    /// at those volts and that coldness of the oven.
     double frequency(u64 number, double volts, double coldness);
     void coldStart(ose::Time now) { coldSince_ = now; }
     /// A lasting step, from the next segment on.

@@ -1,5 +1,5 @@
-// portable_math.h - Logarithm, exponential and sine from the exact operations of IEEE 754 alone, so that a
-// run gives the same bytes with every compiler, build type and C library. Good to about 1e-14.
+// portable_math.h - Logarithm, exponential and sine from the exact operations of IEEE 754 alone, so
+// that a run gives the same bytes with every compiler, build type and C library. Good to 1e-14.
 #pragma once
 #include <cmath>
 

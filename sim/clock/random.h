@@ -1,5 +1,6 @@
-// random.h - Random streams of the simulation: one a noise source, seeded from the run's seed and the
-// source's name, so that a new source shifts no other. The same numbers on every host and in every build.
+// random.h - Random streams of the simulation: one a noise source, seeded from the run's seed and
+// the source's name, so that a new source shifts no other. The same numbers on every host and in
+// every build.
 #pragma once
 #include "ose/types.h"
 #include "sim/clock/portable_math.h"

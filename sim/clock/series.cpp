@@ -47,7 +47,8 @@ double parseLine(const char* text, std::size_t column, const std::string& path, 
     char* end = nullptr;
     const double value = std::strtod(field, &end);
     if (end == field || std::strchr(" \t,;\r\n", *end) == nullptr)
-        fail(path, line, "'" + std::string(field, std::strcspn(field, "\r\n")) + "' isn't a number");
+        fail(path, line,
+             "'" + std::string(field, std::strcspn(field, "\r\n")) + "' isn't a number");
     if (!std::isfinite(value)) fail(path, line, "the number isn't finite");
     return value;
 }
@@ -64,7 +65,8 @@ std::vector<double> readSeries(const std::string& path, std::size_t column)
     while (gzgets(input.file, text, sizeof text) != nullptr) {
         ++line;
         const std::size_t length = std::strlen(text);
-        if (length + 1 == sizeof text && text[length - 1] != '\n') fail(path, line, "the line is too long");
+        if (length + 1 == sizeof text && text[length - 1] != '\n')
+            fail(path, line, "the line is too long");
         const bool whole = length > 0 && (text[length - 1] == '\n' || gzeof(input.file) != 0);
         if (!whole) fail(path, line, "a zero byte: the file is no text");
         const char first = text[std::strspn(text, " \t")];
@@ -73,7 +75,8 @@ std::vector<double> readSeries(const std::string& path, std::size_t column)
     }
     int error = Z_OK;
     gzerror(input.file, &error);
-    if (error != Z_OK && error != Z_STREAM_END) fail(path, line + 1, "the compressed file is broken");
+    if (error != Z_OK && error != Z_STREAM_END)
+        fail(path, line + 1, "the compressed file is broken");
     if (values.empty()) throw SeriesError(path + ": no number in the file");
     return values;
 }

@@ -24,13 +24,13 @@ enum class SeriesKind : u8 {
     Plain,          // as they stand
 };
 
-/// Reads one number a line; "#" begins a comment line, of fields between commas, semicolons or blanks the
-/// `column`th (from 0) is taken. Throws SeriesError for a file that can't be read, a line without such a number, a
-/// number that isn't finite, or a file without numbers.
+/// Reads one number a line; "#" begins a comment line, of fields between commas, semicolons or
+/// blanks the `column`th (from 0) is taken. Throws SeriesError for a file that can't be read, a
+/// line without such a number, a number that isn't finite, or a file without numbers.
 std::vector<double> readSeries(const std::string& path, std::size_t column = 0);
 
-/// A series without end: at its last value it runs back, at its first forward again, so that nothing jumps.
-/// Copies share the values.
+/// A series without end: at its last value it runs back, at its first forward again, so that
+/// nothing jumps. Copies share the values.
 class EndlessSeries {
 public:
     EndlessSeries() = default;

@@ -1,4 +1,4 @@
-// temperature.h - The temperature of the oscillator's oven as its sensor gives it, in volts over time.
+// temperature.h - Temperature of the oscillator's oven as its sensor gives it, in volts over time.
 #pragma once
 #include "ose/world.h"
 #include "sim/clock/series.h"

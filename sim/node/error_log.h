@@ -20,12 +20,16 @@ public:
 
     u8 status = 0;                     // in the answers: 0 written
 
-    /// The service's plain call, from a process of the program. 0 taken; the answer follows by signal.
+    /// The service's plain call, from a process of the program. 0 taken; the answer follows by
+    /// signal.
     int write(const char* code, u32 severity, u32 count, const char* text, u32 last);
 
     const std::vector<ErrorLogEntry>& entries() const { return entries_; }
     std::size_t count(const std::string& code) const;
-    void onEntry(std::function<void(const ErrorLogEntry&)> observer) { observer_ = std::move(observer); }
+    void onEntry(std::function<void(const ErrorLogEntry&)> observer)
+    {
+        observer_ = std::move(observer);
+    }
 
 protected:
     void onSignal(Signal* sig, PROCESS from) override;

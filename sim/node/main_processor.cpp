@@ -15,8 +15,8 @@ constexpr u32 ACCEPTED_PV = 22;
 constexpr std::size_t LOG_MAX = 100'000;
 
 // Usable references in the status word, a bit each.
-constexpr u32 TU_REF_BIT = 0x20, IDL1_BIT = 0x40, GPS_BIT = 0x80, IDL2_BIT = 0x100, HPTSI_BIT = 0x200,
-              GPSOSL_BIT = 0x2000;
+constexpr u32 TU_REF_BIT = 0x20, IDL1_BIT = 0x40, GPS_BIT = 0x80, IDL2_BIT = 0x100,
+              HPTSI_BIT = 0x200, GPSOSL_BIT = 0x2000;
 constexpr u32 LINES = 5;
 
 // Reference state of packet references, and of Ethernet ports.
@@ -89,7 +89,7 @@ bool MainProcessor::connected() const
     return confirmed_ && alive() && unit_ != 0 && node_.system().alive(unit_);
 }
 
-// ---- orders ----------------------------------------------------------------------------------------------
+// ---- orders -------------------------------------------------------------------------------------
 
 void MainProcessor::send(std::span<const std::byte> signal)
 {
@@ -143,7 +143,8 @@ void MainProcessor::changeMaster(u8 timeMode, u8 masterSlaveMode)
 
 void MainProcessor::boardFailure(bool raised)
 {
-    sendLayout(KvdTuiifBoardFailureRecoveryInd{KVD_TUIIF_BOARD_FAILURE_RECOVERY_IND, raised ? 1u : 2u});
+    sendLayout(
+        KvdTuiifBoardFailureRecoveryInd{KVD_TUIIF_BOARD_FAILURE_RECOVERY_IND, raised ? 1u : 2u});
 }
 
 void MainProcessor::setTestMode(bool on)
@@ -153,7 +154,8 @@ void MainProcessor::setTestMode(bool on)
 
 void MainProcessor::setSelectionMode(u8 selectionProcessMode)
 {
-    sendLayout(KvdTuiifSelectionModeChangeInd{KVD_TUIIF_SELECTION_MODE_CHANGE_IND, selectionProcessMode});
+    sendLayout(
+        KvdTuiifSelectionModeChangeInd{KVD_TUIIF_SELECTION_MODE_CHANGE_IND, selectionProcessMode});
 }
 
 void MainProcessor::setSelects(bool on)
@@ -169,7 +171,7 @@ const MpReference* MainProcessor::reference(const std::string& name) const
     return nullptr;
 }
 
-// ---- selection -------------------------------------------------------------------------------------------
+// ---- selection ----------------------------------------------------------------------------------
 
 bool MainProcessor::usable(const MpReference& ref) const
 {
@@ -218,7 +220,7 @@ void MainProcessor::superviseConfigured()
         if (r.supervise && r.refType != PDH_SDH_REF) supervise(r, true);
 }
 
-// ---- signals of the unit -----------------------------------------------------------------------------------
+// ---- signals of the unit ------------------------------------------------------------------------
 
 void MainProcessor::onSignal(Signal* sig, PROCESS from)
 {
@@ -247,11 +249,11 @@ void MainProcessor::onInitiate(const MpRecord& received)
     confirmed_ = false;
     switch (answer()) {
     case Answer::Suspend:
-        return sendLayout(KvdTuiifInitiateServiceSus{KVD_TUIIF_INITIATE_SERVICE_SUS,
-                                                     config.signalRevision, config.highestAvailablePv});
+        return sendLayout(KvdTuiifInitiateServiceSus{
+            KVD_TUIIF_INITIATE_SERVICE_SUS, config.signalRevision, config.highestAvailablePv});
     case Answer::Reject:
-        return sendLayout(KvdTuiifInitiateServiceRej{KVD_TUIIF_INITIATE_SERVICE_REJ,
-                                                     config.signalRevision, config.highestAvailablePv});
+        return sendLayout(KvdTuiifInitiateServiceRej{
+            KVD_TUIIF_INITIATE_SERVICE_REJ, config.signalRevision, config.highestAvailablePv});
     case Answer::Accept:
         break;
     default:
@@ -325,12 +327,13 @@ void MainProcessor::onEtFroid(const MpRecord& received)
     applyPolicy();
 }
 
-// ---- queries -------------------------------------------------------------------------------------------------
+// ---- queries ------------------------------------------------------------------------------------
 
 std::size_t MainProcessor::count(SIGSELECT sigNo, ose::Time since) const
 {
-    return static_cast<std::size_t>(std::count_if(
-        log_.begin(), log_.end(), [&](const MpRecord& r) { return r.sigNo == sigNo && r.at >= since; }));
+    return static_cast<std::size_t>(std::count_if(log_.begin(), log_.end(), [&](const MpRecord& r) {
+        return r.sigNo == sigNo && r.at >= since;
+    }));
 }
 
 const MpRecord* MainProcessor::last(SIGSELECT sigNo) const
@@ -352,20 +355,21 @@ std::string MainProcessor::describe(const MpRecord& record)
 {
     char text[240];
     const char* name = tuiifSignalName(record.sigNo);
-    if (const auto s = record.as<KvdTuiifBvqStatusInd>(); record.sigNo == KVD_TUIIF_BVQ_STATUS_IND && s) {
-        std::snprintf(text, sizeof text,
-                      "%s radioClockState=%u %s refState=0x%x ltr=%u degr=%u froId=%u froClassNo=%u", name,
-                      s->radioClockState, clockStateName(s->radioClockState), s->refState,
-                      s->activRefLtrStatus, s->activRefDegrStatus, s->activRefFroId,
-                      s->activRefFroClassNo);
+    if (const auto s = record.as<KvdTuiifBvqStatusInd>();
+        record.sigNo == KVD_TUIIF_BVQ_STATUS_IND && s) {
+        std::snprintf(
+            text, sizeof text,
+            "%s radioClockState=%u %s refState=0x%x ltr=%u degr=%u froId=%u froClassNo=%u", name,
+            s->radioClockState, clockStateName(s->radioClockState), s->refState,
+            s->activRefLtrStatus, s->activRefDegrStatus, s->activRefFroId, s->activRefFroClassNo);
     } else if (const auto e = record.as<KvdTuiifEtFroidInd>();
                record.sigNo == KVD_TUIIF_ET_FROID_IND && e) {
-        std::snprintf(text, sizeof text, "%s line=%u froId=%u statusControl=%u", name, e->lineNum, e->froId,
-                      e->statusControl);
+        std::snprintf(text, sizeof text, "%s line=%u froId=%u statusControl=%u", name, e->lineNum,
+                      e->froId, e->statusControl);
     } else if (const auto r = record.as<KvdTuiif6BvqRefStateInd>();
                record.sigNo == KVD_TUIIF6_BVQ_REF_STATE_IND && r) {
-        std::snprintf(text, sizeof text, "%s froId=%u froClassNo=%u refState=%u info=0x%x", name, r->froId,
-                      r->froClassNo, r->refState, r->additionalRefStateInfo);
+        std::snprintf(text, sizeof text, "%s froId=%u froClassNo=%u refState=%u info=0x%x", name,
+                      r->froId, r->froClassNo, r->refState, r->additionalRefStateInfo);
     } else if (*name != '\0') {
         std::snprintf(text, sizeof text, "%s size=%zu", name, record.bytes.size());
     } else {

@@ -1,5 +1,5 @@
-// main_processor.h - The node's main processor as a timing unit meets it: publishes the service, confirms
-// the connection, asks for supervision, selects a reference, records all that it is told.
+// main_processor.h - The node's main processor as a timing unit meets it: publishes the service,
+// confirms the connection, asks for supervision, selects a reference, records all that it is told.
 //
 // Calls are for tests and scenarios, from outside of any process (also from a world event).
 #pragma once
@@ -55,7 +55,7 @@ public:
 
     MainProcessorConfig config;        // the script, with setAnswer and delay_ms of Server
 
-    // ---- life -------------------------------------------------------------------------------------------
+    // ---- life -----------------------------------------------------------------------------------
     void start() override;             // also: come back
     void die() override;
     /// Dies now and comes back after `gone`.
@@ -63,7 +63,7 @@ public:
     /// Connected: this side has confirmed with an acceptable revision, and the unit lives.
     bool connected() const;
 
-    // ---- orders to the unit -------------------------------------------------------------------------------
+    // ---- orders to the unit ---------------------------------------------------------------------
     void supervise(const MpReference& reference, bool on);
     void select(u8 refType, u32 froId, u32 froClassNo);
     void selectNone();
@@ -87,14 +87,15 @@ public:
     /// What the policy takes for usable now.
     bool usable(const MpReference& reference) const;
 
-    // ---- what the unit said ---------------------------------------------------------------------------------
-    const ClockStatus& status() const { return status_; }        // the latest, of this connection or before
+    // ---- what the unit said ---------------------------------------------------------------------
+    /// The latest of this connection; clock state 7 before the first.
+    const ClockStatus& status() const { return status_; }
     const std::vector<ClockStatus>& statuses() const { return statuses_; }
     u8  clockState() const { return status_.radioClockState; }
     /// Last selection sent.
     u8  selectedRefType() const { return selected_.refType; }
     u32 selectedFroId() const { return selected_.froId; }
-    u32 connections() const { return connections_; }             // confirmations sent and acceptable
+    u32 connections() const { return connections_; }   // confirmations sent and acceptable
 
     std::size_t count(SIGSELECT sigNo, ose::Time since = 0) const;
     const MpRecord* last(SIGSELECT sigNo) const;
@@ -104,10 +105,19 @@ public:
     /// One line: name and fields of the signals that a reader follows, number and size of others.
     static std::string describe(const MpRecord& record);
 
-    void onRecord(std::function<void(const MpRecord&)> observer) { onRecord_ = std::move(observer); }
-    void onStatus(std::function<void(const ClockStatus&)> observer) { onStatus_ = std::move(observer); }
+    void onRecord(std::function<void(const MpRecord&)> observer)
+    {
+        onRecord_ = std::move(observer);
+    }
+    void onStatus(std::function<void(const ClockStatus&)> observer)
+    {
+        onStatus_ = std::move(observer);
+    }
     /// After each selection that goes out, whoever made it.
-    void onSelect(std::function<void(const MpReference&)> observer) { onSelect_ = std::move(observer); }
+    void onSelect(std::function<void(const MpReference&)> observer)
+    {
+        onSelect_ = std::move(observer);
+    }
 
 protected:
     void onSignal(Signal* sig, PROCESS from) override;
@@ -122,8 +132,12 @@ private:
     void applyPolicy();
     void sendSelection(const MpReference& reference);
 
-    struct Reported { u32 froId, froClassNo, refState, additional; };   // packet, Ethernet references
-    struct Line { u32 line, froId; };                                   // lines that the unit announced
+    struct Reported {                  // of packet and Ethernet references
+        u32 froId, froClassNo, refState, additional;
+    };
+    struct Line {                      // announced by the unit
+        u32 line, froId;
+    };
 
     PROCESS unit_ = 0;
     bool confirmed_ = false;

@@ -1,4 +1,5 @@
-// main_processor_config.h - What the simulated main processor negotiates and which references it knows.
+// main_processor_config.h - What the simulated main processor negotiates and which references it
+// knows.
 #pragma once
 #include "ose/types.h"
 

@@ -10,8 +10,8 @@ namespace sim {
 namespace {
 
 constexpr SIGSELECT NS_HUNT_REQUEST = 0x7B81;
-// Request: u32 number, u32 0, u32 name length, u32 unused, name, number of the answering signal right
-// behind the name, unaligned.
+// Request: u32 number, u32 0, u32 name length, u32 unused, name, number of the answering signal
+// right behind the name, unaligned.
 constexpr std::size_t NAME_LENGTH_AT = 8;
 constexpr std::size_t NAME_AT = 16;
 

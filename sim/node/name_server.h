@@ -10,7 +10,8 @@ class NameServer : public Server {
 public:
     explicit NameServer(Node& node);
 
-    /// `pid` serves `service` from now on; clients that wait for it are told, the signal coming from pid.
+    /// `pid` serves `service` from now on; clients that wait for it are told, the signal coming
+    /// from pid.
     void publish(const std::string& service, PROCESS pid);
     void withdraw(const std::string& service);
     /// Clients waiting for a service that nobody publishes.

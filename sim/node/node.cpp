@@ -74,7 +74,7 @@ void Node::after(ose::Time span, std::function<void()> action)
     });
 }
 
-// ---- life of the program ----------------------------------------------------------------------------------
+// ---- life of the program ------------------------------------------------------------------------
 
 void Node::powerOn()
 {
@@ -154,7 +154,7 @@ void Node::forgetProgram()
     shell_->programGone();
 }
 
-// ---- node::Platform -----------------------------------------------------------------------------------------
+// ---- node::Platform -----------------------------------------------------------------------------
 
 int Node::adiBoardCode(u32& code) { return parameters_.boardCode(code); }
 
@@ -203,14 +203,18 @@ node::CalendarTime Node::calendar()
 
 int Node::fileExists(const char* path) { return volumes_.exists(path); }
 int Node::fileRead(const char* path, std::string& content) { return volumes_.read(path, content); }
-int Node::fileWrite(const char* path, const std::string& content) { return volumes_.write(path, content); }
+int Node::fileWrite(const char* path, const std::string& content)
+{
+    return volumes_.write(path, content);
+}
 int Node::fileAppend(const char* path, const std::string& content)
 {
     return volumes_.append(path, content);
 }
 int Node::fileRemove(const char* path) { return volumes_.remove(path); }
 
-int Node::serialOpen(const char* device, u32 vector, const node::SerialSetting* settings, std::size_t count)
+int Node::serialOpen(const char* device, u32 vector, const node::SerialSetting* settings,
+                     std::size_t count)
 {
     return serial_->open(device, vector, settings, count);
 }
@@ -224,7 +228,10 @@ std::size_t Node::serialRead(const char* device, u8* bytes, std::size_t room)
     return serial_->read(device, bytes, room);
 }
 
-int  Node::registerCommand(const node::ShellCommand& command) { return shell_->registerCommand(command); }
+int Node::registerCommand(const node::ShellCommand& command)
+{
+    return shell_->registerCommand(command);
+}
 void Node::shellPrint(const char* text) { shell_->print(text); }
 void Node::trace(const node::TraceRecord& record) { traces_.write(world_.now(), record); }
 

@@ -1,5 +1,5 @@
-// node.h - The simulated node of one timing unit: its system in a world, its board, the services that the
-// program uses, and the program's life.
+// node.h - The simulated node of one timing unit: its system in a world, its board, the services
+// that the program uses, and the program's life.
 //
 //     ose::World world{1};
 //     sim::Node node{world, config};
@@ -7,8 +7,8 @@
 //     world.runFor(600 * ose::SEC);
 //     node.mainProcessor().clockState();
 //
-// The world must outlive the node. Calls are for tests, scenarios and the console, from outside of any
-// process.
+// The world must outlive the node. Calls are for tests, scenarios and the console, from outside of
+// any process.
 #pragma once
 #include "node/platform.h"
 #include "ose/world.h"
@@ -59,25 +59,30 @@ public:
     /// The loaded program, nullptr while there is none.
     ose::Block* program() { return program_; }
 
-    // ---- life of the program -----------------------------------------------------------------------------
+    // ---- life of the program --------------------------------------------------------------------
     /// Board reset, program loaded, restart type of the configuration.
     void powerOn();
     /// Program gone, board without power. Volumes, EEPROM and error log stay.
     void powerOff();
-    /// Program unloaded and loaded again. The board keeps its registers, but for types 0 and 1, which
-    /// reset it.
+    /// Program unloaded and loaded again. The board keeps its registers, but for types 0 and 1,
+    /// which reset it.
     void restart(u32 restartType);
     void restartWarm() { restart(RESTART_WARM); }
     void restartCold() { restart(RESTART_COLD); }
-    /// In good order: the program's shutdown callback runs as soon as the world does, then it is unloaded.
+    /// In good order: the program's shutdown callback runs as soon as the world does, then it is
+    /// unloaded.
     void shutdown();
     /// Unloaded at once, without the callback.
     void kill();
-    const std::vector<ProgramEnd>& programEnds() const { return ends_; }   // those it brought on itself
+    /// Those that it brought on itself.
+    const std::vector<ProgramEnd>& programEnds() const { return ends_; }
     u32 programStarts() const { return starts_; }
-    void onProgramEnd(std::function<void(const ProgramEnd&)> observer) { onEnd_ = std::move(observer); }
+    void onProgramEnd(std::function<void(const ProgramEnd&)> observer)
+    {
+        onEnd_ = std::move(observer);
+    }
 
-    // ---- services ----------------------------------------------------------------------------------------
+    // ---- services -------------------------------------------------------------------------------
     NameServer& nameServer() { return *nameServer_; }
     MainProcessor& mainProcessor() { return *mainProcessor_; }
     PriServer& pri() { return *pri_; }
@@ -111,7 +116,7 @@ public:
     /// Runs `action` after `span`, unless the node is gone by then.
     void after(ose::Time span, std::function<void()> action);
 
-    // ---- node::Platform ------------------------------------------------------------------------------------
+    // ---- node::Platform -------------------------------------------------------------------------
     u32  mmioRead(u32 address) override;
     void mmioWrite(u32 address, u32 value) override;
     void ioBarrier() override;

@@ -32,7 +32,8 @@ struct PhyPort {
 struct NodeConfig {
     std::string name = "tu1";
     u32 boardType = 2;                    // 1 or 2
-    /// Oscillator, oven, EEPROM of the board; its type, name and seed follow from the node and its world.
+    /// Oscillator, oven, EEPROM of the board; its type, name and seed follow from the node and its
+    /// world.
     BoardConfig board{};
     u32 boardCode = 0;                    // of the hardware information; 0: 7 or 9 by boardType
 
@@ -60,8 +61,8 @@ struct NodeConfig {
 
     MainProcessorConfig mainProcessor;
 
-    /// After a program ended by itself (error, kill of its block) it is loaded again after this time, as a
-    /// restart of type `restartAfterEnd`; negative leaves it unloaded.
+    /// After a program ended by itself (error, kill of its block) it is loaded again after this
+    /// time, as a restart of type `restartAfterEnd`; negative leaves it unloaded.
     i64 reloadAfter_ms = -1;
     u32 restartAfterEnd = RESTART_REFRESH;
 };

@@ -78,8 +78,8 @@ template <typename T>
 void PhyPortServer::tell(const T& layout)
 {
     if (client_ == 0) return;
-    // Called by the script as well as by the server's own process: both go as events of the world, so
-    // that their order is the order of the calls.
+    // Called by the script as well as by the server's own process: both go as events of the world,
+    // so that their order is the order of the calls.
     node_.after(0, [this, layout, client = client_] {
         node_.system().inject(std::as_bytes(std::span(&layout, 1)), client, pid());
     });

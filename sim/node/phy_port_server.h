@@ -1,4 +1,5 @@
-// phy_port_server.h - The node's PHY port info service: which physical lines exist and how they fare.
+// phy_port_server.h - The node's PHY port info service: which physical lines exist and how they
+// fare.
 #pragma once
 #include "sim/node/node_config.h"
 #include "sim/node/server.h"
@@ -11,7 +12,7 @@ class PhyPortServer : public Server {
 public:
     PhyPortServer(Node& node, const std::vector<PhyPort>& ports);
 
-    // ---- script: the connected client is told at once, a later one when it connects ---------------------
+    // ---- script: the connected client is told at once, a later one when it connects -------------
     void add(const PhyPort& port);                 // announces it with its sync state
     /// New content of the line's entry, announced as a change. Nothing when there is no such line.
     void change(u32 line, const PhyPort& port);

@@ -31,7 +31,8 @@ int SerialPort::write(const char* device, const u8* bytes, std::size_t count)
     if (!open_) return SERIAL_NOT_OPEN;
     if (writeResult != 0) return writeResult;
     sent_ += count;
-    // The far end runs as an event of the world: what it does in return can't meet the sender halfway.
+    // The far end runs as an event of the world: what it does in return can't meet the sender
+    // halfway.
     if (peer_)
         node_.after(0, [this, sent = std::vector<u8>(bytes, bytes + count)] {
             if (peer_) peer_(sent);

@@ -20,21 +20,22 @@ class SerialPort {
 public:
     SerialPort(Node& node, std::string device) : node_(node), device_(std::move(device)) {}
 
-    // ---- the driver's calls ---------------------------------------------------------------------------
-    int open(const char* device, u32 vector, const node::SerialSetting* settings, std::size_t count);
+    // ---- the driver's calls ---------------------------------------------------------------------
+    int open(const char* device, u32 vector, const node::SerialSetting* settings,
+             std::size_t count);
     int close(const char* device);
     int write(const char* device, const u8* bytes, std::size_t count);
     std::size_t read(const char* device, u8* bytes, std::size_t room);
 
-    // ---- the far end ----------------------------------------------------------------------------------
-    /// Bytes that come in: they wait in the receive buffer and raise the port's interrupt. Lost while the
-    /// port is closed, beyond `rxCapacity` the newest are.
+    // ---- the far end ----------------------------------------------------------------------------
+    /// Bytes that come in: they wait in the receive buffer and raise the port's interrupt. Lost
+    /// while the port is closed, beyond `rxCapacity` the newest are.
     void feed(const u8* bytes, std::size_t count);
     void feed(const std::string& text);
     /// Called with what the program sends.
     void onSent(std::function<void(const std::vector<u8>&)> peer) { peer_ = std::move(peer); }
 
-    // ---- script, queries ------------------------------------------------------------------------------
+    // ---- script, queries ------------------------------------------------------------------------
     int openResult = 0;                // nonzero: the next opens fail with it
     int writeResult = 0;
     std::size_t rxCapacity = 4096;

@@ -1,4 +1,5 @@
-// shell.h - The node's command shell "ose_shelld": commands of the loaded program, run one at a time.
+// shell.h - The node's command shell "ose_shelld": commands of the loaded program, run one at a
+// time.
 #pragma once
 #include "node/platform.h"
 #include "sim/node/server.h"
@@ -9,8 +10,8 @@
 
 namespace sim {
 
-/// Words of a command line: blanks separate, double quotes keep blanks together and are taken off, a
-/// backslash takes the next character as it is.
+/// Words of a command line: blanks separate, double quotes keep blanks together and are taken off,
+/// a backslash takes the next character as it is.
 std::vector<std::string> splitCommandLine(const std::string& line);
 
 constexpr int SHELL_UNKNOWN_COMMAND = -1;
@@ -24,10 +25,11 @@ public:
     const std::vector<node::ShellCommand>& commands() const { return commands_; }
     const node::ShellCommand* find(const std::string& name) const;
 
-    /// Runs a line and waits for its end (virtual time may pass, the world is run). From outside of the
-    /// world's run only. Answers the handler's result or one of the SHELL_ codes.
+    /// Runs a line and waits for its end (virtual time may pass, the world is run). From outside of
+    /// the world's run only. Answers the handler's result or one of the SHELL_ codes.
     int run(const std::string& line, std::string& output);
-    /// The same for use within a run: `done` is called with result and output when the command ended.
+    /// The same for use within a run: `done` is called with result and output when the command
+    /// ended.
     using Done = std::function<void(int result, const std::string& output)>;
     void submit(const std::string& line, Done done);
 

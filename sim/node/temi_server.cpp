@@ -28,8 +28,8 @@ void TemiServer::programStarted(u32 type)
 
 std::size_t TemiServer::failures() const
 {
-    return static_cast<std::size_t>(
-        std::count_if(results_.begin(), results_.end(), [](const TestResult& r) { return r.result != 0; }));
+    return static_cast<std::size_t>(std::count_if(
+        results_.begin(), results_.end(), [](const TestResult& r) { return r.result != 0; }));
 }
 
 void TemiServer::onSignal(Signal* sig, PROCESS from)
@@ -49,8 +49,9 @@ void TemiServer::onSignal(Signal* sig, PROCESS from)
         if (ose::sigsize(&sig) < sizeof(TarsoTemiTestResult)) return;
         const auto* result = reinterpret_cast<const TarsoTemiTestResult*>(sig);
         const bool runtime = sig->sigNo == TARSO_TEMI_TEST_RESULT_IND;
-        results_.push_back({node_.world().now(), result->testNumber, result->result, result->last == 1,
-                            runtime, textOf(result->testName), textOf(result->message)});
+        results_.push_back({node_.world().now(), result->testNumber, result->result,
+                            result->last == 1, runtime, textOf(result->testName),
+                            textOf(result->message)});
         if (runtime) sendEmpty(from, TARSO_TEMI_TEST_RESULT_RSP);
         else if (result->last != 1) sendDoTest(from);
         return;

@@ -18,7 +18,8 @@ TraceSink::~TraceSink() { toFile(""); }
 void TraceSink::write(ose::Time now, const node::TraceRecord& record)
 {
     ++written_;
-    TraceLine line{now, record.group, record.level, record.process, record.file, record.line, record.text};
+    TraceLine line{now,         record.group, record.level, record.process,
+                   record.file, record.line,  record.text};
     if (file_ != nullptr || stream_ != nullptr) {
         const std::string text = format(line) + "\n";
         if (file_ != nullptr) std::fputs(text.c_str(), file_);
@@ -71,8 +72,8 @@ std::string TraceSink::format(const TraceLine& line) const
     char head[48];
     std::snprintf(head, sizeof head, "%lld.%06lld ", static_cast<long long>(line.at / ose::SEC),
                   static_cast<long long>(line.at % ose::SEC / ose::US));
-    return head + unit_ + " " + std::to_string(line.level) + " " + line.group + " " + line.process + " " +
-           line.file + ":" + std::to_string(line.line) + " " + line.text;
+    return head + unit_ + " " + std::to_string(line.level) + " " + line.group + " " + line.process +
+           " " + line.file + ":" + std::to_string(line.line) + " " + line.text;
 }
 
 }  // namespace sim

@@ -1,4 +1,5 @@
-// trace_sink.h - Where the traces of a unit go: kept for tests and reports, to a file, to the console.
+// trace_sink.h - Where the traces of a unit go: kept for tests and reports, to a file, to the
+// console.
 #pragma once
 #include "node/platform.h"
 #include "ose/world.h"

@@ -13,7 +13,10 @@ constexpr int NOT_THERE = 2;
 constexpr int REFUSED = 5;
 }  // namespace
 
-int Volumes::exists(const std::string& path) const { return !readFails && files_.contains(path) ? 1 : 0; }
+int Volumes::exists(const std::string& path) const
+{
+    return !readFails && files_.contains(path) ? 1 : 0;
+}
 
 int Volumes::read(const std::string& path, std::string& content) const
 {

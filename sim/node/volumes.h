@@ -10,14 +10,14 @@ namespace sim {
 
 class Volumes {
 public:
-    // ---- as the program sees them; 0 is done -----------------------------------------------------------
+    // ---- as the program sees them; 0 is done ----------------------------------------------------
     int exists(const std::string& path) const;            // 1 when it is there
     int read(const std::string& path, std::string& content) const;
     int write(const std::string& path, const std::string& content);
     int append(const std::string& path, const std::string& content);
     int remove(const std::string& path);
 
-    // ---- script --------------------------------------------------------------------------------------
+    // ---- script ---------------------------------------------------------------------------------
     bool readFails = false;        // volume not mounted
     bool writeFails = false;       // volume full or read-only
     u32 writes = 0;                // write and append calls that succeeded

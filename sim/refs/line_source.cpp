@@ -16,8 +16,8 @@ ose::Time picoseconds(double s) { return std::llround(s * 1e12); }
 LineSource::LineSource(ose::World& world, const LineConfig& config, u32 rate_Hz, u64 seed,
                        const std::string& name)
     : world_(world), config_(config), period_(ose::SEC / rate_Hz), noise_(config.noise, seed, name),
-      present_(config.present), phase_s_(withinPeriod(config.phase_s)), frequency_ppb_(config.frequency_ppb),
-      since_(world.now())
+      present_(config.present), phase_s_(withinPeriod(config.phase_s)),
+      frequency_ppb_(config.frequency_ppb), since_(world.now())
 {
 }
 
@@ -82,7 +82,8 @@ double LineSource::noise(i64 edge)
     return noise_s_;
 }
 
-/// Its slow phase is that of its own nominal time, so that the answer doesn't depend on when it is asked.
+/// Its slow phase is that of its own nominal time, so that the answer doesn't depend on when it is
+/// asked.
 ose::Time LineSource::dueOf(i64 edge)
 {
     const ose::Time nominal = edge * period_;

@@ -1,8 +1,9 @@
-// line_source.h - A 1PPS or a line (PDH, SDH, external frequency, Ethernet) as the phase detector sees it:
-// edges at a fixed rate with phase, frequency offset, noise, and faults that come and go.
+// line_source.h - A 1PPS or a line (PDH, SDH, external frequency, Ethernet) as the phase detector
+// sees it: edges at a fixed rate with phase, frequency offset, noise, and faults that come and go.
 //
-// Edge n comes at n periods of true time plus the phase. A positive phase is late, a positive frequency
-// makes the edges come ever earlier. An edge costs nothing while the reference isn't selected.
+// Edge n comes at n periods of true time plus the phase. A positive phase is late, a positive
+// frequency makes the edges come ever earlier. An edge costs nothing while the reference isn't
+// selected.
 #pragma once
 #include "ose/world.h"
 #include "sim/board/edge_source.h"
@@ -27,9 +28,10 @@ struct LineConfig {
 
 class LineSource : public EdgeSource {
 public:
-    LineSource(ose::World& world, const LineConfig& config, u32 rate_Hz, u64 seed, const std::string& name);
+    LineSource(ose::World& world, const LineConfig& config, u32 rate_Hz, u64 seed,
+               const std::string& name);
 
-    // ---- script: each takes effect at once, without a call to the board ------------------------------------
+    // ---- script: each takes effect at once, without a call to the board -------------------------
     void setPresent(bool present);
     /// Toggles, but its edges never reach the detector.
     void setStuck(bool stuck);
@@ -41,7 +43,7 @@ public:
     /// The next edge alone comes later by this, at most half a period either way.
     void moveNextEdge(double move_s);
 
-    // ---- EdgeSource ----------------------------------------------------------------------------------------
+    // ---- EdgeSource -----------------------------------------------------------------------------
     bool present() const override { return present_; }
     ose::Time nextEdge(ose::Time now) override;
 

@@ -102,7 +102,7 @@ u32  tuHwIf_readToggleStatus();
 u32  tuHwIf_readToggleStatusReg();
 int  tuHwIf_hwDiag(u32 hm, u32 mode);
 /// Pending interrupts, and the mask of enable and disable, on either board.
-constexpr u32 TU_BFN_IN_INT      = 0x1;   // port A of the link: BFN in on a master, IDL1 in on a slave
+constexpr u32 TU_BFN_IN_INT      = 0x1;   // port A: BFN in on a master, IDL1 in on a slave
 constexpr u32 TU_100MS_INT       = 0x2;
 constexpr u32 TU_INT_REF_CLK_INT = 0x4;   // the selected reference's edge is latched
 constexpr u32 TU_GPS_OUT_INT     = 0x8;

@@ -94,19 +94,19 @@ void deletePort(const node::PhyPort& port)
     PhyPortInfo* const row = rowOfLine(port.line);
     if (row == nullptr || row->froId != port.froId) {
         KVD_TRACE(TRACE_TUPHYADM, TRACE_ERROR,
-                  "Failed to delete entry in portInfoTable (lineNo=%u, froId=%u not found)", port.line,
-                  port.froId);
+                  "Failed to delete entry in portInfoTable (lineNo=%u, froId=%u not found)",
+                  port.line, port.froId);
         return;
     }
-    KVD_TRACE(TRACE_TUPHYADM, TRACE_INFO, "Deleting port info from portInfoTable (lineNo=%u, froId=%u)",
-              port.line, port.froId);
+    KVD_TRACE(TRACE_TUPHYADM, TRACE_INFO,
+              "Deleting port info from portInfoTable (lineNo=%u, froId=%u)", port.line, port.froId);
     row->isSupervised = 0;
     KvdLoz6TuRef_lineEnd(port.line);
     removePort(*row);
 }
 
-/// A supervised port keeps its place as a reference: its line or its froId may change, unless another
-/// port has the new one.
+/// A supervised port keeps its place as a reference: its line or its froId may change, unless
+/// another port has the new one.
 void changeSupervisedPort(PhyPortInfo& row, const node::PhyPort& port)
 {
     if (row.froId == port.froId && row.line != port.line) {
@@ -123,8 +123,8 @@ void changeSupervisedPort(PhyPortInfo& row, const node::PhyPort& port)
         }
     }
     KVD_TRACE(TRACE_TUPHYADM, TRACE_INFO,
-              "Changing port info in portInfoTable (lineNo=%u->%u, froId=%u->%u)", row.line, port.line,
-              row.froId, port.froId);
+              "Changing port info in portInfoTable (lineNo=%u->%u, froId=%u->%u)", row.line,
+              port.line, row.froId, port.froId);
     row.line = port.line;
     row.froId = port.froId;
     storeStates(row, port);
@@ -151,7 +151,7 @@ void addOrChangePort(const node::PhyPort& port)
     storePort(*row, port);
 }
 
-// ---- callbacks of the port service ----------------------------------------------------------------
+// ---- callbacks of the port service --------------------------------------------------------------
 
 void onConnected(u32 cepId)
 {
@@ -176,8 +176,8 @@ void onSyncStateChange(u32 line, u32 syncState)
     if (syncState <= PHY_SYNC_DEAD)
         row->syncState = static_cast<u8>(syncState);
     else
-        KVD_TRACE(TRACE_TUPHYADM, TRACE_ERROR, "Unexpected syncState=%u received for froId=%u", syncState,
-                  row->froId);
+        KVD_TRACE(TRACE_TUPHYADM, TRACE_ERROR, "Unexpected syncState=%u received for froId=%u",
+                  syncState, row->froId);
     if (row->isSupervised != 0) reportStates(*row);
 }
 
@@ -197,9 +197,10 @@ void onPortInfo(const node::PhyPort& port)
     }
 }
 
-constexpr node::PhyPortCallbacks CALLBACKS = {onConnected, onDisconnected, onSyncStateChange, onPortInfo};
+constexpr node::PhyPortCallbacks CALLBACKS = {onConnected, onDisconnected, onSyncStateChange,
+                                              onPortInfo};
 
-// ---- printout -----------------------------------------------------------------------------------------
+// ---- printout -----------------------------------------------------------------------------------
 
 const char* opStateText(u16 opState)
 {
@@ -238,7 +239,8 @@ void KvdLoz6TuPhyAdm_restart(u32 isFirstStart)
 {
     if (isFirstStart == 1) {
         s->portInfoTable.fill(PhyPortInfo{});
-        if (node::PhyPortInfo_attach(PHY_PORTINFO_SERVICE_NAME, PHY_PORTINFO_INTERFACE, 1, 2, CALLBACKS) == 0)
+        if (node::PhyPortInfo_attach(PHY_PORTINFO_SERVICE_NAME, PHY_PORTINFO_INTERFACE, 1, 2,
+                                     CALLBACKS) == 0)
             KVD_TRACE(TRACE_TUPHYADM, TRACE_INFO, "Successfully registered to PHYPORTINFO IF");
         else
             KVD_TRACE(TRACE_TUPHYADM, TRACE_ERROR, "Failed to register to PHYPORTINFO IF");
@@ -255,7 +257,8 @@ void KvdLoz6TuPhyAdm_stop()
 
 u32 KvdLoz6TuPhyAdm_lineOfFroId(u32 froId)
 {
-    // Free rows count too: they hold FRO_NONE, and their line is out of every range that callers accept.
+    // Free rows count too: they hold FRO_NONE, and their line is out of every range that callers
+    // accept.
     for (const PhyPortInfo& row : s->portInfoTable)
         if (row.froId == froId) return row.line;
     KVD_TRACE(TRACE_TUPHYADM, TRACE_ERROR,
@@ -272,29 +275,34 @@ void KvdLoz6TuPhyAdm_setSupervised(u32 froId, u32 isSupervised)
         return;
     }
     if (row->isSupervised == isSupervised) {
-        KVD_TRACE(TRACE_TUPHYADM, TRACE_INFO, "For froId=%u the isSupervised flag is already set to %u",
-                  froId, isSupervised);
+        KVD_TRACE(TRACE_TUPHYADM, TRACE_INFO,
+                  "For froId=%u the isSupervised flag is already set to %u", froId, isSupervised);
         return;
     }
     row->isSupervised = isSupervised;
     if (isSupervised == 1) reportStates(*row);
 }
 
-const PhyPortInfo& KvdLoz6TuPhyAdm_row(u32 row) { return s->portInfoTable[row < PHY_PORTS ? row : 0]; }
+const PhyPortInfo& KvdLoz6TuPhyAdm_row(u32 row)
+{
+    return s->portInfoTable[row < PHY_PORTS ? row : 0];
+}
 
 void KvdLoz6TuPhyAdm_printInfo()
 {
     node::shellPrintf("\n***** KVD LOZ6 tuphyadm related data *****\n");
     node::shellPrintf("   portInfoTable (%u rows)\n", PHY_PORTS);
-    node::shellPrintf("   row  line   froId       opState   adState       syncState  supervised  cepId\n");
+    node::shellPrintf(
+        "   row  line   froId       opState   adState       syncState  supervised  cepId\n");
     u32 used = 0;
     for (u32 i = 0; i < PHY_PORTS; ++i) {
         const PhyPortInfo& row = s->portInfoTable[i];
         if (!inUse(row)) continue;
         ++used;
-        node::shellPrintf("   %-3u  %-5u  %-10u  %-8s  %-12s  %-9s  %-10s  %u\n", i, row.line, row.froId,
-                          opStateText(row.opState), adStateText(row.adState), syncStateText(row.syncState),
-                          row.isSupervised != 0 ? "yes" : "no", row.cepId);
+        node::shellPrintf("   %-3u  %-5u  %-10u  %-8s  %-12s  %-9s  %-10s  %u\n", i, row.line,
+                          row.froId, opStateText(row.opState), adStateText(row.adState),
+                          syncStateText(row.syncState), row.isSupervised != 0 ? "yes" : "no",
+                          row.cepId);
     }
     if (used == 0) node::shellPrintf("   no port announced\n");
 }

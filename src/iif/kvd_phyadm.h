@@ -29,8 +29,8 @@ int  KvdLoz6TuPhyAdm_dispatch(Signal* sig);
 void KvdLoz6TuPhyAdm_restart(u32 isFirstStart);
 /// The main processor went away.
 void KvdLoz6TuPhyAdm_stop();
-/// Line of a froId as the service numbers it; unknown: traced, 0. FRO_NONE gives PHY_LINE_NONE while a row
-/// is free.
+/// Line of a froId as the service numbers it; unknown: traced, 0. FRO_NONE gives PHY_LINE_NONE
+/// while a row is free.
 u32  KvdLoz6TuPhyAdm_lineOfFroId(u32 froId);
 /// The main processor supervises the line (1) or not (0).
 void KvdLoz6TuPhyAdm_setSupervised(u32 froId, u32 isSupervised);

@@ -90,7 +90,8 @@ void onSyncState(const PhyportSyncStateInd* ind)
 void onPortInfo(const PhyportPortInfoInd* ind)
 {
     if (ind == nullptr) return;
-    s->callbacks.portInfo({ind->cepId, ind->line, ind->froId, ind->stateControl, ind->opState, ind->adState});
+    s->callbacks.portInfo(
+        {ind->cepId, ind->line, ind->froId, ind->stateControl, ind->opState, ind->adState});
 }
 
 }  // namespace
@@ -125,8 +126,8 @@ int PhyPortInfo_dispatch(const Signal* sig)
     case PHYPORT_CEP_DOWN_IND:    onCepDown(as<PhyportCepInd>(sig));          break;
     case PHYPORT_SYNC_STATE_IND:  onSyncState(as<PhyportSyncStateInd>(sig));  break;
     case PHYPORT_PORT_INFO_IND:   onPortInfo(as<PhyportPortInfoInd>(sig));    break;
-    // A confirmation needs no step: the end points follow it. A server that rejects stays attached, and
-    // the next one to come up under its name is asked again.
+    // A confirmation needs no step: the end points follow it. A server that rejects stays attached,
+    // and the next one to come up under its name is asked again.
     default:                                                                  break;
     }
     return 1;

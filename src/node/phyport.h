@@ -1,7 +1,8 @@
-// phyport.h - Client of the node's PHY port info service: which physical ports (PDH and SDH lines) there
-// are and how they fare. The server is the process PHY_PORTINFO_SERVICE_NAME; the client hunts for it, asks
-// it for a connection and from then on is told of its connection end points, ports and sync states.
-// Owner   the process that attaches; the proxy's callbacks run inside its PhyPortInfo_dispatch.
+// phyport.h - Client of the node's PHY port info service: which physical ports (PDH and SDH lines)
+// there are and how they fare. The server is the process PHY_PORTINFO_SERVICE_NAME; the client
+// hunts for it, asks it for a connection and from then on is told of its connection end points,
+// ports and sync states.
+// Owner   the process that attaches; the callbacks run inside its PhyPortInfo_dispatch.
 // Errors  a server that refuses or dies is waited for again; nothing here stops the caller.
 #pragma once
 #include "ose/types.h"
@@ -86,8 +87,8 @@ struct PhyPortCallbacks {
     void (*portInfo)(const PhyPort& port);
 };
 
-/// Registers the calling process and starts the hunt for the server. 0 done; 1 when a callback is missing
-/// or the program is registered already.
+/// Registers the calling process and starts the hunt for the server. 0 done; 1 when a callback is
+/// missing or the program is registered already.
 u32 PhyPortInfo_attach(const char* serviceName, u32 interfaceNumber, u32 pvFirst, u32 pvSecond,
                        const PhyPortCallbacks& callbacks);
 /// Takes one of the service's signals: 1 when it was one. Never frees it.

@@ -5,10 +5,11 @@
 /// Name of the server's process.
 constexpr const char* TARSO_PRI_SERVER_NAME = "TarsoPriServer";
 
-constexpr SIGSELECT TARSO_PRI_INITIATE_SERVICE_REQ  = 0x60310;   // client -> server: TarsoPriInitiateServiceReq
-constexpr SIGSELECT TARSO_PRI_TERMINATE_SERVICE_REQ = 0x60311;   // client -> server, no data
-constexpr SIGSELECT TARSO_PIU_OWN_IDENTITY_REQ      = 0x60312;   // client -> server, no data
-constexpr SIGSELECT TARSO_PIU3_OWN_HW_ADDR_REQ      = 0x60313;   // client -> server, no data
+// All go from client to server, without data but for the first: TarsoPriInitiateServiceReq.
+constexpr SIGSELECT TARSO_PRI_INITIATE_SERVICE_REQ  = 0x60310;
+constexpr SIGSELECT TARSO_PRI_TERMINATE_SERVICE_REQ = 0x60311;
+constexpr SIGSELECT TARSO_PIU_OWN_IDENTITY_REQ      = 0x60312;
+constexpr SIGSELECT TARSO_PIU3_OWN_HW_ADDR_REQ      = 0x60313;
 
 struct TarsoPriInitiateServiceReq {
     SIGSELECT sigNo;

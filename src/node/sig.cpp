@@ -10,8 +10,9 @@ void traceShortSignal(const Signal* sig, u32 wanted)
 {
     Signal* received = const_cast<Signal*>(sig);
     const char* from = ose::process_name(ose::sender(&received));
-    KVD_TRACE(GROUP, TRACE_ERROR, "Signal 0x%x from %s ignored, too short, size=%u wanted=%u", sig->sigNo,
-              from != nullptr ? from : "an unknown process", ose::sigsize(&received), wanted);
+    KVD_TRACE(GROUP, TRACE_ERROR, "Signal 0x%x from %s ignored, too short, size=%u wanted=%u",
+              sig->sigNo, from != nullptr ? from : "an unknown process", ose::sigsize(&received),
+              wanted);
 }
 
 }  // namespace node

@@ -7,10 +7,11 @@
 /// Name of the server's process.
 constexpr const char* TARSO_TEMI_SERVER_NAME = "TarsoTemiServer";
 
-constexpr SIGSELECT TARSO_TEMI_INITIATE_SERVICE_REQ  = 0x60260;   // client -> server: TarsoTemiInitiateServiceReq
-constexpr SIGSELECT TARSO_TEMI_DO_TEST_RSP           = 0x60261;   // client -> server: TarsoTemiTestResult
-constexpr SIGSELECT TARSO_TEMI_TEST_RESULT_IND       = 0x60262;   // client -> server: TarsoTemiTestResult
-constexpr SIGSELECT TARSO_TEMI_TERMINATE_SERVICE_REQ = 0x60263;   // client -> server, no data
+// All go from client to server.
+constexpr SIGSELECT TARSO_TEMI_INITIATE_SERVICE_REQ  = 0x60260;   // TarsoTemiInitiateServiceReq
+constexpr SIGSELECT TARSO_TEMI_DO_TEST_RSP           = 0x60261;   // TarsoTemiTestResult
+constexpr SIGSELECT TARSO_TEMI_TEST_RESULT_IND       = 0x60262;   // TarsoTemiTestResult
+constexpr SIGSELECT TARSO_TEMI_TERMINATE_SERVICE_REQ = 0x60263;   // no data
 
 struct TarsoTemiInitiateServiceReq {
     SIGSELECT sigNo;

@@ -10,7 +10,7 @@
 namespace {
 
 constexpr u32 PROCESSES_MAX = 32;      // trace blocks of one program
-constexpr u32 TEXT_MAX = 1024;         // bytes of one text that the service takes, terminator included
+constexpr u32 TEXT_MAX = 1024;   // bytes of one text that the service takes, terminator included
 
 struct ProcessBlock {
     PROCESS pid;
@@ -129,7 +129,8 @@ void traceWrite(u32 group, u8 level, const char* file, int line, const char* for
         if (b != nullptr) ++b->errorStatus;
     }
     const char* process = ose::process_name(pid);
-    platform().trace({traceGroupName(group), level, process != nullptr ? process : "", file, line, text});
+    platform().trace(
+        {traceGroupName(group), level, process != nullptr ? process : "", file, line, text});
 }
 
 }  // namespace node

@@ -28,7 +28,7 @@ ose::ModuleData<RefTable> s;
 
 bool isMaster() { return KvdLoz6TuMgr_masterSlaveMode() == 1; }
 
-// ---- handlers -------------------------------------------------------------------------------------------
+// ---- handlers -----------------------------------------------------------------------------------
 
 void onSelectSynchRef(const KvdTuiifSelectSynchRefInd* ind)
 {
@@ -38,25 +38,29 @@ void onSelectSynchRef(const KvdTuiifSelectSynchRefInd* ind)
 
 bool hasDelayHistory(u32 froClassNo)
 {
-    return froClassNo == CLASS_NTP || froClassNo == CLASS_PACKET_TIME || froClassNo == CLASS_PACKET_FREQ;
+    return froClassNo == CLASS_NTP || froClassNo == CLASS_PACKET_TIME ||
+           froClassNo == CLASS_PACKET_FREQ;
 }
 
 void onRegisterSynchRef(const KvdTuiifRegisterSynchRefInd* ind)
 {
     if (ind == nullptr) return;
-    if (hasDelayHistory(ind->froClassNo)) KvdLoz6TuReg_registerPacketRef(ind->froClassNo, ind->froId);
+    if (hasDelayHistory(ind->froClassNo))
+        KvdLoz6TuReg_registerPacketRef(ind->froClassNo, ind->froId);
 }
 
-void onDeregisterSynchRef(const KvdTuiifRegisterSynchRefInd* ind)
+void onDeregisterSynchRef(const KvdTuiifDeregisterSynchRefInd* ind)
 {
     if (ind == nullptr) return;
-    if (hasDelayHistory(ind->froClassNo)) KvdLoz6TuReg_deregisterPacketRef(ind->froClassNo, ind->froId);
+    if (hasDelayHistory(ind->froClassNo))
+        KvdLoz6TuReg_deregisterPacketRef(ind->froClassNo, ind->froId);
 }
 
 void onRefInterrupt(const KvdTuhwifRefInterrupt* ind)
 {
     if (ind == nullptr || (ind->pending & INTERRUPT_PORT_A) == 0) return;
-    if (!isMaster() && KvdLoz6BiraIifAdm_idlMode() == IDL_MODE_2) return;   // the slave listens on port 2
+    if (!isMaster() && KvdLoz6BiraIifAdm_idlMode() == IDL_MODE_2)
+        return;   // the slave listens on port 2
     KvdLoz6TuRef_idlInterrupt(IDLPORT_1);
 }
 
@@ -103,31 +107,61 @@ int KvdLoz6TuRef_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
     case KVD_TUIIF_SYNCH_PATH_SUP_IND:
-        KvdLoz6TuRef_onPathSupervision(as<KvdTuiifSynchPathSupInd>(sig));                     return 1;
+        KvdLoz6TuRef_onPathSupervision(as<KvdTuiifSynchPathSupInd>(sig));
+        return 1;
     case KVD_TUIIF_SELECT_SYNCH_REF_IND:
-        onSelectSynchRef(as<KvdTuiifSelectSynchRefInd>(sig));                                 return 1;
+        onSelectSynchRef(as<KvdTuiifSelectSynchRefInd>(sig));
+        return 1;
     case KVD_TUIIF_REGISTER_SYNCH_REF_IND:
-        onRegisterSynchRef(as<KvdTuiifRegisterSynchRefInd>(sig));                             return 1;
+        onRegisterSynchRef(as<KvdTuiifRegisterSynchRefInd>(sig));
+        return 1;
     case KVD_TUIIF_DEREGISTER_SYNCH_REF_IND:
-        onDeregisterSynchRef(as<KvdTuiifRegisterSynchRefInd>(sig));                           return 1;
+        onDeregisterSynchRef(as<KvdTuiifDeregisterSynchRefInd>(sig));
+        return 1;
     case KVD_TUREFMON_PROC_TOGGLE_STATUS_IND:
-        KvdLoz6TuRef_onToggleStatus();                                                        return 1;
+        KvdLoz6TuRef_onToggleStatus();
+        return 1;
     case KVD_TUREF_TIMEOUT_IND:
-        KvdLoz6TuRef_onFilterTimeout(as<KvdTurefTimeoutInd>(sig));                            return 1;
-    case KVD_TUREF_IDL1_WTR_TIMEOUT_IND:         KvdLoz6TuRef_onIdlWtrTimeout(IDLPORT_1);         return 1;
-    case KVD_TUREF_IDL1_HO_TIMEOUT_IND:          KvdLoz6TuRef_onIdlHoTimeout(IDLPORT_1);          return 1;
-    case KVD_TUREF_IDL1_SUPERVISION_TIMEOUT_IND: KvdLoz6TuRef_onIdlSupervisionTimeout(IDLPORT_1); return 1;
-    case KVD_TUREF_IDL2_WTR_TIMEOUT_IND:         KvdLoz6TuRef_onIdlWtrTimeout(IDLPORT_2);         return 1;
-    case KVD_TUREF_IDL2_HO_TIMEOUT_IND:          KvdLoz6TuRef_onIdlHoTimeout(IDLPORT_2);          return 1;
-    case KVD_TUREF_IDL2_SUPERVISION_TIMEOUT_IND: KvdLoz6TuRef_onIdlSupervisionTimeout(IDLPORT_2); return 1;
-    case KVD_TUREF_GPSOSL_HOLDOVER_TIMEOUT_IND:  KvdLoz6TuRef_onGpsOslHoldoverTimeout();          return 1;
+        KvdLoz6TuRef_onFilterTimeout(as<KvdTurefTimeoutInd>(sig));
+        return 1;
+    case KVD_TUREF_IDL1_WTR_TIMEOUT_IND:
+        KvdLoz6TuRef_onIdlWtrTimeout(IDLPORT_1);
+        return 1;
+    case KVD_TUREF_IDL1_HO_TIMEOUT_IND:
+        KvdLoz6TuRef_onIdlHoTimeout(IDLPORT_1);
+        return 1;
+    case KVD_TUREF_IDL1_SUPERVISION_TIMEOUT_IND:
+        KvdLoz6TuRef_onIdlSupervisionTimeout(IDLPORT_1);
+        return 1;
+    case KVD_TUREF_IDL2_WTR_TIMEOUT_IND:
+        KvdLoz6TuRef_onIdlWtrTimeout(IDLPORT_2);
+        return 1;
+    case KVD_TUREF_IDL2_HO_TIMEOUT_IND:
+        KvdLoz6TuRef_onIdlHoTimeout(IDLPORT_2);
+        return 1;
+    case KVD_TUREF_IDL2_SUPERVISION_TIMEOUT_IND:
+        KvdLoz6TuRef_onIdlSupervisionTimeout(IDLPORT_2);
+        return 1;
+    case KVD_TUREF_GPSOSL_HOLDOVER_TIMEOUT_IND:
+        KvdLoz6TuRef_onGpsOslHoldoverTimeout();
+        return 1;
     case KVD_TUREF_SLAVE_HOLDOVER_TIMEOUT_IND:
-        KvdLoz6TuRef_onSlaveHoldoverTimeout(as<KvdTurefSlaveHoldoverTimeoutInd>(sig));        return 1;
-    case KVD_TUREF_IDL2_SYNC_DATA_TIMEOUT_IND:   KvdLoz6TuRef_onIdl2SyncDataTimeout();            return 1;
-    case KVD_TUIIF_IDL2_SYNC_DATA_IND:           onIdl2SyncData(sig);                             return 1;
-    case KVD_TUHWIF_REF_INTERRUPT:               onRefInterrupt(as<KvdTuhwifRefInterrupt>(sig));  return 1;
-    case IDPI_GET_DELAY_CFM:                     onIdl2Delay();                                   return 1;
-    default:                                                                                  return 0;
+        KvdLoz6TuRef_onSlaveHoldoverTimeout(as<KvdTurefSlaveHoldoverTimeoutInd>(sig));
+        return 1;
+    case KVD_TUREF_IDL2_SYNC_DATA_TIMEOUT_IND:
+        KvdLoz6TuRef_onIdl2SyncDataTimeout();
+        return 1;
+    case KVD_TUIIF_IDL2_SYNC_DATA_IND:
+        onIdl2SyncData(sig);
+        return 1;
+    case KVD_TUHWIF_REF_INTERRUPT:
+        onRefInterrupt(as<KvdTuhwifRefInterrupt>(sig));
+        return 1;
+    case IDPI_GET_DELAY_CFM:
+        onIdl2Delay();
+        return 1;
+    default:
+        return 0;
     }
 }
 
@@ -155,7 +189,7 @@ void KvdLoz6TuRef_restart(u32 isFirstStart)
     if (first) KvdLoz6TuRef_clearGpsOslHoldoverTimer();
 }
 
-// ---- queries --------------------------------------------------------------------------------------------
+// ---- queries ------------------------------------------------------------------------------------
 
 u32 KvdLoz6TuRef_rowOfRefType(u8 refType)
 {

@@ -9,7 +9,8 @@
 struct Signal;
 
 constexpr u32 REF_ROWS = 12;
-constexpr u32 ROW_TU = 5, ROW_GPS = 6, ROW_HPTSI = 7, ROW_ETHA = 8, ROW_ETHB = 9, ROW_ETHC = 10, ROW_GPSOSL = 11;
+constexpr u32 ROW_TU = 5, ROW_GPS = 6, ROW_HPTSI = 7, ROW_ETHA = 8, ROW_ETHB = 9, ROW_ETHC = 10,
+              ROW_GPSOSL = 11;
 
 enum RefStatus : u32 { REF_STATUS_UNK = 0, REF_STATUS_ON = 1, REF_STATUS_OFF = 2 };
 enum FilterType : u32 { NO_FILTER = 0, HO_FILTER = 1, WTR_FILTER = 2 };
@@ -54,7 +55,13 @@ void KvdLoz6TuRef_lineEnd(u32 line);
 
 /// Inter-unit links.
 enum IdlPort : u32 { IDLPORT_1 = 0, IDLPORT_2 = 1 };
-enum IdlState : u32 { IDL_UNKNOWN = 0, IDL_SUPERVISED = 1, IDL_ON = 2, IDL_OFF = 3, IDL_WAIT_TO_RESTORE = 4 };
+enum IdlState : u32 {
+    IDL_UNKNOWN = 0,
+    IDL_SUPERVISED = 1,
+    IDL_ON = 2,
+    IDL_OFF = 3,
+    IDL_WAIT_TO_RESTORE = 4
+};
 u32  KvdLoz6TuRef_idlState(u32 port);
 /// The main processor went away: both ports unknown, tuiifRefState 0.
 void KvdLoz6TuRef_idlReset();

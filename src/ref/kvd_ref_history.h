@@ -5,8 +5,19 @@
 
 #include <array>
 
-enum IdlTimerType : u8 { TIMER_NONE = 0, HO_TIMER = 1, WTR_TIMER = 2, SUP_TIMER = 3, SLAVE_HO_TIMER = 4 };
-enum IdlTimerStatus : u8 { TIMER_STATUS_NONE = 0, TIMER_ON = 1, TIMER_CANCELED = 2, TIMER_EXPIRED = 3 };
+enum IdlTimerType : u8 {
+    TIMER_NONE = 0,
+    HO_TIMER = 1,
+    WTR_TIMER = 2,
+    SUP_TIMER = 3,
+    SLAVE_HO_TIMER = 4
+};
+enum IdlTimerStatus : u8 {
+    TIMER_STATUS_NONE = 0,
+    TIMER_ON = 1,
+    TIMER_CANCELED = 2,
+    TIMER_EXPIRED = 3
+};
 
 constexpr u32 TIME_STAMP_SIZE = 27;   // "%Y-%m-%d %H:%M:%S", point, six digits, terminator
 
@@ -44,9 +55,10 @@ struct IdlHistory {
     };
     std::array<Port, PORTS> port;
 
-    /// Takes one event. Dropped when equal to the port's latest. A HO or supervision timer's restart right
-    /// after its cancel in the same state is held, and written ahead of the next event that differs: a
-    /// healthy link restarts its timer at every interrupt and would fill the ring.
+    /// Takes one event. Dropped when equal to the port's latest. A HO or supervision timer's
+    /// restart right after its cancel in the same state is held, and written ahead of the next
+    /// event that differs: a healthy link restarts its timer at every interrupt and would fill the
+    /// ring.
     void offer(const IdlHistoryRecord& event);
 };
 

@@ -75,7 +75,7 @@ void record(u32 port, IdlTimerType type, IdlTimerStatus status)
     s->history.offer(event);
 }
 
-// ---- a port's timers --------------------------------------------------------------------------------------
+// ---- a port's timers ----------------------------------------------------------------------------
 
 void startTimer(u32 port, TimerRef& ref, OSTIME time, SIGSELECT sigNo, IdlTimerType type)
 {
@@ -97,7 +97,8 @@ void cancelTimer(u32 port, TimerRef& ref, IdlTimerType type)
 void startIdlHoTimer(u32 port)
 {
     if (s->port[port].hoTimer != 0)
-        KVD_TRACE(TRACE_TUREF, TRACE_3, "startIdlHoTimer ignored.idlHO timer already started for %s",
+        KVD_TRACE(TRACE_TUREF, TRACE_3,
+                  "startIdlHoTimer ignored.idlHO timer already started for %s",
                   KvdLoz6TuRef_idlPortText(port));
     else
         startTimer(port, s->port[port].hoTimer, HO_TIME, PORT[port].hoSig, HO_TIMER);
@@ -106,7 +107,8 @@ void startIdlHoTimer(u32 port)
 void startIdlWtrTimer(u32 port)
 {
     if (s->port[port].wtrTimer != 0)
-        KVD_TRACE(TRACE_TUREF, TRACE_3, "startIdlWtrTimer ignored.idlWTR timer already started for %s",
+        KVD_TRACE(TRACE_TUREF, TRACE_3,
+                  "startIdlWtrTimer ignored.idlWTR timer already started for %s",
                   KvdLoz6TuRef_idlPortText(port));
     else
         startTimer(port, s->port[port].wtrTimer, WTR_TIME, PORT[port].wtrSig, WTR_TIMER);
@@ -126,7 +128,8 @@ void startIdlSupervisionTimer(u32 port)
 void cancelIdlHoTimer(u32 port)
 {
     if (s->port[port].hoTimer == 0)
-        KVD_TRACE(TRACE_TUREF, TRACE_3, "Ignored cancelIdlHoTimer since timer was not started for [%s]",
+        KVD_TRACE(TRACE_TUREF, TRACE_3,
+                  "Ignored cancelIdlHoTimer since timer was not started for [%s]",
                   KvdLoz6TuRef_idlPortText(port));
     else
         cancelTimer(port, s->port[port].hoTimer, HO_TIMER);
@@ -135,7 +138,8 @@ void cancelIdlHoTimer(u32 port)
 void cancelIdlWtrTimer(u32 port)
 {
     if (s->port[port].wtrTimer == 0)
-        KVD_TRACE(TRACE_TUREF, TRACE_3, "Ignored cancelIdlWtrTimer since timer was not started for [%s]",
+        KVD_TRACE(TRACE_TUREF, TRACE_3,
+                  "Ignored cancelIdlWtrTimer since timer was not started for [%s]",
                   KvdLoz6TuRef_idlPortText(port));
     else
         cancelTimer(port, s->port[port].wtrTimer, WTR_TIMER);
@@ -151,10 +155,10 @@ void cancelIdlSupervisionTimer(u32 port)
         cancelTimer(port, s->port[port].supervisionTimer, SUP_TIMER);
 }
 
-// ---- slave holdover -----------------------------------------------------------------------------------------
+// ---- slave holdover -----------------------------------------------------------------------------
 
-/// A slave that lost its link keeps its loop for a minute. The first loss starts it; it runs on while the
-/// link comes and goes.
+/// A slave that lost its link keeps its loop for a minute. The first loss starts it; it runs on
+/// while the link comes and goes.
 void startSlaveHoldover(u32 port)
 {
     if (isMaster()) return;
@@ -173,7 +177,8 @@ void startSlaveHoldover(u32 port)
         return;
     }
     record(port, SLAVE_HO_TIMER, TIMER_ON);
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Slave HoldOver timer started. Slave PLL state %u, idlPort = %u",
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO,
+              "Slave HoldOver timer started. Slave PLL state %u, idlPort = %u",
               KvdLoz6TuReg_slavePllState(), port);
 }
 
@@ -186,7 +191,7 @@ void stopSlaveHoldover(u32 port)
     record(port, SLAVE_HO_TIMER, TIMER_CANCELED);
 }
 
-// ---- steps of the machine -------------------------------------------------------------------------------------
+// ---- steps of the machine -----------------------------------------------------------------------
 
 void linkUp(u32 port) { KvdLoz6TuIifAdm_setRefStateBits(PORT[port].linkBit); }
 void linkDown(u32 port) { KvdLoz6TuIifAdm_clearRefStateBits(PORT[port].linkBit); }
@@ -199,7 +204,8 @@ void selectOnSlave(u32 port)
 void enter(u32 port, IdlState idlState)
 {
     KVD_TRACE(TRACE_TUREF, TRACE_3, "%s: %s -> %s", KvdLoz6TuRef_idlPortText(port),
-              KvdLoz6TuRef_idlStateText(s->port[port].idlState), KvdLoz6TuRef_idlStateText(idlState));
+              KvdLoz6TuRef_idlStateText(s->port[port].idlState),
+              KvdLoz6TuRef_idlStateText(idlState));
     s->port[port].idlState = idlState;
 }
 
@@ -215,8 +221,8 @@ void supervisionOff(u32 port)
     stopSlaveHoldover(port);
     if (port == IDLPORT_1) tuHwIf_disableIsr(INTERRUPT_1);
     enter(port, IDL_UNKNOWN);
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "%s state is UNKNOWN, %s supervision is disabled", PORT[port].name,
-              PORT[port].name);
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "%s state is UNKNOWN, %s supervision is disabled",
+              PORT[port].name, PORT[port].name);
     linkDown(port);
     KvdLoz6TuReg_setPortSupervised(0, port);
     if (isDown(1 - port)) {
@@ -229,7 +235,8 @@ void firstSupervision(u32 port)
 {
     const bool slave = !isMaster();
     if (port == IDLPORT_2 && slave && KvdLoz6BiraIifAdm_initiatedFromSlaveMsi() == 0) {
-        // The other end's data comes only once the hardware is handed over: nothing to wait for yet.
+        // The other end's data comes only once the hardware is handed over: nothing to wait for
+        // yet.
         enter(port, IDL_ON);
     } else {
         enter(port, IDL_SUPERVISED);
@@ -263,7 +270,8 @@ void linkSeen(u32 port)
 
 void ignoreTimeout(u32 port)
 {
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "idl supervision is disabled or it's status is OFF, ignore timeout [%s] ",
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO,
+              "idl supervision is disabled or it's status is OFF, ignore timeout [%s] ",
               KvdLoz6TuRef_idlPortText(port));
 }
 
@@ -290,7 +298,10 @@ const char* KvdLoz6TuRef_idlStateText(u32 idlState)
     }
 }
 
-u32 KvdLoz6TuRef_idlState(u32 port) { return port < PORTS ? s->port[port].idlState : u32{IDL_UNKNOWN}; }
+u32 KvdLoz6TuRef_idlState(u32 port)
+{
+    return port < PORTS ? s->port[port].idlState : u32{IDL_UNKNOWN};
+}
 
 void KvdLoz6TuRef_idlSupervision(u32 port, u32 on)
 {
@@ -420,7 +431,7 @@ void KvdLoz6TuRef_idlClear()
     }
 }
 
-// ---- sync data of port 2 on a slave -----------------------------------------------------------------------------
+// ---- sync data of port 2 on a slave -------------------------------------------------------------
 
 void KvdLoz6TuRef_startIdl2SyncDataTimer()
 {
@@ -469,7 +480,7 @@ void KvdLoz6TuRef_setSynchPortNo(u8 synchPortNo)
     s->synchPortHistory.push(change);
 }
 
-// ---- printout ---------------------------------------------------------------------------------------------------
+// ---- printout -----------------------------------------------------------------------------------
 
 namespace {
 
@@ -496,11 +507,11 @@ const char* timerStatusText(u8 status)
 
 const char* runsText(TimerRef timer) { return timer != 0 ? "runs" : "-"; }
 
-void printRecord(const IdlHistoryRecord& r)
+void printRecord(const IdlHistoryRecord& r, const char* note = "")
 {
-    node::shellPrintf("   %-26s  %-9s  %-19s  %-14s  %s\n", r.time, KvdLoz6TuRef_idlPortText(r.port),
-                      KvdLoz6TuRef_idlStateText(r.idlState), timerTypeText(r.timerType),
-                      timerStatusText(r.timerStatus));
+    node::shellPrintf("   %-26s  %-9s  %-19s  %-14s  %s%s\n", r.time,
+                      KvdLoz6TuRef_idlPortText(r.port), KvdLoz6TuRef_idlStateText(r.idlState),
+                      timerTypeText(r.timerType), timerStatusText(r.timerStatus), note);
 }
 
 }  // namespace
@@ -512,21 +523,23 @@ void KvdLoz6TuRef_printIdl()
     for (u32 port = 0; port < PORTS; ++port) {
         const IdlPortRecord& p = s->port[port];
         node::shellPrintf("   %-9s  %-19s  %-4s  %-4s  %s\n", KvdLoz6TuRef_idlPortText(port),
-                          KvdLoz6TuRef_idlStateText(p.idlState), runsText(p.hoTimer), runsText(p.wtrTimer),
-                          runsText(p.supervisionTimer));
+                          KvdLoz6TuRef_idlStateText(p.idlState), runsText(p.hoTimer),
+                          runsText(p.wtrTimer), runsText(p.supervisionTimer));
     }
     node::shellPrintf("   slave holdover timer   : %s\n", runsText(s->slaveHoldoverTimer));
     node::shellPrintf("   idl2SyncDataIndTmoCntr : %u\n", s->idl2SyncDataIndTmoCntr);
 
-    node::shellPrintf("\n   IDL supervision history, %u of 200 records, oldest first\n", s->history.ring.count);
+    node::shellPrintf("\n   IDL supervision history, %u of 200 records, oldest first\n",
+                      s->history.ring.count);
     for (u32 i = 0; i < s->history.ring.count; ++i) printRecord(s->history.ring.oldest(i));
     node::shellPrintf("   latest of each port\n");
     for (const IdlHistory::Port& p : s->history.port) {
         if (p.hasLatest) printRecord(p.latest);
-        if (p.hasHeld) printRecord(p.held);
+        if (p.hasHeld) printRecord(p.held, " (held back)");
     }
 
-    node::shellPrintf("\n   Synch port history, %u of 50 records, oldest first\n", s->synchPortHistory.count);
+    node::shellPrintf("\n   Synch port history, %u of 50 records, oldest first\n",
+                      s->synchPortHistory.count);
     for (u32 i = 0; i < s->synchPortHistory.count; ++i) {
         const SynchPortRecord& r = s->synchPortHistory.oldest(i);
         node::shellPrintf("   %-26s  port %u\n", r.time, r.synchPortNo);

@@ -5,6 +5,8 @@
 #include "ref/kvd_ref_int.h"
 #include "ref/kvd_ref_select.h"
 
+#include <cstdio>
+
 namespace {
 
 const char* refStatusText(u32 refStatus)
@@ -37,13 +39,23 @@ const char* gpsExtToggleText(u32 toggle)
     }
 }
 
+/// Decimal, "none" for FRO_NONE.
+void idText(char (&text)[12], u32 id)
+{
+    if (id == FRO_NONE) std::snprintf(text, sizeof text, "none");
+    else std::snprintf(text, sizeof text, "%u", id);
+}
+
 void printSelection()
 {
-    node::shellPrintf("   selectedRef       : %s (%u)\n", KvdLoz6TuRef_refTypeText(KvdLoz6TuRef_selectedRef()),
+    node::shellPrintf("   selectedRef       : %s (%u)\n",
+                      KvdLoz6TuRef_refTypeText(KvdLoz6TuRef_selectedRef()),
                       KvdLoz6TuRef_selectedRef());
-    node::shellPrintf("   prevSelRef        : %s (%u)\n", KvdLoz6TuRef_refTypeText(KvdLoz6TuRef_prevSelRef()),
+    node::shellPrintf("   prevSelRef        : %s (%u)\n",
+                      KvdLoz6TuRef_refTypeText(KvdLoz6TuRef_prevSelRef()),
                       KvdLoz6TuRef_prevSelRef());
-    node::shellPrintf("   before that       : %s (%u)\n", KvdLoz6TuRef_refTypeText(KvdLoz6TuRef_prevPrevSelRef()),
+    node::shellPrintf("   before that       : %s (%u)\n",
+                      KvdLoz6TuRef_refTypeText(KvdLoz6TuRef_prevPrevSelRef()),
                       KvdLoz6TuRef_prevPrevSelRef());
 }
 
@@ -53,26 +65,34 @@ void printWords(const RefTable& t)
     node::shellPrintf("   refStatusBits     : 0x%08X\n", t.refStatusBits);
     node::shellPrintf("   lastToggleStatus  : 0x%08X\n", t.lastToggleStatus);
     node::shellPrintf("   noChangeCounter   : %u\n", t.noChangeCounter);
-    node::shellPrintf("   gpsExtToggle      : %s (%u)\n", gpsExtToggleText(t.gpsExtToggle), t.gpsExtToggle);
-    node::shellPrintf("   prevGpsToggle     : %s (%u)\n", gpsExtToggleText(t.prevGpsToggle), t.prevGpsToggle);
+    node::shellPrintf("   gpsExtToggle      : %s (%u)\n", gpsExtToggleText(t.gpsExtToggle),
+                      t.gpsExtToggle);
+    node::shellPrintf("   prevGpsToggle     : %s (%u)\n", gpsExtToggleText(t.prevGpsToggle),
+                      t.prevGpsToggle);
     node::shellPrintf("   ethStatusSent     : %u\n", t.ethStatusSent);
     node::shellPrintf("   first start       : %u\n", t.firstStart);
-    node::shellPrintf("   GPS OSL holdover  : %s\n", KvdLoz6TuRef_gpsOslHoldoverTimerRuns() ? "runs" : "-");
+    node::shellPrintf("   GPS OSL holdover  : %s\n",
+                      KvdLoz6TuRef_gpsOslHoldoverTimerRuns() ? "runs" : "-");
 }
 
 void printRows(const RefTable& t)
 {
     node::shellPrintf("\n   refDescTable\n");
-    node::shellPrintf("   no  refType      superv  refStatus  filterType  timer  toggleMask  stateMask  "
-                      "stateBits  froId       froClassNo\n");
+    node::shellPrintf(
+        "   no  refType      superv  refStatus  filterType  timer  toggleMask  stateMask  "
+        "stateBits  froId       froClassNo\n");
     for (u32 row = 0; row < REF_ROWS; ++row) {
         const RefDesc& d = t.refDescTable[row];
-        node::shellPrintf("   %-2u  %-11s  %-6s  %-9s  %-10s  %-5s  0x%03X       0x%04X     0x%04X     "
-                          "0x%08X  0x%08X\n",
-                          row, KvdLoz6TuRef_refTypeText(d.refType), d.supervisionStatus != 0 ? "True" : "False",
-                          refStatusText(d.refStatus), filterText(d.filterType),
-                          d.filterTimer != 0 ? "runs" : "-", REF_ROW_TRAITS[row].toggleMask,
-                          REF_ROW_TRAITS[row].stateMask, d.stateBits, d.froId, d.froClassNo);
+        char froId[12], froClassNo[12];
+        idText(froId, d.froId);
+        idText(froClassNo, d.froClassNo);
+        node::shellPrintf(
+            "   %-2u  %-11s  %-6s  %-9s  %-10s  %-5s  0x%03X       0x%04X     0x%04X     "
+            "%-10s  %s\n",
+            row, KvdLoz6TuRef_refTypeText(d.refType), d.supervisionStatus != 0 ? "True" : "False",
+            refStatusText(d.refStatus), filterText(d.filterType), d.filterTimer != 0 ? "runs" : "-",
+            REF_ROW_TRAITS[row].toggleMask, REF_ROW_TRAITS[row].stateMask, d.stateBits, froId,
+            froClassNo);
     }
 }
 

@@ -64,7 +64,7 @@ struct RefTable {
     u32 noChangeCounter = 0;      // toggle indications that changed nothing
     u32 gpsExtToggle = NO_TOGGLE;
     u32 prevGpsToggle = NO_TOGGLE;
-    u32 ethStatusSent = 0;        // an Ethernet row's status went out since supervision last started
+    u32 ethStatusSent = 0;   // an Ethernet row's status went out since supervision last started
     u32 firstStart = 0;
     RefOwnerStatus gps, hptsi, gpsOsl;
 };
@@ -75,15 +75,16 @@ void KvdLoz6TuRef_report();
 const char* KvdLoz6TuRef_idlPortText(u32 port);
 const char* KvdLoz6TuRef_idlStateText(u32 idlState);
 
-// ---- supervision ------------------------------------------------------------------------------------
+// ---- supervision --------------------------------------------------------------------------------
 void KvdLoz6TuRef_onPathSupervision(const KvdTuiifSynchPathSupInd* ind);
 void KvdLoz6TuRef_onToggleStatus();
-/// The toggle filter, and the start of a row's supervision, for a status word as the hardware gives it.
+/// The toggle filter, and the start of a row's supervision, for a status word as the hardware gives
+/// it.
 void KvdLoz6TuRef_filterToggles(u32 status);
 void KvdLoz6TuRef_startWithStatus(u32 row, u32 status);
 void KvdLoz6TuRef_onFilterTimeout(const KvdTurefTimeoutInd* ind);
 
-// ---- inter-unit links ---------------------------------------------------------------------------------
+// ---- inter-unit links ---------------------------------------------------------------------------
 void KvdLoz6TuRef_idlClear();
 void KvdLoz6TuRef_idlSupervision(u32 port, u32 on);
 void KvdLoz6TuRef_onIdlHoTimeout(u32 port);
@@ -93,6 +94,6 @@ void KvdLoz6TuRef_onSlaveHoldoverTimeout(const KvdTurefSlaveHoldoverTimeoutInd* 
 void KvdLoz6TuRef_onIdl2SyncDataTimeout();
 void KvdLoz6TuRef_printIdl();
 
-// ---- GPS out sync link --------------------------------------------------------------------------------
+// ---- GPS out sync link --------------------------------------------------------------------------
 void KvdLoz6TuRef_onGpsOslHoldoverTimeout();
 bool KvdLoz6TuRef_gpsOslHoldoverTimerRuns();

@@ -1,5 +1,6 @@
-// Carries out selections: routes the hardware, gives the regulator its reference, updates the client view,
-// restarts the statistics, and takes care of the loops when a time reference goes away.
+// Carries out selections: routes the hardware, gives the regulator its reference, updates the
+// client view, restarts the statistics, and takes care of the loops when a time reference goes
+// away.
 #include "ref/kvd_ref_select.h"
 
 #include "gps/kvd_gps.h"
@@ -91,7 +92,7 @@ const char* selectorText(u32 selector)
     }
 }
 
-// ---- the selection block --------------------------------------------------------------------------------
+// ---- the selection block ------------------------------------------------------------------------
 
 void moveBlockOn(u8 refType)
 {
@@ -107,11 +108,12 @@ void moveBlockOnUnlessSelected(u8 refType)
         moveBlockOn(refType);
         return;
     }
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO,
-              "Select syncRefType = %s (%u) received while selectedRef = %s (%u) and prevSelRef = %s (%u). "
-              "Update of reference variables ignored.",
-              KvdLoz6TuRef_refTypeText(refType), refType, KvdLoz6TuRef_refTypeText(s->sel.selectedRef),
-              s->sel.selectedRef, KvdLoz6TuRef_refTypeText(s->sel.prevSelRef), s->sel.prevSelRef);
+    KVD_TRACE(
+        TRACE_TUREF, TRACE_INFO,
+        "Select syncRefType = %s (%u) received while selectedRef = %s (%u) and "
+        "prevSelRef = %s (%u). Update of reference variables ignored.",
+        KvdLoz6TuRef_refTypeText(refType), refType, KvdLoz6TuRef_refTypeText(s->sel.selectedRef),
+        s->sel.selectedRef, KvdLoz6TuRef_refTypeText(s->sel.prevSelRef), s->sel.prevSelRef);
 }
 
 bool cameThroughNoRefFrom(u8 refType)
@@ -119,16 +121,20 @@ bool cameThroughNoRefFrom(u8 refType)
     return s->sel.prevSelRef == NO_REF && s->sel.prevPrevSelRef == refType;
 }
 bool cameFrom(u8 refType) { return s->sel.prevSelRef == refType || cameThroughNoRefFrom(refType); }
-bool wasAmongLastTwo(u8 refType) { return s->sel.prevSelRef == refType || s->sel.prevPrevSelRef == refType; }
+bool wasAmongLastTwo(u8 refType)
+{
+    return s->sel.prevSelRef == refType || s->sel.prevPrevSelRef == refType;
+}
 
-// ---- steps that several selections share ------------------------------------------------------------------
+// ---- steps that several selections share --------------------------------------------------------
 
 /// 1 when the hardware follows; `text` is the selector's name in the trace.
 bool routeHardware(u32 selector, const char* text)
 {
     const int status = HALI_subscribeRefTime(selector);
     if (status == 0) return true;
-    KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "HALI_subscribeRefTime failed with status: %d for %s", status, text);
+    KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "HALI_subscribeRefTime failed with status: %d for %s",
+              status, text);
     return false;
 }
 bool routeHardware(u32 selector) { return routeHardware(selector, selectorText(selector)); }
@@ -142,7 +148,8 @@ void updateClients(u8 refType, Ids ids, u32 statisticsRef)
 bool refusedOnSlave(u8 refType)
 {
     if (isMaster()) return false;
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "selectSynchRef (%d) received for slave tu. Request ignored", refType);
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "selectSynchRef (%d) received for slave tu. Request ignored",
+              refType);
     return true;
 }
 
@@ -156,12 +163,13 @@ void endPll()
 void afterSelection(u8 refType)
 {
     if (refType != NO_REF && wasAmongLastTwo(GPSOSL_REF)) {
-        if (KvdLoz6TuRef_row(ROW_GPSOSL).supervisionStatus == 0) KvdLoz6GpsOsl_storeRemoteState(RC_UNKNOWN);
+        if (KvdLoz6TuRef_row(ROW_GPSOSL).supervisionStatus == 0)
+            KvdLoz6GpsOsl_storeRemoteState(RC_UNKNOWN);
         KvdLoz6GpsOsl_sendRemoteState();
     }
     const u32 pllState = KvdLoz6TuReg_pllState();
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Selecting ref %u, prevRef %u, pllState %u", s->sel.selectedRef,
-              s->sel.prevSelRef, pllState);
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Selecting ref %u, prevRef %u, pllState %u",
+              s->sel.selectedRef, s->sel.prevSelRef, pllState);
     if (pllState != PLL_Uninitialized) endPll();
     if (wasAmongLastTwo(SOCPRI_REF)) {
         KvdLoz6Socpri_stop();
@@ -171,10 +179,10 @@ void afterSelection(u8 refType)
     if (refType == GPSOSL_REF) KvdLoz6TuRef_stopGpsOslHoldover();
 }
 
-// ---- common select ------------------------------------------------------------------------------------------
+// ---- common select ------------------------------------------------------------------------------
 
-/// A frequency reference taken up after the GPS out sync link: the time that the loop still holds no longer
-/// counts.
+/// A frequency reference taken up after the GPS out sync link: the time that the loop still holds
+/// no longer counts.
 void dropHeldTime(u8 refType, u32 regulatorRef)
 {
     const u32 pllState = KvdLoz6TuReg_pllState();
@@ -184,7 +192,8 @@ void dropHeldTime(u8 refType, u32 regulatorRef)
         KvdLoz6TuIifAdm_reportClockState(KVD_TUIIF_FREQUENCY_HOLDOVER);
 }
 
-/// `route` with REGULATOR_AS_IS leaves the regulator alone and counts as value 0 towards the clients.
+/// `route` with REGULATOR_AS_IS leaves the regulator alone and counts as value 0 towards the
+/// clients.
 int commonSelect(const Route& route, Ids ids)
 {
     if (route.selector != HW_AS_IS && !routeHardware(route.selector)) return 0;
@@ -215,7 +224,8 @@ int selectTuRef(Ids ids)
     case GPS_TOGGLE:
         return commonSelect({TU_REF, HALI_GPS_HW_SYNC_REF, TU_SR_EXT_1PPS_REF, true}, ids);
     case NO_TOGGLE:
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Neither GPS nor EXT toggle detected. No reference selected.");
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO,
+                  "Neither GPS nor EXT toggle detected. No reference selected.");
         return commonSelect({TU_REF, HW_AS_IS, REGULATOR_AS_IS, true}, ids);
     default:
         KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "gpsExtToggle %d not allowed",
@@ -229,7 +239,8 @@ int selectPdhSdh(Ids ids)
     moveBlockOn(PDH_SDH_REF);
     const u32 line = KvdLoz6TuPhyAdm_lineOfFroId(ids.froId);
     if (line >= REF_ROWS) {
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "port line number out of range =%d. selectSynchRef ignored",
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR,
+                  "port line number out of range =%d. selectSynchRef ignored",
                   static_cast<int>(line));
         return 0;
     }
@@ -241,7 +252,7 @@ int selectPdhSdh(Ids ids)
     return commonSelect({PDH_SDH_REF, line + HALI_PDH_REF_1, line + TU_SR_PDH_REF1, true}, ids);
 }
 
-// ---- no reference ---------------------------------------------------------------------------------------------
+// ---- no reference -------------------------------------------------------------------------------
 
 void endDeselectedLoop(u32 event)
 {
@@ -272,8 +283,9 @@ void deselectInHoldover(bool wasGpsOsl, u32 pllState)
 {
     if (isFirstStart()) return;
     if (wasGpsOsl) KvdLoz6GpsOsl_sendRemoteState();
-    KvdLoz6TuIifAdm_reportClockState(pllState == PLL_Offset_Holdover ? KVD_TUIIF_TIME_OFFSET_HOLDOVER
-                                                                     : KVD_TUIIF_RNT_TIME_HOLDOVER);
+    KvdLoz6TuIifAdm_reportClockState(pllState == PLL_Offset_Holdover
+                                         ? KVD_TUIIF_TIME_OFFSET_HOLDOVER
+                                         : KVD_TUIIF_RNT_TIME_HOLDOVER);
 }
 
 /// A time reference goes away; what becomes of its loop depends on how far that had come.
@@ -283,8 +295,8 @@ void deselectPllRef()
     const u32 pllState = KvdLoz6TuReg_pllState();
     if (wasGpsOsl)
         KVD_TRACE(TRACE_TUREF, TRACE_INFO,
-                  "Deselecting GpsOsl reference. pllState %u, gpsToggle %u, gpsOslRefState %u", pllState,
-                  KvdLoz6TuRef_gpsExtToggle(), KvdLoz6TuRef_row(ROW_GPSOSL).refStatus);
+                  "Deselecting GpsOsl reference. pllState %u, gpsToggle %u, gpsOslRefState %u",
+                  pllState, KvdLoz6TuRef_gpsExtToggle(), KvdLoz6TuRef_row(ROW_GPSOSL).refStatus);
     else
         KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Deselecting SoCPRI reference. pllState %u", pllState);
 
@@ -320,7 +332,7 @@ int selectNoRef(Ids ids)
     return 1;
 }
 
-// ---- inter-unit links -------------------------------------------------------------------------------------------
+// ---- inter-unit links ---------------------------------------------------------------------------
 
 int selectIdl1(Ids ids)
 {
@@ -341,18 +353,20 @@ int selectIdl2(Ids ids)
     return 1;
 }
 
-// ---- GPS out sync link ---------------------------------------------------------------------------------------------
+// ---- GPS out sync link --------------------------------------------------------------------------
 
 bool isOslReceiver()
 {
-    return KvdLoz6TuGps_gpssType() == GPSS_NORVANE_OSL || KvdLoz6TuGps_gpssTypeBackup() == GPSS_NORVANE_OSL;
+    return KvdLoz6TuGps_gpssType() == GPSS_NORVANE_OSL ||
+           KvdLoz6TuGps_gpssTypeBackup() == GPSS_NORVANE_OSL;
 }
 
 void startGpsOslLoop()
 {
     if (KvdLoz6TuReg_pllIsHoldover()) {
         KvdLoz6TuRef_stopGpsOslHoldover();
-    } else if (cameThroughNoRefFrom(GPS_REF) && KvdLoz6TuReg_regState() == TRUETIME && isOslReceiver()) {
+    } else if (cameThroughNoRefFrom(GPS_REF) && KvdLoz6TuReg_regState() == TRUETIME &&
+               isOslReceiver()) {
         KVD_TRACE(TRACE_TUREF, TRACE_INFO, "RNT_HOLDOVER to remote DU, go to PLL_LOCKED directly!");
         KvdLoz6TuReg_pll_init(PLL_Locked);
     } else {
@@ -381,13 +395,15 @@ int selectGpsOsl(Ids ids)
     if (refusedOnSlave(GPSOSL_REF)) return 0;
     updateClients(GPSOSL_REF, ids, TU_SR_GPSOSL_REF);
     const u8 regState = KvdLoz6TuReg_regState();
-    KVD_TRACE(TRACE_TUREF, TRACE_1,
-              "selectSynchRef (%d) received. prevRef = %u, Last regulatorState = %u, pllState = %u.",
-              GPSOSL_REF, s->sel.prevSelRef, regState, KvdLoz6TuReg_pllState());
+    KVD_TRACE(
+        TRACE_TUREF, TRACE_1,
+        "selectSynchRef (%d) received. prevRef = %u, Last regulatorState = %u, pllState = %u.",
+        GPSOSL_REF, s->sel.prevSelRef, regState, KvdLoz6TuReg_pllState());
     if (cameFrom(PACKET_TIME_REF) && regState == TRUETIME) {
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO,
-                  "Not sending remote Radio Clock state, regulator is TRUETIME locked to PacketTime ref. "
-                  "It will be sent before GpsOSL enters LOCKED");
+        KVD_TRACE(
+            TRACE_TUREF, TRACE_INFO,
+            "Not sending remote Radio Clock state, regulator is TRUETIME locked to PacketTime ref. "
+            "It will be sent before GpsOSL enters LOCKED");
     } else {
         KvdLoz6GpsOsl_sendRemoteState();
         switch (regState) {
@@ -406,7 +422,7 @@ int selectGpsOsl(Ids ids)
     return 1;
 }
 
-// ---- SoCPRI -----------------------------------------------------------------------------------------------------
+// ---- SoCPRI -------------------------------------------------------------------------------------
 
 int selectSocpri(Ids ids)
 {
@@ -450,7 +466,8 @@ int select(u8 refType, Ids ids)
     case ETHB_REF:
     case ETHC_REF:    return selectByTable(refType, ids);
     default:
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "Unknown syncRefType =%d for froId =%u.", refType, ids.froId);
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "Unknown syncRefType =%d for froId =%u.", refType,
+                  ids.froId);
         return 0;
     }
 }
@@ -462,11 +479,12 @@ int KvdLoz6TuRef_selectSynchRef(u8 refType, u32 froId, u32 froClassNo)
     s->sel.prevPrevSelRef = NO_REF;
     const int changed = select(refType, {froId, froClassNo});
     if (changed != 0)
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO,
-                  "Reference update: selectedRef (%d), prevSelRef (%d). Algorithm states: PLL state %u, "
-                  "Slave PLL state %u, Regulator state %u",
-                  s->sel.selectedRef, s->sel.prevSelRef, KvdLoz6TuReg_pllState(),
-                  KvdLoz6TuReg_slavePllState(), KvdLoz6TuReg_regState());
+        KVD_TRACE(
+            TRACE_TUREF, TRACE_INFO,
+            "Reference update: selectedRef (%d), prevSelRef (%d). Algorithm states: PLL state %u, "
+            "Slave PLL state %u, Regulator state %u",
+            s->sel.selectedRef, s->sel.prevSelRef, KvdLoz6TuReg_pllState(),
+            KvdLoz6TuReg_slavePllState(), KvdLoz6TuReg_regState());
     return changed;
 }
 
@@ -474,12 +492,13 @@ u8 KvdLoz6TuRef_selectedRef() { return s->sel.selectedRef; }
 u8 KvdLoz6TuRef_prevSelRef() { return s->sel.prevSelRef; }
 u8 KvdLoz6TuRef_prevPrevSelRef() { return s->sel.prevPrevSelRef; }
 
-// ---- holdover of the GPS out sync link ---------------------------------------------------------------------------
+// ---- holdover of the GPS out sync link ----------------------------------------------------------
 
 void KvdLoz6TuRef_startGpsOslHoldover()
 {
     if (s->gpsOslHoldoverTimer != 0) return;
-    s->gpsOslHoldoverTimer = ose::request_tmo(GPSOSL_HOLDOVER_TIME, KVD_TUREF_GPSOSL_HOLDOVER_TIMEOUT_IND);
+    s->gpsOslHoldoverTimer =
+        ose::request_tmo(GPSOSL_HOLDOVER_TIME, KVD_TUREF_GPSOSL_HOLDOVER_TIMEOUT_IND);
     if (s->gpsOslHoldoverTimer == 0) {
         KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "GpsOutSyncLink HoldOver timer failed to start");
         return;
@@ -487,14 +506,16 @@ void KvdLoz6TuRef_startGpsOslHoldover()
     KVD_TRACE(TRACE_TUREF, TRACE_INFO,
               "GpsOutSyncLink HoldOver timer started. SelectedRef %u, prevSelRef %u, gpsToggle %u, "
               "prevGpsToggle %u",
-              s->sel.selectedRef, s->sel.prevSelRef, KvdLoz6TuRef_gpsExtToggle(), KvdLoz6TuRef_prevGpsToggle());
+              s->sel.selectedRef, s->sel.prevSelRef, KvdLoz6TuRef_gpsExtToggle(),
+              KvdLoz6TuRef_prevGpsToggle());
 }
 
 void KvdLoz6TuRef_stopGpsOslHoldover()
 {
     if (s->gpsOslHoldoverTimer == 0) return;
     KvdLoz6TuRef_clearGpsOslHoldoverTimer();
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "GpsOutSyncLink HoldOver timer stopped. SelectedRef %u, gpsExtToggle %u",
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO,
+              "GpsOutSyncLink HoldOver timer stopped. SelectedRef %u, gpsExtToggle %u",
               s->sel.selectedRef, KvdLoz6TuRef_gpsExtToggle());
 }
 

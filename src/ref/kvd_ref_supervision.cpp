@@ -1,5 +1,5 @@
-// Supervision of the paths: toggle filter, hold-off and wait-to-restore, the common input's machine, start
-// and end of supervision.
+// Supervision of the paths: toggle filter, hold-off and wait-to-restore, the common input's
+// machine, start and end of supervision.
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_osl.h"
 #include "hw/hali.h"
@@ -16,11 +16,12 @@
 
 namespace {
 
-constexpr OSTIME HOLDOFF_TIME      = 2500;    // ms
-constexpr OSTIME HOLDOFF_TIME_REF  = 5000;    // ms, HPTSI and GPS out sync link
-constexpr OSTIME HOLDOFF_GPS       = 60000;   // ms
-constexpr OSTIME HOLDOFF_TU_1PPS   = 30000;   // ms, common input that carries (or carried last) a 1PPS
-constexpr OSTIME WTR_TIME          = 10000;   // ms
+// ms
+constexpr OSTIME HOLDOFF_TIME     = 2500;
+constexpr OSTIME HOLDOFF_TIME_REF = 5000;    // HPTSI and GPS out sync link
+constexpr OSTIME HOLDOFF_GPS      = 60000;
+constexpr OSTIME HOLDOFF_TU_1PPS  = 30000;   // common input that carries, or carried last, a 1PPS
+constexpr OSTIME WTR_TIME         = 10000;
 
 RefTable& table() { return KvdLoz6TuRef_table(); }
 RefDesc& descOf(u32 row) { return table().refDescTable[row]; }
@@ -35,7 +36,7 @@ bool sharesCommonInput(u8 refType)
 /// A row whose receiver has a front end of its own.
 bool hasOwner(u8 refType) { return sharesCommonInput(refType) && refType != TU_REF; }
 
-// ---- filter timers ----------------------------------------------------------------------------------------
+// ---- filter timers ------------------------------------------------------------------------------
 
 OSTIME holdoffTime(u8 refType)
 {
@@ -46,7 +47,8 @@ OSTIME holdoffTime(u8 refType)
     case GPS_REF:
         return HOLDOFF_GPS;
     case TU_REF: {
-        const u32 last = table().gpsExtToggle != NO_TOGGLE ? table().gpsExtToggle : table().prevGpsToggle;
+        const u32 last =
+            table().gpsExtToggle != NO_TOGGLE ? table().gpsExtToggle : table().prevGpsToggle;
         return last == GPS_TOGGLE ? HOLDOFF_TU_1PPS : HOLDOFF_TIME;
     }
     default:
@@ -82,15 +84,15 @@ void cancelFilter(u32 row)
     desc.filterType = NO_FILTER;
 }
 
-// ---- the common input: external frequency, external 1PPS, or a receiver's 1PPS ----------------------------------
+// ---- the common input: external frequency, external 1PPS, or a receiver's 1PPS ------------------
 
 void routeTuRef(u32 selector, const char* selectorText, u32 regulatorRef)
 {
     if (KvdLoz6TuRef_selectedRef() != TU_REF) return;
     const int status = HALI_subscribeRefTime(selector);
     if (status != 0) {
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "HALI_subscribeRefTime failed with status: %d for %s", status,
-                  selectorText);
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "HALI_subscribeRefTime failed with status: %d for %s",
+                  status, selectorText);
         return;
     }
     KvdLoz6TuReg_configRefType(regulatorRef, descOf(ROW_TU).froId, descOf(ROW_TU).froClassNo);
@@ -102,28 +104,33 @@ void updateGpsExtToggle(u32 row, u32 status)
     if ((REF_ROW_TRAITS[row].toggleMask & status) == 0) {
         // The selection stays: the signal may come back.
         if (from == NO_TOGGLE) return;
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "gpsExtToggle: from %d to NO_TOGGLE", static_cast<int>(from));
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "gpsExtToggle: from %d to NO_TOGGLE",
+                  static_cast<int>(from));
         KvdLoz6TuRef_setGpsExtToggle(NO_TOGGLE);
     } else if ((status & TOGGLE_EXT) != 0) {
         if (from != NO_TOGGLE && from != GPS_TOGGLE) {
-            KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Unexpected EXT Toggle in state %d ", static_cast<int>(from));
+            KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Unexpected EXT Toggle in state %d ",
+                      static_cast<int>(from));
             return;
         }
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "gpsExtToggle: from %d to EXT_TOGGLE", static_cast<int>(from));
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "gpsExtToggle: from %d to EXT_TOGGLE",
+                  static_cast<int>(from));
         KvdLoz6TuRef_setGpsExtToggle(EXT_TOGGLE);
         routeTuRef(HALI_EXT_HW_SYNC_REF, "HALI_EXT_HW_SYNC_REF", TU_SR_EXT_REF);
     } else {
         if (from != NO_TOGGLE && from != EXT_TOGGLE) {
-            KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Unexpected EXT Toggle in state %d ", static_cast<int>(from));
+            KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Unexpected EXT Toggle in state %d ",
+                      static_cast<int>(from));
             return;
         }
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "gpsExtToggle: from %d to GPS_TOGGLE", static_cast<int>(from));
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "gpsExtToggle: from %d to GPS_TOGGLE",
+                  static_cast<int>(from));
         KvdLoz6TuRef_setGpsExtToggle(GPS_TOGGLE);
         routeTuRef(HALI_GPS_HW_SYNC_REF, "HALI_GPS_HW_SYNC_REF", TU_SR_EXT_1PPS_REF);
     }
 }
 
-// ---- toggle filter ------------------------------------------------------------------------------------------
+// ---- toggle filter ------------------------------------------------------------------------------
 
 void pathOff(u32 row)
 {
@@ -142,7 +149,8 @@ void pathOff(u32 row)
 void pathOn(u32 row)
 {
     RefDesc& desc = descOf(row);
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "ref path #%d is on (signal present)", static_cast<int>(row));
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "ref path #%d is on (signal present)",
+              static_cast<int>(row));
     if (desc.filterType == HO_FILTER) {
         // A signal that was gone for less than the hold-off is a fault of the path all the same.
         cancelFilter(row);
@@ -150,12 +158,14 @@ void pathOn(u32 row)
         KvdLoz6TuRef_clearRefStatusBits(REF_ROW_TRAITS[row].toggleMask);
         KvdLoz6TuIifAdm_clearRefStateBits(REF_ROW_TRAITS[row].stateMask);
         KvdLoz6TuIifAdm_markNotSent();
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "HoldOff timer cancelled for ref path #%d", static_cast<int>(row));
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "HoldOff timer cancelled for ref path #%d",
+                  static_cast<int>(row));
     }
-    if (desc.refStatus != REF_STATUS_ON && desc.filterType != WTR_FILTER) startFilter(row, WTR_TIME, WTR_FILTER);
+    if (desc.refStatus != REF_STATUS_ON && desc.filterType != WTR_FILTER)
+        startFilter(row, WTR_TIME, WTR_FILTER);
 }
 
-// ---- end of a filter ------------------------------------------------------------------------------------------
+// ---- end of a filter ----------------------------------------------------------------------------
 
 /// refStatus and refStatusBits after the row's filter; false when there was none that can end.
 bool takeFilterResult(u32 row)
@@ -176,10 +186,12 @@ bool takeFilterResult(u32 row)
         return true;
     case NO_FILTER:
         KVD_TRACE(TRACE_TUREF, TRACE_ERROR,
-                  "timeOutInd with filterType: NO_FILTER not allowed for synchRefNo %d", synchRefNo);
+                  "timeOutInd with filterType: NO_FILTER not allowed for synchRefNo %d",
+                  synchRefNo);
         return false;
     default:
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "Status change filtering failed for ref. path %d", synchRefNo);
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "Status change filtering failed for ref. path %d",
+                  synchRefNo);
         return false;
     }
 }
@@ -221,16 +233,18 @@ void tellOwner(u32 row)
     const u32 bit = REF_ROW_TRAITS[row].stateMask;
     const u32 present = (KvdLoz6TuIifAdm_tuiifRefState() & bit) != 0 ? 1 : 0;
     if (present == owner.status.present && owner.status.forceStatus == 0) return;
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO,
-              "Toggle detector for refType= %s (%hhu). Toggle present: %s. Force status indication: %s.",
-              KvdLoz6TuRef_refTypeText(refType), refType, present != 0 ? "True" : "False",
-              owner.status.forceStatus != 0 ? "True" : "False");
+    KVD_TRACE(
+        TRACE_TUREF, TRACE_INFO,
+        "Toggle detector for refType= %s (%hhu). Toggle present: %s. Force status indication: %s.",
+        KvdLoz6TuRef_refTypeText(refType), refType, present != 0 ? "True" : "False",
+        owner.status.forceStatus != 0 ? "True" : "False");
     owner.status.present = present;
     owner.statusChange(present);
     owner.status.forceStatus = 0;
 }
 
-/// Receivers on the common input: the 1PPS counts as theirs only while no external reference is there.
+/// Receivers on the common input: the 1PPS counts as theirs only while no external reference is
+/// there.
 void receiverFilterEnd(u32 row)
 {
     RefDesc& desc = descOf(row);
@@ -247,7 +261,8 @@ void receiverFilterEnd(u32 row)
     desc.filterType = NO_FILTER;
     tellOwner(row);
     if (desc.refType == GPSOSL_REF) {
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "tuiifRefState = 0x%08X.", KvdLoz6TuIifAdm_tuiifRefState());
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "tuiifRefState = 0x%08X.",
+                  KvdLoz6TuIifAdm_tuiifRefState());
         if (taken) KvdLoz6GpsOsl_filterEnd(row);
     }
 }
@@ -281,7 +296,7 @@ void filterEnd(u32 row)
         plainFilterEnd(row);
 }
 
-// ---- start and end of supervision, by type ----------------------------------------------------------------------
+// ---- start and end of supervision, by type ------------------------------------------------------
 
 void endSupervision(u32 row, u8 level)
 {
@@ -302,7 +317,10 @@ void storeRequest(u32 row, const KvdTuiifSynchPathSupInd& ind)
     KvdLoz6TuRef_stopFilter(row);
 }
 
-const Signal* signalOf(const KvdTuiifSynchPathSupInd& ind) { return reinterpret_cast<const Signal*>(&ind); }
+const Signal* signalOf(const KvdTuiifSynchPathSupInd& ind)
+{
+    return reinterpret_cast<const Signal*>(&ind);
+}
 
 void supervisePdhSdh(const KvdTuiifSynchPathSupInd& ind)
 {
@@ -324,7 +342,8 @@ void superviseTuRef(const KvdTuiifSynchPathSupInd& ind)
 {
     storeRequest(ROW_TU, ind);
     if (ind.on == 1) {
-        KvdLoz6TuGps_setTuGpsRefType(TU_REF);   // the receiver front end serves the external reference
+        KvdLoz6TuGps_setTuGpsRefType(
+            TU_REF);   // the receiver front end serves the external reference
         KvdLoz6TuRef_startSupervision(signalOf(ind), ROW_TU);
         return;
     }
@@ -344,9 +363,10 @@ void superviseEthernet(const KvdTuiifSynchPathSupInd& ind)
     endSupervision(row, TRACE_4);
 }
 
-/// The part that GPS, HPTSI and GPS out sync link have in common; `front` starts or stops the receiver's
-/// serial line.
-void superviseReceiver(const KvdTuiifSynchPathSupInd& ind, void (*front)(const Signal* sig, u32 row))
+/// The part that GPS, HPTSI and GPS out sync link have in common; `front` starts or stops the
+/// receiver's serial line.
+void superviseReceiver(const KvdTuiifSynchPathSupInd& ind,
+                       void (*front)(const Signal* sig, u32 row))
 {
     const u32 row = KvdLoz6TuRef_rowOfRefType(ind.refType);
     if (ind.on == descOf(row).supervisionStatus) {
@@ -377,7 +397,8 @@ void KvdLoz6TuRef_onPathSupervision(const KvdTuiifSynchPathSupInd* ind)
     case ETHA_REF:
     case ETHB_REF:
     case ETHC_REF:    superviseEthernet(*ind);                                    break;
-    // Packet references and SoCPRI are supervised by their own components, which see the signal too.
+    // Packet references and SoCPRI are supervised by their own components, which see the signal
+    // too.
     default:                                                                      break;
     }
 }
@@ -453,7 +474,8 @@ void KvdLoz6TuRef_onFilterTimeout(const KvdTurefTimeoutInd* ind)
 {
     if (ind == nullptr) return;
     if (ind->row >= REF_ROWS) {
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "SyncRefNo out of range =%d. timeOutInd ignored", ind->row);
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "SyncRefNo out of range =%d. timeOutInd ignored",
+                  ind->row);
         return;
     }
     descOf(ind->row).filterTimer = 0;

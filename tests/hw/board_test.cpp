@@ -1,4 +1,4 @@
-// The hardware interface on the simulated board: what is written steers the counter, what runs is read.
+// The hardware interface on the simulated board: what is written steers the counter.
 #include "hw/fake_bus.h"
 #include "sim/board/board.h"
 
@@ -131,7 +131,8 @@ TEST(OnTheBoard, FaultsEndTheStartWithTheirResult)
              {"EEPROM all zero", [](sim::BoardFaults& f) { f.eepromZero = true; }, 1},
              {"EEPROM never there", [](sim::BoardFaults& f) { f.eepromNeverLoads = true; }, 1},
              {"multiplicator silent", [](sim::BoardFaults& f) { f.multiplicatorTimeoutAt = 7; }, 2},
-             {"multiplicator differs", [](sim::BoardFaults& f) { f.multiplicatorDiffersAt = 77; }, 2},
+             {"multiplicator differs",
+              [](sim::BoardFaults& f) { f.multiplicatorDiffersAt = 77; }, 2},
              {"multiplicator CRC", [](sim::BoardFaults& f) { f.multiplicatorCrc = true; }, 2},
              {"not read back, not compared",
               [](sim::BoardFaults& f) { f.multiplicatorDiffersAt = 54; }, 0},

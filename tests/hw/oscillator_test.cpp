@@ -299,7 +299,8 @@ TEST(Wander, EndsByItselfAfterTwoDays)
     Running board(1);
     twoDaysDone = false;
     board.in([] {
-        ose::start(ose::create_process(ose::KIND_PRIORITISED, "two_days", runTwoDays, 4096, 15, 0, 0));
+        ose::start(ose::create_process(ose::KIND_PRIORITISED, "two_days", runTwoDays, 4096, 15, 0,
+                                       0));
     });
     EXPECT_TRUE(board.world.runUntilTrue([] { return twoDaysDone; }, 200'000 * ose::SEC));
     EXPECT_EQ(board.bus.countOf("stopping wander generation after 2 days"), 1u);

@@ -1,5 +1,5 @@
-// Physical ports: what the port service announces, what the main processor is told, which line a reference
-// has.
+// Physical ports: what the port service announces, what the main processor is told, which line a
+// reference has.
 #include "iif/kvd_phyadm.h"
 #include "iif/tuiif_sig.h"
 #include "node/phyport.h"
@@ -29,7 +29,8 @@ struct PhyUnit : bench::Unit {
     }
     void announce(u32 line, u32 froId, u32 stateControl, u16 opState = 1, u16 adState = 1)
     {
-        toManager(PhyportPortInfoInd{PHYPORT_PORT_INFO_IND, 1, line, froId, stateControl, opState, adState});
+        toManager(PhyportPortInfoInd{PHYPORT_PORT_INFO_IND, 1, line, froId, stateControl, opState,
+                                     adState});
     }
     template <typename T>
     void toManager(const T& layout)
@@ -39,7 +40,8 @@ struct PhyUnit : bench::Unit {
     }
     void supervise(u32 froId, bool on)
     {
-        toManager(KvdTuiifSynchPathSupInd{KVD_TUIIF_SYNCH_PATH_SUP_IND, PDH_SDH_REF, on ? 1u : 0u, froId, 1});
+        toManager(KvdTuiifSynchPathSupInd{KVD_TUIIF_SYNCH_PATH_SUP_IND, PDH_SDH_REF, on ? 1u : 0u,
+                                          froId, 1});
     }
     /// froIds reported with that status control, in order.
     std::vector<std::vector<u32>> reports()
@@ -52,7 +54,10 @@ struct PhyUnit : bench::Unit {
         node.mainProcessor().clearLog();
         return list;
     }
-    std::size_t stateReports() { return node.mainProcessor().count(KVD_TUIIF_REF_STATUS_CHANGE_IND); }
+    std::size_t stateReports()
+    {
+        return node.mainProcessor().count(KVD_TUIIF_REF_STATUS_CHANGE_IND);
+    }
     u32 lineOf(u32 froId)
     {
         u32 line = 0;
@@ -83,7 +88,8 @@ TEST(PhyPorts, AreReportedAsTheServiceAnnouncesThem)
     unit.announce(3, 30, 1);
     EXPECT_EQ(unit.reports(), (Reports{{3, 30, 0}}));
     EXPECT_EQ(unit.lineOf(30), 0u);
-    EXPECT_TRUE(unit.traced("Failed to return port line number (froId 30 not found in portInfoTable)"));
+    EXPECT_TRUE(
+        unit.traced("Failed to return port line number (froId 30 not found in portInfoTable)"));
 }
 
 TEST(PhyPorts, FillFiveRowsAndNoMore)
@@ -107,9 +113,11 @@ TEST(PhyPorts, ThatDontFitAreLeftOut)
     unit.announce(1, 20, 0);
     unit.reports();
     unit.announce(1, 21, 1);
-    EXPECT_TRUE(unit.traced("Failed to delete entry in portInfoTable (lineNo=1, froId=21 not found)"));
+    EXPECT_TRUE(
+        unit.traced("Failed to delete entry in portInfoTable (lineNo=1, froId=21 not found)"));
     unit.announce(2, 20, 1);
-    EXPECT_TRUE(unit.traced("Failed to delete entry in portInfoTable (lineNo=2, froId=20 not found)"));
+    EXPECT_TRUE(
+        unit.traced("Failed to delete entry in portInfoTable (lineNo=2, froId=20 not found)"));
     unit.announce(1, 20, 3);
     EXPECT_TRUE(unit.traced("Received unknown stateControl value"));
     struct Short { SIGSELECT sigNo; u32 cepId, line; };
@@ -144,7 +152,7 @@ TEST(PhyPorts, UnderSupervisionChangeInPlace)
     EXPECT_TRUE(unit.traced("froId: 30 is not available, used by lineNo=2"));
     EXPECT_EQ(unit.lineOf(21), 3u);
     EXPECT_EQ(unit.lineOf(30), 2u);
-    EXPECT_EQ(unit.reports().size(), 0u);                    // its place as a reference was never given up
+    EXPECT_EQ(unit.reports().size(), 0u);   // its place as a reference was never given up
 }
 
 TEST(PhyPorts, SyncStatesOfSupervisedLinesAreReported)
@@ -225,7 +233,8 @@ TEST(PhyPorts, SurviveAPeerRestartUnsupervised)
     ASSERT_TRUE(unit.node.mainProcessor().connected());
     EXPECT_EQ(unit.row(0).isSupervised, 0u);
     EXPECT_EQ(unit.lineOf(14), 4u);
-    const auto last = *unit.node.mainProcessor().last(KVD_TUIIF_ET_FROID_IND)->as<KvdTuiifEtFroidInd>();
+    const auto last =
+        *unit.node.mainProcessor().last(KVD_TUIIF_ET_FROID_IND)->as<KvdTuiifEtFroidInd>();
     EXPECT_EQ(last.froId, 14u);
     EXPECT_EQ(last.statusControl, 1u);
     std::string print;

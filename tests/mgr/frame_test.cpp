@@ -4,6 +4,8 @@
 #include "mgr/kvd_mgr_proc.h"
 #include "mgr/tsv_if_support.h"
 #include "mgr/trace_groups.h"
+#include "node/sig.h"
+#include "node/trace.h"
 #include "sim/board/board.h"
 #include "tests/support/unit_bench.h"
 

@@ -98,13 +98,16 @@ TEST(BootParameter, IsTriedThreeTimesFiftyMillisecondsApart)
         const char* trace;
         std::size_t traces;
     };
-    for (const Case& c : std::to_array<Case>({
-             {"at once", 0, 0, "sys_name", 6, 0, 1, 0, "", 0},
-             {"third attempt", 2, 0, "sys_name", 6, 0, 3, 100, "Hunt for NVPI server process timed out", 2},
-             {"no server", 3, 0, "sys_name", 6, 1, 3, 100, "Hunt for NVPI server process timed out", 3},
-             {"no such name", 0, 0, "other", 6, 2, 3, 100, "PBOOT parameter (other) area not found.", 3},
-             {"no room", 0, 0, "sys_name", 5, 3, 3, 100, "PBOOT parameter (sys_name) is too large", 3},
-             {"nonsense", 0, 1, "sys_name", 6, 0, 2, 50, "Unexpected reponse from NVPI", 1}})) {
+    constexpr const char* TIMED_OUT = "Hunt for NVPI server process timed out";
+    constexpr const char* NOT_FOUND = "PBOOT parameter (other) area not found.";
+    constexpr const char* TOO_LARGE = "PBOOT parameter (sys_name) is too large";
+    for (const Case& c : std::to_array<Case>(
+             {{"at once", 0, 0, "sys_name", 6, 0, 1, 0, "", 0},
+              {"third attempt", 2, 0, "sys_name", 6, 0, 3, 100, TIMED_OUT, 2},
+              {"no server", 3, 0, "sys_name", 6, 1, 3, 100, TIMED_OUT, 3},
+              {"no such name", 0, 0, "other", 6, 2, 3, 100, NOT_FOUND, 3},
+              {"no room", 0, 0, "sys_name", 5, 3, 3, 100, TOO_LARGE, 3},
+              {"nonsense", 0, 1, "sys_name", 6, 0, 2, 50, "Unexpected reponse from NVPI", 1}})) {
         SCOPED_TRACE(c.when);
         IdleNode b;
         b.node.parameters().bootTexts["sys_name"] = "abcde";

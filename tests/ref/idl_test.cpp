@@ -1,5 +1,8 @@
-// Inter-unit links as the unit lives them: port A's interrupts, the main processor's supervision, time.
+// Inter-unit links as the unit lives them: port A's interrupts, the main processor's supervision,
+// time.
+#include "ref_bench.h"
 #include "ref_unit.h"
+#include "refs/idpi_sig.h"
 
 namespace {
 
@@ -130,6 +133,63 @@ TEST(IdlLink, OnASlaveIsSelectedAndHasAMinuteOfHoldover)
     EXPECT_NE(print.find("SLAVE_HO_TIMER  EXPIRED"), std::string::npos);
 }
 
+TEST(IdlLink, OnPort2LivesOnDelayAnswersOfTheMaster)
+{
+    struct Bare { SIGSELECT sigNo; };
+    constexpr Bare DELAY{IDPI_GET_DELAY_CFM};
+    RefUnit unit;
+    unit.supervise(IDL2_REF, true);
+    unit.toManager(DELAY);
+    EXPECT_EQ(unit.idlState(1), IDL_ON);
+    EXPECT_EQ(unit.tuiifRefState(), 0x100u);
+    unit.ms(310);
+    ASSERT_EQ(unit.idlState(1), IDL_OFF);
+    unit.toManager(DELAY);
+    unit.ms(159);
+    EXPECT_EQ(unit.idlState(1), IDL_WAIT_TO_RESTORE);
+    unit.ms(1);
+    EXPECT_EQ(unit.idlState(1), IDL_OFF);
+
+    RefUnit slave(refConfig(0));
+    slave.supervise(IDL2_REF, true);
+    EXPECT_EQ(slave.idlState(1), IDL_ON);                  // nothing to wait for yet
+    EXPECT_EQ(slave.selectedRef(), IDL2_REF);
+    slave.toManager(DELAY);                                // not a slave's own clock
+    slave.ms(1'000);
+    EXPECT_EQ(slave.idlState(1), IDL_ON);
+}
+
+TEST(Idl2SyncData, FiftyExpiriesTellOnceThatItStopped)
+{
+    RefBench bench;
+    bench.firstStart();
+    const std::string reached = "IDL2 SyncDataIndTimeout threshold reached!";
+    auto expire = [&] {
+        bench.inManager([] {
+            KvdLoz6TuRef_startIdl2SyncDataTimer();
+            KvdLoz6TuRef_startIdl2SyncDataTimer();         // the second is ignored
+        });
+        bench.world.runFor(39 * ose::MS);
+        EXPECT_TRUE(bench.node.inProgram(KvdLoz6TuRef_idl2SyncDataTimerRuns));
+        bench.world.runFor(ose::MS);
+        EXPECT_FALSE(bench.node.inProgram(KvdLoz6TuRef_idl2SyncDataTimerRuns));
+    };
+    for (int i = 0; i < 49; ++i) expire();
+    EXPECT_EQ(bench.node.inProgram(KvdLoz6TuRef_idl2SyncDataIndTmoCntr), 49u);
+    EXPECT_FALSE(bench.node.traces().has(reached));
+    expire();
+    expire();
+    EXPECT_EQ(bench.node.inProgram(KvdLoz6TuRef_idl2SyncDataIndTmoCntr), 50u);
+    EXPECT_EQ(bench.node.traces().count({reached}), 1u);
+    bench.inManager([] {
+        KvdLoz6TuRef_startIdl2SyncDataTimer();
+        KvdLoz6TuRef_stopIdl2SyncDataTimer();
+        KvdLoz6TuRef_setIdl2SyncDataIndTmoCntr(0);
+    });
+    bench.world.runFor(100 * ose::MS);
+    EXPECT_EQ(bench.node.inProgram(KvdLoz6TuRef_idl2SyncDataIndTmoCntr), 0u);
+}
+
 TEST(IdlLink, MainProcessorGoneClearsBothPorts)
 {
     RefUnit unit;
@@ -161,7 +221,8 @@ TEST(SynchPortHistory, KeepsChangesOnly)
 {
     RefUnit unit;
     unit.node.system().call(*unit.node.program(), [] {
-        for (u8 port : {u8{0}, u8{0}, u8{5}, u8{6}, u8{5}, u8{2}}) KvdLoz6TuRef_setSynchPortNo(port);
+        for (u8 port : {u8{0}, u8{0}, u8{5}, u8{6}, u8{5}, u8{2}})
+            KvdLoz6TuRef_setSynchPortNo(port);
     });
     std::string print;
     unit.node.shell().run("kvdinfo turef", print);

@@ -42,7 +42,8 @@ struct Replay {
         if (name == "int") return interrupt(op[1].get<u32>());
         if (name == "train") {
             const i64 period = op[2].get<i64>(), until = op[3].get<i64>();
-            for (i64 at = (bench.world.now() - bench.start) / ose::MS + period; at <= until; at += period) {
+            for (i64 at = (bench.world.now() - bench.start) / ose::MS + period; at <= until;
+                 at += period) {
                 bench.runTo(at);
                 interrupt(op[1].get<u32>());
             }
@@ -60,7 +61,8 @@ struct Replay {
     {
         bench.node.inProgram([&] {
             for (u32 port : {0u, 1u})
-                EXPECT_EQ(KvdLoz6TuRef_idlState(port), step["idlState"][port].get<u32>()) << "port " << port;
+                EXPECT_EQ(KvdLoz6TuRef_idlState(port), step["idlState"][port].get<u32>())
+                    << "port " << port;
             EXPECT_EQ(KvdLoz6TuIifAdm_tuiifRefState(), step["tuiifRefState"].get<u32>());
             for (const json& event : step["events"])
                 if (event[0] == "select") {
@@ -77,7 +79,8 @@ TEST(IdlCheckValues, AreMetAtEveryStepOfTheMachine)
     u32 steps = 0;
     for (const json& testCase : doc["cases"]) {
         SCOPED_TRACE(testCase["name"].get<std::string>());
-        if (testCase["initiatedFromSlaveMsi"].get<u32>() != 0) continue;   // no such start in this load
+        if (testCase["initiatedFromSlaveMsi"].get<u32>() != 0)
+            continue;   // no such start in this load
         Replay replay(testCase["slave"].get<u32>() != 0);
         for (const json& step : testCase["steps"]) {
             SCOPED_TRACE(step["op"].dump() + " is step " + std::to_string(steps));

@@ -1,6 +1,6 @@
-// ref_bench.h - Reference management by itself in a simulated node: a manager process that hands each
-// signal to it and runs what the test wants run in its context. Nothing is connected to it, so what it
-// reports is looked at where it is stored.
+// ref_bench.h - Reference management by itself in a simulated node: a manager process that hands
+// each signal to it and runs what the test wants run in its context. Nothing is connected to it, so
+// what it reports is looked at where it is stored.
 #pragma once
 #include "hw/hali.h"
 #include "iif/kvd_iifadm.h"
@@ -39,8 +39,8 @@ inline void refManager()
 inline void refMain()
 {
     for (const char* group : TRACE_GROUP_NAMES) node::traceRegisterGroup(group);
-    const PROCESS manager =
-        ose::create_process(ose::KIND_PRIORITISED, "Kvd_loz6_tumgr_proc", refManager, 16384, 16, 0, 0);
+    const PROCESS manager = ose::create_process(ose::KIND_PRIORITISED, "Kvd_loz6_tumgr_proc",
+                                                refManager, 16384, 16, 0, 0);
     KvdLoz6TuMgr_setPids(manager, manager, manager);
     ose::start(manager);
     constexpr SIGSELECT NEVER[] = {1, 1};

@@ -1,5 +1,5 @@
-// ref_unit.h - A whole connected unit whose toggle detectors are set by the test. The main processor
-// supervises and selects only what the test says.
+// ref_unit.h - A whole connected unit whose toggle detectors are set by the test. The main
+// processor supervises and selects only what the test says.
 #pragma once
 #include "hw/hwif_sig.h"
 #include "hw/kvd_hwif.h"
@@ -60,8 +60,8 @@ struct RefUnit {
         node.powerOn();
         world.runFor(5 * ose::SEC);
         EXPECT_TRUE(node.mainProcessor().connected());
-        node.toggleAddress =
-            node.inProgram([] { return static_cast<u32>(tuHwIf_lookupRegister(REG_TOGGLE_STATUS)); });
+        node.toggleAddress = node.inProgram(
+            [] { return static_cast<u32>(tuHwIf_lookupRegister(REG_TOGGLE_STATUS)); });
         if (!withMonitor) node.system().kill(node.system().find("Kvd_loz6_turefmon_proc"));
     }
 
@@ -81,11 +81,13 @@ struct RefUnit {
     }
     void supervise(u8 refType, bool on, u32 froId = 7, u32 froClassNo = 9)
     {
-        toManager(KvdTuiifSynchPathSupInd{KVD_TUIIF_SYNCH_PATH_SUP_IND, refType, on ? 1u : 0u, froId, froClassNo});
+        toManager(KvdTuiifSynchPathSupInd{KVD_TUIIF_SYNCH_PATH_SUP_IND, refType, on ? 1u : 0u,
+                                          froId, froClassNo});
     }
     void select(u8 refType, u32 froId = 7, u32 froClassNo = 9)
     {
-        toManager(KvdTuiifSelectSynchRefInd{KVD_TUIIF_SELECT_SYNCH_REF_IND, refType, froId, froClassNo});
+        toManager(
+            KvdTuiifSelectSynchRefInd{KVD_TUIIF_SELECT_SYNCH_REF_IND, refType, froId, froClassNo});
     }
     void portAInterrupt() { toManager(KvdTuhwifRefInterrupt{KVD_TUHWIF_REF_INTERRUPT, 1}); }
 
@@ -104,7 +106,8 @@ struct RefUnit {
     u8  clientRef() { return node.inProgram(KvdLoz6TuIifAdm_selectedRef); }
     u32 selectRegister()
     {
-        return node.inProgram([this] { return node.mmioRead(static_cast<u32>(tuHwIf_lookupRegister(REG_SELECT))); });
+        return node.inProgram(
+            [this] { return node.mmioRead(static_cast<u32>(tuHwIf_lookupRegister(REG_SELECT))); });
     }
     std::size_t traces(const std::string& text) { return node.traces().count({text}); }
 };

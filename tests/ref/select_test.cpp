@@ -1,5 +1,8 @@
-// Selections carried out: hardware route, regulator, client view, in their order and when a step fails.
+// Selections carried out: hardware route, regulator, client view, in their order and when a step
+// fails.
 #include "iif/kvd_phyadm.h"
+#include "ref/kvd_ref_int.h"
+#include "ref_bench.h"
 #include "ref_unit.h"
 
 namespace {
@@ -14,13 +17,14 @@ u32 route(RefUnit& unit) { return unit.selectRegister() & ROUTE; }
 TEST(Selection, RoutesHardwareAndRegulatorByType)
 {
     struct Case { u8 refType; u32 froId; u32 raw; u32 regulator; };
-    for (const Case& c : {Case{PDH_SDH_REF, LINE_FRO, 0, 1}, Case{PDH_SDH_REF, LINE_FRO + 3, 0, 4},
-                          Case{PDH_SDH_REF, LINE_FRO + 4, 0, 5}, Case{GPS_REF, 7, 0, 6},
-                          Case{TU_REF, 7, RAW_EXT, 7}, Case{NTP_REF, 7, 0, 8}, Case{IDL1_REF, 7, 0, 9},
-                          Case{ETHA_REF, 7, 0, 10}, Case{ETHB_REF, 7, 0, 10}, Case{ETHC_REF, 7, 0, 10},
-                          Case{TU_REF, 7, RAW_1PPS, 11}, Case{PACKET_FREQ_REF, 7, 0, 12},
-                          Case{PACKET_TIME_REF, 7, 0, 13}, Case{IDL2_REF, 7, 0, 14},
-                          Case{HPTSI_REF, 7, 0, 15}, Case{GPSOSL_REF, 7, 0, 17}, Case{SOCPRI_REF, 7, 0, 18}}) {
+    for (const Case& c :
+         {Case{PDH_SDH_REF, LINE_FRO, 0, 1}, Case{PDH_SDH_REF, LINE_FRO + 3, 0, 4},
+          Case{PDH_SDH_REF, LINE_FRO + 4, 0, 5}, Case{GPS_REF, 7, 0, 6},
+          Case{TU_REF, 7, RAW_EXT, 7}, Case{NTP_REF, 7, 0, 8}, Case{IDL1_REF, 7, 0, 9},
+          Case{ETHA_REF, 7, 0, 10}, Case{ETHB_REF, 7, 0, 10}, Case{ETHC_REF, 7, 0, 10},
+          Case{TU_REF, 7, RAW_1PPS, 11}, Case{PACKET_FREQ_REF, 7, 0, 12},
+          Case{PACKET_TIME_REF, 7, 0, 13}, Case{IDL2_REF, 7, 0, 14}, Case{HPTSI_REF, 7, 0, 15},
+          Case{GPSOSL_REF, 7, 0, 17}, Case{SOCPRI_REF, 7, 0, 18}}) {
         SCOPED_TRACE(int{c.refType});
         SCOPED_TRACE(c.froId);
         RefUnit unit;
@@ -41,9 +45,10 @@ TEST(Selection, WritesTheRouteOfTheBoard)
     const u32 none = route(unit);
     struct Case { const char* what; u8 refType; u32 froId; };
     u32 last = none;
-    for (const Case& c : {Case{"PDH 1", PDH_SDH_REF, LINE_FRO}, Case{"PDH 2", PDH_SDH_REF, LINE_FRO + 1},
-                          Case{"SDH", PDH_SDH_REF, LINE_FRO + 4}, Case{"GPS", GPS_REF, 7},
-                          Case{"ETHA", ETHA_REF, 7}, Case{"ETHB", ETHB_REF, 7}}) {
+    for (const Case& c :
+         {Case{"PDH 1", PDH_SDH_REF, LINE_FRO}, Case{"PDH 2", PDH_SDH_REF, LINE_FRO + 1},
+          Case{"SDH", PDH_SDH_REF, LINE_FRO + 4}, Case{"GPS", GPS_REF, 7},
+          Case{"ETHA", ETHA_REF, 7}, Case{"ETHB", ETHB_REF, 7}}) {
         SCOPED_TRACE(c.what);
         unit.select(c.refType, c.froId);
         EXPECT_NE(route(unit), last);
@@ -122,8 +127,10 @@ TEST(Selection, OfNothingTwiceKeepsTheBlockButTellsTheHardwareAgain)
     unit.select(NO_REF, 0xFFFFFFFF, 0xFFFFFFFF);
     EXPECT_EQ(route(unit), none);
     EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_prevSelRef), GPS_REF);
-    EXPECT_EQ(unit.traces("Select syncRefType = NO_REF (1) received while selectedRef = NO_REF (1) and "
-                          "prevSelRef = GPS_REF (6). Update of reference variables ignored."), 1u);
+    EXPECT_EQ(
+        unit.traces("Select syncRefType = NO_REF (1) received while selectedRef = NO_REF (1) and "
+                    "prevSelRef = GPS_REF (6). Update of reference variables ignored."),
+        1u);
 }
 
 TEST(Selection, OfAnUnknownTypeChangesNothingButTheOldestByte)
@@ -134,7 +141,9 @@ TEST(Selection, OfAnUnknownTypeChangesNothingButTheOldestByte)
         for (u8 known : {ETHB_REF, GPS_REF, NTP_REF}) unit.select(known);
         ASSERT_EQ(unit.node.inProgram(KvdLoz6TuRef_prevPrevSelRef), ETHB_REF);
         unit.select(refType, 4242);
-        EXPECT_EQ(unit.traces("Unknown syncRefType =" + std::to_string(refType) + " for froId =4242."), 1u);
+        EXPECT_EQ(
+            unit.traces("Unknown syncRefType =" + std::to_string(refType) + " for froId =4242."),
+            1u);
         EXPECT_EQ(unit.selectedRef(), NTP_REF);
         EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_prevSelRef), GPS_REF);
         EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_prevPrevSelRef), NO_REF);
@@ -159,13 +168,35 @@ TEST(Selection, OnASlaveMovesHardwareAndRegulatorButNotTheClients)
     EXPECT_EQ(unit.clientRef(), IDL2_REF);
 }
 
+TEST(GpsOslHoldover, RunsFiveMinutesUnlessItsLoopIsTakenOver)
+{
+    RefBench bench;
+    bench.firstStart();
+    auto runs = [&] { return bench.node.inProgram(KvdLoz6TuRef_gpsOslHoldoverTimerRuns); };
+    bench.inManager([] { KvdLoz6TuRef_startGpsOslHoldover(); });
+    bench.inManager([] { KvdLoz6TuRef_selectSynchRef(NTP_REF, 1, 2); });
+    bench.runTo(299'999);
+    EXPECT_TRUE(runs());
+    bench.runTo(300'000);
+    EXPECT_FALSE(runs());
+    bench.inManager([] {
+        KvdLoz6TuRef_startGpsOslHoldover();
+        KvdLoz6TuRef_selectSynchRef(SOCPRI_REF, 0, 9);
+    });
+    EXPECT_FALSE(runs());
+    EXPECT_TRUE(bench.node.traces().has("GpsOutSyncLink HoldOver timer stopped."));
+}
+
 TEST(Selection, TellsWhatItDid)
 {
     RefUnit unit;
     unit.select(NTP_REF);
     EXPECT_EQ(unit.traces("Selecting ref 3, prevRef 1, pllState 0"), 1u);
-    EXPECT_EQ(unit.traces("Reference update: selectedRef (3), prevSelRef (1). Algorithm states: PLL state 0, "
-                          "Slave PLL state 0, Regulator state"), 1u);
+    EXPECT_EQ(
+        unit.traces(
+            "Reference update: selectedRef (3), prevSelRef (1). Algorithm states: PLL state 0, "
+            "Slave PLL state 0, Regulator state"),
+        1u);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Paths: hold-off, wait-to-restore, the common input, start and end of supervision, as the main processor
-// and the detectors bring them about.
+// Paths: hold-off, wait-to-restore, the common input, start and end of supervision, as the main
+// processor and the detectors bring them about.
 #include "iif/kvd_phyadm.h"
 #include "ref_unit.h"
 
@@ -10,7 +10,15 @@ namespace {
 using namespace bench;
 
 /// A path of each kind and what its detector shows.
-struct Path { const char* name; u8 refType; u32 row; u32 froId; u32 raw; u32 stateBit; i64 holdoff_ms; };
+struct Path {
+    const char* name;
+    u8 refType;
+    u32 row;
+    u32 froId;
+    u32 raw;
+    u32 stateBit;
+    i64 holdoff_ms;
+};
 constexpr Path PATHS[] = {
     {"PDH line 1",           PDH_SDH_REF, 1,  LINE_FRO + 1, RAW_PDH2, 0x2,    2'500},
     {"SDH line",             PDH_SDH_REF, 4,  LINE_FRO + 4, RAW_SDH,  0x10,   2'500},
@@ -116,7 +124,8 @@ TEST(Path, StartsOffWithoutSignalAndSaysSo)
     unit.supervise(PDH_SDH_REF, true, LINE_FRO);
     EXPECT_EQ(unit.refStatus(0), REF_STATUS_OFF);
     EXPECT_EQ(unit.row(0).filterType, NO_FILTER);
-    EXPECT_EQ(unit.node.mainProcessor().count(KVD_TUIIF_BVQ_STATUS_IND), before + 1);   // marked as not sent
+    EXPECT_EQ(unit.node.mainProcessor().count(KVD_TUIIF_BVQ_STATUS_IND),
+              before + 1);   // marked as not sent
     EXPECT_EQ(unit.traces("started supervision of synch ref. #0"), 1u);
 }
 
@@ -179,7 +188,8 @@ TEST(Path, TimeOutsThatFitNoFilterChangeNothing)
     unit.node.rawToggles = RAW_PDH1;
     unit.supervise(PDH_SDH_REF, true, LINE_FRO);
     unit.toManager(KvdTurefTimeoutInd{KVD_TUREF_TIMEOUT_IND, 0});
-    EXPECT_EQ(unit.traces("timeOutInd with filterType: NO_FILTER not allowed for synchRefNo 0"), 1u);
+    EXPECT_EQ(unit.traces("timeOutInd with filterType: NO_FILTER not allowed for synchRefNo 0"),
+              1u);
     EXPECT_EQ(unit.refStatus(0), REF_STATUS_ON);
     unit.toManager(KvdTurefTimeoutInd{KVD_TUREF_TIMEOUT_IND, 11});
     EXPECT_EQ(unit.refStatus(11), REF_STATUS_UNK);
@@ -252,7 +262,7 @@ TEST(EthernetPath, IsReportedWhenItsStateChangesOrSupervisionStartsAnew)
     ASSERT_EQ(mp.count(KVD_TUIIF6_BVQ_REF_STATE_IND), 2u);
     state = *mp.last(KVD_TUIIF6_BVQ_REF_STATE_IND)->as<KvdTuiif6BvqRefStateInd>();
     EXPECT_EQ(state.additionalRefStateInfo, 0u);
-    unit.supervise(ETHC_REF, true, 22, 7);                 // no signal: OFF as it stands, told all the same
+    unit.supervise(ETHC_REF, true, 22, 7);   // no signal: OFF as it stands, told all the same
     EXPECT_EQ(mp.count(KVD_TUIIF6_BVQ_REF_STATE_IND), 3u);
     unit.node.rawToggles = RAW_ETHC | RAW_ETHB;
     unit.supervise(ETHC_REF, false, 22, 7);
@@ -292,7 +302,7 @@ TEST(PeerRestart, ReleasesTheRowsAndSelectsNothing)
     ASSERT_EQ(unit.regulatorRef(), TU_SR_PDH_REF1);
     unit.toggles(0);
     unit.node.mainProcessor().restart(100 * ose::MS);
-    unit.ms(2'000);                                        // connected again before the hold-off would end
+    unit.ms(2'000);   // connected again before the hold-off would end
     ASSERT_TRUE(unit.node.mainProcessor().connected());
     EXPECT_EQ(unit.row(0).supervisionStatus, 0u);
     EXPECT_EQ(unit.row(0).filterTimer, 0u);

@@ -13,7 +13,8 @@ using vectors::json;
 struct Replay {
     RefBench bench;
     u32 hardware = 0;      // toggle word as the hardware stands
-    u32 openBits = 0;      // of refStatusBits: whether an end of supervision takes a row's bits out is open
+    u32 openBits =
+        0;   // of refStatusBits: whether an end of supervision takes a row's bits out is open
 
     void supervise(u32 row, bool on)
     {
@@ -25,9 +26,11 @@ struct Replay {
             return;
         }
         openBits |= KvdLoz6TuRef_toggleMask(row);
-        KvdTuiifSynchPathSupInd off{KVD_TUIIF_SYNCH_PATH_SUP_IND, desc.refType, 0, desc.froId, desc.froClassNo};
+        KvdTuiifSynchPathSupInd off{KVD_TUIIF_SYNCH_PATH_SUP_IND, desc.refType, 0, desc.froId,
+                                    desc.froClassNo};
         if (desc.refType != PDH_SDH_REF) return KvdLoz6TuRef_onPathSupervision(&off);
-        KvdLoz6TuRef_lineEnd(row);   // no line is announced here: the port's end ends its row the same way
+        KvdLoz6TuRef_lineEnd(
+            row);   // no line is announced here: the port's end ends its row the same way
     }
 
     void apply(const json& op)
@@ -54,9 +57,11 @@ struct Replay {
                 const RefDesc& desc = KvdLoz6TuRef_row(row);
                 EXPECT_EQ(desc.refStatus, step["refStatus"][row].get<u32>()) << "row " << row;
                 EXPECT_EQ(desc.filterType, step["filterType"][row].get<u32>()) << "row " << row;
-                EXPECT_EQ(desc.filterTimer != 0, timers.contains(std::to_string(row))) << "row " << row;
+                EXPECT_EQ(desc.filterTimer != 0, timers.contains(std::to_string(row)))
+                    << "row " << row;
             }
-            EXPECT_EQ(KvdLoz6TuRef_refStatusBits() & ~openBits, step["refStatusBits"].get<u32>() & ~openBits);
+            EXPECT_EQ(KvdLoz6TuRef_refStatusBits() & ~openBits,
+                      step["refStatusBits"].get<u32>() & ~openBits);
             EXPECT_EQ(KvdLoz6TuIifAdm_tuiifRefState(), step["tuiifRefState"].get<u32>());
             EXPECT_EQ(KvdLoz6TuRef_lastToggleStatus(), step["lastToggleStatus"].get<u32>());
             EXPECT_EQ(KvdLoz6TuRef_noChangeCounter(), step["noChangeCounter"].get<u32>());

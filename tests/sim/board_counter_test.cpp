@@ -1,4 +1,5 @@
-// The frame counter: its rate, its registers on both board types, steps, the output's copy, the NTP counter.
+// The frame counter: its rate, its registers on both board types, steps, the output's copy, the NTP
+// counter.
 #include "board_bench.h"
 
 #include <gtest/gtest.h>
@@ -24,15 +25,21 @@ constexpr ose::Time DAY = 86'400 * SEC;
 
 TEST(CounterRate, IsExactToAPicosecondOverAMonth)
 {
-    struct Case { const char* what; u32 divisor, kHigh, kLow; double offset_ppb; i64 days; double error_s; };
-    // Revision 3: nominal ratio 1250, M = 8e8, so that K = 1e6 is 1 ppm. A higher ratio runs slower.
+    struct Case {
+        const char* what;
+        u32 divisor, kHigh, kLow;
+        double offset_ppb;
+        i64 days;
+        double error_s;
+    };
+    // Revision 3: nominal ratio 1250, M = 8e8, so that K = 1e6 is 1 ppm. A higher ratio is slower.
     for (const Case& c : std::to_array<Case>({
              {"nominal",             1249, 0, 0,                         0.0,   30, 0.0},
              {"oscillator +100 ppb", 1249, 0, 0,                         100.0, 30, 0.2592},
              {"oscillator -0.01 ppb", 1249, 0, 0,                        -0.01, 30, -2.592e-5},
-             {"ratio +1 ppm",        1249, 0, 1'000'000,                 0.0,   30, -2.591997408002592},
-             {"ratio -1 ppm",        1249, 1, 0xFFFFFFFF - 999'999,      0.0,   30, 2.592002592002592},
-             {"both",                1249, 0, 1'000'000,                 100.0, 1,  -0.07775992224007776},
+             {"ratio +1 ppm",        1249, 0, 1'000'000,            0.0,   30, -2.591997408002592},
+             {"ratio -1 ppm",        1249, 1, 0xFFFFFFFF - 999'999, 0.0,   30, 2.592002592002592},
+             {"both",                1249, 0, 1'000'000,            100.0, 1, -0.07775992224007776},
          })) {
         SCOPED_TRACE(c.what);
         sim::BoardConfig config = configOf(1, "R3A1");
@@ -75,7 +82,8 @@ TEST(CounterRate, ManyReadsDoNotMoveIt)
     }
     seldom.run(often.world.now());
     EXPECT_NEAR(often.board.timeError_s(), seldom.board.timeError_s(), 1e-15);
-    EXPECT_NEAR(seldom.board.timeError_s(), 12.5e-9 * static_cast<double>(often.world.now()) * 1e-12, PICOSECOND);
+    const double seconds = static_cast<double>(often.world.now()) * 1e-12;
+    EXPECT_NEAR(seldom.board.timeError_s(), 12.5e-9 * seconds, PICOSECOND);
 }
 
 TEST(CounterRate, ChangesAtTheRisingEdgeOfTheEnableAlone)
@@ -116,13 +124,13 @@ TEST(CounterRate, FollowsTheOscillatorSegmentBySegment)
         Bench b(config);
         b.setNominalDivider();
         b.run(2 * SEC);
-        EXPECT_NEAR(b.board.timeError_s(), 4e-6, 1e-15);    // a longer segment takes the record's mean
+        EXPECT_NEAR(b.board.timeError_s(), 4e-6, 1e-15);   // a segment takes the record's mean
         b.run(2 * SEC);
         EXPECT_NEAR(b.board.timeError_s(), 12e-6, 1e-15);
     }
 }
 
-// ---- registers ----------------------------------------------------------------------------------------------
+// ---- registers ----------------------------------------------------------------------------------
 
 TEST(RunningCounter, CountsFramesAndIncrementsOnBothTypes)
 {
@@ -202,7 +210,7 @@ TEST(RunningCounter, FieldsOutOfRangeAreReadAsTheFaultSays)
     EXPECT_EQ(b.read(B + 0x0C), 0u);
 }
 
-// ---- steps --------------------------------------------------------------------------------------------------
+// ---- steps --------------------------------------------------------------------------------------
 
 TEST(CounterStep, Type1StepsAtTheWriteOfTheIncrements)
 {
@@ -246,12 +254,13 @@ TEST(CounterStep, GoesTheShorterWayAndCarriesIntoTheExternalCounter)
 {
     struct Case { const char* what; u32 ext, frames, inc; double error_s; u32 external; };
     for (const Case& c : std::to_array<Case>({
-             {"10 ms ahead",             0,        0x00001, 0,         0.01,                   2},
-             {"10 ms back",              0xFFFFFF, 0x18FFF, 0,         -0.01,                  2},
-             {"an increment back",       0xFFFFFF, 0x18FFF, 1'228'799, -1.0 / 122'880'000.0,   2},
-             {"half a period",           0,        0x0C800, 0,         512.0,                  2},
-             {"a week of periods ahead", 1000,     0x00001, 0,         0.01,                   1002},
-             {"three periods back",      0xFFFFFD, 0x00000, 0,         0.0,                    0xFFFFFF}})) {
+             {"10 ms ahead",        0,        0x00001, 0,         0.01,                 2},
+             {"10 ms back",         0xFFFFFF, 0x18FFF, 0,         -0.01,                2},
+             {"an increment back",  0xFFFFFF, 0x18FFF, 1'228'799, -1.0 / 122'880'000.0, 2},
+             {"half a period",      0,        0x0C800, 0,         512.0,                2},
+             {"1000 periods ahead", 1000,     0x00001, 0,         0.01,                 1002},
+             {"three periods back", 0xFFFFFD, 0x00000, 0,         0.0,                  0xFFFFFF},
+         })) {
         SCOPED_TRACE(c.what);
         Bench b(2);
         b.run(2100 * SEC);                               // wrapped twice
@@ -265,14 +274,14 @@ TEST(CounterStep, GoesTheShorterWayAndCarriesIntoTheExternalCounter)
     }
 }
 
-// ---- output, NTP --------------------------------------------------------------------------------------------
+// ---- output, NTP --------------------------------------------------------------------------------
 
 TEST(OutputCounter, TellsTheNextPulseAndIsMovedByTheOffset)
 {
     for (const u32 type : {1u, 2u}) {
         SCOPED_TRACE(type);
         sim::BoardConfig config = configOf(type);
-        config.counterStart_s = 41.25;                   // pulses come a quarter past the counter's second
+        config.counterStart_s = 41.25;                   // pulses come a quarter past the second
         Bench b(config);
         const u32 framesAt = type == 1 ? A + 0x130 : C + 0xF0;
         const u32 incsAt = type == 1 ? A + 0x134 : C + 0xF4;
@@ -281,7 +290,7 @@ TEST(OutputCounter, TellsTheNextPulseAndIsMovedByTheOffset)
         // 42.25 s: mfn 1, sfn 129 = 1 * 128 + 1.
         EXPECT_EQ(b.read(framesAt), 1u << 5 | 1u);
         EXPECT_EQ(b.read(incsAt), type == 1 ? 1u << 21 : 1u << 22);
-        // Moved by 50 frames and 614400 increments, 0.505 s: 41.755 s comes first now. mfn 1, sfn 79.
+        // Moved by 50 frames and 614400 increments, 0.505 s: 41.755 s comes first. mfn 1, sfn 79.
         b.write(offsetAt, type == 1 ? 50u << 21 | 614'400u : 50u << 22 | 614'400u << 1);
         EXPECT_EQ(b.read(framesAt), 1u << 5 | 0u);
         EXPECT_EQ(b.read(incsAt), type == 1 ? 79u << 21 | 614'400u : 79u << 22 | 614'400u << 1);
@@ -335,7 +344,7 @@ TEST(NtpCounter, StandsAtTheLastFrameEdgeAndIsNotStepped)
     EXPECT_EQ(b.read(A + 0x04), 2001u);
 }
 
-// ---- BFN link -----------------------------------------------------------------------------------------------
+// ---- BFN link -----------------------------------------------------------------------------------
 
 TEST(BfnLink, LatchesTheCounterBesideTheFarUnitsWords)
 {
@@ -346,14 +355,16 @@ TEST(BfnLink, LatchesTheCounterBesideTheFarUnitsWords)
         config.counterStart_s = 123.45;                  // mfn 3, sfn 57
         Bench b(config);
         b.run(100 * US);                                 // 12288 increments
-        b.board.bfnReceived({.remoteMfn = 24, .remoteSfn = 4095, .word1 = 0x3FFFFF, .word2 = 0x1F654321});
+        b.board.bfnReceived(
+            {.remoteMfn = 24, .remoteSfn = 4095, .word1 = 0x3FFFFF, .word2 = 0x1F654321});
         EXPECT_EQ(b.read(base), 0xA0000000u | 57u << 12 | 4095u);
         EXPECT_EQ(b.read(base + 4), 12'288u << (type == 1 ? 10 : 11) | 3u << 5 | 24u);
         EXPECT_EQ(b.read(base + 8), 0x3FFFFFu);
         EXPECT_EQ(b.read(base + 12), 0x1F654321u);
         b.run(SEC);
         EXPECT_EQ(b.read(base) >> 12 & 0xFFF, 57u);
-        b.board.bfnReceived({.extended = false, .parityError = true, .valid = false, .localMfn = 25});
+        b.board.bfnReceived(
+            {.extended = false, .parityError = true, .valid = false, .localMfn = 25});
         EXPECT_EQ(b.read(base) >> 29, 0x2u);
         EXPECT_EQ(b.read(base + 4) >> 5 & 0x1F, 25u);
         b.write(type == 1 ? A + 0x110 : C + 0xE0, 0x40000000);

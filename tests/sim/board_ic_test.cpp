@@ -114,7 +114,7 @@ TEST(Eeprom, FaultsAndReplacement)
     b.board.setEeprom(other);
     order(b);
     EXPECT_EQ(text(b, 17, 11), "OXK318 407/");
-    b.board.reset();                                     // the copy is gone until it is ordered again
+    b.board.reset();                                     // the copy is gone until the next order
     EXPECT_EQ(b.read(B + 0x14) & 2, 0u);
     EXPECT_EQ(b.read(B + 0x80), 0u);
 }

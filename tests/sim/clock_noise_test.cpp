@@ -1,4 +1,5 @@
-// Random streams and the noise of oscillators and pulses: levels, independence, the same bytes each time.
+// Random streams and the noise of oscillators and pulses: levels, independence, the same bytes each
+// time.
 #include "sim/clock/noise.h"
 #include "sim/clock/oscillator.h"
 #include "sim/clock/random.h"
@@ -90,8 +91,13 @@ TEST(PortableMath, AgreesWithTabulatedValues)
 
 TEST(FrequencyNoise, HasTheAllanDeviationThatItIsTold)
 {
-    struct Case { const char* what; sim::FrequencyNoiseLevels levels; double segment_s; std::size_t n;
-                  double sigma, tolerance; };
+    struct Case {
+        const char* what;
+        sim::FrequencyNoiseLevels levels;
+        double segment_s;
+        std::size_t n;
+        double sigma, tolerance;
+    };
     for (const Case& c : std::to_array<Case>({
              {"white at 1 s",             {1e-11, 0, 0}, 1.0,  1,    1e-11,   0.03},
              {"white at 100 s",           {1e-11, 0, 0}, 1.0,  100,  1e-12,   0.05},
@@ -127,7 +133,9 @@ u64 digest(const std::vector<double>& values)
 
 TEST(FrequencyNoise, GivesTheSameBytesInEveryBuild)
 {
-    const auto run = [](u64 seed) { return digest(samples({{1e-11, 2e-12, 3e-13}, 1.0, seed, "tu1.ocxo"}, 10'000)); };
+    const auto run = [](u64 seed) {
+        return digest(samples({{1e-11, 2e-12, 3e-13}, 1.0, seed, "tu1.ocxo"}, 10'000));
+    };
     EXPECT_EQ(run(1), run(1));
     EXPECT_NE(run(1), run(2));
     EXPECT_EQ(run(1), 2150057404342663507u);   // as first built; a new value changes every run
@@ -151,11 +159,16 @@ TEST(PhaseNoise, HasItsLevelsAndSeparateStreams)
     EXPECT_NEAR(std::sqrt(square / 100'000), 10e-9, 0.1e-9);
 }
 
-// ---- oscillator -----------------------------------------------------------------------------------------------
+// ---- oscillator ---------------------------------------------------------------------------------
 
 TEST(Oscillator, AddsUpItsTerms)
 {
-    struct Case { const char* what; sim::OscillatorConfig config; u64 segment; double volts, coldness, y; };
+    struct Case {
+        const char* what;
+        sim::OscillatorConfig config;
+        u64 segment;
+        double volts, coldness, y;
+    };
     sim::OscillatorConfig nominal, ageing, polynomial, slope, warmUp, longSegments;
     nominal.nominal_Hz = 10'000'001.0;
     nominal.offset_ppb = -30.0;

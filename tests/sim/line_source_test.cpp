@@ -23,7 +23,8 @@ struct Bench {
     std::vector<ose::Time> edges;
     ose::EventId event = 0;
 
-    explicit Bench(const sim::LineConfig& config = {}, u32 rate_Hz = 1) : source(world, config, rate_Hz, 1, "ref")
+    explicit Bench(const sim::LineConfig& config = {}, u32 rate_Hz = 1)
+        : source(world, config, rate_Hz, 1, "ref")
     {
         source.changed = [this] { arm(); };
         arm();
@@ -44,12 +45,17 @@ struct Bench {
 
 TEST(LineSource, EdgesComeAtTheirRateAndPhase)
 {
-    struct Case { const char* what; u32 rate_Hz; double phase_s, frequency_ppb; std::vector<ose::Time> edges; };
+    struct Case {
+        const char* what;
+        u32 rate_Hz;
+        double phase_s, frequency_ppb;
+        std::vector<ose::Time> edges;
+    };
     for (const Case& c : std::vector<Case>{
              {"1PPS", 1, 0.0, 0.0, {SEC, 2 * SEC, 3 * SEC}},
              {"late", 1, 0.25, 0.0, {SEC / 4, SEC / 4 * 5, SEC / 4 * 9, SEC / 4 * 13}},
              {"early", 1, -1e-6, 0.0, {SEC - US, 2 * SEC - US, 3 * SEC - US}},
-             {"phase beyond a period", 1, 7.25, 0.0, {SEC / 4, SEC / 4 * 5, SEC / 4 * 9, SEC / 4 * 13}},
+             {"beyond a period", 1, 7.25, 0.0, {SEC / 4, SEC / 4 * 5, SEC / 4 * 9, SEC / 4 * 13}},
              {"fast by 1 ppm", 1, 0.0, 1000.0, {SEC - US, 2 * SEC - 2 * US, 3 * SEC - 3 * US}},
              {"slow by 1 ppb", 1, 0.0, -1.0, {SEC + NS, 2 * SEC + 2 * NS, 3 * SEC + 3 * NS}}}) {
         SCOPED_TRACE(c.what);
@@ -66,24 +72,28 @@ TEST(LineSource, EdgesComeAtTheirRateAndPhase)
 TEST(LineSource, ScriptsActAtOnce)
 {
     using Script = std::function<void(sim::LineSource&)>;
-    struct Case { const char* what; Script script; std::vector<double> edges_s; };   // the script at 5.7 s
+    // The script comes at 5.7 s.
+    struct Case { const char* what; Script script; std::vector<double> edges_s; };
     for (const Case& c : std::vector<Case>{
              {"phase later", [](auto& s) { s.addPhase(0.2); }, {6.2, 7.2, 8.2}},
              {"phase earlier", [](auto& s) { s.addPhase(-0.2); }, {5.8, 6.8, 7.8, 8.8}},
              {"earlier than now", [](auto& s) { s.addPhase(-0.4); }, {6.6, 7.6, 8.6}},
-             {"nearly a period is the other way", [](auto& s) { s.addPhase(0.9); }, {5.9, 6.9, 7.9, 8.9}},
+             {"nearly a period is the other way", [](auto& s) { s.addPhase(0.9); },
+              {5.9, 6.9, 7.9, 8.9}},
              {"many periods", [](auto& s) { s.addPhase(100.0); }, {6.0, 7.0, 8.0, 9.0}},
-             {"two steps beyond a period", [](auto& s) { s.addPhase(0.4); s.addPhase(0.4); s.addPhase(0.4); },
+             {"steps beyond a period",
+              [](auto& s) { s.addPhase(0.4); s.addPhase(0.4); s.addPhase(0.4); },
               {7.2, 8.2}},
              {"frequency", [](auto& s) { s.setFrequency(1e6); }, {5.9997, 6.9987, 7.9977, 8.9967}},
-             {"frequency there and back", [](auto& s) { s.addFrequency(1e6); s.addFrequency(-1e6); },
+             {"frequency and back", [](auto& s) { s.addFrequency(1e6); s.addFrequency(-1e6); },
               {6.0, 7.0, 8.0, 9.0}},
              {"one bad pulse", [](auto& s) { s.moveNextEdge(0.01); }, {6.01, 7.0, 8.0, 9.0}},
              {"one early pulse", [](auto& s) { s.moveNextEdge(-0.01); }, {5.99, 7.0, 8.0, 9.0}},
-             {"a move of half a period at most", [](auto& s) { s.moveNextEdge(3.0); }, {6.5, 7.0, 8.0, 9.0}},
+             {"half a period at most", [](auto& s) { s.moveNextEdge(3.0); }, {6.5, 7.0, 8.0, 9.0}},
              {"off", [](auto& s) { s.setPresent(false); }, {}},
              {"stuck", [](auto& s) { s.setStuck(true); }, {}},
-             {"off and on", [](auto& s) { s.setPresent(false); s.setPresent(true); }, {6.0, 7.0, 8.0, 9.0}}}) {
+             {"off and on", [](auto& s) { s.setPresent(false); s.setPresent(true); },
+              {6.0, 7.0, 8.0, 9.0}}}) {
         SCOPED_TRACE(c.what);
         Bench b;
         b.runTo(5.7);
@@ -152,10 +162,12 @@ TEST(LineSource, NoiseIsOfTheEdgeAndNotOfTheAsking)
 
 TEST(LineSource, FollowsARecordedPhase)
 {
-    const sim::LineConfig config{.series = sim::EndlessSeries({0.0, 1e-6, 5e-6}), .seriesInterval_s = 1.0};
+    const sim::LineConfig config{.series = sim::EndlessSeries({0.0, 1e-6, 5e-6})};
     Bench b(config);
     b.runTo(5.5);
-    EXPECT_EQ(b.edges, (std::vector<ose::Time>{SEC + US, 2 * SEC + 5 * US, 3 * SEC + US, 4 * SEC, 5 * SEC + US}));
+    const std::vector<ose::Time> expected{SEC + US, 2 * SEC + 5 * US, 3 * SEC + US, 4 * SEC,
+                                          5 * SEC + US};
+    EXPECT_EQ(b.edges, expected);
 }
 
 }  // namespace

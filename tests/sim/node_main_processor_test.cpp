@@ -215,7 +215,12 @@ TEST(MainProcessor, SupervisesALineOnceItIsAnnounced)
 
 TEST(MainProcessor, TakesPacketAndEthernetReferencesByTheirReports)
 {
-    struct Case { const char* when; bool ethernet; u32 refState, info; std::vector<u8> selections; };
+    struct Case {
+        const char* when;
+        bool ethernet;
+        u32 refState, info;
+        std::vector<u8> selections;
+    };
     for (const Case& c : std::to_array<Case>({{"packet good", false, 16384, 0, {8}},
                                               {"packet degraded", false, 4096, 0x2, {8}},
                                               {"packet faulty", false, 8192, 0x1, {}},
@@ -227,7 +232,8 @@ TEST(MainProcessor, TakesPacketAndEthernetReferencesByTheirReports)
             Unit unit;
             unit.connect();
             unit.received.clear();
-            unit.send({REF_STATE, 1, 1, 2, c.ethernet ? 120u : 80u, c.ethernet ? 7u : 5u, c.refState, c.info});
+            unit.send({REF_STATE, 1, 1, 2, c.ethernet ? 120u : 80u, c.ethernet ? 7u : 5u,
+                       c.refState, c.info});
             unit.take();
             EXPECT_EQ(unit.selections(), c.selections);
         });
@@ -319,9 +325,10 @@ TEST(MainProcessor, KeepsAndTellsWhatItReceived)
     ASSERT_NE(mp.last(0x12345), nullptr);
     EXPECT_EQ(mp.last(0x12345)->bytes.size(), 8u);
     EXPECT_EQ(mp.last(STATUS)->bytes.size(), 8u);
-    EXPECT_EQ(sim::MainProcessor::describe(mp.all(STATUS).at(0)),
-              "KVD_TUIIF_BVQ_STATUS_IND radioClockState=3 FREQUENCY_LOCKED refState=0x20 ltr=0 degr=0 "
-              "froId=7 froClassNo=8");
+    EXPECT_EQ(
+        sim::MainProcessor::describe(mp.all(STATUS).at(0)),
+        "KVD_TUIIF_BVQ_STATUS_IND radioClockState=3 FREQUENCY_LOCKED refState=0x20 ltr=0 degr=0 "
+        "froId=7 froClassNo=8");
     EXPECT_EQ(sim::MainProcessor::describe(*mp.last(0x12345)), "signal 0x12345 size=8");
     EXPECT_STREQ(sim::clockStateName(11), "RNT_TIME_HOLDOVER");
     EXPECT_STREQ(sim::clockStateName(18), "UNKNOWN");

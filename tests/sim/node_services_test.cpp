@@ -27,7 +27,8 @@ SIGSELECT next(OSTIME tmo = 1000)
     return sigNo;
 }
 
-/// What the name server gets: the name has no terminator, the answer's number stands right behind it.
+/// What the name server gets: the name has no terminator, the answer's number stands right behind
+/// it.
 void askNameServer(PROCESS ns, const std::string& name, SIGSELECT answer)
 {
     Signal* sig = ose::alloc(static_cast<u32>(name.size()) + 24, 0x7B81);
@@ -124,9 +125,11 @@ TEST(Identity, IsToldAfterTheServiceConfirmed)
                 inUse = result;
                 node::TarsoPiu_getOwnIdentity();
                 node::TarsoPiu3_getOwnHWAddr();
-            } else if (const auto* id = as<TarsoPiuOwnIdentityCfm>(sig); sig->sigNo == 0x60306 && id) {
+            } else if (const auto* id = as<TarsoPiuOwnIdentityCfm>(sig);
+                       sig->sigNo == 0x60306 && id) {
                 instance = id->piuInstanceId;
-            } else if (const auto* hw = as<TarsoPiu3OwnHwAddrCfm>(sig); sig->sigNo == 0x60307 && hw) {
+            } else if (const auto* hw = as<TarsoPiu3OwnHwAddrCfm>(sig);
+                       sig->sigNo == 0x60307 && hw) {
                 smn = hw->smn;
                 apn = hw->apn;
                 node::TarsoPri_terminateService();
@@ -201,7 +204,8 @@ TEST(TestService, DrivesTheStartUpSequenceOncePerProgram)
                     EXPECT_EQ(ind->restartType, b.node.temi().restartType);
                     EXPECT_STREQ(ind->name, "KVD_LOZ6_HW");
                     const bool last = seen.size() > tests;
-                    node::TarsoTemi_doTestResponse(last, static_cast<u32>(seen.size() - 1), "T", 0, "ok");
+                    node::TarsoTemi_doTestResponse(last, static_cast<u32>(seen.size() - 1), "T", 0,
+                                                   "ok");
                     if (last) node::TarsoTemi_terminateService();
                 }
                 ose::free_buf(&sig);
@@ -227,7 +231,9 @@ TEST(TestService, TakesReportsAtRunTimeAndCanBeMissing)
     b.in([&] {
         EXPECT_NE(node::TarsoTemi_testResultInd(8, "Runtime fault", 2, "x"), 0u) << "not connected";
         EXPECT_EQ(node::TarsoTemi_initiateService("KVD_LOZ6_HW", 2), 0u);
-        EXPECT_EQ(node::TarsoTemi_testResultInd(8, "Runtime fault", 2, std::string(300, 'm').c_str()), 0u);
+        EXPECT_EQ(
+            node::TarsoTemi_testResultInd(8, "Runtime fault", 2, std::string(300, 'm').c_str()),
+            0u);
         std::vector<SIGSELECT> seen;
         while (const SIGSELECT sigNo = next(100)) seen.push_back(sigNo);
         EXPECT_EQ(seen, (std::vector<SIGSELECT>{0x60250, 0x60255, 0x60256}));
@@ -297,8 +303,8 @@ TEST(PhyPorts, AreAnnouncedAtConnectionAndOnChange)
             ose::free_buf(&sig);
         }
     });
-    EXPECT_EQ(seen, (std::vector<SIGSELECT>{0xA21C3, 0xA21C5, 0xA21C8, 0xA21C7, 0xA21C8, 0xA21C7, 0xA21C8,
-                                            0xA21C7, 0xA21C8, 0xA21C1}));
+    EXPECT_EQ(seen, (std::vector<SIGSELECT>{0xA21C3, 0xA21C5, 0xA21C8, 0xA21C7, 0xA21C8, 0xA21C7,
+                                            0xA21C8, 0xA21C7, 0xA21C8, 0xA21C1}));
     EXPECT_EQ(lastFroId, 10u);
     EXPECT_EQ(lastControl, 1u);
 }
@@ -314,7 +320,8 @@ TEST(Parameters, OfTheBoardAndItsFaults)
     EXPECT_STREQ(text, "0xE2000000");
     EXPECT_EQ(b.node.boardParameter("pp1s_board_delay_to_latch", text, sizeof text), 0);
     EXPECT_STREQ(text, "32");
-    EXPECT_EQ(b.node.boardParameter("extra", text, 16), 0) << "15 characters and the end fit 16 bytes";
+    EXPECT_EQ(b.node.boardParameter("extra", text, 16), 0)
+        << "15 characters and the end fit 16 bytes";
     EXPECT_NE(b.node.boardParameter("extra", text, 15), 0);
     EXPECT_NE(b.node.boardParameter("productnumber", text, sizeof text), 0) << "left out";
     EXPECT_EQ(b.node.adiBoardCode(code), 0);
@@ -383,7 +390,8 @@ TEST(SerialLine, IsOpenOnceAndRaisesItsInterrupt)
                 received.append(bytes, bytes + n);
         }, 1024, 5, 0, 44);
         ose::start(isr);
-        EXPECT_EQ(node::platform().serialOpen("UART750", 44, nullptr, 0), 8) << "of the other board";
+        EXPECT_EQ(node::platform().serialOpen("UART750", 44, nullptr, 0), 8)
+            << "of the other board";
         const node::SerialSetting settings[] = {{1, 9600}};
         EXPECT_EQ(node::platform().serialOpen("UART", 44, settings, 1), 0);
         EXPECT_EQ(node::platform().serialOpen("UART", 44, settings, 1), 4);
@@ -427,7 +435,8 @@ TEST(Shell, RunsACommandInTheProgramOneAtATime)
         b.in([] {
             node::Platform& p = node::platform();
             p.registerCommand({"echo", "echo", "prints its words", [](int argc, char** argv) {
-                                   for (int i = 0; i < argc; ++i) node::shellPrintf("%d:%s\n", i, argv[i]);
+                                   for (int i = 0; i < argc; ++i)
+                                       node::shellPrintf("%d:%s\n", i, argv[i]);
                                    return argc;
                                }});
             p.registerCommand({"slow", "slow", "takes a second", [](int, char**) {
@@ -437,7 +446,8 @@ TEST(Shell, RunsACommandInTheProgramOneAtATime)
                                    return 0;
                                }});
             node::traceRegisterGroup("GROUP_OF_THE_PROGRAM");
-            EXPECT_NE(p.registerCommand({"echo", "", "", [](int, char**) { return 0; }}), 0) << "twice";
+            EXPECT_NE(p.registerCommand({"echo", "", "", [](int, char**) { return 0; }}), 0)
+                << "twice";
         });
     };
     registerAll();
@@ -464,7 +474,8 @@ TEST(Shell, RunsACommandInTheProgramOneAtATime)
     b.node.restartWarm();
     b.world.runFor(2 * ose::SEC);
     EXPECT_EQ(ended, (std::vector<std::string>{"-2before "})) << "ended with its program";
-    EXPECT_EQ(b.node.shell().run("echo", output), sim::SHELL_UNKNOWN_COMMAND) << "not registered yet";
+    EXPECT_EQ(b.node.shell().run("echo", output), sim::SHELL_UNKNOWN_COMMAND)
+        << "not registered yet";
     registerAll();
     EXPECT_EQ(b.node.shell().run("echo", output), 1);
     b.node.kill();

@@ -48,13 +48,18 @@ std::string errorOf(const std::string& path, std::size_t column = 0)
 
 TEST(Series, ReadsOneNumberALine)
 {
-    struct Case { const char* what; const char* content; std::size_t column; std::vector<double> values; };
+    struct Case {
+        const char* what;
+        const char* content;
+        std::size_t column;
+        std::vector<double> values;
+    };
     for (const Case& c : std::vector<Case>{
              {"plain", "1\n2.5\n-3e-9\n", 0, {1.0, 2.5, -3e-9}},
              {"no end of line", "1\n2", 0, {1.0, 2.0}},
              {"comments and empty lines", "# unit: s\n\n  # more\n1\n\r\n2\n", 0, {1.0, 2.0}},
              {"carriage returns", "1\r\n2\r\n", 0, {1.0, 2.0}},
-             {"signs and long exponents", "+2.76845904E-007\n -1E+002\n", 0, {2.76845904e-7, -100.0}},
+             {"signs, long exponents", "+2.76845904E-007\n -1E+002\n", 0, {2.76845904e-7, -100.0}},
              {"first of a comma list", "1,10\n2,20\n", 0, {1.0, 2.0}},
              {"second of a comma list", "1,10\n2, 20\n", 1, {10.0, 20.0}},
              {"third of blanks and tabs", "a 1\t10 x\nb 2 \t 20 y\n", 2, {10.0, 20.0}},
@@ -78,7 +83,8 @@ TEST(Series, RefusesABadLineWithFileLineAndReason)
              {"too large", "1e999\n", 0, ":1: the number isn't finite"},
              {"missing column", "1,2\n3\n", 1, ":2: no field 1"},
              {"long line", "1\n" + std::string(5000, '7') + "\n", 0, ":2: the line is too long"},
-             {"zero byte", std::string("1\n2\0003\n4\n", 8), 0, ":2: a zero byte: the file is no text"},
+             {"zero byte", std::string("1\n2\0003\n4\n", 8), 0,
+              ":2: a zero byte: the file is no text"},
              {"zero byte first", std::string("\0\n", 2), 0, ":1: a zero byte: the file is no text"},
              {"empty", "", 0, ": no number in the file"},
              {"comments only", "# nothing\n\n", 0, ": no number in the file"}}) {
@@ -104,7 +110,8 @@ TEST(Series, RefusesABrokenArchive)
 TEST(Series, RunsBackAtItsEndSoThatNothingJumps)
 {
     const sim::EndlessSeries three({1.0, 2.0, 3.0});
-    for (u64 i = 0; const double value : {1.0, 2.0, 3.0, 2.0, 1.0, 2.0, 3.0, 2.0, 1.0}) EXPECT_EQ(three.at(i++), value);
+    for (u64 i = 0; const double value : {1.0, 2.0, 3.0, 2.0, 1.0, 2.0, 3.0, 2.0, 1.0})
+        EXPECT_EQ(three.at(i++), value);
     EXPECT_EQ(three.at(4'000'000'000'000), 1.0);
     EXPECT_EQ(sim::EndlessSeries({7.0}).at(123), 7.0);
     EXPECT_TRUE(sim::EndlessSeries().empty());
@@ -116,7 +123,8 @@ TEST(Series, TurnsPhasesAndFrequenciesIntoEachOther)
     struct Case { const char* what; SeriesKind kind; double interval_s;
                   std::vector<double> values, phase, frequency; };
     for (const Case& c : std::vector<Case>{
-             {"phase", SeriesKind::Phase, 2.0, {5e-9, 9e-9, 3e-9}, {0.0, 4e-9, -2e-9}, {2e-9, -3e-9}},
+             {"phase", SeriesKind::Phase, 2.0, {5e-9, 9e-9, 3e-9}, {0.0, 4e-9, -2e-9},
+              {2e-9, -3e-9}},
              {"one phase", SeriesKind::Phase, 1.0, {5e-9}, {0.0}, {0.0}},
              {"frequency", SeriesKind::Frequency, 2.0, {1e-9, -3e-9}, {2e-9, -4e-9}, {1e-9, -3e-9}},
              {"Hz", SeriesKind::FrequencyHz, 1.0, {10'000'000.125}, {1.25e-8}, {1.25e-8}}}) {
@@ -130,7 +138,7 @@ TEST(Series, TurnsPhasesAndFrequenciesIntoEachOther)
     }
 }
 
-/// Folder of measured records: $TU_RECORDS, else "shared/data/clocks" in a folder above this source.
+/// Folder of measured records: $TU_RECORDS, else "shared/data/clocks" in a folder above this one.
 std::string recordFolder()
 {
     namespace fs = std::filesystem;

@@ -1,4 +1,5 @@
-// idle_node.h - A simulated node whose program does nothing: tests run their own code as its processes.
+// idle_node.h - A simulated node whose program does nothing: tests run their own code as its
+// processes.
 #pragma once
 #include "sim/node/node.h"
 

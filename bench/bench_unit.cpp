@@ -1,0 +1,79 @@
+// A whole unit: one edge from latch to divider, virtual seconds a wall second of a locked unit.
+#include "sim/board/board.h"
+#include "sim/node/node.h"
+#include "sim/refs/line_source.h"
+
+#include <benchmark/benchmark.h>
+
+namespace {
+
+/// A reference whose edges come as often as one likes.
+class QuickEdges : public sim::EdgeSource {
+public:
+    explicit QuickEdges(ose::Time period) : period_(period) {}
+    bool present() const override { return true; }
+    ose::Time nextEdge(ose::Time now) override { return (now / period_ + 1) * period_; }
+
+private:
+    ose::Time period_;
+};
+
+/// A unit locked to an external 1PPS.
+struct LockedUnit {
+    ose::World world{1};
+    sim::Node node;
+    sim::LineSource pps;
+
+    static sim::NodeConfig config()
+    {
+        sim::NodeConfig c;
+        c.board.oscillator.offset_ppb = 5.0;
+        c.board.oscillator.noise.white = 2e-12;
+        c.board.oscillator.noise.flicker = 3e-12;
+        sim::MpReference reference;
+        reference.name = "1pps";
+        reference.refType = 2;
+        reference.froId = 5;
+        reference.froClassNo = 1;
+        c.mainProcessor.references = {reference};
+        return c;
+    }
+    static sim::LineConfig line()
+    {
+        sim::LineConfig c;
+        c.noise.white_s = 5e-9;
+        return c;
+    }
+    LockedUnit() : node(world, config()), pps(world, line(), sim::PPS_RATE_Hz, 1, "pps")
+    {
+        node.board().connect(sim::ReferenceInput::Pps, &pps);
+        node.traces().setCapacity(0);
+        node.powerOn();
+        world.runFor(1200 * ose::SEC);
+    }
+};
+
+void BM_LockedUnit(benchmark::State& state)
+{
+    LockedUnit unit;
+    constexpr i64 STRETCH_s = 100;
+    if (unit.node.mainProcessor().clockState() != 3) state.SkipWithError("the unit isn't locked");
+    for (auto _ : state) unit.world.runFor(STRETCH_s * ose::SEC);
+    state.counters["virtual_s_per_s"] =
+        benchmark::Counter(static_cast<double>(state.iterations() * STRETCH_s), benchmark::Counter::kIsRate);
+}
+BENCHMARK(BM_LockedUnit)->Unit(benchmark::kMillisecond);
+
+void BM_EdgeFromLatchToDivider(benchmark::State& state)
+{
+    LockedUnit unit;
+    constexpr ose::Time PERIOD = 5 * ose::MS;
+    QuickEdges edges(PERIOD);
+    unit.node.board().connect(sim::ReferenceInput::Pps, &edges);
+    unit.world.runFor(ose::SEC);
+    for (auto _ : state) unit.world.runFor(PERIOD);
+    unit.node.board().connect(sim::ReferenceInput::Pps, nullptr);
+}
+BENCHMARK(BM_EdgeFromLatchToDivider)->Unit(benchmark::kMicrosecond);
+
+}  // namespace

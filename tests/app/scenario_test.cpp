@@ -1,0 +1,134 @@
+// Scenarios as files: what is read, and what is refused with file, line and reason.
+#include "sim/clock/series.h"
+#include "sim/scenario/scenario.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <unistd.h>
+
+namespace {
+
+using testing::HasSubstr;
+
+/// A folder of its own, gone with the test.
+struct Folder {
+    std::filesystem::path path = std::filesystem::temp_directory_path() /
+                                 ("tu-scenario-" + std::to_string(::getpid()));
+    Folder() { std::filesystem::create_directories(path); }
+    ~Folder() { std::filesystem::remove_all(path); }
+    std::string write(const std::string& name, const std::string& content) const
+    {
+        std::ofstream(path / name) << content;
+        return (path / name).string();
+    }
+};
+
+constexpr const char* MINIMAL = "duration = \"1h\"\n"
+                                "[[unit]]\n"
+                                "name = \"tu1\"\n";
+
+std::string refusalOf(const std::string& content)
+{
+    const Folder folder;
+    const std::string file = folder.write("bad.toml", content);
+    try {
+        sim::readScenario(file);
+    } catch (const sim::ScenarioError& e) {
+        const std::string line = e.what();
+        EXPECT_EQ(line.find('\n'), std::string::npos) << line;
+        return line.substr(line.find("bad.toml"));
+    }
+    return "accepted";
+}
+
+TEST(Scenario, IsRefusedWithLineAndReason)
+{
+    struct Case { const char* what; std::string content; const char* refusal; };
+    const std::string minimal = MINIMAL;
+    for (const Case& c : std::vector<Case>{
+             {"no TOML", "duration = = 3\n", "bad.toml:1: "},
+             {"no duration", "[[unit]]\nname = \"a\"\n", "scenario: 'duration' is missing"},
+             {"no unit", "duration = \"1h\"\n", "scenario: a scenario has at least one [[unit]]"},
+             {"unknown key", minimal + "colour = \"red\"\n", "bad.toml:4: unit: unknown key 'colour'"},
+             {"wrong type", minimal + "board_type = \"two\"\n", "bad.toml:4: unit: board_type: a whole number is expected"},
+             {"out of range", minimal + "board_type = 3\n", "bad.toml:4: unit: board_type: 3 is outside 1 to 2"},
+             {"no time", minimal + "start = \"soon\"\n", "bad.toml:4: unit: start: 'soon' is no time; write it as \"90s\" or \"1h30m\""},
+             {"negative time", minimal + "start = -1\n", "bad.toml:4: unit: start: a time is not negative"},
+             {"no such word", minimal + "role = \"boss\"\n", "bad.toml:4: unit: role: 'boss' is none of master, slave"},
+             {"no such input", minimal + "[[unit.input]]\nat = \"usb\"\n", "bad.toml:5: input: at: 'usb' is no input; pps, external, pdh1 to pdh4, sdh, eth_a to eth_c"},
+             {"late event", minimal + "[[event]]\nat = \"2h\"\ndo = \"mp.die\"\n", "bad.toml:5: event: at: the run is over by then"},
+             {"nothing happens", minimal + "[[event]]\nat = \"1m\"\ndo = \"mp.dance\"\n", "bad.toml:6: event: do: 'mp.dance' is nothing that can happen"},
+             {"event without its argument", minimal + "[[event]]\nat = \"1m\"\ndo = \"oscillator.step\"\n", "event: 'ppb' is missing"},
+             {"event on a missing input", minimal + "[[event]]\nat = \"1m\"\ndo = \"input.off\"\ninput = \"pps\"\n", "bad.toml:7: event: input: the unit has no input 'pps'"},
+             {"event on another unit", minimal + "[[event]]\nat = \"1m\"\nunit = \"tu2\"\ndo = \"mp.die\"\n", "bad.toml:6: event: unit: there is no unit 'tu2'"},
+             {"check of no state", minimal + "[[check]]\ncheck = \"clock\"\nat = \"1m\"\nis = \"FINE\"\n", "bad.toml:7: check: is: 'FINE' is no known name"},
+             {"check with a key too many", minimal + "[[check]]\ncheck = \"mask\"\nmask = \"G.811\"\nat = \"1m\"\n", "bad.toml:7: check: unknown key 'at'"},
+         }) {
+        SCOPED_TRACE(c.what);
+        EXPECT_THAT(refusalOf(c.content), HasSubstr(c.refusal));
+    }
+}
+
+TEST(Scenario, ThatIsNotThereIsRefused)
+{
+    EXPECT_THROW(sim::readScenario("/nowhere/at-all.toml"), sim::ScenarioError);
+}
+
+TEST(Scenario, ReadsWhatItSays)
+{
+    const Folder folder;
+    folder.write("f.txt", "# hertz\n10000000.1\n10000000.3\n");
+    const sim::Scenario s = sim::readScenario(folder.write(
+        "good.toml", std::string(MINIMAL) +
+                         "board_type = 1\n"
+                         "[unit.oscillator]\noffset_ppb = 3\nseries = \"f.txt\"\nseries_kind = \"hz\"\n"
+                         "[[unit.input]]\nat = \"pps\"\nwhite_ns = 5\n"
+                         "[[unit.reference]]\ntype = \"TU_REF\"\nfro_id = 5\n"
+                         "[[event]]\nat = \"2m\"\ndo = \"input.on\"\ninput = \"pps\"\n"
+                         "[[event]]\nat = \"1m\"\ndo = \"input.off\"\ninput = \"pps\"\n"));
+    EXPECT_EQ(s.name, "good");
+    EXPECT_DOUBLE_EQ(s.duration_s, 3600.0);
+    ASSERT_EQ(s.units.size(), 1u);
+    EXPECT_EQ(s.units[0].node.boardType, 1u);
+    EXPECT_NEAR(s.units[0].node.board.oscillator.series.at(1), 3e-8, 1e-15);
+    EXPECT_DOUBLE_EQ(s.units[0].inputs.at(sim::ReferenceInput::Pps).noise.white_s, 5e-9);
+    EXPECT_EQ(s.units[0].node.mainProcessor.references.at(0).refType, 2);
+    ASSERT_EQ(s.events.size(), 2u);
+    EXPECT_EQ(s.events[0].what, "input.off pps");   // in order of time
+}
+
+TEST(Duration, IsReadInItsUnits)
+{
+    struct Case { const char* text; double seconds; };
+    for (const Case& c : {Case{"90s", 90}, Case{"1h30m", 5400}, Case{"2d", 172800}, Case{"500ms", 0.5},
+                          Case{"12", 12}, Case{"1.5h", 5400}}) {
+        ASSERT_TRUE(sim::parseDuration(c.text)) << c.text;
+        EXPECT_DOUBLE_EQ(*sim::parseDuration(c.text), c.seconds) << c.text;
+    }
+    for (const char* text : {"", "h", "1x", "1h30", "-5s", "nan", "inf", "5 minutes"})
+        EXPECT_FALSE(sim::parseDuration(text)) << text;
+}
+
+TEST(RecordedSeries, IsRefusedAtItsBadLine)
+{
+    struct Case { const char* content; const char* refusal; };
+    for (const Case& c : {Case{"1.0\n2.0\nthree\n", "f.txt:3: 'three' is no number"},
+                          Case{"1.0\nnan\n", "f.txt:2: "}, Case{"# nothing\n\n", "no number in the file"}}) {
+        SCOPED_TRACE(c.content);
+        const Folder folder;
+        folder.write("f.txt", c.content);
+        const std::string file = folder.write(
+            "s.toml", std::string(MINIMAL) + "[unit.oscillator]\nseries = \"f.txt\"\nseries_kind = \"hz\"\n");
+        try {
+            sim::readScenario(file);
+            FAIL() << "accepted";
+        } catch (const sim::SeriesError& e) {
+            EXPECT_THAT(e.what(), HasSubstr(c.refusal));
+        }
+    }
+}
+
+}  // namespace
