@@ -115,7 +115,7 @@ TEST(Duration, IsReadInItsUnits)
 TEST(RecordedSeries, IsRefusedAtItsBadLine)
 {
     struct Case { const char* content; const char* refusal; };
-    for (const Case& c : {Case{"1.0\n2.0\nthree\n", "f.txt:3: 'three' is no number"},
+    for (const Case& c : {Case{"1.0\n2.0\nthree\n", "f.txt:3: 'three' isn't a number"},
                           Case{"1.0\nnan\n", "f.txt:2: "}, Case{"# nothing\n\n", "no number in the file"}}) {
         SCOPED_TRACE(c.content);
         const Folder folder;

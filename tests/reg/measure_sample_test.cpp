@@ -9,16 +9,6 @@ namespace {
 
 constexpr SIGSELECT REF_INTERRUPT = KVD_TUHWIF_REF_INTERRUPT;
 
-/// Ends the halt that the next call runs into.
-void endHaltLater(MeasureBench& bench)
-{
-    bench.world.after(ose::SEC, [&bench] {
-        const KvdTuiifGetRntToSfcDiffReq dead{0x90E02, 0};
-        const PROCESS halted = bench.system.find("call");
-        ASSERT_NE(halted, 0u);
-        bench.system.inject(std::as_bytes(std::span(&dead, 1)), halted, halted);
-    });
-}
 constexpr const char* HALTED = "halting process";
 
 }  // namespace
@@ -178,7 +168,7 @@ TEST(Sample, BackwardStepStopsTheUnitUnlessItLooksLikeAWrap)
         bench.settle();
         bench.select(TU_SR_EXT_1PPS_REF);
         bench.edge(800.0);
-        if (c.halts) endHaltLater(bench);
+        if (c.halts) bench.endHaltLater();
         bench.edge(c.next);
         EXPECT_EQ(bench.bus.countOf(HALTED), c.halts ? 1u : 0u);
         EXPECT_EQ(bench.bus.countOf("Negative sampling interval length"), c.halts ? 1u : 0u);
@@ -188,7 +178,7 @@ TEST(Sample, BackwardStepStopsTheUnitUnlessItLooksLikeAWrap)
         if (!c.halts) continue;
         EXPECT_EQ(bench.bus.errorLog[0],
                   "MCO KVD: Calculate Samplings Intervall Failed - Negative samplings intervall");
-        endHaltLater(bench);
+        bench.endHaltLater();
         bench.edge(c.next + 1);
         EXPECT_EQ(bench.bus.errorLog.size(), 1u) << "once a program life";
     }
@@ -201,7 +191,7 @@ TEST(Sample, CounterThatCantBeReadHalts)
     bench.select(TU_SR_EXT_1PPS_REF);
     bench.latch(200.0);
     bench.failRun();
-    endHaltLater(bench);
+    bench.endHaltLater();
     bench.dispatch(REF_INTERRUPT, KvdTuhwifRefInterrupt{0, 4});
     EXPECT_EQ(bench.bus.countOf("handleRefClkInt: calcSampleTimeInterval failed"), 1u);
     EXPECT_EQ(bench.bus.countOf(HALTED), 1u);

@@ -8,17 +8,6 @@ using regtest::MeasureBench;
 
 namespace {
 
-/// The next fault halts the process; the main processor's death, a second later, ends that.
-void endHaltLater(MeasureBench& bench)
-{
-    bench.world.after(ose::SEC, [&bench] {
-        const KvdTuiifGetRntToSfcDiffReq dead{0x90E02, 0};
-        const PROCESS halted = bench.system.find("call");
-        ASSERT_NE(halted, 0u);
-        bench.system.inject(std::as_bytes(std::span(&dead, 1)), halted, halted);
-    });
-}
-
 constexpr const char* HALTED = "WARNING: LOZ6 HW diagnostic failed, halting process";
 
 void putCalibrationDate(MeasureBench& bench, const char* date)
@@ -174,7 +163,7 @@ TEST(RegulatorStart, SixthFailedTemperatureReadingHalts)
     bench.failTemperature();
     bench.ticks(5);                               // a good one in between starts the count anew
     EXPECT_EQ(bench.bus.countOf(HALTED), 0u);
-    endHaltLater(bench);
+    bench.endHaltLater();
     bench.tick();
     EXPECT_EQ(bench.bus.countOf("Can not read OCXO temperature"), 1u);
     EXPECT_EQ(bench.bus.countOf(HALTED), 1u);
@@ -188,7 +177,7 @@ TEST(RegulatorStart, OscillatorWithoutNominalFrequencyHalts)
     bench.putOcxo(0, 1, 3);
     bench.start();
     bench.tick();
-    endHaltLater(bench);
+    bench.endHaltLater();
     bench.tick();
     EXPECT_EQ(bench.bus.countOf(HALTED), 1u);
     ASSERT_EQ(bench.bus.errorLog.size(), 1u);

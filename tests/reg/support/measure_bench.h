@@ -163,6 +163,17 @@ struct MeasureBench : hwtest::Bench {
         in([&] { KvdLoz6TuReg_configRefType(selectedRef, 0xFFFFFFFF, 0xFFFFFFFF); });
     }
 
+    /// The next call halts the process; the main processor's death, a second later, ends that.
+    void endHaltLater()
+    {
+        world.after(ose::SEC, [this] {
+            const Signal dead{0x90E02};
+            const PROCESS halted = system.find("call");
+            ASSERT_NE(halted, 0u);
+            system.inject(std::as_bytes(std::span(&dead, 1)), halted, halted);
+        });
+    }
+
     // ---- the main processor ---------------------------------------------------------------------
     std::vector<std::vector<std::byte>> sent;      // what reached it
 
