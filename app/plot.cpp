@@ -26,8 +26,12 @@ std::string scriptOf(const Plot& plot, const std::string& output)
            << "set title " << quoted(plot.title) << "\nset xlabel " << quoted(plot.xLabel)
            << "\nset ylabel " << quoted(plot.yLabel) << "\n"
            << "set grid lc rgb '#dddddd'\nset border 3 lc rgb '#444444'\nset tics nomirror\n"
-           << "set key outside right top\nset offsets graph 0, 0, 0.05, 0.05\n";
-    if (plot.logarithmic) script << "set logscale xy\nset format xy '%g'\n";
+           << "set termoption noenhanced\nset lmargin 22\n"
+           << (plot.curves.size() > 1 ? "set key outside right top\n" : "unset key\n");
+    if (plot.logarithmic)
+        script << "set logscale xy\nset format x '%g'\nset format y '%g'\n";
+    else
+        script << "set offsets graph 0, 0, 0.05, 0.05\nset format y '%.9g'\n";
     if (!plot.yTics.empty()) {
         script << "set ytics (";
         for (std::size_t i = 0; i < plot.yTics.size(); ++i)

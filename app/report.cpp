@@ -49,17 +49,30 @@ std::string statesCsv(const UnitRecording& unit)
     return csv.str();
 }
 
-std::vector<std::pair<double, double>> series(const UnitRecording& unit, double Sample::*field)
+std::vector<std::pair<double, double>> series(const UnitRecording& unit, double Sample::*field, double from_s)
 {
     std::vector<std::pair<double, double>> points;
     points.reserve(unit.samples.size());
-    for (const Sample& s : unit.samples) points.emplace_back(s.t / 3600.0, s.*field);
+    for (const Sample& s : unit.samples)
+        if (s.t >= from_s) points.emplace_back(s.t / 3600.0, s.*field);
     return thinned(points, POINTS_MAX);
 }
 
-Plot overTime(const UnitRecording& unit, const char* title, const char* yLabel, double Sample::*field)
+Plot overTime(const UnitRecording& unit, const char* title, const char* yLabel, double Sample::*field,
+              double from_s = 0.0)
 {
-    return {title, "time, h", yLabel, false, {}, {{"", BLUE, series(unit, field)}}};
+    return {title, "time, h", yLabel, false, {}, {{"", BLUE, series(unit, field, from_s)}}};
+}
+
+/// The divider moves by parts in a thousand million, so it is shown against where it ends.
+Plot dividerPlot(const UnitRecording& unit, double from_s)
+{
+    std::vector<std::pair<double, double>> points = series(unit, &Sample::div, from_s);
+    const double end = points.empty() ? 0.0 : points.back().second;
+    for (auto& [t, value] : points) value = end > 0.0 ? (value / end - 1.0) * 1e9 : 0.0;
+    char title[96];
+    std::snprintf(title, sizeof title, "Divider, from the first lock on, against %.9f at the end", end);
+    return {title, "time, h", "ppb", false, {}, {{"", BLUE, points}}};
 }
 
 /// Steps of one kind of state; names on the axis in the order of their first appearance.
@@ -151,8 +164,11 @@ void appendUnit(std::string& page, const UnitRecording& unit, const Recording& r
     appendPlot(page, statePlot("Regulator state", unit.regStates, recording.virtual_s));
     appendPlot(page, statePlot("Selected reference", unit.selected, recording.virtual_s));
     appendPlot(page, overTime(unit, "Time error, true, from the beginning", "ns", &Sample::timeError_ns));
-    appendPlot(page, overTime(unit, "Frequency error, true", "ppb", &Sample::freqError_ppb));
-    appendPlot(page, overTime(unit, "Divider", "divider units", &Sample::div));
+    // The warm-up would hide everything after it.
+    const double lock_s = std::max(scores.timeToLock_s, 0.0);
+    appendPlot(page, overTime(unit, "Frequency error, true, from the first lock on", "ppb",
+                              &Sample::freqError_ppb, lock_s));
+    appendPlot(page, dividerPlot(unit, lock_s));
     appendPlot(page, overTime(unit, "Oscillator temperature", "sensor, V", &Sample::temperature_V));
     appendPlot(page, deviationPlot("MTIE of the longest locked stretch", scores.mtie_ns, &Mask::mtie));
     appendPlot(page, deviationPlot("TDEV of the longest locked stretch", scores.tdev_ns, &Mask::tdev));

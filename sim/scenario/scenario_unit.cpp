@@ -57,12 +57,14 @@ void readTemperature(const toml::table* table, const std::string& file, Temperat
     c.shape = t.choice<TemperatureShape>("shape",
                                          {{"constant", TemperatureShape::Constant},
                                           {"day", TemperatureShape::Day},
+                                          {"step", TemperatureShape::Step},
                                           {"ramp", TemperatureShape::Ramp},
                                           {"series", TemperatureShape::Series}},
                                          c.shape);
     c.base_V = t.number("base_volts", c.base_V);
     c.amplitude_V = t.number("amplitude_volts", c.amplitude_V);
     c.period_s = t.seconds("period", c.period_s);
+    c.stepAt_s = t.seconds("step_at", c.stepAt_s);
     c.slope_V_per_h = t.number("slope_volts_per_hour", c.slope_V_per_h);
     c.coldStart_V = t.number("cold_volts", c.coldStart_V);
     c.warmUpTau_s = t.seconds("warm_up_time", c.warmUpTau_s);
