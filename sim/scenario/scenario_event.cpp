@@ -151,7 +151,13 @@ constexpr FaultWord FAULTS[] = {
     {"synth_c_unlocked",     [](BoardFaults& f, bool on) { f.synthStatusAnd = on ? 0xB : 0xF; }},
     {"synth_b_unlocked",     [](BoardFaults& f, bool on) { f.synthStatusAnd = on ? 0xE : 0xF; }},
     {"counter_out_of_range", [](BoardFaults& f, bool on) { f.counterMfn = on ? 25 : -1; }},
+    {"latch_out_of_range",   [](BoardFaults& f, bool on) { f.latchMfn = on ? 25 : -1; }},
     {"eeprom_bad_sum",       [](BoardFaults& f, bool on) { f.eepromBadSum = on; }},
+    {"eeprom_never_loads",   [](BoardFaults& f, bool on) { f.eepromNeverLoads = on; }},
+    {"load_never_done",      [](BoardFaults& f, bool on) { f.loadNeverDone = on; }},
+    {"multiplicator_timeout", [](BoardFaults& f, bool on) { f.multiplicatorTimeoutAt = on ? 0 : 0xFFFFFFFF; }},
+    {"multiplicator_crc",    [](BoardFaults& f, bool on) { f.multiplicatorCrc = on; }},
+    {"pll_ic_timeout",       [](BoardFaults& f, bool on) { f.pllIcTimeout = on; }},
 };
 Action boardFault(Context& c)
 {
