@@ -91,12 +91,12 @@ int main(int argc, char** argv)
     runCommand->add_flag("--quiet", a.quiet, "No progress, no lines, no summary on the terminal");
     runCommand->add_flag("--shell", a.shell, "Operator's console; the unit runs in real time unless --speed");
     runCommand->add_option("--speed", a.speed, "Times real time, 0 as fast as it goes")
-        ->check(CLI::NonNegativeNumber);
+        ->check(CLI::Range(0.0, 1e6));
     try {
         tu.parse(argc, argv);
         return run(a);
     } catch (const CLI::ParseError& e) {
-        return tu.exit(e) == 0 ? 0 : BAD_INPUT;
+        return e.get_exit_code() == 0 ? tu.exit(e) : refuse(std::string("tu: ") + e.what());
     } catch (const sim::ScenarioError& e) {
         return refuse(e.what());
     } catch (const sim::SeriesError& e) {

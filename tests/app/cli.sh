@@ -1,0 +1,38 @@
+#!/bin/sh
+# The program's exit codes: 0 all checks hold, 1 one fails, 2 input that can't be used, told in one line.
+#     cli.sh TU
+set -u
+tu=$1
+dir=$(mktemp -d)
+trap 'rm -rf "$dir"' EXIT
+failed=0
+expect() {   # code, what, arguments of tu
+    code=$1; what=$2; shift 2
+    "$tu" "$@" >"$dir/out" 2>"$dir/err"
+    got=$?
+    if [ $got -ne "$code" ]; then echo "$what: exit code $got, wanted $code"; cat "$dir/err"; failed=1; fi
+    if [ "$code" -eq 2 ] && [ "$(wc -l <"$dir/err")" -ne 1 ]; then echo "$what: not one line"; cat "$dir/err"; failed=1; fi
+}
+unit='duration = "20s"
+[[unit]]
+name = "tu1"
+'
+check='[[check]]
+check = "reaches"
+state = "'
+printf '%s%sWARMUP"\n' "$unit" "$check" >"$dir/good.toml"
+printf '%s%sFREQUENCY_LOCKED"\n' "$unit" "$check" >"$dir/fails.toml"
+printf '%scolour = "red"\n' "$unit" >"$dir/bad.toml"
+printf '1.0\nx\n' >"$dir/bad.txt"
+expect 0 "a check that holds" run "$dir/good.toml" --summary "$dir/s.json"
+grep -q '"pass": true' "$dir/s.json" || { echo "the summary doesn't tell the check"; failed=1; }
+expect 1 "a check that fails" run "$dir/fails.toml" --quiet
+expect 2 "an unknown key" run "$dir/bad.toml"
+grep -q 'bad.toml:4: ' "$dir/err" || { echo "no file and line"; failed=1; }
+expect 2 "no such file" run "$dir/none.toml"
+expect 2 "a bad series" run "$dir/good.toml" --oscillator "$dir/bad.txt"
+grep -q 'bad.txt:2: ' "$dir/err" || { echo "no file and line of the series"; failed=1; }
+expect 2 "no such option" run "$dir/good.toml" --colour red
+expect 2 "no command"
+expect 2 "a folder that can't be made" run "$dir/good.toml" --out /proc/none
+exit $failed
