@@ -269,7 +269,7 @@ void KvdLoz6TuReg_setSystemNoise(double var_G, double var_F)
 {
     s->var.var_G = var_G;
     s->var.var_F = var_F;
-    // Both values stand behind the text's one place.
+    // The trace has one place for both values.
     char text[64];
     std::snprintf(text, sizeof text, "%-16.17g, %-16.17g", var_G, var_F);
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "var_G = , var_F = %s", text);

@@ -10,8 +10,8 @@ constexpr int INITIATE_FAILED = 2;
 
 int  KvdLoz6TuReg_initiateWithMsi(double vT);
 int  KvdLoz6TuReg_initiateWithFlash(double vT);
-/// Writes the history; temperatureTick tells whose turn it is.
-void KvdLoz6TuReg_writeHistory(bool temperatureTick);
+/// Writes the history: to flash when `toFlash`, otherwise to persistent memory.
+void KvdLoz6TuReg_writeHistory(bool toFlash);
 /// For the start of a GPS out sync link: 0 valid data, 1 none valid, 2 could not be read.
 int  KvdLoz6TuReg_historyForPll();
 /// True when the calibration is soon to expire; sets the next check.

@@ -4,7 +4,11 @@
 
 struct Signal;
 
-enum JumpState : u32 { JUMP_NOT_NEEDED = 0, JUMP_NEEDED = 1 };
+enum JumpState : u32 {
+    JUMP_NOT_NEEDED = 0,
+    JUMP_REQUESTED = 1,         // ordered by a client, the indication timer runs
+    JUMP_NEEDED = 2,            // the timer ended while time wasn't known: try at each control step
+};
 
 u32  KvdLoz6TuReg_jumpState();
 void KvdLoz6TuReg_setJumpState(u32 jumpState);
