@@ -167,11 +167,15 @@ int readAndCheckMultiplicator()
 int writeAndCheckMultiplicator()
 {
     for (u32 attempt = 1; attempt <= ATTEMPTS; ++attempt) {
-        if (tuHwIf_writeMultiplicator() != 0) return 1;
+        if (tuHwIf_writeMultiplicator() != 0) {   // an IC that takes no word isn't tried again
+            KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Error while writing multiplicator values");
+            return 1;
+        }
         if (readAndCheckMultiplicator() != 0) continue;
         ose::delay(FEEDBACK_SETTLE_ms);
         if (isFeedbackThere(attempt)) return 0;
     }
+    KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Error while writing and checking multiplicator values");
     return 1;
 }
 

@@ -272,11 +272,7 @@ int hwif::coldStartSynthesiser(u32 revision)
     tuHwIf_writeNominalDivisor(nominal.nomDiv - 1);
     tuHwIf_enableDeltaSigma();
     if (hasMultiplicatorReadBack(revision)) {
-        if (writeAndCheckMultiplicator() != 0) {
-            KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR,
-                      "Error while writing and checking multiplicator values");
-            return 2;
-        }
+        if (writeAndCheckMultiplicator() != 0) return 2;
     } else if (tuHwIf_writeMultiplicator() != 0) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Error while writing multiplicator values");
         return 2;

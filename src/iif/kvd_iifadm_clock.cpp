@@ -22,6 +22,7 @@ tuiif::SavedBvqStatusData& saved() { return state().savedBvqStatusData; }
 
 constexpr OSTIME FORCE_LOCKED_ms = 86400000;   // 24 h
 constexpr u32 MS_PER_MINUTE = 60000;
+constexpr u32 EVENT_SELECTION_CHANGED = 29;    // of the SoCPRI log
 constexpr u32 MINUTES_MAX = 0xFFFFFFFF / MS_PER_MINUTE;   // what a timer can hold, 49 days
 
 /// The relaxation: shortly after the start a unit counts as locked a little earlier.
@@ -396,6 +397,16 @@ bool typesRead(u8 newest, u8 before, u8 oldest)
            saved().prevPrevSelectedRef == oldest;
 }
 
+/// SoCPRI goes away, or starts afresh; only one that comes back after a pause keeps its loop.
+void endSocpri()
+{
+    KvdLoz6Socpri_stop();
+    if (KvdLoz6TuReg_pllState() == PLL_Uninitialized) return;
+    KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
+    KvdLoz6Socpri_logEvent(EVENT_SELECTION_CHANGED);
+    KvdLoz6Socpri_snapshot();
+}
+
 void clockOfNewSelection(u8 refType)
 {
     const bool isFirstStart = KvdLoz6TuRef_isFirstStart() != 0;
@@ -408,6 +419,9 @@ void clockOfNewSelection(u8 refType)
         KvdLoz6TuIifAdm_reportClockState(KVD_TUIIF_FREQUENCY_HOLDOVER);
         KvdLoz6Socpri_answerOpenScan(FREQ_MEAS_MISSING);
         KvdLoz6Socpri_stop();
+        KvdLoz6TuIifAdm_markNotSent();
+    } else if (!typesRead(SOCPRI_REF, NO_REF, SOCPRI_REF)) {
+        endSocpri();
         KvdLoz6TuIifAdm_markNotSent();
     } else if (before == NO_REF && state().socpriMarker != 0) {
         state().socpriMarker = 0;

@@ -134,7 +134,7 @@ void onSocpriScanLink(const KvdTuiifSocpriScanLinkReq* req)
 void onSocpriSelectSyncLink(const KvdTuiifSocpriSelectSyncLinkReq* req)
 {
     if (req == nullptr) return;
-    if (KvdLoz6Socpri_regulationSuspended() != 0) {
+    if (KvdLoz6TuReg_badTempReported() != 0) {
         KvdLoz6TuIifAdm_sendSocpriSelectSyncLinkRsp(req->portNo, FREQ_MEAS_PROBLEM);
         return;
     }

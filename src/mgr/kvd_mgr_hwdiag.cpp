@@ -155,9 +155,11 @@ bool onDoTest(const TarsoTemiDoTestInd& ind, u32 hwInitResult, u32& test, u8& re
     if (hwInitResult != 0) {
         outcome.result = RESULT_FAILED;
         outcome.name = "LOZ6 Initiate";
+        std::snprintf(outcome.message, sizeof outcome.message, "Start of the hardware failed");
         report = reportNumberOfInit(hwInitResult);
     } else if (ind.restartType > LAST_RESTART_TYPE_WITH_TESTS) {
-        KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "No HW tests requested at restart");
+        std::snprintf(outcome.message, sizeof outcome.message, "No HW tests requested at restart");
+        KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "%s", outcome.message);
     } else {
         outcome = runTest(test);
         last = outcome.result == RESULT_FAILED || test == TEST_SYNTH_FEEDBACK;

@@ -6,6 +6,7 @@
 #include "node/platform.h"
 #include "node/sig.h"
 
+#include <cmath>
 #include <cstdlib>
 #include <string>
 
@@ -126,12 +127,12 @@ int fsyncThreeToFiveArguments(int argc, char** argv)
 constexpr const char* PRODTEST_USAGE = "kvdprodtest [mokatestbus|mokatestmux] [enable|disable]\n";
 constexpr const char* GENWANDER_USAGE = "genwander <frequency [mHz]> <amplitude [ns]>\n";
 
-/// A number taken whole; false for anything else.
+/// A finite number taken whole; false for anything else.
 bool realNumber(const char* text, double& value)
 {
     char* end = nullptr;
     value = std::strtod(text, &end);
-    return end != text && *end == '\0';
+    return end != text && *end == '\0' && std::isfinite(value);
 }
 
 int genwanderRefuse(const char* reason)

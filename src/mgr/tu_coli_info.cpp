@@ -104,9 +104,7 @@ int kvdhist(int argc, char** argv)
     } else if (!supervision && !is(argv[1], "all") && !is(argv[1], "inrsi") && !is(argv[1], "socpri")) {
         return help();
     }
-    shellPrintf("SoCPRI isn't running, no history is kept\n");
-    end();
-    return COLI_DONE;
+    return notRunning(argc, argv);   // SoCPRI and INRSI alone keep such a history
 }
 
 int notRunning(int, char** argv)

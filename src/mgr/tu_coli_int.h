@@ -34,7 +34,8 @@ int kvdsetfsyncreg(int argc, char** argv);
 int kvdprodtest(int argc, char** argv);
 int genwander(int argc, char** argv);
 
-/// A command whose component isn't part of the load: says so, result 10.
+/// A command whose component isn't part of the load: says so, result 10. Handlers that reach a component's
+/// slot end with it too, until the component is there.
 int notRunning(int argc, char** argv);
 
 }  // namespace coli

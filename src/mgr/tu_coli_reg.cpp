@@ -108,11 +108,11 @@ void selectEth(const EthWord& w)
 
 namespace coli {
 
-int freerunning(int argc, char**)
+int freerunning(int argc, char** argv)
 {
     if (argc != 1) return usage("Usage: kvdfreerunning\n");
     KvdLoz6TuReg_forceDrift();
-    return COLI_DONE;
+    return notRunning(argc, argv);
 }
 
 int kvdwritehist(int argc, char** argv)
@@ -122,16 +122,16 @@ int kvdwritehist(int argc, char** argv)
         shellPrintf("Not possible to force writing of hist data, no selected ref\n");
         return COLI_DONE;
     }
-    if (is(argv[1], "flash")) KvdLoz6TuReg_forceWriteHistory(true);
-    if (is(argv[1], "msi")) KvdLoz6TuReg_forceWriteHistory(false);
-    return COLI_DONE;
+    if (!is(argv[1], "flash") && !is(argv[1], "msi")) return COLI_DONE;
+    KvdLoz6TuReg_forceWriteHistory(is(argv[1], "flash"));
+    return notRunning(argc, argv);
 }
 
-int kvdreadhist(int argc, char**)
+int kvdreadhist(int argc, char** argv)
 {
     if (argc != 1) return usage("Usage: kvdreadhist\n");
     KvdLoz6TuReg_printHistory();
-    return COLI_DONE;
+    return notRunning(argc, argv);
 }
 
 int kvdselectregref(int argc, char** argv)
@@ -194,7 +194,7 @@ int kvdholdoverthr(int argc, char** argv)
     return usage(HOLDOVER_USAGE);
 }
 
-int kvdremovetime(int argc, char**)
+int kvdremovetime(int argc, char** argv)
 {
     if (argc != 1) return usage("Usage: kvdremovetime\n");
     const u8 state = KvdLoz6TuIifAdm_radioClockState();
@@ -205,7 +205,7 @@ int kvdremovetime(int argc, char**)
     }
     shellPrintf("The radio clock is currently in TIME HOLDOVER mode - removing Time Component.\n");
     KvdLoz6TuReg_removeTime();
-    return COLI_DONE;
+    return notRunning(argc, argv);
 }
 
 int kvddegraderef(int argc, char**)

@@ -176,7 +176,6 @@ void afterSelection(u8 refType)
         KvdLoz6Socpri_logEvent(EVENT_OTHER_SELECTED);
         KvdLoz6Socpri_snapshot();
     }
-    if (refType == GPSOSL_REF) KvdLoz6TuRef_stopGpsOslHoldover();
 }
 
 // ---- common select ------------------------------------------------------------------------------
@@ -289,10 +288,9 @@ void deselectInHoldover(bool wasGpsOsl, u32 pllState)
 }
 
 /// A time reference goes away; what becomes of its loop depends on how far that had come.
-void deselectPllRef()
+void deselectPllRef(u32 pllState)
 {
     const bool wasGpsOsl = s->sel.prevSelRef == GPSOSL_REF;
-    const u32 pllState = KvdLoz6TuReg_pllState();
     if (wasGpsOsl)
         KVD_TRACE(TRACE_TUREF, TRACE_INFO,
                   "Deselecting GpsOsl reference. pllState %u, gpsToggle %u, gpsOslRefState %u",
@@ -321,12 +319,13 @@ void deselectPllRef()
 
 int selectNoRef(Ids ids)
 {
+    const u32 pllState = KvdLoz6TuReg_pllState();   // the client view may end the loop
     moveBlockOnUnlessSelected(NO_REF);
     if (!routeHardware(HALI_NO_HW_SYNC_REF)) return 0;
     KvdLoz6TuReg_configRefType(TU_SR_NO_REF, ids.froId, ids.froClassNo);
     updateClients(NO_REF, ids, TU_SR_NO_REF);
     if (s->sel.prevSelRef == GPSOSL_REF || s->sel.prevSelRef == SOCPRI_REF)
-        deselectPllRef();
+        deselectPllRef(pllState);
     else
         afterSelection(NO_REF);
     return 1;
@@ -363,9 +362,8 @@ bool isOslReceiver()
 
 void startGpsOslLoop()
 {
-    if (KvdLoz6TuReg_pllIsHoldover()) {
-        KvdLoz6TuRef_stopGpsOslHoldover();
-    } else if (cameThroughNoRefFrom(GPS_REF) && KvdLoz6TuReg_regState() == TRUETIME &&
+    if (KvdLoz6TuReg_pllIsHoldover()) return;   // goes on from what it holds
+    if (cameThroughNoRefFrom(GPS_REF) && KvdLoz6TuReg_regState() == TRUETIME &&
                isOslReceiver()) {
         KVD_TRACE(TRACE_TUREF, TRACE_INFO, "RNT_HOLDOVER to remote DU, go to PLL_LOCKED directly!");
         KvdLoz6TuReg_pll_init(PLL_Locked);
@@ -379,9 +377,7 @@ void startGpsOslLoopFromUnknown()
 {
     if (isFirstStart()) {
         if (cameThroughNoRefFrom(SOCPRI_REF)) KvdLoz6TuReg_pll_init(PLL_Unlocked);
-    } else if (KvdLoz6TuReg_pllIsHoldover()) {
-        KvdLoz6TuRef_stopGpsOslHoldover();
-    } else {
+    } else if (!KvdLoz6TuReg_pllIsHoldover()) {
         KvdLoz6TuReg_pll_init(PLL_Unlocked);
     }
 }
@@ -394,6 +390,7 @@ int selectGpsOsl(Ids ids)
     KvdLoz6TuReg_configRefType(TU_SR_GPSOSL_REF, ids.froId, ids.froClassNo);
     if (refusedOnSlave(GPSOSL_REF)) return 0;
     updateClients(GPSOSL_REF, ids, TU_SR_GPSOSL_REF);
+    KvdLoz6TuRef_stopGpsOslHoldover();
     const u8 regState = KvdLoz6TuReg_regState();
     KVD_TRACE(
         TRACE_TUREF, TRACE_1,

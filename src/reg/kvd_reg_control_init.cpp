@@ -79,12 +79,9 @@ void KvdLoz6TuReg_controlInitiate(bool coldRestart, double U[2])
     control::State& s = state();
     const u8 before = s.var.regState;
     s.var = ControlStateVar{};
-    if (idl2Slave) {
-        s.var.regState = before;      // the link's loop runs on across the initiation
-    } else {
-        s.transitionCount = 0;
-        control::storeRegState(WARMUP);
-    }
+    s.transitionCount = 0;
+    if (idl2Slave) s.var.regState = before;   // the link's loop runs on across the initiation
+    else           control::storeRegState(WARMUP);
     readNominal(s.var);
     if (!coldRestart || idl2Slave) readHardware(s.var, U[1]);
     else                           writeHardware(s.var, U[1]);
@@ -96,6 +93,7 @@ void KvdLoz6TuReg_controlInitFromPll(double U[2], bool fromHardware)
     control::State& s = state();
     const u8 before = s.var.regState;
     s.var = ControlStateVar{};
+    s.transitionCount = 0;
     s.var.regState = before;
     readNominal(s.var);
     if (fromHardware) readHardware(s.var, U[1]);

@@ -34,7 +34,6 @@ int KvdLoz6Socpri_alignBfnToGroup(u8 port, u32, u16)
     KVD_TRACE(TRACE_SOCPRI, TRACE_ERROR, "alignment to port %u refused, SoCPRI isn't running", port);
     return 0;
 }
-u32 KvdLoz6Socpri_regulationSuspended() { return 0; }
 void KvdLoz6InrsiSdu_resendLinkStates() {}
 void KvdLoz6InrsiSdu_sendBfnJumpInfo(u32) {}
 void KvdLoz6Inrsi_printInfo()

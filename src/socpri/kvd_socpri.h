@@ -19,8 +19,6 @@ void KvdLoz6Socpri_continuePostponedRegulation();
 void KvdLoz6Socpri_answerOpenScan(u32 result);
 void KvdLoz6Socpri_resendLinkStates();
 void KvdLoz6InrsiSdu_resendLinkStates();
-/// 1 while regulation on SoCPRI is suspended for an oscillator temperature out of range.
-u32  KvdLoz6Socpri_regulationSuspended();
 /// Orders of the main processor: 1 when taken. Ports 0 to 5 are CPRI ports A to F, 6 is port X.
 int  KvdLoz6Socpri_startScan(u8 port);
 /// isLocked 1: the loop has time already and goes on with this link.

@@ -377,6 +377,17 @@ TEST(MultiplicatorReadBack, GivesUpAfterThreeAttempts)
     }
 }
 
+TEST(MultiplicatorReadBack, AnIcThatTakesNoWordIsNotTriedAgain)
+{
+    ReadBackBoard board(1);
+    u32 words = 0;
+    board.bus.onWrite[board.base + 0x120] = [&](u32) { ++words; };
+    EXPECT_EQ(board.initiate(), 2);
+    EXPECT_EQ(words, 1u);
+    EXPECT_EQ(board.bus.countOf("Error while writing multiplicator values"), 1u);
+    EXPECT_EQ(board.bus.countOf("Error while writing and checking multiplicator values"), 0u);
+}
+
 TEST(MultiplicatorReadBack, ABoardWindowDependsOnTheTypeAndASecondAttemptMayPass)
 {
     ReadBackBoard board(1);

@@ -161,10 +161,30 @@ TEST(ClientView, OfSocpriClearsTheMarker)
     b.report(WARMUP);
     EXPECT_EQ(b.clock(), 1);
     b.select(SOCPRI_REF, 0, 9);
+    EXPECT_EQ(b.look(KvdLoz6TuIifAdm_socpriMarker), 1u) << "a fresh start of it, not its return";
+    b.select(NO_REF);
+    b.select(SOCPRI_REF, 0, 9);
     EXPECT_EQ(b.look(KvdLoz6TuIifAdm_socpriMarker), 0u);
     b.select(NO_REF);
     b.report(FREQLOCKED);
     EXPECT_EQ(b.clock(), 4);
+}
+
+TEST(ClientView, MarksTheStatusUnlessSocpriReturns)
+{
+    IifBench b;
+    b.connect();                                  // a first start
+    const auto marks = [&](u8 refType) {
+        b.in([] { KvdLoz6TuIifAdm_updateRefState(KvdLoz6TuIifAdm_tuiifRefState()); });
+        b.select(refType);
+        const auto before = b.sent(KVD_TUIIF_BVQ_STATUS_IND);
+        b.in([] { KvdLoz6TuIifAdm_updateRefState(KvdLoz6TuIifAdm_tuiifRefState()); });
+        return b.sent(KVD_TUIIF_BVQ_STATUS_IND) != before;
+    };
+    b.select(GPS_REF);
+    EXPECT_TRUE(marks(SOCPRI_REF));               // from another reference
+    EXPECT_TRUE(marks(NO_REF));                   // it goes away
+    EXPECT_FALSE(marks(SOCPRI_REF));              // and comes back: its loop goes on
 }
 
 TEST(ClientView, LeavesSocpriForAnotherReferenceAsHoldover)

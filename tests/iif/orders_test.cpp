@@ -121,6 +121,42 @@ TEST(SocpriSelection, SelectsWithoutTheStartingState)
     EXPECT_NE(b.clock(), 17);
 }
 
+TEST(SocpriSelection, IsRefusedWhileTheOscillatorIsOutOfItsTemperature)
+{
+    IifBench b;
+    b.connect();
+    // A temperature reading: 2.0 V lies within the oscillator's range, 4.5 V above it.
+    const auto tick = [&b](double vT, u32 outOfLimits) {
+        b.in([=] { KvdLoz6TuReg_startUpController(vT, 0, outOfLimits, 0); });
+    };
+    const auto answerTo = [&b](u8 port) {
+        b.node.traces().clear();
+        b.mp().sendLayout(
+            KvdTuiifSocpriSelectSyncLinkReq{KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_REQ, 1, port});
+        b.run(0.1);
+        return b.take<KvdTuiifSocpriSelectSyncLinkRsp>(KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_RSP);
+    };
+    for (u32 i = 0; i < 200; ++i) tick(2.0, 0);   // through the warm-up
+    ASSERT_EQ(b.look(KvdLoz6TuReg_initiateState), TUREG_INIT);
+    b.in([] { KvdLoz6TuRef_selectSynchRef(SOCPRI_REF, 0, 9); });
+
+    tick(4.5, 5);
+    EXPECT_FALSE(answerTo(2)) << "the fifth reading in a row isn't a fault yet";
+    EXPECT_TRUE(b.traced("selection of port 1"));
+
+    tick(4.5, 6);
+    const auto refused = answerTo(2);
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->apn, 1u);
+    EXPECT_EQ(refused->portNo, 2);
+    EXPECT_EQ(refused->syncStatus, 4u);
+    EXPECT_FALSE(b.traced("selection of port 1"));
+
+    tick(2.0, 0);
+    EXPECT_FALSE(answerTo(2)) << "the temperature is back";
+    EXPECT_TRUE(b.traced("selection of port 1"));
+}
+
 TEST(SocpriMarker, LivesAsAFile)
 {
     IifBench b;

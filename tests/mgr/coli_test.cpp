@@ -42,7 +42,9 @@ TEST(Kvdinfo, PrintsASectionOrAllButMemory)
                    {"kvdinfo tumem", 0, "\n***** END *****\n"},
                    {"kvdhist", 20, "kvdinfo all"},
                    {"kvdhist socpri_supervision 6", 20, "kvdinfo all"},
-                   {"kvdhist socpri_supervision 5", 0, "\n***** END *****\n"}});
+                   {"kvdhist socpri_supervision 5", 10, "isn't running"},
+                   {"kvdhist all", 10, "isn't running"},
+                   {"kvdhist all all", 20, "kvdinfo all"}});
     EXPECT_EQ(op.type("kvdinfo all"), 0);
     EXPECT_THAT(op.text, HasSubstr("tumgr_proc related data"));
     EXPECT_THAT(op.text, Not(HasSubstr("msiState : 0\n\n***** END")));
@@ -88,6 +90,9 @@ TEST(Genwander, ChecksItsRangesAndStartsAndStops)
                    {"genwander 10001 100", 20, "Invalid frequency, expected 1 - 10'000 mHz\n"},
                    {"genwander 10 1000001", 20, "Invalid amplitude, expected 0 - 1'000'000 mHz\n"},
                    {"genwander 10", 20, "Invalid number of arguments, expected 2 or 3\n"},
+                   {"genwander 10 100 1 1", 20, "Invalid number of arguments, expected 2 or 3\n"},
+                   {"genwander 10 100 nan", 20, "genwander <frequency [mHz]>"},
+                   {"genwander 10 100 1e999", 20, "genwander <frequency [mHz]>"},
                    {"genwander 10 100", 0, ""}});
     op.run(0.1);
     EXPECT_TRUE(op.traced("Starting wander generation, frequency= 10, amplitude= 100, offset= 0"));
@@ -130,7 +135,14 @@ TEST(ClientCommands, KeepTheirRulesOfUse)
                    {"kvdprodtest mokatestbus on", 0, "Not enabled or disabled\n"},
                    {"kvdprodtest bus enable", 0, "Not mokatestbus or mokatestmux\n"},
                    {"kvdprodtest mokatestbus enable", 0, "MokaTestBus enabled"},
-                   {"gpssend nmea x", 10, "isn't running"}});
+                   {"gpssend nmea x", 10, "isn't running"},
+                   {"freerunning now", 20, "Usage: kvdfreerunning\n"},
+                   {"freerunning", 10, "isn't running"},
+                   {"kvdreadhist now", 20, "Usage: kvdreadhist\n"},
+                   {"kvdreadhist", 10, "isn't running"},
+                   {"kvdwritehist", 20, "usage: kvdwritehist [flash | msi]\n"},
+                   {"kvdwritehist disk", 0, ""},              // a reference is selected since eth_b
+                   {"kvdwritehist msi", 10, "isn't running"}});
 }
 
 }  // namespace

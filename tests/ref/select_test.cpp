@@ -1,6 +1,7 @@
 // Selections carried out: hardware route, regulator, client view, in their order and when a step
 // fails.
 #include "iif/kvd_phyadm.h"
+#include "node/sig.h"
 #include "ref/kvd_ref_int.h"
 #include "ref_bench.h"
 #include "ref_unit.h"
@@ -185,6 +186,29 @@ TEST(GpsOslHoldover, RunsFiveMinutesUnlessItsLoopIsTakenOver)
     });
     EXPECT_FALSE(runs());
     EXPECT_TRUE(bench.node.traces().has("GpsOutSyncLink HoldOver timer stopped."));
+}
+
+TEST(GpsOslHoldover, EndsWhenItsReferenceIsSelectedAgainOnAMaster)
+{
+    for (u8 masterSlaveMode : {u8{0}, u8{1}}) {
+        SCOPED_TRACE(int{masterSlaveMode});
+        RefBench bench;
+        bench.firstStart();
+        bench.inManager([&] {
+            auto* ind = node::make<KvdTuiifChangeMasterTuInd>(KVD_TUIIF_CHANGE_MASTER_TU_IND);
+            ind->timeMode = 1;
+            ind->masterSlaveMode = masterSlaveMode;
+            Signal* sig = reinterpret_cast<Signal*>(ind);
+            KvdLoz6TuIifAdm_dispatch(sig);
+            ose::free_buf(&sig);
+            KvdLoz6TuRef_startGpsOslHoldover();
+            KvdLoz6TuRef_selectSynchRef(GPSOSL_REF, 1, 2);
+        });
+        EXPECT_EQ(bench.node.inProgram(KvdLoz6TuRef_gpsOslHoldoverTimerRuns), masterSlaveMode == 0);
+        EXPECT_EQ(bench.node.traces().has("GpsOutSyncLink HoldOver timer stopped. SelectedRef 14, "
+                                          "gpsExtToggle 0"),
+                  masterSlaveMode == 1);
+    }
 }
 
 TEST(Selection, TellsWhatItDid)

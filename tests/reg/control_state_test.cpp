@@ -193,12 +193,14 @@ TEST(ControlInitiation, FromTheLoopKeepsTheStateAndReadsTheDivider)
         tuHwIf_writeNominalDivisor(1248);
         tuHwIf_writeDeltaSigmaK(-400000000);
         double U[2] = {0.0, 17.0};
+        ASSERT_GT(control::state().transitionCount, 0u);
         KvdLoz6TuReg_controlInitFromPll(U, true);
         EXPECT_EQ(U[1], 1248.5);
         EXPECT_EQ(KvdLoz6TuReg_Div(), 1248.5);
         EXPECT_EQ(KvdLoz6TuReg_regState(), FREQLOCKED);
         EXPECT_EQ(KvdLoz6TuReg_f_ix(), 1);
         EXPECT_EQ(KvdLoz6TuReg_f_lim_high(), 1.7e-8);
+        EXPECT_EQ(control::state().transitionCount, 0u);   // the log starts anew
     });
 }
 

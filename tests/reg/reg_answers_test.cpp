@@ -187,16 +187,18 @@ TEST(RegState, ReportGoesToTheClockUnlessALoopReports)
 
 TEST(RegState, LeavingTimeLockEndsAPendingJump)
 {
-    struct Case { u8 from, to; u32 jumpState; };
-    for (const Case& c : std::to_array<Case>({{TIMELOCKED, FREQLOCKED, JUMP_NOT_NEEDED},
-                                              {TIMELOCKED, TRUETIME, JUMP_NOT_NEEDED},
-                                              {FREQLOCKED, TIMELOCKED, JUMP_NEEDED}})) {
+    struct Case { u8 from, to; u32 before, after; };
+    for (const Case& c : std::to_array<Case>({{TIMELOCKED, FREQLOCKED, JUMP_NEEDED, 0},
+                                              {TIMELOCKED, FREQLOCKED, JUMP_REQUESTED, 0},
+                                              {TIMELOCKED, TRUETIME, JUMP_NEEDED, 0},
+                                              {FREQLOCKED, TIMELOCKED, JUMP_REQUESTED, 1},
+                                              {FREQLOCKED, TIMELOCKED, JUMP_NEEDED, 2}})) {
         MeasureBench bench;
         bench.settle();
         bench.in([&] {
-            KvdLoz6TuReg_setJumpState(JUMP_NEEDED);
+            KvdLoz6TuReg_setJumpState(c.before);
             KvdLoz6TuReg_regStateChanged(c.from, c.to);
-            EXPECT_EQ(KvdLoz6TuReg_jumpState(), c.jumpState) << int{c.from} << " to " << int{c.to};
+            EXPECT_EQ(KvdLoz6TuReg_jumpState(), c.after) << int{c.from} << " to " << int{c.to};
         });
     }
 }
