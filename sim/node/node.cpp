@@ -27,6 +27,7 @@ Node::Node(ose::World& world, const NodeConfig& config)
     nameServer_ = std::make_unique<NameServer>(*this);
     pri_ = std::make_unique<PriServer>(*this, config.smn, config.apn, config.piuInstanceId);
     temi_ = std::make_unique<TemiServer>(*this);
+    msi_ = std::make_unique<MsiServer>(*this);
     errorLog_ = std::make_unique<ErrorLog>(*this);
     phyPorts_ = std::make_unique<PhyPortServer>(*this, config.ports);
     shell_ = std::make_unique<Shell>(*this);
@@ -45,6 +46,7 @@ Node::Node(ose::World& world, const NodeConfig& config)
     nameServer_->start();
     pri_->start();
     temi_->start();
+    msi_->start();
     errorLog_->start();
     phyPorts_->start();
     shell_->start();
@@ -60,6 +62,7 @@ Node::~Node()
     shell_->die();
     phyPorts_->die();
     errorLog_->die();
+    msi_->die();
     temi_->die();
     pri_->die();
     nameServer_->die();
@@ -88,6 +91,7 @@ void Node::powerOff()
 {
     unload();
     if (powered_) board_->powerOff();
+    msi_->losePower();
     powered_ = false;
 }
 
@@ -212,6 +216,16 @@ int Node::fileAppend(const char* path, const std::string& content)
     return volumes_.append(path, content);
 }
 int Node::fileRemove(const char* path) { return volumes_.remove(path); }
+
+int Node::msiState() { return msi_->state(); }
+int Node::msiRead(u32 address, u8* bytes, std::size_t count)
+{
+    return msi_->read(address, bytes, count);
+}
+int Node::msiWrite(u32 address, const u8* bytes, std::size_t count)
+{
+    return msi_->write(address, bytes, count);
+}
 
 int Node::serialOpen(const char* device, u32 vector, const node::SerialSetting* settings,
                      std::size_t count)

@@ -14,6 +14,7 @@
 #include "ose/world.h"
 #include "sim/node/error_log.h"
 #include "sim/node/main_processor.h"
+#include "sim/node/msi_server.h"
 #include "sim/node/name_server.h"
 #include "sim/node/node_config.h"
 #include "sim/node/parameters.h"
@@ -62,7 +63,7 @@ public:
     // ---- life of the program --------------------------------------------------------------------
     /// Board reset, program loaded, restart type of the configuration.
     void powerOn();
-    /// Program gone, board without power. Volumes, EEPROM and error log stay.
+    /// Program gone, board without power, persistent memory lost. Volumes, EEPROM and error log stay.
     void powerOff();
     /// Program unloaded and loaded again. The board keeps its registers, but for types 0 and 1,
     /// which reset it.
@@ -87,6 +88,7 @@ public:
     MainProcessor& mainProcessor() { return *mainProcessor_; }
     PriServer& pri() { return *pri_; }
     TemiServer& temi() { return *temi_; }
+    MsiServer& msi() { return *msi_; }
     ErrorLog& errorLog() { return *errorLog_; }
     PhyPortServer& phyPorts() { return *phyPorts_; }
     Shell& shell() { return *shell_; }
@@ -134,6 +136,9 @@ public:
     int fileWrite(const char* path, const std::string& content) override;
     int fileAppend(const char* path, const std::string& content) override;
     int fileRemove(const char* path) override;
+    int msiState() override;
+    int msiRead(u32 address, u8* bytes, std::size_t count) override;
+    int msiWrite(u32 address, const u8* bytes, std::size_t count) override;
     int serialOpen(const char* device, u32 vector, const node::SerialSetting* settings,
                    std::size_t count) override;
     int serialClose(const char* device) override;
@@ -166,6 +171,7 @@ private:
     std::unique_ptr<NameServer> nameServer_;
     std::unique_ptr<PriServer> pri_;
     std::unique_ptr<TemiServer> temi_;
+    std::unique_ptr<MsiServer> msi_;
     std::unique_ptr<ErrorLog> errorLog_;
     std::unique_ptr<PhyPortServer> phyPorts_;
     std::unique_ptr<Shell> shell_;

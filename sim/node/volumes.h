@@ -1,5 +1,6 @@
 // volumes.h - The node's file volumes in memory: /d, /c and the compressing volume /gzip/c.
-// They outlive restarts of the program and power losses.
+// They outlive restarts of the program and power losses. What is below /gzip/ is held as it was
+// written and compressed on its way to the host.
 #pragma once
 #include "ose/types.h"
 
@@ -10,7 +11,7 @@ namespace sim {
 
 class Volumes {
 public:
-    // ---- as the program sees them; 0 is done ----------------------------------------------------
+    // ---- as the program sees them; 0 is done, else ENOENT or EIO --------------------------------
     int exists(const std::string& path) const;            // 1 when it is there
     int read(const std::string& path, std::string& content) const;
     int write(const std::string& path, const std::string& content);

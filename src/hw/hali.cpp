@@ -3,6 +3,8 @@
 
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_regs.h"
+#include "mgr/kvd_mgr_mem.h"
+#include "mgr/kvd_mgr_mem.h"
 #include "mgr/trace_groups.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
@@ -14,7 +16,7 @@ namespace {
 
 constexpr u32 SETTINGS_END = 0xFFFFFFFF;
 constexpr std::size_t SETTINGS_MAX = 32;
-constexpr std::size_t RECEIVE_ROOM = 256;   // bytes taken from the driver at a time
+constexpr u32 RECEIVE_ROOM = 256;           // bytes taken from the driver at a time
 constexpr int SERIAL_ALREADY_STARTED = 4;
 constexpr int SERIAL_NO_DEVICE = 8;
 
@@ -23,24 +25,28 @@ struct State {
     const char* device = "";
     SerialPortDescriptor port{};
     PROCESS process = 0; // serial interrupt process, stays when only the port is closed
-    u32 unreported = 0;                     // bytes sent that the client hasn't been told of
 };
 ose::ModuleData<State> s;
 
-/// One turn of the driver: tells what was sent, hands over what has come in.
+/// One turn of the driver: hands over what has come in.
 void serviceSerialPort()
 {
-    if (!s->open) return;
-    if (s->unreported != 0) {
-        const u32 count = s->unreported;
-        s->unreported = 0;
-        if (s->port.transmitted != nullptr) s->port.transmitted(count);
-    }
-    u8 bytes[RECEIVE_ROOM];
     while (s->open) {
-        const std::size_t count = node::platform().serialRead(s->device, bytes, sizeof bytes);
-        if (count == 0) return;
-        if (s->port.received != nullptr) s->port.received(bytes, static_cast<u32>(count));
+        const SerialCallbacks& client = s->port.callbacks;
+        SerialBuffer* const buffer = client.allocate(RECEIVE_ROOM);
+        if (buffer == nullptr) {   // what came waits for the next turn
+            client.deliver(nullptr, 0);
+            return;
+        }
+        const auto count = static_cast<u32>(
+            node::platform().serialRead(s->device, buffer->bytes, RECEIVE_ROOM));
+        if (count == 0) {
+            client.free(buffer);
+            return;
+        }
+        client.deliver(buffer, count);
+        client.freeDelivered(buffer);
+        if (count < RECEIVE_ROOM) return;
     }
 }
 
@@ -146,12 +152,10 @@ int HALI_subscribeSerialPort(const SerialPortDescriptor& descriptor)
     killSerialProcess();
     s->device = device;
     s->port = descriptor;
-    s->unreported = 0;
     s->process = ose::create_process(ose::KIND_INTERRUPT, descriptor.processName, serviceSerialPort,
                                      descriptor.stack, descriptor.priority, 0, descriptor.vector);
     ose::start(s->process);
     s->open = true;
-    if (s->port.opened != nullptr) s->port.opened();
     return 0;
 }
 
@@ -160,8 +164,7 @@ int HALI_closeSerialPort(u32 killProcess)
     if (s->open) {
         s->open = false;
         const int result = node::platform().serialClose(s->device);
-        if (result != 0 && s->port.error != nullptr) s->port.error(static_cast<u32>(result));
-        if (s->port.closed != nullptr) s->port.closed();
+        if (result != 0) s->port.callbacks.error(static_cast<u32>(result));
     }
     if (killProcess == 1) killSerialProcess();
     return 0;
@@ -171,25 +174,63 @@ int HALI_writeSerialPort(const u8* bytes, u32 count)
 {
     const int result =
         s->open ? node::platform().serialWrite(s->device, bytes, count) : SERIAL_NO_DEVICE;
-    if (result != 0) {
+    if (result != 0)
         KVD_TRACE(TRACE_HALI, TRACE_ERROR, "Failed writing to serialport (result=%d)", result);
-        return result;
-    }
-    s->unreported += count;
-    return 0;
+    return result;
 }
 
 void HALI_simSerialInterrupt() { serviceSerialPort(); }
 
 // ---- persistent memory ------------------------------------------------------------------------
 
+namespace {
+
+constexpr u32 MSI_ATTEMPTS = 3;
+constexpr OSTIME MSI_NEGOTIATE_PAUSE_ms = 200;
+constexpr OSTIME MSI_ALLOCATE_PAUSE_ms = 100;
+
+/// Calls until the proxy isn't busy any more.
+template <typename Call>
+u32 whileMsiBusy(OSTIME pause_ms, Call call)
+{
+    u32 result = call();
+    for (u32 attempt = 1; attempt < MSI_ATTEMPTS && result == node::MSI_BUSY; ++attempt) {
+        ose::delay(pause_ms);
+        result = call();
+    }
+    return result;
+}
+
+}  // namespace
+
 int HALI_msiInitiate()
 {
-    // The node has no client of the persistent memory service yet.
-    KVD_TRACE(TRACE_HALI, TRACE_ERROR, "Unable to obtain contact to MSI proxy");
+    if (node::TarsoMsi_contact() != node::MSI_DONE) {
+        KVD_TRACE(TRACE_HALI, TRACE_ERROR, "Unable to obtain contact to MSI proxy");
+        return -1;
+    }
+    constexpr u32 PV_FIRST = 5, PV_SECOND = 4, PV_THIRD = 0;
+    Signal* answer = nullptr;
+    const u32 result = whileMsiBusy(MSI_NEGOTIATE_PAUSE_ms, [&answer] {
+        return node::TarsoMsi_initiateService(PV_FIRST, PV_SECOND, PV_THIRD, answer);
+    });
+    if (result == node::MSI_DONE) return 0;
+    if (result == node::MSI_IN_USE) {
+        KvdLoz6TuMem_dispatch(answer);
+        ose::free_buf(&answer);
+        return 0;
+    }
+    KVD_TRACE(TRACE_HALI, TRACE_ERROR, "Protocol Negotiation failed with MSI proxy, reason=%d",
+              static_cast<int>(result));
     return -1;
 }
 
-int HALI_msiAllocate(const char*, u32, u32, u32) { return -1; }
+u32 HALI_msiAllocate(const node::MsiRequest& request, u32& address)
+{
+    return whileMsiBusy(MSI_ALLOCATE_PAUSE_ms, [&request, &address] {
+        return request.clear != 0 ? node::TarsoMsi_memAllocClear(request, address)
+                                  : node::TarsoMsi_memAlloc(request, address);
+    });
+}
 
 void HALI_printInfo() { tuHwIf_printInfo(); }

@@ -3,8 +3,12 @@
 // Units   seconds, volts, selectors of ref_types.h.
 // Errors  0 is success, any other value failure, unless an operation says otherwise.
 #pragma once
+#include "node/msi.h"
+#include "node/msi.h"
 #include "node/platform.h"
 #include "ose/types.h"
+
+#include <cstddef>
 
 /// Finds the board type, then the FPGA base addresses; without them every hardware read fails.
 int  HALI_init();
@@ -32,16 +36,31 @@ int  HALI_readOcxoSerial(char serial[18], u8& version, u8& manufacturer);
 int  HALI_enableTuOut(int enable, int frequency);
 int  HALI_muteTuOut(int mute);
 
+/// Interrupt line of the board's one UART.
+constexpr u32 UART_VECTOR = 44;
+
+/// A signal buffer of signal number 0 as the serial driver fills it.
+struct SerialBuffer {
+    SIGSELECT sigNo;
+    u8 bytes[1];
+};
+static_assert(offsetof(SerialBuffer, bytes) == 4);
+
+/// What the serial driver asks of its client, all needed. They run in the client's interrupt
+/// process, or in the caller of simSerialInterrupt; `error` in the caller of close.
+struct SerialCallbacks {
+    SerialBuffer* (*allocate)(u32 bytes);          // a receive buffer with that room, nullptr: none
+    void (*free)(SerialBuffer* buffer);            // of a buffer in which nothing came
+    void (*error)(u32 code);
+    /// Received bytes; nullptr and 0 when something came and there was no buffer for it.
+    void (*deliver)(const SerialBuffer* buffer, u32 count);
+    void (*freeDelivered)(SerialBuffer* buffer);
+};
+
 /// Serial port of a client: configuration pairs up to key 0xFFFFFFFF, callbacks, interrupt process.
-/// received and transmitted run in that process, or in the caller of simSerialInterrupt; the others
-/// in the caller of subscribe and close. Any of them may be nullptr.
 struct SerialPortDescriptor {
     const node::SerialSetting* settings;     // ended by key 0xFFFFFFFF
-    void (*received)(const u8* bytes, u32 count);
-    void (*transmitted)(u32 count);
-    void (*error)(u32 code);
-    void (*opened)();
-    void (*closed)();
+    SerialCallbacks callbacks;
     u32 stack;
     u32 priority;
     u32 vector;
@@ -49,12 +68,16 @@ struct SerialPortDescriptor {
 };
 int  HALI_subscribeSerialPort(const SerialPortDescriptor& descriptor);
 int  HALI_closeSerialPort(u32 killProcess);
+/// Sends; the bytes stay the caller's.
 int  HALI_writeSerialPort(const u8* bytes, u32 count);
 void HALI_simSerialInterrupt();
 
 int  HALI_getPowerOnTime(u32& time);
-/// Contact with the persistent memory service: 0 done, 4 busy, -1 none.
+/// Contact with the persistent memory service and its negotiation, which may be answered in the
+/// call: kvd_mgr_mem then has the answer already. 0 asked or answered, -1 no service.
 int  HALI_msiInitiate();
-int  HALI_msiAllocate(const char* region, u32 size, u32 clientRef, u32 clear);
+/// Asks for a region, three times while the proxy is busy: an MsiResult. `address` isn't 0 when it
+/// was answered at once.
+u32  HALI_msiAllocate(const node::MsiRequest& request, u32& address);
 /// "tuhwif related data" section.
 void HALI_printInfo();

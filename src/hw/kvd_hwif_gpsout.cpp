@@ -7,6 +7,7 @@
 #include "mgr/kvd_mgr_mem.h"
 #include "mgr/trace_groups.h"
 #include "mgr/tu_common.h"
+#include "node/bytes.h"
 #include "node/mmio.h"
 #include "node/trace.h"
 #include "reg/kvd_reg.h"
@@ -45,7 +46,11 @@ int readGpsOut(Sfc& c)
 void storeGpsOutData(const GpsOutData& data)
 {
     if (KvdLoz6TuMem_ready(MEM_GPS_OUT) == 0) return;
-    if (KvdLoz6TuMem_write(MEM_GPS_OUT, &data, sizeof data) != 0)
+    u8 bytes[MEM_GPS_OUT_SIZE];
+    node::putBe32(bytes, data.mfnOffset);
+    node::putBe32(bytes + 4, data.mfn);
+    node::putBe32(bytes + 8, data.spare);
+    if (KvdLoz6TuMem_write(MEM_GPS_OUT, bytes, sizeof bytes) != 0)
         KVD_TRACE(TRACE_TUHWIF, TRACE_3, "gpsOutData_r stored in persistent memory");
     else
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Could not store gpsOutData_r in persistent memory");
@@ -53,8 +58,9 @@ void storeGpsOutData(const GpsOutData& data)
 
 GpsOutData loadGpsOutData()
 {
-    GpsOutData data;
-    if (KvdLoz6TuMem_read(MEM_GPS_OUT, &data, sizeof data) != 0) {
+    u8 bytes[MEM_GPS_OUT_SIZE];
+    if (KvdLoz6TuMem_read(MEM_GPS_OUT, bytes, sizeof bytes) != 0) {
+        const GpsOutData data{node::be32(bytes), node::be32(bytes + 4), 0};
         KVD_TRACE(TRACE_TUHWIF, TRACE_3,
                   "gpsOutData_r read from persistent memory mfnOffset=%u, mfn=%u", data.mfnOffset,
                   data.mfn);

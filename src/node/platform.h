@@ -72,11 +72,23 @@ public:
     virtual CalendarTime calendar() = 0;
     /// 1 when the file is there.
     virtual int fileExists(const char* path) = 0;
+    // A failing call answers the reason as an error number of the C library (ENOENT, EIO, ...).
+    // What goes to a path below /gzip/ is stored compressed (RFC 1952); it is read back as written.
     /// Whole file. 0 done; nonzero when it isn't there.
     virtual int fileRead(const char* path, std::string& content) = 0;
+    /// Replaces the file.
     virtual int fileWrite(const char* path, const std::string& content) = 0;
     virtual int fileAppend(const char* path, const std::string& content) = 0;
     virtual int fileRemove(const char* path) = 0;
+
+    // ---- persistent memory (MSI); negotiation and allocation go by signals, see msi.h ----------------
+    // A platform without the service leaves these as they are.
+    /// 0 it takes requests, 1 it isn't there, 4 it is busy.
+    virtual int msiState() { return 1; }
+    /// Bytes of allocated regions. A write holds at once; TARSO_MSI_MEM_S_WRITE_CFM or _REJ goes to
+    /// the process that allocated the region.
+    virtual int msiRead(u32 /*address*/, u8* /*bytes*/, std::size_t /*count*/) { return 1; }
+    virtual int msiWrite(u32 /*address*/, const u8* /*bytes*/, std::size_t /*count*/) { return 1; }
 
     // ---- serial line -------------------------------------------------------------------------------------
     /// Opens the UART of that device name. Received bytes raise interrupt `vector`; serialRead takes them.
@@ -100,5 +112,8 @@ Platform& platform();
 
 /// Formats to the shell's standard output.
 void shellPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+/// What the calling process prints from now on goes to `sink`, until it asks for the shell again
+/// with nullptr. One process of a program at a time.
+void shellRedirect(void (*sink)(const char* text));
 
 }  // namespace node

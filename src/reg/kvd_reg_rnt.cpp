@@ -7,6 +7,7 @@
 #include "mgr/kvd_mgr_mem.h"
 #include "mgr/trace_groups.h"
 #include "mgr/tu_common.h"
+#include "node/bytes.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "reg/kvd_reg.h"
@@ -14,7 +15,6 @@
 #include "reg/kvd_reg_measure.h"
 
 #include <cmath>
-#include <cstring>
 
 namespace {
 
@@ -139,8 +139,6 @@ void KvdLoz6TuReg_onGetRntForSfnReq(const Signal* sig)
 
 namespace {
 
-constexpr u32 NF_REGION_SIZE = 16;
-constexpr u32 NF_OFFSET = 8;             // of sfcGpsOffset, behind the checksum and a spare word
 constexpr DateTime GPS_EPOCH = {1980, 1, 6, 0, 0, 19};
 constexpr DateTime PTP_EPOCH = {1970, 1, 1, 0, 0, 0};
 
@@ -160,10 +158,9 @@ double takeSfnInitTime(const DateTime& date)
 void regulator::storeSfcGpsOffset()
 {
     if (KvdLoz6TuMem_ready(MEM_REG_NF) == 0) return;
-    u8 region[NF_REGION_SIZE] = {};
+    u8 region[MEM_REG_NF_SIZE] = {};
     KvdLoz6TuMem_read(MEM_REG_NF, region, sizeof region);   // zeros when nothing valid stood there
-    const double offset = state().sfcGpsOffset;
-    std::memcpy(region + NF_OFFSET, &offset, sizeof offset);
+    node::putBeDouble(region + MEM_REG_NF_OFFSET, state().sfcGpsOffset);
     KvdLoz6TuMem_write(MEM_REG_NF, region, sizeof region);
 }
 
@@ -179,11 +176,10 @@ void KvdLoz6TuReg_onSetSfnInitTimeInd(const Signal* sig)
 void KvdLoz6TuReg_initSfnInitTime(const DateTime& date)
 {
     regulator::State& s = regulator::state();
-    u8 region[NF_REGION_SIZE] = {};
-    double stored = 0;
+    u8 region[MEM_REG_NF_SIZE] = {};
     const bool known = KvdLoz6TuMem_ready(MEM_REG_NF) != 0 &&
                        KvdLoz6TuMem_read(MEM_REG_NF, region, sizeof region) != 0;
-    if (known) std::memcpy(&stored, region + NF_OFFSET, sizeof stored);
+    const double stored = node::beDouble(region + MEM_REG_NF_OFFSET);
     const double change = takeSfnInitTime(date);
     s.restartDelta = known ? s.sfcGpsOffset - stored : 0.0;
     // At the program's start the filter takes its offset later; a peer that comes back finds it

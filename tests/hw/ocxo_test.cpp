@@ -170,20 +170,38 @@ TEST(OcxoParams, CarryTheDateOnTheNewerBoardOnly)
 namespace {
 
 std::string received;
-u32 transmitted = 0;
+u32 buffersOut = 0;      // allocated and not freed
+u32 emptyBuffers = 0;    // freed without a delivery
 
 SerialPortDescriptor descriptor()
 {
     static constexpr node::SerialSetting SETTINGS[] = {
         {0x1000, 9600}, {0x1005, 'N'}, {0xFFFFFFFF, 0}, {1, 1}};
     received.clear();
-    transmitted = 0;
+    buffersOut = emptyBuffers = 0;
     SerialPortDescriptor d{};
     d.settings = SETTINGS;
-    d.received = [](const u8* bytes, u32 count) {
-        received.append(reinterpret_cast<const char*>(bytes), count);
+    d.callbacks.allocate = [](u32 bytes) -> SerialBuffer* {
+        if (received == "full") return nullptr;
+        ++buffersOut;
+        return reinterpret_cast<SerialBuffer*>(ose::alloc(sizeof(SIGSELECT) + bytes, 0));
     };
-    d.transmitted = [](u32 count) { transmitted += count; };
+    d.callbacks.freeDelivered = [](SerialBuffer* buffer) {
+        --buffersOut;
+        Signal* sig = reinterpret_cast<Signal*>(buffer);
+        ose::free_buf(&sig);
+    };
+    d.callbacks.free = [](SerialBuffer* buffer) {
+        ++emptyBuffers;
+        --buffersOut;
+        Signal* sig = reinterpret_cast<Signal*>(buffer);
+        ose::free_buf(&sig);
+    };
+    d.callbacks.error = [](u32) {};
+    d.callbacks.deliver = [](const SerialBuffer* buffer, u32 count) {
+        if (buffer == nullptr) received += "null";
+        else received.append(reinterpret_cast<const char*>(buffer->bytes), count);
+    };
     d.stack = 2048;
     d.priority = 12;
     d.vector = 70;
@@ -221,7 +239,7 @@ TEST(SerialPort, BelongsToOneClientAtATime)
     }
 }
 
-TEST(SerialPort, HandsOverWhatComesInAndTellsWhatWasSent)
+TEST(SerialPort, HandsOverWhatComesInInTheClientsBuffers)
 {
     Bench bench(2);
     const SerialPortDescriptor d = descriptor();
@@ -229,13 +247,20 @@ TEST(SerialPort, HandsOverWhatComesInAndTellsWhatWasSent)
     bench.bus.received = std::string(300, 'x');
     EXPECT_NE(bench.system.raise(70), 0);
     EXPECT_EQ(received, std::string(300, 'x'));
+    EXPECT_EQ(emptyBuffers, 0u);
+    bench.bus.received = "more";
+    received = "full";                                   // no buffer this time
+    bench.system.raise(70);
+    EXPECT_EQ(received, "fullnull");
+    bench.in([] { HALI_simSerialInterrupt(); });
+    EXPECT_EQ(received, "fullnullmore");
     bench.in([&] {
         EXPECT_EQ(HALI_writeSerialPort(reinterpret_cast<const u8*>("abc"), 3), 0);
-        EXPECT_EQ(transmitted, 0u);
-        HALI_simSerialInterrupt();
+        HALI_simSerialInterrupt();                       // nothing has come
     });
     EXPECT_EQ(bench.bus.sent, "abc");
-    EXPECT_EQ(transmitted, 3u);
+    EXPECT_EQ(emptyBuffers, 1u);
+    EXPECT_EQ(buffersOut, 0u);
     bench.bus.serialWriteResult = 6;
     bench.in([&] { EXPECT_EQ(HALI_writeSerialPort(reinterpret_cast<const u8*>("d"), 1), 6); });
     EXPECT_EQ(bench.bus.countOf("Failed writing to serialport (result=6)"), 1u);

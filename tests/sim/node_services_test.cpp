@@ -360,6 +360,11 @@ TEST(Volumes, OutliveRestartsAndPowerAndGoToTheHost)
     sim::Volumes other;
     EXPECT_EQ(other.load(dir.string()), "");
     EXPECT_EQ(other.files(), b.node.volumes().files());
+    std::string host(2, '\0');
+    std::ifstream(dir / "gzip/c/logfiles/log", std::ios::binary).read(host.data(), 2);
+    EXPECT_EQ(host, "\x1f\x8b") << "gzip's magic number, RFC 1952";
+    std::ofstream(dir / "gzip/c/logfiles/log") << "cut";
+    EXPECT_NE(other.load(dir.string()), "");
     EXPECT_NE(other.load((dir / "nowhere").string()), "");
     std::ofstream(dir / "plain") << "a file";
     EXPECT_NE(b.node.volumes().save((dir / "plain").string()), "") << "a file is no directory";
