@@ -10,5 +10,7 @@ constexpr int COLI_USAGE = 20;
 
 /// Registers the 32 commands, in their order.
 void TuColi_registerCommands();
+/// Every component's report that "kvdinfo all" prints, in its order; from any process.
+void TuColi_printAll();
 /// Handler of kvdsetfsyncreg, also used by the manager at start for a stored setting.
 int TuColi_setFsyncReg(int argc, char** argv);

@@ -69,6 +69,12 @@ void end() { shellPrintf("\n***** END *****\n"); }
 
 }  // namespace
 
+void TuColi_printAll()
+{
+    for (const Section& section : SECTIONS)
+        if (section.inAll) section.print();
+}
+
 namespace coli {
 
 bool number(const char* text, i64& value)
@@ -81,16 +87,18 @@ bool number(const char* text, i64& value)
 int kvdinfo(int argc, char** argv)
 {
     if (argc != 2) return help();
-    bool printed = false;
-    for (const Section& section : SECTIONS) {
-        const bool wanted = is(argv[1], "all") ? section.inAll : is(argv[1], section.name);
-        if (!wanted) continue;
-        section.print();
-        printed = true;
+    if (is(argv[1], "all")) {
+        TuColi_printAll();
+        end();
+        return COLI_DONE;
     }
-    if (!printed) return help();
-    end();
-    return COLI_DONE;
+    for (const Section& section : SECTIONS) {
+        if (!is(argv[1], section.name)) continue;
+        section.print();
+        end();
+        return COLI_DONE;
+    }
+    return help();
 }
 
 int kvdhist(int argc, char** argv)

@@ -1,6 +1,7 @@
 #include "reg/kvd_reg_estimate.h"
 
 #include "fifo/kvd_fifo_proc.h"
+#include "fifo/kvd_fifo_reg.h"
 #include "iif/kvd_iifadm.h"
 #include "mgr/trace_groups.h"
 #include "mgr/tu_common.h"
@@ -156,6 +157,7 @@ void temperatureStep(double T_new, double t_s)
     v.x_est = p.x_pred;
     v.P_est = p.P_pred;
     v.Q = p.Q;
+    KvdLoz6FifoReg_setPrediction(p.x_pred, p.P_pred);
 }
 
 /// Returns the adapted variance.
@@ -172,6 +174,7 @@ double referenceStep(const MeasRefData& o)
     par.x_pred = p.x_pred;
     par.P_pred = p.P_pred;
     v.Q = p.Q;
+    KvdLoz6FifoReg_setPrediction(par.x_pred, par.P_pred);
 
     const estimator::Residual r =
         estimator::covarianceResidual(H, par.x_pred, par.P_pred, o.z, o.R);
@@ -184,6 +187,7 @@ double referenceStep(const MeasRefData& o)
             estimator::completeUpdate(H, par.x_pred, par.P_pred, r.S, r.resid);
         v.x_est = u.x_est;
         v.P_est = u.P_est;
+        KvdLoz6FifoReg_setKgain(u.K);
         KvdLoz6TuReg_recoveryWatch(o.z);
         if (o.R < R_NEGLIGIBLE * r.HPH) v.P_est[0] = o.R;
     } else {
@@ -191,6 +195,18 @@ double referenceStep(const MeasRefData& o)
         v.P_est = par.P_pred;
     }
     return R_new;
+}
+
+/// Opens the step's record in the log.
+void logStep(const MeasRefData& o)
+{
+    const TimePair t = KvdLoz6TuReg_getLastTime();
+    KvdLoz6FifoReg_newRecord();
+    KvdLoz6FifoReg_setRef(o.z_i);
+    KvdLoz6FifoReg_setSfcTime(t.c, t.f);
+    KvdLoz6FifoReg_setZ(o.z);
+    KvdLoz6FifoReg_setR(o.R);
+    KvdLoz6FifoReg_setM(o.m);
 }
 
 }  // namespace
@@ -238,11 +254,15 @@ double KvdLoz6TuReg_estimate(const MeasRefData& observation)
     EstimateStateVar& v = s->var;
     ++v.measCount;
     s->estimatePar.t_s = observation.t_s;
+    logStep(observation);
     double R_new = 0.0;
     if (observation.z_i == Z_TEMP_REF) temperatureStep(observation.z, observation.t_s);
     else R_new = referenceStep(observation);
     v.prev_x_est = v.x_est;
+    KvdLoz6FifoReg_setEstimate(v.x_est, v.P_est);
     estimator::control(kalmanSteers(), observation.z_i);
+    KvdLoz6FifoReg_setUf(KvdLoz6TuReg_Div());
+    KvdLoz6FifoReg_setDuf(v.u_tf[1]);
     if (observation.z_i != Z_TEMP_REF) estimator::recordReferenceSwitch(observation.z);
     return R_new;
 }

@@ -52,7 +52,12 @@ Residual covarianceResidual(const Vec6& H, const Vec6& x_pred, const Mat6& P_pre
 struct AdaptedR { double R_new; bool kept; };
 AdaptedR adjustCovariance(u32 z_i, double baseVar, double m, double R, const Residual& residual);
 
-struct Update { Vec6 x_est; Mat6 P_est; u32 laps; };   // laps of the repair, 0 when none was needed
+struct Update {
+    Vec6 x_est;
+    Mat6 P_est;
+    u32 laps;                          // of the repair, 0 when none was needed
+    Vec6 K;                            // gain
+};
 Update completeUpdate(const Vec6& H, const Vec6& x_pred, const Mat6& P_pred, double S,
                       double resid);
 

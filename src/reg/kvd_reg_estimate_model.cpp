@@ -233,6 +233,7 @@ Update completeUpdate(const Vec6& H, const Vec6& x_pred, const Mat6& P_pred, dou
     KVD_TRACE(TRACE_TUREG, TRACE_3, "K %s", vectorText(K).text);
 
     Update u;
+    u.K = K;
     u.x_est = matrix::sum(x_pred, scale(K, resid));
     u.P_est = multiply<6, 6, 6>(matrix::difference(matrix::identity<6>(), outer(K, H)), P_pred);
     u.laps = 0;

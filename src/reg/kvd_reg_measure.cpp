@@ -1,5 +1,6 @@
 #include "reg/kvd_reg_measure.h"
 
+#include "fifo/kvd_fifo_reg.h"
 #include "gps/kvd_gps.h"
 #include "hw/kvd_hwif.h"
 #include "iif/kvd_iifadm.h"
@@ -191,6 +192,7 @@ void dropLatchedEdge()                       // of the reference before
 {
     double period = 0, time = 0;
     tuHwIf_readLatchedRefClock(period, time);
+    KvdLoz6FifoReg_setLatchedTime(0.0);
 }
 
 /// What the estimator has to forget with the reference before.
@@ -283,6 +285,13 @@ void KvdLoz6TuReg_setMeasR(double R, u32 z_i)
 }
 
 double KvdLoz6TuReg_getMeasR(u32 z_i) { return z_i < Z_I_COUNT ? s->var.R_all[z_i] : 0.0; }
+
+void KvdLoz6TuReg_restartMeasNoise(u32 z_i)
+{
+    if (z_i >= Z_I_COUNT) return;
+    s->var.R_all[z_i] = INDEX_ROWS[z_i].R;
+    s->var.m[z_i] = INDEX_ROWS[z_i].m;
+}
 
 int KvdLoz6TuReg_adjustOffset(double c, double f)
 {

@@ -96,6 +96,8 @@ void KvdLoz6TuReg_setSelectedRef(u32 selectedRef);
 
 void   KvdLoz6TuReg_setMeasR(double R, u32 z_i);
 double KvdLoz6TuReg_getMeasR(u32 z_i);
+/// Adaptation of an index's noise begins anew, from its cold-start value.
+void   KvdLoz6TuReg_restartMeasNoise(u32 z_i);
 /// 1 when applied, 0 when at most 4.9e-8 s in all (SoCPRI is exempt from that limit).
 int    KvdLoz6TuReg_adjustOffset(double c, double f);
 void   KvdLoz6TuReg_adjustSlaveOffset(double c, double f);

@@ -1,4 +1,5 @@
 // From a latched edge to the record of the estimator.
+#include "fifo/kvd_fifo_reg.h"
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_osl.h"
 #include "gps/kvd_gps_out.h"
@@ -146,6 +147,7 @@ int KvdLoz6TuReg_handleRefClkInt(LatchedEdge& edge)
     }
     edge.time[0] = v.t_c_last;
     edge.time[1] = t_f_latched;
+    KvdLoz6FifoReg_setLatchedTime(t_f_latched);
     double age = v.t_f_last - t_f_latched;
     if (age < 0) {                                // the counter wrapped between latch and read
         edge.time[0] -= period;
