@@ -1,42 +1,233 @@
-// GPS receivers aren't part of this load yet: the element of the dispatch chain answers 0, no receiver is
-// ever found, no measurement arrives.
 #include "gps/kvd_gps.h"
 
+#include "fifo/kvd_fifo_gps.h"
+#include "fifo/kvd_fifo_proc.h"
+#include "fifo/kvd_fifo_skyview.h"
+#include "gps/kvd_gps_furuno.h"
+#include "gps/kvd_gps_hrv_supervision.h"
+#include "gps/kvd_gps_int.h"
+#include "gps/kvd_gps_nmea.h"
+#include "gps/kvd_gps_norvane.h"
+#include "gps/kvd_gps_recovery.h"
+#include "gps/kvd_gps_send.h"
+#include "gps/kvd_gps_serial.h"
+#include "gps/kvd_gps_trimble.h"
+#include "iif/kvd_iifadm_send.h"
+#include "mgr/kvd_mgr_proc.h"
 #include "mgr/trace_groups.h"
-#include "node/platform.h"
+#include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "ref/ref_types.h"
+
+#include <cmath>
+#include <cstring>
 
 namespace {
 
-struct State {
-    u8 tuGpsRefType = NO_REF;   // whom the receiver front end serves
-};
-ose::ModuleData<State> s;
+using gps::state;
+
+ose::ModuleData<gps::State> s;
+
+// ---- attributes ---------------------------------------------------------------------------------
+
+TuiifCoordinate coordinateOf(const GpsCoordinate& from)
+{
+    return {from.deg, from.min, from.fractMin, from.dir, 0};
+}
+
+u16 compensationDelay_ns()
+{
+    return static_cast<u16>(std::lround(state().gpsCompensationDelay * 1e9));
+}
+
+void sendAttributes(u32 froId)
+{
+    auto* cfm = node::make<KvdTuiifGpsAttribCfm>(KVD_TUIIF_GPS_ATTRIB_CFM);
+    cfm->froId = froId;
+    cfm->gpsCompensationDelay = compensationDelay_ns();
+    cfm->satellitesInView = KvdLoz6TuGps_noOfSatellitesInView();
+    const auto& best = KvdLoz6TuGps_bestSatellites();
+    static_assert(TUIIF_SATELLITES == GPS_BEST_SATELLITES);
+    for (u32 i = 0; i < TUIIF_SATELLITES; ++i)
+        cfm->satellite[i] = {best[i].SVno, best[i].elevation, best[i].azimuth, best[i].SNR,
+                             best[i].spare};
+    const GpsPosition& position = KvdLoz6TuGps_shownPosition();
+    cfm->latitude = coordinateOf(position.latitude);
+    cfm->longitude = coordinateOf(position.longitude);
+    std::memcpy(cfm->altitude, &position.altitude, sizeof cfm->altitude);
+    const GpsDop& dop = KvdLoz6TuGps_dop();
+    std::memcpy(cfm->hdop, &dop.HDOP, sizeof cfm->hdop);
+    std::memcpy(cfm->vdop, &dop.VDOP, sizeof cfm->vdop);
+    cfm->observationMode = KvdLoz6TuGps_receiver().observationMode;
+    Signal* sig = reinterpret_cast<Signal*>(cfm);
+    KvdLoz6TuIifAdm_send(&sig);
+}
+
+// ---- start and end of supervision ---------------------------------------------------------------
+
+void start()
+{
+    if (KvdLoz6TuGps_gpsState() != GPS_UN_INIT) {
+        KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "driver already initialized");
+        return;
+    }
+    if (KvdLoz6TuGps_openSerial() != 0) return;
+    gps::enter(GPS_INIT_SERIAL_PORT);
+    Signal* done = ose::alloc(sizeof(SIGSELECT), KVD_TUGPS_SERIALPORT_INITIALISED);
+    ose::send(&done, KvdLoz6TuMgr_pid());
+    gps::startAlarmSuppression();
+    KvdLoz6TuGps_startSending();
+}
+
+void clearCounters()
+{
+    state().numberOfNmeaMsgs = 0;
+    KvdLoz6TuGps_clearSerialCounters();
+    KvdLoz6TuGps_clearSendCounters();
+    KvdLoz6TuGps_clearNmeaCounters();
+    KvdLoz6TuGps_clearNorvaneCounters();
+    KvdLoz6TuGps_clearFurunoCounters();
+    KvdLoz6TuGps_clearTrimbleCounters();
+}
+
+void stop()
+{
+    if (KvdLoz6TuGps_gpsState() == GPS_UN_INIT) return;
+    gps::cancelAllTimers();
+    KvdLoz6TuGps_closeSerial();
+    gps::enter(GPS_UN_INIT);
+    gps::resetReceiverData();
+    KvdLoz6TuGps_onHRVSupervisionEvent(HRV_SUPERVISION_EVENT_INIT_SM);
+    clearCounters();
+    KvdLoz6TuGps_clearRecoveryHistory();
+    KvdLoz6TuGps_clearHrvHistory();
+    KvdLoz6FifoSkyView_stop();
+    KvdLoz6FifoGps_clear();
+    state().alarmActive = 0;
+    state().selfTestAlarmShown = 0;
+}
+
+// ---- handlers -----------------------------------------------------------------------------------
+
+void onNmeaMsgRec(Signal* sig)
+{
+    gps::gpsNmeaMsgRecv(as<KvdTugpsNmeaMsgRec>(sig), ose::sigsize(&sig));
+}
+
+void onSetDelay(const Signal* sig)
+{
+    const auto* ind = as<KvdTuiifSetDelayInd>(sig);
+    if (ind != nullptr) gps::setCompensationDelay(ind->delay);
+}
+
+void onAttribReq(const Signal* sig)
+{
+    const auto* req = as<KvdTuiifGpsAttribReq>(sig);
+    if (req != nullptr) sendAttributes(req->froId);
+}
+
+void onSetFixedPosition(const Signal* sig)
+{
+    const auto* ind = as<KvdTuiifSetFixedPositionInd>(sig);
+    if (ind != nullptr) gps::setFixedPosition(ind->wanted);
+}
+
+void onSelectionModeChange(const Signal* sig)
+{
+    const auto* ind = as<KvdTuiifSelectionModeChangeInd>(sig);
+    if (ind != nullptr) KvdLoz6TuGps_selectionMode(ind->selectionProcessMode);
+}
 
 }  // namespace
 
+gps::State& gps::state() { return *s; }
+
 void KvdLoz6TuGps_initiate() { s->tuGpsRefType = NO_REF; }
-int KvdLoz6TuGps_dispatch(Signal*) { return 0; }
-void KvdLoz6TuGps_handleInt()
+
+int KvdLoz6TuGps_dispatch(Signal* sig)
 {
-    KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "reference edge dropped, GPS isn't running");
+    switch (sig->sigNo) {
+    case KVD_TUGPS_OPERATIONAL_TIMEOUT:          gps::onOperationalTimeout();              return 1;
+    case KVD_TUGPS_WAIT_FOR_OPERATIONAL_TIMEOUT: gps::onWaitForOperationalTimeout();       return 1;
+    case KVD_TUGPS_WAIT_FOR_VALID_MSG:           gps::onWaitForValidTimeout();             return 1;
+    case KVD_TUGPS_VALID_TIMEOUT:                gps::onValidTimeout();                    return 1;
+    case KVD_TUGPS_NMEA_MSG_REC:                 onNmeaMsgRec(sig);                        return 1;
+    case KVD_TUGPS_SERIALPORT_INITIALISED:       gps::onSerialPortInitialised();           return 1;
+    case KVD_TUGPS_SUPR_ALARM_TIMEOUT:           gps::onSuprAlarmTimeout();                return 1;
+    case KVD_TUGPS_SELF_TEST_TIMEOUT:            gps::onSelfTestTimeout();                 return 1;
+    case KVD_TUGPS_SEND_TO_GPS_TIMEOUT:          KvdLoz6TuGps_onSendTimeout();             return 1;
+    case KVD_TUGPS_SUPPR_ADDINFO_TIMEOUT:        gps::onAdditionalInfoTimeout();           return 1;
+    case KVD_TUGPS_RESET_GPS_SATELLITES:         KvdLoz6TuGps_onResetGpsSatellites();      return 1;
+    case KVD_TUGPS_RESET_GLONASS_SATELLITES:     KvdLoz6TuGps_onResetGlonassSatellites();  return 1;
+    case KVD_TUGPS_STATUS_MSG_SENT:              s->waiter = ose::sender(&sig);            return 1;
+    // The answers of module and antenna are for the one who asked.
+    case KVD_TUGPS_STATUS_MSG_PARSED:
+    case KVD_TUGPS_CHIP_MSG_PARSED_IND:                                                    return 1;
+    case KVD_TUIIF_SET_DELAY_IND:                onSetDelay(sig);                          return 1;
+    case KVD_TUIIF_GPS_ATTRIB_REQ:               onAttribReq(sig);                         return 1;
+    case KVD_TUIIF_SET_FIXED_POSITION_IND:       onSetFixedPosition(sig);                  return 1;
+    case KVD_TUIIF_SELECTION_MODE_CHANGE_IND:    onSelectionModeChange(sig);               return 1;
+    default:
+        if (KvdLoz6TuGps_recoveryDispatch(sig) != 0) return 1;
+        return KvdLoz6TuGps_hrvDispatch(sig);
+    }
 }
+
+void KvdLoz6TuGps_supervision(const Signal* sig, u32)
+{
+    const u32 status = reinterpret_cast<const KvdTuiifSynchPathSupInd*>(sig)->on;
+    if (status != 0) {
+        start();
+        s->tuGpsRefType = GPS_REF;
+        KvdLoz6TuGps_onHRVSupervisionEvent(HRV_SUPERVISION_EVENT_1PPS_NOK);
+    } else {
+        stop();
+    }
+    s->supervision = status;
+}
+
+void KvdLoz6TuGps_supervisionStarted() { gps::sendQualityLevel(); }
+
+void KvdLoz6TuGps_statusChange(u32 present)
+{
+    s->present1pps = present;
+    gps::report();
+    s->forceReport = 0;
+    KvdLoz6TuGps_onHRVSupervisionEvent(present != 0 ? HRV_SUPERVISION_EVENT_1PPS_OK
+                                                    : HRV_SUPERVISION_EVENT_1PPS_NOK);
+    if (present == 0) KvdLoz6Fifo_dump();
+}
+
+void KvdLoz6TuGps_setForceReport(u32 force) { s->forceReport = force; }
+
+void KvdLoz6TuGps_testMode(u32) { gps::report(); }
+
+void KvdLoz6TuGps_selectionMode(u8 selectionProcessMode)
+{
+    const bool changes = selectionProcessMode != s->selectionProcessMode;
+    s->selectionProcessMode = selectionProcessMode;
+    if (changes && selectionProcessMode == 1) gps::sendQualityLevel();
+}
+
+/// The receiver goes on talking; the next main processor orders supervision anew and is then told.
+void KvdLoz6TuGps_serverGone() { s->supervision = 0; }
+
+void KvdLoz6TuGps_closePort()
+{
+    if (KvdLoz6TuGps_gpsState() != GPS_UN_INIT) KvdLoz6TuGps_closeSerial();
+}
+
+/// The reference depends on the receiver alone.
 void KvdLoz6TuGps_regStateChanged(u8) {}
-void KvdLoz6TuGps_testMode(u32) {}
-void KvdLoz6TuGps_clearPreTimeOffset() {}
-void KvdLoz6TuGps_serverGone() {}
-void KvdLoz6TuGps_statusChange(u32) {}
-void KvdLoz6TuGps_closePort() {}
-void KvdLoz6TuGps_selectionMode(u8) {}
-u8 KvdLoz6TuGps_tuGpsRefType() { return s->tuGpsRefType; }
+
+u8   KvdLoz6TuGps_tuGpsRefType() { return s->tuGpsRefType; }
 void KvdLoz6TuGps_setTuGpsRefType(u8 refType) { s->tuGpsRefType = refType; }
-u32 KvdLoz6TuGps_gpssType() { return 0; }
-u32 KvdLoz6TuGps_gpssTypeBackup() { return 0; }
-bool KvdLoz6TuGps_isOperational() { return false; }
-void KvdLoz6TuGps_supervision(const Signal*, u32) {}
-void KvdLoz6TuGps_printInfo()
+u32  KvdLoz6TuGps_gpssType() { return KvdLoz6TuGps_receiver().gpssType; }
+u32  KvdLoz6TuGps_gpssTypeBackup() { return KvdLoz6TuGps_receiver().gpssType_backup; }
+bool KvdLoz6TuGps_isOperational()
 {
-    node::shellPrintf("\n***** GPS *****\n   not running\n");
+    const u32 gpsState = KvdLoz6TuGps_gpsState();
+    return gpsState == GPS_OPERATIONAL || gpsState == GPS_OPERATIONAL_WITH_VALID_TIME;
 }
+PROCESS KvdLoz6TuGps_waiter() { return s->waiter; }
+void    KvdLoz6TuGps_clearWaiter() { s->waiter = 0; }

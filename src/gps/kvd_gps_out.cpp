@@ -1,6 +1,7 @@
 // GPS output isn't part of this load yet: nothing is sent on the serial line.
 #include "gps/kvd_gps_out.h"
 
+#include "gps/kvd_gps.h"
 #include "mgr/trace_groups.h"
 #include "node/platform.h"
 #include "node/trace.h"
@@ -11,10 +12,9 @@ void KvdLoz6GpsOut_start(u8 mode)
     KVD_TRACE(TRACE_TUGPS_OUT, TRACE_ERROR, "output driver isn't in this load, mode=%u not started", mode);
 }
 void KvdLoz6GpsOut_stop() {}
-void KvdLoz6GpsOut_handleInt()
-{
-    KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "reference edge dropped, GPS output isn't running");
-}
+bool KvdLoz6GpsOut_isRunning() { return false; }
+/// The edge of another unit's output is measured against the time that it sends.
+void KvdLoz6GpsOut_handleInt() { KvdLoz6TuGps_handleInt(); }
 void KvdLoz6GpsOut_regStateChanged() {}
 u32 KvdLoz6GpsOut_time(double& time)
 {

@@ -8,6 +8,8 @@ int  KvdLoz6GpsOut_dispatch(Signal* sig);
 /// Emulation mode 1 GPS, 2 HPTSI.
 void KvdLoz6GpsOut_start(u8 mode);
 void KvdLoz6GpsOut_stop();
+/// The output driver runs.
+bool KvdLoz6GpsOut_isRunning();
 void KvdLoz6GpsOut_handleInt();
 void KvdLoz6GpsOut_regStateChanged();
 /// 1 while its time is valid; time in s.

@@ -34,6 +34,19 @@ int kvdsetfsyncreg(int argc, char** argv);
 int kvdprodtest(int argc, char** argv);
 int genwander(int argc, char** argv);
 
+// tu_coli_gps.cpp: the GPS receiver
+int gpsprot(int argc, char** argv);
+int gpscapture(int argc, char** argv);
+int gps01reset(int argc, char** argv);
+int gps02reset(int argc, char** argv);
+int gpsstatus(int argc, char** argv);
+int gpssend(int argc, char** argv);
+int gengpssstatus(int argc, char** argv);
+int kvdgpstrace(int argc, char** argv);
+int gpsskyview(int argc, char** argv);
+int gentimestandard(int argc, char** argv);
+int kvdgpsreset(int argc, char** argv);
+
 /// A command whose component isn't part of the load: says so, result 10. Handlers that reach a component's
 /// slot end with it too, until the component is there.
 int notRunning(int argc, char** argv);

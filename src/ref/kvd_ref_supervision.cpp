@@ -379,6 +379,7 @@ void superviseReceiver(const KvdTuiifSynchPathSupInd& ind,
         KvdLoz6TuRef_startSupervision(signalOf(ind), row);
     else
         endSupervision(row, TRACE_INFO);
+    if (ind.refType == GPS_REF && ind.on == 1) KvdLoz6TuGps_supervisionStarted();
 }
 
 }  // namespace
@@ -427,6 +428,7 @@ void KvdLoz6TuRef_startWithStatus(u32 row, u32 status)
     // Each receiver's owner reports again, whatever it said before.
     KvdLoz6TuIifAdm_clearStatusTexts();
     table().gps.forceStatus = 1;
+    KvdLoz6TuGps_setForceReport(1);
     table().hptsi.forceStatus = 1;
     table().gpsOsl.forceStatus = 1;
     filterEnd(row);   // no waiting at the start: straight to ON or OFF

@@ -1,0 +1,193 @@
+#include "gps/kvd_gps_furuno.h"
+
+#include "fifo/kvd_fifo_gps.h"
+#include "fifo/kvd_fifo_skyview.h"
+#include "gps/kvd_gps_fields.h"
+#include "gps/kvd_gps_receiver.h"
+#include "iif/kvd_iifadm_send.h"
+#include "ose/module_data.h"
+
+namespace {
+
+using gps::Fields;
+using gps::LEVEL_CONTENT;
+using gps::LEVEL_REFUSED;
+using gps::Sentence;
+
+constexpr u64 WEEK_s = 604'800;
+constexpr u32 GPS_FRO_CLASS = 3;               // of the GPS reference's quality level
+constexpr u8  LEVEL_TIME_STANDARD = TRACE_10;
+
+struct State {
+    GpsAlmanac almanac;
+    GpsFurunoCounters counters;
+    u32  timeStandard = 0;
+    bool overridden = false;
+    u8   overrideStandard = 0;
+};
+ose::ModuleData<State> s;
+
+using GptpsFields = Fields<15>;
+
+bool isUsable(u32 timeStandard) { return timeStandard == 2 || timeStandard == 3; }
+
+void storeTimeStandard(u32 timeStandard)
+{
+    if (timeStandard != s->timeStandard) {
+        KVD_TRACE(TRACE_TUGPS, LEVEL_TIME_STANDARD, "TIME STANDARD %u to %u", s->timeStandard,
+                  timeStandard);
+        s->timeStandard = timeStandard;
+        KvdLoz6TuIifAdm_sendQualityLevelInd(0, GPS_FRO_CLASS, isUsable(timeStandard) ? 0 : 1, 0);
+    }
+    KvdLoz6TuGps_receiver().timeNotValid = isUsable(timeStandard) ? 0 : 1;
+    if (!isUsable(timeStandard)) KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPtps: Time is not usable");
+}
+
+void setObservationMode(u32 mode)
+{
+    GpsReceiver& receiver = KvdLoz6TuGps_receiver();
+    switch (mode) {
+    case 1:
+        receiver.observationMode = GPS_SURVEY;
+        KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Observation Point Mode: Survey");
+        break;
+    case 2:
+        receiver.observationMode = GPS_POSITION_HOLD;
+        KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Observation Point Mode: Position Hold");
+        break;
+    default:
+        receiver.observationMode = GPS_MODE_UNKNOWN;
+        KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Observation Point Mode: Unknown");
+        break;
+    }
+}
+
+/// The four fields between mode and week, told and not used.
+bool readLeapSeconds(GptpsFields& field)
+{
+    if (!field.next("GPtps: Leap second adjustment", 12)) return false;
+    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPtps: Leap second adjustment: %s", field.value);
+    if (!field.next("GPtps: Leap second", 2)) return false;
+    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPtps: Leap second: %s", field.value);
+    if (!field.next("GPtps: UTC-GPS Time Offset", 2)) return false;
+    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPtps: UTC-GPS Time Offset: %s", field.value);
+    if (!field.next("GPtps: Date/Time stamp of UTC", 12)) return false;
+    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPtps: Date/Time stamp of UTC: %s", field.value);
+    return true;
+}
+
+void storeInLog(u32 ppsAvailable, u32 mode)
+{
+    const GpsReceiver& receiver = KvdLoz6TuGps_receiver();
+    // A type 6 sends GPsts too, which closes the second's record.
+    if (receiver.gpssType == GPSS_FURUNO_GPS02) {
+        KvdLoz6FifoGps_storeTowWeek(receiver.gpsTow, receiver.gpsTimeWeek);
+        return;
+    }
+    KvdLoz6FifoGps_storeGptps(s->timeStandard, ppsAvailable, mode, receiver.gpsTimeWeek,
+                              receiver.gpsTow);
+    KvdLoz6FifoGps_closeRecord();
+    KvdLoz6FifoSkyView_tick();
+}
+
+const char* timeStandardText(u32 timeStandard)
+{
+    switch (timeStandard) {
+    case 1:  return "RTC";
+    case 2:  return "GPS";
+    case 3:  return "UTC";
+    default: return "<Unknown>";
+    }
+}
+
+}  // namespace
+
+int KvdLoz6TuGps_parsePxxxGPtps(const char* text)
+{
+    // The Furuno protocol is in use, whatever becomes of this sentence.
+    if (KvdLoz6TuGps_receiver().gpssType == GPSS_NORVANE_COMBINED)
+        KvdLoz6TuGps_setGpssType(GPSS_FURUNO);
+
+    const Sentence sentence = gps::inspect(text);
+    if (!gps::optionalChecksumPasses(sentence, "KvdLoz6TuGps_parsePxxxGPtps")) return 0;
+    if (!gps::lengthPasses(sentence, 73, 76, "GPtps")) return 0;
+    GptpsFields field(sentence);
+    if (!field.next() || !field.next()) return 0;
+    ++s->counters.numberOfPFECMsgs;
+    ++s->counters.numberOfPFECGPtps;
+    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPtps: Received GPS time command");
+
+    if (!field.next("GPtps: Date/Time", 12)) return 0;
+    if (!field.next("GPtps: Time standard ID", 1)) return 0;
+    storeTimeStandard(s->overridden ? s->overrideStandard : gps::toNumber(field.value));
+    if (!field.next("1PPS availability status flag", 1)) return 0;
+    const u32 ppsAvailable = gps::toNumber(field.value);
+    if (!field.next("GPtps: Mode", 1)) return 0;
+    const u32 mode = gps::toNumber(field.value);
+    if (!readLeapSeconds(field)) return 0;
+    GpsReceiver& receiver = KvdLoz6TuGps_receiver();
+    if (!field.next("GPtps: Gps weeks", 4)) return 0;
+    receiver.gpsTimeWeek = gps::toNumber(field.value);
+    if (!field.next("GPtps: Count of seconds", 6)) return 0;
+    receiver.gpsTow = gps::toNumber(field.value);
+    if (!gps::fullyParsed(sentence, field.consumed(), "GPtps")) return 0;
+
+    setObservationMode(mode);
+    storeInLog(ppsAvailable, mode);
+    if (ppsAvailable != 1) {
+        receiver.timeValid = 0;
+        KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPtps time not valid");
+        return 1;
+    }
+    receiver.timeValid = 1;
+    receiver.gpsCurrentTime = static_cast<double>(receiver.gpsTow + receiver.gpsTimeWeek * WEEK_s);
+    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Gps Seconds =%.0f", receiver.gpsCurrentTime);
+    return 1;
+}
+
+int KvdLoz6TuGps_parsePxxxGPanc(const char* text)
+{
+    const Sentence sentence = gps::inspect(text);
+    if (!gps::optionalChecksumPasses(sentence, "KvdLoz6TuGps_parsePxxxGPanc")) return 0;
+    if (!gps::lengthPasses(sentence, 56, 59, "GPanc")) return 0;
+    Fields<35> field(sentence);
+    if (!field.next() || !field.next()) return 0;
+    ++s->counters.numberOfPFECMsgs;
+    ++s->counters.numberOfPFECGPanc;
+
+    GpsAlmanac almanac;
+    if (!field.next("GPanc: Date/Time of almanac", 12)) return 0;
+    const char* pair = field.value;
+    for (u8& part : almanac.dateTime) {
+        part = gps::toPair(pair);
+        pair += 2;
+    }
+    if (!field.next("GPanc: Satellite Health", 32)) return 0;
+    // A field shorter than 32 leaves NULs, which say nothing of the last satellites.
+    for (u32 i = 0; i < sizeof almanac.health; ++i)
+        if (field.value[i] >= '0' && field.value[i] <= '9')
+            almanac.health[i] = static_cast<u8>(field.value[i] - '0');
+    if (!gps::fullyParsed(sentence, field.consumed(), "GPanc")) return 0;
+
+    s->almanac = almanac;
+    const u8* d = almanac.dateTime;
+    KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPanc Almanac date/time: %02u%02u%02u %02u:%02u:%02u",
+              d[0], d[1], d[2], d[3], d[4], d[5]);
+    KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPanc Satellite health: %.32s", field.value);
+    return 1;
+}
+
+u32 KvdLoz6TuGps_timeStandard() { return s->timeStandard; }
+const GpsAlmanac& KvdLoz6TuGps_almanac() { return s->almanac; }
+const GpsFurunoCounters& KvdLoz6TuGps_furunoCounters() { return s->counters; }
+void KvdLoz6TuGps_clearFurunoCounters() { s->counters = {}; }
+
+void KvdLoz6TuGps_overrideTimeStandard(bool enabled, u8 timeStandard)
+{
+    s->overridden = enabled;
+    s->overrideStandard = timeStandard;
+    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT,
+              "coli gentimestandard in state = %u (%s), time standard = 0x%02hhX (%s)",
+              enabled ? 1u : 0u, enabled ? "enabled" : "disabled", timeStandard,
+              timeStandardText(timeStandard));
+}

@@ -1,0 +1,75 @@
+// kvd_gps_int.h - What the sources of the GPS front end share; nobody else includes it.
+// Owner   kvd_gps*.cpp of the front end: kvd_gps, kvd_gps_machine, kvd_gps_report, kvd_gps_measure,
+//         kvd_gps_print.
+#pragma once
+#include "gps/gps_sig.h"
+#include "gps/kvd_gps.h"
+#include "gps/kvd_gps_receiver.h"
+#include "gps/kvd_gps_state.h"
+#include "iif/tuiif_sig.h"
+#include "ref/ref_types.h"
+
+namespace gps {
+
+/// State of the front end; the receiver's own data lies in kvd_gps_receiver.h and the parsers.
+struct State {
+    u8  tuGpsRefType = NO_REF;            // RefType that it serves
+    u32 supervision = 0;                  // status of the last request, 0 none
+    u32 present1pps = 0;
+    u32 alarmActive = 0;
+    u32 selfTestAlarmShown = 0;
+    u32 forceReport = 0;                  // the next report goes while the alarm is suppressed, too
+    u8  lastSelfTestCode = 0;
+    u8  seenTypes = 0;                    // detection: bit 0 GPtps, 1 GPppr, 2 GPsts
+    u8  seenCount = 0;                    // detection: valid sentences, at most 8
+    u8  modeRetries = 0;
+    u8  selectionProcessMode = 0;
+    u8  fixedPosition = 1;                // wanted: 1 fixed position, 0 survey
+    PROCESS waiter = 0;                   // who asked for a module or antenna answer
+    u32 numberOfNmeaMsgs = 0;
+    double gpsCompensationDelay = 0.0;    // s
+    double delta0_pre = 0.0;              // s, NMEA time minus latched time
+    u32 preTimeOffset_c = 2;              // seconds that must agree before the time is used
+
+    TimerRef suprAlarmTmoRef = 0;
+    TimerRef additionalInfoSuprTmoRef = 0;
+    TimerRef waitForValidTmoRef = 0;
+    TimerRef waitForOperationalTmoRef = 0;
+    TimerRef operationalTmoRef = 0;
+    TimerRef validTmoRef = 0;
+    TimerRef waitForSelfTestTmoRef = 0;
+};
+State& state();
+
+// ---- kvd_gps_machine.cpp ----
+void gpsNmeaMsgRecv(const KvdTugpsNmeaMsgRec* rec, u32 bufferSize);
+void onSerialPortInitialised();
+void onWaitForValidTimeout();
+void onWaitForOperationalTimeout();
+void onOperationalTimeout();
+void onValidTimeout();
+void enter(u32 gpsState);
+void cancelAllTimers();
+/// Wish of the main processor: 1 fixed position, else survey. Stored when the receiver can be
+/// asked.
+void setFixedPosition(u32 wanted);
+/// Satellites, version, module, kind, mode, week and positions as before any sentence.
+void resetReceiverData();
+
+// ---- kvd_gps_report.cpp ----
+void onSuprAlarmTimeout();
+void onAdditionalInfoTimeout();
+void onSelfTestTimeout();
+void startAlarmSuppression();
+void cancelAlarmSuppression();
+/// On entering states 3 to 5, and on a new failing self-test code.
+void reportStatusChange();
+void report();
+void checkSelfTest();
+/// Quality of the reference as the receiver's kind gives it, to the main processor.
+void sendQualityLevel();
+
+// ---- kvd_gps_measure.cpp ----
+void setCompensationDelay(u16 delay_ns);
+
+}  // namespace gps

@@ -1,0 +1,345 @@
+// State machine of the GPS reference: from the first byte string to a time at each pulse, and what
+// it makes of each sentence on the way.
+#include "gps/kvd_gps_capture.h"
+#include "gps/kvd_gps_common.h"
+#include "gps/kvd_gps_int.h"
+#include "gps/kvd_gps_nmea.h"
+#include "gps/kvd_gps_norvane.h"
+#include "gps/kvd_gps_recovery.h"
+#include "gps/kvd_gps_send.h"
+#include "gps/kvd_gps_trimble.h"
+#include "mgr/trace_groups.h"
+#include "node/sig.h"
+#include "node/trace.h"
+
+#include <cstring>
+#include <string_view>
+
+namespace {
+
+using gps::state;
+
+// ms
+constexpr OSTIME WAIT_FOR_VALID_TIME       = 60'000;
+constexpr OSTIME WAIT_FOR_OPERATIONAL_TIME = 60'000;
+constexpr OSTIME OPERATIONAL_TIME          = 120'000;
+constexpr OSTIME VALID_TIME                = 800;   // below the second between two timing sentences
+
+constexpr u8 SETUP_AFTER = 6;   // timing sentences in another observation mode than the one wanted
+
+// ---- timers -------------------------------------------------------------------------------------
+
+void cancel(TimerRef& timer)
+{
+    if (timer != 0) ose::cancel_tmo(&timer);
+    timer = 0;
+}
+
+void startWaitForValid()
+{
+    TimerRef& timer = state().waitForValidTmoRef;
+    if (timer == 0) timer = ose::request_tmo(WAIT_FOR_VALID_TIME, KVD_TUGPS_WAIT_FOR_VALID_MSG);
+    if (timer == 0)
+        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Timer waitForValidTmoRef failed to start!");
+}
+
+void startWaitForOperational()
+{
+    TimerRef& timer = state().waitForOperationalTmoRef;
+    if (timer == 0)
+        timer = ose::request_tmo(WAIT_FOR_OPERATIONAL_TIME, KVD_TUGPS_WAIT_FOR_OPERATIONAL_TIMEOUT);
+    if (timer == 0)
+        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Timer waitForOperationalTmoRef failed to start!");
+}
+
+void startOperational()
+{
+    TimerRef& timer = state().operationalTmoRef;
+    if (timer == 0) timer = ose::request_tmo(OPERATIONAL_TIME, KVD_TUGPS_OPERATIONAL_TIMEOUT);
+    if (timer == 0)
+        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Timer operationalTmoRef failed to start!");
+}
+
+void startValid()
+{
+    TimerRef& timer = state().validTmoRef;
+    if (timer == 0) timer = ose::request_tmo(VALID_TIME, KVD_TUGPS_VALID_TIMEOUT);
+    if (timer == 0) KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Timer validTmoRef failed to start!");
+}
+
+void restartOperational()
+{
+    TimerRef& timer = state().operationalTmoRef;
+    if (timer != 0) ose::reset_tmo(&timer, OPERATIONAL_TIME);
+}
+
+void restartValid()
+{
+    if (state().validTmoRef != 0)
+        ose::reset_tmo(&state().validTmoRef, VALID_TIME);
+    else
+        startValid();
+}
+
+// ---- observation mode ---------------------------------------------------------------------------
+
+/// Asks the receiver for a fixed position or for a survey and remembers the wish.
+void setUpMode(bool fixedPosition)
+{
+    if (KvdLoz6TuGps_gpsState() < GPS_INIT_SERIAL_PORT) {
+        KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "Serial port unitialised, no data sent to GPSS.");
+        return;
+    }
+    const u32 gpssType = KvdLoz6TuGps_receiver().gpssType;
+    if (gpssType != GPSS_NORVANE_COMBINED && gpssType != GPSS_FURUNO_GPS02) return;
+    KvdLoz6TuGps_queueModeSetup(fixedPosition);
+    state().fixedPosition = fixedPosition ? 1 : 0;
+}
+
+/// True when the receiver has now been in another mode for as long as is tolerated.
+bool countModeRetry()
+{
+    if (++state().modeRetries < SETUP_AFTER) return false;
+    state().modeRetries = 0;
+    return true;
+}
+
+void checkPositionMode()
+{
+    const GpsReceiver& receiver = KvdLoz6TuGps_receiver();
+    const bool usable = receiver.timeNotValid == 0;
+    const bool fixed = state().fixedPosition != 0;
+    if (fixed && receiver.gpssType == GPSS_NORVANE_COMBINED && usable &&
+        receiver.observationMode != GPS_POSITION_HOLD) {
+        if (KvdLoz6TuGps_norvane().GPsts_positionHoldMode == 0) {
+            state().modeRetries = 0;
+        } else if (countModeRetry()) {
+            KVD_TRACE(TRACE_TUGPS, TRACE_INFO,
+                      "GPSS not in Fixed Observation Point mode, resending setup");
+            setUpMode(true);
+        }
+    } else if (!fixed && usable && receiver.observationMode != GPS_SURVEY) {
+        if (countModeRetry()) {
+            KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "GPSS not in Survey mode, resending setup");
+            setUpMode(false);
+        }
+    } else {
+        state().modeRetries = 0;
+    }
+}
+
+// ---- which kind of receiver ---------------------------------------------------------------------
+
+constexpr u8 SEEN_GPTPS = 1, SEEN_GPPPR = 2, SEEN_GPSTS = 4;
+/// A receiver that hasn't sent GPsts by then is believed to have none.
+constexpr u8 SETTLED_AFTER = 7;   // valid sentences
+
+void noteSentenceType(const char* text)
+{
+    constexpr std::size_t TYPE_AT = 5, TYPE_LENGTH = 5, LONGER_THAN = 19;
+    if (text[0] != 'P' || std::strlen(text) <= LONGER_THAN) return;
+    const std::string_view type(text + TYPE_AT, TYPE_LENGTH);
+    if (type == "GPtps") state().seenTypes |= SEEN_GPTPS;
+    if (type == "GPppr") state().seenTypes |= SEEN_GPPPR;
+    if (type == "GPsts") state().seenTypes |= SEEN_GPSTS;
+}
+
+u32 typeOf(u8 seenTypes)
+{
+    const bool status = (seenTypes & SEEN_GPSTS) != 0;
+    if ((seenTypes & SEEN_GPTPS) != 0) return status ? GPSS_FURUNO_GPS02 : GPSS_PENDING_FURUNO;
+    if ((seenTypes & SEEN_GPPPR) != 0) return status ? GPSS_NORVANE_COMBINED : GPSS_PENDING;
+    return GPSS_UNKNOWN;
+}
+
+bool isSettled(u32 gpssType)
+{
+    return gpssType != GPSS_UNKNOWN && gpssType != GPSS_PENDING && gpssType != GPSS_PENDING_FURUNO;
+}
+
+void detectReceiver(const char* text)
+{
+    noteSentenceType(text);
+    u32 gpssType = typeOf(state().seenTypes);
+    if (state().seenCount <= SETTLED_AFTER)
+        ++state().seenCount;
+    else if (gpssType == GPSS_PENDING)
+        gpssType = GPSS_NORVANE;
+    else if (gpssType == GPSS_PENDING_FURUNO)
+        gpssType = GPSS_FURUNO;
+    KvdLoz6TuGps_setGpssType(gpssType);
+    if (!isSettled(gpssType)) return;
+
+    state().seenTypes = 0;
+    state().seenCount = 0;
+    gps::enter(GPS_WAIT_FOR_OPERATIONAL);
+    startWaitForOperational();
+    if (gpssType == GPSS_FURUNO_GPS02) gps::checkSelfTest();
+}
+
+// ---- sentences, by state ------------------------------------------------------------------------
+
+bool isTimingWithTime(const GpsSentenceType& type)
+{
+    return type.sentenceClass == GPS_CLASS_TIMING && KvdLoz6TuGps_receiver().timeValid == 1;
+}
+
+void inWaitForOperational(const GpsSentenceType& type)
+{
+    if (type.sentenceClass != GPS_CLASS_TIMING) return;
+    KVD_TRACE(TRACE_TUGPS, TRACE_4, "Timing message received in wait for operational state");
+    cancel(state().waitForOperationalTmoRef);
+    if (KvdLoz6TuGps_receiver().timeValid == 1) {
+        startOperational();
+        gps::enter(GPS_OPERATIONAL);
+        cancel(state().additionalInfoSuprTmoRef);
+        gps::report();
+    } else {
+        startWaitForOperational();
+    }
+    gps::cancelAlarmSuppression();
+    checkPositionMode();
+}
+
+void inOperational(const GpsSentenceType& type)
+{
+    if (!isTimingWithTime(type)) return;
+    restartOperational();
+    startValid();
+    checkPositionMode();
+    gps::enter(GPS_OPERATIONAL_WITH_VALID_TIME);
+}
+
+void inOperationalWithValidTime(const GpsSentenceType& type)
+{
+    if (!isTimingWithTime(type)) return;
+    restartOperational();
+    restartValid();
+    checkPositionMode();
+}
+
+void onParsedSentence(const char* text)
+{
+    const u32 gpsState = KvdLoz6TuGps_gpsState();
+    GpsSentenceType type;
+    if (KvdLoz6TuGps_parseSentence(text, type) == 0) {
+        if (gpsState == GPS_WAIT_FOR_VALID_MSG)
+            KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "Not a valid message");
+        return;
+    }
+    switch (gpsState) {
+    case GPS_WAIT_FOR_VALID_MSG:
+        cancel(state().waitForValidTmoRef);
+        detectReceiver(text);
+        break;
+    case GPS_WAIT_FOR_OPERATIONAL: inWaitForOperational(type);       break;
+    case GPS_OPERATIONAL:          inOperational(type);              break;
+    default:                       inOperationalWithValidTime(type); break;
+    }
+    KvdLoz6TuGps_recoverySentence(type.kind);
+}
+
+/// The text lies inside its buffer and ends where its length says.
+bool isWhole(const KvdTugpsNmeaMsgRec& rec, u32 bufferSize)
+{
+    const u32 room = bufferSize - static_cast<u32>(offsetof(KvdTugpsNmeaMsgRec, text));
+    return rec.length < room && rec.text[rec.length] == '\0';
+}
+
+void lookForReceiverAnew()
+{
+    cancel(state().waitForSelfTestTmoRef);
+    gps::enter(GPS_WAIT_FOR_ANY_MSG);
+}
+
+/// A time-out that was queued already when supervision ended must not wake the machine.
+bool isRunning() { return KvdLoz6TuGps_gpsState() != GPS_UN_INIT; }
+
+}  // namespace
+
+void gps::resetReceiverData()
+{
+    KvdLoz6TuGps_resetSatellites();
+    KvdLoz6TuGps_resetVersion();
+    KvdLoz6TuGps_resetModule();
+    KvdLoz6TuGps_resetReceiver();
+}
+
+void gps::enter(u32 gpsState)
+{
+    KvdLoz6TuGps_storeGpsState(gpsState);
+    if (gpsState == GPS_WAIT_FOR_ANY_MSG) resetReceiverData();
+    if (gpsState >= GPS_WAIT_FOR_ANY_MSG && gpsState <= GPS_WAIT_FOR_OPERATIONAL)
+        reportStatusChange();
+}
+
+void gps::gpsNmeaMsgRecv(const KvdTugpsNmeaMsgRec* rec, u32 bufferSize)
+{
+    if (rec == nullptr || !isWhole(*rec, bufferSize)) return;
+    KvdLoz6TuGps_capture(rec->text, rec->length, GPS_CAPTURE_RECEIVED);
+    ++state().numberOfNmeaMsgs;
+    switch (KvdLoz6TuGps_gpsState()) {
+    case GPS_UN_INIT:
+    case GPS_INIT_SERIAL_PORT:
+        break;
+    case GPS_WAIT_FOR_ANY_MSG:
+        enter(GPS_WAIT_FOR_VALID_MSG);
+        startWaitForValid();
+        break;
+    case GPS_WAIT_FOR_VALID_MSG:
+    case GPS_WAIT_FOR_OPERATIONAL:
+    case GPS_OPERATIONAL:
+    case GPS_OPERATIONAL_WITH_VALID_TIME:
+        onParsedSentence(rec->text);
+        break;
+    default:
+        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Unknown State");
+        break;
+    }
+}
+
+void gps::onSerialPortInitialised()
+{
+    if (KvdLoz6TuGps_gpsState() == GPS_INIT_SERIAL_PORT) lookForReceiverAnew();
+}
+
+void gps::onWaitForValidTimeout()
+{
+    state().waitForValidTmoRef = 0;
+    if (isRunning()) lookForReceiverAnew();
+}
+
+void gps::onWaitForOperationalTimeout()
+{
+    state().waitForOperationalTmoRef = 0;
+    if (isRunning()) lookForReceiverAnew();
+}
+
+void gps::onOperationalTimeout()
+{
+    state().operationalTmoRef = 0;
+    if (!isRunning()) return;
+    enter(GPS_WAIT_FOR_OPERATIONAL);
+    startWaitForOperational();
+}
+
+void gps::onValidTimeout()
+{
+    state().validTmoRef = 0;
+    if (!isRunning()) return;
+    KvdLoz6TuGps_receiver().gpsCurrentTime = 0.0;
+    enter(GPS_OPERATIONAL);
+}
+
+void gps::setFixedPosition(u32 wanted) { setUpMode(wanted == 1); }
+
+void gps::cancelAllTimers()
+{
+    State& st = state();
+    for (TimerRef* timer : {&st.suprAlarmTmoRef, &st.additionalInfoSuprTmoRef,
+                            &st.waitForValidTmoRef, &st.waitForOperationalTmoRef,
+                            &st.operationalTmoRef, &st.validTmoRef, &st.waitForSelfTestTmoRef})
+        cancel(*timer);
+    KvdLoz6TuGps_cancelSatelliteTimers();
+    KvdLoz6TuGps_stopSending();
+}

@@ -1,0 +1,326 @@
+#include "gps/kvd_gps_norvane.h"
+
+#include "fifo/kvd_fifo_gps.h"
+#include "fifo/kvd_fifo_skyview.h"
+#include "gps/kvd_gps_fields.h"
+#include "gps/kvd_gps_osl.h"
+#include "gps/kvd_gps_receiver.h"
+#include "iif/kvd_iifadm_send.h"
+#include "ose/module_data.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+using gps::Fields;
+using gps::LEVEL_CONTENT;
+using gps::LEVEL_REFUSED;
+using gps::Sentence;
+
+constexpr u64 WEEK_s = 604'800;
+constexpr u32 GPS_FRO_CLASS = 3;          // of the GPS reference's quality level
+constexpr u8  GPSS_FREE_RUNNING = 1, GPSS_1PPS_NOT_SYNCHRONISED = 3;
+
+struct State {
+    GpsNorvane said;
+    GpsSelfTestRecord selfTest;
+    GpsNorvaneCounters counters;
+    bool overridden = false;
+    u8   overrideStatus = 0;
+};
+ose::ModuleData<State> s;
+
+/// Address and sentence type, the first two fields of each sentence.
+template <u32 SIZE>
+bool skipHead(Fields<SIZE>& field)
+{
+    return field.next() && field.next();
+}
+
+void storeStatus(u8 gpssStatus)
+{
+    if (gpssStatus != s->said.gpssStatus) {
+        KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "QualityLevelInd (GPS) gpssStatus: %u -> %u",
+                  s->said.gpssStatus, gpssStatus);
+        KvdLoz6TuIifAdm_sendQualityLevelInd(0, GPS_FRO_CLASS,
+                                            gpssStatus > GPSS_FREE_RUNNING ? 1 : 0, 0);
+    }
+    s->said.gpssStatus = gpssStatus;
+}
+
+/// What the report means for the time of day.
+void storeTime(u8 gpssStatus, u8 gpssFaulty)
+{
+    GpsReceiver& receiver = KvdLoz6TuGps_receiver();
+    if (gpssFaulty != 0 || gpssStatus == GPSS_1PPS_NOT_SYNCHRONISED) {
+        receiver.timeNotValid = 1;
+        receiver.timeValid = 0;
+        KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPppr time not valid");
+        return;
+    }
+    receiver.timeValid = 1;
+    receiver.timeNotValid = 0;
+    if (gpssStatus <= GPSS_FREE_RUNNING)
+        receiver.gpsCurrentTime =
+            static_cast<double>(receiver.gpsTimeWeek * WEEK_s + receiver.gpsTow);
+}
+
+void setObservationMode(u8 pp1state)
+{
+    u8& mode = KvdLoz6TuGps_receiver().observationMode;
+    switch (pp1state) {
+    case 1:
+        mode = GPS_SURVEY;
+        KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Observation Point Mode: Survey");
+        break;
+    case 2:
+        mode = GPS_POSITION_HOLD;
+        KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Observation Point Mode: Position Hold");
+        break;
+    default:
+        mode = GPS_MODE_UNKNOWN;
+        KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Observation Point Mode: Unknown");
+        break;
+    }
+}
+
+void setCapabilities(const char* text)
+{
+    std::memset(s->said.capabilities, 0, sizeof s->said.capabilities);
+    std::memcpy(s->said.capabilities, text,
+                std::min(std::strlen(text), sizeof s->said.capabilities - 1));
+    // A shorter text leaves a NUL here, which is no capability either.
+    const int glonass = s->said.capabilities[4] - '0';
+    s->said.glonassCapability = glonass == 1 || glonass == 2 ? static_cast<u8>(glonass) : u8{0};
+    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "%s",
+              s->said.glonassCapability != 0 ? "Glonass supported" : "Glonass not supported");
+}
+
+// ---- GPout ----
+
+constexpr u32 REMOTE_STATE_MAX = 18;
+
+const char* remoteStateText(u32 state)
+{
+    static constexpr const char* TEXT[REMOTE_STATE_MAX + 1] = {
+        "UNKNOWN", "WARMUP", "SYNCH1", "SYNCH2", "SYNCH3", "FREQ_LOCKED", "FREQ_HOLDOVER",
+        "FREERUNNING", "LOSS_OF_TRACKING", "FAILURE", "RC_UNKNOWN", "TIME_OFFSET_LOCKED",
+        "TIME_OFFSET_HOLDOVER", "RNT_TIME_LOCKED", "RNT_TIME_HOLDOVER", "INTER_DU_TIME_LOCKED",
+        "INTER_DU_TIME_HOLDOVER", "PRE_JUMP_START", "PRE_JUMP_HIST"};
+    return state <= REMOTE_STATE_MAX ? TEXT[state] : TEXT[0];
+}
+
+/// Stores `value`, or `replacement` (traced) when it is above `highest`.
+void storeRemote(u8& stored, u32 value, u32 highest, u8 replacement, const char* name)
+{
+    if (value > highest) {
+        KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "Unexpected value for %s in GPout message : %u", name,
+                  value);
+        value = replacement;
+    }
+    stored = static_cast<u8>(value);
+}
+
+void setRemoteRadioClockState(u32 value)
+{
+    const u8 before = s->said.remoteRadioClockState;
+    storeRemote(s->said.remoteRadioClockState, value, REMOTE_STATE_MAX, RC_UNKNOWN,
+                "remoteRadioClockState");
+    const u8 now = s->said.remoteRadioClockState;
+    if (now == before) return;
+    KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "Remote Radio Clock State changed from %s (%u) to %s (%u)",
+              remoteStateText(before), before, remoteStateText(now), now);
+    KvdLoz6GpsOsl_storeRemoteState(now);
+    KvdLoz6GpsOsl_sendRemoteState();
+}
+
+}  // namespace
+
+int KvdLoz6TuGps_parsePxxxGPppr(const char* text)
+{
+    // The Norvane protocol is in use, whatever becomes of this sentence.
+    if (KvdLoz6TuGps_receiver().gpssType == GPSS_FURUNO_GPS02)
+        KvdLoz6TuGps_setGpssType(GPSS_NORVANE_COMBINED);
+
+    const Sentence sentence = gps::inspect(text);
+    if (!gps::requiredChecksumPasses(sentence, "GPppr")) return 0;
+    if (!gps::lengthPasses(sentence, 35, 40, "GPppr")) return 0;
+    Fields<8> field(sentence);
+    if (!skipHead(field)) return 0;
+    ++s->counters.numberOfPNVXGPppr;
+    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Received Periodic PPS report");
+
+    GpsReceiver& receiver = KvdLoz6TuGps_receiver();
+    if (!field.next()) return 0;
+    receiver.gpsTow = gps::toNumber(field.value);
+    if (!field.next()) return 0;
+    receiver.gpsTimeWeek = gps::toNumber(field.value);
+    if (!field.next()) return 0;
+    if (!field.next()) return 0;
+    if (!field.next()) return 0;
+    const u8 gpssStatus =
+        s->overridden ? s->overrideStatus : static_cast<u8>(gps::toNumber(field.value));
+    storeStatus(gpssStatus);
+    if (!field.next()) return 0;
+    const u8 gpssFaulty = static_cast<u8>(gps::toNumber(field.value));
+    s->said.gpssFaulty = gpssFaulty;
+    s->selfTest.gpssFaulty = gpssFaulty;
+    ++s->selfTest.gppprCount;
+    if (!gps::fullyParsed(sentence, field.consumed(), "GPppr")) return 0;
+
+    KvdLoz6FifoGps_storeGpppr(receiver.gpsTow, receiver.gpsTimeWeek, gpssStatus, gpssFaulty);
+    storeTime(gpssStatus, gpssFaulty);
+    return 1;
+}
+
+int KvdLoz6TuGps_parsePxxxGPsts(const char* text)
+{
+    const Sentence sentence = gps::inspect(text);
+    if (!gps::requiredChecksumPasses(sentence, "GPsts")) return 0;
+    if (!gps::lengthPasses(sentence, 24, 80, "GPsts")) return 0;
+    Fields<61> field(sentence);
+    if (!skipHead(field)) return 0;
+    ++s->counters.numberOfPNVXGPsts;
+    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Received GPSS Status");
+
+    GpsNorvane& said = s->said;
+    if (!field.next()) return 0;
+    said.GPsts_pp1state = static_cast<u8>(gps::toNumber(field.value));
+    setObservationMode(said.GPsts_pp1state);
+    if (!field.next()) return 0;
+    said.GPsts_positionHoldMode = static_cast<u8>(gps::toNumber(field.value));
+    if (!field.next()) return 0;
+    said.GPsts_antennaPortSts = static_cast<u8>(gps::toNumber(field.value));
+    if (!field.next()) return 0;
+    setCapabilities(field.value);
+
+    KvdLoz6FifoGps_storeGpsts(said.GPsts_pp1state, said.GPsts_positionHoldMode,
+                              said.GPsts_antennaPortSts, said.capabilities);
+    KvdLoz6FifoGps_closeRecord();
+    KvdLoz6FifoSkyView_tick();
+    return 1;
+}
+
+int KvdLoz6TuGps_parsePxxxGPver(const char* text)
+{
+    const Sentence sentence = gps::inspect(text);
+    if (!gps::requiredChecksumPasses(sentence, "GPver")) return 0;
+    if (!gps::lengthPasses(sentence, 17, 77, "GPver")) return 0;
+    Fields<GPVER_TEXT> field(sentence);
+    if (!skipHead(field)) return 0;
+    ++s->counters.numberOfPNVXGPver;
+    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Received GPSS Version");
+
+    for (char* stored : {s->said.productDesignation, s->said.productNo, s->said.productRev,
+                         s->said.additionalInformation}) {
+        if (!field.next()) return 0;
+        std::memcpy(stored, field.value, GPVER_TEXT);
+    }
+    // A receiver of the Furuno dialect that can tell its version is no GPS01.
+    if (KvdLoz6TuGps_receiver().gpssType == GPSS_FURUNO)
+        KvdLoz6TuGps_setGpssType(GPSS_FURUNO_GPS02);
+    return 1;
+}
+
+int KvdLoz6TuGps_parsePxxxGPavp(const char* text)
+{
+    const Sentence sentence = gps::inspect(text);
+    if (!gps::requiredChecksumPasses(sentence, "GPavp")) return 0;
+    if (!gps::lengthPasses(sentence, 49, 53, "GPavp")) return 0;
+    Fields<14> field(sentence);
+    if (!skipHead(field)) return 0;
+    ++s->counters.numberOfPNVXGPavp;
+
+    GpsPosition position;
+    if (!field.next()) return 0;
+    const gps::DegMin latitude = gps::toDegMin(field.value, 2);
+    if (!field.next()) return 0;
+    if (!field.is('N') && !field.is('S')) {
+        KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPavp: Error in latitude direction value");
+        return 0;
+    }
+    position.latitude = {latitude.deg, latitude.min, latitude.fractMin,
+                         field.is('N') ? u8{GPS_NORTH} : u8{GPS_SOUTH}};
+    if (!field.next()) return 0;
+    const gps::DegMin longitude = gps::toDegMin(field.value, 3);
+    if (!field.next()) return 0;
+    if (!field.is('E') && !field.is('W')) {
+        KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPavp: Error in longitude direction value");
+        return 0;
+    }
+    position.longitude = {longitude.deg, longitude.min, longitude.fractMin,
+                          field.is('E') ? u8{GPS_EAST} : u8{GPS_WEST}};
+    if (!field.next()) return 0;
+    position.altitude = gps::toDouble(field.value);
+    if (!field.next()) return 0;
+
+    KvdLoz6TuGps_receiver().averaged = position;
+    KvdLoz6FifoGps_storeGpavp(position);
+    return 1;
+}
+
+int KvdLoz6TuGps_parsePxxxGPout(const char* text)
+{
+    const Sentence sentence = gps::inspect(text);
+    if (!gps::requiredChecksumPasses(sentence, "GPout")) return 0;
+    if (!gps::lengthPasses(sentence, 24, 27, "GPout")) return 0;
+    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPout: Sentence length: %u chars", sentence.length);
+    Fields<4> field(sentence);
+    if (!skipHead(field)) return 0;
+    ++s->counters.numberOfPNVXGPout;
+
+    GpsNorvane& said = s->said;
+    if (!field.next()) return 0;
+    setRemoteRadioClockState(gps::toNumber(field.value));
+    if (!field.next()) return 0;
+    storeRemote(said.remoteJumpIndication, gps::toNumber(field.value), 1, 0,
+                "remoteJumpIndication");
+    if (!field.next()) return 0;
+    storeRemote(said.gnssTimePresent, gps::toNumber(field.value), 2, 0, "GNSS Time Present");
+    if (!field.next()) return 0;
+    storeRemote(said.gnssDataPresent, gps::toNumber(field.value), 1, 0, "GNSS Data Present");
+    if (!field.next()) return 0;
+    storeRemote(said.isMaster, gps::toNumber(field.value), 1, 0, "is Master field");
+    return 1;
+}
+
+const GpsNorvane& KvdLoz6TuGps_norvane() { return s->said; }
+GpsSelfTestRecord& KvdLoz6TuGps_selfTestRecord() { return s->selfTest; }
+const GpsNorvaneCounters& KvdLoz6TuGps_norvaneCounters() { return s->counters; }
+void KvdLoz6TuGps_clearNorvaneCounters() { s->counters = {}; }
+
+void KvdLoz6TuGps_resetVersion()
+{
+    for (char* text : {s->said.productDesignation, s->said.productNo, s->said.productRev,
+                       s->said.additionalInformation}) {
+        std::memset(text, 0, GPVER_TEXT);
+        std::strcpy(text, "Unknown");
+    }
+}
+
+bool KvdLoz6TuGps_isFirmware(const char* additionalInformation)
+{
+    return std::strcmp(s->said.additionalInformation, additionalInformation) == 0;
+}
+
+bool KvdLoz6TuGps_isGps02()
+{
+    return KvdLoz6TuGps_isFirmware("110624") || KvdLoz6TuGps_isFirmware("120510");
+}
+
+void KvdLoz6TuGps_overrideGpssStatus(bool enabled, u8 gpssStatus)
+{
+    s->overridden = enabled;
+    s->overrideStatus = gpssStatus;
+}
+
+const char* KvdLoz6TuGps_gpssStatusText(u8 gpssStatus)
+{
+    switch (gpssStatus) {
+    case 0:  return "GPS Locked";
+    case GPSS_FREE_RUNNING: return "Free Running";
+    case GPSS_1PPS_NOT_SYNCHRONISED: return "1PPS not Synchronized";
+    default: return "<Unknown>";
+    }
+}

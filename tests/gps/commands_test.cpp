@@ -1,0 +1,235 @@
+// The operator's commands on the GPS receiver: when they are refused, what they print and send.
+#include "gps/kvd_gps_norvane.h"
+#include "tests/gps/gps_line.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using bench::GpsLine;
+using testing::HasSubstr;
+
+struct Case { const char* line; int result; const char* output; };
+
+void expectAll(GpsLine& unit, std::initializer_list<Case> cases)
+{
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.line);
+        EXPECT_EQ(unit.type(c.line), c.result);
+        EXPECT_EQ(unit.output, c.output);
+    }
+}
+
+const std::string BLANKS_80 = "A" + std::string(78, ' ') + "B";
+
+TEST(GpsCommands, AreRefusedWithoutAReceiverOfTheReference)
+{
+    constexpr const char* NOT_SENT = "Sending messages to GPS receiver is not allowed.\n"
+                                     "Please check sync reference and state defined on node.\n";
+    constexpr const char* NOT_CAUGHT = "Can't start capturing messages.\n"
+                                       "Please check sync reference and state defined on node.\n";
+    constexpr const char* NO_PROTOCOL = "Protocol change is not supported.\n"
+                                        "Please check GPS reference and state defined on node.\n";
+    constexpr const char* NO_GPS01 =
+        "GPS receiver can't be reset, message to GPS receiver can't be send.\n"
+        "Please check GPS reference and state defined on node.\n";
+    constexpr const char* NO_RESET =
+        "Connected GPS receiver couldn't be reset.\n"
+        "Please check state of GpsSyncRef and GPS receiver connected to the node.\n";
+    GpsLine unit(GPSS_NORVANE);                 // another unit's output
+    unit.supervise(GPS_REF, false);
+    expectAll(unit, {{"gpsprot chprot Furuno", 20,
+                      "Protocol change is not supported.\n"
+                      "Please check GPS reference and state defined on node"},
+                     {"gpscapture start", 20, NOT_CAUGHT},
+                     {"gps01reset execute", 20,
+                      "GPS module can't be reset, message to GPS module can't be send.\n"
+                      "Please check GPS reference defined on node.\n"},
+                     {"gps02reset all", 20, NOT_SENT},
+                     {"gpssend nmea PTNLQBA", 20, NOT_SENT},
+                     {"kvdgpsreset", 20, NO_RESET},
+                     {"gpsskyview start", 20, "Usage: Take cmd 'man gpsskyview' for help info\n"}});
+    unit.supervise(GPS_REF, true);
+    unit.setType(GPSS_NORVANE);
+    expectAll(unit, {{"gpsprot chprot Furuno", 20, NO_PROTOCOL},
+                     {"gps01reset execute", 20, NO_GPS01},
+                     {"gps02reset all", 20, "Connected GPS module is not a GPS02.\n"},
+                     {"gpssend nmea PTNLQBA", 20, NOT_SENT},
+                     {"kvdgpsreset HRV", 20, NO_RESET}});
+    unit.run(2.0);
+    EXPECT_TRUE(unit.sent.empty());
+}
+
+TEST(GpsCommands, RefuseWrongWords)
+{
+    GpsLine unit(GPSS_FURUNO_GPS02, "120510");
+    for (const std::string name : {"gpsprot", "gpscapture", "gps01reset", "gps02reset", "gpsstatus",
+                                   "gpssend", "gpsskyview"}) {
+        const std::string usage = "Usage: Take cmd 'man " + name + "' for help info\n";
+        expectAll(unit, {{(name + " nonsense").c_str(), 20, usage.c_str()},
+                         {(name + " start stop 1 2").c_str(), 20, usage.c_str()}});
+    }
+    for (const char* line : {"gpscapture start 0", "gpscapture start 101", "gpscapture start -tx 0",
+                             "gpscapture start 5 -tx", "gpscapture display 1", "gpsprot chprot",
+                             "gpsprot chprot norcomb", "gpsstatus 0", "gpsstatus -1",
+                             "gpssend nmea"}) {
+        EXPECT_EQ(unit.type(line), 20) << line;
+        EXPECT_THAT(unit.output, HasSubstr("Usage: Take cmd 'man gps")) << line;
+    }
+    for (const char* line : {"gengpssstatus", "gengpssstatus 2", "gengpssstatus 03",
+                             "gentimestandard 0", "gentimestandard stop 1"}) {
+        EXPECT_EQ(unit.type(line), 20) << line;
+        EXPECT_THAT(unit.output, HasSubstr("Usage: gen")) << line;
+    }
+    expectAll(unit, {{"kvdgpsreset GRM", 20, "Usage: kvdgpsreset <HRV>\n"},
+                     {"kvdgpstrace now", 20, "\nUsage: kvdgpstrace \n"}});
+}
+
+TEST(GpsCommands, ReachTheReceiver)
+{
+    constexpr const char* SENT = "\nNMEA message sent to GPS module\n";
+    constexpr const char* WRONG = "\nWrong message entered, please check entered message\n";
+    constexpr const char* NOT_GPS01 = "Connected GPS module is not GPS01\n";
+    struct Sends { u32 gpssType; const char* firmware; Case command; const char* sent; };
+    const Sends cases[] = {
+        {GPSS_FURUNO_GPS02, "120510",
+         {"gpsprot chprot Norcomb", 0,
+          "GPS protocol change to Norvane Combined protocol has been ordered.\n"
+          "Actual protocol can be checked with coli command \"gpsstatus\".\n"},
+         "$PNVX,GPper,1*51\r\n"},
+        {GPSS_FURUNO_GPS02, "120510",
+         {"gpsprot chprot Furuno", 0, "GPS protocol is already set to Furuno protocol.\n"}, ""},
+        {GPSS_NORVANE_COMBINED, "",
+         {"gpsprot chprot Norcomb", 0,
+          "GPS protocol is already set to Norvane Combined protocol.\n"}, ""},
+        {GPSS_NORVANE_COMBINED, "",
+         {"gpsprot chprot Furuno", 0, "GPS protocol change to Furuno protocol has been ordered.\n"
+          "Actual protocol can be checked with coli command \"gpsstatus\".\n"},
+         "$PFEC,GPset,Z1\r\n"},
+        {GPSS_FURUNO, "",
+         {"gpsprot chprot Norcomb", 20,
+          "GPS receiver does not support changing of protocol.\n"}, ""},
+        {GPSS_FURUNO, "",
+         {"gps01reset execute", 0, "GPS01 receiver has been reset, "
+          "wait for additional time for receiver to become stable.\n"},
+         "$PFEC,GPset,Z1\r\n$PFEC,GPclr,1\r\n"},
+        {GPSS_FURUNO, "120510", {"gps01reset execute", 20, NOT_GPS01}, ""},
+        {GPSS_NORVANE_COMBINED, "", {"gps01reset execute", 20, NOT_GPS01}, ""},
+        {GPSS_FURUNO_GPS02, "130101",
+         {"gps02reset all", 20, "Connected GPS module is not a GPS02.\n"}, ""},
+        {GPSS_FURUNO_GPS02, "110624",
+         {"gps02reset module", 0, "Request for resetting the GPS02 receiver is sent.\n"},
+         "$PTNLSRT,C,0*20\r\n"},
+        {GPSS_FURUNO_GPS02, "120510",
+         {"kvdgpsreset HRV", 0, "Reset of HRV on connected GPS receiver has been initiated.\n"},
+         "$PNVX,GPdbg,r,s*4B\r\n"},
+        {GPSS_FURUNO_GPS02, "110624",
+         {"kvdgpsreset HRV", 20, "Reset of HRV on connected GPS receiver isn't supported.\n"}, ""},
+        {GPSS_FURUNO_GPS02, "130101",
+         {"kvdgpsreset", 0, "Reset of GRM on connected GPS receiver has been initiated.\n"},
+         "$PNVX,GPrst,S,1*3C\r\n"},
+        {GPSS_FURUNO_GPS02, "",
+         {"kvdgpsreset", 20, "Reset of GRM on connected GPS receiver isn't supported.\n"}, ""},
+        {GPSS_FURUNO, "", {"gpssend nmea PFEC,GPclr,1", 0, SENT},
+         "$PFEC,GPclr,1*4B\r\n"},
+        {GPSS_FURUNO_GPS02, "", {"gpssend nmea \\\"$PTNLQBA\\\"", 0, SENT},
+         "$PTNLQBA*54\r\n"},
+        {GPSS_FURUNO_GPS02, "", {"gpssend nmea $PTNLQBA*00", 0, SENT},
+         "$PTNLQBA*00\r\n"},
+        {GPSS_FURUNO_GPS02, "",
+         {"gpssend nmea A:B", 20, WRONG}, ""},
+        {GPSS_FURUNO_GPS02, "",
+         {"gpssend nmea A)B", 20, WRONG}, ""},
+        {GPSS_FURUNO_GPS02, "",
+         {"gpssend nmea $", 20, WRONG}, ""},
+    };
+    for (const Sends& c : cases) {
+        SCOPED_TRACE(std::string(c.command.line) + " to type " + std::to_string(c.gpssType));
+        GpsLine unit(c.gpssType, c.firmware);
+        expectAll(unit, {c.command});
+        unit.run(1.0);
+        std::string sent;
+        for (const std::string& write : unit.sent) sent += write;
+        EXPECT_EQ(sent, c.sent);
+    }
+}
+
+TEST(GpsCommands, SendUpTo80Characters)
+{
+    GpsLine unit(GPSS_FURUNO_GPS02, "120510");
+    EXPECT_EQ(unit.type("gpssend nmea \"" + BLANKS_80 + "\""), 0);
+    unit.run(1.0);
+    ASSERT_EQ(unit.sent.size(), 1u);
+    EXPECT_EQ(unit.takeSent()[0], "$" + BLANKS_80 + "*03\r\n");
+    EXPECT_EQ(unit.type("gpssend nmea \"" + BLANKS_80 + "C\""), 20);
+    EXPECT_EQ(unit.output, "Wrong message entered, maximum size allowed is 80 characters.\n"
+                           "Please check entered message.\n");
+    expectAll(unit, {{"gps02reset buffer", 0, "Request for clearing the GPS02 buffer is sent.\n"}});
+    unit.run(22.0);
+    EXPECT_EQ(unit.takeSent().size(), 20u);
+    expectAll(unit, {{"gps02reset all", 0, "Requests for clearing the receiver buffer "
+                                           "and resetting the GPS02 receiver are sent.\n"}});
+    unit.run(22.0);
+    EXPECT_EQ(unit.takeSent().size(), 21u);
+}
+
+TEST(Capture, TakesWhatIsWantedUpToItsLimit)
+{
+    GpsLine unit(GPSS_FURUNO_GPS02, "120510");
+    unit.node.setCalendar(1'700'000'000);       // 2023-11-14 22:13:20 UTC
+    const auto traffic = [&unit] {
+        unit.type("gpssend nmea PTNLQBA");
+        unit.type("gpssend nmea AB");
+        unit.node.serial().feed("$GPxxx,1\r\n$" + std::string(90, 'y') + "\r\n");
+        unit.run(1.0);
+    };
+    const std::string rx = "[2023-11-14 22:13:20] << GPxxx,1\n[2023-11-14 22:13:20] << "
+                           + std::string(83, 'y') + "\n";
+    const std::string tx = ">> $PTNLQBA*54\n", tx2 = ">> $AB*03\n";
+    constexpr const char* NOTHING = "No NMEA messages of wanted type were captured.\n";
+    expectAll(unit, {{"gpscapture display", 0, NOTHING},
+                     {"gpscapture start -rx", 0, ""}});
+    traffic();
+    expectAll(unit, {{"gpscapture display", 0, rx.c_str()}, {"gpscapture start -tx 1", 0, ""}});
+    traffic();
+    traffic();
+    ASSERT_EQ(unit.type("gpscapture display"), 0);
+    EXPECT_THAT(unit.output, testing::EndsWith(tx));
+    EXPECT_EQ(std::count(unit.output.begin(), unit.output.end(), '\n'), 1);
+    EXPECT_EQ(unit.type("gpscapture start 3"), 0);
+    traffic();
+    ASSERT_EQ(unit.type("gpscapture display"), 0);
+    EXPECT_THAT(unit.output,
+                testing::AllOf(HasSubstr("<< GPxxx,1\n"), HasSubstr("<< yyy"), HasSubstr(tx)));
+    EXPECT_EQ(unit.output.find(tx2), std::string::npos);
+    unit.supervise(GPS_REF, false);             // refused now, and empty afterwards
+    EXPECT_EQ(unit.type("gpscapture display"), 20);
+    unit.supervise(GPS_REF, true);
+    expectAll(unit, {{"gpscapture display", 0, NOTHING}});
+}
+
+TEST(GpsCommands, OrderTestValuesAndRecordings)
+{
+    GpsLine unit(GPSS_NORVANE_COMBINED);
+    const auto heard = [&unit] {
+        unit.say(bench::gpppr(100));
+        return unit.node.inProgram([] { return KvdLoz6TuGps_norvane().gpssStatus; });
+    };
+    expectAll(unit, {{"gengpssstatus 3", 0, "gengpssstatus enabled"}});
+    EXPECT_EQ(heard(), 3);
+    expectAll(unit, {{"gengpssstatus stop", 0, "gengpssstatus disabled"},
+                     {"gentimestandard 1", 0, "gentimestandard enabled"},
+                     {"gentimestandard stop", 0, "gentimestandard disabled"},
+                     {"kvdgpstrace", 0, "Collected data is dumped to file.\n"},
+                     {"gpsskyview stop", 20, "Sky-view data collection is not started.\n"}});
+    EXPECT_EQ(heard(), 0);
+    EXPECT_EQ(unit.type("gpsstatus"), 0);
+    EXPECT_THAT(unit.output, testing::Not(HasSubstr("GPS serial port initialized")));
+    EXPECT_EQ(unit.type("gpsstatus 99"), 0);
+    EXPECT_THAT(unit.output, HasSubstr("GPS serial port initialized"));
+    EXPECT_EQ(unit.type("gpsskyview start"), 0);
+    EXPECT_EQ(unit.type("gpsskyview start"), 20);
+    EXPECT_EQ(unit.type("gpsskyview stop"), 0);
+}
+
+}  // namespace

@@ -1,0 +1,111 @@
+// gps_unit.h - A connected unit with a receiver that says what the test writes down.
+#pragma once
+#include "gps/kvd_gps_common.h"
+#include "gps/kvd_gps_receiver.h"
+#include "gps/kvd_gps_state.h"
+#include "tests/ref/ref_unit.h"
+
+#include <string>
+#include <vector>
+
+namespace bench {
+
+/// "$body*XX\r\n".
+inline std::string nmea(const std::string& body)
+{
+    u32 sum = 0;
+    for (const char c : body) sum ^= static_cast<unsigned char>(c);
+    char end[8];
+    std::snprintf(end, sizeof end, "*%02X\r\n", sum & 0xFF);
+    return "$" + body + end;
+}
+
+/// A timing sentence of each protocol, `tow` in seconds of week 2245.
+inline std::string gpppr(u32 tow, u32 gpssStatus = 0, u32 gpssFaulty = 0)
+{
+    char body[64];
+    std::snprintf(body, sizeof body, "PNVX,GPppr,%06u,02245,00000,00,%u,%u", tow, gpssStatus,
+                  gpssFaulty);
+    return nmea(body);
+}
+inline std::string gptps(u32 tow, u32 timeStandard = 2, u32 ppsAvailable = 1)
+{
+    char body[96];
+    std::snprintf(body, sizeof body,
+                  "PFEC,GPtps,230115000000,%u,%u,2,230115000000,18,18,230115000000,2245,%06u",
+                  timeStandard, ppsAvailable, tow);
+    return nmea(body);
+}
+inline const std::string GPSTS_HOLD = nmea("PNVX,GPsts,2,1,0,00001");
+inline const std::string GPSTS_SURVEY = nmea("PNVX,GPsts,1,1,0,00001");
+
+struct GpsUnit : RefUnit {
+    std::string written;         // to the receiver
+    u32 tow = 100;
+
+    explicit GpsUnit(u32 raw = RAW_1PPS)
+    {
+        node.serial().onSent(
+            [this](const std::vector<u8>& bytes) { written.append(bytes.begin(), bytes.end()); });
+        toggles(raw);
+        supervise(GPS_REF, true);
+        ms(5);
+    }
+    void say(const std::string& text, i64 then_ms = 5)
+    {
+        node.serial().feed(text);
+        ms(then_ms);
+    }
+    /// A Norvane Combined receiver that has just been typed.
+    void typeAsCombined()
+    {
+        say("$x\r");             // whatever it is, it isn't looked at
+        say(gpppr(++tow));
+        say(GPSTS_HOLD);
+    }
+    void becomeOperational()
+    {
+        typeAsCombined();
+        say(gpppr(++tow));
+    }
+    void talk(u32 seconds, i64 period_ms = 700)
+    {
+        for (u32 i = 0; i < seconds; ++i) say(gpppr(++tow), period_ms);
+    }
+    u32 gpsState() { return node.inProgram(KvdLoz6TuGps_gpsState); }
+    GpsReceiver receiver()
+    {
+        return node.inProgram([] { return KvdLoz6TuGps_receiver(); });
+    }
+    u32 gpssType() { return receiver().gpssType; }
+    std::vector<u32> history()
+    {
+        return node.inProgram([] {
+            std::vector<u32> states;
+            for (u8 row = 0; row < KvdLoz6TuGps_stateHistoryCount(); ++row)
+                states.push_back(KvdLoz6TuGps_stateHistory(row).state);
+            return states;
+        });
+    }
+    /// "2 Loss of signal" for each status that went out.
+    std::vector<std::string> statuses()
+    {
+        std::vector<std::string> texts;
+        for (const sim::MpRecord& record : node.mainProcessor().all(KVD_TUIIF_GPS_STATUS_IND)) {
+            const auto ind = record.as<KvdTuiifGpsStatusInd>();
+            if (ind) texts.push_back(std::to_string(ind->gpsStatus) + " " + ind->text);
+        }
+        return texts;
+    }
+    std::vector<u32> qualities()
+    {
+        std::vector<u32> values;
+        for (const sim::MpRecord& record : node.mainProcessor().all(KVD_TUIIF_QUALITY_LEVEL_IND)) {
+            const auto ind = record.as<KvdTuiifQualityLevelInd>();
+            if (ind && ind->froId == 0 && ind->froClassNo == 3) values.push_back(ind->clockQuality);
+        }
+        return values;
+    }
+};
+
+}  // namespace bench

@@ -1,0 +1,472 @@
+// The front end's state machine, the recovery machine and the receiver-unit supervision against
+// check values, step by step.
+#include "gps/kvd_gps_common.h"
+#include "gps/kvd_gps_hrv_supervision.h"
+#include "gps/kvd_gps_int.h"
+#include "gps/kvd_gps_nmea.h"
+#include "gps/kvd_gps_norvane.h"
+#include "gps/kvd_gps_recovery.h"
+#include "gps/kvd_gps_send.h"
+#include "ref/kvd_ref.h"
+#include "ref/kvd_ref_int.h"
+#include "reg/kvd_reg.h"
+#include "tests/gps/gps_replay.h"
+#include "tests/support/vectors.h"
+
+#include <cstdio>
+#include <ctime>
+#include <map>
+#include <set>
+#include <sstream>
+
+namespace {
+
+using bench::sentence;
+using vectors::json;
+
+constexpr i64 EPOCH = 1'704'067'200;   // calendar at time 0 of the steps, 2024-01-01 00:00:00 UTC
+
+std::string timeText(i64 t)
+{
+    const std::time_t seconds = EPOCH + t;
+    std::tm date{};
+    gmtime_r(&seconds, &date);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S.000000", &date);
+    return text;
+}
+
+// ---- recovery machine ---------------------------------------------------------------------------
+
+SIGSELECT recoverySignal(const std::string& timer)
+{
+    static const std::map<std::string, SIGSELECT> SIGNALS = {
+        {"gpgsvTimer", 0x9C60F},    {"gpstsTimer", 0x9C610},      {"gpstsSubSmTimer", 0x9C610},
+        {"gpverTimer", 0x9C611},    {"recoveryTimer", 0x9C612},   {"hysteresisTimer", 0x9C613},
+        {"hrvSwResetTimer", 0x9C614}};
+    return SIGNALS.at(timer);
+}
+
+struct RecoveryReplay : bench::GpsReplay {
+    std::map<std::string, u32> running;     // ms, as the traces of start and cancel tell
+
+    /// A table of these satellites, with that count in view, by sentences.
+    void satellites(const json& table, u32 inView)
+    {
+        const std::size_t pages = std::max<std::size_t>(1, (table.size() + 3) / 4);
+        for (std::size_t page = 0; page < pages; ++page) {
+            char field[60];
+            std::snprintf(field, sizeof field, ",%02u", inView);
+            std::string body =
+                "GPGSV," + std::to_string(pages) + "," + std::to_string(page + 1) + field;
+            for (std::size_t n = page * 4; n < std::min(table.size(), page * 4 + 4); ++n) {
+                const json& s = table[n];
+                std::snprintf(field, sizeof field, ",%02u,%02u,%03u,%02u", s[0].get<u32>(),
+                              s[1].get<u32>(), s[2].get<u32>(), s[3].get<u32>());
+                body += field;
+            }
+            in([&] { EXPECT_EQ(KvdLoz6TuGps_parseGPGSV(sentence(body).c_str()), 1) << body; });
+        }
+        in([&] { EXPECT_EQ(KvdLoz6TuGps_noOfSatellitesInView(), inView); });
+    }
+    void begin(const json& given)
+    {
+        const std::string firmware = given["firmware"];
+        in([&] {
+            // A receiver that restarts may be sent to.
+            KvdLoz6TuGps_setTuGpsRefType(GPS_REF);
+            KvdLoz6TuGps_storeGpsState(GPS_WAIT_FOR_VALID_MSG);
+            if (firmware == "Unknown") return;
+            const std::string version = sentence("PNVX,GPver,GRM,NUMBER,R1A," + firmware);
+            EXPECT_EQ(KvdLoz6TuGps_parsePxxxGPver(version.c_str()), 1) << version;
+        });
+        satellites(given["gpsCurrent"], given["inView"]);
+    }
+    void apply(const json& step)
+    {
+        if (step.is_object()) return satellites(step["sats"], step["inView"]);
+        if (step.is_number())
+            return in([&] { KvdLoz6TuGps_onRecoverySMEvent(step.get<u32>()); });
+        const std::string timer = step;
+        // The time-out of the sub machine's timer leaves its own reference as it is.
+        if (timer != "gpstsSubSmTimer") running.erase(timer);
+        dispatch(recoverySignal(timer));
+    }
+    /// Starts and cancels of timers in the order of their traces.
+    std::vector<std::string> timerActions()
+    {
+        std::vector<std::string> actions;
+        for (const std::string& text : traceTexts()) {
+            char name[32];
+            u32 seconds = 0;
+            if (std::sscanf(text.c_str(), "Timer %31s started: %u sec", name, &seconds) == 2) {
+                const u32 ms = running[name] = seconds * 1000;
+                actions.push_back("start " + std::string(name) + " " + std::to_string(ms));
+            } else if (std::sscanf(text.c_str(), "Timer %31s canceled.", name) == 1 &&
+                       text.ends_with("canceled.")) {
+                running.erase(name);
+                actions.push_back("cancel " + std::string(name));
+            }
+        }
+        return actions;
+    }
+    void compare(const json& out)
+    {
+        std::vector<std::string> expected;
+        std::size_t dumps = 0;
+        for (const json& action : out["actions"]) {
+            const std::string text = action;
+            if (text.starts_with("start ") || text.starts_with("cancel ")) expected.push_back(text);
+            if (text == "dump GPS log") ++dumps;
+        }
+        EXPECT_EQ(timerActions(), expected);
+        EXPECT_EQ(bench::pktsyncInbox().size(), dumps);
+        EXPECT_EQ(running, (out["timers"].get<std::map<std::string, u32>>()));
+        look([&] {
+            EXPECT_EQ(KvdLoz6TuGps_recoveryState(), out["state"].get<u32>());
+            EXPECT_EQ(KvdLoz6TuGps_recoverySubState(), out["subState"].get<u32>());
+            EXPECT_EQ(KvdLoz6TuGps_supervisionStatus(), out["status"].get<u32>());
+            const RecoveryCounters& c = KvdLoz6TuGps_recoveryCounters();
+            EXPECT_EQ(c.currentAttemptedRecoveries, out["currentAttempted"].get<u32>());
+            EXPECT_EQ(c.totalAttemptedRecoveries, out["totalAttempted"].get<u32>());
+            EXPECT_EQ(c.unsuccessfulRecoveryCycles, out["unsuccessfulCycles"].get<u32>());
+            EXPECT_EQ(c.HrvSwRestartsCounter, out["hrvSwRestarts"].get<u32>());
+            EXPECT_EQ(c.HrvSwRestartsCounterTotal, out["hrvSwRestartsTotal"].get<u32>());
+            // What each reset and each restart of the newest firmware leaves in the send queue.
+            const GpsSendCounters& sent = KvdLoz6TuGps_sendCounters();
+            EXPECT_EQ(sent.numberOfPNVXGPdbgRS, c.HrvSwRestartsCounterTotal);
+            if (KvdLoz6TuGps_isFirmware("120510")) {
+                EXPECT_EQ(sent.numberOfPNVXGPdbgRI, c.totalAttemptedRecoveries);
+            }
+            return 0;
+        });
+    }
+    void nextStep()
+    {
+        node.traces().clear();
+        bench::pktsyncInbox().clear();
+    }
+    /// Rows of a printed history: the two texts behind the time, oldest first.
+    std::vector<std::pair<std::string, std::string>> historyRows(void (*print)())
+    {
+        std::string text;
+        node.shell().onStray([&](const std::string& piece) { text += piece; });
+        in([&] { print(); });
+        std::vector<std::pair<std::string, std::string>> rows;
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);) {
+            const std::size_t from = line.find("] "), arrow = line.find(" --> ");
+            if (arrow == std::string::npos) continue;
+            std::string left = line.substr(from + 2, arrow - from - 2);
+            left.erase(left.find_last_not_of(' ') + 1);
+            rows.insert(rows.begin(), {left, line.substr(arrow + 5)});
+        }
+        return rows;
+    }
+};
+
+TEST(GpsRecoveryCheckValues, AreMetAtEveryStep)
+{
+    TU_LOAD_VECTORS(doc, "o05_gps_sm.json");
+    u32 steps = 0;
+    for (const json& vector : doc["vectors"]) {
+        if (vector["kind"] != "recovery") continue;
+        SCOPED_TRACE(vector["id"].get<std::string>());
+        RecoveryReplay replay;
+        replay.begin(vector["in"]);
+        std::size_t n = 0;
+        for (const json& step : vector["in"]["steps"]) {
+            SCOPED_TRACE("step " + std::to_string(n) + ": " + step.dump());
+            replay.nextStep();
+            replay.apply(step);
+            replay.compare(vector["out"]["after"][n++]);
+            ++steps;
+        }
+        std::vector<std::pair<std::string, std::string>> expected;
+        replay.look([&] {
+            for (const json& row : vector["out"]["statusHistory"])
+                expected.emplace_back(KvdLoz6TuGps_supervisionStatusText(row[0]),
+                                      KvdLoz6TuGps_supervisionStatusText(row[1]));
+            return 0;
+        });
+        EXPECT_EQ(replay.historyRows(KvdLoz6TuGps_printRecoveryHistory), expected);
+        if (testing::Test::HasFailure()) return;
+    }
+    EXPECT_GT(steps, 300u);
+}
+
+TEST(GpsUnitSupervisionCheckValues, AreMetAtEveryStep)
+{
+    TU_LOAD_VECTORS(doc, "o05_gps_sm.json");
+    u32 steps = 0;
+    for (const json& vector : doc["vectors"]) {
+        if (vector["kind"] != "hrv") continue;
+        SCOPED_TRACE(vector["id"].get<std::string>());
+        RecoveryReplay replay;
+        json given;
+        given["firmware"] = "120510";
+        given["gpsCurrent"] = json::array();
+        given["inView"] = 0;
+        replay.begin(given);
+        std::size_t n = 0;
+        u32 restarts = 0;
+        for (const json& event : vector["in"]["events"]) {
+            SCOPED_TRACE("step " + std::to_string(n) + ": " + event.dump());
+            replay.nextStep();
+            // The time-outs come by their signals, so that the references are cleared as at expiry.
+            const u32 number = event;
+            if (number == HRV_SUPERVISION_EVENT_TIMER_ELAPSE ||
+                number == HRV_SUPERVISION_EVENT_1PPS_TIMER_ELAPSE) {
+                const bool supervision = number == HRV_SUPERVISION_EVENT_TIMER_ELAPSE;
+                replay.running.erase(supervision ? "supervisionTimer" : "onePPSTimer");
+                replay.dispatch(supervision ? 0x9C615 : 0x9C616);
+            } else {
+                replay.in([&] { KvdLoz6TuGps_onHRVSupervisionEvent(number); });
+            }
+            const json& out = vector["out"]["after"][n++];
+            replay.timerActions();
+            std::vector<std::string> running;
+            for (const auto& [name, ms] : replay.running) running.push_back(name);
+            EXPECT_EQ(running, out["timers"].get<std::vector<std::string>>());
+            restarts += static_cast<u32>(out["actions"].size());
+            replay.look([&] {
+                EXPECT_EQ(KvdLoz6TuGps_hrvState(), out["state"].get<u32>());
+                EXPECT_EQ(KvdLoz6TuGps_hrvResetAttempts(), out["resetAttempts"].get<u32>());
+                EXPECT_EQ(KvdLoz6TuGps_sendCounters().numberOfPNVXGPdbgRI, restarts);
+                return 0;
+            });
+            ++steps;
+        }
+        std::vector<std::pair<std::string, std::string>> expected;
+        replay.look([&] {
+            for (const json& row : vector["out"]["history_newest_first"])
+                expected.insert(expected.begin(), {KvdLoz6TuGps_hrvStateText(row[0]),
+                                                   KvdLoz6TuGps_hrvStateText(row[1])});
+            return 0;
+        });
+        EXPECT_EQ(replay.historyRows(KvdLoz6TuGps_printHrvHistory), expected);
+        if (testing::Test::HasFailure()) return;
+    }
+    EXPECT_GT(steps, 20u);
+}
+
+// ---- the front end ------------------------------------------------------------------------------
+
+SIGSELECT frontEndSignal(const std::string& name)
+{
+    static const std::map<std::string, SIGSELECT> SIGNALS = {
+        {"KVD_TUGPS_OPERATIONAL_TIMEOUT", 0x9C600},
+        {"KVD_TUGPS_WAIT_FOR_OPERATIONAL_TIMEOUT", 0x9C601},
+        {"KVD_TUGPS_WAIT_FOR_VALID_MSG", 0x9C602},
+        {"KVD_TUGPS_VALID_TIMEOUT", 0x9C603},
+        {"KVD_TUGPS_SERIALPORT_INITIALISED", 0x9C605},
+        {"KVD_TUGPS_SUPR_ALARM_TIMEOUT", 0x9C606},
+        {"KVD_TUGPS_SELF_TEST_TIMEOUT", 0x9C607},
+        {"KVD_TUGPS_SEND_TO_GPS_TIMEOUT", 0x9C608},
+        {"KVD_TUGPS_SUPPR_ADDINFO_TIMEOUT", 0x9C60A}};
+    return SIGNALS.at(name);
+}
+
+struct SequenceReplay : bench::GpsReplay {
+    SequenceReplay()
+    {
+        in([] { KvdLoz6TuRef_restart(1); });
+        node.system().kill(node.system().find("Kvd_loz6_turefmon_proc"));
+        mp().clearLog();
+    }
+
+    void apply(const json& step)
+    {
+        const std::string event = step["ev"];
+        const auto value = [&](const char* key) { return step[key].get<u32>(); };
+        if (event == "supervise") {
+            node.serial().openResult = step.value("subscribe_ok", 1) == 1 ? 0 : 1;
+            in([&] { supervise(value("status")); });
+        } else if (event == "signal" || event == "timeout") {
+            dispatch(frontEndSignal(step["name"]));
+        } else if (event == "sentence") {
+            sentenceCame(step["text"]);
+        } else if (event == "pps") {
+            in([&] { KvdLoz6TuGps_statusChange(value("present")); });
+        } else if (event == "force") {
+            in([&] { KvdLoz6TuGps_setForceReport(value("value")); });
+        } else if (event == "testmode") {
+            const u8 on = static_cast<u8>(value("on"));
+            dispatch(KVD_TUIIF_SET_TEST_MODE_IND, &on, 1, KvdLoz6TuReg_dispatch);
+        } else if (event == "selectionMode") {
+            const u8 mode = static_cast<u8>(value("mode"));
+            dispatch(KVD_TUIIF_SELECTION_MODE_CHANGE_IND, &mode, 1);
+        } else if (event == "fixed") {
+            const u32 wanted = value("wanted");
+            dispatch(KVD_TUIIF_SET_FIXED_POSITION_IND, &wanted, 4);
+        } else {
+            FAIL() << "unknown step " << event;
+        }
+        world.runUntil(world.now());
+    }
+
+    /// What the toggle filter says at the start of a supervision comes as steps of their own, so
+    /// that the request goes past the filter.
+    static void supervise(u32 status)
+    {
+        const KvdTuiifSynchPathSupInd ind{KVD_TUIIF_SYNCH_PATH_SUP_IND, GPS_REF, status, 0, 3};
+        const u32 row = KvdLoz6TuRef_rowOfRefType(GPS_REF);
+        RefDesc& desc = KvdLoz6TuRef_row(row);
+        if (desc.supervisionStatus == status || status != 1)
+            return KvdLoz6TuRef_onPathSupervision(&ind);
+        KvdLoz6TuGps_supervision(reinterpret_cast<const Signal*>(&ind), row);
+        desc.supervisionStatus = status;
+        KvdLoz6TuGps_supervisionStarted();
+    }
+
+    static std::set<std::string> runningTimers()
+    {
+        const gps::State& state = gps::state();
+        const std::pair<const char*, TimerRef> timers[] = {
+            {"alarmSuppression", state.suprAlarmTmoRef},
+            {"additionalInfoSuprTmoRef", state.additionalInfoSuprTmoRef},
+            {"waitForValidTmoRef", state.waitForValidTmoRef},
+            {"waitForOperationalTmoRef", state.waitForOperationalTmoRef},
+            {"operationalTmoRef", state.operationalTmoRef},
+            {"validTmoRef", state.validTmoRef},
+            {"waitForSelfTestTmoRef", state.waitForSelfTestTmoRef}};
+        std::set<std::string> running;
+        for (const auto& [name, ref] : timers)
+            if (ref != 0) running.insert(name);
+        return running;
+    }
+
+    void compareState(const json& out, const std::set<std::string>& open)
+    {
+        const gps::State& state = gps::state();
+        EXPECT_EQ(KvdLoz6TuGps_gpsState(), out["gpsState"].get<u32>());
+        EXPECT_EQ(KvdLoz6TuGps_gpssType(), out["gpssType"].get<u32>());
+        EXPECT_EQ(KvdLoz6TuGps_gpssTypeBackup(), out["gpssType_backup"].get<u32>());
+        std::set<std::string> timers = out["timers"];
+        timers.erase("sendToGpsTimer");     // it shows by what is written
+        EXPECT_EQ(runningTimers(), timers);
+        EXPECT_EQ(state.alarmActive, out["alarm"].get<u32>());
+        if (!open.contains("history")) {
+            std::vector<std::pair<u32, std::string>> expected, rows;
+            for (const json& row : out["history"]) expected.emplace_back(row[0], timeText(row[1]));
+            for (u8 row = 0; row < KvdLoz6TuGps_stateHistoryCount(); ++row)
+                rows.emplace_back(KvdLoz6TuGps_stateHistory(row).state,
+                                  KvdLoz6TuGps_stateHistory(row).time);
+            EXPECT_EQ(rows, expected);
+        }
+        if (!open.contains("detectFlags")) {
+            EXPECT_EQ(state.seenTypes, out["detectFlags"].get<u32>());
+        }
+        if (!open.contains("detectCount")) {
+            EXPECT_EQ(state.seenCount, out["detectCount"].get<u32>());
+        }
+        EXPECT_EQ(state.modeRetries, out["retry"].get<u32>());
+        if (!open.contains("timeQuery")) {
+            double time = -1.0;
+            EXPECT_EQ(KvdLoz6TuGps_time(time), out["timeQuery"][0].get<u32>());
+            EXPECT_EQ(time, out["timeQuery"][1].get<double>());
+        }
+        EXPECT_EQ(KvdLoz6TuGps_queuedBytes(), out["queue"].get<std::string>().size());
+        EXPECT_EQ(KvdLoz6TuGps_recoveryState(), out["recoveryState"].get<u32>());
+        EXPECT_EQ(KvdLoz6TuGps_hrvState(), out["hrvState"].get<u32>());
+        if (out.contains("parsed")) {
+            const GpsLastSentence& last = KvdLoz6TuGps_lastSentence();
+            EXPECT_EQ(last.result, out["parsed"][0].get<int>());
+            EXPECT_EQ(last.type.sentenceClass, out["parsed"][1].get<u32>());
+            EXPECT_EQ(last.type.kind, out["parsed"][2].get<u32>());
+        }
+    }
+    /// What left the unit in this step: to the main processor and to the line.
+    void compareSent(const json& out)
+    {
+        std::vector<std::pair<u32, std::string>> statuses, expectedStatuses;
+        std::vector<std::vector<u32>> qualities, expectedQualities;
+        for (const sim::MpRecord& record : mp().log()) {
+            if (record.sigNo == KVD_TUIIF_GPS_STATUS_IND) {
+                const auto ind = record.as<KvdTuiifGpsStatusInd>();
+                statuses.emplace_back(ind->gpsStatus, ind->text);
+            }
+            if (record.sigNo == KVD_TUIIF_QUALITY_LEVEL_IND) {
+                const auto ind = record.as<KvdTuiifQualityLevelInd>();
+                qualities.push_back(
+                    {ind->froId, ind->froClassNo, ind->clockQuality, ind->tcuDetected});
+            }
+        }
+        for (const json& s : out["sent"]) expectedStatuses.emplace_back(s[0], s[1]);
+        for (const json& s : out["signals"]) expectedQualities.push_back({s[1], s[2], s[3], s[4]});
+        EXPECT_EQ(statuses, expectedStatuses);
+        EXPECT_EQ(qualities, expectedQualities);
+        std::string expectedWritten;
+        for (const json& posted : out["posted"])
+            if (posted.is_array()) expectedWritten += posted[1].get<std::string>();
+        EXPECT_EQ(written, expectedWritten);
+    }
+    /// Of the texts that the check values know, those that came, in order.
+    void compareTraces(const json& out, const std::set<std::string>& known)
+    {
+        std::multiset<std::string> came;
+        for (const std::string& text : traceTexts())
+            if (known.contains(text)) came.insert(text);
+        EXPECT_EQ(came, out["traces"].get<std::multiset<std::string>>());
+    }
+    /// Of the events that sentences raise, those that came, in order.
+    void compareRecoveryEvents(const json& out)
+    {
+        const std::pair<const char*, u32> raised[] = {{"= RECOVERY_EVENT_GPVER_OK.", 0},
+                                                      {"= RECOVERY_EVENT_GPSTS_OK.", 2},
+                                                      {"= RECOVERY_EVENT_GPSTS_NOK.", 3},
+                                                      {"= RECOVERY_EVENT_GPGSV_RECEIVED.", 11}};
+        std::vector<u32> came;
+        for (const sim::TraceLine& line : node.traces().find({"(onRecoverySMEvent)"}))
+            for (const auto& [text, event] : raised)
+                if (line.text.find(text) != std::string::npos) came.push_back(event);
+        EXPECT_EQ(came, out["recoveryEvents"].get<std::vector<u32>>());
+    }
+};
+
+/// Here the time of a free-running receiver isn't taken; the check values take it.
+bool saysFreeRunning(const json& step)
+{
+    return step["ev"] == "sentence" &&
+           step["text"].get<std::string>().find(",00000,00,1,0*") != std::string::npos;
+}
+
+TEST(GpsMachineCheckValues, AreMetAtEveryStep)
+{
+    TU_LOAD_VECTORS(doc, "o05_gps_sm.json");
+    std::set<std::string> known;
+    for (const json& vector : doc["vectors"])
+        if (vector["kind"] == "sequence")
+            for (const json& out : vector["out"]["after"])
+                for (const json& text : out["traces"]) known.insert(text.get<std::string>());
+    u32 steps = 0;
+    for (const json& vector : doc["vectors"]) {
+        if (vector["kind"] != "sequence") continue;
+        SCOPED_TRACE(vector["id"].get<std::string>());
+        SequenceReplay replay;
+        std::size_t n = 0;
+        for (const json& step : vector["in"]["steps"]) {
+            SCOPED_TRACE("step " + std::to_string(n) + ": " + step.dump());
+            const json& out = vector["out"]["after"][n++];
+            std::set<std::string> open;
+            if (out.contains("open_keys")) open = out["open_keys"].get<std::set<std::string>>();
+            replay.node.traces().clear();
+            replay.mp().clearLog();
+            replay.written.clear();
+            replay.node.setCalendar(EPOCH + step["t"].get<i64>());
+            replay.apply(step);
+            if (saysFreeRunning(step)) open.insert("timeQuery");
+            replay.look([&] {
+                replay.compareState(out, open);
+                return 0;
+            });
+            replay.compareSent(out);
+            replay.compareTraces(out, known);
+            replay.compareRecoveryEvents(out);
+            ++steps;
+        }
+    }
+    EXPECT_GT(steps, 250u);
+}
+
+}  // namespace

@@ -1,0 +1,191 @@
+// A pulse and what the receiver said become a measurement: delays, time of day and its agreement
+// with the pulses, noise, another unit's output.
+#include "reg/support/measure_bench.h"
+
+#include "gps/kvd_gps.h"
+#include "gps/kvd_gps_receiver.h"
+#include "gps/kvd_gps_state.h"
+#include "iif/tuiif_sig.h"
+#include "ref/ref_types.h"
+
+namespace {
+
+constexpr double WITH_TIME = 4294967296.0;
+
+struct GpsMeasure : regtest::MeasureBench {
+    double edgeTime = 200.0;
+    double gpsTime = 1'357'776'000.0;      // 2245 weeks
+
+    GpsMeasure()
+    {
+        settle();
+        select(TU_SR_GPS_REF);
+        gpsState(GPS_OPERATIONAL_WITH_VALID_TIME);
+    }
+    void gpsState(u32 state)
+    {
+        in([&] { KvdLoz6TuGps_storeGpsState(state); });
+    }
+    void kind(u32 gpssType)
+    {
+        in([&] { KvdLoz6TuGps_setGpssType(gpssType); });
+    }
+    /// The next pulse, with the receiver's time for it; `off` seconds wrong.
+    void second(double off = 0.0)
+    {
+        edgeTime += 1.0;
+        gpsTime += 1.0;
+        in([&] { KvdLoz6TuGps_receiver().gpsCurrentTime = gpsTime + off; });
+        edge(edgeTime);
+    }
+    void delay(u16 delay_ns)
+    {
+        in([&] {
+            KvdTuiifSetDelayInd ind{KVD_TUIIF_SET_DELAY_IND, delay_ns};
+            Signal* sig = ose::alloc(sizeof ind, KVD_TUIIF_SET_DELAY_IND);
+            std::memcpy(static_cast<void*>(sig), &ind, sizeof ind);
+            EXPECT_EQ(KvdLoz6TuGps_dispatch(sig), 1);
+            ose::free_buf(&sig);
+        });
+    }
+    u32 left()
+    {
+        ose::DataScope scope(*block);
+        return KvdLoz6TuGps_preTimeOffset();
+    }
+    double offset() { return meas().delta0_c + meas().delta0_f; }
+};
+
+TEST(GpsTime, AnswersByState)
+{
+    struct Case { u32 state; double current; u32 status; double time; };
+    GpsMeasure bench;
+    for (const Case& c : std::to_array<Case>({{0, 5.0, 6, 0.0}, {1, 5.0, 0, 0.0}, {2, 5.0, 0, 0.0},
+                                              {3, 5.0, 0, 0.0}, {4, 5.0, 4, 0.0}, {5, 5.0, 3, 0.0},
+                                              {6, 5.0, 3, 0.0}, {7, 5.0, 7, 5.0}, {7, 0.0, 3, 0.0},
+                                              {8, 5.0, 6, 0.0}})) {
+        SCOPED_TRACE(c.state);
+        bench.gpsState(c.state);
+        bench.in([&] {
+            KvdLoz6TuGps_receiver().gpsCurrentTime = c.current;
+            double time = 9.0;
+            EXPECT_EQ(KvdLoz6TuGps_time(time), c.status);
+            EXPECT_EQ(time, c.time);
+        });
+    }
+}
+
+TEST(GpsMeasurement, TakesOffCableAndBoardDelay)
+{
+    GpsMeasure bench;
+    bench.gpsState(GPS_OPERATIONAL);                 // the pulse alone
+    bench.second();
+    // The latch is 32 ns behind the connector and reads in the middle of an increment, 4.069 ns.
+    EXPECT_EQ(bench.meas().measRefData.z_i, 8u);
+    EXPECT_NEAR(bench.meas().measRefData.z, -27.931e-9, 1e-12);
+    bench.delay(60000);
+    bench.second();
+    EXPECT_NEAR(bench.meas().measRefData.z, -60.027931e-6, 1e-12);
+    EXPECT_EQ(bench.meas().t_mod_old, 1.0);
+}
+
+TEST(GpsMeasurement, TimeOfDayCountsOnceItAgreesWithThePulses)
+{
+    struct Second { double off; u32 left; double t_mod; };
+    struct Case { const char* what; std::vector<Second> seconds; };
+    const Case cases[] = {
+        {"good from the start", {{0, 2, 1.0}, {0, 1, 1.0}, {0, 0, 1.0}, {0, 0, WITH_TIME}}},
+        {"a wrong second between", {{0, 2, 1.0}, {0, 1, 1.0}, {1, 2, 1.0}, {0, 2, 1.0}, {0, 1, 1.0},
+                                    {0, 0, 1.0}, {0, 0, WITH_TIME}}},
+        {"90 ms off", {{0, 2, 1.0}, {0.09, 1, 1.0}, {-0.09, 0, 1.0}, {0, 0, WITH_TIME}}},
+        {"110 ms off", {{0, 2, 1.0}, {0.11, 2, 1.0}, {0.11, 1, 1.0}}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        GpsMeasure bench;
+        for (const Second& second : c.seconds) {
+            bench.second(second.off);
+            EXPECT_EQ(bench.left(), second.left);
+            EXPECT_EQ(bench.meas().t_mod_old, second.t_mod);
+        }
+    }
+}
+
+TEST(GpsMeasurement, TimeOfDayGoesIntoTheOffset)
+{
+    GpsMeasure bench;
+    bench.in([] { regulator::state().sfcGpsOffset = 1'000'000'000.0; });
+    for (int i = 0; i < 4; ++i) bench.second();
+    // Local 204 s stands for GPS time less the node's zero: 357'776'004 s.
+    EXPECT_NEAR(bench.offset(), 204.0 - 357'776'004.0, 1e-6);
+    EXPECT_NEAR(bench.meas().measRefData.z, 0.0, 1e-7);
+    bench.second(3.0);                               // once it counts, a wrong second is measured
+    EXPECT_NEAR(bench.meas().measRefData.z, -3.0, 1e-6);
+    bench.gpsState(GPS_OPERATIONAL);                 // no time: within the second again
+    bench.second();
+    EXPECT_NEAR(bench.meas().measRefData.z, 0.0, 1e-6);
+    EXPECT_EQ(bench.meas().t_mod_old, WITH_TIME);
+}
+
+TEST(GpsMeasurement, AfterAnotherReferenceTimeCountsAtOnce)
+{
+    GpsMeasure bench;
+    bench.select(TU_SR_NO_REF);
+    bench.select(TU_SR_GPS_REF);
+    EXPECT_EQ(bench.left(), 2u);                     // from none: as it stood
+    bench.select(TU_SR_PDH_REF1);
+    bench.select(TU_SR_GPS_REF);
+    bench.second();
+    EXPECT_EQ(bench.left(), 0u);
+    EXPECT_EQ(bench.meas().t_mod_old, WITH_TIME);
+}
+
+TEST(GpsMeasurement, KeepsTheNoiseInItsBounds)
+{
+    struct Case { double stored, used; };
+    for (const Case& c : std::to_array<Case>(
+             {{1.1e-14, 1e-14}, {1e-14, 1e-14}, {3e-15, 3e-15}, {5e-16, 5e-16}, {4e-16, 5e-16}})) {
+        SCOPED_TRACE(c.stored);
+        GpsMeasure bench;
+        bench.edit([&](measure::State& s) { s.var.R_all[8] = c.stored; });
+        bench.second();
+        EXPECT_EQ(bench.meas().measRefData.R, c.used);
+    }
+}
+
+TEST(GpsMeasurement, AnotherUnitsOutputHasItsOwnReference)
+{
+    GpsMeasure bench;
+    bench.kind(4);
+    bench.second();
+    EXPECT_EQ(bench.meas().selectedRef, 16u);
+    EXPECT_EQ(bench.meas().measRefData.z_i, 19u);
+    EXPECT_EQ(bench.meas().measRefData.R, 1e-18);
+    EXPECT_EQ(bench.meas().measRefData.m, 1.0);
+    bench.second();                                  // and goes on with it
+    EXPECT_EQ(bench.meas().measRefData.z_i, 19u);
+    EXPECT_EQ(bench.meas().measRefData.m, 2.0);
+}
+
+TEST(GpsDelay, LargeStepStartsTheNoiseAnew)
+{
+    struct Case { const char* what; u32 selectedRef; u32 z_i; u16 from_ns, to_ns; bool anew; };
+    for (const Case& c : std::to_array<Case>({
+             {"100 ns more or less", 6, 8, 1000, 901, false},
+             {"101 ns", 6, 8, 1000, 1101, true},
+             {"down", 6, 8, 65535, 65400, true},
+             {"GPS out", 16, 19, 0, 200, true},
+             {"sync link", 17, 20, 0, 200, true},
+             {"another reference", 11, 16, 0, 60000, false}})) {
+        SCOPED_TRACE(c.what);
+        GpsMeasure bench;
+        bench.delay(c.from_ns);
+        bench.select(c.selectedRef);
+        bench.edit([&](measure::State& s) { s.var.m[c.z_i] = 50.0; });
+        bench.delay(c.to_ns);
+        EXPECT_EQ(bench.meas().m[c.z_i], c.anew ? 0.0 : 50.0);
+        bench.in([&] { EXPECT_NEAR(KvdLoz6TuGps_compensationDelay(), c.to_ns * 1e-9, 1e-15); });
+    }
+}
+
+}  // namespace
