@@ -15,7 +15,7 @@ constexpr u32 ACCEPTED_PV = 22;
 constexpr std::size_t LOG_MAX = 100'000;
 
 // Usable references in the status word, a bit each.
-constexpr u32 TU_REF_BIT = 0x20, IDL1_BIT = 0x40, GPS_BIT = 0x80, IDL2_BIT = 0x100,
+constexpr u32 TU_REF_BIT = 0x20, IDL1_BIT = 0x40, IDL2_BIT = 0x100,
               HPTSI_BIT = 0x200, GPSOSL_BIT = 0x2000;
 constexpr u32 LINES = 5;
 
@@ -23,12 +23,14 @@ constexpr u32 LINES = 5;
 constexpr u32 REF_STATE_FAULTY = 8192;
 constexpr u32 ETH_SIGNAL_PRESENT = 0x2;
 
+// Of KVD_TUIIF_GPS_STATUS_IND.
+constexpr u8 GPS_STATUS_OK = 1;
+
 u32 bitOf(u8 refType)
 {
     switch (refType) {
     case TU_REF:     return TU_REF_BIT;
     case IDL1_REF:   return IDL1_BIT;
-    case GPS_REF:    return GPS_BIT;
     case IDL2_REF:   return IDL2_BIT;
     case HPTSI_REF:  return HPTSI_BIT;
     case GPSOSL_REF: return GPSOSL_BIT;
@@ -158,6 +160,27 @@ void MainProcessor::setSelectionMode(u8 selectionProcessMode)
         KvdTuiifSelectionModeChangeInd{KVD_TUIIF_SELECTION_MODE_CHANGE_IND, selectionProcessMode});
 }
 
+void MainProcessor::setGpsDelay(u16 delay_ns)
+{
+    KvdTuiifSetDelayInd ind{};
+    ind.sigNo = KVD_TUIIF_SET_DELAY_IND;
+    ind.delay = delay_ns;
+    sendLayout(ind);
+}
+
+void MainProcessor::setFixedPosition(bool on)
+{
+    sendLayout(KvdTuiifSetFixedPositionInd{KVD_TUIIF_SET_FIXED_POSITION_IND, on ? 1u : 0u});
+}
+
+void MainProcessor::askGpsAttributes()
+{
+    u32 froId = 0;
+    for (const MpReference& r : config.references)
+        if (r.refType == GPS_REF) froId = r.froId;
+    sendLayout(KvdTuiifGpsAttribReq{KVD_TUIIF_GPS_ATTRIB_REQ, froId});
+}
+
 void MainProcessor::setSelects(bool on)
 {
     config.selects = on;
@@ -189,6 +212,8 @@ bool MainProcessor::usable(const MpReference& ref) const
         if (isEthernet(ref.refType)) return (r.additional & ETH_SIGNAL_PRESENT) != 0;
         return (r.refState & REF_STATE_FAULTY) == 0;
     }
+    // A receiver's return is told by its own status alone, not by a new clock status.
+    if (ref.refType == GPS_REF) return gpsStatus_ == GPS_STATUS_OK;
     return (status_.refState & bitOf(ref.refType)) != 0;
 }
 
@@ -229,6 +254,7 @@ void MainProcessor::onSignal(Signal* sig, PROCESS from)
     switch (received.sigNo) {
     case KVD_TUIIF_INITIATE_SERVICE_REQ: onInitiate(received); break;
     case KVD_TUIIF_BVQ_STATUS_IND:       onStatusInd(received); break;
+    case KVD_TUIIF_GPS_STATUS_IND:     onGpsStatus(received); break;
     case KVD_TUIIF6_BVQ_REF_STATE_IND:   onRefState(received); break;
     case KVD_TUIIF_ET_FROID_IND:         onEtFroid(received); break;
     default:                             break;
@@ -264,6 +290,7 @@ void MainProcessor::onInitiate(const MpRecord& received)
     reported_.clear();
     lines_.clear();
     selected_ = none();
+    gpsStatus_ = 0;
     status_ = {};
     status_.at = node_.world().now();
 
@@ -298,6 +325,14 @@ void MainProcessor::onStatusInd(const MpRecord& received)
                ind->activRefFroClassNo};
     statuses_.push_back(status_);
     if (onStatus_) onStatus_(status_);
+    applyPolicy();
+}
+
+void MainProcessor::onGpsStatus(const MpRecord& received)
+{
+    const auto ind = received.as<KvdTuiifGpsStatusInd>();
+    if (!ind) return;
+    gpsStatus_ = ind->gpsStatus;
     applyPolicy();
 }
 
@@ -370,6 +405,13 @@ std::string MainProcessor::describe(const MpRecord& record)
                record.sigNo == KVD_TUIIF6_BVQ_REF_STATE_IND && r) {
         std::snprintf(text, sizeof text, "%s froId=%u froClassNo=%u refState=%u info=0x%x", name,
                       r->froId, r->froClassNo, r->refState, r->additionalRefStateInfo);
+    } else if (const auto g = record.as<KvdTuiifGpsStatusInd>();
+               record.sigNo == KVD_TUIIF_GPS_STATUS_IND && g) {
+        std::snprintf(text, sizeof text, "%s gpsStatus=%u %.131s", name, g->gpsStatus, g->text);
+    } else if (const auto q = record.as<KvdTuiifQualityLevelInd>();
+               record.sigNo == KVD_TUIIF_QUALITY_LEVEL_IND && q) {
+        std::snprintf(text, sizeof text, "%s froId=%u froClassNo=%u clockQuality=%u", name,
+                      q->froId, q->froClassNo, q->clockQuality);
     } else if (*name != '\0') {
         std::snprintf(text, sizeof text, "%s size=%zu", name, record.bytes.size());
     } else {

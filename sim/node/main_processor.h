@@ -80,6 +80,9 @@ public:
     void boardFailure(bool raised);                  // the fault alarm and its recovery
     void setTestMode(bool on);
     void setSelectionMode(u8 selectionProcessMode);
+    void setGpsDelay(u16 delay_ns);                  // of the antenna's cable
+    void setFixedPosition(bool on);
+    void askGpsAttributes();
 
     /// Own selection on or off; on looks at the references at once.
     void setSelects(bool on);
@@ -125,6 +128,7 @@ protected:
 private:
     void onInitiate(const MpRecord& received);
     void onStatusInd(const MpRecord& received);
+    void onGpsStatus(const MpRecord& received);
     void onRefState(const MpRecord& received);
     void onEtFroid(const MpRecord& received);
     void record(Signal* sig, PROCESS from);
@@ -146,6 +150,7 @@ private:
     std::vector<MpReference> supervised_;
     std::vector<Reported> reported_;
     std::vector<Line> lines_;
+    u8 gpsStatus_ = 0;                 // of the last report of this connection, 0 before it
     ClockStatus status_;
     std::vector<ClockStatus> statuses_;
     std::deque<MpRecord> log_;

@@ -91,6 +91,10 @@ void replaceReferenceNoise(Scenario& scenario, const std::string& what)
             line.series = series;
             line.noise = {};
         }
+        if (unit.gps) {
+            unit.gps->pps.series = series;
+            unit.gps->pps.noise = {};
+        }
     }
 }
 

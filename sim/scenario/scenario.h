@@ -1,11 +1,13 @@
 // scenario.h - A scenario: units, their clocks and references, what happens when, what must hold.
 #pragma once
 #include "sim/node/node_config.h"
+#include "sim/refs/gps_receiver_config.h"
 #include "sim/refs/line_source.h"
 #include "sim/scenario/table_reader.h"
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +19,7 @@ class Unit;
 struct UnitSpec {
     NodeConfig node;
     std::map<ReferenceInput, LineConfig> inputs;
+    std::optional<GpsReceiverConfig> gps;
     double start_s = 0;              // when its power comes
 };
 
@@ -36,9 +39,16 @@ enum class CheckKind : u8 {
     Selected,     // selected reference type at a time
     TimeError,    // true time error between two times, from its value at the first
     FreqError,    // true frequency error between two times
-    Mask,         // MTIE of the longest locked stretch under a mask
+    Mask,         // MTIE of the longest locked stretch between two times under a mask
     Divider,      // divider at two times equal to a tolerance
     Trace,        // count of traces that hold a text
+    AboutMean,    // true time error between two times, from its mean there
+    GpsState,     // state of the GPS reference at a time
+    GpsReaches,   // that state entered between two times
+    GpsType,      // kind of receiver, as found, at a time
+    GpsStatus,    // text that the main processor was told last
+    GpsTold,      // how often it was told a text
+    Command,      // what a command prints at a time holds a text
 };
 
 struct CheckSpec {
@@ -48,7 +58,8 @@ struct CheckSpec {
     double from_s = 0, to_s = 0;     // a moment has both equal
     std::vector<u8> states;
     double limit = 0;                // ns, ppb, divider units
-    std::string text;                // trace text, mask name
+    std::string text;                // trace text, mask name, text told or printed
+    std::string line;                // of a command
     u64 least = 1, most = UINT64_MAX;
 };
 
@@ -78,9 +89,19 @@ std::optional<u8> clockStateByName(const std::string& name);
 std::optional<u8> regStateByName(const std::string& name);
 std::optional<u8> refTypeByName(const std::string& name);
 
+/// "OPERATIONAL" for 6, "UNKNOWN" beyond the known; and of the receiver's kind "NORVANE_COMBINED" for 2.
+const char* gpsStateName(u8 gpsState);
+const char* gpssTypeName(u8 gpssType);
+
 // Pieces of the reader, each in a file of its own.
 UnitSpec readUnit(const toml::table& table, const std::string& file);
 EventSpec readEvent(const toml::table& table, const std::string& file, const Scenario& scenario);
 CheckSpec readCheck(const toml::table& table, const std::string& file, const Scenario& scenario);
+GpsReceiverConfig readGps(const toml::table& table, const std::string& file);
+/// Empty when `word` is none of the receiver's events.
+std::function<void(Unit&)> readGpsEvent(const std::string& word, TableReader& t,
+                                        const UnitSpec& unit);
+/// Phase, noise and recorded series of a reference.
+void readPhase(TableReader& t, LineConfig& c);
 
 }  // namespace sim

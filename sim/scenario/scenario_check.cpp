@@ -6,6 +6,23 @@
 namespace sim {
 namespace {
 
+constexpr const char* GPS_STATES[] = {"ILLEGAL_STATE",        "UN_INIT",
+                                      "INIT_SERIAL_PORT",     "WAIT_FOR_ANY_MSG",
+                                      "WAIT_FOR_VALID_MSG",   "WAIT_FOR_OPERATIONAL",
+                                      "OPERATIONAL",          "OPERATIONAL_WITH_VALID_TIME"};
+constexpr const char* GPSS_TYPES[] = {"NONE",    "FURUNO",         "NORVANE_COMBINED", "PENDING",
+                                      "NORVANE", "PENDING_FURUNO", "FURUNO_GPS02"};
+
+template <std::size_t N>
+std::optional<u8> indexOf(const char* const (&names)[N], const std::string& name)
+{
+    for (std::size_t i = 0; i < N; ++i)
+        if (name == names[i]) return static_cast<u8>(i);
+    return std::nullopt;
+}
+std::optional<u8> gpsStateByName(const std::string& name) { return indexOf(GPS_STATES, name); }
+std::optional<u8> gpssTypeByName(const std::string& name) { return indexOf(GPSS_TYPES, name); }
+
 u8 stateOf(TableReader& t, const char* key, const std::string& name,
            std::optional<u8> (*byName)(const std::string&))
 {
@@ -25,6 +42,41 @@ void readSpan(TableReader& t, CheckSpec& c, const Scenario& scenario)
     c.from_s = t.seconds("from", 0.0);
     c.to_s = t.seconds("to", scenario.duration_s);
     if (!(c.from_s < c.to_s)) t.fail("from", "it lies before 'to'");
+}
+
+void readCounts(TableReader& t, CheckSpec& c)
+{
+    c.least = static_cast<u64>(t.integer("least", 0, INT64_MAX, 1));
+    c.most = static_cast<u64>(t.integer("most", 0, INT64_MAX, INT64_MAX));
+}
+
+void readGpsKind(TableReader& t, CheckSpec& c, const Scenario& scenario)
+{
+    switch (c.kind) {
+    case CheckKind::GpsState:
+        readMoment(t, c);
+        c.states = {stateOf(t, "is", t.text("is"), gpsStateByName)};
+        break;
+    case CheckKind::GpsReaches:
+        readSpan(t, c, scenario);
+        c.states = {stateOf(t, "state", t.text("state"), gpsStateByName)};
+        break;
+    case CheckKind::GpsType:
+        readMoment(t, c);
+        c.states = {stateOf(t, "is", t.text("is"), gpssTypeByName)};
+        break;
+    case CheckKind::GpsStatus:
+        readMoment(t, c);
+        c.text = t.text("is");
+        break;
+    case CheckKind::GpsTold:
+        readSpan(t, c, scenario);
+        c.text = t.text("text");
+        readCounts(t, c);
+        break;
+    default:
+        break;
+    }
 }
 
 void readKind(TableReader& t, CheckSpec& c, const Scenario& scenario)
@@ -60,21 +112,47 @@ void readKind(TableReader& t, CheckSpec& c, const Scenario& scenario)
         c.limit = t.number("max_ppb");
         break;
     case CheckKind::Mask:
+        readSpan(t, c, scenario);
         c.text = t.text("mask");
         break;
     case CheckKind::Divider:
         readSpan(t, c, scenario);
         c.limit = t.number("tolerance");
         break;
+    case CheckKind::AboutMean:
+        readSpan(t, c, scenario);
+        c.limit = t.number("max_ns");
+        break;
     case CheckKind::Trace:
         c.text = t.text("text");
-        c.least = static_cast<u64>(t.integer("least", 0, INT64_MAX, 1));
-        c.most = static_cast<u64>(t.integer("most", 0, INT64_MAX, INT64_MAX));
+        readCounts(t, c);
+        break;
+    case CheckKind::Command:
+        readMoment(t, c);
+        c.line = t.text("line");
+        c.text = t.text("text");
+        readCounts(t, c);
+        break;
+    case CheckKind::GpsState:
+    case CheckKind::GpsReaches:
+    case CheckKind::GpsType:
+    case CheckKind::GpsStatus:
+    case CheckKind::GpsTold:
+        readGpsKind(t, c, scenario);
         break;
     }
 }
 
 }  // namespace
+
+const char* gpsStateName(u8 gpsState)
+{
+    return gpsState < std::size(GPS_STATES) ? GPS_STATES[gpsState] : "UNKNOWN";
+}
+const char* gpssTypeName(u8 gpssType)
+{
+    return gpssType < std::size(GPSS_TYPES) ? GPSS_TYPES[gpssType] : "UNKNOWN";
+}
 
 CheckSpec readCheck(const toml::table& table, const std::string& file, const Scenario& scenario)
 {
@@ -90,7 +168,14 @@ CheckSpec readCheck(const toml::table& table, const std::string& file, const Sce
                                            {"freq_error", CheckKind::FreqError},
                                            {"mask", CheckKind::Mask},
                                            {"divider", CheckKind::Divider},
-                                           {"trace", CheckKind::Trace}});
+                                           {"trace", CheckKind::Trace},
+                                           {"time_error_about_mean", CheckKind::AboutMean},
+                                           {"gps_state", CheckKind::GpsState},
+                                           {"gps_reaches", CheckKind::GpsReaches},
+                                           {"gps_type", CheckKind::GpsType},
+                                           {"gps_status", CheckKind::GpsStatus},
+                                           {"gps_told", CheckKind::GpsTold},
+                                           {"command", CheckKind::Command}});
     c.unit = t.text("unit", scenario.units.front().node.name);
     if (std::none_of(scenario.units.begin(), scenario.units.end(),
                      [&](const UnitSpec& u) { return u.node.name == c.unit; }))

@@ -113,14 +113,58 @@ Action mpRestart(Context& c)
     const auto gone = static_cast<ose::Time>(c.table.seconds("gone") * 1e12);
     return [gone](Unit& u) { u.node().mainProcessor().restart(gone); };
 }
+Action mpSetGpsDelay(Context& c)
+{
+    const u16 delay = static_cast<u16>(c.table.integer("ns", 0, 0xFFFF));
+    return [delay](Unit& u) { u.node().mainProcessor().setGpsDelay(delay); };
+}
+Action mpFixedPosition(Context& c)
+{
+    return [on = c.table.boolean("on", true)](Unit& u) { u.node().mainProcessor().setFixedPosition(on); };
+}
+Action mpGpsAttributes(Context&)
+{
+    return [](Unit& u) { u.node().mainProcessor().askGpsAttributes(); };
+}
+Action mpSelectionMode(Context& c)
+{
+    const u8 mode = static_cast<u8>(c.table.integer("mode", 0, 1));
+    return [mode](Unit& u) { u.node().mainProcessor().setSelectionMode(mode); };
+}
+Answer answerOf(Context& c)
+{
+    return c.table.choice<Answer>("answer", {{"accept", Answer::Accept},
+                                             {"suspend", Answer::Suspend},
+                                             {"reject", Answer::Reject},
+                                             {"busy", Answer::Busy},
+                                             {"silent", Answer::Silent}});
+}
 Action mpAnswer(Context& c)
 {
-    const Answer answer = c.table.choice<Answer>("answer", {{"accept", Answer::Accept},
-                                                            {"suspend", Answer::Suspend},
-                                                            {"reject", Answer::Reject},
-                                                            {"busy", Answer::Busy},
-                                                            {"silent", Answer::Silent}});
-    return [answer](Unit& u) { u.node().mainProcessor().setAnswer(answer); };
+    return [answer = answerOf(c)](Unit& u) { u.node().mainProcessor().setAnswer(answer); };
+}
+
+Action nodeMsi(Context& c)
+{
+    const Answer answer = c.table.has("answer") ? answerOf(c) : Answer::Accept;
+    const u32 delay_ms = static_cast<u32>(c.table.integer("delay_ms", 0, 3'600'000, 0));
+    return [answer, delay_ms](Unit& u) {
+        u.node().msi().delay_ms = delay_ms;
+        u.node().msi().setAnswer(answer);
+        u.node().msi().start();
+    };
+}
+Action nodeMsiDie(Context&)
+{
+    return [](Unit& u) { u.node().msi().die(); };
+}
+Action nodeMsiFlip(Context& c)
+{
+    const u32 size = c.table.choice<u32>("region", {{"TuRegHistData", 456}, {"GpsOutMfnOffset", 8},
+                                                    {"GpsOutV1", 4}, {"TuRegNfDataV0", 16},
+                                                    {"SlaveWarmData", 40}});
+    const u32 byte = static_cast<u32>(c.table.integer("byte", 0, size - 1));
+    return [region = c.table.text("region"), byte](Unit& u) { u.node().msi().flip(region, byte); };
 }
 
 Action unitRestart(Context& c)
@@ -186,6 +230,13 @@ constexpr EventWord EVENTS[] = {
     {"mp.start", mpStart},
     {"mp.restart", mpRestart},
     {"mp.answer", mpAnswer},
+    {"mp.set_gps_delay", mpSetGpsDelay},
+    {"mp.fixed_position", mpFixedPosition},
+    {"mp.gps_attributes", mpGpsAttributes},
+    {"mp.selection_mode", mpSelectionMode},
+    {"node.msi", nodeMsi},
+    {"node.msi_die", nodeMsiDie},
+    {"node.msi_flip", nodeMsiFlip},
     {"unit.restart", unitRestart},
     {"unit.power_off", unitPowerOff},
     {"unit.power_on", unitPowerOn},
@@ -207,7 +258,9 @@ EventSpec readEvent(const toml::table& table, const std::string& file, const Sce
     if (unit == scenario.units.end()) t.fail("unit", "there is no unit '" + e.unit + "'");
     const std::string word = t.text("do");
     e.what = word;
-    if (t.has("input")) e.what += " " + std::string(table["input"].value_or(""));
+    for (const char* const detail : {"input", "fault"})
+        if (t.has(detail)) e.what += " " + std::string(table[detail].value_or(""));
+    if (t.has("fault") && !table["on"].value_or(true)) e.what += " off";
     for (const EventWord& known : EVENTS) {
         if (word != known.word) continue;
         Context context{t, *unit};
@@ -215,7 +268,10 @@ EventSpec readEvent(const toml::table& table, const std::string& file, const Sce
         t.finish();
         return e;
     }
-    t.fail("do", "'" + word + "' is nothing that can happen");
+    e.action = readGpsEvent(word, t, *unit);
+    if (!e.action) t.fail("do", "'" + word + "' is nothing that can happen");
+    t.finish();
+    return e;
 }
 
 }  // namespace sim

@@ -107,19 +107,8 @@ LineConfig readInput(const toml::table& table, const std::string& file, Referenc
     if (!known) t.fail("at", "'" + at + "' is no input; pps, external, pdh1 to pdh4, sdh, eth_a to eth_c");
     LineConfig c;
     c.present = t.boolean("present", true);
-    c.phase_s = t.number("phase_ns", 0.0) * 1e-9;
     c.frequency_ppb = t.number("frequency_ppb", 0.0);
-    c.noise.white_s = t.number("white_ns", 0.0) * 1e-9;
-    c.noise.flicker_s = t.number("flicker_ns", 0.0) * 1e-9;
-    c.noise.sawTooth_s = t.number("saw_tooth_ns", 0.0) * 1e-9;
-    c.noise.sawToothPeriod_s = t.seconds("saw_tooth_period", c.noise.sawToothPeriod_s);
-    if (!(c.noise.sawToothPeriod_s > 0.0)) t.fail("saw_tooth_period", "longer than nothing");
-    if (t.has("series")) {
-        const std::string path = beside(file, t.text("series"));
-        const SeriesKind kind = t.choice("series_kind", SERIES_KINDS, std::optional(SeriesKind::Phase));
-        const std::size_t column = static_cast<std::size_t>(t.integer("series_column", 0, 99, 0));
-        c.series = EndlessSeries(asPhase(readSeries(path, column), kind, 1.0));
-    }
+    readPhase(t, c);
     t.finish();
     return c;
 }
@@ -165,6 +154,23 @@ void readMainProcessor(TableReader& t, MainProcessorConfig& mp)
 
 }  // namespace
 
+void readPhase(TableReader& t, LineConfig& c)
+{
+    constexpr double NS = 1e-9;
+    c.phase_s = t.number("phase_ns", c.phase_s / NS) * NS;
+    c.noise.white_s = t.number("white_ns", c.noise.white_s / NS) * NS;
+    c.noise.flicker_s = t.number("flicker_ns", c.noise.flicker_s / NS) * NS;
+    c.noise.sawTooth_s = t.number("saw_tooth_ns", c.noise.sawTooth_s / NS) * NS;
+    c.noise.sawToothPeriod_s = t.seconds("saw_tooth_period", c.noise.sawToothPeriod_s);
+    if (!(c.noise.sawToothPeriod_s > 0.0)) t.fail("saw_tooth_period", "longer than nothing");
+    if (t.has("series")) {
+        const std::string path = beside(t.file(), t.text("series"));
+        const SeriesKind kind = t.choice("series_kind", SERIES_KINDS, std::optional(SeriesKind::Phase));
+        const std::size_t column = static_cast<std::size_t>(t.integer("series_column", 0, 99, 0));
+        c.series = EndlessSeries(asPhase(readSeries(path, column), kind, 1.0));
+    }
+}
+
 UnitSpec readUnit(const toml::table& table, const std::string& file)
 {
     TableReader t(table, file, "unit");
@@ -190,6 +196,11 @@ UnitSpec readUnit(const toml::table& table, const std::string& file)
             const LineConfig line = readInput(*entry.as_table(), file, input);
             if (!u.inputs.emplace(input, line).second) t.fail("input", "the same input twice");
         }
+    }
+    if (const toml::table* const gps = t.table("gps")) {
+        u.gps = readGps(*gps, file);
+        if (u.inputs.contains(ReferenceInput::Pps))
+            t.fail("gps", "its 1PPS takes the input 'pps'; there is another signal");
     }
     if (const toml::array* const references = t.tables("reference"))
         for (const toml::node& entry : *references)

@@ -14,6 +14,11 @@ Unit::Unit(ose::World& world, const UnitSpec& spec) : node_(world, spec.node)
         node_.board().connect(input, source.get());
         sources_.emplace(input, std::move(source));
     }
+    if (spec.gps) {
+        gps_ = std::make_unique<GpsReceiver>(world, node_.serial(), *spec.gps, world.seed(),
+                                             spec.node.name + ".gps");
+        node_.board().connect(ReferenceInput::Pps, gps_.get());
+    }
     world.at(static_cast<ose::Time>(spec.start_s * static_cast<double>(ose::SEC)),
              [this] { node_.powerOn(); });
 }

@@ -1,6 +1,7 @@
 // unit.h - A unit of a scenario in its world: its node and the sources at its inputs.
 #pragma once
 #include "sim/node/node.h"
+#include "sim/refs/gps_receiver.h"
 #include "sim/refs/line_source.h"
 #include "sim/scenario/scenario.h"
 
@@ -17,10 +18,12 @@ public:
     const std::string& name() const { return node_.name(); }
     /// A source that the scenario gave the unit; the scenario's reader has made sure that it is there.
     LineSource& input(ReferenceInput input) { return *sources_.at(input); }
+    GpsReceiver& gps() { return *gps_; }
 
 private:
     Node node_;
     std::map<ReferenceInput, std::unique_ptr<LineSource>> sources_;
+    std::unique_ptr<GpsReceiver> gps_;
 };
 
 }  // namespace sim

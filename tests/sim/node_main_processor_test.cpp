@@ -14,7 +14,7 @@ using sim::Answer;
 namespace {
 
 constexpr u32 SERVER_DEAD = 0x90E02, SERVER_UP = 0x90E03, INITIATE_REQ = 0x9C000, CFM = 0x9C001,
-              SUP_IND = 0x9C00A, SELECT = 0x9C00C, STATUS = 0x9C00D, ET_FROID = 0x9C010,
+              SUP_IND = 0x9C00A, SELECT = 0x9C00C, STATUS = 0x9C00D, GPS_STATUS = 0x9C021, ET_FROID = 0x9C010,
               REF_STATE = 0x9C03D;
 
 /// The unit's end of the interface, byte by byte, in a process of the program.
@@ -161,19 +161,29 @@ TEST(MainProcessor, SelectsTheFirstUsableReference)
     b.in([&] {
         Unit unit;
         unit.connect();
-        struct Case { const char* when; u32 refState; std::vector<u8> selections; };
+        // A receiver's status of 1 says that it works.
+        struct Case { const char* when; u32 refState; std::vector<u8> selections; u8 gps = 0; };
         for (const Case& c : std::to_array<Case>({
                  {"none there", 0x00, {}},
                  {"second there", 0x20, {2}},
                  {"nothing new", 0x20, {}},
-                 {"first there too", 0xA0, {6}},
+                 {"first there, not said to work", 0xA0, {}},
+                 {"first works", 0xA0, {6}, 1},
                  {"others' bits", 0xBF, {}},
-                 {"first lost", 0x20, {2}},
-                 {"both lost", 0x00, {1}},
+                 {"first in alarm", 0xA0, {2}, 2},
+                 {"alarm over, bit not yet set", 0x20, {6}, 1},
+                 {"bit alone lost", 0x00, {}},
+                 {"both lost", 0x00, {1}, 2},
                  {"still lost", 0x00, {}},
-                 {"first back", 0x80, {6}}})) {
+                 {"first back", 0x80, {6}, 1}})) {
             SCOPED_TRACE(c.when);
             unit.received.clear();
+            if (c.gps != 0) {
+                std::vector<u32> words(136 / 4);
+                words[0] = GPS_STATUS;
+                words[1] = c.gps;
+                unit.send(words);
+            }
             unit.status(2, c.refState);
             unit.take();
             EXPECT_EQ(unit.selections(), c.selections);
@@ -182,7 +192,7 @@ TEST(MainProcessor, SelectsTheFirstUsableReference)
         EXPECT_EQ(Unit::word(unit.received.back(), 12), 3u);
     });
     EXPECT_EQ(b.node.mainProcessor().selectedRefType(), 6);
-    EXPECT_EQ(b.node.mainProcessor().statuses().size(), 9u);
+    EXPECT_EQ(b.node.mainProcessor().statuses().size(), 12u);
     EXPECT_EQ(b.node.mainProcessor().clockState(), 2);
     EXPECT_EQ(b.node.mainProcessor().status().froClassNo, 8u);
 }
