@@ -35,12 +35,57 @@ const Change* at(const std::vector<Change>& changes, double t)
 }
 
 template <typename Change>
-Outcome isAt(const std::vector<Change>& changes, u8 Change::*value, double t, u8 wanted, const char* wantedName)
+Outcome isAt(const std::vector<Change>& changes, u8 Change::*value, double t, u8 wanted,
+             const char* wantedName)
 {
     const Change* const c = at(changes, t);
     const std::string is = c != nullptr ? c->name : "nothing";
     return {c != nullptr && c->*value == wanted,
             format("%s at %s, wanted %s", is.c_str(), clockText(t).c_str(), wantedName)};
+}
+
+Outcome gpsStatusAt(const UnitRecording& u, const sim::CheckSpec& c)
+{
+    const GpsStatus* const told = at(u.gpsStatuses, c.from_s);
+    const std::string is = told != nullptr ? told->name : "nothing told";
+    return {
+        told != nullptr && told->name == c.text,
+        format("'%s' at %s, wanted '%s'", is.c_str(), clockText(c.from_s).c_str(), c.text.c_str())};
+}
+
+Outcome gpsTold(const UnitRecording& u, const sim::CheckSpec& c)
+{
+    u64 count = 0;
+    for (const GpsStatus& told : u.gpsStatuses)
+        if (told.t >= c.from_s && told.t <= c.to_s && told.name == c.text) ++count;
+    return {count >= c.least && count <= c.most,
+            format("%llu times from %s to %s", static_cast<unsigned long long>(count),
+                   clockText(c.from_s).c_str(), clockText(c.to_s).c_str())};
+}
+
+Outcome gpsReaches(const UnitRecording& u, const sim::CheckSpec& c)
+{
+    for (const StateChange& change : u.gpsStates)
+        if (change.state == c.states[0] && change.t >= c.from_s && change.t <= c.to_s)
+            return {true, format("at %s", clockText(change.t).c_str())};
+    return {false, format("%s not entered between %s and %s", sim::gpsStateName(c.states[0]),
+                          clockText(c.from_s).c_str(), clockText(c.to_s).c_str())};
+}
+
+/// What the command printed holds the text often enough.
+Outcome printed(const UnitRecording& u, const sim::CheckSpec& c)
+{
+    for (const CommandOutput& o : u.outputs) {
+        if (o.line != c.line || std::abs(o.t - c.from_s) > 1e-9) continue;
+        u64 count = 0;
+        for (std::size_t i = o.output.find(c.text); i != std::string::npos;
+             i = o.output.find(c.text, i + 1))
+            ++count;
+        return {count >= c.least && count <= c.most,
+                format("result %d, '%s' %llu times", o.result, c.text.c_str(),
+                       static_cast<unsigned long long>(count))};
+    }
+    return {false, "the command didn't end"};
 }
 
 Outcome reaches(const UnitRecording& u, const sim::CheckSpec& c)
@@ -56,8 +101,9 @@ Outcome sequence(const UnitRecording& u, const sim::CheckSpec& c)
 {
     std::string was;
     for (const StateChange& change : u.states) was += (was.empty() ? "" : ", ") + change.name;
-    const bool same = std::equal(u.states.begin(), u.states.end(), c.states.begin(), c.states.end(),
-                                 [](const StateChange& change, u8 state) { return change.state == state; });
+    const bool same =
+        std::equal(u.states.begin(), u.states.end(), c.states.begin(), c.states.end(),
+                   [](const StateChange& change, u8 state) { return change.state == state; });
     return {same, was};
 }
 
@@ -73,15 +119,38 @@ Outcome largestError(const UnitRecording& u, const sim::CheckSpec& c, bool time)
         largest = std::max(largest, std::abs((time ? s.timeError_ns : s.freqError_ppb) - origin));
     }
     const char* const unit = time ? "ns" : "ppb";
-    return {any && largest <= c.limit, format("%.4g %s from %s to %s, at most %g", largest, unit,
-                                              clockText(c.from_s).c_str(), clockText(c.to_s).c_str(), c.limit)};
+    return {any && largest <= c.limit,
+            format("%.4g %s from %s to %s, at most %g", largest, unit, clockText(c.from_s).c_str(),
+                   clockText(c.to_s).c_str(), c.limit)};
+}
+
+Outcome errorAboutMean(const UnitRecording& u, const sim::CheckSpec& c)
+{
+    double sum = 0.0;
+    std::size_t count = 0;
+    double lowest = 0.0;
+    double highest = 0.0;
+    for (const Sample& s : u.samples) {
+        if (s.t < c.from_s || s.t > c.to_s) continue;
+        lowest = count == 0 ? s.timeError_ns : std::min(lowest, s.timeError_ns);
+        highest = count == 0 ? s.timeError_ns : std::max(highest, s.timeError_ns);
+        sum += s.timeError_ns;
+        ++count;
+    }
+    const double mean = count > 0 ? sum / static_cast<double>(count) : 0.0;
+    const double largest = std::max(highest - mean, mean - lowest);
+    return {count > 0 && largest <= c.limit,
+            format("%.4g ns about the mean from %s to %s, at most %g", largest,
+                   clockText(c.from_s).c_str(), clockText(c.to_s).c_str(), c.limit)};
 }
 
 Outcome underMask(const UnitRecording& u, const Recording& recording, const sim::CheckSpec& c)
 {
     const Mask* const mask = maskByName(c.text);
     if (mask == nullptr) return {false, "there is no mask '" + c.text + "'"};
-    const Scores scores = score(u, recording.interval_s);
+    UnitRecording within = u;
+    std::erase_if(within.samples, [&](const Sample& s) { return s.t < c.from_s || s.t > c.to_s; });
+    const Scores scores = score(within, recording.interval_s);
     if (scores.mtie_ns.empty()) return {false, "no locked stretch to score"};
     const TauValue* const above = aboveMask(scores.mtie_ns, mask->mtie);
     if (above == nullptr) return {true, "MTIE within " + c.text};
@@ -108,12 +177,25 @@ Outcome evaluate(const sim::CheckSpec& c, const UnitRecording& u, const Recordin
 {
     switch (c.kind) {
     case sim::CheckKind::Clock:
-        return isAt(u.states, &StateChange::state, c.from_s, c.states[0], sim::clockStateName(c.states[0]));
+        return isAt(u.states, &StateChange::state, c.from_s, c.states[0],
+                    sim::clockStateName(c.states[0]));
     case sim::CheckKind::RegState:
         return isAt(u.regStates, &StateChange::state, c.from_s, c.states[0],
                     KvdLoz6TuReg_regStateText(c.states[0]));
     case sim::CheckKind::Selected:
-        return isAt(u.selected, &Selection::refType, c.from_s, c.states[0], sim::refTypeName(c.states[0]));
+        return isAt(u.selected, &Selection::refType, c.from_s, c.states[0],
+                    sim::refTypeName(c.states[0]));
+    case sim::CheckKind::GpsState:
+        return isAt(u.gpsStates, &StateChange::state, c.from_s, c.states[0],
+                    sim::gpsStateName(c.states[0]));
+    case sim::CheckKind::GpsType:
+        return isAt(u.gpsTypes, &StateChange::state, c.from_s, c.states[0],
+                    sim::gpssTypeName(c.states[0]));
+    case sim::CheckKind::GpsStatus: return gpsStatusAt(u, c);
+    case sim::CheckKind::GpsTold:   return gpsTold(u, c);
+    case sim::CheckKind::GpsReaches: return gpsReaches(u, c);
+    case sim::CheckKind::Command:   return printed(u, c);
+    case sim::CheckKind::AboutMean: return errorAboutMean(u, c);
     case sim::CheckKind::Reaches:   return reaches(u, c);
     case sim::CheckKind::Sequence:  return sequence(u, c);
     case sim::CheckKind::TimeError: return largestError(u, c, true);

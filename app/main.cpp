@@ -1,4 +1,5 @@
-// tu - Runs timing units in a simulated node from a scenario.
+// tu - Runs timing units in a simulated node from a scenario, or feeds one the log of a receiver.
+#include "app/nmea.h"
 #include "app/report.h"
 #include "app/runner.h"
 #include "app/summary.h"
@@ -72,6 +73,28 @@ int run(const RunArguments& a)
     return CHECK_FAILED;
 }
 
+struct NmeaArguments {
+    std::string log;
+    std::optional<u64> cut;
+    double noise = 0.0;
+    u64 seed = 1;
+    bool raw = false;
+    bool verbose = false;
+};
+
+int nmea(const NmeaArguments& a)
+{
+    app::NmeaLog log = app::readNmeaLog(a.log, a.raw);
+    app::mixNoise(log, a.noise, a.seed);
+    app::NmeaBench unit;
+    if (a.verbose)
+        unit.onSentence([](const app::NmeaSentence& s) { app::printNmeaSentence(s, stdout); });
+    unit.feed(log.bytes, a.cut);
+    const app::NmeaResult result = unit.result();
+    app::printNmeaResult(result, log, a.log, stdout);
+    return result.misuses.empty() ? 0 : CHECK_FAILED;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -92,14 +115,26 @@ int main(int argc, char** argv)
     runCommand->add_flag("--shell", a.shell, "Operator's console; the unit runs in real time unless --speed");
     runCommand->add_option("--speed", a.speed, "Times real time, 0 as fast as it goes")
         ->check(CLI::Range(0.0, 1e6));
+    NmeaArguments n;
+    CLI::App* const nmeaCommand =
+        tu.add_subcommand("nmea", "Put a receiver's log on a unit's serial line and tell what it takes");
+    nmeaCommand->add_option("log", n.log, "NMEA 0183 log")->required();
+    nmeaCommand->add_option("--cut", n.cut, "Cut it into pieces of random length, from this seed");
+    nmeaCommand->add_option("--noise", n.noise, "Random bytes mixed in, for each byte of the log")
+        ->check(CLI::Range(0.0, 1.0));
+    nmeaCommand->add_option("--seed", n.seed, "Seed of the noise");
+    nmeaCommand->add_flag("--raw", n.raw, "Leave the ends of lines as they are");
+    nmeaCommand->add_flag("--verbose", n.verbose, "Each sentence with what became of it");
     try {
         tu.parse(argc, argv);
-        return run(a);
+        return nmeaCommand->parsed() ? nmea(n) : run(a);
     } catch (const CLI::ParseError& e) {
         return e.get_exit_code() == 0 ? tu.exit(e) : refuse(std::string("tu: ") + e.what());
     } catch (const sim::ScenarioError& e) {
         return refuse(e.what());
     } catch (const sim::SeriesError& e) {
+        return refuse(e.what());
+    } catch (const app::NmeaError& e) {
         return refuse(e.what());
     }
 }

@@ -26,7 +26,7 @@ std::string scriptOf(const Plot& plot, const std::string& output)
            << "set title " << quoted(plot.title) << "\nset xlabel " << quoted(plot.xLabel)
            << "\nset ylabel " << quoted(plot.yLabel) << "\n"
            << "set grid lc rgb '#dddddd'\nset border 3 lc rgb '#444444'\nset tics nomirror\n"
-           << "set termoption noenhanced\nset lmargin 22\n"
+           << "set termoption noenhanced\nset lmargin 29\n"
            << (plot.curves.size() > 1 ? "set key outside right top\n" : "unset key\n");
     if (plot.logarithmic)
         script << "set logscale xy\nset format x '%g'\nset format y '%g'\n";

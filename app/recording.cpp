@@ -15,9 +15,11 @@ std::vector<LockedSpan> lockedSpans(const UnitRecording& unit, double interval_s
     std::size_t begin = 0;
     bool inside = false;
     for (std::size_t i = 0; i <= unit.samples.size(); ++i) {
-        const bool locked = i < unit.samples.size() && isLockedState(unit.samples[i].radioClockState);
+        const bool locked =
+            i < unit.samples.size() && isLockedState(unit.samples[i].radioClockState);
         if (locked && !inside) begin = i;
-        if (!locked && inside && i - begin > settling + 1) spans.push_back({begin + settling, i - 1});
+        if (!locked && inside && i - begin > settling + 1)
+            spans.push_back({begin + settling, i - 1});
         inside = locked;
     }
     return spans;
@@ -34,11 +36,28 @@ void finish(Extremes& e, std::size_t count)
     if (count > 0) e.rms = std::sqrt(e.rms / static_cast<double>(count));
 }
 
+double meanTimeError_ns(const UnitRecording& unit, const LockedSpan& span)
+{
+    const double origin_ns = unit.samples[span.first].timeError_ns;
+    double sum = 0.0;
+    for (std::size_t i = span.first; i <= span.last; ++i)
+        sum += unit.samples[i].timeError_ns - origin_ns;
+    return origin_ns + sum / static_cast<double>(span.last - span.first + 1);
+}
+
+bool isHoldoverState(u8 radioClockState)
+{
+    constexpr u8 FREQUENCY_HOLDOVER = 4, TIME_OFFSET_HOLDOVER = 9, RNT_TIME_HOLDOVER = 11;
+    return radioClockState == FREQUENCY_HOLDOVER || radioClockState == TIME_OFFSET_HOLDOVER ||
+           radioClockState == RNT_TIME_HOLDOVER;
+}
+
 void scoreLongestSpan(const UnitRecording& unit, double interval_s, Scores& scores)
 {
-    const auto longest = std::max_element(
-        scores.spans.begin(), scores.spans.end(),
-        [](const LockedSpan& a, const LockedSpan& b) { return a.last - a.first < b.last - b.first; });
+    const auto longest = std::max_element(scores.spans.begin(), scores.spans.end(),
+                                          [](const LockedSpan& a, const LockedSpan& b) {
+                                              return a.last - a.first < b.last - b.first;
+                                          });
     if (longest == scores.spans.end()) return;
     std::vector<double> x;
     for (std::size_t i = longest->first; i <= longest->last; ++i)
@@ -61,6 +80,38 @@ bool isLockedState(u8 radioClockState)
            radioClockState == SLAVE_FRAME_LOCKED;
 }
 
+std::vector<Holdover> holdovers(const UnitRecording& unit)
+{
+    std::vector<Holdover> found;
+    bool inside = false;
+    for (std::size_t i = 0; i < unit.samples.size(); ++i) {
+        const bool holdover = isHoldoverState(unit.samples[i].radioClockState);
+        if (holdover && !inside) found.push_back({i, i, 0.0, 0.0});
+        if (holdover) {
+            Holdover& h = found.back();
+            h.last = i;
+            h.seconds = unit.samples[i].t - unit.samples[h.first].t;
+            h.drift_ns = unit.samples[i].timeError_ns - unit.samples[h.first].timeError_ns;
+        }
+        inside = holdover;
+    }
+    return found;
+}
+
+std::optional<double> holdoverError_ns(const UnitRecording& unit, const Holdover& holdover,
+                                       double seconds)
+{
+    if (holdover.seconds < seconds) return std::nullopt;
+    const Sample& begin = unit.samples[holdover.first];
+    double largest = 0.0;
+    for (std::size_t i = holdover.first; i <= holdover.last; ++i) {
+        const Sample& s = unit.samples[i];
+        if (s.t - begin.t > seconds) break;
+        largest = std::max(largest, std::abs(s.timeError_ns - begin.timeError_ns));
+    }
+    return largest;
+}
+
 bool Recording::passed() const
 {
     return misuses.empty() &&
@@ -79,12 +130,15 @@ Scores score(const UnitRecording& unit, double interval_s)
     std::size_t count = 0;
     for (const LockedSpan& span : scores.spans) {
         const double origin_ns = unit.samples[span.first].timeError_ns;
+        const double mean_ns = meanTimeError_ns(unit, span);
         for (std::size_t i = span.first; i <= span.last; ++i, ++count) {
             add(scores.timeError_ns, unit.samples[i].timeError_ns - origin_ns);
+            add(scores.aboutMean_ns, unit.samples[i].timeError_ns - mean_ns);
             add(scores.freqError_ppb, unit.samples[i].freqError_ppb);
         }
     }
     finish(scores.timeError_ns, count);
+    finish(scores.aboutMean_ns, count);
     finish(scores.freqError_ppb, count);
     scores.scored_s = static_cast<double>(count) * interval_s;
     scoreLongestSpan(unit, interval_s, scores);

@@ -1,4 +1,5 @@
-// recording.h - What a run leaves behind: changes of state, series of the true errors, results of checks.
+// recording.h - What a run leaves behind: changes of state, series of the true errors, results of
+// checks.
 // Times in s of virtual time, errors against the world's own time, never the unit's estimate.
 #pragma once
 #include "app/score.h"
@@ -6,6 +7,7 @@
 
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,6 +17,21 @@ struct StateChange {
     double t = 0;
     u8 state = 0;
     std::string name;
+};
+
+/// What the main processor was told of the GPS receiver.
+struct GpsStatus {
+    double t = 0;
+    u8 status = 0;
+    std::string name;             // the text
+};
+
+/// What a command of the unit printed when the scenario asked for it.
+struct CommandOutput {
+    double t = 0;                 // when the command was given
+    std::string line;
+    int result = 0;
+    std::string output;
 };
 
 struct Selection {
@@ -51,6 +68,10 @@ struct UnitRecording {
     std::vector<StateChange> states;      // radio clock state, as the main processor was told
     std::vector<StateChange> regStates;
     std::vector<Selection> selected;
+    std::vector<StateChange> gpsStates;   // without the moments that a late sentence takes from 7
+    std::vector<StateChange> gpsTypes;
+    std::vector<GpsStatus> gpsStatuses;
+    std::vector<CommandOutput> outputs;
     std::vector<Sample> samples;
 };
 
@@ -72,12 +93,27 @@ struct Scores {
     std::vector<LockedSpan> spans;
     double scored_s = 0;                  // how much of the run was scored
     Extremes timeError_ns;                // from the beginning of each span
+    Extremes aboutMean_ns;                // from the mean of each span, which a jump would take
     Extremes freqError_ppb;
     double timeToLock_s = -1;             // first locked state, -1 without any
     double mtieFrom_s = 0, mtieTo_s = 0;  // longest span: where MTIE and TDEV were taken
     std::vector<TauValue> mtie_ns;
     std::vector<TauValue> tdev_ns;
 };
+/// A stretch without a reference, from the moment that the clock says so.
+struct Holdover {
+    std::size_t first = 0, last = 0;      // samples, both included
+    double seconds = 0;
+    double drift_ns = 0;                  // time error at the end less that at the beginning
+};
+std::vector<Holdover> holdovers(const UnitRecording& unit);
+/// After these the time error of a holdover is put beside the limit.
+constexpr double HOLDOVER_MARKS_s[] = {3600.0, 8 * 3600.0, 24 * 3600.0};
+constexpr double HOLDOVER_LIMIT_ns = 1500.0;
+/// Largest time error within the first `seconds` of a holdover; nothing when it ended before.
+std::optional<double> holdoverError_ns(const UnitRecording& unit, const Holdover& holdover,
+                                       double seconds);
+
 /// The settling time after each lock that a score leaves out, s.
 constexpr double SETTLING_s = 300.0;
 Scores score(const UnitRecording& unit, double interval_s);

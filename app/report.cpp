@@ -17,7 +17,8 @@ constexpr const char* BLUE = "lines lw 1.2 lc rgb '#2458a6'";
 constexpr const char* DARK = "linespoints pt 7 ps 0.4 lw 1.4 lc rgb '#222222'";
 constexpr const char* MASK_STYLES[] = {"lines lw 1.6 dt 2 lc rgb '#b03a2e'",
                                        "lines lw 1.6 dt 4 lc rgb '#1e8449'",
-                                       "lines lw 1.6 dt 3 lc rgb '#7d3c98'"};
+                                       "lines lw 1.6 dt 3 lc rgb '#7d3c98'",
+                                       "lines lw 1.6 dt 5 lc rgb '#b9770e'"};
 
 std::string seriesCsv(const UnitRecording& unit)
 {
@@ -41,7 +42,11 @@ std::string statesCsv(const UnitRecording& unit)
     for (const StateChange& c : unit.states) row(c.t, "radioClockState", c.state, c.name);
     for (const StateChange& c : unit.regStates) row(c.t, "regState", c.state, c.name);
     for (const Selection& s : unit.selected) row(s.t, "selected", s.refType, s.name);
-    std::stable_sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) { return a.t < b.t; });
+    for (const StateChange& c : unit.gpsStates) row(c.t, "gpsState", c.state, c.name);
+    for (const StateChange& c : unit.gpsTypes) row(c.t, "gpssType", c.state, c.name);
+    for (const GpsStatus& g : unit.gpsStatuses) row(g.t, "gpsStatus", g.status, g.name);
+    std::stable_sort(rows.begin(), rows.end(),
+                     [](const Row& a, const Row& b) { return a.t < b.t; });
     std::ostringstream csv;
     csv.precision(15);
     csv << "t_s,kind,value,name\n";
@@ -49,7 +54,8 @@ std::string statesCsv(const UnitRecording& unit)
     return csv.str();
 }
 
-std::vector<std::pair<double, double>> series(const UnitRecording& unit, double Sample::*field, double from_s)
+std::vector<std::pair<double, double>> series(const UnitRecording& unit, double Sample::*field,
+                                              double from_s)
 {
     std::vector<std::pair<double, double>> points;
     points.reserve(unit.samples.size());
@@ -58,8 +64,8 @@ std::vector<std::pair<double, double>> series(const UnitRecording& unit, double 
     return thinned(points, POINTS_MAX);
 }
 
-Plot overTime(const UnitRecording& unit, const char* title, const char* yLabel, double Sample::*field,
-              double from_s = 0.0)
+Plot overTime(const UnitRecording& unit, const char* title, const char* yLabel,
+              double Sample::*field, double from_s = 0.0)
 {
     return {title, "time, h", yLabel, false, {}, {{"", BLUE, series(unit, field, from_s)}}};
 }
@@ -71,7 +77,8 @@ Plot dividerPlot(const UnitRecording& unit, double from_s)
     const double end = points.empty() ? 0.0 : points.back().second;
     for (auto& [t, value] : points) value = end > 0.0 ? (value / end - 1.0) * 1e9 : 0.0;
     char title[96];
-    std::snprintf(title, sizeof title, "Divider, from the first lock on, against %.9f at the end", end);
+    std::snprintf(title, sizeof title, "Divider, from the first lock on, against %.9f at the end",
+                  end);
     return {title, "time, h", "ppb", false, {}, {{"", BLUE, points}}};
 }
 
@@ -88,10 +95,12 @@ Plot statePlot(const char* title, const std::vector<Change>& changes, double end
             level[c.name] = next;
             plot.yTics.emplace_back(c.name, next);
         }
-        if (!curve.points.empty()) curve.points.emplace_back(c.t / 3600.0, curve.points.back().second);
+        if (!curve.points.empty())
+            curve.points.emplace_back(c.t / 3600.0, curve.points.back().second);
         curve.points.emplace_back(c.t / 3600.0, level[c.name]);
     }
-    if (!curve.points.empty()) curve.points.emplace_back(end_s / 3600.0, curve.points.back().second);
+    if (!curve.points.empty())
+        curve.points.emplace_back(end_s / 3600.0, curve.points.back().second);
     curve.style = "lines lw 2 lc rgb '#2458a6'";
     plot.curves.push_back(std::move(curve));
     return plot;
@@ -116,6 +125,37 @@ Plot deviationPlot(const char* title, const std::vector<TauValue>& values,
         }
         plot.curves.push_back(std::move(limit));
     }
+    return plot;
+}
+
+/// Time error of each holdover from its beginning, with the limit that a node's clock has.
+Plot holdoverPlot(const UnitRecording& unit)
+{
+    Plot plot{"Time error in holdover, from its beginning",
+              "time since the reference was lost, h",
+              "ns",
+              false,
+              {},
+              {}};
+    constexpr const char* STYLES[] = {"lines lw 1.4 lc rgb '#2458a6'",
+                                      "lines lw 1.4 lc rgb '#1e8449'",
+                                      "lines lw 1.4 lc rgb '#7d3c98'"};
+    double longest_h = 0.0;
+    for (const Holdover& h : holdovers(unit)) {
+        const Sample& begin = unit.samples[h.first];
+        std::vector<std::pair<double, double>> points;
+        for (std::size_t i = h.first; i <= h.last; ++i)
+            points.emplace_back((unit.samples[i].t - begin.t) / 3600.0,
+                                unit.samples[i].timeError_ns - begin.timeError_ns);
+        longest_h = std::max(longest_h, h.seconds / 3600.0);
+        plot.curves.push_back({"from " + clockText(begin.t),
+                               STYLES[plot.curves.size() % std::size(STYLES)],
+                               thinned(points, POINTS_MAX)});
+    }
+    if (plot.curves.empty()) return plot;
+    for (const double limit : {HOLDOVER_LIMIT_ns, -HOLDOVER_LIMIT_ns})
+        plot.curves.push_back(
+            {limit > 0 ? "1.5 us" : "", MASK_STYLES[0], {{0.0, limit}, {longest_h, limit}}});
     return plot;
 }
 
@@ -163,15 +203,26 @@ void appendUnit(std::string& page, const UnitRecording& unit, const Recording& r
     appendPlot(page, statePlot("Radio clock state", unit.states, recording.virtual_s));
     appendPlot(page, statePlot("Regulator state", unit.regStates, recording.virtual_s));
     appendPlot(page, statePlot("Selected reference", unit.selected, recording.virtual_s));
-    appendPlot(page, overTime(unit, "Time error, true, from the beginning", "ns", &Sample::timeError_ns));
+    if (!unit.gpsStates.empty()) {
+        appendPlot(page, statePlot("GPS receiver, as the unit sees it", unit.gpsStates,
+                                   recording.virtual_s));
+        appendPlot(page, statePlot("GPS, as the main processor is told", unit.gpsStatuses,
+                                   recording.virtual_s));
+    }
+    appendPlot(page,
+               overTime(unit, "Time error, true, from the beginning", "ns", &Sample::timeError_ns));
     // The warm-up would hide everything after it.
     const double lock_s = std::max(scores.timeToLock_s, 0.0);
     appendPlot(page, overTime(unit, "Frequency error, true, from the first lock on", "ppb",
                               &Sample::freqError_ppb, lock_s));
     appendPlot(page, dividerPlot(unit, lock_s));
     appendPlot(page, overTime(unit, "Oscillator temperature", "sensor, V", &Sample::temperature_V));
-    appendPlot(page, deviationPlot("MTIE of the longest locked stretch", scores.mtie_ns, &Mask::mtie));
-    appendPlot(page, deviationPlot("TDEV of the longest locked stretch", scores.tdev_ns, &Mask::tdev));
+    const Plot inHoldover = holdoverPlot(unit);
+    if (!inHoldover.curves.empty()) appendPlot(page, inHoldover);
+    appendPlot(page,
+               deviationPlot("MTIE of the longest locked stretch", scores.mtie_ns, &Mask::mtie));
+    appendPlot(page,
+               deviationPlot("TDEV of the longest locked stretch", scores.tdev_ns, &Mask::tdev));
 }
 
 std::string pageOf(const Recording& recording)
@@ -200,8 +251,10 @@ std::string writeReport(const Recording& recording, const std::string& directory
 {
     std::string wrong = writeFile(directory + "/summary.json", summaryJson(recording));
     for (const UnitRecording& unit : recording.units) {
-        if (wrong.empty()) wrong = writeFile(directory + "/series-" + unit.name + ".csv", seriesCsv(unit));
-        if (wrong.empty()) wrong = writeFile(directory + "/states-" + unit.name + ".csv", statesCsv(unit));
+        if (wrong.empty())
+            wrong = writeFile(directory + "/series-" + unit.name + ".csv", seriesCsv(unit));
+        if (wrong.empty())
+            wrong = writeFile(directory + "/states-" + unit.name + ".csv", statesCsv(unit));
     }
     if (wrong.empty()) wrong = writeFile(directory + "/report.html", pageOf(recording));
     return wrong;

@@ -4,6 +4,9 @@
 #include "app/console.h"
 #include "app/progress.h"
 #include "app/summary.h"
+#include "gps/kvd_gps_receiver.h"
+#include "gps/kvd_gps_state.h"
+#include "iif/tuiif_sig.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "sim/board/board.h"
@@ -11,6 +14,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <map>
 #include <memory>
 
@@ -25,7 +29,8 @@ class Recorder {
 public:
     Recorder(ose::World& world, sim::Unit& unit, Progress& progress, bool withName,
              const std::vector<sim::CheckSpec>& checks)
-        : world_(world), unit_(unit), progress_(progress), prefix_(withName ? unit.name() + "  " : "")
+        : world_(world), unit_(unit), progress_(progress),
+          prefix_(withName ? unit.name() + "  " : "")
     {
         recording.name = unit.name();
         for (const sim::CheckSpec& c : checks)
@@ -33,10 +38,12 @@ public:
         sim::MainProcessor& mp = unit.node().mainProcessor();
         mp.onStatus([this](const sim::ClockStatus& s) { onClockState(s.radioClockState); });
         mp.onSelect([this](const sim::MpReference& r) { onSelect(r); });
+        mp.onRecord([this](const sim::MpRecord& r) { onRecord(r); });
         unit.node().traces().setCapacity(0);
         unit.node().traces().onLine([this](const sim::TraceLine& line) { onTrace(line); });
         unit.node().onProgramEnd([this](const sim::ProgramEnd& end) {
-            tell("program ended: " + (end.text.empty() ? "code " + std::to_string(end.code) : end.text));
+            tell("program ended: " +
+                 (end.text.empty() ? "code " + std::to_string(end.code) : end.text));
         });
     }
 
@@ -50,17 +57,28 @@ public:
         s.div = board.divider();
         s.temperature_V = board.temperature_V();
         s.radioClockState = clockState_;
-        if (unit_.node().program() != nullptr)
+        if (unit_.node().program() != nullptr) {
             s.regState = unit_.node().inProgram([] { return KvdLoz6TuReg_regState(); });
+            sampleGps();
+        }
         onRegState(s.regState);
         recording.samples.push_back(s);
+    }
+
+    void command(const std::string& line)
+    {
+        const double t = now();
+        unit_.node().shell().submit(line, [this, t, line](int result, const std::string& output) {
+            recording.outputs.push_back({t, line, result, output});
+        });
     }
 
     void tell(const std::string& text) { progress_.line(now(), prefix_ + text); }
 
     std::string status() const
     {
-        const double error_ns = recording.samples.empty() ? 0.0 : recording.samples.back().timeError_ns;
+        const double error_ns =
+            recording.samples.empty() ? 0.0 : recording.samples.back().timeError_ns;
         char text[96];
         std::snprintf(text, sizeof text, "%s  %s  %+.0f ns", sim::clockStateName(clockState_),
                       selected_.c_str(), error_ns);
@@ -95,9 +113,44 @@ private:
 
     void onRegState(u8 state)
     {
-        if (state == 0 || (!recording.regStates.empty() && recording.regStates.back().state == state)) return;
+        if (state == 0 ||
+            (!recording.regStates.empty() && recording.regStates.back().state == state))
+            return;
         recording.regStates.push_back({now(), state, KvdLoz6TuReg_regStateText(state)});
         tell(std::string("regulator  ") + KvdLoz6TuReg_regStateText(state));
+    }
+
+    void sampleGps()
+    {
+        struct Seen { u8 state, type; std::string typeName; };
+        const Seen seen = unit_.node().inProgram([] {
+            const u32 type = KvdLoz6TuGps_receiver().gpssType;
+            return Seen{static_cast<u8>(KvdLoz6TuGps_gpsState()), static_cast<u8>(type),
+                        KvdLoz6TuGps_gpssTypeText(type)};
+        });
+        if (recording.gpsStates.empty() && seen.state <= GPS_UN_INIT) return;
+        if (recording.gpsTypes.empty() || recording.gpsTypes.back().state != seen.type) {
+            recording.gpsTypes.push_back({now(), seen.type, sim::gpssTypeName(seen.type)});
+            if (seen.type != GPSS_UNKNOWN) tell("receiver   " + seen.typeName);
+        }
+        // A late sentence takes the state from 7 to 6 and the next brings it back: nothing to tell.
+        const bool isShaken = seen.state == GPS_OPERATIONAL && !recording.gpsStates.empty() &&
+                              recording.gpsStates.back().state == GPS_OPERATIONAL_WITH_VALID_TIME;
+        shaken_ = isShaken ? shaken_ + 1 : 0;
+        if (isShaken && shaken_ < SHAKEN_SAMPLES) return;
+        if (!recording.gpsStates.empty() && recording.gpsStates.back().state == seen.state) return;
+        recording.gpsStates.push_back({now(), seen.state, sim::gpsStateName(seen.state)});
+        tell(std::string("GPS        ") + sim::gpsStateName(seen.state));
+    }
+
+    void onRecord(const sim::MpRecord& record)
+    {
+        if (record.sigNo != KVD_TUIIF_GPS_STATUS_IND) return;
+        const auto ind = record.as<KvdTuiifGpsStatusInd>();
+        if (!ind) return;
+        const std::string text(ind->text, strnlen(ind->text, sizeof ind->text));
+        recording.gpsStatuses.push_back({now(), ind->gpsStatus, text});
+        tell("GPS status " + std::to_string(ind->gpsStatus) + " " + text);
     }
 
     void onTrace(const sim::TraceLine& line)
@@ -113,6 +166,8 @@ private:
     u8 clockState_ = 7;
     std::string selected_ = "none";
     std::map<std::string, u64> traceCounts_;
+    static constexpr u32 SHAKEN_SAMPLES = 5;
+    u32 shaken_ = 0;
 };
 
 class Run {
@@ -124,12 +179,14 @@ public:
         world_.onMisuse([this](const ose::Misuse& m) { misuses_.push_back(m.text()); });
         for (const sim::UnitSpec& spec : scenario.units) {
             units_.push_back(std::make_unique<sim::Unit>(world_, spec));
-            recorders_.push_back(std::make_unique<Recorder>(world_, *units_.back(), progress_,
-                                                            scenario.units.size() > 1, scenario.checks));
+            recorders_.push_back(std::make_unique<Recorder>(
+                world_, *units_.back(), progress_, scenario.units.size() > 1, scenario.checks));
             if (!options.out.empty())
-                units_.back()->node().traces().toFile(options.out + "/trace-" + spec.node.name + ".txt");
+                units_.back()->node().traces().toFile(options.out + "/trace-" + spec.node.name +
+                                                      ".txt");
         }
         scheduleEvents();
+        scheduleCommands();
         scheduleSample(0);
     }
 
@@ -146,20 +203,34 @@ public:
             progress_.at(seconds(world_.now()), recorders_.front()->status());
         }
         progress_.end();
-        return finish(std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count());
+        return finish(
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count());
     }
 
 private:
     void scheduleEvents()
     {
         for (const sim::EventSpec& event : scenario_.events) {
-            const auto index = std::find_if(units_.begin(), units_.end(),
-                                            [&](const auto& u) { return u->name() == event.unit; }) -
-                               units_.begin();
+            const auto index =
+                std::find_if(units_.begin(), units_.end(),
+                             [&](const auto& u) { return u->name() == event.unit; }) -
+                units_.begin();
             world_.at(worldTime(event.at_s), [this, &event, index] {
                 recorders_[static_cast<std::size_t>(index)]->tell("event      " + event.what);
                 event.action(*units_[static_cast<std::size_t>(index)]);
             });
+        }
+    }
+
+    void scheduleCommands()
+    {
+        for (const sim::CheckSpec& check : scenario_.checks) {
+            if (check.kind != sim::CheckKind::Command) continue;
+            const auto recorder =
+                std::find_if(recorders_.begin(), recorders_.end(),
+                             [&](const auto& r) { return r->recording.name == check.unit; });
+            world_.at(worldTime(check.from_s),
+                      [r = recorder->get(), &check] { r->command(check.line); });
         }
     }
 
@@ -200,7 +271,8 @@ private:
                 });
         recording.misuses = misuses_;
         if (!options_.out.empty())
-            for (auto& unit : units_) unit->node().volumes().save(options_.out + "/volumes-" + unit->name());
+            for (auto& unit : units_)
+                unit->node().volumes().save(options_.out + "/volumes-" + unit->name());
         return recording;
     }
 

@@ -31,7 +31,10 @@ struct Mask {
     std::span<const MaskSegment> mtie;   // ns
     std::span<const MaskSegment> tdev;   // ns
 };
-/// Masks of ITU-T G.811, G.812 type III, G.8272 (PRTC-A).
+/// Largest time error that ITU-T G.8272 (11/2018) clause 6.1 lets a PRTC have while it is locked.
+constexpr double PRTC_A_MAX_TE_ns = 100.0, PRTC_B_MAX_TE_ns = 40.0;
+
+/// Masks of ITU-T G.811, G.812 type III, G.8272 (PRTC-A) and G.8272-B (PRTC-B).
 std::span<const Mask> masks();
 const Mask* maskByName(const std::string& name);
 /// Limit at tau; negative where the mask says nothing.

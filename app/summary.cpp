@@ -33,6 +33,25 @@ Json toJson(const CheckResult& check)
 
 Json toJson(const Extremes& e) { return {{"max", e.max}, {"rms", e.rms}}; }
 
+Json toJson(const GpsStatus& status)
+{
+    return {{"t", status.t}, {"status", status.status}, {"text", status.name}};
+}
+
+Json holdoversOf(const UnitRecording& unit)
+{
+    Json rows = Json::array();
+    for (const Holdover& h : holdovers(unit)) {
+        Json row = {
+            {"from_s", unit.samples[h.first].t}, {"seconds", h.seconds}, {"drift_ns", h.drift_ns}};
+        for (const double mark_s : HOLDOVER_MARKS_s)
+            if (const std::optional<double> error = holdoverError_ns(unit, h, mark_s))
+                row["max_ns_" + std::to_string(std::lround(mark_s / 3600.0)) + "h"] = *error;
+        rows.push_back(row);
+    }
+    return rows;
+}
+
 Json finalOf(const UnitRecording& unit)
 {
     Json last = Json::object();
@@ -60,6 +79,16 @@ Json toJson(const UnitRecording& unit, const Recording& recording)
     for (const StateChange& c : unit.regStates) json["regStates"].push_back(toJson(c, "regState"));
     json["selected"] = Json::array();
     for (const Selection& s : unit.selected) json["selected"].push_back(toJson(s));
+    if (!unit.gpsStates.empty()) {
+        json["gps_states"] = Json::array();
+        for (const StateChange& c : unit.gpsStates)
+            json["gps_states"].push_back(toJson(c, "gpsState"));
+        json["gps_types"] = Json::array();
+        for (const StateChange& c : unit.gpsTypes)
+            json["gps_types"].push_back(toJson(c, "gpssType"));
+        json["gps_statuses"] = Json::array();
+        for (const GpsStatus& g : unit.gpsStatuses) json["gps_statuses"].push_back(toJson(g));
+    }
     json["final"] = finalOf(unit);
     json["time_to_lock_s"] = scores.timeToLock_s;
     json["scored_seconds"] = scores.scored_s;
@@ -67,6 +96,8 @@ Json toJson(const UnitRecording& unit, const Recording& recording)
     for (const LockedSpan& span : scores.spans)
         json["scored_from_to_s"].push_back({unit.samples[span.first].t, unit.samples[span.last].t});
     json["time_error_ns"] = toJson(scores.timeError_ns);
+    json["time_error_about_mean_ns"] = toJson(scores.aboutMean_ns);
+    json["holdovers"] = holdoversOf(unit);
     json["freq_error_ppb"] = toJson(scores.freqError_ppb);
     json["mtie_ns"] = toJson(scores.mtie_ns);
     json["tdev_ns"] = toJson(scores.tdev_ns);
@@ -93,23 +124,19 @@ void printMasks(const Scores& scores, std::FILE* out)
     }
 }
 
-/// Drift of the time error during each stretch of holdover.
 void printHoldovers(const UnitRecording& unit, std::FILE* out)
 {
-    const auto isHoldover = [](u8 state) { return state == 4 || state == 9 || state == 11; };
-    std::size_t begin = 0;
-    bool inside = false;
-    for (std::size_t i = 0; i <= unit.samples.size(); ++i) {
-        const bool holdover = i < unit.samples.size() && isHoldover(unit.samples[i].radioClockState);
-        if (holdover && !inside) begin = i;
-        if (!holdover && inside) {
-            const Sample& a = unit.samples[begin];
-            const Sample& b = unit.samples[i - 1];
-            std::fprintf(out, "  holdover       %s for %.0f s: time error %+.1f ns, frequency %+.4f ppb at end\n",
-                         clockText(a.t).c_str(), b.t - a.t, b.timeError_ns - a.timeError_ns,
-                         b.freqError_ppb);
-        }
-        inside = holdover;
+    for (const Holdover& h : holdovers(unit)) {
+        std::fprintf(
+            out,
+            "  holdover       %s for %.0f s: time error %+.1f ns, frequency %+.4f ppb at end\n",
+            clockText(unit.samples[h.first].t).c_str(), h.seconds, h.drift_ns,
+            unit.samples[h.last].freqError_ppb);
+        for (const double mark_s : HOLDOVER_MARKS_s)
+            if (const std::optional<double> error = holdoverError_ns(unit, h, mark_s))
+                std::fprintf(out, "    within %2.0f h  max %.1f ns, %s %.0f ns\n", mark_s / 3600.0,
+                             *error, *error <= HOLDOVER_LIMIT_ns ? "within" : "above",
+                             HOLDOVER_LIMIT_ns);
     }
 }
 
@@ -126,10 +153,18 @@ void printUnit(const UnitRecording& unit, double interval_s, std::FILE* out)
     if (scores.spans.empty()) {
         std::fprintf(out, "  no locked time to score\n");
     } else {
-        std::fprintf(out, "  locked, scored %.0f s in %zu stretches, the first %.0f s of each left out\n",
-                     scores.scored_s, scores.spans.size(), SETTLING_s);
-        std::fprintf(out, "  time error     max %.1f ns, rms %.1f ns, from the beginning of each stretch\n",
-                     scores.timeError_ns.max, scores.timeError_ns.rms);
+        std::fprintf(
+            out, "  locked, scored %.0f s in %zu stretches, the first %.0f s of each left out\n",
+            scores.scored_s, scores.spans.size(), SETTLING_s);
+        std::fprintf(
+            out, "  time error     max %.1f ns, rms %.1f ns, from the beginning of each stretch\n",
+            scores.timeError_ns.max, scores.timeError_ns.rms);
+        const double max_ns = scores.aboutMean_ns.max;
+        std::fprintf(
+            out,
+            "  about its mean max %.1f ns, rms %.1f ns; PRTC-A %s %.0f ns, PRTC-B %s %.0f ns\n",
+            max_ns, scores.aboutMean_ns.rms, max_ns <= PRTC_A_MAX_TE_ns ? "within" : "above",
+            PRTC_A_MAX_TE_ns, max_ns <= PRTC_B_MAX_TE_ns ? "within" : "above", PRTC_B_MAX_TE_ns);
         std::fprintf(out, "  frequency      max %.4f ppb, rms %.4f ppb\n", scores.freqError_ppb.max,
                      scores.freqError_ppb.rms);
     }
@@ -147,7 +182,8 @@ std::string clockText(double seconds)
 {
     const long long whole = static_cast<long long>(seconds);
     char text[32];
-    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60, whole % 60);
+    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60,
+                  whole % 60);
     return text;
 }
 
@@ -159,7 +195,8 @@ std::string summaryJson(const Recording& recording)
     json["virtual_seconds"] = recording.virtual_s;
     json["wall_seconds"] = recording.wall_s;
     json["units"] = Json::array();
-    for (const UnitRecording& unit : recording.units) json["units"].push_back(toJson(unit, recording));
+    for (const UnitRecording& unit : recording.units)
+        json["units"].push_back(toJson(unit, recording));
     json["checks"] = Json::array();
     for (const CheckResult& c : recording.checks) json["checks"].push_back(toJson(c));
     json["misuses"] = recording.misuses;
@@ -169,8 +206,8 @@ std::string summaryJson(const Recording& recording)
 void printSummary(const Recording& recording, std::FILE* out)
 {
     std::fprintf(out, "\n%s: %s of virtual time in %.1f s, %.0f times real time, seed %llu\n",
-                 recording.scenario.c_str(), clockText(recording.virtual_s).c_str(), recording.wall_s,
-                 recording.virtual_s / std::max(recording.wall_s, 1e-9),
+                 recording.scenario.c_str(), clockText(recording.virtual_s).c_str(),
+                 recording.wall_s, recording.virtual_s / std::max(recording.wall_s, 1e-9),
                  static_cast<unsigned long long>(recording.seed));
     for (const UnitRecording& unit : recording.units) printUnit(unit, recording.interval_s, out);
     for (const std::string& misuse : recording.misuses)
@@ -178,7 +215,8 @@ void printSummary(const Recording& recording, std::FILE* out)
     if (recording.checks.empty()) return;
     std::fprintf(out, "checks\n");
     for (const CheckResult& c : recording.checks)
-        std::fprintf(out, "  %s  %s: %s\n", c.pass ? "ok  " : "FAIL", c.name.c_str(), c.detail.c_str());
+        std::fprintf(out, "  %s  %s: %s\n", c.pass ? "ok  " : "FAIL", c.name.c_str(),
+                     c.detail.c_str());
 }
 
 }  // namespace app

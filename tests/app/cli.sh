@@ -34,5 +34,14 @@ expect 2 "a bad series" run "$dir/good.toml" --oscillator "$dir/bad.txt"
 grep -q 'bad.txt:2: ' "$dir/err" || { echo "no file and line of the series"; failed=1; }
 expect 2 "no such option" run "$dir/good.toml" --colour red
 expect 2 "no command"
+printf '# heading\n$GPGGA,1\r\n$GPXYZ,1*00\r\n' >"$dir/good.log"
+: >"$dir/empty.log"
+expect 0 "a log of a receiver" nmea "$dir/good.log" --verbose
+grep -q 'NMEA address GPXYZ not handled' "$dir/out" || { echo "no reason of the refusal"; failed=1; }
+expect 2 "an empty log" nmea "$dir/empty.log"
+expect 2 "no such log" nmea "$dir/none.log"
+grep -q 'none.log: ' "$dir/err" || { echo "the log isn't named"; failed=1; }
+expect 2 "a folder as a log" nmea "$dir"
+expect 2 "noise out of range" nmea "$dir/good.log" --noise 2
 expect 2 "a folder that can't be made" run "$dir/good.toml" --out /proc/none
 exit $failed

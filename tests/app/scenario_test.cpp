@@ -65,6 +65,8 @@ TEST(Scenario, IsRefusedWithLineAndReason)
              {"event on a missing input", minimal + "[[event]]\nat = \"1m\"\ndo = \"input.off\"\ninput = \"pps\"\n", "bad.toml:7: event: input: the unit has no input 'pps'"},
              {"event on another unit", minimal + "[[event]]\nat = \"1m\"\nunit = \"tu2\"\ndo = \"mp.die\"\n", "bad.toml:6: event: unit: there is no unit 'tu2'"},
              {"check of no state", minimal + "[[check]]\ncheck = \"clock\"\nat = \"1m\"\nis = \"FINE\"\n", "bad.toml:7: check: is: 'FINE' is no known name"},
+             {"check of no receiver's state", minimal + "[[check]]\ncheck = \"gps_state\"\nat = \"1m\"\nis = \"FINE\"\n", "bad.toml:7: check: is: 'FINE' is no known name"},
+             {"command without its text", minimal + "[[check]]\ncheck = \"command\"\nat = \"1m\"\nline = \"gpsstatus\"\n", "check: 'text' is missing"},
              {"check with a key too many", minimal + "[[check]]\ncheck = \"mask\"\nmask = \"G.811\"\nat = \"1m\"\n", "bad.toml:7: check: unknown key 'at'"},
          }) {
         SCOPED_TRACE(c.what);

@@ -67,7 +67,9 @@ TEST(Masks, StandAtTheFiguresOfTheRecommendations)
              {"G.812-III", true, 1.0, 40.0}, {"G.812-III", true, 10.0, 100.475},
              {"G.812-III", false, 40.0, 2.0}, {"G.812-III", false, 2000.0, 10.0},
              {"G.8272", true, 273.0, 100.075}, {"G.8272", true, 274.0, 100.0}, {"G.8272", true, 1e6, 100.0},
-             {"G.8272", false, 1000.0, 30.0}, {"G.811", true, 0.1, -1.0}})) {
+             {"G.8272", false, 1000.0, 30.0}, {"G.8272-B", true, 50.0, 38.75}, {"G.8272-B", true, 55.0, 40.0},
+             {"G.8272-B", false, 100.0, 1.0}, {"G.8272-B", false, 300.0, 3.0}, {"G.8272-B", false, 1e4, 5.0},
+             {"G.811", true, 0.1, -1.0}})) {
         SCOPED_TRACE(std::string(c.mask) + (c.mtie ? " MTIE " : " TDEV ") + std::to_string(c.tau));
         const app::Mask* const mask = app::maskByName(c.mask);
         ASSERT_NE(mask, nullptr);
@@ -118,10 +120,32 @@ TEST(Score, TakesTimeErrorFromTheBeginningOfEachSpan)
 {
     const app::Scores scores = app::score(lockedTwice(), 1.0);
     EXPECT_DOUBLE_EQ(scores.timeError_ns.max, 499.0);     // 499 s at 1 ns/s, 249 s at -2 ns/s
+    EXPECT_DOUBLE_EQ(scores.aboutMean_ns.max, 249.5);     // half the 499 ns that the first stretch spans
     EXPECT_DOUBLE_EQ(scores.freqError_ppb.max, 2.0);
     EXPECT_NEAR(scores.freqError_ppb.rms, std::sqrt((500.0 * 1.0 + 250.0 * 4.0) / 750.0), 1e-12);
     EXPECT_DOUBLE_EQ(scores.mtieFrom_s, 400.0);           // the longer span
     EXPECT_DOUBLE_EQ(scores.mtieTo_s, 899.0);
+}
+
+TEST(Score, TellsHowFarAHoldoverHasDriftedAfterATime)
+{
+    app::UnitRecording unit;
+    constexpr u8 WARMUP = 1, LOCKED = 8, HOLDOVER = 9;
+    for (int i = 0; i < 7000; ++i) {
+        app::Sample s;
+        s.t = i;
+        s.radioClockState = i < 100 ? WARMUP : i < 1000 || i > 4700 ? LOCKED : HOLDOVER;
+        // Down by 0.1 ns a second to t = 3000, up again from there.
+        if (i >= 1000) s.timeError_ns = 50.0 + (i < 3000 ? -0.1 * (i - 1000) : -200.0 + 0.3 * (i - 3000));
+        unit.samples.push_back(s);
+    }
+    const std::vector<app::Holdover> found = app::holdovers(unit);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_DOUBLE_EQ(found[0].seconds, 3700.0);
+    EXPECT_NEAR(found[0].drift_ns, 310.0, 1e-9);
+    EXPECT_NEAR(*app::holdoverError_ns(unit, found[0], 2500.0), 200.0, 1e-9);
+    EXPECT_NEAR(*app::holdoverError_ns(unit, found[0], 3600.0), 280.0, 1e-9);
+    EXPECT_EQ(app::holdoverError_ns(unit, found[0], 3701.0), std::nullopt);
 }
 
 TEST(Score, OfAUnitThatNeverLockedIsEmpty)
