@@ -20,7 +20,7 @@ void GpsReceiver::onBytes(const std::vector<u8>& bytes)
     if (!powered_ || world_.now() < silentUntil_) return;
     for (const u8 byte : bytes) {
         if (byte == '$') {
-            received_ = "$";
+            received_.assign(1, static_cast<char>(byte));
         } else if (byte == '\r' && !received_.empty()) {
             const std::string sentence = received_.substr(1);
             received_.clear();

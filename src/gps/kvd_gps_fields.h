@@ -78,7 +78,6 @@ public:
     }
     bool is(char c) const { return value[0] == c && value[1] == '\0'; }
     u8   consumed() const { return cursor_.consumed; }
-    u8   width() const { return cursor_.width; }
     void splitAtPoint() { splitAtPoint_ = true; }
 
 private:

@@ -18,7 +18,6 @@ int KvdLoz6TuGps_parsePxxxGPanc(const char* sentence);
 
 /// Time standard of the last GPtps: 2 GPS, 3 UTC, any other: the time can't be used.
 u32 KvdLoz6TuGps_timeStandard();
-/// Observation flag of the last GPtps: 1 while its 1PPS is available.
 const GpsAlmanac& KvdLoz6TuGps_almanac();
 const GpsFurunoCounters& KvdLoz6TuGps_furunoCounters();
 void KvdLoz6TuGps_clearFurunoCounters();

@@ -109,7 +109,8 @@ void KvdLoz6TuGps_stopSending()
 void KvdLoz6TuGps_onSendTimeout()
 {
     s->sendToGpsTimer = 0;
-    pace();
+    // One that was queued already when supervision ended must not start the pacing anew.
+    if (KvdLoz6TuGps_gpsState() != GPS_UN_INIT) pace();
 }
 
 int KvdLoz6TuGps_queueSentence(const char* sentence, u32 length)

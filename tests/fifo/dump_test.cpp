@@ -1,7 +1,9 @@
 // The GPS and the regulator's log: what a dump holds, and when there is one.
 #include "fifo/kvd_fifo_gps.h"
 #include "fifo/kvd_fifo_reg.h"
+#include "fifo/kvd_fifo_skyview.h"
 #include "fifo_bench.h"
+#include "gps/kvd_gps_common.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_estimate.h"
 
@@ -152,6 +154,35 @@ TEST(GpsLog, FollowsTheReceiversKindButNotItsLoss)
     const std::string text = b.file("kvdFifoGps");
     EXPECT_THAT(text, HasSubstr("GPtps_gpsSeconds\t\t:\t100\n"));
     EXPECT_THAT(text, HasSubstr("N 59 20.1234")) << "position comes along into the other table";
+}
+
+TEST(GpsLog, AndSkyViewTakeASecondAtItsLastSentence)
+{
+    const char* GPPPR = "PNVX,GPppr,123456,01234,00000,00,0,0*5A\r";
+    const char* GPSTS = "PNVX,GPsts,2,1,0,00000*5C\r";
+    const char* GPTPS =
+        "PFEC,GPtps,230115120000,2,1,2,000000000000,18,18,230115120000,2245,043200\r";
+    struct Case { u32 gpssType; const char* sentence; std::size_t records; };
+    for (const Case& c : std::to_array<Case>({{GPSS_NORVANE_COMBINED, GPPPR, 0},
+                                              {GPSS_NORVANE_COMBINED, GPSTS, 1},
+                                              {GPSS_FURUNO_GPS02, GPTPS, 0},
+                                              {GPSS_FURUNO_GPS02, GPSTS, 1},
+                                              {GPSS_FURUNO, GPTPS, 1}})) {
+        SCOPED_TRACE(std::to_string(c.gpssType) + c.sentence);
+        FifoBench b;
+        b.receiver(c.gpssType);
+        b.in([] { KvdLoz6FifoSkyView_start(); });
+        b.world.runFor(ose::MS);
+        b.in([&] {
+            GpsSentenceType type;
+            EXPECT_EQ(KvdLoz6TuGps_parseSentence(c.sentence, type), 1);
+        });
+        b.world.runFor(ose::MS);
+        b.in([] { KvdLoz6FifoSkyView_stop(); });
+        b.dump();
+        EXPECT_EQ(occurrences(b.file("kvdFifoGps"), "Time\t"), c.records);
+        EXPECT_EQ(occurrences(b.file("kvdFifoSkyView"), "Time\t"), c.records);
+    }
 }
 
 TEST(RegulatorLog, WritesARecordAndThePrintouts)

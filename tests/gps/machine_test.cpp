@@ -84,7 +84,7 @@ TEST(GpsMachine, WithoutUsableTimeHoldsBelowOperational)
     unit.typeAsCombined();
     for (u32 i = 0; i < 200; ++i) unit.say(gpppr(i, 3), 1000);
     EXPECT_EQ(unit.gpsState(), 5u);
-    unit.say(gpppr(201, 1));                         // free running: the time was never good
+    unit.say(gpppr(201, 1));                         // free running: its time counts
     unit.say(gpppr(202, 1));
     EXPECT_EQ(unit.gpsState(), 7u);
     unit.say(gpppr(203, 0, 1), 100);                 // faulty: taken, but keeps nothing alive

@@ -5,12 +5,11 @@
 
 namespace {
 
-using gpstest::Case;
 using gpstest::SentenceBench;
 using gpstest::summed;
 
 const std::string GGA = "GPGGA,123519,4807.0380,N,01131.0000,E,1,08,000.9,000545.4,M,0046.9,M,,";
-const std::string GSA = "GPGSA,A,3,04,05,,09,12,,,24,,,,,002.5,001.3,002.1";
+const std::string& GSA = gpstest::GOOD;
 
 std::string replaced(std::string text, const std::string& part, const std::string& by)
 {
@@ -34,41 +33,43 @@ TEST(NmeaGrammar, AddressFindsParserClassAndKind)
         EXPECT_EQ(b.type.sentenceClass, c.sentenceClass) << c.text;
         EXPECT_EQ(b.type.kind, c.kind) << c.text;
     }
-    const auto unknown = std::to_array<Case>({
-        {"address of 8", "GPGGAGGA,1", 0, "NMEA address field too large"},
-        {"address of 7", "GPGGAGG,1", 0, "NMEA address GPGGAGG not handled"},
-        {"standard, not ours", "GPRMC,1", 0, "NMEA address GPRMC not handled"},
-        {"four letters without P", "XNVX,GPppr,", 0, "NMEA address XNVX not handled"},
-        {"three letters", "PNV,GPppr,", 0, "NMEA address PNV not handled"},
-        {"nothing", "", 0, "NMEA address  not handled"},
-        {"type of 6", "PNVX,GPppr1,", 0, "Proprietary sentence type field too large"},
-        {"a command", "PNVX,GPmod,1", 0, "Proprietary message PNVX,GPmod not handled"},
-        {"no type", "PNVX", 0, "Proprietary message PNVX, not handled"},
-    });
-    for (const Case& c : unknown) {
-        gpstest::check(b, std::array{c});
-        EXPECT_EQ(b.type.sentenceClass, 0) << c.what;
-        EXPECT_EQ(b.type.kind, 0) << c.what;
+    for (const auto& [text, trace] : std::to_array<SentenceBench::Refusal>({
+             {"GPGGAGGA,1", "NMEA address field too large"},
+             {"GPGGAGG,1", "NMEA address GPGGAGG not handled"},
+             {"GPRMC,1", "NMEA address GPRMC not handled"},
+             {"XNVX,GPppr,", "NMEA address XNVX not handled"},
+             {"PNV,GPppr,", "NMEA address PNV not handled"},
+             {"", "NMEA address  not handled"},
+             {"PNVX,GPppr1,", "Proprietary sentence type field too large"},
+             {"PNVX,GPmod,1", "Proprietary message PNVX,GPmod not handled"},
+             {"PNVX", "Proprietary message PNVX, not handled"}})) {
+        b.refuses(text, trace);
+        EXPECT_EQ(b.type.sentenceClass, 0) << text;
+        EXPECT_EQ(b.type.kind, 0) << text;
     }
 }
 
 TEST(NmeaGrammar, ChecksumsAreReadAsTheyAreWritten)
 {
-    const std::string wrong = "KvdLoz6TuGps_parseGPGSA: Checksum incorrect or missing";
     SentenceBench b;
-    gpstest::check(b, std::to_array<Case>({
-        {"none", GSA, 1},
-        {"right", GSA + "*39", 1},
-        {"capitals", replaced(GSA, ",A,", ",C,") + "*3B", 1},
-        {"small letters", replaced(GSA, ",A,", ",C,") + "*3b", 1},
-        {"one bit off", GSA + "*38", 0, wrong.c_str()},
-        {"no digits", GSA + "*zz", 0, wrong.c_str()},
-        {"below 0x10 with zero", replaced(GSA, ",A,", ",q,") + "*09", 1},
-        {"below 0x10 with blank", replaced(GSA, ",A,", ",q,") + "* 9", 1},
-        {"one digit isn't a checksum", GSA + "*3", 1},
-        {"next good one", GSA + "*39", 1},
-    }));
-    EXPECT_EQ(b.look(KvdLoz6TuGps_nmeaCounters).numberOfGPGSA, 8u) << "refused ones aren't read";
+    for (const std::string& text :
+         {GSA, GSA + "*39", GSA + "*3", replaced(GSA, ",A,", ",C,") + "*3B",
+          replaced(GSA, ",A,", ",C,") + "*3b", replaced(GSA, ",A,", ",q,") + "*09",
+          replaced(GSA, ",A,", ",q,") + "* 9"})
+        EXPECT_EQ(b.take(text), 1) << text;
+    EXPECT_EQ(b.look(KvdLoz6TuGps_nmeaCounters).numberOfGPGSA, 7u);
+    for (const char* checksum : {"*38", "*zz"})
+        b.refuses(GSA + checksum, "KvdLoz6TuGps_parseGPGSA: Checksum incorrect or missing");
+    EXPECT_EQ(b.look(KvdLoz6TuGps_nmeaCounters).numberOfGPGSA, 9u) << "the good ones alone";
+}
+
+TEST(NmeaGrammar, TextEndsAtADollarOrANul)
+{
+    SentenceBench b;
+    b.refusesEach({{GSA + "$", "GPGSA VDOP field is 6 bytes"},
+                   {GSA.substr(0, 30) + "$", "GPGSA: Sentence length error: 31 chars"},
+                   {GSA.substr(0, 30) + std::string(1, '\0') + GSA.substr(31),
+                    "GPGSA: Sentence length error: 30 chars"}});
 }
 
 TEST(NmeaGrammar, FramesOfWrittenSentences)
@@ -93,19 +94,10 @@ TEST(NmeaGrammar, FramesOfWrittenSentences)
 TEST(Gpgga, StoresThePosition)
 {
     SentenceBench b;
-    const int taken =
-        b.take("GPGGA,000001,3352.1234,S,15112.9999,W,2,11,001.0,-00012.5,M,0046.9,M,12,0123");
-    EXPECT_EQ(taken, 1);
-    const GpsPosition p = b.receiver().instantaneous;
-    EXPECT_EQ(p.latitude.deg, 33);
-    EXPECT_EQ(p.latitude.min, 52);
-    EXPECT_EQ(p.latitude.fractMin, 1234);
-    EXPECT_EQ(p.latitude.dir, 2);
-    EXPECT_EQ(p.longitude.deg, 151);
-    EXPECT_EQ(p.longitude.min, 12);
-    EXPECT_EQ(p.longitude.fractMin, 9999);
-    EXPECT_EQ(p.longitude.dir, 3);
-    EXPECT_EQ(p.altitude, -12.5);
+    EXPECT_EQ(
+        b.take("GPGGA,000001,3352.1234,S,15112.9999,W,2,11,001.0,-00012.5,M,0046.9,M,12,0123"), 1);
+    EXPECT_EQ(gpstest::flat(b.receiver().instantaneous),
+              (std::vector<double>{33, 52, 1234, 2, 151, 12, 9999, 3, -12.5}));
     EXPECT_EQ(b.look(KvdLoz6TuGps_noOfSatellitesForPosit), 11);
     EXPECT_TRUE(b.told("GPGGA UTC time: 0:0:1"));
     EXPECT_TRUE(b.told("GPGGA GPS Receiver Status: 2"));
@@ -114,34 +106,32 @@ TEST(Gpgga, StoresThePosition)
 TEST(Gpgga, IsRefusedWithTheReason)
 {
     SentenceBench b;
-    gpstest::check(b, std::to_array<Case>({
-        {"70 characters", GGA, 1},
-        {"69 characters", GGA.substr(0, 69), 0, "GPGGA: Sentence length error: 69 chars"},
-        {"79 characters", GGA + "0,123456", 0, "GPGGA DGPS Station ID field is 1 bytes"},
-        {"80 characters", GGA + "00,1234,00", 0, "GPGGA: Sentence length error: 80 chars"},
-        {"wrong checksum", GGA + "*76", 0,
-         "KvdLoz6TuGps_parseGPGGA: Checksum incorrect or missing"},
-        {"separator", summed(replaced(GGA, "4807.0", "48070.")), 0,
-         "GPGGA latitude separator error: 0"},
-        {"separator", summed(replaced(GGA, "1131.0", "11310.")), 0,
-         "GPGGA longitude separator error: 0"},
-        {"north", summed(replaced(GGA, "N", "n")), 0, "GPGGA: Error in latitude direction value"},
-        {"east", summed(replaced(GGA, "E", "S")), 0, "GPGGA: Error in longitude direction value"},
-        {"status 3", summed(replaced(GGA, ",1,", ",3,")), 0,
-         "GPGGA: Error in receiver status value"},
-        {"odd widths under a checksum", summed("GPGGA,12,4807.1,N,01131.2,E,1,8,.9,5,,4,,1,2"), 1},
-        {"ends early", summed("GPGGA,123519,4807.0380,N,01131.0000,E,1"), 0,
+    EXPECT_EQ(b.take(GGA), 1) << "70 characters";
+    EXPECT_EQ(b.take(summed("GPGGA,12,4807.1,N,01131.2,E,1,8,.9,5,,4,,1,2")), 1) << "odd widths";
+    b.refusesEach({
+        {GGA.substr(0, 69), "GPGGA: Sentence length error: 69 chars"},
+        {GGA + "0,123456", "GPGGA DGPS Station ID field is 1 bytes"},
+        {GGA + "00,1234,00", "GPGGA: Sentence length error: 80 chars"},
+        {GGA + "*76", "KvdLoz6TuGps_parseGPGGA: Checksum incorrect or missing"},
+        {summed(replaced(GGA, "4807.0", "48070.")), "GPGGA latitude separator error: 0"},
+        {summed(replaced(GGA, "1131.0", "11310.")), "GPGGA longitude separator error: 0"},
+        {summed(replaced(GGA, "N", "n")), "GPGGA: Error in latitude direction value"},
+        {summed(replaced(GGA, "E", "S")), "GPGGA: Error in longitude direction value"},
+        {summed(replaced(GGA, ",1,", ",3,")), "GPGGA: Error in receiver status value"},
+        {summed("GPGGA,123519,4807.0380,N,01131.0000,E,1"),
          "NMEA parse error: End of sentence reached"},
-        {"goes on", GGA + ",xxx", 0, "GPGGA message not fully parsed (parsed 71 of 74 chars)"},
-        {"next good one", GGA, 1},
-    }));
-    gpstest::checkWidths(b, "GPGGA", {
+        {GGA + ",xxx", "GPGGA message not fully parsed (parsed 71 of 74 chars)"},
+        // As long as the line delivers.
+        {summed(GGA + "," + std::string(179, 'x')),
+         "GPGGA message not fully parsed (parsed 71 of 253 chars)"},
+    });
+    b.refusesOddWidths("GPGGA", {
         {"GPGGA UTC", "123519"}, {"GPGGA latitude", "4807.0380"}, {"", "N"},
         {"GPGGA longitude", "01131.0000"}, {"", "E"}, {"GPGGA status", "1"},
         {"GPGGA number of satellites", "08"}, {"GPGGA DOP", "000.9"},
         {"GPGGA altitude", "000545.4"}, {"GPGGA unit of altitude", "M"},
         {"GPGGA geoid altitude", "0046.9"}, {"GPGGA unit of geoid", "M"},
-        {"GPGGA DGPS data time", "12"}, {"GPGGA DGPS Station ID", "0123"}});
+        {"GPGGA DGPS data time", "12"}, {"GPGGA DGPS Station ID", "0123"}}, 70);
 }
 
 TEST(Gpgga, KeepsThePositionOfARefusedSentenceOut)
@@ -171,22 +161,20 @@ TEST(Gpgsa, StoresDopAndUsedSatellites)
     EXPECT_EQ(b.look([] { return KvdLoz6TuGps_usedSatellites(); }),
               (std::array<u8, 12>{4, 5, 0, 9, 12, 0, 0, 24, 0, 0, 0, 0}));
 
-    gpstest::check(b, std::to_array<Case>({
-        {"39", "GPGSA,A,3,,,,,,,,,,,,,009.5,001.3,002.1", 1},
-        {"38", "GPGSA,A,3,,,,,,,,,,,,,09.5,001.3,002.1", 0,
-         "GPGSA: Sentence length error: 38 chars"},
-        {"38 with checksum", summed("GPGSA,A,3,,,,,,,,,,,,,01.0,01.0,1.0"), 0,
-         "GPGSA: Sentence length error: 38 chars"},
-        {"66", summed("GPGSA,A,3,01,02,03,04,05,06,07,08,09,10,11,12,002.5,001.3,002.1"), 1},
-        {"67", summed("GPGSA,A,3,01,02,03,04,05,06,07,08,09,10,11,12,0002.5,001.3,002.1"), 0,
+    for (const char* text : {"GPGSA,A,3,,,,,,,,,,,,,009.5,001.3,002.1",
+                             "GPGSA,A,3,01,02,03,04,05,06,07,08,09,10,11,12,002.5,001.3,002.1*37"})
+        EXPECT_EQ(b.take(text), 1) << text;
+    b.refusesEach({
+        {"GPGSA,A,3,,,,,,,,,,,,,09.5,001.3,002.1", "GPGSA: Sentence length error: 38 chars"},
+        {summed("GPGSA,A,3,,,,,,,,,,,,,01.0,01.0,1.0"), "GPGSA: Sentence length error: 38 chars"},
+        {summed("GPGSA,A,3,01,02,03,04,05,06,07,08,09,10,11,12,0002.5,001.3,002.1"),
          "GPGSA: Sentence length error: 67 chars"},
-        {"goes on", GSA + ",xxx", 0, "GPGSA message not fully parsed (parsed 50 of 53 chars)"},
-        {"next good one", GSA, 1},
-    }));
-    gpstest::checkWidths(b, "GPGSA", {
+        {GSA + ",xxx", "GPGSA message not fully parsed (parsed 50 of 53 chars)"},
+    });
+    b.refusesOddWidths("GPGSA", {
         {"GPGSA operational mode", "A"}, {"GPGSA positioning status", "3"},
         {"GPGSA satellite used", "04"}, {"", "05"}, {"", ""}, {"", ""}, {"", ""}, {"", ""},
         {"", ""}, {"", ""}, {"", ""}, {"", ""}, {"", ""}, {"GPGSA satellite used", "06"},
         {"GPGSA PDOP", "002.5"},
-        {"GPGSA HDOP", "001.3"}, {"GPGSA VDOP", "002.1"}});
+        {"GPGSA HDOP", "001.3"}, {"GPGSA VDOP", "002.1"}}, 39);
 }

@@ -6,7 +6,6 @@
 
 namespace {
 
-using gpstest::Case;
 using gpstest::SentenceBench;
 using gpstest::summed;
 
@@ -92,37 +91,31 @@ TEST(SatelliteSeries, ShowsWithItsLastSentence)
 TEST(SatelliteSeries, IsRefusedWithTheReason)
 {
     const std::string one = "GPGSV,1,1,04,01,40,083,46,02,17,308,41,12,07,344,39,14,22,228,45";
-    const std::string first = summed("GPGSV,2,1,08,01,40,083,46");
+    const std::string part = summed("GPGSV,2,1,08,01,40,083,46");
     SatelliteBench b;
-    struct Refusal { Case c; u8 fillIndex; };
-    for (const Refusal& r : std::to_array<Refusal>({
-             {{"total 0", "GPGSV,0,1,01", 0, "GPGSV Total number of messages out of range: 0"}, 0},
-             {{"total 10", summed("GPGSV,10,1,01"), 0,
-               "GPGSV Total number of messages out of range: 10"}, 0},
-             {{"page 9 of 3", summed("GPGSV,3,9,12,01,40,083,46"), 0,
-               "GPGSV message number too large: 9"}, 0},
-             {{"11 characters", "GPGSV,1,1,1", 0, "GPGSV: Sentence length error: 11 chars"}, 4},
-             {{"68 characters", summed(one + "0"), 0, "GPGSV: Sentence length error: 68 chars"}, 4},
-             {{"wrong checksum", one + "*00", 0,
-               "KvdLoz6TuGps_parseGPGSV: Checksum incorrect or missing"}, 4},
-             {{"group cut off", "GPGSV,2,2,05,01,40,083", 0,
-               "NMEA parse error: End of sentence reached"}, 4},
-             {{"SVno", "GPGSV,2,2,05,1,40,083,46", 0, "GPGSV SVno field is 1 bytes"}, 4},
-             {{"elevation", "GPGSV,2,2,05,01,400,083,46", 0, "GPGSV elevation field is 3 bytes"},
-              4},
-             {{"azimuth", "GPGSV,2,2,05,01,40,83,46", 0, "GPGSV azimuth field is 2 bytes"}, 4},
-             {{"SNR", "GPGSV,2,2,05,01,40,083,4", 0, "GPGSV SNR field is 1 bytes"}, 4},
-             {{"in view", "GPGSV,2,2,5,01,40,083,46", 0,
-               "GPGSV satellites in view field is 1 bytes"}, 4},
-             {{"five groups", summed("GPGSV,2,2,05,01,,,,01,,,,01,,,,01,,,,01,,,"), 0,
-               "GPGSV message not fully parsed (parsed 37 of 45 chars)"}, 4}})) {
-        EXPECT_EQ(b.take(one), 1);
-        EXPECT_EQ(b.take(first), 1);
-        gpstest::check(b, std::array{r.c});
-        EXPECT_EQ(b.fillIndex(), r.fillIndex) << r.c.what;
-        EXPECT_EQ(b.gps(), (List{1, 14, 2, 12})) << r.c.what;
-        EXPECT_EQ(b.take(summed("GPGSV,2,2,08,01,40,083,46")), 1) << "ends the series";
-    }
+    EXPECT_EQ(b.take(one), 1);
+    const auto leaves = [&](u8 fillIndex, const std::string& text, const std::string& trace) {
+        while (b.fillIndex() == 0) EXPECT_EQ(b.take(part), 1);
+        b.refuses(text, trace);
+        EXPECT_EQ(b.fillIndex(), fillIndex) << text;
+        EXPECT_EQ(b.gps(), (List{1, 14, 2, 12})) << text;
+    };
+    leaves(0, "GPGSV,0,1,01", "GPGSV Total number of messages out of range: 0");
+    leaves(0, summed("GPGSV,10,1,01"), "GPGSV Total number of messages out of range: 10");
+    leaves(0, summed("GPGSV,3,9,12,01,40,083,46"), "GPGSV message number too large: 9");
+    leaves(4, "GPGSV,1,1,1", "GPGSV: Sentence length error: 11 chars");
+    leaves(4, summed(one + "0"), "GPGSV: Sentence length error: 68 chars");
+    leaves(4, one + "*00", "KvdLoz6TuGps_parseGPGSV: Checksum incorrect or missing");
+    leaves(4, "GPGSV,2,2,05,01,40,083", "NMEA parse error: End of sentence reached");
+    leaves(4, summed("GPGSV,2,2,05,01,,,,01,,,,01,,,,01,,,,01,,,"),
+           "GPGSV message not fully parsed (parsed 37 of 45 chars)");
+    b.refusesOddWidths("GPGSV", {
+        {"GPGSV total number of messages", "2"}, {"GPGSV message number", "2"},
+        {"GPGSV satellites in view", "05"}, {"GPGSV SVno", "01"}, {"GPGSV elevation", "40"},
+        {"GPGSV azimuth", "083"}, {"GPGSV SNR", "46"}}, 12);
+    EXPECT_EQ(b.look(KvdLoz6TuGps_nmeaCounters).numberOfGPGSV, 27u) << "counted as they come";
+    EXPECT_EQ(b.take(summed("GPGSV,2,2,08,01,40,083,46")), 1) << "ends the series";
+    EXPECT_EQ(b.gps(), (List{1, 1}));
 }
 
 TEST(SatelliteSeries, OddOnesUnderAGoodChecksumAreTaken)

@@ -36,9 +36,14 @@ TEST(Sending, LetsTheWholeQueueGoOnceASecondInOneWrite)
 
     queue(unit, "$lost\r\n");                  // the end of supervision empties the queue
     unit.supervise(GPS_REF, false);
+    unit.toManager(Signal{0x9C608});           // on its way when supervision ended
+    unit.run(0.5);
     unit.supervise(GPS_REF, true);
-    unit.run(2.0);
+    queue(unit, "$E\r\n");
+    unit.run(0.9);
     EXPECT_EQ(unit.sent, Writes{});
+    unit.run(1.1);
+    EXPECT_EQ(unit.takeSent(), Writes{"$E\r\n"});
 }
 
 TEST(Sending, WritesAFullQueueAtOnceAndNeverOverrunsIt)
