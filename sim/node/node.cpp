@@ -30,6 +30,7 @@ Node::Node(ose::World& world, const NodeConfig& config)
     msi_ = std::make_unique<MsiServer>(*this);
     errorLog_ = std::make_unique<ErrorLog>(*this);
     phyPorts_ = std::make_unique<PhyPortServer>(*this, config.ports);
+    pmAgent_ = std::make_unique<PmAgent>(*this);
     shell_ = std::make_unique<Shell>(*this);
     mainProcessor_ = std::make_unique<MainProcessor>(*this, config.mainProcessor);
 
@@ -49,6 +50,7 @@ Node::Node(ose::World& world, const NodeConfig& config)
     msi_->start();
     errorLog_->start();
     phyPorts_->start();
+    pmAgent_->start();
     shell_->start();
     if (config.mainProcessor.present) mainProcessor_->start();
 }
@@ -60,6 +62,7 @@ Node::~Node()
     system_->kill(shutdownProcess_);
     mainProcessor_->die();
     shell_->die();
+    pmAgent_->die();
     phyPorts_->die();
     errorLog_->die();
     msi_->die();

@@ -19,6 +19,7 @@
 #include "sim/node/node_config.h"
 #include "sim/node/parameters.h"
 #include "sim/node/phy_port_server.h"
+#include "sim/node/pm_agent.h"
 #include "sim/node/pri_server.h"
 #include "sim/node/serial_port.h"
 #include "sim/node/shell.h"
@@ -91,6 +92,7 @@ public:
     MsiServer& msi() { return *msi_; }
     ErrorLog& errorLog() { return *errorLog_; }
     PhyPortServer& phyPorts() { return *phyPorts_; }
+    PmAgent& pmAgent() { return *pmAgent_; }
     Shell& shell() { return *shell_; }
     Parameters& parameters() { return parameters_; }
     Volumes& volumes() { return volumes_; }
@@ -174,6 +176,7 @@ private:
     std::unique_ptr<MsiServer> msi_;
     std::unique_ptr<ErrorLog> errorLog_;
     std::unique_ptr<PhyPortServer> phyPorts_;
+    std::unique_ptr<PmAgent> pmAgent_;
     std::unique_ptr<Shell> shell_;
     std::unique_ptr<MainProcessor> mainProcessor_;
     PROCESS shutdownProcess_ = 0;

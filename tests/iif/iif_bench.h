@@ -1,10 +1,11 @@
-// iif_bench.h - The interface to the main processor by itself in a simulated node: a manager process
-// that hands each signal to it and runs what the test wants run in its context, and a packet sync
-// process that keeps what it gets. The other components are there but receive no signal, so the clock
-// moves only when the test says so.
+// iif_bench.h - The interface to the main processor and the performance counters by themselves in a
+// simulated node: a manager process that hands each signal to them and runs what the test wants run in
+// its context, and a packet sync process that keeps what it gets. The other components are there but
+// receive no signal, so the clock moves only when the test says so.
 #pragma once
 #include "hw/hali.h"
 #include "iif/kvd_iifadm.h"
+#include "iif/kvd_pm.h"
 #include "iif/tuiif_sig.h"
 #include "mgr/kvd_mgr_proc.h"
 #include "mgr/trace_groups.h"
@@ -41,8 +42,8 @@ inline void iifManager()
         Signal* sig = ose::receive(ose::ANY_SIGNAL);
         if (sig->sigNo == RUN_IN_IIF_MANAGER)
             (*reinterpret_cast<RunInIifManager*>(sig)->body)();
-        else
-            KvdLoz6TuIifAdm_dispatch(sig);
+        else if (KvdLoz6TuIifAdm_dispatch(sig) == 0)
+            KvdLoz6TuPm_dispatch(sig);
         ose::free_buf(&sig);
     }
 }
