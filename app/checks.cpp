@@ -1,5 +1,6 @@
 #include "app/checks.h"
 
+#include "app/pm_periods.h"
 #include "app/score.h"
 #include "app/summary.h"
 #include "reg/kvd_reg.h"
@@ -124,6 +125,21 @@ Outcome largestError(const UnitRecording& u, const sim::CheckSpec& c, bool time)
                    clockText(c.to_s).c_str(), c.limit)};
 }
 
+Outcome againstGps(const UnitRecording& u, const sim::CheckSpec& c)
+{
+    double largest = 0.0;
+    std::size_t count = 0;
+    for (const Sample& s : u.samples) {
+        if (s.t < c.from_s || s.t > c.to_s || std::isnan(s.gpsTimeError_ns)) continue;
+        largest = std::max(largest, std::abs(s.gpsTimeError_ns));
+        ++count;
+    }
+    return {count > 0 && largest <= c.limit,
+            count > 0 ? format("%.4g ns from %s to %s, at most %g", largest, clockText(c.from_s).c_str(),
+                               clockText(c.to_s).c_str(), c.limit)
+                      : "the unit has no receiver"};
+}
+
 Outcome errorAboutMean(const UnitRecording& u, const sim::CheckSpec& c)
 {
     double sum = 0.0;
@@ -194,8 +210,13 @@ Outcome evaluate(const sim::CheckSpec& c, const UnitRecording& u, const Recordin
     case sim::CheckKind::GpsStatus: return gpsStatusAt(u, c);
     case sim::CheckKind::GpsTold:   return gpsTold(u, c);
     case sim::CheckKind::GpsReaches: return gpsReaches(u, c);
+    case sim::CheckKind::PmPeriods: {
+        const PmVerdict verdict = pmPeriods(u, c);
+        return {verdict.pass, verdict.detail};
+    }
     case sim::CheckKind::Command:   return printed(u, c);
     case sim::CheckKind::AboutMean: return errorAboutMean(u, c);
+    case sim::CheckKind::GpsTime:   return againstGps(u, c);
     case sim::CheckKind::Reaches:   return reaches(u, c);
     case sim::CheckKind::Sequence:  return sequence(u, c);
     case sim::CheckKind::TimeError: return largestError(u, c, true);

@@ -7,7 +7,7 @@
 namespace app {
 namespace {
 
-/// Spans in which every sample is locked, the first SETTLING_s of each left out.
+/// Spans in which every sample is locked and no step lies, the first SETTLING_s of each left out.
 std::vector<LockedSpan> lockedSpans(const UnitRecording& unit, double interval_s)
 {
     const std::size_t settling = static_cast<std::size_t>(std::ceil(SETTLING_s / interval_s));
@@ -17,9 +17,10 @@ std::vector<LockedSpan> lockedSpans(const UnitRecording& unit, double interval_s
     for (std::size_t i = 0; i <= unit.samples.size(); ++i) {
         const bool locked =
             i < unit.samples.size() && isLockedState(unit.samples[i].radioClockState);
-        if (locked && !inside) begin = i;
-        if (!locked && inside && i - begin > settling + 1)
+        const bool begins = locked && (!inside || isStep(unit.samples[i - 1], unit.samples[i]));
+        if (inside && (!locked || begins) && i - begin > settling + 1)
             spans.push_back({begin + settling, i - 1});
+        if (begins) begin = i;
         inside = locked;
     }
     return spans;
@@ -70,6 +71,14 @@ void scoreLongestSpan(const UnitRecording& unit, double interval_s, Scores& scor
 }
 
 }  // namespace
+
+bool isStep(const Sample& before, const Sample& after)
+{
+    constexpr double SMALLEST_ns = 1000.0;   // a smaller one counts as time error
+    const double rate_ppb = std::abs(before.freqError_ppb) + std::abs(after.freqError_ppb);
+    return std::abs(after.timeError_ns - before.timeError_ns) >
+           rate_ppb * (after.t - before.t) + SMALLEST_ns;
+}
 
 bool isLockedState(u8 radioClockState)
 {

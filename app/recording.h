@@ -40,11 +40,26 @@ struct Selection {
     std::string name;
 };
 
+/// One report of performance counters, as the PM agent got it.
+struct PmPeriod {
+    double t = 0;
+    u32 froType = 0;
+    bool suspect = false;
+    std::vector<i32> values;
+};
+
+/// The main processor's subscription to a set of them, as confirmed.
+struct PmSubscription {
+    double t = 0;
+    u32 froType = 0;
+};
+
 /// One sample of the series.
 struct Sample {
     double t = 0;
     double timeError_ns = 0;      // counter against true time, since the start
     double freqError_ppb = 0;     // true rate of the counter
+    double gpsTimeError_ns = std::numeric_limits<double>::quiet_NaN();   // counter against GPS time
     double div = 0;               // divider as written
     double temperature_V = 0;     // of the oscillator's sensor
     u8 radioClockState = 0;
@@ -71,6 +86,8 @@ struct UnitRecording {
     std::vector<StateChange> gpsStates;   // without the moments that a late sentence takes from 7
     std::vector<StateChange> gpsTypes;
     std::vector<GpsStatus> gpsStatuses;
+    std::vector<PmPeriod> pmPeriods;
+    std::vector<PmSubscription> pmSubscriptions;
     std::vector<CommandOutput> outputs;
     std::vector<Sample> samples;
 };
@@ -114,7 +131,9 @@ constexpr double HOLDOVER_LIMIT_ns = 1500.0;
 std::optional<double> holdoverError_ns(const UnitRecording& unit, const Holdover& holdover,
                                        double seconds);
 
-/// The settling time after each lock that a score leaves out, s.
+/// True when the counters were stepped by more than 1 us between two samples that follow each other.
+bool isStep(const Sample& before, const Sample& after);
+/// The settling time after each lock and each step that a score leaves out, s.
 constexpr double SETTLING_s = 300.0;
 Scores score(const UnitRecording& unit, double interval_s);
 /// Radio clock states in which a clock counts as locked to its reference.

@@ -3,6 +3,7 @@
 #include "app/plot.h"
 #include "app/score.h"
 #include "app/summary.h"
+#include "iif/kvd_pm.h"
 
 #include <algorithm>
 #include <fstream>
@@ -45,6 +46,11 @@ std::string statesCsv(const UnitRecording& unit)
     for (const StateChange& c : unit.gpsStates) row(c.t, "gpsState", c.state, c.name);
     for (const StateChange& c : unit.gpsTypes) row(c.t, "gpssType", c.state, c.name);
     for (const GpsStatus& g : unit.gpsStatuses) row(g.t, "gpsStatus", g.status, g.name);
+    for (const PmPeriod& p : unit.pmPeriods) {
+        std::string values;
+        for (const i32 v : p.values) values += (values.empty() ? "" : " ") + std::to_string(v);
+        row(p.t, p.froType == SYNC_PM_FROTYPE ? "pmSync" : "pmGps", p.suspect ? 1 : 0, values);
+    }
     std::stable_sort(rows.begin(), rows.end(),
                      [](const Row& a, const Row& b) { return a.t < b.t; });
     std::ostringstream csv;
@@ -196,6 +202,31 @@ std::string summaryText(const Recording& recording)
     return copy;
 }
 
+/// Time error with the counters' steps taken out, and against GPS time from the last step on.
+void appendTimeErrors(std::string& page, const UnitRecording& unit)
+{
+    UnitRecording smooth = unit;
+    double stepped_ns = 0.0;
+    double lastStep_s = -1.0;
+    for (std::size_t i = 1; i < unit.samples.size(); ++i) {
+        const Sample& before = unit.samples[i - 1];
+        const Sample& after = unit.samples[i];
+        if (isStep(before, after)) {
+            stepped_ns += after.timeError_ns - before.timeError_ns;
+            lastStep_s = after.t;
+        }
+        smooth.samples[i].timeError_ns -= stepped_ns;
+    }
+    const bool isStepped = lastStep_s >= 0.0;
+    appendPlot(page, overTime(smooth,
+                              isStepped ? "Time error, true, from the beginning, steps taken out"
+                                        : "Time error, true, from the beginning",
+                              "ns", &Sample::timeError_ns));
+    if (isStepped && !std::isnan(unit.samples.back().gpsTimeError_ns))
+        appendPlot(page, overTime(unit, "Counter against GPS time, true, from the last step on",
+                                  "ns", &Sample::gpsTimeError_ns, lastStep_s));
+}
+
 void appendUnit(std::string& page, const UnitRecording& unit, const Recording& recording)
 {
     const Scores scores = score(unit, recording.interval_s);
@@ -209,8 +240,7 @@ void appendUnit(std::string& page, const UnitRecording& unit, const Recording& r
         appendPlot(page, statePlot("GPS, as the main processor is told", unit.gpsStatuses,
                                    recording.virtual_s));
     }
-    appendPlot(page,
-               overTime(unit, "Time error, true, from the beginning", "ns", &Sample::timeError_ns));
+    appendTimeErrors(page, unit);
     // The warm-up would hide everything after it.
     const double lock_s = std::max(scores.timeToLock_s, 0.0);
     appendPlot(page, overTime(unit, "Frequency error, true, from the first lock on", "ppb",

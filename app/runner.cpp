@@ -39,6 +39,9 @@ public:
         mp.onStatus([this](const sim::ClockStatus& s) { onClockState(s.radioClockState); });
         mp.onSelect([this](const sim::MpReference& r) { onSelect(r); });
         mp.onRecord([this](const sim::MpRecord& r) { onRecord(r); });
+        unit.node().pmAgent().onRecord([this](const sim::PmRecord& r) {
+            recording.pmPeriods.push_back({now(), r.froType, r.suspectFlag != 0, r.values});
+        });
         unit.node().traces().setCapacity(0);
         unit.node().traces().onLine([this](const sim::TraceLine& line) { onTrace(line); });
         unit.node().onProgramEnd([this](const sim::ProgramEnd& end) {
@@ -54,10 +57,12 @@ public:
         s.t = now();
         s.timeError_ns = board.timeError_s() * 1e9;
         s.freqError_ppb = board.frequencyError() * 1e9;
+        if (const auto ahead_s = unit_.counterAgainstGps_s()) s.gpsTimeError_ns = *ahead_s * 1e9;
         s.div = board.divider();
         s.temperature_V = board.temperature_V();
-        s.radioClockState = clockState_;
-        if (unit_.node().program() != nullptr) {
+        const bool runs = unit_.node().program() != nullptr;
+        s.radioClockState = runs ? clockState_ : u8{7};   // nobody tells a state without power
+        if (runs) {
             s.regState = unit_.node().inProgram([] { return KvdLoz6TuReg_regState(); });
             sampleGps();
         }
@@ -77,8 +82,11 @@ public:
 
     std::string status() const
     {
-        const double error_ns =
-            recording.samples.empty() ? 0.0 : recording.samples.back().timeError_ns;
+        constexpr u8 RNT_TIME_LOCKED = 10, RNT_TIME_HOLDOVER = 11;
+        const Sample last = recording.samples.empty() ? Sample{} : recording.samples.back();
+        const bool hasTime = clockState_ == RNT_TIME_LOCKED || clockState_ == RNT_TIME_HOLDOVER;
+        const double error_ns = hasTime && !std::isnan(last.gpsTimeError_ns) ? last.gpsTimeError_ns
+                                                                             : last.timeError_ns;
         char text[96];
         std::snprintf(text, sizeof text, "%s  %s  %+.0f ns", sim::clockStateName(clockState_),
                       selected_.c_str(), error_ns);
@@ -145,6 +153,9 @@ private:
 
     void onRecord(const sim::MpRecord& record)
     {
+        if (record.sigNo == KVD_TUIIF_SUBSCRIBE_PM_CFM)
+            if (const auto cfm = record.as<KvdTuiifSubscribePmCfm>())
+                recording.pmSubscriptions.push_back({now(), cfm->froType});
         if (record.sigNo != KVD_TUIIF_GPS_STATUS_IND) return;
         const auto ind = record.as<KvdTuiifGpsStatusInd>();
         if (!ind) return;

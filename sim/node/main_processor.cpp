@@ -181,6 +181,12 @@ void MainProcessor::askGpsAttributes()
     sendLayout(KvdTuiifGpsAttribReq{KVD_TUIIF_GPS_ATTRIB_REQ, froId});
 }
 
+void MainProcessor::orderJump()
+{
+    sendLayout(
+        KvdTuiifJumpRntToSfcDiffZeroReq{KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_REQ, pid()});
+}
+
 void MainProcessor::setSelects(bool on)
 {
     config.selects = on;

@@ -83,6 +83,8 @@ public:
     void setGpsDelay(u16 delay_ns);                  // of the antenna's cable
     void setFixedPosition(bool on);
     void askGpsAttributes();
+    /// The node's time is to be the frame counter's: the unit steps its counters 4 s later.
+    void orderJump();
 
     /// Own selection on or off; on looks at the references at once.
     void setSelects(bool on);

@@ -42,12 +42,14 @@ enum class CheckKind : u8 {
     Mask,         // MTIE of the longest locked stretch between two times under a mask
     Divider,      // divider at two times equal to a tolerance
     Trace,        // count of traces that hold a text
+    GpsTime,      // frame counter against true GPS time between two times
     AboutMean,    // true time error between two times, from its mean there
     GpsState,     // state of the GPS reference at a time
     GpsReaches,   // that state entered between two times
     GpsType,      // kind of receiver, as found, at a time
     GpsStatus,    // text that the main processor was told last
     GpsTold,      // how often it was told a text
+    PmPeriods,    // performance counters are those of the states told
     Command,      // what a command prints at a time holds a text
 };
 
@@ -60,6 +62,7 @@ struct CheckSpec {
     double limit = 0;                // ns, ppb, divider units
     std::string text;                // trace text, mask name, text told or printed
     std::string line;                // of a command
+    u32 pmSet = 0;                   // froType of a set of performance counters
     u64 least = 1, most = UINT64_MAX;
 };
 

@@ -1,4 +1,5 @@
 // Reading a [[check]]: what must hold at the end of a run.
+#include "iif/kvd_pm.h"
 #include "sim/scenario/scenario.h"
 
 #include <algorithm>
@@ -120,11 +121,17 @@ void readKind(TableReader& t, CheckSpec& c, const Scenario& scenario)
         c.limit = t.number("tolerance");
         break;
     case CheckKind::AboutMean:
+    case CheckKind::GpsTime:
         readSpan(t, c, scenario);
         c.limit = t.number("max_ns");
         break;
     case CheckKind::Trace:
         c.text = t.text("text");
+        readCounts(t, c);
+        break;
+    case CheckKind::PmPeriods:
+        readSpan(t, c, scenario);
+        c.pmSet = t.choice<u32>("set", {{"sync", SYNC_PM_FROTYPE}, {"gps", GPSSYNCREF_PM_FROTYPE}});
         readCounts(t, c);
         break;
     case CheckKind::Command:
@@ -170,11 +177,13 @@ CheckSpec readCheck(const toml::table& table, const std::string& file, const Sce
                                            {"divider", CheckKind::Divider},
                                            {"trace", CheckKind::Trace},
                                            {"time_error_about_mean", CheckKind::AboutMean},
+                                           {"gps_time", CheckKind::GpsTime},
                                            {"gps_state", CheckKind::GpsState},
                                            {"gps_reaches", CheckKind::GpsReaches},
                                            {"gps_type", CheckKind::GpsType},
                                            {"gps_status", CheckKind::GpsStatus},
                                            {"gps_told", CheckKind::GpsTold},
+                                           {"pm_periods", CheckKind::PmPeriods},
                                            {"command", CheckKind::Command}});
     c.unit = t.text("unit", scenario.units.front().node.name);
     if (std::none_of(scenario.units.begin(), scenario.units.end(),

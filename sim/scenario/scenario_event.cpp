@@ -1,4 +1,6 @@
 // Reading an [[event]]: what can happen in a run, by name.
+#include "iif/kvd_pm.h"
+#include "iif/tuiif_sig.h"
 #include "sim/board/board.h"
 #include "sim/scenario/scenario.h"
 #include "sim/scenario/unit.h"
@@ -126,6 +128,10 @@ Action mpGpsAttributes(Context&)
 {
     return [](Unit& u) { u.node().mainProcessor().askGpsAttributes(); };
 }
+Action mpJump(Context&)
+{
+    return [](Unit& u) { u.node().mainProcessor().orderJump(); };
+}
 Action mpSelectionMode(Context& c)
 {
     const u8 mode = static_cast<u8>(c.table.integer("mode", 0, 1));
@@ -154,6 +160,41 @@ Action nodeMsi(Context& c)
         u.node().msi().start();
     };
 }
+Action nodePmAgent(Context& c)
+{
+    const Answer answer = c.table.has("answer") ? answerOf(c) : Answer::Accept;
+    const bool confirms = c.table.boolean("confirms", true);
+    return [answer, confirms](Unit& u) {
+        u.node().pmAgent().setAnswer(answer);
+        u.node().pmAgent().confirms = confirms;
+        u.node().pmAgent().start();
+    };
+}
+Action nodePmAgentDie(Context&)
+{
+    return [](Unit& u) { u.node().pmAgent().die(); };
+}
+u32 pmSetOf(Context& c)
+{
+    return c.table.choice<u32>("set", {{"sync", SYNC_PM_FROTYPE}, {"gps", GPSSYNCREF_PM_FROTYPE}});
+}
+u32 froIdOf(Context& c) { return static_cast<u32>(c.table.integer("fro_id", 0, UINT32_MAX, 0)); }
+Action mpSubscribePm(Context& c)
+{
+    const double period_s = c.table.seconds("period");
+    if (period_s > UINT32_MAX) c.table.fail("period", "it is too long");
+    const KvdTuiifSubscribePmReq req{KVD_TUIIF_SUBSCRIBE_PM_REQ, static_cast<u32>(period_s),
+                                     pmSetOf(c), froIdOf(c)};
+    return [req](Unit& u) { u.node().mainProcessor().sendLayout(req); };
+}
+Action pmOrder(Context& c, SIGSELECT sigNo)
+{
+    const KvdTuiifGetCurrentPmReq req{sigNo, pmSetOf(c), froIdOf(c)};
+    return [req](Unit& u) { u.node().mainProcessor().sendLayout(req); };
+}
+Action mpUnsubscribePm(Context& c) { return pmOrder(c, KVD_TUIIF_UNSUBSCRIBE_PM_REQ); }
+Action mpCurrentPm(Context& c) { return pmOrder(c, KVD_TUIIF_GET_CURRENT_PM_REQ); }
+
 Action nodeMsiDie(Context&)
 {
     return [](Unit& u) { u.node().msi().die(); };
@@ -234,6 +275,12 @@ constexpr EventWord EVENTS[] = {
     {"mp.fixed_position", mpFixedPosition},
     {"mp.gps_attributes", mpGpsAttributes},
     {"mp.selection_mode", mpSelectionMode},
+    {"mp.jump", mpJump},
+    {"mp.subscribe_pm", mpSubscribePm},
+    {"mp.unsubscribe_pm", mpUnsubscribePm},
+    {"mp.current_pm", mpCurrentPm},
+    {"node.pm_agent", nodePmAgent},
+    {"node.pm_agent_die", nodePmAgentDie},
     {"node.msi", nodeMsi},
     {"node.msi_die", nodeMsiDie},
     {"node.msi_flip", nodeMsiFlip},

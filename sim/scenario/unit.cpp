@@ -2,9 +2,11 @@
 
 #include "sim/board/board.h"
 
+#include <chrono>
+
 namespace sim {
 
-Unit::Unit(ose::World& world, const UnitSpec& spec) : node_(world, spec.node)
+Unit::Unit(ose::World& world, const UnitSpec& spec) : world_(world), node_(world, spec.node)
 {
     for (const auto& [input, config] : spec.inputs) {
         const bool pps = input == ReferenceInput::Pps;
@@ -21,6 +23,38 @@ Unit::Unit(ose::World& world, const UnitSpec& spec) : node_(world, spec.node)
     }
     world.at(static_cast<ose::Time>(spec.start_s * static_cast<double>(ose::SEC)),
              [this] { node_.powerOn(); });
+}
+
+namespace {
+
+constexpr i64 GPS_EPOCH = 315'964'800;        // 1980-01-06, s since 1970
+constexpr i64 TAI_AHEAD_OF_GPS = 19;          // s, always
+
+/// s since 1970, without leap seconds.
+i64 secondsOf(const MpDate& d)
+{
+    using namespace std::chrono;
+    const sys_days day{year{d.year} / month{d.month} / d.day};
+    return day.time_since_epoch().count() * 86400LL + d.hour * 3600 + d.minute * 60 + d.second;
+}
+
+}  // namespace
+
+std::optional<double> Unit::counterAgainstGps_s()
+{
+    if (!gps_) return std::nullopt;
+    constexpr i64 TURN_s = 1024;
+    constexpr ose::Time TURN = TURN_s * ose::SEC;
+    // Frame zero is a date of TAI's scale.
+    const i64 gpsSecond = gps_->config().start + gps_->config().leapSeconds - GPS_EPOCH;
+    const i64 sinceZero = gpsSecond + TAI_AHEAD_OF_GPS -
+                          (secondsOf(node_.mainProcessor().config.sfnInitTime) - GPS_EPOCH);
+    const ose::Time wanted = ((sinceZero % TURN_s + TURN_s) * ose::SEC + world_.now()) % TURN;
+    const CounterTriple c = node_.board().counter();
+    const i64 halves = ((c.mfn * 4096LL + c.sfn) * 1'228'800 + c.inc) * 2 + c.half;
+    const double ahead = static_cast<double>(halves) / 245'760'000.0 -
+                         static_cast<double>(wanted) / static_cast<double>(ose::SEC);
+    return std::remainder(ahead, static_cast<double>(TURN_s));
 }
 
 }  // namespace sim

@@ -19,8 +19,12 @@ public:
     /// A source that the scenario gave the unit; the scenario's reader has made sure that it is there.
     LineSource& input(ReferenceInput input) { return *sources_.at(input); }
     GpsReceiver& gps() { return *gps_; }
+    /// Frame counter against true GPS time as the node's date of frame zero places it, within half a
+    /// turn of 1024 s, positive when ahead; nothing without a receiver.
+    std::optional<double> counterAgainstGps_s();
 
 private:
+    ose::World& world_;
     Node node_;
     std::map<ReferenceInput, std::unique_ptr<LineSource>> sources_;
     std::unique_ptr<GpsReceiver> gps_;

@@ -12,6 +12,9 @@ void KvdLoz6GpsOut_stop();
 bool KvdLoz6GpsOut_isRunning();
 void KvdLoz6GpsOut_handleInt();
 void KvdLoz6GpsOut_regStateChanged();
+/// The regulator steps the time counters: before the step, and after one that was made.
+void KvdLoz6GpsOut_prepareTimeStep();
+void KvdLoz6GpsOut_timeStepped();
 /// 1 while its time is valid; time in s.
 u32  KvdLoz6GpsOut_time(double& time);
 void KvdLoz6GpsOut_printInfo();

@@ -6,7 +6,7 @@
 #include "node/mmio.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "reg/kvd_reg_flashfile.h"
+#include "reg/kvd_reg_history.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -1,26 +1,235 @@
-// Planned jumps aren't part of this load yet: none is ever needed, an order for one is traced.
 #include "reg/kvd_reg_jump.h"
+#include "reg/kvd_reg_jump_int.h"
 
+#include "gps/kvd_gps_out.h"
+#include "hw/kvd_hwif.h"
+#include "iif/kvd_iifadm_send.h"
+#include "iif/tuiif_sig.h"
 #include "mgr/trace_groups.h"
+#include "mgr/tu_common.h"
+#include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
+#include "ose/ose.h"
+#include "ref/ref_types.h"
+#include "reg/kvd_reg.h"
+#include "reg/kvd_reg_estimate.h"
+#include "reg/kvd_reg_measure.h"
+#include "reg/kvd_reg_packet.h"
+#include "reg/kvd_reg_pll.h"
+#include "reg/reg_sig.h"
+#include "socpri/kvd_socpri.h"
+
+#include <cstdio>
 
 namespace {
 
 struct State {
     u32 jumpState = JUMP_NOT_NEEDED;
+    u32 jumpRequested = 0, jumpPerformed = 0;        // not yet told in time data
+    TimerRef jumpIndTimer = 0;
+    TimerRef bfnJumpWarningTimer = 0;
+    const jump::Needs* needs = nullptr;              // a test's own
 };
 ose::ModuleData<State> s;
 
+constexpr jump::Needs NEEDS = {
+    KvdLoz6TuReg_pllState,
+    KvdLoz6TuReg_pll_setState,
+    KvdLoz6TuReg_pll_targetDiff,
+    KvdLoz6TuReg_pll_setTargetDiff,
+    KvdLoz6TuSoCpri_inrsi_action,
+    KvdLoz6TuSoCpri_inrsi_sendBfnJumpInfo,
+    KvdLoz6TuSoCpri_inrsi_noMoreBfnJumpsExpected,
+    KvdLoz6TuSoCpri_inrsi_restartPhaseTimer,
+    KvdLoz6TuSoCpri_inrsi_bfnAlignCompleted,
+    KvdLoz6Socpri_orderContinuedRegulationTimer,
+    KvdLoz6Socpri_logEvent,
+    KvdLoz6TuIifAdm_sendSocpriSduFollowSfcAdjInd,
+};
+
+const char* jumpStateText(u32 jumpState)
+{
+    switch (jumpState) {
+    case JUMP_NOT_NEEDED: return "JUMP_NOT_NEEDED";
+    case JUMP_REQUESTED:  return "JUMP_REQUESTED";
+    case JUMP_NEEDED:     return "JUMP_NEEDED";
+    default:              return "<Unknown>";
+    }
+}
+
+bool isSocpriSelected() { return KvdLoz6TuReg_selectedRef() == TU_SR_SOCPRI_REF; }
+
+/// A pair as a trace argument.
+struct PairText {
+    char text[64];
+    explicit PairText(TimePair t)
+    {
+        std::snprintf(text, sizeof text, "%s, %s", TuCommon_text(t.c), TuCommon_text(t.f));
+    }
+};
+
+u32 take(u32& flag)
+{
+    const u32 was = flag;
+    flag = 0;
+    return was;
+}
+
 }  // namespace
 
-u32 KvdLoz6TuReg_jumpState() { return s->jumpState; }
-void KvdLoz6TuReg_setJumpState(u32 jumpState) { s->jumpState = jumpState; }
-void KvdLoz6TuReg_Jump() {}
-void KvdLoz6TuReg_onJumpRequest(const Signal*, PROCESS)
+// ---- shared -------------------------------------------------------------------------------------
+
+namespace jump {
+
+const Needs& needs() { return s->needs != nullptr ? *s->needs : NEEDS; }
+void setNeeds(const Needs* replacement) { s->needs = replacement; }
+
+void markPerformed() { s->jumpPerformed = 1; }
+bool isPending() { return s->jumpState != JUMP_NOT_NEEDED; }
+
+bool removeOffset()
 {
-    KVD_TRACE(TRACE_TUREG, TRACE_ERROR, "jump ordered, jumps aren't in this load");
+    const TimePair delta0 = KvdLoz6TuReg_getOffset();
+    if (!tuHwIf_isOverOneIncrement(delta0.c, delta0.f)) return false;
+    KvdLoz6TuReg_adjust_time(-delta0.c, -delta0.f);
+    KvdLoz6TuReg_setOffset(0.0, 0.0);
+    return true;
 }
-void KvdLoz6TuReg_onJumpIndTimeout() {}
-void KvdLoz6TuReg_onBfnJumpWarningTimeout() {}
-void KvdLoz6TuReg_onSocpriSfcAdjMonitorTimeout() {}
+
+void startTimer(TimerRef& timer, OSTIME time_ms, SIGSELECT sigNo)
+{
+    if (timer != 0) return;
+    timer = ose::request_tmo(time_ms, sigNo);
+    if (timer == 0) KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Jump indication tmo request failed!");
+}
+
+}  // namespace jump
+
+u32 KvdLoz6TuReg_jumpState() { return s->jumpState; }
+
+void KvdLoz6TuReg_setJumpState(u32 jumpState)
+{
+    if (jumpState == s->jumpState) return;
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Jump State changed from %s -> %s",
+              jumpStateText(s->jumpState), jumpStateText(jumpState));
+    s->jumpState = jumpState;
+}
+
+u32 KvdLoz6TuReg_takeJumpRequested() { return take(s->jumpRequested); }
+u32 KvdLoz6TuReg_takeJumpPerformed() { return take(s->jumpPerformed); }
+
+// ---- the step -----------------------------------------------------------------------------------
+
+namespace {
+
+/// Turns of the counter and the time within one, 0 up to 1024 s.
+TimePair turnsOf(double c, double f)
+{
+    const TimePair t = KvdLoz6Math_longDouble(c / COUNTER_PERIOD, f / COUNTER_PERIOD);
+    return {t.c, t.f * COUNTER_PERIOD};
+}
+
+/// The last sample moves with the counters, so that the next interval is the true one.
+void moveLastTime(TimePair step)
+{
+    constexpr double NO_SAMPLE_YET = -1.0;
+    const TimePair last = KvdLoz6TuReg_getLastTime();
+    if (last.c == NO_SAMPLE_YET) return;
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "adjust_time: t_c_last,t_f_last: %s", PairText(last).text);
+    const TimePair sum = turnsOf(last.c + step.c, last.f + step.f);
+    const TimePair moved = {sum.c * COUNTER_PERIOD, sum.f};
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "adjust_time: new t_c_last,t_f_last: %s",
+              PairText(moved).text);
+    KvdLoz6TuReg_setLastTime(moved.c, moved.f);
+}
+
+/// Time data of a master waits until the other unit has echoed the jump.
+void raiseJumpFlag()
+{
+    constexpr u32 IDL1_PORT = 0;
+    if (KvdLoz6TuReg_isMaster() != 0 && KvdLoz6TuReg_getPortSupervised(IDL1_PORT) != 0)
+        KvdLoz6TuReg_setJumpIdl1(1.0);
+}
+
+}  // namespace
+
+void KvdLoz6TuReg_adjust_time(double d_c, double d_f)
+{
+    const TimePair turns = turnsOf(d_c, d_f);
+    const TimePair step = {turns.c * COUNTER_PERIOD, turns.f};
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "adjust_time: t_c, t_f: %s", PairText(step).text);
+    KvdLoz6GpsOut_prepareTimeStep();
+    if (tuHwIf_adjustTime(turns.c, turns.f) != 0) {
+        KvdLoz6GpsOut_timeStepped();
+        KvdLoz6TuReg_supervisionPhaseJump();
+    }
+    KvdLoz6TuReg_diffCheckAfterJump();
+    moveLastTime(step);
+    raiseJumpFlag();
+}
+
+// ---- the client's order -------------------------------------------------------------------------
+
+namespace {
+
+void restartTimer(TimerRef& timer, OSTIME time_ms, SIGSELECT sigNo)
+{
+    if (timer != 0) ose::reset_tmo(&timer, time_ms);
+    else            jump::startTimer(timer, time_ms, sigNo);
+}
+
+}  // namespace
+
+void KvdLoz6TuReg_onJumpRequest(const Signal* sig)
+{
+    const auto* req = as<KvdTuiifJumpRntToSfcDiffZeroReq>(sig);
+    if (req == nullptr) return;
+    restartTimer(s->jumpIndTimer, jump::JUMP_IND_TMO_ms, KVD_TUREG_JUMP_IND_TIMEOUT);
+    if (isSocpriSelected())
+        restartTimer(s->bfnJumpWarningTimer, jump::BFN_JUMP_WARNING_TMO_ms,
+                     KVD_TUREG_BFN_JUMP_WARNING_IND_TIMEOUT);
+    KvdLoz6TuReg_setJumpState(JUMP_REQUESTED);
+    auto* cfm =
+        node::make<KvdTuiifJumpRntToSfcDiffZeroCfm>(KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_CFM);
+    cfm->clientPid = req->clientPid;
+    Signal* answer = reinterpret_cast<Signal*>(cfm);
+    KvdLoz6TuIifAdm_send(&answer);
+    s->jumpRequested = 1;
+}
+
+void KvdLoz6TuReg_onBfnJumpWarningTimeout()
+{
+    s->bfnJumpWarningTimer = 0;
+    if (isSocpriSelected()) jump::needs().sendBfnJumpInfo(1);
+}
+
+void KvdLoz6TuReg_onJumpIndTimeout()
+{
+    s->jumpIndTimer = 0;
+    if (isSocpriSelected()) KvdLoz6TuReg_SoCpriJump();
+    else                    KvdLoz6TuReg_Jump();
+}
+
+void KvdLoz6TuReg_Jump()
+{
+    jump::markPerformed();
+    if (!jump::isPending()) return;
+    if (!KvdLoz6TuReg_knowsTime() || KvdLoz6TuReg_estimateStateVar().degrd != 0) {
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO,
+                  "Jump won't be performed since we don't know time, retry on next "
+                  "measurement ...");
+        KvdLoz6TuReg_setJumpState(JUMP_NEEDED);
+        return;
+    }
+    tuHwIf_writeBfnOut(jump::BFN_OUT_JUMP, 0);
+    const TimePair delta0 = KvdLoz6TuReg_getOffset();
+    if (jump::removeOffset())
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s: Adjust time with: delta0_c: %s delta0_f: %s",
+                  __func__, TuCommon_text(delta0.c), TuCommon_text(delta0.f));
+    else
+        KvdLoz6TuReg_setOffset(0.0, 0.0);
+    KvdLoz6TuReg_setHistCountDown(0.0);
+    KvdLoz6TuReg_setJumpState(JUMP_NOT_NEEDED);
+    if (KvdLoz6TuReg_selectedRef() == TU_SR_GPSOSL_REF) jump::needs().forcePllState(PLL_Locked);
+}

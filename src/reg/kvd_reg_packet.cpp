@@ -1,6 +1,8 @@
 // Packet measurements and the supervision of frequency and delay aren't part of this load yet.
 #include "reg/kvd_reg_packet.h"
 
+void KvdLoz6TuReg_handlePktFreqMsg(const double (&)[8]) {}
+void KvdLoz6TuReg_handlePktTimeMsg(const PktTimeMsg&) {}
 int KvdLoz6TuReg_packetDispatch(Signal*) { return 0; }
 void KvdLoz6TuReg_onPktTimeRefInit() {}
 void KvdLoz6TuReg_onPktTimeRefTerm() {}

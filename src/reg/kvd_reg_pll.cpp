@@ -24,4 +24,6 @@ void KvdLoz6TuReg_pll_toHoldover() { traceNotThere(PLL_Freq_Holdover); }
 void KvdLoz6TuReg_pll_clearEmptyHOVector() {}
 bool KvdLoz6TuReg_pllIsLocked() { return false; }
 bool KvdLoz6TuReg_pllIsHoldover() { return false; }
+double KvdLoz6TuReg_pll_targetDiff() { return 0.0; }
+void KvdLoz6TuReg_pll_setTargetDiff(double) {}
 void KvdLoz6TuReg_pllPrintInfo() {}

@@ -21,4 +21,7 @@ void KvdLoz6TuReg_pll_toHoldover();
 void KvdLoz6TuReg_pll_clearEmptyHOVector();
 bool KvdLoz6TuReg_pllIsLocked();     // OffsetLocked or Locked
 bool KvdLoz6TuReg_pllIsHoldover();   // one of the three holdover states
+/// Phase that the loop holds until a jump takes it out, s.
+double KvdLoz6TuReg_pll_targetDiff();
+void   KvdLoz6TuReg_pll_setTargetDiff(double targetDiff);
 void KvdLoz6TuReg_pllPrintInfo();

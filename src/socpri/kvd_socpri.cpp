@@ -15,7 +15,7 @@ void KvdLoz6Socpri_logEvent(u32) {}
 void KvdLoz6Socpri_snapshot() {}
 void KvdLoz6Socpri_reportOcxoTemp(u32) {}
 void KvdLoz6Socpri_stopTimeSync() {}
-void KvdLoz6Socpri_coarseTimeData(u32, u16) {}
+void KvdLoz6Socpri_orderContinuedRegulationTimer() {}
 void KvdLoz6Socpri_continuePostponedRegulation() {}
 void KvdLoz6Socpri_answerOpenScan(u32) {}
 void KvdLoz6Socpri_resendLinkStates() {}
@@ -34,6 +34,11 @@ int KvdLoz6Socpri_alignBfnToGroup(u8 port, u32, u16)
     KVD_TRACE(TRACE_SOCPRI, TRACE_ERROR, "alignment to port %u refused, SoCPRI isn't running", port);
     return 0;
 }
+u32  KvdLoz6TuSoCpri_inrsi_action() { return INRSI_CLIENT_IDLE; }
+void KvdLoz6TuSoCpri_inrsi_sendBfnJumpInfo(u32) {}
+void KvdLoz6TuSoCpri_inrsi_noMoreBfnJumpsExpected(u32) {}
+void KvdLoz6TuSoCpri_inrsi_restartPhaseTimer() {}
+void KvdLoz6TuSoCpri_inrsi_bfnAlignCompleted(u32) {}
 void KvdLoz6InrsiSdu_resendLinkStates() {}
 void KvdLoz6InrsiSdu_sendBfnJumpInfo(u32) {}
 void KvdLoz6Inrsi_printInfo()

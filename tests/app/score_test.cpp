@@ -114,6 +114,13 @@ TEST(Score, LeavesOutTheSettlingTimeOfEachLock)
     EXPECT_EQ(scores.spans[1].last, 1499u);
     EXPECT_DOUBLE_EQ(scores.scored_s, 750.0);
     EXPECT_DOUBLE_EQ(scores.timeToLock_s, 100.0);
+
+    // A step of the counters that the rate doesn't explain begins a new stretch, a small one doesn't.
+    for (const double step_ns : {1010.0, 990.0}) {
+        app::UnitRecording unit = lockedTwice();
+        for (std::size_t i = 500; i < 900; ++i) unit.samples[i].timeError_ns += step_ns;
+        EXPECT_EQ(app::score(unit, 1.0).spans.at(0).last, step_ns > 1000.0 ? 499u : 899u);
+    }
 }
 
 TEST(Score, TakesTimeErrorFromTheBeginningOfEachSpan)
