@@ -15,7 +15,7 @@
 #include "refs/kvd_hptsi.h"
 #include "refs/kvd_idpi.h"
 #include "refs/kvd_slowpi.h"
-#include "reg/kvd_reg_force.h"
+#include "reg/kvd_reg_pdv_gen.h"
 #include "socpri/kvd_socpri.h"
 
 #include <array>
@@ -26,10 +26,6 @@ namespace {
 
 constexpr const char* SOCPRI_MARKER   = "/d/socpri_active";
 constexpr const char* FSYNC_SETTING   = "/d/kvdsetfsyncreg.txt";
-constexpr const char* PDV_AUTOMATIC   = "/d/genPdvAutomatic";
-constexpr const char* PDV_UPLINK_FILE   = "/d/genPdvUplink.txt";
-constexpr const char* PDV_DOWNLINK_FILE = "/d/genPdvDownlink.txt";
-constexpr u32 PDV_UPLINK = 1, PDV_DOWNLINK = 2;
 constexpr u32 REFERENCE_INTERRUPTS = 7;   // port A, 100 ms, reference edge
 
 void onShutdown()
@@ -93,9 +89,7 @@ void repeatFsyncSetting()
 void repeatTestSettings()
 {
     repeatFsyncSetting();
-    if (node::platform().fileExists(PDV_AUTOMATIC) == 0) return;
-    if (node::platform().fileExists(PDV_UPLINK_FILE) != 0) KvdLoz6TuReg_generatePdv(PDV_UPLINK);
-    if (node::platform().fileExists(PDV_DOWNLINK_FILE) != 0) KvdLoz6TuReg_generatePdv(PDV_DOWNLINK);
+    KvdLoz6TuReg_genPdvAutomatic();
 }
 
 }  // namespace

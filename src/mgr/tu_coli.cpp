@@ -87,7 +87,7 @@ constexpr node::ShellCommand COMMANDS[] = {
     {"genpdv",
      "genpdv <ptp_t|ptp_f|ntp> <uplink|downlink> <enable|disable>",
      "Introduce pdv to current packet reference\n",
-     coli::notRunning},
+     coli::genpdv},
     {"gps01reset",
      "Take cmd 'man gps01reset' for help info\n",
      "Reset GPS01 receiver and clear positioning data",

@@ -23,6 +23,7 @@ int kvdselectregref(int argc, char** argv);
 int kvdfixfrequency(int argc, char** argv);
 int kvdconfigtimeacc(int argc, char** argv);
 int kvdsetfastlock(int argc, char** argv);
+int genpdv(int argc, char** argv);
 int kvdholdoverthr(int argc, char** argv);
 int kvdremovetime(int argc, char** argv);
 int kvddegraderef(int argc, char** argv);

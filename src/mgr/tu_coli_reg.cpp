@@ -3,14 +3,18 @@
 #include "hw/kvd_hwif.h"
 #include "iif/kvd_iifadm.h"
 #include "iif/kvd_pm.h"
+#include "mgr/kvd_mgr_proc.h"
 #include "mgr/tu_coli_int.h"
 #include "node/platform.h"
+#include "node/sig.h"
 #include "ref/ref_types.h"
 #include "refs/kvd_ext.h"
+#include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_estimate.h"
-#include "reg/kvd_reg_flashfile.h"
-#include "reg/kvd_reg_force.h"
+#include "reg/kvd_reg_history.h"
 #include "reg/kvd_reg_measure.h"
+#include "reg/kvd_reg_pdv_gen.h"
+#include "reg/reg_sig.h"
 
 #include <iterator>
 
@@ -85,6 +89,32 @@ int setThreshold(const HoldoverWord& w, const char* value)
     return COLI_DONE;
 }
 
+constexpr const char* GENPDV_USAGE =
+    "genpdv <ptp_t|ptp_f|ntp> <uplink|downlink> <enable|disable>\n";
+
+struct PdvWord { const char* word; u32 value; };
+constexpr PdvWord PDV_TYPES[] = {{"ntp", PDV_NTP}, {"ptp_f", PDV_PTP_FREQ}, {"ptp_t", PDV_PTP_TIME}};
+constexpr PdvWord PDV_DIRECTIONS[] = {{"uplink", PDV_UPLINK}, {"downlink", PDV_DOWNLINK}};
+constexpr PdvWord PDV_SWITCH[] = {{"enable", 1}, {"disable", 0}};
+
+/// True when the argument is one of the words; `value` is its number.
+template <std::size_t N>
+bool wordValue(const PdvWord (&words)[N], const char* argument, u32& value)
+{
+    for (const PdvWord& w : words) {
+        if (!is(argument, w.word)) continue;
+        value = w.value;
+        return true;
+    }
+    return false;
+}
+
+int genpdvRefuse(const char* reason)
+{
+    shellPrintf("%s%s", reason, GENPDV_USAGE);
+    return COLI_USAGE;
+}
+
 struct EthWord { const char* word; HaliSyncRef selector; const char* selectorName; };
 constexpr EthWord ETH_WORDS[] = {
     {"eth_a", HALI_ETH_REF_A, "HALI_ETH_REF_A"},
@@ -108,11 +138,11 @@ void selectEth(const EthWord& w)
 
 namespace coli {
 
-int freerunning(int argc, char** argv)
+int freerunning(int argc, char**)
 {
     if (argc != 1) return usage("Usage: kvdfreerunning\n");
-    KvdLoz6TuReg_forceDrift();
-    return notRunning(argc, argv);
+    KvdLoz6TuReg_forceFrequencyDrifting();
+    return COLI_DONE;
 }
 
 int kvdwritehist(int argc, char** argv)
@@ -124,14 +154,14 @@ int kvdwritehist(int argc, char** argv)
     }
     if (!is(argv[1], "flash") && !is(argv[1], "msi")) return COLI_DONE;
     KvdLoz6TuReg_forceWriteHistory(is(argv[1], "flash"));
-    return notRunning(argc, argv);
+    return COLI_DONE;
 }
 
-int kvdreadhist(int argc, char** argv)
+int kvdreadhist(int argc, char**)
 {
     if (argc != 1) return usage("Usage: kvdreadhist\n");
     KvdLoz6TuReg_printHistory();
-    return notRunning(argc, argv);
+    return COLI_DONE;
 }
 
 int kvdselectregref(int argc, char** argv)
@@ -182,6 +212,28 @@ int kvdsetfastlock(int argc, char** argv)
     return COLI_DONE;
 }
 
+int genpdv(int argc, char** argv)
+{
+    if (argc < 2 || is(argv[1], "?")) {
+        shellPrintf("%s", GENPDV_USAGE);
+        return COLI_DONE;
+    }
+    if (argc != 4) return genpdvRefuse("Invalid number of arguments, expected 2 or 3\n");
+    u32 type = 0, direction = 0, enable = 0;
+    if (!wordValue(PDV_TYPES, argv[1], type))
+        return genpdvRefuse("Invalid type, expected 'ptp_t', 'ptp_f' or 'ntp'\n");
+    if (!wordValue(PDV_DIRECTIONS, argv[2], direction))
+        return genpdvRefuse("Invalid direction, expected 'uplink' or 'downlink'\n");
+    if (!wordValue(PDV_SWITCH, argv[3], enable))
+        return genpdvRefuse("Invalid enabling/disabling, expected 'enable' or 'disable'\n");
+    auto* req = node::make<KvdTuhwifGenPdvReq>(KVD_TUHWIF_GEN_PDV_REQ);
+    req->type = type;
+    req->direction = direction;
+    req->enable = enable;
+    node::sendTo(KvdLoz6TuMgr_pid(), req);
+    return COLI_DONE;
+}
+
 int kvdholdoverthr(int argc, char** argv)
 {
     if (argc == 1) {
@@ -194,7 +246,7 @@ int kvdholdoverthr(int argc, char** argv)
     return usage(HOLDOVER_USAGE);
 }
 
-int kvdremovetime(int argc, char** argv)
+int kvdremovetime(int argc, char**)
 {
     if (argc != 1) return usage("Usage: kvdremovetime\n");
     const u8 state = KvdLoz6TuIifAdm_radioClockState();
@@ -204,8 +256,8 @@ int kvdremovetime(int argc, char** argv)
         return COLI_REFUSED;
     }
     shellPrintf("The radio clock is currently in TIME HOLDOVER mode - removing Time Component.\n");
-    KvdLoz6TuReg_removeTime();
-    return notRunning(argc, argv);
+    KvdLoz6TuReg_forceTimeDrift();
+    return COLI_DONE;
 }
 
 int kvddegraderef(int argc, char**)

@@ -17,11 +17,11 @@
 #include "ose/ose.h"
 #include "ref/ref_types.h"
 #include "reg/kvd_reg_control.h"
-#include "reg/kvd_reg_force.h"
 #include "reg/kvd_reg_int.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_packet.h"
+#include "reg/kvd_reg_pdv_gen.h"
 #include "reg/kvd_reg_pll.h"
 #include "reg/kvd_reg_rnt.h"
 #include "reg/reg_sig.h"
@@ -142,7 +142,7 @@ void onTimeData(const KvdTuiif10TimeDataInd* ind)
 
 void onCoarseTimeData(const KvdTuiifSocpriCoarseTimeDataInd* ind)
 {
-    if (ind != nullptr) KvdLoz6Socpri_coarseTimeData(ind->ref_esfc, ind->ref_mfn);
+    if (ind != nullptr) KvdLoz6TuReg_SoCpriCoarseTimeData(ind->ref_esfc, ind->ref_mfn);
 }
 
 void onSetTestMode(const KvdTuiifSetTestModeInd* ind)
@@ -193,8 +193,7 @@ int KvdLoz6TuReg_dispatch(Signal* sig)
         onCoarseTimeData(as<KvdTuiifSocpriCoarseTimeDataInd>(sig));                       return 1;
     case KVD_TUIIF_GET_RNT_TO_SFC_DIFF_REQ: KvdLoz6TuReg_onGetRntToSfcDiffReq(sig);       return 1;
     case KVD_TUIIF_GET_RNT_FOR_SFN_REQ:     KvdLoz6TuReg_onGetRntForSfnReq(sig);          return 1;
-    case KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_REQ:
-        KvdLoz6TuReg_onJumpRequest(sig, ose::sender(&sig));                               return 1;
+    case KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_REQ: KvdLoz6TuReg_onJumpRequest(sig);        return 1;
     case KVD_TUIIF_SET_TEST_MODE_IND:     onSetTestMode(as<KvdTuiifSetTestModeInd>(sig)); return 1;
     case KVD_TUIIF_SET_SFN_INIT_TIME_IND: KvdLoz6TuReg_onSetSfnInitTimeInd(sig);          return 1;
     case KVD_TUREG_READ_TEMP_TIMEOUT:     onReadTempTimeout();                            return 1;

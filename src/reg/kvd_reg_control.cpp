@@ -12,7 +12,7 @@
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control_int.h"
 #include "reg/kvd_reg_estimate_int.h"
-#include "reg/kvd_reg_flashfile.h"
+#include "reg/kvd_reg_history.h"
 #include "reg/kvd_reg_imprec.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"

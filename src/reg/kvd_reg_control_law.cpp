@@ -33,6 +33,7 @@ double logFrequencyDeviation(double x1, double P11)
 
 void fixFilterStep(FixFilter& f, double log_f_dev)
 {
+    if (!std::isfinite(log_f_dev)) return;   // an exact zero has no logarithm to average
     if (f.first != 0) {
         f.last = log_f_dev;
         f.first = 0;

@@ -282,6 +282,7 @@ void KvdLoz6TuReg_estimateInitiate(const Vec6& x, const Mat6& P, double T, const
     v.x_est = x;
     for (u32 z_i = 0; z_i < Z_I_COUNT; ++z_i) v.baseVar[z_i] = estimator::baseVariance(z_i);
     v.prevRef = Z_NO_REF;
+    KvdLoz6TuReg_recoveryInitiate();
     v.degrState = KVD_TUIIF_REF_OK;
 }
 

@@ -86,6 +86,17 @@ constexpr bool areLimitsValid(double vTmin, double vTmax) { return vTmax != 0.0 
 /// Time mode of a selection; holdover keeps the mode of the reference before.
 u8 timeMode(u32 selectedRef, u32 prevSelectedRef);
 
+// Covariances of a start, their diagonals.
+using Diagonal = std::array<double, 6>;
+constexpr double TIME_UNKNOWN = 1024.0 * 1024.0 / 12;   // s^2, even over one counter period
+constexpr double VAR_T1 = 1.5e-20, VAR_T2 = 5.624999999999999e-20, VAR_T3 = 2.1875e-19;
+constexpr Diagonal P_COLD = {TIME_UNKNOWN, 1e-12, 1e-28, VAR_T1, VAR_T2, VAR_T3};
+constexpr Diagonal P_CALIBRATED = {
+    TIME_UNKNOWN, 1.6666666666666667e-8 * 1.6666666666666667e-8, 1e-30, VAR_T1, VAR_T2, VAR_T3};
+constexpr Diagonal P_FROM_PLL = {TIME_UNKNOWN, 2.7777777777777778e-18, 1e-30, VAR_T1, VAR_T2,
+                                 VAR_T3};
+Mat6 diagonal(const Diagonal& values);
+
 /// The oscillator's polynomial in the normalised temperature T, relative frequency.
 struct TemperaturePolynomial {
     double P3, P2, P1, P0;                 // of T^3 - 0.6 T, T^2 - 1/3, T, 1

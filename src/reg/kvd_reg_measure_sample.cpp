@@ -18,7 +18,7 @@
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_estimate.h"
-#include "reg/kvd_reg_flashfile.h"
+#include "reg/kvd_reg_history.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_measure_int.h"
 #include "reg/kvd_reg_packet.h"

@@ -7,7 +7,7 @@
 #include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_estimate.h"
-#include "reg/kvd_reg_flashfile.h"
+#include "reg/kvd_reg_history.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_measure_int.h"
 

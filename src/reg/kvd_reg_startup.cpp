@@ -13,7 +13,7 @@
 #include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
-#include "reg/kvd_reg_flashfile.h"
+#include "reg/kvd_reg_history.h"
 #include "reg/kvd_reg_int.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
@@ -229,6 +229,13 @@ TemperaturePolynomial temperaturePolynomial(double a3, double a2, double a1, dou
     return {T3, T2, T1 + 0.6 * T3, T0 + T2 / 3};
 }
 
+Mat6 diagonal(const Diagonal& values)
+{
+    Mat6 P{};
+    for (std::size_t i = 0; i < values.size(); ++i) P[i * 7] = values[i];
+    return P;
+}
+
 double coldDivider(double D0, double nominalFrequency_Hz, const TemperaturePolynomial& p, double T)
 {
     constexpr double BASE_FREQUENCY_Hz = 10000000;
@@ -240,21 +247,8 @@ double coldDivider(double D0, double nominalFrequency_Hz, const TemperaturePolyn
 
 namespace {
 
-using Diagonal = std::array<double, 6>;
-constexpr double TIME_UNKNOWN = 1024.0 * 1024.0 / 12;   // s^2, even over one counter period
-constexpr double VAR_T1 = 1.5e-20, VAR_T2 = 5.624999999999999e-20, VAR_T3 = 2.1875e-19;
-constexpr Diagonal P_COLD = {TIME_UNKNOWN, 1e-12, 1e-28, VAR_T1, VAR_T2, VAR_T3};
-constexpr Diagonal P_CALIBRATED = {
-    TIME_UNKNOWN, 1.6666666666666667e-8 * 1.6666666666666667e-8, 1e-30, VAR_T1, VAR_T2, VAR_T3};
-constexpr Diagonal P_FROM_PLL = {TIME_UNKNOWN, 2.7777777777777778e-18, 1e-30, VAR_T1, VAR_T2,
-                                 VAR_T3};
-
-Mat6 diagonal(const Diagonal& values)
-{
-    Mat6 P{};
-    for (std::size_t i = 0; i < values.size(); ++i) P[i * 7] = values[i];
-    return P;
-}
+using regulator::Diagonal;
+using regulator::diagonal;
 
 regulator::TemperaturePolynomial polynomialOf(const OcxoParams& params)
 {
@@ -311,7 +305,7 @@ int initiateWithCalibration(double vT)
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Initiate with calib failed");
         return INITIATE_FAILED;
     }
-    const int result = startWithoutHistory(vT, P_CALIBRATED, true);
+    const int result = startWithoutHistory(vT, regulator::P_CALIBRATED, true);
     if (result != INITIATE_DONE) return result;
     tuHwIf_resetGpsOutMsiMem();
     KvdLoz6TuIifAdm_startForceLockedTimer();
@@ -344,8 +338,8 @@ int regulator::initiateRegulator(double vT)
             break;
         }
     }
-    if (startWithoutHistory(vT, P_COLD, isMaster || state().coldRestart != 0) != INITIATE_DONE)
-        return 0;
+    const bool coldControl = isMaster || state().coldRestart != 0;
+    if (startWithoutHistory(vT, regulator::P_COLD, coldControl) != INITIATE_DONE) return 0;
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s:: initiate cold done", __func__);
     return 1;
 }
@@ -359,7 +353,7 @@ void KvdLoz6TuReg_initiateFromPll(double vT)
     regulator::storeSfcGpsOffset();
     KvdLoz6TuReg_controlInitFromPll(U, true);
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Initial PLL values are set");
-    KvdLoz6TuReg_estimateInitiate(startState(p), diagonal(P_FROM_PLL),
+    KvdLoz6TuReg_estimateInitiate(startState(p), diagonal(regulator::P_FROM_PLL),
                                   regulator::normalisedTemperature(vT), NO_CONTROL,
                                   tuHwIf_calcOcxoGain(U[1]));
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Initiate with PLL successful");

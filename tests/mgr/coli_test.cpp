@@ -137,14 +137,20 @@ TEST(ClientCommands, KeepTheirRulesOfUse)
                    {"kvdprodtest mokatestbus on", 0, "Not enabled or disabled\n"},
                    {"kvdprodtest bus enable", 0, "Not mokatestbus or mokatestmux\n"},
                    {"kvdprodtest mokatestbus enable", 0, "MokaTestBus enabled"},
-                   {"genpdv ntp uplink enable", 10, "isn't running"},
+                   {"genpdv", 0, "genpdv <ptp_t|ptp_f|ntp> <uplink|downlink> <enable|disable>"},
+                   {"genpdv ?", 0, "genpdv <ptp_t|ptp_f|ntp>"},
+                   {"genpdv ptp uplink enable", 20, "Invalid type, expected 'ptp_t', 'ptp_f' or 'ntp'\n"},
+                   {"genpdv ptp_t up enable", 20, "Invalid direction, expected 'uplink' or 'downlink'\n"},
+                   {"genpdv ptp_t uplink on", 20, "Invalid enabling/disabling, expected 'enable' or 'disable'\n"},
+                   {"genpdv ptp_t uplink", 20, "Invalid number of arguments, expected 2 or 3\n"},
+                   {"genpdv ntp uplink enable", 0, ""},
                    {"freerunning now", 20, "Usage: kvdfreerunning\n"},
-                   {"freerunning", 10, "isn't running"},
+                   {"freerunning", 0, ""},
                    {"kvdreadhist now", 20, "Usage: kvdreadhist\n"},
-                   {"kvdreadhist", 10, "isn't running"},
+                   {"kvdreadhist", 0, "\n***** History on flash *****\n   none\n"},
                    {"kvdwritehist", 20, "usage: kvdwritehist [flash | msi]\n"},
                    {"kvdwritehist disk", 0, ""},              // a reference is selected since eth_b
-                   {"kvdwritehist msi", 10, "isn't running"}});
+                   {"kvdwritehist msi", 0, "Forced writing of historical data to msi"}});
 }
 
 }  // namespace
