@@ -58,9 +58,12 @@ struct PmBench : IifBench {
         const sim::MpRecord* record = mp().last(KVD_TUIIF_GET_CURRENT_PM_CFM);
         if (record == nullptr) return {};
         const auto cfm = *record->as<KvdTuiifGetCurrentPmCfm>();
-        std::vector<i32> values(1 + cfm.noOfPmAttr, static_cast<i32>(cfm.suspectFlag));
-        std::memcpy(values.data() + 1, record->bytes.data() + PM_ATTR_LIST_OFFSET,
-                    cfm.noOfPmAttr * sizeof(i32));
+        std::vector<i32> values{static_cast<i32>(cfm.suspectFlag)};
+        for (u32 i = 0; i < cfm.noOfPmAttr; ++i) {
+            i32 value = 0;
+            std::memcpy(&value, record->bytes.data() + PM_ATTR_LIST_OFFSET + i * sizeof value, sizeof value);
+            values.push_back(value);
+        }
         return values;
     }
     std::vector<i32> currentOf(u32 froType)
