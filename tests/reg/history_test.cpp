@@ -108,4 +108,33 @@ TEST(HistoryWrite, HappensOnALockedMasterAlone)
     EXPECT_EQ(unit.file(HIST_FILE).substr(0, 4), std::string("\0\x05\0\x06", 4));
 }
 
+TEST(HistoryWrite, ComesAgainAtHalfTheTimeThatItWillHoldOrInAMinute)
+{
+    HistoryBench unit;
+    unit.lock();
+    unit.in([] {
+        const double holds = KvdLoz6TuReg_lookAheadHistory();
+        ASSERT_GT(holds, 60.0);
+        KvdLoz6TuReg_writeHistory(true);
+        EXPECT_EQ(KvdLoz6TuReg_measStateVar().histCountDown, holds / 2);
+        estimator::state().var.P_est[7] = 1e-14;       // 300 ppb: out of its grade at once
+        KvdLoz6TuReg_writeHistory(true);
+        EXPECT_EQ(KvdLoz6TuReg_measStateVar().histCountDown, 28.571428571428573);
+    });
+}
+
+TEST(HistoryStart, FallsBackToFlashWhenPersistentMemoryIsTooOld)
+{
+    Restarted unit(201, true);
+    unit.in([] {
+        u8 record[HIST_RECORD_SIZE];
+        u32 fromMsi = 7;
+        EXPECT_EQ(KvdLoz6TuReg_readHistData(record, fromMsi), 1);
+        EXPECT_EQ(fromMsi, 0u);
+        const HistRecord h = KvdLoz6TuReg_unpackHistory(record);
+        EXPECT_EQ(h.t_mod, 0.0);
+        EXPECT_EQ(h.cold, 1u);
+    });
+}
+
 }  // namespace

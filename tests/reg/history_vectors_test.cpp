@@ -148,7 +148,7 @@ void writeOld(HistoryBench& bench, const json& in, const json& out, const json&)
 
 void writeGate(HistoryBench& bench, const json& in, const json& out, const json&)
 {
-    if (in["serial_ok"] == 0) return;                // history_test.cpp has it
+    if (in["serial_ok"] == 0) return;    // the board's serial number can't be taken away here
     bench.restart();
     bench.node.volumes().clear();
     bench.lock();
@@ -217,5 +217,5 @@ TEST(HistoryCheckValues, Replay)
             ++replayed;
         }
     }
-    EXPECT_EQ(replayed, 114u);           // the rest tells offsets and ages, history_test.cpp has them
+    EXPECT_EQ(replayed, 114u);           // the rest lists offsets, and ages that history_test.cpp tries
 }
