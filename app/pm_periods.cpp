@@ -72,7 +72,7 @@ std::string listed(const Values& values)
 
 PmVerdict pmPeriods(const UnitRecording& unit, const sim::CheckSpec& check)
 {
-    u64 whole = 0;
+    u64 wholePeriods = 0;
     double last = 0;
     i64 outages = 0;
     for (const PmPeriod& p : unit.pmPeriods) {
@@ -83,14 +83,16 @@ PmVerdict pmPeriods(const UnitRecording& unit, const sim::CheckSpec& check)
         const bool synch = p.froType == SYNC_PM_FROTYPE;
         const Values wanted = synch ? synchValues(unit, from, p) : gpsValues(unit, p);
         if (p.values != wanted)
-            return {false, "at " + clockText(p.t) + " " + listed(p.values) + ", the states say " + listed(wanted)};
-        if (!p.suspect) ++whole;
+            return {false, "at " + clockText(p.t) + " " + listed(p.values) + ", the states say " +
+                               listed(wanted)};
+        if (!p.suspect) ++wholePeriods;
         outages = 0;
         for (const i32 count : synch ? Values{} : wanted) outages += count;
     }
-    std::string detail = std::to_string(whole) + " whole periods";
-    if (check.pmSet == GPSSYNCREF_PM_FROTYPE) detail += ", " + std::to_string(outages) + " outages at the end";
-    return {whole >= check.least && whole <= check.most, detail};
+    std::string detail = std::to_string(wholePeriods) + " whole periods";
+    if (check.pmSet == GPSSYNCREF_PM_FROTYPE)
+        detail += ", " + std::to_string(outages) + " outages at the end";
+    return {wholePeriods >= check.least && wholePeriods <= check.most, detail};
 }
 
 }  // namespace app

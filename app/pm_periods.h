@@ -1,5 +1,5 @@
-// pm_periods.h - Holds the reports of performance counters against the states that the main processor
-// was told in the meantime.
+// pm_periods.h - Holds the reports of performance counters against the states that the main
+// processor was told in the meantime.
 #pragma once
 #include "app/recording.h"
 #include "sim/scenario/scenario.h"
@@ -13,8 +13,8 @@ struct PmVerdict {
     std::string detail;
 };
 
-/// Every report of the set between the check's times: its seconds and outages are those of the recorded
-/// states, to the second; a suspect one has none. Whole periods are counted.
+/// Every report of the set between the check's times: its seconds and outages are those of the
+/// recorded states, to the second; a suspect one has no seconds. Whole periods are counted.
 PmVerdict pmPeriods(const UnitRecording& unit, const sim::CheckSpec& check);
 
 }  // namespace app
