@@ -6,6 +6,8 @@
 #include "reg/kvd_reg_measure.h"
 #include "tests/iif/iif_bench.h"
 
+#include <algorithm>
+
 namespace bench {
 
 struct PmBench : IifBench {
@@ -40,7 +42,11 @@ struct PmBench : IifBench {
         agent().push(seqNo);
         world.runUntil(world.now());
     }
-    void until(double t) { world.runUntil(static_cast<ose::Time>(t) * ose::SEC); }
+    /// Virtual time ends after 106 days: what is later comes at 100.
+    void until(double t)
+    {
+        world.runUntil(static_cast<ose::Time>(std::min(t, 100 * 86'400.0)) * ose::SEC);
+    }
 
     void clockState(u8 state) { in([=] { KvdLoz6TuPm_clockState(state); }); }
     void gpsStatus(u8 status) { in([=] { KvdLoz6TuPm_gpsStatus(status); }); }
