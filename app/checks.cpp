@@ -125,19 +125,20 @@ Outcome largestError(const UnitRecording& u, const sim::CheckSpec& c, bool time)
                    clockText(c.to_s).c_str(), c.limit)};
 }
 
-Outcome againstGps(const UnitRecording& u, const sim::CheckSpec& c)
+Outcome against(double Sample::*error, const char* missing, const UnitRecording& u,
+                const sim::CheckSpec& c)
 {
     double largest = 0.0;
     std::size_t count = 0;
     for (const Sample& s : u.samples) {
-        if (s.t < c.from_s || s.t > c.to_s || std::isnan(s.gpsTimeError_ns)) continue;
-        largest = std::max(largest, std::abs(s.gpsTimeError_ns));
+        if (s.t < c.from_s || s.t > c.to_s || std::isnan(s.*error)) continue;
+        largest = std::max(largest, std::abs(s.*error));
         ++count;
     }
     return {count > 0 && largest <= c.limit,
             count > 0 ? format("%.4g ns from %s to %s, at most %g", largest, clockText(c.from_s).c_str(),
                                clockText(c.to_s).c_str(), c.limit)
-                      : "the unit has no receiver"};
+                      : missing};
 }
 
 Outcome errorAboutMean(const UnitRecording& u, const sim::CheckSpec& c)
@@ -216,7 +217,10 @@ Outcome evaluate(const sim::CheckSpec& c, const UnitRecording& u, const Recordin
     }
     case sim::CheckKind::Command:   return printed(u, c);
     case sim::CheckKind::AboutMean: return errorAboutMean(u, c);
-    case sim::CheckKind::GpsTime:   return againstGps(u, c);
+    case sim::CheckKind::GpsTime:
+        return against(&Sample::gpsTimeError_ns, "the unit has no receiver", u, c);
+    case sim::CheckKind::Following:
+        return against(&Sample::followError_ns, "the unit follows none", u, c);
     case sim::CheckKind::Reaches:   return reaches(u, c);
     case sim::CheckKind::Sequence:  return sequence(u, c);
     case sim::CheckKind::TimeError: return largestError(u, c, true);

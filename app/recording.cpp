@@ -89,6 +89,12 @@ bool isLockedState(u8 radioClockState)
            radioClockState == SLAVE_FRAME_LOCKED;
 }
 
+bool isTimeLockedState(u8 radioClockState)
+{
+    constexpr u8 RNT_TIME_LOCKED = 10, SLAVE_FRAME_LOCKED = 16;
+    return radioClockState == RNT_TIME_LOCKED || radioClockState == SLAVE_FRAME_LOCKED;
+}
+
 std::vector<Holdover> holdovers(const UnitRecording& unit)
 {
     std::vector<Holdover> found;
@@ -137,6 +143,7 @@ Scores score(const UnitRecording& unit, double interval_s)
     }
     scores.spans = lockedSpans(unit, interval_s);
     std::size_t count = 0;
+    std::size_t followed = 0;
     for (const LockedSpan& span : scores.spans) {
         const double origin_ns = unit.samples[span.first].timeError_ns;
         const double mean_ns = meanTimeError_ns(unit, span);
@@ -144,11 +151,17 @@ Scores score(const UnitRecording& unit, double interval_s)
             add(scores.timeError_ns, unit.samples[i].timeError_ns - origin_ns);
             add(scores.aboutMean_ns, unit.samples[i].timeError_ns - mean_ns);
             add(scores.freqError_ppb, unit.samples[i].freqError_ppb);
+            const Sample& s = unit.samples[i];
+            if (std::isnan(s.followError_ns) || !isTimeLockedState(s.radioClockState)) continue;
+            add(scores.following_ns, s.followError_ns);
+            ++followed;
         }
     }
     finish(scores.timeError_ns, count);
     finish(scores.aboutMean_ns, count);
     finish(scores.freqError_ppb, count);
+    finish(scores.following_ns, followed);
+    scores.followed_s = static_cast<double>(followed) * interval_s;
     scores.scored_s = static_cast<double>(count) * interval_s;
     scoreLongestSpan(unit, interval_s, scores);
     return scores;

@@ -60,6 +60,7 @@ struct Sample {
     double timeError_ns = 0;      // counter against true time, since the start
     double freqError_ppb = 0;     // true rate of the counter
     double gpsTimeError_ns = std::numeric_limits<double>::quiet_NaN();   // counter against GPS time
+    double followError_ns = std::numeric_limits<double>::quiet_NaN();    // counter against the leader's
     double div = 0;               // divider as written
     double temperature_V = 0;     // of the oscillator's sensor
     u8 radioClockState = 0;
@@ -80,6 +81,7 @@ struct CheckResult {
 
 struct UnitRecording {
     std::string name;
+    std::string leader;                   // of the link that it follows, empty for none
     std::vector<StateChange> states;      // radio clock state, as the main processor was told
     std::vector<StateChange> regStates;
     std::vector<Selection> selected;
@@ -112,6 +114,8 @@ struct Scores {
     Extremes timeError_ns;                // from the beginning of each span
     Extremes aboutMean_ns;                // from the mean of each span, which a jump would take
     Extremes freqError_ppb;
+    Extremes following_ns;                // counter against the leader's while its time is locked
+    double followed_s = 0;                // how much of the run that was
     double timeToLock_s = -1;             // first locked state, -1 without any
     double mtieFrom_s = 0, mtieTo_s = 0;  // longest span: where MTIE and TDEV were taken
     std::vector<TauValue> mtie_ns;
@@ -138,5 +142,7 @@ constexpr double SETTLING_s = 300.0;
 Scores score(const UnitRecording& unit, double interval_s);
 /// Radio clock states in which a clock counts as locked to its reference.
 bool isLockedState(u8 radioClockState);
+/// Those in which its counter is the reference's.
+bool isTimeLockedState(u8 radioClockState);
 
 }  // namespace app

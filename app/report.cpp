@@ -25,9 +25,10 @@ std::string seriesCsv(const UnitRecording& unit)
 {
     std::ostringstream csv;
     csv.precision(15);
-    csv << "t_s,time_error_ns,freq_error_ppb,divider,temperature_V,radioClockState,regState\n";
+    csv << "t_s,time_error_ns,follow_error_ns,freq_error_ppb,divider,temperature_V,"
+           "radioClockState,regState\n";
     for (const Sample& s : unit.samples)
-        csv << s.t << ',' << s.timeError_ns << ',' << s.freqError_ppb << ',' << s.div << ','
+        csv << s.t << ',' << s.timeError_ns << ',' << s.followError_ns << ',' << s.freqError_ppb << ',' << s.div << ','
             << s.temperature_V << ',' << static_cast<int>(s.radioClockState) << ','
             << static_cast<int>(s.regState) << '\n';
     return csv.str();
@@ -241,6 +242,14 @@ void appendUnit(std::string& page, const UnitRecording& unit, const Recording& r
                                    recording.virtual_s));
     }
     appendTimeErrors(page, unit);
+    if (!unit.leader.empty()) {
+        const auto locked = std::find_if(unit.states.begin(), unit.states.end(), [](const auto& c) {
+            return isTimeLockedState(c.state);
+        });
+        if (locked != unit.states.end())
+            appendPlot(page, overTime(unit, ("Counter against that of " + unit.leader).c_str(), "ns",
+                                      &Sample::followError_ns, locked->t));
+    }
     // The warm-up would hide everything after it.
     const double lock_s = std::max(scores.timeToLock_s, 0.0);
     appendPlot(page, overTime(unit, "Frequency error, true, from the first lock on", "ppb",

@@ -10,6 +10,7 @@
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "sim/board/board.h"
+#include "sim/scenario/link.h"
 #include "sim/scenario/unit.h"
 
 #include <algorithm>
@@ -57,6 +58,7 @@ public:
         s.t = now();
         s.timeError_ns = board.timeError_s() * 1e9;
         s.freqError_ppb = board.frequencyError() * 1e9;
+        if (leader_ != nullptr) s.followError_ns = sim::counterDifference_s(unit_, *leader_) * 1e9;
         if (const auto ahead_s = unit_.counterAgainstGps_s()) s.gpsTimeError_ns = *ahead_s * 1e9;
         s.div = board.divider();
         s.temperature_V = board.temperature_V();
@@ -68,6 +70,13 @@ public:
         }
         onRegState(s.regState);
         recording.samples.push_back(s);
+    }
+
+    void follows(sim::Unit& leader)
+    {
+        if (leader_ != nullptr) return;
+        leader_ = &leader;
+        recording.leader = leader.name();
     }
 
     void command(const std::string& line)
@@ -172,6 +181,7 @@ private:
 
     ose::World& world_;
     sim::Unit& unit_;
+    sim::Unit* leader_ = nullptr;
     Progress& progress_;
     std::string prefix_;
     u8 clockState_ = 7;
@@ -195,6 +205,12 @@ public:
             if (!options.out.empty())
                 units_.back()->node().traces().toFile(options.out + "/trace-" + spec.node.name +
                                                       ".txt");
+        }
+        for (const sim::LinkSpec& spec : scenario.links) {
+            const std::size_t from = indexOf(spec.from);
+            const std::size_t to = indexOf(spec.to);
+            links_.push_back(sim::makeLink(world_, spec, *units_[from], *units_[to]));
+            recorders_[to]->follows(*units_[from]);
         }
         scheduleEvents();
         scheduleCommands();
@@ -222,15 +238,34 @@ private:
     void scheduleEvents()
     {
         for (const sim::EventSpec& event : scenario_.events) {
-            const auto index =
-                std::find_if(units_.begin(), units_.end(),
-                             [&](const auto& u) { return u->name() == event.unit; }) -
-                units_.begin();
-            world_.at(worldTime(event.at_s), [this, &event, index] {
-                recorders_[static_cast<std::size_t>(index)]->tell("event      " + event.what);
-                event.action(*units_[static_cast<std::size_t>(index)]);
+            if (event.linkAction) {
+                scheduleLinkEvent(event);
+                continue;
+            }
+            world_.at(worldTime(event.at_s), [this, &event, index = indexOf(event.unit)] {
+                recorders_[index]->tell("event      " + event.what);
+                event.action(*units_[index]);
             });
         }
+    }
+
+    void scheduleLinkEvent(const sim::EventSpec& event)
+    {
+        const auto link = std::find_if(links_.begin(), links_.end(), [&](const auto& l) {
+            return l->spec().name == event.link;
+        });
+        world_.at(worldTime(event.at_s),
+                  [this, &event, &link = **link, index = indexOf((*link)->spec().to)] {
+                      recorders_[index]->tell("event      " + event.what);
+                      event.linkAction(link);
+                  });
+    }
+
+    std::size_t indexOf(const std::string& name) const
+    {
+        const auto unit = std::find_if(units_.begin(), units_.end(),
+                                       [&](const auto& u) { return u->name() == name; });
+        return static_cast<std::size_t>(unit - units_.begin());
     }
 
     void scheduleCommands()
@@ -293,6 +328,7 @@ private:
     Progress progress_;
     std::vector<std::string> misuses_;
     std::vector<std::unique_ptr<sim::Unit>> units_;
+    std::vector<std::unique_ptr<sim::Link>> links_;
     std::vector<std::unique_ptr<Recorder>> recorders_;
 };
 

@@ -99,6 +99,11 @@ Json toJson(const UnitRecording& unit, const Recording& recording)
     json["time_error_about_mean_ns"] = toJson(scores.aboutMean_ns);
     json["holdovers"] = holdoversOf(unit);
     json["freq_error_ppb"] = toJson(scores.freqError_ppb);
+    if (!unit.leader.empty()) {
+        json["leader"] = unit.leader;
+        json["following_seconds"] = scores.followed_s;
+        json["following_error_ns"] = toJson(scores.following_ns);
+    }
     json["mtie_ns"] = toJson(scores.mtie_ns);
     json["tdev_ns"] = toJson(scores.tdev_ns);
     json["checks"] = Json::array();
@@ -168,6 +173,10 @@ void printUnit(const UnitRecording& unit, double interval_s, std::FILE* out)
         std::fprintf(out, "  frequency      max %.4f ppb, rms %.4f ppb\n", scores.freqError_ppb.max,
                      scores.freqError_ppb.rms);
     }
+    if (!unit.leader.empty() && scores.followed_s > 0)
+        std::fprintf(out, "  behind %-7s max %.1f ns, rms %.1f ns over %.0f s of locked time\n",
+                     unit.leader.c_str(), scores.following_ns.max, scores.following_ns.rms,
+                     scores.followed_s);
     printHoldovers(unit, out);
     if (!scores.mtie_ns.empty()) {
         std::fprintf(out, "  masks, from %s to %s\n", clockText(scores.mtieFrom_s).c_str(),

@@ -51,7 +51,7 @@ void Board::powerOn(bool coldOven)
 void Board::powerOff()
 {
     powered_ = false;
-    for (ose::EventId* event : {&tickEvent_, &edgeEvent_, &outputEvent_, &eepromEvent_, &loadEvent_,
+    for (ose::EventId* event : {&tickEvent_, &edgeEvent_, &outputAlarm_.event, &bfnAlarm_.event, &eepromEvent_, &loadEvent_,
                                 &lineEvent_})
         if (*event != 0) world_.cancel(*event);
 }
@@ -92,6 +92,8 @@ void Board::reset()
     updateRate();
     constexpr i128 SECOND = static_cast<i128>(INCREMENTS_PER_SECOND) * PHASE_ONE;
     outputPhase_ = phase() % SECOND;
+    armOutput();
+    armBfn();
 }
 
 // ---- address map --------------------------------------------------------------------------------

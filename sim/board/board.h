@@ -66,6 +66,10 @@ public:
     void bfnReceived(const BfnInput& in);
     u32  bfnOutWord1() const { return timeWords_[BFN_OUT1]; }
     u32  bfnOutWord2() const { return timeWords_[BFN_OUT2]; }
+    /// What leaves the board: called at each pulse of the output while it is switched on, before the
+    /// way to the connector, and every tenth frame of the counter, when the BFN link sends.
+    void onOutputPulse(std::function<void()> peer);
+    void onBfnFrame(std::function<void()> peer);
     Oscillator& oscillator() { return oscillator_; }
     Temperature& temperature() { return temperature_; }
     void setEeprom(const EepromConfig& eeprom) { config_.eeprom = eeprom; }
@@ -81,6 +85,8 @@ public:
     /// Ratio of the divider as last enabled, 0 before the first.
     double divider() const { return divider_; }
     CounterTriple counter();
+    /// The same to a ps: s, below 1024.
+    double counterTime_s();
     /// Counts the wraps of the frame counter, 24 bits; board type 2.
     u32 externalCounter();
 
@@ -136,12 +142,19 @@ private:
     void latch();
     void stepCounter(i64 periods);
     void orderLoad(u32 value);
+    struct Alarm {                      // at a phase of the counter
+        i128 target = 0;
+        ose::EventId event = 0;
+    };
     i128 outputNext();
     u32  readOutput(TimeWord word);
     void moveOutput(u32 value);
     void armOutput();
-    void waitForOutput();
     void onOutput();
+    void armBfn();
+    void onBfn();
+    void arm(Alarm& alarm, i128 target, void (Board::*due)());
+    void waitFor(Alarm& alarm, void (Board::*due)());
     u32  readNtp(TimeWord word);
 
     // board_io.cpp
@@ -197,7 +210,8 @@ private:
     bool latchValid_ = false;
     i64 periods_ = 0;                   // of the external counter, beside the frame counter's wraps
     i128 outputPhase_ = 0;              // of the output's pulse within the counter's second
-    i128 outputTarget_ = 0;             // the pulse that is waited for
+    Alarm outputAlarm_, bfnAlarm_;
+    std::function<void()> outputPeer_, bfnPeer_;
     CounterTriple output_;              // pair as read
     ose::EventId loadEvent_ = 0;
 
@@ -206,7 +220,6 @@ private:
     u32 pending_ = 0;
     ose::EventId tickEvent_ = 0;
     ose::EventId edgeEvent_ = 0;
-    ose::EventId outputEvent_ = 0;
     ose::EventId eepromEvent_ = 0;
     ose::EventId lineEvent_ = 0;
 

@@ -118,6 +118,8 @@ CounterTriple Board::counter()
     return withFaults(triple(phase()), faults.counterMfn, faults.counterInc);
 }
 
+double Board::counterTime_s() { return CounterPhase::seconds(modulo(phase(), PERIOD)); }
+
 u32 Board::externalCounter()
 {
     const i128 now = phase();
@@ -159,6 +161,7 @@ void Board::stepCounter(i64 periods)
     stepped_ += step;
     periods_ += periods + (backwards ? 1 : 0);
     armOutput();
+    armBfn();
 }
 
 /// Load control of board type 2, in one word with FSYNC: bits 0 and 2 order the load.
@@ -213,30 +216,64 @@ void Board::moveOutput(u32 value)
 
 void Board::armOutput()
 {
-    if (outputEvent_ != 0) world_.cancel(outputEvent_);
-    if (!powered_ || (enabled_ & GPS_OUTPUT) == 0) return;
-    outputTarget_ = outputNext();
-    waitForOutput();
-}
-
-/// The rate may change on the way, so the event looks again.
-void Board::waitForOutput()
-{
-    const double rest_s = CounterPhase::seconds(outputTarget_ - phase()) / (1.0 + y_);
-    const ose::Time wait = static_cast<ose::Time>(std::ceil(rest_s * 1e12));
-    outputEvent_ = world_.after(wait > 1 ? wait : 1, [this] { onOutput(); });
+    const bool seen = (enabled_ & GPS_OUTPUT) != 0 || outputPeer_ != nullptr;
+    if (powered_ && seen) arm(outputAlarm_, outputNext(), &Board::onOutput);
 }
 
 void Board::onOutput()
 {
-    outputEvent_ = 0;
-    if ((enabled_ & GPS_OUTPUT) == 0) return;
-    if (phase() < outputTarget_) {
-        waitForOutput();
-        return;
-    }
     armOutput();
-    raise(GPS_OUTPUT);
+    if (outputPeer_ && outputEnabled()) outputPeer_();
+    if ((enabled_ & GPS_OUTPUT) != 0) raise(GPS_OUTPUT);
+}
+
+void Board::onOutputPulse(std::function<void()> peer)
+{
+    outputPeer_ = std::move(peer);
+    armOutput();
+}
+
+// ---- BFN output ---------------------------------------------------------------------------------
+
+void Board::onBfnFrame(std::function<void()> peer)
+{
+    bfnPeer_ = std::move(peer);
+    armBfn();
+}
+
+void Board::armBfn()
+{
+    constexpr i128 TEN_FRAMES = FRAME * 10;
+    if (!powered_ || bfnPeer_ == nullptr) return;
+    const i128 now = phase();
+    arm(bfnAlarm_, now - modulo(now, TEN_FRAMES) + TEN_FRAMES, &Board::onBfn);
+}
+
+void Board::onBfn()
+{
+    armBfn();
+    bfnPeer_();
+}
+
+// ---- events at a phase of the counter -----------------------------------------------------------
+
+void Board::arm(Alarm& alarm, i128 target, void (Board::*due)())
+{
+    if (alarm.event != 0) world_.cancel(alarm.event);
+    alarm.target = target;
+    waitFor(alarm, due);
+}
+
+/// The rate may change on the way, so the event looks again.
+void Board::waitFor(Alarm& alarm, void (Board::*due)())
+{
+    const double rest_s = CounterPhase::seconds(alarm.target - phase()) / (1.0 + y_);
+    const ose::Time wait = static_cast<ose::Time>(std::ceil(rest_s * 1e12));
+    alarm.event = world_.after(wait > 1 ? wait : 1, [this, &alarm, due] {
+        alarm.event = 0;
+        if (phase() < alarm.target) waitFor(alarm, due);
+        else (this->*due)();
+    });
 }
 
 // ---- NTP counter --------------------------------------------------------------------------------

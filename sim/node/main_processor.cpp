@@ -187,6 +187,26 @@ void MainProcessor::orderJump()
         KvdTuiifJumpRntToSfcDiffZeroReq{KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_REQ, pid()});
 }
 
+void MainProcessor::setGpsOut(bool on)
+{
+    config.gpsOut = on ? KVD_TUIIF_GPSOUT_ENABLED : KVD_TUIIF_GPSOUT_DISABLED;
+    sendLayout(KvdTuiifSetGpsoutInd{KVD_TUIIF_SET_GPSOUT_IND, on ? 1u : 0u});
+}
+
+void MainProcessor::setHptsiOut(bool on)
+{
+    config.hptsiOut = on ? 1 : 0;
+    sendLayout(KvdTuiifSetHptsioutInd{KVD_TUIIF_SET_HPTSIOUT_IND, on ? 1u : 0u});
+}
+
+void MainProcessor::setGpsOslDelay(u16 delay_ns)
+{
+    KvdTuiifSetGpsoslDelayInd ind{};
+    ind.sigNo = KVD_TUIIF_SET_GPSOSL_DELAY_IND;
+    ind.delay = delay_ns;
+    sendLayout(ind);
+}
+
 void MainProcessor::setSelects(bool on)
 {
     config.selects = on;
@@ -273,6 +293,7 @@ void MainProcessor::record(Signal* sig, PROCESS from)
     if (log_.size() == LOG_MAX) log_.pop_front();
     log_.push_back({node_.world().now(), sig->sigNo, from, {bytes, bytes + ose::sigsize(&sig)}});
     if (onRecord_) onRecord_(log_.back());
+    if (onForward_) onForward_(log_.back());
 }
 
 void MainProcessor::onInitiate(const MpRecord& received)

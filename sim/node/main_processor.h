@@ -85,6 +85,10 @@ public:
     void askGpsAttributes();
     /// The node's time is to be the frame counter's: the unit steps its counters 4 s later.
     void orderJump();
+    /// The unit's own time on its output, as a receiver's sentences or as binary frames.
+    void setGpsOut(bool on);
+    void setHptsiOut(bool on);
+    void setGpsOslDelay(u16 delay_ns);               // of the sync link's cable
 
     /// Own selection on or off; on looks at the references at once.
     void setSelects(bool on);
@@ -114,6 +118,9 @@ public:
     {
         onRecord_ = std::move(observer);
     }
+    /// The other unit's main processor, or the same one in its part for the other unit, to which this
+    /// part hands on what it is told.
+    void onForward(std::function<void(const MpRecord&)> peer) { onForward_ = std::move(peer); }
     void onStatus(std::function<void(const ClockStatus&)> observer)
     {
         onStatus_ = std::move(observer);
@@ -156,7 +163,7 @@ private:
     ClockStatus status_;
     std::vector<ClockStatus> statuses_;
     std::deque<MpRecord> log_;
-    std::function<void(const MpRecord&)> onRecord_;
+    std::function<void(const MpRecord&)> onRecord_, onForward_;
     std::function<void(const ClockStatus&)> onStatus_;
     std::function<void(const MpReference&)> onSelect_;
 };

@@ -33,9 +33,10 @@ int SerialPort::write(const char* device, const u8* bytes, std::size_t count)
     sent_ += count;
     // The far end runs as an event of the world: what it does in return can't meet the sender
     // halfway.
-    if (peer_)
+    if (peer_ || listener_)
         node_.after(0, [this, sent = std::vector<u8>(bytes, bytes + count)] {
             if (peer_) peer_(sent);
+            if (listener_) listener_(sent);
         });
     return 0;
 }

@@ -32,8 +32,13 @@ public:
     /// while the port is closed, beyond `rxCapacity` the newest are.
     void feed(const u8* bytes, std::size_t count);
     void feed(const std::string& text);
-    /// Called with what the program sends.
+    /// Called with what the program sends: the receiver that the unit commands, and one more listener
+    /// at the line.
     void onSent(std::function<void(const std::vector<u8>&)> peer) { peer_ = std::move(peer); }
+    void onHeard(std::function<void(const std::vector<u8>&)> listener)
+    {
+        listener_ = std::move(listener);
+    }
 
     // ---- script, queries ------------------------------------------------------------------------
     int openResult = 0;                // nonzero: the next opens fail with it
@@ -57,7 +62,7 @@ private:
     std::deque<u8> rx_;
     u64 lost_ = 0;
     u64 sent_ = 0;
-    std::function<void(const std::vector<u8>&)> peer_;
+    std::function<void(const std::vector<u8>&)> peer_, listener_;
 };
 
 }  // namespace sim

@@ -26,6 +26,8 @@ Scenario readTop(const toml::table& table, const std::string& path)
     const toml::array* const units = top.tables("unit");
     if (units == nullptr) top.fail("a scenario has at least one [[unit]]");
     for (const toml::node& unit : *units) s.units.push_back(readUnit(*unit.as_table(), path));
+    if (const toml::array* const links = top.tables("link"))
+        for (const toml::node& link : *links) s.links.push_back(readLink(*link.as_table(), path, s));
     if (const toml::array* const events = top.tables("event"))
         for (const toml::node& event : *events) s.events.push_back(readEvent(*event.as_table(), path, s));
     if (const toml::array* const checks = top.tables("check"))

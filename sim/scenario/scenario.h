@@ -14,6 +14,7 @@
 namespace sim {
 
 class Unit;
+class Link;
 
 /// A unit and all that is connected to its board.
 struct UnitSpec {
@@ -23,12 +24,36 @@ struct UnitSpec {
     double start_s = 0;              // when its power comes
 };
 
+enum class LinkKind : u8 {
+    GpsOut,       // the output of one unit at the receiver's input of the other
+    Idl1,         // words between the boards
+};
+enum class LinkFault : u8 {
+    Garbled,      // share of bytes, or of words, with a bit turned over
+    Parity,       // share of words with a parity error
+    NoPulse,      // the text alone arrives
+    NoText,       // the pulse alone arrives
+    Late,         // ns by which pulses come later
+};
+constexpr u32 LINK_FAULTS = 5;
+
+/// `to` follows `from`.
+struct LinkSpec {
+    LinkKind kind = LinkKind::GpsOut;
+    std::string name, from, to;
+    double delay_s = 0;              // each way
+    PhaseNoiseLevels noise = {};     // of each passage
+    bool up = true;
+};
+
 /// One thing that happens. Checked when the scenario is read, so that it can't fail in the run.
 struct EventSpec {
     double at_s = 0;
     std::string unit;
     std::string what;                // as the scenario says it
     std::function<void(Unit&)> action;
+    std::string link;                // of a link's event, which has no unit
+    std::function<void(Link&)> linkAction;
 };
 
 enum class CheckKind : u8 {
@@ -43,6 +68,7 @@ enum class CheckKind : u8 {
     Divider,      // divider at two times equal to a tolerance
     Trace,        // count of traces that hold a text
     GpsTime,      // frame counter against true GPS time between two times
+    Following,    // counter against the leading unit's between two times
     AboutMean,    // true time error between two times, from its mean there
     GpsState,     // state of the GPS reference at a time
     GpsReaches,   // that state entered between two times
@@ -74,6 +100,7 @@ struct Scenario {
     u64 seed = 1;
     double interval_s = 1.0;         // of the recorded series
     std::vector<UnitSpec> units;
+    std::vector<LinkSpec> links;
     std::vector<EventSpec> events;   // in order of time
     std::vector<CheckSpec> checks;
 };
@@ -100,6 +127,9 @@ const char* gpssTypeName(u8 gpssType);
 UnitSpec readUnit(const toml::table& table, const std::string& file);
 EventSpec readEvent(const toml::table& table, const std::string& file, const Scenario& scenario);
 CheckSpec readCheck(const toml::table& table, const std::string& file, const Scenario& scenario);
+LinkSpec readLink(const toml::table& table, const std::string& file, const Scenario& scenario);
+/// Empty when `word` is none of a link's events.
+std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t);
 GpsReceiverConfig readGps(const toml::table& table, const std::string& file);
 /// Empty when `word` is none of the receiver's events.
 std::function<void(Unit&)> readGpsEvent(const std::string& word, TableReader& t,

@@ -122,6 +122,7 @@ void readKind(TableReader& t, CheckSpec& c, const Scenario& scenario)
         break;
     case CheckKind::AboutMean:
     case CheckKind::GpsTime:
+    case CheckKind::Following:
         readSpan(t, c, scenario);
         c.limit = t.number("max_ns");
         break;
@@ -178,6 +179,7 @@ CheckSpec readCheck(const toml::table& table, const std::string& file, const Sce
                                            {"trace", CheckKind::Trace},
                                            {"time_error_about_mean", CheckKind::AboutMean},
                                            {"gps_time", CheckKind::GpsTime},
+                                           {"following", CheckKind::Following},
                                            {"gps_state", CheckKind::GpsState},
                                            {"gps_reaches", CheckKind::GpsReaches},
                                            {"gps_type", CheckKind::GpsType},

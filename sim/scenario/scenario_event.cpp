@@ -132,6 +132,25 @@ Action mpJump(Context&)
 {
     return [](Unit& u) { u.node().mainProcessor().orderJump(); };
 }
+Action mpGpsOut(Context& c)
+{
+    return [on = c.table.boolean("on", true)](Unit& u) { u.node().mainProcessor().setGpsOut(on); };
+}
+Action mpHptsiOut(Context& c)
+{
+    return [on = c.table.boolean("on", true)](Unit& u) { u.node().mainProcessor().setHptsiOut(on); };
+}
+Action mpSetGpsOslDelay(Context& c)
+{
+    const u16 delay = static_cast<u16>(c.table.integer("ns", 0, 0xFFFF));
+    return [delay](Unit& u) { u.node().mainProcessor().setGpsOslDelay(delay); };
+}
+Action mpChangeMaster(Context& c)
+{
+    const u8 timeMode = c.table.choice<u8>("time_mode", {{"frequency", u8{1}}, {"time", u8{3}}});
+    const u8 role = c.table.choice<u8>("role", {{"master", u8{1}}, {"slave", u8{0}}});
+    return [timeMode, role](Unit& u) { u.node().mainProcessor().changeMaster(timeMode, role); };
+}
 Action mpSelectionMode(Context& c)
 {
     const u8 mode = static_cast<u8>(c.table.integer("mode", 0, 1));
@@ -276,6 +295,10 @@ constexpr EventWord EVENTS[] = {
     {"mp.gps_attributes", mpGpsAttributes},
     {"mp.selection_mode", mpSelectionMode},
     {"mp.jump", mpJump},
+    {"mp.gps_out", mpGpsOut},
+    {"mp.hptsi_out", mpHptsiOut},
+    {"mp.set_gpsosl_delay", mpSetGpsOslDelay},
+    {"mp.change_master", mpChangeMaster},
     {"mp.subscribe_pm", mpSubscribePm},
     {"mp.unsubscribe_pm", mpUnsubscribePm},
     {"mp.current_pm", mpCurrentPm},
@@ -293,18 +316,38 @@ constexpr EventWord EVENTS[] = {
 
 }  // namespace
 
+namespace {
+
+void readOfLink(TableReader& t, EventSpec& e, const Scenario& scenario)
+{
+    e.link = t.text("link", scenario.links.empty() ? "" : scenario.links.front().name);
+    if (std::none_of(scenario.links.begin(), scenario.links.end(),
+                     [&](const LinkSpec& l) { return l.name == e.link; }))
+        t.fail("link", "there is no link '" + e.link + "'");
+    e.linkAction = readLinkEvent(e.what, t);
+    if (!e.linkAction) t.fail("do", "'" + e.what + "' is nothing that can happen");
+    e.what += " " + e.link;
+}
+
+}  // namespace
+
 EventSpec readEvent(const toml::table& table, const std::string& file, const Scenario& scenario)
 {
     TableReader t(table, file, "event");
     EventSpec e;
     e.at_s = t.seconds("at");
     if (e.at_s > scenario.duration_s) t.fail("at", "the run is over by then");
+    const std::string word = t.text("do");
+    e.what = word;
+    if (word.starts_with("link.")) {
+        readOfLink(t, e, scenario);
+        t.finish();
+        return e;
+    }
     e.unit = t.text("unit", scenario.units.front().node.name);
     const auto unit = std::find_if(scenario.units.begin(), scenario.units.end(),
                                    [&](const UnitSpec& u) { return u.node.name == e.unit; });
     if (unit == scenario.units.end()) t.fail("unit", "there is no unit '" + e.unit + "'");
-    const std::string word = t.text("do");
-    e.what = word;
     for (const char* const detail : {"input", "fault"})
         if (t.has(detail)) e.what += " " + std::string(table[detail].value_or(""));
     if (t.has("fault") && !table["on"].value_or(true)) e.what += " off";

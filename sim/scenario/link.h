@@ -1,0 +1,45 @@
+// link.h - What connects two units of a scenario: the output of one at the receiver's input of the
+// other, the BFN link between their boards, the CPRI link whose delays their port servers measure.
+//
+// `from` is the unit that leads, `to` the one that follows; both must outlive the link. A link that is
+// down carries nothing either way; what is under way arrives.
+#pragma once
+#include "sim/clock/noise.h"
+#include "sim/scenario/scenario.h"
+
+#include <memory>
+
+namespace sim {
+
+class Link {
+public:
+    Link(const LinkSpec& spec, Unit& from, Unit& to) : spec_(spec), from_(from), to_(to) {}
+    virtual ~Link() = default;
+    Link(const Link&) = delete;
+    Link& operator=(const Link&) = delete;
+
+    const LinkSpec& spec() const { return spec_; }
+    Unit& from() { return from_; }
+    Unit& to() { return to_; }
+    bool isUp() const { return spec_.up; }
+    virtual void setUp(bool up) { spec_.up = up; }
+    void setFault(LinkFault fault, double amount) { faults_[static_cast<u32>(fault)] = amount; }
+
+protected:
+    /// 0 while it doesn't stand.
+    double faultAmount(LinkFault fault) const { return faults_[static_cast<u32>(fault)]; }
+
+    LinkSpec spec_;
+    Unit& from_;
+    Unit& to_;
+
+private:
+    std::array<double, LINK_FAULTS> faults_{};
+};
+
+std::unique_ptr<Link> makeLink(ose::World& world, const LinkSpec& spec, Unit& from, Unit& to);
+
+/// The follower's counter against the leader's, within half a turn of 1024 s, s.
+double counterDifference_s(Unit& to, Unit& from);
+
+}  // namespace sim

@@ -1,0 +1,47 @@
+#include "sim/scenario/link_bfn.h"
+
+#include "sim/board/board.h"
+#include "sim/scenario/unit.h"
+
+namespace sim {
+
+BfnLink::BfnLink(ose::World& world, const LinkSpec& spec, Unit& from, Unit& to)
+    : Link(spec, from, to), world_(world),
+      there_{from, to, {spec.noise, world.seed(), spec.name + ".there"},
+             {world.seed(), spec.name + ".there.damage"}},
+      back_{to, from, {spec.noise, world.seed(), spec.name + ".back"},
+            {world.seed(), spec.name + ".back.damage"}}
+{
+    from.node().board().onBfnFrame([this] { send(there_); });
+    to.node().board().onBfnFrame([this] { send(back_); });
+}
+
+BfnLink::~BfnLink()
+{
+    from_.node().board().onBfnFrame(nullptr);
+    to_.node().board().onBfnFrame(nullptr);
+}
+
+void BfnLink::send(Way& way)
+{
+    if (!spec_.up) return;
+    Board& board = way.sender.node().board();
+    const CounterTriple frame = board.counter();
+    BfnInput in;
+    in.remoteMfn = frame.mfn;
+    in.remoteSfn = frame.sfn;
+    in.word1 = board.bfnOutWord1();
+    in.word2 = board.bfnOutWord2();
+    const double garbled = faultAmount(LinkFault::Garbled);
+    if (garbled > 0 && way.damage.uniform() < garbled)
+        in.word2 ^= 1u << (way.damage.bits() % 29);
+    in.parityError = way.damage.uniform() < faultAmount(LinkFault::Parity);
+    const double now_s = static_cast<double>(world_.now()) * 1e-12;
+    const double way_s = spec_.delay_s + way.noise.next(now_s);
+    world_.after(std::max<ose::Time>(1, std::llround(way_s * 1e12)),
+                 [this, alive = std::weak_ptr<bool>(alive_), &receiver = way.receiver, in] {
+                     if (!alive.expired()) receiver.node().board().bfnReceived(in);
+                 });
+}
+
+}  // namespace sim

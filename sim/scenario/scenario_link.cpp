@@ -1,0 +1,63 @@
+// Reading a [[link]] between two units, and what can happen to it.
+#include "sim/scenario/link.h"
+#include "sim/scenario/scenario.h"
+#include "sim/scenario/table_reader.h"
+
+#include <algorithm>
+
+namespace sim {
+namespace {
+
+std::string unitOf(TableReader& t, const char* key, const Scenario& scenario)
+{
+    const std::string name = t.text(key);
+    if (std::none_of(scenario.units.begin(), scenario.units.end(),
+                     [&](const UnitSpec& u) { return u.node.name == name; }))
+        t.fail(key, "there is no unit '" + name + "'");
+    return name;
+}
+
+}  // namespace
+
+LinkSpec readLink(const toml::table& table, const std::string& file, const Scenario& scenario)
+{
+    constexpr double NS = 1e-9;
+    TableReader t(table, file, "link");
+    LinkSpec l;
+    l.kind = t.choice<LinkKind>("type", {{"gps_out", LinkKind::GpsOut}, {"idl1", LinkKind::Idl1}});
+    l.from = unitOf(t, "from", scenario);
+    l.to = unitOf(t, "to", scenario);
+    if (l.from == l.to) t.fail("to", "a link has two ends");
+    l.name = t.text("name", l.from + "-" + l.to);
+    for (const LinkSpec& other : scenario.links)
+        if (other.name == l.name) t.fail("name", "there is another link '" + l.name + "'");
+    l.delay_s = t.number("delay_ns", 0.0) * NS;
+    l.noise.white_s = t.number("white_ns", 0.0) * NS;
+    l.noise.flicker_s = t.number("flicker_ns", 0.0) * NS;
+    l.up = t.boolean("up", true);
+    if (l.kind == LinkKind::GpsOut) {
+        const auto to = std::find_if(scenario.units.begin(), scenario.units.end(),
+                                     [&](const UnitSpec& u) { return u.node.name == l.to; });
+        if (to->gps || to->inputs.contains(ReferenceInput::Pps))
+            t.fail("to", "the input 'pps' of '" + l.to + "' has another signal");
+    }
+    t.finish();
+    return l;
+}
+
+std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t)
+{
+    if (word == "link.up") return [](Link& l) { l.setUp(true); };
+    if (word == "link.down") return [](Link& l) { l.setUp(false); };
+    if (word != "link.fault") return {};
+    const LinkFault fault = t.choice<LinkFault>("fault", {{"garbled", LinkFault::Garbled},
+                                                          {"parity", LinkFault::Parity},
+                                                          {"no_pulse", LinkFault::NoPulse},
+                                                          {"no_text", LinkFault::NoText},
+                                                          {"late", LinkFault::Late}});
+    const double amount = t.number("amount", 1.0);
+    const bool on = t.boolean("on", true);
+    return [fault, amount = on ? amount : 0.0](Link& l) { l.setFault(fault, amount); };
+}
+
+}  // namespace sim
