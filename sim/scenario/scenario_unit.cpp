@@ -144,6 +144,8 @@ void readMainProcessor(TableReader& t, MainProcessorConfig& mp)
 {
     mp.timeMode = t.choice<u8>("time_mode", {{"frequency", u8{1}}, {"time", u8{3}}}, u8{1});
     mp.masterSlaveMode = t.choice<u8>("role", {{"master", u8{1}}, {"slave", u8{0}}}, u8{1});
+    mp.gpsOut = t.boolean("gps_out", false) ? 1 : 0;
+    mp.hptsiOut = t.boolean("hptsi_out", false) ? 1 : 0;
     mp.selects = t.boolean("main_processor_selects", true);
     mp.present = t.boolean("main_processor_present", true);
     const toml::date_time zero = t.dateTime(

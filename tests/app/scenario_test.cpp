@@ -48,6 +48,7 @@ TEST(Scenario, IsRefusedWithLineAndReason)
 {
     struct Case { const char* what; std::string content; const char* refusal; };
     const std::string minimal = MINIMAL;
+    const std::string two = minimal + "[[unit]]\nname = \"tu2\"\n";
     for (const Case& c : std::vector<Case>{
              {"no TOML", "duration = = 3\n", "bad.toml:1: "},
              {"no duration", "[[unit]]\nname = \"a\"\n", "scenario: 'duration' is missing"},
@@ -64,6 +65,10 @@ TEST(Scenario, IsRefusedWithLineAndReason)
              {"event without its argument", minimal + "[[event]]\nat = \"1m\"\ndo = \"oscillator.step\"\n", "event: 'ppb' is missing"},
              {"event on a missing input", minimal + "[[event]]\nat = \"1m\"\ndo = \"input.off\"\ninput = \"pps\"\n", "bad.toml:7: event: input: the unit has no input 'pps'"},
              {"event on another unit", minimal + "[[event]]\nat = \"1m\"\nunit = \"tu2\"\ndo = \"mp.die\"\n", "bad.toml:6: event: unit: there is no unit 'tu2'"},
+             {"link to nowhere", two + "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu3\"\n", "bad.toml:9: link: to: there is no unit 'tu3'"},
+             {"link to itself", two + "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu1\"\n", "bad.toml:9: link: to: a link has two ends"},
+             {"link at a taken input", two + "[unit.gps]\ntype = \"gps03\"\n[[link]]\ntype = \"gps_out\"\nfrom = \"tu1\"\nto = \"tu2\"\n", "link: to: the input 'pps' of 'tu2' has another signal"},
+             {"event on a missing link", two + "[[event]]\nat = \"1m\"\ndo = \"link.down\"\n", "event: link: "},
              {"check of no state", minimal + "[[check]]\ncheck = \"clock\"\nat = \"1m\"\nis = \"FINE\"\n", "bad.toml:7: check: is: 'FINE' is no known name"},
              {"check of no receiver's state", minimal + "[[check]]\ncheck = \"gps_state\"\nat = \"1m\"\nis = \"FINE\"\n", "bad.toml:7: check: is: 'FINE' is no known name"},
              {"command without its text", minimal + "[[check]]\ncheck = \"command\"\nat = \"1m\"\nline = \"gpsstatus\"\n", "check: 'text' is missing"},
