@@ -1,0 +1,216 @@
+// Announce: which masters there are, which is the best, what its clock is worth.
+#include "mgr/trace_groups.h"
+#include "node/trace.h"
+#include "ose/ose.h"
+#include "pktsync/tupktsync_grandmasters.h"
+#include "pktsync/tupktsync_ptp_clock.h"
+#include "pktsync/tupktsync_ptp_uc_neg.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr u32 QUALIFYING = 3;          // Announces inside the window (IEEE 1588-2008 9.3.2.4.4)
+constexpr u32 WINDOW_INTERVALS = 4;
+constexpr u16 STEPS_MAX = 254;
+
+enum class Verdict { Dropped, Known, New };
+
+double now_ms()
+{
+    return static_cast<double>(ose::get_ticks()) * ose::system_tick() / 1000.0;
+}
+
+// ---- foreign masters ----------------------------------------------------------------------------
+
+void startForeignTimer(PtpForeignMaster& f)
+{
+    const u32 interval = ptpLogToMs(f.logAnnounceInterval);
+    const u32 spread = ose::get_ticks() * 2'654'435'761u >> 16;   // keeps the five apart
+    TuPktsync_timerStart(f.timer,
+                         interval + static_cast<u32>(u64{spread % 101} * interval / 1000));
+}
+
+void saveArrival(PtpForeignMaster& f)
+{
+    auto& t = f.arrival_ms;
+    auto place = std::find(t.begin(), t.end(), 0.0);
+    if (place == t.end()) {
+        place = t.begin();
+        for (std::size_t i = 1; i < t.size(); ++i)
+            if (t[i] > t[i - 1]) place = t.begin() + static_cast<std::ptrdiff_t>(i);
+    }
+    *place = now_ms();
+    startForeignTimer(f);
+}
+
+/// Arrivals inside the window; older ones are forgotten.
+u32 countArrivals(PtpForeignMaster& f)
+{
+    const double oldest = now_ms() - WINDOW_INTERVALS * ptpLogToMs(f.logAnnounceInterval);
+    u32 count = 0;
+    for (double& t : f.arrival_ms) {
+        if (t == 0.0) continue;
+        if (t < oldest) t = 0.0;
+        else ++count;
+    }
+    return count;
+}
+
+/// The sender's entry when it has qualified; nullptr while it hasn't, or isn't stored.
+PtpForeignMaster* qualified(PtpClock& c, const PtpHeader& h)
+{
+    const auto begin = c.foreignMasters.begin();
+    const auto end = c.foreignMasters.end();
+    auto f = std::find_if(begin, end, [&](const PtpForeignMaster& m) {
+        return m.used && m.port == h.sourcePortIdentity;
+    });
+    if (f != end) {
+        f->logAnnounceInterval = h.logMessageInterval;
+        saveArrival(*f);
+        return countArrivals(*f) < QUALIFYING ? nullptr : &*f;
+    }
+    f = std::find_if(begin, end, [](const PtpForeignMaster& m) { return !m.used; });
+    if (f == end) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
+                  "Maximum number of stored foreignMasters reached (%u)", PTP_FOREIGN_MASTERS);
+        return nullptr;
+    }
+    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_INFO,
+              "Announce received from unknown GM, foreignMasterId= %u",
+              static_cast<u32>(f - begin));
+    f->used = true;
+    f->port = h.sourcePortIdentity;
+    f->logAnnounceInterval = h.logMessageInterval;
+    f->arrival_ms.fill(0.0);
+    ++c.foreignMasterCount;
+    saveArrival(*f);
+    return nullptr;
+}
+
+// ---- choice -------------------------------------------------------------------------------------
+
+bool candidateWins(const PtpClock& c, const PtpHeader& h, const PtpAnnounce& a)
+{
+    const PtpParent& p = c.parent;
+    const PtpDataset present{p.grandmasterPriority1, p.grandmasterClockQuality,
+                             p.grandmasterPriority2, p.grandmasterIdentity,
+                             c.stepsRemoved,         p.parentPortIdentity};
+    const PtpDataset candidate{a.grandmasterPriority1, a.grandmasterClockQuality,
+                               a.grandmasterPriority2, a.grandmasterIdentity,
+                               a.stepsRemoved,         h.sourcePortIdentity};
+    return c.setup.ptpProfile == IEEE_1588_J3 ? dataSetBmcaComparison(present, candidate)
+                                              : dataSetAbmcaComparison(present, candidate);
+}
+
+Verdict judge(PtpClock& c, const PtpHeader& h, const PtpAnnounce& a)
+{
+    const bool isParent = h.sourcePortIdentity == c.parent.parentPortIdentity;
+    if (c.setup.ptpMapping != PTP_ETHERNET) return isParent ? Verdict::Known : Verdict::New;
+    if (c.setup.ptpProfile == IEEE_1588_J3 && a.stepsRemoved > STEPS_MAX) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
+                  "Announce received stepRemoved = %d field not accepted.", a.stepsRemoved);
+        return Verdict::Dropped;
+    }
+    if (qualified(c, h) == nullptr) return Verdict::Dropped;
+    if (candidateWins(c, h, a)) return Verdict::New;
+    return isParent ? Verdict::Known : Verdict::Dropped;
+}
+
+// ---- what is taken ------------------------------------------------------------------------------
+
+PtpTraceability traceabilityOf(u8 clockClass, u8 clockAccuracy, u8 flags)
+{
+    return {clockClass, clockAccuracy, (flags & PTP_TIME_TRACEABLE) != 0,
+            (flags & PTP_FREQUENCY_TRACEABLE) != 0};
+}
+
+bool same(const PtpTraceability& a, const PtpTraceability& b)
+{
+    return a.clockClass == b.clockClass && a.clockAccuracy == b.clockAccuracy &&
+           a.timeTraceable == b.timeTraceable && a.frequencyTraceable == b.frequencyTraceable;
+}
+
+void traceQualityChange(const PtpClock& c, const PtpTraceability& was, const PtpTraceability& is)
+{
+    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_INFO,
+              "%s::ptpProfile is %hhu (%s), clock class (%u -> %u), clock accuracy (0x%02x -> "
+              "0x%02x), timetraceable (%u -> %u), frequencytraceable (%u -> %u), "
+              "QualityLevelIndex= %u",
+              "handleAnnounce", c.setup.ptpProfile, "ITU_T_G_8275_1", was.clockClass, is.clockClass,
+              was.clockAccuracy, is.clockAccuracy, was.timeTraceable, is.timeTraceable,
+              was.frequencyTraceable, is.frequencyTraceable, ptpQualityLevelIndex(is));
+}
+
+void checkFaults(PtpClock& c, const PtpTraceability& is)
+{
+    u32 faults = c.fault_flags & ~u32{FAULT_NO_ANNOUNCE};
+    if (ptpIsG82751Time(c)) {
+        faults = ptpFaultsG82751(ptpQualityLevelIndex(is), faults);
+        ptpFaults(c, faults & ~c.fault_flags, c.fault_flags & ~faults);
+        return;
+    }
+    const PtpClockRqmt& r = c.setup.rqmt;
+    const PtpRequirement required{ptpIsFrequency(c), r.clockClass, r.freqClockClassG8265_1,
+                                  r.clockAccuracy};
+    faults = ptpFaultsJ3(required, is, (c.timeProperties.flags & PTP_TIMESCALE) != 0, faults);
+    ptpFaults(c, faults & ~c.fault_flags, c.fault_flags & ~faults);
+    constexpr u32 UNUSABLE = FAULT_CLOCK_CLASS | FAULT_CLOCK_ACCURACY | FAULT_TIME_NOT_TRACEABLE;
+    TuPktsyncPTP_UCneg_notify_announce(c.setup.syncrefId, (faults & UNUSABLE) == 0 ? 1 : 0);
+}
+
+}  // namespace
+
+void ptpOnAnnounce(PtpClock& c, const PtpHeader& h, const PtpAnnounce& a)
+{
+    if (!ptpIsG82751Time(c) && (h.flagField[0] & PTP_ALTERNATE_MASTER) != 0) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "Announce received from ALTERNATE_MASTER clock");
+        return;
+    }
+    if (h.sourcePortIdentity.clockIdentity == PtpClockIdentity{}) return;
+    const Verdict verdict = judge(c, h, a);
+    if (verdict == Verdict::Dropped) return;
+
+    PtpParent& p = c.parent;
+    if (verdict == Verdict::New && a.grandmasterIdentity != p.grandmasterIdentity)
+        TuPktsync_addGrandmaster(c.setup.syncrefId, a.grandmasterIdentity);
+    const PtpTraceability was =
+        traceabilityOf(p.grandmasterClockQuality.clockClass, p.grandmasterClockQuality.clockAccuracy,
+                       c.timeProperties.flags);
+    const PtpTraceability is = traceabilityOf(a.grandmasterClockQuality.clockClass,
+                                              a.grandmasterClockQuality.clockAccuracy, h.flagField[1]);
+    c.stepsRemoved = static_cast<u16>(a.stepsRemoved + 1);
+    p = {h.sourcePortIdentity, a.grandmasterIdentity, a.grandmasterClockQuality,
+         a.grandmasterPriority1, a.grandmasterPriority2};
+    constexpr u8 FLAGS = PTP_LEAP61 | PTP_LEAP59 | PTP_UTC_OFFSET_VALID | PTP_TIMESCALE |
+                         PTP_TIME_TRACEABLE | PTP_FREQUENCY_TRACEABLE;
+    c.timeProperties = {a.currentUtcOffset, static_cast<u8>(h.flagField[1] & FLAGS), a.timeSource};
+    c.logAnnounceInterval = h.logMessageInterval;
+    if (ptpIsG82751Time(c)) {
+        if (!same(was, is)) {
+            traceQualityChange(c, was, is);
+            ptpReportQuality(c);
+        }
+    } else if (was.clockClass != is.clockClass) {
+        ptpReportQuality(c);
+    }
+    if (c.portState == LISTENING || c.portState == UNCALIBRATED || c.portState == SLAVE)
+        ptpPortEvent(c, verdict == Verdict::New ? REC_STATE_BMC_SLAVE_NEW_MASTER
+                                                : REC_STATE_BMC_SLAVE);
+    checkFaults(c, is);
+}
+
+void ptpForeignMasterTimeout(PtpClock& c, u32 index)
+{
+    if (index >= PTP_FOREIGN_MASTERS || !c.foreignMasters[index].used) return;
+    PtpForeignMaster& f = c.foreignMasters[index];
+    if (TuPktsync_timerExpired(f.timer) == 0) return;
+    if (countArrivals(f) > 0) {
+        startForeignTimer(f);
+        return;
+    }
+    f.used = false;
+    f.port = {};
+    f.logAnnounceInterval = 0;
+    --c.foreignMasterCount;
+}

@@ -1,0 +1,611 @@
+#include "pktsync/tupktsync_ptp_protocol.h"
+
+#include "mgr/trace_groups.h"
+#include "node/trace.h"
+#include "ose/module_data.h"
+#include "pktsync/tupktsync_ptp_clock.h"
+#include "pktsync/tupktsync_ptp_uc_neg.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+#include <optional>
+
+namespace {
+
+struct State {
+    std::array<std::optional<PtpClock>, PTP_CLOCKS> clocks{};
+    PtpNeeds needs;
+};
+ose::ModuleData<State> s;
+
+constexpr u32 ANNOUNCE_J3_ms = 8100, ANNOUNCE_G82751_ms = 1100;
+constexpr i8  LOG_8S = 3;
+constexpr u16 POSITIONS = 32, STAMPS_PER_SYNC = 3;
+constexpr u8  QUALITY_NONE = 255;
+
+void onSet(u32 userReference, const TsPosition& set) { TuPktsyncPTP_TS_set_ready(userReference, set); }
+
+PtpDescriptor descriptorOf(const PtpClock& c, i32 socket)
+{
+    return {c.setup.ptpMapping, c.setup.ptpMulticastAddress, c.setup.pbit,
+            c.setup.dscp,       socket,                      c.setup.serverIpAddress};
+}
+
+i8 negotiatedLog(const PtpClock& c)
+{
+    const u32 ms = c.setup.rqmt.maxSyncInterval;
+    return ms >= ptpLogToMs(PTP_LOG_MAX) ? PTP_LOG_MAX : ptpMsToLog(ms);
+}
+
+void setPriorities(PtpClock& c)
+{
+    const bool isJ3 = c.setup.ptpProfile == IEEE_1588_J3;
+    c.priority1 = isJ3 ? 0 : 128;
+    c.priority2 = isJ3 ? 0 : 255;
+}
+
+// ---- port state machine -------------------------------------------------------------------------
+
+u32 nextState(PtpClock& c, u32 event)
+{
+    const bool follows = c.portState == UNCALIBRATED || c.portState == SLAVE;
+    switch (event) {
+    case INITIALIZE:
+        return INITIALIZING;
+    case INITIALIZE_READY:
+        if (!ptpIsG82751Time(c) && ptpHasUcNeg(c.setup.syncrefId))
+            TuPktsyncPTP_start_UCnegotiation(c.setup.syncrefId, negotiatedLog(c));
+        else
+            ptpStartAnnounceTimer(c);
+        return LISTENING;
+    case REC_STATE_BMC_SLAVE:
+        if (c.portState != LISTENING && !follows) break;
+        ptpStartAnnounceTimer(c);
+        return c.portState == LISTENING ? u32{UNCALIBRATED} : c.portState;
+    case REC_STATE_BMC_SLAVE_NEW_MASTER:
+        if (c.portState != LISTENING && !follows) break;
+        ptpStartAnnounceTimer(c);
+        return UNCALIBRATED;
+    case ANNOUNCE_RECEIPT_TIMEOUT_EXPIRES:
+        if (c.portState != LISTENING && !follows) break;
+        if (follows) {
+            ptpStopSyncSup(c);
+            ptpFaults(c, 0, FAULTS_SYNC);
+        }
+        ptpStartAnnounceTimer(c);
+        return LISTENING;
+    case SYNCHRONIZATION_FAULT:
+        if (c.portState != SLAVE) break;
+        return UNCALIBRATED;
+    case MASTER_CLOCK_SELECTED:
+        TuPktsyncPTP_start_DelayReqRespCtrl(c);
+        return SLAVE;
+    default:
+        if (event <= MASTER_CLOCK_SELECTED) break;
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR,
+                  "Unknown portStateEvent (%u) for syncrefId %d", event, c.setup.syncrefId);
+        return c.portState;
+    }
+    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR,
+              "Unexpected portStateEvent (%u) for syncrefId %d", event, c.setup.syncrefId);
+    return c.portState;
+}
+
+// ---- reception ----------------------------------------------------------------------------------
+
+/// Octets behind the header that a message needs, and its name.
+struct Needed { u8 messageType; u32 octets; const char* name; };
+constexpr Needed NEEDED[] = {
+    {PTP_SYNC, 10, "Sync"},
+    {PTP_FOLLOW_UP, 10, "Follow_Up"},
+    {PTP_DELAY_RESP, 20, "Delay_Resp"},
+    {PTP_ANNOUNCE, 30, "Announce"},
+};
+
+PtpClock* receiver(u8 domain, const PktIpAddress* server)
+{
+    for (auto& c : s->clocks) {
+        if (!c || c->setup.domainNumber != domain) continue;
+        const bool isIp = c->setup.ptpMapping != PTP_ETHERNET;
+        if (server != nullptr ? isIp && c->setup.serverIpAddress == *server : !isIp) return &*c;
+    }
+    return nullptr;
+}
+
+void traceNoReceiver(u8 domain, const PktIpAddress* server)
+{
+    if (server == nullptr) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "PTP message received for unknown domainId (%u)",
+                  domain);
+        return;
+    }
+    char text[40];
+    int at = 0;
+    const u32 count = server->family == 4 ? 4 : 16;
+    for (u32 i = 0; i < count; ++i)
+        at += std::snprintf(text + at, sizeof text - static_cast<std::size_t>(at),
+                            server->family == 4 ? "%s%u" : "%s%02x", i > 0 && server->family == 4 ? "." : "",
+                            server->octets[i]);
+    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
+              "PTP message received for unknown server IP address (%s) and/or domainId (%u)", text,
+              domain);
+}
+
+u16 be16(const u8* at) { return static_cast<u16>(at[0] << 8 | at[1]); }
+
+void onTlv(const PtpClock& c, const PtpHeader& h, u16 type, const u8* tlv, u32 length)
+{
+    constexpr u16 GRANT = 5, CANCEL = 6, ACK_CANCEL = 7;
+    constexpr u32 GRANT_OCTETS = 12, CANCEL_OCTETS = 6;
+    const u32 id = c.setup.syncrefId;
+    if (type == GRANT && length >= GRANT_OCTETS)
+        TuPktsyncPTP_UCgrant(id, h, tlv[4] >> 4, static_cast<i8>(tlv[5]),
+                             u32{be16(tlv + 6)} << 16 | be16(tlv + 8));
+    else if (type == CANCEL && length >= CANCEL_OCTETS)
+        TuPktsyncPTP_UCcancel(id, h, tlv[4] >> 4);
+    else if (type == ACK_CANCEL && length >= CANCEL_OCTETS)
+        TuPktsyncPTP_UCackCancel(id, tlv[4] >> 4);
+    else
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
+                  "Signaling TLV of unsupported type (%u) received ", type);
+}
+
+void onSignaling(const PtpClock& c, const PtpHeader& h, const u8* message, u32 length)
+{
+    constexpr u32 TARGET_OCTETS = 10, TLV_HEADER = 4;
+    if (!ptpHasUcNeg(c.setup.syncrefId)) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
+                  "PTP Signaling message received for syncref(id=%d) not mapped to unicast bearer",
+                  c.setup.syncrefId);
+        return;
+    }
+    if (h.messageLength > length || h.messageLength < PTP_HEADER_LENGTH + TARGET_OCTETS) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
+                  "PTP Signaling received in too short frame; only %d bytes left",
+                  length - PTP_HEADER_LENGTH);
+        return;
+    }
+    const PtpPortIdentity target = ptpPortIdentityOf(message + PTP_HEADER_LENGTH);
+    const bool isAny = target.clockIdentity == PTP_ANY_PORT.clockIdentity &&
+                       (target.portNumber == c.portIdentity.portNumber ||
+                        target.portNumber == PTP_ANY_PORT.portNumber);
+    if (target != c.portIdentity && !isAny) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
+                  "PTP Signaling message received for unknown targetPortIdentity");
+        return;
+    }
+    u32 at = PTP_HEADER_LENGTH + TARGET_OCTETS;
+    while (h.messageLength - at >= TLV_HEADER) {
+        const u32 octets = TLV_HEADER + be16(message + at + 2);
+        if (octets > h.messageLength - at) break;
+        onTlv(c, h, be16(message + at), message + at, octets);
+        at += octets;
+    }
+    if (at != h.messageLength)
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
+                  "Signaling message received with %d residual octets ", h.messageLength - at);
+}
+
+// ---- exchange -----------------------------------------------------------------------------------
+
+void onSyncSet(PtpClock& c, const TsPosition& set)
+{
+    const u32 id = c.setup.syncrefId;
+    ptpCountSync(c);
+    if (!c.selected) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_6,
+                  "handle_Sync_timestamps(syncrefId=%u) - clock not selected", id);
+        return;
+    }
+    const PtpDelaySample* const sample = TuPktsyncPTP_delaySample(c);
+    if (sample == nullptr) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_6,
+                  "handle_Sync_timestamps(syncrefId=%u) - no Delay_Resp yet", id);
+        return;
+    }
+    const i64 raw = static_cast<i64>(u64{set.stamps[0].high} << 32 | set.stamps[0].low);
+    const i64 latency = s->needs.latencyAsymmetry != nullptr ? s->needs.latencyAsymmetry() : 0;
+    const PtpTimestamp T1 = ptpAdd({set.stamps[1].high, set.stamps[1].low},
+                                   ptpCorrection_ns(raw) + c.setup.delayAsymmetry - latency);
+    PtpExchange e;
+    e.froId = c.setup.froId;
+    e.froClassNo = c.setup.froClassNo;
+    e.interval_ms = ptpLogToMs(c.logSyncInterval);
+    e.T1s = T1.seconds;
+    e.T1f = T1.nanoseconds;
+    e.T2s = set.stamps[2].high;
+    e.T2f = ptpFraction_ns(set.stamps[2].low);
+    e.T3s = sample->T3s;
+    e.T3f = sample->T3f;
+    e.T4s = sample->T4s;
+    e.T4f = sample->T4f;
+    e.asymComp = c.setup.delayAsymmetry;
+    if (s->needs.sendExchange != nullptr) s->needs.sendExchange(e);
+    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_6, "Timestamps sent to tureg for syncrefId=%u", id);
+}
+
+void checkRates(PtpClock& c)
+{
+    const u32 id = c.setup.syncrefId;
+    if (c.delay.status == DRM_OK) {
+        const bool met = ptpDelayReqRateMet(c);
+        if (!met)
+            KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
+                      "Updated clock requirements for syncrefId %u do not met by current "
+                      "logMinDelayReqInterval=%d",
+                      id, c.logMinDelayReqInterval);
+        ptpFault(c, FAULT_DELAY_REQ_RATE, !met);
+    }
+    if (c.portState == SLAVE) {
+        const bool met = ptpSyncRateMet(c);
+        if (!met)
+            KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
+                      "Updated clock requirements for syncrefId %u not met by current "
+                      "logSyncInterval=%d",
+                      id, c.logSyncInterval);
+        ptpFault(c, FAULT_SYNC_RATE, !met);
+    }
+}
+
+void announceTimeout(PtpClock& c)
+{
+    if (TuPktsync_timerExpired(c.announceTimer) == 0) return;
+    ptpForgetMaster(c);
+    ptpFaults(c, FAULT_NO_ANNOUNCE, 0);
+    ptpPortEvent(c, ANNOUNCE_RECEIPT_TIMEOUT_EXPIRES);
+}
+
+}  // namespace
+
+// ---- shared with the clock's parts --------------------------------------------------------------
+
+PtpClock* ptpClockOf(u32 syncrefId)
+{
+    if (syncrefId >= PTP_CLOCKS || !s->clocks[syncrefId]) return nullptr;
+    return &*s->clocks[syncrefId];
+}
+
+bool ptpIsFrequency(const PtpClock& c) { return c.setup.froClassNo == PACKET_FREQ_FRO_CLASS; }
+
+bool ptpIsG82751Time(const PtpClock& c)
+{
+    return !ptpIsFrequency(c) && c.setup.ptpProfile == ITU_T_G_8275_1;
+}
+
+void ptpFaults(PtpClock& c, u32 set, u32 clear)
+{
+    const u32 faults = (c.fault_flags & ~clear) | set;
+    if (faults == c.fault_flags) return;
+    c.fault_flags = faults;
+    if (c.enabled && s->needs.reportFaults != nullptr)
+        s->needs.reportFaults(c.setup.froId, c.setup.froClassNo, faults);
+}
+
+void ptpReportQuality(const PtpClock& c)
+{
+    if (c.enabled && s->needs.reportQuality != nullptr)
+        s->needs.reportQuality(c.setup.froId, c.setup.froClassNo,
+                               TuPktsyncPTP_findClockQuality(c.setup.syncrefId));
+}
+
+void ptpStartAnnounceTimer(PtpClock& c)
+{
+    TuPktsync_timerStart(c.announceTimer, ptpIsG82751Time(c) ? ANNOUNCE_G82751_ms : ANNOUNCE_J3_ms);
+}
+
+void ptpForgetMaster(PtpClock& c)
+{
+    c.parent = {};
+    c.timeProperties = {};
+    c.stepsRemoved = 0;
+}
+
+void ptpPortEvent(PtpClock& c, u32 event)
+{
+    const u32 before = c.portState;
+    c.portState = nextState(c, event);
+    if (before == SLAVE && c.portState != SLAVE) {
+        TuPktsyncPTP_stop_DelayReqRespCtrl(c);
+        TuPktsync_clear_TS_buffer(c.syncStamps);
+        TuPktsync_clear_TS_buffer(c.delay.stamps);
+        c.logMinDelayReqInterval = LOG_8S;
+    }
+    if (c.portState == UNCALIBRATED && before != UNCALIBRATED) ptpStartSyncSup(c, before == SLAVE);
+}
+
+void ptpSendDelayReq(u32 syncrefId, u16 sequenceId)
+{
+    PtpClock* const c = ptpClockOf(syncrefId);
+    if (c == nullptr) return;
+    u8 message[PTP_DELAY_REQ_LENGTH] = {};
+    PtpHeader h;
+    h.messageType = PTP_DELAY_REQ;
+    h.versionPTP = 2;
+    h.messageLength = PTP_DELAY_REQ_LENGTH;
+    h.domainNumber = c->setup.domainNumber;
+    h.flagField = {c->setup.ptpMapping == UDP_UC ? PTP_UNICAST : u8{0}, c->timeProperties.flags};
+    h.correctionField = -i64{c->setup.delayAsymmetry} * 65'536;
+    h.sourcePortIdentity = c->portIdentity;
+    h.sequenceId = sequenceId;
+    h.controlField = 1;
+    h.logMessageInterval = 127;
+    ptpPutHeader(message, h);
+    const u8 metadata[8] = {static_cast<u8>(sequenceId >> 8), static_cast<u8>(sequenceId), 0,
+                            static_cast<u8>(syncrefId), PTP_DELAY_REQ, 0, 0, 0};
+    if (s->needs.send == nullptr ||
+        s->needs.send(descriptorOf(*c, c->setup.eventSocket), message, sizeof message, metadata) == 0)
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR, "Failed to allocate send buffer");
+}
+
+u32 ptpSendGeneral(u32 syncrefId, const u8* message, u32 length)
+{
+    const PtpClock* const c = ptpClockOf(syncrefId);
+    if (c == nullptr || s->needs.send == nullptr) return 0;
+    return s->needs.send(descriptorOf(*c, c->setup.generalSocket), message, length, nullptr);
+}
+
+// ---- life of a clock ----------------------------------------------------------------------------
+
+void TuPktsync_PTP_init(const PtpNeeds& needs) { s->needs = needs; }
+
+u32 TuPktsync_new_ptp_clock(const PtpClockSetup& setup)
+{
+    if (setup.peerDelayMechanism) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR,
+                  "TuPktsync_new_ptp_clock: Peer Delay Mechanism not implemented yet");
+        return 0;
+    }
+    const u32 id = setup.syncrefId;
+    if (id >= PTP_CLOCKS || s->clocks[id]) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR,
+                  "new_clock_entry: syncrefId position already occupied");
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR, "TuPktsync_new_ptp_clock: failed");
+        return 0;
+    }
+    PtpClock& c = s->clocks[id].emplace();
+    c.setup = setup;
+    c.portIdentity = {setup.clockIdentity, 1};
+    setPriorities(c);
+    c.logMinDelayReqInterval = LOG_8S;
+    TuPktsync_new_TS_buffer(c.syncStamps, id << 16 | PTP_POOL_SYNC, POSITIONS, STAMPS_PER_SYNC, onSet);
+    TuPktsync_timerInit(c.announceTimer, id, PTP_TMO_ANNOUNCE,
+                        ptpIsG82751Time(c) ? ANNOUNCE_G82751_ms : ANNOUNCE_J3_ms);
+    TuPktsyncPTP_new_DelayReqRespCtrl(c, id);
+    if (setup.ptpMapping == UDP_UC) TuPktsyncPTP_new_UCnegCtrl(id);
+    c.syncSup.norm_threshold = 3;
+    c.syncSup.timer_interval = 4 * ptpLogToMs(c.logSyncInterval);
+    TuPktsync_timerInit(c.syncSup.timer, id, PTP_TMO_SYNC_SUP, c.syncSup.timer_interval);
+    for (u32 i = 0; i < PTP_FOREIGN_MASTERS; ++i)
+        TuPktsync_timerInit(c.foreignMasters[i].timer, id, PTP_TMO_FOREIGN_MASTER, 0, i);
+    ptpPortEvent(c, INITIALIZE);
+    ptpPortEvent(c, INITIALIZE_READY);
+    return 1;
+}
+
+void TuPktsync_delete_ptp_clock(u32 syncrefId)
+{
+    PtpClock* const c = ptpClockOf(syncrefId);
+    if (c == nullptr) return;
+    TuPktsyncPTP_cancel_UCtrans(syncrefId);
+    TuPktsyncPTP_delete_UCnegCtrl(syncrefId);
+    TuPktsync_timerStop(c->announceTimer);
+    TuPktsync_timerStop(c->syncSup.timer);
+    TuPktsync_timerStop(c->delay.timer);
+    for (PtpForeignMaster& f : c->foreignMasters) TuPktsync_timerStop(f.timer);
+    s->clocks[syncrefId].reset();
+}
+
+void TuPktsync_change_ptp_clock(u32 syncrefId, i32 delayAsymmetry, u8 pbit, u8 dscp, u8 ptpProfile)
+{
+    PtpClock* const c = ptpClockOf(syncrefId);
+    if (c == nullptr) return;
+    const auto change = [syncrefId](auto& field, auto value, const char* name) {
+        if (field == value) return;
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_INFO, "%s changed for syncrefId %u from %d to %d",
+                  name, syncrefId, static_cast<i32>(field), static_cast<i32>(value));
+        field = value;
+    };
+    change(c->setup.delayAsymmetry, delayAsymmetry, "delayAsymmetry");
+    change(c->setup.pbit, pbit, "pbit");
+    change(c->setup.dscp, dscp, "dscp");
+    if (c->setup.ptpProfile == ptpProfile) return;
+    change(c->setup.ptpProfile, ptpProfile, "ptpProfile");
+    ptpForgetMaster(*c);
+    c->fault_flags = 0;
+    if (c->selected && s->needs.profileChanged != nullptr) s->needs.profileChanged(ptpProfile);
+    if (c->enabled && s->needs.reportFaults != nullptr)
+        s->needs.reportFaults(c->setup.froId, c->setup.froClassNo, 0);
+    setPriorities(*c);
+    ptpReportQuality(*c);
+}
+
+void TuPktsync_set_ptp_path_supervision(u32 syncrefId, u32 on)
+{
+    PtpClock* const c = ptpClockOf(syncrefId);
+    if (c == nullptr) return;
+    if (on == 0) {
+        c->enabled = false;
+        if (s->needs.reportQuality != nullptr)
+            s->needs.reportQuality(c->setup.froId, c->setup.froClassNo, QUALITY_NONE);
+        return;
+    }
+    c->enabled = true;
+    if (s->needs.reportFaults != nullptr)
+        s->needs.reportFaults(c->setup.froId, c->setup.froClassNo, c->fault_flags);
+    ptpReportQuality(*c);
+}
+
+void TuPktsync_set_ptp_selected(u32 syncrefId, u32 selected)
+{
+    if (PtpClock* const c = ptpClockOf(syncrefId)) c->selected = selected != 0;
+}
+
+u8 TuPktsync_PTP_getProfile(u32 syncrefId)
+{
+    const PtpClock* const c = ptpClockOf(syncrefId);
+    return c != nullptr ? c->setup.ptpProfile : u8{IEEE_1588_J3};
+}
+
+void TuPktsync_PTP_clockRqmtInd(u32 syncrefId, u32 minPktInterval, u32 maxPktInterval, u8 clockClass,
+                                const std::array<u8, 5>& classes, u8 clockAccuracy)
+{
+    PtpClock* const c = ptpClockOf(syncrefId);
+    if (c == nullptr) return;
+    PtpClockRqmt& r = c->setup.rqmt;
+    r.clockClass = clockClass;
+    r.freqClockClassG8265_1 = classes;
+    r.clockAccuracy = clockAccuracy;
+    if (r.minSyncInterval != minPktInterval) {
+        r.minSyncInterval = minPktInterval;
+        ptpRecomputeFilter(*c);
+    }
+    if (r.maxSyncInterval == maxPktInterval) return;
+    r.maxSyncInterval = maxPktInterval;
+    r.maxDelayReqInterval = maxPktInterval;
+    if (!ptpHasUcNeg(syncrefId)) {
+        checkRates(*c);
+        return;
+    }
+    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
+              "Restarting Unicast Negatiation for syncrefId %u for updated clock requirements",
+              syncrefId);
+    TuPktsyncPTP_start_UCnegotiation(syncrefId, negotiatedLog(*c));
+}
+
+// ---- what arrives -------------------------------------------------------------------------------
+
+void TuPktsync_handle_ptp_message(const u8* message, u32 length, const PtpStamp& received,
+                                  const PktIpAddress* server)
+{
+    constexpr u32 SHORTEST = 40;
+    if (length < SHORTEST) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
+                  "PTP received in too short frame, %d bytes; not even enough for common message "
+                  "header",
+                  length);
+        return;
+    }
+    const u8 domain = message[4];
+    PtpClock* const c = receiver(domain, server);
+    if (c == nullptr) return traceNoReceiver(domain, server);
+    const PtpHeader h = ptpHeaderOf(message);
+    if (h.versionPTP != 2 || h.messageLength < PTP_HEADER_LENGTH) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
+                  "Nonconformant PTP frame received; msg_len %u octets", h.messageLength);
+        return;
+    }
+    const u32 left = length - PTP_HEADER_LENGTH;
+    for (const Needed& n : NEEDED) {
+        if (n.messageType != h.messageType || left >= n.octets) continue;
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
+                  "PTP %s received in too short frame; only %d bytes left", n.name, left);
+        return;
+    }
+    const u8* const body = message + PTP_HEADER_LENGTH;
+    switch (h.messageType) {
+    case PTP_SYNC:       return ptpOnSync(*c, h, ptpTimestampOf(body), received);
+    case PTP_FOLLOW_UP:  return ptpOnFollowUp(*c, h, ptpTimestampOf(body));
+    case PTP_DELAY_RESP: return ptpOnDelayResp(*c, h, ptpDelayRespOf(body));
+    case PTP_ANNOUNCE:   return ptpOnAnnounce(*c, h, ptpAnnounceOf(body));
+    case PTP_SIGNALING:  return onSignaling(*c, h, message, length);
+    default:             return;
+    }
+}
+
+void TuPktsync_PTP_egressTimestamp(const u8* metadata, const PtpStamp& sent)
+{
+    const u16 sequenceId = be16(metadata);
+    const u32 syncrefId = metadata[3];
+    const u8 messageType = metadata[4];
+    PtpClock* const c = ptpClockOf(syncrefId);
+    if (c == nullptr) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
+                  "PktSyncDrvTimestampInd for non-existing syncrefId(%u)", syncrefId);
+        return;
+    }
+    if (messageType == PTP_PDELAY_RESP || messageType == PTP_PDELAY_RESP_FOLLOW_UP) return;
+    if (messageType != PTP_DELAY_REQ) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
+                  "PktSyncDrvTimestampInd with wrong messageType(%u)", messageType);
+        return;
+    }
+    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_6,
+              "Egress timestamp for Delay_Req, syncrefId %u, sequenceId %u", syncrefId, sequenceId);
+    TuPktsync_save_TS(c->delay.stamps, sequenceId, 0, 0, sent);
+}
+
+void TuPktsyncPTP_TS_set_ready(u32 userReference, const TsPosition& set)
+{
+    PtpClock* const c = ptpClockOf(userReference >> 16);
+    if (c == nullptr) return;
+    switch (userReference & 0xFFFF) {
+    case PTP_POOL_SYNC:  return onSyncSet(*c, set);
+    case PTP_POOL_DELAY: return TuPktsyncPTP_handle_Delay_timestamps(*c, set);
+    default:
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR, "unknown timestammp poolId");
+    }
+}
+
+void TuPktsync_PTP_TmoSig(u32 syncrefId, u32 timerId, u32 index)
+{
+    PtpClock* const c = ptpClockOf(syncrefId);
+    if (c == nullptr) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
+                  "TuPktsync_PTP_TmoSig for non-existing syncrefId(%d), specificInfo(%u)", syncrefId,
+                  timerId);
+        return;
+    }
+    switch (timerId) {
+    case PTP_TMO_ANNOUNCE: return announceTimeout(*c);
+    case PTP_TMO_SYNC_SUP:
+        if (TuPktsync_timerExpired(c->syncSup.timer) != 0) ptpSyncSupTimeout(*c);
+        return;
+    case PTP_TMO_DELAY:
+        if (TuPktsync_timerExpired(c->delay.timer) != 0)
+            TuPktsyncPTP_handle_DelayReqRespCtrl_timeout(*c);
+        return;
+    case PTP_TMO_FOREIGN_MASTER: return ptpForeignMasterTimeout(*c, index);
+    default:                     return TuPktsyncPTP_UCtimeout(syncrefId, timerId);
+    }
+}
+
+void TuPktsyncPTP_handleRegInd(i64 offsetFromMaster, i64 meanPathDelay)
+{
+    for (auto& c : s->clocks) {
+        if (!c || !c->selected) continue;
+        c->offsetFromMaster = offsetFromMaster;
+        c->meanPathDelay = meanPathDelay;
+    }
+}
+
+// ---- queries ------------------------------------------------------------------------------------
+
+u8 TuPktsyncPTP_findClockQuality(u32 syncrefId)
+{
+    const PtpClock* const c = ptpClockOf(syncrefId);
+    if (c == nullptr || !c->enabled) return QUALITY_NONE;
+    const u32 negotiation = ptpUcNegState(syncrefId);
+    if (ptpHasUcNeg(syncrefId) && negotiation <= UC_NEG_WAIT_ANNOUNCE_MSG &&
+        c->parent.parentPortIdentity == PtpPortIdentity{})
+        return QUALITY_NONE;
+    const PtpClockQuality& q = c->parent.grandmasterClockQuality;
+    if (!ptpIsG82751Time(*c)) return q.clockClass;
+    const u8 flags = c->timeProperties.flags;
+    return ptpQualityLevelIndex({q.clockClass, q.clockAccuracy, (flags & PTP_TIME_TRACEABLE) != 0,
+                                 (flags & PTP_FREQUENCY_TRACEABLE) != 0});
+}
+
+void TuPktsyncPTP_reportQualities()
+{
+    for (const auto& c : s->clocks)
+        if (c) ptpReportQuality(*c);
+}
+
+const char* ptpPortStateText(u32 portState)
+{
+    static constexpr const char* TEXTS[] = {"PRE_INIT",  "INITIALIZING", "FAULTY",       "DISABLED",
+                                            "LISTENING", "PRE_MASTER",   "MASTER",       "PASSIVE",
+                                            "UNCALIBRATED", "SLAVE"};
+    return portState < std::size(TEXTS) ? TEXTS[portState] : "UNKNOWN";
+}

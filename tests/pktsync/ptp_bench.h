@@ -1,0 +1,98 @@
+// ptp_bench.h - PTP clocks in a process of an idle program: what they send, report and hand on is kept,
+// their timers run.
+#pragma once
+#include "node/sig.h"
+#include "pktsync/tupktsync_ptp_clock.h"
+#include "pktsync/tupktsync_ptp_uc_neg.h"
+#include "tests/support/idle_node.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace bench {
+
+struct PtpSeen {
+    struct Sent {
+        std::string hex;
+        bool event;
+        std::string metadata;
+    };
+    std::vector<Sent> sent;
+    std::vector<u32> faults;
+    std::vector<u32> qualities;
+    std::vector<PtpExchange> exchanges;
+    i32 latency = 0;
+    bool noBuffer = false;
+};
+inline PtpSeen& ptpSeen()
+{
+    static PtpSeen seen;
+    return seen;
+}
+
+inline std::string hexOf(const u8* bytes, std::size_t count)
+{
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        constexpr char DIGITS[] = "0123456789abcdef";
+        text += DIGITS[bytes[i] >> 4];
+        text += DIGITS[bytes[i] & 15];
+    }
+    return text;
+}
+inline std::vector<u8> bytesOf(const std::string& hex)
+{
+    std::vector<u8> bytes;
+    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
+        bytes.push_back(static_cast<u8>(std::stoul(hex.substr(i, 2), nullptr, 16)));
+    return bytes;
+}
+inline PtpClockIdentity identityOf(const std::string& hex)
+{
+    PtpClockIdentity id{};
+    const std::vector<u8> bytes = bytesOf(hex);
+    std::copy_n(bytes.begin(), id.size(), id.begin());
+    return id;
+}
+
+/// From a process of the program.
+inline void ptpBegin()
+{
+    ptpSeen() = {};
+    PtpNeeds needs;
+    needs.reportFaults = [](u32, u32, u32 faults) { ptpSeen().faults.push_back(faults); };
+    needs.reportQuality = [](u32, u32, u8 quality) { ptpSeen().qualities.push_back(quality); };
+    needs.sendExchange = [](const PtpExchange& e) { ptpSeen().exchanges.push_back(e); };
+    needs.latencyAsymmetry = [] { return ptpSeen().latency; };
+    needs.send = [](const PtpDescriptor&, const u8* m, u32 n, const u8* metadata) -> u32 {
+        if (ptpSeen().noBuffer) return 0;
+        ptpSeen().sent.push_back(
+            {hexOf(m, n), metadata != nullptr, metadata != nullptr ? hexOf(metadata, 8) : ""});
+        return 1;
+    };
+    TuPktsync_PTP_init(needs);
+}
+
+inline u32 ptpNow_ms() { return static_cast<u32>(u64{ose::get_ticks()} * ose::system_tick() / 1000); }
+
+/// Lets the timers run up to `ms` of kernel time.
+inline void ptpRunTo(u32 ms)
+{
+    for (;;) {
+        const u32 now = ptpNow_ms();
+        Signal* sig = ose::receive_w_tmo(now < ms ? ms - now : 0, ose::ANY_SIGNAL);
+        if (sig == nullptr) {
+            if (ptpNow_ms() >= ms) return;
+            continue;
+        }
+        if (sig->sigNo == TUPKTSYNC_TMO_IND) {
+            const auto* tmo = as<TuPktsyncTmoInd>(sig);
+            TuPktsync_PTP_TmoSig(tmo->syncrefId, tmo->timerId, tmo->index);
+        }
+        ose::free_buf(&sig);
+    }
+}
+
+}  // namespace bench
