@@ -1,0 +1,98 @@
+// Links between two units, without programs: what leaves one board arrives at the other.
+#include "sim/scenario/link.h"
+#include "sim/board/board.h"
+#include "sim/scenario/unit.h"
+#include "tests/support/idle_node.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace sim;
+
+struct Pair {
+    ose::World world{1};
+    Unit from, to;
+    Pair() : from(world, spec("tu1", 0.35, 5.0)), to(world, spec("tu2", 7.55, -3.0)) {}
+
+    static UnitSpec spec(const char* name, double counterStart_s, double offset_ppb)
+    {
+        UnitSpec s;
+        s.node = IdleNode::withIdleProgram({});
+        s.node.name = name;
+        s.node.board.name = name;
+        s.node.board.counterStart_s = counterStart_s;
+        s.node.board.oscillator.offset_ppb = offset_ppb;
+        s.node.mainProcessor.present = false;
+        return s;
+    }
+    std::unique_ptr<Link> link(LinkKind kind, double delay_s)
+    {
+        LinkSpec l;
+        l.kind = kind;
+        l.name = "l";
+        l.delay_s = delay_s;
+        return makeLink(world, l, from, to);
+    }
+};
+
+// Board type 2, BFN input: flags, counters; base C of the address map.
+struct Bfn { bool valid, parity; i64 local, remote; };
+Bfn bfnOf(Board& board)
+{
+    const u32 base = board.config().baseC;
+    const u32 counters = board.read(base + 0xD4), flags = board.read(base + 0xD0);
+    const auto increments = [](i64 mfn, i64 sfn, i64 inc) {
+        return (mfn * 4096 + sfn) * 1'228'800 + inc;
+    };
+    return {flags >> 31 != 0, (flags >> 30 & 1) != 0,
+            increments(counters >> 5 & 0x1F, flags >> 12 & 0xFFF, counters >> 11),
+            increments(counters & 0x1F, flags & 0xFFF, 0)};
+}
+
+TEST(BfnLink, BothEndsTogetherGiveDifferenceAndDelay)
+{
+    Pair p;
+    const auto link = p.link(LinkKind::Idl1, 250e-9);
+    p.world.runFor(3 * ose::SEC);
+    const Bfn at1 = bfnOf(p.from.node().board()), at2 = bfnOf(p.to.node().board());
+    ASSERT_TRUE(at1.valid && at2.valid);
+    const double there = static_cast<double>(at2.local - at2.remote) / 122.88e6;
+    const double back = static_cast<double>(at1.local - at1.remote) / 122.88e6;
+    EXPECT_NEAR((there - back) / 2, counterDifference_s(p.to, p.from), 10e-9);   // an increment is 8 ns
+    EXPECT_NEAR((there - back) / 2, 7.2, 1e-6);
+    EXPECT_NEAR((there + back) / 2, 250e-9, 10e-9);
+
+    link->setUp(false);
+    p.world.runFor(ose::SEC);
+    EXPECT_EQ(bfnOf(p.to.node().board()).remote, at2.remote);   // nothing arrives any more
+    link->setUp(true);
+    link->setFault(LinkFault::Parity, 1.0);
+    p.world.runFor(ose::SEC);
+    EXPECT_TRUE(bfnOf(p.to.node().board()).parity);
+}
+
+TEST(GpsOutLink, PulseAndTextArriveOfAnOutputThatIsOn)
+{
+    Pair p;
+    const auto link = p.link(LinkKind::GpsOut, 100e-9);
+    auto& edges = dynamic_cast<EdgeSource&>(*link);
+    p.world.runFor(3 * ose::SEC);
+    EXPECT_FALSE(edges.present());                              // the output is off
+    Board& board = p.from.node().board();
+    board.write(board.config().baseB + 0x20, 0x48);             // no reference, output on
+    std::vector<ose::Time> seen;
+    edges.changed = [&] {
+        if (const ose::Time at = edges.nextEdge(p.world.now()); at >= 0) seen.push_back(at - p.world.now());
+    };
+    p.world.runFor(5 * ose::SEC);
+    EXPECT_TRUE(edges.present());
+    ASSERT_EQ(seen.size(), 5u);
+    for (const ose::Time way : seen) EXPECT_EQ(way, 140'000);   // 40 ns to the connector, 100 ns of cable
+    link->setFault(LinkFault::NoPulse, 1);
+    p.world.runFor(3 * ose::SEC);
+    EXPECT_FALSE(edges.present());
+    EXPECT_EQ(seen.size(), 5u);
+}
+
+}  // namespace
