@@ -28,8 +28,8 @@ std::string seriesCsv(const UnitRecording& unit)
     csv << "t_s,time_error_ns,follow_error_ns,freq_error_ppb,divider,temperature_V,"
            "radioClockState,regState\n";
     for (const Sample& s : unit.samples)
-        csv << s.t << ',' << s.timeError_ns << ',' << s.followError_ns << ',' << s.freqError_ppb << ',' << s.div << ','
-            << s.temperature_V << ',' << static_cast<int>(s.radioClockState) << ','
+        csv << s.t << ',' << s.timeError_ns << ',' << s.followError_ns << ',' << s.freqError_ppb
+            << ',' << s.div << ',' << s.temperature_V << ',' << static_cast<int>(s.radioClockState) << ','
             << static_cast<int>(s.regState) << '\n';
     return csv.str();
 }

@@ -51,8 +51,8 @@ void Board::powerOn(bool coldOven)
 void Board::powerOff()
 {
     powered_ = false;
-    for (ose::EventId* event : {&tickEvent_, &edgeEvent_, &outputAlarm_.event, &bfnAlarm_.event, &eepromEvent_, &loadEvent_,
-                                &lineEvent_})
+    for (ose::EventId* event : {&tickEvent_, &edgeEvent_, &outputAlarm_.event, &bfnAlarm_.event,
+                                &eepromEvent_, &loadEvent_, &lineEvent_})
         if (*event != 0) world_.cancel(*event);
 }
 

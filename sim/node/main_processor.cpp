@@ -293,7 +293,6 @@ void MainProcessor::record(Signal* sig, PROCESS from)
     if (log_.size() == LOG_MAX) log_.pop_front();
     log_.push_back({node_.world().now(), sig->sigNo, from, {bytes, bytes + ose::sigsize(&sig)}});
     if (onRecord_) onRecord_(log_.back());
-    if (onForward_) onForward_(log_.back());
 }
 
 void MainProcessor::onInitiate(const MpRecord& received)

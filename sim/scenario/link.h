@@ -1,5 +1,5 @@
 // link.h - What connects two units of a scenario: the output of one at the receiver's input of the
-// other, the BFN link between their boards, the CPRI link whose delays their port servers measure.
+// other, or the BFN link between their boards.
 //
 // `from` is the unit that leads, `to` the one that follows; both must outlive the link. A link that is
 // down carries nothing either way; what is under way arrives.
@@ -7,6 +7,7 @@
 #include "sim/clock/noise.h"
 #include "sim/scenario/scenario.h"
 
+#include <array>
 #include <memory>
 
 namespace sim {

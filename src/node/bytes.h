@@ -6,6 +6,12 @@
 
 namespace node {
 
+inline u16 be16(const u8* at) { return static_cast<u16>(at[0] << 8 | at[1]); }
+inline void putBe16(u8* at, u16 value)
+{
+    at[0] = static_cast<u8>(value >> 8);
+    at[1] = static_cast<u8>(value);
+}
 inline u32 be32(const u8* at)
 {
     return u32{at[0]} << 24 | u32{at[1]} << 16 | u32{at[2]} << 8 | u32{at[3]};

@@ -7,13 +7,6 @@
 
 namespace {
 
-u16 be16(const u8* at) { return static_cast<u16>(at[0] << 8 | at[1]); }
-void putBe16(u8* at, u16 value)
-{
-    at[0] = static_cast<u8>(value >> 8);
-    at[1] = static_cast<u8>(value);
-}
-
 // Intervals of 2^-10 to 2^13 s.
 constexpr u32 INTERVAL_ms[] = {1,    2,    4,    8,     16,    31,    63,     125,
                                250,  500,  1000, 2000,  4000,  8000,  16000,  32000,
@@ -26,14 +19,14 @@ PtpPortIdentity ptpPortIdentityOf(const u8* at)
 {
     PtpPortIdentity port;
     std::copy_n(at, port.clockIdentity.size(), port.clockIdentity.begin());
-    port.portNumber = be16(at + 8);
+    port.portNumber = node::be16(at + 8);
     return port;
 }
 
 void ptpPut(u8* at, const PtpPortIdentity& port)
 {
     std::copy(port.clockIdentity.begin(), port.clockIdentity.end(), at);
-    putBe16(at + 8, port.portNumber);
+    node::putBe16(at + 8, port.portNumber);
 }
 
 PtpHeader ptpHeaderOf(const u8* m)
@@ -42,12 +35,12 @@ PtpHeader ptpHeaderOf(const u8* m)
     h.transportSpecific = m[0] >> 4;
     h.messageType = m[0] & 0xF;
     h.versionPTP = m[1] & 0xF;
-    h.messageLength = be16(m + 2);
+    h.messageLength = node::be16(m + 2);
     h.domainNumber = m[4];
     h.flagField = {m[6], m[7]};
     h.correctionField = static_cast<i64>(u64{node::be32(m + 8)} << 32 | node::be32(m + 12));
     h.sourcePortIdentity = ptpPortIdentityOf(m + 20);
-    h.sequenceId = be16(m + 30);
+    h.sequenceId = node::be16(m + 30);
     h.controlField = m[32];
     h.logMessageInterval = static_cast<i8>(m[33]);
     return h;
@@ -58,7 +51,7 @@ void ptpPutHeader(u8* m, const PtpHeader& h)
     std::fill_n(m, PTP_HEADER_LENGTH, u8{0});
     m[0] = static_cast<u8>(h.transportSpecific << 4 | h.messageType);
     m[1] = h.versionPTP;
-    putBe16(m + 2, h.messageLength);
+    node::putBe16(m + 2, h.messageLength);
     m[4] = h.domainNumber;
     m[6] = h.flagField[0];
     m[7] = h.flagField[1];
@@ -66,7 +59,7 @@ void ptpPutHeader(u8* m, const PtpHeader& h)
     node::putBe32(m + 8, static_cast<u32>(correction >> 32));
     node::putBe32(m + 12, static_cast<u32>(correction));
     ptpPut(m + 20, h.sourcePortIdentity);
-    putBe16(m + 30, h.sequenceId);
+    node::putBe16(m + 30, h.sequenceId);
     m[32] = h.controlField;
     m[33] = static_cast<u8>(h.logMessageInterval);
 }
@@ -74,12 +67,12 @@ void ptpPutHeader(u8* m, const PtpHeader& h)
 PtpAnnounce ptpAnnounceOf(const u8* b)
 {
     PtpAnnounce a;   // originTimestamp, the first ten octets, isn't used
-    a.currentUtcOffset = static_cast<i16>(be16(b + 10));
+    a.currentUtcOffset = static_cast<i16>(node::be16(b + 10));
     a.grandmasterPriority1 = b[13];
-    a.grandmasterClockQuality = {b[14], b[15], be16(b + 16)};
+    a.grandmasterClockQuality = {b[14], b[15], node::be16(b + 16)};
     a.grandmasterPriority2 = b[18];
     std::copy_n(b + 19, a.grandmasterIdentity.size(), a.grandmasterIdentity.begin());
-    a.stepsRemoved = be16(b + 27);
+    a.stepsRemoved = node::be16(b + 27);
     a.timeSource = b[29];
     return a;
 }

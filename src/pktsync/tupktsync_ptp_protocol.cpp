@@ -1,13 +1,12 @@
 #include "pktsync/tupktsync_ptp_protocol.h"
 
 #include "mgr/trace_groups.h"
+#include "node/bytes.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "pktsync/tupktsync_ptp_clock.h"
 #include "pktsync/tupktsync_ptp_uc_neg.h"
 
-#include <algorithm>
-#include <cstdio>
 #include <iterator>
 #include <optional>
 
@@ -92,101 +91,6 @@ u32 nextState(PtpClock& c, u32 event)
     return c.portState;
 }
 
-// ---- reception ----------------------------------------------------------------------------------
-
-/// Octets behind the header that a message needs, and its name.
-struct Needed { u8 messageType; u32 octets; const char* name; };
-constexpr Needed NEEDED[] = {
-    {PTP_SYNC, 10, "Sync"},
-    {PTP_FOLLOW_UP, 10, "Follow_Up"},
-    {PTP_DELAY_RESP, 20, "Delay_Resp"},
-    {PTP_ANNOUNCE, 30, "Announce"},
-};
-
-PtpClock* receiver(u8 domain, const PktIpAddress* server)
-{
-    for (auto& c : s->clocks) {
-        if (!c || c->setup.domainNumber != domain) continue;
-        const bool isIp = c->setup.ptpMapping != PTP_ETHERNET;
-        if (server != nullptr ? isIp && c->setup.serverIpAddress == *server : !isIp) return &*c;
-    }
-    return nullptr;
-}
-
-void traceNoReceiver(u8 domain, const PktIpAddress* server)
-{
-    if (server == nullptr) {
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "PTP message received for unknown domainId (%u)",
-                  domain);
-        return;
-    }
-    char text[40];
-    int at = 0;
-    const u32 count = server->family == 4 ? 4 : 16;
-    for (u32 i = 0; i < count; ++i)
-        at += std::snprintf(text + at, sizeof text - static_cast<std::size_t>(at),
-                            server->family == 4 ? "%s%u" : "%s%02x", i > 0 && server->family == 4 ? "." : "",
-                            server->octets[i]);
-    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-              "PTP message received for unknown server IP address (%s) and/or domainId (%u)", text,
-              domain);
-}
-
-u16 be16(const u8* at) { return static_cast<u16>(at[0] << 8 | at[1]); }
-
-void onTlv(const PtpClock& c, const PtpHeader& h, u16 type, const u8* tlv, u32 length)
-{
-    constexpr u16 GRANT = 5, CANCEL = 6, ACK_CANCEL = 7;
-    constexpr u32 GRANT_OCTETS = 12, CANCEL_OCTETS = 6;
-    const u32 id = c.setup.syncrefId;
-    if (type == GRANT && length >= GRANT_OCTETS)
-        TuPktsyncPTP_UCgrant(id, h, tlv[4] >> 4, static_cast<i8>(tlv[5]),
-                             u32{be16(tlv + 6)} << 16 | be16(tlv + 8));
-    else if (type == CANCEL && length >= CANCEL_OCTETS)
-        TuPktsyncPTP_UCcancel(id, h, tlv[4] >> 4);
-    else if (type == ACK_CANCEL && length >= CANCEL_OCTETS)
-        TuPktsyncPTP_UCackCancel(id, tlv[4] >> 4);
-    else
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "Signaling TLV of unsupported type (%u) received ", type);
-}
-
-void onSignaling(const PtpClock& c, const PtpHeader& h, const u8* message, u32 length)
-{
-    constexpr u32 TARGET_OCTETS = 10, TLV_HEADER = 4;
-    if (!ptpHasUcNeg(c.setup.syncrefId)) {
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "PTP Signaling message received for syncref(id=%d) not mapped to unicast bearer",
-                  c.setup.syncrefId);
-        return;
-    }
-    if (h.messageLength > length || h.messageLength < PTP_HEADER_LENGTH + TARGET_OCTETS) {
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "PTP Signaling received in too short frame; only %d bytes left",
-                  length - PTP_HEADER_LENGTH);
-        return;
-    }
-    const PtpPortIdentity target = ptpPortIdentityOf(message + PTP_HEADER_LENGTH);
-    const bool isAny = target.clockIdentity == PTP_ANY_PORT.clockIdentity &&
-                       (target.portNumber == c.portIdentity.portNumber ||
-                        target.portNumber == PTP_ANY_PORT.portNumber);
-    if (target != c.portIdentity && !isAny) {
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "PTP Signaling message received for unknown targetPortIdentity");
-        return;
-    }
-    u32 at = PTP_HEADER_LENGTH + TARGET_OCTETS;
-    while (h.messageLength - at >= TLV_HEADER) {
-        const u32 octets = TLV_HEADER + be16(message + at + 2);
-        if (octets > h.messageLength - at) break;
-        onTlv(c, h, be16(message + at), message + at, octets);
-        at += octets;
-    }
-    if (at != h.messageLength)
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "Signaling message received with %d residual octets ", h.messageLength - at);
-}
-
 // ---- exchange -----------------------------------------------------------------------------------
 
 void onSyncSet(PtpClock& c, const TsPosition& set)
@@ -225,27 +129,24 @@ void onSyncSet(PtpClock& c, const TsPosition& set)
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_6, "Timestamps sent to tureg for syncrefId=%u", id);
 }
 
+void checkRate(PtpClock& c, u32 fault, bool met, const char* text, i8 log)
+{
+    if (!met) KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, text, c.setup.syncrefId, log);
+    ptpFault(c, fault, !met);
+}
+
 void checkRates(PtpClock& c)
 {
-    const u32 id = c.setup.syncrefId;
-    if (c.delay.status == DRM_OK) {
-        const bool met = ptpDelayReqRateMet(c);
-        if (!met)
-            KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                      "Updated clock requirements for syncrefId %u do not met by current "
-                      "logMinDelayReqInterval=%d",
-                      id, c.logMinDelayReqInterval);
-        ptpFault(c, FAULT_DELAY_REQ_RATE, !met);
-    }
-    if (c.portState == SLAVE) {
-        const bool met = ptpSyncRateMet(c);
-        if (!met)
-            KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                      "Updated clock requirements for syncrefId %u not met by current "
-                      "logSyncInterval=%d",
-                      id, c.logSyncInterval);
-        ptpFault(c, FAULT_SYNC_RATE, !met);
-    }
+    if (c.delay.status == DRM_OK)
+        checkRate(c, FAULT_DELAY_REQ_RATE, ptpDelayReqRateMet(c),
+                  "Updated clock requirements for syncrefId %u do not met by current "
+                  "logMinDelayReqInterval=%d",
+                  c.logMinDelayReqInterval);
+    if (c.portState == SLAVE)
+        checkRate(c, FAULT_SYNC_RATE, ptpSyncRateMet(c),
+                  "Updated clock requirements for syncrefId %u not met by current "
+                  "logSyncInterval=%d",
+                  c.logSyncInterval);
 }
 
 void announceTimeout(PtpClock& c)
@@ -473,49 +374,11 @@ void TuPktsync_PTP_clockRqmtInd(u32 syncrefId, u32 minPktInterval, u32 maxPktInt
     TuPktsyncPTP_start_UCnegotiation(syncrefId, negotiatedLog(*c));
 }
 
-// ---- what arrives -------------------------------------------------------------------------------
-
-void TuPktsync_handle_ptp_message(const u8* message, u32 length, const PtpStamp& received,
-                                  const PktIpAddress* server)
-{
-    constexpr u32 SHORTEST = 40;
-    if (length < SHORTEST) {
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "PTP received in too short frame, %d bytes; not even enough for common message "
-                  "header",
-                  length);
-        return;
-    }
-    const u8 domain = message[4];
-    PtpClock* const c = receiver(domain, server);
-    if (c == nullptr) return traceNoReceiver(domain, server);
-    const PtpHeader h = ptpHeaderOf(message);
-    if (h.versionPTP != 2 || h.messageLength < PTP_HEADER_LENGTH) {
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "Nonconformant PTP frame received; msg_len %u octets", h.messageLength);
-        return;
-    }
-    const u32 left = length - PTP_HEADER_LENGTH;
-    for (const Needed& n : NEEDED) {
-        if (n.messageType != h.messageType || left >= n.octets) continue;
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "PTP %s received in too short frame; only %d bytes left", n.name, left);
-        return;
-    }
-    const u8* const body = message + PTP_HEADER_LENGTH;
-    switch (h.messageType) {
-    case PTP_SYNC:       return ptpOnSync(*c, h, ptpTimestampOf(body), received);
-    case PTP_FOLLOW_UP:  return ptpOnFollowUp(*c, h, ptpTimestampOf(body));
-    case PTP_DELAY_RESP: return ptpOnDelayResp(*c, h, ptpDelayRespOf(body));
-    case PTP_ANNOUNCE:   return ptpOnAnnounce(*c, h, ptpAnnounceOf(body));
-    case PTP_SIGNALING:  return onSignaling(*c, h, message, length);
-    default:             return;
-    }
-}
+// ---- stamps and time-outs -------------------------------------------------------------------------------
 
 void TuPktsync_PTP_egressTimestamp(const u8* metadata, const PtpStamp& sent)
 {
-    const u16 sequenceId = be16(metadata);
+    const u16 sequenceId = node::be16(metadata);
     const u32 syncrefId = metadata[3];
     const u8 messageType = metadata[4];
     PtpClock* const c = ptpClockOf(syncrefId);

@@ -6,7 +6,7 @@
 
 void TuPktsync_timerInit(PktsyncTimer& timer, u32 syncrefId, u32 timerId, u32 default_ms, u32 index)
 {
-    timer = {syncrefId, timerId, index, default_ms, 0};
+    timer = {syncrefId, timerId, index, default_ms, 0, 0};
 }
 
 void TuPktsync_timerStart(PktsyncTimer& timer, u32 ms)
@@ -31,10 +31,15 @@ void TuPktsync_timerStop(PktsyncTimer& timer)
     if (timer.ref == 0) return;
     Signal* sig = ose::cancel_tmo_sig(&timer.ref);
     if (sig != nullptr) ose::free_buf(&sig);
+    else                ++timer.stale;
 }
 
 u32 TuPktsync_timerExpired(PktsyncTimer& timer)
 {
+    if (timer.stale > 0) {
+        --timer.stale;
+        return 0;
+    }
     const bool runs = timer.ref != 0;
     timer.ref = 0;
     return runs ? 1 : 0;

@@ -32,6 +32,7 @@ struct PktsyncTimer {
     u32 index = 0;
     u32 duration_ms = 0;   // of the next start without one
     TimerRef ref = 0;
+    u32 stale = 0;         // time-outs that were queued already when the timer was stopped
 };
 
 void TuPktsync_timerInit(PktsyncTimer& timer, u32 syncrefId, u32 timerId, u32 default_ms,
@@ -39,5 +40,5 @@ void TuPktsync_timerInit(PktsyncTimer& timer, u32 syncrefId, u32 timerId, u32 de
 /// Starts or restarts; 0 takes the stored duration, another becomes the stored one.
 void TuPktsync_timerStart(PktsyncTimer& timer, u32 ms);
 void TuPktsync_timerStop(PktsyncTimer& timer);
-/// Its time-out has come. 0 when it was stopped meanwhile: the time-out doesn't count.
+/// A time-out of it has come. 0 when the timer was stopped meanwhile: the time-out doesn't count.
 u32  TuPktsync_timerExpired(PktsyncTimer& timer);
