@@ -206,11 +206,9 @@ public:
                 units_.back()->node().traces().toFile(options.out + "/trace-" + spec.node.name +
                                                       ".txt");
         }
+        links_ = sim::makeLinks(world_, scenario, units_);
         for (const sim::LinkSpec& spec : scenario.links) {
-            const std::size_t from = indexOf(spec.from);
-            const std::size_t to = indexOf(spec.to);
-            links_.push_back(sim::makeLink(world_, spec, *units_[from], *units_[to]));
-            recorders_[to]->follows(*units_[from]);
+            recorders_[indexOf(spec.to)]->follows(*units_[indexOf(spec.from)]);
         }
         scheduleEvents();
         scheduleCommands();

@@ -293,6 +293,7 @@ void MainProcessor::record(Signal* sig, PROCESS from)
     if (log_.size() == LOG_MAX) log_.pop_front();
     log_.push_back({node_.world().now(), sig->sigNo, from, {bytes, bytes + ose::sigsize(&sig)}});
     if (onRecord_) onRecord_(log_.back());
+    for (const auto& peer : onForward_) peer(log_.back());
 }
 
 void MainProcessor::onInitiate(const MpRecord& received)

@@ -118,6 +118,12 @@ public:
     {
         onRecord_ = std::move(observer);
     }
+    /// The other unit's main processor, or the same one in its part for the other unit, to which this
+    /// part hands on what it is told.
+    void onForward(std::function<void(const MpRecord&)> peer)
+    {
+        onForward_.push_back(std::move(peer));
+    }
     void onStatus(std::function<void(const ClockStatus&)> observer)
     {
         onStatus_ = std::move(observer);
@@ -161,6 +167,7 @@ private:
     std::vector<ClockStatus> statuses_;
     std::deque<MpRecord> log_;
     std::function<void(const MpRecord&)> onRecord_;
+    std::vector<std::function<void(const MpRecord&)>> onForward_;
     std::function<void(const ClockStatus&)> onStatus_;
     std::function<void(const MpReference&)> onSelect_;
 };

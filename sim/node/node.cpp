@@ -31,6 +31,8 @@ Node::Node(ose::World& world, const NodeConfig& config)
     errorLog_ = std::make_unique<ErrorLog>(*this);
     phyPorts_ = std::make_unique<PhyPortServer>(*this, config.ports);
     pmAgent_ = std::make_unique<PmAgent>(*this);
+    bira_ = std::make_unique<BiraServer>(*this, config.bira);
+    idpi_ = std::make_unique<IdpiServer>(*this, config.idpi);
     shell_ = std::make_unique<Shell>(*this);
     mainProcessor_ = std::make_unique<MainProcessor>(*this, config.mainProcessor);
 
@@ -52,6 +54,8 @@ Node::Node(ose::World& world, const NodeConfig& config)
     phyPorts_->start();
     pmAgent_->start();
     shell_->start();
+    if (config.bira.present) bira_->start();
+    if (config.idpi.present) idpi_->start();
     if (config.mainProcessor.present) mainProcessor_->start();
 }
 
@@ -62,6 +66,8 @@ Node::~Node()
     system_->kill(shutdownProcess_);
     mainProcessor_->die();
     shell_->die();
+    idpi_->die();
+    bira_->die();
     pmAgent_->die();
     phyPorts_->die();
     errorLog_->die();

@@ -12,7 +12,9 @@
 #pragma once
 #include "node/platform.h"
 #include "ose/world.h"
+#include "sim/node/bira_server.h"
 #include "sim/node/error_log.h"
+#include "sim/node/idpi_server.h"
 #include "sim/node/main_processor.h"
 #include "sim/node/msi_server.h"
 #include "sim/node/name_server.h"
@@ -93,6 +95,8 @@ public:
     ErrorLog& errorLog() { return *errorLog_; }
     PhyPortServer& phyPorts() { return *phyPorts_; }
     PmAgent& pmAgent() { return *pmAgent_; }
+    BiraServer& bira() { return *bira_; }
+    IdpiServer& idpi() { return *idpi_; }
     Shell& shell() { return *shell_; }
     Parameters& parameters() { return parameters_; }
     Volumes& volumes() { return volumes_; }
@@ -177,6 +181,8 @@ private:
     std::unique_ptr<ErrorLog> errorLog_;
     std::unique_ptr<PhyPortServer> phyPorts_;
     std::unique_ptr<PmAgent> pmAgent_;
+    std::unique_ptr<BiraServer> bira_;
+    std::unique_ptr<IdpiServer> idpi_;
     std::unique_ptr<Shell> shell_;
     std::unique_ptr<MainProcessor> mainProcessor_;
     PROCESS shutdownProcess_ = 0;

@@ -2,6 +2,7 @@
 #pragma once
 #include "ose/world.h"
 #include "sim/board/board_config.h"
+#include "sim/node/idl_config.h"
 #include "sim/node/main_processor_config.h"
 
 #include <map>
@@ -58,6 +59,10 @@ struct NodeConfig {
 
     /// Lines that the port service knows at start.
     std::vector<PhyPort> ports;
+
+    /// Servers of the inter-unit links; a unit on its own has neither.
+    BiraConfig bira;
+    IdpiConfig idpi;
 
     MainProcessorConfig mainProcessor;
 

@@ -1,10 +1,13 @@
 #include "sim/scenario/link.h"
 
-#include "sim/scenario/link_bfn.h"
-#include "sim/scenario/link_gps_out.h"
+#include "iif/tuiif_sig.h"
 #include "sim/board/board.h"
+#include "sim/scenario/link_bfn.h"
+#include "sim/scenario/link_cpri.h"
+#include "sim/scenario/link_gps_out.h"
 #include "sim/scenario/unit.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace sim {
@@ -14,8 +17,43 @@ std::unique_ptr<Link> makeLink(ose::World& world, const LinkSpec& spec, Unit& fr
     switch (spec.kind) {
     case LinkKind::GpsOut: return std::make_unique<GpsOutLink>(world, spec, from, to);
     case LinkKind::Idl1:   return std::make_unique<BfnLink>(world, spec, from, to);
+    case LinkKind::Idl2:   return std::make_unique<CpriLink>(world, spec, from, to);
     }
     return nullptr;
+}
+
+std::vector<std::unique_ptr<Link>> makeLinks(ose::World& world, const Scenario& scenario,
+                                             const std::vector<std::unique_ptr<Unit>>& units)
+{
+    const auto unitOf = [&](const std::string& name) -> Unit& {
+        return **std::find_if(units.begin(), units.end(),
+                              [&](const auto& u) { return u->name() == name; });
+    };
+    std::vector<std::unique_ptr<Link>> links;
+    for (const LinkSpec& spec : scenario.links)
+        links.push_back(makeLink(world, spec, unitOf(spec.from), unitOf(spec.to)));
+    for (const auto& upper : links)
+        for (const auto& lower : links) {
+            auto* const above = dynamic_cast<CpriLink*>(upper.get());
+            auto* const below = dynamic_cast<CpriLink*>(lower.get());
+            if (above != nullptr && below != nullptr && above->spec().to == below->spec().from)
+                above->leadsTo(*below);
+        }
+    return links;
+}
+
+void Link::joinNode()
+{
+    forwardTimeData(from_, to_);
+    forwardTimeData(to_, from_);
+    to_.node().bira().setLeader([this] { return from_.node().board().frequencyError(); });
+}
+
+void Link::forwardTimeData(Unit& sender, Unit& receiver)
+{
+    sender.node().mainProcessor().onForward([&receiver](const MpRecord& r) {
+        if (r.sigNo == KVD_TUIIF10_TIME_DATA_IND) receiver.node().mainProcessor().send(r.bytes);
+    });
 }
 
 double counterDifference_s(Unit& to, Unit& from)

@@ -34,11 +34,21 @@ protected:
     Unit& from_;
     Unit& to_;
 
+    /// Of two units of one node: each is told the other's time data, the follower's basic timing
+    /// function has the leader's frequency.
+    void joinNode();
+
 private:
+    void forwardTimeData(Unit& sender, Unit& receiver);
+
     std::array<double, LINK_FAULTS> faults_{};
 };
 
 std::unique_ptr<Link> makeLink(ose::World& world, const LinkSpec& spec, Unit& from, Unit& to);
+
+/// All links of a scenario between its units, which come in the scenario's order.
+std::vector<std::unique_ptr<Link>> makeLinks(ose::World& world, const Scenario& scenario,
+                                             const std::vector<std::unique_ptr<Unit>>& units);
 
 /// The follower's counter against the leader's, within half a turn of 1024 s, s.
 double counterDifference_s(Unit& to, Unit& from);

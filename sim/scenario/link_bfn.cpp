@@ -12,6 +12,7 @@ BfnLink::BfnLink(ose::World& world, const LinkSpec& spec, Unit& from, Unit& to)
       back_{to, from, {spec.noise, world.seed(), spec.name + ".back"},
             {world.seed(), spec.name + ".back.damage"}}
 {
+    joinNode();
     from.node().board().onBfnFrame([this] { send(there_); });
     to.node().board().onBfnFrame([this] { send(back_); });
 }

@@ -27,6 +27,7 @@ struct UnitSpec {
 enum class LinkKind : u8 {
     GpsOut,       // the output of one unit at the receiver's input of the other
     Idl1,         // words between the boards
+    Idl2,         // delays that the port servers measure, carried by the main processors
 };
 enum class LinkFault : u8 {
     Garbled,      // share of bytes, or of words, with a bit turned over
@@ -34,8 +35,10 @@ enum class LinkFault : u8 {
     NoPulse,      // the text alone arrives
     NoText,       // the pulse alone arrives
     Late,         // ns by which pulses come later
+    UnstableFrom, // delay unstable at the leading end
+    UnstableTo,   // at the following end
 };
-constexpr u32 LINK_FAULTS = 5;
+constexpr u32 LINK_FAULTS = 7;
 
 /// `to` follows `from`.
 struct LinkSpec {
@@ -44,6 +47,7 @@ struct LinkSpec {
     double delay_s = 0;              // each way
     PhaseNoiseLevels noise = {};     // of each passage
     bool up = true;
+    u16 fromPort = 1, toPort = 1;    // of the port servers, 1 to 6
 };
 
 /// One thing that happens. Checked when the scenario is read, so that it can't fail in the run.
@@ -134,6 +138,9 @@ GpsReceiverConfig readGps(const toml::table& table, const std::string& file);
 /// Empty when `word` is none of the receiver's events.
 std::function<void(Unit&)> readGpsEvent(const std::string& word, TableReader& t,
                                         const UnitSpec& unit);
+/// Servers of the inter-unit links; the event is empty when `word` is none of theirs.
+void readIdlServers(TableReader& t, const std::string& file, NodeConfig& node);
+std::function<void(Unit&)> readIdlEvent(const std::string& word, TableReader& t);
 /// Phase, noise and recorded series of a reference.
 void readPhase(TableReader& t, LineConfig& c);
 

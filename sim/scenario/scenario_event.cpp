@@ -358,7 +358,8 @@ EventSpec readEvent(const toml::table& table, const std::string& file, const Sce
         t.finish();
         return e;
     }
-    e.action = readGpsEvent(word, t, *unit);
+    e.action = readIdlEvent(word, t);
+    if (!e.action) e.action = readGpsEvent(word, t, *unit);
     if (!e.action) t.fail("do", "'" + word + "' is nothing that can happen");
     t.finish();
     return e;

@@ -24,7 +24,8 @@ LinkSpec readLink(const toml::table& table, const std::string& file, const Scena
     constexpr double NS = 1e-9;
     TableReader t(table, file, "link");
     LinkSpec l;
-    l.kind = t.choice<LinkKind>("type", {{"gps_out", LinkKind::GpsOut}, {"idl1", LinkKind::Idl1}});
+    l.kind = t.choice<LinkKind>("type", {{"gps_out", LinkKind::GpsOut}, {"idl1", LinkKind::Idl1},
+                                          {"idl2", LinkKind::Idl2}});
     l.from = unitOf(t, "from", scenario);
     l.to = unitOf(t, "to", scenario);
     if (l.from == l.to) t.fail("to", "a link has two ends");
@@ -35,6 +36,10 @@ LinkSpec readLink(const toml::table& table, const std::string& file, const Scena
     l.noise.white_s = t.number("white_ns", 0.0) * NS;
     l.noise.flicker_s = t.number("flicker_ns", 0.0) * NS;
     l.up = t.boolean("up", true);
+    if (l.kind == LinkKind::Idl2) {
+        l.fromPort = static_cast<u16>(t.integer("from_port", 1, 6, 1));
+        l.toPort = static_cast<u16>(t.integer("to_port", 1, 6, 1));
+    }
     if (l.kind == LinkKind::GpsOut) {
         const auto to = std::find_if(scenario.units.begin(), scenario.units.end(),
                                      [&](const UnitSpec& u) { return u.node.name == l.to; });
@@ -54,7 +59,9 @@ std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t
                                                           {"parity", LinkFault::Parity},
                                                           {"no_pulse", LinkFault::NoPulse},
                                                           {"no_text", LinkFault::NoText},
-                                                          {"late", LinkFault::Late}});
+                                                          {"late", LinkFault::Late},
+                                                          {"unstable_from", LinkFault::UnstableFrom},
+                                                          {"unstable_to", LinkFault::UnstableTo}});
     const double amount = t.number("amount", 1.0);
     const bool on = t.boolean("on", true);
     return [fault, amount = on ? amount : 0.0](Link& l) { l.setFault(fault, amount); };

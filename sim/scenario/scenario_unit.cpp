@@ -209,6 +209,7 @@ UnitSpec readUnit(const toml::table& table, const std::string& file)
             n.mainProcessor.references.push_back(readReference(*entry.as_table(), file));
     if (const toml::array* const ports = t.tables("port"))
         for (const toml::node& entry : *ports) n.ports.push_back(readPort(*entry.as_table(), file));
+    readIdlServers(t, file, n);
     t.finish();
     return u;
 }

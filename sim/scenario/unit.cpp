@@ -21,6 +21,10 @@ Unit::Unit(ose::World& world, const UnitSpec& spec) : world_(world), node_(world
                                              spec.node.name + ".gps");
         node_.board().connect(ReferenceInput::Pps, gps_.get());
     }
+    node_.idpi().onDelay([this](u16 port) -> std::optional<IdpiDelay> {
+        const auto measured = delays_.find(port);
+        return measured != delays_.end() ? measured->second() : std::nullopt;
+    });
     world.at(static_cast<ose::Time>(spec.start_s * static_cast<double>(ose::SEC)),
              [this] { node_.powerOn(); });
 }

@@ -19,6 +19,11 @@ public:
     /// A source that the scenario gave the unit; the scenario's reader has made sure that it is there.
     LineSource& input(ReferenceInput input) { return *sources_.at(input); }
     GpsReceiver& gps() { return *gps_; }
+    /// What the port server measures on a port that a link is at.
+    void onDelay(u16 port, std::function<std::optional<IdpiDelay>()> measure)
+    {
+        delays_[port] = std::move(measure);
+    }
     /// Frame counter against true GPS time as the node's date of frame zero places it, within half a
     /// turn of 1024 s, positive when ahead; nothing without a receiver.
     std::optional<double> counterAgainstGps_s();
@@ -28,6 +33,7 @@ private:
     Node node_;
     std::map<ReferenceInput, std::unique_ptr<LineSource>> sources_;
     std::unique_ptr<GpsReceiver> gps_;
+    std::map<u16, std::function<std::optional<IdpiDelay>()>> delays_;
 };
 
 }  // namespace sim

@@ -16,6 +16,7 @@ bool KvdLoz6GpsOut_isRunning() { return false; }
 /// The edge of another unit's output is measured against the time that it sends.
 void KvdLoz6GpsOut_handleInt() { KvdLoz6TuGps_handleInt(); }
 void KvdLoz6GpsOut_regStateChanged() {}
+void KvdLoz6GpsOut_pllStateChanged(u32) {}
 void KvdLoz6GpsOut_prepareTimeStep() {}
 void KvdLoz6GpsOut_timeStepped() {}
 u32 KvdLoz6GpsOut_time(double& time)

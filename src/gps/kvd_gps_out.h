@@ -12,6 +12,8 @@ void KvdLoz6GpsOut_stop();
 bool KvdLoz6GpsOut_isRunning();
 void KvdLoz6GpsOut_handleInt();
 void KvdLoz6GpsOut_regStateChanged();
+/// A loop's word: 11 where it reports a locked time, else another.
+void KvdLoz6GpsOut_pllStateChanged(u32 pllState);
 /// The regulator steps the time counters: before the step, and after one that was made.
 void KvdLoz6GpsOut_prepareTimeStep();
 void KvdLoz6GpsOut_timeStepped();

@@ -1,41 +1,337 @@
-// The interface to the node's simpler timing function isn't part of this load yet: it counts as started
-// and unavailable, so that this program owns the hardware.
+// Negotiation with the server at the start, and what it says of the link between the units.
 #include "iif/kvd_biraiifadm.h"
 
+#include "iif/kvd_biraiifadm_int.h"
+#include "iif/kvd_iifadm_send.h"
+#include "hw/kvd_hwif.h"
+#include "mgr/kvd_mgr_proc.h"
 #include "mgr/trace_groups.h"
 #include "node/platform.h"
+#include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
+#include "refs/kvd_idpi.h"
+#include "refs/kvd_slave_warm.h"
+#include "reg/kvd_reg_handover.h"
 
 namespace {
 
-struct State {
-    u32 biraUnavailable = 0;
-    u32 hasHwControl = 0;
-};
-ose::ModuleData<State> s;
+ose::ModuleData<bira::State> s;
+
+constexpr OSTIME ANSWER_TMO_ms = 10000;     // between two traces of a server that says nothing
+
+// The blocking receives of the start take these alone; all else waits in the queue.
+constexpr SIGSELECT SERVER_UP[] = {1, KVD_BIRAIIF_SERVER_UP_IND};
+constexpr SIGSELECT INITIATE_ANSWERS[] = {
+    4, KVD_BIRAIIF_INITIATE_SERVICE_CFM, KVD_BIRAIIF_INITIATE_SERVICE_REJ,
+    KVD_BIRAIIF_INITIATE_SERVICE_SUS, KVD_BIRAIIF_SERVER_DOWN_IND};
+constexpr SIGSELECT LINK_TYPE[] = {2, KVD_BIRAIIF_IDL2_LINK_IND, KVD_BIRAIIF_SERVER_DOWN_IND};
+
+/// Waits for as long as it takes, but not in silence.
+Signal* await(const SIGSELECT* selection, const char* what)
+{
+    for (u32 tries = 1;; ++tries) {
+        Signal* const sig = ose::receive_w_tmo(ANSWER_TMO_ms, selection);
+        if (sig != nullptr) return sig;
+        ++s->unanswered;
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR,
+                  "%s doesn't answer, the start waits for %s, waited=%u s", BIRA_SERVER_NAME, what,
+                  tries * (ANSWER_TMO_ms / 1000));
+    }
+}
+
+PROCESS huntServer()
+{
+    Signal* up = nullptr;
+    if (!s->hunting) up = ose::alloc(sizeof(SIGSELECT), KVD_BIRAIIF_SERVER_UP_IND);
+    s->hunting = true;
+    return ose::hunt(BIRA_SERVER_NAME, 0, nullptr, up != nullptr ? &up : nullptr);
+}
+
+/// Nobody else runs the hardware: this program does.
+void goOnWithoutServer()
+{
+    s->hasHwControl = 1;
+    s->biraUnavailable = 1;
+    KvdLoz6TuMgr_startHardware(HW_IDL_MODE_NOT_AVAILABLE, 0);
+}
+
+// ---- link indication ----------------------------------------------------------------------------
+
+void startHardware(u32 hardwareIdlMode)
+{
+    KvdLoz6TuMgr_startHardware(hardwareIdlMode,
+                               s->startType == KVD_BIRAIIF_RESTART_COLD ? 1 : 0);
+}
+
+void firstOnIdl2(const KvdBiraiifIdl2LinkInd& ind)
+{
+    KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Biraa initialized with IDL2.");
+    if (s->startType == KVD_BIRAIIF_RESTART_WARM && bira::isSlave()) {
+        if (ind.clockHoldover != 0) {
+            KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO,
+                      "BASIC is in holdover, initialize slave with MSI data");
+            KvdLoz6BiraIifAdm_setIdl2InitState(IDL2_WARM_INIT_ONGOING);
+            bira::initiateWithSlaveMsi(ind.data);
+            bira::tellMasterServer();
+            tuHwif_startIntProc();
+        } else {
+            KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO,
+                      "BASIC is not in holdover, regulation will start from BASIC");
+            bira::resetSlaveMsi(IDPI_CLK_STATUS_FREE_RUNNING);
+        }
+    }
+    startHardware(HW_IDL_MODE_2);
+}
+
+void firstOnIdl1()
+{
+    KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Biraa initialized with IDL1.");
+    if (s->startType == KVD_BIRAIIF_RESTART_WARM && bira::isSlave())
+        bira::resetSlaveMsi(IDPI_CLK_STATUS_FREE_RUNNING);
+    startHardware(HW_IDL_MODE_1);
+}
+
+void firstIndication(const KvdBiraiifIdl2LinkInd& ind)
+{
+    if (ind.linkType == KVD_BIRAIIF_IDL_MODE_2)
+        firstOnIdl2(ind);
+    else if (ind.linkType == KVD_BIRAIIF_IDL_MODE_1)
+        firstOnIdl1();
+    else
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR, "Unknown linkType (%d) received from syncDrv-LOZ4",
+                  ind.linkType);
+    s->biraInitiated = 1;
+}
+
+void stopIdpiOnIdl1()
+{
+    const u32 isAnyLinkCapableForTimeSync = KvdLoz6Idpi_portAvailable();
+    if (bira::isSlave() || isAnyLinkCapableForTimeSync == 0)
+        KvdLoz6Idpi_stopRequestTimer();
+    else
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO,
+                  "IdpiRequestDataTmo is not canceled.isMaster=%u, isAnyLinkCapableForTimeSync=%u",
+                  s->isMaster, isAnyLinkCapableForTimeSync);
+}
 
 }  // namespace
 
-int KvdLoz6BiraIifAdm_dispatch(Signal*) { return 0; }
-
-int KvdLoz6BiraIifAdm_initiate(u32)
+void bira::linkIndication(const KvdBiraiifIdl2LinkInd& ind)
 {
-    KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Failed to hunt for process: %s", "Syncdrv_proc");
-    s->hasHwControl = 1;
-    s->biraUnavailable = 1;
-    return 1;
+    s->idlMode = ind.linkType;
+    s->synchPortNo = ind.synchPortNo;
+    if (s->biraInitiated == 0) firstIndication(ind);
+    if (s->basicRestartTimer != 0) {
+        ose::cancel_tmo(&s->basicRestartTimer);
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Basic restart tmo canceled.");
+    }
+    if (ind.linkType == KVD_BIRAIIF_IDL_MODE_2 && bira::isSlave() && s->timeTuningOngoing == 0) {
+        KvdLoz6TuReg_idl2Start();
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "IDL2 Detected.");
+    }
+    if (ind.linkType == KVD_BIRAIIF_IDL_MODE_1) {
+        if (bira::isSlave()) bira::becomeIdl1Slave();
+        stopIdpiOnIdl1();
+    }
+    KvdLoz6TuIifAdm_sendIdl2ModeInd();
 }
 
-int KvdLoz6BiraIifAdm_started() { return s->biraUnavailable != 0 ? 1 : 0; }
+namespace {
+
+// ---- negotiation --------------------------------------------------------------------------------
+
+void onServerDown()
+{
+    s->attach = 0;
+    s->biraServPid = 0;
+    s->biraInitiated = 0;
+    if (s->idlMode == KVD_BIRAIIF_IDL_MODE_2 && bira::isSlave() && s->timeTuningOngoing == 0)
+        bira::startBasicRestartTimer();
+    huntServer();                     // it may come back
+}
+
+/// The server died before it told the link type: the time-out gives the hardware to this program if
+/// the unit ran before, else nobody would.
+void lostInStart()
+{
+    KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR, "%s died in the start", BIRA_SERVER_NAME);
+    onServerDown();
+    if (s->basicRestartTimer == 0) goOnWithoutServer();
+}
+
+/// The program stays here until the link type is known, so that the hardware's start can follow it.
+void awaitLinkType()
+{
+    for (bool known = false; !known;) {
+        Signal* sig = await(LINK_TYPE, "the link type");
+        if (sig->sigNo == KVD_BIRAIIF_SERVER_DOWN_IND) {
+            lostInStart();
+            known = true;
+        } else if (const auto* ind = as<KvdBiraiifIdl2LinkInd>(sig); ind != nullptr) {
+            bira::linkIndication(*ind);
+            known = true;
+        }
+        ose::free_buf(&sig);
+    }
+}
+
+/// True when the answer was one.
+bool onInitiateAnswer(const Signal* sig)
+{
+    switch (sig->sigNo) {
+    case KVD_BIRAIIF_INITIATE_SERVICE_CFM: {
+        const auto* cfm = as<KvdBiraiifInitiateServiceCfm>(sig);
+        if (cfm == nullptr) return false;
+        s->startType = cfm->restart == 1 ? KVD_BIRAIIF_RESTART_COLD : KVD_BIRAIIF_RESTART_WARM;
+        awaitLinkType();
+        return true;
+    }
+    case KVD_BIRAIIF_INITIATE_SERVICE_REJ:
+    case KVD_BIRAIIF_INITIATE_SERVICE_SUS:
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "%s refused, signal=0x%x", BIRA_SERVER_NAME,
+                  sig->sigNo);
+        goOnWithoutServer();
+        return true;
+    default:
+        lostInStart();
+        return true;
+    }
+}
+
+void onServerUp(PROCESS server)
+{
+    s->hunting = false;
+    s->biraServPid = server;
+    if (s->attach != 0) ose::detach(&s->attach);
+    Signal* down = ose::alloc(sizeof(SIGSELECT), KVD_BIRAIIF_SERVER_DOWN_IND);
+    s->attach = ose::attach(&down, server);
+    auto* req = node::make<KvdBiraiifInitiateServiceReq>(KVD_BIRAIIF_INITIATE_SERVICE_REQ);
+    req->signalRevision = 1;
+    req->pvFirstWanted = 1;
+    req->pvSecondWanted = 1;
+    req->pvThirdWanted = 1;
+    req->isMaster = static_cast<u8>(s->isMaster);
+    node::sendTo(server, req);
+    for (bool answered = false; !answered;) {
+        Signal* sig = await(INITIATE_ANSWERS, "the service");
+        answered = onInitiateAnswer(sig);
+        ose::free_buf(&sig);
+    }
+}
+
+void onLinkInd(const KvdBiraiifIdl2LinkInd* ind)
+{
+    if (ind != nullptr) bira::linkIndication(*ind);
+}
+
+}  // namespace
+
+bira::State& bira::state() { return *s; }
+
+int KvdLoz6BiraIifAdm_dispatch(Signal* sig)
+{
+    switch (sig->sigNo) {
+    case KVD_BIRAIIF_SERVER_UP_IND:      onServerUp(ose::sender(&sig));                         return 1;
+    case KVD_BIRAIIF_SERVER_DOWN_IND:    onServerDown();                                        return 1;
+    case KVD_BIRAIIF_INITIATE_SERVICE_CFM:
+    case KVD_BIRAIIF_INITIATE_SERVICE_REJ:
+    case KVD_BIRAIIF_INITIATE_SERVICE_SUS:
+        // Its answer has been taken in the start.
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR, "answer not asked for, dropped, signal=0x%x",
+                  sig->sigNo);                                                                  return 1;
+    case KVD_BIRAIIF_IDL2_LINK_IND:      onLinkInd(as<KvdBiraiifIdl2LinkInd>(sig));             return 1;
+    case KVD_BIRAIIF_FREQ_LOCKED_IND:    bira::onFreqLocked();                                  return 1;
+    case KVD_BIRAIIF_BASIC_RESTART_TMO:  bira::onBasicRestartTimeout();                         return 1;
+    case KVD_BIRAIIF_IDL2_SELECT_IDL_TYPE_CFM:
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "KVD_BIRAIIF_IDL2_SELECT_IDL_TYPE_CFM received");
+        return 1;
+    case KVD_BIRAIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_CFM:
+        bira::onTogglePersistentFreqLockCfm();                                                  return 1;
+    case KVD_BIRAIIF_IDL1_CLK_STATE_TMO: bira::onIdl1ClkStateTimeout();                         return 1;
+    default:                                                                                    return 0;
+    }
+}
+
+int KvdLoz6BiraIifAdm_initiate(u32 isMaster)
+{
+    s->isMaster = isMaster;
+    s->hasHwControl = isMaster;
+    if (huntServer() == 0) {
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Failed to hunt for process: %s", BIRA_SERVER_NAME);
+        s->hasHwControl = 1;
+        s->biraUnavailable = 1;
+        return 1;
+    }
+    s->biraUnavailable = 0;
+    Signal* up = await(SERVER_UP, "its hunt");
+    onServerUp(ose::sender(&up));
+    ose::free_buf(&up);
+    return 0;
+}
+
+int KvdLoz6BiraIifAdm_started() { return s->biraInitiated != 0 || s->biraUnavailable > 0 ? 1 : 0; }
 u32 KvdLoz6BiraIifAdm_hasHwControl() { return s->hasHwControl; }
-u32 KvdLoz6BiraIifAdm_idlMode() { return IDL_MODE_NONE; }
-u32 KvdLoz6BiraIifAdm_timeTuningOngoing() { return 0; }
-u32 KvdLoz6BiraIifAdm_initiatedFromSlaveMsi() { return 0; }
-void KvdLoz6BiraIifAdm_selectIdlType(u32, u8) {}
-void KvdLoz6BiraIifAdm_togglePersistentFreqLock(u32, u8) {}
+u32 KvdLoz6BiraIifAdm_idlMode() { return s->idlMode; }
+u32 KvdLoz6BiraIifAdm_timeTuningOngoing() { return s->timeTuningOngoing; }
+u8  KvdLoz6BiraIifAdm_startType() { return s->startType; }
+u32 KvdLoz6BiraIifAdm_idl2InitState() { return s->idl2InitState; }
+u32 KvdLoz6BiraIifAdm_initiatedFromSlaveMsi() { return s->fromSlaveMsi; }
+
+namespace {
+
+const char* initStateText(u32 idl2InitState)
+{
+    constexpr const char* TEXTS[] = {"IDL2_WARM_INIT_UNKNOWN", "IDL2_WARM_INIT_ONGOING",
+                                     "IDL2_WARM_INIT_SUCCEEDED", "IDL2_WARM_INIT_FINISHED"};
+    return idl2InitState <= IDL2_WARM_INIT_FINISHED ? TEXTS[idl2InitState] : "<Unknown>";
+}
+
+const char* idlModeText(u8 idlMode)
+{
+    switch (idlMode) {
+    case KVD_BIRAIIF_IDL_MODE_1: return "KVD_BIRAIIF_IDL_MODE_1";
+    case KVD_BIRAIIF_IDL_MODE_2: return "KVD_BIRAIIF_IDL_MODE_2";
+    default:                     return "<Unknown>";
+    }
+}
+
+const char* startTypeText(u8 startType)
+{
+    switch (startType) {
+    case KVD_BIRAIIF_RESTART_NOT_AVAILABLE: return "KVD_BIRAIIF_RESTART_NOT_AVAILABLE";
+    case KVD_BIRAIIF_RESTART_COLD:          return "KVD_BIRAIIF_RESTART_COLD";
+    default:                                return "KVD_BIRAIIF_RESTART_WARM";
+    }
+}
+
+}  // namespace
+
+void KvdLoz6BiraIifAdm_setIdl2InitState(u32 idl2InitState)
+{
+    KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "IDL2 MSI init state change: %s -> %s",
+              initStateText(s->idl2InitState), initStateText(idl2InitState));
+    s->idl2InitState = idl2InitState;
+}
+
 void KvdLoz6BiraIifAdm_printInfo()
 {
-    node::shellPrintf("\n***** BIRA interface *****\n   hasHwControl    : %u\n   biraUnavailable : %u\n",
-                      s->hasHwControl, s->biraUnavailable);
+    const bira::State& st = *s;
+    node::shellPrintf("\n***** BIRA interface related data *****\n");
+    node::shellPrintf("   biraServPid          : 0x%08x\n", st.biraServPid);
+    node::shellPrintf("   startType            : %s (%u)\n", startTypeText(st.startType), st.startType);
+    node::shellPrintf("   isMaster             : %u\n", st.isMaster);
+    node::shellPrintf("   biraInitiated        : %u\n", st.biraInitiated);
+    node::shellPrintf("   biraUnavailable      : %u\n", st.biraUnavailable);
+    node::shellPrintf("   hasHwControl         : %u\n", st.hasHwControl);
+    node::shellPrintf("   timeTuningOngoing    : %u\n", st.timeTuningOngoing);
+    node::shellPrintf("   idlMode              : %s (%u)\n", idlModeText(st.idlMode), st.idlMode);
+    node::shellPrintf("   synchPortNo          : %u\n", st.synchPortNo);
+    node::shellPrintf("   persistentFreqLock   : %u\n", st.persistentFreqLock);
+    node::shellPrintf("   IDL2 init state      : %s (%u)\n", initStateText(st.idl2InitState),
+                      st.idl2InitState);
+    node::shellPrintf("   basicRestartTimer    : %s\n", st.basicRestartTimer != 0 ? "runs" : "-");
+    node::shellPrintf("   IDL1 clock state tmo : %s\n", st.idl1ClkStateTimer != 0 ? "runs" : "-");
+    node::shellPrintf("   idpiClkStatus (MSI)  : %u\n", KvdLoz6SlaveWarm_data().idpiClkStatus);
+    node::shellPrintf("   waits without answer : %u\n", st.unanswered);
 }

@@ -1,25 +1,62 @@
-// kvd_biraiifadm.h - Client of the node's second, simpler timing function, which may own the hardware.
+// kvd_biraiifadm.h - Client of the node's basic timing function ("Syncdrv_proc"), which owns the hardware
+// until this program takes it: start negotiation, type of the inter-unit link, hand-over of the hardware
+// both ways, the slave's warm data at a restart.
+// Owner   the manager process.
+// Units   timers in ms.
+// Errors  a server that isn't there or refuses leaves the hardware to this program. One that says nothing
+//         in the start blocks it, which is traced until it answers.
 #pragma once
 #include "ose/types.h"
 
 struct Signal;
 
-/// idlMode of the unit.
-constexpr u32 IDL_MODE_NONE = 0;
-constexpr u32 IDL_MODE_1 = 1;
-constexpr u32 IDL_MODE_2 = 2;
+/// Type of the link between the units, as the server tells it; 0 without a server. Hardware start has a
+/// numbering of its own, HardwareIdlMode of mgr/kvd_mgr_proc.h.
+constexpr u32 KVD_BIRAIIF_IDL_MODE_1 = 0;
+constexpr u32 KVD_BIRAIIF_IDL_MODE_2 = 1;
+constexpr u32 IDL_MODE_1 = KVD_BIRAIIF_IDL_MODE_1;
+constexpr u32 IDL_MODE_2 = KVD_BIRAIIF_IDL_MODE_2;
+
+/// How the server said that it started; from its confirmation on.
+enum BiraStartType : u8 {
+    KVD_BIRAIIF_RESTART_NOT_AVAILABLE = 0,
+    KVD_BIRAIIF_RESTART_COLD = 1,
+    KVD_BIRAIIF_RESTART_WARM = 2,
+};
+
+/// A slave's start from its warm data.
+enum Idl2InitState : u32 {
+    IDL2_WARM_INIT_UNKNOWN = 0,
+    IDL2_WARM_INIT_ONGOING = 1,
+    IDL2_WARM_INIT_SUCCEEDED = 2,
+    IDL2_WARM_INIT_FINISHED = 3,
+};
 
 int KvdLoz6BiraIifAdm_dispatch(Signal* sig);
-/// 0 when the server is there, 1 when none was found.
+/// 1 when there is no server; 0 when there is one, and it has told the link type or refused: the call
+/// blocks until then.
 int KvdLoz6BiraIifAdm_initiate(u32 isMaster);
-/// 1 when the interface has been started, whatever it found.
+/// 1 when the link type is known, or there is no server to tell it.
 int KvdLoz6BiraIifAdm_started();
-u32 KvdLoz6BiraIifAdm_hasHwControl();
-u32 KvdLoz6BiraIifAdm_idlMode();            // IDL_MODE_...
-u32 KvdLoz6BiraIifAdm_timeTuningOngoing();
+u32 KvdLoz6BiraIifAdm_hasHwControl();       // this program may drive the hardware
+u32 KvdLoz6BiraIifAdm_idlMode();            // KVD_BIRAIIF_IDL_MODE_...
+u32 KvdLoz6BiraIifAdm_timeTuningOngoing();  // a slave tunes its time on the link
+u8  KvdLoz6BiraIifAdm_startType();          // BiraStartType
+u32 KvdLoz6BiraIifAdm_idl2InitState();      // Idl2InitState
+void KvdLoz6BiraIifAdm_setIdl2InitState(u32 idl2InitState);
 /// 1 on a slave that was initiated from its stored warm data.
 u32 KvdLoz6BiraIifAdm_initiatedFromSlaveMsi();
+
+/// Time lock failed: the hardware goes back to the server, which is told. 0 done, 1 without a server.
+int  KvdLoz6BiraIifAdm_unableToTimeLock();
+/// The link works and the warm data was taken: the regulator starts on it, with the stored clock status.
+void KvdLoz6BiraIifAdm_finishWarmStart();
+/// Clock state of an IDL1 slave on board type 2, towards the port server: IDPI_CLK_STATUS_FREE_RUNNING or
+/// _LOCKED; `again` 1 tells free running before a lock. Nothing in IDL mode 2.
+void KvdLoz6BiraIifAdm_idl1ClkState(u32 clkStatus, u32 again);
+
 /// Orders of the main processor that are passed on.
 void KvdLoz6BiraIifAdm_selectIdlType(u32 idl2Type, u8 synchPortNo);
 void KvdLoz6BiraIifAdm_togglePersistentFreqLock(u32 value, u8 synchPortNo);
+/// "bira_iif" section of kvdinfo.
 void KvdLoz6BiraIifAdm_printInfo();

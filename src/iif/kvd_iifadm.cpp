@@ -32,6 +32,7 @@ constexpr u32 REQUEST_SIGNAL_REVISION = 2;
 constexpr u32 CONFIRM_SIGNAL_REVISION = 4;
 constexpr u32 WANTED_PV = 22;
 constexpr u32 PRI_PV = 3;
+constexpr u16 IDPI_PROTOCOL_REV = 1;
 constexpr OSTIME PRI_RETRY_ms = 3000;
 
 // ---- own identity ----
@@ -252,7 +253,7 @@ void tellAfterConfirm(const KvdTuiifInitiateServiceCfm& cfm, u32 isFirstStart)
     KvdLoz6TuReg_initSfnInitTime(dateOf(cfm.sfnInitTime));
     TuPktsync_selectionMode(cfm.selectionQlMode);
     KvdLoz6TuSlowpi_selectionMode(cfm.selectionQlMode);
-    if (KvdLoz6Idpi_start() != 0)
+    if (KvdLoz6TuSlave_connEstablish(IDPI_PROTOCOL_REV) != 0)
         KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO, "failed to initiate IDPI subscription");
     KvdLoz6TuIifAdm_sendIdl2ModeInd();
     KvdLoz6Idpi_resendLinkStatus();
@@ -291,7 +292,7 @@ void onInitiateServiceCfm(const KvdTuiifInitiateServiceCfm* received, PROCESS se
 
     const u32 isMaster = tuiif::isMaster() ? 1 : 0;
     if (KvdLoz6BiraIifAdm_started() == 0 && KvdLoz6BiraIifAdm_initiate(isMaster) != 0)
-        KvdLoz6TuMgr_startHardware(IDL_MODE_NONE, 0);
+        KvdLoz6TuMgr_startHardware(HW_IDL_MODE_NOT_AVAILABLE, 0);
 
     const u32 isFirstStart = s->startState == TUIIF_LOZ6_STARTED ? 1 : 0;
     const u8 outEmuMode = saved.gpsOut == 1 ? 1 : saved.hptsiOut == 1 ? 2 : 0;

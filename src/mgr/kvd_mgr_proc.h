@@ -19,8 +19,13 @@ void KvdLoz6TuMgr_setPids(PROCESS manager, PROCESS fifo, PROCESS pktsync);
 /// isFirstStart 1 at the first confirmation, 0 at a peer restart; masterSlaveMode 0 slave, 1 master;
 /// outEmuMode 1 GPS output, 2 HPTSI output, 0 none.
 void KvdLoz6TuMgr_restartComponents(u32 isFirstStart, u8 timeMode, u8 masterSlaveMode, u8 outEmuMode);
-/// Hardware set-up, at most once a program life. idlMode 0 not available, 1, 2; restart is the cold flag
-/// that goes with 1 and 2.
+/// Which unit's hardware is set up; not the numbering of the link's type (iif/kvd_biraiifadm.h).
+enum HardwareIdlMode : u32 {
+    HW_IDL_MODE_NOT_AVAILABLE = 0,     // no basic function: this program sets all of it up
+    HW_IDL_MODE_1 = 1,
+    HW_IDL_MODE_2 = 2,
+};
+/// Hardware set-up, at most once a program life; `restart` is the cold flag that goes with IDL 1 and 2.
 void KvdLoz6TuMgr_startHardware(u32 idlMode, u32 restart);
 
 /// The halted state: serves nothing until the main processor dies, then returns to the main loop.

@@ -88,7 +88,7 @@ void KvdLoz6TuMgr_startHardware(u32 idlMode, u32 restart)
 {
     if (s->hardwareStarted != 0) return;
     s->hardwareStarted = 1;
-    if (idlMode == IDL_MODE_NONE) {
+    if (idlMode == HW_IDL_MODE_NOT_AVAILABLE) {
         s->hwInitResult = static_cast<u32>(tuHwIf_initiate(s->coldRestart, 0));
         tuHwif_startIntProc();
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "biraiif idlMode: KVD_BIRAIIF_IDL_MODE_NOT_AVAILABLE");

@@ -67,7 +67,7 @@ void onRefInterrupt(const KvdTuhwifRefInterrupt* ind)
 void onIdl2SyncData(const Signal* sig)
 {
     if (isMaster()) return;
-    if (KvdLoz6TuSlave_idl2SyncData(sig) == 1) KvdLoz6TuRef_idlInterrupt(IDLPORT_2);
+    if (KvdLoz6TuReg_handleIdl2Slave(sig) == 1) KvdLoz6TuRef_idlInterrupt(IDLPORT_2);
 }
 
 void onIdl2Delay()

@@ -63,6 +63,8 @@ enum IdlState : u32 {
     IDL_WAIT_TO_RESTORE = 4
 };
 u32  KvdLoz6TuRef_idlState(u32 port);
+/// Starts a port's supervision with 1, ends it with any other value.
+void KvdLoz6TuRef_idlSupervision(u32 port, u32 on);
 /// The main processor went away: both ports unknown, tuiifRefState 0.
 void KvdLoz6TuRef_idlReset();
 /// Request of the port data or server interface: supervision of port 2 starts from IDL_ON.

@@ -86,7 +86,6 @@ void KvdLoz6TuRef_onFilterTimeout(const KvdTurefTimeoutInd* ind);
 
 // ---- inter-unit links ---------------------------------------------------------------------------
 void KvdLoz6TuRef_idlClear();
-void KvdLoz6TuRef_idlSupervision(u32 port, u32 on);
 void KvdLoz6TuRef_onIdlHoTimeout(u32 port);
 void KvdLoz6TuRef_onIdlWtrTimeout(u32 port);
 void KvdLoz6TuRef_onIdlSupervisionTimeout(u32 port);

@@ -15,6 +15,7 @@
 #include "ose/module_data.h"
 #include "ref/kvd_ref.h"
 #include "ref/kvd_ref_int.h"
+#include "refs/kvd_slave_select.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_measure.h"
@@ -336,20 +337,13 @@ int selectNoRef(Ids ids)
 int selectIdl1(Ids ids)
 {
     moveBlockOn(IDL1_REF);
-    if (!routeHardware(HALI_NO_HW_SYNC_REF)) return 0;   // the link comes in by its own interrupt
-    KvdLoz6TuReg_configRefType(TU_SR_IDL1_REF, ids.froId, ids.froClassNo);
-    updateClients(IDL1_REF, ids, TU_SR_IDL1_REF);
-    if (KvdLoz6TuReg_slavePllState() == SLAVE_PLL_Uninitialized && KvdLoz6TuReg_regState() > WARMUP)
-        KvdLoz6TuReg_slavePll_init(SLAVE_PLL_Unlocked);
-    return 1;
+    return KvdLoz6TuSlave_selectIdl1(ids.froId, ids.froClassNo);
 }
 
 int selectIdl2(Ids ids)
 {
     moveBlockOn(IDL2_REF);
-    KvdLoz6TuReg_configRefType(TU_SR_IDL2_REF, ids.froId, ids.froClassNo);
-    updateClients(IDL2_REF, ids, TU_SR_IDL2_REF);
-    return 1;
+    return KvdLoz6TuSlave_selectIdl2(ids.froId, ids.froClassNo);
 }
 
 // ---- GPS out sync link --------------------------------------------------------------------------

@@ -12,6 +12,7 @@
 #include "ref/kvd_ref_int.h"
 #include "ref/kvd_ref_select.h"
 #include "refs/kvd_hptsi.h"
+#include "refs/kvd_slave_select.h"
 #include "reg/kvd_reg.h"
 
 namespace {
@@ -390,8 +391,8 @@ void KvdLoz6TuRef_onPathSupervision(const KvdTuiifSynchPathSupInd* ind)
     switch (ind->refType) {
     case TU_REF:      superviseTuRef(*ind);                                       break;
     case PDH_SDH_REF: supervisePdhSdh(*ind);                                      break;
-    case IDL1_REF:    KvdLoz6TuRef_idlSupervision(IDLPORT_1, ind->on);            break;
-    case IDL2_REF:    KvdLoz6TuRef_idlSupervision(IDLPORT_2, ind->on);            break;
+    case IDL1_REF:    KvdLoz6TuSlave_idl1LinkInd(ind->on);                        break;
+    case IDL2_REF:    KvdLoz6TuSlave_idl2LinkInd(ind->on);                        break;
     case GPS_REF:     superviseReceiver(*ind, KvdLoz6TuGps_supervision);          break;
     case HPTSI_REF:   superviseReceiver(*ind, KvdLoz6TuHptsi_supervision);        break;
     case GPSOSL_REF:  superviseReceiver(*ind, KvdLoz6GpsOsl_supervision);         break;

@@ -1,11 +1,45 @@
-// kvd_slave.h - Slave unit's measurements on the inter-unit links.
+// kvd_slave.h - Time between the two units of a node. IDL1 carries a word each way on the boards'
+// BFN link; on IDL2 the port server measures the delays and the main processor hands them over.
+// Both give the slave a phase difference, local less master's, for its loop; the slave's coarse
+// time is kept at the master's here. The master's answer on IDL1 is here too.
+// Owner   the manager process; only kvd_slave*.cpp write this module's state.
+// Units   seconds; delay words are halves of a 64-bit count of ps.
+// Errors  a measurement that can't be used is dropped with a trace.
 #pragma once
 #include "ose/types.h"
 
 struct Signal;
 
+/// What a measurement of a slave brought, as the history shows it.
+enum SlavePllEvent : u32 {
+    EV_SLAVE_PLL_UNEVENTFUL_MEASUREMENT = 0,
+    EV_SLAVE_PLL_BFN_READ_ERROR = 1,
+    EV_SLAVE_PLL_UNRELIABLE_MEASUREMENT = 2,          // among the first ones of Unlocked
+    EV_SLAVE_PLL_5MS_ANOMALY = 3,                     // the frequency pre-step met a step above 1 ms
+    EV_SLAVE_PLL_EXPLICIT_FREQ_SYNC = 4,              // a frequency pre-step
+    EV_SLAVE_PLL_TARGETDIFF_UPDATED = 5,
+    EV_SLAVE_PLL_REVERT_TO_EXPLICIT_FREQ_SYNC = 6,    // the second update in a row
+    EV_SLAVE_PLL_PROCEEDING_TO_LOCKED_W_JUMP = 7,
+    EV_SLAVE_PLL_PROCEEDING_TO_LOCKED = 8,
+    EV_SLAVE_PLL_JUMP_WITHIN_LOCKED = 9,
+    EV_SLAVE_PLL_DEGRADING_TO_UNLOCKED = 10,
+};
+
+/// Interrupt of the BFN input: a master answers, a slave in IDL mode 1 measures and echoes.
 void KvdLoz6TuSlave_handleIdlInt();
-/// KVD_TUIIF_IDL2_SYNC_DATA_IND: 1 when the port's link machine is to see an interrupt.
-int  KvdLoz6TuSlave_idl2SyncData(const Signal* sig);
-/// Sync data stopped (1) or flows (0).
+/// KVD_TUIIF_IDL2_SYNC_DATA_IND: 1 when a measurement was finished.
+int  KvdLoz6TuReg_handleIdl2Slave(const Signal* sig);
+
+/// Sync data stopped (1) or flows (0). While it is stopped no time data goes out.
 void KvdLoz6TuSlave_idl2SyncDataStopped(u32 stopped);
+u32  KvdLoz6TuSlave_isIdl2SyncDataStopped();
+/// IDL2 begins anew with its coarse stage: the hardware has been handed back.
+void KvdLoz6TuSlave_idl2Reset();
+
+/// The event of the IDL1 record that is being written; cleared at each interrupt.
+void KvdLoz6TuSlave_setSlavePllEvent(u32 event);
+/// With `keep` 1 the ring is copied to its snapshot: the time before an event, for the printout.
+void KvdLoz6TuSlave_logIdl1History(u32 keep);
+void KvdLoz6TuSlave_logIdl2History(u32 keep);
+/// State of both links and the two snapshots; part of the "tureg" section of kvdinfo.
+void KvdLoz6TuSlave_printInfo();

@@ -379,7 +379,7 @@ void KvdLoz6TuReg_sendTimeData()
     const MeasStateVar& meas = KvdLoz6TuReg_measStateVar();
     constexpr double NEAR_WRAP = 1.0;      // s
     const bool wraps = t_f < NEAR_WRAP || period - t_f < NEAR_WRAP;
-    if (s->masterSlaveMode != 0 && (meas.jump_idl1 != 0.0 || wraps)) {
+    if (s->masterSlaveMode != 0 && (meas.jump_idl1 != 0 || wraps)) {
         KVD_TRACE(TRACE_TUREG, TRACE_3,
                   "Do not send TimeDataInd from master when jump flag is set or "
                   "sfc is wrapping around.");
@@ -427,6 +427,8 @@ void   KvdLoz6TuReg_clearReceivedTimeData() { s->receivedTimeDataInd = 0; }
 void   KvdLoz6TuReg_countHistoryUse(bool fromMsi) { ++(fromMsi ? s->msiUsed : s->flashUsed); }
 u32    KvdLoz6TuReg_badTempReported() { return s->badTempReported; }
 
+void KvdLoz6TuReg_startReadTempTimer() { startReadTempTimer(); }
+
 void KvdLoz6TuReg_startIdl2LinkRestartTimer()
 {
     if (s->idl2LinkRestartTimer != 0) return;
@@ -434,6 +436,13 @@ void KvdLoz6TuReg_startIdl2LinkRestartTimer()
         ose::request_tmo(regulator::IDL2_LINK_RESTART_TMO_ms, KVD_TUREG_IDL2_LINK_RESTART_TIMEOUT);
     if (s->idl2LinkRestartTimer == 0)
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "IDL2 link restart tmo request failed!");
+}
+
+void KvdLoz6TuReg_cancelIdl2LinkRestartTimer()
+{
+    if (s->idl2LinkRestartTimer != 0) ose::cancel_tmo(&s->idl2LinkRestartTimer);
+    s->idl2LinkRestartTimer = 0;
+    s->idl2LinkRestart = 0;
 }
 
 u32  KvdLoz6TuReg_idl2LinkRestart() { return s->idl2LinkRestart; }

@@ -75,8 +75,13 @@ void KvdLoz6TuReg_setCalibrationExpiry(const char* text);
 void KvdLoz6TuReg_countHistoryUse(bool fromMsi);
 /// 1 while SoCPRI regulation is suspended for an oscillator temperature out of range.
 u32  KvdLoz6TuReg_badTempReported();
+/// Starts the temperature tick unless it runs. An IDL2 slave's begins with the take-over of the
+/// hardware, and ends when that is given back.
+void KvdLoz6TuReg_startReadTempTimer();
 /// Restart of the IDL2 link in synchronous mode: a timer of 400 ms, and the mark that it leaves.
 void KvdLoz6TuReg_startIdl2LinkRestartTimer();
+/// Also takes back the mark of a timer that has run out.
+void KvdLoz6TuReg_cancelIdl2LinkRestartTimer();
 u32  KvdLoz6TuReg_idl2LinkRestart();
 void KvdLoz6TuReg_clearIdl2LinkRestart();
 /// 1 while the regulator works on a selected reference.

@@ -147,9 +147,7 @@ void moveLastTime(TimePair step)
 /// Time data of a master waits until the other unit has echoed the jump.
 void raiseJumpFlag()
 {
-    constexpr u32 IDL1_PORT = 0;
-    if (KvdLoz6TuReg_isMaster() != 0 && KvdLoz6TuReg_getPortSupervised(IDL1_PORT) != 0)
-        KvdLoz6TuReg_setJumpIdl1(1.0);
+    if (KvdLoz6TuReg_isMaster() != 0) KvdLoz6TuReg_setJumpIdl1();
 }
 
 }  // namespace

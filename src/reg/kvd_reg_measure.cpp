@@ -155,6 +155,7 @@ void KvdLoz6TuReg_measInitiate(const MeasInitiation& values)
     v.delta0_slave_c = 0.0;
     v.delta0_slave_f = 0.0;
     v.refBreak = 0;
+    v.mean_dsfc = 0.0;
     v.max_locked_diff = 0.0;
     v.max_locked_interval_diff = 0.0;
     v.jump_idl1 = values.jump_idl1;
@@ -315,6 +316,33 @@ void KvdLoz6TuReg_adjustSlaveOffset(double c, double f)
     v.delta0_slave_f = offset.f;
 }
 
+TimePair KvdLoz6TuReg_getSlaveOffset() { return {s->var.delta0_slave_c, s->var.delta0_slave_f}; }
+
+void KvdLoz6TuReg_clearSlaveOffset()
+{
+    s->var.delta0_slave_c = 0.0;
+    s->var.delta0_slave_f = 0.0;
+}
+
+void KvdLoz6TuReg_noteLockedDiff(double z)
+{
+    const double diff = std::fabs(z);
+    if (diff > s->var.max_locked_diff) s->var.max_locked_diff = diff;
+    if (diff > s->var.max_locked_interval_diff) s->var.max_locked_interval_diff = diff;
+}
+
+u32 KvdLoz6TuReg_countMeasurement(u32 z_i)
+{
+    if (z_i >= Z_I_COUNT) return 0;
+    s->var.m[z_i] += 1.0;
+    return static_cast<u32>(s->var.m[z_i]);
+}
+
+void KvdLoz6TuReg_restartMeasurementCount(u32 z_i)
+{
+    if (z_i < Z_I_COUNT) s->var.m[z_i] = 0.0;
+}
+
 TimePair KvdLoz6TuReg_getOffset() { return {s->var.delta0_c, s->var.delta0_f}; }
 
 void KvdLoz6TuReg_setOffset(double c, double f)
@@ -359,14 +387,17 @@ void KvdLoz6TuReg_setPortSupervised(u32 supervised, u32 port)
     if (port < std::size(s->portSupervised)) s->portSupervised[port] = supervised;
 }
 
-u32 KvdLoz6TuReg_getPortSupervised(u32 port)
-{
-    return port < std::size(s->portSupervised) ? s->portSupervised[port] : 0;
-}
-
 void KvdLoz6TuReg_setHistCountDown(double ticks) { s->var.histCountDown = ticks; }
 void KvdLoz6TuReg_setCalibrationCountDown(double seconds) { s->var.calibrationCountDown = seconds; }
-void KvdLoz6TuReg_setJumpIdl1(double jump) { s->var.jump_idl1 = jump; }
+
+void KvdLoz6TuReg_setJumpIdl1()
+{
+    constexpr u32 IDL1_PORT = 0;
+    if (s->portSupervised[IDL1_PORT] != 0) s->var.jump_idl1 = 1;
+}
+
+void KvdLoz6TuReg_clearJumpIdl1() { s->var.jump_idl1 = 0; }
+u8   KvdLoz6TuReg_jumpIdl1() { return s->var.jump_idl1; }
 u32  KvdLoz6TuReg_coldRestartFlag() { return s->coldRestartFlag; }
 void KvdLoz6TuReg_clearColdRestartFlag() { s->coldRestartFlag = 0; }
 u8   KvdLoz6TuReg_getPktRate() { return s->var.pktRate; }

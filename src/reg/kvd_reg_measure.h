@@ -52,7 +52,9 @@ struct MeasStateVar {
     std::array<double, Z_I_COUNT> m{};
     std::array<double, Z_I_COUNT> R_all{};
     double histCountDown = 0;          // temperature ticks
-    double mean_dsfc = 0, max_locked_diff = 0, max_locked_interval_diff = 0, jump_idl1 = 0;
+    double mean_dsfc = 0;              // printed only
+    double max_locked_diff = 0, max_locked_interval_diff = 0;   // s, phase differences of a slave
+    u8 jump_idl1 = 0;                  // a time adjustment of the master that IDL1 is to tell
     u8 pktRate = 0;
     double calibrationCountDown = 0;   // s
     u8 refBreak = 0;
@@ -69,7 +71,7 @@ struct MeasInitiation {
     const std::array<double, Z_I_COUNT>* m = nullptr;       // nullptr: cold-start values
     const std::array<double, Z_I_COUNT>* R_all = nullptr;   // nullptr: cold-start values
     double vTmin = 0, vTmax = 0;
-    double jump_idl1 = 0;
+    u8 jump_idl1 = 0;
     bool coldRestart = false;
 };
 void KvdLoz6TuReg_measInitiate(const MeasInitiation& values);
@@ -101,6 +103,13 @@ void   KvdLoz6TuReg_restartMeasNoise(u32 z_i);
 /// 1 when applied, 0 when at most 4.9e-8 s in all (SoCPRI is exempt from that limit).
 int    KvdLoz6TuReg_adjustOffset(double c, double f);
 void   KvdLoz6TuReg_adjustSlaveOffset(double c, double f);
+TimePair KvdLoz6TuReg_getSlaveOffset();
+void   KvdLoz6TuReg_clearSlaveOffset();
+/// The largest phase differences take a slave's |z| when it is larger.
+void   KvdLoz6TuReg_noteLockedDiff(double z);
+/// Adds one to m[z_i] of a measurement that bypasses the estimator; answers the new count.
+u32    KvdLoz6TuReg_countMeasurement(u32 z_i);
+void   KvdLoz6TuReg_restartMeasurementCount(u32 z_i);
 TimePair KvdLoz6TuReg_getOffset();
 void   KvdLoz6TuReg_setOffset(double c, double f);
 /// Moves delta0_c alone, by whole seconds.
@@ -119,8 +128,10 @@ void   KvdLoz6TuReg_setHistCountDown(double ticks);
 void   KvdLoz6TuReg_setCalibrationCountDown(double seconds);
 u8     KvdLoz6TuReg_getPktRate();
 void   KvdLoz6TuReg_setPktRate(u8 rate);
-u32    KvdLoz6TuReg_getPortSupervised(u32 port);
-void   KvdLoz6TuReg_setJumpIdl1(double jump);
+/// Raises the jump flag of IDL1, but only while its port is supervised: nobody would echo it.
+void   KvdLoz6TuReg_setJumpIdl1();
+void   KvdLoz6TuReg_clearJumpIdl1();
+u8     KvdLoz6TuReg_jumpIdl1();
 u32    KvdLoz6TuReg_coldRestartFlag();
 void   KvdLoz6TuReg_clearColdRestartFlag();
 /// True while the regulator's state lets measurements in.

@@ -1,29 +1,188 @@
-// The phase-locked loops aren't part of this load yet: they stay uninitialised, the Kalman path regulates.
-#include "reg/kvd_reg_pll.h"
+// Core of the loops: their variables, start, reads, and the neighbours' operations.
+#include "reg/kvd_reg_pll_int.h"
 
+#include "gps/kvd_gps_out.h"
+#include "hw/kvd_hwif.h"
+#include "iif/kvd_biraiifadm.h"
+#include "iif/kvd_iifadm.h"
+#include "iif/tuiif_sig.h"
 #include "mgr/trace_groups.h"
+#include "node/platform.h"
 #include "node/trace.h"
+#include "ose/module_data.h"
+#include "refs/kvd_idpi.h"
+#include "refs/kvd_slave.h"
+#include "refs/kvd_slave_warm.h"
+#include "reg/kvd_reg.h"
+#include "reg/kvd_reg_control.h"
+#include "reg/kvd_reg_history.h"
+#include "reg/kvd_reg_jump.h"
+#include "reg/kvd_reg_measure.h"
+#include "socpri/kvd_socpri.h"
+
+#include <iterator>
+
+using node::shellPrintf;
 
 namespace {
 
-void traceNotThere(u32 wanted)
-{
-    if (wanted != PLL_Uninitialized)
-        KVD_TRACE(TRACE_PLL, TRACE_ERROR, "loop isn't in this load, state=%u not entered", wanted);
-}
+constexpr u32 TIME_ACCURACY_ns = 50;             // at the first lock
+
+constexpr const char* STATE_TEXT[] = {
+    "PLL_Uninitialized", "PLL_PreJumpStart", "PLL_PreJumpHist",
+    "PLL_Unlocked", "PLL_OffsetLocked", "PLL_Locked",
+    "PLL_Freq_Holdover", "PLL_Offset_Holdover", "PLL_Locked_Holdover"};
+constexpr const char* SLAVE_STATE_TEXT[] = {"SLAVE_PLL_Uninitialized", "SLAVE_PLL_Unlocked",
+                                            "SLAVE_PLL_Locked"};
+constexpr const char* MODE_TEXT[] = {"-", "GPSOSL", "IDL1", "IDL2", "SOCPRI"};
+
+struct State {
+    pll::Pll pll;
+    const pll::Needs* needs = nullptr;           // a test's own
+};
+ose::ModuleData<State> s;
+
+constexpr pll::Needs NEEDS = {
+    .selectedRef = KvdLoz6TuReg_selectedRef,
+    .isMaster = [] { return KvdLoz6TuReg_isMaster() != 0; },
+    .idlMode = KvdLoz6BiraIifAdm_idlMode,
+    .currentFreqOffset = tuHwIf_getCurrentFreqOffset,
+    .adjustFrequency = tuHwIf_adjustFrequency,
+    .adjustOffset = [](double c, double f) { KvdLoz6TuReg_adjustOffset(c, f); },
+    .offset = KvdLoz6TuReg_getOffset,
+    .clearOffset = [] { KvdLoz6TuReg_setOffset(0.0, 0.0); },
+    .adjustSlaveOffset = KvdLoz6TuReg_adjustSlaveOffset,
+    .slaveOffset = KvdLoz6TuReg_getSlaveOffset,
+    .clearSlaveOffset = KvdLoz6TuReg_clearSlaveOffset,
+    .adjustTime = KvdLoz6TuReg_adjust_time,
+    .clearMod = [] { KvdLoz6TuReg_setMod(0.0); },
+    .writeHistory = KvdLoz6TuReg_writeHistoryFromPll,
+    .lastRegulatorState = KvdLoz6TuIifAdm_reportPllState,
+    .lastSlaveRegulatorState = KvdLoz6TuIifAdm_reportSlavePllState,
+    .setFreqLocked = [] { KvdLoz6TuReg_setRegState(FREQLOCKED); },
+    .report = KvdLoz6TuIifAdm_updateRadioClockState,
+    .timeAccuracy = [] { KvdLoz6TuIifAdm_sendTimeAccuracyNow(TIME_ACCURACY_ns); },
+    .tellGpsOut = KvdLoz6GpsOut_pllStateChanged,
+    .action = KvdLoz6TuSoCpri_inrsi_action,
+    .timeDataEqual = KvdLoz6TuReg_socpriTimeDataEqual,
+    .answerContinuation = KvdLoz6TuSoCpri_inrsi_answerContinuation,
+    .armContinuation = KvdLoz6TuSoCpri_inrsi_armContinuation,
+    .timeSyncSucceeded = KvdLoz6TuSoCpri_inrsi_timeSyncSucceeded,
+    .timeSyncFailed = KvdLoz6TuSoCpri_inrsi_timeSyncFailed,
+    .storeYi =
+        [](double yi) {
+            KvdLoz6SlaveWarm_setYi(yi);
+            KvdLoz6SlaveWarm_write("pll_filter");
+        },
+    .slaveEvent = KvdLoz6TuSlave_setSlavePllEvent,
+    .tellIdl1Locked =
+        [](bool isLocked) {
+            KvdLoz6BiraIifAdm_idl1ClkState(
+                isLocked ? IDPI_CLK_STATUS_LOCKED : IDPI_CLK_STATUS_FREE_RUNNING, 0);
+        },
+    .unableToTimeLock = KvdLoz6BiraIifAdm_unableToTimeLock,
+    .sendClkStatus = KvdLoz6Idpi_sendClkStatus,
+    .storeClkStatus =
+        [](u32 clkStatus, const char* caller) {
+            KvdLoz6SlaveWarm_setIdpiClkStatus(clkStatus);
+            KvdLoz6SlaveWarm_write(caller);
+        },
+    .startType = KvdLoz6BiraIifAdm_startType,
+    .isTimeSyncAsked = [] { return KvdLoz6BiraIifAdm_timeTuningOngoing() != 0; },
+    .tellFineTime = [] { KvdLoz6TuIifAdm_updateRadioClockState(KVD_TUIIF_SLAVE_FRAME_LOCKED); },
+};
 
 }  // namespace
 
-u32 KvdLoz6TuReg_pllState() { return PLL_Uninitialized; }
-u32 KvdLoz6TuReg_slavePllState() { return SLAVE_PLL_Uninitialized; }
-void KvdLoz6TuReg_pll_init(u32 pllState) { traceNotThere(pllState); }
-void KvdLoz6TuReg_slavePll_init(u32 slavePllState) { traceNotThere(slavePllState); }
-void KvdLoz6TuReg_pll_setState(u32 pllState) { traceNotThere(pllState); }
-void KvdLoz6TuReg_slavePll_setState(u32 slavePllState) { traceNotThere(slavePllState); }
-void KvdLoz6TuReg_pll_toHoldover() { traceNotThere(PLL_Freq_Holdover); }
-void KvdLoz6TuReg_pll_clearEmptyHOVector() {}
-bool KvdLoz6TuReg_pllIsLocked() { return false; }
-bool KvdLoz6TuReg_pllIsHoldover() { return false; }
-double KvdLoz6TuReg_pll_targetDiff() { return 0.0; }
-void KvdLoz6TuReg_pll_setTargetDiff(double) {}
-void KvdLoz6TuReg_pllPrintInfo() {}
+pll::Pll& pll::vars() { return s->pll; }
+const pll::Needs& pll::needs() { return s->needs != nullptr ? *s->needs : NEEDS; }
+void pll::setNeeds(const Needs* replacement) { s->needs = replacement; }
+
+bool pll::takeStateChanged()
+{
+    const bool isFirst = s->pll.stateChanged != 0;
+    s->pll.stateChanged = 0;
+    return isFirst;
+}
+
+void KvdLoz6TuReg_pll_init(u32 pllState)
+{
+    pll::changeState(pllState);
+    s->pll.stateChanged = 1;
+    if (pll::isSoCpri()) pll::needs().clearOffset();
+    pll::needs().clearMod();
+    s->pll.yi = pll::needs().currentFreqOffset();
+}
+
+void KvdLoz6TuReg_slavePll_init(u32 slavePllState)
+{
+    pll::changeSlaveState(slavePllState);
+    s->pll.stateChanged = 1;
+    pll::needs().clearMod();
+    s->pll.yi = pll::needs().currentFreqOffset();
+    const bool isIdl2 = pll::needs().idlMode() == KVD_BIRAIIF_IDL_MODE_2;
+    KVD_TRACE(TRACE_PLL, TRACE_INFO,
+              isIdl2 ? "%s() - IDL2 slave mode detected" : "%s() - IDL1 slave mode detected",
+              __func__);
+    pll::setSlaveGains(isIdl2);
+}
+
+void KvdLoz6TuReg_slavePll_control(double phaseDiff)
+{
+    if (pll::needs().idlMode() == KVD_BIRAIIF_IDL_MODE_2) pll::controlIdl2(phaseDiff);
+    else                                                  pll::controlIdl1(phaseDiff);
+}
+
+u32  KvdLoz6TuReg_pllState() { return s->pll.currState; }
+u32  KvdLoz6TuReg_slavePllState() { return s->pll.currSlaveState; }
+bool KvdLoz6TuReg_pllIsLocked()
+{
+    return s->pll.currState == PLL_OffsetLocked || s->pll.currState == PLL_Locked;
+}
+bool KvdLoz6TuReg_pllIsHoldover() { return s->pll.currState >= PLL_Freq_Holdover; }
+
+void   KvdLoz6TuReg_pll_clearEmptyHOVector() { s->pll.emptyHOVector = 0; }
+double KvdLoz6TuReg_pll_targetDiff() { return s->pll.targetDiff; }
+void   KvdLoz6TuReg_pll_setTargetDiff(double targetDiff) { s->pll.targetDiff = targetDiff; }
+void   KvdLoz6TuReg_slavePll_setYi(double yi) { s->pll.yi = yi; }
+double KvdLoz6TuReg_pll_extAccFreqOffset() { return s->pll.extAccFreqOffset; }
+void   KvdLoz6TuReg_pll_setExtAccFreqOffset(double offset) { s->pll.extAccFreqOffset = offset; }
+u8     KvdLoz6TuReg_pll_regulationMode() { return s->pll.regulationMode; }
+void   KvdLoz6TuReg_pll_setRegulationMode(u8 mode) { s->pll.regulationMode = mode; }
+
+const char* KvdLoz6TuReg_pllStateText(u32 pllState)
+{
+    return pllState < std::size(STATE_TEXT) ? STATE_TEXT[pllState] : "unknown";
+}
+
+const char* KvdLoz6TuReg_slavePllStateText(u32 slavePllState)
+{
+    return slavePllState < std::size(SLAVE_STATE_TEXT) ? SLAVE_STATE_TEXT[slavePllState]
+                                                       : "unknown";
+}
+
+void KvdLoz6TuReg_pllPrintInfo()
+{
+    const pll::Pll& p = s->pll;
+    shellPrintf("\n***** PLL *****\n");
+    shellPrintf("   state                : %s (before %s)\n", KvdLoz6TuReg_pllStateText(p.currState),
+                KvdLoz6TuReg_pllStateText(p.prevState));
+    shellPrintf("   slave state          : %s (before %s)\n",
+                KvdLoz6TuReg_slavePllStateText(p.currSlaveState),
+                KvdLoz6TuReg_slavePllStateText(p.prevSlaveState));
+    shellPrintf("   targetDiff           : %g s\n", p.targetDiff);
+    shellPrintf("   Kp, Ki, yi           : %g, %g, %.9g\n", p.Kp, p.Ki, p.yi);
+    shellPrintf("   extAccFreqOffset     : %g\n", p.extAccFreqOffset);
+    shellPrintf("   holdover vector      : %u of %u, mean %.9g\n", pll::vectorFill(),
+                pll::HO_VECTOR, pll::vectorMean());
+    shellPrintf("   histPllCountDown     : %d s\n", static_cast<i32>(p.histPllCountDown));
+    shellPrintf("   regulation mode      : %u\n", p.regulationMode);
+    for (u32 i = 0; i < pll::LOG_ENTRIES; ++i) {
+        const pll::LogEntry& entry = p.log[(p.logIndex + i) % pll::LOG_ENTRIES];
+        if (entry.mode == pll::MODE_NONE) continue;
+        const bool isSlave = entry.mode == pll::MODE_IDL1 || entry.mode == pll::MODE_IDL2;
+        shellPrintf("   %.27s  %-6s  %s\n", entry.time, MODE_TEXT[entry.mode],
+                    isSlave ? KvdLoz6TuReg_slavePllStateText(entry.state)
+                            : KvdLoz6TuReg_pllStateText(entry.state));
+    }
+}

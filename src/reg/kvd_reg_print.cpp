@@ -1,6 +1,7 @@
 // "tureg" section of kvdinfo.
 #include "mgr/trace_groups.h"
 #include "node/platform.h"
+#include "refs/kvd_slave.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_estimate.h"
@@ -123,7 +124,7 @@ void KvdLoz6TuReg_measPrintInfo()
     shellPrintf("   histCountDown        : %g ticks of 2.1 s\n   calibrationCountDown : %g s\n",
                 v.histCountDown, v.calibrationCountDown);
     shellPrintf(
-        "   mean_dsfc, jump_idl1 : %g, %g\n   max_locked           : diff %g, interval diff %g\n",
+        "   mean_dsfc, jump_idl1 : %g, %u\n   max_locked           : diff %g, interval diff %g\n",
         v.mean_dsfc, v.jump_idl1, v.max_locked_diff, v.max_locked_interval_diff);
     shellPrintf("   coldRestartFlag      : %u\n   portSupervised       : %u, %u\n",
                 s.coldRestartFlag, s.portSupervised[0], s.portSupervised[1]);
@@ -148,4 +149,5 @@ void KvdLoz6TuReg_printInfo()
     KvdLoz6TuReg_estimatePrintInfo();
     KvdLoz6TuReg_controlPrintInfo();
     KvdLoz6TuReg_pllPrintInfo();
+    KvdLoz6TuSlave_printInfo();
 }

@@ -39,6 +39,10 @@ void KvdLoz6TuSoCpri_inrsi_sendBfnJumpInfo(u32) {}
 void KvdLoz6TuSoCpri_inrsi_noMoreBfnJumpsExpected(u32) {}
 void KvdLoz6TuSoCpri_inrsi_restartPhaseTimer() {}
 void KvdLoz6TuSoCpri_inrsi_bfnAlignCompleted(u32) {}
+void KvdLoz6TuSoCpri_inrsi_answerContinuation(u32) {}
+void KvdLoz6TuSoCpri_inrsi_armContinuation() {}
+void KvdLoz6TuSoCpri_inrsi_timeSyncSucceeded() {}
+void KvdLoz6TuSoCpri_inrsi_timeSyncFailed() {}
 void KvdLoz6InrsiSdu_resendLinkStates() {}
 void KvdLoz6InrsiSdu_sendBfnJumpInfo(u32) {}
 void KvdLoz6Inrsi_printInfo()

@@ -59,6 +59,12 @@ void KvdLoz6TuSoCpri_inrsi_sendBfnJumpInfo(u32 enabled);
 void KvdLoz6TuSoCpri_inrsi_noMoreBfnJumpsExpected(u32 isLong);
 void KvdLoz6TuSoCpri_inrsi_restartPhaseTimer();       // of the port in focus, 100 ms
 void KvdLoz6TuSoCpri_inrsi_bfnAlignCompleted(u32 status);
+/// What the loop tells: at each of its steps and at the end of a holdover the answer to a request to
+/// continue, once it is armed; then how time synchronisation went.
+void KvdLoz6TuSoCpri_inrsi_answerContinuation(u32 status);
+void KvdLoz6TuSoCpri_inrsi_armContinuation();
+void KvdLoz6TuSoCpri_inrsi_timeSyncSucceeded();
+void KvdLoz6TuSoCpri_inrsi_timeSyncFailed();
 void KvdLoz6InrsiSdu_resendLinkStates();
 /// Orders of the main processor: 1 when taken. Ports 0 to 5 are CPRI ports A to F, 6 is port X.
 int  KvdLoz6Socpri_startScan(u8 port);

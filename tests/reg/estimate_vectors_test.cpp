@@ -1,5 +1,6 @@
 // Replay of check values: prediction, estimate steps, grading, steering, look-aheads, repair, a
 // closed loop.
+#include "iif/kvd_biraiifadm_int.h"
 #include "reg/kvd_reg_matrix.h"
 #include "reg/support/regulator_unit.h"
 #include "support/vectors.h"
@@ -166,6 +167,8 @@ void start(const json& init)
     measure::state().var.histCountDown = 1.0;
     measure::state().var.calibrationCountDown = 1.0;
     RegulatorUnit::beMaster(init["unit"]["master"] != 0);
+    bira::state().idlMode =
+        init["unit"]["idlMode"] == 2 ? KVD_BIRAIIF_IDL_MODE_2 : KVD_BIRAIIF_IDL_MODE_1;
     KvdLoz6TuReg_forceRegState(init["control"]["regState"].get<u8>());
     KvdLoz6TuReg_setJumpState(JUMP_NOT_NEEDED);
 }

@@ -114,16 +114,16 @@ TEST(NodeTime, NewDateOfFrameZeroMovesTheOffset)
 
 TEST(OtherUnit, TimeDataGoesUnlessTheCounterIsMoving)
 {
-    struct Case { const char* what; u8 master; double t_f; double jump; std::size_t sent; };
+    struct Case { const char* what; u8 master; double t_f; bool jump; std::size_t sent; };
     for (const Case& c : std::to_array<Case>({
-             {"master",                        1, 500.0,  0.0, 1},
-             {"master, 1.1 s before the wrap", 1, 1022.9, 0.0, 1},
-             {"master, 0.9 s before the wrap", 1, 1023.1, 0.0, 0},
-             {"master, 0.9 s after the wrap",  1, 0.9,    0.0, 0},
-             {"master, 1.1 s after the wrap",  1, 1.1,    0.0, 1},
-             {"master in a jump",              1, 500.0,  1.0, 0},
-             {"slave near the wrap",           0, 1023.9, 0.0, 1},
-             {"slave in a jump",               0, 500.0,  1.0, 1}})) {
+             {"master",                        1, 500.0,  false, 1},
+             {"master, 1.1 s before the wrap", 1, 1022.9, false, 1},
+             {"master, 0.9 s before the wrap", 1, 1023.1, false, 0},
+             {"master, 0.9 s after the wrap",  1, 0.9,    false, 0},
+             {"master, 1.1 s after the wrap",  1, 1.1,    false, 1},
+             {"master in a jump",              1, 500.0,  true,  0},
+             {"slave near the wrap",           0, 1023.9, false, 1},
+             {"slave in a jump",               0, 500.0,  true,  1}})) {
         SCOPED_TRACE(c.what);
         MeasureBench bench;
         bench.connect();
@@ -131,7 +131,8 @@ TEST(OtherUnit, TimeDataGoesUnlessTheCounterIsMoving)
         bench.run(c.t_f);
         bench.in([&] {
             regulator::state().masterSlaveMode = c.master;
-            KvdLoz6TuReg_setJumpIdl1(c.jump);
+            KvdLoz6TuReg_setPortSupervised(1, 0);
+            if (c.jump) KvdLoz6TuReg_setJumpIdl1();
             KvdLoz6TuReg_setOffset(-5.0, 0.25);
             KvdLoz6TuReg_setLastTime(3072.0, 499.0);
             estimator::state().var.x_est = {1e-6, 2e-9, 0, 0, 0, 0};

@@ -1,0 +1,316 @@
+// Hand-over of the hardware between the basic function and this program, and the slave's warm data.
+#include "hw/kvd_hwif.h"
+#include "iif/kvd_biraiifadm_int.h"
+#include "iif/kvd_iifadm.h"
+#include "iif/tuiif_sig.h"
+#include "mgr/trace_groups.h"
+#include "node/sig.h"
+#include "node/trace.h"
+#include "ref/kvd_ref.h"
+#include "refs/kvd_idpi.h"
+#include "refs/kvd_slave.h"
+#include "refs/kvd_slave_warm.h"
+#include "reg/kvd_reg.h"
+#include "reg/kvd_reg_handover.h"
+#include "reg/kvd_reg_pll.h"
+
+using bira::state;
+
+namespace {
+
+constexpr OSTIME BASIC_RESTART_ms  = 10000;
+constexpr OSTIME IDL1_CLK_STATE_ms = 1200000;   // 20 min
+constexpr u8 ORDERED_SYNCH_PORT = 1;            // of a link type that the main processor orders
+
+/// The loop begins on the link, and the clock follows the other unit in frequency.
+void startSlaveLoop()
+{
+    KvdLoz6TuReg_slavePll_init(SLAVE_PLL_Unlocked);
+    KvdLoz6TuIifAdm_reportSlavePllState(SLAVE_PLL_Unlocked);
+    KvdLoz6TuIifAdm_updateRadioClockState(KVD_TUIIF_SLAVE_FREQUENCY_LOCKED);
+}
+
+/// Keeps the rest of the warm data. `done` is the trace of success.
+void storeClkStatus(u32 idpiClkStatus, const char* caller, const char* done)
+{
+    KvdLoz6SlaveWarm_setIdpiClkStatus(idpiClkStatus);
+    if (KvdLoz6SlaveWarm_write(caller) != 0) KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "%s", done);
+}
+constexpr const char* STORED_LOCKED = "idpiClkStatus = CLK_STATUS_LOCKED stored in slave MSI memory";
+
+template <typename T>
+void sendToServer(T*& sig)
+{
+    if (state().biraServPid != 0) {
+        node::sendTo(state().biraServPid, sig);
+        return;
+    }
+    KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR, "%s isn't there, signal 0x%x not sent",
+              BIRA_SERVER_NAME, sig->sigNo);
+    Signal* unsent = reinterpret_cast<Signal*>(sig);
+    sig = nullptr;
+    ose::free_buf(&unsent);
+}
+
+}  // namespace
+
+// ---- taking and giving --------------------------------------------------------------------------
+
+void bira::tellMasterServer()
+{
+    KvdLoz6TuIifAdm_sendIdl2SetMasterServerReq(state().timeTuningOngoing);
+}
+
+void bira::takeOver()
+{
+    state().timeTuningOngoing = 1;
+    state().hasHwControl = 1;
+    storeClkStatus(IDPI_CLK_STATUS_LOCKED, __func__,
+                   "Set idpiClkStatus = IDPI_CLK_STATUS_LOCKED, in slave warm MSI memory.");
+    KvdLoz6TuReg_idl2Go();
+    KvdLoz6TuReg_slavePll_setState(SLAVE_PLL_Uninitialized);
+    if (KvdLoz6Idpi_portAvailable() != 0) {
+        KvdLoz6Idpi_startRequestTimer();
+        KvdLoz6TuRef_idl2Supervise();
+    }
+    startSlaveLoop();
+    tuHwif_startIntProc();
+}
+
+void bira::onFreqLocked()
+{
+    if (state().persistentFreqLock == 0) takeOver();
+    tellMasterServer();
+}
+
+void bira::giveUp(bool tell)
+{
+    state().timeTuningOngoing = 0;
+    state().hasHwControl = 0;
+    KvdLoz6TuReg_idl2Stop();
+    tuHwif_killIntProc();
+    KvdLoz6Idpi_stopRequestTimer();
+    KvdLoz6TuSlave_idl2Reset();
+    KvdLoz6Idpi_clearDelayData(IDPI_PORTS);
+    if (tell) {
+        auto* ind =
+            node::make<KvdBiraiifUnableToTimeLockInd>(KVD_BIRAIIF_UNABLE_TO_TIME_LOCK_IND);
+        ind->synchPortNo = state().synchPortNo;
+        sendToServer(ind);
+    }
+    KvdLoz6TuIifAdm_reportSlavePllState(SLAVE_PLL_Uninitialized);
+    resetSlaveMsi(IDPI_CLK_STATUS_FREE_RUNNING);
+    tellMasterServer();
+}
+
+int KvdLoz6BiraIifAdm_unableToTimeLock()
+{
+    if (state().biraInitiated == 0) return 1;
+    bira::giveUp(true);
+    return 0;
+}
+
+void bira::becomeIdl1Slave()
+{
+    KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "IDL1 Detected.");
+    if (state().hasHwControl == 0 || state().timeTuningOngoing != 0) {
+        if (state().hasHwControl == 0) {
+            KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "IDL1 Detected. Taking Hardware control.");
+            state().hasHwControl = 1;
+        }
+        if (KvdLoz6TuReg_initiateState() == TUREG_INIT)
+            KvdLoz6TuIifAdm_updateRadioClockState(KVD_TUIIF_SLAVE_FREE_RUNNING);
+        state().timeTuningOngoing = 0;
+        KvdLoz6TuReg_resetIdl1Slave();
+    }
+    tuHwif_startIntProc();
+    KvdLoz6TuIifAdm_reportSlavePllState(SLAVE_PLL_Unlocked);
+    startIdl1ClkStateTimer();
+}
+
+// ---- warm data ----------------------------------------------------------------------------------
+
+void bira::initiateWithSlaveMsi(u32 expired)
+{
+    const u32 isReady = KvdLoz6SlaveWarm_ready() != 0 ? 1 : 0;
+    const u32 isRead = isReady != 0 && KvdLoz6SlaveWarm_read() != 0 ? 1 : 0;
+    const u32 idpiClkStatus = isRead != 0 ? KvdLoz6SlaveWarm_data().idpiClkStatus : 0;
+    KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO,
+              "Initiate with slave with Slave MSI. isIdl2SlaveMsiReady=%u, isIdl2SlaveMsiRead=%u, "
+              "idpiClkStatus=%u, isBiraUpTimerExpired=%u",
+              isReady, isRead, idpiClkStatus, expired);
+    state().timeTuningOngoing = 1;
+    state().hasHwControl = 1;
+    KvdLoz6BiraIifAdm_setIdl2InitState(IDL2_WARM_INIT_SUCCEEDED);
+    if (isRead != 0 && expired == 0 && idpiClkStatus > IDPI_CLK_STATUS_FREE_RUNNING) {
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO,
+                  "IDL2 slave MSI initialization after warm successful.");
+        state().fromSlaveMsi = 1;
+        KvdLoz6SlaveWarm_setRestored();
+        return;
+    }
+    KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Initiate with Slave MSI failed");
+    resetSlaveMsi(IDPI_CLK_STATUS_LOCKED);
+}
+
+void bira::resetSlaveMsi(u32 idpiClkStatus)
+{
+    KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Stop using Slave MSI data.");
+    state().fromSlaveMsi = 0;
+    if (KvdLoz6SlaveWarm_reset(idpiClkStatus, __func__) != 0)
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO,
+                  "Set idpiClkStatus = FREE_RUNNING, in slave warm MSI memory.");
+}
+
+void KvdLoz6BiraIifAdm_finishWarmStart()
+{
+    KvdLoz6TuReg_idl2Go();
+    startSlaveLoop();
+    const u32 idpiClkStatus = KvdLoz6SlaveWarm_data().idpiClkStatus;
+    KvdLoz6Idpi_sendClkStatus(static_cast<u8>(idpiClkStatus));
+    KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Initiate with Slave MSI is DONE.");
+    KvdLoz6BiraIifAdm_setIdl2InitState(IDL2_WARM_INIT_FINISHED);
+    KvdLoz6TuRef_idl2Supervise();
+}
+
+// ---- the basic function is gone -----------------------------------------------------------------
+
+void bira::startBasicRestartTimer()
+{
+    if (state().basicRestartTimer != 0) {
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Basic restart tmo already started.");
+        return;
+    }
+    state().basicRestartTimer = ose::request_tmo(BASIC_RESTART_ms, KVD_BIRAIIF_BASIC_RESTART_TMO);
+    if (state().basicRestartTimer == 0)
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR, "Basic restart tmo failed to start!");
+    else
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Basic restart tmo requested.");
+}
+
+void bira::onBasicRestartTimeout()
+{
+    // One that was queued when the server came back in time has no effect any more.
+    if (state().basicRestartTimer == 0) return;
+    state().basicRestartTimer = 0;
+    state().hasHwControl = 1;
+    state().timeTuningOngoing = 0;
+    KvdLoz6Idpi_stopRequestTimer();
+    if (state().idlMode == KVD_BIRAIIF_IDL_MODE_1) return;
+    state().idlMode = KVD_BIRAIIF_IDL_MODE_1;
+    KvdLoz6TuReg_resetIdl1Slave();
+    tuHwif_startIntProc();
+    KvdLoz6TuIifAdm_updateRadioClockState(KVD_TUIIF_SLAVE_FREE_RUNNING);
+    KvdLoz6TuIifAdm_sendIdl2ModeInd();
+}
+
+// ---- clock state of an IDL1 slave ---------------------------------------------------------------
+
+void bira::startIdl1ClkStateTimer()
+{
+    if (state().idl1ClkStateTimer != 0) {
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Idl1 slave IDPI clk state tmo already started.");
+        return;
+    }
+    state().idl1ClkStateTimer = ose::request_tmo(IDL1_CLK_STATE_ms, KVD_BIRAIIF_IDL1_CLK_STATE_TMO);
+    if (state().idl1ClkStateTimer == 0)
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR,
+                  "Idl1 slave IDPI clk state tmo failed to start!");
+    else
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Idl1 slave IDPI clk state tmo requested.");
+}
+
+void bira::onIdl1ClkStateTimeout()
+{
+    if (state().idl1ClkStateTimer == 0) return;   // it was cancelled when this was queued already
+    state().idl1ClkStateTimer = 0;
+    KvdLoz6BiraIifAdm_idl1ClkState(IDPI_CLK_STATUS_LOCKED, 0);
+}
+
+namespace {
+
+void sendFreeRunning(const char* caller)
+{
+    if (KvdLoz6Idpi_sendClkStatus(IDPI_CLK_STATUS_FREE_RUNNING) != 0)
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO,
+                  "%s(): Unable to send IDPI_CLK_STATUS_FREE_RUNNING - IDPI Server is not "
+                  "available.",
+                  caller);
+}
+
+void sendLocked(const char* caller)
+{
+    if (KvdLoz6Idpi_sendClkStatus(IDPI_CLK_STATUS_LOCKED) != 0)
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO,
+                  "%s(): Unable to send IDPI_CLK_STATUS_LOCKED - IDPI Server is not available.",
+                  caller);
+}
+
+}  // namespace
+
+void KvdLoz6BiraIifAdm_idl1ClkState(u32 clkStatus, u32 again)
+{
+    if (getBoardType() != BVQ3 || state().idlMode != KVD_BIRAIIF_IDL_MODE_1) return;
+    if (clkStatus == IDPI_CLK_STATUS_LOCKED) {
+        if (state().idl1ClkStateTimer != 0) ose::cancel_tmo(&state().idl1ClkStateTimer);
+        state().idl1ClkStateTimer = 0;
+        if (KvdLoz6SlaveWarm_data().idpiClkStatus == IDPI_CLK_STATUS_NOT_SET || again == 1) {
+            KvdLoz6SlaveWarm_setIdpiClkStatus(IDPI_CLK_STATUS_FREE_RUNNING);
+            sendFreeRunning(__func__);
+        }
+        sendLocked(__func__);
+    } else if (clkStatus == IDPI_CLK_STATUS_FREE_RUNNING) {
+        sendFreeRunning(__func__);
+    } else {
+        return;
+    }
+    storeClkStatus(clkStatus, __func__, STORED_LOCKED);
+}
+
+// ---- orders of the main processor ---------------------------------------------------------------
+
+namespace {
+
+void linkTypeOrdered(u32 idl2Type)
+{
+    KvdBiraiifIdl2LinkInd ind{KVD_BIRAIIF_IDL2_LINK_IND, static_cast<u8>(idl2Type), 0,
+                              ORDERED_SYNCH_PORT, 1};
+    bira::linkIndication(ind);
+}
+
+}  // namespace
+
+void KvdLoz6BiraIifAdm_selectIdlType(u32 idl2Type, u8 synchPortNo)
+{
+    storeClkStatus(IDPI_CLK_STATUS_LOCKED, __func__, STORED_LOCKED);
+    if (KvdLoz6TuReg_slavePllState() == SLAVE_PLL_Uninitialized &&
+        idl2Type == KVD_BIRAIIF_IDL_MODE_1)
+        KvdLoz6TuReg_slavePll_init(SLAVE_PLL_Unlocked);
+    linkTypeOrdered(idl2Type);
+    if (idl2Type == KVD_BIRAIIF_IDL_MODE_1)
+        KvdLoz6BiraIifAdm_idl1ClkState(IDPI_CLK_STATUS_LOCKED, 1);
+    else if (idl2Type == KVD_BIRAIIF_IDL_MODE_2 && state().persistentFreqLock == 0)
+        bira::takeOver();
+    auto* req = node::make<KvdBiraiifIdl2SelectIdlTypeReq>(KVD_BIRAIIF_IDL2_SELECT_IDL_TYPE_REQ);
+    req->idl2Type = idl2Type;
+    req->synchPortNo = synchPortNo;
+    sendToServer(req);
+}
+
+void KvdLoz6BiraIifAdm_togglePersistentFreqLock(u32 value, u8 synchPortNo)
+{
+    state().persistentFreqLock = value;
+    if (value == 1 && state().biraInitiated != 0) bira::giveUp(false);
+    auto* req = node::make<KvdBiraiifIdl2TogglePersistentFreqLockReq>(
+        KVD_BIRAIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_REQ);
+    req->persistentFreqLock = value;
+    req->synchPortNo = synchPortNo;
+    sendToServer(req);
+}
+
+void bira::onTogglePersistentFreqLockCfm()
+{
+    if (state().persistentFreqLock == 1)
+        KvdLoz6TuIifAdm_updateRadioClockState(KVD_TUIIF_SLAVE_FREE_RUNNING);
+    state().persistentFreqLock = 0;
+}

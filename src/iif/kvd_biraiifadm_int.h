@@ -1,0 +1,55 @@
+// kvd_biraiifadm_int.h - What the sources of the BIRA client share: start negotiation and link
+// indications (kvd_biraiifadm.cpp), hand-over of the hardware (kvd_biraiifadm_handover.cpp).
+#pragma once
+#include "iif/bira_sig.h"
+#include "iif/kvd_biraiifadm.h"
+#include "ose/ose.h"
+
+namespace bira {
+
+struct State {
+    PROCESS biraServPid = 0;
+    AttachRef attach = 0;
+    u8  startType = KVD_BIRAIIF_RESTART_NOT_AVAILABLE;
+    u32 isMaster = 0;
+    u32 biraInitiated = 0;             // the link type has been received and acted on
+    u32 biraUnavailable = 0;           // there is no server, or it refused
+    u32 hasHwControl = 0;
+    u32 timeTuningOngoing = 0;
+    u8  idlMode = KVD_BIRAIIF_IDL_MODE_1;
+    u8  synchPortNo = 0;
+    TimerRef basicRestartTimer = 0;
+    TimerRef idl1ClkStateTimer = 0;
+    u32 persistentFreqLock = 0;
+    u32 idl2InitState = IDL2_WARM_INIT_UNKNOWN;
+    u32 fromSlaveMsi = 0;              // the stored warm data counted
+    bool hunting = false;              // a hunt is out
+    u32 unanswered = 0;                // waits in the start that ran out, for the report
+};
+State& state();
+
+inline bool isSlave() { return state().isMaster == 0; }
+
+/// What a link indication of the server brings, or an order of the main processor in its place.
+void linkIndication(const KvdBiraiifIdl2LinkInd& ind);
+/// The slave takes the hardware and starts to tune its time on the link.
+void takeOver();
+/// And lets go of it; the server is told when `tell`.
+void giveUp(bool tell);
+/// A slave's start from its warm data; `expired` is the link indication's data flag.
+void initiateWithSlaveMsi(u32 expired);
+/// "Stop using Slave MSI data.": the region then holds nothing but this clock status.
+void resetSlaveMsi(u32 idpiClkStatus);
+/// The main processor makes the other unit serve this one with time data while it tunes its time.
+void tellMasterServer();
+/// The link turned out, or has become, IDL1: this program takes the hardware of a slave.
+void becomeIdl1Slave();
+
+void onFreqLocked();
+void onTogglePersistentFreqLockCfm();
+void onBasicRestartTimeout();
+void onIdl1ClkStateTimeout();
+void startBasicRestartTimer();
+void startIdl1ClkStateTimer();
+
+}  // namespace bira

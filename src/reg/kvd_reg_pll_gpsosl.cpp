@@ -1,0 +1,187 @@
+// The loop of a master on the GPS out sync link, a sample a second.
+#include "reg/kvd_reg_pll_int.h"
+
+#include "hw/kvd_hwif.h"
+#include "iif/tuiif_sig.h"
+#include "mgr/trace_groups.h"
+#include "node/trace.h"
+#include "ose/module_data.h"
+
+#include <cmath>
+
+namespace {
+
+constexpr double NEW_TARGET_s = 5e-7;            // in Unlocked
+constexpr double BAND_s = 5e-8;
+constexpr double LOCKED_LIMIT_s = 1e-7;
+constexpr u8  STABLE = 5;                        // more samples than these
+constexpr u8  UNRELIABLE = 2;                    // first samples that don't count
+constexpr u32 DRIFTING_AFTER = 100;              // samples
+constexpr u32 HOLDOVER_SAMPLES = 12;
+
+struct State {
+    pll::Counters c;
+};
+ose::ModuleData<State> s;
+
+/// The phase is stable where the target is: locked there, or at zero once it is moved.
+void proceed()
+{
+    pll::Pll& p = pll::vars();
+    if (std::fabs(p.targetDiff) < BAND_s) {
+        const TimePair delta0 = pll::needs().offset();
+        pll::changeState(tuHwIf_isOverOneIncrement(delta0.c, delta0.f) ? PLL_OffsetLocked
+                                                                       : PLL_Locked);
+        return;
+    }
+    pll::changeState(PLL_OffsetLocked);
+    pll::needs().adjustOffset(0.0, p.targetDiff);
+    p.targetDiff = 0.0;
+}
+
+void preJump(double phaseDiff)
+{
+    pll::takeStateChanged();
+    pll::needs().adjustOffset(0.0, phaseDiff);
+    const TimePair delta0 = pll::needs().offset();
+    pll::needs().adjustTime(-delta0.c, -delta0.f);
+    pll::needs().clearOffset();
+    pll::filter(0.0);
+    pll::changeState(PLL_Unlocked);
+}
+
+void unlocked(double phaseDiff)
+{
+    pll::Pll& p = pll::vars();
+    pll::Counters& c = s->c;
+    if (pll::takeStateChanged()) {
+        p.targetDiff = 0.0;
+        c = {};
+        p.histPllCountDown = pll::HIST_OFF;
+    }
+    p.writeToFlash = 0;
+    if (c.unreliableMeasCnt < UNRELIABLE) {
+        ++c.unreliableMeasCnt;
+        ++c.samples;
+        return;
+    }
+    if (c.samples > DRIFTING_AFTER) pll::needs().report(KVD_TUIIF_FREQUENCY_DRIFTING);
+    const double d = std::fabs(phaseDiff - p.targetDiff);
+    if (d > NEW_TARGET_s) {
+        p.targetDiff = phaseDiff;
+        c.changeStateCounter = 0;
+    } else if (d < BAND_s) {
+        ++c.changeStateCounter;
+    } else if (c.changeStateCounter > 0) {
+        --c.changeStateCounter;
+    }
+    if (c.changeStateCounter > STABLE) {
+        proceed();
+        c.changeStateCounter = 0;
+    } else {
+        pll::filter(phaseDiff - p.targetDiff);
+    }
+    ++c.samples;
+}
+
+void offsetLocked(double phaseDiff)
+{
+    pll::Pll& p = pll::vars();
+    pll::Counters& c = s->c;
+    if (pll::takeStateChanged()) {
+        c.changeStateCounter = 0;
+        p.writeToFlash = 1;
+        p.histPllCountDown = pll::HIST_OFF;
+    }
+    if (std::fabs(phaseDiff - p.targetDiff) > BAND_s) {
+        ++c.changeStateCounter;
+    } else {
+        c.changeStateCounter = 0;
+        pll::filter(phaseDiff - p.targetDiff, p.writeToFlash);
+        p.writeToFlash = 0;
+    }
+    if (c.changeStateCounter <= STABLE) return;
+    KVD_TRACE(TRACE_PLL, TRACE_INFO,
+              "*** Transiting from OffsetLocked to Unlocked! *** %s() - phaseDiff %-17.16g [s], "
+              "targetDiff %-17.16g [s]",
+              "KvdLoz6TuReg_pll_control", phaseDiff, p.targetDiff);
+    pll::changeState(PLL_Unlocked);
+}
+
+void locked(double phaseDiff)
+{
+    pll::Pll& p = pll::vars();
+    pll::Counters& c = s->c;
+    if (pll::takeStateChanged()) {
+        c = {};
+        p.writeToFlash = 1;
+        p.histPllCountDown = pll::HIST_OFF;
+        if (p.timeAccuracyIndSent == 0) pll::needs().timeAccuracy();
+        p.timeAccuracyIndSent = 1;
+    }
+    if (std::fabs(phaseDiff) <= LOCKED_LIMIT_s) {
+        p.targetDiff = 0.0;
+        c = {};
+        pll::filter(phaseDiff, p.writeToFlash);
+        p.writeToFlash = 0;
+        return;
+    }
+    if (c.unreliableMeasCnt < UNRELIABLE) {
+        ++c.unreliableMeasCnt;
+        return;
+    }
+    if (++c.changeToUnlockedCounter == 1) {
+        p.targetDiff = phaseDiff;
+        c.changeToOffsetLockedCounter = 0;
+    }
+    if (std::fabs(phaseDiff - p.targetDiff) < BAND_s) ++c.changeToOffsetLockedCounter;
+    if (c.changeToOffsetLockedCounter > STABLE) {
+        pll::changeState(PLL_OffsetLocked);
+        pll::needs().adjustOffset(0.0, p.targetDiff);
+        p.targetDiff = 0.0;
+    } else if (c.changeToUnlockedCounter > STABLE) {
+        pll::changeState(PLL_Unlocked);
+    }
+}
+
+/// Measurements are back. No filter runs: the frequency stays as the holdover left it.
+void holdover(double phaseDiff)
+{
+    pll::Pll& p = pll::vars();
+    pll::Counters& c = s->c;
+    if (pll::takeStateChanged()) {
+        c = {};
+        p.targetDiff = phaseDiff;
+        p.histPllCountDown = pll::HIST_OFF;
+    }
+    if (std::fabs(phaseDiff - p.targetDiff) < BAND_s) {
+        ++c.changeStateCounter;
+    } else {
+        c.changeStateCounter = 0;
+        p.targetDiff = phaseDiff;
+    }
+    if (++c.samples >= HOLDOVER_SAMPLES) {
+        pll::changeState(PLL_Unlocked);
+    } else if (c.changeStateCounter > STABLE) {
+        proceed();
+        c = {};
+    }
+}
+
+}  // namespace
+
+void KvdLoz6TuReg_pll_control(double phaseDiff)
+{
+    const u32 state = pll::vars().currState;
+    switch (state) {
+    case PLL_PreJumpStart:
+    case PLL_PreJumpHist:     return preJump(phaseDiff);
+    case PLL_Unlocked:        return unlocked(phaseDiff);
+    case PLL_OffsetLocked:    return offsetLocked(phaseDiff);
+    case PLL_Locked:          return locked(phaseDiff);
+    case PLL_Freq_Holdover:
+    case PLL_Offset_Holdover:
+    case PLL_Locked_Holdover: return holdover(phaseDiff);
+    default:                  return pll::traceFaulty(__func__, state);
+    }
+}

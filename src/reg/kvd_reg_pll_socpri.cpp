@@ -1,0 +1,192 @@
+// The loop of a master on a SoCPRI link, ten samples a second: as that of the GPS out sync link, with
+// limits of its own and the link client told at each stage.
+#include "reg/kvd_reg_pll_int.h"
+
+#include "mgr/trace_groups.h"
+#include "node/trace.h"
+#include "ose/module_data.h"
+#include "socpri/kvd_socpri.h"
+
+#include <cmath>
+
+namespace {
+
+constexpr double NEW_TARGET_s = 1e-7;
+constexpr double BAND_s = 2e-8;
+constexpr double LOCKED_LIMIT_s = 4e-8;
+constexpr u8  STABLE = 20, STABLE_BFN_ALIGN = 100;   // in Unlocked, more samples than these
+constexpr u8  OFFSET_LOST = 5;                       // in OffsetLocked
+constexpr u8  STABLE_LOCKED = 10;                    // in Locked and in holdover
+constexpr u8  UNRELIABLE = 2;
+constexpr u32 FAILED_AFTER = 600;                    // samples in Unlocked
+constexpr u32 HOLDOVER_SAMPLES = 102;
+constexpr u32 CONTINUED = 2, NOT_CONTINUED = 6;      // of a continuation, to the client
+
+struct State {
+    pll::Counters c;
+};
+ose::ModuleData<State> s;
+
+bool isBfnAlign() { return pll::needs().action() == INRSI_CLIENT_ACTION_BFN_ALIGN; }
+
+/// The filter, as far as the operator lets it.
+void regulate(double x)
+{
+    pll::Pll& p = pll::vars();
+    switch (p.regulationMode) {
+    case REGULATION_ON: return pll::filter(x);
+    case REGULATION_HOLDOVER_WITH_VECTOR:
+        pll::needs().adjustFrequency(pll::vectorMean());
+        p.regulationMode = REGULATION_OFF;
+        return;
+    default: return;
+    }
+}
+
+/// Phase at zero and counters at the other end's: time is there. Else a jump is to come.
+u32 lockState()
+{
+    const bool isTime =
+        std::fabs(pll::vars().targetDiff) < BAND_s && pll::needs().timeDataEqual();
+    return isTime ? PLL_Locked : PLL_OffsetLocked;
+}
+
+void unlocked(double phaseDiff)
+{
+    pll::Pll& p = pll::vars();
+    pll::Counters& c = s->c;
+    if (pll::takeStateChanged()) {
+        p.targetDiff = 0.0;
+        c = {};
+        p.histPllCountDown = pll::HIST_OFF;
+    }
+    p.writeToFlash = 0;
+    if (c.unreliableMeasCnt < UNRELIABLE) {
+        ++c.unreliableMeasCnt;
+        ++c.samples;
+        return;
+    }
+    if (c.samples > FAILED_AFTER) pll::needs().timeSyncFailed();
+    const double d = std::fabs(phaseDiff - p.targetDiff);
+    if (d > NEW_TARGET_s) {
+        p.targetDiff = phaseDiff;
+        c.changeStateCounter = 0;
+    } else if (d < BAND_s) {
+        ++c.changeStateCounter;
+    } else if (c.changeStateCounter > 0) {
+        --c.changeStateCounter;
+    }
+    if (c.changeStateCounter > (isBfnAlign() ? STABLE_BFN_ALIGN : STABLE)) {
+        if (!isBfnAlign()) pll::changeState(lockState());
+        pll::needs().timeSyncSucceeded();
+        c.changeStateCounter = 0;
+    } else {
+        regulate(phaseDiff - p.targetDiff);
+    }
+    ++c.samples;
+}
+
+void offsetLocked(double phaseDiff)
+{
+    pll::Pll& p = pll::vars();
+    pll::Counters& c = s->c;
+    if (pll::takeStateChanged()) {
+        c.changeStateCounter = 0;
+        p.histPllCountDown = pll::HIST_OFF;
+    }
+    if (std::fabs(phaseDiff - p.targetDiff) > BAND_s) {
+        ++c.changeStateCounter;
+    } else {
+        c.changeStateCounter = 0;
+        regulate(phaseDiff - p.targetDiff);
+    }
+    if (c.changeStateCounter <= OFFSET_LOST) return;
+    KVD_TRACE(TRACE_PLL, TRACE_INFO,
+              "*** Transiting from OffsetLocked to Unlocked! *** %s() - phaseDiff %-17.16g [s], "
+              "targetDiff %-17.16g [s]",
+              "KvdLoz6TuReg_soCpriPll_control", phaseDiff, p.targetDiff);
+    pll::changeState(PLL_Unlocked);
+}
+
+void locked(double phaseDiff)
+{
+    pll::Pll& p = pll::vars();
+    pll::Counters& c = s->c;
+    if (pll::takeStateChanged()) {
+        c = {};
+        p.histPllCountDown = pll::HIST_OFF;
+        if (p.timeAccuracyIndSent == 0) pll::needs().timeAccuracy();
+        p.timeAccuracyIndSent = 1;
+    }
+    if (std::fabs(phaseDiff) <= LOCKED_LIMIT_s) {
+        p.targetDiff = 0.0;
+        c = {};
+        regulate(phaseDiff);
+        return;
+    }
+    if (c.unreliableMeasCnt < UNRELIABLE) {
+        ++c.unreliableMeasCnt;
+        return;
+    }
+    if (++c.changeToUnlockedCounter == 1) {
+        if (std::fabs(phaseDiff) > NEW_TARGET_s) p.targetDiff = phaseDiff;
+        c.changeToOffsetLockedCounter = 0;
+    }
+    if (std::fabs(phaseDiff - p.targetDiff) < BAND_s) ++c.changeToOffsetLockedCounter;
+    if (c.changeToOffsetLockedCounter > STABLE_LOCKED) pll::changeState(PLL_OffsetLocked);
+    else if (c.changeToUnlockedCounter > STABLE_LOCKED) pll::changeState(PLL_Unlocked);
+}
+
+void endHoldover()
+{
+    const bool isNear = std::fabs(pll::vars().targetDiff) < BAND_s;
+    pll::changeState(lockState());
+    if (isNear) {
+        pll::needs().armContinuation();
+        pll::needs().answerContinuation(CONTINUED);
+    }
+    s->c = {};
+}
+
+void holdover(double phaseDiff)
+{
+    pll::Pll& p = pll::vars();
+    pll::Counters& c = s->c;
+    if (pll::takeStateChanged()) {
+        c = {};
+        if (std::fabs(phaseDiff) > NEW_TARGET_s) p.targetDiff = phaseDiff;
+        p.histPllCountDown = pll::HIST_OFF;
+    }
+    if (++c.samples >= HOLDOVER_SAMPLES) {
+        pll::changeState(PLL_Unlocked);
+        c = {};
+        pll::needs().answerContinuation(NOT_CONTINUED);
+        return;
+    }
+    const double d = std::fabs(phaseDiff - p.targetDiff);
+    if (d < BAND_s) ++c.changeStateCounter;
+    else            c.changeStateCounter = 0;
+    if (d > NEW_TARGET_s) {
+        p.targetDiff = phaseDiff;
+        return;
+    }
+    if (c.changeStateCounter > STABLE_LOCKED) endHoldover();
+    else                                      regulate(phaseDiff - p.targetDiff);
+}
+
+}  // namespace
+
+void KvdLoz6TuReg_soCpriPll_control(double phaseDiff)
+{
+    pll::needs().answerContinuation(CONTINUED);
+    const u32 state = pll::vars().currState;
+    switch (state) {
+    case PLL_Unlocked:        return unlocked(phaseDiff);
+    case PLL_OffsetLocked:    return offsetLocked(phaseDiff);
+    case PLL_Locked:          return locked(phaseDiff);
+    case PLL_Freq_Holdover:
+    case PLL_Offset_Holdover:
+    case PLL_Locked_Holdover: return holdover(phaseDiff);
+    default:                  return pll::traceFaulty(__func__, state);
+    }
+}

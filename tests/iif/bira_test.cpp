@@ -1,0 +1,292 @@
+// The node's basic timing function and the unit: how both start, how the hardware changes hands, what a
+// slave keeps across a restart.
+#include "tests/refs/idl_unit.h"
+
+#include "hw/kvd_hwif.h"
+
+namespace {
+
+using bench::IdlUnit;
+using bench::idlConfig;
+using bench::MASTER;
+using bench::SLAVE;
+using sim::Answer;
+
+TEST(BiraStart, GivesTheHardwareToWhomTheServerSays)
+{
+    constexpr const char* ALONE = "biraiif idlMode: KVD_BIRAIIF_IDL_MODE_NOT_AVAILABLE";
+    struct Case {
+        const char* when;
+        u8 role;
+        bool present;
+        Answer answer;
+        u8 linkType;
+        u32 hwControl;
+        bool interrupts;
+        bool alone;
+        u32 idl2Told;
+    };
+    for (const Case& c : std::to_array<Case>({
+             {"no server, slave",     SLAVE,  false, Answer::Accept,  0, 1, true,  true,  0},
+             {"no server, master",    MASTER, false, Answer::Accept,  0, 1, true,  true,  0},
+             {"rejected",             SLAVE,  true,  Answer::Reject,  1, 1, true,  true,  0},
+             {"suspended",            SLAVE,  true,  Answer::Suspend, 1, 1, true,  true,  0},
+             {"IDL1, slave takes it", SLAVE,  true,  Answer::Accept,  0, 1, true,  false, 0},
+             {"IDL1, master",         MASTER, true,  Answer::Accept,  0, 1, true,  false, 0},
+             {"IDL2, slave waits",    SLAVE,  true,  Answer::Accept,  1, 0, false, false, 1},
+             {"IDL2, master",         MASTER, true,  Answer::Accept,  1, 1, true,  false, 1},
+             {"unknown link type",    SLAVE,  true,  Answer::Accept,  7, 0, false, false, 0}})) {
+        SCOPED_TRACE(c.when);
+        sim::NodeConfig config = idlConfig(c.role, c.present, c.linkType);
+        Answer answer = c.answer;
+        bench::Unit unit{config};
+        unit.node.bira().setAnswer(answer);
+        unit.node.powerOn();
+        unit.run(1.0);
+        EXPECT_EQ(unit.node.inProgram(KvdLoz6BiraIifAdm_hasHwControl), c.hwControl);
+        EXPECT_EQ(unit.node.inProgram(KvdLoz6BiraIifAdm_started), 1);
+        EXPECT_EQ(unit.node.system().find("Kvd_loz6_tuhwif_int_proc") != 0, c.interrupts);
+        EXPECT_EQ(unit.traced(ALONE), c.alone);
+        EXPECT_EQ(unit.traced("Failed to hunt for process: Syncdrv_proc"), !c.present);
+        EXPECT_EQ(unit.traced("Unknown linkType (7) received from syncDrv-LOZ4"), c.linkType == 7);
+        const sim::MpRecord* const told = unit.node.mainProcessor().last(KVD_TUIIF_IDL2_MODE_IND);
+        ASSERT_NE(told, nullptr);
+        EXPECT_EQ(told->as<KvdTuiifIdl2ModeInd>()->idl2Used, c.idl2Told);
+    }
+}
+
+// The start blocks as long as the server says nothing; the operator is told what it waits for.
+TEST(BiraStart, SaysWhatItWaitsFor)
+{
+    constexpr const char* SERVICE = "Syncdrv_proc doesn't answer, the start waits for the service";
+    constexpr const char* LINK = "Syncdrv_proc doesn't answer, the start waits for the link type";
+    {
+        SCOPED_TRACE("link type comes late");
+        bench::Unit unit{idlConfig(SLAVE)};
+        unit.node.bira().tellsLink = false;
+        unit.node.powerOn();
+        unit.run(25.0);
+        EXPECT_EQ(unit.traces(LINK), 2u);
+        EXPECT_EQ(unit.traces(SERVICE), 0u);
+        EXPECT_EQ(unit.node.mainProcessor().count(KVD_TUIIF_BVQ_STATUS_IND), 0u);
+        unit.node.bira().tellLink();
+        unit.run(20.0);
+        EXPECT_EQ(unit.traces(LINK), 2u);
+        EXPECT_EQ(unit.node.inProgram(KvdLoz6BiraIifAdm_idlMode), 1u);
+    }
+    {
+        SCOPED_TRACE("no answer at all, then it dies and comes back");
+        bench::Unit unit{idlConfig(SLAVE)};
+        unit.node.bira().setAnswer(Answer::Silent);
+        unit.node.powerOn();
+        unit.run(15.0);
+        EXPECT_EQ(unit.traces(SERVICE), 1u);
+        unit.node.bira().die();
+        unit.run(1.0);
+        EXPECT_TRUE(unit.traced("Syncdrv_proc died in the start"));
+        EXPECT_EQ(unit.node.inProgram(KvdLoz6BiraIifAdm_hasHwControl), 1u);
+        EXPECT_TRUE(unit.traced("biraiif idlMode: KVD_BIRAIIF_IDL_MODE_NOT_AVAILABLE"));
+        unit.node.bira().setAnswer(Answer::Accept);
+        unit.node.bira().start();
+        unit.run(1.0);
+        EXPECT_TRUE(unit.node.bira().connected());
+        EXPECT_EQ(unit.traces("tuHwIf_initiate coldStart"), 1u);
+    }
+}
+
+/// The other end's delay isn't stable; the eleventh sample in a row gives the hardware back.
+void unstableFarEnd(IdlUnit& unit, u32 samples)
+{
+    KvdTuiifIdl2SyncDataInd ind{};
+    ind.sigNo = KVD_TUIIF_IDL2_SYNC_DATA_IND;
+    ind.directConn = 1;
+    for (u32 i = 0; i < samples; ++i) unit.inject(ind);
+}
+
+TEST(BiraHandOver, GoesBothWays)
+{
+    sim::NodeConfig config = idlConfig(SLAVE);
+    config.idpi.ports = {{3, 2, 1, 1, 3}};
+    IdlUnit unit{config, 15.0};
+    EXPECT_EQ(unit.hwControl(), 0u);
+    EXPECT_EQ(unit.idpi().received(IDPI_GET_DELAY_REQ), 0u);
+
+    unit.run(6.0);                       // the server's clock is locked after 20 s
+    EXPECT_EQ(unit.hwControl(), 1u);
+    EXPECT_EQ(unit.timeTuning(), 1u);
+    EXPECT_TRUE(unit.interruptProcess());
+    EXPECT_EQ(unit.storedClkStatus(), 2u);
+    EXPECT_EQ(unit.mp().clockState(), 15);           // slave, locked in frequency
+    EXPECT_GT(unit.idpi().received(IDPI_GET_DELAY_REQ), 5u);
+    EXPECT_EQ(unit.mp().last(KVD_TUIIF_IDL2_SET_MASTER_SERVER_REQ)
+                  ->as<KvdTuiifIdl2SetMasterServerReq>()->masterServer, 1u);
+
+    unstableFarEnd(unit, 10);
+    EXPECT_EQ(unit.bira().handBacks(), 0u);
+    unstableFarEnd(unit, 1);
+    EXPECT_EQ(unit.bira().handBacks(), 1u);
+    EXPECT_EQ(unit.bira().handBackPort(), 2);
+    EXPECT_EQ(unit.hwControl(), 0u);
+    EXPECT_EQ(unit.timeTuning(), 0u);
+    EXPECT_FALSE(unit.interruptProcess());
+    EXPECT_EQ(unit.storedClkStatus(), 1u);
+    EXPECT_EQ(unit.mp().last(KVD_TUIIF_IDL2_SET_MASTER_SERVER_REQ)
+                  ->as<KvdTuiifIdl2SetMasterServerReq>()->masterServer, 0u);
+    const u32 asked = unit.idpi().received(IDPI_GET_DELAY_REQ);
+    unit.run(5.0);
+    EXPECT_EQ(unit.idpi().received(IDPI_GET_DELAY_REQ), asked);
+
+    unit.run(16.0);
+    EXPECT_EQ(unit.hwControl(), 1u);
+    EXPECT_TRUE(unit.interruptProcess());
+    EXPECT_GT(unit.idpi().received(IDPI_GET_DELAY_REQ), asked);
+}
+
+TEST(BiraHandOver, AskedForAgainChangesNothingOfTheHardwareStart)
+{
+    IdlUnit unit{idlConfig(SLAVE)};
+    unit.bira().tellLink();
+    unit.bira().tellLink();
+    unit.run(1.0);
+    EXPECT_EQ(unit.traces("tuHwIf_initiate coldStart"), 1u);
+    EXPECT_EQ(unit.traces("IDL2 Detected."), 3u);
+    EXPECT_EQ(unit.hwControl(), 0u);
+}
+
+// What the server sends out of turn, or too short, leaves the unit as it was.
+TEST(BiraHandOver, ForeignAnswersAreDropped)
+{
+    IdlUnit unit{idlConfig(SLAVE)};
+    unit.inject(Signal{KVD_BIRAIIF_INITIATE_SERVICE_REJ});
+    unit.inject(KvdBiraiifInitiateServiceCfm{KVD_BIRAIIF_INITIATE_SERVICE_CFM, 1, 1});
+    unit.inject(KvdBiraiifIdl2LinkInd{KVD_BIRAIIF_IDL2_LINK_IND, 0, 0, 0, 0}, 7);
+    EXPECT_EQ(unit.traces("answer not asked for, dropped"), 2u);
+    EXPECT_EQ(unit.hwControl(), 0u);
+    EXPECT_EQ(unit.get(KvdLoz6BiraIifAdm_idlMode), 1u);
+    unit.run(21.0);
+    EXPECT_EQ(unit.hwControl(), 1u);     // it still serves
+}
+
+TEST(BiraServerDown, LeavesTheHardwareToTheSlaveAfterTenSeconds)
+{
+    struct Case { const char* when; u8 role; u8 linkType; double gone_s; u32 control, idl2; u32 timers; };
+    for (const Case& c : std::to_array<Case>({
+             {"IDL2 slave, back in time",   SLAVE,  1, 9.5,  0, 1, 1},
+             {"IDL2 slave, gone for good",  SLAVE,  1, 10.5, 1, 0, 1},
+             {"IDL1 slave has it already",  SLAVE,  0, 10.5, 1, 0, 0},
+             {"master starts no timer",     MASTER, 1, 10.5, 1, 1, 0}})) {
+        SCOPED_TRACE(c.when);
+        sim::NodeConfig config = idlConfig(c.role, true, c.linkType);
+        config.bira.lock_ms = -1;
+        IdlUnit unit{config};
+        unit.bira().die();
+        unit.run(c.gone_s);
+        if (c.gone_s < 10.0) unit.bira().start();
+        unit.run(2.0);
+        EXPECT_EQ(unit.traces("Basic restart tmo requested."), c.timers);
+        EXPECT_EQ(unit.hwControl(), c.control);
+        EXPECT_EQ(unit.get(KvdLoz6BiraIifAdm_idlMode), c.idl2);
+        EXPECT_EQ(unit.interruptProcess(), c.control == 1);
+        EXPECT_EQ(unit.mp().last(KVD_TUIIF_IDL2_MODE_IND)->as<KvdTuiifIdl2ModeInd>()->idl2Used, c.idl2);
+    }
+}
+
+TEST(BiraOrders, PersistentFrequencyLockKeepsTheHardwareWithTheServer)
+{
+    sim::NodeConfig config = idlConfig(SLAVE);
+    config.apn = 3;                      // a unit that takes this order
+    IdlUnit unit{config, 22.0};
+    ASSERT_EQ(unit.hwControl(), 1u);
+    unit.bira().confirms = false;
+    const auto order = [&](u32 value) {
+        unit.mp().sendLayout(KvdTuiifIdl2TogglePersistentFreqLockReq{
+            KVD_TUIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_REQ, value, 4});
+        unit.run(0.1);
+    };
+    order(1);
+    EXPECT_EQ(unit.hwControl(), 0u);
+    EXPECT_EQ(unit.bira().handBacks(), 0u);          // it was ordered, not given up
+    EXPECT_EQ(unit.bira().persistentFreqLock(), 1u);
+    unit.bira().tellFreqLocked();
+    unit.run(0.1);
+    EXPECT_EQ(unit.hwControl(), 0u);
+    order(0);
+    unit.run(20.5);
+    EXPECT_EQ(unit.hwControl(), 1u);
+}
+
+TEST(BiraOrders, LinkTypeOrderedByTheMainProcessor)
+{
+    IdlUnit unit{idlConfig(SLAVE, true, 0), 3.0};
+    const auto order = [&](u32 type) {
+        unit.mp().sendLayout(
+            KvdTuiifIdl2SelectIdlTypeReq{KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ, type, 1});
+        unit.run(0.2);
+    };
+    order(1);                            // not while the master's end isn't the server
+    EXPECT_EQ(unit.get(KvdLoz6BiraIifAdm_idlMode), 0u);
+    unit.mp().sendLayout(KvdTuiifIdl2SetMasterServerCfm{KVD_TUIIF_IDL2_SET_MASTER_SERVER_CFM, 1});
+    order(1);
+    EXPECT_EQ(unit.get(KvdLoz6BiraIifAdm_idlMode), 1u);
+    EXPECT_EQ(unit.timeTuning(), 1u);
+    EXPECT_EQ(unit.hwControl(), 1u);
+    EXPECT_EQ(unit.bira().config.linkType, 1);
+    order(0);
+    EXPECT_EQ(unit.get(KvdLoz6BiraIifAdm_idlMode), 0u);
+    EXPECT_EQ(unit.timeTuning(), 0u);
+    EXPECT_EQ(unit.hwControl(), 1u);
+    EXPECT_EQ(unit.idpi().clkStatuses(), (std::vector<u16>{1, 2}));
+}
+
+TEST(BiraWarm, StoredDataCountsAfterAWarmRestartInHoldover)
+{
+    struct Case {
+        const char* when;
+        u32 stored;                      // clock status before the restart
+        bool holdover;
+        std::optional<bool> cold;
+        u8 data;
+        u32 control, restored, storedThen;
+    };
+    for (const Case& c : std::to_array<Case>({
+             {"locked before",              2, true,  false, 0, 1, 1, 2},
+             {"fine before",                4, true,  false, 0, 1, 1, 4},
+             {"free running before",        1, true,  false, 0, 1, 0, 2},
+             {"the server was long away",   2, true,  false, 1, 1, 0, 2},
+             {"the server's clock is good", 2, false, false, 0, 0, 0, 1},
+             {"the server started cold",    2, true,  true,  0, 0, 0, 0}})) {
+        SCOPED_TRACE(c.when);
+        sim::NodeConfig config = idlConfig(SLAVE);
+        config.idpi.ports = {{3, 2, 1, 1, 3}};
+        IdlUnit unit{config, 22.0};
+        ASSERT_EQ(unit.hwControl(), 1u);
+        unit.node.system().call(*unit.node.program(), [&] {
+            KvdLoz6SlaveWarm_setIdpiClkStatus(c.stored);
+            KvdLoz6SlaveWarm_write("test");
+        });
+        unit.bira().config.holdover = c.holdover;
+        unit.bira().config.cold = c.cold;
+        unit.bira().config.data = c.data;
+        unit.bira().config.lock_ms = -1;
+        unit.node.traces().clear();
+        unit.node.restartWarm();
+        unit.run(5.0);
+        EXPECT_EQ(unit.hwControl(), c.control);
+        EXPECT_EQ(unit.get(KvdLoz6BiraIifAdm_initiatedFromSlaveMsi), c.restored);
+        EXPECT_EQ(unit.storedClkStatus(), c.storedThen);
+        EXPECT_EQ(unit.traced("Initiate with Slave MSI is DONE."), c.control == 1);
+        EXPECT_EQ(unit.idpi().clkStatus(), c.control != 0 ? c.storedThen : 0);
+    }
+}
+
+// An IDL1 slave that doesn't lock tells its port server locked all the same, after 20 minutes.
+TEST(BiraIdl1ClockState, IsLockedAtTheLatestAfterTwentyMinutes)
+{
+    IdlUnit unit{idlConfig(SLAVE, true, 0), 1195.0};
+    EXPECT_TRUE(unit.idpi().clkStatuses().empty());
+    unit.run(10.0);
+    EXPECT_EQ(unit.idpi().clkStatuses(), (std::vector<u16>{1, 2}));
+    EXPECT_EQ(unit.storedClkStatus(), 2u);
+}
+
+}  // namespace

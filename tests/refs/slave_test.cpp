@@ -1,0 +1,337 @@
+// Time between two units: what the slave measures, echoes and follows on IDL1, and what it makes of
+// sync data, jumps of the master, unstable links and damaged data on IDL2.
+#include "slave_bench.h"
+
+#include "tests/support/unit_bench.h"
+
+#include <limits>
+
+using bench::SlaveBench;
+using bench::stableData;
+
+namespace {
+
+constexpr u32 VALID_ONLY = 0x80000000;      // without the extended words
+constexpr u32 PARITY = 0xE0000000;
+
+std::size_t used(const auto& ring)
+{
+    std::size_t count = 0;
+    for (const auto& record : ring.slot) count += record.used;
+    return count;
+}
+
+}  // namespace
+
+TEST(Idl1Slave, MeasuresAndEchoes)
+{
+    SlaveBench b;
+    // 1000.5 increments ahead of the peer's frame; the loop's halves make up 1000, half comes off.
+    b.bfnIn({0, 5, 1000}, 0, 5, {0, 0, 10, 1, 1, 1});
+    b.interrupt();
+    ASSERT_EQ(b.phases.size(), 1u);
+    EXPECT_NEAR(b.phases[0], 500.5 / 122.88e6, 1e-15);
+    EXPECT_NEAR(b.meas().max_locked_diff, 500.5 / 122.88e6, 1e-15);
+    EXPECT_EQ(b.meas().m[Z_IDL1_LOZ6], 1.0);
+    EXPECT_EQ(b.meas().t_mod_old, 1024.0);
+    const hwif::BfnExtended echo = b.sentWord();
+    EXPECT_EQ(echo.inc_diff, 1000u);
+    EXPECT_EQ(echo.rc_state, 7u);
+    EXPECT_EQ(echo.jump, 1u);
+    EXPECT_EQ(echo.coldRestartFlag_tmp, 1u);
+    EXPECT_EQ(echo.ms_flag, 0u);
+
+    // 250.5 increments behind, smaller than the largest so far; the counter stands at 0.5 s, so
+    // that -0.5 s of difference stays, while 0.6 s would lie before the wrap.
+    b.run(0.5);
+    b.bfnIn({0, 0, 0}, 0, 60, {0, 0, 10, 0, 0, 1});
+    b.interrupt();
+    EXPECT_NEAR(b.phases[1], -0.6 + 0.5 / 122.88e6, 1e-12);
+    b.bfnIn({0, 60, 0}, 0, 0, {0, 0, 10, 0, 0, 1});
+    b.interrupt();
+    EXPECT_NEAR(b.phases[2], 0.6 - 1024.0 + 0.5 / 122.88e6, 1e-12);
+    EXPECT_EQ(b.sentWord().jump, 0u);
+}
+
+TEST(Idl1Slave, DropsWhatItCannotUse)
+{
+    struct Case { const char* what; u32 flags; u32 remoteMfn; bool validState; std::size_t snapshots; };
+    for (const Case& c : std::to_array<Case>({
+             {"no word",                    0,                      0,  true,  1},
+             {"word without its extension", VALID_ONLY,             0,  true,  1},
+             {"parity error",               PARITY,                 0,  true,  1},
+             {"counter out of range",       SlaveBench::VALID_WORD, 25, true,  1},
+             {"regulator in warm-up",       SlaveBench::VALID_WORD, 0,  false, 0}})) {
+        SCOPED_TRACE(c.what);
+        SlaveBench b;
+        b.manager([] { slave::writeIdl1History(1e-7); });
+        if (!c.validState) b.manager([] { KvdLoz6TuReg_forceRegState(WARMUP); });
+        b.set(7, 0xFFFFFFFF);
+        b.bfnIn({0, 5, 1000}, c.remoteMfn, 5, {0, 0, 10, 0, 0, 1}, c.flags);
+        b.interrupt();
+        EXPECT_TRUE(b.phases.empty());
+        EXPECT_EQ(b.get(7), 0xFFFFFFFF);
+        EXPECT_EQ(b.meas().m[Z_IDL1_LOZ6], 0.0);
+        b.manager([&] {
+            EXPECT_EQ(used(slave::history().idl1), 1u);
+            EXPECT_EQ(used(slave::history().idl1Snapshot), c.snapshots);
+            EXPECT_EQ(slave::history().currSlavePllEvent, c.validState ? 1u : 0u);
+        });
+    }
+}
+
+TEST(Idl1Master, TellsTimeOnlyWithAUsefulClock)
+{
+    struct Case { u8 f_ix; double t_c_last; double t_f; u32 rcState; bool sends; u32 e_sfc; };
+    for (const Case& c : std::to_array<Case>({
+             {1, 2048.0, 10.0, 1,  false, 0},
+             {2, 2048.0, 10.0, 2,  true,  2},
+             {5, 3071.9, 10.0, 10, true,  2},
+             {5, -1.0,   10.0, 10, true,  0}})) {
+        SCOPED_TRACE(c.t_c_last);
+        SlaveBench b(1);
+        b.run(c.t_f);
+        b.manager([&] {
+            control::state().var.f_ix = c.f_ix;
+            tuiif::state().savedBvqStatusData.radioClockState = static_cast<u8>(c.rcState);
+            KvdLoz6TuReg_setLastTime(c.t_c_last, c.t_f);
+        });
+        b.set(7, 0xFFFFFFFF);
+        b.bfnIn({0, 5, 1000}, 0, 5, {0, 0, 7, 0, 0, 0});
+        b.interrupt();
+        if (!c.sends) {
+            EXPECT_EQ(b.get(7), 0xFFFFFFFF);
+            continue;
+        }
+        EXPECT_EQ(b.sentWord().e_sfc, c.e_sfc);
+        EXPECT_EQ(b.sentWord().rc_state, c.rcState);
+        EXPECT_EQ(b.sentWord().ms_flag, 1u);
+    }
+    // The counter has wrapped from the 24th turn on, and the last sample is of before it.
+    SlaveBench b(1);
+    b.bfnIn({0, 5, 1000}, 0, 5, {0, 0, 7, 0, 0, 0});
+    struct Step { double t_f; double t_c_last; u32 e_sfc; };
+    for (const Step& s : std::to_array<Step>({{1023.5, 1024.0, 1}, {0.1, 1024.0, 2},
+                                              {0.2, 1024.0, 2}, {0.3, 2048.0, 2}})) {
+        b.run(s.t_f);
+        b.manager([&] { KvdLoz6TuReg_setLastTime(s.t_c_last, 0.0); });
+        b.interrupt();
+        EXPECT_EQ(b.sentWord().e_sfc, s.e_sfc) << s.t_f;
+    }
+}
+
+TEST(Idl1History, KeepsTheTimeBeforeAnEvent)
+{
+    SlaveBench b;
+    b.manager([] {
+        for (u32 n = 0; n < 3001; ++n) slave::writeIdl1History(n * 1e-9);
+    });
+    b.loopState = SLAVE_PLL_Locked;
+    b.loopEvent = EV_SLAVE_PLL_PROCEEDING_TO_LOCKED;
+    b.bfnIn({0, 5, 1000}, 0, 5, {0, 0, 10, 0, 0, 1});
+    b.interrupt();
+    b.loopEvent = EV_SLAVE_PLL_UNEVENTFUL_MEASUREMENT;
+    b.interrupt();
+    b.manager(KvdLoz6TuSlave_printInfo);
+    const std::string& out = b.bus.shell;
+    const std::size_t oldest = out.find("\n\nIDL1 measurement history snapshot :\n\n[");
+    ASSERT_NE(oldest, std::string::npos);
+    std::size_t lines = 0;
+    for (std::size_t at = out.find("]: apn"); at != std::string::npos; at = out.find("]: apn", at + 1))
+        ++lines;
+    EXPECT_EQ(lines, 3000u);             // the two oldest were overwritten, the last came too late
+    const std::size_t lineEnd = out.find('\n', out.find('[', oldest));
+    EXPECT_NE(out.rfind("phaseDiff = 2e-09", lineEnd), std::string::npos);
+    EXPECT_NE(out.find("m = 1, currSlavePllState = SLAVE_PLL_Locked, phaseDiff = 4.07307942708333"),
+              std::string::npos);
+    EXPECT_NE(out.find("currSlavePllEvent = EV_SLAVE_PLL_PROCEEDING_TO_LOCKED\n"),
+              std::string::npos);
+}
+
+TEST(Idl2Slave, RefusesDamagedData)
+{
+    using Data = KvdTuiifIdl2SyncDataInd;
+    struct Case { const char* what; void (*damage)(Data&); };
+    for (const Case& c : std::to_array<Case>({
+             {"no such turn",      [](Data& d) { d.mfc = 25; }},
+             {"no such frame",     [](Data& d) { d.sfc = 4096; }},
+             {"no such increment", [](Data& d) { d.inc = 1228800; }},
+             {"no such port",      [](Data& d) { d.synchPortNo = 6; }},
+             {"no number",
+              [](Data& d) { d.intermediaryDuPhaseDiff = std::numeric_limits<double>::quiet_NaN(); }},
+             {"endless",
+              [](Data& d) { d.intermediaryDuPhaseDiff = std::numeric_limits<double>::infinity(); }}})) {
+        SCOPED_TRACE(c.what);
+        SlaveBench b;
+        Data data = stableData();
+        c.damage(data);
+        EXPECT_EQ(b.syncData(data), 0);
+        EXPECT_TRUE(b.events.empty());
+        EXPECT_EQ(b.idl2().idl2FineTuning, 0u);
+        EXPECT_EQ(b.meas().m[Z_IDL2_LOZ6], 0.0);
+        EXPECT_EQ(b.bus.countOf("sync data refused"), 1u);
+    }
+    SlaveBench b;
+    b.manager([&] {
+        auto* sig = ose::alloc(sizeof(Data) - 4, KVD_TUIIF_IDL2_SYNC_DATA_IND);
+        EXPECT_EQ(KvdLoz6TuReg_handleIdl2Slave(sig), 0);
+        ose::free_buf(&sig);
+    });
+    b.timeTuning = 0;
+    EXPECT_EQ(b.syncData(stableData()), 0);
+    EXPECT_EQ(b.bus.levelOf("Unexpected KVD_TUIIF_IDL2_SYNC_DATA_IND received!"), TRACE_ERROR);
+    EXPECT_TRUE(b.reports().empty());
+}
+
+TEST(Idl2Slave, AChainAddsTheNeighboursPhase)
+{
+    SlaveBench b;
+    KvdTuiifIdl2SyncDataInd data = stableData();
+    data.directConn = 0;
+    data.intermediaryDuFineTimeSynching = 1;
+    data.intermediaryDuPhaseDiff = 4e-9;
+    data.delayT1C1Low = 10'000'000;              // ps: the master's end 10 us, this end 14 us
+    b.own.delay = {0, 14'000'000, 0, 0};
+    EXPECT_EQ(b.syncData(data), 1);              // coarse: 2 us are stepped away
+    b.own.delay.T1C1Low = 10'020'000;
+    EXPECT_EQ(b.syncData(data), 1);
+    ASSERT_EQ(b.phases.size(), 1u);
+    EXPECT_NEAR(b.phases[0], 14e-9, 1e-15);
+    EXPECT_NEAR(b.meas().max_locked_diff, 10e-9, 1e-15);
+    b.hwControl = 0;
+    EXPECT_EQ(b.syncData(data), 1);
+    const auto reports = b.reports();
+    ASSERT_EQ(reports.size(), 3u);
+    EXPECT_EQ(reports[0].fineTimeSync, 0u);
+    EXPECT_NEAR(reports[0].phaseDiff, 2.004e-6, 1e-12);
+    EXPECT_EQ(reports[1].fineTimeSync, 1u);
+    EXPECT_NEAR(reports[1].phaseDiff, 14e-9, 1e-15);
+    EXPECT_EQ(reports[2].fineTimeSync, 0u);
+    EXPECT_EQ(reports[2].phaseDiff, 0.0);
+}
+
+TEST(Idl2Slave, AsksForTheHandOverOfAnUnstableLink)
+{
+    for (const int result : {0, 1}) {
+        SlaveBench b;
+        b.handOverResult = result;
+        KvdTuiifIdl2SyncDataInd data = stableData();
+        data.linkStability = 0;
+        for (u32 n = 1; n <= 12; ++n) {
+            EXPECT_EQ(b.syncData(data), 0);
+            EXPECT_EQ(b.events.size(), n > 10 ? n - 10 : 0) << n;
+        }
+        EXPECT_EQ(b.bus.countOf("FE IDPI linkStability is not IDPI_DELAY_STABLE. ignoring "
+                                "measurement (11. subsequent)"), 2u);
+        EXPECT_EQ(b.bus.countOf("Unable to send unableToTimeLockInd over BIRA_IIF"),
+                  result == 0 ? 0u : 2u);
+        data.linkStability = 1;
+        EXPECT_EQ(b.syncData(data), 1);
+        EXPECT_EQ(b.idl2().instabilityCntFe, 0);
+    }
+}
+
+TEST(Idl2Slave, LinkRestartsFourTenthsOfASecondAfterAJump)
+{
+    for (const u32 loopState : {SLAVE_PLL_Unlocked, SLAVE_PLL_Locked}) {
+        SlaveBench b;
+        b.loopState = loopState;
+        KvdTuiifIdl2SyncDataInd data = stableData();
+        data.mfc = 2;                                // as the counter: no step, which takes 12 ms
+        data.jumpInd = 1;
+        b.syncData(data);
+        data.jumpInd = 0;
+        b.world.runFor(370 * ose::MS);               // and 20 ms of the bench's
+        b.events.clear();
+        b.syncData(data);
+        EXPECT_EQ(b.events.dump(), R"([["slavePll"]])");
+        b.events.clear();
+        b.syncData(data);
+        EXPECT_EQ(b.events.dump(), loopState == SLAVE_PLL_Locked
+                                       ? R"([["idpi",3],["idpi",4],["slavePll"]])"
+                                       : R"([["idpi",3],["slavePll"]])");
+        EXPECT_EQ(b.clkStatus(), loopState == SLAVE_PLL_Locked ? 4u : 3u);
+    }
+}
+
+TEST(Idl2Slave, AStatusThatIsNotSentIsNotStored)
+{
+    SlaveBench b;
+    b.serverResult = 1;
+    KvdTuiifIdl2SyncDataInd data = stableData();
+    data.jumpPend = 1;
+    EXPECT_EQ(b.syncData(data), 0);
+    EXPECT_EQ(b.clkStatus(), 0u);
+    EXPECT_EQ(b.idl2().postponeTimeTuning, 1u);
+    data = stableData();
+    data.jumpInd = 1;
+    EXPECT_EQ(b.syncData(data), 1);
+    b.manager([] { KvdLoz6TuSlave_idl2Reset(); });
+    EXPECT_EQ(b.syncData(stableData()), 1);              // coarse again
+    EXPECT_EQ(b.clkStatus(), 0u);
+    EXPECT_EQ(b.bus.countOf("Unable to send IDPI_CLK_STATUS_LOCKED - IDPI Server"), 1u);
+    EXPECT_EQ(b.bus.countOf("Unable to send IDPI_CLK_STATUS_COARSE_TIME_SYNCED - IDPI"), 1u);
+}
+
+TEST(Idl2Slave, LateDataEndsTheStop)
+{
+    SlaveBench b;
+    b.manager([] {
+        KvdLoz6TuRef_setIdl2SyncDataIndTmoCntr(50);
+        KvdLoz6TuSlave_idl2SyncDataStopped(1);
+        KvdLoz6TuRef_startIdl2SyncDataTimer();
+    });
+    EXPECT_EQ(b.syncData(stableData()), 0);
+    EXPECT_EQ(b.get<u32>(KvdLoz6TuSlave_isIdl2SyncDataStopped), 0u);
+    EXPECT_EQ(b.get<u32>(KvdLoz6TuRef_idl2SyncDataIndTmoCntr), 49u);
+    EXPECT_TRUE(b.phases.empty());
+}
+
+TEST(Idl2Slave, GoesOnFromItsWarmData)
+{
+    struct Case { u32 status; bool coarse; };
+    for (const Case& c : std::to_array<Case>({{2, true}, {3, false}, {4, false}})) {
+        SCOPED_TRACE(c.status);
+        SlaveBench b;
+        b.manager([&] {
+            KvdLoz6SlaveWarm_setTime(7168.0, 12.0);
+            KvdLoz6SlaveWarm_setIdpiClkStatus(c.status);
+            KvdLoz6SlaveWarm_setRestored();
+        });
+        KvdTuiifIdl2SyncDataInd data = stableData();
+        data.esfc = 7;
+        data.mfc = 2;                            // as the counter, which stands at 100 s
+        EXPECT_EQ(b.syncData(data), 1);
+        EXPECT_EQ(b.bus.countOf("Coarse adjustment complete"), c.coarse ? 1u : 0u);
+        EXPECT_EQ(b.phases.size(), c.coarse ? 0u : 1u);
+        EXPECT_EQ(b.meas().t_c_last, 7168.0);
+        EXPECT_EQ(b.meas().delta0_c, 12.0);
+        b.manager([] { KvdLoz6TuReg_setOffset(0.0, 0.0); });
+        b.syncData(data);
+        EXPECT_EQ(b.meas().delta0_c, 0.0);       // once
+    }
+}
+
+TEST(SlaveWarmData, SurvivesARestartOfTheProgram)
+{
+    bench::Unit unit;
+    unit.node.powerOn();
+    unit.run(5.0);
+    EXPECT_EQ(unit.node.inProgram([] {
+        EXPECT_EQ(KvdLoz6SlaveWarm_ready(), 1);
+        KvdLoz6SlaveWarm_setTime(3072.0, -17.0);
+        KvdLoz6SlaveWarm_setYi(-2.5e-9);
+        KvdLoz6SlaveWarm_setIdpiClkStatus(4);
+        return KvdLoz6SlaveWarm_write("test");
+    }), 1);
+    unit.node.restartWarm();
+    unit.run(5.0);
+    const SlaveWarmData kept = unit.node.inProgram([] {
+        EXPECT_EQ(KvdLoz6SlaveWarm_read(), 1);
+        return KvdLoz6SlaveWarm_data();
+    });
+    EXPECT_EQ(kept.t_c_last, 3072.0);
+    EXPECT_EQ(kept.delta0_c, -17.0);
+    EXPECT_EQ(kept.yi, -2.5e-9);
+    EXPECT_EQ(kept.idpiClkStatus, 4u);
+}
