@@ -12,6 +12,17 @@ struct TuPktsyncTuiifUpInd {
     u32 board;           // 2 on board type 2, else 1
 };
 
+constexpr SIGSELECT TUPKTSYNC_REG_IND         = 0x9C668;   // regulator -> packet sync: TuPktsyncRegInd
+
+/// What the regulator makes of the selected clock.
+struct TuPktsyncRegInd {
+    SIGSELECT sigNo;
+    u32 reserved;
+    i64 offsetFromMaster;   // ns * 2^16
+    i64 meanPathDelay;      // ns
+};
+static_assert(sizeof(TuPktsyncRegInd) == 24);
+
 /// Entry point of Kvd_loz6_tupktsync_proc.
 void TuPktsync_proc();
 void TuPktsyncAdm_initiate();

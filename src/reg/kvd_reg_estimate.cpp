@@ -48,13 +48,13 @@ const char* degrStateText(u8 degrState)
 
 bool isInterUnitLink(u32 z_i) { return z_i == Z_IDL1_LOZ6 || z_i == Z_IDL2_LOZ6; }
 
-void phaseJump()
+void phaseJump(u32 z_i, double z)
 {
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "phase jump !!");
     estimator::resetTimeRow(s->var.P_est);
     estimator::resetTimeRow(s->estimatePar.P_pred);
     s->var.degrd = 0;
-    KvdLoz6TuReg_reportPhaseJumpRate();
+    KvdLoz6TuReg_reportPhaseJump(z_i, z);
 }
 
 void timeJump(u32 z_i)
@@ -85,7 +85,7 @@ bool useOutlier(u32 z_i, double resid)
     if (v.degrd <= rule.limit) return false;
 
     switch (rule.outlierClass) {
-    case estimator::OutlierClass::Reset: phaseJump();    return false;
+    case estimator::OutlierClass::Reset: phaseJump(z_i, resid); return false;
     case estimator::OutlierClass::TMod:  timeJump(z_i);  return false;
     case estimator::OutlierClass::Degrade:
     case estimator::OutlierClass::Sign:  break;

@@ -85,6 +85,8 @@ int  KvdLoz6TuReg_handleRefClkInt(LatchedEdge& edge);
 int  KvdLoz6TuReg_calcSampleTimeInterval(double& t_s);
 void KvdLoz6TuReg_calcZ(double t_mod, const double time[2], const double timeRef[2], double& z,
                         TimePair& zPair, double& phase);
+/// What the narrower modulus hid goes into the offset, and the wider one holds from now on.
+void KvdLoz6TuReg_updateOffsetForNewMod(const double time[2], const double timeRef[2], double t_mod);
 void KvdLoz6TuReg_measUpdate(u32 z_i, double z, double t_s, double phase);
 /// Takes a step of a line reference into the offset and keeps the estimator from it.
 void KvdLoz6TuReg_signalBreakCheck(u32 z_i, double z, const TimePair& zPair);

@@ -227,10 +227,7 @@ TimePair measure::offsetForNewMod(double t_mod_old, double t_mod, const double t
     return {after.c - before.c, after.f - before.f};
 }
 
-namespace {
-
-/// What the narrower modulus hid goes into the offset.
-void updateOffsetForNewMod(const double time[2], const double timeRef[2], double t_mod)
+void KvdLoz6TuReg_updateOffsetForNewMod(const double time[2], const double timeRef[2], double t_mod)
 {
     const TimePair step = measure::offsetForNewMod(KvdLoz6TuReg_getMod(), t_mod, time, timeRef,
                                                    KvdLoz6TuReg_getOffset());
@@ -238,12 +235,10 @@ void updateOffsetForNewMod(const double time[2], const double timeRef[2], double
     KvdLoz6TuReg_setMod(t_mod);
 }
 
-}  // namespace
-
 void KvdLoz6TuReg_calcZ(double t_mod, const double time[2], const double timeRef[2], double& z,
                         TimePair& zPair, double& phase)
 {
-    if (t_mod > KvdLoz6TuReg_getMod()) updateOffsetForNewMod(time, timeRef, t_mod);
+    if (t_mod > KvdLoz6TuReg_getMod()) KvdLoz6TuReg_updateOffsetForNewMod(time, timeRef, t_mod);
     const measure::PhaseError error =
         measure::phaseError(t_mod, time, timeRef, KvdLoz6TuReg_getOffset());
     z = error.z;
@@ -267,7 +262,7 @@ void KvdLoz6TuReg_signalBreakCheck(u32 z_i, double z, const TimePair& zPair)
     KvdLoz6TuReg_adjustOffset(zPair.c, zPair.f);
     KvdLoz6TuReg_setMeasR(0.0, z_i);
     refBreak = static_cast<u8>(refBreak + 2);
-    KvdLoz6TuReg_supervisionPhaseJump();
+    KvdLoz6TuReg_reportPhaseJump(z_i, z);
 }
 
 void KvdLoz6TuReg_measUpdate(u32 z_i, double z, double t_s, double phase)
@@ -277,7 +272,7 @@ void KvdLoz6TuReg_measUpdate(u32 z_i, double z, double t_s, double phase)
     MeasStateVar& v = state().var;
     v.measRefData = {z, z_i, t_s, v.m[z_i], v.R_all[z_i]};
     v.R_all[z_i] = KvdLoz6TuReg_estimate(v.measRefData);
-    KvdLoz6TuReg_supervision(z_i, phase, t_s, SUPERVISION_INTERVAL, SUPERVISION_WINDOW);
+    KvdLoz6TuReg_frequencySupervision(SUPERVISION_INTERVAL, SUPERVISION_WINDOW, phase);
     if (KvdLoz6TuReg_f_ix() >= LOCKED_FREQUENCY && KvdLoz6TuReg_isMaster() != 0)
         KvdLoz6TuReg_writeHistory(false);
 }

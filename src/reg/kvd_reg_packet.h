@@ -1,4 +1,10 @@
-// kvd_reg_packet.h - Packet measurements, delay histories and the supervision of frequency and delay.
+// kvd_reg_packet.h - Measurements of references that come in packets: NTP, packet frequency, packet
+// time. Exchanges are filtered down to the few that met the least delay, their noise is estimated,
+// and their delay variation watched; beside it the supervision of every reference's frequency.
+// Owner   the manager process; only kvd_reg_packet*.cpp and kvd_reg_supervision.cpp write this
+//         module's state.
+// Units   seconds, and ns where a name says so; delay variation in s, in the supervision in ms.
+// Errors  a packet that can't be used is dropped with a trace.
 #pragma once
 #include "ose/types.h"
 
@@ -21,7 +27,8 @@ static_assert(offsetof(PktTimeMsg, T1_s) == 8 && offsetof(PktTimeMsg, T2_s) == 2
 static_assert(offsetof(PktTimeMsg, T3_s) == 40 && offsetof(PktTimeMsg, T4_s) == 56);
 static_assert(offsetof(PktTimeMsg, asymComp) == 68 && sizeof(PktTimeMsg) == 72);
 
-/// One NTP or PTP frequency exchange: seconds and 2^-32 s of T1 to T4 in turn.
+/// One NTP or PTP frequency exchange: seconds and 2^-32 s of T1 to T4 in turn. T1 and T4 are stamps
+/// of the side that asked, T2 and T3 of the one that answered.
 void KvdLoz6TuReg_handlePktFreqMsg(const double (&T)[8]);
 void KvdLoz6TuReg_handlePktTimeMsg(const PktTimeMsg& msg);
 
@@ -29,16 +36,29 @@ void KvdLoz6TuReg_handlePktTimeMsg(const PktTimeMsg& msg);
 int  KvdLoz6TuReg_packetDispatch(Signal* sig);
 void KvdLoz6TuReg_onPktTimeRefInit();
 void KvdLoz6TuReg_onPktTimeRefTerm();
-/// Starts a delay history anew: type 0 NTP, 1 packet frequency, 2 packet time.
+
+/// Starts a delay history anew, and makes its reference the current one of its type: 0 NTP, 1
+/// packet frequency, 2 packet time.
 void KvdLoz6TuReg_restartPdvHistory(u32 type, u32 refId);
-/// Supervision of frequency and delay variation of the selected reference.
-void KvdLoz6TuReg_supervisionRestart();
-void KvdLoz6TuReg_supervision(u32 z_i, double phase, double t_s, u32 interval, u32 window);
-void KvdLoz6TuReg_supervisionPhaseJump();
-/// A covariance reset after a run of outliers: counts their rate.
-void KvdLoz6TuReg_reportPhaseJumpRate();
 /// Registers and removes a packet reference: froClassNo 2, 4 or 5.
 void KvdLoz6TuReg_registerPacketRef(u32 froClassNo, u32 froId);
 void KvdLoz6TuReg_deregisterPacketRef(u32 froClassNo, u32 froId);
 /// History of delay variation as a text; returns its length.
 u32  KvdLoz6TuReg_pdvHistoryText(char* text, u32 room);
+
+/// Limits of delay variation, ns: type 2 NTP, 4 packet time, 5 packet frequency; 0 restores the
+/// default.
+void KvdLoz6TuReg_setPdvThreshold(u32 type, u32 nanoseconds);
+/// The limits as a text; returns its length.
+u32  KvdLoz6TuReg_pdvThresholdText(char* text, u32 room);
+
+/// Supervision of frequency and delay variation of the selected reference: its record begins anew;
+/// one phase, s, with the measurements in an interval and in the window of its minimum.
+void KvdLoz6TuReg_supervisionRestart();
+void KvdLoz6TuReg_frequencySupervision(u32 interval, u32 window, double phase);
+/// The next frequency value spans a step of local time.
+void KvdLoz6TuReg_supervisionPhaseJump();
+/// A step of a reference's phase, s.
+void KvdLoz6TuReg_reportPhaseJump(u32 z_i, double phase);
+/// Record and timers of the packet references; part of the "tureg" section of kvdinfo.
+void KvdLoz6TuReg_packetPrintInfo();

@@ -9,6 +9,7 @@
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_measure_int.h"
+#include "reg/kvd_reg_packet.h"
 #include "reg/kvd_reg_pll.h"
 
 using node::shellPrintf;
@@ -149,5 +150,6 @@ void KvdLoz6TuReg_printInfo()
     KvdLoz6TuReg_estimatePrintInfo();
     KvdLoz6TuReg_controlPrintInfo();
     KvdLoz6TuReg_pllPrintInfo();
+    KvdLoz6TuReg_packetPrintInfo();
     KvdLoz6TuSlave_printInfo();
 }

@@ -1,5 +1,5 @@
 // Replay of check values: steps of the counters, jumps from order to end, SoCPRI's stages.
-#include "reg/support/measure_bench.h"
+#include "reg/support/manager_bench.h"
 #include "support/vectors.h"
 
 #include "iif/tuiif_sig.h"
@@ -8,39 +8,30 @@
 #include "reg/kvd_reg_pll.h"
 #include "socpri/kvd_socpri.h"
 
-using regtest::MeasureBench;
+using regtest::ManagerBench;
 using vectors::json;
 
 namespace {
 
 constexpr double COUNTER_TURN = 125829120000.0;   // increments in 1024 s
 constexpr ose::Time POSTPONED = 5 * ose::SEC;
-constexpr SIGSELECT RUN_BODY = 0x7F000003;
-struct RunBody {
-    SIGSELECT sigNo;
-    u32 reserved;
-    const std::function<void()>* body;
-};
-
 struct JumpBench;
 JumpBench* self = nullptr;              // of the running test, for the operations that it plays
 
 /// The regulator with a manager process of its own, a counter that the load registers step, and
 /// the loops and the link client played by the test. What happens becomes a list of events.
-struct JumpBench : MeasureBench {
+struct JumpBench : ManagerBench {
     json events = json::array();
     double count = 0;                  // of the running counter, increments
     u32 pllState = 0, action = 0;
     double targetDiff = 0;
     u32 jumpState = 0;
-    ose::Time postponedUntil = 0, start = 0;
+    ose::Time postponedUntil = 0;
     const u32 bfnOut1 = address(6), loadFrames = address(13), loadInc = address(14);
 
-    explicit JumpBench(u32 boardType) : MeasureBench(boardType)
+    explicit JumpBench(u32 boardType) : ManagerBench(boardType)
     {
         self = this;
-        connect();
-        settle();
         bus.memory[address(16)] = 1;   // a load is done at once
         bus.onWrite[address(boardType == 1 ? 14 : 15)] = [this](u32 value) {
             if (board == 1 || (value & 5) == 5) step();
@@ -48,16 +39,7 @@ struct JumpBench : MeasureBench {
         bus.onWrite[address(7)] = [this](u32 word2) {
             push({"writeBfnOut", bus.memory[bfnOut1], word2});
         };
-        system.launch(*block, "manager", 16, [] {
-            for (;;) {
-                Signal* sig = ose::receive(ose::ANY_SIGNAL);
-                if (sig->sigNo == RUN_BODY) (*reinterpret_cast<RunBody*>(sig)->body)();
-                else                        KvdLoz6TuReg_dispatch(sig);
-                ose::free_buf(&sig);
-            }
-        });
-        world.runFor(ose::MS);
-        start = world.now();
+        launch();
     }
 
     void push(json event)
@@ -87,15 +69,17 @@ struct JumpBench : MeasureBench {
     }
     regtest::Triple triple() const { return regtest::tripleOf(count / 122880000.0); }
 
-    /// As the manager: a signal, or a call.
     template <typename T>
     void inject(const T& layout)
     {
-        system.inject(std::as_bytes(std::span<const T, 1>(&layout, 1)), system.find("manager"), 0);
-        world.runUntil(world.now());
+        ManagerBench::inject(layout);
         noteJumpState();
     }
-    void inManager(const std::function<void()>& body) { inject(RunBody{RUN_BODY, 0, &body}); }
+    void inManager(const std::function<void()>& body)
+    {
+        ManagerBench::inManager(body);
+        noteJumpState();
+    }
     void runTo(double ms)
     {
         world.runUntil(start + static_cast<ose::Time>(ms) * ose::MS);
@@ -270,7 +254,7 @@ TEST(JumpVectors, FromTheOrderToTheEnd)
 TEST(JumpVectors, OffsetOfTheLink)
 {
     TU_LOAD_VECTORS(doc, "o03_jumps.json");
-    MeasureBench b;
+    regtest::MeasureBench b;
     b.settle();
     for (const json& row : doc["rto"]["rows"]) {
         SCOPED_TRACE(row.dump());

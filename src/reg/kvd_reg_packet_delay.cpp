@@ -1,0 +1,99 @@
+// From the stamps of packets to delays, floors and phase errors.
+#include "mgr/kvd_math.h"
+#include "reg/kvd_reg_measure.h"
+#include "reg/kvd_reg_packet_int.h"
+
+namespace packet {
+
+namespace {
+
+constexpr double MASTER_SECONDS_TAKEN = 1389000000.0;   // January 2014
+constexpr double NODE_SECONDS_TAKEN = 1000000000.0;
+constexpr double NS = 1e-09;
+
+/// Seconds made small, so that one double holds them with their nanoseconds.
+double reduced(i64 seconds, double taken)
+{
+    const double s = static_cast<double>(seconds);
+    return s > taken ? s - taken : s;
+}
+
+// Stamps come from the network: sums and differences of any two wrap.
+i64 wrappingSum(i64 a, i64 b) { return static_cast<i64>(static_cast<u64>(a) + static_cast<u64>(b)); }
+i64 wrappingDiff(i64 a, i64 b)
+{
+    return static_cast<i64>(static_cast<u64>(a) - static_cast<u64>(b));
+}
+
+}  // namespace
+
+double delay21(const PktTimeMsg& p)
+{
+    const double seconds = reduced(p.T2_s, NODE_SECONDS_TAKEN) - reduced(p.T1_s, MASTER_SECONDS_TAKEN);
+    return seconds + (static_cast<double>(p.T2_ns) - p.T1_ns) * NS;
+}
+
+double delay43(const PktTimeMsg& p)
+{
+    const double seconds = reduced(p.T3_s, NODE_SECONDS_TAKEN) - reduced(p.T4_s, MASTER_SECONDS_TAKEN);
+    return seconds + (static_cast<double>(p.T3_ns) - p.T4_ns) * NS;
+}
+
+double meanPathDelay(const PktTimeMsg& down, const PktTimeMsg& up)
+{
+    const double seconds = static_cast<double>(wrappingDiff(down.T2_s, down.T1_s)) +
+                           static_cast<double>(wrappingDiff(up.T4_s, up.T3_s));
+    const double ns = (static_cast<double>(down.T2_ns) - down.T1_ns) +
+                      (static_cast<double>(up.T4_ns) - up.T3_ns);
+    return seconds / 2 + ns * NS / 2;
+}
+
+u16 packetRate(u32 syncIntervalMs)
+{
+    constexpr u16 RATES[] = {8, 16, 32, 64, 128};
+    if (syncIntervalMs == 0) return 256;
+    const double perSecond = 1000.0 / syncIntervalMs;
+    for (const u16 rate : RATES)
+        if (perSecond < rate * 1.5) return rate;         // halfway to the next one
+    return 256;
+}
+
+bool trackDelay(double x, Floor& floor)
+{
+    constexpr double CLOSE = 2.5e-07;    // s
+    bool keep = false;
+    if (x < floor.min) {
+        floor.min = x;
+        keep = true;
+    }
+    if (floor.min < floor.minMin) floor.minMin = floor.min;
+    if (x < floor.minMin + CLOSE) {
+        floor.close = 1;
+        keep = true;
+    }
+    return keep;
+}
+
+TimesOfPair timesOfPair(const PktTimeMsg& a, const PktTimeMsg& b, TimePair diff,
+                        double sfcPtpOffset)
+{
+    TimesOfPair t;
+    t.local[0] = static_cast<double>(wrappingSum(a.T2_s, b.T3_s)) / 2 + diff.c;
+    t.local[1] = (static_cast<double>(a.T2_ns) + b.T3_ns) * NS / 2 + diff.f;
+    t.reference[0] = static_cast<double>(wrappingSum(a.T1_s, b.T4_s)) / 2 - sfcPtpOffset;
+    t.reference[1] = (static_cast<double>(a.T1_ns) + b.T4_ns) * NS / 2;
+    return t;
+}
+
+double phaseError(const PktTimeMsg& a, const PktTimeMsg& b, double t_mod)
+{
+    const TimesOfPair t = timesOfPair(a, b, needs().packetCounterDiff(), needs().sfcPtpOffset());
+    if (t_mod > KvdLoz6TuReg_getMod())
+        KvdLoz6TuReg_updateOffsetForNewMod(t.local, t.reference, t_mod);
+    const TimePair delta0 = KvdLoz6TuReg_getOffset();
+    const TimePair z = KvdLoz6Math_ldMod(t.local[0] - t.reference[0] - delta0.c,
+                                         t.local[1] - t.reference[1] - delta0.f, t_mod);
+    return z.c + z.f;
+}
+
+}  // namespace packet

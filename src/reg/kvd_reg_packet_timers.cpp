@@ -1,0 +1,103 @@
+// Timers of a packet time reference's delay variation and lock, and what their end means.
+#include "iif/kvd_iifadm_send.h"
+#include "iif/tuiif_sig.h"
+#include "mgr/trace_groups.h"
+#include "node/sig.h"
+#include "node/trace.h"
+#include "ose/ose.h"
+#include "reg/kvd_reg.h"
+#include "reg/kvd_reg_control.h"
+#include "reg/kvd_reg_measure.h"
+#include "reg/kvd_reg_packet_int.h"
+#include "reg/reg_sig.h"
+
+#include <iterator>
+
+using packet::state;
+
+namespace {
+
+struct TimerRow { SIGSELECT sigNo; OSTIME time_ms; const char* name; };
+constexpr TimerRow ROWS[packet::PDV_TIMERS] = {
+    {KVD_TUREG_PTP_TIME_PDV_TIMEOUT_IND,          60'000,    "high"},
+    {KVD_TUREG_PTP_TIME_NOT_RELIABLE_TIMEOUT_IND, 60'000,    "not reliable"},
+    {KVD_TUREG_PTP_TIME_1588J3_LOCK_TIMEOUT_IND,  5'400'000, "1588J3 lock"},
+    {KVD_TUREG_PTP_TIME_G82751_LOCK_TIMEOUT_IND,  120'000,   "G82751 lock"},
+};
+
+u32 timerOf(SIGSELECT sigNo)
+{
+    u32 which = 0;
+    while (which < packet::PDV_TIMERS && ROWS[which].sigNo != sigNo) ++which;
+    return which;
+}
+
+void onExpiry(u32 which)
+{
+    state().timers[which].timer = 0;
+    KVD_TRACE(TRACE_PTPTIME_REF, TRACE_INFO, "PTP time sync ref %s PDV timer timeout",
+              ROWS[which].name);
+    if (which != packet::NOT_RELIABLE_TIMER) return packet::needs().setRefState(KVD_TUIIF_REF_DEGRADED);
+    constexpr u32 NOT_RELIABLE = 0x20, OF_ACTIVE_REFERENCE = 1;
+    KvdLoz6TuIifAdm_updateTuPktRefStatus(0, 0, NOT_RELIABLE, OF_ACTIVE_REFERENCE);
+}
+
+struct ProfileChangeInd {
+    SIGSELECT sigNo;
+    u8 ptpProfile;
+};
+
+void onPktTimeProfileChange(const ProfileChangeInd* ind)
+{
+    if (ind == nullptr) return;
+    const packet::ProfileRow* const row = packet::profileRow(ind->ptpProfile);
+    if (row == nullptr) {
+        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_ERROR, "Unexpected ptpProfile change indication (%hhu)",
+                  ind->ptpProfile);
+        return;
+    }
+    packet::stopPdvTimer(row->lockTimer == packet::LOCK_1588J3_TIMER ? packet::LOCK_G82751_TIMER
+                                                                      : packet::LOCK_1588J3_TIMER);
+    const u8 regState = KvdLoz6TuReg_regState();
+    if (regState != TIMELOCKED && regState != TRUETIME) packet::startPdvTimer(row->lockTimer);
+    packet::resetMask();
+}
+
+}  // namespace
+
+bool packet::startPdvTimer(u32 which)
+{
+    RunningTimer& t = state().timers[which];
+    if (t.timer != 0) return false;
+    t.owner = ose::current_process();
+    t.timer = ose::request_tmo(ROWS[which].time_ms, ROWS[which].sigNo);
+    return t.timer != 0;
+}
+
+void packet::stopPdvTimer(u32 which)
+{
+    RunningTimer& t = state().timers[which];
+    if (t.timer == 0) return;
+    if (t.owner != ose::current_process()) {
+        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_ERROR,
+                  "Check: Cancelling %s PDV timer requested by other process", ROWS[which].name);
+        return;
+    }
+    ose::cancel_tmo(&t.timer);
+    t.timer = 0;
+}
+
+bool packet::pdvTimerRuns(u32 which) { return state().timers[which].timer != 0; }
+
+int KvdLoz6TuReg_packetDispatch(Signal* sig)
+{
+    if (sig->sigNo == KVD_TUREG_PTP_TIME_PROFILE_CHANGE_IND) {
+        onPktTimeProfileChange(as<ProfileChangeInd>(sig));
+        return 1;
+    }
+    const u32 which = timerOf(sig->sigNo);
+    if (which == packet::PDV_TIMERS) return 0;
+    // One that was stopped when its time-out was queued already tells nothing.
+    if (packet::pdvTimerRuns(which)) onExpiry(which);
+    return 1;
+}
