@@ -13,6 +13,7 @@
 #include "ref/kvd_ref.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstring>
 
 namespace {
@@ -216,6 +217,29 @@ int gpssend(int argc, char** argv)
     const bool withChecksum = std::find(first, last, '*') == last;
     if (KvdLoz6TuGps_sendOneShot(body, withChecksum, true) != 1) return refuse(NOT_ALLOWED);
     return done("\nNMEA message sent to GPS module\n");
+}
+
+/// The dedicated time input isn't part of this load: what it is told here has no taker.
+int genhptsisource(int argc, char** argv)
+{
+    constexpr u32 SOURCES = 5;
+    u32 source = SOURCES;
+    if (argc == 2 && !is(argv[1], "stop")) {
+        const char* const text = argv[1];
+        const bool isHex = text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+        const char* const last = text + std::strlen(text);
+        const auto [stop, error] = std::from_chars(text + (isHex ? 2 : 0), last, source, isHex ? 16 : 10);
+        if (error != std::errc() || stop != last) source = SOURCES;
+    }
+    if (argc != 2 || (!is(argv[1], "stop") && source >= SOURCES))
+        return refuse("Usage: genhptsisource [0x00|0x01|0x02|0x03|0x04|stop]\n"
+                      "  - 0x00 BeiDou\n"
+                      "  - 0x01 GPS\n"
+                      "  - 0x02 1588\n"
+                      "  - 0x03 other supported\n"
+                      "  - 0x04 other unsupported\n"
+                      "  - stop received value is used\n");
+    return notRunning(argc, argv);
 }
 
 int gengpssstatus(int argc, char** argv) { return overrideValue(GPSS_STATUS, argc, argv); }

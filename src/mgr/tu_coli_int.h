@@ -28,6 +28,8 @@ int kvdholdoverthr(int argc, char** argv);
 int kvdremovetime(int argc, char** argv);
 int kvddegraderef(int argc, char** argv);
 int kvdsetcallimit(int argc, char** argv);
+int kvdpdvthr(int argc, char** argv);
+int socpritogreg(int argc, char** argv);
 int socprireadsfc(int argc, char** argv);
 
 // tu_coli_hw.cpp: the board
@@ -42,6 +44,7 @@ int gps01reset(int argc, char** argv);
 int gps02reset(int argc, char** argv);
 int gpsstatus(int argc, char** argv);
 int gpssend(int argc, char** argv);
+int genhptsisource(int argc, char** argv);
 int gengpssstatus(int argc, char** argv);
 int kvdgpstrace(int argc, char** argv);
 int gpsskyview(int argc, char** argv);

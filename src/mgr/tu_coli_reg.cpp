@@ -13,9 +13,12 @@
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_history.h"
 #include "reg/kvd_reg_measure.h"
+#include "reg/kvd_reg_packet.h"
 #include "reg/kvd_reg_pdv_gen.h"
+#include "reg/kvd_reg_pll.h"
 #include "reg/reg_sig.h"
 
+#include <charconv>
 #include <iterator>
 
 namespace {
@@ -92,22 +95,47 @@ int setThreshold(const HoldoverWord& w, const char* value)
 constexpr const char* GENPDV_USAGE =
     "genpdv <ptp_t|ptp_f|ntp> <uplink|downlink> <enable|disable>\n";
 
-struct PdvWord { const char* word; u32 value; };
-constexpr PdvWord PDV_TYPES[] = {{"ntp", PDV_NTP}, {"ptp_f", PDV_PTP_FREQ}, {"ptp_t", PDV_PTP_TIME}};
-constexpr PdvWord PDV_DIRECTIONS[] = {{"uplink", PDV_UPLINK}, {"downlink", PDV_DOWNLINK}};
-constexpr PdvWord PDV_SWITCH[] = {{"enable", 1}, {"disable", 0}};
+/// A word of a command and what it stands for.
+struct CommandWord { const char* word; u32 value; };
+constexpr CommandWord PDV_TYPES[] = {{"ntp", PDV_NTP}, {"ptp_f", PDV_PTP_FREQ}, {"ptp_t", PDV_PTP_TIME}};
+constexpr CommandWord PDV_DIRECTIONS[] = {{"uplink", PDV_UPLINK}, {"downlink", PDV_DOWNLINK}};
+constexpr CommandWord PDV_SWITCH[] = {{"enable", 1}, {"disable", 0}};
 
 /// True when the argument is one of the words; `value` is its number.
 template <std::size_t N>
-bool wordValue(const PdvWord (&words)[N], const char* argument, u32& value)
+bool wordValue(const CommandWord (&words)[N], const char* argument, u32& value)
 {
-    for (const PdvWord& w : words) {
+    for (const CommandWord& w : words) {
         if (!is(argument, w.word)) continue;
         value = w.value;
         return true;
     }
     return false;
 }
+
+// Reference classes of the thresholds.
+constexpr CommandWord PDV_THRESHOLDS[] = {{"packettime", 4}, {"packetfreq", 5}, {"ntp", 2}};
+
+/// Nanoseconds above 0, taken whole: hexadecimal behind 0x, octal behind 0, else decimal.
+bool thresholdNumber(const char* text, u32& ns)
+{
+    int base = 10;
+    if (text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
+        base = 16;
+        text += 2;
+    } else if (text[0] == '0') {
+        base = 8;
+    }
+    const char* const last = text + std::strlen(text);
+    const auto [stop, error] = std::from_chars(text, last, ns, base);
+    return error == std::errc() && stop == last && ns > 0;
+}
+
+constexpr const char* SOCPRITOGREG_USAGE = "Usage: socpritogreg [on | cv | off | current]\n";
+constexpr CommandWord REGULATION_MODES[] = {{"on", REGULATION_ON},
+                                        {"cv", REGULATION_HOLDOVER_WITH_VECTOR},
+                                        {"off", REGULATION_OFF}};
+constexpr const char* REGULATION_TEXT[] = {"ON", "HOLDOVER WITH VECTOR", "OFF"};
 
 int genpdvRefuse(const char* reason)
 {
@@ -276,6 +304,50 @@ int kvdsetcallimit(int argc, char** argv)
     tuHwIf_setCalibrationLimit(static_cast<u8>(days));
     shellPrintf("Calibration Expiration Limit set to %d days\n", static_cast<int>(days));
     KvdLoz6TuReg_setCalibrationCountDown(0.0);
+    return COLI_DONE;
+}
+
+int kvdpdvthr(int argc, char** argv)
+{
+    if (argc == 1) {
+        char text[256];
+        KvdLoz6TuReg_pdvThresholdText(text, sizeof text);
+        shellPrintf("%s", text);
+        return COLI_DONE;
+    }
+    u32 type = 0, threshold_ns = 0;
+    const bool isDefault = argc == 3 && is(argv[2], "d");
+    if (argc != 3 || !wordValue(PDV_THRESHOLDS, argv[1], type) ||
+        (!isDefault && !thresholdNumber(argv[2], threshold_ns)))
+        return usage("Usage: kvdpdvthr [packettime|packetfreq|ntp <thr>]\n"
+                     "thr - threshold in ns ( thr > 0 ) or 'd' for setting the default value");
+    KvdLoz6TuReg_setPdvThreshold(type, threshold_ns);
+    return COLI_DONE;
+}
+
+int socpritogreg(int argc, char** argv)
+{
+    if (argc == 1 || is(argv[1], "?")) {
+        shellPrintf("%s", SOCPRITOGREG_USAGE);
+        return COLI_DONE;
+    }
+    if (argc != 2) {
+        shellPrintf("Invalid number of arguments, expected 2\n%s", SOCPRITOGREG_USAGE);
+        return COLI_USAGE;
+    }
+    if (is(argv[1], "current")) {
+        shellPrintf("Current regulation mode is - %s\n",
+                    REGULATION_TEXT[KvdLoz6TuReg_pll_regulationMode()]);
+        return COLI_DONE;
+    }
+    u32 mode = 0;
+    if (!wordValue(REGULATION_MODES, argv[1], mode)) {
+        shellPrintf("Invalid arguments, expected 'off' or 'on' or 'cv' or 'current'\n%s",
+                    SOCPRITOGREG_USAGE);
+        return COLI_USAGE;
+    }
+    KvdLoz6TuReg_pll_setRegulationMode(static_cast<u8>(mode));
+    shellPrintf("Regulation mode is now set to: %s\n", REGULATION_TEXT[mode]);
     return COLI_DONE;
 }
 
