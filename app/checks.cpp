@@ -89,6 +89,18 @@ Outcome printed(const UnitRecording& u, const sim::CheckSpec& c)
     return {false, "the command didn't end"};
 }
 
+/// So many entries with that text in one of their fields between two times.
+template <typename Entry>
+Outcome entries(const std::vector<Entry>& all, std::string Entry::*field, const sim::CheckSpec& c)
+{
+    const auto count = static_cast<u64>(std::count_if(all.begin(), all.end(), [&](const Entry& e) {
+        return e.t >= c.from_s && e.t <= c.to_s && e.*field == c.text;
+    }));
+    return {count >= c.least && count <= c.most,
+            format("%llu times from %s to %s", static_cast<unsigned long long>(count),
+                   clockText(c.from_s).c_str(), clockText(c.to_s).c_str())};
+}
+
 Outcome reaches(const UnitRecording& u, const sim::CheckSpec& c)
 {
     for (const StateChange& change : u.states)
@@ -216,6 +228,8 @@ Outcome evaluate(const sim::CheckSpec& c, const UnitRecording& u, const Recordin
         return {verdict.pass, verdict.detail};
     }
     case sim::CheckKind::Command:   return printed(u, c);
+    case sim::CheckKind::ErrorLog:   return entries(u.errors, &ErrorEntry::code, c);
+    case sim::CheckKind::TestFailed: return entries(u.failedTests, &FailedTest::name, c);
     case sim::CheckKind::AboutMean: return errorAboutMean(u, c);
     case sim::CheckKind::GpsTime:
         return against(&Sample::gpsTimeError_ns, "the unit has no receiver", u, c);

@@ -167,4 +167,26 @@ Scores score(const UnitRecording& unit, double interval_s)
     return scores;
 }
 
+std::optional<double> timeToFormerState_s(const UnitRecording& unit, const Restart& restart)
+{
+    double end_s = std::numeric_limits<double>::infinity();   // the next restart
+    for (const Restart& r : unit.restarts)
+        if (r.started_s > restart.started_s) end_s = std::min(end_s, r.started_s);
+    for (const StateChange& c : unit.states)
+        if (c.t > restart.started_s && c.t <= end_s && c.state == restart.formerState)
+            return c.t - restart.started_s;
+    return {};
+}
+
+std::optional<double> errorAcrossGap_ns(const UnitRecording& unit, const Restart& restart)
+{
+    if (restart.used != FROM_PERSISTENT_MEMORY) return {};
+    const Sample* before = nullptr;
+    for (const Sample& s : unit.samples) {
+        if (s.t <= restart.stopped_s) before = &s;
+        else if (s.t > restart.used_s && before != nullptr) return s.timeError_ns - before->timeError_ns;
+    }
+    return {};
+}
+
 }  // namespace app

@@ -54,6 +54,32 @@ struct PmSubscription {
     u32 froType = 0;
 };
 
+/// An entry of the node's error log.
+struct ErrorEntry {
+    double t = 0;
+    std::string code;
+    std::string text;
+};
+
+/// A test that failed, as the test service was told.
+struct FailedTest {
+    double t = 0;
+    std::string name;
+    std::string message;
+};
+
+constexpr const char* FROM_PERSISTENT_MEMORY = "persistent memory";
+
+/// A start of the program after the first one, and what its regulator began with.
+struct Restart {
+    double stopped_s = 0;         // the last moment of the run before
+    double started_s = 0;
+    u8 type = 0;                  // restart type, as the test service tells it
+    u8 formerState = 0;           // radio clock state of the run before
+    std::string used;             // "persistent memory", "flash /d/kvd_loz_data_1", ...; empty: nothing yet
+    double used_s = -1;           // when
+};
+
 /// One sample of the series.
 struct Sample {
     double t = 0;
@@ -91,8 +117,16 @@ struct UnitRecording {
     std::vector<PmPeriod> pmPeriods;
     std::vector<PmSubscription> pmSubscriptions;
     std::vector<CommandOutput> outputs;
+    std::vector<Restart> restarts;
+    std::vector<ErrorEntry> errors;
+    std::vector<FailedTest> failedTests;
     std::vector<Sample> samples;
 };
+/// From the start to the state of the run before, s; nothing when it never came.
+std::optional<double> timeToFormerState_s(const UnitRecording& unit, const Restart& restart);
+/// What the time moved by from the last sample before the restart to the first one after the regulator
+/// began, ns; nothing unless it began with persistent memory, which alone keeps the time.
+std::optional<double> errorAcrossGap_ns(const UnitRecording& unit, const Restart& restart);
 
 struct Recording {
     std::string scenario;

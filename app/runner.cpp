@@ -45,6 +45,7 @@ public:
         });
         unit.node().traces().setCapacity(0);
         unit.node().traces().onLine([this](const sim::TraceLine& line) { onTrace(line); });
+        unit.node().onProgramStart([this](u32 type) { onStart(static_cast<u8>(type)); });
         unit.node().onProgramEnd([this](const sim::ProgramEnd& end) {
             tell("program ended: " +
                  (end.text.empty() ? "code " + std::to_string(end.code) : end.text));
@@ -63,6 +64,7 @@ public:
         s.div = board.divider();
         s.temperature_V = board.temperature_V();
         const bool runs = unit_.node().program() != nullptr;
+        if (runs) ranUntil_s_ = s.t;
         s.radioClockState = runs ? clockState_ : u8{7};   // nobody tells a state without power
         if (runs) {
             s.regState = unit_.node().inProgram([] { return KvdLoz6TuReg_regState(); });
@@ -106,6 +108,15 @@ public:
     {
         const auto found = traceCounts_.find(text);
         return found != traceCounts_.end() ? found->second : 0;
+    }
+
+    /// What the node's services have kept themselves.
+    void collect()
+    {
+        for (const sim::ErrorLogEntry& e : unit_.node().errorLog().entries())
+            recording.errors.push_back({seconds(e.at), e.code, e.text});
+        for (const sim::TestResult& r : unit_.node().temi().results())
+            if (r.result != 0) recording.failedTests.push_back({seconds(r.at), r.name, r.message});
     }
 
     UnitRecording recording;
@@ -173,8 +184,37 @@ private:
         tell("GPS status " + std::to_string(ind->gpsStatus) + " " + text);
     }
 
+    void onStart(u8 type)
+    {
+        if (unit_.node().programStarts() <= 1) return;
+        recording.restarts.push_back({ranUntil_s_, now(), type, clockState_, "", -1});
+        flashFile_.clear();
+    }
+
+    /// What a start uses shows in its traces alone.
+    void onStartTrace(const std::string& text)
+    {
+        struct Begin { const char* trace; const char* used; };
+        static constexpr Begin BEGINS[] = {
+            {"initiate with msi done", FROM_PERSISTENT_MEMORY}, {"initiate with flash done", "flash"},
+            {"initiate with calibration done", "calibration"}, {"initiate cold done", "nothing"}};
+        constexpr const char* FILE = "Using ";
+        if (text.starts_with(FILE) && text.find(" historical data file") != std::string::npos)
+            flashFile_ = text.substr(std::strlen(FILE), text.find(' ', std::strlen(FILE)) - std::strlen(FILE));
+        Restart& r = recording.restarts.back();
+        for (const Begin& b : BEGINS) {
+            if (text.find(b.trace) == std::string::npos) continue;
+            r.used = b.used;
+            if (r.used == "flash") r.used += " " + flashFile_;
+            r.used_s = now();
+            tell("begins     with " + r.used);
+        }
+    }
+
     void onTrace(const sim::TraceLine& line)
     {
+        if (!recording.restarts.empty() && recording.restarts.back().used.empty())
+            onStartTrace(line.text);
         for (auto& [text, count] : traceCounts_)
             if (line.text.find(text) != std::string::npos) ++count;
     }
@@ -186,6 +226,8 @@ private:
     std::string prefix_;
     u8 clockState_ = 7;
     std::string selected_ = "none";
+    double ranUntil_s_ = 0;
+    std::string flashFile_;
     std::map<std::string, u64> traceCounts_;
     static constexpr u32 SHAKEN_SAMPLES = 5;
     u32 shaken_ = 0;
@@ -304,7 +346,10 @@ private:
         recording.interval_s = scenario_.interval_s;
         recording.virtual_s = seconds(world_.now());
         recording.wall_s = wall_s;
-        for (auto& recorder : recorders_) recording.units.push_back(recorder->recording);
+        for (auto& recorder : recorders_) {
+            recorder->collect();
+            recording.units.push_back(recorder->recording);
+        }
         // An operator who left early has seen only a part of what the checks speak of.
         if (world_.now() >= worldTime(scenario_.duration_s))
             recording.checks = evaluateChecks(

@@ -52,6 +52,19 @@ Json holdoversOf(const UnitRecording& unit)
     return rows;
 }
 
+Json restartsOf(const UnitRecording& unit)
+{
+    Json rows = Json::array();
+    for (const Restart& r : unit.restarts) {
+        Json row = {{"stopped_s", r.stopped_s}, {"started_s", r.started_s}, {"type", r.type},
+                    {"formerState", r.formerState}, {"used", r.used}, {"used_s", r.used_s}};
+        if (const auto seconds = timeToFormerState_s(unit, r)) row["to_former_state_s"] = *seconds;
+        if (const auto error = errorAcrossGap_ns(unit, r)) row["error_across_gap_ns"] = *error;
+        rows.push_back(row);
+    }
+    return rows;
+}
+
 Json finalOf(const UnitRecording& unit)
 {
     Json last = Json::object();
@@ -98,6 +111,17 @@ Json toJson(const UnitRecording& unit, const Recording& recording)
     json["time_error_ns"] = toJson(scores.timeError_ns);
     json["time_error_about_mean_ns"] = toJson(scores.aboutMean_ns);
     json["holdovers"] = holdoversOf(unit);
+    if (!unit.errors.empty()) {
+        json["error_log"] = Json::array();
+        for (const ErrorEntry& e : unit.errors)
+            json["error_log"].push_back({{"t", e.t}, {"code", e.code}, {"text", e.text}});
+    }
+    if (!unit.failedTests.empty()) {
+        json["failed_tests"] = Json::array();
+        for (const FailedTest& f : unit.failedTests)
+            json["failed_tests"].push_back({{"t", f.t}, {"name", f.name}, {"message", f.message}});
+    }
+    if (!unit.restarts.empty()) json["restarts"] = restartsOf(unit);
     json["freq_error_ppb"] = toJson(scores.freqError_ppb);
     if (!unit.leader.empty()) {
         json["leader"] = unit.leader;
@@ -145,6 +169,23 @@ void printHoldovers(const UnitRecording& unit, std::FILE* out)
     }
 }
 
+void printRestarts(const UnitRecording& unit, std::FILE* out)
+{
+    for (const Restart& r : unit.restarts) {
+        std::fprintf(out, "  restart        %s type %u, after %.0f s away: began with %s",
+                     clockText(r.started_s).c_str(), r.type, r.started_s - r.stopped_s,
+                     r.used.empty() ? "nothing at all" : r.used.c_str());
+        if (r.used_s >= 0) std::fprintf(out, " %.0f s later", r.used_s - r.started_s);
+        if (const auto seconds = timeToFormerState_s(unit, r))
+            std::fprintf(out, ", as before after %.0f s", *seconds);
+        else
+            std::fprintf(out, ", never as before");
+        if (const auto error = errorAcrossGap_ns(unit, r))
+            std::fprintf(out, ", time moved by %+.1f ns", *error);
+        std::fprintf(out, "\n");
+    }
+}
+
 void printUnit(const UnitRecording& unit, double interval_s, std::FILE* out)
 {
     const Scores scores = score(unit, interval_s);
@@ -178,6 +219,13 @@ void printUnit(const UnitRecording& unit, double interval_s, std::FILE* out)
                      unit.leader.c_str(), scores.following_ns.max, scores.following_ns.rms,
                      scores.followed_s);
     printHoldovers(unit, out);
+    printRestarts(unit, out);
+    for (const ErrorEntry& e : unit.errors)
+        std::fprintf(out, "  error log      %s %s %s\n", clockText(e.t).c_str(), e.code.c_str(),
+                     e.text.c_str());
+    for (const FailedTest& f : unit.failedTests)
+        std::fprintf(out, "  test failed    %s %s: %s\n", clockText(f.t).c_str(), f.name.c_str(),
+                     f.message.c_str());
     if (!scores.mtie_ns.empty()) {
         std::fprintf(out, "  masks, from %s to %s\n", clockText(scores.mtieFrom_s).c_str(),
                      clockText(scores.mtieTo_s).c_str());

@@ -20,8 +20,7 @@ Node::Node(ose::World& world, const NodeConfig& config)
     : world_(world), config_(config), system_(&world.createSystem(config.name)),
       alive_(std::make_shared<bool>(true)), parameters_(config), traces_(config.name)
 {
-    setCalendar(config.calendarStart + world.now() / ose::SEC,
-                static_cast<u32>(world.now() % ose::SEC / ose::US));
+    setCalendarTrue();
     makeBoard();
     serial_ = std::make_unique<SerialPort>(*this, uartOf(config.boardType));
     nameServer_ = std::make_unique<NameServer>(*this);
@@ -130,6 +129,7 @@ void Node::kill() { unload(); }
 void Node::load(u32 restartType)
 {
     ++starts_;
+    if (onStart_) onStart_(restartType);
     temi_->programStarted(restartType);
     program_ = &system_->load(config_.program != nullptr ? *config_.program : KvdLoz6_program());
 }
@@ -205,6 +205,12 @@ int Node::registerShutdown(void (*callback)())
 void Node::setCalendar(i64 seconds, u32 microseconds)
 {
     calendarOffset_us_ = seconds * US_PER_S + microseconds - world_.now() / ose::US;
+}
+
+void Node::setCalendarTrue()
+{
+    setCalendar(config_.calendarStart + world_.now() / ose::SEC,
+                static_cast<u32>(world_.now() % ose::SEC / ose::US));
 }
 
 node::CalendarTime Node::calendar()

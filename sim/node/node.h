@@ -86,6 +86,12 @@ public:
         onEnd_ = std::move(observer);
     }
 
+    /// Every load of the program, with its restart type.
+    void onProgramStart(std::function<void(u32 restartType)> observer)
+    {
+        onStart_ = std::move(observer);
+    }
+
     // ---- services -------------------------------------------------------------------------------
     NameServer& nameServer() { return *nameServer_; }
     MainProcessor& mainProcessor() { return *mainProcessor_; }
@@ -110,6 +116,8 @@ public:
 
     /// Sets the node's calendar; it runs on with the world's time.
     void setCalendar(i64 seconds, u32 microseconds = 0);
+    /// To what it would be had nobody set it: the configured start and the time since.
+    void setCalendarTrue();
     /// Interrupt lines: whether the program has enabled a vector.
     bool interruptEnabled(u32 vector) const { return enabledVectors_.contains(vector); }
     int interruptResult = 0;           // nonzero: enable and disable fail with it
@@ -195,6 +203,7 @@ private:
     u32 starts_ = 0;
     std::vector<ProgramEnd> ends_;
     std::function<void(const ProgramEnd&)> onEnd_;
+    std::function<void(u32)> onStart_;
 };
 
 }  // namespace sim

@@ -81,6 +81,8 @@ enum class CheckKind : u8 {
     GpsTold,      // how often it was told a text
     PmPeriods,    // performance counters are those of the states told
     Command,      // what a command prints at a time holds a text
+    ErrorLog,     // entries of a code between two times
+    TestFailed,   // failures of a test that the test service was told between two times
 };
 
 struct CheckSpec {
@@ -140,6 +142,8 @@ std::function<void(Unit&)> readGpsEvent(const std::string& word, TableReader& t,
                                         const UnitSpec& unit);
 /// Servers of the inter-unit links; the event is empty when `word` is none of theirs.
 void readIdlServers(TableReader& t, const std::string& file, NodeConfig& node);
+std::function<void(Unit&)> readRestartEvent(const std::string& word, TableReader& t,
+                                            const UnitSpec& unit);
 std::function<void(Unit&)> readIdlEvent(const std::string& word, TableReader& t);
 /// Phase, noise and recorded series of a reference.
 void readPhase(TableReader& t, LineConfig& c);

@@ -135,6 +135,16 @@ void readKind(TableReader& t, CheckSpec& c, const Scenario& scenario)
         c.pmSet = t.choice<u32>("set", {{"sync", SYNC_PM_FROTYPE}, {"gps", GPSSYNCREF_PM_FROTYPE}});
         readCounts(t, c);
         break;
+    case CheckKind::ErrorLog:
+        readSpan(t, c, scenario);
+        c.text = t.text("code");
+        readCounts(t, c);
+        break;
+    case CheckKind::TestFailed:
+        readSpan(t, c, scenario);
+        c.text = t.text("test");
+        readCounts(t, c);
+        break;
     case CheckKind::Command:
         readMoment(t, c);
         c.line = t.text("line");
@@ -186,6 +196,8 @@ CheckSpec readCheck(const toml::table& table, const std::string& file, const Sce
                                            {"gps_status", CheckKind::GpsStatus},
                                            {"gps_told", CheckKind::GpsTold},
                                            {"pm_periods", CheckKind::PmPeriods},
+                                           {"error_log", CheckKind::ErrorLog},
+                                           {"test_failed", CheckKind::TestFailed},
                                            {"command", CheckKind::Command}});
     c.unit = t.text("unit", scenario.units.front().node.name);
     if (std::none_of(scenario.units.begin(), scenario.units.end(),

@@ -227,11 +227,6 @@ Action nodeMsiFlip(Context& c)
     return [region = c.table.text("region"), byte](Unit& u) { u.node().msi().flip(region, byte); };
 }
 
-Action unitRestart(Context& c)
-{
-    const u32 type = static_cast<u32>(c.table.integer("type", 0, 5));
-    return [type](Unit& u) { u.node().restart(type); };
-}
 Action unitPowerOff(Context&)
 {
     return [](Unit& u) { u.node().powerOff(); };
@@ -307,7 +302,6 @@ constexpr EventWord EVENTS[] = {
     {"node.msi", nodeMsi},
     {"node.msi_die", nodeMsiDie},
     {"node.msi_flip", nodeMsiFlip},
-    {"unit.restart", unitRestart},
     {"unit.power_off", unitPowerOff},
     {"unit.power_on", unitPowerOn},
     {"unit.command", unitCommand},
@@ -358,7 +352,8 @@ EventSpec readEvent(const toml::table& table, const std::string& file, const Sce
         t.finish();
         return e;
     }
-    e.action = readIdlEvent(word, t);
+    e.action = readRestartEvent(word, t, *unit);
+    if (!e.action) e.action = readIdlEvent(word, t);
     if (!e.action) e.action = readGpsEvent(word, t, *unit);
     if (!e.action) t.fail("do", "'" + word + "' is nothing that can happen");
     t.finish();

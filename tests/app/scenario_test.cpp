@@ -69,6 +69,8 @@ TEST(Scenario, IsRefusedWithLineAndReason)
              {"link to itself", two + "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu1\"\n", "bad.toml:9: link: to: a link has two ends"},
              {"link at a taken input", two + "[unit.gps]\ntype = \"gps03\"\n[[link]]\ntype = \"gps_out\"\nfrom = \"tu1\"\nto = \"tu2\"\n", "link: to: the input 'pps' of 'tu2' has another signal"},
              {"event on a missing link", two + "[[event]]\nat = \"1m\"\ndo = \"link.down\"\n", "event: link: "},
+             {"history of no kind", minimal + "[[event]]\nat = \"1m\"\ndo = \"node.history\"\nfile = \"lost\"\n", "bad.toml:7: event: file: 'lost' is nothing that can be done to the history"},
+             {"serial too short", minimal + "[[event]]\nat = \"1m\"\ndo = \"unit.replace_oscillator\"\nserial = \"TU1\"\n", "bad.toml:7: event: serial: 16 characters"},
              {"check of no state", minimal + "[[check]]\ncheck = \"clock\"\nat = \"1m\"\nis = \"FINE\"\n", "bad.toml:7: check: is: 'FINE' is no known name"},
              {"check of no receiver's state", minimal + "[[check]]\ncheck = \"gps_state\"\nat = \"1m\"\nis = \"FINE\"\n", "bad.toml:7: check: is: 'FINE' is no known name"},
              {"command without its text", minimal + "[[check]]\ncheck = \"command\"\nat = \"1m\"\nline = \"gpsstatus\"\n", "check: 'text' is missing"},

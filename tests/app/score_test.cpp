@@ -165,4 +165,25 @@ TEST(Score, OfAUnitThatNeverLockedIsEmpty)
     EXPECT_TRUE(scores.mtie_ns.empty());
 }
 
+TEST(Restarts, AreJudgedUpToTheNextOne)
+{
+    app::UnitRecording u;
+    for (int t = 0; t <= 400; ++t) {
+        app::Sample s;
+        s.t = t;
+        s.timeError_ns = t < 110 ? 5.0 : 7.5;
+        u.samples.push_back(s);
+    }
+    u.states = {{0, 10, ""}, {110, 7, ""}, {125, 10, ""}, {200, 7, ""}, {310, 10, ""}};
+    const app::Restart kept{100, 110, 4, 10, app::FROM_PERSISTENT_MEMORY, 114};
+    const app::Restart short_{199, 200, 4, 10, "flash /d/kvd_loz_data_1", 204};
+    const app::Restart last{299, 300, 4, 10, "flash /d/kvd_loz_data_1", 304};
+    u.restarts = {kept, short_, last};
+    EXPECT_EQ(app::timeToFormerState_s(u, kept), 15.0);
+    EXPECT_EQ(app::timeToFormerState_s(u, short_), std::nullopt);   // the next came first
+    EXPECT_EQ(app::timeToFormerState_s(u, last), 10.0);
+    EXPECT_EQ(app::errorAcrossGap_ns(u, kept), 2.5);
+    EXPECT_EQ(app::errorAcrossGap_ns(u, last), std::nullopt);       // flash keeps no time
+}
+
 }  // namespace
