@@ -2,6 +2,7 @@
 #include "app/nmea.h"
 #include "app/report.h"
 #include "app/runner.h"
+#include "app/soak.h"
 #include "app/summary.h"
 #include "sim/clock/series.h"
 #include "sim/scenario/scenario.h"
@@ -95,6 +96,14 @@ int nmea(const NmeaArguments& a)
     return result.misuses.empty() ? 0 : CHECK_FAILED;
 }
 
+int soak(app::SoakOptions options, u32 runs)
+{
+    int failed = 0;
+    for (u32 i = 0; i < runs; ++i, ++options.seed)
+        failed |= app::printSoak(options, app::runSoak(options));
+    return failed != 0 ? CHECK_FAILED : 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -125,8 +134,18 @@ int main(int argc, char** argv)
     nmeaCommand->add_option("--seed", n.seed, "Seed of the noise");
     nmeaCommand->add_flag("--raw", n.raw, "Leave the ends of lines as they are");
     nmeaCommand->add_flag("--verbose", n.verbose, "Each sentence with what became of it");
+    app::SoakOptions s;
+    u32 runs = 1;
+    CLI::App* const soakCommand = tu.add_subcommand(
+        "soak", "Run what a seed draws, and watch what must hold whatever happens");
+    soakCommand->add_option("--hours", s.hours, "Virtual hours of each run")->check(CLI::Range(0.1, 1e5));
+    soakCommand->add_option("--seed", s.seed, "Seed of the first run");
+    soakCommand->add_option("--runs", runs, "Runs, each with the next seed")->check(CLI::Range(1, 1000000));
+    soakCommand->add_option("--save", s.save, "Write the scenario that the seed draws to this file");
+    soakCommand->add_flag("--quiet", s.quiet, "Tell failures alone");
     try {
         tu.parse(argc, argv);
+        if (soakCommand->parsed()) return soak(s, runs);
         return nmeaCommand->parsed() ? nmea(n) : run(a);
     } catch (const CLI::ParseError& e) {
         return e.get_exit_code() == 0 ? tu.exit(e) : refuse(std::string("tu: ") + e.what());

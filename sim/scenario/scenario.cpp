@@ -74,6 +74,15 @@ Scenario readScenario(const std::string& path)
     }
 }
 
+Scenario readScenarioText(const std::string& text, const std::string& name)
+{
+    try {
+        return readTop(toml::parse(text, name), name);
+    } catch (const toml::parse_error& e) {
+        throw ScenarioError(name, static_cast<u32>(e.source().begin.line), std::string(e.description()));
+    }
+}
+
 void replaceOscillator(Scenario& scenario, const std::string& what)
 {
     const Recorded recorded = readRecorded(what);

@@ -113,6 +113,8 @@ struct Scenario {
 
 /// Reads and checks a scenario. Throws ScenarioError, or SeriesError for a recorded series it names.
 Scenario readScenario(const std::string& path);
+/// The same of a text; `name` stands for the file in what is refused.
+Scenario readScenarioText(const std::string& text, const std::string& name);
 
 /// Puts a recorded oscillator, or recorded noise of every reference, in place of the scenario's own.
 /// `what` is FILE or FILE:hz, FILE:frequency, FILE:phase.

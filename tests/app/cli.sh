@@ -44,4 +44,7 @@ grep -q 'none.log: ' "$dir/err" || { echo "the log isn't named"; failed=1; }
 expect 2 "a folder as a log" nmea "$dir"
 expect 2 "noise out of range" nmea "$dir/good.log" --noise 2
 expect 2 "a folder that can't be made" run "$dir/good.toml" --out /proc/none
+expect 0 "a long run" soak --hours 0.2 --seed 5 --save "$dir/drawn.toml"
+expect 0 "what it drew" run "$dir/drawn.toml" --quiet
+expect 2 "a long run of no length" soak --hours 0
 exit $failed

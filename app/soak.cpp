@@ -1,0 +1,264 @@
+#include "app/soak.h"
+
+#include "iif/kvd_iifadm.h"
+#include "iif/tuiif_sig.h"
+#include "reg/kvd_reg.h"
+#include "reg/kvd_reg_estimate.h"
+#include "reg/kvd_reg_jump.h"
+#include "reg/kvd_reg_measure.h"
+#include "sim/board/board.h"
+#include "sim/scenario/unit.h"
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <fstream>
+#include <limits>
+#include <memory>
+
+namespace app {
+namespace {
+
+double seconds(ose::Time t) { return static_cast<double>(t) / static_cast<double>(ose::SEC); }
+
+/// FNV-1a of whatever is given, for the comparison of two runs.
+class Digest {
+public:
+    template <typename T>
+    void add(const T& value)
+    {
+        u8 bytes[sizeof value];
+        std::memcpy(bytes, &value, sizeof value);
+        for (const u8 b : bytes) hash_ = (hash_ ^ b) * 0x100000001B3;
+    }
+    void add(const std::string& text)
+    {
+        for (const char c : text) add(static_cast<u8>(c));
+    }
+    u64 value() const { return hash_; }
+
+private:
+    u64 hash_ = 0xCBF29CE484222325;
+};
+
+/// One unit under watch: what is done to it and what it shows.
+class Watched {
+public:
+    Watched(sim::Unit& unit, const sim::UnitSpec& spec, Digest& digest,
+            std::vector<Violation>& found)
+        : unit_(unit), spec_(spec), digest_(digest), found_(found), watch_(unit.name())
+    {
+        may_.hasTime = spec.node.mainProcessor.timeMode != 1;
+        unit.node().traces().setCapacity(0);
+        unit.node().mainProcessor().onStatus([this](const sim::ClockStatus& s) {
+            if (s.radioClockState != told_) ++clockChanges;
+            told_ = s.radioClockState;
+            const u32 connection = unit_.node().mainProcessor().connections();
+            if (connection != connection_) watch_.forgetTold();
+            connection_ = connection;
+            watch_.told(seconds(s.at), s.radioClockState, found_);
+            digest_.add(s.at);
+            digest_.add(s.radioClockState);
+            digest_.add(s.refState);
+        });
+        unit.node().onProgramStart([this](u32) {
+            watch_.forgetTold();
+            may_.halting = boardFaults_ > 0;
+            if (unit_.node().programStarts() > 1) ++restarts;
+        });
+    }
+
+    /// What an event lets the unit do.
+    void onEvent(const std::string& what, double t)
+    {
+        const bool isOff = what.ends_with(" off");
+        if (what == "mp.jump") may_.jump_s = t;
+        if (what.starts_with("input.") || what.starts_with("gps.")) may_.reference_s = t;
+        if (!what.starts_with("board.fault")) return;
+        boardFaults_ += isOff ? -1 : 1;
+        may_.halting = true;
+        may_.boardFault_s = t;
+        if (what.find("synth") != std::string::npos || what.find("feedback") != std::string::npos)
+            unlocked_ = !isOff;
+    }
+
+    void look(double t)
+    {
+        const Moment m = moment(t);
+        if (unlocked_) unlockedUntil_s_ = t;
+        constexpr double CHECKED_EACH_s = 130.0;           // two minute checks
+        may_.unlocked = t - unlockedUntil_s_ < CHECKED_EACH_s;
+        watch_.look(m, may_, found_);
+        digest_.add(m.timeError_ns);
+        digest_.add(m.clock);
+    }
+
+    u64 restarts = 0, clockChanges = 0;
+
+private:
+    Moment moment(double t)
+    {
+        Moment m;
+        sim::Node& node = unit_.node();
+        const sim::MainProcessor& mp = node.mainProcessor();
+        m.t = t;
+        m.runs = node.program() != nullptr;
+        m.starts = node.programStarts();
+        m.timeError_ns = node.board().timeError_s() * 1e9;
+        m.freqError_ppb = node.board().frequencyError() * 1e9;
+        const auto ahead_s = unit_.counterAgainstGps_s();
+        m.gpsError_ns = ahead_s ? *ahead_s * 1e9 : std::numeric_limits<double>::quiet_NaN();
+        if (!mp.connected()) connectedSince_s_ = t;
+        constexpr double SETTLED_s = 15.0;
+        m.connected = t - connectedSince_s_ > SETTLED_s;
+        m.told = mp.clockState();
+        m.wanted = mp.selectedRefType();
+        if (!m.runs) return m;
+        m.poolUsed = node.program()->poolUsed();
+        struct Seen { u8 clock, selected, degrState; double c, f; u32 jumpState; };
+        const Seen seen = node.inProgram([] {
+            const TimePair last = KvdLoz6TuReg_getLastTime();
+            return Seen{KvdLoz6TuIifAdm_radioClockState(), KvdLoz6TuIifAdm_selectedRef(),
+                        KvdLoz6TuReg_degrState(), last.c, last.f, KvdLoz6TuReg_jumpState()};
+        });
+        m.clock = seen.clock;
+        m.selected = seen.selected;
+        m.degraded = seen.degrState == KVD_TUIIF_REF_DEGRADED;
+        m.coarse_s = seen.c;
+        m.fine_s = seen.f;
+        if (seen.jumpState != JUMP_NOT_NEEDED) may_.jump_s = t;
+        lookAtInput(m);
+        return m;
+    }
+
+    /// A line that has been dead for a minute, and what the unit says of it.
+    void lookAtInput(Moment& m)
+    {
+        constexpr double FILTERED_s = 60.0;
+        for (const sim::MpReference& r : spec_.node.mainProcessor.references) {
+            if (r.refType != m.selected || r.refType == 6) continue;
+            const auto input = r.name == "pps" ? sim::ReferenceInput::Pps : sim::ReferenceInput::Pdh1;
+            if (unit_.input(input).present()) aliveAt_s_ = m.t;
+            m.selectedDead = m.t - aliveAt_s_ > FILTERED_s;
+            m.selectedUsable = unit_.node().mainProcessor().usable(r);
+            return;
+        }
+        aliveAt_s_ = m.t;
+    }
+
+    sim::Unit& unit_;
+    const sim::UnitSpec& spec_;
+    Digest& digest_;
+    std::vector<Violation>& found_;
+    SoakWatch watch_;
+    Licence may_;
+    int boardFaults_ = 0;
+    bool unlocked_ = false;
+    double unlockedUntil_s_ = -1e9;
+    u8 told_ = 7;
+    u32 connection_ = 0;
+    double connectedSince_s_ = 0, aliveAt_s_ = 0;
+};
+
+class Soak {
+public:
+    Soak(const sim::Scenario& scenario, SoakResult& result)
+        : scenario_(scenario), result_(result), world_(scenario.seed)
+    {
+        world_.onMisuse([this](const ose::Misuse& m) {
+            result_.violations.push_back({seconds(world_.now()), "kernel", "misuse: " + m.text()});
+        });
+        for (const sim::UnitSpec& spec : scenario.units) {
+            units_.push_back(std::make_unique<sim::Unit>(world_, spec));
+            watched_.push_back(std::make_unique<Watched>(*units_.back(), spec, digest_, result.violations));
+        }
+        for (const sim::EventSpec& e : scenario.events)
+            world_.at(static_cast<ose::Time>(std::llround(e.at_s * 1e12)), [this, &e] { happen(e); });
+        scheduleLook(1);
+    }
+
+    void run()
+    {
+        const auto began = std::chrono::steady_clock::now();
+        const ose::Time end = static_cast<ose::Time>(scenario_.duration_s * 1e12);
+        while (world_.now() < end && result_.violations.empty())
+            world_.runUntil(std::min(world_.now() + 10 * ose::SEC, end));
+        result_.wall_s =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+        result_.hours = seconds(world_.now()) / 3600.0;
+        result_.digest = digest_.value();
+        for (const auto& w : watched_) {
+            result_.restarts += w->restarts;
+            result_.clockChanges += w->clockChanges;
+        }
+        result_.lastEvents.assign(last_.begin(), last_.end());
+    }
+
+private:
+    void happen(const sim::EventSpec& e)
+    {
+        for (std::size_t i = 0; i < units_.size(); ++i) {
+            if (units_[i]->name() != e.unit) continue;
+            watched_[i]->onEvent(e.what, seconds(world_.now()));
+            e.action(*units_[i]);
+        }
+        ++result_.events;
+        char line[160];
+        std::snprintf(line, sizeof line, "%.1f s  %s  %s", e.at_s, e.unit.c_str(), e.what.c_str());
+        last_.push_back(line);
+        constexpr std::size_t KEPT = 12;
+        if (last_.size() > KEPT) last_.pop_front();
+    }
+
+    void scheduleLook(u64 second)
+    {
+        world_.at(static_cast<ose::Time>(second) * ose::SEC + ose::SEC / 2, [this, second] {
+            for (auto& w : watched_) w->look(seconds(world_.now()));
+            scheduleLook(second + 1);
+        });
+    }
+
+    const sim::Scenario& scenario_;
+    SoakResult& result_;
+    ose::World world_;
+    Digest digest_;
+    std::vector<std::unique_ptr<sim::Unit>> units_;
+    std::vector<std::unique_ptr<Watched>> watched_;
+    std::deque<std::string> last_;
+};
+
+}  // namespace
+
+SoakResult runSoak(const SoakOptions& options)
+{
+    const std::string text = drawScenario(options.hours, options.seed);
+    if (!options.save.empty()) std::ofstream(options.save) << text;
+    const sim::Scenario scenario =
+        sim::readScenarioText(text, "soak-" + std::to_string(options.seed));
+    SoakResult result;
+    Soak(scenario, result).run();
+    return result;
+}
+
+int printSoak(const SoakOptions& options, const SoakResult& r)
+{
+    if (!options.quiet || !r.violations.empty())
+        std::printf("soak seed %llu: %.1f virtual hours in %.1f s, %llu events, %llu restarts, %llu changes "
+                    "of clock state, digest %016llx\n",
+                    static_cast<unsigned long long>(options.seed), r.hours, r.wall_s,
+                    static_cast<unsigned long long>(r.events),
+                    static_cast<unsigned long long>(r.restarts),
+                    static_cast<unsigned long long>(r.clockChanges),
+                    static_cast<unsigned long long>(r.digest));
+    if (r.violations.empty()) return 0;
+    for (const std::string& event : r.lastEvents) std::printf("  event      %s\n", event.c_str());
+    for (const Violation& v : r.violations)
+        std::printf("  VIOLATION  %.1f s  %s: %s\n", v.t, v.unit.c_str(), v.what.c_str());
+    std::printf("  replay     tu soak --hours %g --seed %llu, or --save a.toml and tu run a.toml\n",
+                options.hours, static_cast<unsigned long long>(options.seed));
+    return 1;
+}
+
+}  // namespace app

@@ -1,0 +1,160 @@
+#include "app/soak_watch.h"
+
+#include "iif/tuiif_sig.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace app {
+namespace {
+
+constexpr double STEP_ns = 5000.0;            // more in a second than any frequency error makes
+constexpr double JUMP_DONE_s = 12.0;          // after the order: its warning time and some
+constexpr double START_s = 10.0;              // in which a start may do anything with counter and clock
+constexpr double TOLD_s = 5.0;                // a change of state reaches the main processor within
+constexpr double COUNTER_TURN_s = 1024.0;
+constexpr u32 POOL_GROWTH = 16384;            // bytes above the first hour's
+constexpr double HOUR_s = 3600.0;
+
+constexpr u8 NO_REFERENCE = 1;
+constexpr u8 UNKNOWN = 7;                     // clock state
+
+bool isLocked(u8 clock)
+{
+    return clock == KVD_TUIIF_FREQUENCY_LOCKED || clock == KVD_TUIIF_TIME_OFFSET_LOCKED ||
+           clock == KVD_TUIIF_RNT_TIME_LOCKED;
+}
+bool hasTime(u8 clock)
+{
+    return clock >= KVD_TUIIF_TIME_OFFSET_LOCKED && clock <= KVD_TUIIF_RNT_TIME_HOLDOVER;
+}
+
+constexpr u32 bit(u8 state) { return 1u << state; }
+
+/// Clock states that may follow each one in a run of the program, on a master that follows receivers
+/// and lines. A loss of tracking may come and go in any state; the halted state ends with a restart.
+constexpr u32 DEGRADES = bit(KVD_TUIIF_FREQUENCY_DRIFTING) | bit(KVD_TUIIF_LOSS_OF_TRACKING) |
+                         bit(KVD_TUIIF_FAILURE);
+constexpr u32 FREQUENCY = bit(KVD_TUIIF_FREQUENCY_LOCKED) | bit(KVD_TUIIF_FREQUENCY_HOLDOVER);
+constexpr u32 TIME_OFFSET = bit(KVD_TUIIF_TIME_OFFSET_LOCKED) | bit(KVD_TUIIF_TIME_OFFSET_HOLDOVER);
+constexpr u32 RNT = bit(KVD_TUIIF_RNT_TIME_LOCKED) | bit(KVD_TUIIF_RNT_TIME_HOLDOVER);
+
+u32 followers(u8 from)
+{
+    switch (from) {
+    case KVD_TUIIF_WARMUP:               return DEGRADES | FREQUENCY;
+    case KVD_TUIIF_FREQUENCY_DRIFTING:   return DEGRADES | FREQUENCY;
+    case KVD_TUIIF_FREQUENCY_LOCKED:
+    case KVD_TUIIF_FREQUENCY_HOLDOVER:   return DEGRADES | FREQUENCY | TIME_OFFSET | RNT;
+    case KVD_TUIIF_TIME_OFFSET_LOCKED:
+    case KVD_TUIIF_TIME_OFFSET_HOLDOVER:
+    case KVD_TUIIF_RNT_TIME_LOCKED:
+    case KVD_TUIIF_RNT_TIME_HOLDOVER:    return DEGRADES | FREQUENCY | TIME_OFFSET | RNT;
+    case KVD_TUIIF_LOSS_OF_TRACKING:
+        return DEGRADES | FREQUENCY | TIME_OFFSET | RNT | bit(KVD_TUIIF_WARMUP);
+    default:                             return 0;
+    }
+}
+
+}  // namespace
+
+bool mayFollow(u8 from, u8 to) { return from == to || (followers(from) & bit(to)) != 0; }
+
+void SoakWatch::fail(const Moment& m, const std::string& what)
+{
+    found_->push_back({m.t, unit_, what});
+}
+
+void SoakWatch::look(const Moment& m, const Licence& may, std::vector<Violation>& found)
+{
+    found_ = &found;
+    if (!any_ || m.starts != before_.starts || m.runs != before_.runs) {
+        started_s_ = m.t;
+        stateSince_s_ = m.t;
+        toldWrongSince_s_ = selectedWrongSince_s_ = -1;
+        poolOfFirstHour_ = 0;
+    } else if (m.runs) {
+        lookAtSteps(m, may);
+        lookAtClock(m, may);
+        lookAtErrors(m, may);
+        lookAtMemory(m);
+    }
+    before_ = m;
+    any_ = true;
+}
+
+void SoakWatch::told(double t, u8 clock, std::vector<Violation>& found)
+{
+    if (lastTold_ != UNKNOWN && !mayFollow(lastTold_, clock))
+        found.push_back({t, unit_, "clock state " + std::to_string(lastTold_) + " was followed by " +
+                                       std::to_string(clock)});
+    lastTold_ = clock;
+}
+
+void SoakWatch::forgetTold() { lastTold_ = UNKNOWN; }
+
+void SoakWatch::lookAtSteps(const Moment& m, const Licence& may)
+{
+    const double step = m.timeError_ns - before_.timeError_ns;
+    const bool licensed = m.t - may.jump_s < JUMP_DONE_s || m.t - started_s_ < START_s;
+    if (std::fabs(step) > STEP_ns && !licensed)
+        fail(m, "the counter stepped by " + std::to_string(step) + " ns without an order");
+    if (m.coarse_s != -1.0 && (m.coarse_s < 0 || std::fmod(m.coarse_s, COUNTER_TURN_s) != 0.0))
+        fail(m, "coarse time " + std::to_string(m.coarse_s) + " s is no whole number of turns");
+    if (m.fine_s < 0 || m.fine_s >= COUNTER_TURN_s)
+        fail(m, "fine time " + std::to_string(m.fine_s) + " s is out of range");
+}
+
+void SoakWatch::lookAtClock(const Moment& m, const Licence& may)
+{
+    if (m.clock != before_.clock) stateSince_s_ = m.t;
+    if (m.clock == KVD_TUIIF_FAILURE && !may.halting) fail(m, "halted without a fault of the board");
+    if (m.clock == KVD_TUIIF_LOSS_OF_TRACKING && !may.unlocked)
+        fail(m, "loss of tracking with both synthesisers locked");
+    if (hasTime(m.clock) && !may.hasTime) fail(m, "a time state in frequency mode");
+    if (m.selected == NO_REFERENCE && isLocked(m.clock) && m.t - stateSince_s_ > TOLD_s)
+        fail(m, "locked to no reference");
+
+    const bool wrong = m.connected && m.clock != UNKNOWN && m.told != m.clock;
+    if (!wrong) toldWrongSince_s_ = -1;
+    else if (toldWrongSince_s_ < 0) toldWrongSince_s_ = m.t;
+    else if (m.t - toldWrongSince_s_ > TOLD_s)
+        fail(m, "told clock state " + std::to_string(m.told) + ", is " + std::to_string(m.clock));
+
+    if (!m.connected || m.selected == m.wanted) selectedWrongSince_s_ = -1;
+    else if (selectedWrongSince_s_ < 0) selectedWrongSince_s_ = m.t;
+    else if (m.t - selectedWrongSince_s_ > TOLD_s)
+        fail(m, "reference type " + std::to_string(m.selected) + " selected, wanted " +
+                    std::to_string(m.wanted));
+    if (m.connected && m.selectedDead && m.selectedUsable && m.selected != NO_REFERENCE)
+        fail(m, "a reference without a signal since a minute is told usable");
+}
+
+void SoakWatch::lookAtErrors(const Moment& m, const Licence& may)
+{
+    // What the references were made to do counts for a while: the filter follows what it is shown.
+    constexpr double SETTLED_s = 3600.0;
+    constexpr double FREQUENCY_MAX_ppb = 20.0, TIME_MAX_ns = 2000.0;
+    constexpr double JUMP_SETTLED_s = 60.0;      // what the counter's resolution left is steered out
+    if (m.t - may.jump_s < JUMP_SETTLED_s || m.t - may.reference_s < SETTLED_s || m.t - stateSince_s_ < SETTLED_s ||
+        m.t - may.boardFault_s < SETTLED_s || m.degraded)
+        return;
+    if (isLocked(m.clock) && std::fabs(m.freqError_ppb) > FREQUENCY_MAX_ppb)
+        fail(m, "locked, and " + std::to_string(m.freqError_ppb) + " ppb off");
+    if (m.clock == KVD_TUIIF_RNT_TIME_LOCKED && std::fabs(m.gpsError_ns) > TIME_MAX_ns)
+        fail(m, "locked in time, and " + std::to_string(m.gpsError_ns) + " ns off");
+}
+
+void SoakWatch::lookAtMemory(const Moment& m)
+{
+    if (m.t - started_s_ < HOUR_s) {
+        poolOfFirstHour_ = std::max(poolOfFirstHour_, m.poolUsed);
+        return;
+    }
+    if (m.poolUsed > poolOfFirstHour_ + POOL_GROWTH)
+        fail(m, "signals take " + std::to_string(m.poolUsed) + " bytes, " +
+                    std::to_string(poolOfFirstHour_) + " in the first hour");
+}
+
+}  // namespace app

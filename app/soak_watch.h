@@ -1,0 +1,79 @@
+// soak_watch.h - What must hold of a unit whatever happens, judged from one moment to the next.
+// The judge knows the unit from outside: what it told, what its inputs were, what was done to it.
+#pragma once
+#include "ose/types.h"
+
+#include <string>
+#include <vector>
+
+namespace app {
+
+struct Violation {
+    double t = 0;
+    std::string unit;
+    std::string what;
+};
+
+/// A unit a second, as the watch sees it.
+struct Moment {
+    double t = 0;
+    bool runs = false;                 // its program does
+    u32 starts = 0;                    // of the program so far
+    bool connected = false;            // the main processor is, and was a moment ago
+    u8  clock = 7;                     // radio clock state by the unit itself
+    u8  told = 7;                      // as the main processor was told last
+    u8  selected = 1;                  // reference type by the unit; 1 is none
+    u8  wanted = 1;                    // as the main processor selected last
+    double timeError_ns = 0;           // counter against true time
+    double freqError_ppb = 0;
+    double gpsError_ns = 0;            // counter against GPS time; NaN without a receiver
+    double coarse_s = 0, fine_s = 0;   // time of the last sample by the regulator; -1, 0: none
+    bool degraded = false;             // the unit tells that it can't use what the reference gives
+    u32 poolUsed = 0;                  // bytes of signals in use
+    bool selectedDead = false;         // the selected reference gives nothing since a minute
+    bool selectedUsable = true;        // by the word that the unit told
+};
+
+/// What was done to a unit and lets it do what is forbidden otherwise.
+struct Licence {
+    double jump_s = -1e9;              // the last order to step the counters
+    double boardFault_s = -1e9;        // the last moment of a fault that halts, or its end
+    double reference_s = -1e9;         // the last step, fault or change at a reference
+    bool halting = false;              // such a fault came since the last start
+    bool unlocked = false;             // a synthesiser has no lock, or had none a minute ago
+    bool hasTime = false;              // the unit runs in time mode
+};
+
+class SoakWatch {
+public:
+    explicit SoakWatch(std::string unit) : unit_(std::move(unit)) {}
+
+    /// Judges this moment; what it finds is added to `found`.
+    void look(const Moment& m, const Licence& may, std::vector<Violation>& found);
+    /// Judges a clock state that the main processor was told, by the one told before.
+    void told(double t, u8 clock, std::vector<Violation>& found);
+    /// What was told before doesn't bind what is told next: the program or the connection is another.
+    void forgetTold();
+
+private:
+    void lookAtSteps(const Moment& m, const Licence& may);
+    void lookAtClock(const Moment& m, const Licence& may);
+    void lookAtErrors(const Moment& m, const Licence& may);
+    void lookAtMemory(const Moment& m);
+    void fail(const Moment& m, const std::string& what);
+
+    std::string unit_;
+    std::vector<Violation>* found_ = nullptr;
+    Moment before_;
+    bool any_ = false;
+    u8 lastTold_ = 7;                  // 7: nothing in this connection
+    double started_s_ = 0;             // the present run of the program
+    double stateSince_s_ = 0;
+    double toldWrongSince_s_ = -1, selectedWrongSince_s_ = -1;
+    u32 poolOfFirstHour_ = 0;
+};
+
+/// True when a clock that tells `from` may tell `to` next, without a restart in between.
+bool mayFollow(u8 from, u8 to);
+
+}  // namespace app

@@ -1,0 +1,121 @@
+// The long run's watch: that it sees each thing that must not be, and lets pass what may; that a seed
+// draws the same run each time.
+#include "app/soak.h"
+
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <functional>
+
+namespace {
+
+using app::Licence;
+using app::Moment;
+using app::SoakWatch;
+using app::Violation;
+using testing::HasSubstr;
+
+/// A unit that has been locked in time to GPS for hours.
+Moment sound(double t)
+{
+    Moment m;
+    m.t = t;
+    m.runs = m.connected = true;
+    m.starts = 1;
+    m.clock = m.told = 10;
+    m.selected = m.wanted = 6;
+    m.coarse_s = 2048.0;
+    m.fine_s = 17.5;
+    m.poolUsed = 20000;
+    return m;
+}
+
+TEST(SoakWatch, SeesWhatMustNotBe)
+{
+    struct Case {
+        const char* what;
+        std::function<void(Moment&, Licence&)> plant;
+        const char* found;               // "" when it may be
+    };
+    for (const Case& c : std::vector<Case>{
+             {"nothing", [](Moment&, Licence&) {}, ""},
+             {"a step", [](Moment& m, Licence&) { m.timeError_ns = 6000; }, "without an order"},
+             {"an ordered step",
+              [](Moment& m, Licence& may) { m.timeError_ns = 6000, may.jump_s = m.t - 11; }, ""},
+             {"a late step", [](Moment& m, Licence& may) { m.timeError_ns = 6000, may.jump_s = m.t - 13; },
+              "without an order"},
+             {"a coarse time between turns", [](Moment& m, Licence&) { m.coarse_s = 1000; }, "number of turns"},
+             {"no coarse time", [](Moment& m, Licence&) { m.coarse_s = -1; }, ""},
+             {"a fine time of a turn", [](Moment& m, Licence&) { m.fine_s = 1024; }, "out of range"},
+             {"a halt", [](Moment& m, Licence&) { m.clock = m.told = 6; }, "halted"},
+             {"a halt after a fault",
+              [](Moment& m, Licence& may) { m.clock = m.told = 6, may.halting = true; }, ""},
+             {"a loss of tracking", [](Moment& m, Licence&) { m.clock = m.told = 5; }, "loss of tracking"},
+             {"time in frequency mode", [](Moment&, Licence& may) { may.hasTime = false; }, "frequency mode"},
+             {"no reference", [](Moment& m, Licence&) { m.selected = m.wanted = 1; }, "no reference"},
+             {"a state that isn't told", [](Moment& m, Licence&) { m.told = 8; }, "told clock state 8, is 10"},
+             {"the same without a peer", [](Moment& m, Licence&) { m.told = 8, m.connected = false; }, ""},
+             {"another reference", [](Moment& m, Licence&) { m.wanted = 2; }, "type 6 selected, wanted 2"},
+             {"a dead reference that is told usable",
+              [](Moment& m, Licence&) { m.selectedDead = true; }, "told usable"},
+             {"one that is told dead",
+              [](Moment& m, Licence&) { m.selectedDead = true, m.selectedUsable = false; }, ""},
+             {"a wrong frequency", [](Moment& m, Licence&) { m.freqError_ppb = -21; }, "ppb off"},
+             {"a wrong time", [](Moment& m, Licence&) { m.gpsError_ns = 2001; }, "ns off"},
+             {"the same from a reference that is told degraded",
+              [](Moment& m, Licence&) { m.gpsError_ns = 2001, m.degraded = true; }, ""},
+             {"the same after a fault of the receiver",
+              [](Moment& m, Licence& may) { m.gpsError_ns = 2001, may.reference_s = m.t - 3000; }, ""},
+             {"signals that pile up", [](Moment& m, Licence&) { m.poolUsed += 16385; }, "bytes"},
+         }) {
+        SCOPED_TRACE(c.what);
+        SoakWatch watch("tu1");
+        std::vector<Violation> found;
+        Licence may;
+        may.hasTime = true;
+        for (const double t : {0.0, 1000.0, 4000.0, 8000.0}) watch.look(sound(t), may, found);
+        ASSERT_TRUE(found.empty()) << found[0].what;
+        for (int i = 1; i <= 10; ++i) {            // some count after a few seconds alone
+            Moment m = sound(8000.0 + i);
+            c.plant(m, may);
+            watch.look(m, may, found);
+        }
+        if (*c.found == '\0') {
+            EXPECT_TRUE(found.empty()) << found[0].what;
+        } else {
+            ASSERT_FALSE(found.empty());
+            EXPECT_THAT(found[0].what, HasSubstr(c.found));
+        }
+    }
+}
+
+TEST(SoakWatch, KnowsWhichClockStatesFollow)
+{
+    constexpr u8 WARMUP = 1, DRIFTING = 2, LOCKED = 3, HOLDOVER = 4, LOST = 5, FAILED = 6, OFFSET = 8, RNT = 10;
+    SoakWatch watch("tu1");
+    std::vector<Violation> found;
+    for (const u8 clock : {WARMUP, DRIFTING, LOCKED, OFFSET, RNT, LOCKED, HOLDOVER, LOST, RNT, FAILED})
+        watch.told(0, clock, found);
+    EXPECT_TRUE(found.empty()) << found[0].what;
+    watch.told(0, LOCKED, found);                  // the halted state ends with a restart alone
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].what, "clock state 6 was followed by 3");
+    watch.forgetTold();
+    watch.told(0, DRIFTING, found);
+    EXPECT_EQ(found.size(), 1u);
+    watch.told(0, OFFSET, found);                  // time before frequency
+    watch.told(0, WARMUP, found);                  // cold without a start
+    EXPECT_EQ(found.size(), 3u);
+}
+
+TEST(Soak, ReplaysASeed)
+{
+    const app::SoakResult first = app::runSoak({.hours = 1.5, .seed = 3});
+    const app::SoakResult second = app::runSoak({.hours = 1.5, .seed = 3});
+    EXPECT_TRUE(first.violations.empty());
+    EXPECT_GT(first.clockChanges, 0u);
+    EXPECT_EQ(first.digest, second.digest);
+    EXPECT_NE(first.digest, app::runSoak({.hours = 1.5, .seed = 4}).digest);
+}
+
+}  // namespace
