@@ -1,4 +1,6 @@
 // A whole unit: one edge from latch to divider, virtual seconds a wall second of a locked unit.
+#include "fifo/kvd_fifo_proc.h"
+#include "reg/kvd_reg_estimate.h"
 #include "sim/board/board.h"
 #include "sim/node/node.h"
 #include "sim/refs/line_source.h"
@@ -74,6 +76,31 @@ void BM_EdgeFromLatchToDivider(benchmark::State& state)
     for (auto _ : state) unit.world.runFor(PERIOD);
     unit.node.board().connect(sim::ReferenceInput::Pps, nullptr);
 }
+/// The same with the logs of an hour and a half being dumped all the time. Every edge is to come through: one
+/// sample for each.
+void BM_EdgeBesideADump(benchmark::State& state)
+{
+    LockedUnit unit;
+    unit.world.runFor(5400 * ose::SEC);
+    constexpr ose::Time PERIOD = 5 * ose::MS;
+    QuickEdges edges(PERIOD);
+    unit.node.board().connect(sim::ReferenceInput::Pps, &edges);
+    unit.world.runFor(ose::SEC);
+    const auto samples = [&unit] {
+        return unit.node.inProgram([] { return KvdLoz6TuReg_estimateStateVar().measCount; });
+    };
+    const u32 before = samples();
+    constexpr i64 EDGES = 200;
+    for (auto _ : state) {
+        unit.node.system().call(*unit.node.program(), KvdLoz6Fifo_dump);
+        unit.world.runFor(EDGES * PERIOD);
+    }
+    state.counters["samples_per_edge"] =
+        static_cast<double>(samples() - before) / static_cast<double>(state.iterations() * EDGES);
+    unit.node.board().connect(sim::ReferenceInput::Pps, nullptr);
+}
+BENCHMARK(BM_EdgeBesideADump)->Unit(benchmark::kMillisecond)->UseRealTime();
+
 BENCHMARK(BM_EdgeFromLatchToDivider)->Unit(benchmark::kMicrosecond)->MeasureProcessCPUTime()->UseRealTime();
 
 }  // namespace

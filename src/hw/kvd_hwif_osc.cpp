@@ -102,7 +102,7 @@ FrequencyWords frequencyWords(const NominalValues& nominal, double relative, dou
 double frequencyLimit(u8 isMaster, u8 selectedRef, u32 idlMode)
 {
     if (isMaster != 0) return selectedRef == SOCPRI_REF ? LIMIT_MASTER_SOCPRI : LIMIT_MASTER;
-    return idlMode == IDL_MODE_2 ? LIMIT_SLAVE_IDL2 : LIMIT_SLAVE_IDL1;
+    return idlMode == KVD_BIRAIIF_IDL_MODE_2 ? LIMIT_SLAVE_IDL2 : LIMIT_SLAVE_IDL1;
 }
 
 double currentFrequency(const NominalValues& nominal, u32 divisor, i64 K, i64 M)

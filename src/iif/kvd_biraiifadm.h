@@ -14,8 +14,6 @@ struct Signal;
 /// numbering of its own, HardwareIdlMode of mgr/kvd_mgr_proc.h.
 constexpr u32 KVD_BIRAIIF_IDL_MODE_1 = 0;
 constexpr u32 KVD_BIRAIIF_IDL_MODE_2 = 1;
-constexpr u32 IDL_MODE_1 = KVD_BIRAIIF_IDL_MODE_1;
-constexpr u32 IDL_MODE_2 = KVD_BIRAIIF_IDL_MODE_2;
 
 /// How the server said that it started; from its confirmation on.
 enum BiraStartType : u8 {

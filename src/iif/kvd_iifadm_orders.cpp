@@ -65,7 +65,7 @@ void onChangeMasterTu(const KvdTuiifChangeMasterTuInd* ind)
     state().savedBvqStatusData.masterSlaveMode = mode;
     switch (mode) {
     case KVD_TUIIF_SLAVE_TU: {
-        const bool isIdl2 = KvdLoz6BiraIifAdm_idlMode() == IDL_MODE_2;
+        const bool isIdl2 = KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2;
         KvdLoz6TuReg_setSlave(timeMode);
         KvdLoz6TuRef_selectSynchRef(isIdl2 ? IDL2_REF : IDL1_REF, FRO_NONE, FRO_NONE);
         break;
@@ -89,7 +89,7 @@ void onSelectIdlType(const KvdTuiifIdl2SelectIdlTypeReq* req)
                   "KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ Signal received by wrong slave DU!");
         return;
     }
-    const u32 present = KvdLoz6BiraIifAdm_idlMode() == IDL_MODE_2 ? 1 : 0;
+    const u32 present = KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2 ? 1 : 0;
     if (state().isMasterServer == 0) {
         KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO,
                   "Master should not be server. Don't handle signal. idlType = %d, idl2Type = %d",

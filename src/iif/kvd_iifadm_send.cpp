@@ -104,7 +104,7 @@ void KvdLoz6TuIifAdm_sendRefStatusChangeInd(u32 froId, u16 admState, u16 operSta
 
 void KvdLoz6TuIifAdm_sendIdl2ModeInd()
 {
-    const u8 idl2Used = KvdLoz6BiraIifAdm_idlMode() == IDL_MODE_2 ? 1 : 0;
+    const u8 idl2Used = KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2 ? 1 : 0;
     sendNew<KvdTuiifIdl2ModeInd>(KVD_TUIIF_IDL2_MODE_IND, [&](auto& sig) {
         sig.smn = smn();
         sig.apn = apn();

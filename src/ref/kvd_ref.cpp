@@ -59,7 +59,7 @@ void onDeregisterSynchRef(const KvdTuiifDeregisterSynchRefInd* ind)
 void onRefInterrupt(const KvdTuhwifRefInterrupt* ind)
 {
     if (ind == nullptr || (ind->pending & INTERRUPT_PORT_A) == 0) return;
-    if (!isMaster() && KvdLoz6BiraIifAdm_idlMode() == IDL_MODE_2)
+    if (!isMaster() && KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2)
         return;   // the slave listens on port 2
     KvdLoz6TuRef_idlInterrupt(IDLPORT_1);
 }

@@ -58,7 +58,7 @@ State& state() { return *s; }
 
 bool isIdl2Slave()
 {
-    return s->masterSlaveMode == 0 && KvdLoz6BiraIifAdm_idlMode() == IDL_MODE_2;
+    return s->masterSlaveMode == 0 && KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2;
 }
 
 const char* initiateStateText(u32 tuRegInitiateState)
@@ -299,7 +299,7 @@ void KvdLoz6TuReg_initiate(u32 coldRestart, u8 timeMode, u8 masterSlaveMode)
             KvdLoz6TuReg_setSlave(timeMode);
         }
     }
-    if (KvdLoz6BiraIifAdm_idlMode() != IDL_MODE_2) tuHwIf_enableIsr(REF_INTERRUPTS);
+    if (KvdLoz6BiraIifAdm_idlMode() != KVD_BIRAIIF_IDL_MODE_2) tuHwIf_enableIsr(REF_INTERRUPTS);
     s->isInitiating = 0;
     enableBbClock(idl2Slave);
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s: finished", __func__);

@@ -44,11 +44,11 @@ bool KvdLoz6TuReg_calibrationExpiryCheck()
     bool soon = KvdLoz6TuReg_lookAheadSoonToExpire(tuHwIf_calibrationLimit());
     const u32 selectedRef = KvdLoz6TuReg_selectedRef();
     if (selectedRef == TU_SR_GPSOSL_REF || selectedRef == TU_SR_SOCPRI_REF) soon = false;
-    setExpiryText();                               // the warning carries the date
     if (soon != s->soonToExpire) {
         KvdLoz6TuIifAdm_setSoonToExpire(soon ? 1 : 0);
         s->soonToExpire = soon;
     }
+    setExpiryText();
     KvdLoz6TuReg_setCalibrationCountDown(CHECK_INTERVAL);
     return soon;
 }

@@ -178,7 +178,7 @@ enum class Path : u8 { Regulate, OutputOnly, Leave };
 /// themselves.
 Path choosePath()
 {
-    const bool idl2Slave = !isMaster() && KvdLoz6BiraIifAdm_idlMode() == IDL_MODE_2;
+    const bool idl2Slave = !isMaster() && KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2;
     const u32 selected = KvdLoz6TuReg_selectedRef();
     if (s->var.regState == FAILURE) {
         if (isMaster() || idl2Slave) KvdLoz6TuReg_setRegState(WARMUP);
@@ -189,7 +189,7 @@ Path choosePath()
             startOnGpsOsl();
             return Path::OutputOnly;
         }
-        if (!isMaster() && KvdLoz6BiraIifAdm_idlMode() == IDL_MODE_1) {
+        if (!isMaster() && KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_1) {
             startOnIdl1();
             return Path::Leave;
         }

@@ -16,7 +16,7 @@ using control::state;
 
 bool isIdl2Slave()
 {
-    return KvdLoz6TuReg_isMaster() == 0 && KvdLoz6BiraIifAdm_idlMode() == IDL_MODE_2;
+    return KvdLoz6TuReg_isMaster() == 0 && KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2;
 }
 
 void readNominal(ControlStateVar& v)

@@ -88,7 +88,7 @@ int KvdLoz6TuReg_historyForPll()
 void KvdLoz6TuReg_historyColdFlag(u32& coldRestart)
 {
     u8 record[HIST_RECORD_SIZE];
-    if (readMsi(record) == 0) return;
+    if (readMsi(record) == 0 || KvdLoz6TuReg_validateHistory(record) == 0) return;
     if (coldRestart == 1) {
         node::putBe32(record + HIST_COLD_AT, 1);
         KvdLoz6TuMem_write(MEM_REG_HIST, record, sizeof record);
@@ -182,7 +182,6 @@ int KvdLoz6TuReg_initiateWithMsi(double vT)
     }
     KvdLoz6TuReg_estimateInitiate(p.x_pred, p.P_pred, T, NO_CONTROL, b);
     KvdLoz6TuReg_measInitiate(values);
-    KvdLoz6TuReg_countHistoryUse(true);
     KVD_TRACE(TRACE_HIST, TRACE_INFO, "Initiate with MSI SUCCESSFUL");
     return INITIATE_DONE;
 }

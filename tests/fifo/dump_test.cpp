@@ -8,6 +8,8 @@
 #include "reg/kvd_reg_estimate.h"
 
 #include <array>
+#include <cstdio>
+#include <cstdlib>
 #include <vector>
 
 using testing::HasSubstr;
@@ -293,6 +295,25 @@ TEST(Dump, IsLostWhenTheFileCannotBeOpenedAndTheNextOneComes)
     b.dump();
     EXPECT_NE(b.file("kvdFifoGps"), "");
     EXPECT_NE(b.file("kvdFifoKalman"), "");
+}
+
+TEST(Dump, IsReadByAnyTool)
+{
+    if (std::system("command -v zcat >/dev/null 2>&1") != 0) GTEST_SKIP() << "there is no zcat";
+    FifoBench b;
+    b.receiver(GPSS_FURUNO);
+    b.dump();
+    const std::string folder = testing::TempDir() + "tu-dump";
+    ASSERT_EQ(b.node.volumes().save(folder), "");
+    std::string text;
+    std::FILE* const pipe =
+        popen(("zcat " + folder + "/gzip/c/logfiles/kvdFifoKalman.gz").c_str(), "r");
+    ASSERT_NE(pipe, nullptr);
+    char piece[4096];
+    for (std::size_t n; (n = std::fread(piece, 1, sizeof piece, pipe)) > 0;) text.append(piece, n);
+    EXPECT_EQ(pclose(pipe), 0);
+    EXPECT_EQ(text, b.file("kvdFifoKalman"));
+    EXPECT_GT(text.size(), 100u);
 }
 
 // The log is written beside a running regulator and must leave no mark on it.

@@ -54,7 +54,7 @@ inline double limitOf(const std::string& role)
 {
     if (role == "master") return frequencyLimit(1, TU_REF, 0);
     if (role == "master SOCPRI") return frequencyLimit(1, SOCPRI_REF, 0);
-    return frequencyLimit(0, TU_REF, role == "slave IDL 2" ? 2 : 1);
+    return frequencyLimit(0, TU_REF, role == "slave IDL 2" ? 1 : 0);
 }
 
 inline void near(double value, const json& wanted, const json& tol)

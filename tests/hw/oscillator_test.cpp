@@ -104,9 +104,9 @@ TEST(Steering, AnExactHalfOfKGoesDown)
 TEST(Steering, LimitsDependOnTheRole)
 {
     EXPECT_EQ(frequencyLimit(1, TU_REF, 0), 1.05e-5);
-    EXPECT_EQ(frequencyLimit(1, SOCPRI_REF, 2), 1.01e-5);
-    EXPECT_EQ(frequencyLimit(0, SOCPRI_REF, 2), 1.02e-5);
-    EXPECT_EQ(frequencyLimit(0, TU_REF, 1), 1.0096e-5);
+    EXPECT_EQ(frequencyLimit(1, SOCPRI_REF, 1), 1.01e-5);
+    EXPECT_EQ(frequencyLimit(0, SOCPRI_REF, 1), 1.02e-5);
+    EXPECT_EQ(frequencyLimit(0, TU_REF, 0), 1.0096e-5);
 }
 
 TEST(Steering, RefusesAnOffsetOutsideItsLimit)
