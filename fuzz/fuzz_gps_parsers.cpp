@@ -3,6 +3,7 @@
 #include "gps/kvd_gps_common.h"
 #include "gps/kvd_gps_nmea.h"
 #include "gps/kvd_gps_norvane.h"
+#include "gps/kvd_gps_osl.h"
 #include "gps/kvd_gps_trimble.h"
 #include "tests/support/idle_node.h"
 
@@ -80,7 +81,7 @@ void checkState(const std::string& text)
         std::strlen(module.manufactureDate) >= MODULE_TEXT ||
         std::strlen(module.firmwareVersion) >= MODULE_TEXT)
         fail("text without an end", text);
-    if (KvdLoz6TuGps_antennaFeedline() > FEEDLINE_UNKNOWN || norvane.remoteRadioClockState > 18 ||
+    if (KvdLoz6TuGps_antennaFeedline() > FEEDLINE_UNKNOWN || KvdLoz6GpsOsl_remoteState() > 18 ||
         norvane.glonassCapability > 2)
         fail("value out of range", text);
 }

@@ -240,6 +240,7 @@ bool MainProcessor::usable(const MpReference& ref) const
     }
     // A receiver's return is told by its own status alone, not by a new clock status.
     if (ref.refType == GPS_REF) return gpsStatus_ == GPS_STATUS_OK;
+    if (ref.refType == GPSOSL_REF) return gpsOslStatus_ == GPS_STATUS_OK;
     return (status_.refState & bitOf(ref.refType)) != 0;
 }
 
@@ -280,7 +281,8 @@ void MainProcessor::onSignal(Signal* sig, PROCESS from)
     switch (received.sigNo) {
     case KVD_TUIIF_INITIATE_SERVICE_REQ: onInitiate(received); break;
     case KVD_TUIIF_BVQ_STATUS_IND:       onStatusInd(received); break;
-    case KVD_TUIIF_GPS_STATUS_IND:     onGpsStatus(received); break;
+    case KVD_TUIIF_GPS_STATUS_IND:
+    case KVD_TUIIF_GPSOSL_STATUS_IND:    onReceiverStatus(received); break;
     case KVD_TUIIF6_BVQ_REF_STATE_IND:   onRefState(received); break;
     case KVD_TUIIF_ET_FROID_IND:         onEtFroid(received); break;
     default:                             break;
@@ -317,7 +319,7 @@ void MainProcessor::onInitiate(const MpRecord& received)
     reported_.clear();
     lines_.clear();
     selected_ = none();
-    gpsStatus_ = 0;
+    gpsStatus_ = gpsOslStatus_ = 0;
     status_ = {};
     status_.at = node_.world().now();
 
@@ -355,11 +357,18 @@ void MainProcessor::onStatusInd(const MpRecord& received)
     applyPolicy();
 }
 
-void MainProcessor::onGpsStatus(const MpRecord& received)
+/// A receiver's status, or that of the link whose far end sends as one.
+void MainProcessor::onReceiverStatus(const MpRecord& received)
 {
-    const auto ind = received.as<KvdTuiifGpsStatusInd>();
-    if (!ind) return;
-    gpsStatus_ = ind->gpsStatus;
+    if (received.sigNo == KVD_TUIIF_GPS_STATUS_IND) {
+        const auto ind = received.as<KvdTuiifGpsStatusInd>();
+        if (!ind) return;
+        gpsStatus_ = ind->gpsStatus;
+    } else {
+        const auto ind = received.as<KvdTuiifGpsoslStatusInd>();
+        if (!ind) return;
+        gpsOslStatus_ = ind->status;
+    }
     applyPolicy();
 }
 

@@ -140,7 +140,7 @@ protected:
 private:
     void onInitiate(const MpRecord& received);
     void onStatusInd(const MpRecord& received);
-    void onGpsStatus(const MpRecord& received);
+    void onReceiverStatus(const MpRecord& received);
     void onRefState(const MpRecord& received);
     void onEtFroid(const MpRecord& received);
     void record(Signal* sig, PROCESS from);
@@ -162,7 +162,7 @@ private:
     std::vector<MpReference> supervised_;
     std::vector<Reported> reported_;
     std::vector<Line> lines_;
-    u8 gpsStatus_ = 0;                 // of the last report of this connection, 0 before it
+    u8 gpsStatus_ = 0, gpsOslStatus_ = 0;   // of the last reports of this connection, 0 before them
     ClockStatus status_;
     std::vector<ClockStatus> statuses_;
     std::deque<MpRecord> log_;

@@ -27,6 +27,23 @@ constexpr SIGSELECT KVD_TUGPS_RECOVERY_HRVSW_TIMEOUT_IND    = 0x9C614;   // time
 constexpr SIGSELECT KVD_GPS_HRV_SUPERVISION_TIMEOUT_IND     = 0x9C615;   // timer, no data
 constexpr SIGSELECT KVD_GPS_HRV_SUPERVISION_1PPS_TIMEOUT_IND = 0x9C616;   // timer, no data
 constexpr SIGSELECT KVD_TUGPS_CHIP_MSG_PARSED_IND           = 0x9C617;   // manager -> command, no data
+// GPS output.
+constexpr SIGSELECT KVD_TUGPS_OUT_GPPPR_TIMEOUT             = 0x9C652;   // timer, no data
+constexpr SIGSELECT KVD_TUGPS_OUT_PERIODIC_GPGGA_TIMEOUT    = 0x9C653;   // timer, no data
+constexpr SIGSELECT KVD_TUGPS_OUT_CMCC_TOD_TIME_TIMEOUT     = 0x9C655;   // timer, no data
+constexpr SIGSELECT KVD_TUGPS_OUT_CMCC_TOD_STATE_TIMEOUT    = 0x9C656;   // timer, no data
+constexpr SIGSELECT KVD_TUGPS_OUT_SIM_INTERRUPT_TIMEOUT     = 0x9C657;   // timer, no data
+constexpr SIGSELECT KVD_TUGPS_OUT_GRACE_TIMEOUT             = 0x9C658;   // timer, no data
+constexpr SIGSELECT KVD_TUGPS_OUT_GPOUT_TIMEOUT             = 0x9C659;   // timer, no data
+
+// GPS out sync link.
+constexpr SIGSELECT KVD_TUGPSOSL_OPERATIONAL_TIMEOUT          = 0x9C6A0;   // timer, no data
+constexpr SIGSELECT KVD_TUGPSOSL_WAIT_FOR_OPERATIONAL_TIMEOUT = 0x9C6A1;   // timer, no data
+constexpr SIGSELECT KVD_TUGPSOSL_WAIT_FOR_VALID_MSG           = 0x9C6A2;   // timer, no data
+constexpr SIGSELECT KVD_TUGPSOSL_VALID_TIMEOUT                = 0x9C6A3;   // timer, no data
+constexpr SIGSELECT KVD_TUGPSOSL_NMEA_MSG_REC                 = 0x9C6A4;   // serial process -> manager
+constexpr SIGSELECT KVD_TUGPSOSL_SERIALPORT_INITIALISED       = 0x9C6A5;   // to itself, no data
+constexpr SIGSELECT KVD_TUGPSOSL_SUPR_ALARM_TIMEOUT           = 0x9C6A6;   // timer, no data
 
 /// A sentence as it came: the characters behind the "$" up to and with the CR, then a NUL. The buffer
 /// has length + 14 bytes.

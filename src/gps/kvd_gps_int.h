@@ -11,6 +11,12 @@
 
 namespace gps {
 
+/// Detection of the receiver's kind: what was seen, and how many valid sentences.
+struct Detection {
+    u8 seenTypes = 0;                     // bit 0 GPtps, 1 GPppr, 2 GPsts
+    u8 seenCount = 0;                     // at most 8
+};
+
 /// State of the front end; the receiver's own data lies in kvd_gps_receiver.h and the parsers.
 struct State {
     u8  tuGpsRefType = NO_REF;            // RefType that it serves
@@ -20,8 +26,7 @@ struct State {
     u32 selfTestAlarmShown = 0;
     u32 forceReport = 0;                  // the next report goes while the alarm is suppressed, too
     u8  lastSelfTestCode = 0;
-    u8  seenTypes = 0;                    // detection: bit 0 GPtps, 1 GPppr, 2 GPsts
-    u8  seenCount = 0;                    // detection: valid sentences, at most 8
+    Detection detection;
     u8  modeRetries = 0;
     u8  selectionProcessMode = 0;
     u8  fixedPosition = 1;                // wanted: 1 fixed position, 0 survey
@@ -42,6 +47,10 @@ struct State {
 State& state();
 
 // ---- kvd_gps_machine.cpp ----
+/// One valid sentence more; stores the kind and answers it, PENDING ones too.
+u32  detectReceiver(Detection& detection, const char* text);
+/// The sentence lies inside its buffer and ends where its length says.
+bool isWholeSentence(const KvdTugpsNmeaMsgRec& rec, u32 bufferSize);
 void gpsNmeaMsgRecv(const KvdTugpsNmeaMsgRec* rec, u32 bufferSize);
 void onSerialPortInitialised();
 void onWaitForValidTimeout();
@@ -70,6 +79,13 @@ void checkSelfTest();
 void sendQualityLevel();
 
 // ---- kvd_gps_measure.cpp ----
+/// A latched edge against the time that a front end knows.
+struct Observation {
+    double z = 0, t_s = 0, phase = 0;    // s
+    u32 z_i = 0;
+};
+/// False when the edge can't be used. `setNoise` is called before the phase is taken.
+bool observe(u32 (*timeQuery)(double& time), void (*setNoise)(u32 z_i), Observation& observation);
 void setCompensationDelay(u16 delay_ns);
 
 }  // namespace gps

@@ -134,14 +134,14 @@ constexpr u8 SEEN_GPTPS = 1, SEEN_GPPPR = 2, SEEN_GPSTS = 4;
 /// A receiver that hasn't sent GPsts by then is believed to have none.
 constexpr u8 SETTLED_AFTER = 7;   // valid sentences
 
-void noteSentenceType(const char* text)
+void noteSentenceType(u8& seenTypes, const char* text)
 {
     constexpr std::size_t TYPE_AT = 5, TYPE_LENGTH = 5, LONGER_THAN = 19;
     if (text[0] != 'P' || std::strlen(text) <= LONGER_THAN) return;
     const std::string_view type(text + TYPE_AT, TYPE_LENGTH);
-    if (type == "GPtps") state().seenTypes |= SEEN_GPTPS;
-    if (type == "GPppr") state().seenTypes |= SEEN_GPPPR;
-    if (type == "GPsts") state().seenTypes |= SEEN_GPSTS;
+    if (type == "GPtps") seenTypes |= SEEN_GPTPS;
+    if (type == "GPppr") seenTypes |= SEEN_GPPPR;
+    if (type == "GPsts") seenTypes |= SEEN_GPSTS;
 }
 
 u32 typeOf(u8 seenTypes)
@@ -157,21 +157,12 @@ bool isSettled(u32 gpssType)
     return gpssType != GPSS_UNKNOWN && gpssType != GPSS_PENDING && gpssType != GPSS_PENDING_FURUNO;
 }
 
-void detectReceiver(const char* text)
+void detect(const char* text)
 {
-    noteSentenceType(text);
-    u32 gpssType = typeOf(state().seenTypes);
-    if (state().seenCount <= SETTLED_AFTER)
-        ++state().seenCount;
-    else if (gpssType == GPSS_PENDING)
-        gpssType = GPSS_NORVANE;
-    else if (gpssType == GPSS_PENDING_FURUNO)
-        gpssType = GPSS_FURUNO;
-    KvdLoz6TuGps_setGpssType(gpssType);
+    const u32 gpssType = gps::detectReceiver(state().detection, text);
     if (!isSettled(gpssType)) return;
 
-    state().seenTypes = 0;
-    state().seenCount = 0;
+    state().detection = {};
     gps::enter(GPS_WAIT_FOR_OPERATIONAL);
     startWaitForOperational();
     if (gpssType == GPSS_FURUNO_GPS02) gps::checkSelfTest();
@@ -230,20 +221,13 @@ void onParsedSentence(const char* text)
     switch (gpsState) {
     case GPS_WAIT_FOR_VALID_MSG:
         cancel(state().waitForValidTmoRef);
-        detectReceiver(text);
+        detect(text);
         break;
     case GPS_WAIT_FOR_OPERATIONAL: inWaitForOperational(type);       break;
     case GPS_OPERATIONAL:          inOperational(type);              break;
     default:                       inOperationalWithValidTime(type); break;
     }
     KvdLoz6TuGps_recoverySentence(type.kind);
-}
-
-/// The text lies inside its buffer and ends where its length says.
-bool isWhole(const KvdTugpsNmeaMsgRec& rec, u32 bufferSize)
-{
-    const u32 room = bufferSize - static_cast<u32>(offsetof(KvdTugpsNmeaMsgRec, text));
-    return rec.length < room && rec.text[rec.length] == '\0';
 }
 
 void lookForReceiverAnew()
@@ -256,6 +240,26 @@ void lookForReceiverAnew()
 bool isRunning() { return KvdLoz6TuGps_gpsState() != GPS_UN_INIT; }
 
 }  // namespace
+
+u32 gps::detectReceiver(Detection& detection, const char* text)
+{
+    noteSentenceType(detection.seenTypes, text);
+    u32 gpssType = typeOf(detection.seenTypes);
+    if (detection.seenCount <= SETTLED_AFTER)
+        ++detection.seenCount;
+    else if (gpssType == GPSS_PENDING)
+        gpssType = GPSS_NORVANE;
+    else if (gpssType == GPSS_PENDING_FURUNO)
+        gpssType = GPSS_FURUNO;
+    KvdLoz6TuGps_setGpssType(gpssType);
+    return gpssType;
+}
+
+bool gps::isWholeSentence(const KvdTugpsNmeaMsgRec& rec, u32 bufferSize)
+{
+    const u32 room = bufferSize - static_cast<u32>(offsetof(KvdTugpsNmeaMsgRec, text));
+    return rec.length < room && rec.text[rec.length] == '\0';
+}
 
 void gps::resetReceiverData()
 {
@@ -275,7 +279,7 @@ void gps::enter(u32 gpsState)
 
 void gps::gpsNmeaMsgRecv(const KvdTugpsNmeaMsgRec* rec, u32 bufferSize)
 {
-    if (rec == nullptr || !isWhole(*rec, bufferSize)) return;
+    if (rec == nullptr || !isWholeSentence(*rec, bufferSize)) return;
     KvdLoz6TuGps_capture(rec->text, rec->length, GPS_CAPTURE_RECEIVED);
     ++state().numberOfNmeaMsgs;
     switch (KvdLoz6TuGps_gpsState()) {

@@ -55,10 +55,10 @@ bool agreesWithPulses(double nmeaTime, double latchedTime)
     return false;
 }
 
-ReferenceTime referenceTimeAt(const double latched[2])
+ReferenceTime referenceTimeAt(const double latched[2], u32 (*timeQuery)(double& time))
 {
     double gpsTime = 0.0;
-    if (KvdLoz6TuGps_time(gpsTime) != TIME_VALID) return {};
+    if (timeQuery(gpsTime) != TIME_VALID) return {};
     const ReferenceTime reference = referenceTimeOf(gpsTime);
     const double nmeaTime = reference.time[0] + reference.time[1];
     return agreesWithPulses(nmeaTime, latched[0] + latched[1]) ? reference : ReferenceTime{};
@@ -121,20 +121,36 @@ u32 KvdLoz6TuGps_time(double& time)
     }
 }
 
+bool gps::observe(u32 (*timeQuery)(double& time), void (*setNoise)(u32 z_i), Observation& o)
+{
+    LatchedEdge edge{};
+    if (KvdLoz6TuReg_handleRefClkInt(edge) == 0) return false;
+    edge.time[1] -= state().gpsCompensationDelay + KvdLoz6TuReg_getPp1sBoardDelay();
+    const ReferenceTime reference = referenceTimeAt(edge.time, timeQuery);
+    setNoise(edge.z_i);
+    TimePair zPair{};
+    KvdLoz6TuReg_calcZ(reference.t_mod, edge.time, reference.time, o.z, zPair, o.phase);
+    o.z_i = edge.z_i;
+    o.t_s = edge.t_s;
+    return true;
+}
+
+namespace {
+
+void setReceiverNoise(u32 z_i)
+{
+    clampNoise();
+    if (z_i == Z_GPS_OUT_REF) KvdLoz6TuReg_setMeasR(R_GPS_OUT, Z_GPS_OUT_REF);
+}
+
+}  // namespace
+
 void KvdLoz6TuGps_handleInt()
 {
     takeGpsOutReference();
-    LatchedEdge edge{};
-    if (KvdLoz6TuReg_handleRefClkInt(edge) == 0) return;
-    edge.time[1] -= state().gpsCompensationDelay + KvdLoz6TuReg_getPp1sBoardDelay();
-    const ReferenceTime reference = referenceTimeAt(edge.time);
-    clampNoise();
-    if (edge.z_i == Z_GPS_OUT_REF) KvdLoz6TuReg_setMeasR(R_GPS_OUT, Z_GPS_OUT_REF);
-
-    double z = 0, phase = 0;
-    TimePair zPair{};
-    KvdLoz6TuReg_calcZ(reference.t_mod, edge.time, reference.time, z, zPair, phase);
-    KvdLoz6TuReg_measUpdate(edge.z_i, z, edge.t_s, phase);
+    gps::Observation o;
+    if (gps::observe(KvdLoz6TuGps_time, setReceiverNoise, o))
+        KvdLoz6TuReg_measUpdate(o.z_i, o.z, o.t_s, o.phase);
 }
 
 void gps::setCompensationDelay(u16 delay_ns)

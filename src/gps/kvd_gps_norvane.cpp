@@ -124,13 +124,12 @@ void storeRemote(u8& stored, u32 value, u32 highest, u8 replacement, const char*
 
 void setRemoteRadioClockState(u32 value)
 {
-    const u8 before = s->said.remoteRadioClockState;
-    storeRemote(s->said.remoteRadioClockState, value, REMOTE_STATE_MAX, RC_UNKNOWN,
-                "remoteRadioClockState");
-    const u8 now = s->said.remoteRadioClockState;
+    const u32 before = KvdLoz6GpsOsl_remoteState();
+    u8 now = 0;
+    storeRemote(now, value, REMOTE_STATE_MAX, RC_UNKNOWN, "remoteRadioClockState");
     if (now == before) return;
     KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "Remote Radio Clock State changed from %s (%u) to %s (%u)",
-              remoteStateText(before), before, remoteStateText(now), now);
+              remoteStateText(before), before, remoteStateText(now), u32{now});
     KvdLoz6GpsOsl_storeRemoteState(now);
     KvdLoz6GpsOsl_sendRemoteState();
 }

@@ -18,8 +18,7 @@ struct GpsNorvane {
     char productNo[GPVER_TEXT] = "Unknown";
     char productRev[GPVER_TEXT] = "Unknown";
     char additionalInformation[GPVER_TEXT] = "Unknown";   // firmware of a GPS02: "110624", "120510"
-    u8 remoteRadioClockState = 0;
-    u8 remoteJumpIndication = 0;
+    u8 remoteJumpIndication = 0;             // with it GPout tells a clock state: KvdLoz6GpsOsl_remoteState
     u8 gnssTimePresent = 0;
     u8 gnssDataPresent = 0;
     u8 isMaster = 0;

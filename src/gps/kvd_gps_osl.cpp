@@ -1,22 +1,464 @@
-// The GPS out sync link isn't part of this load yet: no remote clock state is known, no edge is used.
 #include "gps/kvd_gps_osl.h"
 
+#include "gps/gps_sig.h"
+#include "gps/kvd_gps.h"
+#include "gps/kvd_gps_common.h"
+#include "gps/kvd_gps_int.h"
+#include "gps/kvd_gps_norvane.h"
+#include "gps/kvd_gps_receiver.h"
+#include "gps/kvd_gps_serial.h"
+#include "gps/kvd_gps_state.h"
+#include "iif/kvd_iifadm_send.h"
+#include "iif/tuiif_sig.h"
+#include "mgr/kvd_mgr_proc.h"
 #include "mgr/trace_groups.h"
+#include "mgr/tu_common.h"
 #include "node/platform.h"
+#include "node/sig.h"
 #include "node/trace.h"
+#include "ose/module_data.h"
+#include "ref/kvd_ref.h"
+#include "ref/kvd_ref_select.h"
+#include "reg/kvd_reg.h"
+#include "reg/kvd_reg_measure.h"
+#include "reg/kvd_reg_pll.h"
 
-int KvdLoz6GpsOsl_dispatch(Signal*) { return 0; }
+#include <array>
+#include <cmath>
+#include <string_view>
+
+namespace {
+
+// ms
+constexpr OSTIME OPERATIONAL_TIME = 120'000, WAIT_TIME = 60'000;
+constexpr OSTIME VALID_TIME = 800;               // below the second between two GPppr
+constexpr OSTIME SUPPRESSION_TIME = 30'000;
+constexpr double R_LINK = 1e-18;                 // s^2, the far end's output is as good as its clock
+
+/// What the status indication has last said.
+enum GpsOslStatus : u32 {
+    OSL_UNKNOWN_ERROR = 0, OSL_OK = 1, OSL_NO_MESSAGES = 2, OSL_UNEXPECTED = 3, OSL_NO_TIME = 4,
+    OSL_LOSS_OF_SIGNAL = 5,
+};
+constexpr u8 STATUS_UNKNOWN = 0, STATUS_OK = 1, STATUS_FAULT = 2;
+
+struct State {
+    u32 gpsState = GPS_UN_INIT;
+    std::array<GpsStateRecord, GPS_STATE_HISTORY> history{};
+    u8  historyNext = 0;
+    u32 supervision = 0;
+    u32 present1pps = 0;
+    u32 alarmActive = 0;
+    u32 forceReport = 0;
+    u32 gpsOslStatus = OSL_UNKNOWN_ERROR;
+    u32 remoteState = 0;                         // nothing heard since the program was loaded
+    u32 isLoz6Restarted = 1;                     // until the first start of supervision
+    u32 numberOfNmeaMsgs = 0;
+    gps::Detection detection;
+    TimerRef operationalTmoRef = 0, waitForOperationalTmoRef = 0, waitForValidMsgTmoRef = 0,
+             validTmoRef = 0, alarmSuprTmoRef = 0;
+};
+ose::ModuleData<State> s;
+
+// ---- timers -------------------------------------------------------------------------------------
+
+void cancel(TimerRef& timer)
+{
+    if (timer != 0) ose::cancel_tmo(&timer);
+    timer = 0;
+}
+
+void restart(TimerRef& timer, OSTIME time_ms, SIGSELECT sigNo, const char* name)
+{
+    cancel(timer);
+    timer = ose::request_tmo(time_ms, sigNo);
+    if (timer == 0) KVD_TRACE(TRACE_TUGPS_OSL, TRACE_ERROR, "Timer %s failed to start!", name);
+}
+
+void startWaitForOperational()
+{
+    restart(s->waitForOperationalTmoRef, WAIT_TIME, KVD_TUGPSOSL_WAIT_FOR_OPERATIONAL_TIMEOUT,
+            "waitForOperationalTmoRef");
+}
+void startOperational()
+{
+    restart(s->operationalTmoRef, OPERATIONAL_TIME, KVD_TUGPSOSL_OPERATIONAL_TIMEOUT,
+            "operationalTmoRef");
+}
+void startValid()
+{
+    restart(s->validTmoRef, VALID_TIME, KVD_TUGPSOSL_VALID_TIMEOUT, "validTmoRef");
+}
+
+void cancelReceptionTimers()
+{
+    cancel(s->operationalTmoRef);
+    cancel(s->waitForOperationalTmoRef);
+    cancel(s->waitForValidMsgTmoRef);
+    cancel(s->validTmoRef);
+}
+
+// ---- status -------------------------------------------------------------------------------------
+
+void tell(u8 status, const char* text, u32 gpsOslStatus, u32 alarm)
+{
+    s->alarmActive = alarm;
+    s->gpsOslStatus = gpsOslStatus;
+    KvdLoz6TuIifAdm_sendGpsOslStatus(status, text);
+}
+
+void tellFaultOfState()
+{
+    switch (s->gpsState) {
+    case GPS_WAIT_FOR_ANY_MSG:
+        return tell(STATUS_FAULT, "No messages received from the remote DU", OSL_NO_MESSAGES, 1);
+    case GPS_WAIT_FOR_VALID_MSG:
+        return tell(STATUS_FAULT, "Unexpected messages received from the remote DU", OSL_UNEXPECTED, 1);
+    case GPS_WAIT_FOR_OPERATIONAL:
+        return tell(STATUS_FAULT, "No usable time received from the remote DU", OSL_NO_TIME, 1);
+    default:
+        KVD_TRACE(TRACE_TUGPS_OSL, TRACE_ERROR, "Unhandled combination(gps%d,ref%u,mode%d",
+                  static_cast<int>(s->gpsState), u32{KvdLoz6TuGps_tuGpsRefType()},
+                  static_cast<int>(KvdLoz6TuReg_timeMode()));
+        return tell(STATUS_FAULT, "Unknown error", OSL_UNKNOWN_ERROR, 1);
+    }
+}
+
+void report()
+{
+    if (s->supervision == 0) {
+        if (s->alarmActive != 0 && s->present1pps == 1) tell(STATUS_OK, "OK", OSL_OK, 0);
+        return;
+    }
+    if (KvdLoz6TuGps_gpssType() == GPSS_PENDING) return;
+    if (s->present1pps == 0)
+        tell(STATUS_FAULT, "Loss of signal", OSL_LOSS_OF_SIGNAL, 1);
+    else if (s->gpsState == GPS_OPERATIONAL || s->gpsState == GPS_OPERATIONAL_WITH_VALID_TIME)
+        tell(STATUS_OK, "OK", OSL_OK, 0);
+    else if (s->alarmSuprTmoRef == 0)
+        tellFaultOfState();
+    else if (s->forceReport != 0)
+        KvdLoz6TuIifAdm_sendGpsOslStatus(STATUS_UNKNOWN, "OK");
+}
+
+// ---- states -------------------------------------------------------------------------------------
+
+void enter(u32 gpsState)
+{
+    s->gpsState = gpsState;
+    GpsStateRecord& record = s->history[s->historyNext];
+    record.state = gpsState;
+    TuCommon_timeStamp(record.time);
+    s->historyNext = static_cast<u8>((s->historyNext + 1) % GPS_STATE_HISTORY);
+    KVD_TRACE(TRACE_TUGPS_OSL, TRACE_3, "state %u", gpsState);
+    if (gpsState >= GPS_WAIT_FOR_ANY_MSG && gpsState <= GPS_WAIT_FOR_OPERATIONAL) report();
+}
+
+void waitForAny()
+{
+    cancelReceptionTimers();
+    s->detection = {};
+    gps::resetReceiverData();
+    enter(GPS_WAIT_FOR_ANY_MSG);
+}
+
+bool isTimingWithTime(const GpsSentenceType& type)
+{
+    return type.kind == GPS_KIND_GPPPR && KvdLoz6TuGps_receiver().timeValid == 1;
+}
+
+/// What else the far end may say; anything but that isn't one.
+void otherSentence(const GpsSentenceType& type)
+{
+    const bool isExpected = type.kind == GPS_KIND_GPGGA || type.kind == GPS_KIND_GPOUT ||
+                            type.kind == GPS_KIND_GPVER || type.sentenceClass == GPS_CLASS_POSITION ||
+                            type.sentenceClass == GPS_CLASS_SATELLITES;
+    if (isExpected) {
+        KVD_TRACE(TRACE_TUGPS_OSL, TRACE_3,
+                  "Received msgType=%u, sentType=%u which is expected but not Gppr!",
+                  u32{type.sentenceClass}, u32{type.kind});
+        return;
+    }
+    KVD_TRACE(TRACE_TUGPS_OSL, TRACE_INFO,
+              "Received unexpected message with msgType=%u, sentType=%u!", u32{type.sentenceClass},
+              u32{type.kind});
+    waitForAny();
+}
+
+bool isGpout(const char* text)
+{
+    constexpr std::size_t TYPE_AT = 5, TYPE_LENGTH = 5;
+    const std::string_view sentence(text);
+    return sentence.size() > TYPE_AT && sentence.substr(TYPE_AT, TYPE_LENGTH) == "GPout";
+}
+
+void inWaitForValid(const char* text, int result)
+{
+    if (result == 0) {
+        KVD_TRACE(TRACE_TUGPS_OSL, TRACE_INFO, "Not a valid message");
+        return;
+    }
+    KVD_TRACE(TRACE_TUGPS_OSL, TRACE_INFO, "Valid message received in wait for valid message state");
+    u32 gpssType = GPSS_NORVANE;
+    if (isGpout(text)) KvdLoz6TuGps_setGpssType(gpssType);   // nobody else sends it
+    else               gpssType = gps::detectReceiver(s->detection, text);
+    if (gpssType != GPSS_NORVANE) return;
+    s->detection = {};
+    cancel(s->waitForValidMsgTmoRef);
+    enter(GPS_WAIT_FOR_OPERATIONAL);
+    startWaitForOperational();
+}
+
+void inWaitForOperational(const GpsSentenceType& type)
+{
+    KVD_TRACE(TRACE_TUGPS_OSL, TRACE_3, "Timing message received in wait for operational state");
+    cancel(s->waitForOperationalTmoRef);
+    if (!isTimingWithTime(type)) return startWaitForOperational();
+    KVD_TRACE(TRACE_TUGPS_OSL, TRACE_INFO, "Valid time received in wait for operational state");
+    startOperational();
+    enter(GPS_OPERATIONAL);
+    report();
+}
+
+void inOperational(const GpsSentenceType& type)
+{
+    if (!isTimingWithTime(type)) return;
+    const bool isValid = s->gpsState == GPS_OPERATIONAL_WITH_VALID_TIME;
+    KVD_TRACE(TRACE_TUGPS_OSL, TRACE_3, "%s",
+              isValid ? "Valid time received in operational with valid time state"
+                      : "Valid time received in operational state");
+    startOperational();
+    startValid();
+    if (!isValid) enter(GPS_OPERATIONAL_WITH_VALID_TIME);
+}
+
+void onSentence(const char* text)
+{
+    if (s->gpsState == GPS_WAIT_FOR_ANY_MSG) {
+        enter(GPS_WAIT_FOR_VALID_MSG);
+        restart(s->waitForValidMsgTmoRef, WAIT_TIME, KVD_TUGPSOSL_WAIT_FOR_VALID_MSG,
+                "waitForValidMsgTmoRef");
+        return;
+    }
+    GpsSentenceType type;
+    const int result = KvdLoz6TuGps_parseSentence(text, type);
+    if (s->gpsState == GPS_WAIT_FOR_VALID_MSG) return inWaitForValid(text, result);
+    if (type.sentenceClass != GPS_CLASS_TIMING || type.kind != GPS_KIND_GPPPR)
+        return otherSentence(type);
+    if (result == 0) return;                     // a damaged one tells nothing of the time
+    if (s->gpsState == GPS_WAIT_FOR_OPERATIONAL) inWaitForOperational(type);
+    else                                         inOperational(type);
+}
+
+// ---- start and end ------------------------------------------------------------------------------
+
+void start()
+{
+    KVD_TRACE(TRACE_TUGPS_OSL, TRACE_INFO, "isLoz6Restarted = %s",
+              s->isLoz6Restarted != 0 ? "True" : "False");
+    if (s->isLoz6Restarted != 0) s->remoteState = RC_UNKNOWN;
+    s->isLoz6Restarted = 0;
+    if (s->gpsState != GPS_UN_INIT) {
+        KVD_TRACE(TRACE_TUGPS_OSL, TRACE_INFO, "driver already initialized");
+        return;
+    }
+    if (KvdLoz6TuGps_openSerial(GPS_LINE_SYNC_LINK) != 0) return;
+    enter(GPS_INIT_SERIAL_PORT);
+    Signal* done = ose::alloc(sizeof(SIGSELECT), KVD_TUGPSOSL_SERIALPORT_INITIALISED);
+    ose::send(&done, KvdLoz6TuMgr_pid());
+    restart(s->alarmSuprTmoRef, SUPPRESSION_TIME, KVD_TUGPSOSL_SUPR_ALARM_TIMEOUT, "alarmSuprTmoRef");
+    gps::resetReceiverData();
+}
+
+void stop()
+{
+    if (s->gpsState == GPS_UN_INIT) return;
+    cancelReceptionTimers();
+    cancel(s->alarmSuprTmoRef);
+    gps::resetReceiverData();
+    KvdLoz6TuGps_clearNorvaneCounters();
+    KvdLoz6TuGps_clearSerialCounters(GPS_LINE_SYNC_LINK);
+    KvdLoz6TuGps_closeSerial(GPS_LINE_SYNC_LINK);
+    enter(GPS_UN_INIT);
+}
+
+// ---- handlers -----------------------------------------------------------------------------------
+
+void onNmeaMsgRec(Signal* sig)
+{
+    const auto* rec = as<KvdTugpsNmeaMsgRec>(sig);
+    if (rec == nullptr || !gps::isWholeSentence(*rec, ose::sigsize(&sig))) return;
+    ++s->numberOfNmeaMsgs;
+    if (s->gpsState < GPS_WAIT_FOR_ANY_MSG) return;
+    if (s->gpsState > GPS_OPERATIONAL_WITH_VALID_TIME) {
+        KVD_TRACE(TRACE_TUGPS_OSL, TRACE_ERROR, "Unknown State");
+        return;
+    }
+    onSentence(rec->text);
+}
+
+/// A time-out that was queued when its timer was cancelled is dropped.
+bool takeTimeout(TimerRef& timer)
+{
+    const bool runs = timer != 0;
+    timer = 0;
+    return runs && s->gpsState != GPS_UN_INIT;
+}
+
+void onValidTimeout()
+{
+    if (!takeTimeout(s->validTmoRef)) return;
+    KvdLoz6TuGps_receiver().gpsCurrentTime = 0.0;
+    enter(GPS_OPERATIONAL);
+}
+
+void onOperationalTimeout()
+{
+    if (!takeTimeout(s->operationalTmoRef)) return;
+    startWaitForOperational();
+    enter(GPS_WAIT_FOR_OPERATIONAL);
+}
+
+void onWaitTimeout(TimerRef& timer)
+{
+    if (takeTimeout(timer)) waitForAny();
+}
+
+void onSetDelay(const Signal* sig)
+{
+    const auto* ind = as<KvdTuiifSetDelayInd>(sig);
+    if (ind != nullptr) gps::setCompensationDelay(ind->delay);
+}
+
+void onAttribReq(const Signal* sig)
+{
+    const auto* req = as<KvdTuiifGpsAttribReq>(sig);
+    if (req == nullptr) return;
+    KvdLoz6TuIifAdm_sendGpsOslAttribCfm(
+        req->froId, static_cast<u16>(std::lround(KvdLoz6TuGps_compensationDelay() * 1e9)),
+        static_cast<u8>(s->gpsOslStatus));
+}
+
+void setLinkNoise(u32 z_i) { KvdLoz6TuReg_setMeasR(R_LINK, z_i); }
+
+}  // namespace
+
+int KvdLoz6GpsOsl_dispatch(Signal* sig)
+{
+    switch (sig->sigNo) {
+    case KVD_TUGPSOSL_OPERATIONAL_TIMEOUT:          onOperationalTimeout();                       return 1;
+    case KVD_TUGPSOSL_WAIT_FOR_OPERATIONAL_TIMEOUT: onWaitTimeout(s->waitForOperationalTmoRef);   return 1;
+    case KVD_TUGPSOSL_WAIT_FOR_VALID_MSG:           onWaitTimeout(s->waitForValidMsgTmoRef);      return 1;
+    case KVD_TUGPSOSL_VALID_TIMEOUT:                onValidTimeout();                             return 1;
+    case KVD_TUGPSOSL_NMEA_MSG_REC:                 onNmeaMsgRec(sig);                            return 1;
+    case KVD_TUGPSOSL_SERIALPORT_INITIALISED:
+        if (s->gpsState == GPS_INIT_SERIAL_PORT) enter(GPS_WAIT_FOR_ANY_MSG);
+        return 1;
+    case KVD_TUGPSOSL_SUPR_ALARM_TIMEOUT:
+        if (takeTimeout(s->alarmSuprTmoRef)) report();
+        return 1;
+    case KVD_TUIIF_SET_GPSOSL_DELAY_IND:            onSetDelay(sig);                              return 1;
+    case KVD_TUIIF_GPSOSL_ATTRIB_REQ:               onAttribReq(sig);                             return 1;
+    default:                                                                                      return 0;
+    }
+}
+
+void KvdLoz6GpsOsl_supervision(const Signal* sig, u32)
+{
+    const u32 status = reinterpret_cast<const KvdTuiifSynchPathSupInd*>(sig)->on;
+    s->supervision = status;
+    if (status != 0) {
+        start();
+        KvdLoz6TuGps_setTuGpsRefType(GPSOSL_REF);
+    } else {
+        stop();
+    }
+}
+
+void KvdLoz6GpsOsl_statusChange(u32 present)
+{
+    s->present1pps = present;
+    report();
+    s->forceReport = 0;
+}
+
+void KvdLoz6GpsOsl_setForceReport(u32 force) { s->forceReport = force; }
+
+void KvdLoz6GpsOsl_holdoverEnded()
+{
+    KVD_TRACE(TRACE_TUGPS_OSL, TRACE_5,
+              "Start reporting alarms - holodover finished for GpsOutSyncLink!");
+    report();
+}
+
+void KvdLoz6GpsOsl_closePort()
+{
+    if (s->gpsState != GPS_UN_INIT) KvdLoz6TuGps_closeSerial(GPS_LINE_SYNC_LINK);
+}
+
+void KvdLoz6GpsOsl_filterEnd(u32 row)
+{
+    if (KvdLoz6TuRef_selectedRef() != GPSOSL_REF ||
+        KvdLoz6TuRef_row(row).refStatus != REF_STATUS_OFF)
+        return;
+    const u32 pllState = KvdLoz6TuReg_pllState();
+    if (pllState <= PLL_Unlocked) {              // nothing to hold over
+        KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
+        KvdLoz6TuReg_initiateFromPllNow();
+        return;
+    }
+    KvdLoz6TuReg_pll_toHoldover();
+    if (KvdLoz6TuReg_pllState() != PLL_Freq_Holdover) KvdLoz6TuRef_startGpsOslHoldover();
+}
+
+u32  KvdLoz6GpsOsl_remoteState() { return s->remoteState; }
+void KvdLoz6GpsOsl_storeRemoteState(u32 state) { s->remoteState = state; }
+void KvdLoz6GpsOsl_sendRemoteState() { KvdLoz6TuIifAdm_sendRemoteRcState(s->remoteState); }
+
+u32 KvdLoz6GpsOsl_time(double& time)
+{
+    constexpr u32 TIME_NONE = 0, TIME_PULSE_ONLY = 3, TIME_WAITING = 4, TIME_VALID = 7;
+    time = 0.0;
+    switch (s->gpsState) {
+    case GPS_WAIT_FOR_VALID_MSG:   return TIME_WAITING;
+    case GPS_WAIT_FOR_OPERATIONAL:
+    case GPS_OPERATIONAL:          return TIME_PULSE_ONLY;
+    case GPS_OPERATIONAL_WITH_VALID_TIME:
+        time = KvdLoz6TuGps_receiver().gpsCurrentTime;
+        return time != 0.0 ? TIME_VALID : TIME_PULSE_ONLY;
+    default:                       return TIME_NONE;
+    }
+}
+
 void KvdLoz6GpsOsl_handleInt()
 {
-    KVD_TRACE(TRACE_TUGPS_OSL, TRACE_INFO, "reference edge dropped, GPS out sync link isn't running");
+    gps::Observation o;
+    if (!gps::observe(KvdLoz6GpsOsl_time, setLinkNoise, o)) return;
+    if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) KvdLoz6TuReg_pll_control(o.z);
+    else                                              KvdLoz6TuReg_measUpdate(o.z_i, o.z, o.t_s, o.phase);
 }
-void KvdLoz6GpsOsl_statusChange(u32) {}
-void KvdLoz6GpsOsl_closePort() {}
-void KvdLoz6GpsOsl_filterEnd(u32) {}
-void KvdLoz6GpsOsl_storeRemoteState(u32) {}
-void KvdLoz6GpsOsl_sendRemoteState() {}
-void KvdLoz6GpsOsl_supervision(const Signal*, u32) {}
+
 void KvdLoz6GpsOsl_printInfo()
 {
-    node::shellPrintf("\n***** GPS out sync link *****\n   not running\n");
+    using node::shellPrintf;
+    const GpsNorvane& said = KvdLoz6TuGps_norvane();
+    shellPrintf("\n***** GPS out sync link *****\n");
+    shellPrintf("   gpsState              : %s (%u)\n", KvdLoz6TuGps_gpsStateText(s->gpsState),
+                s->gpsState);
+    shellPrintf("   supervised, 1PPS      : %u, %u\n", s->supervision, s->present1pps);
+    shellPrintf("   gpsOslStatus, alarm   : %u, %u\n", s->gpsOslStatus, s->alarmActive);
+    shellPrintf("   remoteRadioClockState : %u\n", s->remoteState);
+    shellPrintf("   remoteJumpIndication  : %u\n", said.remoteJumpIndication);
+    shellPrintf("   remoteGnssTimeInfo    : %u\n", said.gnssTimePresent);
+    shellPrintf("   remoteGnssDataInfo    : %u\n", said.gnssDataPresent);
+    shellPrintf("   is Master             : %u\n", said.isMaster);
+    shellPrintf("   numberOfNmeaMsgs      : %u\n", s->numberOfNmeaMsgs);
+    const GpsSerialCounters& serial = KvdLoz6TuGps_serialCounters(GPS_LINE_SYNC_LINK);
+    shellPrintf("   numberOfBytesRec      : %u, too long %u\n", serial.numberOfBytesRec,
+                serial.numberOfTooLongMsgs);
+    for (u32 i = 1; i <= GPS_STATE_HISTORY; ++i) {
+        const u32 at = (s->historyNext + GPS_STATE_HISTORY - i) % GPS_STATE_HISTORY;
+        if (s->history[at].state == 0) continue;
+        shellPrintf("   %s  %s\n", s->history[at].time, KvdLoz6TuGps_gpsStateText(s->history[at].state));
+    }
 }

@@ -218,8 +218,8 @@ void printFrontEnd()
     shellPrintf("   serial port open       : %s\n", yesNo(KvdLoz6TuGps_serialIsOpen() ? 1 : 0));
     shellPrintf("   sentence parsed last   : result %d, class %u, kind %u\n", last.result,
                 u32{last.type.sentenceClass}, u32{last.type.kind});
-    shellPrintf("   detection              : seen 0x%X, sentences %u\n", u32{s.seenTypes},
-                u32{s.seenCount});
+    shellPrintf("   detection              : seen 0x%X, sentences %u\n", u32{s.detection.seenTypes},
+                u32{s.detection.seenCount});
     shellPrintf("   time valid             : %s, time not valid: %s\n", yesNo(receiver.timeValid),
                 yesNo(receiver.timeNotValid));
     shellPrintf("   gpsCurrentTime         : %s s\n", TuCommon_text(receiver.gpsCurrentTime));

@@ -9,6 +9,7 @@
 #include "ose/module_data.h"
 #include "ose/ose.h"
 
+#include <array>
 #include <cstring>
 
 namespace {
@@ -30,12 +31,26 @@ constexpr node::SerialSetting SETTINGS[] = {
     {0xFFFFFFFF, 0},
 };
 
-struct State {
+struct LineRow {
+    const char* process;                 // client process of the driver
+    SIGSELECT sentence;                  // number of a sentence's signal, 0: none is framed
+    TraceGroup traceGroup;
+};
+constexpr LineRow LINES[GPS_LINES] = {
+    {"TuGpsInt_proc",    KVD_TUGPS_NMEA_MSG_REC,    TRACE_TUGPS},
+    {"TuGpsOslInt_proc", KVD_TUGPSOSL_NMEA_MSG_REC, TRACE_TUGPS_OSL},
+    {"TuGpsOutInt_proc", 0,                         TRACE_TUGPS_OUT},
+};
+
+struct LineState {
     bool open = false;
     u8   serialState = SERIAL_IDLE;
     u32  index = 0;                      // characters in `text`
     char text[ASSEMBLY_SIZE] = {};
     GpsSerialCounters counters;
+};
+struct State {
+    std::array<LineState, GPS_LINES> line;
 };
 ose::ModuleData<State> s;
 
@@ -50,23 +65,31 @@ void freeBuffer(SerialBuffer* buffer)
     ose::free_buf(&sig);
 }
 
+template <GpsLine LINE>
 void onError(u32 code)
 {
-    KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Error from serial port (err = 0x%x)", code);
+    KVD_TRACE(LINES[LINE].traceGroup, TRACE_ERROR, "Error from serial port (err = 0x%x)", code);
 }
 
+template <GpsLine LINE>
 void onData(const SerialBuffer* buffer, u32 count)
 {
-    KvdLoz6TuGps_serialReceived(buffer != nullptr ? buffer->bytes : nullptr, count);
+    KvdLoz6TuGps_serialReceived(buffer != nullptr ? buffer->bytes : nullptr, count, LINE);
 }
 
-constexpr SerialPortDescriptor PORT{SETTINGS,
-                                    {allocateBuffer, freeBuffer, onError, onData, freeBuffer},
-                                    2048, 10, UART_VECTOR, "TuGpsInt_proc"};
-
-void postSentence(const State& state)
+template <GpsLine LINE>
+constexpr SerialPortDescriptor portOf()
 {
-    Signal* sig = ose::alloc(state.index + SENTENCE_EXTRA, KVD_TUGPS_NMEA_MSG_REC);
+    return {SETTINGS,
+            {allocateBuffer, freeBuffer, onError<LINE>, onData<LINE>, freeBuffer},
+            2048, 10, UART_VECTOR, LINES[LINE].process};
+}
+constexpr SerialPortDescriptor PORTS[GPS_LINES] = {
+    portOf<GPS_LINE_RECEIVER>(), portOf<GPS_LINE_SYNC_LINK>(), portOf<GPS_LINE_OUTPUT>()};
+
+void postSentence(const LineState& state, SIGSELECT sigNo)
+{
+    Signal* sig = ose::alloc(state.index + SENTENCE_EXTRA, sigNo);
     auto* rec = reinterpret_cast<KvdTugpsNmeaMsgRec*>(sig);
     rec->length = state.index;
     std::memcpy(reinterpret_cast<char*>(sig) + offsetof(KvdTugpsNmeaMsgRec, text), state.text,
@@ -74,12 +97,12 @@ void postSentence(const State& state)
     ose::send(&sig, KvdLoz6TuMgr_pid());
 }
 
-void takeByte(State& state, char byte)
+void takeByte(LineState& state, const LineRow& row, char byte)
 {
     if (state.index >= SENTENCE_MAX) {   // between sentences, too: the byte is gone whatever it is
         if (state.serialState == SERIAL_IN_SENTENCE) {
             ++state.counters.numberOfTooLongMsgs;
-            KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "Too big NMEA message received");
+            KVD_TRACE(row.traceGroup, TRACE_INFO, "Too big NMEA message received");
         }
         state.index = 0;
         state.serialState = SERIAL_IDLE;
@@ -94,47 +117,50 @@ void takeByte(State& state, char byte)
     }
     if (byte != '\r' && byte != '$') return;
     state.text[state.index] = '\0';
-    postSentence(state);
+    postSentence(state, row.sentence);
     state.serialState = SERIAL_IDLE;
     state.index = 0;
 }
 
 }  // namespace
 
-int KvdLoz6TuGps_openSerial()
+int KvdLoz6TuGps_openSerial(GpsLine line)
 {
-    if (!s->open) {                      // what was begun before the closing isn't continued
-        s->serialState = SERIAL_IDLE;
-        s->index = 0;
+    LineState& state = s->line[line];
+    if (!state.open) {                   // what was begun before the closing isn't continued
+        state.serialState = SERIAL_IDLE;
+        state.index = 0;
     }
-    const int result = HALI_subscribeSerialPort(PORT);
+    const int result = HALI_subscribeSerialPort(PORTS[line]);
     if (result != 0) {
-        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Unsuccessful call to HALI_subscribeSerialPort");
+        KVD_TRACE(LINES[line].traceGroup, TRACE_ERROR, "Unsuccessful call to HALI_subscribeSerialPort");
         return result;
     }
-    s->open = true;
+    state.open = true;
     return 0;
 }
 
-void KvdLoz6TuGps_closeSerial()
+void KvdLoz6TuGps_closeSerial(GpsLine line)
 {
-    if (!s->open) return;                // the line may be another client's
-    s->open = false;
+    if (!s->line[line].open) return;     // the line may be another client's
+    s->line[line].open = false;
     HALI_closeSerialPort(1);
 }
 
-bool KvdLoz6TuGps_serialIsOpen() { return s->open; }
+bool KvdLoz6TuGps_serialIsOpen(GpsLine line) { return s->line[line].open; }
 
-void KvdLoz6TuGps_serialReceived(const u8* bytes, u32 count)
+void KvdLoz6TuGps_serialReceived(const u8* bytes, u32 count, GpsLine line)
 {
+    const LineRow& row = LINES[line];
     if (bytes == nullptr) {
-        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Null pointer passed");
+        KVD_TRACE(row.traceGroup, TRACE_ERROR, "Null pointer passed");
         return;
     }
-    State& state = *s;
+    LineState& state = s->line[line];
     state.counters.numberOfBytesRec += count;
-    for (u32 i = 0; i < count; ++i) takeByte(state, static_cast<char>(bytes[i]));
+    if (row.sentence == 0) return;
+    for (u32 i = 0; i < count; ++i) takeByte(state, row, static_cast<char>(bytes[i]));
 }
 
-const GpsSerialCounters& KvdLoz6TuGps_serialCounters() { return s->counters; }
-void KvdLoz6TuGps_clearSerialCounters() { s->counters = {}; }
+const GpsSerialCounters& KvdLoz6TuGps_serialCounters(GpsLine line) { return s->line[line].counters; }
+void KvdLoz6TuGps_clearSerialCounters(GpsLine line) { s->line[line].counters = {}; }

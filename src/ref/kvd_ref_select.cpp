@@ -528,9 +528,10 @@ void KvdLoz6TuRef_onGpsOslHoldoverTimeout()
     const RefDesc& row = KvdLoz6TuRef_row(ROW_GPSOSL);
     const u32 pllState = KvdLoz6TuReg_pllState();
     const bool pathLost = pllState != PLL_Uninitialized && row.refStatus == REF_STATUS_OFF;
-    if (!KvdLoz6TuReg_pllIsHoldover() && !pathLost) return;
+    if (!KvdLoz6TuReg_pllIsHoldover() && !pathLost) return KvdLoz6GpsOsl_holdoverEnded();
     KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
     if (s->sel.selectedRef == SOCPRI_REF) KvdLoz6Socpri_logEvent(EVENT_HOLDOVER_EXPIRED);
     KvdLoz6TuReg_initiateFromPllNow();
     if (row.supervisionStatus == 0) KvdLoz6TuIifAdm_sendRemoteRcState(RC_UNKNOWN);
+    KvdLoz6GpsOsl_holdoverEnded();
 }

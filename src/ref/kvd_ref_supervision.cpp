@@ -432,6 +432,7 @@ void KvdLoz6TuRef_startWithStatus(u32 row, u32 status)
     KvdLoz6TuGps_setForceReport(1);
     table().hptsi.forceStatus = 1;
     table().gpsOsl.forceStatus = 1;
+    KvdLoz6GpsOsl_setForceReport(1);
     filterEnd(row);   // no waiting at the start: straight to ON or OFF
     KVD_TRACE(TRACE_TUREF, TRACE_INFO, "started supervision of synch ref. #%u", row);
 }

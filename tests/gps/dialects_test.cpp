@@ -4,6 +4,7 @@
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_furuno.h"
 #include "gps/kvd_gps_norvane.h"
+#include "gps/kvd_gps_osl.h"
 #include "gps/kvd_gps_state.h"
 #include "gps/kvd_gps_trimble.h"
 #include "tests/gps/sentence_bench.h"
@@ -200,7 +201,8 @@ TEST(Gpout, ValuesOutOfRangeAreReplaced)
     SentenceBench b;
     const auto stored = [&] {
         const GpsNorvane said = b.look([] { return KvdLoz6TuGps_norvane(); });
-        return std::array<int, 5>{said.remoteRadioClockState, said.remoteJumpIndication,
+        const int remoteState = static_cast<int>(b.look(KvdLoz6GpsOsl_remoteState));
+        return std::array<int, 5>{remoteState, said.remoteJumpIndication,
                                   said.gnssTimePresent, said.gnssDataPresent, said.isMaster};
     };
     EXPECT_EQ(b.take(summed("PNVX,GPout,18,1,2,1,1")), 1);

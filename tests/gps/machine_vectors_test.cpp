@@ -355,10 +355,10 @@ struct SequenceReplay : bench::GpsReplay {
             EXPECT_EQ(rows, expected);
         }
         if (!open.contains("detectFlags")) {
-            EXPECT_EQ(state.seenTypes, out["detectFlags"].get<u32>());
+            EXPECT_EQ(state.detection.seenTypes, out["detectFlags"].get<u32>());
         }
         if (!open.contains("detectCount")) {
-            EXPECT_EQ(state.seenCount, out["detectCount"].get<u32>());
+            EXPECT_EQ(state.detection.seenCount, out["detectCount"].get<u32>());
         }
         EXPECT_EQ(state.modeRetries, out["retry"].get<u32>());
         if (!open.contains("timeQuery")) {

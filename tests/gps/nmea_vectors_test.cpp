@@ -6,6 +6,7 @@
 #include "gps/kvd_gps_int.h"
 #include "gps/kvd_gps_nmea_int.h"
 #include "gps/kvd_gps_norvane.h"
+#include "gps/kvd_gps_osl.h"
 #include "gps/kvd_gps_serial.h"
 #include "gps/kvd_gps_trimble.h"
 #include "tests/iif/iif_bench.h"
@@ -88,7 +89,7 @@ json snapshot()
         {"productDesignation", norvane.productDesignation}, {"productNo", norvane.productNo},
         {"productRev", norvane.productRev},
         {"additionalInformation", norvane.additionalInformation},
-        {"remoteRadioClockState", norvane.remoteRadioClockState},
+        {"remoteRadioClockState", KvdLoz6GpsOsl_remoteState()},
         {"remoteJumpIndication", norvane.remoteJumpIndication},
         {"gnssTimePresent", norvane.gnssTimePresent}, {"gnssDataPresent", norvane.gnssDataPresent},
         {"isMaster", norvane.isMaster}, {"timeStandard", KvdLoz6TuGps_timeStandard()},
@@ -112,7 +113,6 @@ void put(const std::string& key, const json& value)
         {"observationMode", &receiver.observationMode},
         {"glonassCapability", &norvane.glonassCapability}, {"gpssStatus", &norvane.gpssStatus},
         {"gppprCount", &KvdLoz6TuGps_selfTestRecord().gppprCount},
-        {"remoteRadioClockState", &norvane.remoteRadioClockState},
         {"remoteJumpIndication", &norvane.remoteJumpIndication},
         {"gnssTimePresent", &norvane.gnssTimePresent},
         {"gnssDataPresent", &norvane.gnssDataPresent}, {"isMaster", &norvane.isMaster}};
@@ -120,6 +120,7 @@ void put(const std::string& key, const json& value)
         std::visit([&](auto* at) { *at = value.get<std::remove_pointer_t<decltype(at)>>(); },
                    found->second);
     else if (key == "gpsCurrentTime") receiver.gpsCurrentTime = vectors::number(value);
+    else if (key == "remoteRadioClockState") KvdLoz6GpsOsl_storeRemoteState(value);
     else if (key == "waiter") gps::state().waiter = ose::current_process();
     else if (key == "gpssStatusOverride") KvdLoz6TuGps_overrideGpssStatus(true, value);
     else if (key == "timeStandardOverride") KvdLoz6TuGps_overrideTimeStandard(true, value);
@@ -274,7 +275,7 @@ struct Line : bench::IifBench {
         }
         return sentences;
     }
-    GpsSerialCounters counters() { return look(KvdLoz6TuGps_serialCounters); }
+    GpsSerialCounters counters() { return look([] { return KvdLoz6TuGps_serialCounters(); }); }
 };
 
 }  // namespace

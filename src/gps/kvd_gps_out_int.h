@@ -1,0 +1,90 @@
+// kvd_gps_out_int.h - What the sources of the GPS output share: state machine (kvd_gps_out.cpp), what
+// it says (kvd_gps_out_sentence.cpp), the way to the driver (kvd_gps_out_writer.cpp).
+// Owner   kvd_gps_out*.cpp. Nobody else includes it, but for the tests.
+#pragma once
+#include "gps/gps_sig.h"
+#include "gps/kvd_gps_out.h"
+#include "ose/ose.h"
+
+#include <array>
+#include <string>
+
+namespace gpsout {
+
+enum GpsOutState : u32 {
+    OUT_UN_INIT = 1,
+    OUT_INIT_SERIAL_PORT = 2,      // the grace timer may run
+    OUT_NOTHING_LOCKED = 3,
+    OUT_FREQ_LOCKED = 4,           // 1PPS aligned, frequency good
+    OUT_TIMEOFFSET_LOCKED = 5,     // time offset good, 1PPS not aligned yet
+    OUT_TIME_LOCKED = 6,           // 1PPS aligned, time good
+};
+enum GpsOutEvent : u32 {
+    EV_STOP = 1, EV_START = 2, EV_LOST = 3, EV_FREQUENCY = 4, EV_TIME = 5, EV_ALIGNED = 6,
+};
+constexpr u8 PROTOCOL_NORVANE = 1, PROTOCOL_CMCC_TOD = 2;
+constexpr u32 DRIVER_NONE = 0, DRIVER_RUNNING = 2, DRIVER_FAILED = 3;
+constexpr u32 SEND_QUEUE_MAX = 939;                   // bytes that may wait
+constexpr u32 CMCC_FRAME = 23;
+
+/// Time data of the master, as a slave is told them.
+struct MasterData {
+    u8 regState = 0, rcState = 0;
+    u32 selectedRef = 0;
+    u8 gpsState = 0;
+    u32 jumpIndication = 0;
+    double t_c = 0;                // s
+    u32 received = 0;
+};
+
+struct Counters {
+    u32 numberOfBytesSent = 0, numberOfNmeaMsgs = 0, numberOfPNVXGPpprMsgs = 0,
+        numberOfPNVXGPGGAMsgs = 0, numberOfPNVXGPoutMsgs = 0, numberOfCmccMsgs = 0,
+        numberOfCmccTodTimeMsgs = 0, numberOfCmccTodStateMsg = 0, numberOfHwInterrupts = 0;
+};
+
+struct State {
+    u32 gpsOutState = OUT_UN_INIT;
+    u32 gpsOutDriver = DRIVER_NONE;
+    u8  protocol = PROTOCOL_NORVANE;
+    u32 gpsTimeWeek = 0, gpsTimeTOW = 0;              // of the second that the sentence speaks of
+    u64 gpsTime = 0;                                  // whole s since the GPS epoch
+    u32 gpsTimeLocked = 0, pp1sAligned = 0, adjustArmed = 0;
+    u32 dropped = 0;                                  // fell back, until it locks again
+    MasterData master;                                // a master keeps its own regState here
+    u16 boardDelay_ns = 40;                           // from the counter to the connector
+    std::string sendQueue;
+    u32 driverBusy = 0;
+    TimerRef gppprTimer = 0, gpggaTimer = 0, cmccTimeTimer = 0, cmccStateTimer = 0, simIntTmoRef = 0,
+             graceTimer = 0, gpoutTimer = 0;
+    Counters counters;
+};
+State& state();
+
+/// Week and second of the week of that many whole seconds since the GPS epoch.
+void setTime(double gpsTime);
+/// Regulator states 5, 10 and 11, or clock states 3 and 4.
+bool classTest(u8 regState, u8 rcState);
+void changeState(u32 event);
+const char* stateText(u32 gpsOutState);
+
+// ---- kvd_gps_out_sentence.cpp ----
+/// Framed, "" when it is longer than the receiving end takes.
+std::string gppprSentence(u32 tow, u32 week, u32 gpsOutState);
+std::string gpoutSentence(u8 radioClockState, bool jump, u8 gnssTimePresent, bool isSlave);
+std::string gpggaSentence();
+u8 gppprStatus(u32 gpsOutState);                      // 0 locked, 1 free running, 3 not aligned
+u8 remoteStateOf(u8 radioClockState);
+/// 1 satellites or a time input behind it, 2 packets, 0 none; `shown` of a master's client view.
+u8 gnssTimePresent(u32 selectedRef, bool isMaster, u8 shown);
+std::array<u8, CMCC_FRAME> cmccTimeFrame(u32 tow, u32 week, u8 radioClockState);
+std::array<u8, CMCC_FRAME> cmccStateFrame();
+
+// ---- kvd_gps_out_writer.cpp ----
+/// A sentence goes now, or waits for the driver behind what waits.
+void write(const std::string& sentence);
+void writeFrame(const std::array<u8, CMCC_FRAME>& frame);
+/// Expiry of the 20 ms timer that kicks the driver on.
+void onSimInterrupt();
+
+}  // namespace gpsout

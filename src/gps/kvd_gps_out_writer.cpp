@@ -1,0 +1,93 @@
+// The way to the serial driver, which has to be kicked on while it transmits: a count of its chunks, a
+// timer that takes them off, and a queue of what can't go meanwhile.
+#include "gps/kvd_gps_out_int.h"
+#include "hw/hali.h"
+#include "mgr/trace_groups.h"
+#include "node/trace.h"
+
+namespace {
+
+using gpsout::state;
+
+constexpr OSTIME SIM_INTERRUPT_ms = 20;
+constexpr u32 CHUNK = 16;                      // bytes that the driver transmits at once
+
+void startSimInterrupt()
+{
+    if (state().simIntTmoRef != 0) return;
+    state().simIntTmoRef = ose::request_tmo(SIM_INTERRUPT_ms, KVD_TUGPS_OUT_SIM_INTERRUPT_TIMEOUT);
+}
+
+bool send(const u8* bytes, u32 count)
+{
+    state().driverBusy += 1 + count / CHUNK;
+    startSimInterrupt();
+    if (HALI_writeSerialPort(bytes, count) == 0) return true;
+    KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "Failed to send");
+    return false;
+}
+
+/// What waits goes first, unless it doesn't fit with what has come.
+std::string takeQueue(const std::string& sentence)
+{
+    std::string text = sentence;
+    std::string& queue = state().sendQueue;
+    if (queue.empty()) return text;
+    if (queue.size() + sentence.size() <= gpsout::SEND_QUEUE_MAX) {
+        text = queue + sentence;
+        KVD_TRACE(TRACE_TUGPS_OUT, TRACE_3, "Added sendToGpsBuffer to send string");
+    } else {
+        KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO,
+                  "Not enough space to send sendToGpsBuffer, only GPppr is sent");
+    }
+    queue.clear();
+    return text;
+}
+
+void writeNow(const std::string& sentence)
+{
+    const std::string text = takeQueue(sentence);
+    if (state().gpsOutState == gpsout::OUT_UN_INIT) {
+        KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "Driver is not ready for receiving");
+        return;
+    }
+    const u32 length = static_cast<u32>(text.size());
+    if (!send(reinterpret_cast<const u8*>(text.data()), length)) return;
+    ++state().counters.numberOfNmeaMsgs;
+    state().counters.numberOfBytesSent += length;
+}
+
+}  // namespace
+
+void gpsout::write(const std::string& sentence)
+{
+    if (state().driverBusy == 0) return writeNow(sentence);
+    if (state().sendQueue.size() + sentence.size() > SEND_QUEUE_MAX) {
+        KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "Not enough space left in send to GPS buffer");
+        return;
+    }
+    state().sendQueue += sentence;
+    KVD_TRACE(TRACE_TUGPS_OUT, TRACE_3, "Add to send queue: %s", sentence.c_str());
+}
+
+void gpsout::writeFrame(const std::array<u8, CMCC_FRAME>& frame)
+{
+    if (state().gpsOutState == OUT_UN_INIT) {
+        KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "Driver is not ready for receiving");
+        return;
+    }
+    if (!send(frame.data(), CMCC_FRAME)) return;
+    ++state().counters.numberOfCmccMsgs;
+    state().counters.numberOfBytesSent += CMCC_FRAME;
+}
+
+void gpsout::onSimInterrupt()
+{
+    HALI_simSerialInterrupt();
+    if (state().driverBusy != 0) {
+        startSimInterrupt();
+        --state().driverBusy;
+    } else if (!state().sendQueue.empty()) {
+        writeNow("");
+    }
+}
