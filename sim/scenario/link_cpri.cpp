@@ -13,6 +13,7 @@ constexpr double SERDES_s = 250e-9;              // in both numbers of an end: t
 constexpr u16 PORT_AVAILABLE = 3, PORT_DOWN = 0;
 constexpr u16 CLK_COARSE_TIME_SYNCED = 3, CLK_LAST = 4;
 constexpr ose::Time MP_WAY = 2 * ose::MS;        // from one unit over the main processor to the other
+constexpr ose::Time MASTER_LASTS = 200 * ose::MS;
 
 u64 picoseconds(double s) { return static_cast<u64>(std::llround(s * 1e12)); }
 
@@ -36,7 +37,11 @@ CpriLink::CpriLink(ose::World& world, const LinkSpec& spec, Unit& from, Unit& to
         if (r.sigNo == KVD_TUIIF_IDL2_SYNC_REPORT_IND)
             if (const auto report = r.as<KvdTuiifIdl2SyncReportInd>()) report_ = *report;
         if (r.sigNo != KVD_TUIIF_IDL2_TIME_DATA_IND) return;
+        if (above_ != nullptr && above_->isUp()) return;       // it follows itself
         if (const auto data = r.as<KvdTuiifIdl2TimeDataInd>()) onMaster(*data, true);
+    });
+    to.node().mainProcessor().onForward([this](const MpRecord& r) {
+        if (r.sigNo == KVD_TUIIF_IDL2_TIME_DATA_IND) onFollower();
     });
     tellPorts();
 }
@@ -74,8 +79,25 @@ IdpiDelay CpriLink::measure(Unit& near, Unit& far, PhaseNoise& noise, bool unsta
 
 void CpriLink::onMaster(const KvdTuiifIdl2TimeDataInd& data, bool direct)
 {
-    if (isUp()) world_.after(MP_WAY, [this, data, direct] { carry(data, direct); });
+    if (isUp()) {
+        const bool kept = newestAt_ >= 0;
+        const u32 jumpPend = kept ? newest_.jumpPend : 0, jumpInd = kept ? newest_.jumpInd : 0;
+        newest_ = data;
+        newest_.jumpPend |= jumpPend;
+        newest_.jumpInd |= jumpInd;
+        newestIsDirect_ = direct;
+        newestAt_ = world_.now();
+    }
     for (CpriLink* const below : below_) below->onMaster(data, false);
+}
+
+/// Numbers of a master that tells no more are of no use.
+void CpriLink::onFollower()
+{
+    if (!isUp() || newestAt_ < 0 || world_.now() - newestAt_ > MASTER_LASTS) return;
+    world_.after(MP_WAY, [this, data = newest_, direct = newestIsDirect_] { carry(data, direct); });
+    newest_.jumpPend = 0;
+    newest_.jumpInd = 0;
 }
 
 void CpriLink::carry(const KvdTuiifIdl2TimeDataInd& data, bool direct)

@@ -183,6 +183,7 @@ bool onInitiateAnswer(const Signal* sig)
     case KVD_BIRAIIF_INITIATE_SERVICE_CFM: {
         const auto* cfm = as<KvdBiraiifInitiateServiceCfm>(sig);
         if (cfm == nullptr) return false;
+        s->biraUnavailable = 0;       // one that came late, or refused before, serves now
         s->startType = cfm->restart == 1 ? KVD_BIRAIIF_RESTART_COLD : KVD_BIRAIIF_RESTART_WARM;
         awaitLinkType();
         return true;

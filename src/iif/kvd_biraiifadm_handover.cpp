@@ -164,6 +164,8 @@ void bira::resetSlaveMsi(u32 idpiClkStatus)
 
 void KvdLoz6BiraIifAdm_finishWarmStart()
 {
+    // The first one was lost when the start came before the main processor's connection.
+    bira::tellMasterServer();
     KvdLoz6TuReg_idl2Go();
     startSlaveLoop();
     const u32 idpiClkStatus = KvdLoz6SlaveWarm_data().idpiClkStatus;

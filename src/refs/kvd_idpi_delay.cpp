@@ -158,6 +158,9 @@ void idpi::onRequestDataTimeout()
 {
     // One that was queued when the timer was stopped: nothing goes on from it.
     if (!state().requestTimerRuns) return;
+    // One that was queued when the timer was stopped and started again stands for the new one: that still
+    // runs, and there would be two from here on.
+    ose::cancel_tmo(&state().requestTimer);
     state().requestTimer = 0;
     state().requestTimerRuns = false;
     if (!mayRequest()) {

@@ -91,6 +91,9 @@ TEST(BiraStart, SaysWhatItWaitsFor)
         unit.run(1.0);
         EXPECT_TRUE(unit.node.bira().connected());
         EXPECT_EQ(unit.traces("tuHwIf_initiate coldStart"), 1u);
+        unit.node.bira().die();
+        unit.run(1.0);
+        EXPECT_EQ(unit.node.inProgram(KvdLoz6BiraIifAdm_started), 0);    // it had served
     }
 }
 
@@ -269,12 +272,14 @@ TEST(BiraWarm, StoredDataCountsAfterAWarmRestartInHoldover)
         unit.bira().config.data = c.data;
         unit.bira().config.lock_ms = -1;
         unit.node.traces().clear();
+        const auto toldBefore = unit.mp().count(KVD_TUIIF_IDL2_SET_MASTER_SERVER_REQ);
         unit.node.restartWarm();
         unit.run(5.0);
         EXPECT_EQ(unit.hwControl(), c.control);
         EXPECT_EQ(unit.get(KvdLoz6BiraIifAdm_initiatedFromSlaveMsi), c.restored);
         EXPECT_EQ(unit.storedClkStatus(), c.storedThen);
         EXPECT_EQ(unit.traced("Initiate with Slave MSI is DONE."), c.control == 1);
+        EXPECT_EQ(unit.mp().count(KVD_TUIIF_IDL2_SET_MASTER_SERVER_REQ) > toldBefore, c.control == 1);
         EXPECT_EQ(unit.idpi().clkStatus(), c.control != 0 ? c.storedThen : 0);
     }
 }
