@@ -40,21 +40,18 @@ void forward(u32 port)
                                           static_cast<u8>(p.farPort));
 }
 
+/// Until it drives the hardware a slave leaves the link to the server.
 void evaluateOnSlave()
 {
-    if (KvdLoz6BiraIifAdm_idlMode() != KVD_BIRAIIF_IDL_MODE_2) return;
-    if (KvdLoz6BiraIifAdm_hasHwControl() != 0) {
-        KvdLoz6Idpi_startRequestTimer();
-        if (KvdLoz6BiraIifAdm_idl2InitState() == IDL2_WARM_INIT_SUCCEEDED) {
-            KvdLoz6BiraIifAdm_finishWarmStart();
-            return;
-        }
-    }
-    if (KvdLoz6BiraIifAdm_timeTuningOngoing() == 0)
-        KVD_TRACE(TRACE_IDPI, TRACE_INFO,
-                  "%s(): IDL2 link is functional but we are awaiting KVD_BIRAIIF_FREQ_LOCKED_IND "
-                  "signal after handover to LOZ in order to start regulation ",
-                  __func__);
+    if (KvdLoz6BiraIifAdm_idlMode() != KVD_BIRAIIF_IDL_MODE_2 || KvdLoz6BiraIifAdm_hasHwControl() == 0)
+        return;
+    KvdLoz6Idpi_startRequestTimer();
+    if (KvdLoz6BiraIifAdm_idl2InitState() == IDL2_WARM_INIT_SUCCEEDED)
+        return KvdLoz6BiraIifAdm_finishWarmStart();
+    KVD_TRACE(TRACE_IDPI, TRACE_INFO,
+              "%s(): IDL2 link is functional but we are awaiting KVD_BIRAIIF_FREQ_LOCKED_IND "
+              "signal after handover to LOZ in order to start regulation ",
+              __func__);
 }
 
 /// The ports have changed: delays are asked for while there is one to ask for.
