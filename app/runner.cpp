@@ -11,6 +11,7 @@
 #include "reg/kvd_reg_control.h"
 #include "sim/board/board.h"
 #include "sim/scenario/link.h"
+#include "sim/scenario/packet_net.h"
 #include "sim/scenario/unit.h"
 
 #include <algorithm>
@@ -249,6 +250,7 @@ public:
                                                       ".txt");
         }
         links_ = sim::makeLinks(world_, scenario, units_);
+        net_ = std::make_unique<sim::PacketNet>(world_, scenario, units_);
         for (const sim::LinkSpec& spec : scenario.links) {
             recorders_[indexOf(spec.to)]->follows(*units_[indexOf(spec.from)]);
         }
@@ -280,6 +282,13 @@ private:
         for (const sim::EventSpec& event : scenario_.events) {
             if (event.linkAction) {
                 scheduleLinkEvent(event);
+                continue;
+            }
+            if (event.netAction) {
+                world_.at(worldTime(event.at_s), [this, &event] {
+                    recorders_.front()->tell("event      " + event.what);
+                    event.netAction(*net_);
+                });
                 continue;
             }
             world_.at(worldTime(event.at_s), [this, &event, index = indexOf(event.unit)] {
@@ -372,6 +381,7 @@ private:
     std::vector<std::string> misuses_;
     std::vector<std::unique_ptr<sim::Unit>> units_;
     std::vector<std::unique_ptr<sim::Link>> links_;
+    std::unique_ptr<sim::PacketNet> net_;
     std::vector<std::unique_ptr<Recorder>> recorders_;
 };
 

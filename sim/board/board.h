@@ -34,6 +34,12 @@ struct BfnInput {
     i32 localMfn = -1, localInc = -1;           // in place of the counter's, -1: the counter's
 };
 
+/// Seconds and 2^-32 s.
+struct PacketTime {
+    u32 seconds = 0;
+    u32 fraction = 0;
+};
+
 class Board {
 public:
     Board(ose::World& world, const BoardConfig& config);
@@ -89,6 +95,9 @@ public:
     double counterTime_s();
     /// Counts the wraps of the frame counter, 24 bits; board type 2.
     u32 externalCounter();
+    /// What the packet driver's counter shows at `offset_s` from now, in steps of `resolution_ns`: on board
+    /// type 1 the NTP counter, which isn't stepped with the frame counter, on type 2 the frame counter.
+    PacketTime packetTime(double offset_s, double resolution_ns);
 
     // ---- what the program set -------------------------------------------------------------------
     u32 selectWord() const { return common_[SELECT / 4]; }

@@ -289,4 +289,21 @@ u32 Board::readNtp(TimeWord word)
     return static_cast<u32>((part << 32) / SECOND);
 }
 
+// ---- packet stamps ------------------------------------------------------------------------------
+
+PacketTime Board::packetTime(double offset_s, double resolution_ns)
+{
+    constexpr double INC_PER_s = 122.88e6;
+    constexpr i128 NS = 1'000'000'000;
+    i128 at = phase() + static_cast<i128>(offset_s * INC_PER_s * static_cast<double>(PHASE_ONE));
+    at += config_.type == 1 ? -static_cast<i128>(stepped_) : static_cast<i128>(periods_) * PERIOD;
+    const i128 part = modulo(at, SECOND);
+    u64 ns = static_cast<u64>(part * NS / SECOND);
+    const u64 step = static_cast<u64>(resolution_ns);
+    if (step > 1) ns -= ns % step;
+    // The program cuts down: the fraction is the smallest that it reads as these ns.
+    const u64 fraction = ((ns << 32) + static_cast<u64>(NS) - 1) / static_cast<u64>(NS);
+    return {static_cast<u32>((at - part) / SECOND), static_cast<u32>(fraction)};
+}
+
 }  // namespace sim

@@ -38,6 +38,7 @@ u32 bitOf(u8 refType)
     }
 }
 
+bool isPacket(u8 refType) { return refType == PACKET_TIME_REF || refType == PACKET_FREQ_REF; }
 bool isEthernet(u8 refType) { return refType >= ETHA_REF && refType <= ETHC_REF; }
 
 bool same(const MpReference& a, const MpReference& b)
@@ -267,9 +268,10 @@ void MainProcessor::sendSelection(const MpReference& ref)
 
 void MainProcessor::superviseConfigured()
 {
-    // Lines wait until the unit has announced them: before, it knows no line of that id.
+    // Lines wait until the unit has announced them, packet references until it has created them: before,
+    // it knows none of that id.
     for (const MpReference& r : config.references)
-        if (r.supervise && r.refType != PDH_SDH_REF) supervise(r, true);
+        if (r.supervise && r.refType != PDH_SDH_REF && !isPacket(r.refType)) supervise(r, true);
 }
 
 // ---- signals of the unit ------------------------------------------------------------------------
@@ -285,6 +287,11 @@ void MainProcessor::onSignal(Signal* sig, PROCESS from)
     case KVD_TUIIF_GPSOSL_STATUS_IND:    onReceiverStatus(received); break;
     case KVD_TUIIF6_BVQ_REF_STATE_IND:   onRefState(received); break;
     case KVD_TUIIF_ET_FROID_IND:         onEtFroid(received); break;
+    case KVD_TUIIF_CREATE_PKT_REF_RO_CFM:
+    case KVD_TUIIF_DELETE_PKT_REF_RO_CFM:
+    case KVD_TUIIF_PKT_REF_RO_UNAVAILABLE_IND:
+    case KVD_TUIIF_AUDIT_PKT_REF_RO_REQ:
+    case KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND: onPacketRefSignal(received); break;
     default:                             break;
     }
 }
@@ -318,6 +325,7 @@ void MainProcessor::onInitiate(const MpRecord& received)
     supervised_.clear();
     reported_.clear();
     lines_.clear();
+    created_.clear();
     selected_ = none();
     gpsStatus_ = gpsOslStatus_ = 0;
     status_ = {};
@@ -396,6 +404,135 @@ void MainProcessor::onEtFroid(const MpRecord& received)
         else std::erase_if(supervised_, [&](const MpReference& s) { return same(s, r); });
     }
     applyPolicy();
+}
+
+// ---- packet references --------------------------------------------------------------------------
+
+namespace {
+
+TuiifPktRefConfig wire(const MpPacketRef& r)
+{
+    TuiifPktRefConfig c{};
+    c.froId = r.froId;
+    c.froClassNo = r.froClassNo;
+    c.typeOfPktStruct = r.typeOfPktStruct;
+    c.ptpDomain = r.domain;
+    c.asymmetryCompensation = r.asymmetry_ns;
+    c.peerDelayMechanism = r.peerDelay ? 1 : 0;
+    c.serverIpAddress.family = c.ownIpAddress.family = static_cast<u8>(r.family);
+    std::copy(r.server.begin(), r.server.end(), c.serverIpAddress.address);
+    std::copy(r.own.begin(), r.own.end(), c.ownIpAddress.address);
+    c.dscp = r.dscp;
+    c.pbit = r.pbit;
+    c.ptpProfile = r.profile;
+    c.ptpMulticastAddress = r.multicastAddress;
+    std::copy(r.mac.begin(), r.mac.end(), c.macAddress);
+    c.linkSpeed = r.linkSpeed;
+    c.portWord = r.portWord;
+    return c;
+}
+
+}  // namespace
+
+void MainProcessor::sendPacketRef(SIGSELECT sigNo, const MpPacketRef& ref)
+{
+    sendLayout(KvdTuiifCreatePktRefRoReq{sigNo, wire(ref)});
+}
+
+void MainProcessor::createPacketRef(const MpPacketRef& ref)
+{
+    std::erase_if(config.packetRefs, [&](const MpPacketRef& r) {
+        return r.froId == ref.froId && r.froClassNo == ref.froClassNo;
+    });
+    config.packetRefs.push_back(ref);
+    sendPacketRef(KVD_TUIIF_CREATE_PKT_REF_RO_REQ, ref);
+}
+
+void MainProcessor::setPacketRef(const MpPacketRef& ref)
+{
+    for (MpPacketRef& r : config.packetRefs)
+        if (r.froId == ref.froId && r.froClassNo == ref.froClassNo) r = ref;
+    sendPacketRef(KVD_TUIIF_SET_PKT_REF_RO_REQ, ref);
+}
+
+void MainProcessor::deletePacketRef(u32 froId, u32 froClassNo)
+{
+    std::erase_if(config.packetRefs, [&](const MpPacketRef& r) {
+        return r.froId == froId && r.froClassNo == froClassNo;
+    });
+    sendLayout(KvdTuiifDeletePktRefRoReq{KVD_TUIIF_DELETE_PKT_REF_RO_REQ, froId, froClassNo});
+}
+
+void MainProcessor::askPacketRefAttributes(u32 froId, u32 froClassNo)
+{
+    sendLayout(KvdTuiifGetPktRefRoAttribReq{KVD_TUIIF_GET_PKT_REF_RO_ATTRIB_REQ, froId, froClassNo});
+}
+
+bool MainProcessor::packetRefCreated(u32 froId, u32 froClassNo) const
+{
+    return std::find(created_.begin(), created_.end(), std::pair{froId, froClassNo}) != created_.end();
+}
+
+void MainProcessor::answerAudit()
+{
+    if (!config.answersAudit) return;
+    const KvdTuiifAuditPktRefRoCfm cfm{KVD_TUIIF_AUDIT_PKT_REF_RO_CFM,
+                                       static_cast<u32>(config.packetRefs.size())};
+    std::vector<std::byte> signal(sizeof cfm + cfm.count * sizeof(TuiifPktRefConfig));
+    std::memcpy(signal.data(), &cfm, sizeof cfm);
+    std::byte* at = signal.data() + sizeof cfm;
+    for (const MpPacketRef& r : config.packetRefs) {
+        const TuiifPktRefConfig c = wire(r);
+        std::memcpy(at, &c, sizeof c);
+        at += sizeof c;
+    }
+    send(signal);
+}
+
+void MainProcessor::packetRefResult(u32 froId, u32 froClassNo, u32 result)
+{
+    std::erase(created_, std::pair{froId, froClassNo});
+    if (result != 0) return;
+    created_.emplace_back(froId, froClassNo);
+    for (const MpReference& r : config.references)
+        if (isPacket(r.refType) && r.supervise && r.froId == froId && r.froClassNo == froClassNo)
+            supervise(r, true);
+}
+
+void MainProcessor::onPacketRefSignal(const MpRecord& received)
+{
+    switch (received.sigNo) {
+    case KVD_TUIIF_AUDIT_PKT_REF_RO_REQ: return answerAudit();
+    case KVD_TUIIF_PKT_REF_RO_UNAVAILABLE_IND: {
+        created_.clear();
+        std::erase_if(reported_, [](const Reported& r) { return r.froClassNo == 4 || r.froClassNo == 5; });
+        std::erase_if(supervised_, [](const MpReference& s) { return isPacket(s.refType); });
+        return applyPolicy();
+    }
+    case KVD_TUIIF_CREATE_PKT_REF_RO_CFM:
+        if (const auto cfm = received.as<KvdTuiifCreatePktRefRoCfm>())
+            packetRefResult(cfm->froId, cfm->froClassNo, cfm->result);
+        return;
+    case KVD_TUIIF_DELETE_PKT_REF_RO_CFM:
+        if (const auto cfm = received.as<KvdTuiifDeletePktRefRoCfm>()) {
+            std::erase(created_, std::pair{cfm->froId, cfm->froClassNo});
+            std::erase_if(reported_, [&](const Reported& r) {
+                return r.froId == cfm->froId && r.froClassNo == cfm->froClassNo;
+            });
+            applyPolicy();
+        }
+        return;
+    default: break;
+    }
+    const auto result = received.as<KvdTuiifAuditPktRefRoResultInd>();
+    if (!result) return;
+    for (u32 i = 0; i < result->count; ++i) {
+        TuiifAuditResult row;
+        const std::size_t at = sizeof *result + i * sizeof row;
+        if (received.bytes.size() < at + sizeof row) return;
+        std::memcpy(&row, received.bytes.data() + at, sizeof row);
+        packetRefResult(row.froId, row.froClassNo, row.result);
+    }
 }
 
 // ---- queries ------------------------------------------------------------------------------------

@@ -90,6 +90,14 @@ public:
     void setHptsiOut(bool on);
     void setGpsOslDelay(u16 delay_ns);               // of the sync link's cable
 
+    // Packet references: the configured list is what an audit is answered with.
+    void createPacketRef(const MpPacketRef& ref);    // adds it, or replaces it, and asks for it
+    void deletePacketRef(u32 froId, u32 froClassNo);
+    void setPacketRef(const MpPacketRef& ref);
+    void askPacketRefAttributes(u32 froId, u32 froClassNo);
+    /// The unit has confirmed it.
+    bool packetRefCreated(u32 froId, u32 froClassNo) const;
+
     /// Own selection on or off; on looks at the references at once.
     void setSelects(bool on);
     const MpReference* reference(const std::string& name) const;
@@ -143,6 +151,10 @@ private:
     void onReceiverStatus(const MpRecord& received);
     void onRefState(const MpRecord& received);
     void onEtFroid(const MpRecord& received);
+    void onPacketRefSignal(const MpRecord& received);
+    void answerAudit();
+    void packetRefResult(u32 froId, u32 froClassNo, u32 result);
+    void sendPacketRef(SIGSELECT sigNo, const MpPacketRef& ref);
     void record(Signal* sig, PROCESS from);
     void superviseConfigured();
     void applyPolicy();
@@ -162,6 +174,7 @@ private:
     std::vector<MpReference> supervised_;
     std::vector<Reported> reported_;
     std::vector<Line> lines_;
+    std::vector<std::pair<u32, u32>> created_;       // packet references: froId, froClassNo
     u8 gpsStatus_ = 0, gpsOslStatus_ = 0;   // of the last reports of this connection, 0 before them
     ClockStatus status_;
     std::vector<ClockStatus> statuses_;

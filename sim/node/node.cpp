@@ -32,6 +32,10 @@ Node::Node(ose::World& world, const NodeConfig& config)
     pmAgent_ = std::make_unique<PmAgent>(*this);
     bira_ = std::make_unique<BiraServer>(*this, config.bira);
     idpi_ = std::make_unique<IdpiServer>(*this, config.idpi);
+    packetPort_ = std::make_unique<PacketPort>(*this, config.packetPort);
+    cfi_ = std::make_unique<CfiServer>(*this);
+    pktsyncDrv_ = std::make_unique<PktsyncDrvServer>(*this);
+    ipsocki_ = std::make_unique<IpsockiServer>(*this);
     shell_ = std::make_unique<Shell>(*this);
     mainProcessor_ = std::make_unique<MainProcessor>(*this, config.mainProcessor);
 
@@ -52,6 +56,9 @@ Node::Node(ose::World& world, const NodeConfig& config)
     errorLog_->start();
     phyPorts_->start();
     pmAgent_->start();
+    cfi_->start();
+    pktsyncDrv_->start();
+    ipsocki_->start();
     shell_->start();
     if (config.bira.present) bira_->start();
     if (config.idpi.present) idpi_->start();
@@ -65,6 +72,9 @@ Node::~Node()
     system_->kill(shutdownProcess_);
     mainProcessor_->die();
     shell_->die();
+    ipsocki_->die();
+    pktsyncDrv_->die();
+    cfi_->die();
     idpi_->die();
     bira_->die();
     pmAgent_->die();
@@ -241,6 +251,20 @@ int Node::msiWrite(u32 address, const u8* bytes, std::size_t count)
 {
     return msi_->write(address, bytes, count);
 }
+
+int Node::ipState() { return ipsocki_->state(); }
+int Node::ipSocket(u32 family, u32 type) { return ipsocki_->socket(family, type); }
+int Node::ipOption(int socket, u32 option, u32 value, u32 low)
+{
+    return ipsocki_->option(socket, option, value, low);
+}
+int Node::ipBind(int socket, const u8* octets, u32 port) { return ipsocki_->bind(socket, octets, port); }
+int Node::ipSend(int socket, const u8* bytes, std::size_t count, const u8* octets, u32 port)
+{
+    return ipsocki_->send(socket, bytes, count, octets, port);
+}
+int Node::ipClose(int socket) { return ipsocki_->close(socket); }
+int Node::ipError() { return ipsocki_->error(); }
 
 int Node::serialOpen(const char* device, u32 vector, const node::SerialSetting* settings,
                      std::size_t count)

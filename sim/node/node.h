@@ -13,14 +13,18 @@
 #include "node/platform.h"
 #include "ose/world.h"
 #include "sim/node/bira_server.h"
+#include "sim/node/cfi_server.h"
 #include "sim/node/error_log.h"
 #include "sim/node/idpi_server.h"
+#include "sim/node/ipsocki_server.h"
 #include "sim/node/main_processor.h"
 #include "sim/node/msi_server.h"
 #include "sim/node/name_server.h"
 #include "sim/node/node_config.h"
+#include "sim/node/packet_port.h"
 #include "sim/node/parameters.h"
 #include "sim/node/phy_port_server.h"
+#include "sim/node/pktsyncdrv_server.h"
 #include "sim/node/pm_agent.h"
 #include "sim/node/pri_server.h"
 #include "sim/node/serial_port.h"
@@ -103,6 +107,10 @@ public:
     PmAgent& pmAgent() { return *pmAgent_; }
     BiraServer& bira() { return *bira_; }
     IdpiServer& idpi() { return *idpi_; }
+    CfiServer& cfi() { return *cfi_; }
+    PktsyncDrvServer& pktsyncDrv() { return *pktsyncDrv_; }
+    IpsockiServer& ipsocki() { return *ipsocki_; }
+    PacketPort& packetPort() { return *packetPort_; }
     Shell& shell() { return *shell_; }
     Parameters& parameters() { return parameters_; }
     Volumes& volumes() { return volumes_; }
@@ -153,6 +161,13 @@ public:
     int msiState() override;
     int msiRead(u32 address, u8* bytes, std::size_t count) override;
     int msiWrite(u32 address, const u8* bytes, std::size_t count) override;
+    int ipState() override;
+    int ipSocket(u32 family, u32 type) override;
+    int ipOption(int socket, u32 option, u32 value, u32 low) override;
+    int ipBind(int socket, const u8* octets, u32 port) override;
+    int ipSend(int socket, const u8* bytes, std::size_t count, const u8* octets, u32 port) override;
+    int ipClose(int socket) override;
+    int ipError() override;
     int serialOpen(const char* device, u32 vector, const node::SerialSetting* settings,
                    std::size_t count) override;
     int serialClose(const char* device) override;
@@ -191,6 +206,10 @@ private:
     std::unique_ptr<PmAgent> pmAgent_;
     std::unique_ptr<BiraServer> bira_;
     std::unique_ptr<IdpiServer> idpi_;
+    std::unique_ptr<PacketPort> packetPort_;
+    std::unique_ptr<CfiServer> cfi_;
+    std::unique_ptr<PktsyncDrvServer> pktsyncDrv_;
+    std::unique_ptr<IpsockiServer> ipsocki_;
     std::unique_ptr<Shell> shell_;
     std::unique_ptr<MainProcessor> mainProcessor_;
     PROCESS shutdownProcess_ = 0;

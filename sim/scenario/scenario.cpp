@@ -28,6 +28,10 @@ Scenario readTop(const toml::table& table, const std::string& path)
     for (const toml::node& unit : *units) s.units.push_back(readUnit(*unit.as_table(), path));
     if (const toml::array* const links = top.tables("link"))
         for (const toml::node& link : *links) s.links.push_back(readLink(*link.as_table(), path, s));
+    if (const toml::array* const masters = top.tables("master"))
+        for (const toml::node& m : *masters) s.masters.push_back(readMaster(*m.as_table(), path, s));
+    if (const toml::array* const paths = top.tables("path"))
+        for (const toml::node& p : *paths) s.paths.push_back(readPath(*p.as_table(), path, s));
     if (const toml::array* const events = top.tables("event"))
         for (const toml::node& event : *events) s.events.push_back(readEvent(*event.as_table(), path, s));
     if (const toml::array* const checks = top.tables("check"))

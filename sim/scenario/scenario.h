@@ -1,5 +1,6 @@
 // scenario.h - A scenario: units, their clocks and references, what happens when, what must hold.
 #pragma once
+#include "sim/net/ptp_master.h"
 #include "sim/node/node_config.h"
 #include "sim/refs/gps_receiver_config.h"
 #include "sim/refs/line_source.h"
@@ -15,6 +16,7 @@ namespace sim {
 
 class Unit;
 class Link;
+class PacketNet;
 
 /// A unit and all that is connected to its board.
 struct UnitSpec {
@@ -50,6 +52,12 @@ struct LinkSpec {
     u16 fromPort = 1, toPort = 1;    // of the port servers, 1 to 6
 };
 
+/// Between two hosts of the packet network, masters or units.
+struct PathSpec {
+    std::string from, to;
+    DelayConfig forward, back;
+};
+
 /// One thing that happens. Checked when the scenario is read, so that it can't fail in the run.
 struct EventSpec {
     double at_s = 0;
@@ -58,6 +66,7 @@ struct EventSpec {
     std::function<void(Unit&)> action;
     std::string link;                // of a link's event, which has no unit
     std::function<void(Link&)> linkAction;
+    std::function<void(PacketNet&)> netAction;   // of the packet network's event
 };
 
 enum class CheckKind : u8 {
@@ -107,6 +116,8 @@ struct Scenario {
     double interval_s = 1.0;         // of the recorded series
     std::vector<UnitSpec> units;
     std::vector<LinkSpec> links;
+    std::vector<PtpMasterConfig> masters;
+    std::vector<PathSpec> paths;
     std::vector<EventSpec> events;   // in order of time
     std::vector<CheckSpec> checks;
 };
@@ -147,6 +158,14 @@ void readIdlServers(TableReader& t, const std::string& file, NodeConfig& node);
 std::function<void(Unit&)> readRestartEvent(const std::string& word, TableReader& t,
                                             const UnitSpec& unit);
 std::function<void(Unit&)> readIdlEvent(const std::string& word, TableReader& t);
+/// The packet network: a unit's share, masters, paths; an event is empty when `word` is none of theirs.
+void readPacketPort(TableReader& t, const std::string& file, NodeConfig& node);
+PtpMasterConfig readMaster(const toml::table& table, const std::string& file, const Scenario& scenario);
+PathSpec readPath(const toml::table& table, const std::string& file, const Scenario& scenario);
+std::function<void(PacketNet&)> readNetEvent(const std::string& word, TableReader& t,
+                                             const Scenario& scenario);
+std::function<void(Unit&)> readPacketEvent(const std::string& word, TableReader& t,
+                                           const UnitSpec& unit);
 /// Phase, noise and recorded series of a reference.
 void readPhase(TableReader& t, LineConfig& c);
 

@@ -338,6 +338,12 @@ EventSpec readEvent(const toml::table& table, const std::string& file, const Sce
         t.finish();
         return e;
     }
+    if (word.starts_with("master.") || word.starts_with("path.")) {
+        e.netAction = readNetEvent(word, t, scenario);
+        if (!e.netAction) t.fail("do", "'" + word + "' is nothing that can happen");
+        t.finish();
+        return e;
+    }
     e.unit = t.text("unit", scenario.units.front().node.name);
     const auto unit = std::find_if(scenario.units.begin(), scenario.units.end(),
                                    [&](const UnitSpec& u) { return u.node.name == e.unit; });
@@ -354,6 +360,7 @@ EventSpec readEvent(const toml::table& table, const std::string& file, const Sce
     }
     e.action = readRestartEvent(word, t, *unit);
     if (!e.action) e.action = readIdlEvent(word, t);
+    if (!e.action) e.action = readPacketEvent(word, t, *unit);
     if (!e.action) e.action = readGpsEvent(word, t, *unit);
     if (!e.action) t.fail("do", "'" + word + "' is nothing that can happen");
     t.finish();

@@ -1,6 +1,7 @@
 #include "sim/scenario/unit.h"
 
 #include "sim/board/board.h"
+#include "sim/net/ptp_master.h"
 
 #include <chrono>
 
@@ -31,7 +32,6 @@ Unit::Unit(ose::World& world, const UnitSpec& spec) : world_(world), node_(world
 
 namespace {
 
-constexpr i64 GPS_EPOCH = 315'964'800;        // 1980-01-06, s since 1970
 constexpr i64 TAI_AHEAD_OF_GPS = 19;          // s, always
 
 /// s since 1970, without leap seconds.
@@ -44,15 +44,23 @@ i64 secondsOf(const MpDate& d)
 
 }  // namespace
 
+std::optional<i64> Unit::taiAtStart() const
+{
+    if (gps_) return gps_->config().start + gps_->config().leapSeconds + TAI_AHEAD_OF_GPS;
+    constexpr u32 PACKET_TIME_CLASS = 4;
+    for (const MpPacketRef& r : node_.config().mainProcessor.packetRefs)
+        if (r.froClassNo == PACKET_TIME_CLASS) return PtpMasterConfig{}.epoch;
+    return std::nullopt;
+}
+
 std::optional<double> Unit::counterAgainstGps_s()
 {
-    if (!gps_) return std::nullopt;
+    const std::optional<i64> tai = taiAtStart();
+    if (!tai) return std::nullopt;
     constexpr i64 TURN_s = 1024;
     constexpr ose::Time TURN = TURN_s * ose::SEC;
     // Frame zero is a date of TAI's scale.
-    const i64 gpsSecond = gps_->config().start + gps_->config().leapSeconds - GPS_EPOCH;
-    const i64 sinceZero = gpsSecond + TAI_AHEAD_OF_GPS -
-                          (secondsOf(node_.mainProcessor().config.sfnInitTime) - GPS_EPOCH);
+    const i64 sinceZero = *tai - secondsOf(node_.mainProcessor().config.sfnInitTime);
     const ose::Time wanted = ((sinceZero % TURN_s + TURN_s) * ose::SEC + world_.now()) % TURN;
     const CounterTriple c = node_.board().counter();
     const i64 halves = ((c.mfn * 4096LL + c.sfn) * 1'228'800 + c.inc) * 2 + c.half;

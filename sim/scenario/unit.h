@@ -25,10 +25,13 @@ public:
         delays_[port] = std::move(measure);
     }
     /// Frame counter against true GPS time as the node's date of frame zero places it, within half a
-    /// turn of 1024 s, positive when ahead; nothing without a receiver.
+    /// turn of 1024 s, positive when ahead; nothing without a receiver or a packet time reference.
     std::optional<double> counterAgainstGps_s();
 
 private:
+    /// True TAI at the world's beginning, s since 1970, for a unit that can know it.
+    std::optional<i64> taiAtStart() const;
+
     ose::World& world_;
     Node node_;
     std::map<ReferenceInput, std::unique_ptr<LineSource>> sources_;

@@ -11,6 +11,7 @@
 #include "mgr/tu_common.h"
 #include "node/pri.h"
 #include "ose/module_data.h"
+#include "pktsync/tupktsync_proc.h"
 #include "pktsync/tupktsyncadm.h"
 #include "ref/kvd_ref.h"
 #include "refs/kvd_hptsi.h"
@@ -302,16 +303,6 @@ void onInitiateServiceCfm(const KvdTuiifInitiateServiceCfm* received, PROCESS se
     if (tuiif::isReady()) tellAfterConfirm(cfm, isFirstStart);
 }
 
-// ---- packet sync's own signals ----
-
-void forwardToPktsync(Signal* sig)
-{
-    const u32 size = ose::sigsize(&sig);
-    Signal* copy = ose::alloc(size, sig->sigNo);
-    std::memcpy(static_cast<void*>(copy), sig, size);
-    ose::send(&copy, KvdLoz6TuPktsync_pid());
-}
-
 }  // namespace
 
 namespace tuiif {
@@ -360,7 +351,7 @@ int KvdLoz6TuIifAdm_dispatch(Signal* sig)
     case KVD_TUIIF_SET_PKT_REF_RO_REQ:
     case KVD_TUIIF_AUDIT_PKT_REF_RO_CFM:
     case KVD_TUIIF_GET_PKT_REF_RO_ATTRIB_REQ:
-        forwardToPktsync(sig);                                                            return 1;
+        TuPktsync_forward(sig);                                                            return 1;
     default:                                                                              return 0;
     }
 }
@@ -376,5 +367,6 @@ void KvdLoz6TuIifAdm_msiMemInitiated()
 u32     KvdLoz6TuIifAdm_startState() { return s->startState; }
 PROCESS KvdLoz6TuIifAdm_peer()       { return s->procTuiifMpPid; }
 u32     KvdLoz6TuIifAdm_apn()        { return s->ownPiuHwAddr_r.apn; }
+u32     KvdLoz6TuIifAdm_piuInstanceId() { return s->ownPiuInstanceId; }
 u32     KvdLoz6TuIifAdm_smn()        { return s->ownPiuHwAddr_r.smn; }
 u8      KvdLoz6TuIifAdm_storedMasterSlaveMode() { return s->savedBvqStatusData.masterSlaveMode; }

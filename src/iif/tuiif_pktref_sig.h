@@ -30,25 +30,31 @@ struct TuiifPktRefConfig {
     u32 froId, froClassNo;
     u8  typeOfPktStruct;       // 0 Ethernet multicast PTP time .. 4 unicast IP NTP frequency
     u8  ptpDomain;
+    i32 asymmetryCompensation; // ns
+    u8  peerDelayMechanism;
+    u8  reserved[3];
+    TuiifIpAddress serverIpAddress, ownIpAddress;
     u8  dscp, pbit;
     u8  ptpProfile;            // 0 IEEE 1588 annex J.3, 1 ITU-T G.8275.1
     u8  ptpMulticastAddress;   // 0 forwardable, 1 not forwardable
-    u8  peerDelayMechanism;
-    u8  reserved;
-    i32 asymmetryCompensation; // ns
-    TuiifIpAddress serverIpAddress, ownIpAddress;
+    u8  macAddress[6];         // of the port, Ethernet
+    u32 linkSpeed;             // code of the port: 4 or 6
+    u32 portWord;              // which port of the unit
 };
 static_assert(offsetof(TuiifPktRefConfig, typeOfPktStruct) == 8);
-static_assert(offsetof(TuiifPktRefConfig, asymmetryCompensation) == 16);
+static_assert(offsetof(TuiifPktRefConfig, asymmetryCompensation) == 12);
 static_assert(offsetof(TuiifPktRefConfig, serverIpAddress) == 20);
-static_assert(sizeof(TuiifPktRefConfig) == 60);
+static_assert(offsetof(TuiifPktRefConfig, dscp) == 60);
+static_assert(offsetof(TuiifPktRefConfig, macAddress) == 64);
+static_assert(offsetof(TuiifPktRefConfig, linkSpeed) == 72);
+static_assert(sizeof(TuiifPktRefConfig) == 80);
 
 struct KvdTuiifCreatePktRefRoReq {        // also KVD_TUIIF_SET_PKT_REF_RO_REQ
     SIGSELECT sigNo;
     TuiifPktRefConfig config;
 };
 static_assert(offsetof(KvdTuiifCreatePktRefRoReq, config) == 4);
-static_assert(sizeof(KvdTuiifCreatePktRefRoReq) == 64);
+static_assert(sizeof(KvdTuiifCreatePktRefRoReq) == 84);
 using KvdTuiifSetPktRefRoReq = KvdTuiifCreatePktRefRoReq;
 
 struct KvdTuiifCreatePktRefRoCfm {
@@ -104,9 +110,49 @@ struct KvdTuiifAuditPktRefRoResultInd {
 };
 static_assert(sizeof(KvdTuiifAuditPktRefRoResultInd) == 12);
 
+/// The data sets of a PTP clock (IEEE 1588-2008 clause 8), in their order; all zero for a reference
+/// without one.
 struct KvdTuiifGetPktRefRoAttribCfm {
     SIGSELECT sigNo;
     u32 froId, froClassNo;
-    u8  attributes[196];       // of the PTP clock; zero for a reference without one
+    // defaultDS
+    u8  twoStepFlag;
+    u8  clockIdentity[8];
+    u16 numberPorts;
+    u8  clockClass, clockAccuracy;
+    u16 offsetScaledLogVariance;
+    u8  priority1, priority2, domainNumber, slaveOnly;
+    // currentDS
+    u16 stepsRemoved;
+    i64 offsetFromMaster;      // ns * 2^16
+    i64 meanPathDelay;         // as the regulator tells it, ns
+    // parentDS
+    u8  parentClockIdentity[8];
+    u16 parentPortNumber;
+    u8  parentStats;
+    u16 observedParentOffsetScaledLogVariance;
+    u32 observedParentClockPhaseChangeRate;
+    u8  grandmasterIdentity[8];
+    u8  grandmasterClockClass, grandmasterClockAccuracy;
+    u16 grandmasterOffsetScaledLogVariance;
+    u8  grandmasterPriority1, grandmasterPriority2;
+    // timePropertiesDS
+    i16 currentUtcOffset;
+    u8  currentUtcOffsetValid, leap59, leap61, timeTraceable, frequencyTraceable, ptpTimescale;
+    u8  timeSource;
+    // portDS
+    u8  portClockIdentity[8];
+    u16 portNumber;
+    u8  portState;
+    i8  logMinDelayReqInterval, logAnnounceInterval;
+    u8  announceReceiptTimeout;
+    i8  logSyncInterval;
+    u8  delayMechanism;
+    i8  logMinPdelayReqInterval;
+    u8  versionNumber;
+    u8  reserved[84];
 };
+static_assert(offsetof(KvdTuiifGetPktRefRoAttribCfm, offsetFromMaster) == 40);
+static_assert(offsetof(KvdTuiifGetPktRefRoAttribCfm, currentUtcOffset) == 90);
+static_assert(offsetof(KvdTuiifGetPktRefRoAttribCfm, portNumber) == 108);
 static_assert(sizeof(KvdTuiifGetPktRefRoAttribCfm) == 208);

@@ -6,7 +6,7 @@
 #include "mgr/tsv_if_support.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "pktsync/tupktsyncadm.h"
+#include "pktsync/tupktsync_proc.h"
 
 #include <iterator>
 

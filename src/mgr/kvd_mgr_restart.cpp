@@ -17,7 +17,7 @@
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "pktsync/tupktsyncadm.h"
+#include "pktsync/tupktsync_proc.h"
 #include "ref/kvd_ref.h"
 #include "reg/kvd_reg.h"
 

@@ -90,6 +90,18 @@ public:
     virtual int msiRead(u32 /*address*/, u8* /*bytes*/, std::size_t /*count*/) { return 1; }
     virtual int msiWrite(u32 /*address*/, const u8* /*bytes*/, std::size_t /*count*/) { return 1; }
 
+    // ---- UDP sockets (IPSOCKI); connection and datagrams come as signals, see ipsocki.h ----------------
+    // A platform without the service leaves these as they are. -1 is a failure, ipError tells which.
+    /// 0 it takes requests, 1 it isn't there, 4 it is busy.
+    virtual int ipState() { return 1; }
+    virtual int ipSocket(u32 /*family*/, u32 /*type*/) { return -1; }
+    virtual int ipOption(int /*socket*/, u32 /*option*/, u32 /*value*/, u32 /*low*/) { return -1; }
+    virtual int ipBind(int /*socket*/, const u8* /*octets*/, u32 /*port*/) { return -1; }
+    virtual int ipSend(int /*socket*/, const u8* /*bytes*/, std::size_t /*count*/, const u8* /*octets*/,
+                       u32 /*port*/) { return -1; }
+    virtual int ipClose(int /*socket*/) { return -1; }
+    virtual int ipError() { return 0; }
+
     // ---- serial line -------------------------------------------------------------------------------------
     /// Opens the UART of that device name. Received bytes raise interrupt `vector`; serialRead takes them.
     /// 0 done, 8 no such device, other: the driver's code.

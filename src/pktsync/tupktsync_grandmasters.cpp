@@ -2,8 +2,12 @@
 
 #include "node/platform.h"
 #include "ose/module_data.h"
+#include "pktsync/tupktsync_coli.h"
 
+#include <algorithm>
 #include <array>
+#include <cstdio>
+#include <ctime>
 
 namespace {
 
@@ -31,4 +35,21 @@ void TuPktsync_addGrandmaster(u32 syncrefId, const PtpClockIdentity& grandmaster
     s->ring[s->next] = {node::platform().calendar(), grandmasterIdentity, syncrefId};
     s->next = (s->next + 1) % ENTRIES;
     if (s->count < ENTRIES) ++s->count;
+}
+
+u32 TuPktsync_grandmastersText(char* text, u32 room)
+{
+    if (room == 0) return 0;
+    u32 length = static_cast<u32>(std::snprintf(text, room, "***** History of grandmasters *****\n"));
+    for (u32 i = 0; i < s->count && length < room; ++i) {
+        const Entry& e = s->ring[(s->next + ENTRIES - s->count + i) % ENTRIES];
+        const std::time_t seconds = static_cast<std::time_t>(e.time.seconds);
+        std::tm t{};
+        gmtime_r(&seconds, &t);
+        length += static_cast<u32>(std::snprintf(
+            text + length, room - length, "%04d-%02d-%02d %02d:%02d:%02d  syncref %u  %s\n",
+            t.tm_year + 1900, t.tm_mon + 1, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec, e.syncrefId,
+            TuPktsync_portIdentityText({e.grandmasterIdentity, 0}).data()));
+    }
+    return std::min(length, room - 1);
 }

@@ -5,3 +5,5 @@
 
 /// Appends, unless the last entry is the same.
 void TuPktsync_addGrandmaster(u32 syncrefId, const PtpClockIdentity& grandmasterIdentity);
+/// The entries, the oldest first, as a text; returns its length.
+u32  TuPktsync_grandmastersText(char* text, u32 room);

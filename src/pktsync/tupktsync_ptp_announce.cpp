@@ -2,6 +2,7 @@
 #include "mgr/trace_groups.h"
 #include "node/trace.h"
 #include "ose/ose.h"
+#include "pktsync/tupktsync_genann.h"
 #include "pktsync/tupktsync_grandmasters.h"
 #include "pktsync/tupktsync_ptp_clock.h"
 #include "pktsync/tupktsync_ptp_uc_neg.h"
@@ -161,8 +162,11 @@ void checkFaults(PtpClock& c, const PtpTraceability& is)
 
 }  // namespace
 
-void ptpOnAnnounce(PtpClock& c, const PtpHeader& h, const PtpAnnounce& a)
+void ptpOnAnnounce(PtpClock& c, const PtpHeader& received, const PtpAnnounce& announce)
 {
+    PtpHeader h = received;
+    PtpAnnounce a = announce;
+    if (!TuPktsync_genAnn(received, h.flagField[1], a)) return;
     if (!ptpIsG82751Time(c) && (h.flagField[0] & PTP_ALTERNATE_MASTER) != 0) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "Announce received from ALTERNATE_MASTER clock");
         return;

@@ -58,7 +58,8 @@ struct PtpClock {
     u8  priority1 = 0, priority2 = 0;
     u32 portState = 0;                                 // PtpPortState
     u16 stepsRemoved = 0;
-    i64 offsetFromMaster = 0, meanPathDelay = 0;       // ns * 2^16, from the regulator
+    i64 offsetFromMaster = 0;                          // ns * 2^16, from the regulator
+    i64 meanPathDelay = 0;                             // ns, from the regulator
     PtpParent parent;
     PtpTimeProperties timeProperties;
     i8  logAnnounceInterval = 0;

@@ -126,7 +126,7 @@ void onSyncSet(PtpClock& c, const TsPosition& set)
     e.T4f = sample->T4f;
     e.asymComp = c.setup.delayAsymmetry;
     if (s->needs.sendExchange != nullptr) s->needs.sendExchange(e);
-    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_6, "Timestamps sent to tureg for syncrefId=%u", id);
+    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_8, "Timestamps sent to tureg for syncrefId=%u", id);
 }
 
 void checkRate(PtpClock& c, u32 fault, bool met, const char* text, i8 log)
@@ -433,13 +433,17 @@ void TuPktsync_PTP_TmoSig(u32 syncrefId, u32 timerId, u32 index)
     }
 }
 
-void TuPktsyncPTP_handleRegInd(i64 offsetFromMaster, i64 meanPathDelay)
+void TuPktsyncPTP_handleRegInd(i32 syncrefId, i64 offsetFromMaster, i64 meanPathDelay)
 {
-    for (auto& c : s->clocks) {
-        if (!c || !c->selected) continue;
-        c->offsetFromMaster = offsetFromMaster;
-        c->meanPathDelay = meanPathDelay;
+    if (syncrefId < 0) return;
+    PtpClock* const c = ptpClockOf(static_cast<u32>(syncrefId));
+    if (c == nullptr) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "%s for non-existing syncrefId (%d)",
+                  "TuPktsyncPTP_handleRegInd", syncrefId);
+        return;
     }
+    c->offsetFromMaster = offsetFromMaster;
+    c->meanPathDelay = meanPathDelay;
 }
 
 // ---- queries ------------------------------------------------------------------------------------

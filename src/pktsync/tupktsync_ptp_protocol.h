@@ -115,8 +115,8 @@ void TuPktsync_PTP_clockRqmtInd(u32 syncrefId, u32 minPktInterval, u32 maxPktInt
 void TuPktsync_PTP_TmoSig(u32 syncrefId, u32 timerId, u32 index);
 /// The driver's stamp of a message that was sent with this metadata.
 void TuPktsync_PTP_egressTimestamp(const u8* metadata, const PtpStamp& sent);
-/// What the regulator found, ns * 2^16.
-void TuPktsyncPTP_handleRegInd(i64 offsetFromMaster, i64 meanPathDelay);
+/// What the regulator found of the selected clock, -1 for none; ns * 2^16, ns.
+void TuPktsyncPTP_handleRegInd(i32 syncrefId, i64 offsetFromMaster, i64 meanPathDelay);
 /// Class or QualityLevelIndex of a supervised clock, 255 when it has none to tell.
 u8   TuPktsyncPTP_findClockQuality(u32 syncrefId);
 /// Reports the quality of every supervised clock.

@@ -1,34 +1,22 @@
-// tupktsyncadm.h - Packet synchronisation seen from the manager, and its process.
+// tupktsyncadm.h - Packet synchronisation seen from the manager: tells the packet process which
+// reference is selected and what is required of it, gives the regulator that reference's exchanges.
+// Owner   the manager process; clockClassValid is called by the packet process.
+// Errors  an exchange of a reference that isn't selected is dropped.
 #pragma once
 #include "ose/types.h"
 
 struct Signal;
 
-constexpr SIGSELECT TUPKTSYNC_TUIIF_DOWN_IND  = 0x9C666;   // manager -> packet sync, no data
-constexpr SIGSELECT TUPKTSYNC_TUIIF_UP_IND    = 0x9C667;   // manager -> packet sync: TuPktsyncTuiifUpInd
-
-struct TuPktsyncTuiifUpInd {
-    SIGSELECT sigNo;
-    u32 board;           // 2 on board type 2, else 1
-};
-
-constexpr SIGSELECT TUPKTSYNC_REG_IND         = 0x9C668;   // regulator -> packet sync: TuPktsyncRegInd
-
-/// What the regulator makes of the selected clock.
-struct TuPktsyncRegInd {
-    SIGSELECT sigNo;
-    u32 reserved;
-    i64 offsetFromMaster;   // ns * 2^16
-    i64 meanPathDelay;      // ns
-};
-static_assert(sizeof(TuPktsyncRegInd) == 24);
-
-/// Entry point of Kvd_loz6_tupktsync_proc.
-void TuPktsync_proc();
 void TuPktsyncAdm_initiate();
 int  TuPktsyncAdm_dispatch(Signal* sig);
-void TuPktsync_tuiifUPInd(u32 board);
-void TuPktsync_tuiifDownInd();
 void TuPktsync_selectionMode(u8 selectionProcessMode);
+/// 0 select, 1 deselect, 2 deselect all; `consumer` gets the exchanges.
+void KvdLoz6TuPktsync_selection(u32 froId, u32 froClassNo, u32 selectOperation, PROCESS consumer);
+/// Tells the packet process what is required of references and masters.
+void KvdLoz6TuPktsync_clockRqmt();
+/// Reports the quality level of a PTP reference: the class, its index under ITU-T G.8275.1, or 255 for
+/// none. A frequency reference's class beyond what is required goes as 98 when it is none of
+/// ITU-T G.8265.1 table 2.
+void TuPktsyncAdm_clockClassValid(u32 froId, u32 froClassNo, u8 clockClass);
 /// History of grandmasters as a text; returns its length.
 u32  TuPktsync_grandmasterHistoryText(char* text, u32 room);

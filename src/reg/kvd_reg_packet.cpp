@@ -10,7 +10,8 @@
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "pktsync/tupktsync_ptp_protocol.h"
-#include "pktsync/tupktsyncadm.h"
+#include "pktsync/tupktsync_sig.h"
+#include "pktsync/tupktsync_syncref_ctrl.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_measure_int.h"
@@ -34,8 +35,14 @@ void sendRegInd(i64 offsetFromMaster, i64 meanPathDelay)
     node::sendTo(KvdLoz6TuPktsync_pid(), ind);
 }
 
+u8 profileOf(u32 froId)
+{
+    return TuPktsync_PTP_getProfile(
+        static_cast<u32>(TuPktsync_SyncrefCtrl_syncrefIdOf(froId, PACKET_TIME_FRO_CLASS)));
+}
+
 constexpr packet::Needs NEEDS = {
-    .ptpProfile = TuPktsync_PTP_getProfile,
+    .ptpProfile = profileOf,
     .estimate = KvdLoz6TuReg_estimate,
     .setRefState = KvdLoz6TuReg_setDegrState,
     .tellPacketSync = sendRegInd,

@@ -79,7 +79,7 @@ TEST(Manager, TellsWhereItStandsInItsStartUp)
     EXPECT_EQ(started->process, "Kvd_loz6_tumgr_proc");
     EXPECT_EQ(started->file, "kvd_mgr_startup.cpp");
     EXPECT_TRUE(unit.traced("Kvd_loz6_tupktsync_proc started (semaphore signalled)"));
-    EXPECT_EQ(unit.node.shell().commands().size(), 32u);
+    EXPECT_EQ(unit.node.shell().commands().size(), 34u);   // two of the packet process
     EXPECT_STREQ(unit.node.shell().commands()[0].name, "kvdinfo");
     EXPECT_STREQ(unit.node.shell().commands()[31].name, "socprireadsfc");
 }

@@ -241,6 +241,8 @@ TEST(MainProcessor, TakesPacketAndEthernetReferencesByTheirReports)
         b.in([&] {
             Unit unit;
             unit.connect();
+            if (!c.ethernet) unit.send({KVD_TUIIF_CREATE_PKT_REF_RO_CFM, 80, 5, 1, 0});
+            unit.take();
             unit.received.clear();
             unit.send({REF_STATE, 1, 1, 2, c.ethernet ? 120u : 80u, c.ethernet ? 7u : 5u,
                        c.refState, c.info});

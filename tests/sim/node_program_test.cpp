@@ -209,9 +209,9 @@ TEST(WholeUnit, HasItsCommandsInTheShell)
 {
     PpsUnit u;
     u.run(10);
-    EXPECT_EQ(u.node.shell().commands().size(), 32u);
+    EXPECT_EQ(u.node.shell().commands().size(), 34u);
     EXPECT_STREQ(u.node.shell().commands().front().name, "kvdinfo");
-    EXPECT_STREQ(u.node.shell().commands().back().name, "socprireadsfc");
+    EXPECT_STREQ(u.node.shell().commands().back().name, "genann");
     std::string output;
     EXPECT_EQ(u.command("kvdinfo", output), 20);
     EXPECT_EQ(u.command("kvdinfo tumgr", output), 0);

@@ -1,0 +1,104 @@
+// network.h - The packet network between units and the masters they follow: hosts, and between two of
+// them a path each way with a delay model of its own.
+//
+// Calls are from outside of any process, or from a host's own events. The world must outlive the
+// network, the network its hosts' last packet.
+// Units   s; a packet is delayed as a whole, its length doesn't count.
+#pragma once
+#include "ose/world.h"
+#include "sim/clock/random.h"
+#include "sim/clock/series.h"
+
+#include <array>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+/// IP version 4 or 6; an IPv4 address fills the first four octets.
+struct NetAddress {
+    u32 family = 4;
+    std::array<u8, 16> octets{};
+    bool operator==(const NetAddress&) const = default;
+};
+/// "192.168.0.1", or eight groups of hexadecimal digits; false when it is neither.
+bool parseNetAddress(const std::string& text, NetAddress& address);
+std::string textOf(const NetAddress& address);
+
+using MacAddress = std::array<u8, 6>;
+
+/// A frame as it is on the wire, or a datagram with its addresses.
+struct NetPacket {
+    bool isFrame = true;
+    std::vector<u8> bytes;           // whole frame, or UDP payload
+    NetAddress from, to;             // of a datagram
+    u16 fromPort = 0, toPort = 0;
+};
+
+class NetHost {
+public:
+    virtual ~NetHost() = default;
+    /// A packet is there.
+    virtual void onPacket(const NetPacket& packet) = 0;
+    virtual NetAddress netAddress() const = 0;
+    virtual const std::string& netName() const = 0;
+};
+
+/// Delay of one direction: the parts add up.
+struct DelayConfig {
+    double constant_s = 0;
+    double gaussian_s = 0;           // deviation, about the constant; never below 0
+    double exponential_s = 0;        // mean of a queue's delay
+    EndlessSeries series;            // recorded, a value a packet, s
+    double loss = 0, duplicates = 0; // share of packets
+    double reordered = 0;            // share of packets that others may overtake
+    double reorderedBy_s = 0;
+    /// A transparent clock on the way: resides up to that long and says so in the correctionField.
+    double residence_s = 0;
+};
+
+class Network {
+public:
+    explicit Network(ose::World& world) : world_(world) {}
+
+    void attach(NetHost& host) { hosts_.push_back(&host); }
+    /// A path each way; one that is there is replaced.
+    void connect(NetHost& a, NetHost& b, const DelayConfig& aToB, const DelayConfig& bToA);
+    NetHost* host(const std::string& name) const;
+    /// Changes how packets fare from one to the other from now on; false without a path.
+    bool change(const std::string& from, const std::string& to,
+                const std::function<void(DelayConfig&)>& how);
+    bool setUp(const std::string& from, const std::string& to, bool up);
+
+    /// To all hosts with a path, or to the one of its address.
+    void send(NetHost& from, const NetPacket& packet);
+    /// Sees each packet as it leaves, dropped or not.
+    void onSend(std::function<void(const NetHost& from, const NetPacket& packet)> observer)
+    {
+        onSend_ = std::move(observer);
+    }
+
+private:
+    struct Path {
+        NetHost* from;
+        NetHost* to;
+        DelayConfig config;
+        Random random;
+        u64 count = 0;
+        ose::Time lastArrival = 0;
+        bool up = true;
+    };
+    Path* path(const std::string& from, const std::string& to);
+    void makePath(NetHost& from, NetHost& to, const DelayConfig& config);
+    void carry(Path& path, const NetPacket& packet);
+    ose::Time delay(Path& path, NetPacket& packet, bool& isReordered);
+
+    ose::World& world_;
+    std::vector<NetHost*> hosts_;
+    std::vector<std::unique_ptr<Path>> paths_;
+    std::function<void(const NetHost&, const NetPacket&)> onSend_;
+};
+
+}  // namespace sim

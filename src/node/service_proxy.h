@@ -1,0 +1,45 @@
+// service_proxy.h - What the proxies of the packet services share: a server that is hunted for by its
+// name, found, and gone again. Each step reaches the client as a signal of the service's own numbers.
+#pragma once
+#include "ose/types.h"
+
+#include <array>
+
+struct Signal;
+
+namespace node {
+
+/// Protocol versions that a client can speak, the best first; 0 where there is none.
+using ProtocolVersions = std::array<u32, 4>;
+
+struct ServiceProxy {
+    PROCESS server = 0;          // 0 until it is there
+    AttachRef attachRef = 0;     // 0 when its death was told
+};
+
+/// `upInd` comes to the caller, sent by the server, as soon as there is one.
+void proxyHunt(const char* serverName, SIGSELECT upInd);
+/// The server of that signal is there; `downInd` comes when it dies. 0 done, 1 when it is dead already.
+u32  proxyServerUp(ServiceProxy& proxy, const Signal* upInd, SIGSELECT downInd);
+/// The server is gone. 1 when it isn't the present one: a word of a connection before.
+u32  proxyServerDown(ServiceProxy& proxy, const Signal* downInd);
+/// Asks it for protocol versions.
+void proxyInitiate(const ServiceProxy& proxy, SIGSELECT request, const ProtocolVersions& wanted);
+/// Lets go of the server.
+void proxyForget(ServiceProxy& proxy);
+
+/// Request of a client to its server: the protocol versions that it can speak.
+struct ProxyInitiateReq {
+    SIGSELECT sigNo;
+    ProtocolVersions wanted;
+};
+static_assert(sizeof(ProxyInitiateReq) == 20);
+
+/// The server's answers, CFM, SUS and REJ alike.
+struct ProxyInitiateAnswer {
+    SIGSELECT sigNo;
+    u32 pv;                      // selected, or the highest that there is
+};
+static_assert(sizeof(ProxyInitiateAnswer) == 8);
+
+}  // namespace node

@@ -1,0 +1,286 @@
+#include "pktsync/tupktsync_cfi_client.h"
+
+#include "mgr/trace_groups.h"
+#include "node/cfi.h"
+#include "node/sig.h"
+#include "ose/module_data.h"
+#include "pktsync/tupktsync_pdu.h"
+#include "pktsync/tupktsync_proc.h"
+#include "pktsync/tupktsync_syncref_ctrl.h"
+
+#include <iterator>
+
+namespace {
+
+constexpr u32 PV = 1;
+constexpr u32 DEVICE = 3;
+constexpr CfiFilter PTP_FRAMES{1, 12, 2, PTP_ETHERTYPE, 0xFFFF};
+
+struct State {
+    u32 state = CFI_NOT_AVAILABLE;
+    u32 selectedPv = 0;
+    node::CfiProxy* proxy = nullptr;
+    std::array<TuPktsyncGroup, TUPKTSYNC_GROUPS> groups;
+};
+ose::ModuleData<State> s;
+
+bool isIn(u32 state, const char* signal)
+{
+    if (s->state == state) return true;
+    KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_2, "TuPktsync_CFI_client: Wrong state when receiving %s",
+              signal);
+    return false;
+}
+
+bool internal(const Signal* sig)
+{
+    const u32 result = node::Cfi_internal(s->proxy, sig);
+    if (result != 0)
+        KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR, "TuPktsync_CFI_client: Proxy error %u", result);
+    return result == 0;
+}
+
+void reportReady() { TuPktsync_Root_initReady(TUPKTSYNC_OBJECT_CFI_CLIENT); }
+
+// ---- connection ---------------------------------------------------------------------------------
+
+void onServerUp(const Signal* sig)
+{
+    if (!isIn(CFI_WAIT_FOR_SERVER_UP, "CFI_SERVER_UP_IND")) return;
+    internal(sig);
+    s->state = CFI_WAIT_FOR_INIT_RESPONS;
+}
+
+void onConfirm(const Signal* sig)
+{
+    if (!isIn(CFI_WAIT_FOR_INIT_RESPONS, "CFI_INITIATE_SERVICE_CFM")) return;
+    const auto* cfm = as<node::ProxyInitiateAnswer>(sig);
+    if (cfm == nullptr) return;
+    if (cfm->pv != PV)
+        KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
+                  "TuPktsync_CFI_client: Wrong PV has been used. /n");
+    internal(sig);
+    s->selectedPv = cfm->pv;
+    s->state = CFI_AVAILABLE;
+    const u32 result = node::Cfi_attachReq(s->proxy, DEVICE);
+    if (result != 0) {
+        KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
+                  "TuPktsync_CFI_client: Cfi_attachReq failed, result=%u", result);
+        return;
+    }
+    s->state = CFI_WAIT_FOR_ATTACH_CFM;
+}
+
+void onSuspend()
+{
+    KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
+              "TuPktsync_CFI_client: CFI_INITIATE_SERVICE_SUS received; service is not available!");
+    s->state = CFI_NOT_AVAILABLE;
+    reportReady();
+}
+
+void onReject(const Signal* sig)
+{
+    KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
+              "TuPktsync_CFI_client: CFI_INITIATE_SERVICE_REJ received; indicates build fault!");
+    internal(sig);
+    s->state = CFI_NOT_AVAILABLE;
+    reportReady();
+}
+
+void onAttach(const Signal* sig)
+{
+    if (!isIn(CFI_WAIT_FOR_ATTACH_CFM, "CFI_ATTACH_CFM")) return;
+    const auto* cfm = as<CfiResultCfm>(sig);
+    if (cfm == nullptr) return;
+    if (cfm->result != 0) {
+        KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
+                  "TuPktsync_CFI_client: error result = %d\nin attach cfm",
+                  static_cast<i32>(cfm->result));
+        return;
+    }
+    s->state = CFI_ATTACHED;
+    reportReady();
+}
+
+void onServerDown(const Signal* sig)
+{
+    if (!internal(sig)) return;
+    s->state = CFI_NOT_AVAILABLE;
+    TuPktsync_SyncrefCtrl_handleServerDownInd();
+}
+
+// ---- multicast groups ---------------------------------------------------------------------------
+
+void join(TuPktsyncGroup& g)
+{
+    const u32 result = node::Cfi_joinMulticastReq(s->proxy, DEVICE, g.mac, PTP_FRAMES, g.groupType);
+    if (result != 0)
+        KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
+                  "TuPktsync_CFI_client: Cfi_joinMulticastReq failed, result=%u", result);
+    g.state = GROUP_JOIN_PENDING;
+    g.joinNeeded = 0;
+}
+
+void leave(TuPktsyncGroup& g)
+{
+    const u32 result = node::Cfi_leaveMulticastReq(s->proxy, DEVICE, g.mac, PTP_FRAMES, g.groupType);
+    if (result != 0)
+        KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
+                  "TuPktsync_CFI_client: Cfi_leaveMulticastReq failed, result=%u", result);
+    g.state = GROUP_LEAVE_PENDING;
+    g.leaveNeeded = 0;
+}
+
+/// The result of a confirmation; a refused one leaves the group as it is.
+bool isGood(const Signal* sig, const char* request)
+{
+    const auto* cfm = as<CfiResultCfm>(sig);
+    if (cfm == nullptr) return false;
+    if (cfm->result == 0) return true;
+    KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
+              "TuPktsync_CFI_client: error result = %u\nin %s multicast cfm", cfm->result, request);
+    return false;
+}
+
+void onJoined(const Signal* sig)
+{
+    if (!isIn(CFI_ATTACHED, "CFI_JOIN_MULTICAST_CFM") || !isGood(sig, "join")) return;
+    for (TuPktsyncGroup& g : s->groups) {
+        if (g.state != GROUP_JOIN_PENDING) continue;
+        g.state = GROUP_JOINED;
+        TuPktsync_SyncrefCtrl_CfiSetupReady(g.groupType);
+        if (g.leaveNeeded != 0 && g.users == 0) leave(g);
+    }
+}
+
+void onLeft(const Signal* sig)
+{
+    if (!isIn(CFI_ATTACHED, "CFI_LEAVE_MULTICAST_CFM") || !isGood(sig, "leave")) return;
+    for (TuPktsyncGroup& g : s->groups) {
+        if (g.state != GROUP_LEAVE_PENDING) continue;
+        g.state = GROUP_NONE;
+        TuPktsync_SyncrefCtrl_CfiRemoveReady(g.groupType);
+        if (g.joinNeeded != 0 && g.users > 0) join(g);
+    }
+}
+
+void onFrame(Signal* sig)
+{
+    const auto* ind = as<CfiReceiveFrameInd>(sig);
+    if (ind == nullptr) return;
+    if (ose::sigsize(&sig) - sizeof *ind < ind->length) {
+        KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_2,
+                  "TuPktsync_CFI_client: CFI_RECEIVE_FRAME_IND of %u octets holds no frame of %u",
+                  ose::sigsize(&sig), ind->length);
+        return;
+    }
+    TuPktsync_PDU_CfiRcvFrame(ind->length, ind->metalength, reinterpret_cast<const u8*>(ind + 1));
+}
+
+}  // namespace
+
+void TuPktsync_CFI_client_init()
+{
+    s->state = CFI_NOT_AVAILABLE;
+    for (u32 i = 0; i < TUPKTSYNC_GROUPS; ++i) {
+        s->groups[i] = {};
+        s->groups[i].groupType = i;
+        s->groups[i].mac = TUPKTSYNC_GROUP_MAC[i];
+    }
+    s->proxy = node::Cfi_initiateMemory();
+    const u32 result = node::Cfi_initiateServiceReq(s->proxy, PV, PV, PV);
+    if (result != 0) {
+        KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR, "Cfi_initiateServiceReq failed, result=%u",
+                  result);
+        return;
+    }
+    KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_INFO, "TUPKTSYNC: CFI interface initiated");
+    s->state = CFI_WAIT_FOR_SERVER_UP;
+}
+
+void TuPktsync_CFI_client_reset()
+{
+    node::Cfi_freeMemory(s->proxy);
+    s->proxy = nullptr;
+    s->state = CFI_NOT_AVAILABLE;
+    KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_INFO,
+              "TUPKTSYNC: CFI proxy memory freed and state set to NOT_AVAILABLE");
+}
+
+int TuPktsync_CFI_client_dispatch(Signal* sig)
+{
+    switch (sig->sigNo) {
+    case CFI_SERVER_UP_IND:        onServerUp(sig);   return 1;
+    case CFI_SERVER_DOWN_IND:      onServerDown(sig); return 1;
+    case CFI_INITIATE_SERVICE_CFM: onConfirm(sig);    return 1;
+    case CFI_INITIATE_SERVICE_SUS: onSuspend();       return 1;
+    case CFI_INITIATE_SERVICE_REJ: onReject(sig);     return 1;
+    case CFI_ATTACH_CFM:           onAttach(sig);     return 1;
+    case CFI_JOIN_MULTICAST_CFM:   onJoined(sig);     return 1;
+    case CFI_LEAVE_MULTICAST_CFM:  onLeft(sig);       return 1;
+    case CFI_RECEIVE_FRAME_IND:    onFrame(sig);      return 1;
+    default:                       return 0;
+    }
+}
+
+u32 TuPktsync_CFI_client_addMCgroupUser(u32 groupType)
+{
+    TuPktsyncGroup& g = s->groups[groupType];
+    ++g.users;
+    switch (g.state) {
+    case GROUP_JOINED:        return 0;
+    case GROUP_LEAVE_PENDING: g.joinNeeded = 1; return 1;
+    case GROUP_NONE:
+        if (s->state == CFI_ATTACHED) join(g);
+        return 1;
+    default:                  return 1;
+    }
+}
+
+u32 TuPktsync_CFI_client_removeMCgroupUser(u32 groupType)
+{
+    TuPktsyncGroup& g = s->groups[groupType];
+    if (g.users > 0) --g.users;
+    switch (g.state) {
+    case GROUP_JOINED:
+        if (g.users > 0) return 0;
+        leave(g);
+        return 1;
+    case GROUP_JOIN_PENDING:
+        if (g.users > 0) return 0;
+        g.leaveNeeded = 1;
+        return 1;
+    case GROUP_LEAVE_PENDING: return 1;
+    default:                  return 0;
+    }
+}
+
+u8* TuPktsync_CFI_client_getSendBuffer(u32 frameLength, u32 metadataLength)
+{
+    if (s->state == CFI_ATTACHED)
+        return node::Cfi_getSendBuffer(s->proxy, DEVICE, frameLength, metadataLength);
+    KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_1,
+              "TuPktsync_CFI_client: client not attached at sendFrame request");
+    return nullptr;
+}
+
+u32 TuPktsync_CFI_client_sendFrame(u8* buffer)
+{
+    const u32 result = node::Cfi_sendFrame(s->proxy, buffer);
+    if (result != 0)
+        KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR, "TuPktsync_CFI_client: Cfi_sendFrame failed, "
+                  "result=%u", result);
+    return result == 0 ? 1 : 0;
+}
+
+u32 TuPktsync_CFI_client_state() { return s->state; }
+const TuPktsyncGroup& TuPktsync_CFI_client_group(u32 groupType) { return s->groups[groupType]; }
+
+const char* TuPktsync_cfiStateText(u32 state)
+{
+    static constexpr const char* TEXTS[] = {"NOT_AVAILABLE",         "WAIT_FOR_SERVER_UP",
+                                            "WAIT_FOR_INIT_RESPONS", "AVAILABLE",
+                                            "WAIT_FOR_ATTACH_CFM",   "ATTACHED"};
+    return state < std::size(TEXTS) ? TEXTS[state] : "UNKNOWN";
+}

@@ -1,0 +1,143 @@
+// The audit, which makes the table what the main processor believes, and what starts one: the
+// connection to the main processor coming and going.
+#include "iif/kvd_iifadm.h"
+#include "mgr/trace_groups.h"
+#include "node/sig.h"
+#include "pktsync/tupktsync_syncref_int.h"
+
+#include <algorithm>
+
+namespace syncref {
+
+namespace {
+
+void sendResult()
+{
+    const auto& rows = state().audit;
+    const u32 size = static_cast<u32>(sizeof(KvdTuiifAuditPktRefRoResultInd) +
+                                      rows.size() * sizeof(TuiifAuditResult));
+    Signal* sig = ose::alloc(size, KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND);
+    auto* ind = reinterpret_cast<KvdTuiifAuditPktRefRoResultInd*>(sig);
+    ind->apn = state().ownPiuHwAddr.apn;
+    ind->count = static_cast<u32>(rows.size());
+    auto* at = reinterpret_cast<TuiifAuditResult*>(ind + 1);
+    for (const AuditRow& row : rows) *at++ = {row.froId, row.froClassNo, static_cast<u32>(row.result)};
+    needs().sendToMainProcessor(&sig);
+}
+
+void readOwnAddress() { state().ownPiuHwAddr = {KvdLoz6TuIifAdm_smn(), KvdLoz6TuIifAdm_apn(), 0}; }
+
+void auditDone()
+{
+    auto& s = state();
+    if (s.requestAudit) {
+        s.audit.clear();
+        return deleteAll();
+    }
+    if (s.tuiifAlive) sendResult();
+    s.audit.clear();
+    s.syncRefCtrlState = READY;
+}
+
+}  // namespace
+
+void requestAudit()
+{
+    auto* req = node::make<KvdTuiifAuditPktRefRoReq>(KVD_TUIIF_AUDIT_PKT_REF_RO_REQ);
+    req->apn = state().ownPiuHwAddr.apn;
+    Signal* sig = reinterpret_cast<Signal*>(req);
+    needs().sendToMainProcessor(&sig);
+    state().syncRefCtrlState = AUDIT_PENDING;
+}
+
+void onAuditCfm(const Signal* sig)
+{
+    auto& s = state();
+    if (s.syncRefCtrlState != AUDIT_PENDING) {
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR, "AuditCfm received in wrong state (%s)",
+                  TuPktsync_syncrefCtrlStateText(s.syncRefCtrlState));
+        return;
+    }
+    const auto* cfm = as<KvdTuiifAuditPktRefRoCfm>(sig);
+    if (cfm == nullptr) return;
+    Signal* const buffer = const_cast<Signal*>(sig);
+    const u32 room = (ose::sigsize(&buffer) - static_cast<u32>(sizeof *cfm)) / sizeof(TuiifPktRefConfig);
+    if (cfm->count > PTP_CLOCKS) {
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
+                  "Number of syncrefs received in AuditPktRefRoCfm signal: %u; maximum allowed number "
+                  "is %u",
+                  cfm->count, PTP_CLOCKS);
+        s.syncRefCtrlState = READY;
+        return;
+    }
+    if (cfm->count > room)
+        node::traceShortSignal(sig, static_cast<u32>(sizeof *cfm + cfm->count * sizeof(TuiifPktRefConfig)));
+    const u32 count = std::min(cfm->count, room);
+    s.audit.clear();
+    if (count == 0) {
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_INFO, "No sync refs to audit");
+        sendResult();
+        s.syncRefCtrlState = READY;
+        return;
+    }
+    const auto* const configs = reinterpret_cast<const TuiifPktRefConfig*>(cfm + 1);
+    for (u32 i = 0; i < count; ++i) s.audit.push_back({configs[i].froId, configs[i].froClassNo, NOT_YET});
+    s.auditRemaining = count;
+    s.syncRefCtrlState = AUDIT_CREATE_PENDING;
+    for (u32 i = 0; i < count; ++i) create(configs[i]);
+}
+
+void auditRowDone(u32 froId, u32 froClassNo, u32 result)
+{
+    auto& s = state();
+    const auto row = std::find_if(s.audit.begin(), s.audit.end(), [&](const AuditRow& r) {
+        return r.froId == froId && r.froClassNo == froClassNo && r.result == NOT_YET;
+    });
+    if (row == s.audit.end())
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
+                  "handle_auditCfm: setting of create success \nresult at audit failed");
+    else
+        row->result = static_cast<i32>(result);
+    if (s.auditRemaining > 0 && --s.auditRemaining == 0) auditDone();
+}
+
+void massDeleteDone()
+{
+    auto& s = state();
+    if (s.deletionsRemaining > 0 && --s.deletionsRemaining > 0) return;
+    const bool again = s.tuiifAlive && s.requestAudit;
+    s.requestAudit = false;
+    if (again) requestAudit();
+    else       s.syncRefCtrlState = READY;
+}
+
+void onTuiifDown()
+{
+    auto& s = state();
+    s.tuiifAlive = false;
+    switch (s.syncRefCtrlState) {
+    case READY:         return deleteAll();
+    case AUDIT_PENDING: s.syncRefCtrlState = READY; return;
+    default:
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_INFO, "tuiif down when in state=%s",
+                  TuPktsync_syncrefCtrlStateText(s.syncRefCtrlState));
+        return;
+    }
+}
+
+void onTuiifUp()
+{
+    auto& s = state();
+    if (s.tuiifAlive)
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
+                  "Call to handle_tuiifUp while tuiif already up.");
+    s.tuiifAlive = true;
+    s.selected_syncrefId = -1;
+    readOwnAddress();
+    const u32 before = s.syncRefCtrlState;
+    if (before == AUDIT_DELETE_PENDING || before == AUDIT_CREATE_PENDING) s.requestAudit = true;
+    TuPktsync_SyncrefCtrl_sendUnavailableInd();
+    if (before == READY) requestAudit();
+}
+
+}  // namespace syncref

@@ -1,0 +1,546 @@
+#include "pktsync/tupktsync_syncref_ctrl.h"
+
+#include "iif/kvd_iifadm.h"
+#include "iif/kvd_iifadm_send.h"
+#include "mgr/kvd_mgr_proc.h"
+#include "mgr/trace_groups.h"
+#include "node/sig.h"
+#include "ose/module_data.h"
+#include "node/platform.h"
+#include "pktsync/tupktsync_cfi_client.h"
+#include "pktsync/tupktsync_drv_client.h"
+#include "pktsync/tupktsync_ipsocki_client.h"
+#include "pktsync/tupktsync_pdu.h"
+#include "pktsync/tupktsync_proc.h"
+#include "pktsync/tupktsync_ptp_attributes.h"
+#include "pktsync/tupktsync_syncref_int.h"
+#include "pktsync/tupktsync_timer.h"
+#include "pktsync/tupktsync_timestamp_server.h"
+#include "pktsync/tupktsyncadm.h"
+#include "ref/ref_types.h"
+#include "reg/reg_sig.h"
+
+#include <algorithm>
+#include <iterator>
+
+using namespace syncref;
+
+namespace {
+
+ose::ModuleData<syncref::State> s;
+
+void resetClients()
+{
+    TuPktsync_CFI_client_reset();
+    TuPktsync_PktSyncDrvClient_reset();
+    TuPktsync_Timestamp_reInit();
+}
+
+void reportReady() { TuPktsync_Root_initReady(TUPKTSYNC_OBJECT_SYNCREFCTRL); }
+
+constexpr Needs NEEDS = {
+    .addMCgroupUser = TuPktsync_CFI_client_addMCgroupUser,
+    .removeMCgroupUser = TuPktsync_CFI_client_removeMCgroupUser,
+    .createSocketAndBind = TuPktsync_IPSOCKI_client_createSocketAndBind,
+    .removeResourceUser = TuPktsync_IPSOCKI_client_removeResourceUser,
+    .setSyncRef = TuPktsync_PktSyncDrvClient_setSyncRefReq,
+    .deleteSyncRef = TuPktsync_PktSyncDrvClient_deleteSyncRefReq,
+    .newClock = TuPktsync_new_ptp_clock,
+    .deleteClock = TuPktsync_delete_ptp_clock,
+    .selectClock = TuPktsync_set_ptp_selected,
+    .sendToMainProcessor = KvdLoz6TuIifAdm_forwardPktsync,
+    .resetClients = resetClients,
+    .reInit = TuPktsync_Root_reInitPktSyncRo,
+    .ready = reportReady,
+};
+
+// ---- what the clocks reach ----------------------------------------------------------------------
+
+void reportFaults(u32 froId, u32 froClassNo, u32 fault_flags)
+{
+    KvdLoz6TuIifAdm_updateTuPktRefStatus(froId, froClassNo, fault_flags, 0);
+}
+
+void tellProfile(u8 ptpProfile)
+{
+    struct Ind { SIGSELECT sigNo; u8 ptpProfile; };
+    auto* ind = node::make<Ind>(KVD_TUREG_PTP_TIME_PROFILE_CHANGE_IND);
+    ind->ptpProfile = ptpProfile;
+    node::sendTo(KvdLoz6TuMgr_pid(), ind);
+}
+
+constexpr PtpNeeds PTP_NEEDS = {
+    .reportFaults = reportFaults,
+    .reportQuality = TuPktsyncAdm_clockClassValid,
+    .profileChanged = tellProfile,
+    .sendExchange = TuPktsync_Timestamp_server_handle_ts_ptp,
+    .latencyAsymmetry = TuPktsync_SyncrefCtrl_latencyAsymmetry,
+    .send = TuPktsync_send_message,
+};
+
+// ---- requests -----------------------------------------------------------------------------------
+
+/// The syncref in use whose domain an Ethernet clock can't share: frames tell it by nothing else.
+std::optional<u32> sameDomain(const TuiifPktRefConfig& config)
+{
+    if (config.typeOfPktStruct > MULTI_IP_TIME_PTP) return std::nullopt;
+    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+        const auto& r = s->table[id];
+        if (r && r->typeOfPktStruct <= MULTI_IP_TIME_PTP && r->ptpDomain == config.ptpDomain) return id;
+    }
+    return std::nullopt;
+}
+
+void onCreateReq(const Signal* sig)
+{
+    if (!isReady("Create")) return;
+    const auto* req = as<KvdTuiifCreatePktRefRoReq>(sig);
+    if (req == nullptr) return;
+    const TuiifPktRefConfig& c = req->config;
+    if (find(c.froId, c.froClassNo)) {
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
+                  "Create request received with already existing froId(%u) and froClassNo(%u)", c.froId,
+                  c.froClassNo);
+        return;
+    }
+    if (const auto other = sameDomain(c)) {
+        const Syncref& r = *s->table[*other];
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
+                  "Attempt to create new syncref for froId %u, froClassNo %u, ptpDomain %d, when "
+                  "syncrefId %d froId %u, froClassNo %u already configured with same ptpDomain",
+                  c.froId, c.froClassNo, c.ptpDomain, *other, r.froId, r.froClassNo);
+        return;
+    }
+    create(c);
+}
+
+void onDeleteReq(const Signal* sig)
+{
+    if (!isReady("Delete")) return;
+    const auto* req = as<KvdTuiifDeletePktRefRoReq>(sig);
+    if (req == nullptr) return;
+    if (const auto id = find(req->froId, req->froClassNo)) return syncref::remove(*id);
+    KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
+              "Delete request received for non-existing froId(%u) and froClassNo(%u)", req->froId,
+              req->froClassNo);
+}
+
+/// Takes what may change of a running syncref; true when it has another server now.
+bool takeChange(Syncref& r, const TuiifPktRefConfig& c)
+{
+    const PktIpAddress before = r.serverIpAddress;
+    switch (r.typeOfPktStruct) {
+    case MULTI_ETH_TIME_PTP:
+        r.pbit = c.pbit;
+        r.asymmetryCompensation = c.asymmetryCompensation;
+        r.ptpProfile = c.ptpProfile;
+        break;
+    case MULTI_IP_TIME_PTP:
+        r.dscp = c.dscp;
+        r.asymmetryCompensation = c.asymmetryCompensation;
+        break;
+    case UNI_IP_TIME_PTP:
+        r.asymmetryCompensation = c.asymmetryCompensation;
+        [[fallthrough]];
+    default:
+        r.dscp = c.dscp;
+        r.serverIpAddress = addressOf(c.serverIpAddress);
+    }
+    return before != r.serverIpAddress;
+}
+
+void restartProtocol(Syncref& r, u32 syncrefId)
+{
+    needs().deleteClock(syncrefId);
+    r.protocolStarted = needs().newClock(setupOf(syncrefId, r)) != 0;
+    TuPktsync_set_ptp_path_supervision(syncrefId, 1);
+    if (r.selected) needs().selectClock(syncrefId, 1);
+    KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_INFO,
+              "Restarted protocol handler for syncrefId %d to effect change of serverIpAddress", syncrefId);
+}
+
+void onSetReq(const Signal* sig)
+{
+    if (!isReady("Set")) return;
+    const auto* req = as<KvdTuiifSetPktRefRoReq>(sig);
+    if (req == nullptr) return;
+    const TuiifPktRefConfig& c = req->config;
+    const auto id = find(c.froId, c.froClassNo);
+    if (!id) {
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
+                  "Set request received for non-existing froId(%u) and froClassNo(%u)", c.froId,
+                  c.froClassNo);
+        return;
+    }
+    Syncref& r = *s->table[*id];
+    if (r.syncRefIndivState != CREATED) {
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
+                  "Set request received from FRO when in state=%s", indivStateText(r.syncRefIndivState));
+        return;
+    }
+    if (r.typeOfPktStruct < UNI_IP_FREQ_PTP) setTimestampLatency(c.linkSpeed, c.portWord);
+    r.syncRefIndivState = CHANGE_PENDING;
+    const bool hasNewServer = takeChange(r, c);
+    const bool isUnicast = r.typeOfPktStruct == UNI_IP_TIME_PTP || r.typeOfPktStruct == UNI_IP_FREQ_PTP;
+    if (hasNewServer && r.protocolStarted && isUnicast)
+        restartProtocol(r, *id);
+    else if (r.usePTP && r.protocolStarted)
+        TuPktsync_change_ptp_clock(*id, r.asymmetryCompensation, r.pbit, r.dscp, r.ptpProfile);
+    auto* cfm = node::make<KvdTuiifSetPktRefRoCfm>(KVD_TUIIF_SET_PKT_REF_RO_CFM);
+    cfm->froId = r.froId;
+    cfm->froClassNo = r.froClassNo;
+    cfm->apn = s->ownPiuHwAddr.apn;
+    Signal* out = reinterpret_cast<Signal*>(cfm);
+    needs().sendToMainProcessor(&out);
+    r.syncRefIndivState = CREATED;
+}
+
+void onPathSupervision(const Signal* sig)
+{
+    const auto* ind = as<KvdTuiifSynchPathSupInd>(sig);
+    if (ind == nullptr) return;
+    if (ind->refType != PACKET_TIME_REF && ind->refType != PACKET_FREQ_REF) return;
+    const auto id = find(ind->froId, ind->froClassNo);
+    if (!id) {
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
+                  "Synch Path Sup Ind received for non-existing froId(%u) and froClassNo(%u)", ind->froId,
+                  ind->froClassNo);
+        return;
+    }
+    if (s->table[*id]->usePTP) TuPktsync_set_ptp_path_supervision(*id, ind->on);
+}
+
+void onGetAttributes(const Signal* sig)
+{
+    const auto* req = as<KvdTuiifGetPktRefRoAttribReq>(sig);
+    if (req == nullptr) return;
+    auto* cfm = node::make<KvdTuiifGetPktRefRoAttribCfm>(KVD_TUIIF_GET_PKT_REF_RO_ATTRIB_CFM);
+    cfm->froId = req->froId;
+    cfm->froClassNo = req->froClassNo;
+    const auto id = find(req->froId, req->froClassNo);
+    if (!id || !s->table[*id]->usePTP)
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
+                  "Get Attributes Request for non-PTP syncref (froId/froClassNo %u/%u); replying with "
+                  "all zeroes",
+                  req->froId, req->froClassNo);
+    else
+        TuPktsync_get_ptp_attributes(*id, *cfm);
+    Signal* out = reinterpret_cast<Signal*>(cfm);
+    needs().sendToMainProcessor(&out);
+}
+
+void onTimer(const Signal* sig)
+{
+    const auto* ind = as<TuPktsyncTmoInd>(sig);
+    if (ind != nullptr && ind->tmoClass == TUPKTSYNC_TMO_CLASS_PTP)
+        TuPktsync_PTP_TmoSig(ind->syncrefId, ind->timerId, ind->index);
+}
+
+// ---- selection ----------------------------------------------------------------------------------
+
+void mark(u32 syncrefId, bool selected)
+{
+    if (auto& r = s->table[syncrefId]) r->selected = selected;
+    needs().selectClock(syncrefId, selected ? 1 : 0);
+    s->selected_syncrefId = selected ? static_cast<i32>(syncrefId) : -1;
+}
+
+void deselectAny()
+{
+    if (s->selected_syncrefId >= 0) mark(static_cast<u32>(s->selected_syncrefId), false);
+}
+
+/// The syncref of a selection request; nothing when it can't be selected.
+std::optional<u32> selectable(u32 froId, u32 froClassNo, const char* request)
+{
+    const auto id = find(froId, froClassNo);
+    if (!id) {
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
+                  "%s request for non-existing syncref (froId/froClassNo %u/%u)", request, froId,
+                  froClassNo);
+        return std::nullopt;
+    }
+    const u32 indivState = s->table[*id]->syncRefIndivState;
+    if (indivState == CREATED) return id;
+    KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
+              "%s request for syncrefId %d (froId/froClassNo %u/%u), still in state %s", request, *id,
+              froId, froClassNo, indivStateText(indivState));
+    return std::nullopt;
+}
+
+void selectOne(u32 froId, u32 froClassNo)
+{
+    const auto id = selectable(froId, froClassNo, "Select");
+    if (!id) return;
+    if (s->selected_syncrefId == static_cast<i32>(*id)) {
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_INFO,
+                  "Select request for already selected syncrefId %d (froId/froClassNo %u/%u)", *id, froId,
+                  froClassNo);
+        return;
+    }
+    deselectAny();
+    mark(*id, true);
+}
+
+void deselectOne(u32 froId, u32 froClassNo)
+{
+    const auto id = selectable(froId, froClassNo, "Deselect");
+    if (!id) return;
+    if (s->selected_syncrefId != static_cast<i32>(*id)) {
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_INFO,
+                  "Deselect request received for non-selected syncrefId %d (froId/froClassNo %u/%u)", *id,
+                  froId, froClassNo);
+        return;
+    }
+    mark(*id, false);
+}
+
+// ---- confirmations ------------------------------------------------------------------------------
+
+Syncref* pending(u32 syncrefId, u32 indivState, const char* confirmation)
+{
+    if (syncrefId >= PTP_CLOCKS || !s->table[syncrefId]) {
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR, "%s for non-existing syncrefId(%u)",
+                  confirmation, syncrefId);
+        return nullptr;
+    }
+    Syncref& r = *s->table[syncrefId];
+    if (r.syncRefIndivState == indivState && (r.pendingFlags & WAIT_PKTDRV) != 0) return &r;
+    KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
+              "%s for syncrefId(%u) not expecting it IndivState=%s", confirmation, syncrefId,
+              indivStateText(r.syncRefIndivState));
+    return nullptr;
+}
+
+/// Each syncref of that state that waits for the group goes on.
+void groupReady(u32 group, u32 indivState, void (*check)(u32 syncrefId))
+{
+    const u32 flag = group == 0 ? WAIT_CFI_MCG1 : WAIT_CFI_MCG2;
+    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+        auto& r = s->table[id];
+        if (!r || r->syncRefIndivState != indivState || (r->pendingFlags & flag) == 0) continue;
+        r->pendingFlags &= ~flag;
+        check(id);
+    }
+}
+
+}  // namespace
+
+namespace syncref {
+
+State& state() { return *s; }
+const Needs& needs() { return s->needs != nullptr ? *s->needs : NEEDS; }
+void setNeeds(const Needs* replacement) { s->needs = replacement; }
+
+std::optional<u32> find(u32 froId, u32 froClassNo)
+{
+    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+        const auto& r = s->table[id];
+        if (r && r->froId == froId && r->froClassNo == froClassNo) return id;
+    }
+    return std::nullopt;
+}
+
+bool isReady(const char* request)
+{
+    if (s->syncRefCtrlState == READY) return true;
+    const u8 level = s->syncRefCtrlState == REINIT ? TRACE_2 : TRACE_ERROR;
+    KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, level, "%s request received from FRO when not READY: state=%s",
+              request, TuPktsync_syncrefCtrlStateText(s->syncRefCtrlState));
+    return false;
+}
+
+const char* indivStateText(u32 indivState)
+{
+    static constexpr const char* TEXTS[] = {"FREE", "CREATE_PENDING", "CREATED", "DELETE_PENDING",
+                                            "CHANGE_PENDING"};
+    return indivState < std::size(TEXTS) ? TEXTS[indivState] : "UNKNOWN";
+}
+
+PktIpAddress addressOf(const TuiifIpAddress& address)
+{
+    constexpr u32 IPV4 = 4, IPV4_OCTETS = 4;
+    PktIpAddress out;
+    out.family = address.family;
+    std::copy_n(address.address, address.family == IPV4 ? IPV4_OCTETS : out.octets.size(),
+                out.octets.begin());
+    return out;
+}
+
+}  // namespace syncref
+
+// ---- life ---------------------------------------------------------------------------------------
+
+void TuPktsync_SyncrefCtrl_started(u32 board)
+{
+    s->board = board;
+    s->tuiifAlive = true;
+    s->ownPiuHwAddr = {KvdLoz6TuIifAdm_smn(), KvdLoz6TuIifAdm_apn(), 0};
+}
+
+void TuPktsync_SyncrefCtrl_init()
+{
+    s->table.fill(std::nullopt);
+    s->ownPiuHwAddr = {KvdLoz6TuIifAdm_smn(), KvdLoz6TuIifAdm_apn(), 0};
+    s->selected_syncrefId = -1;
+    s->standardIdentityTaken = false;
+    s->audit.clear();
+    resetTimestampLatency();
+    TuPktsync_PTP_init(PTP_NEEDS);
+    if (s->tuiifAlive) requestAudit();
+    else               s->syncRefCtrlState = READY;
+    needs().ready();
+}
+
+int TuPktsync_SyncrefCtrl_dispatch(Signal* sig)
+{
+    switch (sig->sigNo) {
+    case TUPKTSYNC_TMO_IND:                  onTimer(sig);           return 1;
+    case KVD_TUIIF_CREATE_PKT_REF_RO_REQ:    onCreateReq(sig);       return 1;
+    case KVD_TUIIF_DELETE_PKT_REF_RO_REQ:    onDeleteReq(sig);       return 1;
+    case KVD_TUIIF_SET_PKT_REF_RO_REQ:       onSetReq(sig);          return 1;
+    case KVD_TUIIF_AUDIT_PKT_REF_RO_CFM:     onAuditCfm(sig);        return 1;
+    case KVD_TUIIF_GET_PKT_REF_RO_ATTRIB_REQ: onGetAttributes(sig);  return 1;
+    case KVD_TUIIF_SYNCH_PATH_SUP_IND:       onPathSupervision(sig); return 1;
+    case TUPKTSYNC_TUIIF_UP_IND:             onTuiifUp();            return 1;
+    case TUPKTSYNC_TUIIF_DOWN_IND:           onTuiifDown();          return 1;
+    default:                                 return 0;
+    }
+}
+
+// ---- from the clients ---------------------------------------------------------------------------
+
+void TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(u32 syncrefId)
+{
+    Syncref* const r = pending(syncrefId, CREATE_PENDING, "PktSyncDrvSetCfm");
+    if (r == nullptr) return;
+    r->pendingFlags &= ~u32{WAIT_PKTDRV};
+    checkCreateReady(syncrefId);
+}
+
+void TuPktsync_SyncrefCtrl_PktSyncDrvChangeCfm(u32) {}   // a change takes effect without it
+
+void TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(u32 syncrefId)
+{
+    Syncref* const r = pending(syncrefId, DELETE_PENDING, "PktSyncDrvDeleteCfm");
+    if (r == nullptr) return;
+    r->pendingFlags &= ~u32{WAIT_PKTDRV};
+    checkDeleteReady(syncrefId);
+}
+
+void TuPktsync_SyncrefCtrl_CfiSetupReady(u32 group) { groupReady(group, CREATE_PENDING, checkCreateReady); }
+void TuPktsync_SyncrefCtrl_CfiRemoveReady(u32 group)
+{
+    groupReady(group, DELETE_PENDING, checkDeleteReady);
+}
+
+void TuPktsync_SyncrefCtrl_handleServerDownInd()
+{
+    if (s->tuiifAlive)
+        TuPktsync_SyncrefCtrl_sendUnavailableInd();
+    else
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_INFO,
+                  "TuPktsync_SyncrefCtrl_handleServerDownInd:: tuiifAlive=%s,not sending "
+                  "KVD_TUIIF_PKT_REF_RO_UNAVAILABLE_IND",
+                  "FALSE");
+    s->syncRefCtrlState = REINIT;
+    s->requestAudit = false;
+    s->auditRemaining = 0;
+    s->deletionsRemaining = 0;
+    s->selected_syncrefId = -1;
+    needs().resetClients();
+    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+        auto& r = s->table[id];
+        if (r && r->syncRefIndivState == CREATED) needs().deleteClock(id);
+        r.reset();
+    }
+    needs().reInit();
+}
+
+void TuPktsync_SyncrefCtrl_sendUnavailableInd()
+{
+    auto* ind = node::make<KvdTuiifPktRefRoUnavailableInd>(KVD_TUIIF_PKT_REF_RO_UNAVAILABLE_IND);
+    ind->apn = s->ownPiuHwAddr.apn;
+    Signal* sig = reinterpret_cast<Signal*>(ind);
+    needs().sendToMainProcessor(&sig);
+}
+
+// ---- from the time stamp server -----------------------------------------------------------------
+
+void TuPktsync_SyncrefCtrl_selectionInd(u32 froId, u32 froClassNo, u32 operation)
+{
+    if (s->syncRefCtrlState == REINIT) return;
+    switch (operation) {
+    case PKTSYNC_SELECT:       return selectOne(froId, froClassNo);
+    case PKTSYNC_DESELECT:     return deselectOne(froId, froClassNo);
+    case PKTSYNC_DESELECT_ALL: return deselectAny();
+    default:
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
+                  "Selection request with undefined operation code %u", operation);
+    }
+}
+
+void TuPktsync_SyncrefCtrl_clockRqmtInd(const TuPktsyncClockRqmt& n)
+{
+    if (n.minPktInterval > n.maxPktInterval) {
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
+                  "clock requirements refused: minPktInterval=%u, maxPktInterval=%u, freqClockClass=%hhu, "
+                  "freqClockAccuracy=0x%02hhx, timeClockClass=%hhu, timeClockAccuracy=0x%02hhx, "
+                  "stratumLevel=%hhu",
+                  n.minPktInterval, n.maxPktInterval, n.freqClockClass, n.freqClockAccuracy,
+                  n.timeClockClass, n.timeClockAccuracy, n.stratumLevel);
+        return;
+    }
+    const TuPktsyncClockRqmt old = s->clockRqmt.value_or(TuPktsyncClockRqmt{});
+    s->clockRqmt = n;
+    const bool intervals = n.minPktInterval != old.minPktInterval || n.maxPktInterval != old.maxPktInterval;
+    const bool time = intervals || n.timeClockClass != old.timeClockClass ||
+                      n.timeClockAccuracy != old.timeClockAccuracy;
+    const bool frequency = intervals || n.freqClockClass != old.freqClockClass ||
+                           n.freqClockAccuracy != old.freqClockAccuracy ||
+                           n.freqClockClassG8265_1 != old.freqClockClassG8265_1;
+    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+        const auto& r = s->table[id];
+        if (!r || r->typeOfPktStruct > UNI_IP_FREQ_PTP) continue;
+        if (!(r->typeOfPktStruct == UNI_IP_FREQ_PTP ? frequency : time)) continue;
+        const PtpClockRqmt rqmt = rqmtOf(*r);
+        TuPktsync_PTP_clockRqmtInd(id, rqmt.minSyncInterval, rqmt.maxSyncInterval, rqmt.clockClass,
+                                   rqmt.freqClockClassG8265_1, rqmt.clockAccuracy);
+    }
+}
+
+// ---- queries ------------------------------------------------------------------------------------
+
+i32 TuPktsync_SyncrefCtrl_selectedSyncrefId() { return s->selected_syncrefId; }
+i32 TuPktsync_SyncrefCtrl_syncrefIdOf(u32 froId, u32 froClassNo)
+{
+    const auto id = find(froId, froClassNo);
+    return id ? static_cast<i32>(*id) : -1;
+}
+
+i32 TuPktsync_SyncrefCtrl_latencyAsymmetry() { return s->latencyAsymmetry; }
+u32 TuPktsync_SyncrefCtrl_state() { return s->syncRefCtrlState; }
+
+const char* TuPktsync_syncrefCtrlStateText(u32 ctrlState)
+{
+    static constexpr const char* TEXTS[] = {"UNINITIALIZED",        "AUDIT_PENDING", "AUDIT_DELETE_PENDING",
+                                            "AUDIT_CREATE_PENDING", "READY",         "REINIT"};
+    return ctrlState < std::size(TEXTS) ? TEXTS[ctrlState] : "UNKNOWN";
+}
+
+void TuPktsync_SyncrefCtrl_print()
+{
+    using node::shellPrintf;
+    shellPrintf("   syncref control      : %s, selected %d, latency asymmetry %d ns\n",
+                TuPktsync_syncrefCtrlStateText(s->syncRefCtrlState), s->selected_syncrefId,
+                s->latencyAsymmetry);
+    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+        const auto& r = s->table[id];
+        if (!r) continue;
+        shellPrintf("   syncref %u            : froId %u, froClassNo %u, type %u, %s%s%s%s\n", id, r->froId,
+                    r->froClassNo, r->typeOfPktStruct, indivStateText(r->syncRefIndivState),
+                    (r->pendingFlags & WAIT_PKTDRV) != 0 ? ", waits for the driver" : "",
+                    (r->pendingFlags & WAIT_CFI_MCG1) != 0 ? ", waits for group 0" : "",
+                    (r->pendingFlags & WAIT_CFI_MCG2) != 0 ? ", waits for group 1" : "");
+    }
+}
