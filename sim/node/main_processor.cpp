@@ -225,6 +225,8 @@ const MpReference* MainProcessor::reference(const std::string& name) const
 bool MainProcessor::usable(const MpReference& ref) const
 {
     if (ref.alwaysUsable) return true;
+    // The unit is told of NTP's packets, the node's service whether any come.
+    if (ref.refType == NTP_REF) return node_.ipsync().reachable(ref.froId);
     if (std::none_of(supervised_.begin(), supervised_.end(),
                      [&](const MpReference& s) { return same(s, ref); }))
         return false;
@@ -268,8 +270,13 @@ void MainProcessor::sendSelection(const MpReference& ref)
 void MainProcessor::superviseConfigured()
 {
     // Lines wait until the unit has announced them: before, it knows no line of that id.
-    for (const MpReference& r : config.references)
-        if (r.supervise && r.refType != PDH_SDH_REF) supervise(r, true);
+    for (const MpReference& r : config.references) {
+        if (r.refType == NTP_REF)
+            sendLayout(KvdTuiifRegisterSynchRefInd{KVD_TUIIF_REGISTER_SYNCH_REF_IND, r.froClassNo,
+                                                   r.froId});
+        else if (r.supervise && r.refType != PDH_SDH_REF)
+            supervise(r, true);
+    }
 }
 
 // ---- signals of the unit ------------------------------------------------------------------------
@@ -285,6 +292,7 @@ void MainProcessor::onSignal(Signal* sig, PROCESS from)
     case KVD_TUIIF_GPSOSL_STATUS_IND:    onReceiverStatus(received); break;
     case KVD_TUIIF6_BVQ_REF_STATE_IND:   onRefState(received); break;
     case KVD_TUIIF_ET_FROID_IND:         onEtFroid(received); break;
+    case KVD_TUIIF_PKT_RATE_IND:         onPktRate(received); break;
     default:                             break;
     }
 }
@@ -396,6 +404,12 @@ void MainProcessor::onEtFroid(const MpRecord& received)
         else std::erase_if(supervised_, [&](const MpReference& s) { return same(s, r); });
     }
     applyPolicy();
+}
+
+/// The service asks its NTP server as often as the unit wants.
+void MainProcessor::onPktRate(const MpRecord& received)
+{
+    if (const auto ind = received.as<KvdTuiifPktRateInd>()) node_.ipsync().setRate(ind->pktRate);
 }
 
 // ---- queries ------------------------------------------------------------------------------------

@@ -92,6 +92,8 @@ public:
 
     /// Own selection on or off; on looks at the references at once.
     void setSelects(bool on);
+    /// What it knows of a reference from elsewhere than the unit has changed.
+    void lookAgain() { applyPolicy(); }
     const MpReference* reference(const std::string& name) const;
     /// What the policy takes for usable now.
     bool usable(const MpReference& reference) const;
@@ -143,6 +145,7 @@ private:
     void onReceiverStatus(const MpRecord& received);
     void onRefState(const MpRecord& received);
     void onEtFroid(const MpRecord& received);
+    void onPktRate(const MpRecord& received);
     void record(Signal* sig, PROCESS from);
     void superviseConfigured();
     void applyPolicy();

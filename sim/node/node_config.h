@@ -4,6 +4,7 @@
 #include "sim/board/board_config.h"
 #include "sim/node/idl_config.h"
 #include "sim/node/main_processor_config.h"
+#include "sim/node/ntp_config.h"
 
 #include <map>
 #include <string>
@@ -63,6 +64,8 @@ struct NodeConfig {
     /// Servers of the inter-unit links; a unit on its own has neither.
     BiraConfig bira;
     IdpiConfig idpi;
+    /// IP sync service and the NTP server behind it.
+    NtpConfig ntp;
 
     MainProcessorConfig mainProcessor;
 
