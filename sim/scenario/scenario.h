@@ -147,6 +147,9 @@ void readIdlServers(TableReader& t, const std::string& file, NodeConfig& node);
 std::function<void(Unit&)> readRestartEvent(const std::string& word, TableReader& t,
                                             const UnitSpec& unit);
 std::function<void(Unit&)> readIdlEvent(const std::string& word, TableReader& t);
+void readNtp(TableReader& t, const std::string& file, NtpConfig& ntp);
+std::function<void(Unit&)> readNtpEvent(const std::string& word, TableReader& t,
+                                        const UnitSpec& unit);
 /// Phase, noise and recorded series of a reference.
 void readPhase(TableReader& t, LineConfig& c);
 
