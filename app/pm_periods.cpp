@@ -2,6 +2,7 @@
 
 #include "app/summary.h"
 #include "iif/kvd_pm.h"
+#include "ref/ref_types.h"
 
 #include <algorithm>
 #include <array>
@@ -32,10 +33,27 @@ i32 secondsIn(const UnitRecording& u, std::initializer_list<u8> states, double f
     return static_cast<i32>(sum);
 }
 
+u8 selectedAt(const UnitRecording& u, double t)
+{
+    u8 refType = NO_REF;
+    for (const Selection& s : u.selected)
+        if (s.t <= t) refType = s.refType;
+    return refType;
+}
+
+/// Delay variations that an NTP reference can have: each share of the packets lies within the next.
+bool areDelayVariations(const Values& v)
+{
+    return v.size() >= 4 && v[1] >= -2 && v[1] <= v[2] && v[2] <= v[3] && v[3] <= v[0];
+}
+
 Values synchValues(const UnitRecording& u, double from, const PmPeriod& p)
 {
     if (p.suspect) return Values(8, -2);
-    return {-2, -2, -2, -2, secondsIn(u, {9, 11}, from, p.t), secondsIn(u, {3, 4}, from, p.t),
+    const bool measured = selectedAt(u, p.t) == NTP_REF && areDelayVariations(p.values);
+    const Values none{-2, -2, -2, -2};
+    const Values& v = measured ? p.values : none;
+    return {v[0], v[1], v[2], v[3], secondsIn(u, {9, 11}, from, p.t), secondsIn(u, {3, 4}, from, p.t),
             secondsIn(u, {4}, from, p.t), secondsIn(u, {2, 5, 6}, from, p.t)};
 }
 

@@ -85,6 +85,8 @@ public:
     /// Counter's phase against true time since the power-on in s, positive when ahead; steps are in
     /// it, each by its shorter way modulo 1024 s.
     double timeError_s();
+    /// The same of the clock that stamps packets: it runs with the counter but isn't stepped with it.
+    double stampError_s();
     /// Relative frequency of the counter in the present segment.
     double frequencyError();
     double temperature_V() const { return temperature_.volts(world_.now()); }

@@ -105,6 +105,12 @@ double Board::timeError_s()
     return CounterPhase::seconds(phase_.deviation() - errorOrigin_);
 }
 
+double Board::stampError_s()
+{
+    advance();
+    return CounterPhase::seconds(phase_.deviation() - errorOrigin_ - stepped_);
+}
+
 double Board::frequencyError()
 {
     advance();

@@ -226,6 +226,8 @@ const MpReference* MainProcessor::reference(const std::string& name) const
 bool MainProcessor::usable(const MpReference& ref) const
 {
     if (ref.alwaysUsable) return true;
+    // The unit is told of NTP's packets, the node's service whether any come.
+    if (ref.refType == NTP_REF) return node_.ipsync().reachable(ref.froId);
     if (std::none_of(supervised_.begin(), supervised_.end(),
                      [&](const MpReference& s) { return same(s, ref); }))
         return false;
@@ -270,8 +272,13 @@ void MainProcessor::superviseConfigured()
 {
     // Lines wait until the unit has announced them, packet references until it has created them: before,
     // it knows none of that id.
-    for (const MpReference& r : config.references)
-        if (r.supervise && r.refType != PDH_SDH_REF && !isPacket(r.refType)) supervise(r, true);
+    for (const MpReference& r : config.references) {
+        if (r.refType == NTP_REF)
+            sendLayout(KvdTuiifRegisterSynchRefInd{KVD_TUIIF_REGISTER_SYNCH_REF_IND, r.froClassNo,
+                                                   r.froId});
+        else if (r.supervise && r.refType != PDH_SDH_REF && !isPacket(r.refType))
+            supervise(r, true);
+    }
 }
 
 // ---- signals of the unit ------------------------------------------------------------------------
@@ -292,6 +299,7 @@ void MainProcessor::onSignal(Signal* sig, PROCESS from)
     case KVD_TUIIF_PKT_REF_RO_UNAVAILABLE_IND:
     case KVD_TUIIF_AUDIT_PKT_REF_RO_REQ:
     case KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND: onPacketRefSignal(received); break;
+    case KVD_TUIIF_PKT_RATE_IND:         onPktRate(received); break;
     default:                             break;
     }
 }
@@ -533,6 +541,12 @@ void MainProcessor::onPacketRefSignal(const MpRecord& received)
         std::memcpy(&row, received.bytes.data() + at, sizeof row);
         packetRefResult(row.froId, row.froClassNo, row.result);
     }
+}
+
+/// The service asks its NTP server as often as the unit wants.
+void MainProcessor::onPktRate(const MpRecord& received)
+{
+    if (const auto ind = received.as<KvdTuiifPktRateInd>()) node_.ipsync().setRate(ind->pktRate);
 }
 
 // ---- queries ------------------------------------------------------------------------------------

@@ -100,6 +100,8 @@ public:
 
     /// Own selection on or off; on looks at the references at once.
     void setSelects(bool on);
+    /// What it knows of a reference from elsewhere than the unit has changed.
+    void lookAgain() { applyPolicy(); }
     const MpReference* reference(const std::string& name) const;
     /// What the policy takes for usable now.
     bool usable(const MpReference& reference) const;
@@ -155,6 +157,7 @@ private:
     void answerAudit();
     void packetRefResult(u32 froId, u32 froClassNo, u32 result);
     void sendPacketRef(SIGSELECT sigNo, const MpPacketRef& ref);
+    void onPktRate(const MpRecord& received);
     void record(Signal* sig, PROCESS from);
     void superviseConfigured();
     void applyPolicy();

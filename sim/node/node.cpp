@@ -36,6 +36,8 @@ Node::Node(ose::World& world, const NodeConfig& config)
     cfi_ = std::make_unique<CfiServer>(*this);
     pktsyncDrv_ = std::make_unique<PktsyncDrvServer>(*this);
     ipsocki_ = std::make_unique<IpsockiServer>(*this);
+    ipsync_ = std::make_unique<IpsynctsiServer>(*this, config.ntp);
+    ipsync_->onReachable([this] { mainProcessor_->lookAgain(); });
     shell_ = std::make_unique<Shell>(*this);
     mainProcessor_ = std::make_unique<MainProcessor>(*this, config.mainProcessor);
 
@@ -62,6 +64,7 @@ Node::Node(ose::World& world, const NodeConfig& config)
     shell_->start();
     if (config.bira.present) bira_->start();
     if (config.idpi.present) idpi_->start();
+    if (config.ntp.present) ipsync_->start();
     if (config.mainProcessor.present) mainProcessor_->start();
 }
 
@@ -75,6 +78,7 @@ Node::~Node()
     ipsocki_->die();
     pktsyncDrv_->die();
     cfi_->die();
+    ipsync_->die();
     idpi_->die();
     bira_->die();
     pmAgent_->die();

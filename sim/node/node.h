@@ -17,6 +17,7 @@
 #include "sim/node/error_log.h"
 #include "sim/node/idpi_server.h"
 #include "sim/node/ipsocki_server.h"
+#include "sim/node/ipsynctsi_server.h"
 #include "sim/node/main_processor.h"
 #include "sim/node/msi_server.h"
 #include "sim/node/name_server.h"
@@ -111,6 +112,7 @@ public:
     PktsyncDrvServer& pktsyncDrv() { return *pktsyncDrv_; }
     IpsockiServer& ipsocki() { return *ipsocki_; }
     PacketPort& packetPort() { return *packetPort_; }
+    IpsynctsiServer& ipsync() { return *ipsync_; }
     Shell& shell() { return *shell_; }
     Parameters& parameters() { return parameters_; }
     Volumes& volumes() { return volumes_; }
@@ -210,6 +212,7 @@ private:
     std::unique_ptr<CfiServer> cfi_;
     std::unique_ptr<PktsyncDrvServer> pktsyncDrv_;
     std::unique_ptr<IpsockiServer> ipsocki_;
+    std::unique_ptr<IpsynctsiServer> ipsync_;
     std::unique_ptr<Shell> shell_;
     std::unique_ptr<MainProcessor> mainProcessor_;
     PROCESS shutdownProcess_ = 0;

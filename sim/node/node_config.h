@@ -5,6 +5,7 @@
 #include "sim/node/idl_config.h"
 #include "sim/node/main_processor_config.h"
 #include "sim/node/packet_port_config.h"
+#include "sim/node/ntp_config.h"
 
 #include <map>
 #include <string>
@@ -64,6 +65,8 @@ struct NodeConfig {
     /// Servers of the inter-unit links; a unit on its own has neither.
     BiraConfig bira;
     IdpiConfig idpi;
+    /// IP sync service and the NTP server behind it.
+    NtpConfig ntp;
 
     /// Where its packets come and go.
     PacketPortConfig packetPort;

@@ -166,6 +166,9 @@ std::function<void(PacketNet&)> readNetEvent(const std::string& word, TableReade
                                              const Scenario& scenario);
 std::function<void(Unit&)> readPacketEvent(const std::string& word, TableReader& t,
                                            const UnitSpec& unit);
+void readNtp(TableReader& t, const std::string& file, NtpConfig& ntp);
+std::function<void(Unit&)> readNtpEvent(const std::string& word, TableReader& t,
+                                        const UnitSpec& unit);
 /// Phase, noise and recorded series of a reference.
 void readPhase(TableReader& t, LineConfig& c);
 

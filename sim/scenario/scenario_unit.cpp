@@ -211,6 +211,7 @@ UnitSpec readUnit(const toml::table& table, const std::string& file)
         for (const toml::node& entry : *ports) n.ports.push_back(readPort(*entry.as_table(), file));
     readIdlServers(t, file, n);
     readPacketPort(t, file, n);
+    readNtp(t, file, n.ntp);
     t.finish();
     return u;
 }

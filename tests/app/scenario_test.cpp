@@ -65,6 +65,9 @@ TEST(Scenario, IsRefusedWithLineAndReason)
              {"event without its argument", minimal + "[[event]]\nat = \"1m\"\ndo = \"oscillator.step\"\n", "event: 'ppb' is missing"},
              {"event on a missing input", minimal + "[[event]]\nat = \"1m\"\ndo = \"input.off\"\ninput = \"pps\"\n", "bad.toml:7: event: input: the unit has no input 'pps'"},
              {"event on another unit", minimal + "[[event]]\nat = \"1m\"\nunit = \"tu2\"\ndo = \"mp.die\"\n", "bad.toml:6: event: unit: there is no unit 'tu2'"},
+             {"NTP of no reference", minimal + "[unit.ntp]\nnoise = \"gaussian\"\n", "bad.toml:4: ntp: 'fro_id' is missing"},
+             {"NTP too far away", minimal + "[unit.ntp]\nfro_id = 7\nup_us = 2e6\n", "bad.toml:6: ntp: up_us: 0 to 1000000"},
+             {"NTP event without NTP", minimal + "[[event]]\nat = \"1m\"\ndo = \"ntp.off\"\n", "bad.toml:6: event: do: the unit has no IP sync service"},
              {"link to nowhere", two + "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu3\"\n", "bad.toml:9: link: to: there is no unit 'tu3'"},
              {"link to itself", two + "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu1\"\n", "bad.toml:9: link: to: a link has two ends"},
              {"link at a taken input", two + "[unit.gps]\ntype = \"gps03\"\n[[link]]\ntype = \"gps_out\"\nfrom = \"tu1\"\nto = \"tu2\"\n", "link: to: the input 'pps' of 'tu2' has another signal"},
@@ -95,6 +98,7 @@ TEST(Scenario, ReadsWhatItSays)
                          "board_type = 1\n"
                          "[unit.oscillator]\noffset_ppb = 3\nseries = \"f.txt\"\nseries_kind = \"hz\"\n"
                          "[[unit.input]]\nat = \"pps\"\nwhite_ns = 5\n"
+                         "[unit.ntp]\nfro_id = 7\ninterval = \"500ms\"\nnoise = \"gaussian\"\ndown_us = 900\n"
                          "[[unit.reference]]\ntype = \"TU_REF\"\nfro_id = 5\n"
                          "[[event]]\nat = \"2m\"\ndo = \"input.on\"\ninput = \"pps\"\n"
                          "[[event]]\nat = \"1m\"\ndo = \"input.off\"\ninput = \"pps\"\n"));
@@ -104,6 +108,10 @@ TEST(Scenario, ReadsWhatItSays)
     EXPECT_EQ(s.units[0].node.boardType, 1u);
     EXPECT_NEAR(s.units[0].node.board.oscillator.series.at(1), 3e-8, 1e-15);
     EXPECT_DOUBLE_EQ(s.units[0].inputs.at(sim::ReferenceInput::Pps).noise.white_s, 5e-9);
+    const sim::NtpConfig& ntp = s.units[0].node.ntp;
+    EXPECT_TRUE(ntp.present && ntp.froId == 7 && ntp.interval_ms == 500);
+    EXPECT_TRUE(ntp.noise == sim::DelayNoise::Gaussian && ntp.answers);
+    EXPECT_DOUBLE_EQ(ntp.down.delay_s, 9e-4);
     EXPECT_EQ(s.units[0].node.mainProcessor.references.at(0).refType, 2);
     ASSERT_EQ(s.events.size(), 2u);
     EXPECT_EQ(s.events[0].what, "input.off pps");   // in order of time

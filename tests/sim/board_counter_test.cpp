@@ -340,6 +340,8 @@ TEST(NtpCounter, StandsAtTheLastFrameEdgeAndIsNotStepped)
     EXPECT_EQ(b.read(A + 0x24), 175u);
     EXPECT_EQ(b.read(A + 0x04), 1u);
     EXPECT_EQ(b.read(A + 0x08), 0x40000000u);
+    EXPECT_NEAR(b.board.timeError_s(), 0.5, 1e-3);
+    EXPECT_NEAR(b.board.stampError_s(), 0.0, 1e-3);
     b.run(2000 * SEC);                                   // doesn't wrap with the frame counter
     EXPECT_EQ(b.read(A + 0x04), 2001u);
 }
