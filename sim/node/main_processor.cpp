@@ -106,8 +106,10 @@ void MainProcessor::supervise(const MpReference& ref, bool on)
     KvdTuiifSynchPathSupEthInd ind{};
     ind.path = {KVD_TUIIF_SYNCH_PATH_SUP_IND, ref.refType, on ? 1u : 0u, ref.froId, ref.froClassNo};
     std::copy(ref.macAddress.begin(), ref.macAddress.end(), ind.macAddress);
-    if (isEthernet(ref.refType)) sendLayout(ind);
-    else sendLayout(ind.path);
+    if (!isEthernet(ref.refType)) return sendLayout(ind.path);
+    if (on) node_.slowpi().setPort(ref.refType - ETHA_REF);
+    std::erase_if(levels_, [&](const Level& l) { return l.froId == ref.froId; });
+    sendLayout(ind);
 }
 
 void MainProcessor::select(u8 refType, u32 froId, u32 froClassNo)
@@ -156,8 +158,10 @@ void MainProcessor::setTestMode(bool on)
 
 void MainProcessor::setSelectionMode(u8 selectionProcessMode)
 {
+    config.selectionQlMode = selectionProcessMode;
     sendLayout(
         KvdTuiifSelectionModeChangeInd{KVD_TUIIF_SELECTION_MODE_CHANGE_IND, selectionProcessMode});
+    applyPolicy();
 }
 
 void MainProcessor::setGpsDelay(u16 delay_ns)
@@ -235,13 +239,24 @@ bool MainProcessor::usable(const MpReference& ref) const
     }
     for (const Reported& r : reported_) {
         if (r.froId != ref.froId || r.froClassNo != ref.froClassNo) continue;
-        if (isEthernet(ref.refType)) return (r.additional & ETH_SIGNAL_PRESENT) != 0;
+        if (isEthernet(ref.refType))
+            return (r.additional & ETH_SIGNAL_PRESENT) != 0 &&
+                   (config.selectionQlMode != 1 || hasUsableLevel(ref.froId));
         return (r.refState & REF_STATE_FAULTY) == 0;
     }
     // A receiver's return is told by its own status alone, not by a new clock status.
     if (ref.refType == GPS_REF) return gpsStatus_ == GPS_STATUS_OK;
     if (ref.refType == GPSOSL_REF) return gpsOslStatus_ == GPS_STATUS_OK;
     return (status_.refState & bitOf(ref.refType)) != 0;
+}
+
+/// SSM codes of clocks; 15 says do not use, 255 that there is none.
+bool MainProcessor::hasUsableLevel(u32 froId) const
+{
+    constexpr u32 DO_NOT_USE = 15;
+    return std::any_of(levels_.begin(), levels_.end(), [&](const Level& l) {
+        return l.froId == froId && l.clockQuality < DO_NOT_USE;
+    });
 }
 
 void MainProcessor::applyPolicy()
@@ -285,6 +300,7 @@ void MainProcessor::onSignal(Signal* sig, PROCESS from)
     case KVD_TUIIF_GPSOSL_STATUS_IND:    onReceiverStatus(received); break;
     case KVD_TUIIF6_BVQ_REF_STATE_IND:   onRefState(received); break;
     case KVD_TUIIF_ET_FROID_IND:         onEtFroid(received); break;
+    case KVD_TUIIF_QUALITY_LEVEL_IND:    onQualityLevel(received); break;
     default:                             break;
     }
 }
@@ -318,6 +334,7 @@ void MainProcessor::onInitiate(const MpRecord& received)
     supervised_.clear();
     reported_.clear();
     lines_.clear();
+    levels_.clear();
     selected_ = none();
     gpsStatus_ = gpsOslStatus_ = 0;
     status_ = {};
@@ -398,6 +415,16 @@ void MainProcessor::onEtFroid(const MpRecord& received)
     applyPolicy();
 }
 
+void MainProcessor::onQualityLevel(const MpRecord& received)
+{
+    constexpr u32 ETHERNET = 7;        // froClassNo
+    const auto ind = received.as<KvdTuiifQualityLevelInd>();
+    if (!ind || ind->froClassNo != ETHERNET) return;
+    std::erase_if(levels_, [&](const Level& l) { return l.froId == ind->froId; });
+    levels_.push_back({ind->froId, ind->clockQuality});
+    applyPolicy();
+}
+
 // ---- queries ------------------------------------------------------------------------------------
 
 std::size_t MainProcessor::count(SIGSELECT sigNo, ose::Time since) const
@@ -448,6 +475,10 @@ std::string MainProcessor::describe(const MpRecord& record)
                record.sigNo == KVD_TUIIF_QUALITY_LEVEL_IND && q) {
         std::snprintf(text, sizeof text, "%s froId=%u froClassNo=%u clockQuality=%u", name,
                       q->froId, q->froClassNo, q->clockQuality);
+    } else if (const auto p = record.as<KvdTuiifPduMissingInd>();
+               record.sigNo == KVD_TUIIF_PDU_MISSING_IND && p) {
+        std::snprintf(text, sizeof text, "%s froId=%u froClassNo=%u pduMissing=%u", name, p->froId,
+                      p->froClassNo, p->pduMissing);
     } else if (*name != '\0') {
         std::snprintf(text, sizeof text, "%s size=%zu", name, record.bytes.size());
     } else {

@@ -143,6 +143,8 @@ private:
     void onReceiverStatus(const MpRecord& received);
     void onRefState(const MpRecord& received);
     void onEtFroid(const MpRecord& received);
+    void onQualityLevel(const MpRecord& received);
+    bool hasUsableLevel(u32 froId) const;
     void record(Signal* sig, PROCESS from);
     void superviseConfigured();
     void applyPolicy();
@@ -150,6 +152,9 @@ private:
 
     struct Reported {                  // of packet and Ethernet references
         u32 froId, froClassNo, refState, additional;
+    };
+    struct Level {                     // quality of an Ethernet reference
+        u32 froId, clockQuality;
     };
     struct Line {                      // announced by the unit
         u32 line, froId;
@@ -162,6 +167,7 @@ private:
     std::vector<MpReference> supervised_;
     std::vector<Reported> reported_;
     std::vector<Line> lines_;
+    std::vector<Level> levels_;
     u8 gpsStatus_ = 0, gpsOslStatus_ = 0;   // of the last reports of this connection, 0 before them
     ClockStatus status_;
     std::vector<ClockStatus> statuses_;

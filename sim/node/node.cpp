@@ -32,6 +32,7 @@ Node::Node(ose::World& world, const NodeConfig& config)
     pmAgent_ = std::make_unique<PmAgent>(*this);
     bira_ = std::make_unique<BiraServer>(*this, config.bira);
     idpi_ = std::make_unique<IdpiServer>(*this, config.idpi);
+    slowpi_ = std::make_unique<SlowpiServer>(*this);
     shell_ = std::make_unique<Shell>(*this);
     mainProcessor_ = std::make_unique<MainProcessor>(*this, config.mainProcessor);
 
@@ -52,6 +53,7 @@ Node::Node(ose::World& world, const NodeConfig& config)
     errorLog_->start();
     phyPorts_->start();
     pmAgent_->start();
+    if (config.slowpi) slowpi_->start();
     shell_->start();
     if (config.bira.present) bira_->start();
     if (config.idpi.present) idpi_->start();
@@ -65,6 +67,7 @@ Node::~Node()
     system_->kill(shutdownProcess_);
     mainProcessor_->die();
     shell_->die();
+    slowpi_->die();
     idpi_->die();
     bira_->die();
     pmAgent_->die();

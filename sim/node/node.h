@@ -25,6 +25,7 @@
 #include "sim/node/pri_server.h"
 #include "sim/node/serial_port.h"
 #include "sim/node/shell.h"
+#include "sim/node/slowpi_server.h"
 #include "sim/node/temi_server.h"
 #include "sim/node/trace_sink.h"
 #include "sim/node/volumes.h"
@@ -103,6 +104,7 @@ public:
     PmAgent& pmAgent() { return *pmAgent_; }
     BiraServer& bira() { return *bira_; }
     IdpiServer& idpi() { return *idpi_; }
+    SlowpiServer& slowpi() { return *slowpi_; }
     Shell& shell() { return *shell_; }
     Parameters& parameters() { return parameters_; }
     Volumes& volumes() { return volumes_; }
@@ -191,6 +193,7 @@ private:
     std::unique_ptr<PmAgent> pmAgent_;
     std::unique_ptr<BiraServer> bira_;
     std::unique_ptr<IdpiServer> idpi_;
+    std::unique_ptr<SlowpiServer> slowpi_;
     std::unique_ptr<Shell> shell_;
     std::unique_ptr<MainProcessor> mainProcessor_;
     PROCESS shutdownProcess_ = 0;

@@ -64,6 +64,9 @@ struct NodeConfig {
     BiraConfig bira;
     IdpiConfig idpi;
 
+    /// Server of the slow protocol frames on the Ethernet ports.
+    bool slowpi = true;
+
     MainProcessorConfig mainProcessor;
 
     /// After a program ended by itself (error, kill of its block) it is loaded again after this

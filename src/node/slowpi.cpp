@@ -124,9 +124,9 @@ u32 Slowpi_internal(SlowpiContext* context, const Signal* sig)
     case SLOWPI_INITIATE_SERVICE_CFM: return onConfirmed(*context);
     case SLOWPI_SERVER_DOWN_IND:      forgetServer(*context);                return DONE;
     // A server that refuses stays attached: its end, and the next one's start, are the only cause to
-    // ask again.
+    // ask again. One that has confirmed can't refuse any more.
     case SLOWPI_INITIATE_SERVICE_SUS:
-    case SLOWPI_INITIATE_SERVICE_REJ: context->confirmed = false;            return DONE;
+    case SLOWPI_INITIATE_SERVICE_REJ: return context->confirmed ? NOT_OURS : DONE;
     default:                          return NOT_OURS;
     }
 }
