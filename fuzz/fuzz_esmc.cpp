@@ -118,7 +118,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
         require(after.nmbOfFrames == before.nmbOfFrames + 1, "a frame wasn't looked at");
         require(after.pduMissing.running, "a frame that counts for no life");
         if (after.nmbOfRejectedFrames != before.nmbOfRejectedFrames)
-            require(target->told() == toldBefore && after.SSM == before.SSM, "a rejected frame changed the level");
+            require(target->told() == toldBefore && after.SSM == before.SSM,
+                    "a rejected frame changed the level");
     }
     target->frame(GOOD, static_cast<u32>(GOOD.size()));
     require(target->state().SSM == 2, "a good frame wasn't taken");

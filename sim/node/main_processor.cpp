@@ -108,7 +108,7 @@ void MainProcessor::supervise(const MpReference& ref, bool on)
     std::copy(ref.macAddress.begin(), ref.macAddress.end(), ind.macAddress);
     if (!isEthernet(ref.refType)) return sendLayout(ind.path);
     if (on) node_.slowpi().setPort(ref.refType - ETHA_REF);
-    std::erase_if(levels_, [&](const Level& l) { return l.froId == ref.froId; });
+    else std::erase_if(levels_, [&](const Level& l) { return l.froId == ref.froId; });
     sendLayout(ind);
 }
 

@@ -7,8 +7,8 @@ namespace sim {
 namespace {
 
 constexpr std::size_t VLAN_AT = 12, UNTAGGED_MIN = 32, PADDED = 60, TAG = 4;
-constexpr std::size_t SLOW_SUBTYPE_AT = 14, OUI_AT = 17, ITU_SUBTYPE_AT = 19, VERSION_AT = 20, TLV_TYPE_AT = 24,
-                      TLV_LENGTH_AT = 26, SSM_AT = 27, BEHIND_TLV_AT = 28;
+constexpr std::size_t SLOW_SUBTYPE_AT = 14, OUI_AT = 17, ITU_SUBTYPE_AT = 19, VERSION_AT = 20,
+                      TLV_TYPE_AT = 24, TLV_LENGTH_AT = 26, SSM_AT = 27, BEHIND_TLV_AT = 28;
 constexpr u8 EVENT_FLAG = 0x08, TCU = 16;
 
 /// Untagged and right.
@@ -45,7 +45,8 @@ EsmcPeer::EsmcPeer(Node& node, const EsmcPeerConfig& config)
     : node_(node), config_(config), silent_(!config.present)
 {
     node_.slowpi().connect(config_.port, [this](std::span<const u8> frame) { take(frame); });
-    node_.after(static_cast<ose::Time>(config_.phase_s * static_cast<double>(ose::SEC)), [this] { second(); });
+    node_.after(static_cast<ose::Time>(config_.phase_s * static_cast<double>(ose::SEC)),
+                [this] { second(); });
 }
 
 void EsmcPeer::setQuality(u8 ssm, bool tells)

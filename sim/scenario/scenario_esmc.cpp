@@ -29,7 +29,8 @@ EsmcPeerConfig readPeer(TableReader& t)
 u32 peerOf(TableReader& t, const UnitSpec& unit)
 {
     const u32 port = t.choice<u32>("port", PORTS);   // 'at' is the event's time
-    if (std::none_of(unit.esmc.begin(), unit.esmc.end(), [&](const EsmcPeerConfig& c) { return c.port == port; }))
+    if (std::none_of(unit.esmc.begin(), unit.esmc.end(),
+                     [port](const EsmcPeerConfig& c) { return c.port == port; }))
         t.fail("port", "the unit has no [[unit.esmc]] there");
     return port;
 }
@@ -62,7 +63,9 @@ Action esmcFault(TableReader& t, const UnitSpec& unit)
                                                           {"tlv_length", EsmcFault::TlvLength},
                                                           {"unpadded", EsmcFault::Unpadded}});
     const bool on = t.boolean("on", true);
-    return [port = peerOf(t, unit), now = on ? fault : EsmcFault::None](Unit& u) { u.esmc(port).setFault(now); };
+    return [port = peerOf(t, unit), now = on ? fault : EsmcFault::None](Unit& u) {
+        u.esmc(port).setFault(now);
+    };
 }
 
 Action slowpiAnswer(TableReader& t)

@@ -175,8 +175,9 @@ TEST(EsmcUnit, ADeadServiceRaisesTheAlarmAndTheNextOneEndsIt)
 /// Uncalled answers of a living service leave a unit that goes on.
 TEST(EsmcUnit, LivesThroughAnswersThatNobodyAskedFor)
 {
-    for (const SIGSELECT answer : {SLOWPI_INITIATE_SERVICE_CFM, SLOWPI_INITIATE_SERVICE_SUS,
-                                   SLOWPI_INITIATE_SERVICE_REJ, SLOWPI_SUBSCRIBE_RSP, SLOWPI_UNSUBSCRIBE_RSP}) {
+    for (const SIGSELECT answer :
+         {SLOWPI_INITIATE_SERVICE_CFM, SLOWPI_INITIATE_SERVICE_SUS, SLOWPI_INITIATE_SERVICE_REJ,
+          SLOWPI_SUBSCRIBE_RSP, SLOWPI_UNSUBSCRIBE_RSP}) {
         SCOPED_TRACE(answer);
         EsmcUnit unit;
         if (answer <= SLOWPI_INITIATE_SERVICE_REJ) unit.slowpi().tellInitiated(answer);

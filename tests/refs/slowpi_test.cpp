@@ -89,8 +89,8 @@ TEST(SlowpiService, AnswersInTheWrongState)
              {"suspended in use", used, [](SlowpiBench& b) { b.sus(); }, IF_QL_SEND, {}},
              {"rejected after the confirmation", up, [](SlowpiBench& b) { b.rej(); }, IF_UP, {}},
              {"subscription refused", up, [](SlowpiBench& b) { b.subscribeRsp(7); }, IF_UP, {}},
-             {"end of the subscription refused", used, [](SlowpiBench& b) { b.unsubscribeRsp(7); }, IF_QL_SEND,
-              {}},
+             {"end of the subscription refused", used, [](SlowpiBench& b) { b.unsubscribeRsp(7); },
+              IF_QL_SEND, {}},
              // Without supervision: given up again at once, after its one event PDU.
              {"subscribed, uncalled", up, [](SlowpiBench& b) { b.subscribeRsp(); }, IF_SUBSCRIBED,
               {"Slowpi_unsubscribeReq", event}},
@@ -161,17 +161,18 @@ TEST(SlowpiFrames, AFrameThatIsNotTakenStillProvesAPeer)
     const std::string good = INFO_4;
     const std::string short31 = good.substr(0, 62);
     for (const Case& c : {
-             Case{"", "Unrecognized frame received; frame_len 0 bytes, code=1, ", EsmcVerdict::NoFrame, 1, false},
+             Case{"", "Unrecognized frame received; frame_len 0 bytes, code=1, ", EsmcVerdict::NoFrame, 1,
+                  false},
              Case{"0180c2000002aabbccddeeff88", "Unrecognized frame received; frame_len 13 bytes, code=1, ",
                   EsmcVerdict::NoFrame, 1, false},
              Case{"0180c2000002aabbccddeeff88f70a0019a70001100000000100040400000000", "EthernetType= 88f7",
                   EsmcVerdict::OtherEtherType, 2, false},
-             Case{"0180c2000002aabbccddeeff88090a", "Unrecognized SLOWPI received;", EsmcVerdict::OtherProtocol,
-                  4 | 16, true},
+             Case{"0180c2000002aabbccddeeff88090a", "Unrecognized SLOWPI received;",
+                  EsmcVerdict::OtherProtocol, 4 | 16, true},
              Case{"0180c2000002aabbccddeeff8809", "SlowProtocolSubtype= 00", EsmcVerdict::OtherProtocol,
                   4 | 8 | 16, true},
-             Case{"0180c2000002aabbccddeeff8809030019a70001100000000100040400000000", "SlowProtocolSubtype= 03",
-                  EsmcVerdict::OtherProtocol, 8, true},
+             Case{"0180c2000002aabbccddeeff8809030019a70001100000000100040400000000",
+                  "SlowProtocolSubtype= 03", EsmcVerdict::OtherProtocol, 8, true},
              Case{"0180c2000002aabbccddeeff88090a0119a70001100000000100040400000000", "code=16, ",
                   EsmcVerdict::OtherProtocol, 16, true},
              Case{"0180c2000002aabbccddeeff88090a0019a60001100000000100040400000000", "EsmcOui= 00a6",
@@ -179,12 +180,12 @@ TEST(SlowpiFrames, AFrameThatIsNotTakenStillProvesAPeer)
              Case{short31.c_str(), "ESMC received with too short frame", EsmcVerdict::TooShort, 0, true},
              Case{"0180c2000002aabbccddeeff88090a0019a7", "ESMC received with too short frame",
                   EsmcVerdict::TooShort, 0, true},
-             Case{"0180c2000002aabbccddeeff88090a0019a70002100000000100040400000000", "Bad subtype  = 0x2, ",
-                  EsmcVerdict::BadSubtype, 0, true},
-             Case{"0180c2000002aabbccddeeff88090a0019a70001100000000200040400000000", "Bad qlTlvType  = 0x2, ",
-                  EsmcVerdict::BadTlvType, 0, true},
-             Case{"0180c2000002aabbccddeeff88090a0019a70001100000000100050400000000", "Bad tlvLength  = 0x5, ",
-                  EsmcVerdict::BadTlvLength, 0, true}}) {
+             Case{"0180c2000002aabbccddeeff88090a0019a70002100000000100040400000000",
+                  "Bad subtype  = 0x2, ", EsmcVerdict::BadSubtype, 0, true},
+             Case{"0180c2000002aabbccddeeff88090a0019a70001100000000200040400000000",
+                  "Bad qlTlvType  = 0x2, ", EsmcVerdict::BadTlvType, 0, true},
+             Case{"0180c2000002aabbccddeeff88090a0019a70001100000000100050400000000",
+                  "Bad tlvLength  = 0x5, ", EsmcVerdict::BadTlvLength, 0, true}}) {
         for (const bool tag : {false, true}) {
             if (tag && !c.hasTaggedForm) continue;
             const std::string hex = tag ? tagged(c.hex) : c.hex;
@@ -329,9 +330,10 @@ TEST(SlowpiInfo, TellsWhatStands)
     b.toQlSend();
     b.frame(EVENT_2);
     b.in(KvdLoz6TuSlowpi_printInfo);
-    for (const char* line : {"slowpiState            : IF_QL_RECEIVED (5)\n", "SSM                    : 0x2\n",
-                             "Previous SSM           : none\n", "macAddress             : 02:03:04:05:06:07\n",
-                             "nmbOfEventMessages     : 1\n", "PDU missing timer      : runs, 5200 ms\n"})
+    for (const char* line :
+         {"slowpiState            : IF_QL_RECEIVED (5)\n", "SSM                    : 0x2\n",
+          "Previous SSM           : none\n", "macAddress             : 02:03:04:05:06:07\n",
+          "nmbOfEventMessages     : 1\n", "PDU missing timer      : runs, 5200 ms\n"})
         EXPECT_NE(b.bus.shell.find(line), std::string::npos) << line;
     b.set([](State& s) { s.slowpiState = 6; });
     b.in(KvdLoz6TuSlowpi_printInfo);
