@@ -220,6 +220,12 @@ Outcome evaluate(const sim::CheckSpec& c, const UnitRecording& u, const Recordin
     case sim::CheckKind::GpsType:
         return isAt(u.gpsTypes, &StateChange::state, c.from_s, c.states[0],
                     sim::gpssTypeName(c.states[0]));
+    case sim::CheckKind::Quality:
+        return isAt(u.qualities, &StateChange::state, c.from_s, c.states[0],
+                    qualityLevelName(c.states[0]).c_str());
+    case sim::CheckKind::PduMissing:
+        return isAt(u.pduAlarms, &StateChange::state, c.from_s, c.states[0],
+                    c.states[0] != 0 ? "raised" : "cleared");
     case sim::CheckKind::GpsStatus: return gpsStatusAt(u, c);
     case sim::CheckKind::GpsTold:   return gpsTold(u, c);
     case sim::CheckKind::GpsReaches: return gpsReaches(u, c);

@@ -72,6 +72,16 @@ void scoreLongestSpan(const UnitRecording& unit, double interval_s, Scores& scor
 
 }  // namespace
 
+std::string qualityLevelName(u8 ssm)
+{
+    struct Level { u8 ssm; const char* name; };
+    constexpr Level LEVELS[] = {{2, "QL-PRC"}, {4, "QL-SSU-A"}, {8, "QL-SSU-B"}, {11, "QL-EEC1"},
+                                {15, "QL-DNU"}, {255, "none"}};
+    for (const Level& l : LEVELS)
+        if (l.ssm == ssm) return std::string(l.name) + " (" + std::to_string(ssm) + ")";
+    return "code (" + std::to_string(ssm) + ")";
+}
+
 bool isStep(const Sample& before, const Sample& after)
 {
     constexpr double SMALLEST_ns = 1000.0;   // a smaller one counts as time error

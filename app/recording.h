@@ -105,6 +105,9 @@ struct CheckResult {
     std::string detail;
 };
 
+/// "QL-PRC (2)": the name of an SSM code of option I (ITU-T G.781), where it has one; 255 is none.
+std::string qualityLevelName(u8 ssm);
+
 struct UnitRecording {
     std::string name;
     std::string leader;                   // of the link that it follows, empty for none
@@ -114,6 +117,8 @@ struct UnitRecording {
     std::vector<StateChange> gpsStates;   // without the moments that a late sentence takes from 7
     std::vector<StateChange> gpsTypes;
     std::vector<GpsStatus> gpsStatuses;
+    std::vector<StateChange> qualities;   // levels of Ethernet references, SSM codes, as told
+    std::vector<StateChange> pduAlarms;   // 1 when the peer's frames are missing
     std::vector<PmPeriod> pmPeriods;
     std::vector<PmSubscription> pmSubscriptions;
     std::vector<CommandOutput> outputs;

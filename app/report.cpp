@@ -19,7 +19,8 @@ constexpr const char* DARK = "linespoints pt 7 ps 0.4 lw 1.4 lc rgb '#222222'";
 constexpr const char* MASK_STYLES[] = {"lines lw 1.6 dt 2 lc rgb '#b03a2e'",
                                        "lines lw 1.6 dt 4 lc rgb '#1e8449'",
                                        "lines lw 1.6 dt 3 lc rgb '#7d3c98'",
-                                       "lines lw 1.6 dt 5 lc rgb '#b9770e'"};
+                                       "lines lw 1.6 dt 5 lc rgb '#b9770e'",
+                                       "lines lw 1.6 dt 6 lc rgb '#2e6f8e'"};
 
 std::string seriesCsv(const UnitRecording& unit)
 {
@@ -47,6 +48,8 @@ std::string statesCsv(const UnitRecording& unit)
     for (const StateChange& c : unit.gpsStates) row(c.t, "gpsState", c.state, c.name);
     for (const StateChange& c : unit.gpsTypes) row(c.t, "gpssType", c.state, c.name);
     for (const GpsStatus& g : unit.gpsStatuses) row(g.t, "gpsStatus", g.status, g.name);
+    for (const StateChange& c : unit.qualities) row(c.t, "qualityLevel", c.state, c.name);
+    for (const StateChange& c : unit.pduAlarms) row(c.t, "pduMissing", c.state, c.name);
     for (const PmPeriod& p : unit.pmPeriods) {
         std::string values;
         for (const i32 v : p.values) values += (values.empty() ? "" : " ") + std::to_string(v);
@@ -241,6 +244,9 @@ void appendUnit(std::string& page, const UnitRecording& unit, const Recording& r
         appendPlot(page, statePlot("GPS, as the main processor is told", unit.gpsStatuses,
                                    recording.virtual_s));
     }
+    if (!unit.qualities.empty())
+        appendPlot(page, statePlot("Quality level of the Ethernet reference, as the main processor is told",
+                                   unit.qualities, recording.virtual_s));
     appendTimeErrors(page, unit);
     if (!unit.leader.empty()) {
         const auto locked = std::find_if(unit.states.begin(), unit.states.end(), [](const auto& c) {

@@ -177,12 +177,33 @@ private:
         if (record.sigNo == KVD_TUIIF_SUBSCRIBE_PM_CFM)
             if (const auto cfm = record.as<KvdTuiifSubscribePmCfm>())
                 recording.pmSubscriptions.push_back({now(), cfm->froType});
+        onEthernetReport(record);
         if (record.sigNo != KVD_TUIIF_GPS_STATUS_IND) return;
         const auto ind = record.as<KvdTuiifGpsStatusInd>();
         if (!ind) return;
         const std::string text(ind->text, strnlen(ind->text, sizeof ind->text));
         recording.gpsStatuses.push_back({now(), ind->gpsStatus, text});
         tell("GPS status " + std::to_string(ind->gpsStatus) + " " + text);
+    }
+
+    void onEthernetReport(const sim::MpRecord& record)
+    {
+        constexpr u32 ETHERNET = 7;              // froClassNo
+        if (record.sigNo == KVD_TUIIF_QUALITY_LEVEL_IND) {
+            const auto ind = record.as<KvdTuiifQualityLevelInd>();
+            if (!ind || ind->froClassNo != ETHERNET) return;
+            const u8 code = static_cast<u8>(ind->clockQuality);
+            recording.qualities.push_back({now(), code, qualityLevelName(code)});
+            tell("quality    " + recording.qualities.back().name + ", reference " +
+                 std::to_string(ind->froId));
+        } else if (record.sigNo == KVD_TUIIF_PDU_MISSING_IND) {
+            const auto ind = record.as<KvdTuiifPduMissingInd>();
+            if (!ind) return;
+            const bool raised = ind->pduMissing != 0;
+            recording.pduAlarms.push_back({now(), raised ? u8{1} : u8{0}, raised ? "raised" : "cleared"});
+            tell("PDU alarm  " + recording.pduAlarms.back().name + ", reference " +
+                 std::to_string(ind->froId));
+        }
     }
 
     void onStart(u8 type)

@@ -30,12 +30,18 @@ constexpr MaskSegment G8272B_MTIE[] = {{0.1, 54.5, 0.275, 1.0, 25.0},
                                        {54.5, FOREVER, 40.0, 0.0, 0.0}};
 constexpr MaskSegment G8272B_TDEV[] = {
     {0.1, 100.0, 1.0, 0.0, 0.0}, {100.0, 500.0, 0.01, 1.0, 0.0}, {500.0, 100000.0, 5.0, 0.0, 0.0}};
+// ITU-T G.8262 (11/2018) clause 8.1, wander generation of option 1 at constant temperature.
+constexpr MaskSegment G8262_MTIE[] = {
+    {0.1, 1.0, 40.0, 0.0, 0.0}, {1.0, 100.0, 40.0, 0.1, 0.0}, {100.0, 1000.0, 25.25, 0.2, 0.0}};
+constexpr MaskSegment G8262_TDEV[] = {
+    {0.1, 25.0, 3.2, 0.0, 0.0}, {25.0, 100.0, 0.64, 0.5, 0.0}, {100.0, 1000.0, 6.4, 0.0, 0.0}};
 
 constexpr Mask MASKS[] = {
     {"G.811", G811_MTIE, G811_TDEV},
     {"G.812-III", G812_MTIE, G812_TDEV},
     {"G.8272", G8272_MTIE, G8272_TDEV},
     {"G.8272-B", G8272B_MTIE, G8272B_TDEV},
+    {"G.8262", G8262_MTIE, G8262_TDEV},
 };
 
 std::size_t steps(double tau, double interval)

@@ -102,6 +102,15 @@ Json toJson(const UnitRecording& unit, const Recording& recording)
         json["gps_statuses"] = Json::array();
         for (const GpsStatus& g : unit.gpsStatuses) json["gps_statuses"].push_back(toJson(g));
     }
+    if (!unit.qualities.empty()) {
+        json["quality_levels"] = Json::array();
+        for (const StateChange& c : unit.qualities)
+            json["quality_levels"].push_back(toJson(c, "clockQuality"));
+    }
+    if (!unit.pduAlarms.empty()) {
+        json["pdu_missing"] = Json::array();
+        for (const StateChange& c : unit.pduAlarms) json["pdu_missing"].push_back(toJson(c, "pduMissing"));
+    }
     json["final"] = finalOf(unit);
     json["time_to_lock_s"] = scores.timeToLock_s;
     json["scored_seconds"] = scores.scored_s;

@@ -41,6 +41,8 @@ constexpr NumberRange RANGES[] = {
     {0x60250, 8},      // test service
     {0x60300, 8},      // own identity
     {0x9DF00, 0x12},   // the simpler timing function
+    {0x190C70, 0x0C},  // slow protocol service
+    {0x9C6C0, 2},      // its client's timers
     {0x0, 0xFFFF},     // strangers
 };
 

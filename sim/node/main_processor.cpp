@@ -107,8 +107,10 @@ void MainProcessor::supervise(const MpReference& ref, bool on)
     KvdTuiifSynchPathSupEthInd ind{};
     ind.path = {KVD_TUIIF_SYNCH_PATH_SUP_IND, ref.refType, on ? 1u : 0u, ref.froId, ref.froClassNo};
     std::copy(ref.macAddress.begin(), ref.macAddress.end(), ind.macAddress);
-    if (isEthernet(ref.refType)) sendLayout(ind);
-    else sendLayout(ind.path);
+    if (!isEthernet(ref.refType)) return sendLayout(ind.path);
+    if (on) node_.slowpi().setPort(ref.refType - ETHA_REF);
+    else std::erase_if(levels_, [&](const Level& l) { return l.froId == ref.froId; });
+    sendLayout(ind);
 }
 
 void MainProcessor::select(u8 refType, u32 froId, u32 froClassNo)
@@ -157,8 +159,10 @@ void MainProcessor::setTestMode(bool on)
 
 void MainProcessor::setSelectionMode(u8 selectionProcessMode)
 {
+    config.selectionQlMode = selectionProcessMode;
     sendLayout(
         KvdTuiifSelectionModeChangeInd{KVD_TUIIF_SELECTION_MODE_CHANGE_IND, selectionProcessMode});
+    applyPolicy();
 }
 
 void MainProcessor::setGpsDelay(u16 delay_ns)
@@ -238,13 +242,24 @@ bool MainProcessor::usable(const MpReference& ref) const
     }
     for (const Reported& r : reported_) {
         if (r.froId != ref.froId || r.froClassNo != ref.froClassNo) continue;
-        if (isEthernet(ref.refType)) return (r.additional & ETH_SIGNAL_PRESENT) != 0;
+        if (isEthernet(ref.refType))
+            return (r.additional & ETH_SIGNAL_PRESENT) != 0 &&
+                   (config.selectionQlMode != 1 || hasUsableLevel(ref.froId));
         return (r.refState & REF_STATE_FAULTY) == 0;
     }
     // A receiver's return is told by its own status alone, not by a new clock status.
     if (ref.refType == GPS_REF) return gpsStatus_ == GPS_STATUS_OK;
     if (ref.refType == GPSOSL_REF) return gpsOslStatus_ == GPS_STATUS_OK;
     return (status_.refState & bitOf(ref.refType)) != 0;
+}
+
+/// SSM codes of clocks; 15 says do not use, 255 that there is none.
+bool MainProcessor::hasUsableLevel(u32 froId) const
+{
+    constexpr u32 DO_NOT_USE = 15;
+    return std::any_of(levels_.begin(), levels_.end(), [&](const Level& l) {
+        return l.froId == froId && l.clockQuality < DO_NOT_USE;
+    });
 }
 
 void MainProcessor::applyPolicy()
@@ -300,6 +315,7 @@ void MainProcessor::onSignal(Signal* sig, PROCESS from)
     case KVD_TUIIF_AUDIT_PKT_REF_RO_REQ:
     case KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND: onPacketRefSignal(received); break;
     case KVD_TUIIF_PKT_RATE_IND:         onPktRate(received); break;
+    case KVD_TUIIF_QUALITY_LEVEL_IND:    onQualityLevel(received); break;
     default:                             break;
     }
 }
@@ -334,6 +350,7 @@ void MainProcessor::onInitiate(const MpRecord& received)
     reported_.clear();
     lines_.clear();
     created_.clear();
+    levels_.clear();
     selected_ = none();
     gpsStatus_ = gpsOslStatus_ = 0;
     status_ = {};
@@ -549,6 +566,16 @@ void MainProcessor::onPktRate(const MpRecord& received)
     if (const auto ind = received.as<KvdTuiifPktRateInd>()) node_.ipsync().setRate(ind->pktRate);
 }
 
+void MainProcessor::onQualityLevel(const MpRecord& received)
+{
+    constexpr u32 ETHERNET = 7;        // froClassNo
+    const auto ind = received.as<KvdTuiifQualityLevelInd>();
+    if (!ind || ind->froClassNo != ETHERNET) return;
+    std::erase_if(levels_, [&](const Level& l) { return l.froId == ind->froId; });
+    levels_.push_back({ind->froId, ind->clockQuality});
+    applyPolicy();
+}
+
 // ---- queries ------------------------------------------------------------------------------------
 
 std::size_t MainProcessor::count(SIGSELECT sigNo, ose::Time since) const
@@ -599,6 +626,10 @@ std::string MainProcessor::describe(const MpRecord& record)
                record.sigNo == KVD_TUIIF_QUALITY_LEVEL_IND && q) {
         std::snprintf(text, sizeof text, "%s froId=%u froClassNo=%u clockQuality=%u", name,
                       q->froId, q->froClassNo, q->clockQuality);
+    } else if (const auto p = record.as<KvdTuiifPduMissingInd>();
+               record.sigNo == KVD_TUIIF_PDU_MISSING_IND && p) {
+        std::snprintf(text, sizeof text, "%s froId=%u froClassNo=%u pduMissing=%u", name, p->froId,
+                      p->froClassNo, p->pduMissing);
     } else if (*name != '\0') {
         std::snprintf(text, sizeof text, "%s size=%zu", name, record.bytes.size());
     } else {

@@ -158,6 +158,8 @@ private:
     void packetRefResult(u32 froId, u32 froClassNo, u32 result);
     void sendPacketRef(SIGSELECT sigNo, const MpPacketRef& ref);
     void onPktRate(const MpRecord& received);
+    void onQualityLevel(const MpRecord& received);
+    bool hasUsableLevel(u32 froId) const;
     void record(Signal* sig, PROCESS from);
     void superviseConfigured();
     void applyPolicy();
@@ -165,6 +167,9 @@ private:
 
     struct Reported {                  // of packet and Ethernet references
         u32 froId, froClassNo, refState, additional;
+    };
+    struct Level {                     // quality of an Ethernet reference
+        u32 froId, clockQuality;
     };
     struct Line {                      // announced by the unit
         u32 line, froId;
@@ -178,6 +183,7 @@ private:
     std::vector<Reported> reported_;
     std::vector<Line> lines_;
     std::vector<std::pair<u32, u32>> created_;       // packet references: froId, froClassNo
+    std::vector<Level> levels_;
     u8 gpsStatus_ = 0, gpsOslStatus_ = 0;   // of the last reports of this connection, 0 before them
     ClockStatus status_;
     std::vector<ClockStatus> statuses_;

@@ -38,6 +38,7 @@ Node::Node(ose::World& world, const NodeConfig& config)
     ipsocki_ = std::make_unique<IpsockiServer>(*this);
     ipsync_ = std::make_unique<IpsynctsiServer>(*this, config.ntp);
     ipsync_->onReachable([this] { mainProcessor_->lookAgain(); });
+    slowpi_ = std::make_unique<SlowpiServer>(*this);
     shell_ = std::make_unique<Shell>(*this);
     mainProcessor_ = std::make_unique<MainProcessor>(*this, config.mainProcessor);
 
@@ -61,6 +62,7 @@ Node::Node(ose::World& world, const NodeConfig& config)
     cfi_->start();
     pktsyncDrv_->start();
     ipsocki_->start();
+    if (config.slowpi) slowpi_->start();
     shell_->start();
     if (config.bira.present) bira_->start();
     if (config.idpi.present) idpi_->start();
@@ -79,6 +81,7 @@ Node::~Node()
     pktsyncDrv_->die();
     cfi_->die();
     ipsync_->die();
+    slowpi_->die();
     idpi_->die();
     bira_->die();
     pmAgent_->die();

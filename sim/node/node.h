@@ -30,6 +30,7 @@
 #include "sim/node/pri_server.h"
 #include "sim/node/serial_port.h"
 #include "sim/node/shell.h"
+#include "sim/node/slowpi_server.h"
 #include "sim/node/temi_server.h"
 #include "sim/node/trace_sink.h"
 #include "sim/node/volumes.h"
@@ -113,6 +114,7 @@ public:
     IpsockiServer& ipsocki() { return *ipsocki_; }
     PacketPort& packetPort() { return *packetPort_; }
     IpsynctsiServer& ipsync() { return *ipsync_; }
+    SlowpiServer& slowpi() { return *slowpi_; }
     Shell& shell() { return *shell_; }
     Parameters& parameters() { return parameters_; }
     Volumes& volumes() { return volumes_; }
@@ -213,6 +215,7 @@ private:
     std::unique_ptr<PktsyncDrvServer> pktsyncDrv_;
     std::unique_ptr<IpsockiServer> ipsocki_;
     std::unique_ptr<IpsynctsiServer> ipsync_;
+    std::unique_ptr<SlowpiServer> slowpi_;
     std::unique_ptr<Shell> shell_;
     std::unique_ptr<MainProcessor> mainProcessor_;
     PROCESS shutdownProcess_ = 0;

@@ -71,6 +71,9 @@ struct NodeConfig {
     /// Where its packets come and go.
     PacketPortConfig packetPort;
 
+    /// Server of the slow protocol frames on the Ethernet ports.
+    bool slowpi = true;
+
     MainProcessorConfig mainProcessor;
 
     /// After a program ended by itself (error, kill of its block) it is loaded again after this

@@ -1,5 +1,7 @@
 #include "sim/refs/line_source.h"
 
+#include "sim/clock/portable_math.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -17,7 +19,8 @@ LineSource::LineSource(ose::World& world, const LineConfig& config, u32 rate_Hz,
                        const std::string& name)
     : world_(world), config_(config), period_(ose::SEC / rate_Hz), noise_(config.noise, seed, name),
       present_(config.present), phase_s_(withinPeriod(config.phase_s)),
-      frequency_ppb_(config.frequency_ppb), since_(world.now())
+      frequency_ppb_(config.frequency_ppb), since_(world.now()),
+      wander_(config.wander), wanderSince_(world.now())
 {
 }
 
@@ -46,9 +49,17 @@ void LineSource::addPhase(double step_s)
 
 void LineSource::setFrequency(double frequency_ppb)
 {
-    phase_s_ = slowPhase(world_.now());
+    phase_s_ = drift(world_.now());
     since_ = world_.now();
     frequency_ppb_ = frequency_ppb;
+    tell();
+}
+
+void LineSource::setWander(const Wander& wander)
+{
+    phase_s_ += wanderAt(world_.now());
+    wander_ = wander;
+    wanderSince_ = world_.now();
     tell();
 }
 
@@ -66,9 +77,15 @@ double LineSource::withinPeriod(double phase_s) const
     return phase_s - period_s * std::floor(phase_s / period_s + 0.5);
 }
 
-double LineSource::slowPhase(ose::Time at) const
+double LineSource::drift(ose::Time at) const
 {
     return phase_s_ - frequency_ppb_ * PPB * seconds(at - since_);
+}
+
+double LineSource::wanderAt(ose::Time at) const
+{
+    if (!(wander_.peakToPeak_s > 0.0)) return 0.0;
+    return wander_.peakToPeak_s / 2 * portable::sineOfTurns(seconds(at - wanderSince_) / wander_.period_s);
 }
 
 double LineSource::noise(i64 edge)

@@ -17,10 +17,17 @@ namespace sim {
 constexpr u32 PPS_RATE_Hz = 1;
 constexpr u32 LINE_RATE_Hz = 8;      // lines reach the detector divided down
 
+/// Sinusoidal wander, as tolerance and transfer are tested with (ITU-T G.8262).
+struct Wander {
+    double peakToPeak_s = 0;
+    double period_s = 1.0;
+};
+
 struct LineConfig {
     bool present = true;             // toggles from the beginning
     double phase_s = 0;              // edges later than true time by this, taken modulo the period
     double frequency_ppb = 0;        // positive: the reference runs fast
+    Wander wander = {};              // begins with the run, at phase 0 and becoming late
     PhaseNoiseLevels noise = {};
     EndlessSeries series = {};       // recorded phase, s; added to the noise
     double seriesInterval_s = 1.0;
@@ -40,6 +47,8 @@ public:
     /// Phase runs on from where it is. Positive: runs fast.
     void setFrequency(double frequency_ppb);
     void addFrequency(double step_ppb) { setFrequency(frequency_ppb_ + step_ppb); }
+    /// Phase runs on from where it is; the new wander begins at 0.
+    void setWander(const Wander& wander);
     /// The next edge alone comes later by this, at most half a period either way.
     void moveNextEdge(double move_s);
 
@@ -48,7 +57,9 @@ public:
     ose::Time nextEdge(ose::Time now) override;
 
 private:
-    double slowPhase(ose::Time at) const;
+    double drift(ose::Time at) const;
+    double wanderAt(ose::Time at) const;
+    double slowPhase(ose::Time at) const { return drift(at) + wanderAt(at); }
     double withinPeriod(double phase_s) const;
     double noise(i64 edge);
     ose::Time dueOf(i64 edge);
@@ -64,6 +75,8 @@ private:
     double phase_s_;                 // at `since_`
     double frequency_ppb_;
     ose::Time since_ = 0;
+    Wander wander_;
+    ose::Time wanderSince_ = 0;
     i64 movedEdge_ = -1;             // the one that move_s_ moves
     double move_s_ = 0;
     i64 past_ = -1;                  // number of the last edge that lies behind

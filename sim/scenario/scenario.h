@@ -2,6 +2,7 @@
 #pragma once
 #include "sim/net/ptp_master.h"
 #include "sim/node/node_config.h"
+#include "sim/refs/esmc_peer.h"
 #include "sim/refs/gps_receiver_config.h"
 #include "sim/refs/line_source.h"
 #include "sim/scenario/table_reader.h"
@@ -23,6 +24,7 @@ struct UnitSpec {
     NodeConfig node;
     std::map<ReferenceInput, LineConfig> inputs;
     std::optional<GpsReceiverConfig> gps;
+    std::vector<EsmcPeerConfig> esmc;    // far ends of the Ethernet ports
     double start_s = 0;              // when its power comes
 };
 
@@ -91,6 +93,8 @@ enum class CheckKind : u8 {
     PmPeriods,    // performance counters are those of the states told
     Command,      // what a command prints at a time holds a text
     ErrorLog,     // entries of a code between two times
+    Quality,      // quality level of an Ethernet reference that the main processor was told last
+    PduMissing,   // alarm that it was told last
     TestFailed,   // failures of a test that the test service was told between two times
 };
 
@@ -169,6 +173,10 @@ std::function<void(Unit&)> readPacketEvent(const std::string& word, TableReader&
 void readNtp(TableReader& t, const std::string& file, NtpConfig& ntp);
 std::function<void(Unit&)> readNtpEvent(const std::string& word, TableReader& t,
                                         const UnitSpec& unit);
+/// Far ends of the Ethernet ports; the event is empty when `word` is none of theirs or of the service's.
+void readEsmc(TableReader& t, const std::string& file, UnitSpec& unit);
+std::function<void(Unit&)> readEsmcEvent(const std::string& word, TableReader& t, const UnitSpec& unit);
+Wander readWander(TableReader& t);
 /// Phase, noise and recorded series of a reference.
 void readPhase(TableReader& t, LineConfig& c);
 

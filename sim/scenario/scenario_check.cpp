@@ -145,6 +145,14 @@ void readKind(TableReader& t, CheckSpec& c, const Scenario& scenario)
         c.text = t.text("test");
         readCounts(t, c);
         break;
+    case CheckKind::Quality:
+        readMoment(t, c);
+        c.states = {static_cast<u8>(t.integer("is", 0, 255))};
+        break;
+    case CheckKind::PduMissing:
+        readMoment(t, c);
+        c.states = {t.boolean("is", true) ? u8{1} : u8{0}};
+        break;
     case CheckKind::Command:
         readMoment(t, c);
         c.line = t.text("line");
@@ -198,6 +206,8 @@ CheckSpec readCheck(const toml::table& table, const std::string& file, const Sce
                                            {"pm_periods", CheckKind::PmPeriods},
                                            {"error_log", CheckKind::ErrorLog},
                                            {"test_failed", CheckKind::TestFailed},
+                                           {"quality", CheckKind::Quality},
+                                           {"pdu_missing", CheckKind::PduMissing},
                                            {"command", CheckKind::Command}});
     c.unit = t.text("unit", scenario.units.front().node.name);
     if (std::none_of(scenario.units.begin(), scenario.units.end(),

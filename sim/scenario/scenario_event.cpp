@@ -56,6 +56,10 @@ Action inputFrequency(Context& c)
 {
     return [input = inputOf(c), ppb = c.table.number("ppb")](Unit& u) { u.input(input).setFrequency(ppb); };
 }
+Action inputWander(Context& c)
+{
+    return [input = inputOf(c), w = readWander(c.table)](Unit& u) { u.input(input).setWander(w); };
+}
 Action inputBadPulse(Context& c)
 {
     return [input = inputOf(c), s = c.table.number("ns") * 1e-9](Unit& u) { u.input(input).moveNextEdge(s); };
@@ -275,6 +279,7 @@ constexpr EventWord EVENTS[] = {
     {"input.phase_step", inputPhaseStep},
     {"input.frequency", inputFrequency},
     {"input.bad_pulse", inputBadPulse},
+    {"input.wander", inputWander},
     {"oscillator.step", oscillatorStep},
     {"temperature.step", temperatureStep},
     {"mp.select", mpSelect},
@@ -362,6 +367,7 @@ EventSpec readEvent(const toml::table& table, const std::string& file, const Sce
     if (!e.action) e.action = readIdlEvent(word, t);
     if (!e.action) e.action = readPacketEvent(word, t, *unit);
     if (!e.action) e.action = readNtpEvent(word, t, *unit);
+    if (!e.action) e.action = readEsmcEvent(word, t, *unit);
     if (!e.action) e.action = readGpsEvent(word, t, *unit);
     if (!e.action) t.fail("do", "'" + word + "' is nothing that can happen");
     t.finish();

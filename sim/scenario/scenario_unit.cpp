@@ -124,6 +124,8 @@ MpReference readReference(const toml::table& table, const std::string& file)
     r.name = t.text("name", type);
     r.froId = static_cast<u32>(t.integer("fro_id", 0, 0xFFFFFFFE));
     r.froClassNo = static_cast<u32>(t.integer("fro_class", 0, 0xFFFFFFFE, 1));
+    constexpr u8 ETHA = 11, ETHC = 13;
+    if (r.refType >= ETHA && r.refType <= ETHC) r.macAddress[5] = r.refType;   // each port has its own
     r.supervise = t.boolean("supervise", true);
     r.alwaysUsable = t.boolean("always_usable", false);
     t.finish();
@@ -146,6 +148,7 @@ void readMainProcessor(TableReader& t, MainProcessorConfig& mp)
     mp.masterSlaveMode = t.choice<u8>("role", {{"master", u8{1}}, {"slave", u8{0}}}, u8{1});
     mp.gpsOut = t.boolean("gps_out", false) ? 1 : 0;
     mp.hptsiOut = t.boolean("hptsi_out", false) ? 1 : 0;
+    mp.selectionQlMode = t.boolean("selects_by_quality", false) ? 1 : 0;
     mp.selects = t.boolean("main_processor_selects", true);
     mp.present = t.boolean("main_processor_present", true);
     const toml::date_time zero = t.dateTime(
@@ -156,10 +159,19 @@ void readMainProcessor(TableReader& t, MainProcessorConfig& mp)
 
 }  // namespace
 
+Wander readWander(TableReader& t)
+{
+    const Wander w{t.number("wander_ns", 0.0) * 1e-9, t.seconds("wander_period", 60.0)};
+    if (!(w.peakToPeak_s >= 0.0 && w.peakToPeak_s < 0.01)) t.fail("wander_ns", "0 to less than 10 ms");
+    if (!(w.period_s >= 1.0)) t.fail("wander_period", "1 s at least");
+    return w;
+}
+
 void readPhase(TableReader& t, LineConfig& c)
 {
     constexpr double NS = 1e-9;
     c.phase_s = t.number("phase_ns", c.phase_s / NS) * NS;
+    c.wander = readWander(t);
     c.noise.white_s = t.number("white_ns", c.noise.white_s / NS) * NS;
     c.noise.flicker_s = t.number("flicker_ns", c.noise.flicker_s / NS) * NS;
     c.noise.sawTooth_s = t.number("saw_tooth_ns", c.noise.sawTooth_s / NS) * NS;
@@ -212,6 +224,7 @@ UnitSpec readUnit(const toml::table& table, const std::string& file)
     readIdlServers(t, file, n);
     readPacketPort(t, file, n);
     readNtp(t, file, n.ntp);
+    readEsmc(t, file, u);
     t.finish();
     return u;
 }

@@ -22,6 +22,8 @@ Unit::Unit(ose::World& world, const UnitSpec& spec) : world_(world), node_(world
                                              spec.node.name + ".gps");
         node_.board().connect(ReferenceInput::Pps, gps_.get());
     }
+    for (const EsmcPeerConfig& peer : spec.esmc)
+        esmc_.emplace(peer.port, std::make_unique<EsmcPeer>(node_, peer));
     node_.idpi().onDelay([this](u16 port) -> std::optional<IdpiDelay> {
         const auto measured = delays_.find(port);
         return measured != delays_.end() ? measured->second() : std::nullopt;

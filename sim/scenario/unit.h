@@ -19,6 +19,7 @@ public:
     /// A source that the scenario gave the unit; the scenario's reader has made sure that it is there.
     LineSource& input(ReferenceInput input) { return *sources_.at(input); }
     GpsReceiver& gps() { return *gps_; }
+    EsmcPeer& esmc(u32 port) { return *esmc_.at(port); }
     /// What the port server measures on a port that a link is at.
     void onDelay(u16 port, std::function<std::optional<IdpiDelay>()> measure)
     {
@@ -36,6 +37,7 @@ private:
     Node node_;
     std::map<ReferenceInput, std::unique_ptr<LineSource>> sources_;
     std::unique_ptr<GpsReceiver> gps_;
+    std::map<u32, std::unique_ptr<EsmcPeer>> esmc_;
     std::map<u16, std::function<std::optional<IdpiDelay>()>> delays_;
 };
 

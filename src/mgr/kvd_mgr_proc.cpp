@@ -70,10 +70,12 @@ constexpr Dispatch DISPATCH_CHAIN[] = {
     inrsiDispatch,
 };
 
-/// Buffers that their component allocates once and arms again as its own timer's signal.
-bool belongsToItsComponent(SIGSELECT sigNo)
+/// Buffers that their component allocates once and arms again as its own timer's signal; it may have
+/// done so by now. A buffer of the same number that came from elsewhere isn't one of them.
+bool belongsToItsComponent(SIGSELECT sigNo, const Signal* sig)
 {
-    return sigNo == KVD_SLOWPI_HEART_BEAT_IND || sigNo == KVD_SLOWPI_PDU_MISSING_IND;
+    const bool rearmed = sigNo == KVD_SLOWPI_HEART_BEAT_IND || sigNo == KVD_SLOWPI_PDU_MISSING_IND;
+    return rearmed && KvdLoz6TuSlowpi_owns(sig) != 0;
 }
 
 const char* senderName(Signal* sig)
@@ -84,6 +86,7 @@ const char* senderName(Signal* sig)
 
 void offerAlongChain(Signal* sig)
 {
+    const SIGSELECT sigNo = sig->sigNo;
     int handled = 0;
     int last = 0;
     for (const Dispatch dispatch : DISPATCH_CHAIN) {
@@ -96,7 +99,7 @@ void offerAlongChain(Signal* sig)
         ose::free_buf(&sig);
         return;
     }
-    if (!belongsToItsComponent(sig->sigNo)) ose::free_buf(&sig);
+    if (!belongsToItsComponent(sigNo, sig)) ose::free_buf(&sig);
 }
 
 void serve()

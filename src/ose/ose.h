@@ -55,6 +55,10 @@ u32 sigsize(Signal* const* sig);
 /// The caller takes over a buffer that an interrupt process allocated.
 void restore(Signal* sig, const Place& place = Place::current());
 
+/// The caller holds this buffer for as long as the program is loaded, as one of a timer that is armed
+/// with it again and again: being held at unload is no leak of it.
+void keep(Signal* sig, const Place& place = Place::current());
+
 // ---- processes ----------------------------------------------------------------------------------
 
 /// Looks for a process by name ("link/name" in a linked system). Returns its id when it is there

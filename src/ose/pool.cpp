@@ -89,6 +89,7 @@ Buffer* Pool::get(u32 size, const Place& place)
     b->sender = 0;
     b->next = nullptr;
     b->frame = nullptr;
+    b->kept = false;
     b->place = place;
     b->newer = nullptr;
     b->older = newest_;

@@ -30,6 +30,7 @@ struct alignas(16) Buffer {
     Buffer* older;
     Pool* pool;
     const void* frame;   // stack depth where its owner got hold of it
+    bool kept;           // its owner holds it for good: see keep
     Place place;         // of allocation
 
     Signal* signal() { return reinterpret_cast<Signal*>(this + 1); }

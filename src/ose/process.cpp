@@ -12,6 +12,7 @@ namespace {
 /// still works on it.
 bool leaked(const Process& p, const Buffer& b)
 {
+    if (b.kept) return false;
     return p.returned || p.frame == nullptr ||
            reinterpret_cast<std::uintptr_t>(p.frame) >= reinterpret_cast<std::uintptr_t>(b.frame);
 }

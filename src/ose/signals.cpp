@@ -231,4 +231,10 @@ void restore(Signal* sig, const Place& place)
     b->frame = __builtin_frame_address(0);
 }
 
+void keep(Signal* sig, const Place& place)
+{
+    Buffer* const b = usable(caller("keep", place), &sig, "keep", place);
+    if (b != nullptr) b->kept = true;
+}
+
 }  // namespace ose

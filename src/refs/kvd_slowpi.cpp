@@ -1,13 +1,439 @@
-// Slow protocol frames (ESMC) aren't part of this load yet.
 #include "refs/kvd_slowpi.h"
 
-#include "node/platform.h"
+#include "iif/kvd_iifadm_send.h"
+#include "iif/tuiif_sig.h"
+#include "mgr/trace_groups.h"
+#include "node/sig.h"
+#include "node/trace.h"
+#include "ose/module_data.h"
+#include "ose/ose.h"
+#include "ref/ref_types.h"
+#include "refs/kvd_slowpi_int.h"
 
-void KvdLoz6TuSlowpi_initiate() {}
-int KvdLoz6TuSlowpi_dispatch(Signal*) { return 0; }
-void KvdLoz6TuSlowpi_unsubscribe() {}
-void KvdLoz6TuSlowpi_selectionMode(u8) {}
-void KvdLoz6TuSlowpi_printInfo()
+#include <algorithm>
+
+namespace {
+
+using namespace slowpi;
+
+ose::ModuleData<State> s;
+
+constexpr u32 FRO_CLASS_ETHERNET = 7;
+constexpr u32 SLOWPI_PV = 1;
+
+constexpr Needs NEEDS = {
+    node::Slowpi_initiateMemory, node::Slowpi_freeMemory,     node::Slowpi_initiateServiceReq,
+    node::Slowpi_internal,       node::Slowpi_subscribeReq,   node::Slowpi_unsubscribeReq,
+    node::Slowpi_sendFrameInd,
+};
+const Needs& needs() { return s->needs != nullptr ? *s->needs : NEEDS; }
+
+// ---- timers -------------------------------------------------------------------------------------
+
+void fill(BufferTimer& timer, SIGSELECT sigNo, OSTIME duration_ms)
 {
-    node::shellPrintf("\n***** SLOWPI *****\n   not running\n");
+    timer = {};
+    timer.duration_ms = duration_ms;
+    timer.sig = ose::alloc(sizeof(SIGSELECT), sigNo);
+    timer.buffer = timer.sig;
+    ose::keep(timer.sig);
+}
+
+void stop(BufferTimer& timer)
+{
+    timer.startsOnReturn = false;
+    if (!timer.running) return;
+    timer.running = false;
+    timer.sig = ose::cancel_tmo_sig(&timer.ref);   // nullptr: its expiry lies in the queue
+}
+
+void start(BufferTimer& timer)
+{
+    stop(timer);
+    if (timer.sig == nullptr) {
+        timer.startsOnReturn = timer.buffer != nullptr;
+        return;
+    }
+    const SIGSELECT sigNo = timer.sig->sigNo;
+    timer.ref = ose::request_tmo_sig(timer.duration_ms, &timer.sig);
+    timer.running = timer.ref != 0;
+    if (!timer.running)
+        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "timer 0x%X failed to start", sigNo);
+}
+
+/// Takes the buffer back. False when the expiry is none to act on: it is nobody's own, or of a run that
+/// was followed by another while it lay in the queue.
+bool expired(BufferTimer& timer, Signal* sig)
+{
+    if (sig != timer.buffer) {
+        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "time-out 0x%X of no timer, dropped", sig->sigNo);
+        return false;
+    }
+    timer.sig = sig;
+    timer.ref = 0;
+    timer.running = false;
+    if (!timer.startsOnReturn) return true;
+    start(timer);
+    return false;
+}
+
+// ---- state --------------------------------------------------------------------------------------
+
+void enter(u32 slowpiState)
+{
+    if (slowpiState == s->slowpiState) return;
+    KVD_TRACE(TRACE_SLOWPI, TRACE_10, "SLOWPI state: %s -> %s", stateText(s->slowpiState),
+              stateText(slowpiState));
+    s->slowpiState = slowpiState;
+}
+
+bool isSubscribed() { return s->slowpiState >= IF_SUBSCRIBED && s->slowpiState <= IF_QL_RECEIVED; }
+bool usesQuality() { return s->slowpiState == IF_QL_SEND || s->slowpiState == IF_QL_RECEIVED; }
+
+// ---- towards the main processor -----------------------------------------------------------------
+
+void takeLevel(u8 ssm)
+{
+    s->previousSSM = s->SSM;
+    s->SSM = ssm;
+}
+
+void tellLevel(u32 clockQuality)
+{
+    KvdLoz6TuIifAdm_sendQualityLevelInd(s->froId, FRO_CLASS_ETHERNET, clockQuality, s->tcuDetected);
+}
+
+/// A level that was in force is none any more.
+void withdrawLevel()
+{
+    if (s->SSM == SSM_NONE) return;
+    takeLevel(SSM_NONE);
+    s->tcuDetected = 0;
+    tellLevel(SSM_NONE);
+}
+
+void clearAlarm()
+{
+    if (s->pduMissingAlarmRaised == 0) return;
+    s->pduMissingAlarmRaised = 0;
+    KvdLoz6TuIifAdm_sendPduMissingInd(s->froId, FRO_CLASS_ETHERNET, 0);
+}
+
+// ---- towards the service ------------------------------------------------------------------------
+
+void internal(const Signal* sig)
+{
+    const u32 result = needs().internal(s->proxy, sig);
+    if (result != 0)
+        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Slowpi_internal() failed with result= %u", result);
+}
+
+void send()
+{
+    s->frame[ESMC_SSM_AT] = SSM_DO_NOT_USE;   // a node's clock is no reference to its neighbours
+    const u32 result = needs().sendFrameInd(s->proxy, ESMC_FRAME_SIZE, s->frame.data());
+    if (result != 0)
+        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Slowpi_sendFrameInd() failed: result= %u", result);
+    start(s->heartBeat);
+}
+
+void subscribeDecision()
+{
+    u32 result = 0;
+    if (s->supervisionState != 1) {
+        if (!isSubscribed()) return;
+        stop(s->pduMissing);
+        clearAlarm();
+        stop(s->heartBeat);
+        result = needs().unsubscribeReq(s->proxy, ESMC_SUBTYPE, ESMC_OUI);
+    } else if (s->slowpiState == IF_UP) {
+        result = needs().subscribeReq(s->proxy, ESMC_SUBTYPE, ESMC_OUI);
+    }
+    if (result != 0)
+        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Unable to subscribe/unsubscribe from SLOWPI");
+}
+
+void onInitiateAnswer(const Signal* sig)
+{
+    internal(sig);
+    if (s->slowpiState != IF_INITIATING) return;
+    if (sig->sigNo != SLOWPI_INITIATE_SERVICE_CFM) return enter(IF_DOWN);
+    enter(IF_UP);
+    subscribeDecision();
+}
+
+void onServerDown(const Signal* sig)
+{
+    internal(sig);
+    stop(s->heartBeat);
+    KVD_TRACE(TRACE_SLOWPI, TRACE_1, "Initiate SLOWPI service with Pv= %d", static_cast<i32>(SLOWPI_PV));
+    enter(IF_DOWN);
+    const u32 result = needs().initiateServiceReq(s->proxy, SLOWPI_PV, SLOWPI_PV, SLOWPI_PV);
+    if (result != 0) {
+        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Slowpi_initiateServiceReq() failed with result= %u", result);
+        return;
+    }
+    enter(IF_INITIATING);
+}
+
+void onSubscribeRsp(const SlowpiResultRsp* rsp)
+{
+    if (rsp == nullptr) return;
+    if (rsp->result != 0) {
+        stop(s->pduMissing);
+        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Negative result in subscription rsp (res = %u)", rsp->result);
+        return;
+    }
+    enter(IF_SUBSCRIBED);
+    subscribeDecision();   // supervision may have ended while the request was under way
+    s->frame[ESMC_VERSION_AT] = ESMC_EVENT_PDU;
+    if (isSubscribed()) send();
+    s->frame[ESMC_VERSION_AT] = ESMC_INFORMATION_PDU;
+    if (s->selectionProcessMode != 1 || s->supervisionState != 1) return;
+    enter(IF_QL_SEND);
+    start(s->pduMissing);
+}
+
+void onUnsubscribeRsp(const SlowpiResultRsp* rsp)
+{
+    if (rsp == nullptr) return;
+    if (rsp->result != 0) {
+        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Negative result in unsubscription rsp (res = %u)",
+                  rsp->result);
+        return;
+    }
+    if (usesQuality()) withdrawLevel();
+    enter(IF_UP);
+    subscribeDecision();
+}
+
+// ---- frames -------------------------------------------------------------------------------------
+
+/// Says why a frame isn't taken; false when it is.
+bool traceRefusal(const EsmcReading& r, u32 frame_len)
+{
+    switch (r.verdict) {
+    case EsmcVerdict::Taken:
+        return false;
+    case EsmcVerdict::OtherEtherType:
+        KVD_TRACE(TRACE_SLOWPI, TRACE_9, "EthernetType= %04x", r.etherType);
+        [[fallthrough]];
+    case EsmcVerdict::NoFrame:
+        KVD_TRACE(TRACE_SLOWPI, TRACE_9, "Unrecognized frame received; frame_len %u bytes, code=%hhu, ",
+                  frame_len, r.code);
+        return true;
+    case EsmcVerdict::OtherProtocol:
+        if ((r.code & NOT_ESMC_SUBTYPE) != 0)
+            KVD_TRACE(TRACE_SLOWPI, TRACE_9, "SlowProtocolSubtype= %02hhx", r.slowProtocolSubtype);
+        if (r.oui != ESMC_OUI)
+            KVD_TRACE(TRACE_SLOWPI, TRACE_9, "EsmcOui= %04hhx", static_cast<u8>(r.oui));
+        KVD_TRACE(TRACE_SLOWPI, TRACE_9, "Unrecognized SLOWPI received; frame_len %u bytes, code=%u, ",
+                  frame_len, r.code);
+        return true;
+    case EsmcVerdict::TooShort:
+        KVD_TRACE(TRACE_SLOWPI, TRACE_9, "ESMC received with too short frame %u bytes.", frame_len);
+        return true;
+    case EsmcVerdict::BadSubtype:
+        KVD_TRACE(TRACE_SLOWPI, TRACE_9, "Bad subtype  = 0x%x, ", r.subtype);
+        return true;
+    case EsmcVerdict::BadTlvType:
+        KVD_TRACE(TRACE_SLOWPI, TRACE_9, "Bad qlTlvType  = 0x%x, ", r.qlTlvType);
+        return true;
+    case EsmcVerdict::BadTlvLength:
+        KVD_TRACE(TRACE_SLOWPI, TRACE_9, "Bad tlvLength  = 0x%x, ", r.tlvLength);
+        return true;
+    }
+    return true;
+}
+
+void takePdu(const EsmcReading& pdu)
+{
+    s->tcuDetected = pdu.tcuDetected ? 1 : 0;
+    if (pdu.isEvent) {
+        KVD_TRACE(TRACE_SLOWPI, TRACE_6, "Event message received with SSM code 0x%x", pdu.ssm);
+        ++s->nmbOfEventMessages;
+    } else {
+        if (s->slowpiState == IF_QL_RECEIVED) return;   // a change comes as an event PDU
+        KVD_TRACE(TRACE_SLOWPI, TRACE_8, "First INFO message received with SSM code 0x%x", pdu.ssm);
+    }
+    enter(IF_QL_RECEIVED);
+    takeLevel(pdu.ssm);
+    tellLevel(pdu.ssm);
+}
+
+void takeFrame(std::span<const u8> frame)
+{
+    if (!usesQuality()) {
+        KVD_TRACE(TRACE_SLOWPI, TRACE_8,
+                  "Do not use ESMC frame, selectionMode = %s, supervisionState = %s, slowpiState = %s",
+                  enabledText(s->selectionProcessMode), enabledText(s->supervisionState),
+                  stateText(s->slowpiState));
+        return;
+    }
+    ++s->nmbOfFrames;
+    const EsmcReading reading = readEsmc(frame);
+    if (traceRefusal(reading, static_cast<u32>(frame.size())))
+        ++s->nmbOfRejectedFrames;
+    else
+        takePdu(reading);
+}
+
+/// No longer than the signal, whatever its length field says.
+std::span<const u8> frameOf(const SlowpiFrame& ind)
+{
+    Signal* const buffer = reinterpret_cast<Signal*>(const_cast<SlowpiFrame*>(&ind));
+    const u32 held = ose::sigsize(&buffer) - static_cast<u32>(sizeof(SlowpiFrame));
+    return {reinterpret_cast<const u8*>(&ind) + sizeof(SlowpiFrame), std::min(ind.length, held)};
+}
+
+void onReceiveFrame(const SlowpiFrame* ind)
+{
+    if (ind == nullptr) return;
+    takeFrame(frameOf(*ind));
+    // Whatever it holds, it is a sign of life.
+    clearAlarm();
+    if (usesQuality()) start(s->pduMissing);
+}
+
+// ---- time-outs ----------------------------------------------------------------------------------
+
+void onHeartBeat(Signal* sig)
+{
+    if (expired(s->heartBeat, sig) && isSubscribed()) send();
+}
+
+void onPduMissing(Signal* sig)
+{
+    if (!expired(s->pduMissing, sig)) return;
+    if (s->slowpiState == IF_UP || s->slowpiState == IF_SUBSCRIBED) return;
+    if (s->pduMissingAlarmRaised != 0) return;
+    s->tcuDetected = 0;
+    s->pduMissingAlarmRaised = 1;
+    KvdLoz6TuIifAdm_sendPduMissingInd(s->froId, FRO_CLASS_ETHERNET, 1);
+    tellLevel(SSM_NONE);
+    takeLevel(SSM_DO_NOT_USE);
+    if (s->slowpiState == IF_QL_RECEIVED) enter(IF_QL_SEND);
+}
+
+// ---- the main processor's orders ----------------------------------------------------------------
+
+void takeAddress(const u8 (&macAddress)[6])
+{
+    u8* const stored = s->frame.data() + ESMC_SOURCE_AT;
+    if (std::all_of(std::begin(macAddress), std::end(macAddress), [](u8 octet) { return octet == 0; }))
+        KVD_TRACE(TRACE_SLOWPI, TRACE_4, "Received default MAC address");
+    if (!std::equal(std::begin(macAddress), std::end(macAddress), stored))
+        KVD_TRACE(TRACE_SLOWPI, TRACE_4, "MAC address changed: %X:%X:%X:%X:%X:%X", macAddress[0],
+                  macAddress[1], macAddress[2], macAddress[3], macAddress[4], macAddress[5]);
+    std::copy(std::begin(macAddress), std::end(macAddress), stored);
+}
+
+int onPathSupervision(const Signal* sig)
+{
+    const auto* path = as<KvdTuiifSynchPathSupInd>(sig);
+    if (path == nullptr || path->refType < ETHA_REF || path->refType > ETHC_REF) return 1;
+    const auto* ind = as<KvdTuiifSynchPathSupEthInd>(sig);
+    if (ind == nullptr) return 1;
+    takeAddress(ind->macAddress);
+    s->supervisionState = ind->path.on;
+    s->froId = ind->path.froId;
+    subscribeDecision();
+    return 1;
+}
+
+void onSelectionModeChange(const KvdTuiifSelectionModeChangeInd* ind)
+{
+    if (ind != nullptr) KvdLoz6TuSlowpi_selectionMode(ind->selectionProcessMode);
+}
+
+}  // namespace
+
+namespace slowpi {
+
+State& state() { return *s; }
+void setNeeds(const Needs* replacement) { s->needs = replacement; }
+
+const char* stateText(u32 slowpiState)
+{
+    constexpr const char* TEXTS[] = {"IF_DOWN",       "IF_INITIATING", "IF_UP",
+                                     "IF_SUBSCRIBED", "IF_QL_SEND",    "IF_QL_RECEIVED"};
+    if (slowpiState <= IF_QL_RECEIVED) return TEXTS[slowpiState];
+    KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Check: Unknown state %d", static_cast<i32>(slowpiState));
+    return "UNKNOWN STATE";
+}
+
+const char* enabledText(u32 value) { return value == 1 ? "Enabled" : "Disabled"; }
+
+}  // namespace slowpi
+
+int KvdLoz6TuSlowpi_dispatch(Signal* sig)
+{
+    switch (sig->sigNo) {
+    case SLOWPI_SERVER_UP_IND:        internal(sig);                                          return 1;
+    case SLOWPI_SERVER_DOWN_IND:      onServerDown(sig);                                      return 1;
+    case SLOWPI_INITIATE_SERVICE_CFM:
+    case SLOWPI_INITIATE_SERVICE_SUS:
+    case SLOWPI_INITIATE_SERVICE_REJ: onInitiateAnswer(sig);                                  return 1;
+    case SLOWPI_SUBSCRIBE_RSP:        onSubscribeRsp(as<SlowpiResultRsp>(sig));               return 1;
+    case SLOWPI_UNSUBSCRIBE_RSP:      onUnsubscribeRsp(as<SlowpiResultRsp>(sig));             return 1;
+    case SLOWPI_RECEIVE_FRAME_IND:    onReceiveFrame(as<SlowpiFrame>(sig));                   return 1;
+    case KVD_SLOWPI_HEART_BEAT_IND:   onHeartBeat(sig);                                       return 1;
+    case KVD_SLOWPI_PDU_MISSING_IND:  onPduMissing(sig);                                      return 1;
+    case KVD_TUIIF_SYNCH_PATH_SUP_IND: return onPathSupervision(sig);
+    case KVD_TUIIF_SELECTION_MODE_CHANGE_IND:
+        onSelectionModeChange(as<KvdTuiifSelectionModeChangeInd>(sig));                       return 1;
+    default:                                                                                  return 0;
+    }
+}
+
+void KvdLoz6TuSlowpi_initiate()
+{
+    s->proxy = needs().initiateMemory();
+    if (s->proxy == nullptr) {
+        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, " Not able to initiate proxy slowpi memory.");
+        return;
+    }
+    KVD_TRACE(TRACE_SLOWPI, TRACE_1, "Initiate slowpi service with Pv = %d", static_cast<i32>(SLOWPI_PV));
+    const u32 result = needs().initiateServiceReq(s->proxy, SLOWPI_PV, SLOWPI_PV, SLOWPI_PV);
+    if (result != 0) {
+        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Slowpi_initiateServiceReq() failed: result= %u", result);
+        needs().freeMemory(s->proxy);
+        s->proxy = nullptr;
+        return;
+    }
+    enter(IF_INITIATING);
+    fill(s->heartBeat, KVD_SLOWPI_HEART_BEAT_IND, HEART_BEAT_TIME);
+    fill(s->pduMissing, KVD_SLOWPI_PDU_MISSING_IND, PDU_MISSING_TIME);
+    s->frame = ownFrame();
+}
+
+int KvdLoz6TuSlowpi_owns(const Signal* sig)
+{
+    return sig == s->heartBeat.buffer || sig == s->pduMissing.buffer ? 1 : 0;
+}
+
+void KvdLoz6TuSlowpi_unsubscribe()
+{
+    s->supervisionState = 0;
+    if (!isSubscribed()) return;
+    stop(s->heartBeat);
+    if (needs().unsubscribeReq(s->proxy, ESMC_SUBTYPE, ESMC_OUI) != 0)
+        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Unable to unsubscribe from SLOWPI");
+}
+
+void KvdLoz6TuSlowpi_selectionMode(u8 selectionProcessMode)
+{
+    KVD_TRACE(TRACE_SLOWPI, TRACE_1, "new QlMode %s, supervisionState %s",
+              enabledText(selectionProcessMode), enabledText(s->supervisionState));
+    s->selectionProcessMode = selectionProcessMode;
+    if (selectionProcessMode == 1 && s->supervisionState == 1 && s->slowpiState == IF_SUBSCRIBED) {
+        enter(IF_QL_SEND);
+        start(s->pduMissing);
+    }
+    if (selectionProcessMode == 0 && usesQuality()) {
+        enter(IF_SUBSCRIBED);
+        withdrawLevel();
+        stop(s->pduMissing);
+        clearAlarm();
+    }
 }

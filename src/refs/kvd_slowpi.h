@@ -1,4 +1,10 @@
-// kvd_slowpi.h - Slow protocol frames (ESMC) on the Ethernet ports.
+// kvd_slowpi.h - ESMC client: subscribes to the ESMC frames of the Ethernet port whose path supervision was
+// ordered last, tells the main processor the quality level that the peer sends, raises an alarm when the
+// peer falls silent, and sends a frame a second that says do not use.
+// Owner   the manager process; one context for the whole unit.
+// Units   ms. Quality levels are SSM codes, 0 to 15; 255 is none.
+// Errors  refusals of the service are traced; the next order of path supervision, or the service's next
+//         server, begins anew.
 #pragma once
 #include "ose/types.h"
 
@@ -9,6 +15,11 @@ constexpr SIGSELECT KVD_SLOWPI_PDU_MISSING_IND = 0x9C6C1;   // own timer; its bu
 
 void KvdLoz6TuSlowpi_initiate();
 int  KvdLoz6TuSlowpi_dispatch(Signal* sig);
+/// 1 when the buffer is one of the two that this component arms again and again: nobody else frees it.
+int  KvdLoz6TuSlowpi_owns(const Signal* sig);
+/// The main processor is gone: no supervision until its next order.
 void KvdLoz6TuSlowpi_unsubscribe();
+/// 1: the main processor selects by quality level.
 void KvdLoz6TuSlowpi_selectionMode(u8 selectionProcessMode);
+/// "tuslowpi" section of kvdinfo.
 void KvdLoz6TuSlowpi_printInfo();

@@ -69,6 +69,8 @@ TEST(Masks, StandAtTheFiguresOfTheRecommendations)
              {"G.8272", true, 273.0, 100.075}, {"G.8272", true, 274.0, 100.0}, {"G.8272", true, 1e6, 100.0},
              {"G.8272", false, 1000.0, 30.0}, {"G.8272-B", true, 50.0, 38.75}, {"G.8272-B", true, 55.0, 40.0},
              {"G.8272-B", false, 100.0, 1.0}, {"G.8272-B", false, 300.0, 3.0}, {"G.8272-B", false, 1e4, 5.0},
+             {"G.8262", true, 1.0, 40.0}, {"G.8262", true, 100.0, 63.396}, {"G.8262", true, 1000.0, 100.522},
+             {"G.8262", true, 1001.0, -1.0}, {"G.8262", false, 25.0, 3.2}, {"G.8262", false, 100.0, 6.4},
              {"G.811", true, 0.1, -1.0}})) {
         SCOPED_TRACE(std::string(c.mask) + (c.mtie ? " MTIE " : " TDEV ") + std::to_string(c.tau));
         const app::Mask* const mask = app::maskByName(c.mask);

@@ -267,6 +267,28 @@ TEST_F(Programs, UnloadReportsWhatWasNeitherFreedNorSent)
     EXPECT_EQ(log.count(), 0u);
 }
 
+TEST_F(Programs, AKeptBufferIsNoLeakWhereverItHasBeen)
+{
+    launch("keeper", 20, [] {
+        static Signal* sig;
+        sig = alloc(8, 66);
+        keep(sig);
+        sendNumber(current_process(), 67);
+        free_buf(&sig);
+        sig = alloc(8, 68);               // the place of the kept one, and no longer kept
+        Signal* timer = alloc(4, 69);
+        keep(timer);
+        TimerRef ref = request_tmo_sig(1000, &timer);
+        timer = cancel_tmo_sig(&ref);
+        const SIGSELECT never[] = {1, 1};
+        receive(never);
+    });
+    world.runFor(0);
+    system.unload(block);
+    EXPECT_EQ(log.expectMisuse("leaked").sigNo, 68u);
+    EXPECT_EQ(log.count(), 0u);
+}
+
 /// A handler that waits, deeper in its calls than the loop that has received.
 [[gnu::noinline]] void waitInHandler()
 {

@@ -160,6 +160,24 @@ TEST(LineSource, NoiseIsOfTheEdgeAndNotOfTheAsking)
     EXPECT_NEAR(std::sqrt(square / 100), 20e-9, 4e-9);
 }
 
+TEST(LineSource, WandersBySinesThatRunOnFromWhereTheyWere)
+{
+    Bench b({.wander = {.peakToPeak_s = 2e-6, .period_s = 4.0}});
+    b.runTo(4.5);
+    EXPECT_EQ(b.edges, (std::vector<ose::Time>{SEC + US, 2 * SEC, 3 * SEC - US, 4 * SEC}));
+    b.edges.clear();
+    b.runTo(5.0);                                      // 1 us late, at the crest
+    b.source.setWander({.peakToPeak_s = 0.0});
+    b.runTo(7.5);
+    EXPECT_EQ(b.edges, (std::vector<ose::Time>{5 * SEC + US, 6 * SEC + US, 7 * SEC + US}));
+    b.edges.clear();
+    b.runTo(8.0);
+    b.source.setWander({.peakToPeak_s = 4e-6, .period_s = 4.0});
+    b.source.setFrequency(-1000.0);                    // a drift beside it
+    b.runTo(10.5);
+    EXPECT_EQ(b.edges, (std::vector<ose::Time>{8 * SEC + US, 9 * SEC + 4 * US, 10 * SEC + 3 * US}));
+}
+
 TEST(LineSource, FollowsARecordedPhase)
 {
     const sim::LineConfig config{.series = sim::EndlessSeries({0.0, 1e-6, 5e-6})};

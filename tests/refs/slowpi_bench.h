@@ -1,0 +1,272 @@
+// slowpi_bench.h - The ESMC client by itself: a manager process that hands it each signal, the service's
+// operations recorded in place of a server, a main processor that keeps what it is told. Timers and
+// buffers are the kernel's own, and any misuse of them fails the test.
+#pragma once
+#include "hw/fake_bus.h"
+#include "iif/kvd_iifadm_int.h"
+#include "iif/tuiif_sig.h"
+#include "mgr/trace_groups.h"
+#include "node/slowpi_sig.h"
+#include "refs/kvd_slowpi.h"
+#include "refs/kvd_slowpi_int.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+constexpr SIGSELECT RUN_IN_SLOWPI_MANAGER = 0x7F000003;
+struct RunInSlowpiManager {
+    SIGSELECT sigNo;
+    u32 reserved;
+    const std::function<void()>* body;
+};
+
+inline void slowpiManager()
+{
+    node::traceAttachProcess();
+    for (;;) {
+        Signal* sig = ose::receive(ose::ANY_SIGNAL);
+        if (sig->sigNo == RUN_IN_SLOWPI_MANAGER)
+            (*reinterpret_cast<RunInSlowpiManager*>(sig)->body)();
+        else
+            KvdLoz6TuSlowpi_dispatch(sig);
+        if (KvdLoz6TuSlowpi_owns(sig) == 0) ose::free_buf(&sig);
+    }
+}
+
+inline void slowpiMain()
+{
+    for (const char* group : TRACE_GROUP_NAMES) node::traceRegisterGroup(group);
+    node::traceSetProgramMask(0xFFFFFFFF);
+    ose::start(
+        ose::create_process(ose::KIND_PRIORITISED, "slowpi_manager", slowpiManager, 16384, 16, 0, 0));
+    constexpr SIGSELECT NEVER[] = {1, 1};
+    ose::receive(NEVER);
+}
+
+inline const ose::Program& slowpiProgram()
+{
+    static constexpr ose::ConfigLine CONFIG[] = {{"OSE_LM_POOL_SIZE", "300000"},
+                                                 {"OSE_LM_MAIN_NAME", "slowpi_main"},
+                                                 {"OSE_LM_MAIN_PRIORITY", "30"}};
+    static const ose::Program program{"slowpi", slowpiMain, CONFIG};
+    return program;
+}
+
+inline std::string hexOf(const u8* bytes, std::size_t count)
+{
+    constexpr char DIGITS[] = "0123456789abcdef";
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        text += DIGITS[bytes[i] >> 4];
+        text += DIGITS[bytes[i] & 15];
+    }
+    return text;
+}
+
+inline std::vector<u8> bytesOf(const std::string& hex)
+{
+    std::vector<u8> bytes;
+    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
+        bytes.push_back(static_cast<u8>(std::stoul(hex.substr(i, 2), nullptr, 16)));
+    return bytes;
+}
+
+/// A signal to the main processor, by its fields in order.
+struct Told {
+    std::string name;
+    std::vector<u32> fields;
+    bool operator==(const Told&) const = default;
+};
+
+/// How the service answers a call, and what was asked of it.
+struct FakeService {
+    bool hasMemory = true;
+    u32 initiateResult = 0, internalResult = 0, subscribeResult = 0, sendResult = 0;
+    std::vector<std::string> requests = {};   // frames as "Slowpi_sendFrameInd <hex>"
+    u32 freed = 0;
+};
+
+struct SlowpiBench {
+    hwtest::FakeBus bus;
+    ose::World world{1};
+    ose::System& system = world.createSystem("node");
+    ose::Block* block = nullptr;
+    FakeService service;
+    std::vector<Told> told;
+
+    explicit SlowpiBench(const FakeService& s = {}) : service(s)
+    {
+        current() = this;
+        world.onMisuse([](const ose::Misuse& m) { ADD_FAILURE() << m.text(); });
+        system.setPlatform(static_cast<node::Platform*>(&bus));
+        block = &system.load(slowpiProgram());
+        world.runFor(ose::MS);
+        const PROCESS peer = system.spawn("mp", 20, [this] { listen(); });
+        in([&] {
+            tuiif::state().startState = TUIIF_START_RESTART_READY;
+            tuiif::state().procTuiifMpPid = peer;
+            slowpi::setNeeds(&needs());
+            KvdLoz6TuSlowpi_initiate();
+        });
+    }
+    ~SlowpiBench() { current() = nullptr; }
+
+    // ---- signals --------------------------------------------------------------------------------
+    void in(const std::function<void()>& body)
+    {
+        const RunInSlowpiManager run{RUN_IN_SLOWPI_MANAGER, 0, &body};
+        inject(run);
+    }
+    void injectBytes(std::span<const std::byte> bytes)
+    {
+        system.inject(bytes, system.find("slowpi_manager"), 0);
+        world.runUntil(world.now());
+    }
+    template <typename T>
+    void inject(const T& layout)
+    {
+        injectBytes(std::as_bytes(std::span<const T, 1>(&layout, 1)));
+    }
+    void cfm() { inject(SlowpiInitiateServiceCfm{SLOWPI_INITIATE_SERVICE_CFM, 1, 1}); }
+    void sus() { inject(SlowpiInitiateServiceRej{SLOWPI_INITIATE_SERVICE_SUS, 1, 1}); }
+    void rej() { inject(SlowpiInitiateServiceRej{SLOWPI_INITIATE_SERVICE_REJ, 1, 1}); }
+    void serverDown() { inject(SIGSELECT{SLOWPI_SERVER_DOWN_IND}); }
+    void subscribeRsp(u8 result = 0) { inject(SlowpiResultRsp{SLOWPI_SUBSCRIBE_RSP, result}); }
+    void unsubscribeRsp(u8 result = 0) { inject(SlowpiResultRsp{SLOWPI_UNSUBSCRIBE_RSP, result}); }
+    void mode(u8 m) { inject(KvdTuiifSelectionModeChangeInd{KVD_TUIIF_SELECTION_MODE_CHANGE_IND, m}); }
+    void stopSupervision() { in(KvdLoz6TuSlowpi_unsubscribe); }
+    void supervise(u32 on, u8 type = 11, u32 froId = 5, const std::string& mac = "020304050607")
+    {
+        KvdTuiifSynchPathSupEthInd ind{};
+        ind.path = {KVD_TUIIF_SYNCH_PATH_SUP_IND, type, on, froId, 7};
+        const std::vector<u8> address = bytesOf(mac);
+        std::copy(address.begin(), address.end(), ind.macAddress);
+        inject(ind);
+    }
+    /// `claimed` stands in the length field; left out: the frame's own length.
+    void frame(const std::vector<u8>& bytes, i64 claimed = -1)
+    {
+        const SlowpiFrame head{SLOWPI_RECEIVE_FRAME_IND,
+                               claimed < 0 ? static_cast<u32>(bytes.size()) : static_cast<u32>(claimed)};
+        std::vector<std::byte> signal(sizeof head + bytes.size());
+        std::memcpy(signal.data(), &head, sizeof head);
+        if (!bytes.empty()) std::memcpy(signal.data() + sizeof head, bytes.data(), bytes.size());
+        injectBytes(signal);
+    }
+    void frame(const std::string& hex) { frame(bytesOf(hex)); }
+    /// The timer's own buffer expires now, whether it runs or lies idle.
+    void expire(slowpi::BufferTimer slowpi::State::*timer)
+    {
+        in([timer] {
+            slowpi::BufferTimer& t = slowpi::state().*timer;
+            Signal* sig = t.running ? ose::cancel_tmo_sig(&t.ref) : t.sig;
+            ASSERT_NE(sig, nullptr);
+            KvdLoz6TuSlowpi_dispatch(sig);
+        });
+    }
+    void heartBeat() { expire(&slowpi::State::heartBeat); }
+    void pduMissing() { expire(&slowpi::State::pduMissing); }
+    void runFor_ms(u32 ms) { world.runFor(ms * ose::MS); }
+
+    /// Service up, subscribed, quality used: IF_QL_SEND.
+    void toQlSend()
+    {
+        cfm();
+        mode(1);
+        supervise(1);
+        subscribeRsp();
+        clear();
+    }
+
+    // ---- what came out --------------------------------------------------------------------------
+    slowpi::State state()
+    {
+        ose::DataScope scope(*block);
+        return slowpi::state();
+    }
+    void set(const std::function<void(slowpi::State&)>& change)
+    {
+        in([&] { change(slowpi::state()); });
+    }
+    void clear()
+    {
+        told.clear();
+        service.requests.clear();
+        bus.traces.clear();
+    }
+    std::vector<Told> takeTold()
+    {
+        world.runUntil(world.now());
+        return std::exchange(told, {});
+    }
+    std::vector<std::string> takeRequests() { return std::exchange(service.requests, {}); }
+    std::size_t traces(const std::string& text) const { return bus.countOf(text); }
+    int levelOf(const std::string& text) const { return bus.levelOf(text); }
+
+private:
+    static SlowpiBench*& current()
+    {
+        static SlowpiBench* bench = nullptr;
+        return bench;
+    }
+    static u32 asked(const std::string& what, u32 result)
+    {
+        current()->service.requests.push_back(what);
+        return result;
+    }
+    static const slowpi::Needs& needs()
+    {
+        static int context = 0;
+        static const slowpi::Needs table = {
+            [] {
+                return current()->service.hasMemory ? reinterpret_cast<node::SlowpiContext*>(&context)
+                                                    : nullptr;
+            },
+            [](node::SlowpiContext*) { ++current()->service.freed; },
+            [](node::SlowpiContext*, u32, u32, u32) {
+                return asked("Slowpi_initiateServiceReq", current()->service.initiateResult);
+            },
+            [](node::SlowpiContext*, const Signal*) { return current()->service.internalResult; },
+            [](node::SlowpiContext*, u8 subtype, u32 oui) {
+                EXPECT_EQ(subtype, 10u);
+                EXPECT_EQ(oui, 0x19A7u);
+                return asked("Slowpi_subscribeReq", current()->service.subscribeResult);
+            },
+            [](node::SlowpiContext*, u8 subtype, u32 oui) {
+                EXPECT_EQ(subtype, 10u);
+                EXPECT_EQ(oui, 0x19A7u);
+                return asked("Slowpi_unsubscribeReq", current()->service.subscribeResult);
+            },
+            [](node::SlowpiContext*, u32 length, const u8* frame) {
+                return asked("Slowpi_sendFrameInd " + hexOf(frame, length), current()->service.sendResult);
+            },
+        };
+        return table;
+    }
+
+    void listen()
+    {
+        for (;;) {
+            Signal* sig = ose::receive(ose::ANY_SIGNAL);
+            if (sig->sigNo == KVD_TUIIF_QUALITY_LEVEL_IND) {
+                const auto* q = reinterpret_cast<const KvdTuiifQualityLevelInd*>(sig);
+                told.push_back({"KVD_TUIIF_QUALITY_LEVEL_IND",
+                                {q->froId, q->froClassNo, q->clockQuality, q->tcuDetected}});
+            } else if (sig->sigNo == KVD_TUIIF_PDU_MISSING_IND) {
+                const auto* p = reinterpret_cast<const KvdTuiifPduMissingInd*>(sig);
+                told.push_back({"KVD_TUIIF_PDU_MISSING_IND", {p->froId, p->froClassNo, p->pduMissing}});
+            } else {
+                ADD_FAILURE() << "unexpected signal " << sig->sigNo;
+            }
+            ose::free_buf(&sig);
+        }
+    }
+};
+
+}  // namespace bench
