@@ -88,6 +88,8 @@ public:
     /// The unit's own time on its output, as a receiver's sentences or as binary frames.
     void setGpsOut(bool on);
     void setHptsiOut(bool on);
+    void setHptsiDelay(u16 delay_ns);                // of the time input's cable
+    void askHptsiAttributes();
     void setGpsOslDelay(u16 delay_ns);               // of the sync link's cable
 
     /// Own selection on or off; on looks at the references at once.
@@ -162,7 +164,7 @@ private:
     std::vector<MpReference> supervised_;
     std::vector<Reported> reported_;
     std::vector<Line> lines_;
-    u8 gpsStatus_ = 0, gpsOslStatus_ = 0;   // of the last reports of this connection, 0 before them
+    u8 gpsStatus_ = 0, gpsOslStatus_ = 0, hptsiStatus_ = 0;   // of the last reports of this connection, 0 before them
     ClockStatus status_;
     std::vector<ClockStatus> statuses_;
     std::deque<MpRecord> log_;

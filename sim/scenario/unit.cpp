@@ -21,6 +21,11 @@ Unit::Unit(ose::World& world, const UnitSpec& spec) : world_(world), node_(world
                                              spec.node.name + ".gps");
         node_.board().connect(ReferenceInput::Pps, gps_.get());
     }
+    if (spec.cmcc) {
+        cmcc_ = std::make_unique<CmccSource>(world, node_.serial(), *spec.cmcc, world.seed(),
+                                             spec.node.name + ".cmcc");
+        node_.board().connect(ReferenceInput::Pps, cmcc_.get());
+    }
     node_.idpi().onDelay([this](u16 port) -> std::optional<IdpiDelay> {
         const auto measured = delays_.find(port);
         return measured != delays_.end() ? measured->second() : std::nullopt;
@@ -46,11 +51,13 @@ i64 secondsOf(const MpDate& d)
 
 std::optional<double> Unit::counterAgainstGps_s()
 {
-    if (!gps_) return std::nullopt;
+    if (!gps_ && !cmcc_) return std::nullopt;
     constexpr i64 TURN_s = 1024;
     constexpr ose::Time TURN = TURN_s * ose::SEC;
     // Frame zero is a date of TAI's scale.
-    const i64 gpsSecond = gps_->config().start + gps_->config().leapSeconds - GPS_EPOCH;
+    const i64 gpsSecond = (gps_ ? gps_->config().start + gps_->config().leapSeconds
+                                : cmcc_->config().start + cmcc_->config().leapSeconds) -
+                          GPS_EPOCH;
     const i64 sinceZero = gpsSecond + TAI_AHEAD_OF_GPS -
                           (secondsOf(node_.mainProcessor().config.sfnInitTime) - GPS_EPOCH);
     const ose::Time wanted = ((sinceZero % TURN_s + TURN_s) * ose::SEC + world_.now()) % TURN;
