@@ -7,14 +7,14 @@ namespace {
 
 using namespace hptsi;
 
-struct TimerRow { OSTIME time_ms; SIGSELECT sigNo; const char* name; };
+struct TimerRow { OSTIME time_ms; SIGSELECT sigNo; const char* failed; };
 constexpr TimerRow TIMER_ROWS[TIMERS] = {
-    {5000, KVD_TUHPTSI_OPERATIONAL_TIMEOUT,    "Hptsi Operational"},
-    {1000, KVD_TUHPTSI_VALID_TIME_TIMEOUT,     "hptsiValid"},
-    {4000, KVD_TUHPTSI_SUPR_ALARM_TIMEOUT,     "alarmSupression"},
-    {5050, KVD_TUHPTSI_NO_VALID_TIME_TIMEOUT,  "hptsiNoValid"},
-    {5100, KVD_TUHPTSI_MONITOR_TIMEOUT,        "hptsiMonitor"},
-    {1100, KVD_TUHPTSI_RECEIVE_FRAMES_TIMEOUT, "receiveFrames"},
+    {5000, KVD_TUHPTSI_OPERATIONAL_TIMEOUT,    "Timer Hptsi Operational failed to start!"},
+    {1000, KVD_TUHPTSI_VALID_TIME_TIMEOUT,     "Timer hptsiValid failed to start!"},
+    {4000, KVD_TUHPTSI_SUPR_ALARM_TIMEOUT,     "Timer alarmSupression failed to start!"},
+    {5050, KVD_TUHPTSI_NO_VALID_TIME_TIMEOUT,  "Timer hptsiNoValid failed to start!"},
+    {5100, KVD_TUHPTSI_MONITOR_TIMEOUT,        "Timer hptsiMonitor failed to start!"},
+    {1100, KVD_TUHPTSI_RECEIVE_FRAMES_TIMEOUT, "Timer receiveFrames failed to start!"},
 };
 
 constexpr double WEEK_s = 604800.0;
@@ -219,7 +219,7 @@ void hptsi::startTimer(TimerId id)
     TimerRef& ref = state().timers[id].ref;
     ref = ose::request_tmo_sig(row.time_ms, &sig);
     if (ref != 0) return;
-    KVD_TRACE(TRACE_TUHPTSI, TRACE_ERROR, "Timer %s failed to start!", row.name);
+    KVD_TRACE(TRACE_TUHPTSI, TRACE_ERROR, "%s", row.failed);
     ose::free_buf(&sig);
 }
 
