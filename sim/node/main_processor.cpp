@@ -15,8 +15,7 @@ constexpr u32 ACCEPTED_PV = 22;
 constexpr std::size_t LOG_MAX = 100'000;
 
 // Usable references in the status word, a bit each.
-constexpr u32 TU_REF_BIT = 0x20, IDL1_BIT = 0x40, IDL2_BIT = 0x100,
-              HPTSI_BIT = 0x200, GPSOSL_BIT = 0x2000;
+constexpr u32 TU_REF_BIT = 0x20, IDL1_BIT = 0x40, IDL2_BIT = 0x100, GPSOSL_BIT = 0x2000;
 constexpr u32 LINES = 5;
 
 // Reference state of packet references, and of Ethernet ports.
@@ -32,7 +31,6 @@ u32 bitOf(u8 refType)
     case TU_REF:     return TU_REF_BIT;
     case IDL1_REF:   return IDL1_BIT;
     case IDL2_REF:   return IDL2_BIT;
-    case HPTSI_REF:  return HPTSI_BIT;
     case GPSOSL_REF: return GPSOSL_BIT;
     default:         return 0;
     }
@@ -204,6 +202,19 @@ void MainProcessor::setHptsiOut(bool on)
     sendLayout(KvdTuiifSetHptsioutInd{KVD_TUIIF_SET_HPTSIOUT_IND, on ? 1u : 0u});
 }
 
+void MainProcessor::setHptsiDelay(u16 delay_ns)
+{
+    KvdTuiifSetHptsiDelayInd ind{};
+    ind.sigNo = KVD_TUIIF_SET_HPTSI_DELAY_IND;
+    ind.delay = delay_ns;
+    sendLayout(ind);
+}
+
+void MainProcessor::askHptsiAttributes()
+{
+    sendLayout(KvdTuiifHptsiAttribReq{KVD_TUIIF_HPTSI_ATTRIB_REQ, 0});
+}
+
 void MainProcessor::setGpsOslDelay(u16 delay_ns)
 {
     KvdTuiifSetGpsoslDelayInd ind{};
@@ -250,6 +261,7 @@ bool MainProcessor::usable(const MpReference& ref) const
     // A receiver's return is told by its own status alone, not by a new clock status.
     if (ref.refType == GPS_REF) return gpsStatus_ == GPS_STATUS_OK;
     if (ref.refType == GPSOSL_REF) return gpsOslStatus_ == GPS_STATUS_OK;
+    if (ref.refType == HPTSI_REF) return hptsiStatus_ == GPS_STATUS_OK;
     return (status_.refState & bitOf(ref.refType)) != 0;
 }
 
@@ -306,6 +318,7 @@ void MainProcessor::onSignal(Signal* sig, PROCESS from)
     case KVD_TUIIF_INITIATE_SERVICE_REQ: onInitiate(received); break;
     case KVD_TUIIF_BVQ_STATUS_IND:       onStatusInd(received); break;
     case KVD_TUIIF_GPS_STATUS_IND:
+    case KVD_TUIIF_HPTSI_STATUS_IND:
     case KVD_TUIIF_GPSOSL_STATUS_IND:    onReceiverStatus(received); break;
     case KVD_TUIIF6_BVQ_REF_STATE_IND:   onRefState(received); break;
     case KVD_TUIIF_ET_FROID_IND:         onEtFroid(received); break;
@@ -352,7 +365,7 @@ void MainProcessor::onInitiate(const MpRecord& received)
     created_.clear();
     levels_.clear();
     selected_ = none();
-    gpsStatus_ = gpsOslStatus_ = 0;
+    gpsStatus_ = gpsOslStatus_ = hptsiStatus_ = 0;
     status_ = {};
     status_.at = node_.world().now();
 
@@ -398,9 +411,9 @@ void MainProcessor::onReceiverStatus(const MpRecord& received)
         if (!ind) return;
         gpsStatus_ = ind->gpsStatus;
     } else {
-        const auto ind = received.as<KvdTuiifGpsoslStatusInd>();
+        const auto ind = received.as<KvdTuiifGpsoslStatusInd>();    // the time input's, too
         if (!ind) return;
-        gpsOslStatus_ = ind->status;
+        (received.sigNo == KVD_TUIIF_HPTSI_STATUS_IND ? hptsiStatus_ : gpsOslStatus_) = ind->status;
     }
     applyPolicy();
 }
@@ -622,6 +635,9 @@ std::string MainProcessor::describe(const MpRecord& record)
     } else if (const auto g = record.as<KvdTuiifGpsStatusInd>();
                record.sigNo == KVD_TUIIF_GPS_STATUS_IND && g) {
         std::snprintf(text, sizeof text, "%s gpsStatus=%u %.131s", name, g->gpsStatus, g->text);
+    } else if (const auto h = record.as<KvdTuiifHptsiStatusInd>();
+               record.sigNo == KVD_TUIIF_HPTSI_STATUS_IND && h) {
+        std::snprintf(text, sizeof text, "%s status=%u %.131s", name, h->status, h->text);
     } else if (const auto q = record.as<KvdTuiifQualityLevelInd>();
                record.sigNo == KVD_TUIIF_QUALITY_LEVEL_IND && q) {
         std::snprintf(text, sizeof text, "%s froId=%u froClassNo=%u clockQuality=%u", name,

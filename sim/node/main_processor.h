@@ -88,6 +88,8 @@ public:
     /// The unit's own time on its output, as a receiver's sentences or as binary frames.
     void setGpsOut(bool on);
     void setHptsiOut(bool on);
+    void setHptsiDelay(u16 delay_ns);                // of the time input's cable
+    void askHptsiAttributes();
     void setGpsOslDelay(u16 delay_ns);               // of the sync link's cable
 
     // Packet references: the configured list is what an audit is answered with.
@@ -185,6 +187,7 @@ private:
     std::vector<std::pair<u32, u32>> created_;       // packet references: froId, froClassNo
     std::vector<Level> levels_;
     u8 gpsStatus_ = 0, gpsOslStatus_ = 0;   // of the last reports of this connection, 0 before them
+    u8 gpsStatus_ = 0, gpsOslStatus_ = 0, hptsiStatus_ = 0;   // of the last reports of this connection, 0 before them
     ClockStatus status_;
     std::vector<ClockStatus> statuses_;
     std::deque<MpRecord> log_;

@@ -15,6 +15,7 @@ namespace sim {
 std::unique_ptr<Link> makeLink(ose::World& world, const LinkSpec& spec, Unit& from, Unit& to)
 {
     switch (spec.kind) {
+    case LinkKind::Hptsi:
     case LinkKind::GpsOut: return std::make_unique<GpsOutLink>(world, spec, from, to);
     case LinkKind::Idl1:   return std::make_unique<BfnLink>(world, spec, from, to);
     case LinkKind::Idl2:   return std::make_unique<CpriLink>(world, spec, from, to);

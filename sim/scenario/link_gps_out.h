@@ -1,5 +1,5 @@
 // link_gps_out.h - A unit's GPS output at another unit: its 1PPS at the receiver's input, its serial
-// line at the receiver's. The other way the line carries nothing.
+// line at the receiver's. The other way the line carries nothing. Sentences and binary frames pass alike.
 #pragma once
 #include "sim/board/edge_source.h"
 #include "sim/clock/random.h"

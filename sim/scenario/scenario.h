@@ -3,6 +3,7 @@
 #include "sim/net/ptp_master.h"
 #include "sim/node/node_config.h"
 #include "sim/refs/esmc_peer.h"
+#include "sim/refs/cmcc_source.h"
 #include "sim/refs/gps_receiver_config.h"
 #include "sim/refs/line_source.h"
 #include "sim/scenario/table_reader.h"
@@ -25,11 +26,13 @@ struct UnitSpec {
     std::map<ReferenceInput, LineConfig> inputs;
     std::optional<GpsReceiverConfig> gps;
     std::vector<EsmcPeerConfig> esmc;    // far ends of the Ethernet ports
+    std::optional<CmccSourceConfig> cmcc;
     double start_s = 0;              // when its power comes
 };
 
 enum class LinkKind : u8 {
     GpsOut,       // the output of one unit at the receiver's input of the other
+    Hptsi,        // the same with binary frames, at its time input
     Idl1,         // words between the boards
     Idl2,         // delays that the port servers measure, carried by the main processors
 };
@@ -157,6 +160,11 @@ GpsReceiverConfig readGps(const toml::table& table, const std::string& file);
 /// Empty when `word` is none of the receiver's events.
 std::function<void(Unit&)> readGpsEvent(const std::string& word, TableReader& t,
                                         const UnitSpec& unit);
+/// UTC at the beginning of the run, "start", s since 1970.
+i64 readStart(TableReader& t);
+CmccSourceConfig readCmcc(const toml::table& table, const std::string& file);
+/// Empty when `word` is none of the time input's events.
+std::function<void(Unit&)> readHptsiEvent(const std::string& word, TableReader& t, const UnitSpec& unit);
 /// Servers of the inter-unit links; the event is empty when `word` is none of theirs.
 void readIdlServers(TableReader& t, const std::string& file, NodeConfig& node);
 std::function<void(Unit&)> readRestartEvent(const std::string& word, TableReader& t,

@@ -161,6 +161,14 @@ Action eventOf(const std::string& word, TableReader& t, const UnitSpec& unit)
 
 }  // namespace
 
+i64 readStart(TableReader& t)
+{
+    const i64 start = secondsSince1970(t.dateTime(
+        "start", toml::date_time{toml::date{2024, 1, 1}, toml::time{0, 0, 0}}));
+    if (start < nmea::GPS_EPOCH) t.fail("start", "GPS time begins at 1980-01-06");
+    return start;
+}
+
 GpsReceiverConfig readGps(const toml::table& table, const std::string& file)
 {
     TableReader t(table, file, "gps");
@@ -168,10 +176,8 @@ GpsReceiverConfig readGps(const toml::table& table, const std::string& file)
     readModel(t, c);
     readPlace(t, c);
     c.powered = t.boolean("powered", c.powered);
-    c.start = secondsSince1970(t.dateTime(
-        "start", toml::date_time{toml::date{2024, 1, 1}, toml::time{0, 0, 0}}));
+    c.start = readStart(t);
     c.leapSeconds = static_cast<i32>(t.integer("leap_seconds", 0, 99, c.leapSeconds));
-    if (c.start < nmea::GPS_EPOCH) t.fail("start", "GPS time begins at 1980-01-06");
     c.weekBase = static_cast<i32>(t.integer("week_base", -1, 65535, c.weekBase));
     if (t.has("sentence_delay"))
         c.sentenceDelay = sentenceDelay(t, "sentence_delay", t.seconds("sentence_delay"));

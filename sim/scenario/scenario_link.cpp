@@ -24,8 +24,8 @@ LinkSpec readLink(const toml::table& table, const std::string& file, const Scena
     constexpr double NS = 1e-9;
     TableReader t(table, file, "link");
     LinkSpec l;
-    l.kind = t.choice<LinkKind>("type", {{"gps_out", LinkKind::GpsOut}, {"idl1", LinkKind::Idl1},
-                                          {"idl2", LinkKind::Idl2}});
+    l.kind = t.choice<LinkKind>("type", {{"gps_out", LinkKind::GpsOut}, {"hptsi", LinkKind::Hptsi},
+                                          {"idl1", LinkKind::Idl1}, {"idl2", LinkKind::Idl2}});
     l.from = unitOf(t, "from", scenario);
     l.to = unitOf(t, "to", scenario);
     if (l.from == l.to) t.fail("to", "a link has two ends");
@@ -40,10 +40,10 @@ LinkSpec readLink(const toml::table& table, const std::string& file, const Scena
         l.fromPort = static_cast<u16>(t.integer("from_port", 1, 6, 1));
         l.toPort = static_cast<u16>(t.integer("to_port", 1, 6, 1));
     }
-    if (l.kind == LinkKind::GpsOut) {
+    if (l.kind == LinkKind::GpsOut || l.kind == LinkKind::Hptsi) {
         const auto to = std::find_if(scenario.units.begin(), scenario.units.end(),
                                      [&](const UnitSpec& u) { return u.node.name == l.to; });
-        if (to->gps || to->inputs.contains(ReferenceInput::Pps))
+        if (to->gps || to->cmcc || to->inputs.contains(ReferenceInput::Pps))
             t.fail("to", "the input 'pps' of '" + l.to + "' has another signal");
     }
     t.finish();

@@ -216,6 +216,11 @@ UnitSpec readUnit(const toml::table& table, const std::string& file)
         if (u.inputs.contains(ReferenceInput::Pps))
             t.fail("gps", "its 1PPS takes the input 'pps'; there is another signal");
     }
+    if (const toml::table* const cmcc = t.table("cmcc")) {
+        u.cmcc = readCmcc(*cmcc, file);
+        if (u.gps || u.inputs.contains(ReferenceInput::Pps))
+            t.fail("cmcc", "its 1PPS takes the input 'pps'; there is another signal");
+    }
     if (const toml::array* const references = t.tables("reference"))
         for (const toml::node& entry : *references)
             n.mainProcessor.references.push_back(readReference(*entry.as_table(), file));

@@ -24,6 +24,11 @@ Unit::Unit(ose::World& world, const UnitSpec& spec) : world_(world), node_(world
     }
     for (const EsmcPeerConfig& peer : spec.esmc)
         esmc_.emplace(peer.port, std::make_unique<EsmcPeer>(node_, peer));
+    if (spec.cmcc) {
+        cmcc_ = std::make_unique<CmccSource>(world, node_.serial(), *spec.cmcc, world.seed(),
+                                             spec.node.name + ".cmcc");
+        node_.board().connect(ReferenceInput::Pps, cmcc_.get());
+    }
     node_.idpi().onDelay([this](u16 port) -> std::optional<IdpiDelay> {
         const auto measured = delays_.find(port);
         return measured != delays_.end() ? measured->second() : std::nullopt;
@@ -63,6 +68,15 @@ std::optional<double> Unit::counterAgainstGps_s()
     constexpr ose::Time TURN = TURN_s * ose::SEC;
     // Frame zero is a date of TAI's scale.
     const i64 sinceZero = *tai - secondsOf(node_.mainProcessor().config.sfnInitTime);
+    if (!gps_ && !cmcc_) return std::nullopt;
+    constexpr i64 TURN_s = 1024;
+    constexpr ose::Time TURN = TURN_s * ose::SEC;
+    // Frame zero is a date of TAI's scale.
+    const i64 gpsSecond = (gps_ ? gps_->config().start + gps_->config().leapSeconds
+                                : cmcc_->config().start + cmcc_->config().leapSeconds) -
+                          GPS_EPOCH;
+    const i64 sinceZero = gpsSecond + TAI_AHEAD_OF_GPS -
+                          (secondsOf(node_.mainProcessor().config.sfnInitTime) - GPS_EPOCH);
     const ose::Time wanted = ((sinceZero % TURN_s + TURN_s) * ose::SEC + world_.now()) % TURN;
     const CounterTriple c = node_.board().counter();
     const i64 halves = ((c.mfn * 4096LL + c.sfn) * 1'228'800 + c.inc) * 2 + c.half;

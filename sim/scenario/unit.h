@@ -1,6 +1,7 @@
 // unit.h - A unit of a scenario in its world: its node and the sources at its inputs.
 #pragma once
 #include "sim/node/node.h"
+#include "sim/refs/cmcc_source.h"
 #include "sim/refs/gps_receiver.h"
 #include "sim/refs/line_source.h"
 #include "sim/scenario/scenario.h"
@@ -20,6 +21,7 @@ public:
     LineSource& input(ReferenceInput input) { return *sources_.at(input); }
     GpsReceiver& gps() { return *gps_; }
     EsmcPeer& esmc(u32 port) { return *esmc_.at(port); }
+    CmccSource& cmcc() { return *cmcc_; }
     /// What the port server measures on a port that a link is at.
     void onDelay(u16 port, std::function<std::optional<IdpiDelay>()> measure)
     {
@@ -27,6 +29,8 @@ public:
     }
     /// Frame counter against true GPS time as the node's date of frame zero places it, within half a
     /// turn of 1024 s, positive when ahead; nothing without a receiver or a packet time reference.
+    /// turn of 1024 s, positive when ahead; nothing without a receiver
+    /// or a source of the time of day.
     std::optional<double> counterAgainstGps_s();
 
 private:
@@ -38,6 +42,7 @@ private:
     std::map<ReferenceInput, std::unique_ptr<LineSource>> sources_;
     std::unique_ptr<GpsReceiver> gps_;
     std::map<u32, std::unique_ptr<EsmcPeer>> esmc_;
+    std::unique_ptr<CmccSource> cmcc_;
     std::map<u16, std::function<std::optional<IdpiDelay>()>> delays_;
 };
 

@@ -8,6 +8,7 @@
 #include "gps/kvd_gps_state.h"
 #include "iif/tuiif_sig.h"
 #include "ref/ref_types.h"
+#include "reg/kvd_reg_time_of_day.h"
 
 namespace gps {
 
@@ -33,8 +34,7 @@ struct State {
     PROCESS waiter = 0;                   // who asked for a module or antenna answer
     u32 numberOfNmeaMsgs = 0;
     double gpsCompensationDelay = 0.0;    // s
-    double delta0_pre = 0.0;              // s, NMEA time minus latched time
-    u32 preTimeOffset_c = 2;              // seconds that must agree before the time is used
+    TimeOfDayGate gate;
 
     TimerRef suprAlarmTmoRef = 0;
     TimerRef additionalInfoSuprTmoRef = 0;

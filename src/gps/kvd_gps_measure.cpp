@@ -17,52 +17,10 @@ using gps::state;
 constexpr u32 TIME_NONE = 0, TIME_PULSE_ONLY = 3, TIME_WAITING = 4, TIME_UNKNOWN_STATE = 6,
               TIME_VALID = 7;
 
-constexpr double T_MOD_1PPS = 1.0;                  // s, the pulse alone
 constexpr double R_ALL_GPS_REF     = 1e-14;         // s^2, bounds of the adapted noise
 constexpr double R_ALL_GPS_REF_MIN = 5e-16;
 constexpr double R_GPS_OUT         = 1e-18;         // another unit's output
-constexpr double PRE_TIME_TOLERANCE = 0.1;          // s
-constexpr u32 PRE_TIME_SECONDS = 2;
 constexpr double DELAY_STEP = 1e-7;                 // s, above it noise adaptation begins anew
-
-/// Time of the receiver as a pair for calcZ, and the modulus that goes with it.
-struct ReferenceTime {
-    double time[2] = {0.0, 0.0};
-    double t_mod = T_MOD_1PPS;
-};
-
-/// GPS time on the scale of the node's time: whole seconds modulo 2^32 and the fraction. With the
-/// seconds in the fine part a double would hold the phase to 238 ns only.
-ReferenceTime referenceTimeOf(double gpsTime)
-{
-    const double time = gpsTime - KvdLoz6TuReg_sfcGpsOffset();
-    const double seconds = std::floor(time);
-    const double turns = std::floor(seconds / TMOD_GPS_NMEA);
-    return {{seconds - turns * TMOD_GPS_NMEA, time - seconds}, TMOD_GPS_NMEA};
-}
-
-/// A wrong sentence must not step the clock: the time counts once it agrees with the pulses for
-/// some seconds. False while it doesn't count yet.
-bool agreesWithPulses(double nmeaTime, double latchedTime)
-{
-    if (state().preTimeOffset_c == 0) return true;
-    if (std::fabs(nmeaTime - (latchedTime + state().delta0_pre)) < PRE_TIME_TOLERANCE) {
-        --state().preTimeOffset_c;
-    } else {
-        state().delta0_pre = nmeaTime - latchedTime;
-        state().preTimeOffset_c = PRE_TIME_SECONDS;
-    }
-    return false;
-}
-
-ReferenceTime referenceTimeAt(const double latched[2], u32 (*timeQuery)(double& time))
-{
-    double gpsTime = 0.0;
-    if (timeQuery(gpsTime) != TIME_VALID) return {};
-    const ReferenceTime reference = referenceTimeOf(gpsTime);
-    const double nmeaTime = reference.time[0] + reference.time[1];
-    return agreesWithPulses(nmeaTime, latched[0] + latched[1]) ? reference : ReferenceTime{};
-}
 
 void clampNoise()
 {
@@ -126,7 +84,10 @@ bool gps::observe(u32 (*timeQuery)(double& time), void (*setNoise)(u32 z_i), Obs
     LatchedEdge edge{};
     if (KvdLoz6TuReg_handleRefClkInt(edge) == 0) return false;
     edge.time[1] -= state().gpsCompensationDelay + KvdLoz6TuReg_getPp1sBoardDelay();
-    const ReferenceTime reference = referenceTimeAt(edge.time, timeQuery);
+    double gpsTime = 0.0;
+    ReferenceTime reference;
+    if (timeQuery(gpsTime) == TIME_VALID)
+        reference = KvdLoz6TuReg_timeOfPulse(state().gate, gpsTime, edge.time);
     setNoise(edge.z_i);
     TimePair zPair{};
     KvdLoz6TuReg_calcZ(reference.t_mod, edge.time, reference.time, o.z, zPair, o.phase);
@@ -161,6 +122,6 @@ void gps::setCompensationDelay(u16 delay_ns)
     state().gpsCompensationDelay = delay;
 }
 
-void   KvdLoz6TuGps_clearPreTimeOffset() { state().preTimeOffset_c = 0; }
-u32    KvdLoz6TuGps_preTimeOffset() { return state().preTimeOffset_c; }
+void   KvdLoz6TuGps_clearPreTimeOffset() { state().gate.preTimeOffset_c = 0; }
+u32    KvdLoz6TuGps_preTimeOffset() { return state().gate.preTimeOffset_c; }
 double KvdLoz6TuGps_compensationDelay() { return state().gpsCompensationDelay; }

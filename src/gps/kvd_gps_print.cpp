@@ -224,8 +224,8 @@ void printFrontEnd()
                 yesNo(receiver.timeNotValid));
     shellPrintf("   gpsCurrentTime         : %s s\n", TuCommon_text(receiver.gpsCurrentTime));
     shellPrintf("   gpsCompensationDelay   : %s s\n", TuCommon_text(s.gpsCompensationDelay));
-    shellPrintf("   delta0_pre             : %s s\n", TuCommon_text(s.delta0_pre));
-    shellPrintf("   preTimeOffset_c        : %u\n", s.preTimeOffset_c);
+    shellPrintf("   delta0_pre             : %s s\n", TuCommon_text(s.gate.delta0_pre));
+    shellPrintf("   preTimeOffset_c        : %u\n", s.gate.preTimeOffset_c);
     shellPrintf("   selectionProcessMode   : %u\n", u32{s.selectionProcessMode});
     shellPrintf("   mode retries           : %u\n", u32{s.modeRetries});
 }

@@ -11,6 +11,7 @@
 #include "mgr/tu_coli_int.h"
 #include "node/platform.h"
 #include "ref/kvd_ref.h"
+#include "refs/kvd_hptsi.h"
 
 #include <algorithm>
 #include <charconv>
@@ -219,19 +220,22 @@ int gpssend(int argc, char** argv)
     return done("\nNMEA message sent to GPS module\n");
 }
 
-/// The dedicated time input isn't part of this load: what it is told here has no taker.
 int genhptsisource(int argc, char** argv)
 {
     constexpr u32 SOURCES = 5;
+    if (argc == 2 && is(argv[1], "stop")) {
+        KvdLoz6TuHptsi_overrideClockSource(false, 0);
+        return done("genhptsisource disabled");
+    }
     u32 source = SOURCES;
-    if (argc == 2 && !is(argv[1], "stop")) {
+    if (argc == 2) {
         const char* const text = argv[1];
         const bool isHex = text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
         const char* const last = text + std::strlen(text);
         const auto [stop, error] = std::from_chars(text + (isHex ? 2 : 0), last, source, isHex ? 16 : 10);
         if (error != std::errc() || stop != last) source = SOURCES;
     }
-    if (argc != 2 || (!is(argv[1], "stop") && source >= SOURCES))
+    if (source >= SOURCES)
         return refuse("Usage: genhptsisource [0x00|0x01|0x02|0x03|0x04|stop]\n"
                       "  - 0x00 BeiDou\n"
                       "  - 0x01 GPS\n"
@@ -239,7 +243,8 @@ int genhptsisource(int argc, char** argv)
                       "  - 0x03 other supported\n"
                       "  - 0x04 other unsupported\n"
                       "  - stop received value is used\n");
-    return notRunning(argc, argv);
+    KvdLoz6TuHptsi_overrideClockSource(true, static_cast<u8>(source));
+    return done("genhptsisource enabled");
 }
 
 int gengpssstatus(int argc, char** argv) { return overrideValue(GPSS_STATUS, argc, argv); }

@@ -431,6 +431,7 @@ void KvdLoz6TuRef_startWithStatus(u32 row, u32 status)
     table().gps.forceStatus = 1;
     KvdLoz6TuGps_setForceReport(1);
     table().hptsi.forceStatus = 1;
+    KvdLoz6TuHptsi_setForceReport(1);
     table().gpsOsl.forceStatus = 1;
     KvdLoz6GpsOsl_setForceReport(1);
     filterEnd(row);   // no waiting at the start: straight to ON or OFF

@@ -171,7 +171,7 @@ void replayPreTime(const json& given, const json& out)
             EXPECT_NEAR(replay.meas().measRefData.z + replay.offset(), latched - time, 1e-7);
         }
         replay.in([&] {
-            EXPECT_NEAR(gps::state().delta0_pre, after["delta0_pre"].get<double>(), 1e-7);
+            EXPECT_NEAR(gps::state().gate.delta0_pre, after["delta0_pre"].get<double>(), 1e-7);
         });
     }
 }

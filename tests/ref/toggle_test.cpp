@@ -129,7 +129,7 @@ TEST(Path, StartsOffWithoutSignalAndSaysSo)
     EXPECT_EQ(unit.traces("started supervision of synch ref. #0"), 1u);
 }
 
-TEST(Path, EndOfSupervisionStopsTheFilterAndStoresWithoutSending)
+TEST(Path, EndOfSupervisionStopsTheFilterAndStoresMostlyWithoutSending)
 {
     for (const Path& path : PATHS) {
         SCOPED_TRACE(path.name);
@@ -150,7 +150,8 @@ TEST(Path, EndOfSupervisionStopsTheFilterAndStoresWithoutSending)
         unit.ms(70'000);
         EXPECT_EQ(unit.refStatus(path.row), REF_STATUS_UNK);
         EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_gpsExtToggle), NO_TOGGLE);
-        EXPECT_EQ(unit.node.mainProcessor().count(KVD_TUIIF_BVQ_STATUS_IND), before);
+        const std::size_t reports = path.refType == HPTSI_REF ? 1 : 0;   // the time input tells its end
+        EXPECT_EQ(unit.node.mainProcessor().count(KVD_TUIIF_BVQ_STATUS_IND), before + reports);
     }
 }
 

@@ -72,27 +72,29 @@ TEST(BfnLink, BothEndsTogetherGiveDifferenceAndDelay)
     EXPECT_TRUE(bfnOf(p.to.node().board()).parity);
 }
 
-TEST(GpsOutLink, PulseAndTextArriveOfAnOutputThatIsOn)
+TEST(OutputLink, PulseAndBytesArriveOfAnOutputThatIsOn)
 {
-    Pair p;
-    const auto link = p.link(LinkKind::GpsOut, 100e-9);
-    auto& edges = dynamic_cast<EdgeSource&>(*link);
-    p.world.runFor(3 * ose::SEC);
-    EXPECT_FALSE(edges.present());                              // the output is off
-    Board& board = p.from.node().board();
-    board.write(board.config().baseB + 0x20, 0x48);             // no reference, output on
-    std::vector<ose::Time> seen;
-    edges.changed = [&] {
-        if (const ose::Time at = edges.nextEdge(p.world.now()); at >= 0) seen.push_back(at - p.world.now());
-    };
-    p.world.runFor(5 * ose::SEC);
-    EXPECT_TRUE(edges.present());
-    ASSERT_EQ(seen.size(), 5u);
-    for (const ose::Time way : seen) EXPECT_EQ(way, 140'000);   // 40 ns to the connector, 100 ns of cable
-    link->setFault(LinkFault::NoPulse, 1);
-    p.world.runFor(3 * ose::SEC);
-    EXPECT_FALSE(edges.present());
-    EXPECT_EQ(seen.size(), 5u);
+    for (const LinkKind kind : {LinkKind::GpsOut, LinkKind::Hptsi}) {
+        Pair p;
+        const auto link = p.link(kind, 100e-9);
+        auto& edges = dynamic_cast<EdgeSource&>(*link);
+        p.world.runFor(3 * ose::SEC);
+        EXPECT_FALSE(edges.present());                              // the output is off
+        Board& board = p.from.node().board();
+        board.write(board.config().baseB + 0x20, 0x48);             // no reference, output on
+        std::vector<ose::Time> seen;
+        edges.changed = [&] {
+            if (const ose::Time at = edges.nextEdge(p.world.now()); at >= 0) seen.push_back(at - p.world.now());
+        };
+        p.world.runFor(5 * ose::SEC);
+        EXPECT_TRUE(edges.present());
+        ASSERT_EQ(seen.size(), 5u);
+        for (const ose::Time way : seen) EXPECT_EQ(way, 140'000);   // 40 ns to the connector, 100 ns of cable
+        link->setFault(LinkFault::NoPulse, 1);
+        p.world.runFor(3 * ose::SEC);
+        EXPECT_FALSE(edges.present());
+        EXPECT_EQ(seen.size(), 5u);
+    }
 }
 
 }  // namespace

@@ -1,0 +1,556 @@
+// The time input: frames out of bytes, what a damaged or unusable one still does, the way of the state up
+// and down, what the main processor is told, the measurement.
+#include "tests/refs/hptsi_line.h"
+
+#include "iif/tuiif_sig.h"
+#include "reg/support/measure_bench.h"
+#include "tests/iif/iif_bench.h"
+
+#include <functional>
+
+namespace {
+
+using namespace hptsi;
+using bench::Bytes;
+using bench::HptsiUnit;
+using bench::infoFrame;
+using bench::RAW_1PPS;
+using bench::stateFrame;
+using Statuses = std::vector<std::string>;
+
+// ---- bytes and frames ---------------------------------------------------------------------------
+
+std::vector<Bytes> framesOf(const Bytes& bytes)
+{
+    CmccReader reader;
+    std::vector<Bytes> frames;
+    for (const u8 byte : bytes)
+        if (KvdLoz6TuHptsi_takeByte(reader, byte))
+            frames.emplace_back(reader.buffer.begin(), reader.buffer.begin() + CMCC_FRAME_READ);
+    return frames;
+}
+
+Bytes operator+(Bytes a, const Bytes& b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+Bytes first(const Bytes& bytes, std::size_t count) { return Bytes(bytes.begin(), bytes.begin() + static_cast<long>(count)); }
+
+TEST(CmccReading, EveryByteDamaged)
+{
+    // A frame that lost its head is nothing; any other goes on, since the checksum isn't looked at. What
+    // follows is read as if nothing had been, unless the damage made a head out of data.
+    const Bytes good = infoFrame(0x01020304, 2245), next = stateFrame();
+    for (std::size_t at = 0; at < good.size(); ++at) {
+        for (const u8 flip : {0x01, 0x80, 0xFF}) {
+            SCOPED_TRACE(testing::Message() << "byte " << at << " flipped by " << int{flip});
+            Bytes damaged = good;
+            damaged[at] ^= flip;
+            const auto frames = framesOf(damaged + next);
+            const std::size_t wanted = at < 2 ? 1 : 2;
+            ASSERT_EQ(frames.size(), wanted);
+            if (wanted == 2) {
+                EXPECT_EQ(frames[0], first(damaged, 20));
+            }
+            EXPECT_EQ(frames.back(), first(next, 20));
+        }
+    }
+}
+
+TEST(CmccReading, AFrameOneByteShortTakesTheNextOnesHead)
+{
+    const Bytes good = infoFrame(7), next = stateFrame();
+    for (std::size_t lost = 2; lost < 23; ++lost) {
+        SCOPED_TRACE(lost);
+        Bytes cut = good;
+        cut.erase(cut.begin() + static_cast<long>(lost));
+        // The three last bytes aren't read: their loss is none. A byte lost before moves one of them in.
+        const auto frames = framesOf(cut + next + good);
+        ASSERT_EQ(frames.size(), 3u);
+        EXPECT_EQ(frames[0], first(cut, 20));
+        EXPECT_EQ(frames[1], first(next, 20));
+    }
+    // The source stopped in the middle: the next frame fills up and is lost, but for one whose "C" alone did.
+    for (const std::size_t kept : {19u, 18u, 10u, 5u}) {
+        SCOPED_TRACE(kept);
+        const auto frames = framesOf(first(good, kept) + next + good);
+        ASSERT_EQ(frames.size(), kept == 19 ? 3u : 2u);
+        EXPECT_EQ(frames[0], first(good, kept) + first(next, 20 - kept));
+        EXPECT_EQ(frames.back(), first(good, 20));
+    }
+}
+
+TEST(CmccReading, Verdicts)
+{
+    struct Case { std::size_t length; u8 id; CmccVerdict verdict; };
+    for (const Case& c : std::to_array<Case>({{0, 3, CmccVerdict::WrongLength},
+                                              {7, 3, CmccVerdict::WrongLength},
+                                              {8, 3, CmccVerdict::TimeState},
+                                              {24, 0x20, CmccVerdict::TimeInfo},
+                                              {25, 0x20, CmccVerdict::WrongLength},
+                                              {20, 0x21, CmccVerdict::UnknownId},
+                                              {20, 0, CmccVerdict::UnknownId},
+                                              {20, 0x83, CmccVerdict::UnknownId}})) {
+        SCOPED_TRACE(testing::Message() << c.length << " " << int{c.id});
+        Bytes frame(c.length);
+        if (c.length > 3) frame[3] = c.id;
+        EXPECT_EQ(KvdLoz6TuHptsi_frameVerdict(frame), c.verdict);
+    }
+    const CmccTimeInfo all = KvdLoz6TuHptsi_timeInfoOf(infoFrame(0xFFFFFFFF, 0xFFFF, 4, -128, 255));
+    EXPECT_EQ(all.tow, 0xFFFFFFFF);
+    EXPECT_EQ(all.week, 0xFFFF);
+    EXPECT_EQ(all.leapSec, -128);
+    EXPECT_EQ(all.pp1sState, 4);
+    EXPECT_EQ(all.tacc, 255);
+    const CmccTimeInfo cut = KvdLoz6TuHptsi_timeInfoOf(first(infoFrame(5, 6, 1), 15));
+    EXPECT_EQ(cut.tow, 5u);
+    EXPECT_EQ(cut.week, 0u);                            // of its two bytes one is missing, the other is 0
+    EXPECT_EQ(cut.pp1sState, 0u);
+}
+
+TEST(CmccReading, WhichTimesCount)
+{
+    struct Case { const char* what; Bytes frame; u32 infoValid, stateValid; };
+    const Case cases[] = {
+        {"normal", infoFrame(9), 1, 0},           {"atomic", infoFrame(9, 1, 1), 1, 0},
+        {"unavailable", infoFrame(9, 1, 2), 0, 0}, {"crystal", infoFrame(9, 1, 3), 0, 0},
+        {"bearer", infoFrame(9, 1, 4), 0, 0},     {"unknown", infoFrame(9, 1, 255), 0, 0},
+        {"state 0", stateFrame(0), 0, 1},         {"state 4", stateFrame(4), 0, 0},
+        {"state 5", stateFrame(5), 0, 1},         {"state 0x80", stateFrame(0x80), 0, 0},
+        {"state 0x85", stateFrame(0x85), 0, 0},   {"state 0x8000", stateFrame(0x8000), 0, 1},
+    };
+    HptsiUnit unit;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        unit.node.inProgram([] { return hptsi::state().timeInfoValid = hptsi::state().timeStateValid = 0; });
+        unit.feed(c.frame, 5);
+        EXPECT_EQ(unit.state().timeInfoValid, c.infoValid);
+        EXPECT_EQ(unit.state().timeStateValid, c.stateValid);
+    }
+}
+
+/// Straight to the manager, as a serial process might.
+void frameSignal(HptsiUnit& unit, const Bytes& bytes, u32 length, u32 buffer)
+{
+    std::vector<std::byte> sig(buffer);
+    const SIGSELECT number = KVD_TUHPTSI_CMCC_FRAME_REC;
+    std::memcpy(sig.data(), &number, 4);
+    if (buffer >= 8) std::memcpy(sig.data() + 4, &length, 4);
+    for (std::size_t i = 0; i < bytes.size() && 8 + i < buffer; ++i) sig[8 + i] = std::byte{bytes[i]};
+    unit.node.system().inject(sig, unit.manager(), 0);
+    unit.ms(1);
+}
+
+TEST(HptsiFrame, ARejectedOneDoesNothingAndTheNextIsTaken)
+{
+    HptsiUnit unit;
+    unit.feed(infoFrame(1), 5);                         // the first of a pair
+    frameSignal(unit, stateFrame(), 25, 33);
+    frameSignal(unit, stateFrame(), 7, 16);
+    EXPECT_EQ(unit.traces("Recv cmcc of len="), 2u);
+    EXPECT_EQ(unit.traces("Invalid frame received"), 2u);
+    frameSignal(unit, stateFrame(), 20, 27);            // one byte more than its signal has
+    EXPECT_EQ(unit.traces("frame longer than its signal"), 1u);
+    frameSignal(unit, {}, 0, 8);                        // shorter than its layout
+    Bytes unknown = stateFrame();
+    unknown[3] = 4;
+    unit.feed(unknown, 5);
+    EXPECT_EQ(unit.traces("unexpected state"), 1u);
+    const State before = unit.state();
+    EXPECT_EQ(before.hptsiState, WAIT_FOR_FRAMES);
+    EXPECT_EQ(before.numberOfTimeStateMsg, 0u);
+    EXPECT_EQ(before.nextFrame, NEXT_INFO_CAME);
+    unit.feed(stateFrame(), 5);
+    EXPECT_EQ(unit.hptsiState(), OPERATIONAL);
+}
+
+TEST(HptsiFrame, OneThatIsNotUsableStillCountsForItsPair)
+{
+    HptsiUnit unit;
+    unit.sourceState = 4;
+    unit.seconds(10);                                   // longer than the operational timer
+    EXPECT_EQ(unit.hptsiState(), OPERATIONAL);
+    EXPECT_EQ(unit.state().numberOfTimeStateMsg, 10u);
+    EXPECT_EQ(unit.qualities(), (std::vector<u32>{99, 1}));
+    EXPECT_EQ(unit.status(), "2 Monitor alarm");
+}
+
+TEST(HptsiFrame, InAStateThatTakesNoneIsKeptAndMovesNothing)
+{
+    for (const u32 at : {UN_INIT, INIT_SERIAL_PORT}) {
+        SCOPED_TRACE(at);
+        HptsiUnit unit(RAW_1PPS, false);
+        unit.node.inProgram([at] { return hptsi::state().hptsiState = at; });
+        frameSignal(unit, infoFrame(5), 20, 28);
+        frameSignal(unit, stateFrame(5, 2), 20, 28);
+        EXPECT_EQ(unit.hptsiState(), at);
+        EXPECT_EQ(unit.state().timeInfo.tow, 5u);
+        EXPECT_EQ(unit.state().nextFrame, NEXT_NONE);
+        EXPECT_EQ(unit.qualities(), (std::vector<u32>{2}));
+    }
+}
+
+TEST(HptsiFrame, TwoOfAKindAreOneFirst)
+{
+    struct Case { const char* what; std::vector<std::pair<bool, i64>> frames; u32 state; };   // isInfo, then ms
+    const Case cases[] = {
+        {"two infos", {{true, 1000}, {true, 1000}}, WAIT_FOR_FRAMES},
+        {"two states", {{false, 1000}, {false, 1000}}, WAIT_FOR_FRAMES},
+        {"the second of them begins the wait anew", {{true, 1000}, {true, 1000}, {false, 1}}, OPERATIONAL},
+        {"state first", {{false, 800}, {true, 1}}, OPERATIONAL},
+        {"within 1.1 s", {{true, 1099}, {false, 1}}, OPERATIONAL},
+        {"not within", {{true, 1101}, {false, 1}}, WAIT_FOR_FRAMES},
+        {"the late one is a first", {{true, 1101}, {false, 500}, {true, 1}}, OPERATIONAL},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        HptsiUnit unit;
+        for (const auto& [isInfo, then_ms] : c.frames)
+            unit.feed(isInfo ? infoFrame(++unit.tow) : stateFrame(), then_ms);
+        EXPECT_EQ(unit.hptsiState(), c.state);
+    }
+}
+
+// ---- states, timers, status ---------------------------------------------------------------------
+
+TEST(HptsiState, ClimbsWithPairsAndKnowsTheNextSecond)
+{
+    HptsiUnit unit;
+    EXPECT_EQ(unit.hptsiState(), WAIT_FOR_FRAMES);
+    unit.seconds(1);
+    EXPECT_EQ(unit.hptsiState(), OPERATIONAL);
+    unit.feed(infoFrame(604'799, 2245), 5);
+    EXPECT_EQ(unit.hptsiState(), OPERATIONAL_WITH_VALID_TIME);
+    EXPECT_EQ(unit.state().hptsiCurrentTime, 2246 * 604800.0);
+    for (u32 tow = 0; tow < 30; ++tow) {                // its timer is as long as a second: known at each pulse
+        unit.feed(infoFrame(tow, 2246), 200);
+        unit.feed(stateFrame(), 775);
+        EXPECT_EQ(unit.hptsiState(), OPERATIONAL_WITH_VALID_TIME);
+        EXPECT_EQ(unit.state().hptsiCurrentTime, 2246 * 604800.0 + tow + 1);
+        unit.ms(25);
+    }
+    EXPECT_EQ(unit.statuses(), (Statuses{"1 OK"}));
+    EXPECT_EQ(unit.qualities(), (std::vector<u32>{99, 1}));
+}
+
+TEST(HptsiState, FallsAndTellsWhy)
+{
+    constexpr const char* SILENT = "2 No time state nor time info messages received";
+    const auto unusableInfo = [](HptsiUnit& u) { u.pp1sState = 2, u.seconds(5); };
+    const auto unusableState = [](HptsiUnit& u) { u.sourceState = 0x80, u.seconds(4); };
+    const auto infosAlone = [](HptsiUnit& u) {
+        for (int i = 0; i < 6; ++i) u.feed(infoFrame(++u.tow), 999);
+    };
+    const auto noPulse = [](HptsiUnit& u) { u.toggles(0), u.seconds(6); };
+    const auto silence = [](HptsiUnit&) {};
+    struct Case { const char* what; std::function<void(HptsiUnit&)> fault; i64 more_ms; u32 state; const char* status; };
+    const Case cases[] = {
+        // The last good info lies 999 ms back, the last state 799 ms.
+        {"time info unusable, 6.05 s", unusableInfo, 55, OPERATIONAL, "1 OK"},
+        {"and beyond", unusableInfo, 60, OPERATIONAL, "2 No usable time received"},
+        {"time state unusable, 5.1 s", unusableState, 300, OPERATIONAL, "1 OK"},
+        {"and beyond", unusableState, 310, OPERATIONAL, "2 Monitor alarm"},
+        {"silence, 5 s", silence, 4'200, OPERATIONAL, "1 OK"},
+        {"and beyond", silence, 4'205, WAIT_FOR_FRAMES, SILENT},
+        {"infos alone", infosAlone, 0, WAIT_FOR_FRAMES, SILENT},
+        {"no pulse", noPulse, 0, OPERATIONAL_WITH_VALID_TIME, "2 Loss of signal"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        HptsiUnit unit;
+        unit.seconds(6);
+        ASSERT_EQ(unit.hptsiState(), OPERATIONAL_WITH_VALID_TIME);
+        ASSERT_EQ(unit.status(), "1 OK");
+        c.fault(unit);
+        unit.ms(c.more_ms);
+        EXPECT_EQ(unit.hptsiState(), c.state);
+        EXPECT_EQ(unit.status(), c.status);
+        unit.toggles(RAW_1PPS);
+        unit.pp1sState = 0;
+        unit.sourceState = 5;
+        unit.seconds(13);                               // a path takes ten seconds to come back
+        EXPECT_EQ(unit.hptsiState(), OPERATIONAL_WITH_VALID_TIME);
+        EXPECT_EQ(unit.status(), "1 OK");
+    }
+}
+
+TEST(HptsiState, TheTimeEndsASecondAfterTheLastInfo)
+{
+    HptsiUnit unit;
+    unit.seconds(2);
+    unit.feed(infoFrame(500), 999);
+    EXPECT_EQ(unit.hptsiState(), OPERATIONAL_WITH_VALID_TIME);
+    unit.ms(2);
+    EXPECT_EQ(unit.hptsiState(), OPERATIONAL);
+    EXPECT_EQ(unit.state().hptsiCurrentTime, 0.0);
+}
+
+TEST(HptsiState, ATimeOutThatWaitedBehindAFrameDoesNotCount)
+{
+    bench::IifBench b;
+    b.connect();
+    b.in([] {
+        const auto take = [](u8 id) {
+            const Bytes frame = id == 3 ? stateFrame() : infoFrame(8);
+            hptsi::onFrame(std::span(frame).first<CMCC_FRAME_READ>());
+        };
+        hptsi::state().hptsiState = WAIT_FOR_FRAMES;
+        for (const u8 id : {0x20, 3, 0x20}) take(id);
+        ASSERT_EQ(hptsi::state().hptsiState, OPERATIONAL_WITH_VALID_TIME);
+        ose::delay(1000);                               // a busy manager: the time-out waits in its queue
+        take(0x20);
+        const auto next = [](OSTIME within_ms) {
+            constexpr SIGSELECT VALID_TIME_TIMEOUT[] = {1, 0x9C671};
+            Signal* sig = ose::receive_w_tmo(within_ms, VALID_TIME_TIMEOUT);
+            ASSERT_NE(sig, nullptr);
+            KvdLoz6TuHptsi_dispatch(sig);
+            ose::free_buf(&sig);
+        };
+        next(0);
+        EXPECT_EQ(hptsi::state().hptsiState, OPERATIONAL_WITH_VALID_TIME);
+        EXPECT_NE(hptsi::state().hptsiCurrentTime, 0.0);
+        next(1000);                                     // that of the restarted timer
+        EXPECT_EQ(hptsi::state().hptsiState, OPERATIONAL);
+    });
+}
+
+TEST(HptsiState, AlarmsWaitFourSecondsAtTheStart)
+{
+    HptsiUnit unit;
+    EXPECT_EQ(unit.statuses(), (Statuses{"1 OK"}));     // forced, so that the main processor hears something
+    unit.ms(3'980);
+    EXPECT_EQ(unit.statuses().size(), 1u);
+    unit.ms(20);
+    EXPECT_EQ(unit.status(), "2 No time state nor time info messages received");
+
+    HptsiUnit dark(0);
+    EXPECT_EQ(dark.status(), "2 Loss of signal");       // that one doesn't
+}
+
+TEST(HptsiState, GoesOnWithoutTimersAndNamesThem)
+{
+    HptsiUnit unit(RAW_1PPS, false);
+    const auto refuse = [&](u32 count) { unit.node.system().faults().refuseTimers = count; };
+    refuse(1);
+    unit.supervise(HPTSI_REF, true);
+    unit.ms(1);
+    EXPECT_EQ(unit.traces("Timer alarmSupression failed to start!"), 1u);
+    unit.feed(infoFrame(1), 5);
+    refuse(3);
+    unit.feed(stateFrame(), 5);
+    EXPECT_EQ(unit.hptsiState(), OPERATIONAL);
+    for (const char* name : {"hptsiNoValid", "hptsiMonitor", "Hptsi Operational"})
+        EXPECT_EQ(unit.traces(std::string("Timer ") + name + " failed to start!"), 1u) << name;
+    refuse(2);
+    unit.feed(infoFrame(2), 5);
+    EXPECT_EQ(unit.hptsiState(), OPERATIONAL_WITH_VALID_TIME);
+    EXPECT_EQ(unit.traces("Timer hptsiValid failed to start!"), 1u);
+}
+
+// ---- supervision --------------------------------------------------------------------------------
+
+TEST(HptsiSupervision, OpensTheLineOnceAndClosesItForOthers)
+{
+    HptsiUnit unit;
+    std::vector<std::pair<u32, u32>> settings;
+    for (const node::SerialSetting& s : unit.node.serial().settings()) settings.emplace_back(s.key, s.value);
+    EXPECT_EQ(settings, (std::vector<std::pair<u32, u32>>{{0x1000, 9600}, {0x1001, 3000}, {0x1002, 5},
+                                                          {0x1003, 8}, {0x1004, 1}, {0x1005, 'N'},
+                                                          {0x1006, 0xFFFFFFFF}}));
+    EXPECT_NE(unit.node.system().find("TuHptsiInt_proc"), 0u);
+    unit.supervise(HPTSI_REF, true);
+    EXPECT_EQ(unit.traces("reference already supervised"), 1u);
+    unit.seconds(3);
+    unit.feed(first(infoFrame(9), 10), 5);              // what was begun isn't continued
+    EXPECT_NE(unit.tuiifRefState() & 0x200, 0u);
+    unit.supervise(HPTSI_REF, false);
+    unit.ms(5);
+    EXPECT_EQ(unit.hptsiState(), UN_INIT);
+    EXPECT_EQ(unit.refStatus(7), REF_STATUS_UNK);
+    EXPECT_EQ(unit.tuiifRefState() & 0x200, 0u);
+    EXPECT_EQ(unit.node.mainProcessor().status().refState & 0x200, 0u);
+    EXPECT_FALSE(unit.node.serial().isOpen());
+    for (const Timer& t : unit.state().timers) EXPECT_EQ(t.ref, 0u);
+    const Statuses told = unit.statuses();
+    unit.ms(10'000);
+    EXPECT_EQ(unit.statuses(), told);
+
+    unit.supervise(GPS_REF, true);
+    unit.ms(5);
+    unit.supervise(HPTSI_REF, true);                    // the receiver has the line now
+    EXPECT_EQ(unit.traces("Unsuccessful call to HALI_subscribeSerialPort"), 1u);
+    EXPECT_EQ(unit.hptsiState(), UN_INIT);
+    EXPECT_EQ(unit.status(), "2 Unknown error");
+    unit.supervise(HPTSI_REF, false);
+    EXPECT_TRUE(unit.node.serial().isOpen());
+    unit.supervise(GPS_REF, false);
+    unit.ms(5);
+    unit.supervise(HPTSI_REF, true);
+    unit.ms(5);
+    unit.seconds(2);
+    EXPECT_EQ(unit.hptsiState(), OPERATIONAL_WITH_VALID_TIME);
+}
+
+TEST(HptsiSupervision, ANewMainProcessorFindsTheInputRunning)
+{
+    HptsiUnit unit;
+    unit.seconds(3);
+    unit.node.mainProcessor().restart(2 * ose::SEC);
+    unit.seconds(6);
+    ASSERT_TRUE(unit.node.mainProcessor().connected());
+    EXPECT_EQ(unit.hptsiState(), OPERATIONAL_WITH_VALID_TIME);
+    unit.node.mainProcessor().clearLog();
+    unit.seconds(2);
+    EXPECT_EQ(unit.statuses(), Statuses{});             // not supervised any more
+    unit.supervise(HPTSI_REF, true);
+    unit.ms(5);
+    EXPECT_EQ(unit.statuses(), (Statuses{"1 OK"}));
+    EXPECT_EQ(unit.qualities(), (std::vector<u32>{1}));
+}
+
+// ---- the main processor and the operator --------------------------------------------------------
+
+TEST(HptsiClient, AttributesDelayAndSelectionMode)
+{
+    HptsiUnit unit;
+    unit.toManager(KvdTuiifSetDelayInd{KVD_TUIIF_SET_HPTSI_DELAY_IND, 65'535});
+    unit.feed(infoFrame(77, 2245, 1, -3, 200), 5);
+    unit.feed(stateFrame(5, 2, 0x0442), 5);
+    unit.toManager(KvdTuiifGpsAttribReq{0x9C041, 21});
+    unit.ms(1);
+    const auto cfm = unit.node.mainProcessor().last(0x9C042)->as<KvdTuiifHptsiAttribCfm>();
+    ASSERT_TRUE(cfm);
+    EXPECT_EQ(cfm->froId, 21u);
+    EXPECT_EQ(cfm->hptsiCompensationDelay, 65'535u);
+    EXPECT_EQ(cfm->leapSec, -3);
+    EXPECT_EQ(cfm->ppsState, 1u);
+    EXPECT_EQ(cfm->stateOfClockSource, 5u);
+    EXPECT_EQ(cfm->monitorAlarm, 0x0442u);
+    EXPECT_EQ(cfm->jitterLevel, 200u);
+    EXPECT_EQ(cfm->clockSource, 2u);
+
+    unit.node.mainProcessor().clearLog();
+    for (const u8 mode : {1, 0}) {
+        unit.node.mainProcessor().setSelectionMode(mode);
+        unit.ms(1);
+        EXPECT_EQ(unit.qualities(), (std::vector<u32>{2})) << int{mode};
+    }
+    EXPECT_EQ(unit.traces("SelectionProcessMode changed from 0 to 1"), 1u);
+    EXPECT_EQ(unit.traces("SelectionProcessMode changed from 1 to 0"), 1u);
+}
+
+TEST(HptsiClient, TheOperatorsClockSourceActsFromTheNextFrame)
+{
+    HptsiUnit unit;
+    std::string output;
+    unit.feed(stateFrame(5, 1, 0x21), 5);
+    EXPECT_EQ(unit.node.shell().run("genhptsisource 0x04", output), 0);
+    EXPECT_EQ(unit.qualities(), (std::vector<u32>{99, 1}));
+    unit.feed(stateFrame(5, 1, 0x21), 5);
+    unit.feed(stateFrame(5, 1, 0x21), 5);
+    EXPECT_EQ(unit.qualities(), (std::vector<u32>{99, 1, 4}));
+    output.clear();
+    unit.node.shell().run("kvdinfo tuhptsi", output);
+    for (const char* text : {"hptsiState             : WAIT_FOR_FRAMES (3)", "clkSource              : UNKNOWN (4)",
+                             "0x0021, Antenna Open, No position stored\n", "clkSource override     : 4",
+                             "numberOfBytesRec       : 69", "numberOfTimeStateMsg   : 3"})
+        EXPECT_NE(output.find(text), std::string::npos) << text << "\n" << output;
+    EXPECT_EQ(unit.node.shell().run("genhptsisource stop", output), 0);
+    unit.feed(stateFrame(5, 0), 5);
+    EXPECT_EQ(unit.qualities(), (std::vector<u32>{99, 1, 4, 0}));
+}
+
+// ---- measurement --------------------------------------------------------------------------------
+
+/// Pulses by hand, with the source's time for each.
+struct Measure : regtest::MeasureBench {
+    double edgeTime = 200.0;
+    double sourceTime = 1'357'776'000.0;
+
+    Measure()
+    {
+        settle();
+        select(TU_SR_HPTSI_REF);
+        put([](State& s) { s.hptsiState = OPERATIONAL_WITH_VALID_TIME; });
+    }
+    void put(const std::function<void(State&)>& change)
+    {
+        in([&] { change(hptsi::state()); });
+    }
+    void second(double off = 0.0)
+    {
+        edgeTime += 1.0;
+        sourceTime += 1.0;
+        put([&](State& s) { s.hptsiCurrentTime = sourceTime + off; });
+        edge(edgeTime);
+    }
+    u32 left()
+    {
+        ose::DataScope scope(*block);
+        return hptsi::state().gate.preTimeOffset_c;
+    }
+};
+
+TEST(HptsiMeasurement, TimeOfDayCountsOnceItAgreesWithThePulses)
+{
+    struct Second { double off; u32 left; double t_mod; };
+    constexpr double WITH_TIME = 4294967296.0;
+    const std::vector<Second> cases[] = {
+        {{0, 2, 1.0}, {0, 1, 1.0}, {0, 0, 1.0}, {0, 0, WITH_TIME}},
+        {{0, 2, 1.0}, {0.09, 1, 1.0}, {0.11, 2, 1.0}, {0.11, 1, 1.0}, {0.11, 0, 1.0}, {0.11, 0, WITH_TIME}},
+    };
+    for (const auto& seconds : cases) {
+        Measure bench;
+        for (const Second& second : seconds) {
+            bench.second(second.off);
+            EXPECT_EQ(bench.left(), second.left);
+            EXPECT_EQ(bench.meas().t_mod_old, second.t_mod);
+        }
+        EXPECT_EQ(bench.meas().measRefData.z_i, 18u);
+        bench.put([](State& s) { s.hptsiState = OPERATIONAL; });
+        bench.second(5.0);                              // no time: within the second
+        EXPECT_NEAR(bench.meas().measRefData.z, 0.0, 1e-6);
+    }
+    Measure bench;                                      // after another reference at once
+    bench.select(TU_SR_PDH_REF1);
+    bench.select(TU_SR_HPTSI_REF);
+    bench.second();
+    EXPECT_EQ(bench.meas().t_mod_old, WITH_TIME);
+}
+
+TEST(HptsiMeasurement, DelaysNoiseAndZero)
+{
+    Measure bench;
+    bench.in([] { regulator::state().sfcGpsOffset = 1'000'000'000.0; });
+    for (int i = 0; i < 4; ++i) bench.second();
+    EXPECT_NEAR(bench.meas().delta0_c + bench.meas().delta0_f, 204.0 - 357'776'004.0, 1e-6);
+    // The latch is 32 ns behind the connector and reads in the middle of an increment, 4.069 ns.
+    EXPECT_NEAR(bench.meas().measRefData.z, -27.931e-9, 1e-7);
+    bench.in([] { hptsi::setCompensationDelay(60'000); });
+    bench.second();
+    EXPECT_NEAR(bench.meas().measRefData.z, -60.027931e-6, 1e-7);
+    struct Case { double stored, used; };
+    for (const Case& c : std::to_array<Case>({{1.1e-14, 1e-14}, {3e-15, 3e-15}, {9e-16, 1e-15}})) {
+        bench.edit([&](measure::State& s) { s.var.R_all[18] = c.stored; });
+        bench.second();
+        EXPECT_EQ(bench.meas().measRefData.R, c.used) << c.stored;
+    }
+}
+
+TEST(HptsiMeasurement, LargeStepOfTheDelayStartsTheNoiseAnew)
+{
+    struct Case { u32 selectedRef; u16 from_ns, to_ns; bool anew; };
+    for (const Case& c : std::to_array<Case>(
+             {{15, 1000, 901, false}, {15, 1000, 1101, true}, {15, 65535, 65400, true}, {6, 0, 60000, false}})) {
+        SCOPED_TRACE(testing::Message() << c.selectedRef << " " << c.from_ns << " " << c.to_ns);
+        Measure bench;
+        bench.in([&] { hptsi::setCompensationDelay(c.from_ns); });
+        bench.select(c.selectedRef);
+        bench.edit([](measure::State& s) { s.var.m[18] = 50.0; });
+        bench.in([&] { hptsi::setCompensationDelay(c.to_ns); });
+        EXPECT_EQ(bench.meas().m[18], c.anew ? 0.0 : 50.0);
+    }
+}
+
+}  // namespace
