@@ -54,6 +54,7 @@ i64 secondsOf(const MpDate& d)
 std::optional<i64> Unit::taiAtStart() const
 {
     if (gps_) return gps_->config().start + gps_->config().leapSeconds + TAI_AHEAD_OF_GPS;
+    if (cmcc_) return cmcc_->config().start + cmcc_->config().leapSeconds + TAI_AHEAD_OF_GPS;
     constexpr u32 PACKET_TIME_CLASS = 4;
     for (const MpPacketRef& r : node_.config().mainProcessor.packetRefs)
         if (r.froClassNo == PACKET_TIME_CLASS) return PtpMasterConfig{}.epoch;
@@ -68,15 +69,6 @@ std::optional<double> Unit::counterAgainstGps_s()
     constexpr ose::Time TURN = TURN_s * ose::SEC;
     // Frame zero is a date of TAI's scale.
     const i64 sinceZero = *tai - secondsOf(node_.mainProcessor().config.sfnInitTime);
-    if (!gps_ && !cmcc_) return std::nullopt;
-    constexpr i64 TURN_s = 1024;
-    constexpr ose::Time TURN = TURN_s * ose::SEC;
-    // Frame zero is a date of TAI's scale.
-    const i64 gpsSecond = (gps_ ? gps_->config().start + gps_->config().leapSeconds
-                                : cmcc_->config().start + cmcc_->config().leapSeconds) -
-                          GPS_EPOCH;
-    const i64 sinceZero = gpsSecond + TAI_AHEAD_OF_GPS -
-                          (secondsOf(node_.mainProcessor().config.sfnInitTime) - GPS_EPOCH);
     const ose::Time wanted = ((sinceZero % TURN_s + TURN_s) * ose::SEC + world_.now()) % TURN;
     const CounterTriple c = node_.board().counter();
     const i64 halves = ((c.mfn * 4096LL + c.sfn) * 1'228'800 + c.inc) * 2 + c.half;

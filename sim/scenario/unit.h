@@ -28,9 +28,8 @@ public:
         delays_[port] = std::move(measure);
     }
     /// Frame counter against true GPS time as the node's date of frame zero places it, within half a
-    /// turn of 1024 s, positive when ahead; nothing without a receiver or a packet time reference.
-    /// turn of 1024 s, positive when ahead; nothing without a receiver
-    /// or a source of the time of day.
+    /// turn of 1024 s, positive when ahead; nothing without a receiver, a source of the time of day or a
+    /// packet time reference.
     std::optional<double> counterAgainstGps_s();
 
 private:
