@@ -4,6 +4,7 @@
 #include "sim/board/board_config.h"
 #include "sim/node/idl_config.h"
 #include "sim/node/main_processor_config.h"
+#include "sim/node/sync_group.h"
 
 #include <map>
 #include <string>
@@ -63,6 +64,9 @@ struct NodeConfig {
     /// Servers of the inter-unit links; a unit on its own has neither.
     BiraConfig bira;
     IdpiConfig idpi;
+
+    /// The sync group logic behind NGPDUHIF; the unit's broadcasts to others need it.
+    SyncGroupConfig syncGroup;
 
     MainProcessorConfig mainProcessor;
 

@@ -30,6 +30,7 @@ u32  KvdLoz6TuIifAdm_startState();
 PROCESS KvdLoz6TuIifAdm_peer();
 u32  KvdLoz6TuIifAdm_apn();
 u32  KvdLoz6TuIifAdm_smn();
+u32  KvdLoz6TuIifAdm_piuInstanceId();
 u8   KvdLoz6TuIifAdm_storedMasterSlaveMode();   // as negotiated, any value
 u8   KvdLoz6TuIifAdm_radioClockState();
 
