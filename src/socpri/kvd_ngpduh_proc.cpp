@@ -85,15 +85,17 @@ void onGetTimeDataRsp(const KvdTuSocpriInciGetTimeDataRsp* rsp)
         if (KvdLoz6TuSoCpri_ngpduhif_sendTimeDataInd(ind) == 0) return;
     }
     KVD_TRACE(TRACE_PSXIWNGSCINCISERVER, TRACE_ERROR,
-              "Cannot read INCI time data or server is not available: timedataValid= %u.", rsp->timeDataValid);
+              "Cannot read INCI time data or server is not available: timedataValid= %u.",
+              rsp->timeDataValid);
 }
 
 int dispatchOwn(Signal* sig)
 {
     switch (sig->sigNo) {
-    case KVD_TUSOCPRI_INCI_GET_TIME_DATA_TMO: onGetTimeDataTmo();                                       return 1;
-    case KVD_TUSOCPRI_INCI_GET_TIME_DATA_RSP: onGetTimeDataRsp(as<KvdTuSocpriInciGetTimeDataRsp>(sig)); return 1;
-    default:                                                                                            return 0;
+    case KVD_TUSOCPRI_INCI_GET_TIME_DATA_TMO: onGetTimeDataTmo();                                    return 1;
+    case KVD_TUSOCPRI_INCI_GET_TIME_DATA_RSP:
+        onGetTimeDataRsp(as<KvdTuSocpriInciGetTimeDataRsp>(sig));                                    return 1;
+    default:                                                                                         return 0;
     }
 }
 
@@ -199,7 +201,8 @@ void KvdLoz6NgPduh_start()
                   "PsxIwNgscInciServer_proc process already started!");
         return;
     }
-    s->pid = ose::create_process(ose::KIND_PRIORITISED, INCI_PROCESS, KvdLoz6NgPduh_proc, STACK, PRIORITY, 0, 0);
+    s->pid = ose::create_process(ose::KIND_PRIORITISED, INCI_PROCESS, KvdLoz6NgPduh_proc, STACK, PRIORITY,
+                                 0, 0);
     ose::start(s->pid);
     KVD_TRACE(TRACE_PSXIWNGSCINCISERVER, TRACE_INFO, "PsxIwNgscInciServer PROCESS created");
 }

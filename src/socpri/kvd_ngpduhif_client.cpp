@@ -176,9 +176,11 @@ int KvdLoz6TuSoCpri_ngpduhif_dispatch(Signal* sig)
         KVD_TRACE(TRACE_NGPDUHIF, TRACE_ERROR, "received KVD_NGPDUHIF_HANDSHAKE_PDU_REJ");           return 1;
     case KVD_NGPDUHIF_SEND_BCM_DATA_IND: onSendBcmData(as<KvdNgpduhifSendBcmDataInd>(sig));          return 1;
     case KVD_NGPDUHIF_SERVER_CONN_RELEASE_RSP:
-        onConnReleaseRsp(as<KvdNgpduhifConnReleaseRsp>(sig), "KVD_NGPDUHIF_SERVER_CONN_RELEASE_RSP"); return 1;
+        onConnReleaseRsp(as<KvdNgpduhifConnReleaseRsp>(sig), "KVD_NGPDUHIF_SERVER_CONN_RELEASE_RSP");
+        return 1;
     case KVD_NGPDUHIF_CLIENT_CONN_RELEASE_RSP:
-        onConnReleaseRsp(as<KvdNgpduhifConnReleaseRsp>(sig), "KVD_NGPDUHIF_CLIENT_CONN_RELEASE_RSP"); return 1;
+        onConnReleaseRsp(as<KvdNgpduhifConnReleaseRsp>(sig), "KVD_NGPDUHIF_CLIENT_CONN_RELEASE_RSP");
+        return 1;
     default:                                                                                         return 0;
     }
 }
@@ -215,8 +217,8 @@ u32 KvdLoz6TuSoCpri_ngpduhif_sendNgpduhIfReceiveBcmInd(const InciBroadcastMessag
     return SENT;
 }
 
-u32 KvdLoz6TuSoCpri_ngpduhif_sendNgpduhIfReceiveBcmInd2(const InciBroadcastMessage2Ind& message, u8 cpriPortNo,
-                                                        u32 sharedId)
+u32 KvdLoz6TuSoCpri_ngpduhif_sendNgpduhIfReceiveBcmInd2(const InciBroadcastMessage2Ind& message,
+                                                        u8 cpriPortNo, u32 sharedId)
 {
     if (isUnavailable(__func__)) return NO_SERVER;
     node::Ngpduhif_receiveBcmData(peer(s->servicePid), inciReceived2(message, origin(cpriPortNo, sharedId)));
@@ -235,7 +237,8 @@ void KvdLoz6TuSoCpri_ngpduhif_print()
     constexpr const char* STATUS[] = {"NGPDUHIF_AVAILABLE", "NGPDUHIF_INITIATING", "NGPDUHIF_UNAVAILABLE"};
     const State& st = *s;
     node::shellPrintf("\n***** NGPDUHIF related data *****\n");
-    node::shellPrintf("   availabilityStatus : %s (%u)\n", STATUS[st.availabilityStatus], st.availabilityStatus);
+    node::shellPrintf("   availabilityStatus : %s (%u)\n", STATUS[st.availabilityStatus],
+                      st.availabilityStatus);
     node::shellPrintf("   protocolRev        : %u\n", st.protocolRev);
     node::shellPrintf("   factoryPid         : 0x%08x\n", st.factoryPid);
     node::shellPrintf("   servicePid         : 0x%08x\n", st.servicePid);

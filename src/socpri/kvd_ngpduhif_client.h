@@ -27,8 +27,8 @@ u32  KvdLoz6TuSoCpri_ngpduhif_sendServerConnReleaseReq(u32 inciServerConnId);
 u32  KvdLoz6TuSoCpri_ngpduhif_sendClientConnReleaseReq(u32 inciConnId);
 u32  KvdLoz6TuSoCpri_ngpduhif_sendNgpduhIfReceiveBcmInd(const InciBroadcastMessageInd& message, u8 cpriPortNo,
                                                         u32 sharedId);
-u32  KvdLoz6TuSoCpri_ngpduhif_sendNgpduhIfReceiveBcmInd2(const InciBroadcastMessage2Ind& message, u8 cpriPortNo,
-                                                         u32 sharedId);
+u32  KvdLoz6TuSoCpri_ngpduhif_sendNgpduhIfReceiveBcmInd2(const InciBroadcastMessage2Ind& message,
+                                                         u8 cpriPortNo, u32 sharedId);
 u32  KvdLoz6TuSoCpri_ngpduhif_sendTimeDataInd(const KvdNgpduhifTimeDataInd& data);
 
 void KvdLoz6TuSoCpri_ngpduhif_print();

@@ -73,7 +73,8 @@ InciBroadcastMessageInd inciMessage(const KvdNgpduhifSendBcmDataInd& data, u32 n
 
 InciBroadcastMessage2Ind inciMessage2(const KvdNgpduhifSendBcmDataInd& data, u32 nodeIdentifier)
 {
-    auto m = messageOf<InciBroadcastMessage2Ind>(PSX_IW_NGSC_INCI_BROADCAST_MESSAGE2_IND, data, nodeIdentifier);
+    auto m = messageOf<InciBroadcastMessage2Ind>(PSX_IW_NGSC_INCI_BROADCAST_MESSAGE2_IND, data,
+                                                 nodeIdentifier);
     m.extendedCbfnCounter = data.mfn + data.esfc * 32u;
     m.extendedCbfnBfn = data.sfn;
     return m;

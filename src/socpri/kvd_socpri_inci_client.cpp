@@ -341,7 +341,8 @@ void onBroadcast(const Message* message, u32 (*passOn)(const Message&, u8, u32))
     Client* const c = clientByRef(message->connectionRef);
     if (c == nullptr) {
         KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7,
-                  "Broadcast ind received for non-existing INCI client procedureRef = 0x%x, connectionRef = 0x%x",
+                  "Broadcast ind received for non-existing INCI client procedureRef = 0x%x, "
+                  "connectionRef = 0x%x",
                   message->procedureRef, message->connectionRef);
         return;
     }

@@ -64,10 +64,11 @@ u32 selectRevision(const InciConnEstablishReq& req)
 {
     Signal* const buffer = reinterpret_cast<Signal*>(const_cast<InciConnEstablishReq*>(&req));
     const u32 held = (ose::sigsize(&buffer) - static_cast<u32>(sizeof req)) / static_cast<u32>(sizeof(u32));
+    const auto* const revisions = reinterpret_cast<const std::byte*>(&req + 1);
     u32 selected = 0;
     for (u32 i = 0; i < std::min(req.numberOfRevisions, held); ++i) {
         u32 offered;
-        std::memcpy(&offered, reinterpret_cast<const std::byte*>(&req + 1) + i * sizeof offered, sizeof offered);
+        std::memcpy(&offered, revisions + i * sizeof offered, sizeof offered);
         if ((offered == REVISION_1 || offered == REVISION_2) && offered > selected) selected = offered;
     }
     return selected;
@@ -78,7 +79,8 @@ void rejectConnection(const InciConnEstablishReq& req, PROCESS client)
     u8 errorCode = INCI_NO_SUPPORTED_REVISION;
     if (s->connected >= INCI_SERVER_RECORDS) {
         errorCode = INCI_TOO_MANY_CLIENTS;
-        KVD_TRACE(TRACE_INCI_SERVER, TRACE_7, "%s(): Rejecting INCI conn establish: Too many clients", __func__);
+        KVD_TRACE(TRACE_INCI_SERVER, TRACE_7, "%s(): Rejecting INCI conn establish: Too many clients",
+                  __func__);
     }
     auto* rej = node::make<InciRej>(PSX_IW_NGSC_INCI_CONN_ESTABLISH_REJ);
     rej->procedureRef = req.connectionRef;
@@ -123,8 +125,8 @@ u32 addClient(PROCESS client, u32 clientConnectionRef, u32 protocolRev)
     r.inciSubscription = 0;
     Signal* down = makeDownInd(ref);
     r.serviceAttachRef = ose::attach(&down, client);
-    KVD_TRACE(TRACE_INCI_SERVER, TRACE_INFO, "%s(): New INCI client added, serverConnectionRef = 0x%x", __func__,
-              ref);
+    KVD_TRACE(TRACE_INCI_SERVER, TRACE_INFO, "%s(): New INCI client added, serverConnectionRef = 0x%x",
+              __func__, ref);
     return ref;
 }
 
@@ -134,8 +136,9 @@ u32 connect(PROCESS client, u32 clientConnectionRef, u32 protocolRev)
         return r.pid == client && r.clientConnectionRef == clientConnectionRef;
     });
     if (known == nullptr) return addClient(client, clientConnectionRef, protocolRev);
-    KVD_TRACE(TRACE_INCI_SERVER, TRACE_INFO, "%s(): INCI client already connected, serverConnectionRef = 0x%x",
-              __func__, known->serverConnectionRef);
+    KVD_TRACE(TRACE_INCI_SERVER, TRACE_INFO,
+              "%s(): INCI client already connected, serverConnectionRef = 0x%x", __func__,
+              known->serverConnectionRef);
     known->protocolRev = protocolRev;
     return known->serverConnectionRef;
 }
@@ -195,7 +198,8 @@ void onConnReleaseReq(const InciRefs* req, PROCESS client)
     Record* const r = recordByRef(req->connectionRef);
     if (r == nullptr) {
         KVD_TRACE(TRACE_INCI_SERVER, TRACE_7,
-                  "Client 0x%x with serverConnectionRef 0x%x not connected to INCI client release not possible",
+                  "Client 0x%x with serverConnectionRef 0x%x not connected to INCI client release "
+                  "not possible",
                   client, req->connectionRef);
         return;
     }
@@ -213,8 +217,9 @@ void onClientDown(const InciServerInd* ind, PROCESS client)
     if (ind == nullptr) return;
     Record* const r = recordByRef(ind->serverConnectionRef);
     if (r == nullptr) {
-        KVD_TRACE(TRACE_INCI_SERVER, TRACE_7, "%s(): Client 0x%x with serverConnectionRef 0x%X not connected to INCI",
-                  __func__, client, ind->serverConnectionRef);
+        KVD_TRACE(TRACE_INCI_SERVER, TRACE_7,
+                  "%s(): Client 0x%x with serverConnectionRef 0x%X not connected to INCI", __func__, client,
+                  ind->serverConnectionRef);
         return;
     }
     dropRecord(*r);
@@ -258,7 +263,8 @@ void KvdLoz6TuSoCpri_inci_sendServerBcmInd(const KvdNgpduhifSendBcmDataInd& data
     const Record* const r = recordByRef(data.serverConnectionRef);
     if (r == nullptr) {
         KVD_TRACE(TRACE_INCI_SERVER, TRACE_7,
-                  "%s(): Client with serverConnectionRef 0x%x not connected to INCI can not send broadcast indication",
+                  "%s(): Client with serverConnectionRef 0x%x not connected to INCI can not send "
+                  "broadcast indication",
                   __func__, data.serverConnectionRef);
         return;
     }

@@ -156,7 +156,7 @@ struct Peer {
         system.world().runFor(ose::MS);
     }
     void die() { system.kill(pid); }
-    void send(std::span<const std::byte> bytes)
+    void sendBytes(std::span<const std::byte> bytes)
     {
         system.inject(bytes, unit, pid);
         system.world().runFor(ose::MS);
@@ -164,7 +164,7 @@ struct Peer {
     template <typename T>
     void send(const T& layout, std::size_t size = sizeof(T))
     {
-        send(bytesOfLayout(layout, size));
+        sendBytes(bytesOfLayout(layout, size));
     }
 };
 

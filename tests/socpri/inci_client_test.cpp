@@ -98,11 +98,13 @@ TEST(InciClient, AnswersThatAreMissingLateTwiceOrRejections)
               [](ClientBench& b, u32 r) { b.confirm(r), b.broadcast(r); }, {0, 1}},
              {"confirmed twice", [](ClientBench& b, u32 r) { b.confirm(r), b.confirm(r), b.broadcast(r); },
               [](ClientBench&, u32) {}, {1}},
-             {"a broadcast before its confirmation", [](ClientBench& b, u32 r) { b.broadcast(r), b.confirm(r); },
+             {"a broadcast before its confirmation",
+              [](ClientBench& b, u32 r) { b.broadcast(r), b.confirm(r); },
               [](ClientBench&, u32) {}, {1}},
              {"rejected", [](ClientBench& b, u32 r) { b.reject(r); },
               [](ClientBench& b, u32) { EXPECT_EQ(b.unit.responses(), 1u); }, {0}},
-             {"for nobody", [](ClientBench& b, u32) { b.confirm(1), b.broadcast(1), b.confirm(0), b.broadcast(0); },
+             {"for nobody",
+              [](ClientBench& b, u32) { b.confirm(1), b.broadcast(1), b.confirm(0), b.broadcast(0); },
               [](ClientBench&, u32) {}, {0}},
              {"too short, then good",
               [](ClientBench& b, u32 r) {
@@ -177,7 +179,8 @@ TEST(InciClient, ASubsumedUnitIsToldOfAndRemovedWithoutAWordToThePeer)
 TEST(InciClient, TheTableHolds64AndAFreedPlaceIsTakenAgain)
 {
     ClientBench b{3};
-    for (u32 unit = 0; unit < INCI_CLIENTS; ++unit) b.unit.establish("nobody/" + std::to_string(unit), 1, unit);
+    for (u32 unit = 0; unit < INCI_CLIENTS; ++unit)
+        b.unit.establish("nobody/" + std::to_string(unit), 1, unit);
     EXPECT_EQ(b.unit.responses(), 0u);
     b.unit.establish("nobody/64", 1, 64);
     EXPECT_EQ(b.unit.node.traces().count(
@@ -194,7 +197,8 @@ TEST(InciClient, TheTableHolds64AndAFreedPlaceIsTakenAgain)
     b.unit.establish("peer", 2, 64);
     b.peer.start();
     EXPECT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ), 1u);
-    EXPECT_NE(b.unit.command("kvdngpduh inci_if").find("client[40]  peer/PsxIwNgscInciServer"), std::string::npos);
+    const std::string shown = b.unit.command("kvdngpduh inci_if");
+    EXPECT_NE(shown.find("client[40]  peer/PsxIwNgscInciServer"), std::string::npos);
     b.unit.establish("nobody/65", 1, 65);
     EXPECT_EQ(b.unit.response().sharedId, 65u);
 }

@@ -166,7 +166,8 @@ void replayCounter(const json& v)
     one.extendedCbfnCounter = two.extendedCbfnCounter = v["in"]["extendedCbfnCounter"];
     const auto r1 = inciReceived(one, {});
     const auto r2 = inciReceived2(two, {});
-    EXPECT_EQ(json({{"form1", {{"esfc", r1.esfc}, {"mfn", r1.mfn}}}, {"form2", {{"esfc", r2.esfc}, {"mfn", r2.mfn}}}}),
+    EXPECT_EQ(json({{"form1", {{"esfc", r1.esfc}, {"mfn", r1.mfn}}},
+                    {"form2", {{"esfc", r2.esfc}, {"mfn", r2.mfn}}}}),
               v["out"]);
 }
 
@@ -177,7 +178,7 @@ void replayRevision(const json& v)
     const auto connect = [&b](const std::vector<u32>& offered, u32 ref) {
         std::vector<u32> words{PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ, 1, ref, static_cast<u32>(offered.size())};
         words.insert(words.end(), offered.begin(), offered.end());
-        b.peer.send(std::as_bytes(std::span(words)));
+        b.peer.sendBytes(std::as_bytes(std::span(words)));
     };
     for (u32 i = 0; i < v["in"]["records_used"].get<u32>(); ++i) connect({1}, 100 + i);
     connect(v["in"]["offered"], 50);

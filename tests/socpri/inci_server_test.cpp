@@ -31,7 +31,7 @@ struct ServerBench : InciBench {
         std::vector<u32> words{PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ, procedureRef, connectionRef,
                                count.value_or(static_cast<u32>(revisions.size()))};
         words.insert(words.end(), revisions.begin(), revisions.end());
-        peer.send(std::as_bytes(std::span(words)));
+        peer.sendBytes(std::as_bytes(std::span(words)));
         return answer();
     }
     Answer subscribe(u32 serverRef)
