@@ -28,6 +28,7 @@ enum class LinkKind : u8 {
     GpsOut,       // the output of one unit at the receiver's input of the other
     Idl1,         // words between the boards
     Idl2,         // delays that the port servers measure, carried by the main processors
+    Inci,         // the path between two units' processes; nobody leads
 };
 enum class LinkFault : u8 {
     Garbled,      // share of bytes, or of words, with a bit turned over
@@ -147,6 +148,9 @@ void readIdlServers(TableReader& t, const std::string& file, NodeConfig& node);
 std::function<void(Unit&)> readRestartEvent(const std::string& word, TableReader& t,
                                             const UnitSpec& unit);
 std::function<void(Unit&)> readIdlEvent(const std::string& word, TableReader& t);
+/// Sync group logic; the event is empty when `word` is none of its own.
+void readSyncGroup(TableReader& unit, const std::string& file, NodeConfig& node);
+std::function<void(Unit&)> readSyncGroupEvent(const std::string& word, TableReader& t);
 /// Phase, noise and recorded series of a reference.
 void readPhase(TableReader& t, LineConfig& c);
 
