@@ -35,7 +35,6 @@ void NgpduhifServer::start()
     if (alive()) return;
     Server::start();
     node_.nameServer().publish(NGPDUHIF_SERVICE_NAME, pid());
-    broadcastLater();
 }
 
 void NgpduhifServer::die()
@@ -43,6 +42,7 @@ void NgpduhifServer::die()
     ++life_;
     client_ = 0;
     served_.clear();
+    isDue_ = false;
     group_ = SyncGroup(identifierOf(config_, node_.config().apn), config_.priority);
     node_.nameServer().withdraw(NGPDUHIF_SERVICE_NAME);
     Server::die();
@@ -74,8 +74,12 @@ void NgpduhifServer::tell(T layout)
 
 void NgpduhifServer::broadcastLater()
 {
+    if (isDue_) return;
+    isDue_ = true;
     node_.after(config_.period_ms * ose::MS, [this, life = life_] {
         if (life != life_ || !alive()) return;
+        isDue_ = false;
+        if (served_.empty()) return;   // nobody listens: the next handshake begins anew
         if (broadcasts) broadcast();
         broadcastLater();
     });
@@ -83,7 +87,6 @@ void NgpduhifServer::broadcastLater()
 
 void NgpduhifServer::broadcast()
 {
-    if (served_.empty()) return;
     KvdNgpduhifSendBcmDataInd ind = group_.broadcast(node_.world().now(), lasts());
     for (const u32 connection : served_) {
         ind.serverConnectionRef = connection;
@@ -117,6 +120,7 @@ void NgpduhifServer::onHandshake(const KvdNgpduhifConnReq& req)
     if (handshakeAnswer != Answer::Accept) return tell(KvdNgpduhifRefs{KVD_NGPDUHIF_HANDSHAKE_PDU_REJ, 0, 0});
     if (std::find(served_.begin(), served_.end(), req.connId) == served_.end()) served_.push_back(req.connId);
     tell(KvdNgpduhifRefs{KVD_NGPDUHIF_HANDSHAKE_PDU_CFM, 0, 0});
+    broadcastLater();
 }
 
 void NgpduhifServer::answerRelease(SIGSELECT sigNo, u32 connId, bool wasKnown)

@@ -54,6 +54,7 @@ private:
     PROCESS client_ = 0;
     KvdNgpduhifConnEstablishReq connection_{};
     u32 life_ = 0;                     // counts deaths: what was due before is void
+    bool isDue_ = false;               // the next broadcast
     std::vector<u32> served_;
     std::vector<u32> clientReleases_;
     KvdNgpduhifReceiveBcmDataInd lastBcm_{};
