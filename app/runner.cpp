@@ -273,6 +273,7 @@ public:
         links_ = sim::makeLinks(world_, scenario, units_);
         net_ = std::make_unique<sim::PacketNet>(world_, scenario, units_);
         for (const sim::LinkSpec& spec : scenario.links) {
+            if (spec.kind == sim::LinkKind::Inci) continue;
             recorders_[indexOf(spec.to)]->follows(*units_[indexOf(spec.from)]);
         }
         scheduleEvents();

@@ -39,6 +39,7 @@ Node::Node(ose::World& world, const NodeConfig& config)
     ipsync_ = std::make_unique<IpsynctsiServer>(*this, config.ntp);
     ipsync_->onReachable([this] { mainProcessor_->lookAgain(); });
     slowpi_ = std::make_unique<SlowpiServer>(*this);
+    ngpduhif_ = std::make_unique<NgpduhifServer>(*this, config.syncGroup);
     shell_ = std::make_unique<Shell>(*this);
     mainProcessor_ = std::make_unique<MainProcessor>(*this, config.mainProcessor);
 
@@ -67,6 +68,7 @@ Node::Node(ose::World& world, const NodeConfig& config)
     if (config.bira.present) bira_->start();
     if (config.idpi.present) idpi_->start();
     if (config.ntp.present) ipsync_->start();
+    if (config.syncGroup.present) ngpduhif_->start();
     if (config.mainProcessor.present) mainProcessor_->start();
 }
 
@@ -82,6 +84,7 @@ Node::~Node()
     cfi_->die();
     ipsync_->die();
     slowpi_->die();
+    ngpduhif_->die();
     idpi_->die();
     bira_->die();
     pmAgent_->die();

@@ -21,6 +21,7 @@
 #include "sim/node/main_processor.h"
 #include "sim/node/msi_server.h"
 #include "sim/node/name_server.h"
+#include "sim/node/ngpduhif_server.h"
 #include "sim/node/node_config.h"
 #include "sim/node/packet_port.h"
 #include "sim/node/parameters.h"
@@ -115,6 +116,7 @@ public:
     PacketPort& packetPort() { return *packetPort_; }
     IpsynctsiServer& ipsync() { return *ipsync_; }
     SlowpiServer& slowpi() { return *slowpi_; }
+    NgpduhifServer& ngpduhif() { return *ngpduhif_; }
     Shell& shell() { return *shell_; }
     Parameters& parameters() { return parameters_; }
     Volumes& volumes() { return volumes_; }
@@ -216,6 +218,7 @@ private:
     std::unique_ptr<IpsockiServer> ipsocki_;
     std::unique_ptr<IpsynctsiServer> ipsync_;
     std::unique_ptr<SlowpiServer> slowpi_;
+    std::unique_ptr<NgpduhifServer> ngpduhif_;
     std::unique_ptr<Shell> shell_;
     std::unique_ptr<MainProcessor> mainProcessor_;
     PROCESS shutdownProcess_ = 0;

@@ -6,6 +6,7 @@
 #include "sim/node/main_processor_config.h"
 #include "sim/node/packet_port_config.h"
 #include "sim/node/ntp_config.h"
+#include "sim/node/sync_group.h"
 
 #include <map>
 #include <string>
@@ -73,6 +74,9 @@ struct NodeConfig {
 
     /// Server of the slow protocol frames on the Ethernet ports.
     bool slowpi = true;
+
+    /// The sync group logic behind NGPDUHIF; the unit's broadcasts to others need it.
+    SyncGroupConfig syncGroup;
 
     MainProcessorConfig mainProcessor;
 

@@ -5,6 +5,7 @@
 #include "sim/scenario/link_bfn.h"
 #include "sim/scenario/link_cpri.h"
 #include "sim/scenario/link_gps_out.h"
+#include "sim/scenario/link_inci.h"
 #include "sim/scenario/unit.h"
 
 #include <algorithm>
@@ -19,6 +20,7 @@ std::unique_ptr<Link> makeLink(ose::World& world, const LinkSpec& spec, Unit& fr
     case LinkKind::GpsOut: return std::make_unique<GpsOutLink>(world, spec, from, to);
     case LinkKind::Idl1:   return std::make_unique<BfnLink>(world, spec, from, to);
     case LinkKind::Idl2:   return std::make_unique<CpriLink>(world, spec, from, to);
+    case LinkKind::Inci:   return std::make_unique<InciLink>(world, spec, from, to);
     }
     return nullptr;
 }

@@ -35,6 +35,7 @@ enum class LinkKind : u8 {
     Hptsi,        // the same with binary frames, at its time input
     Idl1,         // words between the boards
     Idl2,         // delays that the port servers measure, carried by the main processors
+    Inci,         // the path between two units' processes; nobody leads
 };
 enum class LinkFault : u8 {
     Garbled,      // share of bytes, or of words, with a bit turned over
@@ -185,6 +186,9 @@ std::function<void(Unit&)> readNtpEvent(const std::string& word, TableReader& t,
 void readEsmc(TableReader& t, const std::string& file, UnitSpec& unit);
 std::function<void(Unit&)> readEsmcEvent(const std::string& word, TableReader& t, const UnitSpec& unit);
 Wander readWander(TableReader& t);
+/// Sync group logic; the event is empty when `word` is none of its own.
+void readSyncGroup(TableReader& unit, const std::string& file, NodeConfig& node);
+std::function<void(Unit&)> readSyncGroupEvent(const std::string& word, TableReader& t);
 /// Phase, noise and recorded series of a reference.
 void readPhase(TableReader& t, LineConfig& c);
 

@@ -230,6 +230,7 @@ UnitSpec readUnit(const toml::table& table, const std::string& file)
     readPacketPort(t, file, n);
     readNtp(t, file, n.ntp);
     readEsmc(t, file, u);
+    readSyncGroup(t, file, n);
     t.finish();
     return u;
 }

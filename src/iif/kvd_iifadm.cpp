@@ -28,7 +28,6 @@ namespace {
 
 ose::ModuleData<tuiif::State> s;
 
-constexpr const char* NAME_SERVER = "ose_ns";
 constexpr u32 REQUEST_SIGNAL_REVISION = 2;
 constexpr u32 CONFIRM_SIGNAL_REVISION = 4;
 constexpr u32 WANTED_PV = 22;
@@ -116,39 +115,18 @@ void fetchOwnIdentity()
 
 // ---- name server ----
 
-void huntNameServer()
-{
-    Signal* found = ose::alloc(sizeof(SIGSELECT), KVD_COMM_ONS_HUNT);
-    ose::hunt(NAME_SERVER, 0, nullptr, &found);
-}
-
-/// Asks the name server to give KVD_COMM_SERVER_UP_IND back once the service exists.
-void askForService()
-{
-    const u32 length = static_cast<u32>(std::strlen(TUIIF_SERVICE_NAME));
-    Signal* sig = ose::alloc(length + NS_HUNT_OVERHEAD, NS_HUNT_REQUEST);
-    auto* req = reinterpret_cast<NsHuntRequest*>(sig);
-    req->user = 0;
-    req->nameLength = length;
-    char* const name = reinterpret_cast<char*>(sig) + NS_HUNT_NAME_OFFSET;
-    std::memcpy(name, TUIIF_SERVICE_NAME, length);
-    std::memcpy(name + length, &KVD_COMM_SERVER_UP_IND, sizeof KVD_COMM_SERVER_UP_IND);
-    ose::send(&sig, s->nsPid);
-}
-
 void onNameServerFound(PROCESS nameServer)
 {
     if (s->nsAttach != 0) ose::detach(&s->nsAttach);
     s->nsPid = nameServer;
-    Signal* dead = ose::alloc(sizeof(SIGSELECT), KVD_COMM_ONS_DEAD);
-    s->nsAttach = ose::attach(&dead, nameServer);
-    askForService();
+    s->nsAttach = node::NameService_attach(nameServer);
+    node::NameService_ask(nameServer, TUIIF_SERVICE_NAME);
 }
 
 void onNameServerDead()
 {
     s->nsAttach = 0;
-    huntNameServer();
+    node::NameService_hunt();
 }
 
 // ---- connection ----
@@ -203,7 +181,7 @@ void onServerDead()
                   "tuiifStartState: TUIIF_START_RESTART_READY->TUIIF_BVQ_RESTARTED");
         KvdLoz6TuPhyAdm_stop();
     }
-    huntNameServer();
+    node::NameService_hunt();
     s->tuiifServerUp = 0;
 }
 
@@ -356,7 +334,7 @@ int KvdLoz6TuIifAdm_dispatch(Signal* sig)
     }
 }
 
-void KvdLoz6TuIifAdm_initiate() { huntNameServer(); }
+void KvdLoz6TuIifAdm_initiate() { node::NameService_hunt(); }
 
 void KvdLoz6TuIifAdm_msiMemInitiated()
 {
@@ -369,4 +347,5 @@ PROCESS KvdLoz6TuIifAdm_peer()       { return s->procTuiifMpPid; }
 u32     KvdLoz6TuIifAdm_apn()        { return s->ownPiuHwAddr_r.apn; }
 u32     KvdLoz6TuIifAdm_piuInstanceId() { return s->ownPiuInstanceId; }
 u32     KvdLoz6TuIifAdm_smn()        { return s->ownPiuHwAddr_r.smn; }
+u32     KvdLoz6TuIifAdm_piuInstanceId() { return s->ownPiuInstanceId; }
 u8      KvdLoz6TuIifAdm_storedMasterSlaveMode() { return s->savedBvqStatusData.masterSlaveMode; }

@@ -4,19 +4,12 @@
 // Units   as the field says; ids of 0xFFFFFFFF are none.
 // Errors  a shorter buffer than its layout is refused by as<T>.
 #pragma once
+#include "node/name_service.h"
 #include "ose/types.h"
 
 #include <cstddef>
 
 constexpr const char* TUIIF_SERVICE_NAME = "KvdTuIIfServiceName";   // at the name server
-
-// ---- supervision of the connection ----
-
-constexpr SIGSELECT NS_HUNT_REQUEST         = 0x07B81;   // unit -> name server: NsHuntRequest
-constexpr SIGSELECT KVD_COMM_ONS_HUNT       = 0x90E00;   // kernel: name server there, no data
-constexpr SIGSELECT KVD_COMM_ONS_DEAD       = 0x90E01;   // kernel: the name server died, no data
-constexpr SIGSELECT KVD_COMM_SERVER_DEAD    = 0x90E02;   // kernel: the main processor died, no data
-constexpr SIGSELECT KVD_COMM_SERVER_UP_IND  = 0x90E03;   // name server: the service exists, no data
 
 // ---- the interface ----
 
@@ -137,18 +130,6 @@ enum TuiifRemoteRcState : u32 {
     REMOTE_RC_INTER_DU_TIME_LOCKED = 15, REMOTE_RC_INTER_DU_TIME_HOLDOVER = 16,
     REMOTE_RC_PRE_JUMP_START = 17, REMOTE_RC_PRE_JUMP_HIST = 18,
 };
-
-/// The fixed part of the name server's hunt request. The name follows without terminator, and the
-/// number of the signal that the name server gives back follows the name, unaligned.
-struct NsHuntRequest {
-    SIGSELECT sigNo;
-    u32 user;                  // 0
-    u32 nameLength;            // bytes, without terminator
-    u32 reserved;
-};
-static_assert(offsetof(NsHuntRequest, nameLength) == 8 && sizeof(NsHuntRequest) == 16);
-constexpr u32 NS_HUNT_NAME_OFFSET = 16;
-constexpr u32 NS_HUNT_OVERHEAD = 24;      // what the signal is larger than the name
 
 struct KvdTuiifInitiateServiceReq {
     SIGSELECT sigNo;

@@ -197,6 +197,22 @@ void World::link(System& from, const std::string& name, System& to)
     f.answerHunts();
 }
 
+void World::unlink(System& from, const std::string& name)
+{
+    SystemImpl& f = from.impl();
+    const auto gone = std::find_if(f.links.begin(), f.links.end(),
+                                   [&name](const LinkTo& l) { return l.name == name; });
+    if (gone == f.links.end()) return;
+    const SystemImpl* const to = gone->to;
+    f.links.erase(gone);
+    for (const LinkTo& l : f.links)
+        if (l.to == to) return;                  // there is another path
+    std::vector<Proxy*> lost;
+    for (const auto& proxy : f.proxies)
+        if (proxy->remote->system == to) lost.push_back(proxy.get());
+    for (Proxy* const proxy : lost) f.dropProxy(*proxy);
+}
+
 void World::onMisuse(std::function<void(const Misuse&)> handler)
 {
     impl_->misuseHandler = std::move(handler);

@@ -80,6 +80,9 @@ public:
     System& createSystem(const std::string& name);
     /// In `from`, a hunt for "name/process" finds `process` in `to`.
     void link(System& from, const std::string& name, System& to);
+    /// That path is gone: nothing goes from `from` over it any more, and whoever there is attached to a
+    /// process behind it is told of its death. The other way is a link of its own.
+    void unlink(System& from, const std::string& name);
 
     /// Called for each misuse. The default prints and aborts.
     void onMisuse(std::function<void(const Misuse&)> handler);

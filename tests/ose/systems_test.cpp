@@ -97,6 +97,41 @@ TEST_F(Linked, AHuntMayComeBeforeTheLink)
     EXPECT_EQ(said, "found");
 }
 
+TEST_F(Linked, APathThatIsGoneTakesTheProcessesBehindItAlong)
+{
+    far.spawn("server", 20, [] {
+        for (;;) {
+            Signal* sig = receive(ANY_SIGNAL);
+            const PROCESS from = sender(&sig);
+            send(&sig, from);
+        }
+    });
+    launch("client", 15, [&] {
+        for (int round = 0; round < 2; ++round) {
+            Signal* sig = alloc(4, 500);
+            hunt("peer/server", 0, nullptr, &sig);
+            sig = receive(ANY_SIGNAL);
+            const PROCESS server = sender(&sig);
+            free_buf(&sig);
+            sendNumber(server, 7);
+            said += std::to_string(takeNumber()) + " ";
+            Signal* down = alloc(4, 501);
+            attach(&down, server);
+            said += std::to_string(takeNumber());
+            said += " at " + std::to_string(get_ticks()) + " ";
+            sendNumber(server, 8);               // to nobody
+        }
+    });
+    world.after(10 * MS, [&] { world.unlink(system, "peer"); });
+    world.after(20 * MS, [&] { world.unlink(system, "peer"); });   // is no path any more
+    world.after(30 * MS, [&] { world.link(system, "peer", far); });
+    world.after(35 * MS, [&] { world.link(system, "other way", far); });
+    world.after(40 * MS, [&] { world.unlink(system, "peer"); });   // there is another path
+    world.after(50 * MS, [&] { world.unlink(system, "other way"); });
+    world.runFor(1 * SEC);
+    EXPECT_EQ(said, "7 501 at 10 7 501 at 50 ");
+}
+
 TEST_F(Linked, SignalsCanBeLostOnTheWayInEitherDirection)
 {
     std::string taken;

@@ -1,0 +1,482 @@
+#include "socpri/kvd_socpri_inci_client.h"
+
+#include "iif/kvd_iifadm.h"
+#include "mgr/kvd_mgr_proc.h"
+#include "mgr/trace_groups.h"
+#include "node/platform.h"
+#include "node/sig.h"
+#include "node/trace.h"
+#include "ose/module_data.h"
+#include "socpri/inci_sig.h"
+#include "socpri/kvd_ngpduhif_client.h"
+#include "socpri/kvd_socpri_inci_ref.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace {
+
+constexpr OSTIME ESTABLISH_ms = 1000;
+constexpr AttachRef NO_ATTACH = 0xFFFFFFFF;
+constexpr u32 RESULT_OK = 1, RESULT_NOK = 0;
+
+struct Client {
+    u32 availabilityStatus = INCI_UNAVAILABLE;
+    PROCESS factoryPid = 0, servicePid = 0;    // by the hunt, by the confirmation
+    AttachRef serviceAttachRef = NO_ATTACH;
+    u32 serverRef = 0;                         // the peer's
+    u32 clientRef = 0;                         // own, the record's key; 0: never used
+    char huntPathPrefix[INCI_PATH_SIZE] = {};  // with the process's name
+    u8  cpriPortNo = 0;
+    u32 sharedId = 0;
+    TimerRef establishTimer = 0;
+    u32 establishReported = 0;                 // the first broadcast has been seen
+    u32 subsumedUnitId = INCI_NO_UNIT;
+};
+
+struct State {
+    std::array<Client, INCI_CLIENTS> clients{};
+    u8  numClients = 0;
+    i32 key = INCI_FIRST_KEY;
+    u32 numberOfRevisions = 2;
+    std::array<u32, 2> protocolRevision{1, 2};
+    std::array<u32, INCI_CLIENTS> oldClientRefs{};   // of removed clients whose hunt may be answered yet
+};
+ose::ModuleData<State> s;
+
+// ---- table --------------------------------------------------------------------------------------
+
+template <typename Match>
+Client* findClient(Match matches)
+{
+    for (Client& c : s->clients)
+        if (c.clientRef != 0 && matches(c)) return &c;
+    return nullptr;
+}
+Client* clientByRef(u32 clientRef)
+{
+    return findClient([clientRef](const Client& c) { return c.clientRef == clientRef; });
+}
+Client* clientBySharedId(u32 sharedId)
+{
+    return findClient([sharedId](const Client& c) { return c.sharedId == sharedId; });
+}
+Client* clientByPath(const char* path)
+{
+    return findClient([path](const Client& c) { return std::strcmp(c.huntPathPrefix, path) == 0; });
+}
+
+void detachFromServer(Client& c)
+{
+    if (c.serviceAttachRef != NO_ATTACH) ose::detach(&c.serviceAttachRef);
+    c.serviceAttachRef = NO_ATTACH;
+}
+
+void clearPids(Client& c)
+{
+    c.factoryPid = 0;
+    c.servicePid = 0;
+}
+
+void stopEstablishTimer(Client& c)
+{
+    if (c.establishTimer == 0) return;
+    Signal* tmo = ose::cancel_tmo_sig(&c.establishTimer);
+    if (tmo != nullptr) ose::free_buf(&tmo);
+}
+
+/// The record is free again.
+void dropClient(Client& c)
+{
+    stopEstablishTimer(c);
+    detachFromServer(c);
+    if (s->numClients > 0) --s->numClients;
+    c = Client{};
+}
+
+/// The unit's path with the process's name behind it, cut to what a record holds.
+std::array<char, INCI_PATH_SIZE> pathOf(const char (&prefix)[INCI_PATH_SIZE])
+{
+    std::array<char, INCI_PATH_SIZE> path{};
+    u32 at = 0;
+    const auto append = [&](const char* text) {
+        for (; at < INCI_PATH_SIZE - 1 && *text != '\0'; ++text) path[at++] = *text;
+    };
+    append(prefix);
+    append("/");
+    append(INCI_PROCESS);
+    return path;
+}
+
+Signal* makeClientInd(SIGSELECT sigNo, const Client& c)
+{
+    auto* ind = node::make<InciClientInd>(sigNo);
+    ind->clientRef = c.clientRef;
+    return reinterpret_cast<Signal*>(ind);
+}
+
+// ---- to the manager -----------------------------------------------------------------------------
+
+void sendEstablishRsp(u8 cpriPortNo, u32 sharedId, u32 subsumedUnitId, u32 result)
+{
+    auto* rsp = node::make<KvdTuSocpriInciEstablishRsp>(KVD_TUSOCPRI_INCI_ESTABLISH_RSP);
+    rsp->cpriPortNo = cpriPortNo;
+    rsp->sharedId = sharedId;
+    rsp->subsumedUnitId = subsumedUnitId;
+    rsp->subsumedIdValid = clientBySharedId(subsumedUnitId) != nullptr ? 1 : 0;
+    rsp->result = result;
+    node::sendTo(KvdLoz6TuMgr_pid(), rsp);
+}
+void sendEstablishRsp(const Client& c, u32 result)
+{
+    sendEstablishRsp(c.cpriPortNo, c.sharedId, c.subsumedUnitId, result);
+}
+
+// ---- establishment ------------------------------------------------------------------------------
+
+/// 1 when the peer is hunted for already.
+int connEstablishReq(Client& c)
+{
+    if (c.availabilityStatus == INCI_AVAILABLE) {
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_INFO, "%s(): SYNC-INCI already available.", __func__);
+        return 0;
+    }
+    if (c.availabilityStatus != INCI_UNAVAILABLE) return 1;
+    Signal* up = makeClientInd(PSX_IW_NGSC_INCI_SERVER_UP_IND, c);
+    // Not found yet: the hunt stands until the peer comes.
+    if (ose::hunt(c.huntPathPrefix, 0, nullptr, &up) == 0)
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "%s(): Failed to hunt for process: %s", __func__,
+                  c.huntPathPrefix);
+    c.availabilityStatus = INCI_INITIATING;
+    clearPids(c);
+    return 0;
+}
+
+void startEstablishTimer(Client& c)
+{
+    if (c.establishTimer != 0) {
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_INFO, " %s(): INCI establishment request tmo already started.",
+                  __func__);
+        return;
+    }
+    Signal* tmo = makeClientInd(KVD_TUSOCPRI_INCI_ESTABLISH_TMO, c);
+    c.establishTimer = ose::request_tmo_sig(ESTABLISH_ms, &tmo);
+    if (c.establishTimer != 0) return;
+    ose::free_buf(&tmo);
+    KVD_TRACE(TRACE_INCI_CLIENT, TRACE_ERROR, "no timer for the connection, clientRef=0x%x", c.clientRef);
+}
+
+/// nullptr when the table is full.
+Client* addClient(const KvdTuSocpriInciEstablishReq& req, const std::array<char, INCI_PATH_SIZE>& path)
+{
+    const auto place = std::find_if(s->clients.begin(), s->clients.end(), [](const Client& c) {
+        return c.availabilityStatus == INCI_UNAVAILABLE && c.sharedId == 0;
+    });
+    if (place == s->clients.end()) return nullptr;
+    Client& c = *place;
+    if (c.clientRef != 0) dropClient(c);       // of unit 0 and out of use: the place counts as free
+    const u32 apn = KvdLoz6TuIifAdm_apn();
+    const u32 seed = KvdLoz6TuSoCpri_ngpduhif_nodeIdentifier();
+    const auto [key, clientRef] = inciNextReference(s->key, apn, seed);
+    KVD_TRACE(TRACE_INCI_CLIENT, TRACE_INFO,
+              "%s(): apn: %u, key :%u, rand num: %u, Calculated reference = 0x%x, client[%u]", __func__,
+              apn, static_cast<u32>(key), seed, clientRef, static_cast<u32>(place - s->clients.begin()));
+    if (clientByRef(clientRef) != nullptr)
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_ERROR, "two connections have the reference 0x%x", clientRef);
+    ++s->numClients;
+    c.clientRef = clientRef;
+    c.serverRef = 0;
+    std::copy(path.begin(), path.end(), c.huntPathPrefix);
+    c.cpriPortNo = req.cpriPortNo;
+    c.sharedId = req.sharedId;
+    c.subsumedUnitId = req.subsumedUnitId;
+    KVD_TRACE(TRACE_INCI_CLIENT, TRACE_INFO, "%s(). New INCI client added, clientRef = 0x%x", __func__,
+              c.clientRef);
+    return &c;
+}
+
+void onEstablishReq(const KvdTuSocpriInciEstablishReq* req)
+{
+    if (req == nullptr) return;
+    const auto path = pathOf(req->huntPathPrefix);
+    if (Client* const known = clientByPath(path.data())) {
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_INFO,
+                  "%s(): INCI client already added clientRef = 0x%x, serverRef = 0x%x, huntPathPrefix = %s, "
+                  "numberOfRevisions = %u apn = %u",
+                  __func__, known->clientRef, known->serverRef, known->huntPathPrefix, s->numberOfRevisions,
+                  KvdLoz6TuIifAdm_apn());
+        known->sharedId = req->sharedId;
+        known->subsumedUnitId = req->subsumedUnitId;
+        return startEstablishTimer(*known);
+    }
+    Client* const c = addClient(*req, path);
+    if (c == nullptr) {
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_ERROR,
+                  "Unable to add INCI client, maximum client number exceeded, apn = %u.",
+                  KvdLoz6TuIifAdm_apn());
+        return sendEstablishRsp(req->cpriPortNo, req->sharedId, INCI_NO_UNIT, RESULT_NOK);
+    }
+    if (connEstablishReq(*c) != 0) {
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "Failed to initiate INCI subscription!");
+        return sendEstablishRsp(*c, RESULT_NOK);
+    }
+    startEstablishTimer(*c);
+}
+
+void onEstablishTmo(const InciClientInd* tmo)
+{
+    if (tmo == nullptr) return;
+    Client* const c = clientByRef(tmo->clientRef);
+    if (c == nullptr) {
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7,
+                  "Failed to send KVD_TUSOCPRI_INCI_ESTABLISH_RSP on INCI establish tmo expire");
+        return;
+    }
+    if (c->establishTimer == 0) return;        // cancelled when it was in the queue already
+    c->establishTimer = 0;
+    sendEstablishRsp(*c, RESULT_NOK);
+}
+
+// ---- answers of the peer ------------------------------------------------------------------------
+
+void onUpOfRemovedClient(u32 clientRef)
+{
+    const auto old = std::find(s->oldClientRefs.begin(), s->oldClientRefs.end(), clientRef);
+    if (clientRef == 0 || old == s->oldClientRefs.end()) {
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_ERROR,
+                  "Server up received for non-existing INCI client, connectionRef = 0x%x ", clientRef);
+        return;
+    }
+    *old = 0;
+    KVD_TRACE(TRACE_INCI_CLIENT, TRACE_INFO,
+              "%s(): Server up received for old INCI client which does not exist, connectionRef = 0x%x",
+              __func__, clientRef);
+}
+
+void sendConnEstablishReq(const Client& c)
+{
+    const u32 revisionBytes = s->numberOfRevisions * static_cast<u32>(sizeof(u32));
+    Signal* sig = ose::alloc(static_cast<u32>(sizeof(InciConnEstablishReq)) + revisionBytes,
+                             PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ);
+    auto* const req = reinterpret_cast<InciConnEstablishReq*>(sig);
+    req->procedureRef = c.clientRef;
+    req->connectionRef = c.clientRef;
+    req->numberOfRevisions = s->numberOfRevisions;
+    std::memcpy(req + 1, s->protocolRevision.data(), revisionBytes);
+    ose::send(&sig, c.factoryPid);
+}
+
+void onServerUp(const InciClientInd* ind, PROCESS peer)
+{
+    if (ind == nullptr) return;
+    Client* const c = clientByRef(ind->clientRef);
+    if (c == nullptr) return onUpOfRemovedClient(ind->clientRef);
+    detachFromServer(*c);
+    c->factoryPid = peer;
+    Signal* down = makeClientInd(PSX_IW_NGSC_INCI_SERVER_DOWN_IND, *c);
+    c->serviceAttachRef = ose::attach(&down, peer);
+    sendConnEstablishReq(*c);
+}
+
+void sendRefs(SIGSELECT sigNo, const Client& c)
+{
+    auto* req = node::make<InciRefs>(sigNo);
+    req->procedureRef = c.clientRef;
+    req->connectionRef = c.serverRef;
+    node::sendTo(c.servicePid, req);
+}
+
+void onConnEstablishCfm(const InciConnEstablishCfm* cfm, PROCESS peer)
+{
+    if (cfm == nullptr) return;
+    Client* const c = clientByRef(cfm->procedureRef);
+    if (c == nullptr) {
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7,
+                  "Connection establish confirm received for non-existing INCI client procedureRef = 0x%x, "
+                  "protocolRevision = 0x%x",
+                  cfm->procedureRef, cfm->protocolRevision);
+        return;
+    }
+    c->servicePid = peer;
+    c->serverRef = cfm->connectionRef;
+    c->availabilityStatus = INCI_AVAILABLE;
+    sendRefs(PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_REQ, *c);
+}
+
+/// The establish timer answers the manager.
+void onConnEstablishRej(const InciRej* rej)
+{
+    if (rej == nullptr) return;
+    KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7,
+              "PSX_IW_NGSC_INCI_CONN_ESTABLISH_REJ procedureRef=0x%x errorCode=%u", rej->procedureRef,
+              rej->errorCode);
+    Client* const c = clientByRef(rej->procedureRef);
+    if (c == nullptr) return;
+    detachFromServer(*c);
+    clearPids(*c);
+    c->availabilityStatus = INCI_UNAVAILABLE;
+}
+
+void onSubscribeRej(const InciRej* rej)
+{
+    if (rej == nullptr) return;
+    KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "%s(): PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_REJ errorCode = %u",
+              __func__, rej->errorCode);
+}
+
+/// A connection counts as established at its first broadcast, and not before.
+void reportEstablished(Client& c)
+{
+    if (c.establishReported != 0) return;
+    c.establishReported = 1;
+    stopEstablishTimer(c);
+    sendEstablishRsp(c, RESULT_OK);
+}
+
+template <typename Message>
+void onBroadcast(const Message* message, u32 (*passOn)(const Message&, u8, u32))
+{
+    if (message == nullptr) return;
+    Client* const c = clientByRef(message->connectionRef);
+    if (c == nullptr) {
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7,
+                  "Broadcast ind received for non-existing INCI client procedureRef = 0x%x, "
+                  "connectionRef = 0x%x",
+                  message->procedureRef, message->connectionRef);
+        return;
+    }
+    if (passOn(*message, c->cpriPortNo, c->sharedId) != 0)
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "%s(): NGPDUHIF server not available", __func__);
+    reportEstablished(*c);
+}
+
+// ---- release ------------------------------------------------------------------------------------
+
+/// A hunt can't be withdrawn: the reference is kept so that its answer is told from a fault.
+void removeOldHuntpathInciClient(u32 sharedId)
+{
+    Client* const c = clientBySharedId(sharedId);
+    if (c == nullptr) {
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "Tried to remove non existing client.");
+        return;
+    }
+    const auto place = std::find(s->oldClientRefs.begin(), s->oldClientRefs.end(), 0u);
+    if (place != s->oldClientRefs.end()) *place = c->clientRef;
+    dropClient(*c);
+}
+
+void handleInciReleaseReq(const KvdTuSocpriInciReleaseReq& req)
+{
+    Client* const c = clientBySharedId(req.sharedId);
+    if (c != nullptr) stopEstablishTimer(*c);
+    const bool isAvailable = c != nullptr && c->availabilityStatus == INCI_AVAILABLE;
+    if (isAvailable)
+        sendRefs(PSX_IW_NGSC_INCI_CONN_RELEASE_REQ, *c);
+    else
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "%s(): SYNC-INCI not available.", __func__);
+    auto* rsp = node::make<KvdTuSocpriInciReleaseRsp>(KVD_TUSOCPRI_INCI_RELEASE_RSP);
+    rsp->cpriPortNo = req.cpriPortNo;
+    rsp->sharedId = req.sharedId;
+    rsp->result = isAvailable ? RESULT_OK : RESULT_NOK;
+    node::sendTo(KvdLoz6TuMgr_pid(), rsp);
+}
+
+void onReleaseReq(const KvdTuSocpriInciReleaseReq* req)
+{
+    if (req == nullptr) return;
+    if (req->remove != 0)
+        removeOldHuntpathInciClient(req->sharedId);
+    else
+        handleInciReleaseReq(*req);
+}
+
+void releaseAtNgpduhif(u32 clientRef)
+{
+    if (KvdLoz6TuSoCpri_ngpduhif_sendClientConnReleaseReq(clientRef) != 0)
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7,
+                  "Failed to request INCI client connection release from NGPDUHIF server");
+}
+
+void onConnReleaseCfm(const InciRefs* cfm)
+{
+    if (cfm == nullptr) return;
+    Client* const c = clientByRef(cfm->connectionRef);
+    if (c == nullptr || c->availabilityStatus != INCI_AVAILABLE) {
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "Failed to release INCI client!");
+        return;
+    }
+    const u32 clientRef = c->clientRef;
+    dropClient(*c);
+    KVD_TRACE(TRACE_INCI_CLIENT, TRACE_INFO, "%s(): INCI client was released ", __func__);
+    releaseAtNgpduhif(clientRef);
+}
+
+void onServerDown(const InciClientInd* ind)
+{
+    if (ind == nullptr) return;
+    Client* const c = clientByRef(ind->clientRef);
+    if (c == nullptr) return;
+    c->serviceAttachRef = NO_ATTACH;
+    clearPids(*c);
+    c->availabilityStatus = INCI_UNAVAILABLE;
+    c->establishReported = 0;
+    releaseAtNgpduhif(c->clientRef);
+    if (connEstablishReq(*c) != 0)
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "%s(): SYNC-INCI CONNECTION ESTABLISH failed", __func__);
+}
+
+}  // namespace
+
+void KvdLoz6TuSoCpri_inci_initiateClient() { *s = State{}; }
+
+int KvdLoz6TuSoCpri_inci_dispatchClient(Signal* sig)
+{
+    switch (sig->sigNo) {
+    case KVD_TUSOCPRI_INCI_ESTABLISH_REQ: onEstablishReq(as<KvdTuSocpriInciEstablishReq>(sig));      return 1;
+    case KVD_TUSOCPRI_INCI_RELEASE_REQ:   onReleaseReq(as<KvdTuSocpriInciReleaseReq>(sig));          return 1;
+    case KVD_TUSOCPRI_INCI_ESTABLISH_TMO: onEstablishTmo(as<InciClientInd>(sig));                    return 1;
+    case PSX_IW_NGSC_INCI_SERVER_UP_IND:
+        onServerUp(as<InciClientInd>(sig), ose::sender(&sig));                                       return 1;
+    case PSX_IW_NGSC_INCI_SERVER_DOWN_IND: onServerDown(as<InciClientInd>(sig));                     return 1;
+    case PSX_IW_NGSC_INCI_CONN_ESTABLISH_CFM:
+        onConnEstablishCfm(as<InciConnEstablishCfm>(sig), ose::sender(&sig));                        return 1;
+    case PSX_IW_NGSC_INCI_CONN_ESTABLISH_REJ: onConnEstablishRej(as<InciRej>(sig));                  return 1;
+    case PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_CFM:
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "received PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_CFM");   return 1;
+    case PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_REJ: onSubscribeRej(as<InciRej>(sig));                  return 1;
+    case PSX_IW_NGSC_INCI_BROADCAST_MESSAGE_IND:
+        onBroadcast(as<InciBroadcastMessageInd>(sig), KvdLoz6TuSoCpri_ngpduhif_sendNgpduhIfReceiveBcmInd);
+        return 1;
+    case PSX_IW_NGSC_INCI_BROADCAST_MESSAGE2_IND:
+        onBroadcast(as<InciBroadcastMessage2Ind>(sig), KvdLoz6TuSoCpri_ngpduhif_sendNgpduhIfReceiveBcmInd2);
+        return 1;
+    case PSX_IW_NGSC_INCI_CONN_RELEASE_CFM: onConnReleaseCfm(as<InciRefs>(sig));                     return 1;
+    default:                                                                                         return 0;
+    }
+}
+
+// ---- printout -----------------------------------------------------------------------------------
+
+void KvdLoz6TuSoCpri_inci_printClients()
+{
+    constexpr const char* STATUS[] = {"INCI_UNAVAILABLE", "INCI_INITIATING", "INCI_AVAILABLE"};
+    const State& st = *s;
+    node::shellPrintf("\n***** SYNC-INCI client related data *****\n");
+    node::shellPrintf("   numClients        : %u\n", st.numClients);
+    node::shellPrintf("   protocolRevision  : %u, %u\n", st.protocolRevision[0], st.protocolRevision[1]);
+    for (u32 i = 0; i < INCI_CLIENTS; ++i) {
+        const Client& c = st.clients[i];
+        if (c.clientRef == 0) continue;
+        node::shellPrintf("   client[%u]  %s\n", i, c.huntPathPrefix);
+        node::shellPrintf("      availabilityStatus : %s (%u)\n", STATUS[c.availabilityStatus],
+                          c.availabilityStatus);
+        node::shellPrintf("      factoryPid, servicePid : 0x%08x, 0x%08x\n", c.factoryPid, c.servicePid);
+        node::shellPrintf("      clientRef, serverRef   : 0x%x, 0x%x\n", c.clientRef, c.serverRef);
+        node::shellPrintf("      cpriPortNo         : %u\n", c.cpriPortNo);
+        node::shellPrintf("      sharedId           : %u\n", c.sharedId);
+        node::shellPrintf("      subsumedUnitId     : %d\n", static_cast<i32>(c.subsumedUnitId));
+        node::shellPrintf("      established        : %s%s\n", c.establishReported != 0 ? "yes" : "no",
+                          c.establishTimer != 0 ? ", timer runs" : "");
+    }
+}

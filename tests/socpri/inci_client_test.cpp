@@ -1,0 +1,276 @@
+// The client's side: connections to other units, made, reported, lost and given back.
+#include "socpri/kvd_socpri_inci_client.h"
+#include "tests/socpri/inci_bench.h"
+
+namespace {
+
+using namespace bench;
+
+struct ClientBench : InciBench {
+    using InciBench::InciBench;
+
+    /// Of the newest connection request.
+    u32 clientRef() const
+    {
+        for (auto t = peer.inbox.taken.rbegin(); t != peer.inbox.taken.rend(); ++t) {
+            if (t->sigNo() != PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ) continue;
+            u32 ref;
+            std::memcpy(&ref, &t->bytes[8], sizeof ref);
+            return ref;
+        }
+        ADD_FAILURE() << "no connection was asked for";
+        return 0;
+    }
+    void confirm(u32 clientRef, u32 serverRef = 0x77)
+    {
+        peer.send(InciConnEstablishCfm{PSX_IW_NGSC_INCI_CONN_ESTABLISH_CFM, clientRef, serverRef, 2});
+    }
+    void reject(u32 clientRef)
+    {
+        peer.send(InciRej{PSX_IW_NGSC_INCI_CONN_ESTABLISH_REJ, clientRef, 0, 1});
+    }
+    void broadcast(u32 clientRef)
+    {
+        InciBroadcastMessage2Ind ind{};
+        ind.sigNo = PSX_IW_NGSC_INCI_BROADCAST_MESSAGE2_IND;
+        ind.procedureRef = 0x77;
+        ind.connectionRef = clientRef;
+        peer.send(ind);
+    }
+    /// As far as the first broadcast.
+    u32 establishWithPeer(u32 sharedId = 5)
+    {
+        peer.start();
+        unit.establish("peer", 3, sharedId);
+        const u32 ref = clientRef();
+        confirm(ref);
+        broadcast(ref);
+        return ref;
+    }
+};
+
+TEST(InciClient, ConnectsSubscribesAndIsEstablishedAtTheFirstBroadcast)
+{
+    ClientBench b;
+    b.unit.establish("peer", 3, 5, 9);
+    b.run(0.5);
+    b.peer.start();                              // the hunt waits for it
+    const auto* req = reinterpret_cast<const u32*>(b.peer.inbox.taken.at(0).bytes.data());
+    ASSERT_EQ(b.peer.inbox.taken[0].bytes.size(), 24u);
+    // Seeded by the node's identifier, which is the unit's number here: hash("1234", 1).
+    EXPECT_EQ(std::vector<u32>(req, req + 6), (std::vector<u32>{0x1700300, 0xb80843d4, 0xb80843d4, 2, 1, 2}));
+    const u32 ref = b.clientRef();
+    b.confirm(ref);
+    const auto subscribe = b.peer.inbox.last<InciRefs>(PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_REQ);
+    ASSERT_TRUE(subscribe.has_value());
+    EXPECT_EQ(subscribe->procedureRef, ref);
+    EXPECT_EQ(subscribe->connectionRef, 0x77u);
+    EXPECT_EQ(b.unit.responses(), 0u);
+
+    for (int i = 0; i < 2; ++i) b.broadcast(ref);
+    ASSERT_EQ(b.unit.responses(), 1u);
+    const KvdTuSocpriInciEstablishRsp rsp = b.unit.response();
+    EXPECT_EQ(rsp.result, 1u);
+    EXPECT_EQ(rsp.cpriPortNo, 3u);
+    EXPECT_EQ(rsp.sharedId, 5u);
+    EXPECT_EQ(rsp.subsumedUnitId, 9u);
+    EXPECT_EQ(rsp.subsumedIdValid, 0u);          // no client of unit 9
+    EXPECT_EQ(b.group().lastBcm().riPortNo, 3u);
+    EXPECT_EQ(b.group().lastBcm().sharedId, 5u);
+    EXPECT_EQ(b.group().lastBcm().connectionRef, ref);
+    b.run(2.0);
+    EXPECT_EQ(b.unit.responses(), 1u);           // the timer was stopped
+}
+
+TEST(InciClient, AnswersThatAreMissingLateTwiceOrRejections)
+{
+    struct Case {
+        const char* when;
+        void (*early)(ClientBench&, u32 ref);    // before the timer ends
+        void (*late)(ClientBench&, u32 ref);
+        std::vector<u32> results;
+    };
+    for (const Case& c : std::to_array<Case>({
+             {"never", [](ClientBench&, u32) {}, [](ClientBench&, u32) {}, {0}},
+             {"confirmed, never a broadcast", [](ClientBench& b, u32 r) { b.confirm(r); },
+              [](ClientBench&, u32) {}, {0}},
+             {"all of it late", [](ClientBench&, u32) {},
+              [](ClientBench& b, u32 r) { b.confirm(r), b.broadcast(r); }, {0, 1}},
+             {"confirmed twice", [](ClientBench& b, u32 r) { b.confirm(r), b.confirm(r), b.broadcast(r); },
+              [](ClientBench&, u32) {}, {1}},
+             {"a broadcast before its confirmation",
+              [](ClientBench& b, u32 r) { b.broadcast(r), b.confirm(r); },
+              [](ClientBench&, u32) {}, {1}},
+             {"rejected", [](ClientBench& b, u32 r) { b.reject(r); },
+              [](ClientBench& b, u32) { EXPECT_EQ(b.unit.responses(), 1u); }, {0}},
+             {"for nobody",
+              [](ClientBench& b, u32) { b.confirm(1), b.broadcast(1), b.confirm(0), b.broadcast(0); },
+              [](ClientBench&, u32) {}, {0}},
+             {"too short, then good",
+              [](ClientBench& b, u32 r) {
+                  b.peer.send(InciConnEstablishCfm{PSX_IW_NGSC_INCI_CONN_ESTABLISH_CFM, r, 0x77, 2}, 12);
+                  EXPECT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_REQ), 0u);
+                  b.confirm(r), b.broadcast(r);
+              },
+              [](ClientBench&, u32) {}, {1}},
+         })) {
+        SCOPED_TRACE(c.when);
+        ClientBench b;
+        b.peer.start();
+        b.unit.establish("peer", 3, 5);
+        const u32 ref = b.clientRef();
+        c.early(b, ref);
+        b.run(0.9);
+        EXPECT_EQ(b.unit.responses(), c.results[0]);
+        b.run(0.2);
+        EXPECT_EQ(b.unit.responses(), 1u);
+        c.late(b, ref);
+        EXPECT_EQ(b.unit.responses(), c.results.size());
+        EXPECT_EQ(b.unit.response().result, c.results.back());
+    }
+}
+
+TEST(InciClient, AKnownPathGetsItsNewIdsAndTheTimerButNoNewHunt)
+{
+    ClientBench b;
+    b.establishWithPeer(5);
+    b.unit.establish("peer", 4, 0, 5);           // a unit of number 0 is a unit
+    b.unit.establish("peer", 4, 6, 5);
+    EXPECT_EQ(b.unit.traces("INCI client already added"), 2u);
+    EXPECT_EQ(b.unit.traces("INCI establishment request tmo already started."), 1u);
+    EXPECT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ), 1u);
+    b.run(1.1);
+    ASSERT_EQ(b.unit.responses(), 2u);
+    EXPECT_EQ(b.unit.response().sharedId, 6u);
+    EXPECT_EQ(b.unit.response().cpriPortNo, 3u);
+    EXPECT_EQ(b.unit.response().subsumedUnitId, 5u);
+    EXPECT_EQ(b.unit.response().subsumedIdValid, 0u);
+    EXPECT_EQ(b.unit.response().result, 0u);
+}
+
+TEST(InciClient, ASubsumedUnitIsToldOfAndRemovedWithoutAWordToThePeer)
+{
+    ClientBench b;
+    const u32 old = b.establishWithPeer(5);
+    Peer other(b.world, b.unit.node, "other");
+    b.unit.establish("other", 2, 6, 5);          // not there yet
+    b.run(1.1);
+    EXPECT_EQ(b.unit.response().subsumedIdValid, 1u);
+    b.unit.release(5, 1);
+    EXPECT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_CONN_RELEASE_REQ), 0u);
+    EXPECT_EQ(b.unit.manager.count(KVD_TUSOCPRI_INCI_RELEASE_RSP), 0u);
+    b.broadcast(old);
+    EXPECT_EQ(b.unit.traces("Broadcast ind received for non-existing INCI client"), 1u);
+    b.peer.die();                                // nobody is attached any more
+    b.unit.release(5, 1);
+    EXPECT_EQ(b.unit.traces("Tried to remove non existing client."), 1u);
+
+    b.unit.release(6, 1);                        // while it is hunted for
+    other.start();
+    EXPECT_EQ(other.inbox.taken.size(), 0u);
+    EXPECT_EQ(b.unit.traces("Server up received for old INCI client which does not exist"), 1u);
+    b.unit.order(InciClientInd{PSX_IW_NGSC_INCI_SERVER_UP_IND, 0});
+    b.unit.order(InciClientInd{PSX_IW_NGSC_INCI_SERVER_UP_IND, old});
+    b.unit.order(InciClientInd{PSX_IW_NGSC_INCI_SERVER_UP_IND, old});        // told once
+    EXPECT_EQ(b.unit.traces("Server up received for old INCI client which does not exist"), 2u);
+    EXPECT_EQ(b.unit.node.traces().count({"Server up received for non-existing INCI client", "", 1}), 2u);
+}
+
+TEST(InciClient, TheTableHolds64AndAFreedPlaceIsTakenAgain)
+{
+    ClientBench b{3};
+    for (u32 unit = 0; unit < INCI_CLIENTS; ++unit)
+        b.unit.establish("nobody/" + std::to_string(unit), 1, unit);
+    EXPECT_EQ(b.unit.responses(), 0u);
+    b.unit.establish("nobody/64", 1, 64);
+    EXPECT_EQ(b.unit.node.traces().count(
+                  {"Unable to add INCI client, maximum client number exceeded, apn = 3.", "", 1}),
+              1u);
+    ASSERT_EQ(b.unit.responses(), 1u);
+    EXPECT_EQ(b.unit.response().result, 0u);
+    EXPECT_EQ(b.unit.response().sharedId, 64u);
+    EXPECT_EQ(b.unit.response().subsumedUnitId, INCI_NO_UNIT);
+    b.run(1.1);
+    EXPECT_EQ(b.unit.responses(), 65u);          // each timer by itself
+
+    b.unit.release(40, 1);
+    b.unit.establish("peer", 2, 64);
+    b.peer.start();
+    EXPECT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ), 1u);
+    const std::string shown = b.unit.command("kvdngpduh inci_if");
+    EXPECT_NE(shown.find("client[40]  peer/PsxIwNgscInciServer"), std::string::npos);
+    b.unit.establish("nobody/65", 1, 65);
+    EXPECT_EQ(b.unit.response().sharedId, 65u);
+}
+
+TEST(InciClient, ALongPathIsCut)
+{
+    ClientBench b;
+    b.unit.establish(std::string(90, 'p'), 1, 7);
+    b.unit.establish(std::string(100, 'q'), 1, 8);       // no terminator in the signal
+    const std::string shown = b.unit.command("kvdngpduh inci_if");
+    EXPECT_NE(shown.find(" " + std::string(90, 'p') + "/PsxIwNgs\n"), std::string::npos);
+    EXPECT_NE(shown.find(" " + std::string(99, 'q') + "\n"), std::string::npos);
+}
+
+TEST(InciClient, ReleaseAsksThePeerAndEndsWithItsConfirmation)
+{
+    ClientBench b;
+    const auto result = [&] {
+        return b.unit.manager.last<KvdTuSocpriInciReleaseRsp>(KVD_TUSOCPRI_INCI_RELEASE_RSP)->result;
+    };
+    b.unit.release(5, 0);
+    EXPECT_EQ(result(), 0u);                     // no such client
+    b.unit.establish("nobody", 1, 4);
+    b.unit.release(4, 0);
+    EXPECT_EQ(result(), 0u);                     // not connected; its timer is stopped
+    b.run(1.1);
+    EXPECT_EQ(b.unit.responses(), 0u);
+
+    const u32 ref = b.establishWithPeer(5);
+    b.peer.send(InciRefs{PSX_IW_NGSC_INCI_CONN_RELEASE_CFM, ref, 0});
+    EXPECT_EQ(b.unit.traces("Failed to release INCI client!"), 1u);
+    b.unit.release(5, 0);
+    EXPECT_EQ(result(), 1u);
+    const auto req = b.peer.inbox.last<InciRefs>(PSX_IW_NGSC_INCI_CONN_RELEASE_REQ);
+    ASSERT_TRUE(req.has_value());
+    EXPECT_EQ(req->procedureRef, ref);
+    EXPECT_EQ(req->connectionRef, 0x77u);
+    b.peer.send(InciRefs{PSX_IW_NGSC_INCI_CONN_RELEASE_CFM, ref, ref});
+    EXPECT_EQ(b.group().clientReleases(), std::vector<u32>{ref});
+    b.peer.send(InciRefs{PSX_IW_NGSC_INCI_CONN_RELEASE_CFM, ref, ref});
+    EXPECT_EQ(b.unit.traces("Failed to release INCI client!"), 2u);
+    b.broadcast(ref);
+    EXPECT_EQ(b.group().received(KVD_NGPDUHIF_RECEIVE_BCM_DATA_IND), 1u);
+}
+
+TEST(InciClient, APeerThatDiesIsHuntedForAndReportedAnew)
+{
+    ClientBench b;
+    const u32 ref = b.establishWithPeer();
+    b.peer.die();
+    b.run(3.0);
+    EXPECT_EQ(b.unit.responses(), 1u);           // no timer for the return
+    EXPECT_EQ(b.group().clientReleases(), std::vector<u32>{ref});
+    b.peer.start();
+    EXPECT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ), 2u);
+    EXPECT_EQ(b.clientRef(), ref);
+    b.confirm(ref, 0x78);
+    b.broadcast(ref);
+    EXPECT_EQ(b.unit.responses(), 2u);
+    EXPECT_EQ(b.unit.response().result, 1u);
+}
+
+TEST(InciClient, WithoutASyncGroupABroadcastCountsAsEstablishedAllTheSame)
+{
+    ClientBench b{1, false, {.present = false}};
+    const u32 ref = b.establishWithPeer();
+    EXPECT_EQ(b.unit.response().result, 1u);
+    EXPECT_EQ(b.unit.traces("sendNgpduhIfReceiveBcmInd2(): NGPDUHIF server not available."), 1u);
+    b.peer.die();
+    b.run(0.1);
+    EXPECT_EQ(b.unit.traces("Failed to request INCI client connection release from NGPDUHIF server"), 1u);
+    EXPECT_EQ(ref, 0x3104d636u);                 // seed 0: hash("1234", 0)
+}
+
+}  // namespace
