@@ -32,6 +32,7 @@ Node::Node(ose::World& world, const NodeConfig& config)
     pmAgent_ = std::make_unique<PmAgent>(*this);
     bira_ = std::make_unique<BiraServer>(*this, config.bira);
     idpi_ = std::make_unique<IdpiServer>(*this, config.idpi);
+    inrsi_ = std::make_unique<InrsiServer>(*this, config.inrsi);
     shell_ = std::make_unique<Shell>(*this);
     mainProcessor_ = std::make_unique<MainProcessor>(*this, config.mainProcessor);
 
@@ -55,6 +56,7 @@ Node::Node(ose::World& world, const NodeConfig& config)
     shell_->start();
     if (config.bira.present) bira_->start();
     if (config.idpi.present) idpi_->start();
+    if (config.inrsi.present) inrsi_->start();
     if (config.mainProcessor.present) mainProcessor_->start();
 }
 
@@ -65,6 +67,7 @@ Node::~Node()
     system_->kill(shutdownProcess_);
     mainProcessor_->die();
     shell_->die();
+    inrsi_->die();
     idpi_->die();
     bira_->die();
     pmAgent_->die();

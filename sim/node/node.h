@@ -15,6 +15,7 @@
 #include "sim/node/bira_server.h"
 #include "sim/node/error_log.h"
 #include "sim/node/idpi_server.h"
+#include "sim/node/inrsi_server.h"
 #include "sim/node/main_processor.h"
 #include "sim/node/msi_server.h"
 #include "sim/node/name_server.h"
@@ -103,6 +104,7 @@ public:
     PmAgent& pmAgent() { return *pmAgent_; }
     BiraServer& bira() { return *bira_; }
     IdpiServer& idpi() { return *idpi_; }
+    InrsiServer& inrsi() { return *inrsi_; }
     Shell& shell() { return *shell_; }
     Parameters& parameters() { return parameters_; }
     Volumes& volumes() { return volumes_; }
@@ -191,6 +193,7 @@ private:
     std::unique_ptr<PmAgent> pmAgent_;
     std::unique_ptr<BiraServer> bira_;
     std::unique_ptr<IdpiServer> idpi_;
+    std::unique_ptr<InrsiServer> inrsi_;
     std::unique_ptr<Shell> shell_;
     std::unique_ptr<MainProcessor> mainProcessor_;
     PROCESS shutdownProcess_ = 0;

@@ -63,6 +63,8 @@ struct NodeConfig {
     /// Servers of the inter-unit links; a unit on its own has neither.
     BiraConfig bira;
     IdpiConfig idpi;
+    /// Measurement server of the radio links.
+    InrsiConfig inrsi;
 
     MainProcessorConfig mainProcessor;
 

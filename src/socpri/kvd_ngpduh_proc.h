@@ -1,0 +1,16 @@
+// kvd_ngpduh_proc.h - The process PsxIwNgscInciServer: hosts both sides of SYNC-INCI and the client of the
+// sync group logic, and on a master tells the latter the node's time every 200 ms.
+// Owner   starting and killing it: the manager process.
+// Units   timers in ms.
+// Errors  a signal that none of its parts takes is traced and freed.
+#pragma once
+#include "ose/types.h"
+
+/// Starts the process unless it runs already.
+void KvdLoz6NgPduh_start();
+/// Kills it, if it runs; its tables are dropped with it.
+void KvdLoz6NgPduh_kill();
+/// 0 while it doesn't run.
+PROCESS KvdLoz6NgPduh_pid();
+/// Its entry point.
+void KvdLoz6NgPduh_proc();
