@@ -42,6 +42,7 @@ struct InrsiLinkConfig {
     u8  status = 2;                  // 0 not available, 1 present, 2 available
     std::string huntPath = "bbu/1";
     std::optional<u32> subsumed = std::nullopt;   // id that the unit had before
+    double offset_ns = 0.0;          // of its clock, where a scenario measures it
 };
 
 struct InrsiConfig {

@@ -13,11 +13,11 @@
 namespace sim {
 
 struct InrsiFrequency {
-    i16 diff_ppb = 0;
+    i16 diff_ppb = 0;                  // the unit's less the node's own
     bool valid = true;
 };
 struct InrsiPhase {
-    u64 diff_ps = 0;                   // modulo what the client makes of it
+    u64 diff_ps = 0;                   // the node's counter less the unit's, modulo a turn of the frame number
     bool valid = true;
 };
 

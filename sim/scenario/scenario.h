@@ -147,6 +147,9 @@ void readIdlServers(TableReader& t, const std::string& file, NodeConfig& node);
 std::function<void(Unit&)> readRestartEvent(const std::string& word, TableReader& t,
                                             const UnitSpec& unit);
 std::function<void(Unit&)> readIdlEvent(const std::string& word, TableReader& t);
+/// Radio links to other units; the event is empty when `word` is none of theirs.
+void readInrsi(TableReader& unit, const std::string& file, InrsiConfig& c);
+std::function<void(Unit&)> readSocpriEvent(const std::string& word, TableReader& t);
 /// Phase, noise and recorded series of a reference.
 void readPhase(TableReader& t, LineConfig& c);
 

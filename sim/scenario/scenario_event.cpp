@@ -354,6 +354,7 @@ EventSpec readEvent(const toml::table& table, const std::string& file, const Sce
     }
     e.action = readRestartEvent(word, t, *unit);
     if (!e.action) e.action = readIdlEvent(word, t);
+    if (!e.action) e.action = readSocpriEvent(word, t);
     if (!e.action) e.action = readGpsEvent(word, t, *unit);
     if (!e.action) t.fail("do", "'" + word + "' is nothing that can happen");
     t.finish();

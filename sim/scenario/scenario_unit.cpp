@@ -210,6 +210,7 @@ UnitSpec readUnit(const toml::table& table, const std::string& file)
     if (const toml::array* const ports = t.tables("port"))
         for (const toml::node& entry : *ports) n.ports.push_back(readPort(*entry.as_table(), file));
     readIdlServers(t, file, n);
+    readInrsi(t, file, n.inrsi);
     t.finish();
     return u;
 }

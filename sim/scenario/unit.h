@@ -29,6 +29,11 @@ public:
     std::optional<double> counterAgainstGps_s();
 
 private:
+    /// A unit behind a radio link, which keeps true time: its frequency less this unit's, and this unit's
+    /// counter less its own.
+    InrsiFrequency farFrequency();
+    InrsiPhase farPhase(u32 unit);
+
     ose::World& world_;
     Node node_;
     std::map<ReferenceInput, std::unique_ptr<LineSource>> sources_;
