@@ -72,8 +72,13 @@ TEST(InrsiSduRequests, ReachTheServerForTheUnitInFocusAlone)
     EXPECT_EQ(u.frequency(UNIT_C), "");
     u.ask(KVD_TUIIF_INRSI_GET_FREQ_DIFF2_REQ_FWD, UNIT_C);
     u.ask(KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REQ_FWD, UNIT_C);
-    EXPECT_EQ(u.mp().last(KVD_TUIIF_INRSI_GET_FREQ_DIFF2_REJ_FWD)->as<KvdTuiifInrsiGetFreqDiff2RejFwd>()->errorCode, 7);
-    EXPECT_EQ(u.mp().last(KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REJ_FWD)->as<KvdTuiifInrsiGetPhaseDiff2RejFwd>()->sharedUnitId, UNIT_C);
+    for (const SIGSELECT rejection :
+         {KVD_TUIIF_INRSI_GET_FREQ_DIFF2_REJ_FWD, KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REJ_FWD}) {
+        ASSERT_EQ(u.mp().count(rejection), 1u);
+        const auto rej = u.mp().last(rejection)->as<KvdTuiifInrsiGetFreqDiff2RejFwd>();
+        EXPECT_EQ(rej->sharedUnitId, UNIT_C);
+        EXPECT_EQ(rej->errorCode, 7);
+    }
     u.inrsi().silentUnits = {UNIT_C};
     u.mp().clearLog();
     u.ask(KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REQ_FWD, UNIT_C);

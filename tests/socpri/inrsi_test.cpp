@@ -487,6 +487,38 @@ TEST(InrsiSelection, WaitsForTheEndOfAPause)
     }
 }
 
+// The order to step the counters reaches the links 70 ms ahead; a link lost meanwhile ends the step.
+TEST(InrsiJump, IsToldToTheLinksAndEndsWithTheLink)
+{
+    for (const bool lost : {false, true}) {
+        SCOPED_TRACE(lost);
+        AlignUnit u;
+        u.phaseIs(InrsiPhase{1'000'000'000, true});      // 1 ms ahead: locked to an offset
+        u.lock(1);
+        ASSERT_EQ(u.get(KvdLoz6TuReg_pllState), u32{PLL_OffsetLocked});
+        u.mp().orderJump();
+        u.run(3.9);
+        EXPECT_TRUE(u.inrsi().jumpInfos().empty());
+        u.run(0.2);
+        EXPECT_EQ(u.inrsi().jumpInfos(), (std::vector<u32>{1}));
+        EXPECT_EQ(u.get(KvdLoz6TuReg_SoCpriJumpRunning), 1u);
+        u.mp().clearLog();
+        if (lost) {
+            u.inrsi().setStatus(UNIT_A, 0);
+            u.run(0.7);
+            EXPECT_EQ(u.synced(), "1:3");
+            EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+        } else {
+            u.otherEndSays(u.count());
+            u.run(1.0);
+        }
+        EXPECT_EQ(u.get(KvdLoz6TuReg_SoCpriJumpRunning), 0u);
+        EXPECT_EQ(u.get(KvdLoz6TuReg_pllState), lost ? u32{PLL_Unlocked} : u32{PLL_Locked});
+        u.run(0.1);
+        EXPECT_EQ(u.inrsi().jumpInfos(), (std::vector<u32>{1, 0}));
+    }
+}
+
 // ---- holdover ------------------------------------------------------------------------------------
 
 TEST(InrsiHoldover, IsEnteredFromALockAndLeftOnALink)
