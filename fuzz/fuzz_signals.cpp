@@ -17,9 +17,16 @@ namespace {
 /// A unit that serves many inputs; after so many it begins anew.
 struct Target {
     ose::World world{1};
-    sim::Node node{world, sim::NodeConfig{}};
+    sim::Node node{world, config()};
     u32 served = 0;
 
+    static sim::NodeConfig config()
+    {
+        sim::NodeConfig c;
+        c.inrsi.present = true;
+        c.inrsi.links = {{.port = 1, .unit = 11}, {.port = 3, .unit = 33}};
+        return c;
+    }
     Target()
     {
         world.onMisuse([](const ose::Misuse& misuse) {
@@ -43,6 +50,8 @@ constexpr NumberRange RANGES[] = {
     {0x9DF00, 0x12},   // the simpler timing function
     {0x190C70, 0x0C},  // slow protocol service
     {0x9C6C0, 2},      // its client's timers
+    {0x9C6D0, 0x12},   // synchronisation over CPRI
+    {0x1019400, 0x19}, // the radio links' measurement server
     {0x0, 0xFFFF},     // strangers
 };
 

@@ -1,8 +1,9 @@
-// idl_config.h - What a node's servers of the inter-unit links are told at their creation.
+// idl_config.h - What a node's servers of inter-unit and radio links are told at their creation.
 #pragma once
 #include "ose/types.h"
 
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace sim {
@@ -32,6 +33,21 @@ struct IdpiConfig {
     bool present = false;
     bool measuresDelay = true;       // its capability
     std::vector<IdpiPortConfig> ports;
+};
+
+/// A unit behind a radio link port as the measurement server knows it.
+struct InrsiLinkConfig {
+    u16 port = 1;                    // 1 to 6 are meant
+    u32 unit = 1;                    // its shared id
+    u8  status = 2;                  // 0 not available, 1 present, 2 available
+    std::string huntPath = "bbu/1";
+    std::optional<u32> subsumed = std::nullopt;   // id that the unit had before
+    double offset_ns = 0.0;          // of its clock, where a scenario measures it
+};
+
+struct InrsiConfig {
+    bool present = false;
+    std::vector<InrsiLinkConfig> links;
 };
 
 }  // namespace sim

@@ -40,6 +40,7 @@ Node::Node(ose::World& world, const NodeConfig& config)
     ipsync_->onReachable([this] { mainProcessor_->lookAgain(); });
     slowpi_ = std::make_unique<SlowpiServer>(*this);
     ngpduhif_ = std::make_unique<NgpduhifServer>(*this, config.syncGroup);
+    inrsi_ = std::make_unique<InrsiServer>(*this, config.inrsi);
     shell_ = std::make_unique<Shell>(*this);
     mainProcessor_ = std::make_unique<MainProcessor>(*this, config.mainProcessor);
 
@@ -69,6 +70,7 @@ Node::Node(ose::World& world, const NodeConfig& config)
     if (config.idpi.present) idpi_->start();
     if (config.ntp.present) ipsync_->start();
     if (config.syncGroup.present) ngpduhif_->start();
+    if (config.inrsi.present) inrsi_->start();
     if (config.mainProcessor.present) mainProcessor_->start();
 }
 
@@ -85,6 +87,7 @@ Node::~Node()
     ipsync_->die();
     slowpi_->die();
     ngpduhif_->die();
+    inrsi_->die();
     idpi_->die();
     bira_->die();
     pmAgent_->die();

@@ -18,6 +18,7 @@
 #include "sim/node/idpi_server.h"
 #include "sim/node/ipsocki_server.h"
 #include "sim/node/ipsynctsi_server.h"
+#include "sim/node/inrsi_server.h"
 #include "sim/node/main_processor.h"
 #include "sim/node/msi_server.h"
 #include "sim/node/name_server.h"
@@ -117,6 +118,7 @@ public:
     IpsynctsiServer& ipsync() { return *ipsync_; }
     SlowpiServer& slowpi() { return *slowpi_; }
     NgpduhifServer& ngpduhif() { return *ngpduhif_; }
+    InrsiServer& inrsi() { return *inrsi_; }
     Shell& shell() { return *shell_; }
     Parameters& parameters() { return parameters_; }
     Volumes& volumes() { return volumes_; }
@@ -219,6 +221,7 @@ private:
     std::unique_ptr<IpsynctsiServer> ipsync_;
     std::unique_ptr<SlowpiServer> slowpi_;
     std::unique_ptr<NgpduhifServer> ngpduhif_;
+    std::unique_ptr<InrsiServer> inrsi_;
     std::unique_ptr<Shell> shell_;
     std::unique_ptr<MainProcessor> mainProcessor_;
     PROCESS shutdownProcess_ = 0;

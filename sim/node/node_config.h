@@ -77,6 +77,8 @@ struct NodeConfig {
 
     /// The sync group logic behind NGPDUHIF; the unit's broadcasts to others need it.
     SyncGroupConfig syncGroup;
+    /// Measurement server of the radio links.
+    InrsiConfig inrsi;
 
     MainProcessorConfig mainProcessor;
 

@@ -189,6 +189,9 @@ Wander readWander(TableReader& t);
 /// Sync group logic; the event is empty when `word` is none of its own.
 void readSyncGroup(TableReader& unit, const std::string& file, NodeConfig& node);
 std::function<void(Unit&)> readSyncGroupEvent(const std::string& word, TableReader& t);
+/// Radio links to other units; the event is empty when `word` is none of theirs.
+void readInrsi(TableReader& unit, const std::string& file, InrsiConfig& c);
+std::function<void(Unit&)> readSocpriEvent(const std::string& word, TableReader& t);
 /// Phase, noise and recorded series of a reference.
 void readPhase(TableReader& t, LineConfig& c);
 

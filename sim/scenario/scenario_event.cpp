@@ -369,6 +369,7 @@ EventSpec readEvent(const toml::table& table, const std::string& file, const Sce
     if (!e.action) e.action = readNtpEvent(word, t, *unit);
     if (!e.action) e.action = readEsmcEvent(word, t, *unit);
     if (!e.action) e.action = readSyncGroupEvent(word, t);
+    if (!e.action) e.action = readSocpriEvent(word, t);
     if (!e.action) e.action = readGpsEvent(word, t, *unit);
     if (!e.action) e.action = readHptsiEvent(word, t, *unit);
     if (!e.action) t.fail("do", "'" + word + "' is nothing that can happen");

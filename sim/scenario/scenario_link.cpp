@@ -25,9 +25,8 @@ LinkSpec readLink(const toml::table& table, const std::string& file, const Scena
     TableReader t(table, file, "link");
     LinkSpec l;
     l.kind = t.choice<LinkKind>("type", {{"gps_out", LinkKind::GpsOut}, {"hptsi", LinkKind::Hptsi},
-                                          {"idl1", LinkKind::Idl1}, {"idl2", LinkKind::Idl2}});
-    l.kind = t.choice<LinkKind>("type", {{"gps_out", LinkKind::GpsOut}, {"idl1", LinkKind::Idl1},
-                                          {"idl2", LinkKind::Idl2}, {"inci", LinkKind::Inci}});
+                                          {"idl1", LinkKind::Idl1}, {"idl2", LinkKind::Idl2},
+                                          {"inci", LinkKind::Inci}});
     l.from = unitOf(t, "from", scenario);
     l.to = unitOf(t, "to", scenario);
     if (l.from == l.to) t.fail("to", "a link has two ends");

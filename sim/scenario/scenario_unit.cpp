@@ -231,6 +231,7 @@ UnitSpec readUnit(const toml::table& table, const std::string& file)
     readNtp(t, file, n.ntp);
     readEsmc(t, file, u);
     readSyncGroup(t, file, n);
+    readInrsi(t, file, n.inrsi);
     t.finish();
     return u;
 }

@@ -3,7 +3,9 @@
 #include "sim/board/board.h"
 #include "sim/net/ptp_master.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 
 namespace sim {
 
@@ -33,8 +35,26 @@ Unit::Unit(ose::World& world, const UnitSpec& spec) : world_(world), node_(world
         const auto measured = delays_.find(port);
         return measured != delays_.end() ? measured->second() : std::nullopt;
     });
+    node_.inrsi().onFrequency([this](u32) -> std::optional<InrsiFrequency> { return farFrequency(); });
+    node_.inrsi().onPhase([this](u32 unit) -> std::optional<InrsiPhase> { return farPhase(unit); });
     world.at(static_cast<ose::Time>(spec.start_s * static_cast<double>(ose::SEC)),
              [this] { node_.powerOn(); });
+}
+
+InrsiFrequency Unit::farFrequency()
+{
+    const double ppb = std::clamp(std::round(node_.board().frequencyError() * -1e9), -32768.0, 32767.0);
+    return {static_cast<i16>(ppb), true};
+}
+
+InrsiPhase Unit::farPhase(u32 unit)
+{
+    double ahead_s = node_.board().timeError_s();
+    for (const InrsiLinkConfig& link : node_.inrsi().config.links)
+        if (link.unit == unit) ahead_s -= link.offset_ns * 1e-9;
+    constexpr double SFN_TURN_s = 40.96;
+    const double turns = std::floor(ahead_s / SFN_TURN_s);
+    return {static_cast<u64>(std::llround((ahead_s - turns * SFN_TURN_s) * 1e12)), true};
 }
 
 namespace {

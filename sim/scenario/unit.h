@@ -35,6 +35,10 @@ public:
 private:
     /// True TAI at the world's beginning, s since 1970, for a unit that can know it.
     std::optional<i64> taiAtStart() const;
+    /// A unit behind a radio link, which keeps true time: its frequency less this unit's, and this unit's
+    /// counter less its own.
+    InrsiFrequency farFrequency();
+    InrsiPhase farPhase(u32 unit);
 
     ose::World& world_;
     Node node_;

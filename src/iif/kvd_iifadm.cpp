@@ -20,7 +20,8 @@
 #include "refs/kvd_slowpi.h"
 #include "reg/kvd_reg.h"
 #include "reg/reg_sig.h"
-#include "socpri/kvd_socpri.h"
+#include "socpri/kvd_socpri_inrsi.h"
+#include "socpri/kvd_socpri_inrsi_sdu.h"
 
 #include <cstring>
 
@@ -238,9 +239,9 @@ void tellAfterConfirm(const KvdTuiifInitiateServiceCfm& cfm, u32 isFirstStart)
     KvdLoz6Idpi_resendLinkStatus();
     if (isFirstStart == 0) {
         if (tuiif::isMaster())
-            KvdLoz6Socpri_resendLinkStates();
+            KvdLoz6Inrsi_mainProcessorRestarted();
         else
-            KvdLoz6InrsiSdu_resendLinkStates();
+            KvdLoz6InrsiSdu_mainProcessorRestarted();
     }
     if (!tuiif::isMaster()) {
         KvdLoz6TuRef_stopIdl2SyncDataTimer();
@@ -323,6 +324,10 @@ int KvdLoz6TuIifAdm_dispatch(Signal* sig)
         onSocpriBfnAlignToGroup(as<KvdTuiifSocpriBfnAlignToGroupReq>(sig));               return 1;
     case KVD_TUIIF_INRSI_BFN_JUMP_INFO_REQ_FWD:
         onBfnJumpInfo(as<KvdTuiifInrsiBfnJumpInfoReqFwd>(sig));                           return 1;
+    case KVD_TUIIF_SOCPRI_SDU_FOLLOW_OCXO_ADJ_IND:
+        onSduFollowOcxoAdj(as<KvdTuiifSocpriSduFollowOcxoAdjInd>(sig));                   return 1;
+    case KVD_TUIIF_SOCPRI_SDU_FOLLOW_SFC_ADJ_IND:
+        onSduFollowSfcAdj(as<KvdTuiifSocpriSduFollowSfcAdjInd>(sig));                     return 1;
     case KVD_TUIIF_SYNCH_PATH_SUP_IND:   // reference management takes it too, further down
     case KVD_TUIIF_CREATE_PKT_REF_RO_REQ:
     case KVD_TUIIF_DELETE_PKT_REF_RO_REQ:
@@ -347,5 +352,4 @@ PROCESS KvdLoz6TuIifAdm_peer()       { return s->procTuiifMpPid; }
 u32     KvdLoz6TuIifAdm_apn()        { return s->ownPiuHwAddr_r.apn; }
 u32     KvdLoz6TuIifAdm_piuInstanceId() { return s->ownPiuInstanceId; }
 u32     KvdLoz6TuIifAdm_smn()        { return s->ownPiuHwAddr_r.smn; }
-u32     KvdLoz6TuIifAdm_piuInstanceId() { return s->ownPiuInstanceId; }
 u8      KvdLoz6TuIifAdm_storedMasterSlaveMode() { return s->savedBvqStatusData.masterSlaveMode; }

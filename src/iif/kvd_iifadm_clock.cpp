@@ -8,8 +8,9 @@
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_pll.h"
+#include "reg/kvd_reg_socpri.h"
 #include "reg/reg_sig.h"
-#include "socpri/kvd_socpri.h"
+#include "socpri/kvd_socpri_inrsi.h"
 
 namespace {
 
@@ -22,7 +23,6 @@ tuiif::SavedBvqStatusData& saved() { return state().savedBvqStatusData; }
 
 constexpr OSTIME FORCE_LOCKED_ms = 86400000;   // 24 h
 constexpr u32 MS_PER_MINUTE = 60000;
-constexpr u32 EVENT_SELECTION_CHANGED = 29;    // of the SoCPRI log
 constexpr u32 MINUTES_MAX = 0xFFFFFFFF / MS_PER_MINUTE;   // what a timer can hold, 49 days
 
 /// The relaxation: shortly after the start a unit counts as locked a little earlier.
@@ -400,11 +400,11 @@ bool typesRead(u8 newest, u8 before, u8 oldest)
 /// SoCPRI goes away, or starts afresh; only one that comes back after a pause keeps its loop.
 void endSocpri()
 {
-    KvdLoz6Socpri_stop();
+    inrsiClientReset();
     if (KvdLoz6TuReg_pllState() == PLL_Uninitialized) return;
     KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
-    KvdLoz6Socpri_logEvent(EVENT_SELECTION_CHANGED);
-    KvdLoz6Socpri_snapshot();
+    KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_SAVACTREF);
+    KvdLoz6TuReg_traceSoCpriLog(1);
 }
 
 void clockOfNewSelection(u8 refType)
@@ -417,8 +417,8 @@ void clockOfNewSelection(u8 refType)
         KvdLoz6TuIifAdm_markNotSent();
     } else if (before == SOCPRI_REF && refType != NO_REF && isFirstStart) {
         KvdLoz6TuIifAdm_reportClockState(KVD_TUIIF_FREQUENCY_HOLDOVER);
-        KvdLoz6Socpri_answerOpenScan(FREQ_MEAS_MISSING);
-        KvdLoz6Socpri_stop();
+        inrsiAnswerOpenScan(FREQ_MEAS_MISSING);
+        inrsiClientReset();
         KvdLoz6TuIifAdm_markNotSent();
     } else if (!typesRead(SOCPRI_REF, NO_REF, SOCPRI_REF)) {
         endSocpri();

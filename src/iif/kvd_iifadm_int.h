@@ -121,5 +121,7 @@ void onSocpriScanLink(const KvdTuiifSocpriScanLinkReq* req);
 void onSocpriSelectSyncLink(const KvdTuiifSocpriSelectSyncLinkReq* req);
 void onSocpriBfnAlignToGroup(const KvdTuiifSocpriBfnAlignToGroupReq* req);
 void onBfnJumpInfo(const KvdTuiifInrsiBfnJumpInfoReqFwd* fwd);
+void onSduFollowOcxoAdj(const KvdTuiifSocpriSduFollowOcxoAdjInd* ind);
+void onSduFollowSfcAdj(const KvdTuiifSocpriSduFollowSfcAdjInd* ind);
 
 }  // namespace tuiif

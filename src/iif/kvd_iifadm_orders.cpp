@@ -6,7 +6,9 @@
 #include "ref/kvd_ref_select.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_pll.h"
-#include "socpri/kvd_socpri.h"
+#include "reg/kvd_reg_socpri.h"
+#include "socpri/kvd_socpri_inrsi.h"
+#include "socpri/kvd_socpri_inrsi_sdu.h"
 
 namespace {
 
@@ -128,7 +130,7 @@ void onSocpriScanLink(const KvdTuiifSocpriScanLinkReq* req)
     if (saved().prevSelectedRef == NO_REF && !isFirstStart() && isInTimeHoldover())
         KvdLoz6TuIifAdm_sendSocpriScanLinkRsp(req->portNo, OK_FREQ_LOCKED);
     else
-        KvdLoz6Socpri_startScan(portOf(req->portNo));
+        inrsiStartScan(portOf(req->portNo));
 }
 
 void onSocpriSelectSyncLink(const KvdTuiifSocpriSelectSyncLinkReq* req)
@@ -140,7 +142,8 @@ void onSocpriSelectSyncLink(const KvdTuiifSocpriSelectSyncLinkReq* req)
     }
     if (saved().selectedRef != SOCPRI_REF) selectSocpri(false);
     const bool hasTime = KvdLoz6TuReg_pllIsLocked() || isInTimeHoldover();
-    KvdLoz6Socpri_selectSyncLink(portOf(req->portNo), hasTime ? 1 : 0);
+    if (hasTime) inrsiContinueOnLink(portOf(req->portNo));
+    else         inrsiSelectSyncLink(portOf(req->portNo));
 }
 
 void onSocpriBfnAlignToGroup(const KvdTuiifSocpriBfnAlignToGroupReq* req)
@@ -151,12 +154,22 @@ void onSocpriBfnAlignToGroup(const KvdTuiifSocpriBfnAlignToGroupReq* req)
     if (cameBack && !isFirstStart() && isRunning)
         KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(ALIGN_REFUSED);
     else
-        KvdLoz6Socpri_alignBfnToGroup(portOf(req->portNo), req->esfc, req->mfn);
+        inrsiAlignBfnToGroup(portOf(req->portNo), req->esfc, req->mfn);
 }
 
 void onBfnJumpInfo(const KvdTuiifInrsiBfnJumpInfoReqFwd* fwd)
 {
-    if (fwd != nullptr && !isMaster()) KvdLoz6InrsiSdu_sendBfnJumpInfo(fwd->bfnJumpsEnabled);
+    if (fwd != nullptr && !isMaster()) inrsiSduSendBfnJumpInfo(fwd->bfnJumpsEnabled);
+}
+
+void onSduFollowOcxoAdj(const KvdTuiifSocpriSduFollowOcxoAdjInd* ind)
+{
+    if (ind != nullptr) KvdLoz6TuReg_handleSoCpriSDuFollowOCXOAdjInd(ind->freqDiff);
+}
+
+void onSduFollowSfcAdj(const KvdTuiifSocpriSduFollowSfcAdjInd* ind)
+{
+    if (ind != nullptr) KvdLoz6TuReg_handleSoCpriSDuFollowSFCAdjInd(ind->delta0_c, ind->delta0_f);
 }
 
 }  // namespace tuiif

@@ -38,12 +38,6 @@ struct State {
 };
 ose::ModuleData<State> s;
 
-int inrsiDispatch(Signal* sig)
-{
-    return KvdLoz6TuMgr_masterSlaveMode() == 1 ? KvdLoz6Inrsi_dispatch(sig)
-                                               : KvdLoz6InrsiSdu_dispatch(sig);
-}
-
 // Every received signal is offered to every element, in this order. The order is behaviour: the interface
 // to the main processor forwards before others act, reference management sees an interrupt before the
 // regulator.
@@ -67,7 +61,7 @@ constexpr Dispatch DISPATCH_CHAIN[] = {
     KvdLoz6BiraIifAdm_dispatch,
     KvdLoz6Idpi_dispatch,
     KvdLoz6TuSlowpi_dispatch,
-    inrsiDispatch,
+    KvdLoz6TuSoCpri_dispatch,
 };
 
 /// Buffers that their component allocates once and arms again as its own timer's signal; it may have

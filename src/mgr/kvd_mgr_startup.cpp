@@ -103,8 +103,7 @@ void KvdLoz6TuMgr_startUp()
     KvdLoz6TuMem_initiate();
     HALI_init();
     KvdLoz6Idpi_initiate();
-    KvdLoz6Inrsi_initiate();
-    KvdLoz6InrsiSdu_initiate();
+    KvdLoz6TuSoCpri_initiate();
     TuPktsyncAdm_initiate();
     KvdLoz6TuSlowpi_initiate();
     KvdLoz6TuGps_initiate();

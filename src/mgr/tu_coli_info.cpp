@@ -16,6 +16,7 @@
 #include "refs/kvd_idpi.h"
 #include "refs/kvd_slowpi.h"
 #include "reg/kvd_reg.h"
+#include "reg/kvd_reg_socpri.h"
 #include "socpri/kvd_socpri.h"
 
 #include <charconv>
@@ -46,7 +47,7 @@ constexpr Section SECTIONS[] = {
     {"idpi",        KvdLoz6Idpi_printInfo,          true,  "prints out data for idpi"},
     {"tuslowpi",    KvdLoz6TuSlowpi_printInfo,      true,  "prints out data for tu slowpi"},
     {"tumgr",       KvdLoz6TuMgr_printInfo,         true,  "prints out data for tu mgr"},
-    {"inrsi",       KvdLoz6Inrsi_printInfo,         true,  "prints out data for inrsi"},
+    {"inrsi",       KvdLoz6TuSoCpri_printInfo,      true,  "prints out data for inrsi"},
     {"tumem",       KvdLoz6TuMem_printInfo,         false, "prints out data for tu mem"},
 };
 
@@ -103,16 +104,24 @@ int kvdinfo(int argc, char** argv)
 
 int kvdhist(int argc, char** argv)
 {
-    const bool supervision = argc >= 2 && is(argv[1], "socpri_supervision");
-    if (argc == 3 && supervision) {
-        i64 port = -1;
-        if (!number(argv[2], port) || port < 0 || port > 5) return help();
+    u8 port = INRSI_ALL_PORTS;
+    if (argc == 3 && is(argv[1], "socpri_supervision")) {
+        i64 given = -1;
+        if (!number(argv[2], given) || given < 0 || given > 5) return help();
+        port = static_cast<u8>(given);
     } else if (argc != 2) {
         return help();
-    } else if (!supervision && !is(argv[1], "all") && !is(argv[1], "inrsi") && !is(argv[1], "socpri")) {
-        return help();
     }
-    return notRunning(argc, argv);   // SoCPRI and INRSI alone keep such a history
+    const bool all = is(argv[1], "all");
+    const bool ofRegulator = is(argv[1], "socpri");
+    const bool ofClient = is(argv[1], "inrsi");
+    const bool ofSupervision = is(argv[1], "socpri_supervision");
+    if (!all && !ofRegulator && !ofClient && !ofSupervision) return help();
+    if (all || ofRegulator) KvdLoz6TuReg_printSoCpriHistory();
+    if (all || ofClient) KvdLoz6TuSoCpri_printHistory();
+    if (all || ofSupervision) KvdLoz6TuSoCpri_printSupervisionHistory(port);
+    end();
+    return COLI_DONE;
 }
 
 int notRunning(int, char** argv)

@@ -20,17 +20,11 @@
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
-#include "socpri/kvd_socpri.h"
+#include "reg/kvd_reg_socpri.h"
+#include "socpri/kvd_socpri_inrsi.h"
 
 namespace {
 
-/// Events of the SoCPRI log.
-constexpr u32 EVENT_HOLDOVER_EXPIRED       = 0x1A;
-constexpr u32 EVENT_DESELECTED_UNLOCKED    = 27;
-constexpr u32 EVENT_DESELECTED_NO_HOLDOVER = 28;
-constexpr u32 EVENT_PLL_RESTARTED          = 30;
-constexpr u32 EVENT_OTHER_SELECTED         = 32;
-constexpr u32 EVENT_FROM_GPSOSL            = 33;
 
 constexpr u32 GPSS_NORVANE_OSL = 4;          // gpssType: receiver found on the GPS out sync link
 constexpr OSTIME GPSOSL_HOLDOVER_TIME = 300000;   // ms
@@ -173,9 +167,9 @@ void afterSelection(u8 refType)
               s->sel.selectedRef, s->sel.prevSelRef, pllState);
     if (pllState != PLL_Uninitialized) endPll();
     if (wasAmongLastTwo(SOCPRI_REF)) {
-        KvdLoz6Socpri_stop();
-        KvdLoz6Socpri_logEvent(EVENT_OTHER_SELECTED);
-        KvdLoz6Socpri_snapshot();
+        inrsiClientReset();
+        KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_TRANS);
+        KvdLoz6TuReg_traceSoCpriLog(1);
     }
 }
 
@@ -258,9 +252,9 @@ void endDeselectedLoop(u32 event)
 {
     KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
     if (s->sel.prevSelRef == SOCPRI_REF) {
-        KvdLoz6Socpri_logEvent(event);
-        KvdLoz6Socpri_snapshot();
-        KvdLoz6Socpri_stop();
+        KvdLoz6TuReg_logSoCpriEvent(event);
+        KvdLoz6TuReg_traceSoCpriLog(1);
+        inrsiClientReset();
     }
     KvdLoz6TuReg_initiateFromPllNow();
 }
@@ -271,10 +265,10 @@ void deselectLocked(bool wasGpsOsl)
         KvdLoz6GpsOsl_sendRemoteState();
         KvdLoz6TuReg_pll_toHoldover();
     } else {
-        KvdLoz6Socpri_referenceLost();
+        inrsiImplicitHoldover();
     }
     if (KvdLoz6TuReg_pllState() == PLL_Freq_Holdover)
-        endDeselectedLoop(EVENT_DESELECTED_NO_HOLDOVER);
+        endDeselectedLoop(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_NOREF_LO);
     else if (wasGpsOsl)
         KvdLoz6TuRef_startGpsOslHoldover();
 }
@@ -306,7 +300,7 @@ void deselectPllRef(u32 pllState)
         break;
     case PLL_Unlocked:
     case PLL_Freq_Holdover:
-        endDeselectedLoop(EVENT_DESELECTED_UNLOCKED);
+        endDeselectedLoop(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_NOREF_HO);
         break;
     case PLL_Offset_Holdover:
     case PLL_Locked_Holdover:
@@ -425,16 +419,16 @@ int selectSocpri(Ids ids)
     if (KvdLoz6TuReg_pllIsHoldover() && !isFirstStart()) return 1;
     if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) {
         if (cameFrom(GPSOSL_REF)) {
-            KvdLoz6Socpri_logEvent(EVENT_FROM_GPSOSL);
+            KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_PI_CONTROLLER_GPSOSL_TO_SOCPRI_SWITCH);
         } else {
             KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
-            KvdLoz6Socpri_logEvent(EVENT_PLL_RESTARTED);
+            KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_SELREF);
         }
-        KvdLoz6Socpri_snapshot();
+        KvdLoz6TuReg_traceSoCpriLog(1);
         KvdLoz6TuReg_initiateFromPllNow();
     }
     KvdLoz6TuReg_setRegState(UNKNOWN);
-    KvdLoz6Socpri_stop();
+    inrsiClientReset();
     return 1;
 }
 
@@ -530,7 +524,7 @@ void KvdLoz6TuRef_onGpsOslHoldoverTimeout()
     const bool pathLost = pllState != PLL_Uninitialized && row.refStatus == REF_STATUS_OFF;
     if (!KvdLoz6TuReg_pllIsHoldover() && !pathLost) return KvdLoz6GpsOsl_holdoverEnded();
     KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
-    if (s->sel.selectedRef == SOCPRI_REF) KvdLoz6Socpri_logEvent(EVENT_HOLDOVER_EXPIRED);
+    if (s->sel.selectedRef == SOCPRI_REF) KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_GPSOSL_HO_EXP);
     KvdLoz6TuReg_initiateFromPllNow();
     if (row.supervisionStatus == 0) KvdLoz6TuIifAdm_sendRemoteRcState(RC_UNKNOWN);
     KvdLoz6GpsOsl_holdoverEnded();

@@ -24,8 +24,8 @@
 #include "reg/kvd_reg_pdv_gen.h"
 #include "reg/kvd_reg_pll.h"
 #include "reg/kvd_reg_rnt.h"
+#include "reg/kvd_reg_socpri.h"
 #include "reg/reg_sig.h"
-#include "socpri/kvd_socpri.h"
 
 #include <cstdio>
 
@@ -211,7 +211,7 @@ int KvdLoz6TuReg_dispatch(Signal* sig)
     case KVD_TUREG_SOCPRI_SFC_ADJ_MONITOR_TMO:
         KvdLoz6TuReg_onSocpriSfcAdjMonitorTimeout();                                      return 1;
     case KVD_TUSOCPRI_CONTINUE_POSTPONED_REGULATION_TMO:
-        KvdLoz6Socpri_continuePostponedRegulation();                                      return 1;
+        KvdLoz6TuReg_onContinuePostponedRegulationTimeout();                              return 1;
     default:                                                                              return 0;
     }
 }

@@ -17,8 +17,9 @@
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_packet.h"
 #include "reg/kvd_reg_pll.h"
+#include "reg/kvd_reg_socpri.h"
 #include "reg/reg_sig.h"
-#include "socpri/kvd_socpri.h"
+#include "socpri/kvd_socpri_inrsi.h"
 
 #include <cstdio>
 
@@ -38,13 +39,13 @@ constexpr jump::Needs NEEDS = {
     KvdLoz6TuReg_pll_setState,
     KvdLoz6TuReg_pll_targetDiff,
     KvdLoz6TuReg_pll_setTargetDiff,
-    KvdLoz6TuSoCpri_inrsi_action,
-    KvdLoz6TuSoCpri_inrsi_sendBfnJumpInfo,
+    inrsiGetAction,
+    inrsiSendBfnJumpInfo,
     KvdLoz6TuSoCpri_inrsi_noMoreBfnJumpsExpected,
-    KvdLoz6TuSoCpri_inrsi_restartPhaseTimer,
-    KvdLoz6TuSoCpri_inrsi_bfnAlignCompleted,
-    KvdLoz6Socpri_orderContinuedRegulationTimer,
-    KvdLoz6Socpri_logEvent,
+    inrsiRestartPhaseTimer,
+    inrsiBfnAlignCompleted,
+    KvdLoz6TuReg_orderContinuedRegulationTimer,
+    KvdLoz6TuReg_logSoCpriEvent,
     KvdLoz6TuIifAdm_sendSocpriSduFollowSfcAdjInd,
 };
 

@@ -53,5 +53,10 @@ bool KvdLoz6TuReg_socpriTimeDataEqual();
 u32  KvdLoz6TuReg_SoCpriJumpRunning();
 u32  KvdLoz6TuReg_SoCpriBfnAdjustmentRunning();
 u8   KvdLoz6TuReg_SoCpriRetries();
-/// Both running flags to 0 and the retries to 3: the beginning of a link's phase stage.
+/// The other end's count, in turns of 1024 s, and its major frame; from its time data, or from the
+/// order to align to a group.
+u32  KvdLoz6TuReg_SoCpriRefEsfc();
+u16  KvdLoz6TuReg_SoCpriRefMfn();
+void KvdLoz6TuReg_SoCpriSetRef(u32 ref_esfc, u16 ref_mfn);
+/// Running flags and count of invalid phases to 0, retries to 3: a link's phase stage begins.
 void KvdLoz6TuReg_SoCpriClearJump();

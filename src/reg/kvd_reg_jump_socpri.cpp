@@ -10,8 +10,9 @@
 #include "ose/ose.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
+#include "reg/kvd_reg_socpri.h"
 #include "reg/reg_sig.h"
-#include "socpri/kvd_socpri.h"
+#include "socpri/kvd_socpri_inrsi.h"
 
 namespace {
 
@@ -273,10 +274,19 @@ void KvdLoz6TuReg_SoCpriCoarseTimeData(u32 ref_esfc, u16 ref_mfn)
 u32 KvdLoz6TuReg_SoCpriJumpRunning() { return s->soCpriJump.jumpRunning; }
 u32 KvdLoz6TuReg_SoCpriBfnAdjustmentRunning() { return s->soCpriJump.bfnAdjustmentRunning; }
 u8  KvdLoz6TuReg_SoCpriRetries() { return s->soCpriJump.retries; }
+u32 KvdLoz6TuReg_SoCpriRefEsfc() { return s->soCpriJump.ref_esfc; }
+u16 KvdLoz6TuReg_SoCpriRefMfn() { return s->soCpriJump.ref_mfn; }
+
+void KvdLoz6TuReg_SoCpriSetRef(u32 ref_esfc, u16 ref_mfn)
+{
+    s->soCpriJump.ref_esfc = ref_esfc;
+    s->soCpriJump.ref_mfn = ref_mfn;
+}
 
 void KvdLoz6TuReg_SoCpriClearJump()
 {
     s->soCpriJump.jumpRunning = 0;
     s->soCpriJump.bfnAdjustmentRunning = 0;
     s->soCpriJump.retries = RETRIES;
+    KvdLoz6TuReg_clearSoCpriValidityCnt();
 }

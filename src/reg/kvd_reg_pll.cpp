@@ -18,7 +18,7 @@
 #include "reg/kvd_reg_history.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
-#include "socpri/kvd_socpri.h"
+#include "socpri/kvd_socpri_inrsi.h"
 
 #include <iterator>
 
@@ -63,11 +63,11 @@ constexpr pll::Needs NEEDS = {
     .report = KvdLoz6TuIifAdm_updateRadioClockState,
     .timeAccuracy = [] { KvdLoz6TuIifAdm_sendTimeAccuracyNow(TIME_ACCURACY_ns); },
     .tellGpsOut = KvdLoz6GpsOut_pllStateChanged,
-    .action = KvdLoz6TuSoCpri_inrsi_action,
+    .action = inrsiGetAction,
     .timeDataEqual = KvdLoz6TuReg_socpriTimeDataEqual,
-    .answerContinuation = KvdLoz6TuSoCpri_inrsi_answerContinuation,
-    .armContinuation = KvdLoz6TuSoCpri_inrsi_armContinuation,
-    .timeSyncSucceeded = KvdLoz6TuSoCpri_inrsi_timeSyncSucceeded,
+    .answerContinuation = inrsiAnswerContinuation,
+    .armContinuation = [] { inrsiSetContinuationOfSync(1); },
+    .timeSyncSucceeded = inrsiTimeSyncSucceeded,
     .timeSyncFailed = KvdLoz6TuSoCpri_inrsi_timeSyncFailed,
     .storeYi =
         [](double yi) {

@@ -5,7 +5,7 @@
 #include "mgr/trace_groups.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "socpri/kvd_socpri.h"
+#include "socpri/kvd_socpri_inrsi.h"
 
 #include <cmath>
 

@@ -7,7 +7,7 @@
 #include "mgr/tu_common.h"
 #include "node/trace.h"
 #include "ref/ref_types.h"
-#include "socpri/kvd_socpri.h"
+#include "socpri/kvd_socpri_inrsi.h"
 
 namespace {
 

@@ -17,7 +17,8 @@
 #include "reg/kvd_reg_int.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
-#include "socpri/kvd_socpri.h"
+#include "reg/kvd_reg_socpri.h"
+#include "socpri/kvd_socpri_inrsi.h"
 
 using regulator::setInitiateState;
 using regulator::state;
@@ -32,10 +33,6 @@ enum OscTempState : u8 {
     OSC_TEMP_TOO_HIGH = 3,
     OSC_TEMP_UNREADABLE = 4
 };
-
-constexpr u32 SOCPRI_EV_BAD_OCXO_TEMP = 22;
-constexpr u32 SOCPRI_EV_OCXO_TEMP_RECOVERED = 23;
-constexpr u32 SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_TEMP = 31;
 
 void reportTemperature(u8 oscTempState, int haliResult)
 {
@@ -57,12 +54,12 @@ void shutDownLoops()
     }
     KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
     if (KvdLoz6TuReg_selectedRef() != TU_SR_SOCPRI_REF) return;
-    KvdLoz6Socpri_logEvent(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_TEMP);
+    KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_TEMP);
     if (s.badTempReported != 0) return;
     s.badTempReported = 1;
-    KvdLoz6Socpri_reportOcxoTemp(1);
-    KvdLoz6Socpri_logEvent(SOCPRI_EV_BAD_OCXO_TEMP);
-    KvdLoz6Socpri_stopTimeSync();
+    inrsiReportOcxoTemp(1);
+    KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_BAD_OCXO_TEMP);
+    inrsiClientReset();
 }
 
 void temperatureOutside(double vT, u32 outOfLimits, int result)
@@ -88,8 +85,8 @@ void temperatureInside(int result)
     if (s.passedWarmup == 0) return;
     if (s.badTempReported != 0) {
         s.badTempReported = 0;
-        KvdLoz6Socpri_reportOcxoTemp(0);
-        KvdLoz6Socpri_logEvent(SOCPRI_EV_OCXO_TEMP_RECOVERED);
+        inrsiReportOcxoTemp(0);
+        KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_OCXO_TEMP_RECOVERED);
     }
     reportTemperature(OSC_TEMP_GOOD, result);
 }

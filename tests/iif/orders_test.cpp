@@ -3,6 +3,7 @@
 
 #include "ref/kvd_ref_select.h"
 #include "reg/kvd_reg.h"
+#include "socpri/kvd_socpri_inrsi.h"
 
 namespace {
 
@@ -107,7 +108,8 @@ TEST(SocpriScan, OnAMasterSelectsAndShowsTheStart)
     EXPECT_EQ(b.look(KvdLoz6TuIifAdm_activRefFroClassNo), 9u);
     EXPECT_EQ(b.clock(), 17);
     EXPECT_EQ(b.take<KvdTuiifTimeAccuracyChangeInd>(KVD_TUIIF_TIME_ACCURACY_CHANGE_IND)->timeAccuracy, 0u);
-    EXPECT_TRUE(b.traced("scan of port 3")) << "ports count from 0 inside";
+    EXPECT_EQ(b.look(inrsiGetAction), u32{INRSI_CLIENT_ACTION_FREQ_SCANNING});
+    EXPECT_EQ(b.look(inrsiGetPortNo), 3) << "ports count from 0 inside";
 }
 
 TEST(SocpriSelection, SelectsWithoutTheStartingState)
@@ -130,7 +132,7 @@ TEST(SocpriSelection, IsRefusedWhileTheOscillatorIsOutOfItsTemperature)
         b.in([=] { KvdLoz6TuReg_startUpController(vT, 0, outOfLimits, 0); });
     };
     const auto answerTo = [&b](u8 port) {
-        b.node.traces().clear();
+        b.in([] { inrsiClientReset(); });
         b.mp().sendLayout(
             KvdTuiifSocpriSelectSyncLinkReq{KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_REQ, 1, port});
         b.run(0.1);
@@ -142,7 +144,7 @@ TEST(SocpriSelection, IsRefusedWhileTheOscillatorIsOutOfItsTemperature)
 
     tick(4.5, 5);
     EXPECT_FALSE(answerTo(2)) << "the fifth reading in a row isn't a fault yet";
-    EXPECT_TRUE(b.traced("selection of port 1"));
+    EXPECT_EQ(b.look(inrsiGetPortNo), 1);
 
     tick(4.5, 6);
     const auto refused = answerTo(2);
@@ -150,11 +152,11 @@ TEST(SocpriSelection, IsRefusedWhileTheOscillatorIsOutOfItsTemperature)
     EXPECT_EQ(refused->apn, 1u);
     EXPECT_EQ(refused->portNo, 2);
     EXPECT_EQ(refused->syncStatus, 4u);
-    EXPECT_FALSE(b.traced("selection of port 1"));
+    EXPECT_EQ(b.look(inrsiGetAction), u32{INRSI_CLIENT_IDLE});
 
     tick(2.0, 0);
     EXPECT_FALSE(answerTo(2)) << "the temperature is back";
-    EXPECT_TRUE(b.traced("selection of port 1"));
+    EXPECT_EQ(b.look(inrsiGetPortNo), 1);
 }
 
 TEST(SocpriMarker, LivesAsAFile)

@@ -42,8 +42,10 @@ TEST(Kvdinfo, PrintsASectionOrAllButMemory)
                    {"kvdinfo tumem", 0, "TuRegNfDataV0      : clientRef=3 size=16 address=0x40001000 new\n"},
                    {"kvdhist", 20, "kvdinfo all"},
                    {"kvdhist socpri_supervision 6", 20, "kvdinfo all"},
-                   {"kvdhist socpri_supervision 5", 10, "isn't running"},
-                   {"kvdhist all", 10, "isn't running"},
+                   {"kvdhist socpri_supervision 5", 0, "SoCPRI supervision history:"},
+                   {"kvdhist socpri", 0, "SoCPRI measurement history snapshot:"},
+                   {"kvdhist inrsi", 0, "trace history snapshot:"},
+                   {"kvdhist all", 0, "SoCPRI supervision history:"},
                    {"kvdhist all all", 20, "kvdinfo all"}});
     EXPECT_EQ(op.type("kvdinfo all"), 0);
     EXPECT_THAT(op.text, HasSubstr("tumgr_proc related data"));

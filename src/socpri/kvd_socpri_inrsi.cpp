@@ -1,0 +1,347 @@
+// The master's client: its record, the main processor's orders, and how they end.
+#include "socpri/kvd_socpri_inrsi.h"
+
+#include "iif/kvd_iifadm.h"
+#include "mgr/trace_groups.h"
+#include "node/trace.h"
+#include "ose/module_data.h"
+#include "ref/ref_types.h"
+#include "reg/kvd_reg_jump.h"
+#include "reg/kvd_reg_pll.h"
+#include "reg/kvd_reg_socpri.h"
+#include "socpri/kvd_socpri_inrsi_master_int.h"
+
+namespace inrsi::master {
+
+namespace {
+
+struct State {
+    Record now;
+    Record snapshot;                           // as it was at the last event that ended something
+};
+ose::ModuleData<State> s;
+
+}  // namespace
+
+Record& record() { return s->now; }
+const Record& snapshot() { return s->snapshot; }
+
+void keepSnapshot() { s->snapshot = s->now; }
+
+// ---- the client's states -------------------------------------------------------------------------
+
+void setToIdle()
+{
+    Record& r = record();
+    const bool isAwaited = focus() < PORTS_WITH_X && client().measRetrieveTmo[focus()] != 0;
+    r.currAction = INRSI_CLIENT_IDLE;
+    if (!isAwaited) client().sharedUnitId = NO_UNIT;
+    client().portNo = NO_PORT;
+    r.freqScanCnt = 0;
+    r.freqDiff = 0;
+    r.freqDiffValid = 0;
+    r.trpDiffHigh = r.trpDiffLow = r.trpDiffValid = 0;
+    log(INRSI_CL_EV_SET_TO_IDLE);
+}
+
+void dropWork()
+{
+    if (focus() < PORTS_WITH_X) {
+        cancelTimer(client().phaseDataTmo[focus()]);
+        cancelTimer(client().measRetrieveTmo[focus()]);
+    }
+    cancelTimer(record().freqDataTmo);
+    record().linkGone = 0;
+    record().continuationOfSync = 0;
+    setToIdle();
+}
+
+void answerOrder(u32 syncStatus)
+{
+    const u8 port = wirePort(focus());
+    switch (record().currAction) {
+    case INRSI_CLIENT_ACTION_FREQ_SCANNING:
+        KvdLoz6TuIifAdm_sendSocpriScanLinkRsp(port, syncStatus);
+        if (syncStatus == OK_FREQ_LOCKED) dropSynthesiserCopy();
+        else                              revertSynthesiser();
+        break;
+    case INRSI_CLIENT_ACTION_FREQ_SYNC:
+        KvdLoz6TuIifAdm_sendSocpriSelectSyncLinkRsp(port, syncStatus);
+        break;
+    case INRSI_CLIENT_ACTION_BFN_ALIGN:
+        if (syncStatus == OK_FREQ_LOCKED) break;
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():Frequency synchronization failed", __func__);
+        KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(0);
+        break;
+    default:
+        break;
+    }
+}
+
+void inrsiLinkSyncAborted(u32 syncStatus)
+{
+    KvdLoz6TuIifAdm_sendSocpriLinkSyncStatusInd(wirePort(focus()), syncStatus);
+    setToIdle();
+}
+
+bool abortJump(u32 syncStatus)
+{
+    if (KvdLoz6TuReg_SoCpriJumpRunning() == 0) return false;
+    KvdLoz6TuIifAdm_sendSocpriLinkSyncStatusInd(wirePort(focus()), syncStatus);
+    dropWork();
+    KvdLoz6TuReg_SoCpriJumpAborted();
+    return true;
+}
+
+void superviseFocus() { superviseIfLinked(client(), focus()); }
+
+// ---- orders --------------------------------------------------------------------------------------
+
+namespace {
+
+/// A port that there is; else the order is answered as for a link that isn't there.
+bool isPort(u8 port)
+{
+    if (port < PORTS_WITH_X) return true;
+    KVD_TRACE(TRACE_INRSI, TRACE_ERROR, "%s(): Port number out of range (%u)", __func__, port);
+    return false;
+}
+
+bool isSelected()
+{
+    const u32 action = record().currAction;
+    return focus() != NO_PORT &&
+           (action == INRSI_CLIENT_ACTION_FREQ_SYNC || action == INRSI_CLIENT_ACTION_TIME_SYNC);
+}
+
+/// True when there is a selected link, which isn't given up for another.
+bool refusedAsSelected(u8 port)
+{
+    if (!isSelected()) return false;
+    KVD_TRACE(TRACE_INRSI, TRACE_INFO,
+              "Port already selected, abort new selection request. Selected port: %u, Requested port: %u",
+              focus(), port);
+    KvdLoz6TuIifAdm_sendSocpriAlreadySelectedInd(wirePort(focus()), wirePort(port));
+    return true;
+}
+
+void beginAction(u32 action, u8 port)
+{
+    record().currAction = action;
+    client().portNo = port;
+    record().freqScanCnt = FREQ_ATTEMPTS;
+    record().measUnavailableCounter = 0;
+}
+
+void beginNewSync(u8 port)
+{
+    dropWork();
+    stopSupervision(client(), port);
+    beginAction(INRSI_CLIENT_ACTION_FREQ_SYNC, port);
+    log(INRSI_CL_EV_INIT_SYNC_ON_LINK);
+    sendInrsiGetFreqDiffReq();
+}
+
+void onSpJump(const KvdTuiifSocpriSpJumpInd* ind)
+{
+    if (ind != nullptr)
+        record().measRetrieveTimeMs = ind->jumpIndication != 0 ? RETRIEVE_SLOW_ms : RETRIEVE_ms;
+}
+
+void onDeselect(const KvdTuiifSocpriDeselectSyncLinkInd* ind)
+{
+    if (ind == nullptr) return;
+    record().measOngoing = 0;
+    superviseFocus();
+    dropWork();
+    if (KvdLoz6TuReg_SoCpriJumpRunning() != 0) KvdLoz6TuReg_SoCpriJumpAborted();
+    log(INRSI_CL_EV_LINK_DESELECTED);
+}
+
+/// A link of the slave's, through the main processor.
+void onLinkXStatus(const KvdTuiifInrsiLinkStatus2IndFwd* fwd)
+{
+    if (fwd == nullptr) return;
+    setPortInCpriPortStatus(client(), PORT_X,
+                            {fwd->linkStatus, fwd->sharedUnitId, fwd->subsumedUnitId, fwd->valid, ""});
+    if (fwd->linkStatus != LINK_AVAILABLE) {
+        if (fwd->linkStatus != LINK_PRESENT) cancelTimer(client().measRetrieveTmo[PORT_X]);
+        handleLinkDownIndication(PORT_X);
+    }
+    log(INRSI_CL_EV_LINK_X_STATUS_CHANGE);
+}
+
+// ---- what the shared code leaves to this client ---------------------------------------------------
+
+void serverLost()
+{
+    record().measOngoing = 0;
+    switch (record().currAction) {
+    case INRSI_CLIENT_IDLE:
+        break;
+    case INRSI_CLIENT_ACTION_TIME_SYNC:
+        inrsiAnswerContinuation(PHASE_MEAS_MISSING);
+        inrsiLinkSyncAborted(PHASE_MEAS_MISSING);
+        break;
+    default:
+        answerOrder(FREQ_MEAS_MISSING);
+        break;
+    }
+    dropWork();
+    cancelTimer(record().holdoverTmo);
+}
+
+void linkLost(u8 port, u8 linkStatus)
+{
+    if (linkStatus != LINK_PRESENT) cancelTimer(client().measRetrieveTmo[port]);
+    handleLinkDownIndication(port);
+}
+
+}  // namespace
+
+const Role ROLE = {
+    .isMaster = true,
+    .log = writeLog,
+    .serverLost = serverLost,
+    .linkLost = linkLost,
+    .retrieveTime = []() -> OSTIME { return record().measRetrieveTimeMs; },
+    .supervised = logSupervision,
+    .resendLinkStatus = KvdLoz6TuSoCpri_inrsi_resendSoCpriLinkStatusData,
+};
+
+}  // namespace inrsi::master
+
+using namespace inrsi;
+using namespace inrsi::master;
+
+void KvdLoz6Inrsi_initiate() { inrsi::initiate(client(), ROLE); }
+
+void KvdLoz6Inrsi_leave()
+{
+    inrsiClientReset();
+    cancelTimer(record().bfnJumpWarningTmo);
+    record().measOngoing = 0;
+    record().measRetrieveTimeMs = RETRIEVE_ms;
+    inrsi::leave(client());
+}
+
+void KvdLoz6Inrsi_mainProcessorRestarted() { inrsi::mainProcessorRestarted(client()); }
+
+void KvdLoz6TuSoCpri_inrsi_resendSoCpriLinkStatusData()
+{
+    KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():Resend SoCPRI link status indications to MP", __func__);
+    resendLinkStatusData(client());
+}
+
+int KvdLoz6Inrsi_dispatch(Signal* sig)
+{
+    if (dispatchLink(client(), sig) != 0 || dispatchMeasurement(sig) != 0) return 1;
+    switch (sig->sigNo) {
+    case KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ: onGoToTimeHoldover();                          return 1;
+    case KVD_TUIIF_SOCPRI_DESELECT_SYNC_LINK_IND:
+        onDeselect(as<KvdTuiifSocpriDeselectSyncLinkInd>(sig));                                   return 1;
+    case KVD_TUIIF_SOCPRI_SP_JUMP_IND: onSpJump(as<KvdTuiifSocpriSpJumpInd>(sig));                return 1;
+    case KVD_TUIIF_INRSI_LINK_STATUS2_IND_FWD:
+        onLinkXStatus(as<KvdTuiifInrsiLinkStatus2IndFwd>(sig));                                   return 1;
+    case KVD_TUSOCPRI_HOLDOVER_TMO:         onHoldoverTimeout();                                  return 1;
+    case KVD_TUSOCPRI_BFN_JUMP_WARNING_TMO: onBfnJumpWarningTimeout();                            return 1;
+    default:                                                                                      return 0;
+    }
+}
+
+void inrsiStartScan(u8 port)
+{
+    if (!isPort(port)) {
+        KvdLoz6TuIifAdm_sendSocpriScanLinkRsp(wirePort(port), CPRI_LINK_NOT_AVAILABLE);
+        return;
+    }
+    if (record().currAction != INRSI_CLIENT_IDLE) log(INRSI_CL_EV_ACTIVITY_DISRUPTED, KEEP);
+    dropWork();
+    cancelTimer(record().holdoverTmo);
+    stopSupervision(client(), port);
+    beginAction(INRSI_CLIENT_ACTION_FREQ_SCANNING, port);
+    saveSynthesiser();
+    log(INRSI_CL_EV_INIT_FREQ_SCAN);
+    sendInrsiGetFreqDiffReq();
+}
+
+void inrsiSelectSyncLink(u8 port)
+{
+    if (!isPort(port)) {
+        KvdLoz6TuIifAdm_sendSocpriSelectSyncLinkRsp(wirePort(port), CPRI_LINK_NOT_AVAILABLE);
+        return;
+    }
+    if (refusedAsSelected(port)) return;
+    if (KvdLoz6TuReg_postponeReg() == 0) return beginNewSync(port);
+    KVD_TRACE(TRACE_INRSI, TRACE_INFO,
+              "Link has been (re)selected while regulation is being postponed. This procedure will be "
+              "restarted when regulation postpone timer has expired (Selected port: %u, Requested port: %u).",
+              focus(), port);
+    KvdLoz6TuReg_rememberSoCpriPort(port);
+    log(INRSI_CL_EV_INIT_SYNC_POSTPONED);
+}
+
+void inrsiSelectRememberedPort(u8 port)
+{
+    if (KvdLoz6TuIifAdm_selectedRef() != SOCPRI_REF) {
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO,
+                  "SoCPRI is no longer selected reference, abort new selection request. Selected port: %u, "
+                  "Requested port: %u",
+                  focus(), port);
+        log(INRSI_CL_EV_INIT_SYNC_CONTINUED_FAILURE, KEEP);
+        return;
+    }
+    if (refusedAsSelected(port)) return;
+    log(INRSI_CL_EV_INIT_SYNC_CONTINUED);
+    beginNewSync(port);
+}
+
+void inrsiContinueOnLink(u8 port)
+{
+    if (!isPort(port)) {
+        KvdLoz6TuIifAdm_sendSocpriSelectSyncLinkRsp(wirePort(port), CPRI_LINK_NOT_AVAILABLE);
+        return;
+    }
+    if (refusedAsSelected(port)) return;
+    if (record().currAction != INRSI_CLIENT_IDLE) dropWork();
+    stopSupervision(client(), port);
+    KvdLoz6TuReg_resetSoCpriPhase();
+    record().currAction = INRSI_CLIENT_ACTION_TIME_SYNC;
+    client().portNo = port;
+    record().measUnavailableCounter = 0;
+    inrsiSetContinuationOfSync(1);
+    log(INRSI_CL_EV_CONTINUE_SYNC_ON_LINK);
+    sendInrsiGetPhaseDiffReq();
+}
+
+void inrsiAlignBfnToGroup(u8 port, u32 esfc, u16 mfn)
+{
+    if (!isPort(port)) return KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(0);
+    KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():BFN alignment request will be processed.", __func__);
+    stopSupervision(client(), port);
+    dropWork();
+    KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
+    KvdLoz6TuReg_SoCpriSetRef(esfc, mfn);
+    beginAction(INRSI_CLIENT_ACTION_BFN_ALIGN, port);
+    inrsi::startTimer(record().freqDataTmo, REQUEST_ms, INRSI_REQUEST_FREQ_DATA_TMO);
+    log(INRSI_CL_EV_INIT_BFN_ALIGN);
+}
+
+void inrsiClientReset()
+{
+    if (record().currAction == INRSI_CLIENT_ACTION_FREQ_SCANNING) answerOrder(FREQ_MEAS_MISSING);
+    dropWork();
+    cancelTimer(record().holdoverTmo);
+    log(INRSI_CL_EV_RESET);
+}
+
+void inrsiAnswerOpenScan(u32 syncStatus)
+{
+    if (record().currAction != INRSI_CLIENT_ACTION_FREQ_SCANNING) return;
+    answerOrder(syncStatus);
+    dropWork();
+    log(INRSI_CL_EV_ACTION_ABORTED);
+}
+
+u8  inrsiGetPortNo() { return focus(); }
+u32 inrsiGetAction() { return record().currAction; }

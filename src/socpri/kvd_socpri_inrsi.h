@@ -1,0 +1,67 @@
+// kvd_socpri_inrsi.h - Client of the radio links' measurement server on a master: looks at a link's
+// frequency, takes its phase to the loop, aligns frame numbers to a group, supervises the others.
+// Owner   the manager process; only kvd_socpri_inrsi*.cpp write this module's state.
+// Units   ports 0 to 5 (A to F), 6 port X (the other unit's links), 255 none; timers in ms.
+// Errors  what a link can't give is told to the main processor as a SocpriSyncStatus.
+#pragma once
+#include "ose/types.h"
+
+struct Signal;
+
+/// What the client is at.
+enum InrsiClientAction : u32 {
+    INRSI_CLIENT_IDLE = 0,
+    INRSI_CLIENT_ACTION_FREQ_SCANNING = 1,
+    INRSI_CLIENT_ACTION_BFN_ALIGN = 2,
+    INRSI_CLIENT_ACTION_FREQ_SYNC = 3,
+    INRSI_CLIENT_ACTION_TIME_SYNC = 4,
+};
+
+void KvdLoz6Inrsi_initiate();
+int  KvdLoz6Inrsi_dispatch(Signal* sig);
+/// The unit is no master any more.
+void KvdLoz6Inrsi_leave();
+/// A confirmed main processor that knows nothing yet: link states again, subscriptions anew.
+void KvdLoz6Inrsi_mainProcessorRestarted();
+void KvdLoz6TuSoCpri_inrsi_resendSoCpriLinkStatusData();
+
+// ---- orders of the main processor, SoCPRI being the selected reference ---------------------------
+
+void inrsiStartScan(u8 port);
+/// From the frequency on.
+void inrsiSelectSyncLink(u8 port);
+/// The loop has time already and goes on with this link.
+void inrsiContinueOnLink(u8 port);
+void inrsiAlignBfnToGroup(u8 port, u32 esfc, u16 mfn);
+
+// ---- for reference management --------------------------------------------------------------------
+
+/// Stops whatever the client does.
+void inrsiClientReset();
+/// SoCPRI is deselected with its loop locked, or the main processor has restarted.
+void inrsiImplicitHoldover();
+/// Closes a scan that is open, with this SocpriSyncStatus.
+void inrsiAnswerOpenScan(u32 syncStatus);
+
+// ---- for the regulator ---------------------------------------------------------------------------
+
+u8   inrsiGetPortNo();
+u32  inrsiGetAction();                               // InrsiClientAction
+/// The remembered link, now that regulation goes on.
+void inrsiSelectRememberedPort(u8 port);
+/// Too many invalid phases; the loop doesn't settle; it does.
+void KvdLoz6TuSoCpri_inrsi_phaseMeasAnalysisFailed();
+void KvdLoz6TuSoCpri_inrsi_timeSyncFailed();
+void inrsiTimeSyncSucceeded();
+void inrsiBfnAlignCompleted(u32 status);             // 1 done, 0 not
+/// An answer to the order to go on with a link is owed; it goes out with anything but 2, or with 2
+/// once the loop is locked.
+void inrsiSetContinuationOfSync(u32 flag);
+void inrsiAnswerContinuation(u32 status);            // SocpriSyncStatus
+/// The links hear that no more jumps come, after 1000 ms with 1, 50 ms with 0.
+void KvdLoz6TuSoCpri_inrsi_noMoreBfnJumpsExpected(u32 isLong);
+void inrsiRestartPhaseTimer();                       // of the port in focus, 100 ms
+/// The links hear whether frame numbers may jump: 1 or 0.
+void inrsiSendBfnJumpInfo(u32 enabled);
+/// The oscillator has left its range of temperature (1), or is back (0).
+void inrsiReportOcxoTemp(u32 bad);

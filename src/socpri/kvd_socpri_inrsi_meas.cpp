@@ -1,0 +1,462 @@
+// Measurements of the port in focus: requests, answers, and what becomes of them when there is none.
+// Answers that belong to another port's supervision are sorted out here.
+#include "socpri/kvd_socpri_inrsi_master_int.h"
+
+#include "iif/kvd_iifadm_send.h"
+#include "mgr/trace_groups.h"
+#include "node/trace.h"
+#include "reg/kvd_reg_pll.h"
+#include "reg/kvd_reg_socpri.h"
+
+namespace inrsi::master {
+
+namespace {
+
+constexpr OSTIME RETRIEVE_ORDER_ms = 500;
+
+u32 action() { return record().currAction; }
+
+/// A link's own answer must come within the time; what goes the long way, by port X, is given more,
+/// and keeps it.
+void startRetrieve()
+{
+    const u8 port = focus();
+    if (action() >= INRSI_CLIENT_ACTION_FREQ_SCANNING && action() <= INRSI_CLIENT_ACTION_FREQ_SYNC) {
+        startRetrieveTimer(client(), port, RETRIEVE_ORDER_ms);
+        return;
+    }
+    if (port == PORT_X) record().measRetrieveTimeMs = RETRIEVE_SLOW_ms;
+    startRetrieveTimer(client(), port, record().measRetrieveTimeMs);
+}
+
+void begin(SIGSELECT sigNo, void (*viaMainProcessor)(u32 sharedUnitId))
+{
+    if (focus() == PORT_X) viaMainProcessor(client().sharedUnitId);
+    else                   requestMeasurement(client(), sigNo, client().sharedUnitId);
+    startRetrieve();
+    record().measUnavailableCounter = 0;
+    record().measOngoing = 1;
+}
+
+/// The unit to measure, the first at the port with that status.
+bool chooseUnit(u8 linkStatus)
+{
+    const Slot* const unit = firstUnit(client(), focus(), linkStatus);
+    client().sharedUnitId = unit != nullptr ? unit->sharedUnitId : NO_UNIT;
+    return unit != nullptr;
+}
+
+/// Answers with the frequency's result and gives the order up.
+void failOrder(u32 syncStatus)
+{
+    answerOrder(syncStatus);
+    setToIdle();
+}
+
+/// A measurement whose answer nobody waits for any more doesn't stand in the way of the next.
+bool isAbandoned()
+{
+    return action() != INRSI_CLIENT_ACTION_FREQ_SCANNING && focus() < PORTS_WITH_X &&
+           client().measRetrieveTmo[focus()] == 0;
+}
+
+void traceIncompatible(const char* caller, Event event)
+{
+    KVD_TRACE(TRACE_INRSI, TRACE_INFO,
+              "%s(): Measurement type is incompatible with current INRSI Client action", caller);
+    log(event);
+}
+
+// ---- link is not there ----------------------------------------------------------------------------
+
+/// The frequency's request is put off, up to five times.
+void putOffFrequency()
+{
+    Record& r = record();
+    if (++r.measUnavailableCounter < UNAVAILABLE_TRIES) {
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO,
+                  "%s():CPRI Link (Port: %u) is currently down, request new timer for freq measurement request",
+                  __func__, focus());
+        inrsi::startTimer(r.freqDataTmo, REQUEST_ms, INRSI_REQUEST_FREQ_DATA_TMO);
+        return;
+    }
+    KVD_TRACE(TRACE_INRSI, TRACE_INFO,
+              "%s():CPRI Link (Port: %u) is down, return negative response to MP for freq measurements",
+              __func__, focus());
+    r.measUnavailableCounter = 0;
+    log(INRSI_CL_EV_FREQ_SYNC_FAILED, KEEP);
+    failOrder(FREQ_MEAS_MISSING);
+}
+
+/// An answer to an order to go on may be owed; it goes out before the link's status.
+void abortSync(u32 syncStatus)
+{
+    if (abortJump(syncStatus)) return;
+    inrsiAnswerContinuation(syncStatus);
+    inrsiLinkSyncAborted(syncStatus);
+}
+
+void linkDisturbanceCheck()
+{
+    Record& r = record();
+    if (++r.measUnavailableCounter < UNAVAILABLE_TRIES) {
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO,
+                  "%s():CPRI Link (Port: %u) is currently down, request new timer for phase measurement request",
+                  __func__, focus());
+        startPhaseTimer(client(), focus());
+        return;
+    }
+    KVD_TRACE(TRACE_INRSI, TRACE_INFO,
+              "%s():CPRI Link (Port: %u) is down, return negative response to MP for phase measurements",
+              __func__, focus());
+    r.measUnavailableCounter = 0;
+    log(INRSI_CL_EV_TIME_SYNC_FAILED, KEEP);
+    if (action() == INRSI_CLIENT_ACTION_BFN_ALIGN) answerOrder(CPRI_LINK_NOT_AVAILABLE);
+    abortSync(CPRI_LINK_NOT_AVAILABLE);
+}
+
+void failLostMeasurement(u8 port)
+{
+    if (action() == INRSI_CLIENT_ACTION_TIME_SYNC) {
+        if (firstUnit(client(), port, LINK_AVAILABLE) == nullptr) linkDisturbanceCheck();
+    } else if (firstUnit(client(), port, LINK_PRESENT) != nullptr) {
+        startRetrieve();
+    } else {
+        answerOrder(CPRI_LINK_NOT_AVAILABLE);
+        dropWork();
+    }
+}
+
+}  // namespace
+
+void handleLinkDownIndication(u8 port)
+{
+    if (port != focus()) {
+        if (port != PORT_X) stopSupervision(client(), port);
+        return;
+    }
+    if (action() == INRSI_CLIENT_IDLE) return;
+    if (record().measOngoing != 0) {
+        record().measOngoing = 0;
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():Link went down, cancel active measurement.", __func__);
+        failLostMeasurement(port);
+    } else if (action() == INRSI_CLIENT_ACTION_BFN_ALIGN) {
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO,
+                  "%s():BFN alignment failed due to active link down indication.", __func__);
+        KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(0);
+        dropWork();
+    }
+}
+
+// ---- requests ------------------------------------------------------------------------------------
+
+void sendInrsiGetFreqDiffReq()
+{
+    if (action() == INRSI_CLIENT_IDLE || focus() == NO_PORT) return;
+    if (record().measOngoing != 0 && !isAbandoned()) {
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO, "Measurement already ongoing!");
+        log(INRSI_CL_EV_MEAS_ONGOING_CONFLICT, KEEP);
+        record().measOngoing = 0;              // so that the next order isn't refused as well
+        failOrder(FREQ_MEAS_PROBLEM);
+        return;
+    }
+    if (!chooseUnit(LINK_PRESENT)) return putOffFrequency();
+    begin(INRSI_GET_FREQ_DIFF2_REQ, KvdLoz6TuIifAdm_sendInrsiGetFreqDiff2ReqFwd);
+}
+
+void sendInrsiGetPhaseDiffReq()
+{
+    if (record().measOngoing != 0 && !isAbandoned()) {
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():Measurement already ongoing!", __func__);
+        log(INRSI_CL_EV_MEAS_ONGOING_CONFLICT);
+        return;
+    }
+    if (!chooseUnit(LINK_AVAILABLE)) return linkDisturbanceCheck();
+    begin(INRSI_GET_PHASE_DIFF2_REQ, KvdLoz6TuIifAdm_sendInrsiGetPhaseDiff2ReqFwd);
+}
+
+// ---- answers: frequency ---------------------------------------------------------------------------
+
+namespace {
+
+/// What follows a frequency that is good: a scan has ended, the others go on with the phase.
+void frequencyLocked()
+{
+    const u8 port = focus();
+    log(INRSI_CL_EV_FREQ_LOCKED);
+    answerOrder(OK_FREQ_LOCKED);
+    if (action() == INRSI_CLIENT_ACTION_FREQ_SCANNING) {
+        setToIdle();
+        startSupervision(client(), port);
+        return;
+    }
+    KvdLoz6TuReg_pll_init(PLL_Unlocked);
+    KvdLoz6TuReg_resetSoCpriPhase();
+    if (action() == INRSI_CLIENT_ACTION_FREQ_SYNC) record().currAction = INRSI_CLIENT_ACTION_TIME_SYNC;
+    record().freqScanCnt = 0;
+    startPhaseTimer(client(), port);
+}
+
+void frequencyNotYet()
+{
+    Record& r = record();
+    if (r.freqScanCnt > 0) {
+        inrsi::startTimer(r.freqDataTmo, REQUEST_ms, INRSI_REQUEST_FREQ_DATA_TMO);
+        return;
+    }
+    log(INRSI_CL_EV_FREQ_SYNC_FAILED, KEEP);
+    answerOrder(FREQ_MEAS_PROBLEM);
+    superviseFocus();
+    setToIdle();
+}
+
+void onFrequency(u32 sharedUnitId, i16 freqDiff, u32 freqDiffValid)
+{
+    Record& r = record();
+    if (action() == INRSI_CLIENT_ACTION_TIME_SYNC)
+        return traceIncompatible(__func__, INRSI_CL_EV_FREQ_DIFF_CFM_UNEXPECTED_ACTION);
+    r.freqDiff = freqDiff;
+    r.freqDiffValid = freqDiffValid;
+    r.measOngoing = 0;
+    if (focus() < PORTS_WITH_X) cancelTimer(client().measRetrieveTmo[focus()]);
+    if (action() == INRSI_CLIENT_IDLE)
+        return traceIncompatible(__func__, INRSI_CL_EV_FREQ_DIFF_CFM_UNEXPECTED_ACTION);
+    if (sharedUnitId != client().sharedUnitId) {
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO,
+                  "%s(): Received response for sharedUnitId (%u) different from the referenced one (%u)",
+                  __func__, sharedUnitId, client().sharedUnitId);
+        log(INRSI_CL_EV_FREQ_DIFF_CFM_WRONG_PORT_NUMBER, KEEP);
+        setToIdle();
+        return;
+    }
+    if (r.freqScanCnt > 0) --r.freqScanCnt;
+    const bool isGood = KvdLoz6TuReg_handleSoCpriFreqDiffMeas(freqDiff, freqDiffValid) != 0;
+    const Slot* const unit = findUnit(client(), focus(), sharedUnitId);
+    if (isGood && unit != nullptr && unit->linkStatus == LINK_AVAILABLE) frequencyLocked();
+    else                                                                frequencyNotYet();
+}
+
+void handleInrsiGetFreqDiffRej(u32 errorCode)
+{
+    KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): errorCode=%u", __func__, errorCode);
+    log(INRSI_CL_EV_FREQ_DIFF_REJ, KEEP);
+    if (action() == INRSI_CLIENT_ACTION_TIME_SYNC)
+        return traceIncompatible(__func__, INRSI_CL_EV_FREQ_DIFF_CFM_UNEXPECTED_ACTION);
+    record().measOngoing = 0;
+    if (focus() < PORTS_WITH_X) cancelTimer(client().measRetrieveTmo[focus()]);
+    if (action() != INRSI_CLIENT_IDLE) failOrder(FREQ_MEAS_MISSING);
+}
+
+// ---- answers: phase -------------------------------------------------------------------------------
+
+bool belongsToSupervision(u8 port, u32 sharedUnitId)
+{
+    return port != focus() && port != NO_PORT && sharedUnitId != client().sharedUnitId;
+}
+
+/// A supervision's answer that comes once its port has an order: the frequency isn't there yet.
+bool isLate()
+{
+    return action() == INRSI_CLIENT_ACTION_BFN_ALIGN && record().freqScanCnt > 0;
+}
+
+void dropLate()
+{
+    if (focus() < PORTS) {
+        client().supervision[focus()].supMeasOngoing = 0;
+        cancelTimer(client().supervision[focus()].timer);
+    }
+    log(INRSI_CL_EV_LATE_PHASE_MEAS_WHILE_BFN_ALIGNING);
+}
+
+/// The link went while the answer was on its way: one more try.
+void phaseWithoutLink()
+{
+    Record& r = record();
+    if (r.linkGone == 0) {
+        r.linkGone = 1;
+        startPhaseTimer(client(), focus());
+        return;
+    }
+    KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): CPRI Link (%u) is not available ", __func__, focus());
+    r.linkGone = 0;
+    log(INRSI_CL_EV_PHASE_DIFF_CFM_LINK_UNAVAILABLE, KEEP);
+    if (action() == INRSI_CLIENT_ACTION_BFN_ALIGN) {
+        KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(0);
+        setToIdle();
+    } else if (!abortJump(CPRI_LINK_NOT_AVAILABLE)) {
+        inrsiLinkSyncAborted(CPRI_LINK_NOT_AVAILABLE);
+    }
+}
+
+void onFocusPhase(u32 sharedUnitId, u32 high, u32 low, u32 valid)
+{
+    Record& r = record();
+    if (isLate()) return dropLate();
+    if (action() == INRSI_CLIENT_ACTION_FREQ_SCANNING || action() == INRSI_CLIENT_ACTION_FREQ_SYNC)
+        return traceIncompatible(__func__, INRSI_CL_EV_PHASE_DIFF_CFM_UNEXPECTED_ACTION);
+    r.measOngoing = 0;
+    r.trpDiffHigh = high;
+    r.trpDiffLow = low;
+    r.trpDiffValid = valid;
+    if (focus() == NO_PORT) {
+        client().sharedUnitId = NO_UNIT;
+        log(INRSI_CL_EV_PHASE_DIFF_CFM_PORT_NOT_SELECTED);
+        return;
+    }
+    if (sharedUnitId != client().sharedUnitId) log(INRSI_CL_EV_PHASE_DIFF_CFM_WRONG_PORT_NUMBER);
+    cancelTimer(client().measRetrieveTmo[focus()]);
+    cancelTimer(r.holdoverTmo);
+    if (action() == INRSI_CLIENT_IDLE)
+        return traceIncompatible(__func__, INRSI_CL_EV_PHASE_DIFF_CFM_UNEXPECTED_ACTION);
+    if (firstUnit(client(), focus(), LINK_AVAILABLE) == nullptr) return phaseWithoutLink();
+    r.linkGone = 0;
+    startPhaseTimer(client(), focus());
+    KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(high, low, valid);
+}
+
+void onPhase(u32 sharedUnitId, u32 high, u32 low, u32 valid)
+{
+    const u8 port = portOfUnit(client(), sharedUnitId);
+    if (belongsToSupervision(port, sharedUnitId)) onSupervisionSample(client(), port, high, low, valid);
+    else                                          onFocusPhase(sharedUnitId, high, low, valid);
+}
+
+void rejectSupervision(u8 port)
+{
+    if (port < PORTS) client().supervision[port].supMeasOngoing = 0;
+    superviseIfLinked(client(), port);
+    sendSupervisionStatus(port, PHASE_MEAS_MISSING);
+}
+
+void handleInrsiGetPhaseDiffRej(u32 sharedUnitId, u32 errorCode)
+{
+    const u8 port = portOfUnit(client(), sharedUnitId);
+    KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): sharedUnitId=%u, errorCode=%u", __func__, sharedUnitId,
+              errorCode);
+    log(INRSI_CL_EV_PHASE_DIFF_REJ, KEEP);
+    if (belongsToSupervision(port, sharedUnitId)) {
+        cancelTimer(client().measRetrieveTmo[port]);
+        return rejectSupervision(port);
+    }
+    if (action() == INRSI_CLIENT_ACTION_FREQ_SCANNING || action() == INRSI_CLIENT_ACTION_FREQ_SYNC)
+        return traceIncompatible(__func__, INRSI_CL_EV_PHASE_DIFF_REJ_UNEXPECTED_ACTION);
+    record().measOngoing = 0;
+    if (focus() < PORTS_WITH_X) cancelTimer(client().measRetrieveTmo[focus()]);
+    startSupervision(client(), focus());
+    if (action() != INRSI_CLIENT_ACTION_TIME_SYNC || focus() == NO_PORT)
+        return traceIncompatible(__func__, INRSI_CL_EV_PHASE_DIFF_REJ_UNEXPECTED_ACTION);
+    KVD_TRACE(TRACE_INRSI, TRACE_INFO,
+              "%s(): Sending indication to MP containing KVD_TUIIF_PHASE_MEAS_MISSING information.",
+              __func__);
+    abortSync(PHASE_MEAS_MISSING);
+}
+
+// ---- time-outs -----------------------------------------------------------------------------------
+
+void onFreqDataTimeout()
+{
+    cancelTimer(record().freqDataTmo);
+    sendInrsiGetFreqDiffReq();
+}
+
+void onPhaseDataTimeout(const InrsiPortTmo* tmo)
+{
+    if (tmo == nullptr || tmo->port >= PORTS_WITH_X) return;
+    cancelTimer(client().phaseDataTmo[tmo->port]);
+    if (tmo->port == focus())
+        sendInrsiGetPhaseDiffReq();
+    else if (tmo->port == PORT_X)
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO,
+                  "INRSI_REQUEST_PHASE_DATA_TMO arrived for CPRI_PORT_X but it refers to supervision");
+    else
+        requestSupervision(client(), tmo->port);
+}
+
+void supervisionUnanswered(u8 port)
+{
+    log(INRSI_CL_EV_MEAS_TMO_EXPIRED_SUPERVISION, KEEP);
+    sendSupervisionStatus(port, PHASE_MEAS_MISSING);
+    startSupervision(client(), port);
+}
+
+void onRetrieveTimeout(const InrsiPortTmo* tmo)
+{
+    if (tmo == nullptr || tmo->port >= PORTS_WITH_X) return;
+    cancelTimer(client().measRetrieveTmo[tmo->port]);
+    if (tmo->port != focus()) return supervisionUnanswered(tmo->port);
+    record().measOngoing = 0;
+    log(INRSI_CL_EV_MEAS_TMO_EXPIRED, KEEP);
+    superviseFocus();
+    if (action() == INRSI_CLIENT_ACTION_TIME_SYNC) return abortSync(PHASE_MEAS_MISSING);
+    failOrder(FREQ_MEAS_MISSING);
+}
+
+void onSupervisionTimeout(const InrsiPortTmo* tmo)
+{
+    if (tmo == nullptr || tmo->port >= PORTS) return;
+    cancelTimer(client().supervision[tmo->port].timer);
+    if (tmo->port != focus()) requestSupervision(client(), tmo->port);
+}
+
+// ---- signals -------------------------------------------------------------------------------------
+
+void onPhaseCfm(const InrsiGetPhaseDiff2Cfm* cfm)
+{
+    if (cfm != nullptr) onPhase(cfm->sharedUnitId, cfm->trpDiffHigh, cfm->trpDiffLow, cfm->trpDiffValid);
+}
+void onPhaseCfmFwd(const KvdTuiifInrsiGetPhaseDiff2CfmFwd* cfm)
+{
+    if (cfm != nullptr) onPhase(cfm->sharedUnitId, cfm->trpDiffHigh, cfm->trpDiffLow, cfm->trpDiffValid);
+}
+void onFreqCfm(const InrsiGetFreqDiff2Cfm* cfm)
+{
+    if (cfm != nullptr) onFrequency(cfm->sharedUnitId, cfm->freqDiff, cfm->freqDiffValid);
+}
+void onFreqCfmFwd(const KvdTuiifInrsiGetFreqDiff2CfmFwd* cfm)
+{
+    if (cfm != nullptr) onFrequency(cfm->sharedUnitId, cfm->freqDiff, cfm->freqDiffValid);
+}
+void onPhaseRej(const InrsiUnitRej* rej)
+{
+    if (rej != nullptr) handleInrsiGetPhaseDiffRej(rej->sharedUnitId, rej->errorCode);
+}
+void onPhaseRejFwd(const KvdTuiifInrsiGetPhaseDiff2RejFwd* rej)
+{
+    if (rej != nullptr) handleInrsiGetPhaseDiffRej(rej->sharedUnitId, rej->errorCode);
+}
+void onFreqRej(const InrsiUnitRej* rej)
+{
+    if (rej != nullptr) handleInrsiGetFreqDiffRej(rej->errorCode);
+}
+void onFreqRejFwd(const KvdTuiifInrsiGetFreqDiff2RejFwd* rej)
+{
+    if (rej != nullptr) handleInrsiGetFreqDiffRej(rej->errorCode);
+}
+
+}  // namespace
+
+int dispatchMeasurement(Signal* sig)
+{
+    switch (sig->sigNo) {
+    case INRSI_GET_PHASE_DIFF2_CFM: onPhaseCfm(as<InrsiGetPhaseDiff2Cfm>(sig));                  return 1;
+    case INRSI_GET_PHASE_DIFF2_REJ: onPhaseRej(as<InrsiUnitRej>(sig));                           return 1;
+    case INRSI_GET_FREQ_DIFF2_CFM:  onFreqCfm(as<InrsiGetFreqDiff2Cfm>(sig));                    return 1;
+    case INRSI_GET_FREQ_DIFF2_REJ:  onFreqRej(as<InrsiUnitRej>(sig));                            return 1;
+    case KVD_TUIIF_INRSI_GET_PHASE_DIFF2_CFM_FWD:
+        onPhaseCfmFwd(as<KvdTuiifInrsiGetPhaseDiff2CfmFwd>(sig));                                return 1;
+    case KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REJ_FWD:
+        onPhaseRejFwd(as<KvdTuiifInrsiGetPhaseDiff2RejFwd>(sig));                                return 1;
+    case KVD_TUIIF_INRSI_GET_FREQ_DIFF2_CFM_FWD:
+        onFreqCfmFwd(as<KvdTuiifInrsiGetFreqDiff2CfmFwd>(sig));                                  return 1;
+    case KVD_TUIIF_INRSI_GET_FREQ_DIFF2_REJ_FWD:
+        onFreqRejFwd(as<KvdTuiifInrsiGetFreqDiff2RejFwd>(sig));                                  return 1;
+    case INRSI_REQUEST_PHASE_DATA_TMO:   onPhaseDataTimeout(as<InrsiPortTmo>(sig));              return 1;
+    case INRSI_REQUEST_FREQ_DATA_TMO:    onFreqDataTimeout();                                    return 1;
+    case KVD_TUSOCPRI_MEAS_RETRIEVE_TMO: onRetrieveTimeout(as<InrsiPortTmo>(sig));               return 1;
+    case KVD_TUSOCPRI_SUPERVISION_TMO:   onSupervisionTimeout(as<InrsiPortTmo>(sig));            return 1;
+    default:                                                                                     return 0;
+    }
+}
+
+}  // namespace inrsi::master

@@ -1,0 +1,198 @@
+// Holdover of a link's time, what the regulator makes of its phase, and what the links are told.
+#include "socpri/kvd_socpri_inrsi_master_int.h"
+
+#include "iif/kvd_iifadm.h"
+#include "iif/tuiif_sig.h"
+#include "mgr/trace_groups.h"
+#include "node/trace.h"
+#include "ref/kvd_ref.h"
+#include "reg/kvd_reg_jump.h"
+#include "reg/kvd_reg_pll.h"
+
+namespace inrsi::master {
+
+namespace {
+
+constexpr OSTIME HOLDOVER_ms = 300000;
+constexpr OSTIME JUMP_WARNING_LONG_ms = 1000, JUMP_WARNING_SHORT_ms = 50;
+
+/// From a lock: 1 when the loop holds the frequency now, 0 when it couldn't.
+u32 enterHoldover()
+{
+    Record& r = record();
+    KvdLoz6TuReg_pll_toHoldover();
+    if (!KvdLoz6TuReg_pllIsHoldover()) {
+        log(INRSI_CL_EV_HO_ENTRY_DECLINED, KEEP);
+        return 0;
+    }
+    inrsi::startTimer(r.holdoverTmo, HOLDOVER_ms, KVD_TUSOCPRI_HOLDOVER_TMO);
+    log(INRSI_CL_EV_ENTERED_HO, KEEP);
+    if (focus() < PORTS_WITH_X) {
+        cancelTimer(client().phaseDataTmo[focus()]);
+        cancelTimer(client().measRetrieveTmo[focus()]);
+    }
+    r.measOngoing = 0;
+    client().portNo = NO_PORT;
+    return 1;
+}
+
+}  // namespace
+
+void onGoToTimeHoldover()
+{
+    log(INRSI_CL_EV_HO_ENTRY_ORDERED);
+    u32 entered = 0;
+    if (KvdLoz6TuReg_pllIsLocked()) {
+        entered = enterHoldover();
+        KvdLoz6TuIifAdm_sendSocpriGoToTimeHoldoverRsp(entered);
+        if (entered == 0) inrsiClientReset();
+    } else if (KvdLoz6TuReg_pllIsHoldover()) {
+        KvdLoz6TuIifAdm_sendSocpriGoToTimeHoldoverRsp(0);
+    } else {
+        inrsiClientReset();
+        KvdLoz6TuIifAdm_sendSocpriGoToTimeHoldoverRsp(0);
+    }
+}
+
+void onHoldoverTimeout()
+{
+    cancelTimer(record().holdoverTmo);
+    log(INRSI_CL_EV_HO_TMO_EXPIRED, KEEP);
+    KvdLoz6TuReg_pll_setState(PLL_Unlocked);
+    setToIdle();
+    KvdLoz6TuIifAdm_reportClockState(KVD_TUIIF_FREQUENCY_HOLDOVER);
+}
+
+void onBfnJumpWarningTimeout()
+{
+    cancelTimer(record().bfnJumpWarningTmo);
+    inrsiSendBfnJumpInfo(0);
+}
+
+}  // namespace inrsi::master
+
+using namespace inrsi;
+using namespace inrsi::master;
+
+void inrsiImplicitHoldover()
+{
+    log(KvdLoz6TuRef_isFirstStart() != 0 ? INRSI_CL_EV_IMPLICIT_HO : INRSI_CL_EV_HO_ENTRY_MP_RESTART);
+    superviseFocus();
+    if (record().currAction != INRSI_CLIENT_ACTION_TIME_SYNC) return;
+    if (enterHoldover() == 0) inrsiClientReset();
+}
+
+// ---- results of the regulator --------------------------------------------------------------------
+
+namespace {
+
+/// True when it was an alignment, which is over.
+bool failAlignment()
+{
+    superviseFocus();
+    if (focus() < PORTS_WITH_X) cancelTimer(client().phaseDataTmo[focus()]);
+    if (record().currAction != INRSI_CLIENT_ACTION_BFN_ALIGN) return false;
+    KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(0);
+    setToIdle();
+    return true;
+}
+
+}  // namespace
+
+void KvdLoz6TuSoCpri_inrsi_phaseMeasAnalysisFailed()
+{
+    KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): Measurements on CPRI Link (%u) are invalid", __func__,
+              focus());
+    log(INRSI_CL_EV_PHASE_MEAS_ANALYSIS_FAILED, KEEP);
+    if (failAlignment() || abortJump(PHASE_MEAS_PROBLEM)) return;
+    inrsiLinkSyncAborted(PHASE_MEAS_PROBLEM);
+}
+
+void KvdLoz6TuSoCpri_inrsi_timeSyncFailed()
+{
+    KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): Time synchronization on CPRI Link (%u) has failed", __func__,
+              focus());
+    log(INRSI_CL_EV_TIME_SYNC_FAILED, KEEP);
+    if (failAlignment()) return;
+    inrsiLinkSyncAborted(PHASE_MEAS_PROBLEM);
+    inrsiAnswerContinuation(PHASE_MEAS_PROBLEM);
+}
+
+void inrsiTimeSyncSucceeded()
+{
+    log(INRSI_CL_EV_TIME_SYNC_SUCCEEDED);
+    if (record().currAction != INRSI_CLIENT_ACTION_BFN_ALIGN) {
+        KvdLoz6TuIifAdm_sendSocpriLinkSyncStatusInd(wirePort(focus()), OK_TIME_LOCKED);
+        return;
+    }
+    if (focus() < PORTS_WITH_X) cancelTimer(client().measRetrieveTmo[focus()]);
+    inrsiSendBfnJumpInfo(1);
+    KvdLoz6TuReg_SoCpriJumpBfnAlignmentAction();
+}
+
+void inrsiBfnAlignCompleted(u32 status)
+{
+    if (record().currAction != INRSI_CLIENT_ACTION_BFN_ALIGN) {
+        log(INRSI_CL_EV_BFN_ALIGN_COMPLETED_UNEXP_STATE);
+        return;
+    }
+    const u8 port = focus();
+    KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(status);
+    cancelTimer(client().phaseDataTmo[port]);
+    record().measOngoing = 0;
+    startSupervision(client(), port);
+    log(INRSI_CL_EV_BFN_ALIGN_COMPLETED, KEEP);
+    setToIdle();
+}
+
+void inrsiSetContinuationOfSync(u32 flag)
+{
+    record().continuationOfSync = flag != 0 ? 1 : 0;
+    record().continuationPort = focus();
+    if (flag != 0) log(INRSI_CL_EV_CONTINUE_SYNC_FLAG_SET);
+}
+
+void inrsiAnswerContinuation(u32 status)
+{
+    Record& r = record();
+    if (r.continuationOfSync == 0) return;
+    if (status == OK_TIME_LOCKED && !KvdLoz6TuReg_pllIsLocked()) return;
+    r.continuationOfSync = 0;
+    KvdLoz6TuIifAdm_sendSocpriSelectSyncLinkRsp(wirePort(r.continuationPort), status);
+}
+
+// ---- jumps, temperature --------------------------------------------------------------------------
+
+void KvdLoz6TuSoCpri_inrsi_noMoreBfnJumpsExpected(u32 isLong)
+{
+    if (record().bfnJumpWarningTmo != 0) return;
+    inrsi::startTimer(record().bfnJumpWarningTmo,
+                      isLong != 0 ? JUMP_WARNING_LONG_ms : JUMP_WARNING_SHORT_ms,
+                      KVD_TUSOCPRI_BFN_JUMP_WARNING_TMO);
+}
+
+void inrsiRestartPhaseTimer()
+{
+    if (focus() < PORTS_WITH_X) startPhaseTimer(client(), focus());
+}
+
+void inrsiSendBfnJumpInfo(u32 enabled)
+{
+    if (requestBfnJumpInfo(client(), enabled) != 0) {
+        log(INRSI_CL_EV_SFC_ADJ_NOTIF_NOK, KEEP);
+        return;
+    }
+    inrsiRestartPhaseTimer();
+    KvdLoz6TuIifAdm_sendInrsiBfnJumpInfoReqFwd(enabled);
+    log(enabled == 1 ? INRSI_CL_EV_SFC_ADJ_NOTIF_OK_ENABLED : INRSI_CL_EV_SFC_ADJ_NOTIF_OK_DISABLED);
+}
+
+void inrsiReportOcxoTemp(u32 bad)
+{
+    const u32 syncStatus = bad != 0 ? FREQ_MEAS_PROBLEM : OK_FREQ_LOCKED;
+    for (u8 port = 0; port < PORTS; ++port) {
+        if (client().subscribed[port] == 0) continue;
+        if (firstUnit(client(), port, LINK_PRESENT) != nullptr)
+            KvdLoz6TuIifAdm_sendSocpriLinkSyncStatusInd(wirePort(port), syncStatus);
+    }
+}

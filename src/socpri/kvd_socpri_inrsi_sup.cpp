@@ -1,0 +1,95 @@
+// Supervision of the ports that nobody synchronises to: five phases 100 ms apart, once a minute.
+#include "socpri/kvd_socpri_inrsi_int.h"
+
+#include "iif/kvd_iifadm_send.h"
+#include "mgr/trace_groups.h"
+#include "node/trace.h"
+#include "reg/kvd_reg_socpri.h"
+
+#include <cmath>
+
+namespace inrsi {
+
+namespace {
+
+constexpr double GOOD_s = 1e-07;
+constexpr u8 SAMPLES = 5;
+constexpr u8 GOOD_ABOVE = 2;                   // of the samples
+
+void conclude(Client& c, u8 port)
+{
+    Supervision& sup = c.supervision[port];
+    const u32 syncStatus = sup.validCount > GOOD_ABOVE ? OK_TIME_LOCKED : PHASE_MEAS_PROBLEM;
+    KVD_TRACE(TRACE_INRSI, TRACE_INFO, "Supervised port: %u concluded syncStatus=%d, with validCount=%u ",
+              port, static_cast<int>(syncStatus), sup.validCount);
+    sendSupervisionStatus(port, syncStatus);
+    superviseIfLinked(c, port);
+}
+
+}  // namespace
+
+void sendSupervisionStatus(u8 port, u32 syncStatus)
+{
+    KvdLoz6TuIifAdm_sendSocpriSupervisionStatusInd(static_cast<u8>(port + 1), static_cast<u8>(syncStatus));
+}
+
+void startSupervision(Client& c, u8 port)
+{
+    if (port >= PORTS) return;
+    Supervision& sup = c.supervision[port];
+    sup.supCount = sup.validCount = 0;
+    sup.supMeasOngoing = 0;
+    sup.started = 1;
+    startPortTimer(sup.timer, SUPERVISION_ms, KVD_TUSOCPRI_SUPERVISION_TMO, port);
+}
+
+void superviseIfLinked(Client& c, u8 port)
+{
+    if (firstUnit(c, port, LINK_AVAILABLE) != nullptr) startSupervision(c, port);
+}
+
+/// A sample that is open stays so: its answer is then the focus's.
+void stopSupervision(Client& c, u8 port)
+{
+    if (port >= PORTS) return;
+    Supervision& sup = c.supervision[port];
+    cancelTimer(sup.timer);
+    cancelTimer(c.phaseDataTmo[port]);
+    cancelTimer(c.measRetrieveTmo[port]);
+    sup.supCount = sup.validCount = 0;
+    sup.started = 0;
+}
+
+void requestSupervision(Client& c, u8 port)
+{
+    if (port >= PORTS) return;
+    Supervision& sup = c.supervision[port];
+    const Slot* const unit = firstUnit(c, port, LINK_AVAILABLE);
+    if (unit == nullptr || sup.supMeasOngoing != 0) {
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO,
+                  "Port supervision on port= %d ended since link not in adequate state", port);
+        return;
+    }
+    requestMeasurement(c, INRSI_GET_PHASE_DIFF2_REQ, unit->sharedUnitId);
+    sup.supMeasOngoing = 1;
+    startRetrieveTimer(c, port, c.role->retrieveTime());
+}
+
+void onSupervisionSample(Client& c, u8 port, u32 trpDiffHigh, u32 trpDiffLow, u32 trpDiffValid)
+{
+    if (port >= PORTS) return;
+    Supervision& sup = c.supervision[port];
+    sup.supMeasOngoing = 0;
+    ++sup.supCount;
+    cancelTimer(c.measRetrieveTmo[port]);
+    const double phaseDiff = KvdLoz6TuReg_soCpriPhase(trpDiffHigh, trpDiffLow);
+    if (trpDiffValid != 0) {
+        if (std::fabs(phaseDiff) < GOOD_s) ++sup.validCount;
+        KVD_TRACE(TRACE_INRSI, TRACE_3, "Supervision phaseDiff= %-17.16g [s]", phaseDiff);
+    }
+    c.role->supervised(port, phaseDiff, trpDiffValid);
+    if (sup.supCount == SAMPLES)     conclude(c, port);
+    else if (sup.supCount < SAMPLES) startPhaseTimer(c, port);
+}
+
+}  // namespace inrsi

@@ -1,0 +1,294 @@
+// Replay of check values: frequency and phase of a radio link, validity, the pause, a slave that
+// follows; and the log of it.
+#include "reg/kvd_reg_pll_int.h"
+#include "reg/kvd_reg_socpri_int.h"
+#include "tests/reg/support/regulator_unit.h"
+#include "tests/support/vectors.h"
+
+#include <cmath>
+#include <optional>
+
+using vectors::json;
+
+namespace {
+
+/// What the measurements did to their neighbours, and the frequency that they see.
+struct Told {
+    double frequency = 0.0;
+    std::optional<double> adjusted, followed, phase;
+    std::optional<std::pair<double, double>> step;
+    std::vector<std::string> events;
+};
+Told* now = nullptr;
+
+constexpr socpri::Needs NEEDS = {
+    .currentFrequency = [] { return now->frequency; },
+    .adjustFrequency = [](double relative) { now->frequency = relative, now->adjusted = relative; },
+    .sendFollowOcxoAdj = [](i16 freqDiff) { now->followed = freqDiff; },
+    .pllControl = [](double phaseDiff) { now->phase = phaseDiff, now->events.emplace_back("pll"); },
+    .adjustTime = [](double c, double f) { now->step = {c, f}; },
+    .phaseMeasAnalysisFailed = [] { now->events.emplace_back("phaseMeasAnalysisFailed"); },
+    .answerContinuation =
+        [](u32 status) { now->events.push_back("inrsiAnswerContinuation " + std::to_string(status)); },
+};
+
+/// Runs `body` in a unit whose measurements reach `told` instead of their neighbours.
+void inUnit(Told& told, const std::function<void(regtest::RegulatorUnit&)>& body)
+{
+    regtest::RegulatorUnit unit;
+    now = &told;
+    unit.run([&] {
+        regtest::selectReference(TU_SR_SOCPRI_REF, TU_SR_NO_REF);
+        socpri::setNeeds(&NEEDS);
+        body(unit);
+    });
+    now = nullptr;
+}
+
+u16 written() { return socpri::snapshot().index; }
+
+TEST(SocpriCheckValues, Frequency)
+{
+    TU_LOAD_VECTORS(doc, "o03_socpri_freq.json");
+    for (const json& c : doc["cases"]) {
+        SCOPED_TRACE(c["name"].get<std::string>());
+        Told told;
+        inUnit(told, [&](regtest::RegulatorUnit&) {
+            told.frequency = c["currentFrequencyAtStart"];
+            for (const json& step : c["steps"]) {
+                SCOPED_TRACE(step.dump());
+                told.adjusted.reset(), told.followed.reset();
+                const u16 before = written();
+                EXPECT_EQ(KvdLoz6TuReg_handleSoCpriFreqDiffMeas(step["freqDiff"], step["valid"]),
+                          step["result"]);
+                ASSERT_EQ(told.adjusted.has_value(), !step["adjustFrequency"].is_null());
+                if (told.adjusted) {
+                    EXPECT_NEAR(*told.adjusted, step["adjustFrequency"].get<double>(), 5e-12);
+                    EXPECT_EQ(told.followed, step["followOcxoAdj"].get<double>());
+                }
+                EXPECT_EQ(written() != before, step["snapshot"] == 1);
+                EXPECT_EQ(socpri::newest().freqDiff, step["freqDiff"]);
+                EXPECT_EQ(socpri::newest().event, u32{SOCPRI_EV_FREQ_MEAS});
+            }
+        });
+    }
+}
+
+TEST(SocpriCheckValues, Phase)
+{
+    TU_LOAD_VECTORS(doc, "o03_socpri_phase.json");
+    Told told;
+    inUnit(told, [&](regtest::RegulatorUnit&) {
+        for (const json& c : doc["cases"]) {
+            SCOPED_TRACE(c.dump());
+            const double calc = c["phaseDiffCalc"];
+            const double room = std::max(1e-13, 1e-15 * calc);
+            KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(c["trpDiffHigh"], c["trpDiffLow"], 1);
+            EXPECT_NEAR(socpri::newest().phaseDiffCalc, calc, room);
+            EXPECT_NEAR(*told.phase, c["phaseDiff"].get<double>(), room);
+            EXPECT_EQ(socpri::newest().phaseDiff, *told.phase);
+        }
+    });
+}
+
+TEST(SocpriCheckValues, Validity)
+{
+    TU_LOAD_VECTORS(doc, "o03_socpri_valid.json");
+    constexpr u32 HIGH = 1, LOW = 5;
+    for (const json& c : doc["cases"]) {
+        SCOPED_TRACE(c["name"].get<std::string>());
+        Told told;
+        inUnit(told, [&](regtest::RegulatorUnit&) {
+            measure::state().var.m[Z_SOCPRI_REF] = 0;
+            for (const json& step : c["steps"]) {
+                SCOPED_TRACE(step.dump());
+                if (step.contains("op")) {
+                    if (step["op"] == "postpone") KvdLoz6TuReg_orderContinuedRegulationTimer();
+                    else                          KvdLoz6TuReg_onContinuePostponedRegulationTimeout();
+                    continue;
+                }
+                told.events.clear();
+                KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(HIGH, LOW, step["valid"]);
+                const socpri::LogRecord& r = socpri::newest();
+                EXPECT_EQ(r.m, step["m"]);
+                EXPECT_EQ(socpri::validityCnt(), step["validityCnt"]);
+                EXPECT_EQ(r.iterationIsRegulated, step["iterationIsRegulated"]);
+                EXPECT_EQ(r.phaseDiff == 0.0 && r.phaseDiffCalc == 0.0, step["loggedValuesZero"] == 1);
+                json events = json::array();
+                for (const std::string& e : told.events) events.push_back(e);
+                EXPECT_EQ(events.size(), step["events"].size());
+                for (std::size_t i = 0; i < std::min(events.size(), step["events"].size()); ++i)
+                    if (step["events"][i].is_string()) {
+                        EXPECT_EQ(events[i], step["events"][i]);
+                    }
+            }
+        });
+    }
+}
+
+/// One of the answers that the file takes.
+bool isAsWanted(const Told& told, TimePair offset, const json& wanted)
+{
+    const json& step = wanted["adjustTime"];
+    const bool sameStep =
+        step.is_null() ? !told.step.has_value()
+                       : told.step.has_value() &&
+                             std::fabs(told.step->first + told.step->second - step[0].get<double>() -
+                                       step[1].get<double>()) <= 1e-9;
+    const json& after = wanted["delta0After"];
+    return sameStep &&
+           std::fabs(offset.c + offset.f - after[0].get<double>() - after[1].get<double>()) <= 1e-12;
+}
+
+TEST(SocpriCheckValues, Follow)
+{
+    TU_LOAD_VECTORS(doc, "o03_socpri_follow.json");
+    for (const json& c : doc["cases"]) {
+        SCOPED_TRACE(c.dump());
+        Told told;
+        inUnit(told, [&](regtest::RegulatorUnit& unit) {
+            regtest::RegulatorUnit::beMaster(c.value("role", "slave") == "master");
+            if (c["operation"] == "handleSoCpriSDuFollowOCXOAdjInd") {
+                told.frequency = c["currentFrequency"];
+                pll::vars().currSlaveState = c["slavePllState"];
+                pll::vars().extAccFreqOffset = c["extAccFreqOffset"];
+                KvdLoz6TuReg_handleSoCpriSDuFollowOCXOAdjInd(c["freqDiff"]);
+                EXPECT_EQ(told.adjusted.has_value(), !c["adjustFrequency"].is_null());
+                if (told.adjusted) {
+                    EXPECT_NEAR(*told.adjusted, c["adjustFrequency"].get<double>(), 5e-12);
+                }
+                EXPECT_NEAR(pll::vars().extAccFreqOffset, c["newExtAccFreqOffset"].get<double>(), 1e-18);
+            } else {
+                regtest::selectReference(TU_SR_IDL1_REF, TU_SR_NO_REF);
+                KvdLoz6TuReg_setOffset(c["delta0Before"][0], c["delta0Before"][1]);
+                KvdLoz6TuReg_handleSoCpriSDuFollowSFCAdjInd(c["received"][0], c["received"][1]);
+                const TimePair offset = KvdLoz6TuReg_getOffset();
+                EXPECT_TRUE(isAsWanted(told, offset, c) || (c.contains("alt") && isAsWanted(told, offset, c["alt"])));
+            }
+            if (c["log"].is_null()) {
+                EXPECT_EQ(socpri::newest().used, 0u);
+                EXPECT_EQ(written(), 0u);
+            } else {
+                EXPECT_EQ(socpri::newest().event, c["log"].get<u32>());
+                EXPECT_EQ(written(), 1u) << "kept in the snapshot";
+            }
+            (void)unit;
+        });
+    }
+}
+
+// Steps of the master's between one counter step and the limit of other references are followed, and
+// a slave's own offset below it isn't lost.
+TEST(SocpriFollow, NoStepAndNoOffsetIsTooSmall)
+{
+    struct Case { double received, own; bool steps; };
+    for (const Case& c : {Case{2e-8, 3e-8, true}, Case{-2e-8, 3e-8, true}, Case{8e-9, 1e-9, false},
+                          Case{-8e-9, 1e-9, false}}) {
+        SCOPED_TRACE(c.received);
+        Told told;
+        inUnit(told, [&](regtest::RegulatorUnit&) {
+            regtest::RegulatorUnit::beMaster(false);
+            regtest::selectReference(TU_SR_IDL1_REF, TU_SR_NO_REF);
+            KvdLoz6TuReg_setOffset(0.0, c.own);
+            KvdLoz6TuReg_handleSoCpriSDuFollowSFCAdjInd(0.0, c.received);
+            ASSERT_EQ(told.step.has_value(), c.steps);
+            if (told.step) {
+                EXPECT_NEAR(told.step->first + told.step->second, -c.received, 1e-15);
+            }
+            EXPECT_EQ(KvdLoz6TuReg_getOffset().c, 0.0);
+            EXPECT_EQ(KvdLoz6TuReg_getOffset().f, c.own);
+        });
+    }
+}
+
+TEST(SocpriFollow, AMasterOnlyTraces)
+{
+    Told told;
+    inUnit(told, [&](regtest::RegulatorUnit& unit) {
+        unit.traceAll();
+        KvdLoz6TuReg_setOffset(1.0, 0.5);
+        KvdLoz6TuReg_handleSoCpriSDuFollowSFCAdjInd(5.0, 0.0);
+        KvdLoz6TuReg_handleSoCpriSDuFollowOCXOAdjInd(7);
+        EXPECT_FALSE(told.step.has_value() || told.adjusted.has_value());
+        EXPECT_EQ(KvdLoz6TuReg_getOffset().c, 1.0);
+        EXPECT_EQ(socpri::newest().used, 0u);
+        EXPECT_EQ(unit.traced("KvdLoz6TuReg_handleSoCpriSDuFollowSFCAdjInd(): This should not happen on mDU"), 1u);
+        EXPECT_EQ(unit.traced("KvdLoz6TuReg_handleSoCpriSDuFollowOCXOAdjInd(): This should not happen on mDU"), 1u);
+    });
+}
+
+// An answer that isn't valid keeps the count of good ones; a value that is too large ends it.
+TEST(SocpriFrequency, GoodValuesCountInARow)
+{
+    struct Value { i32 ppb; u32 valid; int result; };
+    Told told;
+    inUnit(told, [&](regtest::RegulatorUnit&) {
+        for (const Value& v : {Value{5, 1, 0}, Value{0, 0, 0}, Value{9, 2, 0}, Value{-5, 1, 0}, Value{5, 1, 1},
+                               Value{1, 1, 0}, Value{1, 1, 0}, Value{6, 1, 0}, Value{1, 1, 0}, Value{1, 1, 0},
+                               Value{1, 1, 1}}) {
+            told.adjusted.reset();
+            EXPECT_EQ(KvdLoz6TuReg_handleSoCpriFreqDiffMeas(v.ppb, v.valid), v.result) << v.ppb;
+            EXPECT_EQ(told.adjusted.has_value(), v.valid == 1 && v.result == 0);
+        }
+    });
+}
+
+// The 11th invalid value ends the link's sync, and is told before a selection that waits for it.
+TEST(SocpriPhase, TheEleventhInvalidValueInARowEndsTheSync)
+{
+    Told told;
+    inUnit(told, [&](regtest::RegulatorUnit&) {
+        for (u32 i = 0; i < 10; ++i) KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(0, 7, 0);
+        EXPECT_TRUE(told.events.empty());
+        EXPECT_EQ(written(), 0u);
+        KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(0, 7, 0);
+        EXPECT_EQ(told.events, (std::vector<std::string>{"phaseMeasAnalysisFailed", "inrsiAnswerContinuation 6"}));
+        EXPECT_EQ(socpri::validityCnt(), 0u);
+        EXPECT_EQ(written(), 11u);
+        KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(0, 7, 0);
+        EXPECT_EQ(socpri::validityCnt(), 1u);
+        KvdLoz6TuReg_resetSoCpriPhase();
+        EXPECT_EQ(socpri::validityCnt(), 0u);
+    });
+}
+
+TEST(SocpriPhase, ASecondOrderOfThePauseChangesNothing)
+{
+    Told told;
+    inUnit(told, [&](regtest::RegulatorUnit& unit) {
+        unit.traceAll();
+        KvdLoz6TuReg_orderContinuedRegulationTimer();
+        EXPECT_EQ(socpri::newest().event, u32{SOCPRI_EV_REGULATION_POSTPONED_AFTER_BFN_ADJ});
+        KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_JUMP_END);
+        KvdLoz6TuReg_orderContinuedRegulationTimer();
+        EXPECT_EQ(socpri::newest().event, u32{SOCPRI_EV_JUMP_END}) << "nothing logged";
+        EXPECT_EQ(unit.traced("SoCPRI continued regulation tmo already started."), 1u);
+        EXPECT_EQ(KvdLoz6TuReg_postponeReg(), 1u);
+    });
+}
+
+TEST(SocpriLog, WrapsAndPrintsItsSnapshotFromTheOldest)
+{
+    Told told;
+    inUnit(told, [&](regtest::RegulatorUnit& unit) {
+        for (u32 i = 0; i < socpri::LOG_RECORDS + 2; ++i)
+            KvdLoz6TuReg_logSoCpriEvent(i < 3 ? u32{SOCPRI_EV_JUMP_BEGIN} : u32{SOCPRI_EV_TIME_DATA});
+        KvdLoz6TuReg_traceSoCpriLog(1);
+        KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_JUMP_END);
+        KvdLoz6TuReg_printSoCpriHistory();
+        const std::string& text = unit.platform.shell;
+        EXPECT_EQ(text.rfind("\nSoCPRI measurement history snapshot:             \n\n[2023-11-14 22:13:20.000000]: "
+                             "apn = ", 0), 0u);
+        const auto count = [&](const char* word) {
+            std::size_t n = 0;
+            for (std::size_t at = 0; (at = text.find(word, at)) != std::string::npos; ++at) ++n;
+            return n;
+        };
+        EXPECT_EQ(count("event = SOCPRI_EV_TIME_DATA,"), 2999u);
+        EXPECT_EQ(count("event = SOCPRI_EV_JUMP_BEGIN,"), 1u) << "the two oldest are written over";
+        EXPECT_LT(text.find("event = SOCPRI_EV_JUMP_BEGIN,"), text.find("event = SOCPRI_EV_TIME_DATA,"));
+        EXPECT_EQ(count("event = SOCPRI_EV_JUMP_END,"), 0u) << "after the snapshot";
+    });
+}
+
+}  // namespace
