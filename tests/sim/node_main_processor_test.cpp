@@ -15,7 +15,7 @@ namespace {
 
 constexpr u32 SERVER_DEAD = 0x90E02, SERVER_UP = 0x90E03, INITIATE_REQ = 0x9C000, CFM = 0x9C001,
               SUP_IND = 0x9C00A, SELECT = 0x9C00C, STATUS = 0x9C00D, GPS_STATUS = 0x9C021, ET_FROID = 0x9C010,
-              REF_STATE = 0x9C03D;
+              REF_STATE = 0x9C03D, CREATE_CFM = 0x9C02F;
 
 /// The unit's end of the interface, byte by byte, in a process of the program.
 struct Unit {
@@ -241,7 +241,7 @@ TEST(MainProcessor, TakesPacketAndEthernetReferencesByTheirReports)
         b.in([&] {
             Unit unit;
             unit.connect();
-            if (!c.ethernet) unit.send({KVD_TUIIF_CREATE_PKT_REF_RO_CFM, 80, 5, 1, 0});
+            if (!c.ethernet) unit.send({CREATE_CFM, 80, 5, 1, 0});
             unit.take();
             unit.received.clear();
             unit.send({REF_STATE, 1, 1, 2, c.ethernet ? 120u : 80u, c.ethernet ? 7u : 5u,

@@ -749,7 +749,7 @@ TEST(InrsiPrintout, ShowsStateAndTheStoryUpToTheLastEndOfSomething)
     const std::string info = u.printed("kvdinfo inrsi");
     EXPECT_NE(info.find("TU_SOCPRI INRSI (mDU) related data"), std::string::npos);
     EXPECT_NE(info.find("   subscribed             : A-C---\n"), std::string::npos);
-    EXPECT_NE(info.find("   port C: unit 0x00000021, subsumed 0xffffffff, link status 2, INCI 1, prefix bbu/3\n"),
+    EXPECT_NE(info.find("   port C: unit 0x00000021, subsumed 0xffffffff, link status 2, INCI 2, prefix bbu/3\n"),
               std::string::npos);
     const std::string story = u.printed("kvdhist inrsi");
     const std::size_t begin = story.find("event = INRSI_CL_EV_INIT,");
