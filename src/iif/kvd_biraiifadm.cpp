@@ -14,6 +14,8 @@
 #include "refs/kvd_slave_warm.h"
 #include "reg/kvd_reg_handover.h"
 
+#include <optional>
+
 namespace {
 
 ose::ModuleData<bira::State> s;
@@ -161,43 +163,52 @@ void lostInStart()
 }
 
 /// The program stays here until the link type is known, so that the hardware's start can follow it.
+/// What follows takes its time: no answer is held meanwhile.
 void awaitLinkType()
 {
-    for (bool known = false; !known;) {
+    std::optional<KvdBiraiifIdl2LinkInd> link;
+    bool isLost = false;
+    while (!isLost && !link) {
         Signal* sig = await(LINK_TYPE, "the link type");
-        if (sig->sigNo == KVD_BIRAIIF_SERVER_DOWN_IND) {
-            lostInStart();
-            known = true;
-        } else if (const auto* ind = as<KvdBiraiifIdl2LinkInd>(sig); ind != nullptr) {
-            bira::linkIndication(*ind);
-            known = true;
-        }
+        if (sig->sigNo == KVD_BIRAIIF_SERVER_DOWN_IND) isLost = true;
+        else if (const auto* ind = as<KvdBiraiifIdl2LinkInd>(sig)) link = *ind;
         ose::free_buf(&sig);
     }
+    if (isLost) lostInStart();
+    else        bira::linkIndication(*link);
 }
 
-/// True when the answer was one.
-bool onInitiateAnswer(const Signal* sig)
+enum class InitiateAnswer { None, Confirmed, Refused, ServerLost };
+
+InitiateAnswer readInitiateAnswer(const Signal* sig)
 {
     switch (sig->sigNo) {
     case KVD_BIRAIIF_INITIATE_SERVICE_CFM: {
         const auto* cfm = as<KvdBiraiifInitiateServiceCfm>(sig);
-        if (cfm == nullptr) return false;
+        if (cfm == nullptr) return InitiateAnswer::None;
         s->biraUnavailable = 0;       // one that came late, or refused before, serves now
         s->startType = cfm->restart == 1 ? KVD_BIRAIIF_RESTART_COLD : KVD_BIRAIIF_RESTART_WARM;
-        awaitLinkType();
-        return true;
+        return InitiateAnswer::Confirmed;
     }
     case KVD_BIRAIIF_INITIATE_SERVICE_REJ:
     case KVD_BIRAIIF_INITIATE_SERVICE_SUS:
         KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "%s refused, signal=0x%x", BIRA_SERVER_NAME,
                   sig->sigNo);
-        goOnWithoutServer();
-        return true;
+        return InitiateAnswer::Refused;
     default:
-        lostInStart();
-        return true;
+        return InitiateAnswer::ServerLost;
     }
+}
+
+InitiateAnswer awaitInitiateAnswer()
+{
+    InitiateAnswer answer = InitiateAnswer::None;
+    while (answer == InitiateAnswer::None) {
+        Signal* sig = await(INITIATE_ANSWERS, "the service");
+        answer = readInitiateAnswer(sig);
+        ose::free_buf(&sig);
+    }
+    return answer;
 }
 
 void onServerUp(PROCESS server)
@@ -214,10 +225,10 @@ void onServerUp(PROCESS server)
     req->pvThirdWanted = 1;
     req->isMaster = static_cast<u8>(s->isMaster);
     node::sendTo(server, req);
-    for (bool answered = false; !answered;) {
-        Signal* sig = await(INITIATE_ANSWERS, "the service");
-        answered = onInitiateAnswer(sig);
-        ose::free_buf(&sig);
+    switch (awaitInitiateAnswer()) {
+    case InitiateAnswer::Confirmed: return awaitLinkType();
+    case InitiateAnswer::Refused:   return goOnWithoutServer();
+    default:                        return lostInStart();
     }
 }
 
