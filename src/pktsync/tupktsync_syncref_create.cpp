@@ -3,6 +3,7 @@
 #include "mgr/trace_groups.h"
 #include "node/bytes.h"
 #include "node/sig.h"
+#include "pktsync/tupktsync_cfi_client.h"
 #include "pktsync/tupktsync_ipsocki_client.h"
 #include "pktsync/tupktsync_pdu.h"
 #include "pktsync/tupktsync_syncref_int.h"
@@ -44,6 +45,12 @@ void formIdentity(Syncref& r, u32 syncrefId, const std::array<u8, 6>& own)
     r.port = {{own[0], own[1], own[2], 0xFF, filler, own[3], own[4], own[5]}, 1};
 }
 
+/// The next clock takes the standard identity when this one had it.
+void giveIdentityBack(const Syncref& r)
+{
+    if (r.port.clockIdentity[IDENTITY_OCTET] == STANDARD_IDENTITY) state().standardIdentityTaken = false;
+}
+
 /// The octets that tell a host from its neighbours: an IPv4 address, the end of an IPv6 one.
 std::array<u8, 6> hostOctets(const PktIpAddress& own)
 {
@@ -75,6 +82,7 @@ void conclude(const Syncref& r, u32 result)
 void fail(u32 syncrefId, u32 result)
 {
     const Syncref r = *state().table[syncrefId];
+    giveIdentityBack(r);
     state().table[syncrefId].reset();
     conclude(r, result);
 }
@@ -97,7 +105,9 @@ u32 bringUpEthernet(Syncref& r, u32 syncrefId, const TuiifPktRefConfig& config)
     TuPktsync_PDU_setMacAddress(mac);
     setTimestampLatency(config.linkSpeed, config.portWord);
     const u32 group = groupOf(r);
-    if (needs().addMCgroupUser(group) != 0) r.pendingFlags |= groupFlag(group);
+    const u32 result = needs().addMCgroupUser(group);
+    if (result == GROUP_NO_SERVICE) return FAILURE;
+    if (result != 0) r.pendingFlags |= groupFlag(group);
     return SUCCESS;
 }
 
@@ -118,7 +128,6 @@ u32 bringUpUnicastFrequency(Syncref& r, u32 syncrefId, const TuiifPktRefConfig& 
     r.usePTP = true;
     r.ptpDomain = config.ptpDomain;
     r.dscp = config.dscp;
-    r.peerDelayMechanism = config.peerDelayMechanism != 0;
     r.serverIpAddress = addressOf(config.serverIpAddress);
     r.ownIpAddress = addressOf(config.ownIpAddress);
     formIdentity(r, syncrefId, hostOctets(r.ownIpAddress));
@@ -127,7 +136,6 @@ u32 bringUpUnicastFrequency(Syncref& r, u32 syncrefId, const TuiifPktRefConfig& 
     if (r.eventSocket >= 0 && r.generalSocket >= 0) return SUCCESS;
     const bool isHost = r.eventSocket == HOST_MISSING || r.generalSocket == HOST_MISSING;
     if (r.eventSocket >= 0) needs().removeResourceUser(r.eventSocket);
-    if (r.port.clockIdentity[IDENTITY_OCTET] == STANDARD_IDENTITY) state().standardIdentityTaken = false;
     return isHost ? HOST_NOT_AVAILABLE : FAILURE;
 }
 
@@ -178,7 +186,7 @@ void removePartialSetup(u32 syncrefId)
     KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR, "Removing unsuccessful partial setup");
     if (r.typeOfPktStruct == MULTI_ETH_TIME_PTP) needs().removeMCgroupUser(groupOf(r));
     removeSockets(r);
-    if (r.port.clockIdentity[IDENTITY_OCTET] == STANDARD_IDENTITY) state().standardIdentityTaken = false;
+    giveIdentityBack(r);
     state().table[syncrefId].reset();
 }
 
@@ -206,7 +214,10 @@ void create(const TuiifPktRefConfig& config)
     const u32 result = bringUp(r, syncrefId, config);
     if (result != SUCCESS) return fail(syncrefId, result);
     r.pendingFlags |= WAIT_PKTDRV;
-    needs().setSyncRef(syncrefId, driverRef(r));
+    if (needs().setSyncRef(syncrefId, driverRef(r)) != 0) return;
+    const Syncref told = r;                  // without a driver there would never be a stamp
+    removePartialSetup(syncrefId);
+    conclude(told, FAILURE);
 }
 
 PtpClockRqmt rqmtOf(const Syncref& r)
@@ -293,7 +304,7 @@ void remove(u32 syncrefId)
     } else {
         removeSockets(r);
     }
-    if (r.port.clockIdentity[IDENTITY_OCTET] == STANDARD_IDENTITY) state().standardIdentityTaken = false;
+    giveIdentityBack(r);
     r.pendingFlags |= WAIT_PKTDRV;
     needs().deleteSyncRef(syncrefId);
 }

@@ -212,6 +212,7 @@ void onPathSupervision(const Signal* sig)
 
 void onGetAttributes(const Signal* sig)
 {
+    if (!isReady("Get Attributes")) return;
     const auto* req = as<KvdTuiifGetPktRefRoAttribReq>(sig);
     if (req == nullptr) return;
     auto* cfm = node::make<KvdTuiifGetPktRefRoAttribCfm>(KVD_TUIIF_GET_PKT_REF_RO_ATTRIB_CFM);

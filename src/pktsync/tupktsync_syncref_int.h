@@ -55,7 +55,7 @@ struct Needs {
     u32  (*removeMCgroupUser)(u32 group);
     i32  (*createSocketAndBind)(const PktIpAddress& own, u32 portKind);
     void (*removeResourceUser)(i32 resource);
-    void (*setSyncRef)(u32 syncrefId, const PktsyncDrvRef& ref);
+    u32  (*setSyncRef)(u32 syncrefId, const PktsyncDrvRef& ref);
     void (*deleteSyncRef)(u32 syncrefId);
     u32  (*newClock)(const PtpClockSetup& setup);
     void (*deleteClock)(u32 syncrefId);
