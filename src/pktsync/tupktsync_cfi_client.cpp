@@ -206,7 +206,7 @@ void TuPktsync_CFI_client_reset()
     s->proxy = nullptr;
     s->state = CFI_NOT_AVAILABLE;
     KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_INFO,
-              "TUPKTSYNC: CFI proxy memory freed and state set to NOT_AVAILABLE");
+              "TUPKTSYNC: CFI proxy memory freed and state set to NOT_AVAILABE");
 }
 
 int TuPktsync_CFI_client_dispatch(Signal* sig)

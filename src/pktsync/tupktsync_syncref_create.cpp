@@ -25,7 +25,7 @@ constexpr Latency LATENCY_BVQ3[] = {{0, 0}, {446, 277}, {0, 0}, {291, 148}};
 constexpr Latency LATENCY_INITIAL = {1354, 434};
 
 i32 asymmetry(const Latency& l) { return static_cast<i32>(l.egress_ns) - static_cast<i32>(l.ingress_ns); }
-u32 groupOf(const Syncref& r) { return r.ptpMulticastAddress != 0 ? 1 : 0; }
+u32 groupOf(const Syncref& r) { return r.ptpMulticastAddress != FORWARDABLE ? 1 : 0; }
 u32 groupFlag(u32 group) { return group == 0 ? WAIT_CFI_MCG1 : WAIT_CFI_MCG2; }
 bool inAudit() { return state().syncRefCtrlState == AUDIT_CREATE_PENDING; }
 
@@ -194,7 +194,7 @@ void removePartialSetup(u32 syncrefId)
 
 // ---- create -------------------------------------------------------------------------------------
 
-void create(const TuiifPktRefConfig& config)
+void create_syncref(const TuiifPktRefConfig& config)
 {
     auto& table = state().table;
     const auto free = std::find_if(table.begin(), table.end(), [](const auto& r) { return !r; });
@@ -257,7 +257,7 @@ PtpClockSetup setupOf(u32 syncrefId, const Syncref& r)
     return setup;
 }
 
-void checkCreateReady(u32 syncrefId)
+void check_create_ready(u32 syncrefId)
 {
     Syncref& r = *state().table[syncrefId];
     if (r.syncRefIndivState != CREATE_PENDING || r.pendingFlags != 0) return;
@@ -280,13 +280,13 @@ void checkCreateReady(u32 syncrefId)
         else if (isUnwanted) massDeleteDone();
         return;
     }
-    if (isUnwanted) return remove(syncrefId);
+    if (isUnwanted) return delete_syncref(syncrefId);
     conclude(told, result);
 }
 
 // ---- delete -------------------------------------------------------------------------------------
 
-void remove(u32 syncrefId)
+void delete_syncref(u32 syncrefId)
 {
     Syncref& r = *state().table[syncrefId];
     if (r.syncRefIndivState != CREATED) {
@@ -309,7 +309,7 @@ void remove(u32 syncrefId)
     needs().deleteSyncRef(syncrefId);
 }
 
-void checkDeleteReady(u32 syncrefId)
+void check_delete_ready(u32 syncrefId)
 {
     const Syncref& r = *state().table[syncrefId];
     if (r.syncRefIndivState != DELETE_PENDING || r.pendingFlags != 0) return;
@@ -326,7 +326,7 @@ void checkDeleteReady(u32 syncrefId)
     if (isMassDelete) massDeleteDone();
 }
 
-void deleteAll()
+void delete_all_syncrefs()
 {
     auto& s = state();
     s.syncRefCtrlState = AUDIT_DELETE_PENDING;
@@ -338,7 +338,7 @@ void deleteAll()
     }
     // One that is being created is deleted once it stands, one that is being deleted is awaited.
     for (u32 id = 0; id < PTP_CLOCKS; ++id)
-        if (s.table[id] && s.table[id]->syncRefIndivState == CREATED) remove(id);
+        if (s.table[id] && s.table[id]->syncRefIndivState == CREATED) delete_syncref(id);
 }
 
 // ---- time stamp latency -------------------------------------------------------------------------

@@ -30,7 +30,8 @@ TEST(PacketChain, GoesOnWithoutAServiceThatRefusesAndWaitsForOneThatIsSilent)
          DRV_NOT_AVAILABLE, CFI_ATTACHED, IPSOCKI_AVAILABLE,
          {"PKTSYNCDRV_INITIATE_SERVICE_REJ received; indicates build fault!"}},
         {"driver of another version", [](sim::Node& n) { n.pktsyncDrv().selectedPv = 2; }, ROOT_STARTED,
-         DRV_AVAILABLE, CFI_ATTACHED, IPSOCKI_AVAILABLE, {"TuPktsync_PktSyncDrvClient: Wrong PV has been used."}},
+         DRV_AVAILABLE, CFI_ATTACHED, IPSOCKI_AVAILABLE,
+         {"TuPktsync_PktSyncDrvClient: Wrong PV has been used."}},
         {"driver silent", [](sim::Node& n) { n.pktsyncDrv().setAnswer(Answer::Silent); },
          WAIT4_PKTSYNCDRV_CLIENT, DRV_WAIT_FOR_INIT_RESPONS, CFI_NOT_AVAILABLE, IPSOCKI_NOT_AVAILABLE, {}},
         {"no driver", [](sim::Node& n) { n.pktsyncDrv().die(); }, WAIT4_PKTSYNCDRV_CLIENT,
@@ -42,7 +43,8 @@ TEST(PacketChain, GoesOnWithoutAServiceThatRefusesAndWaitsForOneThatIsSilent)
          DRV_AVAILABLE, CFI_NOT_AVAILABLE, IPSOCKI_AVAILABLE,
          {"TuPktsync_CFI_client: CFI_INITIATE_SERVICE_REJ received; indicates build fault!"}},
         {"frames of another version", [](sim::Node& n) { n.cfi().selectedPv = 7; }, ROOT_STARTED,
-         DRV_AVAILABLE, CFI_ATTACHED, IPSOCKI_AVAILABLE, {"TuPktsync_CFI_client: Wrong PV has been used. /n"}},
+         DRV_AVAILABLE, CFI_ATTACHED, IPSOCKI_AVAILABLE,
+         {"TuPktsync_CFI_client: Wrong PV has been used. /n"}},
         {"no device", [](sim::Node& n) { n.cfi().attachResult = 7; }, WAIT4_CFI_CLIENT, DRV_AVAILABLE,
          CFI_WAIT_FOR_ATTACH_CFM, IPSOCKI_NOT_AVAILABLE,
          {"TuPktsync_CFI_client: error result = 7\nin attach cfm"}},
@@ -343,7 +345,8 @@ TEST(PacketSockets, AreSharedByAddressAndPortAndClosedWithTheLastUser)
     u.close(0);                                      // nobody's
     u.close(-1);
     u.close(16);
-    for (u8 i = 0; i < 13; ++i) EXPECT_EQ(u.open(ownAddress(static_cast<u8>(10 + i)), SOCKET_EVENT), i == 0 ? 0 : 3 + i);
+    for (u8 i = 0; i < 13; ++i)
+        EXPECT_EQ(u.open(ownAddress(static_cast<u8>(10 + i)), SOCKET_EVENT), i == 0 ? 0 : 3 + i);
     EXPECT_EQ(u.open(ownAddress(99), SOCKET_EVENT), -1);
     EXPECT_EQ(u.traces("No free resource at \n TuPktsync_IPSOCKI_client_createSocketAndBind"), 1u);
     EXPECT_EQ(u.open(ownAddress(22), SOCKET_EVENT), 15);      // a shared one is to be had
@@ -367,7 +370,7 @@ TEST(PacketSockets, FailingCallsFreeThePlaceAndSayWhy)
         u.node.ipsocki().failingOption = option;
         EXPECT_EQ(u.open(ownAddress(1), SOCKET_EVENT), -1);
         EXPECT_EQ(u.traces("TuPktsync_IPSOCKI_client: Failed to set socket option\n" + std::string(name)), 1u);
-        EXPECT_EQ(u.traces("TuPktsync_IPSOCKI_client: failed to set options for \nsocket identifier "), 1u);
+        EXPECT_EQ(u.traces("failed to set options for \nsocket identifier "), 1u);
         EXPECT_EQ(u.node.ipsocki().sockets(), 0u);
     }
     EXPECT_EQ(u.open(ownAddress(1), SOCKET_GENERAL), 0);      // stamps only on the event socket

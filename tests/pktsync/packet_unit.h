@@ -52,7 +52,10 @@ struct PacketUnit : Unit {
     {
         return node.inProgram([syncrefId] { return *ptpClockOf(syncrefId); });
     }
-    bool created(u32 froId, u32 froClassNo) { return node.mainProcessor().packetRefCreated(froId, froClassNo); }
+    bool created(u32 froId, u32 froClassNo)
+    {
+        return node.mainProcessor().packetRefCreated(froId, froClassNo);
+    }
     std::size_t told(SIGSELECT sigNo) { return node.mainProcessor().count(sigNo); }
 
     /// To the packet process, from a server or from nobody.

@@ -238,7 +238,8 @@ TEST(PtpStampServer, SendsToTheConsumerThatTheSelectionNames)
     EXPECT_EQ(b.node.traces().count({"attempt to send timestamp indication when no receiver registered", "",
                                      TRACE_ERROR}), 3u);
     b.step([&] {
-        toServer(TuPktsyncRefSelectionInd{TUPKTSYNC_REF_SELECTION_IND, 9, 9, PKTSYNC_DESELECT_ALL, keeper.pid});
+        toServer(TuPktsyncRefSelectionInd{TUPKTSYNC_REF_SELECTION_IND, 9, 9, PKTSYNC_DESELECT_ALL,
+                                          keeper.pid});
         TuPktsync_Timestamp_server_handle_ts_ptp(e);
     });
     b.world.runFor(ose::MS);
@@ -266,7 +267,8 @@ TEST(PtpStampServer, SendsToTheConsumerThatTheSelectionNames)
         EXPECT_EQ(TuPktsync_Timestamp_server_consumer(), 0u);
     });
     EXPECT_EQ(b.traced("TuPktsync_Timestamp_server_init: not reseting timestampConsumer pid=0x"), 1u);
-    for (const SIGSELECT number : {TUPKTSYNC_REF_SELECTION_IND, TUPKTSYNC_REG_IND, TUPKTSYNC_CLOCK_RQMT_IND}) {
+    for (const SIGSELECT number :
+         {TUPKTSYNC_REF_SELECTION_IND, TUPKTSYNC_REG_IND, TUPKTSYNC_CLOCK_RQMT_IND}) {
         b.step([number] {
             Signal* sig = ose::alloc(sizeof(SIGSELECT) + 4, number);
             EXPECT_EQ(TuPktsync_Timestamp_server_dispatch(sig), 1);

@@ -198,14 +198,16 @@ TEST(Syncref, CreationsThatFailLeaveTheirPlaceFree)
         {4, 0, 1, 2, 0, 1, {}, "UNI_IP_FREQ_NTP not yet implemented"},
         {5, 0, 1, 2, 0, 1, {}, "Unknown typeOfPktStruct"},
         {255, 0, 1, 2, 0, 1, {}, "Unknown typeOfPktStruct"},
-        {3, 0, 1, 1, -2, 1, {{SOCKET, 2}}, "host not available when creating event-message socket for syncrefId 0"},
+        {3, 0, 1, 1, -2, 1, {{SOCKET, 2}},
+         "host not available when creating event-message socket for syncrefId 0"},
         {3, 0, 1, 2, -1, 1, {{SOCKET, 2}}, "failed to create event-message socket for syncrefId 0"},
         {3, 0, 1, 1, 4, -2, {{SOCKET, 2}, {SOCKET, 1}, {SOCKET_GIVEN_BACK, 4}},
          "host not available when creating general-message socket for syncrefId 0"},
         {3, 0, 1, 2, 4, -1, {{SOCKET, 2}, {SOCKET, 1}, {SOCKET_GIVEN_BACK, 4}},
          "failed to create general-message socket for syncrefId 0"},
         {0, 2, 1, 2, 0, 1, {{MC_ADD, 0}}, ""},       // no frame service
-        {0, 0, 0, 2, 0, 1, {{MC_ADD, 0}, {DRV_SET, 0}, {MC_REMOVE, 0}}, "Removing unsuccessful partial setup"},
+        {0, 0, 0, 2, 0, 1, {{MC_ADD, 0}, {DRV_SET, 0}, {MC_REMOVE, 0}},
+         "Removing unsuccessful partial setup"},
         {3, 0, 0, 2, 0, 1,
          {{SOCKET, 2}, {SOCKET, 1}, {DRV_SET, 0}, {SOCKET_GIVEN_BACK, 0}, {SOCKET_GIVEN_BACK, 1}},
          "Removing unsuccessful partial setup"},
@@ -250,8 +252,8 @@ TEST(Syncref, AnAuditAnswersEveryRowWhateverBecameOfIt)
     b.step([] {
         giveAudit({pktRef(1, 4, 4, 1), pktRef(2, 4, 0, 2), pktRef(3, 5, 9, 4)}, 3);
         TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(0);
-        EXPECT_EQ(events().back(), (std::vector<u32>{SENT, KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND, 1, 4, 2, 2, 4,
-                                                     0, 3, 5, 2}));
+        EXPECT_EQ(events().back(), (std::vector<u32>{SENT, KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND, 1, 4, 2, 2,
+                                                     4, 0, 3, 5, 2}));
         EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), READY);
     });
     // Fewer rows than it says: what is there is taken, and the shortness is traced.
@@ -331,7 +333,8 @@ TEST(Syncref, AttributesComeFromTheClockOrAreZero)
         c.parent.grandmasterClockQuality = {6, 0x21, 0x4E5D};
         c.parent.grandmasterPriority1 = 127;
         c.parent.grandmasterPriority2 = 126;
-        c.timeProperties = {37, PTP_UTC_OFFSET_VALID | PTP_TIMESCALE | PTP_FREQUENCY_TRACEABLE | PTP_LEAP59, 0x20};
+        constexpr u8 FLAGS = PTP_UTC_OFFSET_VALID | PTP_TIMESCALE | PTP_FREQUENCY_TRACEABLE | PTP_LEAP59;
+        c.timeProperties = {37, FLAGS, 0x20};
         c.logAnnounceInterval = -3;
         c.logSyncInterval = -4;
         syncrefSeen().sent.clear();
