@@ -139,6 +139,35 @@ TEST(PtpDatagram, GoesByPortServerAndDomain)
     EXPECT_EQ(b.traced("PTP message received for unknown domainId (4)"), 1u);
 }
 
+TEST(PtpFilter, OfAnyGrantedInterval)
+{
+    struct Case { i8 log; u32 minInterval_ms; u16 fraction, mask; };
+    static constexpr Case CASES[] = {
+        {-7, 63, 3, 7}, {-7, 62, 2, 3}, {-4, 63, 0, 0}, {127, 63, 0, 0},
+        {-19, 125, 16, 0xFFFF}, {-18, 125, 15, 0x7FFF},
+        {-64, 125, 61, 0xFFFF}, {-128, 9'000'000, 141, 0xFFFF},
+    };
+    Bench b;
+    b.step([] {
+        ptpBegin();
+        ASSERT_EQ(TuPktsync_new_ptp_clock(timeClock(0, 4)), 1u);
+        PtpClock& c = *ptpClockOf(0);
+        for (const Case& k : CASES) {
+            SCOPED_TRACE(int{k.log});
+            c.logSyncInterval = k.log;
+            c.setup.rqmt.minSyncInterval = k.minInterval_ms;
+            ptpRecomputeFilter(c);
+            EXPECT_EQ(c.logPassFraction, k.fraction);
+            EXPECT_EQ(c.seqIdDiscardMask, k.mask);
+            TuPktsync_clear_TS_buffer(c.syncStamps);
+            EXPECT_EQ(TuPktsync_save_TS(c.syncStamps, 0x8000, c.logPassFraction, 0, {1, 2}), 1u);
+            const u32 place = k.fraction < 16 ? (0x8000u >> k.fraction) % 32 : 0;
+            EXPECT_EQ(c.syncStamps.positions[place].mask, 1u);
+        }
+        TuPktsync_delete_ptp_clock(0);
+    });
+}
+
 TEST(PtpEgressStamp, CountsOnceForADelayReqOfARunningClock)
 {
     Bench b;
