@@ -167,6 +167,7 @@ void onLeft(const Signal* sig)
 
 void onFrame(Signal* sig)
 {
+    if (!isIn(CFI_ATTACHED, "CFI_RECEIVE_FRAME_IND")) return;
     const auto* ind = as<CfiReceiveFrameInd>(sig);
     if (ind == nullptr) return;
     if (ose::sigsize(&sig) - sizeof *ind < ind->length) {
@@ -205,7 +206,7 @@ void TuPktsync_CFI_client_reset()
     s->proxy = nullptr;
     s->state = CFI_NOT_AVAILABLE;
     KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_INFO,
-              "TUPKTSYNC: CFI proxy memory freed and state set to NOT_AVAILABLE");
+              "TUPKTSYNC: CFI proxy memory freed and state set to NOT_AVAILABE");
 }
 
 int TuPktsync_CFI_client_dispatch(Signal* sig)
@@ -227,13 +228,12 @@ int TuPktsync_CFI_client_dispatch(Signal* sig)
 u32 TuPktsync_CFI_client_addMCgroupUser(u32 groupType)
 {
     TuPktsyncGroup& g = s->groups[groupType];
+    if (s->state != CFI_ATTACHED) return GROUP_NO_SERVICE;
     ++g.users;
     switch (g.state) {
     case GROUP_JOINED:        return 0;
     case GROUP_LEAVE_PENDING: g.joinNeeded = 1; return 1;
-    case GROUP_NONE:
-        if (s->state == CFI_ATTACHED) join(g);
-        return 1;
+    case GROUP_NONE:          join(g); return 1;
     default:                  return 1;
     }
 }

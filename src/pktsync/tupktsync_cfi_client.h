@@ -35,7 +35,9 @@ void TuPktsync_CFI_client_init();
 /// The proxy's memory goes, the client is without service.
 void TuPktsync_CFI_client_reset();
 int  TuPktsync_CFI_client_dispatch(Signal* sig);
-/// 1 when the caller must wait for TuPktsync_SyncrefCtrl_CfiSetupReady, or _CfiRemoveReady.
+constexpr u32 GROUP_NO_SERVICE = 2;
+/// 1 when the caller must wait for TuPktsync_SyncrefCtrl_CfiSetupReady, or _CfiRemoveReady;
+/// GROUP_NO_SERVICE, and no user more, while the client has no device.
 u32  TuPktsync_CFI_client_addMCgroupUser(u32 groupType);
 u32  TuPktsync_CFI_client_removeMCgroupUser(u32 groupType);
 /// A buffer of `frameLength` octets, metadata counted; nullptr without one.

@@ -167,9 +167,12 @@ int TuPktsync_PktSyncDrvClient_dispatch(Signal* sig)
     }
 }
 
-void TuPktsync_PktSyncDrvClient_setSyncRefReq(u32 syncrefId, const PktsyncDrvRef& ref)
+u32 TuPktsync_PktSyncDrvClient_setSyncRefReq(u32 syncrefId, const PktsyncDrvRef& ref)
 {
-    if (isOperative()) traceRefusal(node::PktsyncDrv_setPktSyncReq(s->proxy, syncrefId, ref));
+    if (!isOperative()) return 0;
+    const u32 result = node::PktsyncDrv_setPktSyncReq(s->proxy, syncrefId, ref);
+    traceRefusal(result);
+    return result == 0 ? 1 : 0;
 }
 
 void TuPktsync_PktSyncDrvClient_changeSyncRefReq(u32 syncrefId, const PktsyncDrvRef& ref)

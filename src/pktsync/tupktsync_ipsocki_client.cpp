@@ -328,6 +328,11 @@ void onData(Signal* sig)
 void TuPktsync_IPSOCKI_client_init()
 {
     s->state = IPSOCKI_NOT_AVAILABLE;
+    // Another service's death begins the chain anew while this one's connection stands.
+    if (s->proxy != nullptr) {
+        for (TuPktsyncSocket& r : s->sockets) closeSocket(r);
+        freeMemory();
+    }
     s->sockets.fill({});
     initiateIpSocki();
 }

@@ -19,7 +19,7 @@ constexpr u32 TYPE_AT = 12, TYPE_AT_VLAN = 16;
 /// Header of a frame to PTP's group; returns its length.
 u32 putEthernetHeader(u8* frame, const PtpDescriptor& d)
 {
-    const auto& group = TUPKTSYNC_GROUP_MAC[d.ptpMulticastAddress != 0 ? 1 : 0];
+    const auto& group = TUPKTSYNC_GROUP_MAC[d.ptpMulticastAddress != FORWARDABLE ? 1 : 0];
     std::copy(group.begin(), group.end(), frame);
     std::copy(s->mac.begin(), s->mac.end(), frame + 6);
     if (d.pbit == 0) {

@@ -12,7 +12,7 @@ constexpr u16 UNKNOWN_VARIANCE = 0xFFFF;
 constexpr u32 UNKNOWN_PHASE_RATE = 0x7FFFFFFF;
 constexpr u8  E2E = 1, RECEIPT_TIMEOUT = 3, PTP_VERSION = 2;
 
-void putIdentity(u8* at, const PtpClockIdentity& identity) { std::copy(identity.begin(), identity.end(), at); }
+void putIdentity(u8* at, const PtpClockIdentity& id) { std::copy(id.begin(), id.end(), at); }
 
 void putDefault(const PtpClock& c, KvdTuiifGetPktRefRoAttribCfm& a)
 {

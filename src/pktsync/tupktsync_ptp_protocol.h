@@ -14,6 +14,7 @@
 constexpr u32 PTP_CLOCKS = 8;
 
 enum PtpProfile : u8 { IEEE_1588_J3 = 0, ITU_T_G_8275_1 = 1 };
+enum PtpMulticastAddress : u8 { FORWARDABLE = 0, NON_FORWARDABLE = 1 };
 enum PtpMapping : u8 { PTP_ETHERNET = 0, UDP_UC = 1, UDP_MC = 2 };
 
 // froClassNo of a reference.
@@ -60,7 +61,7 @@ struct PtpClockSetup {
     u8  dscp = 0;
     u8  pbit = 0;
     u8  ptpProfile = IEEE_1588_J3;
-    u8  ptpMulticastAddress = 0;       // 0 forwardable, 1 not
+    u8  ptpMulticastAddress = FORWARDABLE;
     i32 eventSocket = -1, generalSocket = -1;
     PtpClockRqmt rqmt;
 };
@@ -68,7 +69,7 @@ struct PtpClockSetup {
 /// How a message leaves.
 struct PtpDescriptor {
     u8  ptpMapping = PTP_ETHERNET;
-    u8  ptpMulticastAddress = 0;
+    u8  ptpMulticastAddress = FORWARDABLE;
     u8  pbit = 0;
     u8  dscp = 0;
     i32 socket = -1;

@@ -157,7 +157,9 @@ void ptpRecomputeFilter(PtpClock& c)
     const i8 wanted = wanted_ms >= ptpLogToMs(PTP_LOG_MAX) ? PTP_LOG_MAX : ptpMsToLog(wanted_ms);
     const u16 fraction =
         c.logSyncInterval < wanted ? static_cast<u16>(wanted - c.logSyncInterval) : u16{0};
-    const u16 mask = static_cast<u16>((1ull << fraction) - 1);
+    // A master may grant intervals of any log: beyond 2^16 only sequenceId 0 passes.
+    constexpr u16 SEQUENCE_BITS = 16;
+    const u16 mask = static_cast<u16>((1u << std::min(fraction, SEQUENCE_BITS)) - 1);
     if (fraction == c.logPassFraction && mask == c.seqIdDiscardMask) return;
     c.logPassFraction = fraction;
     c.seqIdDiscardMask = mask;

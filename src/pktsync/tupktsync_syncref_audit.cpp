@@ -32,7 +32,7 @@ void auditDone()
     auto& s = state();
     if (s.requestAudit) {
         s.audit.clear();
-        return deleteAll();
+        return delete_all_syncrefs();
     }
     if (s.tuiifAlive) sendResult();
     s.audit.clear();
@@ -50,7 +50,7 @@ void requestAudit()
     state().syncRefCtrlState = AUDIT_PENDING;
 }
 
-void onAuditCfm(const Signal* sig)
+void handle_AuditCfm(const Signal* sig)
 {
     auto& s = state();
     if (s.syncRefCtrlState != AUDIT_PENDING) {
@@ -84,7 +84,7 @@ void onAuditCfm(const Signal* sig)
     for (u32 i = 0; i < count; ++i) s.audit.push_back({configs[i].froId, configs[i].froClassNo, NOT_YET});
     s.auditRemaining = count;
     s.syncRefCtrlState = AUDIT_CREATE_PENDING;
-    for (u32 i = 0; i < count; ++i) create(configs[i]);
+    for (u32 i = 0; i < count; ++i) create_syncref(configs[i]);
 }
 
 void auditRowDone(u32 froId, u32 froClassNo, u32 result)
@@ -116,7 +116,7 @@ void onTuiifDown()
     auto& s = state();
     s.tuiifAlive = false;
     switch (s.syncRefCtrlState) {
-    case READY:         return deleteAll();
+    case READY:         return delete_all_syncrefs();
     case AUDIT_PENDING: s.syncRefCtrlState = READY; return;
     default:
         KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_INFO, "tuiif down when in state=%s",

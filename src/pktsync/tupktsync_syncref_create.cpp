@@ -3,6 +3,7 @@
 #include "mgr/trace_groups.h"
 #include "node/bytes.h"
 #include "node/sig.h"
+#include "pktsync/tupktsync_cfi_client.h"
 #include "pktsync/tupktsync_ipsocki_client.h"
 #include "pktsync/tupktsync_pdu.h"
 #include "pktsync/tupktsync_syncref_int.h"
@@ -24,7 +25,7 @@ constexpr Latency LATENCY_BVQ3[] = {{0, 0}, {446, 277}, {0, 0}, {291, 148}};
 constexpr Latency LATENCY_INITIAL = {1354, 434};
 
 i32 asymmetry(const Latency& l) { return static_cast<i32>(l.egress_ns) - static_cast<i32>(l.ingress_ns); }
-u32 groupOf(const Syncref& r) { return r.ptpMulticastAddress != 0 ? 1 : 0; }
+u32 groupOf(const Syncref& r) { return r.ptpMulticastAddress != FORWARDABLE ? 1 : 0; }
 u32 groupFlag(u32 group) { return group == 0 ? WAIT_CFI_MCG1 : WAIT_CFI_MCG2; }
 bool inAudit() { return state().syncRefCtrlState == AUDIT_CREATE_PENDING; }
 
@@ -42,6 +43,12 @@ void formIdentity(Syncref& r, u32 syncrefId, const std::array<u8, 6>& own)
     if (!state().standardIdentityTaken) state().standardIdentityTaken = true;
     else if (syncrefId > 0) filler = static_cast<u8>(syncrefId - 1);
     r.port = {{own[0], own[1], own[2], 0xFF, filler, own[3], own[4], own[5]}, 1};
+}
+
+/// The next clock takes the standard identity when this one had it.
+void giveIdentityBack(const Syncref& r)
+{
+    if (r.port.clockIdentity[IDENTITY_OCTET] == STANDARD_IDENTITY) state().standardIdentityTaken = false;
 }
 
 /// The octets that tell a host from its neighbours: an IPv4 address, the end of an IPv6 one.
@@ -75,6 +82,7 @@ void conclude(const Syncref& r, u32 result)
 void fail(u32 syncrefId, u32 result)
 {
     const Syncref r = *state().table[syncrefId];
+    giveIdentityBack(r);
     state().table[syncrefId].reset();
     conclude(r, result);
 }
@@ -97,7 +105,9 @@ u32 bringUpEthernet(Syncref& r, u32 syncrefId, const TuiifPktRefConfig& config)
     TuPktsync_PDU_setMacAddress(mac);
     setTimestampLatency(config.linkSpeed, config.portWord);
     const u32 group = groupOf(r);
-    if (needs().addMCgroupUser(group) != 0) r.pendingFlags |= groupFlag(group);
+    const u32 result = needs().addMCgroupUser(group);
+    if (result == GROUP_NO_SERVICE) return FAILURE;
+    if (result != 0) r.pendingFlags |= groupFlag(group);
     return SUCCESS;
 }
 
@@ -118,7 +128,6 @@ u32 bringUpUnicastFrequency(Syncref& r, u32 syncrefId, const TuiifPktRefConfig& 
     r.usePTP = true;
     r.ptpDomain = config.ptpDomain;
     r.dscp = config.dscp;
-    r.peerDelayMechanism = config.peerDelayMechanism != 0;
     r.serverIpAddress = addressOf(config.serverIpAddress);
     r.ownIpAddress = addressOf(config.ownIpAddress);
     formIdentity(r, syncrefId, hostOctets(r.ownIpAddress));
@@ -127,7 +136,6 @@ u32 bringUpUnicastFrequency(Syncref& r, u32 syncrefId, const TuiifPktRefConfig& 
     if (r.eventSocket >= 0 && r.generalSocket >= 0) return SUCCESS;
     const bool isHost = r.eventSocket == HOST_MISSING || r.generalSocket == HOST_MISSING;
     if (r.eventSocket >= 0) needs().removeResourceUser(r.eventSocket);
-    if (r.port.clockIdentity[IDENTITY_OCTET] == STANDARD_IDENTITY) state().standardIdentityTaken = false;
     return isHost ? HOST_NOT_AVAILABLE : FAILURE;
 }
 
@@ -178,7 +186,7 @@ void removePartialSetup(u32 syncrefId)
     KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR, "Removing unsuccessful partial setup");
     if (r.typeOfPktStruct == MULTI_ETH_TIME_PTP) needs().removeMCgroupUser(groupOf(r));
     removeSockets(r);
-    if (r.port.clockIdentity[IDENTITY_OCTET] == STANDARD_IDENTITY) state().standardIdentityTaken = false;
+    giveIdentityBack(r);
     state().table[syncrefId].reset();
 }
 
@@ -186,7 +194,7 @@ void removePartialSetup(u32 syncrefId)
 
 // ---- create -------------------------------------------------------------------------------------
 
-void create(const TuiifPktRefConfig& config)
+void create_syncref(const TuiifPktRefConfig& config)
 {
     auto& table = state().table;
     const auto free = std::find_if(table.begin(), table.end(), [](const auto& r) { return !r; });
@@ -206,7 +214,10 @@ void create(const TuiifPktRefConfig& config)
     const u32 result = bringUp(r, syncrefId, config);
     if (result != SUCCESS) return fail(syncrefId, result);
     r.pendingFlags |= WAIT_PKTDRV;
-    needs().setSyncRef(syncrefId, driverRef(r));
+    if (needs().setSyncRef(syncrefId, driverRef(r)) != 0) return;
+    const Syncref told = r;                  // without a driver there would never be a stamp
+    removePartialSetup(syncrefId);
+    conclude(told, FAILURE);
 }
 
 PtpClockRqmt rqmtOf(const Syncref& r)
@@ -246,7 +257,7 @@ PtpClockSetup setupOf(u32 syncrefId, const Syncref& r)
     return setup;
 }
 
-void checkCreateReady(u32 syncrefId)
+void check_create_ready(u32 syncrefId)
 {
     Syncref& r = *state().table[syncrefId];
     if (r.syncRefIndivState != CREATE_PENDING || r.pendingFlags != 0) return;
@@ -269,13 +280,13 @@ void checkCreateReady(u32 syncrefId)
         else if (isUnwanted) massDeleteDone();
         return;
     }
-    if (isUnwanted) return remove(syncrefId);
+    if (isUnwanted) return delete_syncref(syncrefId);
     conclude(told, result);
 }
 
 // ---- delete -------------------------------------------------------------------------------------
 
-void remove(u32 syncrefId)
+void delete_syncref(u32 syncrefId)
 {
     Syncref& r = *state().table[syncrefId];
     if (r.syncRefIndivState != CREATED) {
@@ -293,12 +304,12 @@ void remove(u32 syncrefId)
     } else {
         removeSockets(r);
     }
-    if (r.port.clockIdentity[IDENTITY_OCTET] == STANDARD_IDENTITY) state().standardIdentityTaken = false;
+    giveIdentityBack(r);
     r.pendingFlags |= WAIT_PKTDRV;
     needs().deleteSyncRef(syncrefId);
 }
 
-void checkDeleteReady(u32 syncrefId)
+void check_delete_ready(u32 syncrefId)
 {
     const Syncref& r = *state().table[syncrefId];
     if (r.syncRefIndivState != DELETE_PENDING || r.pendingFlags != 0) return;
@@ -315,7 +326,7 @@ void checkDeleteReady(u32 syncrefId)
     if (isMassDelete) massDeleteDone();
 }
 
-void deleteAll()
+void delete_all_syncrefs()
 {
     auto& s = state();
     s.syncRefCtrlState = AUDIT_DELETE_PENDING;
@@ -327,7 +338,7 @@ void deleteAll()
     }
     // One that is being created is deleted once it stands, one that is being deleted is awaited.
     for (u32 id = 0; id < PTP_CLOCKS; ++id)
-        if (s.table[id] && s.table[id]->syncRefIndivState == CREATED) remove(id);
+        if (s.table[id] && s.table[id]->syncRefIndivState == CREATED) delete_syncref(id);
 }
 
 // ---- time stamp latency -------------------------------------------------------------------------

@@ -91,7 +91,7 @@ std::optional<u32> sameDomain(const TuiifPktRefConfig& config)
     return std::nullopt;
 }
 
-void onCreateReq(const Signal* sig)
+void handle_CreateReq(const Signal* sig)
 {
     if (!isReady("Create")) return;
     const auto* req = as<KvdTuiifCreatePktRefRoReq>(sig);
@@ -111,7 +111,7 @@ void onCreateReq(const Signal* sig)
                   c.froId, c.froClassNo, c.ptpDomain, *other, r.froId, r.froClassNo);
         return;
     }
-    create(c);
+    create_syncref(c);
 }
 
 void onDeleteReq(const Signal* sig)
@@ -119,7 +119,7 @@ void onDeleteReq(const Signal* sig)
     if (!isReady("Delete")) return;
     const auto* req = as<KvdTuiifDeletePktRefRoReq>(sig);
     if (req == nullptr) return;
-    if (const auto id = find(req->froId, req->froClassNo)) return syncref::remove(*id);
+    if (const auto id = find(req->froId, req->froClassNo)) return delete_syncref(*id);
     KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
               "Delete request received for non-existing froId(%u) and froClassNo(%u)", req->froId,
               req->froClassNo);
@@ -159,7 +159,7 @@ void restartProtocol(Syncref& r, u32 syncrefId)
               "Restarted protocol handler for syncrefId %d to effect change of serverIpAddress", syncrefId);
 }
 
-void onSetReq(const Signal* sig)
+void handle_SetReq(const Signal* sig)
 {
     if (!isReady("Set")) return;
     const auto* req = as<KvdTuiifSetPktRefRoReq>(sig);
@@ -212,6 +212,7 @@ void onPathSupervision(const Signal* sig)
 
 void onGetAttributes(const Signal* sig)
 {
+    if (!isReady("Get Attributes")) return;
     const auto* req = as<KvdTuiifGetPktRefRoAttribReq>(sig);
     if (req == nullptr) return;
     auto* cfm = node::make<KvdTuiifGetPktRefRoAttribCfm>(KVD_TUIIF_GET_PKT_REF_RO_ATTRIB_CFM);
@@ -396,10 +397,10 @@ int TuPktsync_SyncrefCtrl_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
     case TUPKTSYNC_TMO_IND:                  onTimer(sig);           return 1;
-    case KVD_TUIIF_CREATE_PKT_REF_RO_REQ:    onCreateReq(sig);       return 1;
+    case KVD_TUIIF_CREATE_PKT_REF_RO_REQ:    handle_CreateReq(sig);       return 1;
     case KVD_TUIIF_DELETE_PKT_REF_RO_REQ:    onDeleteReq(sig);       return 1;
-    case KVD_TUIIF_SET_PKT_REF_RO_REQ:       onSetReq(sig);          return 1;
-    case KVD_TUIIF_AUDIT_PKT_REF_RO_CFM:     onAuditCfm(sig);        return 1;
+    case KVD_TUIIF_SET_PKT_REF_RO_REQ:       handle_SetReq(sig);          return 1;
+    case KVD_TUIIF_AUDIT_PKT_REF_RO_CFM:     handle_AuditCfm(sig);        return 1;
     case KVD_TUIIF_GET_PKT_REF_RO_ATTRIB_REQ: onGetAttributes(sig);  return 1;
     case KVD_TUIIF_SYNCH_PATH_SUP_IND:       onPathSupervision(sig); return 1;
     case TUPKTSYNC_TUIIF_UP_IND:             onTuiifUp();            return 1;
@@ -415,7 +416,7 @@ void TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(u32 syncrefId)
     Syncref* const r = pending(syncrefId, CREATE_PENDING, "PktSyncDrvSetCfm");
     if (r == nullptr) return;
     r->pendingFlags &= ~u32{WAIT_PKTDRV};
-    checkCreateReady(syncrefId);
+    check_create_ready(syncrefId);
 }
 
 void TuPktsync_SyncrefCtrl_PktSyncDrvChangeCfm(u32) {}   // a change takes effect without it
@@ -425,13 +426,13 @@ void TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(u32 syncrefId)
     Syncref* const r = pending(syncrefId, DELETE_PENDING, "PktSyncDrvDeleteCfm");
     if (r == nullptr) return;
     r->pendingFlags &= ~u32{WAIT_PKTDRV};
-    checkDeleteReady(syncrefId);
+    check_delete_ready(syncrefId);
 }
 
-void TuPktsync_SyncrefCtrl_CfiSetupReady(u32 group) { groupReady(group, CREATE_PENDING, checkCreateReady); }
+void TuPktsync_SyncrefCtrl_CfiSetupReady(u32 group) { groupReady(group, CREATE_PENDING, check_create_ready); }
 void TuPktsync_SyncrefCtrl_CfiRemoveReady(u32 group)
 {
-    groupReady(group, DELETE_PENDING, checkDeleteReady);
+    groupReady(group, DELETE_PENDING, check_delete_ready);
 }
 
 void TuPktsync_SyncrefCtrl_handleServerDownInd()

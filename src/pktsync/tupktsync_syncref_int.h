@@ -55,7 +55,7 @@ struct Needs {
     u32  (*removeMCgroupUser)(u32 group);
     i32  (*createSocketAndBind)(const PktIpAddress& own, u32 portKind);
     void (*removeResourceUser)(i32 resource);
-    void (*setSyncRef)(u32 syncrefId, const PktsyncDrvRef& ref);
+    u32  (*setSyncRef)(u32 syncrefId, const PktsyncDrvRef& ref);
     void (*deleteSyncRef)(u32 syncrefId);
     u32  (*newClock)(const PtpClockSetup& setup);
     void (*deleteClock)(u32 syncrefId);
@@ -95,11 +95,11 @@ const char* indivStateText(u32 state);
 PktIpAddress addressOf(const TuiifIpAddress& address);
 
 // ---- tupktsync_syncref_create.cpp ---------------------------------------------------------------
-void create(const TuiifPktRefConfig& config);
-void checkCreateReady(u32 syncrefId);
-void remove(u32 syncrefId);
-void checkDeleteReady(u32 syncrefId);
-void deleteAll();
+void create_syncref(const TuiifPktRefConfig& config);
+void check_create_ready(u32 syncrefId);
+void delete_syncref(u32 syncrefId);
+void check_delete_ready(u32 syncrefId);
+void delete_all_syncrefs();
 PtpClockRqmt rqmtOf(const Syncref& r);
 PtpClockSetup setupOf(u32 syncrefId, const Syncref& r);
 /// Of the port in use; another speed leaves it.
@@ -108,7 +108,7 @@ void resetTimestampLatency();
 
 // ---- tupktsync_syncref_audit.cpp ----------------------------------------------------------------
 void requestAudit();
-void onAuditCfm(const Signal* sig);
+void handle_AuditCfm(const Signal* sig);
 /// A row of the audit has its result.
 void auditRowDone(u32 froId, u32 froClassNo, u32 result);
 /// All deletions of a mass delete are confirmed.

@@ -34,7 +34,9 @@ u32 TuPktsync_save_TS(TsBuffer& buffer, u16 sequenceId, u32 shift, u32 tsIndex,
                   "TuPktsync_save_TS: invalid tsIndex %u, max is %u", tsIndex, buffer.TSperSet - 1u);
         return 0;
     }
-    TsPosition& at = buffer.positions[(u32{sequenceId} >> shift) & (buffer.size - 1u)];
+    constexpr u32 SEQUENCE_BITS = 16;
+    TsPosition& at =
+        buffer.positions[(u32{sequenceId} >> std::min(shift, SEQUENCE_BITS)) & (buffer.size - 1u)];
     const bool isNew = at.mask == 0;
     if (!isNew && at.sequenceId != sequenceId) {
         KVD_TRACE(TRACE_TUPKTSYNC_TS_COLLECT, TRACE_2,

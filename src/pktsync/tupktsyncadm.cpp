@@ -79,9 +79,6 @@ PktTimeMsg timeMsg(const TuPktsyncPtpPacketInd& p)
     return m;
 }
 
-/// ns as 2^-32 s, cut down.
-u32 fractionOf(u32 ns) { return static_cast<u32>(ns * 4.294967296); }
-
 void onPtpPacket(const Signal* sig)
 {
     const auto* p = as<TuPktsyncPtpPacketInd>(sig);
@@ -93,10 +90,10 @@ void onPtpPacket(const Signal* sig)
         return;
     }
     // The delay request's pair comes first: this node asks with it, as an NTP client does.
-    const u32 halves[8] = {static_cast<u32>(p->T3s), fractionOf(p->T3f),
-                           static_cast<u32>(p->T4s), fractionOf(p->T4f),
-                           static_cast<u32>(p->T1s), fractionOf(p->T1f),
-                           static_cast<u32>(p->T2s), fractionOf(p->T2f)};
+    const u32 halves[8] = {static_cast<u32>(p->T3s), TuPktsyncAdm_fractionOf(p->T3f),
+                           static_cast<u32>(p->T4s), TuPktsyncAdm_fractionOf(p->T4f),
+                           static_cast<u32>(p->T1s), TuPktsyncAdm_fractionOf(p->T1f),
+                           static_cast<u32>(p->T2s), TuPktsyncAdm_fractionOf(p->T2f)};
     KvdLoz6TuReg_pktFreqMsg(halves);
 }
 

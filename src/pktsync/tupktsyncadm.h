@@ -14,6 +14,8 @@ void TuPktsync_selectionMode(u8 selectionProcessMode);
 void KvdLoz6TuPktsync_selection(u32 froId, u32 froClassNo, u32 selectOperation, PROCESS consumer);
 /// Tells the packet process what is required of references and masters.
 void KvdLoz6TuPktsync_clockRqmt();
+/// ns as 2^-32 s, cut down.
+constexpr u32 TuPktsyncAdm_fractionOf(u32 ns) { return static_cast<u32>(ns * 4.294967296); }
 /// Reports the quality level of a PTP reference: the class, its index under ITU-T G.8275.1, or 255 for
 /// none. A frequency reference's class beyond what is required goes as 98 when it is none of
 /// ITU-T G.8265.1 table 2.

@@ -1,0 +1,293 @@
+// Frames, datagrams, negotiation TLVs and signals of any content to the packet process of a running unit:
+// it lives on, its table and its clocks stay what they can be, and whatever it sends is a PTP message.
+#include "iif/tuiif_sig.h"
+#include "node/cfi.h"
+#include "node/ipsocki.h"
+#include "node/pktsyncdrv.h"
+#include "pktsync/tupktsync_proc.h"
+#include "pktsync/tupktsync_ptp_clock.h"
+#include "pktsync/tupktsync_syncref_int.h"
+#include "sim/net/ptp_master.h"
+#include "sim/node/node.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <span>
+#include <vector>
+
+namespace {
+
+namespace ptp = sim::ptp;
+
+void require(bool holds, const char* what)
+{
+    if (holds) return;
+    std::fprintf(stderr, "\n%s\n", what);
+    std::abort();
+}
+
+constexpr std::array<u8, 16> SERVER{192, 168, 0, 9};
+constexpr u8 ETHERNET_DOMAIN = 24, UNICAST_DOMAIN = 4;
+
+sim::NodeConfig config()
+{
+    sim::NodeConfig c;
+    sim::MpPacketRef ethernet;
+    ethernet.froId = 1;
+    ethernet.domain = ETHERNET_DOMAIN;
+    sim::MpPacketRef unicast;
+    unicast.froId = 2;
+    unicast.froClassNo = 5;
+    unicast.typeOfPktStruct = 3;
+    unicast.domain = UNICAST_DOMAIN;
+    unicast.server = SERVER;
+    unicast.own = {192, 168, 0, 1};
+    c.mainProcessor.packetRefs = {ethernet, unicast};
+    return c;
+}
+
+void mustBePtp(const sim::NetPacket& p)
+{
+    const std::size_t at = p.isFrame ? ptp::messageAt(p.bytes) : 0;
+    require(!p.isFrame || at != 0, "a frame that isn't PTP left");
+    std::string why;
+    const auto m = ptp::read(p.bytes.data() + at, p.bytes.size() - at, &why);
+    require(m.has_value(), why.c_str());
+    require(m->type == ptp::DELAY_REQ || m->type == ptp::SIGNALING, "no message of a slave");
+}
+
+sim::PtpMasterConfig masterConfig(bool unicast)
+{
+    sim::PtpMasterConfig c;
+    c.domain = unicast ? UNICAST_DOMAIN : ETHERNET_DOMAIN;
+    c.unicast = unicast;
+    c.name = unicast ? "unicast" : "ethernet";
+    if (unicast) c.address = {4, SERVER};
+    return c;
+}
+
+/// A unit that follows two masters who mean well, whatever else it hears.
+struct Target {
+    ose::World world{1};
+    sim::Node node{world, config()};
+    sim::Network net{world};
+    sim::PtpMaster ethernet{world, net, masterConfig(false)}, unicast{world, net, masterConfig(true)};
+    u32 served = 0;
+
+    Target()
+    {
+        world.onMisuse([](const ose::Misuse& misuse) {
+            std::fprintf(stderr, "\nkernel misuse: %s\n", misuse.text().c_str());
+            std::abort();
+        });
+        node.traces().setCapacity(0);
+        node.packetPort().plug(&net);
+        node.packetPort().onSend(mustBePtp);
+        net.attach(node.packetPort());
+        for (sim::PtpMaster* master : {&ethernet, &unicast})
+            net.connect(node.packetPort(), *master, {}, {});
+        node.powerOn();
+        world.runFor(10 * ose::SEC);
+        const u32 following = node.inProgram([] {
+            return ptpClockOf(0)->delay.status == DRM_OK && ptpClockOf(1)->delay.status == DRM_OK ? 1u : 0u;
+        });
+        require(following == 1, "no clock that follows to begin with");
+    }
+    void inject(std::span<const std::byte> signal)
+    {
+        const PROCESS pid = node.system().find("Kvd_loz6_tupktsync_proc");
+        require(pid != 0, "the packet process is gone");
+        node.system().inject(signal, pid, node.mainProcessor().pid());
+        world.runFor(10 * ose::MS);
+    }
+};
+
+/// The next bytes of the input, zeros behind its end.
+template <typename T>
+T take(std::span<const unsigned char>& rest)
+{
+    T value{};
+    const std::size_t count = std::min(sizeof value, rest.size());
+    std::memcpy(&value, rest.data(), count);
+    rest = rest.subspan(count);
+    return value;
+}
+
+std::vector<u8> takeOctets(std::span<const unsigned char>& rest, std::size_t count)
+{
+    count = std::min(count, rest.size());
+    std::vector<u8> octets(rest.begin(), rest.begin() + static_cast<std::ptrdiff_t>(count));
+    rest = rest.subspan(count);
+    return octets;
+}
+
+/// A message of any content; mostly of a type, version, domain and length that pass.
+std::vector<u8> message(std::span<const unsigned char>& rest, u8 domain)
+{
+    constexpr u8 TYPES[] = {ptp::SYNC, ptp::FOLLOW_UP, ptp::DELAY_RESP, ptp::ANNOUNCE, ptp::SIGNALING};
+    const u8 kind = take<u8>(rest), type = take<u8>(rest);
+    std::vector<u8> m = takeOctets(rest, 44 + take<u8>(rest) % 40);
+    if (kind >= 220 || m.size() < 40) return m;
+    m[0] = TYPES[type % 5];
+    m[1] = 2;
+    m[2] = 0;
+    m[3] = static_cast<u8>(m.size() - (kind < 200 ? 0 : kind % 3));
+    m[4] = domain;
+    m[6] &= 0x06;
+    const std::array<u8, 8> master{0, 0x1B, 0x19, 0xFF, 0xFE, 0, 0, static_cast<u8>(type % 3)};
+    std::copy(master.begin(), master.end(), m.begin() + 20);
+    m[28] = 0;
+    m[29] = 1;
+    m[30] = 0;                           // few sequence numbers: stamps meet
+    m[31] &= 0x0F;
+    m[33] = static_cast<u8>(kind < 180 ? -(kind % 8) : m[33]);
+    return m;
+}
+
+/// Negotiation as a master would speak it, to any port, TLVs of any kind and length.
+std::vector<u8> signaling(std::span<const unsigned char>& rest)
+{
+    ptp::Message m;
+    m.type = ptp::SIGNALING;
+    m.domain = UNICAST_DOMAIN;
+    m.source.clock = {0, 0x1B, 0x19, 0xFF, 0xFE, 0, 0, 1};
+    m.target.clock.fill(0xFF);
+    m.target.number = 0xFFFF;
+    const u8 count = take<u8>(rest) % 5;
+    for (u8 i = 0; i < count; ++i) {
+        const u8 kind = take<u8>(rest);
+        const std::size_t length = kind % 4 != 0 ? 8 : take<u8>(rest) % 20;
+        ptp::Message::Tlv tlv{static_cast<u16>(kind % 9), takeOctets(rest, length)};
+        if (kind % 2 != 0 && tlv.value.size() == 8) {
+            constexpr u8 FLOWS[] = {ptp::ANNOUNCE, ptp::SYNC, ptp::DELAY_RESP, 0x5};
+            tlv.value[0] = static_cast<u8>(FLOWS[kind / 4 % 4] << 4);
+            tlv.value[2] = tlv.value[3] = 0;
+        }
+        m.tlvs.push_back(tlv);
+    }
+    std::vector<u8> octets = ptp::write(m);
+    const u8 cut = take<u8>(rest);
+    if (cut >= 200) octets.resize(octets.size() - std::min<std::size_t>(cut - 199u, octets.size()));
+    return octets;
+}
+
+void frame(Target& t, std::span<const unsigned char>& rest)
+{
+    const auto head = take<std::array<u8, 3>>(rest);
+    const u8 priority = head[0] % 8;
+    std::vector<u8> octets =
+        ptp::frame({1, 0x1B, 0x19, 0, 0, 0}, {2}, priority, message(rest, ETHERNET_DOMAIN));
+    const auto at = octets.begin() + static_cast<std::ptrdiff_t>(priority != 0 ? 18 : 14);
+    octets.insert(at, 8, head[1]);
+    CfiReceiveFrameInd ind{CFI_RECEIVE_FRAME_IND, 3, 0, 0, static_cast<u32>(octets.size()), 8};
+    if (head[1] >= 230) ind.metalength = head[2];
+    if (head[1] >= 240) ind.length = head[2];
+    std::vector<std::byte> signal(sizeof ind + octets.size());
+    std::memcpy(signal.data(), &ind, sizeof ind);
+    std::memcpy(signal.data() + sizeof ind, octets.data(), octets.size());
+    t.inject(signal);
+}
+
+void datagram(Target& t, std::span<const unsigned char>& rest, bool isSignaling)
+{
+    const auto head = take<std::array<u8, 4>>(rest);
+    const std::vector<u8> octets = isSignaling ? signaling(rest) : message(rest, UNICAST_DOMAIN);
+    TarsoIpsockiFdReadData ind{};
+    ind.sigNo = TARSO_IPSOCKI_FD_READ_DATA;
+    ind.localPort = head[0] % 8 != 0 ? 319 + head[0] % 2 : 318;
+    ind.saFamily = head[1] < 240 ? IPSOCKI_AF_INET : head[1];
+    ind.address = SERVER;
+    if (head[2] % 2 == 0) ind.controlLevel = IPSOCKI_STAMP_LEVEL, ind.controlType = IPSOCKI_STAMP_TYPE;
+    ind.length = head[3] < 250 ? static_cast<u32>(octets.size()) : head[3] * 0x1010101u;
+    std::vector<std::byte> signal(sizeof ind + octets.size());
+    std::memcpy(signal.data(), &ind, sizeof ind);
+    if (!octets.empty()) std::memcpy(signal.data() + sizeof ind, octets.data(), octets.size());
+    t.inject(signal);
+}
+
+/// A signal of the main processor, the manager or a service.
+void signal(Target& t, std::span<const unsigned char>& rest)
+{
+    constexpr SIGSELECT NUMBERS[] = {
+        KVD_TUIIF_CREATE_PKT_REF_RO_REQ, KVD_TUIIF_DELETE_PKT_REF_RO_REQ, KVD_TUIIF_SET_PKT_REF_RO_REQ,
+        KVD_TUIIF_AUDIT_PKT_REF_RO_CFM, KVD_TUIIF_GET_PKT_REF_RO_ATTRIB_REQ, KVD_TUIIF_SYNCH_PATH_SUP_IND,
+        TUPKTSYNC_REF_SELECTION_IND, TUPKTSYNC_CLOCK_RQMT_IND, TUPKTSYNC_REG_IND, TUPKTSYNC_TMO_IND,
+        TUPKTSYNC_TUIIF_UP_IND, TUPKTSYNC_TUIIF_DOWN_IND, PKTSYNCDRV_SETSYNCREF_CFM,
+        PKTSYNCDRV_DELETESYNCREF_CFM, PKTSYNCDRV_TIMESTAMP_IND, CFI_JOIN_MULTICAST_CFM,
+        CFI_LEAVE_MULTICAST_CFM, TARSO_IPSOCKI_ACREDIT_IND, CFI_SERVER_UP_IND,
+        PKTSYNCDRV_INITIATE_SERVICE_CFM,
+    };
+    const SIGSELECT number = NUMBERS[take<u8>(rest) % std::size(NUMBERS)];
+    std::vector<std::byte> bytes(sizeof number + take<u8>(rest) % 180);
+    const std::vector<u8> content = takeOctets(rest, bytes.size() - sizeof number);
+    std::memcpy(bytes.data(), &number, sizeof number);
+    if (!content.empty()) std::memcpy(bytes.data() + sizeof number, content.data(), content.size());
+    // Identities are few, so that requests find what others made; so are kinds, domains and clocks.
+    const auto limit = [&bytes](std::size_t at, u32 below) {
+        u32 word;
+        if (at + sizeof word > bytes.size()) return;
+        std::memcpy(&word, bytes.data() + at, sizeof word);
+        word %= below;
+        std::memcpy(bytes.data() + at, &word, sizeof word);
+    };
+    if (number == KVD_TUIIF_AUDIT_PKT_REF_RO_CFM) limit(4, 11);
+    else limit(4, 4), limit(8, 6);
+    if (number == KVD_TUIIF_CREATE_PKT_REF_RO_REQ && bytes.size() > 13) {
+        bytes[12] &= std::byte{7};
+        bytes[13] &= std::byte{31};
+    }
+    t.inject(bytes);
+}
+
+void check(Target& t)
+{
+    require(t.node.programEnds().empty(), "the program ended");
+    t.node.inProgram([] {
+        const syncref::State& s = syncref::state();
+        require(s.syncRefCtrlState > UNINITIALIZED && s.syncRefCtrlState <= REINIT, "no state of control");
+        require(s.selected_syncrefId < static_cast<i32>(PTP_CLOCKS), "selection");
+        for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+            const auto& r = s.table[id];
+            const PtpClock* const c = ptpClockOf(id);
+            require((c != nullptr) == (r && r->protocolStarted), "a clock without its reference");
+            if (r) require(r->syncRefIndivState > syncref::FREE, "a free place in use");
+            if (c == nullptr) continue;
+            require(c->portState == LISTENING || c->portState == UNCALIBRATED || c->portState == SLAVE,
+                    "no state of a slave");
+            require(c->foreignMasterCount <= PTP_FOREIGN_MASTERS, "foreign masters");
+            for (const TsBuffer* b : {&c->syncStamps, &c->delay.stamps}) {
+                u32 used = 0;
+                for (const TsPosition& at : b->positions) used += at.mask != 0 ? 1 : 0;
+                require(b->occupancy <= b->size && b->occupancy == used, "places of stamps");
+            }
+        }
+        return 0;
+    });
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
+{
+    static std::unique_ptr<Target> target;
+    constexpr u32 INPUTS_A_UNIT = 200;
+    if (!target || target->served == INPUTS_A_UNIT) target = std::make_unique<Target>();
+    ++target->served;
+    // An input is a row of events: kind, content.
+    std::span<const unsigned char> rest(data, size);
+    while (!rest.empty()) {
+        switch (take<u8>(rest) % 5) {
+        case 0:
+        case 1: frame(*target, rest); break;
+        case 2: datagram(*target, rest, false); break;
+        case 3: datagram(*target, rest, true); break;
+        default: signal(*target, rest);
+        }
+    }
+    target->world.runFor(100 * ose::MS);
+    check(*target);
+    return 0;
+}

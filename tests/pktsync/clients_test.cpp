@@ -1,0 +1,511 @@
+// The packet process and its three services: the chain of starts, each service refusing, dying and coming
+// back, multicast groups, sockets.
+#include "mgr/trace_groups.h"
+#include "node/cfi_sig.h"
+#include "node/ipsocki_sig.h"
+#include "node/pktsyncdrv_sig.h"
+#include "tests/pktsync/packet_unit.h"
+
+namespace {
+
+using namespace bench;
+using sim::Answer;
+
+TEST(PacketChain, GoesOnWithoutAServiceThatRefusesAndWaitsForOneThatIsSilent)
+{
+    struct Case {
+        const char* what;
+        void (*script)(sim::Node&);
+        u32 root, drv, cfi, ipsocki;
+        std::vector<std::string> traces;
+    };
+    const Case CASES[] = {
+        {"all there", [](sim::Node&) {}, ROOT_STARTED, DRV_AVAILABLE, CFI_ATTACHED, IPSOCKI_AVAILABLE,
+         {"TUPKTSYNC: CFI interface initiated", "TUPKTSYNC: IPSOCKI_BVQ interface initiated",
+          "TuPktsync_IPSOCKI_client:initiateIpSocki apn = "}},
+        {"driver suspends", [](sim::Node& n) { n.pktsyncDrv().setAnswer(Answer::Suspend); }, ROOT_STARTED,
+         DRV_NOT_AVAILABLE, CFI_ATTACHED, IPSOCKI_AVAILABLE,
+         {"PKTSYNCDRV_INITIATE_SERVICE_SUS received; service is not available!"}},
+        {"driver rejects", [](sim::Node& n) { n.pktsyncDrv().setAnswer(Answer::Reject); }, ROOT_STARTED,
+         DRV_NOT_AVAILABLE, CFI_ATTACHED, IPSOCKI_AVAILABLE,
+         {"PKTSYNCDRV_INITIATE_SERVICE_REJ received; indicates build fault!"}},
+        {"driver of another version", [](sim::Node& n) { n.pktsyncDrv().selectedPv = 2; }, ROOT_STARTED,
+         DRV_AVAILABLE, CFI_ATTACHED, IPSOCKI_AVAILABLE,
+         {"TuPktsync_PktSyncDrvClient: Wrong PV has been used."}},
+        {"driver silent", [](sim::Node& n) { n.pktsyncDrv().setAnswer(Answer::Silent); },
+         WAIT4_PKTSYNCDRV_CLIENT, DRV_WAIT_FOR_INIT_RESPONS, CFI_NOT_AVAILABLE, IPSOCKI_NOT_AVAILABLE, {}},
+        {"no driver", [](sim::Node& n) { n.pktsyncDrv().die(); }, WAIT4_PKTSYNCDRV_CLIENT,
+         DRV_WAIT_FOR_SERVER_UP, CFI_NOT_AVAILABLE, IPSOCKI_NOT_AVAILABLE, {}},
+        {"frames suspended", [](sim::Node& n) { n.cfi().setAnswer(Answer::Suspend); }, ROOT_STARTED,
+         DRV_AVAILABLE, CFI_NOT_AVAILABLE, IPSOCKI_AVAILABLE,
+         {"TuPktsync_CFI_client: CFI_INITIATE_SERVICE_SUS received; service is not available!"}},
+        {"frames rejected", [](sim::Node& n) { n.cfi().setAnswer(Answer::Reject); }, ROOT_STARTED,
+         DRV_AVAILABLE, CFI_NOT_AVAILABLE, IPSOCKI_AVAILABLE,
+         {"TuPktsync_CFI_client: CFI_INITIATE_SERVICE_REJ received; indicates build fault!"}},
+        {"frames of another version", [](sim::Node& n) { n.cfi().selectedPv = 7; }, ROOT_STARTED,
+         DRV_AVAILABLE, CFI_ATTACHED, IPSOCKI_AVAILABLE,
+         {"TuPktsync_CFI_client: Wrong PV has been used. /n"}},
+        {"no device", [](sim::Node& n) { n.cfi().attachResult = 7; }, WAIT4_CFI_CLIENT, DRV_AVAILABLE,
+         CFI_WAIT_FOR_ATTACH_CFM, IPSOCKI_NOT_AVAILABLE,
+         {"TuPktsync_CFI_client: error result = 7\nin attach cfm"}},
+        {"sockets rejected", [](sim::Node& n) { n.ipsocki().setAnswer(Answer::Reject); }, ROOT_STARTED,
+         DRV_AVAILABLE, CFI_ATTACHED, IPSOCKI_NOT_AVAILABLE, {}},
+        {"sockets of another version", [](sim::Node& n) { n.ipsocki().selectedPv = 4; }, ROOT_STARTED,
+         DRV_AVAILABLE, CFI_ATTACHED, IPSOCKI_AVAILABLE,
+         {"TuPktsync_IPSOCKI_client: Wrong PV given as selected by interface. \n"}},
+        {"sockets suspended", [](sim::Node& n) { n.ipsocki().setAnswer(Answer::Suspend); },
+         WAIT4_IPSOCKI_CLIENT, DRV_AVAILABLE, CFI_ATTACHED, IPSOCKI_WAIT_FOR_SERVER_DOWN, {}},
+        {"sockets busy", [](sim::Node& n) { n.ipsocki().setAnswer(Answer::Busy); }, WAIT4_IPSOCKI_CLIENT,
+         DRV_AVAILABLE, CFI_ATTACHED, IPSOCKI_NOT_AVAILABLE,
+         {"TarsoIpsocki_initiateService failed after 5 attempts \nipsockiResultCode=4\n",
+          "TUPKTSYNC: IPSOCKI_BVQ interface failed to initiate"}},
+    };
+    for (const Case& c : CASES) {
+        SCOPED_TRACE(c.what);
+        PacketUnit u;
+        c.script(u.node);
+        u.on();
+        EXPECT_EQ(u.root(), c.root);
+        EXPECT_EQ(u.drv(), c.drv);
+        EXPECT_EQ(u.cfi(), c.cfi);
+        EXPECT_EQ(u.ipsocki(), c.ipsocki);
+        EXPECT_EQ(u.control(), c.root == ROOT_STARTED ? u32{READY} : u32{UNINITIALIZED});
+        for (const std::string& text : c.traces) EXPECT_EQ(u.traces(text), 1u) << text;
+        EXPECT_EQ(u.told(KVD_TUIIF_PKT_REF_RO_UNAVAILABLE_IND), 1u);
+        // A creation on a transport that isn't there fails; the others stand.
+        u.node.mainProcessor().createPacketRef(ethernetRef(1, 24));
+        u.node.mainProcessor().createPacketRef(unicastRef(2));
+        u.run(1);
+        const bool canStamp = c.drv == DRV_AVAILABLE && c.root == ROOT_STARTED;
+        EXPECT_EQ(u.created(1, 4), canStamp && c.cfi == CFI_ATTACHED);
+        EXPECT_EQ(u.created(2, 5), canStamp && c.ipsocki == IPSOCKI_AVAILABLE);
+        EXPECT_EQ(u.told(KVD_TUIIF_CREATE_PKT_REF_RO_CFM), c.root == ROOT_STARTED ? 2u : 0u);
+    }
+}
+
+TEST(PacketChain, OfNewerSocketsTerminatesAndInitiatesAnew)
+{
+    PacketUnit u;
+    u.node.ipsocki().setAnswer(Answer::Suspend);
+    u.node.ipsocki().selectedPv = 6;
+    u.node.ipsocki().delay_ms = 100;
+    u.on(1);
+    while (u.ipsocki() != IPSOCKI_WAIT_FOR_TERMINATE_CONFIRM) u.run(0.01);
+    EXPECT_EQ(u.root(), u32{WAIT4_IPSOCKI_CLIENT});
+    u.node.ipsocki().setAnswer(Answer::Accept);
+    u.node.ipsocki().selectedPv = 5;
+    u.run(1);
+    EXPECT_EQ(u.ipsocki(), u32{IPSOCKI_AVAILABLE});
+    EXPECT_EQ(u.root(), u32{ROOT_STARTED});
+    EXPECT_GE(u.node.ipsocki().received(TARSO_IPSOCKI4_TERMINATE_SERVICE_REQ), 1u);
+}
+
+TEST(PacketChain, OnlyTheOneThatIsWaitedForMayReport)
+{
+    PacketUnit u;
+    u.on();
+    constexpr const char* OBJECTS[] = {
+        "TUPKTSYNC_OBJECT_ALL", "TUPKTSYNC_OBJECT_ROOT", "TUPKTSYNC_OBJECT_PKTSYNCDRV_CLIENT",
+        "TUPKTSYNC_OBJECT_CFI_CLIENT", "TUPKTSYNC_OBJECT_IPSOCKI_CLIENT",
+        "TUPKTSYNC_OBJECT_TIMESTAMP_SERVER", "TUPKTSYNC_OBJECT_SYNCREFCTRL", "UNKNOWN"};
+    for (u32 id = 0; id < std::size(OBJECTS); ++id) {
+        u.node.traces().clear();
+        u.call([id] { TuPktsync_Root_initReady(id); });
+        EXPECT_EQ(u.traces("TuPktsync_Root_initReady(objectId=" + std::string(OBJECTS[id]) +
+                           "); Wrong state ROOT_STARTED"), 1u);
+        EXPECT_EQ(u.root(), u32{ROOT_STARTED});
+    }
+    PacketUnit waiting;
+    waiting.node.cfi().attachResult = 1;
+    waiting.on();
+    waiting.call([] { TuPktsync_Root_initReady(TUPKTSYNC_OBJECT_IPSOCKI_CLIENT); });
+    EXPECT_EQ(waiting.traces("TUPKTSYNC_OBJECT_IPSOCKI_CLIENT); Wrong state WAIT4_CFI_CLIENT"), 1u);
+    EXPECT_EQ(waiting.root(), u32{WAIT4_CFI_CLIENT});
+}
+
+TEST(PacketServices, ASignalInTheWrongStateOrTooShortIsDropped)
+{
+    struct Case { SIGSELECT sigNo; const char* text; };
+    constexpr Case CASES[] = {
+        {PKTSYNCDRV_SERVER_UP_IND, "PktSyncDrvClient: Wrong state when receiving PKTSYNCDRV_SERVER_UP_IND"},
+        {PKTSYNCDRV_INITIATE_SERVICE_CFM, "Wrong state when receiving PKTSYNCDRV_INITIATE_SERVICE_CFM"},
+        {CFI_SERVER_UP_IND, "CFI_client: Wrong state when receiving CFI_SERVER_UP_IND"},
+        {CFI_INITIATE_SERVICE_CFM, "Wrong state when receiving CFI_INITIATE_SERVICE_CFM"},
+        {CFI_ATTACH_CFM, "Wrong state when receiving CFI_ATTACH_CFM"},
+        {TARSO_IPSOCKI_INITIATE_SERVICE_CFM, "Wrong state when receiving TARSO_IPSOCKI_INITIATE_SERVICE_CFM"},
+        {TARSO_IPSOCKI_INITIATE_SERVICE_SUS, "Wrong state when receiving TARSO_IPSOCKI_INITIATE_SERVICE_SUS"},
+        {TARSO_IPSOCKI_INITIATE_SERVICE_REJ, "Wrong state when receiving TARSO_IPSOCKI_INITIATE_SERVICE_REJ"},
+        {TARSO_IPSOCKI_ACREDIT_IND, "Wrong state when receiving TARSO_IPSOCKI_ACREDIT_IND"},
+        {TARSO_IPSOCKI4_TERMINATE_SERVICE_CFM,
+         "Wrong state when receiving TARSO_IPSOCKI4_TERMINATE_SERVICE_CFM"},
+        // A death of somebody else's service.
+        {PKTSYNCDRV_SERVER_DOWN_IND, "TuPktsync_PktSyncDrvClient: Proxy error 2"},
+        {CFI_SERVER_DOWN_IND, "TuPktsync_CFI_client: Proxy error 2"},
+        {TARSO_IPSOCKI_SERVER_DOWN_IND, "TuPktsync_IPSOCKI_client: Proxy error 2"},
+        // Answers without their words.
+        {PKTSYNCDRV_SETSYNCREF_CFM, ""}, {PKTSYNCDRV_DELETESYNCREF_CFM, ""}, {PKTSYNCDRV_TIMESTAMP_IND, ""},
+        {CFI_JOIN_MULTICAST_CFM, ""}, {CFI_LEAVE_MULTICAST_CFM, ""}, {CFI_RECEIVE_FRAME_IND, ""},
+        {TARSO_IPSOCKI_FD_READ_DATA, "Failed to access socket data\nresult = "},
+        {0x12345, "Unknown signal 0x12345 received"},
+    };
+    PacketUnit u;
+    u.on();
+    for (const Case& c : CASES) {
+        SCOPED_TRACE(testing::Message() << std::hex << c.sigNo << " " << c.text);
+        u.node.traces().clear();
+        u.inject(c.sigNo);
+        EXPECT_EQ(u.traces(c.text) > 0, true);
+        EXPECT_EQ(u.root(), u32{ROOT_STARTED});
+        EXPECT_EQ(u.drv(), u32{DRV_AVAILABLE});
+        EXPECT_EQ(u.cfi(), u32{CFI_ATTACHED});
+        EXPECT_EQ(u.ipsocki(), u32{IPSOCKI_AVAILABLE});
+    }
+    struct { CfiReceiveFrameInd ind; u8 octets[20]; } frame{{CFI_RECEIVE_FRAME_IND, 3, 0, 0, 21, 8}, {}};
+    u.inject(frame);
+    EXPECT_EQ(u.traces("CFI_RECEIVE_FRAME_IND of 44 octets holds no frame of 21"), 1u);
+    u.node.mainProcessor().createPacketRef(ethernetRef(1, 24));
+    u.run(1);
+    EXPECT_TRUE(u.created(1, 4));
+    // A word of refusal at any time leaves the client without the service.
+    u.inject(SIGSELECT{CFI_INITIATE_SERVICE_SUS});
+    EXPECT_EQ(u.cfi(), u32{CFI_NOT_AVAILABLE});
+    u.inject(SIGSELECT{PKTSYNCDRV_INITIATE_SERVICE_REJ});
+    EXPECT_EQ(u.drv(), u32{DRV_NOT_AVAILABLE});
+    EXPECT_EQ(u.root(), u32{ROOT_STARTED});
+}
+
+TEST(PacketServices, TheDeathOfAnyBeginsTheChainAnewAndTheAuditBringsBackAll)
+{
+    struct Case { const char* what; sim::Server& (*server)(sim::Node&); };
+    const Case CASES[] = {
+        {"driver", [](sim::Node& n) -> sim::Server& { return n.pktsyncDrv(); }},
+        {"frames", [](sim::Node& n) -> sim::Server& { return n.cfi(); }},
+        {"sockets", [](sim::Node& n) -> sim::Server& { return n.ipsocki(); }},
+    };
+    for (const Case& c : CASES) {
+        SCOPED_TRACE(c.what);
+        PacketUnit u;
+        sim::PtpMasterConfig gm;
+        gm.logSync = gm.logDelayReq = 0;
+        sim::PtpMaster master(u.world, u.net, gm);
+        u.net.connect(u.node.packetPort(), master, {}, {});
+        u.on();
+        u.node.mainProcessor().createPacketRef(ethernetRef(1, 24));
+        u.node.mainProcessor().createPacketRef(unicastRef(2));
+        u.run(10);
+        ASSERT_TRUE(u.created(1, 4) && u.created(2, 5));
+        ASSERT_GT(master.requests(), 0u);
+        for (int round = 0; round < 2; ++round) {    // and again
+            const std::size_t audits = u.told(KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND);
+            c.server(u.node).die();
+            u.run(1);
+            EXPECT_EQ(u.control(), u32{REINIT});
+            EXPECT_FALSE(u.created(1, 4) || u.created(2, 5));
+            EXPECT_LT(u.root(), u32{ROOT_STARTED});
+            const u32 requests = master.requests();
+            u.node.mainProcessor().createPacketRef(ethernetRef(1, 24));   // not now
+            u.run(5);
+            EXPECT_EQ(master.requests(), requests);
+            c.server(u.node).start();
+            u.run(10);
+            EXPECT_EQ(u.root(), u32{ROOT_STARTED});
+            EXPECT_EQ(u.ipsocki(), u32{IPSOCKI_AVAILABLE});
+            EXPECT_EQ(u.told(KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND), audits + 1);
+            EXPECT_TRUE(u.created(1, 4));
+            EXPECT_TRUE(u.created(2, 5));
+            EXPECT_EQ(u.node.ipsocki().sockets(), 2u);
+            EXPECT_EQ(u.node.cfi().groups().size(), 1u);
+            EXPECT_GT(master.requests(), requests);
+        }
+        EXPECT_EQ(u.told(KVD_TUIIF_PKT_REF_RO_UNAVAILABLE_IND), 3u);
+        EXPECT_EQ(u.traces("Create request received from FRO when not READY: state=REINIT"), 2u);
+    }
+}
+
+// ---- multicast groups -----------------------------------------------------------------------------
+
+TEST(PacketGroups, JoinsAndLeavesThatCross)
+{
+    PacketUnit u;
+    u.on();
+    auto& mp = u.node.mainProcessor();
+    auto& cfi = u.node.cfi();
+    const auto after = [&u](const std::function<void()>& what) {
+        what();
+        u.run(0.1);
+        return u.group(0);
+    };
+    const auto is = [](const TuPktsyncGroup& g, u32 state, u32 users) {
+        return g.state == state && g.users == users;
+    };
+    cfi.confirmsGroups = false;
+    EXPECT_TRUE(is(after([&] { mp.createPacketRef(ethernetRef(1, 1)); }), GROUP_JOIN_PENDING, 1));
+    EXPECT_TRUE(is(after([&] { mp.createPacketRef(ethernetRef(2, 2)); }), GROUP_JOIN_PENDING, 2));
+    EXPECT_EQ(cfi.received(CFI_JOIN_MULTICAST_REQ), 1u);
+    EXPECT_FALSE(u.created(1, 4) || u.created(2, 4));
+    EXPECT_TRUE(is(after([&] { cfi.confirmGroups(); }), GROUP_JOINED, 2));
+    EXPECT_TRUE(u.created(1, 4) && u.created(2, 4));
+    EXPECT_EQ(cfi.groups(), std::set<sim::MacAddress>{TUPKTSYNC_GROUP_MAC[0]});
+
+    EXPECT_TRUE(is(after([&] { mp.deletePacketRef(1, 4); }), GROUP_JOINED, 1));
+    EXPECT_EQ(u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM), 1u);
+    EXPECT_TRUE(is(after([&] { mp.deletePacketRef(2, 4); }), GROUP_LEAVE_PENDING, 0));
+    EXPECT_TRUE(is(after([&] { mp.createPacketRef(ethernetRef(3, 3)); }), GROUP_LEAVE_PENDING, 1));
+    EXPECT_EQ(cfi.received(CFI_JOIN_MULTICAST_REQ), 1u);      // it waits for the leave
+    EXPECT_EQ(u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM), 1u);
+    EXPECT_TRUE(is(after([&] { cfi.confirmGroups(); }), GROUP_JOIN_PENDING, 1));
+    EXPECT_EQ(u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM), 2u);
+    EXPECT_FALSE(u.created(3, 4));
+    EXPECT_TRUE(is(after([&] { cfi.confirmGroups(); }), GROUP_JOINED, 1));
+    EXPECT_TRUE(u.created(3, 4));
+    mp.deletePacketRef(3, 4);
+    EXPECT_TRUE(is(after([&] { cfi.confirmGroups(); }), GROUP_LEAVE_PENDING, 0));
+    EXPECT_TRUE(is(after([&] { cfi.confirmGroups(); }), GROUP_NONE, 0));
+
+    // A user that goes before the join is confirmed: the group is left once it is.
+    u.call([] {
+        EXPECT_EQ(TuPktsync_CFI_client_addMCgroupUser(1), 1u);
+        EXPECT_EQ(TuPktsync_CFI_client_addMCgroupUser(1), 1u);
+        EXPECT_EQ(TuPktsync_CFI_client_removeMCgroupUser(1), 0u);
+        EXPECT_EQ(TuPktsync_CFI_client_removeMCgroupUser(1), 1u);
+        EXPECT_EQ(TuPktsync_CFI_client_removeMCgroupUser(1), 1u);
+    });
+    EXPECT_EQ(u.group(1).leaveNeeded, 1u);
+    after([&] { cfi.confirmGroups(); });
+    EXPECT_EQ(u.group(1).state, u32{GROUP_LEAVE_PENDING});
+    after([&] { cfi.confirmGroups(); });
+    EXPECT_EQ(u.group(1).state, u32{GROUP_NONE});
+    // One that comes back in time stays.
+    u.call([] {
+        TuPktsync_CFI_client_addMCgroupUser(1);
+        TuPktsync_CFI_client_removeMCgroupUser(1);
+        TuPktsync_CFI_client_addMCgroupUser(1);
+    });
+    after([&] { cfi.confirmGroups(); });
+    EXPECT_EQ(u.group(1).state, u32{GROUP_JOINED});
+    EXPECT_EQ(cfi.groups(), std::set<sim::MacAddress>{TUPKTSYNC_GROUP_MAC[1]});
+}
+
+TEST(PacketGroups, ARefusedJoinLeavesTheReferenceWaiting)
+{
+    PacketUnit u;
+    u.on();
+    u.node.cfi().joinResult = 5;
+    u.node.mainProcessor().createPacketRef(ethernetRef(1, 1));
+    u.run(1);
+    EXPECT_EQ(u.traces("TuPktsync_CFI_client: error result = 5\nin join multicast cfm"), 1u);
+    EXPECT_EQ(u.group(0).state, u32{GROUP_JOIN_PENDING});
+    EXPECT_FALSE(u.created(1, 4));
+    u.inject(CfiResultCfm{CFI_JOIN_MULTICAST_CFM, 3, 0, 0}, u.node.cfi().pid());
+    EXPECT_TRUE(u.created(1, 4));
+    u.node.cfi().leaveResult = 6;
+    u.node.mainProcessor().deletePacketRef(1, 4);
+    u.run(1);
+    EXPECT_EQ(u.traces("TuPktsync_CFI_client: error result = 6\nin leave multicast cfm"), 1u);
+    EXPECT_EQ(u.group(0).state, u32{GROUP_LEAVE_PENDING});
+    EXPECT_EQ(u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM), 0u);
+}
+
+// ---- sockets --------------------------------------------------------------------------------------
+
+PktIpAddress ownAddress(u8 last) { return {4, {192, 168, 0, last}}; }
+
+struct SocketUnit : PacketUnit {
+    SocketUnit() { on(); }
+    i32 open(const PktIpAddress& own, u32 kind)
+    {
+        node.packetPort().config.address = {own.family, own.octets};
+        i32 resource = 0;
+        call([&] { resource = TuPktsync_IPSOCKI_client_createSocketAndBind(own, kind); });
+        return resource;
+    }
+    void close(i32 resource)
+    {
+        call([resource] { TuPktsync_IPSOCKI_client_removeResourceUser(resource); });
+    }
+};
+
+TEST(PacketSockets, AreSharedByAddressAndPortAndClosedWithTheLastUser)
+{
+    SocketUnit u;
+    EXPECT_EQ(u.open(ownAddress(1), SOCKET_EVENT), 0);
+    EXPECT_EQ(u.open(ownAddress(1), SOCKET_GENERAL), 1);
+    EXPECT_EQ(u.open(ownAddress(1), SOCKET_EVENT), 0);
+    EXPECT_EQ(u.open(ownAddress(2), SOCKET_EVENT), 2);
+    const PktIpAddress v6{6, {192, 168, 0, 1}};      // the same octets, another family
+    EXPECT_EQ(u.open(v6, SOCKET_EVENT), 3);
+    EXPECT_EQ(u.socket(3).addressFamily, IPSOCKI_AF_INET6);
+    EXPECT_EQ(u.socket(0).users, 2u);
+    EXPECT_EQ(u.node.ipsocki().sockets(), 4u);
+    u.close(0);
+    EXPECT_EQ(u.node.ipsocki().sockets(), 4u);
+    u.close(0);
+    EXPECT_EQ(u.node.ipsocki().sockets(), 3u);
+    EXPECT_EQ(u.socket(0).state, u32{SOCKET_FREE});
+    u.close(0);                                      // nobody's
+    u.close(-1);
+    u.close(16);
+    for (u8 i = 0; i < 13; ++i)
+        EXPECT_EQ(u.open(ownAddress(static_cast<u8>(10 + i)), SOCKET_EVENT), i == 0 ? 0 : 3 + i);
+    EXPECT_EQ(u.open(ownAddress(99), SOCKET_EVENT), -1);
+    EXPECT_EQ(u.traces("No free resource at \n TuPktsync_IPSOCKI_client_createSocketAndBind"), 1u);
+    EXPECT_EQ(u.open(ownAddress(22), SOCKET_EVENT), 15);      // a shared one is to be had
+    u.close(7);
+    EXPECT_EQ(u.open(ownAddress(99), SOCKET_EVENT), 7);
+}
+
+TEST(PacketSockets, FailingCallsFreeThePlaceAndSayWhy)
+{
+    SocketUnit u;
+    constexpr std::pair<u32, const char*> OPTIONS[] = {
+        {TARSO_IPSOCKI_SO_REUSEADDR, "TARSO_IPSOCKI_SO_REUSEADDR"},
+        {TARSO_IPSOCKI_SO_SNDBUF, "TARSO_IPSOCKI_SO_SNDBUF"},
+        {TARSO_IPSOCKI_SO_RCVBUF, "TARSO_IPSOCKI_SO_RCVBUF"},
+        {TARSO_IPSOCKI__IP_RECVSRCADDR, "TARSO_IPSOCKI__IP_RECVSRCADDR"},
+        {TARSO_IPSOCKI_SO_TIMESTAMPING_ZFB, "TARSO_IPSOCKI_SO_TIMESTAMPING_ZFB"},
+    };
+    for (const auto& [option, name] : OPTIONS) {
+        SCOPED_TRACE(name);
+        u.node.traces().clear();
+        u.node.ipsocki().failingOption = option;
+        EXPECT_EQ(u.open(ownAddress(1), SOCKET_EVENT), -1);
+        EXPECT_EQ(u.traces("TuPktsync_IPSOCKI_client: Failed to set socket option\n" + std::string(name)), 1u);
+        EXPECT_EQ(u.traces("failed to set options for \nsocket identifier "), 1u);
+        EXPECT_EQ(u.node.ipsocki().sockets(), 0u);
+    }
+    EXPECT_EQ(u.open(ownAddress(1), SOCKET_GENERAL), 0);      // stamps only on the event socket
+    u.close(0);
+    u.node.ipsocki().failingOption = 0;
+    constexpr std::pair<i32, const char*> BIND[] = {
+        {IPSOCKI_E_BADF, ", not a socket"},
+        {IPSOCKI_E_ACCES, ", permission denied"},
+        {IPSOCKI_E_ADDRINUSE, ", address already in use"},
+        {IPSOCKI_E_ADDRNOTAVAIL, ", address not available"},
+        {IPSOCKI_E_AFNOSUPPORT, ", address family not supported"},
+        {IPSOCKI_E_BOUND, ", socket already bound"},
+        {IPSOCKI_E_FAULT, ", bad address"},
+        {IPSOCKI_E_INVAL, ", invalid argument"},
+        {IPSOCKI_E_NOBUFS, ", no buffer space"},
+        {50, ""},
+    };
+    for (const auto& [error, text] : BIND) {
+        SCOPED_TRACE(text);
+        u.node.traces().clear();
+        u.node.ipsocki().bindError = error;
+        EXPECT_EQ(u.open(ownAddress(1), SOCKET_EVENT), -1);
+        EXPECT_EQ(u.traces("TarsoIpsocki_bind failed" + std::string(text) + " \nipsockiResultCode=" +
+                           std::to_string(error) + " for socketId="), 1u);
+        EXPECT_EQ(u.node.ipsocki().sockets(), 0u);
+    }
+    u.node.ipsocki().bindError = 0;
+    u.node.ipsocki().socketError = IPSOCKI_E_NOBUFS;
+    EXPECT_EQ(u.open(ownAddress(1), SOCKET_EVENT), -1);
+    u.node.ipsocki().socketError = 0;
+    u.node.ipsocki().hostAvailable = false;
+    EXPECT_EQ(u.open(ownAddress(1), SOCKET_EVENT), -2);
+    u.node.ipsocki().hostAvailable = true;
+    EXPECT_EQ(u.open(ownAddress(1), SOCKET_EVENT), 0);
+    u.node.ipsocki().die();
+    u.run(0.1);
+    EXPECT_EQ(u.open(ownAddress(1), SOCKET_EVENT), -1);
+    EXPECT_EQ(u.traces("Wrong state at \n TuPktsync_IPSOCKI_client_createSocketAndBind"), 1u);
+}
+
+TEST(PacketSockets, PayloadsClassOfServiceAndFailingSends)
+{
+    SocketUnit u;
+    const i32 event = u.open(ownAddress(1), SOCKET_EVENT);
+    const PktIpAddress server{4, {192, 168, 0, 9}};
+    const auto send = [&](u8 dscp) {
+        bool sent = false;
+        u.call([&] {
+            u8* const payload = TuPktsync_IPSOCKI_client_getPayloadPointer(event, 44, 0, nullptr, dscp);
+            ASSERT_NE(payload, nullptr);
+            std::fill_n(payload, 44, u8{0x5A});
+            EXPECT_EQ(TuPktsync_IPSOCKI_client_getPayloadPointer(event, 44, 0, nullptr, dscp), nullptr);
+            sent = TuPktsync_IPSOCKI_client_sendPayload(event, server) == 1;
+            EXPECT_EQ(TuPktsync_IPSOCKI_client_sendPayload(event, server), 0u);
+        });
+        return sent;
+    };
+    const int id = u.socket(0).socketId;
+    EXPECT_TRUE(send(46));
+    EXPECT_EQ(u.node.ipsocki().tos(id), 184);
+    ASSERT_EQ(u.sent.size(), 1u);
+    EXPECT_EQ(u.sent[0].bytes, std::vector<u8>(44, 0x5A));
+    EXPECT_EQ(u.sent[0].toPort, 319);
+    EXPECT_EQ(u.sent[0].fromPort, 319);
+    EXPECT_EQ(u.sent[0].to.octets, server.octets);
+    u.node.ipsocki().failingOption = TARSO_IPSOCKI_SO_IP_TOS;
+    EXPECT_TRUE(send(46));                           // unchanged: not set again
+    EXPECT_EQ(u.traces("Failed to set socket option\nTARSO_IPSOCKI_SO_IP_TOS"), 0u);
+    EXPECT_TRUE(send(0));                            // a class that can't be had doesn't keep it
+    EXPECT_EQ(u.traces("Failed to set socket option\nTARSO_IPSOCKI_SO_IP_TOS"), 1u);
+    u.node.ipsocki().failingOption = 0;
+    EXPECT_TRUE(send(0));
+    EXPECT_EQ(u.node.ipsocki().tos(id), 0);
+    EXPECT_GT(u.traces("Resource 0 in wrong state 2 at \nTuPktsync_IPSOCKI_client_getPayloadPointer\n"), 0u);
+    EXPECT_GT(u.traces("Resource 0 in wrong state 1 at \nTuPktsync_IPSOCKI_client_sendPayload\n"), 0u);
+    u.node.ipsocki().close(id);
+    EXPECT_FALSE(send(0));                           // and the buffer is there for the next
+    EXPECT_EQ(u.traces("TuPktsync_IPSOCKI_client: socket error number = 1\n"), 1u);
+    EXPECT_FALSE(send(0));
+    const i32 v6 = u.open({6, {0xFD, 1}}, SOCKET_GENERAL);
+    u.call([v6] {
+        EXPECT_NE(TuPktsync_IPSOCKI_client_getPayloadPointer(v6, 54, 0, nullptr, 10), nullptr);
+        EXPECT_EQ(TuPktsync_IPSOCKI_client_sendPayload(v6, {6, {0xFD, 2}}), 1u);
+        EXPECT_EQ(TuPktsync_IPSOCKI_client_getPayloadPointer(v6, 1473, 0, nullptr, 10), nullptr);
+        EXPECT_EQ(TuPktsync_IPSOCKI_client_getPayloadPointer(77, 54, 0, nullptr, 10), nullptr);
+    });
+    EXPECT_EQ(u.sent.back().toPort, 320);
+    EXPECT_EQ(u.sent.back().to.octets[1], 2);
+    EXPECT_EQ(u.node.ipsocki().tos(u.socket(static_cast<u32>(v6)).socketId), 40);
+    u.node.ipsocki().die();
+    u.run(0.1);
+    u.call([] { EXPECT_EQ(TuPktsync_IPSOCKI_client_sendPayload(0, {}), 0u); });
+    EXPECT_EQ(u.traces("client not in state AVAILABLE \nat TuPktsync_IPSOCKI_client_sendPayload"), 1u);
+}
+
+TEST(PacketSockets, EachDatagramGivesItsCreditBack)
+{
+    struct Datagram { TarsoIpsockiFdReadData ind; u8 octets[64]; };
+    Datagram good{};
+    good.ind.sigNo = TARSO_IPSOCKI_FD_READ_DATA;
+    good.ind.localPort = 320;
+    good.ind.saFamily = IPSOCKI_AF_INET;
+    good.ind.address = {192, 168, 0, 9};
+    good.ind.length = 64;
+    struct Case { void (*spoil)(Datagram&); const char* text; };
+    constexpr Case CASES[] = {
+        {[](Datagram& d) { d.ind.localPort = 321; }, "Socki packet received for unknown port number (321)"},
+        {[](Datagram& d) { d.ind.saFamily = 17; }, "senderAddress->sa_family 17 not v4 or v6"},
+        {[](Datagram& d) { d.ind.length = 65; }, "Failed to access socket data\nresult = 7"},
+        {[](Datagram& d) { d.ind.length = 0xFFFFFFFF; }, "Failed to access socket data\nresult = 7"},
+        {[](Datagram& d) { d.ind.length = 0; }, "PTP received in too short frame, 0 bytes"},
+        {[](Datagram& d) { d.ind.controlLevel = 0xFFFF; }, "get ControlData, unrecognised control data"},
+        {[](Datagram& d) { d.ind.controlLevel = 0xFFFF; d.ind.controlType = 2048; },
+         "get ControlData, metadata received"},
+        {[](Datagram& d) { d.ind.saFamily = IPSOCKI_AF_INET6; }, "unknown server IP address (c0a80009"},
+        {[](Datagram&) {}, "unknown server IP address (192.168.0.9) and/or domainId (0)"},
+    };
+    PacketUnit u;
+    u.on();
+    const u32 credit = u.node.ipsocki().credit();
+    EXPECT_EQ(credit, 25u);
+    u32 given = 0;
+    for (const Case& c : CASES) {
+        SCOPED_TRACE(c.text);
+        Datagram d = good;
+        c.spoil(d);
+        u.node.traces().clear();
+        u.inject(d);
+        EXPECT_EQ(u.traces(c.text), 1u);
+        EXPECT_EQ(u.node.ipsocki().credit(), credit + ++given);
+    }
+    u.node.ipsocki().die();
+    u.run(0.1);
+    u.inject(good);
+    EXPECT_EQ(u.traces("Wrong state when receiving TARSO_IPSOCKI_FD_READ_DATA"), 1u);
+}
+
+}  // namespace

@@ -1,0 +1,330 @@
+// Frames and datagrams as they come in, egress stamps, the time stamp server, what the manager sends on.
+#include "mgr/kvd_mgr_proc.h"
+#include "mgr/trace_groups.h"
+#include "pktsync/tupktsync_pdu.h"
+#include "pktsync/tupktsync_proc.h"
+#include "pktsync/tupktsync_sig.h"
+#include "pktsync/tupktsync_timestamp_server.h"
+#include "sim/net/ptp_wire.h"
+#include "tests/pktsync/ptp_bench.h"
+
+#include <cstring>
+
+namespace {
+
+using namespace bench;
+
+struct Bench : IdleNode {
+    Bench()
+    {
+        in([] { node::traceSetProgramMask(0xFFFFFFFF); });
+    }
+    void step(const std::function<void()>& body)
+    {
+        node.traces().clear();
+        in([&body] {
+            node::traceAttachProcess();
+            body();
+        });
+    }
+    std::size_t traced(const std::string& text) { return node.traces().count({text}); }
+};
+
+PtpClockSetup timeClock(u32 id, u8 domain)
+{
+    PtpClockSetup setup;
+    setup.syncrefId = id;
+    setup.froClassNo = PACKET_TIME_FRO_CLASS;
+    setup.domainNumber = domain;
+    return setup;
+}
+
+/// An Announce of domain 4 behind a header and a receive stamp.
+std::vector<u8> announceFrame(u8 priority, u16 etherType = sim::ptp::ETHERTYPE)
+{
+    sim::ptp::Message m;
+    m.type = sim::ptp::ANNOUNCE;
+    m.domain = 4;
+    m.source.clock = {0, 0x1B, 0x19, 0xFF, 0xFE, 0, 0, 1};
+    m.clockClass = 6;
+    std::vector<u8> frame =
+        sim::ptp::frame({1, 0x1B, 0x19, 0, 0, 0}, {2, 0, 0, 0, 1, 1}, priority, sim::ptp::write(m));
+    const std::size_t at = sim::ptp::messageAt(frame);
+    frame[at - 2] = static_cast<u8>(etherType >> 8);
+    frame[at - 1] = static_cast<u8>(etherType);
+    frame.insert(frame.begin() + static_cast<std::ptrdiff_t>(at), 8, 0x11);
+    return frame;
+}
+
+TEST(PtpFrame, ThatIsNoneIsDroppedWithItsCodeAndTheNextIsTaken)
+{
+    constexpr u32 WHOLE = 14 + 8 + 64, WHOLE_TAGGED = 18 + 8 + 64;
+    struct Case {
+        const char* what;
+        u8 priority;
+        u16 etherType;
+        u32 length, metadata, code;                  // code 0: the Announce comes through
+    };
+    constexpr u16 PTP = 0x88F7, IP = 0x0800;
+    constexpr Case CASES[] = {
+        {"untagged", 0, PTP, WHOLE, 8, 0},
+        {"tagged", 3, PTP, WHOLE_TAGGED, 8, 0},
+        {"tagged with priority 7", 7, PTP, WHOLE_TAGGED, 8, 0},
+        {"no stamp", 0, PTP, WHOLE, 0, 1},
+        {"a stamp of seven octets", 0, PTP, WHOLE, 7, 1},
+        {"metadata beyond any frame", 0, PTP, WHOLE, 0xFFFFFFF8, 1 | 4},
+        {"no octet", 0, PTP, 0, 8, 2 | 4 | 8},
+        {"no stamp and no octet", 0, PTP, 0, 0, 1 | 2 | 4 | 8},
+        {"a header one octet short", 0, PTP, 13, 8, 2 | 4 | 8},
+        {"a header alone", 0, PTP, 14, 8, 4},
+        {"a stamp one octet short", 0, PTP, 21, 8, 4},
+        {"another protocol", 0, IP, WHOLE, 8, 8},
+        {"a tag alone", 3, PTP, 14, 8, 4 | 8},
+        {"a tagged header one octet short", 3, PTP, 17, 8, 4 | 8},
+        {"a tagged header alone", 3, PTP, 18, 8, 4},
+        {"a tagged frame's stamp one octet short", 3, PTP, 25, 8, 4},
+        {"another protocol under a tag", 3, IP, WHOLE_TAGGED, 8, 8},
+        {"no message", 0, PTP, 22, 8, 0xFF},
+        {"a message one octet short of any", 0, PTP, 22 + 39, 8, 0xFF},
+        {"an Announce one octet short", 0, PTP, WHOLE - 1, 8, 0xFF},
+    };
+    for (const Case& c : CASES) {
+        SCOPED_TRACE(c.what);
+        Bench b;
+        b.step([&c] {
+            ptpBegin();
+            ASSERT_EQ(TuPktsync_new_ptp_clock(timeClock(0, 4)), 1u);
+            std::vector<u8> frame = announceFrame(c.priority, c.etherType);
+            frame.resize(c.length);
+            frame.shrink_to_fit();                   // a reader that goes beyond is caught
+            TuPktsync_PDU_CfiRcvFrame(c.length, c.metadata, frame.data());
+            EXPECT_EQ(ptpClockOf(0)->foreignMasterCount, c.code == 0 ? 1u : 0u);
+            const std::vector<u8> good = announceFrame(0);
+            TuPktsync_PDU_CfiRcvFrame(static_cast<u32>(good.size()), 8, good.data());
+            EXPECT_EQ(ptpClockOf(0)->foreignMasterCount, 1u);
+            TuPktsync_delete_ptp_clock(0);
+        });
+        const std::string text = "Unrecognized MC frame received; frame_len " + std::to_string(c.length) +
+                                 " bytes, metadata_len " + std::to_string(c.metadata) +
+                                 " bytes; code=" + std::to_string(c.code) + ", ";
+        EXPECT_EQ(b.node.traces().count({text, "", TRACE_2}), c.code == 0 || c.code == 0xFF ? 0u : 1u);
+        EXPECT_EQ(b.traced("in too short frame"), c.code == 0xFF ? 1u : 0u);
+    }
+}
+
+TEST(PtpDatagram, GoesByPortServerAndDomain)
+{
+    Bench b;
+    PktIpAddress server{4, {192, 168, 0, 9}}, other{4, {192, 168, 0, 10}}, v6{6, {192, 168, 0, 9}};
+    b.step([&] {
+        ptpBegin();
+        PtpClockSetup setup = timeClock(2, 4);
+        setup.froClassNo = PACKET_FREQ_FRO_CLASS;
+        setup.ptpMapping = UDP_UC;
+        setup.serverIpAddress = server;
+        ASSERT_EQ(TuPktsync_new_ptp_clock(setup), 1u);
+        const std::vector<u8> frame = announceFrame(0);
+        const u8* const m = frame.data() + 22;
+        const u32 length = static_cast<u32>(frame.size()) - 22;
+        TuPktsync_PDU_SockiRcvPacket(321, m, length, nullptr, &server);
+        TuPktsync_PDU_SockiRcvPacket(320, m, length, nullptr, &other);
+        TuPktsync_PDU_SockiRcvPacket(320, m, length, nullptr, &v6);
+        TuPktsync_PDU_CfiRcvFrame(static_cast<u32>(frame.size()), 8, frame.data());
+        EXPECT_EQ(ptpClockOf(2)->foreignMasterCount, 0u);
+        TuPktsync_delete_ptp_clock(2);
+    });
+    EXPECT_EQ(b.traced("Socki packet received for unknown port number (321)"), 1u);
+    EXPECT_EQ(b.traced("unknown server IP address (192.168.0.10) and/or domainId (4)"), 1u);
+    EXPECT_EQ(b.traced("unknown server IP address (c0a80009"), 1u);
+    EXPECT_EQ(b.traced("PTP message received for unknown domainId (4)"), 1u);
+}
+
+TEST(PtpFilter, OfAnyGrantedInterval)
+{
+    struct Case { i8 log; u32 minInterval_ms; u16 fraction, mask; };
+    static constexpr Case CASES[] = {
+        {-7, 63, 3, 7}, {-7, 62, 2, 3}, {-4, 63, 0, 0}, {127, 63, 0, 0},
+        {-19, 125, 16, 0xFFFF}, {-18, 125, 15, 0x7FFF},
+        {-64, 125, 61, 0xFFFF}, {-128, 9'000'000, 141, 0xFFFF},
+    };
+    Bench b;
+    b.step([] {
+        ptpBegin();
+        ASSERT_EQ(TuPktsync_new_ptp_clock(timeClock(0, 4)), 1u);
+        PtpClock& c = *ptpClockOf(0);
+        for (const Case& k : CASES) {
+            SCOPED_TRACE(int{k.log});
+            c.logSyncInterval = k.log;
+            c.setup.rqmt.minSyncInterval = k.minInterval_ms;
+            ptpRecomputeFilter(c);
+            EXPECT_EQ(c.logPassFraction, k.fraction);
+            EXPECT_EQ(c.seqIdDiscardMask, k.mask);
+            TuPktsync_clear_TS_buffer(c.syncStamps);
+            EXPECT_EQ(TuPktsync_save_TS(c.syncStamps, 0x8000, c.logPassFraction, 0, {1, 2}), 1u);
+            const u32 place = k.fraction < 16 ? (0x8000u >> k.fraction) % 32 : 0;
+            EXPECT_EQ(c.syncStamps.positions[place].mask, 1u);
+        }
+        TuPktsync_delete_ptp_clock(0);
+    });
+}
+
+TEST(PtpEgressStamp, CountsOnceForADelayReqOfARunningClock)
+{
+    Bench b;
+    const auto stamp = [](u16 sequenceId, u8 syncrefId, u8 messageType, u32 seconds) {
+        const u8 metadata[8] = {static_cast<u8>(sequenceId >> 8), static_cast<u8>(sequenceId), 0, syncrefId,
+                                messageType, 0, 0, 0};
+        TuPktsync_PTP_egressTimestamp(metadata, {seconds, 0x80000000});
+    };
+    b.step([&stamp] {
+        ptpBegin();
+        ASSERT_EQ(TuPktsync_new_ptp_clock(timeClock(1, 4)), 1u);
+        const TsBuffer& pool = ptpClockOf(1)->delay.stamps;
+        stamp(0x1234, 0, 1, 5);                      // a clock that isn't
+        stamp(0x1234, 9, 1, 5);
+        stamp(0x1234, 1, 3, 5);                      // of another mechanism
+        stamp(0x1234, 1, 10, 5);
+        stamp(0x1234, 1, 0, 5);
+        EXPECT_EQ(pool.occupancy, 0u);
+        stamp(0x1234, 1, 1, 5);
+        EXPECT_EQ(pool.occupancy, 1u);
+        const TsPosition& at = pool.positions[0x1234 % 32];
+        EXPECT_EQ(at.sequenceId, 0x1234);
+        EXPECT_EQ(at.mask, 1u);
+        EXPECT_EQ(at.stamps[0].high, 5u);
+        stamp(0x1234, 1, 1, 6);                      // twice: the later one holds
+        EXPECT_EQ(pool.TSoverwrites, 1u);
+        EXPECT_EQ(at.stamps[0].high, 6u);
+        stamp(0x1254, 1, 1, 7);                      // the same place 32 messages later
+        EXPECT_EQ(pool.discardedSeqIds, 1u);
+        EXPECT_EQ(pool.occupancy, 1u);
+        TuPktsync_delete_ptp_clock(1);
+    });
+    EXPECT_EQ(b.traced("PktSyncDrvTimestampInd for non-existing syncrefId(0)"), 1u);
+    EXPECT_EQ(b.traced("PktSyncDrvTimestampInd for non-existing syncrefId(9)"), 1u);
+    EXPECT_EQ(b.traced("PktSyncDrvTimestampInd with wrong messageType(0)"), 1u);
+    EXPECT_EQ(b.traced("PktSyncDrvTimestampInd with wrong messageType"), 1u);
+    EXPECT_EQ(b.traced("Egress timestamp for Delay_Req, syncrefId 1, sequenceId 4660"), 2u);
+}
+
+/// A process that keeps what it is sent.
+struct Keeper {
+    std::vector<std::vector<u8>> got;
+    PROCESS pid;
+    explicit Keeper(IdleNode& b)
+        : pid(b.node.system().spawn("keeper", 20, [this] {
+              for (;;) {
+                  Signal* sig = ose::receive(ose::ANY_SIGNAL);
+                  const auto* const bytes = reinterpret_cast<const u8*>(sig);
+                  got.emplace_back(bytes, bytes + ose::sigsize(&sig));
+                  ose::free_buf(&sig);
+              }
+          }))
+    {
+    }
+    template <typename T>
+    T last() const
+    {
+        T layout{};
+        EXPECT_EQ(got.back().size(), sizeof(T));
+        std::memcpy(&layout, got.back().data(), std::min(sizeof(T), got.back().size()));
+        return layout;
+    }
+};
+
+template <typename T>
+void toServer(const T& layout)
+{
+    auto* sig = node::make<T>(layout.sigNo);
+    *sig = layout;
+    Signal* s = reinterpret_cast<Signal*>(sig);
+    EXPECT_EQ(TuPktsync_Timestamp_server_dispatch(s), 1);
+    ose::free_buf(&s);
+}
+
+TEST(PtpStampServer, SendsToTheConsumerThatTheSelectionNames)
+{
+    Bench b;
+    Keeper keeper(b);
+    PtpExchange e;
+    e.froId = 3;
+    e.froClassNo = 4;
+    e.interval_ms = 62;
+    e.T1s = 0x100000001;
+    e.T1f = 1;
+    e.T2s = 2;
+    e.T2f = 22;
+    e.T3s = 3;
+    e.T3f = 33;
+    e.T4s = 4;
+    e.T4f = 999'999'999;
+    e.asymComp = -5;
+    b.step([&] {
+        TuPktsync_Timestamp_server_handle_ts_ptp(e);
+        TuPktsync_Timestamp_server_handle_ts_ptpPeerDelay(1, 4, 1, 2, 3, 4);
+        TuPktsync_Timestamp_server_handle_ts_ntp(1, 5, {1, 2, 3, 4, 5, 6, 7, 8});
+    });
+    EXPECT_EQ(b.node.traces().count({"attempt to send timestamp indication when no receiver registered", "",
+                                     TRACE_ERROR}), 3u);
+    b.step([&] {
+        toServer(TuPktsyncRefSelectionInd{TUPKTSYNC_REF_SELECTION_IND, 9, 9, PKTSYNC_DESELECT_ALL,
+                                          keeper.pid});
+        TuPktsync_Timestamp_server_handle_ts_ptp(e);
+    });
+    b.world.runFor(ose::MS);
+    const auto p = keeper.last<TuPktsyncPtpPacketInd>();
+    EXPECT_EQ(p.froId, 3u);
+    EXPECT_EQ(p.logSyncInterval, 62u);
+    EXPECT_EQ(p.T1s, 0x100000001u);
+    EXPECT_EQ((std::array<u64, 6>{p.T2s, p.T2f, p.T3s, p.T3f, p.T4s, p.T4f}),
+              (std::array<u64, 6>{2, 22, 3, 33, 4, 999'999'999}));
+    EXPECT_EQ(p.asymComp, -5);
+    b.step([] {
+        TuPktsync_Timestamp_server_handle_ts_ptpPeerDelay(1, 4, 11, 12, 13, 14);
+        TuPktsync_Timestamp_server_handle_ts_ntp(1, 5, {1, 2, 3, 4, 5, 6, 7, 8});
+    });
+    b.world.runFor(ose::MS);
+    EXPECT_EQ(keeper.last<TuPktsyncNtpPacketInd>().T, (std::array<u32, 8>{1, 2, 3, 4, 5, 6, 7, 8}));
+    keeper.got.pop_back();
+    EXPECT_EQ(keeper.last<TuPktsyncPtpPacketPeerdelayInd>().T2s, 13u);
+    // A chain that begins anew keeps the consumer, once.
+    b.step([&keeper] {
+        TuPktsync_Timestamp_reInit();
+        TuPktsync_Timestamp_server_init();
+        EXPECT_EQ(TuPktsync_Timestamp_server_consumer(), keeper.pid);
+        TuPktsync_Timestamp_server_init();
+        EXPECT_EQ(TuPktsync_Timestamp_server_consumer(), 0u);
+    });
+    EXPECT_EQ(b.traced("TuPktsync_Timestamp_server_init: not reseting timestampConsumer pid=0x"), 1u);
+    for (const SIGSELECT number :
+         {TUPKTSYNC_REF_SELECTION_IND, TUPKTSYNC_REG_IND, TUPKTSYNC_CLOCK_RQMT_IND}) {
+        b.step([number] {
+            Signal* sig = ose::alloc(sizeof(SIGSELECT) + 4, number);
+            EXPECT_EQ(TuPktsync_Timestamp_server_dispatch(sig), 1);
+            ose::free_buf(&sig);
+        });
+        EXPECT_EQ(b.node.traces().lines().size(), 1u) << "a short signal " << number;
+    }
+}
+
+TEST(PtpForwarders, CopyWhatTheMainProcessorSent)
+{
+    Bench b;
+    Keeper keeper(b);
+    b.step([&keeper] {
+        KvdLoz6TuMgr_setPids(1, 2, keeper.pid);
+        TuPktsync_tuiifUPInd(2);
+        TuPktsync_tuiifDownInd();
+        Signal* sig = ose::alloc(13, 0x9C02E);
+        std::memcpy(reinterpret_cast<u8*>(sig) + 4, "abcdefghi", 9);
+        TuPktsync_forward(sig);
+        ose::free_buf(&sig);
+    });
+    b.world.runFor(ose::MS);
+    ASSERT_EQ(keeper.got.size(), 3u);
+    EXPECT_EQ(hexOf(keeper.got[0].data(), keeper.got[0].size()), "67c6090002000000");
+    EXPECT_EQ(hexOf(keeper.got[1].data(), keeper.got[1].size()), "66c60900");
+    EXPECT_EQ(hexOf(keeper.got[2].data(), keeper.got[2].size()), "2ec00900616263646566676869");
+}
+
+}  // namespace

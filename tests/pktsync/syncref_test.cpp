@@ -1,0 +1,431 @@
+// Syncref control: changes, latency, identities, services that are missing, requests that can't be met.
+#include "tests/pktsync/syncref_bench.h"
+
+namespace {
+
+using namespace bench;
+using syncref::state;
+
+/// Runs a body as a process of a fresh idle program, every trace on.
+struct Bench : IdleNode {
+    void step(const std::function<void()>& body)
+    {
+        node.traces().clear();
+        in([&body] {
+            node::traceAttachProcess();
+            syncrefSeen().events.clear();
+            body();
+        });
+    }
+    std::size_t traced(const std::string& text) { return node.traces().count({text}); }
+};
+
+const Events& events() { return syncrefSeen().events; }
+
+void create(const TuiifPktRefConfig& c, u32 syncrefId)
+{
+    give(createReq(c));
+    TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(syncrefId);
+}
+
+TEST(Syncref, StampLatencyGoesByBoardSpeedAndPort)
+{
+    struct Case { u32 board, linkSpeed, portWord; i32 asymmetry; };
+    constexpr Case CASES[] = {
+        {1, 4, 1, 1340 - 7750}, {1, 4, 0, 1605 - 8191}, {1, 6, 9, 230 - 1070}, {1, 6, 0, 434 - 1354},
+        {2, 4, 1, 0},           {2, 4, 0, 277 - 446},   {2, 6, 9, 0},          {2, 6, 0, 148 - 291},
+        {0, 4, 0, 1605 - 8191}, {1, 5, 0, -920},        {2, 0, 1, -920},
+    };
+    for (const Case& c : CASES) {
+        SCOPED_TRACE(testing::Message() << c.board << " " << c.linkSpeed << " " << c.portWord);
+        Bench b;
+        b.in([&c] {
+            syncrefReady(c.board);
+            EXPECT_EQ(TuPktsync_SyncrefCtrl_latencyAsymmetry(), -920);
+            TuiifPktRefConfig ref = pktRef(1, 4, 0, 24);
+            ref.linkSpeed = c.linkSpeed;
+            ref.portWord = c.portWord;
+            create(ref, 0);
+            EXPECT_EQ(TuPktsync_SyncrefCtrl_latencyAsymmetry(), c.asymmetry);
+            ref.linkSpeed = 6;                     // the port gets another speed, and no speed at all
+            ref.portWord = 0;
+            give(setReq(ref));
+            EXPECT_EQ(TuPktsync_SyncrefCtrl_latencyAsymmetry(), c.board == 2 ? -143 : -920);
+            ref.linkSpeed = 7;
+            give(setReq(ref));
+            EXPECT_EQ(TuPktsync_SyncrefCtrl_latencyAsymmetry(), c.board == 2 ? -143 : -920);
+        });
+        const std::string text = "unsupported linkSpeed (" + std::to_string(c.linkSpeed) + "), not changing";
+        EXPECT_EQ(b.traced(text), c.linkSpeed == 4 || c.linkSpeed == 6 ? 0u : 1u);
+        EXPECT_EQ(b.traced("unsupported linkSpeed (7), not changing latency"), 1u);
+    }
+}
+
+TEST(Syncref, AChangeTakesWhatItsKindAllows)
+{
+    Bench b;
+    b.in([] {
+        syncrefReady();
+        syncrefSeen().realClocks = true;
+        create(pktRef(1, 4, 0, 24), 0);
+        create(pktRef(2, 5, 3, 4), 1);
+    });
+    TuiifPktRefConfig change = pktRef(1, 4, 0, 99);
+    change.pbit = 5;
+    change.dscp = 46;
+    change.asymmetryCompensation = -120;
+    change.ptpProfile = ITU_T_G_8275_1;
+    change.serverIpAddress.address[3] = 77;
+    b.step([&change] {
+        give(setReq(change));
+        EXPECT_EQ(events(), (Events{{SENT, KVD_TUIIF_SET_PKT_REF_RO_CFM, 1, 4}}));
+        const PtpClockSetup& setup = ptpClockOf(0)->setup;
+        EXPECT_EQ(setup.pbit, 5);
+        EXPECT_EQ(setup.dscp, 0);
+        EXPECT_EQ(setup.delayAsymmetry, -120);
+        EXPECT_EQ(setup.ptpProfile, ITU_T_G_8275_1);
+        EXPECT_EQ(setup.domainNumber, 24);          // a domain stays what it was made with
+        EXPECT_EQ(state().table[0]->serverIpAddress, PktIpAddress{});
+    });
+    // Another class of service leaves the clock as it runs; another server makes it anew, supervised.
+    change.froId = 2;
+    change.froClassNo = 5;
+    change.serverIpAddress.address[3] = 9;
+    b.step([&change] {
+        give(setReq(change));
+        EXPECT_EQ(events(), (Events{{SENT, KVD_TUIIF_SET_PKT_REF_RO_CFM, 2, 5}}));
+        EXPECT_EQ(ptpClockOf(1)->setup.dscp, 46);
+        EXPECT_EQ(ptpClockOf(1)->setup.delayAsymmetry, 0);
+        EXPECT_FALSE(ptpClockOf(1)->enabled);
+    });
+    change.serverIpAddress.address[3] = 10;
+    b.step([&change] {
+        TuPktsync_SyncrefCtrl_selectionInd(2, 5, PKTSYNC_SELECT);
+        syncrefSeen().events.clear();
+        give(setReq(change));
+        EXPECT_EQ(events(), (Events{{DELETE_CLOCK, 1},
+                                    {NEW_CLOCK, 1, UDP_UC},
+                                    {SELECTED, 1, 1},
+                                    {SENT, KVD_TUIIF_SET_PKT_REF_RO_CFM, 2, 5}}));
+        EXPECT_EQ(ptpClockOf(1)->setup.serverIpAddress.octets[3], 10);
+        EXPECT_TRUE(ptpClockOf(1)->enabled);
+    });
+    EXPECT_EQ(b.traced("Restarted protocol handler for syncrefId 1 to effect change of serverIpAddress"), 1u);
+    b.step([&change] {
+        give(createReq(pktRef(3, 4, 0, 25)));
+        change.froId = 3;
+        change.froClassNo = 4;
+        give(setReq(change));                       // not until it stands
+        change.froId = 8;
+        give(setReq(change));
+        EXPECT_EQ(events(), (Events{{MC_ADD, 0}, {DRV_SET, 2}}));
+        for (const u32 id : {0, 1}) TuPktsync_delete_ptp_clock(id);
+    });
+    EXPECT_EQ(b.traced("Set request received from FRO when in state=CREATE_PENDING"), 1u);
+    EXPECT_EQ(b.traced("Set request received for non-existing froId(8) and froClassNo(4)"), 1u);
+}
+
+TEST(Syncref, IdentitiesAreDistinctAndTheStandardOneIsGivenBack)
+{
+    Bench b;
+    b.in([] {
+        syncrefReady();
+        const auto identity = [](u32 id) {
+            return hexOf(state().table[id]->port.clockIdentity.data(), 8);
+        };
+        TuiifPktRefConfig ref = pktRef(0, 4, 0, 0);
+        const u8 mac[6] = {0xAC, 0xDE, 0x48, 0x12, 0x34, 0x56};
+        std::memcpy(ref.macAddress, mac, sizeof mac);
+        for (u8 i = 0; i < 3; ++i) {
+            ref.froId = ref.ptpDomain = i;
+            create(ref, i);
+        }
+        EXPECT_EQ(identity(0), "acde48fffe123456");
+        EXPECT_EQ(identity(1), "acde48ff00123456");
+        EXPECT_EQ(identity(2), "acde48ff01123456");
+        give(deleteReq(1, 4));                       // not the standard one: it stays taken
+        TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(1);
+        ref.froId = ref.ptpDomain = 5;
+        create(ref, 1);
+        EXPECT_EQ(identity(1), "acde48ff00123456");
+        give(deleteReq(0, 4));
+        give(deleteReq(2, 4));
+        TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(2);
+        ref.froId = ref.ptpDomain = 6;               // place 0 isn't free yet: this one takes 2
+        create(ref, 2);
+        EXPECT_EQ(identity(2), "acde48fffe123456");
+        TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(0);
+        TuiifPktRefConfig v4 = pktRef(7, 5, 3, 4);
+        create(v4, 0);                               // place 0 has no other octet to take
+        EXPECT_EQ(identity(0), "c0a800fffe010000");
+        TuiifPktRefConfig v6 = pktRef(8, 5, 3, 4);
+        v6.ownIpAddress = {6, {}, {0x20, 1, 0xD, 0xB8, 0, 0, 0, 0, 0, 0, 1, 2, 3, 4, 5, 6}};
+        create(v6, 3);
+        EXPECT_EQ(identity(3), "010203ff02040506");
+    });
+}
+
+TEST(Syncref, TheDriverLearnsWhereItsMessagesComeFrom)
+{
+    Bench b;
+    b.in([] {
+        syncrefReady();
+        TuiifPktRefConfig ref = pktRef(1, 4, 0, 24);
+        ref.portWord = 3;
+        create(ref, 0);
+        EXPECT_EQ(syncrefSeen().ref.transport, 0u);
+        EXPECT_EQ(syncrefSeen().ref.portWord, 3u);
+        EXPECT_EQ(syncrefSeen().ref.domainNumber, 24u);
+        create(pktRef(2, 5, 3, 4), 1);
+        EXPECT_EQ(syncrefSeen().ref.transport, 1u);
+        EXPECT_EQ(hexOf(syncrefSeen().ref.serverIpAddress.data(), 20),
+                  "00000004c0a80009000000000000000000000000");
+    });
+}
+
+TEST(Syncref, CreationsThatFailLeaveTheirPlaceFree)
+{
+    struct Case {
+        u8 type;
+        u32 mcResult, driver, result;
+        i32 eventSocket, generalSocket;
+        Events before;                               // of the answer
+        const char* trace;
+    };
+    const Case CASES[] = {
+        {1, 0, 1, 2, 0, 1, {}, "MULTI_IP_TIME_PTP not yet implemented"},
+        {2, 0, 1, 2, 0, 1, {}, "UNI_IP_TIME_PTP not yet implemented"},
+        {4, 0, 1, 2, 0, 1, {}, "UNI_IP_FREQ_NTP not yet implemented"},
+        {5, 0, 1, 2, 0, 1, {}, "Unknown typeOfPktStruct"},
+        {255, 0, 1, 2, 0, 1, {}, "Unknown typeOfPktStruct"},
+        {3, 0, 1, 1, -2, 1, {{SOCKET, 2}},
+         "host not available when creating event-message socket for syncrefId 0"},
+        {3, 0, 1, 2, -1, 1, {{SOCKET, 2}}, "failed to create event-message socket for syncrefId 0"},
+        {3, 0, 1, 1, 4, -2, {{SOCKET, 2}, {SOCKET, 1}, {SOCKET_GIVEN_BACK, 4}},
+         "host not available when creating general-message socket for syncrefId 0"},
+        {3, 0, 1, 2, 4, -1, {{SOCKET, 2}, {SOCKET, 1}, {SOCKET_GIVEN_BACK, 4}},
+         "failed to create general-message socket for syncrefId 0"},
+        {0, 2, 1, 2, 0, 1, {{MC_ADD, 0}}, ""},       // no frame service
+        {0, 0, 0, 2, 0, 1, {{MC_ADD, 0}, {DRV_SET, 0}, {MC_REMOVE, 0}},
+         "Removing unsuccessful partial setup"},
+        {3, 0, 0, 2, 0, 1,
+         {{SOCKET, 2}, {SOCKET, 1}, {DRV_SET, 0}, {SOCKET_GIVEN_BACK, 0}, {SOCKET_GIVEN_BACK, 1}},
+         "Removing unsuccessful partial setup"},
+    };
+    for (const bool isAudit : {false, true}) {
+        for (const Case& c : CASES) {
+            SCOPED_TRACE(testing::Message() << "type " << int{c.type} << " " << c.trace << isAudit);
+            Bench b;
+            b.in([&] { isAudit ? syncrefBegin() : syncrefReady(); });
+            b.step([&] {
+                syncrefSeen().mcResult = c.mcResult;
+                syncrefSeen().driver = c.driver;
+                syncrefSeen().eventSocket = c.eventSocket;
+                syncrefSeen().generalSocket = c.generalSocket;
+                const TuiifPktRefConfig ref = pktRef(1, 4, c.type, 24);
+                if (isAudit) giveAudit({ref}, 1);
+                else give(createReq(ref));
+                Events wanted = c.before;
+                if (isAudit) wanted.push_back({SENT, KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND, 1, 4, c.result});
+                else wanted.push_back({SENT, KVD_TUIIF_CREATE_PKT_REF_RO_CFM, 1, 4, c.result});
+                EXPECT_EQ(events(), wanted);
+                EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), READY);
+                EXPECT_EQ(TuPktsync_SyncrefCtrl_syncrefIdOf(1, 4), -1);
+                // The next good one takes the place and the standard identity.
+                syncrefSeen().mcResult = 0;
+                syncrefSeen().driver = 1;
+                create(pktRef(2, 4, 0, 24), 0);
+                EXPECT_EQ(state().table[0]->syncRefIndivState, syncref::CREATED);
+                EXPECT_EQ(state().table[0]->port.clockIdentity[4], 0xFE);
+            });
+            if (*c.trace != '\0') {
+                EXPECT_EQ(b.traced(c.trace), 1u);
+            }
+        }
+    }
+}
+
+TEST(Syncref, AnAuditAnswersEveryRowWhateverBecameOfIt)
+{
+    Bench b;
+    b.in([] { syncrefBegin(); });
+    b.step([] {
+        giveAudit({pktRef(1, 4, 4, 1), pktRef(2, 4, 0, 2), pktRef(3, 5, 9, 4)}, 3);
+        TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(0);
+        EXPECT_EQ(events().back(), (std::vector<u32>{SENT, KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND, 1, 4, 2, 2,
+                                                     4, 0, 3, 5, 2}));
+        EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), READY);
+    });
+    // Fewer rows than it says: what is there is taken, and the shortness is traced.
+    Bench other;
+    other.in([] { syncrefBegin(); });
+    other.step([] {
+        giveAudit({pktRef(2, 4, 0, 2)}, 3);
+        TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(0);
+        EXPECT_EQ(events().back(),
+                  (std::vector<u32>{SENT, KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND, 2, 4, 0}));
+        EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), READY);
+    });
+    EXPECT_EQ(other.node.traces().lines().front().level, TRACE_ERROR);
+}
+
+TEST(Syncref, AMassDeleteWaitsForWhatIsOnItsWay)
+{
+    Bench b;
+    b.in([] {
+        syncrefReady();
+        create(pktRef(1, 4, 0, 1), 0);
+        create(pktRef(2, 4, 0, 2), 1);
+        give(deleteReq(1, 4));                       // on its way out
+        give(createReq(pktRef(3, 4, 0, 3)));         // on its way in
+        give(SIGSELECT{TUPKTSYNC_TUIIF_DOWN_IND});
+        EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), AUDIT_DELETE_PENDING);
+        give(TuPktsyncTuiifUpInd{TUPKTSYNC_TUIIF_UP_IND, 1});
+        syncrefSeen().events.clear();
+        TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(0);
+        TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(1);
+        EXPECT_EQ(events(), Events{});               // neither is confirmed to the main processor
+        TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(2);
+        EXPECT_EQ(events(), (Events{{NEW_CLOCK, 2, 0}, {DELETE_CLOCK, 2}, {MC_REMOVE, 0}, {DRV_DELETE, 2}}));
+        EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), AUDIT_DELETE_PENDING);
+        TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(2);
+        EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), AUDIT_PENDING);
+        EXPECT_EQ(events().back(), (std::vector<u32>{SENT, KVD_TUIIF_AUDIT_PKT_REF_RO_REQ}));
+        // One that can't be made counts as well.
+        giveAudit({}, 0);
+        give(createReq(pktRef(4, 4, 0, 4)));
+        give(SIGSELECT{TUPKTSYNC_TUIIF_DOWN_IND});
+        syncrefSeen().clockStands = false;
+        TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(0);
+        EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), READY);
+    });
+}
+
+TEST(Syncref, AttributesComeFromTheClockOrAreZero)
+{
+    Bench b;
+    b.in([] { syncrefBegin(); });
+    const KvdTuiifGetPktRefRoAttribReq req{KVD_TUIIF_GET_PKT_REF_RO_ATTRIB_REQ, 1, 4};
+    b.step([&req] {
+        give(req);
+        EXPECT_EQ(events(), Events{});
+    });
+    EXPECT_EQ(b.traced("Get Attributes request received from FRO when not READY: state=AUDIT_PENDING"), 1u);
+    b.step([&req] {
+        giveAudit({}, 0);
+        syncrefSeen().sent.clear();
+        give(req);
+        ASSERT_EQ(syncrefSeen().sent.size(), 1u);
+        const std::vector<u8>& sent = syncrefSeen().sent[0];
+        ASSERT_EQ(sent.size(), 208u);
+        EXPECT_EQ(std::count(sent.begin() + 12, sent.end(), 0), 196);
+    });
+    EXPECT_EQ(b.traced("Get Attributes Request for non-PTP syncref (froId/froClassNo 1/4); replying with "
+                       "all zeroes"), 1u);
+    b.step([&req] {
+        syncrefSeen().realClocks = true;
+        create(pktRef(1, 4, 0, 24), 0);
+        PtpClock& c = *ptpClockOf(0);
+        TuPktsyncPTP_handleRegInd(0, -0x1234567890, 4711);
+        c.stepsRemoved = 2;
+        c.parent.parentPortIdentity = {identityOf("001b19fffe000001"), 7};
+        c.parent.grandmasterIdentity = identityOf("001b19fffe000002");
+        c.parent.grandmasterClockQuality = {6, 0x21, 0x4E5D};
+        c.parent.grandmasterPriority1 = 127;
+        c.parent.grandmasterPriority2 = 126;
+        constexpr u8 FLAGS = PTP_UTC_OFFSET_VALID | PTP_TIMESCALE | PTP_FREQUENCY_TRACEABLE | PTP_LEAP59;
+        c.timeProperties = {37, FLAGS, 0x20};
+        c.logAnnounceInterval = -3;
+        c.logSyncInterval = -4;
+        syncrefSeen().sent.clear();
+        give(req);
+        KvdTuiifGetPktRefRoAttribCfm a;
+        ASSERT_EQ(syncrefSeen().sent[0].size(), sizeof a);
+        std::memcpy(&a, syncrefSeen().sent[0].data(), sizeof a);
+        EXPECT_EQ(hexOf(a.clockIdentity, 8), "020000fffe000001");
+        EXPECT_EQ(a.twoStepFlag + a.slaveOnly + a.numberPorts, 3);
+        EXPECT_EQ(a.clockClass, 255);
+        EXPECT_EQ(a.domainNumber, 24);
+        EXPECT_EQ(a.stepsRemoved, 2);
+        EXPECT_EQ(a.offsetFromMaster, -0x1234567890);
+        EXPECT_EQ(a.meanPathDelay, 4711);
+        EXPECT_EQ(hexOf(a.parentClockIdentity, 8), "001b19fffe000001");
+        EXPECT_EQ(a.parentPortNumber, 7);
+        EXPECT_EQ(hexOf(a.grandmasterIdentity, 8), "001b19fffe000002");
+        EXPECT_EQ(a.grandmasterClockClass, 6);
+        EXPECT_EQ(a.grandmasterClockAccuracy, 0x21);
+        EXPECT_EQ(a.grandmasterOffsetScaledLogVariance, 0x4E5D);
+        EXPECT_EQ(a.grandmasterPriority1, 127);
+        EXPECT_EQ(a.grandmasterPriority2, 126);
+        EXPECT_EQ(a.currentUtcOffset, 37);
+        const std::array<u8, 6> flags{a.currentUtcOffsetValid, a.leap59, a.leap61, a.timeTraceable,
+                                      a.frequencyTraceable, a.ptpTimescale};
+        EXPECT_EQ(flags, (std::array<u8, 6>{1, 1, 0, 0, 1, 1}));
+        EXPECT_EQ(a.timeSource, 0x20);
+        EXPECT_EQ(a.portState, LISTENING);
+        EXPECT_EQ(a.logAnnounceInterval, -3);
+        EXPECT_EQ(a.logSyncInterval, -4);
+        EXPECT_EQ(a.logMinDelayReqInterval, 3);
+        TuPktsync_delete_ptp_clock(0);
+    });
+}
+
+TEST(Syncref, SupervisionGoesToTheClockOfAPacketReference)
+{
+    Bench b;
+    b.in([] { syncrefReady(); });
+    const auto supervise = [](u8 on, u8 refType, u32 froId) {
+        KvdTuiifSynchPathSupInd ind{};
+        ind.sigNo = KVD_TUIIF_SYNCH_PATH_SUP_IND;
+        ind.on = on;
+        ind.refType = refType;
+        ind.froId = froId;
+        ind.froClassNo = 4;
+        give(ind);
+    };
+    b.step([&supervise] {
+        syncrefSeen().realClocks = true;
+        create(pktRef(1, 4, 0, 24), 0);
+        constexpr u8 PACKET_TIME = 7, GPS = 2;
+        supervise(1, PACKET_TIME, 1);
+        EXPECT_TRUE(ptpClockOf(0)->enabled);
+        supervise(0, GPS, 1);                        // another kind's identity of the same number
+        EXPECT_TRUE(ptpClockOf(0)->enabled);
+        supervise(0, PACKET_TIME, 1);
+        EXPECT_FALSE(ptpClockOf(0)->enabled);
+        supervise(1, PACKET_TIME, 6);
+        TuPktsync_delete_ptp_clock(0);
+    });
+    EXPECT_EQ(b.traced("Synch Path Sup Ind received for non-existing froId(6) and froClassNo(4)"), 1u);
+}
+
+TEST(Syncref, AShortSignalIsTracedAndTheNextIsTaken)
+{
+    Bench b;
+    b.in([] { syncrefReady(); });
+    constexpr SIGSELECT NUMBERS[] = {
+        KVD_TUIIF_CREATE_PKT_REF_RO_REQ, KVD_TUIIF_DELETE_PKT_REF_RO_REQ, KVD_TUIIF_SET_PKT_REF_RO_REQ,
+        KVD_TUIIF_GET_PKT_REF_RO_ATTRIB_REQ, KVD_TUIIF_SYNCH_PATH_SUP_IND, TUPKTSYNC_TMO_IND,
+    };
+    for (const SIGSELECT number : NUMBERS) {
+        b.step([number] {
+            give(number);                            // its number and nothing else
+            EXPECT_EQ(events(), Events{});
+        });
+        EXPECT_EQ(b.node.traces().lines().size(), 1u) << std::hex << number;
+    }
+    b.step([] {
+        create(pktRef(1, 4, 0, 24), 0);
+        EXPECT_EQ(events().back(), (std::vector<u32>{SENT, KVD_TUIIF_CREATE_PKT_REF_RO_CFM, 1, 4, 0}));
+    });
+    Bench audited;
+    audited.in([] { syncrefBegin(); });
+    audited.step([] {
+        give(SIGSELECT{KVD_TUIIF_AUDIT_PKT_REF_RO_CFM});
+        EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), AUDIT_PENDING);
+        giveAudit({}, 0);
+        EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), READY);
+    });
+}
+
+}  // namespace

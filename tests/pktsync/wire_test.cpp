@@ -1,0 +1,285 @@
+// What a running unit sends to PTP masters, octet by octet; stamps that are lost or come twice; what the
+// main processor and the operator can see and do meanwhile.
+#include "mgr/trace_groups.h"
+#include "tests/pktsync/packet_unit.h"
+
+namespace {
+
+using namespace bench;
+namespace ptp = sim::ptp;
+
+constexpr u32 LATE_SECONDS = 30;
+
+sim::PtpMasterConfig calmMaster(i8 log = 0)
+{
+    sim::PtpMasterConfig c;
+    c.logAnnounce = c.logSync = c.logDelayReq = log;
+    return c;
+}
+
+/// A unit with an Ethernet reference in domain 24 that follows its master.
+struct Following : PacketUnit {
+    sim::PtpMaster master;
+    explicit Following(const sim::MpPacketRef& ref = ethernetRef(1, 24),
+                       const sim::PtpMasterConfig& config = calmMaster())
+        : master(world, net, config)
+    {
+        net.connect(node.packetPort(), master, {}, {});
+        on();
+        node.mainProcessor().createPacketRef(ref);
+        run(12);
+    }
+};
+
+/// The messages that the unit sent, read by the other reader; each is what that one's writer makes of it.
+std::vector<ptp::Message> messages(const std::vector<sim::NetPacket>& sent)
+{
+    std::vector<ptp::Message> all;
+    for (const sim::NetPacket& p : sent) {
+        const std::size_t at = p.isFrame ? ptp::messageAt(p.bytes) : 0;
+        std::string why;
+        const auto m = ptp::read(p.bytes.data() + at, p.bytes.size() - at, &why);
+        EXPECT_TRUE(m) << why;
+        if (!m) continue;
+        const std::vector<u8> whole(p.bytes.begin() + static_cast<std::ptrdiff_t>(at), p.bytes.end());
+        EXPECT_EQ(ptp::write(*m), whole);
+        all.push_back(*m);
+    }
+    return all;
+}
+std::string hex(const sim::NetPacket& p) { return hexOf(p.bytes.data(), p.bytes.size()); }
+
+TEST(PtpWire, DelayReqOnEthernet)
+{
+    struct Case { u8 pbit, group; i32 asymmetry_ns; u8 profile; const char* header; const char* correction; };
+    constexpr Case CASES[] = {
+        {0, 0, 0, 0, "011b1900000002000000000188f7", "0000000000000000"},
+        {0, 1, 250, 0, "0180c200000e02000000000188f7", "ffffffffff060000"},
+        {3, 0, -120, 0, "011b190000000200000000018100600088f7", "0000000000780000"},
+        {7, 1, 0, 1, "0180c200000e0200000000018100e00088f7", "0000000000000000"},
+    };
+    for (const Case& c : CASES) {
+        SCOPED_TRACE(c.header);
+        sim::MpPacketRef ref = ethernetRef(1, 24, c.pbit);
+        ref.multicastAddress = c.group;
+        ref.asymmetry_ns = c.asymmetry_ns;
+        ref.profile = c.profile;
+        sim::PtpMasterConfig gm = calmMaster(-3);
+        gm.nonForwardable = c.group == 1;
+        Following u(ref, gm);
+        ASSERT_GE(u.sent.size(), 10u);
+        EXPECT_EQ(hex(u.sent[0]), std::string(c.header) + "0102002c1800003c" + c.correction +
+                                      "00000000020000fffe00000100010000017f00000000000000000000");
+        u16 sequence = 0;
+        for (const ptp::Message& m : messages(u.sent)) {
+            EXPECT_EQ(m.type, ptp::DELAY_REQ);
+            EXPECT_EQ(m.sequence, sequence++);
+        }
+        EXPECT_EQ(u.clock(0).portState, u32{SLAVE});
+        EXPECT_EQ(u.clock(0).delay.status, u32{DRM_OK});
+    }
+}
+
+TEST(PtpWire, UnicastNegotiationAndDelayReqOverUdp)
+{
+    sim::PtpMasterConfig gm = calmMaster(-3);
+    gm.unicast = true;
+    gm.address = {4, {192, 168, 0, 9}};
+    gm.domain = 4;
+    Following u(unicastRef(2), gm);
+    const std::string FROM_UNIT = "000000000000000000000000c0a800fffe0100000001";
+    const std::string ANY = "ffffffffffffffffffff", SERVER = "001b19fffe0000010001";
+    ASSERT_GE(u.sent.size(), 4u);
+    EXPECT_EQ(hex(u.sent[0]), "0c02003604000400" + FROM_UNIT + "0000057f" + ANY + "00040006b0010000012c");
+    EXPECT_EQ(hex(u.sent[1]), "0c0200360400043c" + FROM_UNIT + "0001057f" + SERVER + "0004000600fd0000012c");
+    std::vector<std::string> signaling, delayReq;
+    for (const sim::NetPacket& p : u.sent) {
+        EXPECT_EQ(p.to, gm.address);
+        EXPECT_EQ(p.toPort, p.fromPort);
+        (p.bytes[0] == 0x0C ? signaling : delayReq).push_back(hex(p));
+        EXPECT_EQ(p.toPort, p.bytes[0] == 0x0C ? 320 : 319);
+    }
+    messages(u.sent);
+    ASSERT_EQ(signaling.size(), 3u);
+    EXPECT_EQ(signaling[2], "0c0200360400043c" + FROM_UNIT + "0002057f" + SERVER + "0004000690fd0000012c");
+    ASSERT_FALSE(delayReq.empty());
+    EXPECT_EQ(delayReq[0], "0102002c0400043c" + FROM_UNIT + "0000017f00000000000000000000");
+    EXPECT_EQ(u.node.ipsocki().tos(u.socket(0).socketId), 184);
+
+    u.sent.clear();
+    u.master.cancelContracts();
+    u.run(0.5);
+    std::vector<std::string> acknowledged;
+    for (const ptp::Message& m : messages(u.sent))
+        for (const auto& tlv : m.tlvs)
+            acknowledged.push_back(std::to_string(tlv.type) + ":" +
+                                   hexOf(tlv.value.data(), tlv.value.size()));
+    std::sort(acknowledged.begin(), acknowledged.end());
+    EXPECT_EQ(acknowledged, (std::vector<std::string>{"7:0000", "7:9000", "7:b000"}));
+
+    u.run(20);                                       // it asks anew, and is granted
+    u.sent.clear();
+    EXPECT_EQ(u.master.contracts(), 3u);
+    u.node.mainProcessor().deletePacketRef(2, 5);
+    u.run(0.5);
+    std::vector<std::string> cancelled;
+    for (const ptp::Message& m : messages(u.sent)) {
+        if (m.type != ptp::SIGNALING) continue;
+        ASSERT_EQ(m.tlvs.size(), 1u);
+        EXPECT_EQ(m.tlvs[0].type, ptp::TLV_CANCEL);
+        EXPECT_EQ(m.length, 50);
+        cancelled.push_back(hexOf(m.tlvs[0].value.data(), m.tlvs[0].value.size()));
+    }
+    EXPECT_EQ(cancelled, (std::vector<std::string>{"b000", "0000", "9000"}));
+    EXPECT_EQ(u.master.contracts(), 0u);
+    EXPECT_EQ(u.node.ipsocki().sockets(), 0u);
+}
+
+TEST(PtpStamps, ThatAreLostOrComeTwice)
+{
+    Following u;
+    ASSERT_EQ(u.clock(0).delay.status, u32{DRM_OK});
+    u.node.pktsyncDrv().lostStamps = 1;
+    u.run(LATE_SECONDS);
+    EXPECT_EQ(u.clock(0).delay.status, u32{DRM_LATE});
+    EXPECT_NE(u.clock(0).fault_flags & FAULT_NO_DELAY_RESP, 0u);
+    EXPECT_EQ(u.clock(0).portState, u32{SLAVE});     // the master is still heard
+    u.node.pktsyncDrv().lostStamps = 0;
+    u.run(LATE_SECONDS);
+    EXPECT_EQ(u.clock(0).delay.status, u32{DRM_OK});
+    EXPECT_EQ(u.clock(0).fault_flags & FAULT_NO_DELAY_RESP, 0u);
+    u.node.pktsyncDrv().doubledStamps = 1000;
+    const u32 before = u.clock(0).delay.stamps.TSoverwrites;
+    u.run(LATE_SECONDS);
+    EXPECT_EQ(u.clock(0).delay.status, u32{DRM_OK});
+    EXPECT_GT(u.clock(0).delay.stamps.TSoverwrites, before);
+    // Of a reference that isn't, and cut short.
+    u.inject(PktsyncDrvTimestampInd{PKTSYNCDRV_TIMESTAMP_IND, 0x00010007, 0x01000000, 1, 2});
+    EXPECT_EQ(u.traces("PktSyncDrvTimestampInd for non-existing syncrefId(7)"), 1u);
+}
+
+TEST(PtpSelection, LetsTheExchangesOfOneReferenceReachTheRegulator)
+{
+    Following u;
+    EXPECT_EQ(u.traces("PTP packet received"), 0u);
+    EXPECT_GT(u.traces("handle_Sync_timestamps(syncrefId=0) - clock not selected"), 0u);
+    constexpr u8 PACKET_TIME = 7;
+    u.node.mainProcessor().select(PACKET_TIME, 1, 4);
+    u.run(0.1);
+    u.node.traces().clear();
+    u.run(5);
+    EXPECT_EQ(u.traces("PTP packet received"), 5u);  // one a Sync
+    EXPECT_EQ(u.traces("Timestamps sent to tureg for syncrefId=0"), 5u);
+    u.node.mainProcessor().selectNone();
+    u.run(0.1);
+    u.node.traces().clear();
+    u.run(5);
+    EXPECT_EQ(u.traces("PTP packet received"), 0u);
+    EXPECT_EQ(u.node.inProgram(TuPktsync_SyncrefCtrl_selectedSyncrefId), -1);
+}
+
+TEST(PtpFrames, OfAnyLengthLeaveTheClockFollowing)
+{
+    Following u;
+    ptp::Message m;
+    m.domain = 24;
+    m.source.clock = u.master.config.identity;
+    m.sequence = 40'000;
+    for (const u8 type : {ptp::SYNC, ptp::FOLLOW_UP, ptp::DELAY_RESP, ptp::ANNOUNCE, ptp::SIGNALING,
+                          ptp::MANAGEMENT}) {
+        for (const u8 priority : {0, 5}) {
+            m.type = type;
+            sim::NetPacket p;
+            const std::vector<u8> whole = ptp::frame({1, 0x1B, 0x19, 0, 0, 0}, {2}, priority, ptp::write(m));
+            for (std::size_t length = 0; length < whole.size(); ++length) {
+                p.bytes.assign(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
+                u.node.packetPort().onPacket(p);
+            }
+        }
+    }
+    u.run(5);
+    EXPECT_EQ(u.clock(0).portState, u32{SLAVE});
+    EXPECT_EQ(u.clock(0).parent.parentPortIdentity.clockIdentity, u.master.config.identity);
+    EXPECT_GT(u.traces("in too short frame"), 100u);
+}
+
+TEST(PtpAttributes, OfAFollowingClockReachTheMainProcessor)
+{
+    Following u;
+    u.node.mainProcessor().askPacketRefAttributes(1, 4);
+    u.run(0.1);
+    const sim::MpRecord* const record = u.node.mainProcessor().last(KVD_TUIIF_GET_PKT_REF_RO_ATTRIB_CFM);
+    ASSERT_NE(record, nullptr);
+    const auto a = record->as<KvdTuiifGetPktRefRoAttribCfm>();
+    ASSERT_TRUE(a);
+    EXPECT_EQ(a->froId, 1u);
+    EXPECT_EQ(a->portState, SLAVE);
+    EXPECT_EQ(a->stepsRemoved, 1);
+    EXPECT_EQ(hexOf(a->grandmasterIdentity, 8), "001b19fffe000001");
+    EXPECT_EQ(a->grandmasterClockClass, 6);
+    EXPECT_EQ(a->timeTraceable + a->frequencyTraceable + a->ptpTimescale + a->currentUtcOffsetValid, 4);
+    EXPECT_EQ(a->currentUtcOffset, 37);
+}
+
+TEST(PtpConsole, ShowsWhatIsThere)
+{
+    Following u;
+    u.node.mainProcessor().createPacketRef(unicastRef(2));
+    u.run(1);
+    std::string out;
+    EXPECT_EQ(u.command("kvdtupktsync", out), 0);
+    for (const char* text : {"ROOT_STARTED", "ATTACHED", "group 0              : joined, 1 users",
+                             "192.168.0.1 port 319, 1 users", "syncref control      : READY, selected -1",
+                             "port state           : SLAVE, domain 24", "001b19fffe000001, class 6",
+                             "clock 1, froId 2, froClassNo 5", "negotiation"})
+        EXPECT_NE(out.find(text), std::string::npos) << text << "\n" << out;
+    EXPECT_NE(u.command("kvdtupktsync now", out), 0);
+    EXPECT_NE(out.find("Usage: kvdtupktsync"), std::string::npos);
+}
+
+TEST(PtpConsole, AnnouncesAreOverriddenAndDropped)
+{
+    Following u;
+    std::string out;
+    EXPECT_EQ(u.command("genann list", out), 0);     // gathers from now on
+    EXPECT_EQ(out, "");
+    EXPECT_NE(u.command("genann 0 override on", out), 0);
+    EXPECT_NE(out.find("No Announce has come for entry 0"), std::string::npos);
+    u.run(3);
+    EXPECT_EQ(u.command("genann list", out), 0);
+    EXPECT_NE(out.find("0: 001b19fffe000001-1 override off, filter 0xffff"), std::string::npos) << out;
+    EXPECT_NE(out.find("class 6 accuracy 0x21 variance 0x4e5d priority1 128"), std::string::npos) << out;
+    for (const char* line : {"genann", "genann start", "genann 5 override on", "genann 0 override",
+                             "genann 0 override maybe", "genann 0 set class 256", "genann 0 set colour 1",
+                             "genann 0 set class -1", "genann 0 filter 0x10000", "genann 0 filter 12x",
+                             "genann x filter 1"}) {
+        EXPECT_NE(u.command(line, out), 0) << line;
+        EXPECT_NE(out.find("Usage: genann list"), std::string::npos) << line;
+    }
+    // What it is told to say comes instead; the grandmaster's own identity stays.
+    EXPECT_EQ(u.command("genann 0 override on", out), 0);
+    EXPECT_EQ(u.command("genann 0 set class 52", out), 0);
+    EXPECT_EQ(u.command("genann 0 set accuracy 0xfe", out), 0);
+    EXPECT_EQ(u.command("genann 0 set steps 3", out), 0);
+    EXPECT_EQ(u.command("genann 0 set flags 8", out), 0);
+    u.run(3);
+    EXPECT_EQ(u.clock(0).parent.grandmasterClockQuality.clockClass, 52);
+    EXPECT_EQ(u.clock(0).parent.grandmasterClockQuality.clockAccuracy, 0xFE);
+    EXPECT_EQ(u.clock(0).stepsRemoved, 4);
+    EXPECT_EQ(u.clock(0).timeProperties.flags, 8);
+    EXPECT_EQ(u.clock(0).parent.grandmasterIdentity, u.master.config.identity);
+    EXPECT_EQ(u.command("genann 0 override off", out), 0);
+    u.run(3);
+    EXPECT_EQ(u.clock(0).parent.grandmasterClockQuality.clockClass, 6);
+    // Every one dropped: the master is lost; with "stop" it is heard again.
+    EXPECT_EQ(u.command("genann 0 filter 0", out), 0);
+    u.run(12);
+    EXPECT_EQ(u.clock(0).portState, u32{LISTENING});
+    EXPECT_EQ(u.command("genann stop", out), 0);
+    u.run(12);
+    EXPECT_EQ(u.clock(0).portState, u32{SLAVE});
+    EXPECT_EQ(u.command("genann list", out), 0);
+    EXPECT_EQ(out, "");
+}
+
+}  // namespace
