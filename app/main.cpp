@@ -1,5 +1,6 @@
-// tu - Runs timing units in a simulated node from a scenario, or feeds one the log of a receiver.
+// tu - Runs timing units in a simulated node from a scenario, or feeds one the log of a receiver or a capture.
 #include "app/nmea.h"
+#include "app/pcap.h"
 #include "app/report.h"
 #include "app/runner.h"
 #include "app/soak.h"
@@ -96,6 +97,15 @@ int nmea(const NmeaArguments& a)
     return result.misuses.empty() ? 0 : CHECK_FAILED;
 }
 
+int pcap(const std::string& file, bool summary)
+{
+    app::PcapBench unit(app::readPcap(file));
+    if (!summary) unit.onMessage([](const app::PcapMessage& m) { app::printPcapMessage(m, stdout); });
+    const app::PcapResult result = unit.run();
+    app::printPcapResult(result, file, stdout);
+    return result.misuses.empty() ? 0 : CHECK_FAILED;
+}
+
 int soak(app::SoakOptions options, u32 runs)
 {
     int failed = 0;
@@ -134,6 +144,12 @@ int main(int argc, char** argv)
     nmeaCommand->add_option("--seed", n.seed, "Seed of the noise");
     nmeaCommand->add_flag("--raw", n.raw, "Leave the ends of lines as they are");
     nmeaCommand->add_flag("--verbose", n.verbose, "Each sentence with what became of it");
+    std::string capture;
+    bool captureSummary = false;
+    CLI::App* const pcapCommand =
+        tu.add_subcommand("pcap", "Hand a capture's PTP to a unit and tell what it takes");
+    pcapCommand->add_option("file", capture, "pcap or pcapng of Ethernet, plain or gzip")->required();
+    pcapCommand->add_flag("--summary", captureSummary, "The closing table alone");
     app::SoakOptions s;
     u32 runs = 1;
     CLI::App* const soakCommand = tu.add_subcommand(
@@ -146,6 +162,7 @@ int main(int argc, char** argv)
     try {
         tu.parse(argc, argv);
         if (soakCommand->parsed()) return soak(s, runs);
+        if (pcapCommand->parsed()) return pcap(capture, captureSummary);
         return nmeaCommand->parsed() ? nmea(n) : run(a);
     } catch (const CLI::ParseError& e) {
         return e.get_exit_code() == 0 ? tu.exit(e) : refuse(std::string("tu: ") + e.what());
@@ -154,6 +171,8 @@ int main(int argc, char** argv)
     } catch (const sim::SeriesError& e) {
         return refuse(e.what());
     } catch (const app::NmeaError& e) {
+        return refuse(e.what());
+    } catch (const app::PcapError& e) {
         return refuse(e.what());
     }
 }

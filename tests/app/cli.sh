@@ -43,6 +43,17 @@ expect 2 "no such log" nmea "$dir/none.log"
 grep -q 'none.log: ' "$dir/err" || { echo "the log isn't named"; failed=1; }
 expect 2 "a folder as a log" nmea "$dir"
 expect 2 "noise out of range" nmea "$dir/good.log" --noise 2
+printf '\324\303\262\241\002\000\004\000\000\000\000\000\000\000\000\000\377\377\000\000' >"$dir/head"
+{ cat "$dir/head"; printf '\001\000\000\000'; } >"$dir/good.pcap"
+{ cat "$dir/good.pcap"; printf '\001\000'; } >"$dir/cut.pcap"
+{ cat "$dir/head"; printf '\161\000\000\000'; } >"$dir/other.pcap"
+expect 0 "a capture" pcap "$dir/good.pcap" --summary
+grep -q 'good.pcap: 0 packets' "$dir/out" || { echo "no table of the capture"; failed=1; }
+expect 2 "no capture" pcap "$dir/good.log"
+expect 2 "a capture cut off" pcap "$dir/cut.pcap"
+grep -q 'cut.pcap: cut off' "$dir/err" || { echo "the capture isn't told to be cut"; failed=1; }
+expect 2 "a capture of another link" pcap "$dir/other.pcap"
+expect 2 "no such capture" pcap "$dir/none.pcap"
 expect 2 "a folder that can't be made" run "$dir/good.toml" --out /proc/none
 expect 0 "a long run" soak --hours 0.2 --seed 5 --save "$dir/drawn.toml"
 expect 0 "what it drew" run "$dir/drawn.toml" --quiet
