@@ -36,6 +36,7 @@ enum class LinkKind : u8 {
     Idl1,         // words between the boards
     Idl2,         // delays that the port servers measure, carried by the main processors
     Inci,         // the path between two units' processes; nobody leads
+    Cpri,         // a radio link: each end's measurement server measures the other unit's clock
 };
 enum class LinkFault : u8 {
     Garbled,      // share of bytes, or of words, with a bit turned over
@@ -55,7 +56,7 @@ struct LinkSpec {
     double delay_s = 0;              // each way
     PhaseNoiseLevels noise = {};     // of each passage
     bool up = true;
-    u16 fromPort = 1, toPort = 1;    // of the port servers, 1 to 6
+    u16 fromPort = 1, toPort = 1;    // of the port or measurement servers, 1 to 6
 };
 
 /// Between two hosts of the packet network, masters or units.

@@ -26,7 +26,7 @@ LinkSpec readLink(const toml::table& table, const std::string& file, const Scena
     LinkSpec l;
     l.kind = t.choice<LinkKind>("type", {{"gps_out", LinkKind::GpsOut}, {"hptsi", LinkKind::Hptsi},
                                           {"idl1", LinkKind::Idl1}, {"idl2", LinkKind::Idl2},
-                                          {"inci", LinkKind::Inci}});
+                                          {"inci", LinkKind::Inci}, {"cpri", LinkKind::Cpri}});
     l.from = unitOf(t, "from", scenario);
     l.to = unitOf(t, "to", scenario);
     if (l.from == l.to) t.fail("to", "a link has two ends");
@@ -37,7 +37,11 @@ LinkSpec readLink(const toml::table& table, const std::string& file, const Scena
     l.noise.white_s = t.number("white_ns", 0.0) * NS;
     l.noise.flicker_s = t.number("flicker_ns", 0.0) * NS;
     l.up = t.boolean("up", true);
-    if (l.kind == LinkKind::Idl2) {
+    if (l.kind == LinkKind::Cpri)
+        for (const UnitSpec& u : scenario.units)
+            if ((u.node.name == l.from || u.node.name == l.to) && !u.node.inrsi.present)
+                t.fail("type", "'" + u.node.name + "' has no [unit.inrsi]");
+    if (l.kind == LinkKind::Idl2 || l.kind == LinkKind::Cpri) {
         l.fromPort = static_cast<u16>(t.integer("from_port", 1, 6, 1));
         l.toPort = static_cast<u16>(t.integer("to_port", 1, 6, 1));
     }

@@ -60,10 +60,15 @@ Action orderDeselect(TableReader& t)
     return [ind](Unit& u) { u.node().mainProcessor().sendLayout(ind); };
 }
 
-/// The far unit's count, which runs with true time since the power-on.
+/// The far unit's count: that of the unit at the link's other end, else one that runs with true time since
+/// the power-on.
 struct FarCount { u32 esfc; u16 mfn; };
-FarCount farCount(Unit& u)
+FarCount farCount(Unit& u, u16 port)
 {
+    if (Unit* const far = u.radioFar(port)) {
+        Board& board = far->node().board();
+        return {board.externalCounter(), static_cast<u16>(board.counterTime_s() / SFN_TURN_s)};
+    }
     Board& board = u.node().board();
     const double turns = (board.counterTime_s() - board.timeError_s()) / COUNTER_TURN_s;
     const double within_s = (turns - std::floor(turns)) * COUNTER_TURN_s;
@@ -75,16 +80,17 @@ Action orderAlign(TableReader& t)
 {
     const u8 port = static_cast<u8>(t.integer("port", 1, PORT_X));
     return [port](Unit& u) {
-        const FarCount far = farCount(u);
+        const FarCount far = farCount(u, port);
         u.node().mainProcessor().sendLayout(KvdTuiifSocpriBfnAlignToGroupReq{
             KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_REQ, 0, port, far.esfc, far.mfn});
     };
 }
 
-Action tellCoarseTime()
+Action tellCoarseTime(TableReader& t)
 {
-    return [](Unit& u) {
-        const FarCount far = farCount(u);
+    const u8 port = static_cast<u8>(t.integer("port", 1, PORT_X, 1));
+    return [port](Unit& u) {
+        const FarCount far = farCount(u, port);
         u.node().mainProcessor().sendLayout(
             KvdTuiifSocpriCoarseTimeDataInd{KVD_TUIIF_SOCPRI_COARSE_TIME_DATA_IND, far.esfc, far.mfn});
     };
@@ -124,7 +130,7 @@ std::function<void(Unit&)> readSocpriEvent(const std::string& word, TableReader&
     if (word == "mp.socpri_deselect") return orderDeselect(t);
     if (word == "mp.socpri_holdover") return orderPlain(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ);
     if (word == "mp.socpri_align") return orderAlign(t);
-    if (word == "mp.socpri_coarse_time") return tellCoarseTime();
+    if (word == "mp.socpri_coarse_time") return tellCoarseTime(t);
     return {};
 }
 

@@ -35,26 +35,35 @@ Unit::Unit(ose::World& world, const UnitSpec& spec) : world_(world), node_(world
         const auto measured = delays_.find(port);
         return measured != delays_.end() ? measured->second() : std::nullopt;
     });
-    node_.inrsi().onFrequency([this](u32) -> std::optional<InrsiFrequency> { return farFrequency(); });
-    node_.inrsi().onPhase([this](u32 unit) -> std::optional<InrsiPhase> { return farPhase(unit); });
+    node_.inrsi().onFrequency([this](u32 unit) { return farFrequency(unit); });
+    node_.inrsi().onPhase([this](u32 unit) { return farPhase(unit); });
     world.at(static_cast<ose::Time>(spec.start_s * static_cast<double>(ose::SEC)),
              [this] { node_.powerOn(); });
 }
 
-InrsiFrequency Unit::farFrequency()
+const Unit::RadioEnd* Unit::radioEnd(u32 unit) const
 {
-    const double ppb = std::clamp(std::round(node_.board().frequencyError() * -1e9), -32768.0, 32767.0);
-    return {static_cast<i16>(ppb), true};
+    for (const auto& [port, end] : radioEnds_)
+        if (end.id == unit) return &end;
+    return nullptr;
 }
 
-InrsiPhase Unit::farPhase(u32 unit)
+std::optional<InrsiFrequency> Unit::farFrequency(u32 unit)
 {
+    if (const RadioEnd* const end = radioEnd(unit)) return end->frequency();
+    const double ppb = std::clamp(std::round(node_.board().frequencyError() * -1e9), -32768.0, 32767.0);
+    return InrsiFrequency{static_cast<i16>(ppb), true};
+}
+
+std::optional<InrsiPhase> Unit::farPhase(u32 unit)
+{
+    if (const RadioEnd* const end = radioEnd(unit)) return end->phase();
     double ahead_s = node_.board().timeError_s();
     for (const InrsiLinkConfig& link : node_.inrsi().config.links)
         if (link.unit == unit) ahead_s -= link.offset_ns * 1e-9;
     constexpr double SFN_TURN_s = 40.96;
     const double turns = std::floor(ahead_s / SFN_TURN_s);
-    return {static_cast<u64>(std::llround((ahead_s - turns * SFN_TURN_s) * 1e12)), true};
+    return InrsiPhase{static_cast<u64>(std::llround((ahead_s - turns * SFN_TURN_s) * 1e12)), true};
 }
 
 namespace {

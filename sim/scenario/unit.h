@@ -27,6 +27,24 @@ public:
     {
         delays_[port] = std::move(measure);
     }
+    /// Another unit behind a port of the radio links, and what the server measures of it.
+    struct RadioEnd {
+        u32 id = 0;
+        Unit* far = nullptr;
+        std::function<std::optional<InrsiFrequency>()> frequency;
+        std::function<std::optional<InrsiPhase>()> phase;
+    };
+    void onRadio(u16 port, RadioEnd end) { radioEnds_[port] = std::move(end); }
+    /// The unit behind a port; none where the far end keeps true time.
+    Unit* radioFar(u16 port) const
+    {
+        const auto end = radioEnds_.find(port);
+        return end != radioEnds_.end() ? end->second.far : nullptr;
+    }
+    /// A unit behind a radio link, which keeps true time: its frequency less this unit's, and this unit's
+    /// counter less its own.
+    std::optional<InrsiFrequency> farFrequency(u32 unit);
+    std::optional<InrsiPhase> farPhase(u32 unit);
     /// Frame counter against true GPS time as the node's date of frame zero places it, within half a
     /// turn of 1024 s, positive when ahead; nothing without a receiver, a source of the time of day or a
     /// packet time reference.
@@ -35,10 +53,7 @@ public:
 private:
     /// True TAI at the world's beginning, s since 1970, for a unit that can know it.
     std::optional<i64> taiAtStart() const;
-    /// A unit behind a radio link, which keeps true time: its frequency less this unit's, and this unit's
-    /// counter less its own.
-    InrsiFrequency farFrequency();
-    InrsiPhase farPhase(u32 unit);
+    const RadioEnd* radioEnd(u32 unit) const;
 
     ose::World& world_;
     Node node_;
@@ -47,6 +62,7 @@ private:
     std::map<u32, std::unique_ptr<EsmcPeer>> esmc_;
     std::unique_ptr<CmccSource> cmcc_;
     std::map<u16, std::function<std::optional<IdpiDelay>()>> delays_;
+    std::map<u16, RadioEnd> radioEnds_;
 };
 
 }  // namespace sim

@@ -72,6 +72,28 @@ TEST(BfnLink, BothEndsTogetherGiveDifferenceAndDelay)
     EXPECT_TRUE(bfnOf(p.to.node().board()).parity);
 }
 
+TEST(RadioLink, EachEndMeasuresTheOtherUnitAndNothingWhileItIsDown)
+{
+    Pair p;
+    const auto link = p.link(LinkKind::Cpri, 0.0);
+    p.world.runFor(3 * ose::SEC);
+    EXPECT_EQ(p.to.radioFar(1), &p.from);
+    EXPECT_EQ(p.to.radioFar(2), nullptr);
+    const u32 id = p.from.node().config().apn;
+    const auto frequency = p.to.farFrequency(id);
+    const auto phase = p.to.farPhase(id), back = p.from.farPhase(id);
+    ASSERT_TRUE(frequency && phase && back);
+    EXPECT_EQ(frequency->diff_ppb, 8);                          // 5 ppb against -3
+    EXPECT_NEAR(static_cast<double>(phase->diff_ps) * 1e-12, 7.2, 1e-6);
+    EXPECT_NEAR(static_cast<double>(back->diff_ps) * 1e-12, 40.96 - 7.2, 1e-6);   // modulo a turn
+    link->setUp(false);
+    EXPECT_FALSE(p.to.farFrequency(id) || p.to.farPhase(id));
+    EXPECT_EQ(p.to.node().inrsi().config.links.front().status, 0);
+    link->setUp(true);
+    EXPECT_TRUE(p.to.farPhase(id));
+    EXPECT_EQ(p.to.node().inrsi().config.links.front().status, 2);
+}
+
 TEST(OutputLink, PulseAndBytesArriveOfAnOutputThatIsOn)
 {
     for (const LinkKind kind : {LinkKind::GpsOut, LinkKind::Hptsi}) {
