@@ -168,30 +168,34 @@ void pathOn(u32 row)
 
 // ---- end of a filter ----------------------------------------------------------------------------
 
+/// An Ethernet path's own steps are traced as its component's.
+TraceGroup traceGroupOf(u32 row) { return isEthernet(descOf(row).refType) ? TRACE_TUETH : TRACE_TUREF; }
+
 /// refStatus and refStatusBits after the row's filter; false when there was none that can end.
 bool takeFilterResult(u32 row)
 {
     RefDesc& desc = descOf(row);
     const u32 mask = REF_ROW_TRAITS[row].toggleMask;
+    const TraceGroup group = traceGroupOf(row);
     const int synchRefNo = static_cast<int>(row);
     switch (desc.filterType) {
     case HO_FILTER:
         desc.refStatus = REF_STATUS_OFF;
         KvdLoz6TuRef_clearRefStatusBits(mask);
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "refStatus = OFF for synchRefNo %d", synchRefNo);
+        KVD_TRACE(group, TRACE_INFO, "refStatus = OFF for synchRefNo %d", synchRefNo);
         return true;
     case WTR_FILTER:
         desc.refStatus = REF_STATUS_ON;
         KvdLoz6TuRef_setRefStatusBits(mask);
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "refStatus = ON for synchRefNo %d", synchRefNo);
+        KVD_TRACE(group, TRACE_INFO, "refStatus = ON for synchRefNo %d", synchRefNo);
         return true;
     case NO_FILTER:
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR,
+        KVD_TRACE(group, TRACE_ERROR,
                   "timeOutInd with filterType: NO_FILTER not allowed for synchRefNo %d",
                   synchRefNo);
         return false;
     default:
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "Status change filtering failed for ref. path %d",
+        KVD_TRACE(group, TRACE_ERROR, "Status change filtering failed for ref. path %d",
                   synchRefNo);
         return false;
     }
@@ -302,11 +306,12 @@ void filterEnd(u32 row)
 void endSupervision(u32 row, u8 level)
 {
     RefDesc& desc = descOf(row);
+    const TraceGroup group = traceGroupOf(row);
     desc.refStatus = REF_STATUS_UNK;
-    KVD_TRACE(TRACE_TUREF, level, "refStatus: UNK for synchRefNo %d", static_cast<int>(row));
+    KVD_TRACE(group, level, "refStatus: UNK for synchRefNo %d", static_cast<int>(row));
     KvdLoz6TuRef_clearRefStatusBits(REF_ROW_TRAITS[row].toggleMask);
     KvdLoz6TuIifAdm_clearRefStateBits(REF_ROW_TRAITS[row].stateMask);
-    KVD_TRACE(TRACE_TUREF, level, "stopped supervision of synch ref. #%u", row);
+    KVD_TRACE(group, level, "stopped supervision of synch ref. #%u", row);
 }
 
 void storeRequest(u32 row, const KvdTuiifSynchPathSupInd& ind)

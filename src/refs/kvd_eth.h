@@ -1,4 +1,4 @@
-// kvd_eth.h - Ethernet references: measurement, status of their paths.
+// kvd_eth.h - Ethernet references: the measurement. Their paths are supervised with all others.
 // Owner   the manager process.
 #pragma once
 #include "ose/types.h"

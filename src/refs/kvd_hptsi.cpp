@@ -97,6 +97,7 @@ void onFrameRec(Signal* sig)
 {
     const auto* rec = as<KvdTuhptsiCmccFrameRec>(sig);
     if (rec == nullptr) return;
+    if (!KvdLoz6TuHptsi_isFrameLength(rec->length)) return onWrongLength(rec->length);
     const u32 room = ose::sigsize(&sig) - static_cast<u32>(offsetof(KvdTuhptsiCmccFrameRec, bytes));
     if (rec->length > room) {
         KVD_TRACE(TRACE_TUHPTSI, TRACE_ERROR, "frame longer than its signal, length=%u of %u", rec->length,

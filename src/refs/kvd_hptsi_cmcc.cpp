@@ -113,9 +113,11 @@ bool KvdLoz6TuHptsi_takeByte(CmccReader& r, u8 byte)
     return complete;
 }
 
+bool KvdLoz6TuHptsi_isFrameLength(u32 length) { return length >= LENGTH_LEAST && length <= LENGTH_MOST; }
+
 CmccVerdict KvdLoz6TuHptsi_frameVerdict(std::span<const u8> frame)
 {
-    if (frame.size() < LENGTH_LEAST || frame.size() > LENGTH_MOST) return CmccVerdict::WrongLength;
+    if (!KvdLoz6TuHptsi_isFrameLength(static_cast<u32>(frame.size()))) return CmccVerdict::WrongLength;
     switch (frame[ID_AT]) {
     case ID_TIME_INFO:  return CmccVerdict::TimeInfo;
     case ID_TIME_STATE: return CmccVerdict::TimeState;

@@ -50,6 +50,7 @@ struct CmccTimeState {
 
 /// What a frame turned out to be.
 enum class CmccVerdict : u8 { TimeInfo, TimeState, WrongLength, UnknownId };
+bool KvdLoz6TuHptsi_isFrameLength(u32 length);
 CmccVerdict KvdLoz6TuHptsi_frameVerdict(std::span<const u8> frame);
 /// Octets that a short frame doesn't have are read as 0.
 CmccTimeInfo  KvdLoz6TuHptsi_timeInfoOf(std::span<const u8> frame);

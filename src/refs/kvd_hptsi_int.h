@@ -58,6 +58,7 @@ void sendQualityLevel();
 
 // ---- kvd_hptsi_machine.cpp ----
 void onFrame(std::span<const u8> frame);
+void onWrongLength(u32 length);
 void changeState(u32 to);
 void startTimer(TimerId id);
 void cancelAllTimers();

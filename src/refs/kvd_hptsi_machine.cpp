@@ -253,12 +253,17 @@ void hptsi::changeState(u32 to)
     }
 }
 
+void hptsi::onWrongLength(u32 length)
+{
+    KVD_TRACE(TRACE_TUHPTSI, TRACE_ERROR, "Recv cmcc of len=%u", length);
+    KVD_TRACE(TRACE_TUHPTSI, TRACE_ERROR, "Invalid frame received");
+}
+
 void hptsi::onFrame(std::span<const u8> frame)
 {
     switch (KvdLoz6TuHptsi_frameVerdict(frame)) {
     case CmccVerdict::WrongLength:
-        KVD_TRACE(TRACE_TUHPTSI, TRACE_ERROR, "Recv cmcc of len=%u", static_cast<u32>(frame.size()));
-        KVD_TRACE(TRACE_TUHPTSI, TRACE_ERROR, "Invalid frame received");
+        onWrongLength(static_cast<u32>(frame.size()));
         break;
     case CmccVerdict::TimeState:
         takeTimeState(KvdLoz6TuHptsi_timeStateOf(frame));

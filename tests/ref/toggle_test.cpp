@@ -1,6 +1,7 @@
 // Paths: hold-off, wait-to-restore, the common input, start and end of supervision, as the main
 // processor and the detectors bring them about.
 #include "iif/kvd_phyadm.h"
+#include "node/trace.h"
 #include "ref_unit.h"
 
 #include <array>
@@ -266,8 +267,15 @@ TEST(EthernetPath, IsReportedWhenItsStateChangesOrSupervisionStartsAnew)
     unit.supervise(ETHC_REF, true, 22, 7);   // no signal: OFF as it stands, told all the same
     EXPECT_EQ(mp.count(KVD_TUIIF6_BVQ_REF_STATE_IND), 3u);
     unit.node.rawToggles = RAW_ETHC | RAW_ETHB;
+    unit.node.inProgram([] { node::traceSetProgramMask(0xFFFFFFFF); });
+    unit.ms(1);
     unit.supervise(ETHC_REF, false, 22, 7);
     EXPECT_EQ(mp.count(KVD_TUIIF6_BVQ_REF_STATE_IND), 3u);
+    unit.toManager(KvdTurefTimeoutInd{KVD_TUREF_TIMEOUT_IND, 10});
+    constexpr const char* GROUP = "KVD_BVQ_LOZ6_TUETH";
+    EXPECT_EQ(unit.node.traces().count({"stopped supervision of synch ref. #10", GROUP, 8}), 1u);
+    EXPECT_EQ(unit.node.traces().count(
+                  {"timeOutInd with filterType: NO_FILTER not allowed for synchRefNo 10", GROUP, 1}), 1u);
 }
 
 TEST(ToggleMonitor, TellsAChangeWithinASecondAndOnlyAChange)

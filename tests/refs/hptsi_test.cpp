@@ -148,8 +148,9 @@ TEST(HptsiFrame, ARejectedOneDoesNothingAndTheNextIsTaken)
     unit.feed(infoFrame(1), 5);                         // the first of a pair
     frameSignal(unit, stateFrame(), 25, 33);
     frameSignal(unit, stateFrame(), 7, 16);
-    EXPECT_EQ(unit.traces("Recv cmcc of len="), 2u);
-    EXPECT_EQ(unit.traces("Invalid frame received"), 2u);
+    frameSignal(unit, stateFrame(), 1000, 28);          // no frame's length, and more than its signal has
+    EXPECT_EQ(unit.traces("Recv cmcc of len="), 3u);
+    EXPECT_EQ(unit.traces("Invalid frame received"), 3u);
     frameSignal(unit, stateFrame(), 20, 27);            // one byte more than its signal has
     EXPECT_EQ(unit.traces("frame longer than its signal"), 1u);
     frameSignal(unit, {}, 0, 8);                        // shorter than its layout
