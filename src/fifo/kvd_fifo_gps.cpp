@@ -23,23 +23,22 @@ constexpr const char* FILE_NAME = "/gzip/c/logfiles/kvdFifoGps.gz";
 struct State {
     std::array<GpsFuruno, RECORDS> furuno{};
     std::array<GpsOther, RECORDS> other{};
-    u16 index = 0;                 // record that is being filled, in either table
+    GpsFuruno nowFuruno{};         // second that is being filled, for either table
+    GpsOther nowOther{};
+    u16 index = 0;                 // place of that second, the oldest record, in either table
     bool inFuruno = false;         // table in use
 };
 ose::ModuleData<State> s;
 
-GpsCommon& commonAt(u16 index)
-{
-    return s->inFuruno ? s->furuno[index].common : s->other[index].common;
-}
+GpsCommon& commonNow() { return s->inFuruno ? s->nowFuruno.common : s->nowOther.common; }
 
-/// The record at the index, cleared but for what slower sentences filled in the record before.
+/// The record to fill, cleared but for what slower sentences filled in the record before.
 void begin(const GpsCommon& before)
 {
     const GpsCommon kept = before;
-    if (s->inFuruno) s->furuno[s->index] = {};
-    else s->other[s->index] = {};
-    GpsCommon& common = commonAt(s->index);
+    if (s->inFuruno) s->nowFuruno = {};
+    else s->nowOther = {};
+    GpsCommon& common = commonNow();
     common = kept;
     std::memset(common.time, 0, sizeof common.time);
 }
@@ -62,7 +61,7 @@ void chooseTable()
     const u32 gpssType = KvdLoz6TuGps_receiver().gpssType;
     const bool wanted = gpssType == GPSS_UNKNOWN ? s->inFuruno : gpssType == GPSS_FURUNO;
     if (wanted == s->inFuruno) return;
-    const GpsCommon& before = commonAt(s->index);
+    const GpsCommon& before = commonNow();
     s->inFuruno = wanted;
     begin(before);
 }
@@ -70,14 +69,14 @@ void chooseTable()
 GpsCommon& common()
 {
     chooseTable();
-    return commonAt(s->index);
+    return commonNow();
 }
 
 /// nullptr while the receiver is a GPS01, whose records have no place for it.
 GpsOther* other()
 {
     chooseTable();
-    return s->inFuruno ? nullptr : &s->other[s->index];
+    return s->inFuruno ? nullptr : &s->nowOther;
 }
 
 }  // namespace
@@ -148,7 +147,7 @@ void KvdLoz6FifoGps_storeGptps(u32 timeStandard, u32 ppsAvailable, u32 mode, u32
         r->GPS_week = week;
         return;
     }
-    GpsFuruno& r = s->furuno[s->index];
+    GpsFuruno& r = s->nowFuruno;
     r.GPtps_timeStandard = static_cast<u8>(timeStandard);
     r.GPtps_1PPSavail = static_cast<u8>(ppsAvailable);
     r.GPtps_ObsMode = static_cast<u8>(mode);
@@ -167,17 +166,21 @@ void KvdLoz6FifoGps_storeTowWeek(u32 seconds, u32 week)
 void KvdLoz6FifoGps_closeRecord()
 {
     GpsCommon& closed = common();
-    const GpsOther closedOther = s->other[s->index];
     TuCommon_timeStamp(closed.time);
+    const GpsOther closedOther = s->nowOther;
+    if (s->inFuruno) s->furuno[s->index] = s->nowFuruno;
+    else s->other[s->index] = closedOther;
     s->index = static_cast<u16>((s->index + 1) % RECORDS);
     begin(closed);
-    if (!s->inFuruno) copySlowFields(closedOther, s->other[s->index]);
+    if (!s->inFuruno) copySlowFields(closedOther, s->nowOther);
 }
 
 void KvdLoz6FifoGps_clear()
 {
     s->furuno.fill({});
     s->other.fill({});
+    s->nowFuruno = {};
+    s->nowOther = {};
 }
 
 // ---- the file -----------------------------------------------------------------------------------

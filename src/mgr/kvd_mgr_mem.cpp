@@ -256,7 +256,7 @@ void KvdLoz6TuMem_printInfo()
     for (const Region& r : s->region) {
         const char* const content = !r.valid                          ? "not allocated"
                                     : r.type == MSI_TYPE_RECOVERED ? "recovered"
-                                                                   : "new";
+                                                                   : "alloc";
         node::shellPrintf("   %-18s : clientRef=%u size=%u address=0x%08x %s\n", r.name,
                           r.clientRef, r.size, r.address, content);
     }

@@ -111,34 +111,38 @@ TEST(GpsLog, KeepsAnHourAndCopiesOnWhatComesSeldom)
     b.receiver(GPSS_NORVANE_COMBINED);
     b.in([] {
         storeSecond();
-        for (u32 second = 0; second < 3599; ++second) {
+        for (u32 second = 0; second < 3600; ++second) {
             KvdLoz6FifoGps_storeTowWeek(second, 2288);
             KvdLoz6FifoGps_closeRecord();
         }
     });
     b.dump();
     const std::string first = b.file("kvdFifoGps");
-    EXPECT_EQ(occurrences(first, "Time\t"), 3599u);
-    EXPECT_EQ(occurrences(first, "GPGGA_latitude\t\t\t:\tN 59 20.1234\n"), 3599u);
-    EXPECT_EQ(occurrences(first, "| satNo     |   7 |"), 3599u);
-    EXPECT_EQ(occurrences(first, "GPavp_latitude\t\t\t:\tS 33 26.9999\n"), 3599u);
-    EXPECT_EQ(occurrences(first, "GPGSA_PDOP\t\t\t\t:\t2.50\n"), 3599u);
+    EXPECT_EQ(occurrences(first, "Time\t"), 3600u);
+    EXPECT_EQ(occurrences(first, "GPGGA_latitude\t\t\t:\tN 59 20.1234\n"), 3600u);
+    EXPECT_EQ(occurrences(first, "| satNo     |   7 |"), 3600u);
+    EXPECT_EQ(occurrences(first, "GPavp_latitude\t\t\t:\tS 33 26.9999\n"), 3600u);
+    EXPECT_EQ(occurrences(first, "GPGSA_PDOP\t\t\t\t:\t2.50\n"), 3600u);
     EXPECT_EQ(occurrences(first, "GPppr_gpssStatus\t\t:\t1\n"), 1u) << "a second's own";
-    EXPECT_LT(first.find("GPS_TOW\t\t\t\t\t:\t0\n"), first.find("GPS_TOW\t\t\t\t\t:\t3598\n"));
+    EXPECT_LT(first.find("GPS_TOW\t\t\t\t\t:\t0\n"), first.find("GPS_TOW\t\t\t\t\t:\t3599\n"));
 
     b.in([] {
-        KvdLoz6FifoGps_storeTowWeek(3599, 2288);
+        KvdLoz6FifoGps_storeTowWeek(3600, 2288);
         KvdLoz6FifoGps_closeRecord();
     });
     b.dump();
     const std::string wrapped = b.file("kvdFifoGps");
-    EXPECT_EQ(occurrences(wrapped, "Time\t"), 3599u) << "the second dump replaces the first";
+    EXPECT_EQ(occurrences(wrapped, "Time\t"), 3600u) << "the second dump replaces the first";
     EXPECT_THAT(wrapped, Not(HasSubstr("GPS_TOW\t\t\t\t\t:\t0\n")));
-    EXPECT_LT(wrapped.find("GPS_TOW\t\t\t\t\t:\t1\n"), wrapped.find("GPS_TOW\t\t\t\t\t:\t3599\n"));
+    EXPECT_LT(wrapped.find("GPS_TOW\t\t\t\t\t:\t1\n"), wrapped.find("GPS_TOW\t\t\t\t\t:\t3600\n"));
 
-    b.in([] { KvdLoz6FifoGps_clear(); });
+    b.in([] {
+        KvdLoz6FifoGps_clear();
+        KvdLoz6FifoGps_closeRecord();
+    });
     b.dump();
-    EXPECT_EQ(occurrences(b.file("kvdFifoGps"), "Time\t"), 0u);
+    EXPECT_EQ(occurrences(b.file("kvdFifoGps"), "Time\t"), 1u);
+    EXPECT_THAT(b.file("kvdFifoGps"), Not(HasSubstr("N 59 20.1234"))) << "nothing of before";
 }
 
 TEST(GpsLog, FollowsTheReceiversKindButNotItsLoss)

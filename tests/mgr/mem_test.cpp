@@ -305,6 +305,9 @@ TEST(MemNfData, KeepsTheDateOfFrameNumberZeroAcrossARestart)
         u.node.powerOn();
         u.run(500);
         ASSERT_GE(u.node.inProgram(KvdLoz6TuReg_initiateState), 2u);
+        std::string shown;
+        u.command("kvdinfo tumem", shown);
+        EXPECT_NE(shown.find(" alloc\n"), shown.npos) << "no former life";
         const sim::MsiRegion* const region = u.node.msi().region("TuRegNfDataV0");
         ASSERT_NE(region, nullptr);
         EXPECT_EQ(Bytes(region->bytes.begin() + 8, region->bytes.end()),
@@ -315,5 +318,7 @@ TEST(MemNfData, KeepsTheDateOfFrameNumberZeroAcrossARestart)
         u.node.restart(4);
         u.run(1);
         EXPECT_EQ(u.node.inProgram(KvdLoz6TuReg_restartDelta), 10.0);
+        u.command("kvdinfo tumem", shown);
+        EXPECT_NE(shown.find(" recovered\n"), shown.npos);
     }
 }
