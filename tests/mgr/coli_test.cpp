@@ -39,7 +39,7 @@ TEST(Kvdinfo, PrintsASectionOrAllButMemory)
                    {"kvdinfo tureg turef", 20, "\nkvdinfo all - prints all data that exists in loz6\n\n"},
                    {"kvdinfo tumgr", 0, "   temiRestartType    : COLDWTEST_POWERON (0)\r\n"},
                    {"kvdinfo tumgr", 0, "   hwdiagReturnCode   : NO_ERROR (0)\r\n"},
-                   {"kvdinfo tumem", 0, "TuRegNfDataV0      : clientRef=3 size=16 address=0x40001000 new\n"},
+                   {"kvdinfo tumem", 0, "TuRegNfDataV0      : clientRef=3 size=16 address=0x40001000 alloc\n"},
                    {"kvdhist", 20, "kvdinfo all"},
                    {"kvdhist socpri_supervision 6", 20, "kvdinfo all"},
                    {"kvdhist socpri_supervision 5", 0, "SoCPRI supervision history:"},
