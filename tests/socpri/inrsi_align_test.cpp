@@ -61,6 +61,21 @@ TEST(InrsiAlignment, StepsTheCountersToTheGroupAndTellsTheLinks)
     EXPECT_EQ(u.inrsi().jumpInfos(), (std::vector<u32>{1, 0}));
 }
 
+// The group's count goes on while the phase settles: what is told last before the step is what it steps to.
+TEST(InrsiAlignment, StepsToTheCountThatIsToldLast)
+{
+    AlignUnit u;
+    const AlignUnit::Count before = u.count();
+    u.align(1, {before.esfc, static_cast<u16>((before.mfn + 7) % 25)});
+    u.run(8.0);
+    const AlignUnit::Count next{before.esfc, static_cast<u16>((before.mfn + 8) % 25)};
+    u.otherEndSays(next);
+    u.run(4.5);
+    EXPECT_EQ(u.count().mfn, next.mfn);
+    u.otherEndSays(next);
+    EXPECT_EQ(u.aligned(), 1u);
+}
+
 TEST(InrsiAlignment, FailsByWhatTheLinkGives)
 {
     struct Case {
