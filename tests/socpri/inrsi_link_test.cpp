@@ -251,4 +251,33 @@ TEST(InrsiTemperature, IsToldForEachSubscribedLink)
     EXPECT_EQ(u.synced(), "1:1");
 }
 
+// The oven leaves its range for six readings: the link is given up, told once, and none taken until it is back.
+TEST(InrsiTemperature, OutOfRangeEndsTheSyncUntilItIsBack)
+{
+    SocpriUnit u{MASTER};
+    u.run(130.0);                                // warm
+    u.lock(1);
+    u.mp().clearLog();
+    u.node.board().temperature().addStep(2.0);
+    u.run(10.0);                                 // five readings at most
+    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND), 0u);
+    u.run(10.0);
+    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND), 2u) << "A and C, once";
+    EXPECT_EQ(u.synced(), "3:4");
+    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+    EXPECT_EQ(u.get(KvdLoz6TuReg_pllState), u32{PLL_Uninitialized});
+    const std::string story = u.printed("kvdhist socpri");
+    EXPECT_NE(story.find("event = SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_TEMP,"), std::string::npos);
+    EXPECT_NE(story.find("event = SOCPRI_EV_BAD_OCXO_TEMP,"), std::string::npos);
+    u.select(1);
+    EXPECT_EQ(u.selected(), "1:4");
+    u.node.board().temperature().addStep(-2.0);
+    u.run(5.0);
+    EXPECT_EQ(u.synced(), "3:1");
+    u.frequencyIs(InrsiFrequency{2, true});
+    u.select(1);
+    u.run(0.5);
+    EXPECT_EQ(u.selected(), "1:1");
+}
+
 }  // namespace
