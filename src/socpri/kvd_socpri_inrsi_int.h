@@ -173,6 +173,13 @@ inline void cancelTimer(TimerRef& timer)
 {
     if (timer != 0) ose::cancel_tmo(&timer);
 }
+/// Clears the timer that has expired. False for a time-out that lay in the queue when its timer was stopped.
+inline bool isDue(TimerRef& timer)
+{
+    const bool due = timer != 0;
+    cancelTimer(timer);
+    return due;
+}
 inline void startPhaseTimer(Client& c, u8 port)
 {
     startPortTimer(c.phaseDataTmo[port], REQUEST_ms, INRSI_REQUEST_PHASE_DATA_TMO, port);

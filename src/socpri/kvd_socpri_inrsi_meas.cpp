@@ -65,11 +65,7 @@ void failOrder(u32 syncStatus)
 }
 
 /// A measurement whose answer nobody waits for any more doesn't stand in the way of the next.
-bool isAbandoned()
-{
-    return action() != INRSI_CLIENT_ACTION_FREQ_SCANNING && focus() < PORTS_WITH_X &&
-           client().measRetrieveTmo[focus()] == 0;
-}
+bool isAbandoned() { return focus() < PORTS_WITH_X && client().measRetrieveTmo[focus()] == 0; }
 
 /// Whatever answer came has closed the measurement that was open.
 void closeMeasurement()
@@ -180,24 +176,18 @@ void handleLinkDownIndication(u8 port)
 
 OSTIME retrieveTime() { return isInOrder() ? RETRIEVE_ORDER_ms : record().measRetrieveTimeMs; }
 
-namespace {
-
-/// Another measurement is open still: a scan is refused, other orders wait for its end.
-void meetOpenMeasurement()
-{
-    KVD_TRACE(TRACE_INRSI, TRACE_INFO, "Measurement already ongoing!");
-    log(INRSI_CL_EV_MEAS_ONGOING_CONFLICT, KEEP);
-    if (action() != INRSI_CLIENT_ACTION_FREQ_SCANNING) return startFrequencyTimer();
-    record().measOngoing = 0;                  // so that the next order isn't refused as well
-    failOrder(FREQ_MEAS_PROBLEM);
-}
-
-}  // namespace
-
+/// The order before has left its measurement open: a scan is refused for that, other orders aren't.
 void sendInrsiGetFreqDiffReq()
 {
     if (action() == INRSI_CLIENT_IDLE || focus() == NO_PORT) return;
-    if (record().measOngoing != 0 && !isAbandoned()) return meetOpenMeasurement();
+    if (record().measOngoing != 0) {
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO, "Measurement already ongoing!");
+        log(INRSI_CL_EV_MEAS_ONGOING_CONFLICT, KEEP);
+        if (action() == INRSI_CLIENT_ACTION_FREQ_SCANNING) {
+            record().measOngoing = 0;          // so that the next one isn't refused as well
+            return failOrder(FREQ_MEAS_PROBLEM);
+        }
+    }
     if (!chooseUnit(LINK_PRESENT)) return putOffFrequency();
     begin(INRSI_GET_FREQ_DIFF2_REQ, KvdLoz6TuIifAdm_sendInrsiGetFreqDiff2ReqFwd);
 }
@@ -393,14 +383,12 @@ void handleInrsiGetPhaseDiffRej(u32 sharedUnitId, u32 errorCode)
 
 void onFreqDataTimeout()
 {
-    cancelTimer(record().freqDataTmo);
-    sendInrsiGetFreqDiffReq();
+    if (isDue(record().freqDataTmo)) sendInrsiGetFreqDiffReq();
 }
 
 void onPhaseDataTimeout(const InrsiPortTmo* tmo)
 {
-    if (tmo == nullptr || tmo->port >= PORTS_WITH_X) return;
-    cancelTimer(client().phaseDataTmo[tmo->port]);
+    if (tmo == nullptr || tmo->port >= PORTS_WITH_X || !isDue(client().phaseDataTmo[tmo->port])) return;
     if (tmo->port == focus())
         sendInrsiGetPhaseDiffReq();
     else if (tmo->port == PORT_X)
@@ -419,8 +407,7 @@ void supervisionUnanswered(u8 port)
 
 void onRetrieveTimeout(const InrsiPortTmo* tmo)
 {
-    if (tmo == nullptr || tmo->port >= PORTS_WITH_X) return;
-    cancelTimer(client().measRetrieveTmo[tmo->port]);
+    if (tmo == nullptr || tmo->port >= PORTS_WITH_X || !isDue(client().measRetrieveTmo[tmo->port])) return;
     if (tmo->port != focus()) return supervisionUnanswered(tmo->port);
     record().measOngoing = 0;
     log(INRSI_CL_EV_MEAS_TMO_EXPIRED, KEEP);
@@ -431,8 +418,7 @@ void onRetrieveTimeout(const InrsiPortTmo* tmo)
 
 void onSupervisionTimeout(const InrsiPortTmo* tmo)
 {
-    if (tmo == nullptr || tmo->port >= PORTS) return;
-    cancelTimer(client().supervision[tmo->port].timer);
+    if (tmo == nullptr || tmo->port >= PORTS || !isDue(client().supervision[tmo->port].timer)) return;
     if (tmo->port != focus()) requestSupervision(client(), tmo->port);
 }
 
