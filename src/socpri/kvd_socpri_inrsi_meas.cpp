@@ -346,7 +346,10 @@ void onPhase(u32 sharedUnitId, u32 high, u32 low, u32 valid)
 
 void rejectSupervision(u8 port)
 {
-    if (port < PORTS) client().supervision[port].supMeasOngoing = 0;
+    if (port >= PORTS)                             // of a unit that is gone, or of port X's when that had the focus
+        return traceIncompatible("handleInrsiGetPhaseDiffRej", INRSI_CL_EV_PHASE_DIFF_REJ_UNEXPECTED_ACTION);
+    cancelTimer(client().measRetrieveTmo[port]);
+    client().supervision[port].supMeasOngoing = 0;
     superviseIfLinked(client(), port);
     sendSupervisionStatus(port, PHASE_MEAS_MISSING);
 }
@@ -365,9 +368,8 @@ void handleInrsiGetPhaseDiffRej(u32 sharedUnitId, u32 errorCode)
     KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): sharedUnitId=%u, errorCode=%u", __func__, sharedUnitId,
               errorCode);
     log(INRSI_CL_EV_PHASE_DIFF_REJ, KEEP);
-    if (belongsToSupervision(port, sharedUnitId)) {
+    if (port != focus() && sharedUnitId != client().sharedUnitId) {
         record().measOngoing = 0;
-        cancelTimer(client().measRetrieveTmo[port]);
         return rejectSupervision(port);
     }
     closeMeasurement();

@@ -111,8 +111,10 @@ TEST(InrsiStrayAnswer, OfAnotherPortsSupervisionLeavesTheFocusAlone)
     EXPECT_EQ(u.supervised(), "3:7");
     for (const u32 nobody : {77u, 0u, 0xFFFFFFFFu}) {
         u.inrsi().tellPhase(nobody, {5'000'000'000'000, true});
-        u.run(LATER);
+        u.inject(InrsiUnitRej{INRSI_GET_PHASE_DIFF2_REJ, 0, 0, nobody, 3});
+        u.send(KvdTuiifInrsiGetPhaseDiff2RejFwd{KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REJ_FWD, 2, nobody, 1});
     }
+    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_SUPERVISION_STATUS_IND), 0u);
     u.run(2.0);
     EXPECT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_TIME_SYNC});
     EXPECT_EQ(u.synced(), "");
@@ -201,6 +203,22 @@ TEST(InrsiTimeSync, GoesOnWithAnotherUnitOfThePort)
 }
 
 // ---- supervision of a port that is scanned ---------------------------------------------------------
+
+// While an order is at work, a sample of another port is given the order's time.
+TEST(InrsiSupervision, IsGivenHalfASecondWhileAnOrderIsAtWork)
+{
+    SocpriUnit u{MASTER};
+    u.run(55.0);
+    u.frequencyIs(GOOD);
+    align(u);
+    u.inrsi().silentUnits = {UNIT_C};
+    for (u32 i = 0; i < 1000 && u.inrsi().phaseRequests(UNIT_C) == 0; ++i) u.run(0.01);
+    ASSERT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_BFN_ALIGN});
+    u.run(0.48);
+    EXPECT_EQ(u.supervised(), "");
+    u.run(0.03);
+    EXPECT_EQ(u.supervised(), "3:7");
+}
 
 TEST(InrsiScan, LeavesItsPortUnderSupervisionHoweverItEnds)
 {
