@@ -1,5 +1,5 @@
-// Synchronisation over radio links: a node's two units with six links each, one of them measured every 100 ms, the
-// others supervised. Virtual seconds a wall second.
+// Synchronisation over radio links: a node's two units with six links each, one of them measured every
+// 100 ms, the others supervised. Virtual seconds a wall second.
 #include "iif/tuiif_sig.h"
 #include "sim/scenario/link.h"
 #include "sim/scenario/scenario.h"
@@ -21,9 +21,45 @@ std::string unitText(const std::string& name, u32 firstId, const std::string& re
     return text;
 }
 
+constexpr const char* MASTER = R"(
+[unit.gps]
+type = "gps02"
+firmware = "120510"
+[[unit.reference]]
+name = "gps"
+type = "GPS_REF"
+fro_id = 0
+fro_class = 3
+[[unit.reference]]
+name = "sdu"
+type = "IDL1_REF"
+fro_id = 1
+)";
+constexpr const char* SLAVE = R"(
+apn = 2
+role = "slave"
+[[unit.reference]]
+name = "mdu"
+type = "IDL1_REF"
+fro_id = 0
+)";
+constexpr const char* LINKS = R"(
+[[link]]
+type = "idl1"
+from = "mdu"
+to = "sdu"
+delay_ns = 60
+[[link]]
+type = "sdu"
+name = "node"
+from = "mdu"
+to = "sdu"
+)";
+
 std::string event(const std::string& at, const std::string& unit, const std::string& words)
 {
-    return "[[event]]\nat = \"" + at + "\"\n" + (unit.empty() ? "" : "unit = \"" + unit + "\"\n") + words + "\n";
+    return "[[event]]\nat = \"" + at + "\"\n" + (unit.empty() ? "" : "unit = \"" + unit + "\"\n") + words +
+           "\n";
 }
 
 std::string orders(const std::string& port)
@@ -48,17 +84,9 @@ struct TwoUnits {
     std::vector<std::unique_ptr<sim::Link>> links;
 
     explicit TwoUnits(const std::string& port)
-        : scenario(sim::readScenarioText(
-              "duration = \"1h\"\n" +
-                  unitText("mdu", 10, "[unit.gps]\ntype = \"gps02\"\nfirmware = \"120510\"\n"
-                                      "[[unit.reference]]\nname = \"gps\"\ntype = \"GPS_REF\"\nfro_id = 0\nfro_class = 3\n"
-                                      "[[unit.reference]]\nname = \"sdu\"\ntype = \"IDL1_REF\"\nfro_id = 1\n") +
-                  unitText("sdu", 20, "apn = 2\nrole = \"slave\"\n"
-                                      "[[unit.reference]]\nname = \"mdu\"\ntype = \"IDL1_REF\"\nfro_id = 0\n") +
-                  "[[link]]\ntype = \"idl1\"\nfrom = \"mdu\"\nto = \"sdu\"\ndelay_ns = 60\n"
-                  "[[link]]\ntype = \"sdu\"\nname = \"node\"\nfrom = \"mdu\"\nto = \"sdu\"\n" +
-                  orders(port),
-              "bench"))
+        : scenario(sim::readScenarioText("duration = \"1h\"\n" + unitText("mdu", 10, MASTER) +
+                                             unitText("sdu", 20, SLAVE) + LINKS + orders(port),
+                                         "bench"))
     {
         for (const sim::UnitSpec& spec : scenario.units) {
             units.push_back(std::make_unique<sim::Unit>(world, spec));
