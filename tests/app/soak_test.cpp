@@ -25,7 +25,7 @@ Moment sound(double t)
     m.clock = m.told = 10;
     m.selected = m.wanted = 6;
     m.coarse_s = 2048.0;
-    m.fine_s = 17.5;
+    m.fine_s = std::fmod(t, 1024.0);
     m.poolUsed = 20000;
     return m;
 }
@@ -66,6 +66,9 @@ TEST(SoakWatch, SeesWhatMustNotBe)
               [](Moment& m, Licence&) { m.gpsError_ns = 2001, m.degraded = true; }, ""},
              {"the same after a fault of the receiver",
               [](Moment& m, Licence& may) { m.gpsError_ns = 2001, may.reference_s = m.t - 3000; }, ""},
+             {"a regulator without samples", [](Moment& m, Licence&) { m.fine_s = 5; }, "no sample"},
+             {"the same after a refusal",
+              [](Moment& m, Licence& may) { m.fine_s = 5, may.deaf = true; }, ""},
              {"signals that pile up", [](Moment& m, Licence&) { m.poolUsed += 16385; }, "bytes"},
          }) {
         SCOPED_TRACE(c.what);
@@ -75,8 +78,8 @@ TEST(SoakWatch, SeesWhatMustNotBe)
         may.hasTime = true;
         for (const double t : {0.0, 1000.0, 4000.0, 8000.0}) watch.look(sound(t), may, found);
         ASSERT_TRUE(found.empty()) << found[0].what;
-        for (int i = 1; i <= 10; ++i) {            // some count after a few seconds alone
-            Moment m = sound(8000.0 + i);
+        for (int i = 1; i <= 10; ++i) {            // some count after a while alone
+            Moment m = sound(8000.0 + 4 * i);
             c.plant(m, may);
             watch.look(m, may, found);
         }
