@@ -154,7 +154,7 @@ const Mask* maskByName(const std::string& name)
     for (const Mask& mask : MASKS)
         if (name == mask.name) return &mask;
     for (const TimeClass& c : TIME_CLASSES)
-        if (name == c.name) return &c.dynamic;
+        if (name == c.name && !c.dynamic.mtie.empty()) return &c.dynamic;
     return name == PACKET_NETWORK.name ? &PACKET_NETWORK : nullptr;
 }
 
