@@ -1,6 +1,7 @@
 // The long run's watch: that it sees each thing that must not be, and lets pass what may; that a seed
 // draws the same run each time.
 #include "app/soak.h"
+#include "sim/scenario/scenario.h"
 
 #include <gmock/gmock.h>
 
@@ -111,14 +112,32 @@ TEST(SoakWatch, KnowsWhichClockStatesFollow)
     EXPECT_EQ(found.size(), 3u);
 }
 
+TEST(Soak, DrawsScenariosThatCanBeReadWithEveryKindOfReference)
+{
+    std::string drawn;
+    for (u64 seed = 1; seed <= 40; ++seed) {
+        drawn += app::drawScenario(20.0, seed);
+        EXPECT_NO_THROW(sim::readScenarioText(app::drawScenario(20.0, seed), "drawn")) << seed;
+    }
+    for (const char* const word :
+         {"GPS_REF", "TU_REF", "PDH_SDH_REF", "PACKET_TIME_REF", "PACKET_FREQ_REF", "IEEE_1588_J3",
+          "ITU_T_G_8275_1", "master.set", "master.step", "master.frequency", "path.change", "path.down",
+          "node.packet_service", "node.packet_stamps", "mp.set_packet_reference",
+          "mp.delete_packet_reference", "alternate_master = true"})
+        EXPECT_THAT(drawn, HasSubstr(word));
+}
+
 TEST(Soak, ReplaysASeed)
 {
-    const app::SoakResult first = app::runSoak({.hours = 1.5, .seed = 3});
-    const app::SoakResult second = app::runSoak({.hours = 1.5, .seed = 3});
-    EXPECT_TRUE(first.violations.empty());
-    EXPECT_GT(first.clockChanges, 0u);
-    EXPECT_EQ(first.digest, second.digest);
-    EXPECT_NE(first.digest, app::runSoak({.hours = 1.5, .seed = 4}).digest);
+    struct Case { double hours; u64 seed; };
+    for (const Case& c : {Case{1.5, 6}, {0.6, 3}}) {           // lines alone, and packets
+        SCOPED_TRACE(c.seed);
+        const app::SoakResult first = app::runSoak({.hours = c.hours, .seed = c.seed});
+        EXPECT_TRUE(first.violations.empty());
+        EXPECT_GT(first.clockChanges, 0u);
+        EXPECT_EQ(first.digest, app::runSoak({.hours = c.hours, .seed = c.seed}).digest);
+    }
+    EXPECT_NE(app::runSoak({.hours = 0.6, .seed = 6}).digest, app::runSoak({.hours = 0.6, .seed = 7}).digest);
 }
 
 }  // namespace
