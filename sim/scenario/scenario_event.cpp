@@ -320,9 +320,11 @@ namespace {
 void readOfLink(TableReader& t, EventSpec& e, const Scenario& scenario)
 {
     e.link = t.text("link", scenario.links.empty() ? "" : scenario.links.front().name);
-    if (std::none_of(scenario.links.begin(), scenario.links.end(),
-                     [&](const LinkSpec& l) { return l.name == e.link; }))
-        t.fail("link", "there is no link '" + e.link + "'");
+    const auto link = std::find_if(scenario.links.begin(), scenario.links.end(),
+                                   [&](const LinkSpec& l) { return l.name == e.link; });
+    if (link == scenario.links.end()) t.fail("link", "there is no link '" + e.link + "'");
+    if (e.what == "link.focus" && link->kind != LinkKind::Sdu)
+        t.fail("link", "'" + e.link + "' is no link of type sdu");
     e.linkAction = readLinkEvent(e.what, t);
     if (!e.linkAction) t.fail("do", "'" + e.what + "' is nothing that can happen");
     e.what += " " + e.link;
