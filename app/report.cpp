@@ -1,5 +1,6 @@
 #include "app/report.h"
 
+#include "app/packet_time.h"
 #include "app/plot.h"
 #include "app/score.h"
 #include "app/summary.h"
@@ -117,7 +118,7 @@ Plot statePlot(const char* title, const std::vector<Change>& changes, double end
 }
 
 Plot deviationPlot(const char* title, const std::vector<TauValue>& values,
-                   std::span<const MaskSegment> Mask::*segments)
+                   std::span<const MaskSegment> Mask::*segments, std::span<const Mask> limits)
 {
     Plot plot{title, "observation interval, s", "ns", true, {}, {}};
     Curve measured{"measured", DARK, {}};
@@ -127,7 +128,7 @@ Plot deviationPlot(const char* title, const std::vector<TauValue>& values,
     const double lastTau = values.back().tau;
     plot.curves.push_back(std::move(measured));
     std::size_t style = 0;
-    for (const Mask& mask : masks()) {
+    for (const Mask& mask : limits) {
         Curve limit{mask.name, MASK_STYLES[style++ % std::size(MASK_STYLES)], {}};
         for (double tau = 1.0; tau <= lastTau * 1.0001; tau *= 1.12) {
             const double value = maskLimit(mask.*segments, tau);
@@ -231,6 +232,56 @@ void appendTimeErrors(std::string& page, const UnitRecording& unit)
                                   "ns", &Sample::gpsTimeError_ns, lastStep_s));
 }
 
+/// The limits that the error comes near to or exceeds: those within it, and the next one.
+std::vector<double> limitsAbout(const PacketTime& p)
+{
+    std::vector<double> limits;
+    for (const TimeClass& c : timeClasses()) if (c.maxTe_ns > 0.0) limits.push_back(c.maxTe_ns);
+    std::sort(limits.begin(), limits.end());
+    const auto held = std::find_if(limits.begin(), limits.end(),
+                                   [&p](double limit) { return limit >= p.maxTe_ns; });
+    if (held != limits.end()) limits.erase(held + 1, limits.end());
+    return limits;
+}
+
+Plot packetErrorPlot(const UnitRecording& unit, const PacketTime& p)
+{
+    Plot plot{"Time error while the time is a packet reference's", "time, h", "ns", false, {}, {}};
+    for (const LockedSpan& span : p.spans) {
+        std::vector<std::pair<double, double>> points;
+        const std::vector<double> errors = timeErrors(unit, span);
+        for (std::size_t i = span.first; i <= span.last; ++i)
+            points.emplace_back(unit.samples[i].t / 3600.0, errors[i - span.first]);
+        plot.curves.push_back({plot.curves.empty() ? "true" : "", BLUE, thinned(points, POINTS_MAX)});
+    }
+    const double begin_h = unit.samples[p.spans.front().first].t / 3600.0;
+    const double end_h = unit.samples[p.spans.back().last].t / 3600.0;
+    std::size_t style = 0;
+    for (const double limit : limitsAbout(p)) {
+        const char* const look = MASK_STYLES[style++ % std::size(MASK_STYLES)];
+        std::string title;
+        for (const TimeClass& c : timeClasses()) if (c.maxTe_ns == limit) title = c.name;
+        plot.curves.push_back({title, look, {{begin_h, limit}, {end_h, limit}}});
+        plot.curves.push_back({"", look, {{begin_h, -limit}, {end_h, -limit}}});
+    }
+    return plot;
+}
+
+Mask named(const char* name, const Mask& mask) { return {name, mask.mtie, mask.tdev}; }
+
+void appendPacketTime(std::string& page, const UnitRecording& unit, double interval_s)
+{
+    const PacketTime p = packetTime(unit, interval_s);
+    if (p.spans.empty()) return;
+    const Mask limits[] = {named("G.8273.2-A, B", *maskByName("G.8273.2-A")), *maskByName("G.8273.2-C"),
+                           named("unit's mask", packetNetworkMask())};
+    appendPlot(page, packetErrorPlot(unit, p));
+    appendPlot(page, deviationPlot("MTIE of the time from packets, filtered with 0.1 Hz", p.mtie_ns,
+                                   &Mask::mtie, limits));
+    appendPlot(page, deviationPlot("TDEV of the time from packets, filtered with 0.1 Hz", p.tdev_ns,
+                                   &Mask::tdev, limits));
+}
+
 void appendUnit(std::string& page, const UnitRecording& unit, const Recording& recording)
 {
     const Scores scores = score(unit, recording.interval_s);
@@ -265,9 +316,10 @@ void appendUnit(std::string& page, const UnitRecording& unit, const Recording& r
     const Plot inHoldover = holdoverPlot(unit);
     if (!inHoldover.curves.empty()) appendPlot(page, inHoldover);
     appendPlot(page,
-               deviationPlot("MTIE of the longest locked stretch", scores.mtie_ns, &Mask::mtie));
+               deviationPlot("MTIE of the longest locked stretch", scores.mtie_ns, &Mask::mtie, masks()));
     appendPlot(page,
-               deviationPlot("TDEV of the longest locked stretch", scores.tdev_ns, &Mask::tdev));
+               deviationPlot("TDEV of the longest locked stretch", scores.tdev_ns, &Mask::tdev, masks()));
+    appendPacketTime(page, unit, recording.interval_s);
 }
 
 std::string pageOf(const Recording& recording)

@@ -44,6 +44,24 @@ constexpr Mask MASKS[] = {
     {"G.8262", G8262_MTIE, G8262_TDEV},
 };
 
+// ITU-T G.8273.2 (10/2020) clause 7.1.2, at constant temperature; class D has limits of its own there, which
+// aren't held against.
+constexpr MaskSegment G8273_2_AB_MTIE[] = {{0.1, 1000.0, 40.0, 0.0, 0.0}};
+constexpr MaskSegment G8273_2_AB_TDEV[] = {{0.1, 1000.0, 4.0, 0.0, 0.0}};
+constexpr MaskSegment G8273_2_C_MTIE[] = {{0.1, 1000.0, 10.0, 0.0, 0.0}};
+constexpr MaskSegment G8273_2_C_TDEV[] = {{0.1, 1000.0, 2.0, 0.0, 0.0}};
+constexpr TimeClass TIME_CLASSES[] = {
+    {"G.8273.2-A", 100.0, 0.0, 50.0, {"G.8273.2-A", G8273_2_AB_MTIE, G8273_2_AB_TDEV}},
+    {"G.8273.2-B", 70.0, 0.0, 20.0, {"G.8273.2-B", G8273_2_AB_MTIE, G8273_2_AB_TDEV}},
+    {"G.8273.2-C", 30.0, 0.0, 10.0, {"G.8273.2-C", G8273_2_C_MTIE, G8273_2_C_TDEV}},
+    {"G.8273.2-D", 0.0, 5.0, 0.0, {"G.8273.2-D", {}, {}}},
+};
+
+// ITU-T G.8271.1 (03/2020) clause 7.3; below its shortest interval the limit stays.
+constexpr MaskSegment G8271_1_MTIE[] = {
+    {0.0, 1.3, 197.5, 0.0, 0.0}, {1.3, 2.4, 75.0, 1.0, 100.0}, {2.4, 275.0, 1.1, 1.0, 277.0}};
+constexpr Mask PACKET_NETWORK = {"G.8271.1", G8271_1_MTIE, {}};
+
 std::size_t steps(double tau, double interval)
 {
     return static_cast<std::size_t>(std::llround(tau / interval));
@@ -135,8 +153,13 @@ const Mask* maskByName(const std::string& name)
 {
     for (const Mask& mask : MASKS)
         if (name == mask.name) return &mask;
-    return nullptr;
+    for (const TimeClass& c : TIME_CLASSES)
+        if (name == c.name && !c.dynamic.mtie.empty()) return &c.dynamic;
+    return name == PACKET_NETWORK.name ? &PACKET_NETWORK : nullptr;
 }
+
+std::span<const TimeClass> timeClasses() { return TIME_CLASSES; }
+const Mask& packetNetworkMask() { return PACKET_NETWORK; }
 
 double maskLimit(std::span<const MaskSegment> mask, double tau)
 {

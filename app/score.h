@@ -36,7 +36,22 @@ constexpr double PRTC_A_MAX_TE_ns = 100.0, PRTC_B_MAX_TE_ns = 40.0;
 
 /// Masks of ITU-T G.811, G.812 type III, G.8272 (PRTC-A) and G.8272-B (PRTC-B).
 std::span<const Mask> masks();
+/// One of these, or of the classes and the network's below.
 const Mask* maskByName(const std::string& name);
+/// A class of clocks that take time from packets (ITU-T G.8273.2 (10/2020) clause 7.1): limits of the error that
+/// the clock adds by itself. 0, or an empty mask, where the class sets none.
+struct TimeClass {
+    const char* name;
+    double maxTe_ns;             // |TE|
+    double maxTeFiltered_ns;     // |TE| behind a low-pass of 0.1 Hz
+    double cTe_ns;               // mean of 1000 s
+    Mask dynamic;                // of the filtered error
+};
+std::span<const TimeClass> timeClasses();
+/// What the unit itself holds its packet reference against: the network limit of ITU-T G.8271.1 (03/2020) clause
+/// 7.3 for MTIE, up to 275 s.
+const Mask& packetNetworkMask();
+
 /// Limit at tau; negative where the mask says nothing.
 double maskLimit(std::span<const MaskSegment> mask, double tau);
 /// First interval at which a value lies above its limit; nullptr when none does.

@@ -2,11 +2,13 @@
 
 #include "iif/kvd_iifadm.h"
 #include "iif/tuiif_sig.h"
+#include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
 #include "sim/board/board.h"
+#include "sim/scenario/packet_net.h"
 #include "sim/scenario/unit.h"
 
 #include <chrono>
@@ -22,6 +24,15 @@ namespace app {
 namespace {
 
 double seconds(ose::Time t) { return static_cast<double>(t) / static_cast<double>(ose::SEC); }
+
+/// Words of events that change what a reference of a unit gives.
+bool isOfReference(const std::string& what)
+{
+    for (const char* const word : {"input.", "gps.", "node.packet", "mp.create_packet", "mp.set_packet",
+                                   "mp.delete_packet"})
+        if (what.starts_with(word)) return true;
+    return false;
+}
 
 /// FNV-1a of whatever is given, for the comparison of two runs.
 class Digest {
@@ -66,6 +77,7 @@ public:
         unit.node().onProgramStart([this](u32) {
             watch_.forgetTold();
             may_.halting = boardFaults_ > 0;
+            may_.deaf = false;
             if (unit_.node().programStarts() > 1) ++restarts;
         });
     }
@@ -75,13 +87,19 @@ public:
     {
         const bool isOff = what.ends_with(" off");
         if (what == "mp.jump") may_.jump_s = t;
-        if (what.starts_with("input.") || what.starts_with("gps.")) may_.reference_s = t;
+        if (isOfReference(what)) may_.reference_s = t;
         if (!what.starts_with("board.fault")) return;
         boardFaults_ += isOff ? -1 : 1;
         may_.halting = true;
         may_.boardFault_s = t;
         if (what.find("synth") != std::string::npos || what.find("feedback") != std::string::npos)
             unlocked_ = !isOff;
+    }
+
+    /// What happens to the packet network may happen to any packet reference.
+    void onNetEvent(double t)
+    {
+        if (!spec_.node.mainProcessor.packetRefs.empty()) may_.reference_s = t;
     }
 
     void look(double t)
@@ -113,6 +131,7 @@ private:
         if (!mp.connected()) connectedSince_s_ = t;
         constexpr double SETTLED_s = 15.0;
         m.connected = t - connectedSince_s_ > SETTLED_s;
+        if (mp.answer() == sim::Answer::Suspend || mp.answer() == sim::Answer::Reject) may_.deaf = true;
         m.told = mp.clockState();
         m.wanted = mp.selectedRefType();
         if (!m.runs) return m;
@@ -133,14 +152,24 @@ private:
         return m;
     }
 
-    /// A line that has been dead for a minute, and what the unit says of it.
+    /// True when the line gives its signal, or the port got a packet since the last look.
+    bool isAlive(const sim::MpReference& r)
+    {
+        if (r.refType == PACKET_TIME_REF || r.refType == PACKET_FREQ_REF) return packetsCame_;
+        const auto input = r.name == "pps" ? sim::ReferenceInput::Pps : sim::ReferenceInput::Pdh1;
+        return unit_.input(input).present();
+    }
+
+    /// A line or a packet reference that has been dead for a minute, and what the unit says of it.
     void lookAtInput(Moment& m)
     {
         constexpr double FILTERED_s = 60.0;
+        const u32 packets = unit_.node().packetPort().received();
+        packetsCame_ = packets != packets_;
+        packets_ = packets;
         for (const sim::MpReference& r : spec_.node.mainProcessor.references) {
-            if (r.refType != m.selected || r.refType == 6) continue;
-            const auto input = r.name == "pps" ? sim::ReferenceInput::Pps : sim::ReferenceInput::Pdh1;
-            if (unit_.input(input).present()) aliveAt_s_ = m.t;
+            if (r.refType != m.selected || r.refType == GPS_REF) continue;
+            if (isAlive(r)) aliveAt_s_ = m.t;
             m.selectedDead = m.t - aliveAt_s_ > FILTERED_s;
             m.selectedUsable = unit_.node().mainProcessor().usable(r);
             return;
@@ -160,6 +189,8 @@ private:
     u8 told_ = 7;
     u32 connection_ = 0;
     double connectedSince_s_ = 0, aliveAt_s_ = 0;
+    u32 packets_ = 0;
+    bool packetsCame_ = false;
 };
 
 class Soak {
@@ -174,6 +205,7 @@ public:
             units_.push_back(std::make_unique<sim::Unit>(world_, spec));
             watched_.push_back(std::make_unique<Watched>(*units_.back(), spec, digest_, result.violations));
         }
+        net_ = std::make_unique<sim::PacketNet>(world_, scenario, units_);
         for (const sim::EventSpec& e : scenario.events)
             world_.at(static_cast<ose::Time>(std::llround(e.at_s * 1e12)), [this, &e] { happen(e); });
         scheduleLook(1);
@@ -199,8 +231,12 @@ public:
 private:
     void happen(const sim::EventSpec& e)
     {
+        if (e.netAction) {
+            for (const auto& watched : watched_) watched->onNetEvent(seconds(world_.now()));
+            e.netAction(*net_);
+        }
         for (std::size_t i = 0; i < units_.size(); ++i) {
-            if (units_[i]->name() != e.unit) continue;
+            if (e.netAction || units_[i]->name() != e.unit) continue;
             watched_[i]->onEvent(e.what, seconds(world_.now()));
             e.action(*units_[i]);
         }
@@ -225,6 +261,7 @@ private:
     ose::World world_;
     Digest digest_;
     std::vector<std::unique_ptr<sim::Unit>> units_;
+    std::unique_ptr<sim::PacketNet> net_;
     std::vector<std::unique_ptr<Watched>> watched_;
     std::deque<std::string> last_;
 };

@@ -71,13 +71,14 @@ void SoakWatch::look(const Moment& m, const Licence& may, std::vector<Violation>
     found_ = &found;
     if (!any_ || m.starts != before_.starts || m.runs != before_.runs) {
         started_s_ = m.t;
-        stateSince_s_ = m.t;
+        stateSince_s_ = sampledAt_s_ = m.t;
         toldWrongSince_s_ = selectedWrongSince_s_ = -1;
         poolOfFirstHour_ = 0;
     } else if (m.runs) {
         lookAtSteps(m, may);
         lookAtClock(m, may);
         lookAtErrors(m, may);
+        lookAtSamples(m, may);
         lookAtMemory(m);
     }
     before_ = m;
@@ -144,6 +145,17 @@ void SoakWatch::lookAtErrors(const Moment& m, const Licence& may)
         fail(m, "locked, and " + std::to_string(m.freqError_ppb) + " ppb off");
     if (m.clock == KVD_TUIIF_RNT_TIME_LOCKED && std::fabs(m.gpsError_ns) > TIME_MAX_ns)
         fail(m, "locked in time, and " + std::to_string(m.gpsError_ns) + " ns off");
+}
+
+/// The temperature alone gives one each 2.1 s.
+void SoakWatch::lookAtSamples(const Moment& m, const Licence& may)
+{
+    constexpr double LATEST_s = 30.0;
+    constexpr double NONE_YET = -1.0;
+    const bool isNew = m.coarse_s != before_.coarse_s || m.fine_s != before_.fine_s;
+    if (isNew || m.coarse_s == NONE_YET || may.deaf || may.halting) sampledAt_s_ = m.t;
+    if (m.t - sampledAt_s_ > LATEST_s)
+        fail(m, "the regulator took no sample since " + std::to_string(sampledAt_s_) + " s");
 }
 
 void SoakWatch::lookAtMemory(const Moment& m)

@@ -40,6 +40,7 @@ struct Licence {
     double boardFault_s = -1e9;        // the last moment of a fault that halts, or its end
     double reference_s = -1e9;         // the last step, fault or change at a reference
     bool halting = false;              // such a fault came since the last start
+    bool deaf = false;                 // the peer refused it since the last start: it waits, and loses timers
     bool unlocked = false;             // a synthesiser has no lock, or had none a minute ago
     bool hasTime = false;              // the unit runs in time mode
 };
@@ -59,6 +60,7 @@ private:
     void lookAtSteps(const Moment& m, const Licence& may);
     void lookAtClock(const Moment& m, const Licence& may);
     void lookAtErrors(const Moment& m, const Licence& may);
+    void lookAtSamples(const Moment& m, const Licence& may);
     void lookAtMemory(const Moment& m);
     void fail(const Moment& m, const std::string& what);
 
@@ -68,7 +70,7 @@ private:
     bool any_ = false;
     u8 lastTold_ = 7;                  // 7: nothing in this connection
     double started_s_ = 0;             // the present run of the program
-    double stateSince_s_ = 0;
+    double stateSince_s_ = 0, sampledAt_s_ = 0;
     double toldWrongSince_s_ = -1, selectedWrongSince_s_ = -1;
     u32 poolOfFirstHour_ = 0;
 };

@@ -1,5 +1,6 @@
 #include "app/summary.h"
 
+#include "app/packet_time.h"
 #include "app/score.h"
 
 #include <nlohmann/json.hpp>
@@ -81,6 +82,17 @@ Json finalOf(const UnitRecording& unit)
     return last;
 }
 
+Json toJson(const PacketTime& p)
+{
+    Json json = {{"seconds", p.scored_s}, {"max_te_ns", p.maxTe_ns}, {"max_te_filtered_ns", p.maxTeFiltered_ns}};
+    if (p.cTe_ns) json["cte_ns"] = *p.cTe_ns;
+    json["mtie_ns"] = toJson(p.mtie_ns);
+    json["tdev_ns"] = toJson(p.tdev_ns);
+    for (const TimeClass& c : timeClasses()) json["within"][c.name] = judge(p, c).holds();
+    json["within"][packetNetworkMask().name] = aboveMask(p.mtie_ns, packetNetworkMask().mtie) == nullptr;
+    return json;
+}
+
 Json toJson(const UnitRecording& unit, const Recording& recording)
 {
     const Scores scores = score(unit, recording.interval_s);
@@ -139,6 +151,8 @@ Json toJson(const UnitRecording& unit, const Recording& recording)
     }
     json["mtie_ns"] = toJson(scores.mtie_ns);
     json["tdev_ns"] = toJson(scores.tdev_ns);
+    if (const PacketTime p = packetTime(unit, recording.interval_s); !p.spans.empty())
+        json["packet_time"] = toJson(p);
     json["checks"] = Json::array();
     for (const CheckResult& c : recording.checks)
         if (c.unit == unit.name) json["checks"].push_back(toJson(c));
@@ -160,6 +174,53 @@ void printMasks(const Scores& scores, std::FILE* out)
                          maskLimit(mask.tdev, d->tau));
         std::fprintf(out, "\n");
     }
+}
+
+/// "max|TE| within 30 ns, " where there is a verdict.
+void printVerdict(const char* what, const std::optional<bool>& is, double limit_ns, std::string& line)
+{
+    if (!is) return;
+    char text[64];
+    std::snprintf(text, sizeof text, "%s%s %s %g ns", line.empty() ? "" : ", ", what, *is ? "within" : "above",
+                  limit_ns);
+    line += text;
+}
+
+/// A class's limit at the interval where it is exceeded, or at the longest that was measured.
+double limitOf(std::span<const TauValue> values, std::span<const MaskSegment> mask)
+{
+    const TauValue* const above = aboveMask(values, mask);
+    if (above != nullptr) return maskLimit(mask, above->tau);
+    double limit = 0.0;
+    for (const TauValue& v : values) limit = std::max(limit, maskLimit(mask, v.tau));
+    return limit;
+}
+
+void printPacketTime(const UnitRecording& unit, double interval_s, std::FILE* out)
+{
+    const PacketTime p = packetTime(unit, interval_s);
+    if (p.spans.empty()) return;
+    std::fprintf(out, "  packet time    %.0f s in %zu stretch%s: max|TE| %.1f ns, filtered %.1f ns", p.scored_s,
+                 p.spans.size(), p.spans.size() == 1 ? "" : "es", p.maxTe_ns, p.maxTeFiltered_ns);
+    if (p.cTe_ns) std::fprintf(out, ", cTE %+.2f ns", *p.cTe_ns);
+    std::fprintf(out, "\n");
+    for (const TimeClass& c : timeClasses()) {
+        const ClassVerdict v = judge(p, c);
+        std::string line;
+        printVerdict("max|TE|", v.maxTe, c.maxTe_ns, line);
+        printVerdict("filtered max|TE|", v.maxTeFiltered, c.maxTeFiltered_ns, line);
+        printVerdict("cTE", v.cTe, c.cTe_ns, line);
+        printVerdict("MTIE", v.mtie, limitOf(p.mtie_ns, c.dynamic.mtie), line);
+        printVerdict("TDEV", v.tdev, limitOf(p.tdev_ns, c.dynamic.tdev), line);
+        std::fprintf(out, "    %-10s %s\n", c.name, line.c_str());
+    }
+    const Mask& network = packetNetworkMask();
+    const TauValue* const above = aboveMask(p.mtie_ns, network.mtie);
+    std::fprintf(out, "    %-10s MTIE %s the unit's own mask", network.name, above == nullptr ? "within" : "above");
+    if (above != nullptr)
+        std::fprintf(out, " at %g s (%.1f ns, limit %.1f)", above->tau, above->value,
+                     maskLimit(network.mtie, above->tau));
+    std::fprintf(out, "\n");
 }
 
 void printHoldovers(const UnitRecording& unit, std::FILE* out)
@@ -240,6 +301,7 @@ void printUnit(const UnitRecording& unit, double interval_s, std::FILE* out)
                      clockText(scores.mtieTo_s).c_str());
         printMasks(scores, out);
     }
+    printPacketTime(unit, interval_s, out);
 }
 
 }  // namespace

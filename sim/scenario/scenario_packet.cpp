@@ -295,6 +295,20 @@ NetAction pathUp(TableReader& t, const Scenario& scenario, bool up)
     };
 }
 
+/// The thousand delays, s, that the unit's generator takes: from 0 to nearly `largest_s`, each once, in an order
+/// without a trend.
+std::string evenDelays(double largest_s)
+{
+    constexpr u32 COUNT = 1000, STRIDE = 617;            // prime to each other
+    std::string lines;
+    for (u32 i = 0; i < COUNT; ++i) {
+        char line[32];
+        std::snprintf(line, sizeof line, "%.9f\n", largest_s * (i * STRIDE % COUNT) / COUNT);
+        lines += line;
+    }
+    return lines;
+}
+
 }  // namespace
 
 std::function<void(PacketNet&)> readNetEvent(const std::string& word, TableReader& t,
@@ -343,6 +357,13 @@ std::function<void(Unit&)> readPacketEvent(const std::string& word, TableReader&
         return [get, on](Unit& u) {
             if (on) get(u.node()).start();
             else get(u.node()).die();
+        };
+    }
+    if (word == "node.pdv_file") {
+        const char* const file = t.choice<const char*>("direction", {{"uplink", "/d/genPdvUplink.txt"},
+                                                                     {"downlink", "/d/genPdvDownlink.txt"}});
+        return [file, content = evenDelays(t.number("us") * US)](Unit& u) {
+            u.node().volumes().write(file, content);
         };
     }
     if (word == "node.packet_stamps")

@@ -350,10 +350,10 @@ void TuPktsync_set_ptp_selected(u32 syncrefId, u32 selected)
     if (PtpClock* const c = ptpClockOf(syncrefId)) c->selected = selected != 0;
 }
 
-u8 TuPktsync_PTP_getProfile(u32 syncrefId)
+const u8* TuPktsync_PTP_getProfile(u32 syncrefId)
 {
     const PtpClock* const c = ptpClockOf(syncrefId);
-    return c != nullptr ? c->setup.ptpProfile : u8{IEEE_1588_J3};
+    return c != nullptr ? &c->setup.ptpProfile : nullptr;
 }
 
 void TuPktsync_PTP_clockRqmtInd(u32 syncrefId, u32 minPktInterval, u32 maxPktInterval, u8 clockClass,

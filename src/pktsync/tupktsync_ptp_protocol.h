@@ -109,7 +109,8 @@ void TuPktsync_handle_ptp_message(const u8* message, u32 length, const PtpStamp&
                                   const PktIpAddress* server);
 void TuPktsync_set_ptp_path_supervision(u32 syncrefId, u32 on);
 void TuPktsync_set_ptp_selected(u32 syncrefId, u32 selected);
-u8   TuPktsync_PTP_getProfile(u32 syncrefId);
+/// PtpProfile of the clock; nullptr without one.
+const u8* TuPktsync_PTP_getProfile(u32 syncrefId);
 void TuPktsync_PTP_clockRqmtInd(u32 syncrefId, u32 minPktInterval, u32 maxPktInterval, u8 clockClass,
                                 const std::array<u8, 5>& classes, u8 clockAccuracy);
 /// TUPKTSYNC_TMO_IND of a clock's timer.

@@ -35,7 +35,7 @@ void sendRegInd(i64 offsetFromMaster, i64 meanPathDelay)
     node::sendTo(KvdLoz6TuPktsync_pid(), ind);
 }
 
-u8 profileOf(u32 froId)
+const u8* profileOf(u32 froId)
 {
     return TuPktsync_PTP_getProfile(
         static_cast<u32>(TuPktsync_SyncrefCtrl_syncrefIdOf(froId, PACKET_TIME_FRO_CLASS)));

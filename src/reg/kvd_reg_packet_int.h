@@ -198,7 +198,7 @@ struct TimeFilter {
 
 /// Neighbours' operations. Tests put their own in place.
 struct Needs {
-    u8     (*ptpProfile)(u32 froId);
+    const u8* (*ptpProfile)(u32 froId);              // nullptr without such a clock
     double (*estimate)(const MeasRefData& data);
     void   (*setRefState)(u8 degrState);             // 1 good, 2 degraded
     /// The selected clock's offset, ns * 2^16, and its mean path delay, ns.

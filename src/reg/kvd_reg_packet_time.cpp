@@ -335,8 +335,14 @@ void KvdLoz6TuReg_handlePktTimeMsg(const PktTimeMsg& msg)
         return;
     }
     followAsymmetry(f, msg);
-    const u8 profileNo =
+    // A packet that is on its way when its clock goes finds none.
+    const u8* const selected =
         packet::needs().ptpProfile(state().history.currentId[packet::HISTORY_TIME]);
+    if (selected == nullptr) {
+        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_ERROR, "selected profile is NULL pointer");
+        return;
+    }
+    const u8 profileNo = *selected;
     const packet::ProfileRow* const profile = packet::profileRow(profileNo);
     if (profile == nullptr) {
         KVD_TRACE(TRACE_PTPTIME_REF, TRACE_ERROR, "Unexpected profile (%hhu)", profileNo);

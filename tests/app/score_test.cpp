@@ -1,6 +1,9 @@
 // Scores of time error series with results known in closed form.
+#include "app/packet_time.h"
 #include "app/recording.h"
 #include "app/score.h"
+#include "ref/ref_types.h"
+#include "reg/kvd_reg_mtie.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -165,6 +168,75 @@ TEST(Score, OfAUnitThatNeverLockedIsEmpty)
     EXPECT_TRUE(scores.spans.empty());
     EXPECT_EQ(scores.timeToLock_s, -1.0);
     EXPECT_TRUE(scores.mtie_ns.empty());
+}
+
+// Locked in time from 1000 s on; packets are the reference from 2000 s to 6000 s.
+app::UnitRecording lockedToPackets(double (*error_ns)(double t))
+{
+    app::UnitRecording unit;
+    unit.selected = {{0.0, GPS_REF, ""}, {2000.0, PACKET_TIME_REF, ""}, {6000.0, GPS_REF, ""}};
+    for (int i = 0; i < 8000; ++i) {
+        app::Sample s;
+        s.t = i;
+        s.radioClockState = i < 1000 ? 3 : 10;
+        s.timeError_ns = 5000.0 + error_ns(i);
+        constexpr double STEP_ns = 1e9 / 245'760'000.0;
+        s.gpsTimeError_ns = std::floor(error_ns(i) / STEP_ns) * STEP_ns;
+        unit.samples.push_back(s);
+    }
+    return unit;
+}
+
+TEST(PacketTime, IsScoredWhileAPacketReferenceIsSelectedAlone)
+{
+    // 12 ns; 25 ns for 60 s, and 300 ns outside.
+    const app::PacketTime p = app::packetTime(lockedToPackets([](double t) {
+        return t < 2000 || t >= 6000 ? 300.0 : t >= 4000 && t < 4060 ? 25.0 : 12.0 + 0.1 * std::sin(t);
+    }), 1.0);
+    ASSERT_EQ(p.spans.size(), 1u);
+    EXPECT_EQ(p.spans[0].first, 2000u);
+    EXPECT_EQ(p.spans[0].last, 5999u);
+    EXPECT_DOUBLE_EQ(p.scored_s, 4000.0);
+    EXPECT_NEAR(p.maxTe_ns, 25.0, 4.1);
+    ASSERT_TRUE(p.cTe_ns);
+    EXPECT_NEAR(*p.cTe_ns, 12.78 + (p.maxTe_ns - 25.0), 0.02);        // of the thousand seconds with the 25 ns
+    std::vector<std::string> held;
+    for (const app::TimeClass& c : app::timeClasses())
+        if (app::judge(p, c).holds()) held.push_back(c.name);
+    EXPECT_THAT(held, testing::ElementsAre("G.8273.2-A", "G.8273.2-B"));
+    const app::ClassVerdict v = app::judge(p, app::timeClasses()[2]);
+    EXPECT_TRUE(*v.maxTe);
+    EXPECT_FALSE(*v.cTe);
+    EXPECT_FALSE(*v.mtie);                                            // 13 ns peak to peak, 10 allowed
+    EXPECT_EQ(v.maxTeFiltered, std::nullopt);
+}
+
+TEST(PacketTime, ErrorHasTheSeriesResolutionNotTheCounters)
+{
+    const app::UnitRecording unit = lockedToPackets([](double t) { return 20.0 * std::sin(t / 100.0); });
+    const std::vector<double> x = app::timeErrors(unit, {3000, 4000});
+    for (std::size_t i = 0; i < x.size(); i += 100)
+        EXPECT_NEAR(x[i], 20.0 * std::sin((3000.0 + static_cast<double>(i)) / 100.0), 0.1);
+}
+
+TEST(PacketTime, IsntScoredWithoutATimeOfItsOwn)
+{
+    app::UnitRecording offset = lockedToPackets([](double) { return 0.0; });
+    for (app::Sample& s : offset.samples) s.radioClockState = 8;
+    EXPECT_TRUE(app::packetTime(offset, 1.0).spans.empty());
+    const std::vector<double> step(50, 1.0);
+    std::vector<double> x(51, 0.0);
+    std::copy(step.begin(), step.end(), x.begin() + 1);
+    EXPECT_NEAR(app::lowPass(x, 1.0)[1], 0.4665, 1e-4);               // 1 - exp(-0.2 pi)
+    EXPECT_NEAR(app::lowPass(x, 1.0)[50], 1.0, 1e-9);
+}
+
+TEST(Masks, OfTheNetworkIsTheUnitsOwn)
+{
+    for (const double tau : {0.5, 1.3, 1.5, 2.4, 2.5, 10.0, 50.0, 100.0, 275.0})
+        EXPECT_NEAR(app::maskLimit(app::packetNetworkMask().mtie, tau), mtie::mtieLimit(tau) * 1e9, 1e-6) << tau;
+    EXPECT_EQ(app::maskByName("G.8273.2-C")->mtie.front().factor, 10.0);
+    EXPECT_NE(app::maskByName("G.8271.1"), nullptr);
 }
 
 TEST(Restarts, AreJudgedUpToTheNextOne)

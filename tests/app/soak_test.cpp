@@ -1,6 +1,7 @@
 // The long run's watch: that it sees each thing that must not be, and lets pass what may; that a seed
 // draws the same run each time.
 #include "app/soak.h"
+#include "sim/scenario/scenario.h"
 
 #include <gmock/gmock.h>
 
@@ -25,7 +26,7 @@ Moment sound(double t)
     m.clock = m.told = 10;
     m.selected = m.wanted = 6;
     m.coarse_s = 2048.0;
-    m.fine_s = 17.5;
+    m.fine_s = std::fmod(t, 1024.0);
     m.poolUsed = 20000;
     return m;
 }
@@ -66,6 +67,9 @@ TEST(SoakWatch, SeesWhatMustNotBe)
               [](Moment& m, Licence&) { m.gpsError_ns = 2001, m.degraded = true; }, ""},
              {"the same after a fault of the receiver",
               [](Moment& m, Licence& may) { m.gpsError_ns = 2001, may.reference_s = m.t - 3000; }, ""},
+             {"a regulator without samples", [](Moment& m, Licence&) { m.fine_s = 5; }, "no sample"},
+             {"the same after a refusal",
+              [](Moment& m, Licence& may) { m.fine_s = 5, may.deaf = true; }, ""},
              {"signals that pile up", [](Moment& m, Licence&) { m.poolUsed += 16385; }, "bytes"},
          }) {
         SCOPED_TRACE(c.what);
@@ -75,8 +79,8 @@ TEST(SoakWatch, SeesWhatMustNotBe)
         may.hasTime = true;
         for (const double t : {0.0, 1000.0, 4000.0, 8000.0}) watch.look(sound(t), may, found);
         ASSERT_TRUE(found.empty()) << found[0].what;
-        for (int i = 1; i <= 10; ++i) {            // some count after a few seconds alone
-            Moment m = sound(8000.0 + i);
+        for (int i = 1; i <= 10; ++i) {            // some count after a while alone
+            Moment m = sound(8000.0 + 4 * i);
             c.plant(m, may);
             watch.look(m, may, found);
         }
@@ -108,14 +112,32 @@ TEST(SoakWatch, KnowsWhichClockStatesFollow)
     EXPECT_EQ(found.size(), 3u);
 }
 
+TEST(Soak, DrawsScenariosThatCanBeReadWithEveryKindOfReference)
+{
+    std::string drawn;
+    for (u64 seed = 1; seed <= 40; ++seed) {
+        drawn += app::drawScenario(20.0, seed);
+        EXPECT_NO_THROW(sim::readScenarioText(app::drawScenario(20.0, seed), "drawn")) << seed;
+    }
+    for (const char* const word :
+         {"GPS_REF", "TU_REF", "PDH_SDH_REF", "PACKET_TIME_REF", "PACKET_FREQ_REF", "IEEE_1588_J3",
+          "ITU_T_G_8275_1", "master.set", "master.step", "master.frequency", "path.change", "path.down",
+          "node.packet_service", "node.packet_stamps", "mp.set_packet_reference",
+          "mp.delete_packet_reference", "alternate_master = true"})
+        EXPECT_THAT(drawn, HasSubstr(word));
+}
+
 TEST(Soak, ReplaysASeed)
 {
-    const app::SoakResult first = app::runSoak({.hours = 1.5, .seed = 3});
-    const app::SoakResult second = app::runSoak({.hours = 1.5, .seed = 3});
-    EXPECT_TRUE(first.violations.empty());
-    EXPECT_GT(first.clockChanges, 0u);
-    EXPECT_EQ(first.digest, second.digest);
-    EXPECT_NE(first.digest, app::runSoak({.hours = 1.5, .seed = 4}).digest);
+    struct Case { double hours; u64 seed; };
+    for (const Case& c : {Case{1.5, 6}, {0.6, 3}}) {           // lines alone, and packets
+        SCOPED_TRACE(c.seed);
+        const app::SoakResult first = app::runSoak({.hours = c.hours, .seed = c.seed});
+        EXPECT_TRUE(first.violations.empty());
+        EXPECT_GT(first.clockChanges, 0u);
+        EXPECT_EQ(first.digest, app::runSoak({.hours = c.hours, .seed = c.seed}).digest);
+    }
+    EXPECT_NE(app::runSoak({.hours = 0.6, .seed = 6}).digest, app::runSoak({.hours = 0.6, .seed = 7}).digest);
 }
 
 }  // namespace
