@@ -56,6 +56,7 @@ private:
     const RadioEnd* radioEnd(u32 unit) const;
 
     ose::World& world_;
+    i64 masterEpoch_;
     Node node_;
     std::map<ReferenceInput, std::unique_ptr<LineSource>> sources_;
     std::unique_ptr<GpsReceiver> gps_;
