@@ -55,7 +55,8 @@ std::optional<ose::Time> HostClock::ofStamp(i64 realtime_ns) const
     const i64 monotonic_ns = realtime_ns - offset_ns_;
     const i64 age_ns = source_.monotonic_ns() - monotonic_ns;
     constexpr i64 READING_ns = 10'000;   // what the offset may be wrong by
-    if (age_ns < -READING_ns || age_ns > NS_PER_s) return std::nullopt;
+    constexpr i64 LONGEST_ns = 10 * NS_PER_s;
+    if (age_ns < -READING_ns || age_ns > LONGEST_ns) return std::nullopt;
     return worldTime(monotonic_ns - beginning_ns_);
 }
 

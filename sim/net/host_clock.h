@@ -22,8 +22,8 @@ public:
 
     /// What the world's time is to be now; negative before it begins.
     ose::Time now() const;
-    /// The world's time of a stamp by CLOCK_REALTIME; nothing for one that lies ahead or more than a second
-    /// back.
+    /// The world's time of a stamp by CLOCK_REALTIME; nothing for one that lies ahead or more than 10 s back,
+    /// as one from before a step.
     std::optional<ose::Time> ofStamp(i64 realtime_ns) const;
     /// TAI at the world's beginning, s since 1970.
     i64 taiAtBeginning() const { return tai_s_; }

@@ -37,7 +37,7 @@ struct NetPacket {
     NetAddress from, to;             // of a datagram
     u16 fromPort = 0, toPort = 0;
     u8  tos = 0;                     // of a datagram, as it leaves an interface of the machine
-    ose::Time age = 0;               // since it came, for one that could not be handed over at once
+    ose::Time age = 0;               // since it came, for one that the world's time had passed already
 };
 
 /// Told when a packet has left; never, when nothing is known of that.
