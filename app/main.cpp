@@ -148,8 +148,8 @@ int main(int argc, char** argv)
     runCommand->add_option("--speed", a.speed, "Times real time, 0 as fast as it goes")
         ->check(CLI::Range(0.0, 1e6));
     runCommand->add_option("--ptp-if", a.interfaces,
-                           "[NAME=]INTERFACE: the unit, or a unit or master of that name, on a network interface, "
-                           "in the host's time")
+                           "[NAME=]INTERFACE: the unit, or the unit or master of that name, on a network "
+                           "interface; the run keeps the host's time")
         ->type_name("TEXT")->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     NmeaArguments n;
     CLI::App* const nmeaCommand =

@@ -324,7 +324,8 @@ private:
         for (const HostInterface& i : options_.interfaces) {
             const std::string name = i.host.empty() ? units_.front()->name() : i.host;
             sim::NetHost* const host = net_->network().host(name);
-            if (host == nullptr) throw sim::HostError(i.interface + ": there is no unit or master '" + name + "'");
+            if (host == nullptr)
+                throw sim::HostError(i.interface + ": there is no unit or master '" + name + "'");
             for (const auto& other : hostNet_->ports())
                 if (&other->host() == host)
                     throw sim::HostError(i.interface + ": '" + name + "' is on " + other->interface());

@@ -1,6 +1,6 @@
 // host_net.h - Hosts of the packet network on interfaces of the machine, and the world run along with the
-// host's time: always a little behind it, so that what comes at a time reaches the world at that time or later,
-// and what the world sends leaves later than it meant to. The stamps tell when it was.
+// host's time: always a little behind it, so that what comes at a time reaches the world at that time or
+// hardly later, and what the world sends leaves later than it meant to. The stamps tell when it was.
 #pragma once
 #include "sim/net/host_port.h"
 

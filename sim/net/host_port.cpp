@@ -183,7 +183,8 @@ bool HostPort::sendOn(Socket& s, const NetPacket& packet, bool wantsStamp)
     if (!packet.isFrame && s.tos != packet.tos) {
         const int tos = packet.tos;
         const bool is4 = packet.to.family == 4;
-        if (setOption(s.fd, is4 ? IPPROTO_IP : IPPROTO_IPV6, is4 ? IP_TOS : IPV6_TCLASS, tos) == 0) s.tos = tos;
+        const int level = is4 ? IPPROTO_IP : IPPROTO_IPV6;
+        if (setOption(s.fd, level, is4 ? IP_TOS : IPV6_TCLASS, tos) == 0) s.tos = tos;
     }
     iovec part{const_cast<u8*>(packet.bytes.data()), packet.bytes.size()};
     msghdr m{};

@@ -1,5 +1,5 @@
-// A unit on an interface of the machine: the host's clocks against the world's time, what the sockets bring and
-// refuse, and a unit that follows the masters of another `tu`, each in a network namespace of its own.
+// A unit on an interface of the machine: the host's clocks against the world's time, what the sockets bring
+// and refuse, and a unit that follows the masters of another `tu`, each in a network namespace of its own.
 #include "sim/net/host_net.h"
 #include "tests/pktsync/packet_unit.h"
 
@@ -104,8 +104,8 @@ public:
     {
         former_ = open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
         if (std::system("ip -V >/dev/null 2>&1") != 0) why_ = "there is no ip (iproute2)";
-        else if (unshare(CLONE_NEWNET) != 0)           why_ = "no network namespace can be made here, not root?";
-        else                                           entered_ = true;
+        else if (unshare(CLONE_NEWNET) != 0) why_ = "no network namespace can be made here, not root?";
+        else entered_ = true;
     }
     ~Namespace()
     {
@@ -293,6 +293,60 @@ TEST_F(Cable, DatagramsNeedTheHostsAddress)
     EXPECT_EQ(other.counts().failed, 1u);
 }
 
+TEST_F(Cable, DatagramsLeaveFromTheHostsPorts)
+{
+    ns.ip("neighbour add 192.168.0.9 lladdr 02:00:00:00:00:09 dev near0");
+    ASSERT_EQ(ns.why(), "");
+    constexpr u16 ETHERTYPE_IP = 0x0800;
+    const int sniffer = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETHERTYPE_IP));
+    u32 stamps = 0;
+    for (const u16 udp : {u16{319}, u16{320}}) {
+        sim::NetPacket packet;
+        packet.isFrame = false;
+        packet.bytes.assign(44, 0x5A);
+        packet.to = {4, {192, 168, 0, 9}};
+        packet.fromPort = packet.toPort = udp;
+        packet.tos = static_cast<u8>(46 << 2);
+        network.send(host, packet, [&](ose::Time) { ++stamps; });
+        std::array<u8, 200> f{};
+        sockaddr_ll from{};
+        socklen_t size = sizeof from;
+        do ASSERT_GT(recvfrom(sniffer, f.data(), f.size(), 0, reinterpret_cast<sockaddr*>(&from), &size), 0);
+        while (from.sll_pkttype == PACKET_OUTGOING);
+        EXPECT_EQ(hexOf(&f[15], 1), "b8");
+        EXPECT_EQ(hexOf(&f[26], 8), "c0a80001c0a80009");
+        EXPECT_EQ(hexOf(&f[34], 4), udp == 319 ? "013f013f" : "01400140");
+        EXPECT_EQ(hexOf(&f[42], 44), hexOf(packet.bytes.data(), 44));
+    }
+    close(sniffer);
+    run(20);
+    EXPECT_EQ(stamps, 2u);
+}
+
+TEST_F(Cable, WithoutAStampAnEventMessageIsLeftOut)
+{
+    HostClock::Source wrong = HostClock::kernel();   // no stamp can be of its time
+    wrong.realtime_ns = [real = wrong.realtime_ns] { return real() + 3600 * S; };
+    HostClock clockOfOther(wrong);
+    sim::HostNet otherNet(world, network, clockOfOther);
+    Host other;
+    const sim::HostPort& otherPort = otherNet.add(other, "near0");
+    constexpr u8 ANNOUNCE = 0xB, PDELAY_RESP = 0x3;
+    sendFar(frame(44));
+    sendFar(frame(54, PDELAY_RESP));
+    sendFar(frame(64, ANNOUNCE));
+    sim::NetPacket packet;
+    packet.bytes = frame(44);
+    bool told = false;
+    network.send(other, packet, [&](ose::Time) { told = true; });
+    otherNet.runUntil(std::max<ose::Time>(clockOfOther.now(), 0) + 1500 * ose::MS);
+    EXPECT_EQ(otherPort.counts().unstamped, 2u);
+    ASSERT_EQ(other.packets.size(), 1u);
+    EXPECT_EQ(other.packets[0].bytes[14], ANNOUNCE);
+    EXPECT_FALSE(told);
+    EXPECT_EQ(otherPort.counts().lostStamps, 1u);
+}
+
 // ---- a unit and its masters ---------------------------------------------------------------------
 
 constexpr const char* MASTERS = R"(
@@ -353,9 +407,10 @@ private:
     {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (unshare(CLONE_NEWNET) != 0 || write(ready, "r", 1) != 1 || dup2(go, STDIN_FILENO) < 0) _exit(1);
-        const std::string line = "read go && ip link set far0 up && ip address add 192.168.0.9/24 dev far0 && "
-                                 "ip address add fd00::9/64 dev far0 nodad && exec '" TU_PROGRAM "' run '" +
-                                 file_.string() + "' --quiet --ptp-if gm1=far0 --ptp-if gm2=far0 --ptp-if gm3=far0";
+        const std::string line =
+            "read go && ip link set far0 up && ip address add 192.168.0.9/24 dev far0 && "
+            "ip address add fd00::9/64 dev far0 nodad && exec '" TU_PROGRAM "' run '" + file_.string() +
+            "' --quiet --ptp-if gm1=far0 --ptp-if gm2=far0 --ptp-if gm3=far0";
         execl("/bin/sh", "sh", "-c", line.c_str(), static_cast<char*>(nullptr));
         _exit(1);
     }
@@ -394,7 +449,7 @@ struct PacedUnit : PacketUnit {
     void stall()
     {
         world.after(10 * ose::MS, [this] {
-            usleep(8000);
+            if (hostClock.now() - world.now() < 50 * ose::MS) usleep(8000);   // it must be able to catch up
             stall();
         });
     }
@@ -410,11 +465,13 @@ struct PacedUnit : PacketUnit {
         const PROCESS consumer = node.system().spawn("consumer", 25, [this] {
             for (;;) {
                 Signal* sig = ose::receive(ose::ANY_SIGNAL);
-                if (sig->sigNo == TUPKTSYNC_PTP_PACKET_IND) exchanges.push_back(*as<TuPktsyncPtpPacketInd>(sig));
+                if (sig->sigNo == TUPKTSYNC_PTP_PACKET_IND)
+                    exchanges.push_back(*as<TuPktsyncPtpPacketInd>(sig));
                 ose::free_buf(&sig);
             }
         });
-        const TuPktsyncRefSelectionInd ind{TUPKTSYNC_REF_SELECTION_IND, ref.froId, ref.froClassNo, 0, consumer};
+        const TuPktsyncRefSelectionInd ind{TUPKTSYNC_REF_SELECTION_IND, ref.froId, ref.froClassNo, 0,
+                                           consumer};
         node.system().inject(std::as_bytes(std::span(&ind, 1)), pid(), manager());
     }
 };
