@@ -28,6 +28,7 @@ struct UnitSpec {
     std::vector<EsmcPeerConfig> esmc;    // far ends of the Ethernet ports
     std::optional<CmccSourceConfig> cmcc;
     double start_s = 0;              // when its power comes
+    i64 masterEpoch = PtpMasterConfig{}.epoch;   // true TAI at the beginning, as PTP masters know it
 };
 
 enum class LinkKind : u8 {
@@ -135,6 +136,9 @@ struct Scenario {
     std::vector<PathSpec> paths;
     std::vector<EventSpec> events;   // in order of time
     std::vector<CheckSpec> checks;
+
+    /// Lets PTP masters, and whoever follows one, begin at this TAI, s since 1970.
+    void setMasterEpoch(i64 tai_s);
 };
 
 /// Reads and checks a scenario. Throws ScenarioError, or SeriesError for a recorded series it names.
