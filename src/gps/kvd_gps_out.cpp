@@ -391,11 +391,17 @@ gpsout::State& gpsout::state() { return *s; }
 
 void gpsout::setTime(double gpsTime)
 {
-    constexpr double WEEK_s = 604800.0;
-    s->gpsTime = gpsTime > 0 ? static_cast<u64>(gpsTime) : 0;
-    const double weeks = static_cast<double>(s->gpsTime) / WEEK_s;
-    s->gpsTimeWeek = static_cast<u32>(weeks);
-    s->gpsTimeTOW = static_cast<u32>((weeks - s->gpsTimeWeek) * WEEK_s + 0.5);
+    constexpr u32 WEEK_s = 604800;
+    const double weeks = gpsTime > 0 ? gpsTime / WEEK_s : 0;
+    u32 week = static_cast<u32>(weeks);
+    u32 tow = static_cast<u32>((weeks - week) * WEEK_s + 0.5);
+    if (tow == WEEK_s) {
+        tow = 0;
+        ++week;
+    }
+    s->gpsTimeWeek = week;
+    s->gpsTimeTOW = tow;
+    s->gpsTime = u64{week} * WEEK_s + tow;
 }
 
 bool gpsout::classTest(u8 regState, u8 rcState)

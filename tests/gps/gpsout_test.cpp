@@ -281,4 +281,24 @@ TEST(GpsOut, OnlyAChangeOfStateIsTraced)
     EXPECT_EQ(unit.state(), 2u);
 }
 
+TEST(GpsOut, TheSecondIsTheOneWhosePulseLeavesTheCounterEarly)
+{
+    constexpr double EARLY = 40e-9;           // s, the way to the connector
+    struct Case { double time; u32 week, tow; };
+    OutUnit unit;
+    for (const Case& c : std::to_array<Case>({{0.0, 0, 0},
+                                              {564.0 - EARLY, 0, 564},
+                                              {604800.0 - EARLY, 1, 0},
+                                              {604800.0, 1, 0},
+                                              {604799.4, 0, 604799},
+                                              {2245 * 604800.0 + 101 - EARLY, 2245, 101},
+                                              {-1.0, 0, 0}})) {
+        SCOPED_TRACE(c.time);
+        unit.call([&] { gpsout::setTime(c.time); });
+        EXPECT_EQ(unit.look().gpsTimeWeek, c.week);
+        EXPECT_EQ(unit.look().gpsTimeTOW, c.tow);
+        EXPECT_EQ(unit.look().gpsTime, c.week * 604800ull + c.tow);
+    }
+}
+
 }  // namespace
