@@ -6,6 +6,7 @@
 #include "iif/kvd_pm.h"
 
 #include <algorithm>
+#include <cmath>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -70,7 +71,7 @@ std::vector<std::pair<double, double>> series(const UnitRecording& unit, double 
     std::vector<std::pair<double, double>> points;
     points.reserve(unit.samples.size());
     for (const Sample& s : unit.samples)
-        if (s.t >= from_s) points.emplace_back(s.t / 3600.0, s.*field);
+        if (s.t >= from_s && !std::isnan(s.*field)) points.emplace_back(s.t / 3600.0, s.*field);
     return thinned(points, POINTS_MAX);
 }
 

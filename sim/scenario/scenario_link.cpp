@@ -59,6 +59,7 @@ std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t
 {
     if (word == "link.up") return [](Link& l) { l.setUp(true); };
     if (word == "link.down") return [](Link& l) { l.setUp(false); };
+    if (word == "link.turn") return [](Link& l) { l.turn(); };
     if (word != "link.fault") return {};
     const LinkFault fault = t.choice<LinkFault>("fault", {{"garbled", LinkFault::Garbled},
                                                           {"parity", LinkFault::Parity},
@@ -66,7 +67,9 @@ std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t
                                                           {"no_text", LinkFault::NoText},
                                                           {"late", LinkFault::Late},
                                                           {"unstable_from", LinkFault::UnstableFrom},
-                                                          {"unstable_to", LinkFault::UnstableTo}});
+                                                          {"unstable_to", LinkFault::UnstableTo},
+                                                          {"jitter", LinkFault::Jitter},
+                                                          {"noise", LinkFault::Noise}});
     const double amount = t.number("amount", 1.0);
     const bool on = t.boolean("on", true);
     return [fault, amount = on ? amount : 0.0](Link& l) { l.setFault(fault, amount); };
