@@ -320,9 +320,11 @@ namespace {
 void readOfLink(TableReader& t, EventSpec& e, const Scenario& scenario)
 {
     e.link = t.text("link", scenario.links.empty() ? "" : scenario.links.front().name);
-    if (std::none_of(scenario.links.begin(), scenario.links.end(),
-                     [&](const LinkSpec& l) { return l.name == e.link; }))
-        t.fail("link", "there is no link '" + e.link + "'");
+    const auto link = std::find_if(scenario.links.begin(), scenario.links.end(),
+                                   [&](const LinkSpec& l) { return l.name == e.link; });
+    if (link == scenario.links.end()) t.fail("link", "there is no link '" + e.link + "'");
+    if (e.what == "link.turn" && link->kind != LinkKind::Idl1 && link->kind != LinkKind::Idl2)
+        t.fail("link", "only a link of type idl1 or idl2 can turn");
     e.linkAction = readLinkEvent(e.what, t);
     if (!e.linkAction) t.fail("do", "'" + e.what + "' is nothing that can happen");
     e.what += " " + e.link;

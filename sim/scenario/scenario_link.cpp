@@ -71,6 +71,10 @@ std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t
                                                           {"jitter", LinkFault::Jitter},
                                                           {"noise", LinkFault::Noise}});
     const double amount = t.number("amount", 1.0);
+    constexpr double AMOUNT_MAX = 1e9;               // ns: a second
+    constexpr double NOISE_MAX = 100.0;              // words between two
+    if (!(amount >= 0.0 && amount <= (fault == LinkFault::Noise ? NOISE_MAX : AMOUNT_MAX)))
+        t.fail("amount", "out of range");
     const bool on = t.boolean("on", true);
     return [fault, amount = on ? amount : 0.0](Link& l) { l.setFault(fault, amount); };
 }
