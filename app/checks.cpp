@@ -73,11 +73,41 @@ Outcome gpsReaches(const UnitRecording& u, const sim::CheckSpec& c)
                           clockText(c.from_s).c_str(), clockText(c.to_s).c_str())};
 }
 
-/// What the command printed holds the text often enough.
+/// What a report has to be for a check to count it; what the check doesn't name may be anything.
+bool isMeant(const SocpriReport& r, const sim::CheckSpec& c)
+{
+    return r.t >= c.from_s && r.t <= c.to_s && r.sigNo == c.socpriSigNo && (!c.port || *c.port == r.port) &&
+           (!c.status || *c.status == r.status);
+}
+
+Outcome socpriTold(const UnitRecording& u, const sim::CheckSpec& c)
+{
+    const auto count = static_cast<u64>(
+        std::count_if(u.socpriReports.begin(), u.socpriReports.end(),
+                      [&](const SocpriReport& r) { return isMeant(r, c); }));
+    return {count >= c.least && count <= c.most,
+            format("%llu times from %s to %s", static_cast<unsigned long long>(count),
+                   clockText(c.from_s).c_str(), clockText(c.to_s).c_str())};
+}
+
+/// Each text behind the one before it.
+Outcome inOrder(const std::string& output, const std::vector<std::string>& texts)
+{
+    std::size_t from = 0;
+    for (const std::string& text : texts) {
+        const std::size_t found = output.find(text, from);
+        if (found == std::string::npos) return {false, "'" + text + "' doesn't follow"};
+        from = found + text.size();
+    }
+    return {true, format("all %zu in order", texts.size())};
+}
+
+/// What the command printed holds the text often enough, or the texts in their order.
 Outcome printed(const UnitRecording& u, const sim::CheckSpec& c)
 {
     for (const CommandOutput& o : u.outputs) {
         if (o.line != c.line || std::abs(o.t - c.from_s) > 1e-9) continue;
+        if (!c.texts.empty()) return inOrder(o.output, c.texts);
         u64 count = 0;
         for (std::size_t i = o.output.find(c.text); i != std::string::npos;
              i = o.output.find(c.text, i + 1))
@@ -234,6 +264,7 @@ Outcome evaluate(const sim::CheckSpec& c, const UnitRecording& u, const Recordin
         return {verdict.pass, verdict.detail};
     }
     case sim::CheckKind::Command:   return printed(u, c);
+    case sim::CheckKind::SocpriTold: return socpriTold(u, c);
     case sim::CheckKind::ErrorLog:   return entries(u.errors, &ErrorEntry::code, c);
     case sim::CheckKind::TestFailed: return entries(u.failedTests, &FailedTest::name, c);
     case sim::CheckKind::AboutMean: return errorAboutMean(u, c);

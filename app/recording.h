@@ -34,6 +34,14 @@ struct CommandOutput {
     std::string output;
 };
 
+/// An answer about a radio link that the main processor got; the signal says which.
+struct SocpriReport {
+    double t = 0;
+    u32 sigNo = 0;
+    u8  port = 0;                 // from 1; 0 where the answer names none
+    u32 status = 0;
+};
+
 struct Selection {
     double t = 0;
     u8 refType = 0;
@@ -119,6 +127,7 @@ struct UnitRecording {
     std::vector<GpsStatus> gpsStatuses;
     std::vector<StateChange> qualities;   // levels of Ethernet references, SSM codes, as told
     std::vector<StateChange> pduAlarms;   // 1 when the peer's frames are missing
+    std::vector<SocpriReport> socpriReports;
     std::vector<PmPeriod> pmPeriods;
     std::vector<PmSubscription> pmSubscriptions;
     std::vector<CommandOutput> outputs;

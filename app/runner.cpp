@@ -3,6 +3,7 @@
 #include "app/checks.h"
 #include "app/console.h"
 #include "app/progress.h"
+#include "app/socpri_reports.h"
 #include "app/summary.h"
 #include "gps/kvd_gps_receiver.h"
 #include "gps/kvd_gps_state.h"
@@ -178,12 +179,24 @@ private:
             if (const auto cfm = record.as<KvdTuiifSubscribePmCfm>())
                 recording.pmSubscriptions.push_back({now(), cfm->froType});
         onEthernetReport(record);
+        onSocpriReport(record);
         if (record.sigNo != KVD_TUIIF_GPS_STATUS_IND) return;
         const auto ind = record.as<KvdTuiifGpsStatusInd>();
         if (!ind) return;
         const std::string text(ind->text, strnlen(ind->text, sizeof ind->text));
         recording.gpsStatuses.push_back({now(), ind->gpsStatus, text});
         tell("GPS status " + std::to_string(ind->gpsStatus) + " " + text);
+    }
+
+    void onSocpriReport(const sim::MpRecord& record)
+    {
+        std::optional<SocpriReport> report = socpriReport(record);
+        if (!report) return;
+        report->t = now();
+        recording.socpriReports.push_back(*report);
+        const std::string port = report->port != 0 ? " port " + std::to_string(report->port) : "";
+        tell("radio link " + std::string(sim::socpriAnswerName(report->sigNo)) + port + ": " +
+             std::to_string(report->status));
     }
 
     void onEthernetReport(const sim::MpRecord& record)

@@ -7,6 +7,7 @@
 #include "sim/scenario/link_gps_out.h"
 #include "sim/scenario/link_inci.h"
 #include "sim/scenario/link_radio.h"
+#include "sim/scenario/link_sdu.h"
 #include "sim/scenario/unit.h"
 
 #include <algorithm>
@@ -23,6 +24,7 @@ std::unique_ptr<Link> makeLink(ose::World& world, const LinkSpec& spec, Unit& fr
     case LinkKind::Idl2:   return std::make_unique<CpriLink>(world, spec, from, to);
     case LinkKind::Inci:   return std::make_unique<InciLink>(world, spec, from, to);
     case LinkKind::Cpri:   return std::make_unique<RadioLink>(world, spec, from, to);
+    case LinkKind::Sdu:    return std::make_unique<SduLink>(world, spec, from, to);
     }
     return nullptr;
 }

@@ -37,6 +37,7 @@ enum class LinkKind : u8 {
     Idl2,         // delays that the port servers measure, carried by the main processors
     Inci,         // the path between two units' processes; nobody leads
     Cpri,         // a radio link: each end's measurement server measures the other unit's clock
+    Sdu,          // what the main processor hands on between a node's two units about radio links
 };
 enum class LinkFault : u8 {
     Garbled,      // share of bytes, or of words, with a bit turned over
@@ -103,6 +104,7 @@ enum class CheckKind : u8 {
     Quality,      // quality level of an Ethernet reference that the main processor was told last
     PduMissing,   // alarm that it was told last
     TestFailed,   // failures of a test that the test service was told between two times
+    SocpriTold,   // answers about radio links that the main processor got between two times
 };
 
 struct CheckSpec {
@@ -114,6 +116,10 @@ struct CheckSpec {
     double limit = 0;                // ns, ppb, divider units
     std::string text;                // trace text, mask name, text told or printed
     std::string line;                // of a command
+    std::vector<std::string> texts;  // that it prints in this order
+    u32 socpriSigNo = 0;             // which answer, of which port and status; nothing: any
+    std::optional<u8> port;
+    std::optional<u32> status;
     u32 pmSet = 0;                   // froType of a set of performance counters
     u64 least = 1, most = UINT64_MAX;
 };
@@ -152,6 +158,8 @@ std::optional<u8> refTypeByName(const std::string& name);
 /// "OPERATIONAL" for 6, "UNKNOWN" beyond the known; and of the receiver's kind "NORVANE_COMBINED" for 2.
 const char* gpsStateName(u8 gpsState);
 const char* gpssTypeName(u8 gpssType);
+/// "scan" for KVD_TUIIF_SOCPRI_SCAN_LINK_RSP, as a check names it.
+const char* socpriAnswerName(u32 sigNo);
 
 // Pieces of the reader, each in a file of its own.
 UnitSpec readUnit(const toml::table& table, const std::string& file);

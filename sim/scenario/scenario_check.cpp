@@ -1,5 +1,6 @@
 // Reading a [[check]]: what must hold at the end of a run.
 #include "iif/kvd_pm.h"
+#include "iif/tuiif_sig.h"
 #include "sim/scenario/scenario.h"
 
 #include <algorithm>
@@ -80,6 +81,31 @@ void readGpsKind(TableReader& t, CheckSpec& c, const Scenario& scenario)
     }
 }
 
+struct SocpriAnswer { const char* word; SIGSELECT sigNo; };
+constexpr SocpriAnswer SOCPRI_ANSWERS[] = {
+    {"start", KVD_TUIIF_SOCPRI_START_RSP},
+    {"scan", KVD_TUIIF_SOCPRI_SCAN_LINK_RSP},
+    {"select", KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_RSP},
+    {"sync", KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND},
+    {"align", KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_RSP},
+    {"holdover", KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_RSP},
+    {"supervision", KVD_TUIIF_SOCPRI_SUPERVISION_STATUS_IND},
+    {"link", KVD_TUIIF_SOCPRI_LINK_STATUS_FWD},
+    {"already_selected", KVD_TUIIF_SOCPRI_ALREADY_SELECTED_IND},
+};
+
+void readSocpriTold(TableReader& t, CheckSpec& c, const Scenario& scenario)
+{
+    const std::string word = t.text("answer");
+    for (const SocpriAnswer& a : SOCPRI_ANSWERS)
+        if (word == a.word) c.socpriSigNo = a.sigNo;
+    if (c.socpriSigNo == 0) t.fail("answer", "'" + word + "' is no answer about radio links");
+    if (t.has("port")) c.port = static_cast<u8>(t.integer("port", 1, 7));
+    if (t.has("status")) c.status = static_cast<u32>(t.integer("status", 0, 7));
+    readSpan(t, c, scenario);
+    readCounts(t, c);
+}
+
 void readKind(TableReader& t, CheckSpec& c, const Scenario& scenario)
 {
     switch (c.kind) {
@@ -156,8 +182,13 @@ void readKind(TableReader& t, CheckSpec& c, const Scenario& scenario)
     case CheckKind::Command:
         readMoment(t, c);
         c.line = t.text("line");
+        c.texts = t.texts("in_order");
+        if (!c.texts.empty()) break;
         c.text = t.text("text");
         readCounts(t, c);
+        break;
+    case CheckKind::SocpriTold:
+        readSocpriTold(t, c, scenario);
         break;
     case CheckKind::GpsState:
     case CheckKind::GpsReaches:
@@ -178,6 +209,13 @@ const char* gpsStateName(u8 gpsState)
 const char* gpssTypeName(u8 gpssType)
 {
     return gpssType < std::size(GPSS_TYPES) ? GPSS_TYPES[gpssType] : "UNKNOWN";
+}
+
+const char* socpriAnswerName(u32 sigNo)
+{
+    for (const SocpriAnswer& a : SOCPRI_ANSWERS)
+        if (a.sigNo == sigNo) return a.word;
+    return "UNKNOWN";
 }
 
 CheckSpec readCheck(const toml::table& table, const std::string& file, const Scenario& scenario)
@@ -208,7 +246,8 @@ CheckSpec readCheck(const toml::table& table, const std::string& file, const Sce
                                            {"test_failed", CheckKind::TestFailed},
                                            {"quality", CheckKind::Quality},
                                            {"pdu_missing", CheckKind::PduMissing},
-                                           {"command", CheckKind::Command}});
+                                           {"command", CheckKind::Command},
+                                           {"socpri_told", CheckKind::SocpriTold}});
     c.unit = t.text("unit", scenario.units.front().node.name);
     if (std::none_of(scenario.units.begin(), scenario.units.end(),
                      [&](const UnitSpec& u) { return u.node.name == c.unit; }))

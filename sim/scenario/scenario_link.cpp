@@ -1,5 +1,6 @@
 // Reading a [[link]] between two units, and what can happen to it.
 #include "sim/scenario/link.h"
+#include "sim/scenario/link_sdu.h"
 #include "sim/scenario/scenario.h"
 #include "sim/scenario/table_reader.h"
 
@@ -26,7 +27,8 @@ LinkSpec readLink(const toml::table& table, const std::string& file, const Scena
     LinkSpec l;
     l.kind = t.choice<LinkKind>("type", {{"gps_out", LinkKind::GpsOut}, {"hptsi", LinkKind::Hptsi},
                                           {"idl1", LinkKind::Idl1}, {"idl2", LinkKind::Idl2},
-                                          {"inci", LinkKind::Inci}, {"cpri", LinkKind::Cpri}});
+                                          {"inci", LinkKind::Inci}, {"cpri", LinkKind::Cpri},
+                                          {"sdu", LinkKind::Sdu}});
     l.from = unitOf(t, "from", scenario);
     l.to = unitOf(t, "to", scenario);
     if (l.from == l.to) t.fail("to", "a link has two ends");
@@ -37,7 +39,7 @@ LinkSpec readLink(const toml::table& table, const std::string& file, const Scena
     l.noise.white_s = t.number("white_ns", 0.0) * NS;
     l.noise.flicker_s = t.number("flicker_ns", 0.0) * NS;
     l.up = t.boolean("up", true);
-    if (l.kind == LinkKind::Cpri)
+    if (l.kind == LinkKind::Cpri || l.kind == LinkKind::Sdu)
         for (const UnitSpec& u : scenario.units)
             if ((u.node.name == l.from || u.node.name == l.to) && !u.node.inrsi.present)
                 t.fail("type", "'" + u.node.name + "' has no [unit.inrsi]");
@@ -60,6 +62,10 @@ std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t
     if (word == "link.up") return [](Link& l) { l.setUp(true); };
     if (word == "link.down") return [](Link& l) { l.setUp(false); };
     if (word == "link.turn") return [](Link& l) { l.turn(); };
+    if (word == "link.focus")
+        return [port = static_cast<u8>(t.integer("port", 0, 6, 0))](Link& l) {
+            dynamic_cast<SduLink&>(l).setFocus(port);
+        };
     if (word != "link.fault") return {};
     const LinkFault fault = t.choice<LinkFault>("fault", {{"garbled", LinkFault::Garbled},
                                                           {"parity", LinkFault::Parity},

@@ -16,6 +16,7 @@ using Action = std::function<void(Unit&)>;
 constexpr double SFN_TURN_s = 40.96, COUNTER_TURN_s = 1024.0;
 constexpr i64 PORT_LAST = 6, PORT_X = 7;
 constexpr u8 AVAILABLE = 2;
+constexpr u16 MFN_TURNS = 25;                    // turns of the frame number in one of the counter
 
 InrsiLinkConfig readLink(TableReader& t)
 {
@@ -76,24 +77,68 @@ FarCount farCount(Unit& u, u16 port)
     return {esfc, static_cast<u16>(within_s / SFN_TURN_s)};
 }
 
+/// What the sync group logic knows of its provider; nothing while it knows none.
+std::optional<FarCount> groupCount(Unit& u)
+{
+    const std::optional<SyncProvider> provider = u.node().ngpduhif().provider();
+    if (!provider) return std::nullopt;
+    return FarCount{provider->esfc, provider->mfn};
+}
+
+/// `turns_ahead` turns of the frame number more than the unit at the other end counts.
+struct Count {
+    u8 port;
+    bool ofGroup;
+    u16 turnsAhead;
+
+    std::optional<FarCount> at(Unit& u) const
+    {
+        std::optional<FarCount> far = ofGroup ? groupCount(u) : farCount(u, port);
+        if (far) far->mfn = static_cast<u16>((far->mfn + turnsAhead) % MFN_TURNS);
+        return far;
+    }
+};
+
+Count readCount(TableReader& t, u8 port)
+{
+    return {port, t.boolean("group", false), static_cast<u16>(t.integer("turns_ahead", 0, MFN_TURNS - 1, 0))};
+}
+
 Action orderAlign(TableReader& t)
 {
     const u8 port = static_cast<u8>(t.integer("port", 1, PORT_X));
-    return [port](Unit& u) {
-        const FarCount far = farCount(u, port);
-        u.node().mainProcessor().sendLayout(KvdTuiifSocpriBfnAlignToGroupReq{
-            KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_REQ, 0, port, far.esfc, far.mfn});
+    return [count = readCount(t, port)](Unit& u) {
+        if (const auto far = count.at(u))
+            u.node().mainProcessor().sendLayout(KvdTuiifSocpriBfnAlignToGroupReq{
+                KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_REQ, 0, count.port, far->esfc, far->mfn});
     };
 }
 
 Action tellCoarseTime(TableReader& t)
 {
     const u8 port = static_cast<u8>(t.integer("port", 1, PORT_X, 1));
-    return [port](Unit& u) {
-        const FarCount far = farCount(u, port);
-        u.node().mainProcessor().sendLayout(
-            KvdTuiifSocpriCoarseTimeDataInd{KVD_TUIIF_SOCPRI_COARSE_TIME_DATA_IND, far.esfc, far.mfn});
+    return [count = readCount(t, port)](Unit& u) {
+        if (const auto far = count.at(u))
+            u.node().mainProcessor().sendLayout(
+                KvdTuiifSocpriCoarseTimeDataInd{KVD_TUIIF_SOCPRI_COARSE_TIME_DATA_IND, far->esfc, far->mfn});
     };
+}
+
+Action tellSpJump(TableReader& t)
+{
+    const KvdTuiifSocpriSpJumpInd ind{KVD_TUIIF_SOCPRI_SP_JUMP_IND, t.boolean("on", true) ? 1u : 0u};
+    return [ind](Unit& u) { u.node().mainProcessor().sendLayout(ind); };
+}
+
+Action answerOfUnit(TableReader& t)
+{
+    using RadioAnswer = Unit::RadioAnswer;
+    const u32 id = static_cast<u32>(t.integer("id", 1, 0xFFFFFFFE));
+    const RadioAnswer answer = t.choice<RadioAnswer>("answers", {{"measured", RadioAnswer::Measured},
+                                                                {"invalid", RadioAnswer::Invalid},
+                                                                {"rejected", RadioAnswer::Rejected},
+                                                                {"silent", RadioAnswer::Silent}});
+    return [id, answer](Unit& u) { u.setRadioAnswer(id, answer); };
 }
 
 }  // namespace
@@ -122,6 +167,8 @@ std::function<void(Unit&)> readSocpriEvent(const std::string& word, TableReader&
     if (word == "inrsi.die") return [](Unit& u) { u.node().inrsi().die(); };
     if (word == "inrsi.link")
         return [link = readLink(t)](Unit& u) { u.node().inrsi().setLink(link); };
+    if (word == "inrsi.measure") return answerOfUnit(t);
+    if (word == "mp.socpri_sp_jump") return tellSpJump(t);
     if (word == "mp.socpri_start") return orderPlain(KVD_TUIIF_SOCPRI_START_REQ);
     if (word == "mp.socpri_stop") return orderPlain(KVD_TUIIF_SOCPRI_STOP_REQ);
     if (word == "mp.socpri_supervise") return orderSupervision(t);

@@ -35,8 +35,8 @@ Unit::Unit(ose::World& world, const UnitSpec& spec) : world_(world), node_(world
         const auto measured = delays_.find(port);
         return measured != delays_.end() ? measured->second() : std::nullopt;
     });
-    node_.inrsi().onFrequency([this](u32 unit) { return farFrequency(unit); });
-    node_.inrsi().onPhase([this](u32 unit) { return farPhase(unit); });
+    node_.inrsi().onFrequency([this](u32 unit) { return answered(unit, farFrequency(unit)); });
+    node_.inrsi().onPhase([this](u32 unit) { return answered(unit, farPhase(unit)); });
     world.at(static_cast<ose::Time>(spec.start_s * static_cast<double>(ose::SEC)),
              [this] { node_.powerOn(); });
 }
@@ -46,6 +46,29 @@ const Unit::RadioEnd* Unit::radioEnd(u32 unit) const
     for (const auto& [port, end] : radioEnds_)
         if (end.id == unit) return &end;
     return nullptr;
+}
+
+void Unit::setRadioAnswer(u32 unit, RadioAnswer answer)
+{
+    radioAnswers_[unit] = answer;
+    std::set<u32>& silent = node_.inrsi().silentUnits;
+    if (answer == RadioAnswer::Silent) silent.insert(unit);
+    else                               silent.erase(unit);
+}
+
+Unit::RadioAnswer Unit::radioAnswer(u32 unit) const
+{
+    const auto set = radioAnswers_.find(unit);
+    return set != radioAnswers_.end() ? set->second : RadioAnswer::Measured;
+}
+
+template <typename T>
+std::optional<T> Unit::answered(u32 unit, std::optional<T> measured) const
+{
+    const RadioAnswer answer = radioAnswer(unit);
+    if (answer == RadioAnswer::Rejected) return std::nullopt;
+    if (measured && answer == RadioAnswer::Invalid) measured->valid = false;
+    return measured;
 }
 
 std::optional<InrsiFrequency> Unit::farFrequency(u32 unit)

@@ -44,6 +44,9 @@ public:
     /// A unit behind a radio link, which keeps true time: its frequency less this unit's, and this unit's
     /// counter less its own.
     std::optional<InrsiFrequency> farFrequency(u32 unit);
+    /// What becomes of the server's answers about a unit.
+    enum class RadioAnswer : u8 { Measured, Invalid, Rejected, Silent };
+    void setRadioAnswer(u32 unit, RadioAnswer answer);
     std::optional<InrsiPhase> farPhase(u32 unit);
     /// Frame counter against true GPS time as the node's date of frame zero places it, within half a
     /// turn of 1024 s, positive when ahead; nothing without a receiver, a source of the time of day or a
@@ -54,6 +57,9 @@ private:
     /// True TAI at the world's beginning, s since 1970, for a unit that can know it.
     std::optional<i64> taiAtStart() const;
     const RadioEnd* radioEnd(u32 unit) const;
+    RadioAnswer radioAnswer(u32 unit) const;
+    template <typename T>
+    std::optional<T> answered(u32 unit, std::optional<T> measured) const;
 
     ose::World& world_;
     Node node_;
@@ -63,6 +69,7 @@ private:
     std::unique_ptr<CmccSource> cmcc_;
     std::map<u16, std::function<std::optional<IdpiDelay>()>> delays_;
     std::map<u16, RadioEnd> radioEnds_;
+    std::map<u32, RadioAnswer> radioAnswers_;
 };
 
 }  // namespace sim

@@ -242,6 +242,7 @@ u32 TuPktsync_CFI_client_removeMCgroupUser(u32 groupType)
 {
     TuPktsyncGroup& g = s->groups[groupType];
     if (g.users > 0) --g.users;
+    if (s->state != CFI_ATTACHED) return 0;  // nobody would confirm the leave
     switch (g.state) {
     case GROUP_JOINED:
         if (g.users > 0) return 0;

@@ -113,11 +113,16 @@ bool isOperative()
     return false;
 }
 
-void traceRefusal(u32 result)
+/// A request to the driver; 0 when it couldn't be asked.
+template <typename Request>
+u32 ask(Request request)
 {
-    if (result != 0)
-        KVD_TRACE(TRACE_TUPKTSYNC_PKTSYNCDRV_CLIENT, TRACE_ERROR,
-                  "TuPktsync_PktSyncDrvClient: request failed, result=%u", result);
+    if (!isOperative()) return 0;
+    const u32 result = request();
+    if (result == 0) return 1;
+    KVD_TRACE(TRACE_TUPKTSYNC_PKTSYNCDRV_CLIENT, TRACE_ERROR,
+              "TuPktsync_PktSyncDrvClient: request failed, result=%u", result);
+    return 0;
 }
 
 }  // namespace
@@ -169,20 +174,17 @@ int TuPktsync_PktSyncDrvClient_dispatch(Signal* sig)
 
 u32 TuPktsync_PktSyncDrvClient_setSyncRefReq(u32 syncrefId, const PktsyncDrvRef& ref)
 {
-    if (!isOperative()) return 0;
-    const u32 result = node::PktsyncDrv_setPktSyncReq(s->proxy, syncrefId, ref);
-    traceRefusal(result);
-    return result == 0 ? 1 : 0;
+    return ask([&] { return node::PktsyncDrv_setPktSyncReq(s->proxy, syncrefId, ref); });
 }
 
-void TuPktsync_PktSyncDrvClient_changeSyncRefReq(u32 syncrefId, const PktsyncDrvRef& ref)
+u32 TuPktsync_PktSyncDrvClient_changeSyncRefReq(u32 syncrefId, const PktsyncDrvRef& ref)
 {
-    if (isOperative()) traceRefusal(node::PktsyncDrv_changePktSyncReq(s->proxy, syncrefId, ref));
+    return ask([&] { return node::PktsyncDrv_changePktSyncReq(s->proxy, syncrefId, ref); });
 }
 
-void TuPktsync_PktSyncDrvClient_deleteSyncRefReq(u32 syncrefId)
+u32 TuPktsync_PktSyncDrvClient_deleteSyncRefReq(u32 syncrefId)
 {
-    if (isOperative()) traceRefusal(node::PktsyncDrv_deletePktSyncReq(s->proxy, syncrefId));
+    return ask([&] { return node::PktsyncDrv_deletePktSyncReq(s->proxy, syncrefId); });
 }
 
 u32 TuPktsync_PktSyncDrvClient_state() { return s->state; }

@@ -193,10 +193,10 @@ void ptpOnAnnounce(PtpClock& c, const PtpHeader& received, const PtpAnnounce& an
     if (ptpIsG82751Time(c)) {
         if (!same(was, is)) {
             traceQualityChange(c, was, is);
-            ptpReportQuality(c);
+            ptpReportQuality(c, ptpQualityOf(c));
         }
     } else if (was.clockClass != is.clockClass) {
-        ptpReportQuality(c);
+        ptpReportQuality(c, ptpQualityOf(c));
     }
     if (c.portState == LISTENING || c.portState == UNCALIBRATED || c.portState == SLAVE)
         ptpPortEvent(c, verdict == Verdict::New ? REC_STATE_BMC_SLAVE_NEW_MASTER

@@ -93,7 +93,10 @@ inline void ptpFault(PtpClock& c, u32 fault, bool raised)
 {
     ptpFaults(c, raised ? fault : 0, raised ? 0 : fault);
 }
-void ptpReportQuality(const PtpClock& c);
+/// Class or QualityLevelIndex of its grandmaster.
+u8   ptpQualityOf(const PtpClock& c);
+/// Goes out while the clock is supervised.
+void ptpReportQuality(const PtpClock& c, u8 quality);
 void ptpStartAnnounceTimer(PtpClock& c);
 /// Parent and time properties as before the first Announce.
 void ptpForgetMaster(PtpClock& c);

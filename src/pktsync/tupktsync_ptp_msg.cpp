@@ -86,7 +86,7 @@ i64 ptpCorrection_ns(i64 correctionField)
     return (correctionField < 0 ? correctionField + 0xFFFF : correctionField) >> 16;
 }
 
-PtpTimestamp ptpAdd(const PtpTimestamp& t, i64 ns)
+PtpTime ptpAdd(const PtpTimestamp& t, i64 ns)
 {
     constexpr i64 SECOND_ns = 1'000'000'000;
     const i64 sum = ns + t.nanoseconds;
@@ -96,7 +96,7 @@ PtpTimestamp ptpAdd(const PtpTimestamp& t, i64 ns)
         rest += SECOND_ns;
         --seconds;
     }
-    return {static_cast<u32>(t.seconds + static_cast<u64>(seconds)), static_cast<u32>(rest)};
+    return {t.seconds + seconds, static_cast<u32>(rest)};
 }
 
 u32 ptpLogToMs(i8 logInterval)

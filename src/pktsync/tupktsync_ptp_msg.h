@@ -86,8 +86,13 @@ void ptpPutHeader(u8* message, const PtpHeader& header);
 
 /// Whole ns of a correctionField, cut towards 0.
 i64 ptpCorrection_ns(i64 correctionField);
-/// t + ns, normalised, seconds modulo 2^32.
-PtpTimestamp ptpAdd(const PtpTimestamp& t, i64 ns);
+/// Whole seconds and 0 to 999999999 ns.
+struct PtpTime {
+    i64 seconds = 0;
+    u32 nanoseconds = 0;
+};
+/// t + ns, normalised.
+PtpTime ptpAdd(const PtpTimestamp& t, i64 ns);
 
 /// Interval of log2 seconds in ms by the table from -10 to 13; beyond it the table's ends.
 u32 ptpLogToMs(i8 logInterval);

@@ -110,13 +110,13 @@ void onSyncSet(PtpClock& c, const TsPosition& set)
     }
     const i64 raw = static_cast<i64>(u64{set.stamps[0].high} << 32 | set.stamps[0].low);
     const i64 latency = s->needs.latencyAsymmetry != nullptr ? s->needs.latencyAsymmetry() : 0;
-    const PtpTimestamp T1 = ptpAdd({set.stamps[1].high, set.stamps[1].low},
-                                   ptpCorrection_ns(raw) + c.setup.delayAsymmetry - latency);
+    const PtpTime T1 = ptpAdd({set.stamps[1].high, set.stamps[1].low},
+                              ptpCorrection_ns(raw) + c.setup.delayAsymmetry - latency);
     PtpExchange e;
     e.froId = c.setup.froId;
     e.froClassNo = c.setup.froClassNo;
     e.interval_ms = ptpLogToMs(c.logSyncInterval);
-    e.T1s = T1.seconds;
+    e.T1s = static_cast<u64>(T1.seconds);
     e.T1f = T1.nanoseconds;
     e.T2s = set.stamps[2].high;
     e.T2f = ptpFraction_ns(set.stamps[2].low);
@@ -183,11 +183,19 @@ void ptpFaults(PtpClock& c, u32 set, u32 clear)
         s->needs.reportFaults(c.setup.froId, c.setup.froClassNo, faults);
 }
 
-void ptpReportQuality(const PtpClock& c)
+u8 ptpQualityOf(const PtpClock& c)
+{
+    const PtpClockQuality& q = c.parent.grandmasterClockQuality;
+    if (!ptpIsG82751Time(c)) return q.clockClass;
+    const u8 flags = c.timeProperties.flags;
+    return ptpQualityLevelIndex({q.clockClass, q.clockAccuracy, (flags & PTP_TIME_TRACEABLE) != 0,
+                                 (flags & PTP_FREQUENCY_TRACEABLE) != 0});
+}
+
+void ptpReportQuality(const PtpClock& c, u8 quality)
 {
     if (c.enabled && s->needs.reportQuality != nullptr)
-        s->needs.reportQuality(c.setup.froId, c.setup.froClassNo,
-                               TuPktsyncPTP_findClockQuality(c.setup.syncrefId));
+        s->needs.reportQuality(c.setup.froId, c.setup.froClassNo, quality);
 }
 
 void ptpStartAnnounceTimer(PtpClock& c)
@@ -318,7 +326,7 @@ void TuPktsync_change_ptp_clock(u32 syncrefId, i32 delayAsymmetry, u8 pbit, u8 d
     if (c->enabled && s->needs.reportFaults != nullptr)
         s->needs.reportFaults(c->setup.froId, c->setup.froClassNo, 0);
     setPriorities(*c);
-    ptpReportQuality(*c);
+    ptpReportQuality(*c, ptpQualityOf(*c));
 }
 
 void TuPktsync_set_ptp_path_supervision(u32 syncrefId, u32 on)
@@ -334,7 +342,7 @@ void TuPktsync_set_ptp_path_supervision(u32 syncrefId, u32 on)
     c->enabled = true;
     if (s->needs.reportFaults != nullptr)
         s->needs.reportFaults(c->setup.froId, c->setup.froClassNo, c->fault_flags);
-    ptpReportQuality(*c);
+    ptpReportQuality(*c, TuPktsyncPTP_findClockQuality(syncrefId));
 }
 
 void TuPktsync_set_ptp_selected(u32 syncrefId, u32 selected)
@@ -413,12 +421,14 @@ void TuPktsyncPTP_TS_set_ready(u32 userReference, const TsPosition& set)
 void TuPktsync_PTP_TmoSig(u32 syncrefId, u32 timerId, u32 index)
 {
     PtpClock* const c = ptpClockOf(syncrefId);
+    const bool isStale = TuPktsync_timerIsStale(syncrefId, timerId, index);
     if (c == nullptr) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
                   "TuPktsync_PTP_TmoSig for non-existing syncrefId(%d), specificInfo(%u)", syncrefId,
                   timerId);
         return;
     }
+    if (isStale) return;
     switch (timerId) {
     case PTP_TMO_ANNOUNCE: return announceTimeout(*c);
     case PTP_TMO_SYNC_SUP:
@@ -452,21 +462,19 @@ u8 TuPktsyncPTP_findClockQuality(u32 syncrefId)
 {
     const PtpClock* const c = ptpClockOf(syncrefId);
     if (c == nullptr || !c->enabled) return QUALITY_NONE;
-    const u32 negotiation = ptpUcNegState(syncrefId);
-    if (ptpHasUcNeg(syncrefId) && negotiation <= UC_NEG_WAIT_ANNOUNCE_MSG &&
-        c->parent.parentPortIdentity == PtpPortIdentity{})
-        return QUALITY_NONE;
-    const PtpClockQuality& q = c->parent.grandmasterClockQuality;
-    if (!ptpIsG82751Time(*c)) return q.clockClass;
-    const u8 flags = c->timeProperties.flags;
-    return ptpQualityLevelIndex({q.clockClass, q.clockAccuracy, (flags & PTP_TIME_TRACEABLE) != 0,
-                                 (flags & PTP_FREQUENCY_TRACEABLE) != 0});
+    if (ptpHasUcNeg(syncrefId)) {
+        const u32 negotiation = ptpUcNegState(syncrefId);
+        const bool hasMaster = c->parent.parentPortIdentity != PtpPortIdentity{};
+        if (negotiation == UC_NEG_WAIT_ANNOUNCE_MSG || (negotiation < UC_NEG_WAIT_ANNOUNCE_MSG && !hasMaster))
+            return QUALITY_NONE;
+    }
+    return ptpQualityOf(*c);
 }
 
 void TuPktsyncPTP_reportQualities()
 {
     for (const auto& c : s->clocks)
-        if (c) ptpReportQuality(*c);
+        if (c) ptpReportQuality(*c, TuPktsyncPTP_findClockQuality(c->setup.syncrefId));
 }
 
 const char* ptpPortStateText(u32 portState)

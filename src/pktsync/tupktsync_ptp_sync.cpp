@@ -124,8 +124,8 @@ void ptpOnFollowUp(PtpClock& c, const PtpHeader& h, const PtpTimestamp& preciseO
                   h.sequenceId);
         return;
     }
-    const PtpTimestamp T1 = ptpAdd(preciseOrigin, ptpCorrection_ns(h.correctionField));
-    saveSyncStamp(c, h.sequenceId, STAMP_T1, {T1.seconds, T1.nanoseconds});
+    const PtpTime T1 = ptpAdd(preciseOrigin, ptpCorrection_ns(h.correctionField));
+    saveSyncStamp(c, h.sequenceId, STAMP_T1, {static_cast<u32>(T1.seconds), T1.nanoseconds});
 }
 
 void ptpOnDelayResp(PtpClock& c, const PtpHeader& h, const PtpDelayResp& r)
@@ -145,8 +145,9 @@ void ptpOnDelayResp(PtpClock& c, const PtpHeader& h, const PtpDelayResp& r)
         TuPktsyncPTP_update_DelayReqRespCtrl_interval(c, ptpLogToMs(log), effectiveSyncInterval(c));
         ptpFault(c, FAULT_DELAY_REQ_RATE, !ptpDelayReqRateMet(c));
     }
-    const PtpTimestamp T4 = ptpAdd(r.receiveTimestamp, -ptpCorrection_ns(h.correctionField));
-    TuPktsync_save_TS(c.delay.stamps, h.sequenceId, 0, STAMP_T4, {T4.seconds, T4.nanoseconds});
+    const PtpTime T4 = ptpAdd(r.receiveTimestamp, -ptpCorrection_ns(h.correctionField));
+    TuPktsync_save_TS(c.delay.stamps, h.sequenceId, 0, STAMP_T4,
+                      {static_cast<u32>(T4.seconds), T4.nanoseconds});
 }
 
 // ---- filter -------------------------------------------------------------------------------------

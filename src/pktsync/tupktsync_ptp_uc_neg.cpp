@@ -136,11 +136,21 @@ void sendRequest(UCnegCtrl& u, const Message& m, u32 duration)
     send(u, message, REQUEST_LENGTH);
 }
 
-void sendCancel(UCnegCtrl& u, u8 tlvType, u8 messageType)
+void sendAckCancel(UCnegCtrl& u, u8 messageType)
 {
     u8 message[CANCEL_LENGTH] = {};
-    begin(u, message, CANCEL_LENGTH, tlvType, messageType);
+    begin(u, message, CANCEL_LENGTH, TLV_ACK_CANCEL, messageType);
     send(u, message, CANCEL_LENGTH);
+}
+
+void sendCancel(UCnegCtrl& u, u8 messageType)
+{
+    u8 message[CANCEL_LENGTH] = {};
+    begin(u, message, CANCEL_LENGTH, TLV_CANCEL, messageType);
+    if (ptpSendGeneral(u.syncrefId, message, CANCEL_LENGTH) == 0)
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_1, "Failed to allocate send buffer for syncrefId %d!",
+                  u.syncrefId);
+    ++u.sequenceId;
 }
 
 // ---- machine ------------------------------------------------------------------------------------
@@ -202,9 +212,11 @@ void startCycle(UCnegCtrl& u)
 /// The earliest end of the three grants rules.
 void renewInTime(UCnegCtrl& u, u32 duration)
 {
-    const u32 renew = duration * 1000 - RENEW_BEFORE_ms;
+    // A grant may be for more than the 24 days that ms of kernel time tell apart.
+    const u32 renew =
+        static_cast<u32>(std::min(u64{duration} * 1000, u64{INT32_MAX})) - RENEW_BEFORE_ms;
     const i32 left = static_cast<i32>(u.dur_expire_time - now_ms());
-    if (u.state != UC_NEG_WAIT_ANNOUNCE_GRANT && static_cast<i64>(renew) >= left) return;
+    if (u.state != UC_NEG_WAIT_ANNOUNCE_GRANT && static_cast<i32>(renew) >= left) return;
     TuPktsync_timerStart(u.duration_timer, renew);
     u.dur_expire_time = now_ms() + renew;
 }
@@ -261,7 +273,7 @@ void refused(UCnegCtrl& u, Message& m)
 
 // ---- time-outs ----------------------------------------------------------------------------------
 
-void replyTimeout(UCnegCtrl& u)
+void TuPktsyncPTP_UCreply_timeout(UCnegCtrl& u)
 {
     Message* const m = negotiated(u);
     if (m == nullptr) {
@@ -279,6 +291,29 @@ void replyTimeout(UCnegCtrl& u)
     m->state = UC_MSG_NEG_FAILED;
     fail(u, UC_NO_REPLY);
     u.serverPortIdentity = PTP_ANY_PORT;
+}
+
+void TuPktsyncPTP_UCduration_timeout(UCnegCtrl& u)
+{
+    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_4,
+              "TuPktsyncPTP_UCduration_timeout: Unicast grant about to expire for syncrefId %d, "
+              "starting re-negotiation",
+              u.syncrefId);
+    startCycle(u);
+}
+
+void TuPktsyncPTP_UCretry_timeout(UCnegCtrl& u)
+{
+    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_4,
+              "TuPktsyncPTP_UCretry_timeout: retrying Unicast negotiation for syncrefId %d", u.syncrefId);
+    ++u.negotiation_retries;
+    startCycle(u);
+}
+
+void TuPktsyncPTP_delay_start_UCnegotiation(UCnegCtrl& u)
+{
+    u.negotiation_retries = 0;
+    startCycle(u);
 }
 
 }  // namespace
@@ -324,7 +359,7 @@ void TuPktsyncPTP_cancel_UCtrans(u32 syncrefId)
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
               "TuPktsyncPTP_cancel_UCtrans: cancelling UC for syncrefId %d", syncrefId);
     if (u->state == UC_NEG_IDLE) return;
-    for (const Message& m : u->messages) sendCancel(*u, TLV_CANCEL, m.messageType);
+    for (const Message& m : u->messages) sendCancel(*u, m.messageType);
 }
 
 void TuPktsyncPTP_UCneg_notify_announce(u32 syncrefId, u32 ok)
@@ -344,31 +379,19 @@ void TuPktsyncPTP_UCtimeout(u32 syncrefId, u32 timerId)
     if (u == nullptr) return;
     switch (timerId) {
     case PTP_TMO_UC_REPLY:
-        if (TuPktsync_timerExpired(u->reply_timer) != 0) replyTimeout(*u);
-        break;
+        if (TuPktsync_timerExpired(u->reply_timer) != 0) TuPktsyncPTP_UCreply_timeout(*u);
+        return;
     case PTP_TMO_UC_DURATION:
-        if (TuPktsync_timerExpired(u->duration_timer) == 0) break;
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_4,
-                  "TuPktsyncPTP_UCduration_timeout: Unicast grant about to expire for syncrefId %d, "
-                  "starting re-negotiation",
-                  syncrefId);
-        startCycle(*u);
-        break;
+        if (TuPktsync_timerExpired(u->duration_timer) != 0) TuPktsyncPTP_UCduration_timeout(*u);
+        return;
     case PTP_TMO_UC_RETRY:
-        if (TuPktsync_timerExpired(u->retry_timer) == 0) break;
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_4,
-                  "TuPktsyncPTP_UCretry_timeout: retrying Unicast negotiation for syncrefId %d",
-                  syncrefId);
-        ++u->negotiation_retries;
-        startCycle(*u);
-        break;
+        if (TuPktsync_timerExpired(u->retry_timer) != 0) TuPktsyncPTP_UCretry_timeout(*u);
+        return;
     case PTP_TMO_UC_DELAYED_START:
-        if (TuPktsync_timerExpired(u->delayed_timer) == 0) break;
-        u->negotiation_retries = 0;
-        startCycle(*u);
-        break;
+        if (TuPktsync_timerExpired(u->delayed_timer) != 0) TuPktsyncPTP_delay_start_UCnegotiation(*u);
+        return;
     default:
-        break;
+        return;
     }
 }
 
@@ -411,7 +434,7 @@ void TuPktsyncPTP_UCcancel(u32 syncrefId, const PtpHeader&, u8 messageType)
               expected ? "" : "Unexpected ", messageText(messageType), syncrefId,
               ptpUcNegStateText(u->state));
     if (!expected) return;
-    sendCancel(*u, TLV_ACK_CANCEL, messageType);
+    sendAckCancel(*u, messageType);
     fail(*u, UC_CANCELLED);
 }
 

@@ -30,12 +30,11 @@ void readOwnAddress() { state().ownPiuHwAddr = {KvdLoz6TuIifAdm_smn(), KvdLoz6Tu
 void auditDone()
 {
     auto& s = state();
-    if (s.requestAudit) {
-        s.audit.clear();
-        return delete_all_syncrefs();
-    }
-    if (s.tuiifAlive) sendResult();
+    // A main processor that has gone meanwhile lists everything again when it is back.
+    const bool isWanted = s.tuiifAlive && !s.requestAudit;
+    if (isWanted) sendResult();
     s.audit.clear();
+    if (!isWanted) return delete_all_syncrefs();
     s.syncRefCtrlState = READY;
 }
 

@@ -274,6 +274,7 @@ void check_create_ready(u32 syncrefId)
     if (result == SUCCESS) r.syncRefIndivState = CREATED;
     // The answer stands before what follows from it: an audit's last row may delete everything.
     if (result != SUCCESS) {
+        needs().deleteSyncRef(syncrefId);
         if (!inAudit()) conclude(told, result);
         removePartialSetup(syncrefId);
         if (inAudit()) conclude(told, result);
@@ -305,8 +306,8 @@ void delete_syncref(u32 syncrefId)
         removeSockets(r);
     }
     giveIdentityBack(r);
-    r.pendingFlags |= WAIT_PKTDRV;
-    needs().deleteSyncRef(syncrefId);
+    if (needs().deleteSyncRef(syncrefId) != 0) r.pendingFlags |= WAIT_PKTDRV;
+    check_delete_ready(syncrefId);           // nobody to wait for when the services have gone
 }
 
 void check_delete_ready(u32 syncrefId)

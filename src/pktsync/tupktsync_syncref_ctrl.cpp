@@ -487,9 +487,11 @@ void TuPktsync_SyncrefCtrl_clockRqmtInd(const TuPktsyncClockRqmt& n)
         KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
                   "clock requirements refused: minPktInterval=%u, maxPktInterval=%u, freqClockClass=%hhu, "
                   "freqClockAccuracy=0x%02hhx, timeClockClass=%hhu, timeClockAccuracy=0x%02hhx, "
-                  "stratumLevel=%hhu",
+                  "stratumLevel=%hhu, freqClockClassG8265_1=%hhu,%hhu,%hhu,%hhu,%hhu",
                   n.minPktInterval, n.maxPktInterval, n.freqClockClass, n.freqClockAccuracy,
-                  n.timeClockClass, n.timeClockAccuracy, n.stratumLevel);
+                  n.timeClockClass, n.timeClockAccuracy, n.stratumLevel, n.freqClockClassG8265_1[0],
+                  n.freqClockClassG8265_1[1], n.freqClockClassG8265_1[2], n.freqClockClassG8265_1[3],
+                  n.freqClockClassG8265_1[4]);
         return;
     }
     const TuPktsyncClockRqmt old = s->clockRqmt.value_or(TuPktsyncClockRqmt{});

@@ -56,7 +56,7 @@ struct Needs {
     i32  (*createSocketAndBind)(const PktIpAddress& own, u32 portKind);
     void (*removeResourceUser)(i32 resource);
     u32  (*setSyncRef)(u32 syncrefId, const PktsyncDrvRef& ref);
-    void (*deleteSyncRef)(u32 syncrefId);
+    u32  (*deleteSyncRef)(u32 syncrefId);
     u32  (*newClock)(const PtpClockSetup& setup);
     void (*deleteClock)(u32 syncrefId);
     void (*selectClock)(u32 syncrefId, u32 selected);

@@ -32,7 +32,6 @@ struct PktsyncTimer {
     u32 index = 0;
     u32 duration_ms = 0;   // of the next start without one
     TimerRef ref = 0;
-    u32 stale = 0;         // time-outs that were queued already when the timer was stopped
 };
 
 void TuPktsync_timerInit(PktsyncTimer& timer, u32 syncrefId, u32 timerId, u32 default_ms,
@@ -40,5 +39,8 @@ void TuPktsync_timerInit(PktsyncTimer& timer, u32 syncrefId, u32 timerId, u32 de
 /// Starts or restarts; 0 takes the stored duration, another becomes the stored one.
 void TuPktsync_timerStart(PktsyncTimer& timer, u32 ms);
 void TuPktsync_timerStop(PktsyncTimer& timer);
-/// A time-out of it has come. 0 when the timer was stopped meanwhile: the time-out doesn't count.
+/// A time-out was queued already when its timer stopped, or went with its clock: it doesn't count.
+/// Asked once for each that comes.
+bool TuPktsync_timerIsStale(u32 syncrefId, u32 timerId, u32 index);
+/// One that counts has come. 0 when its timer doesn't run.
 u32  TuPktsync_timerExpired(PktsyncTimer& timer);

@@ -524,7 +524,10 @@ void KvdLoz6TuRef_onGpsOslHoldoverTimeout()
     const bool pathLost = pllState != PLL_Uninitialized && row.refStatus == REF_STATUS_OFF;
     if (!KvdLoz6TuReg_pllIsHoldover() && !pathLost) return KvdLoz6GpsOsl_holdoverEnded();
     KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
-    if (s->sel.selectedRef == SOCPRI_REF) KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_GPSOSL_HO_EXP);
+    if (s->sel.selectedRef == SOCPRI_REF) {
+        KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_GPSOSL_HO_EXP);
+        KvdLoz6TuReg_traceSoCpriLog(1);
+    }
     KvdLoz6TuReg_initiateFromPllNow();
     if (row.supervisionStatus == 0) KvdLoz6TuIifAdm_sendRemoteRcState(RC_UNKNOWN);
     KvdLoz6GpsOsl_holdoverEnded();

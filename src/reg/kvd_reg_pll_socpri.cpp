@@ -55,6 +55,7 @@ void unlocked(double phaseDiff)
 {
     pll::Pll& p = pll::vars();
     pll::Counters& c = s->c;
+    const bool bfnAlign = isBfnAlign();          // a failure ends it: what it leaves is no lock of a link
     if (pll::takeStateChanged()) {
         p.targetDiff = 0.0;
         c = {};
@@ -76,8 +77,8 @@ void unlocked(double phaseDiff)
     } else if (c.changeStateCounter > 0) {
         --c.changeStateCounter;
     }
-    if (c.changeStateCounter > (isBfnAlign() ? STABLE_BFN_ALIGN : STABLE)) {
-        if (!isBfnAlign()) pll::changeState(lockState());
+    if (c.changeStateCounter > (bfnAlign ? STABLE_BFN_ALIGN : STABLE)) {
+        if (!bfnAlign) pll::changeState(lockState());
         pll::needs().timeSyncSucceeded();
         c.changeStateCounter = 0;
     } else {

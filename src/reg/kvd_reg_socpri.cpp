@@ -107,12 +107,13 @@ struct Phase {
     u32 high, low, valid;
     double calc;                                 // s, before reduction
     double diff;                                 // s
+    socpri::Counters at;                         // when it came
 };
 
 /// The record of a phase, after what has been done with it.
 void writePhase(const Phase& phase, u32 isRegulated, u32 keep)
 {
-    socpri::LogRecord record = socpri::newRecord(SOCPRI_EV_PHASE_MEAS);
+    socpri::LogRecord record = socpri::newRecord(SOCPRI_EV_PHASE_MEAS, phase.at);
     record.trpDiffHigh = phase.high;
     record.trpDiffLow = phase.low;
     record.trpDiffValid = phase.valid;
@@ -146,7 +147,7 @@ void KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(u32 trpDiffHigh, u32 trpDiffLow, u32
 {
     KvdLoz6TuReg_countMeasurement(Z_SOCPRI_REF);
     Phase phase{trpDiffHigh, trpDiffLow, trpDiffValid, picoseconds(trpDiffHigh, trpDiffLow),
-                KvdLoz6TuReg_soCpriPhase(trpDiffHigh, trpDiffLow)};
+                KvdLoz6TuReg_soCpriPhase(trpDiffHigh, trpDiffLow), socpri::readCounters()};
     if (s->postponeReg == 1) {
         if (trpDiffValid != 1) phase.calc = phase.diff = 0.0;
         writePhase(phase, 0, 0);

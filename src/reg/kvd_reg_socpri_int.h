@@ -39,8 +39,15 @@ struct Log {
     u16 index;                     // written next
 };
 
-/// A record with all that can be read by itself; the counter as it is now.
-LogRecord newRecord(u32 event);
+/// The local count at a moment.
+struct Counters {
+    u32 esfc;
+    u16 mfn, sfn;
+    u32 inc;
+};
+Counters readCounters();
+/// A record with all that can be read by itself.
+LogRecord newRecord(u32 event, const Counters& counters = readCounters());
 void write(const LogRecord& record);
 /// The newest record.
 const LogRecord& newest();

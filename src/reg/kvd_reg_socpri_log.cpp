@@ -51,7 +51,14 @@ const char* eventText(u32 event)
 
 }  // namespace
 
-socpri::LogRecord socpri::newRecord(u32 event)
+socpri::Counters socpri::readCounters()
+{
+    Counters c{static_cast<u32>(KvdLoz6TuReg_getLastTime().c / COUNTER_PERIOD), 0, 0, 0};
+    tuHwIf_readSfc(c.mfn, c.sfn, c.inc);
+    return c;
+}
+
+socpri::LogRecord socpri::newRecord(u32 event, const Counters& counters)
 {
     LogRecord r{};
     r.used = 1;
@@ -61,8 +68,10 @@ socpri::LogRecord socpri::newRecord(u32 event)
     r.targetDiff = KvdLoz6TuReg_pll_targetDiff();
     r.m = static_cast<u32>(KvdLoz6TuReg_measStateVar().m[Z_SOCPRI_REF]);
     r.pllState = KvdLoz6TuReg_pllState();
-    r.esfc = static_cast<u32>(KvdLoz6TuReg_getLastTime().c / COUNTER_PERIOD);
-    tuHwIf_readSfc(r.mfn, r.sfn, r.inc);
+    r.esfc = counters.esfc;
+    r.mfn = counters.mfn;
+    r.sfn = counters.sfn;
+    r.inc = counters.inc;
     r.ref_esfc = KvdLoz6TuReg_SoCpriRefEsfc();
     r.ref_mfn = KvdLoz6TuReg_SoCpriRefMfn();
     const TimePair delta0 = KvdLoz6TuReg_getOffset();

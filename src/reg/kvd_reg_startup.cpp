@@ -59,6 +59,7 @@ void shutDownLoops()
     s.badTempReported = 1;
     inrsiReportOcxoTemp(1);
     KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_BAD_OCXO_TEMP);
+    KvdLoz6TuReg_traceSoCpriLog(1);              // once, not at every tick outside
     inrsiClientReset();
 }
 

@@ -33,6 +33,7 @@ void keepSnapshot() { s->snapshot = s->now; }
 void setToIdle()
 {
     Record& r = record();
+    if (r.currAction == INRSI_CLIENT_ACTION_FREQ_SCANNING) resumeSupervision(client(), focus());
     const bool isAwaited = focus() < PORTS_WITH_X && client().measRetrieveTmo[focus()] != 0;
     r.currAction = INRSI_CLIENT_IDLE;
     if (!isAwaited) client().sharedUnitId = NO_UNIT;
@@ -52,8 +53,13 @@ void dropWork()
     }
     cancelTimer(record().freqDataTmo);
     record().linkGone = 0;
-    record().continuationOfSync = 0;
     setToIdle();
+}
+
+void giveUpWork()
+{
+    record().continuationOfSync = 0;
+    dropWork();
 }
 
 void answerOrder(u32 syncStatus)
@@ -135,7 +141,7 @@ void beginAction(u32 action, u8 port)
 
 void beginNewSync(u8 port)
 {
-    dropWork();
+    giveUpWork();
     stopSupervision(client(), port);
     beginAction(INRSI_CLIENT_ACTION_FREQ_SYNC, port);
     log(INRSI_CL_EV_INIT_SYNC_ON_LINK);
@@ -153,7 +159,7 @@ void onDeselect(const KvdTuiifSocpriDeselectSyncLinkInd* ind)
     if (ind == nullptr) return;
     record().measOngoing = 0;
     superviseFocus();
-    dropWork();
+    giveUpWork();
     if (KvdLoz6TuReg_SoCpriJumpRunning() != 0) KvdLoz6TuReg_SoCpriJumpAborted();
     log(INRSI_CL_EV_LINK_DESELECTED);
 }
@@ -187,7 +193,7 @@ void serverLost()
         answerOrder(FREQ_MEAS_MISSING);
         break;
     }
-    dropWork();
+    giveUpWork();
     cancelTimer(record().holdoverTmo);
 }
 
@@ -204,7 +210,7 @@ const Role ROLE = {
     .log = writeLog,
     .serverLost = serverLost,
     .linkLost = linkLost,
-    .retrieveTime = []() -> OSTIME { return record().measRetrieveTimeMs; },
+    .retrieveTime = retrieveTime,
     .supervised = logSupervision,
     .resendLinkStatus = KvdLoz6TuSoCpri_inrsi_resendSoCpriLinkStatusData,
 };
@@ -256,9 +262,9 @@ void inrsiStartScan(u8 port)
         return;
     }
     if (record().currAction != INRSI_CLIENT_IDLE) log(INRSI_CL_EV_ACTIVITY_DISRUPTED, KEEP);
-    dropWork();
+    giveUpWork();
     cancelTimer(record().holdoverTmo);
-    stopSupervision(client(), port);
+    suspendSupervision(client(), port);
     beginAction(INRSI_CLIENT_ACTION_FREQ_SCANNING, port);
     saveSynthesiser();
     log(INRSI_CL_EV_INIT_FREQ_SCAN);
@@ -303,7 +309,7 @@ void inrsiContinueOnLink(u8 port)
         return;
     }
     if (refusedAsSelected(port)) return;
-    if (record().currAction != INRSI_CLIENT_IDLE) dropWork();
+    if (record().currAction != INRSI_CLIENT_IDLE) giveUpWork();
     stopSupervision(client(), port);
     KvdLoz6TuReg_resetSoCpriPhase();
     record().currAction = INRSI_CLIENT_ACTION_TIME_SYNC;
@@ -319,7 +325,7 @@ void inrsiAlignBfnToGroup(u8 port, u32 esfc, u16 mfn)
     if (!isPort(port)) return KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(0);
     KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():BFN alignment request will be processed.", __func__);
     stopSupervision(client(), port);
-    dropWork();
+    giveUpWork();
     KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
     KvdLoz6TuReg_SoCpriSetRef(esfc, mfn);
     beginAction(INRSI_CLIENT_ACTION_BFN_ALIGN, port);
@@ -330,7 +336,7 @@ void inrsiAlignBfnToGroup(u8 port, u32 esfc, u16 mfn)
 void inrsiClientReset()
 {
     if (record().currAction == INRSI_CLIENT_ACTION_FREQ_SCANNING) answerOrder(FREQ_MEAS_MISSING);
-    dropWork();
+    giveUpWork();
     cancelTimer(record().holdoverTmo);
     log(INRSI_CL_EV_RESET);
 }

@@ -216,6 +216,10 @@ void startSupervision(Client& c, u8 port);
 /// The same when there is a unit whose link is available.
 void superviseIfLinked(Client& c, u8 port);
 void stopSupervision(Client& c, u8 port);
+/// The port has an order that doesn't last: the minute goes on, an open round doesn't.
+void suspendSupervision(Client& c, u8 port);
+/// The order is over: supervision goes on, if there was one and its minute hasn't.
+void resumeSupervision(Client& c, u8 port);
 void requestSupervision(Client& c, u8 port);
 void onSupervisionSample(Client& c, u8 port, u32 trpDiffHigh, u32 trpDiffLow, u32 trpDiffValid);
 void sendSupervisionStatus(u8 port, u32 syncStatus);

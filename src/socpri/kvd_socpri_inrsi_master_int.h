@@ -85,6 +85,8 @@ inline void log(Event event, bool keep = false,
 void setToIdle();
 /// Timers of the port in focus, and idle.
 void dropWork();
+/// The same for another order or none: an answer that is owed isn't owed any more.
+void giveUpWork();
 /// Tells an order's result: of a scan, a selection, or of what failed in an alignment.
 void answerOrder(u32 syncStatus);
 void inrsiLinkSyncAborted(u32 syncStatus);
@@ -97,6 +99,8 @@ void superviseFocus();
 
 void sendInrsiGetFreqDiffReq();
 void sendInrsiGetPhaseDiffReq();
+/// What a request is given for its answer, as the client stands.
+OSTIME retrieveTime();
 void handleLinkDownIndication(u8 port);
 /// 1 when the signal was one of a measurement or its timers.
 int  dispatchMeasurement(Signal* sig);

@@ -16,17 +16,28 @@ constexpr OSTIME RETRIEVE_ORDER_ms = 500;
 
 u32 action() { return record().currAction; }
 
-/// A link's own answer must come within the time; what goes the long way, by port X, is given more,
-/// and keeps it.
+bool isInOrder()
+{
+    return action() >= INRSI_CLIENT_ACTION_FREQ_SCANNING && action() <= INRSI_CLIENT_ACTION_FREQ_SYNC;
+}
+
+/// The order is still at the frequency, which comes before the phase.
+bool isInFrequencyStage()
+{
+    return action() == INRSI_CLIENT_ACTION_FREQ_SCANNING || action() == INRSI_CLIENT_ACTION_FREQ_SYNC ||
+           (action() == INRSI_CLIENT_ACTION_BFN_ALIGN && record().freqScanCnt > 0);
+}
+
+/// What goes the long way, by port X, is given more time for its answer, and so is all after it.
 void startRetrieve()
 {
-    const u8 port = focus();
-    if (action() >= INRSI_CLIENT_ACTION_FREQ_SCANNING && action() <= INRSI_CLIENT_ACTION_FREQ_SYNC) {
-        startRetrieveTimer(client(), port, RETRIEVE_ORDER_ms);
-        return;
-    }
-    if (port == PORT_X) record().measRetrieveTimeMs = RETRIEVE_SLOW_ms;
-    startRetrieveTimer(client(), port, record().measRetrieveTimeMs);
+    if (!isInOrder() && focus() == PORT_X) record().measRetrieveTimeMs = RETRIEVE_SLOW_ms;
+    startRetrieveTimer(client(), focus(), retrieveTime());
+}
+
+void startFrequencyTimer()
+{
+    inrsi::startTimer(record().freqDataTmo, REQUEST_ms, INRSI_REQUEST_FREQ_DATA_TMO);
 }
 
 void begin(SIGSELECT sigNo, void (*viaMainProcessor)(u32 sharedUnitId))
@@ -60,6 +71,22 @@ bool isAbandoned()
            client().measRetrieveTmo[focus()] == 0;
 }
 
+/// Whatever answer came has closed the measurement that was open.
+void closeMeasurement()
+{
+    record().measOngoing = 0;
+    if (focus() < PORTS_WITH_X) cancelTimer(client().measRetrieveTmo[focus()]);
+}
+
+/// An answer of the other kind has closed the order's own measurement, which may stay unanswered now
+/// without anybody seeing it: the order asks again.
+void askAgain()
+{
+    if (focus() >= PORTS_WITH_X) return;
+    if (isInFrequencyStage())                              startFrequencyTimer();
+    else if (action() == INRSI_CLIENT_ACTION_TIME_SYNC)    startPhaseTimer(client(), focus());
+}
+
 void traceIncompatible(const char* caller, Event event)
 {
     KVD_TRACE(TRACE_INRSI, TRACE_INFO,
@@ -77,7 +104,7 @@ void putOffFrequency()
         KVD_TRACE(TRACE_INRSI, TRACE_INFO,
                   "%s():CPRI Link (Port: %u) is currently down, request new timer for freq measurement request",
                   __func__, focus());
-        inrsi::startTimer(r.freqDataTmo, REQUEST_ms, INRSI_REQUEST_FREQ_DATA_TMO);
+        startFrequencyTimer();
         return;
     }
     KVD_TRACE(TRACE_INRSI, TRACE_INFO,
@@ -119,6 +146,7 @@ void failLostMeasurement(u8 port)
 {
     if (action() == INRSI_CLIENT_ACTION_TIME_SYNC) {
         if (firstUnit(client(), port, LINK_AVAILABLE) == nullptr) linkDisturbanceCheck();
+        else startPhaseTimer(client(), port);      // another unit is left, and nothing is open any more
     } else if (firstUnit(client(), port, LINK_PRESENT) != nullptr) {
         startRetrieve();
     } else {
@@ -150,16 +178,26 @@ void handleLinkDownIndication(u8 port)
 
 // ---- requests ------------------------------------------------------------------------------------
 
+OSTIME retrieveTime() { return isInOrder() ? RETRIEVE_ORDER_ms : record().measRetrieveTimeMs; }
+
+namespace {
+
+/// Another measurement is open still: a scan is refused, other orders wait for its end.
+void meetOpenMeasurement()
+{
+    KVD_TRACE(TRACE_INRSI, TRACE_INFO, "Measurement already ongoing!");
+    log(INRSI_CL_EV_MEAS_ONGOING_CONFLICT, KEEP);
+    if (action() != INRSI_CLIENT_ACTION_FREQ_SCANNING) return startFrequencyTimer();
+    record().measOngoing = 0;                  // so that the next order isn't refused as well
+    failOrder(FREQ_MEAS_PROBLEM);
+}
+
+}  // namespace
+
 void sendInrsiGetFreqDiffReq()
 {
     if (action() == INRSI_CLIENT_IDLE || focus() == NO_PORT) return;
-    if (record().measOngoing != 0 && !isAbandoned()) {
-        KVD_TRACE(TRACE_INRSI, TRACE_INFO, "Measurement already ongoing!");
-        log(INRSI_CL_EV_MEAS_ONGOING_CONFLICT, KEEP);
-        record().measOngoing = 0;              // so that the next order isn't refused as well
-        failOrder(FREQ_MEAS_PROBLEM);
-        return;
-    }
+    if (record().measOngoing != 0 && !isAbandoned()) return meetOpenMeasurement();
     if (!chooseUnit(LINK_PRESENT)) return putOffFrequency();
     begin(INRSI_GET_FREQ_DIFF2_REQ, KvdLoz6TuIifAdm_sendInrsiGetFreqDiff2ReqFwd);
 }
@@ -200,10 +238,7 @@ void frequencyLocked()
 void frequencyNotYet()
 {
     Record& r = record();
-    if (r.freqScanCnt > 0) {
-        inrsi::startTimer(r.freqDataTmo, REQUEST_ms, INRSI_REQUEST_FREQ_DATA_TMO);
-        return;
-    }
+    if (r.freqScanCnt > 0) return startFrequencyTimer();
     log(INRSI_CL_EV_FREQ_SYNC_FAILED, KEEP);
     answerOrder(FREQ_MEAS_PROBLEM);
     superviseFocus();
@@ -213,14 +248,13 @@ void frequencyNotYet()
 void onFrequency(u32 sharedUnitId, i16 freqDiff, u32 freqDiffValid)
 {
     Record& r = record();
-    if (action() == INRSI_CLIENT_ACTION_TIME_SYNC)
-        return traceIncompatible(__func__, INRSI_CL_EV_FREQ_DIFF_CFM_UNEXPECTED_ACTION);
     r.freqDiff = freqDiff;
     r.freqDiffValid = freqDiffValid;
-    r.measOngoing = 0;
-    if (focus() < PORTS_WITH_X) cancelTimer(client().measRetrieveTmo[focus()]);
-    if (action() == INRSI_CLIENT_IDLE)
-        return traceIncompatible(__func__, INRSI_CL_EV_FREQ_DIFF_CFM_UNEXPECTED_ACTION);
+    closeMeasurement();
+    if (action() == INRSI_CLIENT_IDLE || action() == INRSI_CLIENT_ACTION_TIME_SYNC) {
+        traceIncompatible(__func__, INRSI_CL_EV_FREQ_DIFF_CFM_UNEXPECTED_ACTION);
+        return askAgain();
+    }
     if (sharedUnitId != client().sharedUnitId) {
         KVD_TRACE(TRACE_INRSI, TRACE_INFO,
                   "%s(): Received response for sharedUnitId (%u) different from the referenced one (%u)",
@@ -240,11 +274,13 @@ void handleInrsiGetFreqDiffRej(u32 errorCode)
 {
     KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): errorCode=%u", __func__, errorCode);
     log(INRSI_CL_EV_FREQ_DIFF_REJ, KEEP);
-    if (action() == INRSI_CLIENT_ACTION_TIME_SYNC)
-        return traceIncompatible(__func__, INRSI_CL_EV_FREQ_DIFF_CFM_UNEXPECTED_ACTION);
-    record().measOngoing = 0;
-    if (focus() < PORTS_WITH_X) cancelTimer(client().measRetrieveTmo[focus()]);
-    if (action() != INRSI_CLIENT_IDLE) failOrder(FREQ_MEAS_MISSING);
+    closeMeasurement();
+    if (action() == INRSI_CLIENT_ACTION_TIME_SYNC) {
+        // It has no answer of its kind: going idle would leave the loop without a word.
+        traceIncompatible(__func__, INRSI_CL_EV_FREQ_DIFF_CFM_UNEXPECTED_ACTION);
+        return askAgain();
+    }
+    failOrder(FREQ_MEAS_MISSING);
 }
 
 // ---- answers: phase -------------------------------------------------------------------------------
@@ -254,11 +290,8 @@ bool belongsToSupervision(u8 port, u32 sharedUnitId)
     return port != focus() && port != NO_PORT && sharedUnitId != client().sharedUnitId;
 }
 
-/// A supervision's answer that comes once its port has an order: the frequency isn't there yet.
-bool isLate()
-{
-    return action() == INRSI_CLIENT_ACTION_BFN_ALIGN && record().freqScanCnt > 0;
-}
+/// A supervision's answer that comes once its port is to be aligned: the frequency isn't there yet.
+bool isLate() { return action() == INRSI_CLIENT_ACTION_BFN_ALIGN && isInFrequencyStage(); }
 
 void dropLate()
 {
@@ -293,9 +326,7 @@ void onFocusPhase(u32 sharedUnitId, u32 high, u32 low, u32 valid)
 {
     Record& r = record();
     if (isLate()) return dropLate();
-    if (action() == INRSI_CLIENT_ACTION_FREQ_SCANNING || action() == INRSI_CLIENT_ACTION_FREQ_SYNC)
-        return traceIncompatible(__func__, INRSI_CL_EV_PHASE_DIFF_CFM_UNEXPECTED_ACTION);
-    r.measOngoing = 0;
+    closeMeasurement();
     r.trpDiffHigh = high;
     r.trpDiffLow = low;
     r.trpDiffValid = valid;
@@ -305,10 +336,11 @@ void onFocusPhase(u32 sharedUnitId, u32 high, u32 low, u32 valid)
         return;
     }
     if (sharedUnitId != client().sharedUnitId) log(INRSI_CL_EV_PHASE_DIFF_CFM_WRONG_PORT_NUMBER);
-    cancelTimer(client().measRetrieveTmo[focus()]);
     cancelTimer(r.holdoverTmo);
-    if (action() == INRSI_CLIENT_IDLE)
-        return traceIncompatible(__func__, INRSI_CL_EV_PHASE_DIFF_CFM_UNEXPECTED_ACTION);
+    if (isInFrequencyStage()) {
+        traceIncompatible(__func__, INRSI_CL_EV_PHASE_DIFF_CFM_UNEXPECTED_ACTION);
+        return askAgain();
+    }
     if (firstUnit(client(), focus(), LINK_AVAILABLE) == nullptr) return phaseWithoutLink();
     r.linkGone = 0;
     startPhaseTimer(client(), focus());
@@ -329,6 +361,14 @@ void rejectSupervision(u8 port)
     sendSupervisionStatus(port, PHASE_MEAS_MISSING);
 }
 
+/// No phase was asked for, or it was an alignment's, which can't go on without.
+void rejectUnexpectedly()
+{
+    traceIncompatible("handleInrsiGetPhaseDiffRej", INRSI_CL_EV_PHASE_DIFF_REJ_UNEXPECTED_ACTION);
+    if (isInFrequencyStage())                              askAgain();
+    else if (action() == INRSI_CLIENT_ACTION_BFN_ALIGN)    failOrder(PHASE_MEAS_MISSING);
+}
+
 void handleInrsiGetPhaseDiffRej(u32 sharedUnitId, u32 errorCode)
 {
     const u8 port = portOfUnit(client(), sharedUnitId);
@@ -336,16 +376,13 @@ void handleInrsiGetPhaseDiffRej(u32 sharedUnitId, u32 errorCode)
               errorCode);
     log(INRSI_CL_EV_PHASE_DIFF_REJ, KEEP);
     if (belongsToSupervision(port, sharedUnitId)) {
+        record().measOngoing = 0;
         cancelTimer(client().measRetrieveTmo[port]);
         return rejectSupervision(port);
     }
-    if (action() == INRSI_CLIENT_ACTION_FREQ_SCANNING || action() == INRSI_CLIENT_ACTION_FREQ_SYNC)
-        return traceIncompatible(__func__, INRSI_CL_EV_PHASE_DIFF_REJ_UNEXPECTED_ACTION);
-    record().measOngoing = 0;
-    if (focus() < PORTS_WITH_X) cancelTimer(client().measRetrieveTmo[focus()]);
+    closeMeasurement();
     startSupervision(client(), focus());
-    if (action() != INRSI_CLIENT_ACTION_TIME_SYNC || focus() == NO_PORT)
-        return traceIncompatible(__func__, INRSI_CL_EV_PHASE_DIFF_REJ_UNEXPECTED_ACTION);
+    if (action() != INRSI_CLIENT_ACTION_TIME_SYNC || focus() == NO_PORT) return rejectUnexpectedly();
     KVD_TRACE(TRACE_INRSI, TRACE_INFO,
               "%s(): Sending indication to MP containing KVD_TUIIF_PHASE_MEAS_MISSING information.",
               __func__);

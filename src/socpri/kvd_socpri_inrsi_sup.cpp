@@ -60,6 +60,20 @@ void stopSupervision(Client& c, u8 port)
     sup.started = 0;
 }
 
+/// A request of the round's would meet the order's own at the server.
+void suspendSupervision(Client& c, u8 port)
+{
+    if (port >= PORTS) return;
+    cancelTimer(c.phaseDataTmo[port]);
+    cancelTimer(c.measRetrieveTmo[port]);
+}
+
+void resumeSupervision(Client& c, u8 port)
+{
+    if (port >= PORTS || c.supervision[port].started == 0) return;
+    if (c.supervision[port].timer == 0) superviseIfLinked(c, port);
+}
+
 void requestSupervision(Client& c, u8 port)
 {
     if (port >= PORTS) return;
@@ -77,7 +91,10 @@ void requestSupervision(Client& c, u8 port)
 
 void onSupervisionSample(Client& c, u8 port, u32 trpDiffHigh, u32 trpDiffLow, u32 trpDiffValid)
 {
-    if (port >= PORTS) return;
+    if (port >= PORTS) {
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO, "phase of a unit that no port has, dropped");
+        return;
+    }
     Supervision& sup = c.supervision[port];
     sup.supMeasOngoing = 0;
     ++sup.supCount;

@@ -1,4 +1,4 @@
-// What a scenario may ask of the GPS reference, on a recording made by hand.
+// What a scenario may ask of a reference, on a recording made by hand.
 #include "app/checks.h"
 
 #include <gtest/gtest.h>
@@ -74,6 +74,44 @@ TEST(GpsChecks, HoldOnBothSidesOfEachMoment)
     ASSERT_EQ(results.size(), std::size(cases));
     for (std::size_t i = 0; i < results.size(); ++i)
         EXPECT_EQ(results[i].pass, cases[i].pass) << cases[i].what << ": " << results[i].detail;
+}
+
+TEST(RadioLinkChecks, CountTheAnswersThatAreMeantAndKeepThePrintoutsOrder)
+{
+    constexpr u32 SCAN = 0x9C067, ALIGN = 0x9C06D;
+    app::Recording recording = recorded();
+    recording.units[0].socpriReports = {
+        {10.0, SCAN, 1, 1}, {20.0, SCAN, 2, 5}, {30.0, SCAN, 1, 4}, {40.0, ALIGN, 0, 1}};
+    struct Case {
+        const char* what;
+        const char* words;
+        bool pass;
+    };
+    const Case cases[] = {
+        {"any port", "answer = \"scan\"\nleast = 3\nmost = 3", true},
+        {"one port", "answer = \"scan\"\nport = 1\nleast = 2\nmost = 2", true},
+        {"one status", "answer = \"scan\"\nport = 1\nstatus = 4", true},
+        {"another status", "answer = \"scan\"\nport = 2\nstatus = 1", false},
+        {"before", "answer = \"scan\"\nto = 9.9", false},
+        {"at the moment", "answer = \"scan\"\nto = 10\nmost = 1", true},
+        {"another answer", "answer = \"align\"\nstatus = 1\nmost = 1", true},
+        {"never told", "answer = \"select\"\nleast = 0\nmost = 0", true},
+    };
+    std::string text = "duration = \"100s\"\n[[unit]]\nname = \"tu1\"\n";
+    for (const Case& c : cases) text += std::string("[[check]]\ncheck = \"socpri_told\"\n") + c.words + "\n";
+    const std::string printout = "[[check]]\ncheck = \"command\"\nat = 80\nline = \"gpsstatus\"\nin_order = ";
+    text += printout + "[\"restarts : 1\", \"restarts : 12\"]\n";
+    text += printout + "[\"restarts : 12\", \"restarts : 1\"]\n";
+    text += printout + "[\"restarts : 12\", \"restarts : 12\"]\n";
+    const sim::Scenario scenario = sim::readScenarioText(text, "checks");
+    const std::vector<app::CheckResult> results = app::evaluateChecks(
+        scenario, recording, [](const std::string&, const std::string&) { return u64{0}; });
+    ASSERT_EQ(results.size(), std::size(cases) + 3);
+    for (std::size_t i = 0; i < std::size(cases); ++i)
+        EXPECT_EQ(results[i].pass, cases[i].pass) << cases[i].what << ": " << results[i].detail;
+    EXPECT_TRUE(results[std::size(cases)].pass);
+    EXPECT_FALSE(results[std::size(cases) + 1].pass);
+    EXPECT_FALSE(results[std::size(cases) + 2].pass) << "one place counts once";
 }
 
 TEST(TimeErrorAboutTheMean, LeavesTheConstantPartOut)

@@ -172,6 +172,12 @@ TEST(PacketServices, ASignalInTheWrongStateOrTooShortIsDropped)
     u.inject(SIGSELECT{PKTSYNCDRV_INITIATE_SERVICE_REJ});
     EXPECT_EQ(u.drv(), u32{DRV_NOT_AVAILABLE});
     EXPECT_EQ(u.root(), u32{ROOT_STARTED});
+    // What stands on it can go all the same: nobody is waited for.
+    u.node.mainProcessor().deletePacketRef(1, 4);
+    u.run(1);
+    EXPECT_EQ(u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM), 1u);
+    EXPECT_FALSE(u.created(1, 4));
+    EXPECT_EQ(u.traces("Wrong state (NOT_AVAILABLE) to send operative PKTSYNCDRV signal"), 1u);
 }
 
 TEST(PacketServices, TheDeathOfAnyBeginsTheChainAnewAndTheAuditBringsBackAll)

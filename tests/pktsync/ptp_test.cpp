@@ -91,7 +91,7 @@ TEST(PtpTimer, ATimeoutQueuedBeforeARestartDoesntCount)
         u32 counted = 0, came = 0;
         while (Signal* sig = ose::receive_w_tmo(50, ose::ANY_SIGNAL)) {
             ++came;
-            counted += TuPktsync_timerExpired(timer);
+            if (!TuPktsync_timerIsStale(3, PTP_TMO_DELAY, 0)) counted += TuPktsync_timerExpired(timer);
             ose::free_buf(&sig);
         }
         EXPECT_EQ(came, 2u);

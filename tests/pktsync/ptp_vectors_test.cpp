@@ -95,8 +95,8 @@ TEST(PtpCheckValues, Corrections)
             static_cast<i64>(std::stoull(c["correctionField"].get<std::string>(), nullptr, 16));
         const PtpTimestamp at{c["seconds"], c["nanoseconds"]};
         const i64 ns = ptpCorrection_ns(raw);
-        const PtpTimestamp T1 = ptpAdd(at, ns);
-        const PtpTimestamp T4 = ptpAdd(at, -ns);
+        const PtpTime T1 = ptpAdd(at, ns);
+        const PtpTime T4 = ptpAdd(at, -ns);
         EXPECT_EQ(json({T1.seconds, T1.nanoseconds}), c["T1"]) << c;
         EXPECT_EQ(json({T4.seconds, T4.nanoseconds}), c["T4"]) << c;
     }

@@ -76,7 +76,10 @@ inline const syncref::Needs& syncrefNeeds()
             syncrefSeen().ref = ref;
             return syncrefSeen().driver;
         },
-        .deleteSyncRef = [](u32 id) { keep({DRV_DELETE, id}); },
+        .deleteSyncRef = [](u32 id) {
+            keep({DRV_DELETE, id});
+            return syncrefSeen().driver;
+        },
         .newClock = [](const PtpClockSetup& setup) -> u32 {
             keep({NEW_CLOCK, setup.syncrefId, setup.ptpMapping});
             if (syncrefSeen().realClocks) return TuPktsync_new_ptp_clock(setup);
@@ -160,6 +163,28 @@ inline void syncrefReady(u32 board = 1)
     syncrefBegin(board);
     giveAudit({}, 0);
     syncrefSeen().events.clear();
+}
+
+/// Runs a body as a process of a fresh idle program, every trace on.
+struct SyncrefBench : IdleNode {
+    void step(const std::function<void()>& body)
+    {
+        node.traces().clear();
+        in([&body] {
+            node::traceAttachProcess();
+            syncrefSeen().events.clear();
+            body();
+        });
+    }
+    std::size_t traced(const std::string& text) { return node.traces().count({text}); }
+};
+
+inline const Events& events() { return syncrefSeen().events; }
+
+inline void create(const TuiifPktRefConfig& c, u32 syncrefId)
+{
+    give(createReq(c));
+    TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(syncrefId);
 }
 
 }  // namespace bench

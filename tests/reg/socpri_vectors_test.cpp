@@ -252,6 +252,31 @@ TEST(SocpriPhase, TheEleventhInvalidValueInARowEndsTheSync)
     });
 }
 
+// What the loop does to the counter with a phase doesn't reach that phase's record.
+TEST(SocpriPhase, IsLoggedWithTheCounterAsItCame)
+{
+    static constexpr socpri::Needs STEPS = {
+        .currentFrequency = NEEDS.currentFrequency, .adjustFrequency = NEEDS.adjustFrequency,
+        .sendFollowOcxoAdj = NEEDS.sendFollowOcxoAdj,
+        .pllControl = [](double) { KvdLoz6TuReg_setLastTime(9 * 1024.0, 1.0); },
+        .adjustTime = NEEDS.adjustTime,
+        .phaseMeasAnalysisFailed = [] { KvdLoz6TuReg_setLastTime(9 * 1024.0, 1.0); },
+        .answerContinuation = NEEDS.answerContinuation,
+    };
+    for (const u32 valid : {1u, 0u}) {
+        SCOPED_TRACE(valid);
+        Told told;
+        inUnit(told, [&](regtest::RegulatorUnit&) {
+            socpri::setNeeds(&STEPS);
+            KvdLoz6TuReg_setLastTime(5 * 1024.0, 1.0);
+            for (u32 i = 0; i < 11; ++i) KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(0, 7, i == 10 ? valid : 0);
+            EXPECT_EQ(socpri::newest().esfc, 5u);
+            KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_TIME_DATA);
+            EXPECT_EQ(socpri::newest().esfc, 9u);
+        });
+    }
+}
+
 TEST(SocpriPhase, ASecondOrderOfThePauseChangesNothing)
 {
     Told told;

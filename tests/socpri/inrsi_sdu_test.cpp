@@ -169,6 +169,47 @@ TEST(InrsiSduLinks, AreToldAtEachIndicationAndLeaveTheFocusAlone)
     EXPECT_EQ(u.started(), 1u);
 }
 
+// Each bad signal is dropped with a trace, and the next good one is served.
+TEST(InrsiSduBadInput, IsTracedAndTheNextGoodOneIsTaken)
+{
+    struct Case {
+        const char* what;
+        void (*bad)(SduUnit&);
+        const char* trace;
+    };
+    for (const Case& c : std::to_array<Case>({
+             {"a phase of a unit that no port has", [](SduUnit& u) { u.inrsi().tellPhase(77, {1, true}); },
+              "phase of a unit that no port has, dropped"},
+             {"a rejection of such a unit",
+              [](SduUnit& u) { u.inject(InrsiUnitRej{INRSI_GET_PHASE_DIFF2_REJ, 0, 0, 77, 3}); }, nullptr},
+             {"a link of port 0", [](SduUnit& u) { u.inrsi().tellLink({.port = 0, .unit = 77}); },
+              "(): Port number out of range (4294967295)"},
+             {"a link of port 7", [](SduUnit& u) { u.inrsi().tellLink({.port = 7, .unit = 77}); },
+              "(): Port number out of range (6)"},
+             {"a subscription of port 9",
+              [](SduUnit& u) { u.inject(InrsiPort{INRSI_SUBSCRIBE_LINK_STATUS_CFM, 0, 0, 9}); },
+              "(): Port number out of range (8)"},
+             {"a phase cut off",
+              [](SduUnit& u) {
+                  u.inject(InrsiGetPhaseDiff2Cfm{INRSI_GET_PHASE_DIFF2_CFM, 0, 0, UNIT_A, 0, 0, {}, 1}, 24);
+              },
+              "ignored, too short"},
+             {"a request cut off", [](SduUnit& u) { u.order(KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REQ_FWD); },
+              "ignored, too short"}})) {
+        SCOPED_TRACE(c.what);
+        SduUnit u;
+        u.focus(1);
+        u.mp().clearLog();
+        c.bad(u);
+        u.run(LATER);
+        if (c.trace != nullptr) { EXPECT_TRUE(u.traced(c.trace)); }
+        EXPECT_EQ(u.mp().count(KVD_TUIIF_INRSI_GET_PHASE_DIFF2_CFM_FWD), 0u);
+        EXPECT_EQ(u.supervised(), "");
+        u.phaseIs(InrsiPhase{9, true});
+        EXPECT_EQ(u.phase(UNIT_A), "0:9:1");
+    }
+}
+
 TEST(InrsiSduFollows, FrequencyTimeAndWhatIsTakenBack)
 {
     SduUnit u;

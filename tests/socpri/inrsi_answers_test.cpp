@@ -1,0 +1,265 @@
+// Answers of the measurement server that are of the other kind, of another unit, late, twice or never,
+// and what the master's client makes of them.
+#include "reg/reg_sig.h"
+#include "tests/socpri/socpri_bench.h"
+
+namespace {
+
+using bench::LATER;
+using bench::MASTER;
+using bench::SocpriUnit;
+using bench::UNIT_A;
+using bench::UNIT_C;
+using sim::InrsiFrequency;
+using sim::InrsiPhase;
+
+constexpr InrsiFrequency GOOD{2, true}, FAR{40, true};
+
+void align(SocpriUnit& u)
+{
+    u.send(KvdTuiifSocpriBfnAlignToGroupReq{KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_REQ, 1, 1, 5, 3});
+}
+
+void frequencyRejected(SocpriUnit& u) { u.inject(InrsiUnitRej{INRSI_GET_FREQ_DIFF2_REJ, 0, 0, UNIT_A, 3}); }
+void phaseRejected(SocpriUnit& u) { u.inject(InrsiUnitRej{INRSI_GET_PHASE_DIFF2_REJ, 0, 0, UNIT_A, 3}); }
+void frequencyComes(SocpriUnit& u) { u.inrsi().tellFrequency(UNIT_A, {-77, true}), u.run(LATER); }
+void phaseComes(SocpriUnit& u) { u.inrsi().tellPhase(UNIT_A, {0x5'0000'0009, true}), u.run(LATER); }
+
+// The order's own measurement is taken for closed. It is asked for again, so that a server which never
+// answers it is seen all the same.
+TEST(InrsiStrayAnswer, OfTheOtherKindClosesTheMeasurementAndTheOrderAsksAgain)
+{
+    struct Case {
+        const char* what;
+        void (*order)(SocpriUnit&);        // its measurement stays open
+        void (*stray)(SocpriUnit&);
+        double notYet, within;             // s from the stray answer to the order's end
+        SIGSELECT told;
+        const char* result;
+    };
+    const auto selectAndGoSilent = [](SocpriUnit& u) { u.synchronise(1), u.inrsi().silentUnits = {UNIT_A}, u.run(0.15); };
+    const auto scanSilent = [](SocpriUnit& u) { u.inrsi().silentUnits = {UNIT_A}, u.scan(1); };
+    const auto selectSilent = [](SocpriUnit& u) { u.inrsi().silentUnits = {UNIT_A}, u.select(1); };
+    for (const Case& c : std::to_array<Case>({
+             {"a frequency in time synchronisation", selectAndGoSilent, frequencyComes, 0.36, 0.42,
+              KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND, "1:7"},
+             {"a frequency's rejection in it", selectAndGoSilent, frequencyRejected, 0.36, 0.42,
+              KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND, "1:7"},
+             {"a phase in a scan", scanSilent, phaseComes, 0.56, 0.62, KVD_TUIIF_SOCPRI_SCAN_LINK_RSP, "1:5"},
+             {"a phase's rejection in a scan", scanSilent, phaseRejected, 0.56, 0.62,
+              KVD_TUIIF_SOCPRI_SCAN_LINK_RSP, "1:5"},
+             {"a phase in a selection's frequency stage", selectSilent, phaseComes, 0.56, 0.62,
+              KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_RSP, "1:5"},
+             {"a phase's rejection in it", selectSilent, phaseRejected, 0.56, 0.62,
+              KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_RSP, "1:5"}})) {
+        SCOPED_TRACE(c.what);
+        SocpriUnit u{MASTER};
+        c.order(u);
+        u.mp().clearLog();
+        const u32 action = u.action();
+        c.stray(u);
+        EXPECT_EQ(u.action(), action);
+        EXPECT_EQ(u.get([] { return inrsi::master::record().measOngoing; }), 0);
+        EXPECT_TRUE(u.traced("Measurement type is incompatible with current INRSI Client action"));
+        u.run(c.notYet - LATER);
+        EXPECT_EQ(u.mp().count(c.told), 0u);
+        u.run(c.within - c.notYet);
+        EXPECT_EQ(u.result(c.told), c.result);
+        EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+    }
+}
+
+TEST(InrsiStrayAnswer, IsKeptAsTheLastResult)
+{
+    SocpriUnit u{MASTER};
+    u.synchronise(1);
+    frequencyComes(u);
+    EXPECT_NE(u.printed("kvdinfo inrsi").find("freqDiff, valid        : -77 ppb, 1"), std::string::npos);
+    u.deselect(1);
+    u.inrsi().silentUnits = {UNIT_A};
+    u.scan(1);
+    phaseComes(u);
+    EXPECT_NE(u.printed("kvdinfo inrsi").find("trpDiffHigh, Low, valid: 5, 9, 1"), std::string::npos);
+}
+
+// A supervision's answer or rejection that comes while the alignment is at the frequency.
+TEST(InrsiStrayAnswer, InAnAlignmentsFrequencyStageLeavesItAtWork)
+{
+    for (const auto stray : {phaseComes, phaseRejected}) {
+        SocpriUnit u{MASTER};
+        u.frequencyIs(GOOD);
+        align(u);
+        stray(u);
+        u.run(0.6);
+        EXPECT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_BFN_ALIGN});
+        EXPECT_EQ(u.get(KvdLoz6TuReg_pllState), u32{PLL_Unlocked}) << "it has gone on to the phase";
+        EXPECT_EQ(u.aligned(), std::nullopt);
+    }
+}
+
+// A supervised port's rejection is no answer to the port in focus.
+TEST(InrsiStrayAnswer, OfAnotherPortsSupervisionLeavesTheFocusAlone)
+{
+    SocpriUnit u{MASTER};
+    u.lock(1);
+    u.mp().clearLog();
+    u.inject(InrsiUnitRej{INRSI_GET_PHASE_DIFF2_REJ, 0, 0, UNIT_C, 3});
+    EXPECT_EQ(u.supervised(), "3:7");
+    for (const u32 nobody : {77u, 0u, 0xFFFFFFFFu}) {
+        u.inrsi().tellPhase(nobody, {5'000'000'000'000, true});
+        u.run(LATER);
+    }
+    u.run(2.0);
+    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_TIME_SYNC});
+    EXPECT_EQ(u.synced(), "");
+}
+
+// A late rejection doesn't end a holdover.
+TEST(InrsiStrayAnswer, InHoldoverChangesNothing)
+{
+    SocpriUnit u{MASTER};
+    u.lock(1);
+    u.order(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ);
+    u.mp().clearLog();
+    phaseRejected(u);
+    frequencyRejected(u);
+    frequencyComes(u);
+    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_TIME_SYNC});
+    EXPECT_TRUE(u.get(KvdLoz6TuReg_pllIsHoldover));
+    EXPECT_EQ(u.synced(), "");
+    u.run(301.0);
+    EXPECT_EQ(u.get(KvdLoz6TuReg_pllState), u32{PLL_Unlocked}) << "its five minutes run on";
+}
+
+// The time of the phase's request was in the queue when the selection came: a phase is open as the
+// frequency's turn comes.
+TEST(InrsiOpenMeasurement, RefusesAScanAloneAndASelectionWaits)
+{
+    for (const bool isScan : {true, false}) {
+        SCOPED_TRACE(isScan);
+        SocpriUnit u{MASTER};
+        u.frequencyIs(GOOD);
+        if (isScan) u.scan(1);
+        else        u.select(1);
+        u.inrsi().answer_ms = 150;               // the phase's alone
+        u.inject(InrsiPortTmo{INRSI_REQUEST_PHASE_DATA_TMO, 0});
+        u.inrsi().answer_ms = 5;
+        u.mp().clearLog();
+        u.run(0.1);
+        EXPECT_TRUE(u.traced("Measurement already ongoing!"));
+        EXPECT_EQ(u.scanned(), isScan ? "1:4" : "");
+        u.run(1.0);
+        EXPECT_EQ(u.selected(), isScan ? "" : "1:1");
+    }
+}
+
+TEST(InrsiTimeSync, GoesOnWithAnotherUnitOfThePort)
+{
+    SocpriUnit u{MASTER};
+    u.inrsi().setLink({.port = 1, .unit = 12});
+    u.run(LATER);
+    u.synchronise(1);
+    u.inrsi().silentUnits = {UNIT_A};
+    u.run(0.15);                                 // its request is open
+    u.mp().clearLog();
+    u.inrsi().setStatus(UNIT_A, 0);
+    u.run(1.0);
+    EXPECT_GE(u.inrsi().phaseRequests(12), 8u);
+    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_TIME_SYNC});
+    EXPECT_EQ(u.synced(), "");
+}
+
+// ---- supervision of a port that is scanned ---------------------------------------------------------
+
+TEST(InrsiScan, LeavesItsPortUnderSupervisionHoweverItEnds)
+{
+    struct Case {
+        const char* what;
+        void (*trouble)(SocpriUnit&);
+        const char* answer;
+    };
+    for (const Case& c : std::to_array<Case>({
+             {"rejected", [](SocpriUnit& u) { u.frequencyIs(std::nullopt), u.scan(1); }, "1:5"},
+             {"never good", [](SocpriUnit& u) { u.frequencyIs(FAR), u.scan(1), u.run(1.6); }, "1:4"},
+             {"good", [](SocpriUnit& u) { u.frequencyIs(GOOD), u.scan(1), u.run(0.5); }, "1:1"},
+             {"an answer of another unit",
+              [](SocpriUnit& u) {
+                  u.inrsi().silentUnits = {UNIT_A};
+                  u.scan(1);
+                  u.inrsi().tellFrequency(UNIT_C, GOOD);
+                  u.run(LATER);
+              },
+              ""},
+             {"another measurement is open",
+              [](SocpriUnit& u) {
+                  u.inrsi().silentUnits = {UNIT_C};
+                  u.scan(3), u.mp().clearLog(), u.scan(1);
+              },
+              "1:4"},
+             {"a scan of another port",
+              [](SocpriUnit& u) { u.frequencyIs(FAR), u.scan(1), u.scan(3), u.run(1.6); }, "3:4"},
+             {"the reference goes", [](SocpriUnit& u) { u.frequencyIs(FAR), u.scan(1), u.mp().selectNone(), u.run(LATER); },
+              "1:5"}})) {
+        SCOPED_TRACE(c.what);
+        SocpriUnit u{MASTER};
+        u.run(30.0);                             // half of its minute
+        c.trouble(u);
+        EXPECT_EQ(u.scanned(), c.answer);
+        EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+        u.inrsi().silentUnits.clear();
+        EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A), 0u);
+        const bool isNew = std::string(c.answer) == "1:1" || std::string(c.answer) == "1:4";
+        u.run(31.0);
+        if (!isNew) { EXPECT_GT(u.inrsi().phaseRequests(UNIT_A), 0u) << "its minute ran on"; }
+        u.run(30.0);
+        EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A), 5u);
+    }
+}
+
+// An open round's next sample would meet the scan's own requests: it begins anew after the scan.
+TEST(InrsiScan, PutsAnOpenRoundOfSupervisionOff)
+{
+    SocpriUnit u{MASTER};
+    u.supervise({1});
+    for (u32 i = 0; i < 700 && u.inrsi().phaseRequests(UNIT_A) < 2; ++i) u.run(0.1);
+    u.frequencyIs(std::nullopt);
+    u.mp().clearLog();
+    const u32 before = u.inrsi().phaseRequests(UNIT_A);
+    u.scan(1);
+    EXPECT_EQ(u.scanned(), "1:5");
+    u.run(59.0);
+    EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A), before);
+    u.run(2.0);
+    EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A), before + 5) << "a whole round";
+    EXPECT_EQ(u.supervised(), "1:2");
+}
+
+// ---- an answer that is owed -------------------------------------------------------------------------
+
+// Too many invalid phases during a jump: the jump ends first, then the answer goes out that is owed.
+TEST(InrsiContinuation, IsAnsweredAfterTheJumpThatItsLinkEnds)
+{
+    for (const bool givenUp : {false, true}) {
+        SCOPED_TRACE(givenUp);
+        SocpriUnit u{MASTER};
+        u.frequencyIs(GOOD);
+        u.phaseIs(InrsiPhase{1'000'000'000, true});          // 1 ms ahead: locked to an offset
+        u.lock(1);
+        u.mp().orderJump();
+        u.run(4.1);
+        ASSERT_EQ(u.get(KvdLoz6TuReg_SoCpriJumpRunning), 1u);
+        u.phaseIs(InrsiPhase{0, false});
+        u.run(0.2);
+        u.mp().clearLog();
+        u.get([] { inrsiSetContinuationOfSync(1); });
+        if (givenUp) u.deselect(1);
+        u.inject(SIGSELECT{KVD_TUSOCPRI_CONTINUE_POSTPONED_REGULATION_TMO});   // the pause is over
+        u.run(1.3);
+        EXPECT_EQ(u.get(KvdLoz6TuReg_SoCpriJumpRunning), 0u);
+        EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND), givenUp ? 0u : 1u);
+        EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_RSP), givenUp ? 0u : 1u);
+        EXPECT_EQ(u.selected(), givenUp ? "" : "1:6");
+    }
+}
+
+}  // namespace

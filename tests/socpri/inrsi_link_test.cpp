@@ -1,0 +1,283 @@
+// The master's client and its links: connection, subscription, states of units, supervision.
+#include "tests/socpri/socpri_bench.h"
+
+namespace {
+
+using bench::LATER;
+using bench::MASTER;
+using bench::SocpriUnit;
+using bench::UNIT_A;
+using bench::UNIT_C;
+using sim::Answer;
+using sim::InrsiFrequency;
+using sim::InrsiPhase;
+using Strings = std::vector<std::string>;
+
+constexpr InrsiFrequency GOOD{2, true};
+
+// ---- connection ---------------------------------------------------------------------------------
+
+TEST(InrsiConnection, IsToldOnceTheServerHasAnswered)
+{
+    SocpriUnit u{MASTER, false};
+    u.inrsi().die();
+    u.order(KVD_TUIIF_SOCPRI_START_REQ);
+    EXPECT_FALSE(u.started());
+    EXPECT_TRUE(u.traced("Failed to hunt for process: inrsiServer"));
+    u.order(KVD_TUIIF_SOCPRI_START_REQ);
+    EXPECT_TRUE(u.traced("failed to initiate INRSI subscription"));
+    u.inrsi().start();
+    u.run(0.1);
+    EXPECT_EQ(u.started(), 1u);
+    EXPECT_EQ(u.inrsi().connections(), 1u);
+    u.order(KVD_TUIIF_SOCPRI_START_REQ);
+    EXPECT_EQ(u.started(), 1u) << "there already";
+    EXPECT_EQ(u.inrsi().connections(), 1u);
+}
+
+TEST(InrsiConnection, ARejectionClosesItUntilTheNextOrder)
+{
+    SocpriUnit u{MASTER, false};
+    u.inrsi().setAnswer(Answer::Reject);
+    u.order(KVD_TUIIF_SOCPRI_START_REQ);
+    EXPECT_EQ(u.started(), 0u);
+    u.inrsi().setAnswer(Answer::Accept);
+    u.run(5.0);
+    EXPECT_EQ(u.inrsi().connections(), 0u);
+    u.inject(InrsiConnEstablishCfm{INRSI_CONN_ESTABLISH_CFM, 0, 9, 2});          // not asked for
+    EXPECT_FALSE(u.started());
+    u.order(KVD_TUIIF_SOCPRI_START_REQ);
+    EXPECT_EQ(u.started(), 1u);
+}
+
+TEST(InrsiConnection, ALossEndsTheWorkAndTheLinksAndIsMadeAgain)
+{
+    SocpriUnit u{MASTER};
+    u.inrsi().silentUnits = {UNIT_A};
+    u.scan(1);
+    const double divider = u.node.board().divider();
+    u.inrsi().die();
+    u.run(LATER);
+    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_SDU_FOLLOW_OCXO_REVERT_IND), 1u);
+    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_SCAN_LINK_RSP), 1u);
+    const Strings links = u.links();
+    ASSERT_EQ(links.size(), 8u) << "every place of the two ports";
+    EXPECT_EQ(links[0], "1:0:11");
+    EXPECT_EQ(links[1], "1:0:-1");
+    EXPECT_EQ(links[4], "3:0:33");
+    EXPECT_EQ(u.node.board().divider(), divider);
+    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+
+    u.inrsi().silentUnits.clear();
+    u.inrsi().start();
+    u.run(0.1);
+    EXPECT_EQ(u.started(), 1u);
+    u.supervise({1});
+    EXPECT_EQ(u.links(), (Strings{"1:2:11"})) << "the subscription begins anew";
+    u.frequencyIs(GOOD);
+    u.scan(1);
+    u.run(1.0);
+    EXPECT_EQ(u.scanned(), "1:1") << "the measurement that was open is forgotten";
+}
+
+// ---- subscription, link status -------------------------------------------------------------------
+
+TEST(InrsiSubscription, FollowsTheListOfCandidates)
+{
+    SocpriUnit u{MASTER};
+    EXPECT_NE(u.node.system().find("PsxIwNgscInciServer"), 0u);
+    std::string text;
+    EXPECT_EQ(u.node.volumes().read("/d/socpri_active", text), 0);
+    EXPECT_EQ(text, "SoCPRI is active!");
+
+    u.supervise({3, 7, 0, 9, 3});
+    EXPECT_FALSE(u.inrsi().subscribed(1));
+    EXPECT_TRUE(u.inrsi().subscribed(3));
+    EXPECT_TRUE(u.traced("():INRSI link already subscribed (port 2)"));
+    EXPECT_TRUE(u.traced("(): Port number out of range (6)"));
+    EXPECT_TRUE(u.traced("(): Port number out of range (8)"));
+    u.mp().clearLog();
+    u.inrsi().tellLink({.port = 1, .unit = UNIT_A, .status = 1});
+    u.run(LATER);
+    EXPECT_TRUE(u.links().empty());
+    EXPECT_TRUE(u.traced("():Port 0 is not Sync RI port candidate, link status is ignored!"));
+
+    u.supervise({}, false);
+    EXPECT_FALSE(u.inrsi().subscribed(3));
+    EXPECT_EQ(u.node.volumes().exists("/d/socpri_active"), 0);
+    EXPECT_EQ(u.node.system().find("PsxIwNgscInciServer"), 0u);
+    u.order(KVD_TUIIF_SOCPRI_STOP_REQ);
+    EXPECT_TRUE(u.traced("Something went wrong! SoCOPRI file is not removed."));
+}
+
+TEST(InrsiSubscription, WithoutTheServerOrRejectedIsOnlyTraced)
+{
+    SocpriUnit u{MASTER};
+    u.inrsi().subscribeAnswer = Answer::Reject;
+    u.supervise({1, 3, 5});
+    EXPECT_TRUE(u.traced("received INRSI_SUBSCRIBE_LINK_STATUS_REJ: nearEndPortNo=5, errorCode=7"));
+    u.inrsi().die();
+    u.run(LATER);
+    u.supervise({2});
+    EXPECT_TRUE(u.traced("(): Server is not available"));
+    EXPECT_TRUE(u.traced("():INRSI SUBSCRIBE LINK STATUS failed (port 1)"));
+}
+
+// The main processor comes back and knows nothing; the unit keeps its tables and asks for all anew.
+TEST(InrsiSubscription, BeginsAnewWithTheMainProcessor)
+{
+    SocpriUnit u{MASTER};
+    u.mp().restart(2 * ose::SEC);
+    u.run(5.0);
+    EXPECT_EQ(u.links().size(), 8u);
+    u.inrsi().tellLink({.port = 1, .unit = UNIT_A, .status = 1});
+    u.run(LATER);
+    EXPECT_TRUE(u.links().empty()) << "not subscribed any more";
+    u.supervise({1});
+    EXPECT_EQ(u.links(), (Strings{"1:2:11"}));
+}
+
+TEST(InrsiLinkStatus, IsStoredByUnitAndPassedOn)
+{
+    SocpriUnit u{MASTER};
+    const auto unitAt = [&u](u32 slot) {
+        return u.get([slot] { return inrsi::master::client().cpriPortStatus[0][slot].sharedUnitId; });
+    };
+    u.inrsi().setLink({.port = 1, .unit = 12, .status = 1});
+    u.inrsi().setLink({.port = 1, .unit = 13, .status = 2, .subsumed = 12});     // 12 goes by 13 now
+    u.inrsi().setLink({.port = 1, .unit = 13, .status = 2, .subsumed = 12});
+    u.run(LATER);
+    EXPECT_EQ(u.links(), (Strings{"1:1:12", "1:2:13", "1:2:13"}));
+    EXPECT_EQ(unitAt(0), UNIT_A);
+    EXPECT_EQ(unitAt(1), 13u);
+    EXPECT_EQ(unitAt(2), inrsi::NO_UNIT);
+    u.inrsi().setStatus(13, 7);                                                  // no such status
+    u.run(LATER);
+    EXPECT_EQ(u.links(), (Strings{"1:0:13"}));
+    EXPECT_EQ(unitAt(1), inrsi::NO_UNIT);
+    for (u32 unit = 20; unit < 24; ++unit) u.inrsi().setLink({.port = 1, .unit = unit});
+    u.run(LATER);
+    EXPECT_TRUE(u.traced("Mapping was not successful (port 0, sharedUnitId 23), returning 0 for slot number!"));
+    EXPECT_EQ(unitAt(0), 23u);
+
+    u.mp().clearLog();
+    for (const u16 port : {0, 7}) u.inrsi().tellLink({.port = port, .unit = 99});
+    u.inject(InrsiLinkStatus2Ind{INRSI_LINK_STATUS2_IND, 0, 0, 1, {}, 2, 1, {}, 0, 0}, 40);   // cut off
+    EXPECT_TRUE(u.links().empty());
+    EXPECT_TRUE(u.traced("(): Port number out of range (6)"));
+    u.inrsi().setLink({.port = 3, .unit = 34, .status = 1, .huntPath = std::string(150, 'x')});
+    u.run(LATER);
+    const auto fwd = u.told<KvdTuiifSocpriLinkStatusFwd>(KVD_TUIIF_SOCPRI_LINK_STATUS_FWD);
+    ASSERT_TRUE(fwd);
+    EXPECT_EQ(std::string(fwd->huntPathPrefix), std::string(99, 'x'));
+}
+
+// ---- supervision ---------------------------------------------------------------------------------
+
+TEST(InrsiSupervision, TellsOncePerMinute)
+{
+    struct Case {
+        const char* what;
+        u32 good;                          // of five samples
+        std::optional<u64> ps;             // phase of the good ones
+        const char* status;
+    };
+    for (const Case& c : std::to_array<Case>({{"3 of 5", 3, 99'999, "1:2"},
+                                              {"2 of 5", 2, 0, "1:6"},
+                                              {"at the limit", 5, 100'000, "1:6"},
+                                              {"a negative phase", 5, 40'960'000'000'000 - 99'999, "1:2"},
+                                              {"rejected", 0, std::nullopt, "1:7"}})) {
+        SCOPED_TRACE(c.what);
+        SocpriUnit u{MASTER};
+        u.supervise({1});                        // port A alone
+        u32 sample = 0;
+        u.inrsi().onPhase([&](u32) -> std::optional<InrsiPhase> {
+            if (!c.ps) return std::nullopt;
+            return InrsiPhase{*c.ps, sample++ % 5 < c.good};
+        });
+        u.run(59.0);
+        EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A), 0u);
+        u.run(2.0);
+        EXPECT_EQ(u.supervised(), c.status);
+        const u32 samples = c.ps ? 5 : 1;
+        EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A), samples);
+        u.run(60.5);
+        EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A), 2 * samples);
+        EXPECT_EQ(u.supervised(), c.status);
+    }
+}
+
+TEST(InrsiSupervision, EndsWithTheLinkAndLeavesThePortInFocusAlone)
+{
+    SocpriUnit u{MASTER};
+    u.inrsi().silentUnits = {UNIT_A};
+    u.run(60.2);
+    EXPECT_EQ(u.supervised(), "");
+    u.run(0.3);
+    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_SUPERVISION_STATUS_IND), 2u) << "A not answered, C good";
+    u.inrsi().silentUnits.clear();
+    u.inrsi().setStatus(UNIT_C, 0);
+    u.synchronise(1);
+    u.mp().clearLog();
+    const u32 before = u.inrsi().phaseRequests(UNIT_C);
+    u.run(130.0);
+    EXPECT_EQ(u.supervised(), "");
+    EXPECT_EQ(u.inrsi().phaseRequests(UNIT_C), before);
+    u.deselect(1);
+    u.run(62.0);
+    EXPECT_EQ(u.supervised(), "1:2") << "again, once it is given up";
+    EXPECT_NE(u.printed("kvdhist socpri_supervision 0").find("port = 0, phaseDiff = 0"), std::string::npos);
+    EXPECT_EQ(u.printed("kvdhist socpri_supervision 4").find("port = "), std::string::npos);
+}
+
+// ---- temperature ---------------------------------------------------------------------------------
+
+TEST(InrsiTemperature, IsToldForEachSubscribedLink)
+{
+    SocpriUnit u{MASTER};
+    u.inrsi().setStatus(UNIT_C, 1);
+    u.run(LATER);
+    u.mp().clearLog();
+    u.node.system().call(*u.node.program(), [] { inrsiReportOcxoTemp(1); });
+    u.run(LATER);
+    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND), 2u);
+    EXPECT_EQ(u.synced(), "3:4");
+    u.inrsi().setStatus(UNIT_C, 0);
+    u.run(LATER);
+    u.mp().clearLog();
+    u.node.system().call(*u.node.program(), [] { inrsiReportOcxoTemp(0); });
+    u.run(LATER);
+    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND), 1u);
+    EXPECT_EQ(u.synced(), "1:1");
+}
+
+// The oven leaves its range for six readings: the link is given up, told once, and none taken until it is back.
+TEST(InrsiTemperature, OutOfRangeEndsTheSyncUntilItIsBack)
+{
+    SocpriUnit u{MASTER};
+    u.run(130.0);                                // warm
+    u.lock(1);
+    u.mp().clearLog();
+    u.node.board().temperature().addStep(2.0);
+    u.run(10.0);                                 // five readings at most
+    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND), 0u);
+    u.run(10.0);
+    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND), 2u) << "A and C, once";
+    EXPECT_EQ(u.synced(), "3:4");
+    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+    EXPECT_EQ(u.get(KvdLoz6TuReg_pllState), u32{PLL_Uninitialized});
+    const std::string story = u.printed("kvdhist socpri");
+    EXPECT_NE(story.find("event = SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_TEMP,"), std::string::npos);
+    EXPECT_NE(story.find("event = SOCPRI_EV_BAD_OCXO_TEMP,"), std::string::npos);
+    u.select(1);
+    EXPECT_EQ(u.selected(), "1:4");
+    u.node.board().temperature().addStep(-2.0);
+    u.run(5.0);
+    EXPECT_EQ(u.synced(), "3:1");
+    u.frequencyIs(InrsiFrequency{2, true});
+    u.select(1);
+    u.run(0.5);
+    EXPECT_EQ(u.selected(), "1:1");
+}
+
+}  // namespace

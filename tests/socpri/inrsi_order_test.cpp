@@ -1,0 +1,374 @@
+// The master's client at the main processor's orders: scan, selection, holdover, port X.
+#include "tests/socpri/socpri_bench.h"
+
+namespace {
+
+using bench::LATER;
+using bench::MASTER;
+using bench::SocpriUnit;
+using bench::UNIT_A;
+using bench::UNIT_C;
+using sim::InrsiFrequency;
+using sim::InrsiPhase;
+
+constexpr InrsiFrequency GOOD{2, true}, FAR{40, true};
+
+// ---- scan ----------------------------------------------------------------------------------------
+
+TEST(InrsiScan, EndsByWhatTheLinkGives)
+{
+    struct Case {
+        const char* what;
+        std::function<void(SocpriUnit&)> link;
+        double seconds;                    // the answer isn't there a little before
+        const char* answer;
+        u32 requests;
+    };
+    const auto frequency = [](std::optional<InrsiFrequency> f) {
+        return [f](SocpriUnit& u) { u.frequencyIs(f); };
+    };
+    for (const Case& c : std::to_array<Case>({
+             {"good at the third", frequency(GOOD), 0.22, "1:1", 3},
+             {"never good", frequency(FAR), 1.475, "1:4", 15},
+             {"never valid", frequency(InrsiFrequency{1, false}), 1.475, "1:4", 15},
+             {"good, but only present",
+              [](SocpriUnit& u) { u.frequencyIs(GOOD), u.inrsi().setStatus(UNIT_A, 1); }, 1.475, "1:4", 15},
+             {"rejected", frequency(std::nullopt), 0.005, "1:5", 1},
+             {"not answered", [](SocpriUnit& u) { u.inrsi().silentUnits = {UNIT_A}; }, 0.5, "1:5", 1},
+             {"link not there", [](SocpriUnit& u) { u.inrsi().setStatus(UNIT_A, 0); }, 0.4, "1:5", 0}})) {
+        SCOPED_TRACE(c.what);
+        SocpriUnit u{MASTER};
+        c.link(u);
+        u.run(LATER);
+        u.mp().clearLog();
+        const double divider = u.node.board().divider();
+        u.mp().sendLayout(KvdTuiifSocpriScanLinkReq{KVD_TUIIF_SOCPRI_SCAN_LINK_REQ, 1, 1});
+        if (c.seconds > 0.1) {
+            u.run(c.seconds - 0.01);
+            EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_SCAN_LINK_RSP), 0u);
+        }
+        u.run(0.15);
+        const bool isGood = std::string(c.answer) == "1:1";
+        EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_SDU_FOLLOW_OCXO_REVERT_IND), isGood ? 0u : 1u);
+        const std::size_t followed = u.mp().count(KVD_TUIIF_SOCPRI_SDU_FOLLOW_OCXO_ADJ_IND);
+        if (isGood) {
+            EXPECT_EQ(followed, 2u);
+            EXPECT_NE(u.node.board().divider(), divider);
+        } else {
+            EXPECT_EQ(u.node.board().divider(), divider) << "as before the scan";
+        }
+        EXPECT_EQ(u.scanned(), c.answer);
+        EXPECT_EQ(u.inrsi().frequencyRequests(UNIT_A), c.requests);
+        EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+        EXPECT_EQ(u.port(), inrsi::NO_PORT);
+    }
+}
+
+// What the slave is told to take back is what the scan's steps came to.
+TEST(InrsiScan, TheSlaveIsToldTheWholeOfWhatIsTakenBack)
+{
+    SocpriUnit u{MASTER};
+    u.frequencyIs(FAR);
+    const double before = u.get(tuHwIf_readCurrentFrequency);
+    u.scan(1);
+    u.run(1.0);
+    const double moved = u.get(tuHwIf_readCurrentFrequency);
+    EXPECT_NEAR(moved - before, -10 * 40e-9, 1e-9);
+    u.run(1.0);
+    const auto back = u.told<KvdTuiifSocpriSduFollowOcxoRevertInd>(KVD_TUIIF_SOCPRI_SDU_FOLLOW_OCXO_REVERT_IND);
+    ASSERT_TRUE(back);
+    EXPECT_NEAR(back->deltaFreq, -15 * 40e-9, 1e-11);
+    EXPECT_NEAR(u.get(tuHwIf_readCurrentFrequency), before, 1e-12);
+}
+
+TEST(InrsiScan, ASecondOneDropsTheFirst)
+{
+    SocpriUnit u{MASTER};
+    u.frequencyIs(GOOD);
+    u.scan(1);
+    u.scan(3);                                   // the first waits for its next request
+    u.run(1.0);
+    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_SCAN_LINK_RSP), 1u);
+    EXPECT_EQ(u.scanned(), "3:1");
+
+    u.inrsi().silentUnits = {UNIT_A};
+    u.scan(1);                                   // its request stays open
+    u.scan(3);
+    EXPECT_EQ(u.scanned(), "3:4");
+    EXPECT_TRUE(u.traced("Measurement already ongoing!"));
+    u.scan(3);
+    u.run(1.0);
+    EXPECT_EQ(u.scanned(), "3:1") << "an open request refuses one order, not all";
+}
+
+TEST(InrsiScan, AnAnswerOfAnotherUnitEndsItAndALateOneDoesNothing)
+{
+    SocpriUnit u{MASTER};
+    u.inrsi().silentUnits = {UNIT_A};
+    u.scan(1);
+    u.inrsi().tellFrequency(UNIT_C, GOOD);
+    u.run(LATER);
+    EXPECT_TRUE(u.traced("Received response for sharedUnitId (33) different from the referenced one (11)"));
+    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+    u.inrsi().silentUnits.clear();
+    u.frequencyIs(GOOD);
+    u.inrsi().answers = 2;                       // each answer comes twice
+    u.scan(1);
+    u.run(1.0);
+    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_SCAN_LINK_RSP), 1u);
+    EXPECT_EQ(u.scanned(), "1:1");
+    const double frequency = u.get(tuHwIf_readCurrentFrequency);
+    u.inrsi().tellFrequency(UNIT_A, FAR);        // late
+    u.inrsi().tellPhase(77, {});                 // of a unit that nobody knows
+    u.run(LATER);
+    EXPECT_EQ(u.get(tuHwIf_readCurrentFrequency), frequency);
+    EXPECT_TRUE(u.traced("Measurement type is incompatible with current INRSI Client action"));
+}
+
+TEST(InrsiOrders, ForPortsThatThereAreNotAreAnsweredAsForALinkThatIsNot)
+{
+    SocpriUnit u{MASTER};
+    for (const u8 port : {u8{0}, u8{8}, u8{255}}) {
+        const std::string answer = std::to_string(port) + ":3";
+        u.scan(port);
+        EXPECT_EQ(u.scanned(), answer);
+        u.select(port);
+        EXPECT_EQ(u.selected(), answer);
+        u.send(KvdTuiifSocpriBfnAlignToGroupReq{KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_REQ, 1, port, 0, 0});
+        EXPECT_EQ(u.aligned(), 0u);
+        EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+    }
+}
+
+// ---- selection -----------------------------------------------------------------------------------
+
+TEST(InrsiSelection, GoesFromFrequencyToTime)
+{
+    SocpriUnit u{MASTER};
+    u.frequencyIs(GOOD);
+    u.select(1);
+    u.run(0.25);
+    EXPECT_EQ(u.selected(), "1:1");
+    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_TIME_SYNC});
+    EXPECT_EQ(u.get(KvdLoz6TuReg_pllState), u32{PLL_Unlocked});
+    const u32 before = u.inrsi().phaseRequests(UNIT_A);
+    u.run(2.1);
+    EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A) - before, 20u) << "100 ms and the answer's 5";
+    u.run(5.0);
+    EXPECT_EQ(u.synced(), "1:2");
+    EXPECT_TRUE(u.get(KvdLoz6TuReg_pllIsLocked));
+
+    u.select(3);
+    const auto refused = u.told<KvdTuiifSocpriAlreadySelectedInd>(KVD_TUIIF_SOCPRI_ALREADY_SELECTED_IND);
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->selectedCpriPort, 1);
+    EXPECT_EQ(refused->requestedCpriPort, 3);
+    EXPECT_EQ(u.port(), 0);
+
+    u.deselect(1);
+    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+    u.run(0.1);
+    const u32 last = u.inrsi().phaseRequests(UNIT_A);
+    u.run(5.0);
+    EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A), last);
+}
+
+TEST(InrsiTimeSync, EndsByWhatTheLinkGives)
+{
+    struct Case {
+        const char* what;
+        std::function<void(SocpriUnit&)> link;
+        double notYet, seconds;
+        const char* status;
+    };
+    for (const Case& c : std::to_array<Case>({
+             {"rejected", [](SocpriUnit& u) { u.phaseIs(std::nullopt); }, 0.0, 0.2, "1:7"},
+             {"not answered", [](SocpriUnit& u) { u.inrsi().silentUnits = {UNIT_A}; }, 0.3, 0.5, "1:7"},
+             {"server gone", [](SocpriUnit& u) { u.inrsi().die(); }, 0.0, 0.05, "1:7"},
+             {"link gone", [](SocpriUnit& u) { u.inrsi().setStatus(UNIT_A, 0); }, 0.35, 0.7, "1:3"},
+             {"link present alone", [](SocpriUnit& u) { u.inrsi().setStatus(UNIT_A, 1); }, 0.35, 0.7, "1:3"},
+             {"10 invalid values", [](SocpriUnit& u) { u.phaseIs(InrsiPhase{0, false}); }, 1.0, 1.3, "1:6"}})) {
+        SCOPED_TRACE(c.what);
+        SocpriUnit u{MASTER};
+        u.synchronise(1);
+        u.mp().clearLog();
+        c.link(u);
+        if (c.notYet > 0.0) {
+            u.run(c.notYet);
+            EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND), 0u);
+        }
+        u.run(c.seconds - c.notYet);
+        EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_RSP), 0u) << "no answer is owed";
+        EXPECT_EQ(u.synced(), c.status);
+        EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+    }
+}
+
+// A link that comes back in time, an answer that comes twice, and one of another unit change nothing.
+TEST(InrsiTimeSync, SurvivesShortTroubles)
+{
+    SocpriUnit u{MASTER};
+    u.lock(1);
+    u.mp().clearLog();
+    u.inrsi().setStatus(UNIT_A, 0);
+    u.run(0.3);
+    u.inrsi().setStatus(UNIT_A, 2);
+    u.run(0.5);
+    u.inrsi().answers = 2;
+    u.run(1.0);
+    u.inrsi().answers = 1;
+    u.inrsi().tellPhase(UNIT_C, {5'000'000'000'000, true});
+    u.inrsi().tellFrequency(UNIT_C, FAR);
+    u.inject(InrsiUnitRej{INRSI_GET_FREQ_DIFF2_REJ, 0, 0, UNIT_A, 3});
+    u.run(3.0);
+    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_TIME_SYNC});
+    EXPECT_EQ(u.synced(), "");
+    EXPECT_TRUE(u.get(KvdLoz6TuReg_pllIsLocked));
+    const u32 before = u.inrsi().phaseRequests(UNIT_A);
+    u.run(2.1);
+    EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A) - before, 20u) << "one chain of requests";
+}
+
+// ---- holdover ------------------------------------------------------------------------------------
+
+TEST(InrsiHoldover, IsEnteredFromALockAndLeftOnALink)
+{
+    SocpriUnit u{MASTER};
+    u.order(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ);
+    EXPECT_EQ(u.heldOver(), 0u) << "no loop";
+    u.lock(1);
+    u.order(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ);
+    EXPECT_EQ(u.heldOver(), 1u);
+    EXPECT_TRUE(u.get(KvdLoz6TuReg_pllIsHoldover));
+    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_TIME_SYNC});
+    EXPECT_EQ(u.port(), inrsi::NO_PORT);
+    u.order(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ);
+    EXPECT_EQ(u.heldOver(), 0u) << "in it already";
+    u.inrsi().tellPhase(UNIT_A, {});             // late
+    u.run(10.0);
+    EXPECT_EQ(u.get([] { return inrsi::master::client().sharedUnitId; }), inrsi::NO_UNIT);
+
+    u.select(3);
+    EXPECT_EQ(u.selected(), "") << "the loop has to settle first";
+    EXPECT_EQ(u.inrsi().frequencyRequests(UNIT_C), 0u) << "it has time already";
+    u.run(5.0);
+    EXPECT_EQ(u.selected(), "3:2");
+    u.run(310.0);
+    EXPECT_TRUE(u.get(KvdLoz6TuReg_pllIsLocked)) << "the holdover's limit is off";
+}
+
+TEST(InrsiHoldover, AnOrderToGoOnIsAnsweredWhenTheLinkFails)
+{
+    SocpriUnit u{MASTER};
+    u.lock(1);
+    u.order(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ);
+    u.phaseIs(std::nullopt);
+    u.mp().clearLog();
+    u.select(3);
+    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND), 1u);
+    EXPECT_EQ(u.selected(), "3:7");
+    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+}
+
+TEST(InrsiHoldover, EndsAfterFiveMinutes)
+{
+    SocpriUnit u{MASTER};
+    u.lock(1);
+    u.order(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ);
+    u.run(299.0);
+    EXPECT_TRUE(u.get(KvdLoz6TuReg_pllIsHoldover));
+    u.run(2.0);
+    EXPECT_EQ(u.get(KvdLoz6TuReg_pllState), u32{PLL_Unlocked});
+    EXPECT_EQ(u.mp().clockState(), 4);
+    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+}
+
+TEST(InrsiHoldover, IsEnteredUnaskedWhenTheReferenceIsDeselected)
+{
+    SocpriUnit u{MASTER};
+    u.lock(1);
+    u.mp().selectNone();
+    u.run(LATER);
+    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_RSP), 0u);
+    EXPECT_TRUE(u.traced("Deselecting SoCPRI reference."));
+}
+
+// ---- port X --------------------------------------------------------------------------------------
+
+/// The slave's links, through the main processor, which answers as the slave would.
+struct PortXUnit : SocpriUnit {
+    static constexpr u32 UNIT_X = 66;
+    u32 phases = 0;
+    bool answers = true;
+
+    PortXUnit() : SocpriUnit(MASTER)
+    {
+        mp().onForward([this](const sim::MpRecord& r) {
+            if (!answers) return;
+            if (r.sigNo == KVD_TUIIF_INRSI_GET_FREQ_DIFF2_REQ_FWD)
+                mp().sendLayout(KvdTuiifInrsiGetFreqDiff2CfmFwd{KVD_TUIIF_INRSI_GET_FREQ_DIFF2_CFM_FWD, 2, UNIT_X,
+                                                                1, 1});
+            if (r.sigNo == KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REQ_FWD && ++phases != 0)
+                mp().sendLayout(KvdTuiifInrsiGetPhaseDiff2CfmFwd{KVD_TUIIF_INRSI_GET_PHASE_DIFF2_CFM_FWD, 2,
+                                                                 UNIT_X, 0, 0, 1});
+        });
+        link(2);
+    }
+    void link(u8 status)
+    {
+        send(KvdTuiifInrsiLinkStatus2IndFwd{KVD_TUIIF_INRSI_LINK_STATUS2_IND_FWD, 2, 4, status, UNIT_X, 0, 0});
+    }
+};
+
+TEST(InrsiPortX, IsMeasuredThroughTheMainProcessor)
+{
+    PortXUnit u;
+    EXPECT_TRUE(u.links().empty()) << "nothing of it is passed on";
+    u.select(7);
+    u.run(0.5);
+    EXPECT_EQ(u.selected(), "7:1");
+    u.run(5.0);
+    EXPECT_EQ(u.synced(), "7:2");
+    EXPECT_GT(u.phases, 30u);
+    EXPECT_EQ(u.inrsi().phaseRequests(PortXUnit::UNIT_X), 0u);
+
+    u.answers = false;                           // it is given a second, and keeps it
+    u.run(0.9);
+    EXPECT_EQ(u.synced(), "");
+    u.run(0.3);
+    EXPECT_EQ(u.synced(), "7:7");
+    const auto retrieve = [&u] {
+        return u.get([] { return inrsi::master::record().measRetrieveTimeMs; });
+    };
+    EXPECT_EQ(retrieve(), 1000);
+    u.send(KvdTuiifSocpriSpJumpInd{KVD_TUIIF_SOCPRI_SP_JUMP_IND, 0});
+    EXPECT_EQ(retrieve(), 300);
+    u.send(KvdTuiifSocpriSpJumpInd{KVD_TUIIF_SOCPRI_SP_JUMP_IND, 2});
+    EXPECT_EQ(retrieve(), 1000);
+    u.mp().clearLog();
+    u.run(130.0);
+    EXPECT_NE(u.supervised().substr(0, 2), "7:") << "never supervised";
+}
+
+TEST(InrsiPortX, EndsWithARejectionOrItsLink)
+{
+    for (const bool rejected : {true, false}) {
+        SCOPED_TRACE(rejected);
+        PortXUnit u;
+        u.select(7);
+        u.run(1.0);
+        u.mp().clearLog();
+        if (rejected) {
+            u.answers = false;
+            u.run(0.2);
+            u.send(KvdTuiifInrsiGetPhaseDiff2RejFwd{KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REJ_FWD, 2, PortXUnit::UNIT_X, 1});
+        } else {
+            u.link(0);
+            u.run(0.7);
+        }
+        EXPECT_EQ(u.synced(), rejected ? "7:7" : "7:3");
+        EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+    }
+}
+
+}  // namespace

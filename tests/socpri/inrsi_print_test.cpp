@@ -1,0 +1,71 @@
+// What the clients of the measurement server print, and the time counters that they tell.
+#include "iif/kvd_iifadm.h"
+#include "tests/socpri/socpri_bench.h"
+
+namespace {
+
+using bench::LATER;
+using bench::MASTER;
+using bench::SocpriUnit;
+using bench::UNIT_A;
+
+TEST(InrsiPrintout, ShowsStateAndTheStoryUpToTheLastEndOfSomething)
+{
+    SocpriUnit u{MASTER};
+    u.inrsi().silentUnits = {UNIT_A};
+    u.scan(1);
+    u.run(1.0);
+    const std::string info = u.printed("kvdinfo inrsi");
+    EXPECT_NE(info.find("TU_SOCPRI INRSI (mDU) related data"), std::string::npos);
+    EXPECT_NE(info.find("   subscribed             : A-C---\n"), std::string::npos);
+    EXPECT_NE(info.find("   port C: unit 0x00000021, subsumed 0xffffffff, link status 2, INCI 2, prefix bbu/3\n"),
+              std::string::npos);
+    const std::string story = u.printed("kvdhist inrsi");
+    const std::size_t begin = story.find("event = INRSI_CL_EV_INIT,");
+    const std::size_t end = story.find("event = INRSI_CL_EV_MEAS_TMO_EXPIRED,");
+    ASSERT_NE(begin, std::string::npos);
+    ASSERT_NE(end, std::string::npos);
+    EXPECT_LT(begin, end);
+    const std::string all = u.printed("kvdhist all");
+    for (const char* part : {"SoCPRI measurement history snapshot:", "INRSI (mDU) trace history snapshot:",
+                             "SoCPRI supervision history:", "***** END *****"})
+        EXPECT_NE(all.find(part), std::string::npos) << part;
+}
+
+// The count of turns follows the counter's wrap only with the next sample of a reference.
+TEST(InrsiTimeData, CountsTheTurnThatTheCounterHasBegun)
+{
+    SocpriUnit u{MASTER};
+    std::vector<KvdTuSocpriInciGetTimeDataRsp> got;
+    const PROCESS asker = u.node.system().spawn("asker", 20, [&got] {
+        for (;;) {
+            Signal* sig = ose::receive(ose::ANY_SIGNAL);
+            if (const auto* rsp = node::as<KvdTuSocpriInciGetTimeDataRsp>(sig)) got.push_back(*rsp);
+            ose::free_buf(&sig);
+        }
+    });
+    const auto ask = [&](u16 mfn, double lastTime) {
+        const SIGSELECT req = KVD_TUSOCPRI_INCI_GET_TIME_DATA_REQ;
+        u.node.system().call(*u.node.program(), [&] {
+            tuHwIf_writeSfc(mfn, 5, 6);
+            KvdLoz6TuReg_setLastTime(lastTime, 1.0);
+        });
+        u.run(0.1);
+        u.node.system().inject(std::as_bytes(std::span(&req, 1)), u.manager(), asker);
+        u.run(LATER);
+        return got.empty() ? KvdTuSocpriInciGetTimeDataRsp{} : got.back();
+    };
+    EXPECT_EQ(ask(24, 5120.0).eSfc, 5u);
+    const auto wrapped = ask(0, 5120.0);
+    EXPECT_EQ(wrapped.eSfc, 6u);
+    EXPECT_EQ(wrapped.mfn, 0u);
+    EXPECT_EQ(wrapped.timeDataValid, 1u);
+    EXPECT_EQ(wrapped.clockState, u.get(KvdLoz6TuIifAdm_radioClockState));
+    EXPECT_EQ(ask(0, 5120.0).eSfc, 6u);
+    EXPECT_EQ(ask(0, 6144.0).eSfc, 6u);
+    EXPECT_EQ(ask(0, 6144.0).eSfc, 6u);
+    EXPECT_EQ(ask(24, 6144.0).eSfc, 6u);
+    EXPECT_EQ(ask(0, 6144.0).eSfc, 7u) << "at every wrap";
+}
+
+}  // namespace
