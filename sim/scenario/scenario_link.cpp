@@ -61,6 +61,7 @@ std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t
 {
     if (word == "link.up") return [](Link& l) { l.setUp(true); };
     if (word == "link.down") return [](Link& l) { l.setUp(false); };
+    if (word == "link.turn") return [](Link& l) { l.turn(); };
     if (word == "link.focus")
         return [port = static_cast<u8>(t.integer("port", 0, 6, 0))](Link& l) {
             dynamic_cast<SduLink&>(l).setFocus(port);
@@ -72,8 +73,14 @@ std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t
                                                           {"no_text", LinkFault::NoText},
                                                           {"late", LinkFault::Late},
                                                           {"unstable_from", LinkFault::UnstableFrom},
-                                                          {"unstable_to", LinkFault::UnstableTo}});
+                                                          {"unstable_to", LinkFault::UnstableTo},
+                                                          {"jitter", LinkFault::Jitter},
+                                                          {"noise", LinkFault::Noise}});
     const double amount = t.number("amount", 1.0);
+    constexpr double AMOUNT_MAX = 1e9;               // ns: a second
+    constexpr double NOISE_MAX = 100.0;              // words between two
+    if (!(amount >= 0.0 && amount <= (fault == LinkFault::Noise ? NOISE_MAX : AMOUNT_MAX)))
+        t.fail("amount", "out of range");
     const bool on = t.boolean("on", true);
     return [fault, amount = on ? amount : 0.0](Link& l) { l.setFault(fault, amount); };
 }
