@@ -3,6 +3,8 @@
 #include "sim/board/board.h"
 #include "sim/scenario/unit.h"
 
+#include <tuple>
+
 namespace sim {
 
 BfnLink::BfnLink(ose::World& world, const LinkSpec& spec, Unit& from, Unit& to)
@@ -25,14 +27,18 @@ BfnLink::~BfnLink()
 
 void BfnLink::send(Way& way)
 {
-    if (!spec_.up) return;
+    if (!spec_.up) {
+        way.sender.node().board().takeBfnWords();          // it sends them all the same
+        return;
+    }
     Board& board = way.sender.node().board();
     const CounterTriple frame = board.counter();
     BfnInput in;
     in.remoteMfn = frame.mfn;
     in.remoteSfn = frame.sfn;
-    in.word1 = board.bfnOutWord1();
-    in.word2 = board.bfnOutWord2();
+    const auto words = board.takeBfnWords();
+    in.extended = words.has_value();
+    if (words) std::tie(in.word1, in.word2) = *words;
     const double garbled = faultAmount(LinkFault::Garbled);
     if (garbled > 0 && way.damage.uniform() < garbled)
         in.word2 ^= 1u << (way.damage.bits() % 29);
