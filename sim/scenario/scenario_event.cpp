@@ -325,7 +325,7 @@ void readOfLink(TableReader& t, EventSpec& e, const Scenario& scenario)
     if (link == scenario.links.end()) t.fail("link", "there is no link '" + e.link + "'");
     if (e.what == "link.focus" && link->kind != LinkKind::Sdu)
         t.fail("link", "'" + e.link + "' is no link of type sdu");
-    e.linkAction = readLinkEvent(e.what, t);
+    e.linkAction = readLinkEvent(e.what, t, *link);
     if (!e.linkAction) t.fail("do", "'" + e.what + "' is nothing that can happen");
     e.what += " " + e.link;
 }

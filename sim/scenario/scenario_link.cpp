@@ -57,7 +57,27 @@ LinkSpec readLink(const toml::table& table, const std::string& file, const Scena
     return l;
 }
 
-std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t)
+namespace {
+
+/// What can happen to a link of that kind; a fault that it doesn't know would pass without a trace.
+bool suits(LinkFault fault, LinkKind kind)
+{
+    const bool isOutput = kind == LinkKind::GpsOut || kind == LinkKind::Hptsi;
+    switch (fault) {
+    case LinkFault::Garbled:      return isOutput || kind == LinkKind::Idl1;
+    case LinkFault::Parity:       return kind == LinkKind::Idl1;
+    case LinkFault::NoPulse:
+    case LinkFault::NoText:
+    case LinkFault::Late:         return isOutput;
+    case LinkFault::UnstableFrom:
+    case LinkFault::UnstableTo:   return kind == LinkKind::Idl2 || kind == LinkKind::Cpri;
+    }
+    return false;
+}
+
+}  // namespace
+
+std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t, const LinkSpec& link)
 {
     if (word == "link.up") return [](Link& l) { l.setUp(true); };
     if (word == "link.down") return [](Link& l) { l.setUp(false); };
@@ -73,6 +93,8 @@ std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t
                                                           {"late", LinkFault::Late},
                                                           {"unstable_from", LinkFault::UnstableFrom},
                                                           {"unstable_to", LinkFault::UnstableTo}});
+    if (!suits(fault, link.kind))
+        t.fail("fault", "the link '" + link.name + "' is of a type that doesn't have this fault");
     const double amount = t.number("amount", 1.0);
     const bool on = t.boolean("on", true);
     return [fault, amount = on ? amount : 0.0](Link& l) { l.setFault(fault, amount); };

@@ -37,7 +37,7 @@ struct Pair {
 };
 
 // Board type 2, BFN input: flags, counters; base C of the address map.
-struct Bfn { bool valid, parity; i64 local, remote; };
+struct Bfn { bool valid, parity, extended; i64 local, remote; };
 Bfn bfnOf(Board& board)
 {
     const u32 base = board.config().baseC;
@@ -45,7 +45,7 @@ Bfn bfnOf(Board& board)
     const auto increments = [](i64 mfn, i64 sfn, i64 inc) {
         return (mfn * 4096 + sfn) * 1'228'800 + inc;
     };
-    return {flags >> 31 != 0, (flags >> 30 & 1) != 0,
+    return {flags >> 31 != 0, (flags >> 30 & 1) != 0, (flags >> 29 & 1) != 0,
             increments(counters >> 5 & 0x1F, flags >> 12 & 0xFFF, counters >> 11),
             increments(counters & 0x1F, flags & 0xFFF, 0)};
 }
@@ -72,6 +72,26 @@ TEST(BfnLink, BothEndsTogetherGiveDifferenceAndDelay)
     EXPECT_TRUE(bfnOf(p.to.node().board()).parity);
 }
 
+TEST(BfnLink, WordsArriveOnceAndAFrameWithoutThemIsNone)
+{
+    Pair p;
+    const auto link = p.link(LinkKind::Idl1, 250e-9);
+    Board &from = p.from.node().board(), &to = p.to.node().board();
+    p.world.runFor(ose::SEC);
+    EXPECT_FALSE(bfnOf(to).extended);
+    const u32 base = to.config().baseC;
+    from.write(base + 0xE0, 0x3FFFFF);
+    from.write(base + 0xE4, 0x1F654321);
+    p.world.runFor(100 * ose::MS);
+    EXPECT_TRUE(bfnOf(to).extended);
+    EXPECT_EQ(to.read(base + 0xD8), 0x3FFFFFu);
+    EXPECT_EQ(to.read(base + 0xDC), 0x1F654321u);
+    p.world.runFor(100 * ose::MS);
+    EXPECT_TRUE(bfnOf(to).valid);
+    EXPECT_FALSE(bfnOf(to).extended);
+    EXPECT_FALSE(bfnOf(from).extended);
+}
+
 TEST(RadioLink, EachEndMeasuresTheOtherUnitAndNothingWhileItIsDown)
 {
     Pair p;
@@ -86,6 +106,11 @@ TEST(RadioLink, EachEndMeasuresTheOtherUnitAndNothingWhileItIsDown)
     EXPECT_EQ(frequency->diff_ppb, 8);                          // 5 ppb against -3
     EXPECT_NEAR(static_cast<double>(phase->diff_ps) * 1e-12, 7.2, 1e-6);
     EXPECT_NEAR(static_cast<double>(back->diff_ps) * 1e-12, 40.96 - 7.2, 1e-6);   // modulo a turn
+    link->setFault(LinkFault::UnstableTo, 1.0);                 // of that end alone
+    EXPECT_FALSE(p.to.farFrequency(id)->valid || p.to.farPhase(id)->valid);
+    EXPECT_TRUE(p.from.farFrequency(id)->valid && p.from.farPhase(id)->valid);
+    link->setFault(LinkFault::UnstableTo, 0.0);
+    EXPECT_TRUE(p.to.farPhase(id)->valid);
     link->setUp(false);
     EXPECT_FALSE(p.to.farFrequency(id) || p.to.farPhase(id));
     EXPECT_EQ(p.to.node().inrsi().config.links.front().status, 0);
