@@ -33,7 +33,10 @@ void BfnLink::turn()
 
 void BfnLink::send(Way& way)
 {
-    if (!spec_.up) return;
+    if (!spec_.up) {
+        way.sender.node().board().takeBfnWords();          // it sends them all the same
+        return;
+    }
     Board& board = way.sender.node().board();
     const CounterTriple frame = board.counter();
     BfnInput in;

@@ -15,6 +15,7 @@ constexpr u16 PORT_AVAILABLE = 3, PORT_DOWN = 0;
 constexpr u16 CLK_COARSE_TIME_SYNCED = 3, CLK_LAST = 4;
 constexpr ose::Time MP_WAY = 2 * ose::MS;        // from one unit over the main processor to the other
 constexpr ose::Time MASTER_LASTS = 200 * ose::MS;
+constexpr ose::Time JUMP_FOLLOWED = 200 * ose::MS;   // two rounds of the unit in between
 
 u64 picoseconds(double s) { return static_cast<u64>(std::llround(s * 1e12)); }
 
@@ -93,6 +94,7 @@ void CpriLink::onForward(Unit& unit, const MpRecord& record)
 
 void CpriLink::onMaster(const KvdTuiifIdl2TimeDataInd& data, bool direct)
 {
+    if (data.jumpInd != 0) jumpAt_ = world_.now();
     if (isUp()) {
         const bool kept = newestAt_ >= 0;
         const u32 jumpPend = kept ? newest_.jumpPend : 0, jumpInd = kept ? newest_.jumpInd : 0;
@@ -126,7 +128,9 @@ void CpriLink::carry(const KvdTuiifIdl2TimeDataInd& data, bool direct)
     ind.jumpInd = data.jumpInd;
     ind.synchPortNo = static_cast<u8>(following.port - 1);
     ind.directConn = direct ? 1 : 0;
-    ind.intermediaryDuFineTimeSynching = direct ? 0 : report_.fineTimeSync;
+    // What the leader reported before it followed a jump itself is void.
+    const bool leaderLags = jumpAt_ >= 0 && world_.now() - jumpAt_ < JUMP_FOLLOWED;
+    ind.intermediaryDuFineTimeSynching = direct || leaderLags ? 0 : report_.fineTimeSync;
     ind.intermediaryDuPhaseDiff = direct ? 0.0 : report_.phaseDiff;
     ind.esfc = data.eSFC;
     ind.mfc = data.mfn;

@@ -43,6 +43,7 @@ private:
     KvdTuiifIdl2TimeDataInd newest_{};          // of the master; its jumps stay until they are carried
     bool newestIsDirect_ = false;
     ose::Time newestAt_ = -1;                   // -1: none
+    ose::Time jumpAt_ = -1;                     // the master's last one, -1: none
 };
 
 }  // namespace sim

@@ -171,7 +171,8 @@ EventSpec readEvent(const toml::table& table, const std::string& file, const Sce
 CheckSpec readCheck(const toml::table& table, const std::string& file, const Scenario& scenario);
 LinkSpec readLink(const toml::table& table, const std::string& file, const Scenario& scenario);
 /// Empty when `word` is none of a link's events.
-std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t);
+std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t,
+                                         const LinkSpec& link);
 GpsReceiverConfig readGps(const toml::table& table, const std::string& file);
 /// Empty when `word` is none of the receiver's events.
 std::function<void(Unit&)> readGpsEvent(const std::string& word, TableReader& t,

@@ -327,7 +327,7 @@ void readOfLink(TableReader& t, EventSpec& e, const Scenario& scenario)
         t.fail("link", "only a link of type idl1 or idl2 can turn");
     if (e.what == "link.focus" && link->kind != LinkKind::Sdu)
         t.fail("link", "'" + e.link + "' is no link of type sdu");
-    e.linkAction = readLinkEvent(e.what, t);
+    e.linkAction = readLinkEvent(e.what, t, *link);
     if (!e.linkAction) t.fail("do", "'" + e.what + "' is nothing that can happen");
     e.what += " " + e.link;
 }

@@ -69,6 +69,7 @@ TEST(Scenario, IsRefusedWithLineAndReason)
              {"NTP too far away", minimal + "[unit.ntp]\nfro_id = 7\nup_us = 2e6\n", "bad.toml:6: ntp: up_us: 0 to 1000000"},
              {"NTP event without NTP", minimal + "[[event]]\nat = \"1m\"\ndo = \"ntp.off\"\n", "bad.toml:6: event: do: the unit has no IP sync service"},
              {"link to nowhere", two + "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu3\"\n", "bad.toml:9: link: to: there is no unit 'tu3'"},
+             {"fault of another link's type", two + "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu2\"\n[[event]]\nat = \"1m\"\ndo = \"link.fault\"\nfault = \"no_pulse\"\n", "event: fault: the link 'tu1-tu2' is of a type that doesn't have this fault"},
              {"link to itself", two + "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu1\"\n", "bad.toml:9: link: to: a link has two ends"},
              {"link at a taken input", two + "[unit.gps]\ntype = \"gps03\"\n[[link]]\ntype = \"gps_out\"\nfrom = \"tu1\"\nto = \"tu2\"\n", "link: to: the input 'pps' of 'tu2' has another signal"},
              {"time source beside a receiver", minimal + "[unit.gps]\ntype = \"gps03\"\n[unit.cmcc]\n", "unit: cmcc: its 1PPS takes the input 'pps'"},

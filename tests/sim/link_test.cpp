@@ -153,6 +153,11 @@ TEST(RadioLink, EachEndMeasuresTheOtherUnitAndNothingWhileItIsDown)
     EXPECT_EQ(frequency->diff_ppb, 8);                          // 5 ppb against -3
     EXPECT_NEAR(static_cast<double>(phase->diff_ps) * 1e-12, 7.2, 1e-6);
     EXPECT_NEAR(static_cast<double>(back->diff_ps) * 1e-12, 40.96 - 7.2, 1e-6);   // modulo a turn
+    link->setFault(LinkFault::UnstableTo, 1.0);                 // of that end alone
+    EXPECT_FALSE(p.to.farFrequency(id)->valid || p.to.farPhase(id)->valid);
+    EXPECT_TRUE(p.from.farFrequency(id)->valid && p.from.farPhase(id)->valid);
+    link->setFault(LinkFault::UnstableTo, 0.0);
+    EXPECT_TRUE(p.to.farPhase(id)->valid);
     link->setUp(false);
     EXPECT_FALSE(p.to.farFrequency(id) || p.to.farPhase(id));
     EXPECT_EQ(p.to.node().inrsi().config.links.front().status, 0);
