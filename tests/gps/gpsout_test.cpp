@@ -5,7 +5,10 @@
 #include "reg/kvd_reg_pll.h"
 #include "hw/hali.h"
 #include "hw/hwif_sig.h"
+#include "hw/kvd_hwif.h"
+#include "hw/kvd_hwif_regs.h"
 #include "iif/tuiif_sig.h"
+#include "node/mmio.h"
 #include "ref/ref_types.h"
 #include "reg/kvd_reg_int.h"
 #include "reg/kvd_reg_pll_int.h"
@@ -298,6 +301,49 @@ TEST(GpsOut, TheSecondIsTheOneWhosePulseLeavesTheCounterEarly)
         EXPECT_EQ(unit.look().gpsTimeWeek, c.week);
         EXPECT_EQ(unit.look().gpsTimeTOW, c.tow);
         EXPECT_EQ(unit.look().gpsTime, c.week * 604800ull + c.tow);
+    }
+}
+
+TEST(GpsOut, ATimerThatDoesntStartCostsTheSentencesOfThatSecond)
+{
+    struct Case { u8 mode; std::size_t sentences; std::vector<const char*> traces; };
+    for (const Case& c : {Case{1, 2, {"GPppr timer failed to start!"}},
+                          Case{2, 2, {"CMCC TOD timer failed to start!", "CMCC TOD state timer failed to start!"}}}) {
+        SCOPED_TRACE(c.mode);
+        OutUnit unit;
+        unit.start(c.mode);
+        unit.ms(5'100);
+        unit.node.system().faults().refuseTimers = 2;        // GPout and GPppr, or both frames'
+        unit.pulse();
+        EXPECT_TRUE(unit.heard.empty());
+        for (const char* trace : c.traces) EXPECT_EQ(unit.node.traces().count({trace}), 1u) << trace;
+        unit.pulse();
+        EXPECT_EQ(unit.heard.size(), c.sentences);
+    }
+}
+
+TEST(GpsOut, ASlaveOfANodeThatFollowsTheSyncLinkGivesNothingBack)
+{
+    constexpr u32 OUTPUT_INTERRUPT = 1;       // in the enable word of board type 2
+    OutUnit unit(0);
+    u32 isOn = 0, enabled = 0;
+    const auto look = [&] {
+        unit.call([&] {
+            isOn = static_cast<u32>(tuHwIf_isGpsOutEnabled());
+            enabled = node::mmioRead(tuHwIf_lookupRegister(REG_INT_ENABLE)) & OUTPUT_INTERRUPT;
+        });
+    };
+    unit.call([] { HALI_init(); });
+    unit.start(1);
+    unit.ms(5'100);
+    unit.slaveLoop(SLAVE_PLL_Locked);
+    struct Step { u8 selectedRef; u32 isOn, enabled; };
+    for (const Step& step : std::to_array<Step>({{GPS_REF, 1, 1}, {GPSOSL_REF, 0, 0}, {GPS_REF, 0, 1}})) {
+        unit.master(TRUETIME, 10, step.selectedRef);
+        look();
+        EXPECT_EQ(unit.state(), 5u);
+        EXPECT_EQ(isOn, step.isOn);
+        EXPECT_EQ(enabled, step.enabled);
     }
 }
 

@@ -238,6 +238,26 @@ TEST(LoopReport, StoresTheWordAndReportsNothing)
     EXPECT_EQ(b.sent(KVD_TUIIF_BVQ_STATUS_IND), 1u);
 }
 
+TEST(LoopReport, ChangeSendsTheNextStatusEvenIfItIsTheLastOnes)
+{
+    IifBench b;
+    b.connect();
+    b.select(GPSOSL_REF);
+    const auto sentAgain = [&b] {
+        const std::size_t before = b.sent(KVD_TUIIF_BVQ_STATUS_IND);
+        b.update(KVD_TUIIF_UNKNOWN);              // never sent
+        b.update(KVD_TUIIF_FREQUENCY_HOLDOVER);
+        return b.sent(KVD_TUIIF_BVQ_STATUS_IND) - before;
+    };
+    EXPECT_EQ(sentAgain(), 1u);
+    EXPECT_EQ(sentAgain(), 0u);                   // the main processor has it
+    b.in([] { KvdLoz6TuReg_pll_setState(PLL_Unlocked); });
+    EXPECT_EQ(sentAgain(), 1u);
+    EXPECT_EQ(sentAgain(), 0u);
+    b.in([] { KvdLoz6TuReg_pll_setState(PLL_Unlocked); });   // no change
+    EXPECT_EQ(sentAgain(), 0u);
+}
+
 TEST(Relaxation, LetsSynchronisingCountAsLockedForADay)
 {
     IifBench b;
