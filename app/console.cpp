@@ -89,8 +89,8 @@ bool readOne(bool interactive, const std::string& prompt, std::string& line)
 
 }  // namespace
 
-Console::Console(ose::World& world, std::vector<sim::Node*> nodes)
-    : world_(world), nodes_(std::move(nodes))
+Console::Console(ose::World& world, std::vector<sim::Node*> nodes, bool hasSpeed)
+    : world_(world), nodes_(std::move(nodes)), hasSpeed_(hasSpeed)
 {
 }
 
@@ -149,7 +149,9 @@ bool Console::takeLine(const std::string& line)
     } else if (words[0] == "speed") {
         char* end = nullptr;
         const double speed = std::strtod(argument.c_str(), &end);
-        if (argument.empty() || *end != '\0' || !(speed >= 0.0))
+        if (!hasSpeed_)
+            std::printf("on a network interface the unit keeps the host's time\n");
+        else if (argument.empty() || *end != '\0' || !(speed >= 0.0))
             std::printf("speed <factor>: times real time, 0 as fast as it goes\n");
         else
             onWorld([this, speed] { world_.setPace(speed); return std::string(); });

@@ -12,7 +12,8 @@ namespace app {
 
 class Console {
 public:
-    Console(ose::World& world, std::vector<sim::Node*> nodes);
+    /// `hasSpeed` is false where the world keeps the host's time.
+    Console(ose::World& world, std::vector<sim::Node*> nodes, bool hasSpeed = true);
     ~Console();
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
@@ -31,6 +32,7 @@ private:
 
     ose::World& world_;
     std::vector<sim::Node*> nodes_;
+    bool hasSpeed_;
     std::size_t unit_ = 0;                 // whose commands are typed
     std::thread reader_;
     std::atomic<bool> ended_ = false;

@@ -6,6 +6,7 @@
 #include "app/soak.h"
 #include "app/summary.h"
 #include "sim/clock/series.h"
+#include "sim/net/host_port.h"
 #include "sim/scenario/scenario.h"
 
 #include <CLI/CLI.hpp>
@@ -27,6 +28,7 @@ struct RunArguments {
     bool quiet = false;
     bool shell = false;
     std::optional<double> speed;
+    std::vector<std::string> interfaces;
 };
 
 int refuse(const std::string& line)
@@ -44,8 +46,18 @@ sim::Scenario prepare(const RunArguments& a)
     return scenario;
 }
 
+/// [NAME=]INTERFACE
+app::HostInterface interfaceOf(const std::string& text)
+{
+    const std::size_t equals = text.find('=');
+    if (equals == std::string::npos) return {"", text};
+    return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
 int run(const RunArguments& a)
 {
+    if (!a.interfaces.empty() && a.speed.value_or(1.0) != 1.0)
+        return refuse("tu: on a network interface the run keeps the host's time, --speed is 1");
     const sim::Scenario scenario = prepare(a);
     if (!a.out.empty()) {
         std::error_code error;
@@ -57,6 +69,7 @@ int run(const RunArguments& a)
     options.shell = a.shell;
     options.speed = a.speed.value_or(a.shell ? 1.0 : 0.0);
     options.out = a.out;
+    for (const std::string& text : a.interfaces) options.interfaces.push_back(interfaceOf(text));
     if (!a.quiet) std::printf("%s\n", scenario.title.empty() ? scenario.name.c_str() : scenario.title.c_str());
     const app::Recording recording = app::runScenario(scenario, options);
     if (!a.quiet) app::printSummary(recording, stdout);
@@ -134,6 +147,10 @@ int main(int argc, char** argv)
     runCommand->add_flag("--shell", a.shell, "Operator's console; the unit runs in real time unless --speed");
     runCommand->add_option("--speed", a.speed, "Times real time, 0 as fast as it goes")
         ->check(CLI::Range(0.0, 1e6));
+    runCommand->add_option("--ptp-if", a.interfaces,
+                           "[NAME=]INTERFACE: the unit, or the unit or master of that name, on a network "
+                           "interface; the run keeps the host's time")
+        ->type_name("TEXT")->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     NmeaArguments n;
     CLI::App* const nmeaCommand =
         tu.add_subcommand("nmea", "Put a receiver's log on a unit's serial line and tell what it takes");
@@ -171,6 +188,8 @@ int main(int argc, char** argv)
     } catch (const sim::SeriesError& e) {
         return refuse(e.what());
     } catch (const app::NmeaError& e) {
+        return refuse(e.what());
+    } catch (const sim::HostError& e) {
         return refuse(e.what());
     } catch (const app::PcapError& e) {
         return refuse(e.what());

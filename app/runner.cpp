@@ -11,6 +11,7 @@
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "sim/board/board.h"
+#include "sim/net/host_net.h"
 #include "sim/scenario/link.h"
 #include "sim/scenario/packet_net.h"
 #include "sim/scenario/unit.h"
@@ -76,11 +77,11 @@ public:
         recording.samples.push_back(s);
     }
 
-    void follows(sim::Unit& leader)
+    /// The unit that it follows, nullptr for none.
+    void follows(sim::Unit* leader)
     {
-        if (leader_ != nullptr) return;
-        leader_ = &leader;
-        recording.leader = leader.name();
+        leader_ = leader;
+        if (leader != nullptr) recording.leader = leader->name();
     }
 
     void command(const std::string& line)
@@ -270,7 +271,8 @@ private:
 
 class Run {
 public:
-    Run(const sim::Scenario& scenario, const RunOptions& options)
+    /// `clock` is the host's, where the run keeps its time.
+    Run(const sim::Scenario& scenario, const RunOptions& options, sim::HostClock* clock)
         : scenario_(scenario), options_(options), world_(scenario.seed),
           progress_(!options.quiet && !options.shell, scenario.duration_s)
     {
@@ -285,10 +287,8 @@ public:
         }
         links_ = sim::makeLinks(world_, scenario, units_);
         net_ = std::make_unique<sim::PacketNet>(world_, scenario, units_);
-        for (const sim::LinkSpec& spec : scenario.links) {
-            if (spec.kind == sim::LinkKind::Inci) continue;
-            recorders_[indexOf(spec.to)]->follows(*units_[indexOf(spec.from)]);
-        }
+        if (clock != nullptr) openInterfaces(*clock);
+        takeLeaders();
         scheduleEvents();
         scheduleCommands();
         scheduleSample(0);
@@ -300,18 +300,63 @@ public:
         world_.setPace(options_.speed);
         std::unique_ptr<Console> console = startConsole();
         const ose::Time end = worldTime(scenario_.duration_s);
-        constexpr double SLICE_s = 10.0;
-        for (double t = SLICE_s; world_.now() < end; t += SLICE_s) {
-            world_.runUntil(std::min(worldTime(t), end));
+        const double slice_s = hostNet_ ? 0.2 : 10.0;
+        for (double t = slice_s; world_.now() < end; t += slice_s) {
+            const ose::Time until = std::min(worldTime(t), end);
+            if (hostNet_) hostNet_->runUntil(until);
+            else          world_.runUntil(until);
             if (console && console->ended()) break;
             progress_.at(seconds(world_.now()), recorders_.front()->status());
         }
         progress_.end();
+        tellInterfaces();
         return finish(
             std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count());
     }
 
 private:
+    /// On an address that its interface doesn't have, what needs datagrams would never get any.
+    static bool needsDatagrams(const sim::Scenario& scenario, const std::string& host)
+    {
+        constexpr u8 ETHERNET_TIME = 0;
+        for (const sim::UnitSpec& unit : scenario.units)
+            if (unit.node.name == host)
+                return std::ranges::any_of(unit.node.mainProcessor.packetRefs, [](const auto& r) {
+                    return r.typeOfPktStruct != ETHERNET_TIME;
+                });
+        return std::ranges::any_of(scenario.masters,
+                                   [&](const auto& m) { return m.name == host && m.unicast; });
+    }
+
+    void openInterfaces(sim::HostClock& clock)
+    {
+        hostNet_ = std::make_unique<sim::HostNet>(world_, net_->network(), clock);
+        for (const HostInterface& i : options_.interfaces) {
+            const std::string name = i.host.empty() ? units_.front()->name() : i.host;
+            sim::NetHost* const host = net_->network().host(name);
+            if (host == nullptr)
+                throw sim::HostError(i.interface + ": there is no unit or master '" + name + "'");
+            for (const auto& other : hostNet_->ports())
+                if (&other->host() == host)
+                    throw sim::HostError(i.interface + ": '" + name + "' is on " + other->interface());
+            const sim::HostPort& port = hostNet_->add(*host, i.interface);
+            if (!port.carriesDatagrams() && needsDatagrams(scenario_, name))
+                throw sim::HostError(i.interface + ": '" + name + "' needs " + port.noDatagrams());
+        }
+    }
+
+    void tellInterfaces() const
+    {
+        if (!hostNet_ || options_.quiet) return;
+        for (const auto& port : hostNet_->ports()) {
+            const sim::HostPort::Counts& c = port->counts();
+            std::printf("interface %s of %s: %u received, %u sent, %u without a stamp, %u stamps lost, "
+                        "%u not sent, %u unusable, %u errors\n",
+                        port->interface().c_str(), port->host().netName().c_str(), c.received, c.sent,
+                        c.unstamped, c.lostStamps, c.failed, c.unusable, c.errors);
+        }
+    }
+
     void scheduleEvents()
     {
         for (const sim::EventSpec& event : scenario_.events) {
@@ -333,6 +378,17 @@ private:
         }
     }
 
+    /// Each unit follows the leader of its first link.
+    void takeLeaders()
+    {
+        for (std::size_t i = 0; i < units_.size(); ++i) {
+            const auto followed = std::find_if(links_.begin(), links_.end(), [&](const auto& link) {
+                return link->spec().kind != sim::LinkKind::Inci && &link->follower() == units_[i].get();
+            });
+            recorders_[i]->follows(followed != links_.end() ? &(*followed)->leader() : nullptr);
+        }
+    }
+
     void scheduleLinkEvent(const sim::EventSpec& event)
     {
         const auto link = std::find_if(links_.begin(), links_.end(), [&](const auto& l) {
@@ -342,6 +398,7 @@ private:
                   [this, &event, &link = **link, index = indexOf((*link)->spec().to)] {
                       recorders_[index]->tell("event      " + event.what);
                       event.linkAction(link);
+                      takeLeaders();
                   });
     }
 
@@ -377,7 +434,7 @@ private:
         if (!options_.shell) return nullptr;
         std::vector<sim::Node*> nodes;
         for (auto& unit : units_) nodes.push_back(&unit->node());
-        auto console = std::make_unique<Console>(world_, nodes);
+        auto console = std::make_unique<Console>(world_, nodes, hostNet_ == nullptr);
         console->start();
         return console;
     }
@@ -417,6 +474,7 @@ private:
     std::vector<std::unique_ptr<sim::Unit>> units_;
     std::vector<std::unique_ptr<sim::Link>> links_;
     std::unique_ptr<sim::PacketNet> net_;
+    std::unique_ptr<sim::HostNet> hostNet_;
     std::vector<std::unique_ptr<Recorder>> recorders_;
 };
 
@@ -424,7 +482,11 @@ private:
 
 Recording runScenario(const sim::Scenario& scenario, const RunOptions& options)
 {
-    return Run(scenario, options).run();
+    if (options.interfaces.empty()) return Run(scenario, options, nullptr).run();
+    sim::HostClock clock;
+    sim::Scenario onHost = scenario;
+    onHost.setMasterEpoch(clock.taiAtBeginning());
+    return Run(onHost, options, &clock).run();
 }
 
 }  // namespace app

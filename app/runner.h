@@ -4,16 +4,25 @@
 #include "sim/scenario/scenario.h"
 
 #include <string>
+#include <vector>
 
 namespace app {
+
+/// A unit or a master of the scenario on a network interface of the machine.
+struct HostInterface {
+    std::string host;              // "" for the first unit
+    std::string interface;
+};
 
 struct RunOptions {
     bool quiet = false;            // no progress, no lines, no summary
     bool shell = false;            // the operator types while the unit runs
     double speed = 0;              // times real time; 0 as fast as it goes
     std::string out;               // folder for traces and volumes, "" for none
+    std::vector<HostInterface> interfaces;   // the run keeps the host's time when there is one
 };
 
+/// Throws sim::HostError for an interface that can't be used.
 Recording runScenario(const sim::Scenario& scenario, const RunOptions& options);
 
 }  // namespace app

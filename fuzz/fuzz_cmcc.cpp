@@ -2,31 +2,20 @@
 // 1PPS that comes and goes, in a running unit that supervises and selects the input. What is counted is what a
 // plain reading of the whole stream gives; the state stays one of the known, the program lives on, and good
 // frames bring the time back.
+#include "fuzz/fuzz.h"
 #include "mgr/tu_common.h"
 #include "ref/ref_types.h"
 #include "refs/kvd_hptsi_int.h"
 #include "sim/board/board.h"
-#include "sim/node/node.h"
 #include "sim/refs/line_source.h"
 
-#include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <memory>
-#include <span>
-#include <vector>
 
 namespace {
 
-using Bytes = std::vector<u8>;
+using fuzz::require;
 
-void require(bool holds, const char* what)
-{
-    if (holds) return;
-    std::fprintf(stderr, "\n%s\n", what);
-    std::abort();
-}
+using Bytes = std::vector<u8>;
 
 sim::NodeConfig config()
 {
@@ -63,16 +52,11 @@ struct Target {
     sim::Node node{world, config()};
     sim::LineSource pps{world, sim::LineConfig{}, sim::PPS_RATE_Hz, 1, "pps"};
     Model model;
-    u32 served = 0;
     u32 tow = 0;
 
     Target()
     {
-        world.onMisuse([](const ose::Misuse& misuse) {
-            std::fprintf(stderr, "\nkernel misuse: %s\n", misuse.text().c_str());
-            std::abort();
-        });
-        node.traces().setCapacity(0);
+        fuzz::watch(world, node);
         node.board().connect(sim::ReferenceInput::Pps, &pps);
         node.powerOn();
         world.runFor(5 * ose::SEC);
@@ -178,14 +162,11 @@ void recover(Target& t)
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {
-    static std::unique_ptr<Target> target;
     constexpr u32 INPUTS_A_UNIT = 1000;
-    if (!target || target->served == INPUTS_A_UNIT) target = std::make_unique<Target>();
-    ++target->served;
-
+    Target& target = fuzz::serving<Target>(INPUTS_A_UNIT);
     Input in{{data, size}};
-    while (!in.empty()) step(*target, in);
-    recover(*target);
-    require(target->node.programEnds().empty(), "the program ended");
+    while (!in.empty()) step(target, in);
+    recover(target);
+    require(target.node.programEnds().empty(), "the program ended");
     return 0;
 }

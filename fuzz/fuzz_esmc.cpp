@@ -1,27 +1,15 @@
 // Frames of any content and length to a unit that listens to its peer: the reader stays within them, a level
 // is told only with an accepted frame, and after all of them a good frame is taken as ever. The bytes lie in
 // a buffer of their own size, so that the sanitizers see a look behind their end.
+#include "fuzz/fuzz.h"
 #include "iif/tuiif_sig.h"
 #include "node/slowpi.h"
 #include "ref/ref_types.h"
 #include "refs/kvd_slowpi_int.h"
-#include "sim/node/node.h"
-
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
-#include <span>
 
 namespace {
 
-void require(bool holds, const char* what)
-{
-    if (holds) return;
-    std::fprintf(stderr, "\n%s\n", what);
-    std::abort();
-}
+using fuzz::require;
 
 using Bytes = std::vector<u8>;
 
@@ -40,15 +28,10 @@ sim::NodeConfig config()
 struct Target {
     ose::World world{1};
     sim::Node node{world, config()};
-    u32 served = 0;
 
     Target()
     {
-        world.onMisuse([](const ose::Misuse& misuse) {
-            std::fprintf(stderr, "\nkernel misuse: %s\n", misuse.text().c_str());
-            std::abort();
-        });
-        node.traces().setCapacity(0);
+        fuzz::watch(world, node);
         node.powerOn();
         world.runFor(5 * ose::SEC);
     }
@@ -60,10 +43,7 @@ struct Target {
     void frame(const Bytes& bytes, u32 claimed)
     {
         const SlowpiFrame head{SLOWPI_RECEIVE_FRAME_IND, claimed};
-        std::vector<std::byte> signal(sizeof head + bytes.size());
-        std::memcpy(signal.data(), &head, sizeof head);
-        if (!bytes.empty()) std::memcpy(signal.data() + sizeof head, bytes.data(), bytes.size());
-        node.system().inject(signal, node.system().find("Kvd_loz6_tumgr_proc"), node.slowpi().pid());
+        fuzz::inject(node, fuzz::MANAGER, fuzz::signalOf(head, bytes), node.slowpi().pid());
         world.runFor(ose::MS);
     }
 };
@@ -100,29 +80,27 @@ void readAlone(const Bytes& bytes)
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {
-    static std::unique_ptr<Target> target;
     constexpr u32 INPUTS_A_UNIT = 500;
-    if (!target || target->served == INPUTS_A_UNIT) target = std::make_unique<Target>();
-    ++target->served;
-    target->node.mainProcessor().clearLog();
+    Target& target = fuzz::serving<Target>(INPUTS_A_UNIT);
+    target.node.mainProcessor().clearLog();
     // An input is a row of frames: kind, length, content.
     std::span<const unsigned char> rest(data, size);
     while (rest.size() > 2) {
         const u32 lie = rest[1] >= 250 ? 0xFFFFFFF0u + (rest[1] & 7u) : 0;
         const Bytes bytes = frameOf(rest);
         readAlone(bytes);
-        const slowpi::State before = target->state();
-        const std::size_t toldBefore = target->told();
-        target->frame(bytes, lie != 0 ? lie : static_cast<u32>(bytes.size()));
-        const slowpi::State after = target->state();
+        const slowpi::State before = target.state();
+        const std::size_t toldBefore = target.told();
+        target.frame(bytes, lie != 0 ? lie : static_cast<u32>(bytes.size()));
+        const slowpi::State after = target.state();
         require(after.nmbOfFrames == before.nmbOfFrames + 1, "a frame wasn't looked at");
         require(after.pduMissing.running, "a frame that counts for no life");
         if (after.nmbOfRejectedFrames != before.nmbOfRejectedFrames)
-            require(target->told() == toldBefore && after.SSM == before.SSM,
+            require(target.told() == toldBefore && after.SSM == before.SSM,
                     "a rejected frame changed the level");
     }
-    target->frame(GOOD, static_cast<u32>(GOOD.size()));
-    require(target->state().SSM == 2, "a good frame wasn't taken");
-    require(target->node.programEnds().empty(), "the program ended");
+    target.frame(GOOD, static_cast<u32>(GOOD.size()));
+    require(target.state().SSM == 2, "a good frame wasn't taken");
+    require(target.node.programEnds().empty(), "the program ended");
     return 0;
 }

@@ -1,26 +1,16 @@
 // Any bytes in any pieces through the framing of sentences: what is posted, counted and lost is
 // what a plain reading of the whole stream gives.
+#include "fuzz/fuzz.h"
 #include "gps/gps_sig.h"
 #include "gps/kvd_gps_serial.h"
 #include "mgr/kvd_mgr_proc.h"
 #include "node/sig.h"
-#include "sim/node/node.h"
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <memory>
 #include <string>
-#include <vector>
 
 namespace {
 
-void require(bool holds, const char* what)
-{
-    if (holds) return;
-    std::fprintf(stderr, "\n%s\n", what);
-    std::abort();
-}
+using fuzz::require;
 
 void idleMain()
 {
@@ -47,11 +37,7 @@ struct Target {
 
     Target()
     {
-        world.onMisuse([](const ose::Misuse& misuse) {
-            std::fprintf(stderr, "\nkernel misuse: %s\n", misuse.text().c_str());
-            std::abort();
-        });
-        node.traces().setCapacity(0);
+        fuzz::watch(world, node);
         node.powerOn();
         world.runFor(ose::MS);
     }

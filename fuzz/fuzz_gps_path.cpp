@@ -2,20 +2,17 @@
 // and damaged, time that passes, a 1PPS that comes and goes, in a running unit that supervises and
 // selects the receiver. The kernel isn't misused, the state stays one of the known, the program lives
 // on, and good sentences bring the reference back to a valid time.
+#include "fuzz/fuzz.h"
 #include "gps/kvd_gps_state.h"
 #include "ref/ref_types.h"
 #include "sim/board/board.h"
-#include "sim/node/node.h"
 #include "sim/refs/line_source.h"
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <memory>
-#include <span>
 #include <string>
 
 namespace {
+
+using fuzz::require;
 
 sim::NodeConfig config()
 {
@@ -29,16 +26,11 @@ struct Target {
     ose::World world{1};
     sim::Node node{world, config()};
     sim::LineSource pps{world, sim::LineConfig{}, sim::PPS_RATE_Hz, 1, "pps"};
-    u32 served = 0;
     u32 tow = 0;
 
     Target()
     {
-        world.onMisuse([](const ose::Misuse& misuse) {
-            std::fprintf(stderr, "\nkernel misuse: %s\n", misuse.text().c_str());
-            std::abort();
-        });
-        node.traces().setCapacity(0);
+        fuzz::watch(world, node);
         node.board().connect(sim::ReferenceInput::Pps, &pps);
         node.powerOn();
         world.runFor(5 * ose::SEC);
@@ -76,13 +68,6 @@ std::string framed(const std::string& body)
     char end[8];
     std::snprintf(end, sizeof end, "*%02X\r\n", sum & 0xFF);
     return "$" + body + end;
-}
-
-void require(bool holds, const char* what)
-{
-    if (holds) return;
-    std::fprintf(stderr, "\n%s\n", what);
-    std::abort();
 }
 
 /// The bytes of an input, zeros behind its end.
@@ -161,14 +146,11 @@ void recover(Target& t)
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {
-    static std::unique_ptr<Target> target;
     constexpr u32 INPUTS_A_UNIT = 1000;
-    if (!target || target->served == INPUTS_A_UNIT) target = std::make_unique<Target>();
-    ++target->served;
-
+    Target& target = fuzz::serving<Target>(INPUTS_A_UNIT);
     Input in{{data, size}};
-    while (!in.empty()) step(*target, in);
-    recover(*target);
-    require(target->node.programEnds().empty(), "the program ended");
+    while (!in.empty()) step(target, in);
+    recover(target);
+    require(target.node.programEnds().empty(), "the program ended");
     return 0;
 }

@@ -1,5 +1,6 @@
 // Words of the BFN input and sync data of any content to a running slave: it lives on, its times and
 // its loop stay numbers, and what it sends on the link is a slave's word.
+#include "fuzz/fuzz.h"
 #include "hw/hwif_sig.h"
 #include "hw/kvd_hwif_regs.h"
 #include "hw/kvd_hwif_words.h"
@@ -9,24 +10,13 @@
 #include "reg/kvd_reg_int.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
-#include "sim/node/node.h"
 
-#include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
-#include <span>
 
 namespace {
 
-void require(bool holds, const char* what)
-{
-    if (holds) return;
-    std::fprintf(stderr, "\n%s\n", what);
-    std::abort();
-}
+using fuzz::require;
+using fuzz::take;
 
 slave::PortData portData;                // of the slave's end, from the input
 
@@ -70,15 +60,10 @@ struct Target {
     ose::World world{1};
     LinkNode node{world, slaveConfig()};
     u32 bfnOut = 0;
-    u32 served = 0;
 
     Target()
     {
-        world.onMisuse([](const ose::Misuse& misuse) {
-            std::fprintf(stderr, "\nkernel misuse: %s\n", misuse.text().c_str());
-            std::abort();
-        });
-        node.traces().setCapacity(0);
+        fuzz::watch(world, node);
         node.powerOn();
         world.runFor(5 * ose::SEC);
         constexpr u32 IDS[] = {REG_BFN_IN_COUNTERS, REG_BFN_IN_FLAGS, REG_BFN_IN_WORD1,
@@ -92,25 +77,12 @@ struct Target {
     }
     void inject(std::span<const std::byte> signal)
     {
-        const PROCESS manager = node.system().find("Kvd_loz6_tumgr_proc");
-        require(manager != 0, "the manager is gone");
-        node.system().inject(signal, manager, node.mainProcessor().pid());
+        fuzz::inject(node, fuzz::MANAGER, signal, node.mainProcessor().pid());
         world.runFor(20 * ose::MS);
     }
 };
 
-/// The next bytes of the input, zeros behind its end.
-template <typename T>
-T take(std::span<const unsigned char>& rest)
-{
-    T value{};
-    const std::size_t count = std::min(sizeof value, rest.size());
-    std::memcpy(&value, rest.data(), count);
-    rest = rest.subspan(count);
-    return value;
-}
-
-void bfnWord(Target& t, std::span<const unsigned char>& rest)
+void bfnWord(Target& t, fuzz::Input& rest)
 {
     const u8 kind = take<u8>(rest);
     for (u32& word : t.node.word) word = take<u32>(rest);
@@ -123,7 +95,7 @@ void bfnWord(Target& t, std::span<const unsigned char>& rest)
     t.inject(std::as_bytes(std::span(&ind, 1)));
 }
 
-void syncData(Target& t, std::span<const unsigned char>& rest)
+void syncData(Target& t, fuzz::Input& rest)
 {
     const u8 kind = take<u8>(rest);
     portData = take<slave::PortData>(rest);
@@ -161,22 +133,20 @@ void check(Target& t)
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {
-    static std::unique_ptr<Target> target;
     constexpr u32 INPUTS_A_UNIT = 200;
-    if (!target || target->served == INPUTS_A_UNIT) target = std::make_unique<Target>();
-    ++target->served;
-    target->node.inProgram([] {
+    Target& target = fuzz::serving<Target>(INPUTS_A_UNIT);
+    target.node.inProgram([] {
         slave::setNeeds(&NEEDS);
         KvdLoz6TuReg_forceRegState(FREQLOCKED);
         regulator::state().tuRegInitiateState = TUREG_INIT;
         return 0;
     });
     // An input is a row of measurements: link, kind, content.
-    std::span<const unsigned char> rest(data, size);
+    fuzz::Input rest(data, size);
     while (!rest.empty()) {
-        if ((take<u8>(rest) & 1) == 0) bfnWord(*target, rest);
-        else                           syncData(*target, rest);
+        if ((take<u8>(rest) & 1) == 0) bfnWord(target, rest);
+        else                           syncData(target, rest);
     }
-    check(*target);
+    check(target);
     return 0;
 }

@@ -1,26 +1,13 @@
 // Signals of any number, size and content to the process that exchanges sync data with other units, many with
 // references that it gave out itself: it lives on, prints its tables, and uses no buffer wrongly.
+#include "fuzz/fuzz.h"
 #include "iif/tuiif_sig.h"
-#include "sim/node/node.h"
 #include "socpri/inci_sig.h"
 #include "socpri/kvd_ngpduh_proc.h"
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
-#include <span>
-#include <vector>
-
 namespace {
 
-void require(bool holds, const char* what)
-{
-    if (holds) return;
-    std::fprintf(stderr, "\n%s\n", what);
-    std::abort();
-}
+using fuzz::require;
 
 sim::NodeConfig unitConfig()
 {
@@ -36,17 +23,12 @@ struct Target {
     ose::System& other = world.createSystem("other");
     PROCESS peer = 0, unit = 0;        // the unit's process as the peer knows it
     std::vector<u32> refs;             // seen by the peer
-    u32 served = 0;
 
     Target()
     {
-        world.onMisuse([](const ose::Misuse& misuse) {
-            std::fprintf(stderr, "\nkernel misuse: %s\n", misuse.text().c_str());
-            std::abort();
-        });
+        fuzz::watch(world, node);
         world.link(node.system(), "other", other);
         world.link(other, "unit", node.system());
-        node.traces().setCapacity(0);
         node.powerOn();
         world.runFor(5 * ose::SEC);
         node.system().call(*node.program(), KvdLoz6NgPduh_start);
@@ -83,7 +65,7 @@ constexpr SIGSELECT RANGES[][2] = {
 bool isFromPeer(u8 range) { return range == 0; }
 
 /// Puts a reference that was given out at a place where one is meant.
-void putReference(std::vector<std::byte>& signal, const std::vector<u32>& refs, u8 choice)
+void putReference(fuzz::Bytes& signal, const std::vector<u32>& refs, u8 choice)
 {
     if (refs.empty() || (choice & 1) == 0) return;
     const u32 ref = refs[(choice >> 2) % refs.size()];
@@ -92,7 +74,7 @@ void putReference(std::vector<std::byte>& signal, const std::vector<u32>& refs, 
 }
 
 /// A path that leads to the peer, more often than chance.
-void putPath(std::vector<std::byte>& signal, u8 choice)
+void putPath(fuzz::Bytes& signal, u8 choice)
 {
     static constexpr char PATH[] = "other";
     if (choice < 128 || signal.size() < sizeof(KvdTuSocpriInciEstablishReq)) return;
@@ -103,22 +85,16 @@ void putPath(std::vector<std::byte>& signal, u8 choice)
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {
-    static std::unique_ptr<Target> target;
     constexpr u32 INPUTS_A_UNIT = 200;
-    if (!target || target->served == INPUTS_A_UNIT) target = std::make_unique<Target>();
-    Target& t = *target;
-    ++t.served;
-
+    Target& t = fuzz::serving<Target>(INPUTS_A_UNIT);
     // An input is a row of signals: range, number, choice of reference and path, length, content.
-    std::span<const unsigned char> rest(data, size);
+    fuzz::Input rest(data, size);
     while (rest.size() >= 4) {
         const u8 range = static_cast<u8>(rest[0] % std::size(RANGES));
         const SIGSELECT sigNo = RANGES[range][0] + rest[1] % RANGES[range][1];
         const u8 choice = rest[2];
         const std::size_t length = std::min<std::size_t>(rest[3] % 140, rest.size() - 4);
-        std::vector<std::byte> signal(sizeof sigNo + length);
-        std::memcpy(signal.data(), &sigNo, sizeof sigNo);
-        if (length > 0) std::memcpy(signal.data() + sizeof sigNo, rest.data() + 4, length);
+        fuzz::Bytes signal = fuzz::signalOf(sigNo, rest.subspan(4, length));
         rest = rest.subspan(4 + length);
         putReference(signal, t.refs, choice);
         if (sigNo == KVD_TUSOCPRI_INCI_ESTABLISH_REQ) putPath(signal, choice);

@@ -1,5 +1,6 @@
 // Frames, datagrams, negotiation TLVs and signals of any content to the packet process of a running unit:
 // it lives on, its table and its clocks stay what they can be, and whatever it sends is a PTP message.
+#include "fuzz/fuzz.h"
 #include "iif/tuiif_sig.h"
 #include "node/cfi.h"
 #include "node/ipsocki.h"
@@ -8,26 +9,14 @@
 #include "pktsync/tupktsync_ptp_clock.h"
 #include "pktsync/tupktsync_syncref_int.h"
 #include "sim/net/ptp_master.h"
-#include "sim/node/node.h"
-
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
-#include <span>
-#include <vector>
 
 namespace {
 
-namespace ptp = sim::ptp;
+using fuzz::require;
+using fuzz::take;
+using fuzz::takeOctets;
 
-void require(bool holds, const char* what)
-{
-    if (holds) return;
-    std::fprintf(stderr, "\n%s\n", what);
-    std::abort();
-}
+namespace ptp = sim::ptp;
 
 constexpr std::array<u8, 16> SERVER{192, 168, 0, 9};
 constexpr u8 ETHERNET_DOMAIN = 24, UNICAST_DOMAIN = 4;
@@ -75,15 +64,10 @@ struct Target {
     sim::Node node{world, config()};
     sim::Network net{world};
     sim::PtpMaster ethernet{world, net, masterConfig(false)}, unicast{world, net, masterConfig(true)};
-    u32 served = 0;
 
     Target()
     {
-        world.onMisuse([](const ose::Misuse& misuse) {
-            std::fprintf(stderr, "\nkernel misuse: %s\n", misuse.text().c_str());
-            std::abort();
-        });
-        node.traces().setCapacity(0);
+        fuzz::watch(world, node);
         node.packetPort().plug(&net);
         node.packetPort().onSend(mustBePtp);
         net.attach(node.packetPort());
@@ -98,34 +82,13 @@ struct Target {
     }
     void inject(std::span<const std::byte> signal)
     {
-        const PROCESS pid = node.system().find("Kvd_loz6_tupktsync_proc");
-        require(pid != 0, "the packet process is gone");
-        node.system().inject(signal, pid, node.mainProcessor().pid());
+        fuzz::inject(node, "Kvd_loz6_tupktsync_proc", signal, node.mainProcessor().pid());
         world.runFor(10 * ose::MS);
     }
 };
 
-/// The next bytes of the input, zeros behind its end.
-template <typename T>
-T take(std::span<const unsigned char>& rest)
-{
-    T value{};
-    const std::size_t count = std::min(sizeof value, rest.size());
-    std::memcpy(&value, rest.data(), count);
-    rest = rest.subspan(count);
-    return value;
-}
-
-std::vector<u8> takeOctets(std::span<const unsigned char>& rest, std::size_t count)
-{
-    count = std::min(count, rest.size());
-    std::vector<u8> octets(rest.begin(), rest.begin() + static_cast<std::ptrdiff_t>(count));
-    rest = rest.subspan(count);
-    return octets;
-}
-
 /// A message of any content; mostly of a type, version, domain and length that pass.
-std::vector<u8> message(std::span<const unsigned char>& rest, u8 domain)
+std::vector<u8> message(fuzz::Input& rest, u8 domain)
 {
     constexpr u8 TYPES[] = {ptp::SYNC, ptp::FOLLOW_UP, ptp::DELAY_RESP, ptp::ANNOUNCE, ptp::SIGNALING};
     const u8 kind = take<u8>(rest), type = take<u8>(rest);
@@ -148,7 +111,7 @@ std::vector<u8> message(std::span<const unsigned char>& rest, u8 domain)
 }
 
 /// Negotiation as a master would speak it, to any port, TLVs of any kind and length.
-std::vector<u8> signaling(std::span<const unsigned char>& rest)
+std::vector<u8> signaling(fuzz::Input& rest)
 {
     ptp::Message m;
     m.type = ptp::SIGNALING;
@@ -174,7 +137,7 @@ std::vector<u8> signaling(std::span<const unsigned char>& rest)
     return octets;
 }
 
-void frame(Target& t, std::span<const unsigned char>& rest)
+void frame(Target& t, fuzz::Input& rest)
 {
     const auto head = take<std::array<u8, 3>>(rest);
     const u8 priority = head[0] % 8;
@@ -185,13 +148,10 @@ void frame(Target& t, std::span<const unsigned char>& rest)
     CfiReceiveFrameInd ind{CFI_RECEIVE_FRAME_IND, 3, 0, 0, static_cast<u32>(octets.size()), 8};
     if (head[1] >= 230) ind.metalength = head[2];
     if (head[1] >= 240) ind.length = head[2];
-    std::vector<std::byte> signal(sizeof ind + octets.size());
-    std::memcpy(signal.data(), &ind, sizeof ind);
-    std::memcpy(signal.data() + sizeof ind, octets.data(), octets.size());
-    t.inject(signal);
+    t.inject(fuzz::signalOf(ind, octets));
 }
 
-void datagram(Target& t, std::span<const unsigned char>& rest, bool isSignaling)
+void datagram(Target& t, fuzz::Input& rest, bool isSignaling)
 {
     const auto head = take<std::array<u8, 4>>(rest);
     const std::vector<u8> octets = isSignaling ? signaling(rest) : message(rest, UNICAST_DOMAIN);
@@ -202,14 +162,11 @@ void datagram(Target& t, std::span<const unsigned char>& rest, bool isSignaling)
     ind.address = SERVER;
     if (head[2] % 2 == 0) ind.controlLevel = IPSOCKI_STAMP_LEVEL, ind.controlType = IPSOCKI_STAMP_TYPE;
     ind.length = head[3] < 250 ? static_cast<u32>(octets.size()) : head[3] * 0x1010101u;
-    std::vector<std::byte> signal(sizeof ind + octets.size());
-    std::memcpy(signal.data(), &ind, sizeof ind);
-    if (!octets.empty()) std::memcpy(signal.data() + sizeof ind, octets.data(), octets.size());
-    t.inject(signal);
+    t.inject(fuzz::signalOf(ind, octets));
 }
 
 /// A signal of the main processor, the manager or a service.
-void signal(Target& t, std::span<const unsigned char>& rest)
+void signal(Target& t, fuzz::Input& rest)
 {
     constexpr SIGSELECT NUMBERS[] = {
         KVD_TUIIF_CREATE_PKT_REF_RO_REQ, KVD_TUIIF_DELETE_PKT_REF_RO_REQ, KVD_TUIIF_SET_PKT_REF_RO_REQ,
@@ -221,10 +178,9 @@ void signal(Target& t, std::span<const unsigned char>& rest)
         PKTSYNCDRV_INITIATE_SERVICE_CFM,
     };
     const SIGSELECT number = NUMBERS[take<u8>(rest) % std::size(NUMBERS)];
-    std::vector<std::byte> bytes(sizeof number + take<u8>(rest) % 180);
-    const std::vector<u8> content = takeOctets(rest, bytes.size() - sizeof number);
-    std::memcpy(bytes.data(), &number, sizeof number);
-    if (!content.empty()) std::memcpy(bytes.data() + sizeof number, content.data(), content.size());
+    const std::size_t length = take<u8>(rest) % 180;
+    fuzz::Bytes bytes = fuzz::signalOf(number, takeOctets(rest, length));
+    bytes.resize(sizeof number + length);
     // Identities are few, so that requests find what others made; so are kinds, domains and clocks.
     const auto limit = [&bytes](std::size_t at, u32 below) {
         u32 word;
@@ -272,22 +228,20 @@ void check(Target& t)
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {
-    static std::unique_ptr<Target> target;
     constexpr u32 INPUTS_A_UNIT = 200;
-    if (!target || target->served == INPUTS_A_UNIT) target = std::make_unique<Target>();
-    ++target->served;
+    Target& target = fuzz::serving<Target>(INPUTS_A_UNIT);
     // An input is a row of events: kind, content.
-    std::span<const unsigned char> rest(data, size);
+    fuzz::Input rest(data, size);
     while (!rest.empty()) {
         switch (take<u8>(rest) % 5) {
         case 0:
-        case 1: frame(*target, rest); break;
-        case 2: datagram(*target, rest, false); break;
-        case 3: datagram(*target, rest, true); break;
-        default: signal(*target, rest);
+        case 1: frame(target, rest); break;
+        case 2: datagram(target, rest, false); break;
+        case 3: datagram(target, rest, true); break;
+        default: signal(target, rest);
         }
     }
-    target->world.runFor(100 * ose::MS);
-    check(*target);
+    target.world.runFor(100 * ose::MS);
+    check(target);
     return 0;
 }

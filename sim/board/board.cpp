@@ -63,6 +63,7 @@ void Board::reset()
     powered_ = wasPowered;
     common_.fill(0);
     timeWords_.fill(0);
+    bfnWords_.reset();
     eeprom_.fill(0);
     moka_ = 0;
     u32 revision = 0;
@@ -250,6 +251,10 @@ void Board::writeTime(TimeWord word, u32 value)
         if (config_.type == 1) moveOutput(value);
         break;
     case OUT_OFFSET: moveOutput(value); break;
+    case BFN_OUT2:
+        timeWords_[BFN_OUT2] = value;
+        bfnWords_ = {timeWords_[BFN_OUT1], value};
+        break;
     case RUN_FRAMES: case RUN_INC: case LATCH_VALID: case LATCH_FRAMES: case LATCH_INC:
     case OUT_FRAMES: case NTP1: case NTP2: case LOAD_STATUS: case BFN_COUNTERS: case BFN_FLAGS:
     case BFN_EXT1: case BFN_EXT2:

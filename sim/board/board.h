@@ -13,6 +13,7 @@
 #include <array>
 #include <functional>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace sim {
@@ -70,8 +71,9 @@ public:
     /// Left alone, they follow what is connected.
     void setCommonMode(std::optional<u32> mode) { commonMode_ = mode; }
     void bfnReceived(const BfnInput& in);
-    u32  bfnOutWord1() const { return timeWords_[BFN_OUT1]; }
-    u32  bfnOutWord2() const { return timeWords_[BFN_OUT2]; }
+    /// The pair of words that goes out with a frame, once: the write of the second one takes it; nothing
+    /// until there is another.
+    std::optional<std::pair<u32, u32>> takeBfnWords() { return std::exchange(bfnWords_, std::nullopt); }
     /// What leaves the board: called at each pulse of the output while it is switched on, before the
     /// way to the connector, and every tenth frame of the counter, when the BFN link sends.
     void onOutputPulse(std::function<void()> peer);
@@ -202,6 +204,7 @@ private:
     std::array<TimeWord, TIME_END / 4> timeAt_{};
     std::array<u32, SHARED_END / 4> common_{};
     std::array<u32, TIME_WORDS> timeWords_{};
+    std::optional<std::pair<u32, u32>> bfnWords_;      // written and not yet sent
     u32 moka_ = 0;
     std::array<u8, 128> eeprom_{};
 

@@ -105,11 +105,25 @@ bool Network::setUp(const std::string& from, const std::string& to, bool up)
     return true;
 }
 
-void Network::send(NetHost& from, const NetPacket& packet)
+void Network::putOn(NetHost& host, Wire* wire)
+{
+    if (wire != nullptr) wires_[&host] = wire;
+    else                 wires_.erase(&host);
+}
+
+bool Network::carriesDatagrams(const NetHost& host) const
+{
+    const auto wire = wires_.find(&host);
+    return wire == wires_.end() || wire->second->carriesDatagrams();
+}
+
+void Network::send(NetHost& from, const NetPacket& packet, const Left& left)
 {
     if (onSend_) onSend_(from, packet);
+    if (const auto wire = wires_.find(&from); wire != wires_.end()) return wire->second->send(packet, left);
     for (const auto& p : paths_)
         if (p->from == &from && (packet.isFrame || p->to->netAddress() == packet.to)) carry(*p, packet);
+    if (left) left(world_.now());
 }
 
 ose::Time Network::delay(Path& p, NetPacket& packet, bool& isReordered)
@@ -134,7 +148,7 @@ ose::Time Network::delay(Path& p, NetPacket& packet, bool& isReordered)
 void Network::carry(Path& p, const NetPacket& packet)
 {
     ++p.count;
-    if (!p.up || (p.config.loss > 0 && p.random.uniform() < p.config.loss)) return;
+    if (!p.up || wires_.contains(p.to) || (p.config.loss > 0 && p.random.uniform() < p.config.loss)) return;
     const int copies = p.config.duplicates > 0 && p.random.uniform() < p.config.duplicates ? 2 : 1;
     for (int i = 0; i < copies; ++i) {
         NetPacket moved = packet;

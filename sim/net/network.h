@@ -11,6 +11,7 @@
 
 #include <array>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,6 +36,19 @@ struct NetPacket {
     std::vector<u8> bytes;           // whole frame, or UDP payload
     NetAddress from, to;             // of a datagram
     u16 fromPort = 0, toPort = 0;
+    u8  tos = 0;                     // of a datagram, as it leaves an interface of the machine
+    ose::Time age = 0;               // since it came, for one that the world's time had passed already
+};
+
+/// Told when a packet has left; never, when nothing is known of that.
+using Left = std::function<void(ose::Time at)>;
+
+/// What carries a host's packets in place of its paths.
+class Wire {
+public:
+    virtual ~Wire() = default;
+    virtual void send(const NetPacket& packet, Left left) = 0;
+    virtual bool carriesDatagrams() const = 0;
 };
 
 class NetHost {
@@ -72,8 +86,12 @@ public:
                 const std::function<void(DelayConfig&)>& how);
     bool setUp(const std::string& from, const std::string& to, bool up);
 
+    /// The host's paths carry nothing while it is on a wire; nullptr takes it off.
+    void putOn(NetHost& host, Wire* wire);
+    bool carriesDatagrams(const NetHost& host) const;
+
     /// To all hosts with a path, or to the one of its address.
-    void send(NetHost& from, const NetPacket& packet);
+    void send(NetHost& from, const NetPacket& packet, const Left& left = {});
     /// Sees each packet as it leaves, dropped or not.
     void onSend(std::function<void(const NetHost& from, const NetPacket& packet)> observer)
     {
@@ -98,6 +116,7 @@ private:
     ose::World& world_;
     std::vector<NetHost*> hosts_;
     std::vector<std::unique_ptr<Path>> paths_;
+    std::map<const NetHost*, Wire*> wires_;
     std::function<void(const NetHost&, const NetPacket&)> onSend_;
 };
 

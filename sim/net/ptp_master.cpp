@@ -60,10 +60,9 @@ void PtpMaster::setFrequency(double ppb)
 }
 
 /// Whole seconds and their rest apart: a double can't hold both to the ns.
-ptp::Stamp PtpMaster::now(double later_s) const
+ptp::Stamp PtpMaster::stampOf(ose::Time t, double later_s) const
 {
     constexpr i64 NS = 1'000'000'000, PS_PER_S = 1'000'000'000'000;
-    const ose::Time t = world_.now();
     const double drift =
         drifted_s_ + (seconds(t) - driftSince_s_) * config.frequency_ppb * 1e-9 + config.offset_s + later_s;
     double ns = static_cast<double>(t % PS_PER_S) * 1e-3 + drift * 1e9;
@@ -93,7 +92,7 @@ ptp::Message PtpMaster::message(u8 type) const
     return m;
 }
 
-void PtpMaster::send(const ptp::Message& m, const NetAddress* to, bool isEvent)
+void PtpMaster::send(const ptp::Message& m, const NetAddress* to, bool isEvent, const Left& left)
 {
     NetPacket packet;
     const std::vector<u8> octets = ptp::write(m);
@@ -106,7 +105,7 @@ void PtpMaster::send(const ptp::Message& m, const NetAddress* to, bool isEvent)
         packet.to = *to;
         packet.fromPort = packet.toPort = isEvent ? ptp::EVENT_PORT : ptp::GENERAL_PORT;
     }
-    network_.send(*this, packet);
+    network_.send(*this, packet, left);
 }
 
 void PtpMaster::announce() { sendAnnounce(nullptr); }
@@ -139,19 +138,21 @@ void PtpMaster::sendSync(const NetAddress* to, i8 logInterval)
     m.logInterval = logInterval;
     m.correction = std::llround(config.correction_ns * 65536.0);
     // What the correction says has passed since the origin.
-    const ptp::Stamp origin = now(-config.correction_ns * 1e-9);
+    const double since_s = config.correction_ns * 1e-9;
     if (!config.twoStep) {
-        m.stamp = origin;
+        m.stamp = stampOf(world_.now(), -since_s);
         return send(m, to, true);
     }
     m.flags0 |= TWO_STEP;
-    send(m, to, true);
     ptp::Message follow = message(ptp::FOLLOW_UP);
     follow.sequence = m.sequence;
     follow.logInterval = logInterval;
-    follow.stamp = origin;
     const std::optional<NetAddress> slave = to != nullptr ? std::optional(*to) : std::nullopt;
-    after(FOLLOW_UP_LATER_s, [this, follow, slave] { send(follow, slave ? &*slave : nullptr, false); });
+    send(m, to, true, [this, alive = alive_, follow, slave, since_s](ose::Time at) mutable {
+        if (!*alive) return;
+        follow.stamp = stampOf(at, -since_s);
+        after(FOLLOW_UP_LATER_s, [this, follow, slave] { send(follow, slave ? &*slave : nullptr, false); });
+    });
 }
 
 void PtpMaster::onPacket(const NetPacket& packet)
@@ -178,7 +179,7 @@ void PtpMaster::onDelayReq(const ptp::Message& m, const NetPacket& packet)
     r.sequence = m.sequence;
     r.logInterval = log;
     r.correction = m.correction;
-    r.stamp = now();
+    r.stamp = stampOf(world_.now() - packet.age);
     r.requesting = m.source;
     const NetAddress slave = packet.from;
     after(DELAY_RESP_LATER_s, [this, r, slave] { send(r, config.unicast ? &slave : nullptr, false); });

@@ -76,7 +76,7 @@ private:
     using ContractKey = std::pair<std::array<u8, 16>, u8>;   // slave, message type
 
     ptp::Message message(u8 type) const;
-    ptp::Stamp now(double later_s = 0) const;
+    ptp::Stamp stampOf(ose::Time t, double later_s = 0) const;
     void every(i8 PtpMasterConfig::*log, void (PtpMaster::*what)());
     void announce();
     void sync();
@@ -88,7 +88,7 @@ private:
     void onCancel(const NetAddress& slave, const std::vector<u8>& value);
     void runContract(const NetAddress& slave, u8 type);
     void tell(const NetAddress& slave, u16 tlv, std::vector<u8> value);
-    void send(const ptp::Message& m, const NetAddress* to, bool isEvent);
+    void send(const ptp::Message& m, const NetAddress* to, bool isEvent, const Left& left = {});
     void after(double s, std::function<void()> action);
 
     ose::World& world_;

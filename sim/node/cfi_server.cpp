@@ -107,7 +107,9 @@ void CfiServer::onSend(Signal* sig)
         std::array<u8, METADATA> metadata;
         std::copy_n(at, METADATA, metadata.begin());
         packet.bytes.erase(at, at + METADATA);
-        node_.pktsyncDrv().sent(metadata, node_.packetPort().egress());
+        return node_.packetPort().send(packet, [this, metadata](const PacketTime& stamp) {
+            node_.pktsyncDrv().sent(metadata, stamp);
+        });
     }
     node_.packetPort().send(packet);
 }

@@ -115,7 +115,8 @@ int IpsockiServer::bind(int socket, const u8* octets, u32 port)
     if (s == sockets_.end()) return fail(IPSOCKI_E_BADF);
     if (bindError != 0) return fail(bindError);
     const NetAddress own = addressOf(s->second.family, octets);
-    if (own != node_.packetPort().config.address) return fail(IPSOCKI_E_ADDRNOTAVAIL);
+    const PacketPort& carrier = node_.packetPort();
+    if (own != carrier.config.address || !carrier.carriesDatagrams()) return fail(IPSOCKI_E_ADDRNOTAVAIL);
     for (const auto& [id, other] : sockets_)
         if (id != socket && other.port == port && other.own == own) return fail(IPSOCKI_E_ADDRINUSE);
     s->second.own = own;
@@ -134,9 +135,11 @@ int IpsockiServer::send(int socket, const u8* bytes, std::size_t count, const u8
     packet.to = addressOf(s->second.family, octets);
     packet.fromPort = static_cast<u16>(s->second.port);
     packet.toPort = static_cast<u16>(port);
-    if (s->second.metadata) node_.pktsyncDrv().sent(*s->second.metadata, node_.packetPort().egress());
-    s->second.metadata.reset();
-    node_.packetPort().send(packet);
+    packet.tos = static_cast<u8>(s->second.tos);
+    std::function<void(const PacketTime&)> left;
+    if (const auto metadata = std::exchange(s->second.metadata, std::nullopt))
+        left = [this, m = *metadata](const PacketTime& stamp) { node_.pktsyncDrv().sent(m, stamp); };
+    node_.packetPort().send(packet, std::move(left));
     return static_cast<int>(count);
 }
 

@@ -20,6 +20,8 @@ Latency latencyOf(u32 boardType, const PacketPortConfig& c)
     return isFirst ? Latency{1354, 434} : Latency{1070, 230};
 }
 
+double seconds(ose::Time t) { return static_cast<double>(t) * 1e-12; }
+
 }  // namespace
 
 PacketPort::PacketPort(Node& node, const PacketPortConfig& c) : config(c), node_(node)
@@ -31,28 +33,34 @@ PacketPort::PacketPort(Node& node, const PacketPortConfig& c) : config(c), node_
 
 const std::string& PacketPort::netName() const { return node_.name(); }
 
-PacketTime PacketPort::ingress()
+PacketTime PacketPort::ingress(ose::Time age)
 {
-    return node_.board().packetTime(config.ingress_ns * 1e-9, config.stampResolution_ns);
+    return node_.board().packetTime(config.ingress_ns * 1e-9 - seconds(age), config.stampResolution_ns);
 }
 
-PacketTime PacketPort::egress()
+PacketTime PacketPort::egress(ose::Time age)
 {
-    return node_.board().packetTime(-config.egress_ns * 1e-9, config.stampResolution_ns);
+    return node_.board().packetTime(-config.egress_ns * 1e-9 - seconds(age), config.stampResolution_ns);
 }
 
-void PacketPort::send(const NetPacket& packet)
+void PacketPort::send(const NetPacket& packet, std::function<void(const PacketTime&)> left)
 {
     ++sent_;
     if (onSend_) onSend_(packet);
-    if (network_ != nullptr) network_->send(*this, packet);
+    Left stamped;
+    if (left)
+        stamped = [this, left = std::move(left)](ose::Time at) {
+            left(egress(node_.world().now() - at));
+        };
+    if (network_ != nullptr) network_->send(*this, packet, stamped);
+    else if (stamped)        stamped(node_.world().now());
 }
 
 void PacketPort::onPacket(const NetPacket& packet)
 {
     ++received_;
-    if (packet.isFrame) node_.cfi().deliver(packet.bytes, ingress());
-    else                node_.ipsocki().deliver(packet, ingress());
+    if (packet.isFrame) node_.cfi().deliver(packet.bytes, ingress(packet.age));
+    else                node_.ipsocki().deliver(packet, ingress(packet.age));
 }
 
 }  // namespace sim

@@ -19,10 +19,9 @@ public:
 
     /// The network that the port is plugged into; nullptr for none.
     void plug(Network* network) { network_ = network; }
-    /// Stamps of the packet that comes, or goes, now.
-    PacketTime ingress();
-    PacketTime egress();
-    void send(const NetPacket& packet);
+    /// `left`, where the service wants it, is handed the packet's stamp.
+    void send(const NetPacket& packet, std::function<void(const PacketTime&)> left = {});
+    bool carriesDatagrams() const { return network_ == nullptr || network_->carriesDatagrams(*this); }
     /// Also a packet that no network brings.
     void onPacket(const NetPacket& packet) override;
     NetAddress netAddress() const override { return config.address; }
@@ -33,6 +32,10 @@ public:
     void onSend(std::function<void(const NetPacket&)> observer) { onSend_ = std::move(observer); }
 
 private:
+    /// What the packet driver shows for a packet that came, or went, that long ago.
+    PacketTime ingress(ose::Time age);
+    PacketTime egress(ose::Time age);
+
     Node& node_;
     Network* network_ = nullptr;
     u32 sent_ = 0, received_ = 0;

@@ -25,25 +25,28 @@ RadioLink::RadioLink(ose::World& world, const LinkSpec& spec, Unit& from, Unit& 
     : Link(spec, from, to), world_(world), noiseFrom_(spec.noise, world.seed(), spec.name + ".from"),
       noiseTo_(spec.noise, world.seed(), spec.name + ".to")
 {
-    connect(from, to, spec.fromPort, noiseFrom_);
-    connect(to, from, spec.toPort, noiseTo_);
+    connect(from, to, spec.fromPort, noiseFrom_, LinkFault::UnstableFrom);
+    connect(to, from, spec.toPort, noiseTo_, LinkFault::UnstableTo);
     tellEnds();
 }
 
 /// The server's answers about the unit behind the port; the ways of the link are measured and taken off.
-void RadioLink::connect(Unit& near, Unit& far, u16 port, PhaseNoise& noise)
+void RadioLink::connect(Unit& near, Unit& far, u16 port, PhaseNoise& noise, LinkFault unstable)
 {
-    near.onRadio(port, {sharedId(far), &far, [this, &near, &far]() -> std::optional<InrsiFrequency> {
+    const auto frequency = [this, &near, &far, unstable]() -> std::optional<InrsiFrequency> {
         if (!isUp()) return std::nullopt;
         return InrsiFrequency{
-            ppbOf(far.node().board().frequencyError() - near.node().board().frequencyError()), true};
-    }, [this, &near, &far, &noise]() -> std::optional<InrsiPhase> {
+            ppbOf(far.node().board().frequencyError() - near.node().board().frequencyError()),
+            faultAmount(unstable) == 0};
+    };
+    const auto phase = [this, &near, &far, &noise, unstable]() -> std::optional<InrsiPhase> {
         if (!isUp()) return std::nullopt;
         const double now_s = static_cast<double>(world_.now()) * 1e-12;
         const double ahead_s = counterDifference_s(near, far) + noise.next(now_s);
         const double within_s = ahead_s - std::floor(ahead_s / SFN_TURN_s) * SFN_TURN_s;
-        return InrsiPhase{static_cast<u64>(std::llround(within_s * 1e12)), true};
-    }});
+        return InrsiPhase{static_cast<u64>(std::llround(within_s * 1e12)), faultAmount(unstable) == 0};
+    };
+    near.onRadio(port, {sharedId(far), &far, frequency, phase});
 }
 
 void RadioLink::tellEnds()

@@ -13,7 +13,7 @@ public:
     void setUp(bool up) override;
 
 private:
-    void connect(Unit& near, Unit& far, u16 port, PhaseNoise& noise);
+    void connect(Unit& near, Unit& far, u16 port, PhaseNoise& noise, LinkFault unstable);
     void tellEnds();
 
     ose::World& world_;

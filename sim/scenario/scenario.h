@@ -28,6 +28,7 @@ struct UnitSpec {
     std::vector<EsmcPeerConfig> esmc;    // far ends of the Ethernet ports
     std::optional<CmccSourceConfig> cmcc;
     double start_s = 0;              // when its power comes
+    i64 masterEpoch = PtpMasterConfig{}.epoch;   // true TAI at the beginning, as PTP masters know it
 };
 
 enum class LinkKind : u8 {
@@ -44,13 +45,15 @@ enum class LinkFault : u8 {
     Parity,       // share of words with a parity error
     NoPulse,      // the text alone arrives
     NoText,       // the pulse alone arrives
-    Late,         // ns by which pulses come later
-    UnstableFrom, // delay unstable at the leading end
-    UnstableTo,   // at the following end
+    Late,         // ns by which pulses come later, or the leader's first words
+    UnstableFrom, // delay unstable at the end `from`
+    UnstableTo,   // at the end `to`
+    Jitter,       // ns, deviation of each passage
+    Noise,        // damaged words between two good ones
 };
-constexpr u32 LINK_FAULTS = 7;
+constexpr u32 LINK_FAULTS = 9;
 
-/// `to` follows `from`.
+/// `to` follows `from`, until a turn.
 struct LinkSpec {
     LinkKind kind = LinkKind::GpsOut;
     std::string name, from, to;
@@ -135,6 +138,9 @@ struct Scenario {
     std::vector<PathSpec> paths;
     std::vector<EventSpec> events;   // in order of time
     std::vector<CheckSpec> checks;
+
+    /// Lets PTP masters, and whoever follows one, begin at this TAI, s since 1970.
+    void setMasterEpoch(i64 tai_s);
 };
 
 /// Reads and checks a scenario. Throws ScenarioError, or SeriesError for a recorded series it names.
@@ -165,7 +171,8 @@ EventSpec readEvent(const toml::table& table, const std::string& file, const Sce
 CheckSpec readCheck(const toml::table& table, const std::string& file, const Scenario& scenario);
 LinkSpec readLink(const toml::table& table, const std::string& file, const Scenario& scenario);
 /// Empty when `word` is none of a link's events.
-std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t);
+std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t,
+                                         const LinkSpec& link);
 GpsReceiverConfig readGps(const toml::table& table, const std::string& file);
 /// Empty when `word` is none of the receiver's events.
 std::function<void(Unit&)> readGpsEvent(const std::string& word, TableReader& t,

@@ -210,6 +210,12 @@ PathSpec readPath(const toml::table& table, const std::string& file, const Scena
     return p;
 }
 
+void Scenario::setMasterEpoch(i64 tai_s)
+{
+    for (PtpMasterConfig& master : masters) master.epoch = tai_s;
+    for (UnitSpec& unit : units) unit.masterEpoch = tai_s;
+}
+
 // ---- events -------------------------------------------------------------------------------------
 
 namespace {

@@ -16,7 +16,7 @@ using Action = std::function<void(Unit&)>;
 constexpr double SFN_TURN_s = 40.96, COUNTER_TURN_s = 1024.0;
 constexpr i64 PORT_LAST = 6, PORT_X = 7;
 constexpr u8 AVAILABLE = 2;
-constexpr u16 MFN_TURNS = 25;                    // turns of the frame number in one of the counter
+constexpr u32 MFN_TURNS = 25;                    // turns of the frame number in one of the counter
 
 InrsiLinkConfig readLink(TableReader& t)
 {
@@ -93,9 +93,10 @@ struct Count {
 
     std::optional<FarCount> at(Unit& u) const
     {
-        std::optional<FarCount> far = ofGroup ? groupCount(u) : farCount(u, port);
-        if (far) far->mfn = static_cast<u16>((far->mfn + turnsAhead) % MFN_TURNS);
-        return far;
+        const std::optional<FarCount> far = ofGroup ? groupCount(u) : farCount(u, port);
+        if (!far) return std::nullopt;
+        const u32 turns = far->mfn + turnsAhead;
+        return FarCount{far->esfc + turns / MFN_TURNS, static_cast<u16>(turns % MFN_TURNS)};
     }
 };
 

@@ -9,7 +9,8 @@
 
 namespace sim {
 
-Unit::Unit(ose::World& world, const UnitSpec& spec) : world_(world), node_(world, spec.node)
+Unit::Unit(ose::World& world, const UnitSpec& spec)
+    : world_(world), masterEpoch_(spec.masterEpoch), node_(world, spec.node)
 {
     for (const auto& [input, config] : spec.inputs) {
         const bool pps = input == ReferenceInput::Pps;
@@ -109,7 +110,7 @@ std::optional<i64> Unit::taiAtStart() const
     if (cmcc_) return cmcc_->config().start + cmcc_->config().leapSeconds + TAI_AHEAD_OF_GPS;
     constexpr u32 PACKET_TIME_CLASS = 4;
     for (const MpPacketRef& r : node_.config().mainProcessor.packetRefs)
-        if (r.froClassNo == PACKET_TIME_CLASS) return PtpMasterConfig{}.epoch;
+        if (r.froClassNo == PACKET_TIME_CLASS) return masterEpoch_;
     return std::nullopt;
 }
 

@@ -62,6 +62,7 @@ private:
     std::optional<T> answered(u32 unit, std::optional<T> measured) const;
 
     ose::World& world_;
+    i64 masterEpoch_;
     Node node_;
     std::map<ReferenceInput, std::unique_ptr<LineSource>> sources_;
     std::unique_ptr<GpsReceiver> gps_;

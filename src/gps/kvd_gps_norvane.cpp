@@ -288,6 +288,12 @@ const GpsNorvane& KvdLoz6TuGps_norvane() { return s->said; }
 GpsSelfTestRecord& KvdLoz6TuGps_selfTestRecord() { return s->selfTest; }
 const GpsNorvaneCounters& KvdLoz6TuGps_norvaneCounters() { return s->counters; }
 void KvdLoz6TuGps_clearNorvaneCounters() { s->counters = {}; }
+void KvdLoz6TuGps_clearNorvane()
+{
+    s->said = {};
+    s->selfTest = {};
+    s->counters = {};
+}
 
 void KvdLoz6TuGps_resetVersion()
 {

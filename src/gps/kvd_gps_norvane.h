@@ -48,6 +48,8 @@ const GpsNorvane& KvdLoz6TuGps_norvane();
 GpsSelfTestRecord& KvdLoz6TuGps_selfTestRecord();
 const GpsNorvaneCounters& KvdLoz6TuGps_norvaneCounters();
 void KvdLoz6TuGps_clearNorvaneCounters();
+/// All that the sentences said, and their counters, as before the first of them. The test override stays.
+void KvdLoz6TuGps_clearNorvane();
 /// The four GPver texts to "Unknown".
 void KvdLoz6TuGps_resetVersion();
 /// Firmware "110624" or "120510": a module that recovery can restart.

@@ -12,7 +12,6 @@
 #include "iif/tuiif_sig.h"
 #include "mgr/kvd_mgr_proc.h"
 #include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
 #include "node/platform.h"
 #include "node/sig.h"
 #include "node/trace.h"
@@ -23,7 +22,6 @@
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
 
-#include <array>
 #include <cmath>
 #include <string_view>
 
@@ -44,8 +42,7 @@ constexpr u8 STATUS_UNKNOWN = 0, STATUS_OK = 1, STATUS_FAULT = 2;
 
 struct State {
     u32 gpsState = GPS_UN_INIT;
-    std::array<GpsStateRecord, GPS_STATE_HISTORY> history{};
-    u8  historyNext = 0;
+    GpsStateHistory history;
     u32 supervision = 0;
     u32 present1pps = 0;
     u32 alarmActive = 0;
@@ -146,10 +143,7 @@ void report()
 void enter(u32 gpsState)
 {
     s->gpsState = gpsState;
-    GpsStateRecord& record = s->history[s->historyNext];
-    record.state = gpsState;
-    TuCommon_timeStamp(record.time);
-    s->historyNext = static_cast<u8>((s->historyNext + 1) % GPS_STATE_HISTORY);
+    KvdLoz6TuGps_recordState(s->history, gpsState);
     KVD_TRACE(TRACE_TUGPS_OSL, TRACE_3, "state %u", gpsState);
     if (gpsState >= GPS_WAIT_FOR_ANY_MSG && gpsState <= GPS_WAIT_FOR_OPERATIONAL) report();
 }
@@ -157,7 +151,6 @@ void enter(u32 gpsState)
 void waitForAny()
 {
     cancelReceptionTimers();
-    s->detection = {};
     gps::resetReceiverData();
     enter(GPS_WAIT_FOR_ANY_MSG);
 }
@@ -276,7 +269,7 @@ void stop()
     cancelReceptionTimers();
     cancel(s->alarmSuprTmoRef);
     gps::resetReceiverData();
-    KvdLoz6TuGps_clearNorvaneCounters();
+    KvdLoz6TuGps_clearNorvane();
     KvdLoz6TuGps_clearSerialCounters(GPS_LINE_SYNC_LINK);
     KvdLoz6TuGps_closeSerial(GPS_LINE_SYNC_LINK);
     enter(GPS_UN_INIT);
@@ -456,9 +449,9 @@ void KvdLoz6GpsOsl_printInfo()
     const GpsSerialCounters& serial = KvdLoz6TuGps_serialCounters(GPS_LINE_SYNC_LINK);
     shellPrintf("   numberOfBytesRec      : %u, too long %u\n", serial.numberOfBytesRec,
                 serial.numberOfTooLongMsgs);
-    for (u32 i = 1; i <= GPS_STATE_HISTORY; ++i) {
-        const u32 at = (s->historyNext + GPS_STATE_HISTORY - i) % GPS_STATE_HISTORY;
-        if (s->history[at].state == 0) continue;
-        shellPrintf("   %s  %s\n", s->history[at].time, KvdLoz6TuGps_gpsStateText(s->history[at].state));
+    shellPrintf("   State history, newest first:\n");
+    for (u8 row = 0; row < s->history.count; ++row) {
+        const GpsStateRecord& record = s->history.rows[row];
+        shellPrintf("   %s  %s\n", record.time, KvdLoz6TuGps_gpsStateText(record.state));
     }
 }

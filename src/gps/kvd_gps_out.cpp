@@ -239,6 +239,13 @@ double regulatorGpsTime()
     return t_c + t_f - delta0.c - delta0.f + KvdLoz6TuReg_sfcGpsOffset();
 }
 
+/// To the whole second at the connector; the next pulse shows what became of a failure.
+void adjustCounter()
+{
+    if (tuHwIf_adjustGpsOutTime(s->boardDelay_ns) != 0)
+        KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "Failed to adjust GPS OUT counter");
+}
+
 /// The first interrupt after a lock arms, the next adjusts: the counter then has been read once.
 void alignOutput(bool isUsable)
 {
@@ -253,7 +260,7 @@ void alignOutput(bool isUsable)
         s->adjustArmed = 1;
         return;
     }
-    tuHwIf_adjustGpsOutTime(s->boardDelay_ns);
+    adjustCounter();
     s->pp1sAligned = 1;
     changeState(s->gpsOutState == OUT_TIMEOFFSET_LOCKED ? EV_ALIGNED : EV_FREQUENCY);
 }
@@ -384,11 +391,17 @@ gpsout::State& gpsout::state() { return *s; }
 
 void gpsout::setTime(double gpsTime)
 {
-    constexpr double WEEK_s = 604800.0;
-    s->gpsTime = gpsTime > 0 ? static_cast<u64>(gpsTime) : 0;
-    const double weeks = static_cast<double>(s->gpsTime) / WEEK_s;
-    s->gpsTimeWeek = static_cast<u32>(weeks);
-    s->gpsTimeTOW = static_cast<u32>((weeks - s->gpsTimeWeek) * WEEK_s + 0.5);
+    constexpr u32 WEEK_s = 604800;
+    const double weeks = gpsTime > 0 ? gpsTime / WEEK_s : 0;
+    u32 week = static_cast<u32>(weeks);
+    u32 tow = static_cast<u32>((weeks - week) * WEEK_s + 0.5);
+    if (tow == WEEK_s) {
+        tow = 0;
+        ++week;
+    }
+    s->gpsTimeWeek = week;
+    s->gpsTimeTOW = tow;
+    s->gpsTime = u64{week} * WEEK_s + tow;
 }
 
 bool gpsout::classTest(u8 regState, u8 rcState)
@@ -421,7 +434,8 @@ void gpsout::changeState(u32 event)
         return;
     }
     s->gpsOutState = EVENTS[event].act();
-    KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "GPS OUT STATE (%u -> %u)", before, s->gpsOutState);
+    if (s->gpsOutState != before)
+        KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "GPS OUT STATE (%u -> %u)", before, s->gpsOutState);
 }
 
 // ---- public -------------------------------------------------------------------------------------
@@ -512,7 +526,7 @@ void KvdLoz6GpsOut_prepareTimeStep()
 
 void KvdLoz6GpsOut_timeStepped()
 {
-    if (s->gpsOutState > OUT_INIT_SERIAL_PORT) tuHwIf_adjustGpsOutTime(s->boardDelay_ns);
+    if (s->gpsOutState > OUT_INIT_SERIAL_PORT) adjustCounter();
 }
 
 u32 KvdLoz6GpsOut_time(double& time)

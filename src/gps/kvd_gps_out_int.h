@@ -61,7 +61,8 @@ struct State {
 };
 State& state();
 
-/// Week and second of the week of that many whole seconds since the GPS epoch.
+/// Week and second of the week of the whole second next to this time, s since the GPS epoch: the pulse leaves
+/// the counter before its second by the way to the connector.
 void setTime(double gpsTime);
 /// Regulator states 5, 10 and 11, or clock states 3 and 4.
 bool classTest(u8 regState, u8 rcState);

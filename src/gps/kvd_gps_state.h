@@ -22,6 +22,18 @@ struct GpsStateRecord {
     char time[GPS_TIME_TEXT] = "";
 };
 
+/// The last states with their times, newest first. A receiver whose sentences come late toggles between the
+/// two operational states every second: the latest pair of such rows is kept and not all of them.
+struct GpsStateHistory {
+    GpsStateRecord rows[GPS_STATE_HISTORY];
+    u8 count = 0;
+    bool wasValid = false;                 // OPERATIONAL_WITH_VALID_TIME is the newest row
+    bool droppedBack = false;              // OPERATIONAL came after it, at the time noted
+    char droppedTime[GPS_TIME_TEXT] = "";
+};
+/// Notes that `state` is entered now.
+void KvdLoz6TuGps_recordState(GpsStateHistory& history, u32 state);
+
 u32  KvdLoz6TuGps_gpsState();
 /// Stores the state and its row of the history.
 void KvdLoz6TuGps_storeGpsState(u32 state);

@@ -63,7 +63,7 @@ int tuHwIf_writeBfnOutPacked(u32 inc_diff, u32 e_sfc, u32 rc_state, u32 jump,
 
 int  tuHwIf_readGpsOutTime(double& period, double& time);
 int  tuHwIf_readGpsOutSfc(u16& mfn, u16& sfn, u32& inc);
-void tuHwIf_adjustGpsOutTime(i32 delayEighths);
+int  tuHwIf_adjustGpsOutTime(i32 delayEighths);
 /// The computation of adjustGpsOutTime, traced only.
 void tuHwIf_printGpsOutTime(i32 delayEighths);
 int  tuHwIf_adjustGpsOutOffset(u32 frames, u32 inc);

@@ -140,12 +140,12 @@ int tuHwIf_readGpsOutSfc(u16& mfn, u16& sfn, u32& inc)
     return result;
 }
 
-void tuHwIf_adjustGpsOutTime(i32 delayEighths)
+int tuHwIf_adjustGpsOutTime(i32 delayEighths)
 {
     Sfc c;
     if (readGpsOut(c) != 0) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to read register for GPS OUT");
-        return;
+        return 1;
     }
     const GpsOutStep step = gpsOutStep(c, delayEighths);
     KVD_TRACE(
@@ -154,10 +154,11 @@ void tuHwIf_adjustGpsOutTime(i32 delayEighths)
         c.mfn, c.sfn, c.inc, step.t_f_out, step.t_f_diff, step.x, step.frames, step.inc);
     if (step.frames == 0 && step.inc == 0) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "No adjustment necessary");
-        return;
+        return 0;
     }
-    if (tuHwIf_adjustGpsOutOffset(step.frames, step.inc) != 0)
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Failed to adjust GPS OUT counter");
+    if (tuHwIf_adjustGpsOutOffset(step.frames, step.inc) == 0) return 0;
+    KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Failed to adjust GPS OUT counter");
+    return 1;
 }
 
 void tuHwIf_printGpsOutTime(i32 delayEighths)

@@ -97,6 +97,7 @@ WorldImpl::~WorldImpl()
 
 u64  World::seed() const { return impl_->seed; }
 Time World::now() const { return impl_->now; }
+Time World::nextDue() const { return impl_->events.nextDue(); }
 
 EventId WorldImpl::at(Time when, std::function<void()> action)
 {

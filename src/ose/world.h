@@ -54,6 +54,8 @@ public:
 
     u64  seed() const;
     Time now() const;
+    /// When the next event is due, INT64_MAX for never: for who ties the world to a time of his own.
+    Time nextDue() const;
 
     /// Runs `action` at `when` (not before now), outside of any process. Equal due times run in
     /// order of request. Actions may use the world and the systems, not the process operations of

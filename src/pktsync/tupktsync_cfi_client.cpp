@@ -21,6 +21,7 @@ struct State {
     u32 selectedPv = 0;
     node::CfiProxy* proxy = nullptr;
     std::array<TuPktsyncGroup, TUPKTSYNC_GROUPS> groups;
+    bool isAsked = false;            // a join or leave is out: the service takes one at a time
 };
 ose::ModuleData<State> s;
 
@@ -114,22 +115,48 @@ void onServerDown(const Signal* sig)
 
 void join(TuPktsyncGroup& g)
 {
+    if (s->isAsked) {
+        g.joinNeeded = 1;
+        return;
+    }
     const u32 result = node::Cfi_joinMulticastReq(s->proxy, DEVICE, g.mac, PTP_FRAMES, g.groupType);
     if (result != 0)
         KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
                   "TuPktsync_CFI_client: Cfi_joinMulticastReq failed, result=%u", result);
+    s->isAsked = result == 0;
     g.state = GROUP_JOIN_PENDING;
     g.joinNeeded = 0;
 }
 
 void leave(TuPktsyncGroup& g)
 {
+    if (s->isAsked) {
+        g.leaveNeeded = 1;
+        return;
+    }
     const u32 result = node::Cfi_leaveMulticastReq(s->proxy, DEVICE, g.mac, PTP_FRAMES, g.groupType);
     if (result != 0)
         KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
                   "TuPktsync_CFI_client: Cfi_leaveMulticastReq failed, result=%u", result);
+    s->isAsked = result == 0;
     g.state = GROUP_LEAVE_PENDING;
     g.leaveNeeded = 0;
+}
+
+/// What waited for another request's answer goes on.
+void serveWaiting()
+{
+    for (TuPktsyncGroup& g : s->groups) {
+        if (s->isAsked) return;
+        if (g.state == GROUP_NONE && g.joinNeeded != 0 && g.users > 0) join(g);
+        if (g.state != GROUP_JOINED || g.leaveNeeded == 0) continue;
+        if (g.users == 0) {
+            leave(g);
+        } else {
+            g.leaveNeeded = 0;               // another user has come: it stays
+            TuPktsync_SyncrefCtrl_CfiRemoveReady(g.groupType);
+        }
+    }
 }
 
 /// The result of a confirmation; a refused one leaves the group as it is.
@@ -145,24 +172,30 @@ bool isGood(const Signal* sig, const char* request)
 
 void onJoined(const Signal* sig)
 {
-    if (!isIn(CFI_ATTACHED, "CFI_JOIN_MULTICAST_CFM") || !isGood(sig, "join")) return;
-    for (TuPktsyncGroup& g : s->groups) {
-        if (g.state != GROUP_JOIN_PENDING) continue;
-        g.state = GROUP_JOINED;
-        TuPktsync_SyncrefCtrl_CfiSetupReady(g.groupType);
-        if (g.leaveNeeded != 0 && g.users == 0) leave(g);
-    }
+    if (!isIn(CFI_ATTACHED, "CFI_JOIN_MULTICAST_CFM")) return;
+    s->isAsked = false;
+    if (isGood(sig, "join"))
+        for (TuPktsyncGroup& g : s->groups) {
+            if (g.state != GROUP_JOIN_PENDING) continue;
+            g.state = GROUP_JOINED;
+            TuPktsync_SyncrefCtrl_CfiSetupReady(g.groupType);
+            if (g.leaveNeeded != 0 && g.users == 0) leave(g);
+        }
+    serveWaiting();
 }
 
 void onLeft(const Signal* sig)
 {
-    if (!isIn(CFI_ATTACHED, "CFI_LEAVE_MULTICAST_CFM") || !isGood(sig, "leave")) return;
-    for (TuPktsyncGroup& g : s->groups) {
-        if (g.state != GROUP_LEAVE_PENDING) continue;
-        g.state = GROUP_NONE;
-        TuPktsync_SyncrefCtrl_CfiRemoveReady(g.groupType);
-        if (g.joinNeeded != 0 && g.users > 0) join(g);
-    }
+    if (!isIn(CFI_ATTACHED, "CFI_LEAVE_MULTICAST_CFM")) return;
+    s->isAsked = false;
+    if (isGood(sig, "leave"))
+        for (TuPktsyncGroup& g : s->groups) {
+            if (g.state != GROUP_LEAVE_PENDING) continue;
+            g.state = GROUP_NONE;
+            TuPktsync_SyncrefCtrl_CfiRemoveReady(g.groupType);
+            if (g.joinNeeded != 0 && g.users > 0) join(g);
+        }
+    serveWaiting();
 }
 
 void onFrame(Signal* sig)
@@ -184,6 +217,7 @@ void onFrame(Signal* sig)
 void TuPktsync_CFI_client_init()
 {
     s->state = CFI_NOT_AVAILABLE;
+    s->isAsked = false;
     for (u32 i = 0; i < TUPKTSYNC_GROUPS; ++i) {
         s->groups[i] = {};
         s->groups[i].groupType = i;

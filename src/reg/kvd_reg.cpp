@@ -2,6 +2,7 @@
 
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_out.h"
+#include "gps/kvd_gps_state.h"
 #include "hw/hali.h"
 #include "hw/hwif_sig.h"
 #include "hw/kvd_hwif.h"
@@ -399,6 +400,7 @@ void KvdLoz6TuReg_sendTimeData()
     data.regState = KvdLoz6TuReg_regState();
     data.rcState = KvdLoz6TuIifAdm_radioClockState();
     data.selectedRef = KvdLoz6TuIifAdm_selectedRef();
+    data.gpsState = static_cast<u8>(KvdLoz6TuGps_gpsState());
     data.jumpIndication = KvdLoz6TuReg_jumpState() != JUMP_NOT_NEEDED ? 1 : 0;
     Signal* sig = reinterpret_cast<Signal*>(ind);
     KvdLoz6TuIifAdm_send(&sig);

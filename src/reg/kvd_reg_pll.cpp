@@ -57,6 +57,7 @@ constexpr pll::Needs NEEDS = {
     .adjustTime = KvdLoz6TuReg_adjust_time,
     .clearMod = [] { KvdLoz6TuReg_setMod(0.0); },
     .writeHistory = KvdLoz6TuReg_writeHistoryFromPll,
+    .forceStatus = KvdLoz6TuIifAdm_setForceSend,
     .lastRegulatorState = KvdLoz6TuIifAdm_reportPllState,
     .lastSlaveRegulatorState = KvdLoz6TuIifAdm_reportSlavePllState,
     .setFreqLocked = [] { KvdLoz6TuReg_setRegState(FREQLOCKED); },
@@ -179,7 +180,7 @@ void KvdLoz6TuReg_pllPrintInfo()
     shellPrintf("   regulation mode      : %u\n", p.regulationMode);
     for (u32 i = 0; i < pll::LOG_ENTRIES; ++i) {
         const pll::LogEntry& entry = p.log[(p.logIndex + i) % pll::LOG_ENTRIES];
-        if (entry.mode == pll::MODE_NONE) continue;
+        if (entry.time[0] == '\0') continue;
         const bool isSlave = entry.mode == pll::MODE_IDL1 || entry.mode == pll::MODE_IDL2;
         shellPrintf("   %.27s  %-6s  %s\n", entry.time, MODE_TEXT[entry.mode],
                     isSlave ? KvdLoz6TuReg_slavePllStateText(entry.state)

@@ -62,10 +62,10 @@ void unlocked(double phaseDiff)
     p.writeToFlash = 0;
     if (c.unreliableMeasCnt < UNRELIABLE) {
         ++c.unreliableMeasCnt;
-        ++c.samples;
+        ++c.samplesInUnlocked;
         return;
     }
-    if (c.samples > DRIFTING_AFTER) pll::needs().report(KVD_TUIIF_FREQUENCY_DRIFTING);
+    if (c.samplesInUnlocked > DRIFTING_AFTER) pll::needs().report(KVD_TUIIF_FREQUENCY_DRIFTING);
     const double d = std::fabs(phaseDiff - p.targetDiff);
     if (d > NEW_TARGET_s) {
         p.targetDiff = phaseDiff;
@@ -81,7 +81,7 @@ void unlocked(double phaseDiff)
     } else {
         pll::filter(phaseDiff - p.targetDiff);
     }
-    ++c.samples;
+    ++c.samplesInUnlocked;
 }
 
 void offsetLocked(double phaseDiff)

@@ -45,7 +45,8 @@ Pll& vars();
 /// Cleared at a state's first run; a master's two loops and a slave have a set of their own.
 struct Counters {
     u8  changeStateCounter = 0;
-    u32 samples = 0;                            // in Unlocked, or in holdover
+    u32 samplesInUnlocked = 0;
+    u32 samples = 0;                            // in holdover
     u8  unreliableMeasCnt = 0;
     u8  changeToOffsetLockedCounter = 0;
     u8  changeToUnlockedCounter = 0;
@@ -94,6 +95,7 @@ struct Needs {
     void (*clearMod)();
     void (*writeHistory)(bool toFlash, double y);
     // reports
+    void (*forceStatus)();                      // the next status goes out even if it is the last one's
     void (*lastRegulatorState)(u32 pllState);
     void (*lastSlaveRegulatorState)(u32 slavePllState);
     void (*setFreqLocked)();

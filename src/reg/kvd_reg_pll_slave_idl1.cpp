@@ -117,11 +117,11 @@ void unlocked(double phaseDiff)
         ++c.unreliableMeasCnt;
         event(EV_SLAVE_PLL_UNRELIABLE_MEASUREMENT);
     } else {
-        if (c.samples > FREE_RUNNING_AFTER) pll::needs().report(KVD_TUIIF_SLAVE_FREE_RUNNING);
+        if (c.samplesInUnlocked > FREE_RUNNING_AFTER) pll::needs().report(KVD_TUIIF_SLAVE_FREE_RUNNING);
         if (s->preSteps < PRE_STEPS) preStep(phaseDiff);
         else                         pullIn(phaseDiff);
     }
-    ++c.samples;
+    ++c.samplesInUnlocked;
     s->previous = phaseDiff;
 }
 

@@ -64,10 +64,10 @@ void unlocked(double phaseDiff)
     p.writeToFlash = 0;
     if (c.unreliableMeasCnt < UNRELIABLE) {
         ++c.unreliableMeasCnt;
-        ++c.samples;
+        ++c.samplesInUnlocked;
         return;
     }
-    if (c.samples > FAILED_AFTER) pll::needs().timeSyncFailed();
+    if (c.samplesInUnlocked > FAILED_AFTER) pll::needs().timeSyncFailed();
     const double d = std::fabs(phaseDiff - p.targetDiff);
     if (d > NEW_TARGET_s) {
         p.targetDiff = phaseDiff;
@@ -84,7 +84,7 @@ void unlocked(double phaseDiff)
     } else {
         regulate(phaseDiff - p.targetDiff);
     }
-    ++c.samples;
+    ++c.samplesInUnlocked;
 }
 
 void offsetLocked(double phaseDiff)

@@ -127,6 +127,7 @@ void pll::changeState(u32 to)
     p.currState = to;
     KVD_TRACE(TRACE_PLL, TRACE_INFO, "State change: %s -> %s", KvdLoz6TuReg_pllStateText(from),
               KvdLoz6TuReg_pllStateText(to));
+    needs().forceStatus();
     if (needs().action() != INRSI_CLIENT_ACTION_BFN_ALIGN) needs().lastRegulatorState(to);
     const bool locks = to == PLL_OffsetLocked || to == PLL_Locked;
     if (isGpsOsl() && (locks || (to == PLL_Uninitialized && from == PLL_Unlocked)))
@@ -146,6 +147,7 @@ void pll::changeSlaveState(u32 to)
     p.currSlaveState = to;
     KVD_TRACE(TRACE_PLL, TRACE_INFO, "State change: %s -> %s", KvdLoz6TuReg_slavePllStateText(from),
               KvdLoz6TuReg_slavePllStateText(to));
+    needs().forceStatus();
     needs().lastSlaveRegulatorState(to);
     if (to == SLAVE_PLL_Locked || (from == SLAVE_PLL_Unlocked && to == SLAVE_PLL_Uninitialized))
         needs().setFreqLocked();

@@ -73,9 +73,19 @@ void onServerUp(PROCESS server)
     node::Ngpduhif_connEstablish(peer(server), s->protocolRev, s->unitData.apn);
 }
 
+/// True when an answer to the connection request is awaited. One that comes late or twice would leave a
+/// connection that nobody supervises, or end the one that stands.
+bool awaitsAnswer(const char* what)
+{
+    if (s->availabilityStatus == NGPDUHIF_INITIATING && s->factoryPid != 0) return true;
+    KVD_TRACE(TRACE_NGPDUHIF, TRACE_INFO, "%s not asked for, dropped, availabilityStatus=%u", what,
+              s->availabilityStatus);
+    return false;
+}
+
 void onConnEstablishCfm(const KvdNgpduhifConnEstablishCfm* cfm, PROCESS server)
 {
-    if (cfm == nullptr) return;
+    if (cfm == nullptr || !awaitsAnswer("KVD_NGPDUHIF_CONN_ESTABLISH_CFM")) return;
     s->servicePid = server;
     s->serverRef = cfm->serverRef;
     s->nodeIdentifier = cfm->nodeIdentifier;
@@ -87,7 +97,7 @@ void onConnEstablishCfm(const KvdNgpduhifConnEstablishCfm* cfm, PROCESS server)
 
 void onConnEstablishRej(const KvdNgpduhifConnEstablishRej* rej)
 {
-    if (rej == nullptr) return;
+    if (rej == nullptr || !awaitsAnswer("KVD_NGPDUHIF_CONN_ESTABLISH_REJ")) return;
     detachFrom(s->serviceAttachRef);
     clearPids();
     s->availabilityStatus = NGPDUHIF_UNAVAILABLE;

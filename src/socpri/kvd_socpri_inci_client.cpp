@@ -298,6 +298,11 @@ void onConnEstablishCfm(const InciConnEstablishCfm* cfm, PROCESS peer)
                   cfm->procedureRef, cfm->protocolRevision);
         return;
     }
+    if (c->factoryPid == 0) {                  // rejected before, or asked for by nobody
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "confirmation not asked for, dropped, clientRef=0x%x",
+                  c->clientRef);
+        return;
+    }
     c->servicePid = peer;
     c->serverRef = cfm->connectionRef;
     c->availabilityStatus = INCI_AVAILABLE;
@@ -312,7 +317,7 @@ void onConnEstablishRej(const InciRej* rej)
               "PSX_IW_NGSC_INCI_CONN_ESTABLISH_REJ procedureRef=0x%x errorCode=%u", rej->procedureRef,
               rej->errorCode);
     Client* const c = clientByRef(rej->procedureRef);
-    if (c == nullptr) return;
+    if (c == nullptr || c->availabilityStatus != INCI_INITIATING) return;   // late: the connection stands
     detachFromServer(*c);
     clearPids(*c);
     c->availabilityStatus = INCI_UNAVAILABLE;

@@ -22,6 +22,7 @@ constexpr u8  PORTS_WITH_X = 7;
 constexpr u8  NO_PORT = 255;
 constexpr u32 SLOTS = 4;                       // units behind one port
 constexpr u32 NO_UNIT = 0xFFFFFFFF;
+constexpr AttachRef NO_ATTACH = 0xFFFFFFFF;
 
 enum Availability : u32 { INRSI_AVAILABLE = 0, INRSI_INITIATING = 1, INRSI_UNAVAILABLE = 2 };
 enum LinkStatus : u8 { LINK_NOT_AVAILABLE = 0, LINK_PRESENT = 1, LINK_AVAILABLE = 2 };
@@ -112,7 +113,7 @@ struct Role;
 struct Client {
     const Role* role = nullptr;
     PROCESS factoryPid = 0, servicePid = 0;
-    AttachRef attach = 0;
+    AttachRef attach = NO_ATTACH;
     u32 numberOfRevisions = 1;
     u32 protocolRev[1] = {INRSI_PROTOCOL_REV};
     u32 procedureRef = 0, connectionRef = 0;
@@ -172,6 +173,13 @@ void startPortTimer(TimerRef& timer, OSTIME time_ms, SIGSELECT sigNo, u8 port);
 inline void cancelTimer(TimerRef& timer)
 {
     if (timer != 0) ose::cancel_tmo(&timer);
+}
+/// Clears the timer that has expired. False for a time-out that lay in the queue when its timer was stopped.
+inline bool isDue(TimerRef& timer)
+{
+    const bool due = timer != 0;
+    cancelTimer(timer);
+    return due;
 }
 inline void startPhaseTimer(Client& c, u8 port)
 {

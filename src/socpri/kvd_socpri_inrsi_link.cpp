@@ -171,29 +171,28 @@ void resetPortStatus(Client& c, u8 port)
 
 // ---- connection ---------------------------------------------------------------------------------
 
-/// 1 when the server is there already. One hunt a name is enough, for ever.
-int huntFor(u32 name)
+/// One hunt a name is enough, for ever.
+void huntFor(u32 name)
 {
     if (s->huntsPending[name] == 0) {
         auto* up = node::make<InrsiServerUpInd>(INRSI_SERVER_UP_IND);
         up->name = name;
         Signal* sig = reinterpret_cast<Signal*>(up);
         s->huntsPending[name] = 1;
-        if (ose::hunt(INRSI_SERVER_NAMES[name], 0, nullptr, &sig) != 0) return 1;
+        if (ose::hunt(INRSI_SERVER_NAMES[name], 0, nullptr, &sig) != 0) return;
     }
+    // Not there yet: the hunt stands until it comes.
     KVD_TRACE(TRACE_INRSI, TRACE_INFO, "Failed to hunt for process: %s", INRSI_SERVER_NAMES[name]);
-    return 0;
 }
 
-/// 0 when the service is on its way.
+/// 1 when the server is hunted for already, or connected.
 int connEstablish(Client& c)
 {
     if (c.availabilityStatus != INRSI_UNAVAILABLE) return 1;
     c.availabilityStatus = INRSI_INITIATING;
     c.factoryPid = c.servicePid = 0;
-    int found = 0;
-    for (u32 name = 0; name < std::size(INRSI_SERVER_NAMES); ++name) found |= huntFor(name);
-    return found != 0 ? 0 : 1;
+    for (u32 name = 0; name < std::size(INRSI_SERVER_NAMES); ++name) huntFor(name);
+    return 0;
 }
 
 void forgetServer(Client& c)
@@ -259,6 +258,7 @@ void onConnEstablishRej(Client& c, const InrsiErrorRej* rej)
     if (rej == nullptr || !awaitsAnswer(c, "INRSI_CONN_ESTABLISH_REJ")) return;
     KVD_TRACE(TRACE_INRSI, TRACE_INFO, "received INRSI_CONN_ESTABLISH_REJ: errorCode=%u", rej->errorCode);
     ose::detach(&c.attach);
+    c.attach = NO_ATTACH;
     forgetServer(c);
     KvdLoz6TuIifAdm_sendSocpriStartRsp(0);
     log(c, INRSI_CL_EV_CONN_ESTABLISH_REJ, KEEP);
@@ -266,8 +266,8 @@ void onConnEstablishRej(Client& c, const InrsiErrorRej* rej)
 
 void onServerDown(Client& c)
 {
-    if (c.attach == 0) return;
-    c.attach = 0;
+    if (c.attach == NO_ATTACH) return;
+    c.attach = NO_ATTACH;
     log(c, INRSI_CL_EV_SERVER_DOWN, KEEP);
     c.role->serverLost();
     forgetServer(c);
@@ -514,7 +514,7 @@ void leave(Client& c)
     for (TimerRef& timer : c.phaseDataTmo) cancelTimer(timer);
     for (TimerRef& timer : c.measRetrieveTmo) cancelTimer(timer);
     for (u8 port = 0; port < PORTS; ++port) stopSupervision(c, port);
-    if (c.attach != 0) ose::detach(&c.attach);
+    if (c.attach != NO_ATTACH) ose::detach(&c.attach);
     initiate(c, *c.role);
 }
 

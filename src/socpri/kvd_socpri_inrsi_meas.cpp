@@ -65,11 +65,7 @@ void failOrder(u32 syncStatus)
 }
 
 /// A measurement whose answer nobody waits for any more doesn't stand in the way of the next.
-bool isAbandoned()
-{
-    return action() != INRSI_CLIENT_ACTION_FREQ_SCANNING && focus() < PORTS_WITH_X &&
-           client().measRetrieveTmo[focus()] == 0;
-}
+bool isAbandoned() { return focus() < PORTS_WITH_X && client().measRetrieveTmo[focus()] == 0; }
 
 /// Whatever answer came has closed the measurement that was open.
 void closeMeasurement()
@@ -180,24 +176,18 @@ void handleLinkDownIndication(u8 port)
 
 OSTIME retrieveTime() { return isInOrder() ? RETRIEVE_ORDER_ms : record().measRetrieveTimeMs; }
 
-namespace {
-
-/// Another measurement is open still: a scan is refused, other orders wait for its end.
-void meetOpenMeasurement()
-{
-    KVD_TRACE(TRACE_INRSI, TRACE_INFO, "Measurement already ongoing!");
-    log(INRSI_CL_EV_MEAS_ONGOING_CONFLICT, KEEP);
-    if (action() != INRSI_CLIENT_ACTION_FREQ_SCANNING) return startFrequencyTimer();
-    record().measOngoing = 0;                  // so that the next order isn't refused as well
-    failOrder(FREQ_MEAS_PROBLEM);
-}
-
-}  // namespace
-
+/// The order before has left its measurement open: a scan is refused for that, other orders aren't.
 void sendInrsiGetFreqDiffReq()
 {
     if (action() == INRSI_CLIENT_IDLE || focus() == NO_PORT) return;
-    if (record().measOngoing != 0 && !isAbandoned()) return meetOpenMeasurement();
+    if (record().measOngoing != 0) {
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO, "Measurement already ongoing!");
+        log(INRSI_CL_EV_MEAS_ONGOING_CONFLICT, KEEP);
+        if (action() == INRSI_CLIENT_ACTION_FREQ_SCANNING) {
+            record().measOngoing = 0;          // so that the next one isn't refused as well
+            return failOrder(FREQ_MEAS_PROBLEM);
+        }
+    }
     if (!chooseUnit(LINK_PRESENT)) return putOffFrequency();
     begin(INRSI_GET_FREQ_DIFF2_REQ, KvdLoz6TuIifAdm_sendInrsiGetFreqDiff2ReqFwd);
 }
@@ -356,7 +346,10 @@ void onPhase(u32 sharedUnitId, u32 high, u32 low, u32 valid)
 
 void rejectSupervision(u8 port)
 {
-    if (port < PORTS) client().supervision[port].supMeasOngoing = 0;
+    if (port >= PORTS)                             // of a unit that is gone, or of port X's when that had the focus
+        return traceIncompatible("handleInrsiGetPhaseDiffRej", INRSI_CL_EV_PHASE_DIFF_REJ_UNEXPECTED_ACTION);
+    cancelTimer(client().measRetrieveTmo[port]);
+    client().supervision[port].supMeasOngoing = 0;
     superviseIfLinked(client(), port);
     sendSupervisionStatus(port, PHASE_MEAS_MISSING);
 }
@@ -375,9 +368,8 @@ void handleInrsiGetPhaseDiffRej(u32 sharedUnitId, u32 errorCode)
     KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): sharedUnitId=%u, errorCode=%u", __func__, sharedUnitId,
               errorCode);
     log(INRSI_CL_EV_PHASE_DIFF_REJ, KEEP);
-    if (belongsToSupervision(port, sharedUnitId)) {
+    if (port != focus() && sharedUnitId != client().sharedUnitId) {
         record().measOngoing = 0;
-        cancelTimer(client().measRetrieveTmo[port]);
         return rejectSupervision(port);
     }
     closeMeasurement();
@@ -393,14 +385,12 @@ void handleInrsiGetPhaseDiffRej(u32 sharedUnitId, u32 errorCode)
 
 void onFreqDataTimeout()
 {
-    cancelTimer(record().freqDataTmo);
-    sendInrsiGetFreqDiffReq();
+    if (isDue(record().freqDataTmo)) sendInrsiGetFreqDiffReq();
 }
 
 void onPhaseDataTimeout(const InrsiPortTmo* tmo)
 {
-    if (tmo == nullptr || tmo->port >= PORTS_WITH_X) return;
-    cancelTimer(client().phaseDataTmo[tmo->port]);
+    if (tmo == nullptr || tmo->port >= PORTS_WITH_X || !isDue(client().phaseDataTmo[tmo->port])) return;
     if (tmo->port == focus())
         sendInrsiGetPhaseDiffReq();
     else if (tmo->port == PORT_X)
@@ -419,8 +409,7 @@ void supervisionUnanswered(u8 port)
 
 void onRetrieveTimeout(const InrsiPortTmo* tmo)
 {
-    if (tmo == nullptr || tmo->port >= PORTS_WITH_X) return;
-    cancelTimer(client().measRetrieveTmo[tmo->port]);
+    if (tmo == nullptr || tmo->port >= PORTS_WITH_X || !isDue(client().measRetrieveTmo[tmo->port])) return;
     if (tmo->port != focus()) return supervisionUnanswered(tmo->port);
     record().measOngoing = 0;
     log(INRSI_CL_EV_MEAS_TMO_EXPIRED, KEEP);
@@ -431,8 +420,7 @@ void onRetrieveTimeout(const InrsiPortTmo* tmo)
 
 void onSupervisionTimeout(const InrsiPortTmo* tmo)
 {
-    if (tmo == nullptr || tmo->port >= PORTS) return;
-    cancelTimer(client().supervision[tmo->port].timer);
+    if (tmo == nullptr || tmo->port >= PORTS || !isDue(client().supervision[tmo->port].timer)) return;
     if (tmo->port != focus()) requestSupervision(client(), tmo->port);
 }
 

@@ -56,7 +56,7 @@ void onGoToTimeHoldover()
 
 void onHoldoverTimeout()
 {
-    cancelTimer(record().holdoverTmo);
+    if (!isDue(record().holdoverTmo)) return;
     log(INRSI_CL_EV_HO_TMO_EXPIRED, KEEP);
     KvdLoz6TuReg_pll_setState(PLL_Unlocked);
     setToIdle();

@@ -191,8 +191,7 @@ void onPhaseRej(const InrsiUnitRej* rej)
 
 void onPhaseDataTimeout(const InrsiPortTmo* tmo)
 {
-    if (tmo == nullptr || tmo->port >= PORTS) return;
-    cancelTimer(client().phaseDataTmo[tmo->port]);
+    if (tmo == nullptr || tmo->port >= PORTS || !isDue(client().phaseDataTmo[tmo->port])) return;
     if (tmo->port != focus()) return requestSupervision(client(), tmo->port);
     KVD_TRACE(TRACE_INRSI, TRACE_INFO,
               "%s(): KVD_TUMGR_INRSI_REQUEST_PHASE_DATA_TMO expired on port not being used for supervision "
@@ -202,15 +201,14 @@ void onPhaseDataTimeout(const InrsiPortTmo* tmo)
 
 void onRetrieveTimeout(const InrsiPortTmo* tmo)
 {
-    if (tmo == nullptr) return;
+    if (tmo == nullptr || tmo->port >= PORTS || !isDue(client().measRetrieveTmo[tmo->port])) return;
     log(INRSI_CL_EV_MEAS_TMO_EXPIRED, KEEP);
     failSample(tmo->port);
 }
 
 void onSupervisionTimeout(const InrsiPortTmo* tmo)
 {
-    if (tmo == nullptr || tmo->port >= PORTS) return;
-    cancelTimer(client().supervision[tmo->port].timer);
+    if (tmo == nullptr || tmo->port >= PORTS || !isDue(client().supervision[tmo->port].timer)) return;
     if (tmo->port != focus()) requestSupervision(client(), tmo->port);
 }
 

@@ -34,6 +34,10 @@ expect 2 "a bad series" run "$dir/good.toml" --oscillator "$dir/bad.txt"
 grep -q 'bad.txt:2: ' "$dir/err" || { echo "no file and line of the series"; failed=1; }
 expect 2 "no such option" run "$dir/good.toml" --colour red
 expect 2 "no command"
+expect 2 "no such interface" run "$dir/good.toml" --ptp-if nowhere0
+grep -q '^nowhere0: there is no such network interface$' "$dir/err" || { echo "the interface isn't named"; failed=1; }
+expect 2 "nobody to put on it" run "$dir/good.toml" --ptp-if gm1=lo
+expect 2 "an interface at another speed" run "$dir/good.toml" --ptp-if lo --speed 10
 printf '# heading\n$GPGGA,1\r\n$GPXYZ,1*00\r\n' >"$dir/good.log"
 : >"$dir/empty.log"
 expect 0 "a log of a receiver" nmea "$dir/good.log" --verbose

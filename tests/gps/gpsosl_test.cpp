@@ -2,6 +2,7 @@
 // end's clock state.
 #include "gps/gps_sig.h"
 #include "gps/kvd_gps_osl.h"
+#include "node/trace.h"
 #include "tests/gps/gps_unit.h"
 
 #include <gtest/gtest.h>
@@ -45,6 +46,21 @@ struct OslUnit : bench::RefUnit {
         });
     }
     u32 remote() { return node.inProgram(KvdLoz6GpsOsl_remoteState); }
+    std::string info()
+    {
+        std::string output;
+        node.shell().run("kvdinfo tugps_osl", output);
+        return output;
+    }
+    /// One of the texts of a refused sentence.
+    bool toldWhy()
+    {
+        for (const char* text : {"Checksum incorrect or missing", "Sentence length error", "not handled",
+                                 "field too large"})
+            if (node.traces().has(text)) return true;
+        return false;
+    }
+    u32 sentences() { return std::stoul(info().substr(info().find("numberOfNmeaMsgs") + 24)); }
     /// gpsOslStatus of the attributes.
     u32 status()
     {
@@ -98,6 +114,10 @@ TEST(GpsOsl, ADamagedSentenceGivesNoTimeAndNoClockState)
     // Each character of both sentences in turn, another in its place.
     for (const std::string& whole : {gpppr(500), gpout("05,1,2,0,1")}) {
         OslUnit unit;
+        unit.node.inProgram([] {
+            node::traceSetProgramMask(0xFFFFFFFF);
+            return 0;
+        });
         for (std::size_t at = 1; at + 2 < whole.size(); ++at) {
             std::string text = whole;
             text[at] = text[at] == '3' ? '4' : '3';
@@ -106,9 +126,17 @@ TEST(GpsOsl, ADamagedSentenceGivesNoTimeAndNoClockState)
             unit.supervise(GPSOSL_REF, true);
             unit.ms(5);
             unit.becomeOperational();
+            const u32 counted = unit.sentences();
+            unit.node.traces().clear();
             unit.say(text);
             EXPECT_NE(unit.query(), 7u);
             EXPECT_EQ(unit.remote(), 13u);
+            EXPECT_EQ(unit.sentences(), counted + 1);
+            EXPECT_TRUE(unit.toldWhy());
+            // The next good ones are taken, from the beginning again where no unit speaks like that.
+            for (u32 good = 0; good < 5 && unit.query() != 7; ++good)
+                good % 2 == 0 ? unit.time() : unit.say(GPOUT_LOCKED);
+            EXPECT_EQ(unit.query(), 7u);
         }
     }
 }
@@ -176,6 +204,41 @@ TEST(GpsOsl, TheFarEndsClockStateIsForgottenByARestartAlone)
     unit.supervise(GPSOSL_REF, false);
     unit.supervise(GPSOSL_REF, true);
     EXPECT_EQ(unit.remote(), 13u);
+}
+
+TEST(GpsOsl, TheHistoryTellsAnHourWithoutItsLateSentences)
+{
+    OslUnit unit;
+    unit.becomeOperational();
+    for (u32 i = 0; i < 3'600; ++i) unit.time(1'000);        // falls back after 800 ms of each
+    const std::string info = unit.info();
+    std::size_t at = info.find("State history");
+    for (const char* state : {"Operational with 1PPS and Time message", "1PPS present", "1PPS not present",
+                              "Wait for valid messages", "No messages", "GPS serial port initialized"}) {
+        at = info.find(state, at);
+        ASSERT_NE(at, std::string::npos) << state << "\n" << info;
+    }
+    EXPECT_EQ(info.find("Operational with"), info.rfind("Operational with"));
+}
+
+TEST(GpsOsl, TheEndOfSupervisionForgetsWhatTheFarEndSaid)
+{
+    OslUnit unit;
+    unit.becomeOperational();
+    unit.say(gpout("13,1,2,1,1"));
+    const auto qualities = [&] { return unit.node.mainProcessor().all(KVD_TUIIF_QUALITY_LEVEL_IND).size(); };
+    const std::string SAID = "remoteJumpIndication  : 1\n   remoteGnssTimeInfo    : 2\n"
+                             "   remoteGnssDataInfo    : 1\n   is Master             : 1";
+    EXPECT_NE(unit.info().find(SAID), std::string::npos);
+    const std::size_t told = qualities();
+    unit.time();
+    EXPECT_EQ(qualities(), told);                            // the same quality again
+    unit.supervise(GPSOSL_REF, false);
+    EXPECT_EQ(unit.info().find(": 1\n   remoteGnss"), std::string::npos);
+    unit.supervise(GPSOSL_REF, true);
+    unit.ms(5);
+    unit.becomeOperational();
+    EXPECT_EQ(qualities(), told + 1);
 }
 
 }  // namespace

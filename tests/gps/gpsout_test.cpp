@@ -3,6 +3,7 @@
 #include "gps/kvd_gps_serial.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_pll.h"
+#include "hw/hali.h"
 #include "hw/hwif_sig.h"
 #include "iif/tuiif_sig.h"
 #include "ref/ref_types.h"
@@ -243,6 +244,60 @@ TEST(GpsOut, ALoopThatHasTimeCountsWithTheStoredRegulatorState)
             KvdLoz6GpsOut_pllStateChanged(c.pllState);
         });
         EXPECT_EQ(unit.state(), c.to);
+    }
+}
+
+TEST(GpsOut, ACounterThatCantBeReadIsToldAndTheOutputGoesOn)
+{
+    constexpr const char *READ = "Unable to read register for GPS OUT", *ADJUST = "Failed to adjust GPS OUT counter";
+    OutUnit unit;
+    unit.call([] { HALI_init(); });
+    unit.start(1);
+    unit.regulator(TRUETIME);
+    unit.pulse();                             // arms
+    EXPECT_EQ(unit.node.traces().count({READ}), 0u);
+    unit.node.board().faults.outputMfn = 25;
+    unit.node.traces().clear();
+    unit.pulse();
+    EXPECT_EQ(unit.state(), 6u);
+    EXPECT_EQ(unit.node.traces().count({READ}), 2u);
+    EXPECT_EQ(unit.node.traces().count({ADJUST}), 1u);
+    unit.call([] { KvdLoz6GpsOut_timeStepped(); });
+    EXPECT_EQ(unit.node.traces().count({ADJUST}), 2u);
+    unit.node.board().faults.outputMfn = -1;
+    unit.call([] { KvdLoz6GpsOut_timeStepped(); });
+    EXPECT_EQ(unit.node.traces().count({ADJUST}), 2u);
+}
+
+TEST(GpsOut, OnlyAChangeOfStateIsTraced)
+{
+    OutUnit unit;
+    unit.call([] { KvdLoz6GpsOut_stop(); });
+    EXPECT_EQ(unit.node.traces().count({"GPS OUT STATE"}), 0u);
+    unit.start(1);
+    EXPECT_EQ(unit.node.traces().count({"GPS OUT STATE (1 -> 2)"}), 1u);
+    for (const u32 event : {0u, 7u}) unit.call([=] { gpsout::changeState(event); });
+    EXPECT_EQ(unit.node.traces().count({"State violation"}), 2u);
+    EXPECT_EQ(unit.state(), 2u);
+}
+
+TEST(GpsOut, TheSecondIsTheOneWhosePulseLeavesTheCounterEarly)
+{
+    constexpr double EARLY = 40e-9;           // s, the way to the connector
+    struct Case { double time; u32 week, tow; };
+    OutUnit unit;
+    for (const Case& c : std::to_array<Case>({{0.0, 0, 0},
+                                              {564.0 - EARLY, 0, 564},
+                                              {604800.0 - EARLY, 1, 0},
+                                              {604800.0, 1, 0},
+                                              {604799.4, 0, 604799},
+                                              {2245 * 604800.0 + 101 - EARLY, 2245, 101},
+                                              {-1.0, 0, 0}})) {
+        SCOPED_TRACE(c.time);
+        unit.call([&] { gpsout::setTime(c.time); });
+        EXPECT_EQ(unit.look().gpsTimeWeek, c.week);
+        EXPECT_EQ(unit.look().gpsTimeTOW, c.tow);
+        EXPECT_EQ(unit.look().gpsTime, c.week * 604800ull + c.tow);
     }
 }
 

@@ -251,7 +251,8 @@ TEST(PtpBadMessage, StampsOfOneSetAloneMakeAnExchange)
         EXPECT_EQ(exchanges(), 6u);
         // An egress stamp of another clock leaves this one's answer waiting.
         receive(ptp::write(from(ptp::DELAY_RESP, 7)));
-        const u8 other[8] = {0, 7, 0, 1, PTP_DELAY_REQ, 0, 0, 0}, own[8] = {0, 7, 0, 0, PTP_DELAY_REQ, 0, 0, 0};
+        const u8 other[8] = {0, 7, 0, 1, PTP_DELAY_REQ, 0, 0, 0};
+        const u8 own[8] = {0, 7, 0, 0, PTP_DELAY_REQ, 0, 0, 0};
         TuPktsync_PTP_egressTimestamp(other, {1000, 0});
         EXPECT_EQ(b.traced("PktSyncDrvTimestampInd for non-existing syncrefId(1)"), 1u);
         EXPECT_EQ(ptpClockOf(0)->delay.sample.sequenceId, 0u);
@@ -402,15 +403,18 @@ TEST(PtpBadSignaling, ChangesNothingAndTheNextGrantIsTaken)
          "Signaling message received with 11 residual octets "},
         {"half a TLV's header", {good}, [](ptp::Message& m) { m.length = 47; }, 0,
          "Signaling message received with 3 residual octets "},
-        {"a grant one octet short", {as(good, 7)}, AS_IT_IS, 0, "Signaling TLV of unsupported type (5) received "},
-        {"a grant of nothing", {as(good, 0)}, AS_IT_IS, 0, "Signaling TLV of unsupported type (5) received "},
+        {"a grant one octet short", {as(good, 7)}, AS_IT_IS, 0,
+         "Signaling TLV of unsupported type (5) received "},
+        {"a grant of nothing", {as(good, 0)}, AS_IT_IS, 0,
+         "Signaling TLV of unsupported type (5) received "},
         {"a cancel one octet short", {{ptp::TLV_CANCEL, {0xB0}}}, AS_IT_IS, 0,
          "Signaling TLV of unsupported type (6) received "},
         {"an acknowledgement one octet short", {{ptp::TLV_ACK_CANCEL, {0xB0}}}, AS_IT_IS, 0,
          "Signaling TLV of unsupported type (7) received "},
         {"a request", {{ptp::TLV_REQUEST, {0xB0, 1, 0, 0, 1, 44}}}, AS_IT_IS, 0,
          "Signaling TLV of unsupported type (4) received "},
-        {"a TLV of no type", {{0xFFFF, {1, 2}}}, AS_IT_IS, 0, "Signaling TLV of unsupported type (65535) received "},
+        {"a TLV of no type", {{0xFFFF, {1, 2}}}, AS_IT_IS, 0,
+         "Signaling TLV of unsupported type (65535) received "},
         {"a grant of another flow", {grant(ptp::SYNC, 0, 300)}, AS_IT_IS, 0,
          "Unexpected Unicast_Grant for messageType Sync received for syncrefId 0 in state "
          "UC_NEG_WAIT_ANNOUNCE_GRANT"},
@@ -440,8 +444,8 @@ TEST(PtpBadSignaling, ChangesNothingAndTheNextGrantIsTaken)
             EXPECT_EQ(ptpUcNegState(0), u32{UC_NEG_WAIT_ANNOUNCE_GRANT});
             EXPECT_EQ(ptpSeen().sent.size(), 1u);
             // What is wrong leaves the message's other TLVs good.
-            const bool isWhole = c.cut == 0 && m.length == 0 && m.target.clock == OWN && m.target.number == 1 &&
-                                 m.domain == DOMAIN;
+            const bool isWhole = c.cut == 0 && m.length == 0 && m.target.clock == OWN &&
+                                 m.target.number == 1 && m.domain == DOMAIN;
             if (isWhole) m.tlvs.push_back(good);
             give(isWhole ? m : signaling({good}));
             EXPECT_EQ(ptpUcNegState(0), u32{UC_NEG_WAIT_ANNOUNCE_MSG});
@@ -541,7 +545,8 @@ TEST(PtpNegotiation, GoesOnWithoutASendBuffer)
         EXPECT_EQ(ptp::read(octets.data(), octets.size())->sequence, 2u);    // the lost one had its own
         ptpSeen().noBuffer = true;
         TuPktsync_delete_ptp_clock(0);
-        EXPECT_EQ(b.node.traces().count({"Failed to allocate send buffer for syncrefId 0!", "", TRACE_1}), 3u);
+        EXPECT_EQ(b.node.traces().count({"Failed to allocate send buffer for syncrefId 0!", "", TRACE_1}),
+                  3u);
     });
 }
 

@@ -292,6 +292,55 @@ TEST(PacketGroups, JoinsAndLeavesThatCross)
     EXPECT_EQ(cfi.groups(), std::set<sim::MacAddress>{TUPKTSYNC_GROUP_MAC[1]});
 }
 
+TEST(PacketGroups, OneRequestIsOutAtATime)
+{
+    PacketUnit u;
+    u.on();
+    auto& mp = u.node.mainProcessor();
+    auto& cfi = u.node.cfi();
+    cfi.confirmsGroups = false;
+    const auto confirm = [&] {
+        cfi.confirmGroups();
+        u.run(0.1);
+    };
+    sim::MpPacketRef other = ethernetRef(2, 2);
+    other.multicastAddress = 1;
+    mp.createPacketRef(ethernetRef(1, 1));
+    mp.createPacketRef(other);
+    u.run(0.1);
+    EXPECT_EQ(cfi.received(CFI_JOIN_MULTICAST_REQ), 1u);
+    EXPECT_EQ(u.group(1).state, u32{GROUP_NONE});
+    EXPECT_EQ(u.group(1).users, 1u);
+    confirm();
+    EXPECT_TRUE(u.created(1, 4) && !u.created(2, 4));
+    EXPECT_EQ(cfi.received(CFI_JOIN_MULTICAST_REQ), 2u);
+    confirm();
+    EXPECT_TRUE(u.created(2, 4));
+    // Both are to be left: the second waits, and stays after all when somebody comes for it.
+    mp.deletePacketRef(1, 4);
+    mp.deletePacketRef(2, 4);
+    u.run(0.1);
+    EXPECT_EQ(cfi.received(CFI_LEAVE_MULTICAST_REQ), 1u);
+    EXPECT_EQ(u.group(1).state, u32{GROUP_JOINED});
+    other.froId = other.domain = 3;
+    mp.createPacketRef(other);
+    u.run(0.1);
+    EXPECT_TRUE(u.created(3, 4));
+    EXPECT_EQ(u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM), 0u);
+    confirm();
+    EXPECT_EQ(u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM), 2u);
+    EXPECT_EQ(cfi.received(CFI_LEAVE_MULTICAST_REQ), 1u);
+    EXPECT_EQ(cfi.groups(), std::set<sim::MacAddress>{TUPKTSYNC_GROUP_MAC[1]});
+    // A refused request is answered too: it doesn't hold the next one up.
+    mp.deletePacketRef(3, 4);
+    mp.createPacketRef(ethernetRef(4, 4));
+    u.run(0.1);
+    EXPECT_EQ(cfi.received(CFI_JOIN_MULTICAST_REQ), 2u);
+    u.inject(CfiResultCfm{CFI_LEAVE_MULTICAST_CFM, 3, 6, 1}, cfi.pid());
+    EXPECT_EQ(u.traces("TuPktsync_CFI_client: error result = 6\nin leave multicast cfm"), 1u);
+    EXPECT_EQ(cfi.received(CFI_JOIN_MULTICAST_REQ), 3u);
+}
+
 TEST(PacketGroups, ARefusedJoinLeavesTheReferenceWaiting)
 {
     PacketUnit u;

@@ -48,9 +48,9 @@ TEST(SyncrefRequests, ARequestInTheWrongStateIsToldAndNotAnswered)
                 EXPECT_EQ(events(), Events{});
                 EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), control.state);
             });
-            EXPECT_EQ(b.node.traces().count({std::string(request.name) +
-                                                 " request received from FRO when not READY: state=" + control.text,
-                                             "", control.level}), 1u);
+            const std::string text = std::string(request.name) +
+                                     " request received from FRO when not READY: state=" + control.text;
+            EXPECT_EQ(b.node.traces().count({text, "", control.level}), 1u);
         }
         // A selection counts but in REINIT, and finds nothing there that it could select.
         b.step([] { TuPktsync_SyncrefCtrl_selectionInd(8, 4, PKTSYNC_SELECT); });
@@ -103,8 +103,8 @@ TEST(SyncrefRequests, RequestsThatContradictTheTableAreToldAndNotAnswered)
              TuPktsyncClockRqmt rqmt{126, 125, 14, 0xFF, 7, 0x22, 1, {80, 82, 84, 86, 90}};
              TuPktsync_SyncrefCtrl_clockRqmtInd(rqmt);
          },
-         "minPktInterval=126, maxPktInterval=125, freqClockClass=14, freqClockAccuracy=0xff, timeClockClass=7, "
-         "timeClockAccuracy=0x22, stratumLevel=1, freqClockClassG8265_1=80,82,84,86,90"},
+         "minPktInterval=126, maxPktInterval=125, freqClockClass=14, freqClockAccuracy=0xff, "
+         "timeClockClass=7, timeClockAccuracy=0x22, stratumLevel=1, freqClockClassG8265_1=80,82,84,86,90"},
     };
     Bench b;
     b.in([] {

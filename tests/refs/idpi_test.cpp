@@ -2,7 +2,11 @@
 #include "refs/kvd_idpi_int.h"
 #include "tests/refs/idl_unit.h"
 
+#include <cstddef>
+#include <functional>
 #include <map>
+#include <span>
+#include <vector>
 
 namespace {
 
@@ -146,6 +150,107 @@ TEST(IdpiConnection, WithoutTheCapabilityPortsAreKnownButNothingIsAsked)
     EXPECT_EQ(unit.activePorts(), 2u);
     EXPECT_EQ(unit.get(KvdLoz6Idpi_portAvailable), 0u);
     EXPECT_EQ(unit.mp().count(KVD_TUIIF_IDL2_TIME_DATA_IND), 0u);
+}
+
+/// A signal that names no port of this unit, comes in no order, or is cut off.
+struct Stray { const char* what; std::vector<std::byte> bytes; const char* trace; };
+
+template <typename T>
+std::vector<std::byte> bytesOf(SIGSELECT sigNo, const std::function<void(T&)>& fill = {},
+                               std::size_t size = sizeof(T))
+{
+    T sig{};
+    sig.sigNo = sigNo;
+    if (fill) fill(sig);
+    const auto bytes = std::as_bytes(std::span<const T, 1>(&sig, 1));
+    return {bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size)};
+}
+
+std::vector<std::byte> linkStatus(u16 nearPort, bool valid, u16 nearDu = 1,
+                                  std::size_t size = sizeof(IdpiLinkStatusInd))
+{
+    return bytesOf<IdpiLinkStatusInd>(IDPI_LINK_STATUS_IND, [&](IdpiLinkStatusInd& ind) {
+        ind.dunDataValid = ind.portDataValid = valid ? 1 : 0;
+        ind.nearEndPortNo = nearPort;
+        ind.nearEndDuId = nearDu;
+        ind.farEndPortNo = 3;
+        ind.farEndDuId = 2;
+        ind.status = 0;
+    }, size);
+}
+
+std::vector<std::byte> delayOf(u16 port)
+{
+    return bytesOf<IdpiGetDelayCfm>(IDPI_GET_DELAY_CFM, [port](auto& cfm) { cfm.portNo = port; });
+}
+std::vector<std::byte> refusalOf(u16 port)
+{
+    return bytesOf<IdpiGetDelayReq>(IDPI_GET_DELAY_REJ, [port](auto& rej) { rej.portNo = port; });
+}
+
+TEST(IdpiBadInput, IsTracedAndTheNextRoundGoesOn)
+{
+    constexpr const char* OUT_OF_RANGE = "Port ID out of range";
+    constexpr const char* NOT_IN_TABLE = "not in port table, Ignore IDPI indication";
+    constexpr const char* INACTIVE = "Received IDL2 delay data for inactive port";
+    constexpr const char* REJECTED = "received IDPI_GET_DELAY_REJ for port";
+    PortUnit unit;
+    unit.traceAll();
+    const u32 connections = unit.idpi().connections();
+    for (const Stray& stray : std::vector<Stray>{
+             {"port 0",                     linkStatus(0, true),       OUT_OF_RANGE},
+             {"port 7",                     linkStatus(7, true),       OUT_OF_RANGE},
+             {"port 65535",                 linkStatus(0xFFFF, true),  OUT_OF_RANGE},
+             {"port 0, not valid",          linkStatus(0, false),      NOT_IN_TABLE},
+             {"port 7, not valid",          linkStatus(7, false),      NOT_IN_TABLE},
+             {"port 1 of another unit",     linkStatus(1, false, 9),   NOT_IN_TABLE},
+             {"port 2, never told",         linkStatus(2, false),      NOT_IN_TABLE},
+             {"a status without its end",   linkStatus(1, true, 1, 26), "too short"},
+             {"delay of port 0",            delayOf(0), INACTIVE},
+             {"delay of port 7",            delayOf(7), INACTIVE},
+             {"delay of a port without link", delayOf(2), INACTIVE},
+             {"delay refused of port 0",    refusalOf(0), REJECTED},
+             {"delay refused of port 7",    refusalOf(7), REJECTED},
+             {"delay refused of a port without link", refusalOf(2), REJECTED},
+             {"connected twice",            bytesOf<IdpiRefs>(IDPI_CONN_ESTABLISH_CFM),
+              "IDPI_CONN_ESTABLISH_CFM not asked for"},
+             {"rejected once connected",    bytesOf<IdpiConnEstablishRej>(IDPI_CONN_ESTABLISH_REJ),
+              "IDPI_CONN_ESTABLISH_REJ not asked for"}}) {
+        SCOPED_TRACE(stray.what);
+        const std::size_t traced = unit.traces(stray.trace);
+        unit.node.system().inject(stray.bytes, unit.manager(), unit.idpi().pid());
+        unit.run(0.001);
+        EXPECT_EQ(unit.traces(stray.trace), traced + 1);
+        EXPECT_EQ(unit.activePorts(), 2u);
+        EXPECT_EQ(unit.port(0).farDu, 2u);
+        EXPECT_EQ(unit.get(KvdLoz6Idpi_availabilityStatus), u32{IDPI_AVAILABLE});
+        EXPECT_NEAR(static_cast<double>(unit.roundsIn(0.4)), 10.0, 1.0);
+    }
+    EXPECT_EQ(unit.idpi().connections(), connections);
+}
+
+// Status before the connection, a delay before its request: what is known stays, nothing is sent for it.
+TEST(IdpiBadInput, InTheWrongOrderStandsForNothing)
+{
+    sim::NodeConfig c = idlConfig(MASTER);
+    c.idpi.present = false;
+    IdlUnit unit{c, 2.0};
+    unit.traceAll();
+    unit.inject(SIGSELECT{IDPI_REQUEST_DATA_TMO});
+    IdpiGetDelayCfm delay{};
+    delay.sigNo = IDPI_GET_DELAY_CFM;
+    delay.portNo = 1;
+    unit.inject(delay);
+    IdpiGetCapabilityCfm cfm{};
+    cfm.sigNo = IDPI_GET_CAPABILITY_CFM;
+    cfm.count = 0xFFFF;                          // more than the signal holds
+    cfm.capability[0] = {IDPI_CAPABILITY_DELAY, 1, 0};
+    unit.inject(cfm);
+    EXPECT_EQ(unit.traces("IDPI SUBSCRIBE LINK STATUS failed"), 1u);
+    EXPECT_EQ(unit.traces("Received IDL2 delay data for inactive port"), 1u);
+    EXPECT_EQ(unit.get(KvdLoz6Idpi_portAvailable), 0u);
+    EXPECT_EQ(unit.mp().count(KVD_TUIIF_IDL2_TIME_DATA_IND), 0u);
+    EXPECT_EQ(unit.get(KvdLoz6Idpi_availabilityStatus), u32{IDPI_INITIATING});
 }
 
 }  // namespace

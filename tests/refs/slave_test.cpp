@@ -80,6 +80,57 @@ TEST(Idl1Slave, DropsWhatItCannotUse)
     }
 }
 
+// A word with one bit turned, in every field, between good ones: what no counter holds is refused; a phase
+// that is off comes and goes; the coarse time stays, flags are echoed once.
+TEST(Idl1Slave, OneDamagedWordLeavesTheNextGoodOneAsItWas)
+{
+    constexpr u32 COUNTERS = 2, FLAGS = 3, INC_DIFF = 4, FIELDS = 5;
+    struct Case { const char* field; u32 reg; u32 firstBit, bits; bool refused; };
+    for (const Case& c : std::to_array<Case>({
+             {"remote mfn 25",         COUNTERS, 3, 1,  true},
+             {"local mfn 25",          COUNTERS, 8, 1,  true},
+             {"local inc 1248576",     COUNTERS, 31, 1, true},
+             {"local inc",             COUNTERS, 11, 20, false},
+             {"no valid bit",          FLAGS,    31, 1, true},
+             {"parity",                FLAGS,    30, 1, true},
+             {"no extended words",     FLAGS,    29, 1, true},
+             {"remote sfn",            FLAGS,    0, 12, false},
+             {"inc_diff",              INC_DIFF, 0, 22, false},
+             {"beside inc_diff",       INC_DIFF, 22, 10, false},
+             {"e_sfc",                 FIELDS,   0, 22, false},
+             {"rc_state",              FIELDS,   22, 4, false},
+             {"coldRestartFlag_tmp",   FIELDS,   26, 1, false},
+             {"jump",                  FIELDS,   27, 1, false},
+             {"ms_flag",               FIELDS,   28, 1, false}})) {
+        SCOPED_TRACE(c.field);
+        SlaveBench b;
+        b.run(700.0);
+        b.manager([] { KvdLoz6TuReg_setLastTime(2048.0, 700.0); });
+        b.bfnIn({17, 3, 200'000}, 17, 3, {0, 2, 10, 0, 0, 1});
+        for (int i = 0; i < 3; ++i) b.interrupt();
+        ASSERT_EQ(b.phases.size(), 3u);
+        const double phase = b.phases.back();
+        const hwif::BfnExtended echo = b.sentWord();
+        for (u32 bit = c.firstBit; bit < c.firstBit + c.bits; ++bit) {
+            SCOPED_TRACE(bit);
+            const std::size_t before = b.phases.size();
+            const u32 word = b.get(c.reg);
+            b.set(c.reg, word ^ (1u << bit));
+            b.interrupt();
+            EXPECT_EQ(b.phases.size(), before + (c.refused ? 0 : 1));
+            b.set(c.reg, word);
+            for (int i = 0; i < 3; ++i) b.interrupt();           // an odd turn is over with the second
+            ASSERT_EQ(b.phases.size(), before + (c.refused ? 3 : 4));
+            EXPECT_EQ(b.phases.back(), phase);
+            EXPECT_EQ(b.meas().t_c_last, 2048.0);
+            const hwif::BfnExtended after = b.sentWord();
+            EXPECT_EQ(after.jump, echo.jump);
+            EXPECT_EQ(after.coldRestartFlag_tmp, echo.coldRestartFlag_tmp);
+            EXPECT_EQ(after.e_sfc, echo.e_sfc);
+        }
+    }
+}
+
 TEST(Idl1Master, TellsTimeOnlyWithAUsefulClock)
 {
     struct Case { u8 f_ix; double t_c_last; double t_f; u32 rcState; bool sends; u32 e_sfc; };

@@ -27,6 +27,7 @@ struct Neighbours {
     double currentFreqOffset = 0;
     bool isMaster = true, timeDataEqual = true, isTimeSyncAsked = false;
     std::optional<std::string> history;
+    bool forced = false;                         // the next status
 };
 Neighbours* now = nullptr;
 
@@ -75,6 +76,7 @@ const pll::Needs NEEDS = {
             now->history = toFlash ? "flash" : "msi";
             push({"history", *now->history});
         },
+    .forceStatus = [] { now->forced = true; },
     .lastRegulatorState = [](u32 state) { push({"lastRegulatorState", clockOfPll(state)}); },
     .lastSlaveRegulatorState =
         [](u32 state) { push({"lastRegulatorState", state == 0 ? 7 : 14 + state}); },
@@ -170,6 +172,7 @@ void nextStep()
     now->y.reset();
     now->history.reset();
     now->event = 0;
+    now->forced = false;
     now->logIndex = pll::vars().logIndex;
 }
 
@@ -371,6 +374,7 @@ TEST(PllCheckValues, StateChange)
             EXPECT_EQ(isSlave ? p.currSlaveState : p.currState, after["state"].get<u32>());
             EXPECT_EQ(isSlave ? p.prevSlaveState : p.prevState, after["prevState"].get<u32>());
             EXPECT_EQ(p.stateChanged, after["stateChangedMark"].get<u32>());
+            EXPECT_EQ(now->forced, c["from"] != c["to"]);
             if (!isSlave) {
                 EXPECT_EQ(p.holdOverVectorFull, after["holdOverVectorFull"].get<u32>());
                 EXPECT_EQ(p.holdOverVectorIndex, after["holdOverVectorIndex"].get<u32>());

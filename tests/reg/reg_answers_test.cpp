@@ -1,6 +1,7 @@
 // What the regulator answers the main processor, what it tells the other unit and the reports.
 #include "reg/support/measure_bench.h"
 
+#include "gps/kvd_gps_state.h"
 #include "reg/kvd_reg_jump.h"
 #include "ref/ref_types.h"
 
@@ -134,6 +135,7 @@ TEST(OtherUnit, TimeDataGoesUnlessTheCounterIsMoving)
             KvdLoz6TuReg_setPortSupervised(1, 0);
             if (c.jump) KvdLoz6TuReg_setJumpIdl1();
             KvdLoz6TuReg_setOffset(-5.0, 0.25);
+            KvdLoz6TuGps_storeGpsState(GPS_OPERATIONAL);
             KvdLoz6TuReg_setLastTime(3072.0, 499.0);
             estimator::state().var.x_est = {1e-6, 2e-9, 0, 0, 0, 0};
             KvdLoz6TuReg_sendTimeData();
@@ -148,6 +150,7 @@ TEST(OtherUnit, TimeDataGoesUnlessTheCounterIsMoving)
         EXPECT_EQ(sent[0].data.x_est_2, 2e-9);
         EXPECT_EQ(sent[0].data.P_est_1_1, 1e-20);
         EXPECT_EQ(sent[0].data.regState, FREQLOCKED);
+        EXPECT_EQ(sent[0].data.gpsState, GPS_OPERATIONAL);
     }
 }
 

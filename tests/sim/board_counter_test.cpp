@@ -369,10 +369,12 @@ TEST(BfnLink, LatchesTheCounterBesideTheFarUnitsWords)
             {.extended = false, .parityError = true, .valid = false, .localMfn = 25});
         EXPECT_EQ(b.read(base) >> 29, 0x2u);
         EXPECT_EQ(b.read(base + 4) >> 5 & 0x1F, 25u);
+        // The pair goes out at the second word's write, once.
         b.write(type == 1 ? A + 0x110 : C + 0xE0, 0x40000000);
+        EXPECT_FALSE(b.board.takeBfnWords());
         b.write(type == 1 ? A + 0x114 : C + 0xE4, 0x12345678);
-        EXPECT_EQ(b.board.bfnOutWord1(), 0x40000000u);
-        EXPECT_EQ(b.board.bfnOutWord2(), 0x12345678u);
+        EXPECT_EQ(b.board.takeBfnWords(), std::pair(0x40000000u, 0x12345678u));
+        EXPECT_FALSE(b.board.takeBfnWords());
     }
 }
 

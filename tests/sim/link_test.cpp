@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
+
 namespace {
 
 using namespace sim;
@@ -37,7 +40,7 @@ struct Pair {
 };
 
 // Board type 2, BFN input: flags, counters; base C of the address map.
-struct Bfn { bool valid, parity; i64 local, remote; };
+struct Bfn { bool valid, parity, extended; i64 local, remote; };
 Bfn bfnOf(Board& board)
 {
     const u32 base = board.config().baseC;
@@ -45,7 +48,7 @@ Bfn bfnOf(Board& board)
     const auto increments = [](i64 mfn, i64 sfn, i64 inc) {
         return (mfn * 4096 + sfn) * 1'228'800 + inc;
     };
-    return {flags >> 31 != 0, (flags >> 30 & 1) != 0,
+    return {flags >> 31 != 0, (flags >> 30 & 1) != 0, (flags >> 29 & 1) != 0,
             increments(counters >> 5 & 0x1F, flags >> 12 & 0xFFF, counters >> 11),
             increments(counters & 0x1F, flags & 0xFFF, 0)};
 }
@@ -72,6 +75,70 @@ TEST(BfnLink, BothEndsTogetherGiveDifferenceAndDelay)
     EXPECT_TRUE(bfnOf(p.to.node().board()).parity);
 }
 
+TEST(BfnLink, WordsArriveOnceAndAFrameWithoutThemIsNone)
+{
+    Pair p;
+    const auto link = p.link(LinkKind::Idl1, 250e-9);
+    Board &from = p.from.node().board(), &to = p.to.node().board();
+    p.world.runFor(ose::SEC);
+    EXPECT_FALSE(bfnOf(to).extended);
+    const u32 base = to.config().baseC;
+    from.write(base + 0xE0, 0x3FFFFF);
+    from.write(base + 0xE4, 0x1F654321);
+    p.world.runFor(100 * ose::MS);
+    EXPECT_TRUE(bfnOf(to).extended);
+    EXPECT_EQ(to.read(base + 0xD8), 0x3FFFFFu);
+    EXPECT_EQ(to.read(base + 0xDC), 0x1F654321u);
+    p.world.runFor(100 * ose::MS);
+    EXPECT_TRUE(bfnOf(to).valid);
+    EXPECT_FALSE(bfnOf(to).extended);
+    EXPECT_FALSE(bfnOf(from).extended);
+}
+
+TEST(BfnLink, NoiseComesBetweenTheFramesAndALongerWayMovesTheDifference)
+{
+    Pair p;
+    const auto link = p.link(LinkKind::Idl1, 250e-9);
+    Board &from = p.from.node().board(), &to = p.to.node().board();
+    link->setFault(LinkFault::Noise, 3);
+    struct Moment { ose::Time at; bool parity; };               // frames leave at 150 ms, 250 ms, ...
+    for (const Moment& m : {Moment{151, false}, Moment{176, true}, Moment{226, true}, Moment{251, false}}) {
+        p.world.runUntil(m.at * ose::MS);
+        EXPECT_EQ(bfnOf(to).parity, m.parity) << m.at;
+    }
+    link->setFault(LinkFault::Noise, 0);
+    const auto difference_s = [&] {
+        p.world.runFor(200 * ose::MS);
+        const Bfn at1 = bfnOf(from), at2 = bfnOf(to);
+        return static_cast<double>(at2.local - at2.remote - at1.local + at1.remote) / 122.88e6 / 2;
+    };
+    EXPECT_NEAR(difference_s(), 7.2, 20e-9);
+    link->setFault(LinkFault::Late, 5000);
+    EXPECT_NEAR(difference_s(), 7.2 + 2500e-9, 20e-9);
+    link->setFault(LinkFault::Late, 0);
+    link->setFault(LinkFault::Jitter, 200);
+    double most_s = 0;
+    for (int i = 0; i < 20; ++i) most_s = std::max(most_s, std::abs(difference_s() - 7.2));
+    EXPECT_GT(most_s, 150e-9);
+    EXPECT_LT(most_s, 1000e-9);
+}
+
+TEST(Link, ATurnChangesThePartsAndLeavesTheEnds)
+{
+    for (const LinkKind kind : {LinkKind::Idl1, LinkKind::Idl2}) {
+        Pair p;
+        const auto link = p.link(kind, 0.0);
+        EXPECT_EQ(&link->leader(), &p.from);
+        EXPECT_EQ(&link->follower(), &p.to);
+        link->turn();
+        EXPECT_EQ(&link->leader(), &p.to);
+        EXPECT_EQ(&link->follower(), &p.from);
+        EXPECT_EQ(&link->from(), &p.from);
+        link->turn();
+        EXPECT_EQ(&link->leader(), &p.from);
+    }
+}
+
 TEST(RadioLink, EachEndMeasuresTheOtherUnitAndNothingWhileItIsDown)
 {
     Pair p;
@@ -86,6 +153,11 @@ TEST(RadioLink, EachEndMeasuresTheOtherUnitAndNothingWhileItIsDown)
     EXPECT_EQ(frequency->diff_ppb, 8);                          // 5 ppb against -3
     EXPECT_NEAR(static_cast<double>(phase->diff_ps) * 1e-12, 7.2, 1e-6);
     EXPECT_NEAR(static_cast<double>(back->diff_ps) * 1e-12, 40.96 - 7.2, 1e-6);   // modulo a turn
+    link->setFault(LinkFault::UnstableTo, 1.0);                 // of that end alone
+    EXPECT_FALSE(p.to.farFrequency(id)->valid || p.to.farPhase(id)->valid);
+    EXPECT_TRUE(p.from.farFrequency(id)->valid && p.from.farPhase(id)->valid);
+    link->setFault(LinkFault::UnstableTo, 0.0);
+    EXPECT_TRUE(p.to.farPhase(id)->valid);
     link->setUp(false);
     EXPECT_FALSE(p.to.farFrequency(id) || p.to.farPhase(id));
     EXPECT_EQ(p.to.node().inrsi().config.links.front().status, 0);

@@ -103,6 +103,18 @@ TEST(InciClient, AnswersThatAreMissingLateTwiceOrRejections)
               [](ClientBench&, u32) {}, {1}},
              {"rejected", [](ClientBench& b, u32 r) { b.reject(r); },
               [](ClientBench& b, u32) { EXPECT_EQ(b.unit.responses(), 1u); }, {0}},
+             {"rejected, then confirmed after all", [](ClientBench& b, u32 r) { b.reject(r), b.confirm(r); },
+              [](ClientBench& b, u32) {
+                  EXPECT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_REQ), 0u);
+              },
+              {0}},
+             {"confirmed, then rejected",
+              [](ClientBench& b, u32 r) { b.confirm(r), b.reject(r), b.broadcast(r); },
+              [](ClientBench& b, u32 r) {
+                  b.peer.die(), b.run(0.1), b.peer.start();          // it is supervised still
+                  b.confirm(r), b.broadcast(r);
+              },
+              {1, 1}},
              {"for nobody",
               [](ClientBench& b, u32) { b.confirm(1), b.broadcast(1), b.confirm(0), b.broadcast(0); },
               [](ClientBench&, u32) {}, {0}},

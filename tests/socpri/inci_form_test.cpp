@@ -86,7 +86,7 @@ TEST(InciBroadcast, ClockStatesAreTranslatedWhenAskedFor)
     EXPECT_EQ(inciSyncState(0xFFFF, 1), 0u);
 }
 
-// ---- check values -------------------------------------------------------------------------------
+// ---- layouts as bytes ---------------------------------------------------------------------------
 
 /// Widths of a layout's fields in order, 0 for a byte of padding. Check values are big-endian.
 using Widths = std::vector<u8>;
@@ -130,6 +130,53 @@ std::vector<std::byte> wireOf(const T& layout, const Widths& widths)
     const auto bytes = bytesOfLayout(layout);
     return turned({bytes.begin(), bytes.end()}, widths);
 }
+
+// A field alone at its limit arrives alone, in both forms.
+TEST(InciBroadcast, NoFieldReachesAnother)
+{
+    using In = KvdNgpduhifSendBcmDataInd;
+    using Out = KvdNgpduhifReceiveBcmDataInd;
+    struct Short { const char* name; u16 In::*in; u16 Out::*out; u16 value, arrives; };
+    struct Long { const char* name; u32 In::*in; u32 Out::*out; u32 of1, of2; };
+    constexpr u32 ALL = 0xFFFFFFFF;
+    const auto check = [](const char* name, const In& in, Out wanted1, Out wanted2) {
+        SCOPED_TRACE(name);
+        wanted1.sigNo = wanted2.sigNo = KVD_NGPDUHIF_RECEIVE_BCM_DATA_IND;
+        const Out got1 = inciReceived(inciMessage(in, 0), {}), got2 = inciReceived2(inciMessage2(in, 0), {});
+        EXPECT_EQ(wireOf(got1, RECEIVED), wireOf(wanted1, RECEIVED));
+        EXPECT_EQ(wireOf(got2, RECEIVED), wireOf(wanted2, RECEIVED));
+    };
+    for (const Short& f : std::to_array<Short>({
+             {"syncNodePriority", &In::syncNodePriority, &Out::syncNodePriority, 0xFFFF, 0xFFFF},
+             {"syncRefCandidate", &In::syncRefCandidate, &Out::syncRefCandidate, 0xFFFF, 0xFFFF},
+             {"lockedTo", &In::lockedTo, &Out::lockedTo, 0xFFFF, 0xFFFF},
+             {"provider's priority", &In::syncProviderNodePriority, &Out::syncProviderNodePriority, 0xFFFF, 0xFFFF},
+             {"selected reference", &In::syncProviderSelectedReference, &Out::nodeGroupSyncRefSelected, 0xFFFF, 0xFFFF},
+             {"syncProviderSyncState", &In::syncProviderSyncState, &Out::syncProviderSyncState, 0xFFFF, 0xFFFF},
+             {"jump indication", &In::syncProviderCbfnJumpIndication, &Out::syncProviderBfnJumpIndication, 0xFFFF, 1},
+             {"hopCounter", &In::hopCounter, &Out::hopCounter, 0xFFFF, 0xFF},
+             {"mfn", &In::mfn, &Out::mfn, 31, 31}})) {
+        In in{};
+        Out out{};
+        in.*f.in = f.value;
+        out.*f.out = f.arrives;
+        check(f.name, in, out, out);
+    }
+    for (const Long& f : std::to_array<Long>({
+             {"syncProviderTimeAccuracy", &In::syncProviderTimeAccuracy, &Out::syncProviderTimeAccuracy, ALL, ALL},
+             {"seconds", &In::realTimeOffsetSeconds, &Out::dataRTOSeconds, ALL, ALL},
+             {"nanoseconds", &In::realTimeOffsetNanoSeconds, &Out::dataRTONanoseconds, ALL, ALL},
+             {"esfc", &In::esfc, &Out::esfc, 0x00FFFFFF, 0x07FFFFFF}})) {
+        In in{};
+        Out out1{}, out2{};
+        in.*f.in = ALL;
+        out1.*f.out = f.of1;
+        out2.*f.out = f.of2;
+        check(f.name, in, out1, out2);
+    }
+}
+
+// ---- check values -------------------------------------------------------------------------------
 
 void replayReceive(const json& v)
 {

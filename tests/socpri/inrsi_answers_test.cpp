@@ -37,7 +37,11 @@ TEST(InrsiStrayAnswer, OfTheOtherKindClosesTheMeasurementAndTheOrderAsksAgain)
         SIGSELECT told;
         const char* result;
     };
-    const auto selectAndGoSilent = [](SocpriUnit& u) { u.synchronise(1), u.inrsi().silentUnits = {UNIT_A}, u.run(0.15); };
+    const auto selectAndGoSilent = [](SocpriUnit& u) {
+        u.synchronise(1);
+        u.inrsi().silentUnits = {UNIT_A};
+        u.run(0.15);
+    };
     const auto scanSilent = [](SocpriUnit& u) { u.inrsi().silentUnits = {UNIT_A}, u.scan(1); };
     const auto selectSilent = [](SocpriUnit& u) { u.inrsi().silentUnits = {UNIT_A}, u.select(1); };
     for (const Case& c : std::to_array<Case>({
@@ -107,8 +111,10 @@ TEST(InrsiStrayAnswer, OfAnotherPortsSupervisionLeavesTheFocusAlone)
     EXPECT_EQ(u.supervised(), "3:7");
     for (const u32 nobody : {77u, 0u, 0xFFFFFFFFu}) {
         u.inrsi().tellPhase(nobody, {5'000'000'000'000, true});
-        u.run(LATER);
+        u.inject(InrsiUnitRej{INRSI_GET_PHASE_DIFF2_REJ, 0, 0, nobody, 3});
+        u.send(KvdTuiifInrsiGetPhaseDiff2RejFwd{KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REJ_FWD, 2, nobody, 1});
     }
+    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_SUPERVISION_STATUS_IND), 0u);
     u.run(2.0);
     EXPECT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_TIME_SYNC});
     EXPECT_EQ(u.synced(), "");
@@ -131,26 +137,53 @@ TEST(InrsiStrayAnswer, InHoldoverChangesNothing)
     EXPECT_EQ(u.get(KvdLoz6TuReg_pllState), u32{PLL_Unlocked}) << "its five minutes run on";
 }
 
-// The time of the phase's request was in the queue when the selection came: a phase is open as the
-// frequency's turn comes.
-TEST(InrsiOpenMeasurement, RefusesAScanAloneAndASelectionWaits)
+// The scan before was dropped while its request was open, which is never answered.
+TEST(InrsiOpenMeasurement, RefusesAScanAlone)
 {
     for (const bool isScan : {true, false}) {
         SCOPED_TRACE(isScan);
         SocpriUnit u{MASTER};
         u.frequencyIs(GOOD);
-        if (isScan) u.scan(1);
-        else        u.select(1);
-        u.inrsi().answer_ms = 150;               // the phase's alone
-        u.inject(InrsiPortTmo{INRSI_REQUEST_PHASE_DATA_TMO, 0});
-        u.inrsi().answer_ms = 5;
+        u.inrsi().silentUnits = {UNIT_A};
+        u.scan(1);
         u.mp().clearLog();
-        u.run(0.1);
+        if (isScan) u.scan(3);
+        else        u.select(3);
         EXPECT_TRUE(u.traced("Measurement already ongoing!"));
-        EXPECT_EQ(u.scanned(), isScan ? "1:4" : "");
+        EXPECT_EQ(u.scanned(), isScan ? "3:4" : "");
         u.run(1.0);
-        EXPECT_EQ(u.selected(), isScan ? "" : "1:1");
+        EXPECT_EQ(u.selected(), isScan ? "" : "3:1");
     }
+}
+
+// Time-outs of timers that were stopped when they lay in the queue already.
+TEST(InrsiLateTimeout, CountsForNothing)
+{
+    SocpriUnit u{MASTER};
+    u.frequencyIs(FAR);
+    u.scan(1);
+    u.inrsi().answer_ms = 60;
+    u.run(0.1);                                  // a request is open, and its time runs
+    u.inject(InrsiPortTmo{INRSI_REQUEST_PHASE_DATA_TMO, 0});
+    EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A), 0u);
+    u.inject(SIGSELECT{INRSI_REQUEST_FREQ_DATA_TMO});
+    EXPECT_EQ(u.scanned(), "") << "it isn't refused by its own request";
+    u.run(3.0);
+    EXPECT_EQ(u.scanned(), "1:4") << "after all fifteen";
+    EXPECT_EQ(u.inrsi().frequencyRequests(UNIT_A), 15u);
+
+    u.inrsi().answer_ms = 5;
+    u.lock(1);
+    u.mp().clearLog();
+    while (u.get([] { return inrsi::master::record().measOngoing; }) != 0) u.run(0.001);
+    u.inject(InrsiPortTmo{KVD_TUSOCPRI_MEAS_RETRIEVE_TMO, 0});
+    u.inject(SIGSELECT{KVD_TUSOCPRI_HOLDOVER_TMO});
+    for (const u8 port : {0, 6, 7, 255}) u.inject(InrsiPortTmo{KVD_TUSOCPRI_SUPERVISION_TMO, port});
+    u.inject(InrsiPortTmo{KVD_TUSOCPRI_MEAS_RETRIEVE_TMO, 2});
+    EXPECT_EQ(u.synced(), "");
+    EXPECT_EQ(u.supervised(), "");
+    EXPECT_TRUE(u.get(KvdLoz6TuReg_pllIsLocked));
+    EXPECT_EQ(u.inrsi().phaseRequests(UNIT_C), 0u);
 }
 
 TEST(InrsiTimeSync, GoesOnWithAnotherUnitOfThePort)
@@ -170,6 +203,22 @@ TEST(InrsiTimeSync, GoesOnWithAnotherUnitOfThePort)
 }
 
 // ---- supervision of a port that is scanned ---------------------------------------------------------
+
+// While an order is at work, a sample of another port is given the order's time.
+TEST(InrsiSupervision, IsGivenHalfASecondWhileAnOrderIsAtWork)
+{
+    SocpriUnit u{MASTER};
+    u.run(55.0);
+    u.frequencyIs(GOOD);
+    align(u);
+    u.inrsi().silentUnits = {UNIT_C};
+    for (u32 i = 0; i < 1000 && u.inrsi().phaseRequests(UNIT_C) == 0; ++i) u.run(0.01);
+    ASSERT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_BFN_ALIGN});
+    u.run(0.48);
+    EXPECT_EQ(u.supervised(), "");
+    u.run(0.03);
+    EXPECT_EQ(u.supervised(), "3:7");
+}
 
 TEST(InrsiScan, LeavesItsPortUnderSupervisionHoweverItEnds)
 {
@@ -198,8 +247,8 @@ TEST(InrsiScan, LeavesItsPortUnderSupervisionHoweverItEnds)
               "1:4"},
              {"a scan of another port",
               [](SocpriUnit& u) { u.frequencyIs(FAR), u.scan(1), u.scan(3), u.run(1.6); }, "3:4"},
-             {"the reference goes", [](SocpriUnit& u) { u.frequencyIs(FAR), u.scan(1), u.mp().selectNone(), u.run(LATER); },
-              "1:5"}})) {
+             {"the reference goes",
+              [](SocpriUnit& u) { u.frequencyIs(FAR), u.scan(1), u.mp().selectNone(), u.run(LATER); }, "1:5"}})) {
         SCOPED_TRACE(c.what);
         SocpriUnit u{MASTER};
         u.run(30.0);                             // half of its minute

@@ -172,6 +172,23 @@ TEST(InrsiLinkStatus, IsStoredByUnitAndPassedOn)
     EXPECT_EQ(std::string(fwd->huntPathPrefix), std::string(99, 'x'));
 }
 
+// The number that marks a free place comes as a unit's, and one that isn't known goes.
+TEST(InrsiLinkStatus, NumbersThatAreNoUnitsTouchNoOther)
+{
+    SocpriUnit u{MASTER};
+    u.inrsi().tellLink({.port = 1, .unit = inrsi::NO_UNIT});
+    u.inrsi().tellLink({.port = 1, .unit = 77, .status = 0});
+    u.run(LATER);
+    EXPECT_EQ(u.links(), (Strings{"1:2:-1", "1:0:77"}));
+    u.frequencyIs(InrsiFrequency{2, true});
+    u.scan(1);
+    u.run(0.5);
+    EXPECT_EQ(u.scanned(), "1:1");
+    u.run(62.0);
+    EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A), 5u);
+    EXPECT_EQ(u.inrsi().phaseRequests(inrsi::NO_UNIT) + u.inrsi().phaseRequests(77), 0u);
+}
+
 // ---- supervision ---------------------------------------------------------------------------------
 
 TEST(InrsiSupervision, TellsOncePerMinute)

@@ -81,6 +81,31 @@ TEST(NgPduhConnection, ASecondWordOfTheServiceIsHarmless)
     EXPECT_EQ(b.connections(), 2u);
 }
 
+/// Answers to the connection request that come twice, or after all.
+TEST(NgPduhConnection, AnswersThatNobodyAskedForLeaveItAsItIs)
+{
+    ProcessBench b{1, false, {.present = true, .nodeIdentifier = 0xABCD}};
+    const auto answers = [&b] {
+        const KvdNgpduhifConnEstablishCfm cfm{KVD_NGPDUHIF_CONN_ESTABLISH_CFM, 1, 9, 4, 0x1111};
+        const KvdNgpduhifConnEstablishRej rej{KVD_NGPDUHIF_CONN_ESTABLISH_REJ, 1, 9, 1};
+        b.unit.node.system().inject(bytesOfLayout(cfm), b.unit.process(), b.group().pid());
+        b.unit.node.system().inject(bytesOfLayout(rej), b.unit.process(), b.group().pid());
+        b.run(0.1);
+    };
+    answers();
+    EXPECT_EQ(b.availability(), u32{NGPDUHIF_AVAILABLE});
+    EXPECT_EQ(b.identifier(), 0xABCDu);
+    EXPECT_EQ(b.unit.traces("not asked for, dropped"), 2u);
+    b.group().die();
+    b.run(0.1);
+    answers();
+    EXPECT_EQ(b.availability(), u32{NGPDUHIF_INITIATING});
+    b.group().start();
+    b.run(0.1);
+    EXPECT_EQ(b.availability(), u32{NGPDUHIF_AVAILABLE});
+    EXPECT_EQ(b.identifier(), 0xABCDu);
+}
+
 TEST(NgPduhConnection, RejectedOrUnansweredItStaysWithout)
 {
     struct Case { const char* when; sim::Answer answer; u32 status; };

@@ -1,5 +1,5 @@
-// A scenario's words for the two units of a node at synchronisation over radio links: the main processor's part
-// between them, and what becomes of a server's answers.
+// A scenario's words for the two units of a node at synchronisation over radio links: the main
+// processor's part between them, and what becomes of a server's answers.
 #include "app/socpri_reports.h"
 #include "iif/tuiif_sig.h"
 #include "sim/scenario/link.h"
@@ -75,12 +75,13 @@ struct TwoUnits {
 
 std::string event(const char* at, const char* unit, const char* what, const std::string& words = "")
 {
-    return std::string("[[event]]\nat = \"") + at + "\"\n" + (*unit ? std::string("unit = \"") + unit + "\"\n" : "") +
-           "do = \"" + what + "\"\n" + words + "\n";
+    const std::string who = *unit ? std::string("unit = \"") + unit + "\"\n" : "";
+    return "[[event]]\nat = \"" + std::string(at) + "\"\n" + who + "do = \"" + what + "\"\n" + words + "\n";
 }
 std::string started()
 {
-    return event("5s", "sdu", "mp.socpri_start") + event("6s", "sdu", "mp.socpri_supervise", "ports = \"AB\"");
+    return event("5s", "sdu", "mp.socpri_start") +
+           event("6s", "sdu", "mp.socpri_supervise", "ports = \"AB\"");
 }
 std::string scan(const char* at) { return event(at, "mdu", "mp.socpri_scan", "port = 7"); }
 std::string focus(const char* at, const char* port)
@@ -102,11 +103,12 @@ TEST(PortXScenario, TheMasterMeasuresWhatTheFocusIsOn)
         {"given up", focus("18s", "1") + focus("19s", "0") + scan("20s"), "5", 0, 0},
         {"before the link is told", focus("4s", "1") + scan("20s"), "1", 3, 0},
         {"the units can't reach each other",
-         focus("18s", "1") + event("19s", "", "link.down") + scan("20s") + event("21s", "", "link.up") + scan("22s"),
+         focus("18s", "1") + event("19s", "", "link.down") + scan("20s") + event("21s", "", "link.up") +
+             scan("22s"),
          "5 1", 3, 0},
         {"void, refused and unanswered",
-         focus("18s", "1") + answers("19s", "invalid") + scan("20s") + answers("29s", "rejected") + scan("30s") +
-             answers("39s", "silent") + scan("40s") + answers("49s", "measured") + scan("50s"),
+         focus("18s", "1") + answers("19s", "invalid") + scan("20s") + answers("29s", "rejected") +
+             scan("30s") + answers("39s", "silent") + scan("40s") + answers("49s", "measured") + scan("50s"),
          "4 5 5 1", 15 + 1 + 1 + 3, 0},
     };
     for (const Case& c : cases) {
@@ -128,7 +130,8 @@ TEST(PortXScenario, BadWordsAreRefused)
           event("1s", "mdu", "mp.socpri_align", "port = 7\nturns_ahead = 25"),
           std::string("[[check]]\ncheck = \"socpri_told\"\nanswer = \"jump\"\n"),
           std::string("[[check]]\ncheck = \"socpri_told\"\nanswer = \"scan\"\nport = 8\n"),
-          std::string("[[unit]]\nname = \"c\"\n[[link]]\ntype = \"sdu\"\nname = \"q\"\nfrom = \"mdu\"\nto = \"c\"\n")}) {
+          std::string("[[unit]]\nname = \"c\"\n"
+                      "[[link]]\ntype = \"sdu\"\nname = \"q\"\nfrom = \"mdu\"\nto = \"c\"\n")}) {
         SCOPED_TRACE(words);
         EXPECT_THROW(sim::readScenarioText(TEXT + words, "bad"), sim::ScenarioError);
     }
