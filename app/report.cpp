@@ -274,7 +274,8 @@ void appendTimeErrors(std::string& page, const UnitRecording& unit)
 std::vector<double> limitsAbout(const PacketTime& p)
 {
     std::vector<double> limits;
-    for (const TimeClass& c : timeClasses()) if (c.maxTe_ns > 0.0) limits.push_back(c.maxTe_ns);
+    for (const TimeClass& c : timeClasses())
+        if (c.maxTe_ns > 0.0) limits.push_back(c.maxTe_ns);
     std::sort(limits.begin(), limits.end());
     const auto held = std::find_if(limits.begin(), limits.end(),
                                    [&p](double limit) { return limit >= p.maxTe_ns; });
@@ -298,7 +299,8 @@ Plot packetErrorPlot(const UnitRecording& unit, const PacketTime& p)
     for (const double limit : limitsAbout(p)) {
         const char* const look = MASK_STYLES[style++ % std::size(MASK_STYLES)];
         std::string title;
-        for (const TimeClass& c : timeClasses()) if (c.maxTe_ns == limit) title = c.name;
+        for (const TimeClass& c : timeClasses())
+            if (c.maxTe_ns == limit) title = c.name;
         plot.curves.push_back({title, look, {{begin_h, limit}, {end_h, limit}}});
         plot.curves.push_back({"", look, {{begin_h, -limit}, {end_h, -limit}}});
     }

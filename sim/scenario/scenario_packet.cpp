@@ -301,8 +301,8 @@ NetAction pathUp(TableReader& t, const Scenario& scenario, bool up)
     };
 }
 
-/// The thousand delays, s, that the unit's generator takes: from 0 to nearly `largest_s`, each once, in an order
-/// without a trend.
+/// The thousand delays, s, that the unit's generator takes: from 0 to nearly `largest_s`, each once, in an
+/// order without a trend.
 std::string evenDelays(double largest_s)
 {
     constexpr u32 COUNT = 1000, STRIDE = 617;            // prime to each other

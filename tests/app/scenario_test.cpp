@@ -100,6 +100,36 @@ TEST(Scenario, IsRefusedWithLineAndReason)
     }
 }
 
+TEST(Scenario, RefusesWhatItsPacketNetworkCantBe)
+{
+    struct Case { const char* when; std::string content; const char* refusal; };
+    const std::string net = std::string(MINIMAL) + "[[master]]\nname = \"gm1\"\n"
+                            "[[path]]\nfrom = \"gm1\"\nto = \"tu1\"\n";
+    const std::string event = net + "[[event]]\nat = 1\ndo = ";
+    for (const Case& c : std::vector<Case>{
+             {"two masters of a name", net + "[[master]]\nname = \"gm1\"\n", "there is another master 'gm1'"},
+             {"no such host", net + "[[path]]\nfrom = \"gm2\"\nto = \"tu1\"\n", "no unit or master 'gm2'"},
+             {"a share above all", net + "loss = 1.5\n", "a share lies between 0 and 1"},
+             {"a rate that isn't", net + "[[master]]\nname = \"gm2\"\nlog_sync = 20\n", "20 is outside -10 to 13"},
+             {"no such address", net + "[[master]]\nname = \"gm2\"\naddress = \"1.2.3\"\n", "an address of IP"},
+             {"no such master", event + "\"master.step\"\nmaster = \"gm9\"\nns = 1\n", "no master 'gm9'"},
+             {"a step of nothing", event + "\"master.step\"\n", "'ns' is missing"},
+             {"a frequency of nothing", event + "\"master.frequency\"\n", "'ppb' is missing"},
+             {"nothing changes", event + "\"master.set\"\n", "nothing of 'gm1' is named that changes"},
+             {"no word of a master", event + "\"master.dance\"\n", "'master.dance' is nothing that can happen"},
+             {"no way", event + "\"path.down\"\nfrom = \"gm1\"\nto = \"b\"\n", "no unit or master 'b'"},
+             {"a reference of nothing", event + "\"mp.set_packet_reference\"\nfro_id = 1\n", "'type' is missing"},
+             {"no profile", event + "\"mp.set_packet_reference\"\nfro_id = 1\ntype = \"ethernet_time\"\n"
+                                    "profile = \"J4\"\n", "'J4' is none of IEEE_1588_J3, ITU_T_G_8275_1"},
+             {"no direction", event + "\"node.pdv_file\"\ndirection = \"up\"\nus = 1\n",
+              "'up' is none of uplink, downlink"},
+         }) {
+        SCOPED_TRACE(c.when);
+        EXPECT_THAT(refusalOf(c.content), HasSubstr(c.refusal));
+    }
+    EXPECT_EQ(refusalOf(event + "\"master.step\"\nns = 1\n"), "accepted");
+}
+
 TEST(Scenario, ThatIsNotThereIsRefused)
 {
     EXPECT_THROW(sim::readScenario("/nowhere/at-all.toml"), sim::ScenarioError);

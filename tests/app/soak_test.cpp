@@ -51,6 +51,8 @@ TEST(SoakWatch, SeesWhatMustNotBe)
              {"a halt", [](Moment& m, Licence&) { m.clock = m.told = 6; }, "halted"},
              {"a halt after a fault",
               [](Moment& m, Licence& may) { m.clock = m.told = 6, may.halting = true; }, ""},
+             {"a halt after a refusal",
+              [](Moment& m, Licence& may) { m.clock = m.told = 6, may.deaf = true; }, ""},
              {"a loss of tracking", [](Moment& m, Licence&) { m.clock = m.told = 5; }, "loss of tracking"},
              {"time in frequency mode", [](Moment&, Licence& may) { may.hasTime = false; }, "frequency mode"},
              {"no reference", [](Moment& m, Licence&) { m.selected = m.wanted = 1; }, "no reference"},
