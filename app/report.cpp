@@ -229,7 +229,8 @@ Plot scoredPlot(const UnitRecording& unit, const Scores& scores)
 Plot followingPlot(const UnitRecording& unit)
 {
     constexpr double FARTHEST_ns = 1e5;
-    Plot plot{"Counter against that of " + unit.leader + ", where within 100 us", "time, h", "ns", false, {}, {}};
+    Plot plot{"Counter against that of " + unit.leader + ", where within 100 us", "time, h", "ns", false,
+              {}, {}};
     const auto locked = std::find_if(unit.states.begin(), unit.states.end(),
                                      [](const auto& c) { return isTimeLockedState(c.state); });
     if (locked == unit.states.end()) return plot;

@@ -102,7 +102,8 @@ TEST(BfnLink, NoiseComesBetweenTheFramesAndALongerWayMovesTheDifference)
     Board &from = p.from.node().board(), &to = p.to.node().board();
     link->setFault(LinkFault::Noise, 3);
     struct Moment { ose::Time at; bool parity; };               // frames leave at 150 ms, 250 ms, ...
-    for (const Moment& m : {Moment{151, false}, Moment{176, true}, Moment{226, true}, Moment{251, false}}) {
+    constexpr Moment MOMENTS[] = {{151, false}, {176, true}, {226, true}, {251, false}};
+    for (const Moment& m : MOMENTS) {
         p.world.runUntil(m.at * ose::MS);
         EXPECT_EQ(bfnOf(to).parity, m.parity) << m.at;
     }
