@@ -6,6 +6,7 @@
 #include "iif/kvd_pm.h"
 
 #include <algorithm>
+#include <cmath>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -206,6 +207,42 @@ std::string summaryText(const Recording& recording)
     return copy;
 }
 
+/// What is scored: the time error of each locked stretch about its mean.
+Plot scoredPlot(const UnitRecording& unit, const Scores& scores)
+{
+    Plot plot{"Time error, true, of each scored stretch about its mean", "time, h", "ns", false, {}, {}};
+    for (const LockedSpan& span : scores.spans) {
+        double mean_ns = 0.0;
+        const double count = static_cast<double>(span.last - span.first + 1);
+        for (std::size_t i = span.first; i <= span.last; ++i) mean_ns += unit.samples[i].timeError_ns / count;
+        std::vector<std::pair<double, double>> points;
+        for (std::size_t i = span.first; i <= span.last; ++i)
+            points.emplace_back(unit.samples[i].t / 3600.0, unit.samples[i].timeError_ns - mean_ns);
+        plot.curves.push_back({"", BLUE, thinned(points, POINTS_MAX)});
+    }
+    return plot;
+}
+
+/// From the first lock of the time on. A counter that hasn't been stepped to the leader's yet would hide
+/// the rest.
+Plot followingPlot(const UnitRecording& unit)
+{
+    constexpr double FARTHEST_ns = 1e5;
+    Plot plot{"Counter against that of " + unit.leader + ", where within 100 us", "time, h", "ns", false, {}, {}};
+    const auto locked = std::find_if(unit.states.begin(), unit.states.end(),
+                                     [](const auto& c) { return isTimeLockedState(c.state); });
+    if (locked == unit.states.end()) return plot;
+    bool isOpen = false;
+    for (const Sample& s : unit.samples) {           // no line over what is left out, NaN too
+        const bool shown = s.t >= locked->t && std::abs(s.followError_ns) <= FARTHEST_ns;
+        if (shown && !isOpen) plot.curves.push_back({"", BLUE, {}});
+        if (shown) plot.curves.back().points.emplace_back(s.t / 3600.0, s.followError_ns);
+        isOpen = shown;
+    }
+    for (Curve& c : plot.curves) c.points = thinned(c.points, POINTS_MAX);
+    return plot;
+}
+
 /// Time error with the counters' steps taken out, and against GPS time from the last step on.
 void appendTimeErrors(std::string& page, const UnitRecording& unit)
 {
@@ -226,7 +263,8 @@ void appendTimeErrors(std::string& page, const UnitRecording& unit)
                               isStepped ? "Time error, true, from the beginning, steps taken out"
                                         : "Time error, true, from the beginning",
                               "ns", &Sample::timeError_ns));
-    if (isStepped && !std::isnan(unit.samples.back().gpsTimeError_ns))
+    constexpr double ALIGNED_ns = 1e9;               // others count frames from elsewhere
+    if (isStepped && std::abs(unit.samples.back().gpsTimeError_ns) < ALIGNED_ns)
         appendPlot(page, overTime(unit, "Counter against GPS time, true, from the last step on",
                                   "ns", &Sample::gpsTimeError_ns, lastStep_s));
 }
@@ -248,14 +286,10 @@ void appendUnit(std::string& page, const UnitRecording& unit, const Recording& r
         appendPlot(page, statePlot("Quality level of the Ethernet reference, as the main processor is told",
                                    unit.qualities, recording.virtual_s));
     appendTimeErrors(page, unit);
-    if (!unit.leader.empty()) {
-        const auto locked = std::find_if(unit.states.begin(), unit.states.end(), [](const auto& c) {
-            return isTimeLockedState(c.state);
-        });
-        if (locked != unit.states.end())
-            appendPlot(page, overTime(unit, ("Counter against that of " + unit.leader).c_str(), "ns",
-                                      &Sample::followError_ns, locked->t));
-    }
+    const Plot scored = scoredPlot(unit, scores);
+    if (!scored.curves.empty()) appendPlot(page, scored);
+    const Plot following = followingPlot(unit);
+    if (!following.curves.empty()) appendPlot(page, following);
     // The warm-up would hide everything after it.
     const double lock_s = std::max(scores.timeToLock_s, 0.0);
     appendPlot(page, overTime(unit, "Frequency error, true, from the first lock on", "ppb",

@@ -76,11 +76,11 @@ public:
         recording.samples.push_back(s);
     }
 
-    void follows(sim::Unit& leader)
+    /// The unit that it follows, nullptr for none.
+    void follows(sim::Unit* leader)
     {
-        if (leader_ != nullptr) return;
-        leader_ = &leader;
-        recording.leader = leader.name();
+        leader_ = leader;
+        if (leader != nullptr) recording.leader = leader->name();
     }
 
     void command(const std::string& line)
@@ -285,10 +285,7 @@ public:
         }
         links_ = sim::makeLinks(world_, scenario, units_);
         net_ = std::make_unique<sim::PacketNet>(world_, scenario, units_);
-        for (const sim::LinkSpec& spec : scenario.links) {
-            if (spec.kind == sim::LinkKind::Inci) continue;
-            recorders_[indexOf(spec.to)]->follows(*units_[indexOf(spec.from)]);
-        }
+        takeLeaders();
         scheduleEvents();
         scheduleCommands();
         scheduleSample(0);
@@ -333,6 +330,17 @@ private:
         }
     }
 
+    /// Each unit follows the leader of its first link.
+    void takeLeaders()
+    {
+        for (std::size_t i = 0; i < units_.size(); ++i) {
+            const auto followed = std::find_if(links_.begin(), links_.end(), [&](const auto& link) {
+                return link->spec().kind != sim::LinkKind::Inci && &link->follower() == units_[i].get();
+            });
+            recorders_[i]->follows(followed != links_.end() ? &(*followed)->leader() : nullptr);
+        }
+    }
+
     void scheduleLinkEvent(const sim::EventSpec& event)
     {
         const auto link = std::find_if(links_.begin(), links_.end(), [&](const auto& l) {
@@ -342,6 +350,7 @@ private:
                   [this, &event, &link = **link, index = indexOf((*link)->spec().to)] {
                       recorders_[index]->tell("event      " + event.what);
                       event.linkAction(link);
+                      takeLeaders();
                   });
     }
 

@@ -161,10 +161,12 @@ void BiraServer::onSignal(Signal* sig, PROCESS from)
         if (size < sizeof(KvdBiraiifIdl2TogglePersistentFreqLockReq)) return;
         persistentFreqLock_ =
             reinterpret_cast<const KvdBiraiifIdl2TogglePersistentFreqLockReq*>(sig)->persistentFreqLock;
-        ++locks_;                      // a hand-over under way is off
         if (confirms) sendEmpty(from, KVD_BIRAIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_CFM);
-        if (persistentFreqLock_ == 0) lockLater();
-        return;
+        if (persistentFreqLock_ == 0) return lockLater();
+        // It keeps the hardware, and locks it for itself.
+        return later(config.lock_ms, [this, lock = ++locks_] {
+            if (lock == locks_) steerToLeader();
+        });
     }
     default:
         return;

@@ -37,6 +37,7 @@ u32 bitOf(u8 refType)
 }
 
 bool isPacket(u8 refType) { return refType == PACKET_TIME_REF || refType == PACKET_FREQ_REF; }
+bool isInterUnit(u8 refType) { return refType == IDL1_REF || refType == IDL2_REF; }
 bool isEthernet(u8 refType) { return refType >= ETHA_REF && refType <= ETHC_REF; }
 
 bool same(const MpReference& a, const MpReference& b)
@@ -137,6 +138,8 @@ void MainProcessor::superviseByName(const std::string& name, bool on)
 
 void MainProcessor::changeMaster(u8 timeMode, u8 masterSlaveMode)
 {
+    config.timeMode = timeMode;
+    config.masterSlaveMode = masterSlaveMode;
     KvdTuiifChangeMasterTuInd ind{};
     ind.sigNo = KVD_TUIIF_CHANGE_MASTER_TU_IND;
     ind.timeMode = timeMode;
@@ -274,11 +277,22 @@ bool MainProcessor::hasUsableLevel(u32 froId) const
     });
 }
 
+/// A master isn't to follow its slaves, nor a slave anything but its master.
+bool MainProcessor::suitsRole(const MpReference& ref) const
+{
+    const bool hasMaster =
+        config.masterSlaveMode == KVD_TUIIF_SLAVE_TU &&
+        std::any_of(config.references.begin(), config.references.end(),
+                    [](const MpReference& r) { return isInterUnit(r.refType); });
+    return isInterUnit(ref.refType) == hasMaster;
+}
+
 void MainProcessor::applyPolicy()
 {
     if (!config.selects || !connected()) return;
-    const auto best = std::find_if(config.references.begin(), config.references.end(),
-                                   [this](const MpReference& r) { return usable(r); });
+    const auto best =
+        std::find_if(config.references.begin(), config.references.end(),
+                     [this](const MpReference& r) { return suitsRole(r) && usable(r); });
     const MpReference wanted = best != config.references.end() ? *best : none();
     if (!same(wanted, selected_)) sendSelection(wanted);
 }

@@ -76,6 +76,7 @@ public:
     {
         send(std::as_bytes(std::span<const T, 1>(&layout, 1)));
     }
+    /// Also what the next connection is told.
     void changeMaster(u8 timeMode, u8 masterSlaveMode);
     void boardFailure(bool raised);                  // the fault alarm and its recovery
     void setTestMode(bool on);
@@ -107,6 +108,7 @@ public:
     const MpReference* reference(const std::string& name) const;
     /// What the policy takes for usable now.
     bool usable(const MpReference& reference) const;
+    bool suitsRole(const MpReference& reference) const;
 
     // ---- what the unit said ---------------------------------------------------------------------
     /// The latest of this connection; clock state 7 before the first.

@@ -39,12 +39,11 @@ std::vector<std::unique_ptr<Link>> makeLinks(ose::World& world, const Scenario& 
     std::vector<std::unique_ptr<Link>> links;
     for (const LinkSpec& spec : scenario.links)
         links.push_back(makeLink(world, spec, unitOf(spec.from), unitOf(spec.to)));
-    for (const auto& upper : links)
-        for (const auto& lower : links) {
-            auto* const above = dynamic_cast<CpriLink*>(upper.get());
-            auto* const below = dynamic_cast<CpriLink*>(lower.get());
-            if (above != nullptr && below != nullptr && above->spec().to == below->spec().from)
-                above->leadsTo(*below);
+    for (const auto& one : links)
+        for (const auto& other : links) {
+            auto* const link = dynamic_cast<CpriLink*>(one.get());
+            auto* const beside = dynamic_cast<CpriLink*>(other.get());
+            if (link != nullptr && beside != nullptr && link != beside) link->isBeside(*beside);
         }
     return links;
 }
@@ -53,7 +52,13 @@ void Link::joinNode()
 {
     forwardTimeData(from_, to_);
     forwardTimeData(to_, from_);
-    to_.node().bira().setLeader([this] { return from_.node().board().frequencyError(); });
+    joinClocks();
+}
+
+void Link::joinClocks()
+{
+    leader().node().bira().setLeader(nullptr);
+    follower().node().bira().setLeader([this] { return leader().node().board().frequencyError(); });
 }
 
 void Link::forwardTimeData(Unit& sender, Unit& receiver)

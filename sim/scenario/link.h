@@ -1,8 +1,9 @@
 // link.h - What connects two units of a scenario: the output of one at the receiver's input of the
 // other, or the BFN link between their boards.
 //
-// `from` is the unit that leads, `to` the one that follows; both must outlive the link. A link that is
-// down carries nothing either way; what is under way arrives.
+// `from` is the unit that leads at first, `to` the one that follows; a turn changes their parts, the ends
+// stay. Both must outlive the link. A link that is down carries nothing either way; what is under way
+// arrives.
 #pragma once
 #include "sim/clock/noise.h"
 #include "sim/scenario/scenario.h"
@@ -22,6 +23,10 @@ public:
     const LinkSpec& spec() const { return spec_; }
     Unit& from() { return from_; }
     Unit& to() { return to_; }
+    Unit& leader() const { return turned_ ? to_ : from_; }
+    Unit& follower() const { return turned_ ? from_ : to_; }
+    /// The one that followed leads from here on.
+    virtual void turn() { turned_ = !turned_; }
     bool isUp() const { return spec_.up; }
     virtual void setUp(bool up) { spec_.up = up; }
     void setFault(LinkFault fault, double amount) { faults_[static_cast<u32>(fault)] = amount; }
@@ -34,13 +39,17 @@ protected:
     Unit& from_;
     Unit& to_;
 
+    bool isTurned() const { return turned_; }
     /// Of two units of one node: each is told the other's time data, the follower's basic timing
     /// function has the leader's frequency.
     void joinNode();
+    /// The latter, again after a turn.
+    void joinClocks();
 
 private:
     void forwardTimeData(Unit& sender, Unit& receiver);
 
+    bool turned_ = false;
     std::array<double, LINK_FAULTS> faults_{};
 };
 

@@ -7,12 +7,14 @@
 
 namespace sim {
 
-class Board;
+struct BfnInput;
 
 class BfnLink : public Link {
 public:
     BfnLink(ose::World& world, const LinkSpec& spec, Unit& from, Unit& to);
     ~BfnLink() override;
+
+    void turn() override;
 
 private:
     struct Way {
@@ -22,6 +24,9 @@ private:
         Random damage;
     };
     void send(Way& way);
+    double passage_s(Way& way);
+    void disturb(Way& way);
+    void deliver(Way& way, double after_s, const BfnInput& in);
 
     ose::World& world_;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);

@@ -3,6 +3,7 @@
 #include "sim/board/board.h"
 #include "sim/scenario/unit.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace sim {
@@ -21,29 +22,18 @@ u64 picoseconds(double s) { return static_cast<u64>(std::llround(s * 1e12)); }
 }  // namespace
 
 CpriLink::CpriLink(ose::World& world, const LinkSpec& spec, Unit& from, Unit& to)
-    : Link(spec, from, to), world_(world), noiseFrom_(spec.noise, world.seed(), spec.name + ".from"),
-      noiseTo_(spec.noise, world.seed(), spec.name + ".to")
+    : Link(spec, from, to), world_(world),
+      atFrom_{from, to, {spec.noise, world.seed(), spec.name + ".from"},
+              {world.seed(), spec.name + ".from.jitter"}, LinkFault::UnstableFrom, spec.fromPort},
+      atTo_{to, from, {spec.noise, world.seed(), spec.name + ".to"},
+            {world.seed(), spec.name + ".to.jitter"}, LinkFault::UnstableTo, spec.toPort}
 {
     joinNode();
-    from.onDelay(spec.fromPort, [this]() -> std::optional<IdpiDelay> {
-        if (!isUp()) return std::nullopt;
-        atFrom_ = measure(from_, to_, noiseFrom_, faultAmount(LinkFault::UnstableFrom) != 0);
-        return atFrom_;
-    });
-    to.onDelay(spec.toPort, [this]() -> std::optional<IdpiDelay> {
-        if (!isUp()) return std::nullopt;
-        return measure(to_, from_, noiseTo_, faultAmount(LinkFault::UnstableTo) != 0);
-    });
-    from.node().mainProcessor().onForward([this](const MpRecord& r) {
-        if (r.sigNo == KVD_TUIIF_IDL2_SYNC_REPORT_IND)
-            if (const auto report = r.as<KvdTuiifIdl2SyncReportInd>()) report_ = *report;
-        if (r.sigNo != KVD_TUIIF_IDL2_TIME_DATA_IND) return;
-        if (above_ != nullptr && above_->isUp()) return;       // it follows itself
-        if (const auto data = r.as<KvdTuiifIdl2TimeDataInd>()) onMaster(*data, true);
-    });
-    to.node().mainProcessor().onForward([this](const MpRecord& r) {
-        if (r.sigNo == KVD_TUIIF_IDL2_TIME_DATA_IND) onFollower();
-    });
+    for (End* const end : {&atFrom_, &atTo_}) {
+        end->near.onDelay(end->port, [this, end] { return measure(*end); });
+        end->near.node().mainProcessor().onForward(
+            [this, end](const MpRecord& r) { onForward(end->near, r); });
+    }
     tellPorts();
 }
 
@@ -51,6 +41,16 @@ void CpriLink::setUp(bool up)
 {
     Link::setUp(up);
     tellPorts();
+}
+
+/// What the old leader told is void.
+void CpriLink::turn()
+{
+    Link::turn();
+    joinClocks();
+    report_ = {};
+    newest_ = {};
+    newestAt_ = -1;
 }
 
 void CpriLink::tellPorts()
@@ -64,18 +64,32 @@ void CpriLink::tellPorts()
 
 /// When the far unit's frame zero comes, by the near unit's counter: how far its counter is ahead, and
 /// the way.
-IdpiDelay CpriLink::measure(Unit& near, Unit& far, PhaseNoise& noise, bool unstable)
+std::optional<IdpiDelay> CpriLink::measure(End& end)
 {
+    if (!isUp()) return std::nullopt;
     const double now_s = static_cast<double>(world_.now()) * 1e-12;
-    const double ahead_s = counterDifference_s(near, far) + spec_.delay_s + noise.next(now_s);
+    double ahead_s = counterDifference_s(end.near, end.far) + spec_.delay_s + end.noise.next(now_s);
+    if (const double jitter_ns = faultAmount(LinkFault::Jitter); jitter_ns > 0)
+        ahead_s += jitter_ns * 1e-9 * end.jitter.gaussian();
     const double turns = std::floor(ahead_s / SFN_TURN_s);
-    const u16 told = to_.node().idpi().clkStatus();
-    IdpiDelay delay;
-    delay.T1C1_ps = picoseconds(ahead_s - turns * SFN_TURN_s + SERDES_s);
-    delay.C4T1_ps = picoseconds(SERDES_s);
-    delay.linkMode = told >= CLK_COARSE_TIME_SYNCED && told <= CLK_LAST ? 1 : 0;
-    delay.linkStability = unstable ? 0 : 1;
-    return delay;
+    const u16 told = follower().node().idpi().clkStatus();
+    end.delay.T1C1_ps = picoseconds(ahead_s - turns * SFN_TURN_s + SERDES_s);
+    end.delay.C4T1_ps = picoseconds(SERDES_s);
+    end.delay.linkMode = told >= CLK_COARSE_TIME_SYNCED && told <= CLK_LAST ? 1 : 0;
+    end.delay.linkStability = faultAmount(end.unstable) != 0 ? 0 : 1;
+    return end.delay;
+}
+
+void CpriLink::onForward(Unit& unit, const MpRecord& record)
+{
+    if (&unit == &leader() && record.sigNo == KVD_TUIIF_IDL2_SYNC_REPORT_IND)
+        if (const auto report = record.as<KvdTuiifIdl2SyncReportInd>()) report_ = *report;
+    if (record.sigNo != KVD_TUIIF_IDL2_TIME_DATA_IND) return;
+    if (&unit == &follower()) return onFollower();
+    const bool followsItself =
+        std::any_of(others_.begin(), others_.end(), [&](const CpriLink* l) { return l->follows(unit); });
+    if (followsItself) return;
+    if (const auto data = record.as<KvdTuiifIdl2TimeDataInd>()) onMaster(*data, true);
 }
 
 void CpriLink::onMaster(const KvdTuiifIdl2TimeDataInd& data, bool direct)
@@ -90,7 +104,8 @@ void CpriLink::onMaster(const KvdTuiifIdl2TimeDataInd& data, bool direct)
         newestIsDirect_ = direct;
         newestAt_ = world_.now();
     }
-    for (CpriLink* const below : below_) below->onMaster(data, false);
+    for (CpriLink* const below : others_)
+        if (&below->leader() == &follower()) below->onMaster(data, false);
 }
 
 /// Numbers of a master that tells no more are of no use.
@@ -104,12 +119,14 @@ void CpriLink::onFollower()
 
 void CpriLink::carry(const KvdTuiifIdl2TimeDataInd& data, bool direct)
 {
+    const End& leading = isTurned() ? atTo_ : atFrom_;
+    const End& following = isTurned() ? atFrom_ : atTo_;
     KvdTuiifIdl2SyncDataInd ind{};
     ind.sigNo = KVD_TUIIF_IDL2_SYNC_DATA_IND;
-    ind.apn = to_.node().config().apn;
+    ind.apn = following.near.node().config().apn;
     ind.jumpPend = data.jumpPend;
     ind.jumpInd = data.jumpInd;
-    ind.synchPortNo = static_cast<u8>(spec_.toPort - 1);
+    ind.synchPortNo = static_cast<u8>(following.port - 1);
     ind.directConn = direct ? 1 : 0;
     // What the leader reported before it followed a jump itself is void.
     const bool leaderLags = jumpAt_ >= 0 && world_.now() - jumpAt_ < JUMP_FOLLOWED;
@@ -119,15 +136,15 @@ void CpriLink::carry(const KvdTuiifIdl2TimeDataInd& data, bool direct)
     ind.mfc = data.mfn;
     ind.sfc = data.sfn;
     ind.inc = data.inc;
-    ind.nearEndportNo = static_cast<u8>(spec_.toPort - 1);
-    ind.farEndportNo = static_cast<u8>(spec_.fromPort - 1);
-    ind.delayC4T1High = static_cast<u32>(atFrom_.C4T1_ps >> 32);
-    ind.delayC4T1Low = static_cast<u32>(atFrom_.C4T1_ps);
-    ind.delayT1C1High = static_cast<u32>(atFrom_.T1C1_ps >> 32);
-    ind.delayT1C1Low = static_cast<u32>(atFrom_.T1C1_ps);
-    ind.linkMode = atFrom_.linkMode;
-    ind.linkStability = atFrom_.linkStability;
-    to_.node().mainProcessor().sendLayout(ind);
+    ind.nearEndportNo = static_cast<u8>(following.port - 1);
+    ind.farEndportNo = static_cast<u8>(leading.port - 1);
+    ind.delayC4T1High = static_cast<u32>(leading.delay.C4T1_ps >> 32);
+    ind.delayC4T1Low = static_cast<u32>(leading.delay.C4T1_ps);
+    ind.delayT1C1High = static_cast<u32>(leading.delay.T1C1_ps >> 32);
+    ind.delayT1C1Low = static_cast<u32>(leading.delay.T1C1_ps);
+    ind.linkMode = leading.delay.linkMode;
+    ind.linkStability = leading.delay.linkStability;
+    following.near.node().mainProcessor().sendLayout(ind);
 }
 
 }  // namespace sim

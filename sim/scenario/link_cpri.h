@@ -14,26 +14,32 @@ public:
     CpriLink(ose::World& world, const LinkSpec& spec, Unit& from, Unit& to);
 
     void setUp(bool up) override;
-    /// The master's time data goes on to `below`, whose leader is this link's follower.
-    void leadsTo(CpriLink& below)
-    {
-        below_.push_back(&below);
-        below.above_ = this;
-    }
+    void turn() override;
+    /// Another link of the same node: a master's time data goes from link to link, down the chain.
+    void isBeside(CpriLink& other) { others_.push_back(&other); }
 
 private:
-    IdpiDelay measure(Unit& near, Unit& far, PhaseNoise& noise, bool unstable);
+    struct End {
+        Unit& near;
+        Unit& far;
+        PhaseNoise noise;
+        Random jitter;
+        LinkFault unstable;
+        u16 port;
+        IdpiDelay delay = {};                   // as measured last
+    };
+    std::optional<IdpiDelay> measure(End& end);
     void tellPorts();
+    void onForward(Unit& unit, const MpRecord& record);
+    bool follows(const Unit& unit) const { return isUp() && &follower() == &unit; }
     void onMaster(const KvdTuiifIdl2TimeDataInd& data, bool direct);
     void onFollower();
     void carry(const KvdTuiifIdl2TimeDataInd& data, bool direct);
 
     ose::World& world_;
-    PhaseNoise noiseFrom_, noiseTo_;
-    IdpiDelay atFrom_;                          // as measured last
+    End atFrom_, atTo_;
     KvdTuiifIdl2SyncReportInd report_{};        // of the leader, when it follows another itself
-    std::vector<CpriLink*> below_;
-    const CpriLink* above_ = nullptr;           // whose follower leads here
+    std::vector<CpriLink*> others_;
     KvdTuiifIdl2TimeDataInd newest_{};          // of the master; its jumps stay until they are carried
     bool newestIsDirect_ = false;
     ose::Time newestAt_ = -1;                   // -1: none

@@ -44,13 +44,15 @@ enum class LinkFault : u8 {
     Parity,       // share of words with a parity error
     NoPulse,      // the text alone arrives
     NoText,       // the pulse alone arrives
-    Late,         // ns by which pulses come later
-    UnstableFrom, // delay unstable at the leading end
-    UnstableTo,   // at the following end
+    Late,         // ns by which pulses come later, or the leader's first words
+    UnstableFrom, // delay unstable at the end `from`
+    UnstableTo,   // at the end `to`
+    Jitter,       // ns, deviation of each passage
+    Noise,        // damaged words between two good ones
 };
-constexpr u32 LINK_FAULTS = 7;
+constexpr u32 LINK_FAULTS = 9;
 
-/// `to` follows `from`.
+/// `to` follows `from`, until a turn.
 struct LinkSpec {
     LinkKind kind = LinkKind::GpsOut;
     std::string name, from, to;

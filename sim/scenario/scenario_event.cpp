@@ -323,6 +323,8 @@ void readOfLink(TableReader& t, EventSpec& e, const Scenario& scenario)
     const auto link = std::find_if(scenario.links.begin(), scenario.links.end(),
                                    [&](const LinkSpec& l) { return l.name == e.link; });
     if (link == scenario.links.end()) t.fail("link", "there is no link '" + e.link + "'");
+    if (e.what == "link.turn" && link->kind != LinkKind::Idl1 && link->kind != LinkKind::Idl2)
+        t.fail("link", "only a link of type idl1 or idl2 can turn");
     if (e.what == "link.focus" && link->kind != LinkKind::Sdu)
         t.fail("link", "'" + e.link + "' is no link of type sdu");
     e.linkAction = readLinkEvent(e.what, t, *link);

@@ -67,8 +67,10 @@ bool suits(LinkFault fault, LinkKind kind)
     case LinkFault::Garbled:      return isOutput || kind == LinkKind::Idl1;
     case LinkFault::Parity:       return kind == LinkKind::Idl1;
     case LinkFault::NoPulse:
-    case LinkFault::NoText:
-    case LinkFault::Late:         return isOutput;
+    case LinkFault::NoText:       return isOutput;
+    case LinkFault::Late:         return isOutput || kind == LinkKind::Idl1;
+    case LinkFault::Noise:        return kind == LinkKind::Idl1;
+    case LinkFault::Jitter:       return kind == LinkKind::Idl1 || kind == LinkKind::Idl2;
     case LinkFault::UnstableFrom:
     case LinkFault::UnstableTo:   return kind == LinkKind::Idl2 || kind == LinkKind::Cpri;
     }
@@ -81,6 +83,7 @@ std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t
 {
     if (word == "link.up") return [](Link& l) { l.setUp(true); };
     if (word == "link.down") return [](Link& l) { l.setUp(false); };
+    if (word == "link.turn") return [](Link& l) { l.turn(); };
     if (word == "link.focus")
         return [port = static_cast<u8>(t.integer("port", 0, 6, 0))](Link& l) {
             dynamic_cast<SduLink&>(l).setFocus(port);
@@ -92,10 +95,16 @@ std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t
                                                           {"no_text", LinkFault::NoText},
                                                           {"late", LinkFault::Late},
                                                           {"unstable_from", LinkFault::UnstableFrom},
-                                                          {"unstable_to", LinkFault::UnstableTo}});
+                                                          {"unstable_to", LinkFault::UnstableTo},
+                                                          {"jitter", LinkFault::Jitter},
+                                                          {"noise", LinkFault::Noise}});
     if (!suits(fault, link.kind))
         t.fail("fault", "the link '" + link.name + "' is of a type that doesn't have this fault");
     const double amount = t.number("amount", 1.0);
+    constexpr double AMOUNT_MAX = 1e9;               // ns: a second
+    constexpr double NOISE_MAX = 100.0;              // words between two
+    if (!(amount >= 0.0 && amount <= (fault == LinkFault::Noise ? NOISE_MAX : AMOUNT_MAX)))
+        t.fail("amount", "out of range");
     const bool on = t.boolean("on", true);
     return [fault, amount = on ? amount : 0.0](Link& l) { l.setFault(fault, amount); };
 }

@@ -81,6 +81,8 @@ TEST(Scenario, IsRefusedWithLineAndReason)
              {"amount of none", minimal + "[unit.cmcc]\n[[event]]\nat = \"1m\"\ndo = \"cmcc.fault\"\nfault = \"silence\"\namount = 1\n", "event: amount: this fault has none"},
              {"amount too large", minimal + "[unit.cmcc]\n[[event]]\nat = \"1m\"\ndo = \"cmcc.fault\"\nfault = \"late\"\namount = 2000\n", "event: amount: out of range"},
              {"event on a missing link", two + "[[event]]\nat = \"1m\"\ndo = \"link.down\"\n", "event: link: "},
+             {"turn of a link that has none", two + "[[link]]\ntype = \"inci\"\nfrom = \"tu1\"\nto = \"tu2\"\n[[event]]\nat = \"1m\"\ndo = \"link.turn\"\n", "event: link: only a link of type idl1 or idl2 can turn"},
+             {"noise beyond measure", two + "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu2\"\n[[event]]\nat = \"1m\"\ndo = \"link.fault\"\nfault = \"noise\"\namount = 101\n", "event: amount: out of range"},
              {"peer at no port", minimal + "[[unit.esmc]]\nat = \"pps\"\n", "bad.toml:5: esmc: at: 'pps' is none of eth_a, eth_b, eth_c"},
              {"two peers at a port", minimal + "[[unit.esmc]]\nat = \"eth_a\"\n[[unit.esmc]]\nat = \"eth_a\"\n", "esmc: at: the same port twice"},
              {"event of a missing peer", minimal + "[[event]]\nat = \"1m\"\ndo = \"esmc.silent\"\nport = \"eth_b\"\n", "bad.toml:7: event: port: the unit has no [[unit.esmc]] there"},

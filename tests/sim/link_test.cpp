@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
+
 namespace {
 
 using namespace sim;
@@ -90,6 +93,50 @@ TEST(BfnLink, WordsArriveOnceAndAFrameWithoutThemIsNone)
     EXPECT_TRUE(bfnOf(to).valid);
     EXPECT_FALSE(bfnOf(to).extended);
     EXPECT_FALSE(bfnOf(from).extended);
+}
+
+TEST(BfnLink, NoiseComesBetweenTheFramesAndALongerWayMovesTheDifference)
+{
+    Pair p;
+    const auto link = p.link(LinkKind::Idl1, 250e-9);
+    Board &from = p.from.node().board(), &to = p.to.node().board();
+    link->setFault(LinkFault::Noise, 3);
+    struct Moment { ose::Time at; bool parity; };               // frames leave at 150 ms, 250 ms, ...
+    for (const Moment& m : {Moment{151, false}, Moment{176, true}, Moment{226, true}, Moment{251, false}}) {
+        p.world.runUntil(m.at * ose::MS);
+        EXPECT_EQ(bfnOf(to).parity, m.parity) << m.at;
+    }
+    link->setFault(LinkFault::Noise, 0);
+    const auto difference_s = [&] {
+        p.world.runFor(200 * ose::MS);
+        const Bfn at1 = bfnOf(from), at2 = bfnOf(to);
+        return static_cast<double>(at2.local - at2.remote - at1.local + at1.remote) / 122.88e6 / 2;
+    };
+    EXPECT_NEAR(difference_s(), 7.2, 20e-9);
+    link->setFault(LinkFault::Late, 5000);
+    EXPECT_NEAR(difference_s(), 7.2 + 2500e-9, 20e-9);
+    link->setFault(LinkFault::Late, 0);
+    link->setFault(LinkFault::Jitter, 200);
+    double most_s = 0;
+    for (int i = 0; i < 20; ++i) most_s = std::max(most_s, std::abs(difference_s() - 7.2));
+    EXPECT_GT(most_s, 150e-9);
+    EXPECT_LT(most_s, 1000e-9);
+}
+
+TEST(Link, ATurnChangesThePartsAndLeavesTheEnds)
+{
+    for (const LinkKind kind : {LinkKind::Idl1, LinkKind::Idl2}) {
+        Pair p;
+        const auto link = p.link(kind, 0.0);
+        EXPECT_EQ(&link->leader(), &p.from);
+        EXPECT_EQ(&link->follower(), &p.to);
+        link->turn();
+        EXPECT_EQ(&link->leader(), &p.to);
+        EXPECT_EQ(&link->follower(), &p.from);
+        EXPECT_EQ(&link->from(), &p.from);
+        link->turn();
+        EXPECT_EQ(&link->leader(), &p.from);
+    }
 }
 
 TEST(RadioLink, EachEndMeasuresTheOtherUnitAndNothingWhileItIsDown)

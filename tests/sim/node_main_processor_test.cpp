@@ -282,6 +282,35 @@ TEST(MainProcessor, LeavesTheSelectionToWhoTookItOver)
     EXPECT_EQ(unit.selections(), (std::vector<u8>{2})) << "the first isn't supervised any more";
 }
 
+TEST(MainProcessor, SelectsWhatSuitsTheRoleAndRemembersIt)
+{
+    const sim::MpReference idl1{.name = "tu2", .refType = 5, .froId = 50, .froClassNo = 1};
+    IdleNode b{configOf({idl1, EXT})};
+    sim::MainProcessor& mp = b.node.mainProcessor();
+    constexpr u32 BOTH = 0x60;
+    b.world.after(50 * ose::MS, [&] { mp.changeMaster(3, 0); });
+    Unit unit;
+    std::vector<u8> asMaster, asSlave;
+    b.in([&] {
+        unit.connect();
+        unit.received.clear();
+        unit.status(2, BOTH);
+        unit.take();
+        asMaster = unit.selections();
+        unit.take(100);
+        unit.received.clear();
+        unit.status(14, BOTH);
+        unit.take();
+        asSlave = unit.selections();
+        unit.connect();
+    });
+    EXPECT_EQ(asMaster, std::vector<u8>{2}) << "never its slave's link";
+    EXPECT_EQ(asSlave, std::vector<u8>{5});
+    ASSERT_EQ(Unit::number(unit.received.at(0)), CFM);
+    EXPECT_EQ(unit.received[0][12], 3);
+    EXPECT_EQ(unit.received[0][13], 0) << "the next connection has the new role";
+}
+
 TEST(MainProcessor, DiesAndComesBackWithoutMemoryOfTheConnection)
 {
     IdleNode b{configOf({EXT})};
