@@ -8,8 +8,6 @@
 namespace node {
 
 struct CfiProxy {
-    bool used = false;
-    ProtocolVersions wanted{};
     ServiceProxy service;
     Signal* sending = nullptr;       // frame whose buffer was given out
 };
@@ -20,7 +18,9 @@ namespace {
 
 using node::CfiProxy;
 
-enum Result : u32 { DONE = 0, NO_PROXY = 1, NOT_CONNECTED = 2, NO_BUFFER = 3 };
+constexpr u32 NO_BUFFER = 3;
+constexpr node::ProxyService SERVICE{CFI_SERVER_NAME, CFI_SERVER_UP_IND, CFI_SERVER_DOWN_IND,
+                                     CFI_INITIATE_SERVICE_REQ};
 
 struct State {
     CfiProxy proxy;
@@ -32,7 +32,7 @@ u8* frameOf(Signal* sig) { return reinterpret_cast<u8*>(sig) + sizeof(CfiSendFra
 u32 requestMulticast(CfiProxy* p, SIGSELECT sigNo, u32 deviceId, const std::array<u8, 6>& mac,
                      const CfiFilter& filter, u32 clientData)
 {
-    if (p == nullptr || p->service.server == 0) return NOT_CONNECTED;
+    if (p == nullptr || p->service.server == 0) return node::PROXY_NOT_CONNECTED;
     auto* req = node::make<CfiMulticastReq>(sigNo);
     req->deviceId = deviceId;
     req->macHigh = u32{mac[0]} << 24 | u32{mac[1]} << 16 | u32{mac[2]} << 8 | mac[3];
@@ -40,7 +40,7 @@ u32 requestMulticast(CfiProxy* p, SIGSELECT sigNo, u32 deviceId, const std::arra
     req->filter = filter;
     req->clientData = clientData;
     node::sendTo(p->service.server, req);
-    return DONE;
+    return node::PROXY_DONE;
 }
 
 }  // namespace
@@ -49,9 +49,9 @@ namespace node {
 
 CfiProxy* Cfi_initiateMemory()
 {
-    if (s->proxy.used) return nullptr;
+    if (s->proxy.service.used) return nullptr;
     s->proxy = {};
-    s->proxy.used = true;
+    s->proxy.service.used = true;
     return &s->proxy;
 }
 
@@ -65,34 +65,22 @@ void Cfi_freeMemory(CfiProxy* p)
 
 u32 Cfi_initiateServiceReq(CfiProxy* p, u32 firstPv, u32 secondPv, u32 thirdPv)
 {
-    if (p == nullptr) return NO_PROXY;
-    p->wanted = {firstPv, secondPv, thirdPv};
-    proxyHunt(CFI_SERVER_NAME, CFI_SERVER_UP_IND);
-    return DONE;
+    if (p == nullptr) return PROXY_NONE;
+    return proxyInitiateService(p->service, SERVICE, {firstPv, secondPv, thirdPv});
 }
 
 u32 Cfi_internal(CfiProxy* p, const Signal* sig)
 {
-    if (p == nullptr) return NO_PROXY;
-    switch (sig->sigNo) {
-    case CFI_SERVER_UP_IND:
-        if (proxyServerUp(p->service, sig, CFI_SERVER_DOWN_IND) != 0) return NOT_CONNECTED;
-        proxyInitiate(p->service, CFI_INITIATE_SERVICE_REQ, p->wanted);
-        return DONE;
-    case CFI_SERVER_DOWN_IND:
-        return node::proxyServerDown(p->service, sig) == 0 ? DONE : NOT_CONNECTED;
-    default:
-        return DONE;
-    }
+    return p != nullptr ? proxyInternal(p->service, SERVICE, sig) : u32{PROXY_NONE};
 }
 
 u32 Cfi_attachReq(CfiProxy* p, u32 deviceId)
 {
-    if (p == nullptr || p->service.server == 0) return NOT_CONNECTED;
+    if (p == nullptr || p->service.server == 0) return node::PROXY_NOT_CONNECTED;
     auto* req = make<CfiAttachReq>(CFI_ATTACH_REQ);
     req->deviceId = deviceId;
     sendTo(p->service.server, req);
-    return DONE;
+    return node::PROXY_DONE;
 }
 
 u32 Cfi_joinMulticastReq(CfiProxy* p, u32 deviceId, const std::array<u8, 6>& mac,
@@ -124,7 +112,7 @@ u32 Cfi_sendFrame(CfiProxy* p, u8* buffer)
 {
     if (p == nullptr || p->sending == nullptr || buffer != frameOf(p->sending)) return NO_BUFFER;
     ose::send(&p->sending, p->service.server);
-    return DONE;
+    return node::PROXY_DONE;
 }
 
 }  // namespace node

@@ -9,10 +9,8 @@
 namespace node {
 
 struct IpsockiProxy {
-    bool used = false;
-    ProtocolVersions wanted{};
-    u32 apn = 0, piuInstanceId = 0;
     ServiceProxy service;
+    u32 apn = 0, piuInstanceId = 0;
     std::array<u8, 1472> buffer{};       // one UDP payload of an Ethernet frame
     bool bufferOut = false;
     u32 undelivered = 0;
@@ -24,7 +22,7 @@ namespace {
 
 using node::IpsockiProxy;
 
-enum Result : u32 { DONE = 0, NO_PROXY = 1, NOT_CONNECTED = 2 };
+using node::PROXY_DONE, node::PROXY_NONE, node::PROXY_NOT_CONNECTED;
 constexpr int BUSY = 4;
 
 struct State { IpsockiProxy proxy; };
@@ -32,18 +30,18 @@ ose::ModuleData<State> s;
 
 u32 requestCredit(const IpsockiProxy* p, u32 credit, u32 maxUndelivered)
 {
-    if (p == nullptr || p->service.server == 0) return NOT_CONNECTED;
+    if (p == nullptr || p->service.server == 0) return PROXY_NOT_CONNECTED;
     auto* req = node::make<TarsoIpsockiAcreditReq>(TARSO_IPSOCKI_ACREDIT_REQ);
     req->credit = credit;
     req->maxUndelivered = maxUndelivered;
     node::sendTo(p->service.server, req);
-    return DONE;
+    return PROXY_DONE;
 }
 
 void initiate(const IpsockiProxy& p)
 {
     auto* req = node::make<TarsoIpsockiInitiateReq>(TARSO_IPSOCKI_INITIATE_SERVICE_REQ);
-    req->wanted = p.wanted;
+    req->wanted = p.service.wanted;
     req->apn = p.apn;
     req->piuInstanceId = p.piuInstanceId;
     node::sendTo(p.service.server, req);
@@ -55,9 +53,9 @@ namespace node {
 
 IpsockiProxy* TarsoIpsocki_initiateMemory()
 {
-    if (s->proxy.used) return nullptr;
+    if (s->proxy.service.used) return nullptr;
     s->proxy = {};
-    s->proxy.used = true;
+    s->proxy.service.used = true;
     return &s->proxy;
 }
 
@@ -70,46 +68,46 @@ void TarsoIpsocki_freeMemory(IpsockiProxy* p)
 
 u32 TarsoIpsocki_initiateHostPID(IpsockiProxy* p, u32 apn, u32 piuInstanceId)
 {
-    if (p == nullptr) return NO_PROXY;
+    if (p == nullptr) return PROXY_NONE;
     p->apn = apn;
     p->piuInstanceId = piuInstanceId;
-    return DONE;
+    return PROXY_DONE;
 }
 
 u32 TarsoIpsocki_initiateService(IpsockiProxy* p, u32 firstPv, u32 secondPv, u32 thirdPv)
 {
-    if (p == nullptr) return NO_PROXY;
+    if (p == nullptr) return PROXY_NONE;
     if (platform().ipState() == BUSY) return IPSOCKI_NOT_YET_AVAILABLE;
-    p->wanted = {firstPv, secondPv, thirdPv};
+    p->service.wanted = {firstPv, secondPv, thirdPv};
     proxyHunt(TARSO_IPSOCKI_SERVER_NAME, TARSO_IPSOCKI_SERVER_UP_IND);
-    return DONE;
+    return PROXY_DONE;
 }
 
 u32 TarsoIpsocki_internal(IpsockiProxy* p, const Signal* sig)
 {
-    if (p == nullptr) return NO_PROXY;
+    if (p == nullptr) return PROXY_NONE;
     switch (sig->sigNo) {
     case TARSO_IPSOCKI_SERVER_UP_IND:
-        if (p->service.server != 0) return DONE;      // of a hunt before
-        if (proxyServerUp(p->service, sig, TARSO_IPSOCKI_SERVER_DOWN_IND) != 0) return NOT_CONNECTED;
+        if (p->service.server != 0) return PROXY_DONE;      // of a hunt before
+        if (proxyServerUp(p->service, sig, TARSO_IPSOCKI_SERVER_DOWN_IND) != 0) return PROXY_NOT_CONNECTED;
         initiate(*p);
-        return DONE;
+        return PROXY_DONE;
     case TARSO_IPSOCKI_SERVER_DOWN_IND:
-        return node::proxyServerDown(p->service, sig) == 0 ? DONE : NOT_CONNECTED;
+        return node::proxyServerDown(p->service, sig) == 0 ? PROXY_DONE : PROXY_NOT_CONNECTED;
     case TARSO_IPSOCKI4_TERMINATE_SERVICE_CFM:
         proxyForget(p->service);
-        return DONE;
+        return PROXY_DONE;
     default:
-        return DONE;
+        return PROXY_DONE;
     }
 }
 
 u32 TarsoIpsocki_terminateService(IpsockiProxy* p)
 {
-    if (p == nullptr || p->service.server == 0) return NOT_CONNECTED;
+    if (p == nullptr || p->service.server == 0) return PROXY_NOT_CONNECTED;
     Signal* req = ose::alloc(sizeof(SIGSELECT), TARSO_IPSOCKI4_TERMINATE_SERVICE_REQ);
     ose::send(&req, p->service.server);
-    return DONE;
+    return PROXY_DONE;
 }
 
 u32 TarsoIpsocki_creditWindowReq(IpsockiProxy* p, u32 credit, u32 maxUndelivered)
@@ -121,7 +119,7 @@ u32 TarsoIpsocki_creditWindowReq(IpsockiProxy* p, u32 credit, u32 maxUndelivered
 i32 TarsoIpsocki_giveCredit(IpsockiProxy* p)
 {
     constexpr u32 ONE = 1;
-    return requestCredit(p, ONE, p != nullptr ? p->undelivered : 0) == DONE ? 0 : -1;
+    return requestCredit(p, ONE, p != nullptr ? p->undelivered : 0) == PROXY_DONE ? 0 : -1;
 }
 
 i32 TarsoIpsocki_socket(IpsockiProxy* p, u32 family, u32 type)

@@ -8,8 +8,6 @@
 namespace node {
 
 struct PktsyncDrvProxy {
-    bool used = false;
-    ProtocolVersions wanted{};
     ServiceProxy service;
 };
 
@@ -19,19 +17,20 @@ namespace {
 
 using node::PktsyncDrvProxy;
 
-enum Result : u32 { DONE = 0, NO_PROXY = 1, NOT_CONNECTED = 2 };
+constexpr node::ProxyService SERVICE{PKTSYNCDRV_SERVER_NAME, PKTSYNCDRV_SERVER_UP_IND,
+                                     PKTSYNCDRV_SERVER_DOWN_IND, PKTSYNCDRV_INITIATE_SERVICE_REQ};
 
 struct State { PktsyncDrvProxy proxy; };
 ose::ModuleData<State> s;
 
 u32 request(PktsyncDrvProxy* p, SIGSELECT sigNo, u32 syncRefFroId, const PktsyncDrvRef& ref)
 {
-    if (p == nullptr || p->service.server == 0) return NOT_CONNECTED;
+    if (p == nullptr || p->service.server == 0) return node::PROXY_NOT_CONNECTED;
     auto* req = node::make<PktsyncDrvReq>(sigNo);
     req->syncRefFroId = syncRefFroId;
     req->ref = ref;
     node::sendTo(p->service.server, req);
-    return DONE;
+    return node::PROXY_DONE;
 }
 
 }  // namespace
@@ -40,9 +39,8 @@ namespace node {
 
 PktsyncDrvProxy* PktsyncDrv_initiateMemory()
 {
-    if (s->proxy.used) return nullptr;
-    s->proxy = {};
-    s->proxy.used = true;
+    if (s->proxy.service.used) return nullptr;
+    s->proxy.service.used = true;
     return &s->proxy;
 }
 
@@ -56,25 +54,13 @@ void PktsyncDrv_freeMemory(PktsyncDrvProxy* p)
 u32 PktsyncDrv_initiateServiceReq(PktsyncDrvProxy* p, u32 firstPv, u32 secondPv, u32 thirdPv,
                                   u32 fourthPv)
 {
-    if (p == nullptr) return NO_PROXY;
-    p->wanted = {firstPv, secondPv, thirdPv, fourthPv};
-    proxyHunt(PKTSYNCDRV_SERVER_NAME, PKTSYNCDRV_SERVER_UP_IND);
-    return DONE;
+    if (p == nullptr) return PROXY_NONE;
+    return proxyInitiateService(p->service, SERVICE, {firstPv, secondPv, thirdPv, fourthPv});
 }
 
 u32 PktsyncDrv_internal(PktsyncDrvProxy* p, const Signal* sig)
 {
-    if (p == nullptr) return NO_PROXY;
-    switch (sig->sigNo) {
-    case PKTSYNCDRV_SERVER_UP_IND:
-        if (proxyServerUp(p->service, sig, PKTSYNCDRV_SERVER_DOWN_IND) != 0) return NOT_CONNECTED;
-        proxyInitiate(p->service, PKTSYNCDRV_INITIATE_SERVICE_REQ, p->wanted);
-        return DONE;
-    case PKTSYNCDRV_SERVER_DOWN_IND:
-        return node::proxyServerDown(p->service, sig) == 0 ? DONE : NOT_CONNECTED;
-    default:
-        return DONE;
-    }
+    return p != nullptr ? proxyInternal(p->service, SERVICE, sig) : u32{PROXY_NONE};
 }
 
 u32 PktsyncDrv_setPktSyncReq(PktsyncDrvProxy* p, u32 syncRefFroId, const PktsyncDrvRef& ref)

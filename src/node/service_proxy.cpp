@@ -5,6 +5,25 @@
 
 namespace node {
 
+u32 proxyInitiateService(ServiceProxy& proxy, const ProxyService& service, const ProtocolVersions& wanted)
+{
+    proxy.wanted = wanted;
+    proxyHunt(service.serverName, service.upInd);
+    return PROXY_DONE;
+}
+
+u32 proxyInternal(ServiceProxy& proxy, const ProxyService& service, const Signal* sig)
+{
+    if (sig->sigNo == service.downInd)
+        return proxyServerDown(proxy, sig) == 0 ? PROXY_DONE : PROXY_NOT_CONNECTED;
+    if (sig->sigNo != service.upInd) return PROXY_DONE;
+    if (proxyServerUp(proxy, sig, service.downInd) != 0) return PROXY_NOT_CONNECTED;
+    auto* req = make<ProxyInitiateReq>(service.initiateReq);
+    req->wanted = proxy.wanted;
+    sendTo(proxy.server, req);
+    return PROXY_DONE;
+}
+
 void proxyHunt(const char* serverName, SIGSELECT upInd)
 {
     Signal* up = ose::alloc(sizeof(SIGSELECT), upInd);
@@ -27,22 +46,17 @@ u32 proxyServerDown(ServiceProxy& proxy, const Signal* downInd)
 {
     Signal* sig = const_cast<Signal*>(downInd);
     if (proxy.server == 0 || ose::sender(&sig) != proxy.server) return 1;
-    proxy = {};
+    proxy.server = 0;
+    proxy.attachRef = 0;
     return 0;
-}
-
-void proxyInitiate(const ServiceProxy& proxy, SIGSELECT request, const ProtocolVersions& wanted)
-{
-    auto* req = make<ProxyInitiateReq>(request);
-    req->wanted = wanted;
-    sendTo(proxy.server, req);
 }
 
 void proxyForget(ServiceProxy& proxy)
 {
     // A server that is gone has told so already, or is about to: only a living one is let go of.
     if (proxy.attachRef != 0 && ose::process_name(proxy.server) != nullptr) ose::detach(&proxy.attachRef);
-    proxy = {};
+    proxy.server = 0;
+    proxy.attachRef = 0;
 }
 
 }  // namespace node

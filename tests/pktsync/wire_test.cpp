@@ -43,6 +43,14 @@ std::vector<ptp::Message> messages(const std::vector<sim::NetPacket>& sent)
         if (!m) continue;
         const std::vector<u8> whole(p.bytes.begin() + static_cast<std::ptrdiff_t>(at), p.bytes.end());
         EXPECT_EQ(ptp::write(*m), whole);
+        // IEEE 1588-2008 13.3.2, tables 23 and 24; nothing beyond the message, no time of origin.
+        EXPECT_EQ(m->length, whole.size());
+        EXPECT_EQ(m->transport, 0);
+        EXPECT_EQ(m->control, m->type == ptp::DELAY_REQ ? 1 : 5);
+        EXPECT_EQ(m->logInterval, 0x7F);
+        EXPECT_EQ(m->flags0, p.isFrame ? 0 : 0x04);
+        EXPECT_EQ(m->stamp.seconds + m->stamp.ns, 0u);
+        EXPECT_EQ(m->source.number, 1);
         all.push_back(*m);
     }
     return all;
