@@ -46,6 +46,8 @@ void TuPktsyncPTP_new_DelayReqRespCtrl(PtpClock& c, u32 syncrefId)
                             onSet);
 }
 
+void TuPktsyncPTP_delete_DelayReqRespCtrl(PtpClock& c) { TuPktsync_timerStop(c.delay.timer); }
+
 void TuPktsyncPTP_start_DelayReqRespCtrl(PtpClock& c)
 {
     DelayReqRespCtrl& d = c.delay;

@@ -34,6 +34,8 @@ struct DelayReqRespCtrl {
 struct PtpClock;
 
 void TuPktsyncPTP_new_DelayReqRespCtrl(PtpClock& clock, u32 syncrefId);
+/// Its timer goes with the clock.
+void TuPktsyncPTP_delete_DelayReqRespCtrl(PtpClock& clock);
 void TuPktsyncPTP_start_DelayReqRespCtrl(PtpClock& clock);
 void TuPktsyncPTP_stop_DelayReqRespCtrl(PtpClock& clock);
 /// The master's wish and the interval of the Sync messages that pass the filter.

@@ -300,7 +300,7 @@ void TuPktsync_delete_ptp_clock(u32 syncrefId)
     TuPktsyncPTP_delete_UCnegCtrl(syncrefId);
     TuPktsync_timerStop(c->announceTimer);
     TuPktsync_timerStop(c->syncSup.timer);
-    TuPktsync_timerStop(c->delay.timer);
+    TuPktsyncPTP_delete_DelayReqRespCtrl(*c);
     for (PtpForeignMaster& f : c->foreignMasters) TuPktsync_timerStop(f.timer);
     s->clocks[syncrefId].reset();
 }

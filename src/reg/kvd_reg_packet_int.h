@@ -105,7 +105,11 @@ enum PdvTimer : u32 {
     LOCK_G82751_TIMER = 3,
     PDV_TIMERS = 4,
 };
-struct RunningTimer { PROCESS owner = 0; TimerRef timer = 0; };
+struct RunningTimer {
+    PROCESS owner = 0;
+    TimerRef timer = 0;
+    u32 stale = 0;         // time-outs that were queued already when it was stopped
+};
 
 /// Starts it unless it runs. True when it was started.
 bool startPdvTimer(u32 which);

@@ -83,8 +83,10 @@ void packet::stopPdvTimer(u32 which)
                   "Check: Cancelling %s PDV timer requested by other process", ROWS[which].name);
         return;
     }
-    ose::cancel_tmo(&t.timer);
+    Signal* sig = ose::cancel_tmo_sig(&t.timer);
     t.timer = 0;
+    if (sig != nullptr) ose::free_buf(&sig);
+    else                ++t.stale;
 }
 
 bool packet::pdvTimerRuns(u32 which) { return state().timers[which].timer != 0; }
@@ -97,7 +99,8 @@ int KvdLoz6TuReg_packetDispatch(Signal* sig)
     }
     const u32 which = timerOf(sig->sigNo);
     if (which == packet::PDV_TIMERS) return 0;
-    // One that was stopped when its time-out was queued already tells nothing.
-    if (packet::pdvTimerRuns(which)) onExpiry(which);
+    packet::RunningTimer& t = state().timers[which];
+    if (t.stale > 0)                       --t.stale;
+    else if (packet::pdvTimerRuns(which)) onExpiry(which);
     return 1;
 }
