@@ -11,6 +11,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <sched.h>
+
 #include <cstdio>
 #include <filesystem>
 #include <optional>
@@ -30,6 +32,18 @@ struct RunArguments {
     std::optional<double> speed;
     std::vector<std::string> interfaces;
 };
+
+/// One process of the simulated kernel runs at a time, each on a thread of its own: on one processor the next one
+/// takes over four times as fast as across two.
+void stayOnThisProcessor()
+{
+    cpu_set_t only;
+    CPU_ZERO(&only);
+    const int here = sched_getcpu();
+    if (here < 0 || here >= CPU_SETSIZE) return;
+    CPU_SET(here, &only);
+    sched_setaffinity(0, sizeof only, &only);   // where that isn't allowed it just takes longer
+}
 
 int refuse(const std::string& line)
 {
@@ -131,6 +145,7 @@ int soak(app::SoakOptions options, u32 runs)
 
 int main(int argc, char** argv)
 {
+    stayOnThisProcessor();
     CLI::App tu{"Timing units of a radio base station in a simulated node."};
     tu.require_subcommand(1);
     RunArguments a;
