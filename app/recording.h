@@ -134,6 +134,7 @@ struct UnitRecording {
     std::vector<Restart> restarts;
     std::vector<ErrorEntry> errors;
     std::vector<FailedTest> failedTests;
+    u64 toldSignals = 0, toldDigest = 0;  // all that the main processor got from the unit
     std::vector<Sample> samples;
 };
 /// From the start to the state of the run before, s; nothing when it never came.

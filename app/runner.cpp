@@ -120,6 +120,8 @@ public:
             recording.errors.push_back({seconds(e.at), e.code, e.text});
         for (const sim::TestResult& r : unit_.node().temi().results())
             if (r.result != 0) recording.failedTests.push_back({seconds(r.at), r.name, r.message});
+        recording.toldSignals = unit_.node().mainProcessor().toldSignals();
+        recording.toldDigest = unit_.node().mainProcessor().toldDigest();
     }
 
     UnitRecording recording;

@@ -8,6 +8,7 @@
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
 #include "sim/board/board.h"
+#include "sim/node/digest.h"
 #include "sim/scenario/packet_net.h"
 #include "sim/scenario/unit.h"
 
@@ -34,30 +35,10 @@ bool isOfReference(const std::string& what)
     return false;
 }
 
-/// FNV-1a of whatever is given, for the comparison of two runs.
-class Digest {
-public:
-    template <typename T>
-    void add(const T& value)
-    {
-        u8 bytes[sizeof value];
-        std::memcpy(bytes, &value, sizeof value);
-        for (const u8 b : bytes) hash_ = (hash_ ^ b) * 0x100000001B3;
-    }
-    void add(const std::string& text)
-    {
-        for (const char c : text) add(static_cast<u8>(c));
-    }
-    u64 value() const { return hash_; }
-
-private:
-    u64 hash_ = 0xCBF29CE484222325;
-};
-
 /// One unit under watch: what is done to it and what it shows.
 class Watched {
 public:
-    Watched(sim::Unit& unit, const sim::UnitSpec& spec, Digest& digest,
+    Watched(sim::Unit& unit, const sim::UnitSpec& spec, sim::Digest& digest,
             std::vector<Violation>& found)
         : unit_(unit), spec_(spec), digest_(digest), found_(found), watch_(unit.name())
     {
@@ -179,7 +160,7 @@ private:
 
     sim::Unit& unit_;
     const sim::UnitSpec& spec_;
-    Digest& digest_;
+    sim::Digest& digest_;
     std::vector<Violation>& found_;
     SoakWatch watch_;
     Licence may_;
@@ -259,7 +240,7 @@ private:
     const sim::Scenario& scenario_;
     SoakResult& result_;
     ose::World world_;
-    Digest digest_;
+    sim::Digest digest_;
     std::vector<std::unique_ptr<sim::Unit>> units_;
     std::unique_ptr<sim::PacketNet> net_;
     std::vector<std::unique_ptr<Watched>> watched_;

@@ -123,6 +123,9 @@ Json toJson(const UnitRecording& unit, const Recording& recording)
         json["pdu_missing"] = Json::array();
         for (const StateChange& c : unit.pduAlarms) json["pdu_missing"].push_back(toJson(c, "pduMissing"));
     }
+    char digest[17];
+    std::snprintf(digest, sizeof digest, "%016llx", static_cast<unsigned long long>(unit.toldDigest));
+    json["told"] = {{"signals", unit.toldSignals}, {"digest", digest}};
     json["final"] = finalOf(unit);
     json["time_to_lock_s"] = scores.timeToLock_s;
     json["scored_seconds"] = scores.scored_s;

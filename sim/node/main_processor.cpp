@@ -352,6 +352,9 @@ void MainProcessor::record(Signal* sig, PROCESS from)
     const auto* bytes = reinterpret_cast<const std::byte*>(sig);
     if (log_.size() == LOG_MAX) log_.pop_front();
     log_.push_back({node_.world().now(), sig->sigNo, from, {bytes, bytes + ose::sigsize(&sig)}});
+    told_.add(log_.back().at);
+    told_.addBytes(log_.back().bytes);
+    ++toldSignals_;
     if (onRecord_) onRecord_(log_.back());
     for (const auto& peer : onForward_) peer(log_.back());
 }

@@ -3,6 +3,7 @@
 //
 // Calls are for tests and scenarios, from outside of any process (also from a world event).
 #pragma once
+#include "sim/node/digest.h"
 #include "sim/node/main_processor_config.h"
 #include "sim/node/server.h"
 
@@ -125,6 +126,9 @@ public:
     std::vector<MpRecord> all(SIGSELECT sigNo) const;
     const std::deque<MpRecord>& log() const { return log_; }     // newest 100'000
     void clearLog() { log_.clear(); }
+    /// Of all that the unit ever sent, each with its time: what an interface has to keep.
+    u64 toldSignals() const { return toldSignals_; }
+    u64 toldDigest() const { return told_.value(); }
     /// One line: name and fields of the signals that a reader follows, number and size of others.
     static std::string describe(const MpRecord& record);
 
@@ -192,6 +196,8 @@ private:
     ClockStatus status_;
     std::vector<ClockStatus> statuses_;
     std::deque<MpRecord> log_;
+    Digest told_;
+    u64 toldSignals_ = 0;
     std::function<void(const MpRecord&)> onRecord_;
     std::vector<std::function<void(const MpRecord&)>> onForward_;
     std::function<void(const ClockStatus&)> onStatus_;
