@@ -11,11 +11,13 @@
 
 #include <CLI/CLI.hpp>
 
-#include <sched.h>
-
+#include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <filesystem>
+#include <future>
 #include <optional>
+#include <thread>
 
 namespace {
 
@@ -29,21 +31,10 @@ struct RunArguments {
     std::optional<u64> seed;
     bool quiet = false;
     bool shell = false;
+    bool stacks = false;
     std::optional<double> speed;
     std::vector<std::string> interfaces;
 };
-
-/// One process of the simulated kernel runs at a time, each on a thread of its own: on one processor the next one
-/// takes over four times as fast as across two.
-void stayOnThisProcessor()
-{
-    cpu_set_t only;
-    CPU_ZERO(&only);
-    const int here = sched_getcpu();
-    if (here < 0 || here >= CPU_SETSIZE) return;
-    CPU_SET(here, &only);
-    sched_setaffinity(0, sizeof only, &only);   // where that isn't allowed it just takes longer
-}
 
 int refuse(const std::string& line)
 {
@@ -81,6 +72,7 @@ int run(const RunArguments& a)
     app::RunOptions options;
     options.quiet = a.quiet;
     options.shell = a.shell;
+    options.stacks = a.stacks;
     options.speed = a.speed.value_or(a.shell ? 1.0 : 0.0);
     options.out = a.out;
     for (const std::string& text : a.interfaces) options.interfaces.push_back(interfaceOf(text));
@@ -133,11 +125,30 @@ int pcap(const std::string& file, bool summary)
     return result.misuses.empty() ? 0 : CHECK_FAILED;
 }
 
-int soak(app::SoakOptions options, u32 runs)
+/// Runs share nothing, so that many go side by side; they are told in order of their seeds.
+int soak(const app::SoakOptions& first, u32 runs, u32 jobs)
 {
+    const auto optionsOf = [&first](u32 run) {
+        app::SoakOptions options = first;
+        options.seed += run;
+        return options;
+    };
+    std::vector<std::promise<app::SoakResult>> results(runs);
+    std::atomic<u32> next{0};
+    std::vector<std::jthread> workers;
+    for (u32 i = 0; i < std::min(jobs, runs); ++i)
+        workers.emplace_back([&] {
+            for (u32 run = next++; run < runs; run = next++) {
+                try {
+                    results[run].set_value(app::runSoak(optionsOf(run)));
+                } catch (...) {
+                    results[run].set_exception(std::current_exception());
+                }
+            }
+        });
     int failed = 0;
-    for (u32 i = 0; i < runs; ++i, ++options.seed)
-        failed |= app::printSoak(options, app::runSoak(options));
+    for (u32 run = 0; run < runs; ++run)
+        failed |= app::printSoak(optionsOf(run), results[run].get_future().get());
     return failed != 0 ? CHECK_FAILED : 0;
 }
 
@@ -145,7 +156,6 @@ int soak(app::SoakOptions options, u32 runs)
 
 int main(int argc, char** argv)
 {
-    stayOnThisProcessor();
     CLI::App tu{"Timing units of a radio base station in a simulated node."};
     tu.require_subcommand(1);
     RunArguments a;
@@ -159,6 +169,7 @@ int main(int argc, char** argv)
     runCommand->add_option("--summary", a.summary, "Write the summary to this file as JSON");
     runCommand->add_option("--out", a.out, "Folder for series, traces, volumes and report.html");
     runCommand->add_flag("--quiet", a.quiet, "No progress, no lines, no summary on the terminal");
+    runCommand->add_flag("--stacks", a.stacks, "Tell how much of their stacks the processes have used");
     runCommand->add_flag("--shell", a.shell, "Operator's console; the unit runs in real time unless --speed");
     runCommand->add_option("--speed", a.speed, "Times real time, 0 as fast as it goes")
         ->check(CLI::Range(0.0, 1e6));
@@ -184,16 +195,19 @@ int main(int argc, char** argv)
     pcapCommand->add_flag("--summary", captureSummary, "The closing table alone");
     app::SoakOptions s;
     u32 runs = 1;
+    u32 jobs = std::max(1u, std::thread::hardware_concurrency());
     CLI::App* const soakCommand = tu.add_subcommand(
         "soak", "Run what a seed draws, and watch what must hold whatever happens");
     soakCommand->add_option("--hours", s.hours, "Virtual hours of each run")->check(CLI::Range(0.1, 1e5));
     soakCommand->add_option("--seed", s.seed, "Seed of the first run");
     soakCommand->add_option("--runs", runs, "Runs, each with the next seed")->check(CLI::Range(1, 1000000));
+    soakCommand->add_option("--jobs", jobs, "Runs side by side; by default one a processor")
+        ->check(CLI::Range(1, 1024));
     soakCommand->add_option("--save", s.save, "Write the scenario that the seed draws to this file");
     soakCommand->add_flag("--quiet", s.quiet, "Tell failures alone");
     try {
         tu.parse(argc, argv);
-        if (soakCommand->parsed()) return soak(s, runs);
+        if (soakCommand->parsed()) return soak(s, runs, jobs);
         if (pcapCommand->parsed()) return pcap(capture, captureSummary);
         return nmeaCommand->parsed() ? nmea(n) : run(a);
     } catch (const CLI::ParseError& e) {

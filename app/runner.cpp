@@ -312,6 +312,7 @@ public:
         }
         progress_.end();
         tellInterfaces();
+        if (options_.stacks) std::printf("stacks         %s\n", world_.stackUse().text().c_str());
         return finish(
             std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count());
     }

@@ -17,6 +17,7 @@ struct HostInterface {
 struct RunOptions {
     bool quiet = false;            // no progress, no lines, no summary
     bool shell = false;            // the operator types while the unit runs
+    bool stacks = false;           // tell how much of their stacks the processes have used
     double speed = 0;              // times real time; 0 as fast as it goes
     std::string out;               // folder for traces and volumes, "" for none
     std::vector<HostInterface> interfaces;   // the run keeps the host's time when there is one

@@ -140,7 +140,12 @@ Block& System::load(const Program& program)
     Process& main = impl_->create(&b, KIND_PRIORITISED,
                                   configured(program, "OSE_LM_MAIN_NAME", program.name), priority);
     main.entry = program.main;
-    impl_->startProcess(main);
+    const PROCESS pid = main.pid;
+    if (!impl_->startProcess(main)) {
+        impl_->w.kill(*impl_->process(pid));
+        unload(*b.block);
+        throw std::runtime_error(std::string(program.name) + ": no room for the main thread's stack");
+    }
     return *b.block;
 }
 

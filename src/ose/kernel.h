@@ -1,11 +1,12 @@
 // kernel.h - Private to the kernel: what stands behind the handles of ose.h and world.h.
 //
-// Everything of a world is touched only by the thread that holds its baton, so nothing here is
-// locked but the list of posted work.
+// Everything of a world is touched only by the host thread that runs it, so nothing here is locked
+// but the list of posted work.
 #pragma once
 #include "ose/event_queue.h"
 #include "ose/module_data.h"
 #include "ose/pool.h"
+#include "ose/stack.h"
 #include "ose/world.h"
 
 #include <array>
@@ -16,7 +17,6 @@
 #include <exception>
 #include <map>
 #include <mutex>
-#include <thread>
 
 namespace ose {
 
@@ -29,47 +29,11 @@ constexpr SIGSELECT ATTACH_SIGNAL = 252;    // comes back from an attach without
 constexpr u32 TICK_US = 1000;
 constexpr Time FOREVER = INT64_MAX;
 
-/// Unwinds the stack of a process that is gone; leaves a kernel call, caught where its
-/// thread began.
+/// Unwinds the stack of a process that is gone; leaves a kernel call, caught where the process
+/// began.
 struct Unwind {};
 
-/// One place to wait for the baton. Given once, taken once. A mutex and a condition rather than an
-/// atomic's wait: that yields a few times before it sleeps, which costs whole time slices on a busy
-/// host.
-class Baton {
-public:
-    void give()
-    {
-        {
-            const std::scoped_lock lock(mutex_);
-            given_ = true;
-        }
-        arrived_.notify_one();
-    }
-    void take()
-    {
-        std::unique_lock lock(mutex_);
-        arrived_.wait(lock, [this] { return given_; });
-        given_ = false;
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable arrived_;
-    bool given_ = false;
-};
-
 struct Process;
-
-/// A host thread that runs prioritised processes, one after the other.
-struct Worker {
-    WorldImpl* world = nullptr;
-    Process* process = nullptr;
-    Baton baton;
-    Baton* returnTo = nullptr;   // who waits for the unwinding of a killed process
-    bool quit = false;
-    std::thread thread;
-};
 
 /// A process of another system as this system sees it.
 struct Proxy {
@@ -93,8 +57,9 @@ struct Process {
     Entry entry = nullptr;
     std::function<void()> body;         // instead of entry for spawned processes and calls
     RunState state = RunState::Created;
-    bool dead = false;                  // no longer to be found; its thread may have to unwind yet
+    bool dead = false;                  // no longer to be found; its stack may have to be unwound yet
     bool returned = false;              // came back from its entry
+    bool endedByProgram = false;        // by kill_proc
     bool unwinding = false;
     const SIGSELECT* selection = nullptr;
     Buffer* first = nullptr;            // signals queued
@@ -102,7 +67,7 @@ struct Process {
     Event wait;                         // time-out, delay or next period
     Process* nextReady = nullptr;
     Process* prevReady = nullptr;
-    Worker* worker = nullptr;
+    Stack* stack = nullptr;             // from its start on, when prioritised
     const void* frame = nullptr;        // stack depth of the kernel call that it waits in
     std::vector<Proxy*> proxies;        // its stand-ins in other systems
 
@@ -127,7 +92,7 @@ private:
 
 /// What the calling host thread does for a world at this moment.
 struct Here {
-    Worker* worker = nullptr;
+    Stack* stack = nullptr;           // that it is on, nullptr for the thread's own
     Process* current = nullptr;       // running (interrupt) process, nullptr in world events
     System* scope = nullptr;          // system of a DataScope
 };
@@ -160,10 +125,13 @@ struct WorldImpl {
     std::vector<std::unique_ptr<System>> systems;
     std::function<void(const Misuse&)> misuseHandler;
 
-    // threads
-    Baton outside;                    // the thread that called run
-    std::vector<std::unique_ptr<Worker>> workers;
-    std::vector<Worker*> idle;
+    // stacks
+    const Here* home = nullptr;       // the host thread that runs it
+    Context outside;                  // who called run
+    std::vector<std::unique_ptr<Stack>> stacks;
+    std::vector<Stack*> idle;
+    std::size_t stackSize = Stack::SIZE;
+    StackUse largestUse;
 
     // the present run
     Time horizon = 0;
@@ -172,7 +140,7 @@ struct WorldImpl {
     u32 runDepth = 0;
     bool inAction = false;
     bool abortRun = false;            // no progress
-    bool aborted = false;             // how the last run ended
+    bool cutShort = false;            // how the last run ended: by stop or for want of progress
     bool endWhenIdle = false;         // with no event pending, not at the horizon
     std::atomic<bool> stopRequested{false};
     std::exception_ptr failure;       // escaped from an action or a process
@@ -205,25 +173,32 @@ struct WorldImpl {
     void runPosted();
     void rebasePace();
     bool waitForWallClock(Time until);
-    void giveTo(Process& p);
-    void passBaton();
-    Baton& ownBaton();
-    Worker& idleWorker();
-    void workerMain(Worker& w);
-    void leave(Worker& w, Process& p);
+    Stack* takeStack();
+    void noteUse(const Stack& s, const Process& p);
+    void stayHome();
+    void switchTo(Context& to);
+    Context& next();
+    static void onStack(void* idleStack);
+    Context& leave(Stack& s, Process& p);
     void park(Process& self);
     void makeReady(Process& p);
     void preempt();
     void runInterrupt(Process& p);
-    void unwindThread(Process& p);
+    void unwindStack(Process& p);
     void note(const Process& p);
     void countSpin();
+    void countCall(Process& self);
+    template <typename Work>
+    void guarded(const Work& work);
     void spinReport();
 
     // world.cpp
     EventId at(Time when, std::function<void()> action);
     int cancel(EventId& id);
     void misuse(Misuse m);
+    /// That long from now; never, when the world doesn't last so long.
+    Time later(Time span) const { return span > FOREVER - now ? FOREVER : now + span; }
+    Time later(OSTIME span) const { return later(static_cast<Time>(span) * MS); }
 
     // process.cpp
     void kill(Process& p);
@@ -284,6 +259,7 @@ struct System::Impl {
     std::vector<Attachment> attachments;
     AttachRef lastAttach = 0;
     std::vector<LinkTo> links;
+    std::vector<const SystemImpl*> cut;              // the last path there has been taken away
     std::vector<Pool*> pools;                        // of the node and of programs, ended ones too
     Pool* nodePool = nullptr;                        // unlimited
     Faults faults;
@@ -309,7 +285,9 @@ struct System::Impl {
                                                             : nullptr;
     }
     Process& create(BlockImpl* block, u32 kind, std::string processName, u32 priority);
-    void startProcess(Process& p);
+    bool startProcess(Process& p);                   // false: refused, and reported
+    PROCESS launch(BlockImpl* block, const std::string& processName, u32 priority,
+                   std::function<void()> body);
     void killIn(BlockImpl& b);
     Process* findProcess(const std::string& processName) const;
     Pool& poolOf(const Process& p) const;
@@ -319,6 +297,7 @@ struct System::Impl {
     void answerHunts();                              // those that can be answered by now
     Proxy& proxyFor(Process& remote);
     void tellAttached(PROCESS pid);
+    void tell(const Attachment& a);
     void dropProxy(Proxy& proxy);
     void sendAcross(Process& from, Proxy& to, Buffer& b);
     void forgetSupervision(Process& p);
@@ -362,6 +341,9 @@ std::string nameForReport(const Process* p);
 std::string placeText(const Place& place);
 /// Leaves the kernel call of a process that is gone.
 [[noreturn]] void unwind(Process& p);
+
+/// Takes the news of the death that an attach supervised out of its owner's queue.
+void dropQueued(Process& self, AttachRef ref);
 
 /// The buffer behind *sig when the calling process may use it, else nullptr, reported.
 Buffer* usable(Process& self, Signal* const* sig, const char* operation, const Place& place);

@@ -90,6 +90,7 @@ Buffer* Pool::get(u32 size, const Place& place)
     b->next = nullptr;
     b->frame = nullptr;
     b->kept = false;
+    b->attach = 0;
     b->place = place;
     b->newer = nullptr;
     b->older = newest_;

@@ -31,6 +31,7 @@ struct alignas(16) Buffer {
     Pool* pool;
     const void* frame;   // stack depth where its owner got hold of it
     bool kept;           // its owner holds it for good: see keep
+    AttachRef attach;    // queued, the news of the death that this one supervised
     Place place;         // of allocation
 
     Signal* signal() { return reinterpret_cast<Signal*>(this + 1); }

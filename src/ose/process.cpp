@@ -94,30 +94,50 @@ Process& System::Impl::create(BlockImpl* block, u32 kind, std::string processNam
     return *p;
 }
 
-void System::Impl::startProcess(Process& p)
+bool System::Impl::startProcess(Process& p)
 {
     if (p.state != RunState::Created) {
         w.misuse({"started twice", nameForReport(&p), 0, "", ""});
-        return;
+        return false;
     }
     switch (p.kind) {
     case KIND_INTERRUPT:
         p.state = RunState::Running;
         vectors.push_back(&p);
-        return;
+        return true;
     case KIND_TIMER_INTERRUPT:
         p.state = RunState::Running;
-        w.events.push(p.wait, w.now + p.period);
-        return;
+        w.events.push(p.wait, w.later(p.period));
+        return true;
     default:
+        p.stack = w.takeStack();
+        if (p.stack == nullptr) {
+            w.misuse({"no room for a stack of " + std::to_string(w.stackSize / 1024) + " KiB beside " +
+                          std::to_string(w.stacks.size()),
+                      nameForReport(&p), 0, "", ""});
+            return false;
+        }
+        p.stack->process = &p;
         w.makeReady(p);
         w.preempt();
-        return;
+        return true;
     }
 }
 
-/// The process can no longer be found and never runs again. What it holds is released as soon as
-/// its stack is unwound: at once, or when its own thread comes to it.
+/// Creates and starts one with a body; 0 when it was refused.
+PROCESS System::Impl::launch(BlockImpl* block, const std::string& processName, u32 priority,
+                             std::function<void()> body)
+{
+    Process& p = create(block, KIND_PRIORITISED, processName, priority);
+    p.body = std::move(body);
+    const PROCESS pid = p.pid;
+    if (startProcess(p)) return pid;
+    w.kill(p);
+    return 0;
+}
+
+/// The process can no longer be found and never runs again. What it holds is released as soon as its
+/// stack is unwound: at once, or when the one that runs on it comes to a kernel call.
 void WorldImpl::kill(Process& p)
 {
     SystemImpl& s = *p.system;
@@ -130,10 +150,10 @@ void WorldImpl::kill(Process& p)
     s.freeSlot(p.pid);
     while (!p.proxies.empty()) p.proxies.back()->system->dropProxy(*p.proxies.back());
     s.tellAttached(p.pid);
-    if (p.worker == nullptr) {
+    if (p.stack == nullptr) {
         if (&p != interruptNow) dispose(p);
-    } else if (p.worker != here.worker) {
-        unwindThread(p);
+    } else if (p.stack != here.stack && !p.stack->kills) {
+        unwindStack(p);
         dispose(p);
     }
 }
@@ -145,7 +165,7 @@ void WorldImpl::dispose(Process& p)
     s.dropTimers(p);
     s.forgetSupervision(p);
     BlockImpl* const block = p.block;
-    const bool report = block != nullptr && !block->ended && (block->unloading || p.returned);
+    const bool report = block != nullptr && !block->ended && (block->unloading || p.returned || p.endedByProgram);
     const std::vector<Pool*> pools = s.pools;
     for (Pool* pool : pools) {
         for (Buffer* b = pool->oldest(); b != nullptr;) {
@@ -226,8 +246,10 @@ void kill_proc(PROCESS pid)
     SystemImpl& s = *self.system;
     const Slot* slot = s.slot(pid);
     if (slot == nullptr) return;   // gone already
+    self.frame = __builtin_frame_address(0);
     switch (slot->kind) {
     case SlotKind::Process:
+        static_cast<Process*>(slot->item)->endedByProgram = true;
         s.w.kill(*static_cast<Process*>(slot->item));
         break;
     case SlotKind::Block:

@@ -1,11 +1,12 @@
-// scheduler.cpp - Who runs next: the baton, the event loop, interrupts, virtual and wall time.
+// scheduler.cpp - Who runs next: stacks, the event loop, interrupts, virtual and wall time.
 //
-// Each prioritised process has a host thread while it lives, but only the thread with the baton
-// runs. A process that blocks keeps the baton and works through the events itself until another
-// process is ready; when the run is over the baton goes back to the thread that called run.
+// Each prioritised process has a stack of its own while it lives. One that blocks switches to the
+// next that is ready, or back to the loop of who called run, which works through the events.
 #include "ose/kernel.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <utility>
 
 namespace ose {
@@ -81,7 +82,7 @@ Process* ReadyList::pop()
     return p;
 }
 
-// ---- the baton ----------------------------------------------------------------------------------
+// ---- stacks -------------------------------------------------------------------------------------
 
 void WorldImpl::makeReady(Process& p)
 {
@@ -89,49 +90,63 @@ void WorldImpl::makeReady(Process& p)
     ready.pushBack(p);
 }
 
-Baton& WorldImpl::ownBaton()
+/// A stack without a process; nullptr when the host has no room for one.
+Stack* WorldImpl::takeStack()
 {
-    return here.worker != nullptr && here.worker->world == this ? here.worker->baton : outside;
-}
-
-Worker& WorldImpl::idleWorker()
-{
-    if (!idle.empty()) {
-        Worker* w = idle.back();
-        idle.pop_back();
-        return *w;
+    if (idle.empty()) {
+        std::unique_ptr<Stack> fresh = Stack::make(stackSize, onStack);
+        if (fresh == nullptr) return nullptr;
+        stacks.push_back(std::move(fresh));
+        return stacks.back().get();
     }
-    workers.push_back(std::make_unique<Worker>());
-    Worker& w = *workers.back();
-    w.world = this;
-    w.thread = std::thread([this, &w] { workerMain(w); });
-    return w;
+    Stack* const s = idle.back();
+    idle.pop_back();
+    return s;
 }
 
-void WorldImpl::giveTo(Process& p)
+/// Notes that `p` has come to use more of a stack than any before it.
+void WorldImpl::noteUse(const Stack& s, const Process& p)
 {
-    if (p.worker == nullptr) {
-        p.worker = &idleWorker();
-        p.worker->process = &p;
+    const std::size_t used = s.used();
+    if (used <= largestUse.largest) return;
+    largestUse.largest = used;
+    largestUse.process = p.name;
+}
+
+/// Stacks stand on one host thread, and so does what the compiler has read of it.
+void WorldImpl::stayHome()
+{
+    if (home == nullptr) {
+        home = &here;
+        watchForOverflow();
+    } else if (home != &here) {
+        std::fprintf(stderr, "kernel: a world belongs to the host thread that has run it first\n");
+        std::abort();
     }
-    p.worker->baton.give();
 }
 
-/// For a thread that has nothing to run any more.
-void WorldImpl::passBaton()
+void WorldImpl::switchTo(Context& to)
 {
-    Process* next = abortRun || failure ? nullptr : ready.pop();
-    if (next != nullptr) giveTo(*next);
-    else outside.give();
+    Stack* const self = here.stack;
+    (self != nullptr ? self->context : outside).switchTo(to);
+    here.stack = self;
 }
 
-void WorldImpl::workerMain(Worker& w)
+/// Who goes on when the present one can't.
+Context& WorldImpl::next()
 {
-    here.worker = &w;
+    Process* const p = abortRun || failure ? nullptr : ready.pop();
+    return p != nullptr ? p->stack->context : outside;
+}
+
+/// Runs one process after the other, whichever is given to this stack.
+void WorldImpl::onStack(void* stack)
+{
+    Stack& s = *static_cast<Stack*>(stack);
     for (;;) {
-        w.baton.take();
-        if (w.quit) return;
-        Process& p = *w.process;
+        here.stack = &s;
+        Process& p = *s.process;
+        WorldImpl& w = p.system->w;
         if (!p.dead) {
             p.state = RunState::Running;
             actAs(&p);
@@ -141,66 +156,48 @@ void WorldImpl::workerMain(Worker& w)
                 p.returned = true;
             } catch (const Unwind&) {
             } catch (...) {
-                failure = std::current_exception();
+                w.failure = std::current_exception();
             }
         }
-        leave(w, p);
+        w.switchTo(w.leave(s, p));
     }
 }
 
-/// The process on this thread is over: the thread is free for another one.
-void WorldImpl::leave(Worker& w, Process& p)
+/// The process on this stack is over: the stack is free for another one.
+Context& WorldImpl::leave(Stack& s, Process& p)
 {
     actAs(nullptr);
-    Baton* back = w.returnTo;
-    w.returnTo = nullptr;
-    w.process = nullptr;
-    p.worker = nullptr;
-    if (back == nullptr) {
+    noteUse(s, p);
+    Context* const killer = std::exchange(s.killer, nullptr);
+    p.stack = nullptr;
+    if (killer == nullptr) {
         if (p.dead) dispose(p);
         else kill(p);
     }
-    idle.push_back(&w);
-    if (back != nullptr) back->give();
-    else passBaton();
+    s.process = nullptr;
+    idle.push_back(&s);
+    return killer != nullptr ? *killer : next();
 }
 
 /// Lets everything else go on until `self` is ready and the first to run. Its state says what it
 /// waits for.
 void WorldImpl::park(Process& self)
 {
-    Worker& w = *self.worker;
     actAs(nullptr);
-    for (;;) {
-        if (abortRun || failure) {
-            outside.give();
-            w.baton.take();
-            break;
-        }
-        if (Process* next = ready.pop()) {
-            if (next == &self) break;
-            giveTo(*next);
-            w.baton.take();
-            break;
-        }
-        if (step() != Step::Ran) {
-            outside.give();
-            w.baton.take();
-            break;
-        }
-        if (self.dead) break;   // killed by an event that ran on its own thread
-    }
+    Context& to = next();
+    if (&to != &self.stack->context) switchTo(to);
     self.state = RunState::Running;
     actAs(&self);
     if (self.dead) unwind(self);
 }
 
-/// Strict priority: the caller goes on only when nothing before it is ready.
+/// Strict priority: the caller goes on only when nothing before it is ready, and not in a run that ends
+/// for want of progress.
 void WorldImpl::preempt()
 {
     Process* self = here.current;
     if (self == nullptr || interruptNow != nullptr || self->unwinding) return;
-    if (ready.highest() >= self->priority) return;
+    if (ready.highest() >= self->priority && !abortRun) return;
     self->frame = __builtin_frame_address(0);
     self->state = RunState::Ready;
     ready.pushFront(*self);
@@ -213,13 +210,18 @@ void unwind(Process& p)
     throw Unwind{};
 }
 
-/// Takes a killed process's thread out of the kernel call that it waits in.
-void WorldImpl::unwindThread(Process& p)
+/// Takes a killed process out of the kernel call that it waits in.
+void WorldImpl::unwindStack(Process& p)
 {
-    Baton& own = ownBaton();
-    p.worker->returnTo = &own;
-    p.worker->baton.give();
-    own.take();
+    stayHome();
+    Stack* const own = here.stack;
+    p.stack->killer = own != nullptr ? &own->context : &outside;
+    if (own != nullptr) own->kills = true;
+    {
+        const ActAs scope(nullptr);
+        switchTo(p.stack->context);
+    }
+    if (own != nullptr) own->kills = false;
 }
 
 // ---- interrupts ---------------------------------------------------------------------------------
@@ -234,6 +236,8 @@ void WorldImpl::runInterrupt(Process& p)
     Process* const interrupted = here.current;
     interruptsHeld.push_back(&p);
     while (!interruptsHeld.empty()) {
+        countSpin();
+        if (abortRun) break;                     // they follow the next one that is raised
         Process& next = *interruptsHeld.front();
         interruptsHeld.erase(interruptsHeld.begin());
         interruptNow = &next;
@@ -255,20 +259,25 @@ void WorldImpl::runInterrupt(Process& p)
 
 // ---- events -------------------------------------------------------------------------------------
 
+/// Work of the host, on the stack of who called run: what it throws leaves the run.
+template <typename Work>
+void WorldImpl::guarded(const Work& work)
+{
+    try {
+        work();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+}
+
 void WorldImpl::runAction(Action& action)
 {
     const std::function<void()> run = std::move(action.run);
     action.run = nullptr;
     ++action.generation;
     freeActions.push_back(static_cast<u32>(reinterpret_cast<std::uintptr_t>(action.event.owner)));
-    const bool before = inAction;
-    inAction = true;
-    try {
-        const ActAs scope(nullptr);
-        run();
-    } catch (...) {
-        failure = std::current_exception();
-    }
+    const bool before = std::exchange(inAction, true);
+    guarded(run);
     inAction = before;
 }
 
@@ -288,28 +297,23 @@ void WorldImpl::runEvent(Event& event)
         return;
     case EventKind::Period: {
         Process& p = *static_cast<Process*>(event.owner);
-        events.push(event, now + p.period);
+        events.push(event, later(p.period));
         note(p);
-        try {
-            runInterrupt(p);
-        } catch (...) {
-            failure = std::current_exception();
-        }
+        guarded([this, &p] { runInterrupt(p); });
         return;
     }
     }
 }
 
-/// One event, or the news that this thread can't go on. Called when no process is ready.
+/// One event, or the news that the run can't go on. Called when no process is ready.
 Step WorldImpl::step()
 {
     if (abortRun || failure) return Step::Ended;
     if (events.nextDue() > now) {   // everything of this instant is done
         if (stopRequested.load(std::memory_order_relaxed)) return Step::Ended;
         if (done != nullptr) {
-            const ActAs scope(nullptr);
-            doneAnswer = (*done)();
-            if (doneAnswer) return Step::Ended;
+            guarded([this] { doneAnswer = (*done)(); });
+            if (doneAnswer || failure) return Step::Ended;
         }
         if (hasPosted.load(std::memory_order_acquire)) return Step::Posted;
         const Time due = events.nextDue();
@@ -343,21 +347,20 @@ bool WorldImpl::run(Time until, const std::function<bool()>* doneFunction)
     doneAnswer = false;
     spins = 0;
     if (runDepth++ == 0) {
-        stopRequested = false;
+        stayHome();
         rebasePace();
     }
     while (!abortRun && !failure) {
-        if (Process* next = ready.pop()) {
-            giveTo(*next);
-            outside.take();
+        if (Process* const p = ready.pop()) {
+            switchTo(p->stack->context);
             continue;
         }
         const Step what = step();
         if (what == Step::Posted) runPosted();
         else if (what == Step::Ended) break;
     }
-    --runDepth;
-    aborted = std::exchange(abortRun, false);
+    cutShort = std::exchange(abortRun, false) || stopRequested;
+    if (--runDepth == 0) stopRequested = false;
     horizon = horizonBefore;
     done = doneBefore;
     const bool answer = std::exchange(doneAnswer, answerBefore);
@@ -379,6 +382,16 @@ void WorldImpl::note(const Process& p)
 void WorldImpl::countSpin()
 {
     if (++spins > spinLimit) spinReport();
+}
+
+/// Counts a call that may be all that a process does; a run without progress ends before it goes on.
+void WorldImpl::countCall(Process& self)
+{
+    note(self);
+    countSpin();
+    if (!abortRun || self.unwinding) return;
+    if (self.interrupt()) throw Unwind{};
+    preempt();
 }
 
 void WorldImpl::spinReport()
@@ -444,11 +457,7 @@ void WorldImpl::runPosted()
     }
     for (const std::function<void()>& item : work) {
         countSpin();
-        try {
-            item();
-        } catch (...) {
-            failure = std::current_exception();
-        }
+        guarded(item);
     }
 }
 

@@ -27,31 +27,25 @@ bool selects(const SIGSELECT* selection, SIGSELECT sigNo)
     return false;
 }
 
+void unqueue(Process& self, Buffer& b, Buffer* before)
+{
+    (before != nullptr ? before->next : self.first) = b.next;
+    if (self.last == &b) self.last = before;
+    b.next = nullptr;
+}
+
 /// Takes the first selected signal out of the queue; nullptr when there is none.
 Buffer* takeQueued(Process& self, const SIGSELECT* selection)
 {
     Buffer* before = nullptr;
     for (Buffer* b = self.first; b != nullptr; before = b, b = b->next) {
         if (!selects(selection, b->signal()->sigNo)) continue;
-        (before != nullptr ? before->next : self.first) = b->next;
-        if (self.last == b) self.last = before;
-        b->next = nullptr;
+        unqueue(self, *b, before);
         b->state = BufferState::Held;
+        b->attach = 0;
         return b;
     }
     return nullptr;
-}
-
-/// A process that keeps receiving at one instant makes no progress: the run ends before it goes on.
-void countReceived(Process& self)
-{
-    WorldImpl& w = self.system->w;
-    w.note(self);
-    w.countSpin();
-    if (!w.abortRun || self.interrupt() || self.unwinding) return;
-    self.state = RunState::Ready;
-    w.ready.pushFront(self);
-    w.park(self);
 }
 
 Signal* receiveWithin(const SIGSELECT* selection, bool limited, OSTIME tmo, const void* frame)
@@ -60,7 +54,11 @@ Signal* receiveWithin(const SIGSELECT* selection, bool limited, OSTIME tmo, cons
     WorldImpl& w = self.system->w;
     Buffer* b = takeQueued(self, selection);
     if (b == nullptr) {
-        if ((limited && tmo == 0) || self.unwinding) return nullptr;
+        if (self.unwinding) return nullptr;
+        if (limited && tmo == 0) {
+            w.countCall(self);
+            return nullptr;
+        }
         if (self.interrupt()) {
             w.misuse({"waits in an interrupt process", nameForReport(&self), 0, "", ""});
             return nullptr;
@@ -68,14 +66,14 @@ Signal* receiveWithin(const SIGSELECT* selection, bool limited, OSTIME tmo, cons
         self.selection = selection;
         self.state = RunState::Receiving;
         self.frame = frame;
-        if (limited) w.events.push(self.wait, w.now + static_cast<Time>(tmo) * MS);
+        if (limited) w.events.push(self.wait, w.later(tmo));
         w.park(self);
         if (limited) w.events.remove(self.wait);
         b = takeQueued(self, selection);
         if (b == nullptr) return nullptr;
     }
     b->frame = frame;
-    countReceived(self);
+    w.countCall(self);
     return b->signal();
 }
 
@@ -122,6 +120,18 @@ void System::Impl::deliver(Process& to, Buffer& b, PROCESS from)
     to.last = &b;
     if (to.state == RunState::Receiving && !to.dead && selects(to.selection, b.signal()->sigNo))
         w.makeReady(to);
+}
+
+/// The queued news of a death, when it is that of the given attach, is no news any more.
+void dropQueued(Process& self, AttachRef ref)
+{
+    Buffer* before = nullptr;
+    for (Buffer* b = self.first; b != nullptr; before = b, b = b->next) {
+        if (b->attach != ref) continue;
+        unqueue(self, *b, before);
+        b->pool->put(*b);
+        return;
+    }
 }
 
 /// A prepared signal leaves its owner's hands.

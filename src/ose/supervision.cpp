@@ -78,7 +78,10 @@ void System::Impl::sendAcross(Process& from, Proxy& to, Buffer& b)
     };
     if (!loses(faults) && !loses(there.faults)) {
         Buffer& copy = there.copyIn(b.bytes(), b.size, b.place);
-        there.deliver(remote, copy, there.proxyFor(from).pid);
+        Proxy& answerTo = there.proxyFor(from);
+        there.deliver(remote, copy, answerTo.pid);
+        const bool noWayBack = std::ranges::find(there.cut, this) != there.cut.end();
+        if (from.dead || noWayBack) there.dropProxy(answerTo);
     }
     b.pool->put(b);
 }
@@ -94,8 +97,14 @@ void System::Impl::tellAttached(PROCESS pid)
         }
         const Attachment told = attachments[i];
         attachments.erase(attachments.begin() + static_cast<std::ptrdiff_t>(i));
-        deliver(*told.owner, *told.signal, pid);
+        tell(told);
     }
+}
+
+void System::Impl::tell(const Attachment& a)
+{
+    deliver(*a.owner, *a.signal, a.target);
+    a.signal->attach = a.ref;
 }
 
 /// Takes back the prepared signals of a dead process.
@@ -145,14 +154,15 @@ AttachRef attach(Signal** sig, PROCESS pid, const Place& place)
         if (b == nullptr) return 0;
     }
     if (++s.lastAttach == 0) s.lastAttach = 1;
+    const Attachment attachment{s.lastAttach, &self, pid, b};
     const Slot* slot = s.slot(pid);
     if (slot == nullptr || slot->kind == SlotKind::Block) {
-        s.deliver(self, *b, pid);
-        return s.lastAttach;
+        s.tell(attachment);
+    } else {
+        s.toKernel(*b);
+        s.attachments.push_back(attachment);
     }
-    s.toKernel(*b);
-    s.attachments.push_back({s.lastAttach, &self, pid, b});
-    return s.lastAttach;
+    return attachment.ref;
 }
 
 void detach(AttachRef* ref)
@@ -163,7 +173,10 @@ void detach(AttachRef* ref)
     *ref = 0;
     const auto found = std::find_if(s.attachments.begin(), s.attachments.end(),
                                     [wanted](const Attachment& a) { return a.ref == wanted; });
-    if (found == s.attachments.end()) return;   // its signal is queued already
+    if (found == s.attachments.end()) {
+        if (wanted != 0) dropQueued(self, wanted);
+        return;
+    }
     if (found->owner != &self) {
         s.w.misuse({"detach of another process's attach", nameForReport(&self),
                     found->signal->signal()->sigNo, "", placeText(found->signal->place)});

@@ -37,8 +37,15 @@ void release(SystemImpl& s, Timer& t)
     s.freeTimers.push_back(static_cast<u16>(&t - s.timers.data()));
 }
 
-bool refused(SystemImpl& s)
+/// An interrupt process runs to its end: no time-out would ever be taken.
+bool refused(Process& self, const char* operation, const Place& place)
 {
+    SystemImpl& s = *self.system;
+    if (self.interrupt()) {
+        s.w.misuse({std::string("timer in an interrupt process in ") + operation, nameForReport(&self), 0,
+                    placeText(place), ""});
+        return true;
+    }
     if (s.faults.refuseTimers > 0) {
         --s.faults.refuseTimers;
         return true;
@@ -54,7 +61,7 @@ TimerRef begin(Process& self, OSTIME time, Buffer& b)
     t.owner = &self;
     t.signal = &b;
     s.toKernel(b);
-    s.w.events.push(t.event, s.w.now + static_cast<Time>(time) * MS);
+    s.w.events.push(t.event, s.w.later(time));
     return refOf(s, t);
 }
 
@@ -81,7 +88,7 @@ void System::Impl::dropTimers(Process& p)
 TimerRef request_tmo(OSTIME time, SIGSELECT sigNo, const Place& place)
 {
     Process& self = caller("request_tmo", place);
-    if (refused(*self.system)) return 0;
+    if (refused(self, "request_tmo", place)) return 0;
     Signal* sig = alloc(sizeof(Signal), sigNo, place);
     return begin(self, time, *Buffer::of(sig));
 }
@@ -90,7 +97,7 @@ TimerRef request_tmo_sig(OSTIME time, Signal** sig, const Place& place)
 {
     Process& self = caller("request_tmo_sig", place);
     Buffer* b = usable(self, sig, "request_tmo_sig", place);
-    if (b == nullptr || refused(*self.system)) return 0;
+    if (b == nullptr || refused(self, "request_tmo_sig", place)) return 0;
     *sig = nullptr;
     return begin(self, time, *b);
 }
@@ -123,7 +130,7 @@ void reset_tmo(TimerRef* ref, OSTIME time)
     if (t == nullptr) return;
     WorldImpl& w = self.system->w;
     w.events.remove(t->event);
-    w.events.push(t->event, w.now + static_cast<Time>(time) * MS);
+    w.events.push(t->event, w.later(time));
 }
 
 void delay(OSTIME time)
@@ -139,7 +146,7 @@ void delay(OSTIME time)
     // Counts as a step deeper than its caller, which is still busy with what it has received.
     self.frame = static_cast<const std::byte*>(__builtin_frame_address(0)) - 1;
     w.note(self);
-    w.events.push(self.wait, w.now + static_cast<Time>(time) * MS);
+    w.events.push(self.wait, w.later(time));
     w.park(self);
 }
 
@@ -148,6 +155,7 @@ u32 get_ticks()
     System* system = currentSystem();
     const Time now = system != nullptr ? system->impl().w.now
                                        : caller("get_ticks", Place::current()).system->w.now;
+    if (here.current != nullptr) system->impl().w.countCall(*here.current);   // it may wait for it to pass
     return static_cast<u32>(static_cast<u64>(now / (TICK_US * US)));
 }
 

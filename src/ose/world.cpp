@@ -21,9 +21,7 @@ constexpr Time CALL_LIMIT = 86'400 * SEC;   // a called body that takes a day is
 
 void onlyOutside(const WorldImpl& w, const char* what)
 {
-    if (here.current != nullptr || w.inAction ||
-        (here.worker != nullptr && here.worker->world == &w))
-        refuse(what);
+    if (here.current != nullptr || w.inAction) refuse(what);
 }
 
 }  // namespace
@@ -88,11 +86,6 @@ WorldImpl::~WorldImpl()
         while (!s.blocks.empty()) system->unload(*s.blocks.back());
         while (!s.processes.empty()) kill(*s.processes.back());
     }
-    for (const std::unique_ptr<Worker>& w : workers) {
-        w->quit = true;
-        w->baton.give();
-        w->thread.join();
-    }
 }
 
 u64  World::seed() const { return impl_->seed; }
@@ -138,7 +131,7 @@ EventId World::at(Time when, std::function<void()> action)
 }
 EventId World::after(Time delay, std::function<void()> action)
 {
-    return impl_->at(impl_->now + delay, std::move(action));
+    return impl_->at(impl_->later(delay), std::move(action));
 }
 int World::cancel(EventId& event) { return impl_->cancel(event); }
 
@@ -148,14 +141,13 @@ void World::runUntil(Time when)
     impl_->run(when, nullptr);
 }
 
-void World::runFor(Time span) { runUntil(impl_->now + span); }
+void World::runFor(Time span) { runUntil(impl_->later(span)); }
 
 bool World::runUntilTrue(const std::function<bool()>& done, Time limit)
 {
     onlyOutside(*impl_, "World::run from inside of the world");
     if (done()) return true;
-    const Time until = limit >= FOREVER - impl_->now ? FOREVER : impl_->now + limit;
-    return impl_->run(until, &done) || done();
+    return impl_->run(impl_->later(limit), &done) || done();
 }
 
 void World::stop()
@@ -188,11 +180,12 @@ System& World::createSystem(const std::string& name)
 void World::link(System& from, const std::string& name, System& to)
 {
     SystemImpl& f = from.impl();
-    for (LinkTo& l : f.links) {
+    std::erase(f.cut, &to.impl());
+    for (const LinkTo& l : f.links) {
         if (l.name != name) continue;
-        l.to = &to.impl();
-        f.answerHunts();
-        return;
+        if (l.to == &to.impl()) return;
+        unlink(from, name);
+        break;
     }
     f.links.push_back({name, &to.impl()});
     f.answerHunts();
@@ -208,6 +201,7 @@ void World::unlink(System& from, const std::string& name)
     f.links.erase(gone);
     for (const LinkTo& l : f.links)
         if (l.to == to) return;                  // there is another path
+    f.cut.push_back(to);
     std::vector<Proxy*> lost;
     for (const auto& proxy : f.proxies)
         if (proxy->remote->system == to) lost.push_back(proxy.get());
@@ -220,6 +214,31 @@ void World::onMisuse(std::function<void(const Misuse&)> handler)
 }
 
 void World::setSpinLimit(u32 events) { impl_->spinLimit = events; }
+
+void World::setStackSize(std::size_t bytes)
+{
+    if (bytes < Stack::SIZE_MIN) refuse("World::setStackSize of less than 16 KiB");
+    impl_->stackSize = bytes;
+    for (const Stack* const s : impl_->idle)
+        std::erase_if(impl_->stacks, [s](const auto& owned) { return owned.get() == s; });
+    impl_->idle.clear();
+}
+
+StackUse World::stackUse() const
+{
+    for (const auto& s : impl_->stacks)
+        if (s->process != nullptr) impl_->noteUse(*s, *s->process);
+    StackUse use = impl_->largestUse;
+    use.stacks = static_cast<u32>(impl_->stacks.size());
+    use.size = impl_->stackSize;
+    return use;
+}
+
+std::string StackUse::text() const
+{
+    return std::to_string(stacks) + " stacks of " + std::to_string(size / 1024) + " KiB, at most " +
+           std::to_string(largest / 1024) + " KiB used, by " + process;
+}
 
 // ---- system -------------------------------------------------------------------------------------
 
@@ -259,23 +278,14 @@ void System::onProgramEnd(std::function<void(Block&, u32, const std::string&)> h
 
 PROCESS System::spawn(const std::string& name, u32 priority, std::function<void()> body)
 {
-    Process& p = impl_->create(nullptr, KIND_PRIORITISED, name, priority);
-    p.body = std::move(body);
-    const PROCESS pid = p.pid;
-    impl_->startProcess(p);
-    return pid;
+    return impl_->launch(nullptr, name, priority, std::move(body));
 }
 
 PROCESS System::launch(Block& block, const std::string& name, u32 priority,
                        std::function<void()> body)
 {
     BlockImpl& b = block.impl();
-    if (b.ended || b.unloading) return 0;
-    Process& p = impl_->create(&b, KIND_PRIORITISED, name, priority);
-    p.body = std::move(body);
-    const PROCESS pid = p.pid;
-    impl_->startProcess(p);
-    return pid;
+    return b.ended || b.unloading ? 0 : impl_->launch(&b, name, priority, std::move(body));
 }
 
 void System::kill(PROCESS pid)
@@ -341,12 +351,12 @@ void System::call(Block& block, const std::function<void()>& body, u32 priority,
     WorldImpl& w = impl_->w;
     onlyOutside(w, "System::call from inside of the world");
     const PROCESS pid = launch(block, name, priority, body);
-    if (pid == 0) refuse("System::call of a program that has ended");
+    if (pid == 0) refuse("System::call of a program that has ended, or without room for a stack");
     const std::function<bool()> done = [this, pid] { return impl_->process(pid) == nullptr; };
     const bool before = std::exchange(w.endWhenIdle, true);
     bool ended = false;
     try {
-        ended = w.run(w.now + CALL_LIMIT, &done) || done();
+        ended = w.run(w.later(CALL_LIMIT), &done) || done();
     } catch (...) {
         w.endWhenIdle = before;
         if (Process* p = impl_->process(pid)) w.kill(*p);
@@ -354,7 +364,7 @@ void System::call(Block& block, const std::function<void()>& body, u32 priority,
     }
     w.endWhenIdle = before;
     if (ended) return;
-    if (!w.stopRequested && !w.aborted) w.misuse({"call waits for ever", name, 0, "", ""});
+    if (!w.cutShort) w.misuse({"call waits for ever", name, 0, "", ""});
     if (Process* p = impl_->process(pid)) w.kill(*p);
 }
 

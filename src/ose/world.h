@@ -1,9 +1,9 @@
 // world.h - The kernel from outside: virtual time, systems, loaded programs, faults.
 //
 // A World owns virtual time and the event queue; a System is one CPU with its own process names; a
-// Block is one loaded program in a system. Nothing runs in parallel: one process of a world holds
-// the baton, so a run depends on its inputs alone. Code takes no virtual time; time moves when
-// everything blocks.
+// Block is one loaded program in a system. All of a world runs on one host thread, one process at a
+// time, so a run depends on its inputs alone; worlds on different threads share nothing. Code takes no
+// virtual time; time moves when everything blocks.
 #pragma once
 #include "ose/ose.h"
 
@@ -41,6 +41,15 @@ struct Misuse {
     std::string text() const;
 };
 
+/// How much of their stacks the prioritised processes of a world have used.
+struct StackUse {
+    u32 stacks = 0;
+    std::size_t size = 0;       // of each, bytes
+    std::size_t largest = 0;    // bytes, in whole pages
+    std::string process;        // whose that was
+    std::string text() const;
+};
+
 class System;
 class Block;
 struct WorldImpl;
@@ -71,7 +80,7 @@ public:
     /// Runs until `done` answers true (asked at once and after each instant) or the time span
     /// `limit` has passed from now. Returns what done() answered last.
     bool runUntilTrue(const std::function<bool()>& done, Time limit);
-    /// Ends the present run after the current instant.
+    /// Ends the present run after the current instant; between runs, the next one after its first.
     void stop();
 
     /// Ties virtual to wall-clock time: 1.0 is real time, 0 is as fast as it goes (default).
@@ -91,6 +100,11 @@ public:
     /// More events than this at one instant stop the run with a report of who is spinning (default
     /// 1'000'000).
     void setSpinLimit(u32 events);
+
+    /// Stack of each process started from now on, at least 16 KiB (default 1 MiB). It holds what the host's
+    /// libraries need too, many times of what create_process is told.
+    void setStackSize(std::size_t bytes);
+    StackUse stackUse() const;
 
     WorldImpl& impl() { return *impl_; }
 
@@ -125,7 +139,7 @@ public:
     void onProgramEnd(std::function<void(Block& block, u32 code, const std::string& text)> handler);
 
     /// A process of the node's own, outside of any program; ready to run at once. Its buffers come
-    /// from the node's unlimited pool. It ends when `body` returns.
+    /// from the node's unlimited pool. It ends when `body` returns. 0 when there is no room for its stack.
     PROCESS spawn(const std::string& name, u32 priority, std::function<void()> body);
     void kill(PROCESS pid);
 
@@ -147,7 +161,7 @@ public:
               const std::string& name = "call");
 
     /// The same without waiting: works in World::at's actions too. Returns its id, 0 when the
-    /// program has ended.
+    /// program has ended or there is no room for a stack.
     PROCESS launch(Block& block, const std::string& name, u32 priority, std::function<void()> body);
 
     Faults& faults();

@@ -1,6 +1,9 @@
 // Life and death of processes: kill, attach, hunt, a program's end.
 #include "program.h"
 
+#include <exception>
+#include <stdexcept>
+
 using namespace ose;
 
 namespace tests {
@@ -59,6 +62,29 @@ TEST_F(Processes, KilledBeforeTheyRanOrByThemselves)
     });
     world.runFor(1 * SEC);
     EXPECT_EQ(said, "u");
+}
+
+TEST_F(Processes, TheLastWordOfAKilledProcessMayKillItsKiller)
+{
+    struct Revenge {
+        PROCESS on;
+        ~Revenge() { kill_proc(on); }
+    };
+    PROCESS killer = 0;
+    const PROCESS victim = launch("victim", 20, [&] {
+        const Revenge revenge{killer};
+        const OnStack mark{&said, 'v'};
+        takeNumber();
+    });
+    killer = launch("killer", 21, [&] {
+        const OnStack mark{&said, 'k'};
+        kill_proc(victim);
+        said += "went on";
+    });
+    world.runFor(1 * MS);
+    EXPECT_EQ(said, "vk");
+    EXPECT_FALSE(system.alive(killer));
+    EXPECT_FALSE(system.alive(victim));
 }
 
 TEST_F(Processes, AnInterruptMayKillWhomItInterrupts)
@@ -163,6 +189,16 @@ TEST_F(Processes, DetachEndsSupervision)
         EXPECT_EQ(ref, 0u);
         EXPECT_NE(stays, 0u);
         EXPECT_EQ(takeNumber(), 252u);
+        EXPECT_EQ(receive_w_tmo(100, ANY_SIGNAL), nullptr);
+
+        const AttachRef first = attach(nullptr, mortal);   // dead: its news is queued
+        AttachRef second = attach(nullptr, mortal);
+        AttachRef last = attach(nullptr, mortal);
+        sendNumber(current_process(), 5);
+        detach(&second);
+        EXPECT_NE(first, last);
+        for (const SIGSELECT n : {252u, 252u, 5u}) EXPECT_EQ(takeNumber(), n);
+        detach(&last);                                     // taken already
         EXPECT_EQ(receive_w_tmo(100, ANY_SIGNAL), nullptr);
     });
     EXPECT_EQ(block.poolUsed(), 0u);
@@ -300,13 +336,98 @@ TEST_F(Processes, MainThreadRunsWithTheConfiguredNameAndPriority)
     EXPECT_EQ(said, "11 kvd_lm 13 ");
 }
 
-TEST_F(Processes, ThreadsAreUsedAgain)
+// ---- stacks -------------------------------------------------------------------------------------
+
+TEST_F(Processes, StacksAreUsedAgainAndTellTheirLargestUse)
 {
-    // Far more processes over time than a host would give threads at once.
+    const auto use = [](std::size_t bytes) {
+        volatile char* const room = static_cast<char*>(__builtin_alloca(bytes));
+        for (std::size_t i = 0; i < bytes; i += 1024) room[i] = 1;
+    };
     int ran = 0;
     for (int i = 0; i < 3000; ++i) system.call(block, [&] { ++ran; delay(1); });
     EXPECT_EQ(ran, 3000);
     EXPECT_EQ(world.now(), 3 * SEC);
+    EXPECT_EQ(world.stackUse().stacks, 2u);   // that of the main thread beside
+    EXPECT_LT(world.stackUse().largest, 200'000u);
+    system.call(block, [&] { use(300'000); }, 15, "large");
+    launch("small", 20, [&] { use(100'000); takeNumber(); });
+    world.runFor(0);
+    EXPECT_GE(world.stackUse().largest, 300'000u);
+    EXPECT_LT(world.stackUse().largest, 400'000u);
+    EXPECT_EQ(world.stackUse().process, "large");
+}
+
+TEST_F(Processes, WithoutRoomForAStackNoneStarts)
+{
+    system.call(block, [&] {
+        world.setStackSize(std::size_t{1} << 50);
+        EXPECT_EQ(launch("large", 20, [] {}), 0u);
+        EXPECT_EQ(log.expectMisuse("no room for a stack of 1099511627776 KiB beside 2").process, "large");
+        EXPECT_THROW(system.load(IDLE), std::runtime_error);
+        log.expectMisuse("no room for a stack");
+        const PROCESS child = create_process(KIND_PRIORITISED, "child", [] {}, 2000, 20, 0, 0);
+        start(child);
+        log.expectMisuse("no room for a stack");
+        world.setStackSize(64 * 1024);
+        start(child);                        // as if it had never been asked
+        EXPECT_STREQ(process_name(child), "child");
+        delay(1);
+        EXPECT_EQ(process_name(child), nullptr);
+    });
+    EXPECT_EQ(system.find("large"), 0u);
+}
+
+int deeper(int depth)
+{
+    volatile char room[512] = {};
+    return depth == 0 ? 0 : deeper(depth - 1) + room[depth % 512];
+}
+
+TEST_F(Processes, AnOverflowOfTheStackIsToldWithItsName)
+{
+    EXPECT_DEATH(
+        {
+            world.setStackSize(64 * 1024);
+            system.call(block, [] { deeper(1'000'000); }, 15, "endless");
+        },
+        "kernel: stack of process endless overflowed, 64 KiB");
+    EXPECT_DEATH(world.setStackSize(16 * 1024 - 1), "setStackSize of less than 16 KiB");
+}
+
+TEST_F(Processes, AnExceptionBelongsToTheStackThatItIsOn)
+{
+    for (int i = 0; i < 3; ++i) {
+        launch("thrower", 20, [&, i] {
+            try {
+                throw std::runtime_error(std::to_string(i));
+            } catch (const std::exception&) {
+                delay(3 - i);        // the first ends last
+                try {
+                    throw;
+                } catch (const std::exception& e) {
+                    EXPECT_EQ(std::uncaught_exceptions(), 0);
+                    said += e.what();
+                }
+                delay(10);
+            }
+        });
+    }
+    const PROCESS victim = launch("victim", 20, [&] {
+        struct Waits {
+            ~Waits() { EXPECT_EQ(std::uncaught_exceptions(), 1); kill_proc(find); }
+            PROCESS find;
+        };
+        const PROCESS other = launch("other", 21, [&] { const OnStack mark{&said, 'o'}; takeNumber(); });
+        const Waits waits{other};
+        takeNumber();
+    });
+    world.runFor(5 * MS);
+    EXPECT_EQ(said, "210");
+    system.kill(victim);
+    EXPECT_EQ(said, "210o");
+    EXPECT_EQ(std::uncaught_exceptions(), 0);
+    world.runFor(1 * SEC);
 }
 
 }  // namespace

@@ -1,7 +1,10 @@
 // Who runs when: priorities, interrupts, virtual time, the host's clock.
 #include "program.h"
 
+#include <sys/time.h>
+
 #include <chrono>
+#include <csignal>
 #include <stdexcept>
 #include <thread>
 
@@ -229,6 +232,13 @@ TEST_F(Scheduling, StopEndsTheRunAfterTheInstant)
     EXPECT_EQ(world.now(), 20 * MS);
     world.runFor(1 * SEC);
     EXPECT_EQ(said, "same instant later ");
+
+    const Time now = world.now();   // a stop that comes between two runs isn't lost
+    world.stop();
+    world.runFor(1 * SEC);
+    EXPECT_EQ(world.now(), now);
+    world.runFor(1 * SEC);
+    EXPECT_EQ(world.now(), now + 1 * SEC);
 }
 
 TEST_F(Scheduling, NoProgressStopsTheRunAndNamesWhoSpins)
@@ -263,6 +273,44 @@ TEST_F(Scheduling, NoProgressStopsTheRunAndNamesWhoSpins)
     log.expectMisuse("no progress");
 }
 
+TEST_F(Scheduling, APollOrAnInterruptWithoutEndIsNoProgress)
+{
+    static System* sys;
+    static std::string* out;
+    static bool again;
+    sys = &system;
+    out = &said;
+    const auto interrupt = [](Entry entry) {
+        start(create_process(KIND_INTERRUPT, "isr", entry, 2048, 19, 0, 3));
+        return sys->raise(3);
+    };
+    const auto poll = [] { while (again) receive_w_tmo(0, ANY_SIGNAL); };
+    struct Case { const char* who; std::function<void()> body; };
+    const Case cases[] = {
+        {"busy", poll},
+        {"busy", [] { for (const u32 until = get_ticks() + 5; again && get_ticks() != until;) {} }},
+        {"isr", [&] { interrupt([] { if (again) sys->raise(3); }); }},
+        {"isr", [&] { interrupt([] { while (again) receive_w_tmo(0, ANY_SIGNAL); }); }},
+        {"isr", [&] { interrupt([] {}); while (again) sys->raise(3); }},
+    };
+    world.setSpinLimit(1000);
+    for (const Case& c : cases) {
+        said.clear();
+        again = true;
+        const PROCESS busy = launch("busy", 20, [&] { c.body(); *out += "over"; delay(1000); });
+        const Time began = world.now();
+        world.runFor(1 * SEC);
+        EXPECT_EQ(world.now(), began);
+        EXPECT_NE(log.expectMisuse("no progress").process.find(c.who), std::string::npos);
+        again = false;
+        world.runFor(10 * MS);
+        EXPECT_EQ(said, "over");
+        system.kill(busy);
+        if (const PROCESS isr = system.find("isr")) system.kill(isr);
+        EXPECT_EQ(log.count(), 0u);
+    }
+}
+
 TEST_F(Scheduling, AnExceptionLeavesTheRun)
 {
     world.after(1 * MS, [] { throw std::runtime_error("event"); });
@@ -270,6 +318,13 @@ TEST_F(Scheduling, AnExceptionLeavesTheRun)
     EXPECT_THROW(system.call(block, [] { throw std::logic_error("body"); }), std::logic_error);
     system.call(block, [&] { delay(5); said = "goes on"; });
     EXPECT_EQ(said, "goes on");
+    launch("bystander", 20, [this] { for (;;) { delay(1); said = "alive"; } });
+    int asked = 0;
+    const auto done = [&] { return ++asked == 5 ? throw std::range_error("done") : false; };
+    EXPECT_THROW(world.runUntilTrue(done, 100 * MS), std::range_error);
+    said.clear();
+    world.runFor(5 * MS);
+    EXPECT_EQ(said, "alive");
 }
 
 TEST_F(Scheduling, ACallThatCanNeverEndIsReported)
@@ -316,6 +371,45 @@ TEST_F(Scheduling, WorkOfTheHostRunsInTheWorldOfItsTime)
     EXPECT_GE(at, 20 * MS);
     EXPECT_LT(at, 60 * SEC);
     EXPECT_LT(world.now(), 60 * SEC);
+}
+
+TEST_F(Scheduling, SignalsOfTheHostDisturbNoSwitch)
+{
+    static volatile std::sig_atomic_t came;
+    came = 0;
+    struct sigaction count{}, before{};
+    count.sa_handler = [](int) { came = came + 1; };
+    sigaction(SIGALRM, &count, &before);
+    const itimerval often{{0, 200}, {0, 200}}, never{};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    u32 rounds = 0;
+    const PROCESS echo = launch("echo", 10, [] {
+        for (;;) {
+            Signal* sig = receive(ANY_SIGNAL);
+            const PROCESS from = sender(&sig);
+            send(&sig, from);
+        }
+    });
+    launch("asker", 20, [&] {
+        for (; came < 20; delay(1)) {
+            for (int i = 0; i < 100; ++i, ++rounds) {
+                sendNumber(echo, 1);
+                takeNumber();
+            }
+        }
+        world.stop();
+    });
+    world.runFor(3600 * SEC);
+    setitimer(ITIMER_REAL, &never, nullptr);
+    sigaction(SIGALRM, &before, nullptr);
+    EXPECT_GE(came, 20);
+    EXPECT_EQ(rounds, 100u * static_cast<u32>(world.now() / MS));
+}
+
+TEST_F(Scheduling, AWorldStaysOnItsHostThread)
+{
+    EXPECT_DEATH(std::thread([this] { world.runFor(1); }).join(),
+                 "a world belongs to the host thread that has run it first");
 }
 
 TEST_F(Scheduling, PostedWorkRunsInFullSpeedToo)

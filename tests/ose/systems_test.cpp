@@ -132,6 +132,44 @@ TEST_F(Linked, APathThatIsGoneTakesTheProcessesBehindItAlong)
     EXPECT_EQ(said, "7 501 at 10 7 501 at 50 ");
 }
 
+/// Says farewell when the stack is unwound.
+struct Farewell {
+    PROCESS to;
+    ~Farewell() { sendNumber(to, 9); }
+};
+
+TEST_F(Linked, WhoCannotBeAnsweredIsAnIdThatIsDeadAlready)
+{
+    far.spawn("server", 20, [&] {
+        for (;;) {
+            Signal* sig = receive(ANY_SIGNAL);
+            const PROCESS from = sender(&sig);
+            const bool dead = process_name(from) == nullptr;
+            said += std::to_string(sig->sigNo) + (dead ? " dead " : " alive ");
+            send(&sig, from);
+            if (!dead) continue;
+            attach(nullptr, from);
+            EXPECT_EQ(takeNumber(), 252u);
+        }
+    });
+    const PROCESS client = launch("client", 15, [&] {
+        const Farewell farewell{hunt("peer/server", 0, nullptr, nullptr)};
+        for (const SIGSELECT n : {1u, 2u, 3u}) {
+            sendNumber(farewell.to, n);
+            Signal* answer = receive_w_tmo(100, ANY_SIGNAL);
+            said += answer != nullptr ? "answered " : "lost ";
+            if (answer != nullptr) free_buf(&answer);
+            delay(100);
+        }
+        receive(ANY_SIGNAL);
+    });
+    world.at(50 * MS, [&] { world.unlink(far, "home"); });    // the way back alone
+    world.at(170 * MS, [&] { world.link(far, "home", system); });
+    world.at(400 * MS, [&] { system.kill(client); });
+    world.runFor(1 * SEC);
+    EXPECT_EQ(said, "1 alive answered 2 dead lost 3 alive answered 9 dead ");
+}
+
 TEST_F(Linked, SignalsCanBeLostOnTheWayInEitherDirection)
 {
     std::string taken;
@@ -347,16 +385,25 @@ TEST_F(Programs, ASignalStillBeingWorkedOnIsNoLeak)
     EXPECT_EQ(log.count(), 0u);
 }
 
-TEST_F(Programs, AProcessThatReturnsWithABufferLeaksIt)
+TEST_F(Programs, AProcessThatReturnsOrIsKilledByItsProgramWithABufferLeaksIt)
 {
-    system.call(block, [] { alloc(4, 65); }, 15, "careless");
-    EXPECT_EQ(log.expectMisuse("leaked").process, "careless");
+    const PROCESS victim = launch("careless", 10, [] {
+        alloc(4, 65);
+        receive(ANY_SIGNAL);
+    });
+    world.runFor(0);
+    for (const std::function<void()>& end : std::initializer_list<std::function<void()>>{
+             [] { alloc(4, 65); },
+             [] { alloc(4, 65); kill_proc(current_process()); },
+             [victim] { kill_proc(victim); }}) {
+        system.call(block, end, 15, "careless");
+        EXPECT_EQ(log.expectMisuse("leaked").process, "careless");
+    }
     EXPECT_EQ(block.poolUsed(), 0u);
 }
 
-TEST_F(Programs, UnloadAndLoadFromAnEventOnTheProgramsOwnThread)
+TEST_F(Programs, UnloadAndLoadFromAnEvent)
 {
-    // The sleeper blocks last, so the events run on its thread.
     Block* now = &block;
     struct OnStack {
         std::string* out;
@@ -377,9 +424,9 @@ TEST_F(Programs, UnloadAndLoadFromAnEventOnTheProgramsOwnThread)
         });
     }
     world.runFor(1 * SEC);
-    EXPECT_EQ(said, "gone unwound gone unwound gone unwound ");
+    EXPECT_EQ(said, "unwound gone unwound gone unwound gone ");
     system.unload(*now);
-    EXPECT_EQ(said, "gone unwound gone unwound gone unwound unwound ");
+    EXPECT_EQ(said, "unwound gone unwound gone unwound gone unwound ");
     EXPECT_EQ(system.find("idle_lm"), 0u);
 }
 

@@ -8,6 +8,8 @@ namespace {
 
 class Timers : public Kernel {};
 
+constexpr Time FOREVER_AFTER = INT64_MAX - 1;
+
 TEST_F(Timers, DeliverOnceToWhoAsked)
 {
     system.call(block, [&] {
@@ -163,6 +165,40 @@ TEST_F(Timers, OfAnotherProcessAreNotOnesOwn)
     EXPECT_EQ(m.sigNo, 33u);
     world.runFor(1 * SEC);
     EXPECT_EQ(said, "50");
+}
+
+TEST_F(Timers, LongerThanTheWorldLastsNeverEnd)
+{
+    world.runUntil(60 * 86'400 * SEC);
+    launch("delays", 20, [&] { delay(0xFFFF'FFFF); said += "delay "; });
+    launch("receives", 20, [&] { receive_w_tmo(0xFFFF'FFFF, ANY_SIGNAL); said += "receive "; });
+    launch("asks", 20, [&] {
+        request_tmo(0xFFFF'FFFF, 1);
+        TimerRef reset = request_tmo(5, 2);
+        reset_tmo(&reset, 0xFFFF'FFFF);
+        takeNumber();
+        said += "timer ";
+    });
+    world.after(FOREVER_AFTER, [&] { said += "event "; });
+    world.runFor(86'400 * SEC);
+    EXPECT_EQ(said, "");
+}
+
+TEST_F(Timers, AreNotForInterruptProcesses)
+{
+    launch("owner", 20, [&] {
+        start(create_process(KIND_INTERRUPT, "isr", [] {
+            EXPECT_EQ(request_tmo(10, 1), 0u);
+            Signal* sig = alloc(4, 2);
+            EXPECT_EQ(request_tmo_sig(10, &sig), 0u);
+            EXPECT_NE(sig, nullptr);
+            free_buf(&sig);
+        }, 2048, 19, 0, 1));
+        system.raise(1);
+    });
+    world.runFor(1 * SEC);
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(log.expectMisuse("timer in an interrupt process").process, "isr");
 }
 
 TEST_F(Timers, TicksWrapAt32Bits)
