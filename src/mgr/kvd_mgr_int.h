@@ -12,8 +12,6 @@ int KvdLoz6TuMgr_dispatchFirstGroup(Signal* sig);
 int KvdLoz6TuMgr_dispatchSecondGroup(Signal* sig);
 /// Ends a signal that was read. A buffer that its component arms again and again stays that component's.
 void KvdLoz6TuMgr_release(Signal* sig);
-/// The one component that a halted unit still serves is the connection to the main processor.
-bool KvdLoz6TuMgr_isHalted();
 /// Red LED of the board: the hardware fault alarm.
 void KvdLoz6TuMgr_raiseAlarm();
 void KvdLoz6TuMgr_ceaseAlarm();

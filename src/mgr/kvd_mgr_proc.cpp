@@ -109,8 +109,8 @@ void serve()
 {
     node::traceClearErrorStatus();
     Signal* const sig = KvdLoz6TuMgr_next();
-    if (KvdLoz6TuMgr_isHalted()) offerToConnection(sig);
-    else                         offerAlongChain(sig);
+    if (KvdLoz6TuMgr_isHalted() != 0) offerToConnection(sig);
+    else                              offerAlongChain(sig);
     if (node::traceErrorStatus() != 0) KVD_TRACE(TRACE_TUMGR_PROC, TRACE_CHECK, "ERROR STATUS");
     node::traceClearErrorStatus();
 }

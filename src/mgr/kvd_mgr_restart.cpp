@@ -154,7 +154,7 @@ void KvdLoz6TuMgr_haltProcess()
     s->hwFailed = 1;
 }
 
-bool KvdLoz6TuMgr_isHalted() { return s->hwFailed != 0; }
+u32  KvdLoz6TuMgr_isHalted() { return s->hwFailed; }
 bool KvdLoz6TuMgr_isRunning() { return s->componentsStarted != 0; }
 u32 KvdLoz6TuMgr_restartType() { return s->restartType; }
 u32 KvdLoz6TuMgr_coldRestart() { return s->coldRestart; }

@@ -13,6 +13,7 @@
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "refs/idpi_sig.h"
+#include "reg/kvd_reg_measure.h"
 #include "reg/reg_sig.h"
 #include "socpri/inci_sig.h"
 #include "socpri/inrsi_sig.h"
@@ -83,19 +84,35 @@ void setAside(Signal* sig)
     s->aside[s->count++] = sig;
 }
 
-/// One signal, with a trace for each hour in which none comes or many do.
-Signal* receiveDeaf(u32& since, u32& hours)
-{
-    for (;;) {
-        Signal* const sig = ose::receive_w_tmo(DEAF_TRACE_ms, ose::ANY_SIGNAL);
-        if (now_ms() - since >= DEAF_TRACE_ms) {
-            since = now_ms();
-            KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "the unit waits for the main processor to restart, waited=%u h",
-                      ++hours);
+/// A wait without an end of its own, traced every hour.
+class DeafWait {
+public:
+    Signal* receive()
+    {
+        for (;;) {
+            Signal* const sig = ose::receive_w_tmo(DEAF_TRACE_ms, ose::ANY_SIGNAL);
+            follow();
+            if (sig != nullptr) return sig;
         }
-        if (sig != nullptr) return sig;
     }
-}
+    double seconds() const { return static_cast<double>(waited_ms_) / 1000.0; }
+
+private:
+    /// Adds up what the kernel's time, which wraps after 49 days, has gone on.
+    void follow()
+    {
+        waited_ms_ += now_ms() - last_ms_;
+        last_ms_ = now_ms();
+        const u64 hours = waited_ms_ / DEAF_TRACE_ms;
+        if (hours == hours_) return;
+        hours_ = hours;
+        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "the unit waits for the main processor to restart, waited=%u h",
+                  static_cast<u32>(hours));
+    }
+
+    u64 waited_ms_ = 0, hours_ = 0;
+    u32 last_ms_ = now_ms();
+};
 
 }  // namespace
 
@@ -130,13 +147,15 @@ bool KvdLoz6TuMgr_pause(KvdMgrExchange& exchange, OSTIME time_ms)
 
 void KvdLoz6TuMgr_deafWait()
 {
-    u32 since = now_ms(), hours = 0;
+    DeafWait wait;
     for (bool isOver = false; !isOver;) {
-        Signal* sig = receiveDeaf(since, hours);
+        Signal* sig = wait.receive();
         isOver = sig->sigNo == KVD_COMM_SERVER_DEAD;
         if (!isOver && isNeededLater(sig)) setAside(sig);
         else                               KvdLoz6TuMgr_release(sig);
     }
+    // Its next sample is the first since, and the counter may have turned more than once.
+    KvdLoz6TuReg_stoodStill(wait.seconds());
     // The interrupt process left it closed for one that was dropped.
     tuHwIf_enableExtInt();
     KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "the wait for the main processor is over, set aside=%u, lost=%u",
@@ -146,9 +165,9 @@ void KvdLoz6TuMgr_deafWait()
 
 void KvdLoz6TuMgr_haltedWait(void (*take)(const Signal* sig))
 {
-    u32 since = now_ms(), hours = 0;
+    DeafWait wait;
     for (bool isOver = false; !isOver;) {
-        Signal* const sig = receiveDeaf(since, hours);
+        Signal* const sig = wait.receive();
         isOver = sig->sigNo == KVD_COMM_SERVER_DEAD;
         take(sig);
         KvdLoz6TuMgr_release(sig);
