@@ -124,6 +124,21 @@ TEST(OwnIdentity, IsAskedForEveryThreeSecondsUntilTheServiceIsThere)
     EXPECT_EQ(b.node.pri().clients(), 0u) << "terminated again";
 }
 
+TEST(OwnIdentity, IsAskedForAgainWhenTheServiceSaysNothing)
+{
+    IifBench b;
+    b.node.pri().setAnswer(sim::Answer::Silent);
+    b.in([] {
+        KvdLoz6TuIifAdm_initiate();
+        KvdLoz6TuIifAdm_msiMemInitiated();
+    });
+    b.run(25);
+    EXPECT_EQ(b.traces("The PRI service doesn't answer"), 2u);
+    b.node.pri().setAnswer(sim::Answer::Accept);
+    b.run(10);
+    EXPECT_EQ(b.sent(KVD_TUIIF_INITIATE_SERVICE_REQ), 1u);
+}
+
 TEST(OwnIdentity, IsFetchedOnceInALife)
 {
     IifBench b;
@@ -251,6 +266,27 @@ TEST(InitiateService, SuspendedOrRejectedLeavesTheUnitDeafUntilThePeerDies)
         ASSERT_EQ(bench::pktsyncInbox().size(), 1u) << "no word of an end before the beginning";
         EXPECT_EQ(reinterpret_cast<const Signal*>(bench::pktsyncInbox()[0].data())->sigNo, 0x9C667u);
     }
+}
+
+// Answers that lay in the queue when their server died: nobody's death would end the wait.
+TEST(InitiateService, AnswersOfNobodyAreDropped)
+{
+    IifBench b;
+    b.connect();
+    b.mp().die();
+    b.run(1);
+    for (const SIGSELECT sigNo : {KVD_TUIIF_INITIATE_SERVICE_SUS, KVD_TUIIF_INITIATE_SERVICE_REJ})
+        b.inject(KvdTuiifInitiateServiceSus{sigNo, 2, 20});
+    KvdTuiifInitiateServiceCfm cfm{};
+    cfm.sigNo = KVD_TUIIF_INITIATE_SERVICE_CFM;
+    cfm.signalRevision = 4;
+    cfm.pvSelected = 22;
+    b.inject(cfm);
+    EXPECT_EQ(b.traces("no main processor is there, answer dropped"), 3u);
+    EXPECT_EQ(b.startState(), TUIIF_BVQ_RESTARTED);
+    b.mp().start();
+    b.run(5);
+    EXPECT_EQ(b.startState(), TUIIF_START_RESTART_READY);
 }
 
 // ---- the peer's death ----
