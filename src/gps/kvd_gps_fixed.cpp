@@ -1,4 +1,5 @@
-// The position that the receiver holds, as the main processor is told it: once a hold, and to each main processor.
+// The position that the receiver holds, as the main processor is told it: once a hold, and to each main
+// processor.
 #include "gps/kvd_gps_int.h"
 #include "gps/kvd_gps_receiver.h"
 #include "iif/kvd_iifadm.h"

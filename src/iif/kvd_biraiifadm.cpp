@@ -222,8 +222,8 @@ void takeLink(const KvdBiraiifIdl2LinkInd& ind)
     bira::linkIndication(ind);
 }
 
-/// The program stays here until the link type is known, so that the hardware's start can follow it. A unit that
-/// runs has had that start: it goes on after a while, and takes the answers when they come.
+/// The program stays here until the link type is known, so that the hardware's start can follow it. A unit
+/// that runs has had that start: it goes on after a while, and takes the answers when they come.
 void awaitNegotiation()
 {
     KvdMgrExchange exchange = exchangeWithServer();

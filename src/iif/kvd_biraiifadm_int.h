@@ -37,7 +37,8 @@ inline bool isSlave() { return state().isMaster == 0; }
 
 /// False, and traced, for a number that names no type of link.
 bool isLinkType(u32 linkType);
-/// What a link indication of the server brings, or an order of the main processor in its place. Of a known type.
+/// What a link indication of the server brings, or an order of the main processor in its place. Of a known
+/// type.
 void linkIndication(const KvdBiraiifIdl2LinkInd& ind);
 /// The slave takes the hardware and starts to tune its time on the link.
 void takeOver();

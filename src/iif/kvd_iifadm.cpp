@@ -107,8 +107,8 @@ void terminatePri()
     ose::free_buf(&sig);
 }
 
-/// Blocks the manager until the own identity is known. Other signals wait in the queue meanwhile. A service that
-/// says nothing is asked again.
+/// Blocks the manager until the own identity is known. Other signals wait in the queue meanwhile. A service
+/// that says nothing is asked again.
 void fetchOwnIdentity()
 {
     static constexpr SIGSELECT PRI_SIGNALS[] = {
@@ -208,8 +208,8 @@ void onServerDead()
     s->tuiifServerUp = 0;
 }
 
-/// True for an answer of the server that is there now. One that lay in the queue when its server died, or came
-/// from elsewhere, would begin a wait that nobody's death ends.
+/// True for an answer of the server that is there now. One that lay in the queue when its server died, or
+/// came from elsewhere, would begin a wait that nobody's death ends.
 bool isFromServer(SIGSELECT sigNo)
 {
     if (s->tuiifServerUp != 0) return true;

@@ -244,8 +244,8 @@ bool onRunTimeAnswer(const Signal* sig, KvdMgrExchange& exchange)
     }
 }
 
-/// The test service is told of a fault that showed in running. Blocks the manager meanwhile, but not for long: a
-/// fault that stays is found, and told, at the next check.
+/// The test service is told of a fault that showed in running. Blocks the manager meanwhile, but not for
+/// long: a fault that stays is found, and told, at the next check.
 void reportRunTimeFault()
 {
     KvdMgrExchange exchange{TRACE_TUMGR_HWDIAG, TEMI, MGR_EXCHANGE_RUNNING_ms};

@@ -36,8 +36,9 @@ struct State {
 };
 ose::ModuleData<State> s;
 
-/// What services say of themselves once, and not again: it changes what a component holds of them. Measurements,
-/// sentences and packets aren't among them; they are old when the wait is over, and others follow.
+/// What services say of themselves once, and not again: it changes what a component holds of them.
+/// Measurements, sentences and packets aren't among them; they are old when the wait is over, and others
+/// follow.
 struct Numbers { SIGSELECT first, last; };
 constexpr Numbers STANDING[] = {
     {KVD_COMM_ONS_HUNT, KVD_COMM_ONS_DEAD},
@@ -66,7 +67,8 @@ bool isStanding(SIGSELECT sigNo)
                        [=](const Numbers& n) { return sigNo >= n.first && sigNo <= n.last; });
 }
 
-/// A time-out comes from the manager itself. A word of a process that is gone is that of its death, most of all.
+/// A time-out comes from the manager itself. A word of a process that is gone is that of its death, most of
+/// all.
 bool isNeededLater(Signal* sig)
 {
     const PROCESS from = ose::sender(&sig);
@@ -106,8 +108,8 @@ private:
         const u64 hours = waited_ms_ / DEAF_TRACE_ms;
         if (hours == hours_) return;
         hours_ = hours;
-        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "the unit waits for the main processor to restart, waited=%u h",
-                  static_cast<u32>(hours));
+        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO,
+                  "the unit waits for the main processor to restart, waited=%u h", static_cast<u32>(hours));
     }
 
     u64 waited_ms_ = 0, hours_ = 0;
@@ -128,8 +130,9 @@ Signal* KvdLoz6TuMgr_await(KvdMgrExchange& exchange, const SIGSELECT* selection,
         exchange.waited_ms += now_ms() - before;
         if (sig != nullptr) return sig;
         if (exchange.limit_ms != 0 && exchange.waited_ms >= exchange.limit_ms) {
-            KVD_TRACE(exchange.traceGroup, TRACE_ERROR, "%s doesn't answer, the unit goes on without %s, waited=%u ms",
-                      exchange.server, what, exchange.waited_ms);
+            KVD_TRACE(exchange.traceGroup, TRACE_ERROR,
+                      "%s doesn't answer, the unit goes on without %s, waited=%u ms", exchange.server, what,
+                      exchange.waited_ms);
             return nullptr;
         }
         KVD_TRACE(exchange.traceGroup, TRACE_ERROR, "%s doesn't answer, the start waits for %s, waited=%u s",

@@ -24,8 +24,8 @@ namespace node {
 
 /// All answer 0 for done; any other value is an error number to trace.
 u32 TarsoTemi_initiateService(const char* clientName, u32 protocolVersion);
-/// Lets the proxy take one of the service's answers. 2 when the service is in use from now on, 3 for the death of
-/// one that isn't the present one.
+/// Lets the proxy take one of the service's answers. 2 when the service is in use from now on, 3 for the
+/// death of one that isn't the present one.
 u32 TarsoTemi_internal(const Signal* sig);
 /// Lets go of a service without a word to it: its death isn't told any more.
 void TarsoTemi_forget();
