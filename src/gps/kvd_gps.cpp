@@ -210,7 +210,11 @@ void KvdLoz6TuGps_selectionMode(u8 selectionProcessMode)
 }
 
 /// The receiver goes on talking; the next main processor orders supervision anew and is then told.
-void KvdLoz6TuGps_serverGone() { s->supervision = 0; }
+void KvdLoz6TuGps_serverGone()
+{
+    s->supervision = 0;
+    gps::forgetFixedPosition();
+}
 
 void KvdLoz6TuGps_closePort()
 {

@@ -46,6 +46,12 @@ struct State {
 };
 State& state();
 
+// ---- kvd_gps_fixed.cpp ----
+/// After each timing sentence: the main processor is told the position once it is held.
+void tellFixedPosition();
+/// The next main processor is told again.
+void forgetFixedPosition();
+
 // ---- kvd_gps_machine.cpp ----
 /// One valid sentence more; stores the kind and answers it, PENDING ones too.
 u32  detectReceiver(Detection& detection, const char* text);

@@ -106,6 +106,7 @@ bool countModeRetry()
 
 void checkPositionMode()
 {
+    gps::tellFixedPosition();
     const GpsReceiver& receiver = KvdLoz6TuGps_receiver();
     const bool usable = receiver.timeNotValid == 0;
     const bool fixed = state().fixedPosition != 0;

@@ -150,17 +150,6 @@ void KvdLoz6TuIifAdm_sendGpsOslAttribCfm(u32 froId, u16 gpsOslCompensationDelay,
     });
 }
 
-void KvdLoz6TuIifAdm_sendGpsOutTimeDataInd(u8 regState, u16 mfc, u16 sfc, u32 inc, double t_gps)
-{
-    sendOwn<KvdTuiifGpsOutTimeDataInd>(KVD_TUIIF_GPS_OUT_TIME_DATA_IND, [&](auto& sig) {
-        sig.regState = regState;
-        sig.mfc = mfc;
-        sig.sfc = sfc;
-        sig.inc = inc;
-        sig.t_gps = t_gps;
-    });
-}
-
 void KvdLoz6TuIifAdm_sendSubscribePmCfm(u32 froType, u32 froId)
 {
     sendNew<KvdTuiifSubscribePmCfm>(KVD_TUIIF_SUBSCRIBE_PM_CFM, [&](auto& sig) {

@@ -54,7 +54,6 @@ void KvdLoz6TuIifAdm_sendIdl2SetMasterServerReq(u32 masterServer);
 // ---- answers ----
 
 void KvdLoz6TuIifAdm_sendGpsOslAttribCfm(u32 froId, u16 gpsOslCompensationDelay, u8 gpsOslState);
-void KvdLoz6TuIifAdm_sendGpsOutTimeDataInd(u8 regState, u16 mfc, u16 sfc, u32 inc, double t_gps);
 void KvdLoz6TuIifAdm_sendSubscribePmCfm(u32 froType, u32 froId);
 void KvdLoz6TuIifAdm_sendUnsubscribePmCfm(u32 froType, u32 froId);
 /// `count` values, none is allowed.

@@ -94,6 +94,7 @@ inline void ptpFault(PtpClock& c, u32 fault, bool raised)
     ptpFaults(c, raised ? fault : 0, raised ? 0 : fault);
 }
 /// Class or QualityLevelIndex of its grandmaster.
+inline bool ptpHasMaster(const PtpClock& c) { return c.parent.parentPortIdentity != PtpPortIdentity{}; }
 u8   ptpQualityOf(const PtpClock& c);
 /// Goes out while the clock is supervised.
 void ptpReportQuality(const PtpClock& c, u8 quality);

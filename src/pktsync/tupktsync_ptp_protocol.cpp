@@ -186,7 +186,8 @@ void ptpFaults(PtpClock& c, u32 set, u32 clear)
 u8 ptpQualityOf(const PtpClock& c)
 {
     const PtpClockQuality& q = c.parent.grandmasterClockQuality;
-    if (!ptpIsG82751Time(c)) return q.clockClass;
+    // Before the first Announce there is no class: 0 would be the best of all.
+    if (!ptpIsG82751Time(c)) return ptpHasMaster(c) ? q.clockClass : QUALITY_NONE;
     const u8 flags = c.timeProperties.flags;
     return ptpQualityLevelIndex({q.clockClass, q.clockAccuracy, (flags & PTP_TIME_TRACEABLE) != 0,
                                  (flags & PTP_FREQUENCY_TRACEABLE) != 0});
@@ -464,8 +465,8 @@ u8 TuPktsyncPTP_findClockQuality(u32 syncrefId)
     if (c == nullptr || !c->enabled) return QUALITY_NONE;
     if (ptpHasUcNeg(syncrefId)) {
         const u32 negotiation = ptpUcNegState(syncrefId);
-        const bool hasMaster = c->parent.parentPortIdentity != PtpPortIdentity{};
-        if (negotiation == UC_NEG_WAIT_ANNOUNCE_MSG || (negotiation < UC_NEG_WAIT_ANNOUNCE_MSG && !hasMaster))
+        if (negotiation == UC_NEG_WAIT_ANNOUNCE_MSG ||
+            (negotiation < UC_NEG_WAIT_ANNOUNCE_MSG && !ptpHasMaster(*c)))
             return QUALITY_NONE;
     }
     return ptpQualityOf(*c);
@@ -473,8 +474,11 @@ u8 TuPktsyncPTP_findClockQuality(u32 syncrefId)
 
 void TuPktsyncPTP_reportQualities()
 {
+    if (s->needs.reportQuality == nullptr) return;
     for (const auto& c : s->clocks)
-        if (c) ptpReportQuality(*c, TuPktsyncPTP_findClockQuality(c->setup.syncrefId));
+        if (c)
+            s->needs.reportQuality(c->setup.froId, c->setup.froClassNo,
+                                   TuPktsyncPTP_findClockQuality(c->setup.syncrefId));
 }
 
 const char* ptpPortStateText(u32 portState)

@@ -173,6 +173,23 @@ measure::SampleInterval measure::sampleInterval(double t_c_last, double t_f_last
     return {t_c, (t_c - t_c_last) + d};
 }
 
+namespace {
+
+/// The whole turns that the counter alone doesn't show.
+void addMissedTurns(measure::SampleInterval& sample, double period)
+{
+    double& stoodStill_s = state().stoodStill_s;
+    const double turns = std::round((stoodStill_s - sample.t_s) / period);
+    stoodStill_s = 0.0;
+    if (turns < 1.0) return;
+    sample.t_c += turns * period;
+    sample.t_s += turns * period;
+}
+
+}  // namespace
+
+void KvdLoz6TuReg_stoodStill(double seconds) { state().stoodStill_s = seconds; }
+
 int KvdLoz6TuReg_calcSampleTimeInterval(double& t_s)
 {
     double period = 0, t_f = 0;
@@ -184,8 +201,9 @@ int KvdLoz6TuReg_calcSampleTimeInterval(double& t_s)
         KVD_TRACE(TRACE_TUREG, TRACE_INFO,
                   "No previous sample time. Get historical data. Not implemented!");
     }
-    const measure::SampleInterval sample =
+    measure::SampleInterval sample =
         measure::sampleInterval(v.t_c_last, v.t_f_last, t_f, period);
+    if (s.stoodStill_s > 0.0) addMissedTurns(sample, period);
     if (sample.t_s < 0) {
         char now[64], last[64];
         std::snprintf(now, sizeof now, "%s, %s", TuCommon_text(sample.t_c), TuCommon_text(t_f));

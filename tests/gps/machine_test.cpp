@@ -233,6 +233,30 @@ TEST(GpsMode, IsAskedForAgainAfterSixTimingSentences)
     }
 }
 
+TEST(GpsMode, HeldPositionIsToldOnceAHold)
+{
+    GpsUnit unit;
+    const auto told = [&] { return unit.node.mainProcessor().count(KVD_TUIIF_FIXED_POSITION_IND); };
+    unit.becomeOperational();
+    unit.talk(3);
+    EXPECT_EQ(told(), 0u) << "held, but nobody knows where";
+    unit.say(nmea("PNVX,GPavp,4807.0380,N,01131.0000,E,00545.4,00"));
+    unit.talk(3);
+    ASSERT_EQ(told(), 1u);
+    const auto ind = unit.node.mainProcessor().last(KVD_TUIIF_FIXED_POSITION_IND)->as<KvdTuiifFixedPositionInd>();
+    EXPECT_EQ(ind->froId, 0u);
+    EXPECT_EQ(ind->latitude.deg, 48);
+    EXPECT_EQ(ind->longitude.min, 31);
+    double altitude_m = 0;
+    std::memcpy(&altitude_m, ind->altitude, sizeof altitude_m);
+    EXPECT_EQ(altitude_m, 545.4);
+    unit.say(GPSTS_SURVEY);
+    unit.talk(1);
+    unit.say(GPSTS_HOLD);
+    unit.talk(3);
+    EXPECT_EQ(told(), 2u);
+}
+
 TEST(GpsMode, WishNeedsALineAndAReceiverThatUnderstands)
 {
     GpsUnit unit;

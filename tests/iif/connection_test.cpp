@@ -124,6 +124,21 @@ TEST(OwnIdentity, IsAskedForEveryThreeSecondsUntilTheServiceIsThere)
     EXPECT_EQ(b.node.pri().clients(), 0u) << "terminated again";
 }
 
+TEST(OwnIdentity, IsAskedForAgainWhenTheServiceSaysNothing)
+{
+    IifBench b;
+    b.node.pri().setAnswer(sim::Answer::Silent);
+    b.in([] {
+        KvdLoz6TuIifAdm_initiate();
+        KvdLoz6TuIifAdm_msiMemInitiated();
+    });
+    b.run(25);
+    EXPECT_EQ(b.traces("The PRI service doesn't answer"), 2u);
+    b.node.pri().setAnswer(sim::Answer::Accept);
+    b.run(10);
+    EXPECT_EQ(b.sent(KVD_TUIIF_INITIATE_SERVICE_REQ), 1u);
+}
+
 TEST(OwnIdentity, IsFetchedOnceInALife)
 {
     IifBench b;
@@ -216,14 +231,12 @@ TEST(InitiateService, StartsTheComponentsAsNegotiated)
 
 TEST(InitiateService, SuspendedOrRejectedLeavesTheUnitDeafUntilThePeerDies)
 {
-    struct Case { sim::Answer answer; u32 deaf, afterDeath; const char* trace; u32 firstStart; };
+    struct Case { sim::Answer answer; u32 deaf, afterDeath; const char* trace; };
     for (const Case& c :
          {Case{sim::Answer::Suspend, TUIIF_LOZ6_STARTED, TUIIF_LOZ6_STARTED,
-               "KVD_TUIIF_INITIATE_SERVICE_SUS received. highestAvailablePV=20Wait until BVQ has restarted",
-               1},
+               "KVD_TUIIF_INITIATE_SERVICE_SUS received. highestAvailablePV=20Wait until BVQ has restarted"},
           Case{sim::Answer::Reject, TUIIF_ERROR, TUIIF_BVQ_RESTARTED,
-               "KVD_TUIIF_INITIATE_SERVICE_REJ received. highestAvailablePV=20Wait until BVQ has restarted",
-               0}}) {
+               "KVD_TUIIF_INITIATE_SERVICE_REJ received. highestAvailablePV=20Wait until BVQ has restarted"}}) {
         SCOPED_TRACE(c.trace);
         sim::NodeConfig config = IifBench::config();
         config.mainProcessor.highestAvailablePv = 20;
@@ -249,9 +262,31 @@ TEST(InitiateService, SuspendedOrRejectedLeavesTheUnitDeafUntilThePeerDies)
         b.mp().start();
         b.run(5);
         EXPECT_EQ(b.startState(), TUIIF_START_RESTART_READY);
-        EXPECT_TRUE(b.traced("isLoz6Started " + std::to_string(c.firstStart)));
-        EXPECT_FALSE(b.traced("isLoz6Started " + std::to_string(1 - c.firstStart)));
+        EXPECT_TRUE(b.traced("isLoz6Started 1")) << "nothing has been started before";
+        ASSERT_EQ(bench::pktsyncInbox().size(), 1u) << "no word of an end before the beginning";
+        EXPECT_EQ(reinterpret_cast<const Signal*>(bench::pktsyncInbox()[0].data())->sigNo, 0x9C667u);
     }
+}
+
+// Answers that lay in the queue when their server died: nobody's death would end the wait.
+TEST(InitiateService, AnswersOfNobodyAreDropped)
+{
+    IifBench b;
+    b.connect();
+    b.mp().die();
+    b.run(1);
+    for (const SIGSELECT sigNo : {KVD_TUIIF_INITIATE_SERVICE_SUS, KVD_TUIIF_INITIATE_SERVICE_REJ})
+        b.inject(KvdTuiifInitiateServiceSus{sigNo, 2, 20});
+    KvdTuiifInitiateServiceCfm cfm{};
+    cfm.sigNo = KVD_TUIIF_INITIATE_SERVICE_CFM;
+    cfm.signalRevision = 4;
+    cfm.pvSelected = 22;
+    b.inject(cfm);
+    EXPECT_EQ(b.traces("no main processor is there, answer dropped"), 3u);
+    EXPECT_EQ(b.startState(), TUIIF_BVQ_RESTARTED);
+    b.mp().start();
+    b.run(5);
+    EXPECT_EQ(b.startState(), TUIIF_START_RESTART_READY);
 }
 
 // ---- the peer's death ----
