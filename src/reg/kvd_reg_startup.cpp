@@ -3,6 +3,7 @@
 #include "hw/hali.h"
 #include "hw/kvd_hwif.h"
 #include "iif/kvd_iifadm.h"
+#include "iif/tuiif_sig.h"
 #include "mgr/kvd_mgr_hwdiag.h"
 #include "mgr/kvd_mgr_mem.h"
 #include "mgr/kvd_mgr_proc.h"
@@ -52,7 +53,7 @@ void shutDownLoops()
         KvdLoz6TuReg_slavePll_setState(SLAVE_PLL_Uninitialized);
         return;
     }
-    KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
+    if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) KvdLoz6TuReg_endPll();
     if (KvdLoz6TuReg_selectedRef() != TU_SR_SOCPRI_REF) return;
     KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_TEMP);
     if (s.badTempReported != 0) return;
@@ -70,6 +71,7 @@ void temperatureOutside(double vT, u32 outOfLimits, int result)
         if (outOfLimits > regulator::TEMP_FAULT_TICKS) {
             KvdLoz6TuReg_setRegState(WARMUP);
             shutDownLoops();
+            KvdLoz6TuReg_setRegState(WARMUP);    // a loop that pulls in says "frequency locked" at its end
         } else {
             KvdLoz6TuReg_handleTempMeasurement();
         }
@@ -362,6 +364,19 @@ void KvdLoz6TuReg_initiateFromPllNow()
     double vT = 0;
     if (HALI_getOcxoTemp(vT) != 0) vT = 0;
     KvdLoz6TuReg_initiateFromPll(vT);
+}
+
+void KvdLoz6TuReg_endPll(void (*tell)(u32 event), u32 event)
+{
+    KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
+    if (tell != nullptr) tell(event);
+    KvdLoz6TuReg_initiateFromPllNow();
+    if (KvdLoz6TuReg_regState() == WARMUP) return;   // an oscillator out of its range stays that
+    KvdLoz6TuReg_forceRegState(UNKNOWN);
+    // While the link is selected the grades of the Kalman path aren't told: nothing but this says that
+    // the time which the loop held is gone.
+    if (KvdLoz6TuReg_selectedRef() == TU_SR_GPSOSL_REF)
+        KvdLoz6TuIifAdm_reportClockState(KVD_TUIIF_FREQUENCY_HOLDOVER);
 }
 
 void KvdLoz6TuReg_temperatureCoefficients(double coeff[3])
