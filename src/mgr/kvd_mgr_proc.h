@@ -30,6 +30,8 @@ void KvdLoz6TuMgr_startHardware(u32 idlMode, u32 restart);
 
 /// The halted state: serves nothing until the main processor dies, then returns to the main loop.
 void KvdLoz6TuMgr_haltProcess();
+/// 1 from the first halted state on: what ran into it isn't to run again.
+u32  KvdLoz6TuMgr_isHalted();
 
 /// 1 master, 0 slave; any other stored value is traced and reads as 0.
 u8  KvdLoz6TuMgr_masterSlaveMode();

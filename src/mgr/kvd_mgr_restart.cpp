@@ -146,6 +146,7 @@ void KvdLoz6TuMgr_haltProcess()
     }
 }
 
+u32 KvdLoz6TuMgr_isHalted() { return s->hwFailed; }
 u32 KvdLoz6TuMgr_restartType() { return s->restartType; }
 u32 KvdLoz6TuMgr_coldRestart() { return s->coldRestart; }
 

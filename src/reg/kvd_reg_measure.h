@@ -83,6 +83,8 @@ void KvdLoz6TuReg_handleConfigRefType(u32 refType, u32 froId);
 int  KvdLoz6TuReg_handleRefClkInt(LatchedEdge& edge);
 /// 1 on success; moves t_c_last and t_f_last.
 int  KvdLoz6TuReg_calcSampleTimeInterval(double& t_s);
+/// The same for a counter that others may have set since the last sample: no interval is judged.
+void KvdLoz6TuReg_takeSampleTime();
 void KvdLoz6TuReg_calcZ(double t_mod, const double time[2], const double timeRef[2], double& z,
                         TimePair& zPair, double& phase);
 /// What the narrower modulus hid goes into the offset, and the wider one holds from now on.

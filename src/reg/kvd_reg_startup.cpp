@@ -2,6 +2,7 @@
 // which the filter gets its first values.
 #include "hw/hali.h"
 #include "hw/kvd_hwif.h"
+#include "iif/kvd_biraiifadm.h"
 #include "iif/kvd_iifadm.h"
 #include "iif/tuiif_sig.h"
 #include "mgr/kvd_mgr_hwdiag.h"
@@ -12,6 +13,7 @@
 #include "node/platform.h"
 #include "node/trace.h"
 #include "ref/ref_types.h"
+#include "refs/kvd_slave.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_history.h"
@@ -35,15 +37,17 @@ enum OscTempState : u8 {
     OSC_TEMP_UNREADABLE = 4
 };
 
+/// The state belongs to the hardware diagnosis, which writes the error log at a change.
 void reportTemperature(u8 oscTempState, int haliResult)
 {
-    regulator::State& s = state();
-    if (s.oscTempState != oscTempState) {
-        s.oscTempState = oscTempState;
+    if (KvdLoz6HwDiag_lastTemperatureState() != oscTempState)
         KvdLoz6TuIifAdm_sendOscTemperatureState(oscTempState);
-    }
     KvdLoz6HwDiag_temperatureState(oscTempState, haliResult);
 }
+
+/// Before its first values the filter has no divider and no variance: what a sample made of it would be
+/// steered by, told and kept.
+bool isFilterStarted() { return state().tuRegInitiateState >= TUREG_WARM_INITIATED; }
 
 /// A loop can't hold the clock with an oscillator out of its range.
 void shutDownLoops()
@@ -72,7 +76,7 @@ void temperatureOutside(double vT, u32 outOfLimits, int result)
             KvdLoz6TuReg_setRegState(WARMUP);
             shutDownLoops();
             KvdLoz6TuReg_setRegState(WARMUP);    // a loop that pulls in says "frequency locked" at its end
-        } else {
+        } else if (isFilterStarted()) {
             KvdLoz6TuReg_handleTempMeasurement();
         }
         reportTemperature(vT < s.vTmin ? OSC_TEMP_TOO_LOW : OSC_TEMP_TOO_HIGH, result);
@@ -82,10 +86,21 @@ void temperatureOutside(double vT, u32 outOfLimits, int result)
     }
 }
 
+/// A loop on IDL2 that ended with the temperature has nobody else who begins it again.
+void restartIdl2Loop()
+{
+    if (!regulator::isIdl2Slave() || KvdLoz6TuReg_regState() != WARMUP) return;
+    if (KvdLoz6BiraIifAdm_timeTuningOngoing() == 0) return;
+    KvdLoz6TuReg_setRegState(FREQDRIFTING);      // the divider stays the loop's
+    KvdLoz6TuReg_slavePll_init(SLAVE_PLL_Unlocked);
+    KvdLoz6TuIifAdm_updateRadioClockState(KVD_TUIIF_SLAVE_FREQUENCY_LOCKED);
+}
+
 void temperatureInside(int result)
 {
     regulator::State& s = state();
     if (s.passedWarmup == 0) return;
+    restartIdl2Loop();
     if (s.badTempReported != 0) {
         s.badTempReported = 0;
         inrsiReportOcxoTemp(0);
@@ -110,6 +125,7 @@ void stepStart(double vT, bool isOutside)
         return;
     }
     regulator::initiateRegulator(vT);
+    KvdLoz6TuSlave_idl2Reset();                  // a link that came first has set the time that is gone now
     s.passedWarmup = 1;
     setInitiateState(TUREG_INIT);
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "IDL2 Slave - temp range reached through BASIC LM");
@@ -119,11 +135,7 @@ void stepStart(double vT, bool isOutside)
 void stepWarmUp(double vT)
 {
     regulator::State& s = state();
-    if (regulator::initiateRegulator(vT) == 0) {
-        if (s.passedWarmup != 0 && s.initCnt > regulator::TICKS_WARM_INITIATED)
-            KvdLoz6TuReg_handleTempMeasurement();
-        return;
-    }
+    if (regulator::initiateRegulator(vT) == 0) return;
     regulator::cancelWarmupTimer();
     s.passedWarmup = 1;
     if (s.initCnt <= regulator::TICKS_WARM_INITIATED) {
