@@ -184,7 +184,7 @@ void onReadTempTimeout()
         return;
     }
     KvdLoz6TuReg_readOcxoTemp();
-    // The reading may have halted the unit: a tick would do so again, before the next main processor is heard.
+    // The reading may have halted the unit: the next would do so again, before a main processor is heard.
     if (KvdLoz6TuMgr_isHalted() == 0) startReadTempTimer();
 }
 

@@ -36,7 +36,6 @@ void markPerformed();
 bool isPending();
 /// The step that takes the offset away, and the offset cleared; nothing up to one counter step.
 bool removeOffset();
-/// Starts a timer of this module unless it runs; a refusal is traced.
 void traceRefusedTimer();
 
 constexpr OSTIME JUMP_IND_TMO_ms = 4000;

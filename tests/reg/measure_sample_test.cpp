@@ -398,7 +398,7 @@ TEST(TemperatureSample, CountsDownToHistoryAndCalibration)
 {
     struct Case { u32 selected; double before, after; };
     for (const Case& c : std::to_array<Case>({{TU_SR_NO_REF, 3.0, 2.0},
-                                              {TU_SR_NO_REF, 0.0, 60.0 / 2.1 - 1.0},   // a write that fails: a minute
+                                              {TU_SR_NO_REF, 0.0, 60.0 / 2.1 - 1.0},   // no record: a minute
                                               {TU_SR_PDH_REF1, 0.5, -0.5},
                                               {TU_SR_GPSOSL_REF, 3.0, 3.0},
                                               {TU_SR_SOCPRI_REF, 3.0, 3.0}})) {
