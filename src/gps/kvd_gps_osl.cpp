@@ -396,8 +396,7 @@ void KvdLoz6GpsOsl_filterEnd(u32 row)
         return;
     const u32 pllState = KvdLoz6TuReg_pllState();
     if (pllState <= PLL_Unlocked) {              // nothing to hold over
-        KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
-        KvdLoz6TuReg_initiateFromPllNow();
+        KvdLoz6TuReg_endPll();
         return;
     }
     KvdLoz6TuReg_pll_toHoldover();
@@ -427,8 +426,10 @@ void KvdLoz6GpsOsl_handleInt()
 {
     gps::Observation o;
     if (!gps::observe(KvdLoz6GpsOsl_time, setLinkNoise, o)) return;
-    if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) KvdLoz6TuReg_pll_control(o.z);
-    else                                              KvdLoz6TuReg_measUpdate(o.z_i, o.z, o.t_s, o.phase);
+    if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) return KvdLoz6TuReg_pll_control(o.z);
+    KvdLoz6TuReg_measUpdate(o.z_i, o.z, o.t_s, o.phase);
+    // A link that is still selected, or again, after its loop has ended: nobody else begins it anew.
+    if (KvdLoz6TuReg_isMaster() != 0) KvdLoz6TuReg_pll_init(PLL_Unlocked);
 }
 
 void KvdLoz6GpsOsl_printInfo()

@@ -4,12 +4,12 @@
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_regs.h"
 #include "mgr/kvd_mgr_mem.h"
-#include "mgr/kvd_mgr_mem.h"
 #include "mgr/trace_groups.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
 
+#include <cstring>
 #include <ctime>
 
 namespace {
@@ -25,6 +25,11 @@ struct State {
     const char* device = "";
     SerialPortDescriptor port{};
     PROCESS process = 0; // serial interrupt process, stays when only the port is closed
+    // What the oscillator's EEPROM said, once it was read well: it stays the same for the program's life.
+    bool hasParams = false, hasSerial = false;
+    OcxoParams params{};
+    char serial[18] = "";
+    u8 version = 0, manufacturer = 0;
 };
 ose::ModuleData<State> s;
 
@@ -95,6 +100,10 @@ int HALI_getPowerOnTime(u32& time)
 
 int HALI_getOcxoParams(OcxoParams& params)
 {
+    if (s->hasParams) {
+        params = s->params;
+        return 0;
+    }
     params = {};
     if (tuHwIf_lookupRegister(REG_NOM_FREQ_HIGH) >> 32 != 0) { // then nothing of the block is there
         KVD_TRACE(TRACE_HALI, TRACE_ERROR, "Unable to obtain FPGA memory address.");
@@ -110,6 +119,8 @@ int HALI_getOcxoParams(OcxoParams& params)
     params.a3 = tuHwIf_readOcxoCoeff(4);
     params.tempMin = tuHwIf_readOcxoCoeff(7);
     params.tempMax = tuHwIf_readOcxoCoeff(8);
+    s->hasParams = params.nominalFrequency > 0;
+    s->params = params;
     return 0;
 }
 
@@ -117,7 +128,15 @@ int HALI_getOcxoTemp(double& volts) { return tuHwIf_readOcxoTemp(volts); }
 
 int HALI_readOcxoSerial(char serial[18], u8& version, u8& manufacturer)
 {
-    return tuHwIf_readOcxoSerial(serial, version, manufacturer);
+    if (!s->hasSerial) {
+        const int result = tuHwIf_readOcxoSerial(s->serial, s->version, s->manufacturer);
+        if (result != 0) return result;
+        s->hasSerial = true;
+    }
+    std::memcpy(serial, s->serial, sizeof s->serial);
+    version = s->version;
+    manufacturer = s->manufacturer;
+    return 0;
 }
 
 // ---- output -----------------------------------------------------------------------------------

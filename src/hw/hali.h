@@ -28,6 +28,7 @@ struct OcxoParams {
     double a0, a1, a2, a3;        // ppb against volts
     double tempMin, tempMax;      // volts
 };
+/// From the EEPROM, read once in the program's life; so is the serial number.
 int  HALI_getOcxoParams(OcxoParams& params);
 /// 0 good, 1 no register, 2 out of range, 3 no data.
 int  HALI_getOcxoTemp(double& volts);

@@ -3,6 +3,7 @@
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_priv.h"
 
+#include "base/kvd_timer.h"
 #include "mgr/trace_groups.h"
 #include "node/sig.h"
 #include "node/trace.h"
@@ -27,8 +28,7 @@ constexpr double SINE[STEPS] = {        // sin((i + 1) pi / 8)
 
 struct State {
     bool active = false;
-    TimerRef timer = 0;
-    u32 lateSteps = 0;         // steps still queued of timers that were cancelled
+    KvdTimer timer;
     u32 startTicks = 0;
     u32 index = 0;             // 0 to 15
     double offset = 0.0;       // relative
@@ -41,15 +41,6 @@ u32 secondsSinceStart()
                             / 1000000);
 }
 
-void cancelTimer()
-{
-    if (s->timer == 0) return;
-    Signal* step = ose::cancel_tmo_sig(&s->timer);
-    s->timer = 0;
-    if (step != nullptr) ose::free_buf(&step);
-    else ++s->lateSteps;
-}
-
 void goIdle()
 {
     s->active = false;
@@ -58,17 +49,14 @@ void goIdle()
 
 void renewTimer(const KvdTuhwifGenWanderReq& req, u32 interval)
 {
-    if (s->timer != 0) return;
+    if (s->timer.runs()) return;
     auto* step = node::make<KvdTuhwifGenWanderReq>(KVD_TUHWIF_GEN_WANDER_REQ);
     step->operation = WANDER_STEP;
     step->frequency = req.frequency;
     step->amplitude = req.amplitude;
     step->offset = req.offset;
-    Signal* sig = reinterpret_cast<Signal*>(step);
-    s->timer = ose::request_tmo_sig(interval, &sig);
-    if (s->timer != 0) return;
+    if (KvdTimer_startSig(s->timer, interval, reinterpret_cast<Signal*>(step))) return;
     KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "No timer for wander generation, it ends here");
-    ose::free_buf(&sig);
     goIdle();
 }
 
@@ -98,8 +86,8 @@ void onStart(const KvdTuhwifGenWanderReq& req, u32 interval)
                   "Starting wander generation, frequency= %g, amplitude= %g, offset= %g",
                   req.frequency, req.amplitude, req.offset);
     }
-    if (s->timer != 0) {
-        cancelTimer();
+    if (s->timer.runs()) {
+        KvdTimer_cancel(s->timer);
         KVD_TRACE(
             TRACE_TUHWIF, TRACE_INFO,
             "Previous wander generation is stopped. Starting new wander generation: frequency= %g, "
@@ -111,19 +99,14 @@ void onStart(const KvdTuhwifGenWanderReq& req, u32 interval)
 
 void onStop()
 {
-    cancelTimer();
+    KvdTimer_cancel(s->timer);
     goIdle();
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Wander generation stopped.");
 }
 
 void onStep(const KvdTuhwifGenWanderReq& req, u32 interval)
 {
-    if (s->lateSteps != 0) {       // of a timer that a start or stop had cancelled
-        --s->lateSteps;
-        return;
-    }
-    s->timer = 0;
-    if (s->active) generate(req, interval);
+    if (KvdTimer_expired(s->timer) && s->active) generate(req, interval);
 }
 
 void onGenWanderReq(const KvdTuhwifGenWanderReq* req)
@@ -159,7 +142,7 @@ u32 wanderInterval(double f_mHz)
     return interval >= 1.0 && interval < 4294967296.0 ? static_cast<u32>(interval) : 0;
 }
 
-WanderState wanderState() { return {s->active ? 1u : 0u, s->index, s->timer != 0 ? 1u : 0u}; }
+WanderState wanderState() { return {s->active ? 1u : 0u, s->index, s->timer.runs() ? 1u : 0u}; }
 
 }  // namespace hwif
 

@@ -309,6 +309,7 @@ int KvdLoz6BiraIifAdm_started() { return s->biraInitiated != 0 || s->biraUnavail
 u32 KvdLoz6BiraIifAdm_hasHwControl() { return s->hasHwControl; }
 u32 KvdLoz6BiraIifAdm_idlMode() { return s->idlMode; }
 u32 KvdLoz6BiraIifAdm_timeTuningOngoing() { return s->timeTuningOngoing; }
+u32 KvdLoz6BiraIifAdm_persistentFreqLock() { return s->persistentFreqLock; }
 u8  KvdLoz6BiraIifAdm_startType() { return s->startType; }
 u32 KvdLoz6BiraIifAdm_idl2InitState() { return s->idl2InitState; }
 u32 KvdLoz6BiraIifAdm_initiatedFromSlaveMsi() { return s->fromSlaveMsi; }

@@ -57,5 +57,6 @@ void KvdLoz6BiraIifAdm_idl1ClkState(u32 clkStatus, u32 again);
 /// Orders of the main processor that are passed on.
 void KvdLoz6BiraIifAdm_selectIdlType(u32 idl2Type, u8 synchPortNo);
 void KvdLoz6BiraIifAdm_togglePersistentFreqLock(u32 value, u8 synchPortNo);
+u32  KvdLoz6BiraIifAdm_persistentFreqLock();   // 1 from the order until the server confirms it
 /// "bira_iif" section of kvdinfo.
 void KvdLoz6BiraIifAdm_printInfo();

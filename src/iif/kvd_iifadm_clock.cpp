@@ -395,9 +395,10 @@ void endSocpri()
 {
     inrsiClientReset();
     if (KvdLoz6TuReg_pllState() == PLL_Uninitialized) return;
-    KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
-    KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_SAVACTREF);
-    KvdLoz6TuReg_traceSoCpriLog(1);
+    KvdLoz6TuReg_endPll([](u32 event) {
+        KvdLoz6TuReg_logSoCpriEvent(event);
+        KvdLoz6TuReg_traceSoCpriLog(1);
+    }, SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_SAVACTREF);
 }
 
 void clockOfNewSelection(u8 refType)

@@ -84,7 +84,6 @@ struct State {
     StatusRecord gps, hptsi{0, "NOT OK"}, gpsOsl;
 
     u32 isMasterServer = 0;               // of the inter-unit links, as the main processor says
-    u32 persistentFreqLock = 0;
 };
 State& state();
 

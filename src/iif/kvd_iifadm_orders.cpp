@@ -109,8 +109,7 @@ void onTogglePersistentFreqLock(const KvdTuiifIdl2TogglePersistentFreqLockReq* r
         KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO, "Signal received by wrong slave DU!");
         return;
     }
-    if (req->persistentFreqLock == state().persistentFreqLock) return;
-    state().persistentFreqLock = req->persistentFreqLock;
+    if (req->persistentFreqLock == KvdLoz6BiraIifAdm_persistentFreqLock()) return;
     KvdLoz6BiraIifAdm_togglePersistentFreqLock(req->persistentFreqLock, req->synchPortNo);
 }
 

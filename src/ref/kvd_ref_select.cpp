@@ -148,11 +148,25 @@ bool refusedOnSlave(u8 refType)
     return true;
 }
 
-/// The loop lets go of the divider and the Kalman path goes on from where it stands.
-void endPll()
+/// Ends of a loop as SoCPRI's log tells them.
+void logLoopEnd(u32 event)
 {
-    KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
-    KvdLoz6TuReg_initiateFromPllNow();
+    KvdLoz6TuReg_logSoCpriEvent(event);
+    KvdLoz6TuReg_traceSoCpriLog(1);
+}
+
+void logLoopEndAndStopSocpri(u32 event)
+{
+    logLoopEnd(event);
+    inrsiClientReset();
+}
+
+/// A loop that ended while its link was selected: the Kalman path has predicted without the divider since
+/// then, and its state was told to nobody.
+bool hasUntoldEnd()
+{
+    const u8 regState = KvdLoz6TuReg_regState();
+    return isMaster() && s->sel.prevSelRef == GPSOSL_REF && regState != WARMUP && regState != UNKNOWN;
 }
 
 void afterSelection(u8 refType)
@@ -165,11 +179,10 @@ void afterSelection(u8 refType)
     const u32 pllState = KvdLoz6TuReg_pllState();
     KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Selecting ref %u, prevRef %u, pllState %u",
               s->sel.selectedRef, s->sel.prevSelRef, pllState);
-    if (pllState != PLL_Uninitialized) endPll();
+    if (pllState != PLL_Uninitialized || hasUntoldEnd()) KvdLoz6TuReg_endPll();
     if (wasAmongLastTwo(SOCPRI_REF)) {
         inrsiClientReset();
-        KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_TRANS);
-        KvdLoz6TuReg_traceSoCpriLog(1);
+        logLoopEnd(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_TRANS);
     }
 }
 
@@ -250,13 +263,8 @@ int selectPdhSdh(Ids ids)
 
 void endDeselectedLoop(u32 event)
 {
-    KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
-    if (s->sel.prevSelRef == SOCPRI_REF) {
-        KvdLoz6TuReg_logSoCpriEvent(event);
-        KvdLoz6TuReg_traceSoCpriLog(1);
-        inrsiClientReset();
-    }
-    KvdLoz6TuReg_initiateFromPllNow();
+    if (s->sel.prevSelRef == SOCPRI_REF) KvdLoz6TuReg_endPll(logLoopEndAndStopSocpri, event);
+    else                                 KvdLoz6TuReg_endPll();
 }
 
 void deselectLocked(bool wasGpsOsl)
@@ -306,7 +314,12 @@ void deselectPllRef(u32 pllState)
     case PLL_Locked_Holdover:
         deselectInHoldover(wasGpsOsl, pllState);
         break;
+    case PLL_PreJumpStart:
+    case PLL_PreJumpHist:                           // no phase came yet, and none will
+        KvdLoz6TuReg_endPll();
+        break;
     default:
+        if (hasUntoldEnd()) KvdLoz6TuReg_endPll();
         break;
     }
     if (!wasGpsOsl) KvdLoz6TuReg_setRegState(UNKNOWN);
@@ -418,14 +431,12 @@ int selectSocpri(Ids ids)
     updateClients(SOCPRI_REF, ids, TU_SR_SOCPRI_REF);
     if (KvdLoz6TuReg_pllIsHoldover() && !isFirstStart()) return 1;
     if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) {
-        if (cameFrom(GPSOSL_REF)) {
-            KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_PI_CONTROLLER_GPSOSL_TO_SOCPRI_SWITCH);
+        if (cameFrom(GPSOSL_REF)) {                 // the loop goes on with the other link's phase
+            logLoopEnd(SOCPRI_EV_PI_CONTROLLER_GPSOSL_TO_SOCPRI_SWITCH);
+            KvdLoz6TuReg_initiateFromPllNow();
         } else {
-            KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
-            KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_SELREF);
+            KvdLoz6TuReg_endPll(logLoopEnd, SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_SELREF);
         }
-        KvdLoz6TuReg_traceSoCpriLog(1);
-        KvdLoz6TuReg_initiateFromPllNow();
     }
     KvdLoz6TuReg_setRegState(UNKNOWN);
     inrsiClientReset();
@@ -523,12 +534,10 @@ void KvdLoz6TuRef_onGpsOslHoldoverTimeout()
     const u32 pllState = KvdLoz6TuReg_pllState();
     const bool pathLost = pllState != PLL_Uninitialized && row.refStatus == REF_STATUS_OFF;
     if (!KvdLoz6TuReg_pllIsHoldover() && !pathLost) return KvdLoz6GpsOsl_holdoverEnded();
-    KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
-    if (s->sel.selectedRef == SOCPRI_REF) {
-        KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_GPSOSL_HO_EXP);
-        KvdLoz6TuReg_traceSoCpriLog(1);
-    }
-    KvdLoz6TuReg_initiateFromPllNow();
+    if (s->sel.selectedRef == SOCPRI_REF)
+        KvdLoz6TuReg_endPll(logLoopEnd, SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_GPSOSL_HO_EXP);
+    else
+        KvdLoz6TuReg_endPll();
     if (row.supervisionStatus == 0) KvdLoz6TuIifAdm_sendRemoteRcState(RC_UNKNOWN);
     KvdLoz6GpsOsl_holdoverEnded();
 }

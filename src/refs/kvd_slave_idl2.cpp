@@ -316,8 +316,7 @@ bool adjustCoarse(Measurement& meas)
               "%s(): phaseDiff (after neutralizing SFN wraparound) = %-17.16g [s]", __func__,
               meas.phaseDiff);
     // Coarse time moves only with a sample: without a fresh one it may lag a wrap behind.
-    double t_s = 0.0;
-    KvdLoz6TuReg_calcSampleTimeInterval(t_s);
+    KvdLoz6TuReg_takeSampleTime();
     KvdLoz6TuReg_adjustSlaveOffset(0.0, meas.phaseDiff);
     KvdLoz6TuReg_adjustSlaveOffset(KvdLoz6TuReg_getLastTime().c - ind.esfc * COUNTER_PERIOD,
                                    seconds(local.mfn, 0, 0) - seconds(ind.mfc, 0, 0));

@@ -10,6 +10,7 @@
 #include "iif/kvd_iifadm.h"
 #include "iif/tuiif_sig.h"
 #include "mgr/kvd_mgr_mem.h"
+#include "mgr/kvd_mgr_proc.h"
 #include "mgr/trace_groups.h"
 #include "mgr/tu_common.h"
 #include "node/sig.h"
@@ -28,6 +29,7 @@
 #include "reg/kvd_reg_socpri.h"
 #include "reg/reg_sig.h"
 
+#include <cmath>
 #include <cstdio>
 
 namespace {
@@ -80,10 +82,7 @@ void setInitiateState(u32 tuRegInitiateState)
     s->tuRegInitiateState = tuRegInitiateState;
 }
 
-void cancelWarmupTimer()
-{
-    if (s->warmupTimer != 0) ose::cancel_tmo(&s->warmupTimer);
-}
+void cancelWarmupTimer() { KvdTimer_cancel(s->warmupTimer); }
 
 u8 timeMode(u32 selectedRef, u32 prevSelectedRef)
 {
@@ -107,33 +106,50 @@ namespace {
 
 void startWarmupTimer()
 {
-    if (s->warmupTimer != 0) {
+    if (s->warmupTimer.runs()) {
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Warmup Tmo already started.");
         return;
     }
-    s->warmupTimer = ose::request_tmo(regulator::WARMUP_TMO_ms, KVD_TUREG_WARMUP_TIMEOUT);
-    if (s->warmupTimer == 0) KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Warmup Tmo did not start.");
+    if (!KvdTimer_start(s->warmupTimer, regulator::WARMUP_TMO_ms, KVD_TUREG_WARMUP_TIMEOUT))
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Warmup Tmo did not start.");
 }
 
 void startReadTempTimer()
 {
-    if (s->readTempTimer != 0) return;
-    s->readTempTimer = ose::request_tmo(regulator::READ_TEMP_TMO_ms, KVD_TUREG_READ_TEMP_TIMEOUT);
-    if (s->readTempTimer == 0) KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Read Temp Tmo request failed!");
+    if (!KvdTimer_start(s->readTempTimer, regulator::READ_TEMP_TMO_ms, KVD_TUREG_READ_TEMP_TIMEOUT))
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Read Temp Tmo request failed!");
 }
 
 // ---- signals ------------------------------------------------------------------------------------
 
 void onRefInterrupt(const KvdTuhwifRefInterrupt* ind)
 {
+    if (KvdLoz6TuMgr_isHalted() != 0) return;
     if (ind != nullptr) KvdLoz6TuReg_handleInterrupt(ind->pending);
     tuHwIf_enableExtInt();                 // the interrupt process left the line closed
+}
+
+/// A value that isn't finite would stay in the filter for good, and no variance is negative.
+bool isUsable(const TuiifTimeData& data)
+{
+    const double values[] = {data.t_c,       data.delta0_c, data.delta0_f,
+                             data.P_est_1_1, data.x_est_1,  data.x_est_2};
+    for (const double value : values)
+        if (!std::isfinite(value)) return false;
+    return data.P_est_1_1 >= 0.0;
 }
 
 void onTimeData(const KvdTuiif10TimeDataInd* ind)
 {
     if (ind == nullptr) return;
     const TuiifTimeData& data = ind->data;
+    if (!isUsable(data)) {
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO,
+                  "time data of the other unit refused, t_c=%g delta0_c=%g delta0_f=%g P_est_1_1=%g "
+                  "x_est_1=%g x_est_2=%g",
+                  data.t_c, data.delta0_c, data.delta0_f, data.P_est_1_1, data.x_est_1, data.x_est_2);
+        return;
+    }
     s->otherLoz6Data = {data.t_c,     data.delta0_c, data.delta0_f, data.P_est_1_1,
                         data.x_est_1, data.x_est_2,  data.regState};
     s->receivedTimeDataInd = 1;
@@ -159,7 +175,7 @@ void onSetTestMode(const KvdTuiifSetTestModeInd* ind)
 
 void onReadTempTimeout()
 {
-    s->readTempTimer = 0;
+    if (!KvdTimer_expired(s->readTempTimer)) return;
     if (regulator::isIdl2Slave() && (KvdLoz6BiraIifAdm_hasHwControl() == 0 ||
                                      KvdLoz6BiraIifAdm_timeTuningOngoing() == 0)) {
         KVD_TRACE(TRACE_TUREG, TRACE_INFO,
@@ -168,19 +184,19 @@ void onReadTempTimeout()
         return;
     }
     KvdLoz6TuReg_readOcxoTemp();
-    startReadTempTimer();
+    // The reading may have halted the unit: the next would do so again, before a main processor is heard.
+    if (KvdLoz6TuMgr_isHalted() == 0) startReadTempTimer();
 }
 
 void onWarmupTimeout()
 {
-    s->warmupTimer = 0;
+    if (!KvdTimer_expired(s->warmupTimer)) return;
     s->passedWarmup = 1;
 }
 
 void onIdl2LinkRestartTimeout()
 {
-    s->idl2LinkRestartTimer = 0;
-    s->idl2LinkRestart = 1;
+    if (KvdTimer_expired(s->idl2LinkRestartTimer)) s->idl2LinkRestart = 1;
 }
 
 }  // namespace
@@ -433,17 +449,14 @@ void KvdLoz6TuReg_startReadTempTimer() { startReadTempTimer(); }
 
 void KvdLoz6TuReg_startIdl2LinkRestartTimer()
 {
-    if (s->idl2LinkRestartTimer != 0) return;
-    s->idl2LinkRestartTimer =
-        ose::request_tmo(regulator::IDL2_LINK_RESTART_TMO_ms, KVD_TUREG_IDL2_LINK_RESTART_TIMEOUT);
-    if (s->idl2LinkRestartTimer == 0)
+    if (!KvdTimer_start(s->idl2LinkRestartTimer, regulator::IDL2_LINK_RESTART_TMO_ms,
+                        KVD_TUREG_IDL2_LINK_RESTART_TIMEOUT))
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "IDL2 link restart tmo request failed!");
 }
 
 void KvdLoz6TuReg_cancelIdl2LinkRestartTimer()
 {
-    if (s->idl2LinkRestartTimer != 0) ose::cancel_tmo(&s->idl2LinkRestartTimer);
-    s->idl2LinkRestartTimer = 0;
+    KvdTimer_cancel(s->idl2LinkRestartTimer);
     s->idl2LinkRestart = 0;
 }
 

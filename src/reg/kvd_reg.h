@@ -55,6 +55,11 @@ void KvdLoz6TuReg_configRefType(u32 refType, u32 froId, u32 froClassNo);
 void KvdLoz6TuReg_initiateFromPll(double vT);
 /// The same with the temperature read now; 0 V when it can't be read.
 void KvdLoz6TuReg_initiateFromPllNow();
+/// The master's loop gives the divider back, whatever its reference and its state: the loop is
+/// uninitialised, the Kalman path goes on from the loop's values, regState is UNKNOWN without a report
+/// until the next control step grades it; in WARMUP it stays. `tell` is called with `event` between the
+/// two, for what its caller has to say of the end.
+void KvdLoz6TuReg_endPll(void (*tell)(u32 event) = nullptr, u32 event = 0);
 
 u8   KvdLoz6TuReg_isMaster();                   // 1 master, 0 slave
 u32  KvdLoz6TuReg_initiateState();              // TuRegInitiateState

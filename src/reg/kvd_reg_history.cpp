@@ -82,15 +82,13 @@ bool storeOnFlash(const u8* record)
     return stored;
 }
 
-/// Half of the time for which the record will hold, then it is renewed.
+/// Half of the time for which the record will hold, then it is renewed; a minute when it won't hold or
+/// can't be written.
 void writeToFlash(const u8* record)
 {
     const double h = KvdLoz6TuReg_lookAheadHistory();
     double histCountDown = ASK_AGAIN;
-    if (h > 0.0) {
-        if (!storeOnFlash(record)) return;         // the next tick tries again
-        histCountDown = h / 2.0;
-    }
+    if (h > 0.0 && storeOnFlash(record)) histCountDown = h / 2.0;
     KvdLoz6TuReg_setHistCountDown(histCountDown);
     char text[64];
     std::snprintf(text, sizeof text, "%-17.16g (%-17.16g [s])", histCountDown,
@@ -106,7 +104,10 @@ void KvdLoz6TuReg_writeHistory(bool toFlash)
     if (KvdLoz6TuReg_estimateStateVar().fixFreqMode != 0) return;
     if (KvdLoz6TuReg_f_ix() < FREQUENCY_LOCKED) return;
     HistRecord h;
-    if (!fill(h)) return;
+    if (!fill(h)) {
+        if (toFlash) KvdLoz6TuReg_setHistCountDown(ASK_AGAIN);
+        return;
+    }
     u8 record[HIST_RECORD_SIZE];
     KvdLoz6TuReg_packHistory(h, record);
     if (toFlash) writeToFlash(record);

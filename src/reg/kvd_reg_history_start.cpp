@@ -76,13 +76,42 @@ int KvdLoz6TuReg_readHistData(u8* record, u32& fromMsi)
     return 0;
 }
 
+namespace {
+
+template <typename Values>
+bool areFinite(const Values& values)
+{
+    for (const double value : values)
+        if (!std::isfinite(value)) return false;
+    return true;
+}
+
+/// Could a running filter have written it? One that couldn't would be steered by, and renewed, for ever.
+bool isPlausible(const HistRecord& h)
+{
+    constexpr double STEERED = 1.05e-5;            // relative, the most that the frequency is steered by
+    const double rest[] = {h.delta0_c, h.delta0_f, h.t_mod, h.T, h.t_c_last, h.t_f_last};
+    const bool isFinite = areFinite(h.U) && areFinite(h.x_est) && areFinite(h.P_est) && areFinite(rest);
+    const double offset = h.U[1] / tuHwIf_factoryDivider() - 1.0;
+    if (isFinite && std::fabs(offset) <= STEERED && h.P_est[0] > 0.0 && h.P_est[7] > 0.0) return true;
+    KVD_TRACE(TRACE_HIST, TRACE_INFO,
+              "history record refused, its values are no filter's: U[1]=%g (offset %g) P_est[0][0]=%g "
+              "P_est[1][1]=%g",
+              h.U[1], offset, h.P_est[0], h.P_est[7]);
+    return false;
+}
+
+}  // namespace
+
 int KvdLoz6TuReg_historyForPll()
 {
     constexpr int VALID = 0, NOT_VALID = 1, COULD_NOT_BE_READ = 2;
     u8 record[HIST_RECORD_SIZE];
     u32 fromMsi = 0;
     if (KvdLoz6TuReg_readHistData(record, fromMsi) == 0) return COULD_NOT_BE_READ;
-    return KvdLoz6TuReg_validateHistory(record) != 0 ? VALID : NOT_VALID;
+    const bool isValid = KvdLoz6TuReg_validateHistory(record) != 0
+                         && isPlausible(KvdLoz6TuReg_unpackHistory(record));
+    return isValid ? VALID : NOT_VALID;
 }
 
 void KvdLoz6TuReg_historyColdFlag(u32& coldRestart)
@@ -162,6 +191,10 @@ int KvdLoz6TuReg_initiateWithMsi(double vT)
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "Initiate with MSI Failed ");
         return INITIATE_FAILED;
     }
+    if (!isPlausible(h)) {
+        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Initiate with MSI Failed ");
+        return INITIATE_FAILED;
+    }
     const bool hasTime = belongsToTimeReference(h);
     MeasInitiation values = measValues();
     if (hasTime) {
@@ -219,7 +252,7 @@ bool readForFlashStart(HistRecord& h)
     KVD_TRACE(TRACE_HIST, TRACE_INFO, "Valid historical data available.");
     regulator::storeSfcGpsOffset();
     h = KvdLoz6TuReg_unpackHistory(record);
-    return isOfThisOscillator(h);
+    return isOfThisOscillator(h) && isPlausible(h);
 }
 
 }  // namespace

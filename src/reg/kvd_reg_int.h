@@ -4,6 +4,7 @@
 // Units   seconds, volts of the temperature sensor, relative frequency; timers in ms.
 // Errors  told at each function.
 #pragma once
+#include "base/kvd_timer.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_estimate.h"
 
@@ -57,11 +58,8 @@ struct State {
     u32 masterSel = 0, slaveSel = 0, msiUsed = 0, flashUsed = 0;
     u32 isInitiating = 0;
     u32 idl2LinkRestart = 0;               // the restart timer of the link has run out
-    u8 oscTempState = 0;                   // last reported, 0 before the first
     u32 badTempReported = 0;               // SoCPRI was told, until the temperature is back
-    TimerRef warmupTimer = 0;
-    TimerRef readTempTimer = 0;
-    TimerRef idl2LinkRestartTimer = 0;
+    KvdTimer warmupTimer, readTempTimer, idl2LinkRestartTimer;
 };
 State& state();
 

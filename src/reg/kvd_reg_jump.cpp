@@ -1,6 +1,7 @@
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_jump_int.h"
 
+#include "base/kvd_timer.h"
 #include "gps/kvd_gps_out.h"
 #include "hw/kvd_hwif.h"
 #include "iif/kvd_iifadm_send.h"
@@ -28,8 +29,7 @@ namespace {
 struct State {
     u32 jumpState = JUMP_NOT_NEEDED;
     u32 jumpRequested = 0, jumpPerformed = 0;        // not yet told in time data
-    TimerRef jumpIndTimer = 0;
-    TimerRef bfnJumpWarningTimer = 0;
+    KvdTimer jumpIndTimer, bfnJumpWarningTimer;
     const jump::Needs* needs = nullptr;              // a test's own
 };
 ose::ModuleData<State> s;
@@ -98,11 +98,9 @@ bool removeOffset()
     return true;
 }
 
-void startTimer(TimerRef& timer, OSTIME time_ms, SIGSELECT sigNo)
+void traceRefusedTimer()
 {
-    if (timer != 0) return;
-    timer = ose::request_tmo(time_ms, sigNo);
-    if (timer == 0) KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Jump indication tmo request failed!");
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Jump indication tmo request failed!");
 }
 
 }  // namespace jump
@@ -172,10 +170,9 @@ void KvdLoz6TuReg_adjust_time(double d_c, double d_f)
 
 namespace {
 
-void restartTimer(TimerRef& timer, OSTIME time_ms, SIGSELECT sigNo)
+void restartTimer(KvdTimer& timer, OSTIME time_ms, SIGSELECT sigNo)
 {
-    if (timer != 0) ose::reset_tmo(&timer, time_ms);
-    else            jump::startTimer(timer, time_ms, sigNo);
+    if (!KvdTimer_restart(timer, time_ms, sigNo)) jump::traceRefusedTimer();
 }
 
 }  // namespace
@@ -199,13 +196,13 @@ void KvdLoz6TuReg_onJumpRequest(const Signal* sig)
 
 void KvdLoz6TuReg_onBfnJumpWarningTimeout()
 {
-    s->bfnJumpWarningTimer = 0;
+    if (!KvdTimer_expired(s->bfnJumpWarningTimer)) return;
     if (isSocpriSelected()) jump::needs().sendBfnJumpInfo(1);
 }
 
 void KvdLoz6TuReg_onJumpIndTimeout()
 {
-    s->jumpIndTimer = 0;
+    if (!KvdTimer_expired(s->jumpIndTimer)) return;
     if (isSocpriSelected()) KvdLoz6TuReg_SoCpriJump();
     else                    KvdLoz6TuReg_Jump();
 }

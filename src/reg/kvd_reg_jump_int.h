@@ -36,8 +36,7 @@ void markPerformed();
 bool isPending();
 /// The step that takes the offset away, and the offset cleared; nothing up to one counter step.
 bool removeOffset();
-/// Starts a timer of this module unless it runs; a refusal is traced.
-void startTimer(TimerRef& timer, OSTIME time_ms, SIGSELECT sigNo);
+void traceRefusedTimer();
 
 constexpr OSTIME JUMP_IND_TMO_ms = 4000;
 constexpr OSTIME BFN_JUMP_WARNING_TMO_ms = 3930;     // the links are warned 70 ms ahead

@@ -3,6 +3,7 @@
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_jump_int.h"
 
+#include "base/kvd_timer.h"
 #include "hw/kvd_hwif.h"
 #include "mgr/trace_groups.h"
 #include "node/trace.h"
@@ -30,7 +31,7 @@ struct SoCpriJump {
 
 struct State {
     SoCpriJump soCpriJump;
-    TimerRef sfcAdjMonitor = 0;
+    KvdTimer sfcAdjMonitor;
 };
 ose::ModuleData<State> s;
 
@@ -95,20 +96,18 @@ void runStages(const Stages& stages, u32& running)
     log(stages.phase3);
     running = 1;
     s->soCpriJump.retries = RETRIES;
-    const bool isNew = s->sfcAdjMonitor == 0;
-    jump::startTimer(s->sfcAdjMonitor, jump::SFC_ADJ_MONITOR_TMO_ms,
-                     KVD_TUREG_SOCPRI_SFC_ADJ_MONITOR_TMO);
-    if (isNew && s->sfcAdjMonitor != 0)
+    const bool isNew = !s->sfcAdjMonitor.runs();
+    if (!KvdTimer_start(s->sfcAdjMonitor, jump::SFC_ADJ_MONITOR_TMO_ms,
+                        KVD_TUREG_SOCPRI_SFC_ADJ_MONITOR_TMO))
+        jump::traceRefusedTimer();
+    else if (isNew)
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s():SoCPRI SFC Adjustment monitor tmo requested.",
                   __func__);
 }
 
 // ---- ends ---------------------------------------------------------------------------------------
 
-void cancelMonitor()
-{
-    if (s->sfcAdjMonitor != 0) ose::cancel_tmo(&s->sfcAdjMonitor);
-}
+void cancelMonitor() { KvdTimer_cancel(s->sfcAdjMonitor); }
 
 void endJumpWithSuccess()
 {
@@ -193,7 +192,7 @@ void KvdLoz6TuReg_SoCpriJumpAborted()
 
 void KvdLoz6TuReg_onSocpriSfcAdjMonitorTimeout()
 {
-    s->sfcAdjMonitor = 0;
+    if (!KvdTimer_expired(s->sfcAdjMonitor)) return;
     const SoCpriJump running = s->soCpriJump;
     if (running.jumpRunning != 0) {
         jump::needs().noMoreBfnJumpsExpected(0);

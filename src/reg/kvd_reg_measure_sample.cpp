@@ -222,6 +222,15 @@ int KvdLoz6TuReg_calcSampleTimeInterval(double& t_s)
     return 1;
 }
 
+void KvdLoz6TuReg_takeSampleTime()
+{
+    double period = 0, t_f = 0;
+    if (tuHwIf_readTime(period, t_f) != 0) return;
+    MeasStateVar& v = state().var;
+    v.t_c_last = measure::sampleInterval(v.t_c_last, v.t_f_last, t_f, period).t_c;
+    v.t_f_last = t_f;
+}
+
 // ---- phase error --------------------------------------------------------------------------------
 
 measure::PhaseError measure::phaseError(double t_mod, const double time[2], const double timeRef[2],

@@ -57,6 +57,10 @@ constexpr pll::Needs NEEDS = {
     .adjustTime = KvdLoz6TuReg_adjust_time,
     .clearMod = [] { KvdLoz6TuReg_setMod(0.0); },
     .writeHistory = KvdLoz6TuReg_writeHistoryFromPll,
+    .retryJump =
+        [] {
+            if (KvdLoz6TuReg_jumpState() == JUMP_NEEDED) KvdLoz6TuReg_Jump();
+        },
     .forceStatus = KvdLoz6TuIifAdm_setForceSend,
     .lastRegulatorState = KvdLoz6TuIifAdm_reportPllState,
     .lastSlaveRegulatorState = KvdLoz6TuIifAdm_reportSlavePllState,

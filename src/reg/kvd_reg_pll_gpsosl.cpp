@@ -99,6 +99,8 @@ void offsetLocked(double phaseDiff)
         c.changeStateCounter = 0;
         pll::filter(phaseDiff - p.targetDiff, p.writeToFlash);
         p.writeToFlash = 0;
+        // The control law retries in TIMELOCKED, which a unit on this link doesn't enter.
+        pll::needs().retryJump();
     }
     if (c.changeStateCounter <= STABLE) return;
     KVD_TRACE(TRACE_PLL, TRACE_INFO,

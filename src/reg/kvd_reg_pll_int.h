@@ -94,6 +94,7 @@ struct Needs {
     void (*adjustTime)(double d_c, double d_f);
     void (*clearMod)();
     void (*writeHistory)(bool toFlash, double y);
+    void (*retryJump)();                        // a jump that waits for a better moment
     // reports
     void (*forceStatus)();                      // the next status goes out even if it is the last one's
     void (*lastRegulatorState)(u32 pllState);

@@ -149,6 +149,7 @@ void locked(double phaseDiff)
     if (std::fabs(phaseDiff - p.targetDiff) < BAND_s) ++c.changeToOffsetLockedCounter;
     if (c.changeToOffsetLockedCounter > STABLE_LOCKED) {
         jump();
+        c = {};                                  // what they counted has been taken out
         event(EV_SLAVE_PLL_JUMP_WITHIN_LOCKED);
     } else if (c.changeToUnlockedCounter > STABLE_LOCKED) {
         pll::changeSlaveState(SLAVE_PLL_Unlocked);

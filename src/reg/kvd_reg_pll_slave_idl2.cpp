@@ -85,6 +85,16 @@ void onFar(double phaseDiff, bool isLocked)
     pll::needs().unableToTimeLock();
 }
 
+/// First run of a state: its counters begin anew; fine time and a dropped sample belong to the whole loop.
+void beginState()
+{
+    if (pll::vars().prevSlaveState == SLAVE_PLL_Uninitialized) *s = {};
+    s->near = 0;
+    s->nearSum = 0.0;
+    s->far = 0;
+    s->good = 0;
+}
+
 void clearWindow()
 {
     s->near = 0;
@@ -109,7 +119,7 @@ void endWindow(double absPhase)
 void unlocked(double phaseDiff)
 {
     if (pll::takeStateChanged()) {
-        *s = {};
+        beginState();
         pll::vars().targetDiff = 0.0;
         pll::vars().extAccFreqOffset = 0.0;
         pll::needs().tellGpsOut(pll::PLL_IS_NOT_TIME_LOCKED);
@@ -143,14 +153,16 @@ void onFineTime()
 void locked(double phaseDiff)
 {
     if (pll::takeStateChanged()) {
-        *s = {};
+        beginState();
         pll::needs().tellGpsOut(pll::PLL_IS_TIME_LOCKED);
     }
     const double absPhase = std::fabs(phaseDiff);
-    if (absPhase > FAR_s && pll::needs().startType() == KVD_BIRAIIF_RESTART_WARM)
-        return onFar(phaseDiff, true);
     if (absPhase > NEAR_s) {
         ++s->far;
+        if (absPhase > FAR_s && pll::needs().startType() == KVD_BIRAIIF_RESTART_WARM) {
+            onFar(phaseDiff, true);
+            if (pll::vars().currSlaveState != SLAVE_PLL_Locked) return;   // the hardware was given back
+        }
     } else {
         s->far = 0;
         countGood();

@@ -25,7 +25,7 @@ const char* timeModeText(u8 timeMode)
     }
 }
 
-const char* runs(TimerRef timer) { return timer != 0 ? "running" : "stopped"; }
+const char* runs(const KvdTimer& timer) { return timer.runs() ? "running" : "stopped"; }
 const char* yesNo(u32 value) { return value != 0 ? "yes" : "no"; }
 
 void printStartUp(const regulator::State& s)

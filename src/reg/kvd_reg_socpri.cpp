@@ -3,6 +3,7 @@
 #include "reg/kvd_reg_socpri.h"
 #include "reg/kvd_reg_socpri_int.h"
 
+#include "base/kvd_timer.h"
 #include "hw/kvd_hwif.h"
 #include "iif/kvd_iifadm_send.h"
 #include "iif/tuiif_socpri_sig.h"
@@ -34,7 +35,7 @@ constexpr OSTIME POSTPONED_ms = 5000;
 constexpr double COUNTER_STEP_s = 1.0 / 122880000.0;
 
 struct State {
-    TimerRef continueTimer = 0;
+    KvdTimer continueTimer;
     u32 postponeReg = 0;
     u32 isPortRemembered = 0;
     u8  rememberedPort = 0;
@@ -176,13 +177,11 @@ void KvdLoz6TuReg_resetSoCpriPhase() { KvdLoz6TuReg_SoCpriClearJump(); }
 
 void KvdLoz6TuReg_orderContinuedRegulationTimer()
 {
-    if (s->continueTimer != 0) {
+    if (s->continueTimer.runs()) {
         KVD_TRACE(TRACE_SOCPRI, TRACE_INFO, "SoCPRI continued regulation tmo already started.");
         return;
     }
-    s->continueTimer =
-        ose::request_tmo(POSTPONED_ms, KVD_TUSOCPRI_CONTINUE_POSTPONED_REGULATION_TMO);
-    if (s->continueTimer == 0) {
+    if (!KvdTimer_start(s->continueTimer, POSTPONED_ms, KVD_TUSOCPRI_CONTINUE_POSTPONED_REGULATION_TMO)) {
         // Without its end the pause would last for ever.
         KVD_TRACE(TRACE_SOCPRI, TRACE_ERROR, "regulation not postponed, no timer");
         return;
@@ -195,8 +194,8 @@ void KvdLoz6TuReg_orderContinuedRegulationTimer()
 
 void KvdLoz6TuReg_onContinuePostponedRegulationTimeout()
 {
+    if (!KvdTimer_expired(s->continueTimer)) return;
     s->postponeReg = 0;
-    s->continueTimer = 0;
     KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_REGULATION_CONTINUED);
     if (s->isPortRemembered == 0) return;
     s->isPortRemembered = 0;

@@ -2,7 +2,9 @@
 // which the filter gets its first values.
 #include "hw/hali.h"
 #include "hw/kvd_hwif.h"
+#include "iif/kvd_biraiifadm.h"
 #include "iif/kvd_iifadm.h"
+#include "iif/tuiif_sig.h"
 #include "mgr/kvd_mgr_hwdiag.h"
 #include "mgr/kvd_mgr_mem.h"
 #include "mgr/kvd_mgr_proc.h"
@@ -11,6 +13,7 @@
 #include "node/platform.h"
 #include "node/trace.h"
 #include "ref/ref_types.h"
+#include "refs/kvd_slave.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_history.h"
@@ -34,15 +37,17 @@ enum OscTempState : u8 {
     OSC_TEMP_UNREADABLE = 4
 };
 
+/// The state belongs to the hardware diagnosis, which writes the error log at a change.
 void reportTemperature(u8 oscTempState, int haliResult)
 {
-    regulator::State& s = state();
-    if (s.oscTempState != oscTempState) {
-        s.oscTempState = oscTempState;
+    if (KvdLoz6HwDiag_lastTemperatureState() != oscTempState)
         KvdLoz6TuIifAdm_sendOscTemperatureState(oscTempState);
-    }
     KvdLoz6HwDiag_temperatureState(oscTempState, haliResult);
 }
+
+/// Before its first values the filter has no divider and no variance: what a sample made of it would be
+/// steered by, told and kept.
+bool isFilterStarted() { return state().tuRegInitiateState >= TUREG_WARM_INITIATED; }
 
 /// A loop can't hold the clock with an oscillator out of its range.
 void shutDownLoops()
@@ -52,7 +57,7 @@ void shutDownLoops()
         KvdLoz6TuReg_slavePll_setState(SLAVE_PLL_Uninitialized);
         return;
     }
-    KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
+    if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) KvdLoz6TuReg_endPll();
     if (KvdLoz6TuReg_selectedRef() != TU_SR_SOCPRI_REF) return;
     KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_TEMP);
     if (s.badTempReported != 0) return;
@@ -70,7 +75,8 @@ void temperatureOutside(double vT, u32 outOfLimits, int result)
         if (outOfLimits > regulator::TEMP_FAULT_TICKS) {
             KvdLoz6TuReg_setRegState(WARMUP);
             shutDownLoops();
-        } else {
+            KvdLoz6TuReg_setRegState(WARMUP);    // a loop that pulls in says "frequency locked" at its end
+        } else if (isFilterStarted()) {
             KvdLoz6TuReg_handleTempMeasurement();
         }
         reportTemperature(vT < s.vTmin ? OSC_TEMP_TOO_LOW : OSC_TEMP_TOO_HIGH, result);
@@ -80,10 +86,21 @@ void temperatureOutside(double vT, u32 outOfLimits, int result)
     }
 }
 
+/// A loop on IDL2 that ended with the temperature has nobody else who begins it again.
+void restartIdl2Loop()
+{
+    if (!regulator::isIdl2Slave() || KvdLoz6TuReg_regState() != WARMUP) return;
+    if (KvdLoz6BiraIifAdm_timeTuningOngoing() == 0) return;
+    KvdLoz6TuReg_setRegState(FREQDRIFTING);      // the divider stays the loop's
+    KvdLoz6TuReg_slavePll_init(SLAVE_PLL_Unlocked);
+    KvdLoz6TuIifAdm_updateRadioClockState(KVD_TUIIF_SLAVE_FREQUENCY_LOCKED);
+}
+
 void temperatureInside(int result)
 {
     regulator::State& s = state();
     if (s.passedWarmup == 0) return;
+    restartIdl2Loop();
     if (s.badTempReported != 0) {
         s.badTempReported = 0;
         inrsiReportOcxoTemp(0);
@@ -108,6 +125,7 @@ void stepStart(double vT, bool isOutside)
         return;
     }
     regulator::initiateRegulator(vT);
+    KvdLoz6TuSlave_idl2Reset();                  // a link that came first has set the time that is gone now
     s.passedWarmup = 1;
     setInitiateState(TUREG_INIT);
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "IDL2 Slave - temp range reached through BASIC LM");
@@ -117,11 +135,7 @@ void stepStart(double vT, bool isOutside)
 void stepWarmUp(double vT)
 {
     regulator::State& s = state();
-    if (regulator::initiateRegulator(vT) == 0) {
-        if (s.passedWarmup != 0 && s.initCnt > regulator::TICKS_WARM_INITIATED)
-            KvdLoz6TuReg_handleTempMeasurement();
-        return;
-    }
+    if (regulator::initiateRegulator(vT) == 0) return;
     regulator::cancelWarmupTimer();
     s.passedWarmup = 1;
     if (s.initCnt <= regulator::TICKS_WARM_INITIATED) {
@@ -362,6 +376,19 @@ void KvdLoz6TuReg_initiateFromPllNow()
     double vT = 0;
     if (HALI_getOcxoTemp(vT) != 0) vT = 0;
     KvdLoz6TuReg_initiateFromPll(vT);
+}
+
+void KvdLoz6TuReg_endPll(void (*tell)(u32 event), u32 event)
+{
+    KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
+    if (tell != nullptr) tell(event);
+    KvdLoz6TuReg_initiateFromPllNow();
+    if (KvdLoz6TuReg_regState() == WARMUP) return;   // an oscillator out of its range stays that
+    KvdLoz6TuReg_forceRegState(UNKNOWN);
+    // While the link is selected the grades of the Kalman path aren't told: nothing but this says that
+    // the time which the loop held is gone.
+    if (KvdLoz6TuReg_selectedRef() == TU_SR_GPSOSL_REF)
+        KvdLoz6TuIifAdm_reportClockState(KVD_TUIIF_FREQUENCY_HOLDOVER);
 }
 
 void KvdLoz6TuReg_temperatureCoefficients(double coeff[3])

@@ -6,6 +6,7 @@
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ref/ref_types.h"
+#include "reg/kvd_reg.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_pll.h"
 #include "reg/kvd_reg_socpri.h"
@@ -326,7 +327,7 @@ void inrsiAlignBfnToGroup(u8 port, u32 esfc, u16 mfn)
     KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():BFN alignment request will be processed.", __func__);
     stopSupervision(client(), port);
     giveUpWork();
-    KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
+    if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) KvdLoz6TuReg_endPll();
     KvdLoz6TuReg_SoCpriSetRef(esfc, mfn);
     beginAction(INRSI_CLIENT_ACTION_BFN_ALIGN, port);
     inrsi::startTimer(record().freqDataTmo, REQUEST_ms, INRSI_REQUEST_FREQ_DATA_TMO);

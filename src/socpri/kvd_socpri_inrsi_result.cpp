@@ -6,7 +6,10 @@
 #include "mgr/trace_groups.h"
 #include "node/trace.h"
 #include "ref/kvd_ref.h"
+#include "ref/ref_types.h"
+#include "reg/kvd_reg.h"
 #include "reg/kvd_reg_jump.h"
+#include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
 
 namespace inrsi::master {
@@ -61,6 +64,8 @@ void onHoldoverTimeout()
     KvdLoz6TuReg_pll_setState(PLL_Unlocked);
     setToIdle();
     KvdLoz6TuIifAdm_reportClockState(KVD_TUIIF_FREQUENCY_HOLDOVER);
+    // Without the link no phase will come, and the Kalman path would go on from before the link.
+    if (KvdLoz6TuReg_selectedRef() != TU_SR_SOCPRI_REF) KvdLoz6TuReg_endPll();
 }
 
 void onBfnJumpWarningTimeout()

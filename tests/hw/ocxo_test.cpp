@@ -62,8 +62,10 @@ TEST(Eeprom, SerialStartsWithABlankAndMustBePrintable)
     for (const u8 bad : {u8{0x1F}, u8{0x7F}, u8{0}}) {
         block[16] = bad;
         putBlock(bench.bus, BASE_2B, block);
-        bench.in([&] { EXPECT_EQ(HALI_readOcxoSerial(serial, version, maker), 1); });
+        bench.in([&] { EXPECT_EQ(tuHwIf_readOcxoSerial(serial, version, maker), 1); });
     }
+    bench.in([&] { EXPECT_EQ(HALI_readOcxoSerial(serial, version, maker), 0); });
+    EXPECT_STREQ(serial, "  23456789012345~") << "read once";
 }
 
 TEST(Eeprom, CoefficientsAreFixedPointAndLimitsDependOnTheModel)

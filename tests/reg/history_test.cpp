@@ -48,7 +48,7 @@ TEST(HistoryStart, TakesTheFrequencyFromFlashAndNotTheTime)
     Restarted unit(86400, true);
     EXPECT_EQ(unit.withFlash(), 0);
     unit.in([] {
-        EXPECT_EQ(KvdLoz6TuReg_controlStateVar().U[1], 1250.0);
+        EXPECT_EQ(KvdLoz6TuReg_controlStateVar().U[1], tuHwIf_factoryDivider());
         EXPECT_EQ(KvdLoz6TuReg_estimateStateVar().P_est[0], 1024.0 * 1024.0 / 12);
         EXPECT_EQ(KvdLoz6TuReg_getMod(), 0.0);
     });
@@ -57,13 +57,16 @@ TEST(HistoryStart, TakesTheFrequencyFromFlashAndNotTheTime)
 
 TEST(HistoryStart, RefusesWhatItCannotTrust)
 {
-    constexpr std::size_t VERSION = 0, SERIAL = 20, FIRST_OF_U = 48;
+    constexpr std::size_t VERSION = 0, SERIAL = 20, FIRST_OF_U = 48, DIVIDER = 56, FREQUENCY_VARIANCE = 168;
     struct Case { const char* what; void (*damage)(std::string& file); int result; };
     const Case cases[] = {
         {"cut in the middle", [](std::string& f) { f.resize(200); }, 2},
         {"one byte too long", [](std::string& f) { f += '\0'; }, 2},
         {"another oscillator", [](std::string& f) { f[SERIAL] ^= 1; }, 2},
         {"no number", [](std::string& f) { f.replace(FIRST_OF_U, 8, "\x7F\xF8\0\0\0\0\0\0", 8); }, 2},
+        {"a divider of 1", [](std::string& f) { f.replace(DIVIDER, 8, "\x3F\xF0\0\0\0\0\0\0", 8); }, 2},
+        {"no variance", [](std::string& f) { f.replace(FREQUENCY_VARIANCE, 8, 8, '\0'); }, 2},
+        {"infinite", [](std::string& f) { f.replace(FREQUENCY_VARIANCE, 8, "\x7F\xF0\0\0\0\0\0\0", 8); }, 2},
         {"newer version", [](std::string& f) { f[VERSION + 1] = 6; }, 2},
         {"untouched", [](std::string&) {}, 0},
     };
@@ -100,7 +103,10 @@ TEST(HistoryWrite, HappensOnALockedMasterAlone)
     });
     EXPECT_EQ(unit.file(HIST_FILE), "");
     unit.node.volumes().writeFails = true;
-    unit.in([] { KvdLoz6TuReg_writeHistory(true); });
+    unit.in([] {
+        KvdLoz6TuReg_writeHistory(true);
+        EXPECT_NEAR(KvdLoz6TuReg_measStateVar().histCountDown * 2.1, 60.0, 1e-9) << "not at the next tick";
+    });
     EXPECT_TRUE(unit.traced("Failed to write history file to flash"));
     unit.node.volumes().writeFails = false;
     unit.in([] { KvdLoz6TuReg_writeHistory(true); });

@@ -15,10 +15,11 @@ namespace {
 struct Told {
     double y = -1;                           // -1: nothing
     u32 histories = 0, flashes = 0;
-    u32 accuracies = 0, drifting = 0;
+    u32 accuracies = 0, drifting = 0, jumpRetries = 0;
     u32 selectedRef = TU_SR_GPSOSL_REF;
     u32 idlMode = KVD_BIRAIIF_IDL_MODE_1;
     bool isMaster = true;
+    u8 startType = KVD_BIRAIIF_RESTART_NOT_AVAILABLE;
     int idpi = 0;                            // 1: the server isn't there
     u32 sent = 0, stored = 0;
 };
@@ -36,6 +37,7 @@ pll::Needs withoutNeighbours(pll::Needs n)
         ++told->histories;
         told->flashes += toFlash ? 1 : 0;
     };
+    n.retryJump = [] { ++told->jumpRetries; };
     n.lastRegulatorState = [](u32) {};
     n.lastSlaveRegulatorState = [](u32) {};
     n.setFreqLocked = [] {};
@@ -50,7 +52,7 @@ pll::Needs withoutNeighbours(pll::Needs n)
         return told->idpi;
     };
     n.storeClkStatus = [](u32 clkStatus, const char*) { told->stored = clkStatus; };
-    n.startType = [] { return u8{0}; };
+    n.startType = [] { return told->startType; };
     return n;
 }
 
@@ -101,7 +103,9 @@ TEST(PllLocked, TwoSamplesOutsideAreForgivenAndAStepThatStaysBecomesAnOffset)
         EXPECT_DOUBLE_EQ(KvdLoz6TuReg_getOffset().f, 2e-7);
         EXPECT_EQ(KvdLoz6TuReg_pll_targetDiff(), 0.0);
         feed(6e-8, 5);                       // far from the target, five times
+        EXPECT_EQ(loop.t.jumpRetries, 0u);
         feed(0.0, 1);
+        EXPECT_EQ(loop.t.jumpRetries, 1u) << "a jump that waits is tried with a good sample";
         feed(-6e-8, 5);
         EXPECT_EQ(state(), u32{PLL_OffsetLocked});
         feed(-6e-8, 1);
@@ -269,6 +273,34 @@ TEST(Pll, AStateWithoutHandlerIsTracedAndTheSampleDropped)
     EXPECT_EQ(loop.traced(std::string("KvdLoz6TuReg_soCpriPll_control") + FAULTY + "2)"), 1u);
     EXPECT_EQ(loop.traced(std::string("KvdLoz6TuReg_slavePll_control") + FAULTY + "0)"), 1u);
     EXPECT_EQ(loop.traced("PLL is unitialized. Cannot set PLL to holdover."), 1u);
+}
+
+TEST(SlavePllIdl1, AJumpWithinLockedBeginsTheCountsAnew)
+{
+    Loop loop;
+    loop.run([&] {
+        loop.t.isMaster = false;
+        KvdLoz6TuReg_slavePll_setState(SLAVE_PLL_Locked);
+        feed(1e-6, 8, KvdLoz6TuReg_slavePll_control);         // two forgiven, the sixth jumps
+        for (u32 i = 0; i < 8; ++i)                           // unsteady after it: nothing to jump to
+            feed(i % 2 == 0 ? 2e-7 : 4e-7, 1, KvdLoz6TuReg_slavePll_control);
+        EXPECT_EQ(KvdLoz6TuReg_slavePllState(), u32{SLAVE_PLL_Unlocked});
+    });
+}
+
+TEST(SlavePllIdl2, FarSamplesAfterAWarmStartUnlockWhereTheyCantGiveUp)
+{
+    Loop loop;
+    loop.run([&] {
+        loop.t.isMaster = false;
+        loop.t.idlMode = KVD_BIRAIIF_IDL_MODE_2;
+        loop.t.startType = KVD_BIRAIIF_RESTART_WARM;
+        KvdLoz6TuReg_slavePll_setState(SLAVE_PLL_Locked);
+        feed(2e-7, 5, KvdLoz6TuReg_slavePll_control);
+        EXPECT_EQ(KvdLoz6TuReg_slavePllState(), u32{SLAVE_PLL_Locked});
+        feed(2e-7, 1, KvdLoz6TuReg_slavePll_control);
+        EXPECT_EQ(KvdLoz6TuReg_slavePllState(), u32{SLAVE_PLL_Unlocked});
+    });
 }
 
 TEST(SlavePllIdl2, LocksOnAWindowThatEndsBelowItsMeanWithOrWithoutAPortServer)

@@ -5,6 +5,9 @@
 #include "reg/kvd_reg_jump.h"
 #include "ref/ref_types.h"
 
+#include <cmath>
+#include <limits>
+
 using regtest::MeasureBench;
 
 TEST(NodeTime, CalendarHoldsForEveryDayOfACentury)
@@ -220,6 +223,12 @@ TEST(Dispatch, ForeignAndShortSignals)
                                   KVD_TUIIF_GET_RNT_FOR_SFN_REQ, KVD_TUIIF_SET_SFN_INIT_TIME_IND,
                                   KVD_TUIIF_SOCPRI_COARSE_TIME_DATA_IND, KVD_TUHWIF_REF_INTERRUPT})
         bench.dispatch(sigNo);            // the number alone: ours, refused, nothing read beyond it
+    for (double TuiifTimeData::* const field : {&TuiifTimeData::t_c, &TuiifTimeData::x_est_2})
+        for (const double value : {std::numeric_limits<double>::quiet_NaN(), HUGE_VAL}) {
+            KvdTuiif10TimeDataInd ind{};
+            ind.data.*field = value;
+            bench.dispatch(KVD_TUIIF10_TIME_DATA_IND, ind);
+        }
     bench.in([] { EXPECT_EQ(regulator::state().receivedTimeDataInd, 0u); });
 }
 

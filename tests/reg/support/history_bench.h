@@ -56,12 +56,12 @@ struct HistoryBench : IdleNode {
     void lock()
     {
         in([] {
-            double U[2] = {0.0, 1250.0};
+            double U[2] = {0.0, tuHwIf_factoryDivider()};
             KvdLoz6TuReg_controlInitiate(true, U);
             Mat6 P{};
             P[0] = 1e-16, P[7] = 1e-20, P[14] = 1e-34;
             const double u[2] = {0.0, 0.0};
-            KvdLoz6TuReg_estimateInitiate(Vec6{}, P, 0.0, u, -1.0 / 1250.0);
+            KvdLoz6TuReg_estimateInitiate(Vec6{}, P, 0.0, u, -1.0 / U[1]);
             control::state().var.f_ix = 5;
         });
     }
