@@ -5,6 +5,7 @@
 #include "iif/kvd_iifadm_send.h"
 #include "hw/kvd_hwif.h"
 #include "mgr/kvd_mgr_proc.h"
+#include "mgr/kvd_mgr_wait.h"
 #include "mgr/trace_groups.h"
 #include "node/platform.h"
 #include "node/sig.h"
@@ -20,26 +21,16 @@ namespace {
 
 ose::ModuleData<bira::State> s;
 
-constexpr OSTIME ANSWER_TMO_ms = 10000;     // between two traces of a server that says nothing
-
-// The blocking receives of the start take these alone; all else waits in the queue.
+// The blocking receives take these alone; all else waits in the queue.
 constexpr SIGSELECT SERVER_UP[] = {1, KVD_BIRAIIF_SERVER_UP_IND};
-constexpr SIGSELECT INITIATE_ANSWERS[] = {
+constexpr SIGSELECT SERVICE[] = {
     4, KVD_BIRAIIF_INITIATE_SERVICE_CFM, KVD_BIRAIIF_INITIATE_SERVICE_REJ,
     KVD_BIRAIIF_INITIATE_SERVICE_SUS, KVD_BIRAIIF_SERVER_DOWN_IND};
 constexpr SIGSELECT LINK_TYPE[] = {2, KVD_BIRAIIF_IDL2_LINK_IND, KVD_BIRAIIF_SERVER_DOWN_IND};
 
-/// Waits for as long as it takes, but not in silence.
-Signal* await(const SIGSELECT* selection, const char* what)
+KvdMgrExchange exchangeWithServer()
 {
-    for (u32 tries = 1;; ++tries) {
-        Signal* const sig = ose::receive_w_tmo(ANSWER_TMO_ms, selection);
-        if (sig != nullptr) return sig;
-        ++s->unanswered;
-        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR,
-                  "%s doesn't answer, the start waits for %s, waited=%u s", BIRA_SERVER_NAME, what,
-                  tries * (ANSWER_TMO_ms / 1000));
-    }
+    return {TRACE_BIRAIIFADM, BIRA_SERVER_NAME, KvdLoz6TuMgr_isRunning() ? MGR_EXCHANGE_RUNNING_ms : 0};
 }
 
 PROCESS huntServer()
@@ -98,11 +89,8 @@ void firstIndication(const KvdBiraiifIdl2LinkInd& ind)
 {
     if (ind.linkType == KVD_BIRAIIF_IDL_MODE_2)
         firstOnIdl2(ind);
-    else if (ind.linkType == KVD_BIRAIIF_IDL_MODE_1)
-        firstOnIdl1();
     else
-        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR, "Unknown linkType (%d) received from syncDrv-LOZ4",
-                  ind.linkType);
+        firstOnIdl1();
     s->biraInitiated = 1;
 }
 
@@ -119,13 +107,21 @@ void stopIdpiOnIdl1()
 
 }  // namespace
 
+bool bira::isLinkType(u32 linkType)
+{
+    if (linkType == KVD_BIRAIIF_IDL_MODE_1 || linkType == KVD_BIRAIIF_IDL_MODE_2) return true;
+    KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR, "Unknown linkType (%d) received from syncDrv-LOZ4",
+              static_cast<i32>(linkType));
+    return false;
+}
+
 void bira::linkIndication(const KvdBiraiifIdl2LinkInd& ind)
 {
     s->idlMode = ind.linkType;
     s->synchPortNo = ind.synchPortNo;
     if (s->biraInitiated == 0) firstIndication(ind);
-    if (s->basicRestartTimer != 0) {
-        ose::cancel_tmo(&s->basicRestartTimer);
+    if (s->basicRestartTimer.runs()) {
+        KvdTimer_cancel(s->basicRestartTimer);
         KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Basic restart tmo canceled.");
     }
     if (ind.linkType == KVD_BIRAIIF_IDL_MODE_2 && bira::isSlave() && s->timeTuningOngoing == 0) {
@@ -148,6 +144,7 @@ void onServerDown()
     s->attach = 0;
     s->biraServPid = 0;
     s->biraInitiated = 0;
+    s->awaits = bira::Answer::None;
     if (s->idlMode == KVD_BIRAIIF_IDL_MODE_2 && bira::isSlave() && s->timeTuningOngoing == 0)
         bira::startBasicRestartTimer();
     huntServer();                     // it may come back
@@ -155,60 +152,88 @@ void onServerDown()
 
 /// The server died before it told the link type: the time-out gives the hardware to this program if
 /// the unit ran before, else nobody would.
-void lostInStart()
+void lostInNegotiation()
 {
     KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR, "%s died in the start", BIRA_SERVER_NAME);
     onServerDown();
-    if (s->basicRestartTimer == 0) goOnWithoutServer();
+    if (!s->basicRestartTimer.runs()) goOnWithoutServer();
 }
 
-/// The program stays here until the link type is known, so that the hardware's start can follow it.
-/// What follows takes its time: no answer is held meanwhile.
-void awaitLinkType()
+void onDown()
 {
+    if (s->awaits != bira::Answer::None) lostInNegotiation();
+    else                                 onServerDown();
+}
+
+void onInitiateCfm(const KvdBiraiifInitiateServiceCfm* cfm)
+{
+    if (cfm == nullptr) return;
+    s->biraUnavailable = 0;           // one that came late, or refused before, serves now
+    s->startType = cfm->restart == 1 ? KVD_BIRAIIF_RESTART_COLD : KVD_BIRAIIF_RESTART_WARM;
+    s->awaits = bira::Answer::LinkType;
+}
+
+void onRefusal(SIGSELECT sigNo)
+{
+    KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "%s refused, signal=0x%x", BIRA_SERVER_NAME, sigNo);
+    s->awaits = bira::Answer::None;
+    goOnWithoutServer();
+}
+
+/// An answer to the request, in the wait for it or after that has ended.
+void onInitiateAnswer(const Signal* sig)
+{
+    if (s->awaits != bira::Answer::Service)
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR, "answer not asked for, dropped, signal=0x%x", sig->sigNo);
+    else if (sig->sigNo == KVD_BIRAIIF_INITIATE_SERVICE_CFM)
+        onInitiateCfm(as<KvdBiraiifInitiateServiceCfm>(sig));
+    else
+        onRefusal(sig->sigNo);
+}
+
+/// What the server said in the wait. The buffer is free again before it is acted on, which takes its time.
+struct Word {
+    SIGSELECT sigNo = 0;
     std::optional<KvdBiraiifIdl2LinkInd> link;
-    bool isLost = false;
-    while (!isLost && !link) {
-        Signal* sig = await(LINK_TYPE, "the link type");
-        if (sig->sigNo == KVD_BIRAIIF_SERVER_DOWN_IND) isLost = true;
-        else if (const auto* ind = as<KvdBiraiifIdl2LinkInd>(sig)) link = *ind;
-        ose::free_buf(&sig);
+};
+
+Word awaitWord(KvdMgrExchange& exchange)
+{
+    const bool isService = s->awaits == bira::Answer::Service;
+    Signal* sig = KvdLoz6TuMgr_await(exchange, isService ? SERVICE : LINK_TYPE,
+                                     isService ? "the service" : "the link type");
+    Word word;
+    if (sig == nullptr) return word;
+    word.sigNo = sig->sigNo;
+    if (sig->sigNo == KVD_BIRAIIF_IDL2_LINK_IND) {
+        if (const auto* ind = as<KvdBiraiifIdl2LinkInd>(sig)) word.link = *ind;
+    } else if (sig->sigNo != KVD_BIRAIIF_SERVER_DOWN_IND) {
+        onInitiateAnswer(sig);
     }
-    if (isLost) lostInStart();
-    else        bira::linkIndication(*link);
+    ose::free_buf(&sig);
+    return word;
 }
 
-enum class InitiateAnswer { None, Confirmed, Refused, ServerLost };
-
-InitiateAnswer readInitiateAnswer(const Signal* sig)
+/// One of a type that isn't known changes nothing; the start waits for another.
+void takeLink(const KvdBiraiifIdl2LinkInd& ind)
 {
-    switch (sig->sigNo) {
-    case KVD_BIRAIIF_INITIATE_SERVICE_CFM: {
-        const auto* cfm = as<KvdBiraiifInitiateServiceCfm>(sig);
-        if (cfm == nullptr) return InitiateAnswer::None;
-        s->biraUnavailable = 0;       // one that came late, or refused before, serves now
-        s->startType = cfm->restart == 1 ? KVD_BIRAIIF_RESTART_COLD : KVD_BIRAIIF_RESTART_WARM;
-        return InitiateAnswer::Confirmed;
-    }
-    case KVD_BIRAIIF_INITIATE_SERVICE_REJ:
-    case KVD_BIRAIIF_INITIATE_SERVICE_SUS:
-        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "%s refused, signal=0x%x", BIRA_SERVER_NAME,
-                  sig->sigNo);
-        return InitiateAnswer::Refused;
-    default:
-        return InitiateAnswer::ServerLost;
-    }
+    if (!bira::isLinkType(ind.linkType)) return;
+    s->awaits = bira::Answer::None;
+    bira::linkIndication(ind);
 }
 
-InitiateAnswer awaitInitiateAnswer()
+/// The program stays here until the link type is known, so that the hardware's start can follow it. A unit that
+/// runs has had that start: it goes on after a while, and takes the answers when they come.
+void awaitNegotiation()
 {
-    InitiateAnswer answer = InitiateAnswer::None;
-    while (answer == InitiateAnswer::None) {
-        Signal* sig = await(INITIATE_ANSWERS, "the service");
-        answer = readInitiateAnswer(sig);
-        ose::free_buf(&sig);
+    KvdMgrExchange exchange = exchangeWithServer();
+    while (s->awaits != bira::Answer::None) {
+        const Word word = awaitWord(exchange);
+        if (word.sigNo == 0) break;
+        if (word.sigNo == KVD_BIRAIIF_SERVER_DOWN_IND) lostInNegotiation();
+        else if (word.link)                            takeLink(*word.link);
     }
-    return answer;
+    s->waited_ms += exchange.waited_ms;
 }
 
 void onServerUp(PROCESS server)
@@ -225,16 +250,13 @@ void onServerUp(PROCESS server)
     req->pvThirdWanted = 1;
     req->isMaster = static_cast<u8>(s->isMaster);
     node::sendTo(server, req);
-    switch (awaitInitiateAnswer()) {
-    case InitiateAnswer::Confirmed: return awaitLinkType();
-    case InitiateAnswer::Refused:   return goOnWithoutServer();
-    default:                        return lostInStart();
-    }
+    s->awaits = bira::Answer::Service;
+    awaitNegotiation();
 }
 
 void onLinkInd(const KvdBiraiifIdl2LinkInd* ind)
 {
-    if (ind != nullptr) bira::linkIndication(*ind);
+    if (ind != nullptr) takeLink(*ind);
 }
 
 }  // namespace
@@ -245,13 +267,10 @@ int KvdLoz6BiraIifAdm_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
     case KVD_BIRAIIF_SERVER_UP_IND:      onServerUp(ose::sender(&sig));                         return 1;
-    case KVD_BIRAIIF_SERVER_DOWN_IND:    onServerDown();                                        return 1;
+    case KVD_BIRAIIF_SERVER_DOWN_IND:    onDown();                                              return 1;
     case KVD_BIRAIIF_INITIATE_SERVICE_CFM:
     case KVD_BIRAIIF_INITIATE_SERVICE_REJ:
-    case KVD_BIRAIIF_INITIATE_SERVICE_SUS:
-        // Its answer has been taken in the start.
-        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR, "answer not asked for, dropped, signal=0x%x",
-                  sig->sigNo);                                                                  return 1;
+    case KVD_BIRAIIF_INITIATE_SERVICE_SUS: onInitiateAnswer(sig);                               return 1;
     case KVD_BIRAIIF_IDL2_LINK_IND:      onLinkInd(as<KvdBiraiifIdl2LinkInd>(sig));             return 1;
     case KVD_BIRAIIF_FREQ_LOCKED_IND:    bira::onFreqLocked();                                  return 1;
     case KVD_BIRAIIF_BASIC_RESTART_TMO:  bira::onBasicRestartTimeout();                         return 1;
@@ -268,6 +287,7 @@ int KvdLoz6BiraIifAdm_dispatch(Signal* sig)
 int KvdLoz6BiraIifAdm_initiate(u32 isMaster)
 {
     s->isMaster = isMaster;
+    if (s->awaits != bira::Answer::None) return 0;   // a unit that runs has asked already
     s->hasHwControl = isMaster;
     if (huntServer() == 0) {
         KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Failed to hunt for process: %s", BIRA_SERVER_NAME);
@@ -276,9 +296,12 @@ int KvdLoz6BiraIifAdm_initiate(u32 isMaster)
         return 1;
     }
     s->biraUnavailable = 0;
-    Signal* up = await(SERVER_UP, "its hunt");
-    onServerUp(ose::sender(&up));
+    KvdMgrExchange exchange = exchangeWithServer();
+    Signal* up = KvdLoz6TuMgr_await(exchange, SERVER_UP, "its hunt");
+    if (up == nullptr) return 0;      // it died again: its next word is taken as it comes
+    const PROCESS server = ose::sender(&up);
     ose::free_buf(&up);
+    onServerUp(server);
     return 0;
 }
 
@@ -342,8 +365,8 @@ void KvdLoz6BiraIifAdm_printInfo()
     node::shellPrintf("   persistentFreqLock   : %u\n", st.persistentFreqLock);
     node::shellPrintf("   IDL2 init state      : %s (%u)\n", initStateText(st.idl2InitState),
                       st.idl2InitState);
-    node::shellPrintf("   basicRestartTimer    : %s\n", st.basicRestartTimer != 0 ? "runs" : "-");
-    node::shellPrintf("   IDL1 clock state tmo : %s\n", st.idl1ClkStateTimer != 0 ? "runs" : "-");
+    node::shellPrintf("   basicRestartTimer    : %s\n", st.basicRestartTimer.runs() ? "runs" : "-");
+    node::shellPrintf("   IDL1 clock state tmo : %s\n", st.idl1ClkStateTimer.runs() ? "runs" : "-");
     node::shellPrintf("   idpiClkStatus (MSI)  : %u\n", KvdLoz6SlaveWarm_data().idpiClkStatus);
-    node::shellPrintf("   waits without answer : %u\n", st.unanswered);
+    node::shellPrintf("   waited for the server: %u ms\n", st.waited_ms);
 }

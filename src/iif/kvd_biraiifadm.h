@@ -4,7 +4,8 @@
 // Owner   the manager process.
 // Units   timers in ms.
 // Errors  a server that isn't there or refuses leaves the hardware to this program. One that says nothing
-//         in the start blocks it, which is traced until it answers.
+//         in the start blocks it, which is traced until it answers or dies; a unit that runs waits for it a few
+//         seconds only, and takes its answers when they come.
 #pragma once
 #include "ose/types.h"
 

@@ -179,22 +179,19 @@ void KvdLoz6BiraIifAdm_finishWarmStart()
 
 void bira::startBasicRestartTimer()
 {
-    if (state().basicRestartTimer != 0) {
+    if (state().basicRestartTimer.runs()) {
         KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Basic restart tmo already started.");
         return;
     }
-    state().basicRestartTimer = ose::request_tmo(BASIC_RESTART_ms, KVD_BIRAIIF_BASIC_RESTART_TMO);
-    if (state().basicRestartTimer == 0)
-        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR, "Basic restart tmo failed to start!");
-    else
+    if (KvdTimer_start(state().basicRestartTimer, BASIC_RESTART_ms, KVD_BIRAIIF_BASIC_RESTART_TMO))
         KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Basic restart tmo requested.");
+    else
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR, "Basic restart tmo failed to start!");
 }
 
 void bira::onBasicRestartTimeout()
 {
-    // One that was queued when the server came back in time has no effect any more.
-    if (state().basicRestartTimer == 0) return;
-    state().basicRestartTimer = 0;
+    if (!KvdTimer_expired(state().basicRestartTimer)) return;
     state().hasHwControl = 1;
     state().timeTuningOngoing = 0;
     KvdLoz6Idpi_stopRequestTimer();
@@ -210,22 +207,19 @@ void bira::onBasicRestartTimeout()
 
 void bira::startIdl1ClkStateTimer()
 {
-    if (state().idl1ClkStateTimer != 0) {
+    if (state().idl1ClkStateTimer.runs()) {
         KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Idl1 slave IDPI clk state tmo already started.");
         return;
     }
-    state().idl1ClkStateTimer = ose::request_tmo(IDL1_CLK_STATE_ms, KVD_BIRAIIF_IDL1_CLK_STATE_TMO);
-    if (state().idl1ClkStateTimer == 0)
-        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR,
-                  "Idl1 slave IDPI clk state tmo failed to start!");
-    else
+    if (KvdTimer_start(state().idl1ClkStateTimer, IDL1_CLK_STATE_ms, KVD_BIRAIIF_IDL1_CLK_STATE_TMO))
         KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Idl1 slave IDPI clk state tmo requested.");
+    else
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR, "Idl1 slave IDPI clk state tmo failed to start!");
 }
 
 void bira::onIdl1ClkStateTimeout()
 {
-    if (state().idl1ClkStateTimer == 0) return;   // it was cancelled when this was queued already
-    state().idl1ClkStateTimer = 0;
+    if (!KvdTimer_expired(state().idl1ClkStateTimer)) return;
     KvdLoz6BiraIifAdm_idl1ClkState(IDPI_CLK_STATUS_LOCKED, 0);
 }
 
@@ -254,8 +248,7 @@ void KvdLoz6BiraIifAdm_idl1ClkState(u32 clkStatus, u32 again)
 {
     if (getBoardType() != BVQ3 || state().idlMode != KVD_BIRAIIF_IDL_MODE_1) return;
     if (clkStatus == IDPI_CLK_STATUS_LOCKED) {
-        if (state().idl1ClkStateTimer != 0) ose::cancel_tmo(&state().idl1ClkStateTimer);
-        state().idl1ClkStateTimer = 0;
+        KvdTimer_cancel(state().idl1ClkStateTimer);
         if (KvdLoz6SlaveWarm_data().idpiClkStatus == IDPI_CLK_STATUS_NOT_SET || again == 1) {
             KvdLoz6SlaveWarm_setIdpiClkStatus(IDPI_CLK_STATUS_FREE_RUNNING);
             sendFreeRunning(__func__);
@@ -284,6 +277,7 @@ void linkTypeOrdered(u32 idl2Type)
 
 void KvdLoz6BiraIifAdm_selectIdlType(u32 idl2Type, u8 synchPortNo)
 {
+    if (!bira::isLinkType(idl2Type)) return;
     storeClkStatus(IDPI_CLK_STATUS_LOCKED, __func__, STORED_LOCKED);
     if (KvdLoz6TuReg_slavePllState() == SLAVE_PLL_Uninitialized &&
         idl2Type == KVD_BIRAIIF_IDL_MODE_1)

@@ -1,11 +1,15 @@
 // kvd_biraiifadm_int.h - What the sources of the BIRA client share: start negotiation and link
 // indications (kvd_biraiifadm.cpp), hand-over of the hardware (kvd_biraiifadm_handover.cpp).
 #pragma once
+#include "base/kvd_timer.h"
 #include "iif/bira_sig.h"
 #include "iif/kvd_biraiifadm.h"
 #include "ose/ose.h"
 
 namespace bira {
+
+/// What the server owes in the negotiation.
+enum class Answer : u8 { None, Service, LinkType };
 
 struct State {
     PROCESS biraServPid = 0;
@@ -18,19 +22,22 @@ struct State {
     u32 timeTuningOngoing = 0;
     u8  idlMode = KVD_BIRAIIF_IDL_MODE_1;
     u8  synchPortNo = 0;
-    TimerRef basicRestartTimer = 0;
-    TimerRef idl1ClkStateTimer = 0;
+    KvdTimer basicRestartTimer;
+    KvdTimer idl1ClkStateTimer;
     u32 persistentFreqLock = 0;
     u32 idl2InitState = IDL2_WARM_INIT_UNKNOWN;
     u32 fromSlaveMsi = 0;              // the stored warm data counted
     bool hunting = false;              // a hunt is out
-    u32 unanswered = 0;                // waits in the start that ran out, for the report
+    Answer awaits = Answer::None;
+    u32 waited_ms = 0;                 // blocked for the server's answers, for the report
 };
 State& state();
 
 inline bool isSlave() { return state().isMaster == 0; }
 
-/// What a link indication of the server brings, or an order of the main processor in its place.
+/// False, and traced, for a number that names no type of link.
+bool isLinkType(u32 linkType);
+/// What a link indication of the server brings, or an order of the main processor in its place. Of a known type.
 void linkIndication(const KvdBiraiifIdl2LinkInd& ind);
 /// The slave takes the hardware and starts to tune its time on the link.
 void takeOver();

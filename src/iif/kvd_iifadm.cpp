@@ -7,6 +7,7 @@
 #include "iif/kvd_phyadm.h"
 #include "mgr/kvd_mgr_hwdiag.h"
 #include "mgr/kvd_mgr_proc.h"
+#include "mgr/kvd_mgr_wait.h"
 #include "mgr/trace_groups.h"
 #include "mgr/tu_common.h"
 #include "node/pri.h"
@@ -35,6 +36,7 @@ constexpr u32 WANTED_PV = 22;
 constexpr u32 PRI_PV = 3;
 constexpr u16 IDPI_PROTOCOL_REV = 1;
 constexpr OSTIME PRI_RETRY_ms = 3000;
+constexpr OSTIME PRI_ANSWER_ms = 10'000;
 
 // ---- own identity ----
 
@@ -86,7 +88,27 @@ void onPriSignal(const Signal* sig, Identity& known)
     }
 }
 
-/// Blocks the manager until the own identity is known. Other signals wait in the queue meanwhile.
+/// Its next signal; nullptr when none came in 10 s, which is traced.
+Signal* awaitPri(const SIGSELECT* selection, const char* what)
+{
+    KvdMgrExchange exchange{TRACE_TUIIFADM, "The PRI service", PRI_ANSWER_ms};
+    return KvdLoz6TuMgr_await(exchange, selection, what);
+}
+
+/// Nothing needs the service any more; one that dies here has no confirmation to give.
+void terminatePri()
+{
+    static constexpr SIGSELECT TERMINATED[] = {2, TARSO_PRI_TERMINATE_SERVICE_CFM,
+                                               TARSO_PRI_SERVER_DOWN_IND};
+    if (node::TarsoPri_terminateService() != 0) return;
+    Signal* sig = awaitPri(TERMINATED, "its end");
+    if (sig == nullptr) return;
+    node::TarsoPri_internal(sig);
+    ose::free_buf(&sig);
+}
+
+/// Blocks the manager until the own identity is known. Other signals wait in the queue meanwhile. A service that
+/// says nothing is asked again.
 void fetchOwnIdentity()
 {
     static constexpr SIGSELECT PRI_SIGNALS[] = {
@@ -99,18 +121,15 @@ void fetchOwnIdentity()
     initiatePri();
     Identity known;
     while (!known.instance || !known.hwAddr) {
-        Signal* sig = ose::receive(PRI_SIGNALS);
+        Signal* sig = awaitPri(PRI_SIGNALS, "its answer, asks again");
+        if (sig == nullptr) {
+            initiatePri();
+            continue;
+        }
         onPriSignal(sig, known);
         ose::free_buf(&sig);
     }
-    // A service that dies here needs no confirmation any more.
-    static constexpr SIGSELECT TERMINATED[] = {2, TARSO_PRI_TERMINATE_SERVICE_CFM,
-                                               TARSO_PRI_SERVER_DOWN_IND};
-    if (node::TarsoPri_terminateService() == 0) {
-        Signal* sig = ose::receive(TERMINATED);
-        node::TarsoPri_internal(sig);
-        ose::free_buf(&sig);
-    }
+    terminatePri();
     s->firstPriCall = 1;
 }
 
@@ -173,7 +192,10 @@ void onServerDead()
     s->savedBvqStatusData.tuiifRefState = 0;
     KvdLoz6TuGps_serverGone();
     KvdLoz6TuHptsi_serverGone();
-    TuPktsync_tuiifDownInd();
+    // Packet synchronisation waits for the first word that a main processor is there: before, this one would
+    // lie in front of it, and be read behind it.
+    if (s->pktsyncUp) TuPktsync_tuiifDownInd();
+    s->pktsyncUp = false;
     KvdLoz6TuReg_clearReceivedTimeData();
     KvdLoz6TuSlowpi_unsubscribe();
     if (s->startState != TUIIF_LOZ6_STARTED) {
@@ -186,21 +208,25 @@ void onServerDead()
     s->tuiifServerUp = 0;
 }
 
-/// Deaf until the peer dies: what arrives meanwhile is dropped.
+/// True for an answer of the server that is there now. One that lay in the queue when its server died, or came
+/// from elsewhere, would begin a wait that nobody's death ends.
+bool isFromServer(SIGSELECT sigNo)
+{
+    if (s->tuiifServerUp != 0) return true;
+    KVD_TRACE(TRACE_TUIIFADM, TRACE_ERROR, "no main processor is there, answer dropped, signal=0x%x", sigNo);
+    return false;
+}
+
+/// Deaf until the peer dies.
 void waitForServerDead()
 {
-    for (;;) {
-        Signal* sig = ose::receive(ose::ANY_SIGNAL);
-        const bool dead = sig->sigNo == KVD_COMM_SERVER_DEAD;
-        ose::free_buf(&sig);
-        if (dead) break;
-    }
+    KvdLoz6TuMgr_deafWait();
     onServerDead();
 }
 
 void onInitiateServiceSus(const KvdTuiifInitiateServiceSus* sus)
 {
-    if (sus == nullptr) return;
+    if (sus == nullptr || !isFromServer(sus->sigNo)) return;
     KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO,
               "KVD_TUIIF_INITIATE_SERVICE_SUS received. highestAvailablePV=%u"
               "Wait until BVQ has restarted",
@@ -210,7 +236,7 @@ void onInitiateServiceSus(const KvdTuiifInitiateServiceSus* sus)
 
 void onInitiateServiceRej(const KvdTuiifInitiateServiceRej* rej)
 {
-    if (rej == nullptr) return;
+    if (rej == nullptr || !isFromServer(rej->sigNo)) return;
     s->startState = TUIIF_ERROR;
     KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO,
               "KVD_TUIIF_INITIATE_SERVICE_REJ received. highestAvailablePV=%u"
@@ -251,7 +277,7 @@ void tellAfterConfirm(const KvdTuiifInitiateServiceCfm& cfm, u32 isFirstStart)
 
 void onInitiateServiceCfm(const KvdTuiifInitiateServiceCfm* received, PROCESS server)
 {
-    if (received == nullptr) return;
+    if (received == nullptr || !isFromServer(received->sigNo)) return;
     const KvdTuiifInitiateServiceCfm cfm = *received;
     if (cfm.signalRevision != CONFIRM_SIGNAL_REVISION || cfm.pvSelected != WANTED_PV) {
         KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO,
@@ -274,12 +300,19 @@ void onInitiateServiceCfm(const KvdTuiifInitiateServiceCfm* received, PROCESS se
     if (KvdLoz6BiraIifAdm_started() == 0 && KvdLoz6BiraIifAdm_initiate(isMaster) != 0)
         KvdLoz6TuMgr_startHardware(HW_IDL_MODE_NOT_AVAILABLE, 0);
 
-    const u32 isFirstStart = s->startState == TUIIF_LOZ6_STARTED ? 1 : 0;
+    // A rejection before it leaves the components as little started as they were.
+    const u32 isFirstStart = s->everConfirmed ? 0 : 1;
+    s->everConfirmed = true;
+    // The link told its loop's word; the regulator is only going to warm up.
+    if (isFirstStart == 1 && KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_1)
+        saved.lastRegulatorState = KVD_TUIIF_UNKNOWN;
     const u8 outEmuMode = saved.gpsOut == 1 ? 1 : saved.hptsiOut == 1 ? 2 : 0;
     s->startState = TUIIF_START_RESTART_READY;
     KvdLoz6TuMgr_restartComponents(isFirstStart, saved.timeMode, saved.masterSlaveMode, outEmuMode);
     // The halted state returns when the peer has died: there is nobody to tell then.
-    if (tuiif::isReady()) tellAfterConfirm(cfm, isFirstStart);
+    if (!tuiif::isReady()) return;
+    s->pktsyncUp = true;
+    tellAfterConfirm(cfm, isFirstStart);
 }
 
 }  // namespace

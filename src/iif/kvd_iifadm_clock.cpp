@@ -28,7 +28,7 @@ constexpr u32 MINUTES_MAX = 0xFFFFFFFF / MS_PER_MINUTE;   // what a timer can ho
 /// The relaxation: shortly after the start a unit counts as locked a little earlier.
 bool isRelaxed()
 {
-    return state().forceLockedTimer != 0 && state().threshold[HOLDOVER_FREQ].minutes == 0;
+    return state().forceLockedTimer.runs() && state().threshold[HOLDOVER_FREQ].minutes == 0;
 }
 
 u8 clockOfMasterRegState(u8 regState)
@@ -150,15 +150,11 @@ void followThresholds(u8 shown)
     for (const ThresholdRow& row : THRESHOLDS) {
         tuiif::HoldoverThreshold& threshold = state().threshold[row.holdoverClass];
         const bool wanted = threshold.minutes != 0 && shown == row.clock;
-        if (wanted && threshold.timer == 0) {
-            const u32 minutes = threshold.minutes < MINUTES_MAX ? threshold.minutes : MINUTES_MAX;
-            threshold.timer = ose::request_tmo(minutes * MS_PER_MINUTE, row.sigNo);
-            if (threshold.timer == 0)
-                KVD_TRACE(TRACE_TUIIFADM, TRACE_ERROR, "holdover timer refused, clockState=%u",
-                          shown);
-        } else if (!wanted && threshold.timer != 0) {
-            ose::cancel_tmo(&threshold.timer);
-        }
+        const u32 minutes = threshold.minutes < MINUTES_MAX ? threshold.minutes : MINUTES_MAX;
+        if (!wanted)
+            KvdTimer_cancel(threshold.timer);
+        else if (!KvdTimer_start(threshold.timer, minutes * MS_PER_MINUTE, row.sigNo))
+            KVD_TRACE(TRACE_TUIIFADM, TRACE_ERROR, "holdover timer refused, clockState=%u", shown);
     }
 }
 
@@ -242,15 +238,14 @@ void sendBvqStatus()
 void onHoldoverTimeout(u32 holdoverClass)
 {
     HoldoverThreshold& threshold = state().threshold[holdoverClass];
-    threshold.timer = 0;
-    if (threshold.minutes == 0) return;
+    if (!KvdTimer_expired(threshold.timer) || threshold.minutes == 0) return;
     for (const ThresholdRow& row : THRESHOLDS)
         if (row.holdoverClass == holdoverClass) row.expired();
 }
 
 void onForcedLockedTimeout()
 {
-    state().forceLockedTimer = 0;
+    if (!KvdTimer_expired(state().forceLockedTimer)) return;
     const u32 pllState = KvdLoz6TuReg_pllState();
     if (pllState != PLL_Uninitialized && saved().selectedRef == GPSOSL_REF) {
         KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO,
@@ -323,12 +318,10 @@ u8   KvdLoz6TuIifAdm_lastRegulatorState() { return saved().lastRegulatorState; }
 
 void KvdLoz6TuIifAdm_startForceLockedTimer()
 {
-    if (state().forceLockedTimer != 0) return;
-    state().forceLockedTimer = ose::request_tmo(FORCE_LOCKED_ms, KVD_FORCED_LOCKED_TIMEOUT_IND);
-    if (state().forceLockedTimer == 0)
+    if (!KvdTimer_start(state().forceLockedTimer, FORCE_LOCKED_ms, KVD_FORCED_LOCKED_TIMEOUT_IND))
         KVD_TRACE(TRACE_TUIIFADM, TRACE_ERROR, "forced lock timer refused");
 }
-bool KvdLoz6TuIifAdm_forceLockedTimerRuns() { return state().forceLockedTimer != 0; }
+bool KvdLoz6TuIifAdm_forceLockedTimerRuns() { return state().forceLockedTimer.runs(); }
 
 u32 KvdLoz6TuIifAdm_holdoverThreshold(u32 holdoverClass)
 {

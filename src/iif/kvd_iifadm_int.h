@@ -2,6 +2,7 @@
 // the steps that one source offers the others. Nobody else includes it.
 // Owner   kvd_iifadm*.cpp.
 #pragma once
+#include "base/kvd_timer.h"
 #include "iif/kvd_iifadm.h"
 #include "iif/tuiif_sig.h"
 #include "node/sig.h"
@@ -48,7 +49,7 @@ struct StatusRecord {
 
 struct HoldoverThreshold {
     u32 minutes = 0;                      // 0: none
-    TimerRef timer = 0;
+    KvdTimer timer;
 };
 
 struct State {
@@ -63,6 +64,8 @@ struct State {
     struct { u32 smn = 0, apn = 0; } ownPiuHwAddr_r;
     u32 tuiifServerUp = 0;
     u32 msiMemInitiated = 0;
+    bool everConfirmed = false;           // the components have been started in this life
+    bool pktsyncUp = false;               // packet synchronisation holds this connection for up
 
     SavedBvqStatusData savedBvqStatusData;
     LatestSentBvqStatusInd latestSentBvqStatusInd;
@@ -73,7 +76,7 @@ struct State {
     u32 soonToExpire = 0;
 
     HoldoverThreshold threshold[3];       // by HoldoverClass
-    TimerRef forceLockedTimer = 0;
+    KvdTimer forceLockedTimer;
     u32 latestSentTimeAccChangeInd = 0;   // ns
     u32 manualAccuracy = 0;
     u32 socpriMarker = 0;

@@ -109,8 +109,8 @@ void printTimers()
     constexpr const char* CLASSES[] = {"freq", "to", "rnt"};   // by HoldoverClass
     for (std::size_t i = 0; i < std::size(CLASSES); ++i)
         node::shellPrintf("   threshold %-4s     : %u min, timer %s\n", CLASSES[i],
-                          s.threshold[i].minutes, s.threshold[i].timer != 0 ? "runs" : "idle");
-    node::shellPrintf("   forceLockedTimer   : %s\n", s.forceLockedTimer != 0 ? "runs" : "idle");
+                          s.threshold[i].minutes, s.threshold[i].timer.runs() ? "runs" : "idle");
+    node::shellPrintf("   forceLockedTimer   : %s\n", s.forceLockedTimer.runs() ? "runs" : "idle");
     node::shellPrintf("   SoCPRI marker      : %u\n", s.socpriMarker);
 }
 

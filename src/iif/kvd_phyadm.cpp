@@ -266,6 +266,8 @@ u32 KvdLoz6TuPhyAdm_lineOfFroId(u32 froId)
     return 0;
 }
 
+bool KvdLoz6TuPhyAdm_knowsFroId(u32 froId) { return froId != FRO_NONE && rowOfFroId(froId) != nullptr; }
+
 void KvdLoz6TuPhyAdm_setSupervised(u32 froId, u32 isSupervised)
 {
     PhyPortInfo* const row = rowOfFroId(froId);

@@ -32,6 +32,8 @@ void KvdLoz6TuPhyAdm_stop();
 /// Line of a froId as the service numbers it; unknown: traced, 0. FRO_NONE gives PHY_LINE_NONE
 /// while a row is free.
 u32  KvdLoz6TuPhyAdm_lineOfFroId(u32 froId);
+/// A row of the table holds this froId. What an unknown one names is no line, 0 least of all.
+bool KvdLoz6TuPhyAdm_knowsFroId(u32 froId);
 /// The main processor supervises the line (1) or not (0).
 void KvdLoz6TuPhyAdm_setSupervised(u32 froId, u32 isSupervised);
 /// A row of the table, 0 to PHY_PORTS - 1.

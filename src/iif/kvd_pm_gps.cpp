@@ -78,6 +78,7 @@ void KvdLoz6PmGps_subscribe()
     // A running fault begins anew: what it lasted so far belongs to the old counts.
     if (s->gpsStatus == GPS_STATUS_FAULT) openFault();
     s->count.fill(0);
+    s->suspectFlag = 1;        // it begins in the middle of the agent's period
 }
 
 void KvdLoz6PmGps_unsubscribe()

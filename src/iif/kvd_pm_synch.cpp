@@ -217,7 +217,12 @@ void print(u32 froId)
 
 }  // namespace
 
-void KvdLoz6PmSynch_subscribe() { clearPeriod(); }
+void KvdLoz6PmSynch_subscribe()
+{
+    changeState(KEEP_STATE);   // what ran up to now belongs to the counters that are cleared
+    clearPeriod();
+    s->suspectFlag = 1;        // it begins in the middle of the agent's period
+}
 
 void KvdLoz6PmSynch_unsubscribe()
 {

@@ -5,6 +5,7 @@
 #include "hw/kvd_hwif.h"
 #include "iif/kvd_iifadm.h"
 #include "mgr/kvd_mgr_hwdiag_int.h"
+#include "mgr/kvd_mgr_wait.h"
 #include "mgr/trace_groups.h"
 #include "node/sig.h"
 #include "node/temi.h"
@@ -21,6 +22,7 @@ namespace {
 constexpr const char* TEMI_CLIENT = "KVD_LOZ6_HW";
 constexpr u32 TEMI_PROTOCOL = 2;
 constexpr OSTIME TEMI_RETRY_ms = 3000;
+constexpr OSTIME TEMI_ANSWER_ms = 60'000;    // at the start; one that says nothing for so long won't
 constexpr OSTIME MONITOR_SETTLE_ms = 10;
 constexpr u32 RESULT_PASSED = 0, RESULT_FAILED = 2;
 constexpr u8 STARTUP_PASSED = 0, STARTUP_NO_ANSWER = 1, STARTUP_FAILED = 2;
@@ -54,18 +56,28 @@ struct State {
 ose::ModuleData<State> s;
 
 constexpr SIGSELECT TEMI_ANSWERS[] = {
-    5, TARSO_TEMI_INITIATE_SERVICE_CFM, TARSO_TEMI_INITIATE_SERVICE_REJ, TARSO_TEMI_DO_TEST_IND,
-    TARSO_TEMI_TEST_RESULT_RSP, TARSO_TEMI_TERMINATE_SERVICE_CFM};
+    6, TARSO_TEMI_INITIATE_SERVICE_CFM, TARSO_TEMI_INITIATE_SERVICE_REJ, TARSO_TEMI_DO_TEST_IND,
+    TARSO_TEMI_TEST_RESULT_RSP, TARSO_TEMI_TERMINATE_SERVICE_CFM, TARSO_TEMI_SERVER_DOWN_IND};
 
-void initiateTemi()
+constexpr const char* TEMI = "The test service";
+
+/// False when the limit has passed.
+bool initiateTemi(KvdMgrExchange& exchange)
 {
     for (;;) {
         const u32 error = node::TarsoTemi_initiateService(TEMI_CLIENT, TEMI_PROTOCOL);
-        if (error == 0) return;
+        if (error == 0) return true;
         KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO,
                   "WARNING: TarsoTemi_initiateService() failed (error %u), retrying ...", error);
-        ose::delay(TEMI_RETRY_ms);
+        if (!KvdLoz6TuMgr_pause(exchange, TEMI_RETRY_ms)) return false;
     }
+}
+
+/// At the start it is tried for as long as the service isn't there: its restart type decides on the hardware.
+void initiateTemiAtStart()
+{
+    KvdMgrExchange unlimited{TRACE_TUMGR_HWDIAG, TEMI, 0};
+    initiateTemi(unlimited);
 }
 
 /// Report number of a failed hardware initiation, 0 when its result is none that is known.
@@ -146,51 +158,104 @@ TestOutcome runTest(u32 test)
     return outcome;
 }
 
-/// Answer to one order to test. True while the sequence goes on with the next test.
-bool onDoTest(const TarsoTemiDoTestInd& ind, u32 hwInitResult, u32& test, u8& result)
+/// The start-up sequence as the service drives it.
+struct StartUp {
+    u32& restartType;
+    const u32 hwInitResult;
+    u32 test = 1;                       // the next one
+    u8 result = STARTUP_PASSED;
+    bool isSettled = false;             // the last answer was given: what follows can't change the result
+};
+
+void onDoTest(const TarsoTemiDoTestInd& ind, StartUp& startUp)
 {
+    if (startUp.isSettled) {
+        KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_ERROR, "order to test after the last test, dropped");
+        return;
+    }
+    startUp.restartType = ind.restartType;
     TestOutcome outcome;
-    u32 report = test;
+    u32 report = startUp.test;
     bool last = true;
-    if (hwInitResult != 0) {
+    if (startUp.hwInitResult != 0) {
         outcome.result = RESULT_FAILED;
         outcome.name = "LOZ6 Initiate";
         std::snprintf(outcome.message, sizeof outcome.message, "Start of the hardware failed");
-        report = reportNumberOfInit(hwInitResult);
+        report = reportNumberOfInit(startUp.hwInitResult);
     } else if (ind.restartType > LAST_RESTART_TYPE_WITH_TESTS) {
         std::snprintf(outcome.message, sizeof outcome.message, "No HW tests requested at restart");
         KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "%s", outcome.message);
     } else {
-        outcome = runTest(test);
-        last = outcome.result == RESULT_FAILED || test == TEST_SYNTH_FEEDBACK;
+        outcome = runTest(startUp.test);
+        last = outcome.result == RESULT_FAILED || startUp.test == TEST_SYNTH_FEEDBACK;
     }
     if (outcome.result == RESULT_FAILED) {
-        result = STARTUP_FAILED;
+        startUp.result = STARTUP_FAILED;
         KvdLoz6HwDiag_reportError(report);
     }
-    node::TarsoTemi_doTestResponse(last ? 1 : 0, test, outcome.name, outcome.result, outcome.message);
-    ++test;
-    return !last;
+    node::TarsoTemi_doTestResponse(last ? 1 : 0, startUp.test, outcome.name, outcome.result, outcome.message);
+    ++startUp.test;
+    if (!last) return;
+    startUp.isSettled = true;
+    node::TarsoTemi_terminateService();
 }
 
-/// The test service is told of a fault that showed in running. Blocks the manager meanwhile.
+/// True when it ends the sequence.
+bool onStartUpSignal(const Signal* sig, StartUp& startUp)
+{
+    if (sig->sigNo == TARSO_TEMI_DO_TEST_IND) {
+        const auto* ind = as<TarsoTemiDoTestInd>(sig);
+        if (ind != nullptr) onDoTest(*ind, startUp);
+        return false;
+    }
+    const u32 result = node::TarsoTemi_internal(sig);
+    switch (sig->sigNo) {
+    case TARSO_TEMI_INITIATE_SERVICE_REJ:
+    case TARSO_TEMI_TERMINATE_SERVICE_CFM: return true;
+    case TARSO_TEMI_SERVER_DOWN_IND:
+        if (result != 0) return false;
+        if (startUp.isSettled) return true;      // it has no confirmation to give any more
+        startUp.test = 1;                        // another service begins from the first
+        initiateTemiAtStart();
+        return false;
+    default:
+        return false;
+    }
+}
+
+void indicateRunTimeFault()
+{
+    const u32 error = node::TarsoTemi_testResultInd(TEST_RUNTIME, "Runtime fault", RESULT_FAILED,
+                                                    "HW fault at runtime detected");
+    if (error != 0)
+        KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "TarsoTemi_testResultInd failed (error %u)", error);
+}
+
+/// True when it ends the exchange.
+bool onRunTimeAnswer(const Signal* sig, KvdMgrExchange& exchange)
+{
+    const u32 result = node::TarsoTemi_internal(sig);
+    switch (sig->sigNo) {
+    case TARSO_TEMI_INITIATE_SERVICE_CFM: indicateRunTimeFault();                          return false;
+    case TARSO_TEMI_SERVER_DOWN_IND:      return result == 0 && !initiateTemi(exchange);
+    case TARSO_TEMI_TEST_RESULT_RSP:
+    case TARSO_TEMI_INITIATE_SERVICE_REJ: return true;
+    default:                              return false;
+    }
+}
+
+/// The test service is told of a fault that showed in running. Blocks the manager meanwhile, but not for long: a
+/// fault that stays is found, and told, at the next check.
 void reportRunTimeFault()
 {
-    initiateTemi();
-    for (;;) {
-        Signal* sig = ose::receive(TEMI_ANSWERS);
-        const SIGSELECT sigNo = sig->sigNo;
-        node::TarsoTemi_internal(sig);
+    KvdMgrExchange exchange{TRACE_TUMGR_HWDIAG, TEMI, MGR_EXCHANGE_RUNNING_ms};
+    for (bool isOver = !initiateTemi(exchange); !isOver;) {
+        Signal* sig = KvdLoz6TuMgr_await(exchange, TEMI_ANSWERS, "its report");
+        if (sig == nullptr) break;
+        isOver = onRunTimeAnswer(sig, exchange);
         ose::free_buf(&sig);
-        if (sigNo == TARSO_TEMI_INITIATE_SERVICE_CFM) {
-            const u32 error = node::TarsoTemi_testResultInd(TEST_RUNTIME, "Runtime fault", RESULT_FAILED,
-                                                            "HW fault at runtime detected");
-            if (error != 0)
-                KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "TarsoTemi_testResultInd failed (error %u)", error);
-        } else if (sigNo == TARSO_TEMI_TEST_RESULT_RSP || sigNo == TARSO_TEMI_INITIATE_SERVICE_REJ) {
-            return;
-        }
     }
+    node::TarsoTemi_forget();
 }
 
 /// A detector that still sees a signal with its input cut off is broken.
@@ -281,27 +346,19 @@ void checkTracking(u32 synthStatus)
 
 u8 KvdLoz6HwDiag_startUp(u32& restartType, u32 hwInitResult)
 {
-    initiateTemi();
-    u32 test = 1;
-    u8 result = STARTUP_PASSED;
-    bool ordered = false;
-    for (;;) {
-        Signal* sig = ose::receive(TEMI_ANSWERS);
-        const SIGSELECT sigNo = sig->sigNo;
-        if (sigNo == TARSO_TEMI_DO_TEST_IND) {
-            const auto* ind = as<TarsoTemiDoTestInd>(sig);
-            if (ind != nullptr) {
-                ordered = true;
-                restartType = ind->restartType;
-                if (!onDoTest(*ind, hwInitResult, test, result)) node::TarsoTemi_terminateService();
-            }
-        } else {
-            node::TarsoTemi_internal(sig);
+    StartUp startUp{restartType, hwInitResult};
+    initiateTemiAtStart();
+    for (bool isOver = false; !isOver;) {
+        KvdMgrExchange exchange{TRACE_TUMGR_HWDIAG, TEMI, TEMI_ANSWER_ms};
+        Signal* sig = KvdLoz6TuMgr_await(exchange, TEMI_ANSWERS, "its tests");
+        if (sig == nullptr) {
+            node::TarsoTemi_forget();
+            break;
         }
+        isOver = onStartUpSignal(sig, startUp);
         ose::free_buf(&sig);
-        if (sigNo == TARSO_TEMI_INITIATE_SERVICE_REJ || sigNo == TARSO_TEMI_TERMINATE_SERVICE_CFM)
-            return ordered ? result : STARTUP_NO_ANSWER;
     }
+    return startUp.isSettled ? startUp.result : STARTUP_NO_ANSWER;
 }
 
 void KvdLoz6HwDiag_runTimeCheck()

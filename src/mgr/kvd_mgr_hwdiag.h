@@ -4,8 +4,8 @@
 #pragma once
 #include "ose/types.h"
 
-/// Start-up sequence driven by the test service. Blocks the manager. 0 passed or not requested, 1 no
-/// answer from the service, 2 failed.
+/// Start-up sequence driven by the test service. Blocks the manager until it is through, or the service has rejected
+/// or has said nothing for a minute. 0 passed or not requested, 1 no answer from the service, 2 failed.
 u8 KvdLoz6HwDiag_startUp(u32& restartType, u32 hwInitResult);
 /// The check of one tick of the toggle monitor.
 void KvdLoz6HwDiag_runTimeCheck();

@@ -2,11 +2,18 @@
 #pragma once
 #include "ose/types.h"
 
+/// Orders of commands that end in the components: they run in the manager, not in the shell's process.
+constexpr SIGSELECT KVD_TUMGR_FIX_FREQUENCY_IND = 0x9C6F0;   // shell -> manager, no data
+
 /// All that comes before the manager's first receive.
 void KvdLoz6TuMgr_startUp();
 /// The manager's own elements of the dispatch chain.
 int KvdLoz6TuMgr_dispatchFirstGroup(Signal* sig);
 int KvdLoz6TuMgr_dispatchSecondGroup(Signal* sig);
+/// Ends a signal that was read. A buffer that its component arms again and again stays that component's.
+void KvdLoz6TuMgr_release(Signal* sig);
+/// The one component that a halted unit still serves is the connection to the main processor.
+bool KvdLoz6TuMgr_isHalted();
 /// Red LED of the board: the hardware fault alarm.
 void KvdLoz6TuMgr_raiseAlarm();
 void KvdLoz6TuMgr_ceaseAlarm();

@@ -15,6 +15,7 @@
 #include "mgr/kvd_mgr_hwdiag.h"
 #include "mgr/kvd_mgr_int.h"
 #include "mgr/kvd_mgr_mem.h"
+#include "mgr/kvd_mgr_wait.h"
 #include "mgr/trace_groups.h"
 #include "mgr/tu_coli.h"
 #include "node/sig.h"
@@ -66,10 +67,10 @@ constexpr Dispatch DISPATCH_CHAIN[] = {
 
 /// Buffers that their component allocates once and arms again as its own timer's signal; it may have
 /// done so by now. A buffer of the same number that came from elsewhere isn't one of them.
-bool belongsToItsComponent(SIGSELECT sigNo, const Signal* sig)
+void release(SIGSELECT sigNo, Signal* sig)
 {
     const bool rearmed = sigNo == KVD_SLOWPI_HEART_BEAT_IND || sigNo == KVD_SLOWPI_PDU_MISSING_IND;
-    return rearmed && KvdLoz6TuSlowpi_owns(sig) != 0;
+    if (!rearmed || KvdLoz6TuSlowpi_owns(sig) == 0) ose::free_buf(&sig);
 }
 
 const char* senderName(Signal* sig)
@@ -93,13 +94,23 @@ void offerAlongChain(Signal* sig)
         ose::free_buf(&sig);
         return;
     }
-    if (!belongsToItsComponent(sigNo, sig)) ose::free_buf(&sig);
+    release(sigNo, sig);
+}
+
+/// A halted unit tells each new main processor that it has failed, and does nothing else.
+void offerToConnection(Signal* sig)
+{
+    const SIGSELECT sigNo = sig->sigNo;
+    KvdLoz6TuIifAdm_dispatch(sig);
+    release(sigNo, sig);
 }
 
 void serve()
 {
     node::traceClearErrorStatus();
-    offerAlongChain(ose::receive(ose::ANY_SIGNAL));
+    Signal* const sig = KvdLoz6TuMgr_next();
+    if (KvdLoz6TuMgr_isHalted()) offerToConnection(sig);
+    else                         offerAlongChain(sig);
     if (node::traceErrorStatus() != 0) KVD_TRACE(TRACE_TUMGR_PROC, TRACE_CHECK, "ERROR STATUS");
     node::traceClearErrorStatus();
 }
@@ -111,6 +122,8 @@ void KvdLoz6TuMgr_proc()
     KvdLoz6TuMgr_startUp();
     for (;;) serve();
 }
+
+void KvdLoz6TuMgr_release(Signal* sig) { release(sig->sigNo, sig); }
 
 PROCESS KvdLoz6TuMgr_pid() { return s->managerPid; }
 PROCESS KvdLoz6TuPktsync_pid() { return s->pktsyncPid; }

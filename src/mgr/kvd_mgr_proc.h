@@ -28,8 +28,11 @@ enum HardwareIdlMode : u32 {
 /// Hardware set-up, at most once a program life; `restart` is the cold flag that goes with IDL 1 and 2.
 void KvdLoz6TuMgr_startHardware(u32 idlMode, u32 restart);
 
-/// The halted state: serves nothing until the main processor dies, then returns to the main loop.
+/// The halted state, for good: serves nothing until the main processor dies, then returns to the main loop, where
+/// each new main processor is told. Returns at once when there is none.
 void KvdLoz6TuMgr_haltProcess();
+/// The components have been started: the unit may be following a reference.
+bool KvdLoz6TuMgr_isRunning();
 
 /// 1 master, 0 slave; any other stored value is traced and reads as 0.
 u8  KvdLoz6TuMgr_masterSlaveMode();

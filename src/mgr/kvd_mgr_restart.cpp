@@ -12,6 +12,7 @@
 #include "mgr/kvd_mgr_int.h"
 #include "mgr/kvd_mgr_mem.h"
 #include "mgr/kvd_mgr_proc.h"
+#include "mgr/kvd_mgr_wait.h"
 #include "mgr/trace_groups.h"
 #include "node/platform.h"
 #include "node/sig.h"
@@ -33,8 +34,9 @@ struct State {
     u32 restartType = 0;       // of the test service, 0 until reported
     u32 hwInitResult = 0;      // 0 good, 1 EEPROM, 2 multiplicator, 3 board type, 4 base address
     u32 coldRestart = 0;
-    u32 hwFailed = 0;          // the halted state was left by a peer restart
+    u32 hwFailed = 0;          // the halted state has no main processor to tell, or was left by its restart
     u32 hardwareStarted = 0;
+    u32 componentsStarted = 0;
 };
 ose::ModuleData<State> s;
 
@@ -119,11 +121,26 @@ void KvdLoz6TuMgr_restartComponents(u32 isFirstStart, u8 timeMode, u8 masterSlav
         startOutput(outEmuMode);
         KvdLoz6TuIpSyncTsiAdm_initiate();
     }
+    s->componentsStarted = 1;
     KvdLoz6TuPhyAdm_restart(isFirstStart);
     KvdLoz6TuRef_restart(isFirstStart);
     startRegulator(isFirstStart, timeMode, masterSlaveMode);
     TuPktsync_tuiifUPInd(getBoardType() == BVQ3 ? 2 : 1);
 }
+
+namespace {
+
+void takeInHaltedState(const Signal* sig)
+{
+    if (sig->sigNo == KVD_TUIIF_BOARD_FAILURE_RECOVERY_IND) {
+        const auto* ind = as<KvdTuiifBoardFailureRecoveryInd>(sig);
+        if (ind != nullptr && ind->value == 1) KvdLoz6TuMgr_raiseAlarm();
+    } else if (sig->sigNo == KVD_COMM_SERVER_DEAD) {
+        KvdLoz6TuIifAdm_dispatch(const_cast<Signal*>(sig));
+    }
+}
+
+}  // namespace
 
 void KvdLoz6TuMgr_haltProcess()
 {
@@ -131,21 +148,14 @@ void KvdLoz6TuMgr_haltProcess()
     KvdLoz6TuIifAdm_reportClockState(CLOCK_STATE_FAILURE);
     s->hwFailed = 0;
     KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "WARNING: LOZ6 HW diagnostic failed, halting process");
-    for (;;) {
-        Signal* sig = ose::receive(ose::ANY_SIGNAL);
-        const SIGSELECT sigNo = sig->sigNo;
-        if (sigNo == KVD_TUIIF_BOARD_FAILURE_RECOVERY_IND) {
-            const auto* ind = as<KvdTuiifBoardFailureRecoveryInd>(sig);
-            if (ind != nullptr && ind->value == 1) KvdLoz6TuMgr_raiseAlarm();
-        } else if (sigNo == KVD_COMM_SERVER_DEAD) {
-            KvdLoz6TuIifAdm_dispatch(sig);
-            s->hwFailed = 1;
-        }
-        ose::free_buf(&sig);
-        if (sigNo == KVD_COMM_SERVER_DEAD) return;
-    }
+    // Without a main processor there is nobody whose death would end the wait: the next one is told.
+    if (KvdLoz6TuIifAdm_startState() == TUIIF_START_RESTART_READY)
+        KvdLoz6TuMgr_haltedWait(takeInHaltedState);
+    s->hwFailed = 1;
 }
 
+bool KvdLoz6TuMgr_isHalted() { return s->hwFailed != 0; }
+bool KvdLoz6TuMgr_isRunning() { return s->componentsStarted != 0; }
 u32 KvdLoz6TuMgr_restartType() { return s->restartType; }
 u32 KvdLoz6TuMgr_coldRestart() { return s->coldRestart; }
 

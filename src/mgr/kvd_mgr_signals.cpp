@@ -8,6 +8,7 @@
 #include "node/elgi.h"
 #include "node/platform.h"
 #include "node/sig.h"
+#include "node/temi.h"
 #include "node/trace.h"
 #include "pktsync/tupktsyncadm.h"
 #include "ref/ref_sig.h"
@@ -118,6 +119,9 @@ int KvdLoz6TuMgr_dispatchFirstGroup(Signal* sig)
     case KVD_TUIIF_SYNCINFO_REQ:
         onSyncInfoReq(as<KvdTuiifSyncinfoReq>(sig), ose::sender(&sig));                        return 1;
     case KVD_TUREFMON_CHECK_TD_IND: KvdLoz6HwDiag_runTimeCheck();                              return 1;
+    case TARSO_TEMI_SERVER_DOWN_IND:                 // of an exchange that is over
+        return 1;
+    case KVD_TUMGR_FIX_FREQUENCY_IND: KvdLoz6TuReg_fixFrequency();                             return 1;
     case TARSO_ELGI_WRITE2_RSP:     onElgiResponse(as<TarsoElgiWrite2Rsp>(sig));               return 1;
     default:                                                                                   return 0;
     }

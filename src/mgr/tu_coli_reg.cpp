@@ -3,6 +3,7 @@
 #include "hw/kvd_hwif.h"
 #include "iif/kvd_iifadm.h"
 #include "iif/kvd_pm.h"
+#include "mgr/kvd_mgr_int.h"
 #include "mgr/kvd_mgr_proc.h"
 #include "mgr/tu_coli_int.h"
 #include "node/platform.h"
@@ -203,7 +204,9 @@ int kvdselectregref(int argc, char** argv)
 int kvdfixfrequency(int argc, char**)
 {
     if (argc != 1) return usage("Usage: kvdfixfrequency\n");
-    KvdLoz6TuReg_fixFrequency();
+    // A step of the control law, with timers and a report: the manager's own.
+    Signal* order = ose::alloc(sizeof(SIGSELECT), KVD_TUMGR_FIX_FREQUENCY_IND);
+    ose::send(&order, KvdLoz6TuMgr_pid());
     return COLI_DONE;
 }
 

@@ -17,7 +17,8 @@ enum Result : u32 {
 };
 
 struct State {
-    PROCESS server = 0;      // 0 while the service isn't asked for
+    PROCESS server = 0;         // 0 while the service isn't asked for
+    AttachRef attachRef = 0;    // 0 when its death was told
 };
 ose::ModuleData<State> s;
 
@@ -47,8 +48,11 @@ namespace node {
 
 u32 TarsoTemi_initiateService(const char* clientName, u32 protocolVersion)
 {
+    TarsoTemi_forget();
     s->server = ose::hunt(TARSO_TEMI_SERVER_NAME, 0, nullptr, nullptr);
     if (s->server == 0) return NO_SERVER;
+    Signal* down = ose::alloc(sizeof(SIGSELECT), TARSO_TEMI_SERVER_DOWN_IND);
+    s->attachRef = ose::attach(&down, s->server);
     auto* req = make<TarsoTemiInitiateServiceReq>(TARSO_TEMI_INITIATE_SERVICE_REQ);
     req->protocolVersion = protocolVersion;
     setText(req->clientName, clientName);
@@ -56,14 +60,28 @@ u32 TarsoTemi_initiateService(const char* clientName, u32 protocolVersion)
     return DONE;
 }
 
+void TarsoTemi_forget()
+{
+    // A server that is gone has told so already, or is about to: only a living one is let go of.
+    if (s->attachRef != 0 && ose::process_name(s->server) != nullptr) ose::detach(&s->attachRef);
+    s->attachRef = 0;
+    s->server = 0;
+}
+
 u32 TarsoTemi_internal(const Signal* sig)
 {
+    Signal* received = const_cast<Signal*>(sig);
     switch (sig->sigNo) {
+    case TARSO_TEMI_SERVER_DOWN_IND:
+        if (ose::sender(&received) != s->server) return NOT_CONNECTED;
+        s->attachRef = 0;
+        s->server = 0;
+        return DONE;
     case TARSO_TEMI_INITIATE_SERVICE_CFM:
         return s->server != 0 ? IN_USE : NOT_CONNECTED;
     case TARSO_TEMI_INITIATE_SERVICE_REJ:
     case TARSO_TEMI_TERMINATE_SERVICE_CFM:
-        s->server = 0;
+        TarsoTemi_forget();
         return DONE;
     default:
         return DONE;

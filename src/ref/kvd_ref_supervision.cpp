@@ -331,7 +331,9 @@ const Signal* signalOf(const KvdTuiifSynchPathSupInd& ind)
 void supervisePdhSdh(const KvdTuiifSynchPathSupInd& ind)
 {
     const u32 row = KvdLoz6TuPhyAdm_lineOfFroId(ind.froId);
-    if (row >= REF_ROWS) {
+    const bool isKnown = KvdLoz6TuPhyAdm_knowsFroId(ind.froId);
+    if (!isKnown) KvdLoz6TuPhyAdm_setSupervised(ind.froId, ind.on);   // says so
+    if (!isKnown || row >= REF_ROWS) {
         KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "SyncRefNo out of range =%d. syncPathSupInd ignored",
                   static_cast<int>(row));
         return;

@@ -34,8 +34,7 @@ TEST(BiraStart, GivesTheHardwareToWhomTheServerSays)
              {"IDL1, slave takes it", SLAVE,  true,  Answer::Accept,  0, 1, true,  false, 0},
              {"IDL1, master",         MASTER, true,  Answer::Accept,  0, 1, true,  false, 0},
              {"IDL2, slave waits",    SLAVE,  true,  Answer::Accept,  1, 0, false, false, 1},
-             {"IDL2, master",         MASTER, true,  Answer::Accept,  1, 1, true,  false, 1},
-             {"unknown link type",    SLAVE,  true,  Answer::Accept,  7, 0, false, false, 0}})) {
+             {"IDL2, master",         MASTER, true,  Answer::Accept,  1, 1, true,  false, 1}})) {
         SCOPED_TRACE(c.when);
         sim::NodeConfig config = idlConfig(c.role, c.present, c.linkType);
         Answer answer = c.answer;
@@ -48,7 +47,6 @@ TEST(BiraStart, GivesTheHardwareToWhomTheServerSays)
         EXPECT_EQ(unit.node.system().find("Kvd_loz6_tuhwif_int_proc") != 0, c.interrupts);
         EXPECT_EQ(unit.traced(ALONE), c.alone);
         EXPECT_EQ(unit.traced("Failed to hunt for process: Syncdrv_proc"), !c.present);
-        EXPECT_EQ(unit.traced("Unknown linkType (7) received from syncDrv-LOZ4"), c.linkType == 7);
         const sim::MpRecord* const told = unit.node.mainProcessor().last(KVD_TUIIF_IDL2_MODE_IND);
         ASSERT_NE(told, nullptr);
         EXPECT_EQ(told->as<KvdTuiifIdl2ModeInd>()->idl2Used, c.idl2Told);
@@ -95,6 +93,60 @@ TEST(BiraStart, SaysWhatItWaitsFor)
         unit.run(1.0);
         EXPECT_EQ(unit.node.inProgram(KvdLoz6BiraIifAdm_started), 0);    // it had served
     }
+}
+
+// A type of link that isn't known is refused each time: in the start, which waits for another, in running, and as
+// an order of the main processor.
+TEST(BiraStart, RefusesATypeOfLinkThatItDoesNotKnow)
+{
+    constexpr const char* REFUSED = "Unknown linkType (7) received from syncDrv-LOZ4";
+    IdlUnit unit{idlConfig(SLAVE, true, 7)};
+    EXPECT_EQ(unit.traces(REFUSED), 1u);
+    EXPECT_EQ(unit.mp().count(KVD_TUIIF_IDL2_MODE_IND), 0u);
+    unit.bira().config.linkType = 1;
+    unit.bira().tellLink();
+    unit.run(1.0);
+    EXPECT_EQ(unit.get(KvdLoz6BiraIifAdm_idlMode), 1u);
+    EXPECT_EQ(unit.traces("tuHwIf_initiate coldStart"), 1u);
+    unit.inject(KvdBiraiifIdl2LinkInd{KVD_BIRAIIF_IDL2_LINK_IND, 7, 0, 0, 0});
+    unit.mp().sendLayout(KvdTuiifIdl2SetMasterServerCfm{KVD_TUIIF_IDL2_SET_MASTER_SERVER_CFM, 1});
+    unit.mp().sendLayout(KvdTuiifIdl2SelectIdlTypeReq{KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ, 256, 1});
+    unit.run(0.2);
+    EXPECT_EQ(unit.traces(REFUSED), 2u);
+    EXPECT_TRUE(unit.traced("Unknown linkType (256) received from syncDrv-LOZ4"));
+    EXPECT_EQ(unit.get(KvdLoz6BiraIifAdm_idlMode), 1u);
+}
+
+// A unit that runs doesn't stand still for a server that comes back and says nothing; it takes the answer late.
+TEST(BiraServerDown, ThatComesBackSilentHoldsTheUnitUpForSecondsOnly)
+{
+    IdlUnit unit{idlConfig(MASTER), 10.0};
+    unit.bira().die();
+    unit.bira().setAnswer(Answer::Busy);
+    unit.run(1.0);
+    unit.bira().start();
+    unit.run(10.0);
+    EXPECT_TRUE(unit.traced("Syncdrv_proc doesn't answer, the unit goes on without the service, waited=5000 ms"));
+    std::string text;
+    EXPECT_EQ(unit.command("kvdinfo tumgr", text), 0);
+    unit.mp().boardFailure(true);
+    unit.run(0.1);
+    EXPECT_EQ(unit.node.led(), sim::Led::RedOn) << "served";
+    EXPECT_EQ(unit.get(KvdLoz6BiraIifAdm_started), 0);
+    unit.bira().setAnswer(Answer::Accept);
+    unit.run(1.0);
+    EXPECT_EQ(unit.get(KvdLoz6BiraIifAdm_started), 1);
+    EXPECT_FALSE(unit.traced("answer not asked for"));
+}
+
+// What a slave's loop is going to do on the link isn't what its clock is when it starts.
+TEST(BiraStart, ColdIdl1SlaveTellsWarmupFirst)
+{
+    sim::NodeConfig config = idlConfig(SLAVE, true, 0);
+    config.board.temperature.coldStart_V = 0.4;
+    IdlUnit unit{config, 5.0};
+    ASSERT_FALSE(unit.mp().statuses().empty());
+    EXPECT_EQ(unit.mp().statuses().front().radioClockState, KVD_TUIIF_WARMUP);
 }
 
 /// The other end's delay isn't stable; the eleventh sample in a row gives the hardware back.

@@ -178,6 +178,8 @@ TEST(PhyPorts, SyncStatesOfSupervisedLinesAreReported)
     EXPECT_EQ(unit.stateReports(), 2u);
     unit.supervise(99, true);
     EXPECT_TRUE(unit.traced("Failed to set syncRef flag (froId 99 not found in portInfoTable)"));
+    EXPECT_TRUE(unit.traced("SyncRefNo out of range =0. syncPathSupInd ignored"));
+    EXPECT_EQ(unit.node.inProgram([] { return KvdLoz6TuRef_row(0).supervisionStatus; }), 0u) << "not line 0";
 }
 
 TEST(PhyPorts, DeletedLineEndsItsPathsSupervision)

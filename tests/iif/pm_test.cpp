@@ -108,12 +108,17 @@ TEST(Subscriptions, OfOneSetLeaveTheOtherAlone)
     EXPECT_EQ(b.agent().records().size(), 3u);
     EXPECT_EQ(b.reported(), times(-2, 0, 150, 0, 0));
     b.until(300);
-    b.subscribe(SYNC, 300);                // counts anew, and isn't suspect for it
+    b.subscribe(SYNC, 300);                // again, in the middle of a period: that one isn't whole
     b.until(320);
-    EXPECT_EQ(b.currentOf(SYNC), times(-1, 0, 70, 0, 0)) << "since the state was last accounted";
-    b.unsubscribe(SYNC);
+    EXPECT_EQ(b.currentOf(SYNC), (Values{1, -1, -1, -1, -1, -2, -2, -2, -2}));
     b.push(3);
-    EXPECT_EQ(b.agent().records().size(), 3u);
+    EXPECT_EQ(b.reported(), (Values{1, -2, -2, -2, -2, -2, -2, -2, -2}));
+    b.until(620);
+    b.push(4);
+    EXPECT_EQ(b.reported(), times(-2, 0, 300, 0, 0)) << "no more than it has";
+    b.unsubscribe(SYNC);
+    b.push(5);
+    EXPECT_EQ(b.agent().records().size(), 5u);
     EXPECT_EQ(b.currentOf(SYNC), (Values{1, -1, -1, -1, -1, -2, -2, -2, -2}));
 }
 

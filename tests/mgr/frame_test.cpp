@@ -11,6 +11,8 @@
 
 #include <gmock/gmock.h>
 
+#include <bit>
+
 namespace {
 
 using bench::Unit;
@@ -245,6 +247,25 @@ TEST(HaltedState, OnlyRaisesTheAlarm)
     unit.node.mainProcessor().boardFailure(true);
     unit.run(1);
     EXPECT_EQ(unit.node.led(), sim::Led::RedOn);
+}
+
+// Out of running, too: the sensor fails, and neither a tick nor an interrupt moves the unit any more.
+TEST(HaltedState, OfAUnitThatRanIsToldToEachMainProcessor)
+{
+    Started unit;
+    unit.node.board().faults.temperatureInvalid = true;
+    unit.run(30);
+    ASSERT_TRUE(unit.traced("WARNING: LOZ6 HW diagnostic failed, halting process"));
+    unit.node.board().faults.temperatureInvalid = false;
+    for (u32 round = 0; round < 3; ++round) {
+        unit.node.mainProcessor().restart(60 * ose::SEC);
+        unit.run(30);
+        const u64 divider = std::bit_cast<u64>(unit.node.board().divider());
+        unit.run(60);
+        EXPECT_EQ(unit.node.mainProcessor().clockState(), CLOCK_FAILURE);
+        EXPECT_EQ(std::bit_cast<u64>(unit.node.board().divider()), divider);
+    }
+    EXPECT_EQ(unit.traces("WARNING: LOZ6 HW diagnostic failed, halting process"), 4u);
 }
 
 TEST(HaltedState, IsEnteredAgainAfterEachPeerRestart)

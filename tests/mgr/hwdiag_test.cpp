@@ -3,6 +3,7 @@
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_regs.h"
 #include "mgr/kvd_mgr_hwdiag.h"
+#include "node/temi.h"
 #include "ref/ref_sig.h"
 #include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
@@ -180,6 +181,53 @@ TEST(StartUpTests, WaitForTheTestServiceAsLongAsItTakes)
     EXPECT_TRUE(unit.traced("COLD RESTART of KVD on BVQ LOZ6"));
 }
 
+TEST(StartUpTests, GoOnWithoutAServiceThatFallsSilentOrRejects)
+{
+    struct Case { const char* when; sim::Answer answer; };
+    for (const Case& c : {Case{"silent", sim::Answer::Silent}, Case{"rejects", sim::Answer::Reject}}) {
+        SCOPED_TRACE(c.when);
+        DiagUnit unit;
+        unit.node.powerOn();
+        ASSERT_TRUE(unit.world.runUntilTrue([&] { return unit.tests().size() == 3; }, 10 * ose::SEC));
+        unit.node.temi().setAnswer(c.answer);
+        constexpr SIGSELECT REJ = TARSO_TEMI_INITIATE_SERVICE_REJ;
+        if (c.answer == sim::Answer::Reject)
+            unit.node.system().inject(std::as_bytes(std::span<const SIGSELECT, 1>(&REJ, 1)), unit.manager(), 0);
+        unit.run(70);
+        EXPECT_TRUE(unit.traced("No restartType received from TEMI, assuming Power-on"));
+        EXPECT_EQ(unit.node.mainProcessor().clockState(), 1);
+    }
+}
+
+TEST(StartUpTests, BeginAnewWithAServiceThatCameBack)
+{
+    DiagUnit unit;
+    unit.node.powerOn();
+    ASSERT_TRUE(unit.world.runUntilTrue([&] { return unit.tests().size() == 3; }, 10 * ose::SEC));
+    unit.node.temi().die();
+    unit.run(1);
+    unit.node.temi().start();
+    unit.run(10);
+    ASSERT_EQ(unit.tests().size(), 10u);
+    EXPECT_EQ(unit.tests()[3].testNumber, 1u);
+    EXPECT_EQ(unit.tests()[9].testNumber, 7u);
+    EXPECT_TRUE(unit.traced("COLD RESTART of KVD on BVQ LOZ6"));
+}
+
+TEST(StartUpTests, OrdersBeyondTheLastAreDropped)
+{
+    DiagUnit unit;
+    unit.node.powerOn();
+    ASSERT_TRUE(unit.world.runUntilTrue([&] { return unit.tests().size() == 5; }, 10 * ose::SEC));
+    const TarsoTemiDoTestInd ind{TARSO_TEMI_DO_TEST_IND, 0, 1, {}};
+    for (int i = 0; i < 4; ++i)
+        unit.node.system().inject(std::as_bytes(std::span(&ind, 1)), unit.manager(), 0);
+    unit.run(10);
+    EXPECT_EQ(unit.tests().size(), 7u);
+    EXPECT_TRUE(unit.traced("order to test after the last test, dropped"));
+    EXPECT_EQ(unit.node.mainProcessor().clockState(), 1);
+}
+
 // ---- run-time check -----------------------------------------------------------------------------
 
 /// A reference that is only there.
@@ -223,6 +271,27 @@ TEST(RunTimeCheck, ComesOnceAMinuteFromTheToggleMonitor)
     unit.faults().toggleStuckOn = 0x2;
     unit.run(120);
     EXPECT_EQ(unit.codes(), "MCB MCB");
+}
+
+TEST(RunTimeCheck, DoesNotStandStillForATestServiceThatIsGoneOrSilent)
+{
+    for (const bool isGone : {true, false}) {
+        SCOPED_TRACE(isGone ? "gone" : "silent");
+        Checked unit;
+        if (isGone) unit.node.temi().die();
+        else        unit.node.temi().setAnswer(sim::Answer::Silent);
+        unit.faults().toggleStuckOn = 0x1;
+        unit.check();
+        unit.run(6);
+        unit.node.mainProcessor().boardFailure(true);
+        unit.run(0.1);
+        EXPECT_EQ(unit.node.led(), sim::Led::RedOn) << "served";
+        unit.node.temi().setAnswer(sim::Answer::Accept);
+        unit.node.temi().start();
+        unit.check();
+        EXPECT_EQ(unit.runtimeReports(), 1u);
+        EXPECT_EQ(unit.codes(), "MCA MCA");
+    }
 }
 
 TEST(RunTimeCheck, FindsADetectorThatSeesASignalWithItsInputCutOff)
