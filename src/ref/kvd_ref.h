@@ -69,6 +69,10 @@ void KvdLoz6TuRef_idlSupervision(u32 port, u32 on);
 void KvdLoz6TuRef_idlReset();
 /// Request of the port data or server interface: supervision of port 2 starts from IDL_ON.
 void KvdLoz6TuRef_idl2Supervise();
+/// A slave's link port works: supervision of port 2 starts, if nothing but the port was missing.
+void KvdLoz6TuRef_idl2PortAvailable();
+/// Master became slave, or slave master: what the old role waited for is over.
+void KvdLoz6TuRef_roleChanged();
 /// One interrupt step of a port's machine: the other end was heard.
 void KvdLoz6TuRef_idlInterrupt(u32 port);
 /// Link port that carries IDL2, 0 to 5; a change goes to the port history.
