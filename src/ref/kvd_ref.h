@@ -3,7 +3,7 @@
 // Units   timers in ms.
 // Errors  a refused timer is traced; the path keeps its status and the next change tries again.
 #pragma once
-#include "ose/types.h"
+#include "base/kvd_timer.h"
 #include "ref/ref_types.h"
 
 struct Signal;
@@ -24,7 +24,7 @@ struct RefDesc {
     u32 stateBits = 0;                 // Ethernet reference's own state
     u32 froId = FRO_NONE;
     u32 froClassNo = FRO_NONE;
-    TimerRef filterTimer = 0;
+    KvdTimer filterTimer;
 };
 
 int  KvdLoz6TuRef_dispatch(Signal* sig);
@@ -52,6 +52,8 @@ void KvdLoz6TuRef_startSupervision(const Signal* sig, u32 row);
 void KvdLoz6TuRef_stopFilter(u32 row);
 /// A port's line ends (port service): supervision of its row ends.
 void KvdLoz6TuRef_lineEnd(u32 line);
+/// A supervised port has another line, or another froId: its supervision goes with it, and a selection, too.
+void KvdLoz6TuRef_lineMoved(u32 fromLine, u32 toLine, u32 froId);
 
 /// Inter-unit links.
 enum IdlPort : u32 { IDLPORT_1 = 0, IDLPORT_2 = 1 };

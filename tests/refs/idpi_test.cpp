@@ -185,7 +185,7 @@ std::vector<std::byte> delayOf(u16 port)
 }
 std::vector<std::byte> refusalOf(u16 port)
 {
-    return bytesOf<IdpiGetDelayReq>(IDPI_GET_DELAY_REJ, [port](auto& rej) { rej.portNo = port; });
+    return bytesOf<IdpiGetDelayReq>(IDPI_GET_DELAY_REJ, [port](auto& rej) { rej.portNo = port; }, 14);
 }
 
 TEST(IdpiBadInput, IsTracedAndTheNextRoundGoesOn)
@@ -214,8 +214,13 @@ TEST(IdpiBadInput, IsTracedAndTheNextRoundGoesOn)
              {"delay refused of a port without link", refusalOf(2), REJECTED},
              {"connected twice",            bytesOf<IdpiRefs>(IDPI_CONN_ESTABLISH_CFM),
               "IDPI_CONN_ESTABLISH_CFM not asked for"},
-             {"rejected once connected",    bytesOf<IdpiConnEstablishRej>(IDPI_CONN_ESTABLISH_REJ),
-              "IDPI_CONN_ESTABLISH_REJ not asked for"}}) {
+             {"rejected once connected, without a text",
+              bytesOf<IdpiConnEstablishRej>(IDPI_CONN_ESTABLISH_REJ, {}, 16),
+              "IDPI_CONN_ESTABLISH_REJ not asked for"},
+             {"subscription rejected without a text",
+              bytesOf<IdpiRej>(IDPI_SUBSCRIBE_LINK_STATUS_REJ, {}, 14), "received IDPI_SUBSCRIBE_LINK_STATUS_REJ"},
+             {"no capability, without a text", bytesOf<IdpiRej>(IDPI_SUBSCRIBE_LINK_STATUS_REJ, {}, 13),
+              "too short"}}) {
         SCOPED_TRACE(stray.what);
         const std::size_t traced = unit.traces(stray.trace);
         unit.node.system().inject(stray.bytes, unit.manager(), unit.idpi().pid());
