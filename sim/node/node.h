@@ -137,6 +137,7 @@ public:
     /// Interrupt lines: whether the program has enabled a vector.
     bool interruptEnabled(u32 vector) const { return enabledVectors_.contains(vector); }
     int interruptResult = 0;           // nonzero: enable and disable fail with it
+    void boardInterrupt();             // the board's line rises, whatever is pending
 
     /// Looks at `accessor` with the program's module data in place.
     template <typename F>
@@ -191,7 +192,6 @@ private:
     void forgetProgram();
     void programEnded(ose::Block& block, u32 code, const std::string& text);
     void makeBoard();
-    void boardInterrupt();
 
     ose::World& world_;
     NodeConfig config_;

@@ -22,8 +22,12 @@ int Node::adiEnableExtInt(u32 vector)
 {
     if (interruptResult != 0) return interruptResult;
     enabledVectors_.insert(vector);
-    // The line is level sensitive: what waited behind the disabled vector comes through now.
-    if (board_->interruptPending()) after(0, [this] { boardInterrupt(); });
+    // The line is level sensitive: what waits behind the disabled vector comes through now, unless it was
+    // served meanwhile.
+    if (board_->interruptPending())
+        after(0, [this] {
+            if (board_->interruptPending()) boardInterrupt();
+        });
     return 0;
 }
 

@@ -270,6 +270,10 @@ Action boardFault(Context& c)
         if (word == f.word) return [set = f.set, on](Unit& u) { set(u.node().board().faults, on); };
     c.table.fail("fault", "'" + word + "' is no fault of the board");
 }
+Action boardSpuriousInterrupt(Context&)
+{
+    return [](Unit& u) { u.node().boardInterrupt(); };
+}
 
 struct EventWord { const char* word; Maker make; };
 constexpr EventWord EVENTS[] = {
@@ -311,6 +315,7 @@ constexpr EventWord EVENTS[] = {
     {"unit.power_on", unitPowerOn},
     {"unit.command", unitCommand},
     {"board.fault", boardFault},
+    {"board.spurious_interrupt", boardSpuriousInterrupt},
 };
 
 }  // namespace

@@ -1,4 +1,5 @@
 // Reading a [[link]] between two units, and what can happen to it.
+#include "ref/ref_types.h"
 #include "sim/scenario/link.h"
 #include "sim/scenario/link_sdu.h"
 #include "sim/scenario/scenario.h"
@@ -16,6 +17,22 @@ std::string unitOf(TableReader& t, const char* key, const Scenario& scenario)
                      [&](const UnitSpec& u) { return u.node.name == name; }))
         t.fail(key, "there is no unit '" + name + "'");
     return name;
+}
+
+/// A unit listens to a link only when it is told to supervise it, the leader as well as the follower.
+void checkListens(TableReader& t, const char* key, const std::string& name, const LinkSpec& l,
+                  const Scenario& scenario)
+{
+    const bool isIdl1 = l.kind == LinkKind::Idl1;
+    const u8 refType = isIdl1 ? IDL1_REF : IDL2_REF;
+    for (const UnitSpec& u : scenario.units) {
+        const auto& refs = u.node.mainProcessor.references;
+        if (u.node.name == name && std::none_of(refs.begin(), refs.end(), [refType](const MpReference& r) {
+                return r.refType == refType;
+            }))
+            t.fail(key, "'" + name + "' wouldn't listen to it without a reference of type " +
+                            (isIdl1 ? "IDL1_REF" : "IDL2_REF"));
+    }
 }
 
 }  // namespace
@@ -43,6 +60,10 @@ LinkSpec readLink(const toml::table& table, const std::string& file, const Scena
         for (const UnitSpec& u : scenario.units)
             if ((u.node.name == l.from || u.node.name == l.to) && !u.node.inrsi.present)
                 t.fail("type", "'" + u.node.name + "' has no [unit.inrsi]");
+    if (l.kind == LinkKind::Idl1 || l.kind == LinkKind::Idl2) {
+        checkListens(t, "from", l.from, l, scenario);
+        checkListens(t, "to", l.to, l, scenario);
+    }
     if (l.kind == LinkKind::Idl2 || l.kind == LinkKind::Cpri) {
         l.fromPort = static_cast<u16>(t.integer("from_port", 1, 6, 1));
         l.toPort = static_cast<u16>(t.integer("to_port", 1, 6, 1));

@@ -27,10 +27,16 @@ bool KvdTimer_restartSig(KvdTimer& timer, OSTIME time, Signal* sig, const ose::P
 
 void KvdTimer_cancel(KvdTimer& timer)
 {
-    if (!timer.runs()) return;
-    Signal* sig = ose::cancel_tmo_sig(&timer.ref);
+    Signal* sig = KvdTimer_cancelSig(timer);
     if (sig != nullptr) ose::free_buf(&sig);
-    else                ++timer.stale;
+}
+
+Signal* KvdTimer_cancelSig(KvdTimer& timer)
+{
+    if (!timer.runs()) return nullptr;
+    Signal* const sig = ose::cancel_tmo_sig(&timer.ref);
+    if (sig == nullptr) ++timer.stale;
+    return sig;
 }
 
 bool KvdTimer_expired(KvdTimer& timer)

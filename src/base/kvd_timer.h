@@ -28,6 +28,8 @@ bool KvdTimer_restartSig(KvdTimer& timer, OSTIME time, Signal* sig,
                          const ose::Place& place = ose::Place::current());
 /// Ends the present run: its time-out won't act. Nothing when it doesn't run.
 void KvdTimer_cancel(KvdTimer& timer);
+/// The same, and the signal goes back to its owner; nullptr when the timer doesn't run or the signal is queued.
+Signal* KvdTimer_cancelSig(KvdTimer& timer);
 /// First call of a time-out's handler. True when it ends the present run, which is over then, or when the timer
 /// doesn't run and nothing is owed; false for one of a former run.
 bool KvdTimer_expired(KvdTimer& timer);

@@ -51,7 +51,9 @@ void tuhwifIntProc()
         ose::send(&sig, KvdLoz6TuMgr_pid());
         KVD_TRACE(TRACE_TUHWIF, TRACE_2, "KVD_TUGPS_OUT_INTERRUPT sent");
     }
-    if ((pending & ~TU_GPS_OUT_INT) != 0) {
+    // With nothing pending, too: a line that the hardware took back, or a source that was masked meanwhile.
+    // Only the manager opens the line again, and one that won't rest leaves it its turn.
+    if (pending != TU_GPS_OUT_INT) {
         auto* ind = node::make<KvdTuhwifRefInterrupt>(KVD_TUHWIF_REF_INTERRUPT);
         ind->pending = pending;
         node::sendTo(KvdLoz6TuMgr_pid(), ind);

@@ -107,6 +107,18 @@ void stopIdpiOnIdl1()
 
 }  // namespace
 
+void bira::requestService()
+{
+    auto* req = node::make<KvdBiraiifInitiateServiceReq>(KVD_BIRAIIF_INITIATE_SERVICE_REQ);
+    req->signalRevision = 1;
+    req->pvFirstWanted = 1;
+    req->pvSecondWanted = 1;
+    req->pvThirdWanted = 1;
+    req->isMaster = static_cast<u8>(s->isMaster);
+    node::sendTo(s->biraServPid, req);
+    s->awaits = Answer::Service;
+}
+
 bool bira::isLinkType(u32 linkType)
 {
     if (linkType == KVD_BIRAIIF_IDL_MODE_1 || linkType == KVD_BIRAIIF_IDL_MODE_2) return true;
@@ -178,6 +190,7 @@ void onRefusal(SIGSELECT sigNo)
     KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "%s refused, signal=0x%x", BIRA_SERVER_NAME, sigNo);
     s->awaits = bira::Answer::None;
     goOnWithoutServer();
+    if (s->idlMode == KVD_BIRAIIF_IDL_MODE_2 && bira::isSlave()) bira::startBasicRestartTimer();
 }
 
 /// An answer to the request, in the wait for it or after that has ended.
@@ -243,14 +256,7 @@ void onServerUp(PROCESS server)
     if (s->attach != 0) ose::detach(&s->attach);
     Signal* down = ose::alloc(sizeof(SIGSELECT), KVD_BIRAIIF_SERVER_DOWN_IND);
     s->attach = ose::attach(&down, server);
-    auto* req = node::make<KvdBiraiifInitiateServiceReq>(KVD_BIRAIIF_INITIATE_SERVICE_REQ);
-    req->signalRevision = 1;
-    req->pvFirstWanted = 1;
-    req->pvSecondWanted = 1;
-    req->pvThirdWanted = 1;
-    req->isMaster = static_cast<u8>(s->isMaster);
-    node::sendTo(server, req);
-    s->awaits = bira::Answer::Service;
+    bira::requestService();
     awaitNegotiation();
 }
 

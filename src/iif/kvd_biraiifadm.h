@@ -46,6 +46,8 @@ void KvdLoz6BiraIifAdm_setIdl2InitState(u32 idl2InitState);
 /// 1 on a slave that was initiated from its stored warm data.
 u32 KvdLoz6BiraIifAdm_initiatedFromSlaveMsi();
 
+/// Master became slave (0) or slave master (1); before the regulator's own change.
+void KvdLoz6BiraIifAdm_roleChanged(u32 isMaster);
 /// Time lock failed: the hardware goes back to the server, which is told. 0 done, 1 without a server.
 int  KvdLoz6BiraIifAdm_unableToTimeLock();
 /// The link works and the warm data was taken: the regulator starts on it, with the stored clock status.

@@ -79,6 +79,10 @@ void bira::takeOver()
 
 void bira::onFreqLocked()
 {
+    if (!isSlave()) {
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "frequency lock of a master's basic function dropped");
+        return;
+    }
     if (state().persistentFreqLock == 0) takeOver();
     tellMasterServer();
 }
@@ -306,7 +310,7 @@ void KvdLoz6BiraIifAdm_togglePersistentFreqLock(u32 value, u8 synchPortNo)
 
 void bira::onTogglePersistentFreqLockCfm()
 {
-    if (state().persistentFreqLock == 1)
+    if (state().persistentFreqLock == 1 && isSlave())
         KvdLoz6TuIifAdm_updateRadioClockState(KVD_TUIIF_SLAVE_FREE_RUNNING);
     state().persistentFreqLock = 0;
 }

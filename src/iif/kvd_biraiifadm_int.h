@@ -42,6 +42,8 @@ bool isLinkType(u32 linkType);
 void linkIndication(const KvdBiraiifIdl2LinkInd& ind);
 /// The slave takes the hardware and starts to tune its time on the link.
 void takeOver();
+/// Asks the server for its service, with the unit's role of now: nothing else tells it. Its answers come later.
+void requestService();
 /// And lets go of it; the server is told when `tell`.
 void giveUp(bool tell);
 /// A slave's start from its warm data; `expired` is the link indication's data flag.

@@ -1,5 +1,6 @@
 #include "iif/kvd_biraiifadm.h"
 #include "iif/kvd_iifadm_int.h"
+#include "mgr/kvd_mgr_proc.h"
 #include "mgr/trace_groups.h"
 #include "node/platform.h"
 #include "ref/kvd_ref.h"
@@ -68,12 +69,12 @@ void onChangeMasterTu(const KvdTuiifChangeMasterTuInd* ind)
     switch (mode) {
     case KVD_TUIIF_SLAVE_TU: {
         const bool isIdl2 = KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2;
-        KvdLoz6TuReg_setSlave(timeMode);
+        KvdLoz6TuMgr_takeRole(timeMode, mode);
         KvdLoz6TuRef_selectSynchRef(isIdl2 ? IDL2_REF : IDL1_REF, FRO_NONE, FRO_NONE);
         break;
     }
     case KVD_TUIIF_MASTER_TU:
-        KvdLoz6TuReg_setMaster(timeMode);
+        KvdLoz6TuMgr_takeRole(timeMode, mode);
         KvdLoz6TuRef_selectSynchRef(NO_REF, FRO_NONE, FRO_NONE);
         break;
     default:

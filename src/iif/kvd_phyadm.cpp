@@ -125,10 +125,12 @@ void changeSupervisedPort(PhyPortInfo& row, const node::PhyPort& port)
     KVD_TRACE(TRACE_TUPHYADM, TRACE_INFO,
               "Changing port info in portInfoTable (lineNo=%u->%u, froId=%u->%u)", row.line,
               port.line, row.froId, port.froId);
+    const u32 fromLine = row.line;
     row.line = port.line;
     row.froId = port.froId;
     storeStates(row, port);
     reportStates(row);
+    KvdLoz6TuRef_lineMoved(fromLine, port.line, port.froId);
 }
 
 void addOrChangePort(const node::PhyPort& port)
@@ -161,8 +163,11 @@ void onConnected(u32 cepId)
 void onDisconnected(u32 cepId)
 {
     KVD_TRACE(TRACE_TUPHYADM, TRACE_INFO, "Disonnected from PHY_PORTINFO (cepId=%u)", cepId);
-    for (PhyPortInfo& row : s->portInfoTable)
-        if (inUse(row) && row.isSupervised != 0 && row.cepId == cepId) removePort(row);
+    for (PhyPortInfo& row : s->portInfoTable) {
+        if (!inUse(row) || row.isSupervised == 0 || row.cepId != cepId) continue;
+        KvdLoz6TuRef_lineEnd(row.line);
+        removePort(row);
+    }
 }
 
 void onSyncStateChange(u32 line, u32 syncState)

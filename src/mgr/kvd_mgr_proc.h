@@ -36,6 +36,8 @@ u32  KvdLoz6TuMgr_isHalted();
 /// The components have been started: the unit may be following a reference.
 bool KvdLoz6TuMgr_isRunning();
 
+/// The unit is master (1) or slave (0) from now on, also when it was before: regulator, hardware and links follow.
+void KvdLoz6TuMgr_takeRole(u8 timeMode, u8 masterSlaveMode);
 /// 1 master, 0 slave; any other stored value is traced and reads as 0.
 u8  KvdLoz6TuMgr_masterSlaveMode();
 /// Restart type that the test service reported, 0 until reported.

@@ -78,10 +78,8 @@ void startRegulator(u32 isFirstStart, u8 timeMode, u8 masterSlaveMode)
 {
     if (isFirstStart == 1)
         KvdLoz6TuReg_initiate(s->coldRestart, timeMode, masterSlaveMode);
-    else if (masterSlaveMode == 1)
-        KvdLoz6TuReg_setMaster(timeMode);
     else
-        KvdLoz6TuReg_setSlave(timeMode);
+        KvdLoz6TuMgr_takeRole(timeMode, masterSlaveMode);
 }
 
 }  // namespace

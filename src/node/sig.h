@@ -21,6 +21,18 @@ const T* as(const Signal* sig)
     return reinterpret_cast<const T*>(sig);
 }
 
+/// The same for a layout whose end is open, text or a list: `least` octets are there, and the members in them.
+template <typename T>
+const T* asOfAtLeast(const Signal* sig, std::size_t least)
+{
+    Signal* const s = const_cast<Signal*>(sig);
+    if (ose::sigsize(&s) < least) {
+        traceShortSignal(sig, static_cast<u32>(least));
+        return nullptr;
+    }
+    return reinterpret_cast<const T*>(sig);
+}
+
 /// A new signal of layout T, zeroed, its number set.
 template <typename T>
 T* make(SIGSELECT sigNo, const ose::Place& place = ose::Place::current())

@@ -3,7 +3,7 @@
 // Units   timers in ms.
 // Errors  a refused timer is traced; the path keeps its status and the next change tries again.
 #pragma once
-#include "ose/types.h"
+#include "base/kvd_timer.h"
 #include "ref/ref_types.h"
 
 struct Signal;
@@ -24,7 +24,7 @@ struct RefDesc {
     u32 stateBits = 0;                 // Ethernet reference's own state
     u32 froId = FRO_NONE;
     u32 froClassNo = FRO_NONE;
-    TimerRef filterTimer = 0;
+    KvdTimer filterTimer;
 };
 
 int  KvdLoz6TuRef_dispatch(Signal* sig);
@@ -52,6 +52,8 @@ void KvdLoz6TuRef_startSupervision(const Signal* sig, u32 row);
 void KvdLoz6TuRef_stopFilter(u32 row);
 /// A port's line ends (port service): supervision of its row ends.
 void KvdLoz6TuRef_lineEnd(u32 line);
+/// A supervised port has another line, or another froId: its supervision goes with it, and a selection, too.
+void KvdLoz6TuRef_lineMoved(u32 fromLine, u32 toLine, u32 froId);
 
 /// Inter-unit links.
 enum IdlPort : u32 { IDLPORT_1 = 0, IDLPORT_2 = 1 };
@@ -69,6 +71,10 @@ void KvdLoz6TuRef_idlSupervision(u32 port, u32 on);
 void KvdLoz6TuRef_idlReset();
 /// Request of the port data or server interface: supervision of port 2 starts from IDL_ON.
 void KvdLoz6TuRef_idl2Supervise();
+/// A slave's link port works: supervision of port 2 starts, if nothing but the port was missing.
+void KvdLoz6TuRef_idl2PortAvailable();
+/// Master became slave, or slave master: what the old role waited for is over.
+void KvdLoz6TuRef_roleChanged();
 /// One interrupt step of a port's machine: the other end was heard.
 void KvdLoz6TuRef_idlInterrupt(u32 port);
 /// Link port that carries IDL2, 0 to 5; a change goes to the port history.

@@ -1,4 +1,5 @@
 // Inter-unit links: both ports' state machines, slave holdover, sync data supervision, histories.
+#include "base/kvd_timer.h"
 #include "hw/kvd_hwif.h"
 #include "iif/kvd_biraiifadm.h"
 #include "iif/kvd_iifadm.h"
@@ -12,6 +13,7 @@
 #include "ref/kvd_ref.h"
 #include "ref/kvd_ref_int.h"
 #include "ref/kvd_ref_select.h"
+#include "refs/kvd_idpi.h"
 #include "refs/kvd_slave.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_measure.h"
@@ -19,8 +21,6 @@
 
 namespace {
 
-constexpr OSTIME HO_TIME         = 310;     // ms
-constexpr OSTIME WTR_TIME        = 10000;   // ms
 constexpr OSTIME SLAVE_HO_TIME   = 60000;   // ms
 constexpr OSTIME SYNC_DATA_TIME  = 40;      // ms
 constexpr u32 SYNC_DATA_TMO_MAX  = 50;      // expiries that tell that data stopped
@@ -29,31 +29,37 @@ constexpr u32 DUAL_LINK = 1, SINGLE_LINK = 0;
 constexpr u32 PORTS = 2;
 constexpr u32 SYNCH_PORTS = 6;
 
+/// A port's timers, and how their starts and cancels are traced.
+enum PortTimerId : u32 { HO, WTR, SUPERVISION, PORT_TIMERS };
+struct PortTimerTraits { IdlTimerType type; const char* operation; const char* name; };
+constexpr PortTimerTraits PORT_TIMER[PORT_TIMERS] = {
+    {HO_TIMER, "Ho", "HO"}, {WTR_TIMER, "Wtr", "WTR"}, {SUP_TIMER, "Supervision", "Supervision"}};
+
 struct PortTraits {
     u8 refType;
-    u32 linkBit;                // of tuiifRefState
-    OSTIME supervisionTime;     // ms
-    SIGSELECT hoSig, wtrSig, supervisionSig;
+    u32 linkBit;                       // of tuiifRefState
+    OSTIME time[PORT_TIMERS];          // ms
+    SIGSELECT sigNo[PORT_TIMERS];
     const char* name;
 };
 constexpr PortTraits PORT[PORTS] = {
-    {IDL1_REF, KVD_TUIIF_TU_LINK1_DETECTED, 110, KVD_TUREF_IDL1_HO_TIMEOUT_IND,
-     KVD_TUREF_IDL1_WTR_TIMEOUT_IND, KVD_TUREF_IDL1_SUPERVISION_TIMEOUT_IND, "IDL1"},
-    {IDL2_REF, KVD_TUIIF_TU_LINK2_DETECTED, 160, KVD_TUREF_IDL2_HO_TIMEOUT_IND,
-     KVD_TUREF_IDL2_WTR_TIMEOUT_IND, KVD_TUREF_IDL2_SUPERVISION_TIMEOUT_IND, "IDL2"},
+    {IDL1_REF, KVD_TUIIF_TU_LINK1_DETECTED, {310, 10000, 110},
+     {KVD_TUREF_IDL1_HO_TIMEOUT_IND, KVD_TUREF_IDL1_WTR_TIMEOUT_IND,
+      KVD_TUREF_IDL1_SUPERVISION_TIMEOUT_IND}, "IDL1"},
+    {IDL2_REF, KVD_TUIIF_TU_LINK2_DETECTED, {310, 10000, 160},
+     {KVD_TUREF_IDL2_HO_TIMEOUT_IND, KVD_TUREF_IDL2_WTR_TIMEOUT_IND,
+      KVD_TUREF_IDL2_SUPERVISION_TIMEOUT_IND}, "IDL2"},
 };
 
-struct IdlPortRecord {
+struct Port {
     u32 idlState = IDL_UNKNOWN;
-    TimerRef supervisionTimer = 0;
-    TimerRef hoTimer = 0;
-    TimerRef wtrTimer = 0;
+    std::array<KvdTimer, PORT_TIMERS> timer;
 };
 
 struct State {
-    std::array<IdlPortRecord, PORTS> port;
-    TimerRef slaveHoldoverTimer = 0;
-    TimerRef syncDataTimer = 0;
+    std::array<Port, PORTS> port;
+    KvdTimer slaveHoldoverTimer;
+    KvdTimer syncDataTimer;
     u32 idl2SyncDataIndTmoCntr = 0;      // 0 to SYNC_DATA_TMO_MAX
     IdlHistory history;
     bool hasSynchPort = false;
@@ -77,82 +83,51 @@ void record(u32 port, IdlTimerType type, IdlTimerStatus status)
 
 // ---- a port's timers ----------------------------------------------------------------------------
 
-void startTimer(u32 port, TimerRef& ref, OSTIME time, SIGSELECT sigNo, IdlTimerType type)
+void startTimer(u32 port, PortTimerId id)
 {
-    ref = ose::request_tmo(time, sigNo);
-    if (ref == 0)
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "IDL timer 0x%x failed to start for %s", sigNo,
-                  KvdLoz6TuRef_idlPortText(port));
-    else
-        record(port, type, TIMER_ON);
-}
-
-void cancelTimer(u32 port, TimerRef& ref, IdlTimerType type)
-{
-    ose::cancel_tmo(&ref);
-    ref = 0;
-    record(port, type, TIMER_CANCELED);
-}
-
-void startIdlHoTimer(u32 port)
-{
-    if (s->port[port].hoTimer != 0)
+    KvdTimer& timer = s->port[port].timer[id];
+    if (timer.runs())
         KVD_TRACE(TRACE_TUREF, TRACE_3,
-                  "startIdlHoTimer ignored.idlHO timer already started for %s",
-                  KvdLoz6TuRef_idlPortText(port));
+                  "startIdl%sTimer ignored.idl%s timer already started for %s",
+                  PORT_TIMER[id].operation, PORT_TIMER[id].name, KvdLoz6TuRef_idlPortText(port));
+    else if (KvdTimer_start(timer, PORT[port].time[id], PORT[port].sigNo[id]))
+        record(port, PORT_TIMER[id].type, TIMER_ON);
     else
-        startTimer(port, s->port[port].hoTimer, HO_TIME, PORT[port].hoSig, HO_TIMER);
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "IDL timer 0x%x failed to start for %s",
+                  PORT[port].sigNo[id], KvdLoz6TuRef_idlPortText(port));
 }
 
-void startIdlWtrTimer(u32 port)
+void cancelTimer(u32 port, PortTimerId id)
 {
-    if (s->port[port].wtrTimer != 0)
+    KvdTimer& timer = s->port[port].timer[id];
+    if (!timer.runs()) {
         KVD_TRACE(TRACE_TUREF, TRACE_3,
-                  "startIdlWtrTimer ignored.idlWTR timer already started for %s",
-                  KvdLoz6TuRef_idlPortText(port));
-    else
-        startTimer(port, s->port[port].wtrTimer, WTR_TIME, PORT[port].wtrSig, WTR_TIMER);
+                  "Ignored cancelIdl%sTimer since timer was not started for [%s]",
+                  PORT_TIMER[id].operation, KvdLoz6TuRef_idlPortText(port));
+        return;
+    }
+    KvdTimer_cancel(timer);
+    record(port, PORT_TIMER[id].type, TIMER_CANCELED);
 }
 
-void startIdlSupervisionTimer(u32 port)
+void restartTimer(u32 port, PortTimerId id)
 {
-    if (s->port[port].supervisionTimer != 0)
-        KVD_TRACE(TRACE_TUREF, TRACE_3,
-                  "startIdlSupervisionTimer ignored.idlSupervision timer already started for %s",
-                  KvdLoz6TuRef_idlPortText(port));
-    else
-        startTimer(port, s->port[port].supervisionTimer, PORT[port].supervisionTime,
-                   PORT[port].supervisionSig, SUP_TIMER);
+    cancelTimer(port, id);
+    startTimer(port, id);
 }
 
-void cancelIdlHoTimer(u32 port)
+/// False for a time-out of a former run.
+bool timerExpired(u32 port, PortTimerId id)
 {
-    if (s->port[port].hoTimer == 0)
-        KVD_TRACE(TRACE_TUREF, TRACE_3,
-                  "Ignored cancelIdlHoTimer since timer was not started for [%s]",
-                  KvdLoz6TuRef_idlPortText(port));
-    else
-        cancelTimer(port, s->port[port].hoTimer, HO_TIMER);
+    if (!KvdTimer_expired(s->port[port].timer[id])) return false;
+    record(port, PORT_TIMER[id].type, TIMER_EXPIRED);
+    return true;
 }
 
-void cancelIdlWtrTimer(u32 port)
+void cancelPortTimers(u32 port)
 {
-    if (s->port[port].wtrTimer == 0)
-        KVD_TRACE(TRACE_TUREF, TRACE_3,
-                  "Ignored cancelIdlWtrTimer since timer was not started for [%s]",
-                  KvdLoz6TuRef_idlPortText(port));
-    else
-        cancelTimer(port, s->port[port].wtrTimer, WTR_TIMER);
-}
-
-void cancelIdlSupervisionTimer(u32 port)
-{
-    if (s->port[port].supervisionTimer == 0)
-        KVD_TRACE(TRACE_TUREF, TRACE_3,
-                  "Ignored cancelIdlSupervisionTimer since timer was not started for [%s]",
-                  KvdLoz6TuRef_idlPortText(port));
-    else
-        cancelTimer(port, s->port[port].supervisionTimer, SUP_TIMER);
+    for (u32 id = 0; id < PORT_TIMERS; ++id)
+        if (s->port[port].timer[id].runs()) cancelTimer(port, static_cast<PortTimerId>(id));
 }
 
 // ---- slave holdover -----------------------------------------------------------------------------
@@ -162,18 +137,15 @@ void cancelIdlSupervisionTimer(u32 port)
 void startSlaveHoldover(u32 port)
 {
     if (isMaster()) return;
-    if (s->slaveHoldoverTimer != 0) {
+    if (s->slaveHoldoverTimer.runs()) {
         KVD_TRACE(TRACE_TUREF, TRACE_3, "Slave HoldOver timer already started");
         return;
     }
     auto* ind = node::make<KvdTurefSlaveHoldoverTimeoutInd>(KVD_TUREF_SLAVE_HOLDOVER_TIMEOUT_IND);
     ind->port = port;
-    Signal* sig = reinterpret_cast<Signal*>(ind);
-    s->slaveHoldoverTimer = ose::request_tmo_sig(SLAVE_HO_TIME, &sig);
-    if (s->slaveHoldoverTimer == 0) {
+    if (!KvdTimer_startSig(s->slaveHoldoverTimer, SLAVE_HO_TIME, reinterpret_cast<Signal*>(ind))) {
         KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "Slave HoldOver timer failed to start for %s",
                   KvdLoz6TuRef_idlPortText(port));
-        ose::free_buf(&sig);
         return;
     }
     record(port, SLAVE_HO_TIMER, TIMER_ON);
@@ -184,10 +156,8 @@ void startSlaveHoldover(u32 port)
 
 void stopSlaveHoldover(u32 port)
 {
-    if (s->slaveHoldoverTimer == 0) return;
-    Signal* sig = ose::cancel_tmo_sig(&s->slaveHoldoverTimer);
-    s->slaveHoldoverTimer = 0;
-    if (sig != nullptr) ose::free_buf(&sig);
+    if (!s->slaveHoldoverTimer.runs()) return;
+    KvdTimer_cancel(s->slaveHoldoverTimer);
     record(port, SLAVE_HO_TIMER, TIMER_CANCELED);
 }
 
@@ -216,8 +186,9 @@ bool isDown(u32 port)
 
 void supervisionOff(u32 port)
 {
-    cancelIdlHoTimer(port);
-    cancelIdlWtrTimer(port);
+    cancelTimer(port, HO);
+    cancelTimer(port, WTR);
+    if (s->port[port].timer[SUPERVISION].runs()) cancelTimer(port, SUPERVISION);
     stopSlaveHoldover(port);
     if (port == IDLPORT_1) tuHwIf_disableIsr(INTERRUPT_1);
     enter(port, IDL_UNKNOWN);
@@ -231,39 +202,39 @@ void supervisionOff(u32 port)
     }
 }
 
-void firstSupervision(u32 port)
+/// The other end's data comes to a slave's port 2 only once the hardware is handed over and the port
+/// available: nothing to wait for before.
+bool awaitsHandover(u32 port)
 {
-    const bool slave = !isMaster();
-    if (port == IDLPORT_2 && slave && KvdLoz6BiraIifAdm_initiatedFromSlaveMsi() == 0) {
-        // The other end's data comes only once the hardware is handed over: nothing to wait for
-        // yet.
-        enter(port, IDL_ON);
-    } else {
-        enter(port, IDL_SUPERVISED);
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "%s is SUPERVISED", PORT[port].name);
-        startIdlHoTimer(port);
-    }
-    selectOnSlave(port);
+    if (port != IDLPORT_2 || isMaster() || KvdLoz6BiraIifAdm_initiatedFromSlaveMsi() != 0) return false;
+    return KvdLoz6BiraIifAdm_hasHwControl() == 0 || KvdLoz6BiraIifAdm_timeTuningOngoing() == 0 ||
+           KvdLoz6Idpi_portAvailable() == 0;
+}
+
+void beginSupervision(u32 port)
+{
+    if (awaitsHandover(port)) return enter(port, IDL_ON);
+    enter(port, IDL_SUPERVISED);
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "%s is SUPERVISED", PORT[port].name);
+    startTimer(port, HO);
 }
 
 void supervisionOn(u32 port)
 {
     if (port == IDLPORT_1) tuHwIf_enableIsr(INTERRUPT_1);
-    if (s->port[port].idlState == IDL_UNKNOWN)
-        firstSupervision(port);
-    else
-        selectOnSlave(port);
+    if (s->port[port].idlState == IDL_UNKNOWN) beginSupervision(port);
+    selectOnSlave(port);
     KvdLoz6TuReg_setPortSupervised(1, port);
     KvdLoz6TuReg_dualConfiguration(DUAL_LINK);
 }
 
 void linkSeen(u32 port)
 {
-    cancelIdlHoTimer(port);
+    cancelTimer(port, HO);
     stopSlaveHoldover(port);
     enter(port, IDL_ON);
     linkUp(port);
-    startIdlHoTimer(port);
+    startTimer(port, HO);
     selectOnSlave(port);
     KvdLoz6TuRef_report();
 }
@@ -319,17 +290,15 @@ void KvdLoz6TuRef_idlInterrupt(u32 port)
         linkSeen(port);
         break;
     case IDL_ON:
-        cancelIdlHoTimer(port);
-        startIdlHoTimer(port);
+        restartTimer(port, HO);
         break;
     case IDL_OFF:
         enter(port, IDL_WAIT_TO_RESTORE);
-        startIdlWtrTimer(port);
-        startIdlSupervisionTimer(port);
+        startTimer(port, WTR);
+        startTimer(port, SUPERVISION);
         break;
     case IDL_WAIT_TO_RESTORE:
-        cancelIdlSupervisionTimer(port);
-        startIdlSupervisionTimer(port);
+        restartTimer(port, SUPERVISION);
         break;
     default:
         break;
@@ -341,13 +310,32 @@ void KvdLoz6TuRef_idl2Supervise()
     if (s->port[IDLPORT_2].idlState != IDL_ON) return;
     enter(IDLPORT_2, IDL_SUPERVISED);
     KVD_TRACE(TRACE_TUREF, TRACE_INFO, "%s is SUPERVISED", PORT[IDLPORT_2].name);
-    startIdlHoTimer(IDLPORT_2);
+    startTimer(IDLPORT_2, HO);
+}
+
+void KvdLoz6TuRef_idl2PortAvailable()
+{
+    const bool isWatched = s->port[IDLPORT_2].timer[HO].runs();
+    if (!isWatched && !awaitsHandover(IDLPORT_2)) KvdLoz6TuRef_idl2Supervise();
+}
+
+void KvdLoz6TuRef_roleChanged()
+{
+    stopSlaveHoldover(IDLPORT_2);
+    KvdLoz6TuRef_stopIdl2SyncDataTimer();
+    s->idl2SyncDataIndTmoCntr = 0;
+    KvdLoz6TuSlave_idl2SyncDataStopped(0);
+    // Port 1 hears the other board in either role. What keeps port 2 up differs.
+    if (s->port[IDLPORT_2].idlState == IDL_UNKNOWN) return;
+    cancelPortTimers(IDLPORT_2);
+    linkDown(IDLPORT_2);
+    beginSupervision(IDLPORT_2);
+    KvdLoz6TuRef_report();
 }
 
 void KvdLoz6TuRef_onIdlHoTimeout(u32 port)
 {
-    s->port[port].hoTimer = 0;
-    record(port, HO_TIMER, TIMER_EXPIRED);
+    if (!timerExpired(port, HO)) return;
     switch (s->port[port].idlState) {
     case IDL_SUPERVISED:
     case IDL_ON:
@@ -367,15 +355,14 @@ void KvdLoz6TuRef_onIdlHoTimeout(u32 port)
 
 void KvdLoz6TuRef_onIdlWtrTimeout(u32 port)
 {
-    s->port[port].wtrTimer = 0;
-    record(port, WTR_TIMER, TIMER_EXPIRED);
+    if (!timerExpired(port, WTR)) return;
     switch (s->port[port].idlState) {
     case IDL_WAIT_TO_RESTORE:
-        cancelIdlSupervisionTimer(port);
+        cancelTimer(port, SUPERVISION);
         stopSlaveHoldover(port);
         enter(port, IDL_ON);
         linkUp(port);
-        startIdlHoTimer(port);
+        startTimer(port, HO);
         KvdLoz6TuRef_report();
         break;
     case IDL_UNKNOWN:
@@ -389,18 +376,16 @@ void KvdLoz6TuRef_onIdlWtrTimeout(u32 port)
 
 void KvdLoz6TuRef_onIdlSupervisionTimeout(u32 port)
 {
-    s->port[port].supervisionTimer = 0;
-    record(port, SUP_TIMER, TIMER_EXPIRED);
+    if (!timerExpired(port, SUPERVISION)) return;
     if (s->port[port].idlState != IDL_WAIT_TO_RESTORE) return;
-    cancelIdlWtrTimer(port);
+    cancelTimer(port, WTR);
     enter(port, IDL_OFF);
     startSlaveHoldover(port);
 }
 
 void KvdLoz6TuRef_onSlaveHoldoverTimeout(const KvdTurefSlaveHoldoverTimeoutInd* ind)
 {
-    if (ind == nullptr) return;
-    s->slaveHoldoverTimer = 0;
+    if (!KvdTimer_expired(s->slaveHoldoverTimer) || ind == nullptr) return;
     if (ind->port < PORTS) record(ind->port, SLAVE_HO_TIMER, TIMER_EXPIRED);
     if (KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized)
         KvdLoz6TuReg_slavePll_setState(SLAVE_PLL_Unlocked);
@@ -411,9 +396,7 @@ void KvdLoz6TuRef_onSlaveHoldoverTimeout(const KvdTurefSlaveHoldoverTimeoutInd* 
 void KvdLoz6TuRef_idlReset()
 {
     for (u32 port = 0; port < PORTS; ++port) {
-        if (s->port[port].hoTimer != 0) cancelIdlHoTimer(port);
-        if (s->port[port].wtrTimer != 0) cancelIdlWtrTimer(port);
-        if (s->port[port].supervisionTimer != 0) cancelIdlSupervisionTimer(port);
+        cancelPortTimers(port);
         stopSlaveHoldover(port);
         enter(port, IDL_UNKNOWN);
         KvdLoz6TuReg_setPortSupervised(0, port);
@@ -424,10 +407,9 @@ void KvdLoz6TuRef_idlReset()
 
 void KvdLoz6TuRef_idlClear()
 {
-    for (IdlPortRecord& port : s->port) {
-        for (TimerRef* timer : {&port.supervisionTimer, &port.hoTimer, &port.wtrTimer})
-            if (*timer != 0) ose::cancel_tmo(timer);
-        port = IdlPortRecord{};
+    for (Port& port : s->port) {
+        for (KvdTimer& timer : port.timer) KvdTimer_cancel(timer);
+        port.idlState = IDL_UNKNOWN;
     }
 }
 
@@ -435,32 +417,28 @@ void KvdLoz6TuRef_idlClear()
 
 void KvdLoz6TuRef_startIdl2SyncDataTimer()
 {
-    if (s->syncDataTimer != 0) {
+    if (s->syncDataTimer.runs())
         KVD_TRACE(TRACE_TUREF, TRACE_3, "IDL2 SyncDataInd timer already started!");
-        return;
-    }
-    s->syncDataTimer = ose::request_tmo(SYNC_DATA_TIME, KVD_TUREF_IDL2_SYNC_DATA_TIMEOUT_IND);
-    if (s->syncDataTimer == 0)
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "IDL2 SyncDataInd timer failed to start");
-    else
+    else if (KvdTimer_start(s->syncDataTimer, SYNC_DATA_TIME, KVD_TUREF_IDL2_SYNC_DATA_TIMEOUT_IND))
         KVD_TRACE(TRACE_TUREF, TRACE_3, "IDL2 SyncDataInd timer requested.");
+    else
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "IDL2 SyncDataInd timer failed to start");
 }
 
 void KvdLoz6TuRef_stopIdl2SyncDataTimer()
 {
-    if (s->syncDataTimer == 0) return;
-    ose::cancel_tmo(&s->syncDataTimer);
-    s->syncDataTimer = 0;
+    if (!s->syncDataTimer.runs()) return;
+    KvdTimer_cancel(s->syncDataTimer);
     KVD_TRACE(TRACE_TUREF, TRACE_3, "IDL2 SyncDataInd timer canceled.");
 }
 
-bool KvdLoz6TuRef_idl2SyncDataTimerRuns() { return s->syncDataTimer != 0; }
+bool KvdLoz6TuRef_idl2SyncDataTimerRuns() { return s->syncDataTimer.runs(); }
 u32 KvdLoz6TuRef_idl2SyncDataIndTmoCntr() { return s->idl2SyncDataIndTmoCntr; }
 void KvdLoz6TuRef_setIdl2SyncDataIndTmoCntr(u32 expiries) { s->idl2SyncDataIndTmoCntr = expiries; }
 
 void KvdLoz6TuRef_onIdl2SyncDataTimeout()
 {
-    s->syncDataTimer = 0;
+    if (!KvdTimer_expired(s->syncDataTimer)) return;
     if (s->idl2SyncDataIndTmoCntr >= SYNC_DATA_TMO_MAX) return;
     ++s->idl2SyncDataIndTmoCntr;
     if (s->idl2SyncDataIndTmoCntr < SYNC_DATA_TMO_MAX) return;
@@ -505,7 +483,7 @@ const char* timerStatusText(u8 status)
     }
 }
 
-const char* runsText(TimerRef timer) { return timer != 0 ? "runs" : "-"; }
+const char* runsText(const KvdTimer& timer) { return timer.runs() ? "runs" : "-"; }
 
 void printRecord(const IdlHistoryRecord& r, const char* note = "")
 {
@@ -521,10 +499,10 @@ void KvdLoz6TuRef_printIdl()
     node::shellPrintf("\n   Inter-unit links\n");
     node::shellPrintf("   port       idlState             HO    WTR   supervision\n");
     for (u32 port = 0; port < PORTS; ++port) {
-        const IdlPortRecord& p = s->port[port];
+        const Port& p = s->port[port];
         node::shellPrintf("   %-9s  %-19s  %-4s  %-4s  %s\n", KvdLoz6TuRef_idlPortText(port),
-                          KvdLoz6TuRef_idlStateText(p.idlState), runsText(p.hoTimer),
-                          runsText(p.wtrTimer), runsText(p.supervisionTimer));
+                          KvdLoz6TuRef_idlStateText(p.idlState), runsText(p.timer[HO]),
+                          runsText(p.timer[WTR]), runsText(p.timer[SUPERVISION]));
     }
     node::shellPrintf("   slave holdover timer   : %s\n", runsText(s->slaveHoldoverTimer));
     node::shellPrintf("   idl2SyncDataIndTmoCntr : %u\n", s->idl2SyncDataIndTmoCntr);

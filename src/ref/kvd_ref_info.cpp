@@ -90,7 +90,7 @@ void printRows(const RefTable& t)
             "   %-2u  %-11s  %-6s  %-9s  %-10s  %-5s  0x%03X       0x%04X     0x%04X     "
             "%-10s  %s\n",
             row, KvdLoz6TuRef_refTypeText(d.refType), d.supervisionStatus != 0 ? "True" : "False",
-            refStatusText(d.refStatus), filterText(d.filterType), d.filterTimer != 0 ? "runs" : "-",
+            refStatusText(d.refStatus), filterText(d.filterType), d.filterTimer.runs() ? "runs" : "-",
             REF_ROW_TRAITS[row].toggleMask, REF_ROW_TRAITS[row].stateMask, d.stateBits, froId,
             froClassNo);
     }

@@ -25,7 +25,6 @@
 
 namespace {
 
-
 constexpr u32 GPSS_NORVANE_OSL = 4;          // gpssType: receiver found on the GPS out sync link
 constexpr OSTIME GPSOSL_HOLDOVER_TIME = 300000;   // ms
 
@@ -41,7 +40,7 @@ struct Selection {
 
 struct State {
     Selection sel;
-    TimerRef gpsOslHoldoverTimer = 0;
+    KvdTimer gpsOslHoldoverTimer;
 };
 ose::ModuleData<State> s;
 
@@ -492,10 +491,8 @@ u8 KvdLoz6TuRef_prevPrevSelRef() { return s->sel.prevPrevSelRef; }
 
 void KvdLoz6TuRef_startGpsOslHoldover()
 {
-    if (s->gpsOslHoldoverTimer != 0) return;
-    s->gpsOslHoldoverTimer =
-        ose::request_tmo(GPSOSL_HOLDOVER_TIME, KVD_TUREF_GPSOSL_HOLDOVER_TIMEOUT_IND);
-    if (s->gpsOslHoldoverTimer == 0) {
+    if (s->gpsOslHoldoverTimer.runs()) return;
+    if (!KvdTimer_start(s->gpsOslHoldoverTimer, GPSOSL_HOLDOVER_TIME, KVD_TUREF_GPSOSL_HOLDOVER_TIMEOUT_IND)) {
         KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "GpsOutSyncLink HoldOver timer failed to start");
         return;
     }
@@ -508,24 +505,20 @@ void KvdLoz6TuRef_startGpsOslHoldover()
 
 void KvdLoz6TuRef_stopGpsOslHoldover()
 {
-    if (s->gpsOslHoldoverTimer == 0) return;
+    if (!s->gpsOslHoldoverTimer.runs()) return;
     KvdLoz6TuRef_clearGpsOslHoldoverTimer();
     KVD_TRACE(TRACE_TUREF, TRACE_INFO,
               "GpsOutSyncLink HoldOver timer stopped. SelectedRef %u, gpsExtToggle %u",
               s->sel.selectedRef, KvdLoz6TuRef_gpsExtToggle());
 }
 
-void KvdLoz6TuRef_clearGpsOslHoldoverTimer()
-{
-    if (s->gpsOslHoldoverTimer != 0) ose::cancel_tmo(&s->gpsOslHoldoverTimer);
-    s->gpsOslHoldoverTimer = 0;
-}
+void KvdLoz6TuRef_clearGpsOslHoldoverTimer() { KvdTimer_cancel(s->gpsOslHoldoverTimer); }
 
-bool KvdLoz6TuRef_gpsOslHoldoverTimerRuns() { return s->gpsOslHoldoverTimer != 0; }
+bool KvdLoz6TuRef_gpsOslHoldoverTimerRuns() { return s->gpsOslHoldoverTimer.runs(); }
 
 void KvdLoz6TuRef_onGpsOslHoldoverTimeout()
 {
-    s->gpsOslHoldoverTimer = 0;
+    if (!KvdTimer_expired(s->gpsOslHoldoverTimer)) return;
     if (s->sel.selectedRef == GPSOSL_REF) {
         KvdLoz6TuIifAdm_markNotSent();
         KvdLoz6TuRef_report();

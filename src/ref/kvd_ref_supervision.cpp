@@ -60,29 +60,20 @@ OSTIME holdoffTime(u8 refType)
 void startFilter(u32 row, OSTIME time, FilterType filter)
 {
     RefDesc& desc = descOf(row);
-    if (desc.filterTimer == 0) {
+    if (!desc.filterTimer.runs()) {
         auto* ind = node::make<KvdTurefTimeoutInd>(KVD_TUREF_TIMEOUT_IND);
         ind->row = static_cast<u8>(row);
-        Signal* sig = reinterpret_cast<Signal*>(ind);
-        desc.filterTimer = ose::request_tmo_sig(time, &sig);
-        if (desc.filterTimer == 0) {
+        if (!KvdTimer_startSig(desc.filterTimer, time, reinterpret_cast<Signal*>(ind)))
             KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "%u timer failed to start for ref path #%d",
                       static_cast<u32>(filter), static_cast<int>(row));
-            ose::free_buf(&sig);
-        }
     }
     desc.filterType = filter;
 }
 
 void cancelFilter(u32 row)
 {
-    RefDesc& desc = descOf(row);
-    if (desc.filterTimer != 0) {
-        Signal* sig = ose::cancel_tmo_sig(&desc.filterTimer);
-        desc.filterTimer = 0;
-        if (sig != nullptr) ose::free_buf(&sig);
-    }
-    desc.filterType = NO_FILTER;
+    KvdTimer_cancel(descOf(row).filterTimer);
+    descOf(row).filterType = NO_FILTER;
 }
 
 // ---- the common input: external frequency, external 1PPS, or a receiver's 1PPS ------------------
@@ -379,6 +370,8 @@ void superviseReceiver(const KvdTuiifSynchPathSupInd& ind,
     const u32 row = KvdLoz6TuRef_rowOfRefType(ind.refType);
     if (ind.on == descOf(row).supervisionStatus) {
         KVD_TRACE(TRACE_TUREF, TRACE_INFO, "reference already supervised");
+        descOf(row).froId = ind.froId;
+        descOf(row).froClassNo = ind.froClassNo;
         return;
     }
     front(signalOf(ind), row);
@@ -458,6 +451,25 @@ void KvdLoz6TuRef_lineEnd(u32 line)
     endSupervision(line, TRACE_INFO);
 }
 
+void KvdLoz6TuRef_lineMoved(u32 fromLine, u32 toLine, u32 froId)
+{
+    if (fromLine > ROW_SDH || descOf(fromLine).supervisionStatus != 1) return;
+    if (fromLine == toLine) {
+        descOf(toLine).froId = froId;
+        return;
+    }
+    const u32 froClassNo = descOf(fromLine).froClassNo;
+    KvdLoz6TuRef_lineEnd(fromLine);
+    if (toLine <= ROW_SDH) {
+        descOf(toLine).supervisionStatus = 1;
+        descOf(toLine).froId = froId;
+        descOf(toLine).froClassNo = froClassNo;
+        KvdLoz6TuRef_startSupervision(nullptr, toLine);
+    }
+    if (KvdLoz6TuRef_selectedRef() == PDH_SDH_REF && KvdLoz6TuIifAdm_activRefFroId() == froId)
+        KvdLoz6TuRef_selectSynchRef(PDH_SDH_REF, froId, froClassNo);
+}
+
 void KvdLoz6TuRef_onToggleStatus()
 {
     // The word may have changed again since the monitor saw it: what counts is how it stands now.
@@ -490,6 +502,5 @@ void KvdLoz6TuRef_onFilterTimeout(const KvdTurefTimeoutInd* ind)
                   ind->row);
         return;
     }
-    descOf(ind->row).filterTimer = 0;
-    filterEnd(ind->row);
+    if (KvdTimer_expired(descOf(ind->row).filterTimer)) filterEnd(ind->row);
 }

@@ -3,6 +3,7 @@
 // Owner   kvd_hptsi*.cpp. Nobody else includes it, but for the tests.
 // Units   s; timers in ms.
 #pragma once
+#include "base/kvd_timer.h"
 #include "ose/ose.h"
 #include "refs/hptsi_sig.h"
 #include "refs/kvd_hptsi.h"
@@ -22,10 +23,6 @@ enum HptsiState : u32 {
 enum NextFrame : u32 { NEXT_NONE = 0, NEXT_INFO_CAME = 1, NEXT_STATE_CAME = 2, NEXT_COMPLETE = 3 };
 enum TimerId : u32 {
     T_OPERATIONAL, T_VALID, T_ALARM_SUPRESSION, T_NO_VALID, T_MONITOR, T_RECEIVE_FRAMES, TIMERS,
-};
-struct Timer {
-    TimerRef ref = 0;
-    u32 stale = 0;                          // time-outs still queued of what was cancelled
 };
 constexpr u8 QUALITY_UNTOLD = 99;
 
@@ -47,7 +44,7 @@ struct State {
     u32 overrideEnabled = 0;                // a clkSource that the operator wants
     u8  overrideValue = 0;
     u32 numberOfTimeInfoMsg = 0, numberOfTimeStateMsg = 0;
-    Timer timers[TIMERS];
+    KvdTimer timers[TIMERS];
 };
 State& state();
 const char* stateText(u32 hptsiState);

@@ -29,34 +29,13 @@ bool takesFrames()
 
 // ---- timers -------------------------------------------------------------------------------------
 
-void cancel(TimerId id)
-{
-    Timer& t = state().timers[id];
-    if (t.ref == 0) return;
-    Signal* sig = ose::cancel_tmo_sig(&t.ref);
-    t.ref = 0;
-    // Frames come as far apart as a timer runs: one that ended a moment ago is restarted all the same.
-    if (sig != nullptr) ose::free_buf(&sig);
-    else                ++t.stale;
-}
+void cancel(TimerId id) { KvdTimer_cancel(state().timers[id]); }
 
 void restart(TimerId id)
 {
     if (!runs(id)) return;
     cancel(id);
     startTimer(id);
-}
-
-/// False for a time-out of a timer that was cancelled or restarted when it was queued already.
-bool takeTimeout(TimerId id)
-{
-    Timer& t = state().timers[id];
-    if (t.stale > 0) {
-        --t.stale;
-        return false;
-    }
-    t.ref = 0;
-    return true;
 }
 
 // ---- states -------------------------------------------------------------------------------------
@@ -209,18 +188,13 @@ void runMachine(bool isInfo)
 
 }  // namespace
 
-bool hptsi::runs(TimerId id) { return state().timers[id].ref != 0; }
+bool hptsi::runs(TimerId id) { return state().timers[id].runs(); }
 
 void hptsi::startTimer(TimerId id)
 {
-    if (runs(id)) return;
     const TimerRow& row = TIMER_ROWS[id];
-    Signal* sig = ose::alloc(sizeof(SIGSELECT), row.sigNo);
-    TimerRef& ref = state().timers[id].ref;
-    ref = ose::request_tmo_sig(row.time_ms, &sig);
-    if (ref != 0) return;
-    KVD_TRACE(TRACE_TUHPTSI, TRACE_ERROR, "%s", row.failed);
-    ose::free_buf(&sig);
+    if (!KvdTimer_start(state().timers[id], row.time_ms, row.sigNo))
+        KVD_TRACE(TRACE_TUHPTSI, TRACE_ERROR, "%s", row.failed);
 }
 
 void hptsi::cancelAllTimers()
@@ -281,7 +255,7 @@ void hptsi::onFrame(std::span<const u8> frame)
 
 void hptsi::onTimeout(TimerId id)
 {
-    if (!takeTimeout(id)) return;
+    if (!KvdTimer_expired(state().timers[id])) return;
     State& s = state();
     switch (id) {
     case T_OPERATIONAL:

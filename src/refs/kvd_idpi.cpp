@@ -20,6 +20,19 @@ constexpr u32 REJECT_TEXT_MAX = 64;
 
 using RejectText = std::array<char, REJECT_TEXT_MAX>;
 
+/// A rejection may come without any text.
+template <typename Rej>
+const Rej* rejection(const Signal* sig)
+{
+    return node::asOfAtLeast<Rej>(sig, offsetof(Rej, text));
+}
+
+/// Its port number is the last that it holds.
+const IdpiGetDelayReq* delayRejection(const Signal* sig)
+{
+    return node::asOfAtLeast<IdpiGetDelayReq>(sig, offsetof(IdpiGetDelayReq, portNo) + sizeof(u16));
+}
+
 /// A rejection's text lies at the end of its signal, terminated or not.
 RejectText rejectText(const void* sig, u32 offset)
 {
@@ -194,25 +207,28 @@ int KvdLoz6Idpi_dispatch(Signal* sig)
     case IDPI_SERVER_UP_IND:         onServerUp(ose::sender(&sig));                             return 1;
     case IDPI_SERVER_DOWN_IND:       onServerDown();                                            return 1;
     case IDPI_CONN_ESTABLISH_CFM:    onConnEstablishCfm(as<IdpiRefs>(sig), ose::sender(&sig));  return 1;
-    case IDPI_CONN_ESTABLISH_REJ:    onConnEstablishRej(as<IdpiConnEstablishRej>(sig));         return 1;
+    case IDPI_CONN_ESTABLISH_REJ:    onConnEstablishRej(rejection<IdpiConnEstablishRej>(sig));         return 1;
     case IDPI_GET_CAPABILITY_CFM:    onGetCapabilityCfm(sig);                                   return 1;
-    case IDPI_GET_CAPABILITY_REJ:    onGetCapabilityRej(as<IdpiRej>(sig));                      return 1;
+    case IDPI_GET_CAPABILITY_REJ:    onGetCapabilityRej(rejection<IdpiRej>(sig));                      return 1;
     case IDPI_SUBSCRIBE_LINK_STATUS_CFM:
         KVD_TRACE(TRACE_IDPI, TRACE_7, "received IDPI_SUBSCRIBE_LINK_STATUS_CFM");              return 1;
-    case IDPI_SUBSCRIBE_LINK_STATUS_REJ: onSubscribeRej(as<IdpiRej>(sig));                      return 1;
+    case IDPI_SUBSCRIBE_LINK_STATUS_REJ: onSubscribeRej(rejection<IdpiRej>(sig));                      return 1;
     case IDPI_LINK_STATUS_IND:       idpi::onLinkStatus(as<IdpiLinkStatusInd>(sig));            return 1;
     case IDPI_PROP_PORT_INFO_CFM:
         KVD_TRACE(TRACE_IDPI, TRACE_7, "received IDPI_PROP_PORT_INFO_CFM");                     return 1;
     case IDPI_REQUEST_DATA_TMO:      idpi::onRequestDataTimeout();                              return 1;
     case IDPI_GET_DELAY_CFM:         idpi::onGetDelayCfm(as<IdpiGetDelayCfm>(sig));             return 1;
-    case IDPI_GET_DELAY_REJ:         idpi::onGetDelayRej(as<IdpiGetDelayReq>(sig));             return 1;
+    case IDPI_GET_DELAY_REJ:         idpi::onGetDelayRej(delayRejection(sig));                  return 1;
     default:                                                                                    return 0;
     }
 }
 
 void KvdLoz6Idpi_initiate()
 {
+    KvdTimer_cancel(s->requestTimer);
+    const KvdTimer requestTimer = s->requestTimer;
     *s = idpi::State{};
+    s->requestTimer = requestTimer;
     for (u32 port = 0; port < IDPI_PORTS; ++port) s->port[port] = idpi::emptyPort(port);
 }
 
@@ -290,7 +306,7 @@ void KvdLoz6Idpi_printInfo()
     node::shellPrintf("   idpiClkStatus          : %u\n", st.idpiClkStatus);
     node::shellPrintf("   idl2PortMap            : 0x%02x\n", st.idl2PortMap);
     node::shellPrintf("   nActivePorts           : %u\n", st.nActivePorts);
-    node::shellPrintf("   request timer          : %s\n", st.requestTimerRuns ? "runs" : "-");
+    node::shellPrintf("   request timer          : %s\n", st.requestTimer.runs() ? "runs" : "-");
     node::shellPrintf("   port     status       far port  near DU  far DU  mode  stability  "
                       "failures  delay T1C1, C4T1 [ps]\n");
     for (u32 i = 0; i < IDPI_PORTS; ++i) {

@@ -132,37 +132,25 @@ void requestDelays()
 
 void KvdLoz6Idpi_startRequestTimer()
 {
-    if (state().requestTimerRuns) {
-        KVD_TRACE(TRACE_IDPI, TRACE_3, "IDPI request data tmo already started.");
-        return;
-    }
     const OSTIME time = idpi::isMaster() ? REQUEST_TIME_MASTER : REQUEST_TIME_SLAVE;
-    state().requestTimer = ose::request_tmo(time, IDPI_REQUEST_DATA_TMO);
-    if (state().requestTimer == 0) {
+    if (state().requestTimer.runs())
+        KVD_TRACE(TRACE_IDPI, TRACE_3, "IDPI request data tmo already started.");
+    else if (KvdTimer_start(state().requestTimer, time, IDPI_REQUEST_DATA_TMO))
+        KVD_TRACE(TRACE_IDPI, TRACE_3, "IDPI request data tmo requested.");
+    else
         KVD_TRACE(TRACE_IDPI, TRACE_ERROR, "IDPI request data tmo failed to start!");
-        return;
-    }
-    state().requestTimerRuns = true;
-    KVD_TRACE(TRACE_IDPI, TRACE_3, "IDPI request data tmo requested.");
 }
 
 void KvdLoz6Idpi_stopRequestTimer()
 {
-    if (!state().requestTimerRuns) return;
-    ose::cancel_tmo(&state().requestTimer);
-    state().requestTimerRuns = false;
+    if (!state().requestTimer.runs()) return;
+    KvdTimer_cancel(state().requestTimer);
     KVD_TRACE(TRACE_IDPI, TRACE_INFO, "IDPI request data tmo canceled.");
 }
 
 void idpi::onRequestDataTimeout()
 {
-    // One that was queued when the timer was stopped: nothing goes on from it.
-    if (!state().requestTimerRuns) return;
-    // One that was queued when the timer was stopped and started again stands for the new one: that still
-    // runs, and there would be two from here on.
-    ose::cancel_tmo(&state().requestTimer);
-    state().requestTimer = 0;
-    state().requestTimerRuns = false;
+    if (!KvdTimer_expired(state().requestTimer)) return;
     if (!mayRequest()) {
         KVD_TRACE(TRACE_IDPI, TRACE_INFO,
                   "LOZ6 LM does not have HW control or time sync has stopped. Stopped processing "

@@ -1,6 +1,7 @@
 // kvd_idpi_int.h - What the sources of the port server's client share: connection and clock status
 // (kvd_idpi.cpp), link status (kvd_idpi_link.cpp), delays and time data (kvd_idpi_delay.cpp).
 #pragma once
+#include "base/kvd_timer.h"
 #include "ose/ose.h"
 #include "refs/idpi_sig.h"
 #include "refs/kvd_idpi.h"
@@ -19,8 +20,7 @@ struct State {
     u32 clientRef = 0, serverRef = 0;          // addressInfo
     u8  delayMeasurementCap = 0;
     u8  idpiClkStatus = CLK_STATUS_NONE;       // last sent
-    bool requestTimerRuns = false;
-    TimerRef requestTimer = 0;
+    KvdTimer requestTimer;
     u8  idl2PortMap = 0;                       // bit 0 is port 0
     u8  nActivePorts = 0;
     std::array<IdpiPort, IDPI_PORTS> port{};

@@ -4,6 +4,7 @@
 #include "mgr/trace_groups.h"
 #include "node/sig.h"
 #include "node/trace.h"
+#include "ref/kvd_ref.h"
 #include "refs/kvd_idpi_int.h"
 
 namespace {
@@ -48,6 +49,7 @@ void evaluateOnSlave()
     KvdLoz6Idpi_startRequestTimer();
     if (KvdLoz6BiraIifAdm_idl2InitState() == IDL2_WARM_INIT_SUCCEEDED)
         return KvdLoz6BiraIifAdm_finishWarmStart();
+    if (KvdLoz6BiraIifAdm_timeTuningOngoing() != 0) return KvdLoz6TuRef_idl2PortAvailable();
     KVD_TRACE(TRACE_IDPI, TRACE_INFO,
               "%s(): IDL2 link is functional but we are awaiting KVD_BIRAIIF_FREQ_LOCKED_IND "
               "signal after handover to LOZ in order to start regulation ",

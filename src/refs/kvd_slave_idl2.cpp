@@ -301,6 +301,19 @@ bool idl2CheckLinkStabilityNe(u8 linkStability)
     return checkLinkStability(linkStability, s->idl2.instabilityCntNe, "Ne", "NE", __func__);
 }
 
+/// Coarse time moves only with a sample, and so may lag a wrap of the counter behind. A second sample here would be
+/// no interval away from the one that ends the measurement.
+double presentCoarseTime(const Counter& local)
+{
+    if (KvdLoz6TuReg_getLastTime().c < 0.0) {    // no sample yet
+        double t_s = 0.0;
+        KvdLoz6TuReg_calcSampleTimeInterval(t_s);
+    }
+    const TimePair last = KvdLoz6TuReg_getLastTime();
+    const bool hasWrapped = seconds(local.mfn, local.sfn, local.inc) < last.f - COUNTER_PERIOD / 2;
+    return hasWrapped ? last.c + COUNTER_PERIOD : last.c;
+}
+
 /// Coarse stage: false when the counter can't be read, and the stage isn't over.
 bool adjustCoarse(Measurement& meas)
 {
@@ -318,7 +331,7 @@ bool adjustCoarse(Measurement& meas)
     // Coarse time moves only with a sample: without a fresh one it may lag a wrap behind.
     KvdLoz6TuReg_takeSampleTime();
     KvdLoz6TuReg_adjustSlaveOffset(0.0, meas.phaseDiff);
-    KvdLoz6TuReg_adjustSlaveOffset(KvdLoz6TuReg_getLastTime().c - ind.esfc * COUNTER_PERIOD,
+    KvdLoz6TuReg_adjustSlaveOffset(presentCoarseTime(local) - ind.esfc * COUNTER_PERIOD,
                                    seconds(local.mfn, 0, 0) - seconds(ind.mfc, 0, 0));
     const TimePair delta0_slave = KvdLoz6TuReg_getSlaveOffset();
     KvdLoz6TuReg_adjust_time(-delta0_slave.c, -delta0_slave.f);

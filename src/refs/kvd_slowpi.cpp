@@ -30,50 +30,45 @@ const Needs& needs() { return s->needs != nullptr ? *s->needs : NEEDS; }
 
 // ---- timers -------------------------------------------------------------------------------------
 
-void fill(BufferTimer& timer, SIGSELECT sigNo, OSTIME duration_ms)
+void fill(BufferTimer& t)
 {
-    timer = {};
-    timer.duration_ms = duration_ms;
-    timer.sig = ose::alloc(sizeof(SIGSELECT), sigNo);
-    timer.buffer = timer.sig;
-    ose::keep(timer.sig);
+    t.sig = ose::alloc(sizeof(SIGSELECT), t.sigNo);
+    t.buffer = t.sig;
+    ose::keep(t.sig);
 }
 
-void stop(BufferTimer& timer)
+void create(BufferTimer& t, SIGSELECT sigNo, OSTIME duration_ms)
 {
-    timer.startsOnReturn = false;
-    if (!timer.running) return;
-    timer.running = false;
-    timer.sig = ose::cancel_tmo_sig(&timer.ref);   // nullptr: its expiry lies in the queue
+    t.sigNo = sigNo;
+    t.duration_ms = duration_ms;
+    fill(t);
 }
 
-void start(BufferTimer& timer)
+void stop(BufferTimer& t)
 {
-    stop(timer);
-    if (timer.sig == nullptr) {
-        timer.startsOnReturn = timer.buffer != nullptr;
-        return;
+    if (Signal* const back = KvdTimer_cancelSig(t.timer)) t.sig = back;
+}
+
+void start(BufferTimer& t)
+{
+    stop(t);
+    if (t.sig == nullptr) fill(t);
+    Signal* const sig = t.sig;
+    t.sig = nullptr;
+    if (!KvdTimer_startSig(t.timer, t.duration_ms, sig))
+        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "timer 0x%X failed to start", t.sigNo);
+}
+
+/// Takes the buffer back. False when the expiry is none to act on.
+bool expired(BufferTimer& t, Signal* sig)
+{
+    if (sig == t.buffer) {
+        t.sig = sig;
+        return KvdTimer_expired(t.timer);
     }
-    const SIGSELECT sigNo = timer.sig->sigNo;
-    timer.ref = ose::request_tmo_sig(timer.duration_ms, &timer.sig);
-    timer.running = timer.ref != 0;
-    if (!timer.running)
-        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "timer 0x%X failed to start", sigNo);
-}
-
-/// Takes the buffer back. False when the expiry is none to act on: it is nobody's own, or of a run that
-/// was followed by another while it lay in the queue.
-bool expired(BufferTimer& timer, Signal* sig)
-{
-    if (sig != timer.buffer) {
-        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "time-out 0x%X of no timer, dropped", sig->sigNo);
-        return false;
-    }
-    timer.sig = sig;
-    timer.ref = 0;
-    timer.running = false;
-    if (!timer.startsOnReturn) return true;
-    start(timer);
+    if (t.timer.stale > 0) KvdTimer_expired(t.timer);   // another has been armed since
+    else KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "time-out 0x%X of no timer, dropped", sig->sigNo);
+    ose::free_buf(&sig);
     return false;
 }
 
@@ -402,14 +397,9 @@ void KvdLoz6TuSlowpi_initiate()
         return;
     }
     enter(IF_INITIATING);
-    fill(s->heartBeat, KVD_SLOWPI_HEART_BEAT_IND, HEART_BEAT_TIME);
-    fill(s->pduMissing, KVD_SLOWPI_PDU_MISSING_IND, PDU_MISSING_TIME);
+    create(s->heartBeat, KVD_SLOWPI_HEART_BEAT_IND, HEART_BEAT_TIME);
+    create(s->pduMissing, KVD_SLOWPI_PDU_MISSING_IND, PDU_MISSING_TIME);
     s->frame = ownFrame();
-}
-
-int KvdLoz6TuSlowpi_owns(const Signal* sig)
-{
-    return sig == s->heartBeat.buffer || sig == s->pduMissing.buffer ? 1 : 0;
 }
 
 void KvdLoz6TuSlowpi_unsubscribe()

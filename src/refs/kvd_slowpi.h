@@ -14,9 +14,8 @@ constexpr SIGSELECT KVD_SLOWPI_HEART_BEAT_IND  = 0x9C6C0;   // own timer; its bu
 constexpr SIGSELECT KVD_SLOWPI_PDU_MISSING_IND = 0x9C6C1;   // own timer; its buffer is armed again and again
 
 void KvdLoz6TuSlowpi_initiate();
+/// Keeps or frees buffers of its two timers' numbers itself: nobody else does.
 int  KvdLoz6TuSlowpi_dispatch(Signal* sig);
-/// 1 when the buffer is one of the two that this component arms again and again: nobody else frees it.
-int  KvdLoz6TuSlowpi_owns(const Signal* sig);
 /// The main processor is gone: no supervision until its next order.
 void KvdLoz6TuSlowpi_unsubscribe();
 /// 1: the main processor selects by quality level.

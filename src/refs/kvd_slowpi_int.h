@@ -1,5 +1,6 @@
 // kvd_slowpi_int.h - State of the ESMC client, and the service's operations as it calls them.
 #pragma once
+#include "base/kvd_timer.h"
 #include "node/slowpi.h"
 #include "ose/types.h"
 #include "refs/kvd_slowpi_esmc.h"
@@ -22,12 +23,12 @@ constexpr OSTIME HEART_BEAT_TIME = 1000;     // ms; ITU-T G.8264 11.3.2.1: one i
 constexpr OSTIME PDU_MISSING_TIME = 5200;    // ms; five periods of the peer's and a margin
 
 /// A timer that is armed with the same buffer again and again. The buffer is here while it doesn't run,
-/// and in the queue from its expiry until it is dispatched.
+/// and in the queue from its expiry until it is dispatched. One that is started anew meanwhile gets another, and
+/// the late one is freed.
 struct BufferTimer {
-    bool running = false;
-    bool startsOnReturn = false;   // started anew while its expiry lay in the queue
     OSTIME duration_ms = 0;
-    TimerRef ref = 0;
+    SIGSELECT sigNo = 0;
+    KvdTimer timer;
     Signal* sig = nullptr;         // held; nullptr while armed or queued
     const Signal* buffer = nullptr;
 };

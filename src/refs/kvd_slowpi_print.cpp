@@ -15,7 +15,7 @@ void printLevel(const char* name, u8 ssm)
 
 void printTimer(const char* name, const slowpi::BufferTimer& timer)
 {
-    shellPrintf("   %s: %s, %u ms\n", name, timer.running ? "runs" : "-", timer.duration_ms);
+    shellPrintf("   %s: %s, %u ms\n", name, timer.timer.runs() ? "runs" : "-", timer.duration_ms);
 }
 
 }  // namespace

@@ -378,7 +378,8 @@ void KvdLoz6TuReg_regStateChanged(u8 from, u8 to)
         KvdLoz6TuReg_setJumpState(JUMP_NOT_NEEDED);
 
     const u32 selectedRef = KvdLoz6TuReg_selectedRef();
-    const bool loopReports = selectedRef == TU_SR_GPSOSL_REF || selectedRef == TU_SR_SOCPRI_REF ||
+    // A slave's loop goes on when its reference is deselected.
+    const bool loopReports = s->masterSlaveMode == 0 || selectedRef == TU_SR_GPSOSL_REF || selectedRef == TU_SR_SOCPRI_REF ||
                              selectedRef == TU_SR_IDL1_REF || selectedRef == TU_SR_IDL2_REF ||
                              KvdLoz6TuReg_pllState() != PLL_Uninitialized;
     if (!loopReports || to == WARMUP) KvdLoz6TuIifAdm_reportRegState(to);

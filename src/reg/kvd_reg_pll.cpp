@@ -42,6 +42,16 @@ struct State {
 };
 ose::ModuleData<State> s;
 
+/// Only the basic function hands over a slave that follows in frequency already. Any other that isn't locked runs
+/// free, and that is its last word until it locks.
+void reportSlaveState(u32 slavePllState)
+{
+    KvdLoz6TuIifAdm_reportSlavePllState(slavePllState);
+    const bool wasHandedOver = KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2 &&
+                               s->pll.prevSlaveState == SLAVE_PLL_Uninitialized;
+    if (slavePllState == SLAVE_PLL_Unlocked && !wasHandedOver) KvdLoz6TuIifAdm_reportRegState(FREQDRIFTING);
+}
+
 constexpr pll::Needs NEEDS = {
     .selectedRef = KvdLoz6TuReg_selectedRef,
     .isMaster = [] { return KvdLoz6TuReg_isMaster() != 0; },
@@ -63,7 +73,7 @@ constexpr pll::Needs NEEDS = {
         },
     .forceStatus = KvdLoz6TuIifAdm_setForceSend,
     .lastRegulatorState = KvdLoz6TuIifAdm_reportPllState,
-    .lastSlaveRegulatorState = KvdLoz6TuIifAdm_reportSlavePllState,
+    .lastSlaveRegulatorState = reportSlaveState,
     .setFreqLocked = [] { KvdLoz6TuReg_setRegState(FREQLOCKED); },
     .report = KvdLoz6TuIifAdm_updateRadioClockState,
     .timeAccuracy = [] { KvdLoz6TuIifAdm_sendTimeAccuracyNow(TIME_ACCURACY_ns); },

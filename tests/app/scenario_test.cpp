@@ -49,6 +49,9 @@ TEST(Scenario, IsRefusedWithLineAndReason)
     struct Case { const char* what; std::string content; const char* refusal; };
     const std::string minimal = MINIMAL;
     const std::string two = minimal + "[[unit]]\nname = \"tu2\"\n";
+    const std::string row = "[[unit.reference]]\ntype = \"IDL1_REF\"\nfro_id = 1\n";
+    const std::string idl1 = minimal + row + "[[unit]]\nname = \"tu2\"\n" + row +
+                             "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu2\"\n";
     for (const Case& c : std::vector<Case>{
              {"no TOML", "duration = = 3\n", "bad.toml:1: "},
              {"no duration", "[[unit]]\nname = \"a\"\n", "scenario: 'duration' is missing"},
@@ -69,7 +72,8 @@ TEST(Scenario, IsRefusedWithLineAndReason)
              {"NTP too far away", minimal + "[unit.ntp]\nfro_id = 7\nup_us = 2e6\n", "bad.toml:6: ntp: up_us: 0 to 1000000"},
              {"NTP event without NTP", minimal + "[[event]]\nat = \"1m\"\ndo = \"ntp.off\"\n", "bad.toml:6: event: do: the unit has no IP sync service"},
              {"link to nowhere", two + "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu3\"\n", "bad.toml:9: link: to: there is no unit 'tu3'"},
-             {"fault of another link's type", two + "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu2\"\n[[event]]\nat = \"1m\"\ndo = \"link.fault\"\nfault = \"no_pulse\"\n", "event: fault: the link 'tu1-tu2' is of a type that doesn't have this fault"},
+             {"fault of another link's type", idl1 + "[[event]]\nat = \"1m\"\ndo = \"link.fault\"\nfault = \"no_pulse\"\n", "event: fault: the link 'tu1-tu2' is of a type that doesn't have this fault"},
+             {"link that its leader doesn't listen to", two + row + "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu2\"\n", "link: from: 'tu1' wouldn't listen to it without a reference of type IDL1_REF"},
              {"link to itself", two + "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu1\"\n", "bad.toml:9: link: to: a link has two ends"},
              {"link at a taken input", two + "[unit.gps]\ntype = \"gps03\"\n[[link]]\ntype = \"gps_out\"\nfrom = \"tu1\"\nto = \"tu2\"\n", "link: to: the input 'pps' of 'tu2' has another signal"},
              {"time source beside a receiver", minimal + "[unit.gps]\ntype = \"gps03\"\n[unit.cmcc]\n", "unit: cmcc: its 1PPS takes the input 'pps'"},
@@ -82,7 +86,7 @@ TEST(Scenario, IsRefusedWithLineAndReason)
              {"amount too large", minimal + "[unit.cmcc]\n[[event]]\nat = \"1m\"\ndo = \"cmcc.fault\"\nfault = \"late\"\namount = 2000\n", "event: amount: out of range"},
              {"event on a missing link", two + "[[event]]\nat = \"1m\"\ndo = \"link.down\"\n", "event: link: "},
              {"turn of a link that has none", two + "[[link]]\ntype = \"inci\"\nfrom = \"tu1\"\nto = \"tu2\"\n[[event]]\nat = \"1m\"\ndo = \"link.turn\"\n", "event: link: only a link of type idl1 or idl2 can turn"},
-             {"noise beyond measure", two + "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu2\"\n[[event]]\nat = \"1m\"\ndo = \"link.fault\"\nfault = \"noise\"\namount = 101\n", "event: amount: out of range"},
+             {"noise beyond measure", idl1 + "[[event]]\nat = \"1m\"\ndo = \"link.fault\"\nfault = \"noise\"\namount = 101\n", "event: amount: out of range"},
              {"peer at no port", minimal + "[[unit.esmc]]\nat = \"pps\"\n", "bad.toml:5: esmc: at: 'pps' is none of eth_a, eth_b, eth_c"},
              {"two peers at a port", minimal + "[[unit.esmc]]\nat = \"eth_a\"\n[[unit.esmc]]\nat = \"eth_a\"\n", "esmc: at: the same port twice"},
              {"event of a missing peer", minimal + "[[event]]\nat = \"1m\"\ndo = \"esmc.silent\"\nport = \"eth_b\"\n", "bad.toml:7: event: port: the unit has no [[unit.esmc]] there"},

@@ -256,7 +256,7 @@ TEST(InterruptProcess, HandsThePendingWordToTheManagerAndClosesTheLine)
              {1, 89, 0xE, {{0x9C651, 0}, {0x9C640, 0xD}}},
              {2, 166, 0x4, {{0x9C640, 0x4}}},
              {2, 166, 0x3, {{0x9C651, 0}, {0x9C640, 0x9}}},
-             {2, 166, 0x0, {}}})) {
+             {2, 166, 0x0, {{0x9C640, 0}}}})) {
         SCOPED_TRACE(testing::Message() << c.board << " " << c.raw);
         IntBench bench(c.board);
         bench.set(10, 0xF);

@@ -190,6 +190,41 @@ TEST(Idl2SyncData, FiftyExpiriesTellOnceThatItStopped)
     EXPECT_EQ(bench.node.inProgram(KvdLoz6TuRef_idl2SyncDataIndTmoCntr), 0u);
 }
 
+// The manager is busy while a time-out comes due: what is handled before it takes effect.
+TEST(IdlLink, QueuedTimeOutOfAFormerRunDoesNothing)
+{
+    RefBench bench;
+    bench.firstStart();
+    const auto idlState = [&](u32 port) {
+        return bench.node.inProgram([port] { return KvdLoz6TuRef_idlState(port); });
+    };
+    bench.inManager([] {
+        KvdLoz6TuRef_idlSupervision(IDLPORT_1, 1);
+        KvdLoz6TuRef_idlInterrupt(IDLPORT_1);
+        KvdLoz6TuRef_idlInterrupt(IDLPORT_2);              // not supervised
+        ose::delay(315);
+        KvdLoz6TuRef_idlInterrupt(IDLPORT_1);              // its hold-off lies in the queue
+    });
+    bench.world.runFor(500 * ose::MS);
+    EXPECT_EQ(idlState(IDLPORT_1), IDL_ON);
+    bench.world.runFor(200 * ose::MS);
+    ASSERT_EQ(idlState(IDLPORT_1), IDL_OFF);               // the present run's
+    bench.inManager([] {
+        KvdLoz6TuRef_idlInterrupt(IDLPORT_1);
+        ose::delay(115);
+        KvdLoz6TuRef_idlInterrupt(IDLPORT_1);
+    });
+    bench.world.runFor(200 * ose::MS);
+    EXPECT_EQ(idlState(IDLPORT_1), IDL_WAIT_TO_RESTORE);
+    bench.inManager([] {
+        KvdLoz6TuRef_startIdl2SyncDataTimer();
+        ose::delay(45);
+        KvdLoz6TuRef_stopIdl2SyncDataTimer();
+    });
+    bench.world.runFor(100 * ose::MS);
+    EXPECT_EQ(bench.node.inProgram(KvdLoz6TuRef_idl2SyncDataIndTmoCntr), 0u);
+}
+
 TEST(IdlLink, MainProcessorGoneClearsBothPorts)
 {
     RefUnit unit;

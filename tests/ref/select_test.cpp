@@ -40,6 +40,27 @@ TEST(Selection, RoutesHardwareAndRegulatorByType)
     }
 }
 
+TEST(Selection, AndSupervisionFollowAPortToItsOtherLineAndEndWithIt)
+{
+    sim::NodeConfig config = refConfig();
+    std::erase_if(config.ports, [](const auto& port) { return port.line == 3; });
+    RefUnit unit(config);
+    unit.node.rawToggles = 0x9;                            // lines 0 and 3
+    unit.supervise(PDH_SDH_REF, true, LINE_FRO);
+    unit.select(PDH_SDH_REF, LINE_FRO);
+    ASSERT_EQ(unit.regulatorRef(), 1u);
+    unit.node.phyPorts().change(0, {3, LINE_FRO, 1, 1, 0});
+    unit.ms(1);
+    EXPECT_EQ(unit.regulatorRef(), 4u);
+    EXPECT_EQ(unit.row(0).supervisionStatus, 0u);
+    EXPECT_EQ(unit.refStatus(3), REF_STATUS_ON);
+    EXPECT_EQ(unit.tuiifRefState(), 0x8u);
+    unit.node.phyPorts().disconnect();
+    unit.ms(1);
+    EXPECT_EQ(unit.row(3).supervisionStatus, 0u);
+    EXPECT_EQ(unit.tuiifRefState(), 0u);
+}
+
 TEST(Selection, WritesTheRouteOfTheBoard)
 {
     RefUnit unit;

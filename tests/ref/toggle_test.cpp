@@ -145,7 +145,7 @@ TEST(Path, EndOfSupervisionStopsTheFilterAndStoresMostlyWithoutSending)
         EXPECT_EQ(row.supervisionStatus, 0u);
         EXPECT_EQ(row.refStatus, REF_STATUS_UNK);
         EXPECT_EQ(row.filterType, NO_FILTER);
-        EXPECT_EQ(row.filterTimer, 0u);
+        EXPECT_FALSE(row.filterTimer.runs());
         EXPECT_EQ(unit.tuiifRefState(), 0u);
         EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_refStatusBits), 0u);
         unit.ms(70'000);
@@ -165,7 +165,7 @@ TEST(Path, WithARefusedTimerKeepsItsStatusUntilTheNextChange)
     unit.toggles(0);
     EXPECT_EQ(unit.traces("1 timer failed to start for ref path #0"), 1u);
     EXPECT_EQ(unit.row(0).filterType, HO_FILTER);
-    EXPECT_EQ(unit.row(0).filterTimer, 0u);
+    EXPECT_FALSE(unit.row(0).filterTimer.runs());
     unit.ms(60'000);
     EXPECT_EQ(unit.refStatus(0), REF_STATUS_ON);
     unit.toggles(RAW_PDH1);                                // tries again, with a timer this time
@@ -314,7 +314,7 @@ TEST(PeerRestart, ReleasesTheRowsAndSelectsNothing)
     unit.ms(2'000);   // connected again before the hold-off would end
     ASSERT_TRUE(unit.node.mainProcessor().connected());
     EXPECT_EQ(unit.row(0).supervisionStatus, 0u);
-    EXPECT_EQ(unit.row(0).filterTimer, 0u);
+    EXPECT_FALSE(unit.row(0).filterTimer.runs());
     EXPECT_EQ(unit.refStatus(0), REF_STATUS_UNK);
     EXPECT_EQ(unit.selectedRef(), NO_REF);
     EXPECT_EQ(unit.regulatorRef(), TU_SR_NO_REF);

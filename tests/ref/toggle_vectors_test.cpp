@@ -57,7 +57,7 @@ struct Replay {
                 const RefDesc& desc = KvdLoz6TuRef_row(row);
                 EXPECT_EQ(desc.refStatus, step["refStatus"][row].get<u32>()) << "row " << row;
                 EXPECT_EQ(desc.filterType, step["filterType"][row].get<u32>()) << "row " << row;
-                EXPECT_EQ(desc.filterTimer != 0, timers.contains(std::to_string(row)))
+                EXPECT_EQ(desc.filterTimer.runs(), timers.contains(std::to_string(row)))
                     << "row " << row;
             }
             EXPECT_EQ(KvdLoz6TuRef_refStatusBits() & ~openBits,

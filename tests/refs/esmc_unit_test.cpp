@@ -213,7 +213,7 @@ TEST(EsmcUnit, RestartsLeaveNothingBehind)
     EXPECT_EQ(unit.slowpi().connections(), 2u);
     unit.mp().superviseByName("a", false);
     unit.run(1);
-    EXPECT_FALSE(unit.now().heartBeat.running);
+    EXPECT_FALSE(unit.now().heartBeat.timer.runs());
     unit.node.restartWarm();
     unit.slowpi().die();
     unit.run(8);

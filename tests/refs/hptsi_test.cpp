@@ -372,7 +372,7 @@ TEST(HptsiSupervision, OpensTheLineOnceAndClosesItForOthers)
     EXPECT_EQ(unit.tuiifRefState() & 0x200, 0u);
     EXPECT_EQ(unit.node.mainProcessor().status().refState & 0x200, 0u);
     EXPECT_FALSE(unit.node.serial().isOpen());
-    for (const Timer& t : unit.state().timers) EXPECT_EQ(t.ref, 0u);
+    for (const KvdTimer& t : unit.state().timers) EXPECT_FALSE(t.runs());
     const Statuses told = unit.statuses();
     unit.ms(10'000);
     EXPECT_EQ(unit.statuses(), told);

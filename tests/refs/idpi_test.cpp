@@ -1,7 +1,10 @@
 // The inter-unit link ports: which of them count, and when a round of their delays is complete.
+#include "ref/kvd_ref.h"
 #include "refs/kvd_idpi_int.h"
 #include "tests/refs/idl_unit.h"
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <functional>
 #include <map>
@@ -13,6 +16,7 @@ namespace {
 using bench::IdlUnit;
 using bench::idlConfig;
 using bench::MASTER;
+using bench::SLAVE;
 
 /// A master with two ports; each request for a delay is counted.
 struct PortUnit : IdlUnit {
@@ -110,20 +114,27 @@ TEST(IdpiRound, ARejectedPortIsDroppedAndALateAnswerOfItIsNotTaken)
 }
 
 // A time-out that its timer's stop left in the queue meets a timer that was started again.
-TEST(IdpiRound, AQueuedTimeoutLeavesOneTimer)
+TEST(IdpiPort, OfASlaveIsSupervisedOnceHardwarePortAndOrderAreThere)
 {
-    PortUnit unit;
-    for (u32 i = 0; i < 5; ++i) unit.inject(SIGSELECT{IDPI_REQUEST_DATA_TMO});
-    unit.requests.clear();
-    unit.run(4.0);
-    EXPECT_NEAR(unit.requests[1], 100.0, 1.0);
-    unit.idpi().setStatus(1, 0);
-    unit.idpi().setStatus(4, 0);                 // stops it
-    unit.run(0.1);
-    unit.requests.clear();
-    unit.inject(SIGSELECT{IDPI_REQUEST_DATA_TMO});
-    unit.run(1.0);
-    EXPECT_TRUE(unit.requests.empty());
+    std::array<u32, 3> order = {0, 1, 2};
+    do {
+        SCOPED_TRACE(testing::PrintToString(order));
+        sim::NodeConfig c = idlConfig(SLAVE);
+        c.bira.lock_ms = -1;
+        IdlUnit unit{c};
+        const auto idlState = [&] { return unit.get([] { return KvdLoz6TuRef_idlState(IDLPORT_2); }); };
+        for (u32 step : order) {
+            EXPECT_NE(idlState(), IDL_SUPERVISED);
+            if (step == 0) unit.bira().tellFreqLocked();
+            if (step == 1) unit.idpi().setPort({1, 2, 1, 1, IDPI_LINK_AVAILABLE});
+            if (step == 2) unit.mp().supervise({.name = "idl", .refType = IDL2_REF}, true);
+            unit.run(0.01);
+        }
+        EXPECT_EQ(idlState(), IDL_SUPERVISED);
+        unit.idpi().setPort({3, 2, 1, 2, IDPI_LINK_AVAILABLE});   // another one changes nothing
+        unit.run(0.35);
+        EXPECT_EQ(idlState(), IDL_OFF);                           // the other end says nothing
+    } while (std::next_permutation(order.begin(), order.end()));
 }
 
 TEST(IdpiConnection, IsMadeAgainAfterALossThatOnlyStopsTheAnswers)
@@ -185,7 +196,7 @@ std::vector<std::byte> delayOf(u16 port)
 }
 std::vector<std::byte> refusalOf(u16 port)
 {
-    return bytesOf<IdpiGetDelayReq>(IDPI_GET_DELAY_REJ, [port](auto& rej) { rej.portNo = port; });
+    return bytesOf<IdpiGetDelayReq>(IDPI_GET_DELAY_REJ, [port](auto& rej) { rej.portNo = port; }, 14);
 }
 
 TEST(IdpiBadInput, IsTracedAndTheNextRoundGoesOn)
@@ -214,8 +225,13 @@ TEST(IdpiBadInput, IsTracedAndTheNextRoundGoesOn)
              {"delay refused of a port without link", refusalOf(2), REJECTED},
              {"connected twice",            bytesOf<IdpiRefs>(IDPI_CONN_ESTABLISH_CFM),
               "IDPI_CONN_ESTABLISH_CFM not asked for"},
-             {"rejected once connected",    bytesOf<IdpiConnEstablishRej>(IDPI_CONN_ESTABLISH_REJ),
-              "IDPI_CONN_ESTABLISH_REJ not asked for"}}) {
+             {"rejected once connected, without a text",
+              bytesOf<IdpiConnEstablishRej>(IDPI_CONN_ESTABLISH_REJ, {}, 16),
+              "IDPI_CONN_ESTABLISH_REJ not asked for"},
+             {"subscription rejected without a text",
+              bytesOf<IdpiRej>(IDPI_SUBSCRIBE_LINK_STATUS_REJ, {}, 14), "received IDPI_SUBSCRIBE_LINK_STATUS_REJ"},
+             {"no capability, without a text", bytesOf<IdpiRej>(IDPI_SUBSCRIBE_LINK_STATUS_REJ, {}, 13),
+              "too short"}}) {
         SCOPED_TRACE(stray.what);
         const std::size_t traced = unit.traces(stray.trace);
         unit.node.system().inject(stray.bytes, unit.manager(), unit.idpi().pid());

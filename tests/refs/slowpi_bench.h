@@ -31,11 +31,12 @@ inline void slowpiManager()
     node::traceAttachProcess();
     for (;;) {
         Signal* sig = ose::receive(ose::ANY_SIGNAL);
-        if (sig->sigNo == RUN_IN_SLOWPI_MANAGER)
+        const SIGSELECT sigNo = sig->sigNo;
+        if (sigNo == RUN_IN_SLOWPI_MANAGER)
             (*reinterpret_cast<RunInSlowpiManager*>(sig)->body)();
         else
             KvdLoz6TuSlowpi_dispatch(sig);
-        if (KvdLoz6TuSlowpi_owns(sig) == 0) ose::free_buf(&sig);
+        if (sigNo != KVD_SLOWPI_HEART_BEAT_IND && sigNo != KVD_SLOWPI_PDU_MISSING_IND) ose::free_buf(&sig);
     }
 }
 
@@ -165,7 +166,7 @@ struct SlowpiBench {
     {
         in([timer] {
             slowpi::BufferTimer& t = slowpi::state().*timer;
-            Signal* sig = t.running ? ose::cancel_tmo_sig(&t.ref) : t.sig;
+            Signal* sig = t.timer.runs() ? ose::cancel_tmo_sig(&t.timer.ref) : t.sig;
             ASSERT_NE(sig, nullptr);
             KvdLoz6TuSlowpi_dispatch(sig);
         });

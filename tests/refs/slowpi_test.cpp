@@ -48,8 +48,8 @@ TEST(SlowpiService, ServerDownAsksAgainAtOnceOrStaysDown)
     b.serverDown();
     EXPECT_EQ(b.levelOf("Slowpi_initiateServiceReq() failed with result= 2"), 1);
     EXPECT_EQ(b.state().slowpiState, IF_DOWN);
-    EXPECT_FALSE(b.state().heartBeat.running);
-    EXPECT_TRUE(b.state().pduMissing.running);
+    EXPECT_FALSE(b.state().heartBeat.timer.runs());
+    EXPECT_TRUE(b.state().pduMissing.timer.runs());
     b.cfm();                                           // in the wrong state
     EXPECT_EQ(b.state().slowpiState, IF_DOWN);
     b.service.initiateResult = 0;
@@ -122,11 +122,11 @@ TEST(SlowpiService, RefusedRequestsAreTraced)
     b.service.sendResult = 6;
     b.subscribeRsp();
     EXPECT_EQ(b.levelOf("Slowpi_sendFrameInd() failed: result= 6"), 1);
-    EXPECT_TRUE(b.state().heartBeat.running);          // and so does the next second
+    EXPECT_TRUE(b.state().heartBeat.timer.runs());          // and so does the next second
     b.service.subscribeResult = 3;
     b.stopSupervision();
     EXPECT_EQ(b.levelOf("Unable to unsubscribe from SLOWPI"), 1);
-    EXPECT_FALSE(b.state().heartBeat.running);
+    EXPECT_FALSE(b.state().heartBeat.timer.runs());
 }
 
 // ---- own frames -------------------------------------------------------------------------------
@@ -202,7 +202,7 @@ TEST(SlowpiFrames, AFrameThatIsNotTakenStillProvesAPeer)
             EXPECT_EQ(b.levelOf(c.trace), 13);
             EXPECT_EQ(b.state().nmbOfRejectedFrames, 1u);
             EXPECT_EQ(b.state().slowpiState, IF_QL_SEND);
-            EXPECT_TRUE(b.state().pduMissing.running);
+            EXPECT_TRUE(b.state().pduMissing.timer.runs());
             EXPECT_EQ(b.takeTold(), (std::vector<Told>{missing(0)}));
             b.frame(INFO_4);                           // the next good one is taken
             EXPECT_EQ(b.takeTold(), (std::vector<Told>{level(4)}));
@@ -279,13 +279,13 @@ TEST(SlowpiTimers, AnExpiryInTheQueueBeginsTheRunThatAFrameStarted)
         std::memcpy(reinterpret_cast<u8*>(sig) + sizeof(SlowpiFrame), bytes.data(), bytes.size());
         KvdLoz6TuSlowpi_dispatch(sig);
         ose::free_buf(&sig);
-        EXPECT_TRUE(slowpi::state().pduMissing.startsOnReturn);
+        EXPECT_EQ(slowpi::state().pduMissing.timer.stale, 1u);
     };
     b.in(busy);
     b.runFor_ms(5210);
     EXPECT_EQ(b.takeTold(), (std::vector<Told>{level(4)}));
     EXPECT_EQ(b.state().pduMissingAlarmRaised, 0u);
-    EXPECT_TRUE(b.state().pduMissing.running);
+    EXPECT_TRUE(b.state().pduMissing.timer.runs());
     b.runFor_ms(5200);
     EXPECT_EQ(b.takeTold(), (std::vector<Told>{missing(1), level(255)}));
 }
@@ -319,9 +319,9 @@ TEST(SlowpiTimers, NoFreeTimerIsTracedAndTheNextStartTriesAgain)
     b.system.faults().refuseTimers = 1;
     b.frame(INFO_4);
     EXPECT_EQ(b.levelOf("timer 0x9C6C1 failed to start"), 1);
-    EXPECT_FALSE(b.state().pduMissing.running);
+    EXPECT_FALSE(b.state().pduMissing.timer.runs());
     b.frame(INFO_4);
-    EXPECT_TRUE(b.state().pduMissing.running);
+    EXPECT_TRUE(b.state().pduMissing.timer.runs());
 }
 
 TEST(SlowpiInfo, TellsWhatStands)

@@ -35,7 +35,7 @@ std::vector<std::string> requestsOf(const json& list)
 struct Timers {
     TimerRef heartBeat, pduMissing;
 };
-Timers timersOf(SlowpiBench& b) { return {b.state().heartBeat.ref, b.state().pduMissing.ref}; }
+Timers timersOf(SlowpiBench& b) { return {b.state().heartBeat.timer.ref, b.state().pduMissing.timer.ref}; }
 
 void expectState(SlowpiBench& b, const json& out, const Timers& before)
 {
@@ -51,8 +51,8 @@ void expectState(SlowpiBench& b, const json& out, const Timers& before)
     EXPECT_EQ(bench::hexOf(s.frame.data() + 6, 6), out["macAddress"]);
     std::vector<std::string> running, restarted;
     const auto note = [&](const char* name, const slowpi::BufferTimer& t, TimerRef refBefore) {
-        if (t.running) running.push_back(name);
-        if (t.running && t.ref != refBefore) restarted.push_back(name);
+        if (t.timer.runs()) running.push_back(name);
+        if (t.timer.runs() && t.timer.ref != refBefore) restarted.push_back(name);
     };
     note("HEART_BEAT", s.heartBeat, before.heartBeat);
     note("PDU_MISSING", s.pduMissing, before.pduMissing);
