@@ -1,5 +1,6 @@
 #include "socpri/kvd_socpri_inci_client.h"
 
+#include "base/kvd_timer.h"
 #include "iif/kvd_iifadm.h"
 #include "mgr/kvd_mgr_proc.h"
 #include "mgr/trace_groups.h"
@@ -30,7 +31,7 @@ struct Client {
     char huntPathPrefix[INCI_PATH_SIZE] = {};  // with the process's name
     u8  cpriPortNo = 0;
     u32 sharedId = 0;
-    TimerRef establishTimer = 0;
+    KvdTimer establishTimer;                   // a time-out of a record that is gone finds no clientRef
     u32 establishReported = 0;                 // the first broadcast has been seen
     u32 subsumedUnitId = INCI_NO_UNIT;
 };
@@ -79,17 +80,10 @@ void clearPids(Client& c)
     c.servicePid = 0;
 }
 
-void stopEstablishTimer(Client& c)
-{
-    if (c.establishTimer == 0) return;
-    Signal* tmo = ose::cancel_tmo_sig(&c.establishTimer);
-    if (tmo != nullptr) ose::free_buf(&tmo);
-}
-
 /// The record is free again.
 void dropClient(Client& c)
 {
-    stopEstablishTimer(c);
+    KvdTimer_cancel(c.establishTimer);
     detachFromServer(c);
     if (s->numClients > 0) --s->numClients;
     c = Client{};
@@ -155,16 +149,13 @@ int connEstablishReq(Client& c)
 
 void startEstablishTimer(Client& c)
 {
-    if (c.establishTimer != 0) {
+    if (c.establishTimer.runs()) {
         KVD_TRACE(TRACE_INCI_CLIENT, TRACE_INFO, " %s(): INCI establishment request tmo already started.",
                   __func__);
         return;
     }
-    Signal* tmo = makeClientInd(KVD_TUSOCPRI_INCI_ESTABLISH_TMO, c);
-    c.establishTimer = ose::request_tmo_sig(ESTABLISH_ms, &tmo);
-    if (c.establishTimer != 0) return;
-    ose::free_buf(&tmo);
-    KVD_TRACE(TRACE_INCI_CLIENT, TRACE_ERROR, "no timer for the connection, clientRef=0x%x", c.clientRef);
+    if (!KvdTimer_startSig(c.establishTimer, ESTABLISH_ms, makeClientInd(KVD_TUSOCPRI_INCI_ESTABLISH_TMO, c)))
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_ERROR, "no timer for the connection, clientRef=0x%x", c.clientRef);
 }
 
 /// nullptr when the table is full.
@@ -233,8 +224,7 @@ void onEstablishTmo(const InciClientInd* tmo)
                   "Failed to send KVD_TUSOCPRI_INCI_ESTABLISH_RSP on INCI establish tmo expire");
         return;
     }
-    if (c->establishTimer == 0) return;        // cancelled when it was in the queue already
-    c->establishTimer = 0;
+    if (!KvdTimer_expired(c->establishTimer)) return;
     sendEstablishRsp(*c, RESULT_NOK);
 }
 
@@ -335,7 +325,7 @@ void reportEstablished(Client& c)
 {
     if (c.establishReported != 0) return;
     c.establishReported = 1;
-    stopEstablishTimer(c);
+    KvdTimer_cancel(c.establishTimer);
     sendEstablishRsp(c, RESULT_OK);
 }
 
@@ -374,7 +364,7 @@ void removeOldHuntpathInciClient(u32 sharedId)
 void handleInciReleaseReq(const KvdTuSocpriInciReleaseReq& req)
 {
     Client* const c = clientBySharedId(req.sharedId);
-    if (c != nullptr) stopEstablishTimer(*c);
+    if (c != nullptr) KvdTimer_cancel(c->establishTimer);
     const bool isAvailable = c != nullptr && c->availabilityStatus == INCI_AVAILABLE;
     if (isAvailable)
         sendRefs(PSX_IW_NGSC_INCI_CONN_RELEASE_REQ, *c);
@@ -482,6 +472,6 @@ void KvdLoz6TuSoCpri_inci_printClients()
         node::shellPrintf("      sharedId           : %u\n", c.sharedId);
         node::shellPrintf("      subsumedUnitId     : %d\n", static_cast<i32>(c.subsumedUnitId));
         node::shellPrintf("      established        : %s%s\n", c.establishReported != 0 ? "yes" : "no",
-                          c.establishTimer != 0 ? ", timer runs" : "");
+                          c.establishTimer.runs() ? ", timer runs" : "");
     }
 }

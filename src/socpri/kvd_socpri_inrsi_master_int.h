@@ -48,7 +48,6 @@ extern const Role ROLE;
 
 struct Record {
     Client client{.role = &ROLE};
-    TimerRef freqDataTmo = 0, holdoverTmo = 0, bfnJumpWarningTmo = 0;
     u32 currAction = INRSI_CLIENT_IDLE;
     u8  freqScanCnt = 0;                       // attempts left
     i16 freqDiff = 0;                          // ppb
@@ -94,6 +93,8 @@ void inrsiLinkSyncAborted(u32 syncStatus);
 bool abortJump(u32 syncStatus);
 /// The port in focus is supervised again, if it has a unit.
 void superviseFocus();
+/// The loop may have left its holdover: the five minutes end with it, and go on without.
+void endHoldoverLimit();
 
 // ---- kvd_socpri_inrsi_meas.cpp -------------------------------------------------------------------
 
@@ -109,7 +110,6 @@ int  dispatchMeasurement(Signal* sig);
 
 void onGoToTimeHoldover();
 void onHoldoverTimeout();
-void onBfnJumpWarningTimeout();
 
 // ---- kvd_socpri_inrsi_revert.cpp -----------------------------------------------------------------
 
