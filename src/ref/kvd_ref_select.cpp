@@ -309,7 +309,9 @@ void deselectPllRef(u32 pllState)
     default:
         break;
     }
-    if (!wasGpsOsl) KvdLoz6TuReg_setRegState(UNKNOWN);
+    if (wasGpsOsl) return;
+    inrsiReferenceDeselected();
+    KvdLoz6TuReg_setRegState(UNKNOWN);
 }
 
 int selectNoRef(Ids ids)

@@ -352,8 +352,16 @@ void inrsiClientReset()
 {
     if (record().currAction == INRSI_CLIENT_ACTION_FREQ_SCANNING) answerOrder(FREQ_MEAS_MISSING);
     giveUpWork();
-    endHoldoverLimit();
+    cancelTimer(HOLDOVER);
     log(INRSI_CL_EV_RESET);
+}
+
+void inrsiReferenceDeselected()
+{
+    if (focus() == NO_PORT) return;
+    inrsiAnswerOpenScan(FREQ_MEAS_MISSING);
+    giveUpWork();
+    endHoldoverLimit();
 }
 
 void inrsiAnswerOpenScan(u32 syncStatus)

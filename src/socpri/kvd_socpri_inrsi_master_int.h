@@ -57,6 +57,7 @@ struct Record {
     u8  continuationOfSync = 0;                // an answer is owed, for the port below
     u8  continuationPort = NO_PORT;
     u8  measOngoing = 0;                       // one request to the server is open
+    OSTIME measAskedAt = 0;                    // when it went out, ms
     u8  linkGone = 0;                          // met once already
     u16 measRetrieveTimeMs = RETRIEVE_ms;
     SynthesiserCopy synthesiser;

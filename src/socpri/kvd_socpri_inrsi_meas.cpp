@@ -45,6 +45,7 @@ void begin(SIGSELECT sigNo, void (*viaMainProcessor)(u32 sharedUnitId))
     startRetrieve();
     record().measUnavailableCounter = 0;
     record().measOngoing = 1;
+    record().measAskedAt = ose::get_ticks();
 }
 
 /// The unit to measure, the first at the port with that status.
@@ -64,6 +65,12 @@ void failOrder(u32 syncStatus)
 
 /// A measurement whose answer nobody waits for any more doesn't stand in the way of the next.
 bool isAbandoned() { return !runs(MEAS_RETRIEVE, focus()); }
+
+/// An order before has left its measurement open, and the answer may come yet.
+bool isOpen()
+{
+    return record().measOngoing != 0 && ose::get_ticks() - record().measAskedAt <= RETRIEVE_SLOW_ms;
+}
 
 /// The answer belongs to the sample of a supervised port. Without a port in focus, the unit in focus is one that
 /// an order has left with its request open: an open sample of the unit's port counts first.
@@ -193,7 +200,7 @@ OSTIME retrieveTime() { return isInOrder() ? RETRIEVE_ORDER_ms : record().measRe
 void sendInrsiGetFreqDiffReq()
 {
     if (action() == INRSI_CLIENT_IDLE || focus() == NO_PORT) return;
-    if (record().measOngoing != 0) {
+    if (isOpen()) {
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "Measurement already ongoing!");
         log(INRSI_CL_EV_MEAS_ONGOING_CONFLICT, KEEP);
         if (action() == INRSI_CLIENT_ACTION_FREQ_SCANNING) {

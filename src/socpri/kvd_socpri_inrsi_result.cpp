@@ -70,7 +70,10 @@ void inrsiImplicitHoldover()
 {
     log(KvdLoz6TuRef_isFirstStart() != 0 ? INRSI_CL_EV_IMPLICIT_HO : INRSI_CL_EV_HO_ENTRY_MP_RESTART);
     superviseFocus();
-    if (record().currAction != INRSI_CLIENT_ACTION_TIME_SYNC) return;
+    if (record().currAction != INRSI_CLIENT_ACTION_TIME_SYNC) {
+        if (!KvdLoz6TuReg_pllIsLocked()) return;
+        inrsiClientReset();            // the link was lost before, or a scan is open: the loop holds time all the same
+    }
     if (enterHoldover() == 0) inrsiClientReset();
 }
 
