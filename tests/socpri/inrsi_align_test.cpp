@@ -144,6 +144,7 @@ TEST(InrsiAlignment, AnAnswerAfterItsEndIsNotMissing)
     for (const bool answered : {true, false}) {
         SCOPED_TRACE(answered);
         AlignUnit u;
+        u.supervise({1});
         u.inrsi().answer_ms = 60;
         u.align(1, u.count());
         u.run(19.0);                             // a hundred phases, 160 ms apart, and the step
@@ -155,7 +156,6 @@ TEST(InrsiAlignment, AnAnswerAfterItsEndIsNotMissing)
         u.inrsi().silentUnits.clear();
         u.run(55.0);
         EXPECT_EQ(u.supervised(), answered ? "" : "1:7");
-        u.supervise({1});
         u.run(7.0);
         EXPECT_EQ(u.supervised(), "1:2");
     }
