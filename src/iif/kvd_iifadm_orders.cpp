@@ -27,7 +27,7 @@ constexpr const char* SOCPRI_MARKER_FILE = "/d/socpri_active";
 constexpr const char* SOCPRI_MARKER_TEXT = "SoCPRI is active!";
 constexpr u32 SOCPRI_FRO_ID = 0;
 constexpr u32 SOCPRI_FRO_CLASS = 9;
-constexpr u32 ALIGN_REFUSED = 1;
+constexpr u32 ALIGN_REFUSED = 1, ALIGN_FAILED = 0;
 
 /// Ports travel counted from 1; none becomes 255.
 u8 portOf(u8 portNo) { return static_cast<u8>(portNo - 1); }
@@ -136,6 +136,10 @@ void onSocpriScanLink(const KvdTuiifSocpriScanLinkReq* req)
 void onSocpriSelectSyncLink(const KvdTuiifSocpriSelectSyncLinkReq* req)
 {
     if (req == nullptr) return;
+    if (!isMaster()) {
+        KvdLoz6TuIifAdm_sendSocpriSelectSyncLinkRsp(req->portNo, FREQ_MEAS_MISSING);
+        return;
+    }
     if (KvdLoz6TuReg_badTempReported() != 0) {
         KvdLoz6TuIifAdm_sendSocpriSelectSyncLinkRsp(req->portNo, FREQ_MEAS_PROBLEM);
         return;
@@ -149,6 +153,7 @@ void onSocpriSelectSyncLink(const KvdTuiifSocpriSelectSyncLinkReq* req)
 void onSocpriBfnAlignToGroup(const KvdTuiifSocpriBfnAlignToGroupReq* req)
 {
     if (req == nullptr) return;
+    if (!isMaster()) return KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(ALIGN_FAILED);
     const bool isRunning = KvdLoz6TuReg_pllState() != PLL_Uninitialized;
     const bool cameBack = saved().selectedRef == SOCPRI_REF && saved().prevSelectedRef == NO_REF;
     if (cameBack && !isFirstStart() && isRunning)

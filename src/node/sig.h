@@ -3,6 +3,8 @@
 #include "node/trace.h"
 #include "ose/ose.h"
 
+#include <span>
+
 namespace node {
 
 /// Traces a signal that is shorter than its layout: number, sizes, sender.
@@ -31,6 +33,15 @@ const T* asOfAtLeast(const Signal* sig, std::size_t least)
         return nullptr;
     }
     return reinterpret_cast<const T*>(sig);
+}
+
+/// What a signal carries behind its layout: the whole items that it holds, which lie aligned there.
+template <typename T, typename Layout>
+std::span<const T> tail(const Layout* sig)
+{
+    static_assert(sizeof(Layout) % alignof(T) == 0);
+    Signal* s = reinterpret_cast<Signal*>(const_cast<Layout*>(sig));
+    return {reinterpret_cast<const T*>(sig + 1), (ose::sigsize(&s) - sizeof(Layout)) / sizeof(T)};
 }
 
 /// A new signal of layout T, zeroed, its number set.

@@ -321,7 +321,9 @@ void deselectPllRef(u32 pllState)
         if (hasUntoldEnd()) KvdLoz6TuReg_endPll();
         break;
     }
-    if (!wasGpsOsl) KvdLoz6TuReg_setRegState(UNKNOWN);
+    if (wasGpsOsl) return;
+    inrsiReferenceDeselected();
+    KvdLoz6TuReg_setRegState(UNKNOWN);
 }
 
 int selectNoRef(Ids ids)

@@ -23,6 +23,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <utility>
 
 namespace {
 
@@ -169,6 +170,7 @@ void KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(u32 trpDiffHigh, u32 trpDiffLow, u32
     writePhase(phase, 1, 0);
 }
 
+void KvdLoz6TuReg_resetSoCpriFreq() { s->goodCount = 0; }
 void KvdLoz6TuReg_clearSoCpriValidityCnt() { s->validityCnt = 0; }
 
 void KvdLoz6TuReg_resetSoCpriPhase() { KvdLoz6TuReg_SoCpriClearJump(); }
@@ -209,6 +211,8 @@ void KvdLoz6TuReg_rememberSoCpriPort(u8 port)
     s->isPortRemembered = 1;
     s->rememberedPort = port;
 }
+
+u32 KvdLoz6TuReg_forgetSoCpriPort() { return std::exchange(s->isPortRemembered, 0); }
 
 // ---- a slave follows ----------------------------------------------------------------------------
 

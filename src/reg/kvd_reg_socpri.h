@@ -62,6 +62,8 @@ void KvdLoz6TuReg_handleSoCpriSDuFollowSFCAdjInd(double delta0_c, double delta0_
 /// A link's phase stage begins: no invalid value yet, no jump.
 void KvdLoz6TuReg_resetSoCpriPhase();
 void KvdLoz6TuReg_clearSoCpriValidityCnt();
+/// Good frequencies of another link, or of an order before, don't count.
+void KvdLoz6TuReg_resetSoCpriFreq();
 
 /// Phase values aren't used for 5 s. Counted from the first order.
 void KvdLoz6TuReg_orderContinuedRegulationTimer();
@@ -69,6 +71,8 @@ void KvdLoz6TuReg_onContinuePostponedRegulationTimeout();
 u32  KvdLoz6TuReg_postponeReg();
 /// The link to select when the pause is over, a port of 0 to 6.
 void KvdLoz6TuReg_rememberSoCpriPort(u8 port);
+/// 1 when there was one.
+u32  KvdLoz6TuReg_forgetSoCpriPort();
 
 // ---- log (kvd_reg_socpri_log.cpp) ---------------------------------------------------------------
 

@@ -1,5 +1,6 @@
 #include "socpri/kvd_ngpduh_proc.h"
 
+#include "base/kvd_timer.h"
 #include "iif/tuiif_sig.h"
 #include "mgr/kvd_mgr_proc.h"
 #include "mgr/trace_groups.h"
@@ -25,7 +26,7 @@ constexpr int COMMAND_DONE = 0, COMMAND_USAGE = 20;
 
 struct State {
     PROCESS pid = 0;                 // read by the manager
-    TimerRef timeDataTimer = 0;
+    KvdTimer timeDataTimer;
     bool commandRegistered = false;  // the shell keeps it over the process's restart
 };
 ose::ModuleData<State> s;
@@ -34,12 +35,11 @@ ose::ModuleData<State> s;
 
 void startTimeDataTimer()
 {
-    if (s->timeDataTimer != 0) {
+    if (s->timeDataTimer.runs()) {
         KVD_TRACE(TRACE_PSXIWNGSCINCISERVER, TRACE_7, "INCI request get time data tmo already requested.");
         return;
     }
-    s->timeDataTimer = ose::request_tmo(TIME_DATA_ms, KVD_TUSOCPRI_INCI_GET_TIME_DATA_TMO);
-    if (s->timeDataTimer == 0)
+    if (!KvdTimer_start(s->timeDataTimer, TIME_DATA_ms, KVD_TUSOCPRI_INCI_GET_TIME_DATA_TMO))
         KVD_TRACE(TRACE_PSXIWNGSCINCISERVER, TRACE_ERROR, "no timer for the time data, none go out any more");
     else
         KVD_TRACE(TRACE_PSXIWNGSCINCISERVER, TRACE_7, "INCI get time data tmo requested.");
@@ -47,7 +47,7 @@ void startTimeDataTimer()
 
 void onGetTimeDataTmo()
 {
-    s->timeDataTimer = 0;
+    if (!KvdTimer_expired(s->timeDataTimer)) return;
     Signal* req = ose::alloc(sizeof(SIGSELECT), KVD_TUSOCPRI_INCI_GET_TIME_DATA_REQ);
     ose::send(&req, KvdLoz6TuMgr_pid());
     startTimeDataTimer();
@@ -149,7 +149,7 @@ void startUp()
     KVD_TRACE(TRACE_PSXIWNGSCINCISERVER, TRACE_INFO, "PROCESS started: PsxIwNgscInciServer_proc");
     registerCommand();
     s->pid = ose::current_process();
-    s->timeDataTimer = 0;
+    s->timeDataTimer = {};           // a new process, whose queue is empty
     if (KvdLoz6TuMgr_masterSlaveMode() == 1) {
         KVD_TRACE(TRACE_PSXIWNGSCINCISERVER, TRACE_INFO, "Start timer to collect needed data!");
         startTimeDataTimer();
@@ -212,8 +212,14 @@ void KvdLoz6NgPduh_kill()
     if (s->pid == 0) return;
     ose::kill_proc(s->pid);
     s->pid = 0;
-    s->timeDataTimer = 0;
     emptyTables();
+}
+
+void KvdLoz6NgPduh_restart()
+{
+    if (s->pid == 0) return;
+    KvdLoz6NgPduh_kill();
+    KvdLoz6NgPduh_start();
 }
 
 PROCESS KvdLoz6NgPduh_pid() { return s->pid; }

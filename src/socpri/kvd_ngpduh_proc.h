@@ -10,6 +10,8 @@
 void KvdLoz6NgPduh_start();
 /// Kills it, if it runs; its tables are dropped with it.
 void KvdLoz6NgPduh_kill();
+/// Ends and starts it, if it runs: it knows the unit's role from its start on.
+void KvdLoz6NgPduh_restart();
 /// 0 while it doesn't run.
 PROCESS KvdLoz6NgPduh_pid();
 /// Its entry point.

@@ -2,6 +2,7 @@
 
 #include "mgr/kvd_mgr_proc.h"
 #include "ose/module_data.h"
+#include "socpri/kvd_ngpduh_proc.h"
 #include "socpri/kvd_socpri_inrsi_master_int.h"
 #include "socpri/kvd_socpri_inrsi_sdu.h"
 #include "socpri/kvd_socpri_inrsi_sdu_int.h"
@@ -15,13 +16,15 @@ ose::ModuleData<State> s;
 
 bool isMaster() { return KvdLoz6TuMgr_masterSlaveMode() == 1; }
 
-/// Neither client may meet the other's timers and answers.
+/// Neither client may meet the other's timers and answers. The process that exchanges sync data does by the
+/// role what it does from its start on.
 void followRole(bool master)
 {
     if (master == s->wasMaster) return;
     s->wasMaster = master;
     if (master) KvdLoz6InrsiSdu_leave();
     else        KvdLoz6Inrsi_leave();
+    KvdLoz6NgPduh_restart();
 }
 
 }  // namespace
@@ -36,6 +39,7 @@ int KvdLoz6TuSoCpri_dispatch(Signal* sig)
 {
     const bool master = isMaster();
     followRole(master);
+    if (inrsi::isVoidTimeout(sig)) return 1;
     return master ? KvdLoz6Inrsi_dispatch(sig) : KvdLoz6InrsiSdu_dispatch(sig);
 }
 

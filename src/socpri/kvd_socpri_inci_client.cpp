@@ -1,5 +1,6 @@
 #include "socpri/kvd_socpri_inci_client.h"
 
+#include "base/kvd_timer.h"
 #include "iif/kvd_iifadm.h"
 #include "mgr/kvd_mgr_proc.h"
 #include "mgr/trace_groups.h"
@@ -30,9 +31,19 @@ struct Client {
     char huntPathPrefix[INCI_PATH_SIZE] = {};  // with the process's name
     u8  cpriPortNo = 0;
     u32 sharedId = 0;
-    TimerRef establishTimer = 0;
+    KvdTimer establishTimer;                   // a time-out of a record that is gone finds no clientRef
     u32 establishReported = 0;                 // the first broadcast has been seen
     u32 subsumedUnitId = INCI_NO_UNIT;
+    bool isReleasing = false;                  // the peer has been asked to, and hasn't confirmed
+};
+
+using Path = std::array<char, INCI_PATH_SIZE>; // terminated
+
+/// What a connection is to.
+struct Unit {
+    Path path;
+    u8  cpriPortNo;
+    u32 sharedId, subsumedUnitId;
 };
 
 struct State {
@@ -79,26 +90,19 @@ void clearPids(Client& c)
     c.servicePid = 0;
 }
 
-void stopEstablishTimer(Client& c)
-{
-    if (c.establishTimer == 0) return;
-    Signal* tmo = ose::cancel_tmo_sig(&c.establishTimer);
-    if (tmo != nullptr) ose::free_buf(&tmo);
-}
-
 /// The record is free again.
 void dropClient(Client& c)
 {
-    stopEstablishTimer(c);
+    KvdTimer_cancel(c.establishTimer);
     detachFromServer(c);
     if (s->numClients > 0) --s->numClients;
     c = Client{};
 }
 
 /// The unit's path with the process's name behind it, cut to what a record holds.
-std::array<char, INCI_PATH_SIZE> pathOf(const char (&prefix)[INCI_PATH_SIZE])
+Path pathOf(const char (&prefix)[INCI_PATH_SIZE])
 {
-    std::array<char, INCI_PATH_SIZE> path{};
+    Path path{};
     u32 at = 0;
     const auto append = [&](const char* text) {
         for (; at < INCI_PATH_SIZE - 1 && *text != '\0'; ++text) path[at++] = *text;
@@ -155,20 +159,17 @@ int connEstablishReq(Client& c)
 
 void startEstablishTimer(Client& c)
 {
-    if (c.establishTimer != 0) {
+    if (c.establishTimer.runs()) {
         KVD_TRACE(TRACE_INCI_CLIENT, TRACE_INFO, " %s(): INCI establishment request tmo already started.",
                   __func__);
         return;
     }
-    Signal* tmo = makeClientInd(KVD_TUSOCPRI_INCI_ESTABLISH_TMO, c);
-    c.establishTimer = ose::request_tmo_sig(ESTABLISH_ms, &tmo);
-    if (c.establishTimer != 0) return;
-    ose::free_buf(&tmo);
-    KVD_TRACE(TRACE_INCI_CLIENT, TRACE_ERROR, "no timer for the connection, clientRef=0x%x", c.clientRef);
+    if (!KvdTimer_startSig(c.establishTimer, ESTABLISH_ms, makeClientInd(KVD_TUSOCPRI_INCI_ESTABLISH_TMO, c)))
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_ERROR, "no timer for the connection, clientRef=0x%x", c.clientRef);
 }
 
 /// nullptr when the table is full.
-Client* addClient(const KvdTuSocpriInciEstablishReq& req, const std::array<char, INCI_PATH_SIZE>& path)
+Client* addClient(const Unit& unit)
 {
     const auto place = std::find_if(s->clients.begin(), s->clients.end(), [](const Client& c) {
         return c.availabilityStatus == INCI_UNAVAILABLE && c.sharedId == 0;
@@ -187,19 +188,35 @@ Client* addClient(const KvdTuSocpriInciEstablishReq& req, const std::array<char,
     ++s->numClients;
     c.clientRef = clientRef;
     c.serverRef = 0;
-    std::copy(path.begin(), path.end(), c.huntPathPrefix);
-    c.cpriPortNo = req.cpriPortNo;
-    c.sharedId = req.sharedId;
-    c.subsumedUnitId = req.subsumedUnitId;
+    std::copy(unit.path.begin(), unit.path.end(), c.huntPathPrefix);
+    c.cpriPortNo = unit.cpriPortNo;
+    c.sharedId = unit.sharedId;
+    c.subsumedUnitId = unit.subsumedUnitId;
     KVD_TRACE(TRACE_INCI_CLIENT, TRACE_INFO, "%s(). New INCI client added, clientRef = 0x%x", __func__,
               c.clientRef);
     return &c;
 }
 
+void establish(const Unit& unit)
+{
+    Client* const c = addClient(unit);
+    if (c == nullptr) {
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_ERROR,
+                  "Unable to add INCI client, maximum client number exceeded, apn = %u.",
+                  KvdLoz6TuIifAdm_apn());
+        return sendEstablishRsp(unit.cpriPortNo, unit.sharedId, INCI_NO_UNIT, RESULT_NOK);
+    }
+    if (connEstablishReq(*c) != 0) {
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "Failed to initiate INCI subscription!");
+        return sendEstablishRsp(*c, RESULT_NOK);
+    }
+    startEstablishTimer(*c);
+}
+
 void onEstablishReq(const KvdTuSocpriInciEstablishReq* req)
 {
     if (req == nullptr) return;
-    const auto path = pathOf(req->huntPathPrefix);
+    const Path path = pathOf(req->huntPathPrefix);
     if (Client* const known = clientByPath(path.data())) {
         KVD_TRACE(TRACE_INCI_CLIENT, TRACE_INFO,
                   "%s(): INCI client already added clientRef = 0x%x, serverRef = 0x%x, huntPathPrefix = %s, "
@@ -210,18 +227,25 @@ void onEstablishReq(const KvdTuSocpriInciEstablishReq* req)
         known->subsumedUnitId = req->subsumedUnitId;
         return startEstablishTimer(*known);
     }
-    Client* const c = addClient(*req, path);
-    if (c == nullptr) {
-        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_ERROR,
-                  "Unable to add INCI client, maximum client number exceeded, apn = %u.",
-                  KvdLoz6TuIifAdm_apn());
-        return sendEstablishRsp(req->cpriPortNo, req->sharedId, INCI_NO_UNIT, RESULT_NOK);
-    }
-    if (connEstablishReq(*c) != 0) {
-        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "Failed to initiate INCI subscription!");
-        return sendEstablishRsp(*c, RESULT_NOK);
-    }
-    startEstablishTimer(*c);
+    establish({path, req->cpriPortNo, req->sharedId, req->subsumedUnitId});
+}
+
+void releaseAtNgpduhif(u32 clientRef)
+{
+    if (KvdLoz6TuSoCpri_ngpduhif_sendClientConnReleaseReq(clientRef) != 0)
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7,
+                  "Failed to request INCI client connection release from NGPDUHIF server");
+}
+
+/// The connection is given back; to be made anew when its path was named again meanwhile.
+void endRelease(Client& c, bool isWantedAgain)
+{
+    Unit unit{{}, c.cpriPortNo, c.sharedId, c.subsumedUnitId};
+    std::copy(std::begin(c.huntPathPrefix), std::end(c.huntPathPrefix), unit.path.begin());
+    const u32 clientRef = c.clientRef;
+    dropClient(c);
+    releaseAtNgpduhif(clientRef);
+    if (isWantedAgain) establish(unit);
 }
 
 void onEstablishTmo(const InciClientInd* tmo)
@@ -233,9 +257,9 @@ void onEstablishTmo(const InciClientInd* tmo)
                   "Failed to send KVD_TUSOCPRI_INCI_ESTABLISH_RSP on INCI establish tmo expire");
         return;
     }
-    if (c->establishTimer == 0) return;        // cancelled when it was in the queue already
-    c->establishTimer = 0;
+    if (!KvdTimer_expired(c->establishTimer)) return;
     sendEstablishRsp(*c, RESULT_NOK);
+    if (c->isReleasing) endRelease(*c, true);  // a peer that doesn't know the connection won't confirm its end
 }
 
 // ---- answers of the peer ------------------------------------------------------------------------
@@ -335,7 +359,7 @@ void reportEstablished(Client& c)
 {
     if (c.establishReported != 0) return;
     c.establishReported = 1;
-    stopEstablishTimer(c);
+    KvdTimer_cancel(c.establishTimer);
     sendEstablishRsp(c, RESULT_OK);
 }
 
@@ -374,12 +398,14 @@ void removeOldHuntpathInciClient(u32 sharedId)
 void handleInciReleaseReq(const KvdTuSocpriInciReleaseReq& req)
 {
     Client* const c = clientBySharedId(req.sharedId);
-    if (c != nullptr) stopEstablishTimer(*c);
+    if (c != nullptr) KvdTimer_cancel(c->establishTimer);
     const bool isAvailable = c != nullptr && c->availabilityStatus == INCI_AVAILABLE;
-    if (isAvailable)
+    if (isAvailable) {
         sendRefs(PSX_IW_NGSC_INCI_CONN_RELEASE_REQ, *c);
-    else
+        c->isReleasing = true;
+    } else {
         KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "%s(): SYNC-INCI not available.", __func__);
+    }
     auto* rsp = node::make<KvdTuSocpriInciReleaseRsp>(KVD_TUSOCPRI_INCI_RELEASE_RSP);
     rsp->cpriPortNo = req.cpriPortNo;
     rsp->sharedId = req.sharedId;
@@ -396,13 +422,6 @@ void onReleaseReq(const KvdTuSocpriInciReleaseReq* req)
         handleInciReleaseReq(*req);
 }
 
-void releaseAtNgpduhif(u32 clientRef)
-{
-    if (KvdLoz6TuSoCpri_ngpduhif_sendClientConnReleaseReq(clientRef) != 0)
-        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7,
-                  "Failed to request INCI client connection release from NGPDUHIF server");
-}
-
 void onConnReleaseCfm(const InciRefs* cfm)
 {
     if (cfm == nullptr) return;
@@ -411,10 +430,8 @@ void onConnReleaseCfm(const InciRefs* cfm)
         KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "Failed to release INCI client!");
         return;
     }
-    const u32 clientRef = c->clientRef;
-    dropClient(*c);
     KVD_TRACE(TRACE_INCI_CLIENT, TRACE_INFO, "%s(): INCI client was released ", __func__);
-    releaseAtNgpduhif(clientRef);
+    endRelease(*c, c->establishTimer.runs());  // a release had stopped it
 }
 
 void onServerDown(const InciClientInd* ind)
@@ -426,6 +443,7 @@ void onServerDown(const InciClientInd* ind)
     clearPids(*c);
     c->availabilityStatus = INCI_UNAVAILABLE;
     c->establishReported = 0;
+    c->isReleasing = false;
     releaseAtNgpduhif(c->clientRef);
     if (connEstablishReq(*c) != 0)
         KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "%s(): SYNC-INCI CONNECTION ESTABLISH failed", __func__);
@@ -482,6 +500,6 @@ void KvdLoz6TuSoCpri_inci_printClients()
         node::shellPrintf("      sharedId           : %u\n", c.sharedId);
         node::shellPrintf("      subsumedUnitId     : %d\n", static_cast<i32>(c.subsumedUnitId));
         node::shellPrintf("      established        : %s%s\n", c.establishReported != 0 ? "yes" : "no",
-                          c.establishTimer != 0 ? ", timer runs" : "");
+                          c.establishTimer.runs() ? ", timer runs" : "");
     }
 }

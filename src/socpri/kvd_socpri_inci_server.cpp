@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 
 namespace {
 
@@ -62,15 +61,10 @@ void dropRecord(Record& r)
 /// The highest revision offered that is ours, 0 for none. Looks at no more than the signal holds.
 u32 selectRevision(const InciConnEstablishReq& req)
 {
-    Signal* const buffer = reinterpret_cast<Signal*>(const_cast<InciConnEstablishReq*>(&req));
-    const u32 held = (ose::sigsize(&buffer) - static_cast<u32>(sizeof req)) / static_cast<u32>(sizeof(u32));
-    const auto* const revisions = reinterpret_cast<const std::byte*>(&req + 1);
+    const std::span<const u32> held = node::tail<u32>(&req);
     u32 selected = 0;
-    for (u32 i = 0; i < std::min(req.numberOfRevisions, held); ++i) {
-        u32 offered;
-        std::memcpy(&offered, revisions + i * sizeof offered, sizeof offered);
+    for (const u32 offered : held.first(std::min<std::size_t>(req.numberOfRevisions, held.size())))
         if ((offered == REVISION_1 || offered == REVISION_2) && offered > selected) selected = offered;
-    }
     return selected;
 }
 

@@ -34,8 +34,8 @@ void keepSnapshot() { s->snapshot = s->now; }
 void setToIdle()
 {
     Record& r = record();
-    if (r.currAction == INRSI_CLIENT_ACTION_FREQ_SCANNING) resumeSupervision(client(), focus());
-    const bool isAwaited = focus() < PORTS_WITH_X && client().measRetrieveTmo[focus()] != 0;
+    resumeSupervision(client(), focus());
+    const bool isAwaited = runs(MEAS_RETRIEVE, focus());
     r.currAction = INRSI_CLIENT_IDLE;
     if (!isAwaited) client().sharedUnitId = NO_UNIT;
     client().portNo = NO_PORT;
@@ -48,11 +48,9 @@ void setToIdle()
 
 void dropWork()
 {
-    if (focus() < PORTS_WITH_X) {
-        cancelTimer(client().phaseDataTmo[focus()]);
-        cancelTimer(client().measRetrieveTmo[focus()]);
-    }
-    cancelTimer(record().freqDataTmo);
+    cancelTimer(PHASE_DATA, focus());
+    cancelTimer(MEAS_RETRIEVE, focus());
+    cancelTimer(FREQ_DATA);
     record().linkGone = 0;
     setToIdle();
 }
@@ -102,9 +100,21 @@ bool abortJump(u32 syncStatus)
 
 void superviseFocus() { superviseIfLinked(client(), focus()); }
 
+void endHoldoverLimit()
+{
+    if (!KvdLoz6TuReg_pllIsHoldover()) cancelTimer(HOLDOVER);
+}
+
 // ---- orders --------------------------------------------------------------------------------------
 
 namespace {
+
+/// A selection that waits for the end of the pause is given up for a later order.
+void forgetRememberedPort()
+{
+    if (KvdLoz6TuReg_forgetSoCpriPort() == 0) return;
+    KVD_TRACE(TRACE_INRSI, TRACE_INFO, "selection that waited for the end of the pause is given up");
+}
 
 /// A port that there is; else the order is answered as for a link that isn't there.
 bool isPort(u8 port)
@@ -138,6 +148,7 @@ void beginAction(u32 action, u8 port)
     client().portNo = port;
     record().freqScanCnt = FREQ_ATTEMPTS;
     record().measUnavailableCounter = 0;
+    KvdLoz6TuReg_resetSoCpriFreq();
 }
 
 void beginNewSync(u8 port)
@@ -159,6 +170,7 @@ void onDeselect(const KvdTuiifSocpriDeselectSyncLinkInd* ind)
 {
     if (ind == nullptr) return;
     record().measOngoing = 0;
+    forgetRememberedPort();
     superviseFocus();
     giveUpWork();
     if (KvdLoz6TuReg_SoCpriJumpRunning() != 0) KvdLoz6TuReg_SoCpriJumpAborted();
@@ -172,7 +184,7 @@ void onLinkXStatus(const KvdTuiifInrsiLinkStatus2IndFwd* fwd)
     setPortInCpriPortStatus(client(), PORT_X,
                             {fwd->linkStatus, fwd->sharedUnitId, fwd->subsumedUnitId, fwd->valid, ""});
     if (fwd->linkStatus != LINK_AVAILABLE) {
-        if (fwd->linkStatus != LINK_PRESENT) cancelTimer(client().measRetrieveTmo[PORT_X]);
+        if (fwd->linkStatus != LINK_PRESENT) cancelTimer(MEAS_RETRIEVE, PORT_X);
         handleLinkDownIndication(PORT_X);
     }
     log(INRSI_CL_EV_LINK_X_STATUS_CHANGE);
@@ -195,12 +207,12 @@ void serverLost()
         break;
     }
     giveUpWork();
-    cancelTimer(record().holdoverTmo);
+    endHoldoverLimit();
 }
 
 void linkLost(u8 port, u8 linkStatus)
 {
-    if (linkStatus != LINK_PRESENT) cancelTimer(client().measRetrieveTmo[port]);
+    if (linkStatus != LINK_PRESENT) cancelTimer(MEAS_RETRIEVE, port);
     handleLinkDownIndication(port);
 }
 
@@ -226,7 +238,6 @@ void KvdLoz6Inrsi_initiate() { inrsi::initiate(client(), ROLE); }
 void KvdLoz6Inrsi_leave()
 {
     inrsiClientReset();
-    cancelTimer(record().bfnJumpWarningTmo);
     record().measOngoing = 0;
     record().measRetrieveTimeMs = RETRIEVE_ms;
     inrsi::leave(client());
@@ -251,7 +262,7 @@ int KvdLoz6Inrsi_dispatch(Signal* sig)
     case KVD_TUIIF_INRSI_LINK_STATUS2_IND_FWD:
         onLinkXStatus(as<KvdTuiifInrsiLinkStatus2IndFwd>(sig));                                   return 1;
     case KVD_TUSOCPRI_HOLDOVER_TMO:         onHoldoverTimeout();                                  return 1;
-    case KVD_TUSOCPRI_BFN_JUMP_WARNING_TMO: onBfnJumpWarningTimeout();                            return 1;
+    case KVD_TUSOCPRI_BFN_JUMP_WARNING_TMO: inrsiSendBfnJumpInfo(0);                              return 1;
     default:                                                                                      return 0;
     }
 }
@@ -263,9 +274,10 @@ void inrsiStartScan(u8 port)
         return;
     }
     if (record().currAction != INRSI_CLIENT_IDLE) log(INRSI_CL_EV_ACTIVITY_DISRUPTED, KEEP);
+    forgetRememberedPort();
     giveUpWork();
-    cancelTimer(record().holdoverTmo);
-    suspendSupervision(client(), port);
+    endHoldoverLimit();
+    suspendSupervision(port);
     beginAction(INRSI_CLIENT_ACTION_FREQ_SCANNING, port);
     saveSynthesiser();
     log(INRSI_CL_EV_INIT_FREQ_SCAN);
@@ -310,6 +322,7 @@ void inrsiContinueOnLink(u8 port)
         return;
     }
     if (refusedAsSelected(port)) return;
+    forgetRememberedPort();
     if (record().currAction != INRSI_CLIENT_IDLE) giveUpWork();
     stopSupervision(client(), port);
     KvdLoz6TuReg_resetSoCpriPhase();
@@ -325,12 +338,14 @@ void inrsiAlignBfnToGroup(u8 port, u32 esfc, u16 mfn)
 {
     if (!isPort(port)) return KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(0);
     KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():BFN alignment request will be processed.", __func__);
-    stopSupervision(client(), port);
+    forgetRememberedPort();
     giveUpWork();
+    stopSupervision(client(), port);
     if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) KvdLoz6TuReg_endPll();
+    endHoldoverLimit();
     KvdLoz6TuReg_SoCpriSetRef(esfc, mfn);
     beginAction(INRSI_CLIENT_ACTION_BFN_ALIGN, port);
-    inrsi::startTimer(record().freqDataTmo, REQUEST_ms, INRSI_REQUEST_FREQ_DATA_TMO);
+    startTimer(FREQ_DATA, REQUEST_ms);
     log(INRSI_CL_EV_INIT_BFN_ALIGN);
 }
 
@@ -338,8 +353,16 @@ void inrsiClientReset()
 {
     if (record().currAction == INRSI_CLIENT_ACTION_FREQ_SCANNING) answerOrder(FREQ_MEAS_MISSING);
     giveUpWork();
-    cancelTimer(record().holdoverTmo);
+    cancelTimer(HOLDOVER);
     log(INRSI_CL_EV_RESET);
+}
+
+void inrsiReferenceDeselected()
+{
+    if (focus() == NO_PORT) return;
+    inrsiAnswerOpenScan(FREQ_MEAS_MISSING);
+    giveUpWork();
+    endHoldoverLimit();
 }
 
 void inrsiAnswerOpenScan(u32 syncStatus)

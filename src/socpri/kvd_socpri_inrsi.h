@@ -40,6 +40,8 @@ void inrsiAlignBfnToGroup(u8 port, u32 esfc, u16 mfn);
 void inrsiClientReset();
 /// SoCPRI is deselected with its loop locked, or the main processor has restarted.
 void inrsiImplicitHoldover();
+/// No reference is selected after SoCPRI: no link keeps the focus. A holdover runs on to its end.
+void inrsiReferenceDeselected();
 /// Closes a scan that is open, with this SocpriSyncStatus.
 void inrsiAnswerOpenScan(u32 syncStatus);
 

@@ -1,7 +1,7 @@
 // kvd_socpri_inrsi_int.h - What the two clients of the measurement server share: their record, the
-// table of units behind each port, connection and subscription (kvd_socpri_inrsi_link.cpp),
-// supervision (kvd_socpri_inrsi_sup.cpp), events and their texts (kvd_socpri_inrsi_log.cpp), time
-// data (kvd_socpri_inrsi_time.cpp). Nobody else includes it, but for the tests.
+// timers (kvd_socpri_inrsi_timers.cpp), connection (kvd_socpri_inrsi_conn.cpp), the table of units behind
+// each port (_units), subscription and link states (_link), exchange of sync data (_inci), supervision
+// (_sup), texts (_text), time data (_time). Nobody else includes it, but for the tests.
 // Owner   a record belongs to its client; the shared code works on the one that it is given.
 #pragma once
 #include "iif/tuiif_socpri_sig.h"
@@ -103,7 +103,6 @@ using Subscribed = std::array<u8, PORTS>;      // candidates for synchronisation
 struct Supervision {
     u8 supCount = 0, validCount = 0;           // samples of a round, and the good ones
     u8 supMeasOngoing = 0;
-    TimerRef timer = 0;
     u8 started = 0;
 };
 
@@ -118,7 +117,6 @@ struct Client {
     u32 protocolRev[1] = {INRSI_PROTOCOL_REV};
     u32 procedureRef = 0, connectionRef = 0;
     u32 availabilityStatus = INRSI_UNAVAILABLE;
-    std::array<TimerRef, PORTS_WITH_X> phaseDataTmo{}, measRetrieveTmo{};
     CpriPortStatus cpriPortStatus{};
     Subscribed subscribed{};
     u8  portNo = NO_PORT;                      // in focus
@@ -151,7 +149,27 @@ const char* eventText(Event event);
 const char* syncStatusText(u32 syncStatus);
 const char* actionText(u32 action);
 
-// ---- requests and timers -------------------------------------------------------------------------
+// ---- timers --------------------------------------------------------------------------------------
+
+/// Each port has one; a port that there isn't has none and nothing is done.
+enum PortTimer : u8 { PHASE_DATA, MEAS_RETRIEVE, SUPERVISION, PORT_TIMERS };
+/// A master's.
+enum ClientTimer : u8 { FREQ_DATA, HOLDOVER, BFN_JUMP_WARNING, CLIENT_TIMERS };
+
+/// Starts over when it runs already.
+void startTimer(PortTimer timer, u8 port, OSTIME time_ms);
+void startTimer(ClientTimer timer, OSTIME time_ms);
+void cancelTimer(PortTimer timer, u8 port);
+void cancelTimer(ClientTimer timer);
+bool runs(PortTimer timer, u8 port);
+bool runs(ClientTimer timer);
+void cancelAllTimers();
+/// True for a time-out that mustn't act: of a former run, or cut off. For each signal, before a client sees it.
+bool isVoidTimeout(Signal* sig);
+/// Of a port's time-out that isn't void.
+inline u8 portOfTimeout(const Signal* sig) { return reinterpret_cast<const InrsiPortTmo*>(sig)->port; }
+
+// ---- requests ------------------------------------------------------------------------------------
 
 /// A request with the references of the connection.
 template <typename T>
@@ -166,29 +184,6 @@ T* makeRequest(Client& c, SIGSELECT sigNo)
 void requestMeasurement(Client& c, SIGSELECT sigNo, u32 sharedUnitId);
 /// 0 sent, 1 no service.
 int  requestBfnJumpInfo(Client& c, u32 enabled);
-
-/// Starts over when it runs already.
-void startTimer(TimerRef& timer, OSTIME time_ms, SIGSELECT sigNo);
-void startPortTimer(TimerRef& timer, OSTIME time_ms, SIGSELECT sigNo, u8 port);
-inline void cancelTimer(TimerRef& timer)
-{
-    if (timer != 0) ose::cancel_tmo(&timer);
-}
-/// Clears the timer that has expired. False for a time-out that lay in the queue when its timer was stopped.
-inline bool isDue(TimerRef& timer)
-{
-    const bool due = timer != 0;
-    cancelTimer(timer);
-    return due;
-}
-inline void startPhaseTimer(Client& c, u8 port)
-{
-    startPortTimer(c.phaseDataTmo[port], REQUEST_ms, INRSI_REQUEST_PHASE_DATA_TMO, port);
-}
-inline void startRetrieveTimer(Client& c, u8 port, OSTIME time_ms)
-{
-    startPortTimer(c.measRetrieveTmo[port], time_ms, KVD_TUSOCPRI_MEAS_RETRIEVE_TMO, port);
-}
 
 // ---- units ---------------------------------------------------------------------------------------
 
@@ -205,10 +200,33 @@ struct UnitReport {
     const char* huntPathPrefix;
 };
 void  setPortInCpriPortStatus(Client& c, u8 port, const UnitReport& report);
+/// As the main processor is told: present, available, or neither.
+u8    toldStatus(u8 linkStatus);
 void  sendLinkStatus(u8 port, const UnitReport& report, u8 linkStatus);
 void  resendLinkStatusData(Client& c);
 
-// ---- connection, subscription --------------------------------------------------------------------
+/// Every place of the port is told as not available, and free then.
+void  resetPortStatus(Client& c, u8 port);
+
+// ---- connection (_conn) ---------------------------------------------------------------------------
+
+void onStartReq(Client& c);
+/// 1 when the signal was one of the connection.
+int  dispatchConnection(Client& c, Signal* sig);
+
+// ---- exchange of sync data with other units (_inci) ------------------------------------------------
+
+/// A connection to the unit, unless it has one or was asked for already.
+void establishInci(u8 port, Slot& slot);
+/// The port's connections are given back.
+void releaseInci(Client& c, u8 port);
+/// The process runs from here on, and has a connection to each unit that is there.
+void startInci(Client& c);
+/// Its connections end with it.
+void killInci(Client& c);
+void onInciEstablishRsp(Client& c, const KvdTuSocpriInciEstablishRsp* rsp);
+
+// ---- subscription, link states, life (_link) --------------------------------------------------------
 
 void initiate(Client& c, const Role& role);
 /// Timers, connection and tables, as after the initiation.
@@ -225,8 +243,8 @@ void startSupervision(Client& c, u8 port);
 void superviseIfLinked(Client& c, u8 port);
 void stopSupervision(Client& c, u8 port);
 /// The port has an order that doesn't last: the minute goes on, an open round doesn't.
-void suspendSupervision(Client& c, u8 port);
-/// The order is over: supervision goes on, if there was one and its minute hasn't.
+void suspendSupervision(u8 port);
+/// Nobody has the port in focus any more: it is supervised, unless its minute runs still.
 void resumeSupervision(Client& c, u8 port);
 void requestSupervision(Client& c, u8 port);
 void onSupervisionSample(Client& c, u8 port, u32 trpDiffHigh, u32 trpDiffLow, u32 trpDiffValid);

@@ -48,7 +48,6 @@ extern const Role ROLE;
 
 struct Record {
     Client client{.role = &ROLE};
-    TimerRef freqDataTmo = 0, holdoverTmo = 0, bfnJumpWarningTmo = 0;
     u32 currAction = INRSI_CLIENT_IDLE;
     u8  freqScanCnt = 0;                       // attempts left
     i16 freqDiff = 0;                          // ppb
@@ -58,6 +57,7 @@ struct Record {
     u8  continuationOfSync = 0;                // an answer is owed, for the port below
     u8  continuationPort = NO_PORT;
     u8  measOngoing = 0;                       // one request to the server is open
+    OSTIME measAskedAt = 0;                    // when it went out, ms
     u8  linkGone = 0;                          // met once already
     u16 measRetrieveTimeMs = RETRIEVE_ms;
     SynthesiserCopy synthesiser;
@@ -94,6 +94,8 @@ void inrsiLinkSyncAborted(u32 syncStatus);
 bool abortJump(u32 syncStatus);
 /// The port in focus is supervised again, if it has a unit.
 void superviseFocus();
+/// The loop may have left its holdover: the five minutes end with it, and go on without.
+void endHoldoverLimit();
 
 // ---- kvd_socpri_inrsi_meas.cpp -------------------------------------------------------------------
 
@@ -109,7 +111,6 @@ int  dispatchMeasurement(Signal* sig);
 
 void onGoToTimeHoldover();
 void onHoldoverTimeout();
-void onBfnJumpWarningTimeout();
 
 // ---- kvd_socpri_inrsi_revert.cpp -----------------------------------------------------------------
 

@@ -32,13 +32,11 @@ bool isInFrequencyStage()
 void startRetrieve()
 {
     if (!isInOrder() && focus() == PORT_X) record().measRetrieveTimeMs = RETRIEVE_SLOW_ms;
-    startRetrieveTimer(client(), focus(), retrieveTime());
+    startTimer(MEAS_RETRIEVE, focus(), retrieveTime());
 }
 
-void startFrequencyTimer()
-{
-    inrsi::startTimer(record().freqDataTmo, REQUEST_ms, INRSI_REQUEST_FREQ_DATA_TMO);
-}
+void startFrequencyTimer() { startTimer(FREQ_DATA, REQUEST_ms); }
+void startPhaseTimer() { startTimer(PHASE_DATA, focus(), REQUEST_ms); }
 
 void begin(SIGSELECT sigNo, void (*viaMainProcessor)(u32 sharedUnitId))
 {
@@ -47,6 +45,7 @@ void begin(SIGSELECT sigNo, void (*viaMainProcessor)(u32 sharedUnitId))
     startRetrieve();
     record().measUnavailableCounter = 0;
     record().measOngoing = 1;
+    record().measAskedAt = ose::get_ticks();
 }
 
 /// The unit to measure, the first at the port with that status.
@@ -65,13 +64,34 @@ void failOrder(u32 syncStatus)
 }
 
 /// A measurement whose answer nobody waits for any more doesn't stand in the way of the next.
-bool isAbandoned() { return focus() < PORTS_WITH_X && client().measRetrieveTmo[focus()] == 0; }
+bool isAbandoned() { return !runs(MEAS_RETRIEVE, focus()); }
 
-/// Whatever answer came has closed the measurement that was open.
-void closeMeasurement()
+/// An order before has left its measurement open, and the answer may come yet.
+bool isOpen()
+{
+    return record().measOngoing != 0 && ose::get_ticks() - record().measAskedAt <= RETRIEVE_SLOW_ms;
+}
+
+/// The answer belongs to the sample of a supervised port. Without a port in focus, the unit in focus is one that
+/// an order has left with its request open: an open sample of the unit's port counts first.
+bool belongsToSupervision(u8 port, u32 sharedUnitId)
+{
+    if (port == focus() || port == NO_PORT) return false;
+    return sharedUnitId != client().sharedUnitId ||
+           (focus() == NO_PORT && client().supervision[port].supMeasOngoing != 0);
+}
+
+/// Whatever answer came has closed the measurement that was open. The answer to a request that an order has left
+/// open is nobody's, but it has come: nothing is missing.
+void closeMeasurement(u32 sharedUnitId)
 {
     record().measOngoing = 0;
-    if (focus() < PORTS_WITH_X) cancelTimer(client().measRetrieveTmo[focus()]);
+    cancelTimer(MEAS_RETRIEVE, focus());
+    if (focus() != NO_PORT || sharedUnitId != client().sharedUnitId) return;
+    const u8 port = portOfUnit(client(), sharedUnitId);
+    if (!belongsToSupervision(port, sharedUnitId)) cancelTimer(MEAS_RETRIEVE, port);
+    if (findUnit(client(), PORT_X, sharedUnitId) != nullptr) cancelTimer(MEAS_RETRIEVE, PORT_X);
+    client().sharedUnitId = NO_UNIT;
 }
 
 /// An answer of the other kind has closed the order's own measurement, which may stay unanswered now
@@ -80,7 +100,7 @@ void askAgain()
 {
     if (focus() >= PORTS_WITH_X) return;
     if (isInFrequencyStage())                              startFrequencyTimer();
-    else if (action() == INRSI_CLIENT_ACTION_TIME_SYNC)    startPhaseTimer(client(), focus());
+    else if (action() == INRSI_CLIENT_ACTION_TIME_SYNC)    startPhaseTimer();
 }
 
 void traceIncompatible(const char* caller, Event event)
@@ -126,7 +146,7 @@ void linkDisturbanceCheck()
         KVD_TRACE(TRACE_INRSI, TRACE_INFO,
                   "%s():CPRI Link (Port: %u) is currently down, request new timer for phase measurement request",
                   __func__, focus());
-        startPhaseTimer(client(), focus());
+        startPhaseTimer();
         return;
     }
     KVD_TRACE(TRACE_INRSI, TRACE_INFO,
@@ -142,7 +162,7 @@ void failLostMeasurement(u8 port)
 {
     if (action() == INRSI_CLIENT_ACTION_TIME_SYNC) {
         if (firstUnit(client(), port, LINK_AVAILABLE) == nullptr) linkDisturbanceCheck();
-        else startPhaseTimer(client(), port);      // another unit is left, and nothing is open any more
+        else startPhaseTimer();        // another unit is left, and nothing is open any more
     } else if (firstUnit(client(), port, LINK_PRESENT) != nullptr) {
         startRetrieve();
     } else {
@@ -180,7 +200,7 @@ OSTIME retrieveTime() { return isInOrder() ? RETRIEVE_ORDER_ms : record().measRe
 void sendInrsiGetFreqDiffReq()
 {
     if (action() == INRSI_CLIENT_IDLE || focus() == NO_PORT) return;
-    if (record().measOngoing != 0) {
+    if (isOpen()) {
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "Measurement already ongoing!");
         log(INRSI_CL_EV_MEAS_ONGOING_CONFLICT, KEEP);
         if (action() == INRSI_CLIENT_ACTION_FREQ_SCANNING) {
@@ -219,10 +239,11 @@ void frequencyLocked()
         return;
     }
     KvdLoz6TuReg_pll_init(PLL_Unlocked);
+    endHoldoverLimit();
     KvdLoz6TuReg_resetSoCpriPhase();
     if (action() == INRSI_CLIENT_ACTION_FREQ_SYNC) record().currAction = INRSI_CLIENT_ACTION_TIME_SYNC;
     record().freqScanCnt = 0;
-    startPhaseTimer(client(), port);
+    startPhaseTimer();
 }
 
 void frequencyNotYet()
@@ -240,7 +261,7 @@ void onFrequency(u32 sharedUnitId, i16 freqDiff, u32 freqDiffValid)
     Record& r = record();
     r.freqDiff = freqDiff;
     r.freqDiffValid = freqDiffValid;
-    closeMeasurement();
+    closeMeasurement(sharedUnitId);
     if (action() == INRSI_CLIENT_IDLE || action() == INRSI_CLIENT_ACTION_TIME_SYNC) {
         traceIncompatible(__func__, INRSI_CL_EV_FREQ_DIFF_CFM_UNEXPECTED_ACTION);
         return askAgain();
@@ -260,11 +281,11 @@ void onFrequency(u32 sharedUnitId, i16 freqDiff, u32 freqDiffValid)
     else                                                                frequencyNotYet();
 }
 
-void handleInrsiGetFreqDiffRej(u32 errorCode)
+void handleInrsiGetFreqDiffRej(u32 sharedUnitId, u32 errorCode)
 {
     KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): errorCode=%u", __func__, errorCode);
     log(INRSI_CL_EV_FREQ_DIFF_REJ, KEEP);
-    closeMeasurement();
+    closeMeasurement(sharedUnitId);
     if (action() == INRSI_CLIENT_ACTION_TIME_SYNC) {
         // It has no answer of its kind: going idle would leave the loop without a word.
         traceIncompatible(__func__, INRSI_CL_EV_FREQ_DIFF_CFM_UNEXPECTED_ACTION);
@@ -275,20 +296,13 @@ void handleInrsiGetFreqDiffRej(u32 errorCode)
 
 // ---- answers: phase -------------------------------------------------------------------------------
 
-bool belongsToSupervision(u8 port, u32 sharedUnitId)
-{
-    return port != focus() && port != NO_PORT && sharedUnitId != client().sharedUnitId;
-}
-
 /// A supervision's answer that comes once its port is to be aligned: the frequency isn't there yet.
 bool isLate() { return action() == INRSI_CLIENT_ACTION_BFN_ALIGN && isInFrequencyStage(); }
 
 void dropLate()
 {
-    if (focus() < PORTS) {
-        client().supervision[focus()].supMeasOngoing = 0;
-        cancelTimer(client().supervision[focus()].timer);
-    }
+    if (focus() < PORTS) client().supervision[focus()].supMeasOngoing = 0;
+    cancelTimer(SUPERVISION, focus());
     log(INRSI_CL_EV_LATE_PHASE_MEAS_WHILE_BFN_ALIGNING);
 }
 
@@ -298,7 +312,7 @@ void phaseWithoutLink()
     Record& r = record();
     if (r.linkGone == 0) {
         r.linkGone = 1;
-        startPhaseTimer(client(), focus());
+        startPhaseTimer();
         return;
     }
     KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): CPRI Link (%u) is not available ", __func__, focus());
@@ -316,7 +330,8 @@ void onFocusPhase(u32 sharedUnitId, u32 high, u32 low, u32 valid)
 {
     Record& r = record();
     if (isLate()) return dropLate();
-    closeMeasurement();
+    const bool isWrongUnit = sharedUnitId != client().sharedUnitId;
+    closeMeasurement(sharedUnitId);
     r.trpDiffHigh = high;
     r.trpDiffLow = low;
     r.trpDiffValid = valid;
@@ -325,16 +340,16 @@ void onFocusPhase(u32 sharedUnitId, u32 high, u32 low, u32 valid)
         log(INRSI_CL_EV_PHASE_DIFF_CFM_PORT_NOT_SELECTED);
         return;
     }
-    if (sharedUnitId != client().sharedUnitId) log(INRSI_CL_EV_PHASE_DIFF_CFM_WRONG_PORT_NUMBER);
-    cancelTimer(r.holdoverTmo);
+    if (isWrongUnit) log(INRSI_CL_EV_PHASE_DIFF_CFM_WRONG_PORT_NUMBER);
     if (isInFrequencyStage()) {
         traceIncompatible(__func__, INRSI_CL_EV_PHASE_DIFF_CFM_UNEXPECTED_ACTION);
         return askAgain();
     }
     if (firstUnit(client(), focus(), LINK_AVAILABLE) == nullptr) return phaseWithoutLink();
     r.linkGone = 0;
-    startPhaseTimer(client(), focus());
+    startPhaseTimer();
     KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(high, low, valid);
+    endHoldoverLimit();
 }
 
 void onPhase(u32 sharedUnitId, u32 high, u32 low, u32 valid)
@@ -348,7 +363,7 @@ void rejectSupervision(u8 port)
 {
     if (port >= PORTS)                             // of a unit that is gone, or of port X's when that had the focus
         return traceIncompatible("handleInrsiGetPhaseDiffRej", INRSI_CL_EV_PHASE_DIFF_REJ_UNEXPECTED_ACTION);
-    cancelTimer(client().measRetrieveTmo[port]);
+    cancelTimer(MEAS_RETRIEVE, port);
     client().supervision[port].supMeasOngoing = 0;
     superviseIfLinked(client(), port);
     sendSupervisionStatus(port, PHASE_MEAS_MISSING);
@@ -368,11 +383,10 @@ void handleInrsiGetPhaseDiffRej(u32 sharedUnitId, u32 errorCode)
     KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): sharedUnitId=%u, errorCode=%u", __func__, sharedUnitId,
               errorCode);
     log(INRSI_CL_EV_PHASE_DIFF_REJ, KEEP);
-    if (port != focus() && sharedUnitId != client().sharedUnitId) {
-        record().measOngoing = 0;
-        return rejectSupervision(port);
-    }
-    closeMeasurement();
+    // The measurement of the port in focus stays open: it will be answered, or its time will run out.
+    const bool isNobodys = port != focus() && sharedUnitId != client().sharedUnitId;
+    if (isNobodys || belongsToSupervision(port, sharedUnitId)) return rejectSupervision(port);
+    closeMeasurement(sharedUnitId);
     startSupervision(client(), focus());
     if (action() != INRSI_CLIENT_ACTION_TIME_SYNC || focus() == NO_PORT) return rejectUnexpectedly();
     KVD_TRACE(TRACE_INRSI, TRACE_INFO,
@@ -383,21 +397,15 @@ void handleInrsiGetPhaseDiffRej(u32 sharedUnitId, u32 errorCode)
 
 // ---- time-outs -----------------------------------------------------------------------------------
 
-void onFreqDataTimeout()
+void onPhaseDataTimeout(u8 port)
 {
-    if (isDue(record().freqDataTmo)) sendInrsiGetFreqDiffReq();
-}
-
-void onPhaseDataTimeout(const InrsiPortTmo* tmo)
-{
-    if (tmo == nullptr || tmo->port >= PORTS_WITH_X || !isDue(client().phaseDataTmo[tmo->port])) return;
-    if (tmo->port == focus())
+    if (port == focus())
         sendInrsiGetPhaseDiffReq();
-    else if (tmo->port == PORT_X)
+    else if (port == PORT_X)
         KVD_TRACE(TRACE_INRSI, TRACE_INFO,
                   "INRSI_REQUEST_PHASE_DATA_TMO arrived for CPRI_PORT_X but it refers to supervision");
     else
-        requestSupervision(client(), tmo->port);
+        requestSupervision(client(), port);
 }
 
 void supervisionUnanswered(u8 port)
@@ -407,10 +415,9 @@ void supervisionUnanswered(u8 port)
     startSupervision(client(), port);
 }
 
-void onRetrieveTimeout(const InrsiPortTmo* tmo)
+void onRetrieveTimeout(u8 port)
 {
-    if (tmo == nullptr || tmo->port >= PORTS_WITH_X || !isDue(client().measRetrieveTmo[tmo->port])) return;
-    if (tmo->port != focus()) return supervisionUnanswered(tmo->port);
+    if (port != focus()) return supervisionUnanswered(port);
     record().measOngoing = 0;
     log(INRSI_CL_EV_MEAS_TMO_EXPIRED, KEEP);
     superviseFocus();
@@ -418,10 +425,9 @@ void onRetrieveTimeout(const InrsiPortTmo* tmo)
     failOrder(FREQ_MEAS_MISSING);
 }
 
-void onSupervisionTimeout(const InrsiPortTmo* tmo)
+void onSupervisionTimeout(u8 port)
 {
-    if (tmo == nullptr || tmo->port >= PORTS || !isDue(client().supervision[tmo->port].timer)) return;
-    if (tmo->port != focus()) requestSupervision(client(), tmo->port);
+    if (port != focus()) requestSupervision(client(), port);
 }
 
 // ---- signals -------------------------------------------------------------------------------------
@@ -452,11 +458,11 @@ void onPhaseRejFwd(const KvdTuiifInrsiGetPhaseDiff2RejFwd* rej)
 }
 void onFreqRej(const InrsiUnitRej* rej)
 {
-    if (rej != nullptr) handleInrsiGetFreqDiffRej(rej->errorCode);
+    if (rej != nullptr) handleInrsiGetFreqDiffRej(rej->sharedUnitId, rej->errorCode);
 }
 void onFreqRejFwd(const KvdTuiifInrsiGetFreqDiff2RejFwd* rej)
 {
-    if (rej != nullptr) handleInrsiGetFreqDiffRej(rej->errorCode);
+    if (rej != nullptr) handleInrsiGetFreqDiffRej(rej->sharedUnitId, rej->errorCode);
 }
 
 }  // namespace
@@ -476,10 +482,10 @@ int dispatchMeasurement(Signal* sig)
         onFreqCfmFwd(as<KvdTuiifInrsiGetFreqDiff2CfmFwd>(sig));                                  return 1;
     case KVD_TUIIF_INRSI_GET_FREQ_DIFF2_REJ_FWD:
         onFreqRejFwd(as<KvdTuiifInrsiGetFreqDiff2RejFwd>(sig));                                  return 1;
-    case INRSI_REQUEST_PHASE_DATA_TMO:   onPhaseDataTimeout(as<InrsiPortTmo>(sig));              return 1;
-    case INRSI_REQUEST_FREQ_DATA_TMO:    onFreqDataTimeout();                                    return 1;
-    case KVD_TUSOCPRI_MEAS_RETRIEVE_TMO: onRetrieveTimeout(as<InrsiPortTmo>(sig));               return 1;
-    case KVD_TUSOCPRI_SUPERVISION_TMO:   onSupervisionTimeout(as<InrsiPortTmo>(sig));            return 1;
+    case INRSI_REQUEST_PHASE_DATA_TMO:   onPhaseDataTimeout(portOfTimeout(sig));                 return 1;
+    case INRSI_REQUEST_FREQ_DATA_TMO:    sendInrsiGetFreqDiffReq();                              return 1;
+    case KVD_TUSOCPRI_MEAS_RETRIEVE_TMO: onRetrieveTimeout(portOfTimeout(sig));                  return 1;
+    case KVD_TUSOCPRI_SUPERVISION_TMO:   onSupervisionTimeout(portOfTimeout(sig));               return 1;
     default:                                                                                     return 0;
     }
 }

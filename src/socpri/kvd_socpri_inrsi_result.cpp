@@ -22,19 +22,17 @@ constexpr OSTIME JUMP_WARNING_LONG_ms = 1000, JUMP_WARNING_SHORT_ms = 50;
 /// From a lock: 1 when the loop holds the frequency now, 0 when it couldn't.
 u32 enterHoldover()
 {
-    Record& r = record();
     KvdLoz6TuReg_pll_toHoldover();
     if (!KvdLoz6TuReg_pllIsHoldover()) {
         log(INRSI_CL_EV_HO_ENTRY_DECLINED, KEEP);
         return 0;
     }
-    inrsi::startTimer(r.holdoverTmo, HOLDOVER_ms, KVD_TUSOCPRI_HOLDOVER_TMO);
+    startTimer(HOLDOVER, HOLDOVER_ms);
     log(INRSI_CL_EV_ENTERED_HO, KEEP);
-    if (focus() < PORTS_WITH_X) {
-        cancelTimer(client().phaseDataTmo[focus()]);
-        cancelTimer(client().measRetrieveTmo[focus()]);
-    }
-    r.measOngoing = 0;
+    cancelTimer(PHASE_DATA, focus());
+    cancelTimer(MEAS_RETRIEVE, focus());
+    record().measOngoing = 0;
+    resumeSupervision(client(), focus());
     client().portNo = NO_PORT;
     return 1;
 }
@@ -59,19 +57,13 @@ void onGoToTimeHoldover()
 
 void onHoldoverTimeout()
 {
-    if (!isDue(record().holdoverTmo)) return;
+    if (!KvdLoz6TuReg_pllIsHoldover()) return;     // it was ended from outside
     log(INRSI_CL_EV_HO_TMO_EXPIRED, KEEP);
     KvdLoz6TuReg_pll_setState(PLL_Unlocked);
-    setToIdle();
+    if (focus() == NO_PORT) setToIdle();
     KvdLoz6TuIifAdm_reportClockState(KVD_TUIIF_FREQUENCY_HOLDOVER);
     // Without the link no phase will come, and the Kalman path would go on from before the link.
     if (KvdLoz6TuReg_selectedRef() != TU_SR_SOCPRI_REF) KvdLoz6TuReg_endPll();
-}
-
-void onBfnJumpWarningTimeout()
-{
-    cancelTimer(record().bfnJumpWarningTmo);
-    inrsiSendBfnJumpInfo(0);
 }
 
 }  // namespace inrsi::master
@@ -83,7 +75,10 @@ void inrsiImplicitHoldover()
 {
     log(KvdLoz6TuRef_isFirstStart() != 0 ? INRSI_CL_EV_IMPLICIT_HO : INRSI_CL_EV_HO_ENTRY_MP_RESTART);
     superviseFocus();
-    if (record().currAction != INRSI_CLIENT_ACTION_TIME_SYNC) return;
+    if (record().currAction != INRSI_CLIENT_ACTION_TIME_SYNC) {
+        if (!KvdLoz6TuReg_pllIsLocked()) return;
+        inrsiClientReset();            // the link was lost before, or a scan is open: the loop holds time all the same
+    }
     if (enterHoldover() == 0) inrsiClientReset();
 }
 
@@ -95,7 +90,7 @@ namespace {
 bool failAlignment()
 {
     superviseFocus();
-    if (focus() < PORTS_WITH_X) cancelTimer(client().phaseDataTmo[focus()]);
+    cancelTimer(PHASE_DATA, focus());
     if (record().currAction != INRSI_CLIENT_ACTION_BFN_ALIGN) return false;
     KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(0);
     setToIdle();
@@ -130,7 +125,7 @@ void inrsiTimeSyncSucceeded()
         KvdLoz6TuIifAdm_sendSocpriLinkSyncStatusInd(wirePort(focus()), OK_TIME_LOCKED);
         return;
     }
-    if (focus() < PORTS_WITH_X) cancelTimer(client().measRetrieveTmo[focus()]);
+    cancelTimer(MEAS_RETRIEVE, focus());
     inrsiSendBfnJumpInfo(1);
     KvdLoz6TuReg_SoCpriJumpBfnAlignmentAction();
 }
@@ -143,7 +138,7 @@ void inrsiBfnAlignCompleted(u32 status)
     }
     const u8 port = focus();
     KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(status);
-    cancelTimer(client().phaseDataTmo[port]);
+    cancelTimer(PHASE_DATA, port);
     record().measOngoing = 0;
     startSupervision(client(), port);
     log(INRSI_CL_EV_BFN_ALIGN_COMPLETED, KEEP);
@@ -170,16 +165,11 @@ void inrsiAnswerContinuation(u32 status)
 
 void KvdLoz6TuSoCpri_inrsi_noMoreBfnJumpsExpected(u32 isLong)
 {
-    if (record().bfnJumpWarningTmo != 0) return;
-    inrsi::startTimer(record().bfnJumpWarningTmo,
-                      isLong != 0 ? JUMP_WARNING_LONG_ms : JUMP_WARNING_SHORT_ms,
-                      KVD_TUSOCPRI_BFN_JUMP_WARNING_TMO);
+    if (runs(BFN_JUMP_WARNING)) return;
+    startTimer(BFN_JUMP_WARNING, isLong != 0 ? JUMP_WARNING_LONG_ms : JUMP_WARNING_SHORT_ms);
 }
 
-void inrsiRestartPhaseTimer()
-{
-    if (focus() < PORTS_WITH_X) startPhaseTimer(client(), focus());
-}
+void inrsiRestartPhaseTimer() { startTimer(PHASE_DATA, focus(), REQUEST_ms); }
 
 void inrsiSendBfnJumpInfo(u32 enabled)
 {

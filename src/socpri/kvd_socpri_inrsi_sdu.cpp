@@ -53,7 +53,7 @@ void writeLog(Event event, u32 line, bool keep)
 /// Nothing follows for the port in focus: the master sees it by its own requests.
 void linkLost(u8 port, u8)
 {
-    cancelTimer(client().measRetrieveTmo[port]);
+    cancelTimer(MEAS_RETRIEVE, port);
     if (port != focus()) stopSupervision(client(), port);
 }
 
@@ -170,7 +170,7 @@ void onPhaseCfm(const InrsiGetPhaseDiff2Cfm* cfm)
 void failSample(u8 port)
 {
     if (port >= PORTS) return;
-    cancelTimer(client().measRetrieveTmo[port]);
+    cancelTimer(MEAS_RETRIEVE, port);
     client().supervision[port].supMeasOngoing = 0;
     if (port != focus()) superviseIfLinked(client(), port);
     sendSupervisionStatus(port, PHASE_MEAS_MISSING);
@@ -189,27 +189,24 @@ void onPhaseRej(const InrsiUnitRej* rej)
 
 // ---- time-outs -----------------------------------------------------------------------------------
 
-void onPhaseDataTimeout(const InrsiPortTmo* tmo)
+void onPhaseDataTimeout(u8 port)
 {
-    if (tmo == nullptr || tmo->port >= PORTS || !isDue(client().phaseDataTmo[tmo->port])) return;
-    if (tmo->port != focus()) return requestSupervision(client(), tmo->port);
+    if (port != focus()) return requestSupervision(client(), port);
     KVD_TRACE(TRACE_INRSI, TRACE_INFO,
               "%s(): KVD_TUMGR_INRSI_REQUEST_PHASE_DATA_TMO expired on port not being used for supervision "
               "on this board",
               __func__);
 }
 
-void onRetrieveTimeout(const InrsiPortTmo* tmo)
+void onRetrieveTimeout(u8 port)
 {
-    if (tmo == nullptr || tmo->port >= PORTS || !isDue(client().measRetrieveTmo[tmo->port])) return;
     log(INRSI_CL_EV_MEAS_TMO_EXPIRED, KEEP);
-    failSample(tmo->port);
+    failSample(port);
 }
 
-void onSupervisionTimeout(const InrsiPortTmo* tmo)
+void onSupervisionTimeout(u8 port)
 {
-    if (tmo == nullptr || tmo->port >= PORTS || !isDue(client().supervision[tmo->port].timer)) return;
-    if (tmo->port != focus()) requestSupervision(client(), tmo->port);
+    if (port != focus()) requestSupervision(client(), port);
 }
 
 // ---- following -----------------------------------------------------------------------------------
@@ -292,9 +289,9 @@ int KvdLoz6InrsiSdu_dispatch(Signal* sig)
     case INRSI_GET_FREQ_DIFF2_REJ:       onFreqRej(as<InrsiUnitRej>(sig));                       return 1;
     case INRSI_GET_PHASE_DIFF2_CFM:      onPhaseCfm(as<InrsiGetPhaseDiff2Cfm>(sig));             return 1;
     case INRSI_GET_PHASE_DIFF2_REJ:      onPhaseRej(as<InrsiUnitRej>(sig));                      return 1;
-    case INRSI_REQUEST_PHASE_DATA_TMO:   onPhaseDataTimeout(as<InrsiPortTmo>(sig));              return 1;
-    case KVD_TUSOCPRI_MEAS_RETRIEVE_TMO: onRetrieveTimeout(as<InrsiPortTmo>(sig));               return 1;
-    case KVD_TUSOCPRI_SUPERVISION_TMO:   onSupervisionTimeout(as<InrsiPortTmo>(sig));            return 1;
+    case INRSI_REQUEST_PHASE_DATA_TMO:   onPhaseDataTimeout(portOfTimeout(sig));                return 1;
+    case KVD_TUSOCPRI_MEAS_RETRIEVE_TMO: onRetrieveTimeout(portOfTimeout(sig));                 return 1;
+    case KVD_TUSOCPRI_SUPERVISION_TMO:   onSupervisionTimeout(portOfTimeout(sig));              return 1;
     default:                                                                                     return 0;
     }
 }

@@ -40,7 +40,7 @@ void startSupervision(Client& c, u8 port)
     sup.supCount = sup.validCount = 0;
     sup.supMeasOngoing = 0;
     sup.started = 1;
-    startPortTimer(sup.timer, SUPERVISION_ms, KVD_TUSOCPRI_SUPERVISION_TMO, port);
+    startTimer(SUPERVISION, port, SUPERVISION_ms);
 }
 
 void superviseIfLinked(Client& c, u8 port)
@@ -53,25 +53,24 @@ void stopSupervision(Client& c, u8 port)
 {
     if (port >= PORTS) return;
     Supervision& sup = c.supervision[port];
-    cancelTimer(sup.timer);
-    cancelTimer(c.phaseDataTmo[port]);
-    cancelTimer(c.measRetrieveTmo[port]);
+    cancelTimer(SUPERVISION, port);
+    suspendSupervision(port);
     sup.supCount = sup.validCount = 0;
     sup.started = 0;
 }
 
 /// A request of the round's would meet the order's own at the server.
-void suspendSupervision(Client& c, u8 port)
+void suspendSupervision(u8 port)
 {
     if (port >= PORTS) return;
-    cancelTimer(c.phaseDataTmo[port]);
-    cancelTimer(c.measRetrieveTmo[port]);
+    cancelTimer(PHASE_DATA, port);
+    cancelTimer(MEAS_RETRIEVE, port);
 }
 
 void resumeSupervision(Client& c, u8 port)
 {
-    if (port >= PORTS || c.supervision[port].started == 0) return;
-    if (c.supervision[port].timer == 0) superviseIfLinked(c, port);
+    if (port >= PORTS || c.subscribed[port] == 0) return;
+    if (!runs(SUPERVISION, port)) superviseIfLinked(c, port);
 }
 
 void requestSupervision(Client& c, u8 port)
@@ -86,7 +85,7 @@ void requestSupervision(Client& c, u8 port)
     }
     requestMeasurement(c, INRSI_GET_PHASE_DIFF2_REQ, unit->sharedUnitId);
     sup.supMeasOngoing = 1;
-    startRetrieveTimer(c, port, c.role->retrieveTime());
+    startTimer(MEAS_RETRIEVE, port, c.role->retrieveTime());
 }
 
 void onSupervisionSample(Client& c, u8 port, u32 trpDiffHigh, u32 trpDiffLow, u32 trpDiffValid)
@@ -98,7 +97,7 @@ void onSupervisionSample(Client& c, u8 port, u32 trpDiffHigh, u32 trpDiffLow, u3
     Supervision& sup = c.supervision[port];
     sup.supMeasOngoing = 0;
     ++sup.supCount;
-    cancelTimer(c.measRetrieveTmo[port]);
+    cancelTimer(MEAS_RETRIEVE, port);
     const double phaseDiff = KvdLoz6TuReg_soCpriPhase(trpDiffHigh, trpDiffLow);
     if (trpDiffValid != 0) {
         if (std::fabs(phaseDiff) < GOOD_s) ++sup.validCount;
@@ -106,7 +105,7 @@ void onSupervisionSample(Client& c, u8 port, u32 trpDiffHigh, u32 trpDiffLow, u3
     }
     c.role->supervised(port, phaseDiff, trpDiffValid);
     if (sup.supCount == SAMPLES)     conclude(c, port);
-    else if (sup.supCount < SAMPLES) startPhaseTimer(c, port);
+    else if (sup.supCount < SAMPLES) startTimer(PHASE_DATA, port, REQUEST_ms);
 }
 
 }  // namespace inrsi

@@ -256,6 +256,27 @@ TEST(InciClient, ReleaseAsksThePeerAndEndsWithItsConfirmation)
     EXPECT_EQ(b.group().received(KVD_NGPDUHIF_RECEIVE_BCM_DATA_IND), 1u);
 }
 
+// The path is named again while the peer is asked to give the connection back.
+TEST(InciClient, OneThatIsReleasedAndWantedAgainIsMadeAnew)
+{
+    for (const bool confirmed : {true, false}) {
+        SCOPED_TRACE(confirmed);
+        ClientBench b;
+        const u32 ref = b.establishWithPeer();
+        b.unit.release(5, 0);
+        b.unit.establish("peer", 3, 5);
+        if (confirmed) b.peer.send(InciRefs{PSX_IW_NGSC_INCI_CONN_RELEASE_CFM, ref, ref});
+        else           b.run(1.1);               // a peer that has forgotten it doesn't answer
+        ASSERT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ), 2u);
+        EXPECT_EQ(b.group().clientReleases(), std::vector<u32>{ref});
+        EXPECT_NE(b.clientRef(), ref);
+        b.confirm(b.clientRef());
+        b.broadcast(b.clientRef());
+        EXPECT_EQ(b.unit.responses(), confirmed ? 2u : 3u);
+        EXPECT_EQ(b.unit.response().result, 1u);
+    }
+}
+
 TEST(InciClient, APeerThatDiesIsHuntedForAndReportedAnew)
 {
     ClientBench b;

@@ -1,4 +1,5 @@
 // References and the forms of a broadcast, by hand and against an independent model's check values.
+#include "hw/kvd_hwif_words.h"
 #include "iif/kvd_iifadm.h"
 #include "socpri/kvd_socpri_inci_bcm.h"
 #include "socpri/kvd_socpri_inci_ref.h"
@@ -178,98 +179,195 @@ TEST(InciBroadcast, NoFieldReachesAnother)
 
 // ---- check values -------------------------------------------------------------------------------
 
-void replayReceive(const json& v)
+const Widths SENT = {4, 4, 4, 4, 2, 2, 2, 2, 2, 2, 4, 2, 0, 0, 4, 4, 4, 2, 2, 2, 0, 0, 4, 4};
+
+std::string hexOf(std::span<const std::byte> bytes)
 {
-    const std::string hex = v["in"]["broadcast"];
-    const json& record = v["in"]["client_record"];
-    const json& connection = v["in"]["ngpduhif"];
-    const InciOrigin origin{record["cpriPortNo"], record["sharedId"], connection["apn"]};
-    KvdNgpduhifReceiveBcmDataInd got =
-        hex.substr(0, 8) == "01700306"
-            ? inciReceived(layoutOf<InciBroadcastMessageInd>(hex, MESSAGE), origin)
-            : inciReceived2(layoutOf<InciBroadcastMessage2Ind>(hex, MESSAGE2), origin);
-    got.clientRef = connection["clientRef"];
-    got.serverRef = connection["serverRef"];
-    EXPECT_EQ(wireOf(got, RECEIVED), turned(turned(bytesOf(v["out"]["hex"]), RECEIVED), RECEIVED));
-    EXPECT_EQ(got.esfc, v["out"]["esfc"].get<u32>());
-    EXPECT_EQ(got.mfn, v["out"]["mfn"].get<u16>());
+    std::string hex;
+    char text[3];
+    for (const std::byte b : bytes) std::snprintf(text, sizeof text, "%02x", std::to_integer<unsigned>(b)), hex += text;
+    return hex;
+}
+/// Words of the machine from those of the wire, or back.
+std::vector<std::byte> words(const std::vector<std::byte>& bytes) { return turned(bytes, Widths(bytes.size() / 4, 4)); }
+u32 wordAt(std::span<const std::byte> bytes, std::size_t at)
+{
+    u32 word;
+    std::memcpy(&word, bytes.data() + at, sizeof word);
+    return word;
+}
+std::string withWord(std::string hex, std::size_t at, const json& word)
+{
+    char text[9];
+    std::snprintf(text, sizeof text, "%08x", word.get<u32>());
+    return hex.replace(2 * at, 8, text);
+}
+/// The value of that name, in the object or in one below it.
+const json& inside(const json& object, const std::string& key)
+{
+    if (object.contains(key)) return object[key];
+    for (const json& child : object)
+        if (child.is_object()) {
+            try { return inside(child, key); } catch (const std::out_of_range&) {}
+        }
+    throw std::out_of_range("no \"" + key + "\"");
 }
 
-void replayReferences(const json& v)
+json hashed(const json& in)
 {
-    i32 key = v["in"]["first_key"];
-    for (const json& ref : v["out"]["refs"]) {
-        const InciReference got = inciNextReference(key, v["in"]["apn"], v["in"]["nodeIdentifier"]);
-        EXPECT_EQ(std::to_string(got.key), ref["text"].get<std::string>());
-        EXPECT_EQ(key, ref["key_after"].get<i32>());
-        if (ref.contains("ref")) { EXPECT_EQ(got.reference, ref["ref"].get<u32>()); }
+    const auto data = bytesOf(in.at("data"));
+    return {{"ref", inciReferenceHash(data.data(), static_cast<u32>(data.size()), in.at("seed"))}};
+}
+
+json references(const json& in, std::size_t count)
+{
+    json refs = json::array();
+    i32 key = in.at("first_key");
+    while (refs.size() < count) {
+        const InciReference got = inciNextReference(key, in.at("apn"), in.at("nodeIdentifier"));
+        refs.push_back({{"text", std::to_string(got.key)}, {"key_after", key}, {"ref", got.reference}});
     }
+    return {{"refs", refs}};
 }
 
-void replayCounter(const json& v)
+json sent(const json& in)
+{
+    const auto data = layoutOf<KvdNgpduhifSendBcmDataInd>(in.at("send"), SENT);
+    const auto wire = [&](auto message, const Widths& widths) {
+        message.procedureRef = inside(in, "serverConnectionRef");
+        message.connectionRef = inside(in, "clientConnectionRef");
+        return json{{"hex", hexOf(wireOf(message, widths))}};
+    };
+    const u32 node = inside(in, "nodeIdentifier");
+    return inside(in, "protocolRev") == 1 ? wire(inciMessage(data, node), MESSAGE) : wire(inciMessage2(data, node), MESSAGE2);
+}
+
+json received(const json& in)
+{
+    const std::string hex = in.at("broadcast");
+    const InciOrigin origin{inside(in, "cpriPortNo"), inside(in, "sharedId"), inside(in, "apn")};
+    KvdNgpduhifReceiveBcmDataInd got = hex.starts_with("01700306")
+                                           ? inciReceived(layoutOf<InciBroadcastMessageInd>(hex, MESSAGE), origin)
+                                           : inciReceived2(layoutOf<InciBroadcastMessage2Ind>(hex, MESSAGE2), origin);
+    got.clientRef = inside(in, "clientRef");
+    got.serverRef = inside(in, "serverRef");
+    return {{"hex", hexOf(wireOf(got, RECEIVED))}, {"esfc", got.esfc}, {"mfn", got.mfn}};
+}
+
+json counters(const json& in)
 {
     InciBroadcastMessageInd one{};
     InciBroadcastMessage2Ind two{};
-    one.extendedCbfnCounter = two.extendedCbfnCounter = v["in"]["extendedCbfnCounter"];
+    one.extendedCbfnCounter = two.extendedCbfnCounter = in.at("extendedCbfnCounter");
     const auto r1 = inciReceived(one, {});
     const auto r2 = inciReceived2(two, {});
-    EXPECT_EQ(json({{"form1", {{"esfc", r1.esfc}, {"mfn", r1.mfn}}},
-                    {"form2", {{"esfc", r2.esfc}, {"mfn", r2.mfn}}}}),
-              v["out"]);
+    return {{"form1", {{"esfc", r1.esfc}, {"mfn", r1.mfn}}}, {"form2", {{"esfc", r2.esfc}, {"mfn", r2.mfn}}}};
 }
 
-void replayRevision(const json& v)
+json revision(const json& in)
 {
     InciBench b;
     b.peer.start();
     const auto connect = [&b](const std::vector<u32>& offered, u32 ref) {
-        std::vector<u32> words{PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ, 1, ref, static_cast<u32>(offered.size())};
-        words.insert(words.end(), offered.begin(), offered.end());
-        b.peer.sendBytes(std::as_bytes(std::span(words)));
+        std::vector<u32> req{PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ, 1, ref, static_cast<u32>(offered.size())};
+        req.insert(req.end(), offered.begin(), offered.end());
+        b.peer.sendBytes(std::as_bytes(std::span(req)));
     };
-    for (u32 i = 0; i < v["in"]["records_used"].get<u32>(); ++i) connect({1}, 100 + i);
-    connect(v["in"]["offered"], 50);
-    ASSERT_FALSE(b.peer.inbox.taken.empty());
-    u32 words[4];
-    std::memcpy(words, b.peer.inbox.taken.back().bytes.data(), sizeof words);
-    if (v["out"]["answer"] == "CFM") {
-        EXPECT_EQ(words[0], PSX_IW_NGSC_INCI_CONN_ESTABLISH_CFM);
-        EXPECT_EQ(words[3], v["out"]["revision"].get<u32>());
-        if (v["out"].contains("connectionRef")) { EXPECT_EQ(words[2], v["out"]["connectionRef"].get<u32>()); }
-    } else {
-        EXPECT_EQ(words[0], PSX_IW_NGSC_INCI_CONN_ESTABLISH_REJ);
-        EXPECT_EQ(words[3] & 0xFF, v["out"]["errorCode"].get<u32>());
-    }
+    for (u32 i = 0; i < in.at("records_used").get<u32>(); ++i) connect({1}, 100 + i);
+    connect(in.at("offered"), 50);
+    const auto& answer = b.peer.inbox.taken.at(in["records_used"]).bytes;
+    const bool isConfirmed = wordAt(answer, 0) == PSX_IW_NGSC_INCI_CONN_ESTABLISH_CFM;
+    json out = {{"answer", isConfirmed ? "CFM" : "REJ"}, {"revision", {}}, {"errorCode", {}}, {"connectionRef", wordAt(answer, 8)}};
+    if (isConfirmed) out["revision"] = wordAt(answer, 12);
+    else             out["errorCode"] = std::to_integer<u32>(answer.at(12));
+    return out;
+}
+
+/// The server's reference is its own: the answer's stands for the one of the file.
+json confirmed(const json& in)
+{
+    InciBench b;
+    b.peer.start();
+    b.peer.sendBytes(words(bytesOf(in.at("req"))));
+    const auto& cfm = b.peer.inbox.taken.at(0).bytes;
+    EXPECT_NE(wordAt(cfm, 8), 0u);
+    return {{"cfm", withWord(hexOf(words(cfm)), 8, in.at("serverConnectionRef"))}};
+}
+
+/// And so does the client's.
+json requested(const json& in)
+{
+    InciBench b;
+    b.peer.start();
+    b.unit.establish("peer", 3, 5);
+    const auto& req = b.peer.inbox.taken.at(0).bytes;
+    EXPECT_EQ(wordAt(req, 4), wordAt(req, 8));
+    return {{"hex", withWord(withWord(hexOf(words(req)), 4, in.at("clientRef")), 8, in.at("clientRef"))}};
+}
+
+json translated(const json& in)
+{
+    json mapped = json::array();
+    for (const json& state : in.at("s")) mapped.push_back(inciSyncState(state, in.at("translation_flag")));
+    return {{"mapped", mapped}};
+}
+
+json idl1Word(const json& in)
+{
+    const hwif::BfnOutWords w = hwif::packBfnExtended({in.at("inc_diff"), in.at("e_sfc"), in.at("rc_state"),
+                                                       in.at("coldRestartFlag"), in.at("jump"), in.at("ms_flag")});
+    char high[9], low[9];
+    std::snprintf(high, sizeof high, "%08x", w.word1);
+    std::snprintf(low, sizeof low, "%08x", w.word2);
+    return {{"high", high}, {"low", low}};
+}
+
+json replayed(const json& v)
+{
+    const std::string kind = v.at("kind");
+    const json& in = v.at("in");
+    if (kind == "hash") return hashed(in);
+    if (kind == "refs") return references(in, v.at("out").at("refs").size());
+    if (kind == "broadcast") return sent(in);
+    if (kind == "receive") return received(in);
+    if (kind == "counter") return counters(in);
+    if (kind == "revision") return revision(in);
+    if (kind == "connCfm") return confirmed(in);
+    if (kind == "connReq") return requested(in);
+    if (kind == "syncStateMap") return translated(in);
+    if (kind == "idl1") return idl1Word(in);
+    throw std::out_of_range("no replay of kind " + kind);
+}
+
+/// Bytes without a meaning are those of padding, which are 0 here.
+json wantedOf(const json& out)
+{
+    json wanted = out;
+    wanted.erase("pad");
+    for (const json& pad : out.value("pad", json::array()))
+        wanted["hex"] = wanted["hex"].get<std::string>().replace(2 * pad[0].get<std::size_t>(), 2 * pad[1].get<std::size_t>(),
+                                                                2 * pad[1].get<std::size_t>(), '0');
+    return wanted;
 }
 
 TEST(InciCheckValues, AllOfThem)
 {
     TU_LOAD_VECTORS(document, "o05_inci.json");
-    std::map<std::string, u32> replayed;
+    EXPECT_EQ(document["vectors"].size(), document["count"].get<std::size_t>());
     for (const json& v : document["vectors"]) {
         SCOPED_TRACE(v["id"].get<std::string>());
-        const std::string kind = v["kind"];
-        ++replayed[kind];
-        if (kind == "receive") replayReceive(v);
-        else if (kind == "refs") replayReferences(v);
-        else if (kind == "counter") replayCounter(v);
-        else if (kind == "revision") replayRevision(v);
-        else if (kind == "hash" && v["out"].contains("ref")) {
-            const auto data = bytesOf(v["in"]["data"]);
-            EXPECT_EQ(inciReferenceHash(data.data(), static_cast<u32>(data.size()), v["in"]["seed"]),
-                      v["out"]["ref"].get<u32>());
-        } else if (kind == "syncStateMap") {
-            for (std::size_t i = 0; i < v["in"]["s"].size(); ++i)
-                EXPECT_EQ(inciSyncState(v["in"]["s"][i], v["in"]["translation_flag"]),
-                          v["out"]["mapped"][i].get<u16>());
-        } else {
-            --replayed[kind];
+        try {
+            const json got = replayed(v), out = wantedOf(v.at("out"));
+            for (const auto& [key, wanted] : out.items()) {
+                const auto isIt = [&, &key = key](const json& o) { return o.contains(key) && o[key] == got.at(key); };
+                const json others = v.value("open", false) ? v.value("alternatives", json::array()) : json::array();
+                EXPECT_TRUE(got.at(key) == wanted || std::any_of(others.begin(), others.end(), isIt))
+                    << key << ": " << got.at(key) << " is not " << wanted;
+            }
+        } catch (const std::exception& e) {
+            ADD_FAILURE() << e.what();
         }
     }
-    EXPECT_EQ(replayed["receive"], 62u);
-    EXPECT_EQ(replayed["refs"], 11u);
-    EXPECT_EQ(replayed["revision"], 8u);
-    EXPECT_EQ(replayed["counter"], 6u);
 }
 
 }  // namespace

@@ -16,16 +16,6 @@ constexpr InrsiFrequency GOOD{2, true}, FAR{40, true};
 
 struct AlignUnit : SocpriUnit {
     AlignUnit() : SocpriUnit(MASTER) { frequencyIs(GOOD); }
-    struct Count { u32 esfc; u16 mfn; };
-    Count count()
-    {
-        return get([] {
-            u16 mfn = 0, sfn = 0;
-            u32 inc = 0;
-            tuHwIf_readSfc(mfn, sfn, inc);
-            return Count{static_cast<u32>(KvdLoz6TuReg_getLastTime().c / 1024.0), mfn};
-        });
-    }
     void align(u8 port, Count group)
     {
         send(KvdTuiifSocpriBfnAlignToGroupReq{KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_REQ, 1, port, group.esfc,
@@ -123,6 +113,51 @@ TEST(InrsiSelection, WaitsForTheEndOfAPause)
         EXPECT_EQ(u.selected(), dropped ? "" : "3:1");
         EXPECT_EQ(u.traced("SoCPRI is no longer selected reference, abort new selection request."), dropped);
         EXPECT_EQ(u.inrsi().frequencyRequests(UNIT_C) > before, !dropped);
+    }
+}
+
+// What comes after it in the pause takes its place: it doesn't cut in when the pause is over.
+TEST(InrsiSelection, ThatWaitsIsGivenUpForALaterOrder)
+{
+    for (const bool deselected : {false, true}) {
+        SCOPED_TRACE(deselected);
+        AlignUnit u;
+        u.align(1, u.count());
+        u.run(12.5);
+        u.otherEndSays(u.count());
+        ASSERT_EQ(u.aligned(), 1u);
+        u.select(3);
+        if (deselected) u.deselect(3);
+        u.frequencyIs(FAR);
+        if (!deselected) u.scan(1);
+        u.run(6.0);
+        EXPECT_EQ(u.scanned(), deselected ? "" : "1:4") << "after all its attempts";
+        EXPECT_EQ(u.inrsi().frequencyRequests(UNIT_C), 0u);
+        EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+    }
+}
+
+// The far end agrees while a phase is asked for: that its answer comes when the order is over is no fault. One
+// that never comes is told once, and takes no later sample's place.
+TEST(InrsiAlignment, AnAnswerAfterItsEndIsNotMissing)
+{
+    for (const bool answered : {true, false}) {
+        SCOPED_TRACE(answered);
+        AlignUnit u;
+        u.supervise({1});
+        u.inrsi().answer_ms = 60;
+        u.align(1, u.count());
+        u.run(19.0);                             // a hundred phases, 160 ms apart, and the step
+        while (u.get([] { return inrsi::master::record().measOngoing; }) != 0) u.run(0.001);
+        if (!answered) u.inrsi().silentUnits = {UNIT_A};
+        while (u.get([] { return inrsi::master::record().measOngoing; }) == 0) u.run(0.001);
+        u.otherEndSays(u.count());
+        ASSERT_EQ(u.aligned(), 1u);
+        u.inrsi().silentUnits.clear();
+        u.run(55.0);
+        EXPECT_EQ(u.supervised(), answered ? "" : "1:7");
+        u.run(7.0);
+        EXPECT_EQ(u.supervised(), "1:2");
     }
 }
 

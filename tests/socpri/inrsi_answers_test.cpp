@@ -118,6 +118,15 @@ TEST(InrsiStrayAnswer, OfAnotherPortsSupervisionLeavesTheFocusAlone)
     u.run(2.0);
     EXPECT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_TIME_SYNC});
     EXPECT_EQ(u.synced(), "");
+
+    // While the focus's own request is open, whose link goes before it is answered.
+    u.inrsi().silentUnits = {UNIT_A};
+    while (u.get([] { return inrsi::master::record().measOngoing; }) == 0) u.run(0.001);
+    u.inject(InrsiUnitRej{INRSI_GET_PHASE_DIFF2_REJ, 0, 0, UNIT_C, 3});
+    u.inrsi().setStatus(UNIT_A, 0);
+    u.run(1.0);
+    EXPECT_EQ(u.synced(), "1:3");
+    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
 }
 
 // A late rejection doesn't end a holdover.
@@ -156,34 +165,55 @@ TEST(InrsiOpenMeasurement, RefusesAScanAlone)
     }
 }
 
-// Time-outs of timers that were stopped when they lay in the queue already.
-TEST(InrsiLateTimeout, CountsForNothing)
+// The same for a link that the loop is to go on with; a scan that comes later than any answer isn't refused.
+TEST(InrsiOpenMeasurement, StandsInNobodysWayForLong)
 {
     SocpriUnit u{MASTER};
-    u.frequencyIs(FAR);
-    u.scan(1);
-    u.inrsi().answer_ms = 60;
-    u.run(0.1);                                  // a request is open, and its time runs
-    u.inject(InrsiPortTmo{INRSI_REQUEST_PHASE_DATA_TMO, 0});
-    EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A), 0u);
-    u.inject(SIGSELECT{INRSI_REQUEST_FREQ_DATA_TMO});
-    EXPECT_EQ(u.scanned(), "") << "it isn't refused by its own request";
-    u.run(3.0);
-    EXPECT_EQ(u.scanned(), "1:4") << "after all fifteen";
-    EXPECT_EQ(u.inrsi().frequencyRequests(UNIT_A), 15u);
-
-    u.inrsi().answer_ms = 5;
     u.lock(1);
-    u.mp().clearLog();
-    while (u.get([] { return inrsi::master::record().measOngoing; }) != 0) u.run(0.001);
-    u.inject(InrsiPortTmo{KVD_TUSOCPRI_MEAS_RETRIEVE_TMO, 0});
-    u.inject(SIGSELECT{KVD_TUSOCPRI_HOLDOVER_TMO});
-    for (const u8 port : {0, 6, 7, 255}) u.inject(InrsiPortTmo{KVD_TUSOCPRI_SUPERVISION_TMO, port});
-    u.inject(InrsiPortTmo{KVD_TUSOCPRI_MEAS_RETRIEVE_TMO, 2});
-    EXPECT_EQ(u.synced(), "");
-    EXPECT_EQ(u.supervised(), "");
-    EXPECT_TRUE(u.get(KvdLoz6TuReg_pllIsLocked));
-    EXPECT_EQ(u.inrsi().phaseRequests(UNIT_C), 0u);
+    u.inrsi().silentUnits = {UNIT_C};
+    u.scan(3);
+    u.select(1);
+    u.run(3.0);
+    EXPECT_EQ(u.selected(), "1:2");
+    u.deselect(1);
+    u.scan(3);
+    u.scan(3);                                   // both unanswered
+    u.select(1);
+    u.run(1.1);
+    u.deselect(1);
+    u.inrsi().silentUnits.clear();
+    u.scan(3);
+    u.run(1.0);
+    EXPECT_EQ(u.scanned(), "3:1");
+}
+
+// Time-outs that lay in the queue when their timer was stopped, by whichever client.
+TEST(InrsiLateTimeout, CountsForNothing)
+{
+    SocpriUnit u{MASTER, false};
+    u.node.system().call(*u.node.program(), [] {
+        using namespace inrsi;
+        const auto isVoid = [] {
+            Signal* sig = ose::receive(ose::ANY_SIGNAL);
+            const bool yes = isVoidTimeout(sig);
+            ose::free_buf(&sig);
+            return yes;
+        };
+        startTimer(PHASE_DATA, PORT_X, 10);
+        startTimer(MEAS_RETRIEVE, 0, 10);
+        startTimer(HOLDOVER, 10);
+        ose::delay(20);
+        KvdLoz6Inrsi_leave();
+        startTimer(HOLDOVER, 30);
+        startTimer(PHASE_DATA, 0, 30);           // another port's
+        for (int i = 0; i < 3; ++i) EXPECT_TRUE(isVoid());
+        for (int i = 0; i < 2; ++i) EXPECT_FALSE(isVoid());
+    });
+    const u32 before = u.get([] { return inrsi::master::record().client.procedureRef; });
+    for (const u8 port : {7, 255}) u.inject(InrsiPortTmo{KVD_TUSOCPRI_SUPERVISION_TMO, port});
+    u.inject(SIGSELECT{INRSI_REQUEST_PHASE_DATA_TMO});
+    EXPECT_TRUE(u.traced("ignored, too short"));
+    EXPECT_EQ(u.get([] { return inrsi::master::record().client.procedureRef; }), before);
 }
 
 TEST(InrsiTimeSync, GoesOnWithAnotherUnitOfThePort)
@@ -200,6 +230,39 @@ TEST(InrsiTimeSync, GoesOnWithAnotherUnitOfThePort)
     EXPECT_GE(u.inrsi().phaseRequests(12), 8u);
     EXPECT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_TIME_SYNC});
     EXPECT_EQ(u.synced(), "");
+}
+
+// Answers on their way when the link went: the first is one more try, a second ends it.
+TEST(InrsiTimeSync, EndsWithASecondAnswerOfALinkThatIsGone)
+{
+    SocpriUnit u{MASTER};
+    u.synchronise(1);
+    u.inrsi().answer_ms = 60;
+    while (u.get([] { return inrsi::master::record().measOngoing; }) != 0) u.run(0.001);
+    while (u.get([] { return inrsi::master::record().measOngoing; }) == 0) u.run(0.001);
+    u.mp().clearLog();
+    u.inrsi().setStatus(UNIT_A, 0);
+    u.run(0.07);
+    EXPECT_EQ(u.synced(), "");
+    u.inrsi().answer_ms = 5;
+    phaseComes(u);
+    EXPECT_EQ(u.synced(), "1:3");
+    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+}
+
+// 600 phases that never agree with each other.
+TEST(InrsiTimeSync, EndsWhenTheLoopDoesNotSettle)
+{
+    SocpriUnit u{MASTER};
+    u32 n = 0;
+    u.inrsi().onPhase([&n](u32) { return InrsiPhase{++n % 2 * 1'000'000, true}; });
+    u.synchronise(1);
+    u.mp().clearLog();
+    u.run(60.0);
+    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND), 0u);
+    u.run(5.0);
+    EXPECT_EQ(u.synced(), "1:6");
+    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
 }
 
 // ---- supervision of a port that is scanned ---------------------------------------------------------

@@ -50,6 +50,31 @@ TEST(InrsiConnection, ARejectionClosesItUntilTheNextOrder)
     EXPECT_EQ(u.started(), 1u);
 }
 
+// A server that lost the request is asked again by the next order; a stopped exchange by the next supervision.
+TEST(InrsiConnection, WhatWasLostIsAskedForAgain)
+{
+    SocpriUnit u{MASTER, false};
+    u.inrsi().setAnswer(Answer::Silent);
+    u.order(KVD_TUIIF_SOCPRI_START_REQ);
+    EXPECT_FALSE(u.started());
+    u.inrsi().setAnswer(Answer::Accept);
+    u.order(KVD_TUIIF_SOCPRI_START_REQ);
+    EXPECT_EQ(u.started(), 1u);
+    u.supervise({1, 3});
+    const auto established = [&u](u8 port) {
+        return u.get([port] { return inrsi::master::client().cpriPortStatus[port][0].inciEstablishStatus; });
+    };
+    u.run(2.0);
+    ASSERT_EQ(established(0), u32{inrsi::INCI_ESTABLISHED});
+    u.order(KVD_TUIIF_SOCPRI_STOP_REQ);
+    u.inrsi().setStatus(UNIT_A, 2);              // nobody is there to be asked
+    u.run(LATER);
+    EXPECT_EQ(established(0), u32{inrsi::INCI_NONE});
+    u.supervise({1, 3});
+    u.run(2.0);
+    for (const u8 port : {u8{0}, u8{2}}) EXPECT_EQ(established(port), u32{inrsi::INCI_ESTABLISHED});
+}
+
 TEST(InrsiConnection, ALossEndsTheWorkAndTheLinksAndIsMadeAgain)
 {
     SocpriUnit u{MASTER};

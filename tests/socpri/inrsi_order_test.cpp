@@ -81,6 +81,24 @@ TEST(InrsiScan, TheSlaveIsToldTheWholeOfWhatIsTakenBack)
     EXPECT_NEAR(u.get(tuHwIf_readCurrentFrequency), before, 1e-12);
 }
 
+// Three good values in a row are three of one link.
+TEST(InrsiScan, CountsNoGoodValueOfAnOrderBefore)
+{
+    SocpriUnit u{MASTER};
+    u32 left = 2;
+    u.inrsi().onFrequency([&left](u32 unit) -> std::optional<InrsiFrequency> {
+        if (unit == UNIT_A && left-- == 0) return std::nullopt;
+        return GOOD;
+    });
+    u.scan(1);
+    u.run(0.5);
+    EXPECT_EQ(u.scanned(), "1:5");
+    u.scan(3);
+    u.run(0.5);
+    EXPECT_EQ(u.scanned(), "3:1");
+    EXPECT_EQ(u.inrsi().frequencyRequests(UNIT_C), 3u);
+}
+
 TEST(InrsiScan, ASecondOneDropsTheFirst)
 {
     SocpriUnit u{MASTER};
@@ -270,17 +288,56 @@ TEST(InrsiHoldover, AnOrderToGoOnIsAnsweredWhenTheLinkFails)
     EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
 }
 
-TEST(InrsiHoldover, EndsAfterFiveMinutes)
+TEST(InrsiHoldover, EndsAfterFiveMinutesWhateverHappensInIt)
+{
+    struct Case {
+        const char* what;
+        void (*event)(SocpriUnit&);
+    };
+    for (const Case& c : std::to_array<Case>({
+             {"nothing", [](SocpriUnit&) {}},
+             {"the server dies", [](SocpriUnit& u) { u.inrsi().die(); }},
+             {"a scan", [](SocpriUnit& u) { u.scan(3); }},
+             {"deselected", [](SocpriUnit& u) { u.deselect(1); }},
+             {"a link to go on with that isn't there",
+              [](SocpriUnit& u) { u.inrsi().setStatus(UNIT_C, 0), u.run(LATER), u.select(3); }},
+             {"one without a valid phase",
+              [](SocpriUnit& u) { u.phaseIs(InrsiPhase{0, false}), u.select(3); }},
+             {"one that the loop has just begun with",
+              [](SocpriUnit& u) { u.select(3), u.run(0.5), u.inrsi().silentUnits = {UNIT_C}; }}})) {
+        SCOPED_TRACE(c.what);
+        SocpriUnit u{MASTER};
+        u.lock(1);
+        u.order(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ);
+        u.run(10.0);
+        c.event(u);
+        u.run(288.0);
+        EXPECT_TRUE(u.get(KvdLoz6TuReg_pllIsHoldover));
+        EXPECT_EQ(u.mp().clockState(), 11);
+        u.run(3.0);
+        EXPECT_EQ(u.get(KvdLoz6TuReg_pllState), u32{PLL_Unlocked});
+        EXPECT_EQ(u.mp().clockState(), 4);
+        EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+    }
+}
+
+// The link was lost, nobody ordered a holdover, and the reference goes: the loop doesn't stay locked to nothing.
+TEST(InrsiHoldover, IsEnteredByALoopWhoseLinkWasLostBefore)
 {
     SocpriUnit u{MASTER};
+    u.mp().restart(2 * ose::SEC);                // no first start any more
+    u.run(5.0);
+    u.supervise({1, 3});
     u.lock(1);
-    u.order(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ);
-    u.run(299.0);
+    u.inrsi().setStatus(UNIT_A, 0);
+    u.run(1.0);
+    ASSERT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+    ASSERT_TRUE(u.get(KvdLoz6TuReg_pllIsLocked));
+    u.mp().selectNone();
+    u.run(1.0);
     EXPECT_TRUE(u.get(KvdLoz6TuReg_pllIsHoldover));
-    u.run(2.0);
-    EXPECT_EQ(u.get(KvdLoz6TuReg_pllState), u32{PLL_Unlocked});
-    EXPECT_EQ(u.mp().clockState(), 4);
-    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+    u.run(301.0);
+    EXPECT_FALSE(u.get(KvdLoz6TuReg_pllIsHoldover));
 }
 
 TEST(InrsiHoldover, IsEnteredUnaskedWhenTheReferenceIsDeselected)

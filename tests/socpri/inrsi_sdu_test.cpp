@@ -270,4 +270,41 @@ TEST(InrsiRole, AChangeLeavesNothingBehind)
     EXPECT_EQ(u.links().size(), 4u) << "told once, by the client at work";
 }
 
+// A master tells the sync group its time, a slave doesn't; which of them it is may change at any time.
+TEST(InrsiRole, TheExchangeOfSyncDataFollowsAChange)
+{
+    for (const u8 role : {SLAVE, bench::MASTER}) {
+        SCOPED_TRACE(role);
+        SocpriUnit u{role};
+        const auto rounds = [&u] {
+            const std::size_t before = u.traces("INCI get time data tmo requested.");
+            u.run(2.0);
+            return u.traces("INCI get time data tmo requested.") - before;
+        };
+        EXPECT_EQ(rounds(), role == SLAVE ? 0u : 10u);
+        u.mp().changeMaster(3, role == SLAVE ? bench::MASTER : SLAVE);
+        u.run(1.0);
+        EXPECT_EQ(rounds(), role == SLAVE ? 10u : 0u);
+        EXPECT_NE(u.node.system().find("PsxIwNgscInciServer"), 0u);
+    }
+}
+
+// Orders that are a master's are refused by a slave, whose loop and oscillator they don't touch.
+TEST(InrsiRole, ASlaveRefusesAMastersOrders)
+{
+    SduUnit u;
+    const double frequency = u.get(tuHwIf_readCurrentFrequency);
+    u.frequencyIs(InrsiFrequency{40, true});
+    u.scan(1);
+    EXPECT_EQ(u.scanned(), "1:5");
+    u.select(1);
+    EXPECT_EQ(u.selected(), "1:5");
+    u.send(KvdTuiifSocpriBfnAlignToGroupReq{KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_REQ, 2, 1, 0, 3});
+    EXPECT_EQ(u.aligned(), 0u);
+    u.run(2.0);
+    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+    EXPECT_EQ(u.inrsi().frequencyRequests(UNIT_A), 0u);
+    EXPECT_EQ(u.get(tuHwIf_readCurrentFrequency), frequency);
+}
+
 }  // namespace

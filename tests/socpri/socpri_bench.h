@@ -111,6 +111,16 @@ struct SocpriUnit : Unit {
     }
 
     // ---- what is seen ---------------------------------------------------------------------------
+    struct Count { u32 esfc; u16 mfn; };
+    Count count()
+    {
+        return get([] {
+            u16 mfn = 0, sfn = 0;
+            u32 inc = 0;
+            tuHwIf_readSfc(mfn, sfn, inc);
+            return Count{static_cast<u32>(KvdLoz6TuReg_getLastTime().c / 1024.0), mfn};
+        });
+    }
     u32 action() { return get(inrsiGetAction); }
     u8  port() { return get(inrsiGetPortNo); }
     /// Newest answer or indication of that number, and forgets all that was told.
