@@ -4,11 +4,14 @@
 #include "iif/tuiif_sig.h"
 #include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
+#include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
+#include "reg/kvd_reg_pll.h"
 #include "sim/board/board.h"
 #include "sim/node/digest.h"
+#include "sim/scenario/link.h"
 #include "sim/scenario/packet_net.h"
 #include "sim/scenario/unit.h"
 
@@ -16,24 +19,31 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <algorithm>
 #include <deque>
 #include <fstream>
 #include <limits>
 #include <memory>
+#include <set>
 
 namespace app {
 namespace {
 
 double seconds(ose::Time t) { return static_cast<double>(t) / static_cast<double>(ose::SEC); }
 
-/// Words of events that change what a reference of a unit gives.
-bool isOfReference(const std::string& what)
+/// Words of events that leave the references alone.
+bool sparesReferences(const std::string& what)
 {
-    for (const char* const word : {"input.", "gps.", "node.packet", "mp.create_packet", "mp.set_packet",
-                                   "mp.delete_packet"})
+    for (const char* const word : {"unit.command", "node.msi", "mp.gps_attributes", "mp.jump"})
         if (what.starts_with(word)) return true;
     return false;
 }
+
+/// Processes of the program that come with what it is set up for, and are to stay.
+constexpr const char* PROCESSES[] = {
+    "Kvd_loz6_tumgr_proc", "Kvd_loz6_fifo_proc", "Tsv_IfSupport_proc", "Kvd_loz6_tupktsync_proc",
+    "Kvd_loz6_turefmon_proc", "Kvd_loz6_tuhwif_int_proc", "TuGpsInt_proc", "TuGpsOslInt_proc", "TuHptsiInt_proc",
+    "PsxIwNgscInciServer"};
 
 /// One unit under watch: what is done to it and what it shows.
 class Watched {
@@ -43,6 +53,12 @@ public:
         : unit_(unit), spec_(spec), digest_(digest), found_(found), watch_(unit.name())
     {
         may_.hasTime = spec.node.mainProcessor.timeMode != 1;
+        const auto& references = spec.node.mainProcessor.references;
+        may_.canKnowTime = references.empty() ||       // by radio links
+                           std::any_of(references.begin(), references.end(), [](const sim::MpReference& r) {
+                               return r.refType == GPS_REF || r.refType == PACKET_TIME_REF ||
+                                      r.refType == HPTSI_REF || r.refType == GPSOSL_REF;
+                           });
         unit.node().traces().setCapacity(0);
         unit.node().mainProcessor().onStatus([this](const sim::ClockStatus& s) {
             if (s.radioClockState != told_) ++clockChanges;
@@ -58,7 +74,6 @@ public:
         unit.node().onProgramStart([this](u32) {
             watch_.forgetTold();
             may_.halting = boardFaults_ > 0;
-            may_.deaf = false;
             if (unit_.node().programStarts() > 1) ++restarts;
         });
     }
@@ -68,7 +83,9 @@ public:
     {
         const bool isOff = what.ends_with(" off");
         if (what == "mp.jump") may_.jump_s = t;
-        if (isOfReference(what)) may_.reference_s = t;
+        if (!sparesReferences(what)) may_.reference_s = t;
+        // Another role has other states; an oven that leaves its limits warms up again.
+        if (what == "mp.change_master" || what == "temperature.step") watch_.forgetTold();
         if (!what.starts_with("board.fault")) return;
         boardFaults_ += isOff ? -1 : 1;
         may_.halting = true;
@@ -77,11 +94,14 @@ public:
             unlocked_ = !isOff;
     }
 
-    /// What happens to the packet network may happen to any packet reference.
-    void onNetEvent(double t)
-    {
-        if (!spec_.node.mainProcessor.packetRefs.empty()) may_.reference_s = t;
-    }
+    /// What happens to the packet network or a link may happen to any reference.
+    void onOtherEvent(double t) { may_.reference_s = t; }
+    /// Something was done to a unit, this one or another.
+    void onDisturbance(double t) { disturbed_s_ = t; }
+    /// Where it is the unit that follows.
+    void watchLink(const sim::Link& link) { links_.push_back(&link); }
+    void mayStep(double t) { may_.jump_s = t; }
+    double jumped_s() const { return may_.jump_s; }
 
     void look(double t)
     {
@@ -112,33 +132,82 @@ private:
         if (!mp.connected()) connectedSince_s_ = t;
         constexpr double SETTLED_s = 15.0;
         m.connected = t - connectedSince_s_ > SETTLED_s;
-        if (mp.answer() == sim::Answer::Suspend || mp.answer() == sim::Answer::Reject) may_.deaf = true;
+        m.quiet_s = t - disturbed_s_;
+        may_.refused = t - connectedSince_s_ < SETTLED_s;
+        may_.slave = mp.config.masterSlaveMode == KVD_TUIIF_SLAVE_TU;
+        may_.follows = !links_.empty();
         m.told = mp.clockState();
-        m.wanted = mp.selectedRefType();
+        m.refStateTold = mp.status().refState;
         if (!m.runs) return m;
         m.poolUsed = node.program()->poolUsed();
-        struct Seen { u8 clock, selected, degrState; double c, f; u32 jumpState; };
+        struct Seen { u8 clock, selected, degrState; double c, f; u32 jumpState, refState; ClockFacts facts; };
         const Seen seen = node.inProgram([] {
             const TimePair last = KvdLoz6TuReg_getLastTime();
-            return Seen{KvdLoz6TuIifAdm_radioClockState(), KvdLoz6TuIifAdm_selectedRef(),
-                        KvdLoz6TuReg_degrState(), last.c, last.f, KvdLoz6TuReg_jumpState()};
+            ClockFacts facts;
+            facts.selected = KvdLoz6TuIifAdm_selectedRef();
+            facts.before = KvdLoz6TuIifAdm_prevSelectedRef();
+            facts.regState = KvdLoz6TuReg_regState();
+            facts.pllState = KvdLoz6TuReg_pllState();
+            facts.slavePllState = KvdLoz6TuReg_slavePllState();
+            facts.isRelaxed = KvdLoz6TuIifAdm_forceLockedTimerRuns() &&
+                              KvdLoz6TuIifAdm_holdoverThreshold(HOLDOVER_FREQ) == 0;
+            facts.awaitsRadio = KvdLoz6TuIifAdm_socpriMarker() != 0;
+            return Seen{KvdLoz6TuIifAdm_radioClockState(), facts.selected, KvdLoz6TuReg_degrState(), last.c, last.f,
+                        KvdLoz6TuReg_jumpState(), KvdLoz6TuIifAdm_tuiifRefState(), facts};
         });
+        m.facts = seen.facts;
+        m.facts.master = !may_.slave;
+        m.facts.timeMode = may_.hasTime;
+        m.facts.tracksNothing = seen.clock == KVD_TUIIF_LOSS_OF_TRACKING;   // which has a rule of its own
+        m.refState = seen.refState;
         m.clock = seen.clock;
         m.selected = seen.selected;
+        // A slave takes its link, and SoCPRI's orders their radio link, without a selection.
+        const bool isOwnChoice = may_.slave || seen.selected == SOCPRI_REF;
+        m.wanted = isOwnChoice ? seen.selected : mp.selectedRefType();
         m.degraded = seen.degrState == KVD_TUIIF_REF_DEGRADED;
         m.coarse_s = seen.c;
         m.fine_s = seen.f;
         if (seen.jumpState != JUMP_NOT_NEEDED) may_.jump_s = t;
         lookAtInput(m);
+        lookAtLinks(m);
+        lookAtComponents(m);
         return m;
+    }
+
+    void lookAtLinks(Moment& m)
+    {
+        m.followError_ns = std::numeric_limits<double>::quiet_NaN();
+        for (const sim::Link* const link : links_) {
+            if (&link->follower() != &unit_) continue;
+            m.leaderGone = !link->isUp();
+            m.followError_ns = sim::counterDifference_s(unit_, link->leader()) * 1e9;
+        }
+    }
+
+    /// What the unit has in hand when all is well, and what it lacks of that.
+    void lookAtComponents(Moment& m)
+    {
+        const sim::MainProcessor& mp = unit_.node().mainProcessor();
+        for (const sim::MpReference& r : spec_.node.mainProcessor.references)
+            if (mp.suitsRole(r) && r.supervise && !mp.usable(r)) m.unusable += " " + r.name;
+        for (const char* const name : PROCESSES) {
+            const bool isThere = unit_.node().system().find(name) != 0;
+            if (!isThere && had_.contains(name)) m.missing += std::string(" ") + name;
+            if (isThere && m.quiet_s > 3000.0) had_.insert(name);
+        }
     }
 
     /// True when the line gives its signal, or the port got a packet since the last look.
     bool isAlive(const sim::MpReference& r)
     {
         if (r.refType == PACKET_TIME_REF || r.refType == PACKET_FREQ_REF) return packetsCame_;
-        const auto input = r.name == "pps" ? sim::ReferenceInput::Pps : sim::ReferenceInput::Pdh1;
-        return unit_.input(input).present();
+        constexpr std::pair<const char*, sim::ReferenceInput> INPUTS[] = {
+            {"pps", sim::ReferenceInput::Pps}, {"external", sim::ReferenceInput::ExternalFrequency},
+            {"pdh1", sim::ReferenceInput::Pdh1}, {"eth-b", sim::ReferenceInput::EthernetB}};
+        for (const auto& [name, input] : INPUTS)
+            if (r.name == name) return unit_.input(input).present();
+        return true;                   // looked at otherwise
     }
 
     /// A line or a packet reference that has been dead for a minute, and what the unit says of it.
@@ -172,6 +241,9 @@ private:
     double connectedSince_s_ = 0, aliveAt_s_ = 0;
     u32 packets_ = 0;
     bool packetsCame_ = false;
+    double disturbed_s_ = 0;
+    std::vector<const sim::Link*> links_;
+    std::set<std::string> had_;        // processes
 };
 
 class Soak {
@@ -187,6 +259,11 @@ public:
             watched_.push_back(std::make_unique<Watched>(*units_.back(), spec, digest_, result.violations));
         }
         net_ = std::make_unique<sim::PacketNet>(world_, scenario, units_);
+        links_ = sim::makeLinks(world_, scenario, units_);
+        for (const auto& link : links_)
+            for (std::size_t i = 0; i < units_.size(); ++i)
+                if (&link->to() == units_[i].get() || &link->from() == units_[i].get())
+                    watched_[i]->watchLink(*link);
         for (const sim::EventSpec& e : scenario.events)
             world_.at(static_cast<ose::Time>(std::llround(e.at_s * 1e12)), [this, &e] { happen(e); });
         scheduleLook(1);
@@ -212,13 +289,16 @@ public:
 private:
     void happen(const sim::EventSpec& e)
     {
-        if (e.netAction) {
-            for (const auto& watched : watched_) watched->onNetEvent(seconds(world_.now()));
-            e.netAction(*net_);
-        }
+        const double t = seconds(world_.now());
+        for (const auto& watched : watched_) watched->onDisturbance(t);
+        if (e.netAction || e.linkAction)
+            for (const auto& watched : watched_) watched->onOtherEvent(t);
+        if (e.netAction) e.netAction(*net_);
+        for (const auto& link : links_)
+            if (e.linkAction && link->spec().name == e.link) e.linkAction(*link);
         for (std::size_t i = 0; i < units_.size(); ++i) {
-            if (e.netAction || units_[i]->name() != e.unit) continue;
-            watched_[i]->onEvent(e.what, seconds(world_.now()));
+            if (e.netAction || e.linkAction || units_[i]->name() != e.unit) continue;
+            watched_[i]->onEvent(e.what, t);
             e.action(*units_[i]);
         }
         ++result_.events;
@@ -232,6 +312,10 @@ private:
     void scheduleLook(u64 second)
     {
         world_.at(static_cast<ose::Time>(second) * ose::SEC + ose::SEC / 2, [this, second] {
+            double jumped_s = -1e9;
+            for (const auto& w : watched_) jumped_s = std::max(jumped_s, w->jumped_s());
+            if (!links_.empty())
+                for (auto& w : watched_) w->mayStep(jumped_s);   // a leader's steps are its followers'
             for (auto& w : watched_) w->look(seconds(world_.now()));
             scheduleLook(second + 1);
         });
@@ -243,6 +327,7 @@ private:
     sim::Digest digest_;
     std::vector<std::unique_ptr<sim::Unit>> units_;
     std::unique_ptr<sim::PacketNet> net_;
+    std::vector<std::unique_ptr<sim::Link>> links_;
     std::vector<std::unique_ptr<Watched>> watched_;
     std::deque<std::string> last_;
 };

@@ -1,6 +1,8 @@
 #include "app/soak_watch.h"
 
 #include "iif/tuiif_sig.h"
+#include "ref/ref_types.h"
+#include "reg/kvd_reg_pll.h"
 
 #include <algorithm>
 #include <cmath>
@@ -16,6 +18,7 @@ constexpr double TOLD_s = 5.0;                // a change of state reaches the m
 constexpr double COUNTER_TURN_s = 1024.0;
 constexpr u32 POOL_GROWTH = 16384;            // bytes above the first hour's
 constexpr double HOUR_s = 3600.0;
+constexpr double BACK_s = 3600.0;             // after the last disturbance everything is back
 
 constexpr u8 NO_REFERENCE = 1;
 constexpr u8 UNKNOWN = 7;                     // clock state
@@ -32,28 +35,30 @@ bool hasTime(u8 clock)
 
 constexpr u32 bit(u8 state) { return 1u << state; }
 
-/// Clock states that may follow each one in a run of the program, on a master that follows receivers
-/// and lines. A loss of tracking may come and go in any state; the halted state ends with a restart.
+/// Clock states that may follow each one in a run of the program, in one role. A loss of tracking may come and go
+/// in any state; the halted state ends with a restart.
 constexpr u32 DEGRADES = bit(KVD_TUIIF_FREQUENCY_DRIFTING) | bit(KVD_TUIIF_LOSS_OF_TRACKING) |
                          bit(KVD_TUIIF_FAILURE);
 constexpr u32 FREQUENCY = bit(KVD_TUIIF_FREQUENCY_LOCKED) | bit(KVD_TUIIF_FREQUENCY_HOLDOVER);
 constexpr u32 TIME_OFFSET = bit(KVD_TUIIF_TIME_OFFSET_LOCKED) | bit(KVD_TUIIF_TIME_OFFSET_HOLDOVER);
 constexpr u32 RNT = bit(KVD_TUIIF_RNT_TIME_LOCKED) | bit(KVD_TUIIF_RNT_TIME_HOLDOVER);
+constexpr u8  SOCPRI_STARTING = 17;
+constexpr u32 LOOP = bit(KVD_TUIIF_PREJUMP_START) | bit(KVD_TUIIF_PREJUMP_HIST) | bit(SOCPRI_STARTING);
+constexpr u32 SLAVE = bit(KVD_TUIIF_SLAVE_FREE_RUNNING) | bit(KVD_TUIIF_SLAVE_FREQUENCY_LOCKED) |
+                      bit(KVD_TUIIF_SLAVE_FRAME_LOCKED);
 
 u32 followers(u8 from)
 {
     switch (from) {
-    case KVD_TUIIF_WARMUP:               return DEGRADES | FREQUENCY;
-    case KVD_TUIIF_FREQUENCY_DRIFTING:   return DEGRADES | FREQUENCY;
-    case KVD_TUIIF_FREQUENCY_LOCKED:
-    case KVD_TUIIF_FREQUENCY_HOLDOVER:   return DEGRADES | FREQUENCY | TIME_OFFSET | RNT;
-    case KVD_TUIIF_TIME_OFFSET_LOCKED:
-    case KVD_TUIIF_TIME_OFFSET_HOLDOVER:
-    case KVD_TUIIF_RNT_TIME_LOCKED:
-    case KVD_TUIIF_RNT_TIME_HOLDOVER:    return DEGRADES | FREQUENCY | TIME_OFFSET | RNT;
+    case KVD_TUIIF_WARMUP:             return DEGRADES | FREQUENCY | LOOP | SLAVE;
+    case KVD_TUIIF_FREQUENCY_DRIFTING: return DEGRADES | FREQUENCY | LOOP;
     case KVD_TUIIF_LOSS_OF_TRACKING:
-        return DEGRADES | FREQUENCY | TIME_OFFSET | RNT | bit(KVD_TUIIF_WARMUP);
-    default:                             return 0;
+        return DEGRADES | FREQUENCY | TIME_OFFSET | RNT | LOOP | SLAVE | bit(KVD_TUIIF_WARMUP);
+    case KVD_TUIIF_FAILURE:            return 0;
+    default:
+        if ((SLAVE & bit(from)) != 0)
+            return SLAVE | bit(KVD_TUIIF_LOSS_OF_TRACKING) | bit(KVD_TUIIF_FAILURE);
+        return DEGRADES | FREQUENCY | TIME_OFFSET | RNT | LOOP;
     }
 }
 
@@ -72,7 +77,7 @@ void SoakWatch::look(const Moment& m, const Licence& may, std::vector<Violation>
     if (!any_ || m.starts != before_.starts || m.runs != before_.runs) {
         started_s_ = m.t;
         stateSince_s_ = sampledAt_s_ = m.t;
-        toldWrongSince_s_ = selectedWrongSince_s_ = -1;
+        toldWrongSince_s_ = selectedWrongSince_s_ = modelWrongSince_s_ = loopHoldsSince_s_ = framesSince_s_ = -1;
         poolOfFirstHour_ = 0;
     } else if (m.runs) {
         lookAtSteps(m, may);
@@ -80,7 +85,10 @@ void SoakWatch::look(const Moment& m, const Licence& may, std::vector<Violation>
         lookAtErrors(m, may);
         lookAtSamples(m, may);
         lookAtMemory(m);
+        lookAtModel(m, may);
+        lookAtHoldovers(m);
     }
+    if (any_ && m.quiet_s >= BACK_s && before_.quiet_s < BACK_s) lookBack(m, may);
     before_ = m;
     any_ = true;
 }
@@ -98,7 +106,9 @@ void SoakWatch::forgetTold() { lastTold_ = UNKNOWN; }
 void SoakWatch::lookAtSteps(const Moment& m, const Licence& may)
 {
     const double step = m.timeError_ns - before_.timeError_ns;
-    const bool licensed = m.t - may.jump_s < JUMP_DONE_s || m.t - started_s_ < START_s;
+    // A follower takes its leader's count whenever it finds it.
+    const bool licensed = m.t - may.jump_s < JUMP_DONE_s || m.t - started_s_ < START_s ||
+                          (may.follows && m.quiet_s < BACK_s);
     if (std::fabs(step) > STEP_ns && !licensed)
         fail(m, "the counter stepped by " + std::to_string(step) + " ns without an order");
     if (m.coarse_s != -1.0 && (m.coarse_s < 0 || std::fmod(m.coarse_s, COUNTER_TURN_s) != 0.0))
@@ -110,8 +120,7 @@ void SoakWatch::lookAtSteps(const Moment& m, const Licence& may)
 void SoakWatch::lookAtClock(const Moment& m, const Licence& may)
 {
     if (m.clock != before_.clock) stateSince_s_ = m.t;
-    // Deaf for more than half a turn of the counter, it takes its next sample for one of the past.
-    if (m.clock == KVD_TUIIF_FAILURE && !may.halting && !may.deaf)
+    if (m.clock == KVD_TUIIF_FAILURE && !may.halting)
         fail(m, "halted without a fault of the board");
     if (m.clock == KVD_TUIIF_LOSS_OF_TRACKING && !may.unlocked)
         fail(m, "loss of tracking with both synthesisers locked");
@@ -147,6 +156,8 @@ void SoakWatch::lookAtErrors(const Moment& m, const Licence& may)
         fail(m, "locked, and " + std::to_string(m.freqError_ppb) + " ppb off");
     if (m.clock == KVD_TUIIF_RNT_TIME_LOCKED && std::fabs(m.gpsError_ns) > TIME_MAX_ns)
         fail(m, "locked in time, and " + std::to_string(m.gpsError_ns) + " ns off");
+    if (m.clock == KVD_TUIIF_SLAVE_FRAME_LOCKED && std::fabs(m.followError_ns) > TIME_MAX_ns)
+        fail(m, "locked to its leader's frames, and " + std::to_string(m.followError_ns) + " ns off");
 }
 
 /// The temperature alone gives one each 2.1 s.
@@ -155,7 +166,7 @@ void SoakWatch::lookAtSamples(const Moment& m, const Licence& may)
     constexpr double LATEST_s = 30.0;
     constexpr double NONE_YET = -1.0;
     const bool isNew = m.coarse_s != before_.coarse_s || m.fine_s != before_.fine_s;
-    if (isNew || m.coarse_s == NONE_YET || may.deaf || may.halting) sampledAt_s_ = m.t;
+    if (isNew || m.coarse_s == NONE_YET || may.refused || may.halting) sampledAt_s_ = m.t;
     if (m.t - sampledAt_s_ > LATEST_s)
         fail(m, "the regulator took no sample since " + std::to_string(sampledAt_s_) + " s");
 }
@@ -169,6 +180,60 @@ void SoakWatch::lookAtMemory(const Moment& m)
     if (m.poolUsed > poolOfFirstHour_ + POOL_GROWTH)
         fail(m, "signals take " + std::to_string(m.poolUsed) + " bytes, " +
                     std::to_string(poolOfFirstHour_) + " in the first hour");
+}
+
+/// The clock state by what makes it, as the unit itself tells these.
+void SoakWatch::lookAtModel(const Moment& m, const Licence& may)
+{
+    const u8 expected = expectedClock(m.facts);
+    // Without its leader a slave runs free after a minute, whatever the regulator's state.
+    const bool runsFree = may.slave && m.selected == NO_REFERENCE && m.clock == KVD_TUIIF_SLAVE_FREE_RUNNING;
+    const bool isOfOtherRule = m.clock == SOCPRI_STARTING || m.clock == KVD_TUIIF_FAILURE || runsFree ||
+                               expected == UNKNOWN;
+    const bool isWrong = !may.refused && m.connected && !isOfOtherRule && m.clock != expected;
+    if (!isWrong) modelWrongSince_s_ = -1;
+    else if (modelWrongSince_s_ < 0) modelWrongSince_s_ = m.t;
+    else if (m.t - modelWrongSince_s_ > TOLD_s)
+        fail(m, "clock state " + std::to_string(m.clock) + ", " + std::to_string(expected) + " by regulator state " +
+                    std::to_string(m.facts.regState) + ", loop " + std::to_string(m.facts.pllState) +
+                    ", reference " + std::to_string(m.selected) + " after " + std::to_string(m.facts.before));
+}
+
+/// No loop holds over longer than its rule.
+void SoakWatch::lookAtHoldovers(const Moment& m)
+{
+    constexpr double OUTPUT_HELD_s = 300.0, SLAVE_HELD_s = 60.0, SLACK_s = 5.0;
+    const bool isHeld = m.selected == NO_REFERENCE && m.facts.before == GPSOSL_REF &&
+                        m.facts.pllState >= PLL_Freq_Holdover;
+    if (!isHeld) loopHoldsSince_s_ = -1;
+    else if (loopHoldsSince_s_ < 0) loopHoldsSince_s_ = m.t;
+    else if (m.t - loopHoldsSince_s_ > OUTPUT_HELD_s + SLACK_s)
+        fail(m, "the loop of another unit's output holds over since " + std::to_string(loopHoldsSince_s_) + " s");
+
+    const bool isFollowing = m.clock == KVD_TUIIF_SLAVE_FRAME_LOCKED && m.leaderGone && m.connected;
+    if (!isFollowing) framesSince_s_ = -1;
+    else if (framesSince_s_ < 0) framesSince_s_ = m.t;
+    else if (m.t - framesSince_s_ > SLAVE_HELD_s + SLACK_s)
+        fail(m, "locked to a leader whose link is gone since " + std::to_string(framesSince_s_) + " s");
+}
+
+/// An hour after the last disturbance there is nothing that isn't as it was.
+void SoakWatch::lookBack(const Moment& m, const Licence& may)
+{
+    const auto gone = [&](const std::string& what) { fail(m, "an hour after the last disturbance: " + what); };
+    if (!m.runs) return gone("the program doesn't run");
+    if (!m.connected) return gone("no connection with the main processor");
+    const u8 clock = m.clock;
+    const bool isBack = may.slave ? clock == KVD_TUIIF_SLAVE_FRAME_LOCKED
+                        : may.canKnowTime ? clock == KVD_TUIIF_TIME_OFFSET_LOCKED || clock == KVD_TUIIF_RNT_TIME_LOCKED
+                                      : clock == KVD_TUIIF_FREQUENCY_LOCKED;
+    if (!isBack) gone("clock state " + std::to_string(clock));
+    if (m.told != clock) gone("told clock state " + std::to_string(m.told) + ", is " + std::to_string(clock));
+    if (m.selected == NO_REFERENCE) gone("no reference selected");
+    if (m.refState != m.refStateTold)
+        gone("told usable references " + std::to_string(m.refStateTold) + ", are " + std::to_string(m.refState));
+    if (!m.unusable.empty()) gone("not told usable:" + m.unusable);
+    if (!m.missing.empty()) gone("processes that are no more:" + m.missing);
 }
 
 }  // namespace app

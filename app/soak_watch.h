@@ -1,6 +1,7 @@
 // soak_watch.h - What must hold of a unit whatever happens, judged from one moment to the next.
 // The judge knows the unit from outside: what it told, what its inputs were, what was done to it.
 #pragma once
+#include "app/clock_model.h"
 #include "ose/types.h"
 
 #include <string>
@@ -32,6 +33,13 @@ struct Moment {
     u32 poolUsed = 0;                  // bytes of signals in use
     bool selectedDead = false;         // the selected reference gives nothing since a minute
     bool selectedUsable = true;        // by the word that the unit told
+    ClockFacts facts;                  // what makes the clock state
+    bool leaderGone = false;           // the link that it follows carries nothing
+    double followError_ns = 0;         // counter against the leader's; NaN without one
+    u32 refState = 0, refStateTold = 0;   // usable references by the unit, and as told last
+    std::string unusable;              // configured references of its role that it doesn't tell usable
+    std::string missing;               // processes that it had when everything was well
+    double quiet_s = 0;                // since anything was done to any unit or between them
 };
 
 /// What was done to a unit and lets it do what is forbidden otherwise.
@@ -40,9 +48,12 @@ struct Licence {
     double boardFault_s = -1e9;        // the last moment of a fault that halts, or its end
     double reference_s = -1e9;         // the last step, fault or change at a reference
     bool halting = false;              // such a fault came since the last start
-    bool deaf = false;                 // the peer refused it since the last start: it waits, and loses timers
+    bool refused = false;              // the peer suspends or rejects it, or did a moment ago
     bool unlocked = false;             // a synthesiser has no lock, or had none a minute ago
     bool hasTime = false;              // the unit runs in time mode
+    bool canKnowTime = false;          // one of its references tells it
+    bool follows = false;              // another unit, whose steps it makes
+    bool slave = false;                // by its present role
 };
 
 class SoakWatch {
@@ -62,6 +73,9 @@ private:
     void lookAtErrors(const Moment& m, const Licence& may);
     void lookAtSamples(const Moment& m, const Licence& may);
     void lookAtMemory(const Moment& m);
+    void lookAtModel(const Moment& m, const Licence& may);
+    void lookAtHoldovers(const Moment& m);
+    void lookBack(const Moment& m, const Licence& may);
     void fail(const Moment& m, const std::string& what);
 
     std::string unit_;
@@ -71,7 +85,8 @@ private:
     u8 lastTold_ = 7;                  // 7: nothing in this connection
     double started_s_ = 0;             // the present run of the program
     double stateSince_s_ = 0, sampledAt_s_ = 0;
-    double toldWrongSince_s_ = -1, selectedWrongSince_s_ = -1;
+    double toldWrongSince_s_ = -1, selectedWrongSince_s_ = -1, modelWrongSince_s_ = -1;
+    double loopHoldsSince_s_ = -1, framesSince_s_ = -1;
     u32 poolOfFirstHour_ = 0;
 };
 

@@ -55,7 +55,9 @@ void Server::run()
         Signal* sig = ose::receive(ose::ANY_SIGNAL);
         if (delay_ms > 0) ose::delay(delay_ms);
         const PROCESS from = ose::sender(&sig);
-        if (answer_ == Answer::Busy) {
+        if (mute_) {
+            ++received_[sig->sigNo];
+        } else if (answer_ == Answer::Busy) {
             const auto* bytes = reinterpret_cast<const std::byte*>(sig);
             held_.push_back({std::vector<std::byte>(bytes, bytes + ose::sigsize(&sig)), from});
         } else {

@@ -34,6 +34,9 @@ public:
     Answer answer() const { return answer_; }
     u32 delay_ms = 0;              // before each request is looked at
 
+    /// Hears what comes and says nothing: each signal is lost. Takes effect with the next one.
+    void setMute(bool mute) { mute_ = mute; }
+
     /// The process comes to life; nothing when it lives already.
     virtual void start();
     /// The process is killed: attached clients are told, waiting requests are lost.
@@ -72,6 +75,7 @@ private:
     u32 priority_;
     PROCESS pid_ = 0;
     Answer answer_ = Answer::Accept;
+    bool mute_ = false;
     std::vector<Held> held_;
     std::map<SIGSELECT, u32> received_;
 };

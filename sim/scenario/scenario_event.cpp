@@ -231,6 +231,38 @@ Action nodeMsiFlip(Context& c)
     return [region = c.table.text("region"), byte](Unit& u) { u.node().msi().flip(region, byte); };
 }
 
+struct ServiceWord { const char* word; Server& (*of)(Node&); };
+constexpr ServiceWord SERVICES[] = {
+    {"name_server", [](Node& n) -> Server& { return n.nameServer(); }},
+    {"temi",        [](Node& n) -> Server& { return n.temi(); }},
+    {"pri",         [](Node& n) -> Server& { return n.pri(); }},
+    {"msi",         [](Node& n) -> Server& { return n.msi(); }},
+    {"phy",         [](Node& n) -> Server& { return n.phyPorts(); }},
+    {"pm_agent",    [](Node& n) -> Server& { return n.pmAgent(); }},
+    {"bira",        [](Node& n) -> Server& { return n.bira(); }},
+    {"idpi",        [](Node& n) -> Server& { return n.idpi(); }},
+    {"inrsi",       [](Node& n) -> Server& { return n.inrsi(); }},
+    {"ngpduhif",    [](Node& n) -> Server& { return n.ngpduhif(); }},
+    {"ipsync",      [](Node& n) -> Server& { return n.ipsync(); }},
+    {"slowpi",      [](Node& n) -> Server& { return n.slowpi(); }},
+    {"cfi",         [](Node& n) -> Server& { return n.cfi(); }},
+    {"driver",      [](Node& n) -> Server& { return n.pktsyncDrv(); }},
+    {"socket",      [](Node& n) -> Server& { return n.ipsocki(); }},
+};
+Action nodeService(Context& c)
+{
+    const std::string word = c.table.text("service");
+    const auto row = std::find_if(std::begin(SERVICES), std::end(SERVICES),
+                                  [&](const ServiceWord& s) { return word == s.word; });
+    if (row == std::end(SERVICES)) c.table.fail("service", "'" + word + "' is no service of the node");
+    using Deed = void (*)(Server&);
+    const Deed deed = c.table.choice<Deed>("does", {{"die", [](Server& s) { s.die(); }},
+                                                    {"start", [](Server& s) { s.start(); }},
+                                                    {"mute", [](Server& s) { s.setMute(true); }},
+                                                    {"speak", [](Server& s) { s.setMute(false); }}});
+    return [of = row->of, deed](Unit& u) { deed(of(u.node())); };
+}
+
 Action unitPowerOff(Context&)
 {
     return [](Unit& u) { u.node().powerOff(); };
@@ -311,6 +343,7 @@ constexpr EventWord EVENTS[] = {
     {"node.msi", nodeMsi},
     {"node.msi_die", nodeMsiDie},
     {"node.msi_flip", nodeMsiFlip},
+    {"node.service", nodeService},
     {"unit.power_off", unitPowerOff},
     {"unit.power_on", unitPowerOn},
     {"unit.command", unitCommand},

@@ -18,8 +18,8 @@ void becomeMaster(u8 timeMode)
 /// A loop of the old life would be taken for one that follows the new master, and so would its clock state.
 void becomeSlave(u8 timeMode)
 {
+    if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) KvdLoz6TuReg_endPll();
     KvdLoz6TuReg_setSlave(timeMode);
-    if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) KvdLoz6TuReg_pll_setState(PLL_Uninitialized);
     KvdLoz6TuReg_slavePll_setState(SLAVE_PLL_Uninitialized);
     KvdLoz6TuIifAdm_reportRegState(FREQDRIFTING);
 }

@@ -1,6 +1,7 @@
 // The long run's watch: that it sees each thing that must not be, and lets pass what may; that a seed
 // draws the same run each time.
 #include "app/soak.h"
+#include "reg/kvd_reg.h"
 #include "sim/scenario/scenario.h"
 
 #include <gmock/gmock.h>
@@ -28,6 +29,9 @@ Moment sound(double t)
     m.coarse_s = 2048.0;
     m.fine_s = std::fmod(t, 1024.0);
     m.poolUsed = 20000;
+    m.facts.selected = 6;
+    m.facts.regState = TRUETIME;
+    m.followError_ns = std::nan("");
     return m;
 }
 
@@ -51,8 +55,6 @@ TEST(SoakWatch, SeesWhatMustNotBe)
              {"a halt", [](Moment& m, Licence&) { m.clock = m.told = 6; }, "halted"},
              {"a halt after a fault",
               [](Moment& m, Licence& may) { m.clock = m.told = 6, may.halting = true; }, ""},
-             {"a halt after a refusal",
-              [](Moment& m, Licence& may) { m.clock = m.told = 6, may.deaf = true; }, ""},
              {"a loss of tracking", [](Moment& m, Licence&) { m.clock = m.told = 5; }, "loss of tracking"},
              {"time in frequency mode", [](Moment&, Licence& may) { may.hasTime = false; }, "frequency mode"},
              {"no reference", [](Moment& m, Licence&) { m.selected = m.wanted = 1; }, "no reference"},
@@ -71,7 +73,18 @@ TEST(SoakWatch, SeesWhatMustNotBe)
               [](Moment& m, Licence& may) { m.gpsError_ns = 2001, may.reference_s = m.t - 3000; }, ""},
              {"a regulator without samples", [](Moment& m, Licence&) { m.fine_s = 5; }, "no sample"},
              {"the same after a refusal",
-              [](Moment& m, Licence& may) { m.fine_s = 5, may.deaf = true; }, ""},
+              [](Moment& m, Licence& may) { m.fine_s = 5, may.refused = true; }, ""},
+             {"a clock state by nothing", [](Moment& m, Licence&) { m.clock = m.told = 8; }, "clock state 8, 10 by"},
+             {"a leader's link that is gone",
+              [](Moment& m, Licence&) {
+                  m.clock = m.told = 16, m.facts.master = false, m.leaderGone = true;
+                  m.t += 10 * (m.t - 8000), m.fine_s = std::fmod(m.t, 1024.0);
+              }, "whose link is gone"},
+             {"a loop that holds over for ever",
+              [](Moment& m, Licence&) {
+                  m.clock = m.told = 11, m.selected = m.wanted = m.facts.selected = 1, m.facts.before = 14;
+                  m.facts.pllState = 8, m.t += 10 * (m.t - 8000), m.fine_s = std::fmod(m.t, 1024.0);
+              }, "holds over since"},
              {"signals that pile up", [](Moment& m, Licence&) { m.poolUsed += 16385; }, "bytes"},
          }) {
         SCOPED_TRACE(c.what);
@@ -91,6 +104,47 @@ TEST(SoakWatch, SeesWhatMustNotBe)
         } else {
             ASSERT_FALSE(found.empty());
             EXPECT_THAT(found[0].what, HasSubstr(c.found));
+        }
+    }
+}
+
+TEST(SoakWatch, AsksForEverythingAnHourAfterTheLastDisturbance)
+{
+    struct Case {
+        std::function<void(Moment&, Licence&)> plant;
+        const char* found;               // "" when it may be
+    };
+    for (const Case& c : std::vector<Case>{
+             {[](Moment&, Licence&) {}, ""},
+             {[](Moment& m, Licence&) { m.clock = m.told = 8, m.facts.regState = TIMELOCKED; }, ""},
+             {[](Moment& m, Licence&) { m.clock = m.told = 3, m.facts.regState = FREQLOCKED; }, "clock state 3"},
+             {[](Moment& m, Licence& may) {
+                  may.canKnowTime = false, m.clock = m.told = 3, m.facts.regState = FREQLOCKED;
+              }, ""},
+             {[](Moment&, Licence& may) { may.slave = true; }, "clock state 10"},
+             {[](Moment& m, Licence&) { m.runs = false; }, "doesn't run"},
+             {[](Moment& m, Licence&) { m.connected = false; }, "no connection"},
+             {[](Moment& m, Licence&) { m.told = 8; }, "told clock state 8"},
+             {[](Moment& m, Licence&) { m.refState = 1; }, "told usable references 0, are 1"},
+             {[](Moment& m, Licence&) { m.unusable = " gps"; }, "not told usable: gps"},
+             {[](Moment& m, Licence&) { m.missing = " TuGpsInt_proc"; }, "no more: TuGpsInt_proc"},
+         }) {
+        SCOPED_TRACE(c.found);
+        SoakWatch watch("tu1");
+        std::vector<Violation> found;
+        Licence may;
+        may.hasTime = may.canKnowTime = true;
+        Moment before = sound(8000), m = sound(8001);
+        c.plant(before, may), c.plant(m, may);
+        before.quiet_s = 3599, m.quiet_s = 3600;
+        watch.look(before, may, found);
+        found.clear();
+        watch.look(m, may, found);
+        if (*c.found == '\0') {
+            EXPECT_TRUE(found.empty()) << found[0].what;
+        } else {
+            ASSERT_FALSE(found.empty());
+            EXPECT_THAT(found.back().what, HasSubstr(c.found));
         }
     }
 }
@@ -125,14 +179,16 @@ TEST(Soak, DrawsScenariosThatCanBeReadWithEveryKindOfReference)
          {"GPS_REF", "TU_REF", "PDH_SDH_REF", "PACKET_TIME_REF", "PACKET_FREQ_REF", "IEEE_1588_J3",
           "ITU_T_G_8275_1", "master.set", "master.step", "master.frequency", "path.change", "path.down",
           "node.packet_service", "node.packet_stamps", "mp.set_packet_reference",
-          "mp.delete_packet_reference", "alternate_master = true"})
+          "mp.delete_packet_reference", "alternate_master = true", "HPTSI_REF", "ETHB_REF", "NTP_REF", "GPSOSL_REF",
+          "IDL1_REF", "IDL2_REF", "mp.socpri_select", "mp.change_master", "link.turn", "link.down", "node.service",
+          "temperature.step", "\"suspend\"", "\"reject\""})
         EXPECT_THAT(drawn, HasSubstr(word));
 }
 
 TEST(Soak, ReplaysASeed)
 {
     struct Case { double hours; u64 seed; };
-    for (const Case& c : {Case{1.5, 6}, {0.6, 3}}) {           // lines alone, and packets
+    for (const Case& c : {Case{4.0, 6}, {4.0, 3}}) {           // lines alone, and packets
         SCOPED_TRACE(c.seed);
         const app::SoakResult first = app::runSoak({.hours = c.hours, .seed = c.seed});
         EXPECT_TRUE(first.violations.empty());

@@ -1,0 +1,476 @@
+// What happens to the units of a drawn scenario. Each disturbance is taken back after a while, and behind each
+// round of them everything is left alone for more than an hour.
+#include "app/soak_plan.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace app {
+namespace {
+
+constexpr const char* SILENT = "announces = false\nsyncs = false\nresponds = false\n";
+constexpr const char* SPEAKING = "announces = true\nsyncs = true\nresponds = true\n";
+
+std::string masterOf(const Drawn& u) { return "master = \"" + u.masters.front() + "\"\n"; }
+
+}  // namespace
+
+// ---- rounds -------------------------------------------------------------------------------------
+
+void Plan::drawRounds()
+{
+    constexpr double FIRST_JUMP_s = 3000.0, FIRST_QUIET_s = 7500.0, QUIET_s = 4200.0, SHORTEST_s = 900.0,
+                     STILL_s = 1800.0;
+    for (const Drawn& u : units_) {
+        if (u.socpri) orderRadio(u, 900.0);
+        if (u.gps && !u.follows) add(u, FIRST_JUMP_s, "mp.jump");
+    }
+    double at_s = FIRST_QUIET_s;
+    while (at_s + SHORTEST_s + QUIET_s < end_s_) {
+        until_s_ = std::min(at_s + between(SHORTEST_s, 4 * 3600.0), end_s_ - QUIET_s);
+        for (const Drawn& u : units_) drawRound(u, at_s);
+        for (double t = at_s; t < until_s_; t += STILL_s)     // however long a disturbance is alone
+            add(units_.front(), t, "unit.command", "line = \"kvdinfo nothing\"\n");
+        for (const Drawn& u : units_)
+            if (u.socpri) orderRadio(u, until_s_ + 120.0);
+        at_s = until_s_ + 120.0 + QUIET_s;
+    }
+}
+
+void Plan::drawRound(const Drawn& u, double from_s)
+{
+    double at_s = from_s + between(0.0, 600.0);
+    while (at_s < until_s_) {
+        at_s += drawEvent(u, at_s);
+        at_s += between(30.0, 1500.0);
+    }
+}
+
+void Plan::add(const Drawn& u, double at_s, const char* what, const std::string& with)
+{
+    const std::string word = what;
+    const bool isNet = word.starts_with("master.") || word.starts_with("path.");
+    events_ += format("[[event]]\nat = \"%.1fs\"\ndo = \"%s\"\n", at_s, what) +
+               (isNet ? "" : format("unit = \"%s\"\n", u.name.c_str())) + with;
+}
+
+void Plan::addOfLink(double at_s, const char* what, const std::string& with)
+{
+    events_ += format("[[event]]\nat = \"%.1fs\"\ndo = \"%s\"\n", at_s, what) + with;
+}
+
+/// A time span that ends with the round, at least a second.
+double Plan::lasting(double at_s, double low, double high)
+{
+    return std::max(1.0, std::min(between(low, high), until_s_ - at_s));
+}
+
+/// One disturbance; how long it lasts, s.
+double Plan::drawEvent(const Drawn& u, double at_s)
+{
+    if (!u.masters.empty() && below(4) == 0) return packets(u, at_s);
+    if (!links_.empty() && below(4) == 0) return link(at_s);
+    switch (below(20)) {
+    case 0: case 1: return reference(u, at_s);
+    case 2: case 3: return u.gps ? receiver(u, at_s) : reference(u, at_s);
+    case 4: return restart(u, at_s);
+    case 5: return power(u, at_s);
+    case 6: case 7: return mainProcessor(u, at_s);
+    case 8: return selection(u, at_s);
+    case 9: return boardFault(u, at_s);
+    case 10: return memory(u, at_s);
+    case 11: return u.hasTime() ? jump(u, at_s) : selection(u, at_s);
+    case 12: case 13: return service(u, at_s);
+    case 14: return oven(u, at_s);
+    case 15: return u.cmcc ? timeInput(u, at_s) : service(u, at_s);
+    case 16: return u.ntp || !u.esmc.empty() ? network(u, at_s) : command(u, at_s);
+    case 17: return u.socpri ? radio(u, at_s) : command(u, at_s);
+    default: return command(u, at_s);
+    }
+}
+
+// ---- references ---------------------------------------------------------------------------------
+
+double Plan::reference(const Drawn& u, double at_s)
+{
+    if (u.inputs.empty()) return 0;
+    const std::string& input = oneOf(u.inputs);
+    const std::string at = format("input = \"%s\"\n", input.c_str());
+    const double lasts = lasting(at_s, 5.0, 7200.0);
+    switch (below(4)) {
+    case 0:
+        add(u, at_s, "input.off", at);
+        add(u, at_s + lasts, "input.on", at);
+        return lasts;
+    case 1: add(u, at_s, "input.phase_step", at + format("ns = %.1f\n", between(-2000, 2000))); return 0;
+    case 2:
+        add(u, at_s, "input.frequency", at + format("ppb = %.3f\n", between(-4, 4)));
+        add(u, at_s + lasts, "input.frequency", at + "ppb = 0.0\n");
+        return lasts;
+    default: add(u, at_s, "input.bad_pulse", at + format("ns = %.1f\n", between(-5000, 5000))); return 0;
+    }
+}
+
+double Plan::receiver(const Drawn& u, double at_s)
+{
+    // Not a stuck 1PPS: the unit can't tell it from a quiet one until its estimate has aged.
+    constexpr const char* FAULTS[] = {"antenna_open", "antenna_short", "jamming", "status_nok",
+                                      "no_gpgsv", "no_pps", "silence", "garbled"};
+    const double lasts = lasting(at_s, 5.0, 7200.0);
+    if (below(5) == 0) {
+        add(u, at_s, "gps.power", "on = false\n");
+        add(u, at_s + lasts, "gps.power", "on = true\n");
+        return lasts;
+    }
+    const std::string fault = format("fault = \"%s\"\n", oneOf(FAULTS));
+    add(u, at_s, "gps.fault", fault);
+    add(u, at_s + lasts, "gps.fault", fault + "on = false\n");
+    return lasts;
+}
+
+double Plan::timeInput(const Drawn& u, double at_s)
+{
+    constexpr const char* FAULTS[] = {"wrong_checksum", "garbled", "silence", "no_info", "no_state", "late", "no_pps"};
+    const double lasts = lasting(at_s, 5.0, 7200.0);
+    if (below(4) == 0) {
+        add(u, at_s, "cmcc.tell", "state = 128\nalarm = 5\n");
+        add(u, at_s + lasts, "cmcc.tell", "state = 5\nalarm = 0\n");
+        return lasts;
+    }
+    const std::string fault = format("fault = \"%s\"\n", oneOf(FAULTS));
+    add(u, at_s, "cmcc.fault", fault);
+    add(u, at_s + lasts, "cmcc.fault", fault + "on = false\n");
+    return lasts;
+}
+
+/// What an Ethernet port or an NTP server gives.
+double Plan::network(const Drawn& u, double at_s)
+{
+    const double lasts = lasting(at_s, 1.0, 3600.0);
+    if (u.ntp && (u.esmc.empty() || below(2) == 0)) {
+        add(u, at_s, "ntp.off");
+        add(u, at_s + lasts, "ntp.on");
+        return lasts;
+    }
+    const std::string port = format("port = \"%s\"\n", oneOf(u.esmc).c_str());
+    if (below(2) == 0) {
+        add(u, at_s, "esmc.quality", port + "quality = 15\n");
+        add(u, at_s + lasts, "esmc.quality", port + "quality = 2\n");
+        return lasts;
+    }
+    add(u, at_s, "esmc.silent", port);
+    add(u, at_s + lasts, "esmc.silent", port + "on = false\n");
+    return lasts;
+}
+
+// ---- links --------------------------------------------------------------------------------------
+
+/// It goes, it flaps, or its ends change their parts.
+double Plan::link(double at_s)
+{
+    if ((linkType_ == "idl1" || linkType_ == "idl2") && below(3) == 0) return turn(at_s);
+    const std::string name = format("link = \"%s\"\n", oneOf(links_).c_str());
+    const unsigned times = below(3) == 0 ? 1 + below(5) : 1;
+    double took = 0;
+    for (unsigned i = 0; i < times; ++i) {
+        const double lasts = lasting(at_s + took, 0.5, times > 1 ? 20.0 : 3600.0);
+        addOfLink(at_s + took, "link.down", name);
+        addOfLink(at_s + took + lasts, "link.up", name);
+        took += lasts + between(1.0, 60.0);
+    }
+    return took;
+}
+
+/// The first slave becomes master, and slave again; either hears of it first.
+double Plan::turn(double at_s)
+{
+    const double lasts = lasting(at_s, 30.0, 3600.0);
+    const std::string name = format("link = \"%s\"\n", links_.front().c_str());
+    for (const bool back : {false, true}) {
+        const double t = at_s + (back ? lasts : 0.0);
+        const Drawn& rises = units_[back ? 0 : 1];
+        const Drawn& falls = units_[back ? 1 : 0];
+        const double first = between(0.0, 10.0), second = between(0.0, 10.0);
+        add(falls, t + first, "mp.change_master", "role = \"slave\"\ntime_mode = \"time\"\n");
+        add(rises, t + second, "mp.change_master", "role = \"master\"\ntime_mode = \"time\"\n");
+        addOfLink(t + std::max(first, second), "link.turn", name);
+    }
+    return lasts + 20.0;
+}
+
+/// Orders about a radio link that come in the middle of what is under way.
+double Plan::radio(const Drawn& u, double at_s)
+{
+    constexpr const char* ORDERS[] = {"mp.socpri_scan", "mp.socpri_select", "mp.socpri_deselect", "mp.socpri_align",
+                                      "mp.socpri_coarse_time"};
+    switch (below(4)) {
+    case 0: add(u, at_s, "mp.socpri_holdover"); break;
+    case 1:
+        add(u, at_s, "mp.socpri_stop");
+        add(u, at_s + 30.0, "mp.socpri_start");
+        break;
+    default: add(u, at_s, oneOf(ORDERS), "port = 1\n"); break;
+    }
+    return 30.0;
+}
+
+/// From nothing to the lead's time.
+void Plan::orderRadio(const Drawn& u, double at_s)
+{
+    add(u, at_s, "mp.socpri_start");
+    add(u, at_s + 1, "mp.socpri_supervise", "ports = \"A\"\n");
+    add(u, at_s + 2, "mp.socpri_scan", "port = 1\n");
+    add(u, at_s + 12, "mp.socpri_align", "port = 1\n");
+    add(u, at_s + 25, "mp.socpri_coarse_time", "port = 1\n");
+    add(u, at_s + 27, "mp.socpri_select", "port = 1\n");
+}
+
+// ---- packet references ----------------------------------------------------------------------
+
+
+double Plan::packets(const Drawn& u, double at_s)
+{
+    const double lasts = lasting(at_s, 5.0, 7200.0);
+    switch (below(u.ptp ? 8 : 5)) {
+    case 0: case 1: masterFails(u, at_s, lasts); return lasts;
+    case 2: route(u, at_s, lasts); return lasts;
+    case 3: packetServices(u, at_s, lasts); return lasts;
+    case 4: routeDown(u, at_s, lasts); return lasts;
+    case 5: masterErrs(u, at_s, lasts); return lasts;
+    case 6: add(u, at_s, "mp.set_packet_reference",
+                u.ptpReference + format("asymmetry_ns = %d\n", static_cast<int>(between(-90, 90))));
+            return 0;
+    default:
+        add(u, at_s, "mp.delete_packet_reference", "fro_id = 200\n");
+        add(u, at_s + lasts, "mp.create_packet_reference", u.ptpReference);
+        return lasts;
+    }
+}
+
+/// The other one speaks for a while, as the better or the worse.
+void Plan::standby(const Drawn& u, double at_s, double lasts)
+{
+    const std::string master = "master = \"" + u.masters.back() + "\"\n";
+    add(u, at_s, "master.set", master + SPEAKING + format("priority2 = %u\n", 127 + 2 * below(2)));
+    add(u, at_s + lasts, "master.set", master + SILENT);
+}
+
+/// It falls silent in part or degrades, and is well again.
+void Plan::masterFails(const Drawn& u, double at_s, double lasts)
+{
+    if (u.ptp && below(2) == 0) standby(u, at_s, lasts);
+    constexpr const char* FAULTS[][2] = {
+        {"announces = false\n", "announces = true\n"},
+        {"syncs = false\n", "syncs = true\n"},
+        {"responds = false\n", "responds = true\n"},
+        {SILENT, SPEAKING},
+        {"answers = false\ngrants = false\n", "answers = true\ngrants = true\n"},
+        {"steps_removed = 300\n", "steps_removed = 0\n"},
+        {"alternate_master = true\n", "alternate_master = false\n"}};
+    const std::string master = masterOf(u);
+    if (below(4) == 0) {
+        add(u, at_s, "master.set", master + "class = 187\naccuracy = 0xFE\nflags = 0x08\n");
+        add(u, at_s + lasts, "master.set",
+            master + format("class = %u\naccuracy = 0x21\nflags = 0x3C\n", u.frequency ? 80 : 6));
+        return;
+    }
+    if (below(6) == 0) {
+        add(u, at_s, "master.set", master + intervals(below(2) == 0 ? -7 : 2));
+        add(u, at_s + lasts / 10, "master.set", master + intervals(u.log));
+        return;
+    }
+    const auto& fault = FAULTS[below(static_cast<unsigned>(std::size(FAULTS)))];
+    add(u, at_s, "master.set", master + fault[0]);
+    add(u, at_s + lasts, "master.set", master + fault[1]);
+}
+
+/// Its time steps, or runs off until a step puts it right.
+void Plan::masterErrs(const Drawn& u, double at_s, double lasts)
+{
+    const std::string master = masterOf(u);
+    if (below(2) == 0) {
+        const double ns = between(-1000, 1000);
+        add(u, at_s, "master.step", master + format("ns = %.1f\n", ns));
+        add(u, at_s + lasts, "master.step", master + format("ns = %.1f\n", -ns));
+        return;
+    }
+    const double ppb = between(-2, 2);
+    add(u, at_s, "master.frequency", master + format("ppb = %.3f\n", ppb));
+    add(u, at_s + lasts, "master.frequency", master + "ppb = 0.0\n");
+    add(u, at_s + lasts, "master.step", master + format("ns = %.3f\n", -ppb * lasts));
+}
+
+/// A load on the way to all masters, with loss; or another route.
+void Plan::route(const Drawn& u, double at_s, double lasts)
+{
+    const double us = between(0.1, 200), share = between(0, 0.3);
+    const bool bothWays = below(2) == 0;
+    for (const std::string& master : u.masters) {
+        const std::string way = format("from = \"%s\"\nto = \"%s\"\nboth_ways = ", master.c_str(),
+                                       u.name.c_str());
+        add(u, at_s, "path.change",
+            way + (bothWays ? "true\n" : "false\n") + u.path +
+                format("exponential_us = %.3f\nloss = %.3f\nduplicates = %.3f\nreordered = %.3f\n"
+                       "reordered_by_us = 300.0\nresidence_us = %.2f\n",
+                       us, share, share / 3, share / 3, us / 10));
+        add(u, at_s + lasts, "path.change", way + "true\n" + u.path);
+    }
+}
+
+void Plan::routeDown(const Drawn& u, double at_s, double lasts)
+{
+    const bool isAll = below(2) == 0;
+    for (const std::string& master : u.masters) {
+        const std::string way =
+            format("from = \"%s\"\nto = \"%s\"\n", master.c_str(), u.name.c_str());
+        add(u, at_s, "path.down", way);
+        add(u, at_s + lasts, "path.up", way);
+        if (!isAll) return;
+    }
+}
+
+void Plan::packetServices(const Drawn& u, double at_s, double lasts)
+{
+    if (below(3) == 0) {
+        add(u, at_s, "node.packet_stamps", format("lost = %.2f\nlate_ms = %.1f\n", between(0, 1), between(0, 400)));
+        add(u, at_s + lasts, "node.packet_stamps");
+        return;
+    }
+    constexpr const char* SERVICES[] = {"cfi", "driver", "socket"};
+    const std::string service = format("service = \"%s\"\n", oneOf(SERVICES));
+    add(u, at_s, "node.packet_service", service + "on = false\n");
+    add(u, at_s + lasts, "node.packet_service", service);
+}
+
+// ---- node and oven ------------------------------------------------------------------------------
+
+/// A service of the node dies, or hears everything and says nothing.
+double Plan::service(const Drawn& u, double at_s)
+{
+    constexpr const char* OF_EACH[] = {"temi", "pri", "phy", "pm_agent", "name_server"};
+    const std::string which = u.services.empty() || below(2) == 0 ? oneOf(OF_EACH) : oneOf(u.services);
+    const std::string name = format("service = \"%s\"\n", which.c_str());
+    const double lasts = lasting(at_s, 0.5, 900.0);
+    const bool isMute = below(2) == 0;
+    if (below(2) == 0) add(u, at_s + 0.2, "mp.restart", "gone = \"1s\"\n");   // which makes the unit ask
+    add(u, at_s, "node.service", name + (isMute ? "does = \"mute\"\n" : "does = \"die\"\n"));
+    add(u, at_s + lasts, "node.service", name + (isMute ? "does = \"speak\"\n" : "does = \"start\"\n"));
+    return lasts;
+}
+
+/// It leaves its limits for a while, by a step or slowly.
+double Plan::oven(const Drawn& u, double at_s)
+{
+    const double lasts = lasting(at_s, 5.0, 1800.0);
+    const double volts = below(2) == 0 ? -1.2 : 1.2;
+    add(u, at_s, "temperature.step", format("volts = %.2f\n", volts));
+    add(u, at_s + lasts, "temperature.step", format("volts = %.2f\n", -volts));
+    return lasts;
+}
+
+double Plan::restart(const Drawn& u, double at_s)
+{
+    const double gap = below(2) == 0 ? 0.0 : lasting(at_s, 1.0, 300.0);
+    add(u, at_s, "unit.restart", format("type = %u\ngap = \"%.0fs\"\n", below(6), gap));
+    return gap;
+}
+double Plan::power(const Drawn& u, double at_s)
+{
+    const double lasts = lasting(at_s, 1.0, 3600.0);
+    add(u, at_s, "unit.power_off");
+    add(u, at_s + lasts, "unit.power_on");
+    return lasts;
+}
+
+double Plan::mainProcessor(const Drawn& u, double at_s)
+{
+    const double gone = lasting(at_s, 0.5, 600.0);
+    switch (below(4)) {
+    case 0: add(u, at_s, "mp.restart", format("gone = \"%.1fs\"\n", gone)); return gone;
+    case 1:
+        add(u, at_s, "mp.die");
+        add(u, at_s + gone, "mp.start");
+        return gone;
+    case 2: {
+        constexpr const char* ANSWERS[] = {"suspend", "reject", "busy", "silent"};
+        add(u, at_s, "mp.answer", format("answer = \"%s\"\n", oneOf(ANSWERS)));
+        add(u, at_s + 1, "mp.restart", "gone = \"1s\"\n");
+        add(u, at_s + gone, "mp.answer", "answer = \"accept\"\n");
+        add(u, at_s + gone + 1, "mp.restart", "gone = \"1s\"\n");
+        return gone + 1;
+    }
+    default: add(u, at_s, "mp.gps_attributes"); return 0;
+    }
+}
+
+double Plan::selection(const Drawn& u, double at_s)
+{
+    if (u.references.empty()) return 0;
+    const double lasts = lasting(at_s, 1.0, 3600.0);
+    const std::string name = format("reference = \"%s\"\n",
+                                    oneOf(u.references).c_str());
+    switch (below(3)) {
+    case 0: add(u, at_s, "mp.select_none"); break;
+    case 1: add(u, at_s, "mp.select", name); break;
+    default:
+        add(u, at_s, "mp.supervise", name + "on = false\n");
+        add(u, at_s + lasts, "mp.supervise", name + "on = true\n");
+        break;
+    }
+    add(u, at_s + lasts + 1, "mp.selects_itself");
+    return lasts + 1;
+}
+
+double Plan::boardFault(const Drawn& u, double at_s)
+{
+    constexpr const char* FAULTS[] = {"no_feedback", "synth_c_unlocked", "synth_b_unlocked",
+                                      "temperature_invalid", "latch_invalid"};
+    const std::string fault = format("fault = \"%s\"\n", oneOf(FAULTS));
+    const double lasts = lasting(at_s, 1.0, 600.0);
+    add(u, at_s, "board.fault", fault);
+    add(u, at_s + lasts, "board.fault", fault + "on = false\n");
+    add(u, at_s + lasts + 60, "unit.restart", "type = 4\n");     // out of the halted state
+    return lasts + 60;
+}
+
+double Plan::memory(const Drawn& u, double at_s)
+{
+    const double lasts = lasting(at_s, 1.0, 600.0);
+    switch (below(3)) {
+    case 0:
+        add(u, at_s, "node.msi_die");
+        add(u, at_s + lasts, "node.msi");
+        return lasts;
+    case 1:
+        add(u, at_s, "node.msi", format("delay_ms = %u\n", below(5000)));
+        add(u, at_s + lasts, "node.msi");
+        return lasts;
+    default:
+        add(u, at_s, "node.msi_flip", format("region = \"TuRegHistData\"\nbyte = %u\n", below(456)));
+        return 0;
+    }
+}
+
+double Plan::jump(const Drawn& u, double at_s)
+{
+    add(u, at_s, "mp.jump");
+    return 10;
+}
+
+double Plan::command(const Drawn& u, double at_s)
+{
+    constexpr const char* LINES[] = {
+        "kvdinfo all", "kvdinfo tumem", "kvdinfo nothing", "kvdhist all", "gpsstatus 50",
+        "gpscapture start 20", "gpscapture display", "kvdreadhist", "kvdwritehist msi",
+        "kvdwritehist flash", "kvdgpstrace", "gpsskyview start", "gpsskyview stop", "kvdpdvthr",
+        "kvdpdvthr packettime 200000", "kvdpdvthr packettime d",
+        "kvdpdvthr packetfreq 0", "kvdtupktsync", "genpdv ptp_t uplink enable", "genpdv ptp_t uplink disable",
+        "kvdholdoverthr", "kvdholdoverthr freq d", "socprireadsfc", "socpritogreg current",
+        "kvdsetcallimit 14", "kvdsetfastlock 9", "genwander 0 0", "genpdv x y z", "gpssend nmea $X",
+        "kvdprodtest a b", "kvdsetfsyncreg maybe", "kvdconfigtimeacc enable",
+        "kvdconfigtimeacc disable", "no_such_command"};
+    add(u, at_s, "unit.command", format("line = \"%s\"\n", oneOf(LINES)));
+    return 0;
+}
+
+}  // namespace app

@@ -1,0 +1,102 @@
+// soak_plan.h - The scenario that a seed draws, as it is being drawn: units, what connects them, and rounds of
+// disturbances with an hour of quiet behind each, in which everything has to come back.
+#pragma once
+#include "sim/clock/random.h"
+
+#include <string>
+#include <vector>
+
+namespace app {
+
+/// A unit of the plan: what it has that can be disturbed.
+struct Drawn {
+    std::string name;
+    bool gps = false, ptp = false, frequency = false;   // ptp: packet time, frequency: packet frequency
+    bool cmcc = false, ntp = false, socpri = false;
+    bool follows = false;                       // the time of another unit, over a link
+    std::vector<std::string> inputs, esmc, references, masters;
+    std::vector<std::string> services;          // of its node, beside those that every unit uses
+    std::string ptpReference = "", path = "";   // words of its own that events put back
+    int log = -4;                               // interval of its masters, log2 of s
+    bool hasTime() const { return gps || ptp || cmcc || socpri || follows; }
+};
+
+class Plan {
+public:
+    Plan(double hours, unsigned long long seed);
+    std::string text() const { return text_ + "\n" + net_ + events_; }
+
+private:
+    unsigned below(unsigned count) { return static_cast<unsigned>(random_.bits() % count); }
+    double between(double low, double high) { return low + random_.uniform() * (high - low); }
+    template <std::size_t N>
+    const char* oneOf(const char* const (&words)[N]) { return words[below(N)]; }
+    const std::string& oneOf(const std::vector<std::string>& words)
+    {
+        return words[below(static_cast<unsigned>(words.size()))];
+    }
+
+    // soak_plan.cpp: units
+    void drawSingles();
+    void drawChain();
+    void drawPair();
+    void drawOutput();
+    void drawRadio();
+    Drawn& beginUnit(bool time, const char* role, unsigned apn, const std::string& more = "");
+    void addReceiver(Drawn& u);
+    void addOtherReferences(Drawn& u);
+    void addPacketTime(Drawn& u);
+    void addPacketFrequency(Drawn& u);
+    void addMaster(Drawn& u, const std::string& words);
+    void addInput(Drawn& u, const char* at, double white_ns);
+    void addReference(Drawn& u, const char* name, const char* type, unsigned froId, unsigned froClass);
+    void addLink(const char* type, const Drawn& from, const Drawn& to, const std::string& more = "");
+    std::string intervals(int log) const;
+
+    // soak_draw.cpp: disturbances; each returns how long it lasts, s
+    void drawRounds();
+    void drawRound(const Drawn& u, double from_s);
+    void add(const Drawn& u, double at_s, const char* what, const std::string& with = "");
+    void addOfLink(double at_s, const char* what, const std::string& with);
+    double lasting(double at_s, double low, double high);
+    double drawEvent(const Drawn& u, double at_s);
+    double reference(const Drawn& u, double at_s);
+    double receiver(const Drawn& u, double at_s);
+    double timeInput(const Drawn& u, double at_s);
+    double network(const Drawn& u, double at_s);
+    double radio(const Drawn& u, double at_s);
+    double link(double at_s);
+    double turn(double at_s);
+    double service(const Drawn& u, double at_s);
+    double oven(const Drawn& u, double at_s);
+    double packets(const Drawn& u, double at_s);
+    void standby(const Drawn& u, double at_s, double lasts);
+    void masterFails(const Drawn& u, double at_s, double lasts);
+    void masterErrs(const Drawn& u, double at_s, double lasts);
+    void route(const Drawn& u, double at_s, double lasts);
+    void routeDown(const Drawn& u, double at_s, double lasts);
+    void packetServices(const Drawn& u, double at_s, double lasts);
+    double restart(const Drawn& u, double at_s);
+    double power(const Drawn& u, double at_s);
+    double mainProcessor(const Drawn& u, double at_s);
+    double selection(const Drawn& u, double at_s);
+    double boardFault(const Drawn& u, double at_s);
+    double memory(const Drawn& u, double at_s);
+    double jump(const Drawn& u, double at_s);
+    double command(const Drawn& u, double at_s);
+    void orderRadio(const Drawn& u, double at_s);
+
+    sim::Random random_;
+    double end_s_;
+    double until_s_ = 0;               // of the present round: what is disturbed is taken back by then
+    std::string text_, net_, events_;
+    std::size_t masters_ = 0;
+    std::vector<Drawn> units_;
+    std::vector<std::string> links_;
+    std::string linkType_ = "";        // of all of them
+};
+
+/// printf into a string of at most 511 characters.
+std::string format(const char* text, ...) __attribute__((format(printf, 1, 2)));
+
+}  // namespace app
