@@ -110,7 +110,8 @@ void onTogglePersistentFreqLock(const KvdTuiifIdl2TogglePersistentFreqLockReq* r
         KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO, "Signal received by wrong slave DU!");
         return;
     }
-    if (req->persistentFreqLock == KvdLoz6BiraIifAdm_persistentFreqLock()) return;
+    // The value stands until the server confirms it: an end may follow a lock that was confirmed long ago.
+    if (req->persistentFreqLock != 0 && req->persistentFreqLock == KvdLoz6BiraIifAdm_persistentFreqLock()) return;
     KvdLoz6BiraIifAdm_togglePersistentFreqLock(req->persistentFreqLock, req->synchPortNo);
 }
 
