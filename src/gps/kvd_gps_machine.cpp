@@ -29,7 +29,10 @@ constexpr u8 SETUP_AFTER = 6;   // timing sentences in another observation mode 
 
 // ---- timers -------------------------------------------------------------------------------------
 
-void traceFailed(const char* timer) { KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Timer %s failed to start!", timer); }
+void traceFailed(const char* timer)
+{
+    KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Timer %s failed to start!", timer);
+}
 
 void startWaitForValid()
 {

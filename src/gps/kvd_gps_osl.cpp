@@ -402,6 +402,8 @@ u32  KvdLoz6GpsOsl_remoteState() { return s->remoteState; }
 void KvdLoz6GpsOsl_storeRemoteState(u32 state) { s->remoteState = state; }
 void KvdLoz6GpsOsl_sendRemoteState() { KvdLoz6TuIifAdm_sendRemoteRcState(s->remoteState); }
 
+bool KvdLoz6GpsOsl_givesTime() { return KvdLoz6TuGps_receiver().timeKept == 0; }
+
 u32 KvdLoz6GpsOsl_time(double& time)
 {
     constexpr u32 TIME_NONE = 0, TIME_PULSE_ONLY = 3, TIME_WAITING = 4, TIME_VALID = 7;
@@ -421,7 +423,7 @@ void KvdLoz6GpsOsl_handleInt()
 {
     gps::Observation o;
     if (!gps::observe(KvdLoz6GpsOsl_time, setLinkNoise, o)) return;
-    KvdLoz6TuReg_pll_setSourceTime(KvdLoz6TuReg_knowsTime() && KvdLoz6TuGps_receiver().timeKept == 0);
+    KvdLoz6TuReg_pll_setSourceTime(KvdLoz6TuReg_knowsTime() && KvdLoz6GpsOsl_givesTime());
     if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) return KvdLoz6TuReg_pll_control(o.z);
     KvdLoz6TuReg_measUpdate(o.z_i, o.z, o.t_s, o.phase);
     // A link that is still selected, or again, after its loop has ended: nobody else begins it anew.

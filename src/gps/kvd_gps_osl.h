@@ -32,6 +32,8 @@ void KvdLoz6GpsOsl_sendRemoteState();
 void KvdLoz6GpsOsl_supervision(const Signal* sig, u32 row);
 /// Ends reception and gives the serial line up; nothing while it doesn't run.
 void KvdLoz6GpsOsl_stop();
+/// The far end's last GPppr gave a time; false while it runs free.
+bool KvdLoz6GpsOsl_givesTime();
 /// Time query: status 0, 3, 4, 6 or 7; time in s since the GPS epoch with 7, else 0.0.
 u32  KvdLoz6GpsOsl_time(double& time);
 /// "tugps_osl" section of kvdinfo.

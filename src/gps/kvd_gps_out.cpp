@@ -74,7 +74,8 @@ void restartGpgga()
 /// What the protocol would have said yet.
 void cancelSentences()
 {
-    for (KvdTimer* timer : {&s->gppprTimer, &s->gpggaTimer, &s->cmccTimeTimer, &s->cmccStateTimer, &s->gpoutTimer})
+    for (KvdTimer* timer :
+         {&s->gppprTimer, &s->gpggaTimer, &s->cmccTimeTimer, &s->cmccStateTimer, &s->gpoutTimer})
         KvdTimer_cancel(*timer);
     s->sendQueue.clear();
 }

@@ -132,7 +132,7 @@ void gps::endAlarmSuppression()
 {
     if (!isSuppressed()) return;
     KvdTimer_cancel(state().suprAlarmTmoRef);
-    // Its time-out would have told the fault. An alarm that is told already changes its text by a timer of its own.
+    // Its time-out would have told the fault. An alarm that stands changes its text by a timer of its own.
     if (state().alarmActive == 0) report();
 }
 

@@ -211,8 +211,8 @@ namespace {
 
 bool hasTime()
 {
-    const bool isFreeRunning = KvdLoz6TuReg_selectedRef() == TU_SR_GPSOSL_REF && !KvdLoz6TuReg_pll_sourceTime();
-    return KvdLoz6TuReg_knowsTime() && !isFreeRunning;
+    if (KvdLoz6TuReg_selectedRef() == TU_SR_GPSOSL_REF && !KvdLoz6TuReg_pll_sourceTime()) return false;
+    return KvdLoz6TuReg_knowsTime();
 }
 
 }  // namespace

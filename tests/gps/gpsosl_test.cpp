@@ -112,9 +112,8 @@ TEST(GpsOsl, AnotherUnitsSentencesLeadToItsTime)
 TEST(GpsOsl, AReceiverAtTheLineLeavesNoTraceForTheLinkAfterIt)
 {
     OslUnit unit;
-    const std::string gptps = nmea("PFEC,GPtps,230115000000,2,1,2,230115000000,18,18,230115000000,2245,000104");
     unit.say("$x\r");
-    unit.say(gptps);
+    unit.say(nmea("PFEC,GPtps,230115000000,2,1,2,230115000000,18,18,230115000000,2245,000104"));
     unit.say(nmea("PNVX,GPsts,2,1,0,00001"));                 // settled on a receiver
     for (u32 i = 0; i < 9; ++i) {
         EXPECT_EQ(unit.query(), 4u);
