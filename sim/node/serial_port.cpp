@@ -22,7 +22,7 @@ int SerialPort::close(const char* device)
     if (!open_) return SERIAL_NOT_OPEN;
     open_ = false;
     rx_.clear();
-    return 0;
+    return closeResult;
 }
 
 int SerialPort::write(const char* device, const u8* bytes, std::size_t count)

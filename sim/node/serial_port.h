@@ -43,6 +43,7 @@ public:
     // ---- script, queries ------------------------------------------------------------------------
     int openResult = 0;                // nonzero: the next opens fail with it
     int writeResult = 0;
+    int closeResult = 0;               // nonzero: told though the port is closed
     std::size_t rxCapacity = 4096;
     bool isOpen() const { return open_; }
     u32 vector() const { return vector_; }

@@ -1,5 +1,6 @@
 #include "fifo/kvd_fifo_skyview.h"
 
+#include "base/kvd_timer.h"
 #include "fifo/fifo_sig.h"
 #include "fifo/kvd_fifo_dump.h"
 #include "fifo/kvd_fifo_record.h"
@@ -30,7 +31,7 @@ struct State {
     u8  tick = 0;
     bool running = false;                      // from the start of the timer to the order to write
     bool collected = false;                    // started and not written yet
-    TimerRef recordingIntervalTimer = 0;       // of Kvd_loz6_fifo_proc
+    KvdTimer recordingIntervalTimer;           // of Kvd_loz6_fifo_proc
 };
 ose::ModuleData<State> s;
 
@@ -106,9 +107,8 @@ void KvdLoz6FifoSkyView_tick()
 
 void fifo::onSkyViewStartTimer()
 {
-    ose::cancel_tmo(&s->recordingIntervalTimer);
-    s->recordingIntervalTimer = ose::request_tmo(DAY_ms, KVD_FIFO_DUMP_SKYVIEW_FIFO_TO_FILE_IND);
-    s->running = s->collected = s->recordingIntervalTimer != 0;
+    s->running = s->collected =
+        KvdTimer_restart(s->recordingIntervalTimer, DAY_ms, KVD_FIFO_DUMP_SKYVIEW_FIFO_TO_FILE_IND);
     if (!s->running)
         KVD_TRACE(TRACE_FIFO, TRACE_ERROR, "24h recordingIntervalTimer failed to start!");
 }
@@ -135,10 +135,15 @@ void fifo::onSkyViewWriteData()
 
 void fifo::onSkyViewDump()
 {
-    ose::cancel_tmo(&s->recordingIntervalTimer);
+    // The day's end and the order to stop come by one signal; who orders has cleared the flag.
+    KvdTimer& timer = s->recordingIntervalTimer;
+    if (!s->running && timer.stale == 0)
+        KvdTimer_cancel(timer);
+    else if (!KvdTimer_expired(timer))
+        return;
     s->running = false;
     s->tick = 0;
-    if (!s->collected) return;                 // stopped in the moment in which the day ended
+    if (!s->collected) return;
     s->collected = false;
     KVD_TRACE(TRACE_FIFO, TRACE_1, "Dump of skyView fifo buffer started!");
     writeFile();

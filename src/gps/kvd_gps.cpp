@@ -90,23 +90,6 @@ void clearCounters()
     KvdLoz6TuGps_clearTrimbleCounters();
 }
 
-void stop()
-{
-    if (KvdLoz6TuGps_gpsState() == GPS_UN_INIT) return;
-    gps::cancelAllTimers();
-    KvdLoz6TuGps_closeSerial();
-    gps::enter(GPS_UN_INIT);
-    gps::resetReceiverData();
-    KvdLoz6TuGps_onHRVSupervisionEvent(HRV_SUPERVISION_EVENT_INIT_SM);
-    clearCounters();
-    KvdLoz6TuGps_clearRecoveryHistory();
-    KvdLoz6TuGps_clearHrvHistory();
-    KvdLoz6FifoSkyView_stop();
-    KvdLoz6FifoGps_clear();
-    state().alarmActive = 0;
-    state().selfTestAlarmShown = 0;
-}
-
 // ---- handlers -----------------------------------------------------------------------------------
 
 void onNmeaMsgRec(Signal* sig)
@@ -181,9 +164,26 @@ void KvdLoz6TuGps_supervision(const Signal* sig, u32)
         s->tuGpsRefType = GPS_REF;
         KvdLoz6TuGps_onHRVSupervisionEvent(HRV_SUPERVISION_EVENT_1PPS_NOK);
     } else {
-        stop();
+        KvdLoz6TuGps_stop();
     }
     s->supervision = status;
+}
+
+void KvdLoz6TuGps_stop()
+{
+    if (KvdLoz6TuGps_gpsState() == GPS_UN_INIT) return;
+    gps::cancelAllTimers();
+    KvdLoz6TuGps_closeSerial();
+    gps::enter(GPS_UN_INIT);
+    gps::resetReceiverData();
+    KvdLoz6TuGps_onHRVSupervisionEvent(HRV_SUPERVISION_EVENT_INIT_SM);
+    clearCounters();
+    KvdLoz6TuGps_clearRecoveryHistory();
+    KvdLoz6TuGps_clearHrvHistory();
+    KvdLoz6FifoSkyView_stop();
+    KvdLoz6FifoGps_clear();
+    s->alarmActive = 0;
+    s->selfTestAlarmShown = 0;
 }
 
 void KvdLoz6TuGps_supervisionStarted() { gps::sendQualityLevel(); }

@@ -30,6 +30,8 @@ u32  KvdLoz6TuGps_gpssTypeBackup();
 bool KvdLoz6TuGps_isOperational();
 /// Request for the path's supervision; before the filter of its row starts.
 void KvdLoz6TuGps_supervision(const Signal* sig, u32 row);
+/// Ends reception and gives the serial line up; nothing while it doesn't run.
+void KvdLoz6TuGps_stop();
 /// The row's filter has started: the quality level goes out.
 void KvdLoz6TuGps_supervisionStarted();
 

@@ -62,6 +62,12 @@ public:
     {
     }
     bool next() { return takeField(cursor_, value, SIZE, splitAtPoint_) || refuseEnd(prefix_); }
+    /// The next field, which the checksum's digits aren't.
+    bool nextBeforeChecksum()
+    {
+        const bool isOver = cursor_.consumed != 0 && cursor_.at[-1] == '*';
+        return isOver ? refuseEnd(prefix_) : next();
+    }
     /// The next field, of exactly one of these widths if no checksum vouches for the sentence.
     bool next(const char* label, u32 width, u32 orWidth)
     {

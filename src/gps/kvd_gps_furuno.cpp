@@ -140,6 +140,7 @@ int KvdLoz6TuGps_parsePxxxGPtps(const char* text)
         return 1;
     }
     receiver.timeValid = 1;
+    receiver.timeKept = 0;
     receiver.gpsCurrentTime = static_cast<double>(receiver.gpsTow + receiver.gpsTimeWeek * WEEK_s);
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Gps Seconds =%.0f", receiver.gpsCurrentTime);
     return 1;

@@ -1,5 +1,6 @@
 #include "gps/kvd_gps_hrv_supervision.h"
 
+#include "base/kvd_timer.h"
 #include "gps/gps_sig.h"
 #include "gps/kvd_gps_send.h"
 #include "mgr/trace_groups.h"
@@ -65,28 +66,27 @@ struct StateRecord {
 
 struct State {
     u32 state = HRV_SUPERVISION_STATE_IDLE;
-    TimerRef supervisionTimer = 0;
-    TimerRef onePPSTimer = 0;
+    KvdTimer supervisionTimer;
+    KvdTimer onePPSTimer;
     u8 resetAttempts = 0;
     RefRing<StateRecord, HISTORY_ROWS> history;
 };
 ose::ModuleData<State> s;
 
-void startTimer(TimerRef& timer, OSTIME duration_ms, SIGSELECT sigNo, const char* name)
+void startTimer(KvdTimer& timer, OSTIME duration_ms, SIGSELECT sigNo, const char* name)
 {
-    if (timer != 0) return;
-    timer = ose::request_tmo(duration_ms, sigNo);
-    if (timer == 0)
+    if (timer.runs()) return;
+    if (!KvdTimer_start(timer, duration_ms, sigNo))
         KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Timer %s didn't start properly.", name);
     else
         KVD_TRACE(TRACE_TUGPS, TRACE_7, "Timer %s started: %d sec", name,
                   static_cast<int>(duration_ms / 1000));
 }
 
-void cancelTimer(TimerRef& timer, const char* name)
+void cancelTimer(KvdTimer& timer, const char* name)
 {
-    if (timer == 0) return;
-    ose::cancel_tmo(&timer);
+    if (!timer.runs()) return;
+    KvdTimer_cancel(timer);
     KVD_TRACE(TRACE_TUGPS, TRACE_7, "Timer %s canceled.", name);
 }
 
@@ -150,12 +150,12 @@ int KvdLoz6TuGps_hrvDispatch(Signal* sig)
 {
     switch (sig->sigNo) {
     case KVD_GPS_HRV_SUPERVISION_TIMEOUT_IND:
-        s->supervisionTimer = 0;
-        KvdLoz6TuGps_onHRVSupervisionEvent(HRV_SUPERVISION_EVENT_TIMER_ELAPSE);
+        if (KvdTimer_expired(s->supervisionTimer))
+            KvdLoz6TuGps_onHRVSupervisionEvent(HRV_SUPERVISION_EVENT_TIMER_ELAPSE);
         return 1;
     case KVD_GPS_HRV_SUPERVISION_1PPS_TIMEOUT_IND:
-        s->onePPSTimer = 0;
-        KvdLoz6TuGps_onHRVSupervisionEvent(HRV_SUPERVISION_EVENT_1PPS_TIMER_ELAPSE);
+        if (KvdTimer_expired(s->onePPSTimer))
+            KvdLoz6TuGps_onHRVSupervisionEvent(HRV_SUPERVISION_EVENT_1PPS_TIMER_ELAPSE);
         return 1;
     default:
         return 0;

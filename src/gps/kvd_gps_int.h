@@ -2,6 +2,7 @@
 // Owner   kvd_gps*.cpp of the front end: kvd_gps, kvd_gps_machine, kvd_gps_report, kvd_gps_measure,
 //         kvd_gps_print.
 #pragma once
+#include "base/kvd_timer.h"
 #include "gps/gps_sig.h"
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_receiver.h"
@@ -36,13 +37,13 @@ struct State {
     double gpsCompensationDelay = 0.0;    // s
     TimeOfDayGate gate;
 
-    TimerRef suprAlarmTmoRef = 0;
-    TimerRef additionalInfoSuprTmoRef = 0;
-    TimerRef waitForValidTmoRef = 0;
-    TimerRef waitForOperationalTmoRef = 0;
-    TimerRef operationalTmoRef = 0;
-    TimerRef validTmoRef = 0;
-    TimerRef waitForSelfTestTmoRef = 0;
+    KvdTimer suprAlarmTmoRef;
+    KvdTimer additionalInfoSuprTmoRef;
+    KvdTimer waitForValidTmoRef;
+    KvdTimer waitForOperationalTmoRef;
+    KvdTimer operationalTmoRef;
+    KvdTimer validTmoRef;
+    KvdTimer waitForSelfTestTmoRef;
 };
 State& state();
 
@@ -55,6 +56,8 @@ void forgetFixedPosition();
 // ---- kvd_gps_machine.cpp ----
 /// One valid sentence more; stores the kind and answers it, PENDING ones too.
 u32  detectReceiver(Detection& detection, const char* text);
+/// Neither unknown nor pending: the flags have done their work.
+bool isSettled(u32 gpssType);
 /// The sentence lies inside its buffer and ends where its length says.
 bool isWholeSentence(const KvdTugpsNmeaMsgRec& rec, u32 bufferSize);
 void gpsNmeaMsgRecv(const KvdTugpsNmeaMsgRec* rec, u32 bufferSize);
@@ -76,7 +79,8 @@ void onSuprAlarmTimeout();
 void onAdditionalInfoTimeout();
 void onSelfTestTimeout();
 void startAlarmSuppression();
-void cancelAlarmSuppression();
+/// Timing sentences come: whatever is wrong now is told from here on.
+void endAlarmSuppression();
 /// On entering states 3 to 5, and on a new failing self-test code.
 void reportStatusChange();
 void report();

@@ -29,56 +29,46 @@ constexpr u8 SETUP_AFTER = 6;   // timing sentences in another observation mode 
 
 // ---- timers -------------------------------------------------------------------------------------
 
-void cancel(TimerRef& timer)
+void traceFailed(const char* timer)
 {
-    if (timer != 0) ose::cancel_tmo(&timer);
-    timer = 0;
+    KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Timer %s failed to start!", timer);
 }
 
 void startWaitForValid()
 {
-    TimerRef& timer = state().waitForValidTmoRef;
-    if (timer == 0) timer = ose::request_tmo(WAIT_FOR_VALID_TIME, KVD_TUGPS_WAIT_FOR_VALID_MSG);
-    if (timer == 0)
-        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Timer waitForValidTmoRef failed to start!");
+    if (!KvdTimer_start(state().waitForValidTmoRef, WAIT_FOR_VALID_TIME, KVD_TUGPS_WAIT_FOR_VALID_MSG))
+        traceFailed("waitForValidTmoRef");
 }
 
 void startWaitForOperational()
 {
-    TimerRef& timer = state().waitForOperationalTmoRef;
-    if (timer == 0)
-        timer = ose::request_tmo(WAIT_FOR_OPERATIONAL_TIME, KVD_TUGPS_WAIT_FOR_OPERATIONAL_TIMEOUT);
-    if (timer == 0)
-        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Timer waitForOperationalTmoRef failed to start!");
+    if (!KvdTimer_start(state().waitForOperationalTmoRef, WAIT_FOR_OPERATIONAL_TIME,
+                        KVD_TUGPS_WAIT_FOR_OPERATIONAL_TIMEOUT))
+        traceFailed("waitForOperationalTmoRef");
 }
 
 void startOperational()
 {
-    TimerRef& timer = state().operationalTmoRef;
-    if (timer == 0) timer = ose::request_tmo(OPERATIONAL_TIME, KVD_TUGPS_OPERATIONAL_TIMEOUT);
-    if (timer == 0)
-        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Timer operationalTmoRef failed to start!");
+    if (!KvdTimer_start(state().operationalTmoRef, OPERATIONAL_TIME, KVD_TUGPS_OPERATIONAL_TIMEOUT))
+        traceFailed("operationalTmoRef");
 }
 
 void startValid()
 {
-    TimerRef& timer = state().validTmoRef;
-    if (timer == 0) timer = ose::request_tmo(VALID_TIME, KVD_TUGPS_VALID_TIMEOUT);
-    if (timer == 0) KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Timer validTmoRef failed to start!");
+    if (!KvdTimer_start(state().validTmoRef, VALID_TIME, KVD_TUGPS_VALID_TIMEOUT)) traceFailed("validTmoRef");
 }
 
 void restartOperational()
 {
-    TimerRef& timer = state().operationalTmoRef;
-    if (timer != 0) ose::reset_tmo(&timer, OPERATIONAL_TIME);
+    if (!state().operationalTmoRef.runs()) return;
+    KvdTimer_cancel(state().operationalTmoRef);
+    startOperational();
 }
 
 void restartValid()
 {
-    if (state().validTmoRef != 0)
-        ose::reset_tmo(&state().validTmoRef, VALID_TIME);
-    else
-        startValid();
+    KvdTimer_cancel(state().validTmoRef);
+    startValid();
 }
 
 // ---- observation mode ---------------------------------------------------------------------------
@@ -153,15 +143,10 @@ u32 typeOf(u8 seenTypes)
     return GPSS_UNKNOWN;
 }
 
-bool isSettled(u32 gpssType)
-{
-    return gpssType != GPSS_UNKNOWN && gpssType != GPSS_PENDING && gpssType != GPSS_PENDING_FURUNO;
-}
-
 void detect(const char* text)
 {
     const u32 gpssType = gps::detectReceiver(state().detection, text);
-    if (!isSettled(gpssType)) return;
+    if (!gps::isSettled(gpssType)) return;
 
     state().detection = {};
     gps::enter(GPS_WAIT_FOR_OPERATIONAL);
@@ -180,16 +165,16 @@ void inWaitForOperational(const GpsSentenceType& type)
 {
     if (type.sentenceClass != GPS_CLASS_TIMING) return;
     KVD_TRACE(TRACE_TUGPS, TRACE_4, "Timing message received in wait for operational state");
-    cancel(state().waitForOperationalTmoRef);
+    KvdTimer_cancel(state().waitForOperationalTmoRef);
     if (KvdLoz6TuGps_receiver().timeValid == 1) {
         startOperational();
         gps::enter(GPS_OPERATIONAL);
-        cancel(state().additionalInfoSuprTmoRef);
+        KvdTimer_cancel(state().additionalInfoSuprTmoRef);
         gps::report();
     } else {
         startWaitForOperational();
     }
-    gps::cancelAlarmSuppression();
+    gps::endAlarmSuppression();
     checkPositionMode();
 }
 
@@ -221,7 +206,7 @@ void onParsedSentence(const char* text)
     }
     switch (gpsState) {
     case GPS_WAIT_FOR_VALID_MSG:
-        cancel(state().waitForValidTmoRef);
+        KvdTimer_cancel(state().waitForValidTmoRef);
         detect(text);
         break;
     case GPS_WAIT_FOR_OPERATIONAL: inWaitForOperational(type);       break;
@@ -233,12 +218,15 @@ void onParsedSentence(const char* text)
 
 void lookForReceiverAnew()
 {
-    cancel(state().waitForSelfTestTmoRef);
+    KvdTimer_cancel(state().waitForSelfTestTmoRef);
     gps::enter(GPS_WAIT_FOR_ANY_MSG);
 }
 
-/// A time-out that was queued already when supervision ended must not wake the machine.
-bool isRunning() { return KvdLoz6TuGps_gpsState() != GPS_UN_INIT; }
+/// A time-out that finds the machine at rest doesn't wake it, wherever it comes from.
+bool takeTimeout(KvdTimer& timer)
+{
+    return KvdTimer_expired(timer) && KvdLoz6TuGps_gpsState() != GPS_UN_INIT;
+}
 
 }  // namespace
 
@@ -254,6 +242,11 @@ u32 gps::detectReceiver(Detection& detection, const char* text)
         gpssType = GPSS_FURUNO;
     KvdLoz6TuGps_setGpssType(gpssType);
     return gpssType;
+}
+
+bool gps::isSettled(u32 gpssType)
+{
+    return gpssType != GPSS_UNKNOWN && gpssType != GPSS_PENDING && gpssType != GPSS_PENDING_FURUNO;
 }
 
 bool gps::isWholeSentence(const KvdTugpsNmeaMsgRec& rec, u32 bufferSize)
@@ -310,28 +303,24 @@ void gps::onSerialPortInitialised()
 
 void gps::onWaitForValidTimeout()
 {
-    state().waitForValidTmoRef = 0;
-    if (isRunning()) lookForReceiverAnew();
+    if (takeTimeout(state().waitForValidTmoRef)) lookForReceiverAnew();
 }
 
 void gps::onWaitForOperationalTimeout()
 {
-    state().waitForOperationalTmoRef = 0;
-    if (isRunning()) lookForReceiverAnew();
+    if (takeTimeout(state().waitForOperationalTmoRef)) lookForReceiverAnew();
 }
 
 void gps::onOperationalTimeout()
 {
-    state().operationalTmoRef = 0;
-    if (!isRunning()) return;
+    if (!takeTimeout(state().operationalTmoRef)) return;
     enter(GPS_WAIT_FOR_OPERATIONAL);
     startWaitForOperational();
 }
 
 void gps::onValidTimeout()
 {
-    state().validTmoRef = 0;
-    if (!isRunning()) return;
+    if (!takeTimeout(state().validTmoRef)) return;
     KvdLoz6TuGps_receiver().gpsCurrentTime = 0.0;
     enter(GPS_OPERATIONAL);
 }
@@ -341,10 +330,10 @@ void gps::setFixedPosition(u32 wanted) { setUpMode(wanted == 1); }
 void gps::cancelAllTimers()
 {
     State& st = state();
-    for (TimerRef* timer : {&st.suprAlarmTmoRef, &st.additionalInfoSuprTmoRef,
+    for (KvdTimer* timer : {&st.suprAlarmTmoRef, &st.additionalInfoSuprTmoRef,
                             &st.waitForValidTmoRef, &st.waitForOperationalTmoRef,
                             &st.operationalTmoRef, &st.validTmoRef, &st.waitForSelfTestTmoRef})
-        cancel(*timer);
+        KvdTimer_cancel(*timer);
     KvdLoz6TuGps_cancelSatelliteTimers();
     KvdLoz6TuGps_stopSending();
 }

@@ -34,15 +34,16 @@ void clampNoise()
     }
 }
 
-/// Another unit's output turned out to be the receiver: the regulator goes on with that reference,
-/// so that this edge is the first of its own.
-void takeGpsOutReference()
+/// The receiver turns out to be another unit's output, or a receiver again after one: the regulator goes on
+/// with that reference and its noise, so that this edge is the first of its own.
+void takeReceiversReference()
 {
-    const bool isGpsOut = KvdLoz6TuGps_receiver().gpssType == GPSS_NORVANE;
-    if (!isGpsOut || KvdLoz6TuReg_selectedRef() == TU_GPS_OUT_REF) return;
-    if (!KvdLoz6TuReg_isValidState()) return;
+    const u32 gpssType = KvdLoz6TuGps_receiver().gpssType;
+    if (!gps::isSettled(gpssType)) return;
+    const u32 reference = gpssType == GPSS_NORVANE ? TU_GPS_OUT_REF : TU_SR_GPS_REF;
+    if (KvdLoz6TuReg_selectedRef() == reference || !KvdLoz6TuReg_isValidState()) return;
     const RefDesc& row = KvdLoz6TuRef_row(ROW_GPS);
-    KvdLoz6TuReg_configRefType(TU_GPS_OUT_REF, row.froId, row.froClassNo);
+    KvdLoz6TuReg_configRefType(reference, row.froId, row.froClassNo);
 }
 
 bool regulatesOnPulse()
@@ -86,7 +87,7 @@ bool gps::observe(u32 (*timeQuery)(double& time), void (*setNoise)(u32 z_i), Obs
     edge.time[1] -= state().gpsCompensationDelay + KvdLoz6TuReg_getPp1sBoardDelay();
     double gpsTime = 0.0;
     ReferenceTime reference;
-    if (timeQuery(gpsTime) == TIME_VALID)
+    if (timeQuery(gpsTime) == TIME_VALID && KvdLoz6TuGps_receiver().timeKept == 0)
         reference = KvdLoz6TuReg_timeOfPulse(state().gate, gpsTime, edge.time);
     setNoise(edge.z_i);
     TimePair zPair{};
@@ -108,7 +109,7 @@ void setReceiverNoise(u32 z_i)
 
 void KvdLoz6TuGps_handleInt()
 {
-    takeGpsOutReference();
+    takeReceiversReference();
     gps::Observation o;
     if (gps::observe(KvdLoz6TuGps_time, setReceiverNoise, o))
         KvdLoz6TuReg_measUpdate(o.z_i, o.z, o.t_s, o.phase);

@@ -1,6 +1,7 @@
 // kvd_gps_nmea_int.h - State of the standard sentences; their two sources share it, nobody else
 // writes.
 #pragma once
+#include "base/kvd_timer.h"
 #include "gps/kvd_gps_nmea.h"
 
 namespace gps {
@@ -13,7 +14,7 @@ struct SatelliteSystem {
     SatelliteTable current{};              // last complete series, strongest first
     u8 fillIndex = 0;                      // 0, 4, ... 32
     u8 inView = 0;
-    TimerRef silenceTmoRef = 0;
+    KvdTimer silenceTmoRef;
 };
 
 struct NmeaState {

@@ -20,7 +20,7 @@ using gps::Sentence;
 
 constexpr u64 WEEK_s = 604'800;
 constexpr u32 GPS_FRO_CLASS = 3;          // of the GPS reference's quality level
-constexpr u8  GPSS_FREE_RUNNING = 1, GPSS_1PPS_NOT_SYNCHRONISED = 3;
+constexpr u8  GPSS_LOCKED = 0, GPSS_FREE_RUNNING = 1, GPSS_1PPS_NOT_SYNCHRONISED = 3;
 
 struct State {
     GpsNorvane said;
@@ -37,6 +37,9 @@ bool skipHead(Fields<SIZE>& field)
 {
     return field.next() && field.next();
 }
+
+/// The two fields between GPppr's week and status.
+bool skipUnused(Fields<8>& field) { return field.nextBeforeChecksum() && field.nextBeforeChecksum(); }
 
 void storeStatus(u8 gpssStatus)
 {
@@ -61,9 +64,10 @@ void storeTime(u8 gpssStatus, u8 gpssFaulty)
     }
     receiver.timeValid = 1;
     receiver.timeNotValid = 0;
-    if (gpssStatus <= GPSS_FREE_RUNNING)
-        receiver.gpsCurrentTime =
-            static_cast<double>(receiver.gpsTimeWeek * WEEK_s + receiver.gpsTow);
+    // A receiver that runs free has valid pulses; its time stays the one before.
+    receiver.timeKept = gpssStatus != GPSS_LOCKED ? 1 : 0;
+    if (receiver.timeKept == 0)
+        receiver.gpsCurrentTime = static_cast<double>(receiver.gpsTimeWeek * WEEK_s + receiver.gpsTow);
 }
 
 void setObservationMode(u8 pp1state)
@@ -151,18 +155,18 @@ int KvdLoz6TuGps_parsePxxxGPppr(const char* text)
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Received Periodic PPS report");
 
     GpsReceiver& receiver = KvdLoz6TuGps_receiver();
-    if (!field.next()) return 0;
+    if (!field.nextBeforeChecksum()) return 0;
     receiver.gpsTow = gps::toNumber(field.value);
-    if (!field.next()) return 0;
+    if (!field.nextBeforeChecksum()) return 0;
     receiver.gpsTimeWeek = gps::toNumber(field.value);
-    if (!field.next()) return 0;
-    if (!field.next()) return 0;
-    if (!field.next()) return 0;
+    if (!skipUnused(field)) return 0;
+    if (!field.nextBeforeChecksum()) return 0;
     const u8 gpssStatus =
         s->overridden ? s->overrideStatus : static_cast<u8>(gps::toNumber(field.value));
-    storeStatus(gpssStatus);
-    if (!field.next()) return 0;
+    if (!field.nextBeforeChecksum()) return 0;
     const u8 gpssFaulty = static_cast<u8>(gps::toNumber(field.value));
+
+    storeStatus(gpssStatus);
     s->said.gpssFaulty = gpssFaulty;
     s->selfTest.gpssFaulty = gpssFaulty;
     ++s->selfTest.gppprCount;

@@ -1,5 +1,6 @@
 #include "gps/kvd_gps_osl.h"
 
+#include "base/kvd_timer.h"
 #include "gps/gps_sig.h"
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_common.h"
@@ -52,24 +53,16 @@ struct State {
     u32 isLoz6Restarted = 1;                     // until the first start of supervision
     u32 numberOfNmeaMsgs = 0;
     gps::Detection detection;
-    TimerRef operationalTmoRef = 0, waitForOperationalTmoRef = 0, waitForValidMsgTmoRef = 0,
-             validTmoRef = 0, alarmSuprTmoRef = 0;
+    KvdTimer operationalTmoRef, waitForOperationalTmoRef, waitForValidMsgTmoRef, validTmoRef, alarmSuprTmoRef;
 };
 ose::ModuleData<State> s;
 
 // ---- timers -------------------------------------------------------------------------------------
 
-void cancel(TimerRef& timer)
+void restart(KvdTimer& timer, OSTIME time_ms, SIGSELECT sigNo, const char* name)
 {
-    if (timer != 0) ose::cancel_tmo(&timer);
-    timer = 0;
-}
-
-void restart(TimerRef& timer, OSTIME time_ms, SIGSELECT sigNo, const char* name)
-{
-    cancel(timer);
-    timer = ose::request_tmo(time_ms, sigNo);
-    if (timer == 0) KVD_TRACE(TRACE_TUGPS_OSL, TRACE_ERROR, "Timer %s failed to start!", name);
+    if (!KvdTimer_restart(timer, time_ms, sigNo))
+        KVD_TRACE(TRACE_TUGPS_OSL, TRACE_ERROR, "Timer %s failed to start!", name);
 }
 
 void startWaitForOperational()
@@ -89,10 +82,10 @@ void startValid()
 
 void cancelReceptionTimers()
 {
-    cancel(s->operationalTmoRef);
-    cancel(s->waitForOperationalTmoRef);
-    cancel(s->waitForValidMsgTmoRef);
-    cancel(s->validTmoRef);
+    KvdTimer_cancel(s->operationalTmoRef);
+    KvdTimer_cancel(s->waitForOperationalTmoRef);
+    KvdTimer_cancel(s->waitForValidMsgTmoRef);
+    KvdTimer_cancel(s->validTmoRef);
 }
 
 // ---- status -------------------------------------------------------------------------------------
@@ -132,7 +125,7 @@ void report()
         tell(STATUS_FAULT, "Loss of signal", OSL_LOSS_OF_SIGNAL, 1);
     else if (s->gpsState == GPS_OPERATIONAL || s->gpsState == GPS_OPERATIONAL_WITH_VALID_TIME)
         tell(STATUS_OK, "OK", OSL_OK, 0);
-    else if (s->alarmSuprTmoRef == 0)
+    else if (!s->alarmSuprTmoRef.runs())
         tellFaultOfState();
     else if (s->forceReport != 0)
         KvdLoz6TuIifAdm_sendGpsOslStatus(STATUS_UNKNOWN, "OK");
@@ -195,9 +188,10 @@ void inWaitForValid(const char* text, int result)
     u32 gpssType = GPSS_NORVANE;
     if (isGpout(text)) KvdLoz6TuGps_setGpssType(gpssType);   // nobody else sends it
     else               gpssType = gps::detectReceiver(s->detection, text);
+    // Settled, if on a receiver: what is at the line now may be another one's.
+    if (gps::isSettled(gpssType)) s->detection = {};
     if (gpssType != GPSS_NORVANE) return;
-    s->detection = {};
-    cancel(s->waitForValidMsgTmoRef);
+    KvdTimer_cancel(s->waitForValidMsgTmoRef);
     enter(GPS_WAIT_FOR_OPERATIONAL);
     startWaitForOperational();
 }
@@ -205,7 +199,7 @@ void inWaitForValid(const char* text, int result)
 void inWaitForOperational(const GpsSentenceType& type)
 {
     KVD_TRACE(TRACE_TUGPS_OSL, TRACE_3, "Timing message received in wait for operational state");
-    cancel(s->waitForOperationalTmoRef);
+    KvdTimer_cancel(s->waitForOperationalTmoRef);
     if (!isTimingWithTime(type)) return startWaitForOperational();
     KVD_TRACE(TRACE_TUGPS_OSL, TRACE_INFO, "Valid time received in wait for operational state");
     startOperational();
@@ -249,7 +243,10 @@ void start()
 {
     KVD_TRACE(TRACE_TUGPS_OSL, TRACE_INFO, "isLoz6Restarted = %s",
               s->isLoz6Restarted != 0 ? "True" : "False");
-    if (s->isLoz6Restarted != 0) s->remoteState = RC_UNKNOWN;
+    if (s->isLoz6Restarted != 0)
+        s->remoteState = RC_UNKNOWN;
+    else if (KvdLoz6TuReg_pllIsHoldover())
+        KvdLoz6TuReg_pll_clearEmptyHOVector();   // the link's means outlive the lock that follows
     s->isLoz6Restarted = 0;
     if (s->gpsState != GPS_UN_INIT) {
         KVD_TRACE(TRACE_TUGPS_OSL, TRACE_INFO, "driver already initialized");
@@ -261,18 +258,6 @@ void start()
     ose::send(&done, KvdLoz6TuMgr_pid());
     restart(s->alarmSuprTmoRef, SUPPRESSION_TIME, KVD_TUGPSOSL_SUPR_ALARM_TIMEOUT, "alarmSuprTmoRef");
     gps::resetReceiverData();
-}
-
-void stop()
-{
-    if (s->gpsState == GPS_UN_INIT) return;
-    cancelReceptionTimers();
-    cancel(s->alarmSuprTmoRef);
-    gps::resetReceiverData();
-    KvdLoz6TuGps_clearNorvane();
-    KvdLoz6TuGps_clearSerialCounters(GPS_LINE_SYNC_LINK);
-    KvdLoz6TuGps_closeSerial(GPS_LINE_SYNC_LINK);
-    enter(GPS_UN_INIT);
 }
 
 // ---- handlers -----------------------------------------------------------------------------------
@@ -290,13 +275,8 @@ void onNmeaMsgRec(Signal* sig)
     onSentence(rec->text);
 }
 
-/// A time-out that was queued when its timer was cancelled is dropped.
-bool takeTimeout(TimerRef& timer)
-{
-    const bool runs = timer != 0;
-    timer = 0;
-    return runs && s->gpsState != GPS_UN_INIT;
-}
+/// A time-out that finds the machine at rest doesn't wake it, wherever it comes from.
+bool takeTimeout(KvdTimer& timer) { return KvdTimer_expired(timer) && s->gpsState != GPS_UN_INIT; }
 
 void onValidTimeout()
 {
@@ -312,7 +292,7 @@ void onOperationalTimeout()
     enter(GPS_WAIT_FOR_OPERATIONAL);
 }
 
-void onWaitTimeout(TimerRef& timer)
+void onWaitTimeout(KvdTimer& timer)
 {
     if (takeTimeout(timer)) waitForAny();
 }
@@ -364,8 +344,20 @@ void KvdLoz6GpsOsl_supervision(const Signal* sig, u32)
         start();
         KvdLoz6TuGps_setTuGpsRefType(GPSOSL_REF);
     } else {
-        stop();
+        KvdLoz6GpsOsl_stop();
     }
+}
+
+void KvdLoz6GpsOsl_stop()
+{
+    if (s->gpsState == GPS_UN_INIT) return;
+    cancelReceptionTimers();
+    KvdTimer_cancel(s->alarmSuprTmoRef);
+    gps::resetReceiverData();
+    KvdLoz6TuGps_clearNorvane();
+    KvdLoz6TuGps_clearSerialCounters(GPS_LINE_SYNC_LINK);
+    KvdLoz6TuGps_closeSerial(GPS_LINE_SYNC_LINK);
+    enter(GPS_UN_INIT);
 }
 
 void KvdLoz6GpsOsl_statusChange(u32 present)
@@ -383,6 +375,9 @@ void KvdLoz6GpsOsl_holdoverEnded()
               "Start reporting alarms - holodover finished for GpsOutSyncLink!");
     report();
 }
+
+/// The link goes on talking; the next main processor orders supervision anew and is then told.
+void KvdLoz6GpsOsl_serverGone() { s->supervision = 0; }
 
 void KvdLoz6GpsOsl_closePort()
 {
@@ -407,6 +402,8 @@ u32  KvdLoz6GpsOsl_remoteState() { return s->remoteState; }
 void KvdLoz6GpsOsl_storeRemoteState(u32 state) { s->remoteState = state; }
 void KvdLoz6GpsOsl_sendRemoteState() { KvdLoz6TuIifAdm_sendRemoteRcState(s->remoteState); }
 
+bool KvdLoz6GpsOsl_givesTime() { return KvdLoz6TuGps_receiver().timeKept == 0; }
+
 u32 KvdLoz6GpsOsl_time(double& time)
 {
     constexpr u32 TIME_NONE = 0, TIME_PULSE_ONLY = 3, TIME_WAITING = 4, TIME_VALID = 7;
@@ -426,6 +423,7 @@ void KvdLoz6GpsOsl_handleInt()
 {
     gps::Observation o;
     if (!gps::observe(KvdLoz6GpsOsl_time, setLinkNoise, o)) return;
+    KvdLoz6TuReg_pll_setSourceTime(KvdLoz6TuReg_knowsTime() && KvdLoz6GpsOsl_givesTime());
     if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) return KvdLoz6TuReg_pll_control(o.z);
     KvdLoz6TuReg_measUpdate(o.z_i, o.z, o.t_s, o.phase);
     // A link that is still selected, or again, after its loop has ended: nobody else begins it anew.

@@ -19,6 +19,7 @@ void KvdLoz6GpsOsl_statusChange(u32 present);
 void KvdLoz6GpsOsl_setForceReport(u32 force);
 /// The holdover of a link that was left is over: alarms are told again.
 void KvdLoz6GpsOsl_holdoverEnded();
+void KvdLoz6GpsOsl_serverGone();
 void KvdLoz6GpsOsl_closePort();
 /// End of the path's filter, after its row: what a selected reference's end means.
 void KvdLoz6GpsOsl_filterEnd(u32 row);
@@ -29,6 +30,10 @@ void KvdLoz6GpsOsl_storeRemoteState(u32 state);
 /// Sends the stored remote state to the main processor.
 void KvdLoz6GpsOsl_sendRemoteState();
 void KvdLoz6GpsOsl_supervision(const Signal* sig, u32 row);
+/// Ends reception and gives the serial line up; nothing while it doesn't run.
+void KvdLoz6GpsOsl_stop();
+/// The far end's last GPppr gave a time; false while it runs free.
+bool KvdLoz6GpsOsl_givesTime();
 /// Time query: status 0, 3, 4, 6 or 7; time in s since the GPS epoch with 7, else 0.0.
 u32  KvdLoz6GpsOsl_time(double& time);
 /// "tugps_osl" section of kvdinfo.

@@ -15,7 +15,7 @@
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "ref/ref_types.h"
+#include "ref/kvd_ref.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_int.h"
@@ -59,17 +59,10 @@ void switchOutput(bool on) { HALI_enableTuOut(on ? 1 : 0, 0); }
 
 // ---- timers -------------------------------------------------------------------------------------
 
-void cancel(TimerRef& timer)
+void restart(KvdTimer& timer, OSTIME time_ms, SIGSELECT sigNo, const char* name)
 {
-    if (timer != 0) ose::cancel_tmo(&timer);
-    timer = 0;
-}
-
-void restart(TimerRef& timer, OSTIME time_ms, SIGSELECT sigNo, const char* name)
-{
-    cancel(timer);
-    timer = ose::request_tmo(time_ms, sigNo);
-    if (timer == 0) KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "%s timer failed to start!", name);
+    if (!KvdTimer_restart(timer, time_ms, sigNo))
+        KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "%s timer failed to start!", name);
 }
 
 void restartGpgga()
@@ -78,11 +71,13 @@ void restartGpgga()
     restart(s->gpggaTimer, GPGGA_PERIOD, KVD_TUGPS_OUT_PERIODIC_GPGGA_TIMEOUT, "GPGGA");
 }
 
-void cancelAll()
+/// What the protocol would have said yet.
+void cancelSentences()
 {
-    for (TimerRef* timer : {&s->gppprTimer, &s->gpggaTimer, &s->cmccTimeTimer, &s->cmccStateTimer,
-                            &s->simIntTmoRef, &s->graceTimer, &s->gpoutTimer})
-        cancel(*timer);
+    for (KvdTimer* timer :
+         {&s->gppprTimer, &s->gpggaTimer, &s->cmccTimeTimer, &s->cmccStateTimer, &s->gpoutTimer})
+        KvdTimer_cancel(*timer);
+    s->sendQueue.clear();
 }
 
 // ---- events -------------------------------------------------------------------------------------
@@ -105,9 +100,10 @@ u32 stop()
 {
     clearFlags();
     s->counters.numberOfHwInterrupts = 0;
-    cancelAll();
+    cancelSentences();
+    KvdTimer_cancel(s->simIntTmoRef);
+    KvdTimer_cancel(s->graceTimer);
     s->driverBusy = 0;
-    s->sendQueue.clear();
     switchOutput(false);
     disableInterrupt();
     return OUT_UN_INIT;
@@ -147,7 +143,7 @@ u32 lockFrequency()
     enableOutput();
     s->dropped = 0;
     restartGpgga();
-    cancel(s->graceTimer);
+    KvdTimer_cancel(s->graceTimer);
     return OUT_FREQ_LOCKED;
 }
 
@@ -157,7 +153,7 @@ u32 lockTime()
     if (isMaster()) s->gpsTimeLocked = 1;
     enableOutput();
     s->dropped = 0;
-    cancel(s->graceTimer);
+    KvdTimer_cancel(s->graceTimer);
     return OUT_TIMEOFFSET_LOCKED;
 }
 
@@ -228,15 +224,16 @@ void onTimeData(const KvdTuiif10TimeDataInd* ind)
 
 // ---- the pulse ----------------------------------------------------------------------------------
 
-/// GPS time by the regulator, s.
-double regulatorGpsTime()
+/// GPS time by the regulator, s. False when its counter can't be read.
+bool regulatorGpsTime(double& gpsTime)
 {
     double period = 0, t_f = 0;
-    if (HALI_readTime(period, t_f) != 0) return 0.0;
+    if (HALI_readTime(period, t_f) != 0) return false;
     const TimePair last = KvdLoz6TuReg_getLastTime();
     const TimePair delta0 = KvdLoz6TuReg_getOffset();
     const double t_c = t_f - last.f < -period / 2 ? last.c + period : last.c;
-    return t_c + t_f - delta0.c - delta0.f + KvdLoz6TuReg_sfcGpsOffset();
+    gpsTime = t_c + t_f - delta0.c - delta0.f + KvdLoz6TuReg_sfcGpsOffset();
+    return true;
 }
 
 /// To the whole second at the connector; the next pulse shows what became of a failure.
@@ -265,17 +262,21 @@ void alignOutput(bool isUsable)
     changeState(s->gpsOutState == OUT_TIMEOFFSET_LOCKED ? EV_ALIGNED : EV_FREQUENCY);
 }
 
-void takeTime(double counterTime)
+/// False when the pulse's time isn't known.
+bool takeTime(bool isCounterRead, double counterTime)
 {
     double gpsTime = counterTime;
     if (s->gpsOutState == OUT_TIME_LOCKED) {
-        gpsTime = regulatorGpsTime();
+        if (!regulatorGpsTime(gpsTime)) return false;
         if (s->protocol == PROTOCOL_NORVANE) {
             gpsTime += 1.0;                      // the sentence speaks of the next second
             tuHwIf_resetGpsOutMsiMem();
         }
+    } else if (!isCounterRead) {
+        return false;
     }
     setTime(gpsTime);
+    return true;
 }
 
 void startSentences()
@@ -297,11 +298,11 @@ void onPulse()
     const bool isUsable = isTimeUsable() && (isMaster() || hasValidLoop());
     if (s->dropped != 0 && (s->pp1sAligned != 0 || !isUsable)) return;
     double period = 0, counterTime = 0;
-    if (tuHwIf_readGpsOutTime(period, counterTime) != 0)
-        KVD_TRACE(TRACE_TUGPS_OUT, TRACE_ERROR, "Unable to read register for GPS OUT");
+    const bool isCounterRead = tuHwIf_readGpsOutTime(period, counterTime) == 0;
+    if (!isCounterRead) KVD_TRACE(TRACE_TUGPS_OUT, TRACE_ERROR, "Unable to read register for GPS OUT");
     if (s->pp1sAligned == 0) alignOutput(isUsable);
-    takeTime(counterTime);
-    startSentences();
+    if (takeTime(isCounterRead, counterTime)) startSentences();
+    else                                      KvdTimer_cancel(s->gpoutTimer);   // a second without a word
 }
 
 /// The line is opened again in every case: it carries the references' interrupts, too.
@@ -323,14 +324,12 @@ void say(const std::string& sentence, u32& count)
 
 void onGpppr()
 {
-    s->gppprTimer = 0;
     say(gppprSentence(s->gpsTimeTOW, s->gpsTimeWeek, s->gpsOutState),
         s->counters.numberOfPNVXGPpprMsgs);
 }
 
 void onGpout()
 {
-    s->gpoutTimer = 0;
     const bool jump = isMaster() ? KvdLoz6TuReg_jumpState() != JUMP_NOT_NEEDED
                                  : s->master.jumpIndication > 0;
     say(gpoutSentence(KvdLoz6TuIifAdm_radioClockState(), jump,
@@ -341,35 +340,36 @@ void onGpout()
 
 void onGpgga()
 {
-    s->gpggaTimer = 0;
     restartGpgga();
     say(gpggaSentence(), s->counters.numberOfPNVXGPGGAMsgs);
 }
 
 void onCmccTime()
 {
-    s->cmccTimeTimer = 0;
     ++s->counters.numberOfCmccTodTimeMsgs;
     writeFrame(cmccTimeFrame(s->gpsTimeTOW, s->gpsTimeWeek, KvdLoz6TuIifAdm_radioClockState()));
 }
 
 void onCmccState()
 {
-    s->cmccStateTimer = 0;
     ++s->counters.numberOfCmccTodStateMsg;
     writeFrame(cmccStateFrame());
 }
 
-void onGrace()
+void onGrace() { changeState(EV_LOST); }
+
+void onTimeout(KvdTimer& timer, void (*handler)())
 {
-    s->graceTimer = 0;
-    changeState(EV_LOST);
+    if (KvdTimer_expired(timer)) handler();
 }
 
-/// A time-out that was queued when its timer was cancelled is dropped.
-void onTimeout(TimerRef& timer, void (*handler)())
+/// The words of another protocol that were under way aren't said.
+void setProtocol(u8 protocol)
 {
-    if (timer != 0) handler();
+    if (protocol == s->protocol) return;
+    cancelSentences();
+    s->protocol = protocol;
+    if (s->gpsOutState > OUT_INIT_SERIAL_PORT) restartGpgga();
 }
 
 u16 readBoardDelay()
@@ -448,11 +448,7 @@ int KvdLoz6GpsOut_dispatch(Signal* sig)
     case KVD_TUGPS_OUT_PERIODIC_GPGGA_TIMEOUT: onTimeout(s->gpggaTimer, onGpgga);           return 1;
     case KVD_TUGPS_OUT_CMCC_TOD_TIME_TIMEOUT: onTimeout(s->cmccTimeTimer, onCmccTime);      return 1;
     case KVD_TUGPS_OUT_CMCC_TOD_STATE_TIMEOUT: onTimeout(s->cmccStateTimer, onCmccState);   return 1;
-    case KVD_TUGPS_OUT_SIM_INTERRUPT_TIMEOUT:
-        if (s->simIntTmoRef == 0) return 1;
-        s->simIntTmoRef = 0;
-        onSimInterrupt();
-        return 1;
+    case KVD_TUGPS_OUT_SIM_INTERRUPT_TIMEOUT: onSimInterrupt();                             return 1;
     case KVD_TUGPS_OUT_GRACE_TIMEOUT:         onTimeout(s->graceTimer, onGrace);            return 1;
     case KVD_TUGPS_OUT_GPOUT_TIMEOUT:         onTimeout(s->gpoutTimer, onGpout);            return 1;
     case KVD_TUIIF10_TIME_DATA_IND:
@@ -465,7 +461,7 @@ int KvdLoz6GpsOut_dispatch(Signal* sig)
 void KvdLoz6GpsOut_start(u8 mode)
 {
     constexpr u8 EMULATES_RECEIVER = 1;
-    s->protocol = mode == EMULATES_RECEIVER ? PROTOCOL_NORVANE : PROTOCOL_CMCC_TOD;
+    setProtocol(mode == EMULATES_RECEIVER ? PROTOCOL_NORVANE : PROTOCOL_CMCC_TOD);
     KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "TuOutEmuMode=%u", mode);
     s->boardDelay_ns = readBoardDelay();
     if (s->gpsOutDriver == DRIVER_RUNNING) return;
@@ -474,6 +470,7 @@ void KvdLoz6GpsOut_start(u8 mode)
         KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "currentState=%u", s->gpsOutState);
         return;
     }
+    KvdLoz6TuRef_freeSerialLine(REF_ROWS);
     if (KvdLoz6TuGps_openSerial(GPS_LINE_OUTPUT) != 0) {
         s->gpsOutDriver = DRIVER_FAILED;
         return;

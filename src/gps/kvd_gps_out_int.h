@@ -2,6 +2,7 @@
 // it says (kvd_gps_out_sentence.cpp), the way to the driver (kvd_gps_out_writer.cpp).
 // Owner   kvd_gps_out*.cpp. Nobody else includes it, but for the tests.
 #pragma once
+#include "base/kvd_timer.h"
 #include "gps/gps_sig.h"
 #include "gps/kvd_gps_out.h"
 #include "ose/ose.h"
@@ -55,8 +56,7 @@ struct State {
     u16 boardDelay_ns = 40;                           // from the counter to the connector
     std::string sendQueue;
     u32 driverBusy = 0;
-    TimerRef gppprTimer = 0, gpggaTimer = 0, cmccTimeTimer = 0, cmccStateTimer = 0, simIntTmoRef = 0,
-             graceTimer = 0, gpoutTimer = 0;
+    KvdTimer gppprTimer, gpggaTimer, cmccTimeTimer, cmccStateTimer, simIntTmoRef, graceTimer, gpoutTimer;
     Counters counters;
 };
 State& state();

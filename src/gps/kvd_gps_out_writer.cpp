@@ -14,8 +14,7 @@ constexpr u32 CHUNK = 16;                      // bytes that the driver transmit
 
 void startSimInterrupt()
 {
-    if (state().simIntTmoRef != 0) return;
-    state().simIntTmoRef = ose::request_tmo(SIM_INTERRUPT_ms, KVD_TUGPS_OUT_SIM_INTERRUPT_TIMEOUT);
+    KvdTimer_start(state().simIntTmoRef, SIM_INTERRUPT_ms, KVD_TUGPS_OUT_SIM_INTERRUPT_TIMEOUT);
 }
 
 bool send(const u8* bytes, u32 count)
@@ -83,6 +82,7 @@ void gpsout::writeFrame(const std::array<u8, CMCC_FRAME>& frame)
 
 void gpsout::onSimInterrupt()
 {
+    if (!KvdTimer_expired(state().simIntTmoRef)) return;
     HALI_simSerialInterrupt();
     if (state().driverBusy != 0) {
         startSimInterrupt();

@@ -23,7 +23,7 @@ using gps::state;
 using node::shellPrintf;
 
 const char* yesNo(u32 flag) { return flag != 0 ? "yes" : "no"; }
-const char* running(TimerRef timer) { return timer != 0 ? "running" : "not running"; }
+const char* running(const KvdTimer& timer) { return timer.runs() ? "running" : "not running"; }
 
 const char* observationModeText(u8 mode)
 {

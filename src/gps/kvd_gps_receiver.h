@@ -39,6 +39,7 @@ struct GpsReceiver {
     u32 gpsTimeWeek = 0;
     u32 gpsTow = 0;                       // s of the week
     double gpsCurrentTime = 0.0;          // s since the GPS epoch, 0.0 is none
+    u8  timeKept = 0;                     // it is an earlier second's: the last timing sentence gave none
     u8  observationMode = GPS_MODE_UNKNOWN;   // GpsObservationMode
     GpsPosition averaged;                 // from GPavp
     GpsPosition instantaneous;            // from GPGGA

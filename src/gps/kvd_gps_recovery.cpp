@@ -1,5 +1,6 @@
 #include "gps/kvd_gps_recovery.h"
 
+#include "base/kvd_timer.h"
 #include "gps/gps_sig.h"
 #include "gps/kvd_gps_common.h"
 #include "gps/kvd_gps_nmea.h"
@@ -39,7 +40,7 @@ struct TimerRow {
     SIGSELECT sigNo;
     u32 event;              // what its time-out means to the machine
 };
-// In the order of RecoveryTimer. A time-out clears the reference of the first row with its signal.
+// In the order of RecoveryTimer. The two for GPsts never run at once and share a signal.
 constexpr TimerRow TIMERS[] = {
     {"gpgsvTimer",      KVD_TUGPS_RECOVERY_GPGSV_TIMEOUT_IND, RECOVERY_EVENT_GPGSV_TIMER_ELAPSED},
     {"gpstsTimer",      KVD_TUGPS_RECOVERY_GPSTS_TIMEOUT_IND, RECOVERY_EVENT_GPSTS_TIMER_ELAPSED},
@@ -108,7 +109,7 @@ struct State {
     u32 subState = RECOVERY_SUBSTATE_INITIAL;
     u32 superEvent = RECOVERY_EVENT_NULL;       // what the sub machine has to tell the main one
     u32 status = GPS02_NOT_AVAILABLE;
-    TimerRef timer[RECOVERY_TIMERS] = {};
+    KvdTimer timer[RECOVERY_TIMERS];
     RecoveryCounters counters;
     RefRing<StatusRecord, HISTORY_ROWS> history;
 };
@@ -116,10 +117,9 @@ ose::ModuleData<State> s;
 
 void startTimer(RecoveryTimer timer, OSTIME duration_ms)
 {
-    if (s->timer[timer] != 0) return;
+    if (s->timer[timer].runs()) return;
     const TimerRow& row = TIMERS[timer];
-    s->timer[timer] = ose::request_tmo(duration_ms, row.sigNo);
-    if (s->timer[timer] == 0)
+    if (!KvdTimer_start(s->timer[timer], duration_ms, row.sigNo))
         KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Timer %s didn't start properly.", row.name);
     else
         KVD_TRACE(TRACE_TUGPS, TRACE_7, "Timer %s started: %d sec", row.name,
@@ -128,8 +128,8 @@ void startTimer(RecoveryTimer timer, OSTIME duration_ms)
 
 void cancelTimer(RecoveryTimer timer)
 {
-    if (s->timer[timer] == 0) return;
-    ose::cancel_tmo(&s->timer[timer]);
+    if (!s->timer[timer].runs()) return;
+    KvdTimer_cancel(s->timer[timer]);
     KVD_TRACE(TRACE_TUGPS, TRACE_7, "Timer %s canceled.", TIMERS[timer].name);
 }
 
@@ -365,6 +365,17 @@ constexpr Transition TRANSITIONS[] = {
      RECOVERY_STATE_GPVER_WAITING},
 };
 
+/// The signal of both timers for GPsts. The sub machine's counts as running until the state is left, which
+/// cancels it, though nothing of it is queued then.
+void onGpstsTimeout()
+{
+    KvdTimer& subTimer = s->timer[GPSTS_SUB_SM_TIMER];
+    if (!KvdTimer_expired(subTimer.stale > 0 ? subTimer : s->timer[GPSTS_TIMER])) return;
+    const bool wasSubTimers = subTimer.runs();
+    KvdLoz6TuGps_onRecoverySMEvent(RECOVERY_EVENT_GPSTS_TIMER_ELAPSED);
+    if (wasSubTimers) subTimer.stale = 0;
+}
+
 // ---- what the sentences mean --------------------------------------------------------------------
 
 void onGpsts()
@@ -421,8 +432,10 @@ int KvdLoz6TuGps_recoveryDispatch(Signal* sig)
 {
     for (u32 i = 0; i < RECOVERY_TIMERS; ++i) {
         if (TIMERS[i].sigNo != sig->sigNo) continue;
-        s->timer[i] = 0;
-        KvdLoz6TuGps_onRecoverySMEvent(TIMERS[i].event);
+        if (i == GPSTS_TIMER)
+            onGpstsTimeout();
+        else if (KvdTimer_expired(s->timer[i]))
+            KvdLoz6TuGps_onRecoverySMEvent(TIMERS[i].event);
         return 1;
     }
     return 0;

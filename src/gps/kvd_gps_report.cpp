@@ -25,7 +25,7 @@ enum GpsStatus : u8 { GPS_STATUS_UNKNOWN = 0, GPS_STATUS_OK = 1, GPS_STATUS_FAUL
 constexpr u8 SELF_TEST_FAULTS = 0xFB;   // bit 2 of the code is no fault
 constexpr u32 GPS_FRO_ID = 0, GPS_FRO_CLASS = 3;
 
-bool isSuppressed() { return state().suprAlarmTmoRef != 0; }
+bool isSuppressed() { return state().suprAlarmTmoRef.runs(); }
 bool isTestMode() { return KvdLoz6TuReg_testMode() != 0; }
 u32  gpssType() { return KvdLoz6TuGps_receiver().gpssType; }
 
@@ -40,9 +40,8 @@ bool selfTestFails()
 
 void startSelfTestTimer()
 {
-    TimerRef& timer = state().waitForSelfTestTmoRef;
-    if (timer == 0) timer = ose::request_tmo(SELF_TEST_TIME, KVD_TUGPS_SELF_TEST_TIMEOUT);
-    if (timer == 0) KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "waitForSelfTestTmoRef failed to start!");
+    if (!KvdTimer_start(state().waitForSelfTestTmoRef, SELF_TEST_TIME, KVD_TUGPS_SELF_TEST_TIMEOUT))
+        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "waitForSelfTestTmoRef failed to start!");
 }
 
 // ---- status -------------------------------------------------------------------------------------
@@ -99,13 +98,8 @@ bool isGood()
 /// Starts the delay of a change of an alarm's text, or starts it over.
 void delayAdditionalInfo()
 {
-    TimerRef& timer = state().additionalInfoSuprTmoRef;
-    if (timer != 0) {
-        ose::reset_tmo(&timer, ADDITIONAL_INFO_TIME);
-        return;
-    }
-    timer = ose::request_tmo(ADDITIONAL_INFO_TIME, KVD_TUGPS_SUPPR_ADDINFO_TIMEOUT);
-    if (timer == 0)
+    if (!KvdTimer_restart(state().additionalInfoSuprTmoRef, ADDITIONAL_INFO_TIME,
+                          KVD_TUGPS_SUPPR_ADDINFO_TIMEOUT))
         KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Timer additionalInfoSuprTmoRef failed to start!");
 }
 
@@ -129,17 +123,17 @@ u32 clockQuality()
 
 void gps::startAlarmSuppression()
 {
-    TimerRef& timer = state().suprAlarmTmoRef;
-    if (timer == 0) timer = ose::request_tmo(SUPPRESSION_TIME, KVD_TUGPS_SUPR_ALARM_TIMEOUT);
-    if (timer == 0)
+    if (!KvdTimer_start(state().suprAlarmTmoRef, SUPPRESSION_TIME, KVD_TUGPS_SUPR_ALARM_TIMEOUT))
         KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Timer failed to start for alarmSupression (%dms)",
                   static_cast<int>(SUPPRESSION_TIME));
 }
 
-void gps::cancelAlarmSuppression()
+void gps::endAlarmSuppression()
 {
-    if (state().suprAlarmTmoRef != 0) ose::cancel_tmo(&state().suprAlarmTmoRef);
-    state().suprAlarmTmoRef = 0;
+    if (!isSuppressed()) return;
+    KvdTimer_cancel(state().suprAlarmTmoRef);
+    // Its time-out would have told the fault. An alarm that stands changes its text by a timer of its own.
+    if (state().alarmActive == 0) report();
 }
 
 void gps::report()
@@ -173,20 +167,17 @@ void gps::reportStatusChange()
 
 void gps::onSuprAlarmTimeout()
 {
-    state().suprAlarmTmoRef = 0;
-    report();
+    if (KvdTimer_expired(state().suprAlarmTmoRef)) report();
 }
 
 void gps::onAdditionalInfoTimeout()
 {
-    state().additionalInfoSuprTmoRef = 0;
-    report();
+    if (KvdTimer_expired(state().additionalInfoSuprTmoRef)) report();
 }
 
 void gps::onSelfTestTimeout()
 {
-    state().waitForSelfTestTmoRef = 0;
-    if (KvdLoz6TuGps_gpsState() != GPS_UN_INIT) checkSelfTest();
+    if (KvdTimer_expired(state().waitForSelfTestTmoRef)) checkSelfTest();
 }
 
 void gps::checkSelfTest()

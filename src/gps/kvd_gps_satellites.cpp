@@ -77,12 +77,8 @@ void merge()
 
 void restartSilenceTimer(SatelliteSystem& system, const SystemText& text)
 {
-    if (system.silenceTmoRef != 0) {
-        ose::reset_tmo(&system.silenceTmoRef, SILENCE);
-        return;
-    }
-    system.silenceTmoRef = ose::request_tmo(SILENCE, text.timeOut);
-    if (system.silenceTmoRef == 0) KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "%s", text.timerFailed);
+    if (!KvdTimer_restart(system.silenceTmoRef, SILENCE, text.timeOut))
+        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "%s", text.timerFailed);
 }
 
 using GsvFields = gps::Fields<7>;
@@ -162,7 +158,7 @@ int parseGSV(const char* sentenceText, SatelliteSystem& system, const SystemText
 /// The system has been silent too long.
 void forget(SatelliteSystem& system)
 {
-    system.silenceTmoRef = 0;
+    if (!KvdTimer_expired(system.silenceTmoRef)) return;
     system.current = {};
     system.inView = 0;
     merge();
@@ -187,8 +183,7 @@ void KvdLoz6TuGps_onResetGlonassSatellites() { forget(nmea().glonass); }
 
 void KvdLoz6TuGps_cancelSatelliteTimers()
 {
-    for (SatelliteSystem* system : {&nmea().gps, &nmea().glonass})
-        if (system->silenceTmoRef != 0) ose::cancel_tmo(&system->silenceTmoRef);
+    for (SatelliteSystem* system : {&nmea().gps, &nmea().glonass}) KvdTimer_cancel(system->silenceTmoRef);
 }
 
 void KvdLoz6TuGps_resetSatellites()

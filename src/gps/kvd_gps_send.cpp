@@ -1,6 +1,7 @@
 // kvd_gps_send.cpp - Send queue, its pacing, one-shot commands.
 #include "gps/kvd_gps_send.h"
 
+#include "base/kvd_timer.h"
 #include "gps/gps_sig.h"
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_capture.h"
@@ -23,6 +24,7 @@ namespace {
 constexpr OSTIME PACING_ms = 1000;
 
 ose::ModuleData<gps::SendState> s;
+ose::ModuleData<KvdTimer> sendToGpsTimer;       // outlives a stop, as its time-out may
 
 struct KnownCommand { const char* body; u32 GpsSendCounters::* counter; };
 constexpr KnownCommand KNOWN_COMMANDS[] = {
@@ -92,15 +94,14 @@ SendState& sendState() { return *s; }
 void KvdLoz6TuGps_startSending()
 {
     // A command that overflows the queue doesn't take the timer: its time-outs are the manager's.
-    if (s->sendToGpsTimer != 0 || ose::current_process() != KvdLoz6TuMgr_pid()) return;
-    s->sendToGpsTimer = ose::request_tmo(PACING_ms, KVD_TUGPS_SEND_TO_GPS_TIMEOUT);
-    if (s->sendToGpsTimer == 0)
+    if (ose::current_process() != KvdLoz6TuMgr_pid()) return;
+    if (!KvdTimer_start(*sendToGpsTimer, PACING_ms, KVD_TUGPS_SEND_TO_GPS_TIMEOUT))
         KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "sendToGpsTimer failed to start!");
 }
 
 void KvdLoz6TuGps_stopSending()
 {
-    if (s->sendToGpsTimer != 0) ose::cancel_tmo(&s->sendToGpsTimer);
+    KvdTimer_cancel(*sendToGpsTimer);
     const GpsSendCounters counters = s->counters;
     *s = {};
     s->counters = counters;
@@ -108,9 +109,7 @@ void KvdLoz6TuGps_stopSending()
 
 void KvdLoz6TuGps_onSendTimeout()
 {
-    s->sendToGpsTimer = 0;
-    // One that was queued already when supervision ended must not start the pacing anew.
-    if (KvdLoz6TuGps_gpsState() != GPS_UN_INIT) pace();
+    if (KvdTimer_expired(*sendToGpsTimer) && KvdLoz6TuGps_gpsState() != GPS_UN_INIT) pace();
 }
 
 int KvdLoz6TuGps_queueSentence(const char* sentence, u32 length)

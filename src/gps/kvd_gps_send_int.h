@@ -13,7 +13,6 @@ struct SendState {
     char queue[SEND_QUEUE_SIZE] = {};
     u32  queued = 0;                     // bytes in `queue`, without the NUL
     u32  commandFlag = 0;                // what is queued was ordered by the operator
-    TimerRef sendToGpsTimer = 0;
     GpsSendCounters counters;
 
     bool resetActive = false;            // the sequence of kvd_gps_reset.cpp

@@ -141,7 +141,8 @@ int KvdLoz6TuGps_parsePTNLRBA(const char* text)
     KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED,
               "%s: Antenna status value is %u, and Antenna feedline value is %u", RBA, status,
               feedline);
-    s->antennaFeedline = feedline < FEEDLINE_UNKNOWN ? feedline : u32{FEEDLINE_UNKNOWN};
+    const bool isKnown = field.is('0') || field.is('1') || field.is('2');
+    s->antennaFeedline = isKnown ? feedline : u32{FEEDLINE_UNKNOWN};
     tellWaiter(KVD_TUGPS_STATUS_MSG_PARSED);
     return 1;
 }

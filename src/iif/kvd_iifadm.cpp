@@ -1,6 +1,7 @@
 #include "iif/kvd_iifadm.h"
 
 #include "gps/kvd_gps.h"
+#include "gps/kvd_gps_osl.h"
 #include "hw/kvd_hwif.h"
 #include "iif/kvd_biraiifadm.h"
 #include "iif/kvd_iifadm_int.h"
@@ -191,6 +192,7 @@ void onServerDead()
     KvdLoz6TuRef_idlReset();
     s->savedBvqStatusData.tuiifRefState = 0;
     KvdLoz6TuGps_serverGone();
+    KvdLoz6GpsOsl_serverGone();
     KvdLoz6TuHptsi_serverGone();
     // Packet synchronisation waits for the first word that a main processor is there: before, this one would
     // lie in front of it, and be read behind it.

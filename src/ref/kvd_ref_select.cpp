@@ -365,8 +365,8 @@ bool isOslReceiver()
 void startGpsOslLoop()
 {
     if (KvdLoz6TuReg_pllIsHoldover()) return;   // goes on from what it holds
-    if (cameThroughNoRefFrom(GPS_REF) && KvdLoz6TuReg_regState() == TRUETIME &&
-               isOslReceiver()) {
+    if (cameThroughNoRefFrom(GPS_REF) && KvdLoz6TuReg_regState() == TRUETIME && isOslReceiver() &&
+        KvdLoz6GpsOsl_givesTime()) {
         KVD_TRACE(TRACE_TUREF, TRACE_INFO, "RNT_HOLDOVER to remote DU, go to PLL_LOCKED directly!");
         KvdLoz6TuReg_pll_init(PLL_Locked);
     } else {

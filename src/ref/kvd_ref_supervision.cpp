@@ -374,6 +374,7 @@ void superviseReceiver(const KvdTuiifSynchPathSupInd& ind,
         descOf(row).froClassNo = ind.froClassNo;
         return;
     }
+    if (ind.on != 0) KvdLoz6TuRef_freeSerialLine(row);
     front(signalOf(ind), row);
     storeRequest(row, ind);
     if (ind.on == 1)
@@ -403,6 +404,15 @@ void KvdLoz6TuRef_onPathSupervision(const KvdTuiifSynchPathSupInd* ind)
     // too.
     default:                                                                      break;
     }
+}
+
+void KvdLoz6TuRef_freeSerialLine(u32 wantedRow)
+{
+    struct FrontEnd { u32 row; void (*stop)(); };
+    constexpr FrontEnd FRONT_ENDS[] = {
+        {ROW_GPS, KvdLoz6TuGps_stop}, {ROW_HPTSI, KvdLoz6TuHptsi_stop}, {ROW_GPSOSL, KvdLoz6GpsOsl_stop}};
+    for (const FrontEnd& frontEnd : FRONT_ENDS)
+        if (frontEnd.row != wantedRow && descOf(frontEnd.row).supervisionStatus == 0) frontEnd.stop();
 }
 
 void KvdLoz6TuRef_startSupervision(const Signal*, u32 row)

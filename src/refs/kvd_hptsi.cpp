@@ -83,11 +83,9 @@ int start()
     return 0;
 }
 
-void stop(u32 row)
+void endSupervision(u32 row)
 {
-    cancelAllTimers();
-    KvdLoz6TuHptsi_closeSerial();
-    if (s->hptsiState != UN_INIT) changeState(UN_INIT);
+    KvdLoz6TuHptsi_stop();
     KvdLoz6TuIifAdm_updateRefState(KvdLoz6TuIifAdm_tuiifRefState() & ~KvdLoz6TuRef_stateMask(row));
 }
 
@@ -198,8 +196,15 @@ int KvdLoz6TuHptsi_dispatch(Signal* sig)
 void KvdLoz6TuHptsi_supervision(const Signal* sig, u32 row)
 {
     s->supervised = reinterpret_cast<const KvdTuiifSynchPathSupInd*>(sig)->on;
-    if (s->supervised == 0) return stop(row);
+    if (s->supervised == 0) return endSupervision(row);
     if (start() == 0) sendQualityLevel();
+}
+
+void KvdLoz6TuHptsi_stop()
+{
+    cancelAllTimers();
+    KvdLoz6TuHptsi_closeSerial();
+    if (s->hptsiState != UN_INIT) changeState(UN_INIT);
 }
 
 void KvdLoz6TuHptsi_statusChange(u32 present)

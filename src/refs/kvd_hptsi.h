@@ -22,6 +22,8 @@ void KvdLoz6TuHptsi_selectionMode(u8 selectionProcessMode);
 bool KvdLoz6TuHptsi_isOperational();
 /// Supervision of its path by the main processor: 1 on, 0 off.
 void KvdLoz6TuHptsi_supervision(const Signal* sig, u32 row);
+/// Ends reception and gives the serial line up; nothing while it doesn't run.
+void KvdLoz6TuHptsi_stop();
 /// Time query: status 7 with the time of the next pulse, else 0 with 0.0.
 u32  KvdLoz6TuHptsi_time(double& time);
 /// A clock source in place of the received one, from the next frame on; false ends it.

@@ -207,11 +207,21 @@ void KvdLoz6TuReg_onJumpIndTimeout()
     else                    KvdLoz6TuReg_Jump();
 }
 
+namespace {
+
+bool hasTime()
+{
+    if (KvdLoz6TuReg_selectedRef() == TU_SR_GPSOSL_REF && !KvdLoz6TuReg_pll_sourceTime()) return false;
+    return KvdLoz6TuReg_knowsTime();
+}
+
+}  // namespace
+
 void KvdLoz6TuReg_Jump()
 {
     jump::markPerformed();
     if (!jump::isPending()) return;
-    if (!KvdLoz6TuReg_knowsTime() || KvdLoz6TuReg_estimateStateVar().degrd != 0) {
+    if (!hasTime() || KvdLoz6TuReg_estimateStateVar().degrd != 0) {
         KVD_TRACE(TRACE_TUREG, TRACE_INFO,
                   "Jump won't be performed since we don't know time, retry on next "
                   "measurement ...");

@@ -55,6 +55,10 @@ void KvdLoz6TuReg_pll_clearEmptyHOVector();
 bool KvdLoz6TuReg_pllIsLocked();     // OffsetLocked or Locked
 bool KvdLoz6TuReg_pllIsHoldover();   // one of the three holdover states
 /// Phase that the loop holds until a jump takes it out, s.
+/// The GPS out sync link's far end has a time that counts; told before each sample. Without one the loop is
+/// locked to an offset at best.
+void   KvdLoz6TuReg_pll_setSourceTime(bool counts);
+bool   KvdLoz6TuReg_pll_sourceTime();
 double KvdLoz6TuReg_pll_targetDiff();
 void   KvdLoz6TuReg_pll_setTargetDiff(double targetDiff);
 /// The integrator as it was before a restart.

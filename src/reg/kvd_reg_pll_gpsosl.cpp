@@ -21,6 +21,8 @@ constexpr u32 HOLDOVER_SAMPLES = 12;
 
 struct State {
     pll::Counters c;
+    bool sourceTime = true;                      // the far end's time counts
+    u8   withoutTime = 0;                        // samples in Locked, one after the other
 };
 ose::ModuleData<State> s;
 
@@ -30,8 +32,8 @@ void proceed()
     pll::Pll& p = pll::vars();
     if (std::fabs(p.targetDiff) < BAND_s) {
         const TimePair delta0 = pll::needs().offset();
-        pll::changeState(tuHwIf_isOverOneIncrement(delta0.c, delta0.f) ? PLL_OffsetLocked
-                                                                       : PLL_Locked);
+        const bool isOffset = !s->sourceTime || tuHwIf_isOverOneIncrement(delta0.c, delta0.f);
+        pll::changeState(isOffset ? PLL_OffsetLocked : PLL_Locked);
         return;
     }
     pll::changeState(PLL_OffsetLocked);
@@ -110,17 +112,29 @@ void offsetLocked(double phaseDiff)
     pll::changeState(PLL_Unlocked);
 }
 
+/// The far end has run free for longer than while it aligns its pulse.
+bool losesTime()
+{
+    if (s->sourceTime)
+        s->withoutTime = 0;
+    else
+        ++s->withoutTime;
+    return s->withoutTime > STABLE;
+}
+
 void locked(double phaseDiff)
 {
     pll::Pll& p = pll::vars();
     pll::Counters& c = s->c;
     if (pll::takeStateChanged()) {
         c = {};
+        s->withoutTime = 0;
         p.writeToFlash = 1;
         p.histPllCountDown = pll::HIST_OFF;
         if (p.timeAccuracyIndSent == 0) pll::needs().timeAccuracy();
         p.timeAccuracyIndSent = 1;
     }
+    if (losesTime()) return pll::changeState(PLL_OffsetLocked);
     if (std::fabs(phaseDiff) <= LOCKED_LIMIT_s) {
         p.targetDiff = 0.0;
         c = {};
@@ -165,12 +179,18 @@ void holdover(double phaseDiff)
     if (++c.samples >= HOLDOVER_SAMPLES) {
         pll::changeState(PLL_Unlocked);
     } else if (c.changeStateCounter > STABLE) {
-        proceed();
+        // A held true time isn't told as locked to a far end without one, not even on the way.
+        const bool isLost = p.currState == PLL_Locked_Holdover && !s->sourceTime;
+        if (isLost) pll::changeState(PLL_Unlocked);
+        else        proceed();
         c = {};
     }
 }
 
 }  // namespace
+
+void KvdLoz6TuReg_pll_setSourceTime(bool counts) { s->sourceTime = counts; }
+bool KvdLoz6TuReg_pll_sourceTime() { return s->sourceTime; }
 
 void KvdLoz6TuReg_pll_control(double phaseDiff)
 {

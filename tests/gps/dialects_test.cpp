@@ -58,11 +58,25 @@ TEST(Gpppr, StatusAndFaultDecideOnTheTime)
 {
     constexpr double TOLD = 746446656.0;          // 1234 * 604800 + 123456
     for (const Timing& t : std::to_array<Timing>({{ppr(0, 0), 1, 0, TOLD, 0},
-                                                  {ppr(1, 0), 1, 0, TOLD, 0},
+                                                  {ppr(1, 0), 1, 0, BEFORE, 0},
                                                   {ppr(2, 0), 1, 0, BEFORE, 1},
                                                   {ppr(3, 0), 0, 1, BEFORE, 1},
                                                   {ppr(0, 1), 0, 1, BEFORE, 0}}))
         takesTime(t);
+}
+
+TEST(Gpppr, WithoutAllItsFieldsIsNoWord)
+{
+    SentenceBench b;
+    for (const char* cut : {"123456,01234,00000,00,1", "123456,0001234,00000,1"}) {
+        b.refuses(summed(std::string("PNVX,GPppr,") + cut), "NMEA parse error: End of sentence reached");
+        EXPECT_EQ(b.receiver().gpsTow, 123456u);
+        EXPECT_EQ(b.receiver().gpsTimeWeek, 1234u);
+        EXPECT_EQ(b.look([] { return KvdLoz6TuGps_norvane(); }).gpssStatus, 0xFF);
+        EXPECT_EQ(b.look([] { return KvdLoz6TuGps_selfTestRecord(); }).gppprCount, 0);
+    }
+    EXPECT_EQ(b.quality().count, 0u);
+    EXPECT_EQ(b.look([] { return KvdLoz6TuGps_norvaneCounters(); }).numberOfPNVXGPppr, 2u);
 }
 
 TEST(Gpppr, OverrideStandsForTheStatus)
@@ -303,11 +317,15 @@ TEST(Ptnlrba, StoresTheFeedline)
     const std::string who = "KvdLoz6TuGps_parsePTNLRBA: ";
     SentenceBench b;
     EXPECT_EQ(b.look(KvdLoz6TuGps_antennaFeedline), 3u);
-    struct Row { const char* text; u32 feedline; const char* name; };
+    struct Row { std::string text; u32 feedline; const char* name; };
     for (const Row& r : std::to_array<Row>({{"PTNLRBA,1,0", 0, "Normal"},
                                             {"PTNLRBA,1,1", 1, "Open Circuit"},
                                             {"PTNLRBA,0,2", 2, "Short Circuit"},
-                                            {"PTNLRBA,1,7", 3, "Unknown"}})) {
+                                            {"PTNLRBA,1,7", 3, "Unknown"},
+                                            {"PTNLRBA,0,0", 0, "Normal"},
+                                            {summed("PTNLRBA,1,"), 3, "Unknown"},
+                                            {"PTNLRBA,0,0", 0, "Normal"},
+                                            {"PTNLRBA,1,x", 3, "Unknown"}})) {
         EXPECT_EQ(b.take(r.text), 1);
         EXPECT_EQ(b.look(KvdLoz6TuGps_antennaFeedline), r.feedline);
         EXPECT_STREQ(KvdLoz6TuGps_feedlineText(r.feedline), r.name);

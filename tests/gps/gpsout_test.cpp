@@ -59,7 +59,13 @@ struct OutUnit : IdleNode {
         world.runUntil(world.now());
     }
     void call(const std::function<void()>& body) { inject(RunBody{RUN_BODY, 0, &body}); }
-    void start(u8 mode) { call([=] { KvdLoz6GpsOut_start(mode); }); }
+    void start(u8 mode)
+    {
+        call([=] {
+            HALI_init();
+            KvdLoz6GpsOut_start(mode);
+        });
+    }
     /// A pulse of the output, and the second after it.
     void pulse(u32 count = 1)
     {
@@ -254,7 +260,6 @@ TEST(GpsOut, ACounterThatCantBeReadIsToldAndTheOutputGoesOn)
 {
     constexpr const char *READ = "Unable to read register for GPS OUT", *ADJUST = "Failed to adjust GPS OUT counter";
     OutUnit unit;
-    unit.call([] { HALI_init(); });
     unit.start(1);
     unit.regulator(TRUETIME);
     unit.pulse();                             // arms
@@ -270,6 +275,32 @@ TEST(GpsOut, ACounterThatCantBeReadIsToldAndTheOutputGoesOn)
     unit.node.board().faults.outputMfn = -1;
     unit.call([] { KvdLoz6GpsOut_timeStepped(); });
     EXPECT_EQ(unit.node.traces().count({ADJUST}), 2u);
+    for (const i32 counterMfn : {25, -1}) {   // the counter that the time comes from
+        unit.node.board().faults.counterMfn = counterMfn;
+        unit.heard.clear();
+        unit.pulse();
+        EXPECT_EQ(unit.heard.size(), counterMfn == 25 ? 0u : 2u) << "a second without a word";
+    }
+}
+
+TEST(GpsOut, AChangeOfProtocolEndsWhatTheOneBeforeHadToSay)
+{
+    OutUnit unit;
+    unit.start(1);
+    unit.ms(5'100);
+    for (const u8 mode : {2, 1}) {
+        unit.inject(SIGSELECT{KVD_TUGPS_OUT_INTERRUPT});
+        unit.call([=] { KvdLoz6GpsOut_start(mode); });
+        unit.heard.clear();
+        unit.ms(1'000);
+        EXPECT_TRUE(unit.heard.empty()) << u32{mode};
+        unit.pulse();
+        ASSERT_EQ(unit.heard.size(), 2u);
+        EXPECT_EQ(unit.heard[0].text[0], mode == 2 ? 'C' : '$');
+    }
+    unit.heard.clear();
+    unit.ms(60'000);
+    EXPECT_EQ(unit.heard.size(), 1u) << "GPGGA alone";
 }
 
 TEST(GpsOut, OnlyAChangeOfStateIsTraced)
@@ -333,7 +364,6 @@ TEST(GpsOut, ASlaveOfANodeThatFollowsTheSyncLinkGivesNothingBack)
             enabled = node::mmioRead(tuHwIf_lookupRegister(REG_INT_ENABLE)) & OUTPUT_INTERRUPT;
         });
     };
-    unit.call([] { HALI_init(); });
     unit.start(1);
     unit.ms(5'100);
     unit.slaveLoop(SLAVE_PLL_Locked);

@@ -132,8 +132,7 @@ TEST(GpsOutCheckValues, Writer)
                 const std::string op = v["in"]["ops"][i];
                 const json& after = v["out"]["after"][i];
                 if (op == "t") {
-                    if (state().simIntTmoRef != 0) ose::cancel_tmo(&state().simIntTmoRef);
-                    state().simIntTmoRef = 0;
+                    KvdTimer_cancel(state().simIntTmoRef);
                     gpsout::onSimInterrupt();
                 } else {
                     gpsout::write(op);

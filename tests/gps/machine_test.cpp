@@ -84,7 +84,7 @@ TEST(GpsMachine, WithoutUsableTimeHoldsBelowOperational)
     unit.typeAsCombined();
     for (u32 i = 0; i < 200; ++i) unit.say(gpppr(i, 3), 1000);
     EXPECT_EQ(unit.gpsState(), 5u);
-    unit.say(gpppr(201, 1));                         // free running: its time counts
+    unit.say(gpppr(201, 1));                         // free running: its pulses count
     unit.say(gpppr(202, 1));
     EXPECT_EQ(unit.gpsState(), 7u);
     unit.say(gpppr(203, 0, 1), 100);                 // faulty: taken, but keeps nothing alive
@@ -178,15 +178,15 @@ TEST(GpsMachine, StaysWithoutALineAndGoesOnWithoutTimers)
     unit.supervise(GPS_REF, true);
     unit.ms(5);
     EXPECT_EQ(unit.gpsState(), 3u);
-    unit.node.system().faults().refuseTimers = 1;
+    unit.node.system().faults().refuseTimers = 2;    // of the alarm's text, of the state
     unit.say("$\r");
     EXPECT_EQ(unit.traces("Timer waitForValidTmoRef failed to start!"), 1u);
     unit.ms(70'000);
     EXPECT_EQ(unit.gpsState(), 4u);
     unit.say(gpppr(1));
-    unit.node.system().faults().refuseTimers = 2;    // of the alarm's text, of the state
+    unit.node.system().faults().refuseTimers = 2;
     unit.say(GPSTS_HOLD);
-    EXPECT_EQ(unit.traces("Timer additionalInfoSuprTmoRef failed to start!"), 1u);
+    EXPECT_EQ(unit.traces("Timer additionalInfoSuprTmoRef failed to start!"), 2u);
     EXPECT_EQ(unit.traces("Timer waitForOperationalTmoRef failed to start!"), 1u);
     EXPECT_EQ(unit.gpsState(), 5u);
 }

@@ -322,7 +322,7 @@ struct SequenceReplay : bench::GpsReplay {
     static std::set<std::string> runningTimers()
     {
         const gps::State& state = gps::state();
-        const std::pair<const char*, TimerRef> timers[] = {
+        const std::pair<const char*, const KvdTimer&> timers[] = {
             {"alarmSuppression", state.suprAlarmTmoRef},
             {"additionalInfoSuprTmoRef", state.additionalInfoSuprTmoRef},
             {"waitForValidTmoRef", state.waitForValidTmoRef},
@@ -331,8 +331,8 @@ struct SequenceReplay : bench::GpsReplay {
             {"validTmoRef", state.validTmoRef},
             {"waitForSelfTestTmoRef", state.waitForSelfTestTmoRef}};
         std::set<std::string> running;
-        for (const auto& [name, ref] : timers)
-            if (ref != 0) running.insert(name);
+        for (const auto& [name, timer] : timers)
+            if (timer.runs()) running.insert(name);
         return running;
     }
 

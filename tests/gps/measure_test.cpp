@@ -119,6 +119,27 @@ TEST(GpsMeasurement, AnotherUnitsOutputHasItsOwnReference)
     bench.second();                                  // and goes on with it
     EXPECT_EQ(bench.meas().measRefData.z_i, 19u);
     EXPECT_EQ(bench.meas().measRefData.m, 2.0);
+    bench.kind(3);                                   // looked for anew: not known yet
+    bench.second();
+    EXPECT_EQ(bench.meas().measRefData.z_i, 19u);
+    bench.kind(2);                                   // a receiver
+    bench.second();
+    EXPECT_EQ(bench.meas().selectedRef, 6u);
+    EXPECT_EQ(bench.meas().measRefData.z_i, 8u);
+    EXPECT_GE(bench.meas().measRefData.R, 5e-16);
+}
+
+TEST(GpsMeasurement, AFreeRunningReceiverGivesItsPulseAlone)
+{
+    GpsMeasure bench;
+    for (int i = 0; i < 4; ++i) bench.second();
+    const double offset = bench.offset();
+    for (const u8 kept : {1, 0}) {
+        bench.in([=] { KvdLoz6TuGps_receiver().timeKept = kept; });
+        bench.second(kept != 0 ? -7.0 : 0.0);        // the time before stands while it is kept
+        EXPECT_NEAR(bench.meas().measRefData.z, 0.0, 1e-6);
+        EXPECT_EQ(bench.offset(), offset);
+    }
 }
 
 TEST(GpsDelay, LargeStepStartsTheNoiseAnew)

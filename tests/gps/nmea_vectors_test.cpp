@@ -147,7 +147,7 @@ struct Outcome {
     std::string text;
     int result = 0;
     GpsSentenceType type;
-    json changed;
+    json changed, after;
     std::set<std::string> traces;
     json signals = json::array();
 };
@@ -166,7 +166,7 @@ struct Replay : bench::IifBench {
         node.traces().clear();
         mp().clearLog();
         const auto timers = [] {
-            return std::array{gps::nmea().gps.silenceTmoRef, gps::nmea().glonass.silenceTmoRef};
+            return std::array{gps::nmea().gps.silenceTmoRef.ref, gps::nmea().glonass.silenceTmoRef.ref};
         };
         in([&] {
             // A timer that runs is taken away, so that a restart shows as a new one.
@@ -177,6 +177,7 @@ struct Replay : bench::IifBench {
             outcome.changed = json::object();
             for (const auto& [key, value] : after.items())
                 if (value != before[key]) outcome.changed[key] = value;
+            outcome.after = after;
             constexpr const char* NAME[] = {"KVD_TUGPS_RESET_GPS_SATELLITES",
                                             "KVD_TUGPS_RESET_GLONASS_SATELLITES"};
             for (std::size_t i = 0; i < 2; ++i)
@@ -209,8 +210,22 @@ private:
     }
 };
 
-void compare(const Outcome& got, const json& want)
+/// One of the other readings of a case that the text leaves open.
+bool isAlternative(const Outcome& got, const json& alternatives)
 {
+    for (const json& alternative : alternatives) {
+        bool fits = alternative.is_object();
+        for (auto it = alternative.begin(); fits && it != alternative.end(); ++it)
+            fits = it.value() ==
+                   (it.key() == "result" ? json(got.result) : got.after.value(it.key(), json()));
+        if (fits) return true;
+    }
+    return false;
+}
+
+void compare(const Outcome& got, const json& want, const json& alternatives)
+{
+    if (isAlternative(got, alternatives)) return;
     if (!got.text.empty()) {
         EXPECT_EQ(got.result, want["result"]);
         EXPECT_EQ(got.type.sentenceClass, want["class"]);
@@ -298,7 +313,7 @@ TEST(NmeaCheckValues, SentencesAndSeries)
         const json wanted = series ? v["out"]["after"] : json::array({v["out"]});
         for (std::size_t i = 0; i < steps.size(); ++i) {
             SCOPED_TRACE("step " + std::to_string(i));
-            compare(bench.run(steps[i]), wanted[i]);
+            compare(bench.run(steps[i]), wanted[i], v.value("alternatives", json::array()));
             ++replayed;
         }
     }

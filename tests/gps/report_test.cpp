@@ -56,7 +56,7 @@ TEST(GpsReport, PendingReceiverIsNotReported)
     EXPECT_EQ(unit.statuses(), (Texts{"0 OK", NO_TIME}));
 }
 
-TEST(GpsReport, FirstUsableTimeEndsTheSuppression)
+TEST(GpsReport, TimingSentencesEndTheSuppression)
 {
     GpsUnit unit;
     unit.becomeOperational();
@@ -65,9 +65,10 @@ TEST(GpsReport, FirstUsableTimeEndsTheSuppression)
     unit.supervise(GPS_REF, true);
     unit.ms(5);
     unit.typeAsCombined();
-    unit.say(gpppr(1, 3));             // timing, but no time: the suppression ends here
     EXPECT_EQ(unit.statuses().back(), "0 OK");
-    unit.ms(60'100);                                 // nothing more comes
+    unit.say(gpppr(1, 3));                           // timing, but no time: told from here on
+    EXPECT_EQ(unit.statuses().back(), NO_TIME);
+    unit.ms(76'200);                                 // nothing more comes, and the text's 16 s
     EXPECT_EQ(unit.statuses().back(), NO_MESSAGES);
 }
 

@@ -119,8 +119,10 @@ TEST(Line, IsOpenedOnceWithItsSettingsWhileTheReferenceIsSupervised)
     unit.say("\r\n$B");
     EXPECT_EQ(unit.gpsState(), GPS_WAIT_FOR_VALID_MSG);
     EXPECT_EQ(bytesReceived(unit), 6u);
+    unit.node.serial().closeResult = 0x17;
     unit.supervise(GPS_REF, false);
     unit.ms(5);
+    EXPECT_TRUE(unit.node.traces().has("Error from serial port (err = 0x17)"));
     EXPECT_FALSE(unit.node.serial().isOpen());
     EXPECT_EQ(unit.node.system().find("TuGpsInt_proc"), 0u);
 
