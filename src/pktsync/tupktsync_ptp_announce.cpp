@@ -1,6 +1,7 @@
 // Announce: which masters there are, which is the best, what its clock is worth.
 #include "mgr/trace_groups.h"
 #include "node/trace.h"
+#include "ose/module_data.h"
 #include "ose/ose.h"
 #include "pktsync/tupktsync_genann.h"
 #include "pktsync/tupktsync_grandmasters.h"
@@ -17,9 +18,18 @@ constexpr u16 STEPS_MAX = 254;
 
 enum class Verdict { Dropped, Known, New };
 
+/// ms that don't run over with the kernel's 32-bit ticks: they are read at each arrival, and while there is
+/// a foreign master each few seconds.
+struct Clock { u32 ticks = 0; u64 total = 0; };
+ose::ModuleData<Clock> arrivalClock;
+
 double now_ms()
 {
-    return static_cast<double>(ose::get_ticks()) * ose::system_tick() / 1000.0;
+    Clock& k = *arrivalClock;
+    const u32 ticks = ose::get_ticks();
+    k.total += ticks - k.ticks;
+    k.ticks = ticks;
+    return static_cast<double>(k.total) * ose::system_tick() / 1000.0;
 }
 
 // ---- foreign masters ----------------------------------------------------------------------------
@@ -208,7 +218,6 @@ void ptpForeignMasterTimeout(PtpClock& c, u32 index)
 {
     if (index >= PTP_FOREIGN_MASTERS || !c.foreignMasters[index].used) return;
     PtpForeignMaster& f = c.foreignMasters[index];
-    if (TuPktsync_timerExpired(f.timer) == 0) return;
     if (countArrivals(f) > 0) {
         startForeignTimer(f);
         return;

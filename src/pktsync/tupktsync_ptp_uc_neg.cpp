@@ -378,20 +378,11 @@ void TuPktsyncPTP_UCtimeout(u32 syncrefId, u32 timerId)
     UCnegCtrl* const u = find(syncrefId);
     if (u == nullptr) return;
     switch (timerId) {
-    case PTP_TMO_UC_REPLY:
-        if (TuPktsync_timerExpired(u->reply_timer) != 0) TuPktsyncPTP_UCreply_timeout(*u);
-        return;
-    case PTP_TMO_UC_DURATION:
-        if (TuPktsync_timerExpired(u->duration_timer) != 0) TuPktsyncPTP_UCduration_timeout(*u);
-        return;
-    case PTP_TMO_UC_RETRY:
-        if (TuPktsync_timerExpired(u->retry_timer) != 0) TuPktsyncPTP_UCretry_timeout(*u);
-        return;
-    case PTP_TMO_UC_DELAYED_START:
-        if (TuPktsync_timerExpired(u->delayed_timer) != 0) TuPktsyncPTP_delay_start_UCnegotiation(*u);
-        return;
-    default:
-        return;
+    case PTP_TMO_UC_REPLY:         return TuPktsyncPTP_UCreply_timeout(*u);
+    case PTP_TMO_UC_DURATION:      return TuPktsyncPTP_UCduration_timeout(*u);
+    case PTP_TMO_UC_RETRY:         return TuPktsyncPTP_UCretry_timeout(*u);
+    case PTP_TMO_UC_DELAYED_START: return TuPktsyncPTP_delay_start_UCnegotiation(*u);
+    default:                       return;
     }
 }
 

@@ -4,6 +4,7 @@
 // Units   seconds; timers in ms, rates in packets per second.
 // Errors  told at each function.
 #pragma once
+#include "base/kvd_timer.h"
 #include "mgr/tu_common.h"
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_mtie.h"
@@ -117,8 +118,7 @@ enum PdvTimer : u32 {
 };
 struct RunningTimer {
     PROCESS owner = 0;
-    TimerRef timer = 0;
-    u32 stale = 0;         // time-outs that were queued already when it was stopped
+    KvdTimer timer;
 };
 
 /// Starts it unless it runs. True when it was started.
