@@ -82,6 +82,9 @@ void printClock(const PtpClock& c)
     if (ptpHasUcNeg(c.setup.syncrefId))
         shellPrintf("   negotiation          : %s\n",
                     ptpUcNegStateText(ptpUcNegState(c.setup.syncrefId)));
+    shellPrintf("   messages that served : Announce %u, Sync %u, Follow_Up %u, Delay_Resp %u, Signaling %u\n",
+                c.used[PTP_ANNOUNCE], c.used[PTP_SYNC], c.used[PTP_FOLLOW_UP], c.used[PTP_DELAY_RESP],
+                c.used[PTP_SIGNALING]);
     printStamps("Sync stamps", c.syncStamps);
     printStamps("Delay_Req stamps", c.delay.stamps);
     shellPrintf("   offset, path delay   : %lld ns, %lld ns\n",

@@ -68,8 +68,8 @@ u32 countArrivals(PtpForeignMaster& f)
     return count;
 }
 
-/// The sender's entry when it has qualified; nullptr while it hasn't, or isn't stored.
-PtpForeignMaster* qualified(PtpClock& c, const PtpHeader& h)
+/// Stores the sender's arrival. False while it hasn't qualified, or there is no entry left for it.
+bool qualifies(PtpClock& c, const PtpHeader& h)
 {
     const auto begin = c.foreignMasters.begin();
     const auto end = c.foreignMasters.end();
@@ -79,13 +79,15 @@ PtpForeignMaster* qualified(PtpClock& c, const PtpHeader& h)
     if (f != end) {
         f->logAnnounceInterval = h.logMessageInterval;
         saveArrival(*f);
-        return countArrivals(*f) < QUALIFYING ? nullptr : &*f;
+        if (countArrivals(*f) >= QUALIFYING) return true;
+        ++c.stored;
+        return false;
     }
     f = std::find_if(begin, end, [](const PtpForeignMaster& m) { return !m.used; });
     if (f == end) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
                   "Maximum number of stored foreignMasters reached (%u)", PTP_FOREIGN_MASTERS);
-        return nullptr;
+        return false;
     }
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_INFO,
               "Announce received from unknown GM, foreignMasterId= %u",
@@ -96,7 +98,8 @@ PtpForeignMaster* qualified(PtpClock& c, const PtpHeader& h)
     f->arrival_ms.fill(0.0);
     ++c.foreignMasterCount;
     saveArrival(*f);
-    return nullptr;
+    ++c.stored;
+    return false;
 }
 
 // ---- choice -------------------------------------------------------------------------------------
@@ -123,9 +126,11 @@ Verdict judge(PtpClock& c, const PtpHeader& h, const PtpAnnounce& a)
                   "Announce received stepRemoved = %d field not accepted.", a.stepsRemoved);
         return Verdict::Dropped;
     }
-    if (qualified(c, h) == nullptr) return Verdict::Dropped;
+    if (!qualifies(c, h)) return Verdict::Dropped;
     if (candidateWins(c, h, a)) return Verdict::New;
-    return isParent ? Verdict::Known : Verdict::Dropped;
+    if (isParent) return Verdict::Known;
+    ++c.stored;
+    return Verdict::Dropped;
 }
 
 // ---- what is taken ------------------------------------------------------------------------------
@@ -172,18 +177,18 @@ void checkFaults(PtpClock& c, const PtpTraceability& is)
 
 }  // namespace
 
-void ptpOnAnnounce(PtpClock& c, const PtpHeader& received, const PtpAnnounce& announce)
+bool ptpOnAnnounce(PtpClock& c, const PtpHeader& received, const PtpAnnounce& announce)
 {
     PtpHeader h = received;
     PtpAnnounce a = announce;
-    if (!TuPktsync_genAnn(received, h.flagField[1], a)) return;
+    if (!TuPktsync_genAnn(received, h.flagField[1], a)) return false;
     if (!ptpIsG82751Time(c) && (h.flagField[0] & PTP_ALTERNATE_MASTER) != 0) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "Announce received from ALTERNATE_MASTER clock");
-        return;
+        return false;
     }
-    if (h.sourcePortIdentity.clockIdentity == PtpClockIdentity{}) return;
+    if (h.sourcePortIdentity.clockIdentity == PtpClockIdentity{}) return false;
     const Verdict verdict = judge(c, h, a);
-    if (verdict == Verdict::Dropped) return;
+    if (verdict == Verdict::Dropped) return false;
 
     PtpParent& p = c.parent;
     if (verdict == Verdict::New && a.grandmasterIdentity != p.grandmasterIdentity)
@@ -212,6 +217,7 @@ void ptpOnAnnounce(PtpClock& c, const PtpHeader& received, const PtpAnnounce& an
         ptpPortEvent(c, verdict == Verdict::New ? REC_STATE_BMC_SLAVE_NEW_MASTER
                                                 : REC_STATE_BMC_SLAVE);
     checkFaults(c, is);
+    return true;
 }
 
 void ptpForeignMasterTimeout(PtpClock& c, u32 index)

@@ -182,7 +182,8 @@ u32 forgetAtDriver(u32 syncrefId)
     const u32 asked = needs().deleteSyncRef(froId, syncrefId);
     for (u32 id = 0; id < PTP_CLOCKS; ++id) {
         const auto& r = table[id];
-        if (id != syncrefId && r && r->froId == froId && r->syncRefIndivState != DELETE_PENDING) tellDriver(id);
+        const bool isTwin = id != syncrefId && r && r->froId == froId;
+        if (isTwin && r->syncRefIndivState != DELETE_PENDING) tellDriver(id);
     }
     return asked;
 }
