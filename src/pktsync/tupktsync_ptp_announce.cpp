@@ -158,6 +158,22 @@ void traceQualityChange(const PtpClock& c, const PtpTraceability& was, const Ptp
               was.frequencyTraceable, is.frequencyTraceable, ptpQualityLevelIndex(is));
 }
 
+/// A master of an arbitrary time scale is followed like any other; that its time isn't TAI is told once.
+void traceTimescale(const PtpClock& c, bool isNewMaster, u8 flagsBefore)
+{
+    const bool wasTai = (flagsBefore & PTP_TIMESCALE) != 0;
+    const bool isTai = (c.timeProperties.flags & PTP_TIMESCALE) != 0;
+    if (ptpIsFrequency(c)) return;
+    if (!isTai && (isNewMaster || wasTai))
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_INFO,
+                  "The master of syncrefId %u has no ptpTimescale: its time isn't TAI, and so isn't this "
+                  "node's",
+                  c.setup.syncrefId);
+    else if (isTai && !isNewMaster && !wasTai)
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_INFO, "The master of syncrefId %u has ptpTimescale now",
+                  c.setup.syncrefId);
+}
+
 void checkFaults(PtpClock& c, const PtpTraceability& is)
 {
     u32 faults = c.fault_flags & ~u32{FAULT_NO_ANNOUNCE};
@@ -203,8 +219,10 @@ bool ptpOnAnnounce(PtpClock& c, const PtpHeader& received, const PtpAnnounce& an
          a.grandmasterPriority1, a.grandmasterPriority2};
     constexpr u8 FLAGS = PTP_LEAP61 | PTP_LEAP59 | PTP_UTC_OFFSET_VALID | PTP_TIMESCALE |
                          PTP_TIME_TRACEABLE | PTP_FREQUENCY_TRACEABLE;
+    const u8 flagsBefore = c.timeProperties.flags;
     c.timeProperties = {a.currentUtcOffset, static_cast<u8>(h.flagField[1] & FLAGS), a.timeSource};
     c.logAnnounceInterval = h.logMessageInterval;
+    traceTimescale(c, verdict == Verdict::New, flagsBefore);
     if (ptpIsG82751Time(c)) {
         if (!same(was, is)) {
             traceQualityChange(c, was, is);

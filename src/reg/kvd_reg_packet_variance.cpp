@@ -45,7 +45,7 @@ bool varianceJumpCheck(SecondDifference& v, double* ratio)
     if (mean == 0.0) return false;
     const double change = std::log10(v.var / mean);
     if (!(change > 4.0 || change < -1.0)) return false;
-    KVD_TRACE(TRACE_PTPTIME_REF, TRACE_INFO, "Major change in variance, %f", change);
+    KVD_TRACE(TRACE_PTPTIME_REF, TRACE_3, "Major change in variance, %f", change);
     if (ratio != nullptr) *ratio = change;
     v.idx = 0;
     v.full = 0;

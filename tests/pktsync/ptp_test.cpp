@@ -79,6 +79,36 @@ TEST(PtpMessage, ThatCantBeUsedChangesNothingAndTheNextIsTaken)
     });
 }
 
+TEST(PtpTimescale, ThatIsntTaiIsToldOnceAndAFaultUnderIeee1588J3)
+{
+    struct Case { u8 profile; u32 faults; };
+    for (const Case& c : {Case{IEEE_1588_J3, FAULT_CLOCK_CLASS}, Case{ITU_T_G_8275_1, 0}}) {
+        SCOPED_TRACE(c.profile);
+        IdleNode b;
+        b.in([&c] {
+            node::traceAttachProcess();
+            ptpBegin();
+            PtpClockSetup setup = timeClock();
+            setup.ptpProfile = c.profile;
+            ASSERT_EQ(TuPktsync_new_ptp_clock(setup), 1u);
+            const auto hear = [](u8 flags) {
+                std::vector<u8> message = bytesOf(ANNOUNCE);
+                message[7] = flags;
+                receive(message);
+                return ptpClockOf(0)->fault_flags & FAULT_CLOCK_CLASS;
+            };
+            constexpr u8 TRACEABLE = PTP_TIME_TRACEABLE | PTP_FREQUENCY_TRACEABLE;
+            for (u32 i = 0; i < 4; ++i) hear(TRACEABLE);
+            EXPECT_EQ(hear(TRACEABLE), c.faults);
+            EXPECT_EQ(hear(TRACEABLE | PTP_TIMESCALE), 0u);
+            EXPECT_EQ(hear(TRACEABLE), c.faults);
+            TuPktsync_delete_ptp_clock(0);
+        });
+        EXPECT_EQ(b.node.traces().count({"has no ptpTimescale: its time isn't TAI"}), 2u);
+        EXPECT_EQ(b.node.traces().count({"has ptpTimescale now"}), 1u);
+    }
+}
+
 TEST(PtpForeignMaster, IsForgottenWhenItsSilenceSpansTheTurnOfTheTicks)
 {
     IdleNode b;
