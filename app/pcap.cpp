@@ -6,6 +6,8 @@
 #include "ref/ref_types.h"
 
 #include <algorithm>
+#include <tuple>
+#include <utility>
 
 namespace app {
 namespace {
@@ -15,25 +17,6 @@ constexpr u32 EVERY_LEVEL = 0xFFFFFFFF;
 constexpr std::size_t COMMON_HEADER = 34;
 constexpr u8 ETHERNET_TIME = 0, UNICAST_FREQUENCY = 3;    // MpPacketRef::typeOfPktStruct
 constexpr u8 FORWARDABLE = 0, NOT_FORWARDABLE = 1;        // its multicastAddress
-
-/// What the program says of a message that it doesn't take. All else that it traces meanwhile is of its
-/// state, or of what it sends.
-constexpr const char* REFUSALS[] = {
-    "PTP message received for unknown", "Nonconformant PTP frame", "in too short frame",
-    "Unrecognized MC frame", "received for unknown port number", "received from unknown clock",
-    "not ready for handling", "not our PortIdentity", "with unusable logMessageInterval",
-    "Filtering received", "field not accepted", "Maximum number of stored foreignMasters",
-    "from ALTERNATE_MASTER clock", "Signaling TLV of unsupported", "not mapped to unicast bearer",
-    "received for unknown targetPortIdentity", "residual octets", "Grant unacceptable",
-    "Unexpected Unicast_Grant", "Unexpected Unicast_Cancel", "holds no frame",
-    "Failed to access socket data",
-};
-
-bool isRefusal(const std::string& text)
-{
-    return std::any_of(std::begin(REFUSALS), std::end(REFUSALS),
-                       [&](const char* r) { return text.find(r) != std::string::npos; });
-}
 
 bool isFigure(char c) { return c >= '0' && c <= '9'; }
 
@@ -71,7 +54,6 @@ bool isOfMaster(u32 type)
 {
     return type == PTP_SYNC || type == PTP_FOLLOW_UP || type == PTP_DELAY_RESP || type == PTP_ANNOUNCE;
 }
-bool isForSlave(u32 type) { return isOfMaster(type) || type == PTP_SIGNALING; }
 
 std::string wayText(const PtpCarrier& c) { return c.packet.isFrame ? "L2" : sim::textOf(c.packet.from); }
 
@@ -82,36 +64,55 @@ u8 groupOf(const PtpCarrier& c)
     return isLinkLocal ? NOT_FORWARDABLE : FORWARDABLE;
 }
 
-/// Domains and masters of one kind in the order of the capture, those that a master's message told first.
+/// A domain on Ethernet, or a host and a domain of UDP.
 struct Source {
     std::optional<sim::NetAddress> server;
     u8 domain = 0, group = FORWARDABLE;
-    bool isMaster = false;
+    bool isMaster = false;             // has sent what a master sends
+    u64 announces = 0;                 // that can be read
 };
 
+bool isGoodAnnounce(std::span<const u8> m)
+{
+    constexpr std::size_t ANNOUNCE_OCTETS = 64;
+    if (!hasHeader(m) || typeOf(m) != PTP_ANNOUNCE || m.size() < ANNOUNCE_OCTETS) return false;
+    const PtpHeader h = ptpHeaderOf(m.data());
+    return h.messageLength >= ANNOUNCE_OCTETS && h.messageLength <= m.size() &&
+           h.sourcePortIdentity.clockIdentity != PtpClockIdentity{};
+}
+
+/// Most Announces first, then masters, then in the order of the capture; a domain on Ethernet with the group
+/// that most of its Announces came to.
 std::vector<Source> sourcesOf(const std::vector<PcapPacket>& capture)
 {
     std::vector<Source> all;
     for (const PcapPacket& p : capture) {
         const std::optional<PtpCarrier> c = ptpOf(p);
-        if (!c || c->message().size() <= 4) continue;
+        if (!c || !c->behind.empty() || c->message().size() <= 4) continue;
         const std::span<const u8> m = c->message();
-        const bool isMaster = hasHeader(m) && isOfMaster(typeOf(m));
         const auto server = c->packet.isFrame ? std::nullopt : std::optional(c->packet.from);
-        const auto known = std::find_if(all.begin(), all.end(), [&](const Source& s) {
-            return s.server == server && s.domain == m[4];
+        const u8 group = c->packet.isFrame ? groupOf(*c) : FORWARDABLE;
+        auto s = std::find_if(all.begin(), all.end(), [&](const Source& known) {
+            return known.server == server && known.domain == m[4] && known.group == group;
         });
-        const Source found{server, m[4], c->packet.isFrame ? groupOf(*c) : FORWARDABLE, isMaster};
-        if (known == all.end()) all.push_back(found);
-        else if (isMaster && !known->isMaster) *known = found;
+        if (s == all.end()) s = all.insert(s, {server, m[4], group, false, 0});
+        if (hasHeader(m) && isOfMaster(typeOf(m))) s->isMaster = true;
+        if (isGoodAnnounce(m)) ++s->announces;
     }
-    std::stable_sort(all.begin(), all.end(),
-                     [](const Source& a, const Source& b) { return a.isMaster && !b.isMaster; });
+    std::stable_sort(all.begin(), all.end(), [](const Source& a, const Source& b) {
+        return std::tie(a.announces, a.isMaster) > std::tie(b.announces, b.isMaster);
+    });
+    std::vector<Source> chosen;
+    for (const Source& s : all)
+        if (std::none_of(chosen.begin(), chosen.end(), [&](const Source& c) {
+                return c.server == s.server && c.domain == s.domain;
+            }))
+            chosen.push_back(s);
     // A host that only asks is no master, unless there is none.
-    const bool anyServer = std::any_of(all.begin(), all.end(),
+    const bool anyServer = std::any_of(chosen.begin(), chosen.end(),
                                        [](const Source& s) { return s.server && s.isMaster; });
-    std::erase_if(all, [&](const Source& s) { return s.server && anyServer && !s.isMaster; });
-    return all;
+    std::erase_if(chosen, [&](const Source& s) { return s.server && anyServer && !s.isMaster; });
+    return chosen;
 }
 
 sim::NetAddress ownAddress(u32 family)
@@ -171,7 +172,7 @@ PcapBench::PcapBench(std::vector<PcapPacket> capture) : capture_(std::move(captu
     node_->traces().setCapacity(0);
     node_->traces().onLine([this](const sim::TraceLine& line) {
         const bool isPacket = line.group.find("TUPKTSYNC") != std::string::npos;
-        if (isPacket && reason_.empty() && isRefusal(line.text)) reason_ = reasonOf(line.text);
+        if (isPacket) lastWord_ = reasonOf(line.text);
     });
     node_->powerOn();
     const auto clocks = [this] {
@@ -226,59 +227,68 @@ PcapResult PcapBench::run()
     return result_;
 }
 
-/// Through the node's services, unless they have nobody to hand it to.
-void PcapBench::hand(const PtpCarrier& carrier, PcapMessage& message)
+PcapBench::Counts PcapBench::counts()
 {
-    sim::NetPacket packet = carrier.packet;
-    message.verdict = PcapVerdict::NotHanded;
+    Counts all;
+    if (node_->program() == nullptr) return all;
+    node_->inProgram([&all] {
+        for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+            const PtpClock* const c = ptpClockOf(id);
+            if (c == nullptr) continue;
+            for (const u32 n : c->used) all.used += n;
+            all.stored += c->stored;
+            all.unread += c->unread;
+        }
+    });
+    return all;
+}
+
+/// Why the node's services wouldn't hand it to the unit; nullptr when they would.
+const char* PcapBench::obstacle(const PtpCarrier& carrier)
+{
+    if (carrier.isCut) return "the recorder cut it";
+    const sim::NetPacket& packet = carrier.packet;
     if (packet.isFrame) {
         sim::MacAddress to;
         std::copy_n(packet.bytes.begin(), to.size(), to.begin());
-        if ((to[0] & 1) != 0 && !node_->cfi().groups().contains(to)) {
-            message.reason = "no reference of its group";
-            return;
-        }
-    } else {
-        if (node_->ipsocki().sockets() == 0) {
-            message.reason = "no reference of unicast UDP";
-            return;
-        }
-        if (packet.from.family != family_) {
-            message.reason = "the unit's host is of the other IP version";
-            return;
-        }
-        packet.to = node_->packetPort().config.address;
+        const bool isJoined = (to[0] & 1) == 0 || node_->cfi().groups().contains(to);
+        return isJoined ? nullptr : "no reference of its group";
     }
-    reason_.clear();
-    node_->packetPort().onPacket(packet);
-    world_.runFor(10 * ose::US);
-    judge(carrier, message);
+    if (node_->ipsocki().sockets() == 0) return "no reference of unicast UDP";
+    return packet.from.family == family_ ? nullptr : "the unit's host is of the other IP version";
 }
 
-void PcapBench::judge(const PtpCarrier& carrier, PcapMessage& message)
+/// What the unit does with it is told by its own counts; its words only say why.
+void PcapBench::hand(const PtpCarrier& carrier, PcapMessage& message)
 {
-    const std::span<const u8> m = carrier.message();
-    message.verdict = PcapVerdict::Refused;
-    message.reason = reason_;
-    if (!reason_.empty()) return;
-    message.verdict = PcapVerdict::Ignored;
-    message.reason = "nothing that a slave reads";
-    if (!hasHeader(m) || !isForSlave(typeOf(m))) return;
-    message.verdict = PcapVerdict::Taken;
-    message.reason.clear();
-    if (typeOf(m) != PTP_ANNOUNCE) return;
-    const PtpPortIdentity from = ptpHeaderOf(m.data()).sourcePortIdentity;
-    const bool isFollowed = node_->inProgram([&] {
-        for (u32 id = 0; id < PTP_CLOCKS; ++id)
-            if (const PtpClock* const c = ptpClockOf(id))
-                if (c->setup.domainNumber == m[4] && c->parent.parentPortIdentity == from &&
-                    (c->setup.ptpMapping == PTP_ETHERNET) == carrier.packet.isFrame)
-                    return true;
-        return false;
-    });
-    if (isFollowed) return;
-    message.verdict = PcapVerdict::Waits;
-    message.reason = "its sender isn't followed (yet)";
+    message.verdict = PcapVerdict::NotHanded;
+    if (!carrier.behind.empty()) {
+        message.reason = "behind " + carrier.behind + ", where a unit doesn't look";
+        return;
+    }
+    if (const char* const reason = obstacle(carrier)) {
+        message.reason = reason;
+        return;
+    }
+    sim::NetPacket packet = carrier.packet;
+    if (!packet.isFrame) packet.to = node_->packetPort().config.address;
+    lastWord_.clear();
+    node_->packetPort().onPacket(packet);
+    world_.runFor(10 * ose::US);
+    const Counts after = counts();
+    const Counts before = std::exchange(counts_, after);
+    if (after.used > before.used) {
+        message.verdict = PcapVerdict::Taken;
+    } else if (after.stored > before.stored) {
+        message.verdict = PcapVerdict::Waits;
+        message.reason = "its sender isn't followed (yet)";
+    } else if (after.unread > before.unread) {
+        message.verdict = PcapVerdict::Ignored;
+        message.reason = "nothing that a slave reads";
+    } else {
+        message.verdict = PcapVerdict::Refused;
+        message.reason = lastWord_.empty() ? "without a word" : lastWord_;
+    }
 }
 
 void PcapBench::note(const PtpCarrier& carrier, const PcapMessage& message)
@@ -289,7 +299,7 @@ void PcapBench::note(const PtpCarrier& carrier, const PcapMessage& message)
     if (!message.reason.empty()) ++result_.reasons[message.reason];
     if (observer_) observer_(message);
     const std::span<const u8> m = carrier.message();
-    const bool isAnnounce = hasHeader(m) && typeOf(m) == PTP_ANNOUNCE && m.size() >= COMMON_HEADER + 30;
+    const bool isAnnounce = hasHeader(m) && typeOf(m) == PTP_ANNOUNCE;
     if (!isAnnounce && (!hasHeader(m) || typeOf(m) != PTP_SYNC)) return;
     const auto port = node_->inProgram([&] {
         return TuPktsync_portIdentityText(ptpHeaderOf(m.data()).sourcePortIdentity);
@@ -301,6 +311,9 @@ void PcapBench::note(const PtpCarrier& carrier, const PcapMessage& message)
         return;
     }
     ++master.announces;
+    if (message.verdict == PcapVerdict::Refused) ++master.refusedAnnounces;
+    if (!isGoodAnnounce(m)) return;
+    master.isRead = true;
     const PtpAnnounce a = ptpAnnounceOf(m.data() + COMMON_HEADER);
     master.priority1 = a.grandmasterPriority1;
     master.clockClass = a.grandmasterClockQuality.clockClass;

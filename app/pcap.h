@@ -34,7 +34,8 @@ struct PcapMessage {
 /// A port that speaks as a master.
 struct PcapMaster {
     u64 announces = 0, syncs = 0;
-    // Of its newest Announce.
+    u64 refusedAnnounces = 0;          // of those
+    bool isRead = false;               // what follows, of its newest Announce that can be read
     u32 priority1 = 0, clockClass = 0, clockAccuracy = 0, priority2 = 0, stepsRemoved = 0;
     std::string grandmaster;
 };
@@ -65,7 +66,9 @@ public:
 private:
     sim::NodeConfig configFor(const std::vector<PcapPacket>& capture);
     void hand(const PtpCarrier& carrier, PcapMessage& message);
-    void judge(const PtpCarrier& carrier, PcapMessage& message);
+    struct Counts { u64 used = 0, stored = 0, unread = 0; };
+    const char* obstacle(const PtpCarrier& carrier);
+    Counts counts();                   // of messages, over all clocks of the unit
     void note(const PtpCarrier& carrier, const PcapMessage& message);
     void readReferences();
 
@@ -74,7 +77,8 @@ private:
     u32 family_ = 0;                   // of the unit's host; 0 for none
     ose::World world_{1};
     std::unique_ptr<sim::Node> node_;
-    std::string reason_;               // the first that the program told of the message under way
+    Counts counts_;                    // behind the last message
+    std::string lastWord_;             // of the program's packet side about the message under way
     std::function<void(const PcapMessage&)> observer_;
 };
 

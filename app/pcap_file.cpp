@@ -216,6 +216,8 @@ private:
 // ---- what a frame carries -----------------------------------------------------------------------
 
 constexpr u16 TYPE_PTP = 0x88F7, TYPE_VLAN = 0x8100, TYPE_IPV4 = 0x0800, TYPE_IPV6 = 0x86DD;
+constexpr u16 TYPE_SERVICE_TAG = 0x88A8, TYPE_OLD_TAG = 0x9100;     // IEEE 802.1ad, and before it
+constexpr u16 TYPE_MPLS = 0x8847, TYPE_MPLS_UPSTREAM = 0x8848;      // RFC 5332
 constexpr u8 PROTOCOL_UDP = 17;
 
 /// The datagram behind the IP header `length` octets long, nothing unless it is PTP's.
@@ -236,6 +238,79 @@ std::optional<PtpCarrier> datagramOf(const Words& ip, std::size_t length, u32 fa
     std::ranges::copy(ip.cut(at, octets), c.packet.from.octets.begin());
     std::ranges::copy(ip.cut(at + octets, octets), c.packet.to.octets.begin());
     return c;
+}
+
+bool isTag(u16 type) { return type == TYPE_VLAN || type == TYPE_SERVICE_TAG || type == TYPE_OLD_TAG; }
+
+/// What stands behind a frame's headers: EtherType and place, and the headers that the node doesn't read.
+struct Payload {
+    u16 type = 0;
+    std::size_t at = 0;
+    std::string behind;
+};
+
+/// Over the label stack at `at`: to an IP packet, or to the frame in a pseudowire, whose EtherType's place is
+/// left in `typeAt`. False when the stack has no end, or something else below it.
+bool passLabels(const Words& f, std::size_t& at, u16& type, std::size_t& typeAt)
+{
+    constexpr std::size_t LABEL = 4, ETHERTYPE_AT = 12, CONTROL_WORD = 4;
+    bool isLast = false;
+    while (!isLast) {
+        if (f.size() < at + LABEL + 1) return false;
+        isLast = (f.u16At(at + 2) & 0x0100) != 0;
+        at += LABEL;
+    }
+    typeAt = 0;
+    switch (f.cut(at, 1)[0] >> 4) {
+    case 4:  type = TYPE_IPV4; return true;
+    case 6:  type = TYPE_IPV6; return true;
+    case 0:  typeAt = at + CONTROL_WORD + ETHERTYPE_AT; return true;
+    default: return false;
+    }
+}
+
+std::optional<Payload> payloadOf(std::span<const u8> frame)
+{
+    const Words f(frame, true);
+    Payload p;
+    u32 tags = 0;
+    u16 tag = TYPE_VLAN;
+    bool isLabelled = false;
+    for (std::size_t typeAt = 12; typeAt != 0;) {
+        p.at = typeAt + 2;
+        if (f.size() < p.at) return std::nullopt;
+        p.type = f.u16At(typeAt);
+        typeAt = 0;
+        if (isTag(p.type)) {
+            ++tags;
+            tag = p.type;
+            typeAt = p.at + 2;
+        } else if (p.type == TYPE_MPLS || p.type == TYPE_MPLS_UPSTREAM) {
+            isLabelled = true;
+            if (!passLabels(f, p.at, p.type, typeAt)) return std::nullopt;
+        }
+    }
+    if (tags > 1) p.behind = std::to_string(tags) + " VLAN tags";
+    else if (tags == 1 && tag == TYPE_SERVICE_TAG) p.behind = "a tag of 802.1ad";
+    else if (tags == 1 && tag == TYPE_OLD_TAG) p.behind = "a tag of 0x9100";
+    if (isLabelled) p.behind += p.behind.empty() ? "MPLS" : " and MPLS";
+    return p;
+}
+
+std::optional<PtpCarrier> datagramIn(std::span<const u8> frame, const Payload& p)
+{
+    constexpr std::size_t IPV4_MIN = 20, IPV6_HEADER = 40;
+    const std::span<const u8> bytes = frame.subspan(p.at);
+    const Words ip(bytes, true);
+    if (p.type == TYPE_IPV4 && ip.size() >= IPV4_MIN) {
+        const bool isFragment = (ip.u16At(6) & 0x3FFF) != 0;
+        const std::size_t header = (bytes[0] & 0xFu) * 4;
+        if (isFragment || bytes[9] != PROTOCOL_UDP || header < IPV4_MIN) return std::nullopt;
+        return datagramOf(ip, header, 4);
+    }
+    if (p.type == TYPE_IPV6 && ip.size() >= IPV6_HEADER && bytes[6] == PROTOCOL_UDP)
+        return datagramOf(ip, IPV6_HEADER, 6);
+    return std::nullopt;
 }
 
 }  // namespace
@@ -271,29 +346,23 @@ std::vector<PcapPacket> readPcap(const std::string& path)
 
 std::optional<PtpCarrier> ptpOf(const PcapPacket& packet)
 {
-    const Words f(packet.frame, true);
-    std::size_t at = 14;
-    if (f.size() < at) return std::nullopt;
-    if (f.u16At(12) == TYPE_VLAN) at = 18;
-    if (f.size() < at) return std::nullopt;
-    const u16 type = f.u16At(at - 2);
-    if (type == TYPE_PTP) {
-        PtpCarrier c;
-        c.packet.bytes = packet.frame;
-        c.messageAt = at;
-        return c;
+    const std::optional<Payload> payload = payloadOf(packet.frame);
+    if (!payload) return std::nullopt;
+    std::optional<PtpCarrier> c;
+    if (payload->type == TYPE_PTP) {
+        c.emplace();
+        c->packet.bytes = packet.frame;
+        c->messageAt = payload->at;
+    } else {
+        c = datagramIn(packet.frame, *payload);
     }
-    const Words ip(std::span(packet.frame).subspan(at), true);
-    constexpr std::size_t IPV4_MIN = 20, IPV6_HEADER = 40;
-    if (type == TYPE_IPV4 && ip.size() >= IPV4_MIN) {
-        const bool isFragment = (ip.u16At(6) & 0x3FFF) != 0;
-        const std::size_t header = (packet.frame[at] & 0xFu) * 4;
-        if (isFragment || packet.frame[at + 9] != PROTOCOL_UDP || header < IPV4_MIN) return std::nullopt;
-        return datagramOf(ip, header, 4);
-    }
-    if (type == TYPE_IPV6 && ip.size() >= IPV6_HEADER && packet.frame[at + 6] == PROTOCOL_UDP)
-        return datagramOf(ip, IPV6_HEADER, 6);
-    return std::nullopt;
+    if (!c) return c;
+    c->behind = payload->behind;
+    constexpr std::size_t LENGTH_END = 4;            // of messageLength (IEEE 1588-2008 13.3.2.4)
+    const std::span<const u8> m = c->message();
+    const bool isWhole = m.size() >= LENGTH_END && m.size() >= static_cast<std::size_t>(m[2] << 8 | m[3]);
+    c->isCut = packet.wireLength > packet.frame.size() && !isWhole;
+    return c;
 }
 
 }  // namespace app

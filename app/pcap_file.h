@@ -27,9 +27,13 @@ std::vector<PcapPacket> parsePcap(std::span<const u8> file, const std::string& n
 std::vector<PcapPacket> readPcap(const std::string& path);
 
 /// A packet's PTP as the node's services would hand it up: the whole frame, or a datagram to port 319 or 320.
+/// Behind more than the one VLAN tag that the node reads, or under MPLS labels (IP or an Ethernet pseudowire
+/// with control word, RFC 4448), it is found too, and `behind` says so.
 struct PtpCarrier {
     sim::NetPacket packet;
     std::size_t messageAt = 0;         // in packet.bytes
+    std::string behind;                // headers that the node doesn't read: "2 VLAN tags", "MPLS"
+    bool isCut = false;                // the recorder kept less than was sent
     std::span<const u8> message() const { return std::span(packet.bytes).subspan(messageAt); }
 };
 /// Nothing for a packet that carries no PTP, nor for a fragment.

@@ -37,9 +37,10 @@ void printPcapResult(const PcapResult& r, const std::string& name, std::FILE* ou
 
     std::fprintf(out, r.masters.empty() ? "no master seen\n" : "masters seen\n");
     for (const auto& [port, m] : r.masters) {
-        std::fprintf(out, "  %s: %llu Announce, %llu Sync\n", port.c_str(), count(m.announces),
-                     count(m.syncs));
-        if (m.announces == 0) continue;
+        std::fprintf(out, "  %s: %llu Announce", port.c_str(), count(m.announces));
+        if (m.refusedAnnounces != 0) std::fprintf(out, " (%llu refused)", count(m.refusedAnnounces));
+        std::fprintf(out, ", %llu Sync\n", count(m.syncs));
+        if (!m.isRead) continue;
         std::fprintf(out, "    grandmaster %s, priorities %u %u, class %u, accuracy 0x%02X, %u steps away\n",
                      m.grandmaster.c_str(), m.priority1, m.priority2, m.clockClass, m.clockAccuracy,
                      m.stepsRemoved);

@@ -3,6 +3,7 @@
 #include "node/sig.h"
 #include "sim/node/node.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace sim {
@@ -38,13 +39,13 @@ void PktsyncDrvServer::onSignal(Signal* sig, PROCESS from)
     if (req == nullptr || !confirms) return;
     switch (sig->sigNo) {
     case PKTSYNCDRV_SETSYNCREF_REQ:
-        syncrefs_[req->syncRefFroId] = req->ref;
+        syncrefs_[{req->syncRefFroId, req->ref.syncrefId}] = req->ref;
         return send(from, PktsyncDrvCfm{PKTSYNCDRV_SETSYNCREF_CFM, req->syncRefFroId});
     case PKTSYNCDRV_CHANGESYNCREF_REQ:
-        syncrefs_[req->syncRefFroId] = req->ref;
+        syncrefs_[{req->syncRefFroId, req->ref.syncrefId}] = req->ref;
         return send(from, PktsyncDrvCfm{PKTSYNCDRV_CHANGESYNCREF_CFM, req->syncRefFroId});
     case PKTSYNCDRV_DELETESYNCREF_REQ:
-        syncrefs_.erase(req->syncRefFroId);
+        std::erase_if(syncrefs_, [req](const auto& entry) { return entry.first.first == req->syncRefFroId; });
         return send(from, PktsyncDrvCfm{PKTSYNCDRV_DELETESYNCREF_CFM, req->syncRefFroId});
     default: return;
     }
@@ -53,7 +54,11 @@ void PktsyncDrvServer::onSignal(Signal* sig, PROCESS from)
 void PktsyncDrvServer::sent(const std::array<u8, 8>& m, const PacketTime& stamp)
 {
     constexpr std::size_t SYNCREF_AT = 3;
-    if (!alive() || client_ == 0 || !syncrefs_.contains(m[SYNCREF_AT])) return;
+    const u32 syncrefId = m[SYNCREF_AT];
+    const bool isKnown = std::any_of(syncrefs_.begin(), syncrefs_.end(), [syncrefId](const auto& entry) {
+        return entry.first.second == syncrefId;
+    });
+    if (!alive() || client_ == 0 || !isKnown) return;
     // Every n-th is lost: the same share whatever else draws from a random stream.
     ++seen_;
     if (lostStamps > 0 && std::floor(static_cast<double>(seen_) * lostStamps) !=

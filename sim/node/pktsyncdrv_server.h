@@ -25,7 +25,9 @@ public:
 
     /// A message with this metadata has left.
     void sent(const std::array<u8, 8>& metadata, const PacketTime& stamp);
-    const std::map<u32, PktsyncDrvRef>& syncrefs() const { return syncrefs_; }
+    /// By froId and by the syncref that messages name.
+    using Syncrefs = std::map<std::pair<u32, u32>, PktsyncDrvRef>;
+    const Syncrefs& syncrefs() const { return syncrefs_; }
     u32 stamps() const { return stamps_; }           // handed up
 
 protected:
@@ -33,7 +35,7 @@ protected:
 
 private:
     PROCESS client_ = 0;
-    std::map<u32, PktsyncDrvRef> syncrefs_;
+    Syncrefs syncrefs_;
     u32 stamps_ = 0;
     u64 seen_ = 0;
 };

@@ -34,6 +34,7 @@ static_assert(sizeof(PktsyncDrvTimestampInd) == 20);
 
 /// What the driver must know of a reference to find its messages.
 struct PktsyncDrvRef {
+    u32 syncrefId;           // as the metadata of its messages names it
     u32 transport;           // 0 Ethernet, 1 IP
     u32 portWord;            // port of the node, as the main processor names it
     u32 domainNumber;

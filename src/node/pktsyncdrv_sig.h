@@ -16,4 +16,4 @@ struct PktsyncDrvReq {
     u32 syncRefFroId;
     PktsyncDrvRef ref;
 };
-static_assert(sizeof(PktsyncDrvReq) == 40);
+static_assert(sizeof(PktsyncDrvReq) == 44);

@@ -8,6 +8,7 @@
 #include "pktsync/tupktsync_proc.h"
 #include "pktsync/tupktsync_syncref_ctrl.h"
 
+#include <algorithm>
 #include <iterator>
 
 namespace {
@@ -21,7 +22,6 @@ struct State {
     u32 selectedPv = 0;
     node::CfiProxy* proxy = nullptr;
     std::array<TuPktsyncGroup, TUPKTSYNC_GROUPS> groups;
-    bool isAsked = false;            // a join or leave is out: the service takes one at a time
 };
 ose::ModuleData<State> s;
 
@@ -113,45 +113,66 @@ void onServerDown(const Signal* sig)
 
 // ---- multicast groups ---------------------------------------------------------------------------
 
-void join(TuPktsyncGroup& g)
+/// The service takes one request at a time.
+bool isBusy()
 {
-    if (s->isAsked) {
+    return std::any_of(s->groups.begin(), s->groups.end(), [](const TuPktsyncGroup& g) { return g.isAsked; });
+}
+
+/// False when the service couldn't be asked.
+bool join(TuPktsyncGroup& g)
+{
+    if (isBusy()) {
         g.joinNeeded = 1;
-        return;
+        return true;
     }
     const u32 result = node::Cfi_joinMulticastReq(s->proxy, DEVICE, g.mac, PTP_FRAMES, g.groupType);
     if (result != 0)
         KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
                   "TuPktsync_CFI_client: Cfi_joinMulticastReq failed, result=%u", result);
-    s->isAsked = result == 0;
+    g.isAsked = result == 0;
     g.state = GROUP_JOIN_PENDING;
     g.joinNeeded = 0;
+    return g.isAsked;
 }
 
-void leave(TuPktsyncGroup& g)
+bool leave(TuPktsyncGroup& g)
 {
-    if (s->isAsked) {
+    if (isBusy()) {
         g.leaveNeeded = 1;
-        return;
+        return true;
     }
     const u32 result = node::Cfi_leaveMulticastReq(s->proxy, DEVICE, g.mac, PTP_FRAMES, g.groupType);
     if (result != 0)
         KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
                   "TuPktsync_CFI_client: Cfi_leaveMulticastReq failed, result=%u", result);
-    s->isAsked = result == 0;
+    g.isAsked = result == 0;
     g.state = GROUP_LEAVE_PENDING;
     g.leaveNeeded = 0;
+    return g.isAsked;
+}
+
+/// The users that wait get the group, or are told that they won't.
+void joinForUsers(TuPktsyncGroup& g)
+{
+    if (!join(g)) TuPktsync_SyncrefCtrl_CfiSetupRefused(g.groupType);
+}
+
+/// Who waits for the end of a membership that nobody needs goes on, also when the leave can't be had.
+void leaveUnused(TuPktsyncGroup& g)
+{
+    if (!leave(g)) TuPktsync_SyncrefCtrl_CfiRemoveReady(g.groupType);
 }
 
 /// What waited for another request's answer goes on.
 void serveWaiting()
 {
     for (TuPktsyncGroup& g : s->groups) {
-        if (s->isAsked) return;
-        if (g.state == GROUP_NONE && g.joinNeeded != 0 && g.users > 0) join(g);
+        if (isBusy()) return;
+        if (g.state != GROUP_JOINED && g.joinNeeded != 0 && g.users > 0) joinForUsers(g);
         if (g.state != GROUP_JOINED || g.leaveNeeded == 0) continue;
         if (g.users == 0) {
-            leave(g);
+            leaveUnused(g);
         } else {
             g.leaveNeeded = 0;               // another user has come: it stays
             TuPktsync_SyncrefCtrl_CfiRemoveReady(g.groupType);
@@ -159,42 +180,56 @@ void serveWaiting()
     }
 }
 
-/// The result of a confirmation; a refused one leaves the group as it is.
-bool isGood(const Signal* sig, const char* request)
+bool isGood(const CfiResultCfm& cfm, const char* request)
 {
-    const auto* cfm = as<CfiResultCfm>(sig);
-    if (cfm == nullptr) return false;
-    if (cfm->result == 0) return true;
+    if (cfm.result == 0) return true;
     KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
-              "TuPktsync_CFI_client: error result = %u\nin %s multicast cfm", cfm->result, request);
+              "TuPktsync_CFI_client: error result = %u\nin %s multicast cfm", cfm.result, request);
     return false;
+}
+
+/// The group whose request of that state is answered; nullptr, and the answer is dropped, for none.
+TuPktsyncGroup* takeAnswer(u32 state)
+{
+    for (TuPktsyncGroup& g : s->groups) {
+        if (g.state != state || !g.isAsked) continue;
+        g.isAsked = false;
+        return &g;
+    }
+    return nullptr;
 }
 
 void onJoined(const Signal* sig)
 {
     if (!isIn(CFI_ATTACHED, "CFI_JOIN_MULTICAST_CFM")) return;
-    s->isAsked = false;
-    if (isGood(sig, "join"))
-        for (TuPktsyncGroup& g : s->groups) {
-            if (g.state != GROUP_JOIN_PENDING) continue;
-            g.state = GROUP_JOINED;
-            TuPktsync_SyncrefCtrl_CfiSetupReady(g.groupType);
-            if (g.leaveNeeded != 0 && g.users == 0) leave(g);
-        }
+    const auto* cfm = as<CfiResultCfm>(sig);
+    if (cfm == nullptr) return;
+    const bool good = isGood(*cfm, "join");
+    TuPktsyncGroup* const g = takeAnswer(GROUP_JOIN_PENDING);
+    if (g == nullptr) return;
+    if (good) {
+        g->state = GROUP_JOINED;
+        TuPktsync_SyncrefCtrl_CfiSetupReady(g->groupType);
+        if (g->leaveNeeded != 0 && g->users == 0) leaveUnused(*g);
+    } else {
+        g->leaveNeeded = 0;
+        TuPktsync_SyncrefCtrl_CfiSetupRefused(g->groupType);
+        TuPktsync_SyncrefCtrl_CfiRemoveReady(g->groupType);
+    }
     serveWaiting();
 }
 
 void onLeft(const Signal* sig)
 {
     if (!isIn(CFI_ATTACHED, "CFI_LEAVE_MULTICAST_CFM")) return;
-    s->isAsked = false;
-    if (isGood(sig, "leave"))
-        for (TuPktsyncGroup& g : s->groups) {
-            if (g.state != GROUP_LEAVE_PENDING) continue;
-            g.state = GROUP_NONE;
-            TuPktsync_SyncrefCtrl_CfiRemoveReady(g.groupType);
-            if (g.joinNeeded != 0 && g.users > 0) join(g);
-        }
+    const auto* cfm = as<CfiResultCfm>(sig);
+    if (cfm == nullptr) return;
+    const bool good = isGood(*cfm, "leave");
+    TuPktsyncGroup* const g = takeAnswer(GROUP_LEAVE_PENDING);
+    if (g == nullptr) return;
+    if (good) g->state = GROUP_NONE;
+    TuPktsync_SyncrefCtrl_CfiRemoveReady(g->groupType);
+    if (g->joinNeeded != 0 && g->users > 0) joinForUsers(*g);
     serveWaiting();
 }
 
@@ -217,7 +252,6 @@ void onFrame(Signal* sig)
 void TuPktsync_CFI_client_init()
 {
     s->state = CFI_NOT_AVAILABLE;
-    s->isAsked = false;
     for (u32 i = 0; i < TUPKTSYNC_GROUPS; ++i) {
         s->groups[i] = {};
         s->groups[i].groupType = i;
@@ -265,11 +299,19 @@ u32 TuPktsync_CFI_client_addMCgroupUser(u32 groupType)
     if (s->state != CFI_ATTACHED) return GROUP_NO_SERVICE;
     ++g.users;
     switch (g.state) {
-    case GROUP_JOINED:        return 0;
-    case GROUP_LEAVE_PENDING: g.joinNeeded = 1; return 1;
-    case GROUP_NONE:          join(g); return 1;
-    default:                  return 1;
+    case GROUP_JOINED: return 0;
+    case GROUP_LEAVE_PENDING:
+        if (!g.isAsked) break;
+        g.joinNeeded = 1;
+        return 1;
+    case GROUP_JOIN_PENDING:
+        if (!g.isAsked) break;
+        return 1;
+    default: break;
     }
+    if (join(g)) return 1;
+    --g.users;
+    return GROUP_NO_SERVICE;
 }
 
 u32 TuPktsync_CFI_client_removeMCgroupUser(u32 groupType)
@@ -280,13 +322,12 @@ u32 TuPktsync_CFI_client_removeMCgroupUser(u32 groupType)
     switch (g.state) {
     case GROUP_JOINED:
         if (g.users > 0) return 0;
-        leave(g);
-        return 1;
+        return leave(g) ? 1 : 0;
     case GROUP_JOIN_PENDING:
-        if (g.users > 0) return 0;
+        if (g.users > 0 || !g.isAsked) return 0;
         g.leaveNeeded = 1;
         return 1;
-    case GROUP_LEAVE_PENDING: return 1;
+    case GROUP_LEAVE_PENDING: return g.isAsked ? 1 : 0;
     default:                  return 0;
     }
 }

@@ -29,6 +29,7 @@ struct TuPktsyncGroup {
     u32 users = 0;                   // syncrefs that want it
     std::array<u8, 6> mac{};
     u32 joinNeeded = 0, leaveNeeded = 0;   // waits for the other one's confirmation
+    bool isAsked = false;            // a join or leave is out; one that was refused leaves its state
 };
 
 void TuPktsync_CFI_client_init();
@@ -36,8 +37,8 @@ void TuPktsync_CFI_client_init();
 void TuPktsync_CFI_client_reset();
 int  TuPktsync_CFI_client_dispatch(Signal* sig);
 constexpr u32 GROUP_NO_SERVICE = 2;
-/// 1 when the caller must wait for TuPktsync_SyncrefCtrl_CfiSetupReady, or _CfiRemoveReady;
-/// GROUP_NO_SERVICE, and no user more, while the client has no device.
+/// 1 when the caller must wait for TuPktsync_SyncrefCtrl_CfiSetupReady or _CfiSetupRefused, or for
+/// _CfiRemoveReady; GROUP_NO_SERVICE, and no user more, while the client can't ask.
 u32  TuPktsync_CFI_client_addMCgroupUser(u32 groupType);
 u32  TuPktsync_CFI_client_removeMCgroupUser(u32 groupType);
 /// A buffer of `frameLength` octets, metadata counted; nullptr without one.

@@ -73,6 +73,10 @@ void printClock(const PtpClock& c)
     shellPrintf("   grandmaster          : %s, class %u, accuracy 0x%02x, variance 0x%04x\n",
                 TuPktsync_portIdentityText({p.grandmasterIdentity, 0}).data(), q.clockClass,
                 q.clockAccuracy, q.offsetScaledLogVariance);
+    const PtpTimeProperties& t = c.timeProperties;
+    shellPrintf("   time scale           : %s, UTC offset %d s%s\n",
+                (t.flags & PTP_TIMESCALE) != 0 ? "TAI" : "arbitrary", t.currentUtcOffset,
+                (t.flags & PTP_UTC_OFFSET_VALID) != 0 ? "" : ", not valid");
     shellPrintf("   foreign masters      : %u\n", c.foreignMasterCount);
     shellPrintf("   log intervals        : Announce %d, Sync %d, Delay_Req %d, one of %u Syncs passes\n",
                 c.logAnnounceInterval, c.logSyncInterval, c.logMinDelayReqInterval,
@@ -82,6 +86,9 @@ void printClock(const PtpClock& c)
     if (ptpHasUcNeg(c.setup.syncrefId))
         shellPrintf("   negotiation          : %s\n",
                     ptpUcNegStateText(ptpUcNegState(c.setup.syncrefId)));
+    shellPrintf("   messages that served : Announce %u, Sync %u, Follow_Up %u, Delay_Resp %u, Signaling %u\n",
+                c.used[PTP_ANNOUNCE], c.used[PTP_SYNC], c.used[PTP_FOLLOW_UP], c.used[PTP_DELAY_RESP],
+                c.used[PTP_SIGNALING]);
     printStamps("Sync stamps", c.syncStamps);
     printStamps("Delay_Req stamps", c.delay.stamps);
     shellPrintf("   offset, path delay   : %lld ns, %lld ns\n",

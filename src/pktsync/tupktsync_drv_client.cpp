@@ -14,10 +14,18 @@ namespace {
 
 constexpr u32 PV = 1;
 
+enum class Request : u32 { None, Set, Delete };
+/// The last request for a syncref; the driver's answer tells the froId alone.
+struct Asked {
+    Request request = Request::None;
+    u32 froId = 0;
+};
+
 struct State {
     u32 state = DRV_NOT_AVAILABLE;
     u32 selectedPv = 0;
     node::PktsyncDrvProxy* proxy = nullptr;
+    std::array<Asked, PTP_CLOCKS> asked{};
 };
 ose::ModuleData<State> s;
 
@@ -87,10 +95,19 @@ void onServerDown(const Signal* sig)
     TuPktsync_SyncrefCtrl_handleServerDownInd();
 }
 
-void onAnswer(const Signal* sig, const char* name, void (*tell)(u32 syncrefId))
+void onAnswer(const Signal* sig, const char* name, Request request, void (*tell)(u32 syncrefId))
 {
     if (!isIn(DRV_AVAILABLE, name)) return;
-    if (const auto* cfm = as<PktsyncDrvCfm>(sig)) tell(cfm->syncRefFroId);
+    const auto* cfm = as<PktsyncDrvCfm>(sig);
+    if (cfm == nullptr) return;
+    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+        Asked& asked = s->asked[id];
+        if (asked.request != request || asked.froId != cfm->syncRefFroId) continue;
+        asked.request = Request::None;
+        return tell(id);
+    }
+    KVD_TRACE(TRACE_TUPKTSYNC_PKTSYNCDRV_CLIENT, TRACE_ERROR,
+              "TuPktsync_PktSyncDrvClient: %s for froId %u, which nobody waits for", name, cfm->syncRefFroId);
 }
 
 void onTimestamp(const Signal* sig)
@@ -114,11 +131,11 @@ bool isOperative()
 }
 
 /// A request to the driver; 0 when it couldn't be asked.
-template <typename Request>
-u32 ask(Request request)
+template <typename Call>
+u32 ask(Call call)
 {
     if (!isOperative()) return 0;
-    const u32 result = request();
+    const u32 result = call();
     if (result == 0) return 1;
     KVD_TRACE(TRACE_TUPKTSYNC_PKTSYNCDRV_CLIENT, TRACE_ERROR,
               "TuPktsync_PktSyncDrvClient: request failed, result=%u", result);
@@ -130,6 +147,7 @@ u32 ask(Request request)
 void TuPktsync_PktsyncDriverClient_init()
 {
     s->state = DRV_NOT_AVAILABLE;
+    s->asked.fill({});
     s->proxy = node::PktsyncDrv_initiateMemory();
     const u32 result = node::PktsyncDrv_initiateServiceReq(s->proxy, PV, PV, PV, PV);
     if (result != 0) {
@@ -159,32 +177,35 @@ int TuPktsync_PktSyncDrvClient_dispatch(Signal* sig)
     case PKTSYNCDRV_INITIATE_SERVICE_SUS: onSuspend();       return 1;
     case PKTSYNCDRV_INITIATE_SERVICE_REJ: onReject(sig);     return 1;
     case PKTSYNCDRV_SETSYNCREF_CFM:
-        onAnswer(sig, "PKTSYNCDRV_SETSYNCREF_CFM", TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm);
+        onAnswer(sig, "PKTSYNCDRV_SETSYNCREF_CFM", Request::Set, TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm);
         return 1;
     case PKTSYNCDRV_CHANGESYNCREF_CFM:
-        onAnswer(sig, "PKTSYNCDRV_CHANGESYNCREF_CFM", TuPktsync_SyncrefCtrl_PktSyncDrvChangeCfm);
+        if (isIn(DRV_AVAILABLE, "PKTSYNCDRV_CHANGESYNCREF_CFM")) TuPktsync_SyncrefCtrl_PktSyncDrvChangeCfm();
         return 1;
     case PKTSYNCDRV_DELETESYNCREF_CFM:
-        onAnswer(sig, "PKTSYNCDRV_DELETESYNCREF_CFM", TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm);
+        onAnswer(sig, "PKTSYNCDRV_DELETESYNCREF_CFM", Request::Delete,
+                 TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm);
         return 1;
     case PKTSYNCDRV_TIMESTAMP_IND:        onTimestamp(sig);  return 1;
     default:                              return 0;
     }
 }
 
-u32 TuPktsync_PktSyncDrvClient_setSyncRefReq(u32 syncrefId, const PktsyncDrvRef& ref)
+u32 TuPktsync_PktSyncDrvClient_setSyncRefReq(u32 froId, const PktsyncDrvRef& ref)
 {
-    return ask([&] { return node::PktsyncDrv_setPktSyncReq(s->proxy, syncrefId, ref); });
+    s->asked[ref.syncrefId] = {Request::Set, froId};
+    return ask([&] { return node::PktsyncDrv_setPktSyncReq(s->proxy, froId, ref); });
 }
 
-u32 TuPktsync_PktSyncDrvClient_changeSyncRefReq(u32 syncrefId, const PktsyncDrvRef& ref)
+u32 TuPktsync_PktSyncDrvClient_changeSyncRefReq(u32 froId, const PktsyncDrvRef& ref)
 {
-    return ask([&] { return node::PktsyncDrv_changePktSyncReq(s->proxy, syncrefId, ref); });
+    return ask([&] { return node::PktsyncDrv_changePktSyncReq(s->proxy, froId, ref); });
 }
 
-u32 TuPktsync_PktSyncDrvClient_deleteSyncRefReq(u32 syncrefId)
+u32 TuPktsync_PktSyncDrvClient_deleteSyncRefReq(u32 froId, u32 syncrefId)
 {
-    return ask([&] { return node::PktsyncDrv_deletePktSyncReq(s->proxy, syncrefId); });
+    s->asked[syncrefId] = {Request::Delete, froId};
+    return ask([&] { return node::PktsyncDrv_deletePktSyncReq(s->proxy, froId); });
 }
 
 u32 TuPktsync_PktSyncDrvClient_state() { return s->state; }

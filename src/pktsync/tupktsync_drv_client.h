@@ -15,10 +15,11 @@ void TuPktsync_PktsyncDriverClient_init();
 /// The proxy's memory goes, the client is without service.
 void TuPktsync_PktSyncDrvClient_reset();
 int  TuPktsync_PktSyncDrvClient_dispatch(Signal* sig);
-/// Each is confirmed by TuPktsync_SyncrefCtrl_PktSyncDrv...Cfm; 0 when it couldn't be asked.
-u32  TuPktsync_PktSyncDrvClient_setSyncRefReq(u32 syncrefId, const PktsyncDrvRef& ref);
-u32  TuPktsync_PktSyncDrvClient_changeSyncRefReq(u32 syncrefId, const PktsyncDrvRef& ref);
-u32  TuPktsync_PktSyncDrvClient_deleteSyncRefReq(u32 syncrefId);
+/// To the driver a reference is its froId. Each is confirmed by
+/// TuPktsync_SyncrefCtrl_PktSyncDrv...Cfm; 0 when it couldn't be asked.
+u32  TuPktsync_PktSyncDrvClient_setSyncRefReq(u32 froId, const PktsyncDrvRef& ref);
+u32  TuPktsync_PktSyncDrvClient_changeSyncRefReq(u32 froId, const PktsyncDrvRef& ref);
+u32  TuPktsync_PktSyncDrvClient_deleteSyncRefReq(u32 froId, u32 syncrefId);
 
 u32  TuPktsync_PktSyncDrvClient_state();
 const char* TuPktsync_drvStateText(u32 state);

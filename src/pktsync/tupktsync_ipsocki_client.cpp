@@ -315,10 +315,12 @@ void onData(Signal* sig)
     } else {
         PktIpAddress sender;
         PtpStamp stamp;
-        const bool isKnown = senderOf(*ind, sender);
-        const bool isStamped = stampOf(*ind, stamp);
-        TuPktsync_PDU_SockiRcvPacket(ind->localPort, data, ind->length, isStamped ? &stamp : nullptr,
-                                     isKnown ? &sender : nullptr);
+        // Without a sender it would pass for a frame, and its domain alone tell whose it is.
+        if (senderOf(*ind, sender)) {
+            const bool isStamped = stampOf(*ind, stamp);
+            TuPktsync_PDU_SockiRcvPacket(ind->localPort, data, ind->length, isStamped ? &stamp : nullptr,
+                                         &sender);
+        }
     }
     giveCredit();
 }

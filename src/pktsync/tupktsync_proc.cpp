@@ -66,9 +66,14 @@ void offer(Signal* sig)
 
 u32 waitForRelease()
 {
-    // What was sent before stays in the queue until then.
-    constexpr SIGSELECT RELEASE[] = {1, TUPKTSYNC_TUIIF_UP_IND};
-    Signal* up = ose::receive(RELEASE);
+    // What was sent before stays in the queue until then, but for the end of a connection that was
+    // there before the one that releases: it would be taken for the end of this one.
+    constexpr SIGSELECT CONNECTION[] = {2, TUPKTSYNC_TUIIF_UP_IND, TUPKTSYNC_TUIIF_DOWN_IND};
+    Signal* up = ose::receive(CONNECTION);
+    while (up->sigNo == TUPKTSYNC_TUIIF_DOWN_IND) {
+        ose::free_buf(&up);
+        up = ose::receive(CONNECTION);
+    }
     KVD_TRACE(TRACE_TUPKTSYNC_ROOT, TRACE_INFO, "Kvd_loz6_tupktsync_proc started (semaphore signalled)");
     const auto* ind = as<TuPktsyncTuiifUpInd>(up);
     const u32 board = ind != nullptr ? ind->board : 1;

@@ -1,6 +1,7 @@
 // Announce: which masters there are, which is the best, what its clock is worth.
 #include "mgr/trace_groups.h"
 #include "node/trace.h"
+#include "ose/module_data.h"
 #include "ose/ose.h"
 #include "pktsync/tupktsync_genann.h"
 #include "pktsync/tupktsync_grandmasters.h"
@@ -17,9 +18,18 @@ constexpr u16 STEPS_MAX = 254;
 
 enum class Verdict { Dropped, Known, New };
 
+/// ms that don't run over with the kernel's 32-bit ticks: they are read at each arrival, and while there is
+/// a foreign master each few seconds.
+struct Clock { u32 ticks = 0; u64 total = 0; };
+ose::ModuleData<Clock> arrivalClock;
+
 double now_ms()
 {
-    return static_cast<double>(ose::get_ticks()) * ose::system_tick() / 1000.0;
+    Clock& k = *arrivalClock;
+    const u32 ticks = ose::get_ticks();
+    k.total += ticks - k.ticks;
+    k.ticks = ticks;
+    return static_cast<double>(k.total) * ose::system_tick() / 1000.0;
 }
 
 // ---- foreign masters ----------------------------------------------------------------------------
@@ -58,8 +68,8 @@ u32 countArrivals(PtpForeignMaster& f)
     return count;
 }
 
-/// The sender's entry when it has qualified; nullptr while it hasn't, or isn't stored.
-PtpForeignMaster* qualified(PtpClock& c, const PtpHeader& h)
+/// Stores the sender's arrival. False while it hasn't qualified, or there is no entry left for it.
+bool qualifies(PtpClock& c, const PtpHeader& h)
 {
     const auto begin = c.foreignMasters.begin();
     const auto end = c.foreignMasters.end();
@@ -69,13 +79,15 @@ PtpForeignMaster* qualified(PtpClock& c, const PtpHeader& h)
     if (f != end) {
         f->logAnnounceInterval = h.logMessageInterval;
         saveArrival(*f);
-        return countArrivals(*f) < QUALIFYING ? nullptr : &*f;
+        if (countArrivals(*f) >= QUALIFYING) return true;
+        ++c.stored;
+        return false;
     }
     f = std::find_if(begin, end, [](const PtpForeignMaster& m) { return !m.used; });
     if (f == end) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
                   "Maximum number of stored foreignMasters reached (%u)", PTP_FOREIGN_MASTERS);
-        return nullptr;
+        return false;
     }
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_INFO,
               "Announce received from unknown GM, foreignMasterId= %u",
@@ -86,7 +98,8 @@ PtpForeignMaster* qualified(PtpClock& c, const PtpHeader& h)
     f->arrival_ms.fill(0.0);
     ++c.foreignMasterCount;
     saveArrival(*f);
-    return nullptr;
+    ++c.stored;
+    return false;
 }
 
 // ---- choice -------------------------------------------------------------------------------------
@@ -113,9 +126,11 @@ Verdict judge(PtpClock& c, const PtpHeader& h, const PtpAnnounce& a)
                   "Announce received stepRemoved = %d field not accepted.", a.stepsRemoved);
         return Verdict::Dropped;
     }
-    if (qualified(c, h) == nullptr) return Verdict::Dropped;
+    if (!qualifies(c, h)) return Verdict::Dropped;
     if (candidateWins(c, h, a)) return Verdict::New;
-    return isParent ? Verdict::Known : Verdict::Dropped;
+    if (isParent) return Verdict::Known;
+    ++c.stored;
+    return Verdict::Dropped;
 }
 
 // ---- what is taken ------------------------------------------------------------------------------
@@ -143,6 +158,22 @@ void traceQualityChange(const PtpClock& c, const PtpTraceability& was, const Ptp
               was.frequencyTraceable, is.frequencyTraceable, ptpQualityLevelIndex(is));
 }
 
+/// A master of an arbitrary time scale is followed like any other; that its time isn't TAI is told once.
+void traceTimescale(const PtpClock& c, bool isNewMaster, u8 flagsBefore)
+{
+    const bool wasTai = (flagsBefore & PTP_TIMESCALE) != 0;
+    const bool isTai = (c.timeProperties.flags & PTP_TIMESCALE) != 0;
+    if (ptpIsFrequency(c)) return;
+    if (!isTai && (isNewMaster || wasTai))
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_INFO,
+                  "The master of syncrefId %u has no ptpTimescale: its time isn't TAI, and so isn't this "
+                  "node's",
+                  c.setup.syncrefId);
+    else if (isTai && !isNewMaster && !wasTai)
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_INFO, "The master of syncrefId %u has ptpTimescale now",
+                  c.setup.syncrefId);
+}
+
 void checkFaults(PtpClock& c, const PtpTraceability& is)
 {
     u32 faults = c.fault_flags & ~u32{FAULT_NO_ANNOUNCE};
@@ -162,18 +193,18 @@ void checkFaults(PtpClock& c, const PtpTraceability& is)
 
 }  // namespace
 
-void ptpOnAnnounce(PtpClock& c, const PtpHeader& received, const PtpAnnounce& announce)
+bool ptpOnAnnounce(PtpClock& c, const PtpHeader& received, const PtpAnnounce& announce)
 {
     PtpHeader h = received;
     PtpAnnounce a = announce;
-    if (!TuPktsync_genAnn(received, h.flagField[1], a)) return;
+    if (!TuPktsync_genAnn(received, h.flagField[1], a)) return false;
     if (!ptpIsG82751Time(c) && (h.flagField[0] & PTP_ALTERNATE_MASTER) != 0) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "Announce received from ALTERNATE_MASTER clock");
-        return;
+        return false;
     }
-    if (h.sourcePortIdentity.clockIdentity == PtpClockIdentity{}) return;
+    if (h.sourcePortIdentity.clockIdentity == PtpClockIdentity{}) return false;
     const Verdict verdict = judge(c, h, a);
-    if (verdict == Verdict::Dropped) return;
+    if (verdict == Verdict::Dropped) return false;
 
     PtpParent& p = c.parent;
     if (verdict == Verdict::New && a.grandmasterIdentity != p.grandmasterIdentity)
@@ -188,8 +219,10 @@ void ptpOnAnnounce(PtpClock& c, const PtpHeader& received, const PtpAnnounce& an
          a.grandmasterPriority1, a.grandmasterPriority2};
     constexpr u8 FLAGS = PTP_LEAP61 | PTP_LEAP59 | PTP_UTC_OFFSET_VALID | PTP_TIMESCALE |
                          PTP_TIME_TRACEABLE | PTP_FREQUENCY_TRACEABLE;
+    const u8 flagsBefore = c.timeProperties.flags;
     c.timeProperties = {a.currentUtcOffset, static_cast<u8>(h.flagField[1] & FLAGS), a.timeSource};
     c.logAnnounceInterval = h.logMessageInterval;
+    traceTimescale(c, verdict == Verdict::New, flagsBefore);
     if (ptpIsG82751Time(c)) {
         if (!same(was, is)) {
             traceQualityChange(c, was, is);
@@ -202,13 +235,13 @@ void ptpOnAnnounce(PtpClock& c, const PtpHeader& received, const PtpAnnounce& an
         ptpPortEvent(c, verdict == Verdict::New ? REC_STATE_BMC_SLAVE_NEW_MASTER
                                                 : REC_STATE_BMC_SLAVE);
     checkFaults(c, is);
+    return true;
 }
 
 void ptpForeignMasterTimeout(PtpClock& c, u32 index)
 {
     if (index >= PTP_FOREIGN_MASTERS || !c.foreignMasters[index].used) return;
     PtpForeignMaster& f = c.foreignMasters[index];
-    if (TuPktsync_timerExpired(f.timer) == 0) return;
     if (countArrivals(f) > 0) {
         startForeignTimer(f);
         return;

@@ -19,7 +19,7 @@ bool bmcaPart2Algorithm(const PtpDataset& present, const PtpDataset& candidate)
     const u32 candidateSteps = candidate.stepsRemoved;
     if (presentSteps != candidateSteps) return candidateSteps < presentSteps;
     if (candidate.port == present.port) {
-        KVD_TRACE(TRACE_TUPKTSYNC_BMCA, TRACE_INFO,
+        KVD_TRACE(TRACE_TUPKTSYNC_BMCA, TRACE_2,
                   "Error-2 Messages are duplicates or they are earlier or later messages from the "
                   "same grandmaster");
         return false;

@@ -75,6 +75,10 @@ struct PtpClock {
     u8 foreignMasterCount = 0;
     TsBuffer syncStamps;
     DelayReqRespCtrl delay;
+    // Of its messages: those that served, by type; Announces of masters that it doesn't follow, or not
+    // yet; those of types that a slave doesn't read.
+    std::array<u32, 16> used{};
+    u32 stored = 0, unread = 0;
 };
 
 /// The clock of a syncref, nullptr without one.
@@ -103,13 +107,15 @@ void ptpStartAnnounceTimer(PtpClock& c);
 void ptpForgetMaster(PtpClock& c);
 
 // ---- tupktsync_ptp_announce.cpp -------------------------------------------------------------------
-void ptpOnAnnounce(PtpClock& c, const PtpHeader& h, const PtpAnnounce& a);
+/// True when it tells of the master that is followed now.
+bool ptpOnAnnounce(PtpClock& c, const PtpHeader& h, const PtpAnnounce& a);
 void ptpForeignMasterTimeout(PtpClock& c, u32 index);
 
 // ---- tupktsync_ptp_sync.cpp -----------------------------------------------------------------------
-void ptpOnSync(PtpClock& c, const PtpHeader& h, const PtpTimestamp& origin, const PtpStamp& received);
-void ptpOnFollowUp(PtpClock& c, const PtpHeader& h, const PtpTimestamp& preciseOrigin);
-void ptpOnDelayResp(PtpClock& c, const PtpHeader& h, const PtpDelayResp& r);
+/// Each true when its stamps were kept.
+bool ptpOnSync(PtpClock& c, const PtpHeader& h, const PtpTimestamp& origin, const PtpStamp& received);
+bool ptpOnFollowUp(PtpClock& c, const PtpHeader& h, const PtpTimestamp& preciseOrigin);
+bool ptpOnDelayResp(PtpClock& c, const PtpHeader& h, const PtpDelayResp& r);
 void ptpStartSyncSup(PtpClock& c, bool keepStatus);
 void ptpStopSyncSup(PtpClock& c);
 void ptpSyncSupTimeout(PtpClock& c);

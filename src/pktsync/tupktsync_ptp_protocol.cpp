@@ -151,7 +151,6 @@ void checkRates(PtpClock& c)
 
 void announceTimeout(PtpClock& c)
 {
-    if (TuPktsync_timerExpired(c.announceTimer) == 0) return;
     ptpForgetMaster(c);
     ptpFaults(c, FAULT_NO_ANNOUNCE, 0);
     ptpPortEvent(c, ANNOUNCE_RECEIPT_TIMEOUT_EXPIRES);
@@ -422,23 +421,18 @@ void TuPktsyncPTP_TS_set_ready(u32 userReference, const TsPosition& set)
 void TuPktsync_PTP_TmoSig(u32 syncrefId, u32 timerId, u32 index)
 {
     PtpClock* const c = ptpClockOf(syncrefId);
-    const bool isStale = TuPktsync_timerIsStale(syncrefId, timerId, index);
+    const bool counts = TuPktsync_timerExpired(syncrefId, timerId, index);
     if (c == nullptr) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
                   "TuPktsync_PTP_TmoSig for non-existing syncrefId(%d), specificInfo(%u)", syncrefId,
                   timerId);
         return;
     }
-    if (isStale) return;
+    if (!counts) return;
     switch (timerId) {
-    case PTP_TMO_ANNOUNCE: return announceTimeout(*c);
-    case PTP_TMO_SYNC_SUP:
-        if (TuPktsync_timerExpired(c->syncSup.timer) != 0) ptpSyncSupTimeout(*c);
-        return;
-    case PTP_TMO_DELAY:
-        if (TuPktsync_timerExpired(c->delay.timer) != 0)
-            TuPktsyncPTP_handle_DelayReqRespCtrl_timeout(*c);
-        return;
+    case PTP_TMO_ANNOUNCE:       return announceTimeout(*c);
+    case PTP_TMO_SYNC_SUP:       return ptpSyncSupTimeout(*c);
+    case PTP_TMO_DELAY:          return TuPktsyncPTP_handle_DelayReqRespCtrl_timeout(*c);
     case PTP_TMO_FOREIGN_MASTER: return ptpForeignMasterTimeout(*c, index);
     default:                     return TuPktsyncPTP_UCtimeout(syncrefId, timerId);
     }

@@ -48,37 +48,35 @@ void traceNoReceiver(u8 domain, const PktIpAddress* server)
               domain);
 }
 
-void onTlv(const PtpClock& c, const PtpHeader& h, u16 type, const u8* tlv, u32 length)
+bool onTlv(const PtpClock& c, const PtpHeader& h, u16 type, const u8* tlv, u32 length)
 {
     constexpr u16 GRANT = 5, CANCEL = 6, ACK_CANCEL = 7;
     constexpr u32 GRANT_OCTETS = 12, CANCEL_OCTETS = 6;
     const u32 id = c.setup.syncrefId;
     if (type == GRANT && length >= GRANT_OCTETS)
-        TuPktsyncPTP_UCgrant(id, h, tlv[4] >> 4, static_cast<i8>(tlv[5]),
-                             u32{node::be16(tlv + 6)} << 16 | node::be16(tlv + 8));
-    else if (type == CANCEL && length >= CANCEL_OCTETS)
-        TuPktsyncPTP_UCcancel(id, h, tlv[4] >> 4);
-    else if (type == ACK_CANCEL && length >= CANCEL_OCTETS)
-        TuPktsyncPTP_UCackCancel(id, tlv[4] >> 4);
-    else
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "Signaling TLV of unsupported type (%u) received ", type);
+        return TuPktsyncPTP_UCgrant(id, h, tlv[4] >> 4, static_cast<i8>(tlv[5]),
+                                    u32{node::be16(tlv + 6)} << 16 | node::be16(tlv + 8));
+    if (type == CANCEL && length >= CANCEL_OCTETS) return TuPktsyncPTP_UCcancel(id, h, tlv[4] >> 4);
+    if (type == ACK_CANCEL && length >= CANCEL_OCTETS) return TuPktsyncPTP_UCackCancel(id, tlv[4] >> 4);
+    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "Signaling TLV of unsupported type (%u) received ", type);
+    return false;
 }
 
-void onSignaling(const PtpClock& c, const PtpHeader& h, const u8* message, u32 length)
+/// True when one of its TLVs served.
+bool onSignaling(const PtpClock& c, const PtpHeader& h, const u8* message, u32 length)
 {
     constexpr u32 TARGET_OCTETS = 10, TLV_HEADER = 4;
     if (!ptpHasUcNeg(c.setup.syncrefId)) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
                   "PTP Signaling message received for syncref(id=%d) not mapped to unicast bearer",
                   c.setup.syncrefId);
-        return;
+        return false;
     }
     if (h.messageLength > length || h.messageLength < PTP_HEADER_LENGTH + TARGET_OCTETS) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
                   "PTP Signaling received in too short frame; only %d bytes left",
                   length - PTP_HEADER_LENGTH);
-        return;
+        return false;
     }
     const PtpPortIdentity target = ptpPortIdentityOf(message + PTP_HEADER_LENGTH);
     const bool isAny = target.clockIdentity == PTP_ANY_PORT.clockIdentity &&
@@ -87,18 +85,33 @@ void onSignaling(const PtpClock& c, const PtpHeader& h, const u8* message, u32 l
     if (target != c.portIdentity && !isAny) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
                   "PTP Signaling message received for unknown targetPortIdentity");
-        return;
+        return false;
     }
+    bool used = false;
     u32 at = PTP_HEADER_LENGTH + TARGET_OCTETS;
     while (h.messageLength - at >= TLV_HEADER) {
         const u32 octets = TLV_HEADER + node::be16(message + at + 2);
         if (octets > h.messageLength - at) break;
-        onTlv(c, h, node::be16(message + at), message + at, octets);
+        if (onTlv(c, h, node::be16(message + at), message + at, octets)) used = true;
         at += octets;
     }
     if (at != h.messageLength)
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
                   "Signaling message received with %d residual octets ", h.messageLength - at);
+    return used;
+}
+
+bool give(PtpClock& c, const PtpHeader& h, const u8* message, u32 length, const PtpStamp& received)
+{
+    const u8* const body = message + PTP_HEADER_LENGTH;
+    switch (h.messageType) {
+    case PTP_SYNC:       return ptpOnSync(c, h, ptpTimestampOf(body), received);
+    case PTP_FOLLOW_UP:  return ptpOnFollowUp(c, h, ptpTimestampOf(body));
+    case PTP_DELAY_RESP: return ptpOnDelayResp(c, h, ptpDelayRespOf(body));
+    case PTP_ANNOUNCE:   return ptpOnAnnounce(c, h, ptpAnnounceOf(body));
+    case PTP_SIGNALING:  return onSignaling(c, h, message, length);
+    default:             ++c.unread; return false;
+    }
 }
 
 }  // namespace
@@ -130,13 +143,5 @@ void TuPktsync_handle_ptp_message(const u8* message, u32 length, const PtpStamp&
                   "PTP %s received in too short frame; only %d bytes left", n.name, left);
         return;
     }
-    const u8* const body = message + PTP_HEADER_LENGTH;
-    switch (h.messageType) {
-    case PTP_SYNC:       return ptpOnSync(*c, h, ptpTimestampOf(body), received);
-    case PTP_FOLLOW_UP:  return ptpOnFollowUp(*c, h, ptpTimestampOf(body));
-    case PTP_DELAY_RESP: return ptpOnDelayResp(*c, h, ptpDelayRespOf(body));
-    case PTP_ANNOUNCE:   return ptpOnAnnounce(*c, h, ptpAnnounceOf(body));
-    case PTP_SIGNALING:  return onSignaling(*c, h, message, length);
-    default:             return;
-    }
+    if (give(*c, h, message, length, received)) ++c->used[h.messageType];
 }

@@ -94,17 +94,17 @@ bool ptpDelayReqRateMet(const PtpClock& c) { return rateMet(c, c.logMinDelayReqI
 
 // ---- messages -----------------------------------------------------------------------------------
 
-void ptpOnSync(PtpClock& c, const PtpHeader& h, const PtpTimestamp& origin, const PtpStamp& received)
+bool ptpOnSync(PtpClock& c, const PtpHeader& h, const PtpTimestamp& origin, const PtpStamp& received)
 {
-    if (!isFromParent(c, h, "Sync") || !isReady(c, "Sync")) return;
+    if (!isFromParent(c, h, "Sync") || !isReady(c, "Sync")) return false;
     i8 log = 0;
-    if (!logIntervalOf(c, h, PTP_SYNC, "Sync", log)) return;
+    if (!logIntervalOf(c, h, PTP_SYNC, "Sync", log)) return false;
     if (log != c.logSyncInterval || c.portState == UNCALIBRATED) newSyncInterval(c, log);
     if ((h.sequenceId & c.seqIdDiscardMask) != 0) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_6,
                   "Filtering received Sync for syncrefId %u, sequenceId %u", c.setup.syncrefId,
                   h.sequenceId);
-        return;
+        return false;
     }
     saveSyncStamp(c, h.sequenceId, STAMP_T2, received);
     if ((h.flagField[0] & PTP_TWO_STEP) == 0)
@@ -113,33 +113,35 @@ void ptpOnSync(PtpClock& c, const PtpHeader& h, const PtpTimestamp& origin, cons
     saveSyncStamp(c, h.sequenceId, STAMP_CORRECTION,
                   {static_cast<u32>(correction >> 32), static_cast<u32>(correction)});
     if (c.portState == UNCALIBRATED) ptpPortEvent(c, MASTER_CLOCK_SELECTED);
+    return true;
 }
 
-void ptpOnFollowUp(PtpClock& c, const PtpHeader& h, const PtpTimestamp& preciseOrigin)
+bool ptpOnFollowUp(PtpClock& c, const PtpHeader& h, const PtpTimestamp& preciseOrigin)
 {
-    if (!isFromParent(c, h, "Follow_Up") || !isReady(c, "Follow_Up")) return;
+    if (!isFromParent(c, h, "Follow_Up") || !isReady(c, "Follow_Up")) return false;
     if ((h.sequenceId & c.seqIdDiscardMask) != 0) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_6,
                   "Filtering received Follow_Up for syncrefId %u, sequenceId %u", c.setup.syncrefId,
                   h.sequenceId);
-        return;
+        return false;
     }
     const PtpTime T1 = ptpAdd(preciseOrigin, ptpCorrection_ns(h.correctionField));
     saveSyncStamp(c, h.sequenceId, STAMP_T1, {static_cast<u32>(T1.seconds), T1.nanoseconds});
+    return true;
 }
 
-void ptpOnDelayResp(PtpClock& c, const PtpHeader& h, const PtpDelayResp& r)
+bool ptpOnDelayResp(PtpClock& c, const PtpHeader& h, const PtpDelayResp& r)
 {
     if (c.portState != SLAVE) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "Delay_Resp received - not ready for handling");
-        return;
+        return false;
     }
     if (r.requestingPortIdentity != c.portIdentity) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_6, "Delay_Resp received - not our PortIdentity");
-        return;
+        return false;
     }
     i8 log = 0;
-    if (!logIntervalOf(c, h, PTP_DELAY_RESP, "Delay_Resp", log)) return;
+    if (!logIntervalOf(c, h, PTP_DELAY_RESP, "Delay_Resp", log)) return false;
     if (log != c.logMinDelayReqInterval) {
         c.logMinDelayReqInterval = log;
         TuPktsyncPTP_update_DelayReqRespCtrl_interval(c, ptpLogToMs(log), effectiveSyncInterval(c));
@@ -148,6 +150,7 @@ void ptpOnDelayResp(PtpClock& c, const PtpHeader& h, const PtpDelayResp& r)
     const PtpTime T4 = ptpAdd(r.receiveTimestamp, -ptpCorrection_ns(h.correctionField));
     TuPktsync_save_TS(c.delay.stamps, h.sequenceId, 0, STAMP_T4,
                       {static_cast<u32>(T4.seconds), T4.nanoseconds});
+    return true;
 }
 
 // ---- filter -------------------------------------------------------------------------------------

@@ -378,34 +378,25 @@ void TuPktsyncPTP_UCtimeout(u32 syncrefId, u32 timerId)
     UCnegCtrl* const u = find(syncrefId);
     if (u == nullptr) return;
     switch (timerId) {
-    case PTP_TMO_UC_REPLY:
-        if (TuPktsync_timerExpired(u->reply_timer) != 0) TuPktsyncPTP_UCreply_timeout(*u);
-        return;
-    case PTP_TMO_UC_DURATION:
-        if (TuPktsync_timerExpired(u->duration_timer) != 0) TuPktsyncPTP_UCduration_timeout(*u);
-        return;
-    case PTP_TMO_UC_RETRY:
-        if (TuPktsync_timerExpired(u->retry_timer) != 0) TuPktsyncPTP_UCretry_timeout(*u);
-        return;
-    case PTP_TMO_UC_DELAYED_START:
-        if (TuPktsync_timerExpired(u->delayed_timer) != 0) TuPktsyncPTP_delay_start_UCnegotiation(*u);
-        return;
-    default:
-        return;
+    case PTP_TMO_UC_REPLY:         return TuPktsyncPTP_UCreply_timeout(*u);
+    case PTP_TMO_UC_DURATION:      return TuPktsyncPTP_UCduration_timeout(*u);
+    case PTP_TMO_UC_RETRY:         return TuPktsyncPTP_UCretry_timeout(*u);
+    case PTP_TMO_UC_DELAYED_START: return TuPktsyncPTP_delay_start_UCnegotiation(*u);
+    default:                       return;
     }
 }
 
-void TuPktsyncPTP_UCgrant(u32 syncrefId, const PtpHeader& h, u8 messageType, i8 logInterval,
+bool TuPktsyncPTP_UCgrant(u32 syncrefId, const PtpHeader& h, u8 messageType, i8 logInterval,
                           u32 duration)
 {
     UCnegCtrl* const u = find(syncrefId);
-    if (u == nullptr) return;
+    if (u == nullptr) return false;
     Message* const m = negotiated(*u);
     if (m == nullptr || m->messageType != messageType) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_4,
                   "Unexpected Unicast_Grant for messageType %s received for syncrefId %d in state %s",
                   messageText(messageType), syncrefId, ptpUcNegStateText(u->state));
-        return;
+        return false;
     }
     u->serverPortIdentity = h.sourcePortIdentity;
     m->granted_log_ival = logInterval;
@@ -416,35 +407,38 @@ void TuPktsyncPTP_UCgrant(u32 syncrefId, const PtpHeader& h, u8 messageType, i8 
               syncrefId, messageText(messageType), duration, logInterval);
     if (logInterval != m->logReqIval || duration <= SHORTEST_GRANT_s) {
         refused(*u, *m);
-        return;
+        return false;
     }
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "Grant accepted");
     step(*u, duration);
     m->state = UC_MSG_NEG_GRANTED;
+    return true;
 }
 
-void TuPktsyncPTP_UCcancel(u32 syncrefId, const PtpHeader&, u8 messageType)
+bool TuPktsyncPTP_UCcancel(u32 syncrefId, const PtpHeader&, u8 messageType)
 {
     UCnegCtrl* const u = find(syncrefId);
-    if (u == nullptr) return;
+    if (u == nullptr) return false;
     const Message* const m = flowOf(*u, messageType);
     const bool expected = m != nullptr && m->state == UC_MSG_NEG_GRANTED;
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_4,
               "%sUnicast_Cancel for messageType %s received for syncrefId %d in state %s",
               expected ? "" : "Unexpected ", messageText(messageType), syncrefId,
               ptpUcNegStateText(u->state));
-    if (!expected) return;
+    if (!expected) return false;
     sendAckCancel(*u, messageType);
     fail(*u, UC_CANCELLED);
+    return true;
 }
 
-void TuPktsyncPTP_UCackCancel(u32 syncrefId, u8 messageType)
+bool TuPktsyncPTP_UCackCancel(u32 syncrefId, u8 messageType)
 {
     UCnegCtrl* const u = find(syncrefId);
-    if (u == nullptr) return;
+    if (u == nullptr) return false;
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
               "Unicast_Cancel_Acknowledge for messageType %s received for syncrefId %d in state %s",
               messageText(messageType), syncrefId, ptpUcNegStateText(u->state));
+    return true;
 }
 
 bool ptpHasUcNeg(u32 syncrefId) { return find(syncrefId) != nullptr; }

@@ -127,9 +127,12 @@ void onTuiifDown()
 void onTuiifUp()
 {
     auto& s = state();
-    if (s.tuiifAlive)
+    if (s.tuiifAlive) {
+        // A confirmation that nobody asked for: what stands was audited with this connection.
         KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
                   "Call to handle_tuiifUp while tuiif already up.");
+        return;
+    }
     s.tuiifAlive = true;
     s.selected_syncrefId = -1;
     readOwnAddress();

@@ -159,10 +159,11 @@ u32 bringUp(Syncref& r, u32 syncrefId, const TuiifPktRefConfig& config)
     }
 }
 
-PktsyncDrvRef driverRef(const Syncref& r)
+PktsyncDrvRef driverRef(u32 syncrefId, const Syncref& r)
 {
     constexpr u32 ETHERNET = 0, IP = 1;
     PktsyncDrvRef ref{};
+    ref.syncrefId = syncrefId;
     ref.transport = r.typeOfPktStruct == MULTI_ETH_TIME_PTP ? ETHERNET : IP;
     ref.portWord = r.portWord;
     ref.domainNumber = r.ptpDomain;
@@ -170,6 +171,21 @@ PktsyncDrvRef driverRef(const Syncref& r)
     std::copy(r.serverIpAddress.octets.begin(), r.serverIpAddress.octets.end(),
               ref.serverIpAddress.begin() + 4);
     return ref;
+}
+
+/// 0 when the driver couldn't be asked. A time and a frequency reference may have one froId, which the
+/// driver forgets as a whole: the other one is told again.
+u32 forgetAtDriver(u32 syncrefId)
+{
+    const auto& table = state().table;
+    const u32 froId = table[syncrefId]->froId;
+    const u32 asked = needs().deleteSyncRef(froId, syncrefId);
+    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+        const auto& r = table[id];
+        const bool isTwin = id != syncrefId && r && r->froId == froId;
+        if (isTwin && r->syncRefIndivState != DELETE_PENDING) tellDriver(id);
+    }
+    return asked;
 }
 
 void removeSockets(Syncref& r)
@@ -214,10 +230,16 @@ void create_syncref(const TuiifPktRefConfig& config)
     const u32 result = bringUp(r, syncrefId, config);
     if (result != SUCCESS) return fail(syncrefId, result);
     r.pendingFlags |= WAIT_PKTDRV;
-    if (needs().setSyncRef(syncrefId, driverRef(r)) != 0) return;
+    if (needs().setSyncRef(r.froId, driverRef(syncrefId, r)) != 0) return;
     const Syncref told = r;                  // without a driver there would never be a stamp
     removePartialSetup(syncrefId);
     conclude(told, FAILURE);
+}
+
+void tellDriver(u32 syncrefId)
+{
+    const Syncref& r = *state().table[syncrefId];
+    needs().changeSyncRef(r.froId, driverRef(syncrefId, r));
 }
 
 PtpClockRqmt rqmtOf(const Syncref& r)
@@ -261,8 +283,8 @@ void check_create_ready(u32 syncrefId)
 {
     Syncref& r = *state().table[syncrefId];
     if (r.syncRefIndivState != CREATE_PENDING || r.pendingFlags != 0) return;
-    u32 result = SUCCESS;
-    if (r.usePTP) {
+    u32 result = r.isGroupRefused ? FAILURE : SUCCESS;
+    if (r.usePTP && result == SUCCESS) {
         r.protocolStarted = needs().newClock(setupOf(syncrefId, r)) != 0;
         if (!r.protocolStarted) {
             KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR, "Failed to start protcol instance");
@@ -274,7 +296,7 @@ void check_create_ready(u32 syncrefId)
     if (result == SUCCESS) r.syncRefIndivState = CREATED;
     // The answer stands before what follows from it: an audit's last row may delete everything.
     if (result != SUCCESS) {
-        needs().deleteSyncRef(syncrefId);
+        forgetAtDriver(syncrefId);
         if (!inAudit()) conclude(told, result);
         removePartialSetup(syncrefId);
         if (inAudit()) conclude(told, result);
@@ -306,7 +328,7 @@ void delete_syncref(u32 syncrefId)
         removeSockets(r);
     }
     giveIdentityBack(r);
-    if (needs().deleteSyncRef(syncrefId) != 0) r.pendingFlags |= WAIT_PKTDRV;
+    if (forgetAtDriver(syncrefId) != 0) r.pendingFlags |= WAIT_PKTDRV;
     check_delete_ready(syncrefId);           // nobody to wait for when the services have gone
 }
 

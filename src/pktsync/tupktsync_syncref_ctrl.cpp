@@ -44,6 +44,7 @@ constexpr Needs NEEDS = {
     .createSocketAndBind = TuPktsync_IPSOCKI_client_createSocketAndBind,
     .removeResourceUser = TuPktsync_IPSOCKI_client_removeResourceUser,
     .setSyncRef = TuPktsync_PktSyncDrvClient_setSyncRefReq,
+    .changeSyncRef = TuPktsync_PktSyncDrvClient_changeSyncRefReq,
     .deleteSyncRef = TuPktsync_PktSyncDrvClient_deleteSyncRefReq,
     .newClock = TuPktsync_new_ptp_clock,
     .deleteClock = TuPktsync_delete_ptp_clock,
@@ -181,6 +182,7 @@ void handle_SetReq(const Signal* sig)
     if (r.typeOfPktStruct < UNI_IP_FREQ_PTP) setTimestampLatency(c.linkSpeed, c.portWord);
     r.syncRefIndivState = CHANGE_PENDING;
     const bool hasNewServer = takeChange(r, c);
+    if (hasNewServer) tellDriver(*id);
     const bool isUnicast = r.typeOfPktStruct == UNI_IP_TIME_PTP || r.typeOfPktStruct == UNI_IP_FREQ_PTP;
     if (hasNewServer && r.protocolStarted && isUnicast)
         restartProtocol(r, *id);
@@ -419,7 +421,7 @@ void TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(u32 syncrefId)
     check_create_ready(syncrefId);
 }
 
-void TuPktsync_SyncrefCtrl_PktSyncDrvChangeCfm(u32) {}   // a change takes effect without it
+void TuPktsync_SyncrefCtrl_PktSyncDrvChangeCfm() {}      // a change takes effect without it
 
 void TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(u32 syncrefId)
 {
@@ -430,6 +432,13 @@ void TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(u32 syncrefId)
 }
 
 void TuPktsync_SyncrefCtrl_CfiSetupReady(u32 group) { groupReady(group, CREATE_PENDING, check_create_ready); }
+void TuPktsync_SyncrefCtrl_CfiSetupRefused(u32 group)
+{
+    groupReady(group, CREATE_PENDING, [](u32 syncrefId) {
+        s->table[syncrefId]->isGroupRefused = true;
+        check_create_ready(syncrefId);
+    });
+}
 void TuPktsync_SyncrefCtrl_CfiRemoveReady(u32 group)
 {
     groupReady(group, DELETE_PENDING, check_delete_ready);

@@ -22,9 +22,11 @@ int  TuPktsync_SyncrefCtrl_dispatch(Signal* sig);
 
 // ---- from the clients ---------------------------------------------------------------------------
 void TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(u32 syncrefId);
-void TuPktsync_SyncrefCtrl_PktSyncDrvChangeCfm(u32 syncrefId);
+void TuPktsync_SyncrefCtrl_PktSyncDrvChangeCfm();
 void TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(u32 syncrefId);
 void TuPktsync_SyncrefCtrl_CfiSetupReady(u32 group);
+/// Who is created with that group won't stand.
+void TuPktsync_SyncrefCtrl_CfiSetupRefused(u32 group);
 void TuPktsync_SyncrefCtrl_CfiRemoveReady(u32 group);
 /// A service has died: everything begins anew.
 void TuPktsync_SyncrefCtrl_handleServerDownInd();

@@ -33,6 +33,7 @@ struct Syncref {
     u8  dscp = 0, pbit = 0;
     u8  ptpProfile = 0;
     u8  ptpMulticastAddress = 0;
+    bool isGroupRefused = false;       // it fails once nothing is pending
     bool protocolStarted = false;
     bool selected = false;
     u32 portWord = 0;
@@ -55,8 +56,9 @@ struct Needs {
     u32  (*removeMCgroupUser)(u32 group);
     i32  (*createSocketAndBind)(const PktIpAddress& own, u32 portKind);
     void (*removeResourceUser)(i32 resource);
-    u32  (*setSyncRef)(u32 syncrefId, const PktsyncDrvRef& ref);
-    u32  (*deleteSyncRef)(u32 syncrefId);
+    u32  (*setSyncRef)(u32 froId, const PktsyncDrvRef& ref);
+    u32  (*changeSyncRef)(u32 froId, const PktsyncDrvRef& ref);
+    u32  (*deleteSyncRef)(u32 froId, u32 syncrefId);
     u32  (*newClock)(const PtpClockSetup& setup);
     void (*deleteClock)(u32 syncrefId);
     void (*selectClock)(u32 syncrefId, u32 selected);
@@ -100,6 +102,8 @@ void check_create_ready(u32 syncrefId);
 void delete_syncref(u32 syncrefId);
 void check_delete_ready(u32 syncrefId);
 void delete_all_syncrefs();
+/// What the driver is to know of it now.
+void tellDriver(u32 syncrefId);
 PtpClockRqmt rqmtOf(const Syncref& r);
 PtpClockSetup setupOf(u32 syncrefId, const Syncref& r);
 /// Of the port in use; another speed leaves it.

@@ -31,16 +31,13 @@ struct PktsyncTimer {
     u32 timerId = 0;
     u32 index = 0;
     u32 duration_ms = 0;   // of the next start without one
-    TimerRef ref = 0;
 };
 
 void TuPktsync_timerInit(PktsyncTimer& timer, u32 syncrefId, u32 timerId, u32 default_ms,
                          u32 index = 0);
 /// Starts or restarts; 0 takes the stored duration, another becomes the stored one.
 void TuPktsync_timerStart(PktsyncTimer& timer, u32 ms);
-void TuPktsync_timerStop(PktsyncTimer& timer);
-/// A time-out was queued already when its timer stopped, or went with its clock: it doesn't count.
-/// Asked once for each that comes.
-bool TuPktsync_timerIsStale(u32 syncrefId, u32 timerId, u32 index);
-/// One that counts has come. 0 when its timer doesn't run.
-u32  TuPktsync_timerExpired(PktsyncTimer& timer);
+void TuPktsync_timerStop(const PktsyncTimer& timer);
+/// Asked once for each time-out that comes, also when its clock is gone. False for one whose timer was
+/// stopped or started over meanwhile.
+bool TuPktsync_timerExpired(u32 syncrefId, u32 timerId, u32 index);

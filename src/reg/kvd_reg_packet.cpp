@@ -192,7 +192,7 @@ void KvdLoz6TuReg_handlePktFreqMsg(const double (&T)[8])
     packet::historyEntry(type, pdv > DEFAULT_PDV_s, pdv, 0.0);
     judgePdv(deviation, state().pdvThreshold[type] / GAUSS_999);
     constexpr u32 INTERVAL = 720, WINDOW = 150;
-    KvdLoz6TuReg_frequencySupervision(INTERVAL, WINDOW, seconds + fraction);
+    KvdLoz6TuReg_frequencySupervision(INTERVAL, WINDOW, TimePair{seconds, fraction});
 }
 
 // ---- thresholds ---------------------------------------------------------------------------------
@@ -225,8 +225,8 @@ void KvdLoz6TuReg_packetPrintInfo()
     const packet::SupervisionRecord& r = s->supervision;
     node::shellPrintf("\n***** Packet references *****\n");
     node::shellPrintf("   packets in interval  : %u\n", f.numberOfPkts);
-    node::shellPrintf("   floor 21, 43, rtd    : %.9f, %.9f, %.9f s\n", f.down.minMin, f.up.minMin,
-                      f.roundTrip.minMin);
+    node::shellPrintf("   floor 21, 43, rtd    : %.9f, %.9f, %.9f s\n", f.down.minMin.c + f.down.minMin.f,
+                      f.up.minMin.c + f.up.minMin.f, f.roundTrip.minMin.c + f.roundTrip.minMin.f);
     node::shellPrintf("   deviation 21, 43     : %.9f, %.9f s\n", f.stdDev21, f.stdDev43);
     node::shellPrintf("   high PDV samples     : %u\n", s->highPdvCounter);
     for (u32 i = 0; i < packet::PDV_TIMERS; ++i)

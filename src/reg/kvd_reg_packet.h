@@ -6,6 +6,7 @@
 // Units   seconds, and ns where a name says so; delay variation in s, in the supervision in ms.
 // Errors  a packet that can't be used is dropped with a trace.
 #pragma once
+#include "mgr/kvd_math.h"
 #include "ose/types.h"
 
 #include <cstddef>
@@ -56,6 +57,7 @@ u32  KvdLoz6TuReg_pdvThresholdText(char* text, u32 room);
 /// one phase, s, with the measurements in an interval and in the window of its minimum.
 void KvdLoz6TuReg_supervisionRestart();
 void KvdLoz6TuReg_frequencySupervision(u32 interval, u32 window, double phase);
+void KvdLoz6TuReg_frequencySupervision(u32 interval, u32 window, TimePair phase);
 /// The next frequency value spans a step of local time.
 void KvdLoz6TuReg_supervisionPhaseJump();
 /// A step of a reference's phase, s.

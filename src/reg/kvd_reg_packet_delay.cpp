@@ -3,6 +3,8 @@
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_packet_int.h"
 
+#include <cmath>
+
 namespace packet {
 
 namespace {
@@ -11,7 +13,6 @@ constexpr double MASTER_SECONDS_TAKEN = 1389000000.0;   // January 2014
 constexpr double NODE_SECONDS_TAKEN = 1000000000.0;
 constexpr double NS = 1e-09;
 
-/// Seconds made small, so that one double holds them with their nanoseconds.
 double reduced(i64 seconds, double taken)
 {
     const double s = static_cast<double>(seconds);
@@ -27,16 +28,22 @@ i64 wrappingDiff(i64 a, i64 b)
 
 }  // namespace
 
-double delay21(const PktTimeMsg& p)
+TimePair moved(TimePair t, double by)
 {
-    const double seconds = reduced(p.T2_s, NODE_SECONDS_TAKEN) - reduced(p.T1_s, MASTER_SECONDS_TAKEN);
-    return seconds + (static_cast<double>(p.T2_ns) - p.T1_ns) * NS;
+    const double f = t.f + by, whole = std::trunc(f);
+    return {t.c + whole, f - whole};
 }
 
-double delay43(const PktTimeMsg& p)
+TimePair delay21(const PktTimeMsg& p)
 {
-    const double seconds = reduced(p.T3_s, NODE_SECONDS_TAKEN) - reduced(p.T4_s, MASTER_SECONDS_TAKEN);
-    return seconds + (static_cast<double>(p.T3_ns) - p.T4_ns) * NS;
+    return {reduced(p.T2_s, NODE_SECONDS_TAKEN) - reduced(p.T1_s, MASTER_SECONDS_TAKEN),
+            (static_cast<double>(p.T2_ns) - p.T1_ns) * NS};
+}
+
+TimePair delay43(const PktTimeMsg& p)
+{
+    return {reduced(p.T3_s, NODE_SECONDS_TAKEN) - reduced(p.T4_s, MASTER_SECONDS_TAKEN),
+            (static_cast<double>(p.T3_ns) - p.T4_ns) * NS};
 }
 
 double meanPathDelay(const PktTimeMsg& down, const PktTimeMsg& up)
@@ -58,16 +65,16 @@ u16 packetRate(u32 syncIntervalMs)
     return 256;
 }
 
-bool trackDelay(double x, Floor& floor)
+bool trackDelay(TimePair x, Floor& floor)
 {
     constexpr double CLOSE = 2.5e-07;    // s
     bool keep = false;
-    if (x < floor.min) {
+    if (isBelow(x, floor.min)) {
         floor.min = x;
         keep = true;
     }
-    if (floor.min < floor.minMin) floor.minMin = floor.min;
-    if (x < floor.minMin + CLOSE) {
+    if (isBelow(floor.min, floor.minMin)) floor.minMin = floor.min;
+    if (isBelow(x, {floor.minMin.c, floor.minMin.f + CLOSE})) {
         floor.close = 1;
         keep = true;
     }

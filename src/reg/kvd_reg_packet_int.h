@@ -4,6 +4,7 @@
 // Units   seconds; timers in ms, rates in packets per second.
 // Errors  told at each function.
 #pragma once
+#include "base/kvd_timer.h"
 #include "mgr/tu_common.h"
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_mtie.h"
@@ -29,9 +30,19 @@ const ProfileRow* profileRow(u8 profile);
 
 // ---- delays -------------------------------------------------------------------------------------
 
-/// T2 - T1, and T3 - T4, s, with the seconds reduced by constants of the two scales.
-double delay21(const PktTimeMsg& p);
-double delay43(const PktTimeMsg& p);
+// A node that hasn't its master's time yet is years away from it. One double of such a distance has
+// steps of 60 ns, so the whole seconds stay apart (c) from the rest (f) until two of them are held
+// against each other.
+
+/// a less b, s.
+constexpr double difference(TimePair a, TimePair b) { return (a.c - b.c) + (a.f - b.f); }
+constexpr bool isBelow(TimePair a, TimePair b) { return (a.c - b.c) + a.f < b.f; }
+/// The pair further by as many s.
+TimePair moved(TimePair t, double by);
+
+/// T2 - T1, and T3 - T4, with the seconds reduced by constants of the two scales.
+TimePair delay21(const PktTimeMsg& p);
+TimePair delay43(const PktTimeMsg& p);
 /// Mean path delay, s; `down` gives T1 and T2, `up` gives T3 and T4.
 double meanPathDelay(const PktTimeMsg& down, const PktTimeMsg& up);
 constexpr bool isRoundTripOk(double meanPathDelay)
@@ -41,16 +52,16 @@ constexpr bool isRoundTripOk(double meanPathDelay)
 /// Nearest of 8, 16, 32, 64, 128 and 256 packets/s; an interval of 0 counts as the shortest.
 u16 packetRate(u32 syncIntervalMs);
 
-constexpr double NO_DELAY_YET = 2147483647.0;
+constexpr TimePair NO_DELAY_YET{2147483647.0, 0.0};
 
 /// One direction's floor, or the round trip's.
 struct Floor {
-    double min;            // s, smallest of this interval
-    double minMin;         // s, slow floor
+    TimePair min;          // smallest of this interval
+    TimePair minMin;       // slow floor
     u32 close;             // a packet came within 250 ns of the floor in this interval
 };
 /// Takes delay x. True when its packet is the one to keep.
-bool trackDelay(double x, Floor& floor);
+bool trackDelay(TimePair x, Floor& floor);
 
 /// Local and reference time of a pair of packets, before the offset; a gives T1 and T2, b gives T3
 /// and T4.
@@ -86,14 +97,14 @@ void startLong(SecondDifference& v);
 /// Welford's running mean and variance, as two accumulators of which one can start over while the
 /// other carries on.
 struct RunningVariance {
-    struct Accumulator { u64 n = 0; double mean = 0, sum = 0; };
+    struct Accumulator { u64 n = 0; TimePair mean{0, 0}; double sum = 0; };
     i32 window = -1;                     // samples until the older one starts over, -1 never
     std::array<Accumulator, 2> accumulators{};
     u32 older = 0;                       // the one that is reported
     double variance = 0;
 };
 /// Pointer to the variance, s^2; nullptr, traced, without an object.
-const double* runningVariance(RunningVariance* v, double x);
+const double* runningVariance(RunningVariance* v, TimePair x);
 void resetRunningVariance(RunningVariance* v);
 
 // ---- timers -------------------------------------------------------------------------------------
@@ -107,8 +118,7 @@ enum PdvTimer : u32 {
 };
 struct RunningTimer {
     PROCESS owner = 0;
-    TimerRef timer = 0;
-    u32 stale = 0;         // time-outs that were queued already when it was stopped
+    KvdTimer timer;
 };
 
 /// Starts it unless it runs. True when it was started.
@@ -151,7 +161,9 @@ bool historyEntry(u32 type, bool high, double value1, double value2);
 // ---- supervision --------------------------------------------------------------------------------
 
 constexpr u32 PDV_RING = 240, PHASE_WINDOW = 60, FREQ_RING = 240;
-constexpr double NO_MINIMUM = 4294967296.0;
+constexpr TimePair NO_MINIMUM{4294967296.0, 0.0};
+constexpr TimePair NO_PHASE{0.0, 0.0};
+constexpr bool isPhase(TimePair t) { return t.c + t.f != 0.0; }
 
 // Entries far above any real one.
 constexpr double MARK_PHASE_JUMP = 10000000.0;
@@ -162,14 +174,14 @@ constexpr double MARK_FREQ_REF_CHANGED = 20000000.0;     // + selectedRef
 struct SupervisionRecord {
     u32 currMeas = 0;                    // samples since the record restarted
     std::array<double, PDV_RING> pdv{};  // ms, or a mark
-    std::array<double, PHASE_WINDOW> phaseWindow{};
+    std::array<TimePair, PHASE_WINDOW> phaseWindow{};
     std::array<u8, PDV_RING> jumpFlags{};
     u8 windowIdx = 0, pdvInterval = 0;
     u8 consecJumps = 0;                  // intervals with a jump in a row
     u32 totalJumps = 0;
     u8 pdvStopped = 0;
-    double minPrev = 0, minCurr = NO_MINIMUM;
-    double lastPhase = 0;
+    TimePair minPrev = NO_PHASE, minCurr = NO_MINIMUM;
+    double lastPhase = 0;                // held against steps of ms only
     std::array<double, FREQ_RING> freqDev{};
     u8 minCount = 0;                     // samples in the minimum's window
     u8 freqInterval = 0;
@@ -182,11 +194,11 @@ struct SupervisionRecord {
 /// Filter of a packet time reference.
 struct TimeFilter {
     u32 numberOfPkts = 0;
-    Floor down{NO_DELAY_YET, -4294967294.0, 0};
-    Floor up{NO_DELAY_YET, -4294967294.0, 0};
-    Floor roundTrip{NO_DELAY_YET, -1.0, 0};
+    Floor down{NO_DELAY_YET, {-4294967294.0, 0.0}, 0};
+    Floor up{NO_DELAY_YET, {-4294967294.0, 0.0}, 0};
+    Floor roundTrip{NO_DELAY_YET, {-1.0, 0.0}, 0};
     double floorGain21 = 0, floorGain43 = 0;
-    double prevZ21 = 0, prevZ43 = 0;
+    TimePair prevZ21{0, 0}, prevZ43{0, 0};
     u8 jumpCount21 = 0, jumpCount43 = 0;
     double stdDev21 = 0, stdDev43 = 0;
     PktTimeMsg syncPacket{}, delayPacket{};

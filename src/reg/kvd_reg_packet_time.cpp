@@ -44,6 +44,12 @@ void followAsymmetry(packet::TimeFilter& f, const PktTimeMsg& msg)
     f.lastAsymComp = msg.asymComp;
 }
 
+TimePair uplink(const PktTimeMsg& msg)
+{
+    const TimePair z43 = packet::delay43(msg);
+    return {-z43.c, -z43.f};
+}
+
 /// Below the first delays seen, so that the floors can only be met from above.
 void countPacket(packet::TimeFilter& f, const PktTimeMsg& msg, const packet::ProfileRow& profile)
 {
@@ -54,8 +60,8 @@ void countPacket(packet::TimeFilter& f, const PktTimeMsg& msg, const packet::Pro
     if (m <= 1.0) {
         state().highPdvCounter = 0;
         v.R_all[Z_PKT_TIME_REF] = profile.R;
-        f.down.minMin = packet::delay21(msg) - 2 * profile.delayMargin;
-        f.up.minMin = -packet::delay43(msg) - 2 * profile.delayMargin;
+        f.down.minMin = packet::moved(packet::delay21(msg), -2 * profile.delayMargin);
+        f.up.minMin = packet::moved(uplink(msg), -2 * profile.delayMargin);
     }
     m += 1.0;
 }
@@ -70,17 +76,17 @@ void resetVariances(packet::TimeFilter& f)
 
 /// One direction's delay into its variance. False for an outlier; as many in a row as packets come
 /// in a second are a new route.
-struct Direction { double& prev; u8& jumpCount; double& stdDev; packet::RunningVariance* variance; };
+struct Direction { TimePair& prev; u8& jumpCount; double& stdDev; packet::RunningVariance* variance; };
 
-bool takeDelay(packet::TimeFilter& f, Direction d, double z, u16 rate, const char* name)
+bool takeDelay(packet::TimeFilter& f, Direction d, TimePair z, u16 rate, const char* name)
 {
-    if (std::fabs(z - d.prev) > GATE_s) {
+    if (std::fabs(packet::difference(z, d.prev)) > GATE_s) {
         constexpr u8 COUNT_MAX = 255;
         if (d.jumpCount < COUNT_MAX) ++d.jumpCount;
-        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_5, "%s= %+.9f [sec] (prev %s = %.9f [sec])", name, z, name,
-                  d.prev);
+        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_5, "%s= %+.9f [sec] (prev %s = %.9f [sec])", name, z.c + z.f, name,
+                  d.prev.c + d.prev.f);
         if (d.jumpCount < std::min<u16>(rate, COUNT_MAX)) return false;
-        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_INFO, "new mean found: %.9f [sec]", z);
+        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_INFO, "new mean found: %.9f [sec]", z.c + z.f);
         resetVariances(f);
         packet::resetMask();
         d.prev = z;
@@ -143,9 +149,9 @@ void lockedPath(packet::TimeFilter& f, const Packet& p)
         resetVariances(f);
         packet::resetMask();
     }
-    const double z21 = packet::delay21(p.msg), z43 = packet::delay43(p.msg);
+    const TimePair z21 = packet::delay21(p.msg), z43 = packet::delay43(p.msg);
     if (packet::trackDelay(z21, f.down)) f.syncPacket = p.msg;
-    if (packet::trackDelay(-z43, f.up)) f.delayPacket = p.msg;
+    if (packet::trackDelay(uplink(p.msg), f.up)) f.delayPacket = p.msg;
 
     const double meanDelay = packet::meanPathDelay(p.msg, p.msg);
     bool bothTaken = false;
@@ -173,7 +179,7 @@ void lockedPath(packet::TimeFilter& f, const Packet& p)
 void unlockedPath(packet::TimeFilter& f, const Packet& p)
 {
     if (isLocked(f.lastRegState)) resetVariances(f);
-    if (packet::trackDelay(packet::meanPathDelay(p.msg, p.msg), f.roundTrip)) f.syncPacket = p.msg;
+    if (packet::trackDelay({0.0, packet::meanPathDelay(p.msg, p.msg)}, f.roundTrip)) f.syncPacket = p.msg;
     f.delayPacket = f.syncPacket;
 }
 
@@ -186,6 +192,12 @@ bool isIntervalDone(const packet::TimeFilter& f, const Packet& p)
     return f.numberOfPkts >= SHORT_s * p.rate && f.down.close != 0 && f.up.close != 0;
 }
 
+/// Up by that share of the distance to the interval's smallest delay.
+void raiseBy(packet::Floor& floor, double share)
+{
+    floor.minMin = packet::moved(floor.minMin, packet::difference(floor.min, floor.minMin) * share);
+}
+
 /// A floor that no packet came near to moves up, faster the longer that lasts.
 void raiseFloor(packet::Floor& floor, double& gain)
 {
@@ -193,7 +205,7 @@ void raiseFloor(packet::Floor& floor, double& gain)
         gain = 0.0;
         return;
     }
-    floor.minMin += (floor.min - floor.minMin) * (gain + 0.2);
+    raiseBy(floor, gain + 0.2);
     gain = 0.4;
 }
 
@@ -204,9 +216,9 @@ void moveFloors(packet::TimeFilter& f, const Packet& p)
         raiseFloor(f.up, f.floorGain43);
         return;
     }
-    f.down.minMin = packet::delay21(f.syncPacket) - p.profile.delayMargin;
-    f.up.minMin = -packet::delay43(f.syncPacket) - p.profile.delayMargin;
-    if (f.roundTrip.close == 0) f.roundTrip.minMin += (f.roundTrip.min - f.roundTrip.minMin) * 0.8;
+    f.down.minMin = packet::moved(packet::delay21(f.syncPacket), -p.profile.delayMargin);
+    f.up.minMin = packet::moved(uplink(f.syncPacket), -p.profile.delayMargin);
+    if (f.roundTrip.close == 0) raiseBy(f.roundTrip, 0.8);
 }
 
 void clearInterval(packet::TimeFilter& f)
@@ -271,19 +283,19 @@ double takeNoise(packet::TimeFilter& f, double& asymmetry)
     return std::max((f.syncVarLong.var + f.delayVarLong.var) * 0.25, R_MIN);
 }
 
-/// Nanoseconds to a count, held within its range.
-i64 toCount(double ns)
+/// Seconds to ns, held within the count's range.
+i64 nanosecondsOf(double whole, double rest)
 {
-    constexpr double LIMIT = 9.2e18;
-    return std::llround(std::clamp(ns, -LIMIT, LIMIT));
+    constexpr double LIMIT_s = 9.2e9;
+    return static_cast<i64>(std::clamp(whole, -LIMIT_s, LIMIT_s)) * 1'000'000'000 + std::llround(rest * 1e9);
 }
 
 void tellPacketSync(const packet::TimeFilter& f)
 {
     const TimePair delta0 = KvdLoz6TuReg_getOffset();
-    const i64 offset_ns = toCount(delta0.c * 1e9 + delta0.f * 1e9);
+    const i64 offset_ns = nanosecondsOf(delta0.c, delta0.f);
     const i64 offsetFromMaster = static_cast<i64>(static_cast<u64>(offset_ns) << 16);
-    const i64 meanPathDelay = toCount(packet::meanPathDelay(f.syncPacket, f.delayPacket) * 1e9);
+    const i64 meanPathDelay = nanosecondsOf(0.0, packet::meanPathDelay(f.syncPacket, f.delayPacket));
     KVD_TRACE(TRACE_PTPTIME_REF, TRACE_3,
               "Send TUPKTSYNC_REG_IND: offsetFromMaster = %lld, meanPathDelay = %lld",
               static_cast<long long>(offsetFromMaster), static_cast<long long>(meanPathDelay));
@@ -372,7 +384,7 @@ void KvdLoz6TuReg_onPktTimeRefInit()
     f.delayVar = {};
     packet::startLong(f.syncVarLong);
     packet::startLong(f.delayVarLong);
-    f.prevZ21 = f.prevZ43 = 0.0;
+    f.prevZ21 = f.prevZ43 = {0.0, 0.0};
     f.jumpCount21 = f.jumpCount43 = 0;
     f.stdDev21 = f.stdDev43 = 0.0;
     f.mask = KvdLoz6TuReg_openMtieMask();

@@ -34,7 +34,6 @@ u32 timerOf(SIGSELECT sigNo)
 
 void onExpiry(u32 which)
 {
-    state().timers[which].timer = 0;
     KVD_TRACE(TRACE_PTPTIME_REF, TRACE_INFO, "PTP time sync ref %s PDV timer timeout",
               ROWS[which].name);
     if (which != packet::NOT_RELIABLE_TIMER) return packet::needs().setRefState(KVD_TUIIF_REF_DEGRADED);
@@ -68,28 +67,24 @@ void onPktTimeProfileChange(const ProfileChangeInd* ind)
 bool packet::startPdvTimer(u32 which)
 {
     RunningTimer& t = state().timers[which];
-    if (t.timer != 0) return false;
+    if (t.timer.runs()) return false;
     t.owner = ose::current_process();
-    t.timer = ose::request_tmo(ROWS[which].time_ms, ROWS[which].sigNo);
-    return t.timer != 0;
+    return KvdTimer_start(t.timer, ROWS[which].time_ms, ROWS[which].sigNo);
 }
 
 void packet::stopPdvTimer(u32 which)
 {
     RunningTimer& t = state().timers[which];
-    if (t.timer == 0) return;
+    if (!t.timer.runs()) return;
     if (t.owner != ose::current_process()) {
         KVD_TRACE(TRACE_PTPTIME_REF, TRACE_ERROR,
                   "Check: Cancelling %s PDV timer requested by other process", ROWS[which].name);
         return;
     }
-    Signal* sig = ose::cancel_tmo_sig(&t.timer);
-    t.timer = 0;
-    if (sig != nullptr) ose::free_buf(&sig);
-    else                ++t.stale;
+    KvdTimer_cancel(t.timer);
 }
 
-bool packet::pdvTimerRuns(u32 which) { return state().timers[which].timer != 0; }
+bool packet::pdvTimerRuns(u32 which) { return state().timers[which].timer.runs(); }
 
 int KvdLoz6TuReg_packetDispatch(Signal* sig)
 {
@@ -99,8 +94,8 @@ int KvdLoz6TuReg_packetDispatch(Signal* sig)
     }
     const u32 which = timerOf(sig->sigNo);
     if (which == packet::PDV_TIMERS) return 0;
-    packet::RunningTimer& t = state().timers[which];
-    if (t.stale > 0)                       --t.stale;
-    else if (packet::pdvTimerRuns(which)) onExpiry(which);
+    KvdTimer& timer = state().timers[which].timer;
+    const bool runs = timer.runs();
+    if (KvdTimer_expired(timer) && runs) onExpiry(which);
     return 1;
 }

@@ -45,7 +45,7 @@ bool varianceJumpCheck(SecondDifference& v, double* ratio)
     if (mean == 0.0) return false;
     const double change = std::log10(v.var / mean);
     if (!(change > 4.0 || change < -1.0)) return false;
-    KVD_TRACE(TRACE_PTPTIME_REF, TRACE_INFO, "Major change in variance, %f", change);
+    KVD_TRACE(TRACE_PTPTIME_REF, TRACE_3, "Major change in variance, %f", change);
     if (ratio != nullptr) *ratio = change;
     v.idx = 0;
     v.full = 0;
@@ -63,17 +63,20 @@ void startLong(SecondDifference& v)
 
 namespace {
 
-void take(RunningVariance::Accumulator& a, double x)
+void take(RunningVariance::Accumulator& a, TimePair x)
 {
-    const double before = a.mean;
-    ++a.n;
-    a.mean += (x - a.mean) / static_cast<double>(a.n);
-    a.sum += (x - before) * (x - a.mean);
+    if (++a.n == 1) {
+        a.mean = x;
+        return;
+    }
+    const double fromBefore = difference(x, a.mean);
+    a.mean = moved(a.mean, fromBefore / static_cast<double>(a.n));
+    a.sum += fromBefore * difference(x, a.mean);
 }
 
 }  // namespace
 
-const double* runningVariance(RunningVariance* v, double x)
+const double* runningVariance(RunningVariance* v, TimePair x)
 {
     if (v == nullptr) {
         KVD_TRACE(TRACE_PTPTIME_REF, TRACE_ERROR, "Check: handle is NULL pointer");

@@ -44,24 +44,24 @@ double frequencyEntry(packet::SupervisionRecord& r, u32 interval, u32 window)
         r.phaseJumpFlag = 0;
         return packet::MARK_PHASE_JUMP;
     }
-    const double deviation = (r.minCurr - r.minPrev) / interval;
+    const double deviation = packet::difference(r.minCurr, r.minPrev) / interval;
     KVD_TRACE(TRACE_TUREG, TRACE_3, "freq_dev %s", TuCommon_text(deviation));
     return deviation;
 }
 
 /// The minimum of a window of `window` samples stands for the phase of its interval: packets come
 /// late, never early.
-void takeMinimum(packet::SupervisionRecord& r, u32 interval, u32 window, double phase)
+void takeMinimum(packet::SupervisionRecord& r, u32 interval, u32 window, TimePair phase)
 {
     constexpr u32 OPENS_AT = 5;
     const u32 c = r.currMeas;
     if (r.minCount == 0 && c != OPENS_AT && (c + OPENS_AT) % interval != 0) return;
     if (r.minCount < window) {
-        r.minCurr = std::min(r.minCurr, phase);
+        if (packet::isBelow(phase, r.minCurr)) r.minCurr = phase;
         ++r.minCount;
         return;
     }
-    if (r.minPrev != 0.0) {
+    if (packet::isPhase(r.minPrev)) {
         r.freqDev[r.freqInterval] = frequencyEntry(r, interval, window);
         r.freqInterval = static_cast<u8>((r.freqInterval + 1) % packet::FREQ_RING);
     }
@@ -77,16 +77,17 @@ bool phaseDeviation(const packet::SupervisionRecord& r, u32 count, double& std_m
         return r.phaseWindow[(r.windowIdx + 2 * packet::PHASE_WINDOW - 1 - back) %
                              packet::PHASE_WINDOW];
     };
+    const auto fromNewest = [&phase](u32 back) { return packet::difference(phase(back), phase(0)); };
     double sum = 0.0, first = 0.0, squares = 0.0;
     for (u32 i = 0; i < count; ++i) {
-        if (phase(i) == 0.0) return false;
-        sum += phase(i);
+        if (!packet::isPhase(phase(i))) return false;
+        sum += fromNewest(i);
     }
     const double mean = sum / count;
-    for (u32 i = 0; i < count; ++i) first += (phase(i) - mean) * 1000.0;
+    for (u32 i = 0; i < count; ++i) first += (fromNewest(i) - mean) * 1000.0;
     first /= count;
     for (u32 i = 0; i < count; ++i) {
-        const double e = (phase(i) - mean) * 1000.0 - first;
+        const double e = (fromNewest(i) - mean) * 1000.0 - first;
         squares += e * e;
     }
     std_ms = std::sqrt(squares / count);
@@ -99,7 +100,7 @@ void appendPdv(packet::SupervisionRecord& r, double entry)
     r.pdvInterval = static_cast<u8>((r.pdvInterval + 1) % packet::PDV_RING);
 }
 
-void takePdv(packet::SupervisionRecord& r, u32 z_i, double phase)
+void takePdv(packet::SupervisionRecord& r, u32 z_i, TimePair phase)
 {
     u32 n = packet::PHASE_WINDOW;
     if (state().highPdvCounter > packet::HIGH_PDV_SAMPLES) {
@@ -154,11 +155,16 @@ void markPacketJump(packet::SupervisionRecord& r)
 
 void KvdLoz6TuReg_frequencySupervision(u32 interval, u32 window, double phase)
 {
+    KvdLoz6TuReg_frequencySupervision(interval, window, TimePair{0.0, phase});
+}
+
+void KvdLoz6TuReg_frequencySupervision(u32 interval, u32 window, TimePair phase)
+{
     packet::SupervisionRecord& r = state().supervision;
-    const bool stepped =
-        r.lastPhase != 0.0 && std::fabs(phase - r.lastPhase) > interval * STEP_RATE;
+    const double now = phase.c + phase.f;
+    const bool stepped = r.lastPhase != 0.0 && std::fabs(now - r.lastPhase) > interval * STEP_RATE;
     ++r.currMeas;
-    r.lastPhase = phase;
+    r.lastPhase = now;
     if (stepped) return;
     takeMinimum(r, interval, window, phase);
     const u32 z_i = selectedIndex();
@@ -186,7 +192,7 @@ void KvdLoz6TuReg_supervisionRestart()
     constexpr u16 NTP_INTERVAL = 720, OTHER_INTERVAL = 360;
     r.intervalSize = z_i == Z_NTP_REF ? NTP_INTERVAL : OTHER_INTERVAL;
     if (z_i == Z_NTP_REF) {
-        r.phaseWindow.fill(0.0);
+        r.phaseWindow.fill(packet::NO_PHASE);
         r.jumpFlags.fill(0);
         r.windowIdx = 0;
         r.consecJumps = 0;
@@ -200,7 +206,7 @@ void KvdLoz6TuReg_supervisionRestart()
     r.totalJumps = 0;
     r.pdvStopped = 0;
     r.currMeas = 0;
-    r.minPrev = 0.0;
+    r.minPrev = packet::NO_PHASE;
     r.lastPhase = 0.0;
     r.minCount = 0;
     r.phaseJumpFlag = 0;

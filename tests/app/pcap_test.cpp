@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <numeric>
 
 namespace {
@@ -128,11 +129,13 @@ Bytes message(u8 type, u16 length, u8 domain, u16 sequence, u8 version = 2)
     return m;
 }
 
-Bytes frameOf(const Bytes& m, bool isTagged = false, bool isLocal = false)
+/// With `tags` VLAN tags, or behind what is given between addresses and EtherType.
+Bytes frameOf(const Bytes& m, int tags = 0, bool isLocal = false, const Bytes& between = {})
 {
     Bytes f = isLocal ? Bytes{1, 0x80, 0xC2, 0, 0, 0x0E} : Bytes{1, 0x1B, 0x19, 0, 0, 0};
     f.insert(f.end(), {2, 0, 0, 0, 0, 9});
-    if (isTagged) f.insert(f.end(), {0x81, 0, 0x20, 0});
+    f.insert(f.end(), between.begin(), between.end());
+    for (int i = 0; i < tags; ++i) f.insert(f.end(), {0x81, 0, 0x20, 0});
     f.insert(f.end(), {0x88, 0xF7});
     f.insert(f.end(), m.begin(), m.end());
     return f;
@@ -154,13 +157,13 @@ TEST(PcapBench, TellsWhatBecameOfEachMessage)
     const Case cases[] = {
         {frameOf(sync), "Sync", PcapVerdict::Refused, "Sync received from unknown clock"},
         {frameOf(message(11, 64, 0, 1)), "Announce", PcapVerdict::Waits, "its sender isn't followed (yet)"},
-        {frameOf(message(11, 64, 0, 2), true), "Announce", PcapVerdict::Waits, "isn't followed (yet)"},
+        {frameOf(message(11, 64, 0, 2), 1), "Announce", PcapVerdict::Waits, "isn't followed (yet)"},
         {frameOf(message(11, 64, 0, 3)), "Announce", PcapVerdict::Taken, ""},
         {frameOf(message(0, 44, 0, 2)), "Sync", PcapVerdict::Taken, ""},
         {frameOf(message(0, 44, 0, 3, 1)), "PTP version 1", PcapVerdict::Refused, "Nonconformant PTP"},
         {frameOf(message(9, 44, 0, 4)), "Delay_Resp", PcapVerdict::Refused, "in too short frame"},
         {frameOf(message(1, 44, 0, 4)), "Delay_Req", PcapVerdict::Ignored, "nothing that a slave reads"},
-        {frameOf(message(2, 54, 0, 4), false, true), "Pdelay_Req", PcapVerdict::NotHanded,
+        {frameOf(message(2, 54, 0, 4), 0, true), "Pdelay_Req", PcapVerdict::NotHanded,
          "no reference of its group"},
         {frameOf({0, 2, 0, 44, 0}), "too short", PcapVerdict::Refused, "not even enough"},
         {datagramOf(message(11, 64, 0, 1), 5, 320), "Announce", PcapVerdict::Taken, ""},
@@ -190,6 +193,78 @@ TEST(PcapBench, TellsWhatBecameOfEachMessage)
     ASSERT_EQ(r.references.size(), 2u);
     EXPECT_EQ(r.references[0].portState, "SLAVE");
     EXPECT_EQ(r.masters.size(), 2u);
+}
+
+TEST(PcapFile, FindsPtpBehindTagsAndLabelsAndSaysWhatTheyAre)
+{
+    const Bytes announce = message(11, 64, 24, 1);
+    // Two labels, control word, an Ethernet frame in it: its addresses, then the tags and EtherType of frameOf.
+    Bytes wire{0x88, 0x47, 0, 0x01, 0, 64, 0, 0x02, 0x01, 64, 0, 0, 0, 0};
+    wire.insert(wire.end(), 12, 5);
+    Bytes ipUnderMpls = datagramOf(announce, 5, 320);
+    const Bytes label{0x88, 0x48, 0, 0x01, 0x01, 64};
+    ipUnderMpls.erase(ipUnderMpls.begin() + 12, ipUnderMpls.begin() + 14);
+    ipUnderMpls.insert(ipUnderMpls.begin() + 12, label.begin(), label.end());
+    struct Case { Bytes frame; const char* behind; };
+    const Case cases[] = {
+        {frameOf(announce), ""},
+        {frameOf(announce, 1), ""},
+        {frameOf(announce, 2), "2 VLAN tags"},
+        {frameOf(announce, 3), "3 VLAN tags"},
+        {frameOf(announce, 4), "4 VLAN tags"},
+        {frameOf(announce, 1, false, {0x88, 0xA8, 0, 7}), "2 VLAN tags"},
+        {frameOf(announce, 0, false, {0x88, 0xA8, 0, 7}), "a tag of 802.1ad"},
+        {frameOf(announce, 0, false, wire), "MPLS"},
+        {frameOf(announce, 2, false, wire), "2 VLAN tags and MPLS"},
+        {ipUnderMpls, "MPLS"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.behind);
+        const u32 length = static_cast<u32>(c.frame.size());
+        const auto found = app::ptpOf({0, length, c.frame});
+        ASSERT_TRUE(found);
+        EXPECT_EQ(found->behind, c.behind);
+        EXPECT_FALSE(found->isCut);
+        EXPECT_TRUE(std::ranges::equal(found->message(), announce));
+        // Cut anywhere it is told to be, or isn't found any more.
+        for (u32 cut = 0; cut < length; ++cut) {
+            const auto rest = app::ptpOf({0, length, Bytes(c.frame.begin(), c.frame.begin() + cut)});
+            EXPECT_TRUE(!rest || rest->isCut) << cut;
+        }
+    }
+    EXPECT_FALSE(app::ptpOf({0, 18, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 0x88, 0x47, 0, 0, 0, 0}}));
+}
+
+TEST(PcapBench, ReferencesGoToTheMastersThatAnnounceMost)
+{
+    std::vector<app::PcapPacket> capture;
+    const auto add = [&capture](const Bytes& frame, u32 wireLength = 0) {
+        capture.push_back({static_cast<i64>(capture.size()) * 100'000'000, wireLength, frame});
+    };
+    // Nine domains of strangers, each with one Announce that is too short, before the one master.
+    for (u8 domain = 1; domain <= 9; ++domain) add(frameOf(message(11, 60, domain, 1)));
+    for (u16 i = 0; i < 3; ++i) add(frameOf(message(11, 64, 30, i), 0, true));
+    add(frameOf(message(11, 64, 30, 9), 2));
+    add(frameOf(message(11, 64, 30, 9), 0, false, {0x88, 0x47, 0, 1, 1, 9, 0, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9,
+                                                   10, 11, 12}));
+    const Bytes whole = frameOf(message(11, 64, 30, 9), 0, true);
+    add(Bytes(whole.begin(), whole.begin() + 60), static_cast<u32>(whole.size()));
+    app::PcapBench unit(capture);
+    const app::PcapResult r = unit.run();
+    EXPECT_EQ(r.other, 0u);
+    EXPECT_EQ(r.leftOut, 2u);
+    ASSERT_FALSE(r.references.empty());
+    EXPECT_EQ(r.references[0].what, "L2 domain 30");
+    EXPECT_NE(r.references[0].parent, "none");
+    EXPECT_EQ(r.reasons.at("behind 2 VLAN tags, where a unit doesn't look"), 1u);
+    EXPECT_EQ(r.reasons.at("behind MPLS, where a unit doesn't look"), 1u);
+    EXPECT_EQ(r.reasons.at("the recorder cut it"), 1u);
+    // A stranger's refused Announce is one.
+    const auto any = std::find_if(r.masters.begin(), r.masters.end(),
+                                  [](const auto& m) { return m.second.refusedAnnounces > 0; });
+    ASSERT_NE(any, r.masters.end());
+    EXPECT_EQ(any->second.announces, 1u);
+    EXPECT_FALSE(any->second.isRead);
 }
 
 /// Of the captures, as counted by other means: messages, and those a slave of that master takes.

@@ -341,24 +341,85 @@ TEST(PacketGroups, OneRequestIsOutAtATime)
     EXPECT_EQ(cfi.received(CFI_JOIN_MULTICAST_REQ), 3u);
 }
 
-TEST(PacketGroups, ARefusedJoinLeavesTheReferenceWaiting)
+TEST(PacketProcess, FollowsAMainProcessorThatDiedBeforeItsFirstConfirmation)
+{
+    PacketUnit u;
+    auto& mp = u.node.mainProcessor();
+    mp.config.packetRefs = {ethernetRef(1, 1)};
+    mp.setAnswer(sim::Answer::Silent);
+    u.on(5);
+    mp.die();
+    u.run(1);
+    mp.setAnswer(sim::Answer::Accept);
+    mp.start();
+    u.run(5);
+    EXPECT_EQ(u.control(), u32{READY});
+    EXPECT_TRUE(u.created(1, 4));
+}
+
+TEST(PacketGroups, ARefusedJoinFailsTheReferenceAndTheNextAsksAgain)
 {
     PacketUnit u;
     u.on();
-    u.node.cfi().joinResult = 5;
-    u.node.mainProcessor().createPacketRef(ethernetRef(1, 1));
+    auto& mp = u.node.mainProcessor();
+    auto& cfi = u.node.cfi();
+    cfi.joinResult = 5;
+    mp.createPacketRef(ethernetRef(7, 1));
     u.run(1);
     EXPECT_EQ(u.traces("TuPktsync_CFI_client: error result = 5\nin join multicast cfm"), 1u);
     EXPECT_EQ(u.group(0).state, u32{GROUP_JOIN_PENDING});
-    EXPECT_FALSE(u.created(1, 4));
-    u.inject(CfiResultCfm{CFI_JOIN_MULTICAST_CFM, 3, 0, 0}, u.node.cfi().pid());
-    EXPECT_TRUE(u.created(1, 4));
-    u.node.cfi().leaveResult = 6;
-    u.node.mainProcessor().deletePacketRef(1, 4);
+    EXPECT_EQ(u.told(KVD_TUIIF_CREATE_PKT_REF_RO_CFM), 1u);
+    EXPECT_FALSE(u.created(7, 4));
+    EXPECT_TRUE(u.node.pktsyncDrv().syncrefs().empty());
+    u.inject(CfiResultCfm{CFI_JOIN_MULTICAST_CFM, 3, 0, 0}, cfi.pid());   // of no request
+    EXPECT_EQ(u.group(0).state, u32{GROUP_JOIN_PENDING});
+    // An audit ends, with what failed in its result.
+    u.node.pktsyncDrv().die();
+    u.run(1);
+    u.node.pktsyncDrv().start();
+    u.run(1);
+    EXPECT_EQ(u.control(), u32{READY});
+    EXPECT_FALSE(u.created(7, 4));
+    cfi.joinResult = 0;
+    mp.createPacketRef(ethernetRef(7, 1));
+    u.run(1);
+    EXPECT_TRUE(u.created(7, 4));
+    // A leave that is refused holds nobody up either.
+    cfi.leaveResult = 6;
+    mp.deletePacketRef(7, 4);
     u.run(1);
     EXPECT_EQ(u.traces("TuPktsync_CFI_client: error result = 6\nin leave multicast cfm"), 1u);
     EXPECT_EQ(u.group(0).state, u32{GROUP_LEAVE_PENDING});
-    EXPECT_EQ(u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM), 0u);
+    EXPECT_EQ(u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM), 1u);
+    mp.createPacketRef(ethernetRef(8, 2));
+    u.run(1);
+    EXPECT_TRUE(u.created(8, 4));
+    EXPECT_EQ(u.group(0).state, u32{GROUP_JOINED});
+}
+
+TEST(PacketDriver, KnowsAReferenceByItsFroIdAndItsServer)
+{
+    PacketUnit u;
+    u.on();
+    auto& mp = u.node.mainProcessor();
+    const auto driver = [&u] { return u.node.pktsyncDrv().syncrefs(); };
+    u.node.packetPort().config.address = {4, {192, 168, 0, 1}};
+    mp.createPacketRef(ethernetRef(7, 1));
+    mp.createPacketRef(unicastRef(7));               // of the other class: another reference
+    u.run(0.5);
+    ASSERT_TRUE(u.created(7, 4) && u.created(7, 5));
+    ASSERT_TRUE(driver().contains({7, 0}) && driver().contains({7, 1}));
+    sim::MpPacketRef other = unicastRef(7, {192, 168, 0, 77});
+    mp.setPacketRef(other);
+    u.run(0.5);
+    EXPECT_EQ(driver().at({7, 1}).serverIpAddress[7], 77);
+    mp.deletePacketRef(7, 4);
+    u.run(0.5);
+    EXPECT_EQ(u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM), 1u);
+    EXPECT_FALSE(driver().contains({7, 0}));
+    ASSERT_TRUE(driver().contains({7, 1}));          // it goes on to be stamped
+    u.inject(PktsyncDrvCfm{PKTSYNCDRV_SETSYNCREF_CFM, 9}, u.node.pktsyncDrv().pid());
+    EXPECT_EQ(u.traces("PKTSYNCDRV_SETSYNCREF_CFM for froId 9, which nobody waits for"), 1u);
 }
 
 // ---- sockets --------------------------------------------------------------------------------------
@@ -555,6 +616,8 @@ TEST(PacketSockets, EachDatagramGivesItsCreditBack)
         u.node.traces().clear();
         u.inject(d);
         EXPECT_EQ(u.traces(c.text), 1u);
+        // Without a sender it isn't taken for a frame.
+        EXPECT_EQ(u.traces("PTP message received for unknown domainId"), 0u);
         EXPECT_EQ(u.node.ipsocki().credit(), credit + ++given);
     }
     u.node.ipsocki().die();

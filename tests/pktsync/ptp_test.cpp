@@ -79,6 +79,66 @@ TEST(PtpMessage, ThatCantBeUsedChangesNothingAndTheNextIsTaken)
     });
 }
 
+TEST(PtpTimescale, ThatIsntTaiIsToldOnceAndAFaultUnderIeee1588J3)
+{
+    struct Case { u8 profile; u32 faults; };
+    for (const Case& c : {Case{IEEE_1588_J3, FAULT_CLOCK_CLASS}, Case{ITU_T_G_8275_1, 0}}) {
+        SCOPED_TRACE(c.profile);
+        IdleNode b;
+        b.in([&c] {
+            node::traceAttachProcess();
+            ptpBegin();
+            PtpClockSetup setup = timeClock();
+            setup.ptpProfile = c.profile;
+            ASSERT_EQ(TuPktsync_new_ptp_clock(setup), 1u);
+            const auto hear = [](u8 flags) {
+                std::vector<u8> message = bytesOf(ANNOUNCE);
+                message[7] = flags;
+                receive(message);
+                return ptpClockOf(0)->fault_flags & FAULT_CLOCK_CLASS;
+            };
+            constexpr u8 TRACEABLE = PTP_TIME_TRACEABLE | PTP_FREQUENCY_TRACEABLE;
+            for (u32 i = 0; i < 4; ++i) hear(TRACEABLE);
+            EXPECT_EQ(hear(TRACEABLE), c.faults);
+            EXPECT_EQ(hear(TRACEABLE | PTP_TIMESCALE), 0u);
+            EXPECT_EQ(hear(TRACEABLE), c.faults);
+            TuPktsync_delete_ptp_clock(0);
+        });
+        EXPECT_EQ(b.node.traces().count({"has no ptpTimescale: its time isn't TAI"}), 2u);
+        EXPECT_EQ(b.node.traces().count({"has ptpTimescale now"}), 1u);
+    }
+}
+
+TEST(PtpForeignMaster, IsForgottenWhenItsSilenceSpansTheTurnOfTheTicks)
+{
+    IdleNode b;
+    b.world.runFor(ose::MS * (0x1'0000'0000 - 6'000));       // 49.7 days less 6 s
+    b.in([] {
+        ptpBegin();
+        ASSERT_EQ(TuPktsync_new_ptp_clock(timeClock()), 1u);
+        const auto serveFor = [](u32 ms) {
+            const u32 begin = ptpNow_ms();
+            for (u32 past = 0; past < ms; past = ptpNow_ms() - begin) {
+                Signal* sig = ose::receive_w_tmo(ms - past, ose::ANY_SIGNAL);
+                if (sig == nullptr) continue;
+                const auto* tmo = as<TuPktsyncTmoInd>(sig);
+                TuPktsync_PTP_TmoSig(tmo->syncrefId, tmo->timerId, tmo->index);
+                ose::free_buf(&sig);
+            }
+        };
+        for (u32 i = 0; i < 5; ++i) {
+            receive(bytesOf(ANNOUNCE));
+            serveFor(2000);
+        }
+        EXPECT_EQ(ptpClockOf(0)->foreignMasterCount, 1u);
+        EXPECT_EQ(ptpClockOf(0)->portState, UNCALIBRATED);
+        serveFor(20'000);
+        EXPECT_EQ(ptpClockOf(0)->foreignMasterCount, 0u);
+        EXPECT_EQ(ptpClockOf(0)->portState, LISTENING);
+        TuPktsync_delete_ptp_clock(0);
+    });
+}
+
 TEST(PtpTimer, ATimeoutQueuedBeforeARestartDoesntCount)
 {
     IdleNode b;
@@ -91,7 +151,7 @@ TEST(PtpTimer, ATimeoutQueuedBeforeARestartDoesntCount)
         u32 counted = 0, came = 0;
         while (Signal* sig = ose::receive_w_tmo(50, ose::ANY_SIGNAL)) {
             ++came;
-            if (!TuPktsync_timerIsStale(3, PTP_TMO_DELAY, 0)) counted += TuPktsync_timerExpired(timer);
+            counted += TuPktsync_timerExpired(3, PTP_TMO_DELAY, 0) ? 1 : 0;
             ose::free_buf(&sig);
         }
         EXPECT_EQ(came, 2u);

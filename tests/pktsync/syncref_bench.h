@@ -14,7 +14,7 @@ namespace bench {
 using Events = std::vector<std::vector<u32>>;
 /// First word of an event.
 enum Ev : u32 {
-    MC_ADD, MC_REMOVE, SOCKET, SOCKET_GIVEN_BACK, DRV_SET, DRV_DELETE, NEW_CLOCK, DELETE_CLOCK, SELECTED,
+    MC_ADD, MC_REMOVE, SOCKET, SOCKET_GIVEN_BACK, DRV_SET, DRV_CHANGE, DRV_DELETE, NEW_CLOCK, DELETE_CLOCK, SELECTED,
     RESET_CLIENTS, RE_INIT, INIT_READY, SENT,
 };
 
@@ -71,12 +71,17 @@ inline const syncref::Needs& syncrefNeeds()
             return kind == SOCKET_EVENT ? syncrefSeen().eventSocket : syncrefSeen().generalSocket;
         },
         .removeResourceUser = [](i32 resource) { keep({SOCKET_GIVEN_BACK, static_cast<u32>(resource)}); },
-        .setSyncRef = [](u32 id, const PktsyncDrvRef& ref) {
-            keep({DRV_SET, id});
+        .setSyncRef = [](u32, const PktsyncDrvRef& ref) {
+            keep({DRV_SET, ref.syncrefId});
             syncrefSeen().ref = ref;
             return syncrefSeen().driver;
         },
-        .deleteSyncRef = [](u32 id) {
+        .changeSyncRef = [](u32, const PktsyncDrvRef& ref) {
+            keep({DRV_CHANGE, ref.syncrefId});
+            syncrefSeen().ref = ref;
+            return syncrefSeen().driver;
+        },
+        .deleteSyncRef = [](u32, u32 id) {
             keep({DRV_DELETE, id});
             return syncrefSeen().driver;
         },

@@ -83,7 +83,8 @@ TEST(Syncref, AChangeTakesWhatItsKindAllows)
         TuPktsync_SyncrefCtrl_selectionInd(2, 5, PKTSYNC_SELECT);
         syncrefSeen().events.clear();
         give(setReq(change));
-        EXPECT_EQ(events(), (Events{{DELETE_CLOCK, 1},
+        EXPECT_EQ(events(), (Events{{DRV_CHANGE, 1},
+                                    {DELETE_CLOCK, 1},
                                     {NEW_CLOCK, 1, UDP_UC},
                                     {SELECTED, 1, 1},
                                     {SENT, KVD_TUIIF_SET_PKT_REF_RO_CFM, 2, 5}}));
@@ -352,7 +353,13 @@ TEST(Syncref, AnAuditThatEndsWithoutTheMainProcessorIsUndone)
                                     [](const auto& r) { return r.has_value(); }), 1);
             EXPECT_EQ(events().back(),
                       (std::vector<u32>{SENT, KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND, 1, 4, 0}));
+            // A confirmation that comes once more changes nothing, and audits nothing twice.
+            syncrefSeen().events.clear();
+            give(up);
+            EXPECT_EQ(events(), Events{});
+            EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), READY);
         });
+        EXPECT_EQ(b.traced("Call to handle_tuiifUp while tuiif already up."), 1u);
     }
 }
 

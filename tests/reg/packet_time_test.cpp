@@ -11,6 +11,7 @@ using testing::ElementsAre;
 namespace {
 
 constexpr u8 J3 = 0, G82751 = 1;
+constexpr i64 TODAY_s = 1'795'000'000;           // TAI, autumn of 2026
 
 /// Sixteen packets a second on a locked clock without an offset.
 struct Link : PacketBench {
@@ -33,7 +34,8 @@ struct Link : PacketBench {
         ++packets;
         PktTimeMsg m{};
         m.syncIntervalMs = intervalMs;
-        m.T1_s = m.T2_s = m.T3_s = m.T4_s = 1000 + packets / 16;
+        m.T1_s = m.T4_s = TODAY_s + packets / 16;
+        m.T2_s = m.T3_s = 1000 + packets / 16;       // the node counts from its start
         m.T1_ns = m.T3_ns = static_cast<i32>(packets % 16 * 62'500'000);
         m.T2_ns = m.T1_ns + static_cast<i32>(std::lround(down_us * 1000));
         m.T4_ns = m.T3_ns + static_cast<i32>(std::lround(up_us * 1000));
@@ -84,6 +86,18 @@ TEST(PacketTime, AnotherRouteIsTakenAfterASecondOfOutliers)
             EXPECT_EQ(packet::state().filter.jumpCount21, 0);
         });
     }
+}
+
+TEST(PacketTime, TenNanosecondsOfJitterAreTenNanosecondsYearsFromTheMaster)
+{
+    Link link(G82751);
+    for (u32 i = 0; i < 64; ++i) link.send(i % 2 == 0 ? 5.0 : 5.01, i % 2 == 0 ? 5.01 : 5.0);
+    link.inManager([] {
+        EXPECT_NEAR(packet::state().filter.stdDev21, 5e-9, 1e-10);
+        EXPECT_NEAR(packet::state().filter.stdDev43, 5e-9, 1e-10);
+        const packet::Floor& down = packet::state().filter.down;
+        EXPECT_NEAR(packet::difference(packet::delay21(packet::state().filter.syncPacket), down.minMin), 0.0, 1e-7);
+    });
 }
 
 TEST(PacketTime, AnAsymmetryThatIsToldActsAtOnceAboveAHundredNanoseconds)
