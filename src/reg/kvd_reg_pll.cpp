@@ -69,7 +69,7 @@ constexpr pll::Needs NEEDS = {
     .writeHistory = KvdLoz6TuReg_writeHistoryFromPll,
     .retryJump =
         [] {
-            if (KvdLoz6TuReg_jumpState() == JUMP_NEEDED) KvdLoz6TuReg_Jump();
+            if (KvdLoz6TuReg_jumpState() == JUMP_NEEDED && KvdLoz6TuReg_pll_sourceTime()) KvdLoz6TuReg_Jump();
         },
     .forceStatus = KvdLoz6TuIifAdm_setForceSend,
     .lastRegulatorState = KvdLoz6TuIifAdm_reportPllState,
