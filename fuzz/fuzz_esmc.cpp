@@ -94,7 +94,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
         target.frame(bytes, lie != 0 ? lie : static_cast<u32>(bytes.size()));
         const slowpi::State after = target.state();
         require(after.nmbOfFrames == before.nmbOfFrames + 1, "a frame wasn't looked at");
-        require(after.pduMissing.running, "a frame that counts for no life");
+        require(after.pduMissing.timer.runs(), "a frame that counts for no life");
         if (after.nmbOfRejectedFrames != before.nmbOfRejectedFrames)
             require(target.told() == toldBefore && after.SSM == before.SSM,
                     "a rejected frame changed the level");
