@@ -171,7 +171,7 @@ TEST(SoakWatch, KnowsWhichClockStatesFollow)
 TEST(Soak, DrawsScenariosThatCanBeReadWithEveryKindOfReference)
 {
     std::string drawn;
-    for (u64 seed = 1; seed <= 40; ++seed) {
+    for (u64 seed = 1; seed <= 80; ++seed) {
         drawn += app::drawScenario(20.0, seed);
         EXPECT_NO_THROW(sim::readScenarioText(app::drawScenario(20.0, seed), "drawn")) << seed;
     }
