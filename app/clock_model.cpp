@@ -52,7 +52,10 @@ bool hasLoop(const ClockFacts& f)
 
 u8 ownWord(const ClockFacts& f)
 {
+    if (f.regState == PREJUMPSTART || f.regState == PREJUMPHIST) return look(MASTER, f.regState, KVD_TUIIF_UNKNOWN);
     if (!f.master) return look(SLAVE_LOOP, f.slavePllState, look(SLAVE, f.regState, KVD_TUIIF_UNKNOWN));
+    // On its way over a radio link a unit keeps the state that it had.
+    if (f.selected == SOCPRI_REF && f.pllState == PLL_Unlocked) return KVD_TUIIF_UNKNOWN;
     if (hasLoop(f)) return look(LOOP, f.pllState, KVD_TUIIF_UNKNOWN);
     if (f.regState >= SYNCH1 && f.regState <= SYNCH3)
         return f.isRelaxed ? KVD_TUIIF_FREQUENCY_LOCKED : KVD_TUIIF_FREQUENCY_DRIFTING;

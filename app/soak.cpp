@@ -1,5 +1,6 @@
 #include "app/soak.h"
 
+#include "iif/kvd_biraiifadm.h"
 #include "iif/kvd_iifadm.h"
 #include "iif/tuiif_sig.h"
 #include "ref/ref_types.h"
@@ -86,6 +87,7 @@ public:
         if (!sparesReferences(what)) may_.reference_s = t;
         // Another role has other states; an oven that leaves its limits warms up again.
         if (what == "mp.change_master" || what == "temperature.step") watch_.forgetTold();
+        if (what == "temperature.step") ovenMoved_s_ = t, ovenIsOut_ = !ovenIsOut_;
         if (!what.starts_with("board.fault")) return;
         boardFaults_ += isOff ? -1 : 1;
         may_.halting = true;
@@ -140,7 +142,8 @@ private:
         m.refStateTold = mp.status().refState;
         if (!m.runs) return m;
         m.poolUsed = node.program()->poolUsed();
-        struct Seen { u8 clock, selected, degrState; double c, f; u32 jumpState, refState; ClockFacts facts; };
+        struct Seen { u8 clock, selected, degrState; double c, f; u32 jumpState, refState; ClockFacts facts;
+                      bool hasHardware; };
         const Seen seen = node.inProgram([] {
             const TimePair last = KvdLoz6TuReg_getLastTime();
             ClockFacts facts;
@@ -153,8 +156,11 @@ private:
                               KvdLoz6TuIifAdm_holdoverThreshold(HOLDOVER_FREQ) == 0;
             facts.awaitsRadio = KvdLoz6TuIifAdm_socpriMarker() != 0;
             return Seen{KvdLoz6TuIifAdm_radioClockState(), facts.selected, KvdLoz6TuReg_degrState(), last.c, last.f,
-                        KvdLoz6TuReg_jumpState(), KvdLoz6TuIifAdm_tuiifRefState(), facts};
+                        KvdLoz6TuReg_jumpState(), KvdLoz6TuIifAdm_tuiifRefState(), facts,
+                        KvdLoz6BiraIifAdm_hasHwControl() != 0};
         });
+        constexpr double OVEN_SETTLED_s = 600.0;
+        may_.idle = !seen.hasHardware || ovenIsOut_ || t - ovenMoved_s_ < OVEN_SETTLED_s;
         m.facts = seen.facts;
         m.facts.master = !may_.slave;
         m.facts.timeMode = may_.hasTime;
@@ -233,6 +239,8 @@ private:
     std::vector<Violation>& found_;
     SoakWatch watch_;
     Licence may_;
+    bool ovenIsOut_ = false;
+    double ovenMoved_s_ = -1e9;
     int boardFaults_ = 0;
     bool unlocked_ = false;
     double unlockedUntil_s_ = -1e9;

@@ -23,7 +23,7 @@ void Plan::drawRounds()
                      STILL_s = 1800.0;
     for (const Drawn& u : units_) {
         if (u.socpri) orderRadio(u, 900.0);
-        if (u.gps && !u.follows) add(u, FIRST_JUMP_s, "mp.jump");
+        if ((u.gps || u.ptp) && !u.follows) add(u, FIRST_JUMP_s, "mp.jump");
     }
     double at_s = FIRST_QUIET_s;
     while (at_s + SHORTEST_s + QUIET_s < end_s_) {

@@ -100,8 +100,12 @@ void Plan::drawOutput()
     linkType_ = frames ? "hptsi" : "gps_out";
     // Its serial line is the output's: no receiver.
     Drawn& lead = beginUnit(true, "master", 1, frames ? "hptsi_out = true\n" : "gps_out = true\n");
-    addInput(lead, "pps", 6.0);
-    addReference(lead, "pps", "TU_REF", 5, 1);
+    if (frames) {
+        addPacketTime(lead);
+    } else {
+        addInput(lead, "pps", 6.0);
+        addReference(lead, "pps", "TU_REF", 5, 1);
+    }
     Drawn& u = beginUnit(true, "master", 2, "start = \"5m\"\n");
     u.follows = true;
     addReference(u, "lead", frames ? "HPTSI_REF" : "GPSOSL_REF", 0, frames ? 6 : 3);

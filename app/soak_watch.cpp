@@ -74,6 +74,7 @@ void SoakWatch::fail(const Moment& m, const std::string& what)
 void SoakWatch::look(const Moment& m, const Licence& may, std::vector<Violation>& found)
 {
     found_ = &found;
+    if (may.idle) forgetTold();
     if (!any_ || m.starts != before_.starts || m.runs != before_.runs) {
         started_s_ = m.t;
         stateSince_s_ = sampledAt_s_ = m.t;
@@ -166,7 +167,8 @@ void SoakWatch::lookAtSamples(const Moment& m, const Licence& may)
     constexpr double LATEST_s = 30.0;
     constexpr double NONE_YET = -1.0;
     const bool isNew = m.coarse_s != before_.coarse_s || m.fine_s != before_.fine_s;
-    if (isNew || m.coarse_s == NONE_YET || may.refused || may.halting) sampledAt_s_ = m.t;
+    if (isNew || m.coarse_s == NONE_YET || may.refused || may.halting || may.idle)
+        sampledAt_s_ = m.t;
     if (m.t - sampledAt_s_ > LATEST_s)
         fail(m, "the regulator took no sample since " + std::to_string(sampledAt_s_) + " s");
 }
@@ -186,8 +188,9 @@ void SoakWatch::lookAtMemory(const Moment& m)
 void SoakWatch::lookAtModel(const Moment& m, const Licence& may)
 {
     const u8 expected = expectedClock(m.facts);
-    // Without its leader a slave runs free after a minute, whatever the regulator's state.
-    const bool runsFree = may.slave && m.selected == NO_REFERENCE && m.clock == KVD_TUIIF_SLAVE_FREE_RUNNING;
+    // A slave without its leader runs free after a minute whatever the regulator's state, and until it is locked again.
+    const bool runsFree = may.slave && m.clock == KVD_TUIIF_SLAVE_FREE_RUNNING &&
+                          (m.selected == NO_REFERENCE || m.facts.slavePllState != SLAVE_PLL_Locked);
     const bool isOfOtherRule = m.clock == SOCPRI_STARTING || m.clock == KVD_TUIIF_FAILURE || runsFree ||
                                expected == UNKNOWN;
     const bool isWrong = !may.refused && m.connected && !isOfOtherRule && m.clock != expected;
