@@ -7,6 +7,10 @@
 
 #include <benchmark/benchmark.h>
 
+#include <memory>
+#include <string>
+#include <vector>
+
 namespace {
 
 /// A reference whose edges come as often as one likes.
@@ -20,15 +24,15 @@ private:
     ose::Time period_;
 };
 
-/// A unit locked to an external 1PPS.
-struct LockedUnit {
-    ose::World world{1};
+/// A unit that follows an external 1PPS.
+struct PpsUnit {
     sim::Node node;
     sim::LineSource pps;
 
-    static sim::NodeConfig config()
+    static sim::NodeConfig config(const std::string& name)
     {
         sim::NodeConfig c;
+        c.name = name;
         c.board.oscillator.offset_ppb = 5.0;
         c.board.oscillator.noise.white = 2e-12;
         c.board.oscillator.noise.flicker = 3e-12;
@@ -46,14 +50,38 @@ struct LockedUnit {
         c.noise.white_s = 5e-9;
         return c;
     }
-    LockedUnit() : node(world, config()), pps(world, line(), sim::PPS_RATE_Hz, 1, "pps")
+    explicit PpsUnit(ose::World& world, const std::string& name = "tu")
+        : node(world, config(name)), pps(world, line(), sim::PPS_RATE_Hz, 1, name + "-pps")
     {
         node.board().connect(sim::ReferenceInput::Pps, &pps);
         node.traces().setCapacity(0);
         node.powerOn();
-        world.runFor(1200 * ose::SEC);
     }
 };
+
+/// One that is locked.
+struct LockedUnit {
+    ose::World world{1};
+    PpsUnit unit{world};
+    sim::Node& node = unit.node;
+    LockedUnit() { world.runFor(1200 * ose::SEC); }
+};
+
+/// So many units in one world, the power switched on together.
+void BM_Units(benchmark::State& state)
+{
+    ose::World world(1);
+    std::vector<std::unique_ptr<PpsUnit>> units;
+    for (i64 i = 0; i < state.range(0); ++i)
+        units.push_back(std::make_unique<PpsUnit>(world, "tu" + std::to_string(i)));
+    world.runFor(1200 * ose::SEC);
+    constexpr i64 STRETCH_s = 100;
+    for (auto _ : state) world.runFor(STRETCH_s * ose::SEC);
+    state.counters["virtual_s_per_s"] =
+        benchmark::Counter(static_cast<double>(state.iterations() * STRETCH_s), benchmark::Counter::kIsRate);
+}
+BENCHMARK(BM_Units)->Arg(1)->Arg(2)->Arg(4)->Arg(8)->Arg(16)->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime();
 
 void BM_LockedUnit(benchmark::State& state)
 {
@@ -64,7 +92,7 @@ void BM_LockedUnit(benchmark::State& state)
     state.counters["virtual_s_per_s"] =
         benchmark::Counter(static_cast<double>(state.iterations() * STRETCH_s), benchmark::Counter::kIsRate);
 }
-BENCHMARK(BM_LockedUnit)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(BM_LockedUnit)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
 
 void BM_EdgeFromLatchToDivider(benchmark::State& state)
 {

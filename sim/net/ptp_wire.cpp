@@ -134,7 +134,9 @@ std::optional<Message> refuse(std::string* why, const char* reason)
 
 std::vector<u8> write(const Message& m)
 {
+    constexpr std::size_t USUAL = 128;   // all but the longest management messages
     std::vector<u8> out;
+    out.reserve(USUAL);
     Writer w{out};
     w.u(static_cast<u8>(m.transport << 4 | m.type), 1);
     w.u(m.version, 1);
@@ -197,7 +199,10 @@ std::optional<Message> read(const u8* octets, std::size_t count, std::string* wh
 std::vector<u8> frame(const std::array<u8, 6>& to, const std::array<u8, 6>& from, u8 priority,
                       const std::vector<u8>& message)
 {
-    std::vector<u8> out(to.begin(), to.end());
+    constexpr std::size_t LONGEST_HEADER = 18;   // with a tag
+    std::vector<u8> out;
+    out.reserve(LONGEST_HEADER + message.size());
+    out.insert(out.end(), to.begin(), to.end());
     out.insert(out.end(), from.begin(), from.end());
     Writer w{out};
     if (priority != 0) {

@@ -2,6 +2,8 @@
 #pragma once
 #include "ose/world.h"
 
+#include <algorithm>
+
 namespace ose {
 
 enum class EventKind : u8 { Action, Timer, Wait, Period };
@@ -16,7 +18,7 @@ struct Event {
     bool queued() const { return position != NOT_QUEUED; }
 };
 
-/// A binary heap that events can leave from the middle.
+/// A heap of four children a node, flatter than one of two, that events can leave from the middle.
 class EventQueue {
 public:
     EventQueue() { heap_.reserve(512); }
@@ -43,11 +45,12 @@ public:
         const Entry moved = heap_.back();
         heap_.pop_back();
         if (hole == heap_.size()) return;
-        if (hole > 0 && moved < heap_[(hole - 1) / 2]) up(hole, moved);
+        if (hole > 0 && moved < heap_[(hole - 1) / CHILDREN]) up(hole, moved);
         else down(hole, moved);
     }
 
 private:
+    static constexpr u32 CHILDREN = 4;
     struct Entry {
         Time due;
         u64 request;
@@ -64,9 +67,9 @@ private:
     }
     void up(u32 at, const Entry entry)
     {
-        while (at > 0 && entry < heap_[(at - 1) / 2]) {
-            put(at, heap_[(at - 1) / 2]);
-            at = (at - 1) / 2;
+        while (at > 0 && entry < heap_[(at - 1) / CHILDREN]) {
+            put(at, heap_[(at - 1) / CHILDREN]);
+            at = (at - 1) / CHILDREN;
         }
         put(at, entry);
     }
@@ -74,9 +77,11 @@ private:
     {
         const u32 size = static_cast<u32>(heap_.size());
         for (;;) {
-            u32 child = 2 * at + 1;
-            if (child >= size) break;
-            if (child + 1 < size && heap_[child + 1] < heap_[child]) ++child;
+            const u32 first = CHILDREN * at + 1;
+            if (first >= size) break;
+            u32 child = first;
+            for (u32 other = first + 1; other < std::min(first + CHILDREN, size); ++other)
+                if (heap_[other] < heap_[child]) child = other;
             if (!(heap_[child] < entry)) break;
             put(at, heap_[child]);
             at = child;

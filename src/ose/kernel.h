@@ -68,6 +68,7 @@ struct Process {
     Process* nextReady = nullptr;
     Process* prevReady = nullptr;
     Stack* stack = nullptr;             // from its start on, when prioritised
+    u32 timers = 0;                     // that run
     const void* frame = nullptr;        // stack depth of the kernel call that it waits in
     std::vector<Proxy*> proxies;        // its stand-ins in other systems
 
@@ -102,7 +103,7 @@ extern constinit thread_local Here here;
 struct Action {
     Event event;
     u32 generation = 1;
-    std::function<void()> run;
+    Work run;
 };
 
 enum class Step : u8 {
@@ -188,12 +189,12 @@ struct WorldImpl {
     void note(const Process& p);
     void countSpin();
     void countCall(Process& self);
-    template <typename Work>
-    void guarded(const Work& work);
+    template <typename Call>
+    void guarded(Call&& work);
     void spinReport();
 
     // world.cpp
-    EventId at(Time when, std::function<void()> action);
+    EventId at(Time when, Work&& action);
     int cancel(EventId& id);
     void misuse(Misuse m);
     /// That long from now; never, when the world doesn't last so long.
@@ -295,6 +296,7 @@ struct System::Impl {
     // supervision.cpp
     PROCESS lookUp(const std::string& processName);
     void answerHunts();                              // those that can be answered by now
+    void answerHunts(const std::string& processName);   // that may be for a process of that name
     Proxy& proxyFor(Process& remote);
     void tellAttached(PROCESS pid);
     void tell(const Attachment& a);

@@ -18,9 +18,9 @@ bool leaked(const Process& p, const Buffer& b)
 }
 
 /// Hunts anywhere in the world may wait for a process that is there now.
-void answerAllHunts(WorldImpl& w)
+void answerAllHunts(WorldImpl& w, const std::string& name)
 {
-    for (const std::unique_ptr<System>& system : w.systems) system->impl().answerHunts();
+    for (const std::unique_ptr<System>& system : w.systems) system->impl().answerHunts(name);
 }
 
 }  // namespace
@@ -90,7 +90,7 @@ Process& System::Impl::create(BlockImpl* block, u32 kind, std::string processNam
     p->pid = newSlot(SlotKind::Process, p);
     processes.push_back(p);
     if (block != nullptr) ++block->processes;
-    answerAllHunts(w);
+    answerAllHunts(w, p->name);
     return *p;
 }
 
@@ -162,7 +162,7 @@ void WorldImpl::kill(Process& p)
 void WorldImpl::dispose(Process& p)
 {
     SystemImpl& s = *p.system;
-    s.dropTimers(p);
+    if (p.timers > 0) s.dropTimers(p);
     s.forgetSupervision(p);
     BlockImpl* const block = p.block;
     const bool report = block != nullptr && !block->ended && (block->unloading || p.returned || p.endedByProgram);

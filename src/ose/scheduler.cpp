@@ -260,8 +260,8 @@ void WorldImpl::runInterrupt(Process& p)
 // ---- events -------------------------------------------------------------------------------------
 
 /// Work of the host, on the stack of who called run: what it throws leaves the run.
-template <typename Work>
-void WorldImpl::guarded(const Work& work)
+template <typename Call>
+void WorldImpl::guarded(Call&& work)
 {
     try {
         work();
@@ -272,13 +272,12 @@ void WorldImpl::guarded(const Work& work)
 
 void WorldImpl::runAction(Action& action)
 {
-    const std::function<void()> run = std::move(action.run);
-    action.run = nullptr;
     ++action.generation;
-    freeActions.push_back(static_cast<u32>(reinterpret_cast<std::uintptr_t>(action.event.owner)));
     const bool before = std::exchange(inAction, true);
-    guarded(run);
+    guarded(action.run);
     inAction = before;
+    action.run.clear();
+    freeActions.push_back(static_cast<u32>(reinterpret_cast<std::uintptr_t>(action.event.owner)));
 }
 
 void WorldImpl::runEvent(Event& event)

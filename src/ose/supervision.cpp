@@ -24,6 +24,12 @@ PROCESS System::Impl::lookUp(const std::string& processName)
     return 0;
 }
 
+void System::Impl::answerHunts(const std::string& processName)
+{
+    const auto isFor = [&processName](const Hunt& h) { return h.name.ends_with(processName); };
+    if (std::ranges::any_of(hunts, isFor)) answerHunts();
+}
+
 void System::Impl::answerHunts()
 {
     for (std::size_t i = 0; i < hunts.size();) {

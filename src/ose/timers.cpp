@@ -31,6 +31,7 @@ Timer* running(Process& self, TimerRef ref, const char* operation)
 
 void release(SystemImpl& s, Timer& t)
 {
+    --t.owner->timers;
     t.owner = nullptr;
     t.signal = nullptr;
     if (++t.generation == 0) t.generation = 1;
@@ -59,6 +60,7 @@ TimerRef begin(Process& self, OSTIME time, Buffer& b)
     Timer& t = s.timers[s.freeTimers.back()];
     s.freeTimers.pop_back();
     t.owner = &self;
+    ++self.timers;
     t.signal = &b;
     s.toKernel(b);
     s.w.events.push(t.event, s.w.later(time));

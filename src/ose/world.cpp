@@ -92,7 +92,7 @@ u64  World::seed() const { return impl_->seed; }
 Time World::now() const { return impl_->now; }
 Time World::nextDue() const { return impl_->events.nextDue(); }
 
-EventId WorldImpl::at(Time when, std::function<void()> action)
+EventId WorldImpl::at(Time when, Work&& action)
 {
     u32 index;
     if (freeActions.empty()) {
@@ -119,17 +119,17 @@ int WorldImpl::cancel(EventId& id)
     Action& a = actions[index];
     if (a.generation != generation || !a.event.queued()) return 0;
     events.remove(a.event);
-    a.run = nullptr;
+    a.run.clear();
     ++a.generation;
     freeActions.push_back(index);
     return 1;
 }
 
-EventId World::at(Time when, std::function<void()> action)
+EventId World::at(Time when, Work&& action)
 {
     return impl_->at(when, std::move(action));
 }
-EventId World::after(Time delay, std::function<void()> action)
+EventId World::after(Time delay, Work&& action)
 {
     return impl_->at(impl_->later(delay), std::move(action));
 }

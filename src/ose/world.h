@@ -6,6 +6,7 @@
 // virtual time; time moves when everything blocks.
 #pragma once
 #include "ose/ose.h"
+#include "ose/work.h"
 
 #include <functional>
 #include <memory>
@@ -69,8 +70,8 @@ public:
     /// Runs `action` at `when` (not before now), outside of any process. Equal due times run in
     /// order of request. Actions may use the world and the systems, not the process operations of
     /// ose.h.
-    EventId at(Time when, std::function<void()> action);
-    EventId after(Time delay, std::function<void()> action);
+    EventId at(Time when, Work&& action);
+    EventId after(Time delay, Work&& action);
     /// Takes a pending event back and clears it. Returns 1 when it had not run.
     int cancel(EventId& event);
 
