@@ -67,6 +67,7 @@ public:
             const u32 connection = unit_.node().mainProcessor().connections();
             if (connection != connection_) watch_.forgetTold();
             connection_ = connection;
+            if (may_.idle) watch_.forgetTold();
             watch_.told(seconds(s.at), s.radioClockState, found_);
             digest_.add(s.at);
             digest_.add(s.radioClockState);

@@ -21,6 +21,8 @@
 #include "refs/kvd_slave.h"
 #include "refs/kvd_slowpi.h"
 #include "reg/kvd_reg.h"
+#include "reg/kvd_reg_control.h"
+#include "reg/kvd_reg_pll.h"
 #include "reg/reg_sig.h"
 #include "socpri/kvd_socpri_inrsi.h"
 #include "socpri/kvd_socpri_inrsi_sdu.h"
@@ -252,6 +254,17 @@ DateTime dateOf(const TuiifSfnInitTime& time)
     return {time.year, time.month, time.day, time.hour, time.minute, time.second};
 }
 
+/// A slave's loop tells its state when it changes, which may be long ago, and in between nobody else does.
+void retellSlaveClock()
+{
+    if (KvdLoz6BiraIifAdm_hasHwControl() == 0) return;   // the basic timing function's word counts
+    const u32 slavePllState = KvdLoz6TuReg_slavePllState();
+    if (slavePllState == SLAVE_PLL_Uninitialized)
+        return KvdLoz6TuIifAdm_reportRegState(KvdLoz6TuReg_regState() == WARMUP ? WARMUP : FREQDRIFTING);
+    KvdLoz6TuIifAdm_reportSlavePllState(slavePllState);
+    KvdLoz6TuIifAdm_updateRadioClockState(KvdLoz6TuIifAdm_lastRegulatorState());
+}
+
 /// What a freshly confirmed main processor is told, and what it tells the components.
 void tellAfterConfirm(const KvdTuiifInitiateServiceCfm& cfm, u32 isFirstStart)
 {
@@ -274,6 +287,7 @@ void tellAfterConfirm(const KvdTuiifInitiateServiceCfm& cfm, u32 isFirstStart)
     if (!tuiif::isMaster()) {
         KvdLoz6TuRef_stopIdl2SyncDataTimer();
         KvdLoz6TuSlave_idl2SyncDataStopped(0);
+        if (isFirstStart == 0) retellSlaveClock();
     }
 }
 

@@ -237,7 +237,7 @@ int KvdLoz6TuMem_writeSlaveWarm(const void* buffer)
     }
     const int done = KvdLoz6TuMem_write(MEM_SLAVE_WARM, buffer, MEM_SLAVE_WARM_SIZE);
     if (done != 0)
-        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Successfully updated IDL2 Slave MSI memory");
+        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_7, "Successfully updated IDL2 Slave MSI memory");
     else
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Failed to write Slave warm data to MSI memory");
     return done;

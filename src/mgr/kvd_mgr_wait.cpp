@@ -13,7 +13,6 @@
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "refs/idpi_sig.h"
-#include "reg/kvd_reg_measure.h"
 #include "reg/reg_sig.h"
 #include "socpri/inci_sig.h"
 #include "socpri/inrsi_sig.h"
@@ -97,7 +96,6 @@ public:
             if (sig != nullptr) return sig;
         }
     }
-    double seconds() const { return static_cast<double>(waited_ms_) / 1000.0; }
 
 private:
     /// Adds up what the kernel's time, which wraps after 49 days, has gone on.
@@ -157,8 +155,6 @@ void KvdLoz6TuMgr_deafWait()
         if (!isOver && isNeededLater(sig)) setAside(sig);
         else                               KvdLoz6TuMgr_release(sig);
     }
-    // Its next sample is the first since, and the counter may have turned more than once.
-    KvdLoz6TuReg_stoodStill(wait.seconds());
     // The interrupt process left it closed for one that was dropped.
     tuHwIf_enableExtInt();
     KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "the wait for the main processor is over, set aside=%u, lost=%u",

@@ -129,6 +129,7 @@ bool KvdLoz6TuReg_isTimeRef(u32 selectedRef)
 void KvdLoz6TuReg_measInitiate(const MeasInitiation& values)
 {
     MeasStateVar& v = s->var;
+    s->hasSampled = false;
     if (values.time == -1.0) {               // the mark of a record without time isn't a time
         v.t_c_last = -1.0;
         v.t_f_last = 0.0;

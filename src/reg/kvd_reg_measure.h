@@ -83,8 +83,6 @@ void KvdLoz6TuReg_handleConfigRefType(u32 refType, u32 froId);
 int  KvdLoz6TuReg_handleRefClkInt(LatchedEdge& edge);
 /// 1 on success; moves t_c_last and t_f_last.
 int  KvdLoz6TuReg_calcSampleTimeInterval(double& t_s);
-/// No sample was taken for so many seconds of kernel time, which may be more than a turn of the counter.
-void KvdLoz6TuReg_stoodStill(double seconds);
 /// The same for a counter that others may have set since the last sample: no interval is judged.
 void KvdLoz6TuReg_takeSampleTime();
 void KvdLoz6TuReg_calcZ(double t_mod, const double time[2], const double timeRef[2], double& z,

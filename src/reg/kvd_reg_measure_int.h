@@ -20,7 +20,8 @@ struct State {
     double diff_c = 0.0, diff_f = 0.0;
     u32 countConsecutiveDiff = 0;
     u32 diffCheckActive = 0;
-    double stoodStill_s = 0.0;         // before the next sample
+    u32 sampledAt_ms = 0;              // kernel time of the last sample
+    bool hasSampled = false;           // since the start: that time is known
     u32 diffCheckAfterJump = 0;
     u32 diffCheckTicks = TICKS_BETWEEN_DIFF_CHECKS;
 };

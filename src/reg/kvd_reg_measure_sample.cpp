@@ -9,6 +9,7 @@
 #include "mgr/trace_groups.h"
 #include "mgr/tu_common.h"
 #include "node/trace.h"
+#include "ose/ose.h"
 #include "ref/kvd_ref_select.h"
 #include "ref/ref_types.h"
 #include "refs/kvd_eth.h"
@@ -175,20 +176,35 @@ measure::SampleInterval measure::sampleInterval(double t_c_last, double t_f_last
 
 namespace {
 
-/// The whole turns that the counter alone doesn't show.
+u32 now_ms()
+{
+    constexpr u32 US_PER_MS = 1000;
+    return ose::get_ticks() * (ose::system_tick() / US_PER_MS);
+}
+
+/// The whole turns that the counter alone doesn't show, by the kernel's time: nobody looked at it for more than
+/// half a turn while the oven was out of its limits, the hardware another's or the main processor away.
 void addMissedTurns(measure::SampleInterval& sample, double period)
 {
-    double& stoodStill_s = state().stoodStill_s;
-    const double turns = std::round((stoodStill_s - sample.t_s) / period);
-    stoodStill_s = 0.0;
+    const measure::State& s = state();
+    if (!s.hasSampled) return;
+    const double elapsed_s = (now_ms() - s.sampledAt_ms) / 1000.0;
+    const double turns = std::round((elapsed_s - sample.t_s) / period);
     if (turns < 1.0) return;
     sample.t_c += turns * period;
     sample.t_s += turns * period;
 }
 
-}  // namespace
+void keepSampleTime(double t_c, double t_f)
+{
+    measure::State& s = state();
+    s.var.t_c_last = t_c;
+    s.var.t_f_last = t_f;
+    s.sampledAt_ms = now_ms();
+    s.hasSampled = true;
+}
 
-void KvdLoz6TuReg_stoodStill(double seconds) { state().stoodStill_s = seconds; }
+}  // namespace
 
 int KvdLoz6TuReg_calcSampleTimeInterval(double& t_s)
 {
@@ -203,7 +219,7 @@ int KvdLoz6TuReg_calcSampleTimeInterval(double& t_s)
     }
     measure::SampleInterval sample =
         measure::sampleInterval(v.t_c_last, v.t_f_last, t_f, period);
-    if (s.stoodStill_s > 0.0) addMissedTurns(sample, period);
+    addMissedTurns(sample, period);
     if (sample.t_s < 0) {
         char now[64], last[64];
         std::snprintf(now, sizeof now, "%s, %s", TuCommon_text(sample.t_c), TuCommon_text(t_f));
@@ -214,8 +230,7 @@ int KvdLoz6TuReg_calcSampleTimeInterval(double& t_s)
         KvdLoz6HwDiag_reportSamplingFailure();
         return 0;
     }
-    v.t_c_last = sample.t_c;
-    v.t_f_last = t_f;
+    keepSampleTime(sample.t_c, t_f);
     t_s = sample.t_s;
     measure::setDiffCheckActive();
     s.diffCheckAfterJump = 0;
@@ -226,9 +241,10 @@ void KvdLoz6TuReg_takeSampleTime()
 {
     double period = 0, t_f = 0;
     if (tuHwIf_readTime(period, t_f) != 0) return;
-    MeasStateVar& v = state().var;
-    v.t_c_last = measure::sampleInterval(v.t_c_last, v.t_f_last, t_f, period).t_c;
-    v.t_f_last = t_f;
+    const MeasStateVar& v = state().var;
+    measure::SampleInterval sample = measure::sampleInterval(v.t_c_last, v.t_f_last, t_f, period);
+    addMissedTurns(sample, period);
+    keepSampleTime(sample.t_c, t_f);
 }
 
 // ---- phase error --------------------------------------------------------------------------------
