@@ -88,6 +88,7 @@ public:
         if (!sparesReferences(what)) may_.reference_s = t;
         // Another role has other states; an oven that leaves its limits warms up again.
         if (what == "mp.change_master" || what == "temperature.step") watch_.forgetTold();
+        if (what == "node.packet_stamps") stampsFail_ = !stampsFail_;
         if (what == "temperature.step") ovenMoved_s_ = t, ovenIsOut_ = !ovenIsOut_;
         if (!what.starts_with("board.fault")) return;
         boardFaults_ += isOff ? -1 : 1;
@@ -110,6 +111,7 @@ public:
     {
         const Moment m = moment(t);
         if (unlocked_) unlockedUntil_s_ = t;
+        if (stampsFail_) may_.reference_s = t;   // a reference without measurements ages unseen
         constexpr double CHECKED_EACH_s = 130.0;           // two minute checks
         may_.unlocked = t - unlockedUntil_s_ < CHECKED_EACH_s;
         watch_.look(m, may_, found_);
@@ -240,7 +242,7 @@ private:
     std::vector<Violation>& found_;
     SoakWatch watch_;
     Licence may_;
-    bool ovenIsOut_ = false;
+    bool ovenIsOut_ = false, stampsFail_ = false;
     double ovenMoved_s_ = -1e9;
     int boardFaults_ = 0;
     bool unlocked_ = false;

@@ -69,7 +69,8 @@ double Plan::lasting(double at_s, double low, double high)
 double Plan::drawEvent(const Drawn& u, double at_s)
 {
     if (!u.masters.empty() && below(4) == 0) return packets(u, at_s);
-    if (!links_.empty() && below(4) == 0) return link(at_s);
+    // Of one unit's making, so that what turns and breaks is put right in order.
+    if (!links_.empty() && &u == &units_.front() && below(2) == 0) return link(at_s);
     switch (below(20)) {
     case 0: case 1: return reference(u, at_s);
     case 2: case 3: return u.gps ? receiver(u, at_s) : reference(u, at_s);
@@ -347,7 +348,7 @@ void Plan::packetServices(const Drawn& u, double at_s, double lasts)
 /// A service of the node dies, or hears everything and says nothing.
 double Plan::service(const Drawn& u, double at_s)
 {
-    constexpr const char* OF_EACH[] = {"temi", "pri", "phy", "pm_agent", "name_server"};
+    constexpr const char* OF_EACH[] = {"temi", "pri", "phy", "pm_agent"};
     const std::string which = u.services.empty() || below(2) == 0 ? oneOf(OF_EACH) : oneOf(u.services);
     const std::string name = format("service = \"%s\"\n", which.c_str());
     const double lasts = lasting(at_s, 0.5, 900.0);

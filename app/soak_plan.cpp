@@ -93,23 +93,18 @@ void Plan::drawPair()
     addLink("idl1", units_[0], units_[1]);
 }
 
-/// A unit that follows another's GPS output: sentences and a pulse, or binary frames.
+/// A unit that follows another's GPS output: sentences and a pulse.
 void Plan::drawOutput()
 {
-    const bool frames = below(3) == 0;
-    linkType_ = frames ? "hptsi" : "gps_out";
     // Its serial line is the output's: no receiver.
-    Drawn& lead = beginUnit(true, "master", 1, frames ? "hptsi_out = true\n" : "gps_out = true\n");
-    if (frames) {
-        addPacketTime(lead);
-    } else {
-        addInput(lead, "pps", 6.0);
-        addReference(lead, "pps", "TU_REF", 5, 1);
-    }
+    Drawn& lead = beginUnit(true, "master", 1, "gps_out = true\n");
+    addInput(lead, "pps", 6.0);
+    addReference(lead, "pps", "TU_REF", 5, 1);
+    linkType_ = "gps_out";
     Drawn& u = beginUnit(true, "master", 2, "start = \"5m\"\n");
     u.follows = true;
-    addReference(u, "lead", frames ? "HPTSI_REF" : "GPSOSL_REF", 0, frames ? 6 : 3);
-    addLink(linkType_.c_str(), units_[0], units_[1], "white_ns = 2.0\n");
+    addReference(u, "lead", "GPSOSL_REF", 0, 3);
+    addLink("gps_out", units_[0], units_[1], "white_ns = 2.0\n");
 }
 
 /// A unit that follows another over a radio link, by the main processor's orders.

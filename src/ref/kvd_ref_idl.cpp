@@ -444,6 +444,8 @@ void KvdLoz6TuRef_onIdl2SyncDataTimeout()
     if (s->idl2SyncDataIndTmoCntr < SYNC_DATA_TMO_MAX) return;
     KVD_TRACE(TRACE_TUREF, TRACE_INFO, "IDL2 SyncDataIndTimeout threshold reached!");
     KvdLoz6TuSlave_idl2SyncDataStopped(1);
+    // Data answers data: while this end holds its own back none comes. The holdover's end lets it try again.
+    startSlaveHoldover(IDLPORT_2);
 }
 
 void KvdLoz6TuRef_setSynchPortNo(u8 synchPortNo)
