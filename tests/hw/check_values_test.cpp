@@ -300,7 +300,7 @@ TEST(CheckValues, Ocxo)
                   v["out"]["value"].get<double>());
     }
     for (const json& v : group(doc, "eepromChecksum")["vectors"]) {
-        SCOPED_TRACE(v["note"].dump());
+        SCOPED_TRACE(v["id"].dump());
         Bench bench(2);
         putBlock(bench.bus, BASE_2B, bytesOf(v["in"]["block"]));
         int result = -1;

@@ -1,55 +1,375 @@
-// vectors.h - Check values of an independent model, read at run time from a folder outside the
-// tree. The folder is $TU_VECTORS, else "shared/vectors" in a folder above this source. Tests begin
-// with `TU_LOAD_VECTORS(doc, "name.json");` and are skipped with a clear line when the folder isn't
-// there.
+// vectors.h - Check values: inputs and results of an independent model, see tests/values/README.md.
+//
+// A replay walks a file through `Value`, which remembers what was read of it. `each` runs one body a vector:
+// an exception, a key that isn't there and a key that nobody read are failures that bear the vector's name,
+// and the next vector goes on.
 #pragma once
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <zlib.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <span>
+#include <stdexcept>
 #include <string>
+#include <unordered_set>
+#include <utility>
+#include <vector>
 
 namespace vectors {
 
 using json = nlohmann::json;
 
-/// The folder, empty when there is none.
+/// The folder: $TU_CHECK_VALUES when it is set, else the tree's own.
 inline std::filesystem::path folder()
 {
+    const char* given = std::getenv("TU_CHECK_VALUES");
+    return given != nullptr ? given : TU_VALUES;
+}
+
+/// Reads one file, packed ("name.gz") or plain. A file that is missing or broken throws.
+inline json load(const std::string& name)
+{
     namespace fs = std::filesystem;
-    if (const char* given = std::getenv("TU_VECTORS")) return fs::is_directory(given) ? given : "";
-    std::error_code ignored;
-    for (fs::path at = fs::absolute(__FILE__).parent_path();; at = at.parent_path()) {
-        if (fs::is_directory(at / "shared" / "vectors", ignored)) return at / "shared" / "vectors";
-        if (at == at.parent_path()) return {};
+    const fs::path packed = folder() / (name + ".gz"), plain = folder() / name;
+    const fs::path path = fs::exists(packed) ? packed : plain;
+    gzFile file = gzopen(path.c_str(), "rb");       // reads plain files as they are
+    if (file == nullptr) throw std::runtime_error("check values not found: " + path.string());
+    std::string text;
+    char piece[65536];
+    int got = 0;
+    while ((got = gzread(file, piece, sizeof piece)) > 0) text.append(piece, static_cast<std::size_t>(got));
+    const int closed = gzclose(file);
+    if (got < 0 || closed != Z_OK) throw std::runtime_error("check values can't be unpacked: " + path.string());
+    return json::parse(text);
+}
+
+/// The files of the folder whose names begin so, without ".gz".
+inline std::vector<std::string> files(const std::string& prefix)
+{
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder())) {
+        std::string name = entry.path().filename();
+        if (name.ends_with(".gz")) name.resize(name.size() - 3);
+        if (name.starts_with(prefix) && name.ends_with(".json")) names.insert(name);
+    }
+    return {names.begin(), names.end()};
+}
+
+/// A number of the file; "inf", "-inf", "nan" and hexadecimal ones stand as texts.
+inline double number(const json& value)
+{
+    if (!value.is_string()) return value.get<double>();
+    const auto& text = value.get_ref<const std::string&>();
+    char* end = nullptr;
+    const double v = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0') throw std::runtime_error("not a number: \"" + text + "\"");
+    return v;
+}
+
+/// Words for the reader of a file: nothing to replay.
+inline bool isProse(const std::string& key)
+{
+    static const std::set<std::string> PROSE = {"id",    "name", "about", "note", "notes", "open",
+                                                "oracle", "file", "legend", "interface", "replay", "count",
+                                                "seeds", "vector", "why", "alternatives",
+                                                "depends_on_open_reading"};
+    return PROSE.contains(key);
+}
+
+/// A view of a part of a file that remembers, for the whole file, which values were read.
+class Value {
+public:
+    using Read = std::unordered_set<const json*>;
+
+    Value(const json& node, Read& read) : node_(&node), read_(&read) {}
+
+    Value operator[](const std::string& key) const
+    {
+        if (!node_->is_object() || !node_->contains(key))
+            throw std::runtime_error("key \"" + key + "\" is missing");
+        return {node_->at(key), *read_};
+    }
+    Value operator[](const char* key) const { return (*this)[std::string(key)]; }
+    Value at(const std::string& key) const { return (*this)[key]; }
+    template <std::integral Index>
+    Value operator[](Index index) const { return {node_->at(static_cast<std::size_t>(index)), *read_}; }
+
+    bool contains(const std::string& key) const { return node_->is_object() && node_->contains(key); }
+    std::size_t size() const { return node_->size(); }
+    bool empty() const { return node_->empty() && (read(), true); }
+    bool is_null() const { return node_->is_null() && (read(), true); }
+    bool is_object() const { return node_->is_object(); }
+    bool is_array() const { return node_->is_array(); }
+    bool is_string() const { return node_->is_string(); }
+    bool is_number() const { return node_->is_number(); }
+    bool is_boolean() const { return node_->is_boolean(); }
+
+    /// All of it counts as read from here on.
+    const json& read() const
+    {
+        read_->insert(node_);
+        return *node_;
+    }
+    template <typename T>
+    T get() const { return read().get<T>(); }
+    template <typename T>
+    T value(const std::string& key, T fallback) const
+    {
+        return contains(key) ? (*this)[key].template get<T>() : fallback;
+    }
+    std::string value(const std::string& key, const char* fallback) const
+    {
+        return value(key, std::string(fallback));
+    }
+    std::string dump() const { return read().dump(); }
+    template <typename T>
+    friend bool operator==(const Value& a, const T& b) { return a.read() == b; }
+    friend bool operator==(const Value& a, const Value& b) { return a.read() == b.read(); }
+    friend std::ostream& operator<<(std::ostream& out, const Value& v) { return out << *v.node_; }
+
+    std::vector<std::pair<std::string, Value>> items() const
+    {
+        std::vector<std::pair<std::string, Value>> all;
+        for (const auto& [key, child] : node_->items()) all.emplace_back(key, Value{child, *read_});
+        return all;
+    }
+    class Iterator {
+    public:
+        Iterator(json::const_iterator at, Read& read) : at_(at), read_(&read) {}
+        Value operator*() const { return {*at_, *read_}; }
+        Iterator& operator++() { ++at_; return *this; }
+        bool operator!=(const Iterator& other) const { return at_ != other.at_; }
+
+    private:
+        json::const_iterator at_;
+        Read* read_;
+    };
+    Iterator begin() const { return {node_->begin(), *read_}; }
+    Iterator end() const { return {node_->end(), *read_}; }
+
+    /// The paths below this that nobody read, each once, without the indices of arrays.
+    std::set<std::string> unread() const
+    {
+        std::set<std::string> paths;
+        collect(*node_, "", paths);
+        return paths;
+    }
+
+private:
+    void collect(const json& node, const std::string& path, std::set<std::string>& paths) const
+    {
+        if (read_->contains(&node)) return;
+        if (node.is_object()) {
+            for (const auto& [key, child] : node.items())
+                if (!isProse(key)) collect(child, path.empty() ? key : path + "." + key, paths);
+        } else if (node.is_array()) {
+            for (const json& child : node) collect(child, path + "[]", paths);
+        } else {
+            paths.insert(path);
+        }
+    }
+
+    const json* node_;
+    Read* read_;
+};
+
+inline double number(const Value& value) { return number(value.read()); }
+
+/// One file, held for as long as its values are used.
+class Document {
+public:
+    explicit Document(const std::string& name) : json_(load(name)) {}
+    Document(const Document&) = delete;
+    Value operator[](const std::string& key) { return root()[key]; }
+    Value root() { return {json_, read_}; }
+
+private:
+    json json_;
+    Value::Read read_;
+};
+
+/// What a failure calls a vector.
+inline std::string nameOf(const Value& vector, std::size_t index)
+{
+    std::string name;
+    for (const char* key : {"id", "name"}) {
+        if (!vector.contains(key)) continue;
+        const Value v = vector[key];
+        name += (name.empty() ? "" : " ") + (v.is_string() ? v.get<std::string>() : v.dump());
+    }
+    return name.empty() ? "vector " + std::to_string(index) : name;
+}
+
+/// A vector that is wrong, by the name that nameOf gives it.
+struct Wrong { std::string vector; const char* reason; };
+
+/// One result of a vector, which `out` holds: as it stands there, or as an alternative has it when it is open.
+template <typename T>
+void expectOut(const Value& vector, const std::string& key, const T& got)
+{
+    const Value wanted = vector["out"][key];
+    if (wanted == got) return;
+    if (vector.contains("open") && vector.contains("alternatives"))
+        for (const Value other : vector["alternatives"])
+            if (other.contains(key) && other[key] == got) return;
+    ADD_FAILURE() << key << " is " << json(got) << ", wanted " << wanted;
+}
+
+/// Bytes that stand as hexadecimal text.
+inline std::vector<std::uint8_t> bytes(const Value& v)
+{
+    const std::string text = v.get<std::string>();
+    if (text.size() % 2 != 0) throw std::runtime_error("half a byte");
+    std::vector<std::uint8_t> all;
+    for (std::size_t i = 0; i < text.size(); i += 2)
+        all.push_back(static_cast<std::uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
+    return all;
+}
+
+/// Runs one body; what it throws, and what it leaves unread, is a failure by name.
+inline void runOne(const std::string& name, const Value& vector, const std::function<void(const Value&)>& body)
+{
+    SCOPED_TRACE(name);
+    try {
+        body(vector);
+        for (const std::string& path : vector.unread()) ADD_FAILURE() << "\"" << path << "\" isn't replayed";
+    } catch (const std::exception& e) {
+        ADD_FAILURE() << e.what();
     }
 }
 
-/// Loads one file. False when the folder or the file isn't there; a broken file throws.
-inline bool load(const std::string& name, json& document)
+/// Runs `body` once for each vector of a list, which must not be empty. Those of `wrong` must fail.
+inline void each(const Value& list, const std::function<void(const Value&)>& body,
+                 const std::vector<Wrong>& wrong = {})
 {
-    const std::filesystem::path dir = folder();
-    if (dir.empty()) return false;
-    std::ifstream in(dir / name);
-    if (!in) return false;
-    document = json::parse(in);
+    EXPECT_GT(list.size(), 0u) << "the list is empty";
+    std::size_t index = 0;
+    for (const Value vector : list) {
+        const std::string name = nameOf(vector, index++);
+        const auto known = std::find_if(wrong.begin(), wrong.end(), [&](const Wrong& w) { return w.vector == name; });
+        if (known == wrong.end()) {
+            runOne(name, vector, body);
+            continue;
+        }
+        testing::TestPartResultArray failures;
+        {
+            const testing::ScopedFakeTestPartResultReporter reporter(
+                testing::ScopedFakeTestPartResultReporter::INTERCEPT_ALL_THREADS, &failures);
+            runOne(name, vector, body);
+        }
+        EXPECT_GT(failures.size(), 0) << name << " agrees, yet is known as wrong: " << known->reason;
+    }
+}
+
+/// The rows of a dispatch by a word of the vector.
+using Kinds = std::map<std::string, std::function<void(const Value&)>>;
+
+/// Runs the row of `word`; an unknown word is named.
+inline void dispatch(const Kinds& kinds, const std::string& word, const Value& vector)
+{
+    const auto found = kinds.find(word);
+    if (found == kinds.end()) throw std::runtime_error("no replay of \"" + word + "\"");
+    found->second(vector);
+}
+
+/// A file of groups: the row of a group takes its vectors one by one, beside the group itself. A group that
+/// another test replays stands in `elsewhere`.
+using Groups = std::map<std::string, std::function<void(const Value& vector, const Value& group)>>;
+inline void eachGroup(const Value& groups, const Groups& rows, const std::set<std::string>& elsewhere = {},
+                      const std::vector<Wrong>& wrong = {})
+{
+    EXPECT_GT(groups.size(), 0u);
+    for (const Value group : groups) {
+        const std::string name = group["name"].get<std::string>();
+        if (elsewhere.contains(name)) continue;
+        SCOPED_TRACE(name);
+        const auto found = rows.find(name);
+        if (found == rows.end()) {
+            ADD_FAILURE() << "no replay of the group \"" << name << "\"";
+            continue;
+        }
+        std::vector<Wrong> own;
+        for (const Wrong& w : wrong)
+            if (w.vector.starts_with(name + " ")) own.push_back({w.vector.substr(name.size() + 1), w.reason});
+        each(group["vectors"], [&](const Value& vector) { found->second(vector, group); }, own);
+    }
+}
+
+/// How far a number may lie from the one of the file: relative x |value| + absolute. 0 and 0: exactly.
+struct Tolerance {
+    double relative = 0.0, absolute = 0.0;
+    double of(double wanted) const { return relative * std::fabs(wanted) + absolute; }
+};
+
+/// "tol" of the innermost that has one, {"abs", "rel"}; none: exactly.
+inline Tolerance toleranceOf(std::initializer_list<Value> innermostFirst)
+{
+    for (const Value& v : innermostFirst)
+        if (v.contains("tol")) return {v["tol"].value("rel", 0.0), v["tol"].value("abs", 0.0)};
+    return {};
+}
+
+inline void expectNear(const std::string& what, double value, double wanted, Tolerance tolerance, double factor = 1.0)
+{
+    if (value == wanted || (std::isnan(value) && std::isnan(wanted))) return;
+    EXPECT_TRUE(std::fabs(value - wanted) <= tolerance.of(wanted) * factor)
+        << what << " is " << testing::PrintToString(value) << ", wanted " << testing::PrintToString(wanted);
+}
+
+/// One named number of a record.
+template <typename Record>
+struct Field {
+    std::string name;
+    std::function<double(const Record&)> get;
+    std::function<void(Record&, double)> set;
+    Tolerance tolerance;
+};
+
+template <typename Record, typename T>
+Field<Record> field(const char* name, T Record::*member, Tolerance tolerance = {})
+{
+    return {name, [member](const Record& r) { return static_cast<double>(r.*member); },
+            [member](Record& r, double v) { r.*member = static_cast<T>(v); }, tolerance};
+}
+
+template <typename Record>
+const Field<Record>* find(const std::vector<Field<Record>>& fields, const std::string& name)
+{
+    for (const Field<Record>& f : fields)
+        if (f.name == name) return &f;
+    return nullptr;
+}
+
+/// Writes one field. False when the table hasn't the name.
+template <typename Record>
+bool write(const std::vector<Field<Record>>& fields, Record& record, const std::string& name, const Value& value)
+{
+    const Field<Record>* f = find(fields, name);
+    if (f == nullptr || !f->set) return false;
+    f->set(record, number(value));
     return true;
 }
 
-/// A number of the file; "inf", "-inf" and "nan" stand as texts, since JSON has no such numbers.
-inline double number(const json& value)
+/// Compares one field. False when the table hasn't the name.
+template <typename Record>
+bool compare(const std::vector<Field<Record>>& fields, const Record& record, const std::string& name,
+             const Value& wanted, double factor = 1.0)
 {
-    if (value.is_string()) return std::strtod(value.get<std::string>().c_str(), nullptr);
-    return value.get<double>();
+    const Field<Record>* f = find(fields, name);
+    if (f == nullptr) return false;
+    expectNear(name, f->get(record), wanted.is_boolean() ? wanted.get<bool>() : number(wanted), f->tolerance, factor);
+    return true;
 }
 
 }  // namespace vectors
 
-/// Declares `document` and loads it, or skips the test. Use directly in the body of a TEST.
-#define TU_LOAD_VECTORS(document, name)                                                             \
-    vectors::json document;                                                                         \
-    if (!vectors::load(name, document))                                                             \
-    GTEST_SKIP() << "check values not found: " << (name)                                            \
-                 << " (set TU_VECTORS to the folder that holds them)"
+/// Declares `document` and loads it.
+#define TU_LOAD_VECTORS(document, name) const vectors::json document = vectors::load(name)
