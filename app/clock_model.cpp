@@ -68,7 +68,7 @@ u8 expectedClock(const ClockFacts& f)
 {
     u8 clock = ownWord(f);
     if (f.selected == NO_REF) {
-        if (f.awaitsRadio && clock != KVD_TUIIF_WARMUP) clock = KVD_TUIIF_FREQUENCY_DRIFTING;
+        if (f.awaitsRadio && !hasLoop(f) && clock != KVD_TUIIF_WARMUP) clock = KVD_TUIIF_FREQUENCY_DRIFTING;
         clock = look(LOCKED_TO_HOLDOVER, clock, clock);
     }
     if (f.tracksNothing) clock = KVD_TUIIF_LOSS_OF_TRACKING;

@@ -3,6 +3,7 @@
 #include "iif/kvd_biraiifadm.h"
 #include "iif/kvd_iifadm.h"
 #include "iif/tuiif_sig.h"
+#include "ref/kvd_ref.h"
 #include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
@@ -145,7 +146,7 @@ private:
         m.refStateTold = mp.status().refState;
         if (!m.runs) return m;
         m.poolUsed = node.program()->poolUsed();
-        struct Seen { u8 clock, selected, degrState; double c, f; u32 jumpState, refState; ClockFacts facts;
+        struct Seen { u8 clock, selected, degrState; double c, f; u32 jumpState, refState, byText; ClockFacts facts;
                       bool hasHardware; };
         const Seen seen = node.inProgram([] {
             const TimePair last = KvdLoz6TuReg_getLastTime();
@@ -159,7 +160,8 @@ private:
                               KvdLoz6TuIifAdm_holdoverThreshold(HOLDOVER_FREQ) == 0;
             facts.awaitsRadio = KvdLoz6TuIifAdm_socpriMarker() != 0;
             return Seen{KvdLoz6TuIifAdm_radioClockState(), facts.selected, KvdLoz6TuReg_degrState(), last.c, last.f,
-                        KvdLoz6TuReg_jumpState(), KvdLoz6TuIifAdm_tuiifRefState(), facts,
+                        KvdLoz6TuReg_jumpState(), KvdLoz6TuIifAdm_tuiifRefState(),
+                        KvdLoz6TuRef_stateMask(ROW_GPS) | KvdLoz6TuRef_stateMask(ROW_HPTSI), facts,
                         KvdLoz6BiraIifAdm_hasHwControl() != 0};
         });
         constexpr double OVEN_SETTLED_s = 600.0;
@@ -168,7 +170,9 @@ private:
         m.facts.master = !may_.slave;
         m.facts.timeMode = may_.hasTime;
         m.facts.tracksNothing = seen.clock == KVD_TUIIF_LOSS_OF_TRACKING;   // which has a rule of its own
-        m.refState = seen.refState;
+        // A receiver's return is told by its status text, its bit with the next change of another.
+        m.refState = seen.refState & ~seen.byText;
+        m.refStateTold &= ~seen.byText;
         m.clock = seen.clock;
         m.selected = seen.selected;
         // A slave takes its link, and SoCPRI's orders their radio link, without a selection.

@@ -247,11 +247,11 @@ void frequencySample(PacketBench& b, u32 z_i, const Value& step)
     const u32 before = appended(type);
     step["t_ms"].read();                     // the counter tells the time
     KvdLoz6TuReg_forceRegState(letIn(step["regState"].get<u8>()));
-    tuiif::state().forceLockedTimer = num(step["forcedLockedTimer"]) != 0 ? 1 : 0;
+    tuiif::state().forceLockedTimer.ref = num(step["forcedLockedTimer"]) != 0 ? 1 : 0;
     double T[8];
     for (u32 k = 0; k < 8; ++k) T[k] = num(step["T"][k]);
     KvdLoz6TuReg_handlePktFreqMsg(T);
-    tuiif::state().forceLockedTimer = 0;
+    tuiif::state().forceLockedTimer = {};
     if (!b.estimated.has_value()) throw std::runtime_error("no measurement");
 
     const Value meas = step["meas"];
