@@ -321,6 +321,29 @@ TEST(InrsiHoldover, EndsAfterFiveMinutesWhateverHappensInIt)
     }
 }
 
+// Whatever the loop's state: no link keeps the focus when its reference goes, and what is held runs on.
+TEST(InrsiSelection, EndsWithItsReference)
+{
+    for (const bool holdsOver : {false, true}) {
+        SCOPED_TRACE(holdsOver);
+        SocpriUnit u{MASTER};
+        u.mp().restart(2 * ose::SEC);            // no first start any more
+        u.run(5.0);
+        u.supervise({1, 3});
+        if (holdsOver) u.lock(1), u.order(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ);
+        u.frequencyIs(FAR);
+        u.select(3);
+        ASSERT_EQ(u.port(), 2);
+        u.mp().selectNone();
+        u.run(10.0);
+        EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+        EXPECT_EQ(u.get(KvdLoz6TuReg_pllIsHoldover), holdsOver);
+        EXPECT_FALSE(u.get(KvdLoz6TuReg_pllIsLocked));
+        u.run(301.0);
+        EXPECT_FALSE(u.get(KvdLoz6TuReg_pllIsHoldover));
+    }
+}
+
 // The link was lost, nobody ordered a holdover, and the reference goes: the loop doesn't stay locked to nothing.
 TEST(InrsiHoldover, IsEnteredByALoopWhoseLinkWasLostBefore)
 {
