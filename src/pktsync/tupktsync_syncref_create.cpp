@@ -36,15 +36,6 @@ u8 mappingOf(u8 typeOfPktStruct)
                                                   : UDP_UC;
 }
 
-/// An EUI-64 of six octets of the port's own. Clocks of one port differ in its filler.
-void formIdentity(Syncref& r, u32 syncrefId, const std::array<u8, 6>& own)
-{
-    u8 filler = STANDARD_IDENTITY;
-    if (!state().standardIdentityTaken) state().standardIdentityTaken = true;
-    else if (syncrefId > 0) filler = static_cast<u8>(syncrefId - 1);
-    r.port = {{own[0], own[1], own[2], 0xFF, filler, own[3], own[4], own[5]}, 1};
-}
-
 /// The next clock takes the standard identity when this one had it.
 void giveIdentityBack(const Syncref& r)
 {
@@ -362,6 +353,14 @@ void delete_all_syncrefs()
     // One that is being created is deleted once it stands, one that is being deleted is awaited.
     for (u32 id = 0; id < PTP_CLOCKS; ++id)
         if (s.table[id] && s.table[id]->syncRefIndivState == CREATED) delete_syncref(id);
+}
+
+void formIdentity(Syncref& r, u32 syncrefId, const std::array<u8, 6>& own)
+{
+    u8 filler = STANDARD_IDENTITY;
+    if (!state().standardIdentityTaken) state().standardIdentityTaken = true;
+    else if (syncrefId > 0) filler = static_cast<u8>(syncrefId - 1);
+    r.port = {{own[0], own[1], own[2], 0xFF, filler, own[3], own[4], own[5]}, 1};
 }
 
 // ---- time stamp latency -------------------------------------------------------------------------

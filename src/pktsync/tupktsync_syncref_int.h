@@ -105,6 +105,8 @@ void delete_all_syncrefs();
 /// What the driver is to know of it now.
 void tellDriver(u32 syncrefId);
 PtpClockRqmt rqmtOf(const Syncref& r);
+/// An EUI-64 of six octets of the port's own. Clocks of one port differ in its filler.
+void formIdentity(Syncref& r, u32 syncrefId, const std::array<u8, 6>& own);
 PtpClockSetup setupOf(u32 syncrefId, const Syncref& r);
 /// Of the port in use; another speed leaves it.
 void setTimestampLatency(u32 linkSpeed, u32 portWord);

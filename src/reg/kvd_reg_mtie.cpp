@@ -7,15 +7,6 @@
 #include <algorithm>
 #include <cmath>
 
-// Every window sees the same samples and differs in its length alone, so one ring of the longest
-// keeps them for all.
-struct MtieMask {
-    u16 rate = 0;                          // packets per second, 0 after opening
-    std::array<mtie::TauRecord, mtie::INTERVALS> tauRecord{};
-    double filtered = 0;                   // s
-    u32 next = 0;                          // place of the next sample in the ring
-};
-
 namespace {
 
 constexpr u32 roomOf(u32 interval)

@@ -54,3 +54,12 @@ double mtieAdd(TauRecord& record, double x, double leaving, double* minPlaces, d
 u32 windowSize(const TauRecord& record);
 
 }  // namespace mtie
+
+/// Every window sees the same samples and differs in its length alone, so one ring of the longest keeps
+/// them for all.
+struct MtieMask {
+    u16 rate = 0;                          // packets per second, 0 after opening
+    std::array<mtie::TauRecord, mtie::INTERVALS> tauRecord{};
+    double filtered = 0;                   // s
+    u32 next = 0;                          // place of the next sample in the ring
+};

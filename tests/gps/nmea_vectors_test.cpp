@@ -19,6 +19,7 @@
 namespace {
 
 using vectors::json;
+using vectors::Value;
 
 // ---- what is compared ---------------------------------------------------------------------------
 
@@ -227,11 +228,11 @@ void compare(const Outcome& got, const json& want, const json& alternatives)
 {
     if (isAlternative(got, alternatives)) return;
     if (!got.text.empty()) {
-        EXPECT_EQ(got.result, want["result"]);
-        EXPECT_EQ(got.type.sentenceClass, want["class"]);
-        EXPECT_EQ(got.type.kind, want["kind"]);
+        EXPECT_EQ(got.result, want.at("result"));
+        EXPECT_EQ(got.type.sentenceClass, want.at("class"));
+        EXPECT_EQ(got.type.kind, want.at("kind"));
     }
-    json expected = want["changed"], changed = got.changed;
+    json expected = want.at("changed"), changed = got.changed;
     for (const json& open : want.value("open_keys", json::array())) {
         expected.erase(open.get<std::string>());
         changed.erase(open.get<std::string>());
@@ -293,91 +294,82 @@ struct Line : bench::IifBench {
     GpsSerialCounters counters() { return look([] { return KvdLoz6TuGps_serialCounters(); }); }
 };
 
+
+/// The steps of a series, or the one sentence of a vector.
+void sentences(const json& v, const json& steps, const json& wanted)
+{
+    Replay bench;
+    const json before = v.at("in").value("before", json::object());
+    bench.in([&] {
+        for (const auto& [key, value] : before.items()) put(key, value);
+    });
+    bench.world.runFor(ose::MS);
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+        SCOPED_TRACE("step " + std::to_string(i));
+        compare(bench.run(steps[i]), wanted.at(i), v.value("alternatives", json::array()));
+    }
+}
+
+void positionChoice(const json& v)
+{
+    Replay bench;
+    bench.in([&] {
+        GpsReceiver& receiver = KvdLoz6TuGps_receiver();
+        receiver.gpssType = v.at("in").at("gpssType");
+        receiver.observationMode = v.at("in").at("observationMode");
+        const bool averaged = &KvdLoz6TuGps_shownPosition() == &receiver.averaged;
+        EXPECT_EQ(averaged ? "averaged" : "instantaneous", v.at("out").at("record"));
+    });
+}
+
+void framing(const json& v)
+{
+    Line line;
+    for (const json& chunk : v.at("in").value("chunks", json::array({v.at("in").value("bytes", "")})))
+        line.feed(bytesOf(chunk));
+    json got = line.posted(), want = v.at("out");
+    for (const json& other : v.value("alternatives", json::array()))
+        if (got == other.at("sentences")) want.update(other);
+    EXPECT_EQ(line.counters().numberOfBytesRec, want.at("numberOfBytesRec"));
+    if (v.at("kind") == "framingSplit") {
+        for (json& sentence : got) sentence = sentence.at("text");
+        EXPECT_EQ(got, want.at("sentences"));
+        return;
+    }
+    EXPECT_EQ(got, want.at("sentences"));
+    EXPECT_EQ(line.counters().numberOfTooLongMsgs, want.at("numberOfTooLongMsgs"));
+    // Inside a sentence a CR delivers what has been put together; outside of one nothing.
+    bench::pktsyncInbox().clear();
+    line.feed("\r");
+    ASSERT_EQ(line.posted().size(), want.at("serialState").get<std::size_t>());
+    if (want.at("serialState") == 1) {
+        EXPECT_EQ(line.posted()[0].at("length"), want.at("index").get<u32>() + 1);
+    }
+}
+
+void frame(const json& v)
+{
+    const std::string body = v.at("in").at("body");
+    constexpr std::pair<const char*, NmeaFrame> FRAMES[] = {
+        {"two_digit", NMEA_CHECKSUM}, {"blank", NMEA_CHECKSUM_BLANK}, {"none", NMEA_PLAIN}};
+    for (const auto& [name, how] : FRAMES) {
+        char text[200];
+        const u32 length = KvdLoz6TuGps_frameSentence(text, sizeof text, body.c_str(), how);
+        EXPECT_EQ(std::string(text, length), v.at("out").at(name));
+    }
+}
+
 }  // namespace
 
-TEST(NmeaCheckValues, SentencesAndSeries)
+TEST(NmeaCheckValues, AreMet)
 {
-    TU_LOAD_VECTORS(document, "o05_nmea.json");
-    std::size_t replayed = 0;
-    for (const json& v : document["vectors"]) {
-        const bool series = v["kind"] == "series";
-        if (!series && v["kind"] != "sentence") continue;
-        SCOPED_TRACE(v["id"].get<std::string>());
-        Replay bench;
-        const json before = v["in"].value("before", json::object());
-        bench.in([&] {
-            for (const auto& [key, value] : before.items()) put(key, value);
-        });
-        bench.world.runFor(ose::MS);
-        const json steps = series ? v["in"]["steps"] : json::array({v["in"]});
-        const json wanted = series ? v["out"]["after"] : json::array({v["out"]});
-        for (std::size_t i = 0; i < steps.size(); ++i) {
-            SCOPED_TRACE("step " + std::to_string(i));
-            compare(bench.run(steps[i]), wanted[i], v.value("alternatives", json::array()));
-            ++replayed;
-        }
-    }
-    EXPECT_GT(replayed, 0u);
-}
-
-TEST(NmeaCheckValues, PositionShown)
-{
-    TU_LOAD_VECTORS(document, "o05_nmea.json");
-    Replay bench;
-    for (const json& v : document["vectors"]) {
-        if (v["kind"] != "positionChoice") continue;
-        bench.in([&] {
-            GpsReceiver& receiver = KvdLoz6TuGps_receiver();
-            receiver.gpssType = v["in"]["gpssType"];
-            receiver.observationMode = v["in"]["observationMode"];
-            const bool averaged = &KvdLoz6TuGps_shownPosition() == &receiver.averaged;
-            EXPECT_EQ(averaged ? "averaged" : "instantaneous", v["out"]["record"]) << v["id"];
-        });
-    }
-}
-
-TEST(NmeaCheckValues, Framing)
-{
-    TU_LOAD_VECTORS(document, "o05_nmea.json");
-    for (const json& v : document["vectors"]) {
-        if (v["kind"] != "framing" && v["kind"] != "framingSplit") continue;
-        SCOPED_TRACE(v["id"].get<std::string>());
-        Line line;
-        for (const json& chunk : v["in"].value("chunks", json::array({v["in"].value("bytes", "")})))
-            line.feed(bytesOf(chunk));
-        json got = line.posted(), want = v["out"];
-        for (const json& other : v.value("alternatives", json::array()))
-            if (got == other["sentences"]) want.update(other);
-        EXPECT_EQ(line.counters().numberOfBytesRec, want["numberOfBytesRec"]);
-        if (v["kind"] == "framingSplit") {
-            for (json& sentence : got) sentence = sentence["text"];
-            EXPECT_EQ(got, want["sentences"]);
-            continue;
-        }
-        EXPECT_EQ(got, want["sentences"]);
-        EXPECT_EQ(line.counters().numberOfTooLongMsgs, want["numberOfTooLongMsgs"]);
-        // Inside a sentence a CR delivers what has been put together; outside of one nothing.
-        bench::pktsyncInbox().clear();
-        line.feed("\r");
-        ASSERT_EQ(line.posted().size(), want["serialState"].get<std::size_t>());
-        if (want["serialState"] == 1) {
-            EXPECT_EQ(line.posted()[0]["length"], want["index"].get<u32>() + 1);
-        }
-    }
-}
-
-TEST(NmeaCheckValues, Frames)
-{
-    TU_LOAD_VECTORS(document, "o05_nmea.json");
-    for (const json& v : document["vectors"]) {
-        if (v["kind"] != "frame") continue;
-        const std::string body = v["in"]["body"];
-        constexpr std::pair<const char*, NmeaFrame> FRAMES[] = {
-            {"two_digit", NMEA_CHECKSUM}, {"blank", NMEA_CHECKSUM_BLANK}, {"none", NMEA_PLAIN}};
-        for (const auto& [name, frame] : FRAMES) {
-            char text[200];
-            const u32 length = KvdLoz6TuGps_frameSentence(text, sizeof text, body.c_str(), frame);
-            EXPECT_EQ(std::string(text, length), v["out"][name]) << v["id"];
-        }
-    }
+    const auto whole = [](void (*body)(const json&)) { return [body](const Value& v) { body(v.read()); }; };
+    const auto sentence = [](const json& v) { sentences(v, json::array({v.at("in")}), json::array({v.at("out")})); };
+    const auto series = [](const json& v) { sentences(v, v.at("in").at("steps"), v.at("out").at("after")); };
+    vectors::Document document("o05_nmea.json");
+    vectors::eachKind(document["vectors"],
+                      {{"sentence", whole(sentence)}, {"series", whole(series)},
+                       {"positionChoice", whole(positionChoice)}, {"framing", whole(framing)},
+                       {"framingSplit", whole(framing)}, {"frame", whole(frame)}},
+                      {"frameUse"});             // a list in words; send_test.cpp has the sentences
 }

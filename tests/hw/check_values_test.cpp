@@ -1,369 +1,616 @@
 // Replay of the check values: frequency, counters and the oscillator's EEPROM.
 #include "hw/check_values.h"
+#include "hw/hwif_sig.h"
+#include "hw/kvd_hwif_mult_words.h"
+#include "mgr/kvd_math.h"
+#include "reg/kvd_reg_control_int.h"
+#include "reg/kvd_reg_jump.h"
+#include "socpri/kvd_socpri_inrsi_master_int.h"
 
 #include <gtest/gtest.h>
 
 using namespace hwtest;
 
-// ---- frequency --------------------------------------------------------------------------------
+namespace {
 
-TEST(CheckValues, Frequency)
+// ---- frequency --------------------------------------------------------------------------------------------
+
+void beBoardOf(const std::string& name)
 {
-    TU_LOAD_VECTORS(doc, "o01_frequency.json");
-    for (const json& v : group(doc, "nominal")["vectors"]) {
-        const NominalValues n = nominalOf(v["in"]["case"]);
-        EXPECT_EQ(n.nomDiv, u(v["out"]["nomDiv"]));
-        EXPECT_EQ(n.K, v["out"]["K"].get<i64>());
-        EXPECT_EQ(n.M, v["out"]["M"].get<i64>());
-        EXPECT_EQ(frequencyWords(n, 0, 0).U_nom, v["out"]["U_nom"].get<double>());
-        if (!v["out"]["synthC"].is_null()) {
-            EXPECT_EQ(n.synthC, u(v["out"]["synthC"]));
-        }
+    setRev3(name == "isRev3" ? 1 : 0);
+    setExtPhaseDetector(name == "ext" ? 1 : 0);
+}
+u32 boardTypeOf(const std::string& name) { return name == "type1" ? 1 : 2; }
+
+void nominal(const Value& v, const Value&)
+{
+    const NominalValues n = nominalOf(v["in"]["case"].get<std::string>());
+    EXPECT_EQ(n.nomDiv, u(v["out"]["nomDiv"]));
+    EXPECT_EQ(n.K, v["out"]["K"].get<i64>());
+    EXPECT_EQ(n.M, v["out"]["M"].get<i64>());
+    EXPECT_EQ(frequencyWords(n, 0, 0).U_nom, v["out"]["U_nom"].get<double>());
+    v["out"]["divisorRegister"].read();      // written at a cold start, see start_test.cpp
+    if (!v["out"]["synthC"].is_null()) {
+        EXPECT_EQ(n.synthC, u(v["out"]["synthC"]));
     }
-    for (const char* name : {"adjustFrequency", "adjustFrequency_limits", "adjustFrequency_halves"})
-        for (const json& v : group(doc, name)["vectors"]) {
-            SCOPED_TRACE(std::string(name) + idOf(v));
-            const json& in = v["in"];
-            const json& out =
-                v.contains("alt") ? v["alt"] : v["out"]; // the reading by which ratio holds
-            const FrequencyWords w = frequencyWords(
-                nominalOf(in["case"]), vectors::number(in["rel"]), vectors::number(in["wander"]));
-            const bool written = std::fabs(vectors::number(in["rel"])) <= limitOf(in["role"]);
-            EXPECT_EQ(written, out["written"].get<int>() == 1);
-            if (!written) continue;
-            const i64 slack = v.contains("tol_int") ? v["tol_int"]["K"].get<i64>() : 0;
-            EXPECT_LE(std::llabs(w.K - out["K"].get<i64>()), slack) << w.K;
-            EXPECT_EQ(w.divisor, out["nomDiv_old"].get<double>());
-        }
-    for (const json& v : group(doc, "adjustFrequency_reach")["vectors"])
-        for (const json& step : v["steps"]) {
-            SCOPED_TRACE(v["name"].dump() + step["in"].dump());
-            const FrequencyWords w =
-                frequencyWords(nominalOf(v["init"]["case"]), vectors::number(step["in"]["rel"]),
-                               vectors::number(step["in"]["wander"]));
-            const double U = step["U"].get<double>();
-            EXPECT_LE(std::fabs(w.divisor + 1 + static_cast<double>(w.K) / 8e8 - U), 6e-12 * U);
-        }
-    for (const json& v : group(doc, "readCurrentFrequency")["vectors"]) {
-        SCOPED_TRACE(idOf(v));
-        near(currentFrequency(nominalOf(v["in"]["case"]), u(v["in"]["divisorRegister"]),
-                              v["in"]["K"].get<i64>(), v["in"]["M"].get<i64>()),
-             v["out"]["rel"], v["tol"]);
-    }
-    for (const json& v : group(doc, "calcOcxoGain")["vectors"]) {
-        SCOPED_TRACE(idOf(v));
-        Bench bench(v["in"]["case"] == "type1" ? 1 : 2);
-        double gain = 0;
-        bench.in([&] {
-            setRev3(v["in"]["case"] == "isRev3" ? 1 : 0);
-            setExtPhaseDetector(v["in"]["case"] == "ext" ? 1 : 0);
-            gain = tuHwIf_calcOcxoGain(vectors::number(v["in"]["U"]));
-        });
-        EXPECT_EQ(gain, vectors::number(v["out"]["gain"]));
-        EXPECT_EQ(bench.bus.countOf("division by 0!") != 0, v["out"]["trace"].get<bool>());
-    }
-    for (const json& v : group(doc, "incrementComparison")["vectors"])
-        EXPECT_EQ(
-            tuHwIf_isOverOneIncrement(vectors::number(v["in"]["a"]), vectors::number(v["in"]["b"])),
-            v["out"]["r"].get<int>() == 1)
-            << idOf(v);
-    for (const json& v : group(doc, "relativeNominalOffset")["vectors"]) {
-        SCOPED_TRACE(idOf(v));
-        Bench bench(1);
-        const i64 fixed = std::llround(v["in"]["coeff0"].get<double>() * 4294967296.0);
-        bench.set(57, static_cast<u32>(fixed >> 32));
-        bench.set(58, static_cast<u32>(fixed));
-        double rel = 0;
-        bench.in([&] { rel = tuHwIf_relativeNominalOffset(); });
-        near(rel, v["out"]["rel"], group(doc, "relativeNominalOffset")["tol"]);
-    }
-    for (const json& v : group(doc, "wanderInterval")["vectors"])
-        EXPECT_EQ(wanderInterval(vectors::number(v["in"]["f"])), u(v["out"]["interval"]))
-            << idOf(v);
 }
 
-TEST(CheckValues, Wander)
+void adjustFrequency(const Value& v, const Value&)
 {
-    TU_LOAD_VECTORS(doc, "o01_frequency.json");
-    const json& g = group(doc, "wander");
-    for (const json& v : g["vectors"]) {
-        u32 index = 0;
-        for (const json& step : v["steps"]) {
-            SCOPED_TRACE(v["name"].dump() + step["in"].dump());
-            const json& in = step["in"];
-            const json& out = step["out"];
-            if (in["op"] == 0 || u(in["op"]) > 2) continue;
-            const NominalValues n = nominalOf(v["init"]["case"]);
-            const double offset = wanderOffset(in["f"].get<double>(), in["a"].get<double>(),
-                                               in["o"].get<double>(), index);
-            near(offset, out["offset"], g["tol"]);
-            index = (index + 1) % 16;
-            EXPECT_EQ(index, u(out["index"]));
+    const Value in = v["in"];
+    // Of two readings of K, the one by which the ratio holds.
+    const Value out = v.contains("alt") ? v["alt"] : v["out"];
+    for (const char* key : {"out", "margin", "exact_half"})
+        if (v.contains(key)) v[key].read();
+    const FrequencyWords w = frequencyWords(nominalOf(in["case"].get<std::string>()), num(in["rel"]), num(in["wander"]));
+    const bool written = std::fabs(num(in["rel"])) <= limitOf(in["role"].get<std::string>());
+    in["nomDiv_old"].read();                 // the words don't hang on the ones before
+    EXPECT_EQ(written, out["written"] == 1);
+    out.read();
+    if (!written) return;
+    const i64 slack = v.contains("tol_int") ? v["tol_int"]["K"].get<i64>() : 0;
+    EXPECT_LE(std::llabs(w.K - out["K"].get<i64>()), slack) << w.K;
+    EXPECT_EQ(w.divisor, num(out["nomDiv_old"]));
+}
+
+/// Of four readings one holds the ratio in every step: it is the ratio that is held.
+void adjustFrequencyReach(const Value& v, const Value&)
+{
+    v["init"].read();
+    for (const Value step : v["steps"]) {
+        SCOPED_TRACE(step["in"].dump());
+        const FrequencyWords w = frequencyWords(nominalOf(v["init"]["case"].get<std::string>()),
+                                                num(step["in"]["rel"]), num(step["in"]["wander"]));
+        const double U = num(step["U"]);
+        EXPECT_LE(std::fabs(w.divisor + 1 + static_cast<double>(w.K) / 8e8 - U), 6e-12 * U);
+        step.read();
+    }
+}
+
+void nearest(const Value& v, const Value&)
+{
+    const double n = KvdLoz6Math_roundHalfDown(num(v["in"]["x"]));
+    if (v.contains("alt") && n == num(v["alt"]["n"])) v["out"].read();
+    else EXPECT_EQ(n, num(v["out"]["n"]));
+    if (v.contains("alt")) v["alt"].read();
+}
+
+void readCurrentFrequency(const Value& v, const Value& g)
+{
+    near(currentFrequency(nominalOf(v["in"]["case"].get<std::string>()), u(v["in"]["divisorRegister"]),
+                          v["in"]["K"].get<i64>(), v["in"]["M"].get<i64>()),
+         v["out"]["rel"], toleranceOf({v, g}));
+}
+
+void calcOcxoGain(const Value& v, const Value&)
+{
+    const std::string name = v["in"]["case"].get<std::string>();
+    Bench bench(boardTypeOf(name));
+    double gain = 0;
+    bench.in([&] {
+        beBoardOf(name);
+        gain = tuHwIf_calcOcxoGain(num(v["in"]["U"]));
+    });
+    EXPECT_EQ(gain, num(v["out"]["gain"]));
+    EXPECT_EQ(bench.bus.countOf("division by 0!") != 0, v["out"]["trace"].get<bool>());
+}
+
+void incrementComparison(const Value& v, const Value&)
+{
+    EXPECT_EQ(
+        tuHwIf_isOverOneIncrement(vectors::number(v["in"]["a"]), vectors::number(v["in"]["b"])),
+        v["out"]["r"].get<int>() == 1);
+}
+
+void relativeNominalOffset(const Value& v, const Value& g)
+{
+    Bench bench(1);
+    const i64 fixed = std::llround(v["in"]["coeff0"].get<double>() * 4294967296.0);
+    bench.set(57, static_cast<u32>(fixed >> 32));
+    bench.set(58, static_cast<u32>(fixed));
+    double rel = 0;
+    bench.in([&] { rel = tuHwIf_relativeNominalOffset(); });
+    near(rel, v["out"]["rel"], toleranceOf({v, g}));
+}
+
+void intervalOfWander(const Value& v, const Value&)
+{
+    EXPECT_EQ(hwif::wanderInterval(vectors::number(v["in"]["f"])), u(v["out"]["interval"]));
+}
+
+/// Of the words that a link had left to those that it found.
+void deltaFrequency(const Value& v, const Value& g)
+{
+    const Value in = v["in"];
+    const auto words = [&](const std::string& n) {
+        inrsi::master::SynthesiserCopy c{};
+        c.integerPart = u(in["a" + n]) - 1;        // as the register holds it
+        c.numerator = in["b" + n].get<i64>();
+        c.denominator = in["c" + n].get<i64>();
+        return c;
+    };
+    in["case"].read();
+    near(inrsi::master::relativeChange(words("1"), words("0")), v["out"]["deltaFreq"], toleranceOf({v, g}));
+}
+
+// ---- wander -----------------------------------------------------------------------------------------------
+
+constexpr u32 WANDER_STOP = 0, WANDER_START = 1, WANDER_STEP = 2;
+
+void orderWander(u32 operation, double f, double a, double o)
+{
+    auto* req = reinterpret_cast<KvdTuhwifGenWanderReq*>(
+        ose::alloc(sizeof(KvdTuhwifGenWanderReq), KVD_TUHWIF_GEN_WANDER_REQ));
+    req->operation = operation;
+    req->frequency = f;
+    req->amplitude = a;
+    req->offset = o;
+    Signal* sig = reinterpret_cast<Signal*>(req);
+    EXPECT_EQ(tuHwIf_dispatch(sig), 1);
+    ose::free_buf(&sig);
+}
+
+/// A step is the generator's own timer, which is waited for; the others are orders.
+void wanderEvent(const Value& in)
+{
+    const u32 op = in["op"].get<u32>();
+    if (op != WANDER_STEP) return orderWander(op, num(in["f"]), num(in["a"]), num(in["o"]));
+    constexpr OSTIME LONGER_THAN_ANY_ms = 1'000'000;
+    Signal* sig = ose::receive_w_tmo(LONGER_THAN_ANY_ms, ose::ANY_SIGNAL);
+    if (sig == nullptr) throw std::runtime_error("no timer runs");
+    EXPECT_EQ(tuHwIf_dispatch(sig), 1);
+    ose::free_buf(&sig);
+}
+
+void wander(const Value& v, const Value& g)
+{
+    const std::string name = v["init"]["case"].get<std::string>();
+    const vectors::Tolerance tolerance = toleranceOf({v, g});
+    v["init"].read();
+    Bench bench(boardTypeOf(name));
+    bench.in([&] {
+        beBoardOf(name);
+        for (const Value step : v["steps"]) {
+            SCOPED_TRACE(step["in"].dump());
+            const Value in = step["in"], out = step["out"];
+            in["time"].read();
+            control::state().var.U[1] = num(in["U1"]);
+            bench.bus.traces.clear();
+            wanderEvent(in);
+            near(tuHwIf_wanderOffset(), out["offset"], tolerance);
+            EXPECT_EQ(wanderState().index, u(out["index"]));
+            EXPECT_EQ(wanderState().active, u(out["active"]));
             if (!out["interval"].is_null()) {
-                EXPECT_EQ(wanderInterval(in["f"].get<double>()), u(out["interval"]));
+                EXPECT_EQ(hwif::wanderInterval(num(in["f"])), u(out["interval"]));
+                EXPECT_EQ(wanderState().timerRuns, 1u);
             }
-            const double rel = in["U1"].get<double>() / frequencyWords(n, 0, 0).U_nom - 1;
-            near(rel, out["rel"], g["tol"]);
+            for (const Value text : out["traces"]) EXPECT_EQ(bench.bus.countOf(text.get<std::string>()), 1u) << text;
+            if (out["rel"].is_null()) continue;
+            const double rel = num(in["U1"]) / frequencyWords(nominalOf(name), 0, 0).U_nom - 1;
+            near(rel, out["rel"], tolerance);
             if (out["K"].is_null()) {
                 EXPECT_GT(std::fabs(rel), limitOf("master"));
                 continue;
             }
             const i64 slack = step.contains("tol_int") ? step["tol_int"]["K"].get<i64>() : 0;
-            EXPECT_LE(std::llabs(frequencyWords(n, rel, offset).K - out["K"].get<i64>()), slack);
+            EXPECT_LE(std::llabs(frequencyWords(nominalOf(name), rel, tuHwIf_wanderOffset()).K - out["K"].get<i64>()),
+                      slack);
         }
+        orderWander(WANDER_STOP, 0, 0, 0);
+    });
+}
+
+/// What a run to the generator's own end comes to.
+struct WanderRun {
+    double f, a, o;
+    u32 adjustments = 0, index = 0;
+    u64 lastStep_s = 0;
+    bool done = false;
+};
+WanderRun* wanderRun = nullptr;
+
+void runWander()
+{
+    WanderRun& run = *wanderRun;
+    const u32 begin = ose::get_ticks(), interval = hwif::wanderInterval(run.f);
+    orderWander(WANDER_START, run.f, run.a, run.o);
+    run.adjustments = 1;
+    while (Signal* sig = ose::receive_w_tmo(2 * interval, ose::ANY_SIGNAL)) {
+        EXPECT_EQ(tuHwIf_dispatch(sig), 1);
+        ose::free_buf(&sig);
+        ++run.adjustments;
+        run.lastStep_s = static_cast<u64>(ose::get_ticks() - begin) * ose::system_tick() / 1'000'000;
+    }
+    run.index = wanderState().index;
+    run.done = true;
+    ose::kill_proc(ose::current_process());
+}
+
+void wanderEnd(const Value& v, const Value&)
+{
+    const Value in = v["in"], out = v["out"];
+    EXPECT_EQ(hwif::wanderInterval(num(in["f"])), u(in["interval"]));
+    WanderRun run{num(in["f"]), num(in["a"]), num(in["o"])};
+    wanderRun = &run;
+    Bench bench(1);
+    bench.in([] {
+        ose::start(ose::create_process(ose::KIND_PRIORITISED, "wander", runWander, 4096, 15, 0, 0));
+    });
+    EXPECT_TRUE(bench.world.runUntilTrue([&run] { return run.done; }, 900'000 * ose::SEC));
+    EXPECT_EQ(run.adjustments, u(out["adjustments"]));
+    EXPECT_EQ(run.lastStep_s, u(out["lastTime"]));
+    EXPECT_EQ(run.index, u(out["index"]));
+}
+
+// ---- counters ---------------------------------------------------------------------------------------------
+
+/// Writes of a step of the counters; an increment either way where the vector grants it.
+void expectStep(Bench& bench, const Value& v)
+{
+    const std::vector<std::pair<u32, u32>> wanted = expected(bench, v["out"]["writes"]);
+    const std::vector<std::pair<u32, u32>> written = bench.takeWrites();
+    const u32 slack = v.contains("tol_int") ? v["tol_int"]["inc"].get<u32>() : 0;
+    ASSERT_EQ(written.size(), wanted.size());
+    for (std::size_t i = 0; i < written.size(); ++i) {
+        EXPECT_EQ(written[i].first, wanted[i].first);
+        const i64 off = static_cast<i64>(written[i].second) - wanted[i].second;
+        const bool isIncrement = wanted[i].first == bench.address(14);
+        EXPECT_LE(std::llabs(off), isIncrement ? 2 * slack : 0) << std::hex << written[i].second;
     }
 }
 
-// ---- counters ---------------------------------------------------------------------------------
-
-TEST(CheckValues, Steps)
+void adjustTime(const Value& v, const Value&)
 {
-    TU_LOAD_VECTORS(doc, "o01_counters.json");
-    for (const json& v : group(doc, "adjustTime")["vectors"]) {
-        SCOPED_TRACE(idOf(v));
-        Bench bench(u(v["in"]["board"]));
-        if (u(v["in"]["board"]) == 2) bench.set(16, u(v["in"]["loadDone"]));
-        int result = -1;
-        bench.in([&] {
-            result =
-                tuHwIf_adjustTime(vectors::number(v["in"]["ext_t"]), vectors::number(v["in"]["t"]));
-        });
-        EXPECT_EQ(result, v["out"]["result"].get<int>());
-        std::vector<std::pair<u32, u32>> wanted = expected(bench, v["out"]["writes"]);
-        std::vector<std::pair<u32, u32>> written = bench.takeWrites();
-        if (v.contains("tol_int")) { // an increment either way is within the model's own margin
-            ASSERT_EQ(written.size(), wanted.size());
+    const Value in = v["in"], out = v["out"];
+    Bench bench(u(in["board"]));
+    if (u(in["board"]) == 2) bench.set(16, u(in["loadDone"]));
+    in["loadDone"].read();
+    if (v.contains("margin")) v["margin"].read();
+    int result = -1;
+    bench.in([&] { result = tuHwIf_adjustTime(num(in["ext_t"]), num(in["t"])); });
+    EXPECT_EQ(result, out["result"].get<int>());
+    for (const char* key : {"mfn", "sfn", "inc"}) out[key].read();       // in the words
+    expectStep(bench, v);
+    EXPECT_EQ(bench.bus.countOf(out["trace"].get<std::string>()), 1u);
+}
+
+/// The same from the pair by which local time moves.
+void adjustTimeChain(const Value& v, const Value&)
+{
+    const Value in = v["in"], out = v["out"];
+    Bench bench(u(in["board"]));
+    if (u(in["board"]) == 2) bench.set(16, 1);
+    bench.in([&] { KvdLoz6TuReg_adjust_time(num(in["d_c"]), num(in["d_f"])); });
+    for (const char* key : {"e", "f1024", "result", "mfn", "sfn", "inc"}) out[key].read();
+    expectStep(bench, v);
+    EXPECT_EQ(bench.bus.countOf(out["trace"].get<std::string>()), 1u);
+}
+
+void adjustGpsOutTime(const Value& v, const Value&)
+{
+    const Value t = v["in"]["triple"];
+    const GpsOutStep step = gpsOutStep({static_cast<u16>(u(t[0])), static_cast<u16>(u(t[1])), u(t[2])},
+                                       v["in"]["v"].get<i32>());
+    for (const char* key : {"alt", "exact", "edge", "tol_int"})
+        if (v.contains(key)) v[key].read();
+    const Value out = v["out"];
+    v["in"]["board"].read();
+    out["word"].read();                      // packed by gpsOutOffset
+    out["trace"].read();
+    near(step.t_f_out, out["t_f_out"], toleranceOf({v}));
+    near(step.t_f_diff, out["t_f_diff"], toleranceOf({v}));
+    const bool isAtEdge = v.contains("edge") && step.x != u(out["x"]);
+    EXPECT_NEAR(step.x, u(out["x"]), 1);
+    const u32 frames = u(out["frames"]), inc = u(out["inc"]);
+    if (isAtEdge) return;                    // a frame or all of it flips there
+    EXPECT_EQ(step.frames, frames);
+    EXPECT_NEAR(step.inc, inc, 1);
+}
+
+void readGpsOutTime(const Value& v, const Value& g)
+{
+    v["init"].read();
+    for (const Value step : v["steps"]) {
+        SCOPED_TRACE(step["in"].dump());
+        const Value in = step["in"], out = step["out"];
+        out["failed"].read(), out["period"].read(), in.read();
+        if (in["t"].is_null()) {
+            EXPECT_EQ(out["failed"], 1);
+            out.read();
             continue;
         }
-        EXPECT_EQ(written, wanted);
-        EXPECT_EQ(bench.bus.countOf(v["out"]["trace"].get<std::string>()), 1u);
+        EXPECT_EQ(out["failed"], 0);
+        GpsOutData data;
+        if (!in["region"].is_null()) data = {u(in["region"][0]), u(in["region"][1]), 0};
+        const GpsOutReading r = extendGpsOutTime(
+            {static_cast<u16>(u(in["t"][0])), static_cast<u16>(u(in["t"][1])), u(in["t"][2])},
+            {in["master"] == 1, num(in["t_c"]), u(in["valid"]), num(in["outTime"])}, data);
+        near(r.time, out["time"], toleranceOf({step, v, g}));
+        static const std::set<std::string> TEXTS = {
+            "read", "Could not read gpsOutData_r from persistent memory", "Adding missing mfn offset",
+            "GpsOutTime adjusted"};
+        const auto texts = out["traces"].get<std::set<std::string>>();
+        for (const std::string& text : texts)
+            if (!TEXTS.contains(text)) ADD_FAILURE() << "no replay of the trace \"" << text << "\"";
+        EXPECT_EQ(r.missedWrap, texts.contains("Adding missing mfn offset"));
+        EXPECT_EQ(r.adjusted, texts.contains("GpsOutTime adjusted"));
+        if (out["stored"].is_null()) continue;
+        EXPECT_EQ(data.mfnOffset, u(out["stored"][0]));
+        EXPECT_EQ(data.mfn, u(out["stored"][1]));
     }
 }
 
-TEST(CheckValues, OutputCounter)
+/// Without persistent memory nothing is stored; what is stored with it, gpsout_test.cpp tries.
+void resetGpsOutMemory(const Value& v, const Value&)
 {
-    TU_LOAD_VECTORS(doc, "o01_counters.json");
-    for (const json& v : group(doc, "adjustGpsOutTime")["vectors"]) {
-        SCOPED_TRACE(idOf(v));
-        const json& t = v["in"]["triple"];
-        const GpsOutStep step =
-            gpsOutStep({static_cast<u16>(u(t[0])), static_cast<u16>(u(t[1])), u(t[2])},
-                       v["in"]["v"].get<i32>());
-        const json& out = v["out"];
-        near(step.t_f_out, out["t_f_out"], v["tol"]);
-        near(step.t_f_diff, out["t_f_diff"], v["tol"]);
-        if (v.contains("edge") && step.x != u(out["x"])) continue;
-        EXPECT_NEAR(step.x, u(out["x"]), 1);
-        EXPECT_EQ(step.frames, u(out["frames"]));
-        EXPECT_NEAR(step.inc, u(out["inc"]), 1);
+    Bench bench(2);
+    bench.in([] { tuHwIf_resetGpsOutMsiMem(); });
+    EXPECT_EQ(bench.bus.countOf(v["out"]["trace"].get<std::string>()), 1u);
+    if (v["in"]["ready"] == 1) EXPECT_EQ(v["out"]["stored"], (std::vector<u32>{0, 0, 0}));
+    else                       EXPECT_TRUE(v["out"]["stored"].is_null());
+}
+
+void setWords(Bench& bench, const Value& words)
+{
+    for (u32 i = 0; i < 4; ++i) bench.set(2 + i, u(words[i]));
+    bench.bus.traces.clear();
+}
+
+void readBfnIn(const Value& v, const Value&)
+{
+    Bench bench(u(v["init"]["board"]));
+    for (const Value step : v["steps"]) {
+        SCOPED_TRACE(step.dump());
+        setWords(bench, step["in"]["words"]);
+        BfnIn in;
+        int result = -1;
+        BfnNoiseFilter state;
+        bench.in([&] {
+            result = tuHwIf_readBfnIn(in);
+            state = bfnNoiseFilter();
+        });
+        const Value out = step["out"];
+        EXPECT_EQ(result, out["result"].get<int>());
+        for (const Value text : out["traces"]) EXPECT_GE(bench.bus.countOf(text.get<std::string>()), 1u);
+        EXPECT_EQ(bench.bus.traces.size(), out["traces"].size());
+        EXPECT_EQ(state.active, u(out["active"]));
+        EXPECT_EQ(state.last, num(out["last"]));
+        EXPECT_EQ(state.start, num(out["start"]));
+        EXPECT_EQ(state.parityRun, u(out["parityRun"]));
+        EXPECT_EQ(state.goodCount, u(out["goodCount"]));
+        if (out["fields"].is_null()) continue;
+        const Value f = out["fields"];
+        EXPECT_EQ(in.extended, u(f["extended"]));
+        EXPECT_EQ(in.mfn, u(f["l_mfn"]));
+        EXPECT_EQ(in.sfn, u(f["l_sfn"]));
+        EXPECT_EQ(in.inc, u(f["l_inc"]));
+        EXPECT_EQ(in.remoteMfn, u(f["r_mfn"]));
+        EXPECT_EQ(in.remoteSfn, u(f["r_sfn"]));
+        EXPECT_EQ(in.word1, u(f["word4"]));
+        EXPECT_EQ(in.word2, u(f["word5"]));
     }
-    const json& g = group(doc, "readGpsOutTime");
-    for (const json& v : g["vectors"])
-        for (const json& step : v["steps"]) {
-            SCOPED_TRACE(v["name"].dump() + step["in"].dump());
-            const json& in = step["in"];
-            if (in["t"].is_null()) continue;
-            GpsOutData data;
-            if (!in["region"].is_null()) data = {u(in["region"][0]), u(in["region"][1]), 0};
-            const GpsOutReading r = extendGpsOutTime(
-                {static_cast<u16>(u(in["t"][0])), static_cast<u16>(u(in["t"][1])), u(in["t"][2])},
-                {in["master"] == 1, in["t_c"].get<double>(), u(in["valid"]),
-                 in["outTime"].get<double>()},
-                data);
-            near(r.time, step["out"]["time"], tolOf(step, g));
-            if (step["out"]["stored"].is_null()) continue;
-            EXPECT_EQ(data.mfnOffset, u(step["out"]["stored"][0]));
-            EXPECT_EQ(data.mfn, u(step["out"]["stored"][1]));
-            bool missed = false, adjusted = false;
-            for (const json& text : step["out"]["traces"]) {
-                missed = missed || text == "Adding missing mfn offset";
-                adjusted = adjusted || text == "GpsOutTime adjusted";
-            }
-            EXPECT_EQ(r.missedWrap, missed);
-            EXPECT_EQ(r.adjusted, adjusted);
+}
+
+void readBfnAll(const Value& v, const Value& g)
+{
+    Bench bench(u(v["init"]["board"]));
+    for (const Value step : v["steps"]) {
+        SCOPED_TRACE(step.dump());
+        setWords(bench, step["in"]["words"]);
+        const Value out = step["out"];
+        BfnAll all;
+        bench.in([&] { EXPECT_EQ(tuHwIf_readBfnAll(all), out["readResult"].get<int>()); });
+        EXPECT_EQ(all.valid, u(out["valid"]));
+        EXPECT_EQ(all.extended, u(out["extended"]));
+        EXPECT_EQ(all.inc, u(out["inc"]));
+        EXPECT_EQ(all.e_sfc, u(out["e_sfc"]));
+        EXPECT_EQ(all.rc_state, u(out["rc_state"]));
+        EXPECT_EQ(all.jump, u(out["jump"]));
+        EXPECT_EQ(all.ms_flag, u(out["ms_flag"]));
+        EXPECT_EQ(all.coldRestartFlag_tmp, u(out["cold"]));
+        near(all.meanDifference, out["mean"], toleranceOf({step, v, g}));
+        out["failCount"].read();             // stands in the trace
+        if (out["trace"].is_string()) {
+            EXPECT_EQ(bench.bus.countOf(out["trace"].get<std::string>()), 1u);
         }
+    }
 }
 
-TEST(CheckValues, BfnInput)
+// ---- oscillator -------------------------------------------------------------------------------------------
+
+void voltsOfTemperature(const Value& v, const Value&)
 {
-    TU_LOAD_VECTORS(doc, "o01_counters.json");
-    const auto setWords = [](Bench& bench, const json& words) {
-        for (u32 i = 0; i < 4; ++i) bench.set(2 + i, u(words[i]));
-        bench.bus.traces.clear();
+    double volts = -9;
+    EXPECT_EQ(hwif::temperatureVolts(u(v["in"]["word"]), v["in"]["isRev3"] == 1, volts),
+              v["out"]["result"].get<int>());
+    EXPECT_EQ(volts, v["out"]["volts"].is_null() ? -9 : num(v["out"]["volts"]));
+}
+
+void coeffPlain(const Value& v, const Value&)
+{
+    const Value in = v["in"];
+    Bench bench(1);
+    in.read();
+    if (!in["regs"].is_null()) {
+        bench.set(u(in["regs"][0]), u(in["high"]));
+        bench.set(u(in["regs"][1]), u(in["low"]));
+    }
+    double value = -9;
+    bench.in([&] { value = tuHwIf_readOcxoCoeff(u(in["index"])); });
+    EXPECT_EQ(value, num(v["out"]["value"]));
+    EXPECT_EQ(bench.bus.countOf("OCXO has no such coeff") != 0, v["out"]["trace"].get<bool>());
+}
+
+void coeffLimits(const Value& v, const Value&)
+{
+    const Value in = v["in"];
+    in["regs"].read();                       // as in coeffPlain
+    const double limit = temperatureLimit(in["part"].get<std::string>().c_str(), u(in["index"]),
+                                          coefficient(u(in["high"]), u(in["low"])));
+    if (v.contains("alt") && limit == num(v["alt"]["value"])) v["out"].read();
+    else EXPECT_EQ(limit, num(v["out"]["value"]));
+    if (v.contains("alt")) v["alt"].read();
+}
+
+void eepromChecksum(const Value& v, const Value&)
+{
+    const Value out = v["out"];
+    Bench bench(2);
+    putBlock(bench.bus, BASE_2B, vectors::bytes(v["in"]["block"]));
+    int result = -1;
+    bench.in([&] { result = tuHwIf_validateOcxoEeprom(); });
+    EXPECT_EQ(result == 0, out["valid"] == 1);
+    EXPECT_EQ(result == 0, out["result"] == 0);
+    EXPECT_EQ(u(out["calculated"]) == u(out["provided"]) && !out["allZeroTrace"].get<bool>(), out["valid"] == 1);
+    EXPECT_EQ(bench.bus.countOf("All values are zero") != 0, out["allZeroTrace"].get<bool>());
+}
+
+constexpr u32 COPY_DONE = 2;             // of the EEPROM's control word
+
+/// Each read of the EEPROM block is done at once, has a bad checksum, or never ends.
+void eepromRetries(const Value& v, const Value&)
+{
+    const Value out = v["out"];
+    const auto reads = v["in"]["reads"].get<std::vector<std::string>>();
+    std::vector<u8> good(128, 0);
+    good[0] = 3, good[127] = 3;              // version 3 and its sum
+    Bench bench(2);
+    u32 attempts = 0;
+    const u32 control = BASE_2B + 0x14;
+    bench.bus.onWrite[control] = [&](u32) {
+        const std::string how = reads.at(std::min<std::size_t>(attempts++, reads.size() - 1));
+        std::vector<u8> block = good;
+        if (how == "sum") block[127] ^= 1;
+        else if (how != "good" && how != "timeout") throw std::runtime_error("no replay of the read " + how);
+        putBlock(bench.bus, BASE_2B, block);
+        bench.bus.memory[control] = how == "timeout" ? 0 : COPY_DONE;
     };
-    for (const json& v : group(doc, "readBfnIn")["vectors"]) {
-        Bench bench(u(v["init"]["board"]));
-        for (const json& step : v["steps"]) {
-            SCOPED_TRACE(v["name"].dump() + step.dump());
-            setWords(bench, step["in"]["words"]);
-            BfnIn in;
-            int result = -1;
-            BfnNoiseFilter state;
-            bench.in([&] {
-                result = tuHwIf_readBfnIn(in);
-                state = bfnNoiseFilter();
-            });
-            const json& out = step["out"];
-            EXPECT_EQ(result, out["result"].get<int>());
-            for (const json& text : out["traces"])
-                EXPECT_GE(bench.bus.countOf(text.get<std::string>()), 1u);
-            EXPECT_EQ(bench.bus.traces.size(), out["traces"].size());
-            EXPECT_EQ(state.active, u(out["active"]));
-            EXPECT_EQ(state.last, out["last"].get<double>());
-            EXPECT_EQ(state.start, out["start"].get<double>());
-            EXPECT_EQ(state.parityRun, u(out["parityRun"]));
-            EXPECT_EQ(state.goodCount, u(out["goodCount"]));
-            if (out["fields"].is_null()) continue;
-            const json& f = out["fields"];
-            EXPECT_EQ(in.extended, u(f["extended"]));
-            EXPECT_EQ(in.mfn, u(f["l_mfn"]));
-            EXPECT_EQ(in.sfn, u(f["l_sfn"]));
-            EXPECT_EQ(in.inc, u(f["l_inc"]));
-            EXPECT_EQ(in.remoteMfn, u(f["r_mfn"]));
-            EXPECT_EQ(in.remoteSfn, u(f["r_sfn"]));
-            EXPECT_EQ(in.word1, u(f["word4"]));
-            EXPECT_EQ(in.word2, u(f["word5"]));
-        }
+    int result = -1;
+    bench.in([&] { result = startOcxo(); });
+    EXPECT_EQ(result, out["result"].get<int>());
+    EXPECT_EQ(attempts, u(out["attempts"]));
+    const auto failed = out["failedTraces"].get<std::set<u32>>();
+    for (u32 n = 1; n <= 4; ++n)
+        EXPECT_EQ(bench.bus.countOf("checksum failed after reading OCXO data " + std::to_string(n) + " times"),
+                  failed.contains(n) ? 1u : 0u);
+}
+
+void serialAndPart(const Value& v, const Value&)
+{
+    const Value out = v["out"];
+    Bench bench(2);
+    putBlock(bench.bus, BASE_2B, vectors::bytes(v["in"]["block"]));
+    char serial[18], part[12];
+    u8 version = 0, maker = 0;
+    int result = -1;
+    bench.in([&] {
+        result = tuHwIf_readOcxoSerial(serial, version, maker);
+        tuHwIf_readOcxoPartNum(part);
+    });
+    EXPECT_EQ(result, out["result"].get<int>());
+    if (out.contains("part") && out["part"].is_string()) {
+        EXPECT_EQ(part, out["part"].get<std::string>());
     }
-    const json& g = group(doc, "readBfnAll");
-    for (const json& v : g["vectors"]) {
-        Bench bench(u(v["init"]["board"]));
-        for (const json& step : v["steps"]) {
-            SCOPED_TRACE(v["name"].dump() + step.dump());
-            setWords(bench, step["in"]["words"]);
-            BfnAll all;
-            bench.in(
-                [&] { EXPECT_EQ(tuHwIf_readBfnAll(all), step["out"]["readResult"].get<int>()); });
-            const json& out = step["out"];
-            EXPECT_EQ(all.valid, u(out["valid"]));
-            EXPECT_EQ(all.extended, u(out["extended"]));
-            EXPECT_EQ(all.inc, u(out["inc"]));
-            EXPECT_EQ(all.e_sfc, u(out["e_sfc"]));
-            EXPECT_EQ(all.rc_state, u(out["rc_state"]));
-            EXPECT_EQ(all.jump, u(out["jump"]));
-            EXPECT_EQ(all.ms_flag, u(out["ms_flag"]));
-            EXPECT_EQ(all.coldRestartFlag_tmp, u(out["cold"]));
-            near(all.meanDifference, out["mean"], g["tol"]);
-            if (out["trace"].is_string()) {
-                EXPECT_EQ(bench.bus.countOf(out["trace"].get<std::string>()), 1u);
-            }
-        }
+    out.read();
+    if (result != 0) return;
+    EXPECT_EQ(serial, out["text"].get<std::string>());
+    EXPECT_EQ(version, u(out["version"]));
+    EXPECT_EQ(maker, u(out["manufacturer"]));
+}
+
+void putDate(Bench& bench, const Value& in)
+{
+    constexpr std::ptrdiff_t DATE_AT = 88;
+    std::vector<u8> block(128, 0);
+    const std::string text = in["text"].get<std::string>();
+    std::copy(text.begin(), text.end(), block.begin() + DATE_AT);
+    putBlock(bench.bus, BASE_2B, block);
+}
+
+void calibrationDate(const Value& v, const Value&)
+{
+    const Value out = v["out"];
+    Bench bench(u(v["in"]["board"]));
+    putDate(bench, v["in"]);
+    std::tm date{};
+    int result = -1;
+    bench.in([&] { result = tuHwIf_readOcxoCalibDate(date); });
+    EXPECT_EQ(result == 0, out["ok"] == 1);
+    out.read();
+    if (result == 0) {
+        EXPECT_EQ(date.tm_year + 1900, out["year"].get<int>());
+        EXPECT_EQ(date.tm_mon + 1, out["month"].get<int>());
+        EXPECT_EQ(date.tm_mday, out["day"].get<int>());
+    } else if (out["trace"].is_string()) {
+        const std::string text = out["trace"].get<std::string>();
+        EXPECT_EQ(bench.bus.countOf(text.substr(0, text.find('%'))), 1u);
     }
 }
 
-// ---- oscillator -------------------------------------------------------------------------------
-
-namespace {
-
-std::vector<u8> bytesOf(const std::string& hex)
+void isCalibrated(const Value& v, const Value&)
 {
-    std::vector<u8> bytes;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
-        bytes.push_back(static_cast<u8>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-    return bytes;
+    Bench bench(u(v["in"]["board"]));
+    putDate(bench, v["in"]);
+    bench.bus.now.seconds = v["in"]["now"].get<i64>();
+    int valid = -1;
+    bench.in([&] { valid = tuHwIf_isCalibrated(); });
+    EXPECT_EQ(valid != 0, v["out"]["valid"] == 1);
+    if (v.contains("tol")) v["tol"].read();
+    v["out"]["days"].read();                 // 0 up to 365 of them are valid
 }
 
 }  // namespace
 
-TEST(CheckValues, Ocxo)
+TEST(CheckValues, Frequency)
 {
-    TU_LOAD_VECTORS(doc, "o01_ocxo.json");
-    for (const json& v : group(doc, "temperatureVolts")["vectors"]) {
-        SCOPED_TRACE(idOf(v));
-        double volts = -9;
-        EXPECT_EQ(temperatureVolts(u(v["in"]["word"]), v["in"]["isRev3"] == 1, volts),
-                  v["out"]["result"].get<int>());
-        if (!v["out"]["volts"].is_null()) EXPECT_EQ(volts, v["out"]["volts"].get<double>());
-        else EXPECT_EQ(volts, -9);
-    }
-    for (const json& v : group(doc, "coeffPlain")["vectors"]) {
-        SCOPED_TRACE(idOf(v));
-        Bench bench(1);
-        if (v["in"].contains("regs") && !v["in"]["regs"].is_null()) {
-            bench.set(u(v["in"]["regs"][0]), u(v["in"]["high"]));
-            bench.set(u(v["in"]["regs"][1]), u(v["in"]["low"]));
-        }
-        double value = -9;
-        bench.in([&] { value = tuHwIf_readOcxoCoeff(u(v["in"]["index"])); });
-        EXPECT_EQ(value, v["out"]["value"].get<double>());
-        EXPECT_EQ(bench.bus.countOf("OCXO has no such coeff") != 0, v["out"]["trace"].get<bool>());
-    }
-    // The part isn't named: the values come in fives by part, first the models with limits of their
-    // own.
-    const char* const parts[] = {"OXK318407/1", "OXK318 407/", "OXK317295/1", "another"};
-    u32 row = 0;
-    for (const json& v : group(doc, "coeffLimits")["vectors"]) {
-        SCOPED_TRACE(idOf(v));
-        const double eeprom = coefficient(u(v["in"]["high"]), u(v["in"]["low"]));
-        const char* const part = parts[std::min(row++ / 5, 3u)];
-        EXPECT_EQ(temperatureLimit(part, u(v["in"]["index"]), eeprom),
-                  v["out"]["value"].get<double>());
-    }
-    for (const json& v : group(doc, "eepromChecksum")["vectors"]) {
-        SCOPED_TRACE(v["id"].dump());
-        Bench bench(2);
-        putBlock(bench.bus, BASE_2B, bytesOf(v["in"]["block"]));
-        int result = -1;
-        bench.in([&] { result = tuHwIf_validateOcxoEeprom(); });
-        EXPECT_EQ(result == 0, v["out"]["valid"] == 1);
-        EXPECT_EQ(bench.bus.countOf("All values are zero") != 0,
-                  v["out"]["allZeroTrace"].get<bool>());
-    }
-    for (const json& v : group(doc, "serialAndPart")["vectors"]) {
-        SCOPED_TRACE(idOf(v));
-        Bench bench(2);
-        putBlock(bench.bus, BASE_2B, bytesOf(v["in"]["block"]));
-        char serial[18], part[12];
-        u8 version = 0, maker = 0;
-        int result = -1;
-        bench.in([&] {
-            result = tuHwIf_readOcxoSerial(serial, version, maker);
-            tuHwIf_readOcxoPartNum(part);
-        });
-        EXPECT_EQ(result, v["out"]["result"].get<int>());
-        if (v["out"].contains("part") && v["out"]["part"].is_string()) {
-            EXPECT_EQ(part, v["out"]["part"].get<std::string>());
-        }
-        if (result != 0) continue;
-        EXPECT_EQ(serial, v["out"]["text"].get<std::string>());
-        EXPECT_EQ(version, u(v["out"]["version"]));
-        EXPECT_EQ(maker, u(v["out"]["manufacturer"]));
-    }
+    vectors::Document document("o01_frequency.json");
+    vectors::eachGroup(document["groups"],
+        {{"nominal", nominal}, {"adjustFrequency", adjustFrequency}, {"adjustFrequency_limits", adjustFrequency},
+         {"adjustFrequency_halves", adjustFrequency}, {"nearest", nearest},
+         {"adjustFrequency_reach", adjustFrequencyReach}, {"readCurrentFrequency", readCurrentFrequency},
+         {"calcOcxoGain", calcOcxoGain}, {"incrementComparison", incrementComparison},
+         {"relativeNominalOffset", relativeNominalOffset}, {"wander", wander}, {"wanderEnd", wanderEnd},
+         {"wanderInterval", intervalOfWander}, {"deltaFreq", deltaFrequency}});
 }
 
-TEST(CheckValues, OcxoCalibration)
+TEST(CheckValues, Counters)
 {
-    TU_LOAD_VECTORS(doc, "o01_ocxo.json");
-    const auto benchOf = [](const json& in, Bench& bench) {
-        std::vector<u8> block(128, 0);
-        const std::string text = in["text"];
-        std::copy(text.begin(), text.end(), block.begin() + 88);
-        putBlock(bench.bus, BASE_2B, block);
-    };
-    for (const json& v : group(doc, "calibrationDate")["vectors"]) {
-        SCOPED_TRACE(idOf(v));
-        Bench bench(u(v["in"]["board"]));
-        benchOf(v["in"], bench);
-        std::tm date{};
-        int result = -1;
-        bench.in([&] { result = tuHwIf_readOcxoCalibDate(date); });
-        EXPECT_EQ(result == 0, v["out"]["ok"] == 1);
-        if (result == 0) {
-            EXPECT_EQ(date.tm_year + 1900, v["out"]["year"].get<int>());
-            EXPECT_EQ(date.tm_mon + 1, v["out"]["month"].get<int>());
-            EXPECT_EQ(date.tm_mday, v["out"]["day"].get<int>());
-        } else if (v["out"]["trace"].is_string()) {
-            std::string text = v["out"]["trace"];
-            EXPECT_EQ(bench.bus.countOf(text.substr(0, text.find('%'))), 1u);
-        }
-    }
-    for (const json& v : group(doc, "isCalibrated")["vectors"]) {
-        SCOPED_TRACE(idOf(v));
-        Bench bench(u(v["in"]["board"]));
-        benchOf(v["in"], bench);
-        bench.bus.now.seconds = v["in"]["now"].get<i64>();
-        int valid = -1;
-        bench.in([&] { valid = tuHwIf_isCalibrated(); });
-        EXPECT_EQ(valid != 0, v["out"]["valid"] == 1);
-    }
+    vectors::Document document("o01_counters.json");
+    vectors::eachGroup(document["groups"],
+        {{"adjustTime", adjustTime}, {"adjustTimeChain", adjustTimeChain}, {"adjustGpsOutTime", adjustGpsOutTime},
+         {"readGpsOutTime", readGpsOutTime}, {"resetGpsOutMsiMem", resetGpsOutMemory}, {"readBfnIn", readBfnIn},
+         {"readBfnAll", readBfnAll}});
+}
+
+TEST(CheckValues, Oscillator)
+{
+    vectors::Document document("o01_ocxo.json");
+    vectors::eachGroup(document["groups"],
+        {{"temperatureVolts", voltsOfTemperature}, {"coeffPlain", coeffPlain}, {"coeffLimits", coeffLimits},
+         {"eepromChecksum", eepromChecksum}, {"eepromRetries", eepromRetries}, {"serialAndPart", serialAndPart},
+         {"calibrationDate", calibrationDate}, {"isCalibrated", isCalibrated}},
+        {"readOcxoTemp_sequence", "temperatureLimits", "tempCoefficients", "coldDivider"});   // the regulator's
+}
+
+namespace {
+
+/// FNV-1a over the two low bytes of each word: what the ICs are programmed with is a matter of their data sheets, and a
+/// digit that slips shows nowhere else.
+u32 digest(std::span<const u32> words)
+{
+    u32 hash = 2166136261u;
+    for (const u32 word : words)
+        for (const u32 byte : {word >> 8 & 0xFF, word & 0xFF}) hash = (hash ^ byte) * 16777619u;
+    return hash;
+}
+
+}  // namespace
+
+TEST(CheckValues, WordsOfTheIcs)
+{
+    EXPECT_EQ(multiplicatorWords(0).size(), 112u);
+    EXPECT_EQ(multiplicatorWords(1).size(), 53u);
+    EXPECT_EQ(digest(multiplicatorWords(0)), 0xb2c9876u);
+    EXPECT_EQ(digest(multiplicatorWords(1)), 0x14e5876eu);
+    EXPECT_EQ(digest(PLL_IC_WORDS), 0x5eedd032u);
 }

@@ -2,17 +2,9 @@
 #include "mem_bench.h"
 #include "support/vectors.h"
 
-using vectors::json;
+using vectors::Value;
 
 namespace {
-
-std::vector<u8> hex(const std::string& text)
-{
-    std::vector<u8> bytes;
-    for (std::size_t i = 0; i + 1 < text.size(); i += 2)
-        bytes.push_back(static_cast<u8>(std::stoul(text.substr(i, 2), nullptr, 16)));
-    return bytes;
-}
 
 /// A client's bytes into its region or regions.
 void put(sim::MsiServer& msi, u32 client, std::span<const u8> bytes)
@@ -38,39 +30,42 @@ std::vector<u8> get(MemBench& b, u32 client)
     }
 }
 
+void checksum(const Value& v)
+{
+    EXPECT_EQ(KvdLoz6TuMem_checksum(v["in"]["client"].get<u32>(), vectors::bytes(v["in"]["region"]).data()),
+              v["out"]["sum"].get<u32>());
+}
+
+void verify(const Value& v)
+{
+    MemBench b;
+    const u32 client = v["in"]["client"].get<u32>();
+    const std::vector<u8> region = vectors::bytes(v["in"]["region"]);
+    put(b.msi(), client, region);
+    b.node.restart(4);
+    int ok = -1;
+    std::vector<u8> read(region.size());
+    b.withRegions([&] { ok = KvdLoz6TuMem_read(client, read.data(), static_cast<u32>(read.size())); });
+    vectors::expectOut(v, "ok", ok);
+}
+
+void writing(const Value& v)
+{
+    MemBench b;
+    const u32 client = v["in"]["client"].get<u32>();
+    const std::vector<u8> data = vectors::bytes(v["in"]["data"]);
+    b.node.restart(4);
+    b.withRegions([&] { EXPECT_EQ(KvdLoz6TuMem_write(client, data.data(), static_cast<u32>(data.size())), 1); });
+    EXPECT_EQ(get(b, client), vectors::bytes(v["out"]["region"]));
+}
+
 }  // namespace
 
 TEST(MemCheckValues, ChecksumsReadsAndWrites)
 {
-    TU_LOAD_VECTORS(document, "o05_msi.json");
-    MemBench b;
-    std::size_t replayed = 0;
-    for (const json& v : document["vectors"]) {
-        SCOPED_TRACE(v["id"].get<std::string>());
-        const std::string kind = v["kind"];
-        const u32 client = v["in"]["client"];
-        const std::vector<u8> bytes = hex(v["in"].value("region", v["in"].value("data", "")));
-        const u32 size = static_cast<u32>(bytes.size());
-        if (kind == "checksum") {
-            EXPECT_EQ(KvdLoz6TuMem_checksum(client, bytes.data()), v["out"]["sum"].get<u32>());
-        } else if (kind == "verify") {
-            put(b.msi(), client, bytes);
-            b.node.restart(4);
-            int ok = -1;
-            std::vector<u8> read(bytes.size());
-            b.withRegions([&] { ok = KvdLoz6TuMem_read(client, read.data(), size); });
-            EXPECT_EQ(ok, v["out"]["ok"].get<int>());
-        } else if (kind == "write") {
-            b.node.restart(4);
-            b.withRegions([&] {
-                EXPECT_EQ(KvdLoz6TuMem_write(client, bytes.data(), size), 1);
-            });
-            EXPECT_EQ(get(b, client), hex(v["out"]["region"]));
-        } else {
-            ADD_FAILURE() << "unknown kind " << kind;
-            continue;
-        }
-        ++replayed;
-    }
-    EXPECT_EQ(replayed, document["count"].get<std::size_t>());
+    const vectors::Kinds kinds = {{"checksum", checksum}, {"verify", verify}, {"write", writing}};
+    vectors::Document document("o05_msi.json");
+    vectors::each(document["vectors"], [&](const Value& v) {
+        vectors::dispatch(kinds, v["kind"].get<std::string>(), v);
+    });
 }

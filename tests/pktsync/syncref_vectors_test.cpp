@@ -12,46 +12,136 @@ namespace {
 
 using namespace bench;
 using vectors::json;
+using vectors::Value;
+
+std::string text(const Value& v) { return v.get<std::string>(); }
+
+// ---- tables -----------------------------------------------------------------------------------------------
+
+void intervals(const Value& c)
+{
+    for (const Value row : c["table"]) {
+        const u32 ms = row[1].get<u32>();
+        const i32 log = row[0].get<i32>();
+        EXPECT_EQ(ptpLogToMs(static_cast<i8>(log)), ms) << row;
+        if (log < -10 || log > 13) continue;
+        EXPECT_EQ(ptpMsToLog(ms), log);
+        EXPECT_EQ(ptpMsToLog(ms - 1), std::max(-10, log - 1));
+    }
+}
+
+void logarithms(const Value& c)
+{
+    for (const Value row : c["table"]) EXPECT_EQ(ptpMsToLog(row[0].get<u32>()), row[1].get<i32>()) << row;
+}
+
+/// Identities by the order in which the clocks are made, each row from a fresh start.
+void identities(const Value& c)
+{
+    IdleNode b;
+    b.in([&] {
+        for (const Value row : c["rows"]) {
+            SCOPED_TRACE(row.dump());
+            syncref::state().standardIdentityTaken = false;
+            const std::vector<u8> mac = vectors::bytes(row["mac"]);
+            std::array<u8, 6> own{};
+            std::copy_n(mac.begin(), own.size(), own.begin());
+            for (const Value id : row["creationOrder"]) {
+                syncref::Syncref r{};
+                syncref::formIdentity(r, id.get<u32>(), own);
+                if (id == row["syncrefId"].get<u32>()) {
+                    EXPECT_EQ(r.port.clockIdentity, identityOf(text(row["clockIdentity"])));
+                }
+            }
+        }
+    });
+}
+
+/// Board, code of the link's speed, port word; ingress, egress, what the two come to.
+void latencies(const Value& c)
+{
+    IdleNode b;
+    b.in([&] {
+        for (const Value row : c["rows"]) {
+            SCOPED_TRACE(row.dump());
+            syncref::state().board = row[0].get<u32>();
+            syncref::resetTimestampLatency();
+            syncref::setTimestampLatency(row[1].get<u32>(), row[2].get<u32>());
+            EXPECT_EQ(syncref::state().latencyAsymmetry, row[5].get<i32>());
+            EXPECT_EQ(row[4].get<i32>() - row[3].get<i32>(), row[5].get<i32>());
+        }
+    });
+}
+
+TEST(PtpCheckValues, Tables)
+{
+    const vectors::Kinds rows = {{"logToMs", intervals}, {"msToLog", logarithms}, {"clockIdentity", identities},
+                                 {"latency", latencies}};
+    vectors::Document document("o03_ptp_tables.json");
+    vectors::each(document["cases"], [&](const Value& c) { vectors::dispatch(rows, text(c["name"]), c); });
+}
+
+// ---- syncref control --------------------------------------------------------------------------------------
+
+/// A server by its address, or by the last number of one.
+void setServer(TuiifPktRefConfig& c, const json& server)
+{
+    u32 octets[4] = {192, 168, 0, 0};
+    if (server.is_number()) octets[3] = server;
+    else if (std::sscanf(server.get<std::string>().c_str(), "%u.%u.%u.%u", &octets[0], &octets[1], &octets[2],
+                         &octets[3]) != 4)
+        throw std::runtime_error("no address of a server: " + server.dump());
+    for (std::size_t i = 0; i < 4; ++i) c.serverIpAddress.address[i] = static_cast<u8>(octets[i]);
+}
 
 TuiifPktRefConfig configOf(const json& j)
 {
-    TuiifPktRefConfig c = pktRef(j["fro"], j["cls"], j["type"], j["domain"]);
+    static const std::set<std::string> KEYS = {"fro", "cls", "type", "domain", "mc", "server"};
+    for (const auto& [key, value] : j.items())
+        if (!KEYS.contains(key)) ADD_FAILURE() << "no replay of the field \"" << key << "\"";
+    TuiifPktRefConfig c = pktRef(j.at("fro"), j.at("cls"), j.at("type"), j.at("domain"));
     c.ptpMulticastAddress = j.value("mc", u8{0});
+    if (j.contains("server")) setServer(c, j["server"]);
     return c;
 }
 
 void setEnvironment(const json& op)
 {
-    const auto socket = [&op](i32 good) { return op[2] == "ok" ? good : op[2] == "host" ? -2 : -1; };
-    if (op[1] == "mcWait") syncrefSeen().mcResult = op[2];
-    if (op[1] == "sock1") syncrefSeen().eventSocket = socket(0);
-    if (op[1] == "sock2") syncrefSeen().generalSocket = socket(1);
-    if (op[1] == "clock") syncrefSeen().clockStands = op[2] == 1;
+    static const std::map<std::string, i32> FAILED = {{"host", -2}, {"fail", -1}};
+    const auto socket = [&op](i32 good) { return op.at(2) == "ok" ? good : FAILED.at(op.at(2)); };
+    const std::string what = op.at(1);
+    if (what == "mcWait") syncrefSeen().mcResult = op.at(2);
+    else if (what == "sock1") syncrefSeen().eventSocket = socket(0);
+    else if (what == "sock2") syncrefSeen().generalSocket = socket(1);
+    else if (what == "clock") syncrefSeen().clockStands = op.at(2) == 1;
+    else throw std::runtime_error("nothing to set \"" + what + "\"");
 }
 
 void apply(const json& op, bool interfaceUp)
 {
-    const std::string name = op[0];
+    const std::string name = op.at(0);
     if (name == "start") syncrefBegin(1, interfaceUp);
     else if (name == "init") TuPktsync_SyncrefCtrl_init();
     else if (name == "env") setEnvironment(op);
-    else if (name == "create") give(createReq(configOf(op[1])));
-    else if (name == "delete") give(deleteReq(op[1], op[2]));
-    else if (name == "set") give(setReq(pktRef(op[1], op[2], 0, 24)));
-    else if (name == "up") give(TuPktsyncTuiifUpInd{TUPKTSYNC_TUIIF_UP_IND, 1});
+    else if (name == "create") give(createReq(configOf(op.at(1))));
+    else if (name == "delete") give(deleteReq(op.at(1), op.at(2)));
+    else if (name == "set") {
+        TuiifPktRefConfig c = pktRef(op.at(1), op.at(2), 0, 24);
+        if (!op.at(3).is_null()) setServer(c, op[3]);
+        give(setReq(c));
+    } else if (name == "up") give(TuPktsyncTuiifUpInd{TUPKTSYNC_TUIIF_UP_IND, 1});
     else if (name == "down") give(SIGSELECT{TUPKTSYNC_TUIIF_DOWN_IND});
-    else if (name == "drvSetCfm") TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(op[1]);
-    else if (name == "drvDelCfm") TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(op[1]);
-    else if (name == "mcJoined") TuPktsync_SyncrefCtrl_CfiSetupReady(op[1]);
-    else if (name == "mcLeft") TuPktsync_SyncrefCtrl_CfiRemoveReady(op[1]);
+    else if (name == "drvSetCfm") TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(op.at(1));
+    else if (name == "drvDelCfm") TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(op.at(1));
+    else if (name == "mcJoined") TuPktsync_SyncrefCtrl_CfiSetupReady(op.at(1));
+    else if (name == "mcLeft") TuPktsync_SyncrefCtrl_CfiRemoveReady(op.at(1));
     else if (name == "serverDown") TuPktsync_SyncrefCtrl_handleServerDownInd();
-    else if (name == "select") TuPktsync_SyncrefCtrl_selectionInd(op[1], op[2], op[3]);
+    else if (name == "select") TuPktsync_SyncrefCtrl_selectionInd(op.at(1), op.at(2), op.at(3));
     else if (name == "audit") {
         std::vector<TuiifPktRefConfig> rows;
-        for (const json& row : op[1]) rows.push_back(configOf(row));
+        for (const json& row : op.at(1)) rows.push_back(configOf(row));
         giveAudit(rows, static_cast<u32>(rows.size()));
-    } else
-        ADD_FAILURE() << "unknown operation " << op;
+    } else throw std::runtime_error("no replay of the operation " + op.dump());
 }
 
 std::vector<u32> sentEvent(const json& e)
@@ -76,6 +166,13 @@ std::vector<u32> sentEvent(const json& e)
     return event;
 }
 
+/// Traces that the model tells by a word of its own: no signal goes with them.
+bool isTraceOfItsOwn(const std::string& text)
+{
+    static const std::set<std::string> WORDS = {"sameDomain", "refused"};
+    return WORDS.contains(text);
+}
+
 /// The model's events; what it expects to be traced goes to `traces`.
 Events eventsOf(const json& list, std::vector<std::string>& traces)
 {
@@ -89,7 +186,7 @@ Events eventsOf(const json& list, std::vector<std::string>& traces)
         const std::string name = e[0];
         if (name == "trace") {
             const std::string text = e[1];
-            if (text != "sameDomain" && text != "refused") traces.push_back(text);
+            if (!isTraceOfItsOwn(text)) traces.push_back(text);
         } else if (name == "send") {
             events.push_back(sentEvent(e));
         } else if (name == "socket") {
@@ -125,111 +222,120 @@ json records()
     return all;
 }
 
+void controlStep(IdleNode& b, const Value& step, bool interfaceUp, bool isFailure)
+{
+    b.node.traces().clear();
+    std::vector<std::string> traces;
+    const Events wanted = eventsOf(step["events"].read(), traces);
+    b.in([&] {
+        node::traceAttachProcess();
+        syncrefSeen().events.clear();
+        apply(step["op"].read(), interfaceUp);
+        EXPECT_EQ(seenEvents(isFailure), wanted);
+        const syncref::State& s = syncref::state();
+        EXPECT_EQ(s.syncRefCtrlState, step["ctrl"].get<u32>());
+        EXPECT_EQ(s.selected_syncrefId, step["selected"].get<i32>());
+        EXPECT_EQ(s.requestAudit ? 1 : 0, step.value("requestAudit", 0));
+        EXPECT_EQ(step["recs"], records());
+    });
+    for (const std::string& text : traces) EXPECT_EQ(b.node.traces().count({text}), 1u) << text;
+}
+
 TEST(SyncrefCheckValues, Control)
 {
-    TU_LOAD_VECTORS(document, "o03_syncref.json");
-    u32 steps = 0;
-    for (const json& c : document["cases"]) {
-        SCOPED_TRACE(c["name"].get<std::string>());
+    vectors::Document document("o03_syncref.json");
+    vectors::each(document["cases"], [](const Value& c) {
         IdleNode b;
-        const bool isFailure = c["name"].get<std::string>().find("can't be made") != std::string::npos;
+        const std::string name = text(c["name"]);
+        const bool isFailure = name.find("can't be made") != std::string::npos;
         // What becomes of references that nobody has asked for in the end is open there.
-        const bool isOpen = c["name"] == "down during AUDIT_CREATE_PENDING and staying down";
-        for (const json& step : c["steps"]) {
-            if (isOpen && &step == &c["steps"].back()) break;
+        const bool isOpen = name == "down during AUDIT_CREATE_PENDING and staying down";
+        const bool interfaceUp = c["interfaceUp"] == 1;
+        for (u32 i = 0; i < c["steps"].size(); ++i) {
+            const Value step = c["steps"][i];
             SCOPED_TRACE(step.dump());
-            b.node.traces().clear();
-            std::vector<std::string> traces;
-            const Events wanted = eventsOf(step["events"], traces);
-            b.in([&] {
-                node::traceAttachProcess();
-                syncrefSeen().events.clear();
-                apply(step["op"], c["interfaceUp"] == 1);
-                EXPECT_EQ(seenEvents(isFailure), wanted);
-                const syncref::State& s = syncref::state();
-                EXPECT_EQ(s.syncRefCtrlState, step["ctrl"].get<u32>());
-                EXPECT_EQ(s.selected_syncrefId, step["selected"].get<i32>());
-                EXPECT_EQ(s.requestAudit ? 1 : 0, step.value("requestAudit", 0));
-                EXPECT_EQ(records(), step["recs"]);
-            });
-            for (const std::string& text : traces) EXPECT_EQ(b.node.traces().count({text}), 1u) << text;
-            ++steps;
+            if (isOpen && i + 1 == c["steps"].size()) break;
+            controlStep(b, step, interfaceUp, isFailure);
         }
-    }
-    EXPECT_GT(steps, 100u);
+    });
 }
 
 // ---- requirement ----------------------------------------------------------------------------------
 
-TuPktsyncClockRqmt fixedRqmt(const json& f)
+/// The numbers of a requirement by their names, and what a change of one is.
+struct RqmtField { void (*set)(TuPktsyncClockRqmt&, u32); void (*change)(TuPktsyncClockRqmt&); };
+const std::map<std::string, RqmtField> RQMT = {
+    {"minPktInterval", {[](auto& r, u32 v) { r.minPktInterval = v; }, [](auto& r) { ++r.minPktInterval; }}},
+    {"maxPktInterval", {[](auto& r, u32 v) { r.maxPktInterval = v; }, [](auto& r) { ++r.maxPktInterval; }}},
+    {"freqClockClass",
+     {[](auto& r, u32 v) { r.freqClockClass = static_cast<u8>(v); }, [](auto& r) { ++r.freqClockClass; }}},
+    {"freqClockAccuracy",
+     {[](auto& r, u32 v) { r.freqClockAccuracy = static_cast<u8>(v); }, [](auto& r) { --r.freqClockAccuracy; }}},
+    {"timeClockClass",
+     {[](auto& r, u32 v) { r.timeClockClass = static_cast<u8>(v); }, [](auto& r) { ++r.timeClockClass; }}},
+    {"timeClockAccuracy",
+     {[](auto& r, u32 v) { r.timeClockAccuracy = static_cast<u8>(v); }, [](auto& r) { ++r.timeClockAccuracy; }}},
+    {"stratumLevel",
+     {[](auto& r, u32 v) { r.stratumLevel = static_cast<u8>(v); }, [](auto& r) { ++r.stratumLevel; }}},
+};
+
+TuPktsyncClockRqmt fixedRqmt(const Value& f)
 {
     TuPktsyncClockRqmt r{};
-    r.minPktInterval = f["minPktInterval"];
-    r.maxPktInterval = f["maxPktInterval"];
-    r.freqClockClass = f["freqClockClass"];
-    r.freqClockAccuracy = f["freqClockAccuracy"];
-    r.timeClockClass = f["timeClockClass"];
-    r.timeClockAccuracy = f["timeClockAccuracy"];
-    r.stratumLevel = f["stratumLevel"];
-    for (std::size_t i = 0; i < 5; ++i) r.freqClockClassG8265_1[i] = f["classes"][i];
+    for (const auto& [name, value] : f.items()) {
+        if (name == "classes")
+            for (std::size_t i = 0; i < 5; ++i) r.freqClockClassG8265_1[i] = value[i].get<u8>();
+        else RQMT.at(name).set(r, value.get<u32>());
+    }
     return r;
-}
-
-void changeField(TuPktsyncClockRqmt& r, const std::string& name)
-{
-    if (name == "minPktInterval") ++r.minPktInterval;
-    if (name == "maxPktInterval") ++r.maxPktInterval;
-    if (name == "freqClockClass") ++r.freqClockClass;
-    if (name == "freqClockAccuracy") --r.freqClockAccuracy;
-    if (name == "timeClockClass") ++r.timeClockClass;
-    if (name == "timeClockAccuracy") ++r.timeClockAccuracy;
-    if (name == "stratumLevel") ++r.stratumLevel;
 }
 
 /// Marks the requirement of a running clock; a clock that is told has lost the mark.
 constexpr u8 MARK = 0xAB;
 bool wasTold(u32 id) { return ptpClockOf(id)->setup.rqmt.clockClass != MARK; }
 
+void told(const TuPktsyncClockRqmt& fixed, const Value& row)
+{
+    syncrefReady();
+    syncrefSeen().realClocks = true;
+    TuPktsync_SyncrefCtrl_clockRqmtInd(fixed);
+    give(createReq(pktRef(1, 4, 0, 24)));
+    TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(0);
+    give(createReq(pktRef(2, 5, 3, 4)));
+    TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(1);
+    EXPECT_EQ(ptpClockOf(0)->setup.rqmt.clockClass, fixed.timeClockClass);
+    EXPECT_EQ(ptpClockOf(0)->setup.rqmt.clockAccuracy, fixed.timeClockAccuracy);
+    EXPECT_EQ(ptpClockOf(1)->setup.rqmt.clockClass, fixed.freqClockClass);
+    EXPECT_EQ(ptpClockOf(1)->setup.rqmt.freqClockClassG8265_1, fixed.freqClockClassG8265_1);
+    for (const u32 id : {0, 1}) ptpClockOf(id)->setup.rqmt.clockClass = MARK;
+    TuPktsyncClockRqmt changed = fixed;
+    RQMT.at(text(row["change"])).change(changed);
+    TuPktsync_SyncrefCtrl_clockRqmtInd(changed);
+    EXPECT_EQ(wasTold(0), row["typeBelow3"] == 1);
+    EXPECT_EQ(wasTold(1), row["type3"] == 1);
+    for (const u32 id : {0, 1}) TuPktsync_delete_ptp_clock(id);
+}
+
 TEST(SyncrefCheckValues, RequirementAndWhomItConcerns)
 {
-    TU_LOAD_VECTORS(document, "o03_clock_rqmt.json");
+    vectors::Document document("o03_clock_rqmt.json");
     const TuPktsyncClockRqmt fixed = fixedRqmt(document["fixed"]);
-    for (const json& row : document["told"]) {
-        SCOPED_TRACE(row.dump());
+    vectors::each(document["told"], [&](const Value& row) {
+        IdleNode b;
+        b.in([&] { told(fixed, row); });
+    });
+    vectors::each(document["cases"], [&](const Value& c) {
         IdleNode b;
         b.in([&] {
             syncrefReady();
-            syncrefSeen().realClocks = true;
-            TuPktsync_SyncrefCtrl_clockRqmtInd(fixed);
-            give(createReq(pktRef(1, 4, 0, 24)));
-            TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(0);
-            give(createReq(pktRef(2, 5, 3, 4)));
-            TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(1);
-            EXPECT_EQ(ptpClockOf(0)->setup.rqmt.clockClass, fixed.timeClockClass);
-            EXPECT_EQ(ptpClockOf(0)->setup.rqmt.clockAccuracy, fixed.timeClockAccuracy);
-            EXPECT_EQ(ptpClockOf(1)->setup.rqmt.clockClass, fixed.freqClockClass);
-            EXPECT_EQ(ptpClockOf(1)->setup.rqmt.freqClockClassG8265_1, fixed.freqClockClassG8265_1);
-            for (const u32 id : {0, 1}) ptpClockOf(id)->setup.rqmt.clockClass = MARK;
-            TuPktsyncClockRqmt changed = fixed;
-            changeField(changed, row["change"]);
-            TuPktsync_SyncrefCtrl_clockRqmtInd(changed);
-            EXPECT_EQ(wasTold(0), row["typeBelow3"] == 1);
-            EXPECT_EQ(wasTold(1), row["type3"] == 1);
-            for (const u32 id : {0, 1}) TuPktsync_delete_ptp_clock(id);
-        });
-    }
-    IdleNode b;
-    b.in([&] {
-        syncrefReady();
-        for (const json& c : document["cases"]) {
             TuPktsync_SyncrefCtrl_clockRqmtInd(fixed);
             TuPktsyncClockRqmt r = fixed;
-            r.minPktInterval = c["minPktInterval"];
-            r.maxPktInterval = c["maxPktInterval"];
+            r.minPktInterval = c["minPktInterval"].get<u32>();
+            r.maxPktInterval = c["maxPktInterval"].get<u32>();
             r.stratumLevel = 9;
             TuPktsync_SyncrefCtrl_clockRqmtInd(r);
             EXPECT_EQ(syncref::state().clockRqmt->stratumLevel, c["accepted"] == 1 ? 9 : fixed.stratumLevel);
-        }
+        });
     });
 }
 
@@ -248,33 +354,33 @@ void selectInManager(u8 refType, u32 froId, u32 froClassNo)
 
 TEST(SyncrefCheckValues, SelectionAsThePacketProcessIsTold)
 {
-    TU_LOAD_VECTORS(document, "o03_pktsync_adm.json");
-    IdleNode b;
-    const PROCESS pktsync = b.node.system().spawn("pktsync", 18, [&document] {
-        for (const json& row : document["selection"]) {
+    vectors::Document document("o03_pktsync_adm.json");
+    vectors::each(document["selection"], [](const Value& row) {
+        IdleNode b;
+        const PROCESS pktsync = b.node.system().spawn("pktsync", 18, [&row] {
             Signal* sig = ose::receive(ose::ANY_SIGNAL);
             const auto* ind = as<TuPktsyncRefSelectionInd>(sig);
             ASSERT_NE(ind, nullptr);
             EXPECT_EQ(ind->sigNo, TUPKTSYNC_REF_SELECTION_IND);
-            EXPECT_EQ(json({ind->froId, ind->froClassNo, ind->selectOperation}), row["selection"]) << row;
+            EXPECT_EQ(row["selection"], json({ind->froId, ind->froClassNo, ind->selectOperation}));
             EXPECT_EQ(ind->timestampConsumerPid, 77u);
             ose::free_buf(&sig);
-        }
+        });
+        b.in([&] {
+            KvdLoz6TuMgr_setPids(77, 78, pktsync);
+            selectInManager(row["refType"].get<u8>(), row["froId"].get<u32>(), row["froClassNo"].get<u32>());
+        });
+        EXPECT_FALSE(b.node.system().alive(pktsync));       // it has seen it
     });
-    b.in([&] {
-        KvdLoz6TuMgr_setPids(77, 78, pktsync);
-        for (const json& row : document["selection"])
-            selectInManager(row["refType"], row["froId"], row["froClassNo"]);
-    });
-    EXPECT_FALSE(b.node.system().alive(pktsync));       // it has seen them all
 }
 
 TEST(SyncrefCheckValues, ExchangesThatPassTheManager)
 {
-    TU_LOAD_VECTORS(document, "o03_pktsync_adm.json");
-    for (const json& row : document["fractions"])
-        EXPECT_EQ(TuPktsyncAdm_fractionOf(row[0]), row[1].get<u32>()) << row;
-    for (const json& c : document["cases"]) {
+    vectors::Document document("o03_pktsync_adm.json");
+    vectors::each(document["fractions"], [](const Value& row) {
+        EXPECT_EQ(TuPktsyncAdm_fractionOf(row[0].get<u32>()), row[1].get<u32>());
+    });
+    vectors::each(document["cases"], [](const Value& c) {
         SCOPED_TRACE(c.dump());
         IdleNode b;
         const PROCESS pktsync = b.node.system().spawn("pktsync", 18, [] {
@@ -285,12 +391,12 @@ TEST(SyncrefCheckValues, ExchangesThatPassTheManager)
             node::traceAttachProcess();
             node::traceSetProgramMask(0xFFFFFFFF);
             KvdLoz6TuMgr_setPids(77, 78, pktsync);
-            const json& selected = c["selected"];
-            selectInManager(selected["refType"], selected["froId"], selected["froClassNo"]);
+            const Value selected = c["selected"];
+            selectInManager(selected["refType"].get<u8>(), selected["froId"].get<u32>(), selected["froClassNo"].get<u32>());
             Signal* sig = ose::alloc(sizeof(TuPktsyncPtpPacketInd), TUPKTSYNC_PTP_PACKET_IND);
             auto* ind = reinterpret_cast<TuPktsyncPtpPacketInd*>(sig);
-            ind->froId = c["packet"][0];
-            ind->froClassNo = c["packet"][1];
+            ind->froId = c["packet"][0].get<u32>();
+            ind->froClassNo = c["packet"][1].get<u32>();
             EXPECT_EQ(TuPktsyncAdm_dispatch(sig), 1);
             ose::free_buf(&sig);
         });
@@ -298,7 +404,7 @@ TEST(SyncrefCheckValues, ExchangesThatPassTheManager)
         const bool isTime = c["to"] == "time";
         EXPECT_EQ(b.node.traces().count({"not passed WARM Up state yet"}), c["passes"].get<std::size_t>());
         EXPECT_EQ(b.node.traces().count({"PTP packet received"}), isTime ? 1u : 0u);
-    }
+    });
 }
 
 }  // namespace

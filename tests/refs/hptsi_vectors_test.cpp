@@ -12,15 +12,8 @@ namespace {
 
 using hptsi::state;
 using vectors::json;
+using vectors::Value;
 using Bytes = std::vector<u8>;
-
-Bytes bytesOf(const std::string& hex)
-{
-    Bytes bytes;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
-        bytes.push_back(static_cast<u8>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-    return bytes;
-}
 
 std::string hexOf(std::span<const u8> bytes)
 {
@@ -32,26 +25,22 @@ std::string hexOf(std::span<const u8> bytes)
     return hex;
 }
 
-TEST(HptsiCheckValues, BytesAndChecksums)
+void checksum(const Value& v)
 {
-    TU_LOAD_VECTORS(document, "o05_cmcc_hptsi.json");
-    for (const json& v : document["vectors"]) {
-        SCOPED_TRACE(v["id"].get<std::string>());
-        const json &in = v["in"], &out = v["out"];
-        if (v["kind"] == "crc") {
-            const Bytes data = bytesOf(in["data"]);
-            EXPECT_EQ(TuCommon_crc8(data.data(), data.size()), out["crc"].get<u8>());
-        } else if (v["kind"] == "reception") {
-            CmccReader reader;
-            json frames = json::array();
-            for (const u8 byte : bytesOf(in["bytes"]))
-                if (KvdLoz6TuHptsi_takeByte(reader, byte))
-                    frames.push_back(hexOf(std::span(reader.buffer).first(CMCC_FRAME_READ)));
-            EXPECT_EQ(frames, out["frames"]);
-            EXPECT_EQ(reader.frameState, out["frameState"].get<u32>());
-            EXPECT_EQ(reader.index, out["index"].get<u32>());
-        }
-    }
+    const Bytes data = vectors::bytes(v["in"]["data"]);
+    EXPECT_EQ(TuCommon_crc8(data.data(), data.size()), v["out"]["crc"].get<u8>());
+}
+
+void reception(const Value& v)
+{
+    CmccReader reader;
+    json frames = json::array();
+    for (const u8 byte : vectors::bytes(v["in"]["bytes"]))
+        if (KvdLoz6TuHptsi_takeByte(reader, byte))
+            frames.push_back(hexOf(std::span(reader.buffer).first(CMCC_FRAME_READ)));
+    EXPECT_EQ(v["out"]["frames"], frames);
+    EXPECT_EQ(reader.frameState, v["out"]["frameState"].get<u32>());
+    EXPECT_EQ(reader.index, v["out"]["index"].get<u32>());
 }
 
 // ---- one signal at a time -----------------------------------------------------------------------
@@ -78,37 +67,43 @@ struct Replay : bench::IifBench {
             ose::free_buf(&sig);
         });
     }
-    void frame(const std::string& hex)
+    void frame(const Value& hex)
     {
-        const Bytes bytes = bytesOf(hex);
+        const Bytes bytes = vectors::bytes(hex);
         Bytes data(4 + std::max<std::size_t>(bytes.size(), 4));
         const u32 length = static_cast<u32>(bytes.size());
         std::memcpy(data.data(), &length, 4);
         std::copy(bytes.begin(), bytes.end(), data.begin() + 4);
         dispatch(KVD_TUHPTSI_CMCC_FRAME_REC, data.data(), data.size());
     }
-    void step(const json& step)
+    void supervise(const Value& step)
     {
-        const std::string ev = step["ev"];
-        if (ev == "frame") {
-            frame(step["hex"]);
-        } else if (ev == "timeout" || ev == "signal") {
-            dispatch(SIGNALS.at(step["name"]));
-        } else if (ev == "toggle") {
-            in([&] { KvdLoz6TuHptsi_statusChange(step["present"]); });
-        } else if (ev == "selectionMode") {
-            const u32 mode = step["mode"];
+        node.serial().openResult = step.value("subscribe_ok", 1) != 0 ? 0 : 8;
+        in([&] {
+            auto* ind = node::make<KvdTuiifSynchPathSupInd>(KVD_TUIIF_SYNCH_PATH_SUP_IND);
+            ind->on = step["on"].get<u32>();
+            Signal* sig = reinterpret_cast<Signal*>(ind);
+            KvdLoz6TuHptsi_supervision(sig, ROW_HPTSI);
+            ose::free_buf(&sig);
+        });
+    }
+    void step(const Value& step)
+    {
+        const std::string ev = step["ev"].get<std::string>();
+        if (ev == "frame") frame(step["hex"]);
+        else if (ev == "timeout" || ev == "signal") dispatch(SIGNALS.at(step["name"].get<std::string>()));
+        else if (ev == "toggle") in([&] { KvdLoz6TuHptsi_statusChange(step["present"].get<u32>()); });
+        else if (ev == "selectionMode") {
+            const u32 mode = step["mode"].get<u32>();
             dispatch(KVD_TUIIF_SELECTION_MODE_CHANGE_IND, &mode, 4);
-        } else {
-            node.serial().openResult = step.value("subscribe_ok", 1) != 0 ? 0 : 8;
-            in([&] {
-                auto* ind = node::make<KvdTuiifSynchPathSupInd>(KVD_TUIIF_SYNCH_PATH_SUP_IND);
-                ind->on = step["on"];
-                Signal* sig = reinterpret_cast<Signal*>(ind);
-                KvdLoz6TuHptsi_supervision(sig, ROW_HPTSI);
-                ose::free_buf(&sig);
-            });
-        }
+        } else if (ev == "force") {
+            in([&] { KvdLoz6TuHptsi_setForceReport(step.value("value", 1u)); });
+        } else if (ev == "override") {
+            const bool on = step.contains("clkSource") ? !step["clkSource"].is_null() : step.value("on", 1) != 0;
+            const u8 source = on && step.contains("clkSource") ? step["clkSource"].get<u8>() : step.value("value", u8{0});
+            in([&] { KvdLoz6TuHptsi_overrideClockSource(on, source); });
+        } else if (ev == "supervise") supervise(step);
+        else throw std::runtime_error("no replay of the step \"" + ev + "\"");
         world.runUntil(world.now());
     }
 
@@ -136,7 +131,7 @@ struct Replay : bench::IifBench {
     {
         json changes = json::array();
         for (const json& r : reports) {
-            const std::string text = std::to_string(r[0].get<u32>()) + " " + r[1].get<std::string>();
+            const std::string text = std::to_string(r.at(0).get<u32>()) + " " + r.at(1).get<std::string>();
             if (text != told) changes.push_back(r);
             told = text;
         }
@@ -164,7 +159,7 @@ struct Replay : bench::IifBench {
     }
 };
 
-void expectState(Replay& replay, const json& after)
+void expectState(Replay& replay, const Value& after)
 {
     const hptsi::State s = replay.node.inProgram([] { return state(); });
     EXPECT_EQ(s.hptsiState, after["hptsiState"].get<u32>());
@@ -183,102 +178,98 @@ void expectState(Replay& replay, const json& after)
     });
 }
 
-void expectTimers(Replay& replay, const std::array<TimerRef, hptsi::TIMERS>& before, const json& after)
+void expectTimers(Replay& replay, const std::array<TimerRef, hptsi::TIMERS>& before, const Value& after)
 {
     const auto now = replay.timers();
+    const json& restarts = after["restarted"].read();
     const auto has = [](const json& list, const char* name) {
         return std::find(list.begin(), list.end(), name) != list.end();
     };
     for (u32 id = 0; id < hptsi::TIMERS; ++id) {
         const char* const name = TIMER_NAMES[id];
-        EXPECT_EQ(now[id] != 0, has(after["timers"], name)) << name;
+        EXPECT_EQ(now[id] != 0, has(after["timers"].read(), name)) << name;
         // One that is started and cancelled in the same step isn't seen here.
         if (now[id] != 0) {
-            EXPECT_EQ(now[id] != before[id], has(after["restarted"], name)) << name;
+            EXPECT_EQ(now[id] != before[id], has(restarts, name)) << name;
         }
     }
 }
 
-TEST(HptsiCheckValues, FramesAndTimeOutsInOrder)
+void sequence(const Value& v)
 {
-    TU_LOAD_VECTORS(document, "o05_cmcc_hptsi.json");
-    for (const json& v : document["vectors"]) {
-        if (v["kind"] != "sequence") continue;
-        SCOPED_TRACE(v["id"].get<std::string>());
-        Replay replay;
-        for (std::size_t i = 0; i < v["in"]["steps"].size(); ++i) {
-            SCOPED_TRACE("step " + std::to_string(i) + " " + v["in"]["steps"][i].dump());
-            const auto before = replay.timers();
-            replay.mp().clearLog();
-            replay.node.traces().clear();
-            replay.step(v["in"]["steps"][i]);
-            const json& after = v["out"]["after"][i];
-            EXPECT_EQ(replay.statuses(), replay.changesAmong(after["reports"]));
-            EXPECT_EQ(replay.qualities(), after["signals"]);
-            EXPECT_EQ(replay.texts(), after["traces"]);
-            expectState(replay, after);
-            expectTimers(replay, before, after);
-        }
+    Replay replay;
+    const Value steps = v["in"]["steps"];
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+        SCOPED_TRACE("step " + std::to_string(i) + " " + steps[i].dump());
+        const auto before = replay.timers();
+        replay.mp().clearLog();
+        replay.node.traces().clear();
+        replay.step(steps[i]);
+        const Value after = v["out"]["after"][i];
+        EXPECT_EQ(replay.statuses(), replay.changesAmong(after["reports"].read()));
+        EXPECT_EQ(after["signals"], replay.qualities());
+        EXPECT_EQ(after["traces"], replay.texts());
+        expectState(replay, after);
+        expectTimers(replay, before, after);
     }
 }
 
-TEST(HptsiCheckValues, WhatAFrameSays)
+const std::map<std::string, double (*)(const hptsi::State&)> FRAME_FIELDS = {
+    {"tow", [](const auto& s) -> double { return s.timeInfo.tow; }},
+    {"week", [](const auto& s) -> double { return s.timeInfo.week; }},
+    {"leapSec", [](const auto& s) -> double { return s.timeInfo.leapSec; }},
+    {"pp1sState", [](const auto& s) -> double { return s.timeInfo.pp1sState; }},
+    {"tacc", [](const auto& s) -> double { return s.timeInfo.tacc; }},
+    {"clkSource", [](const auto& s) -> double { return s.timeState.clkSource; }},
+    {"state", [](const auto& s) -> double { return s.timeState.state; }},
+    {"alarm", [](const auto& s) -> double { return s.timeState.alarm; }}};
+
+void parse(const Value& v)
 {
-    TU_LOAD_VECTORS(document, "o05_cmcc_hptsi.json");
-    for (const json& v : document["vectors"]) {
-        if (v["kind"] != "parse") continue;
-        SCOPED_TRACE(v["id"].get<std::string>());
-        const json &in = v["in"], &out = v["out"];
-        Replay replay;
-        replay.in([&] {
-            state().hptsiState = in["hptsiState"];
-            if (!in["override"].is_null()) KvdLoz6TuHptsi_overrideClockSource(true, in["override"]);
-        });
-        replay.frame(in["frame"]);
-        replay.world.runUntil(replay.world.now());
-        const hptsi::State s = replay.node.inProgram([] { return state(); });
-        if (!out["info"].empty()) {
-            const json& info = out["info"];
-            EXPECT_EQ(s.timeInfo.tow, info["tow"].get<u32>());
-            EXPECT_EQ(s.timeInfo.week, info["week"].get<u32>());
-            EXPECT_EQ(s.timeInfo.leapSec, info["leapSec"].get<int>());
-            EXPECT_EQ(s.timeInfo.pp1sState, info["pp1sState"].get<u32>());
-            EXPECT_EQ(s.timeInfo.tacc, info["tacc"].get<u32>());
-        }
-        if (!out["state"].empty()) {
-            EXPECT_EQ(s.timeState.clkSource, out["state"]["clkSource"].get<u32>());
-            EXPECT_EQ(s.timeState.state, out["state"]["state"].get<u32>());
-            EXPECT_EQ(s.timeState.alarm, out["state"]["alarm"].get<u32>());
-        }
-        EXPECT_EQ(s.timeInfoValid, out["timeInfoValid"].get<u32>());
-        EXPECT_EQ(s.timeStateValid, out["timeStateValid"].get<u32>());
-        EXPECT_EQ(s.hptsiCurrentTime, out["hptsiCurrentTime"].get<double>());
-        EXPECT_EQ(s.qualityType, out["qualityType"].get<u32>());
-        EXPECT_EQ(s.numberOfTimeInfoMsg, out["numberOfTimeInfoMsg"].get<u32>());
-        EXPECT_EQ(s.numberOfTimeStateMsg, out["numberOfTimeStateMsg"].get<u32>());
-        EXPECT_EQ(replay.qualities(), out["signals"]);
-        EXPECT_EQ(replay.texts(), out["traces"]);
-    }
+    const Value in = v["in"], out = v["out"];
+    Replay replay;
+    replay.in([&] {
+        state().hptsiState = in["hptsiState"].get<decltype(state().hptsiState)>();
+        if (!in["override"].is_null()) KvdLoz6TuHptsi_overrideClockSource(true, in["override"].get<u8>());
+    });
+    replay.frame(in["frame"]);
+    replay.world.runUntil(replay.world.now());
+    const hptsi::State s = replay.node.inProgram([] { return state(); });
+    for (const char* part : {"info", "state"})
+        for (const auto& [name, wanted] : out[part].items())
+            EXPECT_EQ(FRAME_FIELDS.at(name)(s), vectors::number(wanted)) << name;
+    EXPECT_EQ(s.timeInfoValid, out["timeInfoValid"].get<u32>());
+    EXPECT_EQ(s.timeStateValid, out["timeStateValid"].get<u32>());
+    EXPECT_EQ(s.hptsiCurrentTime, out["hptsiCurrentTime"].get<double>());
+    EXPECT_EQ(s.qualityType, out["qualityType"].get<u32>());
+    EXPECT_EQ(s.numberOfTimeInfoMsg, out["numberOfTimeInfoMsg"].get<u32>());
+    EXPECT_EQ(s.numberOfTimeStateMsg, out["numberOfTimeStateMsg"].get<u32>());
+    EXPECT_EQ(out["signals"], replay.qualities());
+    EXPECT_EQ(out["traces"], replay.texts());
 }
 
-TEST(HptsiCheckValues, CompensationDelay)
+void compensationDelay(const Value& v)
 {
-    TU_LOAD_VECTORS(document, "o05_cmcc_hptsi.json");
-    for (const json& v : document["vectors"]) {
-        if (v["kind"] != "delay") continue;
-        SCOPED_TRACE(v["id"].get<std::string>());
-        const json& in = v["in"];
-        regtest::MeasureBench b;
-        if (in["regulator_started"] == 1) b.settle();
-        b.select(in["selectedRef"]);
-        b.edit([](measure::State& s) { s.var.m[Z_HPTSI_REF] = 50.0; });
-        b.in([&] {
-            hptsi::setCompensationDelay(in["old_ns"]);
-            hptsi::setCompensationDelay(in["new_ns"]);
-            EXPECT_EQ(state().hptsiCompensationDelay, v["out"]["delay_s"].get<double>());
-        });
-        EXPECT_EQ(b.meas().m[Z_HPTSI_REF], v["out"]["restart"] == 1 ? 0.0 : 50.0);
-    }
+    const Value in = v["in"];
+    regtest::MeasureBench b;
+    if (in["regulator_started"] == 1) b.settle();
+    b.select(in["selectedRef"].get<u32>());
+    b.edit([](measure::State& s) { s.var.m[Z_HPTSI_REF] = 50.0; });
+    b.in([&] {
+        hptsi::setCompensationDelay(in["old_ns"].get<i32>());
+        hptsi::setCompensationDelay(in["new_ns"].get<i32>());
+        EXPECT_EQ(state().hptsiCompensationDelay, v["out"]["delay_s"].get<double>());
+    });
+    EXPECT_EQ(b.meas().m[Z_HPTSI_REF], v["out"]["restart"] == 1 ? 0.0 : 50.0);
+}
+
+TEST(HptsiCheckValues, AreMet)
+{
+    vectors::Document document("o05_cmcc_hptsi.json");
+    vectors::eachKind(document["vectors"],
+                      {{"crc", checksum}, {"reception", reception}, {"sequence", sequence}, {"parse", parse},
+                       {"delay", compensationDelay}},
+                      {"frameOut"});                     // the output's
 }
 
 }  // namespace

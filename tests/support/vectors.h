@@ -121,6 +121,9 @@ public:
     template <typename T>
     T get() const { return read().get<T>(); }
     template <typename T>
+        requires std::is_arithmetic_v<T>
+    operator T() const { return get<T>(); }
+    template <typename T>
     T value(const std::string& key, T fallback) const
     {
         return contains(key) ? (*this)[key].template get<T>() : fallback;
@@ -278,6 +281,18 @@ inline void dispatch(const Kinds& kinds, const std::string& word, const Value& v
     const auto found = kinds.find(word);
     if (found == kinds.end()) throw std::runtime_error("no replay of \"" + word + "\"");
     found->second(vector);
+}
+
+/// Vectors that bear their kind: the row of a kind takes them one by one. A kind that another test replays stands
+/// in `elsewhere`; one that nobody knows fails.
+inline void eachKind(const Value& list, const Kinds& kinds, const std::set<std::string>& elsewhere = {},
+                     const std::vector<Wrong>& wrong = {})
+{
+    each(list, [&](const Value& vector) {
+        const std::string kind = vector["kind"].get<std::string>();
+        if (elsewhere.contains(kind)) vector.read();
+        else dispatch(kinds, kind, vector);
+    }, wrong);
 }
 
 /// A file of groups: the row of a group takes its vectors one by one, beside the group itself. A group that
