@@ -191,7 +191,8 @@ void SoakWatch::lookAtModel(const Moment& m, const Licence& may)
     // A slave without its leader runs free after a minute whatever the regulator's state, and until it is locked again.
     const bool runsFree = may.slave && m.clock == KVD_TUIIF_SLAVE_FREE_RUNNING &&
                           (m.selected == NO_REFERENCE || m.facts.slavePllState != SLAVE_PLL_Locked);
-    const bool isOfOtherRule = m.clock == SOCPRI_STARTING || m.clock == KVD_TUIIF_FAILURE || runsFree ||
+    constexpr double LOOP_STARTS_s = 30.0;        // a restored loop tells its state once it has filtered
+    const bool isOfOtherRule = m.t - started_s_ < LOOP_STARTS_s || m.clock == SOCPRI_STARTING || m.clock == KVD_TUIIF_FAILURE || runsFree ||
                                expected == UNKNOWN;
     const bool isWrong = !may.refused && m.connected && !isOfOtherRule && m.clock != expected;
     if (!isWrong) modelWrongSince_s_ = -1;
