@@ -181,7 +181,7 @@ int tuHwIf_readBfnAll(BfnAll& all)
                                                   INCREMENTS_PER_FRAME);
         all.meanDifference = KvdLoz6Math_wrapSymmetric(diff - 0.5 * loop, INCREMENTS_PER_PERIOD);
     } else {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,
+        KVD_TRACE(TRACE_TUHWIF, TRACE_7,
                   "tuHwIf_readBfnInAll: Received BFN_IN information has not been updated");
     }
     all.valid = 1;

@@ -61,6 +61,7 @@ struct State {
     KvdTimer slaveHoldoverTimer;
     KvdTimer syncDataTimer;
     u32 idl2SyncDataIndTmoCntr = 0;      // 0 to SYNC_DATA_TMO_MAX
+    u32 staleWords = 0;                // of port 1, in a row
     IdlHistory history;
     bool hasSynchPort = false;
     u8 synchPortNo = 0;
@@ -391,6 +392,15 @@ void KvdLoz6TuRef_onSlaveHoldoverTimeout(const KvdTurefSlaveHoldoverTimeoutInd* 
         KvdLoz6TuReg_slavePll_setState(SLAVE_PLL_Unlocked);
     s->idl2SyncDataIndTmoCntr = 0;
     KvdLoz6TuSlave_idl2SyncDataStopped(0);
+}
+
+void KvdLoz6TuRef_idl1Words(bool areFresh)
+{
+    constexpr u32 STALE_MAX = 20;       // two seconds
+    s->staleWords = areFresh ? 0 : s->staleWords + 1;
+    if (s->port[IDLPORT_1].idlState != IDL_ON) return;
+    if (areFresh) stopSlaveHoldover(IDLPORT_1);
+    else if (s->staleWords >= STALE_MAX) startSlaveHoldover(IDLPORT_1);
 }
 
 void KvdLoz6TuRef_idlReset()

@@ -7,6 +7,7 @@
 #include "mgr/trace_groups.h"
 #include "mgr/tu_common.h"
 #include "node/trace.h"
+#include "ref/kvd_ref.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_jump.h"
@@ -98,8 +99,10 @@ void slave::handleIdl1IntSlave()
     KvdLoz6TuSlave_setSlavePllEvent(EV_SLAVE_PLL_UNEVENTFUL_MEASUREMENT);
     BfnAll word{};
     tuHwIf_readBfnInAll(word);
-    if (word.valid == 0 || word.extended == 0) {
-        KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO, "handleIdl1IntSlave: Error when reading BFN IN.");
+    const bool isFresh = word.valid != 0 && word.extended != 0;
+    KvdLoz6TuRef_idl1Words(isFresh);
+    if (!isFresh) {
+        KVD_TRACE(TRACE_TUSLAVE, TRACE_7, "handleIdl1IntSlave: Error when reading BFN IN.");
         KvdLoz6TuSlave_setSlavePllEvent(EV_SLAVE_PLL_BFN_READ_ERROR);
         KvdLoz6TuSlave_logIdl1History(1);
         return;
