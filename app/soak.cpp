@@ -56,10 +56,10 @@ public:
     {
         may_.hasTime = spec.node.mainProcessor.timeMode != 1;
         const auto& references = spec.node.mainProcessor.references;
+        // Packets are averaged for hours before they are trusted with the time.
         may_.canKnowTime = references.empty() ||       // by radio links
                            std::any_of(references.begin(), references.end(), [](const sim::MpReference& r) {
-                               return r.refType == GPS_REF || r.refType == PACKET_TIME_REF ||
-                                      r.refType == HPTSI_REF || r.refType == GPSOSL_REF;
+                               return r.refType == GPS_REF || r.refType == HPTSI_REF || r.refType == GPSOSL_REF;
                            });
         unit.node().traces().setCapacity(0);
         unit.node().mainProcessor().onStatus([this](const sim::ClockStatus& s) {
@@ -202,6 +202,8 @@ private:
     void lookAtComponents(Moment& m)
     {
         const sim::MainProcessor& mp = unit_.node().mainProcessor();
+        for (const sim::MpReference& r : spec_.node.mainProcessor.references)
+            if (may_.slave && mp.suitsRole(r)) m.isWatched = mp.supervises(r);
         for (const sim::MpReference& r : spec_.node.mainProcessor.references)
             if (mp.suitsRole(r) && r.supervise && !mp.usable(r)) m.unusable += " " + r.name;
         for (const char* const name : PROCESSES) {

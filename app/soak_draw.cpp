@@ -48,6 +48,7 @@ void Plan::drawRound(const Drawn& u, double from_s)
 
 void Plan::add(const Drawn& u, double at_s, const char* what, const std::string& with)
 {
+    if (at_s >= end_s_) return;
     const std::string word = what;
     const bool isNet = word.starts_with("master.") || word.starts_with("path.");
     events_ += format("[[event]]\nat = \"%.1fs\"\ndo = \"%s\"\n", at_s, what) +
@@ -56,6 +57,7 @@ void Plan::add(const Drawn& u, double at_s, const char* what, const std::string&
 
 void Plan::addOfLink(double at_s, const char* what, const std::string& with)
 {
+    if (at_s >= end_s_) return;
     events_ += format("[[event]]\nat = \"%.1fs\"\ndo = \"%s\"\n", at_s, what) + with;
 }
 

@@ -96,7 +96,7 @@ void SoakWatch::look(const Moment& m, const Licence& may, std::vector<Violation>
 
 void SoakWatch::told(double t, u8 clock, std::vector<Violation>& found)
 {
-    if (lastTold_ != UNKNOWN && !mayFollow(lastTold_, clock))
+    if (t - started_s_ >= START_s && lastTold_ != UNKNOWN && !mayFollow(lastTold_, clock))
         found.push_back({t, unit_, "clock state " + std::to_string(lastTold_) + " was followed by " +
                                        std::to_string(clock)});
     lastTold_ = clock;
@@ -192,7 +192,7 @@ void SoakWatch::lookAtModel(const Moment& m, const Licence& may)
     const bool runsFree = may.slave && m.clock == KVD_TUIIF_SLAVE_FREE_RUNNING &&
                           (m.selected == NO_REFERENCE || m.facts.slavePllState != SLAVE_PLL_Locked);
     constexpr double LOOP_STARTS_s = 30.0;        // a restored loop tells its state once it has filtered
-    const bool isOfOtherRule = m.t - started_s_ < LOOP_STARTS_s || m.clock == SOCPRI_STARTING || m.clock == KVD_TUIIF_FAILURE || runsFree ||
+    const bool isOfOtherRule = m.t - started_s_ < LOOP_STARTS_s || may.idle || m.clock == SOCPRI_STARTING || m.clock == KVD_TUIIF_FAILURE || runsFree ||
                                expected == UNKNOWN;
     const bool isWrong = !may.refused && m.connected && !isOfOtherRule && m.clock != expected;
     if (!isWrong) modelWrongSince_s_ = -1;
@@ -214,7 +214,7 @@ void SoakWatch::lookAtHoldovers(const Moment& m)
     else if (m.t - loopHoldsSince_s_ > OUTPUT_HELD_s + SLACK_s)
         fail(m, "the loop of another unit's output holds over since " + std::to_string(loopHoldsSince_s_) + " s");
 
-    const bool isFollowing = m.clock == KVD_TUIIF_SLAVE_FRAME_LOCKED && m.leaderGone && m.connected;
+    const bool isFollowing = m.clock == KVD_TUIIF_SLAVE_FRAME_LOCKED && m.leaderGone && m.connected && m.isWatched;
     if (!isFollowing) framesSince_s_ = -1;
     else if (framesSince_s_ < 0) framesSince_s_ = m.t;
     else if (m.t - framesSince_s_ > SLAVE_HELD_s + SLACK_s)
@@ -230,7 +230,8 @@ void SoakWatch::lookBack(const Moment& m, const Licence& may)
     const u8 clock = m.clock;
     const bool isBack = may.slave ? clock == KVD_TUIIF_SLAVE_FRAME_LOCKED
                         : may.canKnowTime ? clock == KVD_TUIIF_TIME_OFFSET_LOCKED || clock == KVD_TUIIF_RNT_TIME_LOCKED
-                                      : clock == KVD_TUIIF_FREQUENCY_LOCKED;
+                                      : clock == KVD_TUIIF_FREQUENCY_LOCKED ||
+                                            (may.hasTime && hasTime(clock) && isLocked(clock));
     if (!isBack) gone("clock state " + std::to_string(clock));
     if (m.told != clock) gone("told clock state " + std::to_string(m.told) + ", is " + std::to_string(clock));
     if (m.selected == NO_REFERENCE) gone("no reference selected");

@@ -34,6 +34,7 @@ struct Moment {
     bool selectedDead = false;         // the selected reference gives nothing since a minute
     bool selectedUsable = true;        // by the word that the unit told
     ClockFacts facts;                  // what makes the clock state
+    bool isWatched = true;             // the main processor has its link supervised
     bool leaderGone = false;           // the link that it follows carries nothing
     double followError_ns = 0;         // counter against the leader's; NaN without one
     u32 refState = 0, refStateTold = 0;   // usable references by the unit, and as told last

@@ -145,6 +145,8 @@ void MainProcessor::changeMaster(u8 timeMode, u8 masterSlaveMode)
     ind.timeMode = timeMode;
     ind.masterSlaveMode = masterSlaveMode;
     sendLayout(ind);
+    selected_ = none();                // the unit drops what it had
+    applyPolicy();
 }
 
 void MainProcessor::boardFailure(bool raised)
@@ -246,9 +248,7 @@ bool MainProcessor::usable(const MpReference& ref) const
     if (ref.alwaysUsable) return true;
     // The unit is told of NTP's packets, the node's service whether any come.
     if (ref.refType == NTP_REF) return node_.ipsync().reachable(ref.froId);
-    if (std::none_of(supervised_.begin(), supervised_.end(),
-                     [&](const MpReference& s) { return same(s, ref); }))
-        return false;
+    if (!supervises(ref)) return false;
     if (ref.refType == PDH_SDH_REF) {
         for (const Line& l : lines_)
             if (l.froId == ref.froId) return (status_.refState >> l.line & 1) != 0;
@@ -266,6 +266,11 @@ bool MainProcessor::usable(const MpReference& ref) const
     if (ref.refType == GPSOSL_REF) return gpsOslStatus_ == GPS_STATUS_OK;
     if (ref.refType == HPTSI_REF) return hptsiStatus_ == GPS_STATUS_OK;
     return (status_.refState & bitOf(ref.refType)) != 0;
+}
+
+bool MainProcessor::supervises(const MpReference& ref) const
+{
+    return std::any_of(supervised_.begin(), supervised_.end(), [&](const MpReference& s) { return same(s, ref); });
 }
 
 /// SSM codes of clocks; 15 says do not use, 255 that there is none.

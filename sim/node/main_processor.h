@@ -110,6 +110,7 @@ public:
     /// What the policy takes for usable now.
     bool usable(const MpReference& reference) const;
     bool suitsRole(const MpReference& reference) const;
+    bool supervises(const MpReference& reference) const;
 
     // ---- what the unit said ---------------------------------------------------------------------
     /// The latest of this connection; clock state 7 before the first.

@@ -254,15 +254,16 @@ DateTime dateOf(const TuiifSfnInitTime& time)
     return {time.year, time.month, time.day, time.hour, time.minute, time.second};
 }
 
-/// A slave's loop tells its state when it changes, which may be long ago, and in between nobody else does.
+/// A slave's loop tells its state when it changes, which may be long ago, and in between nobody else does. While the
+/// hardware is the basic timing function's, the unit runs free.
 void retellSlaveClock()
 {
-    if (KvdLoz6BiraIifAdm_hasHwControl() == 0) return;   // the basic timing function's word counts
     const u32 slavePllState = KvdLoz6TuReg_slavePllState();
     if (slavePllState == SLAVE_PLL_Uninitialized)
         return KvdLoz6TuIifAdm_reportRegState(KvdLoz6TuReg_regState() == WARMUP ? WARMUP : FREQDRIFTING);
     KvdLoz6TuIifAdm_reportSlavePllState(slavePllState);
     KvdLoz6TuIifAdm_updateRadioClockState(KvdLoz6TuIifAdm_lastRegulatorState());
+    KvdLoz6TuRef_awaitLeader();
 }
 
 /// What a freshly confirmed main processor is told, and what it tells the components.

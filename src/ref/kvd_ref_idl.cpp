@@ -394,6 +394,12 @@ void KvdLoz6TuRef_onSlaveHoldoverTimeout(const KvdTurefSlaveHoldoverTimeoutInd* 
     KvdLoz6TuSlave_idl2SyncDataStopped(0);
 }
 
+void KvdLoz6TuRef_awaitLeader()
+{
+    const bool isIdl2 = KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2;
+    if (KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized) startSlaveHoldover(isIdl2 ? IDLPORT_2 : IDLPORT_1);
+}
+
 void KvdLoz6TuRef_idl1Words(bool areFresh)
 {
     constexpr u32 STALE_MAX = 20;       // two seconds
