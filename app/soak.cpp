@@ -68,7 +68,8 @@ public:
             const u32 connection = unit_.node().mainProcessor().connections();
             if (connection != connection_) watch_.forgetTold();
             connection_ = connection;
-            if (may_.idle) watch_.forgetTold();
+            constexpr double NEW_ROLE_s = 15.0;        // in which the former role's last word may still come
+            if (may_.idle || seconds(s.at) - roleChanged_s_ < NEW_ROLE_s) watch_.forgetTold();
             watch_.told(seconds(s.at), s.radioClockState, found_);
             digest_.add(s.at);
             digest_.add(s.radioClockState);
@@ -88,6 +89,7 @@ public:
         if (what == "mp.jump") may_.jump_s = t;
         if (!sparesReferences(what)) may_.reference_s = t;
         // Another role has other states; an oven that leaves its limits warms up again.
+        if (what == "mp.change_master") roleChanged_s_ = t;
         if (what == "mp.change_master" || what == "temperature.step") watch_.forgetTold();
         if (what == "node.packet_stamps") stampsFail_ = !stampsFail_;
         if (what == "temperature.step") ovenMoved_s_ = t, ovenIsOut_ = !ovenIsOut_;
@@ -249,7 +251,7 @@ private:
     SoakWatch watch_;
     Licence may_;
     bool ovenIsOut_ = false, stampsFail_ = false;
-    double ovenMoved_s_ = -1e9;
+    double ovenMoved_s_ = -1e9, roleChanged_s_ = -1e9;
     int boardFaults_ = 0;
     bool unlocked_ = false;
     double unlockedUntil_s_ = -1e9;
