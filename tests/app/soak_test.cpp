@@ -155,16 +155,16 @@ TEST(SoakWatch, KnowsWhichClockStatesFollow)
     SoakWatch watch("tu1");
     std::vector<Violation> found;
     for (const u8 clock : {WARMUP, DRIFTING, LOCKED, OFFSET, RNT, LOCKED, HOLDOVER, LOST, RNT, FAILED})
-        watch.told(0, clock, found);
+        watch.told(100, clock, found);
     EXPECT_TRUE(found.empty()) << found[0].what;
-    watch.told(0, LOCKED, found);                  // the halted state ends with a restart alone
+    watch.told(100, LOCKED, found);                  // the halted state ends with a restart alone
     ASSERT_EQ(found.size(), 1u);
     EXPECT_EQ(found[0].what, "clock state 6 was followed by 3");
     watch.forgetTold();
-    watch.told(0, DRIFTING, found);
+    watch.told(100, DRIFTING, found);
     EXPECT_EQ(found.size(), 1u);
-    watch.told(0, OFFSET, found);                  // time before frequency
-    watch.told(0, WARMUP, found);                  // cold without a start
+    watch.told(100, OFFSET, found);                  // time before frequency
+    watch.told(100, WARMUP, found);                  // cold without a start
     EXPECT_EQ(found.size(), 3u);
 }
 

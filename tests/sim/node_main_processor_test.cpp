@@ -297,11 +297,12 @@ TEST(MainProcessor, SelectsWhatSuitsTheRoleAndRemembersIt)
         unit.status(2, BOTH);
         unit.take();
         asMaster = unit.selections();
-        unit.take(100);
         unit.received.clear();
+        unit.take(100);                    // the new role, and what suits it
         unit.status(14, BOTH);
         unit.take();
         asSlave = unit.selections();
+        unit.received.clear();
         unit.connect();
     });
     EXPECT_EQ(asMaster, std::vector<u8>{2}) << "never its slave's link";
