@@ -63,28 +63,24 @@ TEST(Selection, AndSupervisionFollowAPortToItsOtherLineAndEndWithIt)
 
 TEST(Selection, WritesTheRouteOfTheBoard)
 {
+    struct Case { const char* what; u8 refType; u32 froId; u32 route; };
     RefUnit unit;
-    const u32 none = route(unit);
-    struct Case { const char* what; u8 refType; u32 froId; };
-    u32 last = none;
     for (const Case& c :
-         {Case{"PDH 1", PDH_SDH_REF, LINE_FRO}, Case{"PDH 2", PDH_SDH_REF, LINE_FRO + 1},
-          Case{"SDH", PDH_SDH_REF, LINE_FRO + 4}, Case{"GPS", GPS_REF, 7},
-          Case{"ETHA", ETHA_REF, 7}, Case{"ETHB", ETHB_REF, 7}}) {
+         {Case{"PDH 1", PDH_SDH_REF, LINE_FRO, 0x108}, Case{"PDH 2", PDH_SDH_REF, LINE_FRO + 1, 0x109},
+          Case{"PDH 3", PDH_SDH_REF, LINE_FRO + 2, 0x10A}, Case{"PDH 4", PDH_SDH_REF, LINE_FRO + 3, 0x10B},
+          Case{"SDH", PDH_SDH_REF, LINE_FRO + 4, 0x10C}, Case{"GPS", GPS_REF, 7, 0},
+          Case{"Ethernet A", ETHA_REF, 7, 0x1108}, Case{"Ethernet B", ETHB_REF, 7, 0x2108},
+          Case{"Ethernet C", ETHC_REF, 7, 0x3108}, Case{"NTP leaves it", NTP_REF, 7, 0x3108},
+          Case{"packet frequency leaves it", PACKET_FREQ_REF, 7, 0x3108},
+          Case{"packet time leaves it", PACKET_TIME_REF, 7, 0x3108},
+          Case{"IDL2 leaves it", IDL2_REF, 7, 0x3108},
+          Case{"IDL1 comes in by its own interrupt", IDL1_REF, 7, 0x008},
+          Case{"the time input shares the pulse", HPTSI_REF, 7, 0},
+          Case{"Ethernet B again", ETHB_REF, 7, 0x2108}, Case{"none", NO_REF, 0xFFFFFFFF, 0x008}}) {
         SCOPED_TRACE(c.what);
         unit.select(c.refType, c.froId);
-        EXPECT_NE(route(unit), last);
-        last = route(unit);
+        EXPECT_EQ(route(unit), c.route);
     }
-    for (u8 asIs : {NTP_REF, PACKET_FREQ_REF, PACKET_TIME_REF, IDL2_REF}) {
-        unit.select(asIs);
-        EXPECT_EQ(route(unit), last) << int{asIs};
-    }
-    unit.select(IDL1_REF);                                 // comes in by its own interrupt
-    EXPECT_EQ(route(unit), none);
-    unit.select(ETHB_REF);
-    unit.select(NO_REF, 0xFFFFFFFF, 0xFFFFFFFF);
-    EXPECT_EQ(route(unit), none);
 }
 
 TEST(Selection, ThatTheBoardCantRouteStopsBeforeTheRegulator)
@@ -115,22 +111,30 @@ TEST(Selection, OfTheCommonInputWithoutToggleLeavesHardwareAndRegulator)
 
 TEST(Selection, OfALineOutOfRange)
 {
-    sim::NodeConfig config = refConfig();
-    config.ports[4].line = 5;
-    RefUnit unit(config);
-    unit.select(PDH_SDH_REF, LINE_FRO);
-    const u32 before = route(unit);
-    unit.select(PDH_SDH_REF, LINE_FRO + 4);
-    EXPECT_EQ(unit.traces("Incorrect lineNo=5. expected value between 0-4"), 1u);
-    EXPECT_EQ(route(unit), before);
-    EXPECT_EQ(unit.regulatorRef(), TU_SR_NO_REF);
-
-    unit.select(PDH_SDH_REF, LINE_FRO);
+    struct Case { u32 line; const char* trace; u32 regulator; };
+    for (const Case& c :
+         {Case{4, "Incorrect lineNo", TU_SR_SDH_REF},
+          Case{5, "Incorrect lineNo=5. expected value between 0-4", TU_SR_NO_REF},
+          Case{11, "Incorrect lineNo=11. expected value between 0-4", TU_SR_NO_REF},
+          Case{12, "port line number out of range =12. selectSynchRef ignored", TU_SR_PDH_REF2}}) {
+        SCOPED_TRACE(c.line);
+        sim::NodeConfig config = refConfig();
+        config.ports[4].line = c.line;
+        RefUnit unit(config);
+        unit.select(PDH_SDH_REF, LINE_FRO + 1);
+        const u32 before = route(unit);
+        unit.select(PDH_SDH_REF, LINE_FRO + 4);
+        EXPECT_EQ(unit.traces(c.trace), c.line == 4 ? 0u : 1u);
+        EXPECT_EQ(unit.regulatorRef(), c.regulator);
+        EXPECT_EQ(route(unit) == before, c.line != 4);
+    }
+    RefUnit unit;
+    unit.select(PDH_SDH_REF, LINE_FRO + 1);
     unit.node.phyPorts().remove(3);
     unit.ms(1);
-    unit.select(PDH_SDH_REF, 0xFFFFFFFF);
+    unit.select(PDH_SDH_REF, 0xFFFFFFFF);                  // a free row of the port table has it
     EXPECT_EQ(unit.traces("port line number out of range =65535. selectSynchRef ignored"), 1u);
-    EXPECT_EQ(unit.regulatorRef(), TU_SR_PDH_REF1);
+    EXPECT_EQ(unit.regulatorRef(), TU_SR_PDH_REF2);
 }
 
 TEST(Selection, OfNothingTwiceKeepsTheBlockButTellsTheHardwareAgain)

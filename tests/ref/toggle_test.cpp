@@ -181,6 +181,8 @@ TEST(Path, OfAnUnknownLineIsRefused)
     unit.ms(1);
     unit.supervise(PDH_SDH_REF, true, 0xFFFFFFFF);
     EXPECT_EQ(unit.traces("SyncRefNo out of range =65535. syncPathSupInd ignored"), 1u);
+    unit.supervise(PDH_SDH_REF, true, 4711);               // no port has it: not the first line's
+    EXPECT_EQ(unit.traces("SyncRefNo out of range"), 2u);
     for (u32 n = 0; n < REF_ROWS; ++n) EXPECT_EQ(unit.row(n).supervisionStatus, 0u) << n;
 }
 
