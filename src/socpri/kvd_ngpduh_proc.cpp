@@ -27,6 +27,7 @@ constexpr int COMMAND_DONE = 0, COMMAND_USAGE = 20;
 struct State {
     PROCESS pid = 0;                 // read by the manager
     KvdTimer timeDataTimer;
+    bool failed = false;             // the last answer couldn't be passed on, which has been told
     bool commandRegistered = false;  // the shell keeps it over the process's restart
 };
 ose::ModuleData<State> s;
@@ -82,11 +83,15 @@ void onGetTimeDataRsp(const KvdTuSocpriInciGetTimeDataRsp* rsp)
         ind.clockState = rsp->clockState;
         ind.cbfnJumpInd = rsp->jumpState;
         readOffset(rsp->clockState, ind);
-        if (KvdLoz6TuSoCpri_ngpduhif_sendTimeDataInd(ind) == 0) return;
+        if (KvdLoz6TuSoCpri_ngpduhif_sendTimeDataInd(ind) == 0) {
+            s->failed = false;
+            return;
+        }
     }
-    KVD_TRACE(TRACE_PSXIWNGSCINCISERVER, TRACE_ERROR,
+    KVD_TRACE(TRACE_PSXIWNGSCINCISERVER, s->failed ? TRACE_7 : TRACE_ERROR,
               "Cannot read INCI time data or server is not available: timedataValid= %u.",
               rsp->timeDataValid);
+    s->failed = true;
 }
 
 int dispatchOwn(Signal* sig)
