@@ -88,6 +88,7 @@ double Plan::drawEvent(const Drawn& u, double at_s)
     case 15: return u.cmcc ? timeInput(u, at_s) : service(u, at_s);
     case 16: return u.ntp || !u.esmc.empty() ? network(u, at_s) : command(u, at_s);
     case 17: return u.socpri ? radio(u, at_s) : command(u, at_s);
+    case 18: add(u, at_s, "board.spurious_interrupt"); return 0;
     default: return command(u, at_s);
     }
 }
