@@ -149,7 +149,7 @@ private:
         if (!m.runs) return m;
         m.poolUsed = node.program()->poolUsed();
         struct Seen { u8 clock, selected, degrState; double c, f; u32 jumpState, refState, byText; ClockFacts facts;
-                      bool hasHardware; };
+                      bool isDriving; };
         const Seen seen = node.inProgram([] {
             const TimePair last = KvdLoz6TuReg_getLastTime();
             ClockFacts facts;
@@ -164,10 +164,11 @@ private:
             return Seen{KvdLoz6TuIifAdm_radioClockState(), facts.selected, KvdLoz6TuReg_degrState(), last.c, last.f,
                         KvdLoz6TuReg_jumpState(), KvdLoz6TuIifAdm_tuiifRefState(),
                         KvdLoz6TuRef_stateMask(ROW_GPS) | KvdLoz6TuRef_stateMask(ROW_HPTSI), facts,
-                        KvdLoz6BiraIifAdm_hasHwControl() != 0};
+                        KvdLoz6BiraIifAdm_hasHwControl() != 0 &&
+                            KvdLoz6TuReg_initiateState() != TUREG_WARM_INITIATED};
         });
         constexpr double OVEN_SETTLED_s = 600.0;
-        may_.idle = !seen.hasHardware || ovenIsOut_ || t - ovenMoved_s_ < OVEN_SETTLED_s;
+        may_.idle = !seen.isDriving || ovenIsOut_ || t - ovenMoved_s_ < OVEN_SETTLED_s;
         m.facts = seen.facts;
         m.facts.master = !may_.slave;
         m.facts.timeMode = may_.hasTime;
