@@ -65,12 +65,12 @@ constexpr Dispatch DISPATCH_CHAIN[] = {
     KvdLoz6TuSoCpri_dispatch,
 };
 
-/// Two numbers are the signals of timers whose component allocates them once and arms them again; it may have done
-/// so by now, and frees what isn't its own.
+/// Buffers that their component allocates once and arms again as its own timer's signal; it may have done so by
+/// now. A buffer of the same number that came from elsewhere, or of a former run, isn't one of them.
 void release(SIGSELECT sigNo, Signal* sig)
 {
     const bool rearmed = sigNo == KVD_SLOWPI_HEART_BEAT_IND || sigNo == KVD_SLOWPI_PDU_MISSING_IND;
-    if (!rearmed) ose::free_buf(&sig);
+    if (!rearmed || KvdLoz6TuSlowpi_owns(sig) == 0) ose::free_buf(&sig);
 }
 
 const char* senderName(Signal* sig)

@@ -68,7 +68,6 @@ bool expired(BufferTimer& t, Signal* sig)
     }
     if (t.timer.stale > 0) KvdTimer_expired(t.timer);   // another has been armed since
     else KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "time-out 0x%X of no timer, dropped", sig->sigNo);
-    ose::free_buf(&sig);
     return false;
 }
 
@@ -360,6 +359,11 @@ const char* stateText(u32 slowpiState)
 const char* enabledText(u32 value) { return value == 1 ? "Enabled" : "Disabled"; }
 
 }  // namespace slowpi
+
+u32 KvdLoz6TuSlowpi_owns(const Signal* sig)
+{
+    return sig == s->heartBeat.buffer || sig == s->pduMissing.buffer ? 1 : 0;
+}
 
 int KvdLoz6TuSlowpi_dispatch(Signal* sig)
 {

@@ -16,6 +16,8 @@ constexpr SIGSELECT KVD_SLOWPI_PDU_MISSING_IND = 0x9C6C1;   // own timer; its bu
 void KvdLoz6TuSlowpi_initiate();
 /// Keeps or frees buffers of its two timers' numbers itself: nobody else does.
 int  KvdLoz6TuSlowpi_dispatch(Signal* sig);
+/// 1 for the buffer of one of its timers, which it arms again and again: nobody else frees that.
+u32  KvdLoz6TuSlowpi_owns(const Signal* sig);
 /// The main processor is gone: no supervision until its next order.
 void KvdLoz6TuSlowpi_unsubscribe();
 /// 1: the main processor selects by quality level.

@@ -36,7 +36,8 @@ inline void slowpiManager()
             (*reinterpret_cast<RunInSlowpiManager*>(sig)->body)();
         else
             KvdLoz6TuSlowpi_dispatch(sig);
-        if (sigNo != KVD_SLOWPI_HEART_BEAT_IND && sigNo != KVD_SLOWPI_PDU_MISSING_IND) ose::free_buf(&sig);
+        const bool rearmed = sigNo == KVD_SLOWPI_HEART_BEAT_IND || sigNo == KVD_SLOWPI_PDU_MISSING_IND;
+        if (!rearmed || KvdLoz6TuSlowpi_owns(sig) == 0) ose::free_buf(&sig);   // as the manager does
     }
 }
 
