@@ -1,9 +1,9 @@
 #include "app/clock_model.h"
 
-#include "iif/tuiif_sig.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_pll.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
 
 namespace app {
 namespace {

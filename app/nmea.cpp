@@ -2,10 +2,10 @@
 
 #include "gps/kvd_gps_common.h"
 #include "gps/kvd_gps_serial.h"
-#include "gps/kvd_gps_state.h"
 #include "node/trace.h"
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
 #include "sim/clock/random.h"
+#include "unit/kvd_gps_state.h"
 
 #include <algorithm>
 #include <fstream>

@@ -1,6 +1,6 @@
 #include "app/packet_time.h"
 
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
 
 #include <algorithm>
 #include <numbers>

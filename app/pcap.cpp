@@ -3,7 +3,7 @@
 #include "node/trace.h"
 #include "pktsync/tupktsync_coli.h"
 #include "pktsync/tupktsync_ptp_clock.h"
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
 
 #include <algorithm>
 #include <tuple>

@@ -2,7 +2,7 @@
 
 #include "app/summary.h"
 #include "iif/kvd_pm.h"
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
 
 #include <algorithm>
 #include <array>

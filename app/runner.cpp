@@ -6,15 +6,15 @@
 #include "app/socpri_reports.h"
 #include "app/summary.h"
 #include "gps/kvd_gps_receiver.h"
-#include "gps/kvd_gps_state.h"
-#include "iif/tuiif_sig.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
+#include "sig/tuiif_sig.h"
 #include "sim/board/board.h"
 #include "sim/net/host_net.h"
 #include "sim/scenario/link.h"
 #include "sim/scenario/packet_net.h"
 #include "sim/scenario/unit.h"
+#include "unit/kvd_gps_state.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,21 +1,23 @@
 #include "app/soak.h"
 
 #include "iif/kvd_biraiifadm.h"
-#include "iif/kvd_iifadm.h"
-#include "iif/tuiif_sig.h"
+#include "mp/kvd_iifadm.h"
 #include "ref/kvd_ref.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
 #include "sim/board/board.h"
 #include "sim/node/digest.h"
 #include "sim/scenario/link.h"
 #include "sim/scenario/packet_net.h"
 #include "sim/scenario/unit.h"
+#include "unit/kvd_ref_table.h"
+#include "unit/kvd_unit_link.h"
 
 #include <chrono>
 #include <cmath>

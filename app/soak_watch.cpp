@@ -1,8 +1,8 @@
 #include "app/soak_watch.h"
 
-#include "iif/tuiif_sig.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg_pll.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
 
 #include <algorithm>
 #include <cmath>

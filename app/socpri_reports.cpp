@@ -1,6 +1,6 @@
 #include "app/socpri_reports.h"
 
-#include "iif/tuiif_sig.h"
+#include "sig/tuiif_sig.h"
 
 namespace app {
 namespace {

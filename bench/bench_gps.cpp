@@ -2,11 +2,12 @@
 //
 // A second of a receiver's sentences is framed, posted and parsed again and again by one process of
 // an otherwise idle node. A 9600 bit/s line delivers 960 bytes a second.
-#include "gps/gps_sig.h"
+#include "frame/kvd_mgr_proc.h"
 #include "gps/kvd_gps_common.h"
 #include "gps/kvd_gps_serial.h"
-#include "mgr/kvd_mgr_proc.h"
+#include "sig/gps_sig.h"
 #include "support/idle_node.h"
+#include "unit/kvd_unit_process.h"
 
 #include <benchmark/benchmark.h>
 

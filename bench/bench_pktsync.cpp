@@ -1,16 +1,17 @@
 // Packet synchronisation: one Sync with its Follow_Up from frame to the regulator's door; virtual seconds a
 // wall second of a unit that follows eight masters, each at 128 Sync messages a second.
-#include "iif/tuiif_sig.h"
-#include "mgr/kvd_mgr_proc.h"
+#include "frame/kvd_mgr_proc.h"
 #include "node/sig.h"
 #include "pktsync/tupktsync_pdu.h"
 #include "pktsync/tupktsync_ptp_clock.h"
-#include "pktsync/tupktsync_sig.h"
 #include "pktsync/tupktsync_timestamp_server.h"
 #include "pktsync/tupktsyncadm.h"
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
+#include "sig/tupktsync_sig.h"
 #include "sim/net/ptp_master.h"
 #include "support/idle_node.h"
+#include "unit/kvd_unit_process.h"
 
 #include <benchmark/benchmark.h>
 

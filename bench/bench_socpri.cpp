@@ -1,6 +1,6 @@
 // Synchronisation over radio links: a node's two units with six links each, one of them measured every
 // 100 ms, the others supervised. Virtual seconds a wall second.
-#include "iif/tuiif_sig.h"
+#include "sig/tuiif_sig.h"
 #include "sim/scenario/link.h"
 #include "sim/scenario/scenario.h"
 #include "sim/scenario/unit.h"

@@ -2,10 +2,10 @@
 // 1PPS that comes and goes, in a running unit that supervises and selects the input. What is counted is what a
 // plain reading of the whole stream gives; the state stays one of the known, the program lives on, and good
 // frames bring the time back.
+#include "base/tu_common.h"
 #include "fuzz/fuzz.h"
-#include "mgr/tu_common.h"
-#include "ref/ref_types.h"
 #include "refs/kvd_hptsi_int.h"
+#include "sig/ref_types.h"
 #include "sim/board/board.h"
 #include "sim/refs/line_source.h"
 

@@ -2,10 +2,10 @@
 // is told only with an accepted frame, and after all of them a good frame is taken as ever. The bytes lie in
 // a buffer of their own size, so that the sanitizers see a look behind their end.
 #include "fuzz/fuzz.h"
-#include "iif/tuiif_sig.h"
 #include "node/slowpi.h"
-#include "ref/ref_types.h"
 #include "refs/kvd_slowpi_int.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
 
 namespace {
 

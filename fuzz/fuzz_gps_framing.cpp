@@ -1,10 +1,11 @@
 // Any bytes in any pieces through the framing of sentences: what is posted, counted and lost is
 // what a plain reading of the whole stream gives.
+#include "frame/kvd_mgr_proc.h"
 #include "fuzz/fuzz.h"
-#include "gps/gps_sig.h"
 #include "gps/kvd_gps_serial.h"
-#include "mgr/kvd_mgr_proc.h"
 #include "node/sig.h"
+#include "sig/gps_sig.h"
+#include "unit/kvd_unit_process.h"
 
 #include <string>
 

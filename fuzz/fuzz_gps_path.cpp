@@ -3,10 +3,10 @@
 // selects the receiver. The kernel isn't misused, the state stays one of the known, the program lives
 // on, and good sentences bring the reference back to a valid time.
 #include "fuzz/fuzz.h"
-#include "gps/kvd_gps_state.h"
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
 #include "sim/board/board.h"
 #include "sim/refs/line_source.h"
+#include "unit/kvd_gps_state.h"
 
 #include <string>
 

@@ -1,15 +1,15 @@
 // Words of the BFN input and sync data of any content to a running slave: it lives on, its times and
 // its loop stay numbers, and what it sends on the link is a slave's word.
 #include "fuzz/fuzz.h"
-#include "hw/hwif_sig.h"
 #include "hw/kvd_hwif_regs.h"
 #include "hw/kvd_hwif_words.h"
-#include "iif/tuiif_sig.h"
 #include "refs/kvd_slave_int.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_int.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
+#include "sig/hwif_sig.h"
+#include "sig/tuiif_sig.h"
 
 #include <cmath>
 

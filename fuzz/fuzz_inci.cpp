@@ -1,8 +1,8 @@
 // Signals of any number, size and content to the process that exchanges sync data with other units, many with
 // references that it gave out itself: it lives on, prints its tables, and uses no buffer wrongly.
 #include "fuzz/fuzz.h"
-#include "iif/tuiif_sig.h"
-#include "socpri/inci_sig.h"
+#include "sig/inci_sig.h"
+#include "sig/tuiif_sig.h"
 #include "socpri/kvd_ngpduh_proc.h"
 
 namespace {

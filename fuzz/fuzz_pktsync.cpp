@@ -1,13 +1,13 @@
 // Frames, datagrams, negotiation TLVs and signals of any content to the packet process of a running unit:
 // it lives on, its table and its clocks stay what they can be, and whatever it sends is a PTP message.
 #include "fuzz/fuzz.h"
-#include "iif/tuiif_sig.h"
 #include "node/cfi.h"
 #include "node/ipsocki.h"
 #include "node/pktsyncdrv.h"
 #include "pktsync/tupktsync_proc.h"
 #include "pktsync/tupktsync_ptp_clock.h"
 #include "pktsync/tupktsync_syncref_int.h"
+#include "sig/tuiif_sig.h"
 #include "sim/net/ptp_master.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // Signals of any number, size and content to a running unit's manager: it lives on, serves the operator, and
 // uses no buffer wrongly.
 #include "fuzz/fuzz.h"
-#include "iif/tuiif_sig.h"
+#include "sig/tuiif_sig.h"
 #include "sim/board/board.h"
 
 namespace {

@@ -1,9 +1,10 @@
 #include "sim/node/bira_server.h"
 
-#include "iif/bira_sig.h"
 #include "iif/kvd_biraiifadm.h"
+#include "sig/bira_sig.h"
 #include "sim/board/board.h"
 #include "sim/node/node.h"
+#include "unit/kvd_unit_link.h"
 
 #include <cmath>
 

@@ -1,6 +1,6 @@
 #include "sim/node/idpi_server.h"
 
-#include "refs/idpi_sig.h"
+#include "sig/idpi_sig.h"
 #include "sim/node/node.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "sim/node/inrsi_server.h"
 
+#include "sig/inrsi_sig.h"
 #include "sim/node/node.h"
-#include "socpri/inrsi_sig.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #include "sim/node/main_processor.h"
 
-#include "iif/tuiif_sig.h"
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
 #include "sim/node/node.h"
 
 #include <algorithm>

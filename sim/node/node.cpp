@@ -1,6 +1,6 @@
 #include "sim/node/node.h"
 
-#include "mgr/kvd_load.h"
+#include "frame/kvd_load.h"
 #include "sim/board/board.h"
 
 namespace sim {

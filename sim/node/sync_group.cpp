@@ -1,6 +1,6 @@
 #include "sim/node/sync_group.h"
 
-#include "iif/tuiif_sig.h"
+#include "sig/tuiif_sig.h"
 
 #include <tuple>
 

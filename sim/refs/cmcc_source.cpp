@@ -1,6 +1,6 @@
 #include "sim/refs/cmcc_source.h"
 
-#include "mgr/tu_common.h"
+#include "base/tu_common.h"
 #include "node/bytes.h"
 
 #include <algorithm>

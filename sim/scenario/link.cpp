@@ -1,6 +1,6 @@
 #include "sim/scenario/link.h"
 
-#include "iif/tuiif_sig.h"
+#include "sig/tuiif_sig.h"
 #include "sim/board/board.h"
 #include "sim/scenario/link_bfn.h"
 #include "sim/scenario/link_cpri.h"

@@ -1,7 +1,7 @@
 // link_cpri.h - A CPRI link between two units of a node, for IDL2: each end's port server measures when
 // the other end's frames come, the main processor answers the follower's numbers with the leader's newest.
 #pragma once
-#include "iif/tuiif_sig.h"
+#include "sig/tuiif_sig.h"
 #include "sim/clock/random.h"
 #include "sim/node/idpi_server.h"
 #include "sim/node/main_processor.h"

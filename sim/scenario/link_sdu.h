@@ -1,7 +1,7 @@
 // link_sdu.h - The two units of one node at synchronisation over radio links: what the main processor
 // hands on between the master unit (from), which regulates, and the slave unit (to), which lends its ports.
 #pragma once
-#include "iif/tuiif_sig.h"
+#include "sig/tuiif_sig.h"
 #include "sim/node/main_processor.h"
 #include "sim/scenario/link.h"
 

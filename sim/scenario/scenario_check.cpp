@@ -1,6 +1,6 @@
 // Reading a [[check]]: what must hold at the end of a run.
 #include "iif/kvd_pm.h"
-#include "iif/tuiif_sig.h"
+#include "sig/tuiif_sig.h"
 #include "sim/scenario/scenario.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 // Reading an [[event]]: what can happen in a run, by name.
 #include "iif/kvd_pm.h"
-#include "iif/tuiif_sig.h"
+#include "sig/tuiif_sig.h"
 #include "sim/board/board.h"
 #include "sim/scenario/scenario.h"
 #include "sim/scenario/unit.h"

@@ -1,6 +1,6 @@
 // Reading what a node has of the inter-unit links' servers, [unit.bira] and [unit.idpi], and what can
 // happen to them.
-#include "iif/tuiif_sig.h"
+#include "sig/tuiif_sig.h"
 #include "sim/scenario/scenario.h"
 #include "sim/scenario/unit.h"
 

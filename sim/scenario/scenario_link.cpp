@@ -1,5 +1,5 @@
 // Reading a [[link]] between two units, and what can happen to it.
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
 #include "sim/scenario/link.h"
 #include "sim/scenario/link_sdu.h"
 #include "sim/scenario/scenario.h"

@@ -1,6 +1,6 @@
 // Reading what a node has of radio links to other units, [unit.inrsi], and what can happen to them. A unit
 // behind a link keeps true time, but for the offset that the scenario gives it.
-#include "iif/tuiif_sig.h"
+#include "sig/tuiif_sig.h"
 #include "sim/board/board.h"
 #include "sim/scenario/scenario.h"
 #include "sim/scenario/unit.h"

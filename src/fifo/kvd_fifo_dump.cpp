@@ -1,7 +1,7 @@
 #include "fifo/kvd_fifo_dump.h"
 
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "node/platform.h"
 #include "node/trace.h"
 #include "ose/module_data.h"

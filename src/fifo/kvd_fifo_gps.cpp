@@ -1,9 +1,10 @@
 #include "fifo/kvd_fifo_gps.h"
 
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "fifo/kvd_fifo_dump.h"
 #include "fifo/kvd_fifo_record.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "fifo/kvd_fifo_upcalls.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 
@@ -58,7 +59,7 @@ void copySlowFields(const GpsOther& from, GpsOther& to)
 /// stays, so that a dump still tells what came before.
 void chooseTable()
 {
-    const u32 gpssType = KvdLoz6TuGps_receiver().gpssType;
+    const u32 gpssType = FIFO_UPCALLS.receiver().gpssType;
     const bool wanted = gpssType == GPSS_UNKNOWN ? s->inFuruno : gpssType == GPSS_FURUNO;
     if (wanted == s->inFuruno) return;
     const GpsCommon& before = commonNow();

@@ -3,9 +3,10 @@
 //         file.
 // Units   as the sentences give them.
 #pragma once
-#include "gps/kvd_gps_nmea.h"
-#include "gps/kvd_gps_receiver.h"
 #include "ose/types.h"
+#include "sig/gps_types.h"
+
+#include <array>
 
 // Each stores a sentence's values in the record that is being filled.
 void KvdLoz6FifoGps_storeGpggaSatellites(u8 noOfSatellites);

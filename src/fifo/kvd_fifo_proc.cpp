@@ -1,13 +1,14 @@
 #include "fifo/kvd_fifo_proc.h"
 
-#include "fifo/fifo_sig.h"
+#include "base/trace_groups.h"
 #include "fifo/kvd_fifo_dump.h"
-#include "gps/kvd_gps_receiver.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "fifo/kvd_fifo_upcalls.h"
 #include "node/trace.h"
 #include "ose/ose.h"
-#include "ref/kvd_ref.h"
+#include "sig/fifo_sig.h"
+#include "sig/gps_types.h"
+#include "unit/kvd_ref_table.h"
+#include "unit/kvd_unit_process.h"
 
 namespace {
 
@@ -16,7 +17,7 @@ void onDump()
     if (KvdLoz6TuRef_row(ROW_GPS).supervisionStatus == 0) {
         KVD_TRACE(TRACE_FIFO, TRACE_INFO,
                   "GpsSyncRef is not registered in Synch MO - no GPS data will be dumped!");
-    } else if (KvdLoz6TuGps_receiver().gpssType == GPSS_NORVANE) {
+    } else if (FIFO_UPCALLS.receiver().gpssType == GPSS_NORVANE) {
         KVD_TRACE(TRACE_FIFO, TRACE_INFO,
                   "GpsSyncRef in GPSOUT profile - no GPS data will be dumped!");
     } else {

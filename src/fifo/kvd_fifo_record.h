@@ -3,9 +3,8 @@
 //         that is half written.
 // Units   as the fields say.
 #pragma once
-#include "gps/kvd_gps_nmea.h"
-#include "gps/kvd_gps_receiver.h"
 #include "ose/types.h"
+#include "sig/gps_types.h"
 
 #include <array>
 #include <cstddef>

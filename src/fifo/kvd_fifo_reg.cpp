@@ -1,14 +1,14 @@
 #include "fifo/kvd_fifo_reg.h"
 
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "fifo/kvd_fifo_dump.h"
 #include "fifo/kvd_fifo_record.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_coli.h"
-#include "mgr/tu_common.h"
+#include "fifo/kvd_fifo_upcalls.h"
 #include "node/platform.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "reg/kvd_reg_measure.h"
+#include "sig/reg_types.h"
 
 #include <iterator>
 
@@ -145,7 +145,7 @@ void writePrintouts()
     fifo::fileText("\n***** Current state of LOZ6 from the kvdinfo all coli printout *****\n");
     fifo::filePrint("\n Date and Time for kvdinfo print: %s", fifo::dateNow().text);
     node::shellRedirect(fifo::fileText);
-    TuColi_printAll();
+    FIFO_UPCALLS.printAll();
     node::shellRedirect(nullptr);
 }
 

@@ -1,15 +1,16 @@
 #include "fifo/kvd_fifo_skyview.h"
 
 #include "base/kvd_timer.h"
-#include "fifo/fifo_sig.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "fifo/kvd_fifo_dump.h"
 #include "fifo/kvd_fifo_record.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "fifo/kvd_fifo_upcalls.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
+#include "sig/fifo_sig.h"
+#include "unit/kvd_unit_process.h"
 
 #include <algorithm>
 #include <memory>
@@ -125,11 +126,11 @@ void fifo::onSkyViewWriteData()
         KVD_TRACE(TRACE_FIFO, TRACE_ERROR, "Failed to allocate memory for the skyview buffer");
         return;
     }
-    const GpsReceiver& receiver = KvdLoz6TuGps_receiver();
+    const GpsReceiver& receiver = FIFO_UPCALLS.receiver();
     TuCommon_timeStamp(e->time);
     e->GPGGA = fifo::positionOf(receiver.instantaneous);
     e->GPavp = fifo::positionOf(receiver.averaged);
-    const auto& table = KvdLoz6TuGps_mergedSatellites();
+    const auto& table = FIFO_UPCALLS.satellites();
     std::copy_n(table.begin(), e->satellites.size(), e->satellites.begin());
 }
 

@@ -1,5 +1,6 @@
 #include "gps/kvd_gps.h"
 
+#include "base/trace_groups.h"
 #include "fifo/kvd_fifo_gps.h"
 #include "fifo/kvd_fifo_proc.h"
 #include "fifo/kvd_fifo_skyview.h"
@@ -12,12 +13,11 @@
 #include "gps/kvd_gps_send.h"
 #include "gps/kvd_gps_serial.h"
 #include "gps/kvd_gps_trimble.h"
-#include "iif/kvd_iifadm_send.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "mp/kvd_iifadm_send.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
+#include "unit/kvd_unit_process.h"
 
 #include <cmath>
 #include <cstring>

@@ -1,11 +1,11 @@
 #include "gps/kvd_gps_common.h"
 
+#include "base/tu_common.h"
 #include "gps/kvd_gps_fields.h"
 #include "gps/kvd_gps_furuno.h"
 #include "gps/kvd_gps_nmea.h"
 #include "gps/kvd_gps_norvane.h"
 #include "gps/kvd_gps_trimble.h"
-#include "mgr/tu_common.h"
 #include "ose/module_data.h"
 
 #include <array>

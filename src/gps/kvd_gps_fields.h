@@ -2,7 +2,7 @@
 // Units   lengths in characters; a sentence's length doesn't count its CR.
 // Errors  false with a trace at LEVEL_REFUSED.
 #pragma once
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
 #include "ose/types.h"
 

@@ -2,10 +2,10 @@
 // processor.
 #include "gps/kvd_gps_int.h"
 #include "gps/kvd_gps_receiver.h"
-#include "iif/kvd_iifadm.h"
-#include "iif/tuiif_gps_sig.h"
+#include "mp/kvd_iifadm.h"
 #include "node/sig.h"
 #include "ose/module_data.h"
+#include "sig/tuiif_gps_sig.h"
 
 #include <cstring>
 

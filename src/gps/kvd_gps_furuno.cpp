@@ -4,7 +4,7 @@
 #include "fifo/kvd_fifo_skyview.h"
 #include "gps/kvd_gps_fields.h"
 #include "gps/kvd_gps_receiver.h"
-#include "iif/kvd_iifadm_send.h"
+#include "mp/kvd_iifadm_send.h"
 #include "ose/module_data.h"
 
 namespace {

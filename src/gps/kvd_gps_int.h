@@ -3,13 +3,13 @@
 //         kvd_gps_print.
 #pragma once
 #include "base/kvd_timer.h"
-#include "gps/gps_sig.h"
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_receiver.h"
-#include "gps/kvd_gps_state.h"
-#include "iif/tuiif_sig.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg_time_of_day.h"
+#include "sig/gps_sig.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
+#include "unit/kvd_gps_state.h"
 
 namespace gps {
 

@@ -1,5 +1,6 @@
 // State machine of the GPS reference: from the first byte string to a time at each pulse, and what
 // it makes of each sentence on the way.
+#include "base/trace_groups.h"
 #include "gps/kvd_gps_capture.h"
 #include "gps/kvd_gps_common.h"
 #include "gps/kvd_gps_int.h"
@@ -8,7 +9,6 @@
 #include "gps/kvd_gps_recovery.h"
 #include "gps/kvd_gps_send.h"
 #include "gps/kvd_gps_trimble.h"
-#include "mgr/trace_groups.h"
 #include "node/sig.h"
 #include "node/trace.h"
 

@@ -1,12 +1,12 @@
 // From a latched 1PPS edge to a measurement of the regulator: time query, agreement of the
 // receiver's time with the pulses before it is used, noise, compensation delay.
+#include "base/kvd_math.h"
+#include "base/trace_groups.h"
 #include "gps/kvd_gps_int.h"
-#include "mgr/kvd_math.h"
-#include "mgr/trace_groups.h"
 #include "node/trace.h"
-#include "ref/kvd_ref.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_measure.h"
+#include "unit/kvd_ref_table.h"
 
 #include <cmath>
 

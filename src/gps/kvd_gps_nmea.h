@@ -3,25 +3,9 @@
 // Units   degrees, dB, m.
 // Errors  parsers answer 1 for taken, 0 for refused with a trace.
 #pragma once
-#include "ose/types.h"
+#include "sig/gps_types.h"
 
 #include <array>
-#include <cstddef>
-
-constexpr u32 GPS_SATELLITES = 36;           // of each system
-constexpr u32 GPS_BEST_SATELLITES = 12;
-constexpr u32 GPS_MERGED_SATELLITES = 72;
-
-struct GpsSatellite {
-    u8  SVno = 0;        // 1 to 32 GPS, 65 to 96 GLONASS, 0 empty
-    u8  elevation = 0;   // degrees
-    u16 azimuth = 0;     // degrees
-    u8  SNR = 0;         // dB
-    u8  spare = 0;
-};
-static_assert(sizeof(GpsSatellite) == 6 && offsetof(GpsSatellite, SNR) == 4);
-
-struct GpsDop { double PDOP = 0.0, HDOP = 0.0, VDOP = 0.0; };
 
 /// Sentences by kind, counted as each parser says.
 struct GpsNmeaCounters { u32 numberOfGPGGA = 0, numberOfGPGSA = 0, numberOfGPGSV = 0, numberOfGLGSV = 0; };

@@ -5,7 +5,7 @@
 #include "gps/kvd_gps_fields.h"
 #include "gps/kvd_gps_osl.h"
 #include "gps/kvd_gps_receiver.h"
-#include "iif/kvd_iifadm_send.h"
+#include "mp/kvd_iifadm_send.h"
 #include "ose/module_data.h"
 
 #include <algorithm>

@@ -1,27 +1,27 @@
 #include "gps/kvd_gps_osl.h"
 
 #include "base/kvd_timer.h"
-#include "gps/gps_sig.h"
+#include "base/trace_groups.h"
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_common.h"
 #include "gps/kvd_gps_int.h"
 #include "gps/kvd_gps_norvane.h"
 #include "gps/kvd_gps_receiver.h"
 #include "gps/kvd_gps_serial.h"
-#include "gps/kvd_gps_state.h"
-#include "iif/kvd_iifadm_send.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "gps/kvd_gps_upcalls.h"
+#include "mp/kvd_iifadm_send.h"
 #include "node/platform.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "ref/kvd_ref.h"
-#include "ref/kvd_ref_select.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
+#include "sig/gps_sig.h"
+#include "sig/tuiif_sig.h"
+#include "unit/kvd_gps_state.h"
+#include "unit/kvd_ref_table.h"
+#include "unit/kvd_unit_process.h"
 
 #include <cmath>
 #include <string_view>
@@ -395,7 +395,7 @@ void KvdLoz6GpsOsl_filterEnd(u32 row)
         return;
     }
     KvdLoz6TuReg_pll_toHoldover();
-    if (KvdLoz6TuReg_pllState() != PLL_Freq_Holdover) KvdLoz6TuRef_startGpsOslHoldover();
+    if (KvdLoz6TuReg_pllState() != PLL_Freq_Holdover) GPS_UPCALLS.startOslHoldover();
 }
 
 u32  KvdLoz6GpsOsl_remoteState() { return s->remoteState; }

@@ -2,26 +2,26 @@
 // and what goes out at each pulse.
 #include "gps/kvd_gps_out.h"
 
+#include "base/trace_groups.h"
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_out_int.h"
 #include "gps/kvd_gps_serial.h"
+#include "gps/kvd_gps_upcalls.h"
 #include "hw/hali.h"
-#include "hw/hwif_sig.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_iifadm.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/platform.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "ref/kvd_ref.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
-#include "reg/kvd_reg_int.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
+#include "sig/hwif_sig.h"
+#include "sig/tuiif_sig.h"
+#include "unit/kvd_ref_table.h"
 
 #include <cmath>
 #include <cstdlib>
@@ -470,7 +470,7 @@ void KvdLoz6GpsOut_start(u8 mode)
         KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "currentState=%u", s->gpsOutState);
         return;
     }
-    KvdLoz6TuRef_freeSerialLine(REF_ROWS);
+    GPS_UPCALLS.freeSerialLine();
     if (KvdLoz6TuGps_openSerial(GPS_LINE_OUTPUT) != 0) {
         s->gpsOutDriver = DRIVER_FAILED;
         return;

@@ -3,9 +3,9 @@
 // Owner   kvd_gps_out*.cpp. Nobody else includes it, but for the tests.
 #pragma once
 #include "base/kvd_timer.h"
-#include "gps/gps_sig.h"
 #include "gps/kvd_gps_out.h"
 #include "ose/ose.h"
+#include "sig/gps_sig.h"
 
 #include <array>
 #include <string>

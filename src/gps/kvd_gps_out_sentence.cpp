@@ -1,12 +1,12 @@
 // What the output says: a receiver's sentences of the address PNVX, or binary frames of a time of day.
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "gps/kvd_gps_common.h"
 #include "gps/kvd_gps_out_int.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
 #include "node/bytes.h"
 #include "node/trace.h"
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
 
 #include <cstdio>
 #include <iterator>

@@ -1,8 +1,8 @@
 // The way to the serial driver, which has to be kicked on while it transmits: a count of its chunks, a
 // timer that takes them off, and a queue of what can't go meanwhile.
+#include "base/trace_groups.h"
 #include "gps/kvd_gps_out_int.h"
 #include "hw/hali.h"
-#include "mgr/trace_groups.h"
 #include "node/trace.h"
 
 namespace {

@@ -1,5 +1,6 @@
 // The operator's view of the GPS reference: section "tugps" of kvdinfo, and the command gpsstatus.
 // Both read the manager's state from another process, without a lock: a line may mix two seconds.
+#include "base/tu_common.h"
 #include "gps/kvd_gps_common.h"
 #include "gps/kvd_gps_furuno.h"
 #include "gps/kvd_gps_hrv_supervision.h"
@@ -10,9 +11,8 @@
 #include "gps/kvd_gps_send.h"
 #include "gps/kvd_gps_serial.h"
 #include "gps/kvd_gps_trimble.h"
-#include "mgr/tu_common.h"
 #include "node/platform.h"
-#include "ref/kvd_ref.h"
+#include "unit/kvd_ref_table.h"
 
 #include <algorithm>
 #include <span>

@@ -1,19 +1,19 @@
 #include "gps/kvd_gps_recovery.h"
 
 #include "base/kvd_timer.h"
-#include "gps/gps_sig.h"
+#include "base/ref_ring.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
+#include "fifo/kvd_fifo_proc.h"
 #include "gps/kvd_gps_common.h"
 #include "gps/kvd_gps_nmea.h"
 #include "gps/kvd_gps_norvane.h"
 #include "gps/kvd_gps_send.h"
-#include "fifo/kvd_fifo_proc.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
 #include "node/platform.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
-#include "ref/kvd_ref_history.h"
+#include "sig/gps_sig.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,10 +1,10 @@
 // What the main processor is told of the GPS reference: status with its text, alarm suppression,
 // the receiver's self-test, quality level.
+#include "base/trace_groups.h"
 #include "gps/kvd_gps_furuno.h"
 #include "gps/kvd_gps_int.h"
 #include "gps/kvd_gps_norvane.h"
-#include "iif/kvd_iifadm_send.h"
-#include "mgr/trace_groups.h"
+#include "mp/kvd_iifadm_send.h"
 #include "node/trace.h"
 #include "ose/ose.h"
 #include "reg/kvd_reg.h"

@@ -1,13 +1,13 @@
 // kvd_gps_reset.cpp - Restarts, resets and changes of protocol of each kind of receiver.
+#include "base/trace_groups.h"
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_common.h"
 #include "gps/kvd_gps_norvane.h"
 #include "gps/kvd_gps_receiver.h"
 #include "gps/kvd_gps_send_int.h"
-#include "gps/kvd_gps_state.h"
-#include "mgr/trace_groups.h"
 #include "node/platform.h"
 #include "node/trace.h"
+#include "unit/kvd_gps_state.h"
 
 #include <cstring>
 

@@ -1,10 +1,10 @@
 // Satellites in view: the series of GPGSV and GLGSV, a table for each system, both put together.
 #include "fifo/kvd_fifo_gps.h"
-#include "gps/gps_sig.h"
 #include "gps/kvd_gps_fields.h"
 #include "gps/kvd_gps_nmea.h"
 #include "gps/kvd_gps_nmea_int.h"
 #include "ose/ose.h"
+#include "sig/gps_sig.h"
 
 #include <algorithm>
 

@@ -2,20 +2,20 @@
 #include "gps/kvd_gps_send.h"
 
 #include "base/kvd_timer.h"
-#include "gps/gps_sig.h"
+#include "base/trace_groups.h"
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_capture.h"
 #include "gps/kvd_gps_common.h"
 #include "gps/kvd_gps_receiver.h"
 #include "gps/kvd_gps_send_int.h"
-#include "gps/kvd_gps_state.h"
 #include "hw/hali.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
-#include "ref/ref_types.h"
+#include "sig/gps_sig.h"
+#include "sig/ref_types.h"
+#include "unit/kvd_gps_state.h"
+#include "unit/kvd_unit_process.h"
 
 #include <cstring>
 

@@ -1,13 +1,13 @@
 // kvd_gps_serial.cpp - Callbacks of the serial driver and the framing of sentences.
 #include "gps/kvd_gps_serial.h"
 
-#include "gps/gps_sig.h"
+#include "base/trace_groups.h"
 #include "hw/hali.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
+#include "sig/gps_sig.h"
+#include "unit/kvd_unit_process.h"
 
 #include <array>
 #include <cstring>

@@ -1,16 +1,16 @@
 #include "gps/kvd_gps_trimble.h"
 
-#include "gps/gps_sig.h"
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_fields.h"
 #include "gps/kvd_gps_out.h"
 #include "gps/kvd_gps_receiver.h"
 #include "gps/kvd_gps_send.h"
-#include "gps/kvd_gps_state.h"
-#include "mgr/kvd_mgr_proc.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
-#include "ref/ref_types.h"
+#include "sig/gps_sig.h"
+#include "sig/ref_types.h"
+#include "unit/kvd_gps_state.h"
+#include "unit/kvd_unit_process.h"
 
 #include <cstring>
 

@@ -3,8 +3,6 @@
 // Units   seconds, volts, selectors of ref_types.h.
 // Errors  0 is success, any other value failure, unless an operation says otherwise.
 #pragma once
-#include "node/msi.h"
-#include "node/msi.h"
 #include "node/platform.h"
 #include "ose/types.h"
 
@@ -74,11 +72,5 @@ int  HALI_writeSerialPort(const u8* bytes, u32 count);
 void HALI_simSerialInterrupt();
 
 int  HALI_getPowerOnTime(u32& time);
-/// Contact with the persistent memory service and its negotiation, which may be answered in the
-/// call: kvd_mgr_mem then has the answer already. 0 asked or answered, -1 no service.
-int  HALI_msiInitiate();
-/// Asks for a region, three times while the proxy is busy: an MsiResult. `address` isn't 0 when it
-/// was answered at once.
-u32  HALI_msiAllocate(const node::MsiRequest& request, u32& address);
 /// "tuhwif related data" section.
 void HALI_printInfo();

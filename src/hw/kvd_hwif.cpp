@@ -2,11 +2,11 @@
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_priv.h"
 
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "hw/kvd_hwif_upcalls.h"
 #include "node/mmio.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "reg/kvd_reg_history.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -266,7 +266,7 @@ int tuHwIf_initiate(u32& coldRestart, u32 basicHwInit)
     if (basicHwInit == 0) coldRestart = isColdStart();
     keepRevision();
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "cold restart = %d", static_cast<int>(coldRestart));
-    KvdLoz6TuReg_historyColdFlag(coldRestart);
+    HWIF_UPCALLS.historyColdFlag(coldRestart);
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "cold restart = %d", static_cast<int>(coldRestart));
 
     const bool rev3 = isRevision3(s->revision);

@@ -2,8 +2,8 @@
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_priv.h"
 
-#include "mgr/kvd_math.h"
-#include "mgr/trace_groups.h"
+#include "base/kvd_math.h"
+#include "base/trace_groups.h"
 #include "node/mmio.h"
 #include "node/trace.h"
 #include "ose/module_data.h"

@@ -3,15 +3,13 @@
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_priv.h"
 
-#include "gps/kvd_gps_out.h"
-#include "mgr/kvd_mgr_mem.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
+#include "hw/kvd_hwif_upcalls.h"
 #include "node/bytes.h"
 #include "node/mmio.h"
 #include "node/trace.h"
-#include "reg/kvd_reg.h"
-#include "reg/kvd_reg_measure.h"
+#include "store/kvd_mgr_mem.h"
 
 #include <cmath>
 
@@ -201,9 +199,9 @@ int tuHwIf_readGpsOutTime(double& period, double& time)
     }
     GpsOutData data = loadGpsOutData();
     GpsOutSources sources{};
-    sources.isMaster = KvdLoz6TuReg_isMaster() != 0;
-    if (sources.isMaster) sources.t_c = KvdLoz6TuReg_getLastTime().c;
-    else sources.outValid = KvdLoz6GpsOut_time(sources.outTime);
+    sources.isMaster = HWIF_UPCALLS.isMaster() != 0;
+    if (sources.isMaster) sources.t_c = HWIF_UPCALLS.lastSampleTime();
+    else sources.outValid = HWIF_UPCALLS.gpsOutTime(sources.outTime);
     const GpsOutReading reading = extendGpsOutTime(c, sources, data);
     if (reading.missedWrap) KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Adding missing mfn offset");
     if (reading.adjusted)

@@ -1,15 +1,15 @@
 // kvd_hwif_int.cpp - The FPGA's interrupt: its process, its line, its enable and pending words.
-#include "hw/hwif_sig.h"
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_priv.h"
+#include "sig/hwif_sig.h"
 
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/mmio.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
+#include "unit/kvd_unit_process.h"
 
 using namespace hwif;
 

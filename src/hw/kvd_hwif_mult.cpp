@@ -4,7 +4,7 @@
 #include "hw/kvd_hwif_mult_words.h"
 #include "hw/kvd_hwif_priv.h"
 
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/mmio.h"
 #include "node/trace.h"
 #include "ose/ose.h"

@@ -10,8 +10,8 @@
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_priv.h"
 
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "node/mmio.h"
 #include "node/trace.h"
 #include "ose/module_data.h"

@@ -2,16 +2,16 @@
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_priv.h"
 
-#include "iif/kvd_biraiifadm.h"
-#include "mgr/kvd_math.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "base/kvd_math.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
+#include "hw/kvd_hwif_upcalls.h"
 #include "node/mmio.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
-#include "ref/kvd_ref_select.h"
-#include "reg/kvd_reg.h"
+#include "unit/kvd_ref_table.h"
+#include "unit/kvd_unit_link.h"
 
 #include <array>
 #include <cmath>
@@ -228,7 +228,7 @@ void tuHwIf_adjustFrequency(double relative)
 {
     const NominalValues nominal = nominalValues();
     const FrequencyWords words = frequencyWords(nominal, relative, tuHwIf_wanderOffset());
-    const double limit = frequencyLimit(KvdLoz6TuReg_isMaster(), KvdLoz6TuRef_selectedRef(),
+    const double limit = frequencyLimit(HWIF_UPCALLS.isMaster(), KvdLoz6TuRef_selectedRef(),
                                         KvdLoz6BiraIifAdm_idlMode());
     if (!(std::fabs(relative) <= limit) || !words.inRange) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,

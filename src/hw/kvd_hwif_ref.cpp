@@ -3,7 +3,7 @@
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_priv.h"
 
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/mmio.h"
 #include "node/trace.h"
 

@@ -1,15 +1,15 @@
 // kvd_hwif_wander.cpp - Test generator that adds a sine to the frequency, sixteen steps a period.
-#include "hw/hwif_sig.h"
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_priv.h"
+#include "sig/hwif_sig.h"
 
 #include "base/kvd_timer.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "hw/kvd_hwif_upcalls.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
-#include "reg/kvd_reg_control.h"
 
 using namespace hwif;
 
@@ -64,7 +64,7 @@ void generate(const KvdTuhwifGenWanderReq& req, u32 interval)
 {
     s->offset = wanderOffset(req.frequency, req.amplitude, req.offset, s->index);
     const double U_nom = tuHwIf_factoryDivider();
-    tuHwIf_adjustFrequency(KvdLoz6TuReg_controlStateVar().U[1] / U_nom - 1);
+    tuHwIf_adjustFrequency(HWIF_UPCALLS.divider() / U_nom - 1);
     ++s->index;
     if (s->index >= STEPS) {
         s->index = 0;

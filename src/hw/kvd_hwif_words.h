@@ -4,7 +4,7 @@
 // Errors  a field wider than its place in a word is cut to it; ranges are checked by checkSfc.
 #pragma once
 #include "hw/kvd_hwif.h"
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
 
 namespace hwif {
 

@@ -1,12 +1,12 @@
 // Negotiation with the server at the start, and what it says of the link between the units.
 #include "iif/kvd_biraiifadm.h"
 
-#include "iif/kvd_biraiifadm_int.h"
-#include "iif/kvd_iifadm_send.h"
+#include "base/trace_groups.h"
 #include "hw/kvd_hwif.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/kvd_mgr_wait.h"
-#include "mgr/trace_groups.h"
+#include "iif/kvd_biraiifadm_int.h"
+#include "iif/kvd_iif_upcalls.h"
+#include "iif/kvd_mgr_wait.h"
+#include "mp/kvd_iifadm_send.h"
 #include "node/platform.h"
 #include "node/sig.h"
 #include "node/trace.h"
@@ -14,6 +14,7 @@
 #include "refs/kvd_idpi.h"
 #include "refs/kvd_slave_warm.h"
 #include "reg/kvd_reg_handover.h"
+#include "unit/kvd_unit_process.h"
 
 #include <optional>
 
@@ -44,23 +45,23 @@ PROCESS huntServer()
 /// Nobody else runs the hardware: this program does.
 void goOnWithoutServer()
 {
-    s->hasHwControl = 1;
+    KvdUnit_link().hasHwControl = 1;
     s->biraUnavailable = 1;
-    KvdLoz6TuMgr_startHardware(HW_IDL_MODE_NOT_AVAILABLE, 0);
+    IIF_UPCALLS.startHardware(HW_IDL_MODE_NOT_AVAILABLE, 0);
 }
 
 // ---- link indication ----------------------------------------------------------------------------
 
 void startHardware(u32 hardwareIdlMode)
 {
-    KvdLoz6TuMgr_startHardware(hardwareIdlMode,
-                               s->startType == KVD_BIRAIIF_RESTART_COLD ? 1 : 0);
+    IIF_UPCALLS.startHardware(hardwareIdlMode,
+                               KvdUnit_link().startType == KVD_BIRAIIF_RESTART_COLD ? 1 : 0);
 }
 
 void firstOnIdl2(const KvdBiraiifIdl2LinkInd& ind)
 {
     KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Biraa initialized with IDL2.");
-    if (s->startType == KVD_BIRAIIF_RESTART_WARM && bira::isSlave()) {
+    if (KvdUnit_link().startType == KVD_BIRAIIF_RESTART_WARM && bira::isSlave()) {
         if (ind.clockHoldover != 0) {
             KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO,
                       "BASIC is in holdover, initialize slave with MSI data");
@@ -80,7 +81,7 @@ void firstOnIdl2(const KvdBiraiifIdl2LinkInd& ind)
 void firstOnIdl1()
 {
     KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Biraa initialized with IDL1.");
-    if (s->startType == KVD_BIRAIIF_RESTART_WARM && bira::isSlave())
+    if (KvdUnit_link().startType == KVD_BIRAIIF_RESTART_WARM && bira::isSlave())
         bira::resetSlaveMsi(IDPI_CLK_STATUS_FREE_RUNNING);
     startHardware(HW_IDL_MODE_1);
 }
@@ -129,14 +130,14 @@ bool bira::isLinkType(u32 linkType)
 
 void bira::linkIndication(const KvdBiraiifIdl2LinkInd& ind)
 {
-    s->idlMode = ind.linkType;
+    KvdUnit_link().idlMode = ind.linkType;
     s->synchPortNo = ind.synchPortNo;
     if (s->biraInitiated == 0) firstIndication(ind);
     if (s->basicRestartTimer.runs()) {
         KvdTimer_cancel(s->basicRestartTimer);
         KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Basic restart tmo canceled.");
     }
-    if (ind.linkType == KVD_BIRAIIF_IDL_MODE_2 && bira::isSlave() && s->timeTuningOngoing == 0) {
+    if (ind.linkType == KVD_BIRAIIF_IDL_MODE_2 && bira::isSlave() && KvdUnit_link().timeTuningOngoing == 0) {
         KvdLoz6TuReg_idl2Start();
         KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "IDL2 Detected.");
     }
@@ -157,7 +158,7 @@ void onServerDown()
     s->biraServPid = 0;
     s->biraInitiated = 0;
     s->awaits = bira::Answer::None;
-    if (s->idlMode == KVD_BIRAIIF_IDL_MODE_2 && bira::isSlave() && s->timeTuningOngoing == 0)
+    if (KvdUnit_link().idlMode == KVD_BIRAIIF_IDL_MODE_2 && bira::isSlave() && KvdUnit_link().timeTuningOngoing == 0)
         bira::startBasicRestartTimer();
     huntServer();                     // it may come back
 }
@@ -181,7 +182,7 @@ void onInitiateCfm(const KvdBiraiifInitiateServiceCfm* cfm)
 {
     if (cfm == nullptr) return;
     s->biraUnavailable = 0;           // one that came late, or refused before, serves now
-    s->startType = cfm->restart == 1 ? KVD_BIRAIIF_RESTART_COLD : KVD_BIRAIIF_RESTART_WARM;
+    KvdUnit_link().startType = cfm->restart == 1 ? KVD_BIRAIIF_RESTART_COLD : KVD_BIRAIIF_RESTART_WARM;
     s->awaits = bira::Answer::LinkType;
 }
 
@@ -190,7 +191,7 @@ void onRefusal(SIGSELECT sigNo)
     KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "%s refused, signal=0x%x", BIRA_SERVER_NAME, sigNo);
     s->awaits = bira::Answer::None;
     goOnWithoutServer();
-    if (s->idlMode == KVD_BIRAIIF_IDL_MODE_2 && bira::isSlave()) bira::startBasicRestartTimer();
+    if (KvdUnit_link().idlMode == KVD_BIRAIIF_IDL_MODE_2 && bira::isSlave()) bira::startBasicRestartTimer();
 }
 
 /// An answer to the request, in the wait for it or after that has ended.
@@ -294,10 +295,10 @@ int KvdLoz6BiraIifAdm_initiate(u32 isMaster)
 {
     s->isMaster = isMaster;
     if (s->awaits != bira::Answer::None) return 0;   // a unit that runs has asked already
-    s->hasHwControl = isMaster;
+    KvdUnit_link().hasHwControl = isMaster;
     if (huntServer() == 0) {
         KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Failed to hunt for process: %s", BIRA_SERVER_NAME);
-        s->hasHwControl = 1;
+        KvdUnit_link().hasHwControl = 1;
         s->biraUnavailable = 1;
         return 1;
     }
@@ -312,13 +313,7 @@ int KvdLoz6BiraIifAdm_initiate(u32 isMaster)
 }
 
 int KvdLoz6BiraIifAdm_started() { return s->biraInitiated != 0 || s->biraUnavailable > 0 ? 1 : 0; }
-u32 KvdLoz6BiraIifAdm_hasHwControl() { return s->hasHwControl; }
-u32 KvdLoz6BiraIifAdm_idlMode() { return s->idlMode; }
-u32 KvdLoz6BiraIifAdm_timeTuningOngoing() { return s->timeTuningOngoing; }
 u32 KvdLoz6BiraIifAdm_persistentFreqLock() { return s->persistentFreqLock; }
-u8  KvdLoz6BiraIifAdm_startType() { return s->startType; }
-u32 KvdLoz6BiraIifAdm_idl2InitState() { return s->idl2InitState; }
-u32 KvdLoz6BiraIifAdm_initiatedFromSlaveMsi() { return s->fromSlaveMsi; }
 
 namespace {
 
@@ -352,8 +347,8 @@ const char* startTypeText(u8 startType)
 void KvdLoz6BiraIifAdm_setIdl2InitState(u32 idl2InitState)
 {
     KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "IDL2 MSI init state change: %s -> %s",
-              initStateText(s->idl2InitState), initStateText(idl2InitState));
-    s->idl2InitState = idl2InitState;
+              initStateText(KvdUnit_link().idl2InitState), initStateText(idl2InitState));
+    KvdUnit_link().idl2InitState = idl2InitState;
 }
 
 void KvdLoz6BiraIifAdm_printInfo()
@@ -361,17 +356,17 @@ void KvdLoz6BiraIifAdm_printInfo()
     const bira::State& st = *s;
     node::shellPrintf("\n***** BIRA interface related data *****\n");
     node::shellPrintf("   biraServPid          : 0x%08x\n", st.biraServPid);
-    node::shellPrintf("   startType            : %s (%u)\n", startTypeText(st.startType), st.startType);
+    node::shellPrintf("   startType            : %s (%u)\n", startTypeText(KvdUnit_link().startType), KvdUnit_link().startType);
     node::shellPrintf("   isMaster             : %u\n", st.isMaster);
     node::shellPrintf("   biraInitiated        : %u\n", st.biraInitiated);
     node::shellPrintf("   biraUnavailable      : %u\n", st.biraUnavailable);
-    node::shellPrintf("   hasHwControl         : %u\n", st.hasHwControl);
-    node::shellPrintf("   timeTuningOngoing    : %u\n", st.timeTuningOngoing);
-    node::shellPrintf("   idlMode              : %s (%u)\n", idlModeText(st.idlMode), st.idlMode);
+    node::shellPrintf("   hasHwControl         : %u\n", KvdUnit_link().hasHwControl);
+    node::shellPrintf("   timeTuningOngoing    : %u\n", KvdUnit_link().timeTuningOngoing);
+    node::shellPrintf("   idlMode              : %s (%u)\n", idlModeText(KvdUnit_link().idlMode), KvdUnit_link().idlMode);
     node::shellPrintf("   synchPortNo          : %u\n", st.synchPortNo);
     node::shellPrintf("   persistentFreqLock   : %u\n", st.persistentFreqLock);
-    node::shellPrintf("   IDL2 init state      : %s (%u)\n", initStateText(st.idl2InitState),
-                      st.idl2InitState);
+    node::shellPrintf("   IDL2 init state      : %s (%u)\n", initStateText(KvdUnit_link().idl2InitState),
+                      KvdUnit_link().idl2InitState);
     node::shellPrintf("   basicRestartTimer    : %s\n", st.basicRestartTimer.runs() ? "runs" : "-");
     node::shellPrintf("   IDL1 clock state tmo : %s\n", st.idl1ClkStateTimer.runs() ? "runs" : "-");
     node::shellPrintf("   idpiClkStatus (MSI)  : %u\n", KvdLoz6SlaveWarm_data().idpiClkStatus);

@@ -8,28 +8,9 @@
 //         seconds only, and takes its answers when they come.
 #pragma once
 #include "ose/types.h"
+#include "unit/kvd_unit_link.h"
 
 struct Signal;
-
-/// Type of the link between the units, as the server tells it; 0 without a server. Hardware start has a
-/// numbering of its own, HardwareIdlMode of mgr/kvd_mgr_proc.h.
-constexpr u32 KVD_BIRAIIF_IDL_MODE_1 = 0;
-constexpr u32 KVD_BIRAIIF_IDL_MODE_2 = 1;
-
-/// How the server said that it started; from its confirmation on.
-enum BiraStartType : u8 {
-    KVD_BIRAIIF_RESTART_NOT_AVAILABLE = 0,
-    KVD_BIRAIIF_RESTART_COLD = 1,
-    KVD_BIRAIIF_RESTART_WARM = 2,
-};
-
-/// A slave's start from its warm data.
-enum Idl2InitState : u32 {
-    IDL2_WARM_INIT_UNKNOWN = 0,
-    IDL2_WARM_INIT_ONGOING = 1,
-    IDL2_WARM_INIT_SUCCEEDED = 2,
-    IDL2_WARM_INIT_FINISHED = 3,
-};
 
 int KvdLoz6BiraIifAdm_dispatch(Signal* sig);
 /// 1 when there is no server; 0 when there is one, and it has told the link type or refused: the call
@@ -37,14 +18,6 @@ int KvdLoz6BiraIifAdm_dispatch(Signal* sig);
 int KvdLoz6BiraIifAdm_initiate(u32 isMaster);
 /// 1 when the link type is known, or there is no server to tell it.
 int KvdLoz6BiraIifAdm_started();
-u32 KvdLoz6BiraIifAdm_hasHwControl();       // this program may drive the hardware
-u32 KvdLoz6BiraIifAdm_idlMode();            // KVD_BIRAIIF_IDL_MODE_...
-u32 KvdLoz6BiraIifAdm_timeTuningOngoing();  // a slave tunes its time on the link
-u8  KvdLoz6BiraIifAdm_startType();          // BiraStartType
-u32 KvdLoz6BiraIifAdm_idl2InitState();      // Idl2InitState
-void KvdLoz6BiraIifAdm_setIdl2InitState(u32 idl2InitState);
-/// 1 on a slave that was initiated from its stored warm data.
-u32 KvdLoz6BiraIifAdm_initiatedFromSlaveMsi();
 
 /// Master became slave (0) or slave master (1); before the regulator's own change.
 void KvdLoz6BiraIifAdm_roleChanged(u32 isMaster);
@@ -59,6 +32,7 @@ void KvdLoz6BiraIifAdm_idl1ClkState(u32 clkStatus, u32 again);
 /// Orders of the main processor that are passed on.
 void KvdLoz6BiraIifAdm_selectIdlType(u32 idl2Type, u8 synchPortNo);
 void KvdLoz6BiraIifAdm_togglePersistentFreqLock(u32 value, u8 synchPortNo);
-u32  KvdLoz6BiraIifAdm_persistentFreqLock();   // 1 from the order until the server confirms it
+void KvdLoz6BiraIifAdm_setIdl2InitState(u32 idl2InitState);
+u32 KvdLoz6BiraIifAdm_persistentFreqLock();   // 1 from the order until the server confirms it
 /// "bira_iif" section of kvdinfo.
 void KvdLoz6BiraIifAdm_printInfo();

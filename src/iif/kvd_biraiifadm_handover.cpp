@@ -1,18 +1,19 @@
 // Hand-over of the hardware between the basic function and this program, and the slave's warm data.
+#include "base/trace_groups.h"
 #include "hw/kvd_hwif.h"
 #include "iif/kvd_biraiifadm_int.h"
-#include "iif/kvd_iifadm.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ref/kvd_ref.h"
 #include "refs/kvd_idpi.h"
+#include "refs/kvd_ref_idl.h"
 #include "refs/kvd_slave.h"
 #include "refs/kvd_slave_warm.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_handover.h"
 #include "reg/kvd_reg_pll.h"
+#include "sig/tuiif_sig.h"
 
 using bira::state;
 
@@ -58,13 +59,13 @@ void sendToServer(T*& sig)
 
 void bira::tellMasterServer()
 {
-    KvdLoz6TuIifAdm_sendIdl2SetMasterServerReq(state().timeTuningOngoing);
+    KvdLoz6TuIifAdm_sendIdl2SetMasterServerReq(KvdUnit_link().timeTuningOngoing);
 }
 
 void bira::takeOver()
 {
-    state().timeTuningOngoing = 1;
-    state().hasHwControl = 1;
+    KvdUnit_link().timeTuningOngoing = 1;
+    KvdUnit_link().hasHwControl = 1;
     storeClkStatus(IDPI_CLK_STATUS_LOCKED, __func__,
                    "Set idpiClkStatus = IDPI_CLK_STATUS_LOCKED, in slave warm MSI memory.");
     KvdLoz6TuReg_idl2Go();
@@ -89,8 +90,8 @@ void bira::onFreqLocked()
 
 void bira::giveUp(bool tell)
 {
-    state().timeTuningOngoing = 0;
-    state().hasHwControl = 0;
+    KvdUnit_link().timeTuningOngoing = 0;
+    KvdUnit_link().hasHwControl = 0;
     KvdLoz6TuReg_idl2Stop();
     tuHwif_killIntProc();
     KvdLoz6Idpi_stopRequestTimer();
@@ -117,14 +118,14 @@ int KvdLoz6BiraIifAdm_unableToTimeLock()
 void bira::becomeIdl1Slave()
 {
     KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "IDL1 Detected.");
-    if (state().hasHwControl == 0 || state().timeTuningOngoing != 0) {
-        if (state().hasHwControl == 0) {
+    if (KvdUnit_link().hasHwControl == 0 || KvdUnit_link().timeTuningOngoing != 0) {
+        if (KvdUnit_link().hasHwControl == 0) {
             KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "IDL1 Detected. Taking Hardware control.");
-            state().hasHwControl = 1;
+            KvdUnit_link().hasHwControl = 1;
         }
         if (KvdLoz6TuReg_initiateState() == TUREG_INIT)
             KvdLoz6TuIifAdm_updateRadioClockState(KVD_TUIIF_SLAVE_FREE_RUNNING);
-        state().timeTuningOngoing = 0;
+        KvdUnit_link().timeTuningOngoing = 0;
         KvdLoz6TuReg_resetIdl1Slave();
     }
     tuHwif_startIntProc();
@@ -143,13 +144,13 @@ void bira::initiateWithSlaveMsi(u32 expired)
               "Initiate with slave with Slave MSI. isIdl2SlaveMsiReady=%u, isIdl2SlaveMsiRead=%u, "
               "idpiClkStatus=%u, isBiraUpTimerExpired=%u",
               isReady, isRead, idpiClkStatus, expired);
-    state().timeTuningOngoing = 1;
-    state().hasHwControl = 1;
+    KvdUnit_link().timeTuningOngoing = 1;
+    KvdUnit_link().hasHwControl = 1;
     KvdLoz6BiraIifAdm_setIdl2InitState(IDL2_WARM_INIT_SUCCEEDED);
     if (isRead != 0 && expired == 0 && idpiClkStatus > IDPI_CLK_STATUS_FREE_RUNNING) {
         KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO,
                   "IDL2 slave MSI initialization after warm successful.");
-        state().fromSlaveMsi = 1;
+        KvdUnit_link().fromSlaveMsi = 1;
         KvdLoz6SlaveWarm_setRestored();
         return;
     }
@@ -160,7 +161,7 @@ void bira::initiateWithSlaveMsi(u32 expired)
 void bira::resetSlaveMsi(u32 idpiClkStatus)
 {
     KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Stop using Slave MSI data.");
-    state().fromSlaveMsi = 0;
+    KvdUnit_link().fromSlaveMsi = 0;
     if (KvdLoz6SlaveWarm_reset(idpiClkStatus, __func__) != 0)
         KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO,
                   "Set idpiClkStatus = FREE_RUNNING, in slave warm MSI memory.");
@@ -196,11 +197,11 @@ void bira::startBasicRestartTimer()
 void bira::onBasicRestartTimeout()
 {
     if (!KvdTimer_expired(state().basicRestartTimer)) return;
-    state().hasHwControl = 1;
-    state().timeTuningOngoing = 0;
+    KvdUnit_link().hasHwControl = 1;
+    KvdUnit_link().timeTuningOngoing = 0;
     KvdLoz6Idpi_stopRequestTimer();
-    if (state().idlMode == KVD_BIRAIIF_IDL_MODE_1) return;
-    state().idlMode = KVD_BIRAIIF_IDL_MODE_1;
+    if (KvdUnit_link().idlMode == KVD_BIRAIIF_IDL_MODE_1) return;
+    KvdUnit_link().idlMode = KVD_BIRAIIF_IDL_MODE_1;
     KvdLoz6TuReg_resetIdl1Slave();
     tuHwif_startIntProc();
     KvdLoz6TuIifAdm_updateRadioClockState(KVD_TUIIF_SLAVE_FREE_RUNNING);
@@ -250,7 +251,7 @@ void sendLocked(const char* caller)
 
 void KvdLoz6BiraIifAdm_idl1ClkState(u32 clkStatus, u32 again)
 {
-    if (getBoardType() != BVQ3 || state().idlMode != KVD_BIRAIIF_IDL_MODE_1) return;
+    if (getBoardType() != BVQ3 || KvdUnit_link().idlMode != KVD_BIRAIIF_IDL_MODE_1) return;
     if (clkStatus == IDPI_CLK_STATUS_LOCKED) {
         KvdTimer_cancel(state().idl1ClkStateTimer);
         if (KvdLoz6SlaveWarm_data().idpiClkStatus == IDPI_CLK_STATUS_NOT_SET || again == 1) {

@@ -2,9 +2,9 @@
 // indications (kvd_biraiifadm.cpp), hand-over of the hardware (kvd_biraiifadm_handover.cpp).
 #pragma once
 #include "base/kvd_timer.h"
-#include "iif/bira_sig.h"
 #include "iif/kvd_biraiifadm.h"
 #include "ose/ose.h"
+#include "sig/bira_sig.h"
 
 namespace bira {
 
@@ -14,19 +14,13 @@ enum class Answer : u8 { None, Service, LinkType };
 struct State {
     PROCESS biraServPid = 0;
     AttachRef attach = 0;
-    u8  startType = KVD_BIRAIIF_RESTART_NOT_AVAILABLE;
     u32 isMaster = 0;
     u32 biraInitiated = 0;             // the link type has been received and acted on
     u32 biraUnavailable = 0;           // there is no server, or it refused
-    u32 hasHwControl = 0;
-    u32 timeTuningOngoing = 0;
-    u8  idlMode = KVD_BIRAIIF_IDL_MODE_1;
     u8  synchPortNo = 0;
     KvdTimer basicRestartTimer;
     KvdTimer idl1ClkStateTimer;
     u32 persistentFreqLock = 0;
-    u32 idl2InitState = IDL2_WARM_INIT_UNKNOWN;
-    u32 fromSlaveMsi = 0;              // the stored warm data counted
     bool hunting = false;              // a hunt is out
     Answer awaits = Answer::None;
     u32 waited_ms = 0;                 // blocked for the server's answers, for the report

@@ -18,11 +18,11 @@ void stopWaiting()
 /// A master has the hardware, whether it was handed over before or not.
 void takeAsMaster()
 {
-    const bool tuned = state().timeTuningOngoing != 0;
-    state().timeTuningOngoing = 0;
-    state().hasHwControl = 1;
+    const bool tuned = KvdUnit_link().timeTuningOngoing != 0;
+    KvdUnit_link().timeTuningOngoing = 0;
+    KvdUnit_link().hasHwControl = 1;
     if (tuned) bira::tellMasterServer();
-    if (state().idlMode == KVD_BIRAIIF_IDL_MODE_2) bira::resetSlaveMsi(IDPI_CLK_STATUS_FREE_RUNNING);
+    if (KvdUnit_link().idlMode == KVD_BIRAIIF_IDL_MODE_2) bira::resetSlaveMsi(IDPI_CLK_STATUS_FREE_RUNNING);
     KvdLoz6TuSlave_idl2Reset();
     KvdLoz6Idpi_stopRequestTimer();              // a master asks more often
     if (KvdLoz6Idpi_portAvailable() != 0) KvdLoz6Idpi_startRequestTimer();
@@ -32,7 +32,7 @@ void takeAsMaster()
 /// On IDL2 a slave begins with the server's frequency lock. One that has nothing to say counts as dead.
 void giveAsSlave()
 {
-    if (state().idlMode != KVD_BIRAIIF_IDL_MODE_2) return;
+    if (KvdUnit_link().idlMode != KVD_BIRAIIF_IDL_MODE_2) return;
     bira::giveUp(false);
     bira::startBasicRestartTimer();
 }

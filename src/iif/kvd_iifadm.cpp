@@ -1,29 +1,29 @@
-#include "iif/kvd_iifadm.h"
+#include "iif/kvd_iifadm_orders.h"
 
+#include "base/kvd_mgr_hwdiag_log.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_osl.h"
 #include "hw/kvd_hwif.h"
 #include "iif/kvd_biraiifadm.h"
-#include "iif/kvd_iifadm_int.h"
-#include "iif/kvd_phyadm.h"
-#include "mgr/kvd_mgr_hwdiag.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/kvd_mgr_wait.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "iif/kvd_iif_upcalls.h"
+#include "iif/kvd_mgr_wait.h"
+#include "mp/kvd_iifadm_state.h"
 #include "node/pri.h"
-#include "ose/module_data.h"
 #include "pktsync/tupktsync_proc.h"
 #include "pktsync/tupktsyncadm.h"
+#include "ref/kvd_phyadm.h"
 #include "ref/kvd_ref.h"
 #include "refs/kvd_hptsi.h"
 #include "refs/kvd_idpi.h"
+#include "refs/kvd_ref_idl.h"
 #include "refs/kvd_slave.h"
 #include "refs/kvd_slowpi.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_pll.h"
-#include "reg/reg_sig.h"
+#include "sig/reg_sig.h"
 #include "socpri/kvd_socpri_inrsi.h"
 #include "socpri/kvd_socpri_inrsi_sdu.h"
 
@@ -31,7 +31,7 @@
 
 namespace {
 
-ose::ModuleData<tuiif::State> s;
+using tuiif::state;
 
 constexpr u32 REQUEST_SIGNAL_REVISION = 2;
 constexpr u32 CONFIRM_SIGNAL_REVISION = 4;
@@ -74,14 +74,14 @@ void onPriSignal(const Signal* sig, Identity& known)
         break;
     case TARSO_PIU_OWN_IDENTITY_CFM:
         if (const auto* cfm = as<TarsoPiuOwnIdentityCfm>(sig); cfm != nullptr && cfm->result == 1) {
-            s->ownPiuInstanceId = cfm->piuInstanceId;
+            state().ownPiuInstanceId = cfm->piuInstanceId;
             known.instance = true;
         }
         break;
     case TARSO_PIU3_OWN_HW_ADDR_CFM:
         if (const auto* cfm = as<TarsoPiu3OwnHwAddrCfm>(sig); cfm != nullptr && cfm->result == 1) {
-            s->ownPiuHwAddr_r.smn = cfm->smn;
-            s->ownPiuHwAddr_r.apn = cfm->apn;
+            state().ownPiuHwAddr_r.smn = cfm->smn;
+            state().ownPiuHwAddr_r.apn = cfm->apn;
             known.hwAddr = true;
         }
         break;
@@ -133,22 +133,22 @@ void fetchOwnIdentity()
         ose::free_buf(&sig);
     }
     terminatePri();
-    s->firstPriCall = 1;
+    state().firstPriCall = 1;
 }
 
 // ---- name server ----
 
 void onNameServerFound(PROCESS nameServer)
 {
-    if (s->nsAttach != 0) ose::detach(&s->nsAttach);
-    s->nsPid = nameServer;
-    s->nsAttach = node::NameService_attach(nameServer);
+    if (state().nsAttach != 0) ose::detach(&state().nsAttach);
+    state().nsPid = nameServer;
+    state().nsAttach = node::NameService_attach(nameServer);
     node::NameService_ask(nameServer, TUIIF_SERVICE_NAME);
 }
 
 void onNameServerDead()
 {
-    s->nsAttach = 0;
+    state().nsAttach = 0;
     node::NameService_hunt();
 }
 
@@ -156,9 +156,9 @@ void onNameServerDead()
 
 void tryInitiateService()
 {
-    if (s->tuiifServerUp == 0 || s->msiMemInitiated == 0) {
-        const char* const missing = s->msiMemInitiated != 0 ? "MSI initiated, TUIIF not so much"
-                                    : s->tuiifServerUp != 0 ? "TUIIF initiated, MSI not so much"
+    if (state().tuiifServerUp == 0 || state().msiMemInitiated == 0) {
+        const char* const missing = state().msiMemInitiated != 0 ? "MSI initiated, TUIIF not so much"
+                                    : state().tuiifServerUp != 0 ? "TUIIF initiated, MSI not so much"
                                                             : "Neither MSI nor TUIIF is initiated";
         KVD_TRACE(TRACE_TUIIFADM, TRACE_4, "%s", missing);
         return;
@@ -170,53 +170,53 @@ void tryInitiateService()
     req->pvThirdWanted = WANTED_PV;
     req->smn = tuiif::smn();
     req->apn = tuiif::apn();
-    req->piuInstanceId = s->ownPiuInstanceId;
+    req->piuInstanceId = state().ownPiuInstanceId;
     req->boardType2 = getBoardType() == BVQ3 ? 1 : 0;
     tuiif::sendToPeer(req);
 }
 
 void onServerUp(PROCESS server)
 {
-    if (s->nsAttach != 0) ose::detach(&s->nsAttach);
-    if (s->peerAttach != 0) ose::detach(&s->peerAttach);
+    if (state().nsAttach != 0) ose::detach(&state().nsAttach);
+    if (state().peerAttach != 0) ose::detach(&state().peerAttach);
     Signal* dead = ose::alloc(sizeof(SIGSELECT), KVD_COMM_SERVER_DEAD);
-    s->peerAttach = ose::attach(&dead, server);
-    if (s->firstPriCall == 0) fetchOwnIdentity();
-    s->tuiifServerUp = 1;
-    s->procTuiifMpPid = server;
+    state().peerAttach = ose::attach(&dead, server);
+    if (state().firstPriCall == 0) fetchOwnIdentity();
+    state().tuiifServerUp = 1;
+    state().procTuiifMpPid = server;
     tryInitiateService();
 }
 
 void onServerDead()
 {
-    s->peerAttach = 0;
+    state().peerAttach = 0;
     tuiif::resetStatus();
     KvdLoz6TuRef_idlReset();
-    s->savedBvqStatusData.tuiifRefState = 0;
+    state().savedBvqStatusData.tuiifRefState = 0;
     KvdLoz6TuGps_serverGone();
     KvdLoz6GpsOsl_serverGone();
     KvdLoz6TuHptsi_serverGone();
     // Packet synchronisation waits for the first word that a main processor is there: before, this one would
     // lie in front of it, and be read behind it.
-    if (s->pktsyncUp) TuPktsync_tuiifDownInd();
-    s->pktsyncUp = false;
+    if (state().pktsyncUp) TuPktsync_tuiifDownInd();
+    state().pktsyncUp = false;
     KvdLoz6TuReg_clearReceivedTimeData();
     KvdLoz6TuSlowpi_unsubscribe();
-    if (s->startState != TUIIF_LOZ6_STARTED) {
-        s->startState = TUIIF_BVQ_RESTARTED;
+    if (state().startState != TUIIF_LOZ6_STARTED) {
+        state().startState = TUIIF_BVQ_RESTARTED;
         KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO,
                   "tuiifStartState: TUIIF_START_RESTART_READY->TUIIF_BVQ_RESTARTED");
         KvdLoz6TuPhyAdm_stop();
     }
     node::NameService_hunt();
-    s->tuiifServerUp = 0;
+    state().tuiifServerUp = 0;
 }
 
 /// True for an answer of the server that is there now. One that lay in the queue when its server died, or
 /// came from elsewhere, would begin a wait that nobody's death ends.
 bool isFromServer(SIGSELECT sigNo)
 {
-    if (s->tuiifServerUp != 0) return true;
+    if (state().tuiifServerUp != 0) return true;
     KVD_TRACE(TRACE_TUIIFADM, TRACE_ERROR, "no main processor is there, answer dropped, signal=0x%x", sigNo);
     return false;
 }
@@ -241,7 +241,7 @@ void onInitiateServiceSus(const KvdTuiifInitiateServiceSus* sus)
 void onInitiateServiceRej(const KvdTuiifInitiateServiceRej* rej)
 {
     if (rej == nullptr || !isFromServer(rej->sigNo)) return;
-    s->startState = TUIIF_ERROR;
+    state().startState = TUIIF_ERROR;
     KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO,
               "KVD_TUIIF_INITIATE_SERVICE_REJ received. highestAvailablePV=%u"
               "Wait until BVQ has restarted",
@@ -304,8 +304,8 @@ void onInitiateServiceCfm(const KvdTuiifInitiateServiceCfm* received, PROCESS se
                   static_cast<int>(WANTED_PV));
         return;
     }
-    tuiif::SavedBvqStatusData& saved = s->savedBvqStatusData;
-    s->procTuiifMpPid = server;
+    tuiif::SavedBvqStatusData& saved = state().savedBvqStatusData;
+    state().procTuiifMpPid = server;
     saved.timeMode = cfm.timeMode;
     saved.masterSlaveMode = cfm.masterSlaveMode;
     saved.gpsOut = cfm.gpsOutEnabled;
@@ -315,30 +315,24 @@ void onInitiateServiceCfm(const KvdTuiifInitiateServiceCfm* received, PROCESS se
 
     const u32 isMaster = tuiif::isMaster() ? 1 : 0;
     if (KvdLoz6BiraIifAdm_started() == 0 && KvdLoz6BiraIifAdm_initiate(isMaster) != 0)
-        KvdLoz6TuMgr_startHardware(HW_IDL_MODE_NOT_AVAILABLE, 0);
+        IIF_UPCALLS.startHardware(HW_IDL_MODE_NOT_AVAILABLE, 0);
 
     // A rejection before it leaves the components as little started as they were.
-    const u32 isFirstStart = s->everConfirmed ? 0 : 1;
-    s->everConfirmed = true;
+    const u32 isFirstStart = state().everConfirmed ? 0 : 1;
+    state().everConfirmed = true;
     // The link told its loop's word; the regulator is only going to warm up.
     if (isFirstStart == 1 && KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_1)
         saved.lastRegulatorState = KVD_TUIIF_UNKNOWN;
     const u8 outEmuMode = saved.gpsOut == 1 ? 1 : saved.hptsiOut == 1 ? 2 : 0;
-    s->startState = TUIIF_START_RESTART_READY;
-    KvdLoz6TuMgr_restartComponents(isFirstStart, saved.timeMode, saved.masterSlaveMode, outEmuMode);
+    state().startState = TUIIF_START_RESTART_READY;
+    IIF_UPCALLS.restartComponents(isFirstStart, saved.timeMode, saved.masterSlaveMode, outEmuMode);
     // The halted state returns when the peer has died: there is nobody to tell then.
     if (!tuiif::isReady()) return;
-    s->pktsyncUp = true;
+    state().pktsyncUp = true;
     tellAfterConfirm(cfm, isFirstStart);
 }
 
 }  // namespace
-
-namespace tuiif {
-
-State& state() { return *s; }
-
-}  // namespace tuiif
 
 int KvdLoz6TuIifAdm_dispatch(Signal* sig)
 {
@@ -393,13 +387,6 @@ void KvdLoz6TuIifAdm_initiate() { node::NameService_hunt(); }
 
 void KvdLoz6TuIifAdm_msiMemInitiated()
 {
-    s->msiMemInitiated = 1;
+    state().msiMemInitiated = 1;
     tryInitiateService();
 }
-
-u32     KvdLoz6TuIifAdm_startState() { return s->startState; }
-PROCESS KvdLoz6TuIifAdm_peer()       { return s->procTuiifMpPid; }
-u32     KvdLoz6TuIifAdm_apn()        { return s->ownPiuHwAddr_r.apn; }
-u32     KvdLoz6TuIifAdm_piuInstanceId() { return s->ownPiuInstanceId; }
-u32     KvdLoz6TuIifAdm_smn()        { return s->ownPiuHwAddr_r.smn; }
-u8      KvdLoz6TuIifAdm_storedMasterSlaveMode() { return s->savedBvqStatusData.masterSlaveMode; }

@@ -1,7 +1,8 @@
+#include "iif/kvd_iifadm_orders.h"
+#include "base/trace_groups.h"
 #include "iif/kvd_biraiifadm.h"
-#include "iif/kvd_iifadm_int.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "iif/kvd_iif_upcalls.h"
+#include "mp/kvd_iifadm_state.h"
 #include "node/platform.h"
 #include "ref/kvd_ref.h"
 #include "ref/kvd_ref_select.h"
@@ -10,6 +11,7 @@
 #include "reg/kvd_reg_socpri.h"
 #include "socpri/kvd_socpri_inrsi.h"
 #include "socpri/kvd_socpri_inrsi_sdu.h"
+#include "unit/kvd_unit_process.h"
 
 namespace {
 
@@ -23,8 +25,6 @@ constexpr u32 SLAVE_DU = 2;   // apn of the unit that follows on an inter-unit l
 
 // ---- SoCPRI ----
 
-constexpr const char* SOCPRI_MARKER_FILE = "/d/socpri_active";
-constexpr const char* SOCPRI_MARKER_TEXT = "SoCPRI is active!";
 constexpr u32 SOCPRI_FRO_ID = 0;
 constexpr u32 SOCPRI_FRO_CLASS = 9;
 constexpr u32 ALIGN_REFUSED = 1, ALIGN_FAILED = 0;
@@ -69,12 +69,12 @@ void onChangeMasterTu(const KvdTuiifChangeMasterTuInd* ind)
     switch (mode) {
     case KVD_TUIIF_SLAVE_TU: {
         const bool isIdl2 = KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2;
-        KvdLoz6TuMgr_takeRole(timeMode, mode);
+        IIF_UPCALLS.takeRole(timeMode, mode);
         KvdLoz6TuRef_selectSynchRef(isIdl2 ? IDL2_REF : IDL1_REF, FRO_NONE, FRO_NONE);
         break;
     }
     case KVD_TUIIF_MASTER_TU:
-        KvdLoz6TuMgr_takeRole(timeMode, mode);
+        IIF_UPCALLS.takeRole(timeMode, mode);
         KvdLoz6TuRef_selectSynchRef(NO_REF, FRO_NONE, FRO_NONE);
         break;
     default:
@@ -179,15 +179,3 @@ void onSduFollowSfcAdj(const KvdTuiifSocpriSduFollowSfcAdjInd* ind)
 }
 
 }  // namespace tuiif
-
-void KvdLoz6TuIifAdm_setSocpriMarker(u32 wasActive) { state().socpriMarker = wasActive; }
-u32  KvdLoz6TuIifAdm_socpriMarker() { return state().socpriMarker; }
-
-int KvdLoz6TuIifAdm_createSocpriMarkerFile()
-{
-    return node::platform().fileWrite(SOCPRI_MARKER_FILE, SOCPRI_MARKER_TEXT);
-}
-int KvdLoz6TuIifAdm_deleteSocpriMarkerFile()
-{
-    return node::platform().fileRemove(SOCPRI_MARKER_FILE);
-}

@@ -1,4 +1,5 @@
-#include "iif/kvd_iifadm_int.h"
+#include "iif/kvd_iifadm_orders.h"
+#include "mp/kvd_iifadm_state.h"
 #include "node/platform.h"
 #include "ref/kvd_ref.h"
 

@@ -1,16 +1,16 @@
 #include "iif/kvd_pm.h"
 
-#include "iif/kvd_iifadm_send.h"
+#include "base/trace_groups.h"
 #include "iif/kvd_pm_gps.h"
 #include "iif/kvd_pm_synch.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "mp/kvd_iifadm_send.h"
 #include "node/platform.h"
 #include "node/pmai.h"
 #include "node/sig.h"
 #include "ose/module_data.h"
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
+#include "unit/kvd_unit_process.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,7 +1,7 @@
 #include "iif/kvd_pm_gps.h"
 
+#include "base/trace_groups.h"
 #include "iif/kvd_pm.h"
-#include "mgr/trace_groups.h"
 #include "node/platform.h"
 #include "node/trace.h"
 #include "ose/module_data.h"

@@ -1,13 +1,13 @@
 #include "iif/kvd_pm_synch.h"
 
+#include "base/trace_groups.h"
 #include "iif/kvd_pm.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/trace_groups.h"
 #include "node/platform.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg_measure.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
 #include "pktsync/tupktsync_cfi_client.h"
 
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/cfi.h"
 #include "node/sig.h"
 #include "ose/module_data.h"

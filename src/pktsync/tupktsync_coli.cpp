@@ -1,6 +1,6 @@
 #include "pktsync/tupktsync_coli.h"
 
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/platform.h"
 #include "node/trace.h"
 #include "pktsync/tupktsync_cfi_client.h"

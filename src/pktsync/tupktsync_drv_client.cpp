@@ -1,6 +1,6 @@
 #include "pktsync/tupktsync_drv_client.h"
 
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/bytes.h"
 #include "node/sig.h"
 #include "ose/module_data.h"

@@ -1,9 +1,9 @@
 #include "pktsync/tupktsync_ipsocki_client.h"
 
-#include "iif/kvd_iifadm.h"
-#include "mgr/trace_groups.h"
-#include "node/ipsocki.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/bytes.h"
+#include "node/ipsocki.h"
 #include "node/sig.h"
 #include "ose/module_data.h"
 #include "pktsync/tupktsync_pdu.h"

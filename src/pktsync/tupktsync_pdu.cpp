@@ -1,6 +1,6 @@
 #include "pktsync/tupktsync_pdu.h"
 
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/bytes.h"
 #include "node/trace.h"
 #include "ose/module_data.h"

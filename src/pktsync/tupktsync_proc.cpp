@@ -1,7 +1,6 @@
 #include "pktsync/tupktsync_proc.h"
 
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/ipsocki.h"
 #include "node/sig.h"
 #include "ose/module_data.h"
@@ -9,10 +8,11 @@
 #include "pktsync/tupktsync_coli.h"
 #include "pktsync/tupktsync_drv_client.h"
 #include "pktsync/tupktsync_ipsocki_client.h"
-#include "pktsync/tupktsync_sig.h"
 #include "pktsync/tupktsync_syncref_ctrl.h"
 #include "pktsync/tupktsync_timer.h"
 #include "pktsync/tupktsync_timestamp_server.h"
+#include "sig/tupktsync_sig.h"
+#include "unit/kvd_unit_process.h"
 
 #include <cstring>
 #include <iterator>

@@ -1,5 +1,5 @@
 // Announce: which masters there are, which is the best, what its clock is worth.
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"

@@ -1,6 +1,6 @@
 #include "pktsync/tupktsync_ptp_quality.h"
 
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
 
 #include <algorithm>

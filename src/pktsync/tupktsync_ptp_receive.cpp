@@ -1,5 +1,5 @@
 // A received message: whose it is, whether it can be read, which part of its clock takes it.
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/bytes.h"
 #include "node/trace.h"
 #include "pktsync/tupktsync_ptp_clock.h"

@@ -1,6 +1,6 @@
 // Sync, Follow_Up and Delay_Resp: their stamps, the supervision of their flow, the filter that thins a
 // flow out which is faster than the regulator wants it.
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
 #include "pktsync/tupktsync_ptp_clock.h"
 #include "pktsync/tupktsync_ptp_uc_neg.h"

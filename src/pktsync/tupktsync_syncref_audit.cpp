@@ -1,7 +1,7 @@
 // The audit, which makes the table what the main processor believes, and what starts one: the
 // connection to the main processor coming and going.
-#include "iif/kvd_iifadm.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/sig.h"
 #include "pktsync/tupktsync_syncref_int.h"
 

@@ -1,6 +1,6 @@
 // Bringing a syncref up and taking it down: what it needs is asked for in order, and the answers are
 // gathered until none is missing.
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/bytes.h"
 #include "node/sig.h"
 #include "pktsync/tupktsync_cfi_client.h"

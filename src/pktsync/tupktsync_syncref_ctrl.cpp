@@ -1,12 +1,11 @@
 #include "pktsync/tupktsync_syncref_ctrl.h"
 
-#include "iif/kvd_iifadm.h"
-#include "iif/kvd_iifadm_send.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm.h"
+#include "mp/kvd_iifadm_send.h"
+#include "node/platform.h"
 #include "node/sig.h"
 #include "ose/module_data.h"
-#include "node/platform.h"
 #include "pktsync/tupktsync_cfi_client.h"
 #include "pktsync/tupktsync_drv_client.h"
 #include "pktsync/tupktsync_ipsocki_client.h"
@@ -17,8 +16,9 @@
 #include "pktsync/tupktsync_timer.h"
 #include "pktsync/tupktsync_timestamp_server.h"
 #include "pktsync/tupktsyncadm.h"
-#include "ref/ref_types.h"
-#include "reg/reg_sig.h"
+#include "sig/ref_types.h"
+#include "sig/reg_sig.h"
+#include "unit/kvd_unit_process.h"
 
 #include <algorithm>
 #include <iterator>

@@ -5,7 +5,7 @@
 // Errors  a request in the wrong state, or for a reference that isn't there, is traced and not answered;
 //         one that fails is answered with its result.
 #pragma once
-#include "pktsync/tupktsync_sig.h"
+#include "sig/tupktsync_sig.h"
 
 #include <array>
 

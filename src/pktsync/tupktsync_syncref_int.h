@@ -1,9 +1,9 @@
 // tupktsync_syncref_int.h - Shared by tupktsync_syncref_*.cpp: the table, and what it reaches outside.
 #pragma once
-#include "iif/tuiif_sig.h"
 #include "node/pktsyncdrv.h"
 #include "pktsync/tupktsync_ptp_protocol.h"
 #include "pktsync/tupktsync_syncref_ctrl.h"
+#include "sig/tuiif_sig.h"
 
 #include <optional>
 #include <vector>

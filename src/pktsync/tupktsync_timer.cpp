@@ -1,7 +1,7 @@
 #include "pktsync/tupktsync_timer.h"
 
 #include "base/kvd_timer.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"

@@ -1,11 +1,11 @@
 #include "pktsync/tupktsync_timestamp_server.h"
 
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/sig.h"
 #include "ose/module_data.h"
 #include "pktsync/tupktsync_proc.h"
-#include "pktsync/tupktsync_sig.h"
 #include "pktsync/tupktsync_syncref_ctrl.h"
+#include "sig/tupktsync_sig.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "pktsync/tupktsync_ts_collect.h"
 
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
 
 #include <algorithm>

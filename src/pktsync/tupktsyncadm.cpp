@@ -1,18 +1,18 @@
 #include "pktsync/tupktsyncadm.h"
 
-#include "iif/kvd_iifadm_send.h"
-#include "iif/kvd_pm.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm_send.h"
 #include "node/sig.h"
 #include "ose/module_data.h"
 #include "pktsync/tupktsync_grandmasters.h"
 #include "pktsync/tupktsync_ptp_protocol.h"
-#include "pktsync/tupktsync_sig.h"
-#include "ref/kvd_ref.h"
-#include "ref/ref_types.h"
+#include "pktsync/tupktsync_upcalls.h"
 #include "reg/kvd_reg_pdv_gen.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
+#include "sig/tupktsync_sig.h"
+#include "unit/kvd_ref_table.h"
+#include "unit/kvd_unit_process.h"
 
 namespace {
 
@@ -113,7 +113,7 @@ void onNtpPacket(const Signal* sig)
     for (u32 i = 0; i < 8; ++i) halves[i] = p->T[i];
     KvdLoz6TuReg_pktFreqMsg(halves);
     const auto stamp = [&p](u32 i) { return u64{p->T[2 * i]} << 32 | p->T[2 * i + 1]; };
-    KvdLoz6TuPm_delaySample(stamp(0), stamp(1), stamp(2), stamp(3));
+    PKTSYNC_UPCALLS.delaySample(stamp(0), stamp(1), stamp(2), stamp(3));
 }
 
 }  // namespace

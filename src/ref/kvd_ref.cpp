@@ -1,21 +1,21 @@
 // The table, its queries, the dispatch and the restart.
 #include "ref/kvd_ref.h"
 
-#include "hw/hwif_sig.h"
-#include "iif/kvd_biraiifadm.h"
-#include "iif/kvd_iifadm.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/sig.h"
 #include "node/trace.h"
-#include "ose/module_data.h"
 #include "ref/kvd_ref_int.h"
 #include "ref/kvd_ref_mon_proc.h"
 #include "ref/kvd_ref_select.h"
-#include "refs/idpi_sig.h"
+#include "refs/kvd_ref_idl.h"
 #include "refs/kvd_slave.h"
 #include "reg/kvd_reg_packet.h"
 #include "reg/kvd_reg_pll.h"
+#include "sig/hwif_sig.h"
+#include "sig/idpi_sig.h"
+#include "unit/kvd_unit_link.h"
+#include "unit/kvd_unit_process.h"
 
 namespace {
 
@@ -24,7 +24,7 @@ constexpr u32 INTERRUPT_PORT_A = 0x1;    // pending bit of the inter-unit link's
 /// Classes of the packet references that have a delay history.
 constexpr u32 CLASS_NTP = 2, CLASS_PACKET_TIME = 4, CLASS_PACKET_FREQ = 5;
 
-ose::ModuleData<RefTable> s;
+RefTable& table() { return KvdLoz6TuRef_table(); }
 
 bool isMaster() { return KvdLoz6TuMgr_masterSlaveMode() == 1; }
 
@@ -78,7 +78,7 @@ void onIdl2Delay()
 void fillRows()
 {
     for (u32 row = 0; row < REF_ROWS; ++row) {
-        RefDesc& desc = s->refDescTable[row];
+        RefDesc& desc = table().refDescTable[row];
         desc.refStatus = REF_STATUS_UNK;
         desc.filterType = NO_FILTER;
         desc.froId = FRO_NONE;
@@ -92,16 +92,12 @@ void releaseRows()
 {
     for (u32 row = 0; row < REF_ROWS; ++row) {
         KvdLoz6TuRef_stopFilter(row);
-        s->refDescTable[row].supervisionStatus = 0;
-        s->refDescTable[row].refStatus = REF_STATUS_UNK;
+        table().refDescTable[row].supervisionStatus = 0;
+        table().refDescTable[row].refStatus = REF_STATUS_UNK;
     }
 }
 
-u32 validRow(u32 row) { return row < REF_ROWS ? row : 0; }
-
 }  // namespace
-
-RefTable& KvdLoz6TuRef_table() { return *s; }
 
 int KvdLoz6TuRef_dispatch(Signal* sig)
 {
@@ -169,11 +165,11 @@ void KvdLoz6TuRef_restart(u32 isFirstStart)
 {
     const bool first = isFirstStart == 1;
     KvdLoz6TuRef_idlClear();
-    s->refStatusBits = 0;
-    s->gpsExtToggle = NO_TOGGLE;
-    s->prevGpsToggle = NO_TOGGLE;
-    s->ethStatusSent = 0;
-    s->firstStart = isFirstStart;
+    table().refStatusBits = 0;
+    table().gpsExtToggle = NO_TOGGLE;
+    table().prevGpsToggle = NO_TOGGLE;
+    table().ethStatusSent = 0;
+    table().firstStart = isFirstStart;
     if (first) {
         fillRows();
         KvdLoz6TuRefMon_start();
@@ -189,58 +185,4 @@ void KvdLoz6TuRef_restart(u32 isFirstStart)
     if (first) KvdLoz6TuRef_clearGpsOslHoldoverTimer();
 }
 
-// ---- queries ------------------------------------------------------------------------------------
-
-u32 KvdLoz6TuRef_rowOfRefType(u8 refType)
-{
-    for (u32 row = 0; row < REF_ROWS; ++row)
-        if (s->refDescTable[row].refType == refType) return row;
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "refType: %s (%u) not found in refDescTable",
-              KvdLoz6TuRef_refTypeText(refType), refType);
-    return 0;
-}
-
-RefDesc& KvdLoz6TuRef_row(u32 row) { return s->refDescTable[validRow(row)]; }
-u32 KvdLoz6TuRef_toggleMask(u32 row) { return REF_ROW_TRAITS[validRow(row)].toggleMask; }
-u32 KvdLoz6TuRef_stateMask(u32 row) { return REF_ROW_TRAITS[validRow(row)].stateMask; }
-u32 KvdLoz6TuRef_isFirstStart() { return s->firstStart; }
-u32 KvdLoz6TuRef_lastToggleStatus() { return s->lastToggleStatus; }
-u32 KvdLoz6TuRef_noChangeCounter() { return s->noChangeCounter; }
-u32 KvdLoz6TuRef_refStatusBits() { return s->refStatusBits; }
-void KvdLoz6TuRef_setRefStatusBits(u32 bits) { s->refStatusBits |= bits; }
-void KvdLoz6TuRef_clearRefStatusBits(u32 bits) { s->refStatusBits &= ~bits; }
-u32 KvdLoz6TuRef_gpsExtToggle() { return s->gpsExtToggle; }
-u32 KvdLoz6TuRef_prevGpsToggle() { return s->prevGpsToggle; }
-
-void KvdLoz6TuRef_setGpsExtToggle(u32 toggle)
-{
-    s->prevGpsToggle = s->gpsExtToggle;
-    s->gpsExtToggle = toggle;
-}
-
-u32 KvdLoz6TuRef_ethStatusSent() { return s->ethStatusSent; }
-void KvdLoz6TuRef_setEthStatusSent(u32 sent) { s->ethStatusSent = sent; }
-
 void KvdLoz6TuRef_report() { KvdLoz6TuIifAdm_updateRefState(KvdLoz6TuIifAdm_tuiifRefState()); }
-
-const char* KvdLoz6TuRef_refTypeText(u8 refType)
-{
-    switch (refType) {
-    case NO_REF:          return "NO_REF";
-    case TU_REF:          return "TU_REF";
-    case NTP_REF:         return "NTP_REF";
-    case PDH_SDH_REF:     return "PDH_SDH_REF";
-    case IDL1_REF:        return "IDL1_REF";
-    case GPS_REF:         return "GPS_REF";
-    case PACKET_TIME_REF: return "PACKET_TIME_REF";
-    case PACKET_FREQ_REF: return "PACKET_FREQ_REF";
-    case IDL2_REF:        return "IDL2_REF";
-    case HPTSI_REF:       return "HPTSI_REF";
-    case ETHA_REF:        return "ETHA_REF";
-    case ETHB_REF:        return "ETHB_REF";
-    case ETHC_REF:        return "ETHC_REF";
-    case GPSOSL_REF:      return "GPSOSL_REF";
-    case SOCPRI_REF:      return "SOCPRI_REF";
-    default:              return "<Unknown>";
-    }
-}

@@ -1,9 +1,10 @@
 // The "turef" section of kvdinfo.
-#include "iif/kvd_iifadm.h"
+#include "mp/kvd_iifadm.h"
 #include "node/platform.h"
 #include "ref/kvd_ref.h"
 #include "ref/kvd_ref_int.h"
 #include "ref/kvd_ref_select.h"
+#include "refs/kvd_ref_idl.h"
 
 #include <cstdio>
 

@@ -1,14 +1,14 @@
 #include "ref/kvd_ref_mon_proc.h"
 
+#include "base/trace_groups.h"
 #include "hw/hali.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
 #include "ref/kvd_ref.h"
-#include "ref/ref_sig.h"
+#include "sig/ref_sig.h"
+#include "unit/kvd_unit_process.h"
 
 namespace {
 

@@ -3,25 +3,25 @@
 // away.
 #include "ref/kvd_ref_select.h"
 
+#include "base/trace_groups.h"
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_osl.h"
 #include "hw/hali.h"
-#include "iif/kvd_iifadm.h"
-#include "iif/kvd_phyadm.h"
-#include "iif/kvd_pm.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
+#include "ref/kvd_phyadm.h"
 #include "ref/kvd_ref.h"
 #include "ref/kvd_ref_int.h"
-#include "refs/kvd_slave_select.h"
+#include "ref/kvd_ref_upcalls.h"
+#include "ref/kvd_slave_select.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
 #include "reg/kvd_reg_socpri.h"
 #include "socpri/kvd_socpri_inrsi.h"
+#include "unit/kvd_unit_process.h"
 
 namespace {
 
@@ -31,18 +31,12 @@ constexpr OSTIME GPSOSL_HOLDOVER_TIME = 300000;   // ms
 constexpr u32 HW_AS_IS = 0xFFFFFFFF;         // the hardware's route stays
 constexpr u32 REGULATOR_AS_IS = 0xFFFFFFFF;  // the regulator keeps its reference
 
-/// The selection, newest first.
-struct Selection {
-    u8 selectedRef = NO_REF;
-    u8 prevSelRef = NO_REF;
-    u8 prevPrevSelRef = NO_REF;
-};
-
 struct State {
-    Selection sel;
     KvdTimer gpsOslHoldoverTimer;
 };
 ose::ModuleData<State> s;
+
+RefTable& table() { return KvdLoz6TuRef_table(); }
 
 struct Ids { u32 froId, froClassNo; };
 
@@ -90,15 +84,15 @@ const char* selectorText(u32 selector)
 
 void moveBlockOn(u8 refType)
 {
-    s->sel.prevPrevSelRef = s->sel.prevSelRef;
-    s->sel.prevSelRef = s->sel.selectedRef;
-    s->sel.selectedRef = refType;
+    table().prevPrevSelRef = table().prevSelRef;
+    table().prevSelRef = table().selectedRef;
+    table().selectedRef = refType;
 }
 
 /// For the types that can be selected again without a change of the block.
 void moveBlockOnUnlessSelected(u8 refType)
 {
-    if (s->sel.selectedRef != refType) {
+    if (table().selectedRef != refType) {
         moveBlockOn(refType);
         return;
     }
@@ -106,18 +100,18 @@ void moveBlockOnUnlessSelected(u8 refType)
         TRACE_TUREF, TRACE_INFO,
         "Select syncRefType = %s (%u) received while selectedRef = %s (%u) and "
         "prevSelRef = %s (%u). Update of reference variables ignored.",
-        KvdLoz6TuRef_refTypeText(refType), refType, KvdLoz6TuRef_refTypeText(s->sel.selectedRef),
-        s->sel.selectedRef, KvdLoz6TuRef_refTypeText(s->sel.prevSelRef), s->sel.prevSelRef);
+        KvdLoz6TuRef_refTypeText(refType), refType, KvdLoz6TuRef_refTypeText(table().selectedRef),
+        table().selectedRef, KvdLoz6TuRef_refTypeText(table().prevSelRef), table().prevSelRef);
 }
 
 bool cameThroughNoRefFrom(u8 refType)
 {
-    return s->sel.prevSelRef == NO_REF && s->sel.prevPrevSelRef == refType;
+    return table().prevSelRef == NO_REF && table().prevPrevSelRef == refType;
 }
-bool cameFrom(u8 refType) { return s->sel.prevSelRef == refType || cameThroughNoRefFrom(refType); }
+bool cameFrom(u8 refType) { return table().prevSelRef == refType || cameThroughNoRefFrom(refType); }
 bool wasAmongLastTwo(u8 refType)
 {
-    return s->sel.prevSelRef == refType || s->sel.prevPrevSelRef == refType;
+    return table().prevSelRef == refType || table().prevPrevSelRef == refType;
 }
 
 // ---- steps that several selections share --------------------------------------------------------
@@ -135,8 +129,8 @@ bool routeHardware(u32 selector) { return routeHardware(selector, selectorText(s
 
 void updateClients(u8 refType, Ids ids, u32 statisticsRef)
 {
-    KvdLoz6TuIifAdm_updateSelection(refType, ids.froId, ids.froClassNo);
-    KvdLoz6TuPm_startStatistics(statisticsRef);
+    REF_UPCALLS.selectionMade(refType, ids.froId, ids.froClassNo);
+    REF_UPCALLS.startStatistics(statisticsRef);
 }
 
 bool refusedOnSlave(u8 refType)
@@ -165,7 +159,7 @@ void logLoopEndAndStopSocpri(u32 event)
 bool hasUntoldEnd()
 {
     const u8 regState = KvdLoz6TuReg_regState();
-    return isMaster() && s->sel.prevSelRef == GPSOSL_REF && regState != WARMUP && regState != UNKNOWN;
+    return isMaster() && table().prevSelRef == GPSOSL_REF && regState != WARMUP && regState != UNKNOWN;
 }
 
 void afterSelection(u8 refType)
@@ -177,7 +171,7 @@ void afterSelection(u8 refType)
     }
     const u32 pllState = KvdLoz6TuReg_pllState();
     KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Selecting ref %u, prevRef %u, pllState %u",
-              s->sel.selectedRef, s->sel.prevSelRef, pllState);
+              table().selectedRef, table().prevSelRef, pllState);
     if (pllState != PLL_Uninitialized || hasUntoldEnd()) KvdLoz6TuReg_endPll();
     if (wasAmongLastTwo(SOCPRI_REF)) {
         inrsiClientReset();
@@ -192,7 +186,7 @@ void afterSelection(u8 refType)
 void dropHeldTime(u8 refType, u32 regulatorRef)
 {
     const u32 pllState = KvdLoz6TuReg_pllState();
-    if (s->sel.prevPrevSelRef != GPSOSL_REF || s->sel.prevSelRef != NO_REF) return;
+    if (table().prevPrevSelRef != GPSOSL_REF || table().prevSelRef != NO_REF) return;
     if (refType == NO_REF || refType == GPSOSL_REF || KvdLoz6TuReg_isTimeRef(regulatorRef)) return;
     if (pllState == PLL_Offset_Holdover || pllState == PLL_Locked_Holdover)
         KvdLoz6TuIifAdm_reportClockState(KVD_TUIIF_FREQUENCY_HOLDOVER);
@@ -262,7 +256,7 @@ int selectPdhSdh(Ids ids)
 
 void endDeselectedLoop(u32 event)
 {
-    if (s->sel.prevSelRef == SOCPRI_REF) KvdLoz6TuReg_endPll(logLoopEndAndStopSocpri, event);
+    if (table().prevSelRef == SOCPRI_REF) KvdLoz6TuReg_endPll(logLoopEndAndStopSocpri, event);
     else                                 KvdLoz6TuReg_endPll();
 }
 
@@ -292,7 +286,7 @@ void deselectInHoldover(bool wasGpsOsl, u32 pllState)
 /// A time reference goes away; what becomes of its loop depends on how far that had come.
 void deselectPllRef(u32 pllState)
 {
-    const bool wasGpsOsl = s->sel.prevSelRef == GPSOSL_REF;
+    const bool wasGpsOsl = table().prevSelRef == GPSOSL_REF;
     if (wasGpsOsl)
         KVD_TRACE(TRACE_TUREF, TRACE_INFO,
                   "Deselecting GpsOsl reference. pllState %u, gpsToggle %u, gpsOslRefState %u",
@@ -333,7 +327,7 @@ int selectNoRef(Ids ids)
     if (!routeHardware(HALI_NO_HW_SYNC_REF)) return 0;
     KvdLoz6TuReg_configRefType(TU_SR_NO_REF, ids.froId, ids.froClassNo);
     updateClients(NO_REF, ids, TU_SR_NO_REF);
-    if (s->sel.prevSelRef == GPSOSL_REF || s->sel.prevSelRef == SOCPRI_REF)
+    if (table().prevSelRef == GPSOSL_REF || table().prevSelRef == SOCPRI_REF)
         deselectPllRef(pllState);
     else
         afterSelection(NO_REF);
@@ -387,7 +381,7 @@ void startGpsOslLoopFromUnknown()
 int selectGpsOsl(Ids ids)
 {
     moveBlockOn(GPSOSL_REF);
-    if (s->sel.prevSelRef == SOCPRI_REF) KvdLoz6TuReg_setRegState(0);
+    if (table().prevSelRef == SOCPRI_REF) KvdLoz6TuReg_setRegState(0);
     if (!routeHardware(HALI_GPS_HW_SYNC_REF)) return 0;
     KvdLoz6TuReg_configRefType(TU_SR_GPSOSL_REF, ids.froId, ids.froClassNo);
     if (refusedOnSlave(GPSOSL_REF)) return 0;
@@ -397,7 +391,7 @@ int selectGpsOsl(Ids ids)
     KVD_TRACE(
         TRACE_TUREF, TRACE_1,
         "selectSynchRef (%d) received. prevRef = %u, Last regulatorState = %u, pllState = %u.",
-        GPSOSL_REF, s->sel.prevSelRef, regState, KvdLoz6TuReg_pllState());
+        GPSOSL_REF, table().prevSelRef, regState, KvdLoz6TuReg_pllState());
     if (cameFrom(PACKET_TIME_REF) && regState == TRUETIME) {
         KVD_TRACE(
             TRACE_TUREF, TRACE_INFO,
@@ -473,21 +467,17 @@ int select(u8 refType, Ids ids)
 
 int KvdLoz6TuRef_selectSynchRef(u8 refType, u32 froId, u32 froClassNo)
 {
-    s->sel.prevPrevSelRef = NO_REF;
+    table().prevPrevSelRef = NO_REF;
     const int changed = select(refType, {froId, froClassNo});
     if (changed != 0)
         KVD_TRACE(
             TRACE_TUREF, TRACE_INFO,
             "Reference update: selectedRef (%d), prevSelRef (%d). Algorithm states: PLL state %u, "
             "Slave PLL state %u, Regulator state %u",
-            s->sel.selectedRef, s->sel.prevSelRef, KvdLoz6TuReg_pllState(),
+            table().selectedRef, table().prevSelRef, KvdLoz6TuReg_pllState(),
             KvdLoz6TuReg_slavePllState(), KvdLoz6TuReg_regState());
     return changed;
 }
-
-u8 KvdLoz6TuRef_selectedRef() { return s->sel.selectedRef; }
-u8 KvdLoz6TuRef_prevSelRef() { return s->sel.prevSelRef; }
-u8 KvdLoz6TuRef_prevPrevSelRef() { return s->sel.prevPrevSelRef; }
 
 // ---- holdover of the GPS out sync link ----------------------------------------------------------
 
@@ -501,7 +491,7 @@ void KvdLoz6TuRef_startGpsOslHoldover()
     KVD_TRACE(TRACE_TUREF, TRACE_INFO,
               "GpsOutSyncLink HoldOver timer started. SelectedRef %u, prevSelRef %u, gpsToggle %u, "
               "prevGpsToggle %u",
-              s->sel.selectedRef, s->sel.prevSelRef, KvdLoz6TuRef_gpsExtToggle(),
+              table().selectedRef, table().prevSelRef, KvdLoz6TuRef_gpsExtToggle(),
               KvdLoz6TuRef_prevGpsToggle());
 }
 
@@ -511,7 +501,7 @@ void KvdLoz6TuRef_stopGpsOslHoldover()
     KvdLoz6TuRef_clearGpsOslHoldoverTimer();
     KVD_TRACE(TRACE_TUREF, TRACE_INFO,
               "GpsOutSyncLink HoldOver timer stopped. SelectedRef %u, gpsExtToggle %u",
-              s->sel.selectedRef, KvdLoz6TuRef_gpsExtToggle());
+              table().selectedRef, KvdLoz6TuRef_gpsExtToggle());
 }
 
 void KvdLoz6TuRef_clearGpsOslHoldoverTimer() { KvdTimer_cancel(s->gpsOslHoldoverTimer); }
@@ -521,7 +511,7 @@ bool KvdLoz6TuRef_gpsOslHoldoverTimerRuns() { return s->gpsOslHoldoverTimer.runs
 void KvdLoz6TuRef_onGpsOslHoldoverTimeout()
 {
     if (!KvdTimer_expired(s->gpsOslHoldoverTimer)) return;
-    if (s->sel.selectedRef == GPSOSL_REF) {
+    if (table().selectedRef == GPSOSL_REF) {
         KvdLoz6TuIifAdm_markNotSent();
         KvdLoz6TuRef_report();
     }
@@ -529,7 +519,7 @@ void KvdLoz6TuRef_onGpsOslHoldoverTimeout()
     const u32 pllState = KvdLoz6TuReg_pllState();
     const bool pathLost = pllState != PLL_Uninitialized && row.refStatus == REF_STATUS_OFF;
     if (!KvdLoz6TuReg_pllIsHoldover() && !pathLost) return KvdLoz6GpsOsl_holdoverEnded();
-    if (s->sel.selectedRef == SOCPRI_REF)
+    if (table().selectedRef == SOCPRI_REF)
         KvdLoz6TuReg_endPll(logLoopEnd, SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_GPSOSL_HO_EXP);
     else
         KvdLoz6TuReg_endPll();

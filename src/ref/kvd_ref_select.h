@@ -2,10 +2,7 @@
 // Owner   the manager process.
 #pragma once
 #include "ose/types.h"
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
 
 /// 1 when a change was carried out on a master, 0 otherwise.
 int  KvdLoz6TuRef_selectSynchRef(u8 refType, u32 froId, u32 froClassNo);
-u8   KvdLoz6TuRef_selectedRef();
-u8   KvdLoz6TuRef_prevSelRef();
-u8   KvdLoz6TuRef_prevPrevSelRef();

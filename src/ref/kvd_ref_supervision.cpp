@@ -1,18 +1,18 @@
 // Supervision of the paths: toggle filter, hold-off and wait-to-restore, the common input's
 // machine, start and end of supervision.
+#include "base/trace_groups.h"
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_osl.h"
 #include "hw/hali.h"
-#include "iif/kvd_iifadm.h"
-#include "iif/kvd_phyadm.h"
-#include "mgr/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/sig.h"
 #include "node/trace.h"
+#include "ref/kvd_phyadm.h"
 #include "ref/kvd_ref.h"
 #include "ref/kvd_ref_int.h"
 #include "ref/kvd_ref_select.h"
+#include "ref/kvd_slave_select.h"
 #include "refs/kvd_hptsi.h"
-#include "refs/kvd_slave_select.h"
 #include "reg/kvd_reg.h"
 
 namespace {

@@ -1,6 +1,6 @@
 #include "refs/kvd_eth.h"
 
-#include "mgr/kvd_math.h"
+#include "base/kvd_math.h"
 #include "reg/kvd_reg_measure.h"
 
 void KvdLoz6TuEth_handleInt()

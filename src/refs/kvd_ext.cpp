@@ -1,8 +1,8 @@
 #include "refs/kvd_ext.h"
 
-#include "mgr/kvd_math.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "base/kvd_math.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "reg/kvd_reg_measure.h"

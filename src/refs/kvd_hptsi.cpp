@@ -1,17 +1,16 @@
 // Supervision, status and attributes towards the main processor, the operator's view.
 #include "refs/kvd_hptsi.h"
 
-#include "iif/kvd_iifadm.h"
-#include "iif/kvd_iifadm_send.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm.h"
+#include "mp/kvd_iifadm_send.h"
 #include "node/platform.h"
 #include "node/sig.h"
 #include "ose/module_data.h"
-#include "ref/kvd_ref.h"
-#include "ref/kvd_ref_select.h"
 #include "refs/kvd_hptsi_int.h"
+#include "sig/tuiif_sig.h"
+#include "unit/kvd_ref_table.h"
+#include "unit/kvd_unit_process.h"
 
 #include <cmath>
 #include <cstddef>

@@ -1,13 +1,13 @@
 #include "refs/kvd_hptsi_cmcc.h"
 
+#include "base/trace_groups.h"
 #include "hw/hali.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
 #include "node/bytes.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
-#include "refs/hptsi_sig.h"
+#include "sig/hptsi_sig.h"
+#include "unit/kvd_unit_process.h"
 
 #include <algorithm>
 #include <cstring>

@@ -5,10 +5,10 @@
 #pragma once
 #include "base/kvd_timer.h"
 #include "ose/ose.h"
-#include "refs/hptsi_sig.h"
 #include "refs/kvd_hptsi.h"
 #include "refs/kvd_hptsi_cmcc.h"
 #include "reg/kvd_reg_time_of_day.h"
+#include "sig/hptsi_sig.h"
 
 namespace hptsi {
 

@@ -1,5 +1,5 @@
 // Frames in pairs, the state that they lead to, and the timers that take it back.
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
 #include "refs/kvd_hptsi_int.h"
 

@@ -1,11 +1,11 @@
 // From a latched 1PPS edge to a measurement of the regulator, with the time that the source announced.
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "node/trace.h"
-#include "ref/ref_types.h"
 #include "refs/kvd_hptsi_int.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_measure.h"
+#include "sig/ref_types.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,13 +1,14 @@
 // Connection to the port server, clock status, access to the port table.
 #include "refs/kvd_idpi.h"
 
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/platform.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "refs/kvd_idpi_int.h"
+#include "unit/kvd_unit_process.h"
 
 #include <algorithm>
 

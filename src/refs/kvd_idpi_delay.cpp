@@ -1,17 +1,18 @@
 // Delays of the ports: collected in rounds, and told to the main processor with the counters' value.
+#include "base/trace_groups.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_biraiifadm.h"
-#include "iif/kvd_iifadm.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/sig.h"
 #include "node/trace.h"
-#include "ref/kvd_ref.h"
 #include "refs/kvd_idpi_int.h"
+#include "refs/kvd_ref_idl.h"
 #include "refs/kvd_slave.h"
 #include "refs/kvd_slave_warm.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
+#include "sig/tuiif_sig.h"
+#include "unit/kvd_ref_table.h"
+#include "unit/kvd_unit_link.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #pragma once
 #include "base/kvd_timer.h"
 #include "ose/ose.h"
-#include "refs/idpi_sig.h"
 #include "refs/kvd_idpi.h"
+#include "sig/idpi_sig.h"
 
 #include <array>
 

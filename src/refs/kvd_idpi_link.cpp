@@ -1,11 +1,13 @@
 // Link status of the ports: which of them lead to another unit.
-#include "iif/kvd_biraiifadm.h"
-#include "iif/kvd_iifadm.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/sig.h"
 #include "node/trace.h"
-#include "ref/kvd_ref.h"
 #include "refs/kvd_idpi_int.h"
+#include "refs/kvd_ref_idl.h"
+#include "refs/kvd_refs_upcalls.h"
+#include "unit/kvd_ref_table.h"
+#include "unit/kvd_unit_link.h"
 
 namespace {
 
@@ -48,7 +50,7 @@ void evaluateOnSlave()
         return;
     KvdLoz6Idpi_startRequestTimer();
     if (KvdLoz6BiraIifAdm_idl2InitState() == IDL2_WARM_INIT_SUCCEEDED)
-        return KvdLoz6BiraIifAdm_finishWarmStart();
+        return REFS_UPCALLS.finishWarmStart();
     if (KvdLoz6BiraIifAdm_timeTuningOngoing() != 0) return KvdLoz6TuRef_idl2PortAvailable();
     KVD_TRACE(TRACE_IDPI, TRACE_INFO,
               "%s(): IDL2 link is functional but we are awaiting KVD_BIRAIIF_FREQ_LOCKED_IND "

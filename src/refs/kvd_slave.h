@@ -7,23 +7,9 @@
 // Errors  a measurement that can't be used is dropped with a trace.
 #pragma once
 #include "ose/types.h"
+#include "sig/reg_types.h"
 
 struct Signal;
-
-/// What a measurement of a slave brought, as the history shows it.
-enum SlavePllEvent : u32 {
-    EV_SLAVE_PLL_UNEVENTFUL_MEASUREMENT = 0,
-    EV_SLAVE_PLL_BFN_READ_ERROR = 1,
-    EV_SLAVE_PLL_UNRELIABLE_MEASUREMENT = 2,          // among the first ones of Unlocked
-    EV_SLAVE_PLL_5MS_ANOMALY = 3,                     // the frequency pre-step met a step above 1 ms
-    EV_SLAVE_PLL_EXPLICIT_FREQ_SYNC = 4,              // a frequency pre-step
-    EV_SLAVE_PLL_TARGETDIFF_UPDATED = 5,
-    EV_SLAVE_PLL_REVERT_TO_EXPLICIT_FREQ_SYNC = 6,    // the second update in a row
-    EV_SLAVE_PLL_PROCEEDING_TO_LOCKED_W_JUMP = 7,
-    EV_SLAVE_PLL_PROCEEDING_TO_LOCKED = 8,
-    EV_SLAVE_PLL_JUMP_WITHIN_LOCKED = 9,
-    EV_SLAVE_PLL_DEGRADING_TO_UNLOCKED = 10,
-};
 
 /// Interrupt of the BFN input: a master answers, a slave in IDL mode 1 measures and echoes.
 void KvdLoz6TuSlave_handleIdlInt();

@@ -2,8 +2,8 @@
 #include "refs/kvd_slave.h"
 #include "refs/kvd_slave_int.h"
 
-#include "iif/kvd_iifadm.h"
-#include "mgr/tu_common.h"
+#include "base/tu_common.h"
+#include "mp/kvd_iifadm.h"
 #include "node/platform.h"
 #include "ose/module_data.h"
 #include "reg/kvd_reg_measure.h"

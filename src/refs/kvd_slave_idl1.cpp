@@ -2,17 +2,18 @@
 #include "refs/kvd_slave.h"
 #include "refs/kvd_slave_int.h"
 
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_biraiifadm.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
 #include "node/trace.h"
-#include "ref/kvd_ref.h"
+#include "refs/kvd_ref_idl.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
+#include "unit/kvd_ref_table.h"
+#include "unit/kvd_unit_link.h"
 
 #include <cstdio>
 

@@ -4,22 +4,24 @@
 #include "refs/kvd_slave.h"
 #include "refs/kvd_slave_int.h"
 
+#include "base/kvd_math.h"
+#include "base/trace_groups.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_biraiifadm.h"
-#include "iif/kvd_iifadm_send.h"
-#include "mgr/kvd_math.h"
-#include "mgr/trace_groups.h"
+#include "mp/kvd_iifadm_send.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "ref/kvd_ref.h"
-#include "refs/idpi_sig.h"
 #include "refs/kvd_idpi.h"
+#include "refs/kvd_ref_idl.h"
+#include "refs/kvd_refs_upcalls.h"
 #include "refs/kvd_slave_warm.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
+#include "sig/idpi_sig.h"
+#include "unit/kvd_ref_table.h"
+#include "unit/kvd_unit_link.h"
 
 #include <cmath>
 
@@ -52,7 +54,7 @@ bool ownPortData(u32 port, slave::PortData& data)
 constexpr slave::Needs NEEDS = {
     KvdLoz6BiraIifAdm_timeTuningOngoing,
     KvdLoz6BiraIifAdm_hasHwControl,
-    KvdLoz6BiraIifAdm_unableToTimeLock,
+    [] { return REFS_UPCALLS.unableToTimeLock(); },
     KvdLoz6Idpi_sendClkStatus,
     ownPortData,
     KvdLoz6TuReg_slavePllState,

@@ -5,8 +5,8 @@
 // Units   seconds, increments of 1/122880000 s where told.
 // Errors  none here; failures are traced where a measurement is dropped.
 #pragma once
-#include "iif/tuiif_sig.h"
 #include "refs/kvd_slave.h"
+#include "sig/tuiif_sig.h"
 
 #include <array>
 

@@ -1,10 +1,10 @@
 #include "refs/kvd_slave_warm.h"
 
-#include "mgr/kvd_mgr_mem.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/bytes.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
+#include "store/kvd_mgr_mem.h"
 
 namespace {
 

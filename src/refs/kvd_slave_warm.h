@@ -16,15 +16,7 @@
 //         is stored once the region is there.
 #pragma once
 #include "ose/types.h"
-
-/// Clock status of the unit as the port server is told.
-enum IdpiClkStatus : u8 {
-    IDPI_CLK_STATUS_NOT_SET            = 0,   // never sent; a region that holds nothing
-    IDPI_CLK_STATUS_FREE_RUNNING       = 1,
-    IDPI_CLK_STATUS_LOCKED             = 2,
-    IDPI_CLK_STATUS_COARSE_TIME_SYNCED = 3,
-    IDPI_CLK_STATUS_FINE_TIME_SYNCED   = 4,
-};
+#include "sig/idpi_sig.h"
 
 struct SlaveWarmData {
     double t_c_last = 0.0;

@@ -2,9 +2,9 @@
 #include "refs/kvd_slave.h"
 #include "refs/kvd_slave_int.h"
 
+#include "base/trace_groups.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_iifadm.h"
-#include "mgr/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/trace.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_measure.h"

@@ -1,14 +1,14 @@
 #include "refs/kvd_slowpi.h"
 
-#include "iif/kvd_iifadm_send.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm_send.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
-#include "ref/ref_types.h"
 #include "refs/kvd_slowpi_int.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
 
 #include <algorithm>
 

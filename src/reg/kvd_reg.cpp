@@ -1,23 +1,14 @@
 #include "reg/kvd_reg.h"
 
-#include "gps/kvd_gps.h"
-#include "gps/kvd_gps_out.h"
-#include "gps/kvd_gps_state.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "hw/hali.h"
-#include "hw/hwif_sig.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_biraiifadm.h"
-#include "iif/kvd_iifadm.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/kvd_mgr_mem.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "mp/kvd_iifadm.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_int.h"
 #include "reg/kvd_reg_jump.h"
@@ -27,7 +18,15 @@
 #include "reg/kvd_reg_pll.h"
 #include "reg/kvd_reg_rnt.h"
 #include "reg/kvd_reg_socpri.h"
-#include "reg/reg_sig.h"
+#include "reg/kvd_reg_upcalls.h"
+#include "sig/hwif_sig.h"
+#include "sig/ref_types.h"
+#include "sig/reg_sig.h"
+#include "sig/tuiif_sig.h"
+#include "store/kvd_mgr_mem.h"
+#include "unit/kvd_gps_state.h"
+#include "unit/kvd_unit_link.h"
+#include "unit/kvd_unit_process.h"
 
 #include <cmath>
 #include <cstdio>
@@ -170,7 +169,7 @@ void onSetTestMode(const KvdTuiifSetTestModeInd* ind)
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Test Mode enabled");
     else
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Test Mode disabled");
-    KvdLoz6TuGps_testMode(s->testMode);
+    REG_UPCALLS.testMode(s->testMode);
 }
 
 void onReadTempTimeout()
@@ -383,8 +382,7 @@ void KvdLoz6TuReg_regStateChanged(u8 from, u8 to)
                              selectedRef == TU_SR_IDL1_REF || selectedRef == TU_SR_IDL2_REF ||
                              KvdLoz6TuReg_pllState() != PLL_Uninitialized;
     if (!loopReports || to == WARMUP) KvdLoz6TuIifAdm_reportRegState(to);
-    KvdLoz6TuGps_regStateChanged(to);
-    KvdLoz6GpsOut_regStateChanged();
+    REG_UPCALLS.regStateChanged(to);
 }
 
 void KvdLoz6TuReg_sendTimeData()

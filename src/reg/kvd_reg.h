@@ -4,41 +4,13 @@
 // Units   seconds, volts of the oscillator's temperature sensor; timers in ms.
 // Errors  a failed step leaves the state as it was; the next tick tries again.
 #pragma once
+#include "base/tu_common.h"
 #include "ose/types.h"
-#include "mgr/tu_common.h"
+#include "sig/reg_types.h"
 
 struct Signal;
 
-/// State of the regulator. State 7 does not exist.
-enum RegState : u8 {
-    WARMUP = 1,         // oscillator not usable yet
-    SYNCH1 = 2,         // f_ix 2
-    SYNCH2 = 3,         // f_ix 3
-    SYNCH3 = 4,         // f_ix 4
-    FREQLOCKED = 5,     // f_ix 5, time not locked
-    FREQDRIFTING = 6,   // f_ix 1
-    FAILURE = 8,        // tested, never entered
-    UNKNOWN = 9,        // reset mark, left by the next decision
-    TIMELOCKED = 10,    // t_ix 2
-    TRUETIME = 11,      // t_ix 3
-    STARTUPTIME = 12,   // tested, never entered
-    PREJUMPSTART = 13,
-    PREJUMPHIST = 14,
-};
 const char* KvdLoz6TuReg_regStateText(u8 regState);
-
-/// Start-up state of the regulator.
-enum TuRegInitiateState : u32 {
-    TUREG_START = 0,
-    TUREG_WARM_UP = 1,
-    TUREG_WARM_INITIATED = 2,
-    TUREG_INIT_NOISY = 3,
-    TUREG_INIT = 4,
-};
-
-/// Time mode, computed from the selected reference.
-constexpr u8 FREQUENCY_LOCKING = 1;
-constexpr u8 ABSOLUTE_TIME_LOCKING = 3;
 
 int KvdLoz6TuReg_dispatch(Signal* sig);
 

@@ -1,17 +1,17 @@
 // Expiry of the oscillator's calibration: how long holdover would keep the frequency in its best
 // grade, told to the client as a date and as a warning.
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_iifadm.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "mp/kvd_iifadm.h"
 #include "node/platform.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_history.h"
 #include "reg/kvd_reg_measure.h"
+#include "sig/ref_types.h"
 
 #include <cmath>
 #include <cstdio>

@@ -1,12 +1,12 @@
 // Reference configuration: limits and noises of the filter and the control law by reference.
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_imprec.h"
 #include "reg/kvd_reg_measure.h"
+#include "sig/ref_types.h"
 
 namespace {
 

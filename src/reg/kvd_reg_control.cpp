@@ -1,14 +1,12 @@
 #include "reg/kvd_reg_control.h"
 
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_biraiifadm.h"
-#include "iif/kvd_iifadm.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "mp/kvd_iifadm.h"
 #include "node/platform.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control_int.h"
 #include "reg/kvd_reg_estimate_int.h"
@@ -17,6 +15,8 @@
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
+#include "sig/ref_types.h"
+#include "unit/kvd_unit_link.h"
 
 #include <cmath>
 

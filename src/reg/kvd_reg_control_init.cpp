@@ -1,12 +1,12 @@
 // Initiation of the control law, and its limits.
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_biraiifadm.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
 #include "node/trace.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_control_int.h"
+#include "unit/kvd_unit_link.h"
 
 #include <cmath>
 

@@ -1,5 +1,5 @@
-#include "mgr/kvd_math.h"
-#include "mgr/trace_groups.h"
+#include "base/kvd_math.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control_int.h"

@@ -1,13 +1,12 @@
 #include "reg/kvd_reg_estimate.h"
 
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "fifo/kvd_fifo_proc.h"
 #include "fifo/kvd_fifo_reg.h"
-#include "iif/kvd_iifadm.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "mp/kvd_iifadm.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_estimate_int.h"
@@ -15,6 +14,7 @@
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_packet.h"
 #include "reg/kvd_reg_pll.h"
+#include "sig/ref_types.h"
 
 #include <cmath>
 #include <cstdio>

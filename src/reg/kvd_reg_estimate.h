@@ -11,14 +11,6 @@
 using Vec6 = std::array<double, 6>;
 using Mat6 = std::array<double, 36>;   // row major
 
-/// Quality of the selected reference as reported to the main processor.
-enum RefQuality : u8 {
-    KVD_TUIIF_NOT_VALID = 0,
-    KVD_TUIIF_REF_OK = 1,
-    KVD_TUIIF_REF_DEGRADED = 2,
-    KVD_TUIIF_REF_LTR = 3,
-};
-
 struct EstimateStateVar {
     double T = 0;
     u8 degrd = 0;

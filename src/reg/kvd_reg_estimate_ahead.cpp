@@ -1,6 +1,6 @@
 // Look-ahead of the filter, and the few places where something from outside pushes it.
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "node/trace.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"

@@ -1,5 +1,5 @@
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "node/trace.h"
 #include "reg/kvd_reg_estimate_int.h"
 #include "reg/kvd_reg_matrix.h"

@@ -1,11 +1,11 @@
 // What the estimator tells an operator: its state, and how far apart two references were at a
 // change.
-#include "iif/kvd_iifadm.h"
-#include "mgr/tu_common.h"
+#include "base/tu_common.h"
+#include "mp/kvd_iifadm.h"
 #include "node/platform.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_estimate_int.h"
+#include "sig/ref_types.h"
 
 #include <cstdarg>
 #include <cstdio>

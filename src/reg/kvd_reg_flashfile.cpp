@@ -1,8 +1,8 @@
 #include "reg/kvd_reg_flashfile.h"
 
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "hw/kvd_hwif.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
 #include "node/bytes.h"
 #include "node/platform.h"
 #include "node/trace.h"

@@ -1,13 +1,11 @@
 #include "reg/kvd_reg_history.h"
 
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "hw/hali.h"
 #include "hw/kvd_hwif.h"
-#include "mgr/kvd_mgr_mem.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
 #include "node/platform.h"
 #include "node/trace.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_estimate.h"
@@ -15,6 +13,8 @@
 #include "reg/kvd_reg_histrecord.h"
 #include "reg/kvd_reg_int.h"
 #include "reg/kvd_reg_measure.h"
+#include "sig/ref_types.h"
+#include "store/kvd_mgr_mem.h"
 
 #include <cstdio>
 #include <iterator>

@@ -1,21 +1,21 @@
 // Start of the regulator from its history: reading, the gap without a program, and the two ways.
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "hw/hali.h"
 #include "hw/kvd_hwif.h"
-#include "mgr/kvd_mgr_mem.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
 #include "node/bytes.h"
 #include "node/platform.h"
 #include "node/trace.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_estimate_int.h"
 #include "reg/kvd_reg_flashfile.h"
-#include "reg/kvd_reg_histrecord.h"
 #include "reg/kvd_reg_history.h"
+#include "reg/kvd_reg_histrecord.h"
 #include "reg/kvd_reg_int.h"
 #include "reg/kvd_reg_measure.h"
+#include "sig/ref_types.h"
+#include "store/kvd_mgr_mem.h"
 
 #include <cmath>
 #include <cstring>

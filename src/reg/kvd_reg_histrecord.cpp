@@ -1,7 +1,7 @@
 #include "reg/kvd_reg_histrecord.h"
 
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "node/bytes.h"
 #include "node/trace.h"
 

@@ -1,14 +1,14 @@
 #include "reg/kvd_reg_imprec.h"
 
+#include "base/trace_groups.h"
 #include "fifo/kvd_fifo_proc.h"
-#include "mgr/trace_groups.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_estimate_int.h"
 #include "reg/kvd_reg_measure.h"
+#include "sig/ref_types.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,25 +2,24 @@
 #include "reg/kvd_reg_jump_int.h"
 
 #include "base/kvd_timer.h"
-#include "gps/kvd_gps_out.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_iifadm_send.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "mp/kvd_iifadm_send.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_packet.h"
 #include "reg/kvd_reg_pll.h"
 #include "reg/kvd_reg_socpri.h"
-#include "reg/reg_sig.h"
-#include "socpri/kvd_socpri_inrsi.h"
+#include "reg/kvd_reg_upcalls.h"
+#include "sig/ref_types.h"
+#include "sig/reg_sig.h"
+#include "sig/tuiif_sig.h"
 
 #include <cstdio>
 
@@ -39,11 +38,11 @@ constexpr jump::Needs NEEDS = {
     KvdLoz6TuReg_pll_setState,
     KvdLoz6TuReg_pll_targetDiff,
     KvdLoz6TuReg_pll_setTargetDiff,
-    inrsiGetAction,
-    inrsiSendBfnJumpInfo,
-    KvdLoz6TuSoCpri_inrsi_noMoreBfnJumpsExpected,
-    inrsiRestartPhaseTimer,
-    inrsiBfnAlignCompleted,
+    [] { return REG_UPCALLS.socpriAction(); },
+    [](u32 enabled) { REG_UPCALLS.socpriSendBfnJumpInfo(enabled); },
+    [](u32 isLong) { REG_UPCALLS.socpriNoMoreBfnJumpsExpected(isLong); },
+    [] { REG_UPCALLS.socpriRestartPhaseTimer(); },
+    [](u32 status) { REG_UPCALLS.socpriBfnAlignCompleted(status); },
     KvdLoz6TuReg_orderContinuedRegulationTimer,
     KvdLoz6TuReg_logSoCpriEvent,
     KvdLoz6TuIifAdm_sendSocpriSduFollowSfcAdjInd,
@@ -156,9 +155,9 @@ void KvdLoz6TuReg_adjust_time(double d_c, double d_f)
     const TimePair turns = turnsOf(d_c, d_f);
     const TimePair step = {turns.c * COUNTER_PERIOD, turns.f};
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "adjust_time: t_c, t_f: %s", PairText(step).text);
-    KvdLoz6GpsOut_prepareTimeStep();
+    REG_UPCALLS.timeStepComes();
     if (tuHwIf_adjustTime(turns.c, turns.f) != 0) {
-        KvdLoz6GpsOut_timeStepped();
+        REG_UPCALLS.timeStepped();
         KvdLoz6TuReg_supervisionPhaseJump();
     }
     KvdLoz6TuReg_diffCheckAfterJump();

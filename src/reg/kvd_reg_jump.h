@@ -7,14 +7,9 @@
 //         measurement measures the rest.
 #pragma once
 #include "ose/types.h"
+#include "sig/reg_types.h"
 
 struct Signal;
-
-enum JumpState : u32 {
-    JUMP_NOT_NEEDED = 0,
-    JUMP_REQUESTED = 1,         // ordered by a client, the indication timer runs
-    JUMP_NEEDED = 2,            // the timer ended while time wasn't known: try at each control step
-};
 
 u32  KvdLoz6TuReg_jumpState();
 /// JUMP_NOT_NEEDED cancels a pending jump, not its timer.

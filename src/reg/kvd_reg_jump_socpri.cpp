@@ -4,16 +4,16 @@
 #include "reg/kvd_reg_jump_int.h"
 
 #include "base/kvd_timer.h"
+#include "base/trace_groups.h"
 #include "hw/kvd_hwif.h"
-#include "mgr/trace_groups.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
 #include "reg/kvd_reg_socpri.h"
-#include "reg/reg_sig.h"
-#include "socpri/kvd_socpri_inrsi.h"
+#include "sig/inrsi_sig.h"
+#include "sig/reg_sig.h"
 
 namespace {
 

@@ -1,11 +1,9 @@
 #include "reg/kvd_reg_measure.h"
 
+#include "base/trace_groups.h"
 #include "fifo/kvd_fifo_reg.h"
-#include "gps/kvd_gps.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_iifadm.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/platform.h"
 #include "node/sig.h"
 #include "node/trace.h"
@@ -14,9 +12,9 @@
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_measure_int.h"
 #include "reg/kvd_reg_packet.h"
-#include "ref/ref_types.h"
-#include "refs/kvd_ext.h"
-#include "refs/kvd_hptsi.h"
+#include "reg/kvd_reg_upcalls.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
 
 #include <cmath>
 #include <cstdlib>
@@ -148,7 +146,8 @@ void KvdLoz6TuReg_measInitiate(const MeasInitiation& values)
         v.R_all[z_i] =
             restored && values.R_all != nullptr ? (*values.R_all)[z_i] : INDEX_ROWS[z_i].R;
     }
-    if (KvdLoz6TuExt_useFastLock() != 0) v.R_all[Z_EXT_REF] = KvdLoz6TuExt_R_fastLock();
+    double R_fastLock = 0.0;
+    if (REG_UPCALLS.extFastLock(R_fastLock)) v.R_all[Z_EXT_REF] = R_fastLock;
     v.vTmin = values.vTmin;
     v.vTmax = values.vTmax;
     v.vThigh = 0.0;
@@ -162,7 +161,7 @@ void KvdLoz6TuReg_measInitiate(const MeasInitiation& values)
     v.jump_idl1 = values.jump_idl1;
     if (values.coldRestart) s->coldRestartFlag = 1;
     s->pp1sBoardDelay = readBoardDelay();
-    KvdLoz6TuExt_initiate();
+    REG_UPCALLS.measurementsInitiated();
 }
 
 // ---- reference change ---------------------------------------------------------------------------
@@ -236,8 +235,7 @@ void KvdLoz6TuReg_handleConfigRefType(u32 refType, u32 froId)
     restartPacketHistory(refType, froId);
     resetEstimateForReference(refType, previous);
     if ((refType == TU_SR_GPS_REF || refType == TU_SR_HPTSI_REF) && previous != TU_SR_NO_REF) {
-        KvdLoz6TuGps_clearPreTimeOffset();
-        KvdLoz6TuHptsi_clearPreTimeOffset();
+        REG_UPCALLS.useTimeOfDayAtOnce();
     }
     if (refType == TU_SR_NO_REF) v.calibrationCountDown = 0.0;
 

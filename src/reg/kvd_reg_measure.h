@@ -3,8 +3,9 @@
 // Units   seconds; coarse times in whole multiples of 1024, fine times from 0 up to 1024.
 // Errors  a failed measurement is dropped with a trace.
 #pragma once
-#include "mgr/kvd_math.h"
+#include "base/kvd_math.h"
 #include "ose/types.h"
+#include "sig/reg_types.h"
 
 #include <array>
 
@@ -14,14 +15,6 @@ constexpr u32 Z_I_COUNT = 22;
 constexpr double TMOD_GPS_NMEA = 4294967296.0;   // s, time of day is known
 constexpr double COUNTER_PERIOD = 1024.0;        // s
 
-/// Measurement indices, slots of `m` and `R_all`.
-enum MeasurementIndex : u32 {
-    Z_IDL1_LOZ6 = 1, Z_EXT_REF = 2,
-    Z_PDH_REF1 = 3, Z_PDH_REF2 = 4, Z_PDH_REF3 = 5, Z_PDH_REF4 = 6, Z_SDH_REF = 7,
-    Z_GPS_REF = 8, Z_NTP_REF = 9, Z_SOFT_REF = 10, Z_TEMP_REF = 11, Z_PKT_FREQ_REF = 12,
-    Z_PKT_TIME_REF = 13, Z_NO_REF = 14, Z_ETH_REF = 15, Z_EXT_1PPS_REF = 16, Z_IDL2_LOZ6 = 17,
-    Z_HPTSI_REF = 18, Z_GPS_OUT_REF = 19, Z_GPSOSL_REF = 20, Z_SOCPRI_REF = 21,
-};
 const char* KvdLoz6TuReg_measurementText(u32 z_i);
 
 /// What the estimator is handed.

@@ -1,8 +1,8 @@
 // Frame counter against the counter that stamps packets.
 // The stamps come from a counter in NTP format, which the hardware latches on a frame edge (10 ms);
 // the difference of the two is constant but for planned steps of the frame counter.
+#include "base/trace_groups.h"
 #include "hw/kvd_hwif.h"
-#include "mgr/trace_groups.h"
 #include "node/trace.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_measure_int.h"

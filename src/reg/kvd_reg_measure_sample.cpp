@@ -1,21 +1,11 @@
 // From a latched edge to the record of the estimator.
+#include "base/kvd_mgr_hwdiag_log.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "fifo/kvd_fifo_reg.h"
-#include "gps/kvd_gps.h"
-#include "gps/kvd_gps_osl.h"
-#include "gps/kvd_gps_out.h"
 #include "hw/kvd_hwif.h"
-#include "mgr/kvd_mgr_hwdiag.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
 #include "node/trace.h"
 #include "ose/ose.h"
-#include "ref/kvd_ref_select.h"
-#include "ref/ref_types.h"
-#include "refs/kvd_eth.h"
-#include "refs/kvd_ext.h"
-#include "refs/kvd_hptsi.h"
-#include "refs/kvd_slave.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_estimate.h"
@@ -23,6 +13,9 @@
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_measure_int.h"
 #include "reg/kvd_reg_packet.h"
+#include "reg/kvd_reg_upcalls.h"
+#include "sig/ref_types.h"
+#include "unit/kvd_ref_table.h"
 
 #include <cmath>
 #include <cstdio>
@@ -37,24 +30,8 @@ constexpr u32 PENDING_IDL = 1, PENDING_100MS = 2, PENDING_REF = 4;
 
 void serveReferenceEdge()
 {
-    const u32 selectedRef = KvdLoz6TuReg_selectedRef();
-    switch (selectedRef) {
-    case TU_SR_PDH_REF1:
-    case TU_SR_PDH_REF2:
-    case TU_SR_PDH_REF3:
-    case TU_SR_PDH_REF4:
-    case TU_SR_SDH_REF:      KvdLoz6TuExt_handlePdhSdhInt();   break;
-    case TU_SR_GPS_REF:      KvdLoz6TuGps_handleInt();         break;
-    case TU_SR_EXT_REF:      KvdLoz6TuExt_handleExtInt();      break;
-    case TU_ETH_REF:         KvdLoz6TuEth_handleInt();         break;
-    case TU_SR_EXT_1PPS_REF: KvdLoz6TuExt_handleExt1ppsInt();  break;
-    case TU_SR_HPTSI_REF:    KvdLoz6TuHptsi_handleInt();       break;
-    case TU_GPS_OUT_REF:     KvdLoz6GpsOut_handleInt();        break;
-    case TU_SR_GPSOSL_REF:   KvdLoz6GpsOsl_handleInt();        break;
-    default:
+    if (!REG_UPCALLS.referenceEdge(KvdLoz6TuReg_selectedRef()))
         KVD_TRACE(TRACE_TUREG, TRACE_3, "Measurement discarded: No reference selected.");
-        break;
-    }
 }
 
 void serve100msTick()
@@ -78,7 +55,7 @@ void KvdLoz6TuReg_handleInterrupt(u32 pending)
     if (startUp != TUREG_INIT_NOISY && startUp != TUREG_INIT) return;
     if ((pending & PENDING_REF) != 0) serveReferenceEdge();
     if ((pending & PENDING_100MS) != 0) serve100msTick();
-    if ((pending & PENDING_IDL) != 0) KvdLoz6TuSlave_handleIdlInt();
+    if ((pending & PENDING_IDL) != 0) REG_UPCALLS.idlInterrupt();
 }
 
 // ---- the sample ---------------------------------------------------------------------------------
@@ -143,7 +120,7 @@ int KvdLoz6TuReg_handleRefClkInt(LatchedEdge& edge)
     if (KvdLoz6TuReg_calcSampleTimeInterval(edge.t_s) == 0) {
         KVD_TRACE(TRACE_TUREG, TRACE_ERROR,
                   "handleRefClkInt: calcSampleTimeInterval failed - Measurement discarded.");
-        KvdLoz6TuMgr_haltProcess();
+        REG_UPCALLS.halt();
         return 0;
     }
     edge.time[0] = v.t_c_last;

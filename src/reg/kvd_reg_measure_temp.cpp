@@ -1,15 +1,15 @@
 // Temperature of the oscillator: reading, limits, and the sample that drives the estimator without
 // a reference.
+#include "base/trace_groups.h"
 #include "hw/hali.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
 #include "node/trace.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_history.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_measure_int.h"
+#include "reg/kvd_reg_upcalls.h"
+#include "sig/ref_types.h"
 
 #include <cstdio>
 
@@ -69,7 +69,7 @@ void KvdLoz6TuReg_handleTempMeasurement()
     if (KvdLoz6TuReg_calcSampleTimeInterval(t_s) == 0) {
         KVD_TRACE(TRACE_TUREG, TRACE_ERROR,
                   "%s:: calcSampleTimeInterval failed - Measurement discarded.", __func__);
-        KvdLoz6TuMgr_haltProcess();
+        REG_UPCALLS.halt();
         return;
     }
     v.measRefData = {v.vTnorm, Z_TEMP_REF, t_s, v.m[Z_TEMP_REF], v.R_all[Z_TEMP_REF]};

@@ -1,6 +1,6 @@
 #include "reg/kvd_reg_mtie.h"
 
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 

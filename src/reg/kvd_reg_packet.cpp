@@ -1,21 +1,20 @@
 // Packet measurements: state and neighbours, thresholds, and references that give frequency.
 #include "reg/kvd_reg_packet.h"
 
-#include "iif/kvd_iifadm.h"
-#include "mgr/kvd_math.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "base/kvd_math.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/platform.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "pktsync/tupktsync_ptp_protocol.h"
-#include "pktsync/tupktsync_sig.h"
-#include "pktsync/tupktsync_syncref_ctrl.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_measure_int.h"
 #include "reg/kvd_reg_packet_int.h"
+#include "reg/kvd_reg_upcalls.h"
+#include "sig/tupktsync_sig.h"
+#include "unit/kvd_unit_process.h"
 
 #include <algorithm>
 #include <cmath>
@@ -35,14 +34,8 @@ void sendRegInd(i64 offsetFromMaster, i64 meanPathDelay)
     node::sendTo(KvdLoz6TuPktsync_pid(), ind);
 }
 
-const u8* profileOf(u32 froId)
-{
-    return TuPktsync_PTP_getProfile(
-        static_cast<u32>(TuPktsync_SyncrefCtrl_syncrefIdOf(froId, PACKET_TIME_FRO_CLASS)));
-}
-
 constexpr packet::Needs NEEDS = {
-    .ptpProfile = profileOf,
+    .ptpProfile = [](u32 froId) { return REG_UPCALLS.ptpProfile(froId); },
     .estimate = KvdLoz6TuReg_estimate,
     .setRefState = KvdLoz6TuReg_setDegrState,
     .tellPacketSync = sendRegInd,
@@ -165,7 +158,7 @@ void KvdLoz6TuReg_handlePktFreqMsg(const double (&T)[8])
     if (KvdLoz6TuReg_calcSampleTimeInterval(t_s) == 0) {
         KVD_TRACE(TRACE_TUREG, TRACE_ERROR,
                   "handleRefClkInt: calcSampleTimeInterval failed- Measurement discarded.");
-        KvdLoz6TuMgr_haltProcess();
+        REG_UPCALLS.halt();
         return;
     }
     const TimePair server =

@@ -6,7 +6,7 @@
 // Units   seconds, and ns where a name says so; delay variation in s, in the supervision in ms.
 // Errors  a packet that can't be used is dropped with a trace.
 #pragma once
-#include "mgr/kvd_math.h"
+#include "base/kvd_math.h"
 #include "ose/types.h"
 
 #include <cstddef>

@@ -1,5 +1,5 @@
 // From the stamps of packets to delays, floors and phase errors.
-#include "mgr/kvd_math.h"
+#include "base/kvd_math.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_packet_int.h"
 

@@ -1,5 +1,5 @@
 // History of delay variation, by reference: a record when it changed enough to be worth one.
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/platform.h"
 #include "node/trace.h"
 #include "reg/kvd_reg_measure.h"

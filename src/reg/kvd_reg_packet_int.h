@@ -5,7 +5,7 @@
 // Errors  told at each function.
 #pragma once
 #include "base/kvd_timer.h"
-#include "mgr/tu_common.h"
+#include "base/tu_common.h"
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_mtie.h"
 #include "reg/kvd_reg_packet.h"

@@ -2,14 +2,14 @@
 // In an interval the packets nearest to the floor of the delay stand for all, since what delays a
 // packet in the network only ever adds. Until the clock is locked that is the floor of the round
 // trip, which needs no frequency; then one floor a direction.
-#include "iif/tuiif_sig.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_measure_int.h"
 #include "reg/kvd_reg_packet_int.h"
+#include "reg/kvd_reg_upcalls.h"
+#include "sig/tuiif_sig.h"
 
 #include <algorithm>
 #include <cmath>
@@ -311,7 +311,7 @@ void measureInterval(packet::TimeFilter& f, const Packet& p)
     if (KvdLoz6TuReg_calcSampleTimeInterval(t_s) == 0) {
         KVD_TRACE(TRACE_TUREG, TRACE_ERROR,
                   "handleRefClkInt: calcSampleTimeInterval failed- Measurement discarded.");
-        KvdLoz6TuMgr_haltProcess();
+        REG_UPCALLS.halt();
         return;
     }
     followSeconds(f);

@@ -1,7 +1,6 @@
 // Timers of a packet time reference's delay variation and lock, and what their end means.
-#include "iif/kvd_iifadm_send.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm_send.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/ose.h"
@@ -9,7 +8,8 @@
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_packet_int.h"
-#include "reg/reg_sig.h"
+#include "sig/reg_sig.h"
+#include "sig/tuiif_sig.h"
 
 #include <iterator>
 

@@ -1,5 +1,5 @@
 // Variances of packet delays: from second differences, and running.
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
 #include "reg/kvd_reg_packet_int.h"
 

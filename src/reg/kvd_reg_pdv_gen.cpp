@@ -1,12 +1,12 @@
 #include "reg/kvd_reg_pdv_gen.h"
 
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/platform.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "reg/kvd_reg.h"
-#include "reg/reg_sig.h"
+#include "sig/reg_sig.h"
 
 #include <array>
 #include <cmath>

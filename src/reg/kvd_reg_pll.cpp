@@ -1,24 +1,20 @@
 // Core of the loops: their variables, start, reads, and the neighbours' operations.
 #include "reg/kvd_reg_pll_int.h"
 
-#include "gps/kvd_gps_out.h"
+#include "base/trace_groups.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_biraiifadm.h"
-#include "iif/kvd_iifadm.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/platform.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "refs/kvd_idpi.h"
-#include "refs/kvd_slave.h"
-#include "refs/kvd_slave_warm.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_history.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
-#include "socpri/kvd_socpri_inrsi.h"
+#include "reg/kvd_reg_upcalls.h"
+#include "sig/tuiif_sig.h"
+#include "unit/kvd_unit_link.h"
 
 #include <iterator>
 
@@ -77,31 +73,20 @@ constexpr pll::Needs NEEDS = {
     .setFreqLocked = [] { KvdLoz6TuReg_setRegState(FREQLOCKED); },
     .report = KvdLoz6TuIifAdm_updateRadioClockState,
     .timeAccuracy = [] { KvdLoz6TuIifAdm_sendTimeAccuracyNow(TIME_ACCURACY_ns); },
-    .tellGpsOut = KvdLoz6GpsOut_pllStateChanged,
-    .action = inrsiGetAction,
+    .tellGpsOut = [](u32 state) { REG_UPCALLS.loopStateChanged(state); },
+    .action = [] { return REG_UPCALLS.socpriAction(); },
     .timeDataEqual = KvdLoz6TuReg_socpriTimeDataEqual,
-    .answerContinuation = inrsiAnswerContinuation,
-    .armContinuation = [] { inrsiSetContinuationOfSync(1); },
-    .timeSyncSucceeded = inrsiTimeSyncSucceeded,
-    .timeSyncFailed = KvdLoz6TuSoCpri_inrsi_timeSyncFailed,
-    .storeYi =
-        [](double yi) {
-            KvdLoz6SlaveWarm_setYi(yi);
-            KvdLoz6SlaveWarm_write("pll_filter");
-        },
-    .slaveEvent = KvdLoz6TuSlave_setSlavePllEvent,
-    .tellIdl1Locked =
-        [](bool isLocked) {
-            KvdLoz6BiraIifAdm_idl1ClkState(
-                isLocked ? IDPI_CLK_STATUS_LOCKED : IDPI_CLK_STATUS_FREE_RUNNING, 0);
-        },
-    .unableToTimeLock = KvdLoz6BiraIifAdm_unableToTimeLock,
-    .sendClkStatus = KvdLoz6Idpi_sendClkStatus,
+    .answerContinuation = [](u32 status) { REG_UPCALLS.socpriAnswerContinuation(status); },
+    .armContinuation = [] { REG_UPCALLS.socpriSetContinuation(1); },
+    .timeSyncSucceeded = [] { REG_UPCALLS.socpriTimeSyncSucceeded(); },
+    .timeSyncFailed = [] { REG_UPCALLS.socpriTimeSyncFailed(); },
+    .storeYi = [](double yi) { REG_UPCALLS.storeYi(yi); },
+    .slaveEvent = [](u32 event) { REG_UPCALLS.slaveEvent(event); },
+    .tellIdl1Locked = [](bool isLocked) { REG_UPCALLS.tellIdl1Locked(isLocked); },
+    .unableToTimeLock = [] { return REG_UPCALLS.unableToTimeLock(); },
+    .sendClkStatus = [](u8 clkStatus) { return REG_UPCALLS.sendClkStatus(clkStatus); },
     .storeClkStatus =
-        [](u32 clkStatus, const char* caller) {
-            KvdLoz6SlaveWarm_setIdpiClkStatus(clkStatus);
-            KvdLoz6SlaveWarm_write(caller);
-        },
+        [](u32 clkStatus, const char* caller) { REG_UPCALLS.storeClkStatus(clkStatus, caller); },
     .startType = KvdLoz6BiraIifAdm_startType,
     .isTimeSyncAsked = [] { return KvdLoz6BiraIifAdm_timeTuningOngoing() != 0; },
     .tellFineTime = [] { KvdLoz6TuIifAdm_updateRadioClockState(KVD_TUIIF_SLAVE_FRAME_LOCKED); },

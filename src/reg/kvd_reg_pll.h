@@ -7,23 +7,7 @@
 // Errors  a failed write to the slave's warm data is traced, the loop goes on.
 #pragma once
 #include "ose/types.h"
-
-enum PllState : u32 {
-    PLL_Uninitialized = 0,      // not running
-    PLL_PreJumpStart = 1,       // the first phase is a time step, no history
-    PLL_PreJumpHist = 2,        // the same, with history
-    PLL_Unlocked = 3,           // pulls in
-    PLL_OffsetLocked = 4,       // locked to an offset from zero
-    PLL_Locked = 5,             // locked to phase zero
-    PLL_Freq_Holdover = 6,      // reference lost, frequency of the vector or the last one
-    PLL_Offset_Holdover = 7,    // lost from OffsetLocked, vector full
-    PLL_Locked_Holdover = 8,    // lost from Locked, vector full
-};
-enum SlavePllState : u32 {
-    SLAVE_PLL_Uninitialized = 0,
-    SLAVE_PLL_Unlocked = 1,
-    SLAVE_PLL_Locked = 2,
-};
+#include "sig/reg_types.h"
 
 /// What a step on SoCPRI does with its phase.
 enum RegulationMode : u8 {

@@ -1,8 +1,7 @@
 // The loops' filter, the holdover vector and what is made of it.
 #include "reg/kvd_reg_pll_int.h"
 
-#include "iif/kvd_biraiifadm.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
 
 #include <algorithm>

@@ -1,11 +1,11 @@
 // The loop of a master on the GPS out sync link, a sample a second.
 #include "reg/kvd_reg_pll_int.h"
 
+#include "base/trace_groups.h"
 #include "hw/kvd_hwif.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/trace_groups.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
+#include "sig/tuiif_sig.h"
 
 #include <cmath>
 

@@ -2,7 +2,7 @@
 // Nobody else includes it, but for the tests.
 // Owner   kvd_reg_pll*.cpp.
 #pragma once
-#include "mgr/kvd_math.h"
+#include "base/kvd_math.h"
 #include "reg/kvd_reg_pll.h"
 
 #include <array>

@@ -2,11 +2,11 @@
 // moved between two samples, then pulls in to an offset, then has the counter moved by it.
 #include "reg/kvd_reg_pll_int.h"
 
-#include "iif/tuiif_sig.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "refs/kvd_slave.h"
+#include "sig/reg_types.h"
+#include "sig/tuiif_sig.h"
 
 #include <cmath>
 

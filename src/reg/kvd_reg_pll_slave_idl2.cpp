@@ -2,11 +2,11 @@
 // sync data signal of the main processor.
 #include "reg/kvd_reg_pll_int.h"
 
-#include "iif/kvd_biraiifadm.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "refs/kvd_slave_warm.h"
+#include "sig/idpi_sig.h"
+#include "unit/kvd_unit_link.h"
 
 #include <cmath>
 

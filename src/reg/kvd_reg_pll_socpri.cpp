@@ -2,10 +2,10 @@
 // limits of its own and the link client told at each stage.
 #include "reg/kvd_reg_pll_int.h"
 
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "socpri/kvd_socpri_inrsi.h"
+#include "sig/inrsi_sig.h"
 
 #include <cmath>
 

@@ -1,13 +1,13 @@
 // Changes of the loops' states, in the order in which they are told.
 #include "reg/kvd_reg_pll_int.h"
 
-#include "iif/kvd_biraiifadm.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "node/trace.h"
-#include "ref/ref_types.h"
-#include "socpri/kvd_socpri_inrsi.h"
+#include "sig/inrsi_sig.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
+#include "unit/kvd_unit_link.h"
 
 namespace {
 

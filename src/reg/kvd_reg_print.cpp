@@ -1,7 +1,6 @@
 // "tureg" section of kvdinfo.
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/platform.h"
-#include "refs/kvd_slave.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_estimate.h"
@@ -11,6 +10,7 @@
 #include "reg/kvd_reg_measure_int.h"
 #include "reg/kvd_reg_packet.h"
 #include "reg/kvd_reg_pll.h"
+#include "reg/kvd_reg_upcalls.h"
 
 using node::shellPrintf;
 
@@ -151,5 +151,5 @@ void KvdLoz6TuReg_printInfo()
     KvdLoz6TuReg_controlPrintInfo();
     KvdLoz6TuReg_pllPrintInfo();
     KvdLoz6TuReg_packetPrintInfo();
-    KvdLoz6TuSlave_printInfo();
+    REG_UPCALLS.printSlave();
 }

@@ -1,18 +1,18 @@
 #include "reg/kvd_reg_rnt.h"
 
+#include "base/kvd_math.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_iifadm.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/kvd_math.h"
-#include "mgr/kvd_mgr_mem.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "mp/kvd_iifadm.h"
 #include "node/bytes.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_int.h"
 #include "reg/kvd_reg_measure.h"
+#include "sig/tuiif_sig.h"
+#include "store/kvd_mgr_mem.h"
 
 #include <cmath>
 

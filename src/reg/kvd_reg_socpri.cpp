@@ -3,13 +3,12 @@
 #include "reg/kvd_reg_socpri.h"
 #include "reg/kvd_reg_socpri_int.h"
 
+#include "base/kvd_math.h"
 #include "base/kvd_timer.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_iifadm_send.h"
-#include "iif/tuiif_socpri_sig.h"
-#include "mgr/kvd_math.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "mp/kvd_iifadm_send.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
@@ -18,8 +17,9 @@
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_packet.h"
 #include "reg/kvd_reg_pll.h"
-#include "reg/reg_sig.h"
-#include "socpri/kvd_socpri_inrsi.h"
+#include "reg/kvd_reg_upcalls.h"
+#include "sig/reg_sig.h"
+#include "sig/tuiif_socpri_sig.h"
 
 #include <cmath>
 #include <cstdlib>
@@ -52,8 +52,8 @@ constexpr socpri::Needs NEEDS = {
     .sendFollowOcxoAdj = KvdLoz6TuIifAdm_sendSocpriSduFollowOcxoAdjInd,
     .pllControl = KvdLoz6TuReg_soCpriPll_control,
     .adjustTime = KvdLoz6TuReg_adjust_time,
-    .phaseMeasAnalysisFailed = KvdLoz6TuSoCpri_inrsi_phaseMeasAnalysisFailed,
-    .answerContinuation = inrsiAnswerContinuation,
+    .phaseMeasAnalysisFailed = [] { REG_UPCALLS.socpriPhaseMeasAnalysisFailed(); },
+    .answerContinuation = [](u32 status) { REG_UPCALLS.socpriAnswerContinuation(status); },
 };
 
 double picoseconds(u32 high, u32 low) { return (high * 4294967296.0 + low) * 1e-12; }
@@ -201,7 +201,7 @@ void KvdLoz6TuReg_onContinuePostponedRegulationTimeout()
     KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_REGULATION_CONTINUED);
     if (s->isPortRemembered == 0) return;
     s->isPortRemembered = 0;
-    inrsiSelectRememberedPort(s->rememberedPort);
+    REG_UPCALLS.socpriSelectRememberedPort(s->rememberedPort);
 }
 
 u32 KvdLoz6TuReg_postponeReg() { return s->postponeReg; }

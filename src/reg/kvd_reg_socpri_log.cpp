@@ -1,17 +1,17 @@
 // The log of all that happens on a radio link, and its copy at the last event that ended something.
 #include "reg/kvd_reg_socpri_int.h"
 
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_iifadm.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "mp/kvd_iifadm.h"
 #include "node/platform.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
-#include "socpri/kvd_socpri_inrsi.h"
+#include "reg/kvd_reg_upcalls.h"
 
 #include <cmath>
 #include <iterator>
@@ -63,7 +63,7 @@ socpri::LogRecord socpri::newRecord(u32 event, const Counters& counters)
     LogRecord r{};
     r.used = 1;
     r.event = event;
-    r.portNo = inrsiGetPortNo();
+    r.portNo = REG_UPCALLS.socpriPort();
     r.validityCnt = validityCnt();
     r.targetDiff = KvdLoz6TuReg_pll_targetDiff();
     r.m = static_cast<u32>(KvdLoz6TuReg_measStateVar().m[Z_SOCPRI_REF]);

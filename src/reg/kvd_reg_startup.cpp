@@ -1,19 +1,13 @@
 // Start-up of the regulator: the controller that each temperature reading runs, and the ways in
 // which the filter gets its first values.
+#include "base/kvd_mgr_hwdiag_log.h"
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "hw/hali.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_biraiifadm.h"
-#include "iif/kvd_iifadm.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/kvd_mgr_hwdiag.h"
-#include "mgr/kvd_mgr_mem.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "mp/kvd_iifadm.h"
 #include "node/platform.h"
 #include "node/trace.h"
-#include "ref/ref_types.h"
-#include "refs/kvd_slave.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_history.h"
@@ -21,7 +15,12 @@
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
 #include "reg/kvd_reg_socpri.h"
-#include "socpri/kvd_socpri_inrsi.h"
+#include "reg/kvd_reg_upcalls.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
+#include "store/kvd_mgr_mem.h"
+#include "unit/kvd_unit_link.h"
+#include "unit/kvd_unit_process.h"
 
 using regulator::setInitiateState;
 using regulator::state;
@@ -62,10 +61,10 @@ void shutDownLoops()
     KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_TEMP);
     if (s.badTempReported != 0) return;
     s.badTempReported = 1;
-    inrsiReportOcxoTemp(1);
+    REG_UPCALLS.socpriReportOcxoTemp(1);
     KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_BAD_OCXO_TEMP);
     KvdLoz6TuReg_traceSoCpriLog(1);              // once, not at every tick outside
-    inrsiClientReset();
+    REG_UPCALLS.socpriReset();
 }
 
 void temperatureOutside(double vT, u32 outOfLimits, int result)
@@ -103,7 +102,7 @@ void temperatureInside(int result)
     restartIdl2Loop();
     if (s.badTempReported != 0) {
         s.badTempReported = 0;
-        inrsiReportOcxoTemp(0);
+        REG_UPCALLS.socpriReportOcxoTemp(0);
         KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_OCXO_TEMP_RECOVERED);
     }
     reportTemperature(OSC_TEMP_GOOD, result);
@@ -125,7 +124,7 @@ void stepStart(double vT, bool isOutside)
         return;
     }
     regulator::initiateRegulator(vT);
-    KvdLoz6TuSlave_idl2Reset();                  // a link that came first has set the time that is gone now
+    REG_UPCALLS.idl2Reset();                  // a link that came first has set the time that is gone now
     s.passedWarmup = 1;
     setInitiateState(TUREG_INIT);
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "IDL2 Slave - temp range reached through BASIC LM");
@@ -194,7 +193,7 @@ void KvdLoz6TuReg_startUpController(double vT, u32 attempts, u32 outOfLimits, in
     if (attempts > regulator::TEMP_FAULT_TICKS) {
         KVD_TRACE(TRACE_TUREG, TRACE_ERROR, "Can not read OCXO temperature");
         reportTemperature(OSC_TEMP_UNREADABLE, result);
-        KvdLoz6TuMgr_haltProcess();
+        REG_UPCALLS.halt();
         return;
     }
     const bool isOutside = vT < s.vTmin || vT > s.vTmax;
@@ -284,7 +283,7 @@ int startWithoutHistory(double vT, const Diagonal& P, bool coldControl)
         KVD_TRACE(TRACE_TUREG, TRACE_ERROR, "Ocxo Eeprom nominal frequency not valid: %s",
                   TuCommon_text(params.nominalFrequency));
         KvdLoz6HwDiag_reportNominalFrequencyFailure();
-        KvdLoz6TuMgr_haltProcess();
+        REG_UPCALLS.halt();
         return INITIATE_BOARD_FAULT;
     }
     regulator::storeSfcGpsOffset();

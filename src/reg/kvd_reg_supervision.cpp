@@ -1,6 +1,6 @@
 // Supervision of the selected reference's frequency and delay variation: rings of interval values
 // that a reader of the node's logs can look back on.
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
 #include "reg/kvd_reg_measure_int.h"
 #include "reg/kvd_reg_packet_int.h"

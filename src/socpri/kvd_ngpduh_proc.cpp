@@ -1,18 +1,19 @@
 #include "socpri/kvd_ngpduh_proc.h"
 
 #include "base/kvd_timer.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/platform.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "reg/kvd_reg.h"
-#include "socpri/inci_sig.h"
+#include "sig/inci_sig.h"
+#include "sig/tuiif_sig.h"
 #include "socpri/kvd_ngpduhif_client.h"
 #include "socpri/kvd_socpri_inci_client.h"
 #include "socpri/kvd_socpri_inci_server.h"
+#include "unit/kvd_unit_process.h"
 
 #include <cstring>
 

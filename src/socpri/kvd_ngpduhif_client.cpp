@@ -1,7 +1,7 @@
 #include "socpri/kvd_ngpduhif_client.h"
 
-#include "iif/kvd_iifadm.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/name_service.h"
 #include "node/platform.h"
 #include "node/sig.h"

@@ -1,11 +1,12 @@
 #include "socpri/kvd_socpri.h"
 
-#include "mgr/kvd_mgr_proc.h"
+#include "mp/kvd_iifadm.h"
 #include "ose/module_data.h"
 #include "socpri/kvd_ngpduh_proc.h"
 #include "socpri/kvd_socpri_inrsi_master_int.h"
 #include "socpri/kvd_socpri_inrsi_sdu.h"
 #include "socpri/kvd_socpri_inrsi_sdu_int.h"
+#include "unit/kvd_unit_process.h"
 
 namespace {
 

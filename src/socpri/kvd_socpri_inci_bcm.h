@@ -2,7 +2,7 @@
 // it goes between units in revision 1 and 2. References of the connections are the caller's.
 #pragma once
 #include "node/ngpduhif.h"
-#include "socpri/inci_sig.h"
+#include "sig/inci_sig.h"
 
 /// Clock state as the other unit knows it. With translate 1 it is one of ours (radioClockState), otherwise it
 /// goes as it is.

@@ -1,16 +1,16 @@
 #include "socpri/kvd_socpri_inci_client.h"
 
 #include "base/kvd_timer.h"
-#include "iif/kvd_iifadm.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/platform.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "socpri/inci_sig.h"
+#include "sig/inci_sig.h"
 #include "socpri/kvd_ngpduhif_client.h"
 #include "socpri/kvd_socpri_inci_ref.h"
+#include "unit/kvd_unit_process.h"
 
 #include <algorithm>
 #include <array>

@@ -1,15 +1,15 @@
 // The master's client: its record, the main processor's orders, and how they end.
 #include "socpri/kvd_socpri_inrsi.h"
 
-#include "iif/kvd_iifadm.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_pll.h"
 #include "reg/kvd_reg_socpri.h"
+#include "sig/ref_types.h"
 #include "socpri/kvd_socpri_inrsi_master_int.h"
 
 namespace inrsi::master {

@@ -5,17 +5,9 @@
 // Errors  what a link can't give is told to the main processor as a SocpriSyncStatus.
 #pragma once
 #include "ose/types.h"
+#include "sig/inrsi_sig.h"
 
 struct Signal;
-
-/// What the client is at.
-enum InrsiClientAction : u32 {
-    INRSI_CLIENT_IDLE = 0,
-    INRSI_CLIENT_ACTION_FREQ_SCANNING = 1,
-    INRSI_CLIENT_ACTION_BFN_ALIGN = 2,
-    INRSI_CLIENT_ACTION_FREQ_SYNC = 3,
-    INRSI_CLIENT_ACTION_TIME_SYNC = 4,
-};
 
 void KvdLoz6Inrsi_initiate();
 int  KvdLoz6Inrsi_dispatch(Signal* sig);

@@ -1,8 +1,8 @@
 // Connection to the measurement server: hunted for, asked, lost and made again; requests to it.
 #include "socpri/kvd_socpri_inrsi_int.h"
 
-#include "iif/kvd_iifadm_send.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm_send.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 

@@ -1,7 +1,7 @@
 // Exchange of sync data with the units behind the links: its process, and which connections it is to have.
 #include "socpri/kvd_socpri_inrsi_int.h"
 
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
 #include "socpri/kvd_ngpduh_proc.h"
 

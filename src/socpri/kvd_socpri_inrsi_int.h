@@ -4,11 +4,11 @@
 // (_sup), texts (_text), time data (_time). Nobody else includes it, but for the tests.
 // Owner   a record belongs to its client; the shared code works on the one that it is given.
 #pragma once
-#include "iif/tuiif_socpri_sig.h"
 #include "node/sig.h"
 #include "ose/ose.h"
-#include "socpri/inci_sig.h"
-#include "socpri/inrsi_sig.h"
+#include "sig/inci_sig.h"
+#include "sig/inrsi_sig.h"
+#include "sig/tuiif_socpri_sig.h"
 
 #include <array>
 #include <iterator>

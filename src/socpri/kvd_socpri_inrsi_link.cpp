@@ -1,11 +1,11 @@
 // Subscription of ports, their link states, and the signals that both clients take.
 #include "socpri/kvd_socpri_inrsi_int.h"
 
-#include "iif/kvd_iifadm.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
-#include "ref/kvd_ref.h"
+#include "unit/kvd_ref_table.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The master client's logs and printouts.
 #include "socpri/kvd_socpri_inrsi_master_int.h"
 
-#include "mgr/tu_common.h"
+#include "base/tu_common.h"
 #include "node/platform.h"
 
 using node::shellPrintf;

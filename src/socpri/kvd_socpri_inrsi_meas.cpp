@@ -2,8 +2,8 @@
 // Answers that belong to another port's supervision are sorted out here.
 #include "socpri/kvd_socpri_inrsi_master_int.h"
 
-#include "iif/kvd_iifadm_send.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm_send.h"
 #include "node/trace.h"
 #include "reg/kvd_reg_pll.h"
 #include "reg/kvd_reg_socpri.h"

@@ -1,16 +1,16 @@
 // Holdover of a link's time, what the regulator makes of its phase, and what the links are told.
 #include "socpri/kvd_socpri_inrsi_master_int.h"
 
-#include "iif/kvd_iifadm.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/trace.h"
-#include "ref/kvd_ref.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
+#include "unit/kvd_ref_table.h"
 
 namespace inrsi::master {
 

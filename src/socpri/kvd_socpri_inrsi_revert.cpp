@@ -2,7 +2,7 @@
 #include "socpri/kvd_socpri_inrsi_master_int.h"
 
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_iifadm_send.h"
+#include "mp/kvd_iifadm_send.h"
 
 namespace inrsi::master {
 

@@ -1,10 +1,10 @@
 // The slave's client: ports lent to the master, requests passed on, the rest supervised.
 #include "socpri/kvd_socpri_inrsi_sdu.h"
 
+#include "base/trace_groups.h"
+#include "base/tu_common.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_iifadm_send.h"
-#include "mgr/trace_groups.h"
-#include "mgr/tu_common.h"
+#include "mp/kvd_iifadm_send.h"
 #include "node/platform.h"
 #include "node/trace.h"
 #include "ose/module_data.h"

@@ -1,8 +1,8 @@
 // Supervision of the ports that nobody synchronises to: five phases 100 ms apart, once a minute.
 #include "socpri/kvd_socpri_inrsi_int.h"
 
-#include "iif/kvd_iifadm_send.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm_send.h"
 #include "node/trace.h"
 #include "reg/kvd_reg_socpri.h"
 

@@ -1,14 +1,14 @@
 // The node's time counters for other units.
 #include "socpri/kvd_socpri_inrsi_int.h"
 
+#include "base/trace_groups.h"
 #include "hw/kvd_hwif.h"
-#include "iif/kvd_iifadm.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
+#include "sig/tuiif_sig.h"
 
 namespace {
 

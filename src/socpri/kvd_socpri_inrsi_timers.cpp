@@ -3,7 +3,7 @@
 #include "socpri/kvd_socpri_inrsi_int.h"
 
 #include "base/kvd_timer.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 

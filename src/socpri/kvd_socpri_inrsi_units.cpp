@@ -1,8 +1,8 @@
 // The table of units behind each port, and what the main processor is told of it.
 #include "socpri/kvd_socpri_inrsi_int.h"
 
-#include "iif/kvd_iifadm_send.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "mp/kvd_iifadm_send.h"
 #include "node/trace.h"
 
 #include <cstring>

@@ -2,8 +2,8 @@
 #include "app/packet_time.h"
 #include "app/recording.h"
 #include "app/score.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg_mtie.h"
+#include "sig/ref_types.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

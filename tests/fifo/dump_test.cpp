@@ -6,6 +6,7 @@
 #include "gps/kvd_gps_common.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_estimate.h"
+#include "unit/kvd_ref_table.h"
 
 #include <array>
 #include <cstdio>

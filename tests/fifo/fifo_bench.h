@@ -1,11 +1,13 @@
 // fifo_bench.h - The process of the rolling logs in an otherwise idle program.
 #pragma once
 #include "fifo/kvd_fifo_proc.h"
+#include "frame/kvd_mgr_proc.h"
 #include "gps/kvd_gps_receiver.h"
-#include "mgr/kvd_mgr_proc.h"
 #include "ref/kvd_ref.h"
 #include "tests/support/idle_node.h"
 #include "tests/support/unit_bench.h"
+#include "unit/kvd_ref_table.h"
+#include "unit/kvd_unit_process.h"
 
 #include <gmock/gmock.h>
 

@@ -1,8 +1,8 @@
 // The sky view: a record a minute, from its start to the order to stop or the end of the day.
-#include "fifo/fifo_sig.h"
 #include "fifo/kvd_fifo_skyview.h"
 #include "fifo_bench.h"
 #include "gps/kvd_gps_nmea.h"
+#include "sig/fifo_sig.h"
 
 #include <cstdlib>
 #include <new>

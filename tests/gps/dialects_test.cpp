@@ -1,13 +1,14 @@
 // The receivers' own sentences: what each stores, when it is refused, what it tells the main
 // processor, and the questions to a receiver's module.
-#include "gps/gps_sig.h"
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_furuno.h"
 #include "gps/kvd_gps_norvane.h"
 #include "gps/kvd_gps_osl.h"
-#include "gps/kvd_gps_state.h"
 #include "gps/kvd_gps_trimble.h"
+#include "sig/gps_sig.h"
 #include "tests/gps/sentence_bench.h"
+#include "unit/kvd_gps_state.h"
+#include "unit/kvd_unit_process.h"
 
 namespace {
 

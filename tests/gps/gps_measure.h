@@ -5,8 +5,8 @@
 
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_receiver.h"
-#include "gps/kvd_gps_state.h"
-#include "iif/tuiif_sig.h"
+#include "sig/tuiif_sig.h"
+#include "unit/kvd_gps_state.h"
 
 namespace bench {
 

@@ -1,8 +1,8 @@
 // gps_replay.h - The GPS front end by itself, one signal at a time, as check values tell them.
 #pragma once
-#include "gps/gps_sig.h"
+#include "base/tu_common.h"
 #include "gps/kvd_gps.h"
-#include "mgr/tu_common.h"
+#include "sig/gps_sig.h"
 #include "tests/iif/iif_bench.h"
 
 #include <cstdio>

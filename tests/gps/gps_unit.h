@@ -2,8 +2,8 @@
 #pragma once
 #include "gps/kvd_gps_common.h"
 #include "gps/kvd_gps_receiver.h"
-#include "gps/kvd_gps_state.h"
 #include "tests/ref/ref_unit.h"
+#include "unit/kvd_gps_state.h"
 
 #include <string>
 #include <vector>

@@ -1,8 +1,8 @@
 // The GPS out sync link's input: another unit's sentences move its states, its reports and the far
 // end's clock state.
-#include "gps/gps_sig.h"
 #include "gps/kvd_gps_osl.h"
 #include "node/trace.h"
+#include "sig/gps_sig.h"
 #include "tests/gps/gps_unit.h"
 
 #include <gtest/gtest.h>

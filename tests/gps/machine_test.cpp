@@ -2,8 +2,8 @@
 // observation mode, end of supervision.
 #include "gps_unit.h"
 
-#include "gps/gps_sig.h"
-#include "iif/tuiif_sig.h"
+#include "sig/gps_sig.h"
+#include "sig/tuiif_sig.h"
 
 namespace {
 

@@ -12,6 +12,7 @@
 #include "reg/kvd_reg.h"
 #include "tests/gps/gps_replay.h"
 #include "tests/support/vectors.h"
+#include "unit/kvd_ref_table.h"
 
 #include <cstdio>
 #include <ctime>

@@ -2,7 +2,7 @@
 // with the pulses, noise, another unit's output.
 #include "tests/gps/gps_measure.h"
 
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
 
 namespace {
 

@@ -1,6 +1,5 @@
 // Sentences, series of satellite sentences, framing of the line and frames of written sentences
 // against check values.
-#include "gps/gps_sig.h"
 #include "gps/kvd_gps_common.h"
 #include "gps/kvd_gps_furuno.h"
 #include "gps/kvd_gps_int.h"
@@ -9,8 +8,10 @@
 #include "gps/kvd_gps_osl.h"
 #include "gps/kvd_gps_serial.h"
 #include "gps/kvd_gps_trimble.h"
+#include "sig/gps_sig.h"
 #include "tests/iif/iif_bench.h"
 #include "tests/support/vectors.h"
+#include "unit/kvd_unit_process.h"
 
 #include <map>
 #include <set>

@@ -1,10 +1,10 @@
 // The module that falls sick and is restarted, and the unit whose 1PPS stays away, in a whole unit
 // with sentences on its serial line.
+#include "base/tu_common.h"
 #include "gps/kvd_gps.h"
 #include "gps/kvd_gps_hrv_supervision.h"
 #include "gps/kvd_gps_recovery.h"
 #include "gps/kvd_gps_send.h"
-#include "mgr/tu_common.h"
 #include "tests/ref/ref_unit.h"
 
 #include <cstdio>

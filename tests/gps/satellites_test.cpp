@@ -1,7 +1,7 @@
 // Series of GPGSV and GLGSV: when a table changes, its order, the twelve for the client, and what
 // becomes of a system that falls silent.
-#include "gps/gps_sig.h"
 #include "gps/kvd_gps_nmea.h"
+#include "sig/gps_sig.h"
 #include "tests/gps/sentence_bench.h"
 
 namespace {

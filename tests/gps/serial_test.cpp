@@ -1,11 +1,12 @@
 // The serial line to the receiver: what counts as a sentence, what is lost and counted, whose line
 // it is.
-#include "gps/gps_sig.h"
+#include "frame/kvd_mgr_proc.h"
 #include "gps/kvd_gps_serial.h"
-#include "mgr/kvd_mgr_proc.h"
 #include "node/sig.h"
+#include "sig/gps_sig.h"
 #include "tests/gps/gps_unit.h"
 #include "tests/support/idle_node.h"
+#include "unit/kvd_unit_process.h"
 
 namespace {
 

@@ -6,10 +6,10 @@
 #include "gps/kvd_gps_receiver.h"
 #include "gps/kvd_gps_send.h"
 #include "gps/kvd_gps_serial.h"
-#include "gps/kvd_gps_state.h"
 #include "tests/gps/gps_measure.h"
 #include "tests/gps/gps_replay.h"
 #include "tests/support/vectors.h"
+#include "unit/kvd_gps_state.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // check_values.h - Reading of the check values' groups, for the replay tests of this folder.
 #pragma once
 #include "hw/fake_bus.h"
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
 #include "support/vectors.h"
 
 #include <algorithm>

@@ -1,10 +1,10 @@
 // Replay of the check values: frequency, counters and the oscillator's EEPROM.
+#include "base/kvd_math.h"
 #include "hw/check_values.h"
-#include "hw/hwif_sig.h"
 #include "hw/kvd_hwif_mult_words.h"
-#include "mgr/kvd_math.h"
 #include "reg/kvd_reg_control_int.h"
 #include "reg/kvd_reg_jump.h"
+#include "sig/hwif_sig.h"
 #include "socpri/kvd_socpri_inrsi_master_int.h"
 
 #include <gtest/gtest.h>

@@ -2,10 +2,10 @@
 // paths of the hardware interface (a word that doesn't read back, an IC that stays silent, an FPGA
 // that isn't there).
 #pragma once
+#include "base/trace_groups.h"
 #include "hw/hali.h"
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_priv.h"
-#include "mgr/trace_groups.h"
 #include "node/platform.h"
 #include "node/trace.h"
 #include "ose/world.h"

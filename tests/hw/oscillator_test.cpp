@@ -1,8 +1,8 @@
 // Divider and delta-sigma: steering, its limits and reach, checked writes, the wander generator.
 #include "hw/fake_bus.h"
-#include "hw/hwif_sig.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg_control.h"
+#include "sig/hwif_sig.h"
+#include "sig/ref_types.h"
 
 #include <gtest/gtest.h>
 

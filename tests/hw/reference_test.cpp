@@ -1,8 +1,9 @@
 // Reference multiplexer, toggles, FSYNC, test access, interrupts: what reaches the registers and
 // what not.
+#include "frame/kvd_mgr_proc.h"
 #include "hw/fake_bus.h"
-#include "hw/hwif_sig.h"
-#include "mgr/kvd_mgr_proc.h"
+#include "sig/hwif_sig.h"
+#include "unit/kvd_unit_process.h"
 
 #include <gtest/gtest.h>
 

@@ -3,6 +3,7 @@
 #include "tests/refs/idl_unit.h"
 
 #include "hw/kvd_hwif.h"
+#include "unit/kvd_unit_link.h"
 
 namespace {
 

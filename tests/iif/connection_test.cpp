@@ -1,6 +1,7 @@
 // How the unit finds the main processor, negotiates, and goes on when a side restarts.
 #include "tests/iif/iif_bench.h"
 
+#include "iif/kvd_iifadm_orders.h"
 #include "reg/kvd_reg.h"
 
 namespace {

@@ -3,16 +3,18 @@
 // its context, and a packet sync process that keeps what it gets. The other components are there but
 // receive no signal, so the clock moves only when the test says so.
 #pragma once
+#include "base/trace_groups.h"
+#include "frame/kvd_mgr_proc.h"
 #include "hw/hali.h"
-#include "iif/kvd_iifadm.h"
+#include "iif/kvd_iifadm_orders.h"
 #include "iif/kvd_pm.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/trace.h"
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
 #include "sim/node/node.h"
 #include "tests/support/unit_bench.h"
+#include "unit/kvd_unit_process.h"
 
 #include <cstring>
 #include <functional>

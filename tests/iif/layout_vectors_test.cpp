@@ -1,5 +1,5 @@
 // Layouts of the signals against check values: number, offset and width of each field, size.
-#include "iif/tuiif_sig.h"
+#include "sig/tuiif_sig.h"
 #include "tests/support/vectors.h"
 
 #include <gtest/gtest.h>

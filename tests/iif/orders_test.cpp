@@ -4,6 +4,7 @@
 #include "ref/kvd_ref_select.h"
 #include "reg/kvd_reg.h"
 #include "socpri/kvd_socpri_inrsi.h"
+#include "unit/kvd_ref_table.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Messages of a master that are wrong in one field, one length or one TLV: each is told, changes nothing,
 // and the next good one is taken.
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "sim/net/ptp_wire.h"
 #include "tests/pktsync/ptp_bench.h"
 

@@ -1,6 +1,6 @@
 // The packet process and its three services: the chain of starts, each service refusing, dying and coming
 // back, multicast groups, sockets.
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "node/cfi_sig.h"
 #include "node/ipsocki_sig.h"
 #include "node/pktsyncdrv_sig.h"

@@ -1,13 +1,13 @@
 // packet_unit.h - A whole unit whose packet process is looked at from outside: its services are scripted,
 // what leaves its port is kept, masters stand on a network beside it.
 #pragma once
-#include "iif/tuiif_sig.h"
 #include "pktsync/tupktsync_cfi_client.h"
 #include "pktsync/tupktsync_drv_client.h"
 #include "pktsync/tupktsync_ipsocki_client.h"
 #include "pktsync/tupktsync_proc.h"
 #include "pktsync/tupktsync_ptp_clock.h"
 #include "pktsync/tupktsync_syncref_int.h"
+#include "sig/tuiif_sig.h"
 #include "sim/net/ptp_master.h"
 #include "tests/pktsync/ptp_bench.h"
 #include "tests/support/unit_bench.h"

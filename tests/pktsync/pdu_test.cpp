@@ -1,12 +1,13 @@
 // Frames and datagrams as they come in, egress stamps, the time stamp server, what the manager sends on.
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
+#include "frame/kvd_mgr_proc.h"
 #include "pktsync/tupktsync_pdu.h"
 #include "pktsync/tupktsync_proc.h"
-#include "pktsync/tupktsync_sig.h"
 #include "pktsync/tupktsync_timestamp_server.h"
+#include "sig/tupktsync_sig.h"
 #include "sim/net/ptp_wire.h"
 #include "tests/pktsync/ptp_bench.h"
+#include "unit/kvd_unit_process.h"
 
 #include <cstring>
 

@@ -1,7 +1,7 @@
 // syncref_bench.h - Syncref control by itself in a process of an idle program: what it reaches outside is
 // written down in order, and answered as the test says.
 #pragma once
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "pktsync/tupktsync_ipsocki_client.h"
 #include "pktsync/tupktsync_syncref_int.h"
 #include "pktsync/tupktsync_timer.h"

@@ -1,10 +1,11 @@
 // Syncref control, the requirement on clocks and the manager's side against an independent model's check
 // values.
-#include "mgr/kvd_mgr_proc.h"
+#include "frame/kvd_mgr_proc.h"
 #include "pktsync/tupktsyncadm.h"
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
 #include "tests/pktsync/syncref_bench.h"
 #include "tests/support/vectors.h"
+#include "unit/kvd_unit_process.h"
 
 #include <map>
 

@@ -1,6 +1,6 @@
 // What a running unit sends to PTP masters, octet by octet; stamps that are lost or come twice; what the
 // main processor and the operator can see and do meanwhile.
-#include "mgr/trace_groups.h"
+#include "base/trace_groups.h"
 #include "tests/pktsync/packet_unit.h"
 
 namespace {

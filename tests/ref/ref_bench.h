@@ -2,14 +2,15 @@
 // each signal to it and runs what the test wants run in its context. Nothing is connected to it, so
 // what it reports is looked at where it is stored.
 #pragma once
+#include "base/trace_groups.h"
+#include "frame/kvd_mgr_proc.h"
 #include "hw/hali.h"
-#include "iif/kvd_iifadm.h"
-#include "mgr/kvd_mgr_proc.h"
-#include "mgr/trace_groups.h"
+#include "mp/kvd_iifadm.h"
 #include "node/trace.h"
 #include "ref/kvd_ref.h"
 #include "sim/node/node.h"
 #include "tests/support/unit_bench.h"
+#include "unit/kvd_unit_process.h"
 
 #include <functional>
 

@@ -1,17 +1,19 @@
 // ref_unit.h - A whole connected unit whose toggle detectors are set by the test. The main
 // processor supervises and selects only what the test says.
 #pragma once
-#include "hw/hwif_sig.h"
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_regs.h"
-#include "iif/kvd_iifadm.h"
-#include "iif/tuiif_sig.h"
+#include "mp/kvd_iifadm.h"
 #include "ref/kvd_ref.h"
 #include "ref/kvd_ref_select.h"
-#include "ref/ref_sig.h"
+#include "refs/kvd_ref_idl.h"
 #include "reg/kvd_reg_measure.h"
+#include "sig/hwif_sig.h"
+#include "sig/ref_sig.h"
+#include "sig/tuiif_sig.h"
 #include "sim/node/node.h"
 #include "tests/support/unit_bench.h"
+#include "unit/kvd_ref_table.h"
 
 #include <functional>
 

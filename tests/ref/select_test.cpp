@@ -1,10 +1,12 @@
 // Selections carried out: hardware route, regulator, client view, in their order and when a step
 // fails.
-#include "iif/kvd_phyadm.h"
+#include "iif/kvd_iifadm_orders.h"
 #include "node/sig.h"
+#include "ref/kvd_phyadm.h"
 #include "ref/kvd_ref_int.h"
 #include "ref_bench.h"
 #include "ref_unit.h"
+#include "unit/kvd_ref_table.h"
 
 namespace {
 

@@ -1,8 +1,9 @@
 // Paths: hold-off, wait-to-restore, the common input, start and end of supervision, as the main
 // processor and the detectors bring them about.
-#include "iif/kvd_phyadm.h"
 #include "node/trace.h"
+#include "ref/kvd_phyadm.h"
 #include "ref_unit.h"
+#include "unit/kvd_ref_table.h"
 
 #include <array>
 

@@ -1,9 +1,10 @@
 // The toggle filter and the common input against check values.
-#include "iif/tuiif_sig.h"
 #include "ref/kvd_ref_int.h"
 #include "ref/kvd_ref_select.h"
 #include "ref_bench.h"
+#include "sig/tuiif_sig.h"
 #include "support/vectors.h"
+#include "unit/kvd_ref_table.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // A whole unit with the node's slow protocol service and peers at its Ethernet ports: what the service's
 // answers lead to, what goes out on the line, what outlives a service, a main processor, a program.
-#include "iif/tuiif_sig.h"
 #include "node/slowpi_sig.h"
-#include "ref/ref_types.h"
 #include "refs/kvd_slowpi.h"
 #include "refs/kvd_slowpi_int.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
 #include "sim/refs/esmc_peer.h"
 #include "tests/support/unit_bench.h"
 

@@ -1,9 +1,9 @@
 // Plain references: the noise that each hands over, the sensitivity of the 1PPS, fast lock.
 #include "reg/support/measure_bench.h"
 
-#include "ref/ref_types.h"
 #include "refs/kvd_eth.h"
 #include "refs/kvd_ext.h"
+#include "sig/ref_types.h"
 
 using regtest::MeasureBench;
 

@@ -2,8 +2,8 @@
 // and down, what the main processor is told, the measurement.
 #include "tests/refs/hptsi_line.h"
 
-#include "iif/tuiif_sig.h"
 #include "reg/support/measure_bench.h"
+#include "sig/tuiif_sig.h"
 #include "tests/iif/iif_bench.h"
 
 #include <functional>

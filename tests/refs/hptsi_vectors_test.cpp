@@ -1,10 +1,11 @@
 // Replay of check values: what the time input makes of bytes, of frames, and of what comes in which order.
-#include "mgr/tu_common.h"
+#include "base/tu_common.h"
 #include "ref/kvd_ref.h"
 #include "refs/kvd_hptsi_int.h"
 #include "reg/support/measure_bench.h"
 #include "tests/iif/iif_bench.h"
 #include "tests/support/vectors.h"
+#include "unit/kvd_ref_table.h"
 
 #include <map>
 

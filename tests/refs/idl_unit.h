@@ -1,13 +1,14 @@
 // idl_unit.h - A whole unit with the servers of the inter-unit links, its oven warm from the beginning.
 #pragma once
-#include "iif/bira_sig.h"
 #include "iif/kvd_biraiifadm.h"
-#include "iif/tuiif_sig.h"
 #include "node/trace.h"
-#include "refs/idpi_sig.h"
 #include "refs/kvd_idpi.h"
 #include "refs/kvd_slave_warm.h"
+#include "sig/bira_sig.h"
+#include "sig/idpi_sig.h"
+#include "sig/tuiif_sig.h"
 #include "tests/support/unit_bench.h"
+#include "unit/kvd_unit_link.h"
 
 namespace bench {
 

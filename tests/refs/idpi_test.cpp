@@ -1,6 +1,7 @@
 // The inter-unit link ports: which of them count, and when a round of their delays is complete.
 #include "ref/kvd_ref.h"
 #include "refs/kvd_idpi_int.h"
+#include "refs/kvd_ref_idl.h"
 #include "tests/refs/idl_unit.h"
 
 #include <algorithm>

@@ -4,11 +4,11 @@
 #include "hw/kvd_hwif_words.h"
 #include "reg/support/measure_bench.h"
 
-#include "iif/tuiif_sig.h"
 #include "ref/kvd_ref.h"
 #include "refs/kvd_slave_int.h"
 #include "refs/kvd_slave_warm.h"
 #include "reg/kvd_reg_pll.h"
+#include "sig/tuiif_sig.h"
 
 #include <nlohmann/json.hpp>
 

@@ -2,6 +2,7 @@
 // sync data, jumps of the master, unstable links and damaged data on IDL2.
 #include "slave_bench.h"
 
+#include "refs/kvd_ref_idl.h"
 #include "tests/support/unit_bench.h"
 
 #include <limits>

@@ -1,6 +1,7 @@
 // Replay of check values: words and phases of IDL1, delays, stages and flow of IDL2.
-#include "slave_bench.h"
+#include "refs/kvd_ref_idl.h"
 #include "reg/kvd_reg_pll_int.h"
+#include "slave_bench.h"
 #include "support/vectors.h"
 
 using bench::SlaveBench;

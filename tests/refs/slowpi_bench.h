@@ -2,13 +2,13 @@
 // operations recorded in place of a server, a main processor that keeps what it is told. Timers and
 // buffers are the kernel's own, and any misuse of them fails the test.
 #pragma once
+#include "base/trace_groups.h"
 #include "hw/fake_bus.h"
-#include "iif/kvd_iifadm_int.h"
-#include "iif/tuiif_sig.h"
-#include "mgr/trace_groups.h"
+#include "mp/kvd_iifadm_state.h"
 #include "node/slowpi_sig.h"
 #include "refs/kvd_slowpi.h"
 #include "refs/kvd_slowpi_int.h"
+#include "sig/tuiif_sig.h"
 
 #include <gtest/gtest.h>
 

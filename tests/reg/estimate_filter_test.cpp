@@ -1,7 +1,8 @@
 // The filter's model, its noise adaptation, its repair, and that it finds a clock in noise.
-#include "iif/kvd_iifadm.h"
-#include "ref/ref_types.h"
+#include "iif/kvd_iifadm_orders.h"
+#include "mp/kvd_iifadm.h"
 #include "reg/support/regulator_unit.h"
+#include "sig/ref_types.h"
 
 #include <gtest/gtest.h>
 

@@ -3,6 +3,7 @@
 #include "reg/kvd_reg_matrix.h"
 #include "reg/support/regulator_unit.h"
 #include "support/vectors.h"
+#include "unit/kvd_unit_link.h"
 
 #include <gtest/gtest.h>
 
@@ -95,7 +96,7 @@ const std::map<std::string, void (*)(const Value&)> UNIT = {
     {"jumpState", [](const Value& v) { KvdLoz6TuReg_setJumpState(static_cast<JumpState>(v.get<u32>())); }},
     {"idlMode",
      [](const Value& v) {
-         bira::state().idlMode = num(v) == 2 ? KVD_BIRAIIF_IDL_MODE_2 : KVD_BIRAIIF_IDL_MODE_1;
+         KvdUnit_link().idlMode = num(v) == 2 ? KVD_BIRAIIF_IDL_MODE_2 : KVD_BIRAIIF_IDL_MODE_1;
      }},
     {"hw_nomDiv", [](const Value& v) { tuHwIf_writeNominalDivisor(v.get<u32>()); }},
     {"hw_K", [](const Value& v) { tuHwIf_writeDeltaSigmaK(v.get<i64>()); }},

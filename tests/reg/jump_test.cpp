@@ -1,6 +1,6 @@
 // Jumps at their edges: steps too small or refused, an order that the clock's state cancels; and
 // the operator's removal of time.
-#include "iif/kvd_iifadm_int.h"
+#include "mp/kvd_iifadm_state.h"
 #include "reg/support/measure_bench.h"
 #include "reg/support/regulator_unit.h"
 #include "support/unit_bench.h"

@@ -2,10 +2,10 @@
 #include "reg/support/manager_bench.h"
 #include "support/vectors.h"
 
-#include "iif/tuiif_sig.h"
-#include "iif/tuiif_socpri_sig.h"
 #include "reg/kvd_reg_jump_int.h"
 #include "reg/kvd_reg_pll.h"
+#include "sig/tuiif_sig.h"
+#include "sig/tuiif_socpri_sig.h"
 #include "socpri/kvd_socpri.h"
 
 using regtest::ManagerBench;

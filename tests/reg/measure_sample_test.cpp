@@ -1,7 +1,7 @@
 // From a reference's edge to a sample: what is let in, what is dropped, what each leaves.
 #include "reg/support/measure_bench.h"
 
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
 
 using regtest::MeasureBench;
 

@@ -2,9 +2,9 @@
 #include "reg/support/measure_bench.h"
 #include "support/vectors.h"
 
-#include "iif/tuiif_sig.h"
 #include "node/sig.h"
 #include "reg/kvd_reg_packet_int.h"
+#include "sig/tuiif_sig.h"
 
 using regtest::MeasureBench;
 using regtest::Triple;

@@ -1,7 +1,7 @@
 // Timers of a packet time reference: what a time-out means, and when it means nothing.
 #include "node/sig.h"
 #include "reg/kvd_reg_packet_int.h"
-#include "reg/reg_sig.h"
+#include "sig/reg_sig.h"
 #include "tests/support/idle_node.h"
 
 #include <gtest/gtest.h>

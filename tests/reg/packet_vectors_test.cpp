@@ -1,6 +1,6 @@
 // Replay of check values: packet delays, floors, phases and variances, both packet measurements, the
 // delay history and its limits, the supervision.
-#include "iif/kvd_iifadm_int.h"
+#include "mp/kvd_iifadm_state.h"
 #include "reg/support/packet_bench.h"
 #include "support/vectors.h"
 

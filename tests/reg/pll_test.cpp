@@ -1,11 +1,12 @@
 // The loops at their edges: what is forgiven, what is counted, what the holdover holds, and what a loop does when
 // a neighbour fails.
 #include "iif/kvd_biraiifadm.h"
-#include "iif/tuiif_sig.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll_int.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
 #include "tests/support/idle_node.h"
+#include "unit/kvd_unit_link.h"
 
 #include <gtest/gtest.h>
 

@@ -3,13 +3,14 @@
 #include "tests/support/idle_node.h"
 #include "tests/support/vectors.h"
 
+#include "base/tu_common.h"
 #include "iif/kvd_biraiifadm.h"
-#include "mgr/tu_common.h"
 #include "node/trace.h"
-#include "ref/ref_types.h"
+#include "refs/kvd_slave.h"
 #include "reg/kvd_reg_measure_int.h"
 #include "reg/kvd_reg_pll_int.h"
-#include "refs/kvd_slave.h"
+#include "sig/ref_types.h"
+#include "unit/kvd_unit_link.h"
 
 #include <gtest/gtest.h>
 

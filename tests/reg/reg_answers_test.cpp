@@ -1,9 +1,9 @@
 // What the regulator answers the main processor, what it tells the other unit and the reports.
 #include "reg/support/measure_bench.h"
 
-#include "gps/kvd_gps_state.h"
 #include "reg/kvd_reg_jump.h"
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
+#include "unit/kvd_gps_state.h"
 
 #include <cmath>
 #include <limits>

@@ -1,8 +1,8 @@
 // Start of the regulator: which tick leads where, and what stops it.
 #include "reg/support/measure_bench.h"
 
-#include "mgr/kvd_mgr_proc.h"
-#include "ref/ref_types.h"
+#include "frame/kvd_mgr_proc.h"
+#include "sig/ref_types.h"
 
 using regtest::MeasureBench;
 

@@ -1,9 +1,9 @@
 // The node's IP sync service and what lies behind it: an NTP server over a network of random delays.
-#include "iif/tuiif_sig.h"
 #include "node/ipsynctsi.h"
 #include "node/ipsynctsi_sig.h"
 #include "node/sig.h"
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
 #include "tests/support/idle_node.h"
 #include "tests/support/unit_bench.h"
 

@@ -1,13 +1,14 @@
 // inci_bench.h - Units whose program runs the process of SYNC-INCI alone, in one world: the test is their
 // manager and, where it wants to, the other unit.
 #pragma once
-#include "iif/kvd_iifadm_int.h"
-#include "mgr/kvd_mgr_proc.h"
+#include "frame/kvd_mgr_proc.h"
+#include "mp/kvd_iifadm_state.h"
 #include "node/trace.h"
-#include "socpri/inci_sig.h"
+#include "sig/inci_sig.h"
 #include "socpri/kvd_ngpduh_proc.h"
 #include "tests/support/idle_node.h"
 #include "tests/support/unit_bench.h"
+#include "unit/kvd_unit_process.h"
 
 #include <cstring>
 #include <deque>

@@ -1,6 +1,6 @@
 // Three units in a chain, from process to process over the links between them: who provides the time goes
 // along the chain and back.
-#include "iif/tuiif_sig.h"
+#include "sig/tuiif_sig.h"
 #include "tests/socpri/inci_bench.h"
 
 #include <memory>

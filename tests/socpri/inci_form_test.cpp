@@ -1,6 +1,6 @@
 // References and the forms of a broadcast, by hand and against an independent model's check values.
 #include "hw/kvd_hwif_words.h"
-#include "iif/kvd_iifadm.h"
+#include "mp/kvd_iifadm.h"
 #include "socpri/kvd_socpri_inci_bcm.h"
 #include "socpri/kvd_socpri_inci_ref.h"
 #include "socpri/kvd_socpri_inci_server.h"

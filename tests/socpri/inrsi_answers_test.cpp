@@ -1,6 +1,6 @@
 // Answers of the measurement server that are of the other kind, of another unit, late, twice or never,
 // and what the master's client makes of them.
-#include "reg/reg_sig.h"
+#include "sig/reg_sig.h"
 #include "tests/socpri/socpri_bench.h"
 
 namespace {

@@ -1,5 +1,5 @@
 // What the clients of the measurement server print, and the time counters that they tell.
-#include "iif/kvd_iifadm.h"
+#include "mp/kvd_iifadm.h"
 #include "tests/socpri/socpri_bench.h"
 
 namespace {

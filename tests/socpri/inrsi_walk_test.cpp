@@ -1,6 +1,6 @@
 // Orders, faults, restarts and changes of role in any order: once they are over the master's client is at work
 // or idle, holds nothing over for longer than its five minutes, and takes the next orders as on its first day.
-#include "iif/kvd_iifadm.h"
+#include "mp/kvd_iifadm.h"
 #include "tests/socpri/socpri_bench.h"
 
 #include <random>

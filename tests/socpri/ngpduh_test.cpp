@@ -1,6 +1,6 @@
 // The process itself: started and killed by order, connection to the sync group logic, time data, command.
-#include "iif/tuiif_sig.h"
 #include "reg/kvd_reg_measure.h"
+#include "sig/tuiif_sig.h"
 #include "socpri/kvd_ngpduhif_client.h"
 #include "tests/socpri/inci_bench.h"
 

@@ -2,16 +2,16 @@
 // beginning, the service started and ports A and C subscribed.
 #pragma once
 #include "hw/kvd_hwif.h"
-#include "iif/tuiif_sig.h"
 #include "ref/kvd_ref.h"
-#include "ref/ref_types.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
 #include "reg/kvd_reg_socpri.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
+#include "sim/board/board.h"
 #include "socpri/kvd_socpri_inrsi_master_int.h"
 #include "socpri/kvd_socpri_inrsi_sdu_int.h"
-#include "sim/board/board.h"
 #include "tests/support/unit_bench.h"
 
 #include <optional>

@@ -3,15 +3,15 @@
 #pragma once
 #include "hw/hali.h"
 #include "hw/kvd_hwif.h"
-#include "mgr/kvd_mgr_mem.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control_int.h"
 #include "reg/kvd_reg_estimate_int.h"
 #include "reg/kvd_reg_flashfile.h"
-#include "reg/kvd_reg_histrecord.h"
 #include "reg/kvd_reg_history.h"
+#include "reg/kvd_reg_histrecord.h"
 #include "reg/kvd_reg_int.h"
 #include "reg/kvd_reg_measure_int.h"
+#include "store/kvd_mgr_mem.h"
 #include "support/idle_node.h"
 
 #include <gtest/gtest.h>

@@ -3,14 +3,14 @@
 // dispatched by hand.
 #pragma once
 #include "hw/fake_bus.h"
-#include "hw/hwif_sig.h"
-#include "iif/kvd_iifadm_int.h"
+#include "mp/kvd_iifadm_state.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control_int.h"
 #include "reg/kvd_reg_estimate_int.h"
 #include "reg/kvd_reg_int.h"
 #include "reg/kvd_reg_measure_int.h"
-#include "reg/reg_sig.h"
+#include "sig/hwif_sig.h"
+#include "sig/reg_sig.h"
 
 #include <algorithm>
 

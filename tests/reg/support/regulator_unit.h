@@ -2,9 +2,9 @@
 // registers are plain memory, and a test calls the estimator and the control law as the manager
 // would.
 #pragma once
+#include "base/trace_groups.h"
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_priv.h"
-#include "mgr/trace_groups.h"
 #include "node/platform.h"
 #include "node/trace.h"
 #include "ose/world.h"

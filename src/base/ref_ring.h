@@ -1,0 +1,22 @@
+// ref_ring.h - Ring of the last records, for printouts; and the room that a record's time takes.
+#pragma once
+#include "ose/types.h"
+
+#include <array>
+
+constexpr u32 TIME_STAMP_SIZE = 27;   // "%Y-%m-%d %H:%M:%S", point, six digits, terminator
+
+/// A push into a full ring drops the oldest.
+template <typename Record, u32 CAPACITY>
+struct RefRing {
+    std::array<Record, CAPACITY> slot{};
+    u32 next = 0;
+    u32 count = 0;
+    void push(const Record& r)
+    {
+        slot[next] = r;
+        next = (next + 1) % CAPACITY;
+        if (count < CAPACITY) ++count;
+    }
+    const Record& oldest(u32 i) const { return slot[(next + CAPACITY - count + i) % CAPACITY]; }
+};

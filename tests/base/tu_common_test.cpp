@@ -1,0 +1,159 @@
+#include "base/tu_common.h"
+
+#include "support/idle_node.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+#include <string>
+
+TEST(Date, OfASecondCountIsTheCalendars)
+{
+    struct Case { i64 seconds; DateTime date; };
+    for (const Case& c : std::to_array<Case>({
+             {0, {1970, 1, 1, 0, 0, 0}},
+             {-1, {1969, 12, 31, 23, 59, 59}},
+             {86'399, {1970, 1, 1, 23, 59, 59}},
+             {315'964'800, {1980, 1, 6, 0, 0, 0}},        // GPS epoch
+             {951'782'400, {2000, 2, 29, 0, 0, 0}},       // leap day of a year divisible by 400
+             {951'868'800, {2000, 3, 1, 0, 0, 0}},
+             {1'000'000'000, {2001, 9, 9, 1, 46, 40}},
+             {1'709'164'799, {2024, 2, 28, 23, 59, 59}},
+             {1'709'164'800, {2024, 2, 29, 0, 0, 0}},
+             {2'147'483'647, {2038, 1, 19, 3, 14, 7}},
+             {4'107'542'399, {2100, 2, 28, 23, 59, 59}},  // 2100 has no leap day
+             {4'107'542'400, {2100, 3, 1, 0, 0, 0}}})) {
+        SCOPED_TRACE(c.seconds);
+        const DateTime d = TuCommon_secondsToDate(c.seconds);
+        EXPECT_EQ(d.year, c.date.year);
+        EXPECT_EQ(d.month, c.date.month);
+        EXPECT_EQ(d.day, c.date.day);
+        EXPECT_EQ(d.hour, c.date.hour);
+        EXPECT_EQ(d.minute, c.date.minute);
+        EXPECT_EQ(d.second, c.date.second);
+        EXPECT_EQ(TuCommon_dateToSeconds(c.date), c.seconds);
+    }
+}
+
+TEST(Date, EachDayOfACenturyFollowsTheOneBefore)
+{
+    constexpr std::array<u8, 12> DAYS{31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    u16 year = 1980;
+    u8 month = 1, day = 1;
+    for (i64 s = 315'532'800; year < 2080; s += 86'400) {      // from 1980-01-01
+        const DateTime d = TuCommon_secondsToDate(s + 43'200);
+        ASSERT_EQ(d.year, year);
+        ASSERT_EQ(d.month, month);
+        ASSERT_EQ(d.day, day);
+        ASSERT_EQ(d.hour, 12);
+        const bool leap = year % 4 == 0;                       // 2000 is one, 2100 isn't reached
+        if (day++ < DAYS[month - 1u] + (leap && month == 2 ? 1 : 0)) continue;
+        day = 1;
+        if (month++ < 12) continue;
+        month = 1;
+        ++year;
+    }
+}
+
+TEST(Checksum, OfNmeaSentences)
+{
+    struct Case { const char* sentence; u8 sum; };
+    for (const Case& c : std::to_array<Case>({
+             {"$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47", 0x47},
+             {"GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,", 0x47},
+             {"$A*00", 0x41},
+             {"$*00", 0x00},
+             {"", 0x00},
+             {"$A$*", 0x65}})) {                                // only the leading $ is left out
+        SCOPED_TRACE(c.sentence);
+        EXPECT_EQ(TuCommon_nmeaChecksum(c.sentence, std::strlen(c.sentence)), c.sum);
+    }
+    EXPECT_EQ(TuCommon_nmeaChecksum("$AB", 2), 0x41) << "goes no further than the length";
+}
+
+TEST(Crc8, StartsWithAllOnes)
+{
+    // The table entries 1 and 255 of the reflected polynomial are 94 and 53; the check value of
+    // "123456789" for a start of 0 is 0xA1, so its first byte comes inverted here.
+    const u8 inverted[] = {static_cast<u8>(~0x31), '2', '3', '4', '5', '6', '7', '8', '9'};
+    const u8 ff[] = {0xFF}, fe[] = {0xFE}, zero[] = {0x00};
+    EXPECT_EQ(TuCommon_crc8(nullptr, 0), 0xFF);
+    EXPECT_EQ(TuCommon_crc8(ff, 1), 0x00);
+    EXPECT_EQ(TuCommon_crc8(fe, 1), 94);
+    EXPECT_EQ(TuCommon_crc8(zero, 1), 53);
+    EXPECT_EQ(TuCommon_crc8(inverted, 9), 0xA1);
+}
+
+TEST(BootParameter, IsTriedThreeTimesFiftyMillisecondsApart)
+{
+    struct Case {
+        const char* when;
+        u32 serverMissing, nonsense;
+        const char* name;
+        std::size_t room;
+        int result;
+        u32 attempts;
+        i64 took_ms;
+        const char* trace;
+        std::size_t traces;
+    };
+    constexpr const char* TIMED_OUT = "Hunt for NVPI server process timed out";
+    constexpr const char* NOT_FOUND = "PBOOT parameter (other) area not found.";
+    constexpr const char* TOO_LARGE = "PBOOT parameter (sys_name) is too large";
+    for (const Case& c : std::to_array<Case>(
+             {{"at once", 0, 0, "sys_name", 6, 0, 1, 0, "", 0},
+              {"third attempt", 2, 0, "sys_name", 6, 0, 3, 100, TIMED_OUT, 2},
+              {"no server", 3, 0, "sys_name", 6, 1, 3, 100, TIMED_OUT, 3},
+              {"no such name", 0, 0, "other", 6, 2, 3, 100, NOT_FOUND, 3},
+              {"no room", 0, 0, "sys_name", 5, 3, 3, 100, TOO_LARGE, 3},
+              {"nonsense", 0, 1, "sys_name", 6, 0, 2, 50, "Unexpected reponse from NVPI", 1}})) {
+        SCOPED_TRACE(c.when);
+        IdleNode b;
+        b.node.parameters().bootTexts["sys_name"] = "abcde";
+        b.node.parameters().bootServerMissing = c.serverMissing;
+        b.node.parameters().bootNonsense = c.nonsense;
+        char text[8] = "";
+        int result = -1;
+        ose::Time took = 0;
+        b.in([&] {
+            const ose::Time before = b.world.now();
+            result = TuCommon_bootParameter(c.name, text, c.room);
+            took = b.world.now() - before;
+        });
+        EXPECT_EQ(result, c.result);
+        EXPECT_EQ(b.node.parameters().bootAttempts, c.attempts);
+        EXPECT_EQ(took, c.took_ms * ose::MS);
+        EXPECT_EQ(b.node.traces().count({.text = c.trace, .level = 1}), c.traces);
+        EXPECT_STREQ(text, c.result == 0 ? "abcde" : "");
+    }
+}
+
+TEST(TimeStamp, HasMicroseconds)
+{
+    IdleNode b;
+    b.node.setCalendar(951'782'399, 999'999);       // last microsecond of 2000-02-28
+    char text[27];
+    std::array<std::string, 2> seen;
+    b.in([&] {
+        TuCommon_timeStamp(text);
+        seen[0] = text;
+        ose::delay(1);
+        TuCommon_timeStamp(text);
+        seen[1] = text;
+    });
+    EXPECT_EQ(seen[0], "2000-02-28 23:59:59.999999");
+    EXPECT_EQ(seen[1], "2000-02-29 00:00:00.000999");
+}
+
+TEST(NumberText, KeepsAllDigitsAndSeveralAtATime)
+{
+    IdleNode b;
+    std::string joined;
+    b.in([&] {
+        const char* a = TuCommon_text(0.1);
+        const char* c = TuCommon_text(-0.5);
+        joined = std::string(a) + "|" + c + "|";
+    });
+    EXPECT_EQ(joined, "0.10000000000000001|-0.5            |");
+}

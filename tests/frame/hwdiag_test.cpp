@@ -1,0 +1,557 @@
+// Hardware diagnostics: the start-up sequence with the test service, the run-time check, entries
+// in the error log.
+#include "base/kvd_mgr_hwdiag_log.h"
+#include "frame/kvd_mgr_hwdiag.h"
+#include "hw/kvd_hwif.h"
+#include "hw/kvd_hwif_regs.h"
+#include "node/temi.h"
+#include "reg/kvd_reg.h"
+#include "reg/kvd_reg_measure.h"
+#include "sig/ref_sig.h"
+#include "sig/ref_types.h"
+#include "sim/board/board.h"
+#include "tests/support/unit_bench.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <iterator>
+#include <string>
+
+namespace {
+
+using bench::Unit;
+
+struct DiagUnit : Unit {
+    using Unit::Unit;
+    sim::BoardFaults& faults() { return node.board().faults; }
+    sim::ErrorLog& log() { return node.errorLog(); }
+    const std::vector<sim::TestResult>& tests() { return node.temi().results(); }
+
+    /// Codes in the error log, in their order.
+    std::string codes()
+    {
+        std::string text;
+        for (const sim::ErrorLogEntry& entry : log().entries())
+            text += (text.empty() ? "" : " ") + entry.code;
+        return text;
+    }
+    /// The detectors' fields of the hardware monitor, three bits each.
+    u32 monitorWord()
+    {
+        const u32 address =
+            node.inProgram([] { return static_cast<u32>(tuHwIf_lookupRegister(REG_HM)); });
+        return node.board().read(address) & 0x3FFFF;
+    }
+    void in(const std::function<void()>& body) { node.system().call(*node.program(), body); }
+};
+
+constexpr u32 ALL_DETECTORS_ON_REFERENCE = 0x9249;   // octal 111111
+
+// ---- start-up -----------------------------------------------------------------------------------
+
+TEST(StartUpTests, RunAllSevenAndPutTheReferencesBack)
+{
+    DiagUnit unit;
+    unit.node.powerOn();
+    unit.run(10);
+    constexpr const char* NAMES[] = {"LOZ6 PDH1 Test", "LOZ6 PDH2 Test", "LOZ6 PDH3 Test",
+                                     "LOZ6 PDH4 Test", "LOZ6 SDH Test", "LOZ6 EXT Test",
+                                     "LOZ6 SynthC Feedback Test"};
+    ASSERT_EQ(unit.tests().size(), 7u);
+    for (u32 i = 0; i < 7; ++i) {
+        SCOPED_TRACE(i);
+        const sim::TestResult& test = unit.tests()[i];
+        EXPECT_EQ(test.testNumber, i + 1);
+        EXPECT_EQ(test.name, NAMES[i]);
+        EXPECT_EQ(test.result, 0u);
+        EXPECT_EQ(test.last, i == 6);
+        EXPECT_FALSE(test.atRuntime);
+        EXPECT_EQ(test.message,
+                  i < 6 ? "HM test successful" : "Feedback check on 30,72 MHz successfull");
+    }
+    EXPECT_EQ(unit.codes(), "");
+    EXPECT_EQ(unit.monitorWord(), ALL_DETECTORS_ON_REFERENCE);
+}
+
+TEST(StartUpTests, EndAtTheFirstFailureInTheHaltedState)
+{
+    struct Case { u32 stuckOn; u32 stuckOff; u32 test; const char* code; const char* message; };
+    // Raw toggle bits: PDH 1 to 4, SDH, common input.
+    constexpr Case CASES[] = {
+        {0x01, 0, 1, "MC0", "Zero in to HM 0 failed"},
+        {0x02, 0, 2, "MC1", "Zero in to HM 1 failed"},
+        {0, 0x04, 3, "MC2", "Clock in to HM 2 failed"},
+        {0, 0x08, 4, "MC3", "Clock in to HM 3 failed"},
+        {0x10, 0, 5, "MC4", "Zero in to HM 4 failed"},
+        {0, 0x20, 6, "MC5", "Clock in to HM 5 failed"},
+        {0x14, 0, 3, "MC2", "Zero in to HM 2 failed"},        // the first of two
+    };
+    for (const Case& c : CASES) {
+        SCOPED_TRACE(c.code);
+        DiagUnit unit;
+        unit.node.powerOn();
+        unit.faults().toggleStuckOn = c.stuckOn;
+        unit.faults().toggleStuckOff = c.stuckOff;
+        unit.run(10);
+        ASSERT_EQ(unit.tests().size(), c.test);
+        const sim::TestResult& failed = unit.tests().back();
+        EXPECT_EQ(failed.testNumber, c.test);
+        EXPECT_EQ(failed.result, 2u);
+        EXPECT_TRUE(failed.last);
+        EXPECT_EQ(failed.message, c.message);
+        EXPECT_EQ(unit.node.temi().failures(), 1u);
+        EXPECT_EQ(unit.codes(), c.code);
+        EXPECT_EQ(unit.monitorWord() >> (3 * (c.test - 1)) & 7, 1u);
+        EXPECT_TRUE(unit.traced("WARNING: LOZ6 HW diagnostic failed, halting process"));
+    }
+}
+
+TEST(StartUpTests, FindTheFeedbackMissing)
+{
+    DiagUnit unit;
+    unit.node.powerOn();
+    // Lost between the hardware's initiation and the last test; a detector's test takes 20 ms.
+    ASSERT_TRUE(unit.world.runUntilTrue([&] { return unit.tests().size() == 5; }, 10 * ose::SEC));
+    unit.faults().synthStatusAnd = 0x7;
+    unit.run(10);
+    ASSERT_EQ(unit.tests().size(), 7u);
+    EXPECT_EQ(unit.tests()[6].result, 2u);
+    EXPECT_EQ(unit.tests()[6].message, "Feedback is missing on 30,72 MHz at start up");
+    EXPECT_EQ(unit.codes(), "MC6");
+    EXPECT_TRUE(unit.traced("WARNING: LOZ6 HW diagnostic failed, halting process"));
+}
+
+TEST(StartUpTests, AreOnlyForRestartTypesZeroAndOne)
+{
+    struct Case { u32 restartType; std::size_t tests; };
+    for (const Case& c : {Case{0, 7}, Case{1, 7}, Case{2, 1}, Case{4, 1}}) {
+        SCOPED_TRACE(c.restartType);
+        sim::NodeConfig config;
+        config.restartType = c.restartType;
+        DiagUnit unit(config);
+        unit.node.powerOn();
+        unit.faults().toggleStuckOn = c.tests == 1 ? 0x1 : 0;     // no test looks at it
+        unit.run(10);
+        ASSERT_EQ(unit.tests().size(), c.tests);
+        EXPECT_TRUE(unit.tests().back().last);
+        EXPECT_EQ(unit.node.temi().failures(), 0u);
+        EXPECT_EQ(unit.tests()[0].message == "No HW tests requested at restart", c.tests == 1);
+        EXPECT_EQ(unit.traces("No HW tests requested at restart"), c.tests == 1 ? 1u : 0u);
+    }
+}
+
+TEST(StartUpTests, TellAFailedInitiationInTheirPlace)
+{
+    struct Case { const char* what; void (*breakIt)(DiagUnit&); const char* code; };
+    constexpr Case CASES[] = {
+        {"EEPROM", [](DiagUnit& u) { u.faults().eepromBadSum = true; }, "MC7"},
+        {"multiplicator", [](DiagUnit& u) { u.faults().multiplicatorCrc = true; }, "MC8"},
+        {"board type", [](DiagUnit& u) { u.node.parameters().adiResult = 1; }, "MC9"},
+        {"base address", [](DiagUnit& u) { u.node.parameters().boardTexts.clear(); }, "MCL"},
+    };
+    for (const Case& c : CASES) {
+        SCOPED_TRACE(c.what);
+        DiagUnit unit;
+        unit.node.powerOn();
+        c.breakIt(unit);
+        unit.run(30);
+        EXPECT_EQ(unit.log().count(c.code), 1u) << unit.codes();
+        ASSERT_EQ(unit.tests().size(), 1u);
+        EXPECT_EQ(unit.tests()[0].result, 2u);
+        EXPECT_TRUE(unit.tests()[0].last);
+        EXPECT_TRUE(unit.traced("WARNING: LOZ6 HW diagnostic failed, halting process"));
+    }
+}
+
+TEST(StartUpTests, WaitForTheTestServiceAsLongAsItTakes)
+{
+    DiagUnit unit;
+    unit.node.temi().die();
+    unit.node.powerOn();
+    unit.node.temi().die();
+    unit.run(10);
+    const std::size_t tries =
+        unit.traces("WARNING: TarsoTemi_initiateService() failed (error 1), retrying ...");
+    EXPECT_GE(tries, 3u);                                    // every 3 s
+    EXPECT_LE(tries, 4u);
+    EXPECT_FALSE(unit.traced("COLD RESTART of KVD on BVQ LOZ6"));
+    unit.node.temi().start();
+    unit.run(10);
+    EXPECT_EQ(unit.tests().size(), 7u);
+    EXPECT_TRUE(unit.traced("COLD RESTART of KVD on BVQ LOZ6"));
+}
+
+TEST(StartUpTests, GoOnWithoutAServiceThatFallsSilentOrRejects)
+{
+    struct Case { const char* when; sim::Answer answer; };
+    for (const Case& c : {Case{"silent", sim::Answer::Silent}, Case{"rejects", sim::Answer::Reject}}) {
+        SCOPED_TRACE(c.when);
+        DiagUnit unit;
+        unit.node.powerOn();
+        ASSERT_TRUE(unit.world.runUntilTrue([&] { return unit.tests().size() == 3; }, 10 * ose::SEC));
+        unit.node.temi().setAnswer(c.answer);
+        constexpr SIGSELECT REJ = TARSO_TEMI_INITIATE_SERVICE_REJ;
+        if (c.answer == sim::Answer::Reject)
+            unit.node.system().inject(std::as_bytes(std::span<const SIGSELECT, 1>(&REJ, 1)), unit.manager(), 0);
+        unit.run(70);
+        EXPECT_TRUE(unit.traced("No restartType received from TEMI, assuming Power-on"));
+        EXPECT_EQ(unit.node.mainProcessor().clockState(), 1);
+    }
+}
+
+TEST(StartUpTests, BeginAnewWithAServiceThatCameBack)
+{
+    DiagUnit unit;
+    unit.node.powerOn();
+    ASSERT_TRUE(unit.world.runUntilTrue([&] { return unit.tests().size() == 3; }, 10 * ose::SEC));
+    unit.node.temi().die();
+    unit.run(1);
+    unit.node.temi().start();
+    unit.run(10);
+    ASSERT_EQ(unit.tests().size(), 10u);
+    EXPECT_EQ(unit.tests()[3].testNumber, 1u);
+    EXPECT_EQ(unit.tests()[9].testNumber, 7u);
+    EXPECT_TRUE(unit.traced("COLD RESTART of KVD on BVQ LOZ6"));
+}
+
+TEST(StartUpTests, OrdersBeyondTheLastAreDropped)
+{
+    DiagUnit unit;
+    unit.node.powerOn();
+    ASSERT_TRUE(unit.world.runUntilTrue([&] { return unit.tests().size() == 5; }, 10 * ose::SEC));
+    const TarsoTemiDoTestInd ind{TARSO_TEMI_DO_TEST_IND, 0, 1, {}};
+    for (int i = 0; i < 4; ++i)
+        unit.node.system().inject(std::as_bytes(std::span(&ind, 1)), unit.manager(), 0);
+    unit.run(10);
+    EXPECT_EQ(unit.tests().size(), 7u);
+    EXPECT_TRUE(unit.traced("order to test after the last test, dropped"));
+    EXPECT_EQ(unit.node.mainProcessor().clockState(), 1);
+}
+
+// ---- run-time check -----------------------------------------------------------------------------
+
+/// A reference that is only there.
+struct Present : sim::EdgeSource {
+    bool present() const override { return true; }
+    ose::Time nextEdge(ose::Time) override { return -1; }
+};
+
+/// A started unit whose run-time checks are ordered by the test alone.
+struct Checked : DiagUnit {
+    Checked()
+    {
+        node.powerOn();
+        run(10);
+        node.system().kill(node.system().find("Kvd_loz6_turefmon_proc"));
+        started = tests().size();
+    }
+    void check(u32 times = 1)
+    {
+        constexpr SIGSELECT CHECK = KVD_TUREFMON_CHECK_TD_IND;
+        for (u32 i = 0; i < times; ++i) {
+            node.system().inject(std::as_bytes(std::span<const SIGSELECT, 1>(&CHECK, 1)), manager(), 0);
+            run(0.1);
+        }
+    }
+    void checkWithoutFeedback()
+    {
+        faults().synthStatusAnd = 0x7;
+        check();
+        faults().synthStatusAnd = 0xF;
+    }
+    std::size_t runtimeReports() { return tests().size() - started; }
+    std::size_t started = 0;
+};
+
+TEST(RunTimeCheck, ComesOnceAMinuteFromTheToggleMonitor)
+{
+    DiagUnit unit;
+    unit.node.powerOn();
+    unit.run(30);
+    unit.faults().toggleStuckOn = 0x2;
+    unit.run(120);
+    EXPECT_EQ(unit.codes(), "MCB MCB");
+}
+
+TEST(RunTimeCheck, DoesNotStandStillForATestServiceThatIsGoneOrSilent)
+{
+    for (const bool isGone : {true, false}) {
+        SCOPED_TRACE(isGone ? "gone" : "silent");
+        Checked unit;
+        if (isGone) unit.node.temi().die();
+        else        unit.node.temi().setAnswer(sim::Answer::Silent);
+        unit.faults().toggleStuckOn = 0x1;
+        unit.check();
+        unit.run(6);
+        unit.node.mainProcessor().boardFailure(true);
+        unit.run(0.1);
+        EXPECT_EQ(unit.node.led(), sim::Led::RedOn) << "served";
+        unit.node.temi().setAnswer(sim::Answer::Accept);
+        unit.node.temi().start();
+        unit.check();
+        EXPECT_EQ(unit.runtimeReports(), 1u);
+        EXPECT_EQ(unit.codes(), "MCA MCA");
+    }
+}
+
+TEST(RunTimeCheck, FindsADetectorThatSeesASignalWithItsInputCutOff)
+{
+    struct Case { u32 raw; const char* codes; const char* trace; };
+    constexpr Case CASES[] = {
+        {0x01, "MCA", "Zero in to HM test failed for TD=0"},
+        {0x02, "MCB", "Zero in to HM test failed for TD=1"},
+        {0x04, "MCC", "Zero in to HM test failed for TD=2"},
+        {0x08, "MCD", "Zero in to HM test failed for TD=3"},
+        {0x10, "MCE", "Zero in to HM test failed for TD=4"},
+        {0x20, "MCF", "Zero in to HM test failed for TD=5"},
+        {0x18, "MCD", "Zero in to HM test failed for TD=3"},       // the first one ends the check
+        {0x1C00, "", "Waiting"},                                   // Ethernet has no monitor
+    };
+    for (const Case& c : CASES) {
+        SCOPED_TRACE(c.raw);
+        Checked unit;
+        unit.faults().toggleStuckOn = c.raw;
+        unit.faults().synthStatusAnd = 0x7;                        // comes after, isn't looked at
+        unit.check();
+        EXPECT_EQ(unit.codes(), c.codes);
+        const bool faulty = *c.codes != '\0';
+        EXPECT_EQ(unit.traced("Feedback is missing on 30,72 MHz, counter = 1"), !faulty);
+        EXPECT_EQ(unit.monitorWord(), ALL_DETECTORS_ON_REFERENCE);
+        ASSERT_EQ(unit.runtimeReports(), faulty ? 1u : 0u);
+        if (!faulty) continue;
+        EXPECT_TRUE(unit.traced(c.trace));
+        const sim::TestResult& told = unit.tests().back();
+        EXPECT_TRUE(told.atRuntime);
+        EXPECT_EQ(told.testNumber, 8u);
+        EXPECT_EQ(told.name, "Runtime fault");
+        EXPECT_EQ(told.result, 2u);
+        EXPECT_EQ(told.message, "HW fault at runtime detected");
+    }
+}
+
+TEST(RunTimeCheck, PassesDetectorsThatWorkAndLeavesThemOnTheirReference)
+{
+    Checked unit;
+    Present pdh1, sdh;
+    unit.node.board().connect(sim::ReferenceInput::Pdh1, &pdh1);
+    unit.node.board().connect(sim::ReferenceInput::Sdh, &sdh);
+    const ose::Time from = unit.world.now();
+    unit.check();
+    EXPECT_EQ(unit.codes(), "");
+    EXPECT_EQ(unit.monitorWord(), ALL_DETECTORS_ON_REFERENCE);
+    EXPECT_EQ(unit.node.inProgram([] { return tuHwIf_readToggleStatus(); }), 0x11u);
+    EXPECT_GE(unit.world.now() - from, 20 * ose::MS);
+}
+
+TEST(RunTimeCheck, GoesOnAfterTheTestServiceRefusedTheReport)
+{
+    Checked unit;
+    unit.node.temi().setAnswer(sim::Answer::Reject);
+    unit.faults().toggleStuckOn = 0x1;
+    unit.check(2);
+    EXPECT_EQ(unit.codes(), "MCA MCA");
+    EXPECT_EQ(unit.runtimeReports(), 0u);
+}
+
+TEST(RunTimeCheck, ReportsFeedbackThatIsMissingTwiceInARow)
+{
+    Checked unit;
+    unit.faults().synthStatusAnd = 0x7;
+    unit.check();
+    EXPECT_TRUE(unit.traced("Feedback is missing on 30,72 MHz, counter = 1"));
+    EXPECT_EQ(unit.codes(), "");
+    unit.check();
+    EXPECT_EQ(unit.codes(), "MCH");
+    EXPECT_EQ(unit.runtimeReports(), 1u);
+    EXPECT_EQ(unit.log().entries()[0].text,
+              "KVD: Run Time HW Test Failed - Feedback on Synth C is missing Harware Fault in Synth C");
+    EXPECT_EQ(unit.log().entries()[0].severity, 0u);
+    unit.check();                                            // still missing: told again
+    EXPECT_EQ(unit.codes(), "MCH MCH");
+    unit.faults().synthStatusAnd = 0xF;
+    unit.check();
+    unit.checkWithoutFeedback();                             // a fault isn't counted as a miss
+    EXPECT_TRUE(unit.traced("Feedback is missing on 30,72 MHz, counter = 2"));
+    EXPECT_EQ(unit.codes(), "MCH MCH");
+}
+
+TEST(RunTimeCheck, ToleratesFourSeparateMissesAndReportsTheFifth)
+{
+    Checked unit;
+    for (int miss = 1; miss <= 4; ++miss) {
+        unit.checkWithoutFeedback();
+        unit.check();
+    }
+    EXPECT_TRUE(unit.traced("Feedback is missing on 30,72 MHz, counter = 4"));
+    EXPECT_EQ(unit.codes(), "");
+    unit.checkWithoutFeedback();
+    EXPECT_EQ(unit.codes(), "MCH");
+    EXPECT_FALSE(unit.traced("Feedback is missing on 30,72 MHz, counter = 5"));
+}
+
+TEST(RunTimeCheck, ForgivesOneMissIn240Checks)
+{
+    constexpr const char* LEFT = "Forgiving time! Decrease FeedbackMissingCounter by one."
+                                 "TimeCounter = 0 , FeedbackMissingCounter = ";
+    Checked unit;
+    for (int miss = 1; miss <= 4; ++miss) {
+        unit.checkWithoutFeedback();
+        unit.check();
+    }
+    unit.check(231);
+    EXPECT_FALSE(unit.traced("Forgiving time!"));            // 239 checks
+    unit.check();
+    EXPECT_EQ(unit.traces(LEFT + std::string("3")), 1u);
+    unit.checkWithoutFeedback();                             // tolerated once more, as the fourth
+    unit.check();
+    EXPECT_EQ(unit.codes(), "");
+    unit.checkWithoutFeedback();
+    EXPECT_EQ(unit.codes(), "MCH");
+}
+
+TEST(RunTimeCheck, HasNothingToForgiveBelowZero)
+{
+    Checked unit;
+    unit.check(480);
+    EXPECT_EQ(unit.traces("Forgiving time! Decrease FeedbackMissingCounter by one."
+                          "TimeCounter = 0 , FeedbackMissingCounter = 0"), 2u);
+    EXPECT_EQ(unit.codes(), "");
+}
+
+/// A unit past its warm-up that regulates on a reference.
+struct Regulating : Checked {
+    Regulating()
+    {
+        const bool ready = world.runUntilTrue(
+            [&] {
+                return node.inProgram([] { return KvdLoz6TuReg_initiateState(); }) == TUREG_INIT;
+            },
+            3600 * ose::SEC);
+        EXPECT_TRUE(ready);
+        check();                                             // the synthesisers are seen locked
+        select(TU_SR_EXT_REF);
+    }
+    void select(u32 reference)
+    {
+        node.inProgram([=] { KvdLoz6TuReg_setSelectedRef(reference); return 0; });
+    }
+    u8 ltr() { return node.mainProcessor().status().ltrStatus; }
+};
+
+// As the main processor is told them.
+constexpr u8 LTR_OVER = 1, LTR = 3;
+
+// Raw synthesiser bits: 4 C locked, 1 B locked.
+TEST(LossOfTracking, IsToldAtTheSecondCheckInARow)
+{
+    struct Case { u32 synthAnd; const char* codes; };
+    for (const Case& c : {Case{0xB, "MCI"}, Case{0xE, "MCJ"}, Case{0xA, "MCI MCJ"}}) {
+        SCOPED_TRACE(c.synthAnd);
+        Regulating unit;
+        unit.faults().synthStatusAnd = c.synthAnd;
+        unit.check();
+        EXPECT_FALSE(unit.traced("ltrDetected = True"));
+        EXPECT_EQ(unit.codes(), "");
+        unit.check();
+        EXPECT_EQ(unit.traces("ltrDetected = True"), 1u);
+        EXPECT_EQ(unit.codes(), c.codes);
+        EXPECT_EQ(unit.ltr(), LTR);
+        unit.check();                                        // pending again, the report stands
+        EXPECT_EQ(unit.traces("ltrDetected = True"), 1u);
+        EXPECT_EQ(unit.ltr(), LTR);
+        unit.check();
+        EXPECT_EQ(unit.traces("ltrDetected = True"), 2u);
+        EXPECT_EQ(unit.codes(), c.codes);                    // the bits have fallen before
+        unit.faults().synthStatusAnd = 0xF;
+        unit.check();
+        EXPECT_EQ(unit.ltr(), LTR_OVER);
+        EXPECT_EQ(unit.runtimeReports(), 0u);                // no matter for the test service
+    }
+}
+
+TEST(LossOfTracking, NeedsTwoInARowAndAReference)
+{
+    Regulating unit;
+    for (int i = 0; i < 3; ++i) {
+        unit.faults().synthStatusAnd = 0xA;
+        unit.check();
+        unit.faults().synthStatusAnd = 0xF;
+        unit.check();
+    }
+    unit.select(TU_SR_NO_REF);
+    unit.faults().synthStatusAnd = 0xA;
+    unit.check(3);
+    EXPECT_FALSE(unit.traced("ltrDetected = True"));
+    unit.select(TU_SR_EXT_REF);
+    unit.check(2);
+    EXPECT_TRUE(unit.traced("ltrDetected = True"));
+    EXPECT_EQ(unit.codes(), "");                             // fallen while nothing was tracked
+}
+
+// ---- error log ----------------------------------------------------------------------------------
+
+TEST(ErrorLogEntries, SomeAreWrittenOnceAProgramLife)
+{
+    Checked unit;
+    const auto twice = [&](const std::function<void()>& report) {
+        const std::size_t before = unit.log().entries().size();
+        unit.in(report);
+        unit.in(report);
+        return unit.log().entries().size() - before;
+    };
+    EXPECT_EQ(twice([] { KvdLoz6HwDiag_reportError(8); }), 2u);
+    EXPECT_EQ(twice([] { KvdLoz6HwDiag_reportError(9); }), 2u);
+    EXPECT_EQ(twice([] { KvdLoz6HwDiag_reportError(10); }), 1u);
+    EXPECT_EQ(twice([] { KvdLoz6HwDiag_reportError(20); }), 1u);
+    EXPECT_EQ(twice([] { KvdLoz6HwDiag_reportSfcFailure("now"); }), 1u);
+    EXPECT_EQ(unit.log().entries().back().text, "KVD: Read SFC Failed now");
+    EXPECT_EQ(twice([] { KvdLoz6HwDiag_reportSamplingFailure(); }), 1u);
+    EXPECT_EQ(twice([] { KvdLoz6HwDiag_reportNominalFrequencyFailure(); }), 2u);
+    for (const u32 unknown : {0u, 11u, 19u, 21u})
+        EXPECT_EQ(twice([=] { KvdLoz6HwDiag_reportError(unknown); }), 0u) << unknown;
+    EXPECT_EQ(unit.codes(), "MC7 MC7 MC8 MC8 MC9 MCL MCN MCO MCP MCP");
+
+    unit.node.restartWarm();
+    unit.run(10);
+    EXPECT_EQ(twice([] { KvdLoz6HwDiag_reportError(10); }), 1u);
+    EXPECT_EQ(unit.log().count("MC9"), 2u);
+}
+
+TEST(ErrorLogEntries, ThatCantBeWrittenAreTraced)
+{
+    Checked unit;
+    unit.log().setAnswer(sim::Answer::Busy);
+    unit.in([] { KvdLoz6HwDiag_reportError(8); });
+    EXPECT_TRUE(unit.traced("Error in writing to ELG-server:4"));
+    EXPECT_EQ(unit.codes(), "");
+}
+
+TEST(ErrorLogEntries, FollowTheOscillatorsTemperature)
+{
+    struct Step { u8 state; int haliResult; const char* code; u8 stored; };
+    // In this order: each step stands on what the ones before it have stored.
+    constexpr Step STEPS[] = {
+        {1, 0, "", 1},        {2, 0, "MCK", 2},  {2, 0, "", 2},   {3, 0, "MCK", 3}, {3, 0, "", 3},
+        {4, 3, "MCM", 3},     {4, 3, "MCM", 3},                    // unreadable isn't stored
+        {3, 0, "", 3},        {4, 1, "MCL", 3},  {4, 1, "", 3},    // once a life
+        {4, 7, "", 3},        {1, 0, "", 1},     {3, 2, "MCK", 3}, {1, 0, "", 1},
+        {1, 2, "", 1},        {4, 2, "MCK", 4},  {4, 2, "", 4},    {1, 0, "", 1},
+    };
+    Checked unit;
+    unit.in([] { KvdLoz6HwDiag_temperatureState(1, 0); });
+    for (std::size_t i = 0; i < std::size(STEPS); ++i) {
+        SCOPED_TRACE(i);
+        const Step& step = STEPS[i];
+        const std::size_t before = unit.log().entries().size();
+        unit.in([&] { KvdLoz6HwDiag_temperatureState(step.state, step.haliResult); });
+        const bool written = *step.code != '\0';
+        ASSERT_EQ(unit.log().entries().size() - before, written ? 1u : 0u);
+        EXPECT_EQ(written ? unit.log().entries().back().code : "", step.code);
+        EXPECT_EQ(unit.node.inProgram([] { return KvdLoz6HwDiag_lastTemperatureState(); }),
+                  step.stored);
+    }
+    EXPECT_TRUE(unit.traced("Unexpected result value received from HALI_getOcxoTemp 7"));
+}
+
+}  // namespace

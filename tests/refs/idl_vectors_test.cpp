@@ -1,0 +1,149 @@
+// The inter-unit link machines and their history against check values.
+#include "iif/kvd_biraiifadm_int.h"
+#include "iif/kvd_iifadm_orders.h"
+#include "node/sig.h"
+#include "ref/kvd_ref_int.h"
+#include "ref/kvd_ref_select.h"
+#include "tests/ref/ref_bench.h"
+#include "refs/kvd_ref_history.h"
+#include "refs/kvd_ref_idl.h"
+#include "reg/kvd_reg_int.h"
+#include "reg/kvd_reg_pll_int.h"
+#include "sig/tuiif_sig.h"
+#include "support/vectors.h"
+#include "unit/kvd_ref_table.h"
+#include "unit/kvd_unit_link.h"
+
+namespace {
+
+using bench::RefBench;
+using vectors::json;
+using vectors::Value;
+
+/// What a step may do to its neighbours, each set aside before it.
+constexpr u32 COUNTED = 5;             // sync data time-outs
+
+struct Replay {
+    RefBench bench;
+    u32 loopState = SLAVE_PLL_Uninitialized;     // before each step
+
+    explicit Replay(const Value& testCase)
+    {
+        const bool slave = vectors::number(testCase["slave"]) != 0;
+        bench.firstStart();
+        bench.inManager([&] {
+            auto* ind = node::make<KvdTuiifChangeMasterTuInd>(KVD_TUIIF_CHANGE_MASTER_TU_IND);
+            ind->timeMode = 1;
+            ind->masterSlaveMode = slave ? 0 : 1;
+            Signal* sig = reinterpret_cast<Signal*>(ind);
+            KvdLoz6TuIifAdm_dispatch(sig);
+            ose::free_buf(&sig);
+            // The change of role selects a link on a slave; the steps begin without.
+            KvdLoz6TuRef_selectSynchRef(NO_REF, FRO_NONE, FRO_NONE);
+            KvdUnit_link().fromSlaveMsi = testCase["initiatedFromSlaveMsi"].get<u32>();
+        });
+        // A loop that is told to unlock shows it only when it is locked.
+        if (testCase["slavePllState"] != SLAVE_PLL_Uninitialized) loopState = SLAVE_PLL_Locked;
+    }
+
+    void interrupt(u32 port)
+    {
+        bench.inManager([port] { KvdLoz6TuRef_idlInterrupt(port); });
+    }
+
+    void apply(const json& op)
+    {
+        const std::string name = op.at(0);
+        if (name == "advance") return bench.runTo(op.at(1).get<i64>());
+        if (name == "int") return interrupt(op.at(1).get<u32>());
+        if (name == "train") {
+            const i64 period = op.at(2).get<i64>(), until = op.at(3).get<i64>();
+            for (i64 at = (bench.world.now() - bench.start) / ose::MS + period; at <= until;
+                 at += period) {
+                bench.runTo(at);
+                interrupt(op.at(1).get<u32>());
+            }
+            return bench.runTo(until);
+        }
+        bench.inManager([&] {
+            if (name == "sup") KvdLoz6TuRef_idlSupervision(op.at(1).get<u32>(), op.at(2).get<u32>());
+            else if (name == "request") KvdLoz6TuRef_idl2Supervise();
+            else if (name == "mpDown") KvdLoz6TuRef_idlReset();
+            else throw std::runtime_error("no replay of the step \"" + name + "\"");
+        });
+    }
+
+    void setAside()
+    {
+        bench.node.inProgram([&] {
+            pll::vars().currSlaveState = loopState;
+            regulator::state().dualConfiguration = 1;
+            KvdLoz6TuRef_setIdl2SyncDataIndTmoCntr(COUNTED);
+            return 0;
+        });
+    }
+
+    void compare(const Value& step)
+    {
+        static const std::set<std::string> KNOWN = {
+            "start", "cancel", "expired", "report", "enableInterrupt", "disableInterrupt", "select", "singleLink",
+            "clearSyncDataCounter", "forceSlavePll"};
+        step["timers"].read();                   // each is seen when it ends
+        bench.node.inProgram([&] {
+            for (u32 port : {0u, 1u}) EXPECT_EQ(KvdLoz6TuRef_idlState(port), step["idlState"][port].get<u32>()) << port;
+            EXPECT_EQ(KvdLoz6TuIifAdm_tuiifRefState(), step["tuiifRefState"].get<u32>());
+            u32 wantedLoop = loopState, wantedDual = 1, wantedCount = COUNTED;
+            for (const json& event : step["events"].read()) {
+                const std::string name = event.at(0);
+                if (!KNOWN.contains(name)) ADD_FAILURE() << "no replay of the event " << event;
+                if (name == "select") {
+                    EXPECT_EQ(KvdLoz6TuRef_selectedRef(), event.at(1).get<u8>());
+                }
+                if (name == "forceSlavePll") wantedLoop = event.at(1);
+                if (name == "singleLink") wantedDual = 0;
+                if (name == "clearSyncDataCounter") wantedCount = 0;
+            }
+            EXPECT_EQ(KvdLoz6TuReg_slavePllState(), wantedLoop);
+            EXPECT_EQ(regulator::state().dualConfiguration, wantedDual);
+            EXPECT_EQ(KvdLoz6TuRef_idl2SyncDataIndTmoCntr(), wantedCount);
+            return 0;
+        });
+    }
+};
+
+TEST(IdlCheckValues, AreMetAtEveryStepOfTheMachine)
+{
+    vectors::Document document("o03_idl_machine.json");
+    vectors::each(document["cases"], [](const Value& testCase) {
+        Replay replay(testCase);
+        u32 index = 0;
+        for (const Value step : testCase["steps"]) {
+            SCOPED_TRACE(step["op"].dump() + " is step " + std::to_string(index++));
+            replay.setAside();
+            replay.apply(step["op"].read());
+            replay.compare(step);
+        }
+    });
+}
+
+TEST(IdlCheckValues, AreMetByTheHistory)
+{
+    vectors::Document document("o03_idl_history.json");
+    vectors::each(document["cases"], [](const Value& testCase) {
+        IdlHistory history;
+        for (const Value e : testCase["events"])
+            history.offer({e[0].get<u32>(), 0, e[1].get<u8>(), e[2].get<u8>(), {}});
+        json ring = json::array();
+        for (u32 i = 0; i < history.ring.count; ++i) {
+            const IdlHistoryRecord& r = history.ring.oldest(i);
+            ring.push_back({r.idlState, r.timerType, r.timerStatus});
+        }
+        EXPECT_EQ(testCase["ring"], ring);
+        const IdlHistory::Port& port = history.port[0];
+        json held;
+        if (port.hasHeld) held = {port.held.idlState, port.held.timerType, port.held.timerStatus};
+        EXPECT_EQ(testCase["heldAtEnd"], held);
+    });
+}
+
+}  // namespace

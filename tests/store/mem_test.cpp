@@ -1,0 +1,323 @@
+// Persistent memory: the service's answers at the start, what outlives what, what is refused.
+#include "mem_bench.h"
+#include "reg/kvd_reg.h"
+#include "sig/tuiif_sig.h"
+#include "support/unit_bench.h"
+
+#include <array>
+#include <cstring>
+
+using sim::Answer;
+
+namespace {
+
+using Bytes = std::vector<u8>;
+
+/// 456 bytes of a usable history record: version 0x50006, all doubles 0.
+Bytes historyRecord()
+{
+    Bytes record(456);
+    record[1] = 5;
+    record[3] = 6;
+    return record;
+}
+
+struct ClientCase { u32 client; const char* region; Bytes data; u32 dataFrom, dataTo; };
+std::vector<ClientCase> clients()
+{
+    Bytes history = historyRecord();
+    history[20] = 'T';
+    Bytes slave(40);
+    for (u8 i = 8; i < 40; ++i) slave[i] = i;
+    return {{1, "TuRegHistData", history, 12, 456},
+            {2, "GpsOutMfnOffset", {0, 0, 1, 2, 0, 0, 0, 7, 0, 0, 0, 0}, 0, 8},
+            {3, "TuRegNfDataV0", {0, 0, 0, 0, 9, 9, 9, 9, 0xC0, 0x33, 0, 0, 0, 0, 0, 0}, 4, 16},
+            {4, "SlaveWarmData", slave, 8, 40}};
+}
+
+int write(const ClientCase& c)
+{
+    return KvdLoz6TuMem_write(c.client, c.data.data(), static_cast<u32>(c.data.size()));
+}
+/// 1 good and the same data, 0 refused, -1 other data.
+int readBack(const ClientCase& c)
+{
+    Bytes read(c.data.size());
+    if (KvdLoz6TuMem_read(c.client, read.data(), static_cast<u32>(read.size())) == 0) return 0;
+    const u32 count = c.dataTo - c.dataFrom;
+    return std::memcmp(read.data() + c.dataFrom, c.data.data() + c.dataFrom, count) == 0 ? 1 : -1;
+}
+
+}  // namespace
+
+TEST(MemNegotiation, EachAnswerLetsTheStartGoOn)
+{
+    constexpr const char* STARTED = "tuHwIf_initiate coldStart";   // the main processor confirmed
+    constexpr const char* ACCEPTED = "Service Request accepted by MSI proxy, sigRev=1, PV=5";
+    struct Case {
+        const char* when;
+        std::function<void(sim::Node&)> script;
+        double heldUntil_s;              // the start waits up to here
+        double startedBy_s;
+        const char* text;
+        int ready;                       // regions 3 and 4 by the end
+        double end_s = 0;                // looked at then
+    };
+    const Case cases[] = {
+        {"accepts", [](sim::Node&) {}, 0, 0.5, ACCEPTED, 1},
+        {"knows version 4", [](sim::Node& n) { n.msi().highestPv = 4; }, 0, 0.5,
+         "sigRev=1, PV=4", 1},
+        {"knows version 3", [](sim::Node& n) { n.msi().highestPv = 3; }, 0, 0.5,
+         "Request rejected by MSI proxy, reason=1", 0},
+        {"rejects", [](sim::Node& n) { n.msi().setAnswer(Answer::Reject); }, 0, 0.5,
+         "Request rejected by MSI proxy, reason=17", 0},
+        {"is suspended", [](sim::Node& n) { n.msi().setAnswer(Answer::Suspend); }, 0, 0.5,
+         "Request rejected by MSI proxy, reason=18", 0},
+        {"isn't there", [](sim::Node& n) { n.msi().die(); }, 0, 0.5,
+         "Unable to obtain contact to MSI proxy", 0},
+        {"busy for three attempts", [](sim::Node& n) { n.msi().setAnswer(Answer::Busy); }, 0.39,
+         0.9, "Protocol Negotiation failed with MSI proxy, reason=4", 0},
+        {"busy for two attempts",
+         [](sim::Node& n) {
+             n.msi().setAnswer(Answer::Busy);
+             n.after(300 * ose::MS, [&n] { n.msi().setAnswer(Answer::Accept); });
+         },
+         0.39, 0.9, ACCEPTED, 1},
+        {"late", [](sim::Node& n) { n.msi().delay_ms = 2000; }, 1.9, 2.5, ACCEPTED, 1, 7},
+        {"dies before its answer",
+         [](sim::Node& n) {
+             n.msi().delay_ms = 2000;
+             n.after(ose::SEC, [&n] { n.msi().die(); });
+         },
+         0.9, 1.5, "Request rejected by MSI proxy, reason=100", 0},
+        {"says nothing", [](sim::Node& n) { n.msi().setAnswer(Answer::Silent); }, 9.9, 10.5,
+         "Request rejected by MSI proxy, reason=101", 0},
+        {"too late for the start", [](sim::Node& n) { n.msi().delay_ms = 12'000; }, 9.9, 10.5,
+         ACCEPTED, 1, 40},
+        {"has no room", [](sim::Node& n) { n.msi().room = 15; }, 0, 0.5,
+         "Memory alloc rejected by MSI proxy, reason=2", 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.when);
+        bench::Unit u;
+        c.script(u.node);
+        u.node.powerOn();
+        u.run(c.heldUntil_s);
+        EXPECT_EQ(u.traced(STARTED), c.heldUntil_s == 0);
+        u.run(c.startedBy_s - c.heldUntil_s);
+        EXPECT_EQ(u.traces(STARTED), 1u);
+        if (c.end_s > c.startedBy_s) u.run(c.end_s - c.startedBy_s);
+        EXPECT_TRUE(u.traced(c.text));
+        EXPECT_EQ(u.node.mainProcessor().received(KVD_TUIIF_INITIATE_SERVICE_REQ), 1u);
+        for (const u32 client : {3u, 4u})
+            EXPECT_EQ(u.node.inProgram([&] { return KvdLoz6TuMem_ready(client); }), c.ready);
+    }
+}
+
+TEST(MemContent, OutlivesProgramAndBoardButNotPowerOrAWipe)
+{
+    struct Case {
+        const char* what;
+        void (*happens)(sim::Node&);
+        u32 clear;
+        std::array<int, 4> good;
+    };
+    for (const Case& c : {
+             Case{"program restarted", [](sim::Node& n) { n.restart(4); }, 0, {1, 1, 1, 1}},
+             Case{"board reset", [](sim::Node& n) { n.restart(1); }, 0, {1, 1, 1, 1}},
+             Case{"power lost", [](sim::Node& n) { n.powerOff(); n.powerOn(); }, 0, {0, 0, 0, 0}},
+             Case{"service restarted",
+                  [](sim::Node& n) { n.restart(4); n.msi().die(); n.msi().start(); }, 0,
+                  {1, 1, 1, 1}},
+             Case{"wiped", [](sim::Node& n) { n.restart(4); }, 1, {0, 0, 1, 1}}}) {
+        SCOPED_TRACE(c.what);
+        MemBench b;
+        b.withRegions([&] {
+            for (const ClientCase& k : clients()) EXPECT_EQ(write(k), 1) << k.region;
+        });
+        c.happens(b.node);
+        b.world.runFor(ose::MS);
+        b.withRegions([&] {
+            for (const ClientCase& k : clients())
+                EXPECT_EQ(readBack(k), c.good[k.client - 1]) << k.region;
+        }, c.clear);
+    }
+}
+
+TEST(MemContent, OneFlippedByteIsNoData)
+{
+    struct Flip { u32 client; const char* region; u32 byte; int good; };
+    for (const Flip& f : {Flip{1, "TuRegHistData", 0, 0}, Flip{1, "TuRegHistData", 6, 0},
+                          Flip{1, "TuRegHistData", 11, 0}, Flip{1, "TuRegHistData", 455, 0},
+                          Flip{2, "GpsOutMfnOffset", 0, 0}, Flip{2, "GpsOutMfnOffset", 7, 0},
+                          Flip{2, "GpsOutV1", 3, 0}, Flip{3, "TuRegNfDataV0", 3, 0},
+                          Flip{3, "TuRegNfDataV0", 15, 0}, Flip{4, "SlaveWarmData", 0, 0},
+                          Flip{4, "SlaveWarmData", 39, 0}}) {
+        SCOPED_TRACE(std::string(f.region) + " " + std::to_string(f.byte));
+        const ClientCase c = clients()[f.client - 1];
+        MemBench b;
+        b.withRegions([&] { EXPECT_EQ(write(c), 1); });
+        ASSERT_TRUE(b.msi().flip(f.region, f.byte));
+        b.node.restart(4);
+        b.withRegions([&] { EXPECT_EQ(readBack(c), f.good); });
+    }
+    // A spare byte of the fourth word doesn't count.
+    MemBench b;
+    u8 read[16] = {};
+    b.withRegions([&] { EXPECT_EQ(write(clients()[2]), 1); });
+    ASSERT_TRUE(b.msi().flip("TuRegNfDataV0", 7));
+    b.node.restart(4);
+    b.withRegions([&] { EXPECT_EQ(KvdLoz6TuMem_read(3, read, 16), 1); });
+    EXPECT_EQ(read[8], 0xC0);
+}
+
+TEST(MemContent, ReadsThatRepeatAndRecordsThatAreNone)
+{
+    MemBench b;
+    b.withRegions([&] {
+        for (const ClientCase& k : clients()) {
+            EXPECT_EQ(readBack(k), 0) << k.region << " before the first write";
+            EXPECT_EQ(write(k), 1) << k.region;
+            EXPECT_EQ(readBack(k), 1) << k.region;
+            EXPECT_EQ(readBack(k), k.client == 2 ? 0 : 1) << k.region << " again";
+        }
+        const u8 nan[] = {0x7F, 0xF8, 0, 0, 0, 0, 0, 0};
+        for (const auto& [at, good] : {std::pair{40u, 1}, {48u, 0}, {424u, 0}, {432u, 1}}) {
+            Bytes record = historyRecord();
+            std::memcpy(record.data() + at, nan, sizeof nan);
+            EXPECT_EQ(KvdLoz6TuMem_write(1, record.data(), 456), 1);
+            EXPECT_EQ(KvdLoz6TuMem_read(1, record.data(), 456), good) << "not a number at " << at;
+        }
+        Bytes older = historyRecord();
+        older[3] = 5;
+        EXPECT_EQ(KvdLoz6TuMem_write(1, older.data(), 456), 1);
+        EXPECT_EQ(KvdLoz6TuMem_read(1, older.data(), 456), 0);
+    });
+}
+
+TEST(MemContent, NothingIsTouchedThatIsntThere)
+{
+    MemBench b;
+    u8 buffer[456] = {};
+    b.in([&] {
+        for (u32 client = 0; client <= 5; ++client) {
+            EXPECT_EQ(KvdLoz6TuMem_read(client, buffer, sizeof buffer), 0);
+            EXPECT_EQ(KvdLoz6TuMem_write(client, buffer, sizeof buffer), 0);
+            EXPECT_EQ(KvdLoz6TuMem_ready(client), 0);
+        }
+        KvdLoz6TuMem_allocate(1, 0);
+    });
+    EXPECT_TRUE(b.node.traces().has("MSI has not yet been initiated"));
+    EXPECT_TRUE(b.node.traces().has("Memory allocation is not possible"));
+
+    b.msi().refusedRegions = {"GpsOutV1"};
+    b.withRegions([&] {
+        EXPECT_EQ(KvdLoz6TuMem_ready(2), 0) << "one of its two regions is missing";
+        EXPECT_EQ(KvdLoz6TuMem_write(2, buffer, 12), 0);
+        EXPECT_EQ(KvdLoz6TuMem_read(2, buffer, 12), 0);
+        EXPECT_EQ(KvdLoz6TuMem_write(4, buffer, 39), 0) << "of another size";
+        EXPECT_EQ(KvdLoz6TuMem_write(4, nullptr, 40), 0);
+        EXPECT_EQ(KvdLoz6TuMem_read(4, buffer, 41), 0);
+        KvdLoz6TuMem_allocate(5, 0);
+    });
+    EXPECT_TRUE(b.node.traces().has("Memory alloc rejected by MSI proxy, reason=17"));
+    EXPECT_TRUE(b.node.traces().has("Invalid clientRef=5"));
+    EXPECT_EQ(b.bytes("GpsOutMfnOffset"), Bytes(8));
+}
+
+TEST(MemContent, AServiceThatFailsLaterKeepsTheOldContent)
+{
+    struct Case {
+        const char* what;
+        void (*fails)(sim::MsiServer&);
+        int written, readable;
+        const char* text;
+    };
+    for (const Case& c : {
+             Case{"rejects", [](sim::MsiServer& m) { m.setAnswer(Answer::Reject); }, 1, 1,
+                  "Memory write was rejected by MSI proxy, reason=17"},
+             Case{"busy", [](sim::MsiServer& m) { m.setAnswer(Answer::Busy); }, 0, 0,
+                  "Memory read failed"},
+             Case{"gone", [](sim::MsiServer& m) { m.die(); }, 0, 0, "Memory write failed"}}) {
+        SCOPED_TRACE(c.what);
+        MemBench b;
+        const ClientCase old = clients()[3];
+        ClientCase changed = old;
+        changed.data[20] = 99;
+        b.withRegions([&] {
+            EXPECT_EQ(write(old), 1);
+            c.fails(b.msi());
+            EXPECT_EQ(write(changed), c.written);
+            EXPECT_EQ(readBack(old), c.readable);
+            MemBench::serve(1);
+            b.msi().start();
+            b.msi().setAnswer(Answer::Accept);
+            EXPECT_EQ(readBack(old), 1) << "and serves it when it is back";
+            EXPECT_EQ(write(changed), 1);
+            EXPECT_EQ(readBack(changed), 1);
+        });
+        EXPECT_TRUE(b.node.traces().has(c.text));
+    }
+}
+
+TEST(MemSlaveWarm, WaitsForItsRegionAndIsStoredOnce)
+{
+    MemBench b;
+    const ClientCase c = clients()[3];
+    u8 read[40] = {};
+    b.msi().delay_ms = 500;
+    b.in([&] {
+        KvdLoz6TuMem_initiate();
+        EXPECT_EQ(KvdLoz6TuMem_writeSlaveWarm(c.data.data()), 0);
+        EXPECT_EQ(KvdLoz6TuMem_readSlaveWarm(read), 0);
+        MemBench::serve(2000);
+        EXPECT_EQ(KvdLoz6TuMem_readSlaveWarm(read), 1);
+        EXPECT_EQ(read[39], 39);
+        // A wipe later on doesn't bring it back.
+        b.msi().delay_ms = 0;
+        KvdLoz6TuMem_allocate(4, 1);
+        MemBench::serve();
+        EXPECT_EQ(KvdLoz6TuMem_readSlaveWarm(read), 0);
+        EXPECT_EQ(KvdLoz6TuMem_writeSlaveWarm(c.data.data()), 1);
+        // Asked for again without a wipe, the region is this program's already.
+        const u32 asked = b.msi().received(0x60201);
+        KvdLoz6TuMem_allocate(4, 0);
+        EXPECT_EQ(b.msi().received(0x60201), asked);
+        EXPECT_EQ(KvdLoz6TuMem_readSlaveWarm(read), 1);
+    });
+    for (const char* text :
+         {"Failed to write Slave warm data to MSI memory due to unallocated MSI.",
+          "Slave MSI memory read Failed", "Slave MSI memory read SUCCEEDED",
+          "Memory allocation data: name=SlaveWarmData, size=40, clientRef=4, clear=T"})
+        EXPECT_TRUE(b.node.traces().has(text)) << text;
+    EXPECT_EQ(b.node.traces().count({"Updated IDL2 Slave MSI memory"}), 1u);
+}
+
+TEST(MemNfData, KeepsTheDateOfFrameNumberZeroAcrossARestart)
+{
+    // Regulating since 3 min: the date 1980-01-06 00:00:00 lies 19 s before the epoch, -19.0 is
+    // C0 33 00... A region that is confirmed only then gets the present value too.
+    for (const u32 delay_ms : {0u, 160'000u}) {
+        SCOPED_TRACE(delay_ms);
+        bench::Unit u;
+        u.node.msi().delay_ms = delay_ms;
+        u.node.powerOn();
+        u.run(500);
+        ASSERT_GE(u.node.inProgram(KvdLoz6TuReg_initiateState), 2u);
+        std::string shown;
+        u.command("kvdinfo tumem", shown);
+        EXPECT_NE(shown.find(" alloc\n"), shown.npos) << "no former life";
+        const sim::MsiRegion* const region = u.node.msi().region("TuRegNfDataV0");
+        ASSERT_NE(region, nullptr);
+        EXPECT_EQ(Bytes(region->bytes.begin() + 8, region->bytes.end()),
+                  (Bytes{0xC0, 0x33, 0, 0, 0, 0, 0, 0}));
+
+        u.node.msi().delay_ms = 0;
+        u.node.mainProcessor().config.sfnInitTime = {1980, 1, 6, 0, 0, 10};
+        u.node.restart(4);
+        u.run(1);
+        EXPECT_EQ(u.node.inProgram(KvdLoz6TuReg_restartDelta), 10.0);
+        u.command("kvdinfo tumem", shown);
+        EXPECT_NE(shown.find(" recovered\n"), shown.npos);
+    }
+}
