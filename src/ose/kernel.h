@@ -96,6 +96,7 @@ struct Here {
     Stack* stack = nullptr;           // that it is on, nullptr for the thread's own
     Process* current = nullptr;       // running (interrupt) process, nullptr in world events
     System* scope = nullptr;          // system of a DataScope
+    u64 switches = 0;                 // from one stack to another, for the watch of loops
 };
 extern constinit thread_local Here here;
 

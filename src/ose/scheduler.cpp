@@ -3,6 +3,7 @@
 // Each prioritised process has a stack of its own while it lives. One that blocks switches to the
 // next that is ready, or back to the loop of who called run, which works through the events.
 #include "ose/kernel.h"
+#include "ose/loop_watch.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -119,6 +120,7 @@ void WorldImpl::stayHome()
     if (home == nullptr) {
         home = &here;
         watchForOverflow();
+        watchForLoops();
     } else if (home != &here) {
         std::fprintf(stderr, "kernel: a world belongs to the host thread that has run it first\n");
         std::abort();
@@ -128,6 +130,7 @@ void WorldImpl::stayHome()
 void WorldImpl::switchTo(Context& to)
 {
     Stack* const self = here.stack;
+    ++here.switches;
     (self != nullptr ? self->context : outside).switchTo(to);
     here.stack = self;
 }

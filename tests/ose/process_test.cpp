@@ -1,8 +1,11 @@
 // Life and death of processes: kill, attach, hunt, a program's end.
 #include "program.h"
 
+#include "ose/loop_watch.h"
+
 #include <exception>
 #include <stdexcept>
+#include <thread>
 
 using namespace ose;
 
@@ -393,6 +396,20 @@ TEST_F(Processes, AnOverflowOfTheStackIsToldWithItsName)
         },
         "kernel: stack of process endless overflowed, 64 KiB");
     EXPECT_DEATH(world.setStackSize(16 * 1024 - 1), "setStackSize of less than 16 KiB");
+}
+
+TEST(Loop, ThatNeverCallsTheKernelIsToldWithItsName)
+{
+    const auto turn = [] {
+        watchForLoops(50);
+        World world;
+        System& system = world.createSystem("a");
+        volatile bool over = false;
+        system.spawn("dizzy", 20, [&over] { while (!over) {} });
+        world.runFor(1000);
+    };
+    EXPECT_DEATH(std::thread(turn).join(),
+                 "kernel: process dizzy computes and never gives the processor back");
 }
 
 TEST_F(Processes, AnExceptionBelongsToTheStackThatItIsOn)
