@@ -43,10 +43,10 @@ u32 checksum(const Layout& layout, const u8* bytes)
     constexpr u32 FNV_OFFSET_BASIS = 0x811C9DC5;
     constexpr u32 FNV_PRIME = 16777619;
     u32 sum = FNV_OFFSET_BASIS;
-    for (u32 i = 0; i < layout.size; ++i) {
-        sum ^= i >= layout.skipFrom && i < layout.skipTo ? 0 : bytes[i];
-        sum *= FNV_PRIME;
-    }
+    u32 i = 0;
+    for (; i < layout.skipFrom; ++i) sum = (sum ^ bytes[i]) * FNV_PRIME;
+    for (; i < layout.skipTo; ++i) sum *= FNV_PRIME;
+    for (; i < layout.size; ++i) sum = (sum ^ bytes[i]) * FNV_PRIME;
     return sum;
 }
 
