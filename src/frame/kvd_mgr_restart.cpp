@@ -26,9 +26,7 @@
 namespace {
 
 constexpr u8 HWDIAG_NO_ANSWER = 1, HWDIAG_FAILED = 2;
-constexpr u8 CLOCK_STATE_FAILURE = 6;
 constexpr u32 LAST_COLD_RESTART_TYPE = 2;        // above it the hardware was left running
-constexpr u32 GPS_OUT_INTERRUPT = 8;
 
 struct State {
     u8 hwDiagResult = 0;       // 0 passed or not requested, 1 no answer, 2 failed
@@ -68,7 +66,7 @@ void startOutput(u8 outEmuMode)
         KvdLoz6TuMem_allocate(MEM_GPS_OUT, s->coldRestart);
     } else if (tuHwIf_isGpsOutEnabled() != 0) {
         HALI_enableTuOut(0, 0);
-        tuHwIf_disableIsr(GPS_OUT_INTERRUPT);
+        tuHwIf_disableIsr(TU_GPS_OUT_INT);
     }
 }
 
@@ -141,7 +139,7 @@ void takeInHaltedState(const Signal* sig)
 void KvdLoz6TuMgr_haltProcess()
 {
     KvdLoz6Fifo_dump();
-    KvdLoz6TuIifAdm_reportClockState(CLOCK_STATE_FAILURE);
+    KvdLoz6TuIifAdm_reportClockState(KVD_TUIIF_FAILURE);
     KvdUnit_life().hwFailed = 0;
     KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "WARNING: LOZ6 HW diagnostic failed, halting process");
     // Without a main processor there is nobody whose death would end the wait: the next one is told.

@@ -140,11 +140,7 @@ const RegUpcalls REG_UPCALLS = {
 
     .halt = KvdLoz6TuMgr_haltProcess,
     .testMode = KvdLoz6TuGps_testMode,
-    .regStateChanged =
-        [](u8 regState) {
-            KvdLoz6TuGps_regStateChanged(regState);
-            KvdLoz6GpsOut_regStateChanged();
-        },
+    .regStateChanged = KvdLoz6GpsOut_regStateChanged,
     .loopStateChanged = KvdLoz6GpsOut_pllStateChanged,
     .timeStepComes = KvdLoz6GpsOut_prepareTimeStep,
     .timeStepped = KvdLoz6GpsOut_timeStepped,

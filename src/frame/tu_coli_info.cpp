@@ -125,10 +125,4 @@ int kvdhist(int argc, char** argv)
     return COLI_DONE;
 }
 
-int notRunning(int, char** argv)
-{
-    shellPrintf("%s: its component isn't running\n", argv[0]);
-    return COLI_REFUSED;
-}
-
 }  // namespace coli

@@ -51,8 +51,4 @@ int gpsskyview(int argc, char** argv);
 int gentimestandard(int argc, char** argv);
 int kvdgpsreset(int argc, char** argv);
 
-/// A command whose component isn't part of the load: says so, result 10. Handlers that reach a component's
-/// slot end with it too, until the component is there.
-int notRunning(int argc, char** argv);
-
 }  // namespace coli

@@ -221,9 +221,6 @@ void KvdLoz6TuGps_closePort()
     if (KvdLoz6TuGps_gpsState() != GPS_UN_INIT) KvdLoz6TuGps_closeSerial();
 }
 
-/// The reference depends on the receiver alone.
-void KvdLoz6TuGps_regStateChanged(u8) {}
-
 u8   KvdLoz6TuGps_tuGpsRefType() { return s->tuGpsRefType; }
 void KvdLoz6TuGps_setTuGpsRefType(u8 refType) { s->tuGpsRefType = refType; }
 u32  KvdLoz6TuGps_gpssType() { return KvdLoz6TuGps_receiver().gpssType; }

@@ -11,7 +11,6 @@ void KvdLoz6TuGps_initiate();
 int  KvdLoz6TuGps_dispatch(Signal* sig);
 /// A latched 1PPS edge while GPS is selected.
 void KvdLoz6TuGps_handleInt();
-void KvdLoz6TuGps_regStateChanged(u8 regState);
 void KvdLoz6TuGps_testMode(u32 on);
 /// A change from another reference: the time of day is used at once, preTimeOffset_c is 0.
 void KvdLoz6TuGps_clearPreTimeOffset();

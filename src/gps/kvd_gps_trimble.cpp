@@ -170,7 +170,6 @@ int KvdLoz6TuGps_parsePTNLRVR(const char* text)
 const GpsModule& KvdLoz6TuGps_module() { return s->module; }
 void KvdLoz6TuGps_resetModule() { s->module = {}; }
 u32 KvdLoz6TuGps_antennaFeedline() { return s->antennaFeedline; }
-void KvdLoz6TuGps_setAntennaFeedline(u32 feedline) { s->antennaFeedline = feedline; }
 const GpsTrimbleCounters& KvdLoz6TuGps_trimbleCounters() { return s->counters; }
 void KvdLoz6TuGps_clearTrimbleCounters() { s->counters = {}; }
 

@@ -21,7 +21,6 @@ int KvdLoz6TuGps_parsePTNLRVR(const char* sentence);
 const GpsModule& KvdLoz6TuGps_module();
 void KvdLoz6TuGps_resetModule();
 u32  KvdLoz6TuGps_antennaFeedline();
-void KvdLoz6TuGps_setAntennaFeedline(u32 feedline);
 /// "Open Circuit" for 1, "Unknown" from 3 on.
 const char* KvdLoz6TuGps_feedlineText(u32 feedline);
 const GpsTrimbleCounters& KvdLoz6TuGps_trimbleCounters();

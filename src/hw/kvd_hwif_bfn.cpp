@@ -46,7 +46,7 @@ bool isLocalGood(const Sfc& local)
 
 bool isRemoteGood(u16 mfn, u16 sfn)
 {
-    if (sfn > 4095) {
+    if (sfn > SFN_LAST) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "remote SFC value out of range 0x%x", sfn);
         return false;
     }

@@ -86,24 +86,22 @@ bool readBytes(u32 id, u32 count, u8* bytes)
 
 void traceBlock()
 {
-    u32 words[REG_MAX_TEMP_LOW - REG_NOM_FREQ_HIGH + 1] = {};
-    for (u32 i = 0; i < std::size(words); ++i) readRegister(REG_NOM_FREQ_HIGH + i, words[i]);
-    const auto wordOf = [&words](u32 id) { return words[id - REG_NOM_FREQ_HIGH]; };
+    struct Word { u32 id; const char* name; };
+    constexpr Word WORDS[] = {
+        {REG_NOM_FREQ_HIGH, "NOM_FREQ_HIGH"}, {REG_NOM_FREQ_LOW, "NOM_FREQ_LOW "},
+        {REG_COEF_A3_HIGH, "COEF_A3_HIGH "},  {REG_COEF_A3_LOW, "COEF_A3_LOW  "},
+        {REG_COEF_A2_HIGH, "COEF_A2_HIGH "},  {REG_COEF_A2_LOW, "COEF_A2_LOW  "},
+        {REG_COEF_A1_HIGH, "COEF_A1_HIGH "},  {REG_COEF_A1_LOW, "COEF_A1_LOW  "},
+        {REG_COEF_A0_HIGH, "COEF_A0_HIGH "},  {REG_COEF_A0_LOW, "COEF_A0_LOW  "},
+        {REG_MAX_TEMP_HIGH, "MAX_TEMP_HIGH"}, {REG_MAX_TEMP_LOW, "MAX_TEMP_LOW "},
+        {REG_MIN_TEMP_HIGH, "MIN_TEMP_HIGH"}, {REG_MIN_TEMP_LOW, "MIN_TEMP_LOW "},
+    };
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Read the following OCXO data into FPGA registers:");
-    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "NOM_FREQ_HIGH = %08Xh", wordOf(REG_NOM_FREQ_HIGH));
-    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "NOM_FREQ_LOW  = %08Xh", wordOf(REG_NOM_FREQ_LOW));
-    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "COEF_A3_HIGH  = %08Xh", wordOf(REG_COEF_A3_HIGH));
-    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "COEF_A3_LOW   = %08Xh", wordOf(REG_COEF_A3_LOW));
-    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "COEF_A2_HIGH  = %08Xh", wordOf(REG_COEF_A2_HIGH));
-    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "COEF_A2_LOW   = %08Xh", wordOf(REG_COEF_A2_LOW));
-    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "COEF_A1_HIGH  = %08Xh", wordOf(REG_COEF_A1_HIGH));
-    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "COEF_A1_LOW   = %08Xh", wordOf(REG_COEF_A1_LOW));
-    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "COEF_A0_HIGH  = %08Xh", wordOf(REG_COEF_A0_HIGH));
-    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "COEF_A0_LOW   = %08Xh", wordOf(REG_COEF_A0_LOW));
-    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "MAX_TEMP_HIGH = %08Xh", wordOf(REG_MAX_TEMP_HIGH));
-    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "MAX_TEMP_LOW  = %08Xh", wordOf(REG_MAX_TEMP_LOW));
-    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "MIN_TEMP_HIGH = %08Xh", wordOf(REG_MIN_TEMP_HIGH));
-    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "MIN_TEMP_LOW  = %08Xh", wordOf(REG_MIN_TEMP_LOW));
+    for (const Word& word : WORDS) {
+        u32 value = 0;
+        readRegister(word.id, value);
+        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "%s = %08Xh", word.name, value);
+    }
 }
 
 void traceLimit(u32 index, double eeprom)

@@ -96,6 +96,13 @@ int readLatch(Sfc& c)
 }
 
 /// Steps by whole counters and, on the newer board, the extended counter; 1 performed.
+bool isDone(int result, const char* operation)
+{
+    if (result == 0) return true;
+    KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "%s failed", operation);
+    return false;
+}
+
 int adjustTimeType1(const Sfc& step)
 {
     if (step.mfn == 0 && step.sfn == 0 && step.inc < STEP_THRESHOLD) {
@@ -105,10 +112,7 @@ int adjustTimeType1(const Sfc& step)
             "threshold.");
         return 0;
     }
-    if (tuHwIf_adjustSfc(step.mfn, step.sfn, step.inc) != 0) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "tuHwIf_adjustSfc failed");
-        return 0;
-    }
+    if (!isDone(tuHwIf_adjustSfc(step.mfn, step.sfn, step.inc), "tuHwIf_adjustSfc")) return 0;
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Time adjustment performed.");
     return 1;
 }
@@ -127,18 +131,9 @@ int adjustTimeType2(double ext_t, Sfc step)
         }
         step.inc = 0;
     }
-    if (tuHwIf_adjustSfc(step.mfn, step.sfn, step.inc) != 0) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "tuHwIf_adjustSfc failed");
+    if (!isDone(tuHwIf_adjustSfc(step.mfn, step.sfn, step.inc), "tuHwIf_adjustSfc") ||
+        !isDone(tuHwIf_adjustExtSfc(e), "tuHwIf_adjustExtSfc") || !isDone(tuHwIf_loadSfc(), "tuHwIf_loadSfc"))
         return 0;
-    }
-    if (tuHwIf_adjustExtSfc(e) != 0) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "tuHwIf_adjustExtSfc failed");
-        return 0;
-    }
-    if (tuHwIf_loadSfc() != 0) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "tuHwIf_loadSfc failed");
-        return 0;
-    }
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,
               "Time adjustment performed: ext=%s, mfn=%hu, sfn=%hu, inc=%u", TuCommon_text(ext_t),
               step.mfn, step.sfn, step.inc);

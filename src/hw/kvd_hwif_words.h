@@ -3,6 +3,7 @@
 // Units   counters as triples (mfn 0 to 24, sfn 0 to 4095, inc 0 to 1228799).
 // Errors  a field wider than its place in a word is cut to it; ranges are checked by checkSfc.
 #pragma once
+#include "base/frame_counter.h"
 #include "hw/kvd_hwif.h"
 #include "sig/ref_types.h"
 
@@ -14,17 +15,12 @@ constexpr u32 BIT31 = 0x80000000;
 
 struct Sfc { u16 mfn; u16 sfn; u32 inc; };
 
-constexpr double INCREMENTS_PER_SECOND = 122880000.0;
-constexpr double INCREMENTS_PER_FRAME = 1228800.0;
-constexpr double INCREMENTS_PER_PERIOD = 125829120000.0;   // 1024 s
-constexpr double PERIOD_s = 1024.0;
-
 enum class SfcFault : u8 { None, Sfc, Mfc, Increment };
 constexpr SfcFault checkSfc(const Sfc& c)
 {
-    if (c.sfn > 4095) return SfcFault::Sfc;
-    if (c.mfn > 24) return SfcFault::Mfc;
-    if (c.inc > 1228799) return SfcFault::Increment;
+    if (c.sfn > SFN_LAST) return SfcFault::Sfc;
+    if (c.mfn > MFN_LAST) return SfcFault::Mfc;
+    if (c.inc > INC_LAST) return SfcFault::Increment;
     return SfcFault::None;
 }
 

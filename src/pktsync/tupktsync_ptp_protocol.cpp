@@ -46,48 +46,62 @@ void setPriorities(PtpClock& c)
 
 // ---- port state machine -------------------------------------------------------------------------
 
-u32 nextState(PtpClock& c, u32 event)
+void nothing(PtpClock&) {}
+
+void beginListening(PtpClock& c)
 {
-    const bool follows = c.portState == UNCALIBRATED || c.portState == SLAVE;
-    switch (event) {
-    case INITIALIZE:
-        return INITIALIZING;
-    case INITIALIZE_READY:
-        if (!ptpIsG82751Time(c) && ptpHasUcNeg(c.setup.syncrefId))
-            TuPktsyncPTP_start_UCnegotiation(c.setup.syncrefId, negotiatedLog(c));
-        else
-            ptpStartAnnounceTimer(c);
-        return LISTENING;
-    case REC_STATE_BMC_SLAVE:
-        if (c.portState != LISTENING && !follows) break;
+    if (!ptpIsG82751Time(c) && ptpHasUcNeg(c.setup.syncrefId))
+        TuPktsyncPTP_start_UCnegotiation(c.setup.syncrefId, negotiatedLog(c));
+    else
         ptpStartAnnounceTimer(c);
-        return c.portState == LISTENING ? u32{UNCALIBRATED} : c.portState;
-    case REC_STATE_BMC_SLAVE_NEW_MASTER:
-        if (c.portState != LISTENING && !follows) break;
-        ptpStartAnnounceTimer(c);
-        return UNCALIBRATED;
-    case ANNOUNCE_RECEIPT_TIMEOUT_EXPIRES:
-        if (c.portState != LISTENING && !follows) break;
-        if (follows) {
-            ptpStopSyncSup(c);
-            ptpFaults(c, 0, FAULTS_SYNC);
+}
+
+void loseMaster(PtpClock& c)
+{
+    ptpStopSyncSup(c);
+    ptpFaults(c, 0, FAULTS_SYNC);
+    ptpStartAnnounceTimer(c);
+}
+
+constexpr u32 bitOf(u32 portState) { return 1u << portState; }
+constexpr u32 LISTENS = bitOf(LISTENING), SLAVES = bitOf(SLAVE), ANY = ~0u;
+constexpr u32 FOLLOWS = bitOf(UNCALIBRATED) | bitOf(SLAVE);
+constexpr u32 AS_IS = 0xFFFFFFFF;
+
+/// The states of a port that is never master, IEEE 1588-2008 9.2.5: what leads out of which, what is done then.
+struct PortRow {
+    u32 event;
+    u32 from;                      // bits of the states in which it is expected
+    void (*act)(PtpClock& c);
+    u32 to;
+};
+constexpr PortRow PORT_ROWS[] = {
+    {INITIALIZE,                       ANY,               nothing,                 INITIALIZING},
+    {INITIALIZE_READY,                 ANY,               beginListening,          LISTENING},
+    {REC_STATE_BMC_SLAVE,              LISTENS,           ptpStartAnnounceTimer,   UNCALIBRATED},
+    {REC_STATE_BMC_SLAVE,              FOLLOWS,           ptpStartAnnounceTimer,   AS_IS},
+    {REC_STATE_BMC_SLAVE_NEW_MASTER,   LISTENS | FOLLOWS, ptpStartAnnounceTimer,   UNCALIBRATED},
+    {ANNOUNCE_RECEIPT_TIMEOUT_EXPIRES, LISTENS,           ptpStartAnnounceTimer,   LISTENING},
+    {ANNOUNCE_RECEIPT_TIMEOUT_EXPIRES, FOLLOWS,           loseMaster,              LISTENING},
+    {SYNCHRONIZATION_FAULT,            SLAVES,            nothing,                 UNCALIBRATED},
+    {MASTER_CLOCK_SELECTED,            ANY,               TuPktsyncPTP_start_DelayReqRespCtrl, SLAVE},
+};
+
+/// Does what the event asks for; the state that the port is in then.
+u32 follow(PtpClock& c, u32 event)
+{
+    for (const PortRow& row : PORT_ROWS)
+        if (row.event == event && (row.from & bitOf(c.portState)) != 0) {
+            const u32 before = c.portState;
+            row.act(c);
+            return row.to == AS_IS ? before : row.to;
         }
-        ptpStartAnnounceTimer(c);
-        return LISTENING;
-    case SYNCHRONIZATION_FAULT:
-        if (c.portState != SLAVE) break;
-        return UNCALIBRATED;
-    case MASTER_CLOCK_SELECTED:
-        TuPktsyncPTP_start_DelayReqRespCtrl(c);
-        return SLAVE;
-    default:
-        if (event <= MASTER_CLOCK_SELECTED) break;
+    if (event > MASTER_CLOCK_SELECTED)
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR,
                   "Unknown portStateEvent (%u) for syncrefId %d", event, c.setup.syncrefId);
-        return c.portState;
-    }
-    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR,
-              "Unexpected portStateEvent (%u) for syncrefId %d", event, c.setup.syncrefId);
+    else
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR,
+                  "Unexpected portStateEvent (%u) for syncrefId %d", event, c.setup.syncrefId);
     return c.portState;
 }
 
@@ -213,7 +227,7 @@ void ptpForgetMaster(PtpClock& c)
 void ptpPortEvent(PtpClock& c, u32 event)
 {
     const u32 before = c.portState;
-    c.portState = nextState(c, event);
+    c.portState = follow(c, event);
     if (before == SLAVE && c.portState != SLAVE) {
         TuPktsyncPTP_stop_DelayReqRespCtrl(c);
         TuPktsync_clear_TS_buffer(c.syncStamps);

@@ -16,10 +16,9 @@
 #include "sig/idpi_sig.h"
 #include "unit/kvd_unit_link.h"
 #include "unit/kvd_unit_process.h"
+#include "hw/kvd_hwif.h"
 
 namespace {
-
-constexpr u32 INTERRUPT_PORT_A = 0x1;    // pending bit of the inter-unit link's own input
 
 /// Classes of the packet references that have a delay history.
 constexpr u32 CLASS_NTP = 2, CLASS_PACKET_TIME = 4, CLASS_PACKET_FREQ = 5;
@@ -58,7 +57,7 @@ void onDeregisterSynchRef(const KvdTuiifDeregisterSynchRefInd* ind)
 
 void onRefInterrupt(const KvdTuhwifRefInterrupt* ind)
 {
-    if (ind == nullptr || (ind->pending & INTERRUPT_PORT_A) == 0) return;
+    if (ind == nullptr || (ind->pending & TU_BFN_IN_INT) == 0) return;
     if (!isMaster() && KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2)
         return;   // the slave listens on port 2
     KvdLoz6TuRef_idlInterrupt(IDLPORT_1);
@@ -103,61 +102,30 @@ int KvdLoz6TuRef_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
     case KVD_TUIIF_SYNCH_PATH_SUP_IND:
-        KvdLoz6TuRef_onPathSupervision(as<KvdTuiifSynchPathSupInd>(sig));
-        return 1;
+        KvdLoz6TuRef_onPathSupervision(as<KvdTuiifSynchPathSupInd>(sig));                          return 1;
     case KVD_TUIIF_SELECT_SYNCH_REF_IND:
-        onSelectSynchRef(as<KvdTuiifSelectSynchRefInd>(sig));
-        return 1;
+        onSelectSynchRef(as<KvdTuiifSelectSynchRefInd>(sig));                                      return 1;
     case KVD_TUIIF_REGISTER_SYNCH_REF_IND:
-        onRegisterSynchRef(as<KvdTuiifRegisterSynchRefInd>(sig));
-        return 1;
+        onRegisterSynchRef(as<KvdTuiifRegisterSynchRefInd>(sig));                                  return 1;
     case KVD_TUIIF_DEREGISTER_SYNCH_REF_IND:
-        onDeregisterSynchRef(as<KvdTuiifDeregisterSynchRefInd>(sig));
-        return 1;
-    case KVD_TUREFMON_PROC_TOGGLE_STATUS_IND:
-        KvdLoz6TuRef_onToggleStatus();
-        return 1;
+        onDeregisterSynchRef(as<KvdTuiifDeregisterSynchRefInd>(sig));                              return 1;
+    case KVD_TUREFMON_PROC_TOGGLE_STATUS_IND:    KvdLoz6TuRef_onToggleStatus();                 return 1;
     case KVD_TUREF_TIMEOUT_IND:
-        KvdLoz6TuRef_onFilterTimeout(as<KvdTurefTimeoutInd>(sig));
-        return 1;
-    case KVD_TUREF_IDL1_WTR_TIMEOUT_IND:
-        KvdLoz6TuRef_onIdlWtrTimeout(IDLPORT_1);
-        return 1;
-    case KVD_TUREF_IDL1_HO_TIMEOUT_IND:
-        KvdLoz6TuRef_onIdlHoTimeout(IDLPORT_1);
-        return 1;
-    case KVD_TUREF_IDL1_SUPERVISION_TIMEOUT_IND:
-        KvdLoz6TuRef_onIdlSupervisionTimeout(IDLPORT_1);
-        return 1;
-    case KVD_TUREF_IDL2_WTR_TIMEOUT_IND:
-        KvdLoz6TuRef_onIdlWtrTimeout(IDLPORT_2);
-        return 1;
-    case KVD_TUREF_IDL2_HO_TIMEOUT_IND:
-        KvdLoz6TuRef_onIdlHoTimeout(IDLPORT_2);
-        return 1;
-    case KVD_TUREF_IDL2_SUPERVISION_TIMEOUT_IND:
-        KvdLoz6TuRef_onIdlSupervisionTimeout(IDLPORT_2);
-        return 1;
-    case KVD_TUREF_GPSOSL_HOLDOVER_TIMEOUT_IND:
-        KvdLoz6TuRef_onGpsOslHoldoverTimeout();
-        return 1;
+        KvdLoz6TuRef_onFilterTimeout(as<KvdTurefTimeoutInd>(sig));                                 return 1;
+    case KVD_TUREF_IDL1_WTR_TIMEOUT_IND:         KvdLoz6TuRef_onIdlWtrTimeout(IDLPORT_1);       return 1;
+    case KVD_TUREF_IDL1_HO_TIMEOUT_IND:          KvdLoz6TuRef_onIdlHoTimeout(IDLPORT_1);        return 1;
+    case KVD_TUREF_IDL1_SUPERVISION_TIMEOUT_IND: KvdLoz6TuRef_onIdlSupervisionTimeout(IDLPORT_1); return 1;
+    case KVD_TUREF_IDL2_WTR_TIMEOUT_IND:         KvdLoz6TuRef_onIdlWtrTimeout(IDLPORT_2);       return 1;
+    case KVD_TUREF_IDL2_HO_TIMEOUT_IND:          KvdLoz6TuRef_onIdlHoTimeout(IDLPORT_2);        return 1;
+    case KVD_TUREF_IDL2_SUPERVISION_TIMEOUT_IND: KvdLoz6TuRef_onIdlSupervisionTimeout(IDLPORT_2); return 1;
+    case KVD_TUREF_GPSOSL_HOLDOVER_TIMEOUT_IND:  KvdLoz6TuRef_onGpsOslHoldoverTimeout();        return 1;
     case KVD_TUREF_SLAVE_HOLDOVER_TIMEOUT_IND:
-        KvdLoz6TuRef_onSlaveHoldoverTimeout(as<KvdTurefSlaveHoldoverTimeoutInd>(sig));
-        return 1;
-    case KVD_TUREF_IDL2_SYNC_DATA_TIMEOUT_IND:
-        KvdLoz6TuRef_onIdl2SyncDataTimeout();
-        return 1;
-    case KVD_TUIIF_IDL2_SYNC_DATA_IND:
-        onIdl2SyncData(sig);
-        return 1;
-    case KVD_TUHWIF_REF_INTERRUPT:
-        onRefInterrupt(as<KvdTuhwifRefInterrupt>(sig));
-        return 1;
-    case IDPI_GET_DELAY_CFM:
-        onIdl2Delay();
-        return 1;
-    default:
-        return 0;
+        KvdLoz6TuRef_onSlaveHoldoverTimeout(as<KvdTurefSlaveHoldoverTimeoutInd>(sig));             return 1;
+    case KVD_TUREF_IDL2_SYNC_DATA_TIMEOUT_IND:   KvdLoz6TuRef_onIdl2SyncDataTimeout();          return 1;
+    case KVD_TUIIF_IDL2_SYNC_DATA_IND:           onIdl2SyncData(sig);                           return 1;
+    case KVD_TUHWIF_REF_INTERRUPT:               onRefInterrupt(as<KvdTuhwifRefInterrupt>(sig)); return 1;
+    case IDPI_GET_DELAY_CFM:                     onIdl2Delay();                                 return 1;
+    default: return 0;
     }
 }
 

@@ -22,10 +22,10 @@
 #include "reg/kvd_reg_socpri.h"
 #include "socpri/kvd_socpri_inrsi.h"
 #include "unit/kvd_unit_process.h"
+#include "sig/gps_types.h"
 
 namespace {
 
-constexpr u32 GPSS_NORVANE_OSL = 4;          // gpssType: receiver found on the GPS out sync link
 constexpr OSTIME GPSOSL_HOLDOVER_TIME = 300000;   // ms
 
 constexpr u32 HW_AS_IS = 0xFFFFFFFF;         // the hardware's route stays
@@ -352,29 +352,40 @@ int selectIdl2(Ids ids)
 
 bool isOslReceiver()
 {
-    return KvdLoz6TuGps_gpssType() == GPSS_NORVANE_OSL ||
-           KvdLoz6TuGps_gpssTypeBackup() == GPSS_NORVANE_OSL;
+    return KvdLoz6TuGps_gpssType() == GPSS_NORVANE ||
+           KvdLoz6TuGps_gpssTypeBackup() == GPSS_NORVANE;
 }
 
-void startGpsOslLoop()
+enum class LoopStart { None, Unlocked, Locked };
+
+/// How the sync link's loop starts on a regulator in that state. A loop that holds over goes on from what it
+/// holds; with a regulator that doesn't know its state yet it starts only where it had run before.
+LoopStart gpsOslLoopStart(u8 regState, bool holdsOver)
 {
-    if (KvdLoz6TuReg_pllIsHoldover()) return;   // goes on from what it holds
-    if (cameThroughNoRefFrom(GPS_REF) && KvdLoz6TuReg_regState() == TRUETIME && isOslReceiver() &&
-        KvdLoz6GpsOsl_givesTime()) {
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "RNT_HOLDOVER to remote DU, go to PLL_LOCKED directly!");
-        KvdLoz6TuReg_pll_init(PLL_Locked);
-    } else {
-        KvdLoz6TuReg_pll_init(PLL_Unlocked);
+    switch (regState) {
+    case WARMUP:
+    case PREJUMPSTART:
+    case PREJUMPHIST: return LoopStart::None;
+    case UNKNOWN:
+        if (isFirstStart()) return cameThroughNoRefFrom(SOCPRI_REF) ? LoopStart::Unlocked : LoopStart::None;
+        return holdsOver ? LoopStart::None : LoopStart::Unlocked;
+    default:
+        if (holdsOver) return LoopStart::None;
+        return regState == TRUETIME && cameThroughNoRefFrom(GPS_REF) && isOslReceiver() &&
+                       KvdLoz6GpsOsl_givesTime()
+                   ? LoopStart::Locked
+                   : LoopStart::Unlocked;
     }
 }
 
-/// With a regulator that doesn't know its state yet the loop starts only where it had run before.
-void startGpsOslLoopFromUnknown()
+void startGpsOslLoop(LoopStart start)
 {
-    if (isFirstStart()) {
-        if (cameThroughNoRefFrom(SOCPRI_REF)) KvdLoz6TuReg_pll_init(PLL_Unlocked);
-    } else if (!KvdLoz6TuReg_pllIsHoldover()) {
-        KvdLoz6TuReg_pll_init(PLL_Unlocked);
+    switch (start) {
+    case LoopStart::None: return;
+    case LoopStart::Unlocked: return KvdLoz6TuReg_pll_init(PLL_Unlocked);
+    case LoopStart::Locked:
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "RNT_HOLDOVER to remote DU, go to PLL_LOCKED directly!");
+        return KvdLoz6TuReg_pll_init(PLL_Locked);
     }
 }
 
@@ -392,26 +403,14 @@ int selectGpsOsl(Ids ids)
         TRACE_TUREF, TRACE_1,
         "selectSynchRef (%d) received. prevRef = %u, Last regulatorState = %u, pllState = %u.",
         GPSOSL_REF, table().prevSelRef, regState, KvdLoz6TuReg_pllState());
-    if (cameFrom(PACKET_TIME_REF) && regState == TRUETIME) {
+    if (cameFrom(PACKET_TIME_REF) && regState == TRUETIME)
         KVD_TRACE(
             TRACE_TUREF, TRACE_INFO,
             "Not sending remote Radio Clock state, regulator is TRUETIME locked to PacketTime ref. "
             "It will be sent before GpsOSL enters LOCKED");
-    } else {
+    else
         KvdLoz6GpsOsl_sendRemoteState();
-        switch (regState) {
-        case UNKNOWN:
-            startGpsOslLoopFromUnknown();
-            return 1;
-        case WARMUP:
-        case PREJUMPSTART:
-        case PREJUMPHIST:
-            return 1;
-        default:
-            break;
-        }
-    }
-    startGpsOslLoop();
+    startGpsOslLoop(gpsOslLoopStart(regState, KvdLoz6TuReg_pllIsHoldover()));
     return 1;
 }
 

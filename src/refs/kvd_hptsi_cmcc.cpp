@@ -156,8 +156,6 @@ void KvdLoz6TuHptsi_closeSerial()
     HALI_closeSerialPort(1);
 }
 
-bool KvdLoz6TuHptsi_serialIsOpen() { return s->open; }
-
 void KvdLoz6TuHptsi_serialReceived(const u8* bytes, u32 count)
 {
     if (bytes == nullptr) {

@@ -71,7 +71,6 @@ bool KvdLoz6TuHptsi_takeByte(CmccReader& reader, u8 byte);
 int  KvdLoz6TuHptsi_openSerial();
 /// Nothing when the line isn't this one's.
 void KvdLoz6TuHptsi_closeSerial();
-bool KvdLoz6TuHptsi_serialIsOpen();
 /// The receive callback: each frame goes to the manager.
 void KvdLoz6TuHptsi_serialReceived(const u8* bytes, u32 count);
 u32  KvdLoz6TuHptsi_numberOfBytesRec();

@@ -13,6 +13,7 @@
 #include "sig/tuiif_sig.h"
 #include "unit/kvd_ref_table.h"
 #include "unit/kvd_unit_link.h"
+#include "base/frame_counter.h"
 
 namespace {
 
@@ -33,8 +34,7 @@ struct CounterValue {
 int readCounter(CounterValue& now)
 {
     if (tuHwIf_readSfc(now.mfn, now.sfn, now.inc) != 0) return 1;
-    constexpr double INCREMENTS_PER_S = 122880000.0;
-    const double t_f = tuHwIf_sfcToIncrements(now.mfn, now.sfn, now.inc) / INCREMENTS_PER_S;
+    const double t_f = tuHwIf_sfcToIncrements(now.mfn, now.sfn, now.inc) / INCREMENTS_PER_SECOND;
     const TimePair last = KvdLoz6TuReg_getLastTime();
     const double turns = last.c > 0.0 ? last.c / COUNTER_PERIOD : 0.0;
     now.eSFC = static_cast<u32>(turns) + (t_f < last.f - COUNTER_PERIOD / 2 ? 1 : 0);

@@ -25,7 +25,6 @@ namespace {
 constexpr OSTIME SLAVE_HO_TIME   = 60000;   // ms
 constexpr OSTIME SYNC_DATA_TIME  = 40;      // ms
 constexpr u32 SYNC_DATA_TMO_MAX  = 50;      // expiries that tell that data stopped
-constexpr u32 INTERRUPT_1        = 1;       // mask of port 1's interrupt
 constexpr u32 DUAL_LINK = 1, SINGLE_LINK = 0;
 constexpr u32 PORTS = 2;
 constexpr u32 SYNCH_PORTS = 6;
@@ -194,7 +193,7 @@ void supervisionOff(u32 port)
     cancelTimer(port, WTR);
     if (s->port[port].timer[SUPERVISION].runs()) cancelTimer(port, SUPERVISION);
     stopSlaveHoldover(port);
-    if (port == IDLPORT_1) tuHwIf_disableIsr(INTERRUPT_1);
+    if (port == IDLPORT_1) tuHwIf_disableIsr(TU_BFN_IN_INT);
     enter(port, IDL_UNKNOWN);
     KVD_TRACE(TRACE_TUREF, TRACE_INFO, "%s state is UNKNOWN, %s supervision is disabled",
               PORT[port].name, PORT[port].name);
@@ -225,7 +224,7 @@ void beginSupervision(u32 port)
 
 void supervisionOn(u32 port)
 {
-    if (port == IDLPORT_1) tuHwIf_enableIsr(INTERRUPT_1);
+    if (port == IDLPORT_1) tuHwIf_enableIsr(TU_BFN_IN_INT);
     if (s->port[port].idlState == IDL_UNKNOWN) beginSupervision(port);
     selectOnSlave(port);
     KvdLoz6TuReg_setPortSupervised(1, port);
@@ -420,7 +419,7 @@ void KvdLoz6TuRef_idlReset()
         enter(port, IDL_UNKNOWN);
         KvdLoz6TuReg_setPortSupervised(0, port);
     }
-    tuHwIf_disableIsr(INTERRUPT_1);
+    tuHwIf_disableIsr(TU_BFN_IN_INT);
     KvdLoz6TuIifAdm_storeRefState(KVD_TUIIF_NO_REF_DETECTED);
 }
 

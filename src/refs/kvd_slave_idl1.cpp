@@ -14,12 +14,12 @@
 #include "reg/kvd_reg_pll.h"
 #include "unit/kvd_ref_table.h"
 #include "unit/kvd_unit_link.h"
+#include "base/frame_counter.h"
 
 #include <cstdio>
 
 namespace {
 
-constexpr double INCREMENTS_PER_SECOND = 122880000.0;
 constexpr u8 F_IX_USEFUL = 2;           // a clock below it isn't worth following
 
 }  // namespace

@@ -22,13 +22,12 @@
 #include "sig/idpi_sig.h"
 #include "unit/kvd_ref_table.h"
 #include "unit/kvd_unit_link.h"
+#include "base/frame_counter.h"
 
 #include <cmath>
 
 namespace {
 
-constexpr double INCREMENTS_PER_SECOND = 122880000.0;
-constexpr double SFN_PERIOD = 40.96;            // s, a turn of the frame number
 constexpr u8 UNSTABLE_IGNORED = 10;             // measurements in a row before help is asked for
 constexpr u32 COARSE_STAGE = 0, FINE_STAGE = 1;
 
@@ -86,14 +85,14 @@ double singleMeasurement(const DelayWords& words)
     const u64 T1C1 = u64{words.T1C1High} << 32 | words.T1C1Low;
     const u64 C4T1 = u64{words.C4T1High} << 32 | words.C4T1Low;
     const i64 diff_ps = static_cast<i64>(T1C1 - C4T1);
-    return KvdLoz6Math_wrapSymmetric(static_cast<double>(diff_ps) * 1e-12, SFN_PERIOD);
+    return KvdLoz6Math_wrapSymmetric(static_cast<double>(diff_ps) * 1e-12, SFN_PERIOD_s);
 }
 
 double phaseDifference(const DelayWords& masterDu, const DelayWords& slaveDu)
 {
     double master = singleMeasurement(masterDu);
     double slave = singleMeasurement(slaveDu);
-    if (master < 0.0 && slave < 0.0) (master < slave ? master : slave) += SFN_PERIOD;
+    if (master < 0.0 && slave < 0.0) (master < slave ? master : slave) += SFN_PERIOD_s;
     return (slave - master) * 0.5;
 }
 
@@ -222,7 +221,7 @@ void writeHistory(const Measurement& meas)
 /// Numbers that no counter holds would be carried into time itself.
 bool isUsable(const KvdTuiifIdl2SyncDataInd& ind)
 {
-    if (ind.mfc <= 24 && ind.sfc <= 4095 && ind.inc <= 1228799 && ind.synchPortNo < IDPI_PORTS &&
+    if (ind.mfc <= MFN_LAST && ind.sfc <= SFN_LAST && ind.inc <= INC_LAST && ind.synchPortNo < IDPI_PORTS &&
         std::isfinite(ind.intermediaryDuPhaseDiff))
         return true;
     KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
@@ -326,7 +325,7 @@ bool adjustCoarse(Measurement& meas)
     }
     const KvdTuiifIdl2SyncDataInd& ind = meas.ind;
     meas.phaseDiff = slave::neutralizeWraparound(meas.phaseDiff, seconds(0, local.sfn, local.inc),
-                                                 SFN_PERIOD);
+                                                 SFN_PERIOD_s);
     KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
               "%s(): phaseDiff (after neutralizing SFN wraparound) = %-17.16g [s]", __func__,
               meas.phaseDiff);

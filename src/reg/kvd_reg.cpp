@@ -35,7 +35,7 @@ namespace {
 
 ose::ModuleData<regulator::State> s;
 
-constexpr u32 REF_INTERRUPTS = 6;          // 100 ms pulse and reference edge
+constexpr u32 REF_INTERRUPTS = TU_100MS_INT | TU_INT_REF_CLK_INT;
 
 struct RegStateText { u8 regState; const char* text; };
 constexpr RegStateText REG_STATE_TEXTS[] = {
@@ -382,7 +382,7 @@ void KvdLoz6TuReg_regStateChanged(u8 from, u8 to)
                              selectedRef == TU_SR_IDL1_REF || selectedRef == TU_SR_IDL2_REF ||
                              KvdLoz6TuReg_pllState() != PLL_Uninitialized;
     if (!loopReports || to == WARMUP) KvdLoz6TuIifAdm_reportRegState(to);
-    REG_UPCALLS.regStateChanged(to);
+    REG_UPCALLS.regStateChanged();
 }
 
 void KvdLoz6TuReg_sendTimeData()

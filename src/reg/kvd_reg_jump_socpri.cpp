@@ -14,11 +14,11 @@
 #include "reg/kvd_reg_socpri.h"
 #include "sig/inrsi_sig.h"
 #include "sig/reg_sig.h"
+#include "base/frame_counter.h"
 
 namespace {
 
 constexpr u8 RETRIES = 3;
-constexpr double INCREMENTS_PER_SECOND = 122880000.0;
 
 /// Bookkeeping of a jump that waits for the other end.
 struct SoCpriJump {

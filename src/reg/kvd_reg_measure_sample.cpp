@@ -26,8 +26,6 @@ using measure::state;
 
 namespace {
 
-constexpr u32 PENDING_IDL = 1, PENDING_100MS = 2, PENDING_REF = 4;
-
 void serveReferenceEdge()
 {
     if (!REG_UPCALLS.referenceEdge(KvdLoz6TuReg_selectedRef()))
@@ -53,9 +51,9 @@ void KvdLoz6TuReg_handleInterrupt(u32 pending)
 {
     const u32 startUp = KvdLoz6TuReg_initiateState();
     if (startUp != TUREG_INIT_NOISY && startUp != TUREG_INIT) return;
-    if ((pending & PENDING_REF) != 0) serveReferenceEdge();
-    if ((pending & PENDING_100MS) != 0) serve100msTick();
-    if ((pending & PENDING_IDL) != 0) REG_UPCALLS.idlInterrupt();
+    if ((pending & TU_INT_REF_CLK_INT) != 0) serveReferenceEdge();
+    if ((pending & TU_100MS_INT) != 0) serve100msTick();
+    if ((pending & TU_BFN_IN_INT) != 0) REG_UPCALLS.idlInterrupt();
 }
 
 // ---- the sample ---------------------------------------------------------------------------------

@@ -13,6 +13,7 @@
 #include "reg/kvd_reg_measure.h"
 #include "sig/tuiif_sig.h"
 #include "store/kvd_mgr_mem.h"
+#include "base/frame_counter.h"
 
 #include <cmath>
 
@@ -20,7 +21,6 @@ namespace {
 
 constexpr double SECONDS_A_DAY = 86400.0;
 constexpr double CALENDAR_TO_GPS = 62483270400.0;   // s, 723186 days up to 1980-01-06
-constexpr double FRAME_NUMBER_PERIOD = 40.96;       // s, 4096 frames
 
 bool isLeapYear(i64 year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
 
@@ -47,8 +47,8 @@ namespace regulator {
 i32 rntToSfcDiff(double delta0_c, double delta0_f)
 {
     constexpr double HALF = 20480000.0, WHOLE = 40960000.0;   // us
-    const double c = KvdLoz6Math_fmodSignY(delta0_c, FRAME_NUMBER_PERIOD);
-    const double f = KvdLoz6Math_fmodSignY(delta0_f, FRAME_NUMBER_PERIOD);
+    const double c = KvdLoz6Math_fmodSignY(delta0_c, SFN_PERIOD_s);
+    const double f = KvdLoz6Math_fmodSignY(delta0_f, SFN_PERIOD_s);
     const double v = std::floor((c + f) * 1e6 + HALF + 0.5);
     return static_cast<i32>(KvdLoz6Math_fmodSignY(v, WHOLE) - HALF);
 }

@@ -20,6 +20,7 @@
 #include "reg/kvd_reg_upcalls.h"
 #include "sig/reg_sig.h"
 #include "sig/tuiif_socpri_sig.h"
+#include "base/frame_counter.h"
 
 #include <cmath>
 #include <cstdlib>
@@ -30,10 +31,9 @@ namespace {
 constexpr i32 GOOD_ppb = 5;
 constexpr u8  GOOD_BELOW = 2;                    // in a row: one more is enough
 constexpr double PPB = 1e-9;
-constexpr double SFN_PERIOD_s = 40.96;
 constexpr u8  INVALID_TOLERATED = 10;            // in a row
 constexpr OSTIME POSTPONED_ms = 5000;
-constexpr double COUNTER_STEP_s = 1.0 / 122880000.0;
+constexpr double COUNTER_STEP_s = 1.0 / INCREMENTS_PER_SECOND;
 
 struct State {
     KvdTimer continueTimer;

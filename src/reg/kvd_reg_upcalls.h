@@ -16,7 +16,7 @@ struct RegUpcalls {
     // ---- the unit's life
     void (*halt)();                              // the halted state; returns when its main processor is gone
     void (*testMode)(u32 on);
-    void (*regStateChanged)(u8 regState);
+    void (*regStateChanged)();
     void (*loopStateChanged)(u32 state);         // 11 where a loop reports a locked time, else another
     void (*timeStepComes)();                     // the counters are stepped: before, and after one that was made
     void (*timeStepped)();

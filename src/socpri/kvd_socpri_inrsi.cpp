@@ -64,6 +64,8 @@ void giveUpWork()
 void answerOrder(u32 syncStatus)
 {
     const u8 port = wirePort(focus());
+    KVD_TRACE(TRACE_INRSI, TRACE_3, "%s on port %u: %s", inrsi::actionText(record().currAction), u32{port},
+              inrsi::syncStatusText(syncStatus));
     switch (record().currAction) {
     case INRSI_CLIENT_ACTION_FREQ_SCANNING:
         KvdLoz6TuIifAdm_sendSocpriScanLinkRsp(port, syncStatus);
