@@ -1,6 +1,6 @@
 // ref_ring.h - Ring of the last records, for printouts; and the room that a record's time takes.
 #pragma once
-#include "ose/types.h"
+#include "base/assert.h"
 
 #include <array>
 
@@ -18,5 +18,9 @@ struct RefRing {
         next = (next + 1) % CAPACITY;
         if (count < CAPACITY) ++count;
     }
-    const Record& oldest(u32 i) const { return slot[(next + CAPACITY - count + i) % CAPACITY]; }
+    const Record& oldest(u32 i) const
+    {
+        tuAssert(i < count);
+        return slot[(next + CAPACITY - count + i) % CAPACITY];
+    }
 };

@@ -324,7 +324,7 @@ const char* initStateText(u32 idl2InitState)
     return idl2InitState <= IDL2_WARM_INIT_FINISHED ? TEXTS[idl2InitState] : "<Unknown>";
 }
 
-const char* idlModeText(u8 idlMode)
+const char* idlModeText(u32 idlMode)
 {
     switch (idlMode) {
     case KVD_BIRAIIF_IDL_MODE_1: return "KVD_BIRAIIF_IDL_MODE_1";

@@ -95,10 +95,9 @@ u32 Ipsynctsi_internal(IpsynctsiProxy* handle, const Signal* sig)
 {
     if (sig->sigNo == IPSYNCTSI_SERVER_UP_IND) s->hunting = false;
     if (!isProxy(handle)) return IPSYNCTSI_NO_PROXY;
-    Signal* received = const_cast<Signal*>(sig);
     switch (sig->sigNo) {
     case IPSYNCTSI_SERVER_UP_IND:
-        return onServerUp(*handle, ose::sender(&received));
+        return onServerUp(*handle, senderOf(sig));
     case IPSYNCTSI_INITIATE_SERVICE_CFM:
     case IPSYNCTSI_INITIATE_SERVICE_REJ:
     case IPSYNCTSI_INITIATE_SERVICE_SUS:

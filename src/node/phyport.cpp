@@ -118,9 +118,8 @@ int PhyPortInfo_dispatch(const Signal* sig)
 {
     if (sig->sigNo < PHYPORT_SERVER_UP_IND || sig->sigNo > PHYPORT_PORT_INFO_IND) return 0;
     if (s->serviceName == nullptr) return 1;   // nobody is registered: nothing to tell
-    Signal* received = const_cast<Signal*>(sig);
     switch (sig->sigNo) {
-    case PHYPORT_SERVER_UP_IND:   onServerUp(ose::sender(&received));         break;
+    case PHYPORT_SERVER_UP_IND:   onServerUp(senderOf(sig));         break;
     case PHYPORT_SERVER_DOWN_IND: onServerDown();                             break;
     case PHYPORT_CEP_UP_IND:      onCepUp(as<PhyportCepInd>(sig));            break;
     case PHYPORT_CEP_DOWN_IND:    onCepDown(as<PhyportCepInd>(sig));          break;

@@ -32,8 +32,7 @@ void proxyHunt(const char* serverName, SIGSELECT upInd)
 
 u32 proxyServerUp(ServiceProxy& proxy, const Signal* upInd, SIGSELECT downInd)
 {
-    Signal* sig = const_cast<Signal*>(upInd);
-    const PROCESS server = ose::sender(&sig);
+    const PROCESS server = senderOf(upInd);
     if (ose::process_name(server) == nullptr) return 1;
     proxyForget(proxy);
     proxy.server = server;
@@ -44,8 +43,7 @@ u32 proxyServerUp(ServiceProxy& proxy, const Signal* upInd, SIGSELECT downInd)
 
 u32 proxyServerDown(ServiceProxy& proxy, const Signal* downInd)
 {
-    Signal* sig = const_cast<Signal*>(downInd);
-    if (proxy.server == 0 || ose::sender(&sig) != proxy.server) return 1;
+    if (proxy.server == 0 || senderOf(downInd) != proxy.server) return 1;
     proxy.server = 0;
     proxy.attachRef = 0;
     return 0;

@@ -7,6 +7,18 @@
 
 namespace node {
 
+/// Size and sender of a signal that is only read: the kernel's calls take a buffer that may change hands.
+inline u32 sizeOf(const Signal* sig)
+{
+    Signal* s = const_cast<Signal*>(sig);
+    return ose::sigsize(&s);
+}
+inline PROCESS senderOf(const Signal* sig)
+{
+    Signal* s = const_cast<Signal*>(sig);
+    return ose::sender(&s);
+}
+
 /// Traces a signal that is shorter than its layout: number, sizes, sender.
 void traceShortSignal(const Signal* sig, u32 wanted);
 
@@ -15,8 +27,7 @@ void traceShortSignal(const Signal* sig, u32 wanted);
 template <typename T>
 const T* as(const Signal* sig)
 {
-    Signal* const s = const_cast<Signal*>(sig);
-    if (ose::sigsize(&s) < sizeof(T)) {
+    if (sizeOf(sig) < sizeof(T)) {
         traceShortSignal(sig, static_cast<u32>(sizeof(T)));
         return nullptr;
     }
@@ -27,8 +38,7 @@ const T* as(const Signal* sig)
 template <typename T>
 const T* asOfAtLeast(const Signal* sig, std::size_t least)
 {
-    Signal* const s = const_cast<Signal*>(sig);
-    if (ose::sigsize(&s) < least) {
+    if (sizeOf(sig) < least) {
         traceShortSignal(sig, static_cast<u32>(least));
         return nullptr;
     }
@@ -40,8 +50,8 @@ template <typename T, typename Layout>
 std::span<const T> tail(const Layout* sig)
 {
     static_assert(sizeof(Layout) % alignof(T) == 0);
-    Signal* s = reinterpret_cast<Signal*>(const_cast<Layout*>(sig));
-    return {reinterpret_cast<const T*>(sig + 1), (ose::sigsize(&s) - sizeof(Layout)) / sizeof(T)};
+    return {reinterpret_cast<const T*>(sig + 1),
+            (sizeOf(reinterpret_cast<const Signal*>(sig)) - sizeof(Layout)) / sizeof(T)};
 }
 
 /// A new signal of layout T, zeroed, its number set.

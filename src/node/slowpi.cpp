@@ -118,9 +118,8 @@ u32 Slowpi_initiateServiceReq(SlowpiContext* context, u32 firstPv, u32 secondPv,
 u32 Slowpi_internal(SlowpiContext* context, const Signal* sig)
 {
     if (context == nullptr) return NO_CONTEXT;
-    Signal* received = const_cast<Signal*>(sig);
     switch (sig->sigNo) {
-    case SLOWPI_SERVER_UP_IND:        return onServerUp(*context, ose::sender(&received));
+    case SLOWPI_SERVER_UP_IND:        return onServerUp(*context, senderOf(sig));
     case SLOWPI_INITIATE_SERVICE_CFM: return onConfirmed(*context);
     case SLOWPI_SERVER_DOWN_IND:      forgetServer(*context);                return DONE;
     // A server that refuses stays attached: its end, and the next one's start, are the only cause to

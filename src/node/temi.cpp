@@ -70,10 +70,9 @@ void TarsoTemi_forget()
 
 u32 TarsoTemi_internal(const Signal* sig)
 {
-    Signal* received = const_cast<Signal*>(sig);
     switch (sig->sigNo) {
     case TARSO_TEMI_SERVER_DOWN_IND:
-        if (ose::sender(&received) != s->server) return NOT_CONNECTED;
+        if (senderOf(sig) != s->server) return NOT_CONNECTED;
         s->attachRef = 0;
         s->server = 0;
         return DONE;

@@ -6,11 +6,27 @@
 #pragma once
 #include "ose/types.h"
 
-#include <source_location>
-
 namespace ose {
 
-using Place = std::source_location;
+/// Where in the source a call stands, as the default argument of what is called. By the compilers' built-ins, as
+/// not each library that they come with has the standard's type.
+class Place {
+public:
+    static constexpr Place current(const char* file = __builtin_FILE(), u32 line = __builtin_LINE())
+    {
+        Place place;
+        place.file_ = file;
+        place.line_ = line;
+        return place;
+    }
+    constexpr const char* file_name() const { return file_; }
+    constexpr u32 line() const { return line_; }
+
+private:
+    const char* file_ = "";
+    u32 line_ = 0;
+};
+
 using Entry = void (*)();
 
 /// Kinds of process for create_process.

@@ -59,8 +59,8 @@ void handle_AuditCfm(const Signal* sig)
     }
     const auto* cfm = as<KvdTuiifAuditPktRefRoCfm>(sig);
     if (cfm == nullptr) return;
-    Signal* const buffer = const_cast<Signal*>(sig);
-    const u32 room = (ose::sigsize(&buffer) - static_cast<u32>(sizeof *cfm)) / sizeof(TuiifPktRefConfig);
+    const std::span<const TuiifPktRefConfig> configs = node::tail<TuiifPktRefConfig>(cfm);
+    const u32 room = static_cast<u32>(configs.size());
     if (cfm->count > PTP_CLOCKS) {
         KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
                   "Number of syncrefs received in AuditPktRefRoCfm signal: %u; maximum allowed number "
@@ -79,7 +79,6 @@ void handle_AuditCfm(const Signal* sig)
         s.syncRefCtrlState = READY;
         return;
     }
-    const auto* const configs = reinterpret_cast<const TuiifPktRefConfig*>(cfm + 1);
     for (u32 i = 0; i < count; ++i) s.audit.push_back({configs[i].froId, configs[i].froClassNo, NOT_YET});
     s.auditRemaining = count;
     s.syncRefCtrlState = AUDIT_CREATE_PENDING;

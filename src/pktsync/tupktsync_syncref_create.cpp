@@ -375,7 +375,7 @@ void setTimestampLatency(u32 linkSpeed, u32 portWord)
                   "set_timestamp_latency: unsupported linkSpeed (%u), not changing latency", linkSpeed);
         return;
     }
-    const u32 pair = (linkSpeed == SPEED_6 ? 2 : 0) + (portWord == 0 ? 1 : 0);
+    const u32 pair = (linkSpeed == SPEED_6 ? 2u : 0u) + (portWord == 0 ? 1u : 0u);
     state().latencyAsymmetry =
         asymmetry(state().board == BOARD_BVQ3 ? LATENCY_BVQ3[pair] : LATENCY_BVQ1[pair]);
 }

@@ -38,9 +38,8 @@ const IdpiGetDelayReq* delayRejection(const Signal* sig)
 RejectText rejectText(const void* sig, u32 offset)
 {
     RejectText out{};
-    Signal* const buffer = static_cast<Signal*>(const_cast<void*>(sig));
-    const char* const text = reinterpret_cast<const char*>(buffer) + offset;
-    const u32 room = std::min(ose::sigsize(&buffer) - offset, REJECT_TEXT_MAX - 1);
+    const char* const text = static_cast<const char*>(sig) + offset;
+    const u32 room = std::min(node::sizeOf(static_cast<const Signal*>(sig)) - offset, REJECT_TEXT_MAX - 1);
     for (u32 i = 0; i < room && text[i] != '\0'; ++i)
         out[i] = text[i] >= ' ' && text[i] <= '~' ? text[i] : '?';
     return out;
@@ -135,9 +134,8 @@ void subscribe()
 /// Looks at no more records than the signal holds, whatever its count says.
 u8 hasDelayCapability(const Signal* sig, const IdpiGetCapabilityCfm& cfm)
 {
-    Signal* const buffer = const_cast<Signal*>(sig);
     constexpr u32 FIRST = offsetof(IdpiGetCapabilityCfm, capability);
-    const u32 held = (ose::sigsize(&buffer) - FIRST) / static_cast<u32>(sizeof(IdpiCapability));
+    const u32 held = (node::sizeOf(sig) - FIRST) / static_cast<u32>(sizeof(IdpiCapability));
     const IdpiCapability* const record = cfm.capability;
     for (u32 i = 0; i < std::min<u32>(cfm.count, held); ++i)
         if (record[i].type == IDPI_CAPABILITY_DELAY && record[i].supported == 1) return 1;
@@ -146,8 +144,7 @@ u8 hasDelayCapability(const Signal* sig, const IdpiGetCapabilityCfm& cfm)
 
 void onGetCapabilityCfm(const Signal* sig)
 {
-    Signal* const buffer = const_cast<Signal*>(sig);
-    const bool isEmpty = ose::sigsize(&buffer) < sizeof(IdpiGetCapabilityCfm);
+    const bool isEmpty = node::sizeOf(sig) < sizeof(IdpiGetCapabilityCfm);
     s->delayMeasurementCap =
         isEmpty ? u8{0}
                 : hasDelayCapability(sig, *reinterpret_cast<const IdpiGetCapabilityCfm*>(sig));

@@ -1,5 +1,6 @@
 // Inter-unit links: both ports' state machines, slave holdover, sync data supervision, histories.
 #include "refs/kvd_ref_idl.h"
+#include "base/assert.h"
 #include "base/kvd_timer.h"
 #include "base/trace_groups.h"
 #include "base/tu_common.h"
@@ -73,6 +74,7 @@ bool isMaster() { return KvdLoz6TuMgr_masterSlaveMode() == 1; }
 
 void record(u32 port, IdlTimerType type, IdlTimerStatus status)
 {
+    tuAssert(port < PORTS);
     IdlHistoryRecord event{};
     event.idlState = s->port[port].idlState;
     event.port = static_cast<u8>(port);

@@ -275,9 +275,8 @@ void takeFrame(std::span<const u8> frame)
 /// No longer than the signal, whatever its length field says.
 std::span<const u8> frameOf(const SlowpiFrame& ind)
 {
-    Signal* const buffer = reinterpret_cast<Signal*>(const_cast<SlowpiFrame*>(&ind));
-    const u32 held = ose::sigsize(&buffer) - static_cast<u32>(sizeof(SlowpiFrame));
-    return {reinterpret_cast<const u8*>(&ind) + sizeof(SlowpiFrame), std::min(ind.length, held)};
+    const std::span<const u8> held = node::tail<u8>(&ind);
+    return held.first(std::min<std::size_t>(ind.length, held.size()));
 }
 
 void onReceiveFrame(const SlowpiFrame* ind)

@@ -94,7 +94,7 @@ void KvdLoz6TuReg_recoveryWatch(double z)
     const u8 regState = KvdLoz6TuReg_regState();
     if (regState != TIMELOCKED && regState != TRUETIME) return;
     s->ring[s->next] = z;
-    s->next = (s->next + 1) % s->ring.size();
+    s->next = (s->next + 1) % static_cast<u32>(s->ring.size());
 
     const auto all = [](auto condition) {
         return std::all_of(s->ring.begin(), s->ring.end(), condition);

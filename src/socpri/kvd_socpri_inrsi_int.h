@@ -12,7 +12,6 @@
 
 #include <array>
 #include <iterator>
-#include <source_location>
 
 namespace inrsi {
 
@@ -138,7 +137,7 @@ struct Role {
 
 /// `keep`: the log is copied to its snapshot.
 inline void log(const Client& c, Event event, bool keep = false,
-                std::source_location at = std::source_location::current())
+                ose::Place at = ose::Place::current())
 {
     c.role->log(event, at.line(), keep);
 }

@@ -75,7 +75,7 @@ inline u8 focus() { return client().portNo; }
 /// On signals.
 inline u8 wirePort(u8 port) { return static_cast<u8>(port + 1); }
 inline void log(Event event, bool keep = false,
-                std::source_location at = std::source_location::current())
+                ose::Place at = ose::Place::current())
 {
     inrsi::log(client(), event, keep, at);
 }

@@ -27,7 +27,7 @@ ose::ModuleData<State> s;
 
 Client& client() { return s->client; }
 u8 focus() { return s->client.portNo; }
-void log(Event event, bool keep = false, std::source_location at = std::source_location::current())
+void log(Event event, bool keep = false, ose::Place at = ose::Place::current())
 {
     inrsi::log(s->client, event, keep, at);
 }

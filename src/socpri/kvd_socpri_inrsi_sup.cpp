@@ -1,6 +1,7 @@
 // Supervision of the ports that nobody synchronises to: five phases 100 ms apart, once a minute.
 #include "socpri/kvd_socpri_inrsi_int.h"
 
+#include "base/assert.h"
 #include "base/trace_groups.h"
 #include "mp/kvd_iifadm_send.h"
 #include "node/trace.h"
@@ -18,6 +19,7 @@ constexpr u8 GOOD_ABOVE = 2;                   // of the samples
 
 void conclude(Client& c, u8 port)
 {
+    tuAssert(port < PORTS);
     Supervision& sup = c.supervision[port];
     const u32 syncStatus = sup.validCount > GOOD_ABOVE ? OK_TIME_LOCKED : PHASE_MEAS_PROBLEM;
     KVD_TRACE(TRACE_INRSI, TRACE_INFO, "Supervised port: %u concluded syncStatus=%d, with validCount=%u ",
