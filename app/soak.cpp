@@ -208,7 +208,7 @@ private:
     {
         const sim::MainProcessor& mp = unit_.node().mainProcessor();
         for (const sim::MpReference& r : spec_.node.mainProcessor.references)
-            if (may_.slave && mp.suitsRole(r)) m.isWatched = mp.supervises(r);
+            if ((may_.slave && mp.suitsRole(r)) || r.refType == GPSOSL_REF) m.isWatched = mp.supervises(r);
         for (const sim::MpReference& r : spec_.node.mainProcessor.references)
             if (mp.suitsRole(r) && r.supervise && !mp.usable(r)) m.unusable += " " + r.name;
         for (const char* const name : PROCESSES) {

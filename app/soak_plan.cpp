@@ -144,7 +144,9 @@ Drawn& Plan::beginUnit(bool time, const char* role, unsigned apn, const std::str
 void Plan::addReceiver(Drawn& u)
 {
     u.gps = true;
-    text_ += format("[unit.gps]\ntype = \"%s\"\nwhite_ns = 6.0\n", oneOf(RECEIVERS));
+    const std::string type = oneOf(RECEIVERS);
+    // The regulator takes the last one for good to a nanosecond, and locks to no noisier one.
+    text_ += format("[unit.gps]\ntype = \"%s\"\nwhite_ns = %.1f\n", type.c_str(), type == "norvane" ? 2.0 : 6.0);
     addReference(u, "gps", "GPS_REF", 0, 3);
 }
 

@@ -207,8 +207,9 @@ void SoakWatch::lookAtModel(const Moment& m, const Licence& may)
 void SoakWatch::lookAtHoldovers(const Moment& m)
 {
     constexpr double OUTPUT_HELD_s = 300.0, SLAVE_HELD_s = 60.0, SLACK_s = 5.0;
-    const bool isHeld = m.selected == NO_REFERENCE && m.facts.before == GPSOSL_REF &&
-                        m.facts.pllState >= PLL_Freq_Holdover;
+    const bool isLost = m.selected == NO_REFERENCE ? m.facts.before == GPSOSL_REF
+                                                   : m.selected == GPSOSL_REF && m.leaderGone && m.isWatched;
+    const bool isHeld = isLost && m.facts.pllState > PLL_Freq_Holdover && m.selected == before_.selected;
     if (!isHeld) loopHoldsSince_s_ = -1;
     else if (loopHoldsSince_s_ < 0) loopHoldsSince_s_ = m.t;
     else if (m.t - loopHoldsSince_s_ > OUTPUT_HELD_s + SLACK_s)

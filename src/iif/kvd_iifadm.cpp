@@ -259,11 +259,14 @@ DateTime dateOf(const TuiifSfnInitTime& time)
 void retellSlaveClock()
 {
     const u32 slavePllState = KvdLoz6TuReg_slavePllState();
-    if (slavePllState == SLAVE_PLL_Uninitialized)
-        return KvdLoz6TuIifAdm_reportRegState(KvdLoz6TuReg_regState() == WARMUP ? WARMUP : FREQDRIFTING);
-    KvdLoz6TuIifAdm_reportSlavePllState(slavePllState);
-    KvdLoz6TuIifAdm_updateRadioClockState(KvdLoz6TuIifAdm_lastRegulatorState());
-    KvdLoz6TuRef_awaitLeader();
+    if (slavePllState == SLAVE_PLL_Uninitialized) {
+        KvdLoz6TuIifAdm_reportRegState(KvdLoz6TuReg_regState() == WARMUP ? WARMUP : FREQDRIFTING);
+    } else {
+        KvdLoz6TuIifAdm_reportSlavePllState(slavePllState);
+        KvdLoz6TuIifAdm_updateRadioClockState(KvdLoz6TuIifAdm_lastRegulatorState());
+        KvdLoz6TuRef_awaitLeader();
+    }
+    tuiif::sendBvqStatus();            // the same as before is news to this main processor
 }
 
 /// What a freshly confirmed main processor is told, and what it tells the components.
