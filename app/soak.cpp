@@ -224,7 +224,10 @@ private:
         if (r.refType == PACKET_TIME_REF || r.refType == PACKET_FREQ_REF) return packetsCame_;
         constexpr std::pair<const char*, sim::ReferenceInput> INPUTS[] = {
             {"pps", sim::ReferenceInput::Pps}, {"external", sim::ReferenceInput::ExternalFrequency},
-            {"pdh1", sim::ReferenceInput::Pdh1}, {"eth-b", sim::ReferenceInput::EthernetB}};
+            {"eth-b", sim::ReferenceInput::EthernetB}};
+        for (const sim::PhyPort& port : unit_.node().phyPorts().ports())
+            if (r.refType == PDH_SDH_REF && port.froId == r.froId)
+                return unit_.input(port.line == 0 ? sim::ReferenceInput::Pdh1 : sim::ReferenceInput::Pdh2).present();
         for (const auto& [name, input] : INPUTS)
             if (r.name == name) return unit_.input(input).present();
         return true;                   // looked at otherwise

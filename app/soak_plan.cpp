@@ -53,6 +53,7 @@ void Plan::drawSingles()
             text_ += "[unit.cmcc]\nwhite_ns = 6.0\n";
             u.cmcc = true;
             addReference(u, "time-input", "HPTSI_REF", 0, 6);
+            addSerialLine(u, "time-input", "receiver", "GPS_REF", 3);
         }
         if (!u.hasTime()) {
             addInput(u, below(2) == 0 ? "pps" : "external", 6.0);
@@ -104,6 +105,7 @@ void Plan::drawOutput()
     Drawn& u = beginUnit(true, "master", 2, "start = \"5m\"\n");
     u.follows = true;
     addReference(u, "lead", "GPSOSL_REF", 0, 3);
+    addSerialLine(u, "lead", "time-input", "HPTSI_REF", 6);
     addLink("gps_out", units_[0], units_[1], "white_ns = 2.0\n");
 }
 
@@ -148,6 +150,7 @@ void Plan::addReceiver(Drawn& u)
     // The regulator takes the last one for good to a nanosecond, and locks to no noisier one.
     text_ += format("[unit.gps]\ntype = \"%s\"\nwhite_ns = %.1f\n", type.c_str(), type == "norvane" ? 2.0 : 6.0);
     addReference(u, "gps", "GPS_REF", 0, 3);
+    addSerialLine(u, "gps", "time-input", "HPTSI_REF", 6);
 }
 
 /// What a unit may have beside its first reference.
@@ -155,9 +158,11 @@ void Plan::addOtherReferences(Drawn& u)
 {
     if (!u.ptp && below(4) == 0) addPacketFrequency(u);
     if (below(2) == 0) {
-        text_ += "[[unit.port]]\nline = 0\nfro_id = 100\n";
+        text_ += "[[unit.port]]\nline = 0\nfro_id = 100\n[[unit.port]]\nline = 1\nfro_id = 101\n";
         addInput(u, "pdh1", 30.0);
         addReference(u, "pdh1", "PDH_SDH_REF", 100, 1);
+        text_ += "[[unit.input]]\nat = \"pdh2\"\nwhite_ns = 30.0\n";
+        u.hasSpareLine = true;
     }
     if (below(3) == 0) {
         text_ += "[[unit.esmc]]\nat = \"eth_b\"\nquality = 2\n";
@@ -180,6 +185,7 @@ void Plan::addPacketTime(Drawn& u)
     const bool isJ3 = below(2) == 0;
     const unsigned domain = isJ3 ? 0 : 24;
     u.ptp = true;
+    u.services.insert(u.services.end(), {"cfi", "driver", "socket"});
     u.log = isJ3 ? -3 : -4;
     u.ptpReference = format("fro_id = 200\ntype = \"ethernet_time\"\ndomain = %u\nprofile = \"%s\"\n", domain,
                             isJ3 ? "IEEE_1588_J3" : "ITU_T_G_8275_1");
@@ -196,6 +202,7 @@ void Plan::addPacketTime(Drawn& u)
 void Plan::addPacketFrequency(Drawn& u)
 {
     u.frequency = true;
+    u.services.insert(u.services.end(), {"cfi", "driver", "socket"});
     u.path = format("delay_us = %.2f\ngaussian_us = %.3f\n", between(100, 2000), between(0, 20));
     addMaster(u, "domain = 0\nunicast = true\nclass = 80\nlog_announce = 1\n");
     text_ += format("[[unit.packet_reference]]\nfro_id = 201\ntype = \"unicast_frequency\"\ndomain = 0\n"
@@ -222,6 +229,15 @@ void Plan::addReference(Drawn& u, const char* name, const char* type, unsigned f
     text_ += format("[[unit.reference]]\nname = \"%s\"\ntype = \"%s\"\nfro_id = %u\nfro_class = %u\n", name, type,
                     froId, froClass);
     u.references.push_back(name);
+}
+
+/// Another reference that the unit's serial line could serve; it isn't supervised until it is given the line.
+void Plan::addSerialLine(Drawn& u, const char* user, const char* other, const char* type, unsigned froClass)
+{
+    text_ += format("[[unit.reference]]\nname = \"%s\"\ntype = \"%s\"\nfro_id = 0\nfro_class = %u\n"
+                    "supervise = false\n", other, type, froClass);
+    u.onLine = user;
+    u.offLine = other;
 }
 
 void Plan::addLink(const char* type, const Drawn& from, const Drawn& to, const std::string& more)
