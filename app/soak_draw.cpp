@@ -385,7 +385,7 @@ void Plan::packetServices(const Drawn& u, double at_s, double lasts)
 /// A service of the node dies, or hears everything and says nothing.
 double Plan::service(const Drawn& u, double at_s)
 {
-    constexpr const char* OF_EACH[] = {"temi", "pri", "msi", "phy", "pm_agent", "name_server"};
+    constexpr const char* OF_EACH[] = {"temi", "pri", "msi", "phy", "pm_agent"};
     const std::string which = u.services.empty() || below(2) == 0 ? oneOf(OF_EACH) : oneOf(u.services);
     const std::string name = format("service = \"%s\"\n", which.c_str());
     const double lasts = lasting(at_s, 0.5, 900.0);
@@ -451,9 +451,11 @@ double Plan::selection(const Drawn& u, double at_s)
     const double lasts = lasting(at_s, 1.0, 3600.0);
     const std::string name = format("reference = \"%s\"\n",
                                     oneOf(u.references).c_str());
+    // Between units the role alone selects the link.
+    const bool hasChoice = linkType_ != "idl1" && linkType_ != "idl2";
     switch (below(3)) {
     case 0: add(u, at_s, "mp.select_none"); break;
-    case 1: add(u, at_s, "mp.select", name); break;
+    case 1: add(u, at_s, hasChoice ? "mp.select" : "mp.select_none", hasChoice ? name : ""); break;
     default:
         add(u, at_s, "mp.supervise", name + "on = false\n");
         add(u, at_s + lasts, "mp.supervise", name + "on = true\n");

@@ -185,7 +185,6 @@ void Plan::addPacketTime(Drawn& u)
     const bool isJ3 = below(2) == 0;
     const unsigned domain = isJ3 ? 0 : 24;
     u.ptp = true;
-    u.services.insert(u.services.end(), {"cfi", "driver", "socket"});
     u.log = isJ3 ? -3 : -4;
     u.ptpReference = format("fro_id = 200\ntype = \"ethernet_time\"\ndomain = %u\nprofile = \"%s\"\n", domain,
                             isJ3 ? "IEEE_1588_J3" : "ITU_T_G_8275_1");
@@ -202,7 +201,6 @@ void Plan::addPacketTime(Drawn& u)
 void Plan::addPacketFrequency(Drawn& u)
 {
     u.frequency = true;
-    u.services.insert(u.services.end(), {"cfi", "driver", "socket"});
     u.path = format("delay_us = %.2f\ngaussian_us = %.3f\n", between(100, 2000), between(0, 20));
     addMaster(u, "domain = 0\nunicast = true\nclass = 80\nlog_announce = 1\n");
     text_ += format("[[unit.packet_reference]]\nfro_id = 201\ntype = \"unicast_frequency\"\ndomain = 0\n"
