@@ -266,7 +266,6 @@ void retellSlaveClock()
         KvdLoz6TuIifAdm_updateRadioClockState(KvdLoz6TuIifAdm_lastRegulatorState());
         KvdLoz6TuRef_awaitLeader();
     }
-    tuiif::sendBvqStatus();            // the same as before is news to this main processor
 }
 
 /// What a freshly confirmed main processor is told, and what it tells the components.
@@ -293,6 +292,8 @@ void tellAfterConfirm(const KvdTuiifInitiateServiceCfm& cfm, u32 isFirstStart)
         KvdLoz6TuSlave_idl2SyncDataStopped(0);
         if (isFirstStart == 0) retellSlaveClock();
     }
+    // What stands as it did, a slave's clock or a loss of tracking, is news to this main processor.
+    if (isFirstStart == 0) tuiif::sendBvqStatus();
 }
 
 void onInitiateServiceCfm(const KvdTuiifInitiateServiceCfm* received, PROCESS server)
