@@ -57,6 +57,8 @@ u8 ownWord(const ClockFacts& f)
     // On its way to the lock a unit may keep the state that it had.
     if (hasLoop(f) && f.pllState == PLL_Unlocked) return KVD_TUIIF_UNKNOWN;
     if (hasLoop(f)) return look(LOOP, f.pllState, KVD_TUIIF_UNKNOWN);
+    // Selected all the same when the loop's holdover is over: nothing is followed.
+    if (f.selected == GPSOSL_REF && f.regState == FREQLOCKED) return KVD_TUIIF_FREQUENCY_HOLDOVER;
     if (f.regState >= SYNCH1 && f.regState <= SYNCH3)
         return f.isRelaxed ? KVD_TUIIF_FREQUENCY_LOCKED : KVD_TUIIF_FREQUENCY_DRIFTING;
     return look(MASTER, f.regState, KVD_TUIIF_UNKNOWN);

@@ -208,7 +208,7 @@ private:
     {
         const sim::MainProcessor& mp = unit_.node().mainProcessor();
         for (const sim::MpReference& r : spec_.node.mainProcessor.references)
-            if (may_.slave && mp.suitsRole(r)) m.isWatched = mp.supervises(r);
+            if ((may_.slave && mp.suitsRole(r)) || r.refType == GPSOSL_REF) m.isWatched = mp.supervises(r);
         for (const sim::MpReference& r : spec_.node.mainProcessor.references)
             if (mp.suitsRole(r) && r.supervise && !mp.usable(r)) m.unusable += " " + r.name;
         for (const char* const name : PROCESSES) {
@@ -224,7 +224,10 @@ private:
         if (r.refType == PACKET_TIME_REF || r.refType == PACKET_FREQ_REF) return packetsCame_;
         constexpr std::pair<const char*, sim::ReferenceInput> INPUTS[] = {
             {"pps", sim::ReferenceInput::Pps}, {"external", sim::ReferenceInput::ExternalFrequency},
-            {"pdh1", sim::ReferenceInput::Pdh1}, {"eth-b", sim::ReferenceInput::EthernetB}};
+            {"eth-b", sim::ReferenceInput::EthernetB}};
+        for (const sim::PhyPort& port : unit_.node().phyPorts().ports())
+            if (r.refType == PDH_SDH_REF && port.froId == r.froId)
+                return unit_.input(port.line == 0 ? sim::ReferenceInput::Pdh1 : sim::ReferenceInput::Pdh2).present();
         for (const auto& [name, input] : INPUTS)
             if (r.name == name) return unit_.input(input).present();
         return true;                   // looked at otherwise

@@ -73,9 +73,9 @@ double Plan::drawEvent(const Drawn& u, double at_s)
     if (!u.masters.empty() && below(4) == 0) return packets(u, at_s);
     // Of one unit's making, so that what turns and breaks is put right in order.
     if (!links_.empty() && &u == &units_.front() && below(2) == 0) return link(at_s);
-    switch (below(20)) {
+    switch (below(22)) {
     case 0: case 1: return reference(u, at_s);
-    case 2: case 3: return u.gps ? receiver(u, at_s) : reference(u, at_s);
+    case 2: case 3: return u.gps ? source(u, at_s) : reference(u, at_s);
     case 4: return restart(u, at_s);
     case 5: return power(u, at_s);
     case 6: case 7: return mainProcessor(u, at_s);
@@ -85,10 +85,12 @@ double Plan::drawEvent(const Drawn& u, double at_s)
     case 11: return u.hasTime() ? jump(u, at_s) : selection(u, at_s);
     case 12: case 13: return service(u, at_s);
     case 14: return oven(u, at_s);
-    case 15: return u.cmcc ? timeInput(u, at_s) : service(u, at_s);
+    case 15: return u.cmcc ? source(u, at_s) : service(u, at_s);
     case 16: return u.ntp || !u.esmc.empty() ? network(u, at_s) : command(u, at_s);
     case 17: return u.socpri ? radio(u, at_s) : command(u, at_s);
     case 18: add(u, at_s, "board.spurious_interrupt"); return 0;
+    case 19: return u.onLine.empty() ? service(u, at_s) : lineChangesHands(u, at_s);
+    case 20: return u.hasSpareLine ? portMoves(u, at_s) : mainProcessor(u, at_s);
     default: return command(u, at_s);
     }
 }
@@ -115,36 +117,68 @@ double Plan::reference(const Drawn& u, double at_s)
     }
 }
 
-double Plan::receiver(const Drawn& u, double at_s)
+/// What speaks on the serial line, a receiver or a time source, fails or is gone.
+double Plan::source(const Drawn& u, double at_s)
 {
     // Not a stuck 1PPS: the unit can't tell it from a quiet one until its estimate has aged.
-    constexpr const char* FAULTS[] = {"antenna_open", "antenna_short", "jamming", "status_nok",
-                                      "no_gpgsv", "no_pps", "silence", "garbled"};
+    constexpr const char* OF_RECEIVER[] = {"antenna_open", "antenna_short", "jamming", "status_nok",
+                                           "no_gpgsv", "no_pps", "silence", "garbled"};
+    constexpr const char* OF_TIME_SOURCE[] = {"wrong_checksum", "garbled", "silence", "no_info", "no_state", "late",
+                                              "no_pps"};
     const double lasts = lasting(at_s, 5.0, 7200.0);
     if (below(5) == 0) {
-        add(u, at_s, "gps.power", "on = false\n");
-        add(u, at_s + lasts, "gps.power", "on = true\n");
+        add(u, at_s, u.gps ? "gps.power" : "cmcc.tell", u.gps ? "on = false\n" : "state = 128\nalarm = 5\n");
+        add(u, at_s + lasts, u.gps ? "gps.power" : "cmcc.tell", u.gps ? "on = true\n" : "state = 5\nalarm = 0\n");
         return lasts;
     }
-    const std::string fault = format("fault = \"%s\"\n", oneOf(FAULTS));
-    add(u, at_s, "gps.fault", fault);
-    add(u, at_s + lasts, "gps.fault", fault + "on = false\n");
+    const char* const what = u.gps ? "gps.fault" : "cmcc.fault";
+    const std::string fault = format("fault = \"%s\"\n", u.gps ? oneOf(OF_RECEIVER) : oneOf(OF_TIME_SOURCE));
+    add(u, at_s, what, fault);
+    add(u, at_s + lasts, what, fault + "on = false\n");
     return lasts;
 }
 
-double Plan::timeInput(const Drawn& u, double at_s)
+/// The main processor has the serial line read as another reference's, and comes back to the first, by an order or
+/// as a new one that knows of that alone.
+double Plan::lineChangesHands(const Drawn& u, double at_s)
 {
-    constexpr const char* FAULTS[] = {"wrong_checksum", "garbled", "silence", "no_info", "no_state", "late", "no_pps"};
-    const double lasts = lasting(at_s, 5.0, 7200.0);
-    if (below(4) == 0) {
-        add(u, at_s, "cmcc.tell", "state = 128\nalarm = 5\n");
-        add(u, at_s + lasts, "cmcc.tell", "state = 5\nalarm = 0\n");
-        return lasts;
+    const double lasts = lasting(at_s, 10.0, 1200.0);
+    const auto supervise = [&](double t, const std::string& reference, bool on) {
+        add(u, t, "mp.supervise", format("reference = \"%s\"\non = %s\n", reference.c_str(), on ? "true" : "false"));
+    };
+    supervise(at_s, u.onLine, false);
+    supervise(at_s + 1, u.offLine, true);
+    const bool byNewOne = below(2) == 0;
+    if (byNewOne) add(u, at_s + lasts, "mp.restart", format("gone = \"%us\"\n", 1 + below(20)));
+    else {
+        supervise(at_s + lasts, u.offLine, false);
+        supervise(at_s + lasts + 1, u.onLine, true);
     }
-    const std::string fault = format("fault = \"%s\"\n", oneOf(FAULTS));
-    add(u, at_s, "cmcc.fault", fault);
-    add(u, at_s + lasts, "cmcc.fault", fault + "on = false\n");
-    return lasts;
+    return lasts + 20;
+}
+
+/// The line's reference is found on another line, on which it is followed; its own gives nothing meanwhile.
+double Plan::portMoves(const Drawn& u, double at_s)
+{
+    const double lasts = lasting(at_s, 10.0, 3600.0);
+    const auto port = [&](double t, const char* words) { add(u, t, "node.port", words); };
+    const auto own = [&](double t, bool isThere) {
+        add(u, t, isThere ? "input.on" : "input.off", "input = \"pdh1\"\n");
+    };
+    if (below(2) == 0) {                                 // in one word
+        port(at_s, "line = 1\non = false\n");
+        port(at_s + 1, "line = 1\nfro_id = 100\n");
+    } else {
+        port(at_s, "line = 0\non = false\n");
+        port(at_s + 0.5, "line = 1\non = false\n");
+        port(at_s + 1, "line = 1\nfro_id = 100\n");
+    }
+    own(at_s + 2, false);
+    own(at_s + lasts, true);
+    port(at_s + lasts, "line = 1\non = false\n");
+    port(at_s + lasts + 1, "line = 0\nfro_id = 100\n");
+    port(at_s + lasts + 2, "line = 1\nfro_id = 101\n");
+    return lasts + 20;
 }
 
 /// What an Ethernet port or an NTP server gives.
@@ -351,12 +385,16 @@ void Plan::packetServices(const Drawn& u, double at_s, double lasts)
 /// A service of the node dies, or hears everything and says nothing.
 double Plan::service(const Drawn& u, double at_s)
 {
-    constexpr const char* OF_EACH[] = {"temi", "pri", "phy", "pm_agent"};
+    constexpr const char* OF_EACH[] = {"temi", "pri", "msi", "phy", "pm_agent"};
     const std::string which = u.services.empty() || below(2) == 0 ? oneOf(OF_EACH) : oneOf(u.services);
     const std::string name = format("service = \"%s\"\n", which.c_str());
     const double lasts = lasting(at_s, 0.5, 900.0);
     const bool isMute = below(2) == 0;
-    if (below(2) == 0) add(u, at_s + 0.2, "mp.restart", "gone = \"1s\"\n");   // which makes the unit ask
+    switch (below(4)) {                                  // most of what it is asked is asked at a start
+    case 0: break;
+    case 1: add(u, at_s + 0.2, "unit.restart", format("type = %u\ngap = \"1s\"\n", below(6))); break;
+    default: add(u, at_s + 0.2, "mp.restart", "gone = \"1s\"\n"); break;
+    }
     add(u, at_s, "node.service", name + (isMute ? "does = \"mute\"\n" : "does = \"die\"\n"));
     add(u, at_s + lasts, "node.service", name + (isMute ? "does = \"speak\"\n" : "does = \"start\"\n"));
     return lasts;
@@ -413,9 +451,11 @@ double Plan::selection(const Drawn& u, double at_s)
     const double lasts = lasting(at_s, 1.0, 3600.0);
     const std::string name = format("reference = \"%s\"\n",
                                     oneOf(u.references).c_str());
+    // Between units the role alone selects the link.
+    const bool hasChoice = linkType_ != "idl1" && linkType_ != "idl2";
     switch (below(3)) {
     case 0: add(u, at_s, "mp.select_none"); break;
-    case 1: add(u, at_s, "mp.select", name); break;
+    case 1: add(u, at_s, hasChoice ? "mp.select" : "mp.select_none", hasChoice ? name : ""); break;
     default:
         add(u, at_s, "mp.supervise", name + "on = false\n");
         add(u, at_s + lasts, "mp.supervise", name + "on = true\n");
@@ -431,7 +471,12 @@ double Plan::boardFault(const Drawn& u, double at_s)
                                       "temperature_invalid", "latch_invalid"};
     const std::string fault = format("fault = \"%s\"\n", oneOf(FAULTS));
     const double lasts = lasting(at_s, 1.0, 600.0);
+    if (below(4) == 0) {                                 // with nobody to tell
+        add(u, at_s, "node.service", "service = \"temi\"\ndoes = \"mute\"\n");
+        add(u, at_s + lasts, "node.service", "service = \"temi\"\ndoes = \"speak\"\n");
+    }
     add(u, at_s, "board.fault", fault);
+    if (below(2) == 0) add(u, at_s + lasts / 2, "mp.restart", "gone = \"1s\"\n");   // the next one is told
     add(u, at_s + lasts, "board.fault", fault + "on = false\n");
     add(u, at_s + lasts + 60, "unit.restart", "type = 4\n");     // out of the halted state
     return lasts + 60;

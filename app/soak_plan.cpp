@@ -53,6 +53,7 @@ void Plan::drawSingles()
             text_ += "[unit.cmcc]\nwhite_ns = 6.0\n";
             u.cmcc = true;
             addReference(u, "time-input", "HPTSI_REF", 0, 6);
+            addSerialLine(u, "time-input", "receiver", "GPS_REF", 3);
         }
         if (!u.hasTime()) {
             addInput(u, below(2) == 0 ? "pps" : "external", 6.0);
@@ -104,6 +105,7 @@ void Plan::drawOutput()
     Drawn& u = beginUnit(true, "master", 2, "start = \"5m\"\n");
     u.follows = true;
     addReference(u, "lead", "GPSOSL_REF", 0, 3);
+    addSerialLine(u, "lead", "time-input", "HPTSI_REF", 6);
     addLink("gps_out", units_[0], units_[1], "white_ns = 2.0\n");
 }
 
@@ -144,8 +146,11 @@ Drawn& Plan::beginUnit(bool time, const char* role, unsigned apn, const std::str
 void Plan::addReceiver(Drawn& u)
 {
     u.gps = true;
-    text_ += format("[unit.gps]\ntype = \"%s\"\nwhite_ns = 6.0\n", oneOf(RECEIVERS));
+    const std::string type = oneOf(RECEIVERS);
+    // The regulator takes the last one for good to a nanosecond, and locks to no noisier one.
+    text_ += format("[unit.gps]\ntype = \"%s\"\nwhite_ns = %.1f\n", type.c_str(), type == "norvane" ? 2.0 : 6.0);
     addReference(u, "gps", "GPS_REF", 0, 3);
+    addSerialLine(u, "gps", "time-input", "HPTSI_REF", 6);
 }
 
 /// What a unit may have beside its first reference.
@@ -153,9 +158,11 @@ void Plan::addOtherReferences(Drawn& u)
 {
     if (!u.ptp && below(4) == 0) addPacketFrequency(u);
     if (below(2) == 0) {
-        text_ += "[[unit.port]]\nline = 0\nfro_id = 100\n";
+        text_ += "[[unit.port]]\nline = 0\nfro_id = 100\n[[unit.port]]\nline = 1\nfro_id = 101\n";
         addInput(u, "pdh1", 30.0);
         addReference(u, "pdh1", "PDH_SDH_REF", 100, 1);
+        text_ += "[[unit.input]]\nat = \"pdh2\"\nwhite_ns = 30.0\n";
+        u.hasSpareLine = true;
     }
     if (below(3) == 0) {
         text_ += "[[unit.esmc]]\nat = \"eth_b\"\nquality = 2\n";
@@ -220,6 +227,15 @@ void Plan::addReference(Drawn& u, const char* name, const char* type, unsigned f
     text_ += format("[[unit.reference]]\nname = \"%s\"\ntype = \"%s\"\nfro_id = %u\nfro_class = %u\n", name, type,
                     froId, froClass);
     u.references.push_back(name);
+}
+
+/// Another reference that the unit's serial line could serve; it isn't supervised until it is given the line.
+void Plan::addSerialLine(Drawn& u, const char* user, const char* other, const char* type, unsigned froClass)
+{
+    text_ += format("[[unit.reference]]\nname = \"%s\"\ntype = \"%s\"\nfro_id = 0\nfro_class = %u\n"
+                    "supervise = false\n", other, type, froClass);
+    u.onLine = user;
+    u.offLine = other;
 }
 
 void Plan::addLink(const char* type, const Drawn& from, const Drawn& to, const std::string& more)

@@ -17,6 +17,8 @@ struct Drawn {
     std::vector<std::string> inputs, esmc, references, masters;
     std::vector<std::string> services;          // of its node, beside those that every unit uses
     std::string ptpReference = "", path = "";   // words of its own that events put back
+    std::string onLine = "", offLine = "";      // references on the serial line: the one in use, one it may be given to
+    bool hasSpareLine = false;                  // its PDH reference may move there
     int log = -4;                               // interval of its masters, log2 of s
     bool hasTime() const { return gps || ptp || cmcc || socpri || follows; }
 };
@@ -50,6 +52,7 @@ private:
     void addMaster(Drawn& u, const std::string& words);
     void addInput(Drawn& u, const char* at, double white_ns);
     void addReference(Drawn& u, const char* name, const char* type, unsigned froId, unsigned froClass);
+    void addSerialLine(Drawn& u, const char* user, const char* other, const char* type, unsigned froClass);
     void addLink(const char* type, const Drawn& from, const Drawn& to, const std::string& more = "");
     std::string intervals(int log) const;
 
@@ -61,8 +64,9 @@ private:
     double lasting(double at_s, double low, double high);
     double drawEvent(const Drawn& u, double at_s);
     double reference(const Drawn& u, double at_s);
-    double receiver(const Drawn& u, double at_s);
-    double timeInput(const Drawn& u, double at_s);
+    double source(const Drawn& u, double at_s);
+    double portMoves(const Drawn& u, double at_s);
+    double lineChangesHands(const Drawn& u, double at_s);
     double network(const Drawn& u, double at_s);
     double radio(const Drawn& u, double at_s);
     double link(double at_s);

@@ -135,7 +135,8 @@ void SoakWatch::lookAtClock(const Moment& m, const Licence& may)
     else if (m.t - toldWrongSince_s_ > TOLD_s)
         fail(m, "told clock state " + std::to_string(m.told) + ", is " + std::to_string(m.clock));
 
-    if (!m.connected || m.selected == m.wanted) selectedWrongSince_s_ = -1;
+    const bool isHalted = m.clock == KVD_TUIIF_FAILURE;           // it tells that, and carries nothing out
+    if (!m.connected || isHalted || m.selected == m.wanted) selectedWrongSince_s_ = -1;
     else if (selectedWrongSince_s_ < 0) selectedWrongSince_s_ = m.t;
     else if (m.t - selectedWrongSince_s_ > TOLD_s)
         fail(m, "reference type " + std::to_string(m.selected) + " selected, wanted " +
@@ -207,8 +208,9 @@ void SoakWatch::lookAtModel(const Moment& m, const Licence& may)
 void SoakWatch::lookAtHoldovers(const Moment& m)
 {
     constexpr double OUTPUT_HELD_s = 300.0, SLAVE_HELD_s = 60.0, SLACK_s = 5.0;
-    const bool isHeld = m.selected == NO_REFERENCE && m.facts.before == GPSOSL_REF &&
-                        m.facts.pllState >= PLL_Freq_Holdover;
+    const bool isLost = m.selected == NO_REFERENCE ? m.facts.before == GPSOSL_REF
+                                                   : m.selected == GPSOSL_REF && m.leaderGone && m.isWatched;
+    const bool isHeld = isLost && m.facts.pllState > PLL_Freq_Holdover && m.selected == before_.selected;
     if (!isHeld) loopHoldsSince_s_ = -1;
     else if (loopHoldsSince_s_ < 0) loopHoldsSince_s_ = m.t;
     else if (m.t - loopHoldsSince_s_ > OUTPUT_HELD_s + SLACK_s)

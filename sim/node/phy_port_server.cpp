@@ -32,6 +32,15 @@ void PhyPortServer::change(u32 line, const PhyPort& port)
     }
 }
 
+void PhyPortServer::put(const PhyPort& port)
+{
+    std::erase_if(ports_, [&](const PhyPort& p) { return p.line != port.line && p.froId == port.froId; });
+    if (std::any_of(ports_.begin(), ports_.end(), [&](const PhyPort& p) { return p.line == port.line; }))
+        change(port.line, port);
+    else
+        add(port);
+}
+
 void PhyPortServer::remove(u32 line)
 {
     for (const PhyPort& p : ports_)

@@ -16,6 +16,8 @@ public:
     void add(const PhyPort& port);                 // announces it with its sync state
     /// New content of the line's entry, announced as a change. Nothing when there is no such line.
     void change(u32 line, const PhyPort& port);
+    /// The line's entry from now on, known or new; another line that had its reference has none.
+    void put(const PhyPort& port);
     void remove(u32 line);
     void setSyncState(u32 line, u32 syncState);    // any value goes out; 0 to 2 are meant
     void disconnect();                             // the client's connection end point goes away

@@ -231,6 +231,16 @@ Action nodeMsiFlip(Context& c)
     return [region = c.table.text("region"), byte](Unit& u) { u.node().msi().flip(region, byte); };
 }
 
+/// A physical line comes, goes, or stands for another reference.
+Action nodePort(Context& c)
+{
+    const u32 line = static_cast<u32>(c.table.integer("line", 0, 4));
+    if (!c.table.boolean("on", true)) return [line](Unit& u) { u.node().phyPorts().remove(line); };
+    return [port = PhyPort{line, static_cast<u32>(c.table.integer("fro_id", 0, UINT32_MAX))}](Unit& u) {
+        u.node().phyPorts().put(port);
+    };
+}
+
 struct ServiceWord { const char* word; Server& (*of)(Node&); };
 constexpr ServiceWord SERVICES[] = {
     {"name_server", [](Node& n) -> Server& { return n.nameServer(); }},
@@ -344,6 +354,7 @@ constexpr EventWord EVENTS[] = {
     {"node.msi_die", nodeMsiDie},
     {"node.msi_flip", nodeMsiFlip},
     {"node.service", nodeService},
+    {"node.port", nodePort},
     {"unit.power_off", unitPowerOff},
     {"unit.power_on", unitPowerOn},
     {"unit.command", unitCommand},

@@ -259,11 +259,13 @@ DateTime dateOf(const TuiifSfnInitTime& time)
 void retellSlaveClock()
 {
     const u32 slavePllState = KvdLoz6TuReg_slavePllState();
-    if (slavePllState == SLAVE_PLL_Uninitialized)
-        return KvdLoz6TuIifAdm_reportRegState(KvdLoz6TuReg_regState() == WARMUP ? WARMUP : FREQDRIFTING);
-    KvdLoz6TuIifAdm_reportSlavePllState(slavePllState);
-    KvdLoz6TuIifAdm_updateRadioClockState(KvdLoz6TuIifAdm_lastRegulatorState());
-    KvdLoz6TuRef_awaitLeader();
+    if (slavePllState == SLAVE_PLL_Uninitialized) {
+        KvdLoz6TuIifAdm_reportRegState(KvdLoz6TuReg_regState() == WARMUP ? WARMUP : FREQDRIFTING);
+    } else {
+        KvdLoz6TuIifAdm_reportSlavePllState(slavePllState);
+        KvdLoz6TuIifAdm_updateRadioClockState(KvdLoz6TuIifAdm_lastRegulatorState());
+        KvdLoz6TuRef_awaitLeader();
+    }
 }
 
 /// What a freshly confirmed main processor is told, and what it tells the components.
@@ -290,6 +292,8 @@ void tellAfterConfirm(const KvdTuiifInitiateServiceCfm& cfm, u32 isFirstStart)
         KvdLoz6TuSlave_idl2SyncDataStopped(0);
         if (isFirstStart == 0) retellSlaveClock();
     }
+    // What stands as it did, a slave's clock or a loss of tracking, is news to this main processor.
+    if (isFirstStart == 0) tuiif::sendBvqStatus();
 }
 
 void onInitiateServiceCfm(const KvdTuiifInitiateServiceCfm* received, PROCESS server)

@@ -38,6 +38,16 @@ void hunt()
     ose::hunt(IPSYNCTSI_SERVER_NAME, 0, nullptr, &up);
 }
 
+void ask(IpsynctsiProxy& p)
+{
+    auto* req = node::make<IpsynctsiInitiateServiceReq>(IPSYNCTSI_INITIATE_SERVICE_REQ);
+    req->pvFirstWanted = p.pv[0];
+    req->pvSecondWanted = p.pv[1];
+    req->pvThirdWanted = p.pv[2];
+    node::sendTo(p.server, req);
+    p.asked = true;
+}
+
 u32 onServerUp(IpsynctsiProxy& p, PROCESS server)
 {
     if (!p.initiated) return node::IPSYNCTSI_NOT_ASKED;
@@ -47,12 +57,7 @@ u32 onServerUp(IpsynctsiProxy& p, PROCESS server)
         Signal* down = ose::alloc(sizeof(SIGSELECT), IPSYNCTSI_SERVER_DOWN_IND);
         p.attachRef = ose::attach(&down, server);
     }
-    auto* req = node::make<IpsynctsiInitiateServiceReq>(IPSYNCTSI_INITIATE_SERVICE_REQ);
-    req->pvFirstWanted = p.pv[0];
-    req->pvSecondWanted = p.pv[1];
-    req->pvThirdWanted = p.pv[2];
-    node::sendTo(server, req);
-    p.asked = true;
+    ask(p);
     return node::IPSYNCTSI_DONE;
 }
 
@@ -88,6 +93,14 @@ u32 Ipsynctsi_initiateService(IpsynctsiProxy* handle, u32 pvFirst, u32 pvSecond,
     handle->pv[1] = pvSecond;
     handle->pv[2] = pvThird;
     hunt();
+    return IPSYNCTSI_DONE;
+}
+
+u32 Ipsynctsi_askAgain(IpsynctsiProxy* handle)
+{
+    if (!isProxy(handle)) return IPSYNCTSI_NO_PROXY;
+    if (!handle->asked) return IPSYNCTSI_NOT_ASKED;
+    ask(*handle);
     return IPSYNCTSI_DONE;
 }
 

@@ -62,6 +62,8 @@ u32 Ipsynctsi_createProxy(IpsynctsiProxy*& handle);
 u32 Ipsynctsi_freeProxy(IpsynctsiProxy*& handle);
 /// Asks for the service as soon as it is there, by the first version that it speaks; 0 is none.
 u32 Ipsynctsi_initiateService(IpsynctsiProxy* handle, u32 pvFirst, u32 pvSecond, u32 pvThird);
+/// Repeats the request to a server that said nothing to it.
+u32 Ipsynctsi_askAgain(IpsynctsiProxy* handle);
 /// Lets the proxy take one of the service's signals.
 u32 Ipsynctsi_internal(IpsynctsiProxy* handle, const Signal* sig);
 

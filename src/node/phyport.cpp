@@ -18,6 +18,7 @@ struct State {
     node::PhyPortCallbacks callbacks{};
     PROCESS server = 0;
     AttachRef attachRef = 0;
+    bool isAwaited = false;              // asked, and it said nothing yet
     std::array<u32, CEPS_MAX> cep{};     // 0 is free
 };
 ose::ModuleData<State> s;
@@ -42,23 +43,30 @@ bool knowsCep(u32 cepId)
     return std::find(s->cep.begin(), s->cep.end(), cepId) != s->cep.end();
 }
 
+void ask()
+{
+    auto* req = node::make<PhyportConnectReq>(PHYPORT_CONNECT_REQ);
+    req->interfaceNumber = s->interfaceNumber;
+    req->pvFirst = s->pvFirst;
+    req->pvSecond = s->pvSecond;
+    node::sendTo(s->server, req);
+    s->isAwaited = true;
+}
+
 void onServerUp(PROCESS server)
 {
     if (s->server != 0) return;   // a second answer to the hunt
     s->server = server;
     Signal* down = ose::alloc(sizeof(SIGSELECT), PHYPORT_SERVER_DOWN_IND);
     s->attachRef = ose::attach(&down, server);
-    auto* req = node::make<PhyportConnectReq>(PHYPORT_CONNECT_REQ);
-    req->interfaceNumber = s->interfaceNumber;
-    req->pvFirst = s->pvFirst;
-    req->pvSecond = s->pvSecond;
-    node::sendTo(server, req);
+    ask();
 }
 
 void onServerDown()
 {
     s->server = 0;
     s->attachRef = 0;
+    s->isAwaited = false;
     for (u32& cep : s->cep) {
         if (cep == 0) continue;
         const u32 lost = cep;
@@ -127,9 +135,15 @@ int PhyPortInfo_dispatch(const Signal* sig)
     case PHYPORT_PORT_INFO_IND:   onPortInfo(as<PhyportPortInfoInd>(sig));    break;
     // A confirmation needs no step: the end points follow it. A server that rejects stays attached,
     // and the next one to come up under its name is asked again.
-    default:                                                                  break;
+    default:                      s->isAwaited = false;                       break;
     }
     return 1;
+}
+
+bool PhyPortInfo_askAgain()
+{
+    if (s->isAwaited) ask();
+    return s->isAwaited;
 }
 
 }  // namespace node

@@ -1,5 +1,6 @@
 #include "ref/kvd_phyadm.h"
 
+#include "base/kvd_timer.h"
 #include "base/trace_groups.h"
 #include "mp/kvd_iifadm.h"
 #include "node/phyport.h"
@@ -7,6 +8,7 @@
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ref/kvd_ref.h"
+#include "sig/ref_sig.h"
 #include "sig/ref_types.h"
 
 #include <array>
@@ -22,6 +24,7 @@ constexpr u32 ET_FROID_ADD = 1;
 
 struct State {
     std::array<PhyPortInfo, PHY_PORTS> portInfoTable;
+    KvdTimer answerTimer;
 };
 ose::ModuleData<State> s;
 
@@ -205,6 +208,14 @@ void onPortInfo(const node::PhyPort& port)
 constexpr node::PhyPortCallbacks CALLBACKS = {onConnected, onDisconnected, onSyncStateChange,
                                               onPortInfo};
 
+/// A service that hears and says nothing isn't dead: nothing else would ask it again.
+void awaitAnswer()
+{
+    constexpr OSTIME ANSWER_ms = 10000;
+    if (!KvdTimer_restart(s->answerTimer, ANSWER_ms, KVD_TUPHYADM_ANSWER_TMO))
+        KVD_TRACE(TRACE_TUPHYADM, TRACE_ERROR, "timer of the PHY_PORTINFO answer refused");
+}
+
 // ---- printout -----------------------------------------------------------------------------------
 
 const char* opStateText(u16 opState)
@@ -238,7 +249,16 @@ const char* syncStateText(u8 syncState)
 
 }  // namespace
 
-int KvdLoz6TuPhyAdm_dispatch(Signal* sig) { return node::PhyPortInfo_dispatch(sig); }
+int KvdLoz6TuPhyAdm_dispatch(Signal* sig)
+{
+    if (sig->sigNo == KVD_TUPHYADM_ANSWER_TMO) {
+        if (KvdTimer_expired(s->answerTimer) && node::PhyPortInfo_askAgain()) awaitAnswer();
+        return 1;
+    }
+    const int isOwn = node::PhyPortInfo_dispatch(sig);
+    if (sig->sigNo == PHYPORT_SERVER_UP_IND) awaitAnswer();
+    return isOwn;
+}
 
 void KvdLoz6TuPhyAdm_restart(u32 isFirstStart)
 {

@@ -276,6 +276,7 @@ void deselectLocked(bool wasGpsOsl)
 
 void deselectInHoldover(bool wasGpsOsl, u32 pllState)
 {
+    if (wasGpsOsl) KvdLoz6TuRef_startGpsOslHoldover();      // unless it runs
     if (isFirstStart()) return;
     if (wasGpsOsl) KvdLoz6GpsOsl_sendRemoteState();
     KvdLoz6TuIifAdm_reportClockState(pllState == PLL_Offset_Holdover
@@ -398,6 +399,9 @@ int selectGpsOsl(Ids ids)
     if (refusedOnSlave(GPSOSL_REF)) return 0;
     updateClients(GPSOSL_REF, ids, TU_SR_GPSOSL_REF);
     KvdLoz6TuRef_stopGpsOslHoldover();
+    // Without its signal the loop goes on holding over, and nothing else would end that.
+    if (KvdLoz6TuReg_pllIsHoldover() && KvdLoz6TuRef_row(ROW_GPSOSL).refStatus == REF_STATUS_OFF)
+        KvdLoz6TuRef_startGpsOslHoldover();
     const u8 regState = KvdLoz6TuReg_regState();
     KVD_TRACE(
         TRACE_TUREF, TRACE_1,

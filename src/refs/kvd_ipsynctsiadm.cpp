@@ -1,5 +1,6 @@
 #include "refs/kvd_ipsynctsiadm.h"
 
+#include "base/kvd_timer.h"
 #include "base/trace_groups.h"
 #include "node/ipsynctsi.h"
 #include "node/platform.h"
@@ -9,6 +10,7 @@
 #include "ose/ose.h"
 #include "refs/kvd_refs_upcalls.h"
 #include "reg/kvd_reg_pdv_gen.h"
+#include "sig/ref_sig.h"
 #include "sig/ref_types.h"
 #include "sig/tuiif_sig.h"
 
@@ -19,6 +21,7 @@ namespace {
 constexpr u32 PROTOCOL_VERSION = 1;
 constexpr u32 TRIES = 3;
 constexpr OSTIME RETRY_ms = 500;
+constexpr OSTIME ANSWER_ms = 10000;
 
 struct State {
     u32 tuipsynctsiadmState = STATE_UNAVAILABLE;
@@ -26,6 +29,7 @@ struct State {
     u32 numberOfIgnoredNtpPackets = 0;
     u32 numberOfNtpPackets = 0;
     node::IpsynctsiProxy* proxy = nullptr;
+    KvdTimer answerTimer;
 };
 ose::ModuleData<State> s;
 
@@ -55,11 +59,27 @@ void tellProxy(const Signal* sig, const char* operation)
                   result);
 }
 
+void awaitAnswer()
+{
+    if (!KvdTimer_restart(s->answerTimer, ANSWER_ms, KVD_TUIPSYNCTSIADM_ANSWER_TMO))
+        KVD_TRACE(TRACE_TUIPSYNCTSIADM, TRACE_ERROR, "timer of the IPSYNCTSI answer refused");
+}
+
 void onServerUp(const Signal* sig)
 {
     s->tuipsynctsiadmState = STATE_INITIATING;
     KVD_TRACE(TRACE_TUIPSYNCTSIADM, TRACE_INFO, "tuIpSyncTsiAdmState: STATE_INITIATING");
     tellProxy(sig, "serverUp");
+    awaitAnswer();
+}
+
+/// A server that hears and says nothing isn't dead: nothing else would ask it again.
+void onAnswerTimeout()
+{
+    if (!KvdTimer_expired(s->answerTimer) || s->tuipsynctsiadmState != STATE_INITIATING) return;
+    KVD_TRACE(TRACE_TUIPSYNCTSIADM, TRACE_INFO, "IPSYNCTSI doesn't answer, it is asked again");
+    node::Ipsynctsi_askAgain(s->proxy);
+    awaitAnswer();
 }
 
 void onInitiateCfm(const Signal* sig, const IpsynctsiInitiateServiceCfm* cfm)
@@ -177,6 +197,9 @@ int KvdLoz6TuIpSyncTsiAdm_dispatch(Signal* sig)
         return 1;
     case IPSYNCTSI_NTP_PACKET_IND:
         onNtpPacket(sig, as<IpsynctsiNtpPacketInd>(sig));
+        return 1;
+    case KVD_TUIPSYNCTSIADM_ANSWER_TMO:
+        onAnswerTimeout();
         return 1;
     case KVD_TUIIF_SELECT_SYNCH_REF_IND:
         onSelectSynchRef(as<KvdTuiifSelectSynchRefInd>(sig));

@@ -218,7 +218,10 @@ bool awaitsHandover(u32 port)
 
 void beginSupervision(u32 port)
 {
-    if (awaitsHandover(port)) return enter(port, IDL_ON);
+    if (awaitsHandover(port)) {
+        KvdLoz6TuRef_awaitLeader();      // a loop from before would go on with a link that went meanwhile
+        return enter(port, IDL_ON);
+    }
     enter(port, IDL_SUPERVISED);
     KVD_TRACE(TRACE_TUREF, TRACE_INFO, "%s is SUPERVISED", PORT[port].name);
     startTimer(port, HO);

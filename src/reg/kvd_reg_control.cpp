@@ -76,6 +76,8 @@ void startOnGpsOsl()
 void startOnIdl1()
 {
     KvdLoz6TuReg_setRegState(FREQDRIFTING);
+    // A loop that a change of role began during the warm-up changes no state here, and told its own before.
+    if (KvdLoz6TuReg_slavePllState() == SLAVE_PLL_Unlocked) KvdLoz6TuIifAdm_reportRegState(FREQDRIFTING);
     KvdLoz6TuReg_slavePll_init(SLAVE_PLL_Unlocked);
     if (s->var.bbClockEnabled != 0) return;
     tuHwIf_enableBbClk(1);

@@ -57,12 +57,18 @@ void phaseJump(u32 z_i, double z)
     KvdLoz6TuReg_reportPhaseJump(z_i, z);
 }
 
-void timeJump(u32 z_i)
+double unreliableAbove(u32 z_i, double S) { return UNRELIABLE * (S + estimator::baseVariance(z_i)); }
+
+/// The next measurement begins a time scale at 0. An estimate that is farther from that than a measurement may be,
+/// as after minutes without one, would refuse all of them.
+void timeJump(u32 z_i, double S)
 {
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "phase jump on %s reference. Set t_mod = 0.",
               KvdLoz6TuReg_measurementText(z_i));
     s->var.degrd = 0;
     KvdLoz6TuReg_setMod(0.0);
+    const double x0 = s->estimatePar.x_pred[0];
+    if (x0 * x0 > unreliableAbove(z_i, S)) estimator::resetTimeRow(s->estimatePar.P_pred);
 }
 
 void trackResidualSign(double resid)
@@ -76,17 +82,17 @@ void trackResidualSign(double resid)
 
 /// One more unreliable measurement of a reference that isn't degraded yet. True when it is used all
 /// the same.
-bool useOutlier(u32 z_i, double resid)
+bool useOutlier(u32 z_i, const estimator::Residual& r)
 {
     EstimateStateVar& v = s->var;
     const estimator::OutlierRule rule = estimator::outlierRule(z_i);
     ++v.degrd;
-    if (rule.outlierClass == estimator::OutlierClass::Sign) trackResidualSign(resid);
+    if (rule.outlierClass == estimator::OutlierClass::Sign) trackResidualSign(r.resid);
     if (v.degrd <= rule.limit) return false;
 
     switch (rule.outlierClass) {
-    case estimator::OutlierClass::Reset: phaseJump(z_i, resid); return false;
-    case estimator::OutlierClass::TMod:  timeJump(z_i);  return false;
+    case estimator::OutlierClass::Reset: phaseJump(z_i, r.resid); return false;
+    case estimator::OutlierClass::TMod:  timeJump(z_i, r.S);      return false;
     case estimator::OutlierClass::Degrade:
     case estimator::OutlierClass::Sign:  break;
     }
@@ -117,7 +123,7 @@ bool measReliability(u32 z_i, const estimator::Residual& r)
         v.prevRef = z_i;
     }
     const double residSquared = r.resid * r.resid;
-    const double limit = UNRELIABLE * (r.S + estimator::baseVariance(z_i));
+    const double limit = unreliableAbove(z_i, r.S);
     if (residSquared > limit) {
         if (v.degrState == KVD_TUIIF_REF_DEGRADED) {
             KVD_TRACE(TRACE_TUREG, TRACE_3,
@@ -125,7 +131,7 @@ bool measReliability(u32 z_i, const estimator::Residual& r)
                       residSquared, limit);
             return false;
         }
-        return useOutlier(z_i, r.resid);
+        return useOutlier(z_i, r);
     }
     KVD_TRACE(TRACE_TUREG, TRACE_3, "meas:      RELIABLE!");
     v.degrd = 0;
@@ -135,9 +141,11 @@ bool measReliability(u32 z_i, const estimator::Residual& r)
     return true;
 }
 
-/// The divider belongs to the loops while they follow their reference or hold its frequency.
+/// The divider belongs to the loops while they follow their reference or hold its frequency, a slave's even when
+/// its link is deselected: the filter's own divider is that of its start then.
 int kalmanSteers()
 {
+    if (KvdLoz6TuReg_isMaster() == 0 && KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized) return 0;
     const u32 selected = KvdLoz6TuReg_selectedRef();
     const u32 previous = KvdLoz6TuReg_prevSelectedRef();
     const bool onLoop = selected == TU_SR_GPSOSL_REF || selected == TU_SR_SOCPRI_REF

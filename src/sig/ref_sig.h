@@ -16,6 +16,8 @@ constexpr SIGSELECT KVD_TUREF_SLAVE_HOLDOVER_TIMEOUT_IND   = 0x9C628;   // timer
 constexpr SIGSELECT KVD_TUREF_IDL2_SYNC_DATA_TIMEOUT_IND   = 0x9C629;   // timer, no data
 constexpr SIGSELECT KVD_TUREFMON_PROC_TOGGLE_STATUS_IND    = 0x9C630;   // from the monitor, data
 constexpr SIGSELECT KVD_TUREFMON_CHECK_TD_IND              = 0x9C631;   // from the monitor, no data
+constexpr SIGSELECT KVD_TUPHYADM_ANSWER_TMO                = 0x9C632;   // timer, no data
+constexpr SIGSELECT KVD_TUIPSYNCTSIADM_ANSWER_TMO          = 0x9C633;   // timer, no data
 
 struct KvdTurefTimeoutInd {
     SIGSELECT sigNo;
