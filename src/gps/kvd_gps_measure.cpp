@@ -5,6 +5,7 @@
 #include "gps/kvd_gps_int.h"
 #include "node/trace.h"
 #include "reg/kvd_reg.h"
+#include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_measure.h"
 #include "unit/kvd_ref_table.h"
 
@@ -111,8 +112,9 @@ void KvdLoz6TuGps_handleInt()
 {
     takeReceiversReference();
     gps::Observation o;
-    if (gps::observe(KvdLoz6TuGps_time, setReceiverNoise, o))
-        KvdLoz6TuReg_measUpdate(o.z_i, o.z, o.t_s, o.phase);
+    if (!gps::observe(KvdLoz6TuGps_time, setReceiverNoise, o)) return;
+    KvdLoz6TuReg_setSourceTime(KvdLoz6TuGps_receiver().timeKept == 0);
+    KvdLoz6TuReg_measUpdate(o.z_i, o.z, o.t_s, o.phase);
 }
 
 void gps::setCompensationDelay(u16 delay_ns)

@@ -205,7 +205,7 @@ int tuHwIf_readGpsOutTime(double& period, double& time)
     const GpsOutReading reading = extendGpsOutTime(c, sources, data);
     if (reading.missedWrap) KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Adding missing mfn offset");
     if (reading.adjusted)
-        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,
+        KVD_TRACE(TRACE_TUHWIF, TRACE_3,          // each second of a locked output, as the reset below
                   "GpsOutTime adjusted gpsOutData.mfnOffset=%u, since pDUW t_c=%s",
                   reading.reported_mfnOffset,
                   TuCommon_text(sources.isMaster ? sources.t_c : sources.outTime));
@@ -217,6 +217,6 @@ int tuHwIf_readGpsOutTime(double& period, double& time)
 
 void tuHwIf_resetGpsOutMsiMem()
 {
-    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Resetting mfn and mfnOffset to 0!");
+    KVD_TRACE(TRACE_TUHWIF, TRACE_3, "Resetting mfn and mfnOffset to 0!");
     storeGpsOutData({});
 }

@@ -1,4 +1,5 @@
 // kvd_hwif_print.cpp - "tuhwif related data": what the hardware interface holds and reads now.
+#include "hw/hali.h"
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_priv.h"
 
@@ -67,17 +68,19 @@ void printOscillator()
     char serial[18] = "";
     u8 version = 0;
     u8 manufacturer = 0;
-    const int result = tuHwIf_readOcxoSerial(serial, version, manufacturer);
+    const int result = HALI_readOcxoSerial(serial, version, manufacturer);
+    OcxoParams params{};
+    HALI_getOcxoParams(params);
     shellPrintf("OCXO serial number          : %s (result %d)\n", serial, result);
     shellPrintf("OCXO EEPROM version, maker  : %u, %u\n", version, manufacturer);
     shellPrintf("OCXO part number            : %s\n", heldPartNumber());
-    shellPrintf("OcxoNominalFreq             : %-16.17g\n", tuHwIf_readOcxoCoeff(0));
-    shellPrintf("OcxoCoeffA0                 : %-16.17g\n", tuHwIf_readOcxoCoeff(1));
-    shellPrintf("OcxoCoeffA1                 : %-16.17g\n", tuHwIf_readOcxoCoeff(2));
-    shellPrintf("OcxoCoeffA2                 : %-16.17g\n", tuHwIf_readOcxoCoeff(3));
-    shellPrintf("OcxoCoeffA3                 : %-16.17g\n", tuHwIf_readOcxoCoeff(4));
-    shellPrintf("OcxoMinTemp                 : %-16.17g\n", tuHwIf_readOcxoCoeff(7));
-    shellPrintf("OcxoMaxTemp                 : %-16.17g\n", tuHwIf_readOcxoCoeff(8));
+    shellPrintf("OcxoNominalFreq             : %-16.17g\n", params.nominalFrequency);
+    shellPrintf("OcxoCoeffA0                 : %-16.17g\n", params.a0);
+    shellPrintf("OcxoCoeffA1                 : %-16.17g\n", params.a1);
+    shellPrintf("OcxoCoeffA2                 : %-16.17g\n", params.a2);
+    shellPrintf("OcxoCoeffA3                 : %-16.17g\n", params.a3);
+    shellPrintf("OcxoMinTemp                 : %-16.17g\n", params.tempMin);
+    shellPrintf("OcxoMaxTemp                 : %-16.17g\n", params.tempMax);
     double volts = 0;
     const int tempResult = tuHwIf_readOcxoTemp(volts);
     shellPrintf("OCXO temperature            : %-16.17g V (result %d)\n", volts, tempResult);

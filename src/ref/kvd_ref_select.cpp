@@ -236,9 +236,10 @@ int selectTuRef(Ids ids)
 
 int selectPdhSdh(Ids ids)
 {
-    moveBlockOn(PDH_SDH_REF);
-    const u32 line = KvdLoz6TuPhyAdm_lineOfFroId(ids.froId);
-    if (line >= REF_ROWS) {
+    const u32 line = KvdLoz6TuPhyAdm_lineOfFroId(ids.froId);    // 0 when no port has the froId
+    const bool isKnown = KvdLoz6TuPhyAdm_knowsFroId(ids.froId);
+    if (isKnown) moveBlockOn(PDH_SDH_REF);
+    if (!isKnown || line >= REF_ROWS) {
         KVD_TRACE(TRACE_TUREF, TRACE_ERROR,
                   "port line number out of range =%d. selectSynchRef ignored",
                   static_cast<int>(line));

@@ -25,6 +25,7 @@ namespace {
 ose::ModuleData<control::State> s;
 
 constexpr double OFFSET_GONE = 5e-7;   // s: below it the local scale counts as the reference's
+constexpr u8 WITHOUT_TIME_MAX = 5;     // pulses: a receiver that aligns its own names no time for so long
 constexpr double FIX_FREQUENCY_REACHED = 1.5e-8;
 
 bool isMaster() { return KvdLoz6TuReg_isMaster() != 0; }
@@ -97,7 +98,7 @@ void KvdLoz6TuReg_calc_t_ix(double x0, double P00)
             {t_acc, v.t_lim_low, v.t_lim_high, v.t_ix, KvdLoz6TuReg_knowsTime()})) {
         v.t_ix = 2;
         const TimePair delta0 = KvdLoz6TuReg_getOffset();
-        if (std::fabs(delta0.c + delta0.f) < OFFSET_GONE) {
+        if (std::fabs(delta0.c + delta0.f) < OFFSET_GONE && KvdLoz6TuReg_sourceTime()) {
             // Clearing an offset that is clear would mark a phase jump at every step.
             if (delta0.c != 0.0 || delta0.f != 0.0) KvdLoz6TuReg_setOffset(0.0, 0.0);
             v.t_ix = 3;
@@ -312,6 +313,13 @@ void KvdLoz6TuReg_forceRegState(u8 regState) { control::storeRegState(regState);
 u8     KvdLoz6TuReg_regState() { return s->var.regState; }
 u8     KvdLoz6TuReg_f_ix() { return s->var.f_ix; }
 u8     KvdLoz6TuReg_t_ix() { return s->var.t_ix; }
+
+void KvdLoz6TuReg_setSourceTime(bool counts)
+{
+    if (counts)                                    s->withoutTime = 0;
+    else if (s->withoutTime <= WITHOUT_TIME_MAX) ++s->withoutTime;
+}
+bool KvdLoz6TuReg_sourceTime() { return s->withoutTime <= WITHOUT_TIME_MAX; }
 double KvdLoz6TuReg_f_lim_high() { return s->var.f_lim_high; }
 double KvdLoz6TuReg_Div() { return s->var.U[1]; }
 

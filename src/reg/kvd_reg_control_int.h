@@ -22,6 +22,7 @@ struct State {
     ControlStateVar var{};
     Transition transitions[TRANSITIONS_MAX] = {};   // oldest first
     u32 transitionCount = 0;
+    u8  withoutTime = 0;                            // pulses in a row
 };
 State& state();
 

@@ -137,7 +137,8 @@ bool measReliability(u32 z_i, const estimator::Residual& r)
     v.degrd = 0;
     v.residualSignConstant = 1;
     v.residualSign = 2;
-    KvdLoz6TuReg_setDegrState(KVD_TUIIF_REF_OK);
+    // Packets whose delays vary degrade their reference behind each measurement: not told good in between.
+    if (!KvdLoz6TuReg_pdvIsHigh()) KvdLoz6TuReg_setDegrState(KVD_TUIIF_REF_OK);
     return true;
 }
 

@@ -11,6 +11,7 @@
 #include "ose/module_data.h"
 #include "ose/ose.h"
 #include "reg/kvd_reg.h"
+#include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_packet.h"
@@ -211,7 +212,7 @@ namespace {
 bool hasTime()
 {
     if (KvdLoz6TuReg_selectedRef() == TU_SR_GPSOSL_REF && !KvdLoz6TuReg_pll_sourceTime()) return false;
-    return KvdLoz6TuReg_knowsTime();
+    return KvdLoz6TuReg_knowsTime() && KvdLoz6TuReg_sourceTime();
 }
 
 }  // namespace

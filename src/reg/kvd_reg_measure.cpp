@@ -238,6 +238,7 @@ void KvdLoz6TuReg_handleConfigRefType(u32 refType, u32 froId)
         REG_UPCALLS.useTimeOfDayAtOnce();
     }
     if (refType == TU_SR_NO_REF) v.calibrationCountDown = 0.0;
+    else if (refType != TU_SR_GPS_REF && refType != TU_GPS_OUT_REF) KvdLoz6TuReg_setSourceTime(true);
 
     const u8 f_ix = KvdLoz6TuReg_f_ix();
     if ((f_ix == 2 || f_ix == 3) && previous != TU_SR_GPSOSL_REF) {

@@ -88,6 +88,8 @@ void judgePdv(double deviation, double limit)
     packet::needs().setRefState(GOOD);
 }
 
+bool isPacketFrequency(u32 z_i) { return z_i == Z_NTP_REF || z_i == Z_PKT_FREQ_REF; }
+
 double* thresholdOf(u32 type)
 {
     switch (type) {
@@ -146,7 +148,7 @@ void packet::estimate(const MeasRefData& data)
 void KvdLoz6TuReg_handlePktFreqMsg(const double (&T)[8])
 {
     const u32 z_i = KvdLoz6TuReg_measurementIndex(KvdLoz6TuReg_selectedRef());
-    if (z_i != Z_NTP_REF && z_i != Z_PKT_FREQ_REF) {
+    if (!isPacketFrequency(z_i)) {
         KVD_TRACE(TRACE_TUREG, TRACE_3, "Measurement discarded: No reference selected.");
         return;
     }
@@ -186,6 +188,12 @@ void KvdLoz6TuReg_handlePktFreqMsg(const double (&T)[8])
     judgePdv(deviation, state().pdvThreshold[type] / GAUSS_999);
     constexpr u32 INTERVAL = 720, WINDOW = 150;
     KvdLoz6TuReg_frequencySupervision(INTERVAL, WINDOW, TimePair{seconds, fraction});
+}
+
+bool KvdLoz6TuReg_pdvIsHigh()
+{
+    return isPacketFrequency(KvdLoz6TuReg_measurementIndex(KvdLoz6TuReg_selectedRef())) &&
+           state().highPdvCounter > packet::HIGH_PDV_SAMPLES + 1;
 }
 
 // ---- thresholds ---------------------------------------------------------------------------------

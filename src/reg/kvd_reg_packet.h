@@ -60,6 +60,8 @@ void KvdLoz6TuReg_frequencySupervision(u32 interval, u32 window, double phase);
 void KvdLoz6TuReg_frequencySupervision(u32 interval, u32 window, TimePair phase);
 /// The next frequency value spans a step of local time.
 void KvdLoz6TuReg_supervisionPhaseJump();
+/// The selected frequency reference is degraded by the variation of its packets' delays.
+bool KvdLoz6TuReg_pdvIsHigh();
 /// A step of a reference's phase, s.
 void KvdLoz6TuReg_reportPhaseJump(u32 z_i, double phase);
 /// Record and timers of the packet references; part of the "tureg" section of kvdinfo.

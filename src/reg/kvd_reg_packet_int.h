@@ -201,6 +201,8 @@ struct TimeFilter {
     TimePair prevZ21{0, 0}, prevZ43{0, 0};
     u8 jumpCount21 = 0, jumpCount43 = 0;
     double stdDev21 = 0, stdDev43 = 0;
+    bool isUnreliable = false;           // at the last packet
+    bool isUnreliableTold = false;       // for a minute, since the last packet that wasn't
     PktTimeMsg syncPacket{}, delayPacket{};
     u8 lastRegState = 9;                 // none yet
     i32 secOffset = 0;

@@ -122,14 +122,18 @@ void judgeHighPdv(const Packet& p, double dl, double ul)
     }
 }
 
-/// Few packets under some variation: what the clock tells may not be relied on.
-void judgeReliability(const Packet& p, double dl, double ul)
+/// Few packets under some variation: what the clock tells may not be relied on. The timer begins anew for as long
+/// as that lasts, each minute; that is told once.
+void judgeReliability(packet::TimeFilter& f, const Packet& p, double dl, double ul)
 {
     constexpr double LIMIT_s = 3.5e-07;
     constexpr u16 RATE_MAX = 63;
-    if ((dl > LIMIT_s || ul > LIMIT_s) && p.rate <= RATE_MAX) {
+    const bool wasUnreliable = f.isUnreliable;
+    f.isUnreliable = (dl > LIMIT_s || ul > LIMIT_s) && p.rate <= RATE_MAX;
+    if (!f.isUnreliable) f.isUnreliableTold = false;
+    if (f.isUnreliable) {
         if (packet::startPdvTimer(packet::NOT_RELIABLE_TIMER))
-            KVD_TRACE(TRACE_PTPTIME_REF, TRACE_INFO,
+            KVD_TRACE(TRACE_PTPTIME_REF, wasUnreliable ? TRACE_3 : TRACE_INFO,
                       "Not Reliable criteria for 1588J3 profile entered: rate = %hu, "
                       "pdv( z21_netw ) = %+.9f, pdv( z43_netw ) = %+.9f",
                       p.rate, dl, ul);
@@ -173,7 +177,7 @@ void lockedPath(packet::TimeFilter& f, const Packet& p)
         packet::historyEntry(packet::HISTORY_TIME, dl > HIGH_s || ul > HIGH_s, dl, ul);
     if (!bothTaken) return;
     judgeHighPdv(p, dl, ul);
-    if (p.profileNo == packet::IEEE_1588_J3_PROFILE) judgeReliability(p, dl, ul);
+    if (p.profileNo == packet::IEEE_1588_J3_PROFILE) judgeReliability(f, p, dl, ul);
 }
 
 void unlockedPath(packet::TimeFilter& f, const Packet& p)

@@ -12,6 +12,7 @@
 #include "sig/tuiif_sig.h"
 
 #include <iterator>
+#include <utility>
 
 using packet::state;
 
@@ -34,7 +35,9 @@ u32 timerOf(SIGSELECT sigNo)
 
 void onExpiry(u32 which)
 {
-    KVD_TRACE(TRACE_PTPTIME_REF, TRACE_INFO, "PTP time sync ref %s PDV timer timeout",
+    const bool isRepeated =
+        which == packet::NOT_RELIABLE_TIMER && std::exchange(state().filter.isUnreliableTold, true);
+    KVD_TRACE(TRACE_PTPTIME_REF, isRepeated ? TRACE_3 : TRACE_INFO, "PTP time sync ref %s PDV timer timeout",
               ROWS[which].name);
     if (which != packet::NOT_RELIABLE_TIMER) return packet::needs().setRefState(KVD_TUIIF_REF_DEGRADED);
     constexpr u32 NOT_RELIABLE = 0x20, OF_ACTIVE_REFERENCE = 1;

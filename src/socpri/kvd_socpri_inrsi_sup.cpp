@@ -22,8 +22,9 @@ void conclude(Client& c, u8 port)
     tuAssert(port < PORTS);
     Supervision& sup = c.supervision[port];
     const u32 syncStatus = sup.validCount > GOOD_ABOVE ? OK_TIME_LOCKED : PHASE_MEAS_PROBLEM;
-    KVD_TRACE(TRACE_INRSI, TRACE_INFO, "Supervised port: %u concluded syncStatus=%d, with validCount=%u ",
-              port, static_cast<int>(syncStatus), sup.validCount);
+    KVD_TRACE(TRACE_INRSI, syncStatus == OK_TIME_LOCKED ? TRACE_3 : TRACE_INFO,   // each minute
+              "Supervised port: %u concluded syncStatus=%d, with validCount=%u ", port,
+              static_cast<int>(syncStatus), sup.validCount);
     sendSupervisionStatus(port, syncStatus);
     superviseIfLinked(c, port);
 }

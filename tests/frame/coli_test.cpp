@@ -1,4 +1,8 @@
 // The operator's commands: arguments, result codes, effects.
+#include "hw/kvd_hwif.h"
+#include "sig/tuiif_sig.h"
+#include "refs/kvd_ext.h"
+#include "reg/kvd_reg_measure.h"
 #include "sim/board/board.h"
 #include "tests/support/unit_bench.h"
 
@@ -190,6 +194,25 @@ TEST(ClientCommands, KeepTheirRulesOfUse)
                    {"kvdwritehist", 20, "usage: kvdwritehist [flash | msi]\n"},
                    {"kvdwritehist disk", 0, ""},              // a reference is selected since eth_b
                    {"kvdwritehist msi", 0, "Forced writing of historical data to msi"}});
+}
+
+TEST(ClientCommands, ActOnWhatTheyName)
+{
+    Operator op;
+    const auto ask = [&](auto what) { return op.node.inProgram(what); };
+    op.node.mainProcessor().clearLog();
+    for (const char* line : {"kvdconfigtimeacc enable", "kvdconfigtimeacc set 1000", "kvdsetfastlock 2",
+                             "kvdsetcallimit 60", "kvdselectregref eth_b", "freerunning"})
+        EXPECT_EQ(op.type(line), 0) << line;
+    op.run(0.1);
+    const auto told = op.node.mainProcessor().all(KVD_TUIIF_TIME_ACCURACY_CHANGE_IND);
+    ASSERT_EQ(told.size(), 1u);
+    EXPECT_EQ(told[0].as<KvdTuiifTimeAccuracyChangeInd>()->timeAccuracy, 1000u);
+    EXPECT_EQ(ask([] { return std::pair{KvdLoz6TuExt_useFastLock(), KvdLoz6TuExt_R_fastLock()}; }),
+              (std::pair{1u, 1e-14}));
+    EXPECT_EQ(ask(tuHwIf_calibrationLimit), 60u);
+    EXPECT_EQ(ask(KvdLoz6TuReg_selectedRef), u32{TU_ETH_REF});
+    EXPECT_TRUE(op.traced("Setting P_est to achieve frequency drifting"));
 }
 
 }  // namespace

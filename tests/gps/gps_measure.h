@@ -14,10 +14,10 @@ struct GpsMeasure : regtest::MeasureBench {
     double edgeTime = 200.0;
     double gpsTime = 1'357'776'000.0;      // 2245 weeks
 
-    GpsMeasure()
+    explicit GpsMeasure(u32 ref = TU_SR_GPS_REF, bool isStarted = true)
     {
-        settle();
-        select(TU_SR_GPS_REF);
+        if (isStarted) settle();
+        select(ref);
         gpsState(GPS_OPERATIONAL_WITH_VALID_TIME);
     }
     void gpsState(u32 state)

@@ -3,6 +3,7 @@
 #include "gps/kvd_gps_serial.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_int.h"
+#include "node/trace.h"
 #include "tests/support/idle_node.h"
 #include "tests/support/vectors.h"
 
@@ -11,82 +12,94 @@
 namespace {
 
 using gpsout::state;
-using vectors::json;
 using vectors::Value;
 
-void checkEvent(const json& in, const json& out)
+/// A condition of the file that isn't one is null.
+bool isSet(const Value& in, const char* key, int otherwise)
+{
+    if (!in.contains(key)) return otherwise != 0;
+    return !in[key].is_null() && in[key] != 0;
+}
+
+void checkEvent(const Value& in, const Value& out)
 {
     state() = {};
-    state().gpsOutState = in.at("state");
-    state().gpsTimeLocked = in.at("state") == 5 ? 1 : 0;
-    regulator::state().masterSlaveMode = in.value("master", 1) != 0 ? 1 : 0;
-    const bool isOn = in.value("output_may_be_on", 1) != 0;
-    state().master.selectedRef = isOn ? 6 : 14;
-    const bool isUsable = in.contains("time_usable") && in.at("time_usable") == 1;
-    const bool isKnown = in.contains("offset_known") && in.at("offset_known") == 1;
+    state().gpsOutState = in["state"];
+    state().gpsTimeLocked = in["state"] == 5 ? 1 : 0;
+    regulator::state().masterSlaveMode = isSet(in, "master", 1) ? 1 : 0;
+    state().master.selectedRef = isSet(in, "output_may_be_on", 1) ? 6 : 14;
+    const bool isUsable = isSet(in, "time_usable", 0), isKnown = isSet(in, "offset_known", 0);
     KvdLoz6TuReg_forceRegState(isKnown ? TRUETIME : isUsable ? FREQLOCKED : FREQDRIFTING);
     state().master.regState = isUsable ? FREQLOCKED : FREQDRIFTING;
-    gpsout::changeState(in.at("event"));
-    EXPECT_EQ(state().gpsOutState, out.at("state").get<u32>());
+    gpsout::changeState(in["event"]);
+    EXPECT_EQ(state().gpsOutState, out["state"].get<u32>());
     if (out.contains("gpsTimeLocked")) {
-        EXPECT_EQ(state().gpsTimeLocked, out.at("gpsTimeLocked").get<u32>());
+        EXPECT_EQ(state().gpsTimeLocked, out["gpsTimeLocked"].get<u32>());
     }
     if (out.contains("pp1sAligned")) {
-        EXPECT_EQ(state().pp1sAligned, out.at("pp1sAligned").get<u32>());
+        EXPECT_EQ(state().pp1sAligned, out["pp1sAligned"].get<u32>());
+    }
+    if (out.contains("graceTimer")) {
+        EXPECT_EQ(state().graceTimer.runs() ? 1u : 0u, out["graceTimer"].get<u32>());
+    }
+    if (out.contains("dropped_set")) {
+        EXPECT_EQ(state().dropped, out["dropped_set"].get<u32>());
     }
 }
 
-void checkRegulatorChange(const json& in, const json& out)
+void checkRegulatorChange(const Value& in, const Value& out)
 {
     state() = {};
-    state().gpsOutState = in.at("state");
-    state().gpsTimeLocked = in.at("state") == 5 ? 1 : 0;
-    regulator::state().masterSlaveMode = 1;
+    state().gpsOutState = in["state"];
+    state().gpsTimeLocked = in["state"] == 5 ? 1 : 0;
+    regulator::state().masterSlaveMode = isSet(in, "master", 1) ? 1 : 0;
     // Whether the time is usable is read off the regulator's state: one that is locked always is.
-    KvdLoz6TuReg_forceRegState(in.at("time_usable") == 1 ? in.at("regState").get<u8>() : u8{FREQDRIFTING});
+    KvdLoz6TuReg_forceRegState(in["time_usable"] == 1 ? in["regState"].get<u8>() : u8{FREQDRIFTING});
     KvdLoz6GpsOut_regStateChanged();
+    in["regState"].read();
     // The state that the event leads to, where it is allowed.
-    EXPECT_EQ(state().gpsOutState, (out.at("event").is_null() ? in.at("state") : out.at("event")).get<u32>());
+    EXPECT_EQ(state().gpsOutState, (out["event"].is_null() ? in["state"] : out["event"]).get<u32>());
 }
 
-void checkSentences(const Value& view)
+void expectSentence(const Value& out, const std::string& got)
 {
-    const json& v = view.read();
-    const std::string kind = v.at("kind");
-    const json &in = v.at("in"), &out = v.at("out");
-    const auto sentence = [&] {
-        return out.at("sentence").is_null() ? std::string() : out.at("sentence").get<std::string>();
-    };
-    if (kind == "gpppr") {
-        constexpr u32 STATE_OF_STATUS[] = {6, 4, 3, 3};
-        EXPECT_EQ(gpsout::gppprSentence(in.at("tow"), in.at("week"), STATE_OF_STATUS[in.at("status").get<u32>()]),
-                  sentence());
-    } else if (kind == "gpout") {
-        EXPECT_EQ(gpsout::gpoutSentence(in.at("radioClockState"), in.at("jump") != 0, in.at("gnssTime"),
-                                        in.at("slave") != 0),
-                  sentence());
-    } else if (kind == "gnssTimePresent") {
-        EXPECT_EQ(gpsout::gnssTimePresent(in.at("storedSelectedRef"), in.at("master") != 0,
-                                          in.at("clientViewSelectedRef")),
-                  out.at("value").get<u8>());
-    } else if (kind == "pprStatus") {
-        EXPECT_EQ(gpsout::gppprStatus(in.at("gpsOutState")), out.at("status").get<u8>());
-    } else if (kind == "towWeek") {
-        gpsout::setTime(in.at("gpsTime").get<double>());
-        EXPECT_EQ(state().gpsTimeWeek, out.at("week").get<u32>());
-        EXPECT_EQ(state().gpsTimeTOW, out.at("tow").get<u32>());
-    } else if (kind == "classTest") {
-        EXPECT_EQ(gpsout::classTest(in.at("regState"), in.at("rcState")) ? 1 : 0, out.at("true").get<int>());
-    } else if (kind == "event") {
-        checkEvent(in, out);
-    } else if (kind == "regulatorChange") {
-        checkRegulatorChange(in, out);
-    } else throw std::runtime_error("no replay of \"" + kind + "\"");
+    EXPECT_EQ(out["sentence"].is_null() ? std::string() : out["sentence"].get<std::string>(), got);
 }
 
-void checkPllChange(const Value& v)
+void gpppr(const Value& in, const Value& out)
 {
-    const Value in = v["in"];
+    constexpr u32 STATE_OF_STATUS[] = {6, 4, 3, 3};
+    const u32 gpsOutState = STATE_OF_STATUS[in["status"].get<u32>()];
+    expectSentence(out, gpsout::gppprSentence(in["tow"], in["week"], gpsOutState));
+}
+void gpout(const Value& in, const Value& out)
+{
+    expectSentence(out, gpsout::gpoutSentence(in["radioClockState"], in["jump"] != 0, in["gnssTime"],
+                                              in["slave"] != 0));
+    out["value"].read();                                              // stands in the sentence
+}
+void gnssTimePresent(const Value& in, const Value& out)
+{
+    const u8 shown = in["clientViewSelectedRef"];
+    EXPECT_EQ(gpsout::gnssTimePresent(in["storedSelectedRef"], in["master"] != 0, shown), out["value"].get<u8>());
+}
+void pprStatus(const Value& in, const Value& out)
+{
+    EXPECT_EQ(gpsout::gppprStatus(in["gpsOutState"]), out["status"].get<u8>());
+}
+void towWeek(const Value& in, const Value& out)
+{
+    gpsout::setTime(in["gpsTime"].get<double>());
+    EXPECT_EQ(state().gpsTimeWeek, out["week"].get<u32>());
+    EXPECT_EQ(state().gpsTimeTOW, out["tow"].get<u32>());
+}
+void classTest(const Value& in, const Value& out)
+{
+    EXPECT_EQ(gpsout::classTest(in["regState"], in["rcState"]) ? 1 : 0, out["true"].get<int>());
+}
+
+void checkPllChange(const Value& in, const Value& out)
+{
     const u8 regState = in["storedRegState"].get<u8>();
     state() = {};
     state().gpsOutState = in["state"].get<u32>();
@@ -98,7 +111,7 @@ void checkPllChange(const Value& v)
         state().master.rcState = static_cast<u8>(rcState);
     KvdLoz6GpsOut_pllStateChanged(in["pllState"].get<u32>());
     // The state that the event leads to.
-    EXPECT_EQ(state().gpsOutState, v["out"]["event"].get<u32>());
+    EXPECT_EQ(state().gpsOutState, (out["event"].is_null() ? in["state"] : out["event"]).get<u32>());
 }
 
 void checkFrame(const Value& v)
@@ -107,7 +120,6 @@ void checkFrame(const Value& v)
     const std::string kind = in["kind"].get<std::string>();
     if (kind != "time info" && kind != "time state") throw std::runtime_error("no replay of the frame \"" + kind + "\"");
     const bool isInfo = kind == "time info";
-    in.read();
     const auto frame = isInfo ? gpsout::cmccTimeFrame(in["tow"].get<u32>(), in["week"].get<u32>(),
                                                       in["radioClockState"].get<u8>())
                               : gpsout::cmccStateFrame();
@@ -125,10 +137,12 @@ void checkWriter(const Value& v)
 {
     IdleNode b;
     std::string written;
+    std::vector<std::string> traces;
     b.node.serial().onHeard([&](const std::vector<u8>& bytes) { written.append(bytes.begin(), bytes.end()); });
     std::string wanted;
     b.in([&] {
         ASSERT_EQ(KvdLoz6TuGps_openSerial(GPS_LINE_OUTPUT), 0);
+        node::traceSetProgramMask(0xFFFFFFFF);
         state().gpsOutState = gpsout::OUT_NOTHING_LOCKED;
         for (u32 i = 0; i < v["in"]["ops"].size(); ++i) {
             const std::string op = v["in"]["ops"][i].get<std::string>();
@@ -140,33 +154,44 @@ void checkWriter(const Value& v)
             EXPECT_EQ(state().counters.numberOfNmeaMsgs, after["numberOfNmeaMsgs"].get<u32>()) << i;
             EXPECT_EQ(state().counters.numberOfBytesSent, after["numberOfBytesSent"].get<u32>()) << i;
             for (const Value text : after["written"]) wanted += text.get<std::string>();
-            after.read();
+            EXPECT_EQ(state().simIntTmoRef.runs() ? 1u : 0u, after["timer"].get<u32>()) << i;
+            for (const Value text : after["traces"]) traces.push_back(text.get<std::string>());
         }
     });
     b.world.runFor(ose::SEC);
     EXPECT_EQ(written, wanted);
+    for (const std::string& text : traces)                            // a trace holds so much of a long one
+        EXPECT_TRUE(b.node.traces().has(text.substr(0, 60))) << text;
 }
 
 /// A row that runs with the output's line open.
-std::function<void(const Value&)> inOutput(void (*check)(const Value&))
+std::function<void(const Value&)> inOutput(void (*check)(const Value& in, const Value& out))
 {
     return [check](const Value& v) {
         IdleNode b;
         b.in([&] {
             ASSERT_EQ(KvdLoz6TuGps_openSerial(GPS_LINE_OUTPUT), 0);
-            check(v);
+            node::traceSetProgramMask(0xFFFFFFFF);
+            check(v["in"], v["out"]);
         });
+        for (const char* key : {"trace", "trace_format"}) {           // up to the numbers of a format
+            if (!v["out"].contains(key) || v["out"][key].is_null()) continue;
+            const std::string text = v["out"][key].get<std::string>();
+            const bool isSilent = text.starts_with("GPS OUT STATE") && v["in"]["state"] == v["out"]["state"];
+            EXPECT_NE(b.node.traces().has(text.substr(0, text.find('%'))), isSilent) << text;
+        }
     };
 }
 
 TEST(GpsOutCheckValues, AreMet)
 {
-    const auto sentences = inOutput(checkSentences);
     vectors::Document document("o05_gpsout.json");
     vectors::eachKind(document["vectors"],
-                      {{"gpppr", sentences}, {"gpout", sentences}, {"gnssTimePresent", sentences},
-                       {"pprStatus", sentences}, {"towWeek", sentences}, {"classTest", sentences},
-                       {"event", sentences}, {"regulatorChange", sentences}, {"writer", checkWriter},
+                      {{"gpppr", inOutput(gpppr)}, {"gpout", inOutput(gpout)},
+                       {"pprStatus", inOutput(pprStatus)},
+                       {"gnssTimePresent", inOutput(gnssTimePresent)}, {"towWeek", inOutput(towWeek)},
+                       {"classTest", inOutput(classTest)}, {"event", inOutput(checkEvent)},
+                       {"regulatorChange", inOutput(checkRegulatorChange)}, {"writer", checkWriter},
                        {"pllChange", inOutput(checkPllChange)}});
 }
 

@@ -134,9 +134,14 @@ TEST(Selection, OfALineOutOfRange)
     unit.select(PDH_SDH_REF, LINE_FRO + 1);
     unit.node.phyPorts().remove(3);
     unit.ms(1);
-    unit.select(PDH_SDH_REF, 0xFFFFFFFF);                  // a free row of the port table has it
-    EXPECT_EQ(unit.traces("port line number out of range =65535. selectSynchRef ignored"), 1u);
-    EXPECT_EQ(unit.regulatorRef(), TU_SR_PDH_REF2);
+    for (const u32 froId : {4711u, 0xFFFFFFFFu}) {         // no port has them: not line 0, nor a free row
+        const u32 before = route(unit);
+        unit.select(PDH_SDH_REF, froId);
+        EXPECT_EQ(unit.traces("selectSynchRef ignored"), froId == 4711 ? 1u : 2u);
+        EXPECT_EQ(unit.regulatorRef(), TU_SR_PDH_REF2);
+        EXPECT_EQ(route(unit), before);
+        EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_prevSelRef), NO_REF) << "the block stays";
+    }
 }
 
 TEST(Selection, OfNothingTwiceKeepsTheBlockButTellsTheHardwareAgain)

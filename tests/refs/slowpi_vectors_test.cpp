@@ -82,8 +82,12 @@ void expectVerdict(SlowpiBench& b, const json& verdict, u32 rejectedBefore)
     EXPECT_EQ(b.traces("code=" + std::to_string(verdict["code"].get<u32>()) + ", "), 1u);
 }
 
+/// "initiate_ok" 0, of a step or of all: the service refuses to be initiated.
+u32 initiateResult(const Value& v) { return v.value("initiate_ok", 1) != 0 ? 0 : 1; }
+
 void step(SlowpiBench& b, const Value& s)
 {
+    if (s.contains("initiate_ok")) b.service.initiateResult = initiateResult(s);
     const std::string ev = s["ev"].get<std::string>();
     if (ev == "CFM") b.cfm();
     else if (ev == "SUS") b.sus();
@@ -105,7 +109,7 @@ json verdictOf(const Value& out) { return out.contains("verdict") ? out["verdict
 
 void replaySequence(const Value& v)
 {
-    SlowpiBench b;
+    SlowpiBench b({.initiateResult = initiateResult(v["in"])});
     b.clear();
     const Value steps = v["in"]["steps"];
     for (std::size_t i = 0; i < steps.size(); ++i) {

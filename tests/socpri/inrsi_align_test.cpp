@@ -148,9 +148,9 @@ TEST(InrsiAlignment, AnAnswerAfterItsEndIsNotMissing)
         u.inrsi().answer_ms = 60;
         u.align(1, u.count());
         u.run(19.0);                             // a hundred phases, 160 ms apart, and the step
-        while (u.get([] { return inrsi::master::record().measOngoing; }) != 0) u.run(0.001);
+        u.toMeasurement(false);
         if (!answered) u.inrsi().silentUnits = {UNIT_A};
-        while (u.get([] { return inrsi::master::record().measOngoing; }) == 0) u.run(0.001);
+        u.toMeasurement(true);
         u.otherEndSays(u.count());
         ASSERT_EQ(u.aligned(), 1u);
         u.inrsi().silentUnits.clear();

@@ -121,7 +121,7 @@ TEST(InrsiStrayAnswer, OfAnotherPortsSupervisionLeavesTheFocusAlone)
 
     // While the focus's own request is open, whose link goes before it is answered.
     u.inrsi().silentUnits = {UNIT_A};
-    while (u.get([] { return inrsi::master::record().measOngoing; }) == 0) u.run(0.001);
+    u.toMeasurement(true);
     u.inject(InrsiUnitRej{INRSI_GET_PHASE_DIFF2_REJ, 0, 0, UNIT_C, 3});
     u.inrsi().setStatus(UNIT_A, 0);
     u.run(1.0);
@@ -238,8 +238,8 @@ TEST(InrsiTimeSync, EndsWithASecondAnswerOfALinkThatIsGone)
     SocpriUnit u{MASTER};
     u.synchronise(1);
     u.inrsi().answer_ms = 60;
-    while (u.get([] { return inrsi::master::record().measOngoing; }) != 0) u.run(0.001);
-    while (u.get([] { return inrsi::master::record().measOngoing; }) == 0) u.run(0.001);
+    u.toMeasurement(false);
+    u.toMeasurement(true);
     u.mp().clearLog();
     u.inrsi().setStatus(UNIT_A, 0);
     u.run(0.07);

@@ -110,6 +110,14 @@ struct SocpriUnit : Unit {
         ASSERT_TRUE(get(KvdLoz6TuReg_pllIsLocked));
     }
 
+    /// To the begin or the end of a measurement of the port in focus.
+    void toMeasurement(bool isOngoing)
+    {
+        for (int i = 0; i < 5000; ++i, run(0.001))
+            if ((get([] { return inrsi::master::record().measOngoing; }) != 0) == isOngoing) return;
+        ADD_FAILURE() << "no measurement begins or ends within 5 s";
+    }
+
     // ---- what is seen ---------------------------------------------------------------------------
     struct Count { u32 esfc; u16 mfn; };
     Count count()

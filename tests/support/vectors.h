@@ -4,7 +4,6 @@
 // an exception, a key that isn't there and a key that nobody read are failures that bear the vector's name,
 // and the next vector goes on.
 #pragma once
-#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <zlib.h>
@@ -211,9 +210,6 @@ inline std::string nameOf(const Value& vector, std::size_t index)
     return name.empty() ? "vector " + std::to_string(index) : name;
 }
 
-/// A vector that is wrong, by the name that nameOf gives it.
-struct Wrong { std::string vector; const char* reason; };
-
 /// One result of a vector, which `out` holds: as it stands there, or as an alternative has it when it is open.
 template <typename T>
 void expectOut(const Value& vector, const std::string& key, const T& got)
@@ -249,27 +245,12 @@ inline void runOne(const std::string& name, const Value& vector, const std::func
     }
 }
 
-/// Runs `body` once for each vector of a list, which must not be empty. Those of `wrong` must fail.
-inline void each(const Value& list, const std::function<void(const Value&)>& body,
-                 const std::vector<Wrong>& wrong = {})
+/// Runs `body` once for each vector of a list, which must not be empty.
+inline void each(const Value& list, const std::function<void(const Value&)>& body)
 {
     EXPECT_GT(list.size(), 0u) << "the list is empty";
     std::size_t index = 0;
-    for (const Value vector : list) {
-        const std::string name = nameOf(vector, index++);
-        const auto known = std::find_if(wrong.begin(), wrong.end(), [&](const Wrong& w) { return w.vector == name; });
-        if (known == wrong.end()) {
-            runOne(name, vector, body);
-            continue;
-        }
-        testing::TestPartResultArray failures;
-        {
-            const testing::ScopedFakeTestPartResultReporter reporter(
-                testing::ScopedFakeTestPartResultReporter::INTERCEPT_ALL_THREADS, &failures);
-            runOne(name, vector, body);
-        }
-        EXPECT_GT(failures.size(), 0) << name << " agrees, yet is known as wrong: " << known->reason;
-    }
+    for (const Value vector : list) runOne(nameOf(vector, index++), vector, body);
 }
 
 /// The rows of a dispatch by a word of the vector.
@@ -285,21 +266,19 @@ inline void dispatch(const Kinds& kinds, const std::string& word, const Value& v
 
 /// Vectors that bear their kind: the row of a kind takes them one by one. A kind that another test replays stands
 /// in `elsewhere`; one that nobody knows fails.
-inline void eachKind(const Value& list, const Kinds& kinds, const std::set<std::string>& elsewhere = {},
-                     const std::vector<Wrong>& wrong = {})
+inline void eachKind(const Value& list, const Kinds& kinds, const std::set<std::string>& elsewhere = {})
 {
     each(list, [&](const Value& vector) {
         const std::string kind = vector["kind"].get<std::string>();
         if (elsewhere.contains(kind)) vector.read();
         else dispatch(kinds, kind, vector);
-    }, wrong);
+    });
 }
 
 /// A file of groups: the row of a group takes its vectors one by one, beside the group itself. A group that
 /// another test replays stands in `elsewhere`.
 using Groups = std::map<std::string, std::function<void(const Value& vector, const Value& group)>>;
-inline void eachGroup(const Value& groups, const Groups& rows, const std::set<std::string>& elsewhere = {},
-                      const std::vector<Wrong>& wrong = {})
+inline void eachGroup(const Value& groups, const Groups& rows, const std::set<std::string>& elsewhere = {})
 {
     EXPECT_GT(groups.size(), 0u);
     for (const Value group : groups) {
@@ -311,10 +290,7 @@ inline void eachGroup(const Value& groups, const Groups& rows, const std::set<st
             ADD_FAILURE() << "no replay of the group \"" << name << "\"";
             continue;
         }
-        std::vector<Wrong> own;
-        for (const Wrong& w : wrong)
-            if (w.vector.starts_with(name + " ")) own.push_back({w.vector.substr(name.size() + 1), w.reason});
-        each(group["vectors"], [&](const Value& vector) { found->second(vector, group); }, own);
+        each(group["vectors"], [&](const Value& vector) { found->second(vector, group); });
     }
 }
 
@@ -386,5 +362,3 @@ bool compare(const std::vector<Field<Record>>& fields, const Record& record, con
 
 }  // namespace vectors
 
-/// Declares `document` and loads it.
-#define TU_LOAD_VECTORS(document, name) const vectors::json document = vectors::load(name)
