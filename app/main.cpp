@@ -5,6 +5,7 @@
 #include "app/runner.h"
 #include "app/soak.h"
 #include "app/summary.h"
+#include "app/version.h"
 #include "sim/clock/series.h"
 #include "sim/net/host_port.h"
 #include "sim/scenario/scenario.h"
@@ -158,6 +159,7 @@ int main(int argc, char** argv)
 {
     CLI::App tu{"Timing units of a radio base station in a simulated node."};
     tu.require_subcommand(1);
+    tu.set_version_flag("--version", std::string("tu ") + app::version());
     RunArguments a;
     CLI::App* const runCommand = tu.add_subcommand("run", "Run a scenario and score the clock");
     runCommand->add_option("scenario", a.scenario, "Scenario, a TOML file")->required();
