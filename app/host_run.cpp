@@ -18,7 +18,8 @@ double seconds(ose::Time t) { return static_cast<double>(t) * 1e-12; }
 std::string askForRealTime()
 {
     sched_param first{};
-    first.sched_priority = sched_get_priority_min(SCHED_FIFO);   // before whatever isn't real-time, after the rest
+    first.sched_priority =
+        sched_get_priority_min(SCHED_FIFO); // before whatever isn't real-time, after the rest
     if (sched_setscheduler(0, SCHED_FIFO | SCHED_RESET_ON_FORK, &first) == 0) return {};
     return std::strerror(errno);
 }
@@ -49,8 +50,8 @@ sim::Listening listeningOf(const sim::MpPacketRef& ref)
     return l;
 }
 
-HostReport hostReport(const sim::HostNet& net, const sim::HostClock& clock, const std::string& realTimeRefused,
-                      const sim::HostGps* receiver)
+HostReport hostReport(const sim::HostNet& net, const sim::HostClock& clock,
+                      const std::string& realTimeRefused, const sim::HostGps* receiver)
 {
     HostReport r;
     r.realTimeRefused = realTimeRefused;
@@ -65,8 +66,8 @@ HostReport hostReport(const sim::HostNet& net, const sim::HostClock& clock, cons
         if (!isNew) continue;
         const sim::HeardMasters* const heard = net.heard(port->interface());
         for (const sim::HeardMaster& m : heard->masters())
-            r.masters.push_back({port->interface(), heard->describe(m), heard->isTaken(m), m.announces, m.syncs,
-                                 seconds(m.first), seconds(m.last)});
+            r.masters.push_back({port->interface(), heard->describe(m), heard->isTaken(m), m.announces,
+                                 m.syncs, seconds(m.first), seconds(m.last)});
     }
     return r;
 }
@@ -82,11 +83,17 @@ nlohmann::ordered_json toJson(const HostReport& r)
                         {"over_1ms", l.over1ms}, {"over_10ms", l.over10ms}, {"over_100ms", l.over100ms}};
     json["interfaces"] = nlohmann::ordered_json::array();
     for (const HostReport::Port& p : r.ports)
-        json["interfaces"].push_back(
-            {{"interface", p.interface}, {"host", p.host}, {"received", p.counts.received}, {"sent", p.counts.sent},
-             {"unstamped", p.counts.unstamped}, {"stamps_lost", p.counts.lostStamps}, {"not_sent", p.counts.failed},
-             {"unusable", p.counts.unusable}, {"errors", p.counts.errors}, {"no_datagrams", p.noDatagrams},
-             {"stamps", p.stamps}});
+        json["interfaces"].push_back({{"interface", p.interface},
+                                      {"host", p.host},
+                                      {"received", p.counts.received},
+                                      {"sent", p.counts.sent},
+                                      {"unstamped", p.counts.unstamped},
+                                      {"stamps_lost", p.counts.lostStamps},
+                                      {"not_sent", p.counts.failed},
+                                      {"unusable", p.counts.unusable},
+                                      {"errors", p.counts.errors},
+                                      {"no_datagrams", p.noDatagrams},
+                                      {"stamps", p.stamps}});
     json["masters"] = nlohmann::ordered_json::array();
     for (const HostReport::Master& m : r.masters)
         json["masters"].push_back({{"interface", m.interface}, {"text", m.text}, {"followed", m.taken},
@@ -104,32 +111,40 @@ nlohmann::ordered_json toJson(const HostReport& r)
 void printHost(const HostReport& r, std::FILE* out)
 {
     const sim::Lateness& l = r.lateness;
-    std::fprintf(out, "host           %s; late by %.3f ms in the mean, %.1f ms at most; above 1, 10, 100 ms: %llu, %llu, "
-                      "%llu of %llu times\n",
-                 r.realTimeRefused.empty() ? "SCHED_FIFO" : ("no SCHED_FIFO: " + r.realTimeRefused).c_str(),
-                 l.count > 0 ? l.sum_s / static_cast<double>(l.count) * 1e3 : 0.0, l.max_s * 1e3,
-                 static_cast<unsigned long long>(l.over1ms), static_cast<unsigned long long>(l.over10ms),
-                 static_cast<unsigned long long>(l.over100ms), static_cast<unsigned long long>(l.count));
-    if (r.clockSteps > 0) std::fprintf(out, "host           its time of day was stepped %u times\n", r.clockSteps);
+    std::fprintf(
+        out,
+        "host           %s; late by %.3f ms in the mean, %.1f ms at most; above 1, 10, 100 ms: %llu, %llu, "
+        "%llu of %llu times\n",
+        r.realTimeRefused.empty() ? "SCHED_FIFO" : ("no SCHED_FIFO: " + r.realTimeRefused).c_str(),
+        l.count > 0 ? l.sum_s / static_cast<double>(l.count) * 1e3 : 0.0, l.max_s * 1e3,
+        static_cast<unsigned long long>(l.over1ms), static_cast<unsigned long long>(l.over10ms),
+        static_cast<unsigned long long>(l.over100ms), static_cast<unsigned long long>(l.count));
+    if (r.clockSteps > 0)
+        std::fprintf(out, "host           its time of day was stepped %u times\n", r.clockSteps);
     for (const HostReport::Port& p : r.ports) {
         const sim::HostPort::Counts& c = p.counts;
-        std::fprintf(out, "interface %s of %s: %u received, %u sent, %u without a stamp, %u stamps lost, %u not sent, "
-                          "%u unusable, %u errors\n",
-                     p.interface.c_str(), p.host.c_str(), c.received, c.sent, c.unstamped, c.lostStamps, c.failed,
-                     c.unusable, c.errors);
+        std::fprintf(
+            out,
+            "interface %s of %s: %u received, %u sent, %u without a stamp, %u stamps lost, %u not sent, "
+            "%u unusable, %u errors\n",
+            p.interface.c_str(), p.host.c_str(), c.received, c.sent, c.unstamped, c.lostStamps, c.failed,
+            c.unusable, c.errors);
     }
     if (r.receiver) {
         const sim::HostGps::Counts& c = r.receiver->counts;
         const auto n = [](u64 count) { return static_cast<unsigned long long>(count); };
-        std::fprintf(out, "receiver on %s: %llu sentences in %llu bytes, %llu bytes to it, %llu more than the line's "
-                          "speed allows, %u hang-ups; pulses %s\n",
-                     r.receiver->tty.c_str(), n(c.sentences), n(c.bytes), n(c.sent), n(c.flooded), c.hangups,
-                     r.receiver->pps.empty() ? "at the host's seconds"
-                                             : (std::to_string(c.pulses) + " of " + r.receiver->pps).c_str());
+        std::fprintf(
+            out,
+            "receiver on %s: %llu sentences in %llu bytes, %llu bytes to it, %llu more than the line's "
+            "speed allows, %u hang-ups; pulses %s\n",
+            r.receiver->tty.c_str(), n(c.sentences), n(c.bytes), n(c.sent), n(c.flooded), c.hangups,
+            r.receiver->pps.empty() ? "at the host's seconds"
+                                    : (std::to_string(c.pulses) + " of " + r.receiver->pps).c_str());
     }
     for (const HostReport::Master& m : r.masters)
-        std::fprintf(out, "heard on %s, %s to %s, %s: %s\n", m.interface.c_str(), clockText(m.first_s).c_str(),
-                     clockText(m.last_s).c_str(), m.taken ? "followed" : "not followed", m.text.c_str());
+        std::fprintf(out, "heard on %s, %s to %s, %s: %s\n", m.interface.c_str(),
+                     clockText(m.first_s).c_str(), clockText(m.last_s).c_str(),
+                     m.taken ? "followed" : "not followed", m.text.c_str());
 }
 
 }  // namespace app

@@ -38,8 +38,8 @@ std::string askForRealTime();
 /// What decides whose messages reach a reference.
 sim::Listening listeningOf(const sim::MpPacketRef& ref);
 /// `receiver` may be nullptr.
-HostReport hostReport(const sim::HostNet& net, const sim::HostClock& clock, const std::string& realTimeRefused,
-                      const sim::HostGps* receiver);
+HostReport hostReport(const sim::HostNet& net, const sim::HostClock& clock,
+                      const std::string& realTimeRefused, const sim::HostGps* receiver);
 nlohmann::ordered_json toJson(const HostReport& report);
 void printHost(const HostReport& report, std::FILE* out);
 

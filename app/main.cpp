@@ -49,9 +49,20 @@ int refuse(const std::string& line)
     return BAD_INPUT;
 }
 
+/// A scenario that the installed program brings goes by its name alone: "gps-lock", "lab/g8275-1".
+std::string scenarioFile(const std::string& name)
+{
+    namespace fs = std::filesystem;
+    std::error_code none;
+    if (fs::exists(name, none)) return name;
+    const fs::path own = fs::read_symlink("/proc/self/exe", none).parent_path();
+    const fs::path brought = own.parent_path() / "share/timing-unit/scenarios" / (name + ".toml");
+    return fs::exists(brought, none) ? brought.string() : name;
+}
+
 sim::Scenario prepare(const RunArguments& a)
 {
-    sim::Scenario scenario = sim::readScenario(a.scenario);
+    sim::Scenario scenario = sim::readScenario(scenarioFile(a.scenario));
     if (a.seed) scenario.seed = *a.seed;
     if (!a.oscillator.empty()) sim::replaceOscillator(scenario, a.oscillator);
     if (!a.referenceNoise.empty()) sim::replaceReferenceNoise(scenario, a.referenceNoise);
@@ -70,7 +81,7 @@ int run(const RunArguments& a)
 {
     const bool onHost = !a.interfaces.empty() || !a.gpsTty.empty();
     if (onHost && a.speed.value_or(1.0) != 1.0)
-        return refuse("tu: on a network interface or a receiver's line the run keeps the host's time, --speed is 1");
+        return refuse("tu: on an interface or a receiver's line the run keeps the host's time, --speed is 1");
     if (a.gpsTty.empty() && !a.pps.empty()) return refuse("tu: --pps goes with --gps-tty");
     const sim::Scenario scenario = prepare(a);
     if (!a.out.empty()) {
@@ -90,7 +101,8 @@ int run(const RunArguments& a)
         options.receiver = {line.host, line.interface, a.pps};
     }
     options.hostTimeIsUtc = a.hostScale == "utc";
-    if (!a.quiet) std::printf("%s\n", scenario.title.empty() ? scenario.name.c_str() : scenario.title.c_str());
+    if (!a.quiet)
+        std::printf("%s\n", scenario.title.empty() ? scenario.name.c_str() : scenario.title.c_str());
     const app::Recording recording = app::runScenario(scenario, options);
     if (!a.quiet) app::printSummary(recording, stdout);
     std::string wrong;
@@ -102,7 +114,8 @@ int run(const RunArguments& a)
     if (a.quiet)
         for (const app::CheckResult& c : recording.checks)
             if (!c.pass)
-                std::fprintf(stderr, "%s: FAIL %s: %s\n", a.scenario.c_str(), c.name.c_str(), c.detail.c_str());
+                std::fprintf(stderr, "%s: FAIL %s: %s\n", a.scenario.c_str(), c.name.c_str(),
+                             c.detail.c_str());
     for (const std::string& misuse : recording.misuses)
         std::fprintf(stderr, "%s: kernel misuse: %s\n", a.scenario.c_str(), misuse.c_str());
     return CHECK_FAILED;
@@ -208,7 +221,9 @@ int main(int argc, char** argv)
     tu.set_version_flag("--version", std::string("tu ") + app::version());
     RunArguments a;
     CLI::App* const runCommand = tu.add_subcommand("run", "Run a scenario and score the clock");
-    runCommand->add_option("scenario", a.scenario, "Scenario, a TOML file")->required();
+    runCommand
+        ->add_option("scenario", a.scenario, "Scenario: a TOML file, or the name of one that is installed")
+        ->required();
     runCommand->add_option("--seed", a.seed, "Seed of every noise source, in place of the scenario's");
     runCommand->add_option("--oscillator", a.oscillator,
                            "Recorded oscillator, one value a second: FILE[:hz|:frequency|:phase]");
@@ -225,11 +240,13 @@ int main(int argc, char** argv)
                            "[NAME=]INTERFACE: the unit, or the unit or master of that name, on a network "
                            "interface; the run keeps the host's time")
         ->type_name("TEXT")->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    runCommand->add_option("--gps-tty", a.gpsTty,
-                           "[UNIT=]DEVICE: a receiver on this serial line in place of the simulated one; the run "
-                           "keeps the host's time")
+    runCommand
+        ->add_option("--gps-tty", a.gpsTty,
+                     "[UNIT=]DEVICE: a receiver on this serial line in place of the simulated one; the run "
+                     "keeps the host's time")
         ->type_name("TEXT");
-    runCommand->add_option("--pps", a.pps, "That receiver's pulse, a PPS device; the host's seconds without one");
+    runCommand->add_option("--pps", a.pps,
+                           "That receiver's pulse, a PPS device; the host's seconds without one");
     runCommand->add_option("--host-scale", a.hostScale,
                            "Which of the host's time scales is true time where the run keeps it: tai, or utc "
                            "beside a master that gives the host's time of day as it is")
@@ -246,10 +263,12 @@ int main(int argc, char** argv)
     nmeaCommand->add_flag("--verbose", n.verbose, "Each sentence with what became of it");
     PcapArguments p;
     CLI::App* const pcapCommand =
-        tu.add_subcommand("pcap", "Hand a capture's PTP to a unit and tell what it takes, and what the capture shows");
-    pcapCommand->add_option("file", p.file, "pcap or pcapng of Ethernet, plain or gzip, or a network interface")
+        tu.add_subcommand("pcap", "Tell what a unit takes of a capture's PTP, and what the capture shows");
+    pcapCommand
+        ->add_option("file", p.file, "pcap or pcapng of Ethernet, plain or gzip, or a network interface")
         ->required();
-    pcapCommand->add_option("--seconds", p.seconds, "How long an interface is listened to, or until an interrupt")
+    pcapCommand
+        ->add_option("--seconds", p.seconds, "How long an interface is listened to, or until an interrupt")
         ->check(CLI::Range(0.1, 1e6));
     pcapCommand->add_flag("--summary", p.summary, "The closing tables alone");
     pcapCommand->add_flag("--json", p.json, "The same as JSON");

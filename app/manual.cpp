@@ -36,6 +36,13 @@ std::vector<std::string> namesOf(const CLI::Option& o)
     return names;
 }
 
+/// "FLOAT", without what it is checked for.
+std::string typeOf(const CLI::Option& o)
+{
+    const std::string text = o.get_type_name();
+    return text.substr(0, text.find(':'));
+}
+
 bool takesValue(const CLI::Option& o) { return o.get_items_expected_max() > 0; }
 
 // ---- manual pages -------------------------------------------------------------------------------
@@ -56,9 +63,10 @@ std::string troff(const std::string& text)
 std::string optionText(const CLI::Option& o)
 {
     std::string heading;
-    for (const std::string& name : namesOf(o)) heading += (heading.empty() ? "" : ", ") + ("\\fB" + troff(name) + "\\fR");
+    for (const std::string& name : namesOf(o))
+        heading += (heading.empty() ? "" : ", ") + ("\\fB" + troff(name) + "\\fR");
     if (o.get_positional()) heading = "\\fI" + troff(o.get_single_name()) + "\\fR";
-    else if (takesValue(o)) heading += " \\fI" + troff(o.get_type_name()) + "\\fR";
+    else if (takesValue(o)) heading += " \\fI" + troff(typeOf(o)) + "\\fR";
     return ".TP\n" + heading + "\n" + troff(o.get_description()) + "\n";
 }
 
@@ -73,7 +81,8 @@ std::string synopsis(const CLI::App& app, const std::string& name)
     return text;
 }
 
-std::string page(const CLI::App& app, const std::string& title, const std::string& name, const std::string& version)
+std::string page(const CLI::App& app, const std::string& title, const std::string& name,
+                 const std::string& version)
 {
     std::string text = ".TH \"" + troff(title) + "\" 1 \"\" \"timing unit " + troff(version) + "\"\n";
     text += ".SH NAME\n" + troff(title) + " \\- " + troff(app.get_description()) + "\n" + synopsis(app, name);
@@ -89,7 +98,8 @@ std::string page(const CLI::App& app, const std::string& title, const std::strin
     for (const CLI::App* c : commands)
         text += ".TP\n\\fB" + troff(c->get_name()) + "\\fR\n" + troff(c->get_description()) + "; see \\fB" +
                 troff(title + "-" + c->get_name()) + "\\fR(1).\n";
-    text += ".SH EXIT STATUS\n0 when all holds, 1 when a check fails, 2 for input that can't be used, which is answered "
+    text += ".SH EXIT STATUS\n0 when all holds, 1 when a check fails, 2 for input that can't be used, which "
+            "is answered "
             "with one line.\n";
     return text;
 }
@@ -125,12 +135,14 @@ std::string bash(const CLI::App& program)
     for (const CLI::App* c : commandsOf(program))
         for (const CLI::Option* o : optionsOf(*c, false)) {
             if (!isInterface(*o)) continue;
-            text += "    --" + o->get_lnames().front() +
-                    ") COMPREPLY=($(compgen -W \"$(ls /sys/class/net 2>/dev/null)\" -- \"$cur\")); return ;;\n";
+            text +=
+                "    --" + o->get_lnames().front() +
+                ") COMPREPLY=($(compgen -W \"$(ls /sys/class/net 2>/dev/null)\" -- \"$cur\")); return ;;\n";
         }
     text += "    esac\n"
             "    case ${COMP_WORDS[1]-} in\n";
-    for (const CLI::App* c : commandsOf(program)) text += "    " + c->get_name() + ") words='" + wordsOf(*c) + "' ;;\n";
+    for (const CLI::App* c : commandsOf(program))
+        text += "    " + c->get_name() + ") words='" + wordsOf(*c) + "' ;;\n";
     text += "    esac\n"
             "    [ \"$COMP_CWORD\" -eq 1 ] && words='" + wordsOf(program) + "'\n"
             "    case $cur in\n"
@@ -157,7 +169,8 @@ std::string zshText(const std::string& text)
 
 std::string zsh(const CLI::App& program)
 {
-    std::string text = "#compdef tu\n_tu() {\n    local state\n    _arguments -C '1:command:->command' '*::argument:->argument'\n"
+    std::string text = "#compdef tu\n_tu() {\n    local state\n    _arguments -C '1:command:->command' "
+                       "'*::argument:->argument'\n"
                        "    if [[ $state == command ]]; then\n        local -a commands=(\n";
     for (const CLI::App* c : commandsOf(program))
         text += "            '" + c->get_name() + ":" + zshText(c->get_description()) + "'\n";
@@ -167,7 +180,10 @@ std::string zsh(const CLI::App& program)
         for (const CLI::Option* o : optionsOf(*c, false))
             for (const std::string& name : namesOf(*o))
                 text += " \\\n        '" + name + "[" + zshText(o->get_description()) + "]" +
-                        (!takesValue(*o) ? "" : isInterface(*o) ? ":interface:_net_interfaces" : ":value:_files") + "'";
+                        (!takesValue(*o)   ? ""
+                         : isInterface(*o) ? ":interface:_net_interfaces"
+                                           : ":value:_files") +
+                        "'";
         if (!optionsOf(*c, true).empty()) text += " \\\n        '*:file:_files'";
         text += " ;;\n";
     }
@@ -182,7 +198,8 @@ std::string writeManual(const CLI::App& program, const std::string& version, con
     bool isWritten = writeZipped(folder + "/" + name + ".1.gz", page(program, name, name, version));
     for (const CLI::App* c : commandsOf(program)) {
         const std::string title = name + "-" + c->get_name();
-        isWritten &= writeZipped(folder + "/" + title + ".1.gz", page(*c, title, name + " " + c->get_name(), version));
+        isWritten &=
+            writeZipped(folder + "/" + title + ".1.gz", page(*c, title, name + " " + c->get_name(), version));
     }
     std::ofstream bashFile(folder + "/" + name + ".bash"), zshFile(folder + "/_" + name);
     bashFile << bash(program);

@@ -127,8 +127,8 @@ void printNmeaBeside(const NmeaBeside& beside, std::FILE* out)
     const auto n = [](u64 count) { return static_cast<unsigned long long>(count); };
     std::fprintf(out, "beside the unit, which doesn't read them    good  invalid  bad sum  unreadable\n");
     for (const auto& [type, c] : beside.counts())
-        std::fprintf(out, "  %-40s %7llu  %7llu  %7llu  %10llu\n", type.c_str(), n(c.good), n(c.invalid), n(c.badSum),
-                     n(c.unreadable));
+        std::fprintf(out, "  %-40s %7llu  %7llu  %7llu  %10llu\n", type.c_str(), n(c.good), n(c.invalid),
+                     n(c.badSum), n(c.unreadable));
     if (!beside.time().empty())
         std::fprintf(out, "  time       %s, %llu steps\n", beside.time().c_str(), n(beside.steps()));
 }

@@ -19,7 +19,7 @@ public:
     const std::map<std::string, Count>& counts() const { return counts_; }
     /// "2024-05-01 12:00:00 UTC" of the newest good one, "" without any.
     const std::string& time() const { return time_; }
-    u64 steps() const { return steps_; }             // of its time against the second before, but for repetitions
+    u64 steps() const { return steps_; } // of its time against the second before, but for repetitions
 
 private:
     void note(Count& count, i64 second);

@@ -104,7 +104,8 @@ void PcapAnalysis::takePtp(const PtpCarrier& c, i64 at_ns)
     const auto m = ptp::read(octets.data(), octets.size());
     if (!m || c.isCut) return;
     const std::string way = wayOf(c, m->domain), source = sim::textOf(m->source), master = way + source;
-    if (m->type == ptp::ANNOUNCE || m->type == ptp::SYNC || m->type == ptp::DELAY_REQ || m->type == ptp::DELAY_RESP)
+    if (m->type == ptp::ANNOUNCE || m->type == ptp::SYNC || m->type == ptp::DELAY_REQ ||
+        m->type == ptp::DELAY_RESP)
         takeFlow(master + " " + ptp::typeName(m->type), *m, seconds(at_ns));
     constexpr u8 TWO_STEP = 0x02;
     switch (m->type) {
@@ -158,23 +159,27 @@ void PcapAnalysis::takeFlow(const std::string& key, const ptp::Message& m, doubl
     ++f.count;
 }
 
-void PcapAnalysis::takeOrigin(const std::string& master, const Sync& sync, const ptp::Message& origin, i64 correction)
+void PcapAnalysis::takeOrigin(const std::string& master, const Sync& sync, const ptp::Message& origin,
+                              i64 correction)
 {
     PcapMasterDelays& d = masters[master];
     const i64 corrected = nsOf(sync.correction + correction);
-    const i64 down = static_cast<i64>(static_cast<u64>(sync.at_ns) - static_cast<u64>(nsOf(origin.stamp))) - corrected;
+    const i64 down =
+        static_cast<i64>(static_cast<u64>(sync.at_ns) - static_cast<u64>(nsOf(origin.stamp))) - corrected;
     d.sync.take(seconds(sync.at_ns), down);
     d.correction.take(seconds(sync.at_ns), corrected);
     lastDown_ns_[master] = down;
 }
 
-void PcapAnalysis::takeResponse(const std::string& master, const std::string& slave, const ptp::Message& m, i64 at_ns)
+void PcapAnalysis::takeResponse(const std::string& master, const std::string& slave, const ptp::Message& m,
+                                i64 at_ns)
 {
     const auto request = std::find_if(requests_.rbegin(), requests_.rend(), [&](const Request& r) {
         return r.sequence == m.sequence && r.slave == slave;
     });
     const auto down = lastDown_ns_.find(master);
-    if (request == requests_.rend() || down == lastDown_ns_.end() || at_ns - request->at_ns > 10 * NS_PER_s) return;
+    if (request == requests_.rend() || down == lastDown_ns_.end() || at_ns - request->at_ns > 10 * NS_PER_s)
+        return;
     const i64 up = static_cast<i64>(static_cast<u64>(nsOf(m.stamp)) - static_cast<u64>(request->at_ns)) -
                    nsOf(m.correction);
     PcapExchanges& e = exchanges[master + " with " + slave];

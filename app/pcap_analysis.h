@@ -81,8 +81,10 @@ private:
     struct NtpRequest { std::string way; u64 stamp; i64 at_ns; };
     void takePtp(const PtpCarrier& ptp, i64 at_ns);
     void takeFlow(const std::string& key, const sim::ptp::Message& m, double t_s);
-    void takeOrigin(const std::string& master, const Sync& sync, const sim::ptp::Message& origin, i64 correction);
-    void takeResponse(const std::string& master, const std::string& slave, const sim::ptp::Message& m, i64 at_ns);
+    void takeOrigin(const std::string& master, const Sync& sync, const sim::ptp::Message& origin,
+                    i64 correction);
+    void takeResponse(const std::string& master, const std::string& slave, const sim::ptp::Message& m,
+                      i64 at_ns);
     void takeEsmc(std::span<const u8> frame, double t_s);
     void takeNtp(const PcapPacket& packet);
 

@@ -30,7 +30,8 @@ bool isWanted(const PcapPacket& p)
     constexpr std::size_t TYPE_AT = 12;
     constexpr u16 NTP_PORT = 123;
     if (p.frame.size() < TYPE_AT + 2) return false;
-    if (std::equal(std::begin(SLOW_PROTOCOLS), std::end(SLOW_PROTOCOLS), p.frame.begin() + TYPE_AT)) return true;
+    if (std::equal(std::begin(SLOW_PROTOCOLS), std::end(SLOW_PROTOCOLS), p.frame.begin() + TYPE_AT))
+        return true;
     if (ptpOf(p)) return true;
     const auto udp = udpOf(p);
     return udp && (udp->fromPort == NTP_PORT || udp->toPort == NTP_PORT);
@@ -79,7 +80,9 @@ bool isInterface(const std::string& name) { return if_nametoindex(name.c_str()) 
 std::vector<PcapPacket> recordLive(const std::string& interface, double seconds)
 {
     const Socket s{socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL))};
-    const auto fail = [&](const char* what) { throw PcapError(interface + ": " + what + ": " + std::strerror(errno)); };
+    const auto fail = [&](const char* what) {
+        throw PcapError(interface + ": " + what + ": " + std::strerror(errno));
+    };
     if (s.fd < 0) fail("a raw packet socket takes root, or CAP_NET_RAW");
     sockaddr_ll at{};
     at.sll_family = AF_PACKET;

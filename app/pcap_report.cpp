@@ -19,12 +19,17 @@ unsigned long long count(u64 n) { return static_cast<unsigned long long>(n); }
 
 // ---- text ---------------------------------------------------------------------------------------
 
-/// "1.234 us": three figures behind the point of the unit that fits.
+/// "1.234 us", in the unit that fits; beyond a second to the ns.
 std::string timeText(double ns)
 {
     struct Unit { double ns; const char* name; };
-    constexpr Unit UNITS[] = {{1e9, "s"}, {1e6, "ms"}, {1e3, "us"}};
+    constexpr Unit UNITS[] = {{1e6, "ms"}, {1e3, "us"}};
+    constexpr double SECOND = 1e9;
     char text[48];
+    if (std::fabs(ns) >= SECOND) {
+        std::snprintf(text, sizeof text, "%.9f s", ns / SECOND);
+        return text;
+    }
     for (const Unit& u : UNITS)
         if (std::fabs(ns) >= u.ns) {
             std::snprintf(text, sizeof text, "%.6g %s", ns / u.ns, u.name);
@@ -34,10 +39,21 @@ std::string timeText(double ns)
     return text;
 }
 
+std::string intervalText(double s)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, s < 1 ? "%.5g ms" : "%.5g s", s < 1 ? s * 1e3 : s);
+    return text;
+}
+
 void printSpread(const char* what, const PcapSeries& series, std::FILE* out)
 {
     const PcapSpread s = spreadOf(series);
     if (s.count == 0) return;
+    if (s.count == 1) {
+        std::fprintf(out, "    %-12s %s\n", what, timeText(s.mean_ns).c_str());
+        return;
+    }
     std::fprintf(out, "    %-12s mean %s, from %s to %s; varies by %s (deviation), %s (peak to peak)", what,
                  timeText(s.mean_ns).c_str(), timeText(s.min_ns).c_str(), timeText(s.max_ns).c_str(),
                  timeText(s.deviation_ns).c_str(), timeText(s.peak_ns).c_str());
@@ -57,10 +73,10 @@ void printFlows(const PcapAnalysis& a, std::FILE* out)
     if (!a.flows.empty()) std::fprintf(out, "how regularly they speak\n");
     for (const auto& [name, f] : a.flows) {
         std::fprintf(out, "  %s: %llu", name.c_str(), count(f.count));
-        if (f.count > 1) std::fprintf(out, ", every %s", timeText(f.mean_s() * 1e9).c_str());
-        if (f.told_s) std::fprintf(out, " (says %s)", timeText(*f.told_s * 1e9).c_str());
+        if (f.count > 1) std::fprintf(out, ", every %s", intervalText(f.mean_s()).c_str());
+        if (f.told_s) std::fprintf(out, " (says %s)", intervalText(*f.told_s).c_str());
         if (f.longest_s > 0)
-            std::fprintf(out, ", longest %s at %s", timeText(f.longest_s * 1e9).c_str(),
+            std::fprintf(out, ", longest %s at %s", intervalText(f.longest_s).c_str(),
                          clockText(f.longestAt_s).c_str());
         if (f.gaps > 0) std::fprintf(out, ", %llu gaps", count(f.gaps));
         if (f.lost > 0) std::fprintf(out, ", %llu lost", count(f.lost));
@@ -79,8 +95,8 @@ void printBeside(const PcapAnalysis& a, std::FILE* out)
         std::fprintf(out, "\n");
     }
     for (const auto& [way, n] : a.ntp) {
-        std::fprintf(out, "  NTP of %s: %llu requests, %llu answers, stratum %u\n", way.c_str(), count(n.requests),
-                     count(n.answers), n.stratum);
+        std::fprintf(out, "  NTP of %s: %llu requests, %llu answers, stratum %u\n", way.c_str(),
+                     count(n.requests), count(n.answers), n.stratum);
         printSpread("path delay", n.path, out);
         printSpread("offset", n.offset, out);
     }
@@ -97,8 +113,10 @@ Json toJson(const PcapSeries& series)
 
 Json toJson(const PcapFlow& f)
 {
-    Json json = {{"count", f.count}, {"from_s", f.first_s}, {"to_s", f.last_s}, {"gaps", f.gaps}, {"lost", f.lost},
-                 {"repeated", f.repeated}, {"longest_s", f.longest_s}, {"longest_at_s", f.longestAt_s}};
+    Json json = {{"count", f.count},         {"from_s", f.first_s},
+                 {"to_s", f.last_s},         {"gaps", f.gaps},
+                 {"lost", f.lost},           {"repeated", f.repeated},
+                 {"longest_s", f.longest_s}, {"longest_at_s", f.longestAt_s}};
     if (f.count > 1) json["mean_s"] = f.mean_s();
     if (f.told_s) json["told_s"] = *f.told_s;
     return json;
@@ -113,7 +131,8 @@ Json mastersOf(const PcapResult& r)
 {
     Json json = Json::object();
     for (const auto& [port, m] : r.masters) {
-        Json row = {{"announces", m.announces}, {"refused_announces", m.refusedAnnounces}, {"syncs", m.syncs}};
+        Json row = {
+            {"announces", m.announces}, {"refused_announces", m.refusedAnnounces}, {"syncs", m.syncs}};
         if (m.isRead) {
             row["grandmaster"] = m.grandmaster;
             row["priority1"] = m.priority1;
@@ -165,8 +184,8 @@ void writeSeries(const PcapExchanges& e, const std::string& file)
     out.precision(15);
     out << "t_s,path_delay_ns,offset_ns\n";
     for (std::size_t i = 0; i < e.path.points.size(); ++i)
-        out << e.path.points[i].first << "," << static_cast<double>(e.path.base_ns) + e.path.points[i].second << ","
-            << static_cast<double>(e.offset.base_ns) + e.offset.points[i].second << "\n";
+        out << e.path.points[i].first << "," << static_cast<double>(e.path.base_ns) + e.path.points[i].second
+            << "," << static_cast<double>(e.offset.base_ns) + e.offset.points[i].second << "\n";
 }
 
 }  // namespace
@@ -193,7 +212,8 @@ void printPcapAnalysis(const PcapAnalysis& a, std::FILE* out)
 
 std::string pcapJson(const PcapResult& r, const PcapAnalysis& a, const std::string& name)
 {
-    Json json = {{"capture", name}, {"seconds", a.duration_s}, {"packets", r.packets}, {"ptp", r.packets - r.other}};
+    Json json = {
+        {"capture", name}, {"seconds", a.duration_s}, {"packets", r.packets}, {"ptp", r.packets - r.other}};
     json["messages"] = Json::object();
     for (const auto& [type, n] : r.types) json["messages"][type] = verdictsOf(n);
     json["messages"]["all"] = verdictsOf(r.totals);
@@ -201,7 +221,8 @@ std::string pcapJson(const PcapResult& r, const PcapAnalysis& a, const std::stri
     json["masters"] = mastersOf(r);
     json["references"] = Json::array();
     for (const PcapReference& ref : r.references)
-        json["references"].push_back({{"reference", ref.what}, {"state", ref.portState}, {"parent", ref.parent}});
+        json["references"].push_back(
+            {{"reference", ref.what}, {"state", ref.portState}, {"parent", ref.parent}});
     json["flows"] = Json::object();
     for (const auto& [flow, f] : a.flows) json["flows"][flow] = toJson(f);
     json["sync"] = Json::object();
@@ -230,7 +251,8 @@ std::string writePcapReport(const PcapResult& r, const PcapAnalysis& a, const st
     std::string plots;
     const auto draw = [&plots](const std::string& title, std::vector<Curve> curves) {
         std::string reason;
-        const std::string svg = drawSvg({title, "s", "ns beside the mean", false, {}, std::move(curves)}, reason);
+        const std::string svg =
+            drawSvg({title, "s", "ns beside the mean", false, {}, std::move(curves)}, reason);
         plots += svg.empty() ? "<p>" + title + ": " + reason + "</p>\n" : svg + "\n";
     };
     for (const auto& [pair, e] : a.exchanges) {
@@ -249,8 +271,9 @@ std::string writePcapReport(const PcapResult& r, const PcapAnalysis& a, const st
             text += c == '<' ? "&lt;" : c == '&' ? "&amp;" : std::string(1, static_cast<char>(c));
         std::fclose(words);
     }
-    return writeFile(folder + "/report.html", "<!doctype html>\n<meta charset=\"utf-8\">\n<title>" + fileNameOf(name) +
-                                                  "</title>\n<pre>\n" + text + "</pre>\n" + plots);
+    return writeFile(folder + "/report.html", "<!doctype html>\n<meta charset=\"utf-8\">\n<title>" +
+                                                  fileNameOf(name) + "</title>\n<pre>\n" + text + "</pre>\n" +
+                                                  plots);
 }
 
 }  // namespace app

@@ -239,7 +239,8 @@ private:
             {"initiate with calibration done", "calibration"}, {"initiate cold done", "nothing"}};
         constexpr const char* FILE = "Using ";
         if (text.starts_with(FILE) && text.find(" historical data file") != std::string::npos)
-            flashFile_ = text.substr(std::strlen(FILE), text.find(' ', std::strlen(FILE)) - std::strlen(FILE));
+            flashFile_ =
+                text.substr(std::strlen(FILE), text.find(' ', std::strlen(FILE)) - std::strlen(FILE));
         Restart& r = recording.restarts.back();
         for (const Begin& b : BEGINS) {
             if (text.find(b.trace) == std::string::npos) continue;
@@ -384,7 +385,8 @@ private:
             throw sim::HostError(r.tty + ": '" + unit.name() + "' has no [unit.gps]");
         unit.gps().setPowered(false);
         receiver_ = std::make_unique<sim::HostGps>(world_, *hostClock_, unit.node().serial(), r.tty, r.pps);
-        receiver_->onWord([this, index](const std::string& text) { recorders_[index]->tell("receiver   " + text); });
+        receiver_->onWord(
+            [this, index](const std::string& text) { recorders_[index]->tell("receiver   " + text); });
         unit.node().board().connect(sim::ReferenceInput::Pps, receiver_.get());
         hostNet_->attach(*receiver_);
     }

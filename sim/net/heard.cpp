@@ -21,15 +21,17 @@ std::string intervalText(double s)
 
 std::string place(PtpWay way, u8 domain, const char* unicast, const std::string& address)
 {
-    const char* const kind = way == PtpWay::Frame ? "Ethernet group " : way == PtpWay::IpGroup ? "UDP group " : unicast;
+    const char* const kind = way == PtpWay::Frame     ? "Ethernet group "
+                             : way == PtpWay::IpGroup ? "UDP group "
+                                                      : unicast;
     return "domain " + std::to_string(domain) + ", " + kind + address;
 }
 
 std::string whatItIs(const HeardMaster& m)
 {
     char quality[64];
-    std::snprintf(quality, sizeof quality, ", class %u, accuracy 0x%02X, Announce every ", m.announce.clockClass,
-                  m.announce.accuracy);
+    std::snprintf(quality, sizeof quality, ", class %u, accuracy 0x%02X, Announce every ",
+                  m.announce.clockClass, m.announce.accuracy);
     std::string text = "Announce from " + textOf(m.source) + " (" + m.from + ") " +
                        place(m.way, m.domain, "UDP to ", m.to) + quality +
                        intervalText(std::ldexp(1.0, m.announce.logInterval));
@@ -62,15 +64,16 @@ std::string textOf(const ptp::Port& port)
 {
     const auto& c = port.clock;
     char text[40];
-    std::snprintf(text, sizeof text, "%02x%02x%02x.%02x%02x.%02x%02x%02x-%u", c[0], c[1], c[2], c[3], c[4], c[5],
-                  c[6], c[7], port.number);
+    std::snprintf(text, sizeof text, "%02x%02x%02x.%02x%02x.%02x%02x%02x-%u", c[0], c[1], c[2], c[3], c[4],
+                  c[5], c[6], c[7], port.number);
     return text;
 }
 
 std::string textOf(const u8* mac)
 {
     char text[24];
-    std::snprintf(text, sizeof text, "%02X-%02X-%02X-%02X-%02X-%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    std::snprintf(text, sizeof text, "%02X-%02X-%02X-%02X-%02X-%02X", mac[0], mac[1], mac[2], mac[3], mac[4],
+                  mac[5]);
     return text;
 }
 
@@ -132,7 +135,8 @@ std::string HeardMasters::describe(const HeardMaster& m) const
     if (refs->empty()) return text + "; this unit listens to nothing";
     std::string places;
     for (const Listening& l : *refs)
-        places += (places.empty() ? "" : ", or ") + place(l.way, l.domain, "UDP by contract from ", l.address);
+        places +=
+            (places.empty() ? "" : ", or ") + place(l.way, l.domain, "UDP by contract from ", l.address);
     return text + "; this unit listens to " + places;
 }
 

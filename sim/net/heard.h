@@ -52,7 +52,8 @@ public:
     }
 
     /// A message that has come; anything but Announce and Sync is left aside.
-    void take(PtpWay way, const std::string& to, const std::string& from, const u8* octets, std::size_t count);
+    void take(PtpWay way, const std::string& to, const std::string& from, const u8* octets,
+              std::size_t count);
     const std::vector<HeardMaster>& masters() const { return masters_; }
     /// Masters that found no room in the table.
     u64 beyond() const { return beyond_; }

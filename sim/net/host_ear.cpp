@@ -21,7 +21,8 @@ int openOn(int family, const std::string& interface)
     const int on = 1;
     if (fd < 0) return fd;
     setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    if (setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, interface.c_str(), static_cast<socklen_t>(interface.size())) == 0)
+    if (setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, interface.c_str(),
+                   static_cast<socklen_t>(interface.size())) == 0)
         return fd;
     close(fd);
     return -1;
@@ -57,9 +58,10 @@ bool join6(int fd, unsigned index, const char* group, u16 port)
 std::string senderOf(const sockaddr_storage& from)
 {
     char text[INET6_ADDRSTRLEN] = "";
-    const void* const address = from.ss_family == AF_INET
-                                    ? static_cast<const void*>(&reinterpret_cast<const sockaddr_in&>(from).sin_addr)
-                                    : &reinterpret_cast<const sockaddr_in6&>(from).sin6_addr;
+    const void* const address =
+        from.ss_family == AF_INET
+            ? static_cast<const void*>(&reinterpret_cast<const sockaddr_in&>(from).sin_addr)
+            : &reinterpret_cast<const sockaddr_in6&>(from).sin6_addr;
     inet_ntop(from.ss_family, address, text, sizeof text);
     return text;
 }
@@ -97,7 +99,8 @@ void HostEar::take()
             const ssize_t count = recvfrom(g.fd, bytes.data(), bytes.size(), MSG_DONTWAIT,
                                            reinterpret_cast<sockaddr*>(&from), &size);
             if (count < 0) break;
-            heard_.take(PtpWay::IpGroup, g.address, senderOf(from), bytes.data(), static_cast<std::size_t>(count));
+            heard_.take(PtpWay::IpGroup, g.address, senderOf(from), bytes.data(),
+                        static_cast<std::size_t>(count));
         }
     }
 }

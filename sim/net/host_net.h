@@ -48,7 +48,10 @@ public:
     /// nullptr without a host on it.
     const HeardMasters* heard(const std::string& interface) const;
     /// Whose stamps its packets have, one line.
-    const std::string& stampsOf(const std::string& interface) const { return interfaces_.at(interface)->stamps.text; }
+    const std::string& stampsOf(const std::string& interface) const
+    {
+        return interfaces_.at(interface)->stamps.text;
+    }
     const Lateness& lateness() const { return lateness_; }
 
 private:

@@ -337,11 +337,13 @@ void HostPort::report(const NetPacket& packet) const
     if (heard_ == nullptr) return;
     const u8* const bytes = packet.bytes.data();
     if (!packet.isFrame)
-        return heard_->take(PtpWay::Unicast, textOf(packet.to), textOf(packet.from), bytes, packet.bytes.size());
+        return heard_->take(PtpWay::Unicast, textOf(packet.to), textOf(packet.from), bytes,
+                            packet.bytes.size());
     const std::size_t at = ptp::messageAt(packet.bytes);
     constexpr std::size_t SENDER_AT = 6;
     if (at != 0 && reportsGroups_)
-        heard_->take(PtpWay::Frame, textOf(bytes), textOf(bytes + SENDER_AT), bytes + at, packet.bytes.size() - at);
+        heard_->take(PtpWay::Frame, textOf(bytes), textOf(bytes + SENDER_AT), bytes + at,
+                     packet.bytes.size() - at);
 }
 
 void HostPort::takePackets(Socket& s)

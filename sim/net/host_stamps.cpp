@@ -94,7 +94,8 @@ std::optional<i64> CardClock::realtimeOf(i64 card_ns) const
 InterfaceStamps openStamps(const std::string& interface)
 {
     const auto software = [&](const std::string& why) {
-        return InterfaceStamps{nullptr, interface + " has no stamps of its own (" + why + "), the kernel's are taken"};
+        return InterfaceStamps{nullptr,
+                               interface + " has no stamps of its own (" + why + "), the kernel's are taken"};
     };
     ethtool_drvinfo driver{};
     driver.cmd = ETHTOOL_GDRVINFO;
@@ -108,7 +109,8 @@ InterfaceStamps openStamps(const std::string& interface)
     const std::optional<int> filter = filterOf(info);
     if (!filter) return software("driver " + name + " stamps no PTP");
     hwtstamp_config config{0, HWTSTAMP_TX_ON, *filter};
-    if (!ask(interface, SIOCSHWTSTAMP, config)) return software("driver " + name + ": " + std::strerror(errno));
+    if (!ask(interface, SIOCSHWTSTAMP, config))
+        return software("driver " + name + ": " + std::strerror(errno));
     const std::string device = "/dev/ptp" + std::to_string(info.phc_index);
     const auto file = std::make_shared<File>(open(device.c_str(), O_RDWR | O_CLOEXEC));
     if (file->fd < 0 || !readCard(file->fd)) return software(device + ": " + std::strerror(errno));

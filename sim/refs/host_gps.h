@@ -27,7 +27,8 @@ public:
         u32 hangups = 0;
     };
     /// `pps` may be empty. All must outlive it.
-    HostGps(ose::World& world, HostClock& clock, SerialPort& serial, const std::string& tty, const std::string& pps);
+    HostGps(ose::World& world, HostClock& clock, SerialPort& serial, const std::string& tty,
+            const std::string& pps);
     ~HostGps() override;
 
     /// Told what goes wrong with the line, and when it is well again.

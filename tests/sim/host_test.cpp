@@ -21,8 +21,8 @@ using testing::HasSubstr;
 struct Ear {
     ose::World world;
     std::vector<std::string> told;
-    std::vector<sim::Listening> refs{{sim::PtpWay::Frame, 24, "01-80-C2-00-00-0E", "ITU_T_G_8275_1", 1.1, 0.063,
-                                      false, true}};
+    std::vector<sim::Listening> refs{
+        {sim::PtpWay::Frame, 24, "01-80-C2-00-00-0E", "ITU_T_G_8275_1", 1.1, 0.063, false, true}};
     sim::HeardMasters heard{world, [this] { return std::optional(refs); },
                             [this](const std::string& text) { told.push_back(text); }};
 
@@ -42,7 +42,8 @@ struct Ear {
     {
         const std::vector<u8> octets = sim::ptp::write(m);
         for (int i = 0; i < times; ++i)
-            heard.take(way, to, way == sim::PtpWay::Frame ? "02-00" : "192.168.0.9", octets.data(), octets.size());
+            heard.take(way, to, way == sim::PtpWay::Frame ? "02-00" : "192.168.0.9", octets.data(),
+                       octets.size());
     }
 };
 
@@ -116,8 +117,10 @@ TEST(CardClock, IsFollowedThroughItsRateAndItsSteps)
         return sim::CardClock::Reading{card, realtime};
     });
     struct Case { const char* what; double ppm; i64 step; bool answers; i64 within_ns; u32 steps; };
-    constexpr Case CASES[] = {{"even", 0, 0, true, 1, 0},         {"20 ppm fast", 20, 0, true, 1, 0},
-                              {"slow", -50, 0, true, 1, 0},       {"silent for a second", -50, 0, false, 1, 0},
+    constexpr Case CASES[] = {{"even", 0, 0, true, 1, 0},
+                              {"20 ppm fast", 20, 0, true, 1, 0},
+                              {"slow", -50, 0, true, 1, 0},
+                              {"silent for a second", -50, 0, false, 1, 0},
                               {"stepped", -50, 5 * S, true, 1, 1}};
     for (const Case& c : CASES) {
         SCOPED_TRACE(c.what);
@@ -128,7 +131,8 @@ TEST(CardClock, IsFollowedThroughItsRateAndItsSteps)
             clock.follow();
         }
         pass(S / 2, c.ppm);                             // the stamp comes between two readings
-        EXPECT_NEAR(static_cast<double>(*clock.realtimeOf(card) - realtime), 0.0, static_cast<double>(c.within_ns));
+        EXPECT_NEAR(static_cast<double>(*clock.realtimeOf(card) - realtime), 0.0,
+                    static_cast<double>(c.within_ns));
         EXPECT_EQ(clock.steps(), c.steps);
     }
 }
@@ -149,7 +153,8 @@ struct Line : testing::Test {
     std::string tty;
     ose::World world;
     sim::Node node{world, sim::NodeConfig{}};
-    sim::HostClock clock{sim::HostClock::Source{[this] { return host_ns; }, [this] { return host_ns + 250'000'000; }}};
+    sim::HostClock clock{
+        sim::HostClock::Source{[this] { return host_ns; }, [this] { return host_ns + 250'000'000; }}};
     std::unique_ptr<sim::HostGps> gps;
     std::vector<std::string> words;
 
@@ -236,7 +241,8 @@ TEST_F(Line, AFloodAnotherSpeedAndAHangUpAreTold)
 TEST_F(Line, WhatIsNoLineIsRefused)
 {
     struct Case { const char* tty; const char* pps; const char* why; };
-    const Case cases[] = {{"/none", "", "/none: No such file"}, {"/dev/null", "", "/dev/null: not a serial line"},
+    const Case cases[] = {{"/none", "", "/none: No such file"},
+                          {"/dev/null", "", "/dev/null: not a serial line"},
                           {tty.c_str(), "/none", "/none: No such file"},
                           {tty.c_str(), "/dev/null", "/dev/null: no pulses of the kernel (PPS)"}};
     for (const Case& c : cases) {
