@@ -8,6 +8,7 @@
 #include "gps/kvd_gps_receiver.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
+#include "sig/reg_types.h"
 #include "sig/tuiif_sig.h"
 #include "sim/board/board.h"
 #include "sim/net/host_net.h"
@@ -22,6 +23,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <utility>
 
 namespace app {
 namespace {
@@ -41,7 +43,10 @@ public:
         for (const sim::CheckSpec& c : checks)
             if (c.kind == sim::CheckKind::Trace && c.unit == unit.name()) traceCounts_[c.text] = 0;
         sim::MainProcessor& mp = unit.node().mainProcessor();
-        mp.onStatus([this](const sim::ClockStatus& s) { onClockState(s.radioClockState); });
+        mp.onStatus([this](const sim::ClockStatus& s) {
+            onClockState(s.radioClockState);
+            onReferenceState(s.degrStatus);
+        });
         mp.onSelect([this](const sim::MpReference& r) { onSelect(r); });
         mp.onRecord([this](const sim::MpRecord& r) { onRecord(r); });
         unit.node().pmAgent().onRecord([this](const sim::PmRecord& r) {
@@ -136,6 +141,14 @@ private:
         clockState_ = state;
         recording.states.push_back({now(), state, sim::clockStateName(state)});
         tell(std::string("clock      ") + sim::clockStateName(state));
+    }
+
+    /// A state that stands says nothing of measurements that are refused meanwhile; this does.
+    void onReferenceState(u8 degrStatus)
+    {
+        const bool isDegraded = degrStatus == KVD_TUIIF_REF_DEGRADED;
+        if (std::exchange(isDegraded_, isDegraded) == isDegraded) return;
+        tell(std::string("reference  ") + (isDegraded ? "degraded" : "no longer degraded"));
     }
 
     void onSelect(const sim::MpReference& r)
@@ -265,6 +278,7 @@ private:
     Progress& progress_;
     std::string prefix_;
     u8 clockState_ = 7;
+    bool isDegraded_ = false;
     std::string selected_ = "none";
     double ranUntil_s_ = 0;
     std::string flashFile_;
