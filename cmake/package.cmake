@@ -1,5 +1,6 @@
 # What `cmake --install` puts where, and the Debian package that `cpack` makes of it.
 include(GNUInstallDirs)
+set(documents ${CMAKE_INSTALL_DATADIR}/doc/timing-unit)
 
 set(manual ${CMAKE_CURRENT_BINARY_DIR}/manual)
 add_custom_command(OUTPUT ${manual}/stamp
@@ -11,9 +12,9 @@ add_custom_command(OUTPUT ${manual}/stamp
 add_custom_target(manual ALL DEPENDS ${manual}/stamp)
 
 install(TARGETS tu RUNTIME)
-install(DIRECTORY scenarios/ DESTINATION ${CMAKE_INSTALL_DATADIR}/timing-unit/scenarios FILES_MATCHING PATTERN "*.toml")
-install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
-install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY scenarios DESTINATION ${CMAKE_INSTALL_DATADIR}/timing-unit FILES_MATCHING PATTERN "*.toml")
+install(DIRECTORY docs DESTINATION ${documents} FILES_MATCHING PATTERN "*.md")
+install(FILES README.md DESTINATION ${documents})
 install(DIRECTORY ${manual}/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 FILES_MATCHING PATTERN "*.1.gz")
 install(FILES ${manual}/tu.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME tu)
 install(FILES ${manual}/_tu DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
