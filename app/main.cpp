@@ -1,10 +1,15 @@
 // tu - Runs timing units in a simulated node from a scenario, or feeds one the log of a receiver or a capture.
+#include "app/manual.h"
 #include "app/nmea.h"
+#include "app/nmea_beside.h"
 #include "app/pcap.h"
+#include "app/pcap_live.h"
+#include "app/pcap_report.h"
 #include "app/report.h"
 #include "app/runner.h"
 #include "app/soak.h"
 #include "app/summary.h"
+#include "app/version.h"
 #include "sim/clock/series.h"
 #include "sim/net/host_port.h"
 #include "sim/scenario/scenario.h"
@@ -34,6 +39,8 @@ struct RunArguments {
     bool stacks = false;
     std::optional<double> speed;
     std::vector<std::string> interfaces;
+    std::string gpsTty, pps;
+    std::string hostScale = "tai";
 };
 
 int refuse(const std::string& line)
@@ -42,9 +49,20 @@ int refuse(const std::string& line)
     return BAD_INPUT;
 }
 
+/// A scenario that the installed program brings goes by its name alone: "gps-lock", "lab/g8275-1".
+std::string scenarioFile(const std::string& name)
+{
+    namespace fs = std::filesystem;
+    std::error_code none;
+    if (fs::exists(name, none)) return name;
+    const fs::path own = fs::read_symlink("/proc/self/exe", none).parent_path();
+    const fs::path brought = own.parent_path() / "share/timing-unit/scenarios" / (name + ".toml");
+    return fs::exists(brought, none) ? brought.string() : name;
+}
+
 sim::Scenario prepare(const RunArguments& a)
 {
-    sim::Scenario scenario = sim::readScenario(a.scenario);
+    sim::Scenario scenario = sim::readScenario(scenarioFile(a.scenario));
     if (a.seed) scenario.seed = *a.seed;
     if (!a.oscillator.empty()) sim::replaceOscillator(scenario, a.oscillator);
     if (!a.referenceNoise.empty()) sim::replaceReferenceNoise(scenario, a.referenceNoise);
@@ -61,8 +79,10 @@ app::HostInterface interfaceOf(const std::string& text)
 
 int run(const RunArguments& a)
 {
-    if (!a.interfaces.empty() && a.speed.value_or(1.0) != 1.0)
-        return refuse("tu: on a network interface the run keeps the host's time, --speed is 1");
+    const bool onHost = !a.interfaces.empty() || !a.gpsTty.empty();
+    if (onHost && a.speed.value_or(1.0) != 1.0)
+        return refuse("tu: on an interface or a receiver's line the run keeps the host's time, --speed is 1");
+    if (a.gpsTty.empty() && !a.pps.empty()) return refuse("tu: --pps goes with --gps-tty");
     const sim::Scenario scenario = prepare(a);
     if (!a.out.empty()) {
         std::error_code error;
@@ -76,7 +96,13 @@ int run(const RunArguments& a)
     options.speed = a.speed.value_or(a.shell ? 1.0 : 0.0);
     options.out = a.out;
     for (const std::string& text : a.interfaces) options.interfaces.push_back(interfaceOf(text));
-    if (!a.quiet) std::printf("%s\n", scenario.title.empty() ? scenario.name.c_str() : scenario.title.c_str());
+    if (!a.gpsTty.empty()) {
+        const app::HostInterface line = interfaceOf(a.gpsTty);
+        options.receiver = {line.host, line.interface, a.pps};
+    }
+    options.hostTimeIsUtc = a.hostScale == "utc";
+    if (!a.quiet)
+        std::printf("%s\n", scenario.title.empty() ? scenario.name.c_str() : scenario.title.c_str());
     const app::Recording recording = app::runScenario(scenario, options);
     if (!a.quiet) app::printSummary(recording, stdout);
     std::string wrong;
@@ -88,7 +114,8 @@ int run(const RunArguments& a)
     if (a.quiet)
         for (const app::CheckResult& c : recording.checks)
             if (!c.pass)
-                std::fprintf(stderr, "%s: FAIL %s: %s\n", a.scenario.c_str(), c.name.c_str(), c.detail.c_str());
+                std::fprintf(stderr, "%s: FAIL %s: %s\n", a.scenario.c_str(), c.name.c_str(),
+                             c.detail.c_str());
     for (const std::string& misuse : recording.misuses)
         std::fprintf(stderr, "%s: kernel misuse: %s\n", a.scenario.c_str(), misuse.c_str());
     return CHECK_FAILED;
@@ -108,20 +135,53 @@ int nmea(const NmeaArguments& a)
     app::NmeaLog log = app::readNmeaLog(a.log, a.raw);
     app::mixNoise(log, a.noise, a.seed);
     app::NmeaBench unit;
-    if (a.verbose)
-        unit.onSentence([](const app::NmeaSentence& s) { app::printNmeaSentence(s, stdout); });
+    app::NmeaBeside beside;
+    unit.onSentence([&](const app::NmeaSentence& s) {
+        beside.take(s.text);
+        if (a.verbose) app::printNmeaSentence(s, stdout);
+    });
     unit.feed(log.bytes, a.cut);
     const app::NmeaResult result = unit.result();
     app::printNmeaResult(result, log, a.log, stdout);
+    app::printNmeaBeside(beside, stdout);
     return result.misuses.empty() ? 0 : CHECK_FAILED;
 }
 
-int pcap(const std::string& file, bool summary)
+struct PcapArguments {
+    std::string file, out;
+    bool summary = false, json = false, noUnit = false;
+    double seconds = 10;
+};
+
+int pcap(const PcapArguments& a)
 {
-    app::PcapBench unit(app::readPcap(file));
-    if (!summary) unit.onMessage([](const app::PcapMessage& m) { app::printPcapMessage(m, stdout); });
-    const app::PcapResult result = unit.run();
-    app::printPcapResult(result, file, stdout);
+    const bool isFile = std::filesystem::exists(a.file);
+    const std::vector<app::PcapPacket> capture =
+        !isFile && app::isInterface(a.file) ? app::recordLive(a.file, a.seconds) : app::readPcap(a.file);
+    app::PcapAnalysis analysis;
+    app::PcapResult result;
+    for (const app::PcapPacket& p : capture) {
+        const auto ptp = app::ptpOf(p);
+        analysis.take(p, ptp);
+        ++result.packets;
+        result.other += !ptp;
+    }
+    analysis.finish();
+    if (!a.noUnit) {
+        app::PcapBench unit(capture);
+        if (!a.summary && !a.json)
+            unit.onMessage([](const app::PcapMessage& m) { app::printPcapMessage(m, stdout); });
+        result = unit.run();
+    }
+    if (a.json) {
+        std::fputs(app::pcapJson(result, analysis, a.file).c_str(), stdout);
+    } else {
+        if (!a.noUnit) app::printPcapResult(result, a.file, stdout);
+        app::printPcapAnalysis(analysis, stdout);
+    }
+    if (!a.out.empty())
+        if (const std::string wrong = app::writePcapReport(result, analysis, a.file, a.out); !wrong.empty())
+            return refuse(wrong);
     return result.misuses.empty() ? 0 : CHECK_FAILED;
 }
 
@@ -156,11 +216,14 @@ int soak(const app::SoakOptions& first, u32 runs, u32 jobs)
 
 int main(int argc, char** argv)
 {
-    CLI::App tu{"Timing units of a radio base station in a simulated node."};
+    CLI::App tu{"Timing units of a radio base station in a simulated node", "tu"};
     tu.require_subcommand(1);
+    tu.set_version_flag("--version", std::string("tu ") + app::version());
     RunArguments a;
     CLI::App* const runCommand = tu.add_subcommand("run", "Run a scenario and score the clock");
-    runCommand->add_option("scenario", a.scenario, "Scenario, a TOML file")->required();
+    runCommand
+        ->add_option("scenario", a.scenario, "Scenario: a TOML file, or the name of one that is installed")
+        ->required();
     runCommand->add_option("--seed", a.seed, "Seed of every noise source, in place of the scenario's");
     runCommand->add_option("--oscillator", a.oscillator,
                            "Recorded oscillator, one value a second: FILE[:hz|:frequency|:phase]");
@@ -177,6 +240,17 @@ int main(int argc, char** argv)
                            "[NAME=]INTERFACE: the unit, or the unit or master of that name, on a network "
                            "interface; the run keeps the host's time")
         ->type_name("TEXT")->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    runCommand
+        ->add_option("--gps-tty", a.gpsTty,
+                     "[UNIT=]DEVICE: a receiver on this serial line in place of the simulated one; the run "
+                     "keeps the host's time")
+        ->type_name("TEXT");
+    runCommand->add_option("--pps", a.pps,
+                           "That receiver's pulse, a PPS device; the host's seconds without one");
+    runCommand->add_option("--host-scale", a.hostScale,
+                           "Which of the host's time scales is true time where the run keeps it: tai, or utc "
+                           "beside a master that gives the host's time of day as it is")
+        ->check(CLI::IsMember({"tai", "utc"}));
     NmeaArguments n;
     CLI::App* const nmeaCommand =
         tu.add_subcommand("nmea", "Put a receiver's log on a unit's serial line and tell what it takes");
@@ -187,12 +261,19 @@ int main(int argc, char** argv)
     nmeaCommand->add_option("--seed", n.seed, "Seed of the noise");
     nmeaCommand->add_flag("--raw", n.raw, "Leave the ends of lines as they are");
     nmeaCommand->add_flag("--verbose", n.verbose, "Each sentence with what became of it");
-    std::string capture;
-    bool captureSummary = false;
+    PcapArguments p;
     CLI::App* const pcapCommand =
-        tu.add_subcommand("pcap", "Hand a capture's PTP to a unit and tell what it takes");
-    pcapCommand->add_option("file", capture, "pcap or pcapng of Ethernet, plain or gzip")->required();
-    pcapCommand->add_flag("--summary", captureSummary, "The closing table alone");
+        tu.add_subcommand("pcap", "Tell what a unit takes of a capture's PTP, and what the capture shows");
+    pcapCommand
+        ->add_option("file", p.file, "pcap or pcapng of Ethernet, plain or gzip, or a network interface")
+        ->required();
+    pcapCommand
+        ->add_option("--seconds", p.seconds, "How long an interface is listened to, or until an interrupt")
+        ->check(CLI::Range(0.1, 1e6));
+    pcapCommand->add_flag("--summary", p.summary, "The closing tables alone");
+    pcapCommand->add_flag("--json", p.json, "The same as JSON");
+    pcapCommand->add_flag("--no-unit", p.noUnit, "Without a unit: what the capture shows by itself");
+    pcapCommand->add_option("--out", p.out, "Folder for report.html with plots, and for the series");
     app::SoakOptions s;
     u32 runs = 1;
     u32 jobs = std::max(1u, std::thread::hardware_concurrency());
@@ -205,10 +286,14 @@ int main(int argc, char** argv)
         ->check(CLI::Range(1, 1024));
     soakCommand->add_option("--save", s.save, "Write the scenario that the seed draws to this file");
     soakCommand->add_flag("--quiet", s.quiet, "Tell failures alone");
+    if (argc == 3 && std::string_view(argv[1]) == "--manual") {   // for who builds a package
+        const std::string wrong = app::writeManual(tu, app::version(), argv[2]);
+        return wrong.empty() ? 0 : refuse(wrong);
+    }
     try {
         tu.parse(argc, argv);
         if (soakCommand->parsed()) return soak(s, runs, jobs);
-        if (pcapCommand->parsed()) return pcap(capture, captureSummary);
+        if (pcapCommand->parsed()) return pcap(p);
         return nmeaCommand->parsed() ? nmea(n) : run(a);
     } catch (const CLI::ParseError& e) {
         return e.get_exit_code() == 0 ? tu.exit(e) : refuse(std::string("tu: ") + e.what());

@@ -220,23 +220,35 @@ constexpr u16 TYPE_SERVICE_TAG = 0x88A8, TYPE_OLD_TAG = 0x9100;     // IEEE 802.
 constexpr u16 TYPE_MPLS = 0x8847, TYPE_MPLS_UPSTREAM = 0x8848;      // RFC 5332
 constexpr u8 PROTOCOL_UDP = 17;
 
-/// The datagram behind the IP header `length` octets long, nothing unless it is PTP's.
-std::optional<PtpCarrier> datagramOf(const Words& ip, std::size_t length, u32 family)
+/// The datagram behind the IP header `length` octets long.
+std::optional<UdpCarrier> datagramOf(const Words& ip, std::size_t length, u32 family)
 {
     constexpr std::size_t UDP_HEADER = 8;
     if (ip.size() < length + UDP_HEADER) return std::nullopt;
-    PtpCarrier c;
-    c.packet.isFrame = false;
-    c.packet.fromPort = ip.u16At(length);
-    c.packet.toPort = ip.u16At(length + 2);
-    if (c.packet.toPort != 319 && c.packet.toPort != 320) return std::nullopt;
+    UdpCarrier c;
+    c.fromPort = ip.u16At(length);
+    c.toPort = ip.u16At(length + 2);
     const std::size_t told = ip.u16At(length + 4);
     if (told < UDP_HEADER) return std::nullopt;
-    c.packet.bytes = ip.cut(length + UDP_HEADER, std::min(told, ip.size() - length) - UDP_HEADER);
+    c.bytes = ip.cut(length + UDP_HEADER, std::min(told, ip.size() - length) - UDP_HEADER);
     const std::size_t octets = family == 4 ? 4 : 16, at = family == 4 ? 12 : 8;
-    c.packet.from.family = c.packet.to.family = family;
-    std::ranges::copy(ip.cut(at, octets), c.packet.from.octets.begin());
-    std::ranges::copy(ip.cut(at + octets, octets), c.packet.to.octets.begin());
+    c.from.family = c.to.family = family;
+    std::ranges::copy(ip.cut(at, octets), c.from.octets.begin());
+    std::ranges::copy(ip.cut(at + octets, octets), c.to.octets.begin());
+    return c;
+}
+
+/// PTP's, nothing unless it is.
+std::optional<PtpCarrier> ptpOf(std::optional<UdpCarrier> udp)
+{
+    if (!udp || (udp->toPort != 319 && udp->toPort != 320)) return std::nullopt;
+    PtpCarrier c;
+    c.packet.isFrame = false;
+    c.packet.fromPort = udp->fromPort;
+    c.packet.toPort = udp->toPort;
+    c.packet.from = udp->from;
+    c.packet.to = udp->to;
+    c.packet.bytes = std::move(udp->bytes);
     return c;
 }
 
@@ -297,7 +309,7 @@ std::optional<Payload> payloadOf(std::span<const u8> frame)
     return p;
 }
 
-std::optional<PtpCarrier> datagramIn(std::span<const u8> frame, const Payload& p)
+std::optional<UdpCarrier> datagramIn(std::span<const u8> frame, const Payload& p)
 {
     constexpr std::size_t IPV4_MIN = 20, IPV6_HEADER = 40;
     const std::span<const u8> bytes = frame.subspan(p.at);
@@ -344,6 +356,12 @@ std::vector<PcapPacket> readPcap(const std::string& path)
     return parsePcap(bytes, path);
 }
 
+std::optional<UdpCarrier> udpOf(const PcapPacket& packet)
+{
+    const std::optional<Payload> payload = payloadOf(packet.frame);
+    return payload ? datagramIn(packet.frame, *payload) : std::nullopt;
+}
+
 std::optional<PtpCarrier> ptpOf(const PcapPacket& packet)
 {
     const std::optional<Payload> payload = payloadOf(packet.frame);
@@ -354,7 +372,7 @@ std::optional<PtpCarrier> ptpOf(const PcapPacket& packet)
         c->packet.bytes = packet.frame;
         c->messageAt = payload->at;
     } else {
-        c = datagramIn(packet.frame, *payload);
+        c = ptpOf(datagramIn(packet.frame, *payload));
     }
     if (!c) return c;
     c->behind = payload->behind;

@@ -36,6 +36,13 @@ struct PtpCarrier {
     bool isCut = false;                // the recorder kept less than was sent
     std::span<const u8> message() const { return std::span(packet.bytes).subspan(messageAt); }
 };
+/// A datagram of UDP, whatever it is for; nothing for another packet, nor for a fragment.
+struct UdpCarrier {
+    sim::NetAddress from, to;
+    u16 fromPort = 0, toPort = 0;
+    std::vector<u8> bytes;
+};
+std::optional<UdpCarrier> udpOf(const PcapPacket& packet);
 /// Nothing for a packet that carries no PTP, nor for a fragment.
 std::optional<PtpCarrier> ptpOf(const PcapPacket& packet);
 

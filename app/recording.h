@@ -2,6 +2,7 @@
 // checks.
 // Times in s of virtual time, errors against the world's own time, never the unit's estimate.
 #pragma once
+#include "app/host_run.h"
 #include "app/score.h"
 #include "ose/types.h"
 
@@ -152,6 +153,7 @@ struct Recording {
     std::vector<UnitRecording> units;
     std::vector<CheckResult> checks;
     std::vector<std::string> misuses;     // of the kernel
+    std::optional<HostReport> host;       // of a run on the machine's interfaces
     bool passed() const;
 };
 

@@ -8,9 +8,11 @@
 #include "gps/kvd_gps_receiver.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
+#include "sig/reg_types.h"
 #include "sig/tuiif_sig.h"
 #include "sim/board/board.h"
 #include "sim/net/host_net.h"
+#include "sim/refs/host_gps.h"
 #include "sim/scenario/link.h"
 #include "sim/scenario/packet_net.h"
 #include "sim/scenario/unit.h"
@@ -21,6 +23,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <utility>
 
 namespace app {
 namespace {
@@ -40,7 +43,10 @@ public:
         for (const sim::CheckSpec& c : checks)
             if (c.kind == sim::CheckKind::Trace && c.unit == unit.name()) traceCounts_[c.text] = 0;
         sim::MainProcessor& mp = unit.node().mainProcessor();
-        mp.onStatus([this](const sim::ClockStatus& s) { onClockState(s.radioClockState); });
+        mp.onStatus([this](const sim::ClockStatus& s) {
+            onClockState(s.radioClockState);
+            onReferenceState(s.degrStatus);
+        });
         mp.onSelect([this](const sim::MpReference& r) { onSelect(r); });
         mp.onRecord([this](const sim::MpRecord& r) { onRecord(r); });
         unit.node().pmAgent().onRecord([this](const sim::PmRecord& r) {
@@ -135,6 +141,14 @@ private:
         clockState_ = state;
         recording.states.push_back({now(), state, sim::clockStateName(state)});
         tell(std::string("clock      ") + sim::clockStateName(state));
+    }
+
+    /// A state that stands says nothing of measurements that are refused meanwhile; this does.
+    void onReferenceState(u8 degrStatus)
+    {
+        const bool isDegraded = degrStatus == KVD_TUIIF_REF_DEGRADED;
+        if (std::exchange(isDegraded_, isDegraded) == isDegraded) return;
+        tell(std::string("reference  ") + (isDegraded ? "degraded" : "no longer degraded"));
     }
 
     void onSelect(const sim::MpReference& r)
@@ -238,7 +252,8 @@ private:
             {"initiate with calibration done", "calibration"}, {"initiate cold done", "nothing"}};
         constexpr const char* FILE = "Using ";
         if (text.starts_with(FILE) && text.find(" historical data file") != std::string::npos)
-            flashFile_ = text.substr(std::strlen(FILE), text.find(' ', std::strlen(FILE)) - std::strlen(FILE));
+            flashFile_ =
+                text.substr(std::strlen(FILE), text.find(' ', std::strlen(FILE)) - std::strlen(FILE));
         Restart& r = recording.restarts.back();
         for (const Begin& b : BEGINS) {
             if (text.find(b.trace) == std::string::npos) continue;
@@ -263,6 +278,7 @@ private:
     Progress& progress_;
     std::string prefix_;
     u8 clockState_ = 7;
+    bool isDegraded_ = false;
     std::string selected_ = "none";
     double ranUntil_s_ = 0;
     std::string flashFile_;
@@ -299,7 +315,7 @@ public:
     Recording run()
     {
         const auto began = std::chrono::steady_clock::now();
-        world_.setPace(options_.speed);
+        world_.setPace(hostNet_ ? 0 : options_.speed);   // on an interface the host's clock drives it
         std::unique_ptr<Console> console = startConsole();
         const ose::Time end = worldTime(scenario_.duration_s);
         const double slice_s = hostNet_ ? 0.2 : 10.0;
@@ -311,7 +327,6 @@ public:
             progress_.at(seconds(world_.now()), recorders_.front()->status());
         }
         progress_.end();
-        tellInterfaces();
         if (options_.stacks) std::printf("stacks         %s\n", world_.stackUse().text().c_str());
         return finish(
             std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count());
@@ -331,9 +346,28 @@ private:
                                    [&](const auto& m) { return m.name == host && m.unicast; });
     }
 
+    /// What the units on an interface listen to; nothing where there are masters alone.
+    std::optional<std::vector<sim::Listening>> listeningOn(const std::string& interface) const
+    {
+        std::optional<std::vector<sim::Listening>> all;
+        for (const auto& unit : units_)
+            for (const auto& port : hostNet_->ports()) {
+                if (port->interface() != interface || &port->host() != &unit->node().packetPort()) continue;
+                if (!all) all.emplace();
+                for (const sim::MpPacketRef& ref : unit->node().mainProcessor().config.packetRefs)
+                    all->push_back(listeningOf(ref));
+            }
+        return all;
+    }
+
     void openInterfaces(sim::HostClock& clock)
     {
+        hostClock_ = &clock;
         hostNet_ = std::make_unique<sim::HostNet>(world_, net_->network(), clock);
+        hostNet_->onHeard([this](const std::string& interface) { return listeningOn(interface); },
+                          [this](const std::string& interface, const std::string& text) {
+                              recorders_.front()->tell(interface + "      " + text);
+                          });
         for (const HostInterface& i : options_.interfaces) {
             const std::string name = i.host.empty() ? units_.front()->name() : i.host;
             sim::NetHost* const host = net_->network().host(name);
@@ -346,18 +380,29 @@ private:
             if (!port.carriesDatagrams() && needsDatagrams(scenario_, name))
                 throw sim::HostError(i.interface + ": '" + name + "' needs " + port.noDatagrams());
         }
+        for (const HostInterface& i : options_.interfaces)
+            recorders_.front()->tell("stamps     " + hostNet_->stampsOf(i.interface));
+        if (options_.receiver) openReceiver(*options_.receiver);
+        realTimeRefused_ = askForRealTime();
+        if (!realTimeRefused_.empty())
+            recorders_.front()->tell("host       no SCHED_FIFO: " + realTimeRefused_ +
+                                     "; a loaded machine makes the run late, the summary tells how much");
     }
 
-    void tellInterfaces() const
+    /// In place of the simulated receiver, which has no power any more.
+    void openReceiver(const HostReceiver& r)
     {
-        if (!hostNet_ || options_.quiet) return;
-        for (const auto& port : hostNet_->ports()) {
-            const sim::HostPort::Counts& c = port->counts();
-            std::printf("interface %s of %s: %u received, %u sent, %u without a stamp, %u stamps lost, "
-                        "%u not sent, %u unusable, %u errors\n",
-                        port->interface().c_str(), port->host().netName().c_str(), c.received, c.sent,
-                        c.unstamped, c.lostStamps, c.failed, c.unusable, c.errors);
-        }
+        const std::size_t index = r.unit.empty() ? 0 : indexOf(r.unit);
+        if (index >= units_.size()) throw sim::HostError(r.tty + ": there is no unit '" + r.unit + "'");
+        sim::Unit& unit = *units_[index];
+        if (!scenario_.units[index].gps)
+            throw sim::HostError(r.tty + ": '" + unit.name() + "' has no [unit.gps]");
+        unit.gps().setPowered(false);
+        receiver_ = std::make_unique<sim::HostGps>(world_, *hostClock_, unit.node().serial(), r.tty, r.pps);
+        receiver_->onWord(
+            [this, index](const std::string& text) { recorders_[index]->tell("receiver   " + text); });
+        unit.node().board().connect(sim::ReferenceInput::Pps, receiver_.get());
+        hostNet_->attach(*receiver_);
     }
 
     void scheduleEvents()
@@ -463,6 +508,7 @@ private:
                     return u64{0};
                 });
         recording.misuses = misuses_;
+        if (hostNet_) recording.host = hostReport(*hostNet_, *hostClock_, realTimeRefused_, receiver_.get());
         if (!options_.out.empty())
             for (auto& unit : units_)
                 unit->node().volumes().save(options_.out + "/volumes-" + unit->name());
@@ -477,7 +523,10 @@ private:
     std::vector<std::unique_ptr<sim::Unit>> units_;
     std::vector<std::unique_ptr<sim::Link>> links_;
     std::unique_ptr<sim::PacketNet> net_;
+    sim::HostClock* hostClock_ = nullptr;
     std::unique_ptr<sim::HostNet> hostNet_;
+    std::unique_ptr<sim::HostGps> receiver_;
+    std::string realTimeRefused_;
     std::vector<std::unique_ptr<Recorder>> recorders_;
 };
 
@@ -485,10 +534,13 @@ private:
 
 Recording runScenario(const sim::Scenario& scenario, const RunOptions& options)
 {
-    if (options.interfaces.empty()) return Run(scenario, options, nullptr).run();
+    if (!options.onHost()) return Run(scenario, options, nullptr).run();
     sim::HostClock clock;
     sim::Scenario onHost = scenario;
-    onHost.setMasterEpoch(clock.taiAtBeginning());
+    const i64 tai_s = clock.taiAtBeginning() - (options.hostTimeIsUtc ? sim::TAI_AHEAD_OF_UTC : 0);
+    onHost.setMasterEpoch(tai_s);
+    for (sim::UnitSpec& unit : onHost.units)
+        if (unit.gps) unit.gps->start = clock.taiAtBeginning() - sim::TAI_AHEAD_OF_UTC;
     return Run(onHost, options, &clock).run();
 }
 

@@ -3,6 +3,7 @@
 #include "app/recording.h"
 #include "sim/scenario/scenario.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,16 +15,26 @@ struct HostInterface {
     std::string interface;
 };
 
+/// A real receiver at a unit: the device of its serial line, and of its pulse where it has one.
+struct HostReceiver {
+    std::string unit;              // "" for the first
+    std::string tty, pps;
+};
+
 struct RunOptions {
     bool quiet = false;            // no progress, no lines, no summary
     bool shell = false;            // the operator types while the unit runs
     bool stacks = false;           // tell how much of their stacks the processes have used
     double speed = 0;              // times real time; 0 as fast as it goes
     std::string out;               // folder for traces and volumes, "" for none
-    std::vector<HostInterface> interfaces;   // the run keeps the host's time when there is one
+    // The run keeps the host's time when there is one of these.
+    std::vector<HostInterface> interfaces;
+    std::optional<HostReceiver> receiver;
+    bool hostTimeIsUtc = false;    // true time of such a run is the host's UTC as it stands, not TAI
+    bool onHost() const { return !interfaces.empty() || receiver; }
 };
 
-/// Throws sim::HostError for an interface that can't be used.
+/// Throws sim::HostError for an interface or a line that can't be used.
 Recording runScenario(const sim::Scenario& scenario, const RunOptions& options);
 
 }  // namespace app

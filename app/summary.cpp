@@ -331,6 +331,7 @@ std::string summaryJson(const Recording& recording)
     json["checks"] = Json::array();
     for (const CheckResult& c : recording.checks) json["checks"].push_back(toJson(c));
     json["misuses"] = recording.misuses;
+    if (recording.host) json["host"] = toJson(*recording.host);
     return json.dump(1) + "\n";
 }
 
@@ -341,6 +342,7 @@ void printSummary(const Recording& recording, std::FILE* out)
                  recording.wall_s, recording.virtual_s / std::max(recording.wall_s, 1e-9),
                  static_cast<unsigned long long>(recording.seed));
     for (const UnitRecording& unit : recording.units) printUnit(unit, recording.interval_s, out);
+    if (recording.host) printHost(*recording.host, out);
     for (const std::string& misuse : recording.misuses)
         std::fprintf(out, "kernel misuse: %s\n", misuse.c_str());
     if (recording.checks.empty()) return;

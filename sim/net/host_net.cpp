@@ -1,19 +1,72 @@
 #include "sim/net/host_net.h"
 
 #include <algorithm>
+#include <net/if.h>
 
 namespace sim {
+
+void Lateness::take(double late_s)
+{
+    ++count;
+    sum_s += late_s;
+    max_s = std::max(max_s, late_s);
+    over1ms += late_s > 1e-3;
+    over10ms += late_s > 10e-3;
+    over100ms += late_s > 100e-3;
+}
 
 HostNet::~HostNet()
 {
     for (const auto& port : ports_) network_.putOn(port->host(), nullptr);
 }
 
-HostPort& HostNet::add(NetHost& host, const std::string& interface)
+HostPort& HostNet::add(NetHost& host, const std::string& name)
 {
-    ports_.push_back(std::make_unique<HostPort>(world_, clock_, host, interface));
+    if (if_nametoindex(name.c_str()) == 0) throw HostError(name + ": there is no such network interface");
+    const bool isFirst = !interfaces_.contains(name);
+    Interface& i = interface(name);
+    ports_.push_back(std::make_unique<HostPort>(world_, clock_, host, name, i.stamps.card.get()));
+    ports_.back()->reportTo(i.heard, isFirst);
     network_.putOn(host, ports_.back().get());
     return *ports_.back();
+}
+
+const HeardMasters* HostNet::heard(const std::string& name) const
+{
+    const auto found = interfaces_.find(name);
+    return found != interfaces_.end() ? &found->second->heard : nullptr;
+}
+
+HostNet::Interface& HostNet::interface(const std::string& name)
+{
+    std::unique_ptr<Interface>& i = interfaces_[name];
+    if (i) return *i;
+    const auto listens = [this, name] { return listens_ ? listens_(name) : std::nullopt; };
+    const auto tell = [this, name](const std::string& text) { if (tell_) tell_(name, text); };
+    i = std::make_unique<Interface>(if_nametoindex(name.c_str()), openStamps(name),
+                                    HeardMasters(world_, listens, tell), nullptr);
+    i->ear = std::make_unique<HostEar>(name, i->index, i->heard);
+    return *i;
+}
+
+/// One that was removed comes back as another.
+void HostNet::followInterfaces()
+{
+    constexpr ose::Time LOOK_AGAIN = ose::SEC;
+    const ose::Time now = clock_.now();
+    if (now < lookAgain_) return;
+    lookAgain_ = now + LOOK_AGAIN;
+    for (auto& [name, i] : interfaces_) {
+        if (i->stamps.card) i->stamps.card->follow();
+        const unsigned index = if_nametoindex(name.c_str());
+        if (index == i->index) continue;
+        i->index = index;
+        if (index != 0) i->stamps = openStamps(name);
+        i->ear = index != 0 ? std::make_unique<HostEar>(name, index, i->heard) : nullptr;
+        for (const auto& port : ports_)
+            if (port->interface() == name) port->reopen(index, i->stamps.card.get());
+        if (tell_) tell_(name, index == 0 ? "the interface is gone" : "the interface is back");
+    }
 }
 
 /// Until the time has come or a socket has something, at most so long that an operator doesn't notice.
@@ -26,6 +79,9 @@ void HostNet::waitUntil(ose::Time due)
     const timespec span{0, static_cast<long>(wait / ose::NS)};
     std::vector<pollfd> fds;
     for (const auto& port : ports_) port->waitFor(fds);
+    for (const auto& [name, i] : interfaces_)
+        if (i->ear) i->ear->waitFor(fds);
+    for (const HostDevice* const device : devices_) device->waitFor(fds);
     ppoll(fds.data(), fds.size(), &span, nullptr);
 }
 
@@ -33,9 +89,17 @@ void HostNet::runUntil(ose::Time end)
 {
     while (world_.now() < end) {
         clock_.follow();
+        followInterfaces();
         for (const auto& port : ports_) port->take();
+        for (const auto& [name, i] : interfaces_)
+            if (i->ear) i->ear->take();
+        for (HostDevice* const device : devices_) device->take();
         const ose::Time wall = clock_.now();
-        if (wall >= world_.now()) world_.runUntil(std::min(wall, end));
+        if (wall >= world_.now()) {
+            const ose::Time due = std::max(world_.nextDue(), world_.now());
+            if (due <= wall) lateness_.take(static_cast<double>(wall - due) * 1e-12);
+            world_.runUntil(std::min(wall, end));
+        }
         waitUntil(std::min(wall < 0 ? 0 : world_.nextDue(), end));
     }
 }

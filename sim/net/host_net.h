@@ -2,14 +2,34 @@
 // host's time: always a little behind it, so that what comes at a time reaches the world at that time or
 // hardly later, and what the world sends leaves later than it meant to. The stamps tell when it was.
 #pragma once
+#include "sim/net/host_device.h"
+#include "sim/net/host_ear.h"
 #include "sim/net/host_port.h"
 
+#include <map>
 #include <memory>
 
 namespace sim {
 
+/// How late the world comes to what is due, as the host lets it.
+struct Lateness {
+    u64 count = 0;
+    double sum_s = 0, max_s = 0;
+    u64 over1ms = 0, over10ms = 0, over100ms = 0;
+    void take(double late_s);
+};
+
 class HostNet {
 public:
+    using Listens = std::function<std::optional<std::vector<Listening>>(const std::string& interface)>;
+    using Tell = std::function<void(const std::string& interface, const std::string& text)>;
+    /// What the units on an interface have, and who is told of the masters there; before the first `add`.
+    void onHeard(Listens listens, Tell tell)
+    {
+        listens_ = std::move(listens);
+        tell_ = std::move(tell);
+    }
+
     HostNet(ose::World& world, Network& network, HostClock& clock)
         : world_(world), network_(network), clock_(clock)
     {
@@ -20,17 +40,41 @@ public:
 
     /// Takes the host off its paths and puts it on the interface. Throws HostError.
     HostPort& add(NetHost& host, const std::string& interface);
+    /// Read beside the interfaces ; it must live as long as the runs.
+    void attach(HostDevice& device) { devices_.push_back(&device); }
     /// Runs the world until its time is `end`, one second a second.
     void runUntil(ose::Time end);
     const std::vector<std::unique_ptr<HostPort>>& ports() const { return ports_; }
+    /// nullptr without a host on it.
+    const HeardMasters* heard(const std::string& interface) const;
+    /// Whose stamps its packets have, one line.
+    const std::string& stampsOf(const std::string& interface) const
+    {
+        return interfaces_.at(interface)->stamps.text;
+    }
+    const Lateness& lateness() const { return lateness_; }
 
 private:
+    struct Interface {
+        unsigned index;
+        InterfaceStamps stamps;
+        HeardMasters heard;
+        std::unique_ptr<HostEar> ear;
+    };
+    Interface& interface(const std::string& name);
+    void followInterfaces();
     void waitUntil(ose::Time due);
 
     ose::World& world_;
     Network& network_;
     HostClock& clock_;
+    Listens listens_;
+    Tell tell_;
+    std::map<std::string, std::unique_ptr<Interface>> interfaces_;
     std::vector<std::unique_ptr<HostPort>> ports_;
+    std::vector<HostDevice*> devices_;
+    ose::Time lookAgain_ = 0;
+    Lateness lateness_;
 };
 
 }  // namespace sim

@@ -24,13 +24,20 @@ constexpr MacAddress GROUPS[] = {{0x01, 0x1B, 0x19, 0, 0, 0}, {0x01, 0x80, 0xC2,
 constexpr std::size_t FRAME_HEADER = 14;
 constexpr std::size_t LONGEST = 1600;            // a frame of the largest usual payload, or its datagram
 constexpr u8 FIRST_GENERAL_TYPE = 8;             // lower message types are stamped (IEEE 1588-2008 13.3.2.2)
-constexpr std::size_t AT_ONCE = 256;             // packets taken from a socket before the world goes on
+constexpr std::size_t AT_ONCE = 8192;            // packets taken from a socket before the world goes on
+constexpr int ROOM = 8 << 20;                    // octets that may wait while the program doesn't run
 constexpr ose::Time STAMP_WITHIN = ose::SEC;
 
 template <typename T>
 int setOption(int fd, int level, int option, const T& value)
 {
     return setsockopt(fd, level, option, &value, sizeof value);
+}
+
+/// Beyond the system's limit where the rights allow it.
+void makeRoom(int fd)
+{
+    if (setOption(fd, SOL_SOCKET, SO_RCVBUFFORCE, ROOM) != 0) setOption(fd, SOL_SOCKET, SO_RCVBUF, ROOM);
 }
 
 bool isLinkLocal(const NetAddress& a) { return a.octets[0] == 0xFE && (a.octets[1] & 0xC0) == 0x80; }
@@ -81,14 +88,15 @@ bool isEvent(const NetPacket& packet)
     return at < packet.bytes.size() && (packet.bytes[at] & 0x0F) < FIRST_GENERAL_TYPE;
 }
 
-/// The kernel's own stamp, of CLOCK_REALTIME in ns.
-std::optional<i64> stampOf(msghdr& m)
+/// The kernel's own stamp, of CLOCK_REALTIME in ns, or the card's.
+std::optional<i64> stampOf(msghdr& m, bool ofCard)
 {
+    const std::size_t which = ofCard ? 2 : 0;
     for (cmsghdr* c = CMSG_FIRSTHDR(&m); c != nullptr; c = CMSG_NXTHDR(&m, c)) {
         if (c->cmsg_level != SOL_SOCKET || c->cmsg_type != SCM_TIMESTAMPING) continue;
         scm_timestamping s{};
         std::memcpy(&s, CMSG_DATA(c), sizeof s);
-        if (s.ts[0].tv_sec != 0) return s.ts[0].tv_sec * 1'000'000'000LL + s.ts[0].tv_nsec;
+        if (s.ts[which].tv_sec != 0) return s.ts[which].tv_sec * 1'000'000'000LL + s.ts[which].tv_nsec;
     }
     return std::nullopt;
 }
@@ -108,11 +116,20 @@ void HostPort::fail(const std::string& what) const
     throw HostError(interface_ + ": " + what + ": " + std::strerror(errno));
 }
 
-HostPort::HostPort(ose::World& world, HostClock& clock, NetHost& host, const std::string& interface)
-    : world_(world), clock_(clock), host_(host), interface_(interface)
+HostPort::HostPort(ose::World& world, HostClock& clock, NetHost& host, const std::string& interface,
+                   const CardClock* card)
+    : world_(world), clock_(clock), host_(host), interface_(interface), card_(card)
 {
     index_ = if_nametoindex(interface.c_str());
-    if (index_ == 0) throw HostError(interface + ": there is no such network interface");
+    open();
+}
+
+HostPort::~HostPort() { closeAll(); }
+
+// ---- opening ------------------------------------------------------------------------------------
+
+void HostPort::open()
+{
     openFrames();
     noDatagrams_ = openDatagrams(event_, ptp::EVENT_PORT);
     if (noDatagrams_.empty()) noDatagrams_ = openDatagrams(general_, ptp::GENERAL_PORT);
@@ -121,13 +138,43 @@ HostPort::HostPort(ose::World& world, HostClock& clock, NetHost& host, const std
         if (s->fd >= 0) close(std::exchange(s->fd, -1));
 }
 
-HostPort::~HostPort()
+void HostPort::closeAll()
 {
-    for (const Socket* const s : {&frames_, &event_, &general_})
-        if (s->fd >= 0) close(s->fd);
+    for (Socket* const s : {&frames_, &event_, &general_}) {
+        if (s->fd >= 0) close(std::exchange(s->fd, -1));
+        counts_.lostStamps += static_cast<u32>(s->waiting.size());
+        s->waiting.clear();
+        s->tos = 0;
+    }
 }
 
-// ---- opening ------------------------------------------------------------------------------------
+/// One that can't be opened is tried again when the next change of the interface is seen.
+void HostPort::reopen(unsigned index, const CardClock* card)
+{
+    closeAll();
+    card_ = card;
+    ++counts_.errors;
+    index_ = index;
+    if (index == 0) return;
+    try {
+        open();
+    } catch (const HostError&) {
+        closeAll();
+    }
+}
+
+int HostPort::stampFlags() const
+{
+    return card_ != nullptr ? SOF_TIMESTAMPING_RX_HARDWARE | SOF_TIMESTAMPING_RAW_HARDWARE
+                            : SOF_TIMESTAMPING_RX_SOFTWARE | SOF_TIMESTAMPING_SOFTWARE;
+}
+
+/// The world's time of its stamp.
+std::optional<ose::Time> HostPort::timeOf(const Received& r) const
+{
+    const auto realtime_ns = r.stamp_ns && card_ != nullptr ? card_->realtimeOf(*r.stamp_ns) : r.stamp_ns;
+    return realtime_ns ? clock_.ofStamp(*realtime_ns) : std::nullopt;
+}
 
 void HostPort::openFrames()
 {
@@ -148,8 +195,8 @@ void HostPort::openFrames()
         std::copy(group.begin(), group.end(), join.mr_address);
         orClose(setOption(frames_.fd, SOL_PACKET, PACKET_ADD_MEMBERSHIP, join), "joining PTP's groups");
     }
-    constexpr int STAMPS = SOF_TIMESTAMPING_RX_SOFTWARE | SOF_TIMESTAMPING_SOFTWARE;
-    orClose(setOption(frames_.fd, SOL_SOCKET, SO_TIMESTAMPING, STAMPS), "asking for stamps");
+    makeRoom(frames_.fd);
+    orClose(setOption(frames_.fd, SOL_SOCKET, SO_TIMESTAMPING, stampFlags()), "asking for stamps");
     sockaddr_ll own{};
     own.sll_family = AF_PACKET;
     own.sll_protocol = htons(ptp::ETHERTYPE);
@@ -165,14 +212,14 @@ std::string HostPort::openDatagrams(Socket& s, u16 port)
     s.fd = socket(own.family == 4 ? AF_INET : AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     const std::string what = "UDP port " + std::to_string(port) + " of " + textOf(own) + ": ";
     if (s.fd < 0) return what + std::strerror(errno);
-    constexpr int STAMPS = SOF_TIMESTAMPING_RX_SOFTWARE | SOF_TIMESTAMPING_SOFTWARE;
     sockaddr_storage address;
     const socklen_t size = toSockaddr(own, port, index_, address);
     if (setsockopt(s.fd, SOL_SOCKET, SO_BINDTODEVICE, interface_.c_str(),
                    static_cast<socklen_t>(interface_.size())) != 0 ||
-        setOption(s.fd, SOL_SOCKET, SO_TIMESTAMPING, STAMPS) != 0 ||
+        setOption(s.fd, SOL_SOCKET, SO_TIMESTAMPING, stampFlags()) != 0 ||
         bind(s.fd, reinterpret_cast<const sockaddr*>(&address), size) != 0)
         return what + std::strerror(errno);
+    makeRoom(s.fd);
     return {};
 }
 
@@ -204,7 +251,7 @@ bool HostPort::sendOn(Socket& s, const NetPacket& packet, bool wantsStamp)
         c->cmsg_level = SOL_SOCKET;
         c->cmsg_type = SO_TIMESTAMPING;
         c->cmsg_len = CMSG_LEN(sizeof(u32));
-        const u32 flags = SOF_TIMESTAMPING_TX_SOFTWARE;
+        const u32 flags = card_ != nullptr ? SOF_TIMESTAMPING_TX_HARDWARE : SOF_TIMESTAMPING_TX_SOFTWARE;
         std::memcpy(CMSG_DATA(c), &flags, sizeof flags);
     }
     return sendmsg(s.fd, &m, 0) == static_cast<ssize_t>(packet.bytes.size());
@@ -242,7 +289,7 @@ bool HostPort::receive(Socket& s, Received& r, int flags)
         if (count >= 0) {
             r.count = static_cast<std::size_t>(count);
             r.isWhole = (m.msg_flags & MSG_TRUNC) == 0;
-            r.stamp_ns = stampOf(m);
+            r.stamp_ns = stampOf(m, card_ != nullptr);
             return true;
         }
         if (errno == EAGAIN || errno == EWOULDBLOCK) return false;
@@ -271,7 +318,8 @@ void HostPort::takePacket(const Socket& s, const Received& r)
         packet.to = host_.netAddress();
         packet.toPort = s.port;
     }
-    std::optional<ose::Time> came = r.stamp_ns ? clock_.ofStamp(*r.stamp_ns) : std::nullopt;
+    report(packet);
+    const std::optional<ose::Time> came = timeOf(r);
     if (!came && isEvent(packet)) {
         ++counts_.unstamped;
         return;
@@ -282,6 +330,20 @@ void HostPort::takePacket(const Socket& s, const Received& r)
         packet.age = world.now() - at;
         host.onPacket(packet);
     });
+}
+
+void HostPort::report(const NetPacket& packet) const
+{
+    if (heard_ == nullptr) return;
+    const u8* const bytes = packet.bytes.data();
+    if (!packet.isFrame)
+        return heard_->take(PtpWay::Unicast, textOf(packet.to), textOf(packet.from), bytes,
+                            packet.bytes.size());
+    const std::size_t at = ptp::messageAt(packet.bytes);
+    constexpr std::size_t SENDER_AT = 6;
+    if (at != 0 && reportsGroups_)
+        heard_->take(PtpWay::Frame, textOf(bytes), textOf(bytes + SENDER_AT), bytes + at,
+                     packet.bytes.size() - at);
 }
 
 void HostPort::takePackets(Socket& s)
@@ -299,7 +361,7 @@ void HostPort::takeStamps(Socket& s)
         const auto found = std::find_if(s.waiting.begin(), s.waiting.end(), [&](const Unstamped& u) {
             return std::search(r.bytes.begin(), end, u.message.begin(), u.message.end()) != end;
         });
-        const auto at = r.stamp_ns ? clock_.ofStamp(*r.stamp_ns) : std::nullopt;
+        const auto at = timeOf(r);
         if (found == s.waiting.end() || !at) continue;
         world_.at(std::max(*at, world_.now()), [left = std::move(found->left), at = *at] { left(at); });
         s.waiting.erase(found);

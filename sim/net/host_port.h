@@ -2,7 +2,9 @@
 // socket, datagrams of ports 319 and 320 through UDP sockets that are bound to the interface, both with the
 // kernel's stamps (SO_TIMESTAMPING).
 #pragma once
+#include "sim/net/heard.h"
 #include "sim/net/host_clock.h"
+#include "sim/net/host_stamps.h"
 #include "sim/net/network.h"
 
 #include <deque>
@@ -28,8 +30,9 @@ public:
         u32 errors = 0;              // of the interface, as when it goes down
     };
 
-    /// Throws HostError.
-    HostPort(ose::World& world, HostClock& clock, NetHost& host, const std::string& interface);
+    /// `card` is whose stamps are taken, nullptr for the kernel's. Throws HostError.
+    HostPort(ose::World& world, HostClock& clock, NetHost& host, const std::string& interface,
+             const CardClock* card);
     ~HostPort() override;
 
     // ---- Wire -----------------------------------------------------------------------------------
@@ -40,6 +43,14 @@ public:
     /// time.
     void take();
     void waitFor(std::vector<pollfd>& fds) const;
+    /// Tells it what comes to the host's address, and of frames what comes to the groups if nobody else does.
+    void reportTo(HeardMasters& heard, bool ofGroupsToo)
+    {
+        heard_ = &heard;
+        reportsGroups_ = ofGroupsToo;
+    }
+    /// The interface is gone (0) or is another one of its name.
+    void reopen(unsigned index, const CardClock* card);
     const std::string& interface() const { return interface_; }
     NetHost& host() const { return host_; }
     const Counts& counts() const { return counts_; }
@@ -56,6 +67,8 @@ private:
     };
     struct Received;
 
+    void open();
+    void closeAll();
     void openFrames();
     std::string openDatagrams(Socket& s, u16 port);
     [[noreturn]] void fail(const std::string& what) const;
@@ -63,6 +76,9 @@ private:
     void takePackets(Socket& s);
     void takeStamps(Socket& s);
     void takePacket(const Socket& s, const Received& r);
+    void report(const NetPacket& packet) const;
+    int stampFlags() const;
+    std::optional<ose::Time> timeOf(const Received& r) const;
     bool sendOn(Socket& s, const NetPacket& packet, bool wantsStamp);
 
     ose::World& world_;
@@ -72,6 +88,9 @@ private:
     unsigned index_ = 0;
     Socket frames_, event_, general_;
     std::string noDatagrams_;
+    const CardClock* card_;
+    HeardMasters* heard_ = nullptr;
+    bool reportsGroups_ = false;
     Counts counts_;
 };
 

@@ -24,6 +24,7 @@ printf '%s%sWARMUP"\n' "$unit" "$check" >"$dir/good.toml"
 printf '%s%sFREQUENCY_LOCKED"\n' "$unit" "$check" >"$dir/fails.toml"
 printf '%scolour = "red"\n' "$unit" >"$dir/bad.toml"
 printf '1.0\nx\n' >"$dir/bad.txt"
+sed 's/20s/6s/' "$dir/good.toml" >"$dir/paced.toml"
 expect 0 "a check that holds" run "$dir/good.toml" --summary "$dir/s.json"
 grep -q '"pass": true' "$dir/s.json" || { echo "the summary doesn't tell the check"; failed=1; }
 expect 1 "a check that fails" run "$dir/fails.toml" --quiet
@@ -59,6 +60,37 @@ grep -q 'cut.pcap: cut off' "$dir/err" || { echo "the capture isn't told to be c
 expect 2 "a capture of another link" pcap "$dir/other.pcap"
 expect 2 "no such capture" pcap "$dir/none.pcap"
 expect 2 "a folder that can't be made" run "$dir/good.toml" --out /proc/none
+expect 0 "a capture as JSON" pcap "$dir/good.pcap" --json
+expect 0 "a capture without a unit" pcap "$dir/good.pcap" --no-unit --out "$dir/shows"
+[ -s "$dir/shows/report.html" ] || { echo "no report of the capture"; failed=1; }
+expect 2 "a receiver's line that isn't there" run "$dir/good.toml" --gps-tty "$dir/none"
+expect 2 "a pulse without its receiver" run "$dir/good.toml" --pps /dev/null
+expect 0 "the version" --version
+grep -qE '^tu [0-9]+\.' "$dir/out" || { echo "no version"; failed=1; }
+mkdir "$dir/manual"
+expect 0 "the manual" --manual "$dir/manual"
+for command in run nmea pcap soak; do
+    page=$(gzip -dc "$dir/manual/tu-$command.1.gz")
+    "$tu" $command --help | grep -oE '^  (-h,)?--[a-z-]+' | grep -oE -- '--[a-z-]+' | sed 's/-/\\-/g' |
+        while read -r option; do
+            echo "$page" | grep -qF -- "$option" || echo "$command $option"
+        done >"$dir/missing"
+    [ -s "$dir/missing" ] && { echo "not in the manual:"; cat "$dir/missing"; failed=1; }
+done
+bash -n "$dir/manual/tu.bash" || failed=1
+# Stopped for two seconds, a run beside the host's clock has lost nothing of it, with a console or without.
+if "$tu" run "$dir/good.toml" --ptp-if lo --quiet --shell </dev/null >"$dir/out" 2>"$dir/err"; then
+    for shell in "" --shell; do
+        began=$(date +%s)
+        sleep 12 | "$tu" run "$dir/paced.toml" --ptp-if lo --quiet $shell >"$dir/out" 2>&1 &
+        pid=$!
+        sleep 2
+        kill -STOP "$pid"; sleep 2; kill -CONT "$pid"
+        while kill -0 "$pid" 2>/dev/null; do sleep 0.1; done
+        took=$(($(date +%s) - began))
+        [ $took -le 9 ] || { echo "6 s of run took $took s of the host's ($shell)"; failed=1; }
+    done
+fi
 expect 0 "a long run" soak --hours 0.2 --seed 5 --save "$dir/drawn.toml"
 expect 0 "what it drew" run "$dir/drawn.toml" --quiet
 expect 2 "a long run of no length" soak --hours 0

@@ -1,5 +1,6 @@
 // Logs of receivers on a unit's serial line: which sentences are taken, that nothing else moves.
 #include "app/nmea.h"
+#include "app/nmea_beside.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -299,6 +300,45 @@ TEST(NmeaLogFile, IsReadWithoutItsHeadingAndWithItsReturns)
     }
     fs::remove(file);
     EXPECT_THROW(app::readNmeaLog(file, false), app::NmeaError);
+}
+
+TEST(NmeaBeside, ReadsDateAndTimeOfAnyTalker)
+{
+    const auto withSum = [](const std::string& body) {
+        u8 sum = 0;
+        for (const char c : body) sum ^= static_cast<u8>(c);
+        char tail[4];
+        std::snprintf(tail, sizeof tail, "*%02X", sum);
+        return body + tail + "\r";
+    };
+    struct Case { const char* body; const char* type; const char* time; };
+    constexpr Case CASES[] = {
+        {"GNRMC,120000.00,A,5924.0,N,01757.0,E,0.0,0.0,010524,,,A", "GNRMC", "2024-05-01 12:00:00 UTC"},
+        {"GPRMC,235959,A,,,,,,,311299,,", "GPRMC", "2099-12-31 23:59:59 UTC"},
+        {"GNZDA,000000.00,01,03,2024,00,00", "GNZDA", "2024-03-01 00:00:00 UTC"},
+        {"GBZDA,235960,31,12,2016,00,00", "GBZDA", "2017-01-01 00:00:00 UTC"},       // a leap second
+        {"GNRMC,120000.00,V,,,,,,,010524,,,N", "GNRMC", ""},
+        {"GNZDA,,,,,,", "GNZDA", ""},
+        {"GNZDA,120000.00,31,02,2024,00,00", "GNZDA", ""},
+        {"GNZDA,1200,01,02,2024,00,00", "GNZDA", ""},
+        {"GNRMC,120000", "GNRMC", ""},
+    };
+    for (const Case& c : CASES) {
+        SCOPED_TRACE(c.body);
+        app::NmeaBeside beside;
+        beside.take(withSum(c.body));
+        EXPECT_EQ(beside.time(), c.time);
+        ASSERT_EQ(beside.counts().count(c.type), 1u);
+        EXPECT_EQ(beside.counts().at(c.type).good, *c.time != '\0' ? 1u : 0u);
+    }
+    app::NmeaBeside beside;
+    for (const char* const wrong : {"", "GN", "GNRMC", "GPGGA,1*00\r", "GNRMC,120000.00,A*ZZ\r", "GNRMC,1*5"})
+        beside.take(wrong);
+    EXPECT_EQ(beside.counts().at("GNRMC").badSum, 2u);
+    for (const char* const s : {"GNZDA,120000,01,05,2024,,", "GNZDA,120001,01,05,2024,,", "GNZDA,120001,01,05,2024,,",
+                                "GNZDA,120005,01,05,2024,,", "GNZDA,120004,01,05,2024,,"})
+        beside.take(withSum(s));
+    EXPECT_EQ(beside.steps(), 2u);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // Captures on a unit's packet port: what of a file is read, which messages are taken, that all are told.
 #include "app/pcap.h"
+#include "app/pcap_report.h"
 #include "tests/support/captures.h"
 
 #include <gmock/gmock.h>
@@ -303,6 +304,135 @@ TEST(PcapCaptures, OfOthersAreTakenAsFarAsTheyAreForASlave)
         EXPECT_THAT(r.misuses, testing::IsEmpty());
         EXPECT_TRUE(unit.node().programEnds().empty());
     }
+}
+
+// ---- what a capture shows by itself -------------------------------------------------------------
+
+/// A master whose clock is 37 s ahead of the recorder's, `path` away each way, seen at the slave.
+struct Recorded {
+    static constexpr i64 BEGAN = 1'700'000'000'000'000'000, AHEAD = 37'000'000'000;
+    std::vector<app::PcapPacket> packets;
+
+    void add(i64 at_ns, sim::ptp::Message m, i64 stamp_ns, u8 clock)
+    {
+        m.source.clock[7] = clock;
+        m.stamp = {static_cast<u64>(stamp_ns / 1'000'000'000), static_cast<u32>(stamp_ns % 1'000'000'000)};
+        packets.push_back({BEGAN + at_ns, 0, sim::ptp::frame({1, 0x1B, 0x19}, {2}, 0, sim::ptp::write(m))});
+    }
+    void exchange(u16 n, i64 at_ns, i64 down_ns, i64 up_ns, i64 residence_ns)
+    {
+        sim::ptp::Message m;
+        m.sequence = n;
+        m.logInterval = -4;
+        m.flags0 = 2;
+        const i64 left = BEGAN + at_ns - down_ns - residence_ns + AHEAD;
+        m.correction = residence_ns << 16;
+        add(at_ns, m, 0, 1);
+        m.type = sim::ptp::FOLLOW_UP;
+        m.correction = 0;
+        add(at_ns + 100'000, m, left, 1);
+        sim::ptp::Message req;
+        req.type = sim::ptp::DELAY_REQ;
+        req.sequence = static_cast<u16>(7 * n);
+        add(at_ns + 200'000, req, 0, 2);
+        sim::ptp::Message resp = req;
+        resp.type = sim::ptp::DELAY_RESP;
+        resp.logInterval = -4;
+        resp.requesting.clock[7] = 2;
+        add(at_ns + 400'000, resp, BEGAN + at_ns + 200'000 + up_ns + AHEAD, 1);
+    }
+    app::PcapAnalysis analysis() const
+    {
+        app::PcapAnalysis a;
+        for (const auto& p : packets) a.take(p, app::ptpOf(p));
+        a.finish();
+        return a;
+    }
+};
+
+TEST(PcapAnalysis, TellsOffsetDelayAndWhatTheyVaryBy)
+{
+    constexpr i64 INTERVAL = 62'500'000;
+    Recorded r;
+    for (u16 n = 0; n < 400; ++n) {
+        const i64 noise = n % 2 == 0 ? 100 : -100;
+        if (n != 200 && n != 201) r.exchange(n, n * INTERVAL, 2'000 + noise, 3'000, 5'000 + n);
+    }
+    const app::PcapAnalysis a = r.analysis();
+    const std::string master = "L2 domain 0 000000.0000.000001-1", slave = "000000.0000.000002-1";
+    ASSERT_EQ(a.exchanges.size(), 1u);
+    const app::PcapExchanges& e = a.exchanges.at(master + " with " + slave);
+    const app::PcapSpread path = app::spreadOf(e.path), offset = app::spreadOf(e.offset);
+    EXPECT_EQ(path.count, 398u);
+    EXPECT_NEAR(path.mean_ns, 2'500, 1);
+    EXPECT_NEAR(path.deviation_ns, 50, 1);
+    EXPECT_NEAR(offset.mean_ns, -static_cast<double>(Recorded::AHEAD) - 500, 1);
+    EXPECT_NEAR(offset.peak_ns, 100, 2);
+    const app::PcapSpread correction = app::spreadOf(a.masters.at(master).correction);
+    EXPECT_NEAR(correction.min_ns, 5'000, 0.5);
+    EXPECT_NEAR(correction.max_ns, 5'399, 0.5);
+    EXPECT_NEAR(correction.slope_ppb, 16.0, 0.01);      // 1 ns in 62.5 ms
+    EXPECT_NEAR(correction.deviation_ns, 0.0, 0.01);    // about its line
+    const app::PcapFlow& sync = a.flows.at(master + " Sync");
+    EXPECT_EQ(sync.gaps, 1u);
+    EXPECT_EQ(sync.lost, 2u);
+    EXPECT_NEAR(sync.longest_s, 0.1875, 1e-6);
+    EXPECT_NEAR(*sync.told_s, 0.0625, 1e-9);
+    EXPECT_EQ(a.flows.at(master + " Delay_Resp").lost, 0u);
+}
+
+TEST(PcapAnalysis, AnHourOfTwoClocksThatDriftIsToldAboutItsLine)
+{
+    app::PcapSeries series;
+    for (int i = 0; i < 3600; ++i) series.take(i, Recorded::BEGAN + i * 1'000 + (i % 3 - 1) * 30);
+    const app::PcapSpread s = app::spreadOf(series);
+    EXPECT_NEAR(s.slope_ppb, 1'000, 0.01);
+    EXPECT_NEAR(s.deviation_ns, 24.5, 0.5);
+    EXPECT_NEAR(s.peak_ns, 60, 1);
+    EXPECT_EQ(app::spreadOf({}).count, 0u);
+}
+
+TEST(PcapAnalysis, EsmcAndNtpOfTheSameCapture)
+{
+    const auto esmc = [](u8 level, bool isEvent) {
+        Bytes f(60, 0);
+        const Bytes head{1, 0x80, 0xC2, 0, 0, 2, 2, 0, 0, 0, 0, 5, 0x88, 0x09, 0x0A, 0, 0x19, 0xA7, 0, 1,
+                         static_cast<u8>(0x10 | (isEvent ? 8 : 0)), 0, 0, 0, 1, 0, 4, level};
+        std::copy(head.begin(), head.end(), f.begin());
+        return f;
+    };
+    const auto ntp = [](u8 mode, u64 origin, u64 receive, u64 transmit) {
+        File f{true};
+        f.word(0x20u | mode, 1).word(2, 1).word(0, 2).raw(Bytes(20, 0)).word(origin, 8).word(receive, 8).word(transmit, 8);
+        return f.bytes;
+    };
+    constexpr i64 S = 1'000'000'000, MS = 1'000'000;
+    constexpr u64 EPOCH = 1'700'000'000ull + 2'208'988'800ull, MS_OF_NTP = (1ull << 32) / 1000;
+    std::vector<app::PcapPacket> capture;
+    const auto at = [&](i64 ns, const Bytes& frame) { capture.push_back({Recorded::BEGAN + ns, 0, frame}); };
+    at(0, esmc(2, false));
+    at(S, esmc(2, false));
+    at(8 * S, esmc(4, true));
+    // A server 10 ms behind the recorder, 4 ms away.
+    at(10 * S, datagramOf(ntp(3, 0, 0, 77), 5, 123));
+    const u64 there = ((EPOCH + 10) << 32) - 6 * MS_OF_NTP;
+    Bytes answer = datagramOf(ntp(4, 77, there, there), 5, 123);
+    std::swap_ranges(answer.begin() + 26, answer.begin() + 30, answer.begin() + 30);   // the other way
+    at(10 * S + 8 * MS, answer);
+    app::PcapAnalysis a;
+    for (const auto& p : capture) a.take(p, app::ptpOf(p));
+    a.finish();
+    ASSERT_EQ(a.esmc.size(), 1u);
+    const app::PcapEsmc& e = a.esmc.at("02-00-00-00-00-05");
+    EXPECT_EQ(e.count, 3u);
+    EXPECT_EQ(e.events, 1u);
+    EXPECT_EQ(e.gaps, 1u);
+    EXPECT_THAT(e.levels, testing::ElementsAre(std::pair(0.0, u8{2}), std::pair(8.0, u8{4})));
+    ASSERT_EQ(a.ntp.size(), 1u);
+    EXPECT_NEAR(app::spreadOf(a.ntp.begin()->second.offset).mean_ns, 10e6, 100);
+    EXPECT_NEAR(app::spreadOf(a.ntp.begin()->second.path).mean_ns, 4e6, 100);
+    app::PcapResult none;
+    EXPECT_THAT(app::pcapJson(none, a, "c\xFF"), testing::HasSubstr("\"silences\": 1"));
 }
 
 }  // namespace

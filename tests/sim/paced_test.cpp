@@ -1,5 +1,6 @@
 // A unit on an interface of the machine: the host's clocks against the world's time, what the sockets bring
 // and refuse, and a unit that follows the masters of another `tu`, each in a network namespace of its own.
+#include "sim/clock/random.h"
 #include "sim/net/host_net.h"
 #include "tests/pktsync/packet_unit.h"
 
@@ -182,12 +183,22 @@ struct Cable : testing::Test {
         clock.emplace();
         net = std::make_unique<sim::HostNet>(world, network, *clock);
         port = &net->add(host, "near0");
+        openFar();
+        run(50);                     // until the kernel's stamps are on
+    }
+    void openFar()
+    {
         far = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
         sockaddr_ll to{};
         to.sll_family = AF_PACKET;
         to.sll_ifindex = static_cast<int>(if_nametoindex("far0"));
         ASSERT_EQ(bind(far, reinterpret_cast<sockaddr*>(&to), sizeof to), 0);
-        run(50);                     // until the kernel's stamps are on
+    }
+    void sendNear()
+    {
+        sim::NetPacket packet;
+        packet.bytes = frame(44);
+        network.send(host, packet);
     }
     void TearDown() override { close(far); }
     void run(i64 ms) { net->runUntil(std::max<ose::Time>(clock->now(), 0) + ms * ose::MS); }
@@ -270,6 +281,70 @@ TEST_F(Cable, TellsWhenAPacketLeftOrNothing)
     send();
     run(20);
     EXPECT_EQ(left.size(), 2u);
+    host.packets.clear();
+    sendFar(frame(44));
+    run(20);
+    EXPECT_EQ(host.packets.size(), 1u);
+}
+
+TEST_F(Cable, AnInterfaceThatIsRemovedComesBackAsAnother)
+{
+    ns.ip("link delete near0");
+    run(1100);
+    sendNear();
+    EXPECT_EQ(port->counts().failed, 1u);
+    close(far);
+    ns.ip("link add near0 type veth peer name far0");
+    ns.ip("link set near0 up");
+    ns.ip("link set far0 up");
+    ASSERT_EQ(ns.why(), "");
+    openFar();
+    run(1100);
+    EXPECT_FALSE(port->carriesDatagrams());
+    sendFar(frame(44));
+    run(50);
+    EXPECT_EQ(host.packets.size(), 1u);
+    // Its address comes later than it did itself.
+    ns.ip("address add 192.168.0.1/24 dev near0");
+    run(1100);
+    EXPECT_TRUE(port->carriesDatagrams());
+}
+
+TEST_F(Cable, APauseIsMadeUpFor)
+{
+    run(10);
+    usleep(700'000);                 // nobody runs the world
+    for (int i = 0; i < 200; ++i) sendFar(frame(44));
+    usleep(300'000);
+    run(1);
+    EXPECT_LT(clock->now() - world.now(), 100 * ose::MS);
+    run(100);
+    EXPECT_EQ(host.packets.size(), 200u);
+    EXPECT_EQ(port->counts().unstamped, 0u);
+    EXPECT_GE(net->lateness().count, 1u);
+}
+
+TEST_F(Cable, HostileFramesReachNobodyButTheHost)
+{
+    std::vector<std::string> told;
+    sim::HeardMasters heard(world, [] { return std::optional(std::vector<sim::Listening>{}); },
+                            [&](const std::string& text) { told.push_back(text); });
+    port->reportTo(heard, true);
+    sim::Random random(7, "hostile");
+    constexpr u32 FRAMES = 3000;
+    const auto before = port->counts();
+    for (u32 i = 0; i < FRAMES; ++i) {
+        std::vector<u8> f = frame(1 + random.bits() % 1600, static_cast<u8>(random.bits()));
+        for (int turns = 0; turns < 40; ++turns)
+            f[14 + random.bits() % (f.size() - 14)] = static_cast<u8>(random.bits());
+        sendFar(f);
+        if (i % 100 == 0) run(2);
+    }
+    run(50);
+    const auto& after = port->counts();
+    EXPECT_EQ(after.received - before.received + after.unusable - before.unusable, FRAMES);
+    EXPECT_EQ(after.unstamped, before.unstamped);
+    EXPECT_LE(heard.masters().size(), 64u);
     host.packets.clear();
     sendFar(frame(44));
     run(20);

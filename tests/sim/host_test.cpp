@@ -1,0 +1,258 @@
+// What a run reads from the machine beside packets: masters that are only heard, a network card's clock, and a
+// receiver on a serial line, here a pty.
+#include "sim/net/heard.h"
+#include "sim/net/host_stamps.h"
+#include "sim/node/node.h"
+#include "sim/refs/host_gps.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace {
+
+using testing::HasSubstr;
+
+// ---- masters ------------------------------------------------------------------------------------
+
+struct Ear {
+    ose::World world;
+    std::vector<std::string> told;
+    std::vector<sim::Listening> refs{
+        {sim::PtpWay::Frame, 24, "01-80-C2-00-00-0E", "ITU_T_G_8275_1", 1.1, 0.063, false, true}};
+    sim::HeardMasters heard{world, [this] { return std::optional(refs); },
+                            [this](const std::string& text) { told.push_back(text); }};
+
+    static sim::ptp::Message announce(u8 domain, i8 log = -3, u8 flags = 0x3C)
+    {
+        sim::ptp::Message m;
+        m.type = sim::ptp::ANNOUNCE;
+        m.domain = domain;
+        m.flags1 = flags;
+        m.logInterval = log;
+        m.clockClass = 6;
+        m.accuracy = 0x21;
+        m.source.clock = {0x3C, 0xEC, 0xEF, 0xFF, 0xFE, 0, 0, 1};
+        return m;
+    }
+    void hear(const sim::ptp::Message& m, sim::PtpWay way, const std::string& to, int times = 4)
+    {
+        const std::vector<u8> octets = sim::ptp::write(m);
+        for (int i = 0; i < times; ++i)
+            heard.take(way, to, way == sim::PtpWay::Frame ? "02-00" : "192.168.0.9", octets.data(),
+                       octets.size());
+    }
+};
+
+TEST(HeardMasters, AreToldOnceWithWhatKeepsTheUnitFromThem)
+{
+    constexpr const char* LOCAL = "01-80-C2-00-00-0E";
+    constexpr const char* NOT_TAKEN = "; this unit listens to domain 24, Ethernet group 01-80-C2-00-00-0E";
+    struct Case { sim::ptp::Message m; sim::PtpWay way; const char* to; const char* told; bool isTaken; };
+    const Case cases[] = {
+        {Ear::announce(24), sim::PtpWay::Frame, LOCAL, "Announce every 125 ms", true},
+        {Ear::announce(0), sim::PtpWay::Frame, LOCAL, "domain 0, Ethernet group 01-80-C2-00-00-0E", false},
+        {Ear::announce(24), sim::PtpWay::Frame, "01-1B-19-00-00-00", "Ethernet group 01-1B-19", false},
+        {Ear::announce(24), sim::PtpWay::IpGroup, "224.0.1.129", "UDP group 224.0.1.129", false},
+        {Ear::announce(24), sim::PtpWay::Unicast, "192.168.0.1", "UDP to 192.168.0.1", false},
+        {Ear::announce(24, 1), sim::PtpWay::Frame, LOCAL, "gives a master up that is silent for 1.1 s", true},
+        {Ear::announce(24, -3, 0), sim::PtpWay::Frame, LOCAL, "not TAI (no ptpTimescale)", true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.told);
+        Ear ear;
+        ear.hear(c.m, c.way, c.to, 2);
+        EXPECT_TRUE(ear.told.empty());                  // two may be a mistake
+        ear.hear(c.m, c.way, c.to, 100);
+        ASSERT_EQ(ear.told.size(), 1u);
+        EXPECT_THAT(ear.told[0], HasSubstr("Announce from 3cecef.fffe.000001-1"));
+        EXPECT_THAT(ear.told[0], HasSubstr(c.told));
+        EXPECT_THAT(ear.told[0], HasSubstr(c.isTaken ? "" : NOT_TAKEN));
+        EXPECT_EQ(ear.told[0].find("this unit listens") == std::string::npos, c.isTaken);
+        EXPECT_EQ(ear.heard.isTaken(ear.heard.masters()[0]), c.isTaken);
+    }
+}
+
+TEST(HeardMasters, ChangesAreToldAndFloodsAreNot)
+{
+    Ear ear;
+    const std::string group = "01-80-C2-00-00-0E";
+    ear.hear(Ear::announce(24), sim::PtpWay::Frame, group);
+    sim::ptp::Message worse = Ear::announce(24);
+    worse.clockClass = 7;
+    ear.hear(worse, sim::PtpWay::Frame, group);
+    EXPECT_EQ(ear.told.size(), 1u);                     // not so soon
+    ear.world.runFor(11 * ose::SEC);
+    ear.hear(worse, sim::PtpWay::Frame, group);
+    ASSERT_EQ(ear.told.size(), 2u);
+    EXPECT_THAT(ear.told[1], HasSubstr("class 7"));
+    for (u16 port = 2; port < 1000; ++port) {
+        worse.source.number = port;
+        ear.hear(worse, sim::PtpWay::Frame, group, 1);
+    }
+    EXPECT_EQ(ear.heard.masters().size(), 64u);
+    EXPECT_EQ(ear.heard.beyond(), 998u - 63u);
+    std::vector<u8> octets = sim::ptp::write(worse);    // cut anywhere, it is left aside
+    for (std::size_t count = 0; count < octets.size(); ++count)
+        ear.heard.take(sim::PtpWay::Frame, group, "02-00", octets.data(), count);
+    EXPECT_EQ(ear.told.size(), 2u);
+}
+
+// ---- a card's clock -----------------------------------------------------------------------------
+
+TEST(CardClock, IsFollowedThroughItsRateAndItsSteps)
+{
+    constexpr i64 S = 1'000'000'000;
+    i64 realtime = 1'700'000'000 * S, card = 37 * S;
+    bool answers = true;
+    const auto pass = [&](i64 ns, double ppm) {
+        realtime += ns;
+        card += ns + std::llround(static_cast<double>(ns) * ppm * 1e-6);
+    };
+    sim::CardClock clock([&]() -> std::optional<sim::CardClock::Reading> {
+        if (!answers) return std::nullopt;
+        return sim::CardClock::Reading{card, realtime};
+    });
+    struct Case { const char* what; double ppm; i64 step; bool answers; i64 within_ns; u32 steps; };
+    constexpr Case CASES[] = {{"even", 0, 0, true, 1, 0},
+                              {"20 ppm fast", 20, 0, true, 1, 0},
+                              {"slow", -50, 0, true, 1, 0},
+                              {"silent for a second", -50, 0, false, 1, 0},
+                              {"stepped", -50, 5 * S, true, 1, 1}};
+    for (const Case& c : CASES) {
+        SCOPED_TRACE(c.what);
+        answers = c.answers;
+        card += c.step;
+        for (int i = 0; i < 2; ++i) {
+            pass(S, c.ppm);
+            clock.follow();
+        }
+        pass(S / 2, c.ppm);                             // the stamp comes between two readings
+        EXPECT_NEAR(static_cast<double>(*clock.realtimeOf(card) - realtime), 0.0,
+                    static_cast<double>(c.within_ns));
+        EXPECT_EQ(clock.steps(), c.steps);
+    }
+}
+
+TEST(CardClock, AnInterfaceWithoutStampsSaysSo)
+{
+    const sim::InterfaceStamps stamps = sim::openStamps("lo");
+    EXPECT_EQ(stamps.card, nullptr);
+    EXPECT_THAT(stamps.text, HasSubstr("lo has no stamps of its own (driver "));
+}
+
+// ---- a receiver on a line -----------------------------------------------------------------------
+
+/// A pty, the test at the receiver's end of it; the host's clock is moved by hand.
+struct Line : testing::Test {
+    i64 host_ns = 0;
+    int receiver = -1;
+    std::string tty;
+    ose::World world;
+    sim::Node node{world, sim::NodeConfig{}};
+    sim::HostClock clock{
+        sim::HostClock::Source{[this] { return host_ns; }, [this] { return host_ns + 250'000'000; }}};
+    std::unique_ptr<sim::HostGps> gps;
+    std::vector<std::string> words;
+
+    void SetUp() override
+    {
+        openLine();
+        gps = std::make_unique<sim::HostGps>(world, clock, node.serial(), tty, "");
+        gps->onWord([this](const std::string& text) { words.push_back(text); });
+    }
+    void TearDown() override { close(receiver); }
+    void openLine()
+    {
+        receiver = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
+        ASSERT_GE(receiver, 0);
+        ASSERT_EQ(grantpt(receiver), 0);
+        ASSERT_EQ(unlockpt(receiver), 0);
+        tty = ptsname(receiver);
+    }
+    void pass(i64 ms)
+    {
+        host_ns += ms * 1'000'000;
+        gps->take();
+        world.runUntil(std::max(world.now(), clock.now()));
+    }
+    void say(const std::string& text)
+    {
+        ASSERT_EQ(write(receiver, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+};
+
+constexpr const char* SENTENCE = "$GPZDA,120000.00,01,05,2024,00,00*65\r\n";
+
+TEST_F(Line, SentencesReachTheUnitAndBringThePulse)
+{
+    pass(1000);
+    EXPECT_FALSE(gps->present());
+    say(SENTENCE);
+    pass(100);
+    EXPECT_EQ(gps->counts().sentences, 1u);
+    EXPECT_EQ(node.serial().lost(), std::string(SENTENCE).size());   // nobody has opened the port
+    ASSERT_TRUE(gps->present());
+    // The host's seconds: the world began at one of them.
+    EXPECT_EQ(gps->nextEdge(0), ose::SEC);
+    EXPECT_EQ(gps->nextEdge(ose::SEC - 1), ose::SEC);
+    EXPECT_EQ(gps->nextEdge(ose::SEC), 2 * ose::SEC);
+    pass(2600);
+    EXPECT_FALSE(gps->present());
+    EXPECT_EQ(gps->nextEdge(world.now()), -1);
+}
+
+TEST_F(Line, AFloodAnotherSpeedAndAHangUpAreTold)
+{
+    pass(1000);
+    const std::string garbage(3000, '\x5A');
+    for (int i = 0; i < 20; ++i) {                      // 60'000 bytes in two seconds
+        say(garbage);
+        pass(100);
+    }
+    EXPECT_EQ(gps->counts().bytes, 60'000u);
+    EXPECT_GT(gps->counts().flooded, 50'000u);
+    pass(10'000);
+    ASSERT_EQ(words.size(), 1u);
+    EXPECT_THAT(words[0], HasSubstr("and no sentence; does the receiver speak at 9600 bit/s?"));
+    say(SENTENCE);
+    pass(100);
+    EXPECT_EQ(gps->counts().sentences, 1u);
+    close(receiver);
+    pass(100);
+    ASSERT_EQ(words.size(), 2u);
+    EXPECT_THAT(words[1], HasSubstr("hung up"));
+    EXPECT_EQ(gps->counts().hangups, 1u);
+    for (int i = 0; i < 5; ++i) pass(1000);             // it is tried again, and said once
+    EXPECT_EQ(words.size(), 2u);
+    const std::string former = tty;
+    openLine();
+    if (tty != former) GTEST_SKIP() << "another pty took the name " << former;
+    pass(1100);
+    ASSERT_EQ(words.size(), 3u);
+    say(SENTENCE);
+    pass(100);
+    EXPECT_EQ(gps->counts().sentences, 2u);
+}
+
+TEST_F(Line, WhatIsNoLineIsRefused)
+{
+    struct Case { const char* tty; const char* pps; const char* why; };
+    const Case cases[] = {{"/none", "", "/none: No such file"},
+                          {"/dev/null", "", "/dev/null: not a serial line"},
+                          {tty.c_str(), "/none", "/none: No such file"},
+                          {tty.c_str(), "/dev/null", "/dev/null: no pulses of the kernel (PPS)"}};
+    for (const Case& c : cases) {
+        try {
+            sim::HostGps refused(world, clock, node.serial(), c.tty, c.pps);
+            ADD_FAILURE() << c.why;
+        } catch (const sim::HostError& e) {
+            EXPECT_THAT(e.what(), HasSubstr(c.why));
+        }
+    }
+}
+
+}  // namespace
