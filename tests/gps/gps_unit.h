@@ -5,6 +5,7 @@
 #include "tests/ref/ref_unit.h"
 #include "unit/kvd_gps_state.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -24,8 +25,7 @@ inline std::string nmea(const std::string& body)
 inline std::string gpppr(u32 tow, u32 gpssStatus = 0, u32 gpssFaulty = 0)
 {
     char body[64];
-    std::snprintf(body, sizeof body, "PNVX,GPppr,%06u,02245,00000,00,%u,%u", tow, gpssStatus,
-                  gpssFaulty);
+    std::snprintf(body, sizeof body, "PNVX,GPppr,%06u,02245,00000,00,%u,%u", tow, gpssStatus, gpssFaulty);
     return nmea(body);
 }
 inline std::string gptps(u32 tow, u32 timeStandard = 2, u32 ppsAvailable = 1)
@@ -40,13 +40,10 @@ inline const std::string GPSTS_HOLD = nmea("PNVX,GPsts,2,1,0,00001");
 inline const std::string GPSTS_SURVEY = nmea("PNVX,GPsts,1,1,0,00001");
 
 struct GpsUnit : RefUnit {
-    std::string written;         // to the receiver
     u32 tow = 100;
 
     explicit GpsUnit(u32 raw = RAW_1PPS)
     {
-        node.serial().onSent(
-            [this](const std::vector<u8>& bytes) { written.append(bytes.begin(), bytes.end()); });
         toggles(raw);
         supervise(GPS_REF, true);
         ms(5);
@@ -73,20 +70,8 @@ struct GpsUnit : RefUnit {
         for (u32 i = 0; i < seconds; ++i) say(gpppr(++tow), period_ms);
     }
     u32 gpsState() { return node.inProgram(KvdLoz6TuGps_gpsState); }
-    GpsReceiver receiver()
-    {
-        return node.inProgram([] { return KvdLoz6TuGps_receiver(); });
-    }
+    GpsReceiver receiver() { return node.inProgram([] { return KvdLoz6TuGps_receiver(); }); }
     u32 gpssType() { return receiver().gpssType; }
-    std::vector<u32> history()
-    {
-        return node.inProgram([] {
-            std::vector<u32> states;
-            for (u8 row = 0; row < KvdLoz6TuGps_stateHistoryCount(); ++row)
-                states.push_back(KvdLoz6TuGps_stateHistory(row).state);
-            return states;
-        });
-    }
     /// "2 Loss of signal" for each status that went out.
     std::vector<std::string> statuses()
     {
@@ -97,15 +82,33 @@ struct GpsUnit : RefUnit {
         }
         return texts;
     }
-    std::vector<u32> qualities()
+};
+
+/// A unit with a receiver of a given kind; each write of the unit stands alone.
+struct GpsLine : GpsUnit {
+    std::vector<std::string> sent;       // one entry a write
+    std::string output;                  // of the last command
+
+    /// `firmware` is the last field of its version, "" when it tells none.
+    explicit GpsLine(u32 gpssType, const std::string& firmware = "")
     {
-        std::vector<u32> values;
-        for (const sim::MpRecord& record : node.mainProcessor().all(KVD_TUIIF_QUALITY_LEVEL_IND)) {
-            const auto ind = record.as<KvdTuiifQualityLevelInd>();
-            if (ind && ind->froId == 0 && ind->froClassNo == 3) values.push_back(ind->clockQuality);
-        }
-        return values;
+        node.serial().onSent([this](const std::vector<u8>& bytes) {
+            sent.emplace_back(bytes.begin(), bytes.end());
+        });
+        say("$x\r\n");                   // the first one is heard and not read
+        if (!firmware.empty()) say(nmea("PNVX,GPver,GPS02,KDU123,R1A," + firmware));
+        setType(gpssType);
     }
+    void setType(u32 gpssType) { node.inProgram([gpssType] { KvdLoz6TuGps_setGpssType(gpssType); }); }
+    /// Runs `body` as a process of the program beside the manager.
+    void in(const std::function<void()>& body) { node.system().call(*node.program(), body); }
+    void run(double seconds) { ms(static_cast<i64>(seconds * 1000.0)); }
+    int type(const std::string& line)
+    {
+        output.clear();
+        return node.shell().run(line, output);
+    }
+    std::vector<std::string> takeSent() { return std::exchange(sent, {}); }
 };
 
 }  // namespace bench

@@ -154,18 +154,6 @@ TEST(GpsOsl, ADamagedSentenceGivesNoTimeAndNoClockState)
     }
 }
 
-TEST(GpsOsl, FieldsOutOfRangeAreReplacedByWhatIsSafe)
-{
-    OslUnit unit;
-    unit.becomeOperational();
-    struct Case { const char* fields; u32 remote; };
-    for (const Case& c : std::to_array<Case>({{"18,0,1,0,0", 18}, {"19,0,1,0,0", 10},
-                                              {"05,0,1,0,0", 5}, {"99,9,9,9,9", 10}})) {
-        unit.say(gpout(c.fields));
-        EXPECT_EQ(unit.remote(), c.remote) << c.fields;
-    }
-}
-
 TEST(GpsOsl, FaultsAreReportedOnceTheyLast)
 {
     OslUnit unit;
@@ -207,31 +195,6 @@ TEST(GpsOsl, SilenceLeadsBackStepByStep)
     unit.say("$x\r");
     unit.ms(60'100);                                         // nothing valid in 60 s
     EXPECT_EQ(unit.query(), 0u);
-}
-
-TEST(GpsOsl, TheFarEndsClockStateIsForgottenByARestartAlone)
-{
-    OslUnit unit;
-    EXPECT_EQ(unit.remote(), 10u);
-    unit.becomeOperational();
-    unit.supervise(GPSOSL_REF, false);
-    unit.supervise(GPSOSL_REF, true);
-    EXPECT_EQ(unit.remote(), 13u);
-}
-
-TEST(GpsOsl, TheHistoryTellsAnHourWithoutItsLateSentences)
-{
-    OslUnit unit;
-    unit.becomeOperational();
-    for (u32 i = 0; i < 3'600; ++i) unit.time(1'000);        // falls back after 800 ms of each
-    const std::string info = unit.info();
-    std::size_t at = info.find("State history");
-    for (const char* state : {"Operational with 1PPS and Time message", "1PPS present", "1PPS not present",
-                              "Wait for valid messages", "No messages", "GPS serial port initialized"}) {
-        at = info.find(state, at);
-        ASSERT_NE(at, std::string::npos) << state << "\n" << info;
-    }
-    EXPECT_EQ(info.find("Operational with"), info.rfind("Operational with"));
 }
 
 TEST(GpsOsl, TheEndOfSupervisionForgetsWhatTheFarEndSaid)

@@ -128,17 +128,6 @@ TEST(GpsOut, WaitsFiveSecondsForTheRegulatorAndThenSaysThatNothingIsAligned)
     EXPECT_EQ((unit.heard[1].at - pulse) / ose::MS, 400);
 }
 
-TEST(GpsOut, ARegulatorThatLocksWithinTheGraceSparesTheDrop)
-{
-    OutUnit unit;
-    unit.start(1);
-    unit.ms(3'000);
-    unit.regulator(TIMELOCKED);
-    EXPECT_EQ(unit.state(), 4u);
-    unit.ms(5'000);
-    EXPECT_EQ(unit.state(), 4u);
-}
-
 TEST(GpsOut, AlignsOnTheSecondPulseAfterTheTimeIsKnownAndAnewAfterADrop)
 {
     OutUnit unit;
@@ -233,29 +222,6 @@ TEST(GpsOut, ASlaveFollowsWhatTheMasterSaysWhileItsLoopHolds)
     EXPECT_EQ(unit.state(), 3u);
 }
 
-TEST(GpsOut, ALoopThatHasTimeCountsWithTheStoredRegulatorState)
-{
-    constexpr u32 HAS_TIME = 11, LOCKED_TO_OFFSET = 4;
-    struct Case { const char* what; u8 regState; bool aligned; u32 pllState, from, to; };
-    for (const Case& c : std::to_array<Case>({
-             {"true time",             TRUETIME,     false, HAS_TIME,         3, 5},
-             {"aligned, good",         TIMELOCKED,   true,  HAS_TIME,         5, 4},
-             {"good, not aligned",     TIMELOCKED,   false, HAS_TIME,         5, 3},
-             {"aligned, drifting",     FREQDRIFTING, true,  HAS_TIME,         6, 3},
-             {"no time",               TRUETIME,     true,  LOCKED_TO_OFFSET, 6, 3},
-             {"stopped stays stopped", TRUETIME,     true,  HAS_TIME,         1, 1}})) {
-        SCOPED_TRACE(c.what);
-        OutUnit unit;
-        unit.call([&] {
-            gpsout::state().gpsOutState = c.from;
-            gpsout::state().pp1sAligned = c.aligned ? 1 : 0;
-            gpsout::state().master.regState = c.regState;
-            KvdLoz6GpsOut_pllStateChanged(c.pllState);
-        });
-        EXPECT_EQ(unit.state(), c.to);
-    }
-}
-
 TEST(GpsOut, ACounterThatCantBeReadIsToldAndTheOutputGoesOn)
 {
     constexpr const char *READ = "Unable to read register for GPS OUT", *ADJUST = "Failed to adjust GPS OUT counter";
@@ -301,38 +267,6 @@ TEST(GpsOut, AChangeOfProtocolEndsWhatTheOneBeforeHadToSay)
     unit.heard.clear();
     unit.ms(60'000);
     EXPECT_EQ(unit.heard.size(), 1u) << "GPGGA alone";
-}
-
-TEST(GpsOut, OnlyAChangeOfStateIsTraced)
-{
-    OutUnit unit;
-    unit.call([] { KvdLoz6GpsOut_stop(); });
-    EXPECT_EQ(unit.node.traces().count({"GPS OUT STATE"}), 0u);
-    unit.start(1);
-    EXPECT_EQ(unit.node.traces().count({"GPS OUT STATE (1 -> 2)"}), 1u);
-    for (const u32 event : {0u, 7u}) unit.call([=] { gpsout::changeState(event); });
-    EXPECT_EQ(unit.node.traces().count({"State violation"}), 2u);
-    EXPECT_EQ(unit.state(), 2u);
-}
-
-TEST(GpsOut, TheSecondIsTheOneWhosePulseLeavesTheCounterEarly)
-{
-    constexpr double EARLY = 40e-9;           // s, the way to the connector
-    struct Case { double time; u32 week, tow; };
-    OutUnit unit;
-    for (const Case& c : std::to_array<Case>({{0.0, 0, 0},
-                                              {564.0 - EARLY, 0, 564},
-                                              {604800.0 - EARLY, 1, 0},
-                                              {604800.0, 1, 0},
-                                              {604799.4, 0, 604799},
-                                              {2245 * 604800.0 + 101 - EARLY, 2245, 101},
-                                              {-1.0, 0, 0}})) {
-        SCOPED_TRACE(c.time);
-        unit.call([&] { gpsout::setTime(c.time); });
-        EXPECT_EQ(unit.look().gpsTimeWeek, c.week);
-        EXPECT_EQ(unit.look().gpsTimeTOW, c.tow);
-        EXPECT_EQ(unit.look().gpsTime, c.week * 604800ull + c.tow);
-    }
 }
 
 TEST(GpsOut, ATimerThatDoesntStartCostsTheSentencesOfThatSecond)

@@ -1,47 +1,17 @@
-// From silence on the line to a time at each pulse, and back: detection, states, timers, history,
-// observation mode, end of supervision.
-#include "gps_unit.h"
+// A receiver on a unit's line, from silence to a time at each pulse and back: what ends it, what refused timers
+// leave, what the main processor is told, recovery at its edges.
+#include "tests/gps/gps_unit.h"
 
+#include "gps/kvd_gps.h"
+#include "gps/kvd_gps_hrv_supervision.h"
+#include "gps/kvd_gps_norvane.h"
+#include "gps/kvd_gps_recovery.h"
 #include "sig/gps_sig.h"
 #include "sig/tuiif_sig.h"
 
 namespace {
 
 using namespace bench;
-
-std::string repeat(const std::string& text, u32 times)
-{
-    std::string all;
-    while (times-- > 0) all += text;
-    return all;
-}
-
-TEST(GpsDetection, SettlesTheKindOfReceiver)
-{
-    const std::string gga =
-        nmea("GPGGA,123519,4807.0380,N,01131.0000,E,1,08,000.9,000545.4,M,0046.9,M,,");
-    struct Case { const char* what; std::string says; u32 gpssType; u32 gpsState; };
-    for (const Case& c : std::to_array<Case>({
-             {"silence", "", 0, 3},
-             {"the first isn't looked at", GPSTS_HOLD, 0, 4},
-             {"position alone", "$\r" + repeat(gga, 12), 0, 4},
-             {"not valid", "$\r$PNVX,GPppr,000001*00\r\n", 0, 4},
-             {"GPppr, then GPsts", "$\r" + gpppr(1) + GPSTS_HOLD, 2, 5},
-             {"GPsts first", "$\r" + GPSTS_HOLD + gpppr(1), 2, 5},
-             {"GPppr eight times", "$\r" + repeat(gpppr(1), 8), 3, 4},
-             {"GPppr nine times", "$\r" + repeat(gpppr(1), 9), 4, 5},
-             {"GPsts as the ninth", "$\r" + repeat(gpppr(1), 8) + GPSTS_HOLD, 2, 5},
-             {"GPtps eight times", "$\r" + repeat(gptps(1), 8), 5, 4},
-             {"GPtps nine times", "$\r" + repeat(gptps(1), 9), 1, 5},
-             {"GPtps and GPsts", "$\r" + gptps(1) + GPSTS_HOLD, 6, 5},
-             {"eight others count too", "$\r" + repeat(gga, 8) + gpppr(1), 4, 5}})) {
-        SCOPED_TRACE(c.what);
-        GpsUnit unit;
-        unit.say(c.says, 20);
-        EXPECT_EQ(unit.gpssType(), c.gpssType);
-        EXPECT_EQ(unit.gpsState(), c.gpsState);
-    }
-}
 
 TEST(GpsMachine, FallsBackWhenTheReceiverFallsSilent)
 {
@@ -76,61 +46,6 @@ TEST(GpsMachine, FallsBackWhenTheReceiverFallsSilent)
     EXPECT_EQ(unit.gpsState(), 5u);
     unit.ms(300);
     EXPECT_EQ(unit.gpsState(), 3u);
-}
-
-TEST(GpsMachine, WithoutUsableTimeHoldsBelowOperational)
-{
-    GpsUnit unit;
-    unit.typeAsCombined();
-    for (u32 i = 0; i < 200; ++i) unit.say(gpppr(i, 3), 1000);
-    EXPECT_EQ(unit.gpsState(), 5u);
-    unit.say(gpppr(201, 1));                         // free running: its pulses count
-    unit.say(gpppr(202, 1));
-    EXPECT_EQ(unit.gpsState(), 7u);
-    unit.say(gpppr(203, 0, 1), 100);                 // faulty: taken, but keeps nothing alive
-    unit.ms(800);
-    EXPECT_EQ(unit.gpsState(), 6u);
-}
-
-TEST(GpsMachine, LateSentencesLeaveOneRowOfHistory)
-{
-    GpsUnit unit;
-    unit.becomeOperational();
-    unit.talk(5);
-    unit.talk(20, 1000);                             // drops back each second
-    EXPECT_EQ(unit.gpsState(), 6u);
-    unit.say(gpppr(++unit.tow));
-    const std::vector<u32> up{7, 6, 5, 4, 3, 2};
-    EXPECT_EQ(unit.history(), up);
-    const auto times = unit.node.inProgram([] {
-        return std::pair<std::string, std::string>{KvdLoz6TuGps_stateHistory(0).time,
-                                                   KvdLoz6TuGps_stateHistory(1).time};
-    });
-    EXPECT_LT(times.second, times.first);            // both of the last drop, 0.2 s apart
-    EXPECT_EQ(times.first.substr(0, 17), times.second.substr(0, 17));
-
-    unit.ms(121'000);                  // the last drop gets its row before what follows
-    const std::vector<u32> down{5, 6, 7, 6, 5, 4, 3, 2};
-    EXPECT_EQ(unit.history(), down);
-    unit.supervise(GPS_REF, false);
-    unit.supervise(GPS_REF, true);
-    unit.ms(5);
-    const std::vector<u32> full{3, 2, 1, 5, 6, 7, 6, 5, 4, 3};   // the oldest fell out
-    EXPECT_EQ(unit.history(), full);
-}
-
-TEST(GpsMachine, FollowsAChangeOfProtocol)
-{
-    GpsUnit unit;
-    unit.becomeOperational();
-    unit.talk(2);
-    const std::string gpver = nmea("PNVX,GPver,GPS02,1,R1A,110624");
-    struct Case { std::string says; u32 gpssType; };
-    for (const Case& c : std::to_array<Case>({{gptps(300), 1}, {gpver, 6}, {gpppr(301), 2}})) {
-        unit.say(c.says);
-        EXPECT_EQ(unit.gpssType(), c.gpssType);
-        EXPECT_EQ(unit.gpsState(), 7u);
-    }
 }
 
 TEST(GpsMachine, EndOfSupervisionStopsAllOfIt)
@@ -202,37 +117,6 @@ TEST(GpsMachine, RefusesAMadeUpSentence)
     EXPECT_EQ(unit.gpsState(), 4u);
 }
 
-TEST(GpsMode, IsAskedForAgainAfterSixTimingSentences)
-{
-    struct Case {
-        const char* what;
-        std::string status;
-        bool fixed;
-        u32 timing;              // sentences until the setup goes out, 0 never
-        std::string setup;
-    };
-    for (const Case& c : std::to_array<Case>({
-             {"holds as wanted", GPSTS_HOLD, true, 0, ""},
-             {"surveys against the wish", GPSTS_SURVEY, true, 6, "$PNVX,GPmod,1*50\r\n"},
-             {"is on its way to holding", nmea("PNVX,GPsts,1,0,0,00001"), true, 0, ""},
-             {"surveys as wanted", GPSTS_SURVEY, false, 0, ""},
-             {"holds against the wish", GPSTS_HOLD, false, 6, "$PNVX,GPmod,2*53\r\n"}})) {
-        SCOPED_TRACE(c.what);
-        GpsUnit unit;
-        unit.becomeOperational();
-        unit.toManager(
-            KvdTuiifSetFixedPositionInd{KVD_TUIIF_SET_FIXED_POSITION_IND, c.fixed ? 1u : 0u});
-        unit.say((c.fixed ? GPSTS_HOLD : GPSTS_SURVEY) + gpppr(++unit.tow));
-        unit.say(c.status, 3000);
-        unit.written.clear();
-        for (u32 i = 0; i + 1 < (c.timing != 0 ? c.timing : 10); ++i) unit.say(gpppr(++unit.tow));
-        unit.ms(2000);
-        EXPECT_EQ(unit.written, "");
-        unit.say(gpppr(++unit.tow), 2000);
-        EXPECT_EQ(unit.written, c.setup);
-    }
-}
-
 TEST(GpsMode, HeldPositionIsToldOnceAHold)
 {
     GpsUnit unit;
@@ -257,21 +141,142 @@ TEST(GpsMode, HeldPositionIsToldOnceAHold)
     EXPECT_EQ(told(), 2u);
 }
 
-TEST(GpsMode, WishNeedsALineAndAReceiverThatUnderstands)
+TEST(GpsReport, SelfTestOfAFurunoUnit)
 {
     GpsUnit unit;
-    const KvdTuiifSetFixedPositionInd survey{KVD_TUIIF_SET_FIXED_POSITION_IND, 0};
-    unit.say("$\r");
-    for (u32 i = 0; i < 9; ++i) unit.say(gptps(i));
-    ASSERT_EQ(unit.gpssType(), 1u);
-    unit.toManager(survey);
-    unit.ms(2000);
-    EXPECT_EQ(unit.written, "");
-    for (u32 i = 0; i < 10; ++i) unit.say(gptps(i));   // holds: the wish wasn't stored
-    EXPECT_EQ(unit.traces("GPSS not in Survey mode, resending setup"), 0u);
-    unit.supervise(GPS_REF, false);
-    unit.toManager(survey);
-    EXPECT_EQ(unit.traces("Serial port unitialised, no data sent to GPSS."), 1u);
+    const auto test = [&](u8 code, u8 gppprCount) {
+        unit.node.inProgram([&] {
+            KvdLoz6TuGps_selfTestRecord().code = code;
+            KvdLoz6TuGps_selfTestRecord().gppprCount = gppprCount;
+        });
+        // Past the next check and the delay of a changed text.
+        for (u32 i = 0; i < 45; ++i) unit.say(gptps(++unit.tow), 800);
+        return unit.statuses().back();
+    };
+    unit.say("$\r" + gptps(1) + GPSTS_HOLD);
+    ASSERT_EQ(unit.gpssType(), 6u);
+    struct Case { u8 code, gppprCount; const char* status; };
+    for (const Case& c : std::to_array<Case>({{0x00, 0, "1 OK"},
+                                              {0x02, 0, "1 OK"},                 // never tested
+                                              {0x01, 1, "2 GPSS self-test failed (0x1)"},
+                                              {0x05, 1, "2 GPSS self-test failed (0x5)"},
+                                              {0x04, 1, "1 GPSS self-test result: OK"},
+                                              {0xFB, 9, "2 GPSS self-test failed (0xFB)"},
+                                              {0x00, 9, "1 GPSS self-test result: OK"}})) {
+        SCOPED_TRACE(int{c.code});
+        EXPECT_EQ(test(c.code, c.gppprCount), c.status);
+    }
+    unit.say(gpppr(1));                              // another protocol: no such test
+    EXPECT_EQ(test(0x01, 1), "1 GPSS self-test result: OK");
+}
+
+TEST(GpsAttributes, AnswerWithThePositionOfTheMode)
+{
+    GpsUnit unit;
+    unit.becomeOperational();
+    unit.say(nmea("GPGGA,123519,4807.0380,N,01131.0000,E,1,08,000.9,000545.5,M,0046.9,M,,"));
+    unit.say(nmea("PNVX,GPavp,3352.1234,S,15112.5678,W,000100,0000"));
+    unit.say(nmea("GPGSV,1,1,01,07,45,123,41,,,,,,,,,,,,"));
+    unit.toManager(KvdTuiifSetDelayInd{KVD_TUIIF_SET_DELAY_IND, 65535});
+    const auto ask = [&] {
+        unit.toManager(KvdTuiifGpsAttribReq{KVD_TUIIF_GPS_ATTRIB_REQ, 77});
+        unit.ms(5);
+        const sim::MpRecord* record = unit.node.mainProcessor().last(KVD_TUIIF_GPS_ATTRIB_CFM);
+        return record->as<KvdTuiifGpsAttribCfm>().value();
+    };
+    KvdTuiifGpsAttribCfm cfm = ask();
+    EXPECT_EQ(cfm.froId, 77u);
+    EXPECT_EQ(cfm.gpsCompensationDelay, 65535);
+    EXPECT_EQ(cfm.observationMode, 1);
+    EXPECT_EQ(cfm.satellitesInView, 1);
+    EXPECT_EQ(cfm.satellite[0].svNo, 7);
+    EXPECT_EQ(cfm.satellite[0].azimuth, 123);
+    EXPECT_EQ(cfm.satellite[0].snr, 41);
+    EXPECT_EQ(cfm.satellite[1].svNo, 0);
+    EXPECT_EQ(cfm.latitude.deg, 33);
+    EXPECT_EQ(cfm.latitude.fractMin, 1234);
+    EXPECT_EQ(cfm.latitude.dir, 2);
+    EXPECT_EQ(cfm.longitude.deg, 151);
+    EXPECT_EQ(cfm.longitude.dir, 3);
+
+    unit.say(GPSTS_SURVEY);                          // on the move: the present position
+    cfm = ask();
+    EXPECT_EQ(cfm.observationMode, 0);
+    EXPECT_EQ(cfm.latitude.deg, 48);
+    EXPECT_EQ(cfm.longitude.min, 31);
+    double altitude = 0;
+    std::memcpy(&altitude, cfm.altitude, sizeof altitude);
+    EXPECT_EQ(altitude, 545.5);
+}
+
+/// A typed receiver without a 1PPS.
+struct SickUnit : GpsUnit {
+    SickUnit() : GpsUnit(0)
+    {
+        typeAsCombined();
+        EXPECT_EQ(state(), 1u);
+    }
+    u32 state() { return node.inProgram(KvdLoz6TuGps_recoveryState); }
+    u32 unitState() { return node.inProgram(KvdLoz6TuGps_hrvState); }
+    u32 attempts()
+    {
+        return node.inProgram([] { return KvdLoz6TuGps_recoveryCounters().totalAttemptedRecoveries; });
+    }
+    void firmware(const std::string& number) { say(nmea("PNVX,GPver,GRM,NUMBER,R1A," + number)); }
+    void badPulse() { say(nmea("PNVX,GPsts,0,2,0,00001")); }
+};
+
+TEST(GpsRecovery, SeriesThatAreJudgedAgainDontRestartTheWaitForAGoodOne)
+{
+    SickUnit unit;
+    unit.firmware("110624");
+    for (u32 n = 0; n < 8; ++n) {
+        unit.say(nmea("GPGSV,1,1,04,01,40,083,46,02,17,308,41,12,07,344,40,14,22,228,45"));
+        unit.badPulse();
+        unit.talk(11, 1000);
+    }
+    EXPECT_EQ(unit.state(), 2u);
+    unit.talk(2, 1000);
+    EXPECT_EQ(unit.state(), 5u);
+}
+
+TEST(GpsRecovery, LivesThroughAStopOfSupervisionAndOfATimer)
+{
+    for (const bool timerStarts : {true, false}) {
+        SickUnit unit;
+        unit.firmware("110624");
+        unit.talk(91, 1000);
+        ASSERT_EQ(unit.state(), 5u);                 // no satellites
+        unit.node.system().faults().refuseTimers = timerStarts ? 0 : 1;
+        unit.badPulse();
+        EXPECT_EQ(unit.traces("Timer recoveryTimer didn't start properly."), timerStarts ? 0u : 1u);
+        unit.supervise(GPS_REF, false);
+        EXPECT_EQ(unit.state(), 3u);
+        EXPECT_EQ(unit.attempts(), 1u);
+        unit.ms(360'100);
+        EXPECT_EQ(unit.state(), timerStarts ? 6u : 3u);
+        unit.ms(4'000);
+        EXPECT_EQ(unit.state(), timerStarts ? 0u : 3u);
+        unit.node.restartWarm();
+        unit.ms(5'000);
+        EXPECT_EQ(unit.attempts(), 0u);
+    }
+}
+
+TEST(GpsUnitSupervision, ATimerThatDoesntStartLeavesItWaiting)
+{
+    SickUnit unit;
+    unit.toggles(RAW_1PPS);
+    unit.talk(11, 1000);
+    ASSERT_EQ(unit.unitState(), 0u);
+    unit.toggles(0);
+    unit.talk(59, 1000);
+    unit.node.system().faults().refuseTimers = 5;    // whatever else starts one in this second
+    unit.ms(2'000);
+    unit.node.system().faults().refuseTimers = 0;
+    EXPECT_EQ(unit.traces("Timer supervisionTimer didn't start properly."), 1u);
+    unit.talk(2'000, 1000);
+    EXPECT_EQ(unit.unitState(), 1u);
 }
 
 }  // namespace

@@ -1,25 +1,14 @@
-// Jumps at their edges: steps too small or refused, an order that the clock's state cancels; and
-// the operator's removal of time.
+// Jumps at their edges: steps too small or refused; and the operator's removal of time.
 #include "mp/kvd_iifadm_state.h"
+#include "reg/kvd_reg_jump.h"
 #include "reg/support/measure_bench.h"
-#include "reg/support/regulator_unit.h"
 #include "support/unit_bench.h"
 
 using regtest::MeasureBench;
-using regtest::RegulatorUnit;
 
 namespace {
 
 constexpr double TIME_OF_DAY = 4294967296.0;
-
-void step(double x0)
-{
-    const Vec6 x = {x0, 0, 0, 0, 0, 0};
-    Mat6 P{};
-    P[0] = 1e-16;
-    P[7] = 1e-20;
-    KvdLoz6TuReg_controller(x, P, 1, Z_GPS_REF);
-}
 
 }  // namespace
 
@@ -50,26 +39,6 @@ TEST(Jump, ClearsTheOffsetWhateverBecomesOfTheStep)
         EXPECT_EQ(b.meas().histCountDown, 0.0);
         EXPECT_EQ(b.meas().t_c_last, 1024.0);
         EXPECT_NEAR(b.meas().t_f_last, c.t_f_last, 1e-11) << "moved when a step was tried";
-    }
-}
-
-TEST(Jump, IsCancelledWhenTimeIsLost)
-{
-    for (const u32 pending : {JUMP_REQUESTED, JUMP_NEEDED}) {
-        RegulatorUnit unit;
-        unit.run([&] {
-            regtest::settle(6, TIME_OF_DAY);
-            step(1e-9);
-            step(1e-9);
-            ASSERT_EQ(KvdLoz6TuReg_regState(), TIMELOCKED);
-            estimator::state().var.degrd = 1;        // or the next step would jump
-            KvdLoz6TuReg_setJumpState(pending);
-            step(1e-9);
-            EXPECT_EQ(KvdLoz6TuReg_jumpState(), pending);
-            step(1.1e-5);
-            EXPECT_EQ(KvdLoz6TuReg_regState(), FREQLOCKED);
-            EXPECT_EQ(KvdLoz6TuReg_jumpState(), 0u);
-        });
     }
 }
 

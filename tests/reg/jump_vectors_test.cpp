@@ -183,8 +183,7 @@ void perform(JumpBench& b, const json& op)
     const std::string what = op.at(0);
     if (what == "advance") return b.runTo(op.at(1));
     if (what == "request")
-        return b.inject(
-            KvdTuiifJumpRntToSfcDiffZeroReq{KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_REQ, 77});
+        return b.inject(KvdTuiifJumpRntToSfcDiffZeroReq{KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_REQ, 77});
     if (what == "coarseData")
         return b.inject(
             KvdTuiifSocpriCoarseTimeDataInd{KVD_TUIIF_SOCPRI_COARSE_TIME_DATA_IND, op.at(1), op.at(2)});

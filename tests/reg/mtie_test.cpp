@@ -15,25 +15,6 @@ namespace {
 using vectors::json;
 using vectors::Value;
 
-TEST(MtieMask, IsExceededByAStepThatStaysAndHealsWithANewRate)
-{
-    IdleNode b;
-    b.in([] {
-        MtieMask* const mask = KvdLoz6TuReg_openMtieMask();
-        constexpr u16 RATE = 8;
-        for (u32 i = 0; i < 40; ++i) EXPECT_EQ(KvdLoz6TuReg_addMtieMask(mask, 0.0, RATE), 0u);
-        // The filter takes 1.24 % of a step at each sample: 124 ns, then 247 ns, above 212.5 ns.
-        u32 first = 0;
-        for (u32 i = 1; i <= 12 && first == 0; ++i)
-            if (KvdLoz6TuReg_addMtieMask(mask, 1e-5, RATE) == 1) first = i;
-        EXPECT_EQ(first, 2u);
-        for (u32 i = 0; i < 4000; ++i) KvdLoz6TuReg_addMtieMask(mask, 1e-5, RATE);
-        EXPECT_EQ(KvdLoz6TuReg_addMtieMask(mask, 1e-5, RATE), 1u);       // never falls by itself
-        EXPECT_EQ(KvdLoz6TuReg_addMtieMask(mask, 1e-5, RATE + 1), 0u);
-        EXPECT_EQ(KvdLoz6TuReg_addMtieMask(nullptr, 1.0, RATE), 0u);
-    });
-}
-
 // ---- check values -----------------------------------------------------------------------------------------
 
 double num(const Value& v) { return vectors::number(v); }

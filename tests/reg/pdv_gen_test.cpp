@@ -89,16 +89,3 @@ TEST(PdvGenerator, DirectionsTypeAndTurnOfTheTable)
     g.run(1);
     EXPECT_EQ(g.next(), (Stamps{2250000000, 2250000000})) << "unless the volume asks for it";
 }
-
-TEST(PdvGenerator, AddsToStampsBeforeTheEpoch)
-{
-    Generator g;
-    g.node.volumes().write(UPLINK, table("0.75", "0.75", 1000));
-    g.type("genpdv ptp_t uplink enable");
-    PktTimeMsg msg{};
-    msg.T4_s = -2;
-    msg.T4_ns = -500000000;
-    g.node.system().call(*g.node.program(), [&] { KvdLoz6TuReg_addPdv(msg); });
-    EXPECT_EQ(msg.T4_s, -1);
-    EXPECT_EQ(msg.T4_ns, -750000000);
-}

@@ -53,49 +53,6 @@ TEST(RegulatorStart, ColdUnitCountsTicksBeforeItMeasures)
     }
 }
 
-TEST(RegulatorStart, NoisyPhaseAddsDriftNoiseThatEnds)
-{
-    MeasureBench bench;
-    bench.start();
-    bench.select(TU_SR_GPS_REF);
-    bench.ticks(59);
-    const auto drift = [&] {
-        ose::DataScope scope(*bench.block);
-        return KvdLoz6TuReg_initialFrequencyDrift();
-    };
-    EXPECT_EQ(drift(), 1e-20);
-    bench.ticks(60);                              // tick 119: the counter stands at 118
-    EXPECT_LT(drift(), 1e-28);
-    EXPECT_GT(drift(), 1e-30);
-    bench.ticks(2);
-    EXPECT_EQ(drift(), 0.0);
-}
-
-TEST(RegulatorStart, SlaveStartsColdAndHasNoNoisyPhase)
-{
-    MeasureBench bench;
-    bench.start(0, 0);
-    bench.select(TU_SR_GPS_REF);
-    bench.ticks(2);
-    EXPECT_EQ(bench.bus.countOf("initiate cold done"), 1u);
-    EXPECT_EQ(bench.bus.countOf("Initiate with calib"), 0u);
-    bench.ticks(56);
-    EXPECT_EQ(bench.startUpState(), TUREG_INIT);
-}
-
-TEST(RegulatorStart, TemperatureOutOfLimitsIsWarmingUntilTheUnitWasWarm)
-{
-    MeasureBench bench;
-    bench.start();
-    bench.volts(0.5);
-    bench.ticks(10);
-    EXPECT_EQ(bench.startUpState(), TUREG_START);
-    EXPECT_EQ(bench.regState(), WARMUP);
-    bench.volts(2.0);
-    bench.tick();
-    EXPECT_EQ(bench.startUpState(), TUREG_WARM_UP);
-}
-
 TEST(RegulatorStart, FiveTicksOutOfLimitsAreBorneTheSixthIsNot)
 {
     struct Case { const char* what; double volts; u8 oscTempState; };
@@ -110,8 +67,7 @@ TEST(RegulatorStart, FiveTicksOutOfLimitsAreBorneTheSixthIsNot)
         bench.volts(c.volts);
         bench.ticks(5);
         EXPECT_EQ(bench.regState(), before);
-        EXPECT_NEAR(bench.meas().measRefData.t_s, 2.1, 1e-6)
-            << "the sample didn't reach the filter";
+        EXPECT_NEAR(bench.meas().measRefData.t_s, 2.1, 1e-6) << "the sample didn't reach the filter";
         bench.tick();
         EXPECT_EQ(bench.regState(), WARMUP);
         EXPECT_EQ(bench.startUpState(), TUREG_INIT);
@@ -125,28 +81,6 @@ TEST(RegulatorStart, FiveTicksOutOfLimitsAreBorneTheSixthIsNot)
             states.push_back(ind.oscTempState);
         EXPECT_EQ(states, (std::vector<u8>{1, c.oscTempState, 1})) << "on change, and only then";
         EXPECT_EQ(bench.bus.errorLog.size(), 1u);
-    }
-}
-
-TEST(RegulatorStart, LimitsThatCantBeAreReplaced)
-{
-    struct Case { const char* what; u32 min_V, max_V; double volts; u32 state; u32 complaints; };
-    for (const Case& c : std::to_array<Case>({
-             {"no EEPROM, at the lower limit", 0, 0, 1.0,    TUREG_START,   1},
-             {"no EEPROM, just above it",      0, 0, 1.0001, TUREG_WARM_UP, 1},
-             {"no EEPROM, below the upper",    0, 0, 3.0999, TUREG_WARM_UP, 1},
-             {"no EEPROM, above the upper",    0, 0, 3.1001, TUREG_START,   1},
-             {"the wrong way round",           3, 2, 1.5,    TUREG_WARM_UP, 1},
-             {"good ones, below",              2, 3, 1.7999, TUREG_START,   0},
-             {"good ones, above",              2, 3, 1.8001, TUREG_WARM_UP, 0}})) {
-        SCOPED_TRACE(c.what);
-        MeasureBench bench;
-        bench.putOcxo(10000000, c.min_V, c.max_V);
-        bench.volts(c.volts);
-        bench.start();
-        EXPECT_EQ(bench.bus.countOf("turegInit: Temperature limits are not valid."), c.complaints);
-        bench.tick();
-        EXPECT_EQ(bench.startUpState(), c.state);
     }
 }
 
@@ -282,26 +216,4 @@ TEST(RegulatorRoles, SlaveThatKnowsTheTimeMergesTheOtherUnit)
         EXPECT_EQ(regulator::state().otherLoz6Data.x_est_2, -2e-9);
         EXPECT_EQ(regulator::state().otherLoz6Data.regState, TIMELOCKED);
     }
-}
-
-TEST(RegulatorRoles, RestartOfTheLoopTakesTheDividerAsItRuns)
-{
-    MeasureBench bench;
-    bench.settle();
-    bench.in([] {
-        tuHwIf_writeNominalDivisor(705);
-        tuHwIf_writeDeltaSigmaM(800000000);
-        tuHwIf_writeDeltaSigmaK(80000000);
-        KvdLoz6TuReg_setOffset(7.0, 0.5);
-        KvdLoz6TuReg_setMod(4294967296.0);
-        regulator::state().vTmin = 1.0, regulator::state().vTmax = 3.0;
-        KvdLoz6TuReg_initiateFromPllNow();        // 2.0 V, the middle
-    });
-    EXPECT_EQ(bench.meas().delta0_c, 7.0);
-    ose::DataScope scope(*bench.block);
-    EXPECT_NEAR(KvdLoz6TuReg_Div(), 706.1, 1e-9);
-    const EstimateStateVar& e = KvdLoz6TuReg_estimateStateVar();
-    EXPECT_EQ(e.P_est[7], 2.7777777777777778e-18);
-    EXPECT_EQ(e.T, 0.0);
-    EXPECT_NEAR(e.b, -1 / 706.1, 1e-15);
 }

@@ -47,17 +47,15 @@ struct PacketBench : ManagerBench {
 
 inline const packet::Needs PacketBench::NEEDS = {
     .ptpProfile = [](u32) -> const u8* { return self->hasClock ? &self->profile : nullptr; },
-    .estimate =
-        [](const MeasRefData& data) {
-            self->estimated = data;
-            return self->R_est;
-        },
+    .estimate = [](const MeasRefData& data) {
+        self->estimated = data;
+        return self->R_est;
+    },
     .setRefState = [](u8 degrState) { self->refStates.push_back(degrState); },
-    .tellPacketSync =
-        [](i64 offsetFromMaster, i64 meanPathDelay) {
-            self->offsetFromMaster = offsetFromMaster;
-            self->meanPathDelay = meanPathDelay;
-        },
+    .tellPacketSync = [](i64 offsetFromMaster, i64 meanPathDelay) {
+        self->offsetFromMaster = offsetFromMaster;
+        self->meanPathDelay = meanPathDelay;
+    },
     .packetCounterDiff = [] { return self->diff; },
     .sfcPtpOffset = [] { return self->sfcPtpOffset; },
 };

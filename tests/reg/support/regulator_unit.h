@@ -1,13 +1,7 @@
-// regulator_unit.h - The program's code loaded in a world of its own, without its processes:
-// registers are plain memory, and a test calls the estimator and the control law as the manager
-// would.
+// regulator_unit.h - The program's code on plain registers, without its processes: a test calls the estimator and
+// the control law as the manager would.
 #pragma once
-#include "base/trace_groups.h"
-#include "hw/kvd_hwif.h"
-#include "hw/kvd_hwif_priv.h"
-#include "node/platform.h"
-#include "node/trace.h"
-#include "ose/world.h"
+#include "hw/fake_bus.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control_int.h"
 #include "reg/kvd_reg_estimate_int.h"
@@ -15,83 +9,27 @@
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure_int.h"
 
-#include <cstring>
 #include <functional>
-#include <map>
 #include <string>
-#include <vector>
 
 namespace regtest {
 
-/// Registers that keep what is written, a calendar that stands still, traces kept as texts.
-class MemoryPlatform : public node::Platform {
+class RegulatorUnit : public hwtest::Bench {
 public:
-    std::map<u32, u32> registers;
-    std::vector<std::string> traces;
-    std::string shell;
-    u32 boardCode = 9;
+    hwtest::FakeBus& platform = bus;
 
-    u32  mmioRead(u32 address) override { return registers[address]; }
-    void mmioWrite(u32 address, u32 value) override { registers[address] = value; }
-    void ioBarrier() override {}
-    int adiBoardCode(u32& code) override { code = boardCode; return 0; }
-    int adiEnableExtInt(u32) override { return 0; }
-    int adiDisableExtInt(u32) override { return 0; }
-    int boardParameter(const char*, char* text, std::size_t size) override
+    RegulatorUnit() : Bench(2, false)
     {
-        constexpr const char* BASE = "0xE0000000";
-        if (std::strlen(BASE) >= size) return 1;
-        std::strcpy(text, BASE);
-        return 0;
-    }
-    int bootParameter(const char*, char*, std::size_t) override { return 2; }
-    int visualIndication(u32) override { return 0; }
-    int elgiWrite(const char*, u32, u32, const char*, u32) override { return 0; }
-    int registerShutdown(void (*)()) override { return 0; }
-    node::CalendarTime calendar() override { return {1'700'000'000, 0}; }   // 2023-11-14 22:13:20
-    int fileExists(const char*) override { return 0; }
-    int fileRead(const char*, std::string&) override { return 1; }
-    int fileWrite(const char*, const std::string&) override { return 1; }
-    int fileAppend(const char*, const std::string&) override { return 1; }
-    int fileRemove(const char*) override { return 1; }
-    int serialOpen(const char*, u32, const node::SerialSetting*, std::size_t) override { return 8; }
-    int serialClose(const char*) override { return 8; }
-    int serialWrite(const char*, const u8*, std::size_t) override { return 8; }
-    std::size_t serialRead(const char*, u8*, std::size_t) override { return 0; }
-    int registerCommand(const node::ShellCommand&) override { return 0; }
-    void shellPrint(const char* text) override { shell += text; }
-    void trace(const node::TraceRecord& record) override { traces.emplace_back(record.text); }
-};
-
-inline void waitForever()
-{
-    for (;;) {
-        Signal* sig = ose::receive(ose::ANY_SIGNAL);
-        ose::free_buf(&sig);
-    }
-}
-
-class RegulatorUnit {
-public:
-    RegulatorUnit()
-    {
-        system_.setPlatform(&platform);
-        static const ose::ConfigLine CONFIG[] = {{"OSE_LM_POOL_SIZE", "300000"},
-                                                 {"OSE_LM_MAIN_NAME", "main"},
-                                                 {"OSE_LM_MAIN_PRIORITY", "30"}};
-        static const ose::Program PROGRAM{"unit", waitForever, CONFIG};
-        block_ = &system_.load(PROGRAM);
-        world_.runFor(ose::MS);
-        run([this] {
+        run([] {
             tuHwIf_initBaseAddresses();
             hwif::setRev3(1);                 // nominal divider 1250 + 0/800000000
             beMaster(true);
-            platform.traces.clear();
         });
+        bus.traces.clear();
     }
 
     /// Runs `body` as a process of the program.
-    void run(const std::function<void()>& body) { system_.call(*block_, body); }
+    void run(const std::function<void()>& body) { system.call(*block, body); }
 
     /// From inside run(): the role alone, without the actions of a change of role.
     static void beMaster(bool master) { regulator::state().masterSlaveMode = master ? 1 : 0; }
@@ -102,16 +40,9 @@ public:
     std::size_t traced(const std::string& text) const
     {
         std::size_t count = 0;
-        for (const std::string& t : platform.traces) count += t.rfind(text, 0) == 0 ? 1 : 0;
+        for (const auto& [level, line] : bus.traces) count += line.starts_with(text) ? 1 : 0;
         return count;
     }
-
-    MemoryPlatform platform;
-
-private:
-    ose::World world_{1};
-    ose::System& system_ = world_.createSystem("unit");
-    ose::Block* block_ = nullptr;
 };
 
 /// From inside run(): selects references without the actions of a change.
