@@ -214,6 +214,7 @@ struct Word {
 Word awaitWord(KvdMgrExchange& exchange)
 {
     const bool isService = s->awaits == bira::Answer::Service;
+    exchange.askAgain = isService ? bira::requestService : nullptr;
     Signal* sig = KvdLoz6TuMgr_await(exchange, isService ? SERVICE : LINK_TYPE,
                                      isService ? "the service" : "the link type");
     Word word;

@@ -135,6 +135,7 @@ Signal* KvdLoz6TuMgr_await(KvdMgrExchange& exchange, const SIGSELECT* selection,
         }
         KVD_TRACE(exchange.traceGroup, TRACE_ERROR, "%s doesn't answer, the start waits for %s, waited=%u s",
                   exchange.server, what, exchange.waited_ms / 1000);
+        if (exchange.askAgain != nullptr) exchange.askAgain();
     }
 }
 
