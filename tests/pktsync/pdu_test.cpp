@@ -70,22 +70,17 @@ TEST(PtpFrame, ThatIsNoneIsDroppedWithItsCodeAndTheNextIsTaken)
     constexpr Case CASES[] = {
         {"untagged", 0, PTP, WHOLE, 8, 0},
         {"tagged", 3, PTP, WHOLE_TAGGED, 8, 0},
-        {"tagged with priority 7", 7, PTP, WHOLE_TAGGED, 8, 0},
         {"no stamp", 0, PTP, WHOLE, 0, 1},
         {"a stamp of seven octets", 0, PTP, WHOLE, 7, 1},
         {"metadata beyond any frame", 0, PTP, WHOLE, 0xFFFFFFF8, 1 | 4},
         {"no octet", 0, PTP, 0, 8, 2 | 4 | 8},
-        {"no stamp and no octet", 0, PTP, 0, 0, 1 | 2 | 4 | 8},
         {"a header one octet short", 0, PTP, 13, 8, 2 | 4 | 8},
-        {"a header alone", 0, PTP, 14, 8, 4},
         {"a stamp one octet short", 0, PTP, 21, 8, 4},
         {"another protocol", 0, IP, WHOLE, 8, 8},
         {"a tag alone", 3, PTP, 14, 8, 4 | 8},
         {"a tagged header one octet short", 3, PTP, 17, 8, 4 | 8},
-        {"a tagged header alone", 3, PTP, 18, 8, 4},
         {"a tagged frame's stamp one octet short", 3, PTP, 25, 8, 4},
         {"another protocol under a tag", 3, IP, WHOLE_TAGGED, 8, 8},
-        {"no message", 0, PTP, 22, 8, 0xFF},
         {"a message one octet short of any", 0, PTP, 22 + 39, 8, 0xFF},
         {"an Announce one octet short", 0, PTP, WHOLE - 1, 8, 0xFF},
     };
@@ -138,35 +133,6 @@ TEST(PtpDatagram, GoesByPortServerAndDomain)
     EXPECT_EQ(b.traced("unknown server IP address (192.168.0.10) and/or domainId (4)"), 1u);
     EXPECT_EQ(b.traced("unknown server IP address (c0a80009"), 1u);
     EXPECT_EQ(b.traced("PTP message received for unknown domainId (4)"), 1u);
-}
-
-TEST(PtpFilter, OfAnyGrantedInterval)
-{
-    struct Case { i8 log; u32 minInterval_ms; u16 fraction, mask; };
-    static constexpr Case CASES[] = {
-        {-7, 63, 3, 7}, {-7, 62, 2, 3}, {-4, 63, 0, 0}, {127, 63, 0, 0},
-        {-19, 125, 16, 0xFFFF}, {-18, 125, 15, 0x7FFF},
-        {-64, 125, 61, 0xFFFF}, {-128, 9'000'000, 141, 0xFFFF},
-    };
-    Bench b;
-    b.step([] {
-        ptpBegin();
-        ASSERT_EQ(TuPktsync_new_ptp_clock(timeClock(0, 4)), 1u);
-        PtpClock& c = *ptpClockOf(0);
-        for (const Case& k : CASES) {
-            SCOPED_TRACE(int{k.log});
-            c.logSyncInterval = k.log;
-            c.setup.rqmt.minSyncInterval = k.minInterval_ms;
-            ptpRecomputeFilter(c);
-            EXPECT_EQ(c.logPassFraction, k.fraction);
-            EXPECT_EQ(c.seqIdDiscardMask, k.mask);
-            TuPktsync_clear_TS_buffer(c.syncStamps);
-            EXPECT_EQ(TuPktsync_save_TS(c.syncStamps, 0x8000, c.logPassFraction, 0, {1, 2}), 1u);
-            const u32 place = k.fraction < 16 ? (0x8000u >> k.fraction) % 32 : 0;
-            EXPECT_EQ(c.syncStamps.positions[place].mask, 1u);
-        }
-        TuPktsync_delete_ptp_clock(0);
-    });
 }
 
 TEST(PtpEgressStamp, CountsOnceForADelayReqOfARunningClock)
@@ -306,26 +272,6 @@ TEST(PtpStampServer, SendsToTheConsumerThatTheSelectionNames)
         });
         EXPECT_EQ(b.node.traces().lines().size(), 1u) << "a short signal " << number;
     }
-}
-
-TEST(PtpForwarders, CopyWhatTheMainProcessorSent)
-{
-    Bench b;
-    Keeper keeper(b);
-    b.step([&keeper] {
-        KvdLoz6TuMgr_setPids(1, 2, keeper.pid);
-        TuPktsync_tuiifUPInd(2);
-        TuPktsync_tuiifDownInd();
-        Signal* sig = ose::alloc(13, 0x9C02E);
-        std::memcpy(reinterpret_cast<u8*>(sig) + 4, "abcdefghi", 9);
-        TuPktsync_forward(sig);
-        ose::free_buf(&sig);
-    });
-    b.world.runFor(ose::MS);
-    ASSERT_EQ(keeper.got.size(), 3u);
-    EXPECT_EQ(hexOf(keeper.got[0].data(), keeper.got[0].size()), "67c6090002000000");
-    EXPECT_EQ(hexOf(keeper.got[1].data(), keeper.got[1].size()), "66c60900");
-    EXPECT_EQ(hexOf(keeper.got[2].data(), keeper.got[2].size()), "2ec00900616263646566676869");
 }
 
 }  // namespace
