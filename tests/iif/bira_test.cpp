@@ -140,16 +140,6 @@ TEST(BiraServerDown, ThatComesBackSilentHoldsTheUnitUpForSecondsOnly)
     EXPECT_FALSE(unit.traced("answer not asked for"));
 }
 
-// What a slave's loop is going to do on the link isn't what its clock is when it starts.
-TEST(BiraStart, ColdIdl1SlaveTellsWarmupFirst)
-{
-    sim::NodeConfig config = idlConfig(SLAVE, true, 0);
-    config.board.temperature.coldStart_V = 0.4;
-    IdlUnit unit{config, 5.0};
-    ASSERT_FALSE(unit.mp().statuses().empty());
-    EXPECT_EQ(unit.mp().statuses().front().radioClockState, KVD_TUIIF_WARMUP);
-}
-
 /// The other end's delay isn't stable; the eleventh sample in a row gives the hardware back.
 void unstableFarEnd(IdlUnit& unit, u32 samples)
 {
@@ -196,17 +186,6 @@ TEST(BiraHandOver, GoesBothWays)
     EXPECT_EQ(unit.hwControl(), 1u);
     EXPECT_TRUE(unit.interruptProcess());
     EXPECT_GT(unit.idpi().received(IDPI_GET_DELAY_REQ), asked);
-}
-
-TEST(BiraHandOver, AskedForAgainChangesNothingOfTheHardwareStart)
-{
-    IdlUnit unit{idlConfig(SLAVE)};
-    unit.bira().tellLink();
-    unit.bira().tellLink();
-    unit.run(1.0);
-    EXPECT_EQ(unit.traces("tuHwIf_initiate coldStart"), 1u);
-    EXPECT_EQ(unit.traces("IDL2 Detected."), 3u);
-    EXPECT_EQ(unit.hwControl(), 0u);
 }
 
 // What the server sends out of turn, or too short, leaves the unit as it was.

@@ -28,27 +28,6 @@ struct RawNameServer {
     }
 };
 
-TEST(NameServerRequest, IsLaidOutAsTheNameServerReadsIt)
-{
-    IifBench b;
-    RawNameServer ns{b};
-    b.in(KvdLoz6TuIifAdm_initiate);
-    b.run(0.1);
-
-    ASSERT_EQ(ns.request.size(), 43u);
-    const auto word = [&](std::size_t at) {
-        u32 value;
-        std::memcpy(&value, ns.request.data() + at, 4);
-        return value;
-    };
-    EXPECT_EQ(word(0), 0x7B81u);
-    EXPECT_EQ(word(4), 0u);
-    EXPECT_EQ(word(8), 19u);
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(ns.request.data()) + 16, 19),
-              "KvdTuIIfServiceName");
-    EXPECT_EQ(word(35), 0x90E03u);
-}
-
 TEST(NameServerRequest, IsRepeatedAtANewNameServer)
 {
     IifBench b;
@@ -82,40 +61,11 @@ TEST(InitiateService, WaitsForPersistentMemoryAndForThePeer)
     }
 }
 
-TEST(InitiateService, CarriesIdentityAndBoard)
-{
-    for (const u32 boardType : {1u, 2u}) {
-        SCOPED_TRACE(boardType);
-        sim::NodeConfig config = IifBench::config();
-        config.boardType = boardType;
-        config.apn = 2;
-        IifBench b{config};
-        b.in([] {
-            KvdLoz6TuIifAdm_initiate();
-            KvdLoz6TuIifAdm_msiMemInitiated();
-        });
-        b.run(5);
-        const auto req = b.take<KvdTuiifInitiateServiceReq>(KVD_TUIIF_INITIATE_SERVICE_REQ);
-        ASSERT_TRUE(req);
-        EXPECT_EQ(req->signalRevision, 2u);
-        EXPECT_EQ(req->pvFirstWanted, 22u);
-        EXPECT_EQ(req->pvSecondWanted, 22u);
-        EXPECT_EQ(req->pvThirdWanted, 22u);
-        EXPECT_EQ(req->smn, 7u);
-        EXPECT_EQ(req->apn, 2u);
-        EXPECT_EQ(req->piuInstanceId, 55u);
-        EXPECT_EQ(req->boardType2, boardType == 2 ? 1 : 0);
-    }
-}
-
 TEST(OwnIdentity, IsAskedForEveryThreeSecondsUntilTheServiceIsThere)
 {
     IifBench b;
     b.node.pri().die();
-    b.in([] {
-        KvdLoz6TuIifAdm_initiate();
-        KvdLoz6TuIifAdm_msiMemInitiated();
-    });
+    b.initiate();
     b.run(8.9);   // at 0, 3 and 6 s
     EXPECT_EQ(b.traces("WARNING: TarsoPri_initiateService() did not succeed, retrying ..."), 3u);
     EXPECT_EQ(b.sent(KVD_TUIIF_INITIATE_SERVICE_REQ), 0u);
@@ -129,26 +79,12 @@ TEST(OwnIdentity, IsAskedForAgainWhenTheServiceSaysNothing)
 {
     IifBench b;
     b.node.pri().setAnswer(sim::Answer::Silent);
-    b.in([] {
-        KvdLoz6TuIifAdm_initiate();
-        KvdLoz6TuIifAdm_msiMemInitiated();
-    });
+    b.initiate();
     b.run(25);
     EXPECT_EQ(b.traces("The PRI service doesn't answer"), 2u);
     b.node.pri().setAnswer(sim::Answer::Accept);
     b.run(10);
     EXPECT_EQ(b.sent(KVD_TUIIF_INITIATE_SERVICE_REQ), 1u);
-}
-
-TEST(OwnIdentity, IsFetchedOnceInALife)
-{
-    IifBench b;
-    b.connect();
-    const u32 before = b.node.pri().received(0x60310);
-    b.mp().restart(ose::SEC);
-    b.run(5);
-    EXPECT_TRUE(b.mp().connected());
-    EXPECT_EQ(b.node.pri().received(0x60310), before);
 }
 
 TEST(OwnIdentity, ThatIsRefusedBlocksTheManager)
@@ -162,10 +98,7 @@ TEST(OwnIdentity, ThatIsRefusedBlocksTheManager)
         b.node.pri().setAnswer(c.answer);
         b.node.pri().identityResult = c.identityResult;
         b.node.pri().hwAddrResult = c.hwAddrResult;
-        b.in([] {
-            KvdLoz6TuIifAdm_initiate();
-            KvdLoz6TuIifAdm_msiMemInitiated();
-        });
+        b.initiate();
         b.run(20);
         EXPECT_EQ(b.sent(KVD_TUIIF_INITIATE_SERVICE_REQ), 0u);
         EXPECT_EQ(b.traced("Unexpected signal: 393986 received"), c.answer == sim::Answer::Reject);
@@ -191,10 +124,7 @@ TEST(InitiateService, IsTakenOnlyWithTheAgreedVersion)
         config.mainProcessor.signalRevision = c.revision;
         config.mainProcessor.selectedPv = c.pv;
         IifBench b{config};
-        b.in([] {
-            KvdLoz6TuIifAdm_initiate();
-            KvdLoz6TuIifAdm_msiMemInitiated();
-        });
+        b.initiate();
         b.run(5);
         EXPECT_EQ(b.startState(), c.taken ? 2u : 0u);
         EXPECT_EQ(b.traced("KVD_TUIIF_INITIATE_SERVICE_CFM received with signal revision " +
@@ -203,30 +133,6 @@ TEST(InitiateService, IsTakenOnlyWithTheAgreedVersion)
                   !c.taken);
         EXPECT_EQ(b.sent(KVD_TUIIF_OSC_TEMPERATURE_STATE_IND), c.taken ? 1u : 0u);
         EXPECT_EQ(b.traces("isLoz6Started"), c.taken ? 1u : 0u);
-    }
-}
-
-TEST(InitiateService, StartsTheComponentsAsNegotiated)
-{
-    struct Case { u8 gpsOut, hptsiOut; const char* outEmuMode; };
-    for (const Case& c : {Case{0, 0, "outEmuMode 0"}, Case{1, 0, "outEmuMode 1"},
-                          Case{0, 1, "outEmuMode 2"}, Case{1, 1, "outEmuMode 1"}}) {
-        SCOPED_TRACE(c.outEmuMode);
-        sim::NodeConfig config = IifBench::config({.timeMode = 3, .masterSlaveMode = 0});
-        config.mainProcessor.gpsOut = c.gpsOut;
-        config.mainProcessor.hptsiOut = c.hptsiOut;
-        IifBench b{config};
-        b.in([] {
-            KvdLoz6TuIifAdm_initiate();
-            KvdLoz6TuIifAdm_msiMemInitiated();
-        });
-        b.run(5);
-        EXPECT_TRUE(b.traced(std::string("isLoz6Started 1, timeMode 3, masterSlaveMode 0, ") +
-                             c.outEmuMode));
-        const auto mode = b.take<KvdTuiifIdl2ModeInd>(KVD_TUIIF_IDL2_MODE_IND);
-        ASSERT_TRUE(mode);
-        EXPECT_EQ(mode->smn, 7u);
-        EXPECT_EQ(mode->idl2Used, 0);
     }
 }
 
@@ -243,10 +149,7 @@ TEST(InitiateService, SuspendedOrRejectedLeavesTheUnitDeafUntilThePeerDies)
         config.mainProcessor.highestAvailablePv = 20;
         IifBench b{config};
         b.mp().setAnswer(c.answer);
-        b.in([] {
-            KvdLoz6TuIifAdm_initiate();
-            KvdLoz6TuIifAdm_msiMemInitiated();
-        });
+        b.initiate();
         b.run(5);
         EXPECT_TRUE(b.traced(c.trace));
         EXPECT_EQ(b.startState(), c.deaf);
@@ -339,10 +242,7 @@ TEST(PeerDeath, BeforeTheFirstConfirmationIsNoRestart)
     sim::NodeConfig config = IifBench::config();
     config.mainProcessor.selectedPv = 21;
     IifBench b{config};
-    b.in([] {
-        KvdLoz6TuIifAdm_initiate();
-        KvdLoz6TuIifAdm_msiMemInitiated();
-    });
+    b.initiate();
     b.run(5);
     b.mp().config.selectedPv = 22;
     b.mp().restart(ose::SEC);
@@ -383,32 +283,6 @@ TEST(Connection, SendsNothingWhileItIsNotReady)
 }
 
 // ---- signals that aren't for this side ----
-
-TEST(PacketReferenceSignals, GoToPacketSyncAsTheyCame)
-{
-    IifBench b;
-    b.connect();
-    bench::pktsyncInbox().clear();
-    for (const SIGSELECT sigNo : {0x9C00Au, 0x9C02Eu, 0x9C030u, 0x9C032u, 0x9C036u, 0x9C038u}) {
-        std::vector<u32> words = {sigNo, 0x11111111, 0x22222222, 0x33333333, 0x44444444};
-        b.mp().send(std::as_bytes(std::span<const u32>(words)));
-    }
-    for (const SIGSELECT sigNo : {0x9C00Cu, 0x9C037u, 0x9C035u}) {   // neighbours in number
-        std::vector<u32> words = {sigNo, 0, 0, 0};
-        b.mp().send(std::as_bytes(std::span<const u32>(words)));
-    }
-    b.run(0.1);
-    ASSERT_EQ(bench::pktsyncInbox().size(), 6u);
-    const SIGSELECT expected[] = {0x9C00A, 0x9C02E, 0x9C030, 0x9C032, 0x9C036, 0x9C038};
-    for (std::size_t i = 0; i < 6; ++i) {
-        const auto& bytes = bench::pktsyncInbox()[i];
-        ASSERT_EQ(bytes.size(), 20u);
-        u32 words[5];
-        std::memcpy(words, bytes.data(), 20);
-        EXPECT_EQ(words[0], expected[i]);
-        EXPECT_EQ(words[4], 0x44444444u);
-    }
-}
 
 TEST(ShortSignals, AreRefused)
 {

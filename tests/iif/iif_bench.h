@@ -3,16 +3,13 @@
 // its context, and a packet sync process that keeps what it gets. The other components are there but
 // receive no signal, so the clock moves only when the test says so.
 #pragma once
-#include "base/trace_groups.h"
 #include "frame/kvd_mgr_proc.h"
 #include "hw/hali.h"
 #include "iif/kvd_iifadm_orders.h"
 #include "iif/kvd_pm.h"
 #include "mp/kvd_iifadm.h"
-#include "node/trace.h"
 #include "sig/ref_types.h"
 #include "sig/tuiif_sig.h"
-#include "sim/node/node.h"
 #include "tests/support/unit_bench.h"
 #include "unit/kvd_unit_process.h"
 
@@ -23,65 +20,35 @@
 
 namespace bench {
 
-constexpr SIGSELECT RUN_IN_IIF_MANAGER = 0x7F000002;
-struct RunInIifManager {
-    SIGSELECT sigNo;
-    u32 reserved;
-    const std::function<void()>* body;
-};
-
 inline std::vector<std::vector<std::byte>>& pktsyncInbox()
 {
     static std::vector<std::vector<std::byte>> inbox;
     return inbox;
 }
 
-inline void iifManager()
-{
-    node::traceAttachProcess();
-    HALI_init();
-    for (;;) {
-        Signal* sig = ose::receive(ose::ANY_SIGNAL);
-        if (sig->sigNo == RUN_IN_IIF_MANAGER)
-            (*reinterpret_cast<RunInIifManager*>(sig)->body)();
-        else if (KvdLoz6TuIifAdm_dispatch(sig) == 0)
-            KvdLoz6TuPm_dispatch(sig);
-        ose::free_buf(&sig);
-    }
-}
-
-inline void iifPktsync()
-{
-    for (;;) {
-        Signal* sig = ose::receive(ose::ANY_SIGNAL);
-        const auto* bytes = reinterpret_cast<const std::byte*>(sig);
-        pktsyncInbox().emplace_back(bytes, bytes + ose::sigsize(&sig));
-        ose::free_buf(&sig);
-    }
-}
-
 inline void iifMain()
 {
     for (const char* group : TRACE_GROUP_NAMES) node::traceRegisterGroup(group);
     node::traceSetProgramMask(0xFFFFFFFF);
-    const PROCESS manager =
-        ose::create_process(ose::KIND_PRIORITISED, "iif_manager", iifManager, 16384, 16, 0, 0);
-    const PROCESS pktsync =
-        ose::create_process(ose::KIND_PRIORITISED, "iif_pktsync", iifPktsync, 8192, 18, 0, 0);
+    const PROCESS manager = ose::create_process(ose::KIND_PRIORITISED, "iif_manager", [] {
+        node::traceAttachProcess();
+        HALI_init();
+        serve([](Signal* sig) {
+            if (KvdLoz6TuIifAdm_dispatch(sig) == 0) KvdLoz6TuPm_dispatch(sig);
+            return false;
+        });
+    }, 16384, 16, 0, 0);
+    const PROCESS pktsync = ose::create_process(ose::KIND_PRIORITISED, "iif_pktsync", [] {
+        serve([](Signal* sig) {
+            const auto* bytes = reinterpret_cast<const std::byte*>(sig);
+            pktsyncInbox().emplace_back(bytes, bytes + ose::sigsize(&sig));
+            return false;
+        });
+    }, 8192, 18, 0, 0);
     KvdLoz6TuMgr_setPids(manager, pktsync, pktsync);
     ose::start(manager);
     ose::start(pktsync);
-    constexpr SIGSELECT NEVER[] = {1, 1};
-    ose::receive(NEVER);
-}
-
-inline const ose::Program& iifProgram()
-{
-    static constexpr ose::ConfigLine CONFIG[] = {{"OSE_LM_POOL_SIZE", "300000"},
-                                                 {"OSE_LM_MAIN_NAME", "iif_main"},
-                                                 {"OSE_LM_MAIN_PRIORITY", "30"}};
-    static const ose::Program program{"iif", iifMain, CONFIG};
-    return program;
+    waitForEver();
 }
 
 /// What the main processor negotiates.
@@ -113,7 +80,8 @@ struct IifBench : Unit {
     static sim::NodeConfig config() { return config(Negotiated{}); }
     static sim::NodeConfig withProgram(sim::NodeConfig c)
     {
-        c.program = &iifProgram();
+        static const ose::Program program = programOf("iif", iifMain);
+        c.program = &program;
         return c;
     }
 
@@ -121,27 +89,26 @@ struct IifBench : Unit {
     PROCESS iifManagerPid() { return node.system().find("iif_manager"); }
 
     /// Runs `body` in the manager process, at this instant.
-    void in(const std::function<void()>& body)
-    {
-        const RunInIifManager run{RUN_IN_IIF_MANAGER, 0, &body};
-        inject(run);
-    }
+    void in(const std::function<void()>& body) { runIn(node.system(), iifManagerPid(), body); }
     /// A signal from nobody in particular, taken at this instant.
     template <typename T>
     void inject(const T& layout, PROCESS from = 0)
     {
-        node.system().inject(std::as_bytes(std::span<const T, 1>(&layout, 1)), iifManagerPid(), from);
-        world.runUntil(world.now());
+        injectInto(node.system(), iifManagerPid(), layout, from);
     }
     template <typename F>
     auto look(F accessor) { return node.inProgram(accessor); }
 
-    void connect()
+    void initiate()
     {
         in([] {
             KvdLoz6TuIifAdm_initiate();
             KvdLoz6TuIifAdm_msiMemInitiated();
         });
+    }
+    void connect()
+    {
+        initiate();
         run(5);
         ASSERT_TRUE(mp().connected());
         ASSERT_EQ(startState(), TUIIF_START_RESTART_READY);

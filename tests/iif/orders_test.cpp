@@ -10,22 +10,6 @@ namespace {
 
 using bench::IifBench;
 
-TEST(ChangeOfRole, TellsRegulatorAndSelection)
-{
-    struct Case { const char* when; u8 from, to; u8 isMaster; u8 selected; };
-    for (const Case& c : {Case{"to slave", 1, 0, 0, IDL1_REF}, Case{"to master", 0, 1, 1, NO_REF}}) {
-        SCOPED_TRACE(c.when);
-        IifBench b{bench::Negotiated{3, c.from}};
-        b.connect();
-        b.in([] { KvdLoz6TuRef_selectSynchRef(GPS_REF, 1, 2); });
-        b.mp().changeMaster(3, c.to);
-        b.run(0.1);
-        EXPECT_EQ(b.look(KvdLoz6TuIifAdm_storedMasterSlaveMode), c.to);
-        EXPECT_EQ(b.look(KvdLoz6TuReg_isMaster), c.isMaster);
-        EXPECT_EQ(b.look(KvdLoz6TuRef_selectedRef), c.selected);
-    }
-}
-
 TEST(ChangeOfRole, ToAnUnknownOneIsStoredAndNoMore)
 {
     IifBench b;
@@ -66,36 +50,6 @@ TEST(LinkTypeOrder, IsConfirmedAndTakenByTheRightUnit)
     }
 }
 
-TEST(PersistentFrequencyLock, IsConfirmedAndRefusedOnTheSecondUnit)
-{
-    for (const u32 apn : {1u, 2u}) {
-        SCOPED_TRACE(apn);
-        sim::NodeConfig config = IifBench::config();
-        config.apn = apn;
-        IifBench b{config};
-        b.connect();
-        b.mp().sendLayout(KvdTuiifIdl2TogglePersistentFreqLockReq{
-            KVD_TUIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_REQ, 1, 3});
-        b.run(0.1);
-        EXPECT_EQ(b.sent(KVD_TUIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_CFM), 1u);
-        EXPECT_EQ(b.traced("Signal received by wrong slave DU!"), apn == 2);
-    }
-}
-
-TEST(SocpriScan, OnASlaveIsAnsweredAtOnce)
-{
-    IifBench b{bench::Negotiated{3, 0}};
-    b.connect();
-    b.mp().sendLayout(KvdTuiifSocpriScanLinkReq{KVD_TUIIF_SOCPRI_SCAN_LINK_REQ, 1, 4});
-    b.run(0.1);
-    const auto rsp = b.take<KvdTuiifSocpriScanLinkRsp>(KVD_TUIIF_SOCPRI_SCAN_LINK_RSP);
-    ASSERT_TRUE(rsp);
-    EXPECT_EQ(rsp->apn, 1u);
-    EXPECT_EQ(rsp->portNo, 4);
-    EXPECT_EQ(rsp->syncStatus, 5u);
-    EXPECT_EQ(b.look(KvdLoz6TuRef_selectedRef), NO_REF);
-}
-
 TEST(SocpriScan, OnAMasterSelectsAndShowsTheStart)
 {
     IifBench b;
@@ -111,17 +65,6 @@ TEST(SocpriScan, OnAMasterSelectsAndShowsTheStart)
     EXPECT_EQ(b.take<KvdTuiifTimeAccuracyChangeInd>(KVD_TUIIF_TIME_ACCURACY_CHANGE_IND)->timeAccuracy, 0u);
     EXPECT_EQ(b.look(inrsiGetAction), u32{INRSI_CLIENT_ACTION_FREQ_SCANNING});
     EXPECT_EQ(b.look(inrsiGetPortNo), 3) << "ports count from 0 inside";
-}
-
-TEST(SocpriSelection, SelectsWithoutTheStartingState)
-{
-    IifBench b;
-    b.connect();
-    b.mp().sendLayout(
-        KvdTuiifSocpriSelectSyncLinkReq{KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_REQ, 1, 1});
-    b.run(0.1);
-    EXPECT_EQ(b.look(KvdLoz6TuRef_selectedRef), SOCPRI_REF);
-    EXPECT_NE(b.clock(), 17);
 }
 
 TEST(SocpriSelection, IsRefusedWhileTheOscillatorIsOutOfItsTemperature)
@@ -158,21 +101,6 @@ TEST(SocpriSelection, IsRefusedWhileTheOscillatorIsOutOfItsTemperature)
     tick(2.0, 0);
     EXPECT_FALSE(answerTo(2)) << "the temperature is back";
     EXPECT_EQ(b.look(inrsiGetPortNo), 1);
-}
-
-TEST(SocpriMarker, LivesAsAFile)
-{
-    IifBench b;
-    int created = 1, removed = 1, again = 0;
-    std::string text;
-    b.in([&] { created = KvdLoz6TuIifAdm_createSocpriMarkerFile(); });
-    b.in([&] { node::platform().fileRead("/d/socpri_active", text); });
-    b.in([&] { removed = KvdLoz6TuIifAdm_deleteSocpriMarkerFile(); });
-    b.in([&] { again = KvdLoz6TuIifAdm_deleteSocpriMarkerFile(); });
-    EXPECT_EQ(created, 0);
-    EXPECT_EQ(text, "SoCPRI is active!");
-    EXPECT_EQ(removed, 0);
-    EXPECT_NE(again, 0);
 }
 
 }  // namespace

@@ -16,17 +16,6 @@ Values times(i32 variation, i32 ths, i32 tfs, i32 fhs, i32 frs)
     return {0, variation, variation, variation, variation, ths, tfs, fhs, frs};
 }
 
-TEST(GpsOutages, FallIntoTheirBinBySeconds)
-{
-    struct Case { u32 elapsed_s; i32 counter; };
-    for (const Case& c : std::to_array<Case>({
-             {0, -1},      {1, 0},       {180, 0},     {181, 1},     {360, 1},     {361, 2},
-             {720, 2},     {721, 3},     {1800, 3},    {1801, 4},    {3600, 4},    {3601, 5},
-             {7200, 5},    {7201, 6},    {14400, 6},   {14401, 7},   {28800, 7},   {28801, 8},
-             {86400, 8},   {86401, 9},   {259200, 9},  {259201, 10}, {0xFFFFFFFF, 10}}))
-        EXPECT_EQ(KvdLoz6PmGps_counterOf(c.elapsed_s), c.counter) << c.elapsed_s;
-}
-
 TEST(GpsOutages, CountFromTheSubscriptionOnAndStayUntilTheNext)
 {
     PmBench b;
@@ -50,37 +39,6 @@ TEST(GpsOutages, CountFromTheSubscriptionOnAndStayUntilTheNext)
     EXPECT_EQ(b.currentOf(GPS), (Values{1, 1, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0}));
     b.subscribe(GPS, 300);
     EXPECT_EQ(b.currentOf(GPS), (Values{1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
-}
-
-TEST(Periods, EndWithThePushesOfTheCalendar)
-{
-    PmBench b;
-    b.agent().pushes = true;
-    b.clockState(2);
-    b.until(10);
-    b.subscribe(SYNC, 900, 17);
-    const auto cfm = b.take<KvdTuiifSubscribePmCfm>(KVD_TUIIF_SUBSCRIBE_PM_CFM);
-    ASSERT_TRUE(cfm);
-    EXPECT_EQ(cfm->froType, 0x10501u);
-    EXPECT_EQ(cfm->froId, 17u);
-    b.until(1000);
-    ASSERT_EQ(b.agent().records().size(), 1u);
-    const sim::PmRecord& first = b.agent().records()[0];
-    EXPECT_EQ(first.at, 900 * ose::SEC);
-    EXPECT_EQ(first.seqNo, 5680227u);      // 2024-01-01 00:15 UTC, in pushes since 1970
-    EXPECT_EQ(first.froId, 17u);
-    EXPECT_TRUE(first.ended);
-    EXPECT_EQ(b.reported(), (Values{1, -2, -2, -2, -2, -2, -2, -2, -2}));
-    b.clockState(3);                       // 100 s of free running, no frequency lock yet
-    b.until(1500);
-    b.clockState(11);
-    b.until(1600);
-    EXPECT_EQ(b.currentOf(SYNC), times(-1, 100, 500, 0, 100));
-    b.until(1900);
-    EXPECT_EQ(b.agent().records().size(), 2u);
-    EXPECT_EQ(b.reported(), times(-2, 300, 500, 0, 100));
-    b.until(2800);
-    EXPECT_EQ(b.reported(), times(-2, 900, 0, 0, 0)) << "each second in one period";
 }
 
 TEST(Subscriptions, OfOneSetLeaveTheOtherAlone)
@@ -120,38 +78,6 @@ TEST(Subscriptions, OfOneSetLeaveTheOtherAlone)
     b.push(5);
     EXPECT_EQ(b.agent().records().size(), 5u);
     EXPECT_EQ(b.currentOf(SYNC), (Values{1, -1, -1, -1, -1, -2, -2, -2, -2}));
-}
-
-TEST(DelayVariation, IsTheWorstOfTheLastHour)
-{
-    PmBench b;
-    // A hundred exchanges, each so many us above 1 ms; one way takes twice that, the other nothing.
-    const auto window = [&b](u32 step_us) {
-        b.in([=] {
-            for (u32 i = 0; i < 100; ++i) {
-                const double both_s = 2e-6 * (1000 + i * step_us);
-                KvdLoz6TuPm_delaySample(0, static_cast<u64>(both_s * 4294967296.0), 7, 7);
-            }
-        });
-    };
-    b.selectRegulatorRef(8);
-    b.subscribe(SYNC, 300);
-    b.push(1);
-    window(5);
-    EXPECT_EQ(b.currentOf(SYNC), (Values{0, 495, 5, 50, 250, 0, 0, 0, 0}));
-    for (int i = 1; i < 36; ++i) window(2);
-    EXPECT_EQ(b.currentOf(SYNC), (Values{0, 495, 5, 50, 250, 0, 0, 0, 0})) << "36 windows";
-    window(1);
-    EXPECT_EQ(b.currentOf(SYNC), (Values{0, 198, 2, 20, 100, 0, 0, 0, 0}))
-        << "the first is an hour old";
-    window(0);
-    b.selectRegulatorRef(6);
-    EXPECT_EQ(b.currentOf(SYNC), times(-1, 0, 0, 0, 0));
-    b.push(2);
-    EXPECT_EQ(b.reported(), times(-2, 0, 0, 0, 0));
-    b.selectRegulatorRef(8);
-    window(0);
-    EXPECT_EQ(b.currentOf(SYNC), times(-2, 0, 0, 0, 0)) << "no variation is no value";
 }
 
 TEST(Restart, ForgetsSubscriptionsAndBeginsSuspect)

@@ -87,55 +87,6 @@ TEST(ShownState, FollowsSelectionTrackingAndTimeMode)
     }
 }
 
-TEST(ShownState, NamesWhatCantBe)
-{
-    IifBench b{bench::Negotiated{.timeMode = 2, .masterSlaveMode = 1}};
-    b.connect();
-    b.update(18);
-    EXPECT_TRUE(b.traced("Wrong clockState! (18)"));
-    EXPECT_TRUE(b.traced("Unknown timemode =2"));
-    b.update(10);
-    EXPECT_EQ(b.clock(), 11) << "an unknown time mode changes nothing";
-}
-
-TEST(ShownState, MovesWithTheSelection)
-{
-    IifBench b;
-    b.connect();
-    b.select(GPS_REF, 3, 4);
-    b.report(TRUETIME);
-    EXPECT_EQ(b.clock(), 10);
-    b.select(NO_REF, FRO_NONE, FRO_NONE);
-    EXPECT_EQ(b.clock(), 11);
-    auto status = b.take<KvdTuiifBvqStatusInd>(KVD_TUIIF_BVQ_STATUS_IND);
-    ASSERT_TRUE(status);
-    EXPECT_EQ(status->radioClockState, 11);
-    EXPECT_EQ(status->activRefFroId, 0xFFFFFFFFu);
-    b.select(TU_REF, 5, 6);
-    EXPECT_EQ(b.clock(), 10);
-    status = b.take<KvdTuiifBvqStatusInd>(KVD_TUIIF_BVQ_STATUS_IND);
-    ASSERT_TRUE(status);
-    EXPECT_EQ(status->smn, 7u);
-    EXPECT_EQ(status->apn, 1u);
-    EXPECT_EQ(status->radioClockState, 10);
-    EXPECT_EQ(status->activRefFroId, 5u);
-    EXPECT_EQ(status->activRefFroClassNo, 6u);
-}
-
-TEST(ClientView, IgnoresNoReferenceWhenThereIsNone)
-{
-    IifBench b;
-    b.connect();
-    b.select(NO_REF);
-    EXPECT_TRUE(b.traced("Select refType = "));
-    EXPECT_TRUE(b.traced("Update of reference variables ignored."));
-    b.select(GPS_REF);
-    b.select(NO_REF);
-    b.select(NO_REF);
-    EXPECT_EQ(b.look(KvdLoz6TuIifAdm_selectedRef), NO_REF);
-    EXPECT_EQ(b.look(KvdLoz6TuIifAdm_prevSelectedRef), GPS_REF);
-}
-
 TEST(ClientView, MarksTheStatusAsNotSent)
 {
     IifBench b;

@@ -172,18 +172,6 @@ TEST(Calibration, FollowsTheClock)
     }
 }
 
-TEST(Calibration, SoonToExpireIsToldWithinAHoldover)
-{
-    IifBench b;
-    b.connect();
-    b.update(3);   // shown as 4: no reference
-    EXPECT_EQ(b.sent(KVD_TUIIF_CALIBRATION_STATUS_IND), 1u);
-    b.in([] { KvdLoz6TuIifAdm_setSoonToExpire(1); });
-    const auto ind = b.take<KvdTuiifCalibrationStatusInd>(KVD_TUIIF_CALIBRATION_STATUS_IND);
-    ASSERT_TRUE(ind);
-    EXPECT_EQ(ind->calibrationStatus, KVD_TUIIF_SOON_TO_EXPIRE);
-}
-
 // ---- time accuracy ----
 
 TEST(TimeAccuracy, IsToldInStepsOf100ns)
@@ -349,45 +337,6 @@ TEST(RemoteClockState, GoesWhileTheLinkIsTheReference)
         EXPECT_EQ(goes(5), c.otherGoes);
         EXPECT_EQ(goes(13), c.otherGoes);
     }
-}
-
-TEST(CurrentCounters, GoWithTheirListAndWithoutOne)
-{
-    IifBench b;
-    b.connect();
-    for (const u32 count : {0u, 1u, 11u}) {
-        SCOPED_TRACE(count);
-        std::vector<i32> values;
-        for (u32 i = 0; i < count; ++i) values.push_back(-1 - static_cast<i32>(i));
-        b.mp().clearLog();
-        b.in([&] { KvdLoz6TuIifAdm_sendCurrentPmCfm(1, 2, 3, values.data(), count); });
-        b.run(0.01);
-        const sim::MpRecord* record = b.mp().last(KVD_TUIIF_GET_CURRENT_PM_CFM);
-        ASSERT_NE(record, nullptr);
-        ASSERT_EQ(record->bytes.size(), count * 4 + 60u);
-        EXPECT_EQ(record->as<KvdTuiifGetCurrentPmCfm>()->noOfPmAttr, count);
-        for (u32 i = 0; i < count; ++i) {
-            i32 value;
-            std::memcpy(&value, record->bytes.data() + 20 + 4 * i, 4);
-            EXPECT_EQ(value, -1 - static_cast<i32>(i));
-        }
-    }
-}
-
-TEST(PrintInfo, NamesWhatItShows)
-{
-    IifBench b;
-    b.connect();
-    b.select(GPS_REF);
-    b.report(TRUETIME);
-    for (u8 clock = 0; clock < 20; ++clock) {
-        const std::string text = KvdLoz6TuIifAdm_clockStateText(clock);
-        EXPECT_EQ(text == "UNKNOWN", clock == 0 || clock > 16) << int{clock};
-    }
-    EXPECT_STREQ(KvdLoz6TuIifAdm_clockStateText(9), "KVD_TUIIF_TIME_OFFSET_HOLDOVER");
-    EXPECT_STREQ(KvdLoz6TuIifAdm_remoteRcStateText(16), "INTER_DU_TIME_HOLDOVER");
-    EXPECT_STREQ(KvdLoz6TuIifAdm_remoteRcStateText(19), "UNKNOWN");
-    EXPECT_STREQ(KvdLoz6TuIifAdm_remoteRcStateText(0), "UNKNOWN");
 }
 
 }  // namespace

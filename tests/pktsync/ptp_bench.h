@@ -4,6 +4,7 @@
 #include "node/sig.h"
 #include "pktsync/tupktsync_ptp_clock.h"
 #include "pktsync/tupktsync_ptp_uc_neg.h"
+#include "tests/support/hex.h"
 #include "tests/support/idle_node.h"
 
 #include <gtest/gtest.h>
@@ -32,23 +33,6 @@ inline PtpSeen& ptpSeen()
     return seen;
 }
 
-inline std::string hexOf(const u8* bytes, std::size_t count)
-{
-    std::string text;
-    for (std::size_t i = 0; i < count; ++i) {
-        constexpr char DIGITS[] = "0123456789abcdef";
-        text += DIGITS[bytes[i] >> 4];
-        text += DIGITS[bytes[i] & 15];
-    }
-    return text;
-}
-inline std::vector<u8> bytesOf(const std::string& hex)
-{
-    std::vector<u8> bytes;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
-        bytes.push_back(static_cast<u8>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-    return bytes;
-}
 inline PtpClockIdentity identityOf(const std::string& hex)
 {
     PtpClockIdentity id{};

@@ -17,31 +17,6 @@ constexpr u32 ROUTE = 0x318F;
 
 u32 route(RefUnit& unit) { return unit.selectRegister() & ROUTE; }
 
-TEST(Selection, RoutesHardwareAndRegulatorByType)
-{
-    struct Case { u8 refType; u32 froId; u32 raw; u32 regulator; };
-    for (const Case& c :
-         {Case{PDH_SDH_REF, LINE_FRO, 0, 1}, Case{PDH_SDH_REF, LINE_FRO + 3, 0, 4},
-          Case{PDH_SDH_REF, LINE_FRO + 4, 0, 5}, Case{GPS_REF, 7, 0, 6},
-          Case{TU_REF, 7, RAW_EXT, 7}, Case{NTP_REF, 7, 0, 8}, Case{IDL1_REF, 7, 0, 9},
-          Case{ETHA_REF, 7, 0, 10}, Case{ETHB_REF, 7, 0, 10}, Case{ETHC_REF, 7, 0, 10},
-          Case{TU_REF, 7, RAW_1PPS, 11}, Case{PACKET_FREQ_REF, 7, 0, 12},
-          Case{PACKET_TIME_REF, 7, 0, 13}, Case{IDL2_REF, 7, 0, 14}, Case{HPTSI_REF, 7, 0, 15},
-          Case{GPSOSL_REF, 7, 0, 17}, Case{SOCPRI_REF, 7, 0, 18}}) {
-        SCOPED_TRACE(int{c.refType});
-        SCOPED_TRACE(c.froId);
-        RefUnit unit;
-        unit.node.rawToggles = c.raw;
-        if (c.refType == TU_REF) unit.supervise(TU_REF, true);
-        unit.select(c.refType, c.froId, 9);
-        EXPECT_EQ(unit.regulatorRef(), c.regulator);
-        EXPECT_EQ(unit.selectedRef(), c.refType);
-        EXPECT_EQ(unit.clientRef(), c.refType);
-        EXPECT_EQ(unit.node.inProgram(KvdLoz6TuIifAdm_activRefFroId), c.froId);
-        EXPECT_EQ(unit.node.inProgram(KvdLoz6TuIifAdm_activRefFroClassNo), 9u);
-    }
-}
-
 TEST(Selection, AndSupervisionFollowAPortToItsOtherLineAndEndWithIt)
 {
     sim::NodeConfig config = refConfig();
@@ -139,46 +114,6 @@ TEST(Selection, OfALineOutOfRange)
     EXPECT_EQ(unit.regulatorRef(), TU_SR_PDH_REF2);
 }
 
-TEST(Selection, OfNothingTwiceKeepsTheBlockButTellsTheHardwareAgain)
-{
-    RefUnit unit;
-    unit.select(GPS_REF);
-    unit.select(NO_REF, 0xFFFFFFFF, 0xFFFFFFFF);
-    const u32 none = route(unit);
-    unit.node.inProgram([&] {
-        EXPECT_EQ(KvdLoz6TuRef_selectedRef(), NO_REF);
-        EXPECT_EQ(KvdLoz6TuRef_prevSelRef(), GPS_REF);
-        return 0;
-    });
-    unit.node.system().call(*unit.node.program(), [] { tuHwIf_selectSynchRef(HALI_SDH_REF); });
-    ASSERT_NE(route(unit), none);
-    unit.select(NO_REF, 0xFFFFFFFF, 0xFFFFFFFF);
-    EXPECT_EQ(route(unit), none);
-    EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_prevSelRef), GPS_REF);
-    EXPECT_EQ(
-        unit.traces("Select syncRefType = NO_REF (1) received while selectedRef = NO_REF (1) and "
-                    "prevSelRef = GPS_REF (6). Update of reference variables ignored."),
-        1u);
-}
-
-TEST(Selection, OfAnUnknownTypeChangesNothingButTheOldestByte)
-{
-    for (u8 refType : {u8{0}, u8{16}, u8{255}}) {
-        SCOPED_TRACE(int{refType});
-        RefUnit unit;
-        for (u8 known : {ETHB_REF, GPS_REF, NTP_REF}) unit.select(known);
-        ASSERT_EQ(unit.node.inProgram(KvdLoz6TuRef_prevPrevSelRef), ETHB_REF);
-        unit.select(refType, 4242);
-        EXPECT_EQ(
-            unit.traces("Unknown syncRefType =" + std::to_string(refType) + " for froId =4242."),
-            1u);
-        EXPECT_EQ(unit.selectedRef(), NTP_REF);
-        EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_prevSelRef), GPS_REF);
-        EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_prevPrevSelRef), NO_REF);
-        EXPECT_EQ(unit.regulatorRef(), TU_SR_NTP_REF);
-    }
-}
-
 TEST(Selection, OnASlaveMovesHardwareAndRegulatorButNotTheClients)
 {
     RefUnit unit(refConfig(0));
@@ -236,18 +171,6 @@ TEST(GpsOslHoldover, EndsWhenItsReferenceIsSelectedAgainOnAMaster)
                                           "gpsExtToggle 0"),
                   masterSlaveMode == 1);
     }
-}
-
-TEST(Selection, TellsWhatItDid)
-{
-    RefUnit unit;
-    unit.select(NTP_REF);
-    EXPECT_EQ(unit.traces("Selecting ref 3, prevRef 1, pllState 0"), 1u);
-    EXPECT_EQ(
-        unit.traces(
-            "Reference update: selectedRef (3), prevSelRef (1). Algorithm states: PLL state 0, "
-            "Slave PLL state 0, Regulator state"),
-        1u);
 }
 
 }  // namespace

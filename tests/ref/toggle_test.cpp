@@ -60,77 +60,6 @@ TEST(Path, GoesOffAfterItsHoldOffAndOnAfterTenSteadySeconds)
     }
 }
 
-TEST(Path, ThatComesBackInsideItsHoldOffIsOffAtOnce)
-{
-    for (const Path& path : PATHS) {
-        SCOPED_TRACE(path.name);
-        RefUnit unit;
-        unit.node.rawToggles = path.raw;
-        unit.supervise(path.refType, true, path.froId);
-        unit.toggles(0);
-        unit.ms(path.holdoff_ms - 1);
-        unit.toggles(path.raw);
-        EXPECT_EQ(unit.refStatus(path.row), REF_STATUS_OFF);
-        EXPECT_EQ(unit.tuiifRefState(), 0u);
-        unit.ms(9'999);
-        EXPECT_EQ(unit.refStatus(path.row), REF_STATUS_OFF);
-        unit.ms(1);
-        EXPECT_EQ(unit.refStatus(path.row), REF_STATUS_ON);
-    }
-}
-
-TEST(Path, LostInWaitToRestoreGoesThroughTheHoldOffWithNothingReported)
-{
-    RefUnit unit;
-    unit.supervise(PDH_SDH_REF, true, LINE_FRO);
-    ASSERT_EQ(unit.refStatus(0), REF_STATUS_OFF);
-    unit.toggles(RAW_PDH1);
-    unit.ms(5'000);
-    const std::size_t before = unit.node.mainProcessor().count(KVD_TUIIF_BVQ_STATUS_IND);
-    unit.toggles(0);
-    EXPECT_EQ(unit.row(0).filterType, HO_FILTER);
-    unit.ms(2'499);
-    EXPECT_EQ(unit.node.mainProcessor().count(KVD_TUIIF_BVQ_STATUS_IND), before);
-    EXPECT_EQ(unit.tuiifRefState(), 0u);
-    unit.ms(1);
-    EXPECT_EQ(unit.refStatus(0), REF_STATUS_OFF);
-}
-
-TEST(Path, IsReportedToTheMainProcessor)
-{
-    RefUnit unit;
-    unit.node.rawToggles = RAW_PDH2;
-    unit.supervise(PDH_SDH_REF, true, LINE_FRO + 1);
-    EXPECT_EQ(unit.node.mainProcessor().status().refState, 0x2u);
-    unit.toggles(0);
-    unit.ms(2'499);
-    EXPECT_EQ(unit.node.mainProcessor().status().refState, 0x2u);
-    unit.ms(1);
-    EXPECT_EQ(unit.node.mainProcessor().status().refState, 0u);
-}
-
-TEST(Path, WithoutSupervisionIsLeftAlone)
-{
-    RefUnit unit;
-    unit.toggles(RAW_PDH1);
-    unit.ms(20'000);
-    EXPECT_EQ(unit.refStatus(0), REF_STATUS_UNK);
-    EXPECT_EQ(unit.row(0).filterType, NO_FILTER);
-    EXPECT_EQ(unit.tuiifRefState(), 0u);
-}
-
-TEST(Path, StartsOffWithoutSignalAndSaysSo)
-{
-    RefUnit unit;
-    const std::size_t before = unit.node.mainProcessor().count(KVD_TUIIF_BVQ_STATUS_IND);
-    unit.supervise(PDH_SDH_REF, true, LINE_FRO);
-    EXPECT_EQ(unit.refStatus(0), REF_STATUS_OFF);
-    EXPECT_EQ(unit.row(0).filterType, NO_FILTER);
-    EXPECT_EQ(unit.node.mainProcessor().count(KVD_TUIIF_BVQ_STATUS_IND),
-              before + 1);   // marked as not sent
-    EXPECT_EQ(unit.traces("started supervision of synch ref. #0"), 1u);
-}
-
 TEST(Path, EndOfSupervisionStopsTheFilterAndStoresMostlyWithoutSending)
 {
     for (const Path& path : PATHS) {
@@ -226,19 +155,6 @@ TEST(CommonInput, FollowsWhatIsOnIt)
     EXPECT_EQ(unit.traces("Unexpected EXT Toggle in state 1 "), 1u);
 }
 
-TEST(CommonInput, HoldOffRemembersThatA1ppsWasThere)
-{
-    RefUnit unit;
-    unit.node.rawToggles = RAW_EXT;
-    unit.supervise(TU_REF, true);
-    unit.toggles(RAW_1PPS);
-    unit.toggles(0);                                       // the machine is in NO_TOGGLE already
-    unit.ms(29'999);
-    EXPECT_EQ(unit.refStatus(5), REF_STATUS_ON);
-    unit.ms(1);
-    EXPECT_EQ(unit.refStatus(5), REF_STATUS_OFF);
-}
-
 TEST(CommonInput, ReceiverCountsOnlyWithItsOwn1pps)
 {
     RefUnit unit;
@@ -279,30 +195,6 @@ TEST(EthernetPath, IsReportedWhenItsStateChangesOrSupervisionStartsAnew)
     EXPECT_EQ(unit.node.traces().count({"stopped supervision of synch ref. #10", GROUP, 8}), 1u);
     EXPECT_EQ(unit.node.traces().count(
                   {"timeOutInd with filterType: NO_FILTER not allowed for synchRefNo 10", GROUP, 1}), 1u);
-}
-
-TEST(ToggleMonitor, TellsAChangeWithinASecondAndOnlyAChange)
-{
-    RefUnit unit(refConfig(), true);
-    unit.supervise(PDH_SDH_REF, true, LINE_FRO);
-    unit.node.rawToggles = RAW_PDH1;
-    unit.ms(1'000);
-    EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_lastToggleStatus), 0x1u);
-    unit.ms(10'000);
-    EXPECT_EQ(unit.refStatus(0), REF_STATUS_ON);
-    EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_noChangeCounter), 0u);
-    EXPECT_EQ(unit.traces("TI PROCESS Kvd_loz6_turefmon_proc created"), 1u);
-}
-
-TEST(ToggleIndication, ThatChangesNothingIsCounted)
-{
-    RefUnit unit;
-    unit.node.rawToggles = RAW_PDH1;
-    unit.supervise(PDH_SDH_REF, true, LINE_FRO);
-    unit.toggles(RAW_PDH1);
-    unit.toggles(RAW_PDH1);
-    EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_noChangeCounter), 2u);
-    EXPECT_EQ(unit.row(0).filterType, NO_FILTER);
 }
 
 TEST(PeerRestart, ReleasesTheRowsAndSelectsNothing)

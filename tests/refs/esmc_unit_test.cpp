@@ -53,62 +53,6 @@ struct EsmcUnit : bench::Unit {
 };
 using Levels = EsmcUnit::Levels;
 
-TEST(EsmcUnit, TellsThePeersLevelAndSendsDoNotUse)
-{
-    EsmcUnit unit;
-    EXPECT_EQ(unit.state(), IF_QL_RECEIVED);
-    EXPECT_EQ(unit.levels(), (Levels{{21, 2}}));
-    const u32 before = unit.a.received();
-    unit.run(60);
-    EXPECT_EQ(unit.a.received() - before, 60u);
-    EXPECT_EQ(unit.a.eventsReceived(), 1u);
-    EXPECT_EQ(unit.a.lastSsm(), 15);
-    EXPECT_EQ(unit.a.lastFrame().size(), 60u);         // padded by the service
-    EXPECT_EQ(unit.b.received(), 0u);                  // another port
-    unit.a.setQuality(11);
-    unit.run(0.1);
-    EXPECT_EQ(unit.levels(), (Levels{{21, 11}}));
-    std::string output;
-    EXPECT_EQ(unit.command("kvdinfo tuslowpi", output), 0);
-    EXPECT_NE(output.find("SSM                    : 0xb"), std::string::npos) << output;
-}
-
-TEST(EsmcUnit, AnotherPortIsAnotherPeer)
-{
-    EsmcUnit unit;
-    unit.levels();
-    unit.mp().superviseByName("a", false);
-    unit.run(0.1);
-    EXPECT_EQ(unit.levels(), (Levels{{21, 255}}));
-    EXPECT_EQ(unit.state(), IF_UP);
-    EXPECT_FALSE(unit.slowpi().subscribed());
-    const u32 sent = unit.slowpi().framesSent();
-    unit.run(3);
-    EXPECT_EQ(unit.slowpi().framesSent(), sent);
-    unit.mp().superviseByName("b", true);
-    unit.run(2);
-    EXPECT_EQ(unit.levels(), (Levels{{22, 4}}));       // behind its VLAN tag
-    EXPECT_GT(unit.b.received(), 1u);
-}
-
-TEST(EsmcUnit, WithoutSelectionByQualityItSendsAndListensToNobody)
-{
-    EsmcUnit unit{{}, 0};
-    EXPECT_EQ(unit.state(), IF_SUBSCRIBED);
-    EXPECT_GT(unit.a.received(), 3u);
-    unit.a.setSilent(true);
-    unit.run(20);
-    EXPECT_TRUE(unit.levels().empty());
-    EXPECT_EQ(unit.mp().count(KVD_TUIIF_PDU_MISSING_IND), 0u);
-    unit.a.setSilent(false);
-    unit.mp().setSelectionMode(1);
-    unit.run(2);
-    EXPECT_EQ(unit.levels(), (Levels{{21, 2}}));
-    unit.mp().setSelectionMode(0);
-    unit.run(0.1);
-    EXPECT_EQ(unit.levels(), (Levels{{21, 255}}));
-}
-
 TEST(EsmcUnit, WaitsForAServiceThatRefusesUntilItsNextServer)
 {
     struct Case { const char* what; std::function<void(sim::SlowpiServer&)> script; u32 state; };
@@ -170,24 +114,6 @@ TEST(EsmcUnit, ADeadServiceRaisesTheAlarmAndTheNextOneEndsIt)
     EXPECT_EQ(unit.levels(), (Levels{{21, 2}}));
     EXPECT_EQ(unit.now().pduMissingAlarmRaised, 0u);
     EXPECT_EQ(unit.a.eventsReceived(), 2u);
-}
-
-/// Uncalled answers of a living service leave a unit that goes on.
-TEST(EsmcUnit, LivesThroughAnswersThatNobodyAskedFor)
-{
-    for (const SIGSELECT answer :
-         {SLOWPI_INITIATE_SERVICE_CFM, SLOWPI_INITIATE_SERVICE_SUS, SLOWPI_INITIATE_SERVICE_REJ,
-          SLOWPI_SUBSCRIBE_RSP, SLOWPI_UNSUBSCRIBE_RSP}) {
-        SCOPED_TRACE(answer);
-        EsmcUnit unit;
-        if (answer <= SLOWPI_INITIATE_SERVICE_REJ) unit.slowpi().tellInitiated(answer);
-        else unit.slowpi().tellResult(answer, 0);
-        unit.run(3);
-        EXPECT_EQ(unit.state(), IF_QL_RECEIVED);
-        const u32 sent = unit.slowpi().framesSent();
-        unit.run(2);
-        EXPECT_EQ(unit.slowpi().framesSent(), sent + 2);
-    }
 }
 
 TEST(EsmcUnit, WithoutAMainProcessorNothingIsSupervised)

@@ -23,23 +23,6 @@ u32 sensitive(MeasureBench& bench)
 
 }  // namespace
 
-TEST(Lines, AllFiveShareTheirNoise)
-{
-    MeasureBench bench;
-    bench.settle();
-    bench.select(TU_SR_PDH_REF3);
-    bench.edit([](measure::State& s) { s.var.R_all.fill(1e-3); });
-    double edge = 200.0;
-    lineSecond(bench, edge);
-    const MeasStateVar m = bench.meas();
-    EXPECT_EQ(m.measRefData.R, 5e-10);
-    EXPECT_EQ(m.measRefData.z_i, u32{Z_PDH_REF3});
-    for (const u32 z_i : {3, 4, 6, 7}) EXPECT_EQ(m.R_all[z_i], 5e-10) << z_i;
-    EXPECT_EQ(m.R_all[2], 1e-3);
-    EXPECT_EQ(m.R_all[8], 1e-3);
-    EXPECT_EQ(m.t_mod_old, 0.125);
-}
-
 TEST(Lines, EthernetIsMeasuredWithinItsPeriod)
 {
     MeasureBench bench;
@@ -105,16 +88,4 @@ TEST(External1pps, EarlyPulseIsDroppedOnce)
         EXPECT_EQ(sensitive(bench), step.sensitive);
         EXPECT_EQ(bench.meas().measRefData.R, step.R);
     }
-}
-
-TEST(External1pps, IsSensitiveAfterAnInitiation)
-{
-    MeasureBench bench;
-    bench.settle();
-    bench.select(TU_SR_EXT_1PPS_REF);
-    bench.edge(200.0);
-    bench.edge(201.002);
-    ASSERT_EQ(sensitive(bench), 0u);
-    bench.in([] { KvdLoz6TuReg_measInitiate({}); });
-    EXPECT_EQ(sensitive(bench), 1u);
 }

@@ -1,5 +1,4 @@
-// The time input: frames out of bytes, what a damaged or unusable one still does, the way of the state up
-// and down, what the main processor is told, the measurement.
+// The time input: what a frame that is none does, the way of the state up and down, what the main processor is told, the measurement.
 #include "tests/refs/hptsi_line.h"
 
 #include "reg/support/measure_bench.h"
@@ -18,116 +17,9 @@ using bench::RAW_1PPS;
 using bench::stateFrame;
 using Statuses = std::vector<std::string>;
 
-// ---- bytes and frames ---------------------------------------------------------------------------
-
-std::vector<Bytes> framesOf(const Bytes& bytes)
+Bytes first(const Bytes& bytes, std::size_t count)
 {
-    CmccReader reader;
-    std::vector<Bytes> frames;
-    for (const u8 byte : bytes)
-        if (KvdLoz6TuHptsi_takeByte(reader, byte))
-            frames.emplace_back(reader.buffer.begin(), reader.buffer.begin() + CMCC_FRAME_READ);
-    return frames;
-}
-
-Bytes operator+(Bytes a, const Bytes& b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-Bytes first(const Bytes& bytes, std::size_t count) { return Bytes(bytes.begin(), bytes.begin() + static_cast<long>(count)); }
-
-TEST(CmccReading, EveryByteDamaged)
-{
-    // A frame that lost its head is nothing; any other goes on, since the checksum isn't looked at. What
-    // follows is read as if nothing had been, unless the damage made a head out of data.
-    const Bytes good = infoFrame(0x01020304, 2245), next = stateFrame();
-    for (std::size_t at = 0; at < good.size(); ++at) {
-        for (const u8 flip : {0x01, 0x80, 0xFF}) {
-            SCOPED_TRACE(testing::Message() << "byte " << at << " flipped by " << int{flip});
-            Bytes damaged = good;
-            damaged[at] ^= flip;
-            const auto frames = framesOf(damaged + next);
-            const std::size_t wanted = at < 2 ? 1 : 2;
-            ASSERT_EQ(frames.size(), wanted);
-            if (wanted == 2) {
-                EXPECT_EQ(frames[0], first(damaged, 20));
-            }
-            EXPECT_EQ(frames.back(), first(next, 20));
-        }
-    }
-}
-
-TEST(CmccReading, AFrameOneByteShortTakesTheNextOnesHead)
-{
-    const Bytes good = infoFrame(7), next = stateFrame();
-    for (std::size_t lost = 2; lost < 23; ++lost) {
-        SCOPED_TRACE(lost);
-        Bytes cut = good;
-        cut.erase(cut.begin() + static_cast<long>(lost));
-        // The three last bytes aren't read: their loss is none. A byte lost before moves one of them in.
-        const auto frames = framesOf(cut + next + good);
-        ASSERT_EQ(frames.size(), 3u);
-        EXPECT_EQ(frames[0], first(cut, 20));
-        EXPECT_EQ(frames[1], first(next, 20));
-    }
-    // The source stopped in the middle: the next frame fills up and is lost, but for one whose "C" alone did.
-    for (const std::size_t kept : {19u, 18u, 10u, 5u}) {
-        SCOPED_TRACE(kept);
-        const auto frames = framesOf(first(good, kept) + next + good);
-        ASSERT_EQ(frames.size(), kept == 19 ? 3u : 2u);
-        EXPECT_EQ(frames[0], first(good, kept) + first(next, 20 - kept));
-        EXPECT_EQ(frames.back(), first(good, 20));
-    }
-}
-
-TEST(CmccReading, Verdicts)
-{
-    struct Case { std::size_t length; u8 id; CmccVerdict verdict; };
-    for (const Case& c : std::to_array<Case>({{0, 3, CmccVerdict::WrongLength},
-                                              {7, 3, CmccVerdict::WrongLength},
-                                              {8, 3, CmccVerdict::TimeState},
-                                              {24, 0x20, CmccVerdict::TimeInfo},
-                                              {25, 0x20, CmccVerdict::WrongLength},
-                                              {20, 0x21, CmccVerdict::UnknownId},
-                                              {20, 0, CmccVerdict::UnknownId},
-                                              {20, 0x83, CmccVerdict::UnknownId}})) {
-        SCOPED_TRACE(testing::Message() << c.length << " " << int{c.id});
-        Bytes frame(c.length);
-        if (c.length > 3) frame[3] = c.id;
-        EXPECT_EQ(KvdLoz6TuHptsi_frameVerdict(frame), c.verdict);
-    }
-    const CmccTimeInfo all = KvdLoz6TuHptsi_timeInfoOf(infoFrame(0xFFFFFFFF, 0xFFFF, 4, -128, 255));
-    EXPECT_EQ(all.tow, 0xFFFFFFFF);
-    EXPECT_EQ(all.week, 0xFFFF);
-    EXPECT_EQ(all.leapSec, -128);
-    EXPECT_EQ(all.pp1sState, 4);
-    EXPECT_EQ(all.tacc, 255);
-    const CmccTimeInfo cut = KvdLoz6TuHptsi_timeInfoOf(first(infoFrame(5, 6, 1), 15));
-    EXPECT_EQ(cut.tow, 5u);
-    EXPECT_EQ(cut.week, 0u);                            // of its two bytes one is missing, the other is 0
-    EXPECT_EQ(cut.pp1sState, 0u);
-}
-
-TEST(CmccReading, WhichTimesCount)
-{
-    struct Case { const char* what; Bytes frame; u32 infoValid, stateValid; };
-    const Case cases[] = {
-        {"normal", infoFrame(9), 1, 0},           {"atomic", infoFrame(9, 1, 1), 1, 0},
-        {"unavailable", infoFrame(9, 1, 2), 0, 0}, {"crystal", infoFrame(9, 1, 3), 0, 0},
-        {"bearer", infoFrame(9, 1, 4), 0, 0},     {"unknown", infoFrame(9, 1, 255), 0, 0},
-        {"state 0", stateFrame(0), 0, 1},         {"state 4", stateFrame(4), 0, 0},
-        {"state 5", stateFrame(5), 0, 1},         {"state 0x80", stateFrame(0x80), 0, 0},
-        {"state 0x85", stateFrame(0x85), 0, 0},   {"state 0x8000", stateFrame(0x8000), 0, 1},
-    };
-    HptsiUnit unit;
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        unit.node.inProgram([] { return hptsi::state().timeInfoValid = hptsi::state().timeStateValid = 0; });
-        unit.feed(c.frame, 5);
-        EXPECT_EQ(unit.state().timeInfoValid, c.infoValid);
-        EXPECT_EQ(unit.state().timeStateValid, c.stateValid);
-    }
+    return Bytes(bytes.begin(), bytes.begin() + static_cast<long>(count));
 }
 
 /// Straight to the manager, as a serial process might.
@@ -166,32 +58,6 @@ TEST(HptsiFrame, ARejectedOneDoesNothingAndTheNextIsTaken)
     EXPECT_EQ(unit.hptsiState(), OPERATIONAL);
 }
 
-TEST(HptsiFrame, OneThatIsNotUsableStillCountsForItsPair)
-{
-    HptsiUnit unit;
-    unit.sourceState = 4;
-    unit.seconds(10);                                   // longer than the operational timer
-    EXPECT_EQ(unit.hptsiState(), OPERATIONAL);
-    EXPECT_EQ(unit.state().numberOfTimeStateMsg, 10u);
-    EXPECT_EQ(unit.qualities(), (std::vector<u32>{99, 1}));
-    EXPECT_EQ(unit.status(), "2 Monitor alarm");
-}
-
-TEST(HptsiFrame, InAStateThatTakesNoneIsKeptAndMovesNothing)
-{
-    for (const u32 at : {UN_INIT, INIT_SERIAL_PORT}) {
-        SCOPED_TRACE(at);
-        HptsiUnit unit(RAW_1PPS, false);
-        unit.node.inProgram([at] { return hptsi::state().hptsiState = at; });
-        frameSignal(unit, infoFrame(5), 20, 28);
-        frameSignal(unit, stateFrame(5, 2), 20, 28);
-        EXPECT_EQ(unit.hptsiState(), at);
-        EXPECT_EQ(unit.state().timeInfo.tow, 5u);
-        EXPECT_EQ(unit.state().nextFrame, NEXT_NONE);
-        EXPECT_EQ(unit.qualities(), (std::vector<u32>{2}));
-    }
-}
-
 TEST(HptsiFrame, TwoOfAKindAreOneFirst)
 {
     struct Case { const char* what; std::vector<std::pair<bool, i64>> frames; u32 state; };   // isInfo, then ms
@@ -214,26 +80,6 @@ TEST(HptsiFrame, TwoOfAKindAreOneFirst)
 }
 
 // ---- states, timers, status ---------------------------------------------------------------------
-
-TEST(HptsiState, ClimbsWithPairsAndKnowsTheNextSecond)
-{
-    HptsiUnit unit;
-    EXPECT_EQ(unit.hptsiState(), WAIT_FOR_FRAMES);
-    unit.seconds(1);
-    EXPECT_EQ(unit.hptsiState(), OPERATIONAL);
-    unit.feed(infoFrame(604'799, 2245), 5);
-    EXPECT_EQ(unit.hptsiState(), OPERATIONAL_WITH_VALID_TIME);
-    EXPECT_EQ(unit.state().hptsiCurrentTime, 2246 * 604800.0);
-    for (u32 tow = 0; tow < 30; ++tow) {                // its timer is as long as a second: known at each pulse
-        unit.feed(infoFrame(tow, 2246), 200);
-        unit.feed(stateFrame(), 775);
-        EXPECT_EQ(unit.hptsiState(), OPERATIONAL_WITH_VALID_TIME);
-        EXPECT_EQ(unit.state().hptsiCurrentTime, 2246 * 604800.0 + tow + 1);
-        unit.ms(25);
-    }
-    EXPECT_EQ(unit.statuses(), (Statuses{"1 OK"}));
-    EXPECT_EQ(unit.qualities(), (std::vector<u32>{99, 1}));
-}
 
 TEST(HptsiState, FallsAndTellsWhy)
 {
@@ -536,21 +382,6 @@ TEST(HptsiMeasurement, DelaysNoiseAndZero)
         bench.edit([&](measure::State& s) { s.var.R_all[18] = c.stored; });
         bench.second();
         EXPECT_EQ(bench.meas().measRefData.R, c.used) << c.stored;
-    }
-}
-
-TEST(HptsiMeasurement, LargeStepOfTheDelayStartsTheNoiseAnew)
-{
-    struct Case { u32 selectedRef; u16 from_ns, to_ns; bool anew; };
-    for (const Case& c : std::to_array<Case>(
-             {{15, 1000, 901, false}, {15, 1000, 1101, true}, {15, 65535, 65400, true}, {6, 0, 60000, false}})) {
-        SCOPED_TRACE(testing::Message() << c.selectedRef << " " << c.from_ns << " " << c.to_ns);
-        Measure bench;
-        bench.in([&] { hptsi::setCompensationDelay(c.from_ns); });
-        bench.select(c.selectedRef);
-        bench.edit([](measure::State& s) { s.var.m[18] = 50.0; });
-        bench.in([&] { hptsi::setCompensationDelay(c.to_ns); });
-        EXPECT_EQ(bench.meas().m[18], c.anew ? 0.0 : 50.0);
     }
 }
 

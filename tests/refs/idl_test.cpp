@@ -38,16 +38,6 @@ TEST(IdlLink, IsUpWithTheFirstInterruptAndDownAfterItsHoldOff)
     EXPECT_EQ(unit.node.mainProcessor().status().refState, 0u);
 }
 
-TEST(IdlLink, NeverHeardIsOff)
-{
-    RefUnit unit;
-    unit.supervise(IDL1_REF, true);
-    unit.ms(309);
-    EXPECT_EQ(unit.idlState(0), IDL_SUPERVISED);
-    unit.ms(1);
-    EXPECT_EQ(unit.idlState(0), IDL_OFF);
-}
-
 TEST(IdlLink, ComesBackAfterTenSteadySeconds)
 {
     struct Case { const char* when; i64 period_ms; u32 state; };
@@ -224,45 +214,6 @@ TEST(IdlLink, QueuedTimeOutOfAFormerRunDoesNothing)
     });
     bench.world.runFor(100 * ose::MS);
     EXPECT_EQ(bench.node.inProgram(KvdLoz6TuRef_idl2SyncDataIndTmoCntr), 0u);
-}
-
-TEST(IdlLink, MainProcessorGoneClearsBothPorts)
-{
-    RefUnit unit;
-    unit.supervise(IDL1_REF, true);
-    unit.supervise(IDL2_REF, true);
-    unit.portAInterrupt();
-    ASSERT_EQ(unit.idlState(0), IDL_ON);
-    ASSERT_EQ(unit.idlState(1), IDL_SUPERVISED);
-    unit.node.mainProcessor().die();
-    unit.ms(1);
-    EXPECT_EQ(unit.idlState(0), IDL_UNKNOWN);
-    EXPECT_EQ(unit.idlState(1), IDL_UNKNOWN);
-    EXPECT_EQ(unit.tuiifRefState(), 0u);
-    unit.ms(1'000);
-    EXPECT_EQ(unit.traces("ignore timeout"), 0u);
-}
-
-TEST(IdlHistory, OfAHealthyLinkStaysShort)
-{
-    RefUnit unit;
-    unit.supervise(IDL1_REF, true);
-    train(unit, 100, 60'000);
-    std::string print;
-    unit.node.shell().run("kvdinfo turef", print);
-    EXPECT_NE(print.find("IDL supervision history, 4 of 200 records"), std::string::npos) << print;
-}
-
-TEST(SynchPortHistory, KeepsChangesOnly)
-{
-    RefUnit unit;
-    unit.node.system().call(*unit.node.program(), [] {
-        for (u8 port : {u8{0}, u8{0}, u8{5}, u8{6}, u8{5}, u8{2}})
-            KvdLoz6TuRef_setSynchPortNo(port);
-    });
-    std::string print;
-    unit.node.shell().run("kvdinfo turef", print);
-    EXPECT_NE(print.find("Synch port history, 3 of 50 records"), std::string::npos) << print;
 }
 
 }  // namespace

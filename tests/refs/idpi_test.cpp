@@ -154,16 +154,6 @@ TEST(IdpiConnection, IsMadeAgainAfterALossThatOnlyStopsTheAnswers)
     EXPECT_NEAR(static_cast<double>(unit.roundsIn(1.0)), 25.0, 1.0);
 }
 
-TEST(IdpiConnection, WithoutTheCapabilityPortsAreKnownButNothingIsAsked)
-{
-    sim::NodeConfig c = PortUnit::config();
-    c.idpi.measuresDelay = false;
-    IdlUnit unit{c, 2.0};
-    EXPECT_EQ(unit.activePorts(), 2u);
-    EXPECT_EQ(unit.get(KvdLoz6Idpi_portAvailable), 0u);
-    EXPECT_EQ(unit.mp().count(KVD_TUIIF_IDL2_TIME_DATA_IND), 0u);
-}
-
 /// A signal that names no port of this unit, comes in no order, or is cut off.
 struct Stray { const char* what; std::vector<std::byte> bytes; const char* trace; };
 

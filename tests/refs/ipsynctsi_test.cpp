@@ -94,19 +94,6 @@ TEST(IpSyncService, IsAskedForVersionOneAndFollowsItsAnswer)
     }
 }
 
-TEST(IpSyncService, ThatIsntThereHoldsUpNothingAndIsFoundLater)
-{
-    IpSyncUnit without(false), with;
-    without.run(5);
-    with.run(5);
-    EXPECT_EQ(without.state(), STATE_UNAVAILABLE);
-    EXPECT_FALSE(without.traced("Unable to complete"));
-    EXPECT_EQ(without.node.mainProcessor().log().front().at, with.node.mainProcessor().log().front().at);
-    without.server().start();
-    without.run(0.1);
-    EXPECT_EQ(without.state(), STATE_AVAILABLE);
-}
-
 TEST(IpSyncService, IsAskedAgainAfterItsDeathOrWhenItGoesOn)
 {
     IpSyncUnit u;
@@ -267,35 +254,6 @@ TEST(NtpPackets, GiveTheirStampsToTheRegulatorAndTheCounters)
     EXPECT_EQ(c.PmHighestDelayVarBest10Array[0], 446'062'500 + 1009);
     EXPECT_EQ(c.PmHighestDelayVarBest50Array[0], 446'062'500 + 1049);
     EXPECT_EQ(c.PmMaxDelayVariationArray[0], 446'062'500 + 1098);
-}
-
-TEST(NtpPackets, BeforeTheRegulatorRunsAreDropped)
-{
-    IpSyncUnit u;
-    u.run(5);
-    u.node.inProgram([] { node::traceSetProgramMask(0xFFFFFFFF); });
-    u.select(NTP_REF, NTP_FRO);
-    u.packet(NTP_FRO);
-    EXPECT_TRUE(u.traced("not passed WARM Up state yet"));
-    EXPECT_EQ(u.measurements(), 0.0);
-    EXPECT_EQ(u.counts().numberOfNtpPackets, 1u);
-}
-
-TEST(NtpPackets, AreShownByTheCommand)
-{
-    IpSyncUnit u;
-    std::string text;
-    u.run(5);
-    EXPECT_EQ(u.command("kvdinfo tuipsynctsi", text), 0);
-    EXPECT_NE(text.find("2 (STATE_AVAILABLE)"), std::string::npos);
-    EXPECT_NE(text.find("selected NTP reference: none"), std::string::npos);
-    u.select(NTP_REF, NTP_FRO);
-    u.packet(NTP_FRO);
-    u.packet(8);
-    u.command("kvdinfo tuipsynctsi", text);
-    EXPECT_NE(text.find("selected NTP reference: froId=7"), std::string::npos);
-    EXPECT_NE(text.find("NTP packets           : 1 since the selection"), std::string::npos);
-    EXPECT_NE(text.find("NTP packets ignored   : 1"), std::string::npos);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "refs/kvd_slave_warm.h"
 #include "reg/kvd_reg_pll.h"
 #include "sig/tuiif_sig.h"
+#include "tests/support/manager.h"
 
 #include <nlohmann/json.hpp>
 
@@ -34,12 +35,7 @@ struct SlaveBench : regtest::MeasureBench {
         bus.memory[address(16)] = 1;         // a load is done at once
         system.launch(*block, "manager", 16, [] {
             node::traceSetProgramMask(0xFFFFFFFF);
-            for (;;) {
-                Signal* sig = ose::receive(ose::ANY_SIGNAL);
-                if (sig->sigNo == RUN_BODY) (*reinterpret_cast<RunBody*>(sig)->body)();
-                else                        KvdLoz6TuReg_dispatch(sig);
-                ose::free_buf(&sig);
-            }
+            serve([](Signal* sig) { KvdLoz6TuReg_dispatch(sig); return false; });
         });
         world.runFor(ose::MS);
         manager([&] {
@@ -52,9 +48,7 @@ struct SlaveBench : regtest::MeasureBench {
     /// Runs `body` in the manager's process, and what it sets off (a load of the counter takes 12 ms).
     void manager(const std::function<void()>& body)
     {
-        const RunBody run{RUN_BODY, 0, &body};
-        system.inject(std::as_bytes(std::span<const RunBody, 1>(&run, 1)), system.find("manager"),
-                      0);
+        runIn(system, system.find("manager"), body);
         world.runFor(20 * ose::MS);
     }
 
@@ -104,12 +98,6 @@ struct SlaveBench : regtest::MeasureBench {
     static constexpr u32 VALID_WORD = 0xA0000000;    // valid, with the extended words
 
 private:
-    static constexpr SIGSELECT RUN_BODY = 0x7F000004;
-    struct RunBody {
-        SIGSELECT sigNo;
-        u32 reserved;
-        const std::function<void()>* body;
-    };
     static const slave::Needs NEEDS;
 };
 

@@ -2,13 +2,14 @@
 // operations recorded in place of a server, a main processor that keeps what it is told. Timers and
 // buffers are the kernel's own, and any misuse of them fails the test.
 #pragma once
-#include "base/trace_groups.h"
 #include "hw/fake_bus.h"
 #include "mp/kvd_iifadm_state.h"
 #include "node/slowpi_sig.h"
 #include "refs/kvd_slowpi.h"
 #include "refs/kvd_slowpi_int.h"
 #include "sig/tuiif_sig.h"
+#include "tests/support/hex.h"
+#include "tests/support/manager.h"
 
 #include <gtest/gtest.h>
 
@@ -19,64 +20,19 @@
 
 namespace bench {
 
-constexpr SIGSELECT RUN_IN_SLOWPI_MANAGER = 0x7F000003;
-struct RunInSlowpiManager {
-    SIGSELECT sigNo;
-    u32 reserved;
-    const std::function<void()>* body;
-};
-
-inline void slowpiManager()
-{
-    node::traceAttachProcess();
-    for (;;) {
-        Signal* sig = ose::receive(ose::ANY_SIGNAL);
-        const SIGSELECT sigNo = sig->sigNo;
-        if (sigNo == RUN_IN_SLOWPI_MANAGER)
-            (*reinterpret_cast<RunInSlowpiManager*>(sig)->body)();
-        else
-            KvdLoz6TuSlowpi_dispatch(sig);
-        const bool rearmed = sigNo == KVD_SLOWPI_HEART_BEAT_IND || sigNo == KVD_SLOWPI_PDU_MISSING_IND;
-        if (!rearmed || KvdLoz6TuSlowpi_owns(sig) == 0) ose::free_buf(&sig);   // as the manager does
-    }
-}
-
 inline void slowpiMain()
 {
     for (const char* group : TRACE_GROUP_NAMES) node::traceRegisterGroup(group);
     node::traceSetProgramMask(0xFFFFFFFF);
-    ose::start(
-        ose::create_process(ose::KIND_PRIORITISED, "slowpi_manager", slowpiManager, 16384, 16, 0, 0));
-    constexpr SIGSELECT NEVER[] = {1, 1};
-    ose::receive(NEVER);
-}
-
-inline const ose::Program& slowpiProgram()
-{
-    static constexpr ose::ConfigLine CONFIG[] = {{"OSE_LM_POOL_SIZE", "300000"},
-                                                 {"OSE_LM_MAIN_NAME", "slowpi_main"},
-                                                 {"OSE_LM_MAIN_PRIORITY", "30"}};
-    static const ose::Program program{"slowpi", slowpiMain, CONFIG};
-    return program;
-}
-
-inline std::string hexOf(const u8* bytes, std::size_t count)
-{
-    constexpr char DIGITS[] = "0123456789abcdef";
-    std::string text;
-    for (std::size_t i = 0; i < count; ++i) {
-        text += DIGITS[bytes[i] >> 4];
-        text += DIGITS[bytes[i] & 15];
-    }
-    return text;
-}
-
-inline std::vector<u8> bytesOf(const std::string& hex)
-{
-    std::vector<u8> bytes;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
-        bytes.push_back(static_cast<u8>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-    return bytes;
+    ose::start(ose::create_process(ose::KIND_PRIORITISED, "slowpi_manager", [] {
+        node::traceAttachProcess();
+        serve([](Signal* sig) {
+            KvdLoz6TuSlowpi_dispatch(sig);
+            const bool rearmed = sig->sigNo == KVD_SLOWPI_HEART_BEAT_IND || sig->sigNo == KVD_SLOWPI_PDU_MISSING_IND;
+            return rearmed && KvdLoz6TuSlowpi_owns(sig) != 0;          // as the manager does
+        });
+    }, 16384, 16, 0, 0));
+    waitForEver();
 }
 
 /// A signal to the main processor, by its fields in order.
@@ -107,7 +63,8 @@ struct SlowpiBench {
         current() = this;
         world.onMisuse([](const ose::Misuse& m) { ADD_FAILURE() << m.text(); });
         system.setPlatform(static_cast<node::Platform*>(&bus));
-        block = &system.load(slowpiProgram());
+        static const ose::Program program = programOf("slowpi", slowpiMain);
+        block = &system.load(program);
         world.runFor(ose::MS);
         const PROCESS peer = system.spawn("mp", 20, [this] { listen(); });
         in([&] {
@@ -120,11 +77,7 @@ struct SlowpiBench {
     ~SlowpiBench() { current() = nullptr; }
 
     // ---- signals --------------------------------------------------------------------------------
-    void in(const std::function<void()>& body)
-    {
-        const RunInSlowpiManager run{RUN_IN_SLOWPI_MANAGER, 0, &body};
-        inject(run);
-    }
+    void in(const std::function<void()>& body) { runIn(system, system.find("slowpi_manager"), body); }
     void injectBytes(std::span<const std::byte> bytes)
     {
         system.inject(bytes, system.find("slowpi_manager"), 0);
@@ -133,7 +86,7 @@ struct SlowpiBench {
     template <typename T>
     void inject(const T& layout)
     {
-        injectBytes(std::as_bytes(std::span<const T, 1>(&layout, 1)));
+        injectBytes(asBytes(layout));
     }
     void cfm() { inject(SlowpiInitiateServiceCfm{SLOWPI_INITIATE_SERVICE_CFM, 1, 1}); }
     void sus() { inject(SlowpiInitiateServiceRej{SLOWPI_INITIATE_SERVICE_SUS, 1, 1}); }

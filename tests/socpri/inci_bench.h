@@ -33,12 +33,11 @@ struct Inbox {
 
     void collect()
     {
-        for (;;) {
-            Signal* sig = ose::receive(ose::ANY_SIGNAL);
+        serve([this](Signal* sig) {
             const auto* bytes = reinterpret_cast<const std::byte*>(sig);
             taken.push_back({ose::sender(&sig), {bytes, bytes + ose::sigsize(&sig)}});
-            ose::free_buf(&sig);
-        }
+            return false;
+        });
     }
     std::size_t count(SIGSELECT sigNo) const
     {
@@ -60,12 +59,6 @@ struct Inbox {
         return std::nullopt;
     }
 };
-
-template <typename T>
-std::span<const std::byte> bytesOfLayout(const T& layout, std::size_t size = sizeof(T))
-{
-    return std::as_bytes(std::span<const T, 1>(&layout, 1)).first(size);
-}
 
 struct InciUnit {
     sim::Node node;
@@ -102,7 +95,7 @@ struct InciUnit {
     template <typename T>
     void order(const T& layout, std::size_t size = sizeof(T))
     {
-        node.system().inject(bytesOfLayout(layout, size), process(), managerPid);
+        node.system().inject(asBytes(layout, size), process(), managerPid);
         node.world().runFor(ose::MS);
     }
     void establish(const std::string& prefix, u8 port, u32 sharedId, u32 subsumedUnitId = INCI_NO_UNIT)
@@ -165,7 +158,7 @@ struct Peer {
     template <typename T>
     void send(const T& layout, std::size_t size = sizeof(T))
     {
-        sendBytes(bytesOfLayout(layout, size));
+        sendBytes(asBytes(layout, size));
     }
 };
 

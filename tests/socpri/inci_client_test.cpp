@@ -215,16 +215,6 @@ TEST(InciClient, TheTableHolds64AndAFreedPlaceIsTakenAgain)
     EXPECT_EQ(b.unit.response().sharedId, 65u);
 }
 
-TEST(InciClient, ALongPathIsCut)
-{
-    ClientBench b;
-    b.unit.establish(std::string(90, 'p'), 1, 7);
-    b.unit.establish(std::string(100, 'q'), 1, 8);       // no terminator in the signal
-    const std::string shown = b.unit.command("kvdngpduh inci_if");
-    EXPECT_NE(shown.find(" " + std::string(90, 'p') + "/PsxIwNgs\n"), std::string::npos);
-    EXPECT_NE(shown.find(" " + std::string(99, 'q') + "\n"), std::string::npos);
-}
-
 TEST(InciClient, ReleaseAsksThePeerAndEndsWithItsConfirmation)
 {
     ClientBench b;

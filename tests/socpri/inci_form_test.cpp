@@ -128,7 +128,7 @@ T layoutOf(const std::string& hex, const Widths& widths)
 template <typename T>
 std::vector<std::byte> wireOf(const T& layout, const Widths& widths)
 {
-    const auto bytes = bytesOfLayout(layout);
+    const auto bytes = asBytes(layout);
     return turned({bytes.begin(), bytes.end()}, widths);
 }
 

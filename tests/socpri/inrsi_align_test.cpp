@@ -27,30 +27,6 @@ struct AlignUnit : SocpriUnit {
     }
 };
 
-TEST(InrsiAlignment, StepsTheCountersToTheGroupAndTellsTheLinks)
-{
-    AlignUnit u;
-    AlignUnit::Count group = u.count();
-    group.mfn = static_cast<u16>((group.mfn + 7) % 25);
-    u.align(1, group);
-    u.run(1.0);
-    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_BFN_ALIGN});
-    EXPECT_EQ(u.get(KvdLoz6TuReg_pllState), u32{PLL_Unlocked});
-    u.run(9.0);
-    EXPECT_TRUE(u.inrsi().jumpInfos().empty()) << "a hundred samples first";
-    u.run(3.0);
-    EXPECT_EQ(u.inrsi().jumpInfos(), (std::vector<u32>{1}));
-    EXPECT_EQ(u.mp().count(KVD_TUIIF_INRSI_BFN_JUMP_INFO_REQ_FWD), 1u);
-    EXPECT_GE(u.mp().count(KVD_TUIIF_SOCPRI_SDU_FOLLOW_SFC_ADJ_IND), 1u);
-    EXPECT_EQ(u.count().mfn, group.mfn);
-    EXPECT_EQ(u.aligned(), std::nullopt) << "the other end hasn't said so yet";
-    u.otherEndSays(u.count());
-    EXPECT_EQ(u.aligned(), 1u);
-    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
-    u.run(1.1);
-    EXPECT_EQ(u.inrsi().jumpInfos(), (std::vector<u32>{1, 0}));
-}
-
 // The group's count goes on while the phase settles: what is told last before the step is what it steps to.
 TEST(InrsiAlignment, StepsToTheCountThatIsToldLast)
 {

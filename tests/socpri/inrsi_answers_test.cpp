@@ -73,19 +73,6 @@ TEST(InrsiStrayAnswer, OfTheOtherKindClosesTheMeasurementAndTheOrderAsksAgain)
     }
 }
 
-TEST(InrsiStrayAnswer, IsKeptAsTheLastResult)
-{
-    SocpriUnit u{MASTER};
-    u.synchronise(1);
-    frequencyComes(u);
-    EXPECT_NE(u.printed("kvdinfo inrsi").find("freqDiff, valid        : -77 ppb, 1"), std::string::npos);
-    u.deselect(1);
-    u.inrsi().silentUnits = {UNIT_A};
-    u.scan(1);
-    phaseComes(u);
-    EXPECT_NE(u.printed("kvdinfo inrsi").find("trpDiffHigh, Low, valid: 5, 9, 1"), std::string::npos);
-}
-
 // A supervision's answer or rejection that comes while the alignment is at the frequency.
 TEST(InrsiStrayAnswer, InAnAlignmentsFrequencyStageLeavesItAtWork)
 {
@@ -144,25 +131,6 @@ TEST(InrsiStrayAnswer, InHoldoverChangesNothing)
     EXPECT_EQ(u.synced(), "");
     u.run(301.0);
     EXPECT_EQ(u.get(KvdLoz6TuReg_pllState), u32{PLL_Unlocked}) << "its five minutes run on";
-}
-
-// The scan before was dropped while its request was open, which is never answered.
-TEST(InrsiOpenMeasurement, RefusesAScanAlone)
-{
-    for (const bool isScan : {true, false}) {
-        SCOPED_TRACE(isScan);
-        SocpriUnit u{MASTER};
-        u.frequencyIs(GOOD);
-        u.inrsi().silentUnits = {UNIT_A};
-        u.scan(1);
-        u.mp().clearLog();
-        if (isScan) u.scan(3);
-        else        u.select(3);
-        EXPECT_TRUE(u.traced("Measurement already ongoing!"));
-        EXPECT_EQ(u.scanned(), isScan ? "3:4" : "");
-        u.run(1.0);
-        EXPECT_EQ(u.selected(), isScan ? "" : "3:1");
-    }
 }
 
 // The same for a link that the loop is to go on with; a scan that comes later than any answer isn't refused.

@@ -135,33 +135,6 @@ TEST(InrsiSubscription, FollowsTheListOfCandidates)
     EXPECT_TRUE(u.traced("Something went wrong! SoCOPRI file is not removed."));
 }
 
-TEST(InrsiSubscription, WithoutTheServerOrRejectedIsOnlyTraced)
-{
-    SocpriUnit u{MASTER};
-    u.inrsi().subscribeAnswer = Answer::Reject;
-    u.supervise({1, 3, 5});
-    EXPECT_TRUE(u.traced("received INRSI_SUBSCRIBE_LINK_STATUS_REJ: nearEndPortNo=5, errorCode=7"));
-    u.inrsi().die();
-    u.run(LATER);
-    u.supervise({2});
-    EXPECT_TRUE(u.traced("(): Server is not available"));
-    EXPECT_TRUE(u.traced("():INRSI SUBSCRIBE LINK STATUS failed (port 1)"));
-}
-
-// The main processor comes back and knows nothing; the unit keeps its tables and asks for all anew.
-TEST(InrsiSubscription, BeginsAnewWithTheMainProcessor)
-{
-    SocpriUnit u{MASTER};
-    u.mp().restart(2 * ose::SEC);
-    u.run(5.0);
-    EXPECT_EQ(u.links().size(), 8u);
-    u.inrsi().tellLink({.port = 1, .unit = UNIT_A, .status = 1});
-    u.run(LATER);
-    EXPECT_TRUE(u.links().empty()) << "not subscribed any more";
-    u.supervise({1});
-    EXPECT_EQ(u.links(), (Strings{"1:2:11"}));
-}
-
 TEST(InrsiLinkStatus, IsStoredByUnitAndPassedOn)
 {
     SocpriUnit u{MASTER};
@@ -273,53 +246,5 @@ TEST(InrsiSupervision, EndsWithTheLinkAndLeavesThePortInFocusAlone)
 }
 
 // ---- temperature ---------------------------------------------------------------------------------
-
-TEST(InrsiTemperature, IsToldForEachSubscribedLink)
-{
-    SocpriUnit u{MASTER};
-    u.inrsi().setStatus(UNIT_C, 1);
-    u.run(LATER);
-    u.mp().clearLog();
-    u.node.system().call(*u.node.program(), [] { inrsiReportOcxoTemp(1); });
-    u.run(LATER);
-    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND), 2u);
-    EXPECT_EQ(u.synced(), "3:4");
-    u.inrsi().setStatus(UNIT_C, 0);
-    u.run(LATER);
-    u.mp().clearLog();
-    u.node.system().call(*u.node.program(), [] { inrsiReportOcxoTemp(0); });
-    u.run(LATER);
-    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND), 1u);
-    EXPECT_EQ(u.synced(), "1:1");
-}
-
-// The oven leaves its range for six readings: the link is given up, told once, and none taken until it is back.
-TEST(InrsiTemperature, OutOfRangeEndsTheSyncUntilItIsBack)
-{
-    SocpriUnit u{MASTER};
-    u.run(130.0);                                // warm
-    u.lock(1);
-    u.mp().clearLog();
-    u.node.board().temperature().addStep(2.0);
-    u.run(10.0);                                 // five readings at most
-    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND), 0u);
-    u.run(10.0);
-    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND), 2u) << "A and C, once";
-    EXPECT_EQ(u.synced(), "3:4");
-    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
-    EXPECT_EQ(u.get(KvdLoz6TuReg_pllState), u32{PLL_Uninitialized});
-    const std::string story = u.printed("kvdhist socpri");
-    EXPECT_NE(story.find("event = SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_TEMP,"), std::string::npos);
-    EXPECT_NE(story.find("event = SOCPRI_EV_BAD_OCXO_TEMP,"), std::string::npos);
-    u.select(1);
-    EXPECT_EQ(u.selected(), "1:4");
-    u.node.board().temperature().addStep(-2.0);
-    u.run(5.0);
-    EXPECT_EQ(u.synced(), "3:1");
-    u.frequencyIs(InrsiFrequency{2, true});
-    u.select(1);
-    u.run(0.5);
-    EXPECT_EQ(u.selected(), "1:1");
-}
 
 }  // namespace

@@ -119,30 +119,6 @@ TEST(InrsiScan, ASecondOneDropsTheFirst)
     EXPECT_EQ(u.scanned(), "3:1") << "an open request refuses one order, not all";
 }
 
-TEST(InrsiScan, AnAnswerOfAnotherUnitEndsItAndALateOneDoesNothing)
-{
-    SocpriUnit u{MASTER};
-    u.inrsi().silentUnits = {UNIT_A};
-    u.scan(1);
-    u.inrsi().tellFrequency(UNIT_C, GOOD);
-    u.run(LATER);
-    EXPECT_TRUE(u.traced("Received response for sharedUnitId (33) different from the referenced one (11)"));
-    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
-    u.inrsi().silentUnits.clear();
-    u.frequencyIs(GOOD);
-    u.inrsi().answers = 2;                       // each answer comes twice
-    u.scan(1);
-    u.run(1.0);
-    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_SCAN_LINK_RSP), 1u);
-    EXPECT_EQ(u.scanned(), "1:1");
-    const double frequency = u.get(tuHwIf_readCurrentFrequency);
-    u.inrsi().tellFrequency(UNIT_A, FAR);        // late
-    u.inrsi().tellPhase(77, {});                 // of a unit that nobody knows
-    u.run(LATER);
-    EXPECT_EQ(u.get(tuHwIf_readCurrentFrequency), frequency);
-    EXPECT_TRUE(u.traced("Measurement type is incompatible with current INRSI Client action"));
-}
-
 TEST(InrsiOrders, ForPortsThatThereAreNotAreAnsweredAsForALinkThatIsNot)
 {
     SocpriUnit u{MASTER};
@@ -159,37 +135,6 @@ TEST(InrsiOrders, ForPortsThatThereAreNotAreAnsweredAsForALinkThatIsNot)
 }
 
 // ---- selection -----------------------------------------------------------------------------------
-
-TEST(InrsiSelection, GoesFromFrequencyToTime)
-{
-    SocpriUnit u{MASTER};
-    u.frequencyIs(GOOD);
-    u.select(1);
-    u.run(0.25);
-    EXPECT_EQ(u.selected(), "1:1");
-    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_TIME_SYNC});
-    EXPECT_EQ(u.get(KvdLoz6TuReg_pllState), u32{PLL_Unlocked});
-    const u32 before = u.inrsi().phaseRequests(UNIT_A);
-    u.run(2.1);
-    EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A) - before, 20u) << "100 ms and the answer's 5";
-    u.run(5.0);
-    EXPECT_EQ(u.synced(), "1:2");
-    EXPECT_TRUE(u.get(KvdLoz6TuReg_pllIsLocked));
-
-    u.select(3);
-    const auto refused = u.told<KvdTuiifSocpriAlreadySelectedInd>(KVD_TUIIF_SOCPRI_ALREADY_SELECTED_IND);
-    ASSERT_TRUE(refused);
-    EXPECT_EQ(refused->selectedCpriPort, 1);
-    EXPECT_EQ(refused->requestedCpriPort, 3);
-    EXPECT_EQ(u.port(), 0);
-
-    u.deselect(1);
-    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
-    u.run(0.1);
-    const u32 last = u.inrsi().phaseRequests(UNIT_A);
-    u.run(5.0);
-    EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A), last);
-}
 
 TEST(InrsiTimeSync, EndsByWhatTheLinkGives)
 {
@@ -363,16 +308,6 @@ TEST(InrsiHoldover, IsEnteredByALoopWhoseLinkWasLostBefore)
     EXPECT_FALSE(u.get(KvdLoz6TuReg_pllIsHoldover));
 }
 
-TEST(InrsiHoldover, IsEnteredUnaskedWhenTheReferenceIsDeselected)
-{
-    SocpriUnit u{MASTER};
-    u.lock(1);
-    u.mp().selectNone();
-    u.run(LATER);
-    EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_RSP), 0u);
-    EXPECT_TRUE(u.traced("Deselecting SoCPRI reference."));
-}
-
 // ---- port X --------------------------------------------------------------------------------------
 
 /// The slave's links, through the main processor, which answers as the slave would.
@@ -399,36 +334,6 @@ struct PortXUnit : SocpriUnit {
         send(KvdTuiifInrsiLinkStatus2IndFwd{KVD_TUIIF_INRSI_LINK_STATUS2_IND_FWD, 2, 4, status, UNIT_X, 0, 0});
     }
 };
-
-TEST(InrsiPortX, IsMeasuredThroughTheMainProcessor)
-{
-    PortXUnit u;
-    EXPECT_TRUE(u.links().empty()) << "nothing of it is passed on";
-    u.select(7);
-    u.run(0.5);
-    EXPECT_EQ(u.selected(), "7:1");
-    u.run(5.0);
-    EXPECT_EQ(u.synced(), "7:2");
-    EXPECT_GT(u.phases, 30u);
-    EXPECT_EQ(u.inrsi().phaseRequests(PortXUnit::UNIT_X), 0u);
-
-    u.answers = false;                           // it is given a second, and keeps it
-    u.run(0.9);
-    EXPECT_EQ(u.synced(), "");
-    u.run(0.3);
-    EXPECT_EQ(u.synced(), "7:7");
-    const auto retrieve = [&u] {
-        return u.get([] { return inrsi::master::record().measRetrieveTimeMs; });
-    };
-    EXPECT_EQ(retrieve(), 1000);
-    u.send(KvdTuiifSocpriSpJumpInd{KVD_TUIIF_SOCPRI_SP_JUMP_IND, 0});
-    EXPECT_EQ(retrieve(), 300);
-    u.send(KvdTuiifSocpriSpJumpInd{KVD_TUIIF_SOCPRI_SP_JUMP_IND, 2});
-    EXPECT_EQ(retrieve(), 1000);
-    u.mp().clearLog();
-    u.run(130.0);
-    EXPECT_NE(u.supervised().substr(0, 2), "7:") << "never supervised";
-}
 
 TEST(InrsiPortX, EndsWithARejectionOrItsLink)
 {

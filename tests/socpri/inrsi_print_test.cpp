@@ -7,30 +7,6 @@ namespace {
 using bench::LATER;
 using bench::MASTER;
 using bench::SocpriUnit;
-using bench::UNIT_A;
-
-TEST(InrsiPrintout, ShowsStateAndTheStoryUpToTheLastEndOfSomething)
-{
-    SocpriUnit u{MASTER};
-    u.inrsi().silentUnits = {UNIT_A};
-    u.scan(1);
-    u.run(1.0);
-    const std::string info = u.printed("kvdinfo inrsi");
-    EXPECT_NE(info.find("TU_SOCPRI INRSI (mDU) related data"), std::string::npos);
-    EXPECT_NE(info.find("   subscribed             : A-C---\n"), std::string::npos);
-    EXPECT_NE(info.find("   port C: unit 0x00000021, subsumed 0xffffffff, link status 2, INCI 2, prefix bbu/3\n"),
-              std::string::npos);
-    const std::string story = u.printed("kvdhist inrsi");
-    const std::size_t begin = story.find("event = INRSI_CL_EV_INIT,");
-    const std::size_t end = story.find("event = INRSI_CL_EV_MEAS_TMO_EXPIRED,");
-    ASSERT_NE(begin, std::string::npos);
-    ASSERT_NE(end, std::string::npos);
-    EXPECT_LT(begin, end);
-    const std::string all = u.printed("kvdhist all");
-    for (const char* part : {"SoCPRI measurement history snapshot:", "INRSI (mDU) trace history snapshot:",
-                             "SoCPRI supervision history:", "***** END *****"})
-        EXPECT_NE(all.find(part), std::string::npos) << part;
-}
 
 // The count of turns follows the counter's wrap only with the next sample of a reference.
 TEST(InrsiTimeData, CountsTheTurnThatTheCounterHasBegun)

@@ -10,7 +10,6 @@ using bench::UNIT_A;
 using bench::UNIT_C;
 using sim::InrsiFrequency;
 using sim::InrsiPhase;
-using Strings = std::vector<std::string>;
 
 struct SduUnit : SocpriUnit {
     SduUnit() : SocpriUnit(SLAVE) {}
@@ -148,106 +147,31 @@ TEST(InrsiSduSupervision, TellsWhatIsMissing)
     }
 }
 
-TEST(InrsiSduLinks, AreToldAtEachIndicationAndLeaveTheFocusAlone)
-{
-    SduUnit u;
-    u.supervise({1});
-    EXPECT_EQ(u.links(), (Strings{"1:2:11", "1:0:-1", "1:0:-1", "1:0:-1"}));
-    EXPECT_EQ(u.node.volumes().exists("/d/socpri_active"), 0);
-    u.focus(1);
-    u.inrsi().setStatus(UNIT_A, 0);
-    u.run(LATER);
-    EXPECT_EQ(u.links(), (Strings{"1:0:11"}));
-    EXPECT_EQ(u.focused(), 0);
-    EXPECT_EQ(u.phase(UNIT_A), "0:0:0");
-    u.inrsi().die();
-    u.run(LATER);
-    EXPECT_EQ(u.kept(), inrsi::INRSI_CL_EV_SERVER_DOWN);
-    EXPECT_EQ(u.links().size(), 4u);
-    u.inrsi().start();
-    u.run(0.1);
-    EXPECT_EQ(u.started(), 1u);
-}
-
 // Each bad signal is dropped with a trace, and the next good one is served.
 TEST(InrsiSduBadInput, IsTracedAndTheNextGoodOneIsTaken)
 {
-    struct Case {
-        const char* what;
-        void (*bad)(SduUnit&);
-        const char* trace;
+    const InrsiGetPhaseDiff2Cfm cutOff{INRSI_GET_PHASE_DIFF2_CFM, 0, 0, UNIT_A, 0, 0, {}, 1};
+    const std::function<void(SduUnit&)> BAD[] = {
+        [](SduUnit& u) { u.inrsi().tellPhase(77, {1, true}); },                  // a unit that no port has
+        [](SduUnit& u) { u.inject(InrsiUnitRej{INRSI_GET_PHASE_DIFF2_REJ, 0, 0, 77, 3}); },
+        [](SduUnit& u) { u.inrsi().tellLink({.port = 0, .unit = 77}); },
+        [](SduUnit& u) { u.inrsi().tellLink({.port = 7, .unit = 77}); },
+        [](SduUnit& u) { u.inject(InrsiPort{INRSI_SUBSCRIBE_LINK_STATUS_CFM, 0, 0, 9}); },
+        [&cutOff](SduUnit& u) { u.inject(cutOff, 24); },
+        [](SduUnit& u) { u.order(KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REQ_FWD); },    // and no more
     };
-    for (const Case& c : std::to_array<Case>({
-             {"a phase of a unit that no port has", [](SduUnit& u) { u.inrsi().tellPhase(77, {1, true}); },
-              "phase of a unit that no port has, dropped"},
-             {"a rejection of such a unit",
-              [](SduUnit& u) { u.inject(InrsiUnitRej{INRSI_GET_PHASE_DIFF2_REJ, 0, 0, 77, 3}); }, nullptr},
-             {"a link of port 0", [](SduUnit& u) { u.inrsi().tellLink({.port = 0, .unit = 77}); },
-              "(): Port number out of range (4294967295)"},
-             {"a link of port 7", [](SduUnit& u) { u.inrsi().tellLink({.port = 7, .unit = 77}); },
-              "(): Port number out of range (6)"},
-             {"a subscription of port 9",
-              [](SduUnit& u) { u.inject(InrsiPort{INRSI_SUBSCRIBE_LINK_STATUS_CFM, 0, 0, 9}); },
-              "(): Port number out of range (8)"},
-             {"a phase cut off",
-              [](SduUnit& u) {
-                  u.inject(InrsiGetPhaseDiff2Cfm{INRSI_GET_PHASE_DIFF2_CFM, 0, 0, UNIT_A, 0, 0, {}, 1}, 24);
-              },
-              "ignored, too short"},
-             {"a request cut off", [](SduUnit& u) { u.order(KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REQ_FWD); },
-              "ignored, too short"}})) {
-        SCOPED_TRACE(c.what);
+    for (std::size_t i = 0; i < std::size(BAD); ++i) {
+        SCOPED_TRACE(i);
         SduUnit u;
         u.focus(1);
         u.mp().clearLog();
-        c.bad(u);
+        BAD[i](u);
         u.run(LATER);
-        if (c.trace != nullptr) { EXPECT_TRUE(u.traced(c.trace)); }
         EXPECT_EQ(u.mp().count(KVD_TUIIF_INRSI_GET_PHASE_DIFF2_CFM_FWD), 0u);
         EXPECT_EQ(u.supervised(), "");
         u.phaseIs(InrsiPhase{9, true});
         EXPECT_EQ(u.phase(UNIT_A), "0:9:1");
     }
-}
-
-TEST(InrsiSduFollows, FrequencyTimeAndWhatIsTakenBack)
-{
-    SduUnit u;
-    const double before = u.get(tuHwIf_readCurrentFrequency);
-    u.send(KvdTuiifSocpriSduFollowOcxoRevertInd{KVD_TUIIF_SOCPRI_SDU_FOLLOW_OCXO_REVERT_IND, 1, 3e-8});
-    EXPECT_NEAR(u.get(tuHwIf_readCurrentFrequency), before - 3e-8, 1e-11);
-    EXPECT_NEAR(u.get(KvdLoz6TuReg_pll_extAccFreqOffset), -3e-8, 1e-15);
-    u.send(KvdTuiifSocpriSduFollowOcxoAdjInd{KVD_TUIIF_SOCPRI_SDU_FOLLOW_OCXO_ADJ_IND, 1, 5});
-    EXPECT_NEAR(u.get(tuHwIf_readCurrentFrequency), before - 3e-8, 1e-11) << "its loop isn't locked";
-    u.get([] { KvdLoz6TuReg_setOffset(2.0, 0.25); });
-    const double error = u.node.board().timeError_s();
-    u.send(KvdTuiifSocpriSduFollowSfcAdjInd{KVD_TUIIF_SOCPRI_SDU_FOLLOW_SFC_ADJ_IND, 1, 0.0, 0.5});
-    u.run(0.1);
-    EXPECT_NEAR(u.node.board().timeError_s() - error, -0.5, 1e-6);
-    EXPECT_EQ(u.get(KvdLoz6TuReg_getOffset).c, 2.0);
-    EXPECT_EQ(u.get(KvdLoz6TuReg_getOffset).f, 0.25);
-    EXPECT_NE(u.printed("kvdhist socpri").find("event = SOCPRI_EV_SFC_ADJ_FOLLOWED,"), std::string::npos);
-}
-
-TEST(InrsiSduJumpInfo, GoesToTheLinksWhileTheServerIsThere)
-{
-    SduUnit u;
-    const auto tell = [&u](u32 enabled) {
-        u.send(KvdTuiifInrsiBfnJumpInfoReqFwd{KVD_TUIIF_INRSI_BFN_JUMP_INFO_REQ_FWD, 1, enabled});
-    };
-    tell(1);
-    tell(2);
-    u.inrsi().jumpInfoAnswer = sim::Answer::Reject;
-    tell(0);
-    EXPECT_EQ(u.inrsi().jumpInfos(), (std::vector<u32>{1, 0, 0}));
-    EXPECT_TRUE(u.traced("received INRSI_BFN_JUMP_INFO_REJ: errorCode=7"));
-    u.inrsi().die();
-    u.run(LATER);
-    tell(1);
-    EXPECT_EQ(u.kept(), inrsi::INRSI_CL_EV_SFC_ADJ_FWD_NOTIF_NOK);
-    const std::string story = u.printed("kvdhist inrsi");
-    EXPECT_NE(story.find("event = INRSI_CL_EV_SFC_ADJ_FWD_NOTIF_OK_ENABLED,"), std::string::npos);
-    EXPECT_NE(u.printed("kvdinfo inrsi").find("TU_SOCPRI INRSI (sDU) related data"), std::string::npos);
 }
 
 // A change of role ends one client's work; the other meets neither its timers nor its answers.

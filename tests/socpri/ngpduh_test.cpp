@@ -21,18 +21,6 @@ struct ProcessBench : InciBench {
     }
 };
 
-TEST(NgPduhConnection, AsksForItsServiceOfTheNode)
-{
-    ProcessBench b{3, false, {.present = true, .nodeIdentifier = 0xABCD}};
-    EXPECT_EQ(b.availability(), u32{NGPDUHIF_AVAILABLE});
-    EXPECT_EQ(b.identifier(), 0xABCDu);
-    const KvdNgpduhifConnEstablishReq& req = b.group().connection();
-    EXPECT_EQ(req.clientRef, 1u);
-    EXPECT_EQ(req.serverRef, 0u);
-    EXPECT_EQ((std::vector<u32>{req.protocolRev, req.protocolRev + 3}), (std::vector<u32>{4, 4, 4}));
-    EXPECT_EQ(req.apn, 3u);
-}
-
 TEST(NgPduhConnection, IsMadeAgainWhateverDiesFirst)
 {
     ProcessBench b{1, false, {.present = false}};
@@ -65,22 +53,6 @@ TEST(NgPduhConnection, IsMadeAgainWhateverDiesFirst)
     EXPECT_EQ(b.group().connection().clientRef, 1u);     // counts from the beginning again
 }
 
-/// An answer of the name server that was under way twice.
-TEST(NgPduhConnection, ASecondWordOfTheServiceIsHarmless)
-{
-    ProcessBench b;
-    const SIGSELECT up = KVD_COMM_SERVER_UP_IND;
-    b.unit.node.system().inject(bytesOfLayout(up), b.unit.process(), b.group().pid());
-    b.run(0.1);
-    EXPECT_EQ(b.availability(), u32{NGPDUHIF_AVAILABLE});
-    EXPECT_EQ(b.connections(), 1u);
-    b.group().die();
-    b.run(0.1);
-    b.group().start();
-    b.run(0.1);
-    EXPECT_EQ(b.connections(), 2u);
-}
-
 /// Answers to the connection request that come twice, or after all.
 TEST(NgPduhConnection, AnswersThatNobodyAskedForLeaveItAsItIs)
 {
@@ -88,8 +60,8 @@ TEST(NgPduhConnection, AnswersThatNobodyAskedForLeaveItAsItIs)
     const auto answers = [&b] {
         const KvdNgpduhifConnEstablishCfm cfm{KVD_NGPDUHIF_CONN_ESTABLISH_CFM, 1, 9, 4, 0x1111};
         const KvdNgpduhifConnEstablishRej rej{KVD_NGPDUHIF_CONN_ESTABLISH_REJ, 1, 9, 1};
-        b.unit.node.system().inject(bytesOfLayout(cfm), b.unit.process(), b.group().pid());
-        b.unit.node.system().inject(bytesOfLayout(rej), b.unit.process(), b.group().pid());
+        b.unit.node.system().inject(asBytes(cfm), b.unit.process(), b.group().pid());
+        b.unit.node.system().inject(asBytes(rej), b.unit.process(), b.group().pid());
         b.run(0.1);
     };
     answers();
@@ -126,19 +98,6 @@ TEST(NgPduhConnection, RejectedOrUnansweredItStaysWithout)
         b.run(0.1);
         EXPECT_EQ(b.availability(), u32{NGPDUHIF_AVAILABLE});
     }
-}
-
-TEST(NgPduhConnection, ARejectedHandshakeIsAnError)
-{
-    ProcessBench b;
-    b.group().handshakeAnswer = sim::Answer::Reject;
-    b.peer.start();
-    const u32 req[] = {PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ, 1, 1, 1, 2};
-    b.peer.sendBytes(std::as_bytes(std::span(req)));
-    const auto cfm = b.peer.inbox.last<InciConnEstablishCfm>(PSX_IW_NGSC_INCI_CONN_ESTABLISH_CFM);
-    ASSERT_TRUE(cfm.has_value());
-    b.peer.send(InciRefs{PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_REQ, 1, cfm->connectionRef});
-    EXPECT_EQ(b.unit.node.traces().count({"KVD_NGPDUHIF_HANDSHAKE_PDU_REJ", "", 1}), 1u);
 }
 
 TEST(NgPduhTime, AMasterAsksEvery200msASlaveNever)
@@ -231,42 +190,6 @@ TEST(NgPduhProcess, IsStartedOnceAndItsTablesGoWithIt)
     EXPECT_EQ(b.unit.traces("refused by the shell"), 0u);
     b.unit.establish("peer", 1, 5);
     EXPECT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ), 1u);
-}
-
-TEST(NgPduhProcess, AStrangersSignalIsTracedAndTheNextOneServed)
-{
-    ProcessBench b;
-    b.unit.order(SIGSELECT{0x123456});
-    EXPECT_EQ(b.unit.node.traces().count({"Unexpected signal 1193046 received from manager", "", 1}), 1u);
-    b.timeData(KVD_TUIIF_RNT_TIME_LOCKED);
-    EXPECT_EQ(b.group().received(KVD_NGPDUHIF_TIME_DATA_IND), 1u);
-}
-
-TEST(NgPduhCommand, PrintsWhatItsWordSays)
-{
-    ProcessBench b;
-    const node::ShellCommand* const c = b.unit.node.shell().find("kvdngpduh");
-    ASSERT_NE(c, nullptr);
-    EXPECT_STREQ(c->usage, "kvdngpduh [all | ngpduh_if | inci_if");
-    EXPECT_STREQ(c->help, "Get KVD NgPduH status information");
-    const auto holds = [](const std::string& text, const char* part) {
-        return text.find(part) != std::string::npos;
-    };
-    struct Case { const char* line; int result; bool record, tables; };
-    for (const Case& k : std::to_array<Case>({{"kvdngpduh all", 0, true, true},
-                                              {"kvdngpduh ngpduh_if", 0, true, false},
-                                              {"kvdngpduh inci_if", 0, false, true},
-                                              {"kvdngpduh", 20, false, false},
-                                              {"kvdngpduh ALL", 20, false, false},
-                                              {"kvdngpduh all all", 20, false, false}})) {
-        SCOPED_TRACE(k.line);
-        const std::string shown = b.unit.command(k.line, k.result);
-        EXPECT_EQ(holds(shown, "NGPDUHIF_AVAILABLE"), k.record);
-        EXPECT_EQ(holds(shown, "SYNC-INCI server"), k.tables);
-        EXPECT_EQ(holds(shown, "SYNC-INCI client"), k.tables);
-        EXPECT_EQ(holds(shown, "\n***** END *****\n"), k.result == 0);
-        EXPECT_EQ(holds(shown, "kvdngpduh ngpduh_if - prints out data for NGPDUHIF\n"), k.result != 0);
-    }
 }
 
 }  // namespace

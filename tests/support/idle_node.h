@@ -2,24 +2,14 @@
 // processes.
 #pragma once
 #include "sim/node/node.h"
+#include "tests/support/manager.h"
 
 #include <functional>
 #include <string>
 
-inline void idleProgramMain()
-{
-    for (;;) {
-        Signal* sig = ose::receive(ose::ANY_SIGNAL);
-        ose::free_buf(&sig);
-    }
-}
-
 inline const ose::Program& idleProgram()
 {
-    static constexpr ose::ConfigLine CONFIG[] = {{"OSE_LM_POOL_SIZE", "300000"},
-                                                 {"OSE_LM_MAIN_NAME", "idle_main"},
-                                                 {"OSE_LM_MAIN_PRIORITY", "30"}};
-    static const ose::Program program{"idle", idleProgramMain, CONFIG};
+    static const ose::Program program = bench::programOf("idle", bench::serveNothing);
     return program;
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 #include "ose/world.h"
 #include "sim/node/node.h"
+#include "tests/support/manager.h"
 
 #include <gtest/gtest.h>
 
@@ -33,13 +34,8 @@ struct Unit {
     template <typename T>
     PROCESS sendFrom(const std::string& name, const T& layout)
     {
-        const PROCESS from = node.system().spawn(name, 20, [] {
-            for (;;) {
-                Signal* sig = ose::receive(ose::ANY_SIGNAL);
-                ose::free_buf(&sig);
-            }
-        });
-        node.system().inject(std::as_bytes(std::span<const T, 1>(&layout, 1)), manager(), from);
+        const PROCESS from = node.system().spawn(name, 20, serveNothing);
+        node.system().inject(asBytes(layout), manager(), from);
         return from;
     }
     PROCESS manager() { return node.system().find("Kvd_loz6_tumgr_proc"); }
