@@ -143,6 +143,24 @@ TEST(PtpWire, UnicastNegotiationAndDelayReqOverUdp)
     EXPECT_EQ(u.node.ipsocki().sockets(), 0u);
 }
 
+TEST(PtpSelection, LetsTheExchangesOfOneReferenceReachTheRegulator)
+{
+    Following u;
+    const auto packets = [&u] {
+        u.run(0.1);
+        u.node.traces().clear();
+        u.run(5);
+        return u.traces("PTP packet received");
+    };
+    EXPECT_EQ(packets(), 0u);
+    constexpr u8 PACKET_TIME = 7;
+    u.node.mainProcessor().select(PACKET_TIME, 1, 4);
+    EXPECT_EQ(packets(), 5u);                        // one a Sync
+    u.node.mainProcessor().selectNone();
+    EXPECT_EQ(packets(), 0u);
+    EXPECT_EQ(u.node.inProgram(TuPktsync_SyncrefCtrl_selectedSyncrefId), -1);
+}
+
 TEST(PtpStamps, ThatAreLostOrComeTwice)
 {
     Following u;
