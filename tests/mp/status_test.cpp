@@ -172,6 +172,18 @@ TEST(Calibration, FollowsTheClock)
     }
 }
 
+TEST(Calibration, SoonToExpireIsToldWithinAHoldover)
+{
+    IifBench b;
+    b.connect();
+    b.update(3);   // shown as 4: no reference
+    EXPECT_EQ(b.sent(KVD_TUIIF_CALIBRATION_STATUS_IND), 1u);
+    b.in([] { KvdLoz6TuIifAdm_setSoonToExpire(1); });
+    const auto ind = b.take<KvdTuiifCalibrationStatusInd>(KVD_TUIIF_CALIBRATION_STATUS_IND);
+    ASSERT_TRUE(ind);
+    EXPECT_EQ(ind->calibrationStatus, KVD_TUIIF_SOON_TO_EXPIRE);
+}
+
 // ---- time accuracy ----
 
 TEST(TimeAccuracy, IsToldInStepsOf100ns)

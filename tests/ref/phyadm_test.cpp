@@ -210,6 +210,23 @@ TEST(PhyService, ThatDiesTakesItsSupervisedPortsAndIsFoundAgain)
     EXPECT_EQ(unit.lineOf(10), 0u);
 }
 
+TEST(PhyService, EndPointsComeAndGo)
+{
+    PhyUnit unit({{0, 10, 1, 1, 0}});
+    unit.supervise(10, true);
+    unit.reports();
+    unit.toManager(PhyportCepInd{PHYPORT_CEP_DOWN_IND, 7});   // never connected
+    EXPECT_FALSE(unit.traced("cepId=7"));
+    unit.node.phyPorts().disconnect();
+    unit.run(0.1);
+    EXPECT_EQ(unit.reports(), (Reports{{0, 10, 0}}));
+    unit.toManager(PhyportCepInd{PHYPORT_CEP_DOWN_IND, 1});   // twice
+    EXPECT_EQ(unit.traces("Disonnected from PHY_PORTINFO"), 1u);
+    unit.node.phyPorts().connect();
+    unit.run(0.1);
+    EXPECT_EQ(unit.reports(), (Reports{{0, 10, 1}}));
+}
+
 TEST(PhyPorts, SurviveAPeerRestartUnsupervised)
 {
     PhyUnit unit({{4, 14, 1, 1, 0}});
