@@ -10,6 +10,22 @@ namespace {
 
 using bench::IifBench;
 
+TEST(ChangeOfRole, TellsRegulatorAndSelection)
+{
+    struct Case { const char* when; u8 from, to; u8 isMaster; u8 selected; };
+    for (const Case& c : {Case{"to slave", 1, 0, 0, IDL1_REF}, Case{"to master", 0, 1, 1, NO_REF}}) {
+        SCOPED_TRACE(c.when);
+        IifBench b{bench::Negotiated{3, c.from}};
+        b.connect();
+        b.in([] { KvdLoz6TuRef_selectSynchRef(GPS_REF, 1, 2); });
+        b.mp().changeMaster(3, c.to);
+        b.run(0.1);
+        EXPECT_EQ(b.look(KvdLoz6TuIifAdm_storedMasterSlaveMode), c.to);
+        EXPECT_EQ(b.look(KvdLoz6TuReg_isMaster), c.isMaster);
+        EXPECT_EQ(b.look(KvdLoz6TuRef_selectedRef), c.selected);
+    }
+}
+
 TEST(ChangeOfRole, ToAnUnknownOneIsStoredAndNoMore)
 {
     IifBench b;
@@ -65,6 +81,17 @@ TEST(SocpriScan, OnAMasterSelectsAndShowsTheStart)
     EXPECT_EQ(b.take<KvdTuiifTimeAccuracyChangeInd>(KVD_TUIIF_TIME_ACCURACY_CHANGE_IND)->timeAccuracy, 0u);
     EXPECT_EQ(b.look(inrsiGetAction), u32{INRSI_CLIENT_ACTION_FREQ_SCANNING});
     EXPECT_EQ(b.look(inrsiGetPortNo), 3) << "ports count from 0 inside";
+}
+
+TEST(SocpriSelection, SelectsWithoutTheStartingState)
+{
+    IifBench b;
+    b.connect();
+    b.mp().sendLayout(
+        KvdTuiifSocpriSelectSyncLinkReq{KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_REQ, 1, 1});
+    b.run(0.1);
+    EXPECT_EQ(b.look(KvdLoz6TuRef_selectedRef), SOCPRI_REF);
+    EXPECT_NE(b.clock(), 17);
 }
 
 TEST(SocpriSelection, IsRefusedWhileTheOscillatorIsOutOfItsTemperature)

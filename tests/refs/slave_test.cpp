@@ -24,6 +24,36 @@ std::size_t used(const auto& ring)
 
 }  // namespace
 
+TEST(Idl1Slave, MeasuresAndEchoes)
+{
+    SlaveBench b;
+    // 1000.5 increments ahead of the peer's frame; the loop's halves make up 1000, half comes off.
+    b.bfnIn({0, 5, 1000}, 0, 5, {0, 0, 10, 1, 1, 1});
+    b.interrupt();
+    ASSERT_EQ(b.phases.size(), 1u);
+    EXPECT_NEAR(b.phases[0], 500.5 / 122.88e6, 1e-15);
+    EXPECT_NEAR(b.meas().max_locked_diff, 500.5 / 122.88e6, 1e-15);
+    EXPECT_EQ(b.meas().m[Z_IDL1_LOZ6], 1.0);
+    EXPECT_EQ(b.meas().t_mod_old, 1024.0);
+    const hwif::BfnExtended echo = b.sentWord();
+    EXPECT_EQ(echo.inc_diff, 1000u);
+    EXPECT_EQ(echo.rc_state, 7u);
+    EXPECT_EQ(echo.jump, 1u);
+    EXPECT_EQ(echo.coldRestartFlag_tmp, 1u);
+    EXPECT_EQ(echo.ms_flag, 0u);
+
+    // 250.5 increments behind, smaller than the largest so far; the counter stands at 0.5 s, so
+    // that -0.5 s of difference stays, while 0.6 s would lie before the wrap.
+    b.run(0.5);
+    b.bfnIn({0, 0, 0}, 0, 60, {0, 0, 10, 0, 0, 1});
+    b.interrupt();
+    EXPECT_NEAR(b.phases[1], -0.6 + 0.5 / 122.88e6, 1e-12);
+    b.bfnIn({0, 60, 0}, 0, 0, {0, 0, 10, 0, 0, 1});
+    b.interrupt();
+    EXPECT_NEAR(b.phases[2], 0.6 - 1024.0 + 0.5 / 122.88e6, 1e-12);
+    EXPECT_EQ(b.sentWord().jump, 0u);
+}
+
 TEST(Idl1Slave, DropsWhatItCannotUse)
 {
     struct Case { const char* what; u32 flags; u32 remoteMfn; bool validState; std::size_t snapshots; };
@@ -49,6 +79,23 @@ TEST(Idl1Slave, DropsWhatItCannotUse)
             EXPECT_EQ(slave::history().currSlavePllEvent, c.validState ? 1u : 0u);
         });
     }
+}
+
+TEST(Idl1History, KeepsTheTimeBeforeAnEvent)
+{
+    SlaveBench b;
+    b.manager([] { slave::writeIdl1History(2e-9); });
+    b.loopState = SLAVE_PLL_Locked;
+    b.loopEvent = EV_SLAVE_PLL_PROCEEDING_TO_LOCKED;
+    b.bfnIn({0, 5, 1000}, 0, 5, {0, 0, 10, 0, 0, 1});
+    b.interrupt();
+    b.loopEvent = EV_SLAVE_PLL_UNEVENTFUL_MEASUREMENT;
+    b.interrupt();                                   // comes too late for it
+    b.manager(KvdLoz6TuSlave_printInfo);
+    const std::string snapshot = b.bus.shell.substr(b.bus.shell.find("IDL1 measurement history snapshot"));
+    EXPECT_NE(snapshot.find("phaseDiff = 2e-09"), std::string::npos);
+    EXPECT_NE(snapshot.find("currSlavePllEvent = EV_SLAVE_PLL_PROCEEDING_TO_LOCKED\n"), std::string::npos);
+    EXPECT_EQ(snapshot.find("m = 2, currSlavePllState"), std::string::npos);
 }
 
 TEST(Idl2Slave, RefusesDamagedData)

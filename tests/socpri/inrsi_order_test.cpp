@@ -159,6 +159,12 @@ TEST(InrsiTimeSync, SurvivesShortTroubles)
     const u32 before = u.inrsi().phaseRequests(UNIT_A);
     u.run(2.1);
     EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A) - before, 20u) << "one chain of requests";
+    u.select(3);
+    const auto refused = u.told<KvdTuiifSocpriAlreadySelectedInd>(KVD_TUIIF_SOCPRI_ALREADY_SELECTED_IND);
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->selectedCpriPort, 1);
+    EXPECT_EQ(refused->requestedCpriPort, 3);
+    EXPECT_EQ(u.port(), 0);
 }
 
 // ---- holdover ------------------------------------------------------------------------------------
