@@ -320,7 +320,8 @@ TEST(PtpBadSignaling, ChangesNothingAndTheNextGrantIsTaken)
     const Case CASES[] = {
         {"to another clock", {good}, [](M& m) { m.target.clock[0] = 1; }},
         {"to another port", {good}, [](M& m) { m.target.number = 2; }},
-        {"to another port of any clock", {good}, [](M& m) { m.target.clock.fill(0xFF), m.target.number = 2; }},
+        {"to another port of any clock", {good},
+         [](M& m) { m.target.clock.fill(0xFF), m.target.number = 2; }},
         {"to all ports of this clock", {good}, [](M& m) { m.target.number = 0xFFFF; }},
         {"longer than its datagram", {good}, [](M& m) { m.length = 57; }},
         {"shorter than its target", {good}, [](M& m) { m.length = 43; }},

@@ -1,4 +1,5 @@
-// The time input: what a frame that is none does, the way of the state up and down, what the main processor is told, the measurement.
+// The time input: what a frame that is none does, the way of the state up and down, what the main processor is
+// told, the measurement.
 #include "tests/refs/hptsi_line.h"
 
 #include "reg/support/measure_bench.h"
@@ -60,7 +61,7 @@ TEST(HptsiFrame, ARejectedOneDoesNothingAndTheNextIsTaken)
 
 TEST(HptsiFrame, TwoOfAKindAreOneFirst)
 {
-    struct Case { const char* what; std::vector<std::pair<bool, i64>> frames; u32 state; };   // isInfo, then ms
+    struct Case { const char* what; std::vector<std::pair<bool, i64>> frames; u32 state; };   // info, then ms
     const Case cases[] = {
         {"two infos", {{true, 1000}, {true, 1000}}, WAIT_FOR_FRAMES},
         {"two states", {{false, 1000}, {false, 1000}}, WAIT_FOR_FRAMES},
@@ -91,7 +92,13 @@ TEST(HptsiState, FallsAndTellsWhy)
     };
     const auto noPulse = [](HptsiUnit& u) { u.toggles(0), u.seconds(6); };
     const auto silence = [](HptsiUnit&) {};
-    struct Case { const char* what; std::function<void(HptsiUnit&)> fault; i64 more_ms; u32 state; const char* status; };
+    struct Case {
+        const char* what;
+        std::function<void(HptsiUnit&)> fault;
+        i64 more_ms;
+        u32 state;
+        const char* status;
+    };
     const Case cases[] = {
         // The last good info lies 999 ms back, the last state 799 ms.
         {"time info unusable, 6.05 s", unusableInfo, 55, OPERATIONAL, "1 OK"},

@@ -96,11 +96,15 @@ TEST(InciClient, AnswersThatAreMissingLateTwiceOrRejections)
              {"never", NOTHING, NOTHING, {0}},
              {"confirmed, never a broadcast", [](B& b, u32 r) { b.confirm(r); }, NOTHING, {0}},
              {"all of it late", NOTHING, [](B& b, u32 r) { b.confirm(r), b.broadcast(r); }, {0, 1}},
-             {"confirmed twice", [](B& b, u32 r) { b.confirm(r), b.confirm(r), b.broadcast(r); }, NOTHING, {1}},
+             {"confirmed twice",
+              [](B& b, u32 r) { b.confirm(r), b.confirm(r), b.broadcast(r); }, NOTHING, {1}},
              {"broadcast first", [](B& b, u32 r) { b.broadcast(r), b.confirm(r); }, NOTHING, {1}},
              {"rejected", [](B& b, u32 r) { b.reject(r); }, NOTHING, {0}},
              {"rejected, then confirmed after all", [](B& b, u32 r) { b.reject(r), b.confirm(r); },
-              [](B& b, u32) { EXPECT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_REQ), 0u); }, {0}},
+              [](B& b, u32) {
+                  EXPECT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_REQ), 0u);
+              },
+              {0}},
              {"confirmed, then rejected",
               [](B& b, u32 r) { b.confirm(r), b.reject(r), b.broadcast(r); },
               [](B& b, u32 r) {
