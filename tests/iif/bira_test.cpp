@@ -140,54 +140,6 @@ TEST(BiraServerDown, ThatComesBackSilentHoldsTheUnitUpForSecondsOnly)
     EXPECT_FALSE(unit.traced("answer not asked for"));
 }
 
-/// The other end's delay isn't stable; the eleventh sample in a row gives the hardware back.
-void unstableFarEnd(IdlUnit& unit, u32 samples)
-{
-    KvdTuiifIdl2SyncDataInd ind{};
-    ind.sigNo = KVD_TUIIF_IDL2_SYNC_DATA_IND;
-    ind.directConn = 1;
-    for (u32 i = 0; i < samples; ++i) unit.inject(ind);
-}
-
-TEST(BiraHandOver, GoesBothWays)
-{
-    sim::NodeConfig config = idlConfig(SLAVE);
-    config.idpi.ports = {{3, 2, 1, 1, 3}};
-    IdlUnit unit{config, 15.0};
-    EXPECT_EQ(unit.hwControl(), 0u);
-    EXPECT_EQ(unit.idpi().received(IDPI_GET_DELAY_REQ), 0u);
-
-    unit.run(6.0);                       // the server's clock is locked after 20 s
-    EXPECT_EQ(unit.hwControl(), 1u);
-    EXPECT_EQ(unit.timeTuning(), 1u);
-    EXPECT_TRUE(unit.interruptProcess());
-    EXPECT_EQ(unit.storedClkStatus(), 2u);
-    EXPECT_EQ(unit.mp().clockState(), 15);           // slave, locked in frequency
-    EXPECT_GT(unit.idpi().received(IDPI_GET_DELAY_REQ), 5u);
-    EXPECT_EQ(unit.mp().last(KVD_TUIIF_IDL2_SET_MASTER_SERVER_REQ)
-                  ->as<KvdTuiifIdl2SetMasterServerReq>()->masterServer, 1u);
-
-    unstableFarEnd(unit, 10);
-    EXPECT_EQ(unit.bira().handBacks(), 0u);
-    unstableFarEnd(unit, 1);
-    EXPECT_EQ(unit.bira().handBacks(), 1u);
-    EXPECT_EQ(unit.bira().handBackPort(), 2);
-    EXPECT_EQ(unit.hwControl(), 0u);
-    EXPECT_EQ(unit.timeTuning(), 0u);
-    EXPECT_FALSE(unit.interruptProcess());
-    EXPECT_EQ(unit.storedClkStatus(), 1u);
-    EXPECT_EQ(unit.mp().last(KVD_TUIIF_IDL2_SET_MASTER_SERVER_REQ)
-                  ->as<KvdTuiifIdl2SetMasterServerReq>()->masterServer, 0u);
-    const u32 asked = unit.idpi().received(IDPI_GET_DELAY_REQ);
-    unit.run(5.0);
-    EXPECT_EQ(unit.idpi().received(IDPI_GET_DELAY_REQ), asked);
-
-    unit.run(16.0);
-    EXPECT_EQ(unit.hwControl(), 1u);
-    EXPECT_TRUE(unit.interruptProcess());
-    EXPECT_GT(unit.idpi().received(IDPI_GET_DELAY_REQ), asked);
-}
-
 // What the server sends out of turn, or too short, leaves the unit as it was.
 TEST(BiraHandOver, ForeignAnswersAreDropped)
 {

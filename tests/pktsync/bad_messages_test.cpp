@@ -127,7 +127,7 @@ TEST(PtpBadMessage, LeavesAClockFollowing)
         {"version 1", ptp::SYNC, [](M& m) { m.version = 1; }, true},
         {"version 3", ptp::ANNOUNCE, [](M& m) { m.version = 3; }, true},
         {"a length below the header's", ptp::SYNC, [](M& m) { m.length = 33; }, true},
-        {"the longest length", ptp::FOLLOW_UP, [](M& m) { m.length = 0xFFFF; }, true},
+        {"no version", ptp::FOLLOW_UP, [](M& m) { m.version = 0; }, true},
         {"another domain", ptp::SYNC, [](M& m) { m.domain = 5; }, true},
         {"Signaling", ptp::SIGNALING, [](M&) {}, true},
         {"a request for delays", ptp::DELAY_REQ, [](M&) {}, false},
@@ -196,34 +196,6 @@ TEST(PtpBadMessage, ASixthMasterIsntStoredUntilAPlaceIsFree)
         announce(6);
         EXPECT_EQ(ptpClockOf(0)->foreignMasterCount, 1u);
         EXPECT_EQ(b.traced("Maximum number of stored foreignMasters reached"), 1u);
-    });
-}
-
-TEST(PtpExchanges, SecondsOfT1AreSixtyFourBitsWide)
-{
-    struct Case { u32 seconds, ns; i32 asymmetry, latency; u64 wantedSeconds; u32 wanted_ns; };
-    static constexpr Case CASES[] = {
-        {1000, 500, 0, -920, 1000, 1420},
-        {1000, 999'999'999, 1, 0, 1001, 0},
-        {0, 100, -200, 0, 0xFFFF'FFFF'FFFF'FFFF, 999'999'900},   // a master's clock that has just begun
-        {0xFFFF'FFFF, 999'999'999, 0, -1, 0x1'0000'0000, 0},
-    };
-    Bench b;
-    b.run([] {
-        ASSERT_NO_FATAL_FAILURE(follow());
-        u16 sequence = 500;
-        for (const Case& c : CASES) {
-            SCOPED_TRACE(c.seconds);
-            TuPktsync_change_ptp_clock(0, c.asymmetry, 0, 0, IEEE_1588_J3);
-            ptpSeen().latency = c.latency;
-            ptp::Message m = from(ptp::FOLLOW_UP, ++sequence);
-            m.stamp = {c.seconds, c.ns};
-            receive(ptp::write(from(ptp::SYNC, sequence)));
-            receive(ptp::write(m));
-            EXPECT_EQ(ptpSeen().exchanges.back().T1s, c.wantedSeconds);
-            EXPECT_EQ(ptpSeen().exchanges.back().T1f, c.wanted_ns);
-            EXPECT_EQ(ptpSeen().exchanges.back().asymComp, c.asymmetry);
-        }
     });
 }
 
@@ -348,7 +320,8 @@ TEST(PtpBadSignaling, ChangesNothingAndTheNextGrantIsTaken)
     const Case CASES[] = {
         {"to another clock", {good}, [](M& m) { m.target.clock[0] = 1; }},
         {"to another port", {good}, [](M& m) { m.target.number = 2; }},
-        {"to another port of any clock", {good}, [](M& m) { m.target.clock.fill(0xFF), m.target.number = 2; }},
+        {"to another port of any clock", {good},
+         [](M& m) { m.target.clock.fill(0xFF), m.target.number = 2; }},
         {"to all ports of this clock", {good}, [](M& m) { m.target.number = 0xFFFF; }},
         {"longer than its datagram", {good}, [](M& m) { m.length = 57; }},
         {"shorter than its target", {good}, [](M& m) { m.length = 43; }},

@@ -143,6 +143,24 @@ TEST(PtpWire, UnicastNegotiationAndDelayReqOverUdp)
     EXPECT_EQ(u.node.ipsocki().sockets(), 0u);
 }
 
+TEST(PtpSelection, LetsTheExchangesOfOneReferenceReachTheRegulator)
+{
+    Following u;
+    const auto packets = [&u] {
+        u.run(0.1);
+        u.node.traces().clear();
+        u.run(5);
+        return u.traces("PTP packet received");
+    };
+    EXPECT_EQ(packets(), 0u);
+    constexpr u8 PACKET_TIME = 7;
+    u.node.mainProcessor().select(PACKET_TIME, 1, 4);
+    EXPECT_EQ(packets(), 5u);                        // one a Sync
+    u.node.mainProcessor().selectNone();
+    EXPECT_EQ(packets(), 0u);
+    EXPECT_EQ(u.node.inProgram(TuPktsync_SyncrefCtrl_selectedSyncrefId), -1);
+}
+
 TEST(PtpStamps, ThatAreLostOrComeTwice)
 {
     Following u;
@@ -172,25 +190,18 @@ TEST(PtpConsole, AnnouncesAreOverriddenAndDropped)
     std::string out;
     EXPECT_EQ(u.command("genann list", out), 0);     // gathers from now on
     EXPECT_EQ(out, "");
-    EXPECT_NE(u.command("genann 0 override on", out), 0);
-    EXPECT_NE(out.find("No Announce has come for entry 0"), std::string::npos);
+    EXPECT_NE(u.command("genann 0 override on", out), 0) << "none has come";
     u.run(3);
     EXPECT_EQ(u.command("genann list", out), 0);
     EXPECT_NE(out.find("0: 001b19fffe000001-1 override off, filter 0xffff"), std::string::npos) << out;
-    EXPECT_NE(out.find("class 6 accuracy 0x21 variance 0x4e5d priority1 128"), std::string::npos) << out;
-    for (const char* line : {"genann", "genann start", "genann 5 override on", "genann 0 override",
-                             "genann 0 override maybe", "genann 0 set class 256", "genann 0 set colour 1",
-                             "genann 0 set class -1", "genann 0 filter 0x10000", "genann 0 filter 12x",
-                             "genann x filter 1"}) {
+    for (const char* line : {"genann", "genann 5 override on", "genann 0 override maybe", "genann 0 set class 256",
+                             "genann 0 set colour 1", "genann 0 set class -1", "genann 0 filter 0x10000",
+                             "genann 0 filter 12x", "genann x filter 1"})
         EXPECT_NE(u.command(line, out), 0) << line;
-        EXPECT_NE(out.find("Usage: genann list"), std::string::npos) << line;
-    }
     // What it is told to say comes instead; the grandmaster's own identity stays.
-    EXPECT_EQ(u.command("genann 0 override on", out), 0);
-    EXPECT_EQ(u.command("genann 0 set class 52", out), 0);
-    EXPECT_EQ(u.command("genann 0 set accuracy 0xfe", out), 0);
-    EXPECT_EQ(u.command("genann 0 set steps 3", out), 0);
-    EXPECT_EQ(u.command("genann 0 set flags 8", out), 0);
+    for (const char* line : {"genann 0 override on", "genann 0 set class 52", "genann 0 set accuracy 0xfe",
+                             "genann 0 set steps 3", "genann 0 set flags 8"})
+        EXPECT_EQ(u.command(line, out), 0) << line;
     u.run(3);
     EXPECT_EQ(u.clock(0).parent.grandmasterClockQuality.clockClass, 52);
     EXPECT_EQ(u.clock(0).parent.grandmasterClockQuality.clockAccuracy, 0xFE);
@@ -207,8 +218,6 @@ TEST(PtpConsole, AnnouncesAreOverriddenAndDropped)
     EXPECT_EQ(u.command("genann stop", out), 0);
     u.run(12);
     EXPECT_EQ(u.clock(0).portState, u32{SLAVE});
-    EXPECT_EQ(u.command("genann list", out), 0);
-    EXPECT_EQ(out, "");
 }
 
 }  // namespace

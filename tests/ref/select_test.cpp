@@ -38,25 +38,30 @@ TEST(Selection, AndSupervisionFollowAPortToItsOtherLineAndEndWithIt)
     EXPECT_EQ(unit.tuiifRefState(), 0u);
 }
 
-TEST(Selection, WritesTheRouteOfTheBoard)
+TEST(Selection, MovesTheBoardsRouteTheRegulatorAndTheClients)
 {
-    struct Case { const char* what; u8 refType; u32 froId; u32 route; };
+    struct Case { const char* what; u8 refType; u32 froId, route, regulator; };
     RefUnit unit;
     for (const Case& c :
-         {Case{"PDH 1", PDH_SDH_REF, LINE_FRO, 0x108}, Case{"PDH 2", PDH_SDH_REF, LINE_FRO + 1, 0x109},
-          Case{"PDH 3", PDH_SDH_REF, LINE_FRO + 2, 0x10A}, Case{"PDH 4", PDH_SDH_REF, LINE_FRO + 3, 0x10B},
-          Case{"SDH", PDH_SDH_REF, LINE_FRO + 4, 0x10C}, Case{"GPS", GPS_REF, 7, 0},
-          Case{"Ethernet A", ETHA_REF, 7, 0x1108}, Case{"Ethernet B", ETHB_REF, 7, 0x2108},
-          Case{"Ethernet C", ETHC_REF, 7, 0x3108}, Case{"NTP leaves it", NTP_REF, 7, 0x3108},
-          Case{"packet frequency leaves it", PACKET_FREQ_REF, 7, 0x3108},
-          Case{"packet time leaves it", PACKET_TIME_REF, 7, 0x3108},
-          Case{"IDL2 leaves it", IDL2_REF, 7, 0x3108},
-          Case{"IDL1 comes in by its own interrupt", IDL1_REF, 7, 0x008},
-          Case{"the time input shares the pulse", HPTSI_REF, 7, 0},
-          Case{"Ethernet B again", ETHB_REF, 7, 0x2108}, Case{"none", NO_REF, 0xFFFFFFFF, 0x008}}) {
+         {Case{"PDH 1", PDH_SDH_REF, LINE_FRO, 0x108, 1}, Case{"PDH 2", PDH_SDH_REF, LINE_FRO + 1, 0x109, 2},
+          Case{"PDH 4", PDH_SDH_REF, LINE_FRO + 3, 0x10B, 4}, Case{"SDH", PDH_SDH_REF, LINE_FRO + 4, 0x10C, 5},
+          Case{"GPS", GPS_REF, 7, 0, 6}, Case{"Ethernet A", ETHA_REF, 7, 0x1108, 10},
+          Case{"Ethernet B", ETHB_REF, 7, 0x2108, 10}, Case{"Ethernet C", ETHC_REF, 7, 0x3108, 10},
+          Case{"NTP leaves the route", NTP_REF, 7, 0x3108, 8},
+          Case{"packet frequency leaves it", PACKET_FREQ_REF, 7, 0x3108, 12},
+          Case{"packet time leaves it", PACKET_TIME_REF, 7, 0x3108, 13},
+          Case{"IDL2 leaves it", IDL2_REF, 7, 0x3108, 14},
+          Case{"IDL1 comes in by its own interrupt", IDL1_REF, 7, 0x008, 9},
+          Case{"the time input shares the pulse", HPTSI_REF, 7, 0, 15},
+          Case{"Ethernet B again", ETHB_REF, 7, 0x2108, 10},
+          Case{"none", NO_REF, 0xFFFFFFFF, 0x008, TU_SR_NO_REF}}) {
         SCOPED_TRACE(c.what);
-        unit.select(c.refType, c.froId);
+        unit.select(c.refType, c.froId, 9);
         EXPECT_EQ(route(unit), c.route);
+        EXPECT_EQ(unit.regulatorRef(), c.regulator);
+        EXPECT_EQ(unit.selectedRef(), c.refType);
+        EXPECT_EQ(unit.clientRef(), c.refType);
+        EXPECT_EQ(unit.node.inProgram(KvdLoz6TuIifAdm_activRefFroId), c.froId);
     }
 }
 
@@ -109,14 +114,9 @@ TEST(Selection, OfALineOutOfRange)
     unit.select(PDH_SDH_REF, LINE_FRO + 1);
     unit.node.phyPorts().remove(3);
     unit.ms(1);
-    for (const u32 froId : {4711u, 0xFFFFFFFFu}) {         // no port has them: not line 0, nor a free row
-        const u32 before = route(unit);
-        unit.select(PDH_SDH_REF, froId);
-        EXPECT_EQ(unit.traces("selectSynchRef ignored"), froId == 4711 ? 1u : 2u);
-        EXPECT_EQ(unit.regulatorRef(), TU_SR_PDH_REF2);
-        EXPECT_EQ(route(unit), before);
-        EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_prevSelRef), NO_REF) << "the block stays";
-    }
+    unit.select(PDH_SDH_REF, 0xFFFFFFFF);                  // a free row of the port table has it
+    EXPECT_EQ(unit.traces("port line number out of range =65535. selectSynchRef ignored"), 1u);
+    EXPECT_EQ(unit.regulatorRef(), TU_SR_PDH_REF2);
 }
 
 TEST(Selection, OnASlaveMovesHardwareAndRegulatorButNotTheClients)

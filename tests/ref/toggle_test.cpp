@@ -197,6 +197,19 @@ TEST(EthernetPath, IsReportedWhenItsStateChangesOrSupervisionStartsAnew)
                   {"timeOutInd with filterType: NO_FILTER not allowed for synchRefNo 10", GROUP, 1}), 1u);
 }
 
+TEST(ToggleMonitor, TellsAChangeWithinASecondAndOnlyAChange)
+{
+    RefUnit unit(refConfig(), true);
+    unit.supervise(PDH_SDH_REF, true, LINE_FRO);
+    unit.node.rawToggles = RAW_PDH1;
+    unit.ms(1'000);
+    EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_lastToggleStatus), 0x1u);
+    unit.ms(10'000);
+    EXPECT_EQ(unit.refStatus(0), REF_STATUS_ON);
+    EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_noChangeCounter), 0u);
+    EXPECT_EQ(unit.traces("TI PROCESS Kvd_loz6_turefmon_proc created"), 1u);
+}
+
 TEST(PeerRestart, ReleasesTheRowsAndSelectsNothing)
 {
     RefUnit unit;

@@ -116,19 +116,6 @@ TEST(EsmcUnit, ADeadServiceRaisesTheAlarmAndTheNextOneEndsIt)
     EXPECT_EQ(unit.a.eventsReceived(), 2u);
 }
 
-TEST(EsmcUnit, WithoutAMainProcessorNothingIsSupervised)
-{
-    EsmcUnit unit;
-    unit.mp().die();
-    unit.run(1);
-    EXPECT_EQ(unit.state(), IF_UP);
-    EXPECT_FALSE(unit.slowpi().subscribed());
-    unit.mp().start();
-    unit.run(8);
-    EXPECT_EQ(unit.state(), IF_QL_RECEIVED);
-    EXPECT_EQ(unit.mp().usable(*unit.mp().reference("a")), false);   // a level, but no line
-}
-
 /// Both buffers idle, armed, or with the service away: none is a leak, and the next load begins anew.
 TEST(EsmcUnit, RestartsLeaveNothingBehind)
 {

@@ -1,4 +1,5 @@
-// The time input: what a frame that is none does, the way of the state up and down, what the main processor is told, the measurement.
+// The time input: what a frame that is none does, the way of the state up and down, what the main processor is
+// told, the measurement.
 #include "tests/refs/hptsi_line.h"
 
 #include "reg/support/measure_bench.h"
@@ -60,7 +61,7 @@ TEST(HptsiFrame, ARejectedOneDoesNothingAndTheNextIsTaken)
 
 TEST(HptsiFrame, TwoOfAKindAreOneFirst)
 {
-    struct Case { const char* what; std::vector<std::pair<bool, i64>> frames; u32 state; };   // isInfo, then ms
+    struct Case { const char* what; std::vector<std::pair<bool, i64>> frames; u32 state; };   // info, then ms
     const Case cases[] = {
         {"two infos", {{true, 1000}, {true, 1000}}, WAIT_FOR_FRAMES},
         {"two states", {{false, 1000}, {false, 1000}}, WAIT_FOR_FRAMES},
@@ -91,7 +92,13 @@ TEST(HptsiState, FallsAndTellsWhy)
     };
     const auto noPulse = [](HptsiUnit& u) { u.toggles(0), u.seconds(6); };
     const auto silence = [](HptsiUnit&) {};
-    struct Case { const char* what; std::function<void(HptsiUnit&)> fault; i64 more_ms; u32 state; const char* status; };
+    struct Case {
+        const char* what;
+        std::function<void(HptsiUnit&)> fault;
+        i64 more_ms;
+        u32 state;
+        const char* status;
+    };
     const Case cases[] = {
         // The last good info lies 999 ms back, the last state 799 ms.
         {"time info unusable, 6.05 s", unusableInfo, 55, OPERATIONAL, "1 OK"},
@@ -285,27 +292,6 @@ TEST(HptsiClient, AttributesDelayAndSelectionMode)
     }
     EXPECT_EQ(unit.traces("SelectionProcessMode changed from 0 to 1"), 1u);
     EXPECT_EQ(unit.traces("SelectionProcessMode changed from 1 to 0"), 1u);
-}
-
-TEST(HptsiClient, TheOperatorsClockSourceActsFromTheNextFrame)
-{
-    HptsiUnit unit;
-    std::string output;
-    unit.feed(stateFrame(5, 1, 0x21), 5);
-    EXPECT_EQ(unit.node.shell().run("genhptsisource 0x04", output), 0);
-    EXPECT_EQ(unit.qualities(), (std::vector<u32>{99, 1}));
-    unit.feed(stateFrame(5, 1, 0x21), 5);
-    unit.feed(stateFrame(5, 1, 0x21), 5);
-    EXPECT_EQ(unit.qualities(), (std::vector<u32>{99, 1, 4}));
-    output.clear();
-    unit.node.shell().run("kvdinfo tuhptsi", output);
-    for (const char* text : {"hptsiState             : WAIT_FOR_FRAMES (3)", "clkSource              : UNKNOWN (4)",
-                             "0x0021, Antenna Open, No position stored\n", "clkSource override     : 4",
-                             "numberOfBytesRec       : 69", "numberOfTimeStateMsg   : 3"})
-        EXPECT_NE(output.find(text), std::string::npos) << text << "\n" << output;
-    EXPECT_EQ(unit.node.shell().run("genhptsisource stop", output), 0);
-    unit.feed(stateFrame(5, 0), 5);
-    EXPECT_EQ(unit.qualities(), (std::vector<u32>{99, 1, 4, 0}));
 }
 
 // ---- measurement --------------------------------------------------------------------------------

@@ -216,4 +216,16 @@ TEST(IdlLink, QueuedTimeOutOfAFormerRunDoesNothing)
     EXPECT_EQ(bench.node.inProgram(KvdLoz6TuRef_idl2SyncDataIndTmoCntr), 0u);
 }
 
+TEST(SynchPortHistory, KeepsChangesOnly)
+{
+    RefUnit unit;
+    unit.node.system().call(*unit.node.program(), [] {
+        for (u8 port : {u8{0}, u8{0}, u8{5}, u8{6}, u8{5}, u8{2}})
+            KvdLoz6TuRef_setSynchPortNo(port);
+    });
+    std::string print;
+    unit.node.shell().run("kvdinfo turef", print);
+    EXPECT_NE(print.find("Synch port history, 3 of 50 records"), std::string::npos) << print;
+}
+
 }  // namespace

@@ -51,6 +51,23 @@ TEST(Idl1Slave, DropsWhatItCannotUse)
     }
 }
 
+TEST(Idl1History, KeepsTheTimeBeforeAnEvent)
+{
+    SlaveBench b;
+    b.manager([] { slave::writeIdl1History(2e-9); });
+    b.loopState = SLAVE_PLL_Locked;
+    b.loopEvent = EV_SLAVE_PLL_PROCEEDING_TO_LOCKED;
+    b.bfnIn({0, 5, 1000}, 0, 5, {0, 0, 10, 0, 0, 1});
+    b.interrupt();
+    b.loopEvent = EV_SLAVE_PLL_UNEVENTFUL_MEASUREMENT;
+    b.interrupt();                                   // comes too late for it
+    b.manager(KvdLoz6TuSlave_printInfo);
+    const std::string snapshot = b.bus.shell.substr(b.bus.shell.find("IDL1 measurement history snapshot"));
+    EXPECT_NE(snapshot.find("phaseDiff = 2e-09"), std::string::npos);
+    EXPECT_NE(snapshot.find("currSlavePllEvent = EV_SLAVE_PLL_PROCEEDING_TO_LOCKED\n"), std::string::npos);
+    EXPECT_EQ(snapshot.find("m = 2, currSlavePllState"), std::string::npos);
+}
+
 TEST(Idl2Slave, RefusesDamagedData)
 {
     using Data = KvdTuiifIdl2SyncDataInd;

@@ -28,7 +28,8 @@ inline void slowpiMain()
         node::traceAttachProcess();
         serve([](Signal* sig) {
             KvdLoz6TuSlowpi_dispatch(sig);
-            const bool rearmed = sig->sigNo == KVD_SLOWPI_HEART_BEAT_IND || sig->sigNo == KVD_SLOWPI_PDU_MISSING_IND;
+            const SIGSELECT n = sig->sigNo;
+            const bool rearmed = n == KVD_SLOWPI_HEART_BEAT_IND || n == KVD_SLOWPI_PDU_MISSING_IND;
             return rearmed && KvdLoz6TuSlowpi_owns(sig) != 0;          // as the manager does
         });
     }, 16384, 16, 0, 0));

@@ -50,6 +50,8 @@ TEST(SlowpiService, ServerDownAsksAgainAtOnceOrStaysDown)
     EXPECT_EQ(b.state().slowpiState, IF_DOWN);
     EXPECT_FALSE(b.state().heartBeat.timer.runs());
     EXPECT_TRUE(b.state().pduMissing.timer.runs());
+    b.in(KvdLoz6TuSlowpi_printInfo);
+    EXPECT_NE(b.bus.shell.find("slowpiState            : IF_DOWN (0)\n"), std::string::npos) << b.bus.shell;
     b.cfm();                                           // in the wrong state
     EXPECT_EQ(b.state().slowpiState, IF_DOWN);
     b.service.initiateResult = 0;
@@ -118,27 +120,6 @@ TEST(SlowpiService, RefusedRequestsAreTraced)
 }
 
 // ---- own frames -------------------------------------------------------------------------------
-
-TEST(SlowpiSending, AFrameASecondWithTheAddressOfTheLastOrder)
-{
-    SlowpiBench b;
-    b.toQlSend();
-    b.runFor_ms(2500);
-    b.supervise(1, 12, 6, "0A0B0C0D0E0F");             // another port: no new subscription
-    EXPECT_EQ(b.levelOf("MAC address changed: A:B:C:D:E:F"), 8);
-    b.runFor_ms(1000);
-    b.supervise(1, 12, 6, "000000000000");
-    EXPECT_EQ(b.traces("Received default MAC address"), 1u);
-    b.runFor_ms(1000);
-    const std::vector<std::string> sent = b.takeRequests();
-    ASSERT_EQ(sent.size(), 4u);
-    const std::string head = "Slowpi_sendFrameInd 0180c2000002", tail = "88090a0019a70001100000000100040f";
-    EXPECT_EQ(sent[1], head + "020304050607" + tail);
-    EXPECT_EQ(sent[2], head + "0a0b0c0d0e0f" + tail);
-    EXPECT_EQ(sent[3], head + "000000000000" + tail);
-    b.frame(EVENT_2);
-    EXPECT_EQ(b.takeTold(), (std::vector<Told>{level(2, 0, 6)}));
-}
 
 // ---- frames of the peer -----------------------------------------------------------------------
 

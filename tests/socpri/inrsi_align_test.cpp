@@ -37,9 +37,13 @@ TEST(InrsiAlignment, StepsToTheCountThatIsToldLast)
     const AlignUnit::Count next{before.esfc, static_cast<u16>((before.mfn + 8) % 25)};
     u.otherEndSays(next);
     u.run(4.5);
+    EXPECT_EQ(u.inrsi().jumpInfos(), (std::vector<u32>{1}));
+    EXPECT_EQ(u.mp().count(KVD_TUIIF_INRSI_BFN_JUMP_INFO_REQ_FWD), 1u);
     EXPECT_EQ(u.count().mfn, next.mfn);
     u.otherEndSays(next);
     EXPECT_EQ(u.aligned(), 1u);
+    u.run(1.1);
+    EXPECT_EQ(u.inrsi().jumpInfos(), (std::vector<u32>{1, 0}));
 }
 
 TEST(InrsiAlignment, FailsByWhatTheLinkGives)

@@ -1,4 +1,6 @@
-// The master's client and its links: connection, subscription, states of units, supervision.
+// The master's client and its links: connection, subscription, states of units, supervision, the time
+// counters that it tells.
+#include "mp/kvd_iifadm.h"
 #include "tests/socpri/socpri_bench.h"
 
 namespace {
@@ -246,5 +248,42 @@ TEST(InrsiSupervision, EndsWithTheLinkAndLeavesThePortInFocusAlone)
 }
 
 // ---- temperature ---------------------------------------------------------------------------------
+
+// ---- time counters ---------------------------------------------------------------------------------
+
+// The count of turns follows the counter's wrap only with the next sample of a reference.
+TEST(InrsiTimeData, CountsTheTurnThatTheCounterHasBegun)
+{
+    SocpriUnit u{MASTER};
+    std::vector<KvdTuSocpriInciGetTimeDataRsp> got;
+    const PROCESS asker = u.node.system().spawn("asker", 20, [&got] {
+        bench::serve([&got](Signal* sig) {
+            if (const auto* rsp = node::as<KvdTuSocpriInciGetTimeDataRsp>(sig)) got.push_back(*rsp);
+            return false;
+        });
+    });
+    const auto ask = [&](u16 mfn, double lastTime) {
+        const SIGSELECT req = KVD_TUSOCPRI_INCI_GET_TIME_DATA_REQ;
+        u.node.system().call(*u.node.program(), [&] {
+            tuHwIf_writeSfc(mfn, 5, 6);
+            KvdLoz6TuReg_setLastTime(lastTime, 1.0);
+        });
+        u.run(0.1);
+        bench::injectInto(u.node.system(), u.manager(), req, asker);
+        u.run(LATER);
+        return got.empty() ? KvdTuSocpriInciGetTimeDataRsp{} : got.back();
+    };
+    EXPECT_EQ(ask(24, 5120.0).eSfc, 5u);
+    const auto wrapped = ask(0, 5120.0);
+    EXPECT_EQ(wrapped.eSfc, 6u);
+    EXPECT_EQ(wrapped.mfn, 0u);
+    EXPECT_EQ(wrapped.timeDataValid, 1u);
+    EXPECT_EQ(wrapped.clockState, u.get(KvdLoz6TuIifAdm_radioClockState));
+    EXPECT_EQ(ask(0, 5120.0).eSfc, 6u);
+    EXPECT_EQ(ask(0, 6144.0).eSfc, 6u);
+    EXPECT_EQ(ask(0, 6144.0).eSfc, 6u);
+    EXPECT_EQ(ask(24, 6144.0).eSfc, 6u);
+    EXPECT_EQ(ask(0, 6144.0).eSfc, 7u) << "at every wrap";
+}
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The master's client at the main processor's orders: scan, selection, holdover, port X.
+// The master's client at the main processor's orders: scan, selection, holdover.
 #include "tests/socpri/socpri_bench.h"
 
 namespace {
@@ -136,37 +136,6 @@ TEST(InrsiOrders, ForPortsThatThereAreNotAreAnsweredAsForALinkThatIsNot)
 
 // ---- selection -----------------------------------------------------------------------------------
 
-TEST(InrsiTimeSync, EndsByWhatTheLinkGives)
-{
-    struct Case {
-        const char* what;
-        std::function<void(SocpriUnit&)> link;
-        double notYet, seconds;
-        const char* status;
-    };
-    for (const Case& c : std::to_array<Case>({
-             {"rejected", [](SocpriUnit& u) { u.phaseIs(std::nullopt); }, 0.0, 0.2, "1:7"},
-             {"not answered", [](SocpriUnit& u) { u.inrsi().silentUnits = {UNIT_A}; }, 0.3, 0.5, "1:7"},
-             {"server gone", [](SocpriUnit& u) { u.inrsi().die(); }, 0.0, 0.05, "1:7"},
-             {"link gone", [](SocpriUnit& u) { u.inrsi().setStatus(UNIT_A, 0); }, 0.35, 0.7, "1:3"},
-             {"link present alone", [](SocpriUnit& u) { u.inrsi().setStatus(UNIT_A, 1); }, 0.35, 0.7, "1:3"},
-             {"10 invalid values", [](SocpriUnit& u) { u.phaseIs(InrsiPhase{0, false}); }, 1.0, 1.3, "1:6"}})) {
-        SCOPED_TRACE(c.what);
-        SocpriUnit u{MASTER};
-        u.synchronise(1);
-        u.mp().clearLog();
-        c.link(u);
-        if (c.notYet > 0.0) {
-            u.run(c.notYet);
-            EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND), 0u);
-        }
-        u.run(c.seconds - c.notYet);
-        EXPECT_EQ(u.mp().count(KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_RSP), 0u) << "no answer is owed";
-        EXPECT_EQ(u.synced(), c.status);
-        EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
-    }
-}
-
 // A link that comes back in time, an answer that comes twice, and one of another unit change nothing.
 TEST(InrsiTimeSync, SurvivesShortTroubles)
 {
@@ -190,6 +159,12 @@ TEST(InrsiTimeSync, SurvivesShortTroubles)
     const u32 before = u.inrsi().phaseRequests(UNIT_A);
     u.run(2.1);
     EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A) - before, 20u) << "one chain of requests";
+    u.select(3);
+    const auto refused = u.told<KvdTuiifSocpriAlreadySelectedInd>(KVD_TUIIF_SOCPRI_ALREADY_SELECTED_IND);
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->selectedCpriPort, 1);
+    EXPECT_EQ(refused->requestedCpriPort, 3);
+    EXPECT_EQ(u.port(), 0);
 }
 
 // ---- holdover ------------------------------------------------------------------------------------
@@ -306,54 +281,6 @@ TEST(InrsiHoldover, IsEnteredByALoopWhoseLinkWasLostBefore)
     EXPECT_TRUE(u.get(KvdLoz6TuReg_pllIsHoldover));
     u.run(301.0);
     EXPECT_FALSE(u.get(KvdLoz6TuReg_pllIsHoldover));
-}
-
-// ---- port X --------------------------------------------------------------------------------------
-
-/// The slave's links, through the main processor, which answers as the slave would.
-struct PortXUnit : SocpriUnit {
-    static constexpr u32 UNIT_X = 66;
-    u32 phases = 0;
-    bool answers = true;
-
-    PortXUnit() : SocpriUnit(MASTER)
-    {
-        mp().onForward([this](const sim::MpRecord& r) {
-            if (!answers) return;
-            if (r.sigNo == KVD_TUIIF_INRSI_GET_FREQ_DIFF2_REQ_FWD)
-                mp().sendLayout(KvdTuiifInrsiGetFreqDiff2CfmFwd{KVD_TUIIF_INRSI_GET_FREQ_DIFF2_CFM_FWD, 2, UNIT_X,
-                                                                1, 1});
-            if (r.sigNo == KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REQ_FWD && ++phases != 0)
-                mp().sendLayout(KvdTuiifInrsiGetPhaseDiff2CfmFwd{KVD_TUIIF_INRSI_GET_PHASE_DIFF2_CFM_FWD, 2,
-                                                                 UNIT_X, 0, 0, 1});
-        });
-        link(2);
-    }
-    void link(u8 status)
-    {
-        send(KvdTuiifInrsiLinkStatus2IndFwd{KVD_TUIIF_INRSI_LINK_STATUS2_IND_FWD, 2, 4, status, UNIT_X, 0, 0});
-    }
-};
-
-TEST(InrsiPortX, EndsWithARejectionOrItsLink)
-{
-    for (const bool rejected : {true, false}) {
-        SCOPED_TRACE(rejected);
-        PortXUnit u;
-        u.select(7);
-        u.run(1.0);
-        u.mp().clearLog();
-        if (rejected) {
-            u.answers = false;
-            u.run(0.2);
-            u.send(KvdTuiifInrsiGetPhaseDiff2RejFwd{KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REJ_FWD, 2, PortXUnit::UNIT_X, 1});
-        } else {
-            u.link(0);
-            u.run(0.7);
-        }
-        EXPECT_EQ(u.synced(), rejected ? "7:7" : "7:3");
-        EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
-    }
 }
 
 }  // namespace

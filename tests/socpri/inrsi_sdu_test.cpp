@@ -167,6 +167,7 @@ TEST(InrsiSduBadInput, IsTracedAndTheNextGoodOneIsTaken)
         u.mp().clearLog();
         BAD[i](u);
         u.run(LATER);
+        EXPECT_EQ(u.traced("(): Port number out of range"), i >= 2 && i <= 4);
         EXPECT_EQ(u.mp().count(KVD_TUIIF_INRSI_GET_PHASE_DIFF2_CFM_FWD), 0u);
         EXPECT_EQ(u.supervised(), "");
         u.phaseIs(InrsiPhase{9, true});

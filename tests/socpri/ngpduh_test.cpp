@@ -154,6 +154,8 @@ TEST(NgPduhTime, WhatIsNotValidIsNotToldAndTheRoundsGoOn)
               1u);
     b.run(1.0);
     EXPECT_EQ(b.timeRequests(), 5u);
+    b.unit.order(SIGSELECT{0x123456});
+    EXPECT_EQ(b.unit.traces("Unexpected signal 1193046 received from manager"), 1u);
     b.timeData(KVD_TUIIF_RNT_TIME_LOCKED);
     EXPECT_EQ(b.group().received(KVD_NGPDUHIF_TIME_DATA_IND), 1u);
 }

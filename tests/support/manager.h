@@ -1,5 +1,5 @@
-// manager.h - A manager process of the test's: it hands each signal to the code under test, or runs a body of the
-// test's in its context. And the program around it, when the node has none of its own.
+// manager.h - A manager process of the test's: it hands each signal to the code under test, or runs a body of
+// the test's in its context. And the program around it, when the node has none of its own.
 #pragma once
 #include "base/trace_groups.h"
 #include "node/trace.h"
