@@ -148,8 +148,9 @@ bool isAsWanted(const Told& told, TimePair offset, const Value& wanted)
 {
     const Value step = wanted["adjustTime"], after = wanted["delta0After"];
     const auto sum = [](const Value& pair) { return vectors::number(pair[0]) + vectors::number(pair[1]); };
+    const double wantedStep = step.is_null() ? 0.0 : sum(step);
     const bool isSame = step.is_null() == !told.step.has_value() &&
-                        (!told.step || std::fabs(told.step->first + told.step->second - sum(step)) <= 1e-9);
+                        (!told.step || std::fabs(told.step->first + told.step->second - wantedStep) <= 1e-9);
     return std::fabs(offset.c + offset.f - sum(after)) <= 1e-12 && isSame;
 }
 
