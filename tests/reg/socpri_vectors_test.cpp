@@ -147,6 +147,7 @@ TEST(SocpriCheckValues, Validity)
 bool isAsWanted(const Told& told, TimePair offset, const Value& wanted)
 {
     const Value step = wanted["adjustTime"], after = wanted["delta0After"];
+    step.read();
     const auto sum = [](const Value& pair) { return vectors::number(pair[0]) + vectors::number(pair[1]); };
     const bool isSame = step.is_null() == !told.step.has_value() &&
                         (!told.step || std::fabs(told.step->first + told.step->second - sum(step)) <= 1e-9);
