@@ -1,8 +1,9 @@
 // The operator's commands: arguments, result codes, effects.
 #include "hw/kvd_hwif.h"
-#include "sig/tuiif_sig.h"
 #include "refs/kvd_ext.h"
 #include "reg/kvd_reg_measure.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
 #include "sim/board/board.h"
 #include "tests/support/unit_bench.h"
 
