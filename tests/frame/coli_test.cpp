@@ -4,6 +4,8 @@
 #include "sig/tuiif_sig.h"
 #include "refs/kvd_ext.h"
 #include "reg/kvd_reg_measure.h"
+#include "sig/ref_types.h"
+#include "sig/tuiif_sig.h"
 #include "sim/board/board.h"
 #include "tests/support/unit_bench.h"
 

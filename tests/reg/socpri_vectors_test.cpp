@@ -147,6 +147,7 @@ TEST(SocpriCheckValues, Validity)
 bool isAsWanted(const Told& told, TimePair offset, const Value& wanted)
 {
     const Value step = wanted["adjustTime"], after = wanted["delta0After"];
+    step.read();
     const auto sum = [](const Value& pair) { return vectors::number(pair[0]) + vectors::number(pair[1]); };
     const double wantedStep = step.is_null() ? 0.0 : sum(step);
     const bool isSame = step.is_null() == !told.step.has_value() &&

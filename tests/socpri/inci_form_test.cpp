@@ -13,30 +13,6 @@ using namespace bench;
 using vectors::json;
 using vectors::Value;
 
-TEST(InciReference, IsTheHashOfTheKey)
-{
-    struct Case { const char* text; u32 seed, hash; };
-    // The published algorithm, checked with its own known values, with the two changes.
-    for (const Case& c : std::to_array<Case>({
-             {"", 0, 0},                     {"", 1, 0x914ee8b7},
-             {"1", 0, 0xd416ec93},           {"12", 0, 0xb9d2af15},
-             {"123", 0, 0x5eb4b1eb},         {"1234", 0, 0x3104d636},
-             {"1234", 0xDEADBEEF, 0xfc59db7b}, {"31415926", 7, 0xf74fec78},
-             {"-2147483648", 0, 0x9d92f6cf},
-         }))
-        EXPECT_EQ(inciReferenceHash(c.text, static_cast<u32>(std::strlen(c.text)), c.seed), c.hash) << c.text;
-}
-
-TEST(InciReference, KeysGoUpAndWrap)
-{
-    i32 key = INCI_FIRST_KEY;
-    EXPECT_EQ(inciNextReference(key, 1, 0).reference, 0x3104d636u);
-    EXPECT_EQ(inciNextReference(key, 1, 0).key, 1235);
-    for (int i = 0; i < 40; ++i) inciNextReference(key, 2, 0);
-    EXPECT_EQ(key, -1);                          // an even number's keys end here
-    EXPECT_EQ(inciNextReference(key, 2, 0).reference, 0x0aa64fb7u);
-}
-
 TEST(InciBroadcast, CarriesEachFieldToItsLimits)
 {
     KvdNgpduhifSendBcmDataInd in{};
