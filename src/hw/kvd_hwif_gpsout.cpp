@@ -117,8 +117,8 @@ GpsOutReading extendGpsOutTime(const Sfc& counter, const GpsOutSources& sources,
 GpsOutStep gpsOutStep(const Sfc& counter, i32 delayEighths)
 {
     GpsOutStep step{};
-    step.t_f_out =
-        increments(counter) / INCREMENTS_PER_SECOND + delayEighths / 8 / INCREMENTS_PER_SECOND;
+    const i32 delay = delayEighths / 8;      // whole increments, cut towards zero
+    step.t_f_out = increments(counter) / INCREMENTS_PER_SECOND + delay / INCREMENTS_PER_SECOND;
     step.t_f_diff = std::ceil(step.t_f_out) - step.t_f_out;
     step.x = static_cast<u32>(step.t_f_diff * 1228800 * 100);
     step.inc = step.x % 1228800;
