@@ -227,7 +227,8 @@ private:
             {"eth-b", sim::ReferenceInput::EthernetB}};
         for (const sim::PhyPort& port : unit_.node().phyPorts().ports())
             if (r.refType == PDH_SDH_REF && port.froId == r.froId)
-                return unit_.input(port.line == 0 ? sim::ReferenceInput::Pdh1 : sim::ReferenceInput::Pdh2).present();
+                return unit_.input(port.line == 0 ? sim::ReferenceInput::Pdh1
+                                                  : sim::ReferenceInput::Pdh2).present();
         for (const auto& [name, input] : INPUTS)
             if (r.name == name) return unit_.input(input).present();
         return true;                   // looked at otherwise

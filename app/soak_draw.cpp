@@ -123,12 +123,13 @@ double Plan::source(const Drawn& u, double at_s)
     // Not a stuck 1PPS: the unit can't tell it from a quiet one until its estimate has aged.
     constexpr const char* OF_RECEIVER[] = {"antenna_open", "antenna_short", "jamming", "status_nok",
                                            "no_gpgsv", "no_pps", "silence", "garbled"};
-    constexpr const char* OF_TIME_SOURCE[] = {"wrong_checksum", "garbled", "silence", "no_info", "no_state", "late",
-                                              "no_pps"};
+    constexpr const char* OF_TIME_SOURCE[] = {"wrong_checksum", "garbled", "silence", "no_info", "no_state",
+                                              "late", "no_pps"};
     const double lasts = lasting(at_s, 5.0, 7200.0);
     if (below(5) == 0) {
-        add(u, at_s, u.gps ? "gps.power" : "cmcc.tell", u.gps ? "on = false\n" : "state = 128\nalarm = 5\n");
-        add(u, at_s + lasts, u.gps ? "gps.power" : "cmcc.tell", u.gps ? "on = true\n" : "state = 5\nalarm = 0\n");
+        const char* const what = u.gps ? "gps.power" : "cmcc.tell";
+        add(u, at_s, what, u.gps ? "on = false\n" : "state = 128\nalarm = 5\n");
+        add(u, at_s + lasts, what, u.gps ? "on = true\n" : "state = 5\nalarm = 0\n");
         return lasts;
     }
     const char* const what = u.gps ? "gps.fault" : "cmcc.fault";
@@ -138,13 +139,14 @@ double Plan::source(const Drawn& u, double at_s)
     return lasts;
 }
 
-/// The main processor has the serial line read as another reference's, and comes back to the first, by an order or
-/// as a new one that knows of that alone.
+/// The main processor has the serial line read as another reference's, and comes back to the first, by an order
+/// or as a new one that knows of that alone.
 double Plan::lineChangesHands(const Drawn& u, double at_s)
 {
     const double lasts = lasting(at_s, 10.0, 1200.0);
     const auto supervise = [&](double t, const std::string& reference, bool on) {
-        add(u, t, "mp.supervise", format("reference = \"%s\"\non = %s\n", reference.c_str(), on ? "true" : "false"));
+        add(u, t, "mp.supervise",
+            format("reference = \"%s\"\non = %s\n", reference.c_str(), on ? "true" : "false"));
     };
     supervise(at_s, u.onLine, false);
     supervise(at_s + 1, u.offLine, true);

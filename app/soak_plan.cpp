@@ -148,7 +148,8 @@ void Plan::addReceiver(Drawn& u)
     u.gps = true;
     const std::string type = oneOf(RECEIVERS);
     // The regulator takes the last one for good to a nanosecond, and locks to no noisier one.
-    text_ += format("[unit.gps]\ntype = \"%s\"\nwhite_ns = %.1f\n", type.c_str(), type == "norvane" ? 2.0 : 6.0);
+    text_ += format("[unit.gps]\ntype = \"%s\"\nwhite_ns = %.1f\n", type.c_str(),
+                    type == "norvane" ? 2.0 : 6.0);
     addReference(u, "gps", "GPS_REF", 0, 3);
     addSerialLine(u, "gps", "time-input", "HPTSI_REF", 6);
 }

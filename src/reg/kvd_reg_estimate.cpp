@@ -59,8 +59,8 @@ void phaseJump(u32 z_i, double z)
 
 double unreliableAbove(u32 z_i, double S) { return UNRELIABLE * (S + estimator::baseVariance(z_i)); }
 
-/// The next measurement begins a time scale at 0. An estimate that is farther from that than a measurement may be,
-/// as after minutes without one, would refuse all of them.
+/// The next measurement begins a time scale at 0. An estimate that is farther from that than a measurement may
+/// be, as after minutes without one, would refuse all of them.
 void timeJump(u32 z_i, double S)
 {
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "phase jump on %s reference. Set t_mod = 0.",
@@ -142,8 +142,8 @@ bool measReliability(u32 z_i, const estimator::Residual& r)
     return true;
 }
 
-/// The divider belongs to the loops while they follow their reference or hold its frequency, a slave's even when
-/// its link is deselected: the filter's own divider is that of its start then.
+/// The divider belongs to the loops while they follow their reference or hold its frequency, a slave's even
+/// when its link is deselected: the filter's own divider is that of its start then.
 int kalmanSteers()
 {
     if (KvdLoz6TuReg_isMaster() == 0 && KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized) return 0;
