@@ -56,6 +56,7 @@ void HostNet::followInterfaces()
     const ose::Time now = clock_.now();
     if (now < lookAgain_) return;
     lookAgain_ = now + LOOK_AGAIN;
+    for (const auto& port : ports_) port->lookAgain();
     for (auto& [name, i] : interfaces_) {
         if (i->stamps.card) i->stamps.card->follow();
         const unsigned index = if_nametoindex(name.c_str());

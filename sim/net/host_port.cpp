@@ -131,6 +131,11 @@ HostPort::~HostPort() { closeAll(); }
 void HostPort::open()
 {
     openFrames();
+    openBothDatagrams();
+}
+
+void HostPort::openBothDatagrams()
+{
     noDatagrams_ = openDatagrams(event_, ptp::EVENT_PORT);
     if (noDatagrams_.empty()) noDatagrams_ = openDatagrams(general_, ptp::GENERAL_PORT);
     if (noDatagrams_.empty()) return;
@@ -146,6 +151,11 @@ void HostPort::closeAll()
         s->waiting.clear();
         s->tos = 0;
     }
+}
+
+void HostPort::lookAgain()
+{
+    if (frames_.fd >= 0 && event_.fd < 0) openBothDatagrams();
 }
 
 /// One that can't be opened is tried again when the next change of the interface is seen.

@@ -51,6 +51,8 @@ public:
     }
     /// The interface is gone (0) or is another one of its name.
     void reopen(unsigned index, const CardClock* card);
+    /// What couldn't be opened may be now: the interface has the host's address, say.
+    void lookAgain();
     const std::string& interface() const { return interface_; }
     NetHost& host() const { return host_; }
     const Counts& counts() const { return counts_; }
@@ -70,6 +72,7 @@ private:
     void open();
     void closeAll();
     void openFrames();
+    void openBothDatagrams();
     std::string openDatagrams(Socket& s, u16 port);
     [[noreturn]] void fail(const std::string& what) const;
     bool receive(Socket& s, Received& r, int flags);
