@@ -67,29 +67,6 @@ TEST_F(Processes, KilledBeforeTheyRanOrByThemselves)
     EXPECT_EQ(said, "u");
 }
 
-TEST_F(Processes, TheLastWordOfAKilledProcessMayKillItsKiller)
-{
-    struct Revenge {
-        PROCESS on;
-        ~Revenge() { kill_proc(on); }
-    };
-    PROCESS killer = 0;
-    const PROCESS victim = launch("victim", 20, [&] {
-        const Revenge revenge{killer};
-        const OnStack mark{&said, 'v'};
-        takeNumber();
-    });
-    killer = launch("killer", 21, [&] {
-        const OnStack mark{&said, 'k'};
-        kill_proc(victim);
-        said += "went on";
-    });
-    world.runFor(1 * MS);
-    EXPECT_EQ(said, "vk");
-    EXPECT_FALSE(system.alive(killer));
-    EXPECT_FALSE(system.alive(victim));
-}
-
 TEST_F(Processes, AnInterruptMayKillWhomItInterrupts)
 {
     static PROCESS victim;
@@ -168,19 +145,6 @@ TEST_F(Processes, AttachTellsOfADeathWhateverItsCause)
     }
 }
 
-TEST_F(Processes, AttachToTheDeadComesBackAtOnce)
-{
-    const PROCESS gone = launch("gone", 20, [] {});
-    world.runFor(0);
-    system.call(block, [&] {
-        AttachRef ref = attach(nullptr, gone);
-        EXPECT_NE(ref, 0u);
-        EXPECT_EQ(takeNumber(), 252u);
-        detach(&ref);   // spent
-        EXPECT_EQ(ref, 0u);
-    });
-}
-
 TEST_F(Processes, DetachEndsSupervision)
 {
     const PROCESS mortal = launch("mortal", 20, [] { delay(10); });
@@ -208,45 +172,6 @@ TEST_F(Processes, DetachEndsSupervision)
 }
 
 // ---- hunt ---------------------------------------------------------------------------------------
-
-TEST_F(Processes, HuntBeforeAndAfterTheProcessIsThere)
-{
-    PROCESS answered = 0;
-    launch("hunter", 10, [&] {
-        Signal* sig = alloc(12, 800);
-        PROCESS found = 1234;
-        EXPECT_EQ(hunt("server", 0, &found, &sig), 0u);
-        EXPECT_EQ(found, 1234u);
-        EXPECT_EQ(sig, nullptr);
-        sig = receive(ANY_SIGNAL);
-        answered = sender(&sig);
-        said += std::to_string(sig->sigNo) + "@" + std::to_string(get_ticks()) + " ";
-        free_buf(&sig);
-
-        sig = alloc(12, 801);
-        EXPECT_EQ(hunt("server", 0, &found, &sig), answered);
-        EXPECT_EQ(found, answered);
-        EXPECT_EQ(takeNumber(), 801u);
-        EXPECT_EQ(hunt("server", 0, nullptr, nullptr), answered);
-    });
-    world.runFor(5 * MS);
-    const PROCESS server = system.spawn("server", 20, [] { takeNumber(); });
-    world.runFor(5 * MS);
-    EXPECT_EQ(answered, server);
-    EXPECT_EQ(said, "800@5 ");
-}
-
-TEST_F(Processes, ANameThatIsNeverFound)
-{
-    system.faults().neverFound = {"server"};
-    system.spawn("server", 20, [] { takeNumber(); });
-    system.call(block, [&] {
-        Signal* sig = alloc(4, 800);
-        EXPECT_EQ(hunt("server", 0, nullptr, &sig), 0u);
-        EXPECT_EQ(receive_w_tmo(1000, ANY_SIGNAL), nullptr);
-    });
-    EXPECT_EQ(block.poolUsed(), 0u);
-}
 
 // ---- end of a program ---------------------------------------------------------------------------
 
@@ -301,42 +226,6 @@ TEST_F(Processes, ErrorEndsTheProgramFromWhereverItIsCalled)
         system.unload(b);
     }
     EXPECT_NE(system.find("idle_lm"), 0u);   // the fixture's own program still runs
-}
-
-TEST_F(Processes, AProgramMayKillItsOwnBlockAndBeLoadedAgain)
-{
-    Block& b = system.load(IDLE);
-    Block* again = nullptr;
-    system.onProgramEnd([&](Block& ended, u32 code, const std::string&) {
-        EXPECT_EQ(&ended, &b);
-        said += "ended " + std::to_string(code);
-        system.unload(ended);
-        again = &system.load(IDLE);
-    });
-    system.launch(b, "p", 20, [] { kill_proc(get_bid(current_process())); });
-    world.runFor(1 * SEC);
-    EXPECT_EQ(said, "ended 0");
-    ASSERT_NE(again, nullptr);
-    system.call(*again, [&] { said += " and on"; });
-    EXPECT_EQ(said, "ended 0 and on");
-}
-
-TEST_F(Processes, MainThreadRunsWithTheConfiguredNameAndPriority)
-{
-    static std::string* out;
-    out = &said;
-    const ConfigLine config[] = {{"OSE_LM_MAIN_NAME", "kvd_lm"}, {"OSE_LM_MAIN_PRIORITY", "12"}};
-    const Program program{"prog", [] {
-        *out += process_name(current_process());
-        *out += " ";
-        delay(1000);
-    }, config};
-    launch("other11", 11, [&] { said += "11 "; });
-    launch("other13", 13, [&] { said += "13 "; });
-    Block& b = system.load(program);
-    EXPECT_EQ(b.name(), "prog");
-    world.runFor(0);
-    EXPECT_EQ(said, "11 kvd_lm 13 ");
 }
 
 // ---- stacks -------------------------------------------------------------------------------------

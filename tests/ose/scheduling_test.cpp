@@ -60,21 +60,6 @@ TEST_F(Scheduling, APreemptedProcessGoesOnBeforeItsEquals)
     EXPECT_EQ(said, "high first second ");
 }
 
-TEST_F(Scheduling, StartRunsAHigherProcessAtOnce)
-{
-    static std::string* out;
-    out = &said;
-    launch("starter", 16, [&] {
-        for (const u32 priority : {15u, 16u, 17u}) {
-            start(create_process(
-                KIND_PRIORITISED, "child", [] { *out += "child "; }, 2000, priority, 0, 0));
-            said += "after" + std::to_string(priority) + " ";
-        }
-    });
-    world.runFor(0);
-    EXPECT_EQ(said, "child after15 after16 after17 child child ");
-}
-
 TEST_F(Scheduling, AnInterruptRunsToItsEndBeforeWhomItWoke)
 {
     static PROCESS target;
@@ -146,26 +131,6 @@ TEST_F(Scheduling, AnInterruptProcessMayNotWait)
     EXPECT_EQ(log.expectMisuse("waits in an interrupt process").process, "isr");
 }
 
-TEST_F(Scheduling, ATimerInterruptKeepsItsPeriodUntilKilled)
-{
-    static std::string* out;
-    out = &said;
-    PROCESS ticker = 0;
-    launch("owner", 10, [&] {
-        delay(3);
-        ticker = create_process(
-            KIND_TIMER_INTERRUPT, "ticker", [] { *out += std::to_string(get_ticks()) + " "; }, 2048,
-            16, 100, 0);
-        start(ticker);
-        delay(350);
-        kill_proc(ticker);
-        delay(1000);
-    });
-    world.runFor(1 * SEC);
-    EXPECT_EQ(said, "103 203 303 ");
-    EXPECT_FALSE(system.alive(ticker));
-}
-
 // ---- virtual time -------------------------------------------------------------------------------
 
 TEST_F(Scheduling, EqualDueTimesRunInOrderOfRequest)
@@ -203,19 +168,6 @@ TEST_F(Scheduling, EventsInThePastRunNowAndCancelledOnesNever)
     world.runFor(10 * MS);
     EXPECT_EQ(said, "past first second ");
     EXPECT_EQ(world.now(), 1 * SEC + 20 * MS);
-}
-
-TEST_F(Scheduling, RunUntilTrueEndsWithTheInstantThatMadeItTrue)
-{
-    int n = 0;
-    for (int i = 1; i <= 5; ++i) world.after(i * MS, [&] { ++n; });
-    EXPECT_TRUE(world.runUntilTrue([&] { return n == 3; }, 1 * SEC));
-    EXPECT_EQ(world.now(), 3 * MS);
-    EXPECT_FALSE(world.runUntilTrue([&] { return n == 9; }, 7 * MS));
-    EXPECT_EQ(world.now(), 10 * MS);
-    EXPECT_EQ(n, 5);
-    EXPECT_TRUE(world.runUntilTrue([] { return true; }, 1 * SEC));
-    EXPECT_EQ(world.now(), 10 * MS);
 }
 
 TEST_F(Scheduling, StopEndsTheRunAfterTheInstant)
@@ -341,18 +293,6 @@ TEST_F(Scheduling, ACallThatCanNeverEndIsReported)
 
 // ---- the host's clock ---------------------------------------------------------------------------
 
-TEST_F(Scheduling, PacedTimeKeepsToTheWallClock)
-{
-    using Clock = std::chrono::steady_clock;
-    launch("sleeper", 20, [&] { for (;;) delay(100); });
-    world.setPace(10.0);
-    const auto began = Clock::now();
-    world.runFor(1 * SEC);
-    const double passed = std::chrono::duration<double>(Clock::now() - began).count();
-    EXPECT_GE(passed, 0.099);
-    EXPECT_LT(passed, 5.0);   // generous: the machine may be busy
-}
-
 TEST_F(Scheduling, WorkOfTheHostRunsInTheWorldOfItsTime)
 {
     world.setPace(1.0);
@@ -373,55 +313,10 @@ TEST_F(Scheduling, WorkOfTheHostRunsInTheWorldOfItsTime)
     EXPECT_LT(world.now(), 60 * SEC);
 }
 
-TEST_F(Scheduling, SignalsOfTheHostDisturbNoSwitch)
-{
-    static volatile std::sig_atomic_t came;
-    came = 0;
-    struct sigaction count{}, before{};
-    count.sa_handler = [](int) { came = came + 1; };
-    sigaction(SIGALRM, &count, &before);
-    const itimerval often{{0, 200}, {0, 200}}, never{};
-    setitimer(ITIMER_REAL, &often, nullptr);
-    u32 rounds = 0;
-    const PROCESS echo = launch("echo", 10, [] {
-        for (;;) {
-            Signal* sig = receive(ANY_SIGNAL);
-            const PROCESS from = sender(&sig);
-            send(&sig, from);
-        }
-    });
-    launch("asker", 20, [&] {
-        for (; came < 20; delay(1)) {
-            for (int i = 0; i < 100; ++i, ++rounds) {
-                sendNumber(echo, 1);
-                takeNumber();
-            }
-        }
-        world.stop();
-    });
-    world.runFor(3600 * SEC);
-    setitimer(ITIMER_REAL, &never, nullptr);
-    sigaction(SIGALRM, &before, nullptr);
-    EXPECT_GE(came, 20);
-    EXPECT_EQ(rounds, 100u * static_cast<u32>(world.now() / MS));
-}
-
 TEST_F(Scheduling, AWorldStaysOnItsHostThread)
 {
     EXPECT_DEATH(std::thread([this] { world.runFor(1); }).join(),
                  "a world belongs to the host thread that has run it first");
-}
-
-TEST_F(Scheduling, PostedWorkRunsInFullSpeedToo)
-{
-    int done = 0;
-    launch("busy", 20, [&] { for (;;) delay(1); });
-    std::thread host([&] {
-        for (int i = 0; i < 100; ++i)
-            world.post([&] { ++done; });
-    });
-    EXPECT_TRUE(world.runUntilTrue([&] { return done == 100; }, 3600 * 1000 * SEC));
-    host.join();
 }
 
 }  // namespace

@@ -10,66 +10,6 @@ namespace {
 
 class Signals : public Kernel {};
 
-TEST_F(Signals, ArriveInOrderOfSendingWithSenderAndSize)
-{
-    PROCESS from = 0, self = 0;
-    const PROCESS taker = launch("taker", 20, [&] {
-        for (int i = 0; i < 3; ++i) {
-            Signal* sig = receive(ANY_SIGNAL);
-            from = sender(&sig);
-            said += std::to_string(sig->sigNo) + ":" + std::to_string(sigsize(&sig)) + " ";
-            free_buf(&sig);
-            EXPECT_EQ(sig, nullptr);
-        }
-    });
-    launch("giver", 10, [&] {
-        self = current_process();
-        for (u32 i = 0; i < 3; ++i) {
-            Signal* sig = alloc(4 + 5 * i, 100 + i);
-            EXPECT_EQ(sender(&sig), self);
-            send(&sig, taker);
-            EXPECT_EQ(sig, nullptr);
-        }
-    });
-    world.runFor(0);
-    EXPECT_EQ(said, "100:4 101:9 102:14 ");
-    EXPECT_EQ(from, self);
-    EXPECT_EQ(block.poolUsed(), 0u);
-}
-
-TEST_F(Signals, SelectionLeavesTheOthersInOrder)
-{
-    system.call(block, [&] {
-        const PROCESS self = current_process();
-        for (const SIGSELECT n : {1u, 2u, 3u, 2u, 4u}) sendNumber(self, n);
-        const SIGSELECT twos[] = {1, 2};
-        const SIGSELECT threeOrFour[] = {2, 4, 3};
-        EXPECT_EQ(takeNumber(twos), 2u);
-        EXPECT_EQ(takeNumber(threeOrFour), 3u);
-        EXPECT_EQ(takeNumber(), 1u);
-        EXPECT_EQ(takeNumber(), 2u);
-        EXPECT_EQ(takeNumber(), 4u);
-        EXPECT_EQ(receive_w_tmo(0, ANY_SIGNAL), nullptr);
-    });
-}
-
-TEST_F(Signals, ASignalOutsideOfTheSelectionDoesNotWake)
-{
-    const PROCESS taker = launch("taker", 10, [&] {
-        const SIGSELECT seven[] = {1, 7};
-        EXPECT_EQ(takeNumber(seven), 7u);
-        said += "took 7 at " + std::to_string(get_ticks());
-        EXPECT_EQ(takeNumber(), 6u);
-    });
-    launch("giver", 20, [&] {
-        sendNumber(taker, 6);
-        delay(25);
-        sendNumber(taker, 7);
-    });
-    world.runFor(1 * SEC);
-    EXPECT_EQ(said, "took 7 at 25");
-}
-
 TEST_F(Signals, ReceiveWithTimeOut)
 {
     struct Case { const char* when; OSTIME sentAfter; bool comes; u32 until; };
@@ -110,20 +50,6 @@ TEST_F(Signals, AreZeroedEvenWhenTheBufferIsUsedAgain)
             free_buf(&sig);
         }
     });
-}
-
-TEST_F(Signals, ToTheDeadAndTheUnknownAreFreed)
-{
-    const PROCESS shortLived = launch("short", 20, [] {});
-    world.runFor(0);
-    system.call(block, [&] {
-        for (const PROCESS nobody : {shortLived, PROCESS{0}, PROCESS{0xFFFFFFFF}, block.id()}) {
-            Signal* sig = alloc(4, 1);
-            send(&sig, nobody);
-            EXPECT_EQ(sig, nullptr);
-        }
-    });
-    EXPECT_EQ(block.poolUsed(), 0u);
 }
 
 TEST_F(Signals, RestoreTakesOverFromAnInterruptProcess)
@@ -228,20 +154,6 @@ TEST_F(Signals, AWriteBehindTheEndIsFoundWhenTheBufferGoesOn)
     EXPECT_EQ(log.expectMisuse("written past its end").sigNo, 42u);
 }
 
-TEST_F(Signals, AFreedSignalReadsAsNoneOfTheProgramsNumbers)
-{
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "the address sanitizer ends the read";
-#else
-    system.call(block, [] {
-        Signal* sig = alloc(8, 42);
-        const volatile Signal* stale = sig;
-        free_buf(&sig);
-        EXPECT_NE(stale->sigNo, 42u);
-    });
-#endif
-}
-
 // ---- pool ---------------------------------------------------------------------------------------
 
 TEST_F(Signals, SizeLimitsOnBothSides)
@@ -292,26 +204,6 @@ TEST_F(Signals, APoolCountsWholeSizeClassesAndItsEndEndsTheProgram)
     EXPECT_NE(ends[0].text.find("signals_test.cpp"), std::string::npos) << ends[0].text;
     EXPECT_EQ(block.poolPeak(), 1974u);
     EXPECT_EQ(block.poolUsed(), 0u);
-}
-
-TEST_F(Signals, ABufferOutlivesItsProgramInAnothersHands)
-{
-    std::string text;
-    const PROCESS server = system.spawn("server", 20, [&] {
-        Signal* sig = receive(ANY_SIGNAL);
-        delay(100);
-        text = reinterpret_cast<const char*>(sig + 1);
-        free_buf(&sig);
-    });
-    system.call(block, [&] {
-        Signal* sig = alloc(20, 1);
-        std::strcpy(reinterpret_cast<char*>(sig + 1), "still here");
-        send(&sig, server);
-    });
-    EXPECT_EQ(block.poolUsed(), 31u);
-    system.unload(block);
-    world.runFor(200 * MS);
-    EXPECT_EQ(text, "still here");
 }
 
 }  // namespace

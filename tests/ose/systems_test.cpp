@@ -25,78 +25,6 @@ protected:
     System& far;
 };
 
-TEST_F(Linked, ASignalIsCopiedAndCanBeAnswered)
-{
-    struct Pair { SIGSELECT sigNo; u32 value; };
-    PROCESS askerAsSeen = 0;
-    far.spawn("server", 20, [&] {
-        for (;;) {
-            Signal* sig = receive(ANY_SIGNAL);
-            const PROCESS from = sender(&sig);
-            askerAsSeen = from;
-            reinterpret_cast<Pair*>(sig)->value += 1;
-            EXPECT_EQ(sigsize(&sig), 8u);
-            EXPECT_STREQ(process_name(from), "home/asker");
-            send(&sig, from);
-        }
-    });
-    system.call(block, [&] {
-        const PROCESS server = hunt("peer/server", 0, nullptr, nullptr);
-        ASSERT_NE(server, 0u);
-        EXPECT_STREQ(process_name(server), "peer/server");
-        EXPECT_EQ(hunt("server", 0, nullptr, nullptr), 0u);   // not a name of this system
-        Signal* sig = alloc(sizeof(Pair), 5);
-        reinterpret_cast<Pair*>(sig)->value = 41;
-        send(&sig, server);
-        EXPECT_EQ(block.poolUsed(), 0u); // the copy is in the other system's pool
-        sig = receive(ANY_SIGNAL);
-        EXPECT_EQ(reinterpret_cast<Pair*>(sig)->value, 42u);
-        EXPECT_EQ(sender(&sig), server);
-        free_buf(&sig);
-    }, 15, "asker");
-    EXPECT_FALSE(far.alive(askerAsSeen));   // the proxy went with the asker
-}
-
-TEST_F(Linked, AHuntWaitsForTheProcessThenItsDeathIsTold)
-{
-    launch("hunter", 15, [&] {
-        Signal* sig = alloc(4, 500);
-        EXPECT_EQ(hunt("peer/server", 0, nullptr, &sig), 0u);
-        EXPECT_EQ(sig, nullptr);
-        sig = receive(ANY_SIGNAL);
-        const PROCESS server = sender(&sig);
-        said += "found " + std::to_string(sig->sigNo) + " at " + std::to_string(get_ticks()) + " ";
-        free_buf(&sig);
-        attach(nullptr, server);
-        sig = receive(ANY_SIGNAL);
-        EXPECT_EQ(sender(&sig), server);
-        EXPECT_EQ(process_name(server), nullptr);
-        said += "lost " + std::to_string(sig->sigNo) + " at " + std::to_string(get_ticks());
-        free_buf(&sig);
-    });
-    PROCESS server = 0;
-    world.after(10 * MS, [&] { server = far.spawn("server", 20, [] { takeNumber(); }); });
-    world.after(30 * MS, [&] { far.kill(server); });
-    world.runFor(1 * SEC);
-    EXPECT_EQ(said, "found 500 at 10 lost 252 at 30");
-}
-
-TEST_F(Linked, AHuntMayComeBeforeTheLink)
-{
-    far.spawn("server", 20, [] { takeNumber(); });
-    launch("hunter", 15, [&] {
-        Signal* sig = alloc(4, 500);
-        EXPECT_EQ(hunt("other/server", 0, nullptr, &sig), 0u);
-        takeNumber();
-        said = "found";
-    });
-    world.runFor(10 * MS);
-    EXPECT_EQ(said, "");
-    world.link(system, "other", far);
-    world.runFor(10 * MS);
-    EXPECT_EQ(said, "found");
-}
-
 TEST_F(Linked, APathThatIsGoneTakesTheProcessesBehindItAlong)
 {
     far.spawn("server", 20, [] {
@@ -130,89 +58,6 @@ TEST_F(Linked, APathThatIsGoneTakesTheProcessesBehindItAlong)
     world.after(50 * MS, [&] { world.unlink(system, "other way"); });
     world.runFor(1 * SEC);
     EXPECT_EQ(said, "7 501 at 10 7 501 at 50 ");
-}
-
-/// Says farewell when the stack is unwound.
-struct Farewell {
-    PROCESS to;
-    ~Farewell() { sendNumber(to, 9); }
-};
-
-TEST_F(Linked, WhoCannotBeAnsweredIsAnIdThatIsDeadAlready)
-{
-    far.spawn("server", 20, [&] {
-        for (;;) {
-            Signal* sig = receive(ANY_SIGNAL);
-            const PROCESS from = sender(&sig);
-            const bool dead = process_name(from) == nullptr;
-            said += std::to_string(sig->sigNo) + (dead ? " dead " : " alive ");
-            send(&sig, from);
-            if (!dead) continue;
-            attach(nullptr, from);
-            EXPECT_EQ(takeNumber(), 252u);
-        }
-    });
-    const PROCESS client = launch("client", 15, [&] {
-        const Farewell farewell{hunt("peer/server", 0, nullptr, nullptr)};
-        for (const SIGSELECT n : {1u, 2u, 3u}) {
-            sendNumber(farewell.to, n);
-            Signal* answer = receive_w_tmo(100, ANY_SIGNAL);
-            said += answer != nullptr ? "answered " : "lost ";
-            if (answer != nullptr) free_buf(&answer);
-            delay(100);
-        }
-        receive(ANY_SIGNAL);
-    });
-    world.at(50 * MS, [&] { world.unlink(far, "home"); });    // the way back alone
-    world.at(170 * MS, [&] { world.link(far, "home", system); });
-    world.at(400 * MS, [&] { system.kill(client); });
-    world.runFor(1 * SEC);
-    EXPECT_EQ(said, "1 alive answered 2 dead lost 3 alive answered 9 dead ");
-}
-
-TEST_F(Linked, SignalsCanBeLostOnTheWayInEitherDirection)
-{
-    std::string taken;
-    far.spawn("server", 20, [&] { for (;;) taken += std::to_string(takeNumber()) + " "; });
-    const auto sendThree = [&] {
-        const PROCESS server = hunt("peer/server", 0, nullptr, nullptr);
-        for (const SIGSELECT n : {1u, 2u, 3u}) sendNumber(server, n);
-    };
-    system.faults().loseSignal = [](const std::string& from, const std::string& to, SIGSELECT n) {
-        return from == "giver" && to == "server" && n == 2;
-    };
-    system.call(block, sendThree, 15, "giver");
-    system.call(block, sendThree, 15, "another");
-    far.faults().loseSignal = [](const std::string&, const std::string&, SIGSELECT n) {
-        return n == 1;
-    };
-    system.call(block, sendThree, 15, "giver");
-    world.runFor(0);
-    EXPECT_EQ(taken, "1 3 1 2 3 3 ");
-    EXPECT_EQ(block.poolUsed(), 0u);
-}
-
-TEST_F(Linked, AnInjectedSignalCrossesTheLinkForALivingSender)
-{
-    std::string taken;
-    far.spawn("server", 20, [&] {
-        for (;;) {
-            Signal* sig = receive(ANY_SIGNAL);
-            taken += std::string(process_name(sender(&sig))) + " ";
-            free_buf(&sig);
-        }
-    });
-    const PROCESS client = launch("client", 20, [] { takeNumber(); });
-    PROCESS server = 0;
-    system.call(block, [&] { server = hunt("peer/server", 0, nullptr, nullptr); });
-    const SIGSELECT number = 7;
-    const auto bytes = std::as_bytes(std::span(&number, 1));
-    system.inject(bytes, server, client);
-    system.inject(bytes, server, 0);      // nobody could be answered: dropped
-    system.inject(bytes, client, server); // to its own system, from the far one
-    world.runFor(0);
-    EXPECT_EQ(taken, "home/client ");
-    EXPECT_FALSE(system.alive(client));   // it took its signal and returned
 }
 
 TEST_F(Linked, AKillDoesNotCrossTheLink)
@@ -265,42 +110,6 @@ TEST_F(Programs, EachHasItsOwnDataFromLoadToUnload)
     Block& third = system.load(IDLE);
     const DataScope scope(third);
     EXPECT_EQ(s->count, 7u);
-}
-
-TEST_F(Programs, InterruptsUseTheDataOfTheirProgram)
-{
-    Block& second = system.load(IDLE);
-    for (Block* b : {&block, &second}) {
-        system.launch(*b, "owner", 20, [b, this] {
-            start(create_process(
-                KIND_INTERRUPT, "isr", [] { ++s->count; }, 2048, 19, 0, b == &block ? 1 : 2));
-            delay(1000);
-        });
-    }
-    world.runFor(0);
-    system.launch(second, "raiser", 20, [&] {
-        for (int i = 0; i < 3; ++i) system.raise(1);   // of the other program
-        system.raise(2);
-        EXPECT_EQ(s->count, 8u);
-    });
-    world.runFor(0);
-    const DataScope scope(block);
-    EXPECT_EQ(s->count, 10u);
-}
-
-TEST_F(Programs, EnvironmentBelongsToTheBlock)
-{
-    Block& second = system.load(IDLE);
-    system.call(block, [&] {
-        const BLOCK bid = get_bid(current_process());
-        EXPECT_EQ(bid, block.id());
-        EXPECT_EQ(get_env(bid, "KEY"), nullptr);
-        set_env(bid, "KEY", "1");
-        set_env(bid, "KEY", "2");
-        EXPECT_STREQ(get_env(bid, "KEY"), "2");
-        EXPECT_EQ(get_env(second.id(), "KEY"), nullptr);
-        EXPECT_EQ(get_env(0, "KEY"), nullptr);
-    });
 }
 
 TEST_F(Programs, ABadConfigurationIsRefused)
@@ -400,34 +209,6 @@ TEST_F(Programs, AProcessThatReturnsOrIsKilledByItsProgramWithABufferLeaksIt)
         EXPECT_EQ(log.expectMisuse("leaked").process, "careless");
     }
     EXPECT_EQ(block.poolUsed(), 0u);
-}
-
-TEST_F(Programs, UnloadAndLoadFromAnEvent)
-{
-    Block* now = &block;
-    struct OnStack {
-        std::string* out;
-        ~OnStack() { *out += "unwound "; }
-    };
-    const auto sleeper = [this] {
-        const OnStack mark{&said};
-        for (;;) delay(7);
-    };
-    launch("sleeper", 20, sleeper);
-    for (int i = 1; i <= 3; ++i) {
-        world.after(i * 10 * MS, [&] {
-            system.unload(*now);
-            EXPECT_EQ(system.find("sleeper"), 0u);
-            said += "gone ";
-            now = &system.load(IDLE);
-            system.launch(*now, "sleeper", 20, sleeper);
-        });
-    }
-    world.runFor(1 * SEC);
-    EXPECT_EQ(said, "unwound gone unwound gone unwound gone ");
-    system.unload(*now);
-    EXPECT_EQ(said, "unwound gone unwound gone unwound gone unwound ");
-    EXPECT_EQ(system.find("idle_lm"), 0u);
 }
 
 // ---- worlds -------------------------------------------------------------------------------------

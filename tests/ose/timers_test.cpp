@@ -10,35 +10,6 @@ class Timers : public Kernel {};
 
 constexpr Time FOREVER_AFTER = INT64_MAX - 1;
 
-TEST_F(Timers, DeliverOnceToWhoAsked)
-{
-    system.call(block, [&] {
-        const PROCESS self = current_process();
-        const TimerRef ref = request_tmo(40, 700);
-        EXPECT_NE(ref, 0u);
-        Signal* sig = receive(ANY_SIGNAL);
-        EXPECT_EQ(get_ticks(), 40u);
-        EXPECT_EQ(sig->sigNo, 700u);
-        EXPECT_EQ(sigsize(&sig), 4u);
-        EXPECT_EQ(sender(&sig), self);
-        free_buf(&sig);
-        EXPECT_EQ(receive_w_tmo(1000, ANY_SIGNAL), nullptr);
-    });
-    EXPECT_EQ(block.poolUsed(), 0u);
-}
-
-TEST_F(Timers, RunOutInOrderOfDueTimeThenOfRequest)
-{
-    system.call(block, [&] {
-        request_tmo(20, 3);
-        request_tmo(10, 1);
-        request_tmo(20, 4);
-        request_tmo(10, 2);
-        request_tmo(0, 0x10);
-        for (const SIGSELECT n : {0x10u, 1u, 2u, 3u, 4u}) EXPECT_EQ(takeNumber(), n);
-    });
-}
-
 TEST_F(Timers, CancelBeforeAndAfterTheTimeOutIsQueued)
 {
     system.call(block, [&] {
