@@ -12,20 +12,6 @@ namespace {
 std::size_t lines(IdleNode& b, const std::string& text) { return b.node.traces().count({text}); }
 }  // namespace
 
-TEST(Trace, StartsWithCheckErrorAndInfo)
-{
-    IdleNode b;
-    std::array<bool, 19> on{};
-    b.in([&] {
-        node::traceAttachProcess();
-        for (u8 level = 0; level < 19; ++level) on[level] = node::traceIsOn(level);
-    });
-    for (u8 level = 0; level < 19; ++level) {
-        SCOPED_TRACE(int{level});
-        EXPECT_EQ(on[level], level == 0 || level == 1 || level == 4);
-    }
-}
-
 TEST(Trace, MaskBelongsToTheProcessAndTheProgramsMaskToAll)
 {
     IdleNode b;
@@ -92,17 +78,6 @@ TEST(Trace, TextThatDoesntFitIsCutAndCounted)
         ASSERT_EQ(lines(b, "zzz"), 1u);
         EXPECT_EQ(b.node.traces().last({"zzz"})->text, std::string(c.kept, 'z'));
     }
-}
-
-TEST(Trace, IsSilentOutsideOfAnyProcess)
-{
-    IdleNode b;
-    b.node.inProgram([] {
-        KVD_TRACE(0, TRACE_ERROR, "nobody says this");
-        return 0;
-    });
-    KVD_TRACE(0, TRACE_ERROR, "nor this");
-    EXPECT_EQ(b.node.traces().written(), 0u);
 }
 
 TEST(ReceivedSignal, ShorterThanItsLayoutIsRefusedWithATrace)
