@@ -144,33 +144,6 @@ TEST(MemContent, OutlivesProgramAndBoardButNotPowerOrAWipe)
     }
 }
 
-TEST(MemContent, OneFlippedByteIsNoData)
-{
-    struct Flip { u32 client; const char* region; u32 byte; int good; };
-    for (const Flip& f : {Flip{1, "TuRegHistData", 0, 0}, Flip{1, "TuRegHistData", 6, 0},
-                          Flip{1, "TuRegHistData", 11, 0}, Flip{1, "TuRegHistData", 455, 0},
-                          Flip{2, "GpsOutMfnOffset", 0, 0}, Flip{2, "GpsOutMfnOffset", 7, 0},
-                          Flip{2, "GpsOutV1", 3, 0}, Flip{3, "TuRegNfDataV0", 3, 0},
-                          Flip{3, "TuRegNfDataV0", 15, 0}, Flip{4, "SlaveWarmData", 0, 0},
-                          Flip{4, "SlaveWarmData", 39, 0}}) {
-        SCOPED_TRACE(std::string(f.region) + " " + std::to_string(f.byte));
-        const ClientCase c = clients()[f.client - 1];
-        MemBench b;
-        b.withRegions([&] { EXPECT_EQ(write(c), 1); });
-        ASSERT_TRUE(b.msi().flip(f.region, f.byte));
-        b.node.restart(4);
-        b.withRegions([&] { EXPECT_EQ(readBack(c), f.good); });
-    }
-    // A spare byte of the fourth word doesn't count.
-    MemBench b;
-    u8 read[16] = {};
-    b.withRegions([&] { EXPECT_EQ(write(clients()[2]), 1); });
-    ASSERT_TRUE(b.msi().flip("TuRegNfDataV0", 7));
-    b.node.restart(4);
-    b.withRegions([&] { EXPECT_EQ(KvdLoz6TuMem_read(3, read, 16), 1); });
-    EXPECT_EQ(read[8], 0xC0);
-}
-
 TEST(MemContent, ReadsThatRepeatAndRecordsThatAreNone)
 {
     MemBench b;
@@ -291,33 +264,4 @@ TEST(MemSlaveWarm, WaitsForItsRegionAndIsStoredOnce)
           "Memory allocation data: name=SlaveWarmData, size=40, clientRef=4, clear=T"})
         EXPECT_TRUE(b.node.traces().has(text)) << text;
     EXPECT_EQ(b.node.traces().count({"Updated IDL2 Slave MSI memory"}), 1u);
-}
-
-TEST(MemNfData, KeepsTheDateOfFrameNumberZeroAcrossARestart)
-{
-    // Regulating since 3 min: the date 1980-01-06 00:00:00 lies 19 s before the epoch, -19.0 is
-    // C0 33 00... A region that is confirmed only then gets the present value too.
-    for (const u32 delay_ms : {0u, 160'000u}) {
-        SCOPED_TRACE(delay_ms);
-        bench::Unit u;
-        u.node.msi().delay_ms = delay_ms;
-        u.node.powerOn();
-        u.run(500);
-        ASSERT_GE(u.node.inProgram(KvdLoz6TuReg_initiateState), 2u);
-        std::string shown;
-        u.command("kvdinfo tumem", shown);
-        EXPECT_NE(shown.find(" alloc\n"), shown.npos) << "no former life";
-        const sim::MsiRegion* const region = u.node.msi().region("TuRegNfDataV0");
-        ASSERT_NE(region, nullptr);
-        EXPECT_EQ(Bytes(region->bytes.begin() + 8, region->bytes.end()),
-                  (Bytes{0xC0, 0x33, 0, 0, 0, 0, 0, 0}));
-
-        u.node.msi().delay_ms = 0;
-        u.node.mainProcessor().config.sfnInitTime = {1980, 1, 6, 0, 0, 10};
-        u.node.restart(4);
-        u.run(1);
-        EXPECT_EQ(u.node.inProgram(KvdLoz6TuReg_restartDelta), 10.0);
-        u.command("kvdinfo tumem", shown);
-        EXPECT_NE(shown.find(" recovered\n"), shown.npos);
-    }
 }
