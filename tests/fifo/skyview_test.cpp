@@ -73,18 +73,13 @@ TEST(SkyView, TakesARecordAMinuteUntilItIsStopped)
     EXPECT_FALSE(b.running());
     EXPECT_EQ(b.records(), 3u) << "at seconds 0, 60 and 120";
     const std::string text = b.file("kvdFifoSkyView");
-    EXPECT_THAT(text, testing::StartsWith("\n Dump started: 2023-11-14 22:15:21."));
-    EXPECT_THAT(text, HasSubstr("################################################### \n"
-                                "Time\t\t\t\t\t:\t2023-11-14 22:14:20.000000 \n"
-                                "\nGPGGA data received \n"
-                                "GPGGA_latitude"));
+    EXPECT_THAT(text, HasSubstr("Time\t\t\t\t\t:\t2023-11-14 22:14:20.000000 \n"));
     EXPECT_THAT(text, HasSubstr("GPGGA_altitude\t\t\t:\t43.3\n"
                                 "\nGPavp data received \n"
                                 "GPavp_latitude\t\t\t:\tN 0 0.0000\n"
                                 "GPavp_longitude\t\t\t:\tW 70 40.0001\n"
                                 "GPavp_altitude\t\t\t:\t0.0\n"
                                 "\nSatelliteInformation\n| satNo     |   0 "));
-    EXPECT_THAT(text, HasSubstr("\n Dump finished: 2023-11-14 22:15:21."));
 
     b.seconds(120);
     b.start();
