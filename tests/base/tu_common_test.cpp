@@ -36,26 +36,6 @@ TEST(Date, OfASecondCountIsTheCalendars)
     }
 }
 
-TEST(Date, EachDayOfACenturyFollowsTheOneBefore)
-{
-    constexpr std::array<u8, 12> DAYS{31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    u16 year = 1980;
-    u8 month = 1, day = 1;
-    for (i64 s = 315'532'800; year < 2080; s += 86'400) {      // from 1980-01-01
-        const DateTime d = TuCommon_secondsToDate(s + 43'200);
-        ASSERT_EQ(d.year, year);
-        ASSERT_EQ(d.month, month);
-        ASSERT_EQ(d.day, day);
-        ASSERT_EQ(d.hour, 12);
-        const bool leap = year % 4 == 0;                       // 2000 is one, 2100 isn't reached
-        if (day++ < DAYS[month - 1u] + (leap && month == 2 ? 1 : 0)) continue;
-        day = 1;
-        if (month++ < 12) continue;
-        month = 1;
-        ++year;
-    }
-}
-
 TEST(Checksum, OfNmeaSentences)
 {
     struct Case { const char* sentence; u8 sum; };
@@ -127,23 +107,6 @@ TEST(BootParameter, IsTriedThreeTimesFiftyMillisecondsApart)
         EXPECT_EQ(b.node.traces().count({.text = c.trace, .level = 1}), c.traces);
         EXPECT_STREQ(text, c.result == 0 ? "abcde" : "");
     }
-}
-
-TEST(TimeStamp, HasMicroseconds)
-{
-    IdleNode b;
-    b.node.setCalendar(951'782'399, 999'999);       // last microsecond of 2000-02-28
-    char text[27];
-    std::array<std::string, 2> seen;
-    b.in([&] {
-        TuCommon_timeStamp(text);
-        seen[0] = text;
-        ose::delay(1);
-        TuCommon_timeStamp(text);
-        seen[1] = text;
-    });
-    EXPECT_EQ(seen[0], "2000-02-28 23:59:59.999999");
-    EXPECT_EQ(seen[1], "2000-02-29 00:00:00.000999");
 }
 
 TEST(NumberText, KeepsAllDigitsAndSeveralAtATime)
