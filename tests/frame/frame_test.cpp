@@ -27,15 +27,11 @@ struct Started : Unit {
     }
 };
 
-TEST(Load, StartsTheStaticProcessesAndSetsTheEnvironment)
+TEST(Load, SetsTheEnvironmentAndTheTraceGroups)
 {
     Started unit;
-    ose::System& system = unit.node.system();
-    for (const char* name : {"Kvd_loz6_tumgr_proc", "Kvd_loz6_fifo_proc", "Tsv_IfSupport_proc",
-                             "Kvd_loz6_tupktsync_proc", "kvdloz6_lm"})
-        EXPECT_NE(system.find(name), 0u) << name;
     std::string inet, equal, alloc;
-    system.call(*unit.node.program(), [&] {
+    unit.node.system().call(*unit.node.program(), [&] {
         const BLOCK own = ose::get_bid(ose::current_process());
         inet = ose::get_env(own, "OSE_INET");
         alloc = ose::get_env(own, "MALLOC_RETURN_ONLY_ON_SUCCESS");
@@ -52,7 +48,7 @@ TEST(Load, StartsTheStaticProcessesAndSetsTheEnvironment)
 TEST(Load, OneUnitsStateFitsItsMemory)
 {
     Started unit;
-    EXPECT_LT(unit.node.program()->dataSize(), 12u << 20);   // more than half of it the histories of radio links
+    EXPECT_LT(unit.node.program()->dataSize(), 12u << 20);   // half of it the histories of radio links
     EXPECT_LT(unit.node.program()->poolPeak(), 300'000u);
 }
 
@@ -69,21 +65,6 @@ TEST(Load, MainThreadEndsTheModuleOnItsKillSignalOnly)
         ASSERT_EQ(unit.node.programEnds().size(), 1u);
         EXPECT_EQ(unit.node.programEnds()[0].code != 0, c.byError);
     }
-}
-
-TEST(Manager, TellsWhereItStandsInItsStartUp)
-{
-    Started unit;
-    const sim::TraceLine* const started = unit.node.traces().last({"KVDLOZ6 - QMT5583016: STARTED"});
-    ASSERT_NE(started, nullptr);
-    EXPECT_EQ(started->level, 4);
-    EXPECT_EQ(started->group, "KVD_BVQ_LOZ6_TUMGR_PROC");
-    EXPECT_EQ(started->process, "Kvd_loz6_tumgr_proc");
-    EXPECT_EQ(started->file, "kvd_mgr_startup.cpp");
-    EXPECT_TRUE(unit.traced("Kvd_loz6_tupktsync_proc started (semaphore signalled)"));
-    EXPECT_EQ(unit.node.shell().commands().size(), 34u);   // two of the packet process
-    EXPECT_STREQ(unit.node.shell().commands()[0].name, "kvdinfo");
-    EXPECT_STREQ(unit.node.shell().commands()[31].name, "socprireadsfc");
 }
 
 TEST(Manager, ReportsAForeignSignalWithItsSenderAndGoesOn)
@@ -173,7 +154,8 @@ TEST(Manager, RepeatsAStoredFsyncSettingAndRemovesOthers)
 {
     struct Case { const char* content; bool kept; };
     for (const Case& c : {Case{"kvdsetfsyncreg on true ", true}, Case{"kvdsetfsyncreg on false ", false},
-                          Case{"a b c d e f g true ", false}, Case{"kvdsetfsyncreg_with_a_long_word true", false}}) {
+                          Case{"a b c d e f g true ", false},
+                          Case{"kvdsetfsyncreg_with_a_long_word true", false}}) {
         SCOPED_TRACE(c.content);
         Unit unit;
         unit.node.volumes().write("/d/kvdsetfsyncreg.txt", c.content);
@@ -181,43 +163,6 @@ TEST(Manager, RepeatsAStoredFsyncSettingAndRemovesOthers)
         unit.run(1);
         EXPECT_EQ(unit.node.volumes().exists("/d/kvdsetfsyncreg.txt") == 1, c.kept);
     }
-}
-
-TEST(Restart, KindFollowsTheTestServiceAndTheHardware)
-{
-    struct Case { u32 restartType; const char* banner; };
-    for (const Case& c : {Case{2, "COLD RESTART of KVD on BVQ LOZ6"}, Case{3, "WARM RESTART of KVD on BVQ LOZ6"},
-                          Case{5, "WARM RESTART of KVD on BVQ LOZ6"}, Case{0, "COLD RESTART of KVD on BVQ LOZ6"}}) {
-        SCOPED_TRACE(c.restartType);
-        Started unit;
-        EXPECT_TRUE(unit.traced("COLD RESTART of KVD on BVQ LOZ6"));   // a power-on
-        unit.node.traces().clear();
-        unit.node.restart(c.restartType);
-        unit.run(10);
-        EXPECT_EQ(unit.traces(c.banner), 1u);
-        EXPECT_EQ(unit.traces("*****************************************"), 2u);
-    }
-}
-
-TEST(Restart, WithoutAnAnswerOfTheTestServiceItIsAPowerOn)
-{
-    Unit unit;
-    unit.node.temi().setAnswer(sim::Answer::Reject);
-    unit.node.powerOn();
-    unit.run(10);
-    EXPECT_TRUE(unit.traced("No restartType received from TEMI, assuming Power-on"));
-    EXPECT_TRUE(unit.traced("COLD RESTART of KVD on BVQ LOZ6"));
-}
-
-TEST(Restart, AfterThePeerCameBackKeepsTheProgram)
-{
-    Started unit;
-    unit.node.mainProcessor().restart(5 * ose::SEC);
-    unit.run(20);
-    EXPECT_EQ(unit.node.mainProcessor().connections(), 2u);
-    EXPECT_EQ(unit.node.programStarts(), 1u);
-    EXPECT_TRUE(unit.traced("isLoz6Started 0, timeMode 1, masterSlaveMode 1, outEmuMode 0"));
-    EXPECT_EQ(unit.traces("COLD RESTART of KVD on BVQ LOZ6"), 1u);
 }
 
 struct Halted : Unit {
@@ -228,15 +173,6 @@ struct Halted : Unit {
         run(20);
     }
 };
-
-TEST(HaltedState, ReportsFailureAndStartsNothing)
-{
-    Halted unit;
-    EXPECT_TRUE(unit.traced("WARNING: LOZ6 HW diagnostic failed, halting process"));
-    EXPECT_EQ(unit.node.mainProcessor().clockState(), CLOCK_FAILURE);
-    EXPECT_FALSE(unit.traced("COLD RESTART of KVD on BVQ LOZ6"));
-    EXPECT_EQ(unit.node.system().find("Kvd_loz6_turefmon_proc"), 0u);
-}
 
 TEST(HaltedState, OnlyRaisesTheAlarm)
 {
@@ -268,17 +204,6 @@ TEST(HaltedState, OfAUnitThatRanIsToldToEachMainProcessor)
     EXPECT_EQ(unit.traces("WARNING: LOZ6 HW diagnostic failed, halting process"), 4u);
 }
 
-TEST(HaltedState, IsEnteredAgainAfterEachPeerRestart)
-{
-    Halted unit;
-    for (std::size_t round = 2; round <= 3; ++round) {
-        unit.node.mainProcessor().restart(5 * ose::SEC);
-        unit.run(20);
-        EXPECT_EQ(unit.traces("WARNING: LOZ6 HW diagnostic failed, halting process"), round);
-        EXPECT_EQ(unit.node.mainProcessor().clockState(), CLOCK_FAILURE);
-    }
-}
-
 TEST(Directory, LooksServicesUpAndForgetsTheDead)
 {
     Started unit;
@@ -304,16 +229,6 @@ TEST(Directory, LooksServicesUpAndForgetsTheDead)
     system.kill(server);
     unit.run(0.1);
     EXPECT_EQ(lookUp("aService").attached, 0u);
-}
-
-TEST(Shutdown, LeavesTheHardwareQuiet)
-{
-    Started unit;
-    EXPECT_TRUE(unit.node.interruptEnabled(166));
-    unit.node.shutdown();
-    unit.run(1);
-    EXPECT_FALSE(unit.node.interruptEnabled(166));
-    EXPECT_EQ(unit.manager(), 0u);
 }
 
 }  // namespace
