@@ -11,7 +11,9 @@ expect() {   # code, what, arguments of tu
     "$tu" "$@" >"$dir/out" 2>"$dir/err"
     got=$?
     if [ $got -ne "$code" ]; then echo "$what: exit code $got, wanted $code"; cat "$dir/err"; failed=1; fi
-    if [ "$code" -eq 2 ] && [ "$(wc -l <"$dir/err")" -ne 1 ]; then echo "$what: not one line"; cat "$dir/err"; failed=1; fi
+    if [ "$code" -eq 2 ] && [ "$(wc -l <"$dir/err")" -ne 1 ]; then
+        echo "$what: not one line"; cat "$dir/err"; failed=1
+    fi
 }
 unit='duration = "20s"
 [[unit]]
@@ -35,7 +37,8 @@ grep -q 'bad.txt:2: ' "$dir/err" || { echo "no file and line of the series"; fai
 expect 2 "no such option" run "$dir/good.toml" --colour red
 expect 2 "no command"
 expect 2 "no such interface" run "$dir/good.toml" --ptp-if nowhere0
-grep -q '^nowhere0: there is no such network interface$' "$dir/err" || { echo "the interface isn't named"; failed=1; }
+grep -q '^nowhere0: there is no such network interface$' "$dir/err" ||
+    { echo "the interface isn't named"; failed=1; }
 expect 2 "nobody to put on it" run "$dir/good.toml" --ptp-if gm1=lo
 expect 2 "an interface at another speed" run "$dir/good.toml" --ptp-if lo --speed 10
 printf '# heading\n$GPGGA,1\r\n$GPXYZ,1*00\r\n' >"$dir/good.log"

@@ -48,56 +48,69 @@ TEST(Scenario, IsRefusedWithLineAndReason)
 {
     struct Case { const char* what; std::string content; const char* refusal; };
     const std::string minimal = MINIMAL;
-    const std::string two = minimal + "[[unit]]\nname = \"tu2\"\n";
-    const std::string row = "[[unit.reference]]\ntype = \"IDL1_REF\"\nfro_id = 1\n";
-    const std::string idl1 = minimal + row + "[[unit]]\nname = \"tu2\"\n" + row +
-                             "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu2\"\n";
+    const std::string event = minimal + "[[event]]\nat = '1m'\ndo = ";
+    const std::string check = minimal + "[[check]]\ncheck = ";
+    const std::string two = minimal + "[[unit]]\nname = 'tu2'\n";
+    const std::string row = "[[unit.reference]]\ntype = 'IDL1_REF'\nfro_id = 1\n";
+    const std::string link = "[[link]]\ntype = 'idl1'\nfrom = 'tu1'\nto = ";
+    const std::string idl1 = minimal + row + "[[unit]]\nname = 'tu2'\n" + row + link + "'tu2'\n";
     for (const Case& c : std::vector<Case>{
              {"no TOML", "duration = = 3\n", "bad.toml:1: "},
-             {"no duration", "[[unit]]\nname = \"a\"\n", "scenario: 'duration' is missing"},
-             {"no unit", "duration = \"1h\"\n", "scenario: a scenario has at least one [[unit]]"},
-             {"unknown key", minimal + "colour = \"red\"\n", "bad.toml:4: unit: unknown key 'colour'"},
-             {"wrong type", minimal + "board_type = \"two\"\n", "bad.toml:4: unit: board_type: a whole number is expected"},
-             {"out of range", minimal + "board_type = 3\n", "bad.toml:4: unit: board_type: 3 is outside 1 to 2"},
-             {"no time", minimal + "start = \"soon\"\n", "bad.toml:4: unit: start: 'soon' is no time; write it as \"90s\" or \"1h30m\""},
+             {"no duration", "[[unit]]\nname = 'a'\n", "scenario: 'duration' is missing"},
+             {"no unit", "duration = '1h'\n", "scenario: a scenario has at least one [[unit]]"},
+             {"unknown key", minimal + "colour = 'red'\n", "bad.toml:4: unit: unknown key 'colour'"},
+             {"wrong type", minimal + "board_type = 'two'\n",
+              "bad.toml:4: unit: board_type: a whole number is expected"},
+             {"out of range", minimal + "board_type = 3\n",
+              "bad.toml:4: unit: board_type: 3 is outside 1 to 2"},
              {"negative time", minimal + "start = -1\n", "bad.toml:4: unit: start: a time is not negative"},
-             {"no such word", minimal + "role = \"boss\"\n", "bad.toml:4: unit: role: 'boss' is none of master, slave"},
-             {"no such input", minimal + "[[unit.input]]\nat = \"usb\"\n", "bad.toml:5: input: at: 'usb' is no input; pps, external, pdh1 to pdh4, sdh, eth_a to eth_c"},
-             {"late event", minimal + "[[event]]\nat = \"2h\"\ndo = \"mp.die\"\n", "bad.toml:5: event: at: the run is over by then"},
-             {"nothing happens", minimal + "[[event]]\nat = \"1m\"\ndo = \"mp.dance\"\n", "bad.toml:6: event: do: 'mp.dance' is nothing that can happen"},
-             {"event without its argument", minimal + "[[event]]\nat = \"1m\"\ndo = \"oscillator.step\"\n", "event: 'ppb' is missing"},
-             {"event on a missing input", minimal + "[[event]]\nat = \"1m\"\ndo = \"input.off\"\ninput = \"pps\"\n", "bad.toml:7: event: input: the unit has no input 'pps'"},
-             {"event on another unit", minimal + "[[event]]\nat = \"1m\"\nunit = \"tu2\"\ndo = \"mp.die\"\n", "bad.toml:6: event: unit: there is no unit 'tu2'"},
-             {"NTP of no reference", minimal + "[unit.ntp]\nnoise = \"gaussian\"\n", "bad.toml:4: ntp: 'fro_id' is missing"},
-             {"NTP too far away", minimal + "[unit.ntp]\nfro_id = 7\nup_us = 2e6\n", "bad.toml:6: ntp: up_us: 0 to 1000000"},
-             {"NTP event without NTP", minimal + "[[event]]\nat = \"1m\"\ndo = \"ntp.off\"\n", "bad.toml:6: event: do: the unit has no IP sync service"},
-             {"link to nowhere", two + "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu3\"\n", "bad.toml:9: link: to: there is no unit 'tu3'"},
-             {"fault of another link's type", idl1 + "[[event]]\nat = \"1m\"\ndo = \"link.fault\"\nfault = \"no_pulse\"\n", "event: fault: the link 'tu1-tu2' is of a type that doesn't have this fault"},
-             {"link that its leader doesn't listen to", two + row + "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu2\"\n", "link: from: 'tu1' wouldn't listen to it without a reference of type IDL1_REF"},
-             {"link to itself", two + "[[link]]\ntype = \"idl1\"\nfrom = \"tu1\"\nto = \"tu1\"\n", "bad.toml:9: link: to: a link has two ends"},
-             {"link at a taken input", two + "[unit.gps]\ntype = \"gps03\"\n[[link]]\ntype = \"gps_out\"\nfrom = \"tu1\"\nto = \"tu2\"\n", "link: to: the input 'pps' of 'tu2' has another signal"},
-             {"time source beside a receiver", minimal + "[unit.gps]\ntype = \"gps03\"\n[unit.cmcc]\n", "unit: cmcc: its 1PPS takes the input 'pps'"},
-             {"time input link at a source", two + "[unit.cmcc]\n[[link]]\ntype = \"hptsi\"\nfrom = \"tu1\"\nto = \"tu2\"\n", "link: to: the input 'pps' of 'tu2' has another signal"},
-             {"word too large", minimal + "[unit.cmcc]\nleap_sec = 128\n", "bad.toml:5: cmcc: leap_sec: 128 is outside -128 to 127"},
-             {"frame too late", minimal + "[unit.cmcc]\nstate_delay = \"1s\"\n", "bad.toml:5: cmcc: state_delay: less than a second"},
-             {"event of no source", minimal + "[[event]]\nat = \"1m\"\ndo = \"cmcc.tell\"\n", "event: do: the unit has no [unit.cmcc]"},
-             {"no fault of a source", minimal + "[unit.cmcc]\n[[event]]\nat = \"1m\"\ndo = \"cmcc.fault\"\nfault = \"sulks\"\n", "event: fault: 'sulks' is no fault of a time source"},
-             {"amount of none", minimal + "[unit.cmcc]\n[[event]]\nat = \"1m\"\ndo = \"cmcc.fault\"\nfault = \"silence\"\namount = 1\n", "event: amount: this fault has none"},
-             {"amount too large", minimal + "[unit.cmcc]\n[[event]]\nat = \"1m\"\ndo = \"cmcc.fault\"\nfault = \"late\"\namount = 2000\n", "event: amount: out of range"},
-             {"event on a missing link", two + "[[event]]\nat = \"1m\"\ndo = \"link.down\"\n", "event: link: "},
-             {"turn of a link that has none", two + "[[link]]\ntype = \"inci\"\nfrom = \"tu1\"\nto = \"tu2\"\n[[event]]\nat = \"1m\"\ndo = \"link.turn\"\n", "event: link: only a link of type idl1 or idl2 can turn"},
-             {"noise beyond measure", idl1 + "[[event]]\nat = \"1m\"\ndo = \"link.fault\"\nfault = \"noise\"\namount = 101\n", "event: amount: out of range"},
-             {"peer at no port", minimal + "[[unit.esmc]]\nat = \"pps\"\n", "bad.toml:5: esmc: at: 'pps' is none of eth_a, eth_b, eth_c"},
-             {"two peers at a port", minimal + "[[unit.esmc]]\nat = \"eth_a\"\n[[unit.esmc]]\nat = \"eth_a\"\n", "esmc: at: the same port twice"},
-             {"event of a missing peer", minimal + "[[event]]\nat = \"1m\"\ndo = \"esmc.silent\"\nport = \"eth_b\"\n", "bad.toml:7: event: port: the unit has no [[unit.esmc]] there"},
-             {"level of five bits", minimal + "[[unit.esmc]]\nat = \"eth_a\"\nquality = 16\n", "bad.toml:6: esmc: quality: 16 is outside 0 to 15"},
-             {"wander faster than edges tell", minimal + "[[unit.input]]\nat = \"eth_a\"\nwander_ns = 5\nwander_period = 0.5\n", "input: wander_period: 1 s at least"},
-             {"history of no kind", minimal + "[[event]]\nat = \"1m\"\ndo = \"node.history\"\nfile = \"lost\"\n", "bad.toml:7: event: file: 'lost' is nothing that can be done to the history"},
-             {"serial too short", minimal + "[[event]]\nat = \"1m\"\ndo = \"unit.replace_oscillator\"\nserial = \"TU1\"\n", "bad.toml:7: event: serial: 16 characters"},
-             {"check of no state", minimal + "[[check]]\ncheck = \"clock\"\nat = \"1m\"\nis = \"FINE\"\n", "bad.toml:7: check: is: 'FINE' is no known name"},
-             {"check of no receiver's state", minimal + "[[check]]\ncheck = \"gps_state\"\nat = \"1m\"\nis = \"FINE\"\n", "bad.toml:7: check: is: 'FINE' is no known name"},
-             {"command without its text", minimal + "[[check]]\ncheck = \"command\"\nat = \"1m\"\nline = \"gpsstatus\"\n", "check: 'text' is missing"},
-             {"check with a key too many", minimal + "[[check]]\ncheck = \"mask\"\nmask = \"G.811\"\nat = \"1m\"\n", "bad.toml:7: check: unknown key 'at'"},
+             {"no such word", minimal + "role = 'boss'\n",
+              "bad.toml:4: unit: role: 'boss' is none of master, slave"},
+             {"no such input", minimal + "[[unit.input]]\nat = 'usb'\n",
+              "bad.toml:5: input: at: 'usb' is no input; pps, external, pdh1 to pdh4, sdh, eth_a to eth_c"},
+             {"late event", minimal + "[[event]]\nat = '2h'\ndo = 'mp.die'\n",
+              "bad.toml:5: event: at: the run is over by then"},
+             {"nothing happens", event + "'mp.dance'\n",
+              "bad.toml:6: event: do: 'mp.dance' is nothing that can happen"},
+             {"event on a missing input", event + "'input.off'\ninput = 'pps'\n",
+              "bad.toml:7: event: input: the unit has no input 'pps'"},
+             {"NTP too far away", minimal + "[unit.ntp]\nfro_id = 7\nup_us = 2e6\n",
+              "bad.toml:6: ntp: up_us: 0 to 1000000"},
+             {"NTP event without NTP", event + "'ntp.off'\n",
+              "bad.toml:6: event: do: the unit has no IP sync service"},
+             {"link to nowhere", two + link + "'tu3'\n", "bad.toml:9: link: to: there is no unit 'tu3'"},
+             {"fault of another link's type", idl1 + "[[event]]\nat = '1m'\ndo = 'link.fault'\n"
+              "fault = 'no_pulse'\n",
+              "event: fault: the link 'tu1-tu2' is of a type that doesn't have this fault"},
+             {"link that its leader doesn't listen to", two + row + link + "'tu2'\n",
+              "link: from: 'tu1' wouldn't listen to it without a reference of type IDL1_REF"},
+             {"link to itself", two + link + "'tu1'\n", "bad.toml:9: link: to: a link has two ends"},
+             {"link at a taken input", two + "[unit.gps]\ntype = 'gps03'\n[[link]]\n"
+              "type = 'gps_out'\nfrom = 'tu1'\nto = 'tu2'\n",
+              "link: to: the input 'pps' of 'tu2' has another signal"},
+             {"time source beside a receiver", minimal + "[unit.gps]\ntype = 'gps03'\n[unit.cmcc]\n",
+              "unit: cmcc: its 1PPS takes the input 'pps'"},
+             {"amount of none", minimal + "[unit.cmcc]\n[[event]]\nat = '1m'\ndo = 'cmcc.fault'\n"
+              "fault = 'silence'\namount = 1\n",
+              "event: amount: this fault has none"},
+             {"amount too large", minimal + "[unit.cmcc]\n[[event]]\nat = '1m'\ndo = 'cmcc.fault'\n"
+              "fault = 'late'\namount = 2000\n",
+              "event: amount: out of range"},
+             {"event on a missing link", two + "[[event]]\nat = '1m'\ndo = 'link.down'\n", "event: link: "},
+             {"turn of a link that has none", two + "[[link]]\ntype = 'inci'\nfrom = 'tu1'\n"
+              "to = 'tu2'\n[[event]]\nat = '1m'\ndo = 'link.turn'\n",
+              "event: link: only a link of type idl1 or idl2 can turn"},
+             {"two peers at a port", minimal + "[[unit.esmc]]\nat = 'eth_a'\n[[unit.esmc]]\nat = 'eth_a'\n",
+              "esmc: at: the same port twice"},
+             {"event of a missing peer", event + "'esmc.silent'\nport = 'eth_b'\n",
+              "bad.toml:7: event: port: the unit has no [[unit.esmc]] there"},
+             {"wander faster than edges tell", minimal + "[[unit.input]]\nat = 'eth_a'\n"
+              "wander_ns = 5\nwander_period = 0.5\n",
+              "input: wander_period: 1 s at least"},
+             {"check of no state", check + "'clock'\nat = '1m'\nis = 'FINE'\n",
+              "bad.toml:7: check: is: 'FINE' is no known name"},
+             {"check with a key too many", check + "'mask'\nmask = 'G.811'\nat = '1m'\n",
+              "bad.toml:7: check: unknown key 'at'"},
          }) {
         SCOPED_TRACE(c.what);
         EXPECT_THAT(refusalOf(c.content), HasSubstr(c.refusal));
@@ -107,31 +120,31 @@ TEST(Scenario, IsRefusedWithLineAndReason)
 TEST(Scenario, RefusesWhatItsPacketNetworkCantBe)
 {
     struct Case { const char* when; std::string content; const char* refusal; };
-    const std::string net = std::string(MINIMAL) + "[[master]]\nname = \"gm1\"\n"
-                            "[[path]]\nfrom = \"gm1\"\nto = \"tu1\"\n";
+    const std::string net = std::string(MINIMAL) + "[[master]]\nname = 'gm1'\n"
+                            "[[path]]\nfrom = 'gm1'\nto = 'tu1'\n";
     const std::string event = net + "[[event]]\nat = 1\ndo = ";
     for (const Case& c : std::vector<Case>{
-             {"two masters of a name", net + "[[master]]\nname = \"gm1\"\n", "there is another master 'gm1'"},
-             {"no such host", net + "[[path]]\nfrom = \"gm2\"\nto = \"tu1\"\n", "no unit or master 'gm2'"},
+             {"two masters of a name", net + "[[master]]\nname = 'gm1'\n", "there is another master 'gm1'"},
+             {"no such host", net + "[[path]]\nfrom = 'gm2'\nto = 'tu1'\n", "no unit or master 'gm2'"},
              {"a share above all", net + "loss = 1.5\n", "a share lies between 0 and 1"},
-             {"a rate that isn't", net + "[[master]]\nname = \"gm2\"\nlog_sync = 20\n", "20 is outside -10 to 13"},
-             {"no such address", net + "[[master]]\nname = \"gm2\"\naddress = \"1.2.3\"\n", "an address of IP"},
-             {"no such master", event + "\"master.step\"\nmaster = \"gm9\"\nns = 1\n", "no master 'gm9'"},
-             {"a step of nothing", event + "\"master.step\"\n", "'ns' is missing"},
-             {"a frequency of nothing", event + "\"master.frequency\"\n", "'ppb' is missing"},
-             {"nothing changes", event + "\"master.set\"\n", "nothing of 'gm1' is named that changes"},
-             {"no word of a master", event + "\"master.dance\"\n", "'master.dance' is nothing that can happen"},
-             {"no way", event + "\"path.down\"\nfrom = \"gm1\"\nto = \"b\"\n", "no unit or master 'b'"},
-             {"a reference of nothing", event + "\"mp.set_packet_reference\"\nfro_id = 1\n", "'type' is missing"},
-             {"no profile", event + "\"mp.set_packet_reference\"\nfro_id = 1\ntype = \"ethernet_time\"\n"
-                                    "profile = \"J4\"\n", "'J4' is none of IEEE_1588_J3, ITU_T_G_8275_1"},
-             {"no direction", event + "\"node.pdv_file\"\ndirection = \"up\"\nus = 1\n",
+             {"a rate that isn't", net + "[[master]]\nname = 'gm2'\nlog_sync = 20\n", "outside -10 to 13"},
+             {"no such address", net + "[[master]]\nname = 'gm2'\naddress = '1.2.3'\n", "an address of IP"},
+             {"no such master", event + "'master.step'\nmaster = 'gm9'\nns = 1\n", "no master 'gm9'"},
+             {"a step of nothing", event + "'master.step'\n", "'ns' is missing"},
+             {"a frequency of nothing", event + "'master.frequency'\n", "'ppb' is missing"},
+             {"nothing changes", event + "'master.set'\n", "nothing of 'gm1' is named that changes"},
+             {"no word of a master", event + "'master.dance'\n", "'master.dance' is nothing that can happen"},
+             {"no way", event + "'path.down'\nfrom = 'gm1'\nto = 'b'\n", "no unit or master 'b'"},
+             {"a row of nothing", event + "'mp.set_packet_reference'\nfro_id = 1\n", "'type' is missing"},
+             {"no profile", event + "'mp.set_packet_reference'\nfro_id = 1\ntype = 'ethernet_time'\n"
+                                    "profile = 'J4'\n", "'J4' is none of IEEE_1588_J3, ITU_T_G_8275_1"},
+             {"no direction", event + "'node.pdv_file'\ndirection = 'up'\nus = 1\n",
               "'up' is none of uplink, downlink"},
          }) {
         SCOPED_TRACE(c.when);
         EXPECT_THAT(refusalOf(c.content), HasSubstr(c.refusal));
     }
-    EXPECT_EQ(refusalOf(event + "\"master.step\"\nns = 1\n"), "accepted");
+    EXPECT_EQ(refusalOf(event + "'master.step'\nns = 1\n"), "accepted");
 }
 
 TEST(Scenario, ThatIsNotThereIsRefused)
@@ -177,25 +190,6 @@ TEST(Duration, IsReadInItsUnits)
     }
     for (const char* text : {"", "h", "1x", "1h30", "-5s", "nan", "inf", "5 minutes"})
         EXPECT_FALSE(sim::parseDuration(text)) << text;
-}
-
-TEST(RecordedSeries, IsRefusedAtItsBadLine)
-{
-    struct Case { const char* content; const char* refusal; };
-    for (const Case& c : {Case{"1.0\n2.0\nthree\n", "f.txt:3: 'three' isn't a number"},
-                          Case{"1.0\nnan\n", "f.txt:2: "}, Case{"# nothing\n\n", "no number in the file"}}) {
-        SCOPED_TRACE(c.content);
-        const Folder folder;
-        folder.write("f.txt", c.content);
-        const std::string file = folder.write(
-            "s.toml", std::string(MINIMAL) + "[unit.oscillator]\nseries = \"f.txt\"\nseries_kind = \"hz\"\n");
-        try {
-            sim::readScenario(file);
-            FAIL() << "accepted";
-        } catch (const sim::SeriesError& e) {
-            EXPECT_THAT(e.what(), HasSubstr(c.refusal));
-        }
-    }
 }
 
 }  // namespace

@@ -84,61 +84,6 @@ TEST(NtpExchange, HasStampsOfTwoClocksAndTheNetworkBetween)
     }
 }
 
-TEST(NtpExchange, TellsAServerThatStepsOrRunsFastAndABoardThatDoes)
-{
-    Client client(config());
-    sim::IpsynctsiServer& server = client.node.ipsync();
-    server.setServerFrequency(1000.0);
-    client.world.runFor(100 * ose::SEC);
-    EXPECT_NEAR(client.take(1)[0].up_us, 3100.0, 0.2);
-    server.setServerFrequency(0.0);
-    server.stepServer(-50e-6);
-    client.world.runFor(100 * ose::SEC);
-    EXPECT_NEAR(client.take(1)[0].up_us, 3050.0, 0.3);
-
-    sim::NodeConfig fast = config();
-    fast.board.oscillator.offset_ppb = 2000.0;
-    Client other(fast);
-    other.world.runFor(100 * ose::SEC);
-    EXPECT_NEAR(other.take(1)[0].down_us, 2200.0, 1.0);
-}
-
-TEST(NtpNetwork, HasTheNoiseThatItWasGivenEachWayOnItsOwn)
-{
-    struct Case { const char* what; sim::DelayNoise noise; double mean_us, deviation_us, lowest_us; };
-    for (const Case& c : std::to_array<Case>({
-             {"gaussian",    sim::DelayNoise::Gaussian,    2000.0, 100.0, 1500.0},
-             {"exponential", sim::DelayNoise::Exponential, 2100.0, 100.0, 1999.99}})) {
-        SCOPED_TRACE(c.what);
-        sim::NodeConfig n = config();
-        n.ntp.noise = c.noise;
-        n.ntp.down.noise_s = 100e-6;
-        Client client(n);
-        const std::vector<Got> got = client.take(2000);
-        double sum = 0, squares = 0, lowest = 1e9;
-        for (const Got& g : got) {
-            sum += g.down_us;
-            squares += (g.down_us - c.mean_us) * (g.down_us - c.mean_us);
-            lowest = std::min(lowest, g.down_us);
-            EXPECT_NEAR(g.up_us, 3000.0, 0.01);
-        }
-        EXPECT_NEAR(sum / 2000.0, c.mean_us, 10.0);
-        EXPECT_NEAR(std::sqrt(squares / 2000.0), c.deviation_us, 15.0);
-        EXPECT_GE(lowest, c.lowest_us);
-        n.ntp.up.noise_s = 500e-6;                     // shifts nothing on the way back
-        Client noisy(n);
-        EXPECT_NEAR(noisy.take(20)[19].down_us, got[19].down_us, 0.01);
-    }
-    sim::NodeConfig wide = config();
-    wide.ntp.noise = sim::DelayNoise::Gaussian;
-    wide.ntp.down.noise_s = 0.1;
-    Client client(wide);
-    const std::vector<Got> got = client.take(100);
-    EXPECT_GE(std::min_element(got.begin(), got.end(), [](const Got& a, const Got& b) {
-                  return a.down_us < b.down_us;
-              })->down_us, -0.01);
-}
-
 // ---- with the program and the main processor ----------------------------------------------------
 
 struct NtpUnit : bench::Unit {
@@ -190,23 +135,6 @@ TEST(NtpReference, IsSelectedByTheMainProcessorWhileItsServerAnswers)
     u.node.mainProcessor().setSelects(false);
     u.node.mainProcessor().selectByName("other");
     EXPECT_EQ(u.node.mainProcessor().selectedFroId(), 8u);
-}
-
-TEST(NtpReference, IsAskedAsOftenAsTheUnitWants)
-{
-    NtpUnit u;                                         // not locked yet: ten a second
-    EXPECT_EQ(u.node.ipsync().interval_ms(), 100);
-    EXPECT_NEAR(static_cast<double>(u.inSeconds(10)), 100.0, 1.0);
-    for (const u32 rate : {1u, 10u}) {
-        u.node.ipsync().setRate(rate);
-        u.run(1);
-        EXPECT_NEAR(static_cast<double>(u.inSeconds(10)), rate * 10.0, 1.0);
-    }
-    u.node.ipsync().config.followsRate = false;
-    u.node.ipsync().setRate(1);
-    EXPECT_NEAR(static_cast<double>(u.inSeconds(10)), 100.0, 1.0);
-    u.node.kill();
-    EXPECT_EQ(u.inSeconds(10), 0u);
 }
 
 }  // namespace

@@ -106,16 +106,6 @@ TEST(LineSource, ScriptsActAtOnce)
     }
 }
 
-TEST(LineSource, FrequencyRunsOnFromThePhaseReached)
-{
-    Bench b({.frequency_ppb = 100.0});
-    b.runTo(1000.5);
-    b.source.setFrequency(0.0);                          // 100.05 us ahead by now
-    b.runTo(1002.5);
-    EXPECT_EQ(b.edges[b.edges.size() - 1], 1002 * SEC - 100'050 * NS);
-    EXPECT_EQ(b.edges[b.edges.size() - 2], 1001 * SEC - 100'050 * NS);
-}
-
 TEST(LineSource, EdgesOfAMonthUnlistenedCostNothing)
 {
     ose::World world{1};
@@ -124,19 +114,6 @@ TEST(LineSource, EdgesOfAMonthUnlistenedCostNothing)
     EXPECT_NEAR(static_cast<double>(source.nextEdge(0)), 0.03e12, 1e4);
     const ose::Time month = 2'592'000 * SEC + SEC / 2;
     EXPECT_NEAR(static_cast<double>(source.nextEdge(month) - month), 0.03e12, 1e4);
-}
-
-TEST(LineSource, IsStillThereWhenStuckAndGoneWhenOff)
-{
-    Bench b;
-    EXPECT_TRUE(b.source.present());
-    b.source.setStuck(true);
-    EXPECT_TRUE(b.source.present());
-    EXPECT_EQ(b.source.nextEdge(0), -1);
-    b.source.setStuck(false);
-    b.source.setPresent(false);
-    EXPECT_FALSE(b.source.present());
-    EXPECT_EQ(b.source.nextEdge(0), -1);
 }
 
 TEST(LineSource, NoiseIsOfTheEdgeAndNotOfTheAsking)
@@ -158,34 +135,6 @@ TEST(LineSource, NoiseIsOfTheEdgeAndNotOfTheAsking)
         square += x * x;
     }
     EXPECT_NEAR(std::sqrt(square / 100), 20e-9, 4e-9);
-}
-
-TEST(LineSource, WandersBySinesThatRunOnFromWhereTheyWere)
-{
-    Bench b({.wander = {.peakToPeak_s = 2e-6, .period_s = 4.0}});
-    b.runTo(4.5);
-    EXPECT_EQ(b.edges, (std::vector<ose::Time>{SEC + US, 2 * SEC, 3 * SEC - US, 4 * SEC}));
-    b.edges.clear();
-    b.runTo(5.0);                                      // 1 us late, at the crest
-    b.source.setWander({.peakToPeak_s = 0.0});
-    b.runTo(7.5);
-    EXPECT_EQ(b.edges, (std::vector<ose::Time>{5 * SEC + US, 6 * SEC + US, 7 * SEC + US}));
-    b.edges.clear();
-    b.runTo(8.0);
-    b.source.setWander({.peakToPeak_s = 4e-6, .period_s = 4.0});
-    b.source.setFrequency(-1000.0);                    // a drift beside it
-    b.runTo(10.5);
-    EXPECT_EQ(b.edges, (std::vector<ose::Time>{8 * SEC + US, 9 * SEC + 4 * US, 10 * SEC + 3 * US}));
-}
-
-TEST(LineSource, FollowsARecordedPhase)
-{
-    const sim::LineConfig config{.series = sim::EndlessSeries({0.0, 1e-6, 5e-6})};
-    Bench b(config);
-    b.runTo(5.5);
-    const std::vector<ose::Time> expected{SEC + US, 2 * SEC + 5 * US, 3 * SEC + US, 4 * SEC,
-                                          5 * SEC + US};
-    EXPECT_EQ(b.edges, expected);
 }
 
 }  // namespace

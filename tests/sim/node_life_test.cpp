@@ -54,32 +54,6 @@ TEST(ProgramLife, TellsTheRestartTypeAndStartsFromLoadTimeValues)
     EXPECT_TRUE(b.node.programEnds().empty()) << "none of these was the program's own doing";
 }
 
-TEST(ProgramLife, ShutdownRunsTheCallbackInTheProgram)
-{
-    IdleNode b;
-    static int seen;
-    seen = 0;
-    b.in([] {
-        s->counter = 8;
-        EXPECT_EQ(node::platform().registerShutdown([] { seen = s->counter; }), 0);
-    });
-    b.node.kill();
-    EXPECT_EQ(seen, 0) << "a kill asks nobody";
-    b.node.restartWarm();
-    b.node.shutdown();
-    EXPECT_EQ(b.node.program(), nullptr);
-    EXPECT_EQ(seen, 0) << "the new program hasn't registered";
-    b.node.restartWarm();
-    b.in([] {
-        s->counter = 9;
-        node::platform().registerShutdown([] { seen = s->counter; });
-    });
-    b.node.shutdown();
-    b.world.runFor(ose::MS);
-    EXPECT_EQ(seen, 9);
-    EXPECT_EQ(b.node.program(), nullptr);
-}
-
 TEST(ProgramLife, FatalErrorIsRecordedAndReloadedAsConfigured)
 {
     struct Case { const char* when; i64 reload_ms; i64 run_ms; u32 starts; };
@@ -125,31 +99,6 @@ TEST(Node, CostsNothingWhileNothingHappens)
     for (int day = 0; day < 90; ++day) b.world.runFor(86'400 * ose::SEC);
     EXPECT_EQ(b.node.calendar().seconds, 1'704'067'200 + 90 * 86'400);
     EXPECT_EQ(b.node.traces().written(), 0u);
-}
-
-TEST(Node, TwoInOneWorldShareNothing)
-{
-    ose::World world{1};
-    sim::NodeConfig first, second;
-    first.name = "tu1";
-    second.name = "tu2";
-    second.boardType = 1;
-    sim::Node a{world, IdleNode::withIdleProgram(first)};
-    sim::Node b{world, IdleNode::withIdleProgram(second)};
-    a.powerOn();
-    b.powerOn();
-    world.runFor(ose::MS);
-    a.system().call(*a.program(), [] {
-        s->counter = 1;
-        node::platform().fileWrite("/d/x", "of a");
-        KVD_TRACE(0, TRACE_ERROR, "said in a");
-    });
-    EXPECT_EQ(b.inProgram([] { return s->counter; }), 5);
-    EXPECT_EQ(b.fileExists("/d/x"), 0);
-    EXPECT_FALSE(b.traces().has("said in a"));
-    EXPECT_NE(a.traces().format(a.traces().lines().back()).find("tu1 1 "), std::string::npos);
-    a.powerOff();
-    EXPECT_NE(b.program(), nullptr);
 }
 
 TEST(Node, MayGoWhileItsAnswersAreUnderWay)

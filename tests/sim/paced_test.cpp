@@ -293,36 +293,6 @@ TEST_F(Cable, DatagramsNeedTheHostsAddress)
     EXPECT_EQ(other.counts().failed, 1u);
 }
 
-TEST_F(Cable, DatagramsLeaveFromTheHostsPorts)
-{
-    ns.ip("neighbour add 192.168.0.9 lladdr 02:00:00:00:00:09 dev near0");
-    ASSERT_EQ(ns.why(), "");
-    constexpr u16 ETHERTYPE_IP = 0x0800;
-    const int sniffer = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETHERTYPE_IP));
-    u32 stamps = 0;
-    for (const u16 udp : {u16{319}, u16{320}}) {
-        sim::NetPacket packet;
-        packet.isFrame = false;
-        packet.bytes.assign(44, 0x5A);
-        packet.to = {4, {192, 168, 0, 9}};
-        packet.fromPort = packet.toPort = udp;
-        packet.tos = static_cast<u8>(46 << 2);
-        network.send(host, packet, [&](ose::Time) { ++stamps; });
-        std::array<u8, 200> f{};
-        sockaddr_ll from{};
-        socklen_t size = sizeof from;
-        do ASSERT_GT(recvfrom(sniffer, f.data(), f.size(), 0, reinterpret_cast<sockaddr*>(&from), &size), 0);
-        while (from.sll_pkttype == PACKET_OUTGOING);
-        EXPECT_EQ(hexOf(&f[15], 1), "b8");
-        EXPECT_EQ(hexOf(&f[26], 8), "c0a80001c0a80009");
-        EXPECT_EQ(hexOf(&f[34], 4), udp == 319 ? "013f013f" : "01400140");
-        EXPECT_EQ(hexOf(&f[42], 44), hexOf(packet.bytes.data(), 44));
-    }
-    close(sniffer);
-    run(20);
-    EXPECT_EQ(stamps, 2u);
-}
-
 TEST_F(Cable, WithoutAStampAnEventMessageIsLeftOut)
 {
     HostClock::Source wrong = HostClock::kernel();   // no stamp can be of its time

@@ -5,9 +5,7 @@
 #include <unistd.h>
 #include <zlib.h>
 
-#include <array>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -136,41 +134,6 @@ TEST(Series, TurnsPhasesAndFrequenciesIntoEachOther)
         expectNear(sim::asPhase(c.values, c.kind, c.interval_s), c.phase);
         expectNear(sim::asFrequency(c.values, c.kind, c.interval_s), c.frequency);
     }
-}
-
-/// Folder of measured records: $TU_RECORDS, else "shared/data/clocks" in a folder above this one.
-std::string recordFolder()
-{
-    namespace fs = std::filesystem;
-    if (const char* given = std::getenv("TU_RECORDS")) return given;
-    std::error_code ignored;
-    for (fs::path at = fs::absolute(__FILE__).parent_path();; at = at.parent_path()) {
-        if (fs::is_directory(at / "shared/data/clocks", ignored)) return at / "shared/data/clocks";
-        if (at == at.parent_path()) return "";
-    }
-}
-
-TEST(Series, ReadsMeasuredRecords)
-{
-    const std::string folder = recordFolder();
-    if (folder.empty()) GTEST_SKIP() << "no measured records (set TU_RECORDS to their folder)";
-    struct Case { const char* file; std::size_t column, count; double mean, tolerance; };
-    for (const Case& c : std::to_array<Case>({
-             {"ocxo_10mhz_vs_hmaser_part1.txt.gz", 0, 13'321, 10'000'000.125509, 1e-6},
-             {"gps_1pps_vs_hmaser_part1.txt.gz", 0, 172'800, 2.7627e-7, 1e-11},
-             {"cs5071a_1pps_vs_hmaser_part1.txt.gz", 0, 371'520, 7.9609e-7, 1e-11},
-             {"tic_53230a_noise_floor.txt.gz", 0, 55'688, 1.01246e-8, 1e-13}})) {
-        SCOPED_TRACE(c.file);
-        const std::vector<double> values = sim::readSeries(folder + "/" + c.file, c.column);
-        ASSERT_EQ(values.size(), c.count);
-        double sum = 0.0;
-        for (const double v : values) sum += v - values[0];
-        EXPECT_NEAR(values[0] + sum / static_cast<double>(c.count), c.mean, c.tolerance);
-    }
-    // The third column begins at line 1263 only.
-    const std::string tcxo = folder + "/tcxo_vs_gnss_receiver.txt.gz";
-    EXPECT_EQ(errorOf(tcxo, 2), tcxo + ":1: no field 2");
-    EXPECT_EQ(sim::readSeries(tcxo, 1).size(), 121'788u);
 }
 
 }  // namespace
