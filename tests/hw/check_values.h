@@ -19,9 +19,16 @@ using namespace hwif;
 
 inline u32 u(const Value& v) { return static_cast<u32>(v.get<i64>()); }
 inline double num(const Value& v) { return vectors::number(v); }
-/// What a failed operation leaves is told as null and is zero.
-inline u32 uOrZero(const Value& v) { return v.is_null() ? 0 : u(v); }
-inline double numberOrZero(const Value& v) { return v.is_null() ? 0.0 : num(v); }
+/// Compares results with those that the file has under the same names.
+inline void expectFields(const Value& wanted, std::initializer_list<std::pair<const char*, double>> fields)
+{
+    for (const auto& [key, value] : fields) EXPECT_EQ(value, num(wanted[key])) << key;
+}
+/// Whether a text that stands in the file was traced once.
+inline void expectTraced(const Bench& bench, const Value& text)
+{
+    EXPECT_EQ(bench.bus.countOf(text.get<std::string>()), 1u) << text;
+}
 
 /// Sets the registers that an input names by their number.
 inline void setRegisters(Bench& bench, const Value& in)
@@ -42,7 +49,8 @@ inline std::vector<std::pair<u32, u32>> expected(Bench& bench, const Value& writ
 inline NominalValues nominalOf(const std::string& name)
 {
     static const std::map<std::string, NominalValues> BOARDS = {
-        {"isRev3", NOMINAL_REV3}, {"ext", NOMINAL_EXT_PHASE}, {"type2", NOMINAL_TYPE2}, {"type1", NOMINAL_TYPE1}};
+        {"isRev3", NOMINAL_REV3}, {"ext", NOMINAL_EXT_PHASE}, {"type2", NOMINAL_TYPE2},
+        {"type1", NOMINAL_TYPE1}};
     return BOARDS.at(name);
 }
 

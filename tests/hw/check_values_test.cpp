@@ -4,7 +4,6 @@
 #include "hw/kvd_hwif_mult_words.h"
 #include "reg/kvd_reg_control_int.h"
 #include "reg/kvd_reg_jump.h"
-#include "sig/hwif_sig.h"
 #include "socpri/kvd_socpri_inrsi_master_int.h"
 
 #include <gtest/gtest.h>
@@ -42,7 +41,8 @@ void adjustFrequency(const Value& v, const Value&)
     const Value out = v.contains("alt") ? v["alt"] : v["out"];
     for (const char* key : {"out", "margin", "exact_half"})
         if (v.contains(key)) v[key].read();
-    const FrequencyWords w = frequencyWords(nominalOf(in["case"].get<std::string>()), num(in["rel"]), num(in["wander"]));
+    const FrequencyWords w = frequencyWords(nominalOf(in["case"].get<std::string>()), num(in["rel"]),
+                                            num(in["wander"]));
     const bool written = std::fabs(num(in["rel"])) <= limitOf(in["role"].get<std::string>());
     in["nomDiv_old"].read();                 // the words don't hang on the ones before
     EXPECT_EQ(written, out["written"] == 1);
@@ -137,19 +137,6 @@ void deltaFrequency(const Value& v, const Value& g)
 
 constexpr u32 WANDER_STOP = 0, WANDER_START = 1, WANDER_STEP = 2;
 
-void orderWander(u32 operation, double f, double a, double o)
-{
-    auto* req = reinterpret_cast<KvdTuhwifGenWanderReq*>(
-        ose::alloc(sizeof(KvdTuhwifGenWanderReq), KVD_TUHWIF_GEN_WANDER_REQ));
-    req->operation = operation;
-    req->frequency = f;
-    req->amplitude = a;
-    req->offset = o;
-    Signal* sig = reinterpret_cast<Signal*>(req);
-    EXPECT_EQ(tuHwIf_dispatch(sig), 1);
-    ose::free_buf(&sig);
-}
-
 /// A step is the generator's own timer, which is waited for; the others are orders.
 void wanderEvent(const Value& in)
 {
@@ -184,7 +171,7 @@ void wander(const Value& v, const Value& g)
                 EXPECT_EQ(hwif::wanderInterval(num(in["f"])), u(out["interval"]));
                 EXPECT_EQ(wanderState().timerRuns, 1u);
             }
-            for (const Value text : out["traces"]) EXPECT_EQ(bench.bus.countOf(text.get<std::string>()), 1u) << text;
+            for (const Value text : out["traces"]) expectTraced(bench, text);
             if (out["rel"].is_null()) continue;
             const double rel = num(in["U1"]) / frequencyWords(nominalOf(name), 0, 0).U_nom - 1;
             near(rel, out["rel"], tolerance);
@@ -193,8 +180,8 @@ void wander(const Value& v, const Value& g)
                 continue;
             }
             const i64 slack = step.contains("tol_int") ? step["tol_int"]["K"].get<i64>() : 0;
-            EXPECT_LE(std::llabs(frequencyWords(nominalOf(name), rel, tuHwIf_wanderOffset()).K - out["K"].get<i64>()),
-                      slack);
+            const i64 K = frequencyWords(nominalOf(name), rel, tuHwIf_wanderOffset()).K;
+            EXPECT_LE(std::llabs(K - out["K"].get<i64>()), slack);
         }
         orderWander(WANDER_STOP, 0, 0, 0);
     });
@@ -257,6 +244,7 @@ void expectStep(Bench& bench, const Value& v)
         const bool isIncrement = wanted[i].first == bench.address(14);
         EXPECT_LE(std::llabs(off), isIncrement ? 2 * slack : 0) << std::hex << written[i].second;
     }
+    expectTraced(bench, v["out"]["trace"]);
 }
 
 void adjustTime(const Value& v, const Value&)
@@ -271,7 +259,6 @@ void adjustTime(const Value& v, const Value&)
     EXPECT_EQ(result, out["result"].get<int>());
     for (const char* key : {"mfn", "sfn", "inc"}) out[key].read();       // in the words
     expectStep(bench, v);
-    EXPECT_EQ(bench.bus.countOf(out["trace"].get<std::string>()), 1u);
 }
 
 /// The same from the pair by which local time moves.
@@ -283,7 +270,6 @@ void adjustTimeChain(const Value& v, const Value&)
     bench.in([&] { KvdLoz6TuReg_adjust_time(num(in["d_c"]), num(in["d_f"])); });
     for (const char* key : {"e", "f1024", "result", "mfn", "sfn", "inc"}) out[key].read();
     expectStep(bench, v);
-    EXPECT_EQ(bench.bus.countOf(out["trace"].get<std::string>()), 1u);
 }
 
 void adjustGpsOutTime(const Value& v, const Value&)
@@ -345,7 +331,7 @@ void resetGpsOutMemory(const Value& v, const Value&)
 {
     Bench bench(2);
     bench.in([] { tuHwIf_resetGpsOutMsiMem(); });
-    EXPECT_EQ(bench.bus.countOf(v["out"]["trace"].get<std::string>()), 1u);
+    expectTraced(bench, v["out"]["trace"]);
     if (v["in"]["ready"] == 1) EXPECT_EQ(v["out"]["stored"], (std::vector<u32>{0, 0, 0}));
     else                       EXPECT_TRUE(v["out"]["stored"].is_null());
 }
@@ -373,21 +359,13 @@ void readBfnIn(const Value& v, const Value&)
         EXPECT_EQ(result, out["result"].get<int>());
         for (const Value text : out["traces"]) EXPECT_GE(bench.bus.countOf(text.get<std::string>()), 1u);
         EXPECT_EQ(bench.bus.traces.size(), out["traces"].size());
-        EXPECT_EQ(state.active, u(out["active"]));
-        EXPECT_EQ(state.last, num(out["last"]));
-        EXPECT_EQ(state.start, num(out["start"]));
-        EXPECT_EQ(state.parityRun, u(out["parityRun"]));
-        EXPECT_EQ(state.goodCount, u(out["goodCount"]));
+        expectFields(out, {{"active", state.active}, {"last", state.last}, {"start", state.start},
+                           {"parityRun", state.parityRun}, {"goodCount", state.goodCount}});
         if (out["fields"].is_null()) continue;
-        const Value f = out["fields"];
-        EXPECT_EQ(in.extended, u(f["extended"]));
-        EXPECT_EQ(in.mfn, u(f["l_mfn"]));
-        EXPECT_EQ(in.sfn, u(f["l_sfn"]));
-        EXPECT_EQ(in.inc, u(f["l_inc"]));
-        EXPECT_EQ(in.remoteMfn, u(f["r_mfn"]));
-        EXPECT_EQ(in.remoteSfn, u(f["r_sfn"]));
-        EXPECT_EQ(in.word1, u(f["word4"]));
-        EXPECT_EQ(in.word2, u(f["word5"]));
+        expectFields(out["fields"],
+                     {{"extended", in.extended}, {"l_mfn", in.mfn}, {"l_sfn", in.sfn}, {"l_inc", in.inc},
+                      {"r_mfn", in.remoteMfn}, {"r_sfn", in.remoteSfn}, {"word4", in.word1},
+                      {"word5", in.word2}});
     }
 }
 
@@ -400,19 +378,12 @@ void readBfnAll(const Value& v, const Value& g)
         const Value out = step["out"];
         BfnAll all;
         bench.in([&] { EXPECT_EQ(tuHwIf_readBfnAll(all), out["readResult"].get<int>()); });
-        EXPECT_EQ(all.valid, u(out["valid"]));
-        EXPECT_EQ(all.extended, u(out["extended"]));
-        EXPECT_EQ(all.inc, u(out["inc"]));
-        EXPECT_EQ(all.e_sfc, u(out["e_sfc"]));
-        EXPECT_EQ(all.rc_state, u(out["rc_state"]));
-        EXPECT_EQ(all.jump, u(out["jump"]));
-        EXPECT_EQ(all.ms_flag, u(out["ms_flag"]));
-        EXPECT_EQ(all.coldRestartFlag_tmp, u(out["cold"]));
+        expectFields(out, {{"valid", all.valid}, {"extended", all.extended}, {"inc", all.inc},
+                           {"e_sfc", all.e_sfc}, {"rc_state", all.rc_state}, {"jump", all.jump},
+                           {"ms_flag", all.ms_flag}, {"cold", all.coldRestartFlag_tmp}});
         near(all.meanDifference, out["mean"], toleranceOf({step, v, g}));
         out["failCount"].read();             // stands in the trace
-        if (out["trace"].is_string()) {
-            EXPECT_EQ(bench.bus.countOf(out["trace"].get<std::string>()), 1u);
-        }
+        if (out["trace"].is_string()) expectTraced(bench, out["trace"]);
     }
 }
 
@@ -461,8 +432,9 @@ void eepromChecksum(const Value& v, const Value&)
     bench.in([&] { result = tuHwIf_validateOcxoEeprom(); });
     EXPECT_EQ(result == 0, out["valid"] == 1);
     EXPECT_EQ(result == 0, out["result"] == 0);
-    EXPECT_EQ(u(out["calculated"]) == u(out["provided"]) && !out["allZeroTrace"].get<bool>(), out["valid"] == 1);
-    EXPECT_EQ(bench.bus.countOf("All values are zero") != 0, out["allZeroTrace"].get<bool>());
+    const bool isAllZero = out["allZeroTrace"].get<bool>();
+    EXPECT_EQ(u(out["calculated"]) == u(out["provided"]) && !isAllZero, out["valid"] == 1);
+    EXPECT_EQ(bench.bus.countOf("All values are zero") != 0, isAllZero);
 }
 
 constexpr u32 COPY_DONE = 2;             // of the EEPROM's control word
@@ -491,7 +463,7 @@ void eepromRetries(const Value& v, const Value&)
     EXPECT_EQ(attempts, u(out["attempts"]));
     const auto failed = out["failedTraces"].get<std::set<u32>>();
     for (u32 n = 1; n <= 4; ++n)
-        EXPECT_EQ(bench.bus.countOf("checksum failed after reading OCXO data " + std::to_string(n) + " times"),
+        EXPECT_EQ(bench.bus.countOf("after reading OCXO data " + std::to_string(n) + " times"),
                   failed.contains(n) ? 1u : 0u);
 }
 
@@ -565,8 +537,9 @@ TEST(CheckValues, Frequency)
 {
     vectors::Document document("o01_frequency.json");
     vectors::eachGroup(document["groups"],
-        {{"nominal", nominal}, {"adjustFrequency", adjustFrequency}, {"adjustFrequency_limits", adjustFrequency},
-         {"adjustFrequency_halves", adjustFrequency}, {"nearest", nearest},
+        {{"nominal", nominal}, {"adjustFrequency", adjustFrequency},
+         {"adjustFrequency_limits", adjustFrequency}, {"adjustFrequency_halves", adjustFrequency},
+         {"nearest", nearest},
          {"adjustFrequency_reach", adjustFrequencyReach}, {"readCurrentFrequency", readCurrentFrequency},
          {"calcOcxoGain", calcOcxoGain}, {"incrementComparison", incrementComparison},
          {"relativeNominalOffset", relativeNominalOffset}, {"wander", wander}, {"wanderEnd", wanderEnd},
@@ -577,9 +550,9 @@ TEST(CheckValues, Counters)
 {
     vectors::Document document("o01_counters.json");
     vectors::eachGroup(document["groups"],
-        {{"adjustTime", adjustTime}, {"adjustTimeChain", adjustTimeChain}, {"adjustGpsOutTime", adjustGpsOutTime},
-         {"readGpsOutTime", readGpsOutTime}, {"resetGpsOutMsiMem", resetGpsOutMemory}, {"readBfnIn", readBfnIn},
-         {"readBfnAll", readBfnAll}});
+        {{"adjustTime", adjustTime}, {"adjustTimeChain", adjustTimeChain},
+         {"adjustGpsOutTime", adjustGpsOutTime}, {"readGpsOutTime", readGpsOutTime},
+         {"resetGpsOutMsiMem", resetGpsOutMemory}, {"readBfnIn", readBfnIn}, {"readBfnAll", readBfnAll}});
 }
 
 TEST(CheckValues, Oscillator)
@@ -587,15 +560,16 @@ TEST(CheckValues, Oscillator)
     vectors::Document document("o01_ocxo.json");
     vectors::eachGroup(document["groups"],
         {{"temperatureVolts", voltsOfTemperature}, {"coeffPlain", coeffPlain}, {"coeffLimits", coeffLimits},
-         {"eepromChecksum", eepromChecksum}, {"eepromRetries", eepromRetries}, {"serialAndPart", serialAndPart},
-         {"calibrationDate", calibrationDate}, {"isCalibrated", isCalibrated}},
-        {"readOcxoTemp_sequence", "temperatureLimits", "tempCoefficients", "coldDivider"});   // the regulator's
+         {"eepromChecksum", eepromChecksum}, {"eepromRetries", eepromRetries},
+         {"serialAndPart", serialAndPart}, {"calibrationDate", calibrationDate},
+         {"isCalibrated", isCalibrated}},                                          // the regulator's:
+        {"readOcxoTemp_sequence", "temperatureLimits", "tempCoefficients", "coldDivider"});
 }
 
 namespace {
 
-/// FNV-1a over the two low bytes of each word: what the ICs are programmed with is a matter of their data sheets, and a
-/// digit that slips shows nowhere else.
+/// FNV-1a over the two low bytes of each word: what the ICs are programmed with is a matter of their data
+/// sheets, and a digit that slips shows nowhere else.
 u32 digest(std::span<const u32> words)
 {
     u32 hash = 2166136261u;

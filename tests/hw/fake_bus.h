@@ -9,6 +9,8 @@
 #include "node/platform.h"
 #include "node/trace.h"
 #include "ose/world.h"
+#include "sig/hwif_sig.h"
+#include "support/idle_node.h"
 
 #include <functional>
 #include <map>
@@ -152,23 +154,6 @@ private:
     }
 };
 
-inline void idleMain()
-{
-    for (;;) {
-        Signal* sig = ose::receive(ose::ANY_SIGNAL);
-        ose::free_buf(&sig);
-    }
-}
-
-inline const ose::Program& idleProgram()
-{
-    static constexpr ose::ConfigLine CONFIG[] = {{"OSE_LM_POOL_SIZE", "300000"},
-                                                 {"OSE_LM_MAIN_NAME", "hwtest"},
-                                                 {"OSE_LM_MAIN_PRIORITY", "30"}};
-    static const ose::Program program{"hwtest", idleMain, CONFIG};
-    return program;
-}
-
 constexpr u32 NO_BOARD = 0;
 constexpr u32 BASE_1 = 0xE0070000, BASE_2B = 0xC0070000, BASE_2C = 0xD0010000, BASE_2D = 0xD0000000;
 
@@ -207,6 +192,20 @@ struct Bench {
     /// Writes since the last call, as (address, value).
     std::vector<std::pair<u32, u32>> takeWrites() { return std::exchange(bus.writes, {}); }
 };
+
+/// An order to the wander generator; within the program.
+inline void orderWander(u32 operation, double f = 0, double a = 0, double o = 0)
+{
+    auto* req = reinterpret_cast<KvdTuhwifGenWanderReq*>(
+        ose::alloc(sizeof(KvdTuhwifGenWanderReq), KVD_TUHWIF_GEN_WANDER_REQ));
+    req->operation = operation;
+    req->frequency = f;
+    req->amplitude = a;
+    req->offset = o;
+    Signal* sig = reinterpret_cast<Signal*>(req);
+    tuHwIf_dispatch(sig);
+    ose::free_buf(&sig);
+}
 
 /// Bytes of the EEPROM block into their words, the first byte in the upper bits.
 inline void putBlock(FakeBus& bus, u32 base, const std::vector<u8>& block)
