@@ -166,12 +166,6 @@ TEST(StartUpTests, OrdersBeyondTheLastAreDropped)
 
 // ---- run-time check -----------------------------------------------------------------------------
 
-/// A reference that is only there.
-struct Present : sim::EdgeSource {
-    bool present() const override { return true; }
-    ose::Time nextEdge(ose::Time) override { return -1; }
-};
-
 /// A started unit whose run-time checks are ordered by the test alone.
 struct Checked : DiagUnit {
     Checked()

@@ -55,7 +55,8 @@ void writing(const Value& v)
     const u32 client = v["in"]["client"].get<u32>();
     const std::vector<u8> data = vectors::bytes(v["in"]["data"]);
     b.node.restart(4);
-    b.withRegions([&] { EXPECT_EQ(KvdLoz6TuMem_write(client, data.data(), static_cast<u32>(data.size())), 1); });
+    const u32 size = static_cast<u32>(data.size());
+    b.withRegions([&] { EXPECT_EQ(KvdLoz6TuMem_write(client, data.data(), size), 1); });
     EXPECT_EQ(get(b, client), vectors::bytes(v["out"]["region"]));
 }
 
