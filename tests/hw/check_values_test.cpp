@@ -187,46 +187,29 @@ void wander(const Value& v, const Value& g)
     });
 }
 
-/// What a run to the generator's own end comes to.
-struct WanderRun {
-    double f, a, o;
-    u32 adjustments = 0, index = 0;
-    u64 lastStep_s = 0;
-    bool done = false;
-};
-WanderRun* wanderRun = nullptr;
-
-void runWander()
-{
-    WanderRun& run = *wanderRun;
-    const u32 begin = ose::get_ticks(), interval = hwif::wanderInterval(run.f);
-    orderWander(WANDER_START, run.f, run.a, run.o);
-    run.adjustments = 1;
-    while (Signal* sig = ose::receive_w_tmo(2 * interval, ose::ANY_SIGNAL)) {
-        EXPECT_EQ(tuHwIf_dispatch(sig), 1);
-        ose::free_buf(&sig);
-        ++run.adjustments;
-        run.lastStep_s = static_cast<u64>(ose::get_ticks() - begin) * ose::system_tick() / 1'000'000;
-    }
-    run.index = wanderState().index;
-    run.done = true;
-    ose::kill_proc(ose::current_process());
-}
-
+/// A run to the generator's own end.
 void wanderEnd(const Value& v, const Value&)
 {
     const Value in = v["in"], out = v["out"];
-    EXPECT_EQ(hwif::wanderInterval(num(in["f"])), u(in["interval"]));
-    WanderRun run{num(in["f"]), num(in["a"]), num(in["o"])};
-    wanderRun = &run;
+    const double f = num(in["f"]), a = num(in["a"]), o = num(in["o"]);
+    const u32 interval = hwif::wanderInterval(f);
+    EXPECT_EQ(interval, u(in["interval"]));
+    u32 adjustments = 1, lastStep_ms = 0;
+    bool done = false;
     Bench bench(1);
-    bench.in([] {
-        ose::start(ose::create_process(ose::KIND_PRIORITISED, "wander", runWander, 4096, 15, 0, 0));
+    bench.system.launch(*bench.block, "wander", 15, [&] {
+        orderWander(WANDER_START, f, a, o);
+        while (Signal* sig = ose::receive_w_tmo(2 * interval, ose::ANY_SIGNAL)) {
+            EXPECT_EQ(tuHwIf_dispatch(sig), 1);
+            ose::free_buf(&sig);
+            ++adjustments;
+            lastStep_ms = ose::get_ticks();
+        }
+        expectFields(out, {{"adjustments", adjustments}, {"lastTime", lastStep_ms / 1000},
+                           {"index", wanderState().index}});
+        done = true;
     });
-    EXPECT_TRUE(bench.world.runUntilTrue([&run] { return run.done; }, 900'000 * ose::SEC));
-    EXPECT_EQ(run.adjustments, u(out["adjustments"]));
-    EXPECT_EQ(run.lastStep_s, u(out["lastTime"]));
-    EXPECT_EQ(run.index, u(out["index"]));
+    EXPECT_TRUE(bench.world.runUntilTrue([&] { return done; }, 900'000 * ose::SEC));
 }
 
 // ---- counters ---------------------------------------------------------------------------------------------
