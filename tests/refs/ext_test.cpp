@@ -23,22 +23,6 @@ u32 sensitive(MeasureBench& bench)
 
 }  // namespace
 
-TEST(Lines, EthernetIsMeasuredWithinItsPeriod)
-{
-    MeasureBench bench;
-    bench.settle();
-    bench.select(TU_ETH_REF);
-    double edge = 200.03;
-    lineSecond(bench, edge);
-    lineSecond(bench, edge);
-    edge += 2e-6;
-    lineSecond(bench, edge);
-    EXPECT_NEAR(bench.meas().measRefData.z, 2e-6, 2e-8);
-    EXPECT_EQ(bench.meas().measRefData.R, 5e-10);
-    EXPECT_EQ(bench.meas().t_mod_old, 0.125);
-    EXPECT_NEAR(std::fmod(bench.meas().delta0_c + bench.meas().delta0_f, 0.125), 0.03, 2e-6);
-}
-
 TEST(ExternalFrequency, FastLockTakesItsOwnNoise)
 {
     struct Case { u32 useFastLock; double R_fastLock; double R; };

@@ -9,15 +9,6 @@ namespace {
 
 using namespace bench;
 
-/// An interrupt every `period` until `span` is over.
-void train(RefUnit& unit, i64 period, i64 span)
-{
-    for (i64 at = 0; at < span; at += period) {
-        unit.portAInterrupt();
-        unit.ms(period);
-    }
-}
-
 TEST(IdlLink, IsUpWithTheFirstInterruptAndDownAfterItsHoldOff)
 {
     RefUnit unit;
@@ -61,34 +52,6 @@ TEST(IdlLink, ComesBackAfterTenSteadySeconds)
         unit.ms(109);
         EXPECT_EQ(unit.idlState(0) == IDL_ON, c.state == IDL_ON);
     }
-}
-
-TEST(IdlLink, SupervisionOffStopsEverything)
-{
-    RefUnit unit;
-    unit.supervise(IDL1_REF, true);
-    train(unit, 100, 1'000);
-    ASSERT_EQ(unit.tuiifRefState(), 0x40u);
-    unit.supervise(IDL1_REF, false);
-    EXPECT_EQ(unit.idlState(0), IDL_UNKNOWN);
-    EXPECT_EQ(unit.tuiifRefState(), 0u);
-    EXPECT_EQ(unit.traces("IDL state is UNKNOWN/OFF,not a dual configuration"), 1u);
-    unit.ms(20'000);
-    EXPECT_EQ(unit.idlState(0), IDL_UNKNOWN);
-    EXPECT_EQ(unit.traces("ignore timeout"), 0u);
-    unit.supervise(IDL1_REF, true);
-    EXPECT_EQ(unit.idlState(0), IDL_SUPERVISED);
-}
-
-TEST(IdlLink, TimeOutsInADeadStateAreIgnored)
-{
-    RefUnit unit;
-    struct Bare { SIGSELECT sigNo; };
-    unit.toManager(Bare{KVD_TUREF_IDL1_HO_TIMEOUT_IND});
-    unit.toManager(Bare{KVD_TUREF_IDL2_WTR_TIMEOUT_IND});
-    EXPECT_EQ(unit.traces("ignore timeout [IDLPORT_1] "), 1u);
-    EXPECT_EQ(unit.traces("ignore timeout [IDLPORT_2] "), 1u);
-    EXPECT_EQ(unit.idlState(0), IDL_UNKNOWN);
 }
 
 TEST(IdlLink, RefusedTimerLeavesTheLinkAsItIs)

@@ -103,33 +103,6 @@ TEST(Idl2Slave, RefusesDamagedData)
     EXPECT_TRUE(b.reports().empty());
 }
 
-TEST(Idl2Slave, AChainAddsTheNeighboursPhase)
-{
-    SlaveBench b;
-    KvdTuiifIdl2SyncDataInd data = stableData();
-    data.directConn = 0;
-    data.intermediaryDuFineTimeSynching = 1;
-    data.intermediaryDuPhaseDiff = 4e-9;
-    data.delayT1C1Low = 10'000'000;              // ps: the master's end 10 us, this end 14 us
-    b.own.delay = {0, 14'000'000, 0, 0};
-    EXPECT_EQ(b.syncData(data), 1);              // coarse: 2 us are stepped away
-    b.own.delay.T1C1Low = 10'020'000;
-    EXPECT_EQ(b.syncData(data), 1);
-    ASSERT_EQ(b.phases.size(), 1u);
-    EXPECT_NEAR(b.phases[0], 14e-9, 1e-15);
-    EXPECT_NEAR(b.meas().max_locked_diff, 10e-9, 1e-15);
-    b.hwControl = 0;
-    EXPECT_EQ(b.syncData(data), 1);
-    const auto reports = b.reports();
-    ASSERT_EQ(reports.size(), 3u);
-    EXPECT_EQ(reports[0].fineTimeSync, 0u);
-    EXPECT_NEAR(reports[0].phaseDiff, 2.004e-6, 1e-12);
-    EXPECT_EQ(reports[1].fineTimeSync, 1u);
-    EXPECT_NEAR(reports[1].phaseDiff, 14e-9, 1e-15);
-    EXPECT_EQ(reports[2].fineTimeSync, 0u);
-    EXPECT_EQ(reports[2].phaseDiff, 0.0);
-}
-
 TEST(Idl2Slave, AsksForTheHandOverOfAnUnstableLink)
 {
     for (const int result : {0, 1}) {

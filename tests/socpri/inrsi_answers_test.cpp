@@ -73,21 +73,6 @@ TEST(InrsiStrayAnswer, OfTheOtherKindClosesTheMeasurementAndTheOrderAsksAgain)
     }
 }
 
-// A supervision's answer or rejection that comes while the alignment is at the frequency.
-TEST(InrsiStrayAnswer, InAnAlignmentsFrequencyStageLeavesItAtWork)
-{
-    for (const auto stray : {phaseComes, phaseRejected}) {
-        SocpriUnit u{MASTER};
-        u.frequencyIs(GOOD);
-        align(u);
-        stray(u);
-        u.run(0.6);
-        EXPECT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_BFN_ALIGN});
-        EXPECT_EQ(u.get(KvdLoz6TuReg_pllState), u32{PLL_Unlocked}) << "it has gone on to the phase";
-        EXPECT_EQ(u.aligned(), std::nullopt);
-    }
-}
-
 // A supervised port's rejection is no answer to the port in focus.
 TEST(InrsiStrayAnswer, OfAnotherPortsSupervisionLeavesTheFocusAlone)
 {
@@ -114,23 +99,6 @@ TEST(InrsiStrayAnswer, OfAnotherPortsSupervisionLeavesTheFocusAlone)
     u.run(1.0);
     EXPECT_EQ(u.synced(), "1:3");
     EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
-}
-
-// A late rejection doesn't end a holdover.
-TEST(InrsiStrayAnswer, InHoldoverChangesNothing)
-{
-    SocpriUnit u{MASTER};
-    u.lock(1);
-    u.order(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ);
-    u.mp().clearLog();
-    phaseRejected(u);
-    frequencyRejected(u);
-    frequencyComes(u);
-    EXPECT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_TIME_SYNC});
-    EXPECT_TRUE(u.get(KvdLoz6TuReg_pllIsHoldover));
-    EXPECT_EQ(u.synced(), "");
-    u.run(301.0);
-    EXPECT_EQ(u.get(KvdLoz6TuReg_pllState), u32{PLL_Unlocked}) << "its five minutes run on";
 }
 
 // The same for a link that the loop is to go on with; a scan that comes later than any answer isn't refused.

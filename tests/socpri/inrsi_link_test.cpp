@@ -19,24 +19,6 @@ constexpr InrsiFrequency GOOD{2, true};
 
 // ---- connection ---------------------------------------------------------------------------------
 
-TEST(InrsiConnection, IsToldOnceTheServerHasAnswered)
-{
-    SocpriUnit u{MASTER, false};
-    u.inrsi().die();
-    u.order(KVD_TUIIF_SOCPRI_START_REQ);
-    EXPECT_FALSE(u.started());
-    EXPECT_TRUE(u.traced("Failed to hunt for process: inrsiServer"));
-    u.order(KVD_TUIIF_SOCPRI_START_REQ);
-    EXPECT_TRUE(u.traced("failed to initiate INRSI subscription"));
-    u.inrsi().start();
-    u.run(0.1);
-    EXPECT_EQ(u.started(), 1u);
-    EXPECT_EQ(u.inrsi().connections(), 1u);
-    u.order(KVD_TUIIF_SOCPRI_START_REQ);
-    EXPECT_EQ(u.started(), 1u) << "there already";
-    EXPECT_EQ(u.inrsi().connections(), 1u);
-}
-
 TEST(InrsiConnection, ARejectionClosesItUntilTheNextOrder)
 {
     SocpriUnit u{MASTER, false};

@@ -64,23 +64,6 @@ TEST(InrsiScan, EndsByWhatTheLinkGives)
     }
 }
 
-// What the slave is told to take back is what the scan's steps came to.
-TEST(InrsiScan, TheSlaveIsToldTheWholeOfWhatIsTakenBack)
-{
-    SocpriUnit u{MASTER};
-    u.frequencyIs(FAR);
-    const double before = u.get(tuHwIf_readCurrentFrequency);
-    u.scan(1);
-    u.run(1.0);
-    const double moved = u.get(tuHwIf_readCurrentFrequency);
-    EXPECT_NEAR(moved - before, -10 * 40e-9, 1e-9);
-    u.run(1.0);
-    const auto back = u.told<KvdTuiifSocpriSduFollowOcxoRevertInd>(KVD_TUIIF_SOCPRI_SDU_FOLLOW_OCXO_REVERT_IND);
-    ASSERT_TRUE(back);
-    EXPECT_NEAR(back->deltaFreq, -15 * 40e-9, 1e-11);
-    EXPECT_NEAR(u.get(tuHwIf_readCurrentFrequency), before, 1e-12);
-}
-
 // Three good values in a row are three of one link.
 TEST(InrsiScan, CountsNoGoodValueOfAnOrderBefore)
 {
