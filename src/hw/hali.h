@@ -32,6 +32,7 @@ int  HALI_getOcxoParams(OcxoParams& params);
 int  HALI_getOcxoTemp(double& volts);
 int  HALI_readOcxoSerial(char serial[18], u8& version, u8& manufacturer);
 
+/// The board's timing output, on with 1: 1PPS with frequency 0, else the frequency. Muted with 1, it stays set up.
 int  HALI_enableTuOut(int enable, int frequency);
 int  HALI_muteTuOut(int mute);
 

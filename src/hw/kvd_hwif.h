@@ -30,13 +30,21 @@ int  tuHwIf_dispatch(Signal* sig);
 double tuHwIf_wanderOffset();
 
 // ---- time counters ----------------------------------------------------------------------------
+/// Running counter: time 0.0 up to 1024.0, period 1024.0. 1 when it can't be read or holds no count.
 int  tuHwIf_readTime(double& period, double& time);
+/// The same as a triple, which is then in its ranges.
 int  tuHwIf_readSfc(u16& mfn, u16& sfn, u32& inc);
+/// Time and frame number of one reading.
 int  tuHwIf_getSfnAndCorrespondingTime(u16& sfn, double& period, double& time);
+/// Sets the counter, at its next load.
 int  tuHwIf_writeSfc(u16 mfn, u16 sfn, u32 inc);
-int  tuHwIf_adjustTime(double ext_t, double t);          // 1 performed, 0 not needed or failed
+/// Steps the counter by t, within a period of it, and its turns by ext_t: 1 performed, 0 not needed or failed.
+int  tuHwIf_adjustTime(double ext_t, double t);
+/// The counter as the selected reference's last edge latched it.
 int  tuHwIf_readLatchedRefClock(double& period, double& time);
+/// The same as a triple.
 int  tuHwIf_readGpsFc(u16& mfn, u16& sfn, u32& inc);
+/// Nothing is left to be loaded.
 void tuHwIf_resetSfcLoadRegisters();
 /// NTP format: seconds and 2^-32 fraction; board type 1.
 int  tuHwIf_readNtp(u32& seconds, u32& fraction);
@@ -56,50 +64,68 @@ struct BfnAll {
 };
 int  tuHwIf_readBfnAll(BfnAll& all);
 int  tuHwIf_readBfnInAll(BfnAll& all);                   // the same operation by its other name
+/// The two extended words that the other board reads.
 int  tuHwIf_writeBfnOut(u32 word1, u32 word2);
 /// Packs and writes: inc_diff 22 bits, e_sfc 22 bits, rc_state 4 bits.
 int tuHwIf_writeBfnOutPacked(u32 inc_diff, u32 e_sfc, u32 rc_state, u32 jump,
                              u32 coldRestartFlag_tmp, u32 ms_flag);
 
+/// The GPS output's counter, its turns kept across a restart: time in s, period 1024.0.
 int  tuHwIf_readGpsOutTime(double& period, double& time);
 int  tuHwIf_readGpsOutSfc(u16& mfn, u16& sfn, u32& inc);
+/// Moves the output's pulse to the whole second, less the delay in eighths of an increment, whole ones counting.
 int  tuHwIf_adjustGpsOutTime(i32 delayEighths);
 /// The computation of adjustGpsOutTime, traced only.
 void tuHwIf_printGpsOutTime(i32 delayEighths);
+/// Step of the output's counter, as its register takes it: frames below 4096, increments below 1228800.
 int  tuHwIf_adjustGpsOutOffset(u32 frames, u32 inc);
+/// Forgets the output's kept turns.
 void tuHwIf_resetGpsOutMsiMem();
 
+/// Increments of a triple since the counter's period began, and back; of any other count modulo that period.
 double tuHwIf_sfcToIncrements(u16 mfn, u16 sfn, u32 inc);
 void   tuHwIf_incrementsToSfc(double increments, u16& mfn, u16& sfn, u32& inc);
 
 // ---- oscillator, synthesiser ------------------------------------------------------------------
+/// Steers to this relative frequency over the factory divider's. Beyond about 1e-5, by role and reference, it is
+/// traced and nothing is written.
 void   tuHwIf_adjustFrequency(double relative);
+/// What the registers stand for, in the same measure; 0.0 with an empty M.
 double tuHwIf_readCurrentFrequency();
 /// The same, as the loop of a PLL reference starts from it.
 double tuHwIf_getCurrentFreqOffset();
 u32    tuHwIf_readNominalDivisor();               // 14 bits, register form
 void   tuHwIf_writeNominalDivisor(u32 divisor);
+/// Fraction K / M of the divider, 44 bits each with sign; a write is read back, and a failure traced.
 i64    tuHwIf_readDeltaSigmaM();
 void   tuHwIf_writeDeltaSigmaM(i64 M);
 i64    tuHwIf_readDeltaSigmaK();
 void   tuHwIf_writeDeltaSigmaK(i64 K);
+/// The words written take effect.
 void   tuHwIf_enableDeltaSigma();
 u32    tuHwIf_readNomDiv();                       // nominal start values
 i64    tuHwIf_readInitDeltaSigmaM();
 i64    tuHwIf_readInitDeltaSigmaK();
+/// Relative frequency a divider unit moves, at divider U: -1 / U; with the factory's for 0, traced.
 double tuHwIf_calcOcxoGain(double U);
 double tuHwIf_factoryDivider();                   // nomDiv + K/M
+/// Either of two times is more than an increment of the counter, of either sign.
 bool   tuHwIf_isOverOneIncrement(double a, double b);
+/// Of the oscillator's own nominal frequency in its EEPROM against the board's.
 double tuHwIf_relativeNominalOffset();
+/// Clock of the baseband, board type 1.
 void   tuHwIf_enableBbClk(u32 on);
 u32    tuHwIf_readSynthStatus();
 u32    tuHwIf_isRev3();
 u32    tuHwIf_checkExtPhaseDetector();
 
 // ---- references, interrupts -------------------------------------------------------------------
+/// Reference multiplexer: a HaliSyncRef.
 int  tuHwIf_selectSynchRef(u32 selector);
+/// Lines that toggle, in the bits of hali.h whatever the board; then as the register has them.
 u32  tuHwIf_readToggleStatus();
 u32  tuHwIf_readToggleStatusReg();
+/// Puts one of the hardware monitors in a mode, for a test at start; 1 for one that isn't there.
 int  tuHwIf_hwDiag(u32 hm, u32 mode);
 /// Pending interrupts, and the mask of enable and disable, on either board.
 constexpr u32 TU_BFN_IN_INT      = 0x1;   // port A: BFN in on a master, IDL1 in on a slave
