@@ -32,8 +32,9 @@ int  HALI_getOcxoParams(OcxoParams& params);
 int  HALI_getOcxoTemp(double& volts);
 int  HALI_readOcxoSerial(char serial[18], u8& version, u8& manufacturer);
 
-/// The board's timing output, on with 1: 1PPS with frequency 0, else the frequency. Muted with 1, it stays set up.
+/// The GPS output's counter: on above 0. The frequency is traced, no board has another than its own.
 int  HALI_enableTuOut(int enable, int frequency);
+/// No board can: 1, traced.
 int  HALI_muteTuOut(int mute);
 
 /// Interrupt line of the board's one UART.

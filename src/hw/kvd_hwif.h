@@ -38,7 +38,7 @@ int  tuHwIf_readSfc(u16& mfn, u16& sfn, u32& inc);
 int  tuHwIf_getSfnAndCorrespondingTime(u16& sfn, double& period, double& time);
 /// Sets the counter, at its next load.
 int  tuHwIf_writeSfc(u16 mfn, u16 sfn, u32 inc);
-/// Steps the counter by t, within a period of it, and its turns by ext_t: 1 performed, 0 not needed or failed.
+/// Steps the counter by t, and its turns by ext_t: 1 performed, 0 not needed or failed.
 int  tuHwIf_adjustTime(double ext_t, double t);
 /// The counter as the selected reference's last edge latched it.
 int  tuHwIf_readLatchedRefClock(double& period, double& time);
@@ -73,7 +73,7 @@ int tuHwIf_writeBfnOutPacked(u32 inc_diff, u32 e_sfc, u32 rc_state, u32 jump,
 /// The GPS output's counter, its turns kept across a restart: time in s, period 1024.0.
 int  tuHwIf_readGpsOutTime(double& period, double& time);
 int  tuHwIf_readGpsOutSfc(u16& mfn, u16& sfn, u32& inc);
-/// Moves the output's pulse to the whole second, less the delay in eighths of an increment, whole ones counting.
+/// Moves the output's pulse to the whole second, less the delay in eighths of an increment, cut to whole ones.
 int  tuHwIf_adjustGpsOutTime(i32 delayEighths);
 /// The computation of adjustGpsOutTime, traced only.
 void tuHwIf_printGpsOutTime(i32 delayEighths);
@@ -87,8 +87,8 @@ double tuHwIf_sfcToIncrements(u16 mfn, u16 sfn, u32 inc);
 void   tuHwIf_incrementsToSfc(double increments, u16& mfn, u16& sfn, u32& inc);
 
 // ---- oscillator, synthesiser ------------------------------------------------------------------
-/// Steers to this relative frequency over the factory divider's. Beyond about 1e-5, by role and reference, it is
-/// traced and nothing is written.
+/// Steers to this relative frequency over the factory divider's. One beyond about 1e-5, by role and reference,
+/// is traced and not written.
 void   tuHwIf_adjustFrequency(double relative);
 /// What the registers stand for, in the same measure; 0.0 with an empty M.
 double tuHwIf_readCurrentFrequency();
