@@ -73,7 +73,7 @@ int tuHwIf_writeBfnOutPacked(u32 inc_diff, u32 e_sfc, u32 rc_state, u32 jump,
 /// The GPS output's counter, its turns kept across a restart: time in s, period 1024.0.
 int  tuHwIf_readGpsOutTime(double& period, double& time);
 int  tuHwIf_readGpsOutSfc(u16& mfn, u16& sfn, u32& inc);
-/// Moves the output's pulse to the whole second, less the delay in eighths of an increment, cut to whole ones.
+/// Moves the output's pulse to the whole second, less the delay in eighths of an increment, whole ones of it.
 int  tuHwIf_adjustGpsOutTime(i32 delayEighths);
 /// The computation of adjustGpsOutTime, traced only.
 void tuHwIf_printGpsOutTime(i32 delayEighths);
@@ -87,7 +87,7 @@ double tuHwIf_sfcToIncrements(u16 mfn, u16 sfn, u32 inc);
 void   tuHwIf_incrementsToSfc(double increments, u16& mfn, u16& sfn, u32& inc);
 
 // ---- oscillator, synthesiser ------------------------------------------------------------------
-/// Steers to this relative frequency over the factory divider's. One beyond about 1e-5, by role and reference,
+/// Steers to this relative frequency over the factory divider's. One beyond 1e-5, by role and reference,
 /// is traced and not written.
 void   tuHwIf_adjustFrequency(double relative);
 /// What the registers stand for, in the same measure; 0.0 with an empty M.
