@@ -2,6 +2,8 @@
 
 #include "app/packet_time.h"
 #include "app/score.h"
+#include "iif/kvd_pm.h"
+#include "sim/scenario/scenario.h"
 
 #include <nlohmann/json.hpp>
 
@@ -30,6 +32,57 @@ Json toJson(const std::vector<TauValue>& values)
 Json toJson(const CheckResult& check)
 {
     return {{"name", check.name}, {"pass", check.pass}, {"detail", check.detail}};
+}
+
+/// With the numbers behind the verdict.
+Json inFull(const CheckResult& check)
+{
+    Json json = toJson(check);
+    json["check"] = check.kind;
+    json["unit"] = check.unit;
+    json["from_s"] = check.from_s;
+    json["to_s"] = check.to_s;
+    if (check.value) json["value"] = *check.value;
+    if (check.least) json["least"] = *check.least;
+    if (check.most) json["most"] = *check.most;
+    if (check.value || check.least || check.most) json["of"] = check.of;
+    return json;
+}
+
+/// Whether the values keep under a mask; where they come nearest to it, or exceed it first.
+Json verdictOf(const std::vector<TauValue>& values, std::span<const MaskSegment> mask)
+{
+    const TauValue* const above = aboveMask(values, mask);
+    const TauValue& worst = above != nullptr ? *above : nearestToMask(values, mask);
+    Json json = {{"within", above == nullptr}, {"tau_s", worst.tau}, {"value_ns", worst.value}};
+    if (const double limit = maskLimit(mask, worst.tau); limit >= 0.0) json["limit_ns"] = limit;
+    return json;
+}
+
+Json masksOf(const Scores& scores)
+{
+    Json json = Json::object();
+    for (const Mask& mask : masks()) {
+        if (!scores.mtie_ns.empty()) json[mask.name]["mtie"] = verdictOf(scores.mtie_ns, mask.mtie);
+        if (!scores.tdev_ns.empty()) json[mask.name]["tdev"] = verdictOf(scores.tdev_ns, mask.tdev);
+    }
+    return json;
+}
+
+/// What the scenario did to the unit, and what it reported beside its states.
+void addHappenings(Json& json, const UnitRecording& unit)
+{
+    json["events"] = Json::array();
+    for (const UnitEvent& e : unit.events)
+        json["events"].push_back({{"t", e.t}, {"kind", e.kind}, {"text", e.text}});
+    if (!unit.socpriReports.empty()) json["radio_links"] = Json::array();
+    for (const SocpriReport& r : unit.socpriReports)
+        json["radio_links"].push_back({{"t", r.t}, {"answer", sim::socpriAnswerName(r.sigNo)}, {"port", r.port},
+                                       {"status", r.status}});
+    if (!unit.pmPeriods.empty()) json["pm_reports"] = Json::array();
+    for (const PmPeriod& p : unit.pmPeriods)
+        json["pm_reports"].push_back({{"t", p.t}, {"set", p.froType == SYNC_PM_FROTYPE ? "sync" : "gps"},
+                                      {"suspect", p.suspect}, {"values", p.values}});
 }
 
 Json toJson(const Extremes& e) { return {{"max", e.max}, {"rms", e.rms}}; }
@@ -159,6 +212,8 @@ Json toJson(const UnitRecording& unit, const Recording& recording)
     json["checks"] = Json::array();
     for (const CheckResult& c : recording.checks)
         if (c.unit == unit.name) json["checks"].push_back(toJson(c));
+    json["masks"] = masksOf(scores);
+    addHappenings(json, unit);
     return json;
 }
 
@@ -318,10 +373,13 @@ std::string clockText(double seconds)
     return text;
 }
 
-std::string summaryJson(const Recording& recording)
+nlohmann::ordered_json summaryOf(const Recording& recording)
 {
     Json json;
+    json["version"] = SUMMARY_VERSION;
     json["scenario"] = recording.scenario;
+    json["title"] = recording.title;
+    json["passed"] = recording.passed();
     json["seed"] = recording.seed;
     json["virtual_seconds"] = recording.virtual_s;
     json["wall_seconds"] = recording.wall_s;
@@ -329,10 +387,12 @@ std::string summaryJson(const Recording& recording)
     for (const UnitRecording& unit : recording.units)
         json["units"].push_back(toJson(unit, recording));
     json["checks"] = Json::array();
-    for (const CheckResult& c : recording.checks) json["checks"].push_back(toJson(c));
+    for (const CheckResult& c : recording.checks) json["checks"].push_back(inFull(c));
     json["misuses"] = recording.misuses;
-    return json.dump(1) + "\n";
+    return json;
 }
+
+std::string summaryJson(const Recording& recording) { return summaryOf(recording).dump(1) + "\n"; }
 
 void printSummary(const Recording& recording, std::FILE* out)
 {

@@ -1,4 +1,5 @@
 // Scenarios as files: what is read, and what is refused with file, line and reason.
+#include "app/checks.h"
 #include "sim/clock/series.h"
 #include "sim/scenario/scenario.h"
 
@@ -35,7 +36,7 @@ std::string refusalOf(const std::string& content)
     const Folder folder;
     const std::string file = folder.write("bad.toml", content);
     try {
-        sim::readScenario(file);
+        app::readChecks(sim::readScenario(file));
     } catch (const sim::ScenarioError& e) {
         const std::string line = e.what();
         EXPECT_EQ(line.find('\n'), std::string::npos) << line;
@@ -56,6 +57,21 @@ TEST(Scenario, IsRefusedWithLineAndReason)
              {"no TOML", "duration = = 3\n", "bad.toml:1: "},
              {"no duration", "[[unit]]\nname = \"a\"\n", "scenario: 'duration' is missing"},
              {"no unit", "duration = \"1h\"\n", "scenario: a scenario has at least one [[unit]]"},
+             {"a typo before what it makes missing", "duraton = \"1h\"\n[[unit]]\nname = \"a\"\n", "bad.toml:1: scenario: unknown key 'duraton'; 'duration' is missing"},
+             {"a typo of a check's word", minimal + "[[check]]\nchekc = \"mask\"\nmask = \"G.811\"\n", "bad.toml:5: check: unknown key 'chekc'; 'check' is missing"},
+             {"a heading nobody knows", minimal + "[[lnk]]\nname = \"l\"\n[[event]]\nat = 1\ndo = \"link.down\"\n", "bad.toml:4: scenario: unknown key 'lnk'"},
+             {"seed that is no number", "seed = \"one\"\n" + minimal, "bad.toml:1: scenario: seed: a whole number is expected"},
+             {"negative seed", "seed = -1\n" + minimal, "bad.toml:1: scenario: seed: -1 is outside 0 to"},
+             {"two units of a name", minimal + "[[unit]]\nname = \"tu1\"\n", "bad.toml:5: unit: name: there is another unit 'tu1'"},
+             {"negative noise", minimal + "[[unit.input]]\nat = \"pps\"\nwhite_ns = -6\n", "bad.toml:6: input: white_ns: not negative"},
+             {"negative noise of the oscillator", minimal + "[unit.oscillator]\nwhite_fm = -2e-12\n", "bad.toml:5: oscillator: white_fm: not negative"},
+             {"no nominal frequency", minimal + "[unit.oscillator]\nnominal_hz = 0\n", "bad.toml:5: oscillator: nominal_hz: above 0"},
+             {"GPS without a receiver", minimal + "[[unit.reference]]\ntype = \"GPS_REF\"\nfro_id = 0\n", "bad.toml:5: reference: type: 'tu1' has no [unit.gps]"},
+             {"no such series", minimal + "[unit.oscillator]\nseries = \"gone.txt\"\nseries_kind = \"hz\"\n", "bad.toml:5: oscillator: series: "},
+             {"no such mask", minimal + "[[check]]\ncheck = \"mask\"\nmask = \"G.999\"\n", "bad.toml:6: check: mask: there is no mask 'G.999'; G.811, "},
+             {"no such check", minimal + "[[check]]\ncheck = \"beauty\"\n", "bad.toml:5: check: check: 'beauty' is none of clock, "},
+             {"following nobody", two + "[[check]]\ncheck = \"following\"\nunit = \"tu2\"\nmax_ns = 1\n", "check: 'tu2' follows no other unit"},
+             {"following by the one who leads", idl1 + "[[check]]\ncheck = \"following\"\nunit = \"tu1\"\nmax_ns = 1\n", "check: 'tu1' follows no other unit"},
              {"unknown key", minimal + "colour = \"red\"\n", "bad.toml:4: unit: unknown key 'colour'"},
              {"wrong type", minimal + "board_type = \"two\"\n", "bad.toml:4: unit: board_type: a whole number is expected"},
              {"out of range", minimal + "board_type = 3\n", "bad.toml:4: unit: board_type: 3 is outside 1 to 2"},
