@@ -1,5 +1,5 @@
 // States, types and answers by the names that scenarios and checks use.
-#include "iif/tuiif_sig.h"
+#include "sig/tuiif_sig.h"
 #include "reg/kvd_reg.h"
 #include "sim/node/main_processor.h"
 #include "sim/scenario/scenario.h"

@@ -3,7 +3,7 @@
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control_int.h"
 #include "reg/kvd_reg_pll.h"
-#include "ref/ref_types.h"
+#include "sig/ref_types.h"
 #include "sim/node/main_processor.h"
 #include "sim/scenario/scenario.h"
 
