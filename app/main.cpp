@@ -105,6 +105,46 @@ app::HostInterface interfaceOf(const std::string& text)
     return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
+app::RunOptions optionsOf(const RunArguments& a)
+{
+    app::RunOptions options;
+    options.quiet = a.quiet || a.summary == "-" || a.junit == "-";   // nothing else may stand there
+    options.shell = a.shell;
+    options.stacks = a.stacks;
+    options.speed = a.speed.value_or(a.shell ? 1.0 : 0.0);
+    options.out = a.out;
+    for (const std::string& text : a.interfaces) options.interfaces.push_back(interfaceOf(text));
+    return options;
+}
+
+/// What the run is asked to leave behind; the first thing that can't be written.
+std::string writeAll(const RunArguments& a, const app::Recording& recording)
+{
+    std::string wrong;
+    if (!a.summary.empty()) wrong = write(a.summary, app::summaryJson(recording));
+    if (wrong.empty() && !a.junit.empty()) wrong = write(a.junit, app::junitXml({recording}));
+    if (wrong.empty() && !a.out.empty()) wrong = app::writeReport(recording, a.out);
+    return wrong;
+}
+
+int runOne(const RunArguments& a, const app::Prepared& p)
+{
+    const app::RunOptions options = optionsOf(a);
+    if (!options.quiet) std::printf("%s\n", (p.scenario.title.empty() ? p.scenario.name : p.scenario.title).c_str());
+    const app::Recording recording = app::runScenario(p.scenario, p.checks, options);
+    if (!options.quiet) app::printSummary(recording, stdout);
+    if (const std::string wrong = writeAll(a, recording); !wrong.empty()) return refuse(wrong);
+    if (!options.quiet && !a.out.empty()) std::printf("report         %s/report.html\n", a.out.c_str());
+    if (a.shell || recording.passed()) return 0;
+    if (options.quiet)
+        for (const app::CheckResult& c : recording.checks)
+            if (!c.pass)
+                std::fprintf(stderr, "%s: FAIL %s: %s\n", p.file.c_str(), c.name.c_str(), c.detail.c_str());
+    for (const std::string& misuse : recording.misuses)
+        std::fprintf(stderr, "%s: kernel misuse: %s\n", p.file.c_str(), misuse.c_str());
+    return CHECK_FAILED;
+}
+
 int run(const RunArguments& a)
 {
     if (!a.interfaces.empty() && a.speed.value_or(1.0) != 1.0)
@@ -119,33 +159,7 @@ int run(const RunArguments& a)
         if (error) return refuse(a.out + ": " + error.message());
     }
     if (scenarios.size() > 1 || !a.seeds.empty()) return runMany(a, scenarios);
-    const sim::Scenario& scenario = scenarios.front().scenario;
-    app::RunOptions options;
-    options.quiet = a.quiet;
-    options.shell = a.shell;
-    options.stacks = a.stacks;
-    options.speed = a.speed.value_or(a.shell ? 1.0 : 0.0);
-    options.out = a.out;
-    for (const std::string& text : a.interfaces) options.interfaces.push_back(interfaceOf(text));
-    const bool isPiped = a.summary == "-" || a.junit == "-";   // nothing else may stand there
-    if (isPiped) options.quiet = true;
-    if (!options.quiet) std::printf("%s\n", scenario.title.empty() ? scenario.name.c_str() : scenario.title.c_str());
-    const app::Recording recording = app::runScenario(scenario, scenarios.front().checks, options);
-    if (!options.quiet) app::printSummary(recording, stdout);
-    std::string wrong;
-    if (!a.summary.empty()) wrong = write(a.summary, app::summaryJson(recording));
-    if (wrong.empty() && !a.junit.empty()) wrong = write(a.junit, app::junitXml({recording}));
-    if (wrong.empty() && !a.out.empty()) wrong = app::writeReport(recording, a.out);
-    if (!wrong.empty()) return refuse(wrong);
-    if (!options.quiet && !a.out.empty()) std::printf("report         %s/report.html\n", a.out.c_str());
-    if (a.shell || recording.passed()) return 0;
-    if (options.quiet)
-        for (const app::CheckResult& c : recording.checks)
-            if (!c.pass)
-                std::fprintf(stderr, "%s: FAIL %s: %s\n", a.scenarios.front().c_str(), c.name.c_str(), c.detail.c_str());
-    for (const std::string& misuse : recording.misuses)
-        std::fprintf(stderr, "%s: kernel misuse: %s\n", a.scenarios.front().c_str(), misuse.c_str());
-    return CHECK_FAILED;
+    return runOne(a, scenarios.front());
 }
 
 struct NmeaArguments {
