@@ -20,6 +20,7 @@
 #include <filesystem>
 #include <future>
 #include <optional>
+#include <set>
 #include <thread>
 
 namespace {
@@ -86,6 +87,10 @@ int runMany(const RunArguments& a, const std::vector<app::Prepared>& scenarios)
     if (!a.seeds.empty()) options.seeds = app::parseSeeds(a.seeds);
     if (!a.seeds.empty() && options.seeds.empty())
         return refuse("tu: --seeds: '" + a.seeds + "' is no list of seeds, such as 1..50 or 1,4,9");
+    std::set<std::string> names;
+    for (const app::Prepared& p : scenarios)
+        if (!a.out.empty() && !names.insert(p.scenario.name).second)
+            return refuse(p.file + ": another scenario is named '" + p.scenario.name + "', and --out has a folder a name");
     std::string wrong;
     const std::vector<app::BatchRun> runs = app::runBatch(scenarios, options, wrong);
     if (!options.quiet && !options.seeds.empty()) app::printSpread(app::spreadOf(runs), stdout);

@@ -113,6 +113,8 @@ TEST(Scenario, IsRefusedWithLineAndReason)
              {"check of no state", minimal + "[[check]]\ncheck = \"clock\"\nat = \"1m\"\nis = \"FINE\"\n", "bad.toml:7: check: is: 'FINE' is no known name"},
              {"check of no receiver's state", minimal + "[[check]]\ncheck = \"gps_state\"\nat = \"1m\"\nis = \"FINE\"\n", "bad.toml:7: check: is: 'FINE' is no known name"},
              {"command without its text", minimal + "[[check]]\ncheck = \"command\"\nat = \"1m\"\nline = \"gpsstatus\"\n", "check: 'text' is missing"},
+             {"answer about radio links that isn't", minimal + "[[check]]\ncheck = \"socpri_told\"\nanswer = \"jump\"\n", "bad.toml:6: check: answer: 'jump' is no answer about radio links"},
+             {"port that isn't", minimal + "[[check]]\ncheck = \"socpri_told\"\nanswer = \"scan\"\nport = 8\n", "bad.toml:7: check: port: 8 is outside 1 to 7"},
              {"check with a key too many", minimal + "[[check]]\ncheck = \"mask\"\nmask = \"G.811\"\nat = \"1m\"\n", "bad.toml:7: check: unknown key 'at'"},
          }) {
         SCOPED_TRACE(c.what);
