@@ -210,7 +210,7 @@ TEST(RecordedSeries, IsRefusedAtItsBadLine)
         try {
             sim::readScenario(file);
             FAIL() << "accepted";
-        } catch (const sim::SeriesError& e) {
+        } catch (const sim::ScenarioError& e) {
             EXPECT_THAT(e.what(), HasSubstr(c.refusal));
         }
     }
