@@ -22,7 +22,8 @@ constexpr u64 RUNS_MOST = 1'000'000;
 
 bool wholeNumber(const std::string& text, u64& value)
 {
-    if (text.empty() || text.size() > 19 || text.find_first_not_of("0123456789") != std::string::npos) return false;
+    if (text.empty() || text.size() > 19 || text.find_first_not_of("0123456789") != std::string::npos)
+        return false;
     value = std::strtoull(text.c_str(), nullptr, 10);
     return true;
 }
@@ -60,12 +61,14 @@ void tell(const Task& task, const Recording& r, bool quiet)
 {
     if (quiet && r.passed()) return;
     std::FILE* const out = r.passed() ? stdout : stderr;
-    std::fprintf(out, "%s  %s seed %llu: %zu checks, %s of virtual time in %.1f s\n", r.passed() ? "ok  " : "FAIL",
-                 task.what->file.c_str(), static_cast<unsigned long long>(r.seed), r.checks.size(),
-                 clockText(r.virtual_s).c_str(), r.wall_s);
+    std::fprintf(out, "%s  %s seed %llu: %zu checks, %s of virtual time in %.1f s\n",
+                 r.passed() ? "ok  " : "FAIL", task.what->file.c_str(),
+                 static_cast<unsigned long long>(r.seed), r.checks.size(), clockText(r.virtual_s).c_str(),
+                 r.wall_s);
     for (const CheckResult& c : r.checks)
         if (!c.pass) std::fprintf(out, "      %s: %s\n", c.name.c_str(), c.detail.c_str());
-    for (const std::string& misuse : r.misuses) std::fprintf(out, "      kernel misuse: %s\n", misuse.c_str());
+    for (const std::string& misuse : r.misuses)
+        std::fprintf(out, "      kernel misuse: %s\n", misuse.c_str());
     std::fflush(out);
 }
 
@@ -91,7 +94,8 @@ void collect(const BatchRun& run, Values& values)
         }
         std::size_t number = 0;
         for (const auto& holdover : unit["holdovers"])
-            add("holdover " + std::to_string(++number) + ", drift, ns", std::abs(holdover["drift_ns"].get<double>()));
+            add("holdover " + std::to_string(++number) + ", drift, ns",
+                std::abs(holdover["drift_ns"].get<double>()));
     }
 }
 
@@ -152,8 +156,9 @@ std::vector<Spread> spreadOf(const std::vector<BatchRun>& runs)
     for (auto& [key, sorted] : values) {
         std::ranges::sort(sorted);
         const auto& [scenario, unit, what] = key;
-        spread.push_back({scenario, unit, what, sorted.size(), percentile(sorted, 0.1), percentile(sorted, 0.5),
-                          percentile(sorted, 0.9), percentile(sorted, 0.99), sorted.back()});
+        spread.push_back({scenario, unit, what, sorted.size(), percentile(sorted, 0.1),
+                          percentile(sorted, 0.5), percentile(sorted, 0.9), percentile(sorted, 0.99),
+                          sorted.back()});
     }
     return spread;
 }
@@ -164,11 +169,11 @@ void printSpread(const std::vector<Spread>& spread, std::FILE* out)
     for (const Spread& s : spread) {
         if (const std::string now = s.scenario + ", unit " + s.unit; now != head) {
             head = now;
-            std::fprintf(out, "%-40s %6s %10s %10s %10s %10s %10s\n", head.c_str(), "runs", "10 %", "median", "90 %",
-                         "99 %", "most");
+            std::fprintf(out, "%-40s %6s %10s %10s %10s %10s %10s\n", head.c_str(), "runs", "10 %", "median",
+                         "90 %", "99 %", "most");
         }
-        std::fprintf(out, "  %-38s %6zu %10.4g %10.4g %10.4g %10.4g %10.4g\n", s.what.c_str(), s.count, s.p10, s.p50,
-                     s.p90, s.p99, s.most);
+        std::fprintf(out, "  %-38s %6zu %10.4g %10.4g %10.4g %10.4g %10.4g\n", s.what.c_str(), s.count, s.p10,
+                     s.p50, s.p90, s.p99, s.most);
     }
 }
 
@@ -181,8 +186,15 @@ std::string batchJson(const std::vector<BatchRun>& runs)
     for (const BatchRun& run : runs) json["runs"].push_back(run.summary);
     json["spread"] = nlohmann::ordered_json::array();
     for (const Spread& s : spreadOf(runs))
-        json["spread"].push_back({{"scenario", s.scenario}, {"unit", s.unit}, {"what", s.what}, {"runs", s.count},
-                                  {"p10", s.p10}, {"p50", s.p50}, {"p90", s.p90}, {"p99", s.p99}, {"max", s.most}});
+        json["spread"].push_back({{"scenario", s.scenario},
+                                  {"unit", s.unit},
+                                  {"what", s.what},
+                                  {"runs", s.count},
+                                  {"p10", s.p10},
+                                  {"p50", s.p50},
+                                  {"p90", s.p90},
+                                  {"p99", s.p99},
+                                  {"max", s.most}});
     return json.dump(1) + "\n";
 }
 

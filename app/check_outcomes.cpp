@@ -126,9 +126,10 @@ Outcome against(double Sample::*error, const char* missing, const UnitRecording&
         ++count;
     }
     return within(largest, "ns", c,
-                  count > 0 ? format("%.4g ns from %s to %s, at most %g", largest, clockText(c.from_s).c_str(),
-                                     clockText(c.to_s).c_str(), c.limit)
-                            : missing, count > 0);
+                  count > 0 ? format("%.4g ns from %s to %s, at most %g", largest,
+                                     clockText(c.from_s).c_str(), clockText(c.to_s).c_str(), c.limit)
+                            : missing,
+                  count > 0);
 }
 
 }  // namespace
@@ -231,7 +232,8 @@ Outcome underMask(const UnitRecording& u, const CheckSpec& c)
     const TauValue& worst = above != nullptr ? *above : nearestToMask(values, mask.mtie);
     const double limit = maskLimit(mask.mtie, worst.tau);
     Outcome o{above == nullptr, "MTIE within " + c.text, worst.value};
-    if (above != nullptr) o.detail = format("MTIE %.1f ns at %g s, limit %.1f", worst.value, worst.tau, limit);
+    if (above != nullptr)
+        o.detail = format("MTIE %.1f ns at %g s, limit %.1f", worst.value, worst.tau, limit);
     if (limit >= 0.0) o.most = limit;
     o.of = "ns";
     return o;
@@ -257,7 +259,8 @@ Outcome clockAt(const UnitRecording& u, const CheckSpec& c)
 }
 Outcome regStateAt(const UnitRecording& u, const CheckSpec& c)
 {
-    return isAt(u.regStates, &StateChange::state, c.from_s, c.states[0], KvdLoz6TuReg_regStateText(c.states[0]));
+    return isAt(u.regStates, &StateChange::state, c.from_s, c.states[0],
+                KvdLoz6TuReg_regStateText(c.states[0]));
 }
 Outcome selectedAt(const UnitRecording& u, const CheckSpec& c)
 {
@@ -273,7 +276,8 @@ Outcome gpsTypeAt(const UnitRecording& u, const CheckSpec& c)
 }
 Outcome qualityAt(const UnitRecording& u, const CheckSpec& c)
 {
-    return isAt(u.qualities, &StateChange::state, c.from_s, c.states[0], qualityLevelName(c.states[0]).c_str());
+    return isAt(u.qualities, &StateChange::state, c.from_s, c.states[0],
+                qualityLevelName(c.states[0]).c_str());
 }
 Outcome pduMissingAt(const UnitRecording& u, const CheckSpec& c)
 {

@@ -20,7 +20,8 @@ std::string placeOf(const Json& element, std::size_t index)
     if (element.is_array() && element.size() == 2 && element[0].is_number() && element[1].is_number())
         return element[0].dump() + " s";             // a value at an observation interval
     for (const char* const key : {"name", "scenario"})
-        if (element.is_object() && element.contains(key) && element[key].is_string() && !element.contains("t"))
+        if (element.is_object() && element.contains(key) && element[key].is_string() &&
+            !element.contains("t"))
             return element[key].get<std::string>();
     return std::to_string(index);
 }
@@ -101,7 +102,8 @@ std::size_t compareSummaries(const std::string& before, const std::string& after
         const bool isBeyond = !numbers || !within(was->get<double>(), is->get<double>(), tolerance);
         ++differ;
         if (isBeyond) ++beyond;
-        std::fprintf(out, "%s %s: %s -> %s", isBeyond ? "!" : " ", path.c_str(), text(was).c_str(), text(is).c_str());
+        std::fprintf(out, "%s %s: %s -> %s", isBeyond ? "!" : " ", path.c_str(), text(was).c_str(),
+                     text(is).c_str());
         if (numbers) {
             const double from = was->get<double>(), to = is->get<double>();
             std::fprintf(out, " (%+.4g", to - from);

@@ -10,7 +10,8 @@ constexpr float NONE = std::numeric_limits<float>::quiet_NaN();
 void DelayRecorder::watch(sim::Network& network, const sim::Scenario& scenario)
 {
     const auto isUnit = [&scenario](const std::string& name) {
-        return std::ranges::any_of(scenario.units, [&](const sim::UnitSpec& u) { return u.node.name == name; });
+        return std::ranges::any_of(scenario.units,
+                                   [&](const sim::UnitSpec& u) { return u.node.name == name; });
     };
     for (const sim::PathSpec& p : scenario.paths)
         for (const auto& [unit, peer] : {std::pair(p.from, p.to), std::pair(p.to, p.from)})
@@ -20,7 +21,8 @@ void DelayRecorder::watch(sim::Network& network, const sim::Scenario& scenario)
         const float us = static_cast<float>(static_cast<double>(delay) * 1e-6);
         if (const auto down = pairs_.find({to.netName(), from.netName()}); down != pairs_.end())
             down->second.down_us = us;
-        if (const auto up = pairs_.find({from.netName(), to.netName()}); up != pairs_.end()) up->second.up_us = us;
+        if (const auto up = pairs_.find({from.netName(), to.netName()}); up != pairs_.end())
+            up->second.up_us = us;
     });
 }
 

@@ -31,13 +31,14 @@ void addSuite(std::ostringstream& xml, const Recording& run)
         << "\" failures=\"" << failed << "\" errors=\"" << run.misuses.size() << "\" time=\"" << run.wall_s
         << "\">\n";
     for (const CheckResult& c : run.checks) {
-        xml << "  <testcase classname=" << attribute(run.scenario + "." + c.unit) << " name=" << attribute(c.name);
+        xml << "  <testcase classname=" << attribute(run.scenario + "." + c.unit)
+            << " name=" << attribute(c.name);
         if (c.pass) xml << "/>\n";
         else        xml << "><failure message=" << attribute(c.detail) << "/></testcase>\n";
     }
     for (const std::string& misuse : run.misuses)
-        xml << "  <testcase classname=" << attribute(run.scenario + ".kernel") << " name=\"misuse\"><error message="
-            << attribute(misuse) << "/></testcase>\n";
+        xml << "  <testcase classname=" << attribute(run.scenario + ".kernel")
+            << " name=\"misuse\"><error message=" << attribute(misuse) << "/></testcase>\n";
     xml << " </testsuite>\n";
 }
 

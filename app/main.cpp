@@ -1,4 +1,5 @@
-// tu - Runs timing units in a simulated node from a scenario, or feeds one the log of a receiver or a capture.
+// tu - Runs timing units in a simulated node from a scenario, or feeds one the log of a receiver or a
+// capture.
 #include "app/batch.h"
 #include "app/compare.h"
 #include "app/junit.h"
@@ -90,7 +91,8 @@ int runMany(const RunArguments& a, const std::vector<app::Prepared>& scenarios)
     std::set<std::string> names;
     for (const app::Prepared& p : scenarios)
         if (!a.out.empty() && !names.insert(p.scenario.name).second)
-            return refuse(p.file + ": another scenario is named '" + p.scenario.name + "', and --out has a folder a name");
+            return refuse(p.file + ": another scenario is named '" + p.scenario.name +
+                          "', and --out has a folder a name");
     std::string wrong;
     const std::vector<app::BatchRun> runs = app::runBatch(scenarios, options, wrong);
     if (!options.quiet && !options.seeds.empty()) app::printSpread(app::spreadOf(runs), stdout);
@@ -135,7 +137,8 @@ std::string writeAll(const RunArguments& a, const app::Recording& recording)
 int runOne(const RunArguments& a, const app::Prepared& p)
 {
     const app::RunOptions options = optionsOf(a);
-    if (!options.quiet) std::printf("%s\n", (p.scenario.title.empty() ? p.scenario.name : p.scenario.title).c_str());
+    if (!options.quiet)
+        std::printf("%s\n", (p.scenario.title.empty() ? p.scenario.name : p.scenario.title).c_str());
     const app::Recording recording = app::runScenario(p.scenario, p.checks, options);
     if (!options.quiet) app::printSummary(recording, stdout);
     if (const std::string wrong = writeAll(a, recording); !wrong.empty()) return refuse(wrong);
@@ -236,7 +239,8 @@ int main(int argc, char** argv)
     runCommand->add_option("scenario", a.scenarios, "Scenarios, TOML files")->required();
     CLI::Option* const seed =
         runCommand->add_option("--seed", a.seed, "Seed of every noise source, in place of the scenario's");
-    runCommand->add_option("--seeds", a.seeds, "A run for each seed, such as 1..50, and the percentiles of all")
+    runCommand
+        ->add_option("--seeds", a.seeds, "A run for each seed, such as 1..50, and the percentiles of all")
         ->excludes(seed);
     runCommand->add_option("--jobs", a.jobs, "Runs side by side; by default one a processor")
         ->check(CLI::Range(1, 1024));
@@ -245,7 +249,8 @@ int main(int argc, char** argv)
                            "FILE:counts,nominal=COUNTS[,gate=SECONDS][,column=N]");
     runCommand->add_option("--reference-noise", a.referenceNoise,
                            "Recorded noise of the references: FILE[:phase], or as the oscillator");
-    runCommand->add_option("--summary", a.summary, "Write the summary to this file as JSON; - is standard output");
+    runCommand->add_option("--summary", a.summary,
+                           "Write the summary to this file as JSON; - is standard output");
     runCommand->add_option("--junit", a.junit, "Write what held and what didn't to this file as JUnit's XML");
     runCommand->add_option("--out", a.out, "Folder for series, traces, volumes and report.html");
     runCommand->add_flag("--quiet", a.quiet, "No progress, no lines, no summary on the terminal");
@@ -275,11 +280,12 @@ int main(int argc, char** argv)
     pcapCommand->add_flag("--summary", captureSummary, "The closing table alone");
     std::string before, after;
     app::Tolerance tolerance;
-    CLI::App* const compareCommand =
-        tu.add_subcommand("compare", "Tell what changed from one summary to another; exit code 1 beyond a tolerance");
+    CLI::App* const compareCommand = tu.add_subcommand(
+        "compare", "Tell what changed from one summary to another; exit code 1 beyond a tolerance");
     compareCommand->add_option("before", before, "Summary of a run, JSON")->required();
     compareCommand->add_option("after", after, "The other one")->required();
-    compareCommand->add_option("--relative", tolerance.relative, "Share by which numbers may differ, 0.01 is 1 %")
+    compareCommand
+        ->add_option("--relative", tolerance.relative, "Share by which numbers may differ, 0.01 is 1 %")
         ->check(CLI::NonNegativeNumber);
     compareCommand->add_option("--absolute", tolerance.absolute, "Or by so much, in the number's own unit")
         ->check(CLI::NonNegativeNumber);

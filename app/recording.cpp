@@ -56,7 +56,8 @@ bool isHoldoverState(u8 radioClockState)
 /// nullptr when there is none.
 const LockedSpan* longestOf(const std::vector<LockedSpan>& spans)
 {
-    const auto longest = std::ranges::max_element(spans, {}, [](const LockedSpan& s) { return s.last - s.first; });
+    const auto longest =
+        std::ranges::max_element(spans, {}, [](const LockedSpan& s) { return s.last - s.first; });
     return longest != spans.end() ? &*longest : nullptr;
 }
 

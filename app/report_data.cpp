@@ -1,4 +1,5 @@
-// What the plots of a report are drawn from: the series on one time axis, changes of state, events, holdovers.
+// What the plots of a report are drawn from: the series on one time axis, changes of state, events,
+// holdovers.
 #include "app/packet_time.h"
 #include "app/report_page.h"
 #include "app/score.h"
@@ -29,7 +30,8 @@ Json number(double value)
 class Axis {
 public:
     explicit Axis(const std::vector<Sample>& samples)
-        : count_(samples.size()), stretch_(std::max<std::size_t>(1, (count_ + STRETCHES_MAX - 1) / STRETCHES_MAX))
+        : count_(samples.size()),
+          stretch_(std::max<std::size_t>(1, (count_ + STRETCHES_MAX - 1) / STRETCHES_MAX))
     {
         for (std::size_t begin = 0; begin < count_; begin += stretch_) {
             times.push_back(number(samples[begin].t));
@@ -162,7 +164,8 @@ Json columnsOf(const UnitRecording& unit, const Axis& axis, double interval_s, b
     c["divider"] = axis.column([&](std::size_t i) { return end > 0.0 ? (s[i].div / end - 1.0) * 1e9 : 0.0; });
     c["temperature"] = axis.column([&](std::size_t i) { return s[i].temperature_V; });
     c["good"] = axis.column([&](std::size_t i) { return isTrusted(s[i].radioClockState) ? 1.0 : 0.0; });
-    c["time_locked"] = axis.column([&](std::size_t i) { return isTimeLockedState(s[i].radioClockState) ? 1.0 : 0.0; });
+    c["time_locked"] =
+        axis.column([&](std::size_t i) { return isTimeLockedState(s[i].radioClockState) ? 1.0 : 0.0; });
     return c;
 }
 
@@ -217,7 +220,8 @@ Json deviationsOf(const UnitRecording& unit, double interval_s)
     std::vector<Mask> all = classes;
     all.push_back(packetNetworkMask());
     addDeviation(list, "MTIE of the time from packets, filtered with 0.1 Hz", p.mtie_ns, &Mask::mtie, all);
-    addDeviation(list, "TDEV of the time from packets, filtered with 0.1 Hz", p.tdev_ns, &Mask::tdev, classes);
+    addDeviation(list, "TDEV of the time from packets, filtered with 0.1 Hz", p.tdev_ns, &Mask::tdev,
+                 classes);
     return list;
 }
 
@@ -236,9 +240,10 @@ Json delaysOf(const UnitRecording& unit, const Axis& axis)
 {
     Json list = Json::array();
     for (const PacketDelays& d : unit.delays)
-        list.push_back({{"peer", d.peer},
-                        {"down", axis.column([&](std::size_t i) { return static_cast<double>(d.down_us[i]); })},
-                        {"up", axis.column([&](std::size_t i) { return static_cast<double>(d.up_us[i]); })}});
+        list.push_back(
+            {{"peer", d.peer},
+             {"down", axis.column([&](std::size_t i) { return static_cast<double>(d.down_us[i]); })},
+             {"up", axis.column([&](std::size_t i) { return static_cast<double>(d.up_us[i]); })}});
     return list;
 }
 
@@ -270,13 +275,15 @@ std::string reportData(const Recording& recording)
     json["failed"] = Json::array();
     for (const CheckResult& c : recording.checks)
         if (!c.pass && c.to_s > 0.0)
-            json["failed"].push_back({{"unit", c.unit}, {"name", c.name}, {"from", c.from_s}, {"to", c.to_s}});
+            json["failed"].push_back(
+                {{"unit", c.unit}, {"name", c.name}, {"from", c.from_s}, {"to", c.to_s}});
     json["units"] = Json::array();
     for (const UnitRecording& unit : recording.units)
         json["units"].push_back(toJson(unit, axis, recording.interval_s));
     std::string text;
     for (const char c : json.dump()) {
-        if (c == '/' && !text.empty() && text.back() == '<') text += '\\';   // no text may end the page's script
+        if (c == '/' && !text.empty() && text.back() == '<')
+            text += '\\'; // no text may end the page's script
         text += c;
     }
     return text;

@@ -24,9 +24,11 @@ constexpr const char* STYLE =
     "tr.fail td{background:#fbe9e6}[data-from],.at{cursor:pointer;color:#2458a6;text-decoration:underline}"
     "pre{background:#f5f5f2;padding:1em;overflow-x:auto;font-size:12.5px}summary{cursor:pointer;color:#555}"
     "figure{margin:.9em 0}figcaption{display:flex;gap:1.5em;justify-content:space-between;font-size:13px}"
-    ".read{color:#333;white-space:nowrap;font-variant-numeric:tabular-nums;overflow:hidden;text-overflow:ellipsis}"
+    ".read{color:#333;white-space:nowrap;font-variant-numeric:tabular-nums;overflow:hidden;text-overflow:"
+    "ellipsis}"
     ".read i{display:inline-block;width:.8em;height:.8em;margin-right:.3em;vertical-align:-1px}"
-    ".plot{width:100%;height:190px}.tools{position:sticky;top:0;background:#fffffff0;padding:.4em 0;z-index:9;"
+    ".plot{width:100%;height:190px}.tools{position:sticky;top:0;background:#fffffff0;padding:.4em "
+    "0;z-index:9;"
     "font-size:13px;color:#555}svg{width:100%;height:auto}.none{color:#777}";
 
 std::string contentOf(const char* file)
@@ -57,9 +59,9 @@ std::string rowOf(const CheckResult& c)
     std::string when = clockText(c.from_s);
     if (c.to_s > c.from_s) when += " to " + clockText(c.to_s);
     if (c.to_s <= 0) when = "";
-    return std::string(c.pass ? "<tr>" : "<tr class=fail>") + "<td>" + (c.pass ? "ok" : "<b>FAIL</b>") + "<td>" +
-           htmlText(c.unit) + "<td>" + htmlText(c.name) + "<td" + (when.empty() ? "" : times) + ">" + when + "<td>" +
-           htmlText(c.detail) + "\n";
+    return std::string(c.pass ? "<tr>" : "<tr class=fail>") + "<td>" + (c.pass ? "ok" : "<b>FAIL</b>") +
+           "<td>" + htmlText(c.unit) + "<td>" + htmlText(c.name) + "<td" + (when.empty() ? "" : times) + ">" +
+           when + "<td>" + htmlText(c.detail) + "\n";
 }
 
 /// What failed comes first and is seen at once, the rest is folded away.
@@ -95,12 +97,17 @@ std::string plots(const Recording& recording)
         appendPictures(page, recording);
         return page;
     }
-    return "<style>" + contentOf(LIBRARY_STYLE) + "</style>\n"
-           "<p class=tools>Drag to zoom all plots, double click or <button id=unzoom>whole run</button> to see "
-           "everything, point to read. <label><input type=checkbox id=whole> whole ranges</label>, the warm-up and "
-           "every outlier too. Dashed: the scenario's events; yellow: holdover; red: where a check failed.</p>\n"
-           "<div id=plots></div>\n<script>\n" + library + "\n</script>\n<script>\nconst RUN = " +
-           reportData(recording) + ";\n</script>\n<script>\n" + REPORT_SCRIPT + "</script>\n";
+    return "<style>" + contentOf(LIBRARY_STYLE) +
+           "</style>\n"
+           "<p class=tools>Drag to zoom all plots, double click or <button id=unzoom>whole run</button> to "
+           "see "
+           "everything, point to read. <label><input type=checkbox id=whole> whole ranges</label>, the "
+           "warm-up and "
+           "every outlier too. Dashed: the scenario's events; yellow: holdover; red: where a check "
+           "failed.</p>\n"
+           "<div id=plots></div>\n<script>\n" +
+           library + "\n</script>\n<script>\nconst RUN = " + reportData(recording) +
+           ";\n</script>\n<script>\n" + REPORT_SCRIPT + "</script>\n";
 }
 
 }  // namespace
@@ -122,10 +129,10 @@ std::string htmlText(const std::string& text)
 std::string reportPage(const Recording& recording)
 {
     return "<!doctype html>\n<html lang=en><meta charset=utf-8><title>" + htmlText(recording.scenario) +
-           "</title>\n<style>" + STYLE + "</style>\n<h1>" + htmlText(recording.scenario) + "</h1>\n<p class=what>" +
-           htmlText(recording.title) + "</p>\n" + verdict(recording) +
-           "<details><summary>summary</summary><pre>" + htmlText(summaryText(recording)) + "</pre></details>\n" +
-           plots(recording) + "</html>\n";
+           "</title>\n<style>" + STYLE + "</style>\n<h1>" + htmlText(recording.scenario) +
+           "</h1>\n<p class=what>" + htmlText(recording.title) + "</p>\n" + verdict(recording) +
+           "<details><summary>summary</summary><pre>" + htmlText(summaryText(recording)) +
+           "</pre></details>\n" + plots(recording) + "</html>\n";
 }
 
 }  // namespace app

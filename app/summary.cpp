@@ -77,8 +77,8 @@ void addHappenings(Json& json, const UnitRecording& unit)
         json["events"].push_back({{"t", e.t}, {"kind", e.kind}, {"text", e.text}});
     if (!unit.socpriReports.empty()) json["radio_links"] = Json::array();
     for (const SocpriReport& r : unit.socpriReports)
-        json["radio_links"].push_back({{"t", r.t}, {"answer", sim::socpriAnswerName(r.sigNo)}, {"port", r.port},
-                                       {"status", r.status}});
+        json["radio_links"].push_back(
+            {{"t", r.t}, {"answer", sim::socpriAnswerName(r.sigNo)}, {"port", r.port}, {"status", r.status}});
     if (!unit.pmPeriods.empty()) json["pm_reports"] = Json::array();
     for (const PmPeriod& p : unit.pmPeriods)
         json["pm_reports"].push_back({{"t", p.t}, {"set", p.froType == SYNC_PM_FROTYPE ? "sync" : "gps"},
@@ -137,7 +137,8 @@ Json finalOf(const UnitRecording& unit)
 
 Json toJson(const PacketTime& p)
 {
-    Json json = {{"seconds", p.scored_s}, {"max_te_ns", p.maxTe_ns}, {"max_te_filtered_ns", p.maxTeFiltered_ns}};
+    Json json = {
+        {"seconds", p.scored_s}, {"max_te_ns", p.maxTe_ns}, {"max_te_filtered_ns", p.maxTeFiltered_ns}};
     if (p.cTe_ns) json["cte_ns"] = *p.cTe_ns;
     json["mtie_ns"] = toJson(p.mtie_ns);
     json["tdev_ns"] = toJson(p.tdev_ns);
@@ -239,8 +240,8 @@ void printVerdict(const char* what, const std::optional<bool>& is, double limit_
 {
     if (!is) return;
     char text[64];
-    std::snprintf(text, sizeof text, "%s%s %s %g ns", line.empty() ? "" : ", ", what, *is ? "within" : "above",
-                  limit_ns);
+    std::snprintf(text, sizeof text, "%s%s %s %g ns", line.empty() ? "" : ", ", what,
+                  *is ? "within" : "above", limit_ns);
     line += text;
 }
 
@@ -258,8 +259,8 @@ void printPacketTime(const UnitRecording& unit, double interval_s, std::FILE* ou
 {
     const PacketTime p = packetTime(unit, interval_s);
     if (p.spans.empty()) return;
-    std::fprintf(out, "  packet time    %.0f s in %zu stretch%s: max|TE| %.1f ns, filtered %.1f ns", p.scored_s,
-                 p.spans.size(), p.spans.size() == 1 ? "" : "es", p.maxTe_ns, p.maxTeFiltered_ns);
+    std::fprintf(out, "  packet time    %.0f s in %zu stretch%s: max|TE| %.1f ns, filtered %.1f ns",
+                 p.scored_s, p.spans.size(), p.spans.size() == 1 ? "" : "es", p.maxTe_ns, p.maxTeFiltered_ns);
     if (p.cTe_ns) std::fprintf(out, ", cTE %+.2f ns", *p.cTe_ns);
     std::fprintf(out, "\n");
     for (const TimeClass& c : timeClasses()) {
@@ -274,7 +275,8 @@ void printPacketTime(const UnitRecording& unit, double interval_s, std::FILE* ou
     }
     const Mask& network = packetNetworkMask();
     const TauValue* const above = aboveMask(p.mtie_ns, network.mtie);
-    std::fprintf(out, "    %-10s MTIE %s the unit's own mask", network.name, above == nullptr ? "within" : "above");
+    std::fprintf(out, "    %-10s MTIE %s the unit's own mask", network.name,
+                 above == nullptr ? "within" : "above");
     if (above != nullptr)
         std::fprintf(out, " at %g s (%.1f ns, limit %.1f)", above->tau, above->value,
                      maskLimit(network.mtie, above->tau));

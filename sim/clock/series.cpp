@@ -79,8 +79,8 @@ void checkFrequencies(const std::string& path, const std::vector<double>& y)
 {
     for (std::size_t i = 0; i < y.size(); ++i)
         if (!(std::abs(y[i]) <= FARTHEST))
-            throw SeriesError(path + ": value " + std::to_string(i + 1) + " would be a clock " + offText(y[i]) +
-                              " off; the file holds something else");
+            throw SeriesError(path + ": value " + std::to_string(i + 1) + " would be a clock " +
+                              offText(y[i]) + " off; the file holds something else");
 }
 
 SeriesKind kindOf(const std::string& path, double first)
@@ -107,7 +107,8 @@ std::vector<double> readFrequencies(const std::string& path, const SeriesForm& f
 {
     std::vector<double> values = readSeries(path, form.column);
     const SeriesKind kind = form.kind ? *form.kind : kindOf(path, values.front());
-    values = kind == SeriesKind::Counts ? fromCounts(values, form) : asFrequency(std::move(values), kind, 1.0);
+    values =
+        kind == SeriesKind::Counts ? fromCounts(values, form) : asFrequency(std::move(values), kind, 1.0);
     checkFrequencies(path, values);
     return values;
 }
@@ -139,9 +140,11 @@ std::pair<std::string, SeriesForm> parseSeriesForm(const std::string& text)
         const std::string key = word.substr(0, equals);
         const bool isNumber = equals != std::string::npos && equals + 1 < word.size() && *end == '\0';
         const bool isWhole = isNumber && value == std::floor(value);
-        if (key == "column" && isWhole && value >= 0 && value < 100) form.column = static_cast<std::size_t>(value);
+        if (key == "column" && isWhole && value >= 0 && value < 100)
+            form.column = static_cast<std::size_t>(value);
         else if (key == "nominal" && isNumber && value > 0) form.nominal = value;
-        else if (key == "gate" && isWhole && value >= 1 && value <= 3600) form.gate_s = static_cast<u32>(value);
+        else if (key == "gate" && isWhole && value >= 1 && value <= 3600)
+            form.gate_s = static_cast<u32>(value);
         else throw SeriesError(text + ": '" + word + "' is none of column=N, nominal=COUNTS, gate=SECONDS");
     }
     if (*form.kind == SeriesKind::Counts && form.nominal <= 0)

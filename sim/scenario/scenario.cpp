@@ -40,8 +40,9 @@ void checkReceivers(const toml::array& units, const Scenario& s)
             const toml::node* const type = table.get("type");
             if (type != nullptr && type->value<std::string>() == "GPS_REF")
                 throw ScenarioError(s.file, static_cast<u32>(type->source().begin.line),
-                                    "reference: type: '" + u.node.name + "' has no [unit.gps], and no [[link]] "
-                                    "of type gps_out leads to it");
+                                    "reference: type: '" + u.node.name +
+                                        "' has no [unit.gps], and no [[link]] "
+                                        "of type gps_out leads to it");
         });
     }
 }

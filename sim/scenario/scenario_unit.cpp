@@ -38,7 +38,8 @@ void readOscillator(const toml::table* table, const std::string& file, Oscillato
     c.noise.flicker = t.notNegative("flicker_fm", c.noise.flicker);
     c.noise.randomWalk = t.notNegative("random_walk_fm", c.noise.randomWalk);
     const std::vector<double> polynomial = t.numbers("polynomial_ppb");
-    if (!polynomial.empty() && polynomial.size() != 4) t.fail("polynomial_ppb", "four coefficients, a0 to a3");
+    if (!polynomial.empty() && polynomial.size() != 4)
+        t.fail("polynomial_ppb", "four coefficients, a0 to a3");
     for (std::size_t i = 0; i < polynomial.size(); ++i) c.a[i] = polynomial[i];
     if (t.has("series")) c.series = readRecord(t, readFrequencies, {});
     t.finish();
@@ -219,9 +220,11 @@ UnitSpec readUnit(const toml::table& table, const std::string& file, const Scena
     UnitSpec u;
     NodeConfig& n = u.node;
     n.name = t.text("name");
-    if (n.name.empty() || n.name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-_") != std::string::npos)
+    if (n.name.empty() ||
+        n.name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-_") != std::string::npos)
         t.fail("name", "small letters, digits, '-' and '_'");
-    if (std::ranges::any_of(scenario.units, [&n](const UnitSpec& other) { return other.node.name == n.name; }))
+    if (std::ranges::any_of(scenario.units,
+                            [&n](const UnitSpec& other) { return other.node.name == n.name; }))
         t.fail("name", "there is another unit '" + n.name + "'");
     n.boardType = static_cast<u32>(t.integer("board_type", 1, 2, 2));
     n.smn = static_cast<u32>(t.integer("smn", 0, 0xFFFF, 0));

@@ -210,7 +210,8 @@ const toml::array* TableReader::tables(const char* key)
 {
     const toml::node* const node = take(key);
     if (node == nullptr) return nullptr;
-    if (!node->is_array_of_tables()) fail(key, "tables are expected, each headed [[" + std::string(key) + "]]");
+    if (!node->is_array_of_tables())
+        fail(key, "tables are expected, each headed [[" + std::string(key) + "]]");
     return node->as_array();
 }
 
