@@ -1,4 +1,7 @@
-// tu - Runs timing units in a simulated node from a scenario, or feeds one the log of a receiver or a capture.
+// tu - Runs timing units in a simulated node from scenarios, or feeds one a receiver's log or a capture.
+#include "app/batch.h"
+#include "app/compare.h"
+#include "app/junit.h"
 #include "app/manual.h"
 #include "app/nmea.h"
 #include "app/nmea_beside.h"
@@ -22,6 +25,7 @@
 #include <filesystem>
 #include <future>
 #include <optional>
+#include <set>
 #include <thread>
 
 namespace {
@@ -30,10 +34,12 @@ constexpr int CHECK_FAILED = 1;
 constexpr int BAD_INPUT = 2;
 
 struct RunArguments {
-    std::string scenario;
+    std::vector<std::string> scenarios;
     std::string oscillator, referenceNoise;
-    std::string summary, out;
+    std::string summary, out, junit;
     std::optional<u64> seed;
+    std::string seeds;
+    u32 jobs = std::max(1u, std::thread::hardware_concurrency());
     bool quiet = false;
     bool shell = false;
     bool stacks = false;
@@ -60,13 +66,59 @@ std::string scenarioFile(const std::string& name)
     return fs::exists(brought, none) ? brought.string() : name;
 }
 
-sim::Scenario prepare(const RunArguments& a)
+app::Prepared prepare(const RunArguments& a, const std::string& file)
 {
-    sim::Scenario scenario = sim::readScenario(scenarioFile(a.scenario));
-    if (a.seed) scenario.seed = *a.seed;
-    if (!a.oscillator.empty()) sim::replaceOscillator(scenario, a.oscillator);
-    if (!a.referenceNoise.empty()) sim::replaceReferenceNoise(scenario, a.referenceNoise);
-    return scenario;
+    app::Prepared p{file, sim::readScenario(scenarioFile(file)), {}};
+    if (a.seed) p.scenario.seed = *a.seed;
+    if (!a.oscillator.empty()) sim::replaceOscillator(p.scenario, a.oscillator);
+    if (!a.referenceNoise.empty()) sim::replaceReferenceNoise(p.scenario, a.referenceNoise);
+    p.checks = app::readChecks(p.scenario);
+    return p;
+}
+
+/// A file that is to be written at the end of a long run; "" when it will do, else what is wrong with it.
+std::string unwritable(const std::string& file)
+{
+    if (file.empty() || file == "-") return "";
+    const std::filesystem::path folder = std::filesystem::path(file).parent_path();
+    if (!folder.empty() && !std::filesystem::is_directory(folder)) return file + ": there is no such folder";
+    return std::filesystem::is_directory(file) ? file + ": it is a folder" : "";
+}
+
+/// "-" is standard output.
+std::string write(const std::string& file, const std::string& content)
+{
+    if (file != "-") return app::writeFile(file, content);
+    const bool ok = std::fwrite(content.data(), 1, content.size(), stdout) == content.size();
+    return ok && std::fflush(stdout) == 0 ? "" : "standard output can't be written";
+}
+
+/// Several scenarios, or several seeds of one.
+int runMany(const RunArguments& a, const std::vector<app::Prepared>& scenarios)
+{
+    if (a.shell || a.speed || !a.interfaces.empty() || !a.gpsTty.empty())
+        return refuse("tu: --shell, --speed, --ptp-if and --gps-tty are for one run");
+    app::BatchOptions options;
+    options.quiet = a.quiet || a.summary == "-" || a.junit == "-";
+    options.jobs = a.jobs;
+    options.out = a.out;
+    if (!a.seeds.empty()) options.seeds = app::parseSeeds(a.seeds);
+    if (!a.seeds.empty() && options.seeds.empty())
+        return refuse("tu: --seeds: '" + a.seeds + "' is no list of seeds, such as 1..50 or 1,4,9");
+    std::set<std::string> names;
+    for (const app::Prepared& p : scenarios)
+        if (!a.out.empty() && !names.insert(p.scenario.name).second)
+            return refuse(p.file + ": another scenario is named '" + p.scenario.name +
+                          "', and --out has a folder a name");
+    std::string wrong;
+    const std::vector<app::BatchRun> runs = app::runBatch(scenarios, options, wrong);
+    if (!options.quiet && !options.seeds.empty()) app::printSpread(app::spreadOf(runs), stdout);
+    std::vector<app::Recording> recordings;
+    for (const app::BatchRun& run : runs) recordings.push_back(run.recording);
+    if (wrong.empty() && !a.summary.empty()) wrong = write(a.summary, app::batchJson(runs));
+    if (wrong.empty() && !a.junit.empty()) wrong = write(a.junit, app::junitXml(recordings));
+    if (!wrong.empty()) return refuse(wrong);
+    return std::ranges::all_of(recordings, &app::Recording::passed) ? 0 : CHECK_FAILED;
 }
 
 /// [NAME=]INTERFACE
@@ -77,20 +129,10 @@ app::HostInterface interfaceOf(const std::string& text)
     return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
-int run(const RunArguments& a)
+app::RunOptions optionsOf(const RunArguments& a)
 {
-    const bool onHost = !a.interfaces.empty() || !a.gpsTty.empty();
-    if (onHost && a.speed.value_or(1.0) != 1.0)
-        return refuse("tu: on an interface or a receiver's line the run keeps the host's time, --speed is 1");
-    if (a.gpsTty.empty() && !a.pps.empty()) return refuse("tu: --pps goes with --gps-tty");
-    const sim::Scenario scenario = prepare(a);
-    if (!a.out.empty()) {
-        std::error_code error;
-        std::filesystem::create_directories(a.out, error);
-        if (error) return refuse(a.out + ": " + error.message());
-    }
     app::RunOptions options;
-    options.quiet = a.quiet;
+    options.quiet = a.quiet || a.summary == "-" || a.junit == "-";   // nothing else may stand there
     options.shell = a.shell;
     options.stacks = a.stacks;
     options.speed = a.speed.value_or(a.shell ? 1.0 : 0.0);
@@ -101,24 +143,55 @@ int run(const RunArguments& a)
         options.receiver = {line.host, line.interface, a.pps};
     }
     options.hostTimeIsUtc = a.hostScale == "utc";
-    if (!a.quiet)
-        std::printf("%s\n", scenario.title.empty() ? scenario.name.c_str() : scenario.title.c_str());
-    const app::Recording recording = app::runScenario(scenario, options);
-    if (!a.quiet) app::printSummary(recording, stdout);
+    return options;
+}
+
+/// What the run is asked to leave behind; the first thing that can't be written.
+std::string writeAll(const RunArguments& a, const app::Recording& recording)
+{
     std::string wrong;
-    if (!a.summary.empty()) wrong = app::writeFile(a.summary, app::summaryJson(recording));
+    if (!a.summary.empty()) wrong = write(a.summary, app::summaryJson(recording));
+    if (wrong.empty() && !a.junit.empty()) wrong = write(a.junit, app::junitXml({recording}));
     if (wrong.empty() && !a.out.empty()) wrong = app::writeReport(recording, a.out);
-    if (!wrong.empty()) return refuse(wrong);
-    if (!a.quiet && !a.out.empty()) std::printf("report         %s/report.html\n", a.out.c_str());
+    return wrong;
+}
+
+int runOne(const RunArguments& a, const app::Prepared& p)
+{
+    const app::RunOptions options = optionsOf(a);
+    if (!options.quiet)
+        std::printf("%s\n", (p.scenario.title.empty() ? p.scenario.name : p.scenario.title).c_str());
+    const app::Recording recording = app::runScenario(p.scenario, p.checks, options);
+    if (!options.quiet) app::printSummary(recording, stdout);
+    if (const std::string wrong = writeAll(a, recording); !wrong.empty()) return refuse(wrong);
+    if (!options.quiet && !a.out.empty()) std::printf("report         %s/report.html\n", a.out.c_str());
     if (a.shell || recording.passed()) return 0;
-    if (a.quiet)
+    if (options.quiet)
         for (const app::CheckResult& c : recording.checks)
             if (!c.pass)
-                std::fprintf(stderr, "%s: FAIL %s: %s\n", a.scenario.c_str(), c.name.c_str(),
-                             c.detail.c_str());
+                std::fprintf(stderr, "%s: FAIL %s: %s\n", p.file.c_str(), c.name.c_str(), c.detail.c_str());
     for (const std::string& misuse : recording.misuses)
-        std::fprintf(stderr, "%s: kernel misuse: %s\n", a.scenario.c_str(), misuse.c_str());
+        std::fprintf(stderr, "%s: kernel misuse: %s\n", p.file.c_str(), misuse.c_str());
     return CHECK_FAILED;
+}
+
+int run(const RunArguments& a)
+{
+    const bool onHost = !a.interfaces.empty() || !a.gpsTty.empty();
+    if (onHost && a.speed.value_or(1.0) != 1.0)
+        return refuse("tu: on an interface or a receiver's line the run keeps the host's time, --speed is 1");
+    if (a.gpsTty.empty() && !a.pps.empty()) return refuse("tu: --pps goes with --gps-tty");
+    std::vector<app::Prepared> scenarios;
+    for (const std::string& file : a.scenarios) scenarios.push_back(prepare(a, file));
+    for (const std::string& file : {a.summary, a.junit})
+        if (const std::string wrong = unwritable(file); !wrong.empty()) return refuse(wrong);
+    if (!a.out.empty()) {
+        std::error_code error;
+        std::filesystem::create_directories(a.out, error);
+        if (error) return refuse(a.out + ": " + error.message());
+    }
+    if (scenarios.size() > 1 || !a.seeds.empty()) return runMany(a, scenarios);
+    return runOne(a, scenarios.front());
 }
 
 struct NmeaArguments {
@@ -222,14 +295,23 @@ int main(int argc, char** argv)
     RunArguments a;
     CLI::App* const runCommand = tu.add_subcommand("run", "Run a scenario and score the clock");
     runCommand
-        ->add_option("scenario", a.scenario, "Scenario: a TOML file, or the name of one that is installed")
+        ->add_option("scenario", a.scenarios, "Scenarios: TOML files, or names of those that are installed")
         ->required();
-    runCommand->add_option("--seed", a.seed, "Seed of every noise source, in place of the scenario's");
+    CLI::Option* const seed =
+        runCommand->add_option("--seed", a.seed, "Seed of every noise source, in place of the scenario's");
+    runCommand
+        ->add_option("--seeds", a.seeds, "A run for each seed, such as 1..50, and the percentiles of all")
+        ->excludes(seed);
+    runCommand->add_option("--jobs", a.jobs, "Runs side by side; by default one a processor")
+        ->check(CLI::Range(1, 1024));
     runCommand->add_option("--oscillator", a.oscillator,
-                           "Recorded oscillator, one value a second: FILE[:hz|:frequency|:phase]");
+                           "Recorded oscillator, one value a second: FILE[:hz|:mhz|:frequency|:phase], or "
+                           "FILE:counts,nominal=COUNTS[,gate=SECONDS][,column=N]");
     runCommand->add_option("--reference-noise", a.referenceNoise,
-                           "Recorded noise of the references: FILE[:phase|:frequency]");
-    runCommand->add_option("--summary", a.summary, "Write the summary to this file as JSON");
+                           "Recorded noise of the references: FILE[:phase], or as the oscillator");
+    runCommand->add_option("--summary", a.summary,
+                           "Write the summary to this file as JSON; - is standard output");
+    runCommand->add_option("--junit", a.junit, "Write what held and what didn't to this file as JUnit's XML");
     runCommand->add_option("--out", a.out, "Folder for series, traces, volumes and report.html");
     runCommand->add_flag("--quiet", a.quiet, "No progress, no lines, no summary on the terminal");
     runCommand->add_flag("--stacks", a.stacks, "Tell how much of their stacks the processes have used");
@@ -274,6 +356,17 @@ int main(int argc, char** argv)
     pcapCommand->add_flag("--json", p.json, "The same as JSON");
     pcapCommand->add_flag("--no-unit", p.noUnit, "Without a unit: what the capture shows by itself");
     pcapCommand->add_option("--out", p.out, "Folder for report.html with plots, and for the series");
+    std::string before, after;
+    app::Tolerance tolerance;
+    CLI::App* const compareCommand = tu.add_subcommand(
+        "compare", "Tell what changed from one summary to another; exit code 1 beyond a tolerance");
+    compareCommand->add_option("before", before, "Summary of a run, JSON")->required();
+    compareCommand->add_option("after", after, "The other one")->required();
+    compareCommand
+        ->add_option("--relative", tolerance.relative, "Share by which numbers may differ, 0.01 is 1 %")
+        ->check(CLI::NonNegativeNumber);
+    compareCommand->add_option("--absolute", tolerance.absolute, "Or by so much, in the number's own unit")
+        ->check(CLI::NonNegativeNumber);
     app::SoakOptions s;
     u32 runs = 1;
     u32 jobs = std::max(1u, std::thread::hardware_concurrency());
@@ -294,6 +387,8 @@ int main(int argc, char** argv)
         tu.parse(argc, argv);
         if (soakCommand->parsed()) return soak(s, runs, jobs);
         if (pcapCommand->parsed()) return pcap(p);
+        if (compareCommand->parsed())
+            return app::compareSummaries(before, after, tolerance, stdout) != 0 ? CHECK_FAILED : 0;
         return nmeaCommand->parsed() ? nmea(n) : run(a);
     } catch (const CLI::ParseError& e) {
         return e.get_exit_code() == 0 ? tu.exit(e) : refuse(std::string("tu: ") + e.what());
@@ -306,6 +401,8 @@ int main(int argc, char** argv)
     } catch (const sim::HostError& e) {
         return refuse(e.what());
     } catch (const app::PcapError& e) {
+        return refuse(e.what());
+    } catch (const app::CompareError& e) {
         return refuse(e.what());
     }
 }

@@ -88,7 +88,7 @@ std::string listed(const Values& values)
 
 }  // namespace
 
-PmVerdict pmPeriods(const UnitRecording& unit, const sim::CheckSpec& check)
+PmVerdict pmPeriods(const UnitRecording& unit, const CheckSpec& check)
 {
     u64 wholePeriods = 0;
     double last = 0;

@@ -2,7 +2,7 @@
 // processor was told in the meantime.
 #pragma once
 #include "app/recording.h"
-#include "sim/scenario/scenario.h"
+#include "app/checks.h"
 
 #include <string>
 
@@ -15,6 +15,6 @@ struct PmVerdict {
 
 /// Every report of the set between the check's times: its seconds and outages are those of the
 /// recorded states, to the second; a suspect one has no seconds. Whole periods are counted.
-PmVerdict pmPeriods(const UnitRecording& unit, const sim::CheckSpec& check);
+PmVerdict pmPeriods(const UnitRecording& unit, const CheckSpec& check);
 
 }  // namespace app

@@ -53,16 +53,26 @@ bool isHoldoverState(u8 radioClockState)
            radioClockState == RNT_TIME_HOLDOVER;
 }
 
+/// nullptr when there is none.
+const LockedSpan* longestOf(const std::vector<LockedSpan>& spans)
+{
+    const auto longest =
+        std::ranges::max_element(spans, {}, [](const LockedSpan& s) { return s.last - s.first; });
+    return longest != spans.end() ? &*longest : nullptr;
+}
+
+std::vector<double> timeErrorsOf(const UnitRecording& unit, const LockedSpan& span)
+{
+    std::vector<double> x;
+    for (std::size_t i = span.first; i <= span.last; ++i) x.push_back(unit.samples[i].timeError_ns);
+    return x;
+}
+
 void scoreLongestSpan(const UnitRecording& unit, double interval_s, Scores& scores)
 {
-    const auto longest = std::max_element(scores.spans.begin(), scores.spans.end(),
-                                          [](const LockedSpan& a, const LockedSpan& b) {
-                                              return a.last - a.first < b.last - b.first;
-                                          });
-    if (longest == scores.spans.end()) return;
-    std::vector<double> x;
-    for (std::size_t i = longest->first; i <= longest->last; ++i)
-        x.push_back(unit.samples[i].timeError_ns);
+    const LockedSpan* const longest = longestOf(scores.spans);
+    if (longest == nullptr) return;
+    const std::vector<double> x = timeErrorsOf(unit, *longest);
     const std::vector<double> taus = observationIntervals(x.size(), interval_s);
     scores.mtieFrom_s = unit.samples[longest->first].t;
     scores.mtieTo_s = unit.samples[longest->last].t;
@@ -92,11 +102,9 @@ bool isStep(const Sample& before, const Sample& after)
 
 bool isLockedState(u8 radioClockState)
 {
-    constexpr u8 FREQUENCY_LOCKED = 3, TIME_OFFSET_LOCKED = 8, RNT_TIME_LOCKED = 10;
-    constexpr u8 SLAVE_FREQUENCY_LOCKED = 15, SLAVE_FRAME_LOCKED = 16;
+    constexpr u8 FREQUENCY_LOCKED = 3, TIME_OFFSET_LOCKED = 8, RNT_TIME_LOCKED = 10, SLAVE_FRAME_LOCKED = 16;
     return radioClockState == FREQUENCY_LOCKED || radioClockState == TIME_OFFSET_LOCKED ||
-           radioClockState == RNT_TIME_LOCKED || radioClockState == SLAVE_FREQUENCY_LOCKED ||
-           radioClockState == SLAVE_FRAME_LOCKED;
+           radioClockState == RNT_TIME_LOCKED || radioClockState == SLAVE_FRAME_LOCKED;
 }
 
 bool isTimeLockedState(u8 radioClockState)
@@ -175,6 +183,20 @@ Scores score(const UnitRecording& unit, double interval_s)
     scores.scored_s = static_cast<double>(count) * interval_s;
     scoreLongestSpan(unit, interval_s, scores);
     return scores;
+}
+
+std::vector<TauValue> mtieBetween(const UnitRecording& unit, double interval_s, double from_s, double to_s)
+{
+    std::vector<LockedSpan> spans;
+    for (LockedSpan span : lockedSpans(unit, interval_s)) {
+        while (span.first < span.last && unit.samples[span.first].t < from_s) ++span.first;
+        while (span.first < span.last && unit.samples[span.last].t > to_s) --span.last;
+        if (span.first < span.last) spans.push_back(span);
+    }
+    const LockedSpan* const longest = longestOf(spans);
+    if (longest == nullptr) return {};
+    const std::vector<double> x = timeErrorsOf(unit, *longest);
+    return mtie(x, interval_s, observationIntervals(x.size(), interval_s));
 }
 
 std::optional<double> timeToFormerState_s(const UnitRecording& unit, const Restart& restart)

@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <limits>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -89,6 +90,29 @@ struct Restart {
     double used_s = -1;           // when
 };
 
+/// Something that happened to a unit, as a progress line tells it.
+struct UnitEvent {
+    double t = 0;
+    std::string kind;             // "clock", "selected", "degraded", "PTP port", "jump", ...
+    std::string text;
+};
+
+/// What the unit itself takes its clock for, each with one deviation from the filter's own covariance and
+/// carried on to the moment; NaN where it has no estimate.
+struct Estimate {
+    double time_ns = std::numeric_limits<double>::quiet_NaN();   // counter against the time that it knows
+    double timeDeviation_ns = std::numeric_limits<double>::quiet_NaN();
+    double freq_ppb = std::numeric_limits<double>::quiet_NaN();
+    double freqDeviation_ppb = std::numeric_limits<double>::quiet_NaN();
+};
+
+/// Delays of the packets between a unit and a master, as the network had them: of each sample's interval the
+/// last one each way, NaN where there was none.
+struct PacketDelays {
+    std::string peer;
+    std::vector<float> down_us, up_us;
+};
+
 /// One sample of the series.
 struct Sample {
     double t = 0;
@@ -100,6 +124,8 @@ struct Sample {
     double temperature_V = 0;     // of the oscillator's sensor
     u8 radioClockState = 0;
     u8 regState = 0;
+    bool isDegraded = false;      // the selected reference, as the main processor was told
+    Estimate estimate;            // its time against gpsTimeError_ns, its frequency against freqError_ppb
 };
 
 /// A stretch of the run during which the clock was locked, settling time taken off.
@@ -112,7 +138,13 @@ struct CheckResult {
     std::string name;
     bool pass = false;
     std::string detail;
+    std::string kind;                  // "mask", "time_error", ...
+    std::optional<double> value;       // what was measured, where it is a number
+    std::optional<double> least, most; // what it may be
+    std::string of;                    // unit of the three: ns, ppb, times
+    double from_s = 0, to_s = 0;       // what the check looked at; a moment has both equal
 };
+
 
 /// "QL-PRC (2)": the name of an SSM code of option I (ITU-T G.781), where it has one; 255 is none.
 std::string qualityLevelName(u8 ssm);
@@ -135,6 +167,9 @@ struct UnitRecording {
     std::vector<Restart> restarts;
     std::vector<ErrorEntry> errors;
     std::vector<FailedTest> failedTests;
+    std::vector<UnitEvent> events;        // all of these and more, in order
+    std::vector<PacketDelays> delays;     // between it and each master on its paths, as long as `samples`
+    std::map<std::string, u64> traceCounts;   // of the texts that checks ask for
     u64 toldSignals = 0, toldDigest = 0;  // all that the main processor got from the unit
     std::vector<Sample> samples;
 };
@@ -146,6 +181,7 @@ std::optional<double> errorAcrossGap_ns(const UnitRecording& unit, const Restart
 
 struct Recording {
     std::string scenario;
+    std::string title;
     u64 seed = 0;
     double interval_s = 1.0;
     double virtual_s = 0;
@@ -191,7 +227,10 @@ bool isStep(const Sample& before, const Sample& after);
 /// The settling time after each lock and each step that a score leaves out, s.
 constexpr double SETTLING_s = 300.0;
 Scores score(const UnitRecording& unit, double interval_s);
-/// Radio clock states in which a clock counts as locked to its reference.
+/// MTIE of the longest scored stretch between two times; empty when there is none.
+std::vector<TauValue> mtieBetween(const UnitRecording& unit, double interval_s, double from_s, double to_s);
+/// Radio clock states in which a clock counts as locked to its reference. A slave tells SLAVE_FREQUENCY_LOCKED while
+/// its loop pulls in, or has lost its link before it ever locked: that counts for nothing.
 bool isLockedState(u8 radioClockState);
 /// Those in which its counter is the reference's.
 bool isTimeLockedState(u8 radioClockState);

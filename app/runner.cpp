@@ -2,6 +2,7 @@
 
 #include "app/checks.h"
 #include "app/console.h"
+#include "app/delay_recorder.h"
 #include "app/progress.h"
 #include "app/socpri_reports.h"
 #include "app/summary.h"
@@ -35,13 +36,13 @@ ose::Time worldTime(double s) { return std::llround(s * 1e12); }
 class Recorder {
 public:
     Recorder(ose::World& world, sim::Unit& unit, Progress& progress, bool withName,
-             const std::vector<sim::CheckSpec>& checks)
+             const std::vector<CheckSpec>& checks)
         : world_(world), unit_(unit), progress_(progress),
           prefix_(withName ? unit.name() + "  " : "")
     {
         recording.name = unit.name();
-        for (const sim::CheckSpec& c : checks)
-            if (c.kind == sim::CheckKind::Trace && c.unit == unit.name()) traceCounts_[c.text] = 0;
+        for (const CheckSpec& c : checks)
+            if (!c.trace.empty() && c.unit == unit.name()) recording.traceCounts[c.trace] = 0;
         sim::MainProcessor& mp = unit.node().mainProcessor();
         mp.onStatus([this](const sim::ClockStatus& s) {
             onClockState(s.radioClockState);
@@ -98,6 +99,11 @@ public:
         });
     }
 
+    void happens(const std::string& what)
+    {
+        recording.events.push_back({now(), "event", what});
+        tell("event      " + what);
+    }
     void tell(const std::string& text) { progress_.line(now(), prefix_ + text); }
 
     std::string status() const
@@ -111,12 +117,6 @@ public:
         std::snprintf(text, sizeof text, "%s  %s  %+.0f ns", sim::clockStateName(clockState_),
                       selected_.c_str(), error_ns);
         return text;
-    }
-
-    u64 traceCount(const std::string& text) const
-    {
-        const auto found = traceCounts_.find(text);
-        return found != traceCounts_.end() ? found->second : 0;
     }
 
     /// What the node's services have kept themselves.
@@ -268,7 +268,7 @@ private:
     {
         if (!recording.restarts.empty() && recording.restarts.back().used.empty())
             onStartTrace(line.text);
-        for (auto& [text, count] : traceCounts_)
+        for (auto& [text, count] : recording.traceCounts)
             if (line.text.find(text) != std::string::npos) ++count;
     }
 
@@ -282,7 +282,6 @@ private:
     std::string selected_ = "none";
     double ranUntil_s_ = 0;
     std::string flashFile_;
-    std::map<std::string, u64> traceCounts_;
     static constexpr u32 SHAKEN_SAMPLES = 5;
     u32 shaken_ = 0;
 };
@@ -290,21 +289,23 @@ private:
 class Run {
 public:
     /// `clock` is the host's, where the run keeps its time.
-    Run(const sim::Scenario& scenario, const RunOptions& options, sim::HostClock* clock)
-        : scenario_(scenario), options_(options), world_(scenario.seed),
+    Run(const sim::Scenario& scenario, const std::vector<CheckSpec>& checks, const RunOptions& options,
+        sim::HostClock* clock)
+        : scenario_(scenario), checks_(checks), options_(options), world_(scenario.seed),
           progress_(!options.quiet && !options.shell, scenario.duration_s)
     {
         world_.onMisuse([this](const ose::Misuse& m) { misuses_.push_back(m.text()); });
         for (const sim::UnitSpec& spec : scenario.units) {
             units_.push_back(std::make_unique<sim::Unit>(world_, spec));
             recorders_.push_back(std::make_unique<Recorder>(
-                world_, *units_.back(), progress_, scenario.units.size() > 1, scenario.checks));
+                world_, *units_.back(), progress_, scenario.units.size() > 1, checks));
             if (!options.out.empty())
                 units_.back()->node().traces().toFile(options.out + "/trace-" + spec.node.name +
                                                       ".txt");
         }
         links_ = sim::makeLinks(world_, scenario, units_);
         net_ = std::make_unique<sim::PacketNet>(world_, scenario, units_);
+        if (!options.out.empty()) delays_.watch(net_->network(), scenario);
         if (clock != nullptr) openInterfaces(*clock);
         takeLeaders();
         scheduleEvents();
@@ -414,13 +415,13 @@ private:
             }
             if (event.netAction) {
                 world_.at(worldTime(event.at_s), [this, &event] {
-                    recorders_.front()->tell("event      " + event.what);
+                    recorders_.front()->happens(event.what);
                     event.netAction(*net_);
                 });
                 continue;
             }
             world_.at(worldTime(event.at_s), [this, &event, index = indexOf(event.unit)] {
-                recorders_[index]->tell("event      " + event.what);
+                recorders_[index]->happens(event.what);
                 event.action(*units_[index]);
             });
         }
@@ -444,7 +445,7 @@ private:
         });
         world_.at(worldTime(event.at_s),
                   [this, &event, &link = **link, index = indexOf((*link)->spec().to)] {
-                      recorders_[index]->tell("event      " + event.what);
+                      recorders_[index]->happens(event.what);
                       event.linkAction(link);
                       takeLeaders();
                   });
@@ -459,13 +460,13 @@ private:
 
     void scheduleCommands()
     {
-        for (const sim::CheckSpec& check : scenario_.checks) {
-            if (check.kind != sim::CheckKind::Command) continue;
+        for (const CheckSpec& check : checks_) {
+            if (check.command.empty()) continue;
             const auto recorder =
                 std::find_if(recorders_.begin(), recorders_.end(),
                              [&](const auto& r) { return r->recording.name == check.unit; });
             world_.at(worldTime(check.from_s),
-                      [r = recorder->get(), &check] { r->command(check.line); });
+                      [r = recorder->get(), &check] { r->command(check.command); });
         }
     }
 
@@ -473,6 +474,7 @@ private:
     {
         world_.at(worldTime(static_cast<double>(number) * scenario_.interval_s), [this, number] {
             for (auto& recorder : recorders_) recorder->sample();
+            delays_.sample();
             scheduleSample(number + 1);
         });
     }
@@ -491,6 +493,7 @@ private:
     {
         Recording recording;
         recording.scenario = scenario_.name;
+        recording.title = scenario_.title;
         recording.seed = scenario_.seed;
         recording.interval_s = scenario_.interval_s;
         recording.virtual_s = seconds(world_.now());
@@ -498,15 +501,11 @@ private:
         for (auto& recorder : recorders_) {
             recorder->collect();
             recording.units.push_back(recorder->recording);
+            recording.units.back().delays = delays_.take(recorder->recording.name);
         }
         // An operator who left early has seen only a part of what the checks speak of.
         if (world_.now() >= worldTime(scenario_.duration_s))
-            recording.checks = evaluateChecks(
-                scenario_, recording, [this](const std::string& unit, const std::string& text) {
-                    for (const auto& recorder : recorders_)
-                        if (recorder->recording.name == unit) return recorder->traceCount(text);
-                    return u64{0};
-                });
+            recording.checks = evaluateChecks(checks_, recording);
         recording.misuses = misuses_;
         if (hostNet_) recording.host = hostReport(*hostNet_, *hostClock_, realTimeRefused_, receiver_.get());
         if (!options_.out.empty())
@@ -516,6 +515,7 @@ private:
     }
 
     const sim::Scenario& scenario_;
+    const std::vector<CheckSpec>& checks_;
     RunOptions options_;
     ose::World world_;
     Progress progress_;
@@ -524,6 +524,7 @@ private:
     std::vector<std::unique_ptr<sim::Link>> links_;
     std::unique_ptr<sim::PacketNet> net_;
     sim::HostClock* hostClock_ = nullptr;
+    DelayRecorder delays_;
     std::unique_ptr<sim::HostNet> hostNet_;
     std::unique_ptr<sim::HostGps> receiver_;
     std::string realTimeRefused_;
@@ -532,16 +533,17 @@ private:
 
 }  // namespace
 
-Recording runScenario(const sim::Scenario& scenario, const RunOptions& options)
+Recording runScenario(const sim::Scenario& scenario, const std::vector<CheckSpec>& checks,
+                      const RunOptions& options)
 {
-    if (!options.onHost()) return Run(scenario, options, nullptr).run();
+    if (!options.onHost()) return Run(scenario, checks, options, nullptr).run();
     sim::HostClock clock;
     sim::Scenario onHost = scenario;
     const i64 tai_s = clock.taiAtBeginning() - (options.hostTimeIsUtc ? sim::TAI_AHEAD_OF_UTC : 0);
     onHost.setMasterEpoch(tai_s);
     for (sim::UnitSpec& unit : onHost.units)
         if (unit.gps) unit.gps->start = clock.taiAtBeginning() - sim::TAI_AHEAD_OF_UTC;
-    return Run(onHost, options, &clock).run();
+    return Run(onHost, checks, options, &clock).run();
 }
 
 }  // namespace app

@@ -1,5 +1,6 @@
 // runner.h - Runs a scenario: builds its world, lets things happen, records, shows how it goes.
 #pragma once
+#include "app/checks.h"
 #include "app/recording.h"
 #include "sim/scenario/scenario.h"
 
@@ -35,6 +36,7 @@ struct RunOptions {
 };
 
 /// Throws sim::HostError for an interface or a line that can't be used.
-Recording runScenario(const sim::Scenario& scenario, const RunOptions& options);
+Recording runScenario(const sim::Scenario& scenario, const std::vector<CheckSpec>& checks,
+                      const RunOptions& options);
 
 }  // namespace app

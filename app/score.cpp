@@ -158,6 +158,15 @@ const Mask* maskByName(const std::string& name)
     return name == PACKET_NETWORK.name ? &PACKET_NETWORK : nullptr;
 }
 
+std::string maskNames()
+{
+    std::string names;
+    for (const Mask& mask : MASKS) names += std::string(mask.name) + ", ";
+    for (const TimeClass& c : TIME_CLASSES)
+        if (!c.dynamic.mtie.empty()) names += std::string(c.name) + ", ";
+    return names + PACKET_NETWORK.name;
+}
+
 std::span<const TimeClass> timeClasses() { return TIME_CLASSES; }
 const Mask& packetNetworkMask() { return PACKET_NETWORK; }
 
@@ -175,6 +184,14 @@ const TauValue* aboveMask(std::span<const TauValue> values, std::span<const Mask
         if (limit >= 0.0 && v.value > limit) return &v;
     }
     return nullptr;
+}
+
+const TauValue& nearestToMask(std::span<const TauValue> values, std::span<const MaskSegment> mask)
+{
+    return *std::ranges::max_element(values, {}, [mask](const TauValue& v) {
+        const double limit = maskLimit(mask, v.tau);
+        return limit > 0.0 ? v.value / limit : -1.0;
+    });
 }
 
 }  // namespace app

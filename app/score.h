@@ -38,6 +38,8 @@ constexpr double PRTC_A_MAX_TE_ns = 100.0, PRTC_B_MAX_TE_ns = 40.0;
 std::span<const Mask> masks();
 /// One of these, or of the classes and the network's below.
 const Mask* maskByName(const std::string& name);
+/// "G.811, G.812-III, ...": all that maskByName knows.
+std::string maskNames();
 /// A class of clocks that take time from packets (ITU-T G.8273.2 (10/2020) clause 7.1): limits of the error that
 /// the clock adds by itself. 0, or an empty mask, where the class sets none.
 struct TimeClass {
@@ -56,5 +58,7 @@ const Mask& packetNetworkMask();
 double maskLimit(std::span<const MaskSegment> mask, double tau);
 /// First interval at which a value lies above its limit; nullptr when none does.
 const TauValue* aboveMask(std::span<const TauValue> values, std::span<const MaskSegment> mask);
+/// The value that takes the largest share of its limit. There is one value at least.
+const TauValue& nearestToMask(std::span<const TauValue> values, std::span<const MaskSegment> mask);
 
 }  // namespace app

@@ -2,6 +2,8 @@
 
 #include "app/packet_time.h"
 #include "app/score.h"
+#include "iif/kvd_pm.h"
+#include "sim/scenario/scenario.h"
 
 #include <nlohmann/json.hpp>
 
@@ -30,6 +32,57 @@ Json toJson(const std::vector<TauValue>& values)
 Json toJson(const CheckResult& check)
 {
     return {{"name", check.name}, {"pass", check.pass}, {"detail", check.detail}};
+}
+
+/// With the numbers behind the verdict.
+Json inFull(const CheckResult& check)
+{
+    Json json = toJson(check);
+    json["check"] = check.kind;
+    json["unit"] = check.unit;
+    json["from_s"] = check.from_s;
+    json["to_s"] = check.to_s;
+    if (check.value) json["value"] = *check.value;
+    if (check.least) json["least"] = *check.least;
+    if (check.most) json["most"] = *check.most;
+    if (check.value || check.least || check.most) json["of"] = check.of;
+    return json;
+}
+
+/// Whether the values keep under a mask; where they come nearest to it, or exceed it first.
+Json verdictOf(const std::vector<TauValue>& values, std::span<const MaskSegment> mask)
+{
+    const TauValue* const above = aboveMask(values, mask);
+    const TauValue& worst = above != nullptr ? *above : nearestToMask(values, mask);
+    Json json = {{"within", above == nullptr}, {"tau_s", worst.tau}, {"value_ns", worst.value}};
+    if (const double limit = maskLimit(mask, worst.tau); limit >= 0.0) json["limit_ns"] = limit;
+    return json;
+}
+
+Json masksOf(const Scores& scores)
+{
+    Json json = Json::object();
+    for (const Mask& mask : masks()) {
+        if (!scores.mtie_ns.empty()) json[mask.name]["mtie"] = verdictOf(scores.mtie_ns, mask.mtie);
+        if (!scores.tdev_ns.empty()) json[mask.name]["tdev"] = verdictOf(scores.tdev_ns, mask.tdev);
+    }
+    return json;
+}
+
+/// What the scenario did to the unit, and what it reported beside its states.
+void addHappenings(Json& json, const UnitRecording& unit)
+{
+    json["events"] = Json::array();
+    for (const UnitEvent& e : unit.events)
+        json["events"].push_back({{"t", e.t}, {"kind", e.kind}, {"text", e.text}});
+    if (!unit.socpriReports.empty()) json["radio_links"] = Json::array();
+    for (const SocpriReport& r : unit.socpriReports)
+        json["radio_links"].push_back(
+            {{"t", r.t}, {"answer", sim::socpriAnswerName(r.sigNo)}, {"port", r.port}, {"status", r.status}});
+    if (!unit.pmPeriods.empty()) json["pm_reports"] = Json::array();
+    for (const PmPeriod& p : unit.pmPeriods)
+        json["pm_reports"].push_back({{"t", p.t}, {"set", p.froType == SYNC_PM_FROTYPE ? "sync" : "gps"},
+                                      {"suspect", p.suspect}, {"values", p.values}});
 }
 
 Json toJson(const Extremes& e) { return {{"max", e.max}, {"rms", e.rms}}; }
@@ -84,7 +137,8 @@ Json finalOf(const UnitRecording& unit)
 
 Json toJson(const PacketTime& p)
 {
-    Json json = {{"seconds", p.scored_s}, {"max_te_ns", p.maxTe_ns}, {"max_te_filtered_ns", p.maxTeFiltered_ns}};
+    Json json = {
+        {"seconds", p.scored_s}, {"max_te_ns", p.maxTe_ns}, {"max_te_filtered_ns", p.maxTeFiltered_ns}};
     if (p.cTe_ns) json["cte_ns"] = *p.cTe_ns;
     json["mtie_ns"] = toJson(p.mtie_ns);
     json["tdev_ns"] = toJson(p.tdev_ns);
@@ -159,6 +213,8 @@ Json toJson(const UnitRecording& unit, const Recording& recording)
     json["checks"] = Json::array();
     for (const CheckResult& c : recording.checks)
         if (c.unit == unit.name) json["checks"].push_back(toJson(c));
+    json["masks"] = masksOf(scores);
+    addHappenings(json, unit);
     return json;
 }
 
@@ -184,8 +240,8 @@ void printVerdict(const char* what, const std::optional<bool>& is, double limit_
 {
     if (!is) return;
     char text[64];
-    std::snprintf(text, sizeof text, "%s%s %s %g ns", line.empty() ? "" : ", ", what, *is ? "within" : "above",
-                  limit_ns);
+    std::snprintf(text, sizeof text, "%s%s %s %g ns", line.empty() ? "" : ", ", what,
+                  *is ? "within" : "above", limit_ns);
     line += text;
 }
 
@@ -203,8 +259,8 @@ void printPacketTime(const UnitRecording& unit, double interval_s, std::FILE* ou
 {
     const PacketTime p = packetTime(unit, interval_s);
     if (p.spans.empty()) return;
-    std::fprintf(out, "  packet time    %.0f s in %zu stretch%s: max|TE| %.1f ns, filtered %.1f ns", p.scored_s,
-                 p.spans.size(), p.spans.size() == 1 ? "" : "es", p.maxTe_ns, p.maxTeFiltered_ns);
+    std::fprintf(out, "  packet time    %.0f s in %zu stretch%s: max|TE| %.1f ns, filtered %.1f ns",
+                 p.scored_s, p.spans.size(), p.spans.size() == 1 ? "" : "es", p.maxTe_ns, p.maxTeFiltered_ns);
     if (p.cTe_ns) std::fprintf(out, ", cTE %+.2f ns", *p.cTe_ns);
     std::fprintf(out, "\n");
     for (const TimeClass& c : timeClasses()) {
@@ -219,7 +275,8 @@ void printPacketTime(const UnitRecording& unit, double interval_s, std::FILE* ou
     }
     const Mask& network = packetNetworkMask();
     const TauValue* const above = aboveMask(p.mtie_ns, network.mtie);
-    std::fprintf(out, "    %-10s MTIE %s the unit's own mask", network.name, above == nullptr ? "within" : "above");
+    std::fprintf(out, "    %-10s MTIE %s the unit's own mask", network.name,
+                 above == nullptr ? "within" : "above");
     if (above != nullptr)
         std::fprintf(out, " at %g s (%.1f ns, limit %.1f)", above->tau, above->value,
                      maskLimit(network.mtie, above->tau));
@@ -318,10 +375,13 @@ std::string clockText(double seconds)
     return text;
 }
 
-std::string summaryJson(const Recording& recording)
+nlohmann::ordered_json summaryOf(const Recording& recording)
 {
     Json json;
+    json["version"] = SUMMARY_VERSION;
     json["scenario"] = recording.scenario;
+    json["title"] = recording.title;
+    json["passed"] = recording.passed();
     json["seed"] = recording.seed;
     json["virtual_seconds"] = recording.virtual_s;
     json["wall_seconds"] = recording.wall_s;
@@ -329,11 +389,13 @@ std::string summaryJson(const Recording& recording)
     for (const UnitRecording& unit : recording.units)
         json["units"].push_back(toJson(unit, recording));
     json["checks"] = Json::array();
-    for (const CheckResult& c : recording.checks) json["checks"].push_back(toJson(c));
+    for (const CheckResult& c : recording.checks) json["checks"].push_back(inFull(c));
     json["misuses"] = recording.misuses;
     if (recording.host) json["host"] = toJson(*recording.host);
-    return json.dump(1) + "\n";
+    return json;
 }
+
+std::string summaryJson(const Recording& recording) { return summaryOf(recording).dump(1) + "\n"; }
 
 void printSummary(const Recording& recording, std::FILE* out)
 {

@@ -3,6 +3,7 @@
 #include "ose/types.h"
 
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -21,12 +22,23 @@ enum class SeriesKind : u8 {
     Phase,          // s
     Frequency,      // relative
     FrequencyHz,    // of a 10 MHz clock
+    FrequencyMHz,
+    Counts,         // of a counter's gate
     Plain,          // as they stand
 };
 
+/// How a file holds a clock.
+struct SeriesForm {
+    std::optional<SeriesKind> kind;   // nothing: whatever the first value can be
+    std::size_t column = 0;
+    double nominal = 0;               // counts of a gate, as they would be without error
+    u32 gate_s = 1;                   // each count stands for so long
+};
+
 /// Reads one number a line; "#" begins a comment line, of fields between commas, semicolons or
-/// blanks the `column`th (from 0) is taken. Throws SeriesError for a file that can't be read, a
-/// line without such a number, a number that isn't finite, or a file without numbers.
+/// blanks the `column`th (from 0) is taken. A few lines of heading may stand before the first number. Throws
+/// SeriesError for a file that can't be read, a line without such a number, a number that isn't finite, or a file
+/// without numbers.
 std::vector<double> readSeries(const std::string& path, std::size_t column = 0);
 
 /// A series without end: at its last value it runs back, at its first forward again, so that
@@ -55,5 +67,16 @@ private:
 std::vector<double> asPhase(std::vector<double> values, SeriesKind kind, double interval_s);
 /// The relative frequency of a record: phases differenced.
 std::vector<double> asFrequency(std::vector<double> values, SeriesKind kind, double interval_s);
+
+/// A record of one value a second, or a gate, as relative frequency or as phase. Throws SeriesError, also where the
+/// values can't be of that kind: no clock is 100 ppm off.
+std::vector<double> readFrequencies(const std::string& path, const SeriesForm& form);
+std::vector<double> readPhases(const std::string& path, const SeriesForm& form);
+/// FILE or FILE:KIND with words behind it: "log.txt:counts,column=1,nominal=50000000,gate=10". Throws SeriesError.
+std::pair<std::string, SeriesForm> parseSeriesForm(const std::string& text);
+/// "hz" for FrequencyHz.
+constexpr std::pair<const char*, SeriesKind> SERIES_KINDS[] = {
+    {"hz", SeriesKind::FrequencyHz},      {"mhz", SeriesKind::FrequencyMHz}, {"counts", SeriesKind::Counts},
+    {"frequency", SeriesKind::Frequency}, {"phase", SeriesKind::Phase}};
 
 }  // namespace sim

@@ -159,6 +159,7 @@ void Network::carry(Path& p, const NetPacket& packet)
             arrival = std::max(arrival, p.lastArrival + 1);
             p.lastArrival = arrival;
         }
+        if (onCarry_) onCarry_(*p.from, *p.to, arrival - world_.now());
         world_.at(arrival, [to = p.to, moved = std::move(moved)] { to->onPacket(moved); });
     }
 }

@@ -97,6 +97,11 @@ public:
     {
         onSend_ = std::move(observer);
     }
+    /// Sees each packet that is on its way between two hosts, with its delay.
+    void onCarry(std::function<void(const NetHost& from, const NetHost& to, ose::Time delay)> observer)
+    {
+        onCarry_ = std::move(observer);
+    }
 
 private:
     struct Path {
@@ -118,6 +123,7 @@ private:
     std::vector<std::unique_ptr<Path>> paths_;
     std::map<const NetHost*, Wire*> wires_;
     std::function<void(const NetHost&, const NetPacket&)> onSend_;
+    std::function<void(const NetHost&, const NetHost&, ose::Time)> onCarry_;
 };
 
 }  // namespace sim

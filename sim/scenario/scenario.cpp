@@ -1,20 +1,21 @@
 #include "sim/scenario/scenario.h"
 
-#include "reg/kvd_reg.h"
-#include "sim/node/main_processor.h"
-
 #include <algorithm>
 #include <filesystem>
 
 namespace sim {
 namespace {
 
-Scenario readTop(const toml::table& table, const std::string& path)
+template <typename Read>
+void forEach(const toml::array* tables, Read read)
 {
-    TableReader top(table, path, "scenario");
-    Scenario s;
-    s.file = path;
-    s.name = top.text("name", std::filesystem::path(path).stem().string());
+    if (tables == nullptr) return;
+    for (const toml::node& table : *tables) read(*table.as_table());
+}
+
+void readHead(TableReader& top, Scenario& s)
+{
+    s.name = top.text("name", std::filesystem::path(s.file).stem().string());
     s.title = top.text("title", "");
     s.duration_s = top.seconds("duration");
     if (!(s.duration_s > 0.0)) top.fail("duration", "a run takes some time");
@@ -23,46 +24,53 @@ Scenario readTop(const toml::table& table, const std::string& path)
     s.seed = static_cast<u64>(top.integer("seed", 0, INT64_MAX, 1));
     s.interval_s = top.seconds("record_interval", 1.0);
     if (!(s.interval_s >= 0.1)) top.fail("record_interval", "0.1 s at least");
+}
+
+/// A unit told to follow GPS with nothing at its serial line would wait for ever without a word.
+void checkReceivers(const toml::array& units, const Scenario& s)
+{
+    for (std::size_t i = 0; i < s.units.size(); ++i) {
+        const UnitSpec& u = s.units[i];
+        const bool hasSource = u.gps || u.cmcc || std::ranges::any_of(s.links, [&u](const LinkSpec& l) {
+            return l.to == u.node.name && (l.kind == LinkKind::GpsOut || l.kind == LinkKind::Hptsi);
+        });
+        if (hasSource) continue;
+        const toml::table& unit = *units[i].as_table();
+        forEach(unit["reference"].as_array(), [&s, &u](const toml::table& table) {
+            const toml::node* const type = table.get("type");
+            if (type != nullptr && type->value<std::string>() == "GPS_REF")
+                throw ScenarioError(s.file, static_cast<u32>(type->source().begin.line),
+                                    "reference: type: '" + u.node.name +
+                                        "' has no [unit.gps], and no [[link]] "
+                                        "of type gps_out leads to it");
+        });
+    }
+}
+
+Scenario readTop(toml::table&& parsed, const std::string& path)
+{
+    Scenario s;
+    s.file = path;
+    s.document = std::make_shared<const toml::table>(std::move(parsed));
+    TableReader top(*s.document, path, "scenario");
+    readHead(top, s);
+    // A heading that nobody knows is told before what it leaves without its object.
     const toml::array* const units = top.tables("unit");
-    if (units == nullptr) top.fail("a scenario has at least one [[unit]]");
-    for (const toml::node& unit : *units) s.units.push_back(readUnit(*unit.as_table(), path));
-    if (const toml::array* const links = top.tables("link"))
-        for (const toml::node& link : *links) s.links.push_back(readLink(*link.as_table(), path, s));
-    if (const toml::array* const masters = top.tables("master"))
-        for (const toml::node& m : *masters) s.masters.push_back(readMaster(*m.as_table(), path, s));
-    if (const toml::array* const paths = top.tables("path"))
-        for (const toml::node& p : *paths) s.paths.push_back(readPath(*p.as_table(), path, s));
-    if (const toml::array* const events = top.tables("event"))
-        for (const toml::node& event : *events) s.events.push_back(readEvent(*event.as_table(), path, s));
-    if (const toml::array* const checks = top.tables("check"))
-        for (const toml::node& check : *checks) s.checks.push_back(readCheck(*check.as_table(), path, s));
+    const toml::array* const links = top.tables("link");
+    const toml::array* const masters = top.tables("master");
+    const toml::array* const paths = top.tables("path");
+    const toml::array* const events = top.tables("event");
+    top.tables("check");
     top.finish();
-    std::stable_sort(s.events.begin(), s.events.end(),
-                     [](const EventSpec& a, const EventSpec& b) { return a.at_s < b.at_s; });
+    if (units == nullptr) top.fail("a scenario has at least one [[unit]]");
+    forEach(units, [&](const toml::table& t) { s.units.push_back(readUnit(t, path, s)); });
+    forEach(links, [&](const toml::table& t) { s.links.push_back(readLink(t, path, s)); });
+    checkReceivers(*units, s);
+    forEach(masters, [&](const toml::table& t) { s.masters.push_back(readMaster(t, path, s)); });
+    forEach(paths, [&](const toml::table& t) { s.paths.push_back(readPath(t, path, s)); });
+    forEach(events, [&](const toml::table& t) { s.events.push_back(readEvent(t, path, s)); });
+    std::ranges::stable_sort(s.events, {}, &EventSpec::at_s);
     return s;
-}
-
-template <typename NameOf>
-std::optional<u8> byName(const std::string& name, u8 last, NameOf nameOf)
-{
-    for (u8 value = 1; value <= last; ++value)
-        if (name == nameOf(value)) return value;
-    return std::nullopt;
-}
-
-struct Recorded {
-    std::vector<double> values;
-    std::optional<SeriesKind> kind;
-};
-
-/// FILE or FILE:kind.
-Recorded readRecorded(const std::string& what)
-{
-    constexpr std::pair<const char*, SeriesKind> KINDS[] = {
-        {":hz", SeriesKind::FrequencyHz}, {":frequency", SeriesKind::Frequency}, {":phase", SeriesKind::Phase}};
-    for (const auto& [suffix, kind] : KINDS)
-        if (what.ends_with(suffix)) return {readSeries(what.substr(0, what.rfind(':'))), kind};
-    return {readSeries(what), std::nullopt};
 }
 
 }  // namespace
@@ -71,8 +79,7 @@ Scenario readScenario(const std::string& path)
 {
     if (!std::filesystem::is_regular_file(path)) throw ScenarioError(path, 0, "there is no such file");
     try {
-        const toml::table table = toml::parse_file(path);
-        return readTop(table, path);
+        return readTop(toml::parse_file(path), path);
     } catch (const toml::parse_error& e) {
         throw ScenarioError(path, static_cast<u32>(e.source().begin.line), std::string(e.description()));
     }
@@ -89,18 +96,15 @@ Scenario readScenarioText(const std::string& text, const std::string& name)
 
 void replaceOscillator(Scenario& scenario, const std::string& what)
 {
-    const Recorded recorded = readRecorded(what);
-    constexpr double LARGEST_RELATIVE = 1e3;   // a file of hertz holds millions
-    const SeriesKind kind = recorded.kind.value_or(
-        recorded.values.front() > LARGEST_RELATIVE ? SeriesKind::FrequencyHz : SeriesKind::Frequency);
-    for (UnitSpec& unit : scenario.units)
-        unit.node.board.oscillator.series = EndlessSeries(asFrequency(recorded.values, kind, 1.0));
+    const auto [file, form] = parseSeriesForm(what);
+    const EndlessSeries series(readFrequencies(file, form));
+    for (UnitSpec& unit : scenario.units) unit.node.board.oscillator.series = series;
 }
 
 void replaceReferenceNoise(Scenario& scenario, const std::string& what)
 {
-    const Recorded recorded = readRecorded(what);
-    const EndlessSeries series(asPhase(recorded.values, recorded.kind.value_or(SeriesKind::Phase), 1.0));
+    const auto [file, form] = parseSeriesForm(what);
+    const EndlessSeries series(readPhases(file, form));
     for (UnitSpec& unit : scenario.units) {
         for (auto& [input, line] : unit.inputs) {
             line.series = series;
@@ -112,12 +116,5 @@ void replaceReferenceNoise(Scenario& scenario, const std::string& what)
         }
     }
 }
-
-std::optional<u8> clockStateByName(const std::string& name) { return byName(name, 17, clockStateName); }
-std::optional<u8> regStateByName(const std::string& name)
-{
-    return byName(name, 14, KvdLoz6TuReg_regStateText);
-}
-std::optional<u8> refTypeByName(const std::string& name) { return byName(name, 15, refTypeName); }
 
 }  // namespace sim

@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -80,51 +81,6 @@ struct EventSpec {
     std::function<void(PacketNet&)> netAction;   // of the packet network's event
 };
 
-enum class CheckKind : u8 {
-    Clock,        // clock state at a time
-    Reaches,      // clock state entered between two times
-    Sequence,     // clock states from the beginning, in order
-    RegState,     // regulator's state at a time
-    Selected,     // selected reference type at a time
-    TimeError,    // true time error between two times, from its value at the first
-    FreqError,    // true frequency error between two times
-    Mask,         // MTIE of the longest locked stretch between two times under a mask
-    Divider,      // divider at two times equal to a tolerance
-    Trace,        // count of traces that hold a text
-    GpsTime,      // frame counter against true GPS time between two times
-    Following,    // counter against the leading unit's between two times
-    AboutMean,    // true time error between two times, from its mean there
-    GpsState,     // state of the GPS reference at a time
-    GpsReaches,   // that state entered between two times
-    GpsType,      // kind of receiver, as found, at a time
-    GpsStatus,    // text that the main processor was told last
-    GpsTold,      // how often it was told a text
-    PmPeriods,    // performance counters are those of the states told
-    Command,      // what a command prints at a time holds a text
-    ErrorLog,     // entries of a code between two times
-    Quality,      // quality level of an Ethernet reference that the main processor was told last
-    PduMissing,   // alarm that it was told last
-    TestFailed,   // failures of a test that the test service was told between two times
-    SocpriTold,   // answers about radio links that the main processor got between two times
-};
-
-struct CheckSpec {
-    CheckKind kind = CheckKind::Clock;
-    std::string name;
-    std::string unit;
-    double from_s = 0, to_s = 0;     // a moment has both equal
-    std::vector<u8> states;
-    double limit = 0;                // ns, ppb, divider units
-    std::string text;                // trace text, mask name, text told or printed
-    std::string line;                // of a command
-    std::vector<std::string> texts;  // that it prints in this order
-    u32 socpriSigNo = 0;             // which answer, of which port and status; nothing: any
-    std::optional<u8> port;
-    std::optional<u32> status;
-    u32 pmSet = 0;                   // froType of a set of performance counters
-    u64 least = 1, most = UINT64_MAX;
-};
-
 struct Scenario {
     std::string file;
     std::string name;
@@ -137,19 +93,20 @@ struct Scenario {
     std::vector<PtpMasterConfig> masters;
     std::vector<PathSpec> paths;
     std::vector<EventSpec> events;   // in order of time
-    std::vector<CheckSpec> checks;
+    /// As it was read. What must hold, its [[check]] tables, is for the one who judges the run.
+    std::shared_ptr<const toml::table> document;
 
     /// Lets PTP masters, and whoever follows one, begin at this TAI, s since 1970.
     void setMasterEpoch(i64 tai_s);
 };
 
-/// Reads and checks a scenario. Throws ScenarioError, or SeriesError for a recorded series it names.
+/// Reads a scenario and makes sure that it can be run. Throws ScenarioError.
 Scenario readScenario(const std::string& path);
 /// The same of a text; `name` stands for the file in what is refused.
 Scenario readScenarioText(const std::string& text, const std::string& name);
 
 /// Puts a recorded oscillator, or recorded noise of every reference, in place of the scenario's own.
-/// `what` is FILE or FILE:hz, FILE:frequency, FILE:phase.
+/// `what` is as parseSeriesForm has it. Throws SeriesError.
 void replaceOscillator(Scenario& scenario, const std::string& what);
 void replaceReferenceNoise(Scenario& scenario, const std::string& what);
 
@@ -158,17 +115,19 @@ void replaceReferenceNoise(Scenario& scenario, const std::string& what);
 std::optional<u8> clockStateByName(const std::string& name);
 std::optional<u8> regStateByName(const std::string& name);
 std::optional<u8> refTypeByName(const std::string& name);
+std::optional<u8> gpsStateByName(const std::string& name);
+std::optional<u8> gpssTypeByName(const std::string& name);
 
 /// "OPERATIONAL" for 6, "UNKNOWN" beyond the known; and of the receiver's kind "NORVANE_COMBINED" for 2.
 const char* gpsStateName(u8 gpsState);
 const char* gpssTypeName(u8 gpssType);
-/// "scan" for KVD_TUIIF_SOCPRI_SCAN_LINK_RSP, as a check names it.
+/// "scan" for KVD_TUIIF_SOCPRI_SCAN_LINK_RSP, as a check names it; and back.
 const char* socpriAnswerName(u32 sigNo);
+std::optional<u32> socpriAnswerByName(const std::string& name);
 
 // Pieces of the reader, each in a file of its own.
-UnitSpec readUnit(const toml::table& table, const std::string& file);
+UnitSpec readUnit(const toml::table& table, const std::string& file, const Scenario& scenario);
 EventSpec readEvent(const toml::table& table, const std::string& file, const Scenario& scenario);
-CheckSpec readCheck(const toml::table& table, const std::string& file, const Scenario& scenario);
 LinkSpec readLink(const toml::table& table, const std::string& file, const Scenario& scenario);
 /// Empty when `word` is none of a link's events.
 std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t,
@@ -208,6 +167,12 @@ std::function<void(Unit&)> readSyncGroupEvent(const std::string& word, TableRead
 /// Radio links to other units; the event is empty when `word` is none of theirs.
 void readInrsi(TableReader& unit, const std::string& file, InrsiConfig& c);
 std::function<void(Unit&)> readSocpriEvent(const std::string& word, TableReader& t);
+/// The recorded series that "series" names, its file beside the scenario's; what is wrong with it is told with
+/// the scenario's line.
+EndlessSeries readRecord(TableReader& t, std::vector<double> (*read)(const std::string&, const SeriesForm&),
+                         std::optional<SeriesKind> usual);
+/// The same of plain numbers.
+std::vector<double> readColumn(TableReader& t);
 /// Phase, noise and recorded series of a reference.
 void readPhase(TableReader& t, LineConfig& c);
 

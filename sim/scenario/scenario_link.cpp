@@ -52,9 +52,9 @@ LinkSpec readLink(const toml::table& table, const std::string& file, const Scena
     l.name = t.text("name", l.from + "-" + l.to);
     for (const LinkSpec& other : scenario.links)
         if (other.name == l.name) t.fail("name", "there is another link '" + l.name + "'");
-    l.delay_s = t.number("delay_ns", 0.0) * NS;
-    l.noise.white_s = t.number("white_ns", 0.0) * NS;
-    l.noise.flicker_s = t.number("flicker_ns", 0.0) * NS;
+    l.delay_s = t.notNegative("delay_ns", 0.0) * NS;
+    l.noise.white_s = t.notNegative("white_ns", 0.0) * NS;
+    l.noise.flicker_s = t.notNegative("flicker_ns", 0.0) * NS;
     l.up = t.boolean("up", true);
     if (l.kind == LinkKind::Cpri || l.kind == LinkKind::Sdu)
         for (const UnitSpec& u : scenario.units)

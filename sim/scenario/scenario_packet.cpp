@@ -5,7 +5,6 @@
 #include "sim/scenario/unit.h"
 
 #include <algorithm>
-#include <filesystem>
 
 namespace sim {
 namespace {
@@ -61,7 +60,7 @@ void readPort(const toml::table& table, const std::string& file, PacketPortConfi
     TableReader t(table, file, "packet_port");
     c.mac = macOf(t, "mac", c.mac);
     c.address = addressOf(t, "address", c.address);
-    c.stampResolution_ns = t.number("stamp_ns", c.stampResolution_ns);
+    c.stampResolution_ns = t.notNegative("stamp_ns", c.stampResolution_ns);
     c.linkSpeed = static_cast<u32>(t.integer("link_speed", 0, 255, c.linkSpeed));
     c.portWord = static_cast<u32>(t.integer("port_word", 0, 255, c.portWord));
     c.ingress_ns = t.number("ingress_ns", c.ingress_ns);
@@ -125,19 +124,18 @@ void readFlow(TableReader& t, PtpMasterConfig& c)
 }
 
 /// Keys that stand in the table itself go for both ways.
-void readDelay(TableReader& t, const std::string& file, DelayConfig& d)
+void readDelay(TableReader& t, DelayConfig& d)
 {
-    d.constant_s = t.number("delay_us", d.constant_s / US) * US;
-    d.gaussian_s = t.number("gaussian_us", d.gaussian_s / US) * US;
-    d.exponential_s = t.number("exponential_us", d.exponential_s / US) * US;
+    d.constant_s = t.notNegative("delay_us", d.constant_s / US) * US;
+    d.gaussian_s = t.notNegative("gaussian_us", d.gaussian_s / US) * US;
+    d.exponential_s = t.notNegative("exponential_us", d.exponential_s / US) * US;
     d.loss = t.number("loss", d.loss);
     d.duplicates = t.number("duplicates", d.duplicates);
     d.reordered = t.number("reordered", d.reordered);
-    d.reorderedBy_s = t.number("reordered_by_us", d.reorderedBy_s / US) * US;
-    d.residence_s = t.number("residence_us", d.residence_s / US) * US;
+    d.reorderedBy_s = t.notNegative("reordered_by_us", d.reorderedBy_s / US) * US;
+    d.residence_s = t.notNegative("residence_us", d.residence_s / US) * US;
     if (t.has("series")) {
-        const auto beside = std::filesystem::path(file).parent_path() / t.text("series");
-        d.series = EndlessSeries(readSeries(beside.string()));
+        d.series = EndlessSeries(readColumn(t));
     }
     for (const double share : {d.loss, d.duplicates, d.reordered})
         if (share < 0 || share > 1) t.fail("a share lies between 0 and 1");
@@ -174,6 +172,8 @@ PtpMasterConfig readMaster(const toml::table& table, const std::string& file, co
     c.name = t.text("name");
     for (const PtpMasterConfig& other : scenario.masters)
         if (other.name == c.name) t.fail("name", "there is another master '" + c.name + "'");
+    for (const UnitSpec& unit : scenario.units)
+        if (unit.node.name == c.name) t.fail("name", "there is a unit '" + c.name + "'");
     // Each its own identity, in the order in which they stand.
     const u8 number = static_cast<u8>(scenario.masters.size() + 1);
     c.identity.back() = number;
@@ -182,7 +182,7 @@ PtpMasterConfig readMaster(const toml::table& table, const std::string& file, co
     c.unicast = t.boolean("unicast", c.unicast);
     c.nonForwardable = t.boolean("non_forwardable", c.nonForwardable);
     c.domain = octetOf(t, "domain", c.domain);
-    c.stampResolution_ns = t.number("stamp_ns", c.stampResolution_ns);
+    c.stampResolution_ns = t.notNegative("stamp_ns", c.stampResolution_ns);
     c.offset_s = t.number("offset_ns", 0.0) * 1e-9;
     c.frequency_ppb = t.number("frequency_ppb", 0.0);
     readQuality(t, c);
@@ -197,13 +197,13 @@ PathSpec readPath(const toml::table& table, const std::string& file, const Scena
     PathSpec p;
     p.from = hostOf(t, "from", scenario);
     p.to = hostOf(t, "to", scenario);
-    readDelay(t, file, p.forward);
+    readDelay(t, p.forward);
     p.back = p.forward;
     p.forward.constant_s += t.number("asymmetry_us", 0.0) * US;
     for (const auto& [key, way] : {std::pair{"forward", &p.forward}, std::pair{"back", &p.back}})
         if (const toml::table* const own = t.table(key)) {
             TableReader w(*own, file, key);
-            readDelay(w, file, *way);
+            readDelay(w, *way);
             w.finish();
         }
     t.finish();
@@ -277,13 +277,13 @@ NetAction masterSet(TableReader& t, const Scenario& scenario)
     };
 }
 
-NetAction pathChange(TableReader& t, const std::string& file, const Scenario& scenario)
+NetAction pathChange(TableReader& t, const Scenario& scenario)
 {
     const std::string from = hostOf(t, "from", scenario), to = hostOf(t, "to", scenario);
     const bool bothWays = t.boolean("both_ways", false);
     // A route that changes keeps nothing of the old one that isn't named again.
     DelayConfig d;
-    readDelay(t, file, d);
+    readDelay(t, d);
     return [from, to, bothWays, d](PacketNet& net) {
         const auto replace = [&d](DelayConfig& c) { c = d; };
         net.network().change(from, to, replace);
@@ -331,7 +331,7 @@ std::function<void(PacketNet&)> readNetEvent(const std::string& word, TableReade
         };
     if (word == "master.cancel")
         return [name = masterOf(t, scenario)](PacketNet& net) { net.master(name).cancelContracts(); };
-    if (word == "path.change") return pathChange(t, t.file(), scenario);
+    if (word == "path.change") return pathChange(t, scenario);
     if (word == "path.down") return pathUp(t, scenario, false);
     if (word == "path.up") return pathUp(t, scenario, true);
     return {};

@@ -1,6 +1,7 @@
 // Reading a [[unit]]: board, oscillator, oven, references at its inputs, what the main processor knows.
 #include "sim/scenario/scenario.h"
 
+#include <algorithm>
 #include <filesystem>
 
 namespace sim {
@@ -15,9 +16,6 @@ constexpr InputName INPUTS[] = {
     {"eth_c", ReferenceInput::EthernetC},
 };
 
-constexpr std::initializer_list<std::pair<const char*, SeriesKind>> SERIES_KINDS = {
-    {"hz", SeriesKind::FrequencyHz}, {"frequency", SeriesKind::Frequency}, {"phase", SeriesKind::Phase}};
-
 /// A file named in a scenario lies beside it, unless its path is absolute.
 std::string beside(const std::string& scenario, const std::string& file)
 {
@@ -29,24 +27,21 @@ void readOscillator(const toml::table* table, const std::string& file, Oscillato
     if (table == nullptr) return;
     TableReader t(*table, file, "oscillator");
     c.nominal_Hz = t.number("nominal_hz", c.nominal_Hz);
+    if (!(c.nominal_Hz > 0.0)) t.fail("nominal_hz", "above 0");
     c.offset_ppb = t.number("offset_ppb", c.offset_ppb);
     c.ageing_ppb_per_day = t.number("ageing_ppb_per_day", c.ageing_ppb_per_day);
     c.slope_ppb_per_V = t.number("slope_ppb_per_volt", c.slope_ppb_per_V);
     c.retrace_ppb = t.number("retrace_ppb", c.retrace_ppb);
     c.retraceTau_s = t.seconds("retrace_time", c.retraceTau_s);
     c.warmUp_ppb = t.number("warm_up_ppb", c.warmUp_ppb);
-    c.noise.white = t.number("white_fm", c.noise.white);
-    c.noise.flicker = t.number("flicker_fm", c.noise.flicker);
-    c.noise.randomWalk = t.number("random_walk_fm", c.noise.randomWalk);
+    c.noise.white = t.notNegative("white_fm", c.noise.white);
+    c.noise.flicker = t.notNegative("flicker_fm", c.noise.flicker);
+    c.noise.randomWalk = t.notNegative("random_walk_fm", c.noise.randomWalk);
     const std::vector<double> polynomial = t.numbers("polynomial_ppb");
-    if (!polynomial.empty() && polynomial.size() != 4) t.fail("polynomial_ppb", "four coefficients, a0 to a3");
+    if (!polynomial.empty() && polynomial.size() != 4)
+        t.fail("polynomial_ppb", "four coefficients, a0 to a3");
     for (std::size_t i = 0; i < polynomial.size(); ++i) c.a[i] = polynomial[i];
-    if (t.has("series")) {
-        const std::string path = beside(file, t.text("series"));
-        const SeriesKind kind = t.choice("series_kind", SERIES_KINDS);
-        const std::size_t column = static_cast<std::size_t>(t.integer("series_column", 0, 99, 0));
-        c.series = EndlessSeries(asFrequency(readSeries(path, column), kind, 1.0));
-    }
+    if (t.has("series")) c.series = readRecord(t, readFrequencies, {});
     t.finish();
 }
 
@@ -70,8 +65,7 @@ void readTemperature(const toml::table* table, const std::string& file, Temperat
     c.warmUpTau_s = t.seconds("warm_up_time", c.warmUpTau_s);
     if (!(c.period_s > 0.0)) t.fail("period", "longer than nothing");
     if (c.shape == TemperatureShape::Series) {
-        const std::size_t column = static_cast<std::size_t>(t.integer("series_column", 0, 99, 0));
-        c.series = EndlessSeries(readSeries(beside(file, t.text("series")), column));
+        c.series = EndlessSeries(readColumn(t));
         c.seriesInterval_s = t.seconds("series_interval", c.seriesInterval_s);
         c.seriesOffset_V = t.number("series_offset_volts", c.seriesOffset_V);
         c.seriesScale_V = t.number("series_scale_volts", c.seriesScale_V);
@@ -157,7 +151,47 @@ void readMainProcessor(TableReader& t, MainProcessorConfig& mp)
                       zero.time.hour,                   zero.time.minute, zero.time.second};
 }
 
+SeriesKind kindOf(TableReader& t, std::optional<SeriesKind> usual)
+{
+    if (!t.has("series_kind") && usual) return *usual;
+    const std::string word = t.text("series_kind");
+    std::string known;
+    for (const auto& [name, kind] : SERIES_KINDS) {
+        if (word == name) return kind;
+        known += (known.empty() ? "" : ", ") + std::string(name);
+    }
+    t.fail("series_kind", "'" + word + "' is none of " + known);
+}
+
 }  // namespace
+
+EndlessSeries readRecord(TableReader& t, std::vector<double> (*read)(const std::string&, const SeriesForm&),
+                         std::optional<SeriesKind> usual)
+{
+    SeriesForm form;
+    form.kind = kindOf(t, usual);
+    form.column = static_cast<std::size_t>(t.integer("series_column", 0, 99, 0));
+    if (form.kind == SeriesKind::Counts) {
+        form.nominal = t.number("series_nominal");
+        if (!(form.nominal > 0.0)) t.fail("series_nominal", "above 0");
+        form.gate_s = static_cast<u32>(t.integer("series_gate", 1, 3600, 1));
+    }
+    try {
+        return EndlessSeries(read(beside(t.file(), t.text("series")), form));
+    } catch (const SeriesError& e) {
+        t.fail("series", e.what());
+    }
+}
+
+std::vector<double> readColumn(TableReader& t)
+{
+    const std::size_t column = static_cast<std::size_t>(t.integer("series_column", 0, 99, 0));
+    try {
+        return readSeries(beside(t.file(), t.text("series")), column);
+    } catch (const SeriesError& e) {
+        t.fail("series", e.what());
+    }
+}
 
 Wander readWander(TableReader& t)
 {
@@ -172,27 +206,26 @@ void readPhase(TableReader& t, LineConfig& c)
     constexpr double NS = 1e-9;
     c.phase_s = t.number("phase_ns", c.phase_s / NS) * NS;
     c.wander = readWander(t);
-    c.noise.white_s = t.number("white_ns", c.noise.white_s / NS) * NS;
-    c.noise.flicker_s = t.number("flicker_ns", c.noise.flicker_s / NS) * NS;
-    c.noise.sawTooth_s = t.number("saw_tooth_ns", c.noise.sawTooth_s / NS) * NS;
+    c.noise.white_s = t.notNegative("white_ns", c.noise.white_s / NS) * NS;
+    c.noise.flicker_s = t.notNegative("flicker_ns", c.noise.flicker_s / NS) * NS;
+    c.noise.sawTooth_s = t.notNegative("saw_tooth_ns", c.noise.sawTooth_s / NS) * NS;
     c.noise.sawToothPeriod_s = t.seconds("saw_tooth_period", c.noise.sawToothPeriod_s);
     if (!(c.noise.sawToothPeriod_s > 0.0)) t.fail("saw_tooth_period", "longer than nothing");
-    if (t.has("series")) {
-        const std::string path = beside(t.file(), t.text("series"));
-        const SeriesKind kind = t.choice("series_kind", SERIES_KINDS, std::optional(SeriesKind::Phase));
-        const std::size_t column = static_cast<std::size_t>(t.integer("series_column", 0, 99, 0));
-        c.series = EndlessSeries(asPhase(readSeries(path, column), kind, 1.0));
-    }
+    if (t.has("series")) c.series = readRecord(t, readPhases, SeriesKind::Phase);
 }
 
-UnitSpec readUnit(const toml::table& table, const std::string& file)
+UnitSpec readUnit(const toml::table& table, const std::string& file, const Scenario& scenario)
 {
     TableReader t(table, file, "unit");
     UnitSpec u;
     NodeConfig& n = u.node;
     n.name = t.text("name");
-    if (n.name.empty() || n.name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-_") != std::string::npos)
+    if (n.name.empty() ||
+        n.name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-_") != std::string::npos)
         t.fail("name", "small letters, digits, '-' and '_'");
+    if (std::ranges::any_of(scenario.units,
+                            [&n](const UnitSpec& other) { return other.node.name == n.name; }))
+        t.fail("name", "there is another unit '" + n.name + "'");
     n.boardType = static_cast<u32>(t.integer("board_type", 1, 2, 2));
     n.smn = static_cast<u32>(t.integer("smn", 0, 0xFFFF, 0));
     n.apn = static_cast<u32>(t.integer("apn", 0, 0xFFFF, 1));

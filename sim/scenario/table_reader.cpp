@@ -1,5 +1,6 @@
 #include "sim/scenario/table_reader.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 
@@ -16,6 +17,24 @@ const Unit* unitAt(const char* text)
     for (const Unit& u : UNITS)
         if (std::string(text).starts_with(u.name)) return &u;
     return nullptr;
+}
+
+/// Letters to change, add, drop or swap with their neighbour to get from one word to the other.
+std::size_t lettersApart(const std::string& a, const std::string& b)
+{
+    std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+    for (std::size_t i = 0; i <= a.size(); ++i) {
+        for (std::size_t j = 0; j <= b.size(); ++j) {
+            if (i == 0 || j == 0) {
+                d[i][j] = i + j;
+                continue;
+            }
+            d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+                d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+        }
+    }
+    return d[a.size()][b.size()];
 }
 
 }  // namespace
@@ -65,8 +84,22 @@ const toml::node* TableReader::take(const char* key)
 const toml::node& TableReader::need(const char* key)
 {
     const toml::node* const node = take(key);
-    if (node == nullptr) fail(std::string("'") + key + "' is missing");
+    if (node == nullptr) {
+        refuseTypoOf(key);
+        fail(std::string("'") + key + "' is missing");
+    }
     return *node;
+}
+
+void TableReader::refuseTypoOf(const std::string& key) const
+{
+    const std::size_t most = key.size() > 4 ? 2 : 1;
+    for (const auto& [there, node] : table_) {
+        const std::string name(there.str());
+        if (!taken_.contains(name) && lettersApart(name, key) <= most)
+            throw ScenarioError(file_, lineOf(node),
+                                what_ + ": unknown key '" + name + "'; '" + key + "' is missing");
+    }
 }
 
 std::string TableReader::text(const char* key)
@@ -87,6 +120,13 @@ double TableReader::number(const char* key)
     if (!node.is_number()) fail(key, "a number is expected");
     const double value = node.value<double>().value_or(0.0);
     if (!std::isfinite(value)) fail(key, "a finite number is expected");
+    return value;
+}
+
+double TableReader::notNegative(const char* key, double fallback)
+{
+    const double value = number(key, fallback);
+    if (!(value >= 0.0)) fail(key, "not negative");
     return value;
 }
 
@@ -170,7 +210,8 @@ const toml::array* TableReader::tables(const char* key)
 {
     const toml::node* const node = take(key);
     if (node == nullptr) return nullptr;
-    if (!node->is_array_of_tables()) fail(key, "tables are expected, each headed [[" + std::string(key) + "]]");
+    if (!node->is_array_of_tables())
+        fail(key, "tables are expected, each headed [[" + std::string(key) + "]]");
     return node->as_array();
 }
 

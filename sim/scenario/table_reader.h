@@ -27,7 +27,8 @@ public:
 std::optional<double> parseDuration(const std::string& text);
 
 /// Reads the keys of one table; each key is asked for at most once, and `finish` refuses those that nobody
-/// asked for. Every getter without a default refuses a missing key.
+/// asked for. Every getter without a default refuses a missing key, or the one that was meant for it: "duraton"
+/// is told at its own line.
 class TableReader {
 public:
     TableReader(const toml::table& table, std::string file, std::string what);
@@ -37,6 +38,7 @@ public:
     std::string text(const char* key, const std::string& fallback);
     double number(const char* key);
     double number(const char* key, double fallback);
+    double notNegative(const char* key, double fallback);   // of a size: noise, spread
     i64 integer(const char* key, i64 lowest, i64 highest);
     i64 integer(const char* key, i64 lowest, i64 highest, i64 fallback);
     bool boolean(const char* key, bool fallback);
@@ -74,6 +76,8 @@ public:
 private:
     const toml::node* take(const char* key);
     const toml::node& need(const char* key);
+    /// Refuses a key that is a letter or two away from the one that is missing.
+    void refuseTypoOf(const std::string& key) const;
 
     const toml::table& table_;
     std::string file_;

@@ -3,9 +3,9 @@
 
 #include <gtest/gtest.h>
 
-namespace {
+#include <algorithm>
 
-using sim::CheckKind;
+namespace {
 
 app::Recording recorded()
 {
@@ -26,54 +26,48 @@ app::Recording recorded()
     return recording;
 }
 
+/// Each [[check]] of the text against the recording.
+std::vector<app::CheckResult> judged(const std::string& checks, const app::Recording& recording)
+{
+    const sim::Scenario scenario =
+        sim::readScenarioText("duration = \"2000s\"\n[[unit]]\nname = \"tu1\"\n" + checks, "checks");
+    return app::evaluateChecks(app::readChecks(scenario), recording);
+}
+
+struct Case { const char* what; std::string words; bool pass; };
+
+void expectEach(const std::vector<Case>& cases, const std::string& head, const app::Recording& recording)
+{
+    std::string text;
+    for (const Case& c : cases) text += "[[check]]\n" + head + c.words + "\n";
+    const std::vector<app::CheckResult> results = judged(text, recording);
+    ASSERT_EQ(results.size(), cases.size());
+    for (std::size_t i = 0; i < cases.size(); ++i)
+        EXPECT_EQ(results[i].pass, cases[i].pass) << cases[i].what << ": " << results[i].detail;
+}
+
 TEST(GpsChecks, HoldOnBothSidesOfEachMoment)
 {
-    struct Case {
-        const char* what;
-        CheckKind kind;
-        double from, to;
-        u8 state;
-        const char* text;
-        u64 least, most;
-        bool pass;
-    };
-    constexpr u64 ANY = UINT64_MAX;
-    sim::Scenario scenario;
-    const Case cases[] = {
-        {"state before the change", CheckKind::GpsState, 51.9, 51.9, 3, "", 1, ANY, true},
-        {"state at the change", CheckKind::GpsState, 52, 52, 7, "", 1, ANY, true},
-        {"no state yet", CheckKind::GpsState, 9, 9, 3, "", 1, ANY, false},
-        {"state reached too late", CheckKind::GpsReaches, 0, 51, 7, "", 1, ANY, false},
-        {"state reached", CheckKind::GpsReaches, 0, 52, 7, "", 1, ANY, true},
-        {"type before another", CheckKind::GpsType, 89, 89, 6, "", 1, ANY, true},
-        {"type after", CheckKind::GpsType, 91, 91, 6, "", 1, ANY, false},
-        {"status", CheckKind::GpsStatus, 69, 69, 0, "OK", 1, ANY, true},
-        {"status since changed", CheckKind::GpsStatus, 70, 70, 0, "OK", 1, ANY, false},
-        {"told twice in all", CheckKind::GpsTold, 0, 100, 0, "Loss of signal", 2, 2, true},
-        {"told once later", CheckKind::GpsTold, 1, 100, 0, "Loss of signal", 2, 2, false},
-        {"printed", CheckKind::Command, 80, 80, 0, "restarts : 1", 2, 2, true},
-        {"not printed", CheckKind::Command, 80, 80, 0, "restarts : 2", 1, ANY, false},
-        {"another moment", CheckKind::Command, 81, 81, 0, "restarts : 1", 1, ANY, false},
-    };
-    for (const Case& c : cases) {
-        sim::CheckSpec check;
-        check.kind = c.kind;
-        check.name = c.what;
-        check.unit = "tu1";
-        check.from_s = c.from;
-        check.to_s = c.to;
-        check.states = {c.state};
-        check.text = c.text;
-        check.line = "gpsstatus";
-        check.least = c.least;
-        check.most = c.most;
-        scenario.checks.push_back(check);
-    }
-    const std::vector<app::CheckResult> results = app::evaluateChecks(
-        scenario, recorded(), [](const std::string&, const std::string&) { return u64{0}; });
-    ASSERT_EQ(results.size(), std::size(cases));
-    for (std::size_t i = 0; i < results.size(); ++i)
-        EXPECT_EQ(results[i].pass, cases[i].pass) << cases[i].what << ": " << results[i].detail;
+    const std::string state = "check = \"gps_state\"\n", type = "check = \"gps_type\"\n",
+                      reaches = "check = \"gps_reaches\"\nstate = \"OPERATIONAL_WITH_VALID_TIME\"\n",
+                      status = "check = \"gps_status\"\nis = \"OK\"\n",
+                      told = "check = \"gps_told\"\ntext = \"Loss of signal\"\nleast = 2\nmost = 2\n",
+                      printed = "check = \"command\"\nline = \"gpsstatus\"\n";
+    expectEach({{"state before the change", state + "at = 51.9\nis = \"WAIT_FOR_ANY_MSG\"", true},
+                {"state at the change", state + "at = 52\nis = \"OPERATIONAL_WITH_VALID_TIME\"", true},
+                {"no state yet", state + "at = 9\nis = \"WAIT_FOR_ANY_MSG\"", false},
+                {"state reached too late", reaches + "to = 51", false},
+                {"state reached", reaches + "to = 52", true},
+                {"type before another", type + "at = 89\nis = \"FURUNO_GPS02\"", true},
+                {"type after", type + "at = 91\nis = \"FURUNO_GPS02\"", false},
+                {"status", status + "at = 69", true},
+                {"status since changed", status + "at = 70", false},
+                {"told twice in all", told + "to = 100", true},
+                {"told once later", told + "from = 1\nto = 100", false},
+                {"printed", printed + "at = 80\ntext = \"restarts : 1\"\nleast = 2\nmost = 2", true},
+                {"not printed", printed + "at = 80\ntext = \"restarts : 2\"", false},
+                {"another moment", printed + "at = 81\ntext = \"restarts : 1\"", false}},
+               "", recorded());
 }
 
 TEST(RadioLinkChecks, CountTheAnswersThatAreMeantAndKeepThePrintoutsOrder)
@@ -82,54 +76,68 @@ TEST(RadioLinkChecks, CountTheAnswersThatAreMeantAndKeepThePrintoutsOrder)
     app::Recording recording = recorded();
     recording.units[0].socpriReports = {
         {10.0, SCAN, 1, 1}, {20.0, SCAN, 2, 5}, {30.0, SCAN, 1, 4}, {40.0, ALIGN, 0, 1}};
-    struct Case {
-        const char* what;
-        const char* words;
-        bool pass;
-    };
-    const Case cases[] = {
-        {"any port", "answer = \"scan\"\nleast = 3\nmost = 3", true},
-        {"one port", "answer = \"scan\"\nport = 1\nleast = 2\nmost = 2", true},
-        {"one status", "answer = \"scan\"\nport = 1\nstatus = 4", true},
-        {"another status", "answer = \"scan\"\nport = 2\nstatus = 1", false},
-        {"before", "answer = \"scan\"\nto = 9.9", false},
-        {"at the moment", "answer = \"scan\"\nto = 10\nmost = 1", true},
-        {"another answer", "answer = \"align\"\nstatus = 1\nmost = 1", true},
-        {"never told", "answer = \"select\"\nleast = 0\nmost = 0", true},
-    };
-    std::string text = "duration = \"100s\"\n[[unit]]\nname = \"tu1\"\n";
-    for (const Case& c : cases) text += std::string("[[check]]\ncheck = \"socpri_told\"\n") + c.words + "\n";
-    const std::string printout = "[[check]]\ncheck = \"command\"\nat = 80\nline = \"gpsstatus\"\nin_order = ";
-    text += printout + "[\"restarts : 1\", \"restarts : 12\"]\n";
-    text += printout + "[\"restarts : 12\", \"restarts : 1\"]\n";
-    text += printout + "[\"restarts : 12\", \"restarts : 12\"]\n";
-    const sim::Scenario scenario = sim::readScenarioText(text, "checks");
-    const std::vector<app::CheckResult> results = app::evaluateChecks(
-        scenario, recording, [](const std::string&, const std::string&) { return u64{0}; });
-    ASSERT_EQ(results.size(), std::size(cases) + 3);
-    for (std::size_t i = 0; i < std::size(cases); ++i)
-        EXPECT_EQ(results[i].pass, cases[i].pass) << cases[i].what << ": " << results[i].detail;
-    EXPECT_TRUE(results[std::size(cases)].pass);
-    EXPECT_FALSE(results[std::size(cases) + 1].pass);
-    EXPECT_FALSE(results[std::size(cases) + 2].pass) << "one place counts once";
+    expectEach({{"any port", "answer = \"scan\"\nleast = 3\nmost = 3", true},
+                {"one port", "answer = \"scan\"\nport = 1\nleast = 2\nmost = 2", true},
+                {"one status", "answer = \"scan\"\nport = 1\nstatus = 4", true},
+                {"another status", "answer = \"scan\"\nport = 2\nstatus = 1", false},
+                {"before", "answer = \"scan\"\nto = 9.9", false},
+                {"at the moment", "answer = \"scan\"\nto = 10\nmost = 1", true},
+                {"another answer", "answer = \"align\"\nstatus = 1\nmost = 1", true},
+                {"never told", "answer = \"select\"\nleast = 0\nmost = 0", true}},
+               "check = \"socpri_told\"\n", recording);
+    expectEach({{"in order", "in_order = [\"restarts : 1\", \"restarts : 12\"]", true},
+                {"not in order", "in_order = [\"restarts : 12\", \"restarts : 1\"]", false},
+                {"one place counts once", "in_order = [\"restarts : 12\", \"restarts : 12\"]", false}},
+               "check = \"command\"\nat = 80\nline = \"gpsstatus\"\n", recording);
 }
 
 TEST(TimeErrorAboutTheMean, LeavesTheConstantPartOut)
 {
-    sim::Scenario scenario;
-    for (const double limit : {9.9, 10.1}) {        // a ramp of 20 ns over the span
-        sim::CheckSpec check;
-        check.kind = CheckKind::AboutMean;
-        check.unit = "tu1";
-        check.from_s = 20;
-        check.to_s = 40;
-        check.limit = limit;
-        scenario.checks.push_back(check);
+    expectEach({{"a ramp of 20 ns", "max_ns = 9.9", false}, {"its half", "max_ns = 10.1", true}},
+               "check = \"time_error_about_mean\"\nfrom = 20\nto = 40\n", recorded());
+}
+
+/// Locked from 100 s on, and moving by 1 us from 500 to 510 s.
+TEST(MaskCheck, LeavesOutTheLocksBeginningAndNotItsWindows)
+{
+    app::Recording recording;
+    recording.units.resize(1);
+    recording.units[0].name = "tu1";
+    for (int i = 0; i <= 2000; ++i) {
+        app::Sample s;
+        s.t = i;
+        s.radioClockState = i < 100 ? u8{1} : u8{3};
+        s.timeError_ns = 100.0 * std::clamp(i - 500, 0, 10);
+        recording.units[0].samples.push_back(s);
     }
-    const std::vector<app::CheckResult> results = app::evaluateChecks(
-        scenario, recorded(), [](const std::string&, const std::string&) { return u64{0}; });
-    EXPECT_FALSE(results.at(0).pass) << results.at(0).detail;
-    EXPECT_TRUE(results.at(1).pass) << results.at(1).detail;
+    expectEach({{"the whole run", "", false},
+                {"the window begins just before", "from = 499", false},
+                {"after it", "from = 511", true},
+                {"before it", "to = 499", true},
+                {"a window that ends before the lock has settled", "to = 399", false}},
+               "check = \"mask\"\nmask = \"G.811\"\n", recording);
+    const app::CheckResult result = judged("[[check]]\ncheck = \"mask\"\nmask = \"G.811\"\n", recording).at(0);
+    EXPECT_EQ(result.of, "ns");
+    EXPECT_GT(result.value.value_or(0), result.most.value_or(1e9));
+}
+
+/// A slave tells that its frequency is locked while its loop pulls in: that is no lock to score.
+TEST(Scores, TakeWhatIsLockedAlone)
+{
+    app::UnitRecording unit;
+    constexpr u8 SLAVE_FREQUENCY_LOCKED = 15, SLAVE_FRAME_LOCKED = 16;
+    unit.states = {{0.0, SLAVE_FREQUENCY_LOCKED, ""}, {1000.0, SLAVE_FRAME_LOCKED, ""}};
+    for (int i = 0; i <= 2000; ++i) {
+        app::Sample s;
+        s.t = i;
+        s.freqError_ppb = i < 1000 ? 151.0 : 0.1;
+        s.radioClockState = i < 1000 ? SLAVE_FREQUENCY_LOCKED : SLAVE_FRAME_LOCKED;
+        unit.samples.push_back(s);
+    }
+    const app::Scores scores = app::score(unit, 1.0);
+    EXPECT_EQ(scores.timeToLock_s, 1000.0);
+    EXPECT_EQ(scores.scored_s, 701.0);
+    EXPECT_EQ(scores.freqError_ppb.max, 0.1);
 }
 
 }  // namespace

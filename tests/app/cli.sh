@@ -35,6 +35,27 @@ grep -q 'bad.toml:4: ' "$dir/err" || { echo "no file and line"; failed=1; }
 expect 2 "no such file" run "$dir/none.toml"
 expect 2 "a bad series" run "$dir/good.toml" --oscillator "$dir/bad.txt"
 grep -q 'bad.txt:2: ' "$dir/err" || { echo "no file and line of the series"; failed=1; }
+expect 2 "a folder that isn't there" run "$dir/good.toml" --summary "$dir/none/s.json"
+expect 2 "a folder as a summary" run "$dir/good.toml" --summary "$dir"
+expect 2 "a seed that is no number" run "$dir/good.toml" --seed one
+expect 2 "seeds that are none" run "$dir/good.toml" --seeds 5..1
+expect 2 "seed and seeds" run "$dir/good.toml" --seed 1 --seeds 1..2
+expect 0 "a summary on standard output" run "$dir/good.toml" --summary -
+grep -q '^{' "$dir/out" && [ "$(grep -c 'of virtual time' "$dir/out")" -eq 0 ] || { echo "not the summary alone"; failed=1; }
+expect 1 "two scenarios, one fails" run "$dir/good.toml" "$dir/fails.toml" --summary "$dir/both.json" --junit "$dir/both.xml"
+grep -q '<failure message=' "$dir/both.xml" && grep -q '"runs": \[' "$dir/both.json" || { echo "one is missing"; failed=1; }
+expect 0 "three seeds" run "$dir/good.toml" --seeds 1..2,7 --jobs 2 --summary "$dir/seeds.json"
+[ "$(grep -c '"seed":' "$dir/seeds.json")" -eq 3 ] || { echo "not three runs"; failed=1; }
+expect 0 "another seed" run "$dir/good.toml" --seed 7 --quiet --summary "$dir/seven.json"
+expect 0 "a summary and itself" compare "$dir/s.json" "$dir/s.json"
+expect 1 "two seeds" compare "$dir/s.json" "$dir/seven.json"
+grep -q '^! seed: 1 -> 7 (+6, ' "$dir/out" || { echo "the difference isn't told"; failed=1; }
+expect 0 "within a tolerance" compare "$dir/seeds.json" "$dir/seeds.json" --relative 0.1
+expect 2 "no summary" compare "$dir/s.json" "$dir/good.toml"
+expect 2 "no such summary" compare "$dir/s.json" "$dir/none.json"
+if /usr/bin/python3 -c 'import jsonschema' 2>/dev/null; then
+    "$(dirname "$0")/../../scripts/validate-summary" "$dir/s.json" "$dir/both.json" "$dir/seeds.json" || failed=1
+fi
 expect 2 "no such option" run "$dir/good.toml" --colour red
 expect 2 "no command"
 expect 2 "no such interface" run "$dir/good.toml" --ptp-if nowhere0

@@ -1,4 +1,5 @@
 // Scenarios as files: what is read, and what is refused with file, line and reason.
+#include "app/checks.h"
 #include "sim/clock/series.h"
 #include "sim/scenario/scenario.h"
 
@@ -35,7 +36,7 @@ std::string refusalOf(const std::string& content)
     const Folder folder;
     const std::string file = folder.write("bad.toml", content);
     try {
-        sim::readScenario(file);
+        app::readChecks(sim::readScenario(file));
     } catch (const sim::ScenarioError& e) {
         const std::string line = e.what();
         EXPECT_EQ(line.find('\n'), std::string::npos) << line;
@@ -111,6 +112,36 @@ TEST(Scenario, IsRefusedWithLineAndReason)
               "bad.toml:7: check: is: 'FINE' is no known name"},
              {"check with a key too many", check + "'mask'\nmask = 'G.811'\nat = '1m'\n",
               "bad.toml:7: check: unknown key 'at'"},
+             {"a typo before what it makes missing", "duraton = '1h'\n[[unit]]\nname = 'a'\n",
+              "bad.toml:1: scenario: unknown key 'duraton'; 'duration' is missing"},
+             {"a typo of a check's word", minimal + "[[check]]\nchekc = 'mask'\nmask = 'G.811'\n",
+              "bad.toml:5: check: unknown key 'chekc'; 'check' is missing"},
+             {"a heading nobody knows", minimal + "[[lnk]]\nname = 'l'\n[[event]]\nat = 1\ndo = 'link.down'\n",
+              "bad.toml:4: scenario: unknown key 'lnk'"},
+             {"seed that is no number", "seed = 'one'\n" + minimal,
+              "bad.toml:1: scenario: seed: a whole number is expected"},
+             {"negative seed", "seed = -1\n" + minimal,
+              "bad.toml:1: scenario: seed: -1 is outside 0 to"},
+             {"two units of a name", minimal + "[[unit]]\nname = 'tu1'\n",
+              "bad.toml:5: unit: name: there is another unit 'tu1'"},
+             {"negative noise", minimal + "[[unit.input]]\nat = 'pps'\nwhite_ns = -6\n",
+              "bad.toml:6: input: white_ns: not negative"},
+             {"negative noise of the oscillator", minimal + "[unit.oscillator]\nwhite_fm = -2e-12\n",
+              "bad.toml:5: oscillator: white_fm: not negative"},
+             {"no nominal frequency", minimal + "[unit.oscillator]\nnominal_hz = 0\n",
+              "bad.toml:5: oscillator: nominal_hz: above 0"},
+             {"GPS without a receiver", minimal + "[[unit.reference]]\ntype = 'GPS_REF'\nfro_id = 0\n",
+              "bad.toml:5: reference: type: 'tu1' has no [unit.gps]"},
+             {"no such series", minimal + "[unit.oscillator]\nseries = 'gone.txt'\nseries_kind = 'hz'\n",
+              "bad.toml:5: oscillator: series: "},
+             {"no such mask", minimal + "[[check]]\ncheck = 'mask'\nmask = 'G.999'\n",
+              "bad.toml:6: check: mask: there is no mask 'G.999'; G.811, "},
+             {"no such check", minimal + "[[check]]\ncheck = 'beauty'\n",
+              "bad.toml:5: check: check: 'beauty' is none of clock, "},
+             {"following nobody", two + "[[check]]\ncheck = 'following'\nunit = 'tu2'\nmax_ns = 1\n",
+              "check: 'tu2' follows no other unit"},
+             {"following by the one who leads", idl1 + "[[check]]\ncheck = 'following'\nunit = 'tu1'\nmax_ns = 1\n",
+              "check: 'tu1' follows no other unit"},
          }) {
         SCOPED_TRACE(c.what);
         EXPECT_THAT(refusalOf(c.content), HasSubstr(c.refusal));
@@ -190,6 +221,25 @@ TEST(Duration, IsReadInItsUnits)
     }
     for (const char* text : {"", "h", "1x", "1h30", "-5s", "nan", "inf", "5 minutes"})
         EXPECT_FALSE(sim::parseDuration(text)) << text;
+}
+
+TEST(RecordedSeries, IsRefusedAtItsBadLine)
+{
+    struct Case { const char* content; const char* refusal; };
+    for (const Case& c : {Case{"1.0\n2.0\nthree\n", "f.txt:3: 'three' isn't a number"},
+                          Case{"1.0\nnan\n", "f.txt:2: "}, Case{"# nothing\n\n", "no number in the file"}}) {
+        SCOPED_TRACE(c.content);
+        const Folder folder;
+        folder.write("f.txt", c.content);
+        const std::string file = folder.write(
+            "s.toml", std::string(MINIMAL) + "[unit.oscillator]\nseries = \"f.txt\"\nseries_kind = \"hz\"\n");
+        try {
+            sim::readScenario(file);
+            FAIL() << "accepted";
+        } catch (const sim::ScenarioError& e) {
+            EXPECT_THAT(e.what(), HasSubstr(c.refusal));
+        }
+    }
 }
 
 }  // namespace

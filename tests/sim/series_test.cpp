@@ -62,6 +62,9 @@ TEST(Series, ReadsOneNumberALine)
              {"second of a comma list", "1,10\n2, 20\n", 1, {10.0, 20.0}},
              {"third of blanks and tabs", "a 1\t10 x\nb 2 \t 20 y\n", 2, {10.0, 20.0}},
              {"semicolons", "1;2;3\n", 2, {3.0}},
+             {"heading of a table", "t;offset\n1;2\n", 1, {2.0}},
+             {"a terminal's line and a heading", "=~=~= log 2023.12.03 =~=~=\n#\t\tCounts\n1\t\t50000002\n", 1,
+              {50000002.0}},
              {"blanks behind", "1  \n", 0, {1.0}}}) {
         SCOPED_TRACE(c.what);
         const File file("good", c.content);
@@ -133,6 +136,42 @@ TEST(Series, TurnsPhasesAndFrequenciesIntoEachOther)
         };
         expectNear(sim::asPhase(c.values, c.kind, c.interval_s), c.phase);
         expectNear(sim::asFrequency(c.values, c.kind, c.interval_s), c.frequency);
+    }
+}
+
+TEST(Series, IsAClockOrIsRefused)
+{
+    struct Case { const char* what; const char* content; const char* form; std::vector<double> y; const char* error; };
+    for (const Case& c : std::vector<Case>{
+             {"Hz by its look", "10000001\n", "", {1e-7}, ""},
+             {"MHz by its look", "10.000001\n", "", {1e-7}, ""},
+             {"MHz", "9.999999\n", ":mhz", {-1e-7}, ""},
+             {"relative by its look", "1e-9\n", "", {1e-9}, ""},
+             {"counts of two gates", "1 50000005\n2 49999995\n", ":counts,column=1,nominal=50000000,gate=2",
+              {1e-7, 1e-7, -1e-7, -1e-7}, ""},
+             {"Hz said to be relative", "10000001\n", ":frequency", {}, ": value 1 would be a clock 1e+16 ppb off"},
+             {"relative said to be Hz", "1e-9\n", ":hz", {}, ": value 1 would be a clock -1e+09 ppb off"},
+             {"just inside", "0.0001\n", ":frequency", {1e-4}, ""},
+             {"just outside", "0\n0.00011\n", ":frequency", {}, ": value 2 would be a clock 1.1e+05 ppb off"},
+             {"ns said to be s", "15\n16\n", ":phase", {}, ": value 1 would be a clock 1e+09 ppb off"},
+             {"nothing of a clock", "42\n", "", {}, "name what it holds"},
+             {"counts of nothing", "1\n", ":counts", {}, "counts need nominal=COUNTS"},
+             {"no such word", "1\n", ":hz,colour=1", {}, "'colour=1' is none of column=N"},
+             {"column that is none", "1\n", ":hz,column=", {}, "'column=' is none of"}}) {
+        SCOPED_TRACE(c.what);
+        const File file("clock", c.content);
+        std::string error;
+        std::vector<double> y;
+        try {
+            const auto [path, form] = sim::parseSeriesForm(file.path + c.form);
+            y = sim::readFrequencies(path, form);
+        } catch (const sim::SeriesError& e) {
+            error = e.what();
+        }
+        EXPECT_NE(error.find(c.error), std::string::npos) << error;
+        EXPECT_EQ(error.empty(), *c.error == '\0') << error;
+        ASSERT_EQ(y.size(), c.y.size());
+        for (std::size_t i = 0; i < y.size(); ++i) EXPECT_NEAR(y[i], c.y[i], 1e-15);
     }
 }
 

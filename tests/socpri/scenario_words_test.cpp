@@ -11,7 +11,7 @@ TEST(SocpriScenario, BadWordsAreRefused)
                               "[[unit]]\nname = \"sdu\"\nrole = \"slave\"\n[unit.inrsi]\n[[unit.inrsi.link]]\n"
                               "port = 1\nid = 71\n[[link]]\ntype = \"sdu\"\nfrom = \"mdu\"\nto = \"sdu\"\n";
     const std::string inci = "[[link]]\ntype = \"inci\"\nname = \"p\"\nfrom = \"mdu\"\nto = \"sdu\"\n";
-    const std::string event = "[[event]]\nat = \"1s\"\n", check = "[[check]]\ncheck = \"socpri_told\"\n";
+    const std::string event = "[[event]]\nat = \"1s\"\n";
     const std::string other = "[[unit]]\nname = \"c\"\n";
     ASSERT_NO_THROW(sim::readScenarioText(units + inci, "good"));
     for (const std::string& words :
@@ -19,7 +19,6 @@ TEST(SocpriScenario, BadWordsAreRefused)
           event + "unit = \"sdu\"\ndo = \"inrsi.measure\"\nid = 71\nanswers = \"wrong\"\n",
           event + "unit = \"mdu\"\ndo = \"mp.socpri_align\"\nport = 7\nturns_ahead = 25\n",
           event + "unit = \"mdu\"\ndo = \"sync_group.answer\"\nanswer = \"busy\"\n",
-          check + "answer = \"jump\"\n", check + "answer = \"scan\"\nport = 8\n",
           other + "[[link]]\ntype = \"sdu\"\nname = \"q\"\nfrom = \"mdu\"\nto = \"c\"\n",
           other + "[unit.sync_group]\npriority = 70000\n", other + "[unit.sync_group]\nperiod = \"0s\"\n",
           other + "[unit.sync_group]\nrank = 1\n"}) {
