@@ -5,6 +5,7 @@
 #include "app/score.h"
 #include "ose/types.h"
 
+#include <array>
 #include <cmath>
 #include <limits>
 #include <optional>
@@ -88,6 +89,37 @@ struct Restart {
     double used_s = -1;           // when
 };
 
+/// Something that happened to a unit, as a progress line tells it.
+struct UnitEvent {
+    double t = 0;
+    std::string kind;             // "clock", "selected", "degraded", "PTP port", "jump", ...
+    std::string text;
+};
+
+/// Something that is wrong and stands until it is taken back.
+struct Alarm {
+    double since_s = 0;
+    std::string source;           // "GPS", "ptp", "oscillator", "reference", ...
+    std::string text;
+};
+
+/// When the unit last heard of its references, s, -1 for never; to a sample's interval.
+struct LastHeard {
+    double measurement_s = -1;    // a measurement of the selected reference reached the estimator
+    double offset_s = 0;          // what it said, of the unit's clock against the reference
+    double ntp_s = -1;
+    std::array<double, 8> packet_s{-1, -1, -1, -1, -1, -1, -1, -1};   // of the PTP clock of that syncref
+};
+
+/// What the unit itself takes its clock for, each with one deviation from the filter's own covariance and
+/// carried on to the moment; NaN where it has no estimate.
+struct Estimate {
+    double time_ns = std::numeric_limits<double>::quiet_NaN();   // counter against the time that it knows
+    double timeDeviation_ns = std::numeric_limits<double>::quiet_NaN();
+    double freq_ppb = std::numeric_limits<double>::quiet_NaN();
+    double freqDeviation_ppb = std::numeric_limits<double>::quiet_NaN();
+};
+
 /// One sample of the series.
 struct Sample {
     double t = 0;
@@ -99,6 +131,8 @@ struct Sample {
     double temperature_V = 0;     // of the oscillator's sensor
     u8 radioClockState = 0;
     u8 regState = 0;
+    bool isDegraded = false;      // the selected reference, as the main processor was told
+    Estimate estimate;            // its time against gpsTimeError_ns, its frequency against freqError_ppb
 };
 
 /// A stretch of the run during which the clock was locked, settling time taken off.
@@ -134,6 +168,9 @@ struct UnitRecording {
     std::vector<Restart> restarts;
     std::vector<ErrorEntry> errors;
     std::vector<FailedTest> failedTests;
+    std::vector<UnitEvent> events;        // all of these and more, in order
+    std::vector<Alarm> alarms;            // that stand now
+    LastHeard heard;
     u64 toldSignals = 0, toldDigest = 0;  // all that the main processor got from the unit
     std::vector<Sample> samples;
 };
@@ -149,6 +186,7 @@ struct Recording {
     double interval_s = 1.0;
     double virtual_s = 0;
     double wall_s = 0;
+    bool complete = true;                 // it ran to the scenario's end, so that its checks are judged
     std::vector<UnitRecording> units;
     std::vector<CheckResult> checks;
     std::vector<std::string> misuses;     // of the kernel

@@ -350,7 +350,7 @@ bool WorldImpl::run(Time until, const std::function<bool()>* doneFunction)
     spins = 0;
     if (runDepth++ == 0) {
         stayHome();
-        rebasePace();
+        keepPace();
     }
     while (!abortRun && !failure) {
         if (Process* const p = ready.pop()) {
@@ -362,7 +362,10 @@ bool WorldImpl::run(Time until, const std::function<bool()>* doneFunction)
         else if (what == Step::Ended) break;
     }
     cutShort = std::exchange(abortRun, false) || stopRequested;
-    if (--runDepth == 0) stopRequested = false;
+    if (--runDepth == 0) {
+        stopRequested = false;
+        ranLastAt = std::chrono::steady_clock::now();
+    }
     horizon = horizonBefore;
     done = doneBefore;
     const bool answer = std::exchange(doneAnswer, answerBefore);
@@ -423,6 +426,14 @@ void WorldImpl::rebasePace()
 {
     paceVirtual = now;
     paceWall = std::chrono::steady_clock::now();
+}
+
+/// A run goes on with the pace of the one before, so that what a busy host made late is caught up. Who lets the
+/// world stand for longer begins anew.
+void WorldImpl::keepPace()
+{
+    constexpr auto STANDS = std::chrono::milliseconds(500);
+    if (std::chrono::steady_clock::now() - ranLastAt > STANDS) rebasePace();
 }
 
 /// Waits for the wall-clock time of `until`. False, with the time moved to what it is by then, when
