@@ -167,7 +167,7 @@ bool readOne(bool interactive, const std::string& prompt, std::string& line)
 }
 
 /// "file:line: event: what" without where it stands.
-std::string reasonOf(const sim::ScenarioError& e)
+std::string reasonOf(const std::runtime_error& e)
 {
     const std::string text = e.what();
     const std::size_t at = text.find(": ");
@@ -335,7 +335,7 @@ void Console::State::letHappen(const std::string& line)
         const std::string rest = line.substr(line.find("do") + 2);
         auto event = std::make_shared<sim::EventSpec>(sim::readEventLine(rest, run.scenario));
         onWorld([this, event] { run.happen(*event); return std::string(); });
-    } catch (const sim::ScenarioError& e) {
+    } catch (const std::runtime_error& e) {          // of the scenario, or of a recorded series that it names
         std::printf("%s\n", reasonOf(e).c_str());
     }
 }

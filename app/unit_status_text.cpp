@@ -53,21 +53,24 @@ std::string orDash(const Json& value, const char* format)
     return value.is_null() ? "-" : text(format, value.get<double>());
 }
 
-std::string deviated(const Json& value, const Json& deviation, const char* unit)
+std::string ppbText(double ppb) { return text("%.4g ppb", ppb); }
+
+/// "12.1 ns, deviation 3.33 ns"
+std::string deviated(const Json& value, const Json& deviation, std::string (*shown)(double))
 {
     if (value.is_null() || deviation.is_null()) return "none";
-    return text("%+.4g %s, deviation %.3g", value.get<double>(), unit, deviation.get<double>());
+    return shown(value.get<double>()) + ", deviation " + shown(deviation.get<double>());
 }
 
 std::string estimateText(const Json& unit)
 {
     const Json& e = unit.at("estimate");
     const Json& truth = unit.at("truth");
-    std::string out = "  estimate   time      " + deviated(e.at("time_ns"), e.at("time_deviation_ns"), "ns");
+    std::string out = "  estimate   time      " + deviated(e.at("time_ns"), e.at("time_deviation_ns"), timeText);
     if (const Json& time = truth.at("against_reference_time_ns"); !time.is_null())
-        out += text("; true %+.4g ns", time.get<double>());
-    out += "\n             frequency " + deviated(e.at("freq_ppb"), e.at("freq_deviation_ppb"), "ppb");
-    return out + text("; true %+.4g ppb\n", truth.at("freq_ppb").get<double>());
+        out += "; true " + timeText(time.get<double>());
+    out += "\n             frequency " + deviated(e.at("freq_ppb"), e.at("freq_deviation_ppb"), ppbText);
+    return out + "; true " + ppbText(truth.at("freq_ppb").get<double>()) + "\n";
 }
 
 std::string referenceText(const Json& unit)

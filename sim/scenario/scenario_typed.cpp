@@ -66,6 +66,7 @@ std::vector<std::string> eventWords()
     UnitSpec unit;
     unit.gps.emplace();
     unit.cmcc.emplace();
+    unit.node.ntp.present = true;
     // Some readers look at the first part of a word before they ask for more.
     for (const char* const start : {"", "gps.", "cmcc.", "ntp."}) {
         const EventWord word(start, &words);
@@ -100,8 +101,8 @@ std::vector<std::string> completeEvent(const std::string& line, const Scenario& 
     try {
         const toml::table table = tableOf(words);
         readEvent(table, TYPED, scenario);
-    } catch (const ScenarioError&) {
-        // What was asked before it is what can be offered.
+    } catch (const std::runtime_error&) {
+        // What was asked before is what can be offered.
     }
     std::vector<std::string> offers;
     if (equals != std::string::npos) {
