@@ -4,17 +4,17 @@
 #include "app/summary.h"
 #include "app/unit_status.h"
 #include "gps/kvd_gps_receiver.h"
-#include "gps/kvd_gps_state.h"
-#include "iif/kvd_iifadm.h"
-#include "iif/kvd_ipsynctsiadm.h"
-#include "iif/tuiif_gps_sig.h"
-#include "iif/tuiif_sig.h"
+#include "mp/kvd_iifadm.h"
 #include "pktsync/tupktsync_ptp_clock.h"
+#include "refs/kvd_ipsynctsiadm.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_packet.h"
+#include "sig/tuiif_gps_sig.h"
+#include "sig/tuiif_sig.h"
 #include "sim/board/board.h"
 #include "sim/scenario/link.h"
+#include "unit/kvd_gps_state.h"
 
 #include <algorithm>
 #include <cstring>

@@ -2,19 +2,20 @@
 
 #include "app/summary.h"
 #include "app/unit_why.h"
-#include "gps/kvd_gps_state.h"
-#include "iif/kvd_iifadm.h"
-#include "iif/tuiif_sig.h"
+#include "mp/kvd_iifadm.h"
 #include "pktsync/tupktsync_coli.h"
 #include "pktsync/tupktsync_ptp_clock.h"
 #include "pktsync/tupktsync_syncref_ctrl.h"
-#include "ref/kvd_ref.h"
+#include "refs/kvd_ref_idl.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_packet.h"
 #include "reg/kvd_reg_pll.h"
+#include "sig/tuiif_sig.h"
 #include "sim/board/board.h"
+#include "unit/kvd_gps_state.h"
+#include "unit/kvd_ref_table.h"
 
 #include <algorithm>
 #include <cmath>

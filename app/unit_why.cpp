@@ -1,13 +1,13 @@
 #include "app/unit_why.h"
 
 #include "app/summary.h"
-#include "iif/kvd_iifadm.h"
-#include "iif/tuiif_sig.h"
+#include "mp/kvd_iifadm.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
+#include "sig/tuiif_sig.h"
 
 #include <algorithm>
 #include <cmath>
