@@ -97,7 +97,9 @@ void readFromProgram(SourceStatus& source, const sim::MpReference& r, const Last
     } else {
         source.state = "no line";
     }
-    if (!source.selected || heard.measurement_s < 0) return;
+    const bool loops = KvdLoz6TuReg_pllState() != PLL_Uninitialized ||
+                       KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized;
+    if (!source.selected || loops || heard.measurement_s < 0) return;   // a loop's phases aren't the estimator's
     const u32 z_i = KvdLoz6TuReg_measurementIndex(KvdLoz6TuReg_selectedRef());
     if (!source.age_s) source.age_s = now_s - heard.measurement_s;
     source.noise_ns = std::sqrt(std::max(0.0, KvdLoz6TuReg_getMeasR(z_i))) * NS;

@@ -229,12 +229,17 @@ void explainLoop(UnitStatus& status)
     const std::string loop = status.loop.empty() ? "no loop runs" : "the loop is in " + status.loop;
     switch (status.clockState) {
     case KVD_TUIIF_SLAVE_FREE_RUNNING:
-        status.why = "a slave without a locked loop: " + lostReference(status);
+        status.why = status.referenceType == "NO_REF" ? "a slave without a locked loop: " + lostReference(status)
+                                                      : "its loop isn't locked yet: " + loop;
         status.change = "SLAVE_FREQUENCY_LOCKED when its loop begins to follow the other unit";
         break;
     case KVD_TUIIF_SLAVE_FREQUENCY_LOCKED:
         status.why = loop;
         status.change = "SLAVE_FRAME_LOCKED when the loop is locked";
+        break;
+    case KVD_TUIIF_SLAVE_FRAME_LOCKED:
+        status.why = "it follows " + status.reference + ": " + loop;
+        status.change = "a minute without its link: SLAVE_FREE_RUNNING";
         break;
     case KVD_TUIIF_PREJUMP_START:
     case KVD_TUIIF_PREJUMP_HIST:
