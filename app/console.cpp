@@ -47,22 +47,28 @@ constexpr OwnWord OWN_WORDS[] = {
 /// Pages of the commands that point to one.
 struct ManPage { const char* command; const char* forms; };
 constexpr ManPage MAN_PAGES[] = {
-    {"gpsprot", "gpsprot chprot Norcomb     the receiver speaks Norvane Combined\n"
-                "gpsprot chprot Furuno      the receiver speaks Furuno"},
-    {"gpscapture", "gpscapture start                    100 sentences of both directions\n"
-                   "gpscapture start <1-100>            so many\n"
-                   "gpscapture start -tx|-rx [<1-100>]  sent, or received, alone\n"
-                   "gpscapture display                  what was caught"},
+    {"gpsprot",
+     "gpsprot chprot Norcomb     the receiver speaks Norvane Combined\n"
+     "gpsprot chprot Furuno      the receiver speaks Furuno"},
+    {"gpscapture",
+     "gpscapture start                    100 sentences of both directions\n"
+     "gpscapture start <1-100>            so many\n"
+     "gpscapture start -tx|-rx [<1-100>]  sent, or received, alone\n"
+     "gpscapture display                  what was caught"},
     {"gps01reset", "gps01reset execute         resets a GPS01 receiver and clears its positions"},
-    {"gps02reset", "gps02reset all             clears the receiver's buffer and resets it\n"
-                   "gps02reset module          resets it\n"
-                   "gps02reset buffer          clears its buffer"},
-    {"gpsstatus", "gpsstatus                  the receiver's status\n"
-                  "gpsstatus <n>              and the n newest entries of its state history"},
-    {"gpssend", "gpssend nmea <sentence>    80 characters at most, a quoted one may begin with $; a checksum is\n"
-                "                           added unless it has one"},
-    {"gpsskyview", "gpsskyview start           collects for 24 hours at most\n"
-                   "gpsskyview stop            ends it and writes the file"},
+    {"gps02reset",
+     "gps02reset all             clears the receiver's buffer and resets it\n"
+     "gps02reset module          resets it\n"
+     "gps02reset buffer          clears its buffer"},
+    {"gpsstatus",
+     "gpsstatus                  the receiver's status\n"
+     "gpsstatus <n>              and the n newest entries of its state history"},
+    {"gpssend",
+     "gpssend nmea <sentence>    80 characters at most, a quoted one may begin with $; a checksum is\n"
+     "                           added unless it has one"},
+    {"gpsskyview",
+     "gpsskyview start           collects for 24 hours at most\n"
+     "gpsskyview stop            ends it and writes the file"},
 };
 
 const OwnWord* ownWord(const std::string& word)
@@ -136,7 +142,8 @@ char** complete(const char* text, int, int)
     if (!line.starts_with("do ") || completionScenario == nullptr)
         return rl_completion_matches(text, nextCompletion);
     eventOffers = sim::completeEvent(line.substr(std::strlen("do ")), *completionScenario);
-    const bool isKey = std::ranges::any_of(eventOffers, [](const std::string& w) { return w.ends_with("="); });
+    const bool isKey =
+        std::ranges::any_of(eventOffers, [](const std::string& w) { return w.ends_with("="); });
     if (isKey) rl_completion_append_character = '\0';
     return rl_completion_matches(text, nextOffer);
 }
@@ -285,8 +292,9 @@ void Console::State::readLines()
     rl_attempted_completion_function = complete;
     rl_completer_word_break_characters = const_cast<char*>(" \t\n");
     if (interactive)
-        std::printf("The unit runs while you type. 'why' says how it is, 'help' lists the commands, 'quit' ends the "
-                    "run.\n");
+        std::printf(
+            "The unit runs while you type. 'why' says how it is, 'help' lists the commands, 'quit' ends the "
+            "run.\n");
     std::string line;
     for (;;) {
         onWorld([this] { fillCompletion(node().shell().commands()); return std::string(); });
@@ -308,7 +316,8 @@ bool Console::State::takeLine(const std::string& line)
     return true;
 }
 
-void Console::State::takeOwn(const std::string& word, const std::vector<std::string>& words, const std::string& line)
+void Console::State::takeOwn(const std::string& word, const std::vector<std::string>& words,
+                             const std::string& line)
 {
     const std::string argument = words.size() > 1 ? words[1] : "";
     if (word == "help" || word == "man") help(argument);
@@ -370,7 +379,8 @@ void Console::State::advance(const std::string& word, const std::string& argumen
     post([this, answer = std::move(answer), s = *wanted_s, isSpan = word == "step"] {
         const double target_s = isSpan ? now() + s : s;
         if (target_s < now()) return answer->set_value("it is " + clockText(now()) + " already\n");
-        run.control.runTo(std::llround(target_s * 1e12), [this, answer] { answer->set_value(clockText(now()) + "\n"); });
+        run.control.runTo(std::llround(target_s * 1e12),
+                          [this, answer] { answer->set_value(clockText(now()) + "\n"); });
     });
     std::printf("%s", await(std::move(ready)).c_str());
 }
@@ -384,8 +394,9 @@ void Console::State::setPaused(bool paused)
     std::printf("%s", onWorld([this, paused] {
         if (paused) run.control.pause();
         else        run.control.go();
-        return !paused && run.control.atEnd() ? std::string("the scenario's end is reached; 'until' or 'step' goes "
-                                                            "beyond it\n")
+        return !paused && run.control.atEnd() ? std::string(
+                                                    "the scenario's end is reached; 'until' or 'step' goes "
+                                                    "beyond it\n")
                                               : clockText(now()) + (paused ? "  paused\n" : "\n");
     }).c_str());
 }

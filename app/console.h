@@ -38,7 +38,7 @@ public:
     void tell(const std::string& line);
 
 private:
-    struct State;                        // outlives the console with the thread, which may wait for a terminal
+    struct State;   // outlives the console with the thread, which may wait for a terminal
     std::shared_ptr<State> state_;
 };
 

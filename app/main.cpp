@@ -1,4 +1,5 @@
-// tu - Runs timing units in a simulated node from a scenario, or feeds one the log of a receiver or a capture.
+// tu - Runs timing units in a simulated node from a scenario, or feeds one the log of a receiver or a
+// capture.
 #include "app/end_signals.h"
 #include "app/nmea.h"
 #include "app/pcap.h"
@@ -81,7 +82,8 @@ int run(const RunArguments& a)
     options.feed = a.feed;
     const app::EndSignals endSignals;
     for (const std::string& text : a.interfaces) options.interfaces.push_back(interfaceOf(text));
-    if (!a.quiet) std::printf("%s\n", scenario.title.empty() ? scenario.name.c_str() : scenario.title.c_str());
+    if (!a.quiet)
+        std::printf("%s\n", scenario.title.empty() ? scenario.name.c_str() : scenario.title.c_str());
     const app::Recording recording = app::runScenario(scenario, options);
     if (!a.quiet) app::printSummary(recording, stdout);
     std::string wrong;
@@ -90,15 +92,16 @@ int run(const RunArguments& a)
     if (!wrong.empty()) return refuse(wrong);
     if (!a.quiet && !a.out.empty()) std::printf("report         %s/report.html\n", a.out.c_str());
     if (!recording.complete && !a.quiet)
-        std::printf("ended at %s of %s: its checks aren't judged\n", app::clockText(recording.virtual_s).c_str(),
-                    app::clockText(scenario.duration_s).c_str());
+        std::printf("ended at %s of %s: its checks aren't judged\n",
+                    app::clockText(recording.virtual_s).c_str(), app::clockText(scenario.duration_s).c_str());
     constexpr int KILLED = 128;
     if (app::endSignal() != 0) return KILLED + app::endSignal();
     if (recording.passed()) return 0;
     if (a.quiet)
         for (const app::CheckResult& c : recording.checks)
             if (!c.pass)
-                std::fprintf(stderr, "%s: FAIL %s: %s\n", a.scenario.c_str(), c.name.c_str(), c.detail.c_str());
+                std::fprintf(stderr, "%s: FAIL %s: %s\n", a.scenario.c_str(), c.name.c_str(),
+                             c.detail.c_str());
     for (const std::string& misuse : recording.misuses)
         std::fprintf(stderr, "%s: kernel misuse: %s\n", a.scenario.c_str(), misuse.c_str());
     return CHECK_FAILED;
@@ -108,11 +111,14 @@ int status(const app::StatusQuery& query) { return app::printStatus(query); }
 
 int wait(app::WaitQuery query, const std::string& within, const std::string& timeout)
 {
-    if (!sim::clockStateByName(query.state)) return refuse("tu wait: '" + query.state + "' is no clock state");
+    if (!sim::clockStateByName(query.state))
+        return refuse("tu wait: '" + query.state + "' is no clock state");
     if (!within.empty()) query.within_ns = app::parseTime_ns(within);
-    if (!within.empty() && !query.within_ns) return refuse("tu wait: '" + within + "' is no time such as \"1 us\"");
+    if (!within.empty() && !query.within_ns)
+        return refuse("tu wait: '" + within + "' is no time such as \"1 us\"");
     if (!timeout.empty()) query.timeout_s = sim::parseDuration(timeout);
-    if (!timeout.empty() && !query.timeout_s) return refuse("tu wait: '" + timeout + "' is no time such as 10m");
+    if (!timeout.empty() && !query.timeout_s)
+        return refuse("tu wait: '" + timeout + "' is no time such as 10m");
     return app::waitForState(query);
 }
 
@@ -211,11 +217,14 @@ int main(int argc, char** argv)
                            "[NAME=]INTERFACE: the unit, or the unit or master of that name, on a network "
                            "interface; the run keeps the host's time")
         ->type_name("TEXT")->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    runCommand->add_option("--status", a.feed.socket, "Serve the units' status, JSON a line, on this local socket");
-    runCommand->add_option("--metrics", a.feed.metrics,
-                           "[HOST:]PORT: serve /metrics there for Prometheus, on the loopback without a host");
+    runCommand->add_option("--status", a.feed.socket,
+                           "Serve the units' status, JSON a line, on this local socket");
+    runCommand->add_option(
+        "--metrics", a.feed.metrics,
+        "[HOST:]PORT: serve /metrics there for Prometheus, on the loopback without a host");
     app::StatusQuery statusQuery;
-    CLI::App* const statusCommand = tu.add_subcommand("status", "Ask a run that serves --status how its units are");
+    CLI::App* const statusCommand =
+        tu.add_subcommand("status", "Ask a run that serves --status how its units are");
     statusCommand->add_option("socket", statusQuery.socket, "Its socket")->required();
     statusCommand->add_option("--unit", statusQuery.unit, "One unit of several");
     statusCommand->add_flag("--json", statusQuery.json, "JSON a line");
@@ -226,7 +235,8 @@ int main(int argc, char** argv)
     waitCommand->add_option("socket", waitQuery.socket, "Socket of a run that serves --status")->required();
     waitCommand->add_option("state", waitQuery.state, "Clock state, such as RNT_TIME_LOCKED")->required();
     waitCommand->add_option("--unit", waitQuery.unit, "A unit other than the first");
-    waitCommand->add_option("--within", within, "And the time known to this: its estimate and three deviations of it");
+    waitCommand->add_option("--within", within,
+                            "And the time known to this: its estimate and three deviations of it");
     waitCommand->add_option("--timeout", timeout, "Of real time, such as 10m; exit code 1 then");
     NmeaArguments n;
     CLI::App* const nmeaCommand =

@@ -184,14 +184,16 @@ void Recorder::samplePorts()
     const auto ports = unit_.node().inProgram([] {
         std::array<Port, PTP_CLOCKS> found;
         for (u32 i = 0; i < PTP_CLOCKS; ++i)
-            if (const PtpClock* const c = ptpClockOf(i)) found[i] = {c->setup.froId, c->setup.froClassNo, c->portState};
+            if (const PtpClock* const c = ptpClockOf(i))
+                found[i] = {c->setup.froId, c->setup.froClassNo, c->portState};
         return found;
     });
     for (u32 i = 0; i < PTP_CLOCKS; ++i) {
         if (ports[i].state == portStates_[i]) continue;
         portStates_[i] = ports[i].state;
         if (ports[i].state != PRE_INIT)
-            tell("PTP port", nameOf(ports[i].froId, ports[i].froClassNo) + ": " + ptpPortStateText(ports[i].state));
+            tell("PTP port",
+                 nameOf(ports[i].froId, ports[i].froClassNo) + ": " + ptpPortStateText(ports[i].state));
     }
 }
 
@@ -206,8 +208,8 @@ void Recorder::samplePdv()
     pdvSamples_ = 0;
     pdvHigh_ = isHigh;
     if (pdv.limit == 0) return tell("PDV", "no packet reference any more");
-    tell("PDV", std::string(isHigh ? "over" : "within") + " its limit of " + timeText(pdv.limit * 1e9) + ": " +
-                    timeText(pdv.down * 1e9) + " down, " + timeText(pdv.up * 1e9) + " up");
+    tell("PDV", std::string(isHigh ? "over" : "within") + " its limit of " + timeText(pdv.limit * 1e9) +
+                    ": " + timeText(pdv.down * 1e9) + " down, " + timeText(pdv.up * 1e9) + " up");
 }
 
 void Recorder::follows(sim::Unit* leader)
@@ -231,8 +233,8 @@ std::string Recorder::status() const
     const double error_ns =
         hasTime && !std::isnan(last.gpsTimeError_ns) ? last.gpsTimeError_ns : last.timeError_ns;
     char text[96];
-    std::snprintf(text, sizeof text, "%s  %s%s  %+.0f ns", sim::clockStateName(clockState_), selected_.c_str(),
-                  last.isDegraded ? " degraded" : "", error_ns);
+    std::snprintf(text, sizeof text, "%s  %s%s  %+.0f ns", sim::clockStateName(clockState_),
+                  selected_.c_str(), last.isDegraded ? " degraded" : "", error_ns);
     return text;
 }
 
@@ -257,7 +259,8 @@ void Recorder::collect()
 void Recorder::raise(const std::string& source, const std::string& text)
 {
     std::erase_if(recording.alarms, [&](const Alarm& a) { return a.source == source && a.text != text; });
-    const bool stands = std::ranges::any_of(recording.alarms, [&](const Alarm& a) { return a.source == source; });
+    const bool stands =
+        std::ranges::any_of(recording.alarms, [&](const Alarm& a) { return a.source == source; });
     if (!text.empty() && !stands) recording.alarms.push_back({now(), source, text});
 }
 
@@ -380,7 +383,8 @@ void Recorder::onTemperature(const sim::MpRecord& record)
     constexpr const char* TEXTS[] = {"", "", "temperature too low", "temperature too high",
                                      "temperature can't be read"};
     const std::string text = ind->oscTempState < std::size(TEXTS) ? TEXTS[ind->oscTempState] : "";
-    const bool stood = std::ranges::any_of(recording.alarms, [](const Alarm& a) { return a.source == "oscillator"; });
+    const bool stood =
+        std::ranges::any_of(recording.alarms, [](const Alarm& a) { return a.source == "oscillator"; });
     if (!text.empty() || stood) tell("oscillator", text.empty() ? "temperature within its limits" : text);
     raise("oscillator", text);
 }

@@ -1,5 +1,5 @@
-// recorder.h - Follows one unit through a run: its changes as they happen, a sample an interval. It looks at the
-// product's state and changes none of it.
+// recorder.h - Follows one unit through a run: its changes as they happen, a sample an interval. It looks at
+// the product's state and changes none of it.
 #pragma once
 #include "app/progress.h"
 #include "app/recording.h"

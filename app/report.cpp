@@ -33,10 +33,10 @@ std::string seriesCsv(const UnitRecording& unit)
            "estimate_freq_deviation_ppb\n";
     for (const Sample& s : unit.samples)
         csv << s.t << ',' << s.timeError_ns << ',' << s.gpsTimeError_ns << ',' << s.followError_ns << ','
-            << s.freqError_ppb << ',' << s.div << ',' << s.temperature_V << ',' << static_cast<int>(s.radioClockState) << ','
-            << static_cast<int>(s.regState) << ',' << (s.isDegraded ? 1 : 0) << ',' << s.estimate.time_ns << ','
-            << s.estimate.timeDeviation_ns << ',' << s.estimate.freq_ppb << ',' << s.estimate.freqDeviation_ppb
-            << '\n';
+            << s.freqError_ppb << ',' << s.div << ',' << s.temperature_V << ','
+            << static_cast<int>(s.radioClockState) << ',' << static_cast<int>(s.regState) << ','
+            << (s.isDegraded ? 1 : 0) << ',' << s.estimate.time_ns << ',' << s.estimate.timeDeviation_ns
+            << ',' << s.estimate.freq_ppb << ',' << s.estimate.freqDeviation_ppb << '\n';
     return csv.str();
 }
 

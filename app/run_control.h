@@ -1,5 +1,5 @@
-// run_control.h - How a run goes on: paced or not, paused, up to a moment, to its end. Owned by the world's thread;
-// a console changes it by work that it posts to the world.
+// run_control.h - How a run goes on: paced or not, paused, up to a moment, to its end. Owned by the world's
+// thread; a console changes it by work that it posts to the world.
 #pragma once
 #include "ose/world.h"
 

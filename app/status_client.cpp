@@ -55,7 +55,8 @@ public:
                 const std::string line = buffer_.substr(0, end);
                 buffer_.erase(0, end + 1);
                 Json json = Json::parse(line, nullptr, false);
-                if (!json.is_object() || !json.contains("units")) throw StatusError(path_ + ": no status comes from it");
+                if (!json.is_object() || !json.contains("units"))
+                    throw StatusError(path_ + ": no status comes from it");
                 return json;
             }
             if (!fill(until)) return {};
@@ -125,7 +126,8 @@ bool isWithin(const Json& unit, double limit_ns)
     const Json& e = unit.at("estimate");
     if (e.at("time_ns").is_null()) return false;
     constexpr double SIGMAS = 3.0;
-    return std::abs(e.at("time_ns").get<double>()) + SIGMAS * e.at("time_deviation_ns").get<double>() <= limit_ns;
+    return std::abs(e.at("time_ns").get<double>()) + SIGMAS * e.at("time_deviation_ns").get<double>() <=
+           limit_ns;
 }
 
 std::string describe(const WaitQuery& query)
@@ -158,11 +160,13 @@ int waitForState(const WaitQuery& query)
     const auto began = Clock::now();
     std::optional<Clock::time_point> until;
     if (query.timeout_s)
-        until = began + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*query.timeout_s));
+        until = began +
+                std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*query.timeout_s));
     Connection connection(query.socket);
     // A run that was started a moment ago may not serve it yet.
     while (!connection.open()) {
-        if (Clock::now() >= until.value_or(began + TO_BEGIN)) throw StatusError(query.socket + ": " + connection.why());
+        if (Clock::now() >= until.value_or(began + TO_BEGIN))
+            throw StatusError(query.socket + ": " + connection.why());
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     std::optional<double> from_s;

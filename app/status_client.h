@@ -18,7 +18,8 @@ struct WaitQuery {
     std::string socket;
     std::string unit;
     std::string state;                     // a clock state's name
-    std::optional<double> within_ns;       // three deviations of the unit's own estimate of time, its offset with them
+    std::optional<double>
+        within_ns;   // three deviations of the unit's own estimate of time, its offset with them
     std::optional<double> timeout_s;       // of wall-clock time
 };
 /// 0 when it came to that, 1 when the time is over or the run ended before. Throws StatusError.

@@ -86,22 +86,29 @@ constexpr Metric METRICS[] = {
     {"tu_estimate_frequency_deviation_ratio", "gauge", "One deviation of that estimate.",
      [](const Json& u) { return scaled(u.at("estimate").at("freq_deviation_ppb"), 1e-9); }},
     {"tu_true_time_error_seconds", "gauge",
-     "True time error: against the reference's time where the scenario has one, else since the start.", trueTime},
+     "True time error: against the reference's time where the scenario has one, else since the start.",
+     trueTime},
     {"tu_true_frequency_error_ratio", "gauge", "True relative frequency error.",
      [](const Json& u) { return scaled(u.at("truth").at("freq_ppb"), 1e-9); }},
     {"tu_holdover_seconds", "gauge", "How long the clock has been in holdover, 0 outside of it.",
-     [](const Json& u) { const Json s = ofHoldover(u, "seconds"); return s.is_null() ? Json(0) : s; }},
+     [](const Json& u) {
+         const Json s = ofHoldover(u, "seconds");
+         return s.is_null() ? Json(0) : s;
+     }},
     {"tu_holdover_left_seconds", "gauge", "What is left of the operator's holdover threshold.",
      [](const Json& u) { return ofHoldover(u, "left_s"); }},
     {"tu_degraded", "gauge", "1 while the selected reference is degraded.",
      [](const Json& u) { return flag(u.at("degraded")); }},
     {"tu_pdv_limit_seconds", "gauge", "Limit of the selected packet reference's delay variation.",
-     [](const Json& u) { return u.at("pdv").is_null() ? Json(nullptr) : scaled(u.at("pdv").at("limit_ns"), 1e-9); }},
+     [](const Json& u) {
+         return u.at("pdv").is_null() ? Json(nullptr) : scaled(u.at("pdv").at("limit_ns"), 1e-9);
+     }},
     {"tu_alarms", "gauge", "Alarms that stand.", [](const Json& u) { return Json(u.at("alarms").size()); }},
     {"tu_events_total", "counter", "Events of the run.", [](const Json& u) { return u.at("events_total"); }},
     {"tu_restarts_total", "counter", "Starts of the program after the first.",
      [](const Json& u) { return Json(std::max<i64>(0, u.at("starts").get<i64>() - 1)); }},
-    {"tu_pool_used_bytes", "gauge", "Signal pool in use.", [](const Json& u) { return u.at("pool").at("used"); }},
+    {"tu_pool_used_bytes", "gauge", "Signal pool in use.",
+     [](const Json& u) { return u.at("pool").at("used"); }},
     {"tu_pool_peak_bytes", "gauge", "Largest use of the signal pool.",
      [](const Json& u) { return u.at("pool").at("peak"); }},
 };
@@ -132,7 +139,8 @@ void row(std::string& page, const char* name, const std::string& labels, const J
 
 void addInfo(std::string& page, const Json& units)
 {
-    head(page, "tu_clock_info", "gauge", "Names of the clock's and the regulator's state and of the reference.");
+    head(page, "tu_clock_info", "gauge",
+         "Names of the clock's and the regulator's state and of the reference.");
     for (const Json& u : units) {
         std::string labels = unitLabel(u);
         for (const char* const key : {"clock", "regulator", "reference", "reference_type"})
@@ -161,8 +169,10 @@ void addPackets(std::string& page, const Json& units)
     head(page, "tu_pdv_seconds", "gauge", "Delay variation of the selected packet reference.");
     for (const Json& u : units) {
         if (u.at("pdv").is_null()) continue;
-        row(page, "tu_pdv_seconds", unitLabel(u) + ",direction=\"down\"", scaled(u.at("pdv").at("down_ns"), 1e-9));
-        row(page, "tu_pdv_seconds", unitLabel(u) + ",direction=\"up\"", scaled(u.at("pdv").at("up_ns"), 1e-9));
+        row(page, "tu_pdv_seconds", unitLabel(u) + ",direction=\"down\"",
+            scaled(u.at("pdv").at("down_ns"), 1e-9));
+        row(page, "tu_pdv_seconds", unitLabel(u) + ",direction=\"up\"",
+            scaled(u.at("pdv").at("up_ns"), 1e-9));
     }
     head(page, "tu_packets_total", "counter", "PTP messages that served, by clock and type.");
     for (const Json& u : units)

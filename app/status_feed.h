@@ -1,5 +1,5 @@
-// status_feed.h - Looks at the units of a run and gives what it sees to the status socket and the metrics: after
-// each event, and once a second of wall-clock time.
+// status_feed.h - Looks at the units of a run and gives what it sees to the status socket and the metrics:
+// after each event, and once a second of wall-clock time.
 #pragma once
 #include "app/recorder.h"
 #include "app/status_server.h"

@@ -19,13 +19,17 @@ namespace {
 
 constexpr std::size_t CLIENTS_MAX = 64;
 
-[[noreturn]] void fail(const std::string& path, const std::string& why) { throw StatusError(path + ": " + why); }
+[[noreturn]] void fail(const std::string& path, const std::string& why)
+{
+    throw StatusError(path + ": " + why);
+}
 
 sockaddr_un addressOf(const std::string& path)
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    if (path.empty() || path.size() >= sizeof address.sun_path) fail(path, "a socket's path has at most 107 bytes");
+    if (path.empty() || path.size() >= sizeof address.sun_path)
+        fail(path, "a socket's path has at most 107 bytes");
     std::memcpy(address.sun_path, path.data(), path.size());
     return address;
 }
@@ -85,7 +89,8 @@ struct StatusServer::Impl {
                 c.hasNewer = false;
                 if (c.out.empty()) return true;
             }
-            const ssize_t n = send(c.fd, c.out.data() + c.sent, c.out.size() - c.sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+            const ssize_t n =
+                send(c.fd, c.out.data() + c.sent, c.out.size() - c.sent, MSG_NOSIGNAL | MSG_DONTWAIT);
             if (n < 0) return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
             c.sent += static_cast<std::size_t>(n);
         }
@@ -116,7 +121,8 @@ struct StatusServer::Impl {
         while (!ended) {
             std::vector<pollfd> polled{{wake, POLLIN, 0}, {listener, POLLIN, 0}};
             for (const Client& c : clients)
-                polled.push_back({c.fd, static_cast<short>(POLLIN | (c.sent < c.out.size() ? POLLOUT : 0)), 0});
+                polled.push_back(
+                    {c.fd, static_cast<short>(POLLIN | (c.sent < c.out.size() ? POLLOUT : 0)), 0});
             if (poll(polled.data(), polled.size(), -1) < 0) continue;
             if (polled[0].revents != 0) {
                 std::uint64_t count = 0;
@@ -127,7 +133,8 @@ struct StatusServer::Impl {
             }
             std::size_t i = 2;
             for (auto c = clients.begin(); c != clients.end(); ++i) {
-                const bool hasInput = i < polled.size() && (polled[i].revents & (POLLIN | POLLHUP | POLLERR)) != 0;
+                const bool hasInput =
+                    i < polled.size() && (polled[i].revents & (POLLIN | POLLHUP | POLLERR)) != 0;
                 const bool stays = (!hasInput || drain(c->fd)) && flush(*c);
                 if (!stays) close(c->fd);
                 c = stays ? std::next(c) : clients.erase(c);

@@ -1,5 +1,5 @@
-// status_server.h - A run's status to whoever asks: lines on a local socket, a page of metrics over HTTP. Each
-// server has a thread of its own that sees texts alone, so that no client holds up the run.
+// status_server.h - A run's status to whoever asks: lines on a local socket, a page of metrics over HTTP.
+// Each server has a thread of its own that sees texts alone, so that no client holds up the run.
 #pragma once
 #include <memory>
 #include <stdexcept>
@@ -13,8 +13,8 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// A stream socket of the local machine. A client gets the latest line when it connects, and each later one; one
-/// that reads slowly misses lines in between, what it sends is ignored.
+/// A stream socket of the local machine. A client gets the latest line when it connects, and each later one;
+/// one that reads slowly misses lines in between, what it sends is ignored.
 class StatusServer {
 public:
     /// Throws StatusError. A socket that nobody serves any more is taken over.

@@ -57,7 +57,9 @@ std::string rowState(const RefDesc& row)
     if (row.supervisionStatus == 0) return "not supervised";
     if (row.filterType == HO_FILTER) return "signal lost, held off";
     if (row.filterType == WTR_FILTER) return "signal back, waits to restore";
-    return row.refStatus == REF_STATUS_ON ? "signal" : row.refStatus == REF_STATUS_OFF ? "no signal" : "unknown";
+    return row.refStatus == REF_STATUS_ON    ? "signal"
+           : row.refStatus == REF_STATUS_OFF ? "no signal"
+                                             : "unknown";
 }
 
 void readPacketRef(SourceStatus& source, const LastHeard& heard, double now_s)
@@ -70,8 +72,9 @@ void readPacketRef(SourceStatus& source, const LastHeard& heard, double now_s)
     }
     source.state = ptpPortStateText(clock->portState);
     if (ptpHasMaster(*clock))
-        source.state += std::string(" of ") + TuPktsync_portIdentityText(clock->parent.parentPortIdentity).data() +
-                        ", class " + std::to_string(clock->parent.grandmasterClockQuality.clockClass);
+        source.state += std::string(" of ") +
+                        TuPktsync_portIdentityText(clock->parent.parentPortIdentity).data() + ", class " +
+                        std::to_string(clock->parent.grandmasterClockQuality.clockClass);
     source.faults = packetFaultWords(clock->fault_flags);
     const double at_s = heard.packet_s[static_cast<std::size_t>(id)];
     if (at_s >= 0) source.age_s = now_s - at_s;
@@ -93,13 +96,15 @@ void readFromProgram(SourceStatus& source, const sim::MpReference& r, const Last
     } else if (const u32 row = rowOf(r); row < REF_ROWS) {
         source.state = rowState(KvdLoz6TuRef_row(row));
         if (r.refType == GPS_REF && source.supervised)
-            source.state += std::string(", receiver ") + sim::gpsStateName(static_cast<u8>(KvdLoz6TuGps_gpsState()));
+            source.state +=
+                std::string(", receiver ") + sim::gpsStateName(static_cast<u8>(KvdLoz6TuGps_gpsState()));
     } else {
         source.state = "no line";
     }
     const bool loops = KvdLoz6TuReg_pllState() != PLL_Uninitialized ||
                        KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized;
-    if (!source.selected || loops || heard.measurement_s < 0) return;   // a loop's phases aren't the estimator's
+    if (!source.selected || loops || heard.measurement_s < 0)
+        return;   // a loop's phases aren't the estimator's
     const u32 z_i = KvdLoz6TuReg_measurementIndex(KvdLoz6TuReg_selectedRef());
     if (!source.age_s) source.age_s = now_s - heard.measurement_s;
     source.noise_ns = std::sqrt(std::max(0.0, KvdLoz6TuReg_getMeasR(z_i))) * NS;
@@ -176,7 +181,8 @@ void readClock(UnitStatus& status)
     status.isDegraded = KvdLoz6TuReg_degrState() == KVD_TUIIF_REF_DEGRADED;
     const PacketPdv pdv = KvdLoz6TuReg_packetPdv(KvdLoz6TuIifAdm_activRefFroId());
     if (pdv.limit > 0)
-        status.pdv = PdvStatus{std::max(pdv.down, pdv.up) > pdv.limit, pdv.down * NS, pdv.up * NS, pdv.limit * NS};
+        status.pdv =
+            PdvStatus{std::max(pdv.down, pdv.up) > pdv.limit, pdv.down * NS, pdv.up * NS, pdv.limit * NS};
     for (u32 i = 0; i < PTP_CLOCKS; ++i)
         if (const PtpClock* const c = ptpClockOf(i))
             for (u32 type = 0; type < c->used.size(); ++type)
@@ -226,7 +232,8 @@ Estimate readEstimate(sim::Unit& unit)
         const bool loops = KvdLoz6TuReg_pllState() != PLL_Uninitialized ||
                            KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized;
         // A loop keeps no covariance, and before the oscillator is warm nothing is estimated.
-        if (loops || KvdLoz6TuReg_isMaster() == 0 || KvdLoz6TuReg_initiateState() < TUREG_INIT_NOISY) return e;
+        if (loops || KvdLoz6TuReg_isMaster() == 0 || KvdLoz6TuReg_initiateState() < TUREG_INIT_NOISY)
+            return e;
         const EstimateStateVar& v = KvdLoz6TuReg_estimateStateVar();
         constexpr double STEP_MAX_s = 10.0;
         const TimePair last = KvdLoz6TuReg_getLastTime();

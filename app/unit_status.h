@@ -90,7 +90,8 @@ struct UnitStatus {
 
 /// Between two instants of the world, outside of any process. `recording` is what has been recorded so far.
 UnitStatus readUnitStatus(sim::Unit& unit, const UnitRecording& recording, double now_s);
-/// The unit's own estimate of its clock now. The board's counter is read, so only where its phase is read anyway.
+/// The unit's own estimate of its clock now. The board's counter is read, so only where its phase is read
+/// anyway.
 Estimate readEstimate(sim::Unit& unit);
 
 /// "38 ns", "1.5 us", "-2.1 ms", "12.35 s": for people.

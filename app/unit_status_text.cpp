@@ -31,10 +31,13 @@ Json sourceJson(const SourceStatus& s)
 
 Json estimateJson(const UnitStatus& s)
 {
-    return {{"at_s", s.estimateAt_s}, {"time_ns", number(s.estimate.time_ns)},
-            {"time_deviation_ns", number(s.estimate.timeDeviation_ns)}, {"freq_ppb", number(s.estimate.freq_ppb)},
+    return {{"at_s", s.estimateAt_s},
+            {"time_ns", number(s.estimate.time_ns)},
+            {"time_deviation_ns", number(s.estimate.timeDeviation_ns)},
+            {"freq_ppb", number(s.estimate.freq_ppb)},
             {"freq_deviation_ppb", number(s.estimate.freqDeviation_ppb)},
-            {"told_time_accuracy_ns", s.timeAccuracy_ns}, {"told_freq_accuracy_ppb", s.frequencyAccuracy_ppb}};
+            {"told_time_accuracy_ns", s.timeAccuracy_ns},
+            {"told_freq_accuracy_ppb", s.frequencyAccuracy_ppb}};
 }
 
 Json holdoverJson(const HoldoverStatus& h)
@@ -66,7 +69,8 @@ std::string estimateText(const Json& unit)
 {
     const Json& e = unit.at("estimate");
     const Json& truth = unit.at("truth");
-    std::string out = "  estimate   time      " + deviated(e.at("time_ns"), e.at("time_deviation_ns"), timeText);
+    std::string out =
+        "  estimate   time      " + deviated(e.at("time_ns"), e.at("time_deviation_ns"), timeText);
     if (const Json& time = truth.at("against_reference_time_ns"); !time.is_null())
         out += "; true " + timeText(time.get<double>());
     out += "\n             frequency " + deviated(e.at("freq_ppb"), e.at("freq_deviation_ppb"), ppbText);
@@ -82,7 +86,8 @@ std::string referenceText(const Json& unit)
     if (!isNone) out += unit.at("degraded").get<bool>() ? ", degraded" : ", not degraded";
     if (const Json& pdv = unit.at("pdv"); !pdv.is_null())
         out += "; PDV " + timeText(pdv.at("down_ns").get<double>()) + " down, " +
-               timeText(pdv.at("up_ns").get<double>()) + " up, limit " + timeText(pdv.at("limit_ns").get<double>());
+               timeText(pdv.at("up_ns").get<double>()) + " up, limit " +
+               timeText(pdv.at("limit_ns").get<double>());
     return out + "\n";
 }
 
@@ -107,11 +112,22 @@ std::string timeText(double ns)
 
 StatusJson toJson(const UnitStatus& s)
 {
-    Json json = {{"unit", s.unit}, {"t", s.t}, {"clock", s.clock}, {"clock_state", s.clockState},
-                 {"since_s", s.since_s}, {"why", s.why}, {"change", s.change}, {"runs", s.runs},
-                 {"connected", s.connected}, {"master", s.isMaster}, {"regulator", s.regulator}, {"loop", s.loop},
-                 {"reference", s.reference}, {"reference_type", s.referenceType},
-                 {"selected_since_s", number(s.selectedSince_s)}, {"degraded", s.isDegraded}};
+    Json json = {{"unit", s.unit},
+                 {"t", s.t},
+                 {"clock", s.clock},
+                 {"clock_state", s.clockState},
+                 {"since_s", s.since_s},
+                 {"why", s.why},
+                 {"change", s.change},
+                 {"runs", s.runs},
+                 {"connected", s.connected},
+                 {"master", s.isMaster},
+                 {"regulator", s.regulator},
+                 {"loop", s.loop},
+                 {"reference", s.reference},
+                 {"reference_type", s.referenceType},
+                 {"selected_since_s", number(s.selectedSince_s)},
+                 {"degraded", s.isDegraded}};
     json["pdv"] = s.pdv ? Json{{"high", s.pdv->isHigh}, {"down_ns", s.pdv->down_ns}, {"up_ns", s.pdv->up_ns},
                                {"limit_ns", s.pdv->limit_ns}}
                         : Json(nullptr);
@@ -125,7 +141,8 @@ StatusJson toJson(const UnitStatus& s)
     for (const Alarm& a : s.alarms)
         json["alarms"].push_back({{"source", a.source}, {"text", a.text}, {"since_s", a.since_s}});
     json["events"] = Json::array();
-    for (const UnitEvent& e : s.events) json["events"].push_back({{"t", e.t}, {"kind", e.kind}, {"text", e.text}});
+    for (const UnitEvent& e : s.events)
+        json["events"].push_back({{"t", e.t}, {"kind", e.kind}, {"text", e.text}});
     json["events_total"] = s.eventsTotal;
     json["packets"] = Json::array();
     for (const auto& p : s.packets)
@@ -136,13 +153,17 @@ StatusJson toJson(const UnitStatus& s)
 }
 
 // A unit's texts may hold any byte that a receiver sent.
-std::string lineOf(const StatusJson& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
+std::string lineOf(const StatusJson& json)
+{
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
 
 std::string whyText(const StatusJson& unit)
 {
     const double for_s = std::max(0.0, unit.at("t").get<double>() - unit.at("since_s").get<double>());
     std::string out = str(unit, "unit") + " at " + clockOf(unit, "t") + "\n" + str(unit, "clock") + " for " +
-                      clockText(for_s) + ": " + str(unit, "why") + "\n  next       " + str(unit, "change") + "\n";
+                      clockText(for_s) + ": " + str(unit, "why") + "\n  next       " + str(unit, "change") +
+                      "\n";
     out += referenceText(unit) + estimateText(unit);
     const std::string loop = str(unit, "loop");
     out += "  regulator  " + str(unit, "regulator") + (loop.empty() ? "" : ", " + loop) +
@@ -150,9 +171,11 @@ std::string whyText(const StatusJson& unit)
            (unit.at("connected").get<bool>() ? "" : ", no main processor") + "\n";
     if (unit.at("alarms").empty()) out += "  alarms     none\n";
     for (const Json& a : unit.at("alarms"))
-        out += "  alarm      " + str(a, "source") + ": " + str(a, "text") + ", since " + clockOf(a, "since_s") + "\n";
+        out += "  alarm      " + str(a, "source") + ": " + str(a, "text") + ", since " +
+               clockOf(a, "since_s") + "\n";
     for (const Json& e : unit.at("events"))
-        out += text("  %10s %-11s", clockOf(e, "t").c_str(), str(e, "kind").c_str()) + " " + str(e, "text") + "\n";
+        out += text("  %10s %-11s", clockOf(e, "t").c_str(), str(e, "kind").c_str()) + " " + str(e, "text") +
+               "\n";
     return out;
 }
 
@@ -160,12 +183,13 @@ std::string sourcesText(const StatusJson& unit)
 {
     if (unit.at("sources").empty()) return "no reference is configured\n";
     constexpr const char* HEAD = "  %-12s %-16s %-4s %8s %10s %10s %-6s ";
-    std::string out = text(HEAD, "name", "type", "sup", "age s", "noise ns", "offset ns", "usable") + "state\n";
+    std::string out =
+        text(HEAD, "name", "type", "sup", "age s", "noise ns", "offset ns", "usable") + "state\n";
     constexpr const char* ROW = "%c %-12s %-16s %-4s %8s %10s %10s %-6s ";
     const auto yes = [](const Json& flag) { return flag.get<bool>() ? "yes" : "no"; };
     for (const Json& s : unit.at("sources"))
-        out += text(ROW, s.at("selected").get<bool>() ? '*' : ' ', str(s, "name").c_str(), str(s, "type").c_str(),
-                    yes(s.at("supervised")), orDash(s.at("age_s"), "%.0f").c_str(),
+        out += text(ROW, s.at("selected").get<bool>() ? '*' : ' ', str(s, "name").c_str(),
+                    str(s, "type").c_str(), yes(s.at("supervised")), orDash(s.at("age_s"), "%.0f").c_str(),
                     orDash(s.at("noise_ns"), "%.4g").c_str(), orDash(s.at("offset_ns"), "%.4g").c_str(),
                     yes(s.at("usable"))) +
                sourceState(s) + "\n";

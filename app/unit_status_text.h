@@ -1,5 +1,5 @@
-// unit_status_text.h - A status as JSON for programs, and that JSON as text for people, so that a console and a
-// client at the other end of a socket show the same.
+// unit_status_text.h - A status as JSON for programs, and that JSON as text for people, so that a console and
+// a client at the other end of a socket show the same.
 #pragma once
 #include "app/unit_status.h"
 

@@ -56,7 +56,8 @@ Grades readGrades()
     g.vTmin = m.vTmin;
     g.vTmax = m.vTmax;
     g.jumpState = KvdLoz6TuReg_jumpState();
-    for (u32 i = 0; i < std::size(g.thresholds_min); ++i) g.thresholds_min[i] = KvdLoz6TuIifAdm_holdoverThreshold(i);
+    for (u32 i = 0; i < std::size(g.thresholds_min); ++i)
+        g.thresholds_min[i] = KvdLoz6TuIifAdm_holdoverThreshold(i);
     return g;
 }
 
@@ -164,10 +165,12 @@ void explainHoldover(UnitStatus& status, const HoldoverRow& row, const Grades& g
                           ? "; frequency known to " + ppb(g.frequency) + " of " + ppb(g.frequencyLimit)
                           : "; estimated error " + time(g.time_s);
     if (h.limitIn_s) status.why += ", " + time(h.limit_ns * 1e-9) + " in about " + clockText(*h.limitIn_s);
-    status.change = h.left_s ? clockText(*h.left_s) + " left of the threshold of " + clockText(*h.threshold_s) : "";
+    status.change =
+        h.left_s ? clockText(*h.left_s) + " left of the threshold of " + clockText(*h.threshold_s) : "";
     if (h.nextIn_s && !(h.left_s && *h.nextIn_s >= *h.left_s))
-        status.change += (status.change.empty() ? "in about " : "; the estimate's own limit is met in about ") +
-                         clockText(*h.nextIn_s);
+        status.change +=
+            (status.change.empty() ? "in about " : "; the estimate's own limit is met in about ") +
+            clockText(*h.nextIn_s);
     status.change += h.nextIn_s ? ", then " + h.next : "nothing within 30 days";
     status.change += "; a usable reference brings it back";
 }
@@ -177,7 +180,8 @@ void explainHoldover(UnitStatus& status, const HoldoverRow& row, const Grades& g
 void explainWarmUp(UnitStatus& status, const Grades& g)
 {
     if (g.vT < g.vTmin || g.vT > g.vTmax) {
-        status.why = text("the oscillator's sensor shows %.3f V, outside %.2f to %.2f V", g.vT, g.vTmin, g.vTmax);
+        status.why =
+            text("the oscillator's sensor shows %.3f V, outside %.2f to %.2f V", g.vT, g.vTmin, g.vTmax);
         status.change = "temperature within its limits, then the start-up counter";
     } else if (g.initiateState < TUREG_INIT_NOISY && g.ticks < START_UP_TICKS) {
         const int left = START_UP_TICKS - g.ticks;
@@ -207,7 +211,8 @@ void explainFrequencyLocked(UnitStatus& status, const Grades& g, u8 timeMode)
     else if (!g.knowsTime)
         status.change = "TIME_OFFSET_LOCKED once the reference has told the time of day";
     else
-        status.change = "time known to " + time(g.time_s) + "; TIME_OFFSET_LOCKED below " + time(g.timeLock_s);
+        status.change =
+            "time known to " + time(g.time_s) + "; TIME_OFFSET_LOCKED below " + time(g.timeLock_s);
 }
 
 void explainTime(UnitStatus& status, const Grades& g)
@@ -229,8 +234,9 @@ void explainLoop(UnitStatus& status)
     const std::string loop = status.loop.empty() ? "no loop runs" : "the loop is in " + status.loop;
     switch (status.clockState) {
     case KVD_TUIIF_SLAVE_FREE_RUNNING:
-        status.why = status.referenceType == "NO_REF" ? "a slave without a locked loop: " + lostReference(status)
-                                                      : "its loop isn't locked yet: " + loop;
+        status.why = status.referenceType == "NO_REF"
+                         ? "a slave without a locked loop: " + lostReference(status)
+                         : "its loop isn't locked yet: " + loop;
         status.change = "SLAVE_FREQUENCY_LOCKED when its loop begins to follow the other unit";
         break;
     case KVD_TUIIF_SLAVE_FREQUENCY_LOCKED:
@@ -258,7 +264,8 @@ void explainLoop(UnitStatus& status)
 
 void explainRunning(UnitStatus& status, const Grades& g, u8 timeMode)
 {
-    if (const HoldoverRow* const row = holdoverRow(status.clockState)) return explainHoldover(status, *row, g);
+    if (const HoldoverRow* const row = holdoverRow(status.clockState))
+        return explainHoldover(status, *row, g);
     switch (status.clockState) {
     case KVD_TUIIF_WARMUP:
         return explainWarmUp(status, g);

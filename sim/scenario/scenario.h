@@ -69,8 +69,8 @@ struct PathSpec {
     DelayConfig forward, back;
 };
 
-/// What happens, "gps.fault". A reader holds it against each word that it knows; `asked`, where given, gets them:
-/// so the list of all that can happen is the readers' own.
+/// What happens, "gps.fault". A reader holds it against each word that it knows; `asked`, where given, gets
+/// them: so the list of all that can happen is the readers' own.
 class EventWord {
 public:
     explicit EventWord(std::string text, std::vector<std::string>* asked = nullptr)
@@ -170,8 +170,8 @@ Scenario readScenarioText(const std::string& text, const std::string& name);
 
 /// All words that an event's "do" can have, sorted.
 std::vector<std::string> eventWords();
-/// An event as typed, "gps.fault fault=antenna_open on=false", for now. Throws ScenarioError, whose line number
-/// means nothing.
+/// An event as typed, "gps.fault fault=antenna_open on=false", for now. Throws ScenarioError, whose line
+/// number means nothing.
 EventSpec readEventLine(const std::string& line, const Scenario& scenario);
 /// What could stand behind a line that isn't complete: words for "do", keys, or values of the last key.
 std::vector<std::string> completeEvent(const std::string& line, const Scenario& scenario);

@@ -23,7 +23,8 @@ thread_local ReadNotes* notes = nullptr;
 
 void noteKey(const char* key)
 {
-    if (notes != nullptr && std::ranges::find(notes->keys, key) == notes->keys.end()) notes->keys.emplace_back(key);
+    if (notes != nullptr && std::ranges::find(notes->keys, key) == notes->keys.end())
+        notes->keys.emplace_back(key);
 }
 
 }  // namespace
@@ -193,7 +194,8 @@ const toml::array* TableReader::tables(const char* key)
 {
     const toml::node* const node = take(key);
     if (node == nullptr) return nullptr;
-    if (!node->is_array_of_tables()) fail(key, "tables are expected, each headed [[" + std::string(key) + "]]");
+    if (!node->is_array_of_tables())
+        fail(key, "tables are expected, each headed [[" + std::string(key) + "]]");
     return node->as_array();
 }
 

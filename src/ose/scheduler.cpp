@@ -428,8 +428,8 @@ void WorldImpl::rebasePace()
     paceWall = std::chrono::steady_clock::now();
 }
 
-/// A run goes on with the pace of the one before, so that what a busy host made late is caught up. Who lets the
-/// world stand for longer begins anew.
+/// A run goes on with the pace of the one before, so that what a busy host made late is caught up. Who lets
+/// the world stand for longer begins anew.
 void WorldImpl::keepPace()
 {
     constexpr auto STANDS = std::chrono::milliseconds(500);

@@ -217,7 +217,8 @@ PacketPdv KvdLoz6TuReg_packetPdv(u32 froId)
     const u32 z_i = KvdLoz6TuReg_measurementIndex(KvdLoz6TuReg_selectedRef());
     if (z_i == Z_NTP_REF || z_i == Z_PKT_FREQ_REF) {
         const double pdv = std::sqrt(KvdLoz6TuReg_getMeasR(z_i)) * GAUSS_999;
-        return {pdv, pdv, s->pdvThreshold[z_i == Z_NTP_REF ? packet::HISTORY_NTP : packet::HISTORY_FREQUENCY]};
+        return {pdv, pdv,
+                s->pdvThreshold[z_i == Z_NTP_REF ? packet::HISTORY_NTP : packet::HISTORY_FREQUENCY]};
     }
     if (z_i != Z_PKT_TIME_REF) return {};
     const u8* const profile = packet::needs().ptpProfile(froId);

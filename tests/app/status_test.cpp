@@ -1,5 +1,5 @@
-// A run's status for others, and events that are typed: what clients do harms nobody, a look changes nothing, and
-// what can be typed is what the scenario's reader takes.
+// A run's status for others, and events that are typed: what clients do harms nobody, a look changes nothing,
+// and what can be typed is what the scenario's reader takes.
 #include "app/runner.h"
 #include "app/status_client.h"
 #include "app/status_server.h"
@@ -54,7 +54,8 @@ TEST(StatusServer, NoClientHoldsItUpAndAReaderGetsTheLastLineWhole)
         reader = std::thread([&last, fd = connectTo(socketPath())] {
             std::string all;
             char bytes[4096];
-            for (ssize_t n = 0; (n = ::read(fd, bytes, sizeof bytes)) > 0;) all.append(bytes, static_cast<size_t>(n));
+            for (ssize_t n = 0; (n = ::read(fd, bytes, sizeof bytes)) > 0;)
+                all.append(bytes, static_cast<size_t>(n));
             ::close(fd);
             if (all.empty() || all.back() != '\n') return;
             all.pop_back();
@@ -92,10 +93,11 @@ TEST(StatusServer, TakesOverASocketThatNobodyServesAndNothingElse)
 /// A cold unit finds a receiver and has its time two and a half minutes later.
 sim::Scenario gpsScenario()
 {
-    return sim::readScenarioText("name = \"gps\"\nduration = \"8m\"\n[[unit]]\nname = \"tu1\"\ntime_mode = \"time\"\n"
-                                 "[unit.gps]\n[[unit.reference]]\nname = \"gps\"\ntype = \"GPS_REF\"\n"
-                                 "[[event]]\nat = \"6m\"\ndo = \"mp.jump\"\n",
-                                 "gps.toml");
+    return sim::readScenarioText(
+        "name = \"gps\"\nduration = \"8m\"\n[[unit]]\nname = \"tu1\"\ntime_mode = \"time\"\n"
+        "[unit.gps]\n[[unit.reference]]\nname = \"gps\"\ntype = \"GPS_REF\"\n"
+        "[[event]]\nat = \"6m\"\ndo = \"mp.jump\"\n",
+        "gps.toml");
 }
 
 TEST(Status, ALookChangesNothingAndAWaitSeesAStateThatHasGoneBy)
@@ -107,7 +109,9 @@ TEST(Status, ALookChangesNothingAndAWaitSeesAStateThatHasGoneBy)
     options.feed.socket = socketPath();
     options.feed.metrics = "0";
     int passedBy = -1, never = -1;
-    std::thread first([&] { passedBy = app::waitForState({socketPath(), "", "RNT_TIME_LOCKED", 1000.0, 60.0}); });
+    std::thread first([&] {
+        passedBy = app::waitForState({socketPath(), "", "RNT_TIME_LOCKED", 1000.0, 60.0});
+    });
     std::thread second([&] { never = app::waitForState({socketPath(), "", "FAILURE", {}, 60.0}); });
     options.speed = 240;   // two seconds in all
     app::Recording watched = app::runScenario(scenario, options);
@@ -122,7 +126,8 @@ TEST(Status, ALookChangesNothingAndAWaitSeesAStateThatHasGoneBy)
 TEST(EventLine, TakesWhatEveryScenarioLetsHappen)
 {
     const std::vector<std::string> words = sim::eventWords();
-    const std::filesystem::path folder = std::filesystem::path(TU_VALUES).parent_path().parent_path() / "scenarios";
+    const std::filesystem::path folder =
+        std::filesystem::path(TU_VALUES).parent_path().parent_path() / "scenarios";
     const std::regex happens("\ndo = \"([^\"]+)\"");
     std::size_t seen = 0;
     for (const auto& file : std::filesystem::directory_iterator(folder)) {
@@ -141,11 +146,12 @@ TEST(EventLine, IsReadAndCompletedByTheScenariosReader)
     EXPECT_EQ(sim::readEventLine("gps.fault fault=antenna_open on=false", scenario).what,
               "gps.fault antenna_open off");
     struct Case { const char* line; const char* refusal; };
-    for (const Case& c : {Case{"gps.fault", "'fault' is missing"}, Case{"gps.fault fault=x", "'x' is none of "},
-                          Case{"nothing.at_all", "is nothing that can happen"},
-                          Case{"mp.jump colour=red", "unknown key 'colour'"}, Case{"mp.jump red", "isn't key=value"},
-                          Case{"mp.set_gps_delay ns=ten", "a whole number is expected"},
-                          Case{"mp.jump unit=tu9", "there is no unit 'tu9'"}, Case{"\"=\n\" \"]", ""}, Case{"", ""}}) {
+    for (const Case& c :
+         {Case{"gps.fault", "'fault' is missing"}, Case{"gps.fault fault=x", "'x' is none of "},
+          Case{"nothing.at_all", "is nothing that can happen"},
+          Case{"mp.jump colour=red", "unknown key 'colour'"}, Case{"mp.jump red", "isn't key=value"},
+          Case{"mp.set_gps_delay ns=ten", "a whole number is expected"},
+          Case{"mp.jump unit=tu9", "there is no unit 'tu9'"}, Case{"\"=\n\" \"]", ""}, Case{"", ""}}) {
         try {
             sim::readEventLine(c.line, scenario);
             ADD_FAILURE() << c.line;
