@@ -2,6 +2,7 @@
 #pragma once
 #include "app/checks.h"
 #include "app/recording.h"
+#include "app/status_feed.h"
 #include "sim/scenario/scenario.h"
 
 #include <string>
@@ -21,10 +22,11 @@ struct RunOptions {
     bool stacks = false;           // tell how much of their stacks the processes have used
     double speed = 0;              // times real time; 0 as fast as it goes
     std::string out;               // folder for traces and volumes, "" for none
+    FeedOptions feed;              // status socket and metrics while it runs
     std::vector<HostInterface> interfaces;   // the run keeps the host's time when there is one
 };
 
-/// Throws sim::HostError for an interface that can't be used.
+/// Throws sim::HostError for an interface that can't be used, StatusError for a status that can't be served.
 Recording runScenario(const sim::Scenario& scenario, const std::vector<CheckSpec>& checks,
                       const RunOptions& options);
 
