@@ -1,16 +1,19 @@
 #include "app/console.h"
 
 #include "app/summary.h"
+#include "app/unit_status_text.h"
 
 #include <editline/readline.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <future>
 #include <iostream>
 #include <mutex>
+#include <termios.h>
 #include <unistd.h>
 
 namespace app {
@@ -19,8 +22,61 @@ namespace {
 // The line editor calls back without a context, so what it completes over stands here.
 std::mutex completionMutex;
 std::vector<std::string> completionWords;
+const sim::Scenario* completionScenario = nullptr;
+std::vector<std::string> eventOffers;
 
-constexpr const char* CONSOLE_WORDS[] = {"help", "quit", "state", "speed", "unit", "trace"};
+struct OwnWord { const char* word; const char* usage; const char* help; };
+constexpr OwnWord OWN_WORDS[] = {
+    {"help", "help [command]", "this list, or a command's usage and help"},
+    {"man", "man <command>", "a command's usage and help"},
+    {"why", "why", "clock state, why it is so, what comes next; estimate, alarms, last events"},
+    {"sources", "sources", "every reference: state, age, noise, and why it isn't selected"},
+    {"state", "state", "time, clock state, selected reference"},
+    {"do", "do <event> [key=value ...]", "lets an event of the scenario's kinds happen now"},
+    {"events", "events [on|off]", "the last events, or each as it happens"},
+    {"until", "until <time>", "as fast as it goes to that time of the run, 40h or 2h30m, then paused"},
+    {"step", "step <time>", "the same for a span from now, 10 for seconds"},
+    {"pause", "pause", "time stands still"},
+    {"go", "go", "time goes on"},
+    {"speed", "speed <factor>", "times real time, 0 as fast as it goes"},
+    {"trace", "trace on|off", "the unit's traces on this console"},
+    {"unit", "unit <name>", "whose commands are typed"},
+    {"quit", "quit", "ends the run"},
+};
+
+/// Pages of the commands that point to one.
+struct ManPage { const char* command; const char* forms; };
+constexpr ManPage MAN_PAGES[] = {
+    {"gpsprot",
+     "gpsprot chprot Norcomb     the receiver speaks Norvane Combined\n"
+     "gpsprot chprot Furuno      the receiver speaks Furuno"},
+    {"gpscapture",
+     "gpscapture start                    100 sentences of both directions\n"
+     "gpscapture start <1-100>            so many\n"
+     "gpscapture start -tx|-rx [<1-100>]  sent, or received, alone\n"
+     "gpscapture display                  what was caught"},
+    {"gps01reset", "gps01reset execute         resets a GPS01 receiver and clears its positions"},
+    {"gps02reset",
+     "gps02reset all             clears the receiver's buffer and resets it\n"
+     "gps02reset module          resets it\n"
+     "gps02reset buffer          clears its buffer"},
+    {"gpsstatus",
+     "gpsstatus                  the receiver's status\n"
+     "gpsstatus <n>              and the n newest entries of its state history"},
+    {"gpssend",
+     "gpssend nmea <sentence>    80 characters at most, a quoted one may begin with $; a checksum is\n"
+     "                           added unless it has one"},
+    {"gpsskyview",
+     "gpsskyview start           collects for 24 hours at most\n"
+     "gpsskyview stop            ends it and writes the file"},
+};
+
+const OwnWord* ownWord(const std::string& word)
+{
+    for (const OwnWord& w : OWN_WORDS)
+        if (word == w.word) return &w;
+    return nullptr;
+}
 
 // The words of kvdinfo and kvdhist, the two commands with sections to choose from.
 std::vector<std::string> sectionsOf(const std::string& usage)
@@ -40,6 +96,17 @@ std::vector<std::string> sectionsOf(const std::string& usage)
     return words;
 }
 
+std::string pageOf(const node::ShellCommand& c)
+{
+    for (const ManPage& page : MAN_PAGES)
+        if (c.name == std::string(page.command)) return std::string(c.help) + "\n" + page.forms + "\n";
+    std::string page = "usage: " + std::string(c.usage) + "\n" + c.help + "\n";
+    // Its text gives it the name of another system's shell.
+    if (page.find("kvd" + std::string(c.name)) != std::string::npos)
+        page += "(here it is typed '" + std::string(c.name) + "')\n";
+    return page;
+}
+
 /// First line of a help text, cut to fit beside its command.
 std::string firstLine(const std::string& help)
 {
@@ -48,31 +115,50 @@ std::string firstLine(const std::string& help)
     return line.size() <= ROOM ? line : line.substr(0, ROOM - 3) + "...";
 }
 
-char* nextCompletion(const char* text, int state)
+char* nextOf(const std::vector<std::string>& words, const char* text, int state)
 {
     static std::size_t at;
     if (state == 0) at = 0;
-    const std::scoped_lock lock(completionMutex);
-    while (at < completionWords.size()) {
-        const std::string& word = completionWords[at++];
+    while (at < words.size()) {
+        const std::string& word = words[at++];
         if (word.starts_with(text)) return strdup(word.c_str());
     }
     return nullptr;
 }
 
-char** complete(const char* text, int, int) { return rl_completion_matches(text, nextCompletion); }
+char* nextCompletion(const char* text, int state)
+{
+    const std::scoped_lock lock(completionMutex);
+    return nextOf(completionWords, text, state);
+}
+
+char* nextOffer(const char* text, int state) { return nextOf(eventOffers, text, state); }
+
+/// Behind "do" the scenario's reader says what can stand, else it is commands and their sections.
+char** complete(const char* text, int, int)
+{
+    const std::string line(rl_line_buffer, static_cast<std::size_t>(rl_point));
+    rl_completion_append_character = ' ';
+    if (!line.starts_with("do ") || completionScenario == nullptr)
+        return rl_completion_matches(text, nextCompletion);
+    eventOffers = sim::completeEvent(line.substr(std::strlen("do ")), *completionScenario);
+    const bool isKey =
+        std::ranges::any_of(eventOffers, [](const std::string& w) { return w.ends_with("="); });
+    if (isKey) rl_completion_append_character = '\0';
+    return rl_completion_matches(text, nextOffer);
+}
 
 void fillCompletion(const std::vector<node::ShellCommand>& commands)
 {
     const std::scoped_lock lock(completionMutex);
-    completionWords.assign(std::begin(CONSOLE_WORDS), std::end(CONSOLE_WORDS));
+    completionWords.clear();
+    for (const OwnWord& w : OWN_WORDS) completionWords.emplace_back(w.word);
     for (const node::ShellCommand& c : commands) {
         completionWords.emplace_back(c.name);
         for (const std::string& word : sectionsOf(c.usage)) completionWords.push_back(word);
     }
-    std::sort(completionWords.begin(), completionWords.end());
-    completionWords.erase(std::unique(completionWords.begin(), completionWords.end()),
-                          completionWords.end());
+    std::ranges::sort(completionWords);
+    completionWords.erase(std::ranges::unique(completionWords).begin(), completionWords.end());
 }
 
 /// One line of input; false at its end.
@@ -87,106 +173,291 @@ bool readOne(bool interactive, const std::string& prompt, std::string& line)
     return true;
 }
 
+/// "file:line: event: what" without where it stands.
+std::string reasonOf(const std::runtime_error& e)
+{
+    const std::string text = e.what();
+    const std::size_t at = text.find(": ");
+    return at == std::string::npos ? text : text.substr(at + 2);
+}
+
+/// The run is over before it has answered.
+struct RunIsOver {};
+
 }  // namespace
 
-Console::Console(ose::World& world, std::vector<sim::Node*> nodes, bool hasSpeed)
-    : world_(world), nodes_(std::move(nodes)), hasSpeed_(hasSpeed)
+struct Console::State {
+    explicit State(ConsoleRun r) : run(std::move(r)) {}
+
+    ConsoleRun run;
+    std::mutex mutex;
+    bool open = true;                      // the run can be asked
+    bool interactive = isatty(STDIN_FILENO) != 0;
+    bool hasTerminal = false;
+    termios terminal{};                    // as it was found
+    std::size_t unit = 0;                  // whose commands are typed
+    bool follows = false;                  // events are shown; the world's
+
+    Recorder& recorder() { return *run.units[unit]; }
+    sim::Node& node() { return recorder().unit().node(); }
+    double now() const { return static_cast<double>(run.world.now()) / static_cast<double>(ose::SEC); }
+
+    void post(std::function<void()> work)
+    {
+        const std::scoped_lock lock(mutex);
+        if (!open) throw RunIsOver{};
+        run.world.post(std::move(work));
+    }
+
+    template <typename T>
+    T await(std::future<T> answer)
+    {
+        try {
+            return answer.get();
+        } catch (const std::future_error&) {
+            throw RunIsOver{};
+        }
+    }
+
+    /// Asks the world and waits for its answer.
+    std::string onWorld(std::function<std::string()> question)
+    {
+        auto answer = std::make_shared<std::promise<std::string>>();
+        std::future<std::string> ready = answer->get_future();
+        post([answer = std::move(answer), question = std::move(question)] { answer->set_value(question()); });
+        return await(std::move(ready));
+    }
+
+    void readLines();
+    bool takeLine(const std::string& line);
+    void takeOwn(const std::string& word, const std::vector<std::string>& words, const std::string& line);
+    void runCommand(const std::string& line);
+    void help(const std::string& name);
+    void letHappen(const std::string& line);
+    void setSpeed(const std::string& argument);
+    void advance(const std::string& word, const std::string& argument);
+    void setPaused(bool paused);
+    void chooseUnit(const std::string& name);
+    void setTrace(const std::string& argument);
+    void events(const std::string& argument);
+    StatusJson status() { return toJson(readUnitStatus(recorder().unit(), recorder().recording, now())); }
+};
+
+Console::Console(ConsoleRun run) : state_(std::make_shared<State>(std::move(run)))
 {
+    state_->hasTerminal = state_->interactive && tcgetattr(STDIN_FILENO, &state_->terminal) == 0;
 }
 
 Console::~Console()
 {
-    if (reader_.joinable()) reader_.detach();   // it may be waiting for the terminal
+    {
+        const std::scoped_lock lock(state_->mutex);
+        state_->open = false;
+    }
+    if (state_->hasTerminal) tcsetattr(STDIN_FILENO, TCSANOW, &state_->terminal);
 }
 
 void Console::start()
 {
-    reader_ = std::thread([this] { readLines(); });
+    std::thread([state = state_] {
+        try {
+            state->readLines();
+        } catch (const RunIsOver&) {
+            // Nobody to answer any more.
+        }
+    }).detach();   // it may be waiting for the terminal when the run is over
 }
 
-/// Asks the world and waits for its answer.
-std::string Console::onWorld(std::function<std::string()> question)
+void Console::tell(const std::string& line)
 {
-    auto answer = std::make_shared<std::promise<std::string>>();
-    std::future<std::string> ready = answer->get_future();
-    world_.post([answer, question = std::move(question)] { answer->set_value(question()); });
-    return ready.get();
+    std::printf("%s%s\n", state_->interactive ? "\r\033[K" : "", line.c_str());
+    std::fflush(stdout);
 }
 
-void Console::readLines()
+void Console::show(const std::string& unit, const UnitEvent& event)
 {
-    const bool interactive = isatty(STDIN_FILENO) != 0;
+    if (!state_->follows) return;
+    char head[64];
+    std::snprintf(head, sizeof head, "%10s  %s%-11s", clockText(event.t).c_str(),
+                  state_->run.units.size() > 1 ? (unit + "  ").c_str() : "", event.kind.c_str());
+    tell(head + event.text);
+}
+
+void Console::State::readLines()
+{
+    {
+        const std::scoped_lock lock(completionMutex);
+        completionScenario = &run.scenario;
+    }
     rl_attempted_completion_function = complete;
+    rl_completer_word_break_characters = const_cast<char*>(" \t\n");
     if (interactive)
-        std::printf("The unit runs while you type. 'help' lists the commands, 'quit' ends the run.\n");
+        std::printf(
+            "The unit runs while you type. 'why' says how it is, 'help' lists the commands, 'quit' ends the "
+            "run.\n");
     std::string line;
     for (;;) {
-        onWorld([this] { fillCompletion(nodes_[unit_]->shell().commands()); return std::string(); });
-        if (!readOne(interactive, nodes_[unit_]->name() + "> ", line)) break;
+        onWorld([this] { fillCompletion(node().shell().commands()); return std::string(); });
+        if (!readOne(interactive, node().name() + "> ", line)) break;
         if (!takeLine(line)) break;
         std::fflush(stdout);
     }
-    ended_ = true;
-    world_.post([this] { world_.stop(); });
+    post([this] { run.control.quit(); });
 }
 
 /// False when the operator leaves.
-bool Console::takeLine(const std::string& line)
+bool Console::State::takeLine(const std::string& line)
 {
     const std::vector<std::string> words = sim::splitCommandLine(line);
     if (words.empty()) return true;
-    const std::string argument = words.size() > 1 ? words[1] : "";
     if (words[0] == "quit" || words[0] == "exit") return false;
-    if (words[0] == "help") {
-        help(argument);
-    } else if (words[0] == "state") {
-        std::printf("%s\n", onWorld([this] {
-            const double t = static_cast<double>(world_.now()) / static_cast<double>(ose::SEC);
-            sim::MainProcessor& mp = nodes_[unit_]->mainProcessor();
-            return clockText(t) + "  " + sim::clockStateName(mp.clockState()) + "  reference " +
-                   sim::refTypeName(mp.selectedRefType());
-        }).c_str());
-    } else if (words[0] == "speed") {
-        char* end = nullptr;
-        const double speed = std::strtod(argument.c_str(), &end);
-        if (!hasSpeed_)
-            std::printf("on a network interface the unit keeps the host's time\n");
-        else if (argument.empty() || *end != '\0' || !(speed >= 0.0))
-            std::printf("speed <factor>: times real time, 0 as fast as it goes\n");
-        else
-            onWorld([this, speed] { world_.setPace(speed); return std::string(); });
-    } else if (words[0] == "trace") {
-        if (argument != "on" && argument != "off")
-            std::printf("trace on|off: the unit's traces on this console\n");
-        else
-            onWorld([this, on = argument == "on"] {
-                nodes_[unit_]->traces().toStream(on ? stdout : nullptr);
-                return std::string();
-            });
-    } else if (words[0] == "unit") {
-        const auto named = std::find_if(nodes_.begin(), nodes_.end(),
-                                        [&](sim::Node* n) { return n->name() == argument; });
-        if (named == nodes_.end())
-            std::printf("unit <name>: there is none named '%s'\n", argument.c_str());
-        else
-            unit_ = static_cast<std::size_t>(named - nodes_.begin());
-    } else {
-        runCommand(line);
-    }
+    if (ownWord(words[0]) != nullptr) takeOwn(words[0], words, line);
+    else                              runCommand(line);
     return true;
 }
 
-void Console::runCommand(const std::string& line)
+void Console::State::takeOwn(const std::string& word, const std::vector<std::string>& words,
+                             const std::string& line)
 {
-    struct Result { int code; std::string output; };
+    const std::string argument = words.size() > 1 ? words[1] : "";
+    if (word == "help" || word == "man") help(argument);
+    else if (word == "why") std::printf("%s", onWorld([this] { return whyText(status()); }).c_str());
+    else if (word == "sources") std::printf("%s", onWorld([this] { return sourcesText(status()); }).c_str());
+    else if (word == "do") letHappen(line);
+    else if (word == "events") events(argument);
+    else if (word == "until" || word == "step") advance(word, argument);
+    else if (word == "pause" || word == "go") setPaused(word == "pause");
+    else if (word == "speed") setSpeed(argument);
+    else if (word == "trace") setTrace(argument);
+    else if (word == "unit") chooseUnit(argument);
+    else if (word == "state")
+        std::printf("%s\n", onWorld([this] {
+            sim::MainProcessor& mp = node().mainProcessor();
+            return clockText(now()) + "  " + sim::clockStateName(mp.clockState()) + "  reference " +
+                   sim::refTypeName(mp.selectedRefType()) + (run.control.paused() ? "  paused" : "");
+        }).c_str());
+}
+
+void Console::State::letHappen(const std::string& line)
+{
+    try {
+        const std::string rest = line.substr(line.find("do") + 2);
+        auto event = std::make_shared<sim::EventSpec>(sim::readEventLine(rest, run.scenario));
+        onWorld([this, event] { run.happen(*event); return std::string(); });
+    } catch (const std::runtime_error& e) {          // of the scenario, or of a recorded series that it names
+        std::printf("%s\n", reasonOf(e).c_str());
+    }
+}
+
+void Console::State::setSpeed(const std::string& argument)
+{
+    char* end = nullptr;
+    const double speed = std::strtod(argument.c_str(), &end);
+    if (!run.hasSpeed)
+        std::printf("on a network interface the unit keeps the host's time\n");
+    else if (argument.empty() || *end != '\0' || !(speed >= 0.0) || !std::isfinite(speed))
+        std::printf("speed <factor>: times real time, 0 as fast as it goes\n");
+    else
+        onWorld([this, speed] { run.control.setSpeed(speed); return std::string(); });
+}
+
+/// Waits until the time is there, so that what is typed next finds it so.
+void Console::State::advance(const std::string& word, const std::string& argument)
+{
+    const std::optional<double> wanted_s = sim::parseDuration(argument);
+    constexpr double WORLD_ENDS_s = 100 * 86400.0;
+    if (!run.hasSpeed) {
+        std::printf("on a network interface the unit keeps the host's time\n");
+        return;
+    }
+    if (!wanted_s || *wanted_s > WORLD_ENDS_s) {
+        std::printf("%s <time>: such as 10, 90s or 1h30m\n", word.c_str());
+        return;
+    }
+    auto answer = std::make_shared<std::promise<std::string>>();
+    std::future<std::string> ready = answer->get_future();
+    post([this, answer = std::move(answer), s = *wanted_s, isSpan = word == "step"] {
+        const double target_s = isSpan ? now() + s : s;
+        if (target_s < now()) return answer->set_value("it is " + clockText(now()) + " already\n");
+        run.control.runTo(std::llround(target_s * 1e12),
+                          [this, answer] { answer->set_value(clockText(now()) + "\n"); });
+    });
+    std::printf("%s", await(std::move(ready)).c_str());
+}
+
+void Console::State::setPaused(bool paused)
+{
+    if (!run.hasSpeed) {
+        std::printf("on a network interface the unit keeps the host's time\n");
+        return;
+    }
+    std::printf("%s", onWorld([this, paused] {
+        if (paused) run.control.pause();
+        else        run.control.go();
+        return !paused && run.control.atEnd() ? std::string(
+                                                    "the scenario's end is reached; 'until' or 'step' goes "
+                                                    "beyond it\n")
+                                              : clockText(now()) + (paused ? "  paused\n" : "\n");
+    }).c_str());
+}
+
+void Console::State::setTrace(const std::string& argument)
+{
+    if (argument != "on" && argument != "off")
+        std::printf("trace on|off: the unit's traces on this console\n");
+    else
+        onWorld([this, on = argument == "on"] {
+            node().traces().toStream(on ? stdout : nullptr);
+            return std::string();
+        });
+}
+
+void Console::State::chooseUnit(const std::string& name)
+{
+    const auto named =
+        std::ranges::find_if(run.units, [&](Recorder* r) { return r->unit().name() == name; });
+    if (named == run.units.end()) std::printf("unit <name>: there is none named '%s'\n", name.c_str());
+    else                          unit = static_cast<std::size_t>(named - run.units.begin());
+}
+
+void Console::State::events(const std::string& argument)
+{
+    if (argument == "on" || argument == "off") {
+        onWorld([this, on = argument == "on"] { follows = on; return std::string(); });
+        return;
+    }
+    std::printf("%s", onWorld([this] {
+        constexpr std::size_t SHOWN = 20;
+        const std::vector<UnitEvent>& all = recorder().recording.events;
+        std::string out;
+        for (std::size_t i = all.size() - std::min(SHOWN, all.size()); i < all.size(); ++i) {
+            char head[32];
+            std::snprintf(head, sizeof head, "%10s  %-11s", clockText(all[i].t).c_str(), all[i].kind.c_str());
+            out += head + all[i].text + "\n";
+        }
+        return out;
+    }).c_str());
+}
+
+void Console::State::runCommand(const std::string& line)
+{
+    struct Result { int code = 0; std::string output; };
     auto answer = std::make_shared<std::promise<Result>>();
     std::future<Result> ready = answer->get_future();
-    world_.post([this, line, answer] {
-        nodes_[unit_]->shell().submit(line, [answer](int code, const std::string& output) {
+    post([this, line, answer = std::move(answer)] {
+        node().shell().submit(line, [answer](int code, const std::string& output) {
             answer->set_value({code, output});
         });
     });
-    const Result result = ready.get();
+    // A few commands wait for the manager, which needs time to pass.
+    constexpr auto PATIENCE = std::chrono::seconds(2);
+    if (ready.wait_for(PATIENCE) != std::future_status::ready && onWorld([this] {
+            return std::string(run.control.paused() ? "paused" : "");
+        }) == "paused") {
+        std::printf("it waits for time to pass: 'go', or 'step 1'\n");
+        return;
+    }
+    const Result result = await(std::move(ready));
     std::fputs(result.output.c_str(), stdout);
     if (!result.output.empty() && result.output.back() != '\n') std::fputc('\n', stdout);
     if (result.code == sim::SHELL_UNKNOWN_COMMAND)
@@ -197,17 +468,22 @@ void Console::runCommand(const std::string& line)
         std::printf("result %d\n", result.code);
 }
 
-void Console::help(const std::string& name)
+void Console::State::help(const std::string& name)
 {
+    const OwnWord* const own = ownWord(name);
+    if (own != nullptr) {
+        std::printf("usage: %s\n%s\n", own->usage, own->help);
+        return;
+    }
     const std::string text = onWorld([this, name] {
         std::string out;
-        for (const node::ShellCommand& c : nodes_[unit_]->shell().commands()) {
+        for (const node::ShellCommand& c : node().shell().commands()) {
             if (name.empty()) {
                 char row[96];
                 std::snprintf(row, sizeof row, "  %-18s %s\n", c.name, firstLine(c.help).c_str());
                 out += row;
             } else if (name == c.name) {
-                out += "usage: " + std::string(c.usage) + "\n" + c.help + "\n";
+                out += pageOf(c);
             }
         }
         return out;
@@ -216,15 +492,8 @@ void Console::help(const std::string& name)
         std::printf("%s", text.empty() ? "no such command, 'help' lists them\n" : text.c_str());
         return;
     }
-    std::printf("commands of the unit\n%s"
-                "of this console\n"
-                "  help [command]     this list, or a command's usage and help\n"
-                "  state              time, clock state, selected reference\n"
-                "  speed <factor>     times real time, 0 as fast as it goes\n"
-                "  trace on|off       the unit's traces on this console\n"
-                "  unit <name>        whose commands are typed\n"
-                "  quit               ends the run\n",
-                text.c_str());
+    std::printf("commands of the unit\n%sof this console\n", text.c_str());
+    for (const OwnWord& w : OWN_WORDS) std::printf("  %-26s %s\n", w.usage, w.help);
 }
 
 }  // namespace app

@@ -1,41 +1,45 @@
-// console.h - The operator's console: line editing, history, completion over the unit's commands, help.
+// console.h - The operator's console: line editing, history, completion over the unit's commands and the
+// scenario's events, help. It reads lines on a thread of its own; all that they do is posted to the world.
 #pragma once
-#include "ose/world.h"
-#include "sim/node/node.h"
+#include "app/recorder.h"
+#include "app/run_control.h"
+#include "sim/scenario/scenario.h"
 
-#include <atomic>
-#include <string>
+#include <functional>
+#include <memory>
 #include <thread>
 #include <vector>
 
 namespace app {
 
+/// What a console works on. All of it outlives the console and belongs to the world's thread, but for the
+/// scenario, which nobody changes.
+struct ConsoleRun {
+    ose::World& world;
+    RunControl& control;
+    const sim::Scenario& scenario;
+    std::vector<Recorder*> units;
+    bool hasSpeed = true;                                    // false where the world keeps the host's time
+    std::function<void(const sim::EventSpec&)> happen;       // lets an event happen now
+};
+
 class Console {
 public:
-    /// `hasSpeed` is false where the world keeps the host's time.
-    Console(ose::World& world, std::vector<sim::Node*> nodes, bool hasSpeed = true);
+    explicit Console(ConsoleRun run);
+    /// The run is over: lines that are still typed are answered with nothing.
     ~Console();
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
 
-    /// Begins to read lines; each runs in the world as it goes on.
+    /// Begins to read lines.
     void start();
-    /// The operator has left, by "quit" or the end of the input.
-    bool ended() const { return ended_; }
+    /// Events are shown as they happen while the operator wants it.
+    void show(const std::string& unit, const UnitEvent& event);
+    void tell(const std::string& line);
 
 private:
-    void readLines();
-    bool takeLine(const std::string& line);
-    void runCommand(const std::string& line);
-    std::string onWorld(std::function<std::string()> question);
-    void help(const std::string& name);
-
-    ose::World& world_;
-    std::vector<sim::Node*> nodes_;
-    bool hasSpeed_;
-    std::size_t unit_ = 0;                 // whose commands are typed
-    std::thread reader_;
-    std::atomic<bool> ended_ = false;
+    struct State;   // outlives the console with the thread, which may wait for a terminal
+    std::shared_ptr<State> state_;
 };
 
 }  // namespace app

@@ -1,6 +1,7 @@
 // tu - Runs timing units in a simulated node from scenarios, or feeds one a receiver's log or a capture.
 #include "app/batch.h"
 #include "app/compare.h"
+#include "app/end_signals.h"
 #include "app/junit.h"
 #include "app/manual.h"
 #include "app/nmea.h"
@@ -11,6 +12,7 @@
 #include "app/report.h"
 #include "app/runner.h"
 #include "app/soak.h"
+#include "app/status_client.h"
 #include "app/summary.h"
 #include "app/version.h"
 #include "sim/clock/series.h"
@@ -47,6 +49,7 @@ struct RunArguments {
     std::vector<std::string> interfaces;
     std::string gpsTty, pps;
     std::string hostScale = "tai";
+    app::FeedOptions feed;
 };
 
 int refuse(const std::string& line)
@@ -96,8 +99,9 @@ std::string write(const std::string& file, const std::string& content)
 /// Several scenarios, or several seeds of one.
 int runMany(const RunArguments& a, const std::vector<app::Prepared>& scenarios)
 {
-    if (a.shell || a.speed || !a.interfaces.empty() || !a.gpsTty.empty())
-        return refuse("tu: --shell, --speed, --ptp-if and --gps-tty are for one run");
+    if (a.shell || a.speed || !a.interfaces.empty() || !a.gpsTty.empty() || !a.feed.socket.empty() ||
+        !a.feed.metrics.empty())
+        return refuse("tu: --shell, --speed, --status, --metrics, --ptp-if and --gps-tty are for one run");
     app::BatchOptions options;
     options.quiet = a.quiet || a.summary == "-" || a.junit == "-";
     options.jobs = a.jobs;
@@ -137,6 +141,7 @@ app::RunOptions optionsOf(const RunArguments& a)
     options.stacks = a.stacks;
     options.speed = a.speed.value_or(a.shell ? 1.0 : 0.0);
     options.out = a.out;
+    options.feed = a.feed;
     for (const std::string& text : a.interfaces) options.interfaces.push_back(interfaceOf(text));
     if (!a.gpsTty.empty()) {
         const app::HostInterface line = interfaceOf(a.gpsTty);
@@ -159,13 +164,19 @@ std::string writeAll(const RunArguments& a, const app::Recording& recording)
 int runOne(const RunArguments& a, const app::Prepared& p)
 {
     const app::RunOptions options = optionsOf(a);
+    const app::EndSignals endSignals;
     if (!options.quiet)
         std::printf("%s\n", (p.scenario.title.empty() ? p.scenario.name : p.scenario.title).c_str());
     const app::Recording recording = app::runScenario(p.scenario, p.checks, options);
     if (!options.quiet) app::printSummary(recording, stdout);
     if (const std::string wrong = writeAll(a, recording); !wrong.empty()) return refuse(wrong);
     if (!options.quiet && !a.out.empty()) std::printf("report         %s/report.html\n", a.out.c_str());
-    if (a.shell || recording.passed()) return 0;
+    if (!recording.complete && !options.quiet)
+        std::printf("ended at %s of %s: its checks aren't judged\n", app::clockText(recording.virtual_s).c_str(),
+                    app::clockText(p.scenario.duration_s).c_str());
+    constexpr int KILLED = 128;
+    if (app::endSignal() != 0) return KILLED + app::endSignal();
+    if (recording.passed()) return 0;
     if (options.quiet)
         for (const app::CheckResult& c : recording.checks)
             if (!c.pass)
@@ -192,6 +203,18 @@ int run(const RunArguments& a)
     }
     if (scenarios.size() > 1 || !a.seeds.empty()) return runMany(a, scenarios);
     return runOne(a, scenarios.front());
+}
+
+int status(const app::StatusQuery& query) { return app::printStatus(query); }
+
+int wait(app::WaitQuery query, const std::string& within, const std::string& timeout)
+{
+    if (!sim::clockStateByName(query.state)) return refuse("tu wait: '" + query.state + "' is no clock state");
+    if (!within.empty()) query.within_ns = app::parseTime_ns(within);
+    if (!within.empty() && !query.within_ns) return refuse("tu wait: '" + within + "' is no time such as \"1 us\"");
+    if (!timeout.empty()) query.timeout_s = sim::parseDuration(timeout);
+    if (!timeout.empty() && !query.timeout_s) return refuse("tu wait: '" + timeout + "' is no time such as 10m");
+    return app::waitForState(query);
 }
 
 struct NmeaArguments {
@@ -285,6 +308,18 @@ int soak(const app::SoakOptions& first, u32 runs, u32 jobs)
     return failed != 0 ? CHECK_FAILED : 0;
 }
 
+/// "" when the first word is a command.
+std::string unknownCommand(const CLI::App& tu, int argc, char** argv)
+{
+    if (argc < 2 || argv[1][0] == '-') return "";
+    std::string known;
+    for (const CLI::App* const command : tu.get_subcommands({})) {
+        if (command->get_name() == argv[1]) return "";
+        known += (known.empty() ? "" : ", ") + command->get_name();
+    }
+    return std::string("'") + argv[1] + "' is none of " + known;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -333,6 +368,23 @@ int main(int argc, char** argv)
                            "Which of the host's time scales is true time where the run keeps it: tai, or utc "
                            "beside a master that gives the host's time of day as it is")
         ->check(CLI::IsMember({"tai", "utc"}));
+    runCommand->add_option("--status", a.feed.socket, "Serve the units' status, JSON a line, on this local socket");
+    runCommand->add_option("--metrics", a.feed.metrics,
+                           "[HOST:]PORT: serve /metrics there for Prometheus, on the loopback without a host");
+    app::StatusQuery statusQuery;
+    CLI::App* const statusCommand = tu.add_subcommand("status", "Ask a run that serves --status how its units are");
+    statusCommand->add_option("socket", statusQuery.socket, "Its socket")->required();
+    statusCommand->add_option("--unit", statusQuery.unit, "One unit of several");
+    statusCommand->add_flag("--json", statusQuery.json, "JSON a line");
+    statusCommand->add_flag("--watch", statusQuery.watch, "On until the run ends");
+    app::WaitQuery waitQuery;
+    std::string within, timeout;
+    CLI::App* const waitCommand = tu.add_subcommand("wait", "Wait until a unit's clock is in a state");
+    waitCommand->add_option("socket", waitQuery.socket, "Socket of a run that serves --status")->required();
+    waitCommand->add_option("state", waitQuery.state, "Clock state, such as RNT_TIME_LOCKED")->required();
+    waitCommand->add_option("--unit", waitQuery.unit, "A unit other than the first");
+    waitCommand->add_option("--within", within, "And the time known to this: its estimate and three deviations of it");
+    waitCommand->add_option("--timeout", timeout, "Of real time, such as 10m; exit code 1 then");
     NmeaArguments n;
     CLI::App* const nmeaCommand =
         tu.add_subcommand("nmea", "Put a receiver's log on a unit's serial line and tell what it takes");
@@ -389,14 +441,20 @@ int main(int argc, char** argv)
         if (pcapCommand->parsed()) return pcap(p);
         if (compareCommand->parsed())
             return app::compareSummaries(before, after, tolerance, stdout) != 0 ? CHECK_FAILED : 0;
+        if (statusCommand->parsed()) return status(statusQuery);
+        if (waitCommand->parsed()) return wait(waitQuery, within, timeout);
         return nmeaCommand->parsed() ? nmea(n) : run(a);
     } catch (const CLI::ParseError& e) {
-        return e.get_exit_code() == 0 ? tu.exit(e) : refuse(std::string("tu: ") + e.what());
+        if (e.get_exit_code() == 0) return tu.exit(e);
+        const std::string wrong = unknownCommand(tu, argc, argv);
+        return refuse("tu: " + (wrong.empty() ? e.what() : wrong));
     } catch (const sim::ScenarioError& e) {
         return refuse(e.what());
     } catch (const sim::SeriesError& e) {
         return refuse(e.what());
     } catch (const app::NmeaError& e) {
+        return refuse(e.what());
+    } catch (const app::StatusError& e) {
         return refuse(e.what());
     } catch (const sim::HostError& e) {
         return refuse(e.what());

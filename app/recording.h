@@ -6,6 +6,7 @@
 #include "app/score.h"
 #include "ose/types.h"
 
+#include <array>
 #include <cmath>
 #include <limits>
 #include <map>
@@ -97,6 +98,21 @@ struct UnitEvent {
     std::string text;
 };
 
+/// Something that is wrong and stands until it is taken back.
+struct Alarm {
+    double since_s = 0;
+    std::string source;           // "GPS", "ptp", "oscillator", "reference", ...
+    std::string text;
+};
+
+/// When the unit last heard of its references, s, -1 for never; to a sample's interval.
+struct LastHeard {
+    double measurement_s = -1;    // a measurement of the selected reference reached the estimator
+    double offset_s = 0;          // what it said, of the unit's clock against the reference
+    double ntp_s = -1;
+    std::array<double, 8> packet_s{-1, -1, -1, -1, -1, -1, -1, -1};   // of the PTP clock of that syncref
+};
+
 /// What the unit itself takes its clock for, each with one deviation from the filter's own covariance and
 /// carried on to the moment; NaN where it has no estimate.
 struct Estimate {
@@ -170,6 +186,8 @@ struct UnitRecording {
     std::vector<UnitEvent> events;        // all of these and more, in order
     std::vector<PacketDelays> delays;     // between it and each master on its paths, as long as `samples`
     std::map<std::string, u64> traceCounts;   // of the texts that checks ask for
+    std::vector<Alarm> alarms;            // that stand now
+    LastHeard heard;
     u64 toldSignals = 0, toldDigest = 0;  // all that the main processor got from the unit
     std::vector<Sample> samples;
 };
@@ -186,6 +204,7 @@ struct Recording {
     double interval_s = 1.0;
     double virtual_s = 0;
     double wall_s = 0;
+    bool complete = true;                 // it ran to the scenario's end, so that its checks are judged
     std::vector<UnitRecording> units;
     std::vector<CheckResult> checks;
     std::vector<std::string> misuses;     // of the kernel

@@ -15,12 +15,15 @@ std::string seriesCsv(const UnitRecording& unit)
 {
     std::ostringstream csv;
     csv.precision(15);
-    csv << "t_s,time_error_ns,follow_error_ns,freq_error_ppb,divider,temperature_V,"
-           "radioClockState,regState\n";
+    csv << "t_s,time_error_ns,gps_time_error_ns,follow_error_ns,freq_error_ppb,divider,temperature_V,"
+           "radioClockState,regState,degraded,estimate_time_ns,estimate_time_deviation_ns,estimate_freq_ppb,"
+           "estimate_freq_deviation_ppb\n";
     for (const Sample& s : unit.samples)
-        csv << s.t << ',' << s.timeError_ns << ',' << s.followError_ns << ',' << s.freqError_ppb
-            << ',' << s.div << ',' << s.temperature_V << ',' << static_cast<int>(s.radioClockState) << ','
-            << static_cast<int>(s.regState) << '\n';
+        csv << s.t << ',' << s.timeError_ns << ',' << s.gpsTimeError_ns << ',' << s.followError_ns << ','
+            << s.freqError_ppb << ',' << s.div << ',' << s.temperature_V << ','
+            << static_cast<int>(s.radioClockState) << ',' << static_cast<int>(s.regState) << ','
+            << (s.isDegraded ? 1 : 0) << ',' << s.estimate.time_ns << ',' << s.estimate.timeDeviation_ns
+            << ',' << s.estimate.freq_ppb << ',' << s.estimate.freqDeviation_ppb << '\n';
     return csv.str();
 }
 
@@ -53,6 +56,20 @@ std::string statesCsv(const UnitRecording& unit)
     return csv.str();
 }
 
+/// Texts stand in quotes, since they hold commas.
+std::string eventsCsv(const UnitRecording& unit)
+{
+    std::ostringstream csv;
+    csv.precision(15);
+    csv << "t_s,kind,text\n";
+    for (const UnitEvent& e : unit.events) {
+        csv << e.t << ',' << e.kind << ",\"";
+        for (const char c : e.text) csv << (c == '"' ? "\"\"" : std::string(1, c));
+        csv << "\"\n";
+    }
+    return csv.str();
+}
+
 }  // namespace
 
 std::string writeFile(const std::string& path, const std::string& content)
@@ -71,6 +88,8 @@ std::string writeReport(const Recording& recording, const std::string& directory
             wrong = writeFile(directory + "/series-" + unit.name + ".csv", seriesCsv(unit));
         if (wrong.empty())
             wrong = writeFile(directory + "/states-" + unit.name + ".csv", statesCsv(unit));
+        if (wrong.empty())
+            wrong = writeFile(directory + "/events-" + unit.name + ".csv", eventsCsv(unit));
     }
     if (wrong.empty()) wrong = writeFile(directory + "/report.html", reportPage(recording));
     return wrong;

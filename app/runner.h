@@ -2,6 +2,7 @@
 #pragma once
 #include "app/checks.h"
 #include "app/recording.h"
+#include "app/status_feed.h"
 #include "sim/scenario/scenario.h"
 
 #include <optional>
@@ -28,6 +29,7 @@ struct RunOptions {
     bool stacks = false;           // tell how much of their stacks the processes have used
     double speed = 0;              // times real time; 0 as fast as it goes
     std::string out;               // folder for traces and volumes, "" for none
+    FeedOptions feed;              // status socket and metrics while it runs
     // The run keeps the host's time when there is one of these.
     std::vector<HostInterface> interfaces;
     std::optional<HostReceiver> receiver;
@@ -35,7 +37,8 @@ struct RunOptions {
     bool onHost() const { return !interfaces.empty() || receiver; }
 };
 
-/// Throws sim::HostError for an interface or a line that can't be used.
+/// Throws sim::HostError for an interface or a line that can't be used, StatusError for a status that can't be
+/// served.
 Recording runScenario(const sim::Scenario& scenario, const std::vector<CheckSpec>& checks,
                       const RunOptions& options);
 

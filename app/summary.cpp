@@ -381,7 +381,8 @@ nlohmann::ordered_json summaryOf(const Recording& recording)
     json["version"] = SUMMARY_VERSION;
     json["scenario"] = recording.scenario;
     json["title"] = recording.title;
-    json["passed"] = recording.passed();
+    json["complete"] = recording.complete;
+    json["passed"] = recording.complete && recording.passed();
     json["seed"] = recording.seed;
     json["virtual_seconds"] = recording.virtual_s;
     json["wall_seconds"] = recording.wall_s;

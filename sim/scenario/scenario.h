@@ -70,6 +70,26 @@ struct PathSpec {
     DelayConfig forward, back;
 };
 
+/// What happens, "gps.fault". A reader holds it against each word that it knows; `asked`, where given, gets
+/// them: so the list of all that can happen is the readers' own.
+class EventWord {
+public:
+    explicit EventWord(std::string text, std::vector<std::string>* asked = nullptr)
+        : text_(std::move(text)), asked_(asked)
+    {
+    }
+    bool operator==(const char* word) const
+    {
+        if (asked_ != nullptr) asked_->emplace_back(word);
+        return text_ == word;
+    }
+    bool starts_with(const char* prefix) const { return text_.starts_with(prefix); }
+
+private:
+    std::string text_;
+    std::vector<std::string>* asked_;
+};
+
 /// One thing that happens. Checked when the scenario is read, so that it can't fail in the run.
 struct EventSpec {
     double at_s = 0;
@@ -105,6 +125,14 @@ Scenario readScenario(const std::string& path);
 /// The same of a text; `name` stands for the file in what is refused.
 Scenario readScenarioText(const std::string& text, const std::string& name);
 
+/// All words that an event's "do" can have, sorted.
+std::vector<std::string> eventWords();
+/// An event as typed, "gps.fault fault=antenna_open on=false", for now. Throws ScenarioError, whose line
+/// number means nothing.
+EventSpec readEventLine(const std::string& line, const Scenario& scenario);
+/// What could stand behind a line that isn't complete: words for "do", keys, or values of the last key.
+std::vector<std::string> completeEvent(const std::string& line, const Scenario& scenario);
+
 /// Puts a recorded oscillator, or recorded noise of every reference, in place of the scenario's own.
 /// `what` is as parseSeriesForm has it. Throws SeriesError.
 void replaceOscillator(Scenario& scenario, const std::string& what);
@@ -128,45 +156,47 @@ std::optional<u32> socpriAnswerByName(const std::string& name);
 // Pieces of the reader, each in a file of its own.
 UnitSpec readUnit(const toml::table& table, const std::string& file, const Scenario& scenario);
 EventSpec readEvent(const toml::table& table, const std::string& file, const Scenario& scenario);
+/// Empty when `word` is nothing that can happen to a unit.
+std::function<void(Unit&)> readUnitEvent(const EventWord& word, TableReader& t, const UnitSpec& unit);
 LinkSpec readLink(const toml::table& table, const std::string& file, const Scenario& scenario);
 /// Empty when `word` is none of a link's events.
-std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t,
+std::function<void(Link&)> readLinkEvent(const EventWord& word, TableReader& t,
                                          const LinkSpec& link);
 GpsReceiverConfig readGps(const toml::table& table, const std::string& file);
 /// Empty when `word` is none of the receiver's events.
-std::function<void(Unit&)> readGpsEvent(const std::string& word, TableReader& t,
+std::function<void(Unit&)> readGpsEvent(const EventWord& word, TableReader& t,
                                         const UnitSpec& unit);
 /// UTC at the beginning of the run, "start", s since 1970.
 i64 readStart(TableReader& t);
 CmccSourceConfig readCmcc(const toml::table& table, const std::string& file);
 /// Empty when `word` is none of the time input's events.
-std::function<void(Unit&)> readHptsiEvent(const std::string& word, TableReader& t, const UnitSpec& unit);
+std::function<void(Unit&)> readHptsiEvent(const EventWord& word, TableReader& t, const UnitSpec& unit);
 /// Servers of the inter-unit links; the event is empty when `word` is none of theirs.
 void readIdlServers(TableReader& t, const std::string& file, NodeConfig& node);
-std::function<void(Unit&)> readRestartEvent(const std::string& word, TableReader& t,
+std::function<void(Unit&)> readRestartEvent(const EventWord& word, TableReader& t,
                                             const UnitSpec& unit);
-std::function<void(Unit&)> readIdlEvent(const std::string& word, TableReader& t);
+std::function<void(Unit&)> readIdlEvent(const EventWord& word, TableReader& t);
 /// The packet network: a unit's share, masters, paths; an event is empty when `word` is none of theirs.
 void readPacketPort(TableReader& t, const std::string& file, NodeConfig& node);
 PtpMasterConfig readMaster(const toml::table& table, const std::string& file, const Scenario& scenario);
 PathSpec readPath(const toml::table& table, const std::string& file, const Scenario& scenario);
-std::function<void(PacketNet&)> readNetEvent(const std::string& word, TableReader& t,
+std::function<void(PacketNet&)> readNetEvent(const EventWord& word, TableReader& t,
                                              const Scenario& scenario);
-std::function<void(Unit&)> readPacketEvent(const std::string& word, TableReader& t,
+std::function<void(Unit&)> readPacketEvent(const EventWord& word, TableReader& t,
                                            const UnitSpec& unit);
 void readNtp(TableReader& t, const std::string& file, NtpConfig& ntp);
-std::function<void(Unit&)> readNtpEvent(const std::string& word, TableReader& t,
+std::function<void(Unit&)> readNtpEvent(const EventWord& word, TableReader& t,
                                         const UnitSpec& unit);
 /// Far ends of the Ethernet ports; the event is empty when `word` is none of theirs or of the service's.
 void readEsmc(TableReader& t, const std::string& file, UnitSpec& unit);
-std::function<void(Unit&)> readEsmcEvent(const std::string& word, TableReader& t, const UnitSpec& unit);
+std::function<void(Unit&)> readEsmcEvent(const EventWord& word, TableReader& t, const UnitSpec& unit);
 Wander readWander(TableReader& t);
 /// Sync group logic; the event is empty when `word` is none of its own.
 void readSyncGroup(TableReader& unit, const std::string& file, NodeConfig& node);
-std::function<void(Unit&)> readSyncGroupEvent(const std::string& word, TableReader& t);
+std::function<void(Unit&)> readSyncGroupEvent(const EventWord& word, TableReader& t);
 /// Radio links to other units; the event is empty when `word` is none of theirs.
 void readInrsi(TableReader& unit, const std::string& file, InrsiConfig& c);
-std::function<void(Unit&)> readSocpriEvent(const std::string& word, TableReader& t);
+std::function<void(Unit&)> readSocpriEvent(const EventWord& word, TableReader& t);
 /// The recorded series that "series" names, its file beside the scenario's; what is wrong with it is told with
 /// the scenario's line.
 EndlessSeries readRecord(TableReader& t, std::vector<double> (*read)(const std::string&, const SeriesForm&),

@@ -120,7 +120,7 @@ void readEsmc(TableReader& t, const std::string& file, UnitSpec& unit)
     }
 }
 
-Action readEsmcEvent(const std::string& word, TableReader& t, const UnitSpec& unit)
+Action readEsmcEvent(const EventWord& word, TableReader& t, const UnitSpec& unit)
 {
     if (word == "esmc.quality") return esmcQuality(t, unit);
     if (word == "esmc.silent") return esmcSilent(t, unit);

@@ -317,8 +317,8 @@ Action boardSpuriousInterrupt(Context&)
     return [](Unit& u) { u.node().boardInterrupt(); };
 }
 
-struct EventWord { const char* word; Maker make; };
-constexpr EventWord EVENTS[] = {
+struct EventName { const char* word; Maker make; };
+constexpr EventName EVENTS[] = {
     {"input.on", inputOn},
     {"input.off", inputOff},
     {"input.stuck", inputStuck},
@@ -362,11 +362,7 @@ constexpr EventWord EVENTS[] = {
     {"board.spurious_interrupt", boardSpuriousInterrupt},
 };
 
-}  // namespace
-
-namespace {
-
-void readOfLink(TableReader& t, EventSpec& e, const Scenario& scenario)
+void readOfLink(TableReader& t, const EventWord& word, EventSpec& e, const Scenario& scenario)
 {
     e.link = t.text("link", scenario.links.empty() ? "" : scenario.links.front().name);
     const auto link = std::find_if(scenario.links.begin(), scenario.links.end(),
@@ -376,12 +372,31 @@ void readOfLink(TableReader& t, EventSpec& e, const Scenario& scenario)
         t.fail("link", "only a link of type idl1 or idl2 can turn");
     if (e.what == "link.focus" && link->kind != LinkKind::Sdu)
         t.fail("link", "'" + e.link + "' is no link of type sdu");
-    e.linkAction = readLinkEvent(e.what, t, *link);
+    e.linkAction = readLinkEvent(word, t, *link);
     if (!e.linkAction) t.fail("do", "'" + e.what + "' is nothing that can happen");
     e.what += " " + e.link;
 }
 
 }  // namespace
+
+Action readUnitEvent(const EventWord& word, TableReader& t, const UnitSpec& unit)
+{
+    for (const EventName& known : EVENTS) {
+        if (!(word == known.word)) continue;
+        Context context{t, unit};
+        return known.make(context);
+    }
+    Action action = readRestartEvent(word, t, unit);
+    if (!action) action = readIdlEvent(word, t);
+    if (!action) action = readPacketEvent(word, t, unit);
+    if (!action) action = readNtpEvent(word, t, unit);
+    if (!action) action = readEsmcEvent(word, t, unit);
+    if (!action) action = readSyncGroupEvent(word, t);
+    if (!action) action = readSocpriEvent(word, t);
+    if (!action) action = readGpsEvent(word, t, unit);
+    if (!action) action = readHptsiEvent(word, t, unit);
+    return action;
+}
 
 EventSpec readEvent(const toml::table& table, const std::string& file, const Scenario& scenario)
 {
@@ -389,16 +404,17 @@ EventSpec readEvent(const toml::table& table, const std::string& file, const Sce
     EventSpec e;
     e.at_s = t.seconds("at");
     if (e.at_s > scenario.duration_s) t.fail("at", "the run is over by then");
-    const std::string word = t.text("do");
-    e.what = word;
+    const std::string text = t.text("do");
+    const EventWord word(text);
+    e.what = text;
     if (word.starts_with("link.")) {
-        readOfLink(t, e, scenario);
+        readOfLink(t, word, e, scenario);
         t.finish();
         return e;
     }
     if (word.starts_with("master.") || word.starts_with("path.")) {
         e.netAction = readNetEvent(word, t, scenario);
-        if (!e.netAction) t.fail("do", "'" + word + "' is nothing that can happen");
+        if (!e.netAction) t.fail("do", "'" + text + "' is nothing that can happen");
         t.finish();
         return e;
     }
@@ -407,25 +423,10 @@ EventSpec readEvent(const toml::table& table, const std::string& file, const Sce
                                    [&](const UnitSpec& u) { return u.node.name == e.unit; });
     if (unit == scenario.units.end()) t.fail("unit", "there is no unit '" + e.unit + "'");
     for (const char* const detail : {"input", "fault"})
-        if (t.has(detail)) e.what += " " + std::string(table[detail].value_or(""));
-    if (t.has("fault") && !table["on"].value_or(true)) e.what += " off";
-    for (const EventWord& known : EVENTS) {
-        if (word != known.word) continue;
-        Context context{t, *unit};
-        e.action = known.make(context);
-        t.finish();
-        return e;
-    }
-    e.action = readRestartEvent(word, t, *unit);
-    if (!e.action) e.action = readIdlEvent(word, t);
-    if (!e.action) e.action = readPacketEvent(word, t, *unit);
-    if (!e.action) e.action = readNtpEvent(word, t, *unit);
-    if (!e.action) e.action = readEsmcEvent(word, t, *unit);
-    if (!e.action) e.action = readSyncGroupEvent(word, t);
-    if (!e.action) e.action = readSocpriEvent(word, t);
-    if (!e.action) e.action = readGpsEvent(word, t, *unit);
-    if (!e.action) e.action = readHptsiEvent(word, t, *unit);
-    if (!e.action) t.fail("do", "'" + word + "' is nothing that can happen");
+        if (table.contains(detail)) e.what += " " + std::string(table[detail].value_or(""));
+    if (table.contains("fault") && !table["on"].value_or(true)) e.what += " off";
+    e.action = readUnitEvent(word, t, *unit);
+    if (!e.action) t.fail("do", "'" + text + "' is nothing that can happen");
     t.finish();
     return e;
 }

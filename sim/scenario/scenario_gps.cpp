@@ -138,7 +138,7 @@ Action replaceEvent(TableReader& t)
     };
 }
 
-Action eventOf(const std::string& word, TableReader& t, const UnitSpec& unit)
+Action eventOf(const EventWord& word, TableReader& t, const UnitSpec& unit)
 {
     if (word == "gps.fault") return faultEvent(t);
     if (word == "gps.restart") return restartEvent(t);
@@ -196,7 +196,7 @@ GpsReceiverConfig readGps(const toml::table& table, const std::string& file)
     return c;
 }
 
-std::function<void(Unit&)> readGpsEvent(const std::string& word, TableReader& t,
+std::function<void(Unit&)> readGpsEvent(const EventWord& word, TableReader& t,
                                         const UnitSpec& unit)
 {
     if (!word.starts_with("gps.")) return {};

@@ -88,7 +88,7 @@ CmccSourceConfig readCmcc(const toml::table& table, const std::string& file)
     return c;
 }
 
-std::function<void(Unit&)> readHptsiEvent(const std::string& word, TableReader& t, const UnitSpec& unit)
+std::function<void(Unit&)> readHptsiEvent(const EventWord& word, TableReader& t, const UnitSpec& unit)
 {
     if (word == "mp.set_hptsi_delay")
         return [delay = static_cast<u16>(t.integer("ns", 0, 0xFFFF))](Unit& u) {

@@ -125,7 +125,7 @@ void readIdlServers(TableReader& t, const std::string& file, NodeConfig& node)
     if (const toml::table* const idpi = t.table("idpi")) readIdpi(*idpi, file, node.idpi);
 }
 
-Action readIdlEvent(const std::string& word, TableReader& t)
+Action readIdlEvent(const EventWord& word, TableReader& t)
 {
     if (word == "bira.start") return [](Unit& u) { u.node().bira().start(); };
     if (word == "bira.die") return [](Unit& u) { u.node().bira().die(); };

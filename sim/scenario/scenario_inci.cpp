@@ -32,7 +32,7 @@ void readSyncGroup(TableReader& unit, const std::string& file, NodeConfig& node)
     t.finish();
 }
 
-Action readSyncGroupEvent(const std::string& word, TableReader& t)
+Action readSyncGroupEvent(const EventWord& word, TableReader& t)
 {
     if (word == "sync_group.start") return [](Unit& u) { u.node().ngpduhif().start(); };
     if (word == "sync_group.die") return [](Unit& u) { u.node().ngpduhif().die(); };

@@ -100,7 +100,7 @@ bool suits(LinkFault fault, LinkKind kind)
 
 }  // namespace
 
-std::function<void(Link&)> readLinkEvent(const std::string& word, TableReader& t, const LinkSpec& link)
+std::function<void(Link&)> readLinkEvent(const EventWord& word, TableReader& t, const LinkSpec& link)
 {
     if (word == "link.up") return [](Link& l) { l.setUp(true); };
     if (word == "link.down") return [](Link& l) { l.setUp(false); };

@@ -76,7 +76,7 @@ void readNtp(TableReader& unit, const std::string& file, NtpConfig& c)
     t.finish();
 }
 
-Action readNtpEvent(const std::string& word, TableReader& t, const UnitSpec& unit)
+Action readNtpEvent(const EventWord& word, TableReader& t, const UnitSpec& unit)
 {
     if (!word.starts_with("ntp.") && !word.starts_with("ipsync.")) return {};
     if (!unit.node.ntp.present) t.fail("do", "the unit has no IP sync service");

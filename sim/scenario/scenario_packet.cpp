@@ -317,7 +317,7 @@ std::string evenDelays(double largest_s)
 
 }  // namespace
 
-std::function<void(PacketNet&)> readNetEvent(const std::string& word, TableReader& t,
+std::function<void(PacketNet&)> readNetEvent(const EventWord& word, TableReader& t,
                                              const Scenario& scenario)
 {
     if (word == "master.set") return masterSet(t, scenario);
@@ -337,7 +337,7 @@ std::function<void(PacketNet&)> readNetEvent(const std::string& word, TableReade
     return {};
 }
 
-std::function<void(Unit&)> readPacketEvent(const std::string& word, TableReader& t, const UnitSpec& unit)
+std::function<void(Unit&)> readPacketEvent(const EventWord& word, TableReader& t, const UnitSpec& unit)
 {
     const PacketPortConfig port = unit.node.packetPort;
     if (word == "mp.create_packet_reference")

@@ -142,7 +142,7 @@ Action damageHistory(TableReader& t)
 
 }  // namespace
 
-Action readRestartEvent(const std::string& word, TableReader& t, const UnitSpec& unit)
+Action readRestartEvent(const EventWord& word, TableReader& t, const UnitSpec& unit)
 {
     if (word == "unit.restart") return unitRestart(t);
     if (word == "unit.replace_oscillator") return replaceOscillator(t, unit);

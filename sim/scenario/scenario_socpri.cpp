@@ -162,7 +162,7 @@ void readInrsi(TableReader& unit, const std::string& file, InrsiConfig& c)
     t.finish();
 }
 
-std::function<void(Unit&)> readSocpriEvent(const std::string& word, TableReader& t)
+std::function<void(Unit&)> readSocpriEvent(const EventWord& word, TableReader& t)
 {
     if (word == "inrsi.start") return [](Unit& u) { u.node().inrsi().start(); };
     if (word == "inrsi.die") return [](Unit& u) { u.node().inrsi().die(); };

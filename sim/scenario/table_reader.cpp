@@ -37,7 +37,29 @@ std::size_t lettersApart(const std::string& a, const std::string& b)
     return d[a.size()][b.size()];
 }
 
+thread_local ReadNotes* notes = nullptr;
+
+void noteKey(const char* key)
+{
+    if (notes != nullptr && std::ranges::find(notes->keys, key) == notes->keys.end())
+        notes->keys.emplace_back(key);
+}
+
 }  // namespace
+
+ReadNotes::ReadNotes() { notes = this; }
+ReadNotes::~ReadNotes() { notes = nullptr; }
+
+void TableReader::noteWord(const char* key, const char* word)
+{
+    if (notes != nullptr) notes->words.emplace_back(key, word);
+}
+
+bool TableReader::has(const char* key) const
+{
+    noteKey(key);
+    return table_.contains(key);
+}
 
 std::optional<double> parseDuration(const std::string& text)
 {
@@ -77,6 +99,7 @@ void TableReader::fail(const char* key, const std::string& reason) const
 
 const toml::node* TableReader::take(const char* key)
 {
+    noteKey(key);
     taken_.insert(key);
     return table_.get(key);
 }

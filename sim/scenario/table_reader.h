@@ -26,6 +26,18 @@ public:
 /// "90s", "1h30m", "2d", "500ms" or a bare number of seconds; nothing when it is none of these.
 std::optional<double> parseDuration(const std::string& text);
 
+/// What a reader asked of its table: keys, and the words that a choice between some would have taken. For
+/// completion; the readers of one thread note it while one exists.
+struct ReadNotes {
+    ReadNotes();
+    ~ReadNotes();
+    ReadNotes(const ReadNotes&) = delete;
+    ReadNotes& operator=(const ReadNotes&) = delete;
+
+    std::vector<std::string> keys;
+    std::vector<std::pair<std::string, std::string>> words;   // key, word
+};
+
 /// Reads the keys of one table; each key is asked for at most once, and `finish` refuses those that nobody
 /// asked for. Every getter without a default refuses a missing key, or the one that was meant for it: "duraton"
 /// is told at its own line.
@@ -33,7 +45,7 @@ class TableReader {
 public:
     TableReader(const toml::table& table, std::string file, std::string what);
 
-    bool has(const char* key) const { return table_.contains(key); }
+    bool has(const char* key) const;
     std::string text(const char* key);
     std::string text(const char* key, const std::string& fallback);
     double number(const char* key);
@@ -51,7 +63,11 @@ public:
     T choice(const char* key, std::initializer_list<std::pair<const char*, T>> words,
              std::optional<T> fallback = std::nullopt)
     {
-        if (!has(key) && fallback) return *fallback;
+        for (const auto& [name, value] : words) noteWord(key, name);
+        if (!has(key) && fallback) {
+            take(key);
+            return *fallback;
+        }
         const std::string word = text(key);
         std::string known;
         for (const auto& [name, value] : words) {
@@ -74,6 +90,7 @@ public:
     [[noreturn]] void fail(const char* key, const std::string& reason) const;
 
 private:
+    static void noteWord(const char* key, const char* word);
     const toml::node* take(const char* key);
     const toml::node& need(const char* key);
     /// Refuses a key that is a letter or two away from the one that is missing.

@@ -162,6 +162,7 @@ struct WorldImpl {
     double pace = 0.0;
     Time paceVirtual = 0;
     std::chrono::steady_clock::time_point paceWall;
+    std::chrono::steady_clock::time_point ranLastAt;   // end of the last run
     std::mutex postMutex;
     std::condition_variable postArrived;
     std::vector<std::function<void()>> posted;
@@ -174,6 +175,7 @@ struct WorldImpl {
     void runAction(Action& action);
     void runPosted();
     void rebasePace();
+    void keepPace();
     bool waitForWallClock(Time until);
     Stack* takeStack();
     void noteUse(const Stack& s, const Process& p);

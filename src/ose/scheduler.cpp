@@ -350,7 +350,7 @@ bool WorldImpl::run(Time until, const std::function<bool()>* doneFunction)
     spins = 0;
     if (runDepth++ == 0) {
         stayHome();
-        rebasePace();
+        keepPace();
     }
     while (!abortRun && !failure) {
         if (Process* const p = ready.pop()) {
@@ -362,7 +362,10 @@ bool WorldImpl::run(Time until, const std::function<bool()>* doneFunction)
         else if (what == Step::Ended) break;
     }
     cutShort = std::exchange(abortRun, false) || stopRequested;
-    if (--runDepth == 0) stopRequested = false;
+    if (--runDepth == 0) {
+        stopRequested = false;
+        ranLastAt = std::chrono::steady_clock::now();
+    }
     horizon = horizonBefore;
     done = doneBefore;
     const bool answer = std::exchange(doneAnswer, answerBefore);
@@ -425,6 +428,14 @@ void WorldImpl::rebasePace()
     paceWall = std::chrono::steady_clock::now();
 }
 
+/// A run goes on with the pace of the one before, so that what a busy host made late is caught up. Who lets
+/// the world stand for longer begins anew.
+void WorldImpl::keepPace()
+{
+    constexpr auto STANDS = std::chrono::milliseconds(500);
+    if (std::chrono::steady_clock::now() - ranLastAt > STANDS) rebasePace();
+}
+
 /// Waits for the wall-clock time of `until`. False, with the time moved to what it is by then, when
 /// the host has something to say first.
 bool WorldImpl::waitForWallClock(Time until)
@@ -438,7 +449,9 @@ bool WorldImpl::waitForWallClock(Time until)
         const double wall_ns = static_cast<double>(until - paceVirtual) / 1e3 / pace;
         const auto due = paceWall + std::chrono::duration_cast<Clock::duration>(
                                         std::chrono::duration<double, std::nano>(wall_ns));
-        if (!postArrived.wait_until(lock, due, woken)) return true;
+        // What is late isn't waited for: on a busy host the call alone costs more than an event.
+        const bool isLate = Clock::now() >= due && !woken();
+        if (isLate || !postArrived.wait_until(lock, due, woken)) return true;
     }
     const double passed_ns =
         std::chrono::duration<double, std::nano>(Clock::now() - paceWall).count();

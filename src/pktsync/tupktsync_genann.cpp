@@ -72,6 +72,8 @@ constexpr Field FIELDS[] = {
 
 void print()
 {
+    if (std::none_of(s->entries.begin(), s->entries.end(), [](const Entry& e) { return e.used; }))
+        node::shellPrintf("Senders are gathered from now on; each is listed once an Announce of it has come\n");
     for (u32 i = 0; i < ENTRIES; ++i) {
         const Entry& e = s->entries[i];
         if (!e.used) continue;

@@ -220,6 +220,22 @@ u32 KvdLoz6TuReg_pdvThresholdText(char* text, u32 room)
     return std::min(static_cast<u32>(length), room - 1);
 }
 
+PacketPdv KvdLoz6TuReg_packetPdv(u32 froId)
+{
+    const u32 z_i = KvdLoz6TuReg_measurementIndex(KvdLoz6TuReg_selectedRef());
+    if (z_i == Z_NTP_REF || z_i == Z_PKT_FREQ_REF) {
+        const double pdv = std::sqrt(KvdLoz6TuReg_getMeasR(z_i)) * GAUSS_999;
+        return {pdv, pdv,
+                s->pdvThreshold[z_i == Z_NTP_REF ? packet::HISTORY_NTP : packet::HISTORY_FREQUENCY]};
+    }
+    if (z_i != Z_PKT_TIME_REF) return {};
+    const u8* const profile = packet::needs().ptpProfile(froId);
+    const packet::ProfileRow* const row = profile != nullptr ? packet::profileRow(*profile) : nullptr;
+    if (row == nullptr) return {};
+    return {packet::PDV_SIGMAS * s->filter.stdDev21, packet::PDV_SIGMAS * s->filter.stdDev43,
+            packet::timePdvLimit(*row)};
+}
+
 void KvdLoz6TuReg_packetPrintInfo()
 {
     const packet::TimeFilter& f = s->filter;

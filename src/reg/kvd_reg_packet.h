@@ -53,6 +53,11 @@ void KvdLoz6TuReg_setPdvThreshold(u32 type, u32 nanoseconds);
 /// The limits as a text; returns its length.
 u32  KvdLoz6TuReg_pdvThresholdText(char* text, u32 room);
 
+/// Delay variation of the selected packet reference beside its limit, s. One value of NTP and packet frequency
+/// stands for both directions.
+struct PacketPdv { double down = 0, up = 0, limit = 0; };
+PacketPdv KvdLoz6TuReg_packetPdv(u32 froId);
+
 /// Supervision of frequency and delay variation of the selected reference: its record begins anew;
 /// one phase, s, with the measurements in an interval and in the window of its minimum.
 void KvdLoz6TuReg_supervisionRestart();

@@ -248,6 +248,8 @@ constexpr u32 HIGH_PDV_SAMPLES = 10;     // more in a row than these degrade
 /// The filter as a time reference begins with it, and what goes with it at its end.
 void startTimeFilter();
 void endTimeFilter();
+/// So many deviations are a time reference's delay variation.
+constexpr double PDV_SIGMAS = 6.0;
 /// Limit of a time reference's delay variation, s: the set one, or the profile's.
 double timePdvLimit(const ProfileRow& row);
 /// The mask's windows and results begin anew.

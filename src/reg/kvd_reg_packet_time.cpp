@@ -21,7 +21,6 @@ namespace {
 constexpr double NS = 1e-09;
 constexpr double GATE_s = 5e-05;                 // between accepted delays
 constexpr double WIDE_MOD = TMOD_GPS_NMEA;       // s
-constexpr double PDV_SIGMAS = 6.0;
 
 bool isTimeState(u8 regState) { return regState == TIMELOCKED || regState == TRUETIME; }
 bool isLocked(u8 regState) { return regState == FREQLOCKED || isTimeState(regState); }
@@ -171,7 +170,7 @@ void lockedPath(packet::TimeFilter& f, const Packet& p)
         KVD_TRACE(TRACE_PTPTIME_REF, TRACE_INFO, "Packet rountrip delay outside limits, %s",
                   TuCommon_text(meanDelay));
     }
-    const double dl = PDV_SIGMAS * f.stdDev21, ul = PDV_SIGMAS * f.stdDev43;
+    const double dl = packet::PDV_SIGMAS * f.stdDev21, ul = packet::PDV_SIGMAS * f.stdDev43;
     constexpr double HIGH_s = 0.0001;
     if (dl != 0.0 || ul != 0.0)
         packet::historyEntry(packet::HISTORY_TIME, dl > HIGH_s || ul > HIGH_s, dl, ul);

@@ -58,6 +58,28 @@ if /usr/bin/python3 -c 'import jsonschema' 2>/dev/null; then
 fi
 expect 2 "no such option" run "$dir/good.toml" --colour red
 expect 2 "no command"
+expect 2 "a command that isn't there" bogus
+grep -q "'bogus' is none of run, " "$dir/err" || { echo "the commands aren't named"; failed=1; }
+expect 2 "nobody serves it" status "$dir/none.sock"
+expect 2 "no such state" wait "$dir/none.sock" LOCKED
+expect 2 "no time" wait "$dir/none.sock" WARMUP --within soon
+expect 2 "a status that can't be served" run "$dir/good.toml" --status /proc/none
+expect 2 "metrics that can't be served" run "$dir/good.toml" --metrics 70000
+printf 'until 30s\nwhy\nquit\n' >"$dir/typed"
+expect 1 "the console ends with the run's code" run "$dir/fails.toml" --shell <"$dir/typed"
+grep -q '^WARMUP for 0:00:' "$dir/out" || { echo "no answer to why"; failed=1; }
+expect 0 "left before its end" run "$dir/fails.toml" --shell </dev/null
+"$tu" run "$dir/fails.toml" --speed 1 --status "$dir/sock" --out "$dir/ended" --summary "$dir/ended.json" --quiet &
+run=$!
+expect 0 "a state" wait "$dir/sock" WARMUP --timeout 1m
+expect 0 "a status" status "$dir/sock"
+grep -q '^tu1 at 0:00:' "$dir/out" || { echo "no status of the unit"; failed=1; }
+expect 1 "a state that doesn't come" wait "$dir/sock" FREQUENCY_LOCKED --timeout 1s
+kill -TERM $run
+wait $run
+got=$?
+[ $got -eq 143 ] || { echo "a run that is ended: exit code $got, wanted 143"; failed=1; }
+[ -s "$dir/ended.json" ] && [ -s "$dir/ended/report.html" ] || { echo "nothing written at its end"; failed=1; }
 expect 2 "no such interface" run "$dir/good.toml" --ptp-if nowhere0
 grep -q '^nowhere0: there is no such network interface$' "$dir/err" ||
     { echo "the interface isn't named"; failed=1; }
