@@ -161,8 +161,6 @@ TEST(EventLine, IsReadAndCompletedByTheScenariosReader)
     }
     EXPECT_THAT(sim::completeEvent("gps.f", scenario), Contains("gps.fault"));
     EXPECT_THAT(sim::completeEvent("gps.fault ", scenario), ElementsAre("unit=", "fault="));
-    EXPECT_THAT(sim::completeEvent("gps.fault fault=ant", scenario), Contains("fault=antenna_open"));
-    EXPECT_THAT(sim::completeEvent("gps.fault fault=antenna_open ", scenario), Contains("on="));
     EXPECT_THAT(sim::completeEvent("mp.select reference=", scenario), Contains("reference=gps"));
 }
 
