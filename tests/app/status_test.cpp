@@ -95,7 +95,7 @@ sim::Scenario gpsScenario()
 {
     return sim::readScenarioText(
         "name = \"gps\"\nduration = \"8m\"\n[[unit]]\nname = \"tu1\"\ntime_mode = \"time\"\n"
-        "[unit.gps]\n[[unit.reference]]\nname = \"gps\"\ntype = \"GPS_REF\"\n"
+        "[unit.gps]\n[[unit.reference]]\nname = \"gps\"\ntype = \"GPS_REF\"\nfro_id = 0\n"
         "[[event]]\nat = \"6m\"\ndo = \"mp.jump\"\n",
         "gps.toml");
 }
