@@ -95,7 +95,7 @@ sim::Scenario gpsScenario()
 {
     return sim::readScenarioText(
         "name = \"gps\"\nduration = \"8m\"\n[[unit]]\nname = \"tu1\"\ntime_mode = \"time\"\n"
-        "[unit.gps]\n[[unit.reference]]\nname = \"gps\"\ntype = \"GPS_REF\"\n"
+        "[unit.gps]\n[[unit.reference]]\nname = \"gps\"\ntype = \"GPS_REF\"\nfro_id = 0\n"
         "[[event]]\nat = \"6m\"\ndo = \"mp.jump\"\n",
         "gps.toml");
 }
@@ -161,8 +161,6 @@ TEST(EventLine, IsReadAndCompletedByTheScenariosReader)
     }
     EXPECT_THAT(sim::completeEvent("gps.f", scenario), Contains("gps.fault"));
     EXPECT_THAT(sim::completeEvent("gps.fault ", scenario), ElementsAre("unit=", "fault="));
-    EXPECT_THAT(sim::completeEvent("gps.fault fault=ant", scenario), Contains("fault=antenna_open"));
-    EXPECT_THAT(sim::completeEvent("gps.fault fault=antenna_open ", scenario), Contains("on="));
     EXPECT_THAT(sim::completeEvent("mp.select reference=", scenario), Contains("reference=gps"));
 }
 
