@@ -46,7 +46,7 @@ TEST(GpsLog, WritesARecord)
     b.node.setCalendar(CALENDAR, 250);
     b.in([&] {
         storeSecond();
-        KvdLoz6FifoGps_storeGpsts(2, 1, 4, "10012");
+        KvdLoz6FifoGps_storeGpsts(2, 1, 4, "10012 and more");     // than there is room for
         KvdLoz6FifoGps_closeRecord();
     });
     b.dump();
@@ -93,6 +93,7 @@ TEST(GpsLog, KeepsAnHourAndCopiesOnWhatComesSeldom)
     b.receiver(GPSS_NORVANE_COMBINED);
     b.in([] {
         storeSecond();
+        KvdLoz6FifoGps_storeGpsts(2, 1, 4, "1");
         for (u32 second = 0; second < 3600; ++second) {
             KvdLoz6FifoGps_storeTowWeek(second, 2288);
             KvdLoz6FifoGps_closeRecord();
@@ -106,6 +107,7 @@ TEST(GpsLog, KeepsAnHourAndCopiesOnWhatComesSeldom)
     EXPECT_EQ(occurrences(first, "GPavp_latitude\t\t\t:\tS 33 26.9999\n"), 3600u);
     EXPECT_EQ(occurrences(first, "GPGSA_PDOP\t\t\t\t:\t2.50\n"), 3600u);
     EXPECT_EQ(occurrences(first, "GPppr_gpssStatus\t\t:\t1\n"), 1u) << "a second's own";
+    EXPECT_EQ(occurrences(first, "GPsts_capabilities\t\t:\t1\n"), 1u);
     EXPECT_LT(first.find("GPS_TOW\t\t\t\t\t:\t0\n"), first.find("GPS_TOW\t\t\t\t\t:\t3599\n"));
 
     b.in([] {

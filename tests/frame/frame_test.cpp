@@ -229,6 +229,12 @@ TEST(Directory, LooksServicesUpAndForgetsTheDead)
     system.kill(server);
     unit.run(0.1);
     EXPECT_EQ(lookUp("aService").attached, 0u);
+    const std::string longest(sizeof(TsvIfLookup::service) - 1, 'x');
+    system.spawn(longest, 20, [] { ose::receive(ose::ANY_SIGNAL); });
+    EXPECT_EQ(lookUp(longest.c_str()).attached, 1u);
+    for (int i = 0; i < 40; ++i)         // more than it has room for
+        EXPECT_EQ(lookUp(("nobody" + std::to_string(i)).c_str()).attached, 0u);
+    EXPECT_EQ(lookUp(longest.c_str()).attached, 1u);
 }
 
 }  // namespace
