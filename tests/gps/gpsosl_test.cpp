@@ -2,6 +2,7 @@
 // end's clock state.
 #include "gps/kvd_gps_osl.h"
 #include "node/trace.h"
+#include "reg/kvd_reg_pll_int.h"
 #include "sig/gps_sig.h"
 #include "tests/gps/gps_unit.h"
 
@@ -195,6 +196,25 @@ TEST(GpsOsl, SilenceLeadsBackStepByStep)
     unit.say("$x\r");
     unit.ms(60'100);                                         // nothing valid in 60 s
     EXPECT_EQ(unit.query(), 0u);
+}
+
+TEST(GpsOsl, AnotherSupervisionKeepsTheFarEndsClockStateAndInHoldoverTheLoopsMeans)
+{
+    struct Case { u32 pllState, willEmpty; };
+    for (const Case& c : {Case{PLL_Locked, 1}, {PLL_Locked_Holdover, 0}}) {
+        OslUnit unit;
+        EXPECT_EQ(unit.remote(), 10u);                       // a restart knows none
+        unit.becomeOperational();
+        unit.node.inProgram([&c] {
+            pll::vars().currState = c.pllState;
+            pll::vars().emptyHOVector = 1;
+            return 0;
+        });
+        unit.supervise(GPSOSL_REF, false);
+        unit.supervise(GPSOSL_REF, true);
+        EXPECT_EQ(unit.remote(), 13u);
+        EXPECT_EQ(unit.node.inProgram([] { return pll::vars().emptyHOVector; }), c.willEmpty);
+    }
 }
 
 TEST(GpsOsl, TheEndOfSupervisionForgetsWhatTheFarEndSaid)

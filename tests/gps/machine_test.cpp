@@ -1,5 +1,5 @@
-// A receiver on a unit's line, from silence to a time at each pulse and back: what ends it, what refused timers
-// leave, what the main processor is told, recovery at its edges.
+// A receiver on a unit's line, from silence to a time at each pulse and back: what ends it, what refused
+// timers leave, what the main processor is told, recovery at its edges.
 #include "tests/gps/gps_unit.h"
 
 #include "gps/kvd_gps.h"

@@ -10,25 +10,6 @@ constexpr double WITH_TIME = 4294967296.0;
 
 using bench::GpsMeasure;
 
-TEST(GpsTime, AnswersByState)
-{
-    struct Case { u32 state; double current; u32 status; double time; };
-    GpsMeasure bench;
-    for (const Case& c : std::to_array<Case>({{0, 5.0, 6, 0.0}, {1, 5.0, 0, 0.0}, {2, 5.0, 0, 0.0},
-                                              {3, 5.0, 0, 0.0}, {4, 5.0, 4, 0.0}, {5, 5.0, 3, 0.0},
-                                              {6, 5.0, 3, 0.0}, {7, 5.0, 7, 5.0}, {7, 0.0, 3, 0.0},
-                                              {8, 5.0, 6, 0.0}})) {
-        SCOPED_TRACE(c.state);
-        bench.gpsState(c.state);
-        bench.in([&] {
-            KvdLoz6TuGps_receiver().gpsCurrentTime = c.current;
-            double time = 9.0;
-            EXPECT_EQ(KvdLoz6TuGps_time(time), c.status);
-            EXPECT_EQ(time, c.time);
-        });
-    }
-}
-
 TEST(GpsMeasurement, TakesOffCableAndBoardDelay)
 {
     GpsMeasure bench;

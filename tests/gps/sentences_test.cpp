@@ -76,6 +76,15 @@ TEST(Sentences, BothSidesOfTheirLengths)
     b.refuses("PFEC,GPanc,230115123456," + std::string(36, '9') + "\r", "GPanc: Sentence length error: 60 chars");
 }
 
+TEST(Sentences, AWrittenOneNeedsRoomForItsEnd)
+{
+    char out[32];
+    EXPECT_EQ(KvdLoz6TuGps_frameSentence(out, 17, "PTNLSRT,C,0", NMEA_CHECKSUM), 0u) << "no room for the NUL";
+    EXPECT_STREQ(out, "");
+    EXPECT_EQ(KvdLoz6TuGps_frameSentence(out, 18, "PTNLSRT,C,0", NMEA_CHECKSUM), 17u);
+    EXPECT_STREQ(out, "$PTNLSRT,C,0*20\r\n");
+}
+
 TEST(Sentences, ATimeWithoutAllItsFieldsIsNoWord)
 {
     Sentences b;
@@ -86,6 +95,18 @@ TEST(Sentences, ATimeWithoutAllItsFieldsIsNoWord)
         EXPECT_EQ(b.look([] { return KvdLoz6TuGps_selfTestRecord().gppprCount; }), 0);
     }
     EXPECT_EQ(b.mp().count(KVD_TUIIF_QUALITY_LEVEL_IND), 0u);
+}
+
+TEST(Sentences, ASeriesKeepsToItsTable)
+{
+    Sentences b;
+    b.refuses("GPGSV,2,1,05,1\r", "GPGSV SVno field is 1 bytes");
+    for (int page = 1; page <= 8; ++page) b.take(sentence("GPGSV,9," + std::to_string(page) + ",36"));
+    b.take(sentence("GPGSV,9,8,36,31,10,020,40"));            // one more than there is room for
+    EXPECT_EQ(b.look(KvdLoz6TuGps_gpgsvFillIndex), 32);
+    EXPECT_EQ(b.take(sentence("GPGSV,9,9,36,32,10,020,41")), 1);
+    EXPECT_EQ(b.look([] { return KvdLoz6TuGps_gpsSatellites()[0].SVno; }), 32);
+    EXPECT_EQ(b.look([] { return KvdLoz6TuGps_gpsSatellites()[1].SVno; }), 0) << "the last slot takes them all";
 }
 
 TEST(Sentences, ASystemThatFallsSilentIsForgottenAfterAMinute)

@@ -345,19 +345,6 @@ void compareTime(PacketBench& b, const Value& out)
     for (const char* step : {"a", "b", "t_mod", "zRaw"}) meas[step].read();
 }
 
-/// Traces that the file's events stand for.
-void compareTimeTraces(PacketBench& b, const json& events)
-{
-    struct Told { const char* event; const char* trace; };
-    for (const Told& t : std::to_array<Told>({
-             {"newMean", "new mean found: "}, {"highPdvEntered", "High PDV criteria for 1588J3 profile entered"},
-             {"highPdvLeft", "High PDV criteria for 1588J3 profile left"},
-             {"notReliableEntered", "Not Reliable criteria for 1588J3 profile entered"},
-             {"notReliableLeft", "Not Reliable criteria for 1588J3 profile left"},
-             {"timerExpired", "PTP time sync ref "}}))
-        EXPECT_EQ(b.traced(t.trace), countOf(events, t.event)) << t.event;
-}
-
 /// Those without a look of their own show in the numbers: what was taken, dropped, kept.
 const std::set<std::string> TIME_EVENTS = {
     "newMean", "highPdvEntered", "highPdvLeft", "notReliableEntered", "notReliableLeft", "timerExpired", "timerStart",
@@ -377,7 +364,6 @@ void compareTimeEvents(PacketBench& b, const json& events, u32 appendedBefore, s
     EXPECT_EQ(appended(2), after < 40 ? after : after - 20);
     for (u32 t = 0; t < 4; ++t) EXPECT_EQ(packet::pdvTimerRuns(t), running.contains(t)) << t;
     EXPECT_EQ(b.refStates, refStatesOf(events));
-    if (b.profile == 0) compareTimeTraces(b, events);
 }
 
 void beginTime(PacketBench& b, const Value& init)

@@ -223,57 +223,6 @@ TEST(SocpriFollow, NoStepAndNoOffsetIsTooSmall)
     }
 }
 
-TEST(SocpriFollow, AMasterOnlyTraces)
-{
-    Told told;
-    inUnit(told, [&](regtest::RegulatorUnit& unit) {
-        unit.traceAll();
-        KvdLoz6TuReg_setOffset(1.0, 0.5);
-        KvdLoz6TuReg_handleSoCpriSDuFollowSFCAdjInd(5.0, 0.0);
-        KvdLoz6TuReg_handleSoCpriSDuFollowOCXOAdjInd(7);
-        EXPECT_FALSE(told.step.has_value() || told.adjusted.has_value());
-        EXPECT_EQ(KvdLoz6TuReg_getOffset().c, 1.0);
-        EXPECT_EQ(socpri::newest().used, 0u);
-        EXPECT_EQ(unit.traced("KvdLoz6TuReg_handleSoCpriSDuFollowSFCAdjInd(): This should not happen on mDU"), 1u);
-        EXPECT_EQ(unit.traced("KvdLoz6TuReg_handleSoCpriSDuFollowOCXOAdjInd(): This should not happen on mDU"), 1u);
-    });
-}
-
-// An answer that isn't valid keeps the count of good ones; a value that is too large ends it.
-TEST(SocpriFrequency, GoodValuesCountInARow)
-{
-    struct Value { i32 ppb; u32 valid; int result; };
-    Told told;
-    inUnit(told, [&](regtest::RegulatorUnit&) {
-        for (const Value& v : {Value{5, 1, 0}, Value{0, 0, 0}, Value{9, 2, 0}, Value{-5, 1, 0}, Value{5, 1, 1},
-                               Value{1, 1, 0}, Value{1, 1, 0}, Value{6, 1, 0}, Value{1, 1, 0}, Value{1, 1, 0},
-                               Value{1, 1, 1}}) {
-            told.adjusted.reset();
-            EXPECT_EQ(KvdLoz6TuReg_handleSoCpriFreqDiffMeas(v.ppb, v.valid), v.result) << v.ppb;
-            EXPECT_EQ(told.adjusted.has_value(), v.valid == 1 && v.result == 0);
-        }
-    });
-}
-
-// The 11th invalid value ends the link's sync, and is told before a selection that waits for it.
-TEST(SocpriPhase, TheEleventhInvalidValueInARowEndsTheSync)
-{
-    Told told;
-    inUnit(told, [&](regtest::RegulatorUnit&) {
-        for (u32 i = 0; i < 10; ++i) KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(0, 7, 0);
-        EXPECT_TRUE(told.events.empty());
-        EXPECT_EQ(written(), 0u);
-        KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(0, 7, 0);
-        EXPECT_EQ(told.events, (std::vector<std::string>{"phaseMeasAnalysisFailed", "log", "inrsiAnswerContinuation(6)"}));
-        EXPECT_EQ(socpri::validityCnt(), 0u);
-        EXPECT_EQ(written(), 11u);
-        KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(0, 7, 0);
-        EXPECT_EQ(socpri::validityCnt(), 1u);
-        KvdLoz6TuReg_resetSoCpriPhase();
-        EXPECT_EQ(socpri::validityCnt(), 0u);
-    });
-}
-
 // What the loop does to the counter with a phase doesn't reach that phase's record.
 TEST(SocpriPhase, IsLoggedWithTheCounterAsItCame)
 {
@@ -311,30 +260,6 @@ TEST(SocpriPhase, ASecondOrderOfThePauseChangesNothing)
         EXPECT_EQ(socpri::newest().event, u32{SOCPRI_EV_JUMP_END}) << "nothing logged";
         EXPECT_EQ(unit.traced("SoCPRI continued regulation tmo already started."), 1u);
         EXPECT_EQ(KvdLoz6TuReg_postponeReg(), 1u);
-    });
-}
-
-TEST(SocpriLog, WrapsAndPrintsItsSnapshotFromTheOldest)
-{
-    Told told;
-    inUnit(told, [&](regtest::RegulatorUnit& unit) {
-        for (u32 i = 0; i < socpri::LOG_RECORDS + 2; ++i)
-            KvdLoz6TuReg_logSoCpriEvent(i < 3 ? u32{SOCPRI_EV_JUMP_BEGIN} : u32{SOCPRI_EV_TIME_DATA});
-        KvdLoz6TuReg_traceSoCpriLog(1);
-        KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_JUMP_END);
-        KvdLoz6TuReg_printSoCpriHistory();
-        const std::string& text = unit.platform.shell;
-        EXPECT_EQ(text.rfind("\nSoCPRI measurement history snapshot:             \n\n[2023-11-14 22:13:20.000000]: "
-                             "apn = ", 0), 0u);
-        const auto count = [&](const char* word) {
-            std::size_t n = 0;
-            for (std::size_t at = 0; (at = text.find(word, at)) != std::string::npos; ++at) ++n;
-            return n;
-        };
-        EXPECT_EQ(count("event = SOCPRI_EV_TIME_DATA,"), 2999u);
-        EXPECT_EQ(count("event = SOCPRI_EV_JUMP_BEGIN,"), 1u) << "the two oldest are written over";
-        EXPECT_LT(text.find("event = SOCPRI_EV_JUMP_BEGIN,"), text.find("event = SOCPRI_EV_TIME_DATA,"));
-        EXPECT_EQ(count("event = SOCPRI_EV_JUMP_END,"), 0u) << "after the snapshot";
     });
 }
 

@@ -16,8 +16,6 @@ namespace regtest {
 
 class RegulatorUnit : public hwtest::Bench {
 public:
-    hwtest::FakeBus& platform = bus;
-
     RegulatorUnit() : Bench(2, false)
     {
         run([] {
