@@ -294,6 +294,25 @@ TEST(HptsiClient, AttributesDelayAndSelectionMode)
     EXPECT_EQ(unit.traces("SelectionProcessMode changed from 1 to 0"), 1u);
 }
 
+TEST(HptsiClient, TheOperatorsClockSourceActsFromTheNextFrame)
+{
+    HptsiUnit unit;
+    std::string output;
+    unit.feed(stateFrame(5, 1, 0x21), 5);
+    EXPECT_EQ(unit.node.shell().run("genhptsisource 0x04", output), 0);
+    EXPECT_EQ(unit.qualities(), (std::vector<u32>{99, 1}));
+    unit.feed(stateFrame(5, 1, 0x21), 5);
+    unit.feed(stateFrame(5, 1, 0x21), 5);
+    EXPECT_EQ(unit.qualities(), (std::vector<u32>{99, 1, 4}));
+    output.clear();
+    unit.node.shell().run("kvdinfo tuhptsi", output);
+    for (const char* text : {"clkSource override     : 4", "numberOfBytesRec       : 69"})
+        EXPECT_NE(output.find(text), std::string::npos) << text << "\n" << output;
+    EXPECT_EQ(unit.node.shell().run("genhptsisource stop", output), 0);
+    unit.feed(stateFrame(5, 0), 5);
+    EXPECT_EQ(unit.qualities(), (std::vector<u32>{99, 1, 4, 0}));
+}
+
 // ---- measurement --------------------------------------------------------------------------------
 
 /// Pulses by hand, with the source's time for each.
