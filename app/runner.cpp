@@ -31,7 +31,8 @@ public:
     Run(const sim::Scenario& scenario, const std::vector<CheckSpec>& checks, const RunOptions& options,
         sim::HostClock* clock)
         : scenario_(scenario), checks_(checks), options_(options), world_(scenario.seed),
-          progress_(!options.quiet && !options.shell, scenario.duration_s)
+          progress_(!options.quiet && !options.shell, scenario.duration_s),
+          feed_(scenario.name, options.feed)
     {
         world_.onMisuse([this](const ose::Misuse& m) { misuses_.push_back(m.text()); });
         for (const sim::UnitSpec& spec : scenario.units) {
@@ -111,7 +112,7 @@ private:
         hostNet_ = std::make_unique<sim::HostNet>(world_, net_->network(), clock);
         hostNet_->onHeard([this](const std::string& interface) { return listeningOn(interface); },
                           [this](const std::string& interface, const std::string& text) {
-                              recorders_.front()->tell(interface + "      " + text);
+                              recorders_.front()->tell(interface, text);
                           });
         for (const HostInterface& i : options_.interfaces) {
             const std::string name = i.host.empty() ? units_.front()->name() : i.host;
@@ -126,12 +127,12 @@ private:
                 throw sim::HostError(i.interface + ": '" + name + "' needs " + port.noDatagrams());
         }
         for (const HostInterface& i : options_.interfaces)
-            recorders_.front()->tell("stamps     " + hostNet_->stampsOf(i.interface));
+            recorders_.front()->tell("stamps", hostNet_->stampsOf(i.interface));
         if (options_.receiver) openReceiver(*options_.receiver);
         realTimeRefused_ = askForRealTime();
         if (!realTimeRefused_.empty())
-            recorders_.front()->tell("host       no SCHED_FIFO: " + realTimeRefused_ +
-                                     "; a loaded machine makes the run late, the summary tells how much");
+            recorders_.front()->tell("host", "no SCHED_FIFO: " + realTimeRefused_ +
+                                                 "; a loaded machine makes the run late, the summary tells how much");
     }
 
     /// In place of the simulated receiver, which has no power any more.
@@ -145,7 +146,7 @@ private:
         unit.gps().setPowered(false);
         receiver_ = std::make_unique<sim::HostGps>(world_, *hostClock_, unit.node().serial(), r.tty, r.pps);
         receiver_->onWord(
-            [this, index](const std::string& text) { recorders_[index]->tell("receiver   " + text); });
+            [this, index](const std::string& text) { recorders_[index]->tell("receiver", text); });
         unit.node().board().connect(sim::ReferenceInput::Pps, receiver_.get());
         hostNet_->attach(*receiver_);
     }
@@ -250,6 +251,8 @@ private:
             recording.units.back().delays = delays_.take(recorder->recording.name);
         }
         // An operator who left early has seen only a part of what the checks speak of.
+        recording.complete = world_.now() >= worldTime(scenario_.duration_s);
+        if (recording.complete) recording.checks = evaluateChecks(checks_, recording);
         recording.misuses = misuses_;
         if (hostNet_) recording.host = hostReport(*hostNet_, *hostClock_, realTimeRefused_, receiver_.get());
         if (!options_.out.empty())

@@ -105,7 +105,7 @@ TEST(Status, ALookChangesNothingAndAWaitSeesAStateThatHasGoneBy)
     const sim::Scenario scenario = gpsScenario();
     app::RunOptions options;
     options.quiet = true;
-    app::Recording alone = app::runScenario(scenario, options);
+    app::Recording alone = app::runScenario(scenario, {}, options);
     options.feed.socket = socketPath();
     options.feed.metrics = "0";
     int passedBy = -1, never = -1;
@@ -114,7 +114,7 @@ TEST(Status, ALookChangesNothingAndAWaitSeesAStateThatHasGoneBy)
     });
     std::thread second([&] { never = app::waitForState({socketPath(), "", "FAILURE", {}, 60.0}); });
     options.speed = 240;   // two seconds in all
-    app::Recording watched = app::runScenario(scenario, options);
+    app::Recording watched = app::runScenario(scenario, {}, options);
     first.join();
     second.join();
     EXPECT_EQ(passedBy, 0);
@@ -147,7 +147,7 @@ TEST(EventLine, IsReadAndCompletedByTheScenariosReader)
               "gps.fault antenna_open off");
     struct Case { const char* line; const char* refusal; };
     for (const Case& c :
-         {Case{"gps.fault", "'fault' is missing"}, Case{"gps.fault fault=x", "'x' is none of "},
+         {Case{"gps.fault", "'fault' is missing"}, Case{"gps.fault fault=x", "'x' is no fault of "},
           Case{"nothing.at_all", "is nothing that can happen"},
           Case{"mp.jump colour=red", "unknown key 'colour'"}, Case{"mp.jump red", "isn't key=value"},
           Case{"mp.set_gps_delay ns=ten", "a whole number is expected"},
