@@ -70,6 +70,7 @@ void KvdLoz6TuExt_handleExtInt()
     measureLine(edge);
 }
 
+/// No board delay comes off: this pulse gives a frequency, no time.
 void KvdLoz6TuExt_handleExt1ppsInt()
 {
     LatchedEdge edge{};

@@ -254,6 +254,7 @@ void takeTemperatureLimits()
     KvdLoz6TuReg_setTempLimits(s->vTmin, s->vTmax);
 }
 
+/// The reading is for the trace: the controller of the start gets the first tick's.
 void startTemperature()
 {
     startWarmupTimer();

@@ -48,6 +48,7 @@ Mat6 transitionMatrix(double T_old, double T_new, double t_s)
     return A;
 }
 
+/// A sum of scaled outer products, so symmetric to the bit. The test mode's factor covers all of the drift noise.
 Mat6 processNoise(const Vec6& x, double T, double t_s, const estimator::ProcessNoise& noise)
 {
     const double p2 = P2(T), p3 = P3(T);
@@ -227,6 +228,7 @@ AdaptedR adjustCovariance(u32 z_i, double baseVar, double m, double R, const Res
     return {R_new, false};
 }
 
+/// (I - K H) P as it stands; a negative variance that it gives is repaired.
 Update completeUpdate(const Vec6& H, const Vec6& x_pred, const Mat6& P_pred, double S, double resid)
 {
     const Vec6 K = scale(multiply<6, 6>(P_pred, H), 1.0 / S);

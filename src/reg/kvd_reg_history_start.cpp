@@ -114,6 +114,7 @@ int KvdLoz6TuReg_historyForPll()
     return isValid ? VALID : NOT_VALID;
 }
 
+/// Finds nothing at a start of the program: the region is asked for later, by the regulator.
 void KvdLoz6TuReg_historyColdFlag(u32& coldRestart)
 {
     u8 record[HIST_RECORD_SIZE];

@@ -355,6 +355,7 @@ int regulator::initiateRegulator(double vT)
     return 1;
 }
 
+/// The measurement record stays as it is, its modulus too.
 void KvdLoz6TuReg_initiateFromPll(double vT)
 {
     OcxoParams params{};
