@@ -19,8 +19,8 @@ constexpr double DAY = 86400.0;                       // s
 constexpr u8     BEST = 5;                            // f_ix of a locked frequency
 constexpr double POOR_FREQUENCY_VARIANCE = 1e-14;     // one sigma of 100 ppb
 
-/// Grade of the frequency when nothing but time passes for t_s seconds. The grading filter and the stored control
-/// learn nothing of it.
+/// Grade of the frequency when nothing but time passes for t_s seconds. The grading filter and the stored
+/// control learn nothing of it.
 u8 gradeAfter(double t_s)
 {
     const EstimateStateVar& v = estimator::state().var;

@@ -48,7 +48,7 @@ Mat6 transitionMatrix(double T_old, double T_new, double t_s)
     return A;
 }
 
-/// A sum of scaled outer products, so symmetric to the bit. The test mode's factor covers all of the drift noise.
+/// A sum of scaled outer products, so symmetric to the bit. The test mode's factor covers all drift noise.
 Mat6 processNoise(const Vec6& x, double T, double t_s, const estimator::ProcessNoise& noise)
 {
     const double p2 = P2(T), p3 = P3(T);
