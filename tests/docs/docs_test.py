@@ -3,7 +3,7 @@
 
 Every key, event, check, fault and reference type that the scenario reader knows is in docs/scenarios.md, and none
 that it doesn't; every field that kvdinfo prints is in docs/kvdinfo.md; every page is linked, every link leads
-somewhere.
+somewhere; every place and test that docs/decisions.md names is there.
 """
 import pathlib
 import re
@@ -114,10 +114,34 @@ def links():
             wrong.append(f"no page links {page.relative_to(ROOT)}")
 
 
+def decisions():
+    files = {p.name: p for d in ("src", "sim", "app", "scripts") for p in ROOT.glob(d + "/**/*") if p.is_file()}
+    held = {p.stem for p in ROOT.glob("scenarios/*.toml")}
+    for suite, name in re.findall(r"^TEST(?:_F|_P)?\((\w+), *(\w+)", text_of("tests/**/*_test.cpp"), re.M):
+        held |= {suite, f"{suite}.{name}"}
+    entries = re.findall(r"^- \*\*.*?(?=\n- |\n\n|\Z)", (DOCS / "decisions.md").read_text(encoding="utf-8"), re.M | re.S)
+    assert len(entries) > 100, "the decisions weren't found"
+    for entry in (" ".join(e.split()) for e in entries):
+        place, _, by = entry[entry.rindex(" ("):].rstrip(")").partition(";")
+        code = ""
+        for file, function in re.findall(r"`([^`]+)`|(?<![\w#/.])([A-Za-z]\w*(?:::\w+)*)", re.sub(r"\[.*\]\(.*", "", place)):
+            path = files.get(file.split("/")[-1]) if file else None
+            if file and path is None:
+                wrong.append(f"docs/decisions.md: there is no {file}: {entry[:60]}")
+            elif file:
+                code = path.read_text(encoding="utf-8")
+            elif code and not re.search(rf"\b{function.split('::')[-1]}\(", code):
+                wrong.append(f"docs/decisions.md: no {function} there: {entry[:60]}")
+        for name in re.findall(r"`([^`/]+)`", by):
+            if name not in held:
+                wrong.append(f"docs/decisions.md: there is no test or scenario {name}: {entry[:60]}")
+
+
 ROOT = ROOT.resolve()
 DOCS = ROOT / "docs"
 scenario_words()
 links()
+decisions()
 kvdinfo_fields()
 print("\n".join(wrong))
 sys.exit(1 if wrong else 0)
