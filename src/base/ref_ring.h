@@ -1,10 +1,8 @@
-// ref_ring.h - Ring of the last records, for printouts; and the room that a record's time takes.
+// ref_ring.h - Ring of the last records, for printouts.
 #pragma once
 #include "base/assert.h"
 
 #include <array>
-
-constexpr u32 TIME_STAMP_SIZE = 27;   // "%Y-%m-%d %H:%M:%S", point, six digits, terminator
 
 /// A push into a full ring drops the oldest.
 template <typename Record, u32 CAPACITY>

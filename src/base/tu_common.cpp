@@ -120,13 +120,13 @@ int TuCommon_bootParameter(const char* name, char* text, std::size_t size)
     return result;
 }
 
-void TuCommon_timeStamp(char* text27)
+void TuCommon_timeStamp(char* text)
 {
     const node::CalendarTime now = node::platform().calendar();
     const DateTime d = TuCommon_secondsToDate(now.seconds);
     // Clamped to the widths of the form; the calendar keeps to them.
-    std::snprintf(text27, 27, "%04u-%02u-%02u %02u:%02u:%02u.%06u", d.year % 10000u, d.month % 100u,
-                  d.day % 100u, d.hour % 100u, d.minute % 100u, d.second % 100u,
+    std::snprintf(text, TIME_STAMP_SIZE, "%04u-%02u-%02u %02u:%02u:%02u.%06u", d.year % 10000u,
+                  d.month % 100u, d.day % 100u, d.hour % 100u, d.minute % 100u, d.second % 100u,
                   now.microseconds % 1'000'000u);
 }
 

@@ -24,7 +24,8 @@ u8 TuCommon_nmeaChecksum(const char* text, std::size_t length);
 u8 TuCommon_crc8(const u8* bytes, std::size_t length);
 /// Boot parameter as text: 0 done. Three attempts, 50 ms apart.
 int TuCommon_bootParameter(const char* name, char* text, std::size_t size);
-/// Present time as "%Y-%m-%d %H:%M:%S", a point and six digits of microseconds; room for 27 bytes.
-void TuCommon_timeStamp(char* text27);
+constexpr u32 TIME_STAMP_SIZE = 27;   // "%Y-%m-%d %H:%M:%S", point, six digits of microseconds, terminator
+/// Present time; room for TIME_STAMP_SIZE bytes.
+void TuCommon_timeStamp(char* text);
 /// The number as "%-16.17g", in a small rotating store: for use as a trace argument only.
 const char* TuCommon_text(double value);

@@ -4,6 +4,7 @@
 // Errors  a file that can't be opened is traced and the dump left out; a write that fails is traced
 //         once and the rest of that file is lost.
 #pragma once
+#include "base/tu_common.h"
 #include "fifo/kvd_fifo_record.h"
 #include "ose/types.h"
 
@@ -15,7 +16,7 @@ void filePrint(const char* format, ...) __attribute__((format(printf, 1, 2)));
 void fileText(const char* text);
 void fileClose();
 
-struct DateText { char text[TIME_TEXT]; };
+struct DateText { char text[TIME_STAMP_SIZE]; };
 DateText dateNow();
 
 // Blocks that more than one log has.

@@ -3,6 +3,7 @@
 //         that is half written.
 // Units   as the fields say.
 #pragma once
+#include "base/tu_common.h"
 #include "ose/types.h"
 #include "sig/gps_types.h"
 
@@ -10,8 +11,6 @@
 #include <cstddef>
 
 namespace fifo {
-
-constexpr u32 TIME_TEXT = 27;      // "%Y-%m-%d %H:%M:%S", point, six digits, terminator
 
 struct Coordinate {
     u8  hemisphere;                // GpsDirection
@@ -33,7 +32,7 @@ using Satellites = std::array<GpsSatellite, GPS_BEST_SATELLITES>;
 
 /// What every receiver tells.
 struct GpsCommon {
-    char time[TIME_TEXT];          // empty: not used
+    char time[TIME_STAMP_SIZE];          // empty: not used
     u8 spare;
     Position GPGGA;
     u8 GPGGA_noOfSatellites;
@@ -80,7 +79,7 @@ static_assert(offsetof(GpsOther, GPGSA_used) == 172 && sizeof(GpsOther) == 184);
 
 /// A control step of the regulator.
 struct Regulator {
-    char time[TIME_TEXT];
+    char time[TIME_STAMP_SIZE];
     u8 spare;
     u32 Ref;                       // measurement index
     float latchedTime;             // s, of the reference's edge; 0 for a step without one
@@ -102,7 +101,7 @@ static_assert(offsetof(Regulator, Uf) == 120 && sizeof(Regulator) == 136);
 
 /// A minute of the sky.
 struct SkyView {
-    char time[TIME_TEXT];
+    char time[TIME_STAMP_SIZE];
     u8 spare;
     Position GPGGA;                // instantaneous
     Position GPavp;                // averaged

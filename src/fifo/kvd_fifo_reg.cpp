@@ -10,7 +10,9 @@
 #include "ose/module_data.h"
 #include "sig/reg_types.h"
 
+#include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace {
 
@@ -25,8 +27,6 @@ struct State {
     float latchedTime = 0.0f;      // s, waits for its record
 };
 ose::ModuleData<State> s;
-
-Regulator& record() { return s->ring[s->index]; }
 
 void timeAndFrequency(const std::array<double, 6>& x, float (&out)[2])
 {
@@ -46,57 +46,31 @@ void timeAndFrequency(const std::array<double, 36>& P, float (&out)[4])
 
 // ---- filling ------------------------------------------------------------------------------------
 
-void KvdLoz6FifoReg_newRecord()
-{
-    s->index = static_cast<u16>((s->index + 1) % RECORDS);
-    record() = {};
-    record().Ref = Z_NO_REF;
-    TuCommon_timeStamp(record().time);
-}
-
 void KvdLoz6FifoReg_setLatchedTime(double latchedTime)
 {
     s->latchedTime = static_cast<float>(latchedTime);
 }
 
-void KvdLoz6FifoReg_setRef(u32 z_i)
+void KvdLoz6FifoReg_add(const FifoRegStep& step)
 {
-    record().Ref = z_i;
-    if (z_i == Z_TEMP_REF) return;
-    record().latchedTime = s->latchedTime;
-    s->latchedTime = 0.0f;
+    s->index = static_cast<u16>((s->index + 1) % RECORDS);
+    Regulator& r = s->ring[s->index] = {};
+    std::copy_n(step.time, TIME_STAMP_SIZE, r.time);
+    r.Ref = step.z_i;
+    if (step.z_i != Z_TEMP_REF) r.latchedTime = std::exchange(s->latchedTime, 0.0f);
+    r.sfcTime_c = static_cast<float>(step.c);
+    r.sfcTime_f = step.f;
+    r.z = static_cast<float>(step.z);
+    r.R = static_cast<float>(step.R);
+    r.m = static_cast<float>(step.m);
+    timeAndFrequency(step.x_pred, r.x_pred);
+    timeAndFrequency(step.P_pred, r.P_pred);
+    timeAndFrequency(step.K, r.Kgain);
+    timeAndFrequency(step.x_est, r.x_est);
+    timeAndFrequency(step.P_est, r.P_est);
+    r.Uf = step.Uf;
+    r.duf = static_cast<float>(step.duf);
 }
-
-void KvdLoz6FifoReg_setSfcTime(double c, double f)
-{
-    record().sfcTime_c = static_cast<float>(c);
-    record().sfcTime_f = f;
-}
-
-void KvdLoz6FifoReg_setZ(double z) { record().z = static_cast<float>(z); }
-void KvdLoz6FifoReg_setR(double R) { record().R = static_cast<float>(R); }
-void KvdLoz6FifoReg_setM(double m) { record().m = static_cast<float>(m); }
-
-void KvdLoz6FifoReg_setPrediction(const std::array<double, 6>& x_pred,
-                                  const std::array<double, 36>& P_pred)
-{
-    timeAndFrequency(x_pred, record().x_pred);
-    timeAndFrequency(P_pred, record().P_pred);
-}
-
-void KvdLoz6FifoReg_setEstimate(const std::array<double, 6>& x_est,
-                                const std::array<double, 36>& P_est)
-{
-    timeAndFrequency(x_est, record().x_est);
-    timeAndFrequency(P_est, record().P_est);
-}
-
-void KvdLoz6FifoReg_setKgain(const std::array<double, 6>& K)
-{
-    timeAndFrequency(K, record().Kgain);
-}
-void KvdLoz6FifoReg_setUf(double Uf) { record().Uf = Uf; }
-void KvdLoz6FifoReg_setDuf(double duf) { record().duf = static_cast<float>(duf); }
 
 // ---- the file -----------------------------------------------------------------------------------
 

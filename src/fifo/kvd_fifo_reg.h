@@ -4,26 +4,26 @@
 // Units   s and s/s unless a name says otherwise.
 // Errors  none.
 #pragma once
+#include "base/tu_common.h"
 #include "ose/types.h"
 
 #include <array>
 
-/// Moves on to a record without values, of NO_REF, and stamps it.
-void KvdLoz6FifoReg_newRecord();
-/// Time of the edge that the next record of a reference belongs to; that record takes it.
+/// What a control step leaves. Of the six states the record keeps time and frequency, of a covariance their
+/// four elements.
+struct FifoRegStep {
+    char time[TIME_STAMP_SIZE] = {};      // when it began
+    u32 z_i = 0;                          // measurement index
+    double c = 0, f = 0;                  // frame counter's time: s, multiples of 1024, and the rest
+    double z = 0;                         // s; the normalised temperature of a temperature step
+    double R = 0;                         // s^2
+    double m = 0;
+    std::array<double, 6> x_pred{}, x_est{}, K{};
+    std::array<double, 36> P_pred{}, P_est{};
+    double Uf = 0, duf = 0;               // divider after the step, and the step
+};
+
+/// Time of the edge that the next step of a reference belongs to; that step's record takes it.
 void KvdLoz6FifoReg_setLatchedTime(double latchedTime);
-/// Measurement index. A step of a reference takes the latched time, one of temperature has none.
-void KvdLoz6FifoReg_setRef(u32 z_i);
-void KvdLoz6FifoReg_setSfcTime(double c, double f);
-void KvdLoz6FifoReg_setZ(double z);
-void KvdLoz6FifoReg_setR(double R);
-void KvdLoz6FifoReg_setM(double m);
-/// Of the six states the record keeps time and frequency, of a covariance their four elements.
-void KvdLoz6FifoReg_setPrediction(const std::array<double, 6>& x_pred,
-                                  const std::array<double, 36>& P_pred);
-void KvdLoz6FifoReg_setEstimate(const std::array<double, 6>& x_est,
-                                const std::array<double, 36>& P_est);
-void KvdLoz6FifoReg_setKgain(const std::array<double, 6>& K);
-/// Divider after the step, and the step.
-void KvdLoz6FifoReg_setUf(double Uf);
-void KvdLoz6FifoReg_setDuf(double duf);
+/// A step of temperature has no latched time, and leaves the one that waits.
+void KvdLoz6FifoReg_add(const FifoRegStep& step);

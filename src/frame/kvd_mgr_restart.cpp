@@ -91,7 +91,7 @@ void KvdLoz6TuMgr_startHardware(u32 idlMode, u32 restart)
     } else {
         s->coldRestart = restart;
         s->hwInitResult = static_cast<u32>(tuHwIf_initiate(s->coldRestart, 1));
-        if (KvdLoz6TuMgr_masterSlaveMode() == 1) tuHwif_startIntProc();
+        if (KvdLoz6TuMgr_isMaster()) tuHwif_startIntProc();
     }
     s->hwDiagResult = KvdLoz6HwDiag_startUp(KvdUnit_life().restartType, s->hwInitResult);
 }

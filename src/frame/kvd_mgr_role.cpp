@@ -30,7 +30,7 @@ void becomeSlave(u8 timeMode)
 void KvdLoz6TuMgr_takeRole(u8 timeMode, u8 masterSlaveMode)
 {
     const bool toMaster = masterSlaveMode == 1;
-    if ((KvdLoz6TuReg_isMaster() != 0) == toMaster) {
+    if (KvdLoz6TuReg_isMaster() == toMaster) {
         if (toMaster) KvdLoz6TuReg_setMaster(timeMode);
         else          KvdLoz6TuReg_setSlave(timeMode);
         return;

@@ -18,6 +18,7 @@
 #include "reg/kvd_reg_pll.h"
 #include "sig/ref_types.h"
 #include "sig/reg_sig.h"
+#include "sig/tuiif_sig.h"
 
 #include <charconv>
 #include <iterator>
@@ -27,9 +28,6 @@ namespace {
 using coli::is;
 using coli::number;
 using node::shellPrintf;
-
-// Clock states in which a class of holdover runs.
-constexpr u8 FREQUENCY_HOLDOVER = 4, TIME_OFFSET_HOLDOVER = 9, RNT_TIME_HOLDOVER = 11;
 
 int usage(const char* text)
 {
@@ -60,11 +58,12 @@ constexpr const char* HOLDOVER_USAGE =
     "holdoverThr - holdover duration in minutes ( holdoverThr > 0 ) or 'd' for "
     "removing the threshold\n";
 
+/// A class of holdover, and the clock state in which it runs.
 struct HoldoverWord { const char* word; HoldoverClass holdoverClass; u8 clockState; const char* text; };
 constexpr HoldoverWord HOLDOVER_WORDS[] = {
-    {"rnt",  HOLDOVER_RNT,  RNT_TIME_HOLDOVER,    "RNT HOLDOVER"},
-    {"to",   HOLDOVER_TO,   TIME_OFFSET_HOLDOVER, "TIME HOLDOVER"},
-    {"freq", HOLDOVER_FREQ, FREQUENCY_HOLDOVER,   "FREQ HOLDOVER"},
+    {"rnt",  HOLDOVER_RNT,  KVD_TUIIF_RNT_TIME_HOLDOVER,    "RNT HOLDOVER"},
+    {"to",   HOLDOVER_TO,   KVD_TUIIF_TIME_OFFSET_HOLDOVER, "TIME HOLDOVER"},
+    {"freq", HOLDOVER_FREQ, KVD_TUIIF_FREQUENCY_HOLDOVER,   "FREQ HOLDOVER"},
 };
 
 void printThresholds()
@@ -115,7 +114,9 @@ bool wordValue(const CommandWord (&words)[N], const char* argument, u32& value)
 }
 
 // Reference classes of the thresholds.
-constexpr CommandWord PDV_THRESHOLDS[] = {{"packettime", 4}, {"packetfreq", 5}, {"ntp", 2}};
+constexpr CommandWord PDV_THRESHOLDS[] = {{"packettime", PACKET_TIME_FRO_CLASS},
+                                          {"packetfreq", PACKET_FREQ_FRO_CLASS},
+                                          {"ntp", NTP_FRO_CLASS}};
 
 /// Nanoseconds above 0, taken whole: hexadecimal behind 0x, octal behind 0, else decimal.
 bool thresholdNumber(const char* text, u32& ns)
@@ -281,7 +282,7 @@ int kvdremovetime(int argc, char**)
 {
     if (argc != 1) return usage("Usage: kvdremovetime\n");
     const u8 state = KvdLoz6TuIifAdm_radioClockState();
-    if (state != TIME_OFFSET_HOLDOVER && state != RNT_TIME_HOLDOVER) {
+    if (state != KVD_TUIIF_TIME_OFFSET_HOLDOVER && state != KVD_TUIIF_RNT_TIME_HOLDOVER) {
         shellPrintf("The radio clock is not currently in TIME HOLDOVER mode - "
                     "retry command when in Time Holdover.\n");
         return COLI_REFUSED;

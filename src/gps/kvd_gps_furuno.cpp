@@ -6,6 +6,7 @@
 #include "gps/kvd_gps_receiver.h"
 #include "mp/kvd_iifadm_send.h"
 #include "ose/module_data.h"
+#include "sig/ref_types.h"
 
 namespace {
 
@@ -15,7 +16,6 @@ using gps::LEVEL_REFUSED;
 using gps::Sentence;
 
 constexpr u64 WEEK_s = 604'800;
-constexpr u32 GPS_FRO_CLASS = 3;               // of the GPS reference's quality level
 constexpr u8  LEVEL_TIME_STANDARD = TRACE_10;
 
 struct State {
@@ -37,15 +37,15 @@ void storeTimeStandard(u32 timeStandard)
         KVD_TRACE(TRACE_TUGPS, LEVEL_TIME_STANDARD, "TIME STANDARD %u to %u", s->timeStandard,
                   timeStandard);
         s->timeStandard = timeStandard;
-        KvdLoz6TuIifAdm_sendQualityLevelInd(0, GPS_FRO_CLASS, isUsable(timeStandard) ? 0 : 1, 0);
+        KvdLoz6TuIifAdm_sendQualityLevelInd(GPS_FRO_ID, GPS_FRO_CLASS, isUsable(timeStandard) ? 0 : 1, 0);
     }
-    KvdLoz6TuGps_receiver().timeNotValid = isUsable(timeStandard) ? 0 : 1;
+    KvdLoz6TuGps_receiverRecord().timeNotValid = isUsable(timeStandard) ? 0 : 1;
     if (!isUsable(timeStandard)) KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPtps: Time is not usable");
 }
 
 void setObservationMode(u32 mode)
 {
-    GpsReceiver& receiver = KvdLoz6TuGps_receiver();
+    GpsReceiver& receiver = KvdLoz6TuGps_receiverRecord();
     switch (mode) {
     case 1:
         receiver.observationMode = GPS_SURVEY;
@@ -125,7 +125,7 @@ int KvdLoz6TuGps_parsePxxxGPtps(const char* text)
     if (!field.next("GPtps: Mode", 1)) return 0;
     const u32 mode = gps::toNumber(field.value);
     if (!readLeapSeconds(field)) return 0;
-    GpsReceiver& receiver = KvdLoz6TuGps_receiver();
+    GpsReceiver& receiver = KvdLoz6TuGps_receiverRecord();
     if (!field.next("GPtps: Gps weeks", 4)) return 0;
     receiver.gpsTimeWeek = gps::toNumber(field.value);
     if (!field.next("GPtps: Count of seconds", 6)) return 0;

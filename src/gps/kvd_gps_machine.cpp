@@ -321,7 +321,7 @@ void gps::onOperationalTimeout()
 void gps::onValidTimeout()
 {
     if (!takeTimeout(state().validTmoRef)) return;
-    KvdLoz6TuGps_receiver().gpsCurrentTime = 0.0;
+    KvdLoz6TuGps_receiverRecord().gpsCurrentTime = 0.0;
     enter(GPS_OPERATIONAL);
 }
 

@@ -97,7 +97,7 @@ int KvdLoz6TuGps_parseGPGGA(const char* text)
     if (!field.next("GPGGA DGPS Station ID", 0, 4)) return 0;
     if (!gps::fullyParsed(sentence, field.consumed(), "GPGGA")) return 0;
 
-    KvdLoz6TuGps_receiver().instantaneous = position;
+    KvdLoz6TuGps_receiverRecord().instantaneous = position;
     KvdLoz6FifoGps_storeGpggaPosition(position);
     return 1;
 }

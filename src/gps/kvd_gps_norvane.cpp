@@ -7,6 +7,7 @@
 #include "gps/kvd_gps_receiver.h"
 #include "mp/kvd_iifadm_send.h"
 #include "ose/module_data.h"
+#include "sig/ref_types.h"
 
 #include <algorithm>
 #include <cstring>
@@ -19,7 +20,6 @@ using gps::LEVEL_REFUSED;
 using gps::Sentence;
 
 constexpr u64 WEEK_s = 604'800;
-constexpr u32 GPS_FRO_CLASS = 3;          // of the GPS reference's quality level
 constexpr u8  GPSS_LOCKED = 0, GPSS_FREE_RUNNING = 1, GPSS_1PPS_NOT_SYNCHRONISED = 3;
 
 struct State {
@@ -46,7 +46,7 @@ void storeStatus(u8 gpssStatus)
     if (gpssStatus != s->said.gpssStatus) {
         KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "QualityLevelInd (GPS) gpssStatus: %u -> %u",
                   s->said.gpssStatus, gpssStatus);
-        KvdLoz6TuIifAdm_sendQualityLevelInd(0, GPS_FRO_CLASS,
+        KvdLoz6TuIifAdm_sendQualityLevelInd(GPS_FRO_ID, GPS_FRO_CLASS,
                                             gpssStatus > GPSS_FREE_RUNNING ? 1 : 0, 0);
     }
     s->said.gpssStatus = gpssStatus;
@@ -55,7 +55,7 @@ void storeStatus(u8 gpssStatus)
 /// What the report means for the time of day.
 void storeTime(u8 gpssStatus, u8 gpssFaulty)
 {
-    GpsReceiver& receiver = KvdLoz6TuGps_receiver();
+    GpsReceiver& receiver = KvdLoz6TuGps_receiverRecord();
     if (gpssFaulty != 0 || gpssStatus == GPSS_1PPS_NOT_SYNCHRONISED) {
         receiver.timeNotValid = 1;
         receiver.timeValid = 0;
@@ -72,7 +72,7 @@ void storeTime(u8 gpssStatus, u8 gpssFaulty)
 
 void setObservationMode(u8 pp1state)
 {
-    u8& mode = KvdLoz6TuGps_receiver().observationMode;
+    u8& mode = KvdLoz6TuGps_receiverRecord().observationMode;
     switch (pp1state) {
     case 1:
         mode = GPS_SURVEY;
@@ -154,7 +154,7 @@ int KvdLoz6TuGps_parsePxxxGPppr(const char* text)
     ++s->counters.numberOfPNVXGPppr;
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Received Periodic PPS report");
 
-    GpsReceiver& receiver = KvdLoz6TuGps_receiver();
+    GpsReceiver& receiver = KvdLoz6TuGps_receiverRecord();
     if (!field.nextBeforeChecksum()) return 0;
     receiver.gpsTow = gps::toNumber(field.value);
     if (!field.nextBeforeChecksum()) return 0;
@@ -258,7 +258,7 @@ int KvdLoz6TuGps_parsePxxxGPavp(const char* text)
     position.altitude = gps::toDouble(field.value);
     if (!field.next()) return 0;
 
-    KvdLoz6TuGps_receiver().averaged = position;
+    KvdLoz6TuGps_receiverRecord().averaged = position;
     KvdLoz6FifoGps_storeGpavp(position);
     return 1;
 }

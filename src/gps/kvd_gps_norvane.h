@@ -45,6 +45,7 @@ int KvdLoz6TuGps_parsePxxxGPavp(const char* sentence);
 int KvdLoz6TuGps_parsePxxxGPout(const char* sentence);
 
 const GpsNorvane& KvdLoz6TuGps_norvane();
+/// No sentence fills `code`: it is set from outside.
 GpsSelfTestRecord& KvdLoz6TuGps_selfTestRecord();
 const GpsNorvaneCounters& KvdLoz6TuGps_norvaneCounters();
 void KvdLoz6TuGps_clearNorvaneCounters();

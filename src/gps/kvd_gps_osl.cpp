@@ -281,7 +281,7 @@ bool takeTimeout(KvdTimer& timer) { return KvdTimer_expired(timer) && s->gpsStat
 void onValidTimeout()
 {
     if (!takeTimeout(s->validTmoRef)) return;
-    KvdLoz6TuGps_receiver().gpsCurrentTime = 0.0;
+    KvdLoz6TuGps_receiverRecord().gpsCurrentTime = 0.0;
     enter(GPS_OPERATIONAL);
 }
 
@@ -427,7 +427,7 @@ void KvdLoz6GpsOsl_handleInt()
     if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) return KvdLoz6TuReg_pll_control(o.z);
     KvdLoz6TuReg_measUpdate(o.z_i, o.z, o.t_s, o.phase);
     // A link that is still selected, or again, after its loop has ended: nobody else begins it anew.
-    if (KvdLoz6TuReg_isMaster() != 0) KvdLoz6TuReg_pll_init(PLL_Unlocked);
+    if (KvdLoz6TuReg_isMaster()) KvdLoz6TuReg_pll_init(PLL_Unlocked);
 }
 
 void KvdLoz6GpsOsl_printInfo()

@@ -38,20 +38,19 @@ constexpr OSTIME GPGGA_PERIOD = 60'000;
 constexpr OSTIME CMCC_TIME_AFTER = 1, CMCC_STATE_AFTER = 200;
 constexpr OSTIME GRACE = 5'000;
 constexpr u32 OUTPUT_INTERRUPT = TU_GPS_OUT_INT;
-constexpr u32 LOOP_HAS_TIME = 11;                        // as a loop's change tells it
 
-bool isMaster() { return KvdLoz6TuReg_isMaster() != 0; }
 bool hasValidLoop() { return KvdLoz6TuReg_slavePllState() == SLAVE_PLL_Locked; }
 
 /// On a master the regulator's lock; on a slave what the master said of itself.
 bool isTimeUsable()
 {
-    return isMaster() ? KvdLoz6TuReg_isLocked() : classTest(s->master.regState, s->master.rcState);
+    return KvdLoz6TuReg_isMaster() ? KvdLoz6TuReg_isLocked()
+                                   : classTest(s->master.regState, s->master.rcState);
 }
 bool isOffsetKnown() { return KvdLoz6TuReg_regState() == TRUETIME; }
 
 /// A slave of a node that follows the sync link itself gives nothing back to it.
-bool mayBeOn() { return s->master.selectedRef != GPSOSL_REF || isMaster(); }
+bool mayBeOn() { return s->master.selectedRef != GPSOSL_REF || KvdLoz6TuReg_isMaster(); }
 
 void enableInterrupt() { tuHwIf_enableIsr(OUTPUT_INTERRUPT); }
 void disableInterrupt() { tuHwIf_disableIsr(OUTPUT_INTERRUPT); }
@@ -118,7 +117,7 @@ u32 begin()
     }
     enableInterrupt();
     restartGpgga();
-    if (!isMaster() || !isOffsetKnown()) return OUT_NOTHING_LOCKED;
+    if (!KvdLoz6TuReg_isMaster() || !isOffsetKnown()) return OUT_NOTHING_LOCKED;
     if (mayBeOn()) switchOutput(true);
     s->dropped = 0;
     s->gpsTimeLocked = 1;
@@ -150,7 +149,7 @@ u32 lockFrequency()
 u32 lockTime()
 {
     clearFlags();
-    if (isMaster()) s->gpsTimeLocked = 1;
+    if (KvdLoz6TuReg_isMaster()) s->gpsTimeLocked = 1;
     enableOutput();
     s->dropped = 0;
     KvdTimer_cancel(s->graceTimer);
@@ -218,7 +217,7 @@ void onTimeData(const KvdTuiif10TimeDataInd* ind)
     const TuiifTimeData& d = ind->data;
     const bool selectionChanged = d.selectedRef != s->master.selectedRef;
     s->master = {d.regState, d.rcState, d.selectedRef, d.gpsState, d.jumpIndication, d.t_c, 1};
-    if (s->gpsOutState <= OUT_INIT_SERIAL_PORT || isMaster()) return;
+    if (s->gpsOutState <= OUT_INIT_SERIAL_PORT || KvdLoz6TuReg_isMaster()) return;
     followMaster(selectionChanged);
 }
 
@@ -295,7 +294,7 @@ void onPulse()
     if (s->gpsOutState <= OUT_INIT_SERIAL_PORT) return;
     if (s->protocol == PROTOCOL_NORVANE)
         restart(s->gpoutTimer, GPOUT_AFTER, KVD_TUGPS_OUT_GPOUT_TIMEOUT, "GPout");
-    const bool isUsable = isTimeUsable() && (isMaster() || hasValidLoop());
+    const bool isUsable = isTimeUsable() && (KvdLoz6TuReg_isMaster() || hasValidLoop());
     if (s->dropped != 0 && (s->pp1sAligned != 0 || !isUsable)) return;
     double period = 0, counterTime = 0;
     const bool isCounterRead = tuHwIf_readGpsOutTime(period, counterTime) == 0;
@@ -330,11 +329,12 @@ void onGpppr()
 
 void onGpout()
 {
-    const bool jump = isMaster() ? KvdLoz6TuReg_jumpState() != JUMP_NOT_NEEDED
+    const bool jump = KvdLoz6TuReg_isMaster() ? KvdLoz6TuReg_jumpState() != JUMP_NOT_NEEDED
                                  : s->master.jumpIndication > 0;
     say(gpoutSentence(KvdLoz6TuIifAdm_radioClockState(), jump,
-                      gnssTimePresent(s->master.selectedRef, isMaster(), KvdLoz6TuIifAdm_selectedRef()),
-                      !isMaster()),
+                      gnssTimePresent(s->master.selectedRef, KvdLoz6TuReg_isMaster(),
+                                      KvdLoz6TuIifAdm_selectedRef()),
+                      !KvdLoz6TuReg_isMaster()),
         s->counters.numberOfPNVXGPoutMsgs);
 }
 
@@ -495,7 +495,7 @@ void KvdLoz6GpsOut_handleInt() { KvdLoz6TuGps_handleInt(); }
 void KvdLoz6GpsOut_regStateChanged()
 {
     const u8 regState = KvdLoz6TuReg_regState();
-    if (!isMaster()) {
+    if (!KvdLoz6TuReg_isMaster()) {
         KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "Regulator changes state to %s (%u)",
                   KvdLoz6TuReg_regStateText(regState), regState);
         return;
@@ -510,7 +510,7 @@ void KvdLoz6GpsOut_regStateChanged()
 void KvdLoz6GpsOut_pllStateChanged(u32 pllState)
 {
     if (s->gpsOutState == OUT_UN_INIT) return;
-    if (pllState != LOOP_HAS_TIME) return changeState(EV_LOST);
+    if (pllState != PLL_IS_TIME_LOCKED) return changeState(EV_LOST);
     if (s->master.regState == TRUETIME) return onTimeWithOffset();
     const bool good = s->pp1sAligned != 0 && classTest(s->master.regState, s->master.rcState);
     changeState(good ? EV_FREQUENCY : EV_LOST);

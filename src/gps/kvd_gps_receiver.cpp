@@ -16,7 +16,8 @@ const char* furunoUnitText()
 
 }  // namespace
 
-GpsReceiver& KvdLoz6TuGps_receiver() { return *s; }
+const GpsReceiver& KvdLoz6TuGps_receiver() { return *s; }
+GpsReceiver& KvdLoz6TuGps_receiverRecord() { return *s; }
 
 void KvdLoz6TuGps_setGpssType(u32 gpssType)
 {

@@ -1,12 +1,14 @@
 // kvd_gps_receiver.h - What the receiver has told of itself: kind, time, observation mode, position.
-// Owner   the manager process. Detection and the sentence parsers write; everybody reads.
+// Owner   the manager process. Detection, the sentence parsers and the state machines of the receivers, which
+//         forget the time, write; everybody reads.
 // Units   GPS time in s since 1980-01-06; week and second of the week.
 // Errors  none.
 #pragma once
 #include "sig/gps_types.h"
 
-/// The one record. Only detection and the parsers write it.
-GpsReceiver& KvdLoz6TuGps_receiver();
+const GpsReceiver& KvdLoz6TuGps_receiver();
+/// The one record, for its writers.
+GpsReceiver& KvdLoz6TuGps_receiverRecord();
 
 /// Both types at once, as detection and the dialects do.
 void KvdLoz6TuGps_setGpssType(u32 gpssType);

@@ -8,6 +8,7 @@
 #include "node/trace.h"
 #include "ose/ose.h"
 #include "reg/kvd_reg.h"
+#include "sig/ref_types.h"
 
 #include <cstdio>
 
@@ -23,7 +24,6 @@ constexpr OSTIME SELF_TEST_TIME = 15'000;
 enum GpsStatus : u8 { GPS_STATUS_UNKNOWN = 0, GPS_STATUS_OK = 1, GPS_STATUS_FAULT = 2 };
 
 constexpr u8 SELF_TEST_FAULTS = 0xFB;   // bit 2 of the code is no fault
-constexpr u32 GPS_FRO_ID = 0, GPS_FRO_CLASS = 3;
 
 bool isSuppressed() { return state().suprAlarmTmoRef.runs(); }
 bool isTestMode() { return KvdLoz6TuReg_testMode() != 0; }

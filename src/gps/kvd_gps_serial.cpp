@@ -2,7 +2,7 @@
 #include "gps/kvd_gps_serial.h"
 
 #include "base/trace_groups.h"
-#include "hw/hali.h"
+#include "hw/kvd_serial_line.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
@@ -19,17 +19,7 @@ constexpr u32 SENTENCE_MAX = 254;        // characters of a sentence, its CR wit
 constexpr u32 SENTENCE_EXTRA = 14;       // a posted buffer's bytes beyond the sentence's length
 enum SerialState : u8 { SERIAL_IDLE = 0, SERIAL_IN_SENTENCE = 1 };
 
-// What 0x1001, 0x1002 and 0x1006 mean is the driver's own.
-constexpr node::SerialSetting SETTINGS[] = {
-    {0x1000, 9600},          // bit/s
-    {0x1001, 3000},
-    {0x1002, 254},
-    {0x1003, 8},             // data bits
-    {0x1004, 1},             // stop bits
-    {0x1005, 'N'},           // parity
-    {0x1006, 10},
-    {0xFFFFFFFF, 0},
-};
+constexpr auto SETTINGS = serialSettings(SENTENCE_MAX, 10);
 
 struct LineRow {
     const char* process;                 // client process of the driver
@@ -54,17 +44,6 @@ struct State {
 };
 ose::ModuleData<State> s;
 
-SerialBuffer* allocateBuffer(u32 bytes)
-{
-    return reinterpret_cast<SerialBuffer*>(ose::alloc(sizeof(SIGSELECT) + bytes, 0));
-}
-
-void freeBuffer(SerialBuffer* buffer)
-{
-    Signal* sig = reinterpret_cast<Signal*>(buffer);
-    ose::free_buf(&sig);
-}
-
 template <GpsLine LINE>
 void onError(u32 code)
 {
@@ -80,9 +59,7 @@ void onData(const SerialBuffer* buffer, u32 count)
 template <GpsLine LINE>
 constexpr SerialPortDescriptor portOf()
 {
-    return {SETTINGS,
-            {allocateBuffer, freeBuffer, onError<LINE>, onData<LINE>, freeBuffer},
-            2048, 10, UART_VECTOR, LINES[LINE].process};
+    return serialPort(SETTINGS, onError<LINE>, onData<LINE>, LINES[LINE].process);
 }
 constexpr SerialPortDescriptor PORTS[GPS_LINES] = {
     portOf<GPS_LINE_RECEIVER>(), portOf<GPS_LINE_SYNC_LINK>(), portOf<GPS_LINE_OUTPUT>()};

@@ -199,7 +199,7 @@ int tuHwIf_readGpsOutTime(double& period, double& time)
     }
     GpsOutData data = loadGpsOutData();
     GpsOutSources sources{};
-    sources.isMaster = HWIF_UPCALLS.isMaster() != 0;
+    sources.isMaster = HWIF_UPCALLS.isMaster();
     if (sources.isMaster) sources.t_c = HWIF_UPCALLS.lastSampleTime();
     else sources.outValid = HWIF_UPCALLS.gpsOutTime(sources.outTime);
     const GpsOutReading reading = extendGpsOutTime(c, sources, data);

@@ -4,7 +4,7 @@
 #include "ose/types.h"
 
 struct HwifUpcalls {
-    u8 (*isMaster)();                            // 1 master, 0 slave, as the regulator goes by
+    bool (*isMaster)();                          // as the regulator goes by
     double (*divider)();                         // the control law's last one
     double (*lastSampleTime)();                  // s, whole turns of the frame counter
     u32 (*gpsOutTime)(double& time);             // 1 while the output's time is valid; s

@@ -9,6 +9,7 @@
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_pll.h"
 #include "reg/kvd_reg_socpri.h"
+#include "sig/ref_types.h"
 #include "socpri/kvd_socpri_inrsi.h"
 #include "socpri/kvd_socpri_inrsi_sdu.h"
 #include "unit/kvd_unit_process.h"
@@ -26,7 +27,6 @@ constexpr u32 SLAVE_DU = 2;   // apn of the unit that follows on an inter-unit l
 // ---- SoCPRI ----
 
 constexpr u32 SOCPRI_FRO_ID = 0;
-constexpr u32 SOCPRI_FRO_CLASS = 9;
 constexpr u32 ALIGN_REFUSED = 1, ALIGN_FAILED = 0;
 
 /// Ports travel counted from 1; none becomes 255.

@@ -27,6 +27,7 @@ u32  KvdLoz6TuIifAdm_piuInstanceId();
 u8   KvdLoz6TuIifAdm_storedMasterSlaveMode();   // as negotiated, any value
 /// 1 master, 0 slave; any other stored value is traced and reads as 0.
 u8   KvdLoz6TuMgr_masterSlaveMode();
+bool KvdLoz6TuMgr_isMaster();
 u8   KvdLoz6TuIifAdm_radioClockState();
 
 /// Clock state: report of the regulator, its regState.

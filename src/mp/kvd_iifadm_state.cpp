@@ -32,6 +32,7 @@ u8 KvdLoz6TuMgr_masterSlaveMode()
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Unavailable masterSlaveMode %d ", stored);
     return 0;
 }
+bool KvdLoz6TuMgr_isMaster() { return KvdLoz6TuMgr_masterSlaveMode() == 1; }
 
 u8  KvdLoz6TuIifAdm_selectedRef() { return s->savedBvqStatusData.selectedRef; }
 u8  KvdLoz6TuIifAdm_prevSelectedRef() { return s->savedBvqStatusData.prevSelectedRef; }

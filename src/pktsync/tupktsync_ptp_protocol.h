@@ -8,6 +8,7 @@
 #pragma once
 #include "pktsync/tupktsync_ptp_msg.h"
 #include "pktsync/tupktsync_ts_collect.h"
+#include "sig/ref_types.h"
 
 #include <array>
 
@@ -16,9 +17,6 @@ constexpr u32 PTP_CLOCKS = 8;
 enum PtpProfile : u8 { IEEE_1588_J3 = 0, ITU_T_G_8275_1 = 1 };
 enum PtpMulticastAddress : u8 { FORWARDABLE = 0, NON_FORWARDABLE = 1 };
 enum PtpMapping : u8 { PTP_ETHERNET = 0, UDP_UC = 1, UDP_MC = 2 };
-
-// froClassNo of a reference.
-constexpr u32 PACKET_TIME_FRO_CLASS = 4, PACKET_FREQ_FRO_CLASS = 5;
 
 constexpr u32 PTP_POOL_SYNC = 0, PTP_POOL_DELAY = 1;
 
@@ -51,7 +49,7 @@ struct PtpClockRqmt {
 struct PtpClockSetup {
     u32 syncrefId = 0;                 // 0 to 7
     u32 froId = 0;
-    u32 froClassNo = 0;
+    u32 froClassNo = 0;             // PACKET_TIME_FRO_CLASS or PACKET_FREQ_FRO_CLASS
     u8  ptpMapping = PTP_ETHERNET;
     u8  domainNumber = 0;
     PktIpAddress serverIpAddress;

@@ -14,18 +14,14 @@
 #include "reg/kvd_reg_pll.h"
 #include "sig/hwif_sig.h"
 #include "sig/idpi_sig.h"
+#include "sig/ref_types.h"
 #include "unit/kvd_unit_link.h"
 #include "unit/kvd_unit_process.h"
 #include "hw/kvd_hwif.h"
 
 namespace {
 
-/// Classes of the packet references that have a delay history.
-constexpr u32 CLASS_NTP = 2, CLASS_PACKET_TIME = 4, CLASS_PACKET_FREQ = 5;
-
 RefTable& table() { return KvdLoz6TuRef_table(); }
-
-bool isMaster() { return KvdLoz6TuMgr_masterSlaveMode() == 1; }
 
 // ---- handlers -----------------------------------------------------------------------------------
 
@@ -37,8 +33,8 @@ void onSelectSynchRef(const KvdTuiifSelectSynchRefInd* ind)
 
 bool hasDelayHistory(u32 froClassNo)
 {
-    return froClassNo == CLASS_NTP || froClassNo == CLASS_PACKET_TIME ||
-           froClassNo == CLASS_PACKET_FREQ;
+    return froClassNo == NTP_FRO_CLASS || froClassNo == PACKET_TIME_FRO_CLASS ||
+           froClassNo == PACKET_FREQ_FRO_CLASS;
 }
 
 void onRegisterSynchRef(const KvdTuiifRegisterSynchRefInd* ind)
@@ -58,20 +54,20 @@ void onDeregisterSynchRef(const KvdTuiifDeregisterSynchRefInd* ind)
 void onRefInterrupt(const KvdTuhwifRefInterrupt* ind)
 {
     if (ind == nullptr || (ind->pending & TU_BFN_IN_INT) == 0) return;
-    if (!isMaster() && KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2)
+    if (!KvdLoz6TuMgr_isMaster() && KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2)
         return;   // the slave listens on port 2
     KvdLoz6TuRef_idlInterrupt(IDLPORT_1);
 }
 
 void onIdl2SyncData(const Signal* sig)
 {
-    if (isMaster()) return;
+    if (KvdLoz6TuMgr_isMaster()) return;
     if (KvdLoz6TuReg_handleIdl2Slave(sig) == 1) KvdLoz6TuRef_idlInterrupt(IDLPORT_2);
 }
 
 void onIdl2Delay()
 {
-    if (isMaster()) KvdLoz6TuRef_idlInterrupt(IDLPORT_2);
+    if (KvdLoz6TuMgr_isMaster()) KvdLoz6TuRef_idlInterrupt(IDLPORT_2);
 }
 
 void fillRows()

@@ -59,7 +59,6 @@ constexpr Route ROUTES[] = {
     {ETHC_REF,        HALI_ETH_REF_C,       TU_ETH_REF,         true},
 };
 
-bool isMaster() { return KvdLoz6TuMgr_masterSlaveMode() == 1; }
 bool isFirstStart() { return KvdLoz6TuRef_isFirstStart() == 1; }
 
 const char* selectorText(u32 selector)
@@ -135,7 +134,7 @@ void updateClients(u8 refType, Ids ids, u32 statisticsRef)
 
 bool refusedOnSlave(u8 refType)
 {
-    if (isMaster()) return false;
+    if (KvdLoz6TuMgr_isMaster()) return false;
     KVD_TRACE(TRACE_TUREF, TRACE_INFO, "selectSynchRef (%d) received for slave tu. Request ignored",
               refType);
     return true;
@@ -159,7 +158,8 @@ void logLoopEndAndStopSocpri(u32 event)
 bool hasUntoldEnd()
 {
     const u8 regState = KvdLoz6TuReg_regState();
-    return isMaster() && table().prevSelRef == GPSOSL_REF && regState != WARMUP && regState != UNKNOWN;
+    return KvdLoz6TuMgr_isMaster() && table().prevSelRef == GPSOSL_REF && regState != WARMUP &&
+           regState != UNKNOWN;
 }
 
 void afterSelection(u8 refType)

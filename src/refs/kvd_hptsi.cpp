@@ -8,6 +8,7 @@
 #include "node/sig.h"
 #include "ose/module_data.h"
 #include "refs/kvd_hptsi_int.h"
+#include "sig/ref_types.h"
 #include "sig/tuiif_sig.h"
 #include "unit/kvd_ref_table.h"
 #include "unit/kvd_unit_process.h"
@@ -22,7 +23,6 @@ using namespace hptsi;
 ose::ModuleData<State> s;
 
 constexpr u8  STATUS_OK = 1, STATUS_FAULT = 2;
-constexpr u32 HPTSI_FRO_ID = 0, HPTSI_FRO_CLASS = 6;
 
 constexpr const char* STATE_TEXTS[] = {"ILLEGAL_STATE", "UN_INIT", "INIT_SERIAL_PORT", "WAIT_FOR_FRAMES",
                                        "OPERATIONAL", "OPERATIONAL_WITH_VALID_TIME"};

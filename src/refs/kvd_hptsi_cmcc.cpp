@@ -1,7 +1,7 @@
 #include "refs/kvd_hptsi_cmcc.h"
 
 #include "base/trace_groups.h"
-#include "hw/hali.h"
+#include "hw/kvd_serial_line.h"
 #include "node/bytes.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
@@ -21,17 +21,7 @@ constexpr u32 LENGTH_LEAST = 8, LENGTH_MOST = 24;
 constexpr u32 ID_AT = 3;
 constexpr u8  ID_TIME_INFO = 0x20, ID_TIME_STATE = 3;
 
-// What 0x1001, 0x1002 and 0x1006 mean is the driver's own.
-constexpr node::SerialSetting SETTINGS[] = {
-    {0x1000, 9600},          // bit/s
-    {0x1001, 3000},
-    {0x1002, 5},
-    {0x1003, 8},             // data bits
-    {0x1004, 1},             // stop bits
-    {0x1005, 'N'},           // parity
-    {0x1006, 0xFFFFFFFF},
-    {0xFFFFFFFF, 0},
-};
+constexpr auto SETTINGS = serialSettings(5, 0xFFFFFFFF);
 
 struct State {
     bool open = false;
@@ -39,17 +29,6 @@ struct State {
     u32 numberOfBytesRec = 0;
 };
 ose::ModuleData<State> s;
-
-SerialBuffer* allocateBuffer(u32 bytes)
-{
-    return reinterpret_cast<SerialBuffer*>(ose::alloc(sizeof(SIGSELECT) + bytes, 0));
-}
-
-void freeBuffer(SerialBuffer* buffer)
-{
-    Signal* sig = reinterpret_cast<Signal*>(buffer);
-    ose::free_buf(&sig);
-}
 
 void onError(u32 code)
 {
@@ -61,9 +40,7 @@ void onData(const SerialBuffer* buffer, u32 count)
     KvdLoz6TuHptsi_serialReceived(buffer != nullptr ? buffer->bytes : nullptr, count);
 }
 
-constexpr SerialPortDescriptor PORT = {
-    SETTINGS, {allocateBuffer, freeBuffer, onError, onData, freeBuffer}, 2048, 10, UART_VECTOR,
-    "TuHptsiInt_proc"};
+constexpr SerialPortDescriptor PORT = serialPort(SETTINGS, onError, onData, "TuHptsiInt_proc");
 
 void postFrame(const CmccReader& reader)
 {

@@ -173,7 +173,6 @@ void onSubscribeRej(const IdpiRej* rej)
 namespace idpi {
 
 State& state() { return *s; }
-bool isMaster() { return KvdLoz6TuMgr_masterSlaveMode() == 1; }
 
 const char* portText(u32 port)
 {

@@ -104,14 +104,14 @@ void testCompleteness()
     if (KvdLoz6TuSlave_isIdl2SyncDataStopped() != 0) return;
     sendIdl2TimeDataInd();
     // The data of the other end answers this; a slave in fine synchronisation counts on it.
-    if (!idpi::isMaster() &&
+    if (!KvdLoz6TuMgr_isMaster() &&
         KvdLoz6SlaveWarm_data().idpiClkStatus == IDPI_CLK_STATUS_FINE_TIME_SYNCED)
         KvdLoz6TuRef_startIdl2SyncDataTimer();
 }
 
 bool mayRequest()
 {
-    return idpi::isMaster() || (KvdLoz6BiraIifAdm_hasHwControl() != 0 &&
+    return KvdLoz6TuMgr_isMaster() || (KvdLoz6BiraIifAdm_hasHwControl() != 0 &&
                                 KvdLoz6BiraIifAdm_timeTuningOngoing() != 0);
 }
 
@@ -133,7 +133,7 @@ void requestDelays()
 
 void KvdLoz6Idpi_startRequestTimer()
 {
-    const OSTIME time = idpi::isMaster() ? REQUEST_TIME_MASTER : REQUEST_TIME_SLAVE;
+    const OSTIME time = KvdLoz6TuMgr_isMaster() ? REQUEST_TIME_MASTER : REQUEST_TIME_SLAVE;
     if (state().requestTimer.runs())
         KVD_TRACE(TRACE_IDPI, TRACE_3, "IDPI request data tmo already started.");
     else if (KvdTimer_start(state().requestTimer, time, IDPI_REQUEST_DATA_TMO))

@@ -27,7 +27,6 @@ struct State {
 };
 State& state();
 
-bool isMaster();
 /// "Port A " for 0.
 const char* portText(u32 port);
 constexpr u8 bitOf(u32 port) { return static_cast<u8>(1u << port); }

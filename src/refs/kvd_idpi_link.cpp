@@ -64,7 +64,7 @@ void evaluate()
     if (KvdLoz6Idpi_portAvailable() == 0) {
         KVD_TRACE(TRACE_IDPI, TRACE_INFO, "IDL2 port not available");
         KvdLoz6Idpi_stopRequestTimer();
-    } else if (idpi::isMaster()) {
+    } else if (KvdLoz6TuMgr_isMaster()) {
         KvdLoz6Idpi_startRequestTimer();
     } else {
         evaluateOnSlave();

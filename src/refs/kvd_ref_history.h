@@ -2,6 +2,7 @@
 // Owner   kvd_ref_idl.cpp holds the one instance; the types here touch nothing else.
 #pragma once
 #include "base/ref_ring.h"
+#include "base/tu_common.h"
 
 #include <array>
 

@@ -70,8 +70,6 @@ struct State {
 };
 ose::ModuleData<State> s;
 
-bool isMaster() { return KvdLoz6TuMgr_masterSlaveMode() == 1; }
-
 void record(u32 port, IdlTimerType type, IdlTimerStatus status)
 {
     tuAssert(port < PORTS);
@@ -139,7 +137,7 @@ void cancelPortTimers(u32 port)
 /// while the link comes and goes.
 void startSlaveHoldover(u32 port)
 {
-    if (isMaster()) return;
+    if (KvdLoz6TuMgr_isMaster()) return;
     if (s->slaveHoldoverTimer.runs()) {
         KVD_TRACE(TRACE_TUREF, TRACE_3, "Slave HoldOver timer already started");
         return;
@@ -173,7 +171,7 @@ void linkDown(u32 port) { KvdLoz6TuIifAdm_clearRefStateBits(PORT[port].linkBit);
 
 void selectOnSlave(u32 port)
 {
-    if (!isMaster()) REFS_UPCALLS.followLink(PORT[port].refType);
+    if (!KvdLoz6TuMgr_isMaster()) REFS_UPCALLS.followLink(PORT[port].refType);
 }
 
 void enter(u32 port, IdlState idlState)
@@ -211,7 +209,8 @@ void supervisionOff(u32 port)
 /// available: nothing to wait for before.
 bool awaitsHandover(u32 port)
 {
-    if (port != IDLPORT_2 || isMaster() || KvdLoz6BiraIifAdm_initiatedFromSlaveMsi() != 0) return false;
+    if (port != IDLPORT_2 || KvdLoz6TuMgr_isMaster() || KvdLoz6BiraIifAdm_initiatedFromSlaveMsi() != 0)
+        return false;
     return KvdLoz6BiraIifAdm_hasHwControl() == 0 || KvdLoz6BiraIifAdm_timeTuningOngoing() == 0 ||
            KvdLoz6Idpi_portAvailable() == 0;
 }

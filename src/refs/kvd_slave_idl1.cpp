@@ -139,7 +139,7 @@ void KvdLoz6TuSlave_handleIdlInt()
         tuHwIf_readBfnInAll(dropped);
         return;
     }
-    if (KvdLoz6TuReg_isMaster() != 0)
+    if (KvdLoz6TuReg_isMaster())
         slave::handleIdl1IntMaster();
     else if (KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_1)
         slave::handleIdl1IntSlave();

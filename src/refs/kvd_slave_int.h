@@ -5,6 +5,7 @@
 // Units   seconds, increments of 1/122880000 s where told.
 // Errors  none here; failures are traced where a measurement is dropped.
 #pragma once
+#include "base/tu_common.h"
 #include "refs/kvd_slave.h"
 #include "sig/tuiif_sig.h"
 
@@ -51,8 +52,6 @@ struct PortData {
 };
 
 // ---- histories ----------------------------------------------------------------------------------
-
-constexpr u32 TIME_STAMP_SIZE = 27;
 
 struct Idl1Record {
     u32 used = 0;                        // 1 once written

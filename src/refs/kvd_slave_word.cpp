@@ -61,7 +61,7 @@ bool esfcFollow(EsfcFollow& state, u32 e_sfc)
 void sendIdl(u32 localInc, u32 jump, u32 cold)
 {
     const u32 eSfc = turns(KvdLoz6TuReg_getLastTime().c);
-    if (KvdLoz6TuReg_isMaster() == 0) {
+    if (!KvdLoz6TuReg_isMaster()) {
         tuHwIf_writeBfnOutPacked(localInc, eSfc, RC_STATE_OF_SLAVE, jump, cold, 0);
         return;
     }

@@ -18,7 +18,6 @@ using namespace slowpi;
 
 ose::ModuleData<State> s;
 
-constexpr u32 FRO_CLASS_ETHERNET = 7;
 constexpr u32 SLOWPI_PV = 1;
 
 constexpr Needs NEEDS = {
@@ -94,7 +93,7 @@ void takeLevel(u8 ssm)
 
 void tellLevel(u32 clockQuality)
 {
-    KvdLoz6TuIifAdm_sendQualityLevelInd(s->froId, FRO_CLASS_ETHERNET, clockQuality, s->tcuDetected);
+    KvdLoz6TuIifAdm_sendQualityLevelInd(s->froId, ETHERNET_FRO_CLASS, clockQuality, s->tcuDetected);
 }
 
 /// A level that was in force is none any more.
@@ -110,7 +109,7 @@ void clearAlarm()
 {
     if (s->pduMissingAlarmRaised == 0) return;
     s->pduMissingAlarmRaised = 0;
-    KvdLoz6TuIifAdm_sendPduMissingInd(s->froId, FRO_CLASS_ETHERNET, 0);
+    KvdLoz6TuIifAdm_sendPduMissingInd(s->froId, ETHERNET_FRO_CLASS, 0);
 }
 
 // ---- towards the service ------------------------------------------------------------------------
@@ -302,7 +301,7 @@ void onPduMissing(Signal* sig)
     if (s->pduMissingAlarmRaised != 0) return;
     s->tcuDetected = 0;
     s->pduMissingAlarmRaised = 1;
-    KvdLoz6TuIifAdm_sendPduMissingInd(s->froId, FRO_CLASS_ETHERNET, 1);
+    KvdLoz6TuIifAdm_sendPduMissingInd(s->froId, ETHERNET_FRO_CLASS, 1);
     tellLevel(SSM_NONE);
     takeLevel(SSM_DO_NOT_USE);
     if (s->slowpiState == IF_QL_RECEIVED) enter(IF_QL_SEND);

@@ -425,7 +425,7 @@ void KvdLoz6TuReg_sendTimeData()
 // ---- access -------------------------------------------------------------------------------------
 
 void KvdLoz6TuReg_dualConfiguration(u32 mode) { s->dualConfiguration = mode; }
-u8   KvdLoz6TuReg_isMaster() { return s->masterSlaveMode; }
+bool KvdLoz6TuReg_isMaster() { return s->masterSlaveMode != 0; }
 u32  KvdLoz6TuReg_initiateState() { return s->tuRegInitiateState; }
 
 u8 KvdLoz6TuReg_timeMode()

@@ -1,7 +1,7 @@
 // kvd_reg.h - Regulator: start-up, temperature tick, state names and modes, initiation of the
 // filter, and what the other components are told of the clock.
 // Owner   the manager process; only kvd_reg*.cpp write this module's state.
-// Units   seconds, volts of the oscillator's temperature sensor; timers in ms.
+// Units   seconds, volts of the oscillator's temperature sensor; timers in ms; yes and no are 1 and 0.
 // Errors  a failed step leaves the state as it was; the next tick tries again.
 #pragma once
 #include "base/tu_common.h"
@@ -10,14 +10,20 @@
 
 struct Signal;
 
+/// Time between two readings of the oscillator's temperature: the temperature tick.
+constexpr u32 TEMP_TICK_ms = 2100;
+constexpr double TEMP_TICK = TEMP_TICK_ms / 1000.0;   // s
+
 const char* KvdLoz6TuReg_regStateText(u8 regState);
 
 int KvdLoz6TuReg_dispatch(Signal* sig);
 
+/// masterSlaveMode 1 master, 0 slave; timeMode FREQUENCY_LOCKING or ABSOLUTE_TIME_LOCKING.
 void KvdLoz6TuReg_initiate(u32 coldRestart, u8 timeMode, u8 masterSlaveMode);
 void KvdLoz6TuReg_setSlave(u8 timeMode);
+/// A slave that has time goes on from its estimate; any other is initiated cold.
 void KvdLoz6TuReg_setMaster(u8 timeMode);
-void KvdLoz6TuReg_dualConfiguration(u32 mode);
+void KvdLoz6TuReg_dualConfiguration(u32 mode);  // 1 the other unit gets time data, 0 there is none
 /// The date on which the frame counter was zero; called at a confirmation of the main processor.
 void KvdLoz6TuReg_initSfnInitTime(const DateTime& date);
 /// Gives the regulator a reference: its own value (TuSelectedRef) and the client's ids (froId,
@@ -33,16 +39,17 @@ void KvdLoz6TuReg_initiateFromPllNow();
 /// two, for what its caller has to say of the end.
 void KvdLoz6TuReg_endPll(void (*tell)(u32 event) = nullptr, u32 event = 0);
 
-u8   KvdLoz6TuReg_isMaster();                   // 1 master, 0 slave
+bool KvdLoz6TuReg_isMaster();
 u32  KvdLoz6TuReg_initiateState();              // TuRegInitiateState
 u8   KvdLoz6TuReg_timeMode();                   // FREQUENCY_LOCKING or ABSOLUTE_TIME_LOCKING
-double KvdLoz6TuReg_sfcPtpOffset();             // s
-double KvdLoz6TuReg_sfcGpsOffset();             // s
+/// Seconds from a scale's epoch (1970-01-01 00:00:00, 1980-01-06 00:00:19) to the frame counter's zero.
+double KvdLoz6TuReg_sfcPtpOffset();
+double KvdLoz6TuReg_sfcGpsOffset();
 double KvdLoz6TuReg_restartDelta();             // s, change of sfcGpsOffset across the restart
 u32  KvdLoz6TuReg_coldRestart();                // as given to the initiation
 u32  KvdLoz6TuReg_dualConfigurationMode();
 u32  KvdLoz6TuReg_testMode();
-u8   KvdLoz6TuReg_noisyCounter();               // initCnt, ticks up to 120
+u8   KvdLoz6TuReg_noisyCounter();               // initCnt, temperature ticks, 0 to 120
 void KvdLoz6TuReg_setNoisyCounter(u8 ticks);
 void KvdLoz6TuReg_clearReceivedTimeData();
 /// Expiry date of the calibration, "%04d-%02d-%02d" or "".
@@ -64,7 +71,7 @@ void KvdLoz6TuReg_clearIdl2LinkRestart();
 /// 1 while the regulator works on a selected reference.
 int  KvdLoz6TuReg_isRegulatingOnRef();
 
-/// Offset of the node's time as unsigned seconds and nanoseconds.
+/// Size of the offset of the node's time, rounded: whole seconds, and the rest below 1024 s in ns.
 void KvdLoz6TuReg_calcSoCpriRTO(u32& seconds, u32& nanoseconds);
 
 /// The start-up controller, told each temperature reading: volts, failed reads in a row, readings

@@ -12,6 +12,7 @@
 #include "reg/kvd_reg_estimate_int.h"
 #include "reg/kvd_reg_history.h"
 #include "reg/kvd_reg_imprec.h"
+#include "reg/kvd_reg_int.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
@@ -27,8 +28,6 @@ ose::ModuleData<control::State> s;
 constexpr double OFFSET_GONE = 5e-7;   // s: below it the local scale counts as the reference's
 constexpr u8 WITHOUT_TIME_MAX = 5;     // pulses: a receiver that aligns its own names no time for so long
 constexpr double FIX_FREQUENCY_REACHED = 1.5e-8;
-
-bool isMaster() { return KvdLoz6TuReg_isMaster() != 0; }
 
 bool isTimeSteered(u8 regState)
 {
@@ -50,7 +49,7 @@ bool isLoopReference()
 /// time yet.
 void startOnGpsOsl()
 {
-    if (!isMaster() || KvdLoz6TuReg_coldRestart() == 0) {
+    if (!KvdLoz6TuReg_isMaster() || KvdLoz6TuReg_coldRestart() == 0) {
         KvdLoz6TuReg_setRegState(FREQDRIFTING);
         KvdLoz6TuReg_pll_init(PLL_Unlocked);
         return;
@@ -121,13 +120,13 @@ void decideState(Vec6& x, const Mat6& P)
     ControlStateVar& v = s->var;
     const u8 f_ixOld = v.f_ix, t_ixOld = v.t_ix;
     v.f_ix = KvdLoz6TuReg_computeFix(x, P, 1);
-    if (v.f_ix == 5) {
-        if (v.t_ix == 1 && f_ixOld == 5 && KvdLoz6TuReg_adjustOffset(0.0, x[0]) != 0) {
+    if (v.f_ix == F_IX_LOCKED) {
+        if (v.t_ix == 1 && f_ixOld == F_IX_LOCKED && KvdLoz6TuReg_adjustOffset(0.0, x[0]) != 0) {
             KVD_TRACE(TRACE_TUREG, TRACE_3, "Adjust i control: x_est[P11_61]");
             x[0] = 0.0;
         }
         KvdLoz6TuReg_calc_t_ix(x[0], P[0]);
-    } else if (v.f_ix < 5) {
+    } else if (v.f_ix < F_IX_LOCKED) {
         v.t_ix = 1;
     }
     if (isWaitingForJump(v.regState)) return;   // left by the loop alone
@@ -136,7 +135,7 @@ void decideState(Vec6& x, const Mat6& P)
     if (wanted == v.regState) return;
     KvdLoz6TuReg_setRegState(wanted);
     KvdLoz6TuReg_setHistCountDown(0.0);
-    if (f_ixOld <= 4 && v.f_ix > 4) KvdLoz6TuReg_setCalibrationCountDown(0.0);
+    if (f_ixOld < F_IX_LOCKED && v.f_ix >= F_IX_LOCKED) KvdLoz6TuReg_setCalibrationCountDown(0.0);
 }
 
 double steerFrequency(const Vec6& x, double b, u8 timeMode)
@@ -181,10 +180,10 @@ enum class Path : u8 { Regulate, OutputOnly, Leave };
 /// themselves.
 Path choosePath()
 {
-    const bool idl2Slave = !isMaster() && KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2;
+    const bool idl2Slave = regulator::isIdl2Slave();
     const u32 selected = KvdLoz6TuReg_selectedRef();
     if (s->var.regState == FAILURE) {
-        if (isMaster() || idl2Slave) KvdLoz6TuReg_setRegState(WARMUP);
+        if (KvdLoz6TuReg_isMaster() || idl2Slave) KvdLoz6TuReg_setRegState(WARMUP);
         return Path::OutputOnly;
     }
     if (s->var.regState == WARMUP) {
@@ -192,7 +191,7 @@ Path choosePath()
             startOnGpsOsl();
             return Path::OutputOnly;
         }
-        if (!isMaster() && KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_1) {
+        if (!KvdLoz6TuReg_isMaster() && KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_1) {
             startOnIdl1();
             return Path::Leave;
         }
@@ -248,7 +247,7 @@ ControlResult KvdLoz6TuReg_controller(const Vec6& x, const Mat6& P, int doContro
     if (path == Path::Leave) return {{0.0, 0.0}, b, x[0]};
     double U1 = v.U[1];
     if (path == Path::Regulate) {
-        if (isMaster()) {
+        if (KvdLoz6TuReg_isMaster()) {
             decideState(own, P);
             du = steer(own, P, b);
             U1 += du;
@@ -273,7 +272,7 @@ u8 KvdLoz6TuReg_computeFix(const Vec6& x, const Mat6& P, int update)
     v.f_acc_report = control::toU32(std::pow(10.0, log_f_dev) * 1e9 + 0.5);
 
     if (KvdLoz6TuReg_estimateStateVar().fixFreqMode == 0) return control::gradeOfDistance(distance);
-    if (isMaster() && log_f_dev < std::log10(FIX_FREQUENCY_REACHED)) {
+    if (KvdLoz6TuReg_isMaster() && log_f_dev < std::log10(FIX_FREQUENCY_REACHED)) {
         estimator::clearFixFreqMode();
         KvdLoz6TuReg_setHistCountDown(0.0);
     }

@@ -14,10 +14,13 @@ struct FixFilter {                    // hysteresis of the frequency grading
     u32 count = 0, risingCount = 0;
     u32 first = 1;
 };
+/// Grades of frequency (`f_ix`): the best, which counts as locked, and the worst.
+constexpr u8 F_IX_LOCKED = 5, F_IX_WORST = 1;
+
 struct ControlStateVar {
     double U[2] = {0, 0};             // time control (always 0), Div
     u8 regState = 0;
-    u8 f_ix = 1;                      // 1 to 5
+    u8 f_ix = F_IX_WORST;             // up to F_IX_LOCKED
     u8 t_ix = 1;                      // 1 to 3
     double f_lim_low = 0, f_lim_high = 0;
     double t_lim_low = 0, t_lim_high = 0;

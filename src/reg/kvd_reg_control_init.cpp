@@ -6,6 +6,7 @@
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_control_int.h"
+#include "reg/kvd_reg_int.h"
 #include "unit/kvd_unit_link.h"
 
 #include <cmath>
@@ -13,11 +14,6 @@
 namespace {
 
 using control::state;
-
-bool isIdl2Slave()
-{
-    return KvdLoz6TuReg_isMaster() == 0 && KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2;
-}
 
 void readNominal(ControlStateVar& v)
 {
@@ -67,7 +63,7 @@ void loadDefaults(ControlStateVar& v)
     v.t_lim_low = 5e-7;
     v.t_lim_high = 1e-5;
     v.xf_limit = 1.5e-8;
-    v.f_ix = 1;
+    v.f_ix = F_IX_WORST;
     v.t_ix = 1;
 }
 
@@ -75,7 +71,7 @@ void loadDefaults(ControlStateVar& v)
 
 void KvdLoz6TuReg_controlInitiate(bool coldRestart, double U[2])
 {
-    const bool idl2Slave = isIdl2Slave();
+    const bool idl2Slave = regulator::isIdl2Slave();
     control::State& s = state();
     const u8 before = s.var.regState;
     s.var = ControlStateVar{};

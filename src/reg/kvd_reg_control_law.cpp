@@ -15,10 +15,9 @@ constexpr double HYST_FACTOR = 4.5;
 
 constexpr double FREQUENCY_STEP_MAX = 1e-6;   // relative, removed in one step
 constexpr double HORIZON = 62.1;              // s, of the dead-beat step
-constexpr double TICK = 2.1;                  // s between temperature ticks
-constexpr double HORIZON_DRIFT = 126.0 + 0.5 * (TICK * TICK);
+constexpr double HORIZON_DRIFT = 126.0 + 0.5 * (TEMP_TICK * TEMP_TICK);
 
-constexpr u8 BEST = 5, WORST = 1;
+constexpr u8 BEST = F_IX_LOCKED, WORST = F_IX_WORST;
 
 bool sameSign(double a, double b) { return (a > 0.0 && b > 0.0) || (a < 0.0 && b < 0.0); }
 
@@ -87,11 +86,11 @@ bool timeIsLocked(const TimeGradeInput& in)
 u8 stateOfGrades(u8 f_ix, u8 t_ix, u8 t_ixOld, u8 present)
 {
     switch (f_ix) {
-    case 1: return FREQDRIFTING;
+    case F_IX_WORST: return FREQDRIFTING;
     case 2: return SYNCH1;
     case 3: return SYNCH2;
     case 4: return SYNCH3;
-    case 5: break;
+    case F_IX_LOCKED: break;
     default:
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s: wrong f_ix (%d)", "decideState", f_ix);
         return present;
@@ -118,7 +117,7 @@ TimeSteering timeStep(double x0, double x1, double x2, double P11, double b, dou
 {
     TimeSteering t;
     t.du_t = -(x0 + HORIZON * x1 + HORIZON_DRIFT * x2) / (HORIZON * b);
-    const double f_next = x1 + TICK * x2;
+    const double f_next = x1 + TEMP_TICK * x2;
     const double s = x0 >= 0.0 ? 1.0 : -1.0;
     t.du_l = (-s * (xf_limit - 3.0 * std::sqrt(P11)) - f_next) / b;
     const bool limit = sameSign(t.du_t, t.du_l) ? std::fabs(t.du_t) > std::fabs(t.du_l)

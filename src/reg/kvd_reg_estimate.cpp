@@ -146,7 +146,7 @@ bool measReliability(u32 z_i, const estimator::Residual& r)
 /// when its link is deselected: the filter's own divider is that of its start then.
 int kalmanSteers()
 {
-    if (KvdLoz6TuReg_isMaster() == 0 && KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized) return 0;
+    if (!KvdLoz6TuReg_isMaster() && KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized) return 0;
     const u32 selected = KvdLoz6TuReg_selectedRef();
     const u32 previous = KvdLoz6TuReg_prevSelectedRef();
     const bool onLoop = selected == TU_SR_GPSOSL_REF || selected == TU_SR_SOCPRI_REF
@@ -157,7 +157,7 @@ int kalmanSteers()
     return afterLoop && KvdLoz6TuReg_pllIsHoldover() ? 0 : 1;
 }
 
-void temperatureStep(double T_new, double t_s)
+void temperatureStep(double T_new, double t_s, FifoRegStep& step)
 {
     EstimateStateVar& v = s->var;
     const double T_old = v.T;
@@ -166,15 +166,16 @@ void temperatureStep(double T_new, double t_s)
     v.x_est = p.x_pred;
     v.P_est = p.P_pred;
     v.Q = p.Q;
-    KvdLoz6FifoReg_setPrediction(p.x_pred, p.P_pred);
+    step.x_pred = p.x_pred;
+    step.P_pred = p.P_pred;
 }
 
 /// Returns the adapted variance.
-double referenceStep(const MeasRefData& o)
+double referenceStep(const MeasRefData& o, FifoRegStep& step)
 {
     EstimateStateVar& v = s->var;
     EstimatePar& par = s->estimatePar;
-    const bool master = KvdLoz6TuReg_isMaster() != 0;
+    const bool master = KvdLoz6TuReg_isMaster();
     if (!master && isInterUnitLink(o.z_i)) {
         v.slaveR = o.R;
         if (v.P_est[7] < o.R) v.P_est[7] = o.R;
@@ -183,7 +184,8 @@ double referenceStep(const MeasRefData& o)
     par.x_pred = p.x_pred;
     par.P_pred = p.P_pred;
     v.Q = p.Q;
-    KvdLoz6FifoReg_setPrediction(par.x_pred, par.P_pred);
+    step.x_pred = p.x_pred;
+    step.P_pred = p.P_pred;
 
     const estimator::Residual r =
         estimator::covarianceResidual(H, par.x_pred, par.P_pred, o.z, o.R);
@@ -196,7 +198,7 @@ double referenceStep(const MeasRefData& o)
             estimator::completeUpdate(H, par.x_pred, par.P_pred, r.S, r.resid);
         v.x_est = u.x_est;
         v.P_est = u.P_est;
-        KvdLoz6FifoReg_setKgain(u.K);
+        step.K = u.K;
         KvdLoz6TuReg_recoveryWatch(o.z);
         if (o.R < R_NEGLIGIBLE * r.HPH) v.P_est[0] = o.R;
     } else {
@@ -206,16 +208,13 @@ double referenceStep(const MeasRefData& o)
     return R_new;
 }
 
-/// Opens the step's record in the log.
-void logStep(const MeasRefData& o)
+/// What the log is to say of the step, as far as it is known before.
+FifoRegStep stepOf(const MeasRefData& o)
 {
     const TimePair t = KvdLoz6TuReg_getLastTime();
-    KvdLoz6FifoReg_newRecord();
-    KvdLoz6FifoReg_setRef(o.z_i);
-    KvdLoz6FifoReg_setSfcTime(t.c, t.f);
-    KvdLoz6FifoReg_setZ(o.z);
-    KvdLoz6FifoReg_setR(o.R);
-    KvdLoz6FifoReg_setM(o.m);
+    FifoRegStep step{.z_i = o.z_i, .c = t.c, .f = t.f, .z = o.z, .R = o.R, .m = o.m};
+    TuCommon_timeStamp(step.time);
+    return step;
 }
 
 }  // namespace
@@ -253,7 +252,7 @@ const EstimatePar& KvdLoz6TuReg_estimatePar() { return s->estimatePar; }
 Prediction KvdLoz6TuReg_predict(const Vec6& x, const Mat6& P, double b, const double u[2],
                                 double T_old, double T_new, double t_s)
 {
-    const bool testMode = KvdLoz6TuReg_isMaster() != 0 && KvdLoz6TuReg_testMode() != 0;
+    const bool testMode = KvdLoz6TuReg_isMaster() && KvdLoz6TuReg_testMode() != 0;
     return estimator::predict(x, P, b, u, T_old, T_new, t_s,
                               {s->var.var_G, s->var.var_F, s->initialFrequencyDrift, testMode});
 }
@@ -263,15 +262,17 @@ double KvdLoz6TuReg_estimate(const MeasRefData& observation)
     EstimateStateVar& v = s->var;
     ++v.measCount;
     s->estimatePar.t_s = observation.t_s;
-    logStep(observation);
+    FifoRegStep step = stepOf(observation);
     double R_new = 0.0;
-    if (observation.z_i == Z_TEMP_REF) temperatureStep(observation.z, observation.t_s);
-    else R_new = referenceStep(observation);
+    if (observation.z_i == Z_TEMP_REF) temperatureStep(observation.z, observation.t_s, step);
+    else R_new = referenceStep(observation, step);
     v.prev_x_est = v.x_est;
-    KvdLoz6FifoReg_setEstimate(v.x_est, v.P_est);
+    step.x_est = v.x_est;
+    step.P_est = v.P_est;
     estimator::control(kalmanSteers(), observation.z_i);
-    KvdLoz6FifoReg_setUf(KvdLoz6TuReg_Div());
-    KvdLoz6FifoReg_setDuf(v.u_tf[1]);
+    step.Uf = KvdLoz6TuReg_Div();
+    step.duf = v.u_tf[1];
+    KvdLoz6FifoReg_add(step);
     if (observation.z_i != Z_TEMP_REF) estimator::recordReferenceSwitch(observation.z);
     return R_new;
 }

@@ -10,13 +10,11 @@
 
 namespace {
 
-constexpr double TICK = 2.1;                          // s between temperature ticks
 constexpr double HISTORY_FIRST = 1714.2857142857142;  // ticks, one hour
 constexpr u32    HISTORY_ROUNDS = 8;
 constexpr double CALIBRATION_STEP = 43200.0;          // s
 constexpr double CALIBRATION_END = 1300000.0;         // s
 constexpr double DAY = 86400.0;                       // s
-constexpr u8     BEST = 5;                            // f_ix of a locked frequency
 constexpr double POOR_FREQUENCY_VARIANCE = 1e-14;     // one sigma of 100 ppb
 
 /// Grade of the frequency when nothing but time passes for t_s seconds. The grading filter and the stored
@@ -40,20 +38,20 @@ double KvdLoz6TuReg_lookAheadHistory()
         const u8 f_ix = gradeAfter(h);
         KVD_TRACE(TRACE_TUREG, TRACE_3,
                   "Predicting state: after %-17.16g hours, state will be f_ix = %u",
-                  h * TICK / 3600.0, f_ix);
-        if (f_ix < BEST) stopped = true;
+                  h * TEMP_TICK / 3600.0, f_ix);
+        if (f_ix < F_IX_LOCKED) stopped = true;
         else h *= 2.0;
     }
     if (stopped) h = h > HISTORY_FIRST ? h / 2.0 : 0.0;
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Hours history is valid from now: %-17.16g",
-              h * TICK / 3600.0);
+              h * TEMP_TICK / 3600.0);
     return h;
 }
 
 double KvdLoz6TuReg_lookAheadCalibration()
 {
     double t = CALIBRATION_STEP;
-    while (gradeAfter(t) == BEST) {
+    while (gradeAfter(t) == F_IX_LOCKED) {
         if (!(t < CALIBRATION_END)) {
             KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Days calibration is valid from now: %s",
                       TuCommon_text(t / DAY));
@@ -69,7 +67,7 @@ double KvdLoz6TuReg_lookAheadCalibration()
 
 bool KvdLoz6TuReg_lookAheadSoonToExpire(double days)
 {
-    const bool soon = gradeAfter(days * DAY) != BEST;
+    const bool soon = gradeAfter(days * DAY) != F_IX_LOCKED;
     if (soon) KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Soon to expire! %s", TuCommon_text(days));
     else      KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Not soon to expire! %s", TuCommon_text(days));
     return soon;
@@ -78,8 +76,8 @@ bool KvdLoz6TuReg_lookAheadSoonToExpire(double days)
 void KvdLoz6TuReg_fixFrequency()
 {
     EstimateStateVar& v = estimator::state().var;
-    if (KvdLoz6TuReg_isMaster() == 0) return;
-    if (KvdLoz6TuReg_computeFix(v.x_est, v.P_est, 0) != BEST) return;
+    if (!KvdLoz6TuReg_isMaster()) return;
+    if (KvdLoz6TuReg_computeFix(v.x_est, v.P_est, 0) != F_IX_LOCKED) return;
     v.fixFreqMode = 1;
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Setting P_est to get to correct frequency more quickly");
     v.P_est[7] = POOR_FREQUENCY_VARIANCE;

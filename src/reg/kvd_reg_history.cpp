@@ -21,9 +21,7 @@
 
 namespace {
 
-constexpr double TICK = 2.1;                       // s between temperature readings
 constexpr double ASK_AGAIN = 28.571428571428573;   // ticks, a minute
-constexpr u8 FREQUENCY_LOCKED = 5;                 // f_ix
 constexpr const char* MSI_REGION = "TuRegHistData";
 
 /// What the measurements and the board say; false when the oscillator can't be told by its number.
@@ -92,7 +90,7 @@ void writeToFlash(const u8* record)
     KvdLoz6TuReg_setHistCountDown(histCountDown);
     char text[64];
     std::snprintf(text, sizeof text, "%-17.16g (%-17.16g [s])", histCountDown,
-                  histCountDown * TICK);
+                  histCountDown * TEMP_TICK);
     KVD_TRACE(TRACE_HIST, TRACE_INFO, "histCountDown: %s", text);
 }
 
@@ -100,9 +98,9 @@ void writeToFlash(const u8* record)
 
 void KvdLoz6TuReg_writeHistory(bool toFlash)
 {
-    if (KvdLoz6TuReg_isMaster() == 0) return;
+    if (!KvdLoz6TuReg_isMaster()) return;
     if (KvdLoz6TuReg_estimateStateVar().fixFreqMode != 0) return;
-    if (KvdLoz6TuReg_f_ix() < FREQUENCY_LOCKED) return;
+    if (KvdLoz6TuReg_f_ix() < F_IX_LOCKED) return;
     HistRecord h;
     if (!fill(h)) {
         if (toFlash) KvdLoz6TuReg_setHistCountDown(ASK_AGAIN);

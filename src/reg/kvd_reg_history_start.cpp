@@ -47,7 +47,7 @@ MeasInitiation measValues()
     MeasInitiation values;
     values.vTmin = s.vTmin;
     values.vTmax = s.vTmax;
-    values.coldRestart = KvdLoz6TuReg_isMaster() != 0 && s.coldRestart != 0;
+    values.coldRestart = KvdLoz6TuReg_isMaster() && s.coldRestart != 0;
     return values;
 }
 

@@ -1,5 +1,5 @@
-// kvd_reg_int.h - What the sources of the regulator's main part share: its state, and its
-// arithmetic as functions of their arguments. Nobody else includes it, but for the tests.
+// kvd_reg_int.h - What the sources of the regulator share of its main part: its state, and its arithmetic as
+// functions of their arguments. Nobody outside of src/reg includes it, but for the tests.
 // Owner   kvd_reg*.cpp of the main part.
 // Units   seconds, volts of the temperature sensor, relative frequency; timers in ms.
 // Errors  told at each function.
@@ -13,7 +13,7 @@
 namespace regulator {
 
 constexpr OSTIME WARMUP_TMO_ms = 300000;
-constexpr OSTIME READ_TEMP_TMO_ms = 2100;
+constexpr OSTIME READ_TEMP_TMO_ms = TEMP_TICK_ms;
 constexpr OSTIME IDL2_LINK_RESTART_TMO_ms = 400;
 
 constexpr u8 TICKS_COUNTED = 120;          // the noisy counter stops here

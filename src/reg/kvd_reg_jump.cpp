@@ -146,7 +146,7 @@ void moveLastTime(TimePair step)
 /// Time data of a master waits until the other unit has echoed the jump.
 void raiseJumpFlag()
 {
-    if (KvdLoz6TuReg_isMaster() != 0) KvdLoz6TuReg_setJumpIdl1();
+    if (KvdLoz6TuReg_isMaster()) KvdLoz6TuReg_setJumpIdl1();
 }
 
 }  // namespace

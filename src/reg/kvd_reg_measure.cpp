@@ -254,7 +254,7 @@ void KvdLoz6TuReg_handleConfigRefType(u32 refType, u32 froId)
 
 void KvdLoz6TuReg_takeOverAsMaster(u8 otherRegState)
 {
-    if (KvdLoz6TuReg_isMaster() != 0) {
+    if (KvdLoz6TuReg_isMaster()) {
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Master set to slave, no action");
         return;
     }

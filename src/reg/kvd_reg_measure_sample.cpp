@@ -286,11 +286,10 @@ void KvdLoz6TuReg_signalBreakCheck(u32 z_i, double z, const TimePair& zPair)
 void KvdLoz6TuReg_measUpdate(u32 z_i, double z, double t_s, double phase)
 {
     constexpr u32 SUPERVISION_INTERVAL = 360, SUPERVISION_WINDOW = 30;   // measurements
-    constexpr u8 LOCKED_FREQUENCY = 5;
     MeasStateVar& v = state().var;
     v.measRefData = {z, z_i, t_s, v.m[z_i], v.R_all[z_i]};
     v.R_all[z_i] = KvdLoz6TuReg_estimate(v.measRefData);
     KvdLoz6TuReg_frequencySupervision(SUPERVISION_INTERVAL, SUPERVISION_WINDOW, phase);
-    if (KvdLoz6TuReg_f_ix() >= LOCKED_FREQUENCY && KvdLoz6TuReg_isMaster() != 0)
+    if (KvdLoz6TuReg_f_ix() >= F_IX_LOCKED && KvdLoz6TuReg_isMaster())
         KvdLoz6TuReg_writeHistory(false);
 }

@@ -62,7 +62,6 @@ void KvdLoz6TuReg_readOcxoTemp()
 void KvdLoz6TuReg_handleTempMeasurement()
 {
     constexpr double M_TEMPERATURE = 10.0;
-    constexpr double TICK = 2.1;                  // s between two temperature readings
     MeasStateVar& v = state().var;
     v.m[Z_TEMP_REF] = M_TEMPERATURE;
     double t_s = 0;
@@ -79,7 +78,7 @@ void KvdLoz6TuReg_handleTempMeasurement()
         KvdLoz6TuReg_writeHistory(v.histCountDown <= 0.0);
         if (v.histCountDown > 0.0) v.histCountDown -= 1.0;
     }
-    if (v.calibrationCountDown > 0.0) v.calibrationCountDown -= TICK;
+    if (v.calibrationCountDown > 0.0) v.calibrationCountDown -= TEMP_TICK;
     if (v.calibrationCountDown <= 0.0 && KvdLoz6TuReg_calibrationExpiryCheck())
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s:: Calibration is soon to expire.", __func__);
 }

@@ -13,6 +13,7 @@
 #include "reg/kvd_reg_measure_int.h"
 #include "reg/kvd_reg_packet_int.h"
 #include "reg/kvd_reg_upcalls.h"
+#include "sig/ref_types.h"
 #include "sig/tupktsync_sig.h"
 #include "unit/kvd_unit_process.h"
 
@@ -93,9 +94,9 @@ bool isPacketFrequency(u32 z_i) { return z_i == Z_NTP_REF || z_i == Z_PKT_FREQ_R
 double* thresholdOf(u32 type)
 {
     switch (type) {
-    case 2:  return &state().pdvThreshold[packet::HISTORY_NTP];
-    case 4:  return &state().pdvThreshold[packet::HISTORY_TIME];
-    case 5:  return &state().pdvThreshold[packet::HISTORY_FREQUENCY];
+    case NTP_FRO_CLASS:         return &state().pdvThreshold[packet::HISTORY_NTP];
+    case PACKET_TIME_FRO_CLASS: return &state().pdvThreshold[packet::HISTORY_TIME];
+    case PACKET_FREQ_FRO_CLASS: return &state().pdvThreshold[packet::HISTORY_FREQUENCY];
     default: return nullptr;
     }
 }

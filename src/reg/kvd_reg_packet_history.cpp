@@ -4,6 +4,7 @@
 #include "node/trace.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_packet_int.h"
+#include "sig/ref_types.h"
 
 #include <algorithm>
 #include <cmath>
@@ -57,11 +58,10 @@ void append(packet::HistoryPlace& p, const packet::PdvRecord& record)
 /// Index 0 to 2 of a reference class, HISTORY_TYPES for others.
 u32 typeOfClass(u32 froClassNo)
 {
-    constexpr u32 NTP_CLASS = 2, TIME_CLASS = 4, FREQUENCY_CLASS = 5;
     switch (froClassNo) {
-    case NTP_CLASS:       return packet::HISTORY_NTP;
-    case FREQUENCY_CLASS: return packet::HISTORY_FREQUENCY;
-    case TIME_CLASS:      return packet::HISTORY_TIME;
+    case NTP_FRO_CLASS:         return packet::HISTORY_NTP;
+    case PACKET_FREQ_FRO_CLASS: return packet::HISTORY_FREQUENCY;
+    case PACKET_TIME_FRO_CLASS: return packet::HISTORY_TIME;
     default:              return packet::HISTORY_TYPES;
     }
 }

@@ -50,7 +50,7 @@ void reportSlaveState(u32 slavePllState)
 
 constexpr pll::Needs NEEDS = {
     .selectedRef = KvdLoz6TuReg_selectedRef,
-    .isMaster = [] { return KvdLoz6TuReg_isMaster() != 0; },
+    .isMaster = KvdLoz6TuReg_isMaster,
     .idlMode = KvdLoz6BiraIifAdm_idlMode,
     .currentFreqOffset = tuHwIf_getCurrentFreqOffset,
     .adjustFrequency = tuHwIf_adjustFrequency,

@@ -3,6 +3,7 @@
 // Owner   kvd_reg_pll*.cpp.
 #pragma once
 #include "base/kvd_math.h"
+#include "base/tu_common.h"
 #include "reg/kvd_reg_pll.h"
 
 #include <array>
@@ -20,7 +21,7 @@ enum Mode : u32 { MODE_NONE = 0, MODE_GPSOSL = 1, MODE_IDL1 = 2, MODE_IDL2 = 3, 
 struct LogEntry {
     u32 state = 0;
     u32 mode = MODE_NONE;
-    char time[27] = "";
+    char time[TIME_STAMP_SIZE] = "";
 };
 
 struct Pll {
@@ -126,6 +127,5 @@ const Needs& needs();
 void setNeeds(const Needs* replacement);
 
 // What the GPS output is told: 11 where the loop reports a locked time, else 6.
-constexpr u32 PLL_IS_TIME_LOCKED = 11, PLL_IS_NOT_TIME_LOCKED = 6;
 
 }  // namespace pll

@@ -110,7 +110,7 @@ void unlocked(double phaseDiff)
         *s = {};
         pll::vars().targetDiff = 0.0;
         pll::vars().extAccFreqOffset = 0.0;
-        pll::needs().tellGpsOut(pll::PLL_IS_NOT_TIME_LOCKED);
+        pll::needs().tellGpsOut(PLL_IS_NOT_TIME_LOCKED);
     }
     pll::Counters& c = s->c;
     if (c.unreliableMeasCnt < UNRELIABLE) {
@@ -131,7 +131,7 @@ void locked(double phaseDiff)
     pll::Counters& c = s->c;
     if (pll::takeStateChanged()) {
         c = {};
-        pll::needs().tellGpsOut(pll::PLL_IS_TIME_LOCKED);
+        pll::needs().tellGpsOut(PLL_IS_TIME_LOCKED);
     }
     if (std::fabs(phaseDiff) <= LOCKED_LIMIT_s) {
         p.targetDiff = 0.0;

@@ -122,7 +122,7 @@ void unlocked(double phaseDiff)
         beginState();
         pll::vars().targetDiff = 0.0;
         pll::vars().extAccFreqOffset = 0.0;
-        pll::needs().tellGpsOut(pll::PLL_IS_NOT_TIME_LOCKED);
+        pll::needs().tellGpsOut(PLL_IS_NOT_TIME_LOCKED);
     }
     const double absPhase = std::fabs(phaseDiff);
     if (absPhase > FAR_s) return onFar(phaseDiff, false);
@@ -154,7 +154,7 @@ void locked(double phaseDiff)
 {
     if (pll::takeStateChanged()) {
         beginState();
-        pll::needs().tellGpsOut(pll::PLL_IS_TIME_LOCKED);
+        pll::needs().tellGpsOut(PLL_IS_TIME_LOCKED);
     }
     const double absPhase = std::fabs(phaseDiff);
     if (absPhase > NEAR_s) {

@@ -6,6 +6,7 @@
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "sig/inrsi_sig.h"
+#include "sig/tuiif_socpri_sig.h"
 
 #include <cmath>
 
@@ -20,7 +21,6 @@ constexpr u8  STABLE_LOCKED = 10;                    // in Locked and in holdove
 constexpr u8  UNRELIABLE = 2;
 constexpr u32 FAILED_AFTER = 600;                    // samples in Unlocked
 constexpr u32 HOLDOVER_SAMPLES = 102;
-constexpr u32 CONTINUED = 2, NOT_CONTINUED = 6;      // of a continuation, to the client
 
 struct State {
     pll::Counters c;
@@ -144,7 +144,7 @@ void endHoldover()
     pll::changeState(lockState());
     if (isNear) {
         pll::needs().armContinuation();
-        pll::needs().answerContinuation(CONTINUED);
+        pll::needs().answerContinuation(OK_TIME_LOCKED);
     }
     s->c = {};
 }
@@ -161,7 +161,7 @@ void holdover(double phaseDiff)
     if (++c.samples >= HOLDOVER_SAMPLES) {
         pll::changeState(PLL_Unlocked);
         c = {};
-        pll::needs().answerContinuation(NOT_CONTINUED);
+        pll::needs().answerContinuation(PHASE_MEAS_PROBLEM);
         return;
     }
     const double d = std::fabs(phaseDiff - p.targetDiff);
@@ -179,7 +179,7 @@ void holdover(double phaseDiff)
 
 void KvdLoz6TuReg_soCpriPll_control(double phaseDiff)
 {
-    pll::needs().answerContinuation(CONTINUED);
+    pll::needs().answerContinuation(OK_TIME_LOCKED);
     const u32 state = pll::vars().currState;
     switch (state) {
     case PLL_Unlocked:        return unlocked(phaseDiff);

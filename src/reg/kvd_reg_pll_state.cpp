@@ -44,7 +44,7 @@ void reportChange(u32 from, u32 to)
     case PLL_Locked:
         if (from != PLL_Uninitialized && from != PLL_OffsetLocked && from != PLL_Locked_Holdover)
             report(KVD_TUIIF_FREQUENCY_LOCKED);
-        pll::needs().tellGpsOut(pll::PLL_IS_TIME_LOCKED);
+        pll::needs().tellGpsOut(PLL_IS_TIME_LOCKED);
         return report(KVD_TUIIF_RNT_TIME_LOCKED);
     case PLL_Freq_Holdover:
         if (from == PLL_Locked) report(KVD_TUIIF_RNT_TIME_HOLDOVER);

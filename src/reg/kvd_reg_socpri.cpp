@@ -220,7 +220,7 @@ namespace {
 
 bool isOnMaster(const char* caller)
 {
-    if (KvdLoz6TuReg_isMaster() == 0) return false;
+    if (!KvdLoz6TuReg_isMaster()) return false;
     KVD_TRACE(TRACE_SOCPRI, TRACE_INFO, "%s(): This should not happen on mDU", caller);
     return true;
 }

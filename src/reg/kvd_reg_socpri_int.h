@@ -1,6 +1,7 @@
 // kvd_reg_socpri_int.h - What the sources of the radio links' measurements share, and what they need
 // of their neighbours. Nobody else includes it, but for the tests.
 #pragma once
+#include "base/tu_common.h"
 #include "reg/kvd_reg_socpri.h"
 
 #include <array>
@@ -31,7 +32,7 @@ struct LogRecord {
     u32 ref_esfc;
     u16 ref_mfn;
     double delta0_c, delta0_f;     // s
-    char time[27];
+    char time[TIME_STAMP_SIZE];
 };
 
 struct Log {

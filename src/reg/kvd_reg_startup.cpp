@@ -52,7 +52,7 @@ bool isFilterStarted() { return state().tuRegInitiateState >= TUREG_WARM_INITIAT
 void shutDownLoops()
 {
     regulator::State& s = state();
-    if (KvdLoz6TuReg_isMaster() == 0) {
+    if (!KvdLoz6TuReg_isMaster()) {
         KvdLoz6TuReg_slavePll_setState(SLAVE_PLL_Uninitialized);
         return;
     }
@@ -150,7 +150,7 @@ void stepWarmUp(double vT)
 bool needsNoisyPhase()
 {
     const u32 selectedRef = KvdLoz6TuReg_selectedRef();
-    return KvdLoz6TuReg_isTimeRef(selectedRef) && KvdLoz6TuReg_isMaster() != 0 &&
+    return KvdLoz6TuReg_isTimeRef(selectedRef) && KvdLoz6TuReg_isMaster() &&
            selectedRef != TU_SR_NO_REF && selectedRef != TU_SR_PKT_TIME_REF &&
            selectedRef != TU_SR_SOCPRI_REF;
 }
@@ -298,7 +298,7 @@ int startWithoutHistory(double vT, const Diagonal& P, bool coldControl)
     MeasInitiation values;
     values.vTmin = s.vTmin;
     values.vTmax = s.vTmax;
-    values.coldRestart = KvdLoz6TuReg_isMaster() != 0 && s.coldRestart != 0;
+    values.coldRestart = KvdLoz6TuReg_isMaster() && s.coldRestart != 0;
     KvdLoz6TuReg_measInitiate(values);
     return INITIATE_DONE;
 }
@@ -334,7 +334,7 @@ constexpr Attempt ATTEMPTS[] = {                   // in this order
 
 int regulator::initiateRegulator(double vT)
 {
-    const bool isMaster = KvdLoz6TuReg_isMaster() != 0;
+    const bool isMaster = KvdLoz6TuReg_isMaster();
     if (isMaster) {
         constexpr i64 CLOCK_RUNS_FROM = 60;        // s: set, or a minute since it started from 0
         for (const Attempt& attempt : ATTEMPTS) {

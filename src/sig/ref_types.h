@@ -23,6 +23,12 @@ enum RefType : u8 {
 
 constexpr u32 FRO_NONE = 0xFFFFFFFF;   // no froId, no froClassNo
 
+/// Class of a reference on the main processor's interface: its froClassNo.
+constexpr u32 NTP_FRO_CLASS = 2, GPS_FRO_CLASS = 3, PACKET_TIME_FRO_CLASS = 4, PACKET_FREQ_FRO_CLASS = 5,
+              HPTSI_FRO_CLASS = 6, ETHERNET_FRO_CLASS = 7, SOCPRI_FRO_CLASS = 9;
+/// Of each of these there is one: its froId.
+constexpr u32 GPS_FRO_ID = 0, HPTSI_FRO_ID = 0;
+
 /// The regulator's own reference values (its `selectedRef`).
 enum TuSelectedRef : u32 {
     TU_SR_NO_REF = 0,

@@ -72,6 +72,9 @@ enum SlavePllState : u32 {
     SLAVE_PLL_Locked = 2,
 };
 
+/// What the GPS output is told of a loop.
+constexpr u32 PLL_IS_TIME_LOCKED = 11, PLL_IS_NOT_TIME_LOCKED = 6;
+
 /// What a measurement of a slave brought, as the history shows it.
 enum SlavePllEvent : u32 {
     EV_SLAVE_PLL_UNEVENTFUL_MEASUREMENT = 0,

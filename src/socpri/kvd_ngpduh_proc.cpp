@@ -156,7 +156,7 @@ void startUp()
     registerCommand();
     s->pid = ose::current_process();
     s->timeDataTimer = {};           // a new process, whose queue is empty
-    if (KvdLoz6TuMgr_masterSlaveMode() == 1) {
+    if (KvdLoz6TuMgr_isMaster()) {
         KVD_TRACE(TRACE_PSXIWNGSCINCISERVER, TRACE_INFO, "Start timer to collect needed data!");
         startTimeDataTimer();
     }

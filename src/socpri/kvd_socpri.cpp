@@ -15,8 +15,6 @@ struct State {
 };
 ose::ModuleData<State> s;
 
-bool isMaster() { return KvdLoz6TuMgr_masterSlaveMode() == 1; }
-
 /// Neither client may meet the other's timers and answers. The process that exchanges sync data does by the
 /// role what it does from its start on.
 void followRole(bool master)
@@ -38,7 +36,7 @@ void KvdLoz6TuSoCpri_initiate()
 
 int KvdLoz6TuSoCpri_dispatch(Signal* sig)
 {
-    const bool master = isMaster();
+    const bool master = KvdLoz6TuMgr_isMaster();
     followRole(master);
     if (inrsi::isVoidTimeout(sig)) return 1;
     return master ? KvdLoz6Inrsi_dispatch(sig) : KvdLoz6InrsiSdu_dispatch(sig);
@@ -46,13 +44,13 @@ int KvdLoz6TuSoCpri_dispatch(Signal* sig)
 
 void KvdLoz6TuSoCpri_printInfo()
 {
-    if (isMaster()) inrsi::master::printInfo();
+    if (KvdLoz6TuMgr_isMaster()) inrsi::master::printInfo();
     else            inrsi::slave::printInfo();
 }
 
 void KvdLoz6TuSoCpri_printHistory()
 {
-    if (isMaster()) inrsi::master::printHistory();
+    if (KvdLoz6TuMgr_isMaster()) inrsi::master::printHistory();
     else            inrsi::slave::printHistory();
 }
 

@@ -1,8 +1,10 @@
 // kvd_socpri_inrsi.h - Client of the radio links' measurement server on a master: looks at a link's
 // frequency, takes its phase to the loop, aligns frame numbers to a group, supervises the others.
 // Owner   the manager process; only kvd_socpri_inrsi*.cpp write this module's state.
-// Units   ports 0 to 5 (A to F), 6 port X (the other unit's links), 255 none; timers in ms.
-// Errors  what a link can't give is told to the main processor as a SocpriSyncStatus.
+// Units   ports 0 to 5 (A to F), 6 port X (the other unit's links), 255 none; timers in ms; esfc turns of the
+//         frame counter, 1024 s each; mfn its major frame.
+// Errors  what a link can't give is told to the main processor as a SocpriSyncStatus, which stands in
+//         sig/tuiif_socpri_sig.h.
 #pragma once
 #include "ose/types.h"
 #include "sig/inrsi_sig.h"
@@ -19,6 +21,8 @@ void KvdLoz6TuSoCpri_inrsi_resendSoCpriLinkStatusData();
 
 // ---- orders of the main processor, SoCPRI being the selected reference ---------------------------
 
+// A port that isn't one of the seven is answered by CPRI_LINK_NOT_AVAILABLE, or as a failed alignment.
+
 void inrsiStartScan(u8 port);
 /// From the frequency on.
 void inrsiSelectSyncLink(u8 port);
@@ -34,23 +38,25 @@ void inrsiClientReset();
 void inrsiImplicitHoldover();
 /// No reference is selected after SoCPRI: no link keeps the focus. A holdover runs on to its end.
 void inrsiReferenceDeselected();
-/// Closes a scan that is open, with this SocpriSyncStatus.
-void inrsiAnswerOpenScan(u32 syncStatus);
+/// Closes a scan that is open.
+void inrsiAnswerOpenScan(u32 syncStatus);            // SocpriSyncStatus
 
 // ---- for the regulator ---------------------------------------------------------------------------
 
-u8   inrsiGetPortNo();
+u8   inrsiGetPortNo();                               // in focus, 255 none
 u32  inrsiGetAction();                               // InrsiClientAction
 /// The remembered link, now that regulation goes on.
 void inrsiSelectRememberedPort(u8 port);
-/// Too many invalid phases; the loop doesn't settle; it does.
+/// Too many phases of the link in focus were invalid: its synchronisation or alignment ends.
 void KvdLoz6TuSoCpri_inrsi_phaseMeasAnalysisFailed();
+/// The loop doesn't settle on the link: the same end, and an owed answer goes out.
 void KvdLoz6TuSoCpri_inrsi_timeSyncFailed();
+/// The loop has settled: the link is told as OK_TIME_LOCKED, an alignment goes on to its jump.
 void inrsiTimeSyncSucceeded();
 void inrsiBfnAlignCompleted(u32 status);             // 1 done, 0 not
-/// An answer to the order to go on with a link is owed; it goes out with anything but 2, or with 2
-/// once the loop is locked.
+/// 1: an answer to the order to go on with a link is owed; 0: none is.
 void inrsiSetContinuationOfSync(u32 flag);
+/// The owed answer goes out; OK_TIME_LOCKED waits until the loop is locked.
 void inrsiAnswerContinuation(u32 status);            // SocpriSyncStatus
 /// The links hear that no more jumps come, after 1000 ms with 1, 50 ms with 0.
 void KvdLoz6TuSoCpri_inrsi_noMoreBfnJumpsExpected(u32 isLong);

@@ -4,6 +4,7 @@
 // (kvd_socpri_inrsi_revert.cpp), the logs (kvd_socpri_inrsi_log.cpp). Nobody else includes it, but for
 // the tests.
 #pragma once
+#include "base/tu_common.h"
 #include "socpri/kvd_socpri_inrsi.h"
 #include "socpri/kvd_socpri_inrsi_int.h"
 
@@ -23,7 +24,7 @@ struct SynthesiserCopy {
 
 struct LogEntry {
     u32  used;
-    char time[27];
+    char time[TIME_STAMP_SIZE];
     u32  event, line;
     CpriPortStatus cpriPortStatus;
     Subscribed subscribed;
@@ -38,7 +39,7 @@ struct LogEntry {
 
 struct SupervisionEntry {
     u32  used;
-    char time[27];
+    char time[TIME_STAMP_SIZE];
     u8   port;
     double phaseDiff;                          // s
     u32  valid;

@@ -1,5 +1,6 @@
 // kvd_socpri_inrsi_sdu_int.h - The slave client's record and log, for its printouts and the tests.
 #pragma once
+#include "base/tu_common.h"
 #include "socpri/kvd_socpri_inrsi_int.h"
 
 namespace inrsi::slave {
@@ -14,7 +15,7 @@ struct LogEntry {
     Subscribed subscribed;
     u8   portNo;
     u32  sharedUnitId;
-    char time[27];
+    char time[TIME_STAMP_SIZE];
 };
 struct Log {
     std::array<LogEntry, LOG_ENTRIES> entry;

@@ -30,7 +30,7 @@ bool isNewest(const GpsStateHistory& h, u32 state) { return h.count > 0 && h.row
 
 void setTime(GpsStateRecord& record, const char* time)
 {
-    std::memcpy(record.time, time, GPS_TIME_TEXT);
+    std::memcpy(record.time, time, TIME_STAMP_SIZE);
 }
 
 void insert(GpsStateHistory& h, u32 state, const char* time)
@@ -45,7 +45,7 @@ void recordOperational(GpsStateHistory& h, const char* now)
 {
     if (h.wasValid) {
         if (h.droppedBack) return;
-        std::memcpy(h.droppedTime, now, GPS_TIME_TEXT);
+        std::memcpy(h.droppedTime, now, TIME_STAMP_SIZE);
         h.droppedBack = true;
     } else if (!isNewest(h, GPS_OPERATIONAL)) {
         insert(h, GPS_OPERATIONAL, now);
@@ -76,7 +76,7 @@ void recordOther(GpsStateHistory& h, u32 state, const char* now)
 
 void KvdLoz6TuGps_recordState(GpsStateHistory& history, u32 state)
 {
-    char now[GPS_TIME_TEXT];
+    char now[TIME_STAMP_SIZE];
     TuCommon_timeStamp(now);
     switch (state) {
     case GPS_OPERATIONAL:                 recordOperational(history, now);  break;

@@ -2,6 +2,7 @@
 // Owner   the manager process; the machine in kvd_gps_machine.cpp writes.
 // Errors  none.
 #pragma once
+#include "base/tu_common.h"
 #include "ose/types.h"
 
 enum GpsState : u32 {
@@ -16,10 +17,9 @@ enum GpsState : u32 {
 };
 
 constexpr u32 GPS_STATE_HISTORY = 10;
-constexpr u32 GPS_TIME_TEXT = 27;      // "%Y-%m-%d %H:%M:%S", point, six digits, terminator
 struct GpsStateRecord {
     u32 state = 0;
-    char time[GPS_TIME_TEXT] = "";
+    char time[TIME_STAMP_SIZE] = "";
 };
 
 /// The last states with their times, newest first. A receiver whose sentences come late toggles between the
@@ -29,7 +29,7 @@ struct GpsStateHistory {
     u8 count = 0;
     bool wasValid = false;                 // OPERATIONAL_WITH_VALID_TIME is the newest row
     bool droppedBack = false;              // OPERATIONAL came after it, at the time noted
-    char droppedTime[GPS_TIME_TEXT] = "";
+    char droppedTime[TIME_STAMP_SIZE] = "";
 };
 /// Notes that `state` is entered now.
 void KvdLoz6TuGps_recordState(GpsStateHistory& history, u32 state);

@@ -23,7 +23,7 @@ u32 KvdLoz6TuRef_rowOfRefType(u8 refType)
     return 0;
 }
 
-RefDesc& KvdLoz6TuRef_row(u32 row) { return s->refDescTable[validRow(row)]; }
+const RefDesc& KvdLoz6TuRef_row(u32 row) { return s->refDescTable[validRow(row)]; }
 u32 KvdLoz6TuRef_toggleMask(u32 row) { return REF_ROW_TRAITS[validRow(row)].toggleMask; }
 u32 KvdLoz6TuRef_stateMask(u32 row) { return REF_ROW_TRAITS[validRow(row)].stateMask; }
 u32 KvdLoz6TuRef_isFirstStart() { return s->firstStart; }

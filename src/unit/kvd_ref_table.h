@@ -79,18 +79,19 @@ struct RefTable {
     u32 gpsExtToggle = NO_TOGGLE;
     u32 prevGpsToggle = NO_TOGGLE;
     u32 ethStatusSent = 0;        // an Ethernet row's status went out since supervision last started
-        u32 firstStart = 0;
+    u32 firstStart = 0;
     RefOwnerStatus gps, hptsi, gpsOsl;
 
     /// The selection, newest first: RefTypes.
     u8 selectedRef = NO_REF, prevSelRef = NO_REF, prevPrevSelRef = NO_REF;
 };
+/// The one record, for its writer.
 RefTable& KvdLoz6TuRef_table();
 
 u32  KvdLoz6TuRef_isFirstStart();
 
 u32  KvdLoz6TuRef_rowOfRefType(u8 refType);
-RefDesc& KvdLoz6TuRef_row(u32 row);            // for the references' own handlers
+const RefDesc& KvdLoz6TuRef_row(u32 row);      // any row beyond the table reads as the first
 u32  KvdLoz6TuRef_toggleMask(u32 row);
 u32  KvdLoz6TuRef_stateMask(u32 row);
 u32  KvdLoz6TuRef_lastToggleStatus();

@@ -135,10 +135,10 @@ TEST(GpsLog, FollowsTheReceiversKindButNotItsLoss)
     b.receiver(GPSS_NORVANE_COMBINED);
     b.in([] {
         storeSecond();
-        KvdLoz6TuGps_receiver().gpssType = GPSS_FURUNO;
+        KvdLoz6TuGps_receiverRecord().gpssType = GPSS_FURUNO;
         KvdLoz6FifoGps_storeGptps(2, 1, 1, 2288, 100);
         KvdLoz6FifoGps_closeRecord();
-        KvdLoz6TuGps_receiver().gpssType = GPSS_UNKNOWN;
+        KvdLoz6TuGps_receiverRecord().gpssType = GPSS_UNKNOWN;
     });
     b.dump();
     const std::string text = b.file("kvdFifoGps");
@@ -188,19 +188,10 @@ TEST(RegulatorLog, WritesARecordAndThePrintouts)
         std::array<double, 36> P{};
         P[0] = 1e-10, P[1] = 2e-12, P[6] = 3e-12, P[7] = 4e-20;
         KvdLoz6FifoReg_setLatchedTime(512.25);
-        KvdLoz6FifoReg_newRecord();
-        KvdLoz6FifoReg_setRef(Z_TEMP_REF);
-        KvdLoz6FifoReg_newRecord();
-        KvdLoz6FifoReg_setRef(Z_GPS_REF);
-        KvdLoz6FifoReg_setSfcTime(2048.0, 512.2500001);
-        KvdLoz6FifoReg_setZ(-0.5);
-        KvdLoz6FifoReg_setR(1e-14);
-        KvdLoz6FifoReg_setM(12.0);
-        KvdLoz6FifoReg_setPrediction({1.5, -2.5e-9, 1, 1, 1, 1}, P);
-        KvdLoz6FifoReg_setKgain({0.125, 0.0625});
-        KvdLoz6FifoReg_setEstimate({0.25, 3e-9}, P);
-        KvdLoz6FifoReg_setUf(2457600.5);
-        KvdLoz6FifoReg_setDuf(-0.75);
+        KvdLoz6FifoReg_add({.z_i = Z_TEMP_REF});
+        KvdLoz6FifoReg_add({.z_i = Z_GPS_REF, .c = 2048.0, .f = 512.2500001, .z = -0.5, .R = 1e-14, .m = 12.0,
+                            .x_pred = {1.5, -2.5e-9, 1, 1, 1, 1}, .x_est = {0.25, 3e-9}, .K = {0.125, 0.0625},
+                            .P_pred = P, .P_est = P, .Uf = 2457600.5, .duf = -0.75});
     });
     b.dump();
     const std::string text = b.file("kvdFifoKalman");
@@ -267,7 +258,7 @@ TEST(Dump, HasNoGpsFileWithoutAReceiver)
         SCOPED_TRACE(c.what);
         FifoBench b;
         b.receiver(c.gpssType);
-        b.in([&] { KvdLoz6TuRef_row(ROW_GPS).supervisionStatus = c.supervised; });
+        b.in([&] { KvdLoz6TuRef_table().refDescTable[ROW_GPS].supervisionStatus = c.supervised; });
         b.dump();
         EXPECT_EQ(!b.file("kvdFifoGps").empty(), c.gpsFile);
         EXPECT_NE(b.file("kvdFifoKalman"), "");

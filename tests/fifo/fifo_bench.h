@@ -26,8 +26,8 @@ struct FifoBench : IdleNode {
     void receiver(u32 gpssType)
     {
         in([gpssType] {
-            KvdLoz6TuRef_row(ROW_GPS).supervisionStatus = 1;
-            KvdLoz6TuGps_receiver().gpssType = gpssType;
+            KvdLoz6TuRef_table().refDescTable[ROW_GPS].supervisionStatus = 1;
+            KvdLoz6TuGps_receiverRecord().gpssType = gpssType;
         });
     }
     void dump()

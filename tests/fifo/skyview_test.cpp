@@ -64,8 +64,8 @@ TEST(SkyView, TakesARecordAMinuteUntilItIsStopped)
     b.start();
     EXPECT_TRUE(b.running());
     b.in([] {
-        KvdLoz6TuGps_receiver().instantaneous.altitude = 43.26;
-        KvdLoz6TuGps_receiver().averaged.longitude = {70, 40, 1, GPS_WEST};
+        KvdLoz6TuGps_receiverRecord().instantaneous.altitude = 43.26;
+        KvdLoz6TuGps_receiverRecord().averaged.longitude = {70, 40, 1, GPS_WEST};
     });
     b.node.setCalendar(1700000000, 0);
     b.seconds(121);

@@ -33,7 +33,7 @@ struct GpsMeasure : regtest::MeasureBench {
     {
         edgeTime += 1.0;
         gpsTime += 1.0;
-        in([&] { KvdLoz6TuGps_receiver().gpsCurrentTime = gpsTime + off; });
+        in([&] { KvdLoz6TuGps_receiverRecord().gpsCurrentTime = gpsTime + off; });
         edge(edgeTime);
     }
     void delay(u16 delay_ns)

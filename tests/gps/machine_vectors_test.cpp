@@ -295,7 +295,7 @@ struct SequenceReplay : bench::GpsReplay {
     {
         const KvdTuiifSynchPathSupInd ind{KVD_TUIIF_SYNCH_PATH_SUP_IND, GPS_REF, status, 0, 3};
         const u32 row = KvdLoz6TuRef_rowOfRefType(GPS_REF);
-        RefDesc& desc = KvdLoz6TuRef_row(row);
+        RefDesc& desc = KvdLoz6TuRef_table().refDescTable[row];
         if (desc.supervisionStatus == status || status != 1)
             return KvdLoz6TuRef_onPathSupervision(&ind);
         KvdLoz6TuGps_supervision(reinterpret_cast<const Signal*>(&ind), row);

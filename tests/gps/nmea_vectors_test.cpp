@@ -106,7 +106,7 @@ json snapshot()
 /// Puts a value of "before" in its place.
 void put(const std::string& key, const Value& value)
 {
-    GpsReceiver& receiver = KvdLoz6TuGps_receiver();
+    GpsReceiver& receiver = KvdLoz6TuGps_receiverRecord();
     GpsNorvane& norvane = const_cast<GpsNorvane&>(KvdLoz6TuGps_norvane());
     const std::map<std::string, std::variant<u8*, u32*>> place{
         {"noOfSatellitesForPosit", &gps::nmea().noOfSatellitesForPosit},
@@ -336,7 +336,7 @@ void positionChoice(const Value& v)
 {
     Replay bench;
     bench.in([&] {
-        GpsReceiver& receiver = KvdLoz6TuGps_receiver();
+        GpsReceiver& receiver = KvdLoz6TuGps_receiverRecord();
         receiver.gpssType = v["in"]["gpssType"];
         receiver.observationMode = v["in"]["observationMode"];
         const bool averaged = &KvdLoz6TuGps_shownPosition() == &receiver.averaged;

@@ -49,7 +49,7 @@ struct ValueReplay : bench::GpsReplay {
             double time = -1.0;
             in([&] {
                 const bool with = key[4] == '_';
-                KvdLoz6TuGps_receiver().gpsCurrentTime = with ? 1357776004.0 : 0.0;
+                KvdLoz6TuGps_receiverRecord().gpsCurrentTime = with ? 1357776004.0 : 0.0;
                 EXPECT_EQ(KvdLoz6TuGps_time(time), out[key][0].get<u32>());
             });
             EXPECT_EQ(time, out[key][1].get<double>());
@@ -80,7 +80,7 @@ struct ValueReplay : bench::GpsReplay {
     void oneShot(const Value& given, const Value& out)
     {
         in([&] {
-            KvdLoz6TuGps_receiver().gpssType = given["gpssType"];
+            KvdLoz6TuGps_receiverRecord().gpssType = given["gpssType"];
             KvdLoz6TuGps_setTuGpsRefType(given["tuGpsRefType"]);
             KvdLoz6TuGps_storeGpsState(given["newest_history"]);
             KvdLoz6TuGps_sendOneShot("PNVX,GPrst,S,1", true);
@@ -94,7 +94,7 @@ struct ValueReplay : bench::GpsReplay {
         in([&] {
             EXPECT_EQ(KvdLoz6TuGps_openSerial(), 0);
             KvdLoz6TuGps_storeGpsState(GPS_WAIT_FOR_ANY_MSG);
-            KvdLoz6TuGps_receiver().gpssType = given["gpssType"];
+            KvdLoz6TuGps_receiverRecord().gpssType = given["gpssType"];
         });
         if (given.contains("op_form")) given["op_form"].read();      // in words
         std::size_t n = 0;
@@ -179,7 +179,8 @@ void replayPreTime(const Value& v)
         const double source = v["in"]["nmea_and_latched"][n][0], latched = v["in"]["nmea_and_latched"][n][1];
         const Value after = v["out"]["after"][n];
         replay.in([&] {
-            double& time = isGps ? KvdLoz6TuGps_receiver().gpsCurrentTime : hptsi::state().hptsiCurrentTime;
+            double& time = isGps ? KvdLoz6TuGps_receiverRecord().gpsCurrentTime
+                                 : hptsi::state().hptsiCurrentTime;
             time = source + GPS_OFFSET;
         });
         replay.edge(latched);

@@ -19,7 +19,7 @@ struct Replay {
 
     void supervise(u32 row, bool on)
     {
-        RefDesc& desc = KvdLoz6TuRef_row(row);
+        RefDesc& desc = KvdLoz6TuRef_table().refDescTable[row];
         if (on) {
             // The start step alone: a filter that runs already goes on here.
             desc.supervisionStatus = 1;
