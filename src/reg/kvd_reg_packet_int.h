@@ -109,9 +109,11 @@ void resetRunningVariance(RunningVariance* v);
 
 // ---- way back -----------------------------------------------------------------------------------
 
+constexpr u32 QUIET_WINDOW = 1024;       // packets, a minute of 16 a second
+
 /// A degraded reference's path, judged by its latest round trips.
 struct QuietPath {
-    RunningVariance roundTrip{.window = 1024};
+    RunningVariance roundTrip{.window = QUIET_WINDOW};
     u32 since_ms = 0;                    // degraded and quiet since then
     u32 resumedAt_ms = 0;
     bool isResumed = false;              // and hasn't done well since

@@ -20,7 +20,9 @@ bool isPathQuiet(packet::QuietPath& q, const PktTimeMsg& msg, double limit_s)
 {
     const double meanDelay = packet::meanPathDelay(msg, msg);
     if (!packet::isRoundTripOk(meanDelay)) return false;
+    const u64 seen = q.roundTrip.accumulators[q.roundTrip.older].n;
     const double variance = *packet::runningVariance(&q.roundTrip, {0.0, 2 * meanDelay});
+    if (seen < packet::QUIET_WINDOW / 2) return false;   // few packets tell nothing
     return PDV_SIGMAS * PDV_SIGMAS * variance <= limit_s * limit_s;
 }
 
