@@ -107,6 +107,22 @@ struct RunningVariance {
 const double* runningVariance(RunningVariance* v, TimePair x);
 void resetRunningVariance(RunningVariance* v);
 
+// ---- way back -----------------------------------------------------------------------------------
+
+constexpr u32 QUIET_WINDOW = 1024;       // packets, a minute of 16 a second
+
+/// A degraded reference's path, judged by its latest round trips.
+struct QuietPath {
+    RunningVariance roundTrip{.window = QUIET_WINDOW};
+    u32 since_ms = 0;                    // degraded and quiet since then
+    u32 resumedAt_ms = 0;
+    bool isResumed = false;              // and hasn't done well since
+};
+enum class WayBack : u8 { None, Variances, Estimate };
+/// Takes a packet. After a quarter of an hour of a degraded reference on a quiet path its variances are to
+/// begin anew; when it is degraded again after that, the estimate too.
+WayBack watchQuietPath(QuietPath& q, const PktTimeMsg& msg, double limit_s);
+
 // ---- timers -------------------------------------------------------------------------------------
 
 enum PdvTimer : u32 {
@@ -212,6 +228,7 @@ struct TimeFilter {
     RunningVariance* variance21 = nullptr;
     RunningVariance* variance43 = nullptr;
     MtieMask* mask = nullptr;
+    QuietPath quiet;
 };
 
 /// Neighbours' operations. Tests put their own in place.
@@ -219,6 +236,8 @@ struct Needs {
     const u8* (*ptpProfile)(u32 froId);              // nullptr without such a clock
     double (*estimate)(const MeasRefData& data);
     void   (*setRefState)(u8 degrState);             // 1 good, 2 degraded
+    u8     (*refState)();
+    void   (*restartEstimate)();                     // knows neither time nor frequency then
     /// The selected clock's offset, ns * 2^16, and its mean path delay, ns.
     void   (*tellPacketSync)(i64 offsetFromMaster, i64 meanPathDelay);
     TimePair (*packetCounterDiff)();                 // frame counter less packet stamps' counter, s

@@ -331,6 +331,18 @@ void measureInterval(packet::TimeFilter& f, const Packet& p)
     tellPacketSync(f);
 }
 
+/// A degraded reference that nothing ails any more is measured again, whatever its past says.
+void followWayBack(packet::TimeFilter& f, const Packet& p)
+{
+    const double limit = packet::timePdvLimit(p.profile);
+    const packet::WayBack way = packet::watchQuietPath(f.quiet, p.msg, limit);
+    if (way == packet::WayBack::None) return;
+    resetVariances(f);
+    packet::stopPdvTimer(packet::HIGH_PDV_TIMER);
+    if (way == packet::WayBack::Estimate) packet::needs().restartEstimate();
+    packet::needs().setRefState(KVD_TUIIF_REF_OK);
+}
+
 /// The reference is to lock the clock within the profile's time.
 void superviseLock(const Packet& p)
 {
@@ -369,6 +381,7 @@ void KvdLoz6TuReg_handlePktTimeMsg(const PktTimeMsg& msg)
     const Packet p{msg, *profile, profileNo, packet::packetRate(msg.syncIntervalMs),
                    KvdLoz6TuReg_regState()};
     superviseLock(p);
+    followWayBack(f, p);
     if (isLocked(p.regState)) lockedPath(f, p);
     else                      unlockedPath(f, p);
     f.lastRegState = p.regState;
@@ -391,6 +404,7 @@ void KvdLoz6TuReg_onPktTimeRefInit()
     f.jumpCount21 = f.jumpCount43 = 0;
     f.stdDev21 = f.stdDev43 = 0.0;
     f.mask = KvdLoz6TuReg_openMtieMask();
+    f.quiet = {};
 }
 
 void KvdLoz6TuReg_onPktTimeRefTerm()
