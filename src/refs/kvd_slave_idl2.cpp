@@ -302,22 +302,11 @@ bool idl2CheckLinkStabilityNe(u8 linkStability)
     return checkLinkStability(linkStability, s->idl2.instabilityCntNe, "Ne", "NE", __func__);
 }
 
-/// Coarse time moves only with a sample, and so may lag a wrap of the counter behind. A second sample here would be
-/// no interval away from the one that ends the measurement.
-double presentCoarseTime(const Counter& local)
-{
-    if (KvdLoz6TuReg_getLastTime().c < 0.0) {    // no sample yet
-        double t_s = 0.0;
-        KvdLoz6TuReg_calcSampleTimeInterval(t_s);
-    }
-    const TimePair last = KvdLoz6TuReg_getLastTime();
-    const bool hasWrapped = seconds(local.mfn, local.sfn, local.inc) < last.f - COUNTER_PERIOD / 2;
-    return hasWrapped ? last.c + COUNTER_PERIOD : last.c;
-}
-
 /// Coarse stage: false when the counter can't be read, and the stage isn't over.
 bool adjustCoarse(Measurement& meas)
 {
+    // Coarse time moves only with a sample: without a fresh one it may lag a wrap behind.
+    KvdLoz6TuReg_takeSampleTime();
     Counter local{};
     if (!readCounter(local)) {
         KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO, "coarse adjustment waits, counter can't be read");
@@ -329,10 +318,8 @@ bool adjustCoarse(Measurement& meas)
     KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
               "%s(): phaseDiff (after neutralizing SFN wraparound) = %-17.16g [s]", __func__,
               meas.phaseDiff);
-    // Coarse time moves only with a sample: without a fresh one it may lag a wrap behind.
-    KvdLoz6TuReg_takeSampleTime();
     KvdLoz6TuReg_adjustSlaveOffset(0.0, meas.phaseDiff);
-    KvdLoz6TuReg_adjustSlaveOffset(presentCoarseTime(local) - ind.esfc * COUNTER_PERIOD,
+    KvdLoz6TuReg_adjustSlaveOffset(KvdLoz6TuReg_getLastTime().c - ind.esfc * COUNTER_PERIOD,
                                    seconds(local.mfn, 0, 0) - seconds(ind.mfc, 0, 0));
     const TimePair delta0_slave = KvdLoz6TuReg_getSlaveOffset();
     KvdLoz6TuReg_adjust_time(-delta0_slave.c, -delta0_slave.f);
@@ -358,12 +345,16 @@ void regulateFine(const Measurement& meas)
     s->idl2.iterationIsRegulated = 1;
 }
 
-void storeTime()
+void takeTime()
 {
     double t_s = 0.0;
     if (KvdLoz6TuReg_calcSampleTimeInterval(t_s) == 0)
         KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
                   "IDL2 sampling interval not calculated, times of the last sample stay");
+}
+
+void storeTime()
+{
     KvdLoz6SlaveWarm_setTime(KvdLoz6TuReg_getLastTime().c, KvdLoz6TuReg_getOffset().c);
     idl2HandleMsiWriting();
 }
@@ -399,8 +390,12 @@ int measureOnce(Measurement& meas)
     KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
               "%s(): phaseDiff (as calculated from NCI measurements) = %-17.16g [s]", __func__,
               meas.phaseDiff);
-    if (s->idl2.idl2FineTuning == FINE_STAGE) regulateFine(meas);
-    else if (!adjustCoarse(meas))             return 0;
+    if (s->idl2.idl2FineTuning == FINE_STAGE) {
+        regulateFine(meas);
+        takeTime();
+    } else if (!adjustCoarse(meas)) {        // has taken its time before the step
+        return 0;
+    }
     storeTime();
     report(meas);
     writeHistory(meas);
