@@ -127,8 +127,8 @@ Scenario readScenarioText(const std::string& text, const std::string& name);
 
 /// All words that an event's "do" can have, sorted.
 std::vector<std::string> eventWords();
-/// An event as typed, "gps.fault fault=antenna_open on=false", for now. Throws ScenarioError, whose line
-/// number means nothing.
+/// An event as typed, "gps.fault fault=antenna_open on=false", which happens at once. Throws ScenarioError, whose
+/// line number means nothing.
 EventSpec readEventLine(const std::string& line, const Scenario& scenario);
 /// What could stand behind a line that isn't complete: words for "do", keys, or values of the last key.
 std::vector<std::string> completeEvent(const std::string& line, const Scenario& scenario);

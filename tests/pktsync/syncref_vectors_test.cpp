@@ -193,9 +193,6 @@ bool isTraceOfItsOwn(const std::string& text)
     return WORDS.contains(text);
 }
 
-/// What the control does to a clock itself, which isn't there in most of these steps.
-bool isInTheClock(const std::string& name) { return name == "changeClock" || name == "pathSupervision"; }
-
 /// The model's events; what it expects to be traced goes to `traces`. Closed sockets are two that are given back.
 Events eventsOf(const json& list, std::vector<std::string>& traces)
 {
@@ -213,12 +210,12 @@ Events eventsOf(const json& list, std::vector<std::string>& traces)
             if (!isTraceOfItsOwn(text)) traces.push_back(text);
         } else if (name == "send") {
             events.push_back(sentEvent(e));
-        } else if (isInTheClock(name)) {
-            continue;
         } else if (name == "closeSockets") {
             events.insert(events.end(), 2, {SOCKET_GIVEN_BACK});
         } else if (name == "socket") {
             events.push_back({SOCKET, e[1] == "event" ? SOCKET_EVENT : SOCKET_GENERAL});
+        } else if (!NAMES.contains(name)) {
+            throw std::runtime_error("no replay of " + name);
         } else {
             std::vector<u32> event{NAMES.at(name)};
             for (std::size_t i = 1; i < e.size(); ++i) event.push_back(e[i]);
