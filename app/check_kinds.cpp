@@ -3,6 +3,8 @@
 #include "app/score.h"
 #include "iif/kvd_pm.h"
 
+#include <toml++/toml.h>
+
 #include <algorithm>
 
 namespace app {

@@ -111,8 +111,9 @@ std::string pageOf(const node::ShellCommand& c)
 std::string firstLine(const std::string& help)
 {
     constexpr std::size_t ROOM = 70;
-    const std::string line = help.substr(0, help.find('\n'));
-    return line.size() <= ROOM ? line : line.substr(0, ROOM - 3) + "...";
+    std::string line = help.substr(0, help.find('\n'));
+    if (line.size() > ROOM) line.replace(ROOM - 3, std::string::npos, "...");
+    return line;
 }
 
 char* nextOf(const std::vector<std::string>& words, const char* text, int state)

@@ -1,5 +1,7 @@
 #include "sim/scenario/scenario.h"
 
+#include <toml++/toml.h>
+
 #include <algorithm>
 #include <filesystem>
 

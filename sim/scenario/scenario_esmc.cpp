@@ -4,6 +4,8 @@
 #include "sim/scenario/scenario.h"
 #include "sim/scenario/unit.h"
 
+#include <toml++/toml.h>
+
 #include <algorithm>
 
 namespace sim {

@@ -2,6 +2,8 @@
 #include "sim/scenario/scenario.h"
 #include "sim/scenario/unit.h"
 
+#include <toml++/toml.h>
+
 #include <algorithm>
 #include <chrono>
 

@@ -3,6 +3,8 @@
 #include "sim/scenario/scenario.h"
 #include "sim/scenario/unit.h"
 
+#include <toml++/toml.h>
+
 #include <algorithm>
 #include <iterator>
 

@@ -5,6 +5,8 @@
 #include "sim/scenario/scenario.h"
 #include "sim/scenario/table_reader.h"
 
+#include <toml++/toml.h>
+
 #include <algorithm>
 
 namespace sim {

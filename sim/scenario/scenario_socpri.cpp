@@ -5,6 +5,8 @@
 #include "sim/scenario/scenario.h"
 #include "sim/scenario/unit.h"
 
+#include <toml++/toml.h>
+
 #include <algorithm>
 #include <cmath>
 

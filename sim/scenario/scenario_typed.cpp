@@ -3,6 +3,8 @@
 #include "sim/node/shell.h"
 #include "sim/scenario/scenario.h"
 
+#include <toml++/toml.h>
+
 #include <algorithm>
 #include <sstream>
 

@@ -1,6 +1,8 @@
 // Reading a [[unit]]: board, oscillator, oven, references at its inputs, what the main processor knows.
 #include "sim/scenario/scenario.h"
 
+#include <toml++/toml.h>
+
 #include <algorithm>
 #include <filesystem>
 

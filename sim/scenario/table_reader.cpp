@@ -1,5 +1,7 @@
 #include "sim/scenario/table_reader.h"
 
+#include <toml++/toml.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>

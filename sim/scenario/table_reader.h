@@ -2,7 +2,7 @@
 #pragma once
 #include "ose/types.h"
 
-#include <toml++/toml.h>
+#include <toml++/impl/forward_declarations.h>   // a reader includes <toml++/toml.h>
 
 #include <initializer_list>
 #include <optional>
