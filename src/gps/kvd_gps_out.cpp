@@ -1,5 +1,4 @@
-// The output's state machine: what the regulator, the loop or the master's time data say of the time,
-// and what goes out at each pulse.
+// The output's state machine: what the regulator, the loop or the master's time data say of the time.
 #include "gps/kvd_gps_out.h"
 
 #include "base/trace_groups.h"
@@ -9,21 +8,16 @@
 #include "gps/kvd_gps_upcalls.h"
 #include "hw/hali.h"
 #include "hw/kvd_hwif.h"
-#include "mp/kvd_iifadm.h"
 #include "node/platform.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
-#include "reg/kvd_reg_jump.h"
-#include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
-#include "sig/hwif_sig.h"
 #include "sig/tuiif_sig.h"
 #include "unit/kvd_ref_table.h"
 
-#include <cmath>
 #include <cstdlib>
 
 namespace {
@@ -32,21 +26,9 @@ using namespace gpsout;
 
 ose::ModuleData<State> s;
 
-// ms
-constexpr OSTIME GPOUT_AFTER = 150, GPPPR_AFTER = 400;   // the pulse: GPout comes first
-constexpr OSTIME GPGGA_PERIOD = 60'000;
-constexpr OSTIME CMCC_TIME_AFTER = 1, CMCC_STATE_AFTER = 200;
-constexpr OSTIME GRACE = 5'000;
+constexpr OSTIME GRACE = 5'000;   // ms
 constexpr u32 OUTPUT_INTERRUPT = TU_GPS_OUT_INT;
 
-bool hasValidLoop() { return KvdLoz6TuReg_slavePllState() == SLAVE_PLL_Locked; }
-
-/// On a master the regulator's lock; on a slave what the master said of itself.
-bool isTimeUsable()
-{
-    return KvdLoz6TuReg_isMaster() ? KvdLoz6TuReg_isLocked()
-                                   : classTest(s->master.regState, s->master.rcState);
-}
 bool isOffsetKnown() { return KvdLoz6TuReg_regState() == TRUETIME; }
 
 /// A slave of a node that follows the sync link itself gives nothing back to it.
@@ -55,29 +37,6 @@ bool mayBeOn() { return s->master.selectedRef != GPSOSL_REF || KvdLoz6TuReg_isMa
 void enableInterrupt() { tuHwIf_enableIsr(OUTPUT_INTERRUPT); }
 void disableInterrupt() { tuHwIf_disableIsr(OUTPUT_INTERRUPT); }
 void switchOutput(bool on) { HALI_enableTuOut(on ? 1 : 0, 0); }
-
-// ---- timers -------------------------------------------------------------------------------------
-
-void restart(KvdTimer& timer, OSTIME time_ms, SIGSELECT sigNo, const char* name)
-{
-    if (!KvdTimer_restart(timer, time_ms, sigNo))
-        KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "%s timer failed to start!", name);
-}
-
-void restartGpgga()
-{
-    if (s->protocol != PROTOCOL_NORVANE) return;
-    restart(s->gpggaTimer, GPGGA_PERIOD, KVD_TUGPS_OUT_PERIODIC_GPGGA_TIMEOUT, "GPGGA");
-}
-
-/// What the protocol would have said yet.
-void cancelSentences()
-{
-    for (KvdTimer* timer :
-         {&s->gppprTimer, &s->gpggaTimer, &s->cmccTimeTimer, &s->cmccStateTimer, &s->gpoutTimer})
-        KvdTimer_cancel(*timer);
-    s->sendQueue.clear();
-}
 
 // ---- events -------------------------------------------------------------------------------------
 
@@ -221,148 +180,6 @@ void onTimeData(const KvdTuiif10TimeDataInd* ind)
     followMaster(selectionChanged);
 }
 
-// ---- the pulse ----------------------------------------------------------------------------------
-
-/// GPS time by the regulator, s. False when its counter can't be read.
-bool regulatorGpsTime(double& gpsTime)
-{
-    double period = 0, t_f = 0;
-    if (HALI_readTime(period, t_f) != 0) return false;
-    const TimePair last = KvdLoz6TuReg_getLastTime();
-    const TimePair delta0 = KvdLoz6TuReg_getOffset();
-    const double t_c = t_f - last.f < -period / 2 ? last.c + period : last.c;
-    gpsTime = t_c + t_f - delta0.c - delta0.f + KvdLoz6TuReg_sfcGpsOffset();
-    return true;
-}
-
-/// To the whole second at the connector; the next pulse shows what became of a failure.
-void adjustCounter()
-{
-    if (tuHwIf_adjustGpsOutTime(s->boardDelay_ns) != 0)
-        KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "Failed to adjust GPS OUT counter");
-}
-
-/// The first interrupt after a lock arms, the next adjusts: the counter then has been read once.
-void alignOutput(bool isUsable)
-{
-    if (!(s->gpsTimeLocked != 0 && s->gpsOutState == OUT_TIMEOFFSET_LOCKED) &&
-        !(isUsable && s->gpsOutState == OUT_NOTHING_LOCKED)) {
-        KVD_TRACE(TRACE_TUGPS_OUT, TRACE_ERROR,
-                  "Adjust of GPS OUT is not allowed in this state %s (%u,%u)", stateText(s->gpsOutState),
-                  s->gpsTimeLocked, isUsable ? 1u : 0u);
-        return;
-    }
-    if (s->adjustArmed == 0) {
-        s->adjustArmed = 1;
-        return;
-    }
-    adjustCounter();
-    s->pp1sAligned = 1;
-    changeState(s->gpsOutState == OUT_TIMEOFFSET_LOCKED ? EV_ALIGNED : EV_FREQUENCY);
-}
-
-/// False when the pulse's time isn't known.
-bool takeTime(bool isCounterRead, double counterTime)
-{
-    double gpsTime = counterTime;
-    if (s->gpsOutState == OUT_TIME_LOCKED) {
-        if (!regulatorGpsTime(gpsTime)) return false;
-        if (s->protocol == PROTOCOL_NORVANE) {
-            gpsTime += 1.0;                      // the sentence speaks of the next second
-            tuHwIf_resetGpsOutMsiMem();
-        }
-    } else if (!isCounterRead) {
-        return false;
-    }
-    setTime(gpsTime);
-    return true;
-}
-
-void startSentences()
-{
-    if (s->protocol == PROTOCOL_NORVANE) {
-        restart(s->gppprTimer, GPPPR_AFTER, KVD_TUGPS_OUT_GPPPR_TIMEOUT, "GPppr");
-        return;
-    }
-    restart(s->cmccTimeTimer, CMCC_TIME_AFTER, KVD_TUGPS_OUT_CMCC_TOD_TIME_TIMEOUT, "CMCC TOD");
-    restart(s->cmccStateTimer, CMCC_STATE_AFTER, KVD_TUGPS_OUT_CMCC_TOD_STATE_TIMEOUT,
-            "CMCC TOD state");
-}
-
-void onPulse()
-{
-    if (s->gpsOutState <= OUT_INIT_SERIAL_PORT) return;
-    if (s->protocol == PROTOCOL_NORVANE)
-        restart(s->gpoutTimer, GPOUT_AFTER, KVD_TUGPS_OUT_GPOUT_TIMEOUT, "GPout");
-    const bool isUsable = isTimeUsable() && (KvdLoz6TuReg_isMaster() || hasValidLoop());
-    if (s->dropped != 0 && (s->pp1sAligned != 0 || !isUsable)) return;
-    double period = 0, counterTime = 0;
-    const bool isCounterRead = tuHwIf_readGpsOutTime(period, counterTime) == 0;
-    if (!isCounterRead) KVD_TRACE(TRACE_TUGPS_OUT, TRACE_ERROR, "Unable to read register for GPS OUT");
-    if (s->pp1sAligned == 0) alignOutput(isUsable);
-    if (takeTime(isCounterRead, counterTime)) startSentences();
-    else                                      KvdTimer_cancel(s->gpoutTimer);   // a second without a word
-}
-
-/// The line is opened again in every case: it carries the references' interrupts, too.
-void onInterrupt()
-{
-    ++s->counters.numberOfHwInterrupts;
-    onPulse();
-    tuHwIf_enableExtInt();
-}
-
-// ---- what goes out ------------------------------------------------------------------------------
-
-void say(const std::string& sentence, u32& count)
-{
-    if (sentence.empty()) return;
-    ++count;
-    write(sentence);
-}
-
-void onGpppr()
-{
-    say(gppprSentence(s->gpsTimeTOW, s->gpsTimeWeek, s->gpsOutState),
-        s->counters.numberOfPNVXGPpprMsgs);
-}
-
-void onGpout()
-{
-    const bool jump = KvdLoz6TuReg_isMaster() ? KvdLoz6TuReg_jumpState() != JUMP_NOT_NEEDED
-                                 : s->master.jumpIndication > 0;
-    say(gpoutSentence(KvdLoz6TuIifAdm_radioClockState(), jump,
-                      gnssTimePresent(s->master.selectedRef, KvdLoz6TuReg_isMaster(),
-                                      KvdLoz6TuIifAdm_selectedRef()),
-                      !KvdLoz6TuReg_isMaster()),
-        s->counters.numberOfPNVXGPoutMsgs);
-}
-
-void onGpgga()
-{
-    restartGpgga();
-    say(gpggaSentence(), s->counters.numberOfPNVXGPGGAMsgs);
-}
-
-void onCmccTime()
-{
-    ++s->counters.numberOfCmccTodTimeMsgs;
-    writeFrame(cmccTimeFrame(s->gpsTimeTOW, s->gpsTimeWeek, KvdLoz6TuIifAdm_radioClockState()));
-}
-
-void onCmccState()
-{
-    ++s->counters.numberOfCmccTodStateMsg;
-    writeFrame(cmccStateFrame());
-}
-
-void onGrace() { changeState(EV_LOST); }
-
-void onTimeout(KvdTimer& timer, void (*handler)())
-{
-    if (KvdTimer_expired(timer)) handler();
-}
-
 /// The words of another protocol that were under way aren't said.
 void setProtocol(u8 protocol)
 {
@@ -389,19 +206,11 @@ u16 readBoardDelay()
 
 gpsout::State& gpsout::state() { return *s; }
 
-void gpsout::setTime(double gpsTime)
+bool gpsout::hasValidLoop() { return KvdLoz6TuReg_slavePllState() == SLAVE_PLL_Locked; }
+
+bool gpsout::isTimeUsable()
 {
-    constexpr u32 WEEK_s = 604800;
-    const double weeks = gpsTime > 0 ? gpsTime / WEEK_s : 0;
-    u32 week = static_cast<u32>(weeks);
-    u32 tow = static_cast<u32>((weeks - week) * WEEK_s + 0.5);
-    if (tow == WEEK_s) {
-        tow = 0;
-        ++week;
-    }
-    s->gpsTimeWeek = week;
-    s->gpsTimeTOW = tow;
-    s->gpsTime = u64{week} * WEEK_s + tow;
+    return KvdLoz6TuReg_isMaster() ? KvdLoz6TuReg_isLocked() : classTest(s->master.regState, s->master.rcState);
 }
 
 bool gpsout::classTest(u8 regState, u8 rcState)
@@ -442,19 +251,15 @@ void gpsout::changeState(u32 event)
 
 int KvdLoz6GpsOut_dispatch(Signal* sig)
 {
+    if (takePulseSignal(sig) != 0) return 1;
     switch (sig->sigNo) {
-    case KVD_TUGPS_OUT_INTERRUPT:             onInterrupt();                                return 1;
-    case KVD_TUGPS_OUT_GPPPR_TIMEOUT:         onTimeout(s->gppprTimer, onGpppr);            return 1;
-    case KVD_TUGPS_OUT_PERIODIC_GPGGA_TIMEOUT: onTimeout(s->gpggaTimer, onGpgga);           return 1;
-    case KVD_TUGPS_OUT_CMCC_TOD_TIME_TIMEOUT: onTimeout(s->cmccTimeTimer, onCmccTime);      return 1;
-    case KVD_TUGPS_OUT_CMCC_TOD_STATE_TIMEOUT: onTimeout(s->cmccStateTimer, onCmccState);   return 1;
-    case KVD_TUGPS_OUT_SIM_INTERRUPT_TIMEOUT: onSimInterrupt();                             return 1;
-    case KVD_TUGPS_OUT_GRACE_TIMEOUT:         onTimeout(s->graceTimer, onGrace);            return 1;
-    case KVD_TUGPS_OUT_GPOUT_TIMEOUT:         onTimeout(s->gpoutTimer, onGpout);            return 1;
+    case KVD_TUGPS_OUT_GRACE_TIMEOUT:
+        if (KvdTimer_expired(s->graceTimer)) changeState(EV_LOST);
+        return 1;
     case KVD_TUIIF10_TIME_DATA_IND:
         onTimeData(as<KvdTuiif10TimeDataInd>(sig));
         return 0;                                // the regulator looks at it, too
-    default:                                                                                return 0;
+    default: return 0;
     }
 }
 

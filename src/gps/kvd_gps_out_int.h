@@ -1,5 +1,5 @@
-// kvd_gps_out_int.h - What the sources of the GPS output share: state machine (kvd_gps_out.cpp), what
-// it says (kvd_gps_out_sentence.cpp), the way to the driver (kvd_gps_out_writer.cpp).
+// kvd_gps_out_int.h - What the sources of the GPS output share: state machine (kvd_gps_out.cpp), the pulse
+// (kvd_gps_out_pulse.cpp), what it says (kvd_gps_out_sentence.cpp), the way to the driver (kvd_gps_out_writer.cpp).
 // Owner   kvd_gps_out*.cpp. Nobody else includes it, but for the tests.
 #pragma once
 #include "base/kvd_timer.h"
@@ -61,13 +61,27 @@ struct State {
 };
 State& state();
 
-/// Week and second of the week of the whole second next to this time, s since the GPS epoch: the pulse leaves
-/// the counter before its second by the way to the connector.
-void setTime(double gpsTime);
 /// Regulator states 5, 10 and 11, or clock states 3 and 4.
 bool classTest(u8 regState, u8 rcState);
 void changeState(u32 event);
+/// On a master the regulator's lock; on a slave what the master said of itself.
+bool isTimeUsable();
+bool hasValidLoop();
 const char* stateText(u32 gpsOutState);
+
+// ---- kvd_gps_out_pulse.cpp ----
+/// The pulse's interrupt, and the time-outs of what it says: 1 when it was one of them.
+int takePulseSignal(Signal* sig);
+/// Week and second of the week of the whole second next to this time, s since the GPS epoch: the pulse leaves
+/// the counter before its second by the way to the connector.
+void setTime(double gpsTime);
+/// To the whole second at the connector; the next pulse shows what became of a failure.
+void adjustCounter();
+/// Told when it is refused.
+void restart(KvdTimer& timer, OSTIME time_ms, SIGSELECT sigNo, const char* name);
+void restartGpgga();
+/// What the protocol would have said yet.
+void cancelSentences();
 
 // ---- kvd_gps_out_sentence.cpp ----
 /// Framed, "" when it is longer than the receiving end takes.

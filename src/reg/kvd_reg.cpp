@@ -1,7 +1,6 @@
 #include "reg/kvd_reg.h"
 
 #include "base/trace_groups.h"
-#include "base/tu_common.h"
 #include "hw/hali.h"
 #include "hw/kvd_hwif.h"
 #include "mp/kvd_iifadm.h"
@@ -23,7 +22,6 @@
 #include "sig/ref_types.h"
 #include "sig/reg_sig.h"
 #include "sig/tuiif_sig.h"
-#include "store/kvd_mgr_mem.h"
 #include "unit/kvd_gps_state.h"
 #include "unit/kvd_unit_link.h"
 #include "unit/kvd_unit_process.h"
@@ -34,8 +32,6 @@
 namespace {
 
 ose::ModuleData<regulator::State> s;
-
-constexpr u32 REF_INTERRUPTS = TU_100MS_INT | TU_INT_REF_CLK_INT;
 
 struct RegStateText { u8 regState; const char* text; };
 constexpr RegStateText REG_STATE_TEXTS[] = {
@@ -101,9 +97,7 @@ const char* KvdLoz6TuReg_regStateText(u8 regState)
 
 // ---- timers -------------------------------------------------------------------------------------
 
-namespace {
-
-void startWarmupTimer()
+void regulator::startWarmupTimer()
 {
     if (s->warmupTimer.runs()) {
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Warmup Tmo already started.");
@@ -113,13 +107,15 @@ void startWarmupTimer()
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Warmup Tmo did not start.");
 }
 
-void startReadTempTimer()
+void KvdLoz6TuReg_startReadTempTimer()
 {
     if (!KvdTimer_start(s->readTempTimer, regulator::READ_TEMP_TMO_ms, KVD_TUREG_READ_TEMP_TIMEOUT))
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Read Temp Tmo request failed!");
 }
 
 // ---- signals ------------------------------------------------------------------------------------
+
+namespace {
 
 void onRefInterrupt(const KvdTuhwifRefInterrupt* ind)
 {
@@ -184,7 +180,7 @@ void onReadTempTimeout()
     }
     KvdLoz6TuReg_readOcxoTemp();
     // The reading may have halted the unit: the next would do so again, before a main processor is heard.
-    if (KvdLoz6TuMgr_isHalted() == 0) startReadTempTimer();
+    if (KvdLoz6TuMgr_isHalted() == 0) KvdLoz6TuReg_startReadTempTimer();
 }
 
 void onWarmupTimeout()
@@ -230,144 +226,6 @@ int KvdLoz6TuReg_dispatch(Signal* sig)
         KvdLoz6TuReg_onContinuePostponedRegulationTimeout();                              return 1;
     default:                                                                              return 0;
     }
-}
-
-// ---- initiation ---------------------------------------------------------------------------------
-
-namespace {
-
-constexpr double VT_MIN_DEFAULT = 1.0, VT_MAX_DEFAULT = 3.1;   // V
-
-void takeTemperatureLimits()
-{
-    OcxoParams params{};
-    HALI_getOcxoParams(params);            // a failure leaves limits that aren't valid
-    s->vTmin = params.tempMin;
-    s->vTmax = params.tempMax;
-    if (!regulator::areLimitsValid(s->vTmin, s->vTmax)) {
-        char text[64];
-        std::snprintf(text, sizeof text, "vTmin=%g vTmax=%g", s->vTmin, s->vTmax);
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "turegInit: Temperature limits are not valid. %s", text);
-        s->vTmin = VT_MIN_DEFAULT;
-        s->vTmax = VT_MAX_DEFAULT;
-    }
-    KvdLoz6TuReg_setTempLimits(s->vTmin, s->vTmax);
-}
-
-/// The reading is for the trace: the controller of the start gets the first tick's.
-void startTemperature()
-{
-    startWarmupTimer();
-    double vT = 0;
-    HALI_getOcxoTemp(vT);
-    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "First reading of temp (%s)", TuCommon_text(vT));
-}
-
-void enableBbClock(bool idl2Slave)
-{
-    tuHwIf_enableDeltaSigma();
-    if (s->masterSlaveMode != 0) {
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Enable BBclock in master.");
-        tuHwIf_enableBbClk(1);
-    } else if (idl2Slave) {
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Enable BBclock in IDL2 slave.");
-        tuHwIf_enableBbClk(1);
-    }
-}
-
-}  // namespace
-
-void KvdLoz6TuReg_initiate(u32 coldRestart, u8 timeMode, u8 masterSlaveMode)
-{
-    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s: coldRestart (%u), timeMode (%d), masterSlaveMode (%d)",
-              __func__, coldRestart, timeMode, masterSlaveMode);
-    KvdLoz6TuMem_allocate(MEM_REG_HIST, coldRestart);
-    s->receivedTimeDataInd = 0;
-    s->otherLoz6Data = {};
-    s->newTimeData = 0;
-
-    s->coldRestart = coldRestart;
-    s->masterSlaveMode = masterSlaveMode;
-    const bool idl2Slave = regulator::isIdl2Slave();
-    if (idl2Slave) {
-        s->passedWarmup = 1;
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "passedWarmup set to True");
-    } else {
-        s->passedWarmup = 0;
-        s->isInitiating = 1;
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "passedWarmup set to False");
-    }
-    s->tureg_timeMode = KvdLoz6TuReg_timeMode();
-    s->previousTimeMode = s->tureg_timeMode;
-    s->initCnt = regulator::TICKS_COUNTED;
-    regulator::setInitiateState(TUREG_START);
-    if (!idl2Slave) {
-        KvdLoz6TuReg_setInitialFrequencyDrift(s->initCnt);
-        KvdLoz6TuReg_setRegState(WARMUP);
-    }
-    takeTemperatureLimits();
-    if (!idl2Slave) {
-        startReadTempTimer();
-        startTemperature();
-        if (masterSlaveMode != 0) {
-            KvdLoz6TuReg_setMaster(timeMode);
-            tuHwIf_enableIsr(REF_INTERRUPTS);
-        } else {
-            KvdLoz6TuReg_setSlave(timeMode);
-        }
-    }
-    if (KvdLoz6BiraIifAdm_idlMode() != KVD_BIRAIIF_IDL_MODE_2) tuHwIf_enableIsr(REF_INTERRUPTS);
-    s->isInitiating = 0;
-    enableBbClock(idl2Slave);
-    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s: finished", __func__);
-}
-
-void KvdLoz6TuReg_setSlave(u8 timeMode)
-{
-    ++s->slaveSel;
-    s->tureg_timeMode = timeMode;
-    s->masterSlaveMode = 0;
-}
-
-namespace {
-
-bool isTimeState(u8 regState)
-{
-    return regState == STARTUPTIME || regState == TIMELOCKED || regState == TRUETIME;
-}
-
-/// A slave that knows the time goes on as master from what both units know.
-void takeOver()
-{
-    regulator::OtherUnit& other = s->otherLoz6Data;
-    const Vec6 x_est = KvdLoz6TuReg_estimateStateVar().x_est;
-    KvdLoz6TuReg_mergeOtherEstimate(s->masterSlaveMode != 0, other.x_est_1, other.x_est_2,
-                                    other.P_est_1_1);
-    if (s->receivedTimeDataInd != 0) {
-        other.x_est_1 = -x_est[0];
-        other.x_est_2 = -x_est[1];
-    }
-    s->newTimeData = 0;
-    KvdLoz6TuReg_takeOverAsMaster(other.regState);
-    if (s->receivedTimeDataInd != 0) other.regState = KvdLoz6TuReg_regState();
-}
-
-}  // namespace
-
-void KvdLoz6TuReg_setMaster(u8 timeMode)
-{
-    ++s->masterSel;
-    s->tureg_timeMode = timeMode;
-    if (s->masterSlaveMode == 0 && s->isInitiating == 0) {
-        if (isTimeState(KvdLoz6TuReg_regState())) {
-            takeOver();
-        } else {
-            KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Initiate all values again and enable BBclock");
-            KvdLoz6TuReg_initiate(1, timeMode, 1);
-        }
-    }
-    KvdLoz6TuReg_forceRegState(UNKNOWN);
-    s->masterSlaveMode = 1;
 }
 
 // ---- what others are told -----------------------------------------------------------------------
@@ -444,8 +302,6 @@ void   KvdLoz6TuReg_setNoisyCounter(u8 ticks) { s->initCnt = ticks; }
 void   KvdLoz6TuReg_clearReceivedTimeData() { s->receivedTimeDataInd = 0; }
 void   KvdLoz6TuReg_countHistoryUse(bool fromMsi) { ++(fromMsi ? s->msiUsed : s->flashUsed); }
 u32    KvdLoz6TuReg_badTempReported() { return s->badTempReported; }
-
-void KvdLoz6TuReg_startReadTempTimer() { startReadTempTimer(); }
 
 void KvdLoz6TuReg_startIdl2LinkRestartTimer()
 {

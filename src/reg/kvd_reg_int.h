@@ -67,6 +67,7 @@ State& state();
 bool isIdl2Slave();
 void setInitiateState(u32 tuRegInitiateState);
 const char* initiateStateText(u32 tuRegInitiateState);
+void startWarmupTimer();
 void cancelWarmupTimer();
 /// Stores sfcGpsOffset in persistent memory, when its region is there.
 void storeSfcGpsOffset();
