@@ -117,6 +117,19 @@ TEST(GpsMachine, RefusesAMadeUpSentence)
     EXPECT_EQ(unit.gpsState(), 4u);
 }
 
+TEST(GpsMode, IsSetUpAnewAtTheSixthReportOfAUsableTimeInAnother)
+{
+    GpsUnit unit;
+    const auto setUp = [&] { return unit.traces("GPSS not in Fixed Observation Point mode, resending setup"); };
+    unit.typeAsCombined();
+    unit.say(GPSTS_SURVEY);
+    for (u32 i = 0; i < 7; ++i) unit.say(gpppr(++unit.tow, GPSS_1PPS_NOT_SYNCHRONISED));
+    for (u32 i = 0; i < 5; ++i) unit.say(gpppr(++unit.tow));
+    EXPECT_EQ(setUp(), 0u) << "a receiver without time surveys for good reason";
+    unit.say(gpppr(++unit.tow));
+    EXPECT_EQ(setUp(), 1u);
+}
+
 TEST(GpsMode, HeldPositionIsToldOnceAHold)
 {
     GpsUnit unit;
