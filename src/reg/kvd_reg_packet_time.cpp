@@ -120,7 +120,7 @@ void judgeHighPdv(const Packet& p, double dl, double ul)
     }
 }
 
-/// Few packets under some variation: what the clock tells may not be relied on once it has lasted for a minute.
+/// Few packets under some variation: what the clock tells may not be relied on once that has lasted a minute.
 void judgeReliability(const Packet& p, double dl, double ul)
 {
     constexpr double LIMIT_s = 3.5e-07;

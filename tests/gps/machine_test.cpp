@@ -119,15 +119,16 @@ TEST(GpsMachine, RefusesAMadeUpSentence)
 
 TEST(GpsMode, IsSetUpAnewAtTheSixthReportOfAUsableTimeInAnother)
 {
+    constexpr u32 NO_TIME = 3;                       // the pulse isn't synchronised
     GpsUnit unit;
-    const auto setUp = [&] { return unit.traces("GPSS not in Fixed Observation Point mode, resending setup"); };
+    const auto setUps = [&] { return unit.traces("not in Fixed Observation Point mode, resending setup"); };
     unit.typeAsCombined();
     unit.say(GPSTS_SURVEY);
-    for (u32 i = 0; i < 7; ++i) unit.say(gpppr(++unit.tow, GPSS_1PPS_NOT_SYNCHRONISED));
+    for (u32 i = 0; i < 7; ++i) unit.say(gpppr(++unit.tow, NO_TIME));
     for (u32 i = 0; i < 5; ++i) unit.say(gpppr(++unit.tow));
-    EXPECT_EQ(setUp(), 0u) << "a receiver without time surveys for good reason";
+    EXPECT_EQ(setUps(), 0u) << "a receiver without time surveys for good reason";
     unit.say(gpppr(++unit.tow));
-    EXPECT_EQ(setUp(), 1u);
+    EXPECT_EQ(setUps(), 1u);
 }
 
 TEST(GpsMode, HeldPositionIsToldOnceAHold)

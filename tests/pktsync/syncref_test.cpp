@@ -41,7 +41,8 @@ TEST(Syncref, AChangeTakesWhatItsKindAllows)
     change.serverIpAddress.address[3] = 9;
     b.step([&change] {
         give(setReq(change));
-        EXPECT_EQ(events(), (Events{{CHANGE_CLOCK, 1, 0, 0, 46, IEEE_1588_J3}, {SENT, KVD_TUIIF_SET_PKT_REF_RO_CFM, 2, 5}}));
+        EXPECT_EQ(events(), (Events{{CHANGE_CLOCK, 1, 0, 0, 46, IEEE_1588_J3},
+                                    {SENT, KVD_TUIIF_SET_PKT_REF_RO_CFM, 2, 5}}));
         EXPECT_EQ(ptpClockOf(1)->setup.dscp, 46);
         EXPECT_EQ(ptpClockOf(1)->setup.delayAsymmetry, 0);
         EXPECT_FALSE(ptpClockOf(1)->enabled);
