@@ -119,20 +119,24 @@ TEST(StartUpTests, EndAtTheFirstFailureInTheHaltedState)
 
 TEST(StartUpTests, GoOnWithoutAServiceThatFallsSilentOrRejects)
 {
-    struct Case { const char* when; u32 tests; bool rejects, fails; };
-    for (const Case& c : {Case{"silent", 3, false, false}, Case{"rejects", 3, true, false},
-                          Case{"rejects behind the last test", 7, true, false},
-                          Case{"rejects behind one that failed", 1, true, true}}) {
+    // It falls silent in the test behind `tests`, orders another, or rejects.
+    struct Case { const char* when; u32 tests; bool orders, rejects, fails; };
+    for (const Case& c : {Case{"silent", 3, false, false, false}, Case{"rejects", 3, false, true, false},
+                          Case{"rejects behind the last test", 5, true, true, false},
+                          Case{"rejects behind one that failed", 1, false, true, true}}) {
         SCOPED_TRACE(c.when);
         DiagUnit unit;
         unit.node.powerOn();
-        if (c.fails) unit.faults().toggleStuckOn = 0x1;
+        if (c.fails) unit.faults().toggleStuckOn = 0x2;
         ASSERT_TRUE(unit.runToTest(c.tests));
         unit.node.temi().setAnswer(sim::Answer::Silent);
+        const TarsoTemiDoTestInd order{TARSO_TEMI_DO_TEST_IND, 0, 1, {}};
         constexpr SIGSELECT REJ = TARSO_TEMI_INITIATE_SERVICE_REJ;
+        if (c.orders) unit.node.system().inject(std::as_bytes(std::span(&order, 1)), unit.manager(), 0);
         if (c.rejects) unit.node.system().inject(std::as_bytes(std::span(&REJ, 1)), unit.manager(), 0);
         unit.run(70);
         EXPECT_EQ(unit.traced("No restartType received from TEMI, assuming Power-on"), !c.fails);
+        EXPECT_EQ(unit.traced("Last test performed."), c.orders);
         EXPECT_EQ(unit.traced("WARNING: LOZ6 HW diagnostic failed, halting process"), c.fails);
         if (!c.fails) {
             EXPECT_EQ(unit.node.mainProcessor().clockState(), 1);
