@@ -164,7 +164,7 @@ struct StartUp {
     const u32 hwInitResult;
     u32 test = 1;                       // the next one
     u8 result = STARTUP_PASSED;
-    bool isSettled = false;             // the last answer was given: what follows can't change the result
+    bool isSettled = false;             // the last answer was given: a failure stands, come what may
 };
 
 void onDoTest(const TarsoTemiDoTestInd& ind, StartUp& startUp)
@@ -211,6 +211,8 @@ bool onStartUpSignal(const Signal* sig, StartUp& startUp)
     const u32 result = node::TarsoTemi_internal(sig);
     switch (sig->sigNo) {
     case TARSO_TEMI_INITIATE_SERVICE_REJ:
+        if (startUp.result == STARTUP_PASSED) startUp.result = STARTUP_NO_ANSWER;
+        return true;
     case TARSO_TEMI_TERMINATE_SERVICE_CFM: return true;
     case TARSO_TEMI_SERVER_DOWN_IND:
         if (result != 0) return false;

@@ -84,7 +84,7 @@ void countFailedRead()
         s->failedReads = 0;
         return;
     }
-    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "attempt to read bfnIn failed %u times",
+    KVD_TRACE(TRACE_TUHWIF, TRACE_3, "attempt to read bfnIn failed %u times",
               static_cast<u32>(s->failedReads));
 }
 
@@ -136,11 +136,11 @@ int tuHwIf_readBfnIn(BfnIn& in)
     const double T = increments(words.local) / INCREMENTS_PER_SECOND;
     traceNoise(filterBfnNoise(s->noise, T, words.parityError != 0));
     if (s->noise.active != 0) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "noise detected in bfn in data");
+        KVD_TRACE(TRACE_TUHWIF, TRACE_3, "noise detected in bfn in data");
         return 1;
     }
     if (words.parityError != 0) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "parity error in bfn in data");
+        KVD_TRACE(TRACE_TUHWIF, TRACE_3, "parity error in bfn in data");
         return 5;
     }
     if (!isRemoteGood(words.remoteMfn, words.remoteSfn)) return 1;

@@ -107,7 +107,7 @@ int adjustTimeType1(const Sfc& step)
 {
     if (step.mfn == 0 && step.sfn == 0 && step.inc < STEP_THRESHOLD) {
         KVD_TRACE(
-            TRACE_TUHWIF, TRACE_INFO,
+            TRACE_TUHWIF, TRACE_3,
             "No time adjustment performed, as the value to adjust the sfc register is below 32ns "
             "threshold.");
         return 0;
@@ -122,7 +122,7 @@ int adjustTimeType2(double ext_t, Sfc step)
     const u32 e = static_cast<u32>(static_cast<i64>(ext_t));   // modulo its width, also backwards
     if (step.mfn == 0 && step.sfn == 0 && step.inc < STEP_THRESHOLD) {
         if (e == 0) {
-            KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,
+            KVD_TRACE(TRACE_TUHWIF, TRACE_3,
                       "No time adjustment performed, values are below threshold: ext=%u, mfn=%hu, "
                       "sfn=%hu, "
                       "inc=%u",

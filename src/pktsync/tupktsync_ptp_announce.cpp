@@ -202,7 +202,10 @@ bool ptpOnAnnounce(PtpClock& c, const PtpHeader& received, const PtpAnnounce& an
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "Announce received from ALTERNATE_MASTER clock");
         return false;
     }
-    if (h.sourcePortIdentity.clockIdentity == PtpClockIdentity{}) return false;
+    if (h.sourcePortIdentity.clockIdentity == PtpClockIdentity{}) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "Announce received with clockIdentity 0");
+        return false;
+    }
     const Verdict verdict = judge(c, h, a);
     if (verdict == Verdict::Dropped) return false;
 

@@ -48,6 +48,8 @@ constexpr Needs NEEDS = {
     .deleteSyncRef = TuPktsync_PktSyncDrvClient_deleteSyncRefReq,
     .newClock = TuPktsync_new_ptp_clock,
     .deleteClock = TuPktsync_delete_ptp_clock,
+    .changeClock = TuPktsync_change_ptp_clock,
+    .superviseClock = TuPktsync_set_ptp_path_supervision,
     .selectClock = TuPktsync_set_ptp_selected,
     .sendToMainProcessor = KvdLoz6TuIifAdm_forwardPktsync,
     .resetClients = resetClients,
@@ -154,7 +156,7 @@ void restartProtocol(Syncref& r, u32 syncrefId)
 {
     needs().deleteClock(syncrefId);
     r.protocolStarted = needs().newClock(setupOf(syncrefId, r)) != 0;
-    TuPktsync_set_ptp_path_supervision(syncrefId, 1);
+    needs().superviseClock(syncrefId, 1);
     if (r.selected) needs().selectClock(syncrefId, 1);
     KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_INFO,
               "Restarted protocol handler for syncrefId %d to effect change of serverIpAddress", syncrefId);
@@ -187,7 +189,7 @@ void handle_SetReq(const Signal* sig)
     if (hasNewServer && r.protocolStarted && isUnicast)
         restartProtocol(r, *id);
     else if (r.usePTP && r.protocolStarted)
-        TuPktsync_change_ptp_clock(*id, r.asymmetryCompensation, r.pbit, r.dscp, r.ptpProfile);
+        needs().changeClock(*id, r.asymmetryCompensation, r.pbit, r.dscp, r.ptpProfile);
     auto* cfm = node::make<KvdTuiifSetPktRefRoCfm>(KVD_TUIIF_SET_PKT_REF_RO_CFM);
     cfm->froId = r.froId;
     cfm->froClassNo = r.froClassNo;
@@ -209,7 +211,7 @@ void onPathSupervision(const Signal* sig)
                   ind->froClassNo);
         return;
     }
-    if (s->table[*id]->usePTP) TuPktsync_set_ptp_path_supervision(*id, ind->on);
+    if (s->table[*id]->usePTP) needs().superviseClock(*id, ind->on);
 }
 
 void onGetAttributes(const Signal* sig)

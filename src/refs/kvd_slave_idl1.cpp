@@ -38,7 +38,7 @@ void slave::handleIdl1IntMaster()
     BfnAll word{};
     tuHwIf_readBfnInAll(word);
     if (word.valid == 0) {
-        KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO, "handleIdl1IntMaster: Error when reading BFN IN.");
+        KVD_TRACE(TRACE_TUSLAVE, TRACE_3, "handleIdl1IntMaster: Error when reading BFN IN.");
         return;
     }
     if (KvdLoz6TuReg_jumpIdl1() != 0 && word.jump != 0) {
@@ -70,7 +70,7 @@ void followEsfc(u32 e_sfc)
     char text[96];
     std::snprintf(text, sizeof text, "%s, %s, %s", TuCommon_text(c), TuCommon_text(delta0_slave.c),
                   TuCommon_text(delta0_slave.f));
-    KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
+    KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
               "handleBfnIntSlave: input_diff [s], d0_c [increments], d0_f [increments] %s", text);
     KvdLoz6TuReg_adjust_time(-delta0_slave.c, -delta0_slave.f);
     KvdLoz6TuReg_clearSlaveOffset();
@@ -121,7 +121,7 @@ void slave::handleIdl1IntSlave()
     sendIdl(word.inc, word.jump, word.coldRestartFlag_tmp);
     double t_s = 0.0;
     if (KvdLoz6TuReg_calcSampleTimeInterval(t_s) == 0)
-        KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
+        KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
                   "handleIdl1IntSlave: Unable to calculate sampling interval - the measStateVar "
                   "will not be updated with correct t_f");
     followEsfc(word.e_sfc);

@@ -260,10 +260,10 @@ void idl2HandleMeasurementIndex(Measurement& meas)
 void idl2CheckLinkMode(u8 linkMode)
 {
     if (s->idl2.idl2FineTuning == COARSE_STAGE && linkMode != IDPI_STARTUP_MODE)
-        KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
+        KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
                   "%s(): Slave IDPI linkMode is not IDPI_STARTUP_MODE", __func__);
     if (s->idl2.idl2FineTuning == FINE_STAGE && linkMode != IDPI_SYNCHRONOUS_MODE)
-        KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
+        KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
                   "%s(): Slave IDPI linkMode is not IDPI_SYNCHRONOUS_MODE", __func__);
 }
 
@@ -277,7 +277,7 @@ bool checkLinkStability(u8 linkStability, u8& instabilityCnt, const char* end, c
         return true;
     }
     ++instabilityCnt;
-    KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
+    KVD_TRACE(TRACE_TUSLAVE, instabilityCnt == 1 ? TRACE_INFO : TRACE_3,
               "%s(): %s IDPI linkStability is not IDPI_DELAY_STABLE. ignoring measurement (%u. "
               "subsequent) and exiting function",
               caller, end, static_cast<u32>(instabilityCnt));
@@ -349,7 +349,7 @@ void takeTime()
 {
     double t_s = 0.0;
     if (KvdLoz6TuReg_calcSampleTimeInterval(t_s) == 0)
-        KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
+        KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
                   "IDL2 sampling interval not calculated, times of the last sample stay");
 }
 
@@ -370,7 +370,7 @@ void report(const Measurement& meas)
 /// Data that came after its time: it may be of before the gap.
 void skipLateData(const char* caller)
 {
-    KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
+    KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
               "%s(): KVD_TUIIF_IDL2_SYNC_DATA_IND possibly received with delay, skipping "
               "measurement!",
               caller);
@@ -421,7 +421,7 @@ int KvdLoz6TuReg_handleIdl2Slave(const Signal* sig)
     takeRestoredWarmData();
     idl2HandleJumpIndicationFlags(*ind);
     if (s->idl2.postponeTimeTuning == 1) {
-        KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
+        KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
                   "%s(): Time tuning postponed on slave DU, exiting function silently!", __func__);
         return 0;
     }
@@ -433,7 +433,7 @@ int KvdLoz6TuReg_handleIdl2Slave(const Signal* sig)
                      0.0,
                      false};
     if (ind->directConn == 0 && ind->intermediaryDuFineTimeSynching == 0) {
-        KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
+        KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
                   "%s(): This slave DU is indirectly connected to master DU and intermediary slave "
                   "DU has not yet reached IDL2_TSYNC_FINE_TUNING stage, exiting function",
                   __func__);

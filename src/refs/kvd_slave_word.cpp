@@ -31,7 +31,7 @@ u32 esfcToSend(EsfcSend& state, u32 eSfc, bool readOk, u16 mfn)
     const bool lags = readOk && mfn == 0 && state.lastMfn == MFN_LAST && eSfc == state.lastEsfc &&
                       state.eSfcClosed == 0;
     if (lags) {
-        KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO, "eSfc mismatch happend, increment the esfc");
+        KVD_TRACE(TRACE_TUSLAVE, TRACE_3, "eSfc mismatch happend, increment the esfc");
         return eSfc + 1;
     }
     state.lastEsfc = eSfc;
@@ -45,7 +45,7 @@ bool esfcFollow(EsfcFollow& state, u32 e_sfc)
 {
     if (e_sfc != state.lastEsfc) {
         state.updateEsfc = state.updateEsfc == 0 ? 1 : 0;
-        KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
+        KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
                   "%s: Received new eSfc value, lastRecevied = %d  new_esfc = %d  "
                   "update_esfc = %d",
                   "handleIdl1IntSlave", static_cast<int>(state.lastEsfc), static_cast<int>(e_sfc),

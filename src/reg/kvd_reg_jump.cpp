@@ -135,10 +135,10 @@ void moveLastTime(TimePair step)
     constexpr double NO_SAMPLE_YET = -1.0;
     const TimePair last = KvdLoz6TuReg_getLastTime();
     if (last.c == NO_SAMPLE_YET) return;
-    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "adjust_time: t_c_last,t_f_last: %s", PairText(last).text);
+    KVD_TRACE(TRACE_TUREG, TRACE_3, "adjust_time: t_c_last,t_f_last: %s", PairText(last).text);
     const TimePair sum = turnsOf(last.c + step.c, last.f + step.f);
     const TimePair moved = {sum.c * COUNTER_PERIOD, sum.f};
-    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "adjust_time: new t_c_last,t_f_last: %s",
+    KVD_TRACE(TRACE_TUREG, TRACE_3, "adjust_time: new t_c_last,t_f_last: %s",
               PairText(moved).text);
     KvdLoz6TuReg_setLastTime(moved.c, moved.f);
 }
@@ -155,7 +155,7 @@ void KvdLoz6TuReg_adjust_time(double d_c, double d_f)
 {
     const TimePair turns = turnsOf(d_c, d_f);
     const TimePair step = {turns.c * COUNTER_PERIOD, turns.f};
-    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "adjust_time: t_c, t_f: %s", PairText(step).text);
+    KVD_TRACE(TRACE_TUREG, TRACE_3, "adjust_time: t_c, t_f: %s", PairText(step).text);
     REG_UPCALLS.timeStepComes();
     if (tuHwIf_adjustTime(turns.c, turns.f) != 0) {
         REG_UPCALLS.timeStepped();

@@ -6,6 +6,7 @@
 #pragma once
 #include "base/kvd_timer.h"
 #include "base/tu_common.h"
+#include "node/trace.h"
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_mtie.h"
 #include "reg/kvd_reg_packet.h"
@@ -135,12 +136,15 @@ enum PdvTimer : u32 {
 struct RunningTimer {
     PROCESS owner = 0;
     KvdTimer timer;
+    bool isTold = false;                 // that it ended, since it was stopped last
 };
 
 /// Starts it unless it runs. True when it was started.
 bool startPdvTimer(u32 which);
-/// Stops it; only the process that started it may. Stopped already: nothing.
-void stopPdvTimer(u32 which);
+/// Stops it; only the process that started it may. True when it ran.
+bool stopPdvTimer(u32 which);
+/// Level of its traces. What lasts begins it anew at each end: that is told once.
+node::TraceLevel pdvLevel(u32 which);
 bool pdvTimerRuns(u32 which);
 
 // ---- history ------------------------------------------------------------------------------------
@@ -217,8 +221,6 @@ struct TimeFilter {
     TimePair prevZ21{0, 0}, prevZ43{0, 0};
     u8 jumpCount21 = 0, jumpCount43 = 0;
     double stdDev21 = 0, stdDev43 = 0;
-    bool isUnreliable = false;           // at the last packet
-    bool isUnreliableTold = false;       // for a minute, since the last packet that wasn't
     PktTimeMsg syncPacket{}, delayPacket{};
     u8 lastRegState = 9;                 // none yet
     i32 secOffset = 0;

@@ -85,7 +85,7 @@ bool takeDelay(packet::TimeFilter& f, Direction d, TimePair z, u16 rate, const c
         KVD_TRACE(TRACE_PTPTIME_REF, TRACE_5, "%s= %+.9f [sec] (prev %s = %.9f [sec])", name, z.c + z.f, name,
                   d.prev.c + d.prev.f);
         if (d.jumpCount < std::min<u16>(rate, COUNT_MAX)) return false;
-        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_INFO, "new mean found: %.9f [sec]", z.c + z.f);
+        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_3, "new mean found: %.9f [sec]", z.c + z.f);
         resetVariances(f);
         packet::resetMask();
         d.prev = z;
@@ -113,35 +113,29 @@ void judgeHighPdv(const Packet& p, double dl, double ul)
     const CriteriaText& text = HIGH_PDV_TEXT[p.profileNo];
     if (dl > limit || ul > limit) {
         if (packet::startPdvTimer(packet::HIGH_PDV_TIMER))
-            KVD_TRACE(TRACE_PTPTIME_REF, TRACE_INFO, text.entered, dl, ul);
-    } else if (packet::pdvTimerRuns(packet::HIGH_PDV_TIMER)) {
+            KVD_TRACE(TRACE_PTPTIME_REF, packet::pdvLevel(packet::HIGH_PDV_TIMER), text.entered, dl, ul);
+    } else if (packet::stopPdvTimer(packet::HIGH_PDV_TIMER)) {
         KVD_TRACE(TRACE_PTPTIME_REF, TRACE_INFO, text.left, dl, ul);
-        packet::stopPdvTimer(packet::HIGH_PDV_TIMER);
         packet::needs().setRefState(KVD_TUIIF_REF_OK);
     }
 }
 
-/// Few packets under some variation: what the clock tells may not be relied on. The timer begins anew for as long
-/// as that lasts, each minute; that is told once.
-void judgeReliability(packet::TimeFilter& f, const Packet& p, double dl, double ul)
+/// Few packets under some variation: what the clock tells may not be relied on once that has lasted a minute.
+void judgeReliability(const Packet& p, double dl, double ul)
 {
     constexpr double LIMIT_s = 3.5e-07;
     constexpr u16 RATE_MAX = 63;
-    const bool wasUnreliable = f.isUnreliable;
-    f.isUnreliable = (dl > LIMIT_s || ul > LIMIT_s) && p.rate <= RATE_MAX;
-    if (!f.isUnreliable) f.isUnreliableTold = false;
-    if (f.isUnreliable) {
+    if ((dl > LIMIT_s || ul > LIMIT_s) && p.rate <= RATE_MAX) {
         if (packet::startPdvTimer(packet::NOT_RELIABLE_TIMER))
-            KVD_TRACE(TRACE_PTPTIME_REF, wasUnreliable ? TRACE_3 : TRACE_INFO,
+            KVD_TRACE(TRACE_PTPTIME_REF, TRACE_3,
                       "Not Reliable criteria for 1588J3 profile entered: rate = %hu, "
                       "pdv( z21_netw ) = %+.9f, pdv( z43_netw ) = %+.9f",
                       p.rate, dl, ul);
-    } else if (packet::pdvTimerRuns(packet::NOT_RELIABLE_TIMER)) {
-        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_INFO,
+    } else if (packet::stopPdvTimer(packet::NOT_RELIABLE_TIMER)) {
+        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_3,
                   "Not Reliable criteria for 1588J3 profile left: rate = %hu, "
                   "pdv( z21_netw ) = %+.9f, pdv( z43_netw ) = %+.9f",
                   p.rate, dl, ul);
-        packet::stopPdvTimer(packet::NOT_RELIABLE_TIMER);
         packet::needs().setRefState(KVD_TUIIF_REF_OK);
     }
 }
@@ -167,7 +161,7 @@ void lockedPath(packet::TimeFilter& f, const Packet& p)
         if (f.jumpCount21 == 0 && f.jumpCount43 == 0)
             KvdLoz6TuReg_addMtieMask(f.mask, packet::phaseError(p.msg, p.msg, 1.0), p.rate);
     } else {
-        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_INFO, "Packet rountrip delay outside limits, %s",
+        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_3, "Packet rountrip delay outside limits, %s",
                   TuCommon_text(meanDelay));
     }
     const double dl = packet::PDV_SIGMAS * f.stdDev21, ul = packet::PDV_SIGMAS * f.stdDev43;
@@ -176,7 +170,7 @@ void lockedPath(packet::TimeFilter& f, const Packet& p)
         packet::historyEntry(packet::HISTORY_TIME, dl > HIGH_s || ul > HIGH_s, dl, ul);
     if (!bothTaken) return;
     judgeHighPdv(p, dl, ul);
-    if (p.profileNo == packet::IEEE_1588_J3_PROFILE) judgeReliability(f, p, dl, ul);
+    if (p.profileNo == packet::IEEE_1588_J3_PROFILE) judgeReliability(p, dl, ul);
 }
 
 void unlockedPath(packet::TimeFilter& f, const Packet& p)
@@ -239,7 +233,7 @@ bool areRoundTripsOk(const packet::TimeFilter& f)
                                    packet::meanPathDelay(f.delayPacket, f.delayPacket),
                                    packet::meanPathDelay(f.syncPacket, f.delayPacket)}) {
         if (packet::isRoundTripOk(meanDelay)) continue;
-        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_INFO, "Packet rountrip delay outside limits, %s",
+        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_3, "Packet rountrip delay outside limits, %s",
                   TuCommon_text(meanDelay));
         return false;
     }

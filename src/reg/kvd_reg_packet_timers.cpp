@@ -12,7 +12,6 @@
 #include "sig/tuiif_sig.h"
 
 #include <iterator>
-#include <utility>
 
 using packet::state;
 
@@ -35,10 +34,9 @@ u32 timerOf(SIGSELECT sigNo)
 
 void onExpiry(u32 which)
 {
-    const bool isRepeated =
-        which == packet::NOT_RELIABLE_TIMER && std::exchange(state().filter.isUnreliableTold, true);
-    KVD_TRACE(TRACE_PTPTIME_REF, isRepeated ? TRACE_3 : TRACE_INFO, "PTP time sync ref %s PDV timer timeout",
+    KVD_TRACE(TRACE_PTPTIME_REF, packet::pdvLevel(which), "PTP time sync ref %s PDV timer timeout",
               ROWS[which].name);
+    state().timers[which].isTold = true;
     if (which != packet::NOT_RELIABLE_TIMER) return packet::needs().setRefState(KVD_TUIIF_REF_DEGRADED);
     constexpr u32 NOT_RELIABLE = 0x20, OF_ACTIVE_REFERENCE = 1;
     KvdLoz6TuIifAdm_updateTuPktRefStatus(0, 0, NOT_RELIABLE, OF_ACTIVE_REFERENCE);
@@ -75,17 +73,21 @@ bool packet::startPdvTimer(u32 which)
     return KvdTimer_start(t.timer, ROWS[which].time_ms, ROWS[which].sigNo);
 }
 
-void packet::stopPdvTimer(u32 which)
+bool packet::stopPdvTimer(u32 which)
 {
     RunningTimer& t = state().timers[which];
-    if (!t.timer.runs()) return;
+    t.isTold = false;
+    if (!t.timer.runs()) return false;
     if (t.owner != ose::current_process()) {
         KVD_TRACE(TRACE_PTPTIME_REF, TRACE_ERROR,
                   "Check: Cancelling %s PDV timer requested by other process", ROWS[which].name);
-        return;
+        return false;
     }
     KvdTimer_cancel(t.timer);
+    return true;
 }
+
+node::TraceLevel packet::pdvLevel(u32 which) { return state().timers[which].isTold ? TRACE_3 : TRACE_INFO; }
 
 bool packet::pdvTimerRuns(u32 which) { return state().timers[which].timer.runs(); }
 

@@ -119,19 +119,28 @@ TEST(StartUpTests, EndAtTheFirstFailureInTheHaltedState)
 
 TEST(StartUpTests, GoOnWithoutAServiceThatFallsSilentOrRejects)
 {
-    struct Case { const char* when; sim::Answer answer; };
-    for (const Case& c : {Case{"silent", sim::Answer::Silent}, Case{"rejects", sim::Answer::Reject}}) {
+    // It falls silent in the test behind `tests`, orders another, or rejects.
+    struct Case { const char* when; u32 tests; bool orders, rejects, fails; };
+    for (const Case& c : {Case{"silent", 3, false, false, false}, Case{"rejects", 3, false, true, false},
+                          Case{"rejects behind the last test", 5, true, true, false},
+                          Case{"rejects behind one that failed", 1, false, true, true}}) {
         SCOPED_TRACE(c.when);
         DiagUnit unit;
         unit.node.powerOn();
-        ASSERT_TRUE(unit.runToTest(3));
-        unit.node.temi().setAnswer(c.answer);
+        if (c.fails) unit.faults().toggleStuckOn = 0x2;
+        ASSERT_TRUE(unit.runToTest(c.tests));
+        unit.node.temi().setAnswer(sim::Answer::Silent);
+        const TarsoTemiDoTestInd order{TARSO_TEMI_DO_TEST_IND, 0, 1, {}};
         constexpr SIGSELECT REJ = TARSO_TEMI_INITIATE_SERVICE_REJ;
-        if (c.answer == sim::Answer::Reject)
-            unit.node.system().inject(std::as_bytes(std::span(&REJ, 1)), unit.manager(), 0);
+        if (c.orders) unit.node.system().inject(std::as_bytes(std::span(&order, 1)), unit.manager(), 0);
+        if (c.rejects) unit.node.system().inject(std::as_bytes(std::span(&REJ, 1)), unit.manager(), 0);
         unit.run(70);
-        EXPECT_TRUE(unit.traced("No restartType received from TEMI, assuming Power-on"));
-        EXPECT_EQ(unit.node.mainProcessor().clockState(), 1);
+        EXPECT_EQ(unit.traced("No restartType received from TEMI, assuming Power-on"), !c.fails);
+        EXPECT_EQ(unit.traced("Last test performed."), c.orders);
+        EXPECT_EQ(unit.traced("WARNING: LOZ6 HW diagnostic failed, halting process"), c.fails);
+        if (!c.fails) {
+            EXPECT_EQ(unit.node.mainProcessor().clockState(), 1);
+        }
     }
 }
 

@@ -117,6 +117,20 @@ TEST(GpsMachine, RefusesAMadeUpSentence)
     EXPECT_EQ(unit.gpsState(), 4u);
 }
 
+TEST(GpsMode, IsSetUpAnewAtTheSixthReportOfAUsableTimeInAnother)
+{
+    constexpr u32 NO_TIME = 3;                       // the pulse isn't synchronised
+    GpsUnit unit;
+    const auto setUps = [&] { return unit.traces("not in Fixed Observation Point mode, resending setup"); };
+    unit.typeAsCombined();
+    unit.say(GPSTS_SURVEY);
+    for (u32 i = 0; i < 7; ++i) unit.say(gpppr(++unit.tow, NO_TIME));
+    for (u32 i = 0; i < 5; ++i) unit.say(gpppr(++unit.tow));
+    EXPECT_EQ(setUps(), 0u) << "a receiver without time surveys for good reason";
+    unit.say(gpppr(++unit.tow));
+    EXPECT_EQ(setUps(), 1u);
+}
+
 TEST(GpsMode, HeldPositionIsToldOnceAHold)
 {
     GpsUnit unit;

@@ -394,5 +394,5 @@ TEST(NmeaCheckValues, AreMet)
     vectors::eachKind(document["vectors"],
                       {{"sentence", sentence}, {"series", series}, {"positionChoice", positionChoice},
                        {"framing", framing}, {"framingSplit", framing}, {"frame", frame}},
-                      {"frameUse"});             // which sentence has which frame, in words; send_test.cpp
+                      {"frameUse"});             // which sentence has which frame, in words; commands_test.cpp
 }

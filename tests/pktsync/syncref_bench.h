@@ -15,7 +15,7 @@ using Events = std::vector<std::vector<u32>>;
 /// First word of an event.
 enum Ev : u32 {
     MC_ADD, MC_REMOVE, SOCKET, SOCKET_GIVEN_BACK, DRV_SET, DRV_CHANGE, DRV_DELETE, NEW_CLOCK, DELETE_CLOCK,
-    SELECTED, RESET_CLIENTS, RE_INIT, INIT_READY, SENT,
+    CHANGE_CLOCK, SUPERVISE_CLOCK, SELECTED, RESET_CLIENTS, RE_INIT, INIT_READY, SENT,
 };
 
 struct SyncrefSeen {
@@ -93,6 +93,14 @@ inline const syncref::Needs& syncrefNeeds()
         .deleteClock = [](u32 id) {
             keep({DELETE_CLOCK, id});
             if (syncrefSeen().realClocks) TuPktsync_delete_ptp_clock(id);
+        },
+        .changeClock = [](u32 id, i32 asymmetry, u8 pbit, u8 dscp, u8 profile) {
+            keep({CHANGE_CLOCK, id, static_cast<u32>(asymmetry), pbit, dscp, profile});
+            TuPktsync_change_ptp_clock(id, asymmetry, pbit, dscp, profile);
+        },
+        .superviseClock = [](u32 id, u32 on) {
+            keep({SUPERVISE_CLOCK, id, on});
+            TuPktsync_set_ptp_path_supervision(id, on);
         },
         .selectClock = [](u32 id, u32 selected) { keep({SELECTED, id, selected}); },
         .sendToMainProcessor = keepSignal,

@@ -25,7 +25,8 @@ TEST(Syncref, AChangeTakesWhatItsKindAllows)
     change.serverIpAddress.address[3] = 77;
     b.step([&change] {
         give(setReq(change));
-        EXPECT_EQ(events(), (Events{{SENT, KVD_TUIIF_SET_PKT_REF_RO_CFM, 1, 4}}));
+        EXPECT_EQ(events(), (Events{{CHANGE_CLOCK, 0, static_cast<u32>(-120), 5, 0, ITU_T_G_8275_1},
+                                    {SENT, KVD_TUIIF_SET_PKT_REF_RO_CFM, 1, 4}}));
         const PtpClockSetup& setup = ptpClockOf(0)->setup;
         EXPECT_EQ(setup.pbit, 5);
         EXPECT_EQ(setup.dscp, 0);
@@ -40,7 +41,8 @@ TEST(Syncref, AChangeTakesWhatItsKindAllows)
     change.serverIpAddress.address[3] = 9;
     b.step([&change] {
         give(setReq(change));
-        EXPECT_EQ(events(), (Events{{SENT, KVD_TUIIF_SET_PKT_REF_RO_CFM, 2, 5}}));
+        EXPECT_EQ(events(), (Events{{CHANGE_CLOCK, 1, 0, 0, 46, IEEE_1588_J3},
+                                    {SENT, KVD_TUIIF_SET_PKT_REF_RO_CFM, 2, 5}}));
         EXPECT_EQ(ptpClockOf(1)->setup.dscp, 46);
         EXPECT_EQ(ptpClockOf(1)->setup.delayAsymmetry, 0);
         EXPECT_FALSE(ptpClockOf(1)->enabled);
@@ -53,6 +55,7 @@ TEST(Syncref, AChangeTakesWhatItsKindAllows)
         EXPECT_EQ(events(), (Events{{DRV_CHANGE, 1},
                                     {DELETE_CLOCK, 1},
                                     {NEW_CLOCK, 1, UDP_UC},
+                                    {SUPERVISE_CLOCK, 1, 1},
                                     {SELECTED, 1, 1},
                                     {SENT, KVD_TUIIF_SET_PKT_REF_RO_CFM, 2, 5}}));
         EXPECT_EQ(ptpClockOf(1)->setup.serverIpAddress.octets[3], 10);

@@ -157,7 +157,13 @@ void apply(const json& op, bool interfaceUp)
     else if (name == "mcLeft") TuPktsync_SyncrefCtrl_CfiRemoveReady(op.at(1));
     else if (name == "serverDown") TuPktsync_SyncrefCtrl_handleServerDownInd();
     else if (name == "select") TuPktsync_SyncrefCtrl_selectionInd(op.at(1), op.at(2), op.at(3));
-    else if (name == "audit") {
+    else if (name == "pathSupervision") {
+        const u8 refType = op.at(2) == PACKET_FREQ_FRO_CLASS ? PACKET_FREQ_REF : PACKET_TIME_REF;
+        KvdTuiifSynchPathSupInd ind{};
+        ind.sigNo = KVD_TUIIF_SYNCH_PATH_SUP_IND;
+        ind.on = op.at(3), ind.refType = refType, ind.froId = op.at(1), ind.froClassNo = op.at(2);
+        give(ind);
+    } else if (name == "audit") {
         std::vector<TuiifPktRefConfig> rows;
         for (const json& row : op.at(1)) rows.push_back(configOf(row));
         giveAudit(rows, static_cast<u32>(rows.size()));
@@ -186,12 +192,8 @@ std::vector<u32> sentEvent(const json& e)
     return event;
 }
 
-/// Traces that the model tells by a word of its own: no signal goes with them.
-bool isTraceOfItsOwn(const std::string& text)
-{
-    static const std::set<std::string> WORDS = {"sameDomain", "refused"};
-    return WORDS.contains(text);
-}
+/// A trace that the model tells by a word of its own: all that counts is that no signal goes with it.
+bool isWord(const std::string& text) { return text.find(' ') == std::string::npos; }
 
 /// The model's events; what it expects to be traced goes to `traces`. Closed sockets are two that are given back.
 Events eventsOf(const json& list, std::vector<std::string>& traces)
@@ -199,6 +201,7 @@ Events eventsOf(const json& list, std::vector<std::string>& traces)
     static const std::map<std::string, u32> NAMES = {
         {"mcAdd", MC_ADD}, {"mcRemove", MC_REMOVE}, {"drvSet", DRV_SET}, {"drvDelete", DRV_DELETE},
         {"drvChange", DRV_CHANGE},
+        {"changeClock", CHANGE_CLOCK}, {"pathSupervision", SUPERVISE_CLOCK},
         {"deleteClock", DELETE_CLOCK}, {"selectedMark", SELECTED}, {"resetClients", RESET_CLIENTS},
         {"reInit", RE_INIT}, {"initReady", INIT_READY}, {"newClock", NEW_CLOCK},
     };
@@ -207,7 +210,7 @@ Events eventsOf(const json& list, std::vector<std::string>& traces)
         const std::string name = e[0];
         if (name == "trace") {
             const std::string text = e[1];
-            if (!isTraceOfItsOwn(text)) traces.push_back(text);
+            if (!isWord(text)) traces.push_back(text);
         } else if (name == "send") {
             events.push_back(sentEvent(e));
         } else if (name == "closeSockets") {
@@ -225,8 +228,9 @@ Events eventsOf(const json& list, std::vector<std::string>& traces)
     return events;
 }
 
-/// What a failed creation gives back on the way isn't the model's matter; nor is, in files that don't tell them,
-/// what the driver hears of a change and which sockets are given back.
+/// What a failed creation gives back on the way isn't the model's matter; nor is, in files that don't tell it,
+/// what the driver hears of a change and which sockets are given back. Of a changed or supervised clock as many
+/// words count as stand there: whose, and perhaps what.
 Events seenEvents(bool isFailure, const Events& wanted)
 {
     const auto tells = [&wanted](u32 ev) {
@@ -238,8 +242,12 @@ Events seenEvents(bool isFailure, const Events& wanted)
         return (e[0] == SOCKET_GIVEN_BACK && !tellsSockets) || (e[0] == DRV_CHANGE && !tellsChange) ||
                (isFailure && (e[0] == MC_REMOVE || e[0] == DRV_DELETE));
     });
-    for (std::vector<u32>& e : events)
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        std::vector<u32>& e = events[i];
         if (e[0] == SOCKET_GIVEN_BACK) e.resize(1);
+        const bool isOfClock = e[0] == CHANGE_CLOCK || e[0] == SUPERVISE_CLOCK;
+        if (isOfClock && i < wanted.size()) e.resize(std::clamp<std::size_t>(wanted[i].size(), 2, e.size()));
+    }
     return events;
 }
 
