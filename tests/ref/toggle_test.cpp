@@ -178,26 +178,4 @@ TEST(ToggleMonitor, TellsAChangeWithinASecondAndOnlyAChange)
     EXPECT_EQ(unit.traces("TI PROCESS Kvd_loz6_turefmon_proc created"), 1u);
 }
 
-TEST(PeerRestart, ReleasesTheRowsAndSelectsNothing)
-{
-    RefUnit unit;
-    unit.node.rawToggles = RAW_PDH1;
-    unit.supervise(PDH_SDH_REF, true, LINE_FRO);
-    unit.select(PDH_SDH_REF, LINE_FRO);
-    ASSERT_EQ(unit.regulatorRef(), TU_SR_PDH_REF1);
-    unit.toggles(0);
-    unit.node.mainProcessor().restart(100 * ose::MS);
-    unit.ms(2'000);   // connected again before the hold-off would end
-    ASSERT_TRUE(unit.node.mainProcessor().connected());
-    EXPECT_EQ(unit.row(0).supervisionStatus, 0u);
-    EXPECT_FALSE(unit.row(0).filterTimer.runs());
-    EXPECT_EQ(unit.refStatus(0), REF_STATUS_UNK);
-    EXPECT_EQ(unit.selectedRef(), NO_REF);
-    EXPECT_EQ(unit.regulatorRef(), TU_SR_NO_REF);
-    EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_isFirstStart), 0u);
-    unit.node.rawToggles = RAW_PDH1;
-    unit.supervise(PDH_SDH_REF, true, LINE_FRO);
-    EXPECT_EQ(unit.refStatus(0), REF_STATUS_ON);
-}
-
 }  // namespace

@@ -103,12 +103,10 @@ TEST(ToggleCheckValues, AreMetAtEveryStep)
         replay.bench.firstStart();
         const bool oneSharedRow = sharedRowsUsed(testCase["steps"]) == 1;
         const u32 openState = openStateOf(testCase);
-        u32 index = 0;
-        for (const Value step : testCase["steps"]) {
-            SCOPED_TRACE(step["op"].dump() + " is step " + std::to_string(index++));
+        vectors::eachStep(testCase["steps"], [&](const Value& step) {
             replay.apply(step["op"].read());
             replay.compare(step, oneSharedRow, openState);
-        }
+        });
     });
 }
 

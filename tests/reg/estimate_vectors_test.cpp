@@ -260,12 +260,10 @@ void sequence(const Value& s)
         start(s["init"]);
         unit.traceAll();
         const bool exactK = s["name"].get<std::string>() == "writing Div";
-        int index = 0;
-        for (const Value one : s["steps"]) {
-            SCOPED_TRACE("step " + std::to_string(index++));
+        vectors::eachStep(s["steps"], [&](const Value& one) {
             const Results results = step(unit, one["call"], one["after"]);
             compareState(one["after"], results, exactK);
-        }
+        });
     });
 }
 

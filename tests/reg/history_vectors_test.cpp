@@ -316,16 +316,16 @@ void recovery(HistoryBench& bench, const Value& vector)
     if (in.contains("step_form")) in["step_form"].read();
     bench.restart();
     bench.in([&] {
-        for (std::size_t i = 0; i < in["steps"].size(); ++i) {
-            SCOPED_TRACE("step " + std::to_string(i));
-            recoveryStep(in["steps"][i]);
+        std::size_t i = 0;
+        vectors::eachStep(in["steps"], [&](const Value& step) {
+            recoveryStep(step);
             const auto& r = KvdLoz6TuReg_recovery();
             const ControlStateVar& c = control::state().var;
             vectors::expectWanted({{"mode", r.recoveryModeState}, {"counter", r.steps},
                                    {"xf_limit", c.xf_limit},
                                    {"P00", estimator::state().var.P_est[0]}, {"f_lim_high", c.f_lim_high},
-                                   {"f_lim_low", c.f_lim_low}}, vector["out"]["after"][i]);
-        }
+                                   {"f_lim_low", c.f_lim_low}}, vector["out"]["after"][i++]);
+        });
     });
 }
 

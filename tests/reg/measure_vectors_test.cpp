@@ -76,7 +76,6 @@ json validState(SettledBench&, const Value& in)
     return {{"valid", measure::isValidState(in["regState"], in["refType"], in["selectedRef"],
                                             in["prevSelectedRef"])}};
 }
-
 json knowsTime(SettledBench&, const Value&) { return {{"knows", KvdLoz6TuReg_knowsTime() != 0}}; }
 
 // ---- initiation -------------------------------------------------------------------------------------------
@@ -186,11 +185,8 @@ void referenceEdges(const Value& v, const Value&)
 
 // ---- offsets and phase ------------------------------------------------------------------------------------
 
-json adjustOffset(SettledBench&, const Value& in)
-{
-    return {{"ret", KvdLoz6TuReg_adjustOffset(in["c"], in["f"])}};
-}
-json adjustSlaveOffset(SettledBench&, const Value& in)
+json adjust(SettledBench&, const Value& in) { return {{"ret", KvdLoz6TuReg_adjustOffset(in["c"], in["f"])}}; }
+json adjustSlave(SettledBench&, const Value& in)
 {
     KvdLoz6TuReg_adjustSlaveOffset(in["c"], in["f"]);
     return json::object();
@@ -514,7 +510,7 @@ TEST(MeasureVectors, Measurements)
         {"measInitiate_time", initiationTime}, {"measInitiate_rest", calls(initiationRest)},
         {"pp1sBoardDelay", calls(boardDelay)},
         {"calcSampleTimeInterval", sampleInterval}, {"handleRefClkInt", referenceEdges},
-        {"adjustOffset", calls(adjustOffset)}, {"adjustSlaveOffset", calls(adjustSlaveOffset)},
+        {"adjustOffset", calls(adjust)}, {"adjustSlaveOffset", calls(adjustSlave)},
         {"setOffset", calls(setOffset)}, {"calcZ", calls(phaseError)}, {"signalBreak", signalBreaks},
         {"handleConfigRefType", referenceChange}, {"takeOverAsMaster", calls(takeOverAsMaster)},
         {"sfcToNtp", counterDifference}, {"ntpTick", calls(counterTicks)}});

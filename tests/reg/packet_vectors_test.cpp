@@ -114,15 +114,14 @@ void floors(const Value& c)
 {
     packet::Floor floor{packet::NO_DELAY_YET, timeOf<Delay>(c["minMin"]), 0};
     i32 stored = -1, index = 0;
-    for (const Value step : c["steps"]) {
-        SCOPED_TRACE(index);
+    vectors::eachStep(c["steps"], [&](const Value& step) {
         if (packet::trackDelay(timeOf<Delay>(step[0]), floor)) stored = index;
         expectTime("min", floor.min, step[1], 0.0);
         expectTime("minMin", floor.minMin, step[2], 0.0);
         expect("close", floor.close, step[3]);
         expect("stored", stored, step[4]);
         ++index;
-    }
+    });
 }
 
 void phases(PacketBench& b, const Value& c)
@@ -144,9 +143,7 @@ void secondDifferences(PacketBench&, const Value& c)
 {
     packet::SecondDifference v;
     if (bool{c["long"]}) packet::startLong(v);
-    u32 index = 0;
-    for (const Value step : c["steps"]) {
-        SCOPED_TRACE("step " + std::to_string(index++));
+    vectors::eachStep(c["steps"], [&](const Value& step) {
         packet::takeSample(v, step[0]);
         double ratio = 0;
         const bool major = packet::varianceJumpCheck(v, &ratio);
@@ -157,7 +154,7 @@ void secondDifferences(PacketBench&, const Value& c)
         const double step2 = 4 * stepOf(step[0]), wanted = step[4];
         expect("var", v.var, step[4], {1e-9, 1e-300 + step2 * step2 + 2 * step2 * std::sqrt(wanted)});
         expect("ratio", major ? json(ratio) : json(), step[5], {0.0, 1e-6});
-    }
+    });
 }
 
 void runningVariances(PacketBench&, const Value& c)
@@ -252,9 +249,7 @@ void frequencyReference(const Value& c)
     const u32 z_i = c["z_i"];
     PacketBench b(z_i);
     b.inManager([&] { beginFrequency(z_i, c["init"]); });
-    u32 index = 0;
-    for (const Value step : c["steps"]) {
-        SCOPED_TRACE("step " + std::to_string(index++));
+    vectors::eachStep(c["steps"], [&](const Value& step) {
         const Value counter = step["counter"];
         b.putRun({counter[0], counter[1], counter[2]});
         b.R_est = step["R_est"];
@@ -264,7 +259,7 @@ void frequencyReference(const Value& c)
         b.inManager([&] { frequencySample(b, z_i, step); });
         EXPECT_EQ(b.received<KvdTuiifPktRateInd>(KVD_TUIIF_PKT_RATE_IND).size() - rates,
                   countOf(step["events"].read(), "pktRateInd"));
-    }
+    });
 }
 
 // ---- packet time ------------------------------------------------------------------------------------------
@@ -496,15 +491,13 @@ void supervision(PacketBench& b, const Value& c)
     packet::SupervisionRecord& r = packet::state().supervision;
     r = {};
     r.intervalSize = c["N"];
-    u32 index = 0;
-    for (const Value step : c["steps"]) {
-        SCOPED_TRACE("step " + std::to_string(index++));
+    vectors::eachStep(c["steps"], [&](const Value& step) {
         b.refStates.clear();
         supervisionStep(step[0], c["N"], c["W"]);
         const json& events = step[1].read();
         for (const json& e : events) expectKnown(e, EVENTS);
         EXPECT_EQ(b.refStates, refStatesOf(events));
-    }
+    });
     expectSupervision(r, c["end"]);
 }
 

@@ -73,8 +73,7 @@ void replay(const char* file, Case row)
 void frequency(Told& told, const Value& c)
 {
     told.frequency = c["currentFrequencyAtStart"];
-    for (const Value step : c["steps"]) {
-        SCOPED_TRACE(step);
+    vectors::eachStep(c["steps"], [&](const Value& step) {
         told.adjusted = told.followed = nullptr;
         const u16 before = written();
         const auto result = KvdLoz6TuReg_handleSoCpriFreqDiffMeas(step["freqDiff"], step["valid"]);
@@ -84,7 +83,7 @@ void frequency(Told& told, const Value& c)
                             {"freqDiff", socpri::newest().freqDiff}}, step);
         EXPECT_EQ(socpri::newest().event, u32{SOCPRI_EV_FREQ_MEAS});
         step["goodCount"].read();    // inside: it decides the next results
-    }
+    });
 }
 
 void phase(Told& told, const Value& c)
@@ -118,10 +117,7 @@ void validityStep(Told& told, const Value& step)
 void validity(Told& told, const Value& c)
 {
     measure::state().var.m[Z_SOCPRI_REF] = 0;
-    for (const Value step : c["steps"]) {
-        SCOPED_TRACE(step);
-        validityStep(told, step);
-    }
+    vectors::eachStep(c["steps"], [&](const Value& step) { validityStep(told, step); });
 }
 
 /// One of the answers that the file takes.
@@ -193,31 +189,6 @@ TEST(SocpriFollow, NoStepAndNoOffsetIsTooSmall)
             EXPECT_NEAR(c.steps ? told.step.get<double>() : -c.received, -c.received, 1e-15);
             EXPECT_EQ(KvdLoz6TuReg_getOffset().c, 0.0);
             EXPECT_EQ(KvdLoz6TuReg_getOffset().f, c.own);
-        });
-    }
-}
-
-// What the loop does to the counter with a phase doesn't reach that phase's record.
-TEST(SocpriPhase, IsLoggedWithTheCounterAsItCame)
-{
-    static constexpr socpri::Needs STEPS = {
-        .currentFrequency = NEEDS.currentFrequency, .adjustFrequency = NEEDS.adjustFrequency,
-        .sendFollowOcxoAdj = NEEDS.sendFollowOcxoAdj,
-        .pllControl = [](double) { KvdLoz6TuReg_setLastTime(9 * 1024.0, 1.0); },
-        .adjustTime = NEEDS.adjustTime,
-        .phaseMeasAnalysisFailed = [] { KvdLoz6TuReg_setLastTime(9 * 1024.0, 1.0); },
-        .answerContinuation = NEEDS.answerContinuation,
-    };
-    for (const u32 valid : {1u, 0u}) {
-        SCOPED_TRACE(valid);
-        Told told;
-        inUnit(told, [&](regtest::RegulatorUnit&) {
-            socpri::setNeeds(&STEPS);
-            KvdLoz6TuReg_setLastTime(5 * 1024.0, 1.0);
-            for (u32 i = 0; i < 11; ++i) KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(0, 7, i == 10 ? valid : 0);
-            EXPECT_EQ(socpri::newest().esfc, 5u);
-            KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_TIME_DATA);
-            EXPECT_EQ(socpri::newest().esfc, 9u);
         });
     }
 }

@@ -270,7 +270,17 @@ inline void each(const Value& list, const std::function<void(const Value&)>& bod
     for (const Value vector : list) runOne(nameOf(vector, index++), vector, body);
 }
 
-/// The same for a list of a file.
+/// The steps of a vector in order, to the first that throws; a failure bears the step's number.
+inline void eachStep(const Value& steps, const std::function<void(const Value&)>& body)
+{
+    std::size_t index = 0;
+    for (const Value step : steps) {
+        SCOPED_TRACE("step " + std::to_string(index++));
+        body(step);
+    }
+}
+
+/// Runs `body` once for each vector of a file's list.
 inline void replay(const std::string& file, const std::string& list,
                    const std::function<void(const Value&)>& body)
 {

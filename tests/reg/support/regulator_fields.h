@@ -39,6 +39,14 @@ Number number(T Record::*member, Tolerance tolerance = {})
     return {[member] { return static_cast<double>(record<Record>().*member); },
             [member](const Value& v) { record<Record>().*member = v; }, tolerance};
 }
+/// What `place` refers to.
+template <typename Place>
+Number number(Place place, Tolerance tolerance = {})
+    requires std::is_invocable_v<Place>
+{
+    return {[place] { return static_cast<double>(place()); },
+            [place](const Value& v) { place() = v; }, tolerance};
+}
 inline Number setOnly(std::function<void(const Value&)> set) { return {nullptr, std::move(set), {}}; }
 
 constexpr Tolerance STEP{1e-9, 1e-12};        // divider units
@@ -64,11 +72,10 @@ inline const std::map<std::string, Number>& numbers()
         {"u", setOnly([](const Value& v) { for (u32 i : {0u, 1u}) record<E>().u_tf[i] = v[i]; })},
         {"ifd", setOnly([](const Value& v) { estimator::state().initialFrequencyDrift = v; })},
         {"initialFrequencyDrift",
-         {[] { return KvdLoz6TuReg_initialFrequencyDrift(); },
-          [](const Value& v) { estimator::state().initialFrequencyDrift = v; }, CLOSE}},
+         number([]() -> auto& { return estimator::state().initialFrequencyDrift; }, CLOSE)},
         // the control law and its filter
-        {"U1", {[] { return record<C>().U[1]; }, [](const Value& v) { record<C>().U[1] = v; }, {0.0, 1e-9}}},
-        {"du", {[] { return record<C>().du[1]; }, [](const Value& v) { record<C>().du[1] = v; }, STEP}},
+        {"U1", number([]() -> auto& { return record<C>().U[1]; }, {0.0, 1e-9})},
+        {"du", number([]() -> auto& { return record<C>().du[1]; }, STEP)},
         {"regState",
          {[] { return record<C>().regState; }, [](const Value& v) { KvdLoz6TuReg_forceRegState(v); }, {}}},
         {"nomDiv", number(&C::nomDiv)}, {"K", number(&C::K, {0.0, 1.0})}, {"M", number(&C::M)},
@@ -93,18 +100,10 @@ inline const std::map<std::string, Number>& numbers()
         {"max_locked_interval_diff", number(&M::max_locked_interval_diff)}, {"vThigh", number(&M::vThigh)},
         {"vTlow", number(&M::vTlow)}, {"vT", number(&M::vT)}, {"vTnorm", number(&M::vTnorm)},
         {"nrBadSamples", number(&M::nrBadSamples)}, {"nrOutRange", number(&M::nrOutRange)},
-        {"diffCheckActive",
-         {[] { return measure::state().diffCheckActive; },
-          [](const Value& v) { measure::state().diffCheckActive = v; }, {}}},
-        {"diffCheckAfterJump",
-         {[] { return measure::state().diffCheckAfterJump; },
-          [](const Value& v) { measure::state().diffCheckAfterJump = v; }, {}}},
-        {"noisyCounter",
-         {[] { return regulator::state().initCnt; },
-          [](const Value& v) { regulator::state().initCnt = v; }, {}}},
-        {"sfcGpsOffset",
-         {[] { return KvdLoz6TuReg_sfcGpsOffset(); },
-          [](const Value& v) { regulator::state().sfcGpsOffset = v; }, {}}},
+        {"diffCheckActive", number([]() -> auto& { return measure::state().diffCheckActive; })},
+        {"diffCheckAfterJump", number([]() -> auto& { return measure::state().diffCheckAfterJump; })},
+        {"noisyCounter", number([]() -> auto& { return regulator::state().initCnt; })},
+        {"sfcGpsOffset", number([]() -> auto& { return regulator::state().sfcGpsOffset; })},
         {"sfcPtpOffset", {[] { return KvdLoz6TuReg_sfcPtpOffset(); }, nullptr, {}}},
         // the unit's role and modes, the divider's registers
         {"master", setOnly([](const Value& v) { regulator::state().masterSlaveMode = bool{v} ? 1 : 0; })},
