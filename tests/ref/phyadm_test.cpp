@@ -53,55 +53,36 @@ struct PhyUnit : bench::RefUnit {
 
 using Reports = std::vector<std::vector<u32>>;
 
-TEST(PhyPorts, AreReportedAsTheServiceAnnouncesThem)
+TEST(PhyPorts, AreReportedAsTheServiceAnnouncesThemAndFillFiveRows)
 {
+    struct Step { u32 line, froId, control; Reports reports; const char* trace; };
     PhyUnit unit;
     EXPECT_TRUE(unit.traced("Successfully registered to PHYPORTINFO IF"));
     EXPECT_TRUE(unit.traced("Connected to PHY_PORTINFO (cepId=1)"));
-    unit.announce(2, 30, 0);
-    EXPECT_EQ(unit.reports(), (Reports{{2, 30, 1}}));
-    EXPECT_EQ(unit.lineOf(30), 2u);
-    unit.announce(2, 30, 2);                                 // the same again: gone and added
-    EXPECT_EQ(unit.reports(), (Reports{{2, 30, 0}, {2, 30, 1}}));
-    unit.announce(3, 30, 2);                                 // moves to another line
-    EXPECT_EQ(unit.reports(), (Reports{{2, 30, 0}, {3, 30, 1}}));
-    EXPECT_EQ(unit.lineOf(30), 3u);
-    unit.announce(3, 30, 1);
-    EXPECT_EQ(unit.reports(), (Reports{{3, 30, 0}}));
-    EXPECT_EQ(unit.lineOf(30), 0u);
-    EXPECT_TRUE(unit.traced("Failed to return port line number (froId 30 not found in portInfoTable)"));
-}
-
-TEST(PhyPorts, FillFiveRowsAndNoMore)
-{
-    PhyUnit unit;
     EXPECT_EQ(unit.lineOf(NONE), 65535u);                    // a free row's
-    for (u32 line = 0; line < 5; ++line) unit.announce(line, 40 + line, 0);
-    EXPECT_EQ(unit.reports().size(), 5u);
-    unit.announce(5, 45, 0);
-    EXPECT_TRUE(unit.traced("Failed to insert new entry in portInfoTable (no space left)"));
-    EXPECT_EQ(unit.reports().size(), 0u);
-    EXPECT_EQ(unit.lineOf(NONE), 0u);
-    unit.announce(1, 41, 1);
-    unit.announce(5, 45, 0);                                 // takes the row that came free
-    EXPECT_EQ(unit.port(1).line, 5u);
-}
-
-TEST(PhyPorts, ThatDontFitAreLeftOut)
-{
-    PhyUnit unit;
-    unit.announce(1, 20, 0);
-    unit.reports();
-    unit.announce(1, 21, 1);
-    EXPECT_TRUE(unit.traced("Failed to delete entry in portInfoTable (lineNo=1, froId=21 not found)"));
-    unit.announce(2, 20, 1);
-    EXPECT_TRUE(unit.traced("Failed to delete entry in portInfoTable (lineNo=2, froId=20 not found)"));
-    unit.announce(1, 20, 3);
-    EXPECT_TRUE(unit.traced("Received unknown stateControl value"));
+    for (const Step& s : {
+             Step{2, 30, 0, {{2, 30, 1}}, ""},
+             Step{2, 30, 2, {{2, 30, 0}, {2, 30, 1}}, ""},   // the same again: gone and added
+             Step{3, 30, 2, {{2, 30, 0}, {3, 30, 1}}, ""},   // moves to another line
+             Step{3, 21, 1, {}, "Failed to delete entry in portInfoTable (lineNo=3, froId=21 not found)"},
+             Step{2, 30, 1, {}, "Failed to delete entry in portInfoTable (lineNo=2, froId=30 not found)"},
+             Step{3, 30, 3, {}, "Received unknown stateControl value"},
+             Step{0, 40, 0, {{0, 40, 1}}, ""}, Step{1, 41, 0, {{1, 41, 1}}, ""},
+             Step{2, 42, 0, {{2, 42, 1}}, ""}, Step{4, 44, 0, {{4, 44, 1}}, ""},
+             Step{5, 45, 0, {}, "Failed to insert new entry in portInfoTable (no space left)"},
+             Step{1, 41, 1, {{1, 41, 0}}, ""}, Step{5, 45, 0, {{5, 45, 1}}, ""}}) {
+        SCOPED_TRACE(std::to_string(s.line) + " " + std::to_string(s.froId));
+        unit.announce(s.line, s.froId, s.control);
+        EXPECT_EQ(unit.reports(), s.reports);
+        EXPECT_TRUE(unit.traced(s.trace));
+    }
     struct Short { SIGSELECT sigNo; u32 cepId, line; };
-    unit.toManager(Short{PHYPORT_PORT_INFO_IND, 1, 1});
-    EXPECT_EQ(unit.reports().size(), 0u);
-    EXPECT_EQ(unit.lineOf(20), 1u);
+    unit.toManager(Short{PHYPORT_PORT_INFO_IND, 1, 3});
+    EXPECT_EQ(unit.lineOf(30), 3u);
+    EXPECT_EQ(unit.lineOf(45), 5u);
+    EXPECT_EQ(unit.lineOf(41), 0u);
+    EXPECT_TRUE(unit.traced("Failed to return port line number (froId 41 not found in portInfoTable)"));
+    EXPECT_EQ(unit.lineOf(NONE), 0u);                        // no row is free
 }
 
 TEST(PhyPorts, UnderSupervisionChangeInPlace)
