@@ -90,8 +90,9 @@ void initiationTime(const Value& v, const Value& group)
     // Where a pair may also stand with its parts moved against each other, either is right.
     const json got = {{"t_c_last", bench.meas().t_c_last}, {"t_f_last", bench.meas().t_f_last}};
     const auto isNear = [&](const Value& wanted) {
-        return vectors::isNear(got["t_c_last"], wanted["t_c_last"].read(), toleranceOf({v, group}))
-               && vectors::isNear(got["t_f_last"], wanted["t_f_last"].read(), toleranceOf({v, group}));
+        const json& w = wanted.read();
+        return vectors::isNear(got["t_c_last"], w.at("t_c_last"), toleranceOf({v, group}))
+               && vectors::isNear(got["t_f_last"], w.at("t_f_last"), toleranceOf({v, group}));
     };
     const bool isOther = v.contains("alt") && isNear(v["alt"]);
     EXPECT_TRUE(isNear(v["out"]) || isOther) << got << " wanted " << v["out"];

@@ -20,7 +20,6 @@ struct PacketBench : MeasureBench {
     double sfcPtpOffset = 0, R_est = 1e-9;
     u8 profile = 0;
     bool hasClock = true;
-    u32 estimateRestarts = 0;
 
     explicit PacketBench(u32 z_i)
     {
@@ -54,7 +53,7 @@ inline const packet::Needs PacketBench::NEEDS = {
     },
     .setRefState = [](u8 degrState) { self->refStates.push_back(degrState); },
     .refState = []() -> u8 { return self->refStates.empty() ? 1 : self->refStates.back(); },
-    .restartEstimate = [] { ++self->estimateRestarts; },
+    .restartEstimate = [] {},
     .tellPacketSync = [](i64 offsetFromMaster, i64 meanPathDelay) {
         self->offsetFromMaster = offsetFromMaster;
         self->meanPathDelay = meanPathDelay;
