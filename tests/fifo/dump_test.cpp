@@ -53,36 +53,21 @@ TEST(GpsLog, WritesARecord)
     EXPECT_EQ(b.file("kvdFifoGps"),
               "Dump of GPS data started:\n2023-11-14 22:13:20.000250\n\n"
               "################################################### \n"
-              "Time\t\t\t\t\t:\t2023-11-14 22:13:20.000250 \n"
-              "\nGPsts data received \n"
-              "GPsts_pp1state\t\t\t:\t2\n"
-              "GPsts_positionHoldMode\t:\t1\n"
-              "GPsts_antennaPortSts\t:\t4\n"
-              "GPsts_capabilities\t\t:\t10012\n"
-              "\nGPGGA data received \n"
-              "GPGGA_latitude\t\t\t:\tN 59 20.1234\n"
-              "GPGGA_longitude\t\t\t:\tE 18 3.0042\n"
-              "GPGGA_altitude\t\t\t:\t43.3\n"
-              "GPGGA_noOfSatellites\t\t:\t9\n"
-              "GPGGA_DOP\t\t\t\t:\t1.25\n"
+              "Time\t\t\t\t\t:\t2023-11-14 22:13:20.000250 \n" "\nGPsts data received \n"
+              "GPsts_pp1state\t\t\t:\t2\n" "GPsts_positionHoldMode\t:\t1\n" "GPsts_antennaPortSts\t:\t4\n"
+              "GPsts_capabilities\t\t:\t10012\n" "\nGPGGA data received \n"
+              "GPGGA_latitude\t\t\t:\tN 59 20.1234\n" "GPGGA_longitude\t\t\t:\tE 18 3.0042\n"
+              "GPGGA_altitude\t\t\t:\t43.3\n" "GPGGA_noOfSatellites\t\t:\t9\n" "GPGGA_DOP\t\t\t\t:\t1.25\n"
               "\nSatelliteInformation\n"
               "| satNo     |   7 |  88 |   0 |   0 |   0 |   0 |   0 |   0 |   0 |   0 |   0 |   0 |\n"
               "| elevation |  81 |   5 |   0 |   0 |   0 |   0 |   0 |   0 |   0 |   0 |   0 |   0 |\n"
               "| azimuth   | 359 |   4 |   0 |   0 |   0 |   0 |   0 |   0 |   0 |   0 |   0 |   0 |\n"
               "| SNR       |  47 |  21 |   0 |   0 |   0 |   0 |   0 |   0 |   0 |   0 |   0 |   0 |\n"
-              "\nGPppr_GPtps data received \n"
-              "GPS_TOW\t\t\t\t\t:\t345600\n"
-              "GPS_week\t\t\t\t:\t2288\n"
-              "GPppr_gpssStatus\t\t:\t1\n"
-              "GPppr_gpssFaulty\t\t:\t0\n"
-              "\nGPavp data received \n"
-              "GPavp_latitude\t\t\t:\tS 33 26.9999\n"
-              "GPavp_longitude\t\t\t:\tW 70 40.0001\n"
-              "GPavp_altitude\t\t\t:\t520.0\n"
-              "\nGPGSA data received \n"
-              "GPGSA_HDOP\t\t\t\t:\t1.50\n"
-              "GPGSA_VDOP\t\t\t\t:\t2.00\n"
-              "GPGSA_PDOP\t\t\t\t:\t2.50\n"
+              "\nGPppr_GPtps data received \n" "GPS_TOW\t\t\t\t\t:\t345600\n" "GPS_week\t\t\t\t:\t2288\n"
+              "GPppr_gpssStatus\t\t:\t1\n" "GPppr_gpssFaulty\t\t:\t0\n" "\nGPavp data received \n"
+              "GPavp_latitude\t\t\t:\tS 33 26.9999\n" "GPavp_longitude\t\t\t:\tW 70 40.0001\n"
+              "GPavp_altitude\t\t\t:\t520.0\n" "\nGPGSA data received \n" "GPGSA_HDOP\t\t\t\t:\t1.50\n"
+              "GPGSA_VDOP\t\t\t\t:\t2.00\n" "GPGSA_PDOP\t\t\t\t:\t2.50\n"
               "GPGSA_usedSatellites\t:\t  7  88   0   0   0   0   0   0   0   0   0   0 \n"
               "Dump of GPS data finished:\n2023-11-14 22:13:20.000250\n\n");
 }
@@ -143,10 +128,8 @@ TEST(GpsLog, FollowsTheReceiversKindButNotItsLoss)
     b.dump();
     const std::string text = b.file("kvdFifoGps");
     EXPECT_THAT(text, HasSubstr("\nGPtps data received \n"
-                                "GPtps_timeStandard\t\t:\t2\n"
-                                "GPtps_1PPSavail\t\t\t:\t1\n"
-                                "GPtps_ObsMode\t\t\t:\t1\n"
-                                "GPtps_gpsWeeks\t\t\t:\t2288\n"
+                                "GPtps_timeStandard\t\t:\t2\n" "GPtps_1PPSavail\t\t\t:\t1\n"
+                                "GPtps_ObsMode\t\t\t:\t1\n" "GPtps_gpsWeeks\t\t\t:\t2288\n"
                                 "GPtps_gpsSeconds\t\t:\t100\n"));
     EXPECT_THAT(text, HasSubstr("N 59 20.1234")) << "position comes along into the other table";
 }
@@ -206,19 +189,14 @@ TEST(RegulatorLog, WritesARecordAndThePrintouts)
     ASSERT_LT(temperature, newest);
     ASSERT_LT(newest, end);
     EXPECT_EQ(text.substr(newest, end - newest),
-              "Ref\t\t\t\t\t:\tGPS_REF (8) \n"
-              "latchedTime\t\t\t:\t512.25     \n"
-              "sfcTime c & f\t\t:\t2048       \t512.2500001       \n"
-              "z\t\t\t\t\t:\t-0.5       \n"
-              "R\t\t\t\t\t:\t1e-14 \n"
-              "m\t\t\t\t\t:\t12.0              \n"
+              "Ref\t\t\t\t\t:\tGPS_REF (8) \n" "latchedTime\t\t\t:\t512.25     \n"
+              "sfcTime c & f\t\t:\t2048       \t512.2500001       \n" "z\t\t\t\t\t:\t-0.5       \n"
+              "R\t\t\t\t\t:\t1e-14 \n" "m\t\t\t\t\t:\t12.0              \n"
               "x_pred[1-2] \t\t:\t1.5   \t -2.5e-09\n"
               "P_pred[11 12 21 22]\t:\t1e-10 \t 2e-12 \t 3e-12 \t 4e-20\n"
-              "Kgain[1-2] \t\t\t:\t0.125 \t 0.0625\n"
-              "x_est[1-2] \t\t\t:\t0.25  \t 3e-09\n"
+              "Kgain[1-2] \t\t\t:\t0.125 \t 0.0625\n" "x_est[1-2] \t\t\t:\t0.25  \t 3e-09\n"
               "P_est[11 12 21 22]\t:\t1e-10 \t 2e-12 \t 3e-12 \t 4e-20\n"
-              "Uf\t\t\t\t\t:\t2457600.5         \n"
-              "duf\t\t\t\t\t:\t-0.75 \n");
+              "Uf\t\t\t\t\t:\t2457600.5         \n" "duf\t\t\t\t\t:\t-0.75 \n");
     EXPECT_THAT(text.substr(end),
                 HasSubstr("\n***** Current state of LOZ6 from the kvdinfo all coli printout *****\n"
                           "\n Date and Time for kvdinfo print: 2023-11-14 22:13:20.000250"));

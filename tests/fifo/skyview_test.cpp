@@ -75,10 +75,8 @@ TEST(SkyView, TakesARecordAMinuteUntilItIsStopped)
     const std::string text = b.file("kvdFifoSkyView");
     EXPECT_THAT(text, HasSubstr("Time\t\t\t\t\t:\t2023-11-14 22:14:20.000000 \n"));
     EXPECT_THAT(text, HasSubstr("GPGGA_altitude\t\t\t:\t43.3\n"
-                                "\nGPavp data received \n"
-                                "GPavp_latitude\t\t\t:\tN 0 0.0000\n"
-                                "GPavp_longitude\t\t\t:\tW 70 40.0001\n"
-                                "GPavp_altitude\t\t\t:\t0.0\n"
+                                "\nGPavp data received \n" "GPavp_latitude\t\t\t:\tN 0 0.0000\n"
+                                "GPavp_longitude\t\t\t:\tW 70 40.0001\n" "GPavp_altitude\t\t\t:\t0.0\n"
                                 "\nSatelliteInformation\n| satNo     |   0 "));
 
     b.seconds(120);

@@ -1,10 +1,10 @@
-// Physical ports: what the port service announces, what the main processor is told, which line a
-// reference has.
+// Physical ports: what the port service announces, what the main processor is told, which line a reference
+// has.
 #include "node/phyport.h"
 #include "ref/kvd_phyadm.h"
 #include "ref/kvd_ref.h"
 #include "sig/tuiif_sig.h"
-#include "tests/support/unit_bench.h"
+#include "ref_unit.h"
 #include "unit/kvd_ref_table.h"
 
 #include <vector>
@@ -13,37 +13,28 @@ namespace {
 
 constexpr u32 NONE = 0xFFFFFFFF;
 
-struct PhyUnit : bench::Unit {
-    explicit PhyUnit(std::vector<sim::PhyPort> ports = {}) : Unit(config(std::move(ports)))
+struct PhyUnit : bench::RefUnit {
+    explicit PhyUnit(std::vector<sim::PhyPort> ports = {}) : RefUnit(config(std::move(ports)))
     {
-        node.powerOn();
-        run(5);
-        EXPECT_TRUE(node.mainProcessor().connected());
         node.mainProcessor().clearLog();
     }
     static sim::NodeConfig config(std::vector<sim::PhyPort> ports)
     {
-        sim::NodeConfig c;
-        c.mainProcessor.selects = false;
+        sim::NodeConfig c = bench::refConfig();
         c.ports = std::move(ports);
         return c;
     }
     void announce(u32 line, u32 froId, u32 stateControl, u16 opState = 1, u16 adState = 1)
     {
-        toManager(PhyportPortInfoInd{PHYPORT_PORT_INFO_IND, 1, line, froId, stateControl, opState,
-                                     adState});
+        toManager(PhyportPortInfoInd{PHYPORT_PORT_INFO_IND, 1, line, froId, stateControl, opState, adState});
+        ms(1);
     }
-    template <typename T>
-    void toManager(const T& layout)
+    void syncState(u32 line, u32 state)
     {
-        node.system().inject(std::as_bytes(std::span<const T, 1>(&layout, 1)), manager(), 0);
-        world.runFor(ose::MS);
+        toManager(PhyportSyncStateInd{PHYPORT_SYNC_STATE_IND, line, state});
+        ms(1);
     }
-    void supervise(u32 froId, bool on)
-    {
-        toManager(KvdTuiifSynchPathSupInd{KVD_TUIIF_SYNCH_PATH_SUP_IND, PDH_SDH_REF, on ? 1u : 0u,
-                                          froId, 1});
-    }
+    void supervise(u32 froId, bool on) { RefUnit::supervise(PDH_SDH_REF, on, froId, 1), ms(1); }
     /// froIds reported with that status control, in order.
     std::vector<std::vector<u32>> reports()
     {
@@ -55,76 +46,43 @@ struct PhyUnit : bench::Unit {
         node.mainProcessor().clearLog();
         return list;
     }
-    std::size_t stateReports()
-    {
-        return node.mainProcessor().count(KVD_TUIIF_REF_STATUS_CHANGE_IND);
-    }
-    u32 lineOf(u32 froId)
-    {
-        u32 line = 0;
-        node.system().call(*node.program(), [&] { line = KvdLoz6TuPhyAdm_lineOfFroId(froId); });
-        return line;
-    }
-    PhyPortInfo row(u32 n)
-    {
-        return node.inProgram([n] { return KvdLoz6TuPhyAdm_row(n); });
-    }
+    std::size_t stateReports() { return node.mainProcessor().count(KVD_TUIIF_REF_STATUS_CHANGE_IND); }
+    u32 lineOf(u32 froId) { return node.inProgram([froId] { return KvdLoz6TuPhyAdm_lineOfFroId(froId); }); }
+    PhyPortInfo port(u32 n) { return node.inProgram([n] { return KvdLoz6TuPhyAdm_row(n); }); }
 };
 
 using Reports = std::vector<std::vector<u32>>;
 
-TEST(PhyPorts, AreReportedAsTheServiceAnnouncesThem)
+TEST(PhyPorts, AreReportedAsTheServiceAnnouncesThemAndFillFiveRows)
 {
+    struct Step { u32 line, froId, control; Reports reports; const char* trace; };
     PhyUnit unit;
     EXPECT_TRUE(unit.traced("Successfully registered to PHYPORTINFO IF"));
     EXPECT_TRUE(unit.traced("Connected to PHY_PORTINFO (cepId=1)"));
-    unit.announce(2, 30, 0);
-    EXPECT_EQ(unit.reports(), (Reports{{2, 30, 1}}));
-    EXPECT_EQ(unit.lineOf(30), 2u);
-    unit.announce(2, 30, 2);                                 // the same again: gone and added
-    EXPECT_EQ(unit.reports(), (Reports{{2, 30, 0}, {2, 30, 1}}));
-    unit.announce(3, 30, 2);                                 // moves to another line
-    EXPECT_EQ(unit.reports(), (Reports{{2, 30, 0}, {3, 30, 1}}));
-    EXPECT_EQ(unit.lineOf(30), 3u);
-    unit.announce(3, 30, 1);
-    EXPECT_EQ(unit.reports(), (Reports{{3, 30, 0}}));
-    EXPECT_EQ(unit.lineOf(30), 0u);
-    EXPECT_TRUE(
-        unit.traced("Failed to return port line number (froId 30 not found in portInfoTable)"));
-}
-
-TEST(PhyPorts, FillFiveRowsAndNoMore)
-{
-    PhyUnit unit;
     EXPECT_EQ(unit.lineOf(NONE), 65535u);                    // a free row's
-    for (u32 line = 0; line < 5; ++line) unit.announce(line, 40 + line, 0);
-    EXPECT_EQ(unit.reports().size(), 5u);
-    unit.announce(5, 45, 0);
-    EXPECT_TRUE(unit.traced("Failed to insert new entry in portInfoTable (no space left)"));
-    EXPECT_EQ(unit.reports().size(), 0u);
-    EXPECT_EQ(unit.lineOf(NONE), 0u);
-    unit.announce(1, 41, 1);
-    unit.announce(5, 45, 0);                                 // takes the row that came free
-    EXPECT_EQ(unit.row(1).line, 5u);
-}
-
-TEST(PhyPorts, ThatDontFitAreLeftOut)
-{
-    PhyUnit unit;
-    unit.announce(1, 20, 0);
-    unit.reports();
-    unit.announce(1, 21, 1);
-    EXPECT_TRUE(
-        unit.traced("Failed to delete entry in portInfoTable (lineNo=1, froId=21 not found)"));
-    unit.announce(2, 20, 1);
-    EXPECT_TRUE(
-        unit.traced("Failed to delete entry in portInfoTable (lineNo=2, froId=20 not found)"));
-    unit.announce(1, 20, 3);
-    EXPECT_TRUE(unit.traced("Received unknown stateControl value"));
+    for (const Step& s : {
+             Step{2, 30, 0, {{2, 30, 1}}, ""},
+             Step{2, 30, 2, {{2, 30, 0}, {2, 30, 1}}, ""},   // the same again: gone and added
+             Step{3, 30, 2, {{2, 30, 0}, {3, 30, 1}}, ""},   // moves to another line
+             Step{3, 21, 1, {}, "Failed to delete entry in portInfoTable (lineNo=3, froId=21 not found)"},
+             Step{2, 30, 1, {}, "Failed to delete entry in portInfoTable (lineNo=2, froId=30 not found)"},
+             Step{3, 30, 3, {}, "Received unknown stateControl value"},
+             Step{0, 40, 0, {{0, 40, 1}}, ""}, Step{1, 41, 0, {{1, 41, 1}}, ""},
+             Step{2, 42, 0, {{2, 42, 1}}, ""}, Step{4, 44, 0, {{4, 44, 1}}, ""},
+             Step{5, 45, 0, {}, "Failed to insert new entry in portInfoTable (no space left)"},
+             Step{1, 41, 1, {{1, 41, 0}}, ""}, Step{5, 45, 0, {{5, 45, 1}}, ""}}) {
+        SCOPED_TRACE(std::to_string(s.line) + " " + std::to_string(s.froId));
+        unit.announce(s.line, s.froId, s.control);
+        EXPECT_EQ(unit.reports(), s.reports);
+        EXPECT_TRUE(unit.traced(s.trace));
+    }
     struct Short { SIGSELECT sigNo; u32 cepId, line; };
-    unit.toManager(Short{PHYPORT_PORT_INFO_IND, 1, 1});
-    EXPECT_EQ(unit.reports().size(), 0u);
-    EXPECT_EQ(unit.lineOf(20), 1u);
+    unit.toManager(Short{PHYPORT_PORT_INFO_IND, 1, 3});
+    EXPECT_EQ(unit.lineOf(30), 3u);
+    EXPECT_EQ(unit.lineOf(45), 5u);
+    EXPECT_EQ(unit.lineOf(41), 0u);
+    EXPECT_TRUE(unit.traced("Failed to return port line number (froId 41 not found in portInfoTable)"));
+    EXPECT_EQ(unit.lineOf(NONE), 0u);                        // no row is free
 }
 
 TEST(PhyPorts, UnderSupervisionChangeInPlace)
@@ -140,9 +98,7 @@ TEST(PhyPorts, UnderSupervisionChangeInPlace)
     EXPECT_TRUE(unit.traced("Changing port info in portInfoTable (lineNo=1->3, froId=20->20)"));
     const auto change = *unit.node.mainProcessor().last(KVD_TUIIF_REF_STATUS_CHANGE_IND)
                              ->as<KvdTuiifRefStatusChangeInd>();
-    EXPECT_EQ(change.froId, 20u);
-    EXPECT_EQ(change.operState, 0u);
-    EXPECT_EQ(change.admState, 2u);
+    EXPECT_TRUE(change.froId == 20 && change.operState == 0 && change.admState == 2);
     EXPECT_EQ(change.syncState, 2u);                         // nothing was said of it yet: DEAD
     unit.announce(3, 21, 2);                                 // another froId
     EXPECT_EQ(unit.lineOf(21), 3u);
@@ -162,25 +118,25 @@ TEST(PhyPorts, SyncStatesOfSupervisedLinesAreReported)
     unit.announce(1, 20, 0);
     struct Case { u32 state; u8 stored; };
     for (const Case& c : {Case{0, 0}, Case{1, 1}, Case{2, 2}, Case{3, 2}}) {
-        unit.toManager(PhyportSyncStateInd{PHYPORT_SYNC_STATE_IND, 1, c.state});
-        EXPECT_EQ(unit.row(0).syncState, c.stored) << c.state;
+        unit.syncState(1, c.state);
+        EXPECT_EQ(unit.port(0).syncState, c.stored) << c.state;
     }
     EXPECT_TRUE(unit.traced("Unexpected syncState=3 received for froId=20"));
-    unit.toManager(PhyportSyncStateInd{PHYPORT_SYNC_STATE_IND, 9, 1});
+    unit.syncState(9, 1);
     EXPECT_TRUE(unit.traced("Failed to update entry in portInfoTable (lineNo 9 not found)"));
     EXPECT_EQ(unit.stateReports(), 0u);
     unit.supervise(20, true);
     unit.supervise(20, true);
     EXPECT_TRUE(unit.traced("For froId=20 the isSupervised flag is already set to 1"));
     EXPECT_EQ(unit.stateReports(), 1u);
-    unit.toManager(PhyportSyncStateInd{PHYPORT_SYNC_STATE_IND, 1, 0});
+    unit.syncState(1, 0);
     EXPECT_EQ(unit.stateReports(), 2u);
     unit.supervise(20, false);
     EXPECT_EQ(unit.stateReports(), 2u);
     unit.supervise(99, true);
     EXPECT_TRUE(unit.traced("Failed to set syncRef flag (froId 99 not found in portInfoTable)"));
     EXPECT_TRUE(unit.traced("SyncRefNo out of range =0. syncPathSupInd ignored"));
-    EXPECT_EQ(unit.node.inProgram([] { return KvdLoz6TuRef_row(0).supervisionStatus; }), 0u) << "not line 0";
+    EXPECT_EQ(unit.row(0).supervisionStatus, 0u) << "not line 0";
 }
 
 TEST(PhyPorts, DeletedLineEndsItsPathsSupervision)
@@ -188,16 +144,16 @@ TEST(PhyPorts, DeletedLineEndsItsPathsSupervision)
     PhyUnit unit;
     unit.announce(1, 20, 0);
     unit.supervise(20, true);
-    EXPECT_EQ(unit.node.inProgram([] { return KvdLoz6TuRef_row(1).supervisionStatus; }), 1u);
+    EXPECT_EQ(unit.row(1).supervisionStatus, 1u);
     unit.announce(1, 20, 1);
-    EXPECT_EQ(unit.node.inProgram([] { return KvdLoz6TuRef_row(1).supervisionStatus; }), 0u);
-    EXPECT_EQ(unit.node.inProgram([] { return KvdLoz6TuRef_row(1).refStatus; }), REF_STATUS_UNK);
+    EXPECT_EQ(unit.row(1).supervisionStatus, 0u);
+    EXPECT_EQ(unit.refStatus(1), REF_STATUS_UNK);
 }
 
 TEST(PhyService, ThatDiesTakesItsSupervisedPortsAndIsFoundAgain)
 {
     PhyUnit unit({{0, 10, 1, 1, 0}, {1, 11, 1, 1, 0}});
-    EXPECT_EQ(unit.row(0).syncState, 0u);
+    EXPECT_EQ(unit.port(0).syncState, 0u);
     unit.supervise(11, true);
     unit.reports();
     unit.node.phyPorts().die();
@@ -217,12 +173,9 @@ TEST(PhyPorts, SurviveAPeerRestartUnsupervised)
     unit.node.mainProcessor().restart(100 * ose::MS);
     unit.run(2);
     ASSERT_TRUE(unit.node.mainProcessor().connected());
-    EXPECT_EQ(unit.row(0).isSupervised, 0u);
+    EXPECT_EQ(unit.port(0).isSupervised, 0u);
     EXPECT_EQ(unit.lineOf(14), 4u);
-    const auto last =
-        *unit.node.mainProcessor().last(KVD_TUIIF_ET_FROID_IND)->as<KvdTuiifEtFroidInd>();
-    EXPECT_EQ(last.froId, 14u);
-    EXPECT_EQ(last.statusControl, 1u);
+    EXPECT_EQ(unit.reports().back(), (std::vector<u32>{4, 14, 1}));
     std::string print;
     unit.command("kvdinfo tuphy", print);
     EXPECT_NE(print.find("14"), std::string::npos) << print;

@@ -24,14 +24,11 @@ inline void refMain()
     waitForEver();
 }
 
-struct RefBench {
-    ose::World world{1};
-    sim::Node node;
+struct RefBench : Unit {
     ose::Time start = 0;        // time 0 of the test's steps
 
-    RefBench() : node(world, config())
+    RefBench() : Unit(config())
     {
-        failOnMisuse(world);
         node.powerOn();
         world.runFor(ose::MS);
         start = world.now();
@@ -43,10 +40,7 @@ struct RefBench {
         node.system().kill(node.system().find("Kvd_loz6_turefmon_proc"));
     }
     /// Runs `body` in the manager process at this instant.
-    void inManager(const std::function<void()>& body)
-    {
-        runIn(node.system(), node.system().find("Kvd_loz6_tumgr_proc"), body);
-    }
+    void inManager(const std::function<void()>& body) { runIn(node.system(), manager(), body); }
     /// To `ms` after the start, with all that falls due until then.
     void runTo(i64 ms) { world.runUntil(start + ms * ose::MS); }
 

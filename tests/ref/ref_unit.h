@@ -1,5 +1,5 @@
-// ref_unit.h - A whole connected unit whose toggle detectors are set by the test. The main
-// processor supervises and selects only what the test says.
+// ref_unit.h - A whole connected unit whose toggle detectors are set by the test. The main processor
+// supervises and selects only what the test says.
 #pragma once
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_regs.h"
@@ -51,14 +51,9 @@ inline sim::NodeConfig refConfig(u8 masterSlaveMode = 1, u32 boardType = 2)
     return config;
 }
 
-struct RefUnit {
-    ose::World world{1};
-    DetectorNode node;
-
-    explicit RefUnit(const sim::NodeConfig& config = refConfig(), bool withMonitor = false)
-        : node(world, config)
+struct RefUnit : UnitIn<DetectorNode> {
+    explicit RefUnit(const sim::NodeConfig& config = refConfig(), bool withMonitor = false) : UnitIn(config)
     {
-        failOnMisuse(world);
         node.powerOn();
         world.runFor(5 * ose::SEC);
         EXPECT_TRUE(node.mainProcessor().connected());
@@ -68,13 +63,8 @@ struct RefUnit {
     }
 
     void ms(i64 span) { world.runFor(span * ose::MS); }
-    PROCESS manager() { return node.system().find("Kvd_loz6_tumgr_proc"); }
     template <typename T>
-    void toManager(const T& layout)
-    {
-        node.system().inject(std::as_bytes(std::span<const T, 1>(&layout, 1)), manager(), 0);
-        world.runUntil(world.now());
-    }
+    void toManager(const T& layout) { injectInto(node.system(), manager(), layout); }
     /// The detectors change, and the manager is told.
     void toggles(u32 raw)
     {
@@ -83,26 +73,19 @@ struct RefUnit {
     }
     void supervise(u8 refType, bool on, u32 froId = 7, u32 froClassNo = 9)
     {
-        toManager(KvdTuiifSynchPathSupInd{KVD_TUIIF_SYNCH_PATH_SUP_IND, refType, on ? 1u : 0u,
-                                          froId, froClassNo});
+        const u32 status = on ? 1 : 0;
+        toManager(KvdTuiifSynchPathSupInd{KVD_TUIIF_SYNCH_PATH_SUP_IND, refType, status, froId, froClassNo});
     }
     void select(u8 refType, u32 froId = 7, u32 froClassNo = 9)
     {
-        toManager(
-            KvdTuiifSelectSynchRefInd{KVD_TUIIF_SELECT_SYNCH_REF_IND, refType, froId, froClassNo});
+        toManager(KvdTuiifSelectSynchRefInd{KVD_TUIIF_SELECT_SYNCH_REF_IND, refType, froId, froClassNo});
     }
     void portAInterrupt() { toManager(KvdTuhwifRefInterrupt{KVD_TUHWIF_REF_INTERRUPT, 1}); }
 
-    RefDesc row(u32 n)
-    {
-        return node.inProgram([n] { return KvdLoz6TuRef_row(n); });
-    }
+    RefDesc row(u32 n) { return node.inProgram([n] { return KvdLoz6TuRef_row(n); }); }
     u32 refStatus(u32 n) { return row(n).refStatus; }
     u32 tuiifRefState() { return node.inProgram(KvdLoz6TuIifAdm_tuiifRefState); }
-    u32 idlState(u32 port)
-    {
-        return node.inProgram([port] { return KvdLoz6TuRef_idlState(port); });
-    }
+    u32 idlState(u32 port) { return node.inProgram([port] { return KvdLoz6TuRef_idlState(port); }); }
     u8  selectedRef() { return node.inProgram(KvdLoz6TuRef_selectedRef); }
     u32 regulatorRef() { return node.inProgram(KvdLoz6TuReg_selectedRef); }
     u8  clientRef() { return node.inProgram(KvdLoz6TuIifAdm_selectedRef); }
@@ -111,7 +94,6 @@ struct RefUnit {
         return node.inProgram(
             [this] { return node.mmioRead(static_cast<u32>(tuHwIf_lookupRegister(REG_SELECT))); });
     }
-    std::size_t traces(const std::string& text) { return node.traces().count({text}); }
 };
 
 }  // namespace bench

@@ -44,8 +44,9 @@ TEST(Selection, MovesTheBoardsRouteTheRegulatorAndTheClients)
     RefUnit unit;
     for (const Case& c :
          {Case{"PDH 1", PDH_SDH_REF, LINE_FRO, 0x108, 1}, Case{"PDH 2", PDH_SDH_REF, LINE_FRO + 1, 0x109, 2},
-          Case{"PDH 4", PDH_SDH_REF, LINE_FRO + 3, 0x10B, 4}, Case{"SDH", PDH_SDH_REF, LINE_FRO + 4, 0x10C, 5},
-          Case{"GPS", GPS_REF, 7, 0, 6}, Case{"Ethernet A", ETHA_REF, 7, 0x1108, 10},
+          Case{"PDH 4", PDH_SDH_REF, LINE_FRO + 3, 0x10B, 4},
+          Case{"SDH", PDH_SDH_REF, LINE_FRO + 4, 0x10C, 5}, Case{"GPS", GPS_REF, 7, 0, 6},
+          Case{"Ethernet A", ETHA_REF, 7, 0x1108, 10},
           Case{"Ethernet B", ETHB_REF, 7, 0x2108, 10}, Case{"Ethernet C", ETHC_REF, 7, 0x3108, 10},
           Case{"NTP leaves the route", NTP_REF, 7, 0x3108, 8},
           Case{"packet frequency leaves it", PACKET_FREQ_REF, 7, 0x3108, 12},

@@ -9,8 +9,6 @@ namespace {
 
 constexpr SIGSELECT REF_INTERRUPT = KVD_TUHWIF_REF_INTERRUPT;
 
-constexpr const char* HALTED = "halting process";
-
 }  // namespace
 
 TEST(Interrupt, IsServedInTheLastTwoStartStatesAndAlwaysOpenedAgain)
@@ -32,112 +30,41 @@ TEST(Interrupt, IsServedInTheLastTwoStartStatesAndAlwaysOpenedAgain)
     }
 }
 
-TEST(Interrupt, EdgeWithoutAReferenceIsDropped)
+TEST(Sample, AnEdgeThatCantBeUsedCountsNothing)
 {
-    MeasureBench bench;
-    bench.settle();
-    for (const u32 selected : {TU_SR_NO_REF, TU_SR_NTP_REF, TU_SR_IDL1_REF, TU_SR_PKT_TIME_REF}) {
-        bench.select(selected);
-        const double before = bench.meas().t_c_last;
-        bench.bus.traces.clear();
-        bench.edge(200.0);
-        EXPECT_EQ(bench.bus.countOf("Measurement discarded: No reference selected."), 1u) << selected;
-        EXPECT_EQ(bench.meas().t_c_last, before);
-    }
-}
-
-TEST(Sample, LatchThatCantBeReadCountsNothing)
-{
-    MeasureBench bench;
-    bench.settle();
-    bench.select(TU_SR_EXT_1PPS_REF);
-    bench.noLatch();
-    bench.dispatch(REF_INTERRUPT, KvdTuhwifRefInterrupt{0, 4});
-    EXPECT_EQ(bench.bus.countOf("Measurement discarded: Reading latched value failed."), 1u);
-    EXPECT_EQ(bench.meas().m[Z_EXT_1PPS_REF], 0.0);
-    EXPECT_EQ(bench.meas().t_c_last, -1.0);
-}
-
-TEST(Sample, OneEdgeInEightOfALineIsMeasured)
-{
-    struct Case { const char* what; u32 selected; u32 z_i; double afterSeven, afterEight; };
-    for (const Case& c : std::to_array<Case>({
-             {"PDH 2",    TU_SR_PDH_REF2,     Z_PDH_REF2,     10000, 10001},
-             {"SDH",      TU_SR_SDH_REF,      Z_SDH_REF,      10000, 10001},
-             {"external", TU_SR_EXT_REF,      Z_EXT_REF,      0,     1},
-             {"Ethernet", TU_ETH_REF,         Z_ETH_REF,      10000, 10001},
-             {"1PPS",     TU_SR_EXT_1PPS_REF, Z_EXT_1PPS_REF, 7,     8}})) {
-        SCOPED_TRACE(c.what);
+    struct Case { u32 selected; bool latch; const char* trace; };
+    for (const Case& c : {Case{TU_SR_NO_REF, true, "No reference selected."},
+                          {TU_SR_PKT_TIME_REF, true, "No reference selected."},
+                          {TU_SR_EXT_1PPS_REF, false, "Reading latched value failed."}}) {
         MeasureBench bench;
         bench.settle();
         bench.select(c.selected);
-        for (int i = 0; i < 7; ++i) bench.edge(200.0 + i * 0.125);
-        EXPECT_EQ(bench.meas().m[c.z_i], c.afterSeven);
-        bench.edge(200.875);
-        EXPECT_EQ(bench.meas().m[c.z_i], c.afterEight);
-        EXPECT_EQ(bench.meas().measRefData.z_i, c.z_i);
+        bench.latch(200.0);
+        if (!c.latch) bench.noLatch();
+        bench.dispatch(REF_INTERRUPT, KvdTuhwifRefInterrupt{0, 4});
+        EXPECT_EQ(bench.bus.countOf(std::string("Measurement discarded: ") + c.trace), 1u);
+        EXPECT_EQ(bench.meas().m[Z_EXT_1PPS_REF], 0.0);
+        EXPECT_EQ(bench.meas().t_c_last, -1.0);
     }
 }
 
-TEST(Sample, LateHandlingIsDroppedAndItsTimeCounted)
+TEST(Sample, ACounterThatStepsBackOrCantBeReadHalts)
 {
-    struct Case { const char* what; double latched, lag; bool used; };
-    for (const Case& c : std::to_array<Case>({
-             {"just in time",             300.0,   0.09999, true},
-             {"just too late",            300.0,   0.10001, false},
-             {"in time across the wrap",  1023.95, 0.09999, true},
-             {"too late across the wrap", 1023.95, 0.10001, false}})) {
-        SCOPED_TRACE(c.what);
-        MeasureBench bench;
-        bench.settle();
-        bench.select(TU_SR_EXT_1PPS_REF);
-        bench.edge(c.latched - 1);
-        const double z_i_before = bench.meas().measRefData.t_s;
-        bench.edge(c.latched, c.lag);
-        EXPECT_EQ(bench.meas().m[Z_EXT_1PPS_REF], 2.0);
-        EXPECT_NEAR(bench.meas().t_f_last, std::fmod(c.latched + c.lag, 1024.0), 1e-7);
-        EXPECT_EQ(bench.bus.countOf("Measurement discarded: Diff betw curr."), c.used ? 0u : 1u);
-        EXPECT_EQ(bench.meas().measRefData.t_s == z_i_before, !c.used);
-    }
-}
-
-TEST(Sample, BackwardStepStopsTheUnitUnlessItLooksLikeAWrap)
-{
-    struct Case { const char* what; double next; bool halts; double t_c; };
-    for (const Case& c : std::to_array<Case>({{"back 511 s", 289.0, true, 0.0},
-                                              {"back 513 s: a wrap", 287.0, false, 1024.0}})) {
-        SCOPED_TRACE(c.what);
+    for (const bool reads : {true, false}) {
+        SCOPED_TRACE(reads);
         MeasureBench bench;
         bench.settle();
         bench.select(TU_SR_EXT_1PPS_REF);
         bench.edge(800.0);
-        if (c.halts) bench.endHaltLater();
-        bench.edge(c.next);
-        EXPECT_EQ(bench.bus.countOf(HALTED), c.halts ? 1u : 0u);
-        EXPECT_EQ(bench.bus.countOf("Negative sampling interval length"), c.halts ? 1u : 0u);
-        EXPECT_EQ(bench.meas().t_c_last, c.t_c);
-        EXPECT_NEAR(bench.meas().t_f_last, c.halts ? 800.001 : 287.001, 1e-7);
-        ASSERT_EQ(bench.bus.errorLog.size(), c.halts ? 1u : 0u);
-        if (!c.halts) continue;
-        EXPECT_EQ(bench.bus.errorLog[0],
-                  "MCO KVD: Calculate Samplings Intervall Failed - Negative samplings intervall");
+        bench.run(289.0);                         // 511 s back: no wrap
+        if (!reads) bench.failRun();
         bench.endHaltLater();
-        bench.edge(c.next + 1);
-        EXPECT_EQ(bench.bus.errorLog.size(), 1u) << "once a program life";
+        bench.dispatch(REF_INTERRUPT, KvdTuhwifRefInterrupt{0, 4});
+        EXPECT_EQ(bench.bus.countOf("handleRefClkInt: calcSampleTimeInterval failed"), 1u);
+        EXPECT_EQ(bench.bus.countOf("halting process"), 1u);
+        EXPECT_EQ(bench.bus.countOf("Negative sampling interval length"), reads ? 1u : 0u);
+        EXPECT_NEAR(bench.meas().t_f_last, 800.001, 1e-7);
     }
-}
-
-TEST(Sample, CounterThatCantBeReadHalts)
-{
-    MeasureBench bench;
-    bench.settle();
-    bench.select(TU_SR_EXT_1PPS_REF);
-    bench.latch(200.0);
-    bench.failRun();
-    bench.endHaltLater();
-    bench.dispatch(REF_INTERRUPT, KvdTuhwifRefInterrupt{0, 4});
-    EXPECT_EQ(bench.bus.countOf("handleRefClkInt: calcSampleTimeInterval failed"), 1u);
-    EXPECT_EQ(bench.bus.countOf(HALTED), 1u);
 }
 
 TEST(TemperatureSample, CountsDownToHistoryAndCalibration)

@@ -17,29 +17,28 @@ using vectors::Value;
 
 // ---- check values -----------------------------------------------------------------------------------------
 
-double num(const Value& v) { return vectors::number(v); }
-
 void limit(const Value& v, const Value& group)
 {
-    vectors::expectNear("limit", mtie::mtieLimit(num(v["in"]["tau"])), num(v["out"]["limit"]),
-                        vectors::toleranceOf({v, group}));
+    const json is = {{"limit", mtie::mtieLimit(v["in"]["tau"])}};
+    vectors::expectAll(is, v["out"], vectors::toleranceOf({v, group}));
 }
 
 /// The mask after one sample of those that the model shows.
-void expectMask(const MtieMask& mask, const Value& check, int result, vectors::Tolerance tolerance)
+void expectMask(const MtieMask& mask, const Value& check, bool result, vectors::Tolerance tolerance)
 {
     // At rate 0 the low pass has no number; the mask takes the sample itself.
-    if (std::isnan(num(check["filtered"]))) {
+    if (std::isnan(double{check["filtered"]})) {
         EXPECT_EQ(mask.rate, 0);
         check.read();
         return;
     }
-    vectors::expectNear("filtered", mask.filtered, num(check["filtered"]), tolerance);
-    for (u32 tau = 0; tau < mtie::INTERVALS; ++tau) {
-        vectors::expectNear("mtie", mask.tauRecord[tau].mtie, num(check["mtie"][tau]), tolerance);
-        EXPECT_EQ(mask.tauRecord[tau].samples, check["counts"][tau].get<u32>());
+    json mtie = json::array(), counts = json::array();
+    for (const mtie::TauRecord& record : mask.tauRecord) {
+        mtie.push_back(record.mtie);
+        counts.push_back(record.samples);
     }
-    EXPECT_EQ(result, check["result"].get<int>());
+    vectors::expectAll({{"filtered", mask.filtered}, {"mtie", mtie}}, check, tolerance);
+    vectors::expectAll({{"counts", counts}, {"result", result}}, check);
 }
 
 void maskRun(const Value& v, const Value& group)
@@ -48,33 +47,33 @@ void maskRun(const Value& v, const Value& group)
     SCOPED_TRACE(in["name"].get<std::string>());
     MtieMask* const mask = KvdLoz6TuReg_openMtieMask();
     std::map<u32, Value> checks;
-    for (const Value check : out["checks"]) checks.emplace(check["i"].get<u32>(), check);
+    for (const Value check : out["checks"]) checks.emplace(check["i"], check);
     std::map<u32, u16> rates;
-    for (const Value change : in["rates"]) rates[change[0].get<u32>()] = change[1].get<u16>();
+    for (const Value change : in["rates"]) rates[change[0]] = change[1];
     json exceeded = json::array();
     u16 rate = 0;
     for (u32 i = 0; i < in["z_int"].size(); ++i) {
         SCOPED_TRACE(i);
         if (rates.contains(i)) rate = rates[i];
-        const int result = static_cast<int>(KvdLoz6TuReg_addMtieMask(mask, num(in["z_int"][i]) * num(in["z_scale"]), rate));
+        const double z = double{in["z_int"][i]} * double{in["z_scale"]};
+        const bool result = KvdLoz6TuReg_addMtieMask(mask, z, rate) != 0;
         const auto check = checks.find(i);
         if (check != checks.end()) expectMask(*mask, check->second, result, vectors::toleranceOf({v, group}));
-        if (result == 0) continue;
+        if (!result) continue;
         if (!exceeded.empty() && exceeded.back()[1] == i - 1) exceeded.back()[1] = i;
         else exceeded.push_back({i, i});
     }
     EXPECT_EQ(out["exceeded"], exceeded);
-    if (v.contains("literalQuirk")) v["literalQuirk"].read();
-    if (out.contains("literalQuirk")) out["literalQuirk"].read();
-    if (in.contains("literalQuirk")) in["literalQuirk"].read();
+    for (const Value& part : {v, in, out})
+        if (part.contains("literalQuirk")) part["literalQuirk"].read();
 }
 
 /// The values that a list keeps, oldest first.
-void expectList(const char* what, const mtie::Queue& list, std::span<const double> values, const Value& wanted)
+json listOf(const mtie::Queue& list, std::span<const double> values)
 {
-    ASSERT_EQ(list.count, wanted.size()) << what;
-    for (u32 i = 0; i < list.count; ++i)
-        vectors::expectNear(what, values[(list.first + i) % values.size()], num(wanted[i]), {1e-12, 1e-22});
+    json kept = json::array();
+    for (u32 i = 0; i < list.count; ++i) kept.push_back(values[(list.first + i) % values.size()]);
+    return kept;
 }
 
 void window(const Value& v, const Value& group)
@@ -82,22 +81,22 @@ void window(const Value& v, const Value& group)
     const Value in = v["in"], out = v["out"];
     SCOPED_TRACE(in["name"].get<std::string>());
     mtie::TauRecord record;
-    record.rate = in["rate"].get<u16>();
-    record.tau = num(in["tau"]);
+    record.rate = in["rate"];
+    record.tau = in["tau"];
     constexpr u32 ROOM = 64;
     std::array<double, ROOM> lows{}, highs{};
     std::vector<double> samples;
-    for (u32 i = 0; i < in["x_int"].size(); ++i) {
-        const double x = num(in["x_int"][i]) * 1e-9;
+    json mtie = json::array();
+    for (const Value x_int : in["x_int"]) {
+        const double x = double{x_int} * 1e-9;
         const double leaving = record.samples > 0 ? samples[samples.size() - record.samples] : 0.0;
-        vectors::expectNear("mtie", mtie::mtieAdd(record, x, leaving, lows.data(), highs.data(), ROOM),
-                            num(out["mtie"][i]), vectors::toleranceOf({v, group}));
+        mtie.push_back(mtie::mtieAdd(record, x, leaving, lows.data(), highs.data(), ROOM));
         samples.push_back(x);
     }
     in["n"].read(), out["range"].read();         // what a true sliding maximum would give
-    EXPECT_EQ(record.samples, out["count"].get<u32>());
-    expectList("minList", record.minList, lows, out["minList"]);
-    expectList("maxList", record.maxList, highs, out["maxList"]);
+    vectors::expectAll({{"mtie", mtie}, {"count", record.samples}}, out, vectors::toleranceOf({v, group}));
+    vectors::expectAll({{"minList", listOf(record.minList, lows)},
+                        {"maxList", listOf(record.maxList, highs)}}, out, {1e-12, 1e-22});
 }
 
 void handle(const Value& v, const Value&)
@@ -105,8 +104,8 @@ void handle(const Value& v, const Value&)
     MtieMask other{};
     const std::map<std::string, MtieMask*> HANDLES = {{"null", nullptr}, {"other", &other}};
     KvdLoz6TuReg_openMtieMask();
-    EXPECT_EQ(KvdLoz6TuReg_addMtieMask(HANDLES.at(v["in"]["handle"].get<std::string>()), 1e-6, 8),
-              v["out"]["result"].get<u32>());
+    const std::string name = v["in"]["handle"].get<std::string>();
+    vectors::expectAll({{"result", KvdLoz6TuReg_addMtieMask(HANDLES.at(name), 1e-6, 8)}}, v["out"]);
 }
 
 TEST(MtieCheckValues, AreMet)

@@ -69,7 +69,7 @@ TEST(PdvGenerator, DirectionsTypeAndTurnOfTheTable)
     g.node.volumes().write(UPLINK, table("0.5", "0.001", 1000));
     g.node.volumes().write(DOWNLINK, table("0.25", "0.002", 1000));
     g.type("genpdv ptp_f uplink enable");
-    EXPECT_EQ(g.next(), UNTOUCHED) << "time messages alone are changed, and only by their own type";
+    EXPECT_EQ(g.next(), UNTOUCHED) << "time messages are changed by their own type alone";
     g.type("genpdv ptp_t uplink enable");
     EXPECT_EQ(g.next(), (Stamps{2000000000, 2500000000}));
     for (u32 i = 1; i < 1000; ++i) ASSERT_EQ(g.next(), (Stamps{2000000000, 2001000000})) << i;

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <optional>
 
+using vectors::expect;
 using vectors::json;
 using vectors::Value;
 
@@ -17,9 +18,8 @@ namespace {
 /// What the measurements did to their neighbours, and the frequency that they see.
 struct Told {
     double frequency = 0.0;
-    std::optional<double> adjusted, followed, phase;
-    std::optional<std::pair<double, double>> step;
-    std::vector<std::string> events;
+    json adjusted, followed, phase, step;      // null: not told
+    json events = json::array();
     u16 kept = 0;                      // end of the snapshot as it was seen last
 };
 Told* now = nullptr;
@@ -29,7 +29,7 @@ u16 written() { return socpri::snapshot().index; }
 /// A log that has been kept since the last look stands before what comes after it.
 void lookAtLog()
 {
-    if (written() != now->kept) now->events.emplace_back("log");
+    if (written() != now->kept) now->events.push_back("log");
     now->kept = written();
 }
 
@@ -37,9 +37,9 @@ constexpr socpri::Needs NEEDS = {
     .currentFrequency = [] { return now->frequency; },
     .adjustFrequency = [](double relative) { now->frequency = relative, now->adjusted = relative; },
     .sendFollowOcxoAdj = [](i16 freqDiff) { now->followed = freqDiff; },
-    .pllControl = [](double phaseDiff) { now->phase = phaseDiff, now->events.emplace_back("pll"); },
-    .adjustTime = [](double c, double f) { now->step = {c, f}; },
-    .phaseMeasAnalysisFailed = [] { now->events.emplace_back("phaseMeasAnalysisFailed"); },
+    .pllControl = [](double phaseDiff) { now->phase = phaseDiff, now->events.push_back("pll"); },
+    .adjustTime = [](double c, double f) { now->step = c + f; },
+    .phaseMeasAnalysisFailed = [] { now->events.push_back("phaseMeasAnalysisFailed"); },
     .answerContinuation =
         [](u32 status) {
             lookAtLog();
@@ -60,55 +60,43 @@ void inUnit(Told& told, const std::function<void(regtest::RegulatorUnit&)>& body
     now = nullptr;
 }
 
-/// A value that was told, or not: null in the file.
-template <typename T>
-void expectMaybe(const char* what, const std::optional<T>& got, const Value& wanted, vectors::Tolerance room)
+/// Replays a list of cases, each in a unit of its own.
+using Case = void (*)(Told& told, const Value& c);
+void replay(const char* file, Case row)
 {
-    EXPECT_EQ(got.has_value(), !wanted.is_null()) << what;
-    if (got && !wanted.is_null()) vectors::expectNear(what, *got, vectors::number(wanted), room);
-}
-
-TEST(SocpriCheckValues, Frequency)
-{
-    vectors::Document doc("o03_socpri_freq.json");
-    vectors::each(doc["cases"], [](const Value& c) {
+    vectors::replay(file, "cases", [row](const Value& c) {
         Told told;
-        inUnit(told, [&](regtest::RegulatorUnit&) {
-            told.frequency = c["currentFrequencyAtStart"];
-            for (const Value step : c["steps"]) {
-                SCOPED_TRACE(step);
-                told.adjusted.reset(), told.followed.reset();
-                const u16 before = written();
-                EXPECT_EQ(KvdLoz6TuReg_handleSoCpriFreqDiffMeas(step["freqDiff"], step["valid"]),
-                          step["result"]);
-                expectMaybe("adjustFrequency", told.adjusted, step["adjustFrequency"], {0.0, 5e-12});
-                expectMaybe("followOcxoAdj", told.followed, step["followOcxoAdj"], {});
-                EXPECT_EQ(written() != before, step["snapshot"] == 1);
-                EXPECT_EQ(socpri::newest().freqDiff, step["freqDiff"]);
-                EXPECT_EQ(socpri::newest().event, u32{SOCPRI_EV_FREQ_MEAS});
-                step["goodCount"].read();    // inside: it decides the next results
-            }
-        });
+        inUnit(told, [&](regtest::RegulatorUnit&) { row(told, c); });
     });
 }
 
-TEST(SocpriCheckValues, Phase)
+void frequency(Told& told, const Value& c)
 {
-    vectors::Document doc("o03_socpri_phase.json");
-    Told told;
-    inUnit(told, [&](regtest::RegulatorUnit&) {
-        vectors::each(doc["cases"], [&](const Value& c) {
-            const double calc = vectors::number(c["phaseDiffCalc"]);
-            const vectors::Tolerance room{0.0, std::max(1e-13, 1e-15 * calc)};
-            KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(c["trpDiffHigh"], c["trpDiffLow"], 1);
-            vectors::expectNear("phaseDiffCalc", socpri::newest().phaseDiffCalc, calc, room);
-            vectors::expectNear("phaseDiff", *told.phase, vectors::number(c["phaseDiff"]), room);
-            EXPECT_EQ(socpri::newest().phaseDiff, *told.phase);
-        });
+    told.frequency = c["currentFrequencyAtStart"];
+    vectors::eachStep(c["steps"], [&](const Value& step) {
+        told.adjusted = told.followed = nullptr;
+        const u16 before = written();
+        const auto result = KvdLoz6TuReg_handleSoCpriFreqDiffMeas(step["freqDiff"], step["valid"]);
+        expect("adjustFrequency", told.adjusted, step["adjustFrequency"], {0.0, 5e-12});
+        expect("followOcxoAdj", told.followed, step["followOcxoAdj"]);
+        vectors::expectAll({{"result", result}, {"snapshot", written() != before},
+                            {"freqDiff", socpri::newest().freqDiff}}, step);
+        EXPECT_EQ(socpri::newest().event, u32{SOCPRI_EV_FREQ_MEAS});
+        step["goodCount"].read();    // inside: it decides the next results
     });
 }
 
-void replayValidity(Told& told, const Value& step)
+void phase(Told& told, const Value& c)
+{
+    const double calc = c["phaseDiffCalc"];
+    const vectors::Tolerance room{0.0, std::max(1e-13, 1e-15 * calc)};
+    KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(c["trpDiffHigh"], c["trpDiffLow"], 1);
+    expect("phaseDiffCalc", socpri::newest().phaseDiffCalc, c["phaseDiffCalc"], room);
+    expect("phaseDiff", told.phase, c["phaseDiff"], room);
+    EXPECT_EQ(socpri::newest().phaseDiff, told.phase);
+}
+
+void validityStep(Told& told, const Value& step)
 {
     constexpr u32 HIGH = 1, LOW = 5;
     if (step.contains("op")) {
@@ -117,42 +105,29 @@ void replayValidity(Told& told, const Value& step)
         else                             throw std::runtime_error("no replay of " + step.dump());
         return;
     }
-    told.events.clear();
+    told.events = json::array();
     KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(HIGH, LOW, step["valid"]);
     lookAtLog();
     const socpri::LogRecord& r = socpri::newest();
-    EXPECT_EQ(r.m, step["m"]);
-    EXPECT_EQ(socpri::validityCnt(), step["validityCnt"]);
-    EXPECT_EQ(r.iterationIsRegulated, step["iterationIsRegulated"]);
-    EXPECT_EQ(r.phaseDiff == 0.0 && r.phaseDiffCalc == 0.0, step["loggedValuesZero"] == 1);
-    EXPECT_EQ(json(told.events), step["events"].read());
+    vectors::expectAll({{"m", r.m}, {"validityCnt", socpri::validityCnt()}, {"events", told.events},
+                        {"iterationIsRegulated", r.iterationIsRegulated},
+                        {"loggedValuesZero", r.phaseDiff == 0.0 && r.phaseDiffCalc == 0.0}}, step);
 }
 
-TEST(SocpriCheckValues, Validity)
+void validity(Told& told, const Value& c)
 {
-    vectors::Document doc("o03_socpri_valid.json");
-    vectors::each(doc["cases"], [](const Value& c) {
-        Told told;
-        inUnit(told, [&](regtest::RegulatorUnit&) {
-            measure::state().var.m[Z_SOCPRI_REF] = 0;
-            for (const Value step : c["steps"]) {
-                SCOPED_TRACE(step);
-                replayValidity(told, step);
-            }
-        });
-    });
+    measure::state().var.m[Z_SOCPRI_REF] = 0;
+    vectors::eachStep(c["steps"], [&](const Value& step) { validityStep(told, step); });
 }
 
 /// One of the answers that the file takes.
 bool isAsWanted(const Told& told, TimePair offset, const Value& wanted)
 {
     const Value step = wanted["adjustTime"], after = wanted["delta0After"];
-    step.read();
-    const auto sum = [](const Value& pair) { return vectors::number(pair[0]) + vectors::number(pair[1]); };
-    const double wantedStep = step.is_null() ? 0.0 : sum(step);
-    const bool isSame = step.is_null() == !told.step.has_value() &&
-                        (!told.step || std::fabs(told.step->first + told.step->second - wantedStep) <= 1e-9);
-    return std::fabs(offset.c + offset.f - sum(after)) <= 1e-12 && isSame;
+    const double c = after[0], f = after[1];
+    const json wantedStep = step.is_null() ? json() : json(double{step[0]} + double{step[1]});
+    return std::fabs(offset.c + offset.f - (c + f)) <= 1e-12
+           && vectors::isNear(told.step, wantedStep, {0.0, 1e-9});
 }
 
 void followFrequency(Told& told, const Value& c)
@@ -161,9 +136,8 @@ void followFrequency(Told& told, const Value& c)
     pll::vars().currSlaveState = c["slavePllState"];
     pll::vars().extAccFreqOffset = c["extAccFreqOffset"];
     KvdLoz6TuReg_handleSoCpriSDuFollowOCXOAdjInd(c["freqDiff"]);
-    expectMaybe("adjustFrequency", told.adjusted, c["adjustFrequency"], {0.0, 5e-12});
-    vectors::expectNear("extAccFreqOffset", pll::vars().extAccFreqOffset,
-                        vectors::number(c["newExtAccFreqOffset"]), {0.0, 1e-18});
+    expect("adjustFrequency", told.adjusted, c["adjustFrequency"], {0.0, 5e-12});
+    expect("extAccFreqOffset", pll::vars().extAccFreqOffset, c["newExtAccFreqOffset"], {0.0, 1e-18});
 }
 
 void followTime(Told& told, const Value& c)
@@ -178,25 +152,23 @@ void followTime(Told& told, const Value& c)
     EXPECT_EQ(packet::state().supervision.phaseJumpFlag, c["phaseJumpFlag"]);
 }
 
-TEST(SocpriCheckValues, Follow)
+void follow(Told& told, const Value& c)
 {
-    vectors::Document doc("o03_socpri_follow.json");
-    vectors::each(doc["cases"], [](const Value& c) {
-        Told told;
-        inUnit(told, [&](regtest::RegulatorUnit&) {
-            regtest::RegulatorUnit::beMaster(c.value("role", "slave") == "master");
-            if (c["operation"] == "handleSoCpriSDuFollowOCXOAdjInd")     followFrequency(told, c);
-            else if (c["operation"] == "handleSoCpriSDuFollowSFCAdjInd") followTime(told, c);
-            else throw std::runtime_error("no replay of " + c["operation"].dump());
-            if (c["log"].is_null()) {
-                EXPECT_EQ(socpri::newest().used, 0u);
-                EXPECT_EQ(written(), 0u);
-            } else {
-                EXPECT_EQ(socpri::newest().event, c["log"].get<u32>());
-                EXPECT_EQ(written(), 1u) << "kept in the snapshot";
-            }
-        });
-    });
+    regtest::RegulatorUnit::beMaster(c.value("role", "slave") == "master");
+    if (c["operation"] == "handleSoCpriSDuFollowOCXOAdjInd")     followFrequency(told, c);
+    else if (c["operation"] == "handleSoCpriSDuFollowSFCAdjInd") followTime(told, c);
+    else throw std::runtime_error("no replay of " + c["operation"].dump());
+    const bool isKept = written() == 1;                      // in the snapshot
+    expect("log", isKept ? json(socpri::newest().event) : json(), c["log"]);
+    EXPECT_EQ(socpri::newest().used != 0, isKept);
+}
+
+TEST(SocpriCheckValues, AreMet)
+{
+    replay("o03_socpri_freq.json", frequency);
+    replay("o03_socpri_phase.json", phase);
+    replay("o03_socpri_valid.json", validity);
+    replay("o03_socpri_follow.json", follow);
 }
 
 // Steps of the master's between one counter step and the limit of other references are followed, and
@@ -213,37 +185,10 @@ TEST(SocpriFollow, NoStepAndNoOffsetIsTooSmall)
             regtest::selectReference(TU_SR_IDL1_REF, TU_SR_NO_REF);
             KvdLoz6TuReg_setOffset(0.0, c.own);
             KvdLoz6TuReg_handleSoCpriSDuFollowSFCAdjInd(0.0, c.received);
-            ASSERT_EQ(told.step.has_value(), c.steps);
-            if (told.step) {
-                EXPECT_NEAR(told.step->first + told.step->second, -c.received, 1e-15);
-            }
+            ASSERT_EQ(told.step.is_number(), c.steps);
+            EXPECT_NEAR(c.steps ? told.step.get<double>() : -c.received, -c.received, 1e-15);
             EXPECT_EQ(KvdLoz6TuReg_getOffset().c, 0.0);
             EXPECT_EQ(KvdLoz6TuReg_getOffset().f, c.own);
-        });
-    }
-}
-
-// What the loop does to the counter with a phase doesn't reach that phase's record.
-TEST(SocpriPhase, IsLoggedWithTheCounterAsItCame)
-{
-    static constexpr socpri::Needs STEPS = {
-        .currentFrequency = NEEDS.currentFrequency, .adjustFrequency = NEEDS.adjustFrequency,
-        .sendFollowOcxoAdj = NEEDS.sendFollowOcxoAdj,
-        .pllControl = [](double) { KvdLoz6TuReg_setLastTime(9 * 1024.0, 1.0); },
-        .adjustTime = NEEDS.adjustTime,
-        .phaseMeasAnalysisFailed = [] { KvdLoz6TuReg_setLastTime(9 * 1024.0, 1.0); },
-        .answerContinuation = NEEDS.answerContinuation,
-    };
-    for (const u32 valid : {1u, 0u}) {
-        SCOPED_TRACE(valid);
-        Told told;
-        inUnit(told, [&](regtest::RegulatorUnit&) {
-            socpri::setNeeds(&STEPS);
-            KvdLoz6TuReg_setLastTime(5 * 1024.0, 1.0);
-            for (u32 i = 0; i < 11; ++i) KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(0, 7, i == 10 ? valid : 0);
-            EXPECT_EQ(socpri::newest().esfc, 5u);
-            KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_TIME_DATA);
-            EXPECT_EQ(socpri::newest().esfc, 9u);
         });
     }
 }

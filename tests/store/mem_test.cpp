@@ -25,9 +25,8 @@ Bytes historyRecord()
 struct ClientCase { u32 client; const char* region; Bytes data; u32 dataFrom, dataTo; };
 std::vector<ClientCase> clients()
 {
-    Bytes history = historyRecord();
+    Bytes history = historyRecord(), slave(40);
     history[20] = 'T';
-    Bytes slave(40);
     for (u8 i = 8; i < 40; ++i) slave[i] = i;
     return {{1, "TuRegHistData", history, 12, 456},
             {2, "GpsOutMfnOffset", {0, 0, 1, 2, 0, 0, 0, 7, 0, 0, 0, 0}, 0, 8},
@@ -63,39 +62,30 @@ TEST(MemNegotiation, EachAnswerLetsTheStartGoOn)
         int ready;                       // regions 3 and 4 by the end
         double end_s = 0;                // looked at then
     };
+    using N = sim::Node;
     const Case cases[] = {
-        {"accepts", [](sim::Node&) {}, 0, 0.5, ACCEPTED, 1},
-        {"knows version 4", [](sim::Node& n) { n.msi().highestPv = 4; }, 0, 0.5,
-         "sigRev=1, PV=4", 1},
-        {"knows version 3", [](sim::Node& n) { n.msi().highestPv = 3; }, 0, 0.5,
-         "Request rejected by MSI proxy, reason=1", 0},
-        {"rejects", [](sim::Node& n) { n.msi().setAnswer(Answer::Reject); }, 0, 0.5,
-         "Request rejected by MSI proxy, reason=17", 0},
-        {"is suspended", [](sim::Node& n) { n.msi().setAnswer(Answer::Suspend); }, 0, 0.5,
-         "Request rejected by MSI proxy, reason=18", 0},
-        {"isn't there", [](sim::Node& n) { n.msi().die(); }, 0, 0.5,
-         "Unable to obtain contact to MSI proxy", 0},
-        {"busy for three attempts", [](sim::Node& n) { n.msi().setAnswer(Answer::Busy); }, 0.39,
-         0.9, "Protocol Negotiation failed with MSI proxy, reason=4", 0},
+        {"accepts", [](N&) {}, 0, 0.5, ACCEPTED, 1},
+        {"knows version 4", [](N& n) { n.msi().highestPv = 4; }, 0, 0.5, "sigRev=1, PV=4", 1},
+        {"knows version 3", [](N& n) { n.msi().highestPv = 3; }, 0, 0.5, "by MSI proxy, reason=1", 0},
+        {"rejects", [](N& n) { n.msi().setAnswer(Answer::Reject); }, 0, 0.5, "by MSI proxy, reason=17", 0},
+        {"suspended", [](N& n) { n.msi().setAnswer(Answer::Suspend); }, 0, 0.5, "by MSI proxy, reason=18", 0},
+        {"isn't there", [](N& n) { n.msi().die(); }, 0, 0.5, "Unable to obtain contact to MSI proxy", 0},
+        {"busy for three attempts", [](N& n) { n.msi().setAnswer(Answer::Busy); }, 0.39, 0.9,
+         "Protocol Negotiation failed with MSI proxy, reason=4", 0},
         {"busy for two attempts",
-         [](sim::Node& n) {
+         [](N& n) {
              n.msi().setAnswer(Answer::Busy);
              n.after(300 * ose::MS, [&n] { n.msi().setAnswer(Answer::Accept); });
-         },
-         0.39, 0.9, ACCEPTED, 1},
-        {"late", [](sim::Node& n) { n.msi().delay_ms = 2000; }, 1.9, 2.5, ACCEPTED, 1, 7},
+         }, 0.39, 0.9, ACCEPTED, 1},
+        {"late", [](N& n) { n.msi().delay_ms = 2000; }, 1.9, 2.5, ACCEPTED, 1, 7},
         {"dies before its answer",
-         [](sim::Node& n) {
+         [](N& n) {
              n.msi().delay_ms = 2000;
              n.after(ose::SEC, [&n] { n.msi().die(); });
-         },
-         0.9, 1.5, "Request rejected by MSI proxy, reason=100", 0},
-        {"says nothing", [](sim::Node& n) { n.msi().setAnswer(Answer::Silent); }, 9.9, 10.5,
-         "Request rejected by MSI proxy, reason=101", 0},
-        {"too late for the start", [](sim::Node& n) { n.msi().delay_ms = 12'000; }, 9.9, 10.5,
-         ACCEPTED, 1, 40},
-        {"has no room", [](sim::Node& n) { n.msi().room = 15; }, 0, 0.5,
-         "Memory alloc rejected by MSI proxy, reason=2", 0},
+         }, 0.9, 1.5, "Request rejected by MSI proxy, reason=100", 0},
+        {"silent", [](N& n) { n.msi().setAnswer(Answer::Silent); }, 9.9, 10.5, "by MSI proxy, reason=101", 0},
+        {"too late for the start", [](N& n) { n.msi().delay_ms = 12'000; }, 9.9, 10.5, ACCEPTED, 1, 40},
+        {"has no room", [](N& n) { n.msi().room = 15; }, 0, 0.5, "alloc rejected by MSI proxy, reason=2", 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.when);
@@ -116,20 +106,15 @@ TEST(MemNegotiation, EachAnswerLetsTheStartGoOn)
 
 TEST(MemContent, OutlivesProgramAndBoardButNotPowerOrAWipe)
 {
-    struct Case {
-        const char* what;
-        void (*happens)(sim::Node&);
-        u32 clear;
-        std::array<int, 4> good;
-    };
+    struct Case { const char* what; void (*happens)(sim::Node&); u32 clear; std::array<int, 4> good; };
+    using N = sim::Node;
     for (const Case& c : {
-             Case{"program restarted", [](sim::Node& n) { n.restart(4); }, 0, {1, 1, 1, 1}},
-             Case{"board reset", [](sim::Node& n) { n.restart(1); }, 0, {1, 1, 1, 1}},
-             Case{"power lost", [](sim::Node& n) { n.powerOff(); n.powerOn(); }, 0, {0, 0, 0, 0}},
-             Case{"service restarted",
-                  [](sim::Node& n) { n.restart(4); n.msi().die(); n.msi().start(); }, 0,
+             Case{"program restarted", [](N& n) { n.restart(4); }, 0, {1, 1, 1, 1}},
+             Case{"board reset", [](N& n) { n.restart(1); }, 0, {1, 1, 1, 1}},
+             Case{"power lost", [](N& n) { n.powerOff(), n.powerOn(); }, 0, {0, 0, 0, 0}},
+             Case{"service restarted", [](N& n) { n.restart(4), n.msi().die(), n.msi().start(); }, 0,
                   {1, 1, 1, 1}},
-             Case{"wiped", [](sim::Node& n) { n.restart(4); }, 1, {0, 0, 1, 1}}}) {
+             Case{"wiped", [](N& n) { n.restart(4); }, 1, {0, 0, 1, 1}}}) {
         SCOPED_TRACE(c.what);
         MemBench b;
         b.withRegions([&] {
@@ -138,8 +123,7 @@ TEST(MemContent, OutlivesProgramAndBoardButNotPowerOrAWipe)
         c.happens(b.node);
         b.world.runFor(ose::MS);
         b.withRegions([&] {
-            for (const ClientCase& k : clients())
-                EXPECT_EQ(readBack(k), c.good[k.client - 1]) << k.region;
+            for (const ClientCase& k : clients()) EXPECT_EQ(readBack(k), c.good[k.client - 1]) << k.region;
         }, c.clear);
     }
 }
@@ -201,10 +185,7 @@ TEST(MemContent, NothingIsTouchedThatIsntThere)
 TEST(MemContent, AServiceThatFailsLaterKeepsTheOldContent)
 {
     struct Case {
-        const char* what;
-        void (*fails)(sim::MsiServer&);
-        int written, readable;
-        const char* text;
+        const char* what; void (*fails)(sim::MsiServer&); int written, readable; const char* text;
     };
     for (const Case& c : {
              Case{"rejects", [](sim::MsiServer& m) { m.setAnswer(Answer::Reject); }, 1, 1,

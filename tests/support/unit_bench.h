@@ -16,18 +16,19 @@ inline void failOnMisuse(ose::World& world)
     world.onMisuse([](const ose::Misuse& misuse) { ADD_FAILURE() << "kernel misuse: " << misuse.text(); });
 }
 
-/// A unit that isn't powered yet.
-struct Unit {
+/// A unit that isn't powered yet, in a node or in one whose hardware a test plays in part.
+template <typename Node>
+struct UnitIn {
     ose::World world{1};
-    sim::Node node;
+    Node node;
 
-    explicit Unit(const sim::NodeConfig& config = {}) : node(world, config) { failOnMisuse(world); }
+    explicit UnitIn(const sim::NodeConfig& config = {}) : node(world, config) { failOnMisuse(world); }
 
     void run(double seconds)
     {
         world.runFor(static_cast<ose::Time>(seconds * static_cast<double>(ose::SEC)));
     }
-    bool traced(const std::string& text) const { return const_cast<Unit*>(this)->node.traces().has(text); }
+    bool traced(const std::string& text) const { return const_cast<UnitIn*>(this)->node.traces().has(text); }
     std::size_t traces(const std::string& text) { return node.traces().count({text}); }
 
     /// A process beside the unit that sends one signal to the manager and keeps what comes back.
@@ -46,5 +47,6 @@ struct Unit {
         return node.shell().run(line, output);
     }
 };
+using Unit = UnitIn<sim::Node>;
 
 }  // namespace bench

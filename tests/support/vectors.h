@@ -8,6 +8,8 @@
 #include <nlohmann/json.hpp>
 #include <zlib.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -46,7 +48,7 @@ inline json load(const std::string& name)
     int got = 0;
     while ((got = gzread(file, piece, sizeof piece)) > 0) text.append(piece, static_cast<std::size_t>(got));
     const int closed = gzclose(file);
-    if (got < 0 || closed != Z_OK) throw std::runtime_error("check values can't be unpacked: " + path.string());
+    if (got < 0 || closed != Z_OK) throw std::runtime_error("can't be unpacked: " + path.string());
     return json::parse(text);
 }
 
@@ -62,9 +64,10 @@ inline std::vector<std::string> files(const std::string& prefix)
     return {names.begin(), names.end()};
 }
 
-/// A number of the file; "inf", "-inf", "nan" and hexadecimal ones stand as texts.
+/// A number of the file, a truth as 1 or 0; "inf", "-inf", "nan" and hexadecimal ones stand as texts.
 inline double number(const json& value)
 {
+    if (value.is_boolean()) return value.get<bool>() ? 1.0 : 0.0;
     if (!value.is_string()) return value.get<double>();
     const auto& text = value.get_ref<const std::string&>();
     char* end = nullptr;
@@ -119,9 +122,22 @@ public:
     }
     template <typename T>
     T get() const { return read().get<T>(); }
+    /// As an argument or a member takes it; texts and truths are numbers too.
     template <typename T>
         requires std::is_arithmetic_v<T>
-    operator T() const { return get<T>(); }
+    operator T() const
+    {
+        if constexpr (std::is_same_v<T, bool>) return number(read()) != 0.0;
+        else return read().is_number() ? get<T>() : static_cast<T>(number(read()));
+    }
+    template <std::size_t Size>
+    operator std::array<double, Size>() const
+    {
+        if (size() != Size) throw std::runtime_error(std::to_string(size()) + " numbers");
+        std::array<double, Size> all{};
+        for (std::size_t i = 0; i < Size; ++i) all[i] = (*this)[i];
+        return all;
+    }
     template <typename T>
     T value(const std::string& key, T fallback) const
     {
@@ -210,7 +226,7 @@ inline std::string nameOf(const Value& vector, std::size_t index)
     return name.empty() ? "vector " + std::to_string(index) : name;
 }
 
-/// One result of a vector, which `out` holds: as it stands there, or as an alternative has it when it is open.
+/// One result of a vector, which `out` holds: as it stands there, or as an alternative has it when it's open.
 template <typename T>
 void expectOut(const Value& vector, const std::string& key, const T& got)
 {
@@ -234,7 +250,8 @@ inline std::vector<std::uint8_t> bytes(const Value& v)
 }
 
 /// Runs one body; what it throws, and what it leaves unread, is a failure by name.
-inline void runOne(const std::string& name, const Value& vector, const std::function<void(const Value&)>& body)
+inline void runOne(const std::string& name, const Value& vector,
+                   const std::function<void(const Value&)>& body)
 {
     SCOPED_TRACE(name);
     try {
@@ -253,6 +270,25 @@ inline void each(const Value& list, const std::function<void(const Value&)>& bod
     for (const Value vector : list) runOne(nameOf(vector, index++), vector, body);
 }
 
+/// The steps of a vector in order, to the first that throws; a failure bears the step's number.
+inline void eachStep(const Value& steps, const std::function<void(const Value&)>& body)
+{
+    std::size_t index = 0;
+    for (const Value step : steps) {
+        SCOPED_TRACE("step " + std::to_string(index++));
+        body(step);
+    }
+}
+
+/// Runs `body` once for each vector of a file's list.
+inline void replay(const std::string& file, const std::string& list,
+                   const std::function<void(const Value&)>& body)
+{
+    SCOPED_TRACE(file);
+    Document document(file);
+    each(document[list], body);
+}
+
 /// The rows of a dispatch by a word of the vector.
 using Kinds = std::map<std::string, std::function<void(const Value&)>>;
 
@@ -264,8 +300,8 @@ inline void dispatch(const Kinds& kinds, const std::string& word, const Value& v
     found->second(vector);
 }
 
-/// Vectors that bear their kind: the row of a kind takes them one by one. A kind that another test replays stands
-/// in `elsewhere`; one that nobody knows fails.
+/// Vectors that bear their kind: the row of a kind takes them one by one. A kind that another test replays
+/// stands in `elsewhere`; one that nobody knows fails.
 inline void eachKind(const Value& list, const Kinds& kinds, const std::set<std::string>& elsewhere = {})
 {
     each(list, [&](const Value& vector) {
@@ -308,11 +344,41 @@ inline Tolerance toleranceOf(std::initializer_list<Value> innermostFirst)
     return {};
 }
 
-inline void expectNear(const std::string& what, double value, double wanted, Tolerance tolerance, double factor = 1.0)
+inline void expectNear(const std::string& what, double value, double wanted, Tolerance tolerance,
+                       double factor = 1.0)
 {
     if (value == wanted || (std::isnan(value) && std::isnan(wanted))) return;
     EXPECT_TRUE(std::fabs(value - wanted) <= tolerance.of(wanted) * factor)
         << what << " is " << testing::PrintToString(value) << ", wanted " << testing::PrintToString(wanted);
+}
+
+/// Whether something is what the file wants: numbers within `tolerance`, lists by place, all else equal.
+inline bool isNear(const json& got, const json& wanted, Tolerance tolerance = {})
+{
+    if (got.is_array() && wanted.is_array())
+        return std::equal(got.begin(), got.end(), wanted.begin(), wanted.end(),
+                          [&](const json& a, const json& b) { return isNear(a, b, tolerance); });
+    if (wanted.is_null() || !(got.is_number() || got.is_boolean())) return got == wanted;
+    const double is = number(got), w = number(wanted);
+    return is == w || (std::isnan(is) && std::isnan(w)) || std::fabs(is - w) <= tolerance.of(w);
+}
+inline void expect(const std::string& what, const json& got, const Value& wanted, Tolerance tolerance = {})
+{
+    EXPECT_TRUE(isNear(got, wanted.read(), tolerance)) << what << " is " << got << ", wanted " << wanted;
+}
+/// Each of `got`, an object, against the one of its name in the file; what is null there says nothing.
+inline void expectAll(const json& got, const Value& wanted, Tolerance tolerance = {})
+{
+    for (const auto& [name, value] : got.items())
+        if (!wanted[name].is_null()) expect(name, value, wanted[name], tolerance);
+}
+/// Each of `wanted` against the one of its name in `is`; what is null in the file says nothing.
+inline void expectWanted(const json& is, const Value& wanted, Tolerance tolerance = {})
+{
+    for (const auto& [name, value] : wanted.items()) {
+        if (!is.contains(name)) ADD_FAILURE() << "nothing to compare \"" << name << "\" with";
+        else if (!value.is_null()) expect(name, is[name], value, tolerance);
+    }
 }
 
 /// One named number of a record.
@@ -341,7 +407,8 @@ const Field<Record>* find(const std::vector<Field<Record>>& fields, const std::s
 
 /// Writes one field. False when the table hasn't the name.
 template <typename Record>
-bool write(const std::vector<Field<Record>>& fields, Record& record, const std::string& name, const Value& value)
+bool write(const std::vector<Field<Record>>& fields, Record& record, const std::string& name,
+           const Value& value)
 {
     const Field<Record>* f = find(fields, name);
     if (f == nullptr || !f->set) return false;
@@ -356,7 +423,7 @@ bool compare(const std::vector<Field<Record>>& fields, const Record& record, con
 {
     const Field<Record>* f = find(fields, name);
     if (f == nullptr) return false;
-    expectNear(name, f->get(record), wanted.is_boolean() ? wanted.get<bool>() : number(wanted), f->tolerance, factor);
+    expectNear(name, f->get(record), number(wanted), f->tolerance, factor);
     return true;
 }
 

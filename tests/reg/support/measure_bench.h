@@ -1,16 +1,13 @@
-// measure_bench.h - The program's code on plain registers, for the measurement core and the
-// regulator's start: counters, latch and temperature are put into their words, signals are
-// dispatched by hand.
+// measure_bench.h - The program's code on plain registers, for the measurement core and the regulator's
+// start: counters, latch and temperature are put into their words, signals are dispatched by hand, or by a
+// process of the regulator's own, which takes the time-outs too.
 #pragma once
 #include "hw/fake_bus.h"
 #include "mp/kvd_iifadm_state.h"
-#include "reg/kvd_reg.h"
-#include "reg/kvd_reg_control_int.h"
-#include "reg/kvd_reg_estimate_int.h"
-#include "reg/kvd_reg_int.h"
-#include "reg/kvd_reg_measure_int.h"
+#include "regulator_unit.h"
 #include "sig/hwif_sig.h"
 #include "sig/reg_sig.h"
+#include "support/manager.h"
 
 #include <algorithm>
 
@@ -37,6 +34,7 @@ inline Triple tripleOf(double seconds)
 struct MeasureBench : hwtest::Bench {
     u32 board;
     double now = 100.0;          // s of the running counter
+    ose::Time launchedAt = 0;
 
     explicit MeasureBench(u32 boardType = 2) : Bench(boardType), board(boardType)
     {
@@ -49,16 +47,13 @@ struct MeasureBench : hwtest::Bench {
     // ---- registers ------------------------------------------------------------------------------
     void putRun(const Triple& c)
     {
-        if (board == 1) put(BASE(), 0x24, c.mfn << 12 | c.sfn), put(BASE(), 0x28, c.inc);
-        else
-            put(hwtest::BASE_2C, 0xc8, c.mfn << 12 | c.sfn), put(hwtest::BASE_2C, 0xcc, c.inc << 1);
+        const u32 frames = c.mfn << 12 | c.sfn;
+        if (board == 1) put(BASE(), 0x24, frames), put(BASE(), 0x28, c.inc);
+        else            put(hwtest::BASE_2C, 0xc8, frames), put(hwtest::BASE_2C, 0xcc, c.inc << 1);
     }
     void putLatch(const Triple& c)
     {
-        if (board == 1) {
-            put(BASE(), 0x34, VALID | c.mfn << 12 | c.sfn), put(BASE(), 0x38, c.inc);
-            return;
-        }
+        if (board == 1) return put(BASE(), 0x34, VALID | c.mfn << 12 | c.sfn), put(BASE(), 0x38, c.inc);
         put(hwtest::BASE_2C, 0xb4, VALID);
         put(hwtest::BASE_2C, 0xb8, c.mfn << 12 | c.sfn);
         put(hwtest::BASE_2C, 0xbc, c.inc << 1);
@@ -145,16 +140,8 @@ struct MeasureBench : hwtest::Bench {
             values.vTmin = 1.0;
             values.vTmax = 3.0;
             KvdLoz6TuReg_measInitiate(values);
-            double U[2] = {0.0, 1250.0};
             hwif::setRev3(0);
-            KvdLoz6TuReg_controlInitiate(true, U);
-            Mat6 P{};
-            const double diagonal[6] = {1e-14, 1e-20, 1e-30, 1.5e-20, 5.6e-20, 2.2e-19};
-            for (u32 i = 0; i < 6; ++i) P[i * 7] = diagonal[i];
-            const double u[2] = {0.0, 0.0};
-            KvdLoz6TuReg_estimateInitiate(Vec6{}, P, 0.0, u, -1.0 / 1250.0);
-            KvdLoz6TuReg_forceRegState(FREQLOCKED);
-            control::state().var.f_ix = 5;
+            startFilter(true);
         });
         bus.traces.clear();
     }
@@ -174,18 +161,30 @@ struct MeasureBench : hwtest::Bench {
         });
     }
 
+    // ---- a process of the regulator's own -------------------------------------------------------
+    void launch()
+    {
+        system.launch(*block, "manager", 16, [] {
+            bench::serve([](Signal* sig) { KvdLoz6TuReg_dispatch(sig); return false; });
+        });
+        world.runFor(ose::MS);
+        launchedAt = world.now();
+    }
+    template <typename T>
+    void inject(const T& layout) { bench::injectInto(system, system.find("manager"), layout); }
+    void inManager(const std::function<void()>& body) { bench::runIn(system, system.find("manager"), body); }
+
     // ---- the main processor ---------------------------------------------------------------------
     std::vector<std::vector<std::byte>> sent;      // what reached it
 
     void connect()
     {
         const PROCESS peer = system.spawn("mp", 20, [this] {
-            for (;;) {
-                Signal* sig = ose::receive(ose::ANY_SIGNAL);
+            bench::serve([this](Signal* sig) {
                 const auto* bytes = reinterpret_cast<const std::byte*>(sig);
                 sent.emplace_back(bytes, bytes + ose::sigsize(&sig));
-                ose::free_buf(&sig);
-            }
+                return false;
+            });
         });
         ose::DataScope scope(*block);
         tuiif::state().startState = TUIIF_START_RESTART_READY;

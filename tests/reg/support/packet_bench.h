@@ -1,6 +1,6 @@
 // packet_bench.h - The regulator's process with the packet measurements' neighbours played by a test.
 #pragma once
-#include "reg/support/manager_bench.h"
+#include "reg/support/measure_bench.h"
 
 #include "reg/kvd_reg_packet_int.h"
 
@@ -11,9 +11,8 @@ namespace regtest {
 struct PacketBench;
 inline PacketBench* self = nullptr;
 
-/// The regulator's process, with the estimator, the packet clock's profile and the counters'
-/// difference played by the test.
-struct PacketBench : ManagerBench {
+/// With the estimator, the packet clock's profile and the counters' difference played by the test.
+struct PacketBench : MeasureBench {
     std::optional<MeasRefData> estimated;
     std::vector<u8> refStates;
     std::optional<i64> offsetFromMaster, meanPathDelay;
@@ -21,11 +20,12 @@ struct PacketBench : ManagerBench {
     double sfcPtpOffset = 0, R_est = 1e-9;
     u8 profile = 0;
     bool hasClock = true;
-    u32 estimateRestarts = 0;
 
-    explicit PacketBench(u32 z_i) : ManagerBench(2)
+    explicit PacketBench(u32 z_i)
     {
         self = this;
+        connect();
+        settle();
         launch();
         inManager([z_i] {
             packet::setNeeds(&NEEDS);
@@ -40,9 +40,8 @@ struct PacketBench : ManagerBench {
     static const packet::Needs NEEDS;
     std::size_t traced(const std::string& text) const
     {
-        return static_cast<std::size_t>(
-            std::count_if(bus.traces.begin(), bus.traces.end(),
-                          [&](const auto& t) { return t.second.rfind(text, 0) == 0; }));
+        const auto begins = [&](const auto& t) { return t.second.starts_with(text); };
+        return static_cast<std::size_t>(std::ranges::count_if(bus.traces, begins));
     }
 };
 
@@ -54,7 +53,7 @@ inline const packet::Needs PacketBench::NEEDS = {
     },
     .setRefState = [](u8 degrState) { self->refStates.push_back(degrState); },
     .refState = []() -> u8 { return self->refStates.empty() ? 1 : self->refStates.back(); },
-    .restartEstimate = [] { ++self->estimateRestarts; },
+    .restartEstimate = [] {},
     .tellPacketSync = [](i64 offsetFromMaster, i64 meanPathDelay) {
         self->offsetFromMaster = offsetFromMaster;
         self->meanPathDelay = meanPathDelay;

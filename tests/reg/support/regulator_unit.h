@@ -1,5 +1,5 @@
-// regulator_unit.h - The program's code on plain registers, without its processes: a test calls the estimator and
-// the control law as the manager would.
+// regulator_unit.h - The program's code on plain registers, without its processes: a test calls the estimator
+// and the control law as the manager would.
 #pragma once
 #include "hw/fake_bus.h"
 #include "reg/kvd_reg.h"
@@ -50,6 +50,20 @@ inline void selectReference(u32 selected, u32 previous)
     measure::state().var.prevSelectedRef = previous;
 }
 
+/// A filter that runs in FREQLOCKED on a good estimate.
+inline void startFilter(bool cold)
+{
+    double U[2] = {0.0, 1250.0};
+    KvdLoz6TuReg_controlInitiate(cold, U);
+    Mat6 P{};
+    const double diagonal[6] = {1e-14, 1e-20, 1e-30, 1.5e-20, 5.6e-20, 2.2e-19};
+    for (u32 i = 0; i < 6; ++i) P[i * 7] = diagonal[i];
+    const double u[2] = {0.0, 0.0};
+    KvdLoz6TuReg_estimateInitiate(Vec6{}, P, 0.0, u, -1.0 / 1250.0);
+    KvdLoz6TuReg_forceRegState(FREQLOCKED);
+    control::state().var.f_ix = 5;
+}
+
 /// A unit that runs in FREQLOCKED on a good estimate, master, 1PPS-like reference `selected`.
 inline void settle(u32 selected, double t_mod)
 {
@@ -60,15 +74,7 @@ inline void settle(u32 selected, double t_mod)
     tuHwIf_writeNominalDivisor(1249);
     tuHwIf_writeDeltaSigmaK(0);
     tuHwIf_writeDeltaSigmaM(800000000);
-    double U[2] = {0.0, 1250.0};
-    KvdLoz6TuReg_controlInitiate(false, U);
-    Mat6 P{};
-    const double diagonal[6] = {1e-14, 1e-20, 1e-30, 1.5e-20, 5.6e-20, 2.2e-19};
-    for (u32 i = 0; i < 6; ++i) P[i * 6 + i] = diagonal[i];
-    const double u[2] = {0.0, 0.0};
-    KvdLoz6TuReg_estimateInitiate(Vec6{}, P, 0.0, u, -1.0 / 1250.0);
-    KvdLoz6TuReg_forceRegState(FREQLOCKED);
-    control::state().var.f_ix = 5;
+    startFilter(false);
     control::state().var.fix = FixFilter{-8.3, 0, 0, 0, 0, 0, 0, 0, 0};
 }
 
