@@ -1,5 +1,5 @@
 // A unit on an interface of the machine: the host's clocks against the world's time, what the sockets bring
-// and refuse, and a unit that follows the masters of another `tu`, each in a network namespace of its own.
+// and refuse, and a unit that follows the master of another `tu`, each in a network namespace of its own.
 #include "sim/clock/random.h"
 #include "sim/net/host_net.h"
 #include "tests/pktsync/packet_unit.h"
@@ -50,15 +50,18 @@ struct HandClocks {
     }
 };
 
-TEST(PacedClock, TheWorldBeginsAtAWholeSecond)
+TEST(PacedClock, TheWorldBeginsAtAWholeSecondAndAnInterruptedReadingIsNoStep)
 {
     HandClocks host;
-    const HostClock clock(host.source());
+    HostClock clock(host.source());
     EXPECT_EQ(clock.taiAtBeginning(), 1'700'000'501 + 37);
     const i64 before_ns = 750 * MS - (host.monotonic - 500 * S);
     EXPECT_NEAR(static_cast<double>(clock.now()) / 1e3, static_cast<double>(-before_ns), 200);
-    host.monotonic += before_ns + 3 * S;
-    EXPECT_NEAR(static_cast<double>(clock.now()) / 1e3, 3e9, 200);
+    for (const u32 slow : {1u, 9u, 10u}) {   // ten are tried at a time
+        host.slowReadings = slow;
+        clock.follow();
+        EXPECT_EQ(clock.steps(), 0u) << slow;
+    }
 }
 
 TEST(PacedClock, StampsBecomeTimesOfTheWorldAcrossSteps)
@@ -83,17 +86,6 @@ TEST(PacedClock, StampsBecomeTimesOfTheWorldAcrossSteps)
     EXPECT_TRUE(clock.ofStamp(now - 10 * S + 10 * US));
     EXPECT_FALSE(clock.ofStamp(now - 10 * S - 10 * US));
     EXPECT_FALSE(clock.ofStamp(now + 20 * US));
-}
-
-TEST(PacedClock, AnInterruptedReadingIsNoStep)
-{
-    HandClocks host;
-    HostClock clock(host.source());
-    for (const u32 slow : {1u, 9u, 10u}) {   // ten are tried at a time
-        host.slowReadings = slow;
-        clock.follow();
-        EXPECT_EQ(clock.steps(), 0u) << slow;
-    }
 }
 
 // ---- interfaces ---------------------------------------------------------------------------------
@@ -394,36 +386,27 @@ TEST_F(Cable, WithoutAStampAnEventMessageIsLeftOut)
 
 // ---- a unit and its masters ---------------------------------------------------------------------
 
-constexpr const char* MASTERS = R"(
-name = "masters"
+constexpr const char* MASTER = R"(
+name = "master"
 duration = "5m"
 [[unit]]
 name = "idle"
 start = "1h"
 [[master]]
-name = "gm1"
-domain = 24
-[[master]]
-name = "gm2"
-unicast = true
-domain = 4
-class = 80
-address = "192.168.0.9"
-[[master]]
-name = "gm3"
+name = "gm"
 unicast = true
 domain = 4
 class = 80
 address = "fd00:0:0:0:0:0:0:9"
 )";
 
-/// `tu` with three masters in another namespace, at the far end of near0.
-class FarMasters {
+/// `tu` with a master over IPv6 in another namespace, at the far end of near0.
+class FarMaster {
 public:
-    explicit FarMasters(Namespace& ns)
+    explicit FarMaster(Namespace& ns)
     {
-        file_ = std::filesystem::temp_directory_path() / ("masters-" + std::to_string(getpid()) + ".toml");
-        std::ofstream(file_) << MASTERS;
+        file_ = std::filesystem::temp_directory_path() / ("master-" + std::to_string(getpid()) + ".toml");
+        std::ofstream(file_) << MASTER;
         int ready[2], go[2];
         if (pipe(ready) != 0 || pipe(go) != 0) std::abort();
         child_ = fork();
@@ -434,13 +417,12 @@ public:
         if (read(ready[0], &there, 1) != 1) ADD_FAILURE() << "no second namespace";
         ns.ip("link add near0 type veth peer name far0 netns " + std::to_string(child_));
         ns.ip("link set near0 up");
-        ns.ip("address add 192.168.0.1/24 dev near0");
         ns.ip("address add fd00::1/64 dev near0 nodad");
         EXPECT_EQ(write(go[1], "\n", 1), 1);
         close(ready[0]);
         close(go[1]);
     }
-    ~FarMasters()
+    ~FarMaster()
     {
         kill(child_, SIGTERM);
         waitpid(child_, nullptr, 0);
@@ -453,9 +435,8 @@ private:
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (unshare(CLONE_NEWNET) != 0 || write(ready, "r", 1) != 1 || dup2(go, STDIN_FILENO) < 0) _exit(1);
         const std::string line =
-            "read go && ip link set far0 up && ip address add 192.168.0.9/24 dev far0 && "
-            "ip address add fd00::9/64 dev far0 nodad && exec '" TU_PROGRAM "' run '" + file_.string() +
-            "' --quiet --ptp-if gm1=far0 --ptp-if gm2=far0 --ptp-if gm3=far0";
+            "read go && ip link set far0 up && ip address add fd00::9/64 dev far0 nodad && exec '" TU_PROGRAM
+            "' run '" + file_.string() + "' --quiet --ptp-if gm=far0";
         execl("/bin/sh", "sh", "-c", line.c_str(), static_cast<char*>(nullptr));
         _exit(1);
     }
@@ -463,13 +444,7 @@ private:
     pid_t child_ = -1;
 };
 
-i64 ns(u64 s, u32 f) { return static_cast<i64>(s) * S + f; }
-
-struct PacedCase {
-    const char* what;
-    sim::NetAddress own;
-    sim::MpPacketRef ref;
-};
+constexpr sim::NetAddress OWN{6, {0xFD, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}};
 
 /// A unit whose exchanges go to a process beside it, on a host that has time for the world a fifth of the
 /// time: what tells when a packet came or left can be the stamps alone.
@@ -478,14 +453,14 @@ struct PacedUnit : PacketUnit {
     sim::HostNet hostNet{world, net, hostClock};
     std::vector<TuPktsyncPtpPacketInd> exchanges;
 
-    static sim::NodeConfig at(const sim::NetAddress& own)
+    static sim::NodeConfig config()
     {
         sim::NodeConfig c;
         c.boardType = 2;
-        c.packetPort.address = own;
+        c.packetPort.address = OWN;
         return c;
     }
-    explicit PacedUnit(const sim::NetAddress& own) : PacketUnit(at(own))
+    PacedUnit() : PacketUnit(config())
     {
         hostNet.add(node.packetPort(), "near0");
         node.powerOn();
@@ -508,26 +483,32 @@ struct PacedUnit : PacketUnit {
     void consume(const sim::MpPacketRef& ref)
     {
         const PROCESS consumer = node.system().spawn("consumer", 25, [this] {
-            for (;;) {
-                Signal* sig = ose::receive(ose::ANY_SIGNAL);
+            serve([this](Signal* sig) {
                 if (sig->sigNo == TUPKTSYNC_PTP_PACKET_IND)
                     exchanges.push_back(*as<TuPktsyncPtpPacketInd>(sig));
-                ose::free_buf(&sig);
-            }
+                return false;
+            });
         });
         const TuPktsyncRefSelectionInd ind{TUPKTSYNC_REF_SELECTION_IND, ref.froId, ref.froClassNo, 0,
                                            consumer};
-        node.system().inject(std::as_bytes(std::span(&ind, 1)), pid(), manager());
+        node.system().inject(asBytes(ind), pid(), manager());
     }
 };
 
-void followsTheMaster(const PacedCase& c)
+TEST(Paced, AUnitFollowsTheMasterOfAnotherHostOverIpVersionSix)
 {
-    PacedUnit u(c.own);
+    Namespace space;
+    if (!space.why().empty()) GTEST_SKIP() << space.why();
+    FarMaster master(space);
+    if (!space.why().empty()) GTEST_SKIP() << space.why();
+    sim::MpPacketRef ref = unicastRef(1, {0xFD, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 9});
+    ref.family = 6;
+    ref.own = OWN.octets;
+    PacedUnit u;
     ASSERT_TRUE(u.until(5, [&] { return u.pid() != 0 && u.root() == ROOT_STARTED; }));
-    u.node.mainProcessor().createPacketRef(c.ref);
-    ASSERT_TRUE(u.until(3, [&] { return u.created(c.ref.froId, c.ref.froClassNo); }));
-    u.consume(c.ref);
+    u.node.mainProcessor().createPacketRef(ref);
+    ASSERT_TRUE(u.until(3, [&] { return u.created(ref.froId, ref.froClassNo); }));
+    u.consume(ref);
     const bool follows = u.until(25, [&] { return u.exchanges.size() >= 40; });
     const sim::HostPort::Counts& counts = u.hostNet.ports()[0]->counts();
     ASSERT_TRUE(follows) << u.exchanges.size() << " exchanges, " << counts.received << " packets, "
@@ -537,6 +518,7 @@ void followsTheMaster(const PacedCase& c)
     EXPECT_EQ(counts.lostStamps + counts.unstamped + counts.failed + counts.errors + counts.unusable, 0u);
 
     const sim::PacketTime now = u.node.board().packetTime(0, 1);
+    const auto ns = [](u64 s, u32 f) { return static_cast<i64>(s) * S + f; };
     const i64 tai = u.hostClock.taiAtBeginning() * S + u.world.now() / ose::NS;
     const i64 ahead = ns(now.seconds, 0) + static_cast<i64>((u64{now.fraction} * 1'000'000'000) >> 32) - tai;
     std::vector<i64> delays, errors;
@@ -545,35 +527,11 @@ void followsTheMaster(const PacedCase& c)
         delays.push_back((down + up) / 2);
         errors.push_back((down - up) / 2 - ahead);
     }
-    const auto median = [](std::vector<i64>& v) {
-        std::nth_element(v.begin(), v.begin() + static_cast<std::ptrdiff_t>(v.size() / 2), v.end());
-        return v[v.size() / 2];
-    };
-    const i64 delay = median(delays), error = median(errors);
-    testing::Test::RecordProperty("path_delay_ns", std::to_string(delay));
-    testing::Test::RecordProperty("offset_error_ns", std::to_string(error));
-    EXPECT_GT(delay, 0);
-    EXPECT_LT(delay, 200 * US);
-    EXPECT_LT(std::abs(error), 200 * US);
-
-}
-
-TEST(Paced, AUnitFollowsTheMastersOfAnotherHost)
-{
-    Namespace space;
-    if (!space.why().empty()) GTEST_SKIP() << space.why();
-    FarMasters masters(space);
-    if (!space.why().empty()) GTEST_SKIP() << space.why();
-    const sim::NetAddress v4{4, {192, 168, 0, 1}}, v6{6, {0xFD, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}};
-    sim::MpPacketRef overV6 = unicastRef(1, {0xFD, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 9});
-    overV6.family = 6;
-    overV6.own = v6.octets;
-    const PacedCase cases[] = {{"Ethernet", v4, ethernetRef(1, 24)}, {"IPv4", v4, unicastRef(1)},
-                               {"IPv6", v6, overV6}};
-    for (const PacedCase& c : cases) {
-        SCOPED_TRACE(c.what);
-        followsTheMaster(c);
-    }
+    std::ranges::sort(delays);
+    std::ranges::sort(errors);
+    EXPECT_GT(delays[delays.size() / 2], 0);
+    EXPECT_LT(delays[delays.size() / 2], 200 * US);
+    EXPECT_LT(std::abs(errors[errors.size() / 2]), 200 * US);
 }
 
 }  // namespace
