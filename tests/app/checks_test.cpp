@@ -78,7 +78,6 @@ TEST(RadioLinkChecks, CountTheAnswersThatAreMeantAndKeepThePrintoutsOrder)
     expectEach({{"any port", "answer = \"scan\"\nleast = 3\nmost = 3", true},
                 {"one port", "answer = \"scan\"\nport = 1\nleast = 2\nmost = 2", true},
                 {"another status", "answer = \"scan\"\nport = 2\nstatus = 1", false},
-                {"before", "answer = \"scan\"\nto = 9.9", false},
                 {"at the moment", "answer = \"scan\"\nto = 10\nmost = 1", true},
                 {"never told", "answer = \"select\"\nleast = 0\nmost = 0", true}},
                "check = \"socpri_told\"\n", recording);

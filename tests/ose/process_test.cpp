@@ -164,7 +164,7 @@ TEST_F(Processes, ErrorEndsTheProgramFromWhereverItIsCalled)
 {
     static System* sys;
     sys = &system;
-    constexpr auto fail = [] { error(0xABC); };
+    static constexpr auto fail = [] { error(0xABC); };
     struct Case { const char* from; void (*body)(); };
     const Case cases[] = {
         {"a process", fail},
@@ -277,7 +277,6 @@ TEST_F(Processes, AnExceptionBelongsToTheStackThatItIsOn)
                 try {
                     throw;
                 } catch (const std::exception& e) {
-                    EXPECT_EQ(std::uncaught_exceptions(), 0);
                     said += e.what();
                 }
                 delay(10);
@@ -286,19 +285,15 @@ TEST_F(Processes, AnExceptionBelongsToTheStackThatItIsOn)
     }
     const PROCESS victim = launch("victim", 20, [&] {
         struct Waits {
-            ~Waits() { EXPECT_EQ(std::uncaught_exceptions(), 1); kill_proc(find); }
-            PROCESS find;
-        };
-        const PROCESS other = launch("other", 21, [&] { const OnStack mark{&said, 'o'}; takeNumber(); });
-        const Waits waits{other};
+            ~Waits() { EXPECT_EQ(std::uncaught_exceptions(), 1); kill_proc(other); }
+            PROCESS other;
+        } const waits{launch("other", 21, [&] { const OnStack mark{&said, 'o'}; takeNumber(); })};
         takeNumber();
     });
     world.runFor(5 * MS);
-    EXPECT_EQ(said, "210");
     system.kill(victim);
     EXPECT_EQ(said, "210o");
     EXPECT_EQ(std::uncaught_exceptions(), 0);
-    world.runFor(1 * SEC);
 }
 
 }  // namespace

@@ -125,49 +125,26 @@ TEST(TraceSink, GoesToFileAndKeepsTheNewest)
 
 // ---- the unit's own program, seen from the main processor ---------------------------------------
 
-constexpr u8 LOCKED = 3, UNKNOWN = 7;
-constexpr SIGSELECT INITIATE_REQ = 0x9C000, STATUS = 0x9C00D;
+constexpr u8 LOCKED = 3;
+constexpr SIGSELECT INITIATE_REQ = 0x9C000;
 
 struct PpsUnit : bench::Unit {
     sim::LineSource pps{world, {}, sim::PPS_RATE_Hz, 1, "pps"};
     sim::MainProcessor& mp = node.mainProcessor();
 
-    explicit PpsUnit(u32 selectedPv = 22) : Unit(withPps(selectedPv))
+    PpsUnit() : Unit(withPps())
     {
         node.board().connect(sim::ReferenceInput::Pps, &pps);
         node.powerOn();
     }
-    static sim::NodeConfig withPps(u32 selectedPv)
+    static sim::NodeConfig withPps()
     {
         sim::NodeConfig config;
         config.boardType = 2;
         config.mainProcessor.references = {{.name = "pps", .refType = 2, .froId = 20, .froClassNo = 2}};
-        config.mainProcessor.selectedPv = selectedPv;
         return config;
     }
 };
-
-TEST(WholeUnit, WithoutAConfirmationSaysNothing)
-{
-    struct Case { const char* when; sim::Answer answer; u32 pv; };
-    for (const Case& c : std::to_array<Case>({{"silent", sim::Answer::Silent, 22},
-                                              {"other version", sim::Answer::Accept, 21}})) {
-        SCOPED_TRACE(c.when);
-        PpsUnit u(c.pv);
-        u.mp.setAnswer(c.answer);
-        u.run(300);
-        EXPECT_EQ(u.mp.count(INITIATE_REQ), 1u);
-        EXPECT_EQ(u.mp.count(STATUS), 0u);
-        EXPECT_EQ(u.mp.clockState(), UNKNOWN);
-
-        u.mp.setAnswer(sim::Answer::Accept);
-        u.mp.config.selectedPv = 22;
-        u.mp.restart(5 * ose::SEC);
-        u.run(300);
-        EXPECT_TRUE(u.mp.connected());
-        EXPECT_EQ(u.traces("COLD RESTART of KVD on BVQ LOZ6"), 1u);   // the first start, whatever came before
-    }
-}
 
 TEST(WholeUnit, WaitsForTheServicesThatComeLateAndShutsDownInGoodOrder)
 {
