@@ -1,4 +1,4 @@
-#!/bin/sh
+#!/bin/bash
 # The program's exit codes: 0 all checks hold, 1 one fails, 2 input that can't be used, told in one line.
 #     cli.sh TU
 set -u
@@ -15,6 +15,7 @@ expect() {   # code, what, arguments of tu
         echo "$what: not one line"; cat "$dir/err"; failed=1
     fi
 }
+told() { grep -qE -- "$1" "$dir/${3:-out}" || { echo "$2"; failed=1; }; }   # pattern, what is wrong, file
 unit='duration = "20s"
 [[unit]]
 name = "tu1"
@@ -28,38 +29,40 @@ printf '%scolour = "red"\n' "$unit" >"$dir/bad.toml"
 printf '1.0\nx\n' >"$dir/bad.txt"
 sed 's/20s/6s/' "$dir/good.toml" >"$dir/paced.toml"
 expect 0 "a check that holds" run "$dir/good.toml" --summary "$dir/s.json"
-grep -q '"pass": true' "$dir/s.json" || { echo "the summary doesn't tell the check"; failed=1; }
+told '"pass": true' "the summary doesn't tell the check" s.json
 expect 1 "a check that fails" run "$dir/fails.toml" --quiet
 expect 2 "an unknown key" run "$dir/bad.toml"
-grep -q 'bad.toml:4: ' "$dir/err" || { echo "no file and line"; failed=1; }
+told 'bad.toml:4: ' "no file and line" err
 expect 2 "no such file" run "$dir/none.toml"
 expect 2 "a bad series" run "$dir/good.toml" --oscillator "$dir/bad.txt"
-grep -q 'bad.txt:2: ' "$dir/err" || { echo "no file and line of the series"; failed=1; }
+told 'bad.txt:2: ' "no file and line of the series" err
 expect 2 "a folder that isn't there" run "$dir/good.toml" --summary "$dir/none/s.json"
 expect 2 "a folder as a summary" run "$dir/good.toml" --summary "$dir"
 expect 2 "a seed that is no number" run "$dir/good.toml" --seed one
 expect 2 "seeds that are none" run "$dir/good.toml" --seeds 5..1
 expect 2 "seed and seeds" run "$dir/good.toml" --seed 1 --seeds 1..2
 expect 0 "a summary on standard output" run "$dir/good.toml" --summary -
-grep -q '^{' "$dir/out" && [ "$(grep -c 'of virtual time' "$dir/out")" -eq 0 ] || { echo "not the summary alone"; failed=1; }
-expect 1 "two scenarios, one fails" run "$dir/good.toml" "$dir/fails.toml" --summary "$dir/both.json" --junit "$dir/both.xml"
-grep -q '<failure message=' "$dir/both.xml" && grep -q '"runs": \[' "$dir/both.json" || { echo "one is missing"; failed=1; }
+[ "$(head -1 "$dir/out")" = "{" ] || { echo "not the summary alone"; failed=1; }
+expect 1 "two scenarios, one fails" run "$dir/good.toml" "$dir/fails.toml" --summary "$dir/both.json" \
+    --junit "$dir/both.xml"
+told '<failure message=' "no failure" both.xml
+told '"runs": \[' "one is missing" both.json
 expect 0 "three seeds" run "$dir/good.toml" --seeds 1..2,7 --jobs 2 --summary "$dir/seeds.json"
 [ "$(grep -c '"seed":' "$dir/seeds.json")" -eq 3 ] || { echo "not three runs"; failed=1; }
 expect 0 "another seed" run "$dir/good.toml" --seed 7 --quiet --summary "$dir/seven.json"
 expect 0 "a summary and itself" compare "$dir/s.json" "$dir/s.json"
 expect 1 "two seeds" compare "$dir/s.json" "$dir/seven.json"
-grep -q '^! seed: 1 -> 7 (+6, ' "$dir/out" || { echo "the difference isn't told"; failed=1; }
+told '^! seed: 1 -> 7 \(\+6, ' "the difference isn't told"
 expect 0 "within a tolerance" compare "$dir/seeds.json" "$dir/seeds.json" --relative 0.1
 expect 2 "no summary" compare "$dir/s.json" "$dir/good.toml"
 expect 2 "no such summary" compare "$dir/s.json" "$dir/none.json"
 if /usr/bin/python3 -c 'import jsonschema' 2>/dev/null; then
-    "$(dirname "$0")/../../scripts/validate-summary" "$dir/s.json" "$dir/both.json" "$dir/seeds.json" || failed=1
+    "$(dirname "$0")/../../scripts/validate-summary" "$dir/"{s,both,seeds}.json || failed=1
 fi
 expect 2 "no such option" run "$dir/good.toml" --colour red
 expect 2 "no command"
 expect 2 "a command that isn't there" bogus
-grep -q "'bogus' is none of run, " "$dir/err" || { echo "the commands aren't named"; failed=1; }
+told "'bogus' is none of run, " "the commands aren't named" err
 expect 2 "nobody serves it" status "$dir/none.sock"
 expect 2 "no such state" wait "$dir/none.sock" LOCKED
 expect 2 "no time" wait "$dir/none.sock" WARMUP --within soon
@@ -67,31 +70,31 @@ expect 2 "a status that can't be served" run "$dir/good.toml" --status /proc/non
 expect 2 "metrics that can't be served" run "$dir/good.toml" --metrics 70000
 printf 'until 30s\nwhy\nquit\n' >"$dir/typed"
 expect 1 "the console ends with the run's code" run "$dir/fails.toml" --shell <"$dir/typed"
-grep -q '^WARMUP for 0:00:' "$dir/out" || { echo "no answer to why"; failed=1; }
+told '^WARMUP for 0:00:' "no answer to why"
 expect 0 "left before its end" run "$dir/fails.toml" --shell </dev/null
-"$tu" run "$dir/fails.toml" --speed 1 --status "$dir/sock" --out "$dir/ended" --summary "$dir/ended.json" --quiet &
+"$tu" run "$dir/fails.toml" --speed 1 --status "$dir/sock" --out "$dir/ended" --summary "$dir/ended.json" \
+    --quiet &
 run=$!
 expect 0 "a state" wait "$dir/sock" WARMUP --timeout 1m
 expect 0 "a status" status "$dir/sock"
-grep -q '^tu1 at 0:00:' "$dir/out" || { echo "no status of the unit"; failed=1; }
+told '^tu1 at 0:00:' "no status of the unit"
 expect 1 "a state that doesn't come" wait "$dir/sock" FREQUENCY_LOCKED --timeout 1s
 kill -TERM $run
 wait $run
 got=$?
 [ $got -eq 143 ] || { echo "a run that is ended: exit code $got, wanted 143"; failed=1; }
-[ -s "$dir/ended.json" ] && [ -s "$dir/ended/report.html" ] || { echo "nothing written at its end"; failed=1; }
+[ -s "$dir/ended.json" ] && [ -s "$dir/ended/report.html" ] || { echo "nothing at its end"; failed=1; }
 expect 2 "no such interface" run "$dir/good.toml" --ptp-if nowhere0
-grep -q '^nowhere0: there is no such network interface$' "$dir/err" ||
-    { echo "the interface isn't named"; failed=1; }
+told '^nowhere0: there is no such network interface$' "the interface isn't named" err
 expect 2 "nobody to put on it" run "$dir/good.toml" --ptp-if gm1=lo
 expect 2 "an interface at another speed" run "$dir/good.toml" --ptp-if lo --speed 10
 printf '# heading\n$GPGGA,1\r\n$GPXYZ,1*00\r\n' >"$dir/good.log"
 : >"$dir/empty.log"
 expect 0 "a log of a receiver" nmea "$dir/good.log" --verbose
-grep -q 'NMEA address GPXYZ not handled' "$dir/out" || { echo "no reason of the refusal"; failed=1; }
+told 'NMEA address GPXYZ not handled' "no reason of the refusal"
 expect 2 "an empty log" nmea "$dir/empty.log"
 expect 2 "no such log" nmea "$dir/none.log"
-grep -q 'none.log: ' "$dir/err" || { echo "the log isn't named"; failed=1; }
+told 'none.log: ' "the log isn't named" err
 expect 2 "a folder as a log" nmea "$dir"
 expect 2 "noise out of range" nmea "$dir/good.log" --noise 2
 printf '\324\303\262\241\002\000\004\000\000\000\000\000\000\000\000\000\377\377\000\000' >"$dir/head"
@@ -99,10 +102,10 @@ printf '\324\303\262\241\002\000\004\000\000\000\000\000\000\000\000\000\377\377
 { cat "$dir/good.pcap"; printf '\001\000'; } >"$dir/cut.pcap"
 { cat "$dir/head"; printf '\161\000\000\000'; } >"$dir/other.pcap"
 expect 0 "a capture" pcap "$dir/good.pcap" --summary
-grep -q 'good.pcap: 0 packets' "$dir/out" || { echo "no table of the capture"; failed=1; }
+told 'good.pcap: 0 packets' "no table of the capture"
 expect 2 "no capture" pcap "$dir/good.log"
 expect 2 "a capture cut off" pcap "$dir/cut.pcap"
-grep -q 'cut.pcap: cut off' "$dir/err" || { echo "the capture isn't told to be cut"; failed=1; }
+told 'cut.pcap: cut off' "the capture isn't told to be cut" err
 expect 2 "a capture of another link" pcap "$dir/other.pcap"
 expect 2 "no such capture" pcap "$dir/none.pcap"
 expect 2 "a folder that can't be made" run "$dir/good.toml" --out /proc/none
@@ -112,7 +115,7 @@ expect 0 "a capture without a unit" pcap "$dir/good.pcap" --no-unit --out "$dir/
 expect 2 "a receiver's line that isn't there" run "$dir/good.toml" --gps-tty "$dir/none"
 expect 2 "a pulse without its receiver" run "$dir/good.toml" --pps /dev/null
 expect 0 "the version" --version
-grep -qE '^tu [0-9]+\.' "$dir/out" || { echo "no version"; failed=1; }
+told '^tu [0-9]+\.' "no version"
 mkdir "$dir/manual"
 expect 0 "the manual" --manual "$dir/manual"
 for command in run nmea pcap soak; do
@@ -129,14 +132,15 @@ if "$tu" run "$dir/good.toml" --ptp-if lo --quiet --shell </dev/null >"$dir/out"
     for shell in "" --shell; do
         began=$(date +%s)
         # The console stays at the end until its input does: by then all of the run has to be over.
-        sleep 7 | "$tu" run "$dir/paced.toml" --ptp-if lo --quiet $shell --summary "$dir/paced.json" >"$dir/out" 2>&1 &
+        sleep 7 | "$tu" run "$dir/paced.toml" --ptp-if lo --quiet $shell --summary "$dir/paced.json" \
+            >"$dir/out" 2>&1 &
         pid=$!
         sleep 2
         kill -STOP "$pid"; sleep 2; kill -CONT "$pid"
         while kill -0 "$pid" 2>/dev/null; do sleep 0.1; done
         took=$(($(date +%s) - began))
         [ $took -le 9 ] || { echo "6 s of run took $took s of the host's ($shell)"; failed=1; }
-        grep -q '"virtual_seconds": 6' "$dir/paced.json" || { echo "time was lost ($shell)"; failed=1; }
+        told '"virtual_seconds": 6' "time was lost ($shell)" paced.json
     done
 fi
 expect 0 "a long run" soak --hours 0.2 --seed 5 --save "$dir/drawn.toml"

@@ -1,5 +1,5 @@
 #!/bin/sh
-# A report in a headless browser: it opens without a network, zooms, reads a value, and says nothing on the console.
+# A report in a headless browser: it opens without a network, zooms, reads a value, says nothing amiss.
 #     report_test.sh TU SOURCES
 set -u
 tu=$1
@@ -8,14 +8,15 @@ browser=
 for name in chromium-headless-shell chromium chromium-browser google-chrome; do
     command -v "$name" >/dev/null && { browser=$name; break; }
 done
-[ -n "$browser" ] || { echo "skipped: no headless browser (apt-get install chromium-headless-shell)"; exit 77; }
+[ -n "$browser" ] || { echo "skipped: no browser (apt-get install chromium-headless-shell)"; exit 77; }
 [ -e /usr/share/javascript/dygraphs/dygraph.min.js ] ||
     { echo "skipped: no plotting library (apt-get install libjs-dygraphs)"; exit 77; }
 dir=$(mktemp -d)
 trap 'rm -rf "$dir"' EXIT
 failed=0
 
-sed -e 's/^duration.*/duration = "20m"/' -e '/^\[\[event\]\]/,$d' "$sources/scenarios/ptp-g82751.toml" >"$dir/run.toml"
+sed -e 's/^duration.*/duration = "20m"/' -e '/^\[\[event\]\]/,$d' \
+    "$sources/scenarios/ptp-g82751.toml" >"$dir/run.toml"
 cat >>"$dir/run.toml" <<'END'
 [[event]]
 at = "10m"
@@ -36,11 +37,13 @@ cat "$dir/out/report.html" - >"$dir/played.html" <<'END'
 const said = [];
 const say = (what, is) => said.push((is ? 'ok ' : 'WRONG ') + what);
 try {
-    const chart = charts.find(c => c.title.startsWith('Frequency error')), other = charts.find(c => c !== chart);
+    const chart = charts.find(c => c.title.startsWith('Frequency error'));
+    const other = charts.find(c => c !== chart);
     const canvas = chart.graph.canvas_, box = canvas.getBoundingClientRect();
     const mouse = (type, share, target) => (target || canvas).dispatchEvent(new MouseEvent(type, {
-        bubbles: true, cancelable: true, view: window, button: 0, clientX: box.left + 120 + share * (box.width - 140),
-        clientY: box.top + box.height / 2, screenX: 100 + share * box.width, screenY: 100}));
+        bubbles: true, cancelable: true, view: window, button: 0,
+        clientX: box.left + 120 + share * (box.width - 140), clientY: box.top + box.height / 2,
+        screenX: 100 + share * box.width, screenY: 100}));
     const width = c => c.graph.xAxisRange()[1] - c.graph.xAxisRange()[0];
     const whole = width(chart);
     say('several plots', charts.length >= 5);
@@ -67,12 +70,13 @@ try {
 document.title = said.join('; ');
 </script>
 END
-timeout 120 "$browser" --headless --no-sandbox --disable-gpu --window-size=1280,1000 --enable-logging=stderr --v=0 \
-    --user-data-dir="$dir/profile" --host-resolver-rules='MAP * ~NOTFOUND' --dump-dom "file://$dir/played.html" \
+timeout 120 "$browser" --headless --no-sandbox --disable-gpu --window-size=1280,1000 --enable-logging=stderr \
+    --v=0 --user-data-dir="$dir/profile" --host-resolver-rules='MAP * ~NOTFOUND' \
+    --dump-dom "file://$dir/played.html" \
     >"$dir/dom" 2>"$dir/console" </dev/null
 said=$(sed -n 's/.*<title>\(.*\)<\/title>.*/\1/p' "$dir/dom" | head -1)
 echo "$said" | tr ';' '\n'
 case $said in *"ok several plots"*) ;; *) echo "the page wasn't played"; failed=1 ;; esac
 case $said in *WRONG*) failed=1 ;; esac
-if grep -q 'CONSOLE' "$dir/console"; then echo "the page said on its console:"; grep 'CONSOLE' "$dir/console"; failed=1; fi
+grep 'CONSOLE' "$dir/console" && { echo "that is what the page said on its console"; failed=1; }
 exit $failed

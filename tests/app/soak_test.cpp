@@ -61,7 +61,6 @@ TEST(SoakWatch, SeesWhatMustNotBe)
              {"no reference", [](Moment& m, Licence&) { m.selected = m.wanted = 1; }, "no reference"},
              {"a state that isn't told", [](Moment& m, Licence&) { m.told = 8; },
               "told clock state 8, is 10"},
-             {"the same without a peer", [](Moment& m, Licence&) { m.told = 8, m.connected = false; }, ""},
              {"another reference", [](Moment& m, Licence&) { m.wanted = 2; }, "type 6 selected, wanted 2"},
              {"a dead reference that is told usable",
               [](Moment& m, Licence&) { m.selectedDead = true; }, "told usable"},

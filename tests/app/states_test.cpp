@@ -31,7 +31,8 @@ std::vector<Row> tableOf(const std::string& name)
         Row row;
         for (std::string cell; std::getline(cells, cell, '|');) {
             const std::size_t begin = cell.find_first_not_of(' ');
-            row.push_back(begin == std::string::npos ? "" : cell.substr(begin, cell.find_last_not_of(' ') - begin + 1));
+            cell.erase(cell.find_last_not_of(' ') + 1);
+            row.push_back(begin == std::string::npos ? "" : cell.substr(begin));
         }
         rows.push_back(row);
     }
@@ -58,7 +59,8 @@ TEST(StatesPage, GradesMakeTheRegulatorsState)
                         found = row;
                     }
                 ASSERT_FALSE(found.empty()) << +f_ix << " " << +before << " " << +t_ix;
-                EXPECT_EQ(found.at(3), KvdLoz6TuReg_regStateText(control::stateOfGrades(f_ix, t_ix, before, WARMUP)));
+                const u8 made = control::stateOfGrades(f_ix, t_ix, before, WARMUP);
+                EXPECT_EQ(found.at(3), KvdLoz6TuReg_regStateText(made));
             }
 }
 
@@ -67,8 +69,7 @@ TEST(StatesPage, TheRegulatorsStateMakesTheClocks)
     const std::vector<Row> rows = tableOf("clock");
     std::size_t named = 0;
     for (u8 regState = WARMUP; regState <= PREJUMPHIST; ++regState) {
-        const bool isEntered = regState != 7 && regState != FAILURE && regState != UNKNOWN && regState != STARTUPTIME;
-        if (!isEntered) continue;
+        if (regState == 7 || regState == FAILURE || regState == UNKNOWN || regState == STARTUPTIME) continue;
         ++named;
         const auto row = std::ranges::find_if(rows, [regState](const Row& r) {
             return r.at(0) == KvdLoz6TuReg_regStateText(regState);
@@ -77,16 +78,14 @@ TEST(StatesPage, TheRegulatorsStateMakesTheClocks)
         app::ClockFacts f;
         f.regState = regState;
         f.selected = GPS_REF;
-        const app::ClockFacts master = f;
         app::ClockFacts none = f, frequency = f, slave = f;
         none.selected = NO_REF;
         frequency.timeMode = false;
         slave.master = false;
         slave.selected = IDL1_REF;
-        EXPECT_EQ(row->at(1), sim::clockStateName(app::expectedClock(master))) << row->at(0);
-        EXPECT_EQ(row->at(2), sim::clockStateName(app::expectedClock(none))) << row->at(0);
-        EXPECT_EQ(row->at(3), sim::clockStateName(app::expectedClock(frequency))) << row->at(0);
-        EXPECT_EQ(row->at(4), sim::clockStateName(app::expectedClock(slave))) << row->at(0);
+        std::size_t column = 0;
+        for (const app::ClockFacts& facts : {f, none, frequency, slave})
+            EXPECT_EQ(row->at(++column), sim::clockStateName(app::expectedClock(facts))) << row->at(0);
     }
     EXPECT_EQ(rows.size(), named);
     for (const Row& row : tableOf("loops")) {

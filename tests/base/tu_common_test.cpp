@@ -5,63 +5,41 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstring>
 #include <string>
+#include <tuple>
 
 TEST(Date, OfASecondCountIsTheCalendars)
 {
     struct Case { i64 seconds; DateTime date; };
     for (const Case& c : std::to_array<Case>({
-             {0, {1970, 1, 1, 0, 0, 0}},
              {-1, {1969, 12, 31, 23, 59, 59}},
-             {86'399, {1970, 1, 1, 23, 59, 59}},
              {315'964'800, {1980, 1, 6, 0, 0, 0}},        // GPS epoch
              {951'782'400, {2000, 2, 29, 0, 0, 0}},       // leap day of a year divisible by 400
              {951'868'800, {2000, 3, 1, 0, 0, 0}},
              {1'000'000'000, {2001, 9, 9, 1, 46, 40}},
-             {1'709'164'799, {2024, 2, 28, 23, 59, 59}},
              {1'709'164'800, {2024, 2, 29, 0, 0, 0}},
-             {2'147'483'647, {2038, 1, 19, 3, 14, 7}},
              {4'107'542'399, {2100, 2, 28, 23, 59, 59}},  // 2100 has no leap day
              {4'107'542'400, {2100, 3, 1, 0, 0, 0}}})) {
         SCOPED_TRACE(c.seconds);
         const DateTime d = TuCommon_secondsToDate(c.seconds);
-        EXPECT_EQ(d.year, c.date.year);
-        EXPECT_EQ(d.month, c.date.month);
-        EXPECT_EQ(d.day, c.date.day);
-        EXPECT_EQ(d.hour, c.date.hour);
-        EXPECT_EQ(d.minute, c.date.minute);
-        EXPECT_EQ(d.second, c.date.second);
+        EXPECT_EQ(std::tie(d.year, d.month, d.day), std::tie(c.date.year, c.date.month, c.date.day));
+        EXPECT_EQ(std::tie(d.hour, d.minute, d.second), std::tie(c.date.hour, c.date.minute, c.date.second));
         EXPECT_EQ(TuCommon_dateToSeconds(c.date), c.seconds);
     }
 }
 
-TEST(Checksum, OfNmeaSentences)
+TEST(Checksums, OfSentencesAndOfTheTimeInput)
 {
-    struct Case { const char* sentence; u8 sum; };
+    struct Case { std::string_view sentence; u8 sum; };
     for (const Case& c : std::to_array<Case>({
              {"$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47", 0x47},
              {"GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,", 0x47},
-             {"$A*00", 0x41},
-             {"$*00", 0x00},
              {"", 0x00},
-             {"$A$*", 0x65}})) {                                // only the leading $ is left out
-        SCOPED_TRACE(c.sentence);
-        EXPECT_EQ(TuCommon_nmeaChecksum(c.sentence, std::strlen(c.sentence)), c.sum);
-    }
-    EXPECT_EQ(TuCommon_nmeaChecksum("$AB", 2), 0x41) << "goes no further than the length";
-}
-
-TEST(Crc8, StartsWithAllOnes)
-{
-    // The table entries 1 and 255 of the reflected polynomial are 94 and 53; the check value of
-    // "123456789" for a start of 0 is 0xA1, so its first byte comes inverted here.
+             {"$A$*", 0x65}}))                                      // only the leading $ is left out
+        EXPECT_EQ(TuCommon_nmeaChecksum(c.sentence.data(), c.sentence.size()), c.sum) << c.sentence;
+    // The check value of "123456789" for a start of 0 is 0xA1; here the start is 0xFF: its first byte turns.
     const u8 inverted[] = {static_cast<u8>(~0x31), '2', '3', '4', '5', '6', '7', '8', '9'};
-    const u8 ff[] = {0xFF}, fe[] = {0xFE}, zero[] = {0x00};
     EXPECT_EQ(TuCommon_crc8(nullptr, 0), 0xFF);
-    EXPECT_EQ(TuCommon_crc8(ff, 1), 0x00);
-    EXPECT_EQ(TuCommon_crc8(fe, 1), 94);
-    EXPECT_EQ(TuCommon_crc8(zero, 1), 53);
     EXPECT_EQ(TuCommon_crc8(inverted, 9), 0xA1);
 }
 
@@ -74,20 +52,17 @@ TEST(BootParameter, IsTriedThreeTimesFiftyMillisecondsApart)
         std::size_t room;
         int result;
         u32 attempts;
-        i64 took_ms;
         const char* trace;
         std::size_t traces;
     };
     constexpr const char* TIMED_OUT = "Hunt for NVPI server process timed out";
-    constexpr const char* NOT_FOUND = "PBOOT parameter (other) area not found.";
-    constexpr const char* TOO_LARGE = "PBOOT parameter (sys_name) is too large";
     for (const Case& c : std::to_array<Case>(
-             {{"at once", 0, 0, "sys_name", 6, 0, 1, 0, "", 0},
-              {"third attempt", 2, 0, "sys_name", 6, 0, 3, 100, TIMED_OUT, 2},
-              {"no server", 3, 0, "sys_name", 6, 1, 3, 100, TIMED_OUT, 3},
-              {"no such name", 0, 0, "other", 6, 2, 3, 100, NOT_FOUND, 3},
-              {"no room", 0, 0, "sys_name", 5, 3, 3, 100, TOO_LARGE, 3},
-              {"nonsense", 0, 1, "sys_name", 6, 0, 2, 50, "Unexpected reponse from NVPI", 1}})) {
+             {{"at once", 0, 0, "sys_name", 6, 0, 1, "", 0},
+              {"third attempt", 2, 0, "sys_name", 6, 0, 3, TIMED_OUT, 2},
+              {"no server", 3, 0, "sys_name", 6, 1, 3, TIMED_OUT, 3},
+              {"no such name", 0, 0, "other", 6, 2, 3, "PBOOT parameter (other) area not found.", 3},
+              {"no room", 0, 0, "sys_name", 5, 3, 3, "PBOOT parameter (sys_name) is too large", 3},
+              {"nonsense", 0, 1, "sys_name", 6, 0, 2, "Unexpected reponse from NVPI", 1}})) {
         SCOPED_TRACE(c.when);
         IdleNode b;
         b.node.parameters().bootTexts["sys_name"] = "abcde";
@@ -103,7 +78,7 @@ TEST(BootParameter, IsTriedThreeTimesFiftyMillisecondsApart)
         });
         EXPECT_EQ(result, c.result);
         EXPECT_EQ(b.node.parameters().bootAttempts, c.attempts);
-        EXPECT_EQ(took, c.took_ms * ose::MS);
+        EXPECT_EQ(took, (c.attempts - 1) * 50 * ose::MS);
         EXPECT_EQ(b.node.traces().count({.text = c.trace, .level = 1}), c.traces);
         EXPECT_STREQ(text, c.result == 0 ? "abcde" : "");
     }

@@ -15,26 +15,19 @@ std::size_t lines(IdleNode& b, const std::string& text) { return b.node.traces()
 TEST(Trace, MaskBelongsToTheProcessAndTheProgramsMaskToAll)
 {
     IdleNode b;
-    bool other = true, own = false, laterOther = false, beyond = true;
     b.in([&] {
         node::traceAttachProcess();
         node::traceSetMask(1u << 18);
-        own = node::traceIsOn(TRACE_SEND_SIG) && !node::traceIsOn(TRACE_ERROR);
-        beyond = node::traceIsOn(20);
+        EXPECT_TRUE(node::traceIsOn(TRACE_SEND_SIG));
+        EXPECT_FALSE(node::traceIsOn(TRACE_ERROR));
+        EXPECT_FALSE(node::traceIsOn(20)) << "no such level";
     });
-    b.in([&] { other = node::traceIsOn(TRACE_SEND_SIG); });
+    b.in([&] { EXPECT_FALSE(node::traceIsOn(TRACE_SEND_SIG)); });
     b.in([&] { node::traceSetProgramMask(1u << 17); });
-    b.in([&] { laterOther = node::traceIsOn(TRACE_REC_SIG) && !node::traceIsOn(TRACE_ERROR); });
-    EXPECT_TRUE(own);
-    EXPECT_FALSE(other);
-    EXPECT_TRUE(laterOther);
-    EXPECT_FALSE(beyond) << "no such level";
-
+    b.in([&] { EXPECT_TRUE(node::traceIsOn(TRACE_REC_SIG) && !node::traceIsOn(TRACE_ERROR)); });
     b.node.restartWarm();
     b.world.runFor(ose::MS);
-    bool fresh = false;
-    b.in([&] { fresh = node::traceMask() == 0x00300013; });
-    EXPECT_TRUE(fresh) << "a loaded program starts anew";
+    b.in([&] { EXPECT_EQ(node::traceMask(), 0x00300013u) << "a loaded program starts anew"; });
 }
 
 TEST(Trace, CarriesGroupLevelProcessAndPlace)
@@ -65,16 +58,13 @@ TEST(Trace, TextThatDoesntFitIsCutAndCounted)
     for (const Case& c : std::to_array<Case>({{1023, 0, 1023}, {1024, 1, 1023}, {9000, 1, 1023}})) {
         SCOPED_TRACE(c.length);
         IdleNode b;
-        u32 status = 99, cleared = 99;
         b.in([&] {
             node::traceAttachProcess();
             KVD_TRACE(0, TRACE_ERROR, "%s", std::string(c.length, 'z').c_str());
-            status = node::traceErrorStatus();
+            EXPECT_EQ(node::traceErrorStatus(), c.status);
             node::traceClearErrorStatus();
-            cleared = node::traceErrorStatus();
+            EXPECT_EQ(node::traceErrorStatus(), 0u);
         });
-        EXPECT_EQ(status, c.status);
-        EXPECT_EQ(cleared, 0u);
         ASSERT_EQ(lines(b, "zzz"), 1u);
         EXPECT_EQ(b.node.traces().last({"zzz"})->text, std::string(c.kept, 'z'));
     }
@@ -87,13 +77,11 @@ TEST(ReceivedSignal, ShorterThanItsLayoutIsRefusedWithATrace)
     for (const Case& c : std::to_array<Case>({{4, false}, {11, false}, {12, true}, {13, true}})) {
         SCOPED_TRACE(c.size);
         IdleNode b;
-        bool taken = !c.taken;
         b.in([&] {
             Signal* sig = ose::alloc(c.size, 0x9C00A);
-            taken = as<Layout>(sig) != nullptr;
+            EXPECT_EQ(as<Layout>(sig) != nullptr, c.taken);
             ose::free_buf(&sig);
         });
-        EXPECT_EQ(taken, c.taken);
         EXPECT_EQ(b.node.traces().count({.text = "0x9c00a", .level = 1}), c.taken ? 0u : 1u);
     }
 }

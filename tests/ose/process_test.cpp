@@ -54,54 +54,41 @@ TEST_F(Processes, AKilledProcessIsUnwoundWhereverItWaits)
     }
 }
 
-TEST_F(Processes, KilledBeforeTheyRanOrByThemselves)
+TEST_F(Processes, KilledBeforeTheyRanByThemselvesOrByAnInterrupt)
 {
     const PROCESS never = launch("never", 20, [&] { said += "ran "; });
     system.kill(never);
     launch("self", 20, [&] {
-        const OnStack mark{&said, 'u'};
+        const OnStack mark{&said, 's'};
         kill_proc(current_process());
         said += "went on ";
     });
-    world.runFor(1 * SEC);
-    EXPECT_EQ(said, "u");
-}
-
-TEST_F(Processes, AnInterruptMayKillWhomItInterrupts)
-{
     static PROCESS victim;
-    victim = launch("victim", 20, [&] {
+    victim = launch("victim", 21, [&] {
         const OnStack mark{&said, 'u'};
-        start(create_process(KIND_INTERRUPT, "isr", [] { kill_proc(victim); }, 2048, 1, 0, 4));
-        said += "r";
+        startIsr([] { kill_proc(victim); }, 4);
         system.raise(4);
         said += "went on";
     });
-    world.runFor(0);
-    EXPECT_EQ(said, "ru");
+    world.runFor(1 * SEC);
+    EXPECT_EQ(said, "su");
 }
 
 TEST_F(Processes, AKilledInterruptProcessIsNotRaisedAnyMore)
 {
     static std::string* out;
     out = &said;
-    launch("owner", 20, [&] {
-        const PROCESS isr = create_process(
-            KIND_INTERRUPT, "isr", [] { *out += "i"; }, 2048, 19, 0, 4);
+    system.call(block, [&] {
+        const PROCESS isr = create_process(KIND_INTERRUPT, "isr", [] { *out += "i"; }, 2048, 19, 0, 4);
         EXPECT_EQ(system.raise(4), 0);   // not started
         start(isr);
         EXPECT_EQ(system.raise(4), 1);
         kill_proc(isr);
         EXPECT_EQ(system.raise(4), 0);
-        const auto once = [] {
-            *out += "j";
-            kill_proc(current_process());
-        };
-        start(create_process(KIND_INTERRUPT, "isr", once, 2048, 19, 0, 4));
+        startIsr([] { *out += "j"; kill_proc(current_process()); }, 4);
         EXPECT_EQ(system.raise(4), 1);
         EXPECT_EQ(system.raise(4), 0);
     });
-    world.runFor(0);
     EXPECT_EQ(said, "ij");
 }
 
@@ -171,39 +158,21 @@ TEST_F(Processes, DetachEndsSupervision)
     EXPECT_EQ(block.poolUsed(), 0u);
 }
 
-// ---- hunt ---------------------------------------------------------------------------------------
-
 // ---- end of a program ---------------------------------------------------------------------------
 
 TEST_F(Processes, ErrorEndsTheProgramFromWhereverItIsCalled)
 {
-    struct Case { const char* from; std::function<void(Block&)> begin; };
+    static System* sys;
+    sys = &system;
+    static constexpr auto fail = [] { error(0xABC); };
+    struct Case { const char* from; void (*body)(); };
     const Case cases[] = {
-        {"process", [this](Block& b) { system.launch(b, "p", 20, [] { error(0xABC); }); }},
-        {"interrupt in an event",
-         [this](Block& b) {
-             system.launch(b, "p", 20, [] {
-                 start(create_process(KIND_INTERRUPT, "p", [] { error(0xABC); }, 2048, 1, 0, 9));
-                 delay(100);
-             });
-             world.after(10 * MS, [this] { system.raise(9); });
-         }},
-        {"interrupt raised by its own program",
-         [this](Block& b) {
-             system.launch(b, "p", 20, [this] {
-                 start(create_process(KIND_INTERRUPT, "p", [] { error(0xABC); }, 2048, 1, 0, 9));
-                 system.raise(9);
-                 said += "went on";
-             });
-         }},
-        {"timer interrupt",
-         [this](Block& b) {
-             system.launch(b, "p", 20, [] {
-                 start(create_process(
-                     KIND_TIMER_INTERRUPT, "p", [] { error(0xABC); }, 2048, 1, 10, 0));
-                 delay(100);
-             });
-         }},
+        {"a process", fail},
+        {"an interrupt in an event",
+         [] { startIsr(fail, 9); sys->world().after(10 * MS, [] { sys->raise(9); }); }},
+        {"an interrupt of its own", [] { startIsr(fail, 9); sys->raise(9); }},
+        {"a timer interrupt",
+         [] { start(create_process(KIND_TIMER_INTERRUPT, "isr", fail, 2048, 1, 10, 0)); delay(100); }},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.from);
@@ -214,12 +183,11 @@ TEST_F(Processes, ErrorEndsTheProgramFromWhereverItIsCalled)
             const OnStack mark{&said, 'u'};
             takeNumber();
         });
-        c.begin(b);
+        system.launch(b, "isr", 20, [&] { c.body(); delay(100); said += "went on"; });
         world.runFor(50 * MS);
         ASSERT_EQ(ends.size(), 1u);
-        EXPECT_EQ(ends[0].program, "idle");
         EXPECT_EQ(ends[0].code, 0xABCu);
-        EXPECT_NE(ends[0].text.find("error 0xABC in p at process_test.cpp:"), std::string::npos)
+        EXPECT_NE(ends[0].text.find("error 0xABC in isr at process_test.cpp:"), std::string::npos)
             << ends[0].text;
         EXPECT_EQ(said, "u");
         EXPECT_EQ(system.find("bystander"), 0u);
@@ -236,15 +204,12 @@ TEST_F(Processes, StacksAreUsedAgainAndTellTheirLargestUse)
         volatile char* const room = static_cast<char*>(__builtin_alloca(bytes));
         for (std::size_t i = 0; i < bytes; i += 1024) room[i] = 1;
     };
-    int ran = 0;
-    for (int i = 0; i < 3000; ++i) system.call(block, [&] { ++ran; delay(1); });
-    EXPECT_EQ(ran, 3000);
+    for (int i = 0; i < 3000; ++i) system.call(block, [&] { delay(1); });
     EXPECT_EQ(world.now(), 3 * SEC);
     EXPECT_EQ(world.stackUse().stacks, 2u);   // that of the main thread beside
     EXPECT_LT(world.stackUse().largest, 200'000u);
     system.call(block, [&] { use(300'000); }, 15, "large");
-    launch("small", 20, [&] { use(100'000); takeNumber(); });
-    world.runFor(0);
+    system.call(block, [&] { use(100'000); }, 15, "small");
     EXPECT_GE(world.stackUse().largest, 300'000u);
     EXPECT_LT(world.stackUse().largest, 400'000u);
     EXPECT_EQ(world.stackUse().process, "large");
@@ -312,7 +277,6 @@ TEST_F(Processes, AnExceptionBelongsToTheStackThatItIsOn)
                 try {
                     throw;
                 } catch (const std::exception& e) {
-                    EXPECT_EQ(std::uncaught_exceptions(), 0);
                     said += e.what();
                 }
                 delay(10);
@@ -321,19 +285,15 @@ TEST_F(Processes, AnExceptionBelongsToTheStackThatItIsOn)
     }
     const PROCESS victim = launch("victim", 20, [&] {
         struct Waits {
-            ~Waits() { EXPECT_EQ(std::uncaught_exceptions(), 1); kill_proc(find); }
-            PROCESS find;
-        };
-        const PROCESS other = launch("other", 21, [&] { const OnStack mark{&said, 'o'}; takeNumber(); });
-        const Waits waits{other};
+            ~Waits() { EXPECT_EQ(std::uncaught_exceptions(), 1); kill_proc(other); }
+            PROCESS other;
+        } const waits{launch("other", 21, [&] { const OnStack mark{&said, 'o'}; takeNumber(); })};
         takeNumber();
     });
     world.runFor(5 * MS);
-    EXPECT_EQ(said, "210");
     system.kill(victim);
     EXPECT_EQ(said, "210o");
     EXPECT_EQ(std::uncaught_exceptions(), 0);
-    world.runFor(1 * SEC);
 }
 
 }  // namespace

@@ -39,6 +39,24 @@ inline SIGSELECT takeNumber(const SIGSELECT* selection = ose::ANY_SIGNAL)
     return sigNo;
 }
 
+/// Sends back what it gets.
+[[noreturn]] inline void echo()
+{
+    for (;;) {
+        Signal* sig = ose::receive(ose::ANY_SIGNAL);
+        const PROCESS from = ose::sender(&sig);
+        ose::send(&sig, from);
+    }
+}
+
+/// Begins an interrupt process named "isr".
+inline PROCESS startIsr(ose::Entry entry, u16 line)
+{
+    const PROCESS isr = ose::create_process(ose::KIND_INTERRUPT, "isr", entry, 2048, 19, 0, line);
+    ose::start(isr);
+    return isr;
+}
+
 class Kernel : public KernelFixture {
 protected:
     Kernel() : block(system.load(IDLE)) { world.runFor(0); }

@@ -37,27 +37,21 @@ TEST_F(Scheduling, OnlyAHigherPriorityReceiverRunsBeforeSendReturns)
     }
 }
 
-TEST_F(Scheduling, ReadyProcessesRunByPriorityAndThenByTurn)
+TEST_F(Scheduling, ReadyOnesRunByPriorityThenByTurnAndThePreemptedBeforeItsEquals)
 {
-    for (const auto& [name, priority] : {std::pair{"d", 21u}, {"b", 20u}, {"a", 3u}, {"c", 20u}})
-        launch(name, priority, [this, text = std::string(name)] { said += text; });
-    world.runFor(0);
-    EXPECT_EQ(said, "abcd");
-}
-
-TEST_F(Scheduling, APreemptedProcessGoesOnBeforeItsEquals)
-{
-    const PROCESS high = launch("high", 5, [&] {
+    const PROCESS high = launch("high", 2, [&] {
         takeNumber();
         said += "high ";
     });
-    launch("first", 20, [&] {
+    launch("d", 21, [this] { said += "d"; });
+    launch("b", 20, [&] {
         sendNumber(high, 1);
-        said += "first ";
+        said += "b";
     });
-    launch("second", 20, [&] { said += "second "; });
+    launch("a", 3, [this] { said += "a "; });
+    launch("c", 20, [this] { said += "c"; });
     world.runFor(0);
-    EXPECT_EQ(said, "high first second ");
+    EXPECT_EQ(said, "a high bcd");
 }
 
 TEST_F(Scheduling, AnInterruptRunsToItsEndBeforeWhomItWoke)
@@ -71,64 +65,30 @@ TEST_F(Scheduling, AnInterruptRunsToItsEndBeforeWhomItWoke)
             said += "target ";
         }
     });
+    static System* sys;
+    sys = &system;
     launch("low", 25, [&] {
-        const auto isr = [] {
+        startIsr([] {
             *out += "[";
             sendNumber(target, 1);
+            sys->raise(9);                     // follows it
             *out += "] ";
-        };
-        start(create_process(KIND_INTERRUPT, "isr", isr, 2048, 19, 0, 7));
+        }, 7);
+        startIsr([] { *out += "second "; }, 9);
         said += "before ";
         EXPECT_EQ(this->system.raise(7), 1);   // as a register access of the process may do
         said += "after ";
         EXPECT_EQ(this->system.raise(8), 0);
     });
     world.runFor(0);
-    EXPECT_EQ(said, "before [] target after ");
+    EXPECT_EQ(said, "before [] second target after ");
     said.clear();
     world.after(1 * MS, [&] {
         system.raise(7);
         said += "event ";
     });
     world.runFor(1 * MS);
-    EXPECT_EQ(said, "[] event target ");
-}
-
-TEST_F(Scheduling, AnInterruptRaisedInAnInterruptFollowsIt)
-{
-    static System* sys;
-    static std::string* out;
-    sys = &system;
-    out = &said;
-    launch("owner", 10, [] {
-        const auto first = [] {
-            *out += "first(";
-            sys->raise(2);
-            *out += ") ";
-        };
-        start(create_process(KIND_INTERRUPT, "first", first, 2048, 19, 0, 1));
-        start(create_process(KIND_INTERRUPT, "second", [] { *out += "second "; }, 2048, 5, 0, 2));
-        delay(1000);
-    });
-    world.runFor(0);
-    system.raise(1);
-    EXPECT_EQ(said, "first() second ");
-}
-
-TEST_F(Scheduling, AnInterruptProcessMayNotWait)
-{
-    launch("owner", 10, [] {
-        start(create_process(KIND_INTERRUPT, "isr", [] {
-            EXPECT_EQ(receive_w_tmo(0, ANY_SIGNAL), nullptr);
-            EXPECT_EQ(receive(ANY_SIGNAL), nullptr);
-            delay(5);
-        }, 2048, 19, 0, 1));
-        delay(1000);
-    });
-    world.runFor(0);
-    system.raise(1);
-    EXPECT_EQ(log.expectMisuse("waits in an interrupt process").process, "isr");
-    EXPECT_EQ(log.expectMisuse("waits in an interrupt process").process, "isr");
+    EXPECT_EQ(said, "[] second event target ");
 }
 
 // ---- virtual time -------------------------------------------------------------------------------
@@ -195,50 +155,27 @@ TEST_F(Scheduling, StopEndsTheRunAfterTheInstant)
 
 TEST_F(Scheduling, NoProgressStopsTheRunAndNamesWhoSpins)
 {
-    world.setSpinLimit(1000);
-    bool stop = false;
-    PROCESS pong = launch("pong", 20, [&] {
-        for (;;) {
-            Signal* sig = receive(ANY_SIGNAL);
-            const PROCESS from = sender(&sig);
-            send(&sig, from);
-        }
-    });
-    launch("ping", 20, [&] {
-        sendNumber(pong, 1);
-        while (!stop) {
-            Signal* sig = receive(ANY_SIGNAL);
-            send(&sig, pong);
-        }
-    });
-    world.runFor(1 * SEC);
-    EXPECT_EQ(world.now(), 0);
-    EXPECT_EQ(log.expectMisuse("no progress").process, "ping, pong");
-
-    stop = true;   // the world can go on after it
-    world.runFor(1 * SEC);
-    EXPECT_EQ(world.now(), 1 * SEC);
-
-    std::function<void()> again = [&] { world.after(0, again); };
-    world.after(0, again);
-    world.runFor(1 * SEC);
-    log.expectMisuse("no progress");
-}
-
-TEST_F(Scheduling, APollOrAnInterruptWithoutEndIsNoProgress)
-{
     static System* sys;
     static std::string* out;
     static bool again;
     sys = &system;
     out = &said;
     const auto interrupt = [](Entry entry) {
-        start(create_process(KIND_INTERRUPT, "isr", entry, 2048, 19, 0, 3));
+        startIsr(entry, 3);
         return sys->raise(3);
+    };
+    const PROCESS pong = launch("pong", 20, echo);
+    const auto pingPong = [&] { while (again) { sendNumber(pong, 1); takeNumber(); } };
+    const auto events = [&] {
+        static std::function<void()> next;
+        next = [this] { if (again) world.after(0, next); };
+        next();
     };
     const auto poll = [] { while (again) receive_w_tmo(0, ANY_SIGNAL); };
     struct Case { const char* who; std::function<void()> body; };
     const Case cases[] = {
+        {"busy, pong", pingPong},
+        {"", events},
         {"busy", poll},
         {"busy", [] { for (const u32 until = get_ticks() + 5; again && get_ticks() != until;) {} }},
         {"isr", [&] { interrupt([] { if (again) sys->raise(3); }); }},
@@ -270,13 +207,9 @@ TEST_F(Scheduling, AnExceptionLeavesTheRun)
     EXPECT_THROW(system.call(block, [] { throw std::logic_error("body"); }), std::logic_error);
     system.call(block, [&] { delay(5); said = "goes on"; });
     EXPECT_EQ(said, "goes on");
-    launch("bystander", 20, [this] { for (;;) { delay(1); said = "alive"; } });
     int asked = 0;
     const auto done = [&] { return ++asked == 5 ? throw std::range_error("done") : false; };
     EXPECT_THROW(world.runUntilTrue(done, 100 * MS), std::range_error);
-    said.clear();
-    world.runFor(5 * MS);
-    EXPECT_EQ(said, "alive");
 }
 
 TEST_F(Scheduling, ACallThatCanNeverEndIsReported)

@@ -57,7 +57,7 @@ TEST_F(Signals, RestoreTakesOverFromAnInterruptProcess)
     static Signal* left;
     left = nullptr;
     launch("owner", 10, [&] {
-        start(create_process(KIND_INTERRUPT, "isr", [] { left = alloc(8, 77); }, 2048, 10, 0, 3));
+        startIsr([] { left = alloc(8, 77); }, 3);
         delay(10);
         ASSERT_NE(left, nullptr);
         restore(left);

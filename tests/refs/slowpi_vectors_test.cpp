@@ -1,10 +1,6 @@
-// The ESMC client against an independent model: template, frame verdicts, sequences of events. And frames
-// as they were captured on a link between two transport clocks.
+// The ESMC client against an independent model: template, frame verdicts, sequences of events.
 #include "refs/slowpi_bench.h"
-#include "tests/support/captures.h"
 #include "tests/support/vectors.h"
-
-#include <map>
 
 namespace {
 
@@ -155,32 +151,6 @@ TEST(SlowpiVectors, TheModelAgrees)
     vectors::Document document("o05_esmc.json");
     vectors::eachKind(document["vectors"], {{"verdict", replayVerdict}, {"sequence", replaySequence},
                                             {"template", replayTemplate}});
-}
-
-TEST(SlowpiCaptures, FramesOfRealPortsAreTaken)
-{
-    std::vector<captures::Packet> packets;
-    const std::string name = "pcap/wiki_synce_esmc_bidirectional.pcapng";
-    if (!captures::load(name, packets))
-        GTEST_SKIP() << "captured frames not found: " << name << " (set TU_DATA to the folder that holds it)";
-    SlowpiBench b;
-    b.toQlSend();
-    std::map<u8, u32> codes;
-    for (const captures::Packet& p : packets) {
-        const slowpi::EsmcReading reading = slowpi::readEsmc(p.bytes);
-        EXPECT_EQ(reading.verdict, slowpi::EsmcVerdict::Taken);
-        EXPECT_EQ(reading.version, 1);
-        EXPECT_FALSE(reading.isEvent);
-        ++codes[reading.ssm];
-        b.frame(p.bytes);
-    }
-    EXPECT_EQ(codes, (std::map<u8, u32>{{0x4, 7}, {0xF, 8}}));   // QL-SSU-A one way, QL-DNU the other
-    EXPECT_EQ(b.state().nmbOfFrames, 15u);
-    EXPECT_EQ(b.state().nmbOfRejectedFrames, 0u);
-    const std::vector<Told> told = b.takeTold();
-    ASSERT_EQ(told.size(), 1u);                                  // the first information PDU alone is told
-    const u8 first = slowpi::readEsmc(packets[0].bytes).ssm;
-    EXPECT_EQ(told[0], (Told{"KVD_TUIIF_QUALITY_LEVEL_IND", {5, 7, first, 0}}));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// What a run reads from the machine beside packets: masters that are only heard, a network card's clock, and a
-// receiver on a serial line, here a pty.
+// What a run reads from the machine beside packets: masters that are only heard, a network card's clock, and
+// a receiver on a serial line, here a pty.
 #include "sim/net/heard.h"
 #include "sim/net/host_stamps.h"
 #include "sim/node/node.h"
