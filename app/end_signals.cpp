@@ -16,6 +16,9 @@ sigset_t ending()
     sigemptyset(&set);
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGTERM);
+    struct sigaction hangUp;
+    sigaction(SIGHUP, nullptr, &hangUp);
+    if (hangUp.sa_handler != SIG_IGN) sigaddset(&set, SIGHUP);   // started with nohup, it goes on
     return set;
 }
 
