@@ -159,7 +159,7 @@ void fillCompletion(const std::vector<node::ShellCommand>& commands)
         for (const std::string& word : sectionsOf(c.usage)) completionWords.push_back(word);
     }
     std::ranges::sort(completionWords);
-    completionWords.erase(std::ranges::unique(completionWords).begin(), completionWords.end());
+    completionWords.erase(std::unique(completionWords.begin(), completionWords.end()), completionWords.end());
 }
 
 /// One line of input; false at its end.

@@ -101,7 +101,7 @@ private:
     std::string text_;
     std::size_t idle_ = 0;            // bytes of no sentence that fill the reader's buffer
     bool lineEnd_ = false;            // nothing but ends of lines since the last sentence
-    u64 takenBefore_ = 0, refusedBefore_ = 0, tooLongBefore_ = 0;
+    u64 takenBefore_ = 0, refusedBefore_ = 0;
 };
 
 /// `name` is the log's, for the heading.

@@ -43,8 +43,8 @@ HostNet::Interface& HostNet::interface(const std::string& name)
     if (i) return *i;
     const auto listens = [this, name] { return listens_ ? listens_(name) : std::nullopt; };
     const auto tell = [this, name](const std::string& text) { if (tell_) tell_(name, text); };
-    i = std::make_unique<Interface>(if_nametoindex(name.c_str()), openStamps(name),
-                                    HeardMasters(world_, listens, tell), nullptr);
+    i = std::make_unique<Interface>(Interface{if_nametoindex(name.c_str()), openStamps(name),
+                                              HeardMasters(world_, listens, tell), nullptr});
     i->ear = std::make_unique<HostEar>(name, i->index, i->heard);
     return *i;
 }

@@ -79,7 +79,7 @@ std::vector<std::string> eventWords()
         readNetEvent(word, t, Scenario{});
     }
     std::ranges::sort(words);
-    words.erase(std::ranges::unique(words).begin(), words.end());
+    words.erase(std::unique(words.begin(), words.end()), words.end());
     return words;
 }
 
