@@ -27,27 +27,18 @@ struct Started : Unit {
     }
 };
 
-TEST(Load, SetsTheEnvironmentAndTheTraceGroups)
+TEST(Load, SetsTheEnvironmentAndTheTraceGroupsAndFitsItsMemory)
 {
     Started unit;
-    std::string inet, equal, alloc;
-    unit.node.system().call(*unit.node.program(), [&] {
+    unit.node.system().call(*unit.node.program(), [] {
         const BLOCK own = ose::get_bid(ose::current_process());
-        inet = ose::get_env(own, "OSE_INET");
-        alloc = ose::get_env(own, "MALLOC_RETURN_ONLY_ON_SUCCESS");
-        equal = ose::get_env(own, "TARSO_TEMI_NO_EQ_RESOURCES");
+        EXPECT_STREQ(ose::get_env(own, "OSE_INET"), "ose_sock_client");
+        EXPECT_STREQ(ose::get_env(own, "MALLOC_RETURN_ONLY_ON_SUCCESS"), "TRUE");
+        EXPECT_STREQ(ose::get_env(own, "TARSO_TEMI_NO_EQ_RESOURCES"), "1");
         EXPECT_STREQ(node::traceGroupName(0), "KVD_BVQ_LOZ6_TUMGR_PROC");
         EXPECT_STREQ(node::traceGroupName(48), "IPET_SLOWPI_IF");
         EXPECT_STREQ(node::traceGroupName(49), "");
     });
-    EXPECT_EQ(inet, "ose_sock_client");
-    EXPECT_EQ(alloc, "TRUE");
-    EXPECT_EQ(equal, "1");
-}
-
-TEST(Load, OneUnitsStateFitsItsMemory)
-{
-    Started unit;
     EXPECT_LT(unit.node.program()->dataSize(), 12u << 20);   // half of it the histories of radio links
     EXPECT_LT(unit.node.program()->poolPeak(), 300'000u);
 }
@@ -58,8 +49,7 @@ TEST(Load, MainThreadEndsTheModuleOnItsKillSignalOnly)
     for (const Case& c : {Case{252, false}, Case{0x12345, true}}) {
         SCOPED_TRACE(c.sigNo);
         Started unit;
-        unit.node.system().inject(std::as_bytes(std::span<const SIGSELECT, 1>(&c.sigNo, 1)),
-                                  unit.node.system().find("kvdloz6_lm"), 0);
+        unit.node.system().inject(bench::asBytes(c.sigNo), unit.node.system().find("kvdloz6_lm"), 0);
         unit.run(1);
         EXPECT_EQ(unit.manager(), 0u);
         ASSERT_EQ(unit.node.programEnds().size(), 1u);
@@ -70,11 +60,10 @@ TEST(Load, MainThreadEndsTheModuleOnItsKillSignalOnly)
 TEST(Manager, ReportsAForeignSignalWithItsSenderAndGoesOn)
 {
     Started unit;
-    struct Foreign { SIGSELECT sigNo; };
-    unit.sendFrom("stranger", Foreign{0x7777});
+    unit.sendFrom("stranger", SIGSELECT{0x7777});
     unit.run(1);
     EXPECT_TRUE(unit.traced("Unexpected signal 30583 received from stranger"));
-    const PROCESS gone = unit.sendFrom("passer", Foreign{0x7776});
+    const PROCESS gone = unit.sendFrom("passer", SIGSELECT{0x7776});
     unit.node.system().kill(gone);
     unit.run(1);
     EXPECT_TRUE(unit.traced("Unexpected signal 30582 received from an unknown process"));
@@ -86,17 +75,16 @@ TEST(Manager, ReportsAForeignSignalWithItsSenderAndGoesOn)
 TEST(Manager, RefusesSignalsShorterThanTheirLayout)
 {
     Started unit;
-    struct Short { SIGSELECT sigNo; };
     for (const SIGSELECT sigNo : {KVD_TUIIF_SYNCINFO_REQ, KVD_TUIIF_BOARD_FAILURE_RECOVERY_IND,
                                   KVD_TUIIF_SET_GPSOUT_IND, KVD_TUIIF_SYNCH_PATH_SUP_IND,
                                   KVD_TUIIF_SELECT_SYNCH_REF_IND, KVD_TUIIF_CHANGE_MASTER_TU_IND})
-        unit.sendFrom("short", Short{sigNo});
+        unit.sendFrom("short", sigNo);
     unit.run(1);
     EXPECT_EQ(unit.node.ledRequests(), 0u);
     EXPECT_NE(unit.manager(), 0u);
 }
 
-/// Asks for synchronisation info; answers the text and who got it.
+/// Asks for synchronisation info; the text that the asker got, and the answer's size.
 std::string syncInfo(Unit& unit, u8 option, u32 clientRef, u32& size)
 {
     std::string text = "no answer";
@@ -165,18 +153,12 @@ TEST(Manager, RepeatsAStoredFsyncSettingAndRemovesOthers)
     }
 }
 
-struct Halted : Unit {
-    Halted()
-    {
-        node.parameters().adiResult = 1;   // no board type: the hardware can't be initiated
-        node.powerOn();
-        run(20);
-    }
-};
-
 TEST(HaltedState, OnlyRaisesTheAlarm)
 {
-    Halted unit;
+    Unit unit;
+    unit.node.parameters().adiResult = 1;          // no board type: the hardware can't be initiated
+    unit.node.powerOn();
+    unit.run(20);
     unit.node.mainProcessor().boardFailure(false);
     unit.run(1);
     EXPECT_EQ(unit.node.ledRequests(), 0u);

@@ -12,12 +12,6 @@
 #include "sim/board/board.h"
 #include "tests/support/unit_bench.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <iterator>
-#include <string>
-
 namespace {
 
 using bench::Unit;
@@ -39,11 +33,14 @@ struct DiagUnit : Unit {
     /// The detectors' fields of the hardware monitor, three bits each.
     u32 monitorWord()
     {
-        const u32 address =
-            node.inProgram([] { return static_cast<u32>(tuHwIf_lookupRegister(REG_HM)); });
+        const u32 address = node.inProgram([] { return static_cast<u32>(tuHwIf_lookupRegister(REG_HM)); });
         return node.board().read(address) & 0x3FFFF;
     }
     void in(const std::function<void()>& body) { node.system().call(*node.program(), body); }
+    /// To the manager, from nobody.
+    template <typename T>
+    void give(const T& layout) { node.system().inject(bench::asBytes(layout), manager(), 0); }
+    bool halted() { return traced("WARNING: LOZ6 HW diagnostic failed, halting process"); }
     /// Runs until so many start-up tests have been answered.
     bool runToTest(std::size_t count)
     {
@@ -110,7 +107,7 @@ TEST(StartUpTests, EndAtTheFirstFailureInTheHaltedState)
         }
         EXPECT_EQ(unit.tests().back().message, c.message);
         EXPECT_EQ(unit.codes(), c.code);
-        EXPECT_EQ(unit.traced("WARNING: LOZ6 HW diagnostic failed, halting process"), fails);
+        EXPECT_EQ(unit.halted(), fails);
         if (std::string(c.message).find(" HM ") != std::string::npos) {
             EXPECT_EQ(unit.monitorWord(), ALL_DETECTORS_ON_REFERENCE);
         }
@@ -144,7 +141,7 @@ TEST(StartUpTests, GoOnWithoutAServiceThatFallsSilentOrRejects)
     }
 }
 
-TEST(StartUpTests, BeginAnewWithAServiceThatCameBack)
+TEST(StartUpTests, BeginAnewWithAServiceThatCameBackAndDropOrdersBeyondTheLast)
 {
     DiagUnit unit;
     unit.node.powerOn();
@@ -152,23 +149,13 @@ TEST(StartUpTests, BeginAnewWithAServiceThatCameBack)
     unit.node.temi().die();
     unit.run(1);
     unit.node.temi().start();
+    ASSERT_TRUE(unit.runToTest(8));
+    for (int i = 0; i < 4; ++i) unit.give(TarsoTemiDoTestInd{TARSO_TEMI_DO_TEST_IND, 0, 1, {}});
     unit.run(10);
     ASSERT_EQ(unit.tests().size(), 10u);
     EXPECT_EQ(unit.tests()[3].testNumber, 1u);
     EXPECT_EQ(unit.tests()[9].testNumber, 7u);
     EXPECT_TRUE(unit.traced("COLD RESTART of KVD on BVQ LOZ6"));
-}
-
-TEST(StartUpTests, OrdersBeyondTheLastAreDropped)
-{
-    DiagUnit unit;
-    unit.node.powerOn();
-    ASSERT_TRUE(unit.runToTest(5));
-    const TarsoTemiDoTestInd ind{TARSO_TEMI_DO_TEST_IND, 0, 1, {}};
-    for (int i = 0; i < 4; ++i)
-        unit.node.system().inject(std::as_bytes(std::span(&ind, 1)), unit.manager(), 0);
-    unit.run(10);
-    EXPECT_EQ(unit.tests().size(), 7u);
     EXPECT_TRUE(unit.traced("order to test after the last test, dropped"));
     EXPECT_EQ(unit.node.mainProcessor().clockState(), 1);
 }
@@ -186,17 +173,10 @@ struct Checked : DiagUnit {
     }
     void check(u32 times = 1)
     {
-        constexpr SIGSELECT CHECK = KVD_TUREFMON_CHECK_TD_IND;
         for (u32 i = 0; i < times; ++i) {
-            node.system().inject(std::as_bytes(std::span(&CHECK, 1)), manager(), 0);
+            give(SIGSELECT{KVD_TUREFMON_CHECK_TD_IND});
             run(0.1);
         }
-    }
-    void checkWithoutFeedback()
-    {
-        faults().synthStatusAnd = 0x7;
-        check();
-        faults().synthStatusAnd = 0xF;
     }
     std::size_t runtimeReports() { return tests().size() - started; }
     std::size_t started = 0;
@@ -246,102 +226,30 @@ TEST(RunTimeCheck, FindsADetectorThatSeesASignalWithItsInputCutOff)
         if (!faulty) continue;
         EXPECT_TRUE(unit.traced(c.trace));
         const sim::TestResult& told = unit.tests().back();
-        EXPECT_TRUE(told.atRuntime);
-        EXPECT_EQ(told.testNumber, 8u);
-        EXPECT_EQ(told.name, "Runtime fault");
-        EXPECT_EQ(told.result, 2u);
-        EXPECT_EQ(told.message, "HW fault at runtime detected");
+        EXPECT_EQ(std::tuple(told.atRuntime, told.testNumber, told.name, told.result, told.message),
+                  std::tuple(true, 8u, "Runtime fault", 2u, "HW fault at runtime detected"));
     }
 }
 
-TEST(RunTimeCheck, ForgivesOneMissIn240Checks)
-{
-    constexpr const char* LEFT = "Forgiving time! Decrease FeedbackMissingCounter by one."
-                                 "TimeCounter = 0 , FeedbackMissingCounter = ";
-    Checked unit;
-    for (int miss = 1; miss <= 4; ++miss) {
-        unit.checkWithoutFeedback();
-        unit.check();
-    }
-    unit.check(231);
-    EXPECT_FALSE(unit.traced("Forgiving time!"));            // 239 checks
-    unit.check();
-    EXPECT_EQ(unit.traces(LEFT + std::string("3")), 1u);
-    unit.checkWithoutFeedback();                             // tolerated once more, as the fourth
-    unit.check();
-    EXPECT_EQ(unit.codes(), "");
-    unit.checkWithoutFeedback();
-    EXPECT_EQ(unit.codes(), "MCH");
-}
-
-/// A unit past its warm-up that regulates on a reference.
-struct Regulating : Checked {
-    Regulating()
-    {
-        const bool ready = world.runUntilTrue(
-            [&] {
-                return node.inProgram([] { return KvdLoz6TuReg_initiateState(); }) == TUREG_INIT;
-            },
-            3600 * ose::SEC);
-        EXPECT_TRUE(ready);
-        check();                                             // the synthesisers are seen locked
-        select(TU_SR_EXT_REF);
-    }
-    void select(u32 reference)
-    {
-        node.inProgram([=] { KvdLoz6TuReg_setSelectedRef(reference); return 0; });
-    }
-    u8 ltr() { return node.mainProcessor().status().ltrStatus; }
-};
-
-// As the main processor is told them.
-constexpr u8 LTR_OVER = 1, LTR = 3;
-
-// Raw synthesiser bits: 4 C locked, 1 B locked.
+// Raw synthesiser bits: 4 C locked, 1 B locked; both at once. scenarios/tracking-loss.toml has each alone.
 TEST(LossOfTracking, IsToldAtTheSecondCheckInARow)
 {
-    struct Case { u32 synthAnd; const char* codes; };
-    for (const Case& c : {Case{0xB, "MCI"}, Case{0xE, "MCJ"}, Case{0xA, "MCI MCJ"}}) {
-        SCOPED_TRACE(c.synthAnd);
-        Regulating unit;
-        unit.faults().synthStatusAnd = c.synthAnd;
-        unit.check();
-        EXPECT_FALSE(unit.traced("ltrDetected = True"));
-        EXPECT_EQ(unit.codes(), "");
-        unit.check();
-        EXPECT_EQ(unit.traces("ltrDetected = True"), 1u);
-        EXPECT_EQ(unit.codes(), c.codes);
-        EXPECT_EQ(unit.ltr(), LTR);
-        unit.check();                                        // pending again, the report stands
-        EXPECT_EQ(unit.traces("ltrDetected = True"), 1u);
-        EXPECT_EQ(unit.ltr(), LTR);
-        unit.check();
-        EXPECT_EQ(unit.traces("ltrDetected = True"), 2u);
-        EXPECT_EQ(unit.codes(), c.codes);                    // the bits have fallen before
-        unit.faults().synthStatusAnd = 0xF;
-        unit.check();
-        EXPECT_EQ(unit.ltr(), LTR_OVER);
-        EXPECT_EQ(unit.runtimeReports(), 0u);                // no matter for the test service
-    }
-}
-
-TEST(LossOfTracking, NeedsTwoInARowAndAReference)
-{
-    Regulating unit;
-    for (int i = 0; i < 3; ++i) {
-        unit.faults().synthStatusAnd = 0xA;
-        unit.check();
-        unit.faults().synthStatusAnd = 0xF;
-        unit.check();
-    }
-    unit.select(TU_SR_NO_REF);
+    Checked unit;
+    EXPECT_TRUE(unit.world.runUntilTrue(
+        [&] { return unit.node.inProgram(KvdLoz6TuReg_initiateState) == TUREG_INIT; }, 3600 * ose::SEC));
+    unit.check();                                            // the synthesisers are seen locked
+    unit.node.inProgram([] { return KvdLoz6TuReg_setSelectedRef(TU_SR_EXT_REF), 0; });
     unit.faults().synthStatusAnd = 0xA;
-    unit.check(3);
-    EXPECT_FALSE(unit.traced("ltrDetected = True"));
-    unit.select(TU_SR_EXT_REF);
-    unit.check(2);
-    EXPECT_TRUE(unit.traced("ltrDetected = True"));
-    EXPECT_EQ(unit.codes(), "");                             // fallen while nothing was tracked
+    for (const std::size_t told : {0u, 1u, 1u, 2u}) {        // pending again, the report stands
+        unit.check();
+        EXPECT_EQ(unit.traces("ltrDetected = True"), told);
+        EXPECT_EQ(unit.codes(), told == 0 ? "" : "MCI MCJ"); // the bits have fallen before
+        EXPECT_EQ(unit.node.mainProcessor().status().ltrStatus, told == 0 ? 0 : 3);
+    }
+    unit.faults().synthStatusAnd = 0xF;
+    unit.check();
+    EXPECT_EQ(unit.node.mainProcessor().status().ltrStatus, 1);
+    EXPECT_EQ(unit.runtimeReports(), 0u);                    // no matter for the test service
 }
 
 // ---- error log ----------------------------------------------------------------------------------
@@ -394,8 +302,7 @@ TEST(ErrorLogEntries, FollowTheOscillatorsTemperature)
         const bool written = *step.code != '\0';
         ASSERT_EQ(unit.log().entries().size() - before, written ? 1u : 0u);
         EXPECT_EQ(written ? unit.log().entries().back().code : "", step.code);
-        EXPECT_EQ(unit.node.inProgram([] { return KvdLoz6HwDiag_lastTemperatureState(); }),
-                  step.stored);
+        EXPECT_EQ(unit.node.inProgram(KvdLoz6HwDiag_lastTemperatureState), step.stored);
     }
     EXPECT_TRUE(unit.traced("Unexpected result value received from HALI_getOcxoTemp 7"));
 }

@@ -10,52 +10,52 @@ namespace {
 
 using namespace bench;
 using sim::Answer;
+using States = std::array<u32, 4>;
 
 TEST(PacketChain, GoesOnWithoutAServiceThatRefusesAndWaitsForOneThatIsSilent)
 {
-    struct Case { const char* what; void (*script)(sim::Node&); u32 root, drv, cfi, ipsocki; };
+    struct Case { const char* what; void (*script)(sim::Node&); States states; };
     constexpr u32 ALL = ROOT_STARTED, DRV = DRV_AVAILABLE, CFI = CFI_ATTACHED, IP = IPSOCKI_AVAILABLE;
     constexpr u32 NO_DRV = DRV_NOT_AVAILABLE, NO_CFI = CFI_NOT_AVAILABLE, NO_IP = IPSOCKI_NOT_AVAILABLE;
     constexpr Case CASES[] = {
-        {"all there", [](sim::Node&) {}, ALL, DRV, CFI, IP},
-        {"driver suspends", [](auto& n) { n.pktsyncDrv().setAnswer(Answer::Suspend); }, ALL, NO_DRV, CFI, IP},
-        {"driver rejects", [](auto& n) { n.pktsyncDrv().setAnswer(Answer::Reject); }, ALL, NO_DRV, CFI, IP},
-        {"driver of another version", [](auto& n) { n.pktsyncDrv().selectedPv = 2; }, ALL, DRV, CFI, IP},
+        {"all there", [](sim::Node&) {}, {ALL, DRV, CFI, IP}},
+        {"driver suspends", [](auto& n) { n.pktsyncDrv().setAnswer(Answer::Suspend); },
+         {ALL, NO_DRV, CFI, IP}},
+        {"driver rejects", [](auto& n) { n.pktsyncDrv().setAnswer(Answer::Reject); }, {ALL, NO_DRV, CFI, IP}},
+        {"driver of another version", [](auto& n) { n.pktsyncDrv().selectedPv = 2; }, {ALL, DRV, CFI, IP}},
         {"driver silent", [](auto& n) { n.pktsyncDrv().setAnswer(Answer::Silent); },
-         WAIT4_PKTSYNCDRV_CLIENT, DRV_WAIT_FOR_INIT_RESPONS, NO_CFI, NO_IP},
+         {WAIT4_PKTSYNCDRV_CLIENT, DRV_WAIT_FOR_INIT_RESPONS, NO_CFI, NO_IP}},
         {"no driver", [](auto& n) { n.pktsyncDrv().die(); },
-         WAIT4_PKTSYNCDRV_CLIENT, DRV_WAIT_FOR_SERVER_UP, NO_CFI, NO_IP},
-        {"frames suspended", [](auto& n) { n.cfi().setAnswer(Answer::Suspend); }, ALL, DRV, NO_CFI, IP},
-        {"frames rejected", [](auto& n) { n.cfi().setAnswer(Answer::Reject); }, ALL, DRV, NO_CFI, IP},
-        {"frames of another version", [](auto& n) { n.cfi().selectedPv = 7; }, ALL, DRV, CFI, IP},
+         {WAIT4_PKTSYNCDRV_CLIENT, DRV_WAIT_FOR_SERVER_UP, NO_CFI, NO_IP}},
+        {"frames suspended", [](auto& n) { n.cfi().setAnswer(Answer::Suspend); }, {ALL, DRV, NO_CFI, IP}},
+        {"frames rejected", [](auto& n) { n.cfi().setAnswer(Answer::Reject); }, {ALL, DRV, NO_CFI, IP}},
+        {"frames of another version", [](auto& n) { n.cfi().selectedPv = 7; }, {ALL, DRV, CFI, IP}},
         {"no device", [](auto& n) { n.cfi().attachResult = 7; },
-         WAIT4_CFI_CLIENT, DRV, CFI_WAIT_FOR_ATTACH_CFM, NO_IP},
-        {"sockets rejected", [](auto& n) { n.ipsocki().setAnswer(Answer::Reject); }, ALL, DRV, CFI, NO_IP},
-        {"sockets of another version", [](auto& n) { n.ipsocki().selectedPv = 4; }, ALL, DRV, CFI, IP},
+         {WAIT4_CFI_CLIENT, DRV, CFI_WAIT_FOR_ATTACH_CFM, NO_IP}},
+        {"sockets rejected", [](auto& n) { n.ipsocki().setAnswer(Answer::Reject); }, {ALL, DRV, CFI, NO_IP}},
+        {"sockets of another version", [](auto& n) { n.ipsocki().selectedPv = 4; }, {ALL, DRV, CFI, IP}},
         {"sockets suspended", [](auto& n) { n.ipsocki().setAnswer(Answer::Suspend); },
-         WAIT4_IPSOCKI_CLIENT, DRV, CFI, IPSOCKI_WAIT_FOR_SERVER_DOWN},
+         {WAIT4_IPSOCKI_CLIENT, DRV, CFI, IPSOCKI_WAIT_FOR_SERVER_DOWN}},
         {"sockets busy", [](auto& n) { n.ipsocki().setAnswer(Answer::Busy); },
-         WAIT4_IPSOCKI_CLIENT, DRV, CFI, NO_IP},
+         {WAIT4_IPSOCKI_CLIENT, DRV, CFI, NO_IP}},
     };
     for (const Case& c : CASES) {
         SCOPED_TRACE(c.what);
         PacketUnit u;
         c.script(u.node);
         u.on();
-        EXPECT_EQ(u.root(), c.root);
-        EXPECT_EQ(u.drv(), c.drv);
-        EXPECT_EQ(u.cfi(), c.cfi);
-        EXPECT_EQ(u.ipsocki(), c.ipsocki);
-        EXPECT_EQ(u.control(), c.root == ROOT_STARTED ? u32{READY} : u32{UNINITIALIZED});
+        EXPECT_EQ(u.states(), c.states);
+        const bool isStarted = c.states[0] == ROOT_STARTED;
+        EXPECT_EQ(u.control(), isStarted ? u32{READY} : u32{UNINITIALIZED});
         EXPECT_EQ(u.told(KVD_TUIIF_PKT_REF_RO_UNAVAILABLE_IND), 1u);
         // A creation on a transport that isn't there fails; the others stand.
         u.node.mainProcessor().createPacketRef(ethernetRef(1, 24));
         u.node.mainProcessor().createPacketRef(unicastRef(2));
         u.run(1);
-        const bool canStamp = c.drv == DRV_AVAILABLE && c.root == ROOT_STARTED;
-        EXPECT_EQ(u.created(1, 4), canStamp && c.cfi == CFI_ATTACHED);
-        EXPECT_EQ(u.created(2, 5), canStamp && c.ipsocki == IPSOCKI_AVAILABLE);
-        EXPECT_EQ(u.told(KVD_TUIIF_CREATE_PKT_REF_RO_CFM), c.root == ROOT_STARTED ? 2u : 0u);
+        const bool canStamp = c.states[1] == DRV_AVAILABLE && isStarted;
+        EXPECT_EQ(u.created(1, 4), canStamp && c.states[2] == CFI_ATTACHED);
+        EXPECT_EQ(u.created(2, 5), canStamp && c.states[3] == IPSOCKI_AVAILABLE);
+        EXPECT_EQ(u.told(KVD_TUIIF_CREATE_PKT_REF_RO_CFM), isStarted ? 2u : 0u);
     }
 }
 
@@ -80,8 +80,9 @@ TEST(PacketServices, ASignalInTheWrongStateOrTooShortIsDropped)
 {
     constexpr SIGSELECT NUMBERS[] = {
         PKTSYNCDRV_SERVER_UP_IND, PKTSYNCDRV_INITIATE_SERVICE_CFM, CFI_SERVER_UP_IND,
-        CFI_INITIATE_SERVICE_CFM, CFI_ATTACH_CFM, TARSO_IPSOCKI_INITIATE_SERVICE_CFM, TARSO_IPSOCKI_INITIATE_SERVICE_SUS,
-        TARSO_IPSOCKI_INITIATE_SERVICE_REJ, TARSO_IPSOCKI_ACREDIT_IND, TARSO_IPSOCKI4_TERMINATE_SERVICE_CFM,
+        CFI_INITIATE_SERVICE_CFM, CFI_ATTACH_CFM, TARSO_IPSOCKI_INITIATE_SERVICE_CFM,
+        TARSO_IPSOCKI_INITIATE_SERVICE_SUS, TARSO_IPSOCKI_INITIATE_SERVICE_REJ,
+        TARSO_IPSOCKI_ACREDIT_IND, TARSO_IPSOCKI4_TERMINATE_SERVICE_CFM,
         // A death of somebody else's service; answers without their words; nobody's.
         PKTSYNCDRV_SERVER_DOWN_IND, CFI_SERVER_DOWN_IND, TARSO_IPSOCKI_SERVER_DOWN_IND,
         PKTSYNCDRV_SETSYNCREF_CFM, PKTSYNCDRV_DELETESYNCREF_CFM, PKTSYNCDRV_TIMESTAMP_IND,
@@ -95,10 +96,7 @@ TEST(PacketServices, ASignalInTheWrongStateOrTooShortIsDropped)
         u.node.traces().clear();
         u.inject(number);
         EXPECT_FALSE(u.node.traces().lines().empty());
-        EXPECT_EQ(u.root(), u32{ROOT_STARTED});
-        EXPECT_EQ(u.drv(), u32{DRV_AVAILABLE});
-        EXPECT_EQ(u.cfi(), u32{CFI_ATTACHED});
-        EXPECT_EQ(u.ipsocki(), u32{IPSOCKI_AVAILABLE});
+        EXPECT_EQ(u.states(), (States{ROOT_STARTED, DRV_AVAILABLE, CFI_ATTACHED, IPSOCKI_AVAILABLE}));
     }
     struct { CfiReceiveFrameInd ind; u8 octets[20]; } frame{{CFI_RECEIVE_FRAME_IND, 3, 0, 0, 21, 8}, {}};
     u.inject(frame);
@@ -108,10 +106,8 @@ TEST(PacketServices, ASignalInTheWrongStateOrTooShortIsDropped)
     EXPECT_TRUE(u.created(1, 4));
     // A word of refusal at any time leaves the client without the service.
     u.inject(SIGSELECT{CFI_INITIATE_SERVICE_SUS});
-    EXPECT_EQ(u.cfi(), u32{CFI_NOT_AVAILABLE});
     u.inject(SIGSELECT{PKTSYNCDRV_INITIATE_SERVICE_REJ});
-    EXPECT_EQ(u.drv(), u32{DRV_NOT_AVAILABLE});
-    EXPECT_EQ(u.root(), u32{ROOT_STARTED});
+    EXPECT_EQ(u.states(), (States{ROOT_STARTED, DRV_NOT_AVAILABLE, CFI_NOT_AVAILABLE, IPSOCKI_AVAILABLE}));
     // What stands on it can go all the same: nobody is waited for.
     u.node.mainProcessor().deletePacketRef(1, 4);
     u.run(1);
@@ -119,165 +115,104 @@ TEST(PacketServices, ASignalInTheWrongStateOrTooShortIsDropped)
     EXPECT_FALSE(u.created(1, 4));
 }
 
-TEST(PacketServices, TheDeathOfAnyBeginsTheChainAnewAndTheAuditBringsBackAll)
-{
-    struct Case { const char* what; sim::Server& (*server)(sim::Node&); };
-    const Case CASES[] = {
-        {"driver", [](sim::Node& n) -> sim::Server& { return n.pktsyncDrv(); }},
-        {"frames", [](sim::Node& n) -> sim::Server& { return n.cfi(); }},
-        {"sockets", [](sim::Node& n) -> sim::Server& { return n.ipsocki(); }},
-    };
-    for (const Case& c : CASES) {
-        SCOPED_TRACE(c.what);
-        PacketUnit u;
-        sim::PtpMasterConfig gm;
-        gm.logSync = gm.logDelayReq = 0;
-        sim::PtpMaster master(u.world, u.net, gm);
-        u.net.connect(u.node.packetPort(), master, {}, {});
-        u.on();
-        u.node.mainProcessor().createPacketRef(ethernetRef(1, 24));
-        u.node.mainProcessor().createPacketRef(unicastRef(2));
-        u.run(10);
-        ASSERT_TRUE(u.created(1, 4) && u.created(2, 5));
-        ASSERT_GT(master.requests(), 0u);
-        for (int round = 0; round < 2; ++round) {    // and again
-            const std::size_t audits = u.told(KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND);
-            c.server(u.node).die();
-            u.run(1);
-            EXPECT_EQ(u.control(), u32{REINIT});
-            EXPECT_FALSE(u.created(1, 4) || u.created(2, 5));
-            EXPECT_LT(u.root(), u32{ROOT_STARTED});
-            const u32 requests = master.requests();
-            u.node.mainProcessor().createPacketRef(ethernetRef(1, 24));   // not now
-            u.run(5);
-            EXPECT_EQ(master.requests(), requests);
-            c.server(u.node).start();
-            u.run(10);
-            EXPECT_EQ(u.root(), u32{ROOT_STARTED});
-            EXPECT_EQ(u.ipsocki(), u32{IPSOCKI_AVAILABLE});
-            EXPECT_EQ(u.told(KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND), audits + 1);
-            EXPECT_TRUE(u.created(1, 4));
-            EXPECT_TRUE(u.created(2, 5));
-            EXPECT_EQ(u.node.ipsocki().sockets(), 2u);
-            EXPECT_EQ(u.node.cfi().groups().size(), 1u);
-            EXPECT_GT(master.requests(), requests);
-        }
-        EXPECT_EQ(u.told(KVD_TUIIF_PKT_REF_RO_UNAVAILABLE_IND), 3u);
-        EXPECT_EQ(u.traces("Create request received from FRO when not READY: state=REINIT"), 2u);
-    }
-}
-
 // ---- multicast groups -----------------------------------------------------------------------------
+
+struct GroupUnit : PacketUnit {
+    sim::MainProcessor& mp = node.mainProcessor();
+    sim::CfiServer& cfi = node.cfi();
+    GroupUnit() { on(); }
+    void create(u32 froId, u8 group = 0)
+    {
+        sim::MpPacketRef ref = ethernetRef(froId, static_cast<u8>(froId));
+        ref.multicastAddress = group;
+        mp.createPacketRef(ref);
+        run(0.1);
+    }
+    void remove(u32 froId) { mp.deletePacketRef(froId, 4), run(0.1); }
+    void confirm() { cfi.confirmGroups(), run(0.1); }
+    void expect(u32 state, u32 users, u32 i = 0)
+    {
+        EXPECT_EQ(std::pair(group(i).state, group(i).users), std::pair(state, users));
+    }
+    std::size_t deleted() { return told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM); }
+    u32 joins() { return cfi.received(CFI_JOIN_MULTICAST_REQ); }
+    u32 leaves() { return cfi.received(CFI_LEAVE_MULTICAST_REQ); }
+    /// Users of the second group that come (+) and go (-) before anything is confirmed.
+    void users(const char* steps)
+    {
+        call([steps] {
+            for (const char* s = steps; *s != '\0'; ++s)
+                if (*s == '+') TuPktsync_CFI_client_addMCgroupUser(1);
+                else           TuPktsync_CFI_client_removeMCgroupUser(1);
+        });
+    }
+    bool isIn(u32 i) { return cfi.groups() == std::set<sim::MacAddress>{TUPKTSYNC_GROUP_MAC[i]}; }
+};
 
 TEST(PacketGroups, JoinsAndLeavesThatCross)
 {
-    PacketUnit u;
-    u.on();
-    auto& mp = u.node.mainProcessor();
-    auto& cfi = u.node.cfi();
-    const auto after = [&u](const std::function<void()>& what) {
-        what();
-        u.run(0.1);
-        return u.group(0);
-    };
-    const auto is = [](const TuPktsyncGroup& g, u32 state, u32 users) {
-        return g.state == state && g.users == users;
-    };
-    cfi.confirmsGroups = false;
-    EXPECT_TRUE(is(after([&] { mp.createPacketRef(ethernetRef(1, 1)); }), GROUP_JOIN_PENDING, 1));
-    EXPECT_TRUE(is(after([&] { mp.createPacketRef(ethernetRef(2, 2)); }), GROUP_JOIN_PENDING, 2));
-    EXPECT_EQ(cfi.received(CFI_JOIN_MULTICAST_REQ), 1u);
+    GroupUnit u;
+    u.cfi.confirmsGroups = false;
+    u.create(1), u.expect(GROUP_JOIN_PENDING, 1);
+    u.create(2), u.expect(GROUP_JOIN_PENDING, 2);
+    EXPECT_EQ(u.joins(), 1u);
     EXPECT_FALSE(u.created(1, 4) || u.created(2, 4));
-    EXPECT_TRUE(is(after([&] { cfi.confirmGroups(); }), GROUP_JOINED, 2));
-    EXPECT_TRUE(u.created(1, 4) && u.created(2, 4));
-    EXPECT_EQ(cfi.groups(), std::set<sim::MacAddress>{TUPKTSYNC_GROUP_MAC[0]});
+    u.confirm(), u.expect(GROUP_JOINED, 2);
+    EXPECT_TRUE(u.created(1, 4) && u.created(2, 4) && u.isIn(0));
 
-    EXPECT_TRUE(is(after([&] { mp.deletePacketRef(1, 4); }), GROUP_JOINED, 1));
-    EXPECT_EQ(u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM), 1u);
-    EXPECT_TRUE(is(after([&] { mp.deletePacketRef(2, 4); }), GROUP_LEAVE_PENDING, 0));
-    EXPECT_TRUE(is(after([&] { mp.createPacketRef(ethernetRef(3, 3)); }), GROUP_LEAVE_PENDING, 1));
-    EXPECT_EQ(cfi.received(CFI_JOIN_MULTICAST_REQ), 1u);      // it waits for the leave
-    EXPECT_EQ(u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM), 1u);
-    EXPECT_TRUE(is(after([&] { cfi.confirmGroups(); }), GROUP_JOIN_PENDING, 1));
-    EXPECT_EQ(u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM), 2u);
+    u.remove(1), u.expect(GROUP_JOINED, 1);
+    EXPECT_EQ(u.deleted(), 1u);
+    u.remove(2), u.expect(GROUP_LEAVE_PENDING, 0);
+    u.create(3), u.expect(GROUP_LEAVE_PENDING, 1);
+    EXPECT_EQ(u.joins(), 1u);                        // it waits for the leave
+    EXPECT_EQ(u.deleted(), 1u);
+    u.confirm(), u.expect(GROUP_JOIN_PENDING, 1);
+    EXPECT_EQ(u.deleted(), 2u);
     EXPECT_FALSE(u.created(3, 4));
-    EXPECT_TRUE(is(after([&] { cfi.confirmGroups(); }), GROUP_JOINED, 1));
+    u.confirm(), u.expect(GROUP_JOINED, 1);
     EXPECT_TRUE(u.created(3, 4));
-    mp.deletePacketRef(3, 4);
-    EXPECT_TRUE(is(after([&] { cfi.confirmGroups(); }), GROUP_LEAVE_PENDING, 0));
-    EXPECT_TRUE(is(after([&] { cfi.confirmGroups(); }), GROUP_NONE, 0));
+    u.remove(3), u.expect(GROUP_LEAVE_PENDING, 0);
+    u.confirm(), u.expect(GROUP_NONE, 0);
 
     // A user that goes before the join is confirmed: the group is left once it is.
-    u.call([] {
-        EXPECT_EQ(TuPktsync_CFI_client_addMCgroupUser(1), 1u);
-        EXPECT_EQ(TuPktsync_CFI_client_addMCgroupUser(1), 1u);
-        EXPECT_EQ(TuPktsync_CFI_client_removeMCgroupUser(1), 0u);
-        EXPECT_EQ(TuPktsync_CFI_client_removeMCgroupUser(1), 1u);
-        EXPECT_EQ(TuPktsync_CFI_client_removeMCgroupUser(1), 1u);
-    });
+    u.users("++---");
     EXPECT_EQ(u.group(1).leaveNeeded, 1u);
-    after([&] { cfi.confirmGroups(); });
-    EXPECT_EQ(u.group(1).state, u32{GROUP_LEAVE_PENDING});
-    after([&] { cfi.confirmGroups(); });
-    EXPECT_EQ(u.group(1).state, u32{GROUP_NONE});
-    // One that comes back in time stays.
-    u.call([] {
-        TuPktsync_CFI_client_addMCgroupUser(1);
-        TuPktsync_CFI_client_removeMCgroupUser(1);
-        TuPktsync_CFI_client_addMCgroupUser(1);
-    });
-    after([&] { cfi.confirmGroups(); });
-    EXPECT_EQ(u.group(1).state, u32{GROUP_JOINED});
-    EXPECT_EQ(cfi.groups(), std::set<sim::MacAddress>{TUPKTSYNC_GROUP_MAC[1]});
+    u.confirm(), u.expect(GROUP_LEAVE_PENDING, 0, 1);
+    u.confirm(), u.expect(GROUP_NONE, 0, 1);
+    u.users("+-+");                                  // one that comes back in time stays
+    u.confirm(), u.expect(GROUP_JOINED, 1, 1);
+    EXPECT_TRUE(u.isIn(1));
 }
 
 TEST(PacketGroups, OneRequestIsOutAtATime)
 {
-    PacketUnit u;
-    u.on();
-    auto& mp = u.node.mainProcessor();
-    auto& cfi = u.node.cfi();
-    cfi.confirmsGroups = false;
-    const auto confirm = [&] {
-        cfi.confirmGroups();
-        u.run(0.1);
-    };
-    sim::MpPacketRef other = ethernetRef(2, 2);
-    other.multicastAddress = 1;
-    mp.createPacketRef(ethernetRef(1, 1));
-    mp.createPacketRef(other);
-    u.run(0.1);
-    EXPECT_EQ(cfi.received(CFI_JOIN_MULTICAST_REQ), 1u);
-    EXPECT_EQ(u.group(1).state, u32{GROUP_NONE});
-    EXPECT_EQ(u.group(1).users, 1u);
-    confirm();
+    GroupUnit u;
+    u.cfi.confirmsGroups = false;
+    u.create(1), u.create(2, 1);
+    EXPECT_EQ(u.joins(), 1u);
+    u.expect(GROUP_NONE, 1, 1);
+    u.confirm();
     EXPECT_TRUE(u.created(1, 4) && !u.created(2, 4));
-    EXPECT_EQ(cfi.received(CFI_JOIN_MULTICAST_REQ), 2u);
-    confirm();
+    EXPECT_EQ(u.joins(), 2u);
+    u.confirm();
     EXPECT_TRUE(u.created(2, 4));
     // Both are to be left: the second waits, and stays after all when somebody comes for it.
-    mp.deletePacketRef(1, 4);
-    mp.deletePacketRef(2, 4);
-    u.run(0.1);
-    EXPECT_EQ(cfi.received(CFI_LEAVE_MULTICAST_REQ), 1u);
+    u.remove(1), u.remove(2);
+    EXPECT_EQ(u.leaves(), 1u);
     EXPECT_EQ(u.group(1).state, u32{GROUP_JOINED});
-    other.froId = other.domain = 3;
-    mp.createPacketRef(other);
-    u.run(0.1);
+    u.create(3, 1);
     EXPECT_TRUE(u.created(3, 4));
-    EXPECT_EQ(u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM), 0u);
-    confirm();
-    EXPECT_EQ(u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM), 2u);
-    EXPECT_EQ(cfi.received(CFI_LEAVE_MULTICAST_REQ), 1u);
-    EXPECT_EQ(cfi.groups(), std::set<sim::MacAddress>{TUPKTSYNC_GROUP_MAC[1]});
+    EXPECT_EQ(u.deleted(), 0u);
+    u.confirm();
+    EXPECT_EQ(u.deleted(), 2u);
+    EXPECT_EQ(u.leaves(), 1u);
+    EXPECT_TRUE(u.isIn(1));
     // A refused request is answered too: it doesn't hold the next one up.
-    mp.deletePacketRef(3, 4);
-    mp.createPacketRef(ethernetRef(4, 4));
-    u.run(0.1);
-    EXPECT_EQ(cfi.received(CFI_JOIN_MULTICAST_REQ), 2u);
-    u.inject(CfiResultCfm{CFI_LEAVE_MULTICAST_CFM, 3, 6, 1}, cfi.pid());
+    u.remove(3), u.create(4);
+    EXPECT_EQ(u.joins(), 2u);
+    u.inject(CfiResultCfm{CFI_LEAVE_MULTICAST_CFM, 3, 6, 1}, u.cfi.pid());
     EXPECT_EQ(u.traces("TuPktsync_CFI_client: error result = 6\nin leave multicast cfm"), 1u);
-    EXPECT_EQ(cfi.received(CFI_JOIN_MULTICAST_REQ), 3u);
+    EXPECT_EQ(u.joins(), 3u);
 }
 
 TEST(PacketProcess, FollowsAMainProcessorThatDiedBeforeItsFirstConfirmation)
@@ -298,20 +233,16 @@ TEST(PacketProcess, FollowsAMainProcessorThatDiedBeforeItsFirstConfirmation)
 
 TEST(PacketGroups, ARefusedJoinFailsTheReferenceAndTheNextAsksAgain)
 {
-    PacketUnit u;
-    u.on();
-    auto& mp = u.node.mainProcessor();
-    auto& cfi = u.node.cfi();
-    cfi.joinResult = 5;
-    mp.createPacketRef(ethernetRef(7, 1));
-    u.run(1);
+    GroupUnit u;
+    u.cfi.joinResult = 5;
+    u.create(7);
     EXPECT_EQ(u.traces("TuPktsync_CFI_client: error result = 5\nin join multicast cfm"), 1u);
-    EXPECT_EQ(u.group(0).state, u32{GROUP_JOIN_PENDING});
+    u.expect(GROUP_JOIN_PENDING, 0);
     EXPECT_EQ(u.told(KVD_TUIIF_CREATE_PKT_REF_RO_CFM), 1u);
     EXPECT_FALSE(u.created(7, 4));
     EXPECT_TRUE(u.node.pktsyncDrv().syncrefs().empty());
-    u.inject(CfiResultCfm{CFI_JOIN_MULTICAST_CFM, 3, 0, 0}, cfi.pid());   // of no request
-    EXPECT_EQ(u.group(0).state, u32{GROUP_JOIN_PENDING});
+    u.inject(CfiResultCfm{CFI_JOIN_MULTICAST_CFM, 3, 0, 0}, u.cfi.pid());   // of no request
+    u.expect(GROUP_JOIN_PENDING, 0);
     // An audit ends, with what failed in its result.
     u.node.pktsyncDrv().die();
     u.run(1);
@@ -319,19 +250,16 @@ TEST(PacketGroups, ARefusedJoinFailsTheReferenceAndTheNextAsksAgain)
     u.run(1);
     EXPECT_EQ(u.control(), u32{READY});
     EXPECT_FALSE(u.created(7, 4));
-    cfi.joinResult = 0;
-    mp.createPacketRef(ethernetRef(7, 1));
-    u.run(1);
+    u.cfi.joinResult = 0;
+    u.create(7);
     EXPECT_TRUE(u.created(7, 4));
     // A leave that is refused holds nobody up either.
-    cfi.leaveResult = 6;
-    mp.deletePacketRef(7, 4);
-    u.run(1);
+    u.cfi.leaveResult = 6;
+    u.remove(7);
     EXPECT_EQ(u.traces("TuPktsync_CFI_client: error result = 6\nin leave multicast cfm"), 1u);
     EXPECT_EQ(u.group(0).state, u32{GROUP_LEAVE_PENDING});
-    EXPECT_EQ(u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM), 1u);
-    mp.createPacketRef(ethernetRef(8, 2));
-    u.run(1);
+    EXPECT_EQ(u.deleted(), 1u);
+    u.create(8);
     EXPECT_TRUE(u.created(8, 4));
     EXPECT_EQ(u.group(0).state, u32{GROUP_JOINED});
 }

@@ -35,18 +35,16 @@ struct PacketUnit : Unit {
     }
     PROCESS pid() { return node.system().find("Kvd_loz6_tupktsync_proc"); }
     u32 root() { return node.inProgram(TuPktsync_Root_state); }
-    u32 drv() { return node.inProgram(TuPktsync_PktSyncDrvClient_state); }
-    u32 cfi() { return node.inProgram(TuPktsync_CFI_client_state); }
     u32 ipsocki() { return node.inProgram(TuPktsync_IPSOCKI_client_state); }
+    /// Of the chain and of its clients of driver, frames and sockets.
+    std::array<u32, 4> states()
+    {
+        return {root(), node.inProgram(TuPktsync_PktSyncDrvClient_state),
+                node.inProgram(TuPktsync_CFI_client_state), ipsocki()};
+    }
     u32 control() { return node.inProgram(TuPktsync_SyncrefCtrl_state); }
-    TuPktsyncGroup group(u32 i)
-    {
-        return node.inProgram([i] { return TuPktsync_CFI_client_group(i); });
-    }
-    TuPktsyncSocket socket(u32 i)
-    {
-        return node.inProgram([i] { return TuPktsync_IPSOCKI_client_socket(i); });
-    }
+    auto group(u32 i) { return node.inProgram([i] { return TuPktsync_CFI_client_group(i); }); }
+    auto socket(u32 i) { return node.inProgram([i] { return TuPktsync_IPSOCKI_client_socket(i); }); }
     /// A copy of a clock as it is now.
     PtpClock clock(u32 syncrefId)
     {
@@ -62,8 +60,7 @@ struct PacketUnit : Unit {
     template <typename T>
     void inject(const T& layout, PROCESS from = 0)
     {
-        node.system().inject(std::as_bytes(std::span<const T, 1>(&layout, 1)), pid(),
-                             from != 0 ? from : manager());
+        node.system().inject(asBytes(layout), pid(), from != 0 ? from : manager());
         world.runFor(ose::MS);
     }
     /// As a process of the program.

@@ -10,21 +10,7 @@ namespace {
 
 using namespace bench;
 
-struct Bench : IdleNode {
-    Bench()
-    {
-        in([] { node::traceSetProgramMask(0xFFFFFFFF); });
-    }
-    void step(const std::function<void()>& body)
-    {
-        node.traces().clear();
-        in([&body] {
-            node::traceAttachProcess();
-            body();
-        });
-    }
-    std::size_t traced(const std::string& text) { return node.traces().count({text}); }
-};
+using Bench = PacketBench;
 
 PtpClockSetup timeClock(u32 id, u8 domain)
 {
@@ -141,11 +127,7 @@ TEST(PtpStampServer, SendsToTheConsumerThatTheSelectionNames)
         });
     });
     PtpExchange e;
-    e.froId = 3;
-    e.interval_ms = 62;
-    e.T1s = 0x100000001;
-    e.T4f = 999'999'999;
-    e.asymComp = -5;
+    e.froId = 3, e.interval_ms = 62, e.T1s = 0x100000001, e.T4f = 999'999'999, e.asymComp = -5;
     b.step([&] { TuPktsync_Timestamp_server_handle_ts_ptp(e); });
     EXPECT_EQ(b.traced("attempt to send timestamp indication when no receiver registered"), 1u);
     b.step([&] {
@@ -158,11 +140,8 @@ TEST(PtpStampServer, SendsToTheConsumerThatTheSelectionNames)
     });
     b.world.runFor(ose::MS);
     ASSERT_EQ(got.size(), 1u);
-    EXPECT_EQ(got[0].froId, 3u);
-    EXPECT_EQ(got[0].logSyncInterval, 62u);
-    EXPECT_EQ(got[0].T1s, 0x100000001u);
-    EXPECT_EQ(got[0].T4f, 999'999'999u);
-    EXPECT_EQ(got[0].asymComp, -5);
+    EXPECT_EQ(std::tuple(got[0].froId, got[0].logSyncInterval, got[0].T1s, got[0].T4f, got[0].asymComp),
+              std::tuple(e.froId, e.interval_ms, e.T1s, e.T4f, e.asymComp));
     // A chain that begins anew keeps the consumer, once.
     b.step([consumer] {
         TuPktsync_Timestamp_reInit();

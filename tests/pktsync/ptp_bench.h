@@ -61,16 +61,15 @@ inline void ptpBegin()
 
 inline u32 ptpNow_ms() { return static_cast<u32>(u64{ose::get_ticks()} * ose::system_tick() / 1000); }
 
-/// Lets the timers run up to `ms` of kernel time.
-inline void ptpRunTo(u32 ms)
+/// Lets the timers run for so long, or up to `ms` of kernel time.
+inline void ptpRunFor(u32 ms)
 {
+    const u32 begin = ptpNow_ms();
     for (;;) {
-        const u32 now = ptpNow_ms();
-        Signal* sig = ose::receive_w_tmo(now < ms ? ms - now : 0, ose::ANY_SIGNAL);
-        if (sig == nullptr) {
-            if (ptpNow_ms() >= ms) return;
-            continue;
-        }
+        const u32 past = ptpNow_ms() - begin;
+        Signal* sig = ose::receive_w_tmo(past < ms ? ms - past : 0, ose::ANY_SIGNAL);
+        if (sig == nullptr && past >= ms) return;
+        if (sig == nullptr) continue;
         if (sig->sigNo == TUPKTSYNC_TMO_IND) {
             const auto* tmo = as<TuPktsyncTmoInd>(sig);
             TuPktsync_PTP_TmoSig(tmo->syncrefId, tmo->timerId, tmo->index);
@@ -78,5 +77,23 @@ inline void ptpRunTo(u32 ms)
         ose::free_buf(&sig);
     }
 }
+inline void ptpRunTo(u32 ms) { ptpRunFor(ms > ptpNow_ms() ? ms - ptpNow_ms() : 0); }
+
+/// An idle program, every trace on; its processes run a test's body, each with the traces of its own.
+struct PacketBench : IdleNode {
+    PacketBench()
+    {
+        in([] { node::traceSetProgramMask(0xFFFFFFFF); });
+    }
+    void step(const std::function<void()>& body)
+    {
+        node.traces().clear();
+        in([&body] {
+            node::traceAttachProcess();
+            body();
+        });
+    }
+    std::size_t traced(const std::string& text) { return node.traces().count({text}); }
+};
 
 }  // namespace bench

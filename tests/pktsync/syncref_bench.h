@@ -25,7 +25,6 @@ struct SyncrefSeen {
     i32 eventSocket = 0, generalSocket = 1;
     u32 driver = 1;
     bool clockStands = true, realClocks = false;
-    PktsyncDrvRef ref{};
 };
 inline SyncrefSeen& syncrefSeen()
 {
@@ -58,37 +57,23 @@ inline void keepSignal(Signal** sig)
 inline const syncref::Needs& syncrefNeeds()
 {
     static constexpr syncref::Needs NEEDS = {
-        .addMCgroupUser = [](u32 group) {
-            keep({MC_ADD, group});
-            return syncrefSeen().mcResult;
-        },
-        .removeMCgroupUser = [](u32 group) {
-            keep({MC_REMOVE, group});
-            return syncrefSeen().mcResult;
-        },
+        .addMCgroupUser = [](u32 group) { return keep({MC_ADD, group}), syncrefSeen().mcResult; },
+        .removeMCgroupUser = [](u32 group) { return keep({MC_REMOVE, group}), syncrefSeen().mcResult; },
         .createSocketAndBind = [](const PktIpAddress&, u32 kind) {
             keep({SOCKET, kind});
             return kind == SOCKET_EVENT ? syncrefSeen().eventSocket : syncrefSeen().generalSocket;
         },
         .removeResourceUser = [](i32 resource) { keep({SOCKET_GIVEN_BACK, static_cast<u32>(resource)}); },
         .setSyncRef = [](u32, const PktsyncDrvRef& ref) {
-            keep({DRV_SET, ref.syncrefId});
-            syncrefSeen().ref = ref;
-            return syncrefSeen().driver;
+            return keep({DRV_SET, ref.syncrefId}), syncrefSeen().driver;
         },
         .changeSyncRef = [](u32, const PktsyncDrvRef& ref) {
-            keep({DRV_CHANGE, ref.syncrefId});
-            syncrefSeen().ref = ref;
-            return syncrefSeen().driver;
+            return keep({DRV_CHANGE, ref.syncrefId}), syncrefSeen().driver;
         },
-        .deleteSyncRef = [](u32, u32 id) {
-            keep({DRV_DELETE, id});
-            return syncrefSeen().driver;
-        },
+        .deleteSyncRef = [](u32, u32 id) { return keep({DRV_DELETE, id}), syncrefSeen().driver; },
         .newClock = [](const PtpClockSetup& setup) -> u32 {
             keep({NEW_CLOCK, setup.syncrefId, setup.ptpMapping});
-            if (syncrefSeen().realClocks) return TuPktsync_new_ptp_clock(setup);
-            return syncrefSeen().clockStands ? 1 : 0;
+            return syncrefSeen().realClocks ? TuPktsync_new_ptp_clock(setup) : u32{syncrefSeen().clockStands};
         },
         .deleteClock = [](u32 id) {
             keep({DELETE_CLOCK, id});
@@ -124,15 +109,14 @@ inline void giveBytes(std::span<const std::byte> bytes)
 template <typename T>
 void give(const T& layout)
 {
-    giveBytes(std::as_bytes(std::span<const T, 1>(&layout, 1)));
+    giveBytes(asBytes(layout));
 }
 inline void giveAudit(const std::vector<TuiifPktRefConfig>& rows, u32 count)
 {
     const KvdTuiifAuditPktRefRoCfm cfm{KVD_TUIIF_AUDIT_PKT_REF_RO_CFM, count};
-    std::vector<std::byte> bytes(sizeof cfm + rows.size() * sizeof(TuiifPktRefConfig));
-    std::memcpy(bytes.data(), &cfm, sizeof cfm);
-    if (!rows.empty())
-        std::memcpy(bytes.data() + sizeof cfm, rows.data(), rows.size() * sizeof(TuiifPktRefConfig));
+    std::vector<std::byte> bytes(asBytes(cfm).begin(), asBytes(cfm).end());
+    const auto all = std::as_bytes(std::span(rows));
+    bytes.insert(bytes.end(), all.begin(), all.end());
     giveBytes(bytes);
 }
 
@@ -160,11 +144,9 @@ inline KvdTuiifDeletePktRefRoReq deleteReq(u32 froId, u32 froClassNo)
     return {KVD_TUIIF_DELETE_PKT_REF_RO_REQ, froId, froClassNo};
 }
 
-/// From a process of the program, every trace on. With the main processor there the audit is asked for.
+/// From a process of the program. With the main processor there the audit is asked for.
 inline void syncrefBegin(u32 board = 1, bool hasMainProcessor = true)
 {
-    node::traceAttachProcess();
-    node::traceSetProgramMask(0xFFFFFFFF);
     syncrefSeen() = {};
     syncref::setNeeds(&syncrefNeeds());
     if (hasMainProcessor) TuPktsync_SyncrefCtrl_started(board);
@@ -178,18 +160,15 @@ inline void syncrefReady(u32 board = 1)
     syncrefSeen().events.clear();
 }
 
-/// Runs a body as a process of a fresh idle program, every trace on.
-struct SyncrefBench : IdleNode {
+/// Of each step the events alone that it brought.
+struct SyncrefBench : PacketBench {
     void step(const std::function<void()>& body)
     {
-        node.traces().clear();
-        in([&body] {
-            node::traceAttachProcess();
+        PacketBench::step([&body] {
             syncrefSeen().events.clear();
             body();
         });
     }
-    std::size_t traced(const std::string& text) { return node.traces().count({text}); }
 };
 
 inline const Events& events() { return syncrefSeen().events; }

@@ -6,8 +6,17 @@ namespace {
 
 using namespace bench;
 
+/// Result, port, shared id, subsumed unit and whether that is known.
+using Answered = std::array<u32, 5>;
+
 struct ClientBench : InciBench {
     using InciBench::InciBench;
+
+    Answered answered() const
+    {
+        const KvdTuSocpriInciEstablishRsp r = unit.response();
+        return {r.result, r.cpriPortNo, r.sharedId, r.subsumedUnitId, r.subsumedIdValid};
+    }
 
     /// Of the newest connection request.
     u32 clientRef() const
@@ -69,15 +78,9 @@ TEST(InciClient, ConnectsSubscribesAndIsEstablishedAtTheFirstBroadcast)
 
     for (int i = 0; i < 2; ++i) b.broadcast(ref);
     ASSERT_EQ(b.unit.responses(), 1u);
-    const KvdTuSocpriInciEstablishRsp rsp = b.unit.response();
-    EXPECT_EQ(rsp.result, 1u);
-    EXPECT_EQ(rsp.cpriPortNo, 3u);
-    EXPECT_EQ(rsp.sharedId, 5u);
-    EXPECT_EQ(rsp.subsumedUnitId, 9u);
-    EXPECT_EQ(rsp.subsumedIdValid, 0u);          // no client of unit 9
-    EXPECT_EQ(b.group().lastBcm().riPortNo, 3u);
-    EXPECT_EQ(b.group().lastBcm().sharedId, 5u);
-    EXPECT_EQ(b.group().lastBcm().connectionRef, ref);
+    EXPECT_EQ(b.answered(), (Answered{1, 3, 5, 9, 0}));      // no client of unit 9
+    const auto& bcm = b.group().lastBcm();
+    EXPECT_EQ(std::tuple(bcm.riPortNo, bcm.sharedId, bcm.connectionRef), std::tuple(3u, 5u, ref));
     b.run(2.0);
     EXPECT_EQ(b.unit.responses(), 1u);           // the timer was stopped
 }
@@ -149,11 +152,7 @@ TEST(InciClient, AKnownPathGetsItsNewIdsAndTheTimerButNoNewHunt)
     EXPECT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ), 1u);
     b.run(1.1);
     ASSERT_EQ(b.unit.responses(), 2u);
-    EXPECT_EQ(b.unit.response().sharedId, 6u);
-    EXPECT_EQ(b.unit.response().cpriPortNo, 3u);
-    EXPECT_EQ(b.unit.response().subsumedUnitId, 5u);
-    EXPECT_EQ(b.unit.response().subsumedIdValid, 0u);
-    EXPECT_EQ(b.unit.response().result, 0u);
+    EXPECT_EQ(b.answered(), (Answered{0, 3, 6, 5, 0}));
 }
 
 TEST(InciClient, ASubsumedUnitIsToldOfAndRemovedWithoutAWordToThePeer)
@@ -195,9 +194,7 @@ TEST(InciClient, TheTableHolds64AndAFreedPlaceIsTakenAgain)
                   {"Unable to add INCI client, maximum client number exceeded, apn = 3.", "", 1}),
               1u);
     ASSERT_EQ(b.unit.responses(), 1u);
-    EXPECT_EQ(b.unit.response().result, 0u);
-    EXPECT_EQ(b.unit.response().sharedId, 64u);
-    EXPECT_EQ(b.unit.response().subsumedUnitId, INCI_NO_UNIT);
+    EXPECT_EQ(b.answered(), (Answered{0, 1, 64, INCI_NO_UNIT, 0}));
     b.run(1.1);
     EXPECT_EQ(b.unit.responses(), 65u);          // each timer by itself
 
@@ -261,35 +258,6 @@ TEST(InciClient, OneThatIsReleasedAndWantedAgainIsMadeAnew)
         EXPECT_EQ(b.unit.responses(), confirmed ? 2u : 3u);
         EXPECT_EQ(b.unit.response().result, 1u);
     }
-}
-
-TEST(InciClient, APeerThatDiesIsHuntedForAndReportedAnew)
-{
-    ClientBench b;
-    const u32 ref = b.establishWithPeer();
-    b.peer.die();
-    b.run(3.0);
-    EXPECT_EQ(b.unit.responses(), 1u);           // no timer for the return
-    EXPECT_EQ(b.group().clientReleases(), std::vector<u32>{ref});
-    b.peer.start();
-    EXPECT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ), 2u);
-    EXPECT_EQ(b.clientRef(), ref);
-    b.confirm(ref, 0x78);
-    b.broadcast(ref);
-    EXPECT_EQ(b.unit.responses(), 2u);
-    EXPECT_EQ(b.unit.response().result, 1u);
-}
-
-TEST(InciClient, WithoutASyncGroupABroadcastCountsAsEstablishedAllTheSame)
-{
-    ClientBench b{1, false, {.present = false}};
-    const u32 ref = b.establishWithPeer();
-    EXPECT_EQ(b.unit.response().result, 1u);
-    EXPECT_EQ(b.unit.traces("sendNgpduhIfReceiveBcmInd2(): NGPDUHIF server not available."), 1u);
-    b.peer.die();
-    b.run(0.1);
-    EXPECT_EQ(b.unit.traces("Failed to request INCI client connection release from NGPDUHIF server"), 1u);
-    EXPECT_EQ(ref, 0x3104d636u);                 // seed 0: hash("1234", 0)
 }
 
 }  // namespace

@@ -168,23 +168,6 @@ TEST(InciServer, AClientThatDiesFreesItsPlaces)
     EXPECT_EQ(b.unit.traces("with serverConnectionRef 0x99 not connected to INCI"), 1u);
 }
 
-TEST(InciServer, ASyncGroupThatComesBackLearnsAllConnectionsAgain)
-{
-    ServerBench b;
-    std::vector<u32> refs;
-    for (u32 i = 0; i < 3; ++i) refs.push_back(b.connect({2}, 100 + i).connectionRef);
-    b.subscribe(refs[0]);
-    b.group().die();
-    b.run(0.1);
-    b.subscribe(refs[1]);                        // confirmed, though nobody can be told
-    EXPECT_EQ(b.answer().sigNo, PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_CFM);
-    EXPECT_EQ(b.unit.traces("Failed to request Broadcast message indications from NGPDUHIF server!"), 1u);
-    b.group().start();
-    b.run(0.1);
-    EXPECT_EQ(b.group().served(), refs);
-    EXPECT_EQ(b.group().received(KVD_NGPDUHIF_HANDSHAKE_PDU_REQ), 4u);
-}
-
 TEST(InciServer, ShortSignalsAreTracedAndTheNextGoodOneIsTaken)
 {
     ServerBench b;

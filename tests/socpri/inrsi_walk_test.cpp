@@ -1,5 +1,6 @@
-// Orders, faults, restarts and changes of role in any order: once they are over the master's client is at work
-// or idle, holds nothing over for longer than its five minutes, and takes the next orders as on its first day.
+// Orders, faults, restarts and changes of role in any order: once they are over the master's client is at
+// work or idle, holds nothing over for longer than its five minutes, and takes the next orders as on its
+// first day.
 #include "mp/kvd_iifadm.h"
 #include "tests/socpri/socpri_bench.h"
 
@@ -31,22 +32,13 @@ struct Walk : SocpriUnit {
         inrsi().answers = 1;
         inrsi().setAnswer(sim::Answer::Accept);
     }
-    void align() { sendCount({KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_REQ, 1, somePort(), 0, 0}); }
-    void tellCount()
-    {
-        const auto c = count();
-        send(KvdTuiifSocpriCoarseTimeDataInd{KVD_TUIIF_SOCPRI_COARSE_TIME_DATA_IND, c.esfc, c.mfn});
-    }
-    void sendCount(KvdTuiifSocpriBfnAlignToGroupReq req)
-    {
-        req.esfc = count().esfc, req.mfn = count().mfn;
-        send(req);
-    }
+    void tellCount() { otherEndSays(count()); }
     void step()
     {
         const std::function<void()> steps[] = {
             [&] { scan(somePort()); }, [&] { select(somePort()); }, [&] { select(somePort()); },
-            [&] { deselect(somePort()); }, [&] { align(); }, [&] { tellCount(); }, [&] { mp().orderJump(); },
+            [&] { deselect(somePort()); }, [&] { align(somePort(), count()); }, [&] { tellCount(); },
+            [&] { mp().orderJump(); },
             [&] { order(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ); }, [&] { mp().selectNone(); },
             [&] { order(KVD_TUIIF_SOCPRI_START_REQ); }, [&] { order(KVD_TUIIF_SOCPRI_STOP_REQ); },
             [&] { supervise({1, 3}); }, [&] { supervise({somePort()}); }, [&] { supervise({}, false); },

@@ -21,38 +21,6 @@ struct ProcessBench : InciBench {
     }
 };
 
-TEST(NgPduhConnection, IsMadeAgainWhateverDiesFirst)
-{
-    ProcessBench b{1, false, {.present = false}};
-    EXPECT_EQ(b.availability(), u32{NGPDUHIF_INITIATING});
-    EXPECT_EQ(b.unit.node.nameServer().waiting(), 1u);
-    b.unit.node.nameServer().die();              // with the request
-    b.run(0.1);
-    b.unit.node.nameServer().start();
-    b.run(0.1);
-    EXPECT_EQ(b.unit.node.nameServer().waiting(), 1u);
-    b.group().start();
-    b.run(0.1);
-    EXPECT_EQ(b.availability(), u32{NGPDUHIF_AVAILABLE});
-    EXPECT_EQ(b.connections(), 1u);
-
-    b.unit.node.nameServer().die();              // a connection that stands isn't touched
-    b.run(0.1);
-    b.unit.node.nameServer().start();
-    b.run(0.1);
-    EXPECT_EQ(b.availability(), u32{NGPDUHIF_AVAILABLE});
-    EXPECT_EQ(b.connections(), 1u);
-
-    b.group().die();
-    b.run(0.1);
-    EXPECT_EQ(b.availability(), u32{NGPDUHIF_INITIATING});
-    b.group().start();
-    b.run(0.1);
-    EXPECT_EQ(b.availability(), u32{NGPDUHIF_AVAILABLE});
-    EXPECT_EQ(b.connections(), 2u);
-    EXPECT_EQ(b.group().connection().clientRef, 1u);     // counts from the beginning again
-}
-
 /// Answers to the connection request that come twice, or after all.
 TEST(NgPduhConnection, AnswersThatNobodyAskedForLeaveItAsItIs)
 {
@@ -76,28 +44,6 @@ TEST(NgPduhConnection, AnswersThatNobodyAskedForLeaveItAsItIs)
     b.run(0.1);
     EXPECT_EQ(b.availability(), u32{NGPDUHIF_AVAILABLE});
     EXPECT_EQ(b.identifier(), 0xABCDu);
-}
-
-TEST(NgPduhConnection, RejectedOrUnansweredItStaysWithout)
-{
-    struct Case { const char* when; sim::Answer answer; u32 status; };
-    for (const Case& c : std::to_array<Case>({{"rejected", sim::Answer::Reject, NGPDUHIF_UNAVAILABLE},
-                                              {"silent", sim::Answer::Silent, NGPDUHIF_INITIATING}})) {
-        SCOPED_TRACE(c.when);
-        ProcessBench b{1, false, {.present = false}};
-        b.group().setAnswer(c.answer);
-        b.group().start();
-        b.run(60.0);
-        EXPECT_EQ(b.availability(), c.status);
-        EXPECT_EQ(b.connections(), 1u);          // no new attempt
-        b.timeData(KVD_TUIIF_RNT_TIME_LOCKED);
-        EXPECT_EQ(b.unit.traces("INCI time data or server is not available: timedataValid= 1."), 1u);
-        b.group().setAnswer(sim::Answer::Accept);
-        b.unit.kill();
-        b.unit.start();
-        b.run(0.1);
-        EXPECT_EQ(b.availability(), u32{NGPDUHIF_AVAILABLE});
-    }
 }
 
 TEST(NgPduhTime, AMasterAsksEvery200msASlaveNever)

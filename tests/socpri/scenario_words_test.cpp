@@ -7,9 +7,10 @@ namespace {
 
 TEST(SocpriScenario, BadWordsAreRefused)
 {
-    const std::string units = "duration = \"10s\"\n[[unit]]\nname = \"mdu\"\n[unit.inrsi]\n[unit.sync_group]\n"
-                              "[[unit]]\nname = \"sdu\"\nrole = \"slave\"\n[unit.inrsi]\n[[unit.inrsi.link]]\n"
-                              "port = 1\nid = 71\n[[link]]\ntype = \"sdu\"\nfrom = \"mdu\"\nto = \"sdu\"\n";
+    const std::string units = "duration = \"10s\"\n[[unit]]\nname = \"mdu\"\n[unit.inrsi]\n"
+                              "[unit.sync_group]\n[[unit]]\nname = \"sdu\"\nrole = \"slave\"\n"
+                              "[unit.inrsi]\n[[unit.inrsi.link]]\nport = 1\nid = 71\n"
+                              "[[link]]\ntype = \"sdu\"\nfrom = \"mdu\"\nto = \"sdu\"\n";
     const std::string inci = "[[link]]\ntype = \"inci\"\nname = \"p\"\nfrom = \"mdu\"\nto = \"sdu\"\n";
     const std::string event = "[[event]]\nat = \"1s\"\n";
     const std::string other = "[[unit]]\nname = \"c\"\n";

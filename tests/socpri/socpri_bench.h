@@ -54,6 +54,8 @@ struct SocpriUnit : Unit {
     template <typename F>
     auto get(F accessor) { return node.inProgram(accessor); }
 
+    struct Count { u32 esfc; u16 mfn; };
+
     // ---- orders ---------------------------------------------------------------------------------
     template <typename T>
     void send(const T& layout)
@@ -68,6 +70,15 @@ struct SocpriUnit : Unit {
     void deselect(u8 port)
     {
         send(KvdTuiifSocpriDeselectSyncLinkInd{KVD_TUIIF_SOCPRI_DESELECT_SYNC_LINK_IND, {}, 0, port});
+    }
+    void align(u8 port, Count group)
+    {
+        send(KvdTuiifSocpriBfnAlignToGroupReq{KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_REQ, 1, port, group.esfc,
+                                              group.mfn});
+    }
+    void otherEndSays(Count c)
+    {
+        send(KvdTuiifSocpriCoarseTimeDataInd{KVD_TUIIF_SOCPRI_COARSE_TIME_DATA_IND, c.esfc, c.mfn});
     }
     void supervise(std::vector<u8> ports, bool on = true)
     {
@@ -119,7 +130,6 @@ struct SocpriUnit : Unit {
     }
 
     // ---- what is seen ---------------------------------------------------------------------------
-    struct Count { u32 esfc; u16 mfn; };
     Count count()
     {
         return get([] {
@@ -141,9 +151,10 @@ struct SocpriUnit : Unit {
         return found;
     }
     /// "port:status" of the newest answer of that number, "" when there was none.
+    template <typename T = KvdTuiifSocpriScanLinkRsp>
     std::string result(SIGSELECT sigNo)
     {
-        const auto r = told<KvdTuiifSocpriScanLinkRsp>(sigNo);
+        const auto r = told<T>(sigNo);
         return r ? std::to_string(r->portNo) + ":" + std::to_string(r->syncStatus) : "";
     }
     std::string scanned() { return result(KVD_TUIIF_SOCPRI_SCAN_LINK_RSP); }
@@ -151,24 +162,19 @@ struct SocpriUnit : Unit {
     std::string synced() { return result(KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND); }
     std::string supervised()
     {
-        const auto r = told<KvdTuiifSocpriSupervisionStatusInd>(KVD_TUIIF_SOCPRI_SUPERVISION_STATUS_IND);
-        return r ? std::to_string(r->portNo) + ":" + std::to_string(r->syncStatus) : "";
+        return result<KvdTuiifSocpriSupervisionStatusInd>(KVD_TUIIF_SOCPRI_SUPERVISION_STATUS_IND);
     }
-    std::optional<u32> aligned()
+    template <typename T>
+    std::optional<u32> status(SIGSELECT sigNo)
     {
-        const auto r = told<KvdTuiifSocpriBfnAlignToGroupRsp>(KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_RSP);
+        const auto r = told<T>(sigNo);
         return r ? std::optional<u32>(r->status) : std::nullopt;
     }
-    std::optional<u32> heldOver()
+    auto aligned()
     {
-        const auto r = told<KvdTuiifSocpriGoToTimeHoldoverRsp>(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_RSP);
-        return r ? std::optional<u32>(r->status) : std::nullopt;
+        return status<KvdTuiifSocpriBfnAlignToGroupRsp>(KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_RSP);
     }
-    std::optional<u32> started()
-    {
-        const auto r = told<KvdTuiifSocpriStartRsp>(KVD_TUIIF_SOCPRI_START_RSP);
-        return r ? std::optional<u32>(r->status) : std::nullopt;
-    }
+    auto started() { return status<KvdTuiifSocpriStartRsp>(KVD_TUIIF_SOCPRI_START_RSP); }
     /// Link states told: "port:status:unit", oldest first.
     std::vector<std::string> links()
     {
