@@ -67,8 +67,16 @@ TEST(InciBroadcast, GoesOutInBothForms)
         EXPECT_EQ(wireOf(asBytes(inciMessage(data, 0x01020304)), MESSAGE), one);
         EXPECT_EQ(wireOf(asBytes(inciMessage2(data, 0x01020304)), MESSAGE2), two);
     };
-    expectForms(octets, "", "");
-    expectForms(std::vector<u8>(64, 0xFF), "", "");
+    expectForms(octets,
+                "017003060000000000000000010203046d71f28878797a7b7c7d7e7f505152535455"
+                "0000565758595a5b00005c5d5e5f00016100",
+                "017003090000000000000000010203048dae3e510000727378797a7b7c7d7e7f505152535455"
+                "0000565758595a5b00005c5d5e5f00016100");
+    expectForms(std::vector<u8>(64, 0xFF),
+                "017003060000000000000000010203040007fef8ffffffffffffffffffffffffffff"
+                "0000ffffffffffff0000ffffffff0001ff00",
+                "017003090000000000000000010203040000ffdf0000ffffffffffffffffffffffffffffffff"
+                "0000ffffffffffff0000ffffffff0001ff00");
 }
 
 TEST(InciBroadcast, ClockStatesAreTranslatedWhenAskedFor)
