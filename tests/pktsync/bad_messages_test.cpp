@@ -341,7 +341,8 @@ TEST(PtpNegotiation, TheEarliestEndOfThreeGrantsRulesHoweverLongTheyAre)
     constexpr Case CASES[] = {
         {300, 300, 300, 290'000}, {60, 300, 300, 50'000},        {300, 300, 60, 50'000},
         {300, 90, 60, 50'000},    {3'000'000, 60, 300, 50'000},  {4'294'968, 300, 100, 90'000},
-        {60, 4'294'978, 0xFFFF'FFFF, 50'000},                    {0xFFFF'FFFF, 0xFFFF'FFFF, 60, 50'000},
+        {60, 4'294'978, 0xFFFF'FFFF, 50'000},        {0xFFFF'FFFF, 0xFFFF'FFFF, 60, 50'000},
+        {70'000, 0xFFFF'FFFF, 0xFFFF'FFFF, 69'990'000},
     };
     for (const Case& c : CASES) {
         SCOPED_TRACE(testing::Message() << c.announce << " " << c.sync << " " << c.delayResp);
