@@ -117,6 +117,19 @@ TEST(InrsiLinkStatus, IsStoredByUnitAndPassedOn)
     EXPECT_EQ(std::string(fwd->huntPathPrefix), std::string(99, 'x'));
 }
 
+// The path to a unit that goes by another number is given up once that one's has been tried.
+TEST(InrsiLinkStatus, OfAUnitUnderAnotherNumberReleasesItsPath)
+{
+    SocpriUnit u{MASTER};
+    const auto paths = [&u] { return u.printed("kvdngpduh inci_if"); };
+    u.run(2.0);
+    EXPECT_NE(paths().find("sharedId           : 11\n"), std::string::npos);
+    u.inrsi().setLink({.port = 1, .unit = 13, .status = 2, .huntPath = "bbu/13", .subsumed = UNIT_A});
+    u.run(2.0);
+    EXPECT_EQ(paths().find("sharedId           : 11\n"), std::string::npos);
+    EXPECT_NE(paths().find("sharedId           : 13\n"), std::string::npos);
+}
+
 // The number that marks a free place comes as a unit's, and one that isn't known goes.
 TEST(InrsiLinkStatus, NumbersThatAreNoUnitsTouchNoOther)
 {
