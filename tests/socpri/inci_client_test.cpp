@@ -260,4 +260,21 @@ TEST(InciClient, OneThatIsReleasedAndWantedAgainIsMadeAnew)
     }
 }
 
+TEST(InciClient, APeerThatDiesIsHuntedForAndReportedAnew)
+{
+    ClientBench b;
+    const u32 ref = b.establishWithPeer();
+    for (u32 life = 1; life <= 2; ++life) {
+        b.peer.die();
+        b.run(3.0);                              // no timer for the return
+        EXPECT_EQ(b.group().clientReleases(), std::vector<u32>(life, ref));
+        b.peer.start();
+        EXPECT_EQ(b.clientRef(), ref);
+        b.confirm(ref, 0x78);
+        b.broadcast(ref);
+        EXPECT_EQ(b.unit.responses(), life + 1);
+        EXPECT_EQ(b.unit.response().result, 1u);
+    }
+}
+
 }  // namespace

@@ -246,6 +246,7 @@ TEST(InrsiContinuation, IsAnsweredAfterTheJumpThatItsLinkEnds)
         u.mp().orderJump();
         u.run(4.1);
         ASSERT_EQ(u.get(KvdLoz6TuReg_SoCpriJumpRunning), 1u);
+        EXPECT_EQ(u.inrsi().jumpInfos(), (std::vector<u32>{1}));
         u.phaseIs(InrsiPhase{0, false});
         u.run(0.2);
         u.mp().clearLog();

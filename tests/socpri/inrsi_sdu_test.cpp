@@ -112,7 +112,7 @@ TEST(InrsiSduBadInput, IsTracedAndTheNextGoodOneIsTaken)
         [](SduUnit& u) { u.inject(InrsiUnitRej{INRSI_GET_PHASE_DIFF2_REJ, 0, 0, 77, 3}); },
         [](SduUnit& u) { u.inrsi().tellLink({.port = 0, .unit = 77}); },
         [](SduUnit& u) { u.inrsi().tellLink({.port = 7, .unit = 77}); },
-        [](SduUnit& u) { u.inject(InrsiPort{INRSI_SUBSCRIBE_LINK_STATUS_CFM, 0, 0, 9}); },
+        [](SduUnit& u) { u.inject(InrsiPort{INRSI_SUBSCRIBE_LINK_STATUS_CFM, 0, 0, 7}); },
         [&cutOff](SduUnit& u) { u.inject(cutOff, 24); },
         [](SduUnit& u) { u.order(KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REQ_FWD); },    // and no more
     };
