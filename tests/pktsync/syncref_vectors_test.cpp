@@ -203,8 +203,8 @@ Events eventsOf(const json& list, std::vector<std::string>& traces)
 }
 
 /// What a failed creation gives back on the way isn't the model's matter; nor is, in files that don't tell
-/// it, what the driver hears of a change and which sockets are given back. Of a changed or supervised clock as
-/// many words count as stand there: whose, and perhaps what.
+/// it, what the driver hears of a change and which sockets are given back. Of a changed or supervised clock
+/// as many words count as stand there: whose, and perhaps what.
 Events seenEvents(bool isFailure, const Events& wanted)
 {
     const auto tells = [&wanted](u32 ev) {
