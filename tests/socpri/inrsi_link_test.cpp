@@ -124,8 +124,8 @@ TEST(InrsiLinkStatus, OfAUnitUnderAnotherNumberReleasesItsPath)
     const auto paths = [&u] { return u.printed("kvdngpduh inci_if"); };
     u.run(2.0);
     EXPECT_NE(paths().find("sharedId           : 11\n"), std::string::npos);
-    for (const u8 status : {u8{1}, u8{2}})
-        u.inrsi().setLink({.port = 1, .unit = 13, .status = status, .huntPath = "bbu/13", .subsumed = UNIT_A});
+    for (const u8 is : {u8{1}, u8{2}})
+        u.inrsi().setLink({.port = 1, .unit = 13, .status = is, .huntPath = "bbu/13", .subsumed = UNIT_A});
     u.run(2.0);
     EXPECT_EQ(paths().find("sharedId           : 11\n"), std::string::npos);
     EXPECT_NE(paths().find("sharedId           : 13\n"), std::string::npos);
