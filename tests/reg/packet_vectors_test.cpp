@@ -392,7 +392,7 @@ void historyStep(const Value& step)
     else if (what == "entry") {
         packet::state().history.currentId[type] = id;
         const double second = op[4].size() > 1 ? double{op[4][1]} : 0.0;
-        expect("rule", packet::historyEntry(type, bool{op[3]}, op[4][0], second), step["rule"]);
+        EXPECT_EQ(packet::historyEntry(type, bool{op[3]}, op[4][0], second), bool{step["rule"]}) << op;
     } else throw std::runtime_error("no replay of the step \"" + what + "\"");
     if (step.contains("rule")) step["rule"].read();
 }

@@ -123,7 +123,7 @@ TEST(RegulatorStart, WaitsForTheClockOfTheNodeUpToAMinute)
         bench.ticks(step.ticks);
         EXPECT_EQ(bench.startUpState(), step.state);
     }
-    EXPECT_EQ(bench.bus.countOf("Initiate with calib failed, no systime"), 3u);
+    EXPECT_EQ(bench.bus.countOf("Initiate with calib failed, no systime"), 4u);
     EXPECT_EQ(bench.bus.countOf("initiate cold done"), 1u);
 }
 
