@@ -47,7 +47,12 @@ struct PhyUnit : bench::RefUnit {
         return list;
     }
     std::size_t stateReports() { return node.mainProcessor().count(KVD_TUIIF_REF_STATUS_CHANGE_IND); }
-    u32 lineOf(u32 froId) { return node.inProgram([froId] { return KvdLoz6TuPhyAdm_lineOfFroId(froId); }); }
+    u32 lineOf(u32 froId)
+    {
+        u32 line = 0;
+        node.system().call(*node.program(), [&] { line = KvdLoz6TuPhyAdm_lineOfFroId(froId); });
+        return line;
+    }
     PhyPortInfo port(u32 n) { return node.inProgram([n] { return KvdLoz6TuPhyAdm_row(n); }); }
 };
 
