@@ -1,4 +1,5 @@
-// Packets of a time reference whose clock is gone, unknown, or no longer selected; the printed delay history.
+// Packets of a time reference whose clock is gone, unknown, or no longer selected; a variance's
+// window; the printed delay history.
 #include "reg/support/packet_bench.h"
 
 using regtest::PacketBench;
@@ -40,6 +41,15 @@ TEST(PacketTime, APacketWhoseClockIsGoneOrUnknownIsDroppedAndTheNextTaken)
     link.inManager([] { measure::state().var.selectedRef = TU_SR_GPS_REF; });
     EXPECT_EQ(countAfter(1), 4u);
     EXPECT_EQ(link.traced("Measurement discarded: No reference selected."), 1u);
+}
+
+TEST(RunningVariance, OfAWindowGoesOnWithItsNewerHalf)
+{
+    packet::RunningVariance v;
+    v.window = 4;
+    double variance = 0.0;
+    for (const double x : {1.0, 1.0, 1.0, 1.0, 3.0}) variance = *packet::runningVariance(&v, {0.0, x});
+    EXPECT_NEAR(variance, 4.0 / 3.0, 1e-12);       // of 1, 1, 3
 }
 
 TEST(PacketHistory, IsPrintedByKindOfReference)
