@@ -89,7 +89,7 @@ run=$!
 expect 0 "a state of the next" wait "$dir/sock" WARMUP --timeout 1m
 kill -HUP $run
 wait $run
-[ $? -eq 129 ] && [ -s "$dir/hung.json" ] || { echo "a terminal that is closed takes the summary with it"; failed=1; }
+[ $? -eq 129 ] && [ -s "$dir/hung.json" ] || { echo "a closed terminal takes the summary along"; failed=1; }
 expect 2 "no such interface" run "$dir/good.toml" --ptp-if nowhere0
 told '^nowhere0: there is no such network interface$' "the interface isn't named" err
 expect 2 "nobody to put on it" run "$dir/good.toml" --ptp-if gm1=lo

@@ -207,6 +207,7 @@ TEST_F(Scheduling, AnExceptionLeavesTheRun)
     EXPECT_THROW(system.call(block, [] { throw std::logic_error("body"); }), std::logic_error);
     system.call(block, [&] { delay(5); said = "goes on"; });
     EXPECT_EQ(said, "goes on");
+    launch("bystander", 20, [] { for (;;) delay(1); });
     int asked = 0;
     const auto done = [&] { return ++asked == 5 ? throw std::range_error("done") : false; };
     EXPECT_THROW(world.runUntilTrue(done, 100 * MS), std::range_error);

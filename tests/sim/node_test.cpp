@@ -141,7 +141,8 @@ struct PpsUnit : bench::Unit {
     {
         sim::NodeConfig config;
         config.boardType = 2;
-        config.mainProcessor.references = {{.name = "pps", .refType = 2, .froId = 20, .froClassNo = 2}};
+        const sim::MpReference reference{.name = "pps", .refType = 2, .froId = 20, .froClassNo = 2};
+        config.mainProcessor.references = {reference};
         return config;
     }
 };
