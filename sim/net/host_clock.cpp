@@ -62,8 +62,7 @@ std::optional<ose::Time> HostClock::ofStamp(i64 realtime_ns) const
 
 ose::Time HostClock::nextSecond(ose::Time after) const
 {
-    const i64 realtime_ns = beginning_ns_ + offset_ns_ + after / ose::NS;
-    return worldTime((realtime_ns / NS_PER_s + 1) * NS_PER_s - offset_ns_ - beginning_ns_);
+    return worldTime((realtimeOf(after) / NS_PER_s + 1) * NS_PER_s - offset_ns_ - beginning_ns_);
 }
 
 /// Between steps the two clocks run at one rate, so that only what is surely no error of reading counts.

@@ -25,6 +25,8 @@ public:
     /// The world's time of a stamp by CLOCK_REALTIME; nothing for one that lies ahead or more than 10 s back,
     /// as one from before a step.
     std::optional<ose::Time> ofStamp(i64 realtime_ns) const;
+    /// CLOCK_REALTIME at a time of the world.
+    i64 realtimeOf(ose::Time at) const { return beginning_ns_ + offset_ns_ + at / ose::NS; }
     /// The world's time of the first whole second of the host's time of day behind `after`.
     ose::Time nextSecond(ose::Time after) const;
     /// TAI at the world's beginning, s since 1970.

@@ -43,10 +43,15 @@ HostNet::Interface& HostNet::interface(const std::string& name)
     if (i) return *i;
     const auto listens = [this, name] { return listens_ ? listens_(name) : std::nullopt; };
     const auto tell = [this, name](const std::string& text) { if (tell_) tell_(name, text); };
-    i = std::make_unique<Interface>(Interface{if_nametoindex(name.c_str()), openStamps(name),
+    i = std::make_unique<Interface>(Interface{if_nametoindex(name.c_str()), stampsFor(name),
                                               HeardMasters(world_, listens, tell), nullptr});
     i->ear = std::make_unique<HostEar>(name, i->index, i->heard);
     return *i;
+}
+
+InterfaceStamps HostNet::stampsFor(const std::string& name) const
+{
+    return openStamps(name, oneStep_.contains(name));
 }
 
 /// One that was removed comes back as another.
@@ -62,7 +67,7 @@ void HostNet::followInterfaces()
         const unsigned index = if_nametoindex(name.c_str());
         if (index == i->index) continue;
         i->index = index;
-        if (index != 0) i->stamps = openStamps(name);
+        if (index != 0) i->stamps = stampsFor(name);
         i->ear = index != 0 ? std::make_unique<HostEar>(name, index, i->heard) : nullptr;
         for (const auto& port : ports_)
             if (port->interface() == name) port->reopen(index, i->stamps.card.get());
