@@ -1,6 +1,5 @@
 // A unit on an interface of the machine: the host's clocks against the world's time, what the sockets bring
 // and refuse. How a unit follows another host's master, and leads its slave, is seen in scripts/lab.
-#include "sim/clock/random.h"
 #include "sim/net/host_net.h"
 #include "sim/net/heard.h"
 
@@ -307,33 +306,6 @@ TEST_F(Cable, APauseIsMadeUpFor)
     EXPECT_EQ(host.packets.size(), 200u);
     EXPECT_EQ(port->counts().unstamped, 0u);
     EXPECT_GE(net->lateness().count, 1u);
-}
-
-TEST_F(Cable, HostileFramesReachNobodyButTheHost)
-{
-    std::vector<std::string> told;
-    sim::HeardMasters heard(world, [] { return std::optional(std::vector<sim::Listening>{}); },
-                            [&](const std::string& text) { told.push_back(text); });
-    port->reportTo(heard, true);
-    sim::Random random(7, "hostile");
-    constexpr u32 FRAMES = 3000;
-    const auto before = port->counts();
-    for (u32 i = 0; i < FRAMES; ++i) {
-        std::vector<u8> f = frame(1 + random.bits() % 1600, static_cast<u8>(random.bits()));
-        for (int turns = 0; turns < 40; ++turns)
-            f[14 + random.bits() % (f.size() - 14)] = static_cast<u8>(random.bits());
-        sendFar(f);
-        if (i % 100 == 0) run(2);
-    }
-    run(50);
-    const auto& after = port->counts();
-    EXPECT_EQ(after.received - before.received + after.unusable - before.unusable, FRAMES);
-    EXPECT_EQ(after.unstamped, before.unstamped);
-    EXPECT_LE(heard.masters().size(), 64u);
-    host.packets.clear();
-    sendFar(frame(44));
-    run(20);
-    EXPECT_EQ(host.packets.size(), 1u);
 }
 
 TEST_F(Cable, DatagramsNeedTheHostsAddress)
