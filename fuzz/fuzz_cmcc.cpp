@@ -155,7 +155,8 @@ void recover(Target& t)
         t.world.runFor(700 * ose::MS);
         check(t);
     }
-    require(t.state().hptsiState == hptsi::OPERATIONAL_WITH_VALID_TIME, "good frames don't bring the time back");
+    require(t.state().hptsiState == hptsi::OPERATIONAL_WITH_VALID_TIME,
+            "good frames don't bring the time back");
 }
 
 }  // namespace

@@ -106,7 +106,8 @@ void frame(Target& t, fuzz::Input& rest)
 void datagram(Target& t, fuzz::Input& rest, bool isSignaling)
 {
     const auto head = take<std::array<u8, 4>>(rest);
-    const std::vector<u8> octets = isSignaling ? signaling(rest, UNICAST_DOMAIN) : message(rest, UNICAST_DOMAIN);
+    const std::vector<u8> octets =
+        isSignaling ? signaling(rest, UNICAST_DOMAIN) : message(rest, UNICAST_DOMAIN);
     TarsoIpsockiFdReadData ind{};
     ind.sigNo = TARSO_IPSOCKI_FD_READ_DATA;
     ind.localPort = head[0] % 8 != 0 ? 319 + head[0] % 2 : 318;

@@ -214,7 +214,8 @@ TEST(CardClock, IsTakenWhereItStampsPtpAndPutsTheTimeInWhereItCan)
     };
     Case cases[] = {
         {Card{}, false, true, false, "eth9 stamps itself, its clock is /dev/ptp3", BEFORE},
-        {Card{}, true, true, false, "eth9 stamps itself", "(driver card): it tells the time before it is sent"},
+        {Card{}, true, true, false, "eth9 stamps itself",
+         "(driver card): it tells the time before it is sent"},
         {with([](Card& c) { c.txTypes = INSERTS; }), true, true, true, "eth9 stamps itself",
          "eth9's card puts the time into each Sync as it leaves"},
         {with([](Card& c) { c.txTypes = INSERTS; }), false, true, false, "eth9 stamps itself", BEFORE},
