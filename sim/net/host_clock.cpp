@@ -56,7 +56,7 @@ std::optional<ose::Time> HostClock::ofStamp(i64 realtime_ns) const
     const i64 age_ns = source_.monotonic_ns() - monotonic_ns;
     constexpr i64 READING_ns = 10'000;   // what the offset may be wrong by
     constexpr i64 LONGEST_ns = 10 * NS_PER_s;
-    if (age_ns < -READING_ns || age_ns > LONGEST_ns) return std::nullopt;
+    if (age_ns < -READING_ns || age_ns > LONGEST_ns || monotonic_ns < steppedAt_ns_) return std::nullopt;
     return worldTime(monotonic_ns - beginning_ns_);
 }
 
@@ -72,6 +72,7 @@ void HostClock::follow()
     const Offset seen = measure();
     if (std::abs(seen.offset_ns - offset_ns_) <= SURE_ns + seen.width_ns) return;
     offset_ns_ = seen.offset_ns;
+    steppedAt_ns_ = source_.monotonic_ns();
     ++steps_;
 }
 

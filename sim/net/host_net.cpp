@@ -54,6 +54,16 @@ InterfaceStamps HostNet::stampsFor(const std::string& name) const
     return openStamps(name, oneStep_.contains(name));
 }
 
+/// The cards' are read against the host's time of day.
+void HostNet::followClocks()
+{
+    const u32 before = clock_.steps();
+    clock_.follow();
+    if (clock_.steps() == before) return;
+    for (auto& [name, i] : interfaces_)
+        if (i->stamps.card) i->stamps.card->onHostStep();
+}
+
 /// One that was removed comes back as another.
 void HostNet::followInterfaces()
 {
@@ -94,7 +104,7 @@ void HostNet::waitUntil(ose::Time due)
 void HostNet::runUntil(ose::Time end)
 {
     while (world_.now() < end) {
-        clock_.follow();
+        followClocks();
         followInterfaces();
         for (const auto& port : ports_) port->take();
         for (const auto& [name, i] : interfaces_)

@@ -76,6 +76,7 @@ private:
     };
     Interface& interface(const std::string& name);
     InterfaceStamps stampsFor(const std::string& name) const;
+    void followClocks();
     void followInterfaces();
     void waitUntil(ose::Time due);
 

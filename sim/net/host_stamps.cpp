@@ -103,6 +103,11 @@ void CardClock::follow()
     last_ = now;
 }
 
+void CardClock::onHostStep()
+{
+    if (const std::optional<Reading> now = read_()) last_ = now;
+}
+
 std::optional<i64> CardClock::realtimeOf(i64 card_ns) const
 {
     if (!last_) return std::nullopt;

@@ -23,6 +23,8 @@ public:
 
     /// To be called now and then; a reading is taken once a second.
     void follow();
+    /// The host's time of day was stepped.
+    void onHostStep();
     /// Nothing before the first reading.
     std::optional<i64> realtimeOf(i64 card_ns) const;
     std::optional<i64> cardTimeOf(i64 realtime_ns) const;

@@ -143,6 +143,9 @@ TEST(CardClock, IsFollowedThroughItsRateAndItsSteps)
                     static_cast<double>(c.within_ns));
         EXPECT_EQ(clock.steps(), c.steps);
     }
+    realtime += 5'000'000;                              // too little to be seen by a reading
+    clock.onHostStep();
+    EXPECT_EQ(clock.realtimeOf(card), realtime);
 }
 
 /// A card's driver and clock, asked as the kernel's would be.

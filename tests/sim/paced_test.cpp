@@ -69,11 +69,15 @@ TEST(PacedClock, StampsBecomeTimesOfTheWorldAcrossSteps)
         host.offset += c.step_ns;
         clock.follow();
         EXPECT_EQ(clock.steps(), c.steps);
+        const i64 before = host.monotonic + host.offset - c.step_ns - 300 * US;
+        EXPECT_EQ(clock.ofStamp(before).has_value(), std::abs(c.step_ns) < 5 * US);
+        host.monotonic += MS;
         const i64 stamp = host.monotonic + host.offset - 300 * US;
         const auto at = clock.ofStamp(stamp);
         ASSERT_TRUE(at);
         EXPECT_NEAR(static_cast<double>(*at - clock.now()) / 1e3, -300e3, 2300);
     }
+    host.monotonic += 20 * S;
     const i64 now = host.monotonic + host.offset;
     EXPECT_TRUE(clock.ofStamp(now - 10 * S + 10 * US));
     EXPECT_FALSE(clock.ofStamp(now - 10 * S - 10 * US));
