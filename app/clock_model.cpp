@@ -24,8 +24,10 @@ constexpr Row SLAVE_LOOP[] = {
     {SLAVE_PLL_Unlocked, KVD_TUIIF_SLAVE_FREQUENCY_LOCKED}, {SLAVE_PLL_Locked, KVD_TUIIF_SLAVE_FRAME_LOCKED}};
 constexpr Row LOOP[] = {
     {PLL_OffsetLocked, KVD_TUIIF_TIME_OFFSET_LOCKED},
-    {PLL_Locked, KVD_TUIIF_RNT_TIME_LOCKED}, {PLL_Freq_Holdover, KVD_TUIIF_FREQUENCY_HOLDOVER},
-    {PLL_Offset_Holdover, KVD_TUIIF_TIME_OFFSET_HOLDOVER}, {PLL_Locked_Holdover, KVD_TUIIF_RNT_TIME_HOLDOVER}};
+    {PLL_Locked, KVD_TUIIF_RNT_TIME_LOCKED},
+    {PLL_Freq_Holdover, KVD_TUIIF_FREQUENCY_HOLDOVER},
+    {PLL_Offset_Holdover, KVD_TUIIF_TIME_OFFSET_HOLDOVER},
+    {PLL_Locked_Holdover, KVD_TUIIF_RNT_TIME_HOLDOVER}};
 constexpr Row LOCKED_TO_HOLDOVER[] = {
     {KVD_TUIIF_FREQUENCY_LOCKED, KVD_TUIIF_FREQUENCY_HOLDOVER},
     {KVD_TUIIF_TIME_OFFSET_LOCKED, KVD_TUIIF_TIME_OFFSET_HOLDOVER},
@@ -52,7 +54,8 @@ bool hasLoop(const ClockFacts& f)
 
 u8 ownWord(const ClockFacts& f)
 {
-    if (f.regState == PREJUMPSTART || f.regState == PREJUMPHIST) return look(MASTER, f.regState, KVD_TUIIF_UNKNOWN);
+    if (f.regState == PREJUMPSTART || f.regState == PREJUMPHIST)
+        return look(MASTER, f.regState, KVD_TUIIF_UNKNOWN);
     if (!f.master) return look(SLAVE_LOOP, f.slavePllState, look(SLAVE, f.regState, KVD_TUIIF_UNKNOWN));
     // On its way to the lock a unit may keep the state that it had.
     if (hasLoop(f) && f.pllState == PLL_Unlocked) return KVD_TUIIF_UNKNOWN;

@@ -1,6 +1,6 @@
-// clock_model.h - What a unit's clock state has to be, by what its regulator, its loop and the main processor's
-// orders are: a second answer to the question that the interface to the main processor answers, made of nothing
-// of it.
+// clock_model.h - What a unit's clock state has to be, by what its regulator, its loop and the main
+// processor's orders are: a second answer to the question that the interface to the main processor answers,
+// made of nothing of it.
 #pragma once
 #include "ose/types.h"
 

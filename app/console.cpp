@@ -323,7 +323,8 @@ void Console::State::takeOwn(const std::string& word, const std::vector<std::str
     const std::string argument = words.size() > 1 ? words[1] : "";
     if (word == "help" || word == "man") help(argument);
     else if (word == "why") std::printf("%s", onWorld([this] { return whyText(status()); }).c_str());
-    else if (word == "sources") std::printf("%s", onWorld([this] { return sourcesText(status()); }).c_str());
+    else if (word == "sources")
+        std::printf("%s", onWorld([this] { return sourcesText(status()) + run.heard(); }).c_str());
     else if (word == "do") letHappen(line);
     else if (word == "events") events(argument);
     else if (word == "until" || word == "step") advance(word, argument);

@@ -21,6 +21,7 @@ struct ConsoleRun {
     std::vector<Recorder*> units;
     bool hasSpeed = true;                                    // false where the world keeps the host's time
     std::function<void(const sim::EventSpec&)> happen;       // lets an event happen now
+    std::function<std::string()> heard;                      // masters on the machine's interfaces
 };
 
 class Console {

@@ -62,7 +62,9 @@ HostReport hostReport(const sim::HostNet& net, const sim::HostClock& clock,
         const bool isNew = std::ranges::none_of(
             r.ports, [&](const HostReport::Port& p) { return p.interface == port->interface(); });
         r.ports.push_back({port->interface(), port->host().netName(), port->noDatagrams(),
-                           net.stampsOf(port->interface()), port->counts()});
+                           net.stampsOf(port->interface()), port->counts(), std::nullopt});
+        if (const sim::CardClock* const card = net.cardOf(port->interface()))
+            r.ports.back().card = {card->difference_ns(), card->rate_ppb(), card->steps()};
         if (!isNew) continue;
         const sim::HeardMasters* const heard = net.heard(port->interface());
         for (const sim::HeardMaster& m : heard->masters())
@@ -82,7 +84,7 @@ nlohmann::ordered_json toJson(const HostReport& r)
                         {"mean_s", l.count > 0 ? l.sum_s / static_cast<double>(l.count) : 0.0},
                         {"over_1ms", l.over1ms}, {"over_10ms", l.over10ms}, {"over_100ms", l.over100ms}};
     json["interfaces"] = nlohmann::ordered_json::array();
-    for (const HostReport::Port& p : r.ports)
+    for (const HostReport::Port& p : r.ports) {
         json["interfaces"].push_back({{"interface", p.interface},
                                       {"host", p.host},
                                       {"received", p.counts.received},
@@ -94,6 +96,10 @@ nlohmann::ordered_json toJson(const HostReport& r)
                                       {"errors", p.counts.errors},
                                       {"no_datagrams", p.noDatagrams},
                                       {"stamps", p.stamps}});
+        if (p.card)
+            json["interfaces"].back()["card"] = {
+                {"ahead_ns", p.card->ahead_ns}, {"fast_ppb", p.card->fast_ppb}, {"steps", p.card->steps}};
+    }
     json["masters"] = nlohmann::ordered_json::array();
     for (const HostReport::Master& m : r.masters)
         json["masters"].push_back({{"interface", m.interface}, {"text", m.text}, {"followed", m.taken},
@@ -129,6 +135,11 @@ void printHost(const HostReport& r, std::FILE* out)
             "%u unusable, %u errors\n",
             p.interface.c_str(), p.host.c_str(), c.received, c.sent, c.unstamped, c.lostStamps, c.failed,
             c.unusable, c.errors);
+        if (p.card)
+            std::fprintf(
+                out, "card of %s: %.9f s ahead of the host's time, fast by %.3f ppm, stepped %u times\n",
+                p.interface.c_str(), static_cast<double>(p.card->ahead_ns) * 1e-9, p.card->fast_ppb * 1e-3,
+                p.card->steps);
     }
     if (r.receiver) {
         const sim::HostGps::Counts& c = r.receiver->counts;
@@ -141,10 +152,18 @@ void printHost(const HostReport& r, std::FILE* out)
             r.receiver->pps.empty() ? "at the host's seconds"
                                     : (std::to_string(c.pulses) + " of " + r.receiver->pps).c_str());
     }
-    for (const HostReport::Master& m : r.masters)
-        std::fprintf(out, "heard on %s, %s to %s, %s: %s\n", m.interface.c_str(),
-                     clockText(m.first_s).c_str(), clockText(m.last_s).c_str(),
-                     m.taken ? "followed" : "not followed", m.text.c_str());
+    std::fputs(heardText(toJson(r)).c_str(), out);
+}
+
+std::string heardText(const nlohmann::ordered_json& host)
+{
+    std::string text;
+    for (const auto& m : host.at("masters"))
+        text += "heard on " + m.at("interface").get<std::string>() + ", " +
+                clockText(m.at("first_s").get<double>()) + " to " + clockText(m.at("last_s").get<double>()) +
+                (m.at("followed").get<bool>() ? ", followed: " : ", not followed: ") +
+                m.at("text").get<std::string>() + "\n";
+    return text;
 }
 
 }  // namespace app

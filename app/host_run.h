@@ -1,5 +1,5 @@
-// host_run.h - A run on interfaces of the machine: what the host gives it, which masters it hears there, and the
-// account of both at its end.
+// host_run.h - A run on interfaces of the machine: what the host gives it, which masters it hears there, and
+// the account of both at its end.
 #pragma once
 #include "sim/net/host_net.h"
 #include "sim/node/main_processor_config.h"
@@ -17,6 +17,8 @@ struct HostReport {
     struct Port {
         std::string interface, host, noDatagrams, stamps;
         sim::HostPort::Counts counts;
+        struct Card { i64 ahead_ns; double fast_ppb; u32 steps; };
+        std::optional<Card> card;    // its clock against the host's
     };
     std::vector<Port> ports;
     struct Master {
@@ -41,6 +43,8 @@ sim::Listening listeningOf(const sim::MpPacketRef& ref);
 HostReport hostReport(const sim::HostNet& net, const sim::HostClock& clock,
                       const std::string& realTimeRefused, const sim::HostGps* receiver);
 nlohmann::ordered_json toJson(const HostReport& report);
+/// A line for each master that is heard there, as `toJson` tells of them.
+std::string heardText(const nlohmann::ordered_json& host);
 void printHost(const HostReport& report, std::FILE* out);
 
 }  // namespace app

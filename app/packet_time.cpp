@@ -122,8 +122,8 @@ PacketTime packetTime(const UnitRecording& unit, double interval_s)
 
 bool ClassVerdict::holds() const
 {
-    return maxTe.value_or(true) && maxTeFiltered.value_or(true) && cTe.value_or(true) && mtie.value_or(true) &&
-           tdev.value_or(true);
+    return maxTe.value_or(true) && maxTeFiltered.value_or(true) && cTe.value_or(true) &&
+           mtie.value_or(true) && tdev.value_or(true);
 }
 
 ClassVerdict judge(const PacketTime& p, const TimeClass& c)

@@ -1,9 +1,9 @@
-// pcap_analysis.h - What a capture tells without a unit: how regularly each port speaks, how far the recorder's
-// clock is from each master's and how much that varies, the path delay of each slave's exchanges, what
-// transparent clocks have added, and the ESMC and NTP beside.
+// pcap_analysis.h - What a capture tells without a unit: how regularly each port speaks, how far the
+// recorder's clock is from each master's and how much that varies, the path delay of each slave's exchanges,
+// what transparent clocks have added, and the ESMC and NTP beside.
 //
-// The recorder stands where it stands: a path delay is that between it and the master, an offset is its clock less
-// the master's. Recorded at a slave's port both are the slave's.
+// The recorder stands where it stands: a path delay is that between it and the master, an offset is its clock
+// less the master's. Recorded at a slave's port both are the slave's.
 // Units   s of the capture since its first packet; ns where a name says so.
 #pragma once
 #include "app/pcap_file.h"

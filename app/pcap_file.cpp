@@ -277,7 +277,8 @@ bool passLabels(const Words& f, std::size_t& at, u16& type, std::size_t& typeAt)
     case 4:  type = TYPE_IPV4; return true;
     case 6:  type = TYPE_IPV6; return true;
     case 0: {
-        const std::size_t plain = at + ETHERTYPE_AT;   // without a control word: a group's address begins with 0 too
+        // Without a control word: a group's address begins with 0 too.
+        const std::size_t plain = at + ETHERTYPE_AT;
         const u16 inner = f.size() >= plain + 2 ? f.u16At(plain) : u16{0};
         typeAt = inner == TYPE_PTP || isTag(inner) ? plain : plain + CONTROL_WORD;
         return true;

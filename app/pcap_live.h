@@ -5,7 +5,8 @@
 namespace app {
 
 bool isInterface(const std::string& name);
-/// What of PTP, ESMC and NTP comes and goes there within the time, or until an interrupt (SIGINT). Throws PcapError.
+/// What of PTP, ESMC and NTP comes and goes there within the time, or until an interrupt (SIGINT). Throws
+/// PcapError.
 std::vector<PcapPacket> recordLive(const std::string& interface, double seconds);
 
 }  // namespace app

@@ -63,7 +63,8 @@ public:
         const auto began = std::chrono::steady_clock::now();
         if (!options_.quiet && !options_.feed.metrics.empty())
             std::printf("metrics        http://%s/metrics\n", feed_.metricsAddress().c_str());
-        RunControl control(world_, worldTime(scenario_.duration_s), hostNet_ ? 0 : options_.speed, options_.shell,   // the host's clock drives it
+        const double speed = hostNet_ ? 0 : options_.speed;          // the host's clock drives it
+        RunControl control(world_, worldTime(scenario_.duration_s), speed, options_.shell,
                            [this](ose::Time until) { advance(until); });
         startConsole(control);
         control.run([this, &control] {
@@ -92,6 +93,12 @@ private:
                                    [&](const auto& m) { return m.name == host && m.unicast; });
     }
 
+    bool isOneStepMaster(const std::string& host) const
+    {
+        return std::ranges::any_of(scenario_.masters,
+                                   [&](const auto& m) { return m.name == host && !m.twoStep; });
+    }
+
     /// What the units on an interface listen to; nothing where there are masters alone.
     std::optional<std::vector<sim::Listening>> listeningOn(const std::string& interface) const
     {
@@ -114,6 +121,8 @@ private:
                           [this](const std::string& interface, const std::string& text) {
                               recorders_.front()->tell(interface, text);
                           });
+        for (const HostInterface& i : options_.interfaces)
+            if (isOneStepMaster(i.host)) hostNet_->wantOneStep(i.interface);
         for (const HostInterface& i : options_.interfaces) {
             const std::string name = i.host.empty() ? units_.front()->name() : i.host;
             sim::NetHost* const host = net_->network().host(name);
@@ -128,11 +137,21 @@ private:
         }
         for (const HostInterface& i : options_.interfaces)
             recorders_.front()->tell("stamps", hostNet_->stampsOf(i.interface));
+        for (const HostInterface& i : options_.interfaces)
+            if (isOneStepMaster(i.host))
+                recorders_.front()->tell("one-step", hostNet_->oneStepOf(i.interface));
+        feed_.onHost([this] { return toJson(host()); });
         if (options_.receiver) openReceiver(*options_.receiver);
         realTimeRefused_ = askForRealTime();
         if (!realTimeRefused_.empty())
-            recorders_.front()->tell("host", "no SCHED_FIFO: " + realTimeRefused_ +
-                                                 "; a loaded machine makes the run late, the summary tells how much");
+            recorders_.front()->tell(
+                "host", "no SCHED_FIFO: " + realTimeRefused_ +
+                            "; a loaded machine makes the run late, the summary tells how much");
+    }
+
+    HostReport host() const
+    {
+        return hostReport(*hostNet_, *hostClock_, realTimeRefused_, receiver_.get());
     }
 
     /// In place of the simulated receiver, which has no power any more.
@@ -228,7 +247,8 @@ private:
         for (const auto& r : recorders_) units.push_back(r.get());
         console_ = std::make_unique<Console>(ConsoleRun{
             world_, control, scenario_, units, hostNet_ == nullptr,
-            [this](const sim::EventSpec& event) { happen(event); }});
+            [this](const sim::EventSpec& event) { happen(event); },
+            [this] { return hostNet_ ? heardText(toJson(host())) : ""; }});
         control.onEnd([this] {
             console_->tell("the scenario's end at " + clockText(scenario_.duration_s) +
                            " is reached: 'quit' ends the run, 'until' or 'step' goes beyond");
@@ -254,7 +274,7 @@ private:
         recording.complete = world_.now() >= worldTime(scenario_.duration_s);
         if (recording.complete) recording.checks = evaluateChecks(checks_, recording);
         recording.misuses = misuses_;
-        if (hostNet_) recording.host = hostReport(*hostNet_, *hostClock_, realTimeRefused_, receiver_.get());
+        if (hostNet_) recording.host = host();
         if (!options_.out.empty())
             for (auto& unit : units_)
                 unit->node().volumes().save(options_.out + "/volumes-" + unit->name());
@@ -280,6 +300,15 @@ private:
     std::unique_ptr<Console> console_;
 };
 
+void makeOneStep(std::vector<sim::PtpMasterConfig>& masters, const std::vector<HostInterface>& interfaces)
+{
+    bool any = false;
+    for (sim::PtpMasterConfig& m : masters)
+        for (const HostInterface& i : interfaces)
+            if (i.host == m.name) any = true, m.twoStep = false;
+    if (!any) throw sim::HostError("--one-step: no master is on an interface, as with --ptp-if gm1=eth1");
+}
+
 }  // namespace
 
 Recording runScenario(const sim::Scenario& scenario, const std::vector<CheckSpec>& checks,
@@ -290,6 +319,7 @@ Recording runScenario(const sim::Scenario& scenario, const std::vector<CheckSpec
     sim::Scenario onHost = scenario;
     const i64 tai_s = clock.taiAtBeginning() - (options.hostTimeIsUtc ? sim::TAI_AHEAD_OF_UTC : 0);
     onHost.setMasterEpoch(tai_s);
+    if (options.oneStep) makeOneStep(onHost.masters, options.interfaces);
     for (sim::UnitSpec& unit : onHost.units)
         if (unit.gps) unit.gps->start = clock.taiAtBeginning() - sim::TAI_AHEAD_OF_UTC;
     return Run(onHost, checks, options, &clock).run();

@@ -33,12 +33,13 @@ struct RunOptions {
     // The run keeps the host's time when there is one of these.
     std::vector<HostInterface> interfaces;
     std::optional<HostReceiver> receiver;
+    bool oneStep = false;          // masters on interfaces tell the time in Sync itself
     bool hostTimeIsUtc = false;    // true time of such a run is the host's UTC as it stands, not TAI
     bool onHost() const { return !interfaces.empty() || receiver; }
 };
 
-/// Throws sim::HostError for an interface or a line that can't be used, StatusError for a status that can't be
-/// served.
+/// Throws sim::HostError for an interface or a line that can't be used, StatusError for a status that can't
+/// be served.
 Recording runScenario(const sim::Scenario& scenario, const std::vector<CheckSpec>& checks,
                       const RunOptions& options);
 

@@ -1,5 +1,5 @@
-// What happens to the units of a drawn scenario. Each disturbance is taken back after a while, and behind each
-// round of them everything is left alone for more than an hour.
+// What happens to the units of a drawn scenario. Each disturbance is taken back after a while, and behind
+// each round of them everything is left alone for more than an hour.
 #include "app/soak_plan.h"
 
 #include <algorithm>
@@ -139,8 +139,8 @@ double Plan::source(const Drawn& u, double at_s)
     return lasts;
 }
 
-/// The main processor has the serial line read as another reference's, and comes back to the first, by an order
-/// or as a new one that knows of that alone.
+/// The main processor has the serial line read as another reference's, and comes back to the first, by an
+/// order or as a new one that knows of that alone.
 double Plan::lineChangesHands(const Drawn& u, double at_s)
 {
     const double lasts = lasting(at_s, 10.0, 1200.0);

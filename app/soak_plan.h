@@ -1,5 +1,5 @@
-// soak_plan.h - The scenario that a seed draws, as it is being drawn: units, what connects them, and rounds of
-// disturbances with an hour of quiet behind each, in which everything has to come back.
+// soak_plan.h - The scenario that a seed draws, as it is being drawn: units, what connects them, and rounds
+// of disturbances with an hour of quiet behind each, in which everything has to come back.
 #pragma once
 #include "sim/clock/random.h"
 

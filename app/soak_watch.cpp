@@ -35,8 +35,8 @@ bool hasTime(u8 clock)
 
 constexpr u32 bit(u8 state) { return 1u << state; }
 
-/// Clock states that may follow each one in a run of the program, in one role. A loss of tracking may come and go
-/// in any state; the halted state ends with a restart.
+/// Clock states that may follow each one in a run of the program, in one role. A loss of tracking may come
+/// and go in any state; the halted state ends with a restart.
 constexpr u32 DEGRADES = bit(KVD_TUIIF_FREQUENCY_DRIFTING) | bit(KVD_TUIIF_LOSS_OF_TRACKING) |
                          bit(KVD_TUIIF_FAILURE);
 constexpr u32 FREQUENCY = bit(KVD_TUIIF_FREQUENCY_LOCKED) | bit(KVD_TUIIF_FREQUENCY_HOLDOVER);
@@ -189,7 +189,8 @@ void SoakWatch::lookAtMemory(const Moment& m)
 void SoakWatch::lookAtModel(const Moment& m, const Licence& may)
 {
     const u8 expected = expectedClock(m.facts);
-    // A slave without its leader runs free after a minute whatever the regulator's state, and until it is locked again.
+    // A slave without its leader runs free after a minute whatever the regulator's state, and until it is
+    // locked again.
     const bool runsFree = may.slave && m.clock == KVD_TUIIF_SLAVE_FREE_RUNNING &&
                           (m.selected == NO_REFERENCE || m.facts.slavePllState != SLAVE_PLL_Locked);
     constexpr double LOOP_STARTS_s = 30.0;        // a restored loop tells its state once it has filtered

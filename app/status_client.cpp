@@ -104,6 +104,7 @@ void show(const Json& run, const StatusQuery& query)
         for (const Json& unit : run.at("units"))
             if (query.unit.empty() || unit.at("unit").get<std::string>() == query.unit)
                 std::printf("%s%s", whyText(unit).c_str(), sourcesText(unit).c_str());
+        if (run.contains("host")) std::printf("%s", heardText(run.at("host")).c_str());
         const bool isPaused = run.at("paused").get<bool>();
         std::printf("%s, %.4g times real time%s\n\n", run.at("scenario").get<std::string>().c_str(),
                     run.at("speed").get<double>(), isPaused ? ", paused" : "");

@@ -39,6 +39,7 @@ void StatusFeed::publish(double now_s, bool paused, bool ended)
                       {"paused", paused},      {"ended", ended},     {"units", StatusJson::array()}};
     for (Recorder* const r : recorders_)
         run["units"].push_back(toJson(readUnitStatus(r->unit(), r->recording, now_s)));
+    if (host_) run["host"] = host_();
     if (socket_) socket_->publish(lineOf(run));
     if (metrics_) metrics_->publish(metricsPage(run));
     changed_ = false;
@@ -183,6 +184,34 @@ void addPackets(std::string& page, const Json& units)
                 p.at("taken"));
 }
 
+/// Of a run that keeps the machine's time.
+void addHost(std::string& page, const Json& host)
+{
+    const Json& late = host.at("lateness");
+    const auto one = [&page](const char* name, const char* type, const char* help, const Json& value) {
+        head(page, name, type, help);
+        page += std::string(name) + " " + value.dump() + "\n";
+    };
+    one("tu_host_real_time", "gauge", "1 where the kernel runs the program first (SCHED_FIFO).",
+        flag(host.at("real_time")));
+    one("tu_host_late_max_seconds", "gauge", "How late the machine let the run be, at most.", late.at("max_s"));
+    one("tu_host_late_mean_seconds", "gauge", "How late it is in the mean.", late.at("mean_s"));
+    one("tu_host_clock_steps_total", "counter", "Steps of the machine's time of day.",
+        host.at("clock_steps"));
+    head(page, "tu_host_late_total", "counter", "Times that the run was later than a limit.");
+    for (const char* const limit : {"1ms", "10ms", "100ms"})
+        row(page, "tu_host_late_total", label("over", limit), late.at(std::string("over_") + limit));
+    head(page, "tu_interface_packets_total", "counter",
+         "Packets of an interface, by what became of them.");
+    for (const Json& i : host.at("interfaces"))
+        for (const char* const what :
+             {"received", "sent", "unstamped", "stamps_lost", "not_sent", "unusable", "errors"})
+            row(page, "tu_interface_packets_total",
+                label("interface", i.at("interface").get<std::string>()) + "," +
+                    label("host", i.at("host").get<std::string>()) + "," + label("what", what),
+                i.at(what));
+}
+
 }  // namespace
 
 std::string metricsPage(const StatusJson& run)
@@ -200,6 +229,7 @@ std::string metricsPage(const StatusJson& run)
     addInfo(page, units);
     addSources(page, units);
     addPackets(page, units);
+    if (run.contains("host")) addHost(page, run.at("host"));
     return page;
 }
 

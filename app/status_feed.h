@@ -6,6 +6,7 @@
 #include "app/unit_status_text.h"
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -23,6 +24,8 @@ public:
     StatusFeed(std::string scenario, const FeedOptions& options);
 
     void add(Recorder& recorder) { recorders_.push_back(&recorder); }
+    /// Asked for what the machine gives a run that keeps its time.
+    void onHost(std::function<StatusJson()> host) { host_ = std::move(host); }
     /// Something has happened: the next look publishes.
     void changed() { changed_ = true; }
     /// Between two instants of the world.
@@ -41,6 +44,7 @@ private:
     std::unique_ptr<StatusServer> socket_;
     std::unique_ptr<MetricsServer> metrics_;
     std::vector<Recorder*> recorders_;
+    std::function<StatusJson()> host_;
     bool changed_ = true, paused_ = false;
     Clock::time_point published_{}, measured_ = Clock::now();
     double measuredAt_s_ = 0, speed_ = 0;

@@ -1,14 +1,12 @@
 // driver.cpp - Feeds a fuzz target with random inputs from a seed: the same inputs at each run.
 //     fuzz_signals --inputs 100000 --seed 7
 //     fuzz_signals --seed 7 --only 4711
-#include "sim/clock/random.h"
+#include "fuzz/input.h"
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string>
-#include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size);
 /// Of the sanitizers, where the target is built with them.
@@ -34,12 +32,8 @@ void onDeath(int signal)
 
 void runInput(u64 number)
 {
-    constexpr u64 LONGEST = 400;
     current = number;
-    // A stream an input, so that a failing one can be run alone.
-    sim::Random random(seed, "fuzz" + std::to_string(number));
-    std::vector<unsigned char> bytes(random.bits() % LONGEST);
-    for (unsigned char& b : bytes) b = static_cast<unsigned char>(random.bits());
+    const std::vector<unsigned char> bytes = fuzz::inputOf(seed, number);
     LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
 }
 

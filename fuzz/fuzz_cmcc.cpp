@@ -1,7 +1,7 @@
-// The time input's whole way: bytes in pieces on the serial line, frames whole and damaged, time that passes, a
-// 1PPS that comes and goes, in a running unit that supervises and selects the input. What is counted is what a
-// plain reading of the whole stream gives; the state stays one of the known, the program lives on, and good
-// frames bring the time back.
+// The time input's whole way: bytes in pieces on the serial line, frames whole and damaged, time that passes,
+// a 1PPS that comes and goes, in a running unit that supervises and selects the input. What is counted is
+// what a plain reading of the whole stream gives; the state stays one of the known, the program lives on, and
+// good frames bring the time back.
 #include "base/tu_common.h"
 #include "fuzz/fuzz.h"
 #include "refs/kvd_hptsi_int.h"
@@ -24,8 +24,8 @@ sim::NodeConfig config()
     return c;
 }
 
-/// The rule said in another way: outside of a frame a "C" and an "M" next to each other begin one, which has 20
-/// bytes whatever they are. Its last byte may be the "C" of the next.
+/// The rule said in another way: outside of a frame a "C" and an "M" next to each other begin one, which has
+/// 20 bytes whatever they are. Its last byte may be the "C" of the next.
 struct Model {
     u32 bytes = 0, infos = 0, states = 0;
     Bytes frame;
@@ -155,7 +155,8 @@ void recover(Target& t)
         t.world.runFor(700 * ose::MS);
         check(t);
     }
-    require(t.state().hptsiState == hptsi::OPERATIONAL_WITH_VALID_TIME, "good frames don't bring the time back");
+    require(t.state().hptsiState == hptsi::OPERATIONAL_WITH_VALID_TIME,
+            "good frames don't bring the time back");
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Captures of any content: one is read or refused with a line that names it, and what is found of PTP in it
 // lies within its packet. The bytes lie in a buffer of their own size.
 #include "app/pcap_file.h"
+#include "fuzz/wire_inputs.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -46,13 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     file = HEADS[2];
     for (const std::size_t word : {std::size_t{0}, std::size_t{0}, rest.size(), rest.size()})
         for (int shift = 24; shift >= 0; shift -= 8) file.push_back(static_cast<u8>(word >> shift));
-    Bytes frame = rest;
-    constexpr u8 TYPES[][2] = {{0x88, 0xF7}, {0x81, 0x00}, {0x08, 0x00}, {0x86, 0xDD}};
-    if (frame.size() > 24) {
-        std::copy_n(TYPES[data[0] >> 6], 2, frame.begin() + 12);
-        frame[14] = static_cast<u8>(0x40 | (frame[14] & 0xF));
-        frame[(data[0] >> 6) == 3 ? 20 : 23] = 17;
-    }
+    const Bytes frame = fuzz::frameOf(rest, data[0] >> 6);
     file.insert(file.end(), frame.begin(), frame.end());
     readFile(file);
     return 0;

@@ -1,6 +1,6 @@
 // Frames, datagrams, negotiation TLVs and signals of any content to the packet process of a running unit:
 // it lives on, its table and its clocks stay what they can be, and whatever it sends is a PTP message.
-#include "fuzz/fuzz.h"
+#include "fuzz/wire_inputs.h"
 #include "node/cfi.h"
 #include "node/ipsocki.h"
 #include "node/pktsyncdrv.h"
@@ -12,7 +12,9 @@
 
 namespace {
 
+using fuzz::message;
 using fuzz::require;
+using fuzz::signaling;
 using fuzz::take;
 using fuzz::takeOctets;
 
@@ -87,56 +89,6 @@ struct Target {
     }
 };
 
-/// A message of any content; mostly of a type, version, domain and length that pass.
-std::vector<u8> message(fuzz::Input& rest, u8 domain)
-{
-    constexpr u8 TYPES[] = {ptp::SYNC, ptp::FOLLOW_UP, ptp::DELAY_RESP, ptp::ANNOUNCE, ptp::SIGNALING};
-    const u8 kind = take<u8>(rest), type = take<u8>(rest);
-    std::vector<u8> m = takeOctets(rest, 44 + take<u8>(rest) % 40);
-    if (kind >= 220 || m.size() < 40) return m;
-    m[0] = TYPES[type % 5];
-    m[1] = 2;
-    m[2] = 0;
-    m[3] = static_cast<u8>(m.size() - (kind < 200 ? 0 : kind % 3));
-    m[4] = domain;
-    m[6] &= 0x06;
-    const std::array<u8, 8> master{0, 0x1B, 0x19, 0xFF, 0xFE, 0, 0, static_cast<u8>(type % 3)};
-    std::copy(master.begin(), master.end(), m.begin() + 20);
-    m[28] = 0;
-    m[29] = 1;
-    m[30] = 0;                           // few sequence numbers: stamps meet
-    m[31] &= 0x0F;
-    m[33] = static_cast<u8>(kind < 180 ? -(kind % 8) : m[33]);
-    return m;
-}
-
-/// Negotiation as a master would speak it, to any port, TLVs of any kind and length.
-std::vector<u8> signaling(fuzz::Input& rest)
-{
-    ptp::Message m;
-    m.type = ptp::SIGNALING;
-    m.domain = UNICAST_DOMAIN;
-    m.source.clock = {0, 0x1B, 0x19, 0xFF, 0xFE, 0, 0, 1};
-    m.target.clock.fill(0xFF);
-    m.target.number = 0xFFFF;
-    const u8 count = take<u8>(rest) % 5;
-    for (u8 i = 0; i < count; ++i) {
-        const u8 kind = take<u8>(rest);
-        const std::size_t length = kind % 4 != 0 ? 8 : take<u8>(rest) % 20;
-        ptp::Message::Tlv tlv{static_cast<u16>(kind % 9), takeOctets(rest, length)};
-        if (kind % 2 != 0 && tlv.value.size() == 8) {
-            constexpr u8 FLOWS[] = {ptp::ANNOUNCE, ptp::SYNC, ptp::DELAY_RESP, 0x5};
-            tlv.value[0] = static_cast<u8>(FLOWS[kind / 4 % 4] << 4);
-            tlv.value[2] = tlv.value[3] = 0;
-        }
-        m.tlvs.push_back(tlv);
-    }
-    std::vector<u8> octets = ptp::write(m);
-    const u8 cut = take<u8>(rest);
-    if (cut >= 200) octets.resize(octets.size() - std::min<std::size_t>(cut - 199u, octets.size()));
-    return octets;
-}
-
 void frame(Target& t, fuzz::Input& rest)
 {
     const auto head = take<std::array<u8, 3>>(rest);
@@ -154,7 +106,8 @@ void frame(Target& t, fuzz::Input& rest)
 void datagram(Target& t, fuzz::Input& rest, bool isSignaling)
 {
     const auto head = take<std::array<u8, 4>>(rest);
-    const std::vector<u8> octets = isSignaling ? signaling(rest) : message(rest, UNICAST_DOMAIN);
+    const std::vector<u8> octets =
+        isSignaling ? signaling(rest, UNICAST_DOMAIN) : message(rest, UNICAST_DOMAIN);
     TarsoIpsockiFdReadData ind{};
     ind.sigNo = TARSO_IPSOCKI_FD_READ_DATA;
     ind.localPort = head[0] % 8 != 0 ? 319 + head[0] % 2 : 318;

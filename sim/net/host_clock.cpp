@@ -56,14 +56,13 @@ std::optional<ose::Time> HostClock::ofStamp(i64 realtime_ns) const
     const i64 age_ns = source_.monotonic_ns() - monotonic_ns;
     constexpr i64 READING_ns = 10'000;   // what the offset may be wrong by
     constexpr i64 LONGEST_ns = 10 * NS_PER_s;
-    if (age_ns < -READING_ns || age_ns > LONGEST_ns) return std::nullopt;
+    if (age_ns < -READING_ns || age_ns > LONGEST_ns || monotonic_ns < steppedAt_ns_) return std::nullopt;
     return worldTime(monotonic_ns - beginning_ns_);
 }
 
 ose::Time HostClock::nextSecond(ose::Time after) const
 {
-    const i64 realtime_ns = beginning_ns_ + offset_ns_ + after / ose::NS;
-    return worldTime((realtime_ns / NS_PER_s + 1) * NS_PER_s - offset_ns_ - beginning_ns_);
+    return worldTime((realtimeOf(after) / NS_PER_s + 1) * NS_PER_s - offset_ns_ - beginning_ns_);
 }
 
 /// Between steps the two clocks run at one rate, so that only what is surely no error of reading counts.
@@ -73,6 +72,7 @@ void HostClock::follow()
     const Offset seen = measure();
     if (std::abs(seen.offset_ns - offset_ns_) <= SURE_ns + seen.width_ns) return;
     offset_ns_ = seen.offset_ns;
+    steppedAt_ns_ = source_.monotonic_ns();
     ++steps_;
 }
 

@@ -22,9 +22,11 @@ public:
 
     /// What the world's time is to be now; negative before it begins.
     ose::Time now() const;
-    /// The world's time of a stamp by CLOCK_REALTIME; nothing for one that lies ahead or more than 10 s back,
-    /// as one from before a step.
+    /// The world's time of a stamp by CLOCK_REALTIME; nothing for one that lies ahead, more than 10 s back, or
+    /// before the latest step was seen, when nobody knows which time of day it is of.
     std::optional<ose::Time> ofStamp(i64 realtime_ns) const;
+    /// CLOCK_REALTIME at a time of the world.
+    i64 realtimeOf(ose::Time at) const { return beginning_ns_ + offset_ns_ + at / ose::NS; }
     /// The world's time of the first whole second of the host's time of day behind `after`.
     ose::Time nextSecond(ose::Time after) const;
     /// TAI at the world's beginning, s since 1970.
@@ -42,6 +44,7 @@ private:
     i64 beginning_ns_ = 0;           // of CLOCK_MONOTONIC
     i64 tai_s_ = 0;
     u32 steps_ = 0;
+    i64 steppedAt_ns_ = INT64_MIN;   // of CLOCK_MONOTONIC
 };
 
 }  // namespace sim

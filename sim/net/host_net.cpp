@@ -43,10 +43,25 @@ HostNet::Interface& HostNet::interface(const std::string& name)
     if (i) return *i;
     const auto listens = [this, name] { return listens_ ? listens_(name) : std::nullopt; };
     const auto tell = [this, name](const std::string& text) { if (tell_) tell_(name, text); };
-    i = std::make_unique<Interface>(Interface{if_nametoindex(name.c_str()), openStamps(name),
+    i = std::make_unique<Interface>(Interface{if_nametoindex(name.c_str()), stampsFor(name),
                                               HeardMasters(world_, listens, tell), nullptr});
     i->ear = std::make_unique<HostEar>(name, i->index, i->heard);
     return *i;
+}
+
+InterfaceStamps HostNet::stampsFor(const std::string& name) const
+{
+    return openStamps(name, oneStep_.contains(name));
+}
+
+/// The cards' are read against the host's time of day.
+void HostNet::followClocks()
+{
+    const u32 before = clock_.steps();
+    clock_.follow();
+    if (clock_.steps() == before) return;
+    for (auto& [name, i] : interfaces_)
+        if (i->stamps.card) i->stamps.card->onHostStep();
 }
 
 /// One that was removed comes back as another.
@@ -62,7 +77,7 @@ void HostNet::followInterfaces()
         const unsigned index = if_nametoindex(name.c_str());
         if (index == i->index) continue;
         i->index = index;
-        if (index != 0) i->stamps = openStamps(name);
+        if (index != 0) i->stamps = stampsFor(name);
         i->ear = index != 0 ? std::make_unique<HostEar>(name, index, i->heard) : nullptr;
         for (const auto& port : ports_)
             if (port->interface() == name) port->reopen(index, i->stamps.card.get());
@@ -89,7 +104,7 @@ void HostNet::waitUntil(ose::Time due)
 void HostNet::runUntil(ose::Time end)
 {
     while (world_.now() < end) {
-        clock_.follow();
+        followClocks();
         followInterfaces();
         for (const auto& port : ports_) port->take();
         for (const auto& [name, i] : interfaces_)

@@ -8,6 +8,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 
 namespace sim {
 
@@ -38,6 +39,8 @@ public:
     HostNet(const HostNet&) = delete;
     HostNet& operator=(const HostNet&) = delete;
 
+    /// A master of one step is to be on the interface; before the first `add` there.
+    void wantOneStep(const std::string& interface) { oneStep_.insert(interface); }
     /// Takes the host off its paths and puts it on the interface. Throws HostError.
     HostPort& add(NetHost& host, const std::string& interface);
     /// Read beside the interfaces ; it must live as long as the runs.
@@ -52,6 +55,16 @@ public:
     {
         return interfaces_.at(interface)->stamps.text;
     }
+    /// Who puts the time into its Syncs of one step, one line.
+    const std::string& oneStepOf(const std::string& interface) const
+    {
+        return interfaces_.at(interface)->stamps.oneStep;
+    }
+    /// nullptr where it has none.
+    const CardClock* cardOf(const std::string& interface) const
+    {
+        return interfaces_.at(interface)->stamps.card.get();
+    }
     const Lateness& lateness() const { return lateness_; }
 
 private:
@@ -62,6 +75,8 @@ private:
         std::unique_ptr<HostEar> ear;
     };
     Interface& interface(const std::string& name);
+    InterfaceStamps stampsFor(const std::string& name) const;
+    void followClocks();
     void followInterfaces();
     void waitUntil(ose::Time due);
 
@@ -70,6 +85,7 @@ private:
     HostClock& clock_;
     Listens listens_;
     Tell tell_;
+    std::set<std::string> oneStep_;
     std::map<std::string, std::unique_ptr<Interface>> interfaces_;
     std::vector<std::unique_ptr<HostPort>> ports_;
     std::vector<HostDevice*> devices_;

@@ -88,6 +88,15 @@ bool isEvent(const NetPacket& packet)
     return at < packet.bytes.size() && (packet.bytes[at] & 0x0F) < FIRST_GENERAL_TYPE;
 }
 
+bool isOneStepSync(const NetPacket& packet)
+{
+    constexpr std::size_t FLAGS_AT = 6;
+    constexpr u8 TWO_STEP = 0x02;
+    const std::size_t at = messageAt(packet);
+    return at + ptp::HEADER <= packet.bytes.size() && (packet.bytes[at] & 0x0F) == ptp::SYNC &&
+           (packet.bytes[at + FLAGS_AT] & TWO_STEP) == 0;
+}
+
 /// The kernel's own stamp, of CLOCK_REALTIME in ns, or the card's.
 std::optional<i64> stampOf(msghdr& m, bool ofCard)
 {
@@ -267,11 +276,20 @@ bool HostPort::sendOn(Socket& s, const NetPacket& packet, bool wantsStamp)
     return sendmsg(s.fd, &m, 0) == static_cast<ssize_t>(packet.bytes.size());
 }
 
+Leaving HostPort::leaving() const
+{
+    const ose::Time now = clock_.now();
+    if (card_ == nullptr || !card_->inserts()) return {now, std::nullopt};
+    return {now, card_->cardTimeOf(clock_.realtimeOf(now))};
+}
+
+/// A card that puts the time into a Sync is asked for it as for a stamp, and gives none.
 void HostPort::send(const NetPacket& packet, Left left)
 {
     Socket& s = packet.isFrame ? frames_ : packet.fromPort == ptp::EVENT_PORT ? event_ : general_;
     const bool wantsStamp = left != nullptr;
-    if (s.fd < 0 || !sendOn(s, packet, wantsStamp)) {
+    const bool isInserted = card_ != nullptr && card_->inserts() && isOneStepSync(packet);
+    if (s.fd < 0 || !sendOn(s, packet, wantsStamp || isInserted)) {
         ++counts_.failed;
         return;
     }

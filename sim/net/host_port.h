@@ -38,6 +38,7 @@ public:
     // ---- Wire -----------------------------------------------------------------------------------
     void send(const NetPacket& packet, Left left) override;
     bool carriesDatagrams() const override { return event_.fd >= 0; }
+    Leaving leaving() const override;
 
     /// Takes what has come: packets and stamps of those sent become events of the world, none before its
     /// time.

@@ -27,24 +27,25 @@ struct File {
     File& operator=(const File&) = delete;
 };
 
+/// False with errno where the driver has no such thing.
 template <typename T>
-bool ask(const std::string& interface, unsigned long request, T& data)
+bool ask(const CardCalls& calls, const std::string& interface, unsigned long request, T& data)
 {
     const File any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq r{};
     std::strncpy(r.ifr_name, interface.c_str(), sizeof r.ifr_name - 1);
     r.ifr_data = reinterpret_cast<char*>(&data);
-    return ioctl(any.fd, request, &r) == 0;
+    return calls.control(any.fd, request, &r) == 0;
 }
 
 i64 nsOf(const ptp_clock_time& t) { return t.sec * NS_PER_s + t.nsec; }
 
 /// The narrowest of some readings of the card between two of the host.
-std::optional<CardClock::Reading> readCard(int fd)
+std::optional<CardClock::Reading> readCard(const CardCalls& calls, int fd)
 {
     ptp_sys_offset_extended o{};
     o.n_samples = 5;
-    if (ioctl(fd, PTP_SYS_OFFSET_EXTENDED, &o) != 0) return std::nullopt;
+    if (calls.control(fd, PTP_SYS_OFFSET_EXTENDED, &o) != 0) return std::nullopt;
     CardClock::Reading best{};
     i64 narrowest = INT64_MAX;
     for (unsigned i = 0; i < o.n_samples; ++i) {
@@ -62,6 +63,24 @@ std::optional<int> filterOf(const ethtool_ts_info& info)
     for (const int filter : {HWTSTAMP_FILTER_ALL, HWTSTAMP_FILTER_PTP_V2_EVENT})
         if ((info.rx_filters & (1u << filter)) != 0) return filter;
     return std::nullopt;
+}
+
+/// Why the card can't put the time into Sync, or nothing. What its clock is off goes into the
+/// correctionField, which holds 39 hours (IEEE 1588-2008 13.3.2.7).
+std::string whyNoInsertion(const std::string& driver, const ethtool_ts_info& info, const std::string& device,
+                           const CardClock::Reading& reading)
+{
+    constexpr i64 DAY_ns = 86'400 * NS_PER_s;
+    if ((info.tx_types & (1u << HWTSTAMP_TX_ONESTEP_SYNC)) == 0) return "driver " + driver;
+    if (std::abs(reading.card_ns - reading.realtime_ns) > DAY_ns)
+        return device + " is more than a day off the host's time";
+    return {};
+}
+
+std::string noInsertion(const std::string& interface, const std::string& why)
+{
+    return interface + " can't put the time into a Sync that leaves (" + why +
+           "): it tells the time before it is sent, early by what the kernel takes";
 }
 
 }  // namespace
@@ -84,6 +103,11 @@ void CardClock::follow()
     last_ = now;
 }
 
+void CardClock::onHostStep()
+{
+    if (const std::optional<Reading> now = read_()) last_ = now;
+}
+
 std::optional<i64> CardClock::realtimeOf(i64 card_ns) const
 {
     if (!last_) return std::nullopt;
@@ -91,31 +115,51 @@ std::optional<i64> CardClock::realtimeOf(i64 card_ns) const
     return last_->realtime_ns + std::llround(since / (1.0 + rate_));
 }
 
-InterfaceStamps openStamps(const std::string& interface)
+std::optional<i64> CardClock::cardTimeOf(i64 realtime_ns) const
 {
-    const auto software = [&](const std::string& why) {
-        return InterfaceStamps{nullptr,
-                               interface + " has no stamps of its own (" + why + "), the kernel's are taken"};
-    };
+    if (!last_) return std::nullopt;
+    const double since = static_cast<double>(realtime_ns - last_->realtime_ns);
+    return last_->card_ns + std::llround(since * (1.0 + rate_));
+}
+
+CardCalls CardCalls::kernel()
+{
+    return {[](const std::string& device) { return ::open(device.c_str(), O_RDWR | O_CLOEXEC); },
+            [](int fd, unsigned long request, void* data) { return ioctl(fd, request, data); }};
+}
+
+InterfaceStamps openStamps(const std::string& interface, bool oneStep, const CardCalls& calls)
+{
     ethtool_drvinfo driver{};
     driver.cmd = ETHTOOL_GDRVINFO;
-    const std::string name = ask(interface, SIOCETHTOOL, driver) ? driver.driver : "unknown";
+    const std::string name = ask(calls, interface, SIOCETHTOOL, driver) ? driver.driver : "unknown";
+    const auto software = [&](const std::string& why) {
+        return InterfaceStamps{
+            nullptr, interface + " has no stamps of its own (" + why + "), the kernel's are taken",
+            noInsertion(interface, "driver " + name)};
+    };
     ethtool_ts_info info{};
     info.cmd = ETHTOOL_GET_TS_INFO;
     constexpr u32 WANTED =
         SOF_TIMESTAMPING_TX_HARDWARE | SOF_TIMESTAMPING_RX_HARDWARE | SOF_TIMESTAMPING_RAW_HARDWARE;
-    if (!ask(interface, SIOCETHTOOL, info) || (info.so_timestamping & WANTED) != WANTED || info.phc_index < 0)
+    if (!ask(calls, interface, SIOCETHTOOL, info) || (info.so_timestamping & WANTED) != WANTED ||
+        info.phc_index < 0)
         return software("driver " + name);
     const std::optional<int> filter = filterOf(info);
     if (!filter) return software("driver " + name + " stamps no PTP");
-    hwtstamp_config config{0, HWTSTAMP_TX_ON, *filter};
-    if (!ask(interface, SIOCSHWTSTAMP, config))
-        return software("driver " + name + ": " + std::strerror(errno));
     const std::string device = "/dev/ptp" + std::to_string(info.phc_index);
-    const auto file = std::make_shared<File>(open(device.c_str(), O_RDWR | O_CLOEXEC));
-    if (file->fd < 0 || !readCard(file->fd)) return software(device + ": " + std::strerror(errno));
-    return {std::make_unique<CardClock>([file] { return readCard(file->fd); }),
-            interface + " stamps itself, its clock is " + device};
+    const auto file = std::make_shared<File>(calls.open(device));
+    const auto reading = file->fd >= 0 ? readCard(calls, file->fd) : std::nullopt;
+    if (!reading) return software(device + ": " + std::strerror(errno));
+    const std::string refused = oneStep ? whyNoInsertion(name, info, device, *reading) : "not wanted";
+    hwtstamp_config config{0, refused.empty() ? HWTSTAMP_TX_ONESTEP_SYNC : HWTSTAMP_TX_ON, *filter};
+    if (!ask(calls, interface, SIOCSHWTSTAMP, config))
+        return software("driver " + name + ": " + std::strerror(errno));
+    return {std::make_unique<CardClock>([calls, file] { return readCard(calls, file->fd); },
+                                        refused.empty()),
+            interface + " stamps itself, its clock is " + device,
+            refused.empty() ? interface + "'s card puts the time into each Sync as it leaves"
+                            : noInsertion(interface, refused)};
 }
 
 }  // namespace sim

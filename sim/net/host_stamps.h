@@ -1,5 +1,5 @@
-// host_stamps.h - Whose stamps an interface's packets have: the card's own, whose clock is then followed beside the
-// host's, or the kernel's.
+// host_stamps.h - Whose stamps an interface's packets have: the card's own, whose clock is then followed beside
+// the host's, or the kernel's; and who puts the time into a Sync of one step.
 // Units   ns of the host's CLOCK_REALTIME and of the card's clock.
 #pragma once
 #include "ose/types.h"
@@ -15,18 +15,28 @@ namespace sim {
 class CardClock {
 public:
     struct Reading { i64 card_ns, realtime_ns; };
-    explicit CardClock(std::function<std::optional<Reading>()> read) : read_(std::move(read)) { follow(); }
+    explicit CardClock(std::function<std::optional<Reading>()> read, bool inserts = false)
+        : read_(std::move(read)), inserts_(inserts)
+    {
+        follow();
+    }
 
     /// To be called now and then; a reading is taken once a second.
     void follow();
+    /// The host's time of day was stepped.
+    void onHostStep();
     /// Nothing before the first reading.
     std::optional<i64> realtimeOf(i64 card_ns) const;
+    std::optional<i64> cardTimeOf(i64 realtime_ns) const;
+    /// Whether the card puts its time into each Sync of one step as it leaves.
+    bool inserts() const { return inserts_; }
     i64 difference_ns() const { return last_ ? last_->card_ns - last_->realtime_ns : 0; }
     double rate_ppb() const { return rate_ * 1e9; }  // positive: the card's runs fast
     u32 steps() const { return steps_; }             // of one against the other
 
 private:
     std::function<std::optional<Reading>()> read_;
+    bool inserts_;
     std::optional<Reading> last_;
     double rate_ = 0;
     u32 steps_ = 0;
@@ -35,8 +45,16 @@ private:
 struct InterfaceStamps {
     std::unique_ptr<CardClock> card;                 // nullptr: the kernel's stamps
     std::string text;                                // one line about it
+    std::string oneStep;                             // and about Sync of one step
 };
-/// Turns the card's stamps on where there are any.
-InterfaceStamps openStamps(const std::string& interface);
+/// The calls of the machine that it takes, as open(2) and ioctl(2) answer.
+struct CardCalls {
+    std::function<int(const std::string& device)> open;
+    std::function<int(int fd, unsigned long request, void* data)> control;
+    static CardCalls kernel();
+};
+/// Turns the card's stamps on where there are any, and its part in Sync of one step where that is wanted.
+InterfaceStamps openStamps(const std::string& interface, bool oneStep,
+                           const CardCalls& calls = CardCalls::kernel());
 
 }  // namespace sim

@@ -117,6 +117,12 @@ bool Network::carriesDatagrams(const NetHost& host) const
     return wire == wires_.end() || wire->second->carriesDatagrams();
 }
 
+Leaving Network::leaving(const NetHost& host) const
+{
+    const auto wire = wires_.find(&host);
+    return wire != wires_.end() ? wire->second->leaving() : Leaving{world_.now(), std::nullopt};
+}
+
 void Network::send(NetHost& from, const NetPacket& packet, const Left& left)
 {
     if (onSend_) onSend_(from, packet);

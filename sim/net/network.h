@@ -13,6 +13,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -43,12 +44,20 @@ struct NetPacket {
 /// Told when a packet has left; never, when nothing is known of that.
 using Left = std::function<void(ose::Time at)>;
 
+/// When a packet that is sent now leaves, as far as that is known before it has left.
+struct Leaving {
+    ose::Time at = 0;
+    /// Who puts the time into a Sync of one step itself writes this as its origin: ns of its own clock.
+    std::optional<i64> inserted_ns;
+};
+
 /// What carries a host's packets in place of its paths.
 class Wire {
 public:
     virtual ~Wire() = default;
     virtual void send(const NetPacket& packet, Left left) = 0;
     virtual bool carriesDatagrams() const = 0;
+    virtual Leaving leaving() const = 0;
 };
 
 class NetHost {
@@ -89,6 +98,7 @@ public:
     /// The host's paths carry nothing while it is on a wire; nullptr takes it off.
     void putOn(NetHost& host, Wire* wire);
     bool carriesDatagrams(const NetHost& host) const;
+    Leaving leaving(const NetHost& host) const;
 
     /// To all hosts with a path, or to the one of its address.
     void send(NetHost& from, const NetPacket& packet, const Left& left = {});

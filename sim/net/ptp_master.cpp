@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 
 namespace sim {
 
@@ -86,7 +87,8 @@ ptp::Message PtpMaster::message(u8 type) const
     m.type = type;
     m.version = config.version;
     m.domain = config.domain;
-    m.flags0 = static_cast<u8>((config.unicast ? UNICAST : 0) | (config.alternateMaster ? ALTERNATE_MASTER : 0));
+    m.flags0 = static_cast<u8>((config.unicast ? UNICAST : 0) |
+                               (config.alternateMaster ? ALTERNATE_MASTER : 0));
     m.source = {config.identity, config.portNumber};
     m.control = controlOf(type);
     return m;
@@ -97,7 +99,8 @@ void PtpMaster::send(const ptp::Message& m, const NetAddress* to, bool isEvent, 
     NetPacket packet;
     const std::vector<u8> octets = ptp::write(m);
     if (to == nullptr) {
-        packet.bytes = ptp::frame(config.nonForwardable ? NON_FORWARDABLE : FORWARDABLE, config.mac, 0, octets);
+        const MacAddress& group = config.nonForwardable ? NON_FORWARDABLE : FORWARDABLE;
+        packet.bytes = ptp::frame(group, config.mac, 0, octets);
     } else {
         packet.isFrame = false;
         packet.bytes = octets;
@@ -140,7 +143,9 @@ void PtpMaster::sendSync(const NetAddress* to, i8 logInterval)
     // What the correction says has passed since the origin.
     const double since_s = config.correction_ns * 1e-9;
     if (!config.twoStep) {
-        m.stamp = stampOf(world_.now(), -since_s);
+        const Leaving leaving = network_.leaving(*this);
+        m.stamp = stampOf(leaving.at, -since_s);
+        if (leaving.inserted_ns) leaveOrigin(m, *leaving.inserted_ns);
         return send(m, to, true);
     }
     m.flags0 |= TWO_STEP;
@@ -153,6 +158,17 @@ void PtpMaster::sendSync(const NetAddress* to, i8 logInterval)
         follow.stamp = stampOf(at, -since_s);
         after(FOLLOW_UP_LATER_s, [this, follow, slave] { send(follow, slave ? &*slave : nullptr, false); });
     });
+}
+
+/// The origin is the card's to write, by its own clock: the correction tells what this clock is ahead of it.
+void PtpMaster::leaveOrigin(ptp::Message& m, i64 card_ns)
+{
+    constexpr i64 NS = 1'000'000'000;
+    constexpr i64 TOO_BIG = INT64_MAX;   // to be represented (IEEE 1588-2008 13.3.2.7)
+    constexpr i64 LARGEST_ns = (TOO_BIG >> 16) - NS;
+    const i64 ahead_ns = static_cast<i64>(m.stamp.seconds) * NS + m.stamp.ns - card_ns;
+    m.correction = std::abs(ahead_ns) < LARGEST_ns ? m.correction + ahead_ns * 65536 : TOO_BIG;
+    m.stamp = {};
 }
 
 void PtpMaster::onPacket(const NetPacket& packet)

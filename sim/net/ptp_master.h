@@ -82,6 +82,7 @@ private:
     void sync();
     void sendAnnounce(const NetAddress* to);
     void sendSync(const NetAddress* to, i8 logInterval);
+    static void leaveOrigin(ptp::Message& m, i64 card_ns);
     void onDelayReq(const ptp::Message& m, const NetPacket& packet);
     void onSignaling(const ptp::Message& m, const NetPacket& packet);
     void onRequest(const NetAddress& slave, const std::vector<u8>& value);

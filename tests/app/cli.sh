@@ -93,6 +93,7 @@ wait $run
 expect 2 "no such interface" run "$dir/good.toml" --ptp-if nowhere0
 told '^nowhere0: there is no such network interface$' "the interface isn't named" err
 expect 2 "nobody to put on it" run "$dir/good.toml" --ptp-if gm1=lo
+expect 2 "one step and no master" run "$dir/good.toml" --ptp-if lo --one-step
 expect 2 "an interface at another speed" run "$dir/good.toml" --ptp-if lo --speed 10
 printf '# heading\n$GPGGA,1\r\n$GPXYZ,1*00\r\n' >"$dir/good.log"
 : >"$dir/empty.log"
@@ -147,6 +148,7 @@ if "$tu" run "$dir/good.toml" --ptp-if lo --quiet --shell </dev/null >"$dir/out"
         took=$(($(date +%s) - began))
         [ $took -le 9 ] || { echo "6 s of run took $took s of the host's ($shell)"; failed=1; }
         told '"virtual_seconds": 6' "time was lost ($shell)" paced.json
+        told '"over_100ms": [1-9]' "the pause isn't told ($shell)" paced.json
     done
 fi
 expect 0 "a long run" soak --hours 0.2 --seed 5 --save "$dir/drawn.toml"

@@ -2,13 +2,21 @@
 // a receiver on a serial line, here a pty.
 #include "sim/net/heard.h"
 #include "sim/net/host_stamps.h"
+#include "sim/net/ptp_master.h"
 #include "sim/node/node.h"
 #include "sim/refs/host_gps.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstring>
 #include <fcntl.h>
+#include <linux/ethtool.h>
+#include <linux/net_tstamp.h>
+#include <linux/ptp_clock.h>
+#include <linux/sockios.h>
+#include <net/if.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -135,13 +143,153 @@ TEST(CardClock, IsFollowedThroughItsRateAndItsSteps)
                     static_cast<double>(c.within_ns));
         EXPECT_EQ(clock.steps(), c.steps);
     }
+    realtime += 5'000'000;                              // too little to be seen by a reading
+    clock.onHostStep();
+    EXPECT_EQ(clock.realtimeOf(card), realtime);
 }
 
-TEST(CardClock, AnInterfaceWithoutStampsSaysSo)
+/// A card's driver and clock, asked as the kernel's would be.
+struct Card {
+    u32 stamping =
+        SOF_TIMESTAMPING_TX_HARDWARE | SOF_TIMESTAMPING_RX_HARDWARE | SOF_TIMESTAMPING_RAW_HARDWARE;
+    u32 txTypes = 1 << HWTSTAMP_TX_OFF | 1 << HWTSTAMP_TX_ON;
+    u32 filters = 1 << HWTSTAMP_FILTER_PTP_V2_EVENT;
+    int clock = 3;                   // its number
+    i64 off_s = 37;                  // of its clock from the host's
+    int refuses = 0;                 // errno
+    const char* device = "/dev/null";
+    hwtstamp_config set{};
+
+    sim::CardCalls calls()
+    {
+        return {[this](const std::string& name) {
+                    EXPECT_EQ(name, "/dev/ptp3");
+                    return open(device, O_RDWR | O_CLOEXEC);
+                },
+                [this](int, unsigned long request, void* data) { return answer(request, data); }};
+    }
+    int answer(unsigned long request, void* data)
+    {
+        if (request == PTP_SYS_OFFSET_EXTENDED) return read(*static_cast<ptp_sys_offset_extended*>(data));
+        void* const asked = static_cast<ifreq*>(data)->ifr_data;
+        if (request == SIOCSHWTSTAMP) {
+            std::memcpy(&set, asked, sizeof set);
+            errno = refuses;
+            return refuses != 0 ? -1 : 0;
+        }
+        auto* const info = static_cast<ethtool_ts_info*>(asked);
+        if (info->cmd == ETHTOOL_GDRVINFO) {
+            std::strcpy(static_cast<ethtool_drvinfo*>(asked)->driver, "card");
+        } else {
+            info->so_timestamping = stamping;
+            info->tx_types = txTypes;
+            info->rx_filters = filters;
+            info->phc_index = clock;
+        }
+        return 0;
+    }
+    /// The third of the readings is the narrowest; the others are far off.
+    int read(ptp_sys_offset_extended& o) const
+    {
+        for (unsigned i = 0; i < o.n_samples; ++i) {
+            const u32 width = i == 2 ? 200 : 90'000;
+            o.ts[i][0] = {1'700'000'000, 1000, 0};
+            o.ts[i][1] = {1'700'000'000 + off_s, i == 2 ? 1100u : 1001u, 0};
+            o.ts[i][2] = {1'700'000'000, 1000 + width, 0};
+        }
+        return 0;
+    }
+};
+
+TEST(CardClock, IsTakenWhereItStampsPtpAndPutsTheTimeInWhereItCan)
 {
-    const sim::InterfaceStamps stamps = sim::openStamps("lo");
-    EXPECT_EQ(stamps.card, nullptr);
-    EXPECT_THAT(stamps.text, HasSubstr("lo has no stamps of its own (driver "));
+    constexpr u32 INSERTS = 1 << HWTSTAMP_TX_ONESTEP_SYNC | 1 << HWTSTAMP_TX_ON;
+    constexpr const char* BEFORE = "it tells the time before it is sent";
+    struct Case {
+        Card card;
+        bool oneStep, isTaken, inserts;
+        const char *text, *oneStepText;
+    };
+    const auto with = [](auto change) {
+        Card card;
+        change(card);
+        return card;
+    };
+    Case cases[] = {
+        {Card{}, false, true, false, "eth9 stamps itself, its clock is /dev/ptp3", BEFORE},
+        {Card{}, true, true, false, "eth9 stamps itself",
+         "(driver card): it tells the time before it is sent"},
+        {with([](Card& c) { c.txTypes = INSERTS; }), true, true, true, "eth9 stamps itself",
+         "eth9's card puts the time into each Sync as it leaves"},
+        {with([](Card& c) { c.txTypes = INSERTS; }), false, true, false, "eth9 stamps itself", BEFORE},
+        {with([](Card& c) { c.txTypes = INSERTS, c.off_s = -90'000; }), true, true, false,
+         "eth9 stamps itself", "/dev/ptp3 is more than a day off the host's time"},
+        {with([](Card& c) { c.stamping &= ~u32{SOF_TIMESTAMPING_TX_HARDWARE}; }), true, false, false,
+         "eth9 has no stamps of its own (driver card)", BEFORE},
+        {with([](Card& c) { c.clock = -1; }), true, false, false, "(driver card)", BEFORE},
+        {with([](Card& c) { c.filters = 1 << HWTSTAMP_FILTER_PTP_V1_L4_EVENT; }), true, false, false,
+         "driver card stamps no PTP", BEFORE},
+        {with([](Card& c) { c.filters |= 1 << HWTSTAMP_FILTER_ALL; }), true, true, false,
+         "eth9 stamps itself", BEFORE},
+        {with([](Card& c) { c.refuses = EPERM; }), true, false, false, "Operation not permitted", BEFORE},
+        {with([](Card& c) { c.device = "/none"; }), true, false, false, "/dev/ptp3: No such file", BEFORE},
+    };
+    for (Case& c : cases) {
+        SCOPED_TRACE(c.text + std::string(", ") + c.oneStepText);
+        const sim::InterfaceStamps stamps = sim::openStamps("eth9", c.oneStep, c.card.calls());
+        EXPECT_THAT(stamps.text, HasSubstr(c.text));
+        EXPECT_THAT(stamps.oneStep, HasSubstr(c.oneStepText));
+        ASSERT_EQ(stamps.card != nullptr, c.isTaken);
+        if (!c.isTaken) continue;
+        EXPECT_EQ(stamps.card->inserts(), c.inserts);
+        EXPECT_EQ(c.card.set.tx_type, c.inserts ? HWTSTAMP_TX_ONESTEP_SYNC : HWTSTAMP_TX_ON);
+        EXPECT_NE(c.card.filters & 1u << c.card.set.rx_filter, 0u);
+        EXPECT_EQ(stamps.card->difference_ns(), c.card.off_s * 1'000'000'000);
+    }
+    EXPECT_THAT(sim::openStamps("lo", true).text, HasSubstr("lo has no stamps of its own (driver "));
+}
+
+/// What a slave makes of a Sync whose origin the card writes by its own clock is the master's time.
+TEST(CardClock, ASyncOfOneStepTellsTheMastersTimeThroughTheCardsClock)
+{
+    struct Cable : sim::Wire {
+        sim::Leaving now;
+        std::vector<u8> sent;
+        void send(const sim::NetPacket& packet, sim::Left) override { sent = packet.bytes; }
+        bool carriesDatagrams() const override { return false; }
+        sim::Leaving leaving() const override { return now; }
+    };
+    constexpr i64 S = 1'000'000'000, TAI = 1'704'067'237;
+    struct Case { const char* what; i64 ahead_ns; bool isTooBig; };
+    constexpr Case CASES[] = {{"as the host's UTC", -37 * S, false}, {"ahead", 1234, false},
+                              {"near the field's end", -140'000 * S, false}, {"since 1970", -TAI * S, true}};
+    for (const Case& c : CASES) {
+        SCOPED_TRACE(c.what);
+        ose::World world;
+        sim::Network network(world);
+        sim::PtpMasterConfig config;
+        config.twoStep = false;
+        config.announces = false;
+        config.correction_ns = 250;
+        config.stampResolution_ns = 1;
+        sim::PtpMaster master(world, network, config);
+        Cable cable;
+        network.putOn(master, &cable);
+        // It leaves half a second later than the world's time is.
+        const ose::Time leaves = 500 * ose::MS;
+        const i64 card_ns = TAI * S + leaves / ose::NS + c.ahead_ns;
+        cable.now = {leaves, card_ns};
+        world.runFor(ose::SEC / 16);
+        const std::size_t at = sim::ptp::messageAt(cable.sent);
+        ASSERT_NE(at, 0u);
+        const auto m = sim::ptp::read(cable.sent.data() + at, cable.sent.size() - at);
+        ASSERT_TRUE(m && m->type == sim::ptp::SYNC);
+        EXPECT_EQ(m->stamp.seconds, 0u);
+        EXPECT_EQ(m->flags0 & 2, 0);
+        if (c.isTooBig) EXPECT_EQ(m->correction, INT64_MAX);
+        else            EXPECT_EQ(card_ns + m->correction / 65536, TAI * S + leaves / ose::NS);
+        network.putOn(master, nullptr);
+    }
 }
 
 // ---- a receiver on a line -----------------------------------------------------------------------

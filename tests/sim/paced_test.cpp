@@ -1,6 +1,5 @@
 // A unit on an interface of the machine: the host's clocks against the world's time, what the sockets bring
 // and refuse. How a unit follows another host's master, and leads its slave, is seen in scripts/lab.
-#include "sim/clock/random.h"
 #include "sim/net/host_net.h"
 #include "sim/net/heard.h"
 
@@ -70,11 +69,15 @@ TEST(PacedClock, StampsBecomeTimesOfTheWorldAcrossSteps)
         host.offset += c.step_ns;
         clock.follow();
         EXPECT_EQ(clock.steps(), c.steps);
+        const i64 before = host.monotonic + host.offset - c.step_ns - 300 * US;
+        EXPECT_EQ(clock.ofStamp(before).has_value(), std::abs(c.step_ns) < 5 * US);
+        host.monotonic += MS;
         const i64 stamp = host.monotonic + host.offset - 300 * US;
         const auto at = clock.ofStamp(stamp);
         ASSERT_TRUE(at);
         EXPECT_NEAR(static_cast<double>(*at - clock.now()) / 1e3, -300e3, 2300);
     }
+    host.monotonic += 20 * S;
     const i64 now = host.monotonic + host.offset;
     EXPECT_TRUE(clock.ofStamp(now - 10 * S + 10 * US));
     EXPECT_FALSE(clock.ofStamp(now - 10 * S - 10 * US));
@@ -307,33 +310,6 @@ TEST_F(Cable, APauseIsMadeUpFor)
     EXPECT_EQ(host.packets.size(), 200u);
     EXPECT_EQ(port->counts().unstamped, 0u);
     EXPECT_GE(net->lateness().count, 1u);
-}
-
-TEST_F(Cable, HostileFramesReachNobodyButTheHost)
-{
-    std::vector<std::string> told;
-    sim::HeardMasters heard(world, [] { return std::optional(std::vector<sim::Listening>{}); },
-                            [&](const std::string& text) { told.push_back(text); });
-    port->reportTo(heard, true);
-    sim::Random random(7, "hostile");
-    constexpr u32 FRAMES = 3000;
-    const auto before = port->counts();
-    for (u32 i = 0; i < FRAMES; ++i) {
-        std::vector<u8> f = frame(1 + random.bits() % 1600, static_cast<u8>(random.bits()));
-        for (int turns = 0; turns < 40; ++turns)
-            f[14 + random.bits() % (f.size() - 14)] = static_cast<u8>(random.bits());
-        sendFar(f);
-        if (i % 100 == 0) run(2);
-    }
-    run(50);
-    const auto& after = port->counts();
-    EXPECT_EQ(after.received - before.received + after.unusable - before.unusable, FRAMES);
-    EXPECT_EQ(after.unstamped, before.unstamped);
-    EXPECT_LE(heard.masters().size(), 64u);
-    host.packets.clear();
-    sendFar(frame(44));
-    run(20);
-    EXPECT_EQ(host.packets.size(), 1u);
 }
 
 TEST_F(Cable, DatagramsNeedTheHostsAddress)
