@@ -5,8 +5,8 @@
 
 namespace app {
 
-/// `value` is what was measured and `least` to `most` what it may be, in the unit `of`; a kind without a number
-/// has none of them.
+/// `value` is what was measured and `least` to `most` what it may be, in the unit `of`; a kind without a
+/// number has none of them.
 struct Outcome {
     bool pass = false;
     std::string detail;

@@ -18,8 +18,8 @@ struct Tolerance {
     double absolute = 0;      // in the number's own unit
 };
 
-/// Prints a line for everything that differs, what is beyond the tolerance marked; answers how many those are.
-/// Wall time and the words of a check's detail are no differences. Throws CompareError.
+/// Prints a line for everything that differs, what is beyond the tolerance marked; answers how many those
+/// are. Wall time and the words of a check's detail are no differences. Throws CompareError.
 std::size_t compareSummaries(const std::string& before, const std::string& after, const Tolerance& tolerance,
                              std::FILE* out);
 

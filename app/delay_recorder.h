@@ -1,4 +1,5 @@
-// delay_recorder.h - Delays of the packets between units and masters, as the network has them, a pair a sample.
+// delay_recorder.h - Delays of the packets between units and masters, as the network has them, a pair a
+// sample.
 #pragma once
 #include "app/recording.h"
 #include "sim/net/network.h"

@@ -1,5 +1,5 @@
-// manual.h - Manual pages and shells' completions of the program, made from the table of its options that --help
-// prints too.
+// manual.h - Manual pages and shells' completions of the program, made from the table of its options that
+// --help prints too.
 #pragma once
 #include <string>
 

@@ -1,5 +1,5 @@
-// nmea_beside.h - What of a receiver's log tells date and time to a common reader, beside what the unit takes: RMC
-// and ZDA of any talker (NMEA 0183), GN of several systems too.
+// nmea_beside.h - What of a receiver's log tells date and time to a common reader, beside what the unit
+// takes: RMC and ZDA of any talker (NMEA 0183), GN of several systems too.
 #pragma once
 #include "ose/types.h"
 

@@ -3,6 +3,7 @@
 #include "app/score.h"
 
 #include <algorithm>
+#include <cstdio>
 
 namespace app {
 namespace {
@@ -127,6 +128,46 @@ std::vector<Holdover> holdovers(const UnitRecording& unit)
             h.drift_ns = unit.samples[i].timeError_ns - unit.samples[h.first].timeError_ns;
         }
         inside = holdover;
+    }
+    return found;
+}
+
+std::string timeText(double ns)
+{
+    const double size = std::abs(ns);
+    char text[48];
+    if (size < 1e3)      std::snprintf(text, sizeof text, "%.3g ns", ns);
+    else if (size < 1e6) std::snprintf(text, sizeof text, "%.4g us", ns * 1e-3);
+    else if (size < 1e9) std::snprintf(text, sizeof text, "%.4g ms", ns * 1e-6);
+    else                 std::snprintf(text, sizeof text, "%.6f s", ns * 1e-9);
+    return text;
+}
+
+bool isHigh(const PdvSample& pdv) { return std::max(pdv.down_ns, pdv.up_ns) > pdv.limit_ns; }
+
+std::string pdvText(const PdvSample& pdv)
+{
+    if (std::isnan(pdv.limit_ns)) return "";
+    return "PDV " + timeText(pdv.down_ns) + " down, " + timeText(pdv.up_ns) + " up, limit " +
+           timeText(pdv.limit_ns);
+}
+
+std::vector<Degradation> degradations(const UnitRecording& unit)
+{
+    std::vector<Degradation> found;
+    std::size_t selected = 0;
+    bool inside = false;
+    for (const Sample& s : unit.samples) {
+        while (selected < unit.selected.size() && unit.selected[selected].t <= s.t) ++selected;
+        if (s.isDegraded && !inside)
+            found.push_back({s.t, s.t, selected > 0 ? unit.selected[selected - 1].name : "NO_REF", {}});
+        inside = s.isDegraded;
+        if (!inside) continue;
+        Degradation& d = found.back();
+        d.to_s = s.t;
+        d.pdv.down_ns = std::fmax(d.pdv.down_ns, s.pdv.down_ns);   // a number, where one of them is
+        d.pdv.up_ns = std::fmax(d.pdv.up_ns, s.pdv.up_ns);
+        d.pdv.limit_ns = std::fmax(d.pdv.limit_ns, s.pdv.limit_ns);
     }
     return found;
 }

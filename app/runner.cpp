@@ -63,7 +63,8 @@ public:
         const auto began = std::chrono::steady_clock::now();
         if (!options_.quiet && !options_.feed.metrics.empty())
             std::printf("metrics        http://%s/metrics\n", feed_.metricsAddress().c_str());
-        RunControl control(world_, worldTime(scenario_.duration_s), hostNet_ ? 0 : options_.speed, options_.shell,   // the host's clock drives it
+        const double speed = hostNet_ ? 0 : options_.speed;   // the host's clock drives it
+        RunControl control(world_, worldTime(scenario_.duration_s), speed, options_.shell,
                            [this](ose::Time until) { advance(until); });
         startConsole(control);
         control.run([this, &control] {
@@ -132,7 +133,8 @@ private:
         realTimeRefused_ = askForRealTime();
         if (!realTimeRefused_.empty())
             recorders_.front()->tell("host", "no SCHED_FIFO: " + realTimeRefused_ +
-                                                 "; a loaded machine makes the run late, the summary tells how much");
+                                                 "; a loaded machine makes the run late, the summary tells "
+                                                 "how much");
     }
 
     /// In place of the simulated receiver, which has no power any more.

@@ -37,8 +37,8 @@ struct RunOptions {
     bool onHost() const { return !interfaces.empty() || receiver; }
 };
 
-/// Throws sim::HostError for an interface or a line that can't be used, StatusError for a status that can't be
-/// served.
+/// Throws sim::HostError for an interface or a line that can't be used, StatusError for a status that can't
+/// be served.
 Recording runScenario(const sim::Scenario& scenario, const std::vector<CheckSpec>& checks,
                       const RunOptions& options);
 

@@ -40,8 +40,8 @@ std::span<const Mask> masks();
 const Mask* maskByName(const std::string& name);
 /// "G.811, G.812-III, ...": all that maskByName knows.
 std::string maskNames();
-/// A class of clocks that take time from packets (ITU-T G.8273.2 (10/2020) clause 7.1): limits of the error that
-/// the clock adds by itself. 0, or an empty mask, where the class sets none.
+/// A class of clocks that take time from packets (ITU-T G.8273.2 (10/2020) clause 7.1): limits of the error
+/// that the clock adds by itself. 0, or an empty mask, where the class sets none.
 struct TimeClass {
     const char* name;
     double maxTe_ns;             // |TE|
@@ -50,8 +50,8 @@ struct TimeClass {
     Mask dynamic;                // of the filtered error
 };
 std::span<const TimeClass> timeClasses();
-/// What the unit itself holds its packet reference against: the network limit of ITU-T G.8271.1 (03/2020) clause
-/// 7.3 for MTIE, up to 275 s.
+/// What the unit itself holds its packet reference against: the network limit of ITU-T G.8271.1 (03/2020)
+/// clause 7.3 for MTIE, up to 275 s.
 const Mask& packetNetworkMask();
 
 /// Limit at tau; negative where the mask says nothing.

@@ -1,5 +1,5 @@
-// heard.h - The PTP masters that are to be heard on an interface of the machine, whoever listens to them: what
-// they announce, over which transport and group, and why a unit there doesn't follow them.
+// heard.h - The PTP masters that are to be heard on an interface of the machine, whoever listens to them:
+// what they announce, over which transport and group, and why a unit there doesn't follow them.
 // Units   world's time; intervals as log2 of s.
 #pragma once
 #include "sim/net/network.h"

@@ -86,7 +86,8 @@ ptp::Message PtpMaster::message(u8 type) const
     m.type = type;
     m.version = config.version;
     m.domain = config.domain;
-    m.flags0 = static_cast<u8>((config.unicast ? UNICAST : 0) | (config.alternateMaster ? ALTERNATE_MASTER : 0));
+    m.flags0 = static_cast<u8>((config.unicast ? UNICAST : 0) |
+                               (config.alternateMaster ? ALTERNATE_MASTER : 0));
     m.source = {config.identity, config.portNumber};
     m.control = controlOf(type);
     return m;
@@ -97,7 +98,8 @@ void PtpMaster::send(const ptp::Message& m, const NetAddress* to, bool isEvent, 
     NetPacket packet;
     const std::vector<u8> octets = ptp::write(m);
     if (to == nullptr) {
-        packet.bytes = ptp::frame(config.nonForwardable ? NON_FORWARDABLE : FORWARDABLE, config.mac, 0, octets);
+        packet.bytes =
+            ptp::frame(config.nonForwardable ? NON_FORWARDABLE : FORWARDABLE, config.mac, 0, octets);
     } else {
         packet.isFrame = false;
         packet.bytes = octets;
