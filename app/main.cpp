@@ -172,7 +172,8 @@ int runOne(const RunArguments& a, const app::Prepared& p)
     if (const std::string wrong = writeAll(a, recording); !wrong.empty()) return refuse(wrong);
     if (!options.quiet && !a.out.empty()) std::printf("report         %s/report.html\n", a.out.c_str());
     if (!recording.complete && !options.quiet)
-        std::printf("ended at %s of %s: its checks aren't judged\n", app::clockText(recording.virtual_s).c_str(),
+        std::printf("ended at %s of %s: its checks aren't judged\n",
+                    app::clockText(recording.virtual_s).c_str(),
                     app::clockText(p.scenario.duration_s).c_str());
     constexpr int KILLED = 128;
     if (app::endSignal() != 0) return KILLED + app::endSignal();
@@ -209,11 +210,14 @@ int status(const app::StatusQuery& query) { return app::printStatus(query); }
 
 int wait(app::WaitQuery query, const std::string& within, const std::string& timeout)
 {
-    if (!sim::clockStateByName(query.state)) return refuse("tu wait: '" + query.state + "' is no clock state");
+    if (!sim::clockStateByName(query.state))
+        return refuse("tu wait: '" + query.state + "' is no clock state");
     if (!within.empty()) query.within_ns = app::parseTime_ns(within);
-    if (!within.empty() && !query.within_ns) return refuse("tu wait: '" + within + "' is no time such as \"1 us\"");
+    if (!within.empty() && !query.within_ns)
+        return refuse("tu wait: '" + within + "' is no time such as \"1 us\"");
     if (!timeout.empty()) query.timeout_s = sim::parseDuration(timeout);
-    if (!timeout.empty() && !query.timeout_s) return refuse("tu wait: '" + timeout + "' is no time such as 10m");
+    if (!timeout.empty() && !query.timeout_s)
+        return refuse("tu wait: '" + timeout + "' is no time such as 10m");
     return app::waitForState(query);
 }
 
@@ -368,11 +372,14 @@ int main(int argc, char** argv)
                            "Which of the host's time scales is true time where the run keeps it: tai, or utc "
                            "beside a master that gives the host's time of day as it is")
         ->check(CLI::IsMember({"tai", "utc"}));
-    runCommand->add_option("--status", a.feed.socket, "Serve the units' status, JSON a line, on this local socket");
+    runCommand->add_option("--status", a.feed.socket,
+                           "Serve the units' status, JSON a line, on this local socket");
     runCommand->add_option("--metrics", a.feed.metrics,
-                           "[HOST:]PORT: serve /metrics there for Prometheus, on the loopback without a host");
+                           "[HOST:]PORT: serve /metrics there for Prometheus, on the loopback without a "
+                           "host");
     app::StatusQuery statusQuery;
-    CLI::App* const statusCommand = tu.add_subcommand("status", "Ask a run that serves --status how its units are");
+    CLI::App* const statusCommand =
+        tu.add_subcommand("status", "Ask a run that serves --status how its units are");
     statusCommand->add_option("socket", statusQuery.socket, "Its socket")->required();
     statusCommand->add_option("--unit", statusQuery.unit, "One unit of several");
     statusCommand->add_flag("--json", statusQuery.json, "JSON a line");
@@ -383,7 +390,8 @@ int main(int argc, char** argv)
     waitCommand->add_option("socket", waitQuery.socket, "Socket of a run that serves --status")->required();
     waitCommand->add_option("state", waitQuery.state, "Clock state, such as RNT_TIME_LOCKED")->required();
     waitCommand->add_option("--unit", waitQuery.unit, "A unit other than the first");
-    waitCommand->add_option("--within", within, "And the time known to this: its estimate and three deviations of it");
+    waitCommand->add_option("--within", within,
+                            "And the time known to this: its estimate and the band about it");
     waitCommand->add_option("--timeout", timeout, "Of real time, such as 10m; exit code 1 then");
     NmeaArguments n;
     CLI::App* const nmeaCommand =
