@@ -3,7 +3,6 @@
 #include "app/score.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace app {
 namespace {
@@ -132,25 +131,7 @@ std::vector<Holdover> holdovers(const UnitRecording& unit)
     return found;
 }
 
-std::string timeText(double ns)
-{
-    const double size = std::abs(ns);
-    char text[48];
-    if (size < 1e3)      std::snprintf(text, sizeof text, "%.3g ns", ns);
-    else if (size < 1e6) std::snprintf(text, sizeof text, "%.4g us", ns * 1e-3);
-    else if (size < 1e9) std::snprintf(text, sizeof text, "%.4g ms", ns * 1e-6);
-    else                 std::snprintf(text, sizeof text, "%.6f s", ns * 1e-9);
-    return text;
-}
-
 bool isHigh(const PdvSample& pdv) { return std::max(pdv.down_ns, pdv.up_ns) > pdv.limit_ns; }
-
-std::string pdvText(const PdvSample& pdv)
-{
-    if (std::isnan(pdv.limit_ns)) return "";
-    return "PDV " + timeText(pdv.down_ns) + " down, " + timeText(pdv.up_ns) + " up, limit " +
-           timeText(pdv.limit_ns);
-}
 
 std::vector<Degradation> degradations(const UnitRecording& unit)
 {

@@ -114,9 +114,6 @@ struct LastHeard {
     std::array<double, 8> packet_s{-1, -1, -1, -1, -1, -1, -1, -1};   // of the PTP clock of that syncref
 };
 
-/// "38 ns", "1.5 us", "-2.1 ms", "12.35 s": for people.
-std::string timeText(double ns);
-
 /// Delay variation of the selected packet reference beside its limit, as the unit measures it; NaN without
 /// one.
 struct PdvSample {
@@ -126,8 +123,6 @@ struct PdvSample {
 };
 /// Over its limit now; the reference is degraded when that lasts.
 bool isHigh(const PdvSample& pdv);
-/// "PDV 45 us down, 31 us up, limit 30 us"; empty without one.
-std::string pdvText(const PdvSample& pdv);
 
 /// What the loop that has the divider was last given and what it makes of it; NaN while none has.
 struct LoopValues {

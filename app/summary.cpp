@@ -2,6 +2,7 @@
 
 #include "app/packet_time.h"
 #include "app/score.h"
+#include "app/unit_status.h"
 #include "iif/kvd_pm.h"
 #include "sim/scenario/scenario.h"
 

@@ -101,6 +101,10 @@ PdvSample readPdv();
 /// anyway.
 Estimate readEstimate(sim::Unit& unit);
 
+/// "38 ns", "1.5 us", "-2.1 ms", "12.35 s": for people.
+std::string timeText(double ns);
+/// "PDV 45 us down, 31 us up, limit 30 us"; empty without one.
+std::string pdvText(const PdvSample& pdv);
 /// "follow_up" for 8.
 const char* ptpMessageWord(u32 type);
 /// Words for the fault flags of a packet reference, empty for none.

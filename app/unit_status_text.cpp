@@ -88,13 +88,13 @@ std::string estimateText(const Json& unit)
     return out + "; true " + ppbText(truth.at("freq_ppb").get<double>()) + "\n";
 }
 
-/// "PLL_Locked: phase 3.2 ns of 0 ns held, divider 12.5 ppb, last sample 1 s ago"
+/// "PLL_Locked: phase 3.2 ns, held at 0 ns, divider 12.5 ppb, last sample 1 s ago"
 std::string loopText(const Json& unit)
 {
     const Json& l = unit.at("loop_values");
     if (l.is_null()) return "";
     std::string out = "  loop       " + str(unit, "loop");
-    if (l.at("age_s").is_null()) return out + ": no sample yet\n";
+    if (l.at("age_s").is_null() || l.at("phase_ns").is_null()) return out + ": no sample yet\n";
     return out + ": phase " + timeText(l.at("phase_ns").get<double>()) + ", held at " +
            timeText(l.at("held_ns").get<double>()) + ", divider " +
            ppbText(l.at("divider_ppb").get<double>()) + ", last sample " +
@@ -123,6 +123,22 @@ std::string sourceState(const Json& source)
 }
 
 }  // namespace
+
+std::string timeText(double ns)
+{
+    const double size = std::abs(ns);
+    if (size < 1e3) return text("%.3g ns", ns);
+    if (size < 1e6) return text("%.4g us", ns * 1e-3);
+    if (size < 1e9) return text("%.4g ms", ns * 1e-6);
+    return text("%.6f s", ns * 1e-9);
+}
+
+std::string pdvText(const PdvSample& pdv)
+{
+    if (std::isnan(pdv.limit_ns)) return "";
+    return "PDV " + timeText(pdv.down_ns) + " down, " + timeText(pdv.up_ns) + " up, limit " +
+           timeText(pdv.limit_ns);
+}
 
 StatusJson toJson(const UnitStatus& s)
 {
