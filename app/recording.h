@@ -127,7 +127,7 @@ bool isHigh(const PdvSample& pdv);
 /// What the loop that has the divider was last given and what it makes of it; NaN while none has.
 struct LoopValues {
     double phase_ns = std::numeric_limits<double>::quiet_NaN();     // local less reference
-    double divider_ppb = std::numeric_limits<double>::quiet_NaN();  // where it settles, over its factory value
+    double divider_ppb = std::numeric_limits<double>::quiet_NaN();  // at rest, over its factory value
 };
 
 constexpr double SIGMAS = 3.0;    // deviations of a band, as the unit grades its estimate

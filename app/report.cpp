@@ -25,8 +25,8 @@ std::string seriesCsv(const UnitRecording& unit)
             << static_cast<int>(s.radioClockState) << ',' << static_cast<int>(s.regState) << ','
             << (s.isDegraded ? 1 : 0) << ',' << s.estimate.time_ns << ',' << s.estimate.timeDeviation_ns
             << ',' << s.estimate.freq_ppb << ',' << s.estimate.freqDeviation_ppb << ',' << s.pdv.down_ns
-            << ',' << s.pdv.up_ns << ',' << s.pdv.limit_ns << ',' << s.loop.phase_ns << ',' << s.loop.divider_ppb
-            << ',' << s.estimate.timeBand_ns << ',' << s.estimate.freqBand_ppb << '\n';
+            << ',' << s.pdv.up_ns << ',' << s.pdv.limit_ns << ',' << s.loop.phase_ns << ','
+            << s.loop.divider_ppb << ',' << s.estimate.timeBand_ns << ',' << s.estimate.freqBand_ppb << '\n';
     return csv.str();
 }
 
