@@ -8,7 +8,7 @@ const COLOURS = ['#2458a6', '#b9770e', '#1e8449', '#7d3c98', '#b03a2e', '#2e6f8e
 const LIMIT_COLOUR = '#b03a2e';
 const STATE_COLOURS = [
     [/TIME_LOCKED|FRAME_LOCKED|TRUETIME/, '#a9d8b0'], [/OFFSET_LOCKED|TIMELOCKED/, '#cfe8c6'],
-    [/HOLDOVER/, '#f7dc8a'], [/LOCKED/, '#d7ead0'], [/FAILURE|LOSS|ILLEGAL/, '#f1a9a0'],
+    [/HOLDOVER/, '#f7dc8a'], [/LOCKED/, '#d7ead0'], [/FAILURE|LOSS|ILLEGAL|DEGRADED/, '#f1a9a0'],
     [/WARMUP|DRIFTING|SYNCH|RUNNING|START/, '#e3e3e3']];
 
 const pad = n => String(n).padStart(2, '0');
