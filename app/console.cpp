@@ -396,10 +396,8 @@ void Console::State::setPaused(bool paused)
     std::printf("%s", onWorld([this, paused] {
         if (paused) run.control.pause();
         else        run.control.go();
-        return !paused && run.control.atEnd() ? std::string(
-                                                    "the scenario's end is reached; 'until' or 'step' goes "
-                                                    "beyond it\n")
-                                              : clockText(now()) + (paused ? "  paused\n" : "\n");
+        if (!paused && run.control.atEnd()) return std::string();   // the run itself tells it
+        return clockText(now()) + (paused ? "  paused\n" : "\n");
     }).c_str());
 }
 

@@ -1,5 +1,5 @@
-// end_signals.h - Ctrl-C, SIGTERM and a terminal that is closed end a run in good order: what it has recorded is
-// written. The second one ends the process at once.
+// end_signals.h - Ctrl-C, SIGTERM and a terminal that is closed end a run in good order: what it has recorded
+// is written. The second one ends the process at once.
 #pragma once
 #include <thread>
 

@@ -88,12 +88,8 @@ std::vector<double> lowPass(const std::vector<double>& x, double interval_s)
 
 std::vector<double> timeErrors(const UnitRecording& unit, const LockedSpan& span)
 {
-    // The counter is rounded down, so the origin is where it is largest.
-    double origin = -std::numeric_limits<double>::infinity();
-    for (std::size_t i = span.first; i <= span.last; ++i)
-        origin = std::max(origin, unit.samples[i].gpsTimeError_ns - unit.samples[i].timeError_ns);
     std::vector<double> x;
-    for (std::size_t i = span.first; i <= span.last; ++i) x.push_back(unit.samples[i].timeError_ns + origin);
+    for (std::size_t i = span.first; i <= span.last; ++i) x.push_back(unit.samples[i].gpsTimeError_ns);
     return x;
 }
 

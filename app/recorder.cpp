@@ -9,7 +9,8 @@
 #include "refs/kvd_ipsynctsiadm.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
-#include "reg/kvd_reg_packet.h"
+#include "reg/kvd_reg_measure.h"
+#include "reg/kvd_reg_pll.h"
 #include "sig/tuiif_gps_sig.h"
 #include "sig/tuiif_sig.h"
 #include "sim/board/board.h"
@@ -47,7 +48,7 @@ std::string textOf(const char* text, std::size_t room) { return {text, strnlen(t
 struct Pulse {
     double R = 0;
     std::optional<double> z;
-    u32 ntp = 0;
+    u32 ntp = 0, loop = 0;
     std::array<u32, PTP_CLOCKS> packets{};
 };
 
@@ -59,6 +60,7 @@ Pulse pulse()
     const MeasRefData& last = KvdLoz6TuReg_measStateVar().measRefData;
     if (last.z_i == z_i) p.z = last.z;
     p.ntp = KvdLoz6TuIpSyncTsiAdm_counts().numberOfNtpPackets;
+    p.loop = KvdLoz6TuReg_pll_lastSample().count;
     for (u32 i = 0; i < PTP_CLOCKS; ++i)
         if (const PtpClock* const c = ptpClockOf(i))
             for (const u32 count : c->used) p.packets[i] += count;
@@ -122,10 +124,13 @@ void Recorder::sample()
     if (runs) {
         s.regState = unit_.node().inProgram([] { return KvdLoz6TuReg_regState(); });
         s.estimate = readEstimate(unit_);
+        doubt_.take(s.t, unit_.node().inProgram(readDoubt), s.estimate);
         sampleHeard();
         sampleGps();
         samplePorts();
-        samplePdv();
+        sampleLoop(s);
+        s.pdv = unit_.node().inProgram(readPdv);
+        tellPdv(s.pdv);
     }
     onRegState(s.regState);
     if (runs && ranBefore_) tellStep(s);
@@ -140,10 +145,12 @@ void Recorder::sampleHeard()
     if (p.R != heardR_ && p.R != 0.0) heard.measurement_s = now();
     if (p.z) heard.offset_s = *p.z;
     if (p.ntp != heardNtp_) heard.ntp_s = now();
+    if (p.loop != heardLoop_ && p.loop != 0) heard.loop_s = now();
     for (u32 i = 0; i < PTP_CLOCKS; ++i)
         if (p.packets[i] != heardPackets_[i] && p.packets[i] != 0) heard.packet_s[i] = now();
     heardR_ = p.R;
     heardNtp_ = p.ntp;
+    heardLoop_ = p.loop;
     heardPackets_ = p.packets;
 }
 
@@ -198,18 +205,29 @@ void Recorder::samplePorts()
 }
 
 /// Delay variation that stays over its limit, or under it, for a while.
-void Recorder::samplePdv()
+void Recorder::tellPdv(const PdvSample& pdv)
 {
-    const PacketPdv pdv =
-        unit_.node().inProgram([] { return KvdLoz6TuReg_packetPdv(KvdLoz6TuIifAdm_activRefFroId()); });
-    const bool isHigh = pdv.limit > 0 && std::max(pdv.down, pdv.up) > pdv.limit;
-    pdvSamples_ = isHigh != pdvHigh_ ? pdvSamples_ + 1 : 0;
+    pdvSamples_ = isHigh(pdv) != pdvHigh_ ? pdvSamples_ + 1 : 0;
     if (pdvSamples_ < SHAKEN_SAMPLES) return;
     pdvSamples_ = 0;
-    pdvHigh_ = isHigh;
-    if (pdv.limit == 0) return tell("PDV", "no packet reference any more");
-    tell("PDV", std::string(isHigh ? "over" : "within") + " its limit of " + timeText(pdv.limit * 1e9) +
-                    ": " + timeText(pdv.down * 1e9) + " down, " + timeText(pdv.up * 1e9) + " up");
+    pdvHigh_ = !pdvHigh_;
+    if (std::isnan(pdv.limit_ns)) return tell("PDV", "no packet reference any more");
+    tell("PDV", std::string(pdvHigh_ ? "over" : "within") + " its limit of " + timeText(pdv.limit_ns) + ": " +
+                    timeText(pdv.down_ns) + " down, " + timeText(pdv.up_ns) + " up");
+}
+
+void Recorder::sampleLoop(Sample& s)
+{
+    struct Seen { u32 state; std::string name; };
+    const auto seen = unit_.node().inProgram([&s] {
+        s.loop = readLoop();
+        const u32 master = KvdLoz6TuReg_pllState();
+        if (!loopRuns()) return Seen{0, "none"};
+        return Seen{master != PLL_Uninitialized ? master : KvdLoz6TuReg_slavePllState(), loopStateText()};
+    });
+    std::vector<StateChange>& loops = recording.loops;
+    if (loops.empty() ? seen.name == "none" : loops.back().name == seen.name) return;
+    loops.push_back({now(), static_cast<u8>(seen.state), seen.name});
 }
 
 void Recorder::follows(sim::Unit* leader)
@@ -273,7 +291,10 @@ void Recorder::onClockStatus(const sim::ClockStatus& status)
         tell("clock", sim::clockStateName(clockState_));
     }
     constexpr u8 DEGRADED = 2, OK = 1, LOSS_OF_TRACKING = 3;
-    if (status.degrStatus == DEGRADED && degrStatus_ != DEGRADED) tell("degraded", selected_);
+    if (status.degrStatus == DEGRADED && degrStatus_ != DEGRADED) {
+        const std::string pdv = recording.samples.empty() ? "" : pdvText(recording.samples.back().pdv);
+        tell("degraded", selected_ + (pdv.empty() ? "" : ": " + pdv));
+    }
     if (status.degrStatus == OK && degrStatus_ == DEGRADED) tell("degraded", selected_ + " is good again");
     degrStatus_ = status.degrStatus;
     raise("reference", degrStatus_ == DEGRADED ? selected_ + " is degraded" : "");

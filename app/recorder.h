@@ -2,6 +2,7 @@
 // the product's state and changes none of it.
 #pragma once
 #include "app/checks.h"
+#include "app/estimate_doubt.h"
 #include "app/progress.h"
 #include "app/recording.h"
 #include "sim/scenario/scenario.h"
@@ -57,7 +58,8 @@ private:
     void sampleHeard();
     void sampleGps();
     void samplePorts();
-    void samplePdv();
+    void sampleLoop(Sample& s);
+    void tellPdv(const PdvSample& pdv);
     void tellStep(const Sample& s);
     /// The alarm of a source; an empty text takes it back.
     void raise(const std::string& source, const std::string& text);
@@ -78,8 +80,9 @@ private:
     std::map<std::string, std::string> packetFaults_;   // as last told, by reference
     std::array<u32, 8> portStates_{};
     double heardR_ = 0;                                 // s^2, of the selected reference
-    u32 heardNtp_ = 0;
+    u32 heardNtp_ = 0, heardLoop_ = 0;
     std::array<u32, 8> heardPackets_{};
+    EstimateDoubt doubt_;
     bool pdvHigh_ = false;
     u32 pdvSamples_ = 0;                                // in a row that differ from what was told
     u32 shaken_ = 0;

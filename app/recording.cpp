@@ -131,6 +131,28 @@ std::vector<Holdover> holdovers(const UnitRecording& unit)
     return found;
 }
 
+bool isHigh(const PdvSample& pdv) { return std::max(pdv.down_ns, pdv.up_ns) > pdv.limit_ns; }
+
+std::vector<Degradation> degradations(const UnitRecording& unit)
+{
+    std::vector<Degradation> found;
+    std::size_t selected = 0;
+    bool inside = false;
+    for (const Sample& s : unit.samples) {
+        while (selected < unit.selected.size() && unit.selected[selected].t <= s.t) ++selected;
+        if (s.isDegraded && !inside)
+            found.push_back({s.t, s.t, selected > 0 ? unit.selected[selected - 1].name : "NO_REF", {}});
+        inside = s.isDegraded;
+        if (!inside) continue;
+        Degradation& d = found.back();
+        d.to_s = s.t;
+        d.pdv.down_ns = std::fmax(d.pdv.down_ns, s.pdv.down_ns);   // a number, where one of them is
+        d.pdv.up_ns = std::fmax(d.pdv.up_ns, s.pdv.up_ns);
+        d.pdv.limit_ns = std::fmax(d.pdv.limit_ns, s.pdv.limit_ns);
+    }
+    return found;
+}
+
 std::optional<double> holdoverError_ns(const UnitRecording& unit, const Holdover& holdover,
                                        double seconds)
 {

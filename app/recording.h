@@ -110,16 +110,38 @@ struct LastHeard {
     double measurement_s = -1;    // a measurement of the selected reference reached the estimator
     double offset_s = 0;          // what it said, of the unit's clock against the reference
     double ntp_s = -1;
+    double loop_s = -1;           // a phase reached the loop that has the divider
     std::array<double, 8> packet_s{-1, -1, -1, -1, -1, -1, -1, -1};   // of the PTP clock of that syncref
 };
 
+/// Delay variation of the selected packet reference beside its limit, as the unit measures it; NaN without
+/// one.
+struct PdvSample {
+    double down_ns = std::numeric_limits<double>::quiet_NaN();
+    double up_ns = std::numeric_limits<double>::quiet_NaN();
+    double limit_ns = std::numeric_limits<double>::quiet_NaN();
+};
+/// Over its limit now; the reference is degraded when that lasts.
+bool isHigh(const PdvSample& pdv);
+
+/// What the loop that has the divider was last given and what it makes of it; NaN while none has.
+struct LoopValues {
+    double phase_ns = std::numeric_limits<double>::quiet_NaN();     // local less reference
+    double divider_ppb = std::numeric_limits<double>::quiet_NaN();  // at rest, over its factory value
+};
+
+constexpr double SIGMAS = 3.0;    // deviations of a band, as the unit grades its estimate
+
 /// What the unit itself takes its clock for, each with one deviation from the filter's own covariance and
-/// carried on to the moment; NaN where it has no estimate.
+/// carried on to the moment; NaN where it has no estimate. A band is three of them and what the filter can't
+/// know.
 struct Estimate {
     double time_ns = std::numeric_limits<double>::quiet_NaN();   // counter against the time that it knows
     double timeDeviation_ns = std::numeric_limits<double>::quiet_NaN();
+    double timeBand_ns = std::numeric_limits<double>::quiet_NaN();
     double freq_ppb = std::numeric_limits<double>::quiet_NaN();
     double freqDeviation_ppb = std::numeric_limits<double>::quiet_NaN();
+    double freqBand_ppb = std::numeric_limits<double>::quiet_NaN();
 };
 
 /// Delays of the packets between a unit and a master, as the network had them: of each sample's interval the
@@ -134,7 +156,7 @@ struct Sample {
     double t = 0;
     double timeError_ns = 0;      // counter against true time, since the start
     double freqError_ppb = 0;     // true rate of the counter
-    double gpsTimeError_ns = std::numeric_limits<double>::quiet_NaN();   // counter against GPS time
+    double gpsTimeError_ns = std::numeric_limits<double>::quiet_NaN();   // counter against true time
     double followError_ns = std::numeric_limits<double>::quiet_NaN();    // counter against the leader's
     double div = 0;               // divider as written
     double temperature_V = 0;     // of the oscillator's sensor
@@ -142,6 +164,8 @@ struct Sample {
     u8 regState = 0;
     bool isDegraded = false;      // the selected reference, as the main processor was told
     Estimate estimate;            // its time against gpsTimeError_ns, its frequency against freqError_ppb
+    PdvSample pdv;
+    LoopValues loop;
 };
 
 /// A stretch of the run during which the clock was locked, settling time taken off.
@@ -170,6 +194,7 @@ struct UnitRecording {
     std::string leader;                   // of the link that it follows, empty for none
     std::vector<StateChange> states;      // radio clock state, as the main processor was told
     std::vector<StateChange> regStates;
+    std::vector<StateChange> loops;       // state of the loop that has the divider, "none" without one
     std::vector<Selection> selected;
     std::vector<StateChange> gpsStates;   // without the moments that a late sentence takes from 7
     std::vector<StateChange> gpsTypes;
@@ -241,6 +266,14 @@ constexpr double HOLDOVER_LIMIT_ns = 1500.0;
 std::optional<double> holdoverError_ns(const UnitRecording& unit, const Holdover& holdover,
                                        double seconds);
 
+/// A stretch in which the selected reference was told to be degraded, with the largest delay variation in it.
+struct Degradation {
+    double from_s = 0, to_s = 0;
+    std::string reference;                // "PACKET_TIME_REF"
+    PdvSample pdv;
+};
+std::vector<Degradation> degradations(const UnitRecording& unit);
+
 /// True when the counters were stepped by more than 1 us between two samples that follow each other.
 bool isStep(const Sample& before, const Sample& after);
 /// The settling time after each lock and each step that a score leaves out, s.
@@ -248,8 +281,9 @@ constexpr double SETTLING_s = 300.0;
 Scores score(const UnitRecording& unit, double interval_s);
 /// MTIE of the longest scored stretch between two times; empty when there is none.
 std::vector<TauValue> mtieBetween(const UnitRecording& unit, double interval_s, double from_s, double to_s);
-/// Radio clock states in which a clock counts as locked to its reference. A slave tells SLAVE_FREQUENCY_LOCKED while
-/// its loop pulls in, or has lost its link before it ever locked: that counts for nothing.
+/// Radio clock states in which a clock counts as locked to its reference. A slave tells
+/// SLAVE_FREQUENCY_LOCKED while its loop pulls in, or has lost its link before it ever locked: that counts
+/// for nothing.
 bool isLockedState(u8 radioClockState);
 /// Those in which its counter is the reference's.
 bool isTimeLockedState(u8 radioClockState);

@@ -5,8 +5,10 @@ const charts = [];                     // all with the shared time axis
 let isWhole = false;                   // whole ranges, or those that the locked clock needs
 
 const COLOURS = ['#2458a6', '#b9770e', '#1e8449', '#7d3c98', '#b03a2e', '#2e6f8e', '#666666', '#c2185b'];
-const STATE_COLOURS = [[/TIME_LOCKED|FRAME_LOCKED|TRUETIME/, '#a9d8b0'], [/OFFSET_LOCKED|TIMELOCKED/, '#cfe8c6'],
-    [/HOLDOVER/, '#f7dc8a'], [/LOCKED/, '#d7ead0'], [/FAILURE|LOSS|ILLEGAL/, '#f1a9a0'],
+const LIMIT_COLOUR = '#b03a2e';
+const STATE_COLOURS = [
+    [/TIME_LOCKED|FRAME_LOCKED|TRUETIME/, '#a9d8b0'], [/OFFSET_LOCKED|TIMELOCKED/, '#cfe8c6'],
+    [/HOLDOVER/, '#f7dc8a'], [/LOCKED/, '#d7ead0'], [/FAILURE|LOSS|ILLEGAL|DEGRADED/, '#f1a9a0'],
     [/WARMUP|DRIFTING|SYNCH|RUNNING|START/, '#e3e3e3']];
 
 const pad = n => String(n).padStart(2, '0');
@@ -47,7 +49,8 @@ function stateAt(changes, t) {
 
 // ---- ranges -----------------------------------------------------------------------------------
 
-/// The spread that matters: of the locked clock if it ever is, without the few values that would hide the rest.
+/// The spread that matters: of the locked clock if it ever is, without the few values that would hide the
+/// rest.
 function rangeOf(chart, from, to) {
     const values = [], all = [];
     for (let i = 0; i < chart.rows.length; ++i) {
@@ -107,8 +110,9 @@ function underlay(chart) {
             canvas.fillRect(x(from), area.y, x(to) - x(from), area.h);
         }
         for (const failed of RUN.failed.filter(f => f.unit === chart.unit.name)) {
-            canvas.fillStyle = 'rgba(176, 58, 46, 0.10)';
-            canvas.fillRect(x(failed.from), area.y, Math.max(x(failed.to) - x(failed.from), 2), area.h);
+            const width = x(failed.to) - x(failed.from), isMoment = width < 4;
+            canvas.fillStyle = isMoment ? 'rgba(176, 58, 46, 0.55)' : 'rgba(176, 58, 46, 0.12)';
+            canvas.fillRect(x(failed.from) - (isMoment ? 2 : 0), area.y, isMoment ? 4 : width, area.h);
         }
         canvas.font = '10px sans-serif';
         chart.unit.events.forEach((e, i) => {
@@ -126,7 +130,7 @@ function underlay(chart) {
         });
         for (const limit of chart.limits || []) {
             const y = graph.toDomYCoord(limit);
-            canvas.strokeStyle = '#b03a2e';
+            canvas.strokeStyle = LIMIT_COLOUR;
             canvas.beginPath();
             canvas.moveTo(area.x, y);
             canvas.lineTo(area.x + area.w, y);
@@ -142,14 +146,16 @@ function drawLanes(canvas, area, graph, lanes) {
         const top = area.y + i * height + 2;
         lane.changes.forEach(([t, name], k) => {
             const end = k + 1 < lane.changes.length ? lane.changes[k + 1][0] : RUN.span[1];
-            const from = Math.max(graph.toDomXCoord(t), area.x), to = Math.min(graph.toDomXCoord(end), area.x + area.w);
+            const from = Math.max(graph.toDomXCoord(t), area.x);
+            const to = Math.min(graph.toDomXCoord(end), area.x + area.w);
             if (to <= from) return;
             const colour = STATE_COLOURS.find(c => c[0].test(name));
             canvas.fillStyle = colour ? colour[1] : '#cfdcf0';
             canvas.fillRect(from, top, to - from, height - 4);
             canvas.fillStyle = '#222';
             canvas.font = '11px sans-serif';
-            if (canvas.measureText(name).width < to - from - 6) canvas.fillText(name, from + 4, top + height / 2 + 2);
+            if (canvas.measureText(name).width < to - from - 6)
+                canvas.fillText(name, from + 4, top + height / 2 + 2);
             if (from > area.x) {
                 canvas.fillStyle = '#fff';
                 canvas.fillRect(from - 0.5, top, 1, height - 4);
@@ -179,7 +185,8 @@ function legendOf(chart, read) {
         const shown = [];
         if (t !== undefined) shown.push((chart.xText || clockText)(t));
         if (chart.lanes) {
-            if (t !== undefined) for (const lane of chart.lanes) shown.push(lane.name + ' ' + stateAt(lane.changes, t));
+            if (t !== undefined)
+                for (const lane of chart.lanes) shown.push(lane.name + ' ' + stateAt(lane.changes, t));
         } else {
             const row = t === undefined ? null : chart.rows.find(r => r[0] === t);
             data.series.forEach((s, k) => {
@@ -196,24 +203,30 @@ function legendOf(chart, read) {
 }
 
 function draw(parent, chart) {
-    const {plot, read} = figure(parent, chart.title + (chart.of && !chart.lanes ? ', ' + chart.of : ''));
+    const isUnitTold = chart.lanes || chart.title.endsWith(' ' + chart.of);
+    const {plot, read} = figure(parent, chart.title + (chart.of && !isUnitTold ? ', ' + chart.of : ''));
     if (chart.height) plot.style.height = chart.height + 'px';
     const axes = {
         x: {axisLabelWidth: 90, axisLabelFormatter: v => v,
             ticker: (from, to, pixels) => timeTicks(from, to, pixels)},
-        y: {axisLabelWidth: 96, pixelsPerLabel: 24, valueFormatter: v => v, axisLabelFormatter: v => numberText(v)}};
+        y: {axisLabelWidth: 96, pixelsPerLabel: 24, valueFormatter: v => v,
+            axisLabelFormatter: v => numberText(v)}};
     if (chart.lanes)
-        axes.y.ticker = () => chart.lanes.map((lane, i) => ({v: chart.lanes.length - i - 0.5, label: lane.name}));
+        axes.y.ticker = () =>
+            chart.lanes.map((lane, i) => ({v: chart.lanes.length - i - 0.5, label: lane.name}));
     if (chart.log)
         axes.x = {logscale: true, axisLabelFormatter: v => numberText(v), ticker: Dygraph.numericTicks};
     else if (chart.xText)
         axes.x = {axisLabelFormatter: v => numberText(v), ticker: Dygraph.numericTicks};
-    const [from, to] = chart.rows.length ? [chart.rows[0][0], chart.rows[chart.rows.length - 1][0]] : RUN.span;
+    const last = chart.rows.length - 1;
+    const [from, to] = last >= 0 ? [chart.rows[0][0], chart.rows[last][0]] : RUN.span;
     const options = {
-        labels: chart.labels, colors: COLOURS, axes: axes, customBars: !!chart.bars, strokeWidth: chart.lanes ? 0 : 1.3,
+        labels: chart.labels, colors: COLOURS, axes: axes, customBars: !!chart.bars,
+        strokeWidth: chart.lanes ? 0 : 1.3,
         legend: 'always', labelsDiv: document.createElement('div'), legendFormatter: legendOf(chart, read),
         gridLineColor: '#e4e4e4', axisLineColor: '#888', connectSeparatedPoints: !!chart.connected,
-        drawPoints: !!chart.points, pointSize: 2, highlightCircleSize: 3, fillAlpha: 0.18, drawGrid: !chart.lanes,
+        drawPoints: !!chart.points, pointSize: 2, highlightCircleSize: 3, fillAlpha: 0.18,
+        drawGrid: !chart.lanes,
         series: chart.series || {}, animatedZooms: false};
     if (chart.lanes) options.valueRange = [0, chart.lanes.length];
     if (chart.log) {
@@ -248,11 +261,11 @@ const isThere = values => values && values.some(v => v !== null);
 function timeChart(unit, title, of, series, more) {
     const shown = series.filter(s => isThere(s.values));
     if (shown.length === 0) return null;
-    const bars = shown.some(s => s.deviation);
+    const bars = shown.some(s => s.band);
     const cell = (s, i) => {
         const v = s.values[i];
         if (!bars) return v;
-        const d = s.deviation && s.deviation[i] !== null ? 3 * s.deviation[i] : 0;
+        const d = s.band && s.band[i] !== null ? s.band[i] : 0;
         return v === null ? [null, null, null] : [v - d, v, v + d];
     };
     const rows = RUN.t.map((t, i) => [t, ...shown.map(s => cell(s, i))]);
@@ -269,22 +282,31 @@ function unitCharts(unit) {
     list.push(timeChart(unit, 'Time error since the first lock' +
                               (unit.isStepped ? ', steps of the counter taken out' : ''), 'ns',
                         [{label: 'true', values: c('time_error')}]));
-    list.push(timeChart(unit, 'Counter against GPS time, and what the unit takes it for (three deviations)', 'ns',
+    list.push(timeChart(unit, 'Counter against true time, and what the unit takes it for, with its band',
+                        'ns',
                         [{label: 'true', values: c('gps_time_error')},
-                         {label: "unit's estimate", values: c('estimated_time'), deviation: c('time_deviation')}],
+                         {label: "unit's estimate", values: c('estimated_time'), band: c('time_band')}],
                         {good: c('time_locked')}));
     list.push(timeChart(unit, 'Counter against that of ' + unit.leader, 'ns',
                         [{label: 'true', values: c('follow_error')}], {good: c('time_locked')}));
-    list.push(timeChart(unit, 'Frequency error, and what the unit takes it for (three deviations)', 'ppb',
+    list.push(timeChart(unit, 'Frequency error, and what the unit takes it for, with its band', 'ppb',
                         [{label: 'true', values: c('freq_error')},
-                         {label: "unit's estimate", values: c('estimated_freq'), deviation: c('freq_deviation')}]));
+                         {label: "unit's estimate", values: c('estimated_freq'), band: c('freq_band')}]));
     const delays = [];
     for (const d of unit.delays) {
         delays.push({label: 'from ' + d.peer, values: d.down}, {label: 'to ' + d.peer, values: d.up});
     }
     list.push(timeChart(unit, 'Packet delays, true', 'us', delays, {connected: true, good: null}));
-    list.push(timeChart(unit, 'Divider against where it ends', 'ppb', [{label: 'divider', values: c('divider')}]));
-    list.push(timeChart(unit, 'Oscillator temperature, sensor', 'V', [{label: 'sensor', values: c('temperature')}]));
+    list.push(timeChart(unit, 'Delay variation as the unit measures it, and its limit', 'ns',
+                        [{label: 'down', values: c('pdv_down')}, {label: 'up', values: c('pdv_up')},
+                         {label: 'limit', values: c('pdv_limit')}],
+                        {good: null, series: {limit: {color: LIMIT_COLOUR, strokePattern: [6, 3]}}}));
+    list.push(timeChart(unit, 'Phase of the loop, as the unit measures it', 'ns',
+                        [{label: 'local less reference', values: c('loop_phase')}]));
+    list.push(timeChart(unit, 'Divider against where it ends', 'ppb',
+                        [{label: 'divider', values: c('divider')}]));
+    list.push(timeChart(unit, 'Oscillator temperature, sensor', 'V',
+                        [{label: 'sensor', values: c('temperature')}]));
     return list.filter(chart => chart !== null);
 }
 
@@ -301,9 +323,10 @@ function holdoverChart(unit) {
     const most = Math.max(...held.map(h => Math.max(...h.rows.map(r => Math.abs(r[1])))));
     const share = (most / RUN.holdoverLimit_ns * 100).toFixed(1);
     return {unit: {holdovers: [], events: [], name: ''}, connected: true, of: 'ns', rows,
-            title: 'Time error in holdover, hours since the loss: at most ' + most.toFixed(1) + ' ns, ' + share +
-                   ' % of the limit of ' + RUN.holdoverLimit_ns + ' ns',
-            labels: ['hours', ...held.map(h => 'from ' + clockText(h.span[0]))], xText: v => v.toFixed(3) + ' h',
+            title: 'Time error in holdover, hours since the loss: at most ' + most.toFixed(1) + ' ns, ' +
+                   share + ' % of the limit of ' + RUN.holdoverLimit_ns + ' ns',
+            labels: ['hours', ...held.map(h => 'from ' + clockText(h.span[0]))],
+            xText: v => v.toFixed(3) + ' h',
             limits: [RUN.holdoverLimit_ns, -RUN.holdoverLimit_ns]};
 }
 
@@ -313,7 +336,8 @@ function deviationChart(unit, d) {
     const rows = taus.map(tau => [tau, ...maps.map(m => m.has(tau) && m.get(tau) > 0 ? m.get(tau) : null)]);
     const series = {};
     d.curves.forEach((c, k) => {
-        series[c.name] = k === 0 ? {strokeWidth: 2, drawPoints: true, color: '#222222'} : {strokePattern: [5, 3]};
+        series[c.name] = k === 0 ? {strokeWidth: 2, drawPoints: true, color: '#222222'}
+                                 : {strokePattern: [5, 3]};
     });
     return {unit, title: d.title + ' over observation interval in s', of: 'ns', rows, series, log: true,
             connected: true, labels: ['tau', ...d.curves.map(c => c.name)], xText: v => numberText(v) + ' s'};
@@ -360,7 +384,8 @@ function drawAll() {
             {...RUN.units[0], holdovers: [], events: []}, title, of,
             RUN.units.map(u => ({label: u.name, values: column(u, name)})),
             {good: RUN.t.map((t, i) => RUN.units.every(u => column(u, 'good')[i]))});
-        for (const chart of [over('Time error since each lock, steps of the counters taken out', 'ns', 'time_error'),
+        for (const chart of [over('Time error since each lock, steps of the counters taken out', 'ns',
+                                  'time_error'),
                              over('Time error of each scored stretch about its mean', 'ns', 'about_mean'),
                              over('Frequency error', 'ppb', 'freq_error')])
             if (chart) draw(section, chart);

@@ -84,6 +84,7 @@ Json lanesOf(const UnitRecording& unit)
     Json lanes = Json::array();
     addLane(lanes, "clock", unit.states);
     addLane(lanes, "regulator", unit.regStates);
+    addLane(lanes, "loop", unit.loops);
     addLane(lanes, "reference", unit.selected);
     std::vector<StateChange> degraded;
     for (const Sample& s : unit.samples)
@@ -156,11 +157,15 @@ Json columnsOf(const UnitRecording& unit, const Axis& axis, double interval_s, b
     c["about_mean"] = axis.column([&](std::size_t i) { return scored[i]; });
     c["gps_time_error"] = axis.column([&](std::size_t i) { return nearby(s[i].gpsTimeError_ns); });
     c["estimated_time"] = axis.column([&](std::size_t i) { return nearby(s[i].estimate.time_ns); });
-    c["time_deviation"] = axis.column([&](std::size_t i) { return s[i].estimate.timeDeviation_ns; });
+    c["time_band"] = axis.column([&](std::size_t i) { return s[i].estimate.timeBand_ns; });
     c["follow_error"] = axis.column([&](std::size_t i) { return nearby(s[i].followError_ns); });
     c["freq_error"] = axis.column([&](std::size_t i) { return s[i].freqError_ppb; });
     c["estimated_freq"] = axis.column([&](std::size_t i) { return s[i].estimate.freq_ppb; });
-    c["freq_deviation"] = axis.column([&](std::size_t i) { return s[i].estimate.freqDeviation_ppb; });
+    c["freq_band"] = axis.column([&](std::size_t i) { return s[i].estimate.freqBand_ppb; });
+    c["pdv_down"] = axis.column([&](std::size_t i) { return s[i].pdv.down_ns; });
+    c["pdv_up"] = axis.column([&](std::size_t i) { return s[i].pdv.up_ns; });
+    c["pdv_limit"] = axis.column([&](std::size_t i) { return s[i].pdv.limit_ns; });
+    c["loop_phase"] = axis.column([&](std::size_t i) { return s[i].loop.phase_ns; });
     c["divider"] = axis.column([&](std::size_t i) { return end > 0.0 ? (s[i].div / end - 1.0) * 1e9 : 0.0; });
     c["temperature"] = axis.column([&](std::size_t i) { return s[i].temperature_V; });
     c["good"] = axis.column([&](std::size_t i) { return isTrusted(s[i].radioClockState) ? 1.0 : 0.0; });

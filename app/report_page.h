@@ -1,4 +1,5 @@
-// report_page.h - A run as one HTML page that needs nothing beside itself: what failed, the plots, the events.
+// report_page.h - A run as one HTML page that needs nothing beside itself: what failed, the plots, the
+// events.
 #pragma once
 #include "app/recording.h"
 

@@ -126,9 +126,7 @@ bool isWithin(const Json& unit, double limit_ns)
 {
     const Json& e = unit.at("estimate");
     if (e.at("time_ns").is_null()) return false;
-    constexpr double SIGMAS = 3.0;
-    return std::abs(e.at("time_ns").get<double>()) + SIGMAS * e.at("time_deviation_ns").get<double>() <=
-           limit_ns;
+    return std::abs(e.at("time_ns").get<double>()) + e.at("time_band_ns").get<double>() <= limit_ns;
 }
 
 std::string describe(const WaitQuery& query)

@@ -2,6 +2,7 @@
 
 #include "app/packet_time.h"
 #include "app/score.h"
+#include "app/unit_status.h"
 #include "iif/kvd_pm.h"
 #include "sim/scenario/scenario.h"
 
@@ -106,6 +107,21 @@ Json holdoversOf(const UnitRecording& unit)
     return rows;
 }
 
+Json degradationsOf(const UnitRecording& unit)
+{
+    Json rows = Json::array();
+    for (const Degradation& d : degradations(unit)) {
+        Json row = {{"from_s", d.from_s}, {"to_s", d.to_s}, {"reference", d.reference}};
+        if (!std::isnan(d.pdv.limit_ns)) {
+            row["pdv_down_ns"] = d.pdv.down_ns;
+            row["pdv_up_ns"] = d.pdv.up_ns;
+            row["pdv_limit_ns"] = d.pdv.limit_ns;
+        }
+        rows.push_back(row);
+    }
+    return rows;
+}
+
 Json restartsOf(const UnitRecording& unit)
 {
     Json rows = Json::array();
@@ -189,6 +205,7 @@ Json toJson(const UnitRecording& unit, const Recording& recording)
     json["time_error_ns"] = toJson(scores.timeError_ns);
     json["time_error_about_mean_ns"] = toJson(scores.aboutMean_ns);
     json["holdovers"] = holdoversOf(unit);
+    if (Json rows = degradationsOf(unit); !rows.empty()) json["degradations"] = std::move(rows);
     if (!unit.errors.empty()) {
         json["error_log"] = Json::array();
         for (const ErrorEntry& e : unit.errors)
@@ -299,6 +316,20 @@ void printHoldovers(const UnitRecording& unit, std::FILE* out)
     }
 }
 
+void printDegradations(const UnitRecording& unit, std::FILE* out)
+{
+    constexpr std::size_t SHOWN = 10;
+    const std::vector<Degradation> all = degradations(unit);
+    for (std::size_t i = 0; i < std::min(all.size(), SHOWN); ++i) {
+        const Degradation& d = all[i];
+        const std::string pdv = pdvText(d.pdv);
+        std::fprintf(out, "  degraded       %s to %s: %s%s%s\n", clockText(d.from_s).c_str(),
+                     clockText(d.to_s).c_str(), d.reference.c_str(), pdv.empty() ? "" : ", at most ",
+                     pdv.c_str());
+    }
+    if (all.size() > SHOWN) std::fprintf(out, "                 and %zu times more\n", all.size() - SHOWN);
+}
+
 void printRestarts(const UnitRecording& unit, std::FILE* out)
 {
     for (const Restart& r : unit.restarts) {
@@ -349,6 +380,7 @@ void printUnit(const UnitRecording& unit, double interval_s, std::FILE* out)
                      unit.leader.c_str(), scores.following_ns.max, scores.following_ns.rms,
                      scores.followed_s);
     printHoldovers(unit, out);
+    printDegradations(unit, out);
     printRestarts(unit, out);
     for (const ErrorEntry& e : unit.errors)
         std::fprintf(out, "  error log      %s %s %s\n", clockText(e.t).c_str(), e.code.c_str(),

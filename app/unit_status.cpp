@@ -82,6 +82,15 @@ void readPacketRef(SourceStatus& source, const LastHeard& heard, double now_s)
         source.offset_ns = static_cast<double>(clock->offsetFromMaster) / 65536.0;
 }
 
+/// A loop's phases aren't the estimator's, and it keeps no noise.
+void readFromLoop(SourceStatus& source, const LastHeard& heard, double now_s)
+{
+    source.state += ", " + loopStateText();
+    if (heard.loop_s < 0) return;
+    source.age_s = now_s - heard.loop_s;
+    source.offset_ns = readLoop().phase_ns;
+}
+
 /// What the unit's program knows of it.
 void readFromProgram(SourceStatus& source, const sim::MpReference& r, const LastHeard& heard, double now_s)
 {
@@ -92,7 +101,7 @@ void readFromProgram(SourceStatus& source, const sim::MpReference& r, const Last
     } else if (r.refType == NTP_REF) {
         if (heard.ntp_s >= 0) source.age_s = now_s - heard.ntp_s;
     } else if (r.refType == SOCPRI_REF) {
-        source.state = KvdLoz6TuReg_pllStateText(KvdLoz6TuReg_pllState());
+        source.state = "radio links";
     } else if (const u32 row = rowOf(r); row < REF_ROWS) {
         source.state = rowState(KvdLoz6TuRef_row(row));
         if (r.refType == GPS_REF && source.supervised)
@@ -101,10 +110,9 @@ void readFromProgram(SourceStatus& source, const sim::MpReference& r, const Last
     } else {
         source.state = "no line";
     }
-    const bool loops = KvdLoz6TuReg_pllState() != PLL_Uninitialized ||
-                       KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized;
-    if (!source.selected || loops || heard.measurement_s < 0)
-        return;   // a loop's phases aren't the estimator's
+    if (!source.selected) return;
+    if (loopRuns()) return readFromLoop(source, heard, now_s);
+    if (heard.measurement_s < 0) return;
     const u32 z_i = KvdLoz6TuReg_measurementIndex(KvdLoz6TuReg_selectedRef());
     if (!source.age_s) source.age_s = now_s - heard.measurement_s;
     source.noise_ns = std::sqrt(std::max(0.0, KvdLoz6TuReg_getMeasR(z_i))) * NS;
@@ -171,18 +179,15 @@ void readClock(UnitStatus& status)
     status.clockState = KvdLoz6TuIifAdm_radioClockState();
     status.clock = sim::clockStateName(status.clockState);
     status.regulator = KvdLoz6TuReg_regStateText(KvdLoz6TuReg_regState());
-    if (KvdLoz6TuReg_pllState() != PLL_Uninitialized)
-        status.loop = KvdLoz6TuReg_pllStateText(KvdLoz6TuReg_pllState());
-    else if (KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized)
-        status.loop = KvdLoz6TuReg_slavePllStateText(KvdLoz6TuReg_slavePllState());
+    if (loopRuns()) {
+        status.loop = loopStateText();
+        status.loopStatus = LoopStatus{readLoop(), KvdLoz6TuReg_pll_targetDiff() * NS, {}};
+    }
     const ControlStateVar& control = KvdLoz6TuReg_controlStateVar();
     status.timeAccuracy_ns = control.t_acc_report;
     status.frequencyAccuracy_ppb = control.f_acc_report;
     status.isDegraded = KvdLoz6TuReg_degrState() == KVD_TUIIF_REF_DEGRADED;
-    const PacketPdv pdv = KvdLoz6TuReg_packetPdv(KvdLoz6TuIifAdm_activRefFroId());
-    if (pdv.limit > 0)
-        status.pdv =
-            PdvStatus{std::max(pdv.down, pdv.up) > pdv.limit, pdv.down * NS, pdv.up * NS, pdv.limit * NS};
+    status.pdv = readPdv();
     for (u32 i = 0; i < PTP_CLOCKS; ++i)
         if (const PtpClock* const c = ptpClockOf(i))
             for (u32 type = 0; type < c->used.size(); ++type)
@@ -211,6 +216,32 @@ void readSelection(UnitStatus& status, sim::MainProcessor& mp, const UnitRecordi
 
 }  // namespace
 
+bool loopRuns()
+{
+    return KvdLoz6TuReg_pllState() != PLL_Uninitialized ||
+           KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized;
+}
+
+std::string loopStateText()
+{
+    const u32 master = KvdLoz6TuReg_pllState();
+    return master != PLL_Uninitialized ? KvdLoz6TuReg_pllStateText(master)
+                                       : KvdLoz6TuReg_slavePllStateText(KvdLoz6TuReg_slavePllState());
+}
+
+LoopValues readLoop()
+{
+    const LoopSample last = KvdLoz6TuReg_pll_lastSample();
+    if (!loopRuns() || last.count == 0) return {};
+    return {last.phaseDiff * NS, last.y * PPB};
+}
+
+PdvSample readPdv()
+{
+    const PacketPdv pdv = KvdLoz6TuReg_packetPdv(KvdLoz6TuIifAdm_activRefFroId());
+    return pdv.limit > 0 ? PdvSample{pdv.down * NS, pdv.up * NS, pdv.limit * NS} : PdvSample{};
+}
+
 const char* ptpMessageWord(u32 type)
 {
     switch (type) {
@@ -229,10 +260,8 @@ Estimate readEstimate(sim::Unit& unit)
     const double counter_s = unit.node().board().counterTime_s();
     return unit.node().inProgram([counter_s] {
         Estimate e;
-        const bool loops = KvdLoz6TuReg_pllState() != PLL_Uninitialized ||
-                           KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized;
         // A loop keeps no covariance, and before the oscillator is warm nothing is estimated.
-        if (loops || KvdLoz6TuReg_isMaster() == 0 || KvdLoz6TuReg_initiateState() < TUREG_INIT_NOISY)
+        if (loopRuns() || KvdLoz6TuReg_isMaster() == 0 || KvdLoz6TuReg_initiateState() < TUREG_INIT_NOISY)
             return e;
         const EstimateStateVar& v = KvdLoz6TuReg_estimateStateVar();
         constexpr double STEP_MAX_s = 10.0;
@@ -244,8 +273,10 @@ Estimate readEstimate(sim::Unit& unit)
         e.freq_ppb = freq * PPB;
         e.freqDeviation_ppb = std::sqrt(std::max(0.0, P(1, 1))) * PPB;
         if (!KvdLoz6TuReg_knowsTime() || KvdLoz6TuReg_t_ix() < 2) return e;
+        // A coarse offset may be a date's seconds: ns are added to what is left of it within a turn.
         const TimePair delta0 = KvdLoz6TuReg_getOffset();
-        e.time_ns = std::remainder(v.x_est[0] + freq * age_s + delta0.c + delta0.f, COUNTER_PERIOD) * NS;
+        const double offset_s = std::remainder(delta0.c, COUNTER_PERIOD) + delta0.f;
+        e.time_ns = std::remainder(offset_s + (v.x_est[0] + freq * age_s), COUNTER_PERIOD) * NS;
         e.timeDeviation_ns =
             std::sqrt(std::max(0.0, P(0, 0) + 2 * age_s * P(0, 1) + age_s * age_s * P(1, 1))) * NS;
         return e;
@@ -297,6 +328,8 @@ UnitStatus readUnitStatus(sim::Unit& unit, const UnitRecording& recording, doubl
         status.poolUsed = node.program()->poolUsed();
         status.poolPeak = node.program()->poolPeak();
         node.inProgram([&] { readClock(status); });
+        if (status.loopStatus && recording.heard.loop_s >= 0)
+            status.loopStatus->age_s = now_s - recording.heard.loop_s;
     }
     if (!recording.states.empty() && recording.states.back().state == status.clockState)
         status.since_s = recording.states.back().t;

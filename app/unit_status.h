@@ -28,11 +28,11 @@ struct SourceStatus {
     std::string why;                   // why it isn't selected; empty when it is
 };
 
-/// Delay variation of the selected packet reference beside its limit.
-struct PdvStatus {
-    bool isHigh = false;               // over the limit now; degraded when that lasts
-    double down_ns = 0, up_ns = 0;     // one value of a frequency reference stands in both
-    double limit_ns = 0;
+/// What the loop that has the divider was last given, as in the last sample.
+struct LoopStatus {
+    LoopValues values;
+    double held_ns = 0;                // phase that it holds until a jump takes it out
+    std::optional<double> age_s;       // of its last phase
 };
 
 /// What comes next while there is no reference: the first of its limits that will be met.
@@ -74,7 +74,8 @@ struct UnitStatus {
     double frequencyAccuracy_ppb = 0;
 
     bool isDegraded = false;
-    std::optional<PdvStatus> pdv;
+    PdvSample pdv;                     // one value of a frequency reference stands for both directions
+    std::optional<LoopStatus> loopStatus;
     std::optional<HoldoverStatus> holdover;
 
     std::vector<SourceStatus> sources;
@@ -90,12 +91,20 @@ struct UnitStatus {
 
 /// Between two instants of the world, outside of any process. `recording` is what has been recorded so far.
 UnitStatus readUnitStatus(sim::Unit& unit, const UnitRecording& recording, double now_s);
+/// Inside the unit's program: a loop has the divider; its state, "PLL_Locked"; what it was last given.
+bool loopRuns();
+std::string loopStateText();
+LoopValues readLoop();
+/// Inside the unit's program: delay variation of the selected packet reference.
+PdvSample readPdv();
 /// The unit's own estimate of its clock now. The board's counter is read, so only where its phase is read
 /// anyway.
 Estimate readEstimate(sim::Unit& unit);
 
 /// "38 ns", "1.5 us", "-2.1 ms", "12.35 s": for people.
 std::string timeText(double ns);
+/// "PDV 45 us down, 31 us up, limit 30 us"; empty without one.
+std::string pdvText(const PdvSample& pdv);
 /// "follow_up" for 8.
 const char* ptpMessageWord(u32 type);
 /// Words for the fault flags of a packet reference, empty for none.

@@ -34,10 +34,18 @@ Json estimateJson(const UnitStatus& s)
     return {{"at_s", s.estimateAt_s},
             {"time_ns", number(s.estimate.time_ns)},
             {"time_deviation_ns", number(s.estimate.timeDeviation_ns)},
+            {"time_band_ns", number(s.estimate.timeBand_ns)},
             {"freq_ppb", number(s.estimate.freq_ppb)},
             {"freq_deviation_ppb", number(s.estimate.freqDeviation_ppb)},
+            {"freq_band_ppb", number(s.estimate.freqBand_ppb)},
             {"told_time_accuracy_ns", s.timeAccuracy_ns},
             {"told_freq_accuracy_ppb", s.frequencyAccuracy_ppb}};
+}
+
+Json loopJson(const LoopStatus& l)
+{
+    return {{"phase_ns", number(l.values.phase_ns)}, {"held_ns", l.held_ns},
+            {"divider_ppb", number(l.values.divider_ppb)}, {"age_s", number(l.age_s)}};
 }
 
 Json holdoverJson(const HoldoverStatus& h)
@@ -58,11 +66,12 @@ std::string orDash(const Json& value, const char* format)
 
 std::string ppbText(double ppb) { return text("%.4g ppb", ppb); }
 
-/// "12.1 ns, deviation 3.33 ns"
-std::string deviated(const Json& value, const Json& deviation, std::string (*shown)(double))
+/// "12.1 ns, deviation 3.33 ns, band 15 ns"
+std::string deviated(const Json& value, const Json& deviation, const Json& band, std::string (*shown)(double))
 {
-    if (value.is_null() || deviation.is_null()) return "none";
-    return shown(value.get<double>()) + ", deviation " + shown(deviation.get<double>());
+    if (value.is_null() || deviation.is_null() || band.is_null()) return "none";
+    return shown(value.get<double>()) + ", deviation " + shown(deviation.get<double>()) + ", band " +
+           shown(band.get<double>());
 }
 
 std::string estimateText(const Json& unit)
@@ -70,11 +79,26 @@ std::string estimateText(const Json& unit)
     const Json& e = unit.at("estimate");
     const Json& truth = unit.at("truth");
     std::string out =
-        "  estimate   time      " + deviated(e.at("time_ns"), e.at("time_deviation_ns"), timeText);
+        "  estimate   time      " +
+        deviated(e.at("time_ns"), e.at("time_deviation_ns"), e.at("time_band_ns"), timeText);
     if (const Json& time = truth.at("against_reference_time_ns"); !time.is_null())
         out += "; true " + timeText(time.get<double>());
-    out += "\n             frequency " + deviated(e.at("freq_ppb"), e.at("freq_deviation_ppb"), ppbText);
+    out += "\n             frequency " +
+           deviated(e.at("freq_ppb"), e.at("freq_deviation_ppb"), e.at("freq_band_ppb"), ppbText);
     return out + "; true " + ppbText(truth.at("freq_ppb").get<double>()) + "\n";
+}
+
+/// "PLL_Locked: phase 3.2 ns, held at 0 ns, divider 12.5 ppb, last sample 1 s ago"
+std::string loopText(const Json& unit)
+{
+    const Json& l = unit.at("loop_values");
+    if (l.is_null()) return "";
+    std::string out = "  loop       " + str(unit, "loop");
+    if (l.at("age_s").is_null() || l.at("phase_ns").is_null()) return out + ": no sample yet\n";
+    return out + ": phase " + timeText(l.at("phase_ns").get<double>()) + ", held at " +
+           timeText(l.at("held_ns").get<double>()) + ", divider " +
+           ppbText(l.at("divider_ppb").get<double>()) + ", last sample " +
+           text("%.0f s ago\n", l.at("age_s").get<double>());
 }
 
 std::string referenceText(const Json& unit)
@@ -85,9 +109,8 @@ std::string referenceText(const Json& unit)
     if (!unit.at("selected_since_s").is_null()) out += ", since " + clockOf(unit, "selected_since_s");
     if (!isNone) out += unit.at("degraded").get<bool>() ? ", degraded" : ", not degraded";
     if (const Json& pdv = unit.at("pdv"); !pdv.is_null())
-        out += "; PDV " + timeText(pdv.at("down_ns").get<double>()) + " down, " +
-               timeText(pdv.at("up_ns").get<double>()) + " up, limit " +
-               timeText(pdv.at("limit_ns").get<double>());
+        out += "; " + pdvText({pdv.at("down_ns").get<double>(), pdv.at("up_ns").get<double>(),
+                               pdv.at("limit_ns").get<double>()});
     return out + "\n";
 }
 
@@ -110,6 +133,13 @@ std::string timeText(double ns)
     return text("%.6f s", ns * 1e-9);
 }
 
+std::string pdvText(const PdvSample& pdv)
+{
+    if (std::isnan(pdv.limit_ns)) return "";
+    return "PDV " + timeText(pdv.down_ns) + " down, " + timeText(pdv.up_ns) + " up, limit " +
+           timeText(pdv.limit_ns);
+}
+
 StatusJson toJson(const UnitStatus& s)
 {
     Json json = {{"unit", s.unit},
@@ -128,9 +158,11 @@ StatusJson toJson(const UnitStatus& s)
                  {"reference_type", s.referenceType},
                  {"selected_since_s", number(s.selectedSince_s)},
                  {"degraded", s.isDegraded}};
-    json["pdv"] = s.pdv ? Json{{"high", s.pdv->isHigh}, {"down_ns", s.pdv->down_ns}, {"up_ns", s.pdv->up_ns},
-                               {"limit_ns", s.pdv->limit_ns}}
-                        : Json(nullptr);
+    json["pdv"] = std::isnan(s.pdv.limit_ns)
+                      ? Json(nullptr)
+                      : Json{{"high", isHigh(s.pdv)}, {"down_ns", s.pdv.down_ns}, {"up_ns", s.pdv.up_ns},
+                             {"limit_ns", s.pdv.limit_ns}};
+    json["loop_values"] = s.loopStatus ? loopJson(*s.loopStatus) : Json(nullptr);
     json["estimate"] = estimateJson(s);
     json["truth"] = {{"time_ns", s.timeError_ns}, {"against_reference_time_ns", number(s.gpsTimeError_ns)},
                      {"freq_ppb", s.freqError_ppb}};
@@ -165,10 +197,8 @@ std::string whyText(const StatusJson& unit)
                       clockText(for_s) + ": " + str(unit, "why") + "\n  next       " + str(unit, "change") +
                       "\n";
     out += referenceText(unit) + estimateText(unit);
-    const std::string loop = str(unit, "loop");
-    out += "  regulator  " + str(unit, "regulator") + (loop.empty() ? "" : ", " + loop) +
-           (unit.at("master").get<bool>() ? "" : ", slave") +
-           (unit.at("connected").get<bool>() ? "" : ", no main processor") + "\n";
+    out += "  regulator  " + str(unit, "regulator") + (unit.at("master").get<bool>() ? "" : ", slave") +
+           (unit.at("connected").get<bool>() ? "" : ", no main processor") + "\n" + loopText(unit);
     if (unit.at("alarms").empty()) out += "  alarms     none\n";
     for (const Json& a : unit.at("alarms"))
         out += "  alarm      " + str(a, "source") + ": " + str(a, "text") + ", since " +

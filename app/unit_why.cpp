@@ -18,7 +18,6 @@ namespace {
 
 constexpr double TICK_s = 2.1;               // of the temperature
 constexpr u8 START_UP_TICKS = 57;            // until a warm oscillator is used
-constexpr double SIGMAS = 3.0;               // as the unit grades its estimate
 constexpr double DAY_s = 86400.0;
 constexpr double AHEAD_s = 30 * DAY_s;
 constexpr u8 SOCPRI_STARTING = 17;

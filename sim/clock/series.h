@@ -37,8 +37,8 @@ struct SeriesForm {
 
 /// Reads one number a line; "#" begins a comment line, of fields between commas, semicolons or
 /// blanks the `column`th (from 0) is taken. A few lines of heading may stand before the first number. Throws
-/// SeriesError for a file that can't be read, a line without such a number, a number that isn't finite, or a file
-/// without numbers.
+/// SeriesError for a file that can't be read, a line without such a number, a number that isn't finite, or a
+/// file without numbers.
 std::vector<double> readSeries(const std::string& path, std::size_t column = 0);
 
 /// A series without end: at its last value it runs back, at its first forward again, so that
@@ -68,11 +68,12 @@ std::vector<double> asPhase(std::vector<double> values, SeriesKind kind, double 
 /// The relative frequency of a record: phases differenced.
 std::vector<double> asFrequency(std::vector<double> values, SeriesKind kind, double interval_s);
 
-/// A record of one value a second, or a gate, as relative frequency or as phase. Throws SeriesError, also where the
-/// values can't be of that kind: no clock is 100 ppm off.
+/// A record of one value a second, or a gate, as relative frequency or as phase. Throws SeriesError, also
+/// where the values can't be of that kind: no clock is 100 ppm off.
 std::vector<double> readFrequencies(const std::string& path, const SeriesForm& form);
 std::vector<double> readPhases(const std::string& path, const SeriesForm& form);
-/// FILE or FILE:KIND with words behind it: "log.txt:counts,column=1,nominal=50000000,gate=10". Throws SeriesError.
+/// FILE or FILE:KIND with words behind it: "log.txt:counts,column=1,nominal=50000000,gate=10". Throws
+/// SeriesError.
 std::pair<std::string, SeriesForm> parseSeriesForm(const std::string& text);
 /// "hz" for FrequencyHz.
 constexpr std::pair<const char*, SeriesKind> SERIES_KINDS[] = {

@@ -17,7 +17,7 @@ struct InrsiFrequency {
     bool valid = true;
 };
 struct InrsiPhase {
-    u64 diff_ps = 0;                   // the node's counter less the unit's, modulo a turn of the frame number
+    u64 diff_ps = 0;                   // the node's counter less the unit's, modulo a turn of frame numbers
     bool valid = true;
 };
 
@@ -33,7 +33,10 @@ public:
     u32 answer_ms = 5;                               // from a request to its answer
     u32 answers = 1;                                 // to one request
     /// Measurements of a unit; nothing rejects the request. Without them both differences are 0.
-    void onFrequency(std::function<std::optional<InrsiFrequency>(u32 unit)> hook) { onFrequency_ = std::move(hook); }
+    void onFrequency(std::function<std::optional<InrsiFrequency>(u32 unit)> hook)
+    {
+        onFrequency_ = std::move(hook);
+    }
     void onPhase(std::function<std::optional<InrsiPhase>(u32 unit)> hook) { onPhase_ = std::move(hook); }
 
     void die() override;

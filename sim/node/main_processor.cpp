@@ -270,7 +270,8 @@ bool MainProcessor::usable(const MpReference& ref) const
 
 bool MainProcessor::supervises(const MpReference& ref) const
 {
-    return std::any_of(supervised_.begin(), supervised_.end(), [&](const MpReference& s) { return same(s, ref); });
+    return std::any_of(supervised_.begin(), supervised_.end(),
+                       [&](const MpReference& s) { return same(s, ref); });
 }
 
 /// SSM codes of clocks; 15 says do not use, 255 that there is none.

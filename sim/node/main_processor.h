@@ -193,7 +193,8 @@ private:
     std::vector<Line> lines_;
     std::vector<std::pair<u32, u32>> created_;       // packet references: froId, froClassNo
     std::vector<Level> levels_;
-    u8 gpsStatus_ = 0, gpsOslStatus_ = 0, hptsiStatus_ = 0;   // of the last reports of this connection, 0 before them
+    // Of the last reports of this connection, 0 before them.
+    u8 gpsStatus_ = 0, gpsOslStatus_ = 0, hptsiStatus_ = 0;
     ClockStatus status_;
     std::vector<ClockStatus> statuses_;
     std::deque<MpRecord> log_;

@@ -1,8 +1,9 @@
 // cmcc_source.h - A source of the time of day at the unit: 1PPS at its reference input, CMCC frames on its
 // serial line.
 //
-// The pulse of whole second n of true time begins second `start` + n. Behind each pulse come a time info frame
-// that names its second, and a time state frame; both 23 bytes at 9600 bit/s, delivered with their last byte.
+// The pulse of whole second n of true time begins second `start` + n. Behind each pulse come a time info
+// frame that names its second, and a time state frame; both 23 bytes at 9600 bit/s, delivered with their last
+// byte.
 #pragma once
 #include "sim/board/edge_source.h"
 #include "sim/clock/random.h"

@@ -1,6 +1,6 @@
-// host_gps.h - A real GPS receiver at the unit: its serial line is a tty of the machine (or a pty that replays a
-// log), its pulse the kernel's PPS device, or without one the whole seconds of the host's time of day while
-// sentences come.
+// host_gps.h - A real GPS receiver at the unit: its serial line is a tty of the machine (or a pty that
+// replays a log), its pulse the kernel's PPS device, or without one the whole seconds of the host's time of
+// day while sentences come.
 //
 // A pulse is seen when it lies behind; the board is given the next one, a second later than the last.
 // Errors  a device that can't be used throws HostError; one that goes away is tried again each second.

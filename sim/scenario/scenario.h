@@ -127,8 +127,8 @@ Scenario readScenarioText(const std::string& text, const std::string& name);
 
 /// All words that an event's "do" can have, sorted.
 std::vector<std::string> eventWords();
-/// An event as typed, "gps.fault fault=antenna_open on=false", which happens at once. Throws ScenarioError, whose
-/// line number means nothing.
+/// An event as typed, "gps.fault fault=antenna_open on=false", which happens at once. Throws ScenarioError,
+/// whose line number means nothing.
 EventSpec readEventLine(const std::string& line, const Scenario& scenario);
 /// What could stand behind a line that isn't complete: words for "do", keys, or values of the last key.
 std::vector<std::string> completeEvent(const std::string& line, const Scenario& scenario);
@@ -197,8 +197,8 @@ std::function<void(Unit&)> readSyncGroupEvent(const EventWord& word, TableReader
 /// Radio links to other units; the event is empty when `word` is none of theirs.
 void readInrsi(TableReader& unit, const std::string& file, InrsiConfig& c);
 std::function<void(Unit&)> readSocpriEvent(const EventWord& word, TableReader& t);
-/// The recorded series that "series" names, its file beside the scenario's; what is wrong with it is told with
-/// the scenario's line.
+/// The recorded series that "series" names, its file beside the scenario's; what is wrong with it is told
+/// with the scenario's line.
 EndlessSeries readRecord(TableReader& t, std::vector<double> (*read)(const std::string&, const SeriesForm&),
                          std::optional<SeriesKind> usual);
 /// The same of plain numbers.

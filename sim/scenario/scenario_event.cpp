@@ -31,13 +31,10 @@ constexpr InputWord INPUT_WORDS[] = {
 
 ReferenceInput inputOf(Context& c)
 {
-    const std::string word = c.table.text("input");
-    for (const InputWord& w : INPUT_WORDS) {
-        if (word != w.word) continue;
-        if (!c.unit.inputs.contains(w.input)) c.table.fail("input", "the unit has no input '" + word + "'");
-        return w.input;
-    }
-    c.table.fail("input", "'" + word + "' is no input");
+    const InputWord& w = c.table.row("input", INPUT_WORDS, "input");
+    if (!c.unit.inputs.contains(w.input))
+        c.table.fail("input", std::string("the unit has no input '") + w.word + "'");
+    return w.input;
 }
 
 Action inputPresent(Context& c, bool present)
@@ -263,16 +260,13 @@ constexpr ServiceWord SERVICES[] = {
 };
 Action nodeService(Context& c)
 {
-    const std::string word = c.table.text("service");
-    const auto row = std::find_if(std::begin(SERVICES), std::end(SERVICES),
-                                  [&](const ServiceWord& s) { return word == s.word; });
-    if (row == std::end(SERVICES)) c.table.fail("service", "'" + word + "' is no service of the node");
+    const ServiceWord& service = c.table.row("service", SERVICES, "service of the node");
     using Deed = void (*)(Server&);
     const Deed deed = c.table.choice<Deed>("does", {{"die", [](Server& s) { s.die(); }},
                                                     {"start", [](Server& s) { s.start(); }},
                                                     {"mute", [](Server& s) { s.setMute(true); }},
                                                     {"speak", [](Server& s) { s.setMute(false); }}});
-    return [of = row->of, deed](Unit& u) { deed(of(u.node())); };
+    return [of = service.of, deed](Unit& u) { deed(of(u.node())); };
 }
 
 Action unitPowerOff(Context&)
@@ -302,17 +296,15 @@ constexpr FaultWord FAULTS[] = {
     {"eeprom_bad_sum",       [](BoardFaults& f, bool on) { f.eepromBadSum = on; }},
     {"eeprom_never_loads",   [](BoardFaults& f, bool on) { f.eepromNeverLoads = on; }},
     {"load_never_done",      [](BoardFaults& f, bool on) { f.loadNeverDone = on; }},
-    {"multiplicator_timeout", [](BoardFaults& f, bool on) { f.multiplicatorTimeoutAt = on ? 0 : 0xFFFFFFFF; }},
+    {"multiplicator_timeout",
+     [](BoardFaults& f, bool on) { f.multiplicatorTimeoutAt = on ? 0 : 0xFFFFFFFF; }},
     {"multiplicator_crc",    [](BoardFaults& f, bool on) { f.multiplicatorCrc = on; }},
     {"pll_ic_timeout",       [](BoardFaults& f, bool on) { f.pllIcTimeout = on; }},
 };
 Action boardFault(Context& c)
 {
-    const std::string word = c.table.text("fault");
-    const bool on = c.table.boolean("on", true);
-    for (const FaultWord& f : FAULTS)
-        if (word == f.word) return [set = f.set, on](Unit& u) { set(u.node().board().faults, on); };
-    c.table.fail("fault", "'" + word + "' is no fault of the board");
+    const FaultWord& fault = c.table.row("fault", FAULTS, "fault of the board");
+    return [set = fault.set, on = c.table.boolean("on", true)](Unit& u) { set(u.node().board().faults, on); };
 }
 Action boardSpuriousInterrupt(Context&)
 {

@@ -90,20 +90,17 @@ constexpr FaultWord FAULTS[] = {
 
 Action faultEvent(TableReader& t)
 {
-    const std::string word = t.text("fault");
-    const auto known = std::find_if(std::begin(FAULTS), std::end(FAULTS),
-                                    [&](const FaultWord& f) { return word == f.word; });
-    if (known == std::end(FAULTS)) t.fail("fault", "'" + word + "' is no fault of a receiver");
+    const FaultWord& known = t.row("fault", FAULTS, "fault of a receiver");
     GpsFaultOrder order;
-    order.fault = known->fault;
+    order.fault = known.fault;
     order.on = t.boolean("on", true);
     order.lasts = span(t, "for", 0);
-    if (t.has("amount") && known->most == 0.0) t.fail("amount", "this fault has none");
-    order.amount = t.number("amount", known->usual);
+    if (t.has("amount") && known.most == 0.0) t.fail("amount", "this fault has none");
+    order.amount = t.number("amount", known.usual);
     const bool bothSigns =
         order.fault == GpsFault::WrongSecond || order.fault == GpsFault::BadPulses;
-    const double least = bothSigns ? -known->most : 0.0;
-    if (!(order.amount >= least && order.amount <= known->most)) t.fail("amount", "out of range");
+    const double least = bothSigns ? -known.most : 0.0;
+    if (!(order.amount >= least && order.amount <= known.most)) t.fail("amount", "out of range");
     order.healedBy = t.choice<GpsHealedBy>("healed_by",
                                            {{"nothing", GpsHealedBy::Nothing},
                                             {"module", GpsHealedBy::Module},

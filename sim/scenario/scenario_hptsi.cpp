@@ -57,15 +57,12 @@ static_assert(std::size(FAULTS) == CMCC_FAULTS);
 
 Action faultEvent(TableReader& t)
 {
-    const std::string word = t.text("fault");
-    const auto known = std::find_if(std::begin(FAULTS), std::end(FAULTS),
-                                    [&](const FaultWord& f) { return word == f.word; });
-    if (known == std::end(FAULTS)) t.fail("fault", "'" + word + "' is no fault of a time source");
-    if (t.has("amount") && known->usual == 0.0) t.fail("amount", "this fault has none");
-    const double amount = t.number("amount", known->usual);
-    if (!(amount >= known->least && amount <= known->most)) t.fail("amount", "out of range");
+    const FaultWord& known = t.row("fault", FAULTS, "fault of a time source");
+    if (t.has("amount") && known.usual == 0.0) t.fail("amount", "this fault has none");
+    const double amount = t.number("amount", known.usual);
+    if (!(amount >= known.least && amount <= known.most)) t.fail("amount", "out of range");
     const bool on = t.boolean("on", true);
-    return [fault = known->fault, on, amount](Unit& u) { u.cmcc().setFault(fault, on, amount); };
+    return [fault = known.fault, on, amount](Unit& u) { u.cmcc().setFault(fault, on, amount); };
 }
 
 }  // namespace

@@ -358,9 +358,10 @@ std::function<void(Unit&)> readPacketEvent(const EventWord& word, TableReader& t
     }
     if (word == "node.packet_service") {
         using Get = Server& (*)(Node&);
-        const Get get = t.choice<Get>("service", {{"cfi", [](Node& n) -> Server& { return n.cfi(); }},
-                                                  {"driver", [](Node& n) -> Server& { return n.pktsyncDrv(); }},
-                                                  {"socket", [](Node& n) -> Server& { return n.ipsocki(); }}});
+        const Get get = t.choice<Get>("service",
+                                      {{"cfi", [](Node& n) -> Server& { return n.cfi(); }},
+                                       {"driver", [](Node& n) -> Server& { return n.pktsyncDrv(); }},
+                                       {"socket", [](Node& n) -> Server& { return n.ipsocki(); }}});
         const bool on = t.boolean("on", true);
         return [get, on](Unit& u) {
             if (on) get(u.node()).start();
@@ -368,8 +369,9 @@ std::function<void(Unit&)> readPacketEvent(const EventWord& word, TableReader& t
         };
     }
     if (word == "node.pdv_file") {
-        const char* const file = t.choice<const char*>("direction", {{"uplink", "/d/genPdvUplink.txt"},
-                                                                     {"downlink", "/d/genPdvDownlink.txt"}});
+        const char* const file =
+            t.choice<const char*>("direction", {{"uplink", "/d/genPdvUplink.txt"},
+                                                {"downlink", "/d/genPdvDownlink.txt"}});
         return [file, content = evenDelays(t.number("us") * US)](Unit& u) {
             u.node().volumes().write(file, content);
         };

@@ -126,18 +126,14 @@ constexpr Damage DAMAGES[] = {
 
 Action damageHistory(TableReader& t)
 {
-    const std::string word = t.text("file");
-    for (const Damage& d : DAMAGES) {
-        if (word != d.word) continue;
-        return [apply = d.apply](Unit& u) {
-            const auto& files = u.node().volumes().files();
-            const auto file = files.find(PRESENT_FILE);
-            if (file == files.end() || file->second.size() != RECORD + REVISION) return;
-            const std::string content = file->second;
-            apply(u.node().volumes(), content);
-        };
-    }
-    t.fail("file", "'" + word + "' is nothing that can be done to the history");
+    const Damage& damage = t.row("file", DAMAGES, "damage to the history");
+    return [apply = damage.apply](Unit& u) {
+        const auto& files = u.node().volumes().files();
+        const auto file = files.find(PRESENT_FILE);
+        if (file == files.end() || file->second.size() != RECORD + REVISION) return;
+        const std::string content = file->second;
+        apply(u.node().volumes(), content);
+    };
 }
 
 }  // namespace

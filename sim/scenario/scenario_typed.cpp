@@ -48,12 +48,13 @@ toml::table tableOf(const std::vector<std::string>& words)
 std::vector<std::string> namesFor(const std::string& key, const Scenario& scenario)
 {
     std::vector<std::string> names;
+    const bool isHost = key == "from" || key == "to";
     if (key == "link")
         for (const LinkSpec& l : scenario.links) names.push_back(l.name);
-    if (key == "master")
+    if (key == "master" || isHost)
         for (const PtpMasterConfig& m : scenario.masters) names.push_back(m.name);
     for (const UnitSpec& u : scenario.units) {
-        if (key == "unit") names.push_back(u.node.name);
+        if (key == "unit" || isHost) names.push_back(u.node.name);
         if (key == "reference")
             for (const MpReference& r : u.node.mainProcessor.references) names.push_back(r.name);
     }

@@ -175,6 +175,7 @@ i64 TableReader::integer(const char* key, i64 lowest, i64 highest, i64 fallback)
 
 bool TableReader::boolean(const char* key, bool fallback)
 {
+    for (const char* const word : {"true", "false"}) noteWord(key, word);
     if (!has(key)) return fallback;
     const toml::node& node = need(key);
     if (!node.is_boolean()) fail(key, "true or false is expected");

@@ -39,8 +39,8 @@ struct ReadNotes {
 };
 
 /// Reads the keys of one table; each key is asked for at most once, and `finish` refuses those that nobody
-/// asked for. Every getter without a default refuses a missing key, or the one that was meant for it: "duraton"
-/// is told at its own line.
+/// asked for. Every getter without a default refuses a missing key, or the one that was meant for it:
+/// "duraton" is told at its own line.
 class TableReader {
 public:
     TableReader(const toml::table& table, std::string file, std::string what);
@@ -75,6 +75,16 @@ public:
             known += known.empty() ? name : std::string(", ") + name;
         }
         fail(key, "'" + word + "' is none of " + known);
+    }
+    /// One row of a table that is kept by `word`; any other word "is no" such thing.
+    template <typename Row, std::size_t N>
+    const Row& row(const char* key, const Row (&rows)[N], const char* isNo)
+    {
+        for (const Row& r : rows) noteWord(key, r.word);
+        const std::string word = text(key);
+        for (const Row& r : rows)
+            if (word == r.word) return r;
+        fail(key, "'" + word + "' is no " + isNo);
     }
     /// A table below this one, nullptr when missing.
     const toml::table* table(const char* key);

@@ -226,6 +226,7 @@ struct TimeFilter {
     i32 secOffset = 0;
     i32 lastAsymComp = 0;                // ns
     SecondDifference syncVar, delayVar, syncVarLong, delayVarLong;
+    double compensation = 0;             // s, of the last measurement, for their difference
     RunningVariance variances[2];
     RunningVariance* variance21 = nullptr;
     RunningVariance* variance43 = nullptr;

@@ -257,7 +257,7 @@ double delaySample(i64 to_s, i32 to_ns, i64 from_s, i32 from_ns, double offset_s
 }
 
 /// The variance of each direction's delay, and what their difference does to the phase.
-double takeNoise(packet::TimeFilter& f, double& asymmetry)
+double takeNoise(packet::TimeFilter& f)
 {
     const PktTimeMsg& a = f.syncPacket;
     const PktTimeMsg& b = f.delayPacket;
@@ -272,8 +272,8 @@ double takeNoise(packet::TimeFilter& f, double& asymmetry)
     KVD_TRACE(TRACE_PTPTIME_REF, TRACE_3, "variance estimate sync and delay: %s",
               TuCommon_text(f.syncVar.var + f.delayVar.var));
     constexpr double PDV_ASYMMETRY = 300000.0;   // s of phase for each s^2 of difference
-    asymmetry = (f.syncVar.var - f.delayVar.var) * PDV_ASYMMETRY;
-    KVD_TRACE(TRACE_PTPTIME_REF, TRACE_3, "PDV assymtery comp : %g ", asymmetry);
+    f.compensation = (f.syncVar.var - f.delayVar.var) * PDV_ASYMMETRY;
+    KVD_TRACE(TRACE_PTPTIME_REF, TRACE_3, "PDV assymtery comp : %g ", f.compensation);
     take(f.syncVarLong, down);
     take(f.delayVarLong, up);
     constexpr double R_MIN = 1e-16;
@@ -314,9 +314,8 @@ void measureInterval(packet::TimeFilter& f, const Packet& p)
     followSeconds(f);
     const double t_mod = isLocked(p.regState) ? WIDE_MOD : 1.0;
     double z = packet::phaseError(f.syncPacket, f.delayPacket, t_mod);
-    double asymmetry = 0;
-    const double R = takeNoise(f, asymmetry);
-    z -= asymmetry;
+    const double R = takeNoise(f);
+    z -= f.compensation;
     constexpr double MEMORY = 50.0;
     KVD_TRACE(TRACE_PTPTIME_REF, TRACE_3, "z= %-17.16g, R= %-17.16g", z, R);
     packet::estimate({z, Z_PKT_TIME_REF, t_s, MEMORY, R});
@@ -392,6 +391,7 @@ void KvdLoz6TuReg_onPktTimeRefInit()
     clearInterval(f);
     f.syncVar = {};
     f.delayVar = {};
+    f.compensation = 0;
     packet::startLong(f.syncVarLong);
     packet::startLong(f.delayVarLong);
     f.prevZ21 = f.prevZ43 = {0.0, 0.0};

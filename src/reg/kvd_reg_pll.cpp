@@ -129,10 +129,22 @@ void KvdLoz6TuReg_slavePll_init(u32 slavePllState)
 
 void KvdLoz6TuReg_slavePll_control(double phaseDiff)
 {
+    pll::notePhase(phaseDiff);
     if (pll::needs().idlMode() == KVD_BIRAIIF_IDL_MODE_2) pll::controlIdl2(phaseDiff);
     else                                                  pll::controlIdl1(phaseDiff);
 }
 
+void pll::notePhase(double phaseDiff)
+{
+    s->pll.lastPhaseDiff = phaseDiff;
+    ++s->pll.phaseCount;
+}
+
+LoopSample KvdLoz6TuReg_pll_lastSample()
+{
+    const pll::Pll& p = s->pll;
+    return {p.lastPhaseDiff, p.phaseCount, p.yi + p.extAccFreqOffset};
+}
 u32  KvdLoz6TuReg_pllState() { return s->pll.currState; }
 u32  KvdLoz6TuReg_slavePllState() { return s->pll.currSlaveState; }
 bool KvdLoz6TuReg_pllIsLocked()

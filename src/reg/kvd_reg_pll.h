@@ -30,6 +30,11 @@ void KvdLoz6TuReg_pll_control(double phaseDiff);         // master, GPS out sync
 void KvdLoz6TuReg_soCpriPll_control(double phaseDiff);   // master, SoCPRI
 void KvdLoz6TuReg_slavePll_control(double phaseDiff);    // slave, IDL1 or IDL2
 
+/// The last phase that a loop was given, s, and how many there have been; the frequency that its divider settles
+/// on, over the factory value.
+struct LoopSample { double phaseDiff = 0; u32 count = 0; double y = 0; };
+LoopSample KvdLoz6TuReg_pll_lastSample();
+
 /// The reference is lost: the mean of the last filter outputs holds the frequency.
 void KvdLoz6TuReg_pll_toHoldover();
 /// SoCPRI's phase isn't used for a while: the same mean meanwhile.
@@ -38,11 +43,11 @@ void KvdLoz6TuReg_pll_soCpriPostponeRegulation();
 void KvdLoz6TuReg_pll_clearEmptyHOVector();
 bool KvdLoz6TuReg_pllIsLocked();     // OffsetLocked or Locked
 bool KvdLoz6TuReg_pllIsHoldover();   // one of the three holdover states
-/// Phase that the loop holds until a jump takes it out, s.
 /// The GPS out sync link's far end has a time that counts; told before each sample. Without one the loop is
 /// locked to an offset at best.
 void   KvdLoz6TuReg_pll_setSourceTime(bool counts);
 bool   KvdLoz6TuReg_pll_sourceTime();
+/// Phase that the loop holds until a jump takes it out, s.
 double KvdLoz6TuReg_pll_targetDiff();
 void   KvdLoz6TuReg_pll_setTargetDiff(double targetDiff);
 /// The integrator as it was before a restart.

@@ -194,6 +194,7 @@ bool KvdLoz6TuReg_pll_sourceTime() { return s->sourceTime; }
 
 void KvdLoz6TuReg_pll_control(double phaseDiff)
 {
+    pll::notePhase(phaseDiff);
     const u32 state = pll::vars().currState;
     switch (state) {
     case PLL_PreJumpStart:

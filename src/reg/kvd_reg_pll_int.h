@@ -40,8 +40,11 @@ struct Pll {
     u32 histPllCountDown = HIST_OFF;            // samples to the next write to flash
     u32 writeToFlash = 0;                       // the next filter run writes the history there
     u8  regulationMode = REGULATION_ON;
+    double lastPhaseDiff = 0;                   // s, and how many there have been
+    u32 phaseCount = 0;
 };
 Pll& vars();
+void notePhase(double phaseDiff);
 
 /// Cleared at a state's first run; a master's two loops and a slave have a set of their own.
 struct Counters {

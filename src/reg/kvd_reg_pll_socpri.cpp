@@ -179,6 +179,7 @@ void holdover(double phaseDiff)
 
 void KvdLoz6TuReg_soCpriPll_control(double phaseDiff)
 {
+    pll::notePhase(phaseDiff);
     pll::needs().answerContinuation(OK_TIME_LOCKED);
     const u32 state = pll::vars().currState;
     switch (state) {

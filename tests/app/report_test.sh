@@ -49,6 +49,8 @@ try {
     say('several plots', charts.length >= 5);
     say('the events are marked', RUN.units[0].events.some(e => e[1] === 'event'));
     say('a delay each way', RUN.units[0].delays.length > 0 && RUN.units[0].delays[0].down.some(v => v > 0));
+    const pdv = charts.find(c => c.title.startsWith('Delay variation'));
+    say('delay variation beside its limit', pdv && pdv.rows.some(r => r[1] > 0 && r[3] > r[1]));
     mouse('mousedown', 0.5); mouse('mousemove', 0.6, document); mouse('mousemove', 0.75, document);
     mouse('mouseup', 0.75, document);
     say('zoomed', width(chart) < 0.5 * whole);

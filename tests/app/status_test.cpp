@@ -161,6 +161,9 @@ TEST(EventLine, IsReadAndCompletedByTheScenariosReader)
     }
     EXPECT_THAT(sim::completeEvent("gps.f", scenario), Contains("gps.fault"));
     EXPECT_THAT(sim::completeEvent("gps.fault ", scenario), ElementsAre("unit=", "fault="));
+    EXPECT_THAT(sim::completeEvent("gps.fault fault=", scenario),
+                testing::IsSupersetOf({"fault=antenna_open", "fault=stuck_pps"}));
+    EXPECT_THAT(sim::completeEvent("gps.fault fault=jamming on=", scenario), ElementsAre("on=true", "on=false"));
     EXPECT_THAT(sim::completeEvent("mp.select reference=", scenario), Contains("reference=gps"));
 }
 

@@ -15,7 +15,7 @@ TU = sys.argv[2]
 DOCS = ROOT / "docs"
 wrong = []
 
-GETTERS = r"(?:text|number|notNegative|integer|boolean|seconds|texts|numbers|table|tables|dateTime|has|choice(?:<[^>]*>)?)"
+GETTERS = r"(?:text|number|notNegative|integer|boolean|seconds|texts|numbers|table|tables|dateTime|has|row|choice(?:<[^>]*>)?)"
 TABLES = r"(?:t|r|w|top|unit|c\.table|context\.table)"
 
 
