@@ -398,7 +398,7 @@ int main(int argc, char** argv)
     waitCommand->add_option("state", waitQuery.state, "Clock state, such as RNT_TIME_LOCKED")->required();
     waitCommand->add_option("--unit", waitQuery.unit, "A unit other than the first");
     waitCommand->add_option("--within", within,
-                            "And the time known to this: its estimate and three deviations of it");
+                            "And the time known to this: its estimate and the band about it");
     waitCommand->add_option("--timeout", timeout, "Of real time, such as 10m; exit code 1 then");
     NmeaArguments n;
     CLI::App* const nmeaCommand =

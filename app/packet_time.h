@@ -19,9 +19,7 @@ struct PacketTime {
     double mtieFrom_s = 0, mtieTo_s = 0;
     std::vector<TauValue> mtie_ns, tdev_ns;
 };
-/// The error against GPS time over a stretch, ns. The counter tells it in whole halves of an increment, the
-/// run's own series to a ps but from another origin: both together are exact once the counter has met one of
-/// its edges.
+/// The error against true time over a stretch, ns.
 std::vector<double> timeErrors(const UnitRecording& unit, const LockedSpan& span);
 PacketTime packetTime(const UnitRecording& unit, double interval_s);
 
