@@ -377,9 +377,36 @@ void Plan::packetServices(const Drawn& u, double at_s, double lasts)
         return;
     }
     constexpr const char* SERVICES[] = {"cfi", "driver", "socket"};
-    const std::string service = format("service = \"%s\"\n", oneOf(SERVICES));
+    const std::size_t which = below(3);
+    const std::string service = format("service = \"%s\"\n", SERVICES[which]);
+    if (below(2) == 0) return packetServiceMute(u, at_s, lasts, service);
     add(u, at_s, "node.packet_service", service + "on = false\n");
     add(u, at_s + lasts, "node.packet_service", service);
+}
+
+/// One hears everything and says nothing, most often while it is asked for something.
+void Plan::packetServiceMute(const Drawn& u, double at_s, double lasts, const std::string& service)
+{
+    const double asked_s = at_s + 0.2;
+    switch (below(5)) {
+    case 0: break;
+    case 1: add(u, asked_s, "unit.restart", format("type = %u\ngap = \"1s\"\n", below(6))); break;
+    case 2: add(u, asked_s, "mp.restart", "gone = \"1s\"\n"); break;
+    case 3: {                                            // the chain of starts begins anew
+        const std::string other = service.find("driver") != std::string::npos ? "service = \"cfi\"\n"
+                                                                              : "service = \"driver\"\n";
+        add(u, asked_s, "node.packet_service", other + "on = false\n");
+        add(u, asked_s + 1, "node.packet_service", other);
+        break;
+    }
+    default:
+        if (!u.ptp) break;
+        add(u, asked_s, "mp.delete_packet_reference", "fro_id = 200\n");
+        add(u, asked_s + between(0.2, lasts), "mp.create_packet_reference", u.ptpReference);
+        break;
+    }
+    add(u, at_s, "node.service", service + "does = \"mute\"\n");
+    add(u, at_s + lasts, "node.service", service + "does = \"speak\"\n");
 }
 
 // ---- node and oven ------------------------------------------------------------------------------

@@ -80,6 +80,7 @@ private:
     void route(const Drawn& u, double at_s, double lasts);
     void routeDown(const Drawn& u, double at_s, double lasts);
     void packetServices(const Drawn& u, double at_s, double lasts);
+    void packetServiceMute(const Drawn& u, double at_s, double lasts, const std::string& service);
     double restart(const Drawn& u, double at_s);
     double power(const Drawn& u, double at_s);
     double mainProcessor(const Drawn& u, double at_s);

@@ -386,6 +386,7 @@ void MainProcessor::onInitiate(const MpRecord& received)
     reported_.clear();
     lines_.clear();
     created_.clear();
+    deleting_.clear();
     levels_.clear();
     selected_ = none();
     gpsStatus_ = gpsOslStatus_ = hptsiStatus_ = 0;
@@ -521,7 +522,27 @@ void MainProcessor::deletePacketRef(u32 froId, u32 froClassNo)
     std::erase_if(config.packetRefs, [&](const MpPacketRef& r) {
         return r.froId == froId && r.froClassNo == froClassNo;
     });
+    std::erase(deleting_, std::pair{froId, froClassNo});
+    deleting_.emplace_back(froId, froClassNo);
     sendLayout(KvdTuiifDeletePktRefRoReq{KVD_TUIIF_DELETE_PKT_REF_RO_REQ, froId, froClassNo});
+}
+
+const MpPacketRef* MainProcessor::wantedPacketRef(u32 froId, u32 froClassNo) const
+{
+    const auto& refs = config.packetRefs;
+    const auto r = std::find_if(refs.begin(), refs.end(), [&](const MpPacketRef& ref) {
+        return ref.froId == froId && ref.froClassNo == froClassNo;
+    });
+    return r != refs.end() ? &*r : nullptr;
+}
+
+/// The unit refuses to create one while the former of that name goes: it is asked again.
+void MainProcessor::packetRefDeleted(u32 froId, u32 froClassNo)
+{
+    std::erase(created_, std::pair{froId, froClassNo});
+    const bool wasAsked = std::erase(deleting_, std::pair{froId, froClassNo}) > 0;
+    const MpPacketRef* const wanted = wantedPacketRef(froId, froClassNo);
+    if (wasAsked && wanted != nullptr) sendPacketRef(KVD_TUIIF_CREATE_PKT_REF_RO_REQ, *wanted);
 }
 
 void MainProcessor::askPacketRefAttributes(u32 froId, u32 froClassNo)
@@ -553,7 +574,11 @@ void MainProcessor::answerAudit()
 void MainProcessor::packetRefResult(u32 froId, u32 froClassNo, u32 result)
 {
     std::erase(created_, std::pair{froId, froClassNo});
+    const bool wasDeleted = std::erase(deleting_, std::pair{froId, froClassNo}) > 0;
     if (result != 0) return;
+    // It refuses to delete one that it is creating, too.
+    if (wasDeleted && wantedPacketRef(froId, froClassNo) == nullptr)
+        return deletePacketRef(froId, froClassNo);
     created_.emplace_back(froId, froClassNo);
     for (const MpReference& r : config.references)
         if (isPacket(r.refType) && r.supervise && r.froId == froId && r.froClassNo == froClassNo)
@@ -566,6 +591,7 @@ void MainProcessor::onPacketRefSignal(const MpRecord& received)
     case KVD_TUIIF_AUDIT_PKT_REF_RO_REQ: return answerAudit();
     case KVD_TUIIF_PKT_REF_RO_UNAVAILABLE_IND: {
         created_.clear();
+        deleting_.clear();                           // the audit lists what is wanted
         std::erase_if(reported_, [](const Reported& r) { return r.froClassNo == 4 || r.froClassNo == 5; });
         std::erase_if(supervised_, [](const MpReference& s) { return isPacket(s.refType); });
         return applyPolicy();
@@ -576,7 +602,7 @@ void MainProcessor::onPacketRefSignal(const MpRecord& received)
         return;
     case KVD_TUIIF_DELETE_PKT_REF_RO_CFM:
         if (const auto cfm = received.as<KvdTuiifDeletePktRefRoCfm>()) {
-            std::erase(created_, std::pair{cfm->froId, cfm->froClassNo});
+            packetRefDeleted(cfm->froId, cfm->froClassNo);
             std::erase_if(reported_, [&](const Reported& r) {
                 return r.froId == cfm->froId && r.froClassNo == cfm->froClassNo;
             });

@@ -165,6 +165,8 @@ private:
     void onPacketRefSignal(const MpRecord& received);
     void answerAudit();
     void packetRefResult(u32 froId, u32 froClassNo, u32 result);
+    void packetRefDeleted(u32 froId, u32 froClassNo);
+    const MpPacketRef* wantedPacketRef(u32 froId, u32 froClassNo) const;
     void sendPacketRef(SIGSELECT sigNo, const MpPacketRef& ref);
     void onPktRate(const MpRecord& received);
     void onQualityLevel(const MpRecord& received);
@@ -192,6 +194,7 @@ private:
     std::vector<Reported> reported_;
     std::vector<Line> lines_;
     std::vector<std::pair<u32, u32>> created_;       // packet references: froId, froClassNo
+    std::vector<std::pair<u32, u32>> deleting_;      // those whose end the unit hasn't confirmed
     std::vector<Level> levels_;
     // Of the last reports of this connection, 0 before them.
     u8 gpsStatus_ = 0, gpsOslStatus_ = 0, hptsiStatus_ = 0;

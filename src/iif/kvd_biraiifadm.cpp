@@ -25,9 +25,13 @@ ose::ModuleData<bira::State> s;
 // The blocking receives take these alone; all else waits in the queue.
 constexpr SIGSELECT SERVER_UP[] = {1, KVD_BIRAIIF_SERVER_UP_IND};
 constexpr SIGSELECT SERVICE[] = {
-    4, KVD_BIRAIIF_INITIATE_SERVICE_CFM, KVD_BIRAIIF_INITIATE_SERVICE_REJ,
-    KVD_BIRAIIF_INITIATE_SERVICE_SUS, KVD_BIRAIIF_SERVER_DOWN_IND};
-constexpr SIGSELECT LINK_TYPE[] = {2, KVD_BIRAIIF_IDL2_LINK_IND, KVD_BIRAIIF_SERVER_DOWN_IND};
+    5, KVD_BIRAIIF_INITIATE_SERVICE_CFM, KVD_BIRAIIF_INITIATE_SERVICE_REJ,
+    KVD_BIRAIIF_INITIATE_SERVICE_SUS, KVD_BIRAIIF_SERVER_DOWN_IND, KVD_BIRAIIF_ANSWER_TMO};
+constexpr SIGSELECT LINK_TYPE[] = {3, KVD_BIRAIIF_IDL2_LINK_IND, KVD_BIRAIIF_SERVER_DOWN_IND,
+                                   KVD_BIRAIIF_ANSWER_TMO};
+constexpr KvdAnswerOf ANSWER{TRACE_BIRAIIFADM, BIRA_SERVER_NAME, KVD_BIRAIIF_ANSWER_TMO};
+/// The server looks for the link first, and a request may begin that anew.
+constexpr OSTIME LINK_TYPE_ms = 60'000;
 
 KvdMgrExchange exchangeWithServer()
 {
@@ -48,6 +52,14 @@ void goOnWithoutServer()
     KvdUnit_link().hasHwControl = 1;
     s->biraUnavailable = 1;
     IIF_UPCALLS.startHardware(HW_IDL_MODE_NOT_AVAILABLE, 0);
+}
+
+void await(bira::Answer answer)
+{
+    s->awaits = answer;
+    const OSTIME time_ms = answer == bira::Answer::LinkType ? LINK_TYPE_ms : KVD_ANSWER_ms;
+    if (answer == bira::Answer::None) KvdTimer_cancel(s->answerTimer);
+    else                              KvdAnswer_await(s->answerTimer, ANSWER, time_ms);
 }
 
 // ---- link indication ----------------------------------------------------------------------------
@@ -117,7 +129,7 @@ void bira::requestService()
     req->pvThirdWanted = 1;
     req->isMaster = static_cast<u8>(s->isMaster);
     node::sendTo(s->biraServPid, req);
-    s->awaits = Answer::Service;
+    await(Answer::Service);
 }
 
 bool bira::isLinkType(u32 linkType)
@@ -157,7 +169,10 @@ void onServerDown()
     s->attach = 0;
     s->biraServPid = 0;
     s->biraInitiated = 0;
-    s->awaits = bira::Answer::None;
+    await(bira::Answer::None);
+    KvdTimer_cancel(s->orderTimer);
+    KvdTimer_cancel(s->handBackTimer);
+    s->idlType.isOwed = false;        // the next one tells the link type itself
     if (KvdUnit_link().idlMode == KVD_BIRAIIF_IDL_MODE_2 && bira::isSlave() && KvdUnit_link().timeTuningOngoing == 0)
         bira::startBasicRestartTimer();
     huntServer();                     // it may come back
@@ -183,13 +198,13 @@ void onInitiateCfm(const KvdBiraiifInitiateServiceCfm* cfm)
     if (cfm == nullptr) return;
     s->biraUnavailable = 0;           // one that came late, or refused before, serves now
     KvdUnit_link().startType = cfm->restart == 1 ? KVD_BIRAIIF_RESTART_COLD : KVD_BIRAIIF_RESTART_WARM;
-    s->awaits = bira::Answer::LinkType;
+    await(bira::Answer::LinkType);
 }
 
 void onRefusal(SIGSELECT sigNo)
 {
     KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "%s refused, signal=0x%x", BIRA_SERVER_NAME, sigNo);
-    s->awaits = bira::Answer::None;
+    await(bira::Answer::None);
     goOnWithoutServer();
     if (KvdUnit_link().idlMode == KVD_BIRAIIF_IDL_MODE_2 && bira::isSlave()) bira::startBasicRestartTimer();
 }
@@ -205,6 +220,11 @@ void onInitiateAnswer(const Signal* sig)
         onRefusal(sig->sigNo);
 }
 
+void onAnswerTimeout()
+{
+    if (KvdAnswer_isLate(s->answerTimer, ANSWER)) bira::requestService();
+}
+
 /// What the server said in the wait. The buffer is free again before it is acted on, which takes its time.
 struct Word {
     SIGSELECT sigNo = 0;
@@ -214,7 +234,6 @@ struct Word {
 Word awaitWord(KvdMgrExchange& exchange)
 {
     const bool isService = s->awaits == bira::Answer::Service;
-    exchange.askAgain = isService ? bira::requestService : nullptr;
     Signal* sig = KvdLoz6TuMgr_await(exchange, isService ? SERVICE : LINK_TYPE,
                                      isService ? "the service" : "the link type");
     Word word;
@@ -222,6 +241,8 @@ Word awaitWord(KvdMgrExchange& exchange)
     word.sigNo = sig->sigNo;
     if (sig->sigNo == KVD_BIRAIIF_IDL2_LINK_IND) {
         if (const auto* ind = as<KvdBiraiifIdl2LinkInd>(sig)) word.link = *ind;
+    } else if (sig->sigNo == KVD_BIRAIIF_ANSWER_TMO) {
+        onAnswerTimeout();
     } else if (sig->sigNo != KVD_BIRAIIF_SERVER_DOWN_IND) {
         onInitiateAnswer(sig);
     }
@@ -233,8 +254,9 @@ Word awaitWord(KvdMgrExchange& exchange)
 void takeLink(const KvdBiraiifIdl2LinkInd& ind)
 {
     if (!bira::isLinkType(ind.linkType)) return;
-    s->awaits = bira::Answer::None;
+    await(bira::Answer::None);
     bira::linkIndication(ind);
+    bira::sendOrders();
 }
 
 /// The program stays here until the link type is known, so that the hardware's start can follow it. A unit
@@ -282,12 +304,13 @@ int KvdLoz6BiraIifAdm_dispatch(Signal* sig)
     case KVD_BIRAIIF_IDL2_LINK_IND:      onLinkInd(as<KvdBiraiifIdl2LinkInd>(sig));             return 1;
     case KVD_BIRAIIF_FREQ_LOCKED_IND:    bira::onFreqLocked();                                  return 1;
     case KVD_BIRAIIF_BASIC_RESTART_TMO:  bira::onBasicRestartTimeout();                         return 1;
-    case KVD_BIRAIIF_IDL2_SELECT_IDL_TYPE_CFM:
-        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "KVD_BIRAIIF_IDL2_SELECT_IDL_TYPE_CFM received");
-        return 1;
+    case KVD_BIRAIIF_IDL2_SELECT_IDL_TYPE_CFM: bira::onSelectIdlTypeCfm();                      return 1;
     case KVD_BIRAIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_CFM:
         bira::onTogglePersistentFreqLockCfm();                                                  return 1;
     case KVD_BIRAIIF_IDL1_CLK_STATE_TMO: bira::onIdl1ClkStateTimeout();                         return 1;
+    case KVD_BIRAIIF_ANSWER_TMO:         onAnswerTimeout();                                     return 1;
+    case KVD_BIRAIIF_ORDER_TMO:          bira::onOrderTimeout();                                return 1;
+    case KVD_BIRAIIF_HAND_BACK_TMO:      bira::onHandBackTimeout();                             return 1;
     default:                                                                                    return 0;
     }
 }

@@ -21,6 +21,9 @@ namespace {
 
 constexpr OSTIME BASIC_RESTART_ms  = 10000;
 constexpr OSTIME IDL1_CLK_STATE_ms = 1200000;   // 20 min
+constexpr OSTIME HAND_BACK_ms = 1200000;        // 20 min, in which the server has its frequency locked
+constexpr KvdAnswerOf HAND_BACK{TRACE_BIRAIIFADM, BIRA_SERVER_NAME, KVD_BIRAIIF_HAND_BACK_TMO};
+constexpr KvdAnswerOf ORDER{TRACE_BIRAIIFADM, BIRA_SERVER_NAME, KVD_BIRAIIF_ORDER_TMO};
 constexpr u8 ORDERED_SYNCH_PORT = 1;            // of a link type that the main processor orders
 
 /// The loop begins on the link, and the clock follows the other unit in frequency.
@@ -57,6 +60,25 @@ void sendToServer(T*& sig)
 
 // ---- taking and giving --------------------------------------------------------------------------
 
+namespace {
+
+/// The answer is the server's lock. One that didn't hear of it would have nothing to lock.
+void handBack()
+{
+    auto* ind = node::make<KvdBiraiifUnableToTimeLockInd>(KVD_BIRAIIF_UNABLE_TO_TIME_LOCK_IND);
+    ind->synchPortNo = state().synchPortNo;
+    sendToServer(ind);
+    KvdAnswer_await(state().handBackTimer, HAND_BACK, HAND_BACK_ms);
+}
+
+}  // namespace
+
+void bira::onHandBackTimeout()
+{
+    if (!KvdAnswer_isLate(state().handBackTimer, HAND_BACK)) return;
+    if (KvdUnit_link().hasHwControl == 0 && state().persistentFreqLock == 0) handBack();
+}
+
 void bira::tellMasterServer()
 {
     KvdLoz6TuIifAdm_sendIdl2SetMasterServerReq(KvdUnit_link().timeTuningOngoing);
@@ -64,6 +86,7 @@ void bira::tellMasterServer()
 
 void bira::takeOver()
 {
+    KvdTimer_cancel(state().handBackTimer);
     KvdUnit_link().timeTuningOngoing = 1;
     KvdUnit_link().hasHwControl = 1;
     storeClkStatus(IDPI_CLK_STATUS_LOCKED, __func__,
@@ -97,12 +120,7 @@ void bira::giveUp(bool tell)
     KvdLoz6Idpi_stopRequestTimer();
     KvdLoz6TuSlave_idl2Reset();
     KvdLoz6Idpi_clearDelayData(IDPI_PORTS);
-    if (tell) {
-        auto* ind =
-            node::make<KvdBiraiifUnableToTimeLockInd>(KVD_BIRAIIF_UNABLE_TO_TIME_LOCK_IND);
-        ind->synchPortNo = state().synchPortNo;
-        sendToServer(ind);
-    }
+    if (tell) handBack();
     KvdLoz6TuIifAdm_reportSlavePllState(SLAVE_PLL_Uninitialized);
     resetSlaveMsi(IDPI_CLK_STATUS_FREE_RUNNING);
     tellMasterServer();
@@ -271,6 +289,39 @@ void KvdLoz6BiraIifAdm_idl1ClkState(u32 clkStatus, u32 again)
 
 namespace {
 
+void awaitConfirmation()
+{
+    if (state().biraServPid != 0) KvdAnswer_await(state().orderTimer, ORDER);
+}
+
+void confirmed(bira::Order& order)
+{
+    order.isOwed = false;
+    if (!state().idlType.isOwed && !state().persistentLock.isOwed) KvdTimer_cancel(state().orderTimer);
+}
+
+void sendIdlType(const bira::Order& order)
+{
+    auto* req = node::make<KvdBiraiifIdl2SelectIdlTypeReq>(KVD_BIRAIIF_IDL2_SELECT_IDL_TYPE_REQ);
+    req->idl2Type = order.value;
+    req->synchPortNo = order.synchPortNo;
+    sendToServer(req);
+    state().idlType = order;
+    state().idlType.isOwed = state().biraServPid != 0;     // one that comes tells its link type itself
+    awaitConfirmation();
+}
+
+void sendPersistentLock(const bira::Order& order)
+{
+    auto* req = node::make<KvdBiraiifIdl2TogglePersistentFreqLockReq>(
+        KVD_BIRAIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_REQ);
+    req->persistentFreqLock = order.value;
+    req->synchPortNo = order.synchPortNo;
+    sendToServer(req);
+    state().persistentLock = order;
+    awaitConfirmation();
+}
+
 void linkTypeOrdered(u32 idl2Type)
 {
     KvdBiraiifIdl2LinkInd ind{KVD_BIRAIIF_IDL2_LINK_IND, static_cast<u8>(idl2Type), 0,
@@ -279,6 +330,17 @@ void linkTypeOrdered(u32 idl2Type)
 }
 
 }  // namespace
+
+void bira::sendOrders()
+{
+    if (state().idlType.isOwed)        sendIdlType(state().idlType);
+    if (state().persistentLock.isOwed) sendPersistentLock(state().persistentLock);
+}
+
+void bira::onOrderTimeout()
+{
+    if (KvdAnswer_isLate(state().orderTimer, ORDER)) sendOrders();
+}
 
 void KvdLoz6BiraIifAdm_selectIdlType(u32 idl2Type, u8 synchPortNo)
 {
@@ -292,25 +354,25 @@ void KvdLoz6BiraIifAdm_selectIdlType(u32 idl2Type, u8 synchPortNo)
         KvdLoz6BiraIifAdm_idl1ClkState(IDPI_CLK_STATUS_LOCKED, 1);
     else if (idl2Type == KVD_BIRAIIF_IDL_MODE_2 && state().persistentFreqLock == 0)
         bira::takeOver();
-    auto* req = node::make<KvdBiraiifIdl2SelectIdlTypeReq>(KVD_BIRAIIF_IDL2_SELECT_IDL_TYPE_REQ);
-    req->idl2Type = idl2Type;
-    req->synchPortNo = synchPortNo;
-    sendToServer(req);
+    sendIdlType({true, idl2Type, synchPortNo});
 }
 
 void KvdLoz6BiraIifAdm_togglePersistentFreqLock(u32 value, u8 synchPortNo)
 {
     state().persistentFreqLock = value;
     if (value == 1 && state().biraInitiated != 0) bira::giveUp(false);
-    auto* req = node::make<KvdBiraiifIdl2TogglePersistentFreqLockReq>(
-        KVD_BIRAIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_REQ);
-    req->persistentFreqLock = value;
-    req->synchPortNo = synchPortNo;
-    sendToServer(req);
+    sendPersistentLock({true, value, synchPortNo});
+}
+
+void bira::onSelectIdlTypeCfm()
+{
+    KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "KVD_BIRAIIF_IDL2_SELECT_IDL_TYPE_CFM received");
+    confirmed(state().idlType);
 }
 
 void bira::onTogglePersistentFreqLockCfm()
 {
+    confirmed(state().persistentLock);
     if (state().persistentFreqLock == 1 && isSlave())
         KvdLoz6TuIifAdm_updateRadioClockState(KVD_TUIIF_SLAVE_FREE_RUNNING);
     state().persistentFreqLock = 0;

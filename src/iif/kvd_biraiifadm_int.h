@@ -1,7 +1,7 @@
 // kvd_biraiifadm_int.h - What the sources of the BIRA client share: start negotiation and link
 // indications (kvd_biraiifadm.cpp), hand-over of the hardware (kvd_biraiifadm_handover.cpp).
 #pragma once
-#include "base/kvd_timer.h"
+#include "base/kvd_answer.h"
 #include "iif/kvd_biraiifadm.h"
 #include "ose/ose.h"
 #include "sig/bira_sig.h"
@@ -10,6 +10,13 @@ namespace bira {
 
 /// What the server owes in the negotiation.
 enum class Answer : u8 { None, Service, LinkType };
+
+/// What the main processor orders of the server, which owes a confirmation.
+struct Order {
+    bool isOwed = false;
+    u32 value = 0;
+    u8  synchPortNo = 0;
+};
 
 struct State {
     PROCESS biraServPid = 0;
@@ -23,6 +30,10 @@ struct State {
     u32 persistentFreqLock = 0;
     bool hunting = false;              // a hunt is out
     Answer awaits = Answer::None;
+    KvdTimer answerTimer;
+    Order idlType, persistentLock;
+    KvdTimer orderTimer;
+    KvdTimer handBackTimer;            // the server has the hardware back and is to lock its frequency
     u32 waited_ms = 0;                 // blocked for the server's answers, for the report
 };
 State& state();
@@ -38,6 +49,11 @@ void linkIndication(const KvdBiraiifIdl2LinkInd& ind);
 void takeOver();
 /// Asks the server for its service, with the unit's role of now: nothing else tells it. Its answers come later.
 void requestService();
+/// The orders that the server hasn't confirmed go to it again.
+void sendOrders();
+void onOrderTimeout();
+void onHandBackTimeout();
+void onSelectIdlTypeCfm();
 /// And lets go of it; the server is told when `tell`.
 void giveUp(bool tell);
 /// A slave's start from its warm data; `expired` is the link indication's data flag.

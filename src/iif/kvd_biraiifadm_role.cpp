@@ -13,6 +13,7 @@ void stopWaiting()
 {
     KvdTimer_cancel(state().basicRestartTimer);
     KvdTimer_cancel(state().idl1ClkStateTimer);
+    KvdTimer_cancel(state().handBackTimer);
 }
 
 /// A master has the hardware, whether it was handed over before or not.

@@ -119,15 +119,16 @@ private:
 Signal* KvdLoz6TuMgr_await(KvdMgrExchange& exchange, const SIGSELECT* selection, const char* what)
 {
     for (;;) {
-        // The last wait of a limit is what is left of it.
-        const OSTIME step = exchange.limit_ms == 0
-                                ? EXCHANGE_TRACE_ms
-                                : std::min(EXCHANGE_TRACE_ms, exchange.limit_ms - exchange.waited_ms);
+        // Up to the next trace; the last wait of a limit is what is left of it.
+        const u32 waited_ms = exchange.waited_ms;
+        OSTIME step = EXCHANGE_TRACE_ms - waited_ms % EXCHANGE_TRACE_ms;
+        if (exchange.limit_ms != 0) step = std::min(step, exchange.limit_ms - waited_ms);
         const u32 before = now_ms();
         Signal* const sig = ose::receive_w_tmo(step, selection);
         exchange.waited_ms += now_ms() - before;
-        if (sig != nullptr) return sig;
-        if (exchange.limit_ms != 0 && exchange.waited_ms >= exchange.limit_ms) {
+        const bool isTraced = exchange.waited_ms / EXCHANGE_TRACE_ms != waited_ms / EXCHANGE_TRACE_ms;
+        if (sig != nullptr && !isTraced) return sig;
+        if (sig == nullptr && exchange.limit_ms != 0 && exchange.waited_ms >= exchange.limit_ms) {
             KVD_TRACE(exchange.traceGroup, TRACE_ERROR,
                       "%s doesn't answer, the unit goes on without %s, waited=%u ms", exchange.server, what,
                       exchange.waited_ms);
@@ -135,7 +136,7 @@ Signal* KvdLoz6TuMgr_await(KvdMgrExchange& exchange, const SIGSELECT* selection,
         }
         KVD_TRACE(exchange.traceGroup, TRACE_ERROR, "%s doesn't answer, the start waits for %s, waited=%u s",
                   exchange.server, what, exchange.waited_ms / 1000);
-        if (exchange.askAgain != nullptr) exchange.askAgain();
+        if (sig != nullptr) return sig;
     }
 }
 

@@ -17,7 +17,6 @@ struct KvdMgrExchange {
     const char* server;         // by the name of its process
     OSTIME limit_ms;            // 0: as long as it takes, since the server's death ends it or it comes back
     u32 waited_ms = 0;
-    void (*askAgain)() = nullptr;   // with each trace: repeats a request that was heard and not answered
 };
 
 /// The next signal of the selection, nullptr when the limit has passed. `what` is awaited, for the trace.

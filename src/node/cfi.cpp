@@ -74,6 +74,11 @@ u32 Cfi_internal(CfiProxy* p, const Signal* sig)
     return p != nullptr ? proxyInternal(p->service, SERVICE, sig) : u32{PROXY_NONE};
 }
 
+u32 Cfi_askAgain(const CfiProxy* p)
+{
+    return p != nullptr ? proxyAskAgain(p->service, SERVICE) : u32{PROXY_NONE};
+}
+
 u32 Cfi_attachReq(CfiProxy* p, u32 deviceId)
 {
     if (p == nullptr || p->service.server == 0) return node::PROXY_NOT_CONNECTED;

@@ -57,6 +57,8 @@ void Cfi_freeMemory(CfiProxy* proxy);
 u32  Cfi_initiateServiceReq(CfiProxy* proxy, u32 firstPv, u32 secondPv, u32 thirdPv);
 /// Takes one of the service's own signals.
 u32  Cfi_internal(CfiProxy* proxy, const Signal* sig);
+/// Repeats the initiation to a server that said nothing to it; fails when there is none.
+u32  Cfi_askAgain(const CfiProxy* proxy);
 u32  Cfi_attachReq(CfiProxy* proxy, u32 deviceId);
 /// One join or leave at a time.
 u32  Cfi_joinMulticastReq(CfiProxy* proxy, u32 deviceId, const std::array<u8, 6>& mac,

@@ -89,7 +89,10 @@ u32 TarsoIpsocki_internal(IpsockiProxy* p, const Signal* sig)
     switch (sig->sigNo) {
     case TARSO_IPSOCKI_SERVER_UP_IND:
         if (p->service.server != 0) return PROXY_DONE;      // of a hunt before
-        if (proxyServerUp(p->service, sig, TARSO_IPSOCKI_SERVER_DOWN_IND) != 0) return PROXY_NOT_CONNECTED;
+        if (proxyServerUp(p->service, sig, TARSO_IPSOCKI_SERVER_DOWN_IND) != 0) {
+            proxyHunt(TARSO_IPSOCKI_SERVER_NAME, TARSO_IPSOCKI_SERVER_UP_IND);   // dead already
+            return PROXY_NOT_CONNECTED;
+        }
         initiate(*p);
         return PROXY_DONE;
     case TARSO_IPSOCKI_SERVER_DOWN_IND:
@@ -100,6 +103,11 @@ u32 TarsoIpsocki_internal(IpsockiProxy* p, const Signal* sig)
     default:
         return PROXY_DONE;
     }
+}
+
+void TarsoIpsocki_askAgain(const IpsockiProxy* p)
+{
+    if (p != nullptr && p->service.server != 0) initiate(*p);
 }
 
 u32 TarsoIpsocki_terminateService(IpsockiProxy* p)

@@ -93,6 +93,8 @@ u32  TarsoIpsocki_initiateHostPID(IpsockiProxy* proxy, u32 apn, u32 piuInstanceI
 u32  TarsoIpsocki_initiateService(IpsockiProxy* proxy, u32 firstPv, u32 secondPv, u32 thirdPv);
 /// Takes one of the service's own signals.
 u32  TarsoIpsocki_internal(IpsockiProxy* proxy, const Signal* sig);
+/// Repeats the initiation to a server that said nothing to it; nothing while there is none.
+void TarsoIpsocki_askAgain(const IpsockiProxy* proxy);
 u32  TarsoIpsocki_terminateService(IpsockiProxy* proxy);
 /// Datagrams that the service may have on their way, and those that it keeps for later.
 u32  TarsoIpsocki_creditWindowReq(IpsockiProxy* proxy, u32 credit, u32 maxUndelivered);

@@ -140,10 +140,11 @@ int PhyPortInfo_dispatch(const Signal* sig)
     return 1;
 }
 
-bool PhyPortInfo_askAgain()
+bool PhyPortInfo_owesAnswer() { return s->isAwaited; }
+
+void PhyPortInfo_askAgain()
 {
     if (s->isAwaited) ask();
-    return s->isAwaited;
 }
 
 }  // namespace node

@@ -93,7 +93,9 @@ u32 PhyPortInfo_attach(const char* serviceName, u32 interfaceNumber, u32 pvFirst
                        const PhyPortCallbacks& callbacks);
 /// Takes one of the service's signals: 1 when it was one. Never frees it.
 int PhyPortInfo_dispatch(const Signal* sig);
-/// Repeats the request to a server that said nothing to it; false when there is none.
-bool PhyPortInfo_askAgain();
+/// The server was asked for its service and said nothing yet.
+bool PhyPortInfo_owesAnswer();
+/// Repeats the request to it.
+void PhyPortInfo_askAgain();
 
 }  // namespace node

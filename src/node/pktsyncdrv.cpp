@@ -63,6 +63,11 @@ u32 PktsyncDrv_internal(PktsyncDrvProxy* p, const Signal* sig)
     return p != nullptr ? proxyInternal(p->service, SERVICE, sig) : u32{PROXY_NONE};
 }
 
+u32 PktsyncDrv_askAgain(const PktsyncDrvProxy* p)
+{
+    return p != nullptr ? proxyAskAgain(p->service, SERVICE) : u32{PROXY_NONE};
+}
+
 u32 PktsyncDrv_setPktSyncReq(PktsyncDrvProxy* p, u32 syncRefFroId, const PktsyncDrvRef& ref)
 {
     return request(p, PKTSYNCDRV_SETSYNCREF_REQ, syncRefFroId, ref);

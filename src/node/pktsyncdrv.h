@@ -52,6 +52,8 @@ u32  PktsyncDrv_initiateServiceReq(PktsyncDrvProxy* proxy, u32 firstPv, u32 seco
                                    u32 fourthPv);
 /// Takes one of the service's own signals.
 u32  PktsyncDrv_internal(PktsyncDrvProxy* proxy, const Signal* sig);
+/// Repeats the initiation to a server that said nothing to it; fails when there is none.
+u32  PktsyncDrv_askAgain(const PktsyncDrvProxy* proxy);
 u32  PktsyncDrv_setPktSyncReq(PktsyncDrvProxy* proxy, u32 syncRefFroId, const PktsyncDrvRef& ref);
 u32  PktsyncDrv_changePktSyncReq(PktsyncDrvProxy* proxy, u32 syncRefFroId, const PktsyncDrvRef& ref);
 u32  PktsyncDrv_deletePktSyncReq(PktsyncDrvProxy* proxy, u32 syncRefFroId);

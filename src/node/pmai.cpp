@@ -9,6 +9,7 @@ namespace {
 
 constexpr const char* PROXY_NAME = "TmvPmai_proxy";
 constexpr u32 PROXY_STACK = 4096, PROXY_PRIORITY = 13;
+constexpr OSTIME ANSWER_ms = 10'000;
 
 // Client and proxy are two processes: each word has one writer.
 struct State {
@@ -21,6 +22,7 @@ struct State {
     PROCESS agent = 0;           // 0 while there is none
     AttachRef attachRef = 0;
     bool attached = false;       // the agent has confirmed
+    bool isAwaited = false;      // asked, and it said nothing yet
     u32 unconfirmed = 0;         // records on their way to the agent
 };
 ose::ModuleData<State> s;
@@ -31,23 +33,35 @@ void huntAgent()
     ose::hunt(TMV_PMAI_SERVER_NAME, 0, nullptr, &up);
 }
 
+void askToAttach()
+{
+    Signal* req = ose::alloc(sizeof(SIGSELECT), TMV_PMAI_ATTACH_REQ);
+    ose::send(&req, s->agent);
+    s->isAwaited = true;
+}
+
+/// Records on their way count as lost.
+void giveUpRecords()
+{
+    s->done += s->unconfirmed;
+    s->unconfirmed = 0;
+}
+
 void onServerUp(PROCESS agent)
 {
     if (s->agent != 0) return;
     s->agent = agent;
     Signal* down = ose::alloc(sizeof(SIGSELECT), TMV_PMAI_SERVER_DOWN_IND);
     s->attachRef = ose::attach(&down, agent);
-    Signal* req = ose::alloc(sizeof(SIGSELECT), TMV_PMAI_ATTACH_REQ);
-    ose::send(&req, agent);
+    askToAttach();
 }
 
 void onServerDown()
 {
     s->agent = 0;
     s->attachRef = 0;
-    s->attached = false;
-    s->done += s->unconfirmed;
-    s->unconfirmed = 0;
+    s->attached = s->isAwaited = false;
+    giveUpRecords();
     huntAgent();
 }
 
@@ -76,17 +90,35 @@ void onPmDataCfm()
     ++s->done;
 }
 
+void onAttachAnswer(Signal* sig)
+{
+    if (s->agent != ose::sender(&sig)) return;
+    s->isAwaited = false;
+    s->attached = sig->sigNo == TMV_PMAI_ATTACH_CFM;
+}
+
+/// The next signal. An agent that hears and says nothing isn't dead: it is asked again.
+Signal* next()
+{
+    for (;;) {
+        if (!s->isAwaited && s->unconfirmed == 0) return ose::receive(ose::ANY_SIGNAL);
+        if (Signal* const sig = ose::receive_w_tmo(ANSWER_ms, ose::ANY_SIGNAL)) return sig;
+        giveUpRecords();
+        if (s->isAwaited) askToAttach();
+    }
+}
+
 void proxy()
 {
     node::traceAttachProcess();
     huntAgent();
     for (;;) {
-        Signal* sig = ose::receive(ose::ANY_SIGNAL);
+        Signal* sig = next();
         switch (sig->sigNo) {
         case TMV_PMAI_SERVER_UP_IND:   onServerUp(ose::sender(&sig));              break;
         case TMV_PMAI_SERVER_DOWN_IND: onServerDown();                             break;
-        case TMV_PMAI_ATTACH_CFM:      s->attached = s->agent == ose::sender(&sig); break;
-        case TMV_PMAI_ATTACH_REJ:      s->attached = false;                        break;
+        case TMV_PMAI_ATTACH_CFM:
+        case TMV_PMAI_ATTACH_REJ:      onAttachAnswer(sig);                        break;
         case TMV_PMAI_PUSH_IND:        onPush(as<TmvPmaiPushInd>(sig));            break;
         case TMV_PMAI_PM_DATA_IND:     onPmData(sig);                              break;
         case TMV_PMAI_PM_DATA_CFM:     onPmDataCfm();                              break;

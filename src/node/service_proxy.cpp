@@ -18,6 +18,12 @@ u32 proxyInternal(ServiceProxy& proxy, const ProxyService& service, const Signal
         return proxyServerDown(proxy, sig) == 0 ? PROXY_DONE : PROXY_NOT_CONNECTED;
     if (sig->sigNo != service.upInd) return PROXY_DONE;
     if (proxyServerUp(proxy, sig, service.downInd) != 0) return PROXY_NOT_CONNECTED;
+    return proxyAskAgain(proxy, service);
+}
+
+u32 proxyAskAgain(const ServiceProxy& proxy, const ProxyService& service)
+{
+    if (proxy.server == 0) return PROXY_NOT_CONNECTED;
     auto* req = make<ProxyInitiateReq>(service.initiateReq);
     req->wanted = proxy.wanted;
     sendTo(proxy.server, req);

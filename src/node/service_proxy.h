@@ -31,6 +31,8 @@ struct ProxyService {
 u32  proxyInitiateService(ServiceProxy& proxy, const ProxyService& service, const ProtocolVersions& wanted);
 /// Takes one of the service's own signals: found, the server is asked for protocol versions.
 u32  proxyInternal(ServiceProxy& proxy, const ProxyService& service, const Signal* sig);
+/// Repeats that to a server which said nothing to it; PROXY_NOT_CONNECTED when there is none.
+u32  proxyAskAgain(const ServiceProxy& proxy, const ProxyService& service);
 
 /// `upInd` comes to the caller, sent by the server, as soon as there is one.
 void proxyHunt(const char* serverName, SIGSELECT upInd);

@@ -42,6 +42,15 @@ void forgetServer(node::SlowpiContext& c)
     c.confirmed = false;
 }
 
+void ask(const node::SlowpiContext& c)
+{
+    auto* req = node::make<SlowpiInitiateServiceReq>(SLOWPI_INITIATE_SERVICE_REQ);
+    req->pvFirstWanted = c.wantedPv[0];
+    req->pvSecondWanted = c.wantedPv[1];
+    req->pvThirdWanted = c.wantedPv[2];
+    node::sendTo(c.server, req);
+}
+
 u32 onServerUp(node::SlowpiContext& c, PROCESS server)
 {
     if (!c.hunting) return NOT_OURS;
@@ -49,11 +58,7 @@ u32 onServerUp(node::SlowpiContext& c, PROCESS server)
     c.server = server;
     Signal* down = ose::alloc(sizeof(SIGSELECT), SLOWPI_SERVER_DOWN_IND);
     c.attachRef = ose::attach(&down, server);
-    auto* req = node::make<SlowpiInitiateServiceReq>(SLOWPI_INITIATE_SERVICE_REQ);
-    req->pvFirstWanted = c.wantedPv[0];
-    req->pvSecondWanted = c.wantedPv[1];
-    req->pvThirdWanted = c.wantedPv[2];
-    node::sendTo(server, req);
+    ask(c);
     return DONE;
 }
 
@@ -112,6 +117,13 @@ u32 Slowpi_initiateServiceReq(SlowpiContext* context, u32 firstPv, u32 secondPv,
     context->hunting = true;
     Signal* up = ose::alloc(sizeof(SIGSELECT), SLOWPI_SERVER_UP_IND);
     ose::hunt(SLOWPI_SERVER_NAME, 0, nullptr, &up);
+    return DONE;
+}
+
+u32 Slowpi_askAgain(const SlowpiContext* context)
+{
+    if (context == nullptr || context->server == 0 || context->confirmed) return NOT_CONNECTED;
+    ask(*context);
     return DONE;
 }
 

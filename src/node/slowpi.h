@@ -57,6 +57,8 @@ SlowpiContext* Slowpi_initiateMemory();
 void Slowpi_freeMemory(SlowpiContext* context);
 /// Asks for the service, now or as soon as its server comes. The answer is one of CFM, SUS, REJ.
 u32 Slowpi_initiateServiceReq(SlowpiContext* context, u32 firstPv, u32 secondPv, u32 thirdPv);
+/// Repeats the request to a server that said nothing to it; not 0 when there is none.
+u32  Slowpi_askAgain(const SlowpiContext* context);
 /// Lets the proxy take one of the service's own signals: server up and down, CFM, SUS, REJ.
 u32 Slowpi_internal(SlowpiContext* context, const Signal* sig);
 /// Frames of a subtype and organisation; the answer is SLOWPI_SUBSCRIBE_RSP, SLOWPI_UNSUBSCRIBE_RSP.

@@ -1,5 +1,6 @@
 #include "pktsync/tupktsync_cfi_client.h"
 
+#include "base/kvd_answer.h"
 #include "base/trace_groups.h"
 #include "node/cfi.h"
 #include "node/sig.h"
@@ -7,20 +8,25 @@
 #include "pktsync/tupktsync_pdu.h"
 #include "pktsync/tupktsync_proc.h"
 #include "pktsync/tupktsync_syncref_ctrl.h"
+#include "sig/tupktsync_sig.h"
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace {
 
 constexpr u32 PV = 1;
 constexpr u32 DEVICE = 3;
+constexpr KvdAnswerOf ANSWER{TRACE_TUPKTSYNC_CFI_CLIENT, "CFI", TUPKTSYNC_CFI_ANSWER_TMO};
 constexpr CfiFilter PTP_FRAMES{1, 12, 2, PTP_ETHERTYPE, 0xFFFF};
 
 struct State {
     u32 state = CFI_NOT_AVAILABLE;
     u32 selectedPv = 0;
+    bool isSuspended = false;        // it may serve later
     node::CfiProxy* proxy = nullptr;
+    KvdTimer answerTimer;
     std::array<TuPktsyncGroup, TUPKTSYNC_GROUPS> groups;
 };
 ose::ModuleData<State> s;
@@ -43,17 +49,47 @@ bool internal(const Signal* sig)
 
 void reportReady() { TuPktsync_Root_initReady(TUPKTSYNC_OBJECT_CFI_CLIENT); }
 
+void awaitAnswer() { KvdAnswer_await(s->answerTimer, ANSWER); }
+
 // ---- connection ---------------------------------------------------------------------------------
+
+void lookForServer()
+{
+    const u32 result = node::Cfi_initiateServiceReq(s->proxy, PV, PV, PV);
+    if (result != 0) {
+        KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR, "Cfi_initiateServiceReq failed, result=%u",
+                  result);
+        return;
+    }
+    KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_INFO, "TUPKTSYNC: CFI interface initiated");
+    s->state = CFI_WAIT_FOR_SERVER_UP;
+}
+
+/// One that died as it was found leaves nobody to ask.
+void askForService()
+{
+    if (node::Cfi_askAgain(s->proxy) == 0) awaitAnswer();
+    else                                   lookForServer();
+}
 
 void onServerUp(const Signal* sig)
 {
     if (!isIn(CFI_WAIT_FOR_SERVER_UP, "CFI_SERVER_UP_IND")) return;
     internal(sig);
     s->state = CFI_WAIT_FOR_INIT_RESPONS;
+    awaitAnswer();
+}
+
+/// The chain of starts went on without the service, and begins anew with it.
+void onServesAgain()
+{
+    KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_INFO, "TUPKTSYNC: CFI serves again");
+    TuPktsync_SyncrefCtrl_handleServerDownInd();
 }
 
 void onConfirm(const Signal* sig)
 {
+    if (s->isSuspended) return onServesAgain();
     if (!isIn(CFI_WAIT_FOR_INIT_RESPONS, "CFI_INITIATE_SERVICE_CFM")) return;
     const auto* cfm = as<node::ProxyInitiateAnswer>(sig);
     if (cfm == nullptr) return;
@@ -63,6 +99,7 @@ void onConfirm(const Signal* sig)
     internal(sig);
     s->selectedPv = cfm->pv;
     s->state = CFI_AVAILABLE;
+    awaitAnswer();
     const u32 result = node::Cfi_attachReq(s->proxy, DEVICE);
     if (result != 0) {
         KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
@@ -72,12 +109,25 @@ void onConfirm(const Signal* sig)
     s->state = CFI_WAIT_FOR_ATTACH_CFM;
 }
 
+/// What is asked won't be answered.
+void giveUpRequests()
+{
+    for (TuPktsyncGroup& g : s->groups) {
+        g.isAsked = false;
+        g.joinNeeded = g.leaveNeeded = 0;
+        TuPktsync_SyncrefCtrl_CfiSetupRefused(g.groupType);
+        TuPktsync_SyncrefCtrl_CfiRemoveReady(g.groupType);
+    }
+}
+
 void onSuspend()
 {
     KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
               "TuPktsync_CFI_client: CFI_INITIATE_SERVICE_SUS received; service is not available!");
     s->state = CFI_NOT_AVAILABLE;
-    reportReady();
+    giveUpRequests();
+    if (!std::exchange(s->isSuspended, true)) reportReady();
+    awaitAnswer();
 }
 
 void onReject(const Signal* sig)
@@ -85,8 +135,10 @@ void onReject(const Signal* sig)
     KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
               "TuPktsync_CFI_client: CFI_INITIATE_SERVICE_REJ received; indicates build fault!");
     internal(sig);
+    KvdTimer_cancel(s->answerTimer);
     s->state = CFI_NOT_AVAILABLE;
-    reportReady();
+    giveUpRequests();
+    if (!std::exchange(s->isSuspended, false)) reportReady();
 }
 
 void onAttach(const Signal* sig)
@@ -98,8 +150,9 @@ void onAttach(const Signal* sig)
         KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
                   "TuPktsync_CFI_client: error result = %d\nin attach cfm",
                   static_cast<i32>(cfm->result));
-        return;
+        return;                              // and asked again
     }
+    KvdTimer_cancel(s->answerTimer);
     s->state = CFI_ATTACHED;
     reportReady();
 }
@@ -119,6 +172,22 @@ bool isBusy()
     return std::any_of(s->groups.begin(), s->groups.end(), [](const TuPktsyncGroup& g) { return g.isAsked; });
 }
 
+/// For what the group's state awaits. False when the service couldn't be asked.
+bool request(TuPktsyncGroup& g)
+{
+    const bool isJoin = g.state == GROUP_JOIN_PENDING;
+    const u32 result = isJoin
+                           ? node::Cfi_joinMulticastReq(s->proxy, DEVICE, g.mac, PTP_FRAMES, g.groupType)
+                           : node::Cfi_leaveMulticastReq(s->proxy, DEVICE, g.mac, PTP_FRAMES, g.groupType);
+    if (result != 0)
+        KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
+                  "TuPktsync_CFI_client: Cfi_%sMulticastReq failed, result=%u", isJoin ? "join" : "leave",
+                  result);
+    g.isAsked = result == 0;
+    if (g.isAsked) awaitAnswer();
+    return g.isAsked;
+}
+
 /// False when the service couldn't be asked.
 bool join(TuPktsyncGroup& g)
 {
@@ -126,14 +195,9 @@ bool join(TuPktsyncGroup& g)
         g.joinNeeded = 1;
         return true;
     }
-    const u32 result = node::Cfi_joinMulticastReq(s->proxy, DEVICE, g.mac, PTP_FRAMES, g.groupType);
-    if (result != 0)
-        KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
-                  "TuPktsync_CFI_client: Cfi_joinMulticastReq failed, result=%u", result);
-    g.isAsked = result == 0;
     g.state = GROUP_JOIN_PENDING;
     g.joinNeeded = 0;
-    return g.isAsked;
+    return request(g);
 }
 
 bool leave(TuPktsyncGroup& g)
@@ -142,14 +206,9 @@ bool leave(TuPktsyncGroup& g)
         g.leaveNeeded = 1;
         return true;
     }
-    const u32 result = node::Cfi_leaveMulticastReq(s->proxy, DEVICE, g.mac, PTP_FRAMES, g.groupType);
-    if (result != 0)
-        KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
-                  "TuPktsync_CFI_client: Cfi_leaveMulticastReq failed, result=%u", result);
-    g.isAsked = result == 0;
     g.state = GROUP_LEAVE_PENDING;
     g.leaveNeeded = 0;
-    return g.isAsked;
+    return request(g);
 }
 
 /// The users that wait get the group, or are told that they won't.
@@ -189,13 +248,17 @@ bool isGood(const CfiResultCfm& cfm, const char* request)
 }
 
 /// The group whose request of that state is answered; nullptr, and the answer is dropped, for none.
-TuPktsyncGroup* takeAnswer(u32 state)
+TuPktsyncGroup* takeAnswer(u32 state, const CfiResultCfm& cfm)
 {
     for (TuPktsyncGroup& g : s->groups) {
-        if (g.state != state || !g.isAsked) continue;
+        if (g.state != state || !g.isAsked || g.groupType != cfm.clientData) continue;
+        KvdTimer_cancel(s->answerTimer);
         g.isAsked = false;
         return &g;
     }
+    KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_2,
+              "TuPktsync_CFI_client: answer 0x%x for group %u, which nobody waits for", cfm.sigNo,
+              cfm.clientData);
     return nullptr;
 }
 
@@ -205,7 +268,7 @@ void onJoined(const Signal* sig)
     const auto* cfm = as<CfiResultCfm>(sig);
     if (cfm == nullptr) return;
     const bool good = isGood(*cfm, "join");
-    TuPktsyncGroup* const g = takeAnswer(GROUP_JOIN_PENDING);
+    TuPktsyncGroup* const g = takeAnswer(GROUP_JOIN_PENDING, *cfm);
     if (g == nullptr) return;
     if (good) {
         g->state = GROUP_JOINED;
@@ -225,12 +288,28 @@ void onLeft(const Signal* sig)
     const auto* cfm = as<CfiResultCfm>(sig);
     if (cfm == nullptr) return;
     const bool good = isGood(*cfm, "leave");
-    TuPktsyncGroup* const g = takeAnswer(GROUP_LEAVE_PENDING);
+    TuPktsyncGroup* const g = takeAnswer(GROUP_LEAVE_PENDING, *cfm);
     if (g == nullptr) return;
     if (good) g->state = GROUP_NONE;
     TuPktsync_SyncrefCtrl_CfiRemoveReady(g->groupType);
     if (g->joinNeeded != 0 && g->users > 0) joinForUsers(*g);
     serveWaiting();
+}
+
+void onAnswerTimeout()
+{
+    if (!KvdAnswer_isLate(s->answerTimer, ANSWER)) return;
+    switch (s->state) {
+    case CFI_AVAILABLE:
+    case CFI_WAIT_FOR_ATTACH_CFM:
+        if (node::Cfi_attachReq(s->proxy, DEVICE) == 0) s->state = CFI_WAIT_FOR_ATTACH_CFM;
+        return awaitAnswer();
+    case CFI_ATTACHED:
+        for (TuPktsyncGroup& g : s->groups)
+            if (g.isAsked) request(g);
+        return;
+    default: return askForService();
+    }
 }
 
 void onFrame(Signal* sig)
@@ -258,20 +337,15 @@ void TuPktsync_CFI_client_init()
         s->groups[i].mac = TUPKTSYNC_GROUP_MAC[i];
     }
     s->proxy = node::Cfi_initiateMemory();
-    const u32 result = node::Cfi_initiateServiceReq(s->proxy, PV, PV, PV);
-    if (result != 0) {
-        KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR, "Cfi_initiateServiceReq failed, result=%u",
-                  result);
-        return;
-    }
-    KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_INFO, "TUPKTSYNC: CFI interface initiated");
-    s->state = CFI_WAIT_FOR_SERVER_UP;
+    lookForServer();
 }
 
 void TuPktsync_CFI_client_reset()
 {
     node::Cfi_freeMemory(s->proxy);
     s->proxy = nullptr;
+    KvdTimer_cancel(s->answerTimer);
+    s->isSuspended = false;
     s->state = CFI_NOT_AVAILABLE;
     KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_INFO,
               "TUPKTSYNC: CFI proxy memory freed and state set to NOT_AVAILABE");
@@ -289,6 +363,7 @@ int TuPktsync_CFI_client_dispatch(Signal* sig)
     case CFI_JOIN_MULTICAST_CFM:   onJoined(sig);     return 1;
     case CFI_LEAVE_MULTICAST_CFM:  onLeft(sig);       return 1;
     case CFI_RECEIVE_FRAME_IND:    onFrame(sig);      return 1;
+    case TUPKTSYNC_CFI_ANSWER_TMO: onAnswerTimeout(); return 1;
     default:                       return 0;
     }
 }

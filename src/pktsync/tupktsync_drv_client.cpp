@@ -1,5 +1,6 @@
 #include "pktsync/tupktsync_drv_client.h"
 
+#include "base/kvd_answer.h"
 #include "base/trace_groups.h"
 #include "node/bytes.h"
 #include "node/sig.h"
@@ -7,24 +8,33 @@
 #include "pktsync/tupktsync_proc.h"
 #include "pktsync/tupktsync_ptp_protocol.h"
 #include "pktsync/tupktsync_syncref_ctrl.h"
+#include "sig/tupktsync_sig.h"
 
+#include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace {
 
 constexpr u32 PV = 1;
+constexpr KvdAnswerOf ANSWER{TRACE_TUPKTSYNC_PKTSYNCDRV_CLIENT, "PKTSYNCDRV", TUPKTSYNC_DRV_ANSWER_TMO};
 
-enum class Request : u32 { None, Set, Delete };
-/// The last request for a syncref; the driver's answer tells the froId alone.
+enum Request : u32 { SET = 0x1, CHANGE = 0x2, DELETE = 0x4 };
+/// What the driver is to know of a syncref, and the requests about it that it hasn't answered: its answers
+/// tell the froId alone.
 struct Asked {
-    Request request = Request::None;
+    bool isUsed = false;
+    u32 awaits = 0;                  // Request
     u32 froId = 0;
+    PktsyncDrvRef ref{};
 };
 
 struct State {
     u32 state = DRV_NOT_AVAILABLE;
     u32 selectedPv = 0;
+    bool isSuspended = false;        // it may serve later
     node::PktsyncDrvProxy* proxy = nullptr;
+    KvdTimer answerTimer;
     std::array<Asked, PTP_CLOCKS> asked{};
 };
 ose::ModuleData<State> s;
@@ -48,15 +58,47 @@ bool internal(const Signal* sig)
 
 void reportReady() { TuPktsync_Root_initReady(TUPKTSYNC_OBJECT_PKTSYNCDRV_CLIENT); }
 
+void awaitAnswer() { KvdAnswer_await(s->answerTimer, ANSWER); }
+
+// ---- connection ---------------------------------------------------------------------------------
+
+void lookForServer()
+{
+    const u32 result = node::PktsyncDrv_initiateServiceReq(s->proxy, PV, PV, PV, PV);
+    if (result != 0) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PKTSYNCDRV_CLIENT, TRACE_ERROR,
+                  "PktsyncDrv_initiateServiceReq failed, result=%u", result);
+        return;
+    }
+    KVD_TRACE(TRACE_TUPKTSYNC_PKTSYNCDRV_CLIENT, TRACE_INFO, "TUPKTSYNC: PKTSYNCDRV interface initiated");
+    s->state = DRV_WAIT_FOR_SERVER_UP;
+}
+
+/// One that died as it was found leaves nobody to ask.
+void askForService()
+{
+    if (node::PktsyncDrv_askAgain(s->proxy) == 0) awaitAnswer();
+    else                                          lookForServer();
+}
+
 void onServerUp(const Signal* sig)
 {
     if (!isIn(DRV_WAIT_FOR_SERVER_UP, "PKTSYNCDRV_SERVER_UP_IND")) return;
     internal(sig);
     s->state = DRV_WAIT_FOR_INIT_RESPONS;
+    awaitAnswer();
+}
+
+/// The chain of starts went on without the service, and begins anew with it.
+void onServesAgain()
+{
+    KVD_TRACE(TRACE_TUPKTSYNC_PKTSYNCDRV_CLIENT, TRACE_INFO, "TUPKTSYNC: PKTSYNCDRV serves again");
+    TuPktsync_SyncrefCtrl_handleServerDownInd();
 }
 
 void onConfirm(const Signal* sig)
 {
+    if (s->isSuspended) return onServesAgain();
     if (!isIn(DRV_WAIT_FOR_INIT_RESPONS, "PKTSYNCDRV_INITIATE_SERVICE_CFM")) return;
     const auto* cfm = as<node::ProxyInitiateAnswer>(sig);
     if (cfm == nullptr) return;
@@ -64,9 +106,20 @@ void onConfirm(const Signal* sig)
         KVD_TRACE(TRACE_TUPKTSYNC_PKTSYNCDRV_CLIENT, TRACE_ERROR,
                   "TuPktsync_PktSyncDrvClient: Wrong PV has been used. /n");
     internal(sig);
+    KvdTimer_cancel(s->answerTimer);
     s->selectedPv = cfm->pv;
     s->state = DRV_AVAILABLE;
     reportReady();
+}
+
+/// What is asked won't be answered.
+void giveUpRequests()
+{
+    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+        const u32 awaits = std::exchange(s->asked[id], {}).awaits;
+        if ((awaits & SET) != 0)    TuPktsync_SyncrefCtrl_PktSyncDrvRefused(id);
+        if ((awaits & DELETE) != 0) TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(id);
+    }
 }
 
 void onSuspend()
@@ -75,7 +128,9 @@ void onSuspend()
               "TuPktsync_PktSyncDrvClient: PKTSYNCDRV_INITIATE_SERVICE_SUS received; service is not "
               "available!");
     s->state = DRV_NOT_AVAILABLE;
-    reportReady();
+    giveUpRequests();
+    if (!std::exchange(s->isSuspended, true)) reportReady();
+    awaitAnswer();
 }
 
 void onReject(const Signal* sig)
@@ -84,8 +139,10 @@ void onReject(const Signal* sig)
               "TuPktsync_PktSyncDrvClient: PKTSYNCDRV_INITIATE_SERVICE_REJ received; indicates build "
               "fault!");
     internal(sig);
+    KvdTimer_cancel(s->answerTimer);
     s->state = DRV_NOT_AVAILABLE;
-    reportReady();
+    giveUpRequests();
+    if (!std::exchange(s->isSuspended, false)) reportReady();
 }
 
 void onServerDown(const Signal* sig)
@@ -95,6 +152,44 @@ void onServerDown(const Signal* sig)
     TuPktsync_SyncrefCtrl_handleServerDownInd();
 }
 
+// ---- syncrefs -----------------------------------------------------------------------------------
+
+bool isAwaited(u32 froId)
+{
+    return std::any_of(s->asked.begin(), s->asked.end(),
+                       [=](const Asked& a) { return a.awaits != 0 && a.froId == froId; });
+}
+
+/// A froId is told as a whole: the driver forgets all of it with one of its references, and which of two it
+/// has answered isn't known.
+void repeatRequests()
+{
+    for (const Asked& a : s->asked)
+        if (a.awaits == DELETE) node::PktsyncDrv_deletePktSyncReq(s->proxy, a.froId);
+    for (const Asked& a : s->asked) {
+        if (!a.isUsed || a.awaits == DELETE || !isAwaited(a.froId)) continue;
+        if ((a.awaits & SET) != 0) node::PktsyncDrv_setPktSyncReq(s->proxy, a.froId, a.ref);
+        else                       node::PktsyncDrv_changePktSyncReq(s->proxy, a.froId, a.ref);
+    }
+    awaitAnswer();
+}
+
+void onAnswerTimeout()
+{
+    if (!KvdAnswer_isLate(s->answerTimer, ANSWER)) return;
+    if (s->state == DRV_AVAILABLE) repeatRequests();
+    else                           askForService();
+}
+
+/// The syncref's request is answered; the wait is over with the last one.
+void answered(Asked& asked, Request request)
+{
+    asked.awaits &= ~u32{request};
+    if (request == DELETE) asked = {};
+    if (std::none_of(s->asked.begin(), s->asked.end(), [](const Asked& a) { return a.awaits != 0; }))
+        KvdTimer_cancel(s->answerTimer);
+}
+
 void onAnswer(const Signal* sig, const char* name, Request request, void (*tell)(u32 syncrefId))
 {
     if (!isIn(DRV_AVAILABLE, name)) return;
@@ -102,8 +197,8 @@ void onAnswer(const Signal* sig, const char* name, Request request, void (*tell)
     if (cfm == nullptr) return;
     for (u32 id = 0; id < PTP_CLOCKS; ++id) {
         Asked& asked = s->asked[id];
-        if (asked.request != request || asked.froId != cfm->syncRefFroId) continue;
-        asked.request = Request::None;
+        if ((asked.awaits & request) == 0 || asked.froId != cfm->syncRefFroId) continue;
+        answered(asked, request);
         return tell(id);
     }
     KVD_TRACE(TRACE_TUPKTSYNC_PKTSYNCDRV_CLIENT, TRACE_ERROR,
@@ -132,14 +227,19 @@ bool isOperative()
 
 /// A request to the driver; 0 when it couldn't be asked.
 template <typename Call>
-u32 ask(Call call)
+u32 ask(u32 syncrefId, const Asked& asked, Call call)
 {
+    s->asked[syncrefId] = {};
     if (!isOperative()) return 0;
     const u32 result = call();
-    if (result == 0) return 1;
-    KVD_TRACE(TRACE_TUPKTSYNC_PKTSYNCDRV_CLIENT, TRACE_ERROR,
-              "TuPktsync_PktSyncDrvClient: request failed, result=%u", result);
-    return 0;
+    if (result != 0) {
+        KVD_TRACE(TRACE_TUPKTSYNC_PKTSYNCDRV_CLIENT, TRACE_ERROR,
+                  "TuPktsync_PktSyncDrvClient: request failed, result=%u", result);
+        return 0;
+    }
+    s->asked[syncrefId] = asked;
+    if (!s->answerTimer.runs()) awaitAnswer();
+    return 1;
 }
 
 }  // namespace
@@ -149,20 +249,15 @@ void TuPktsync_PktsyncDriverClient_init()
     s->state = DRV_NOT_AVAILABLE;
     s->asked.fill({});
     s->proxy = node::PktsyncDrv_initiateMemory();
-    const u32 result = node::PktsyncDrv_initiateServiceReq(s->proxy, PV, PV, PV, PV);
-    if (result != 0) {
-        KVD_TRACE(TRACE_TUPKTSYNC_PKTSYNCDRV_CLIENT, TRACE_ERROR,
-                  "PktsyncDrv_initiateServiceReq failed, result=%u", result);
-        return;
-    }
-    KVD_TRACE(TRACE_TUPKTSYNC_PKTSYNCDRV_CLIENT, TRACE_INFO, "TUPKTSYNC: PKTSYNCDRV interface initiated");
-    s->state = DRV_WAIT_FOR_SERVER_UP;
+    lookForServer();
 }
 
 void TuPktsync_PktSyncDrvClient_reset()
 {
     node::PktsyncDrv_freeMemory(s->proxy);
     s->proxy = nullptr;
+    KvdTimer_cancel(s->answerTimer);
+    s->isSuspended = false;
     s->state = DRV_NOT_AVAILABLE;
     KVD_TRACE(TRACE_TUPKTSYNC_PKTSYNCDRV_CLIENT, TRACE_INFO,
               "TUPKTSYNC: PKTSYNCDRV proxy memory freed and state set to NOT_AVAILABLE");
@@ -177,35 +272,38 @@ int TuPktsync_PktSyncDrvClient_dispatch(Signal* sig)
     case PKTSYNCDRV_INITIATE_SERVICE_SUS: onSuspend();       return 1;
     case PKTSYNCDRV_INITIATE_SERVICE_REJ: onReject(sig);     return 1;
     case PKTSYNCDRV_SETSYNCREF_CFM:
-        onAnswer(sig, "PKTSYNCDRV_SETSYNCREF_CFM", Request::Set, TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm);
+        onAnswer(sig, "PKTSYNCDRV_SETSYNCREF_CFM", SET, TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm);
         return 1;
     case PKTSYNCDRV_CHANGESYNCREF_CFM:
-        if (isIn(DRV_AVAILABLE, "PKTSYNCDRV_CHANGESYNCREF_CFM")) TuPktsync_SyncrefCtrl_PktSyncDrvChangeCfm();
+        onAnswer(sig, "PKTSYNCDRV_CHANGESYNCREF_CFM", CHANGE, TuPktsync_SyncrefCtrl_PktSyncDrvChangeCfm);
         return 1;
     case PKTSYNCDRV_DELETESYNCREF_CFM:
-        onAnswer(sig, "PKTSYNCDRV_DELETESYNCREF_CFM", Request::Delete,
+        onAnswer(sig, "PKTSYNCDRV_DELETESYNCREF_CFM", DELETE,
                  TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm);
         return 1;
     case PKTSYNCDRV_TIMESTAMP_IND:        onTimestamp(sig);  return 1;
+    case TUPKTSYNC_DRV_ANSWER_TMO:        onAnswerTimeout(); return 1;
     default:                              return 0;
     }
 }
 
 u32 TuPktsync_PktSyncDrvClient_setSyncRefReq(u32 froId, const PktsyncDrvRef& ref)
 {
-    s->asked[ref.syncrefId] = {Request::Set, froId};
-    return ask([&] { return node::PktsyncDrv_setPktSyncReq(s->proxy, froId, ref); });
+    return ask(ref.syncrefId, {true, SET, froId, ref},
+               [&] { return node::PktsyncDrv_setPktSyncReq(s->proxy, froId, ref); });
 }
 
 u32 TuPktsync_PktSyncDrvClient_changeSyncRefReq(u32 froId, const PktsyncDrvRef& ref)
 {
-    return ask([&] { return node::PktsyncDrv_changePktSyncReq(s->proxy, froId, ref); });
+    const u32 awaits = s->asked[ref.syncrefId].awaits | CHANGE;
+    return ask(ref.syncrefId, {true, awaits, froId, ref},
+               [&] { return node::PktsyncDrv_changePktSyncReq(s->proxy, froId, ref); });
 }
 
 u32 TuPktsync_PktSyncDrvClient_deleteSyncRefReq(u32 froId, u32 syncrefId)
 {
-    s->asked[syncrefId] = {Request::Delete, froId};
-    return ask([&] { return node::PktsyncDrv_deletePktSyncReq(s->proxy, froId); });
+    return ask(syncrefId, {true, DELETE, froId, {}},
+               [&] { return node::PktsyncDrv_deletePktSyncReq(s->proxy, froId); });
 }
 
 u32 TuPktsync_PktSyncDrvClient_state() { return s->state; }

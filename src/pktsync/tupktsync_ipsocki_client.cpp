@@ -1,5 +1,6 @@
 #include "pktsync/tupktsync_ipsocki_client.h"
 
+#include "base/kvd_answer.h"
 #include "base/trace_groups.h"
 #include "mp/kvd_iifadm.h"
 #include "node/bytes.h"
@@ -9,20 +10,25 @@
 #include "pktsync/tupktsync_pdu.h"
 #include "pktsync/tupktsync_proc.h"
 #include "pktsync/tupktsync_syncref_ctrl.h"
+#include "sig/tupktsync_sig.h"
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace {
 
 constexpr u32 PV = 5;
 constexpr u32 CREDIT = 25, MAX_UNDELIVERED = 50;
+constexpr KvdAnswerOf ANSWER{TRACE_TUPKTSYNC_IPSOCKI_CLIENT, "IPSOCKI", TUPKTSYNC_IPSOCKI_ANSWER_TMO};
 constexpr u32 FAMILY_IPV4 = 4, FAMILY_IPV6 = 6;
 
 struct State {
     u32 state = IPSOCKI_NOT_AVAILABLE;
     u32 selectedPv = 0;
     node::IpsockiProxy* proxy = nullptr;
+    KvdTimer answerTimer;            // and, while it serves, of the next look at the credit
+    u32 datagrams = 0;               // since the last one
     std::array<TuPktsyncSocket, SOCKET_RESOURCES> sockets;
 };
 ose::ModuleData<State> s;
@@ -48,11 +54,21 @@ void reportReady() { TuPktsync_Root_initReady(TUPKTSYNC_OBJECT_IPSOCKI_CLIENT); 
 i32  lastError() { return node::TarsoIpsocki_socketError(s->proxy); }
 u32  portOf(u32 portKind) { return portKind == SOCKET_GENERAL ? PTP_GENERAL_PORT : PTP_EVENT_PORT; }
 
+void awaitAnswer() { KvdAnswer_await(s->answerTimer, ANSWER); }
+
 // ---- connection ---------------------------------------------------------------------------------
 
-bool initiateIpSocki()
+void freeMemory()
+{
+    node::TarsoIpsocki_freeMemory(s->proxy);
+    s->proxy = nullptr;
+}
+
+/// Tried again later when it fails; there is no proxy until then.
+void initiateIpSocki()
 {
     constexpr int ATTEMPTS = 5;
+    KvdTimer_cancel(s->answerTimer);
     s->proxy = node::TarsoIpsocki_initiateMemory();
     const u32 apn = KvdLoz6TuIifAdm_apn();
     KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_INFO,
@@ -65,7 +81,7 @@ bool initiateIpSocki()
         KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_INFO,
                   "TUPKTSYNC: IPSOCKI_BVQ interface initiated");
         s->state = IPSOCKI_WAIT_FOR_INIT_RESPONS;
-        return true;
+        return;
     }
     if (result == node::IPSOCKI_NOT_YET_AVAILABLE)
         KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_ERROR,
@@ -73,18 +89,31 @@ bool initiateIpSocki()
                   static_cast<i32>(result));
     KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_1,
               "TUPKTSYNC: IPSOCKI_BVQ interface failed to initiate");
-    return false;
+    freeMemory();
+    awaitAnswer();
 }
 
-void freeMemory()
+/// The proxy asks the server that was found.
+void onServerUp(const Signal* sig)
 {
-    node::TarsoIpsocki_freeMemory(s->proxy);
-    s->proxy = nullptr;
+    if (internal(sig) && s->state == IPSOCKI_WAIT_FOR_INIT_RESPONS) awaitAnswer();
 }
 
+void requestCreditWindow()
+{
+    const u32 result = node::TarsoIpsocki_creditWindowReq(s->proxy, CREDIT, MAX_UNDELIVERED);
+    if (result != 0)
+        KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_ERROR,
+                  "TuPktsync_IPSOCKI_client: credit window request failed, result=%u", result);
+    awaitAnswer();
+}
+
+/// One that was suspended may serve later.
 void onConfirm(const Signal* sig)
 {
-    if (!isIn(IPSOCKI_WAIT_FOR_INIT_RESPONS, "TARSO_IPSOCKI_INITIATE_SERVICE_CFM")) return;
+    if (s->state != IPSOCKI_WAIT_FOR_SERVER_DOWN &&
+        !isIn(IPSOCKI_WAIT_FOR_INIT_RESPONS, "TARSO_IPSOCKI_INITIATE_SERVICE_CFM"))
+        return;
     const auto* cfm = as<node::ProxyInitiateAnswer>(sig);
     if (cfm == nullptr) return;
     if (cfm->pv != PV)
@@ -92,19 +121,32 @@ void onConfirm(const Signal* sig)
                   "TuPktsync_IPSOCKI_client: Wrong PV given as selected by interface. \n");
     internal(sig);
     s->selectedPv = cfm->pv;
-    const u32 result = node::TarsoIpsocki_creditWindowReq(s->proxy, CREDIT, MAX_UNDELIVERED);
-    if (result != 0)
-        KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_ERROR,
-                  "TuPktsync_IPSOCKI_client: credit window request failed, result=%u", result);
     s->state = IPSOCKI_WAIT_FOR_ACREDIT_IND;
+    requestCreditWindow();
 }
 
 void onCredit(const Signal* sig)
 {
+    if (s->state == IPSOCKI_AVAILABLE) {
+        KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_2,
+                  "TuPktsync_IPSOCKI_client: the credit window is granted anew");
+        return;
+    }
     if (!isIn(IPSOCKI_WAIT_FOR_ACREDIT_IND, "TARSO_IPSOCKI_ACREDIT_IND")) return;
     internal(sig);
     s->state = IPSOCKI_AVAILABLE;
+    awaitAnswer();
     reportReady();
+}
+
+void terminate()
+{
+    const u32 result = node::TarsoIpsocki_terminateService(s->proxy);
+    if (result != 0)
+        KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_ERROR,
+                  "TarsoIpsocki_terminateService failed \nipsockiResultCode=%d",
+                  static_cast<i32>(result));
+    awaitAnswer();
 }
 
 void onSuspend(const Signal* sig)
@@ -113,15 +155,11 @@ void onSuspend(const Signal* sig)
     const auto* sus = as<node::ProxyInitiateAnswer>(sig);
     if (sus == nullptr) return;
     internal(sig);
-    if (sus->pv <= PV) {                     // it will say when it is back
+    if (sus->pv <= PV) {
         s->state = IPSOCKI_WAIT_FOR_SERVER_DOWN;
         return;
     }
-    const u32 result = node::TarsoIpsocki_terminateService(s->proxy);
-    if (result != 0)
-        KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_ERROR,
-                  "TarsoIpsocki_terminateService failed \nipsockiResultCode=%d",
-                  static_cast<i32>(result));
+    terminate();
     s->state = IPSOCKI_WAIT_FOR_TERMINATE_CONFIRM;
 }
 
@@ -129,6 +167,7 @@ void onReject(const Signal* sig)
 {
     if (!isIn(IPSOCKI_WAIT_FOR_INIT_RESPONS, "TARSO_IPSOCKI_INITIATE_SERVICE_REJ")) return;
     internal(sig);
+    KvdTimer_cancel(s->answerTimer);
     s->state = IPSOCKI_NOT_AVAILABLE;
     reportReady();
 }
@@ -144,9 +183,37 @@ void onTerminated(const Signal* sig)
 void onServerDown(const Signal* sig)
 {
     if (!internal(sig)) return;              // of a connection before
+    KvdTimer_cancel(s->answerTimer);
     s->state = IPSOCKI_NOT_AVAILABLE;
     freeMemory();
     TuPktsync_SyncrefCtrl_handleServerDownInd();
+}
+
+/// Credits that the service didn't hear of are lost, and with the last of them all that comes.
+void watchCredit()
+{
+    const bool isInUse = std::any_of(s->sockets.begin(), s->sockets.end(),
+                                     [](const TuPktsyncSocket& r) { return r.state != SOCKET_FREE; });
+    const bool isSilent = std::exchange(s->datagrams, 0) == 0;
+    if (isInUse && isSilent) requestCreditWindow();
+    else                     awaitAnswer();
+}
+
+void onAnswerTimeout()
+{
+    if (s->state == IPSOCKI_AVAILABLE) {
+        if (KvdTimer_expired(s->answerTimer)) watchCredit();
+        return;
+    }
+    if (!KvdAnswer_isLate(s->answerTimer, ANSWER)) return;
+    if (s->proxy == nullptr) return initiateIpSocki();
+    switch (s->state) {
+    case IPSOCKI_WAIT_FOR_TERMINATE_CONFIRM: return terminate();
+    case IPSOCKI_WAIT_FOR_ACREDIT_IND:       return requestCreditWindow();
+    default:
+        node::TarsoIpsocki_askAgain(s->proxy);
+        return awaitAnswer();
+    }
 }
 
 // ---- sockets ------------------------------------------------------------------------------------
@@ -305,6 +372,7 @@ void onData(Signal* sig)
                   "TuPktsync_IPSOCKI_client: Wrong state when receiving TARSO_IPSOCKI_FD_READ_DATA");
         return;
     }
+    ++s->datagrams;
     const auto* ind = as<TarsoIpsockiFdReadData>(sig);
     i32 result = IPSOCKI_E_FAULT;
     const u8* const data =
@@ -343,13 +411,14 @@ int TuPktsync_IPSOCKI_client_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
     case TARSO_IPSOCKI_FD_READ_DATA:           onData(sig);       return 1;
-    case TARSO_IPSOCKI_SERVER_UP_IND:          internal(sig);     return 1;
+    case TARSO_IPSOCKI_SERVER_UP_IND:          onServerUp(sig);   return 1;
     case TARSO_IPSOCKI_INITIATE_SERVICE_CFM:   onConfirm(sig);    return 1;
     case TARSO_IPSOCKI_INITIATE_SERVICE_SUS:   onSuspend(sig);    return 1;
     case TARSO_IPSOCKI_INITIATE_SERVICE_REJ:   onReject(sig);     return 1;
     case TARSO_IPSOCKI_SERVER_DOWN_IND:        onServerDown(sig); return 1;
     case TARSO_IPSOCKI_ACREDIT_IND:            onCredit(sig);     return 1;
     case TARSO_IPSOCKI4_TERMINATE_SERVICE_CFM: onTerminated(sig); return 1;
+    case TUPKTSYNC_IPSOCKI_ANSWER_TMO:         onAnswerTimeout(); return 1;
     default:                                   return 0;
     }
 }

@@ -47,6 +47,7 @@ void requestAudit()
     Signal* sig = reinterpret_cast<Signal*>(req);
     needs().sendToMainProcessor(&sig);
     state().syncRefCtrlState = AUDIT_PENDING;
+    needs().awaitAudit(true);
 }
 
 void handle_AuditCfm(const Signal* sig)
@@ -59,6 +60,7 @@ void handle_AuditCfm(const Signal* sig)
     }
     const auto* cfm = as<KvdTuiifAuditPktRefRoCfm>(sig);
     if (cfm == nullptr) return;
+    needs().awaitAudit(false);
     const std::span<const TuiifPktRefConfig> configs = node::tail<TuiifPktRefConfig>(cfm);
     const u32 room = static_cast<u32>(configs.size());
     if (cfm->count > PTP_CLOCKS) {
@@ -113,6 +115,7 @@ void onTuiifDown()
 {
     auto& s = state();
     s.tuiifAlive = false;
+    needs().awaitAudit(false);
     switch (s.syncRefCtrlState) {
     case READY:         return delete_all_syncrefs();
     case AUDIT_PENDING: s.syncRefCtrlState = READY; return;

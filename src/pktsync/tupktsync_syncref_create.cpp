@@ -274,7 +274,7 @@ void check_create_ready(u32 syncrefId)
 {
     Syncref& r = *state().table[syncrefId];
     if (r.syncRefIndivState != CREATE_PENDING || r.pendingFlags != 0) return;
-    u32 result = r.isGroupRefused ? FAILURE : SUCCESS;
+    u32 result = r.isRefused ? FAILURE : SUCCESS;
     if (r.usePTP && result == SUCCESS) {
         r.protocolStarted = needs().newClock(setupOf(syncrefId, r)) != 0;
         if (!r.protocolStarted) {

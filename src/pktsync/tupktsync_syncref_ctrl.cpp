@@ -1,5 +1,6 @@
 #include "pktsync/tupktsync_syncref_ctrl.h"
 
+#include "base/kvd_answer.h"
 #include "base/trace_groups.h"
 #include "mp/kvd_iifadm.h"
 #include "mp/kvd_iifadm_send.h"
@@ -18,6 +19,7 @@
 #include "pktsync/tupktsyncadm.h"
 #include "sig/ref_types.h"
 #include "sig/reg_sig.h"
+#include "sig/tupktsync_sig.h"
 #include "unit/kvd_unit_process.h"
 
 #include <algorithm>
@@ -36,6 +38,19 @@ void resetClients()
     TuPktsync_Timestamp_reInit();
 }
 
+constexpr KvdAnswerOf AUDIT{TRACE_TUPKTSYNC_SYNCREF_CTRL, "the audit", TUPKTSYNC_AUDIT_ANSWER_TMO};
+
+void awaitAudit(bool isAwaited)
+{
+    if (isAwaited) KvdAnswer_await(s->auditTimer, AUDIT);
+    else           KvdTimer_cancel(s->auditTimer);
+}
+
+void onAuditTimeout()
+{
+    if (KvdAnswer_isLate(s->auditTimer, AUDIT)) requestAudit();
+}
+
 void reportReady() { TuPktsync_Root_initReady(TUPKTSYNC_OBJECT_SYNCREFCTRL); }
 
 constexpr Needs NEEDS = {
@@ -52,6 +67,7 @@ constexpr Needs NEEDS = {
     .superviseClock = TuPktsync_set_ptp_path_supervision,
     .selectClock = TuPktsync_set_ptp_selected,
     .sendToMainProcessor = KvdLoz6TuIifAdm_forwardPktsync,
+    .awaitAudit = awaitAudit,
     .resetClients = resetClients,
     .reInit = TuPktsync_Root_reInitPktSyncRo,
     .ready = reportReady,
@@ -409,6 +425,7 @@ int TuPktsync_SyncrefCtrl_dispatch(Signal* sig)
     case KVD_TUIIF_SYNCH_PATH_SUP_IND:       onPathSupervision(sig); return 1;
     case TUPKTSYNC_TUIIF_UP_IND:             onTuiifUp();            return 1;
     case TUPKTSYNC_TUIIF_DOWN_IND:           onTuiifDown();          return 1;
+    case TUPKTSYNC_AUDIT_ANSWER_TMO:         onAuditTimeout();       return 1;
     default:                                 return 0;
     }
 }
@@ -423,7 +440,16 @@ void TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(u32 syncrefId)
     check_create_ready(syncrefId);
 }
 
-void TuPktsync_SyncrefCtrl_PktSyncDrvChangeCfm() {}      // a change takes effect without it
+void TuPktsync_SyncrefCtrl_PktSyncDrvRefused(u32 syncrefId)
+{
+    Syncref* const r = pending(syncrefId, CREATE_PENDING, "refusal of PktSyncDrvSetReq");
+    if (r == nullptr) return;
+    r->isRefused = true;
+    r->pendingFlags &= ~u32{WAIT_PKTDRV};
+    check_create_ready(syncrefId);
+}
+
+void TuPktsync_SyncrefCtrl_PktSyncDrvChangeCfm(u32) {}   // a change takes effect without it
 
 void TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(u32 syncrefId)
 {
@@ -437,7 +463,7 @@ void TuPktsync_SyncrefCtrl_CfiSetupReady(u32 group) { groupReady(group, CREATE_P
 void TuPktsync_SyncrefCtrl_CfiSetupRefused(u32 group)
 {
     groupReady(group, CREATE_PENDING, [](u32 syncrefId) {
-        s->table[syncrefId]->isGroupRefused = true;
+        s->table[syncrefId]->isRefused = true;
         check_create_ready(syncrefId);
     });
 }
@@ -458,6 +484,7 @@ void TuPktsync_SyncrefCtrl_handleServerDownInd()
     s->syncRefCtrlState = REINIT;
     s->requestAudit = false;
     s->auditRemaining = 0;
+    needs().awaitAudit(false);
     s->deletionsRemaining = 0;
     s->selected_syncrefId = -1;
     needs().resetClients();

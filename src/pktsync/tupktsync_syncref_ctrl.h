@@ -22,7 +22,9 @@ int  TuPktsync_SyncrefCtrl_dispatch(Signal* sig);
 
 // ---- from the clients ---------------------------------------------------------------------------
 void TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(u32 syncrefId);
-void TuPktsync_SyncrefCtrl_PktSyncDrvChangeCfm();
+void TuPktsync_SyncrefCtrl_PktSyncDrvChangeCfm(u32 syncrefId);
+/// The driver won't answer the set request.
+void TuPktsync_SyncrefCtrl_PktSyncDrvRefused(u32 syncrefId);
 void TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(u32 syncrefId);
 void TuPktsync_SyncrefCtrl_CfiSetupReady(u32 group);
 /// Who is created with that group won't stand.

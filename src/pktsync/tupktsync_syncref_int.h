@@ -1,5 +1,6 @@
 // tupktsync_syncref_int.h - Shared by tupktsync_syncref_*.cpp: the table, and what it reaches outside.
 #pragma once
+#include "base/kvd_timer.h"
 #include "node/pktsyncdrv.h"
 #include "pktsync/tupktsync_ptp_protocol.h"
 #include "pktsync/tupktsync_syncref_ctrl.h"
@@ -33,7 +34,7 @@ struct Syncref {
     u8  dscp = 0, pbit = 0;
     u8  ptpProfile = 0;
     u8  ptpMulticastAddress = 0;
-    bool isGroupRefused = false;       // it fails once nothing is pending
+    bool isRefused = false;            // it fails once nothing is pending
     bool protocolStarted = false;
     bool selected = false;
     u32 portWord = 0;
@@ -65,6 +66,7 @@ struct Needs {
     void (*superviseClock)(u32 syncrefId, u32 on);
     void (*selectClock)(u32 syncrefId, u32 selected);
     void (*sendToMainProcessor)(Signal** sig);
+    void (*awaitAudit)(bool isAwaited);    // the list that it owes
     void (*resetClients)();
     void (*reInit)();
     void (*ready)();
@@ -78,6 +80,7 @@ struct State {
     std::optional<TuPktsyncClockRqmt> clockRqmt;
     std::vector<AuditRow> audit;
     u32 auditRemaining = 0;
+    KvdTimer auditTimer;               // the main processor owes its list
     bool requestAudit = false;
     bool tuiifAlive = false;
     u32 deletionsRemaining = 0;

@@ -1,6 +1,6 @@
 #include "ref/kvd_phyadm.h"
 
-#include "base/kvd_timer.h"
+#include "base/kvd_answer.h"
 #include "base/trace_groups.h"
 #include "mp/kvd_iifadm.h"
 #include "node/phyport.h"
@@ -21,6 +21,8 @@ enum StateControl : u32 { STATE_ADD = 0, STATE_DELETE = 1, STATE_CHANGE = 2 };
 /// Status control of KVD_TUIIF_ET_FROID_IND.
 constexpr u32 ET_FROID_REMOVE = 0;
 constexpr u32 ET_FROID_ADD = 1;
+
+constexpr KvdAnswerOf ANSWER{TRACE_TUPHYADM, "PHY_PORTINFO", KVD_TUPHYADM_ANSWER_TMO};
 
 struct State {
     std::array<PhyPortInfo, PHY_PORTS> portInfoTable;
@@ -138,21 +140,20 @@ void changeSupervisedPort(PhyPortInfo& row, const node::PhyPort& port)
 
 void addOrChangePort(const node::PhyPort& port)
 {
-    if (PhyPortInfo* const known = rowOfEither(port.line, port.froId)) {
-        if (known->isSupervised != 0) {
-            changeSupervisedPort(*known, port);
-            return;
-        }
-        reportPort(*known, ET_FROID_REMOVE);
-        storePort(*known, port);
-        return;
-    }
+    // Both the line and the froId may have been another port's, which isn't there any more.
+    PhyPortInfo* known = rowOfEither(port.line, port.froId);
+    const PhyPortInfo* const ofLine = rowOfLine(port.line);
+    const PhyPortInfo before = ofLine != nullptr ? *ofLine : known != nullptr ? *known : PhyPortInfo{};
+    for (; known != nullptr && known->isSupervised == 0; known = rowOfEither(port.line, port.froId))
+        removePort(*known);
+    if (known != nullptr) return changeSupervisedPort(*known, port);
     PhyPortInfo* const row = freeRow();
     if (row == nullptr) {
         KVD_TRACE(TRACE_TUPHYADM, TRACE_ERROR,
                   "Failed to insert new entry in portInfoTable (no space left)");
         return;
     }
+    row->syncState = before.syncState;       // which is told when it changes alone
     storePort(*row, port);
 }
 
@@ -208,12 +209,11 @@ void onPortInfo(const node::PhyPort& port)
 constexpr node::PhyPortCallbacks CALLBACKS = {onConnected, onDisconnected, onSyncStateChange,
                                               onPortInfo};
 
-/// A service that hears and says nothing isn't dead: nothing else would ask it again.
-void awaitAnswer()
+void onAnswerTimeout()
 {
-    constexpr OSTIME ANSWER_ms = 10000;
-    if (!KvdTimer_restart(s->answerTimer, ANSWER_ms, KVD_TUPHYADM_ANSWER_TMO))
-        KVD_TRACE(TRACE_TUPHYADM, TRACE_ERROR, "timer of the PHY_PORTINFO answer refused");
+    if (!KvdAnswer_isLate(s->answerTimer, ANSWER)) return;
+    node::PhyPortInfo_askAgain();
+    KvdAnswer_await(s->answerTimer, ANSWER);
 }
 
 // ---- printout -----------------------------------------------------------------------------------
@@ -252,12 +252,13 @@ const char* syncStateText(u8 syncState)
 int KvdLoz6TuPhyAdm_dispatch(Signal* sig)
 {
     if (sig->sigNo == KVD_TUPHYADM_ANSWER_TMO) {
-        if (KvdTimer_expired(s->answerTimer) && node::PhyPortInfo_askAgain()) awaitAnswer();
+        onAnswerTimeout();
         return 1;
     }
-    const int isOwn = node::PhyPortInfo_dispatch(sig);
-    if (sig->sigNo == PHYPORT_SERVER_UP_IND) awaitAnswer();
-    return isOwn;
+    if (node::PhyPortInfo_dispatch(sig) == 0) return 0;
+    if (!node::PhyPortInfo_owesAnswer())          KvdTimer_cancel(s->answerTimer);
+    else if (sig->sigNo == PHYPORT_SERVER_UP_IND) KvdAnswer_await(s->answerTimer, ANSWER);
+    return 1;
 }
 
 void KvdLoz6TuPhyAdm_restart(u32 isFirstStart)

@@ -1,6 +1,7 @@
 // Connection to the port server, clock status, access to the port table.
 #include "refs/kvd_idpi.h"
 
+#include "base/kvd_answer.h"
 #include "base/trace_groups.h"
 #include "mp/kvd_iifadm.h"
 #include "node/platform.h"
@@ -16,6 +17,7 @@ namespace {
 
 ose::ModuleData<idpi::State> s;
 
+constexpr KvdAnswerOf ANSWER{TRACE_IDPI, IDPI_SERVER_NAME, IDPI_ANSWER_TMO};
 constexpr u16 RECONNECT_REV = 1;
 constexpr u32 REJECT_TEXT_MAX = 64;
 
@@ -63,8 +65,21 @@ int request(SIGSELECT sigNo)
     return 0;
 }
 
+void awaitAnswer(SIGSELECT request)
+{
+    s->owed = request;
+    KvdAnswer_await(s->answerTimer, ANSWER);
+}
+
+void answered()
+{
+    s->owed = 0;
+    KvdTimer_cancel(s->answerTimer);
+}
+
 void forgetServer()
 {
+    answered();
     s->factoryPid = 0;
     s->servicePid = 0;
     s->availabilityStatus = IDPI_UNAVAILABLE;
@@ -73,6 +88,14 @@ void forgetServer()
 
 // ---- connection ---------------------------------------------------------------------------------
 
+void askForConnection()
+{
+    auto* req = makeAddressed<IdpiConnEstablishReq>(IDPI_CONN_ESTABLISH_REQ);
+    req->protocolRev = s->protocolRev;
+    node::sendTo(s->factoryPid, req);
+    awaitAnswer(IDPI_CONN_ESTABLISH_REQ);
+}
+
 void onServerUp(PROCESS factory)
 {
     if (s->availabilityStatus != IDPI_INITIATING || s->factoryPid != 0) return;
@@ -80,9 +103,7 @@ void onServerUp(PROCESS factory)
     Signal* down = ose::alloc(sizeof(SIGSELECT), IDPI_SERVER_DOWN_IND);
     s->attach = ose::attach(&down, factory);
     s->serverRef = 0;
-    auto* req = makeAddressed<IdpiConnEstablishReq>(IDPI_CONN_ESTABLISH_REQ);
-    req->protocolRev = s->protocolRev;
-    node::sendTo(factory, req);
+    askForConnection();
 }
 
 /// True when an answer to the connection request is awaited.
@@ -100,6 +121,7 @@ void onConnEstablishCfm(const IdpiRefs* cfm, PROCESS service)
     s->servicePid = service;
     s->serverRef = cfm->serverRef;
     s->availabilityStatus = IDPI_AVAILABLE;
+    awaitAnswer(IDPI_GET_CAPABILITY_REQ);
     if (request(IDPI_GET_CAPABILITY_REQ) != 0)
         KVD_TRACE(TRACE_IDPI, TRACE_7, "IDPI GET CAPABILITY failed");
 }
@@ -127,8 +149,8 @@ void onServerDown()
 
 void subscribe()
 {
-    if (request(IDPI_SUBSCRIBE_LINK_STATUS_REQ) != 0)
-        KVD_TRACE(TRACE_IDPI, TRACE_7, "IDPI SUBSCRIBE LINK STATUS failed");
+    if (request(IDPI_SUBSCRIBE_LINK_STATUS_REQ) == 0) return awaitAnswer(IDPI_SUBSCRIBE_LINK_STATUS_REQ);
+    KVD_TRACE(TRACE_IDPI, TRACE_7, "IDPI SUBSCRIBE LINK STATUS failed");
 }
 
 /// Looks at no more records than the signal holds, whatever its count says.
@@ -160,9 +182,24 @@ void onGetCapabilityRej(const IdpiRej* rej)
     subscribe();
 }
 
+void onSubscribeCfm()
+{
+    KVD_TRACE(TRACE_IDPI, TRACE_7, "received IDPI_SUBSCRIBE_LINK_STATUS_CFM");
+    answered();
+}
+
+void onAnswerTimeout()
+{
+    if (!KvdAnswer_isLate(s->answerTimer, ANSWER)) return;
+    if (s->owed == IDPI_CONN_ESTABLISH_REQ) return askForConnection();
+    request(s->owed);
+    awaitAnswer(s->owed);
+}
+
 void onSubscribeRej(const IdpiRej* rej)
 {
     if (rej == nullptr) return;
+    answered();
     KVD_TRACE(TRACE_IDPI, TRACE_7,
               "received IDPI_SUBSCRIBE_LINK_STATUS_REJ: errorCode=%u (%s)", rej->errorCode,
               rejectText(rej, offsetof(IdpiRej, text)).data());
@@ -207,8 +244,8 @@ int KvdLoz6Idpi_dispatch(Signal* sig)
     case IDPI_CONN_ESTABLISH_REJ:    onConnEstablishRej(rejection<IdpiConnEstablishRej>(sig));         return 1;
     case IDPI_GET_CAPABILITY_CFM:    onGetCapabilityCfm(sig);                                   return 1;
     case IDPI_GET_CAPABILITY_REJ:    onGetCapabilityRej(rejection<IdpiRej>(sig));                      return 1;
-    case IDPI_SUBSCRIBE_LINK_STATUS_CFM:
-        KVD_TRACE(TRACE_IDPI, TRACE_7, "received IDPI_SUBSCRIBE_LINK_STATUS_CFM");              return 1;
+    case IDPI_SUBSCRIBE_LINK_STATUS_CFM: onSubscribeCfm();                                      return 1;
+    case IDPI_ANSWER_TMO:            onAnswerTimeout();                                         return 1;
     case IDPI_SUBSCRIBE_LINK_STATUS_REJ: onSubscribeRej(rejection<IdpiRej>(sig));                      return 1;
     case IDPI_LINK_STATUS_IND:       idpi::onLinkStatus(as<IdpiLinkStatusInd>(sig));            return 1;
     case IDPI_PROP_PORT_INFO_CFM:
@@ -223,9 +260,11 @@ int KvdLoz6Idpi_dispatch(Signal* sig)
 void KvdLoz6Idpi_initiate()
 {
     KvdTimer_cancel(s->requestTimer);
-    const KvdTimer requestTimer = s->requestTimer;
+    KvdTimer_cancel(s->answerTimer);
+    const KvdTimer requestTimer = s->requestTimer, answerTimer = s->answerTimer;
     *s = idpi::State{};
     s->requestTimer = requestTimer;
+    s->answerTimer = answerTimer;
     for (u32 port = 0; port < IDPI_PORTS; ++port) s->port[port] = idpi::emptyPort(port);
 }
 

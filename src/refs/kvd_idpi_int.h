@@ -21,6 +21,8 @@ struct State {
     u8  delayMeasurementCap = 0;
     u8  idpiClkStatus = CLK_STATUS_NONE;       // last sent
     KvdTimer requestTimer;
+    SIGSELECT owed = 0;                        // request that the server hasn't answered, 0: none
+    KvdTimer answerTimer;
     u8  idl2PortMap = 0;                       // bit 0 is port 0
     u8  nActivePorts = 0;
     std::array<IdpiPort, IDPI_PORTS> port{};

@@ -1,6 +1,6 @@
 #include "refs/kvd_ipsynctsiadm.h"
 
-#include "base/kvd_timer.h"
+#include "base/kvd_answer.h"
 #include "base/trace_groups.h"
 #include "node/ipsynctsi.h"
 #include "node/platform.h"
@@ -21,7 +21,7 @@ namespace {
 constexpr u32 PROTOCOL_VERSION = 1;
 constexpr u32 TRIES = 3;
 constexpr OSTIME RETRY_ms = 500;
-constexpr OSTIME ANSWER_ms = 10000;
+constexpr KvdAnswerOf ANSWER{TRACE_TUIPSYNCTSIADM, "IPSYNCTSI", KVD_TUIPSYNCTSIADM_ANSWER_TMO};
 
 struct State {
     u32 tuipsynctsiadmState = STATE_UNAVAILABLE;
@@ -59,27 +59,19 @@ void tellProxy(const Signal* sig, const char* operation)
                   result);
 }
 
-void awaitAnswer()
-{
-    if (!KvdTimer_restart(s->answerTimer, ANSWER_ms, KVD_TUIPSYNCTSIADM_ANSWER_TMO))
-        KVD_TRACE(TRACE_TUIPSYNCTSIADM, TRACE_ERROR, "timer of the IPSYNCTSI answer refused");
-}
-
 void onServerUp(const Signal* sig)
 {
     s->tuipsynctsiadmState = STATE_INITIATING;
     KVD_TRACE(TRACE_TUIPSYNCTSIADM, TRACE_INFO, "tuIpSyncTsiAdmState: STATE_INITIATING");
     tellProxy(sig, "serverUp");
-    awaitAnswer();
+    KvdAnswer_await(s->answerTimer, ANSWER);
 }
 
-/// A server that hears and says nothing isn't dead: nothing else would ask it again.
 void onAnswerTimeout()
 {
-    if (!KvdTimer_expired(s->answerTimer) || s->tuipsynctsiadmState != STATE_INITIATING) return;
-    KVD_TRACE(TRACE_TUIPSYNCTSIADM, TRACE_INFO, "IPSYNCTSI doesn't answer, it is asked again");
+    if (!KvdAnswer_isLate(s->answerTimer, ANSWER)) return;
     node::Ipsynctsi_askAgain(s->proxy);
-    awaitAnswer();
+    KvdAnswer_await(s->answerTimer, ANSWER);
 }
 
 void onInitiateCfm(const Signal* sig, const IpsynctsiInitiateServiceCfm* cfm)
@@ -91,6 +83,7 @@ void onInitiateCfm(const Signal* sig, const IpsynctsiInitiateServiceCfm* cfm)
                   s->tuipsynctsiadmState);
         return;
     }
+    KvdTimer_cancel(s->answerTimer);
     s->tuipsynctsiadmState = STATE_AVAILABLE;
     KVD_TRACE(TRACE_TUIPSYNCTSIADM, TRACE_INFO,
               "IPSYNCTSI_INITIATE_SERVICE_CFM received. selectedPV=%u", cfm->selectedPv);
@@ -100,6 +93,7 @@ void onInitiateSus(const Signal* sig, const IpsynctsiInitiateServiceSus* sus)
 {
     if (sus == nullptr) return;
     tellProxy(sig, "initiateServiceSus");
+    KvdTimer_cancel(s->answerTimer);
     s->tuipsynctsiadmState = STATE_SUSPENDED;
     KVD_TRACE(TRACE_TUIPSYNCTSIADM, TRACE_INFO,
               "tuIpSyncTsiAdmState: STATE_SUSPENDED, highest available PV=%u", sus->highestAvailablePv);
@@ -109,6 +103,7 @@ void onInitiateRej(const Signal* sig, const IpsynctsiInitiateServiceRej* rej)
 {
     if (rej == nullptr) return;
     tellProxy(sig, "initiateServiceRej");
+    KvdTimer_cancel(s->answerTimer);
     s->tuipsynctsiadmState = STATE_REJECTED;
     KVD_TRACE(TRACE_TUIPSYNCTSIADM, TRACE_ERROR,
               "tuIpSyncTsiAdmState: STATE_REJECTED, highest available PV=%u", rej->highestAvailablePv);
@@ -117,6 +112,7 @@ void onInitiateRej(const Signal* sig, const IpsynctsiInitiateServiceRej* rej)
 void onServerDown(const Signal* sig)
 {
     node::Ipsynctsi_internal(s->proxy, sig);
+    KvdTimer_cancel(s->answerTimer);
     s->tuipsynctsiadmState = STATE_UNAVAILABLE;
     freeProxy();
     KvdLoz6TuIpSyncTsiAdm_initiate();

@@ -149,6 +149,7 @@ void startSlaveHoldover(u32 port)
                   KvdLoz6TuRef_idlPortText(port));
         return;
     }
+    KvdLoz6TuReg_slavePll_hold();
     record(port, SLAVE_HO_TIMER, TIMER_ON);
     KVD_TRACE(TRACE_TUREF, TRACE_INFO,
               "Slave HoldOver timer started. Slave PLL state %u, idlPort = %u",

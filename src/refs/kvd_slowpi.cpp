@@ -1,5 +1,6 @@
 #include "refs/kvd_slowpi.h"
 
+#include "base/kvd_answer.h"
 #include "base/trace_groups.h"
 #include "mp/kvd_iifadm_send.h"
 #include "node/sig.h"
@@ -23,8 +24,9 @@ constexpr u32 SLOWPI_PV = 1;
 constexpr Needs NEEDS = {
     node::Slowpi_initiateMemory, node::Slowpi_freeMemory,     node::Slowpi_initiateServiceReq,
     node::Slowpi_internal,       node::Slowpi_subscribeReq,   node::Slowpi_unsubscribeReq,
-    node::Slowpi_sendFrameInd,
+    node::Slowpi_sendFrameInd,   node::Slowpi_askAgain,
 };
+constexpr KvdAnswerOf ANSWER{TRACE_SLOWPI, "SLOWPI", KVD_SLOWPI_ANSWER_IND};
 const Needs& needs() { return s->needs != nullptr ? *s->needs : NEEDS; }
 
 // ---- timers -------------------------------------------------------------------------------------
@@ -141,7 +143,10 @@ void subscribeDecision()
         result = needs().unsubscribeReq(s->proxy, ESMC_SUBTYPE, ESMC_OUI);
     } else if (s->slowpiState == IF_UP) {
         result = needs().subscribeReq(s->proxy, ESMC_SUBTYPE, ESMC_OUI);
+    } else {
+        return;
     }
+    KvdAnswer_await(s->answerTimer, ANSWER);
     if (result != 0)
         KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Unable to subscribe/unsubscribe from SLOWPI");
 }
@@ -150,14 +155,31 @@ void onInitiateAnswer(const Signal* sig)
 {
     internal(sig);
     if (s->slowpiState != IF_INITIATING) return;
+    KvdTimer_cancel(s->answerTimer);
     if (sig->sigNo != SLOWPI_INITIATE_SERVICE_CFM) return enter(IF_DOWN);
     enter(IF_UP);
     subscribeDecision();
 }
 
+void onServerUp(const Signal* sig)
+{
+    internal(sig);
+    if (s->slowpiState == IF_INITIATING) KvdAnswer_await(s->answerTimer, ANSWER);
+}
+
+/// Also what the service couldn't be asked for.
+void onAnswerTimeout()
+{
+    if (!KvdAnswer_isLate(s->answerTimer, ANSWER)) return;
+    if (s->slowpiState != IF_INITIATING) return subscribeDecision();
+    needs().askAgain(s->proxy);
+    KvdAnswer_await(s->answerTimer, ANSWER);
+}
+
 void onServerDown(const Signal* sig)
 {
     internal(sig);
+    KvdTimer_cancel(s->answerTimer);
     stop(s->heartBeat);
     KVD_TRACE(TRACE_SLOWPI, TRACE_1, "Initiate SLOWPI service with Pv= %d", static_cast<i32>(SLOWPI_PV));
     enter(IF_DOWN);
@@ -172,6 +194,7 @@ void onServerDown(const Signal* sig)
 void onSubscribeRsp(const SlowpiResultRsp* rsp)
 {
     if (rsp == nullptr) return;
+    KvdTimer_cancel(s->answerTimer);
     if (rsp->result != 0) {
         stop(s->pduMissing);
         KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Negative result in subscription rsp (res = %u)", rsp->result);
@@ -190,6 +213,7 @@ void onSubscribeRsp(const SlowpiResultRsp* rsp)
 void onUnsubscribeRsp(const SlowpiResultRsp* rsp)
 {
     if (rsp == nullptr) return;
+    KvdTimer_cancel(s->answerTimer);
     if (rsp->result != 0) {
         KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Negative result in unsubscription rsp (res = %u)",
                   rsp->result);
@@ -366,7 +390,8 @@ u32 KvdLoz6TuSlowpi_owns(const Signal* sig)
 int KvdLoz6TuSlowpi_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case SLOWPI_SERVER_UP_IND:        internal(sig);                                          return 1;
+    case SLOWPI_SERVER_UP_IND:        onServerUp(sig);                                        return 1;
+    case KVD_SLOWPI_ANSWER_IND:       onAnswerTimeout();                                      return 1;
     case SLOWPI_SERVER_DOWN_IND:      onServerDown(sig);                                      return 1;
     case SLOWPI_INITIATE_SERVICE_CFM:
     case SLOWPI_INITIATE_SERVICE_SUS:
@@ -409,6 +434,7 @@ void KvdLoz6TuSlowpi_unsubscribe()
     s->supervisionState = 0;
     if (!isSubscribed()) return;
     stop(s->heartBeat);
+    KvdAnswer_await(s->answerTimer, ANSWER);
     if (needs().unsubscribeReq(s->proxy, ESMC_SUBTYPE, ESMC_OUI) != 0)
         KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Unable to unsubscribe from SLOWPI");
 }

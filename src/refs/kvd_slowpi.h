@@ -12,6 +12,7 @@ struct Signal;
 
 constexpr SIGSELECT KVD_SLOWPI_HEART_BEAT_IND  = 0x9C6C0;   // own timer; its buffer is armed again and again
 constexpr SIGSELECT KVD_SLOWPI_PDU_MISSING_IND = 0x9C6C1;   // own timer; its buffer is armed again and again
+constexpr SIGSELECT KVD_SLOWPI_ANSWER_IND      = 0x9C6C2;   // own timer
 
 void KvdLoz6TuSlowpi_initiate();
 /// Keeps or frees buffers of its two timers' numbers itself: nobody else does.

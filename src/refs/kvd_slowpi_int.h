@@ -46,6 +46,7 @@ struct State {
     u32 tcuDetected = 0;
     u32 pduMissingAlarmRaised = 0;
     BufferTimer heartBeat, pduMissing;
+    KvdTimer answerTimer;          // the service owes an answer
     EsmcFrame frame{};             // zero until the service was asked for
     const struct Needs* needs = nullptr;
 };
@@ -62,6 +63,7 @@ struct Needs {
     u32 (*subscribeReq)(node::SlowpiContext*, u8, u32);
     u32 (*unsubscribeReq)(node::SlowpiContext*, u8, u32);
     u32 (*sendFrameInd)(node::SlowpiContext*, u32, const u8*);
+    u32 (*askAgain)(const node::SlowpiContext*);
 };
 /// For tests; nullptr puts the node's own back.
 void setNeeds(const Needs* replacement);

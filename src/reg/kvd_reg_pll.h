@@ -29,6 +29,9 @@ void KvdLoz6TuReg_slavePll_setState(u32 slavePllState);
 void KvdLoz6TuReg_pll_control(double phaseDiff);         // master, GPS out sync link
 void KvdLoz6TuReg_soCpriPll_control(double phaseDiff);   // master, SoCPRI
 void KvdLoz6TuReg_slavePll_control(double phaseDiff);    // slave, IDL1 or IDL2
+/// The link is gone: the frequency that the loop has come to, without its answer to the last sample. Nothing
+/// when the loop doesn't run.
+void KvdLoz6TuReg_slavePll_hold();
 
 /// The last phase that a loop was given, s, and how many there have been; the frequency that its divider settles
 /// on, over the factory value.

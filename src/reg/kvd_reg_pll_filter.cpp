@@ -123,6 +123,13 @@ void KvdLoz6TuReg_pll_toHoldover()
     pll::needs().adjustFrequency(pll::vectorMean());
 }
 
+/// One count of the phase alone is 7 ppb in what the last sample was answered with.
+void KvdLoz6TuReg_slavePll_hold()
+{
+    const pll::Pll& p = pll::vars();
+    if (p.currSlaveState != SLAVE_PLL_Uninitialized) pll::needs().adjustFrequency(p.yi + p.extAccFreqOffset);
+}
+
 void KvdLoz6TuReg_pll_soCpriPostponeRegulation()
 {
     KVD_TRACE(TRACE_PLL, TRACE_INFO, "%s() - holdover vector fill level = %u (out of %u)", __func__,

@@ -20,6 +20,9 @@ constexpr SIGSELECT KVD_BIRAIIF_IDL2_SELECT_IDL_TYPE_CFM = 0x9DF0E; // server ->
 constexpr SIGSELECT KVD_BIRAIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_REQ = 0x9DF0F;   // client -> server
 constexpr SIGSELECT KVD_BIRAIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_CFM = 0x9DF10;   // no data
 constexpr SIGSELECT KVD_BIRAIIF_IDL1_CLK_STATE_TMO = 0x9DF11;       // internal, no data
+constexpr SIGSELECT KVD_BIRAIIF_ANSWER_TMO = 0x9DF12;               // internal, no data
+constexpr SIGSELECT KVD_BIRAIIF_ORDER_TMO = 0x9DF13;                // internal, no data
+constexpr SIGSELECT KVD_BIRAIIF_HAND_BACK_TMO = 0x9DF14;            // internal, no data
 
 constexpr const char* BIRA_SERVER_NAME = "Syncdrv_proc";
 

@@ -32,6 +32,7 @@ constexpr SIGSELECT IDPI_GET_DELAY_REJ = 0x1019318;
 constexpr SIGSELECT IDPI_SERVER_UP_IND = 0x9C6B1;                 // hunt, no data
 constexpr SIGSELECT IDPI_SERVER_DOWN_IND = 0x9C6B2;               // attach, no data
 constexpr SIGSELECT IDPI_REQUEST_DATA_TMO = 0x9C6B3;              // internal, no data
+constexpr SIGSELECT IDPI_ANSWER_TMO = 0x9C6B4;                    // internal, no data
 
 constexpr const char* IDPI_SERVER_NAME = "idpiServer";
 

@@ -16,6 +16,7 @@ constexpr SIGSELECT KVD_TUSOCPRI_INCI_ESTABLISH_TMO     = 0x9C6DB;   // internal
 constexpr SIGSELECT KVD_TUSOCPRI_INCI_GET_TIME_DATA_REQ = 0x9C6DC;   // process -> manager, no data
 constexpr SIGSELECT KVD_TUSOCPRI_INCI_GET_TIME_DATA_RSP = 0x9C6DD;   // manager -> process
 constexpr SIGSELECT KVD_TUSOCPRI_INCI_GET_TIME_DATA_TMO = 0x9C6DE;   // internal, no data
+constexpr SIGSELECT KVD_NGPDUHIF_ANSWER_TMO             = 0x9C6CF;   // internal, no data
 constexpr SIGSELECT NGSC_INCI_CLIENT_DOWN_IND           = 0x9C6F9;   // attach: InciServerInd
 constexpr SIGSELECT PSX_IW_NGSC_INCI_SERVER_UP_IND      = 0x9C6FA;   // hunt: InciClientInd
 constexpr SIGSELECT PSX_IW_NGSC_INCI_SERVER_DOWN_IND    = 0x9C6FB;   // attach: InciClientInd

@@ -41,6 +41,7 @@ constexpr SIGSELECT KVD_TUSOCPRI_MEAS_RETRIEVE_TMO    = 0x9C6D5;     // timer: I
 constexpr SIGSELECT KVD_TUSOCPRI_HOLDOVER_TMO         = 0x9C6D6;     // timer, no data
 constexpr SIGSELECT KVD_TUSOCPRI_BFN_JUMP_WARNING_TMO = 0x9C6DF;     // timer, no data
 constexpr SIGSELECT KVD_TUSOCPRI_SUPERVISION_TMO      = 0x9C6E1;     // timer: InrsiPortTmo
+constexpr SIGSELECT KVD_TUSOCPRI_ANSWER_TMO           = 0x9C6D0;     // timer, no data
 
 /// Names of the server's process: on this board, and behind the link to the next.
 constexpr const char* INRSI_SERVER_NAMES[] = {"inrsiServer", "1/inrsiServer"};

@@ -13,6 +13,10 @@ constexpr SIGSELECT TUPKTSYNC_REF_SELECTION_IND        = 0x9C664;   // manager -
 constexpr SIGSELECT TUPKTSYNC_TUIIF_DOWN_IND           = 0x9C666;   // manager -> packet sync, no data
 constexpr SIGSELECT TUPKTSYNC_TUIIF_UP_IND             = 0x9C667;   // manager -> packet sync
 constexpr SIGSELECT TUPKTSYNC_REG_IND                  = 0x9C668;   // regulator -> packet sync
+constexpr SIGSELECT TUPKTSYNC_DRV_ANSWER_TMO           = 0x9C669;   // timer, no data
+constexpr SIGSELECT TUPKTSYNC_CFI_ANSWER_TMO           = 0x9C66A;   // timer, no data
+constexpr SIGSELECT TUPKTSYNC_IPSOCKI_ANSWER_TMO       = 0x9C66B;   // timer, no data
+constexpr SIGSELECT TUPKTSYNC_AUDIT_ANSWER_TMO         = 0x9C66C;   // timer, no data
 
 /// One PTP exchange. T1 and T4 are stamps of the master, T2 and T3 of this node.
 struct TuPktsyncPtpPacketInd {

@@ -1,5 +1,6 @@
 #include "socpri/kvd_ngpduhif_client.h"
 
+#include "base/kvd_answer.h"
 #include "base/trace_groups.h"
 #include "mp/kvd_iifadm.h"
 #include "node/name_service.h"
@@ -7,6 +8,7 @@
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
+#include "sig/inci_sig.h"
 #include "socpri/kvd_socpri_inci_bcm.h"
 #include "socpri/kvd_socpri_inci_server.h"
 
@@ -26,8 +28,11 @@ struct State {
     PROCESS nsPid = 0;
     struct { u32 smn = 0, apn = 0, piuInstanceId = 0; } unitData;   // as of the connection
     u32 nodeIdentifier = 0;
+    KvdTimer answerTimer;
 };
 ose::ModuleData<State> s;
+
+constexpr KvdAnswerOf ANSWER{TRACE_NGPDUHIF, "NGPDUHIF", KVD_NGPDUHIF_ANSWER_TMO};
 
 void detachFrom(AttachRef& ref)
 {
@@ -59,6 +64,17 @@ void onNameServerDead()
     node::NameService_hunt();
 }
 
+void askForConnection()
+{
+    node::Ngpduhif_connEstablish(peer(s->factoryPid), s->protocolRev, s->unitData.apn);
+    KvdAnswer_await(s->answerTimer, ANSWER);
+}
+
+void onAnswerTimeout()
+{
+    if (KvdAnswer_isLate(s->answerTimer, ANSWER)) askForConnection();
+}
+
 void onServerUp(PROCESS server)
 {
     detachFrom(s->nsAttachRef);
@@ -70,7 +86,7 @@ void onServerUp(PROCESS server)
     Signal* dead = ose::alloc(sizeof(SIGSELECT), KVD_COMM_SERVER_DEAD);
     s->serviceAttachRef = ose::attach(&dead, server);
     ++s->clientRef;
-    node::Ngpduhif_connEstablish(peer(server), s->protocolRev, s->unitData.apn);
+    askForConnection();
 }
 
 /// True when an answer to the connection request is awaited. One that comes late or twice would leave a
@@ -86,6 +102,7 @@ bool awaitsAnswer(const char* what)
 void onConnEstablishCfm(const KvdNgpduhifConnEstablishCfm* cfm, PROCESS server)
 {
     if (cfm == nullptr || !awaitsAnswer("KVD_NGPDUHIF_CONN_ESTABLISH_CFM")) return;
+    KvdTimer_cancel(s->answerTimer);
     s->servicePid = server;
     s->serverRef = cfm->serverRef;
     s->nodeIdentifier = cfm->nodeIdentifier;
@@ -98,6 +115,7 @@ void onConnEstablishCfm(const KvdNgpduhifConnEstablishCfm* cfm, PROCESS server)
 void onConnEstablishRej(const KvdNgpduhifConnEstablishRej* rej)
 {
     if (rej == nullptr || !awaitsAnswer("KVD_NGPDUHIF_CONN_ESTABLISH_REJ")) return;
+    KvdTimer_cancel(s->answerTimer);
     detachFrom(s->serviceAttachRef);
     clearPids();
     s->availabilityStatus = NGPDUHIF_UNAVAILABLE;
@@ -108,6 +126,7 @@ void onConnEstablishRej(const KvdNgpduhifConnEstablishRej* rej)
 
 void onServerDead()
 {
+    KvdTimer_cancel(s->answerTimer);
     s->serviceAttachRef = NO_ATTACH;
     clearPids();
     s->clientRef = 0;
@@ -177,6 +196,7 @@ int KvdLoz6TuSoCpri_ngpduhif_dispatch(Signal* sig)
     case KVD_COMM_ONS_DEAD:      onNameServerDead();                                                 return 1;
     case KVD_COMM_SERVER_UP_IND: onServerUp(ose::sender(&sig));                                      return 1;
     case KVD_COMM_SERVER_DEAD:   onServerDead();                                                     return 1;
+    case KVD_NGPDUHIF_ANSWER_TMO: onAnswerTimeout();                                                 return 1;
     case KVD_NGPDUHIF_CONN_ESTABLISH_CFM:
         onConnEstablishCfm(as<KvdNgpduhifConnEstablishCfm>(sig), ose::sender(&sig));                 return 1;
     case KVD_NGPDUHIF_CONN_ESTABLISH_REJ: onConnEstablishRej(as<KvdNgpduhifConnEstablishRej>(sig));  return 1;

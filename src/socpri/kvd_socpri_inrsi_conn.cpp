@@ -1,6 +1,7 @@
 // Connection to the measurement server: hunted for, asked, lost and made again; requests to it.
 #include "socpri/kvd_socpri_inrsi_int.h"
 
+#include "base/kvd_answer.h"
 #include "base/trace_groups.h"
 #include "mp/kvd_iifadm_send.h"
 #include "node/trace.h"
@@ -11,8 +12,11 @@ namespace {
 /// Of the program, whichever client is at work.
 struct State {
     std::array<u8, std::size(INRSI_SERVER_NAMES)> huntsPending{};
+    KvdTimer answerTimer;
 };
 ose::ModuleData<State> s;
+
+constexpr KvdAnswerOf ANSWER{TRACE_INRSI, "the INRSI server", KVD_TUSOCPRI_ANSWER_TMO};
 
 }  // namespace
 
@@ -64,6 +68,8 @@ int connEstablish(Client& c)
 
 void forgetServer(Client& c)
 {
+    cancelAnswer();
+    c.asked = {};
     c.factoryPid = c.servicePid = 0;
     c.availabilityStatus = INRSI_UNAVAILABLE;
 }
@@ -75,9 +81,13 @@ void askForConnection(Client& c)
     req->numberOfRevisions = c.numberOfRevisions;
     req->protocolRev[0] = c.protocolRev[0];
     node::sendTo(c.factoryPid, req);
+    awaitAnswer();
 }
 
 }  // namespace
+
+void awaitAnswer() { KvdAnswer_await(s->answerTimer, ANSWER); }
+void cancelAnswer() { KvdTimer_cancel(s->answerTimer); }
 
 void onStartReq(Client& c)
 {
@@ -126,6 +136,7 @@ void onConnEstablishCfm(Client& c, const InrsiConnEstablishCfm* cfm, PROCESS ser
     if (cfm == nullptr || !awaitsAnswer(c, "INRSI_CONN_ESTABLISH_CFM")) return;
     c.servicePid = service;
     c.connectionRef = cfm->connectionRef;
+    cancelAnswer();
     c.availabilityStatus = INRSI_AVAILABLE;
     KvdLoz6TuIifAdm_sendSocpriStartRsp(1);
     log(c, INRSI_CL_EV_CONN_ESTABLISH_CFM);
@@ -158,6 +169,14 @@ void onServerDown(Client& c, PROCESS factory)
     if (connEstablish(c) != 0)
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "INRSI CONNECTION ESTABLISH failed");
 }
+
+void onAnswerTimeout(Client& c)
+{
+    if (!KvdAnswer_isLate(s->answerTimer, ANSWER)) return;
+    if (c.availabilityStatus == INRSI_AVAILABLE) return askForSubscriptions(c);
+    if (c.factoryPid != 0) askForConnection(c);
+}
+
 }  // namespace
 
 int dispatchConnection(Client& c, Signal* sig)
@@ -169,6 +188,7 @@ int dispatchConnection(Client& c, Signal* sig)
     case INRSI_CONN_ESTABLISH_CFM:
         onConnEstablishCfm(c, as<InrsiConnEstablishCfm>(sig), ose::sender(&sig));               return 1;
     case INRSI_CONN_ESTABLISH_REJ:   onConnEstablishRej(c, as<InrsiErrorRej>(sig));             return 1;
+    case KVD_TUSOCPRI_ANSWER_TMO:    onAnswerTimeout(c);                                        return 1;
     default:                                                                                    return 0;
     }
 }

@@ -118,6 +118,7 @@ struct Client {
     u32 availabilityStatus = INRSI_UNAVAILABLE;
     CpriPortStatus cpriPortStatus{};
     Subscribed subscribed{};
+    Subscribed asked{};                        // ports whose subscription the server hasn't answered
     u8  portNo = NO_PORT;                      // in focus
     u32 sharedUnitId = NO_UNIT;                // in focus
     std::array<Supervision, PORTS> supervision{};
@@ -210,6 +211,11 @@ void  resetPortStatus(Client& c, u8 port);
 // ---- connection (_conn) ---------------------------------------------------------------------------
 
 void onStartReq(Client& c);
+/// The server owes an answer, and is asked again without one; or it doesn't any more.
+void awaitAnswer();
+void cancelAnswer();
+/// For those that it hasn't answered.
+void askForSubscriptions(Client& c);
 /// 1 when the signal was one of the connection.
 int  dispatchConnection(Client& c, Signal* sig);
 

@@ -7,6 +7,8 @@
 #include "ose/module_data.h"
 #include "unit/kvd_ref_table.h"
 
+#include <algorithm>
+
 namespace {
 
 struct State {
@@ -47,6 +49,22 @@ void onStopReq(Client& c)
     log(c, INRSI_CL_EV_STOP_REQ_HANDLED);
 }
 
+void askForSubscription(Client& c, u8 port)
+{
+    auto* req = makeRequest<InrsiPort>(c, INRSI_SUBSCRIBE_LINK_STATUS_REQ);
+    req->nearEndPortNo = port + 1u;
+    node::sendTo(c.servicePid, req);
+    c.asked[port] = 1;
+    awaitAnswer();
+}
+
+/// A port's subscription is answered, or not wanted any more; the wait is over with the last one.
+void subscriptionOver(Client& c, u32 port)
+{
+    if (port < PORTS) c.asked[port] = 0;
+    if (std::ranges::none_of(c.asked, [](u8 asked) { return asked != 0; })) cancelAnswer();
+}
+
 void subscribe(Client& c, u8 port)
 {
     if (c.availabilityStatus != INRSI_AVAILABLE) {
@@ -56,9 +74,7 @@ void subscribe(Client& c, u8 port)
         log(c, INRSI_CL_EV_SUBSCRIBE_SERVER_STATUS_NOK);
         return;
     }
-    auto* req = makeRequest<InrsiPort>(c, INRSI_SUBSCRIBE_LINK_STATUS_REQ);
-    req->nearEndPortNo = port + 1u;
-    node::sendTo(c.servicePid, req);
+    askForSubscription(c, port);
     log(c, INRSI_CL_EV_SUBSCRIBE_SERVER_STATUS_OK);
 }
 
@@ -108,6 +124,7 @@ void onSupInd(Client& c, const KvdTuiifSocpriSupInd* ind)
     if (ind == nullptr) return;
     const Subscribed before = c.subscribed;
     c.subscribed = {};
+    c.asked = {};
     Subscribed wanted{};
     if (ind->supEnable != 0) wanted = subscribeWanted(c, *ind, before);
     for (u8 port = 0; port < PORTS; ++port)
@@ -131,13 +148,22 @@ void onSubscribeCfm(Client& c, const InrsiPort* cfm)
 {
     if (cfm == nullptr) return;
     const u32 port = cfm->nearEndPortNo - 1;
-    if (port < PORTS) c.subscribed[port] = 1;
-    else KVD_TRACE(TRACE_INRSI, TRACE_ERROR, "%s(): Port number out of range (%u)", __func__, port);
+    if (port >= PORTS) {
+        KVD_TRACE(TRACE_INRSI, TRACE_ERROR, "%s(): Port number out of range (%u)", __func__, port);
+        return;
+    }
+    if (c.asked[port] == 0) {
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): not asked for, dropped (port %u)", __func__, port);
+        return;
+    }
+    subscriptionOver(c, port);
+    c.subscribed[port] = 1;
 }
 
-void onSubscribeRej(const InrsiPortRej* rej)
+void onSubscribeRej(Client& c, const InrsiPortRej* rej)
 {
     if (rej == nullptr) return;
+    subscriptionOver(c, rej->nearEndPortNo - 1u);
     KVD_TRACE(TRACE_INRSI, TRACE_INFO,
               "received INRSI_SUBSCRIBE_LINK_STATUS_REJ: nearEndPortNo=%u, errorCode=%u",
               rej->nearEndPortNo, rej->errorCode);
@@ -191,6 +217,12 @@ void onBfnJumpInfoRej(Client& c, const InrsiErrorRej* rej)
 
 // ---- life ----------------------------------------------------------------------------------------
 
+void askForSubscriptions(Client& c)
+{
+    for (u8 port = 0; port < PORTS; ++port)
+        if (c.asked[port] != 0) askForSubscription(c, port);
+}
+
 void initiate(Client& c, const Role& role)
 {
     c = Client{};
@@ -202,6 +234,7 @@ void initiate(Client& c, const Role& role)
 void leave(Client& c)
 {
     cancelAllTimers();
+    cancelAnswer();
     if (c.attach != NO_ATTACH) ose::detach(&c.attach);
     initiate(c, *c.role);
 }
@@ -209,7 +242,7 @@ void leave(Client& c)
 void mainProcessorRestarted(Client& c)
 {
     c.role->resendLinkStatus();
-    c.subscribed = {};
+    c.subscribed = c.asked = {};
     log(c, INRSI_CL_EV_SUP_DATA_RESET);
 }
 
@@ -221,7 +254,7 @@ int dispatchLink(Client& c, Signal* sig)
     case KVD_TUIIF_SOCPRI_STOP_REQ:  onStopReq(c);                                              return 1;
     case KVD_TUIIF_SOCPRI_SUP_IND:   onSupInd(c, as<KvdTuiifSocpriSupInd>(sig));                return 1;
     case INRSI_SUBSCRIBE_LINK_STATUS_CFM: onSubscribeCfm(c, as<InrsiPort>(sig));                return 1;
-    case INRSI_SUBSCRIBE_LINK_STATUS_REJ: onSubscribeRej(as<InrsiPortRej>(sig));                return 1;
+    case INRSI_SUBSCRIBE_LINK_STATUS_REJ: onSubscribeRej(c, as<InrsiPortRej>(sig));             return 1;
     case INRSI_UNSUBSCRIBE_LINK_STATUS_CFM:
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "received INRSI_UNSUBSCRIBE_LINK_STATUS_CFM");       return 1;
     case INRSI_LINK_STATUS2_IND:     onLinkStatus2(c, as<InrsiLinkStatus2Ind>(sig));            return 1;

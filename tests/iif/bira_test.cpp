@@ -68,9 +68,10 @@ TEST(BiraStart, SaysWhatItWaitsFor)
         EXPECT_EQ(unit.traces(LINK), 2u);
         EXPECT_EQ(unit.traces(SERVICE), 0u);
         EXPECT_EQ(unit.node.mainProcessor().count(KVD_TUIIF_BVQ_STATUS_IND), 0u);
-        unit.node.bira().tellLink();
-        unit.run(20.0);
-        EXPECT_EQ(unit.traces(LINK), 2u);
+        unit.node.bira().tellsLink = true;               // from the next request on
+        unit.run(40.0);
+        EXPECT_EQ(unit.node.bira().received(KVD_BIRAIIF_INITIATE_SERVICE_REQ), 2u);
+        EXPECT_EQ(unit.traces(SERVICE), 0u);
         EXPECT_EQ(unit.node.inProgram(KvdLoz6BiraIifAdm_idlMode), 1u);
     }
     {
@@ -126,7 +127,7 @@ TEST(BiraServerDown, ThatComesBackSilentHoldsTheUnitUpForSecondsOnly)
     unit.bira().setAnswer(Answer::Busy);
     unit.run(1.0);
     unit.bira().start();
-    unit.run(10.0);
+    unit.run(9.0);
     EXPECT_TRUE(unit.traced("Syncdrv_proc doesn't answer, the unit goes on without the service, waited=5000 ms"));
     std::string text;
     EXPECT_EQ(unit.command("kvdinfo tumgr", text), 0);
@@ -138,6 +139,15 @@ TEST(BiraServerDown, ThatComesBackSilentHoldsTheUnitUpForSecondsOnly)
     unit.run(1.0);
     EXPECT_EQ(unit.get(KvdLoz6BiraIifAdm_started), 1);
     EXPECT_FALSE(unit.traced("answer not asked for"));
+    // One that has lost the request is asked again.
+    unit.bira().die();
+    unit.bira().setMute(true);
+    unit.bira().start();
+    unit.run(25.0);
+    EXPECT_EQ(unit.get(KvdLoz6BiraIifAdm_started), 0);
+    unit.bira().setMute(false);
+    unit.run(10.0);
+    EXPECT_EQ(unit.get(KvdLoz6BiraIifAdm_started), 1);
 }
 
 // What the server sends out of turn, or too short, leaves the unit as it was.
@@ -197,6 +207,18 @@ TEST(BiraOrders, PersistentFrequencyLockKeepsTheHardwareWithTheServer)
     unit.bira().tellFreqLocked();
     unit.run(0.1);
     EXPECT_EQ(unit.hwControl(), 0u);
+    // It stands until the server confirms it, which is asked again, also by another life's.
+    const auto asked = [&] { return unit.bira().received(KVD_BIRAIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_REQ); };
+    unit.run(10.0);
+    EXPECT_EQ(asked(), 2u);
+    unit.bira().die();
+    unit.bira().confirms = true;
+    unit.bira().start();
+    unit.run(1.0);
+    EXPECT_EQ(asked(), 3u);
+    EXPECT_EQ(unit.get(KvdLoz6BiraIifAdm_persistentFreqLock), 0u);
+    unit.run(15.0);
+    EXPECT_EQ(asked(), 3u);
     order(0);
     unit.run(20.5);
     EXPECT_EQ(unit.hwControl(), 1u);

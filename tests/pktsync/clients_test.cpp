@@ -115,6 +115,131 @@ TEST(PacketServices, ASignalInTheWrongStateOrTooShortIsDropped)
     EXPECT_FALSE(u.created(1, 4));
 }
 
+sim::Server& driverOf(sim::Node& n) { return n.pktsyncDrv(); }
+sim::Server& framesOf(sim::Node& n) { return n.cfi(); }
+sim::Server& socketsOf(sim::Node& n) { return n.ipsocki(); }
+
+// Whatever a service was asked for while it heard all and said nothing, it is asked again.
+TEST(PacketServices, OneThatSaysNothingIsAskedAgain)
+{
+    using Of = sim::Server& (*)(sim::Node&);
+    struct Case {
+        const char* what;
+        Of server;
+        void (*ask)(PacketUnit&);
+        bool (*isDone)(PacketUnit&);
+    };
+    constexpr auto isStarted = [](PacketUnit& u) { return u.root() == ROOT_STARTED && u.control() == READY; };
+    constexpr auto create = [](PacketUnit& u) {
+        u.node.mainProcessor().createPacketRef(ethernetRef(7, 24));
+        u.node.mainProcessor().createPacketRef(unicastRef(7));
+    };
+    constexpr auto isCreated = [](PacketUnit& u) { return u.created(7, 4) && u.created(7, 5); };
+    constexpr auto forget = [](PacketUnit& u) { u.node.mainProcessor().deletePacketRef(7, 4); };
+    // The driver forgets a froId as a whole: the other class is told again.
+    constexpr auto isForgotten = [](PacketUnit& u) {
+        const auto known = u.node.pktsyncDrv().syncrefs();
+        return u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM) == 1 && known.size() == 1 && known.contains({7, 1}) &&
+               u.node.cfi().groups().empty();
+    };
+    constexpr auto move = [](PacketUnit& u) {
+        u.node.mainProcessor().setPacketRef(unicastRef(7, {192, 168, 0, 77}));
+    };
+    constexpr auto isMoved = [](PacketUnit& u) {
+        return u.node.pktsyncDrv().syncrefs().at({7, 1}).serverIpAddress[7] == 77;
+    };
+    constexpr auto anew = [](PacketUnit& u) {
+        for (const Of of : {driverOf, framesOf}) of(u.node).die(), u.run(0.1), of(u.node).start();
+    };
+    constexpr Case CASES[] = {
+        {"driver at the start", driverOf, nullptr, isStarted},
+        {"frames at the start", framesOf, nullptr, isStarted},
+        {"sockets at the start", socketsOf, nullptr, isStarted},
+        {"driver, a creation", driverOf, create, isCreated},
+        {"frames, a creation", framesOf, create, isCreated},
+        {"driver, a change", driverOf, move, isMoved},
+        {"driver, an end", driverOf, forget, isForgotten},
+        {"frames, an end", framesOf, forget, isForgotten},
+        {"driver, the chain anew", driverOf, anew, isCreated},
+        {"sockets, the chain anew", socketsOf, anew, isCreated},
+    };
+    for (const Case& c : CASES) {
+        SCOPED_TRACE(c.what);
+        PacketUnit u;
+        u.node.packetPort().config.address = {4, {192, 168, 0, 1}};
+        if (c.ask != nullptr) {
+            u.on();
+            if (c.ask != create) create(u);
+            u.run(1);
+        }
+        c.server(u.node).setMute(true);
+        if (c.ask != nullptr) c.ask(u);
+        else                  u.on();
+        u.run(25);
+        EXPECT_FALSE(c.isDone(u));
+        c.server(u.node).setMute(false);
+        u.run(10.5);
+        EXPECT_TRUE(c.isDone(u));
+        EXPECT_TRUE(isStarted(u));
+        EXPECT_GE(u.traces("doesn't serve yet, it is asked again"), 2u);
+        u.node.traces().clear();
+        u.run(30);
+        EXPECT_EQ(u.traces("it is asked again"), 0u);
+    }
+}
+
+// Each is asked again before it has answered: the second answer finds nobody who waits for it.
+TEST(PacketServices, SlowOnesAnswerTwiceAndNothingIsLost)
+{
+    PacketUnit u;
+    for (const auto of : {driverOf, framesOf, socketsOf}) of(u.node).delay_ms = 12'000;
+    u.node.packetPort().config.address = {4, {192, 168, 0, 1}};
+    u.on(150);
+    ASSERT_EQ(u.root(), u32{ROOT_STARTED});
+    u.node.mainProcessor().createPacketRef(ethernetRef(7, 24));
+    u.node.mainProcessor().createPacketRef(unicastRef(7));
+    sim::MpPacketRef other = ethernetRef(8, 25);
+    other.multicastAddress = 1;
+    u.node.mainProcessor().createPacketRef(other);
+    u.run(300);
+    EXPECT_TRUE(u.created(7, 4) && u.created(7, 5) && u.created(8, 4));
+    u.node.mainProcessor().deletePacketRef(7, 4);
+    u.run(600);
+    EXPECT_EQ(u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM), 1u);
+    EXPECT_TRUE(u.node.pktsyncDrv().syncrefs().contains({7, 1}));
+    EXPECT_EQ(u.node.cfi().groups(), std::set<sim::MacAddress>{TUPKTSYNC_GROUP_MAC[1]});
+    EXPECT_EQ(u.group(0).state, u32{GROUP_NONE});
+    EXPECT_EQ(u.group(1).state, u32{GROUP_JOINED});
+    EXPECT_GE(u.traces("which nobody waits for"), 3u);
+}
+
+void suspend(sim::Server& s, bool serves) { s.setAnswer(serves ? Answer::Accept : Answer::Suspend); }
+
+// One that doesn't serve now may do so later: what it is needed for begins anew.
+TEST(PacketServices, OneThatIsSuspendedBusyOrRefusesItsDeviceIsAskedAgain)
+{
+    struct Case { const char* what; void (*script)(sim::Node&, bool serves); };
+    constexpr Case CASES[] = {
+        {"driver", [](sim::Node& n, bool serves) { suspend(n.pktsyncDrv(), serves); }},
+        {"frames", [](sim::Node& n, bool serves) { suspend(n.cfi(), serves); }},
+        {"sockets", [](sim::Node& n, bool serves) { suspend(n.ipsocki(), serves); }},
+        {"busy", [](sim::Node& n, bool serves) { n.ipsocki().setAnswer(serves ? Answer::Accept : Answer::Busy); }},
+        {"device", [](sim::Node& n, bool serves) { n.cfi().attachResult = serves ? 0 : 7; }},
+    };
+    for (const Case& c : CASES) {
+        SCOPED_TRACE(c.what);
+        PacketUnit u;
+        u.node.packetPort().config.address = {4, {192, 168, 0, 1}};
+        u.node.mainProcessor().config.packetRefs = {ethernetRef(1, 24), unicastRef(2)};
+        c.script(u.node, false);
+        u.on(25);
+        EXPECT_FALSE(u.created(1, 4) && u.created(2, 5));
+        c.script(u.node, true);
+        u.run(11);
+        EXPECT_TRUE(u.created(1, 4) && u.created(2, 5));
+    }
+}
+
 // ---- multicast groups -----------------------------------------------------------------------------
 
 struct GroupUnit : PacketUnit {
@@ -137,15 +262,6 @@ struct GroupUnit : PacketUnit {
     std::size_t deleted() { return told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM); }
     u32 joins() { return cfi.received(CFI_JOIN_MULTICAST_REQ); }
     u32 leaves() { return cfi.received(CFI_LEAVE_MULTICAST_REQ); }
-    /// Users of the second group that come (+) and go (-) before anything is confirmed.
-    void users(const char* steps)
-    {
-        call([steps] {
-            for (const char* s = steps; *s != '\0'; ++s)
-                if (*s == '+') TuPktsync_CFI_client_addMCgroupUser(1);
-                else           TuPktsync_CFI_client_removeMCgroupUser(1);
-        });
-    }
     bool isIn(u32 i) { return cfi.groups() == std::set<sim::MacAddress>{TUPKTSYNC_GROUP_MAC[i]}; }
 };
 
@@ -174,14 +290,13 @@ TEST(PacketGroups, JoinsAndLeavesThatCross)
     u.remove(3), u.expect(GROUP_LEAVE_PENDING, 0);
     u.confirm(), u.expect(GROUP_NONE, 0);
 
-    // A user that goes before the join is confirmed: the group is left once it is.
-    u.users("++---");
+    // A user that goes before the join is confirmed, as there is no driver: the group is left once it is.
+    u.inject(SIGSELECT{PKTSYNCDRV_INITIATE_SERVICE_REJ});
+    u.create(4, 1), u.expect(GROUP_JOIN_PENDING, 0, 1);
     EXPECT_EQ(u.group(1).leaveNeeded, 1u);
     u.confirm(), u.expect(GROUP_LEAVE_PENDING, 0, 1);
     u.confirm(), u.expect(GROUP_NONE, 0, 1);
-    u.users("+-+");                                  // one that comes back in time stays
-    u.confirm(), u.expect(GROUP_JOINED, 1, 1);
-    EXPECT_TRUE(u.isIn(1));
+    EXPECT_TRUE(u.cfi.groups().empty());
 }
 
 TEST(PacketGroups, OneRequestIsOutAtATime)
@@ -229,6 +344,22 @@ TEST(PacketProcess, FollowsAMainProcessorThatDiedBeforeItsFirstConfirmation)
     u.run(5);
     EXPECT_EQ(u.control(), u32{READY});
     EXPECT_TRUE(u.created(1, 4));
+}
+
+TEST(PacketProcess, AsksAgainForAListThatDoesNotCome)
+{
+    PacketUnit u;
+    auto& mp = u.node.mainProcessor();
+    mp.config.packetRefs = {ethernetRef(1, 1)};
+    mp.config.answersAudit = false;
+    u.on(15);
+    EXPECT_EQ(u.control(), u32{AUDIT_PENDING});
+    EXPECT_EQ(u.told(KVD_TUIIF_AUDIT_PKT_REF_RO_REQ), 2u);
+    mp.config.answersAudit = true;
+    u.run(10);
+    EXPECT_TRUE(u.created(1, 4));
+    u.run(30);
+    EXPECT_EQ(u.told(KVD_TUIIF_AUDIT_PKT_REF_RO_REQ), 3u);
 }
 
 TEST(PacketGroups, ARefusedJoinFailsTheReferenceAndTheNextAsksAgain)
@@ -450,6 +581,24 @@ TEST(PacketSockets, EachDatagramGivesItsCreditBack)
         EXPECT_EQ(u.traces("PTP message received for unknown domainId"), 0u);
         EXPECT_EQ(u.node.ipsocki().credit(), credit + ++given);
     }
+    // Credits that the service doesn't hear of come back with those for a while without a datagram.
+    auto& service = u.node.ipsocki();
+    u.node.packetPort().config.address = {4, {192, 168, 0, 1}};
+    u.node.mainProcessor().createPacketRef(unicastRef(2));
+    u.run(1);
+    service.setMute(true);
+    sim::NetPacket packet;
+    packet.isFrame = false;
+    packet.bytes.resize(64);
+    packet.from = {4, {192, 168, 0, 9}};
+    packet.to = {4, {192, 168, 0, 1}};
+    packet.toPort = 319;
+    while (service.credit() > 0) service.deliver(packet, {});
+    u.run(30);
+    EXPECT_EQ(service.credit(), 0u);
+    service.setMute(false);
+    u.run(11);
+    EXPECT_EQ(service.credit(), 25u);
     u.node.ipsocki().die();
     u.run(0.1);
     u.inject(good);

@@ -89,6 +89,7 @@ inline const syncref::Needs& syncrefNeeds()
         },
         .selectClock = [](u32 id, u32 selected) { keep({SELECTED, id, selected}); },
         .sendToMainProcessor = keepSignal,
+        .awaitAudit = [](bool) {},
         .resetClients = [] { keep({RESET_CLIENTS}); },
         .reInit = [] { keep({RE_INIT}); },
         .ready = [] { keep({INIT_READY}); },

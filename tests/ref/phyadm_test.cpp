@@ -69,6 +69,9 @@ TEST(PhyPorts, AreReportedAsTheServiceAnnouncesThemAndFillFiveRows)
              Step{2, 30, 0, {{2, 30, 1}}, ""},
              Step{2, 30, 2, {{2, 30, 0}, {2, 30, 1}}, ""},   // the same again: gone and added
              Step{3, 30, 2, {{2, 30, 0}, {3, 30, 1}}, ""},   // moves to another line
+             Step{1, 31, 0, {{1, 31, 1}}, ""},               // whose line the first one takes
+             Step{1, 30, 2, {{3, 30, 0}, {1, 31, 0}, {1, 30, 1}}, ""},
+             Step{3, 30, 2, {{1, 30, 0}, {3, 30, 1}}, ""},
              Step{3, 21, 1, {}, "Failed to delete entry in portInfoTable (lineNo=3, froId=21 not found)"},
              Step{2, 30, 1, {}, "Failed to delete entry in portInfoTable (lineNo=2, froId=30 not found)"},
              Step{3, 30, 3, {}, "Received unknown stateControl value"},

@@ -202,6 +202,7 @@ private:
             [](node::SlowpiContext*, u32 length, const u8* frame) {
                 return asked("Slowpi_sendFrameInd " + hexOf(frame, length), current()->service.sendResult);
             },
+            [](const node::SlowpiContext*) { return asked("Slowpi_askAgain", 0); },
         };
         return table;
     }
