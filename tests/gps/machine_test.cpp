@@ -81,18 +81,16 @@ TEST(GpsMachine, StaysWithoutALineAndGoesOnWithoutTimers)
 {
     GpsUnit unit;
     unit.supervise(GPS_REF, false);
-    unit.node.serial().openResult = 5;
-    unit.supervise(GPS_REF, true);
-    EXPECT_EQ(unit.gpsState(), 1u);
-    EXPECT_EQ(unit.traces("Unsuccessful call to HALI_subscribeSerialPort"), 1u);
-    EXPECT_EQ(unit.statuses().back(), "2 Unknown error");
-    EXPECT_EQ(unit.traces("Unhandled combination(gps1,ref6)"), 1u);
-
-    unit.supervise(GPS_REF, false);
-    unit.node.serial().openResult = 0;
-    unit.supervise(GPS_REF, true);
-    unit.ms(5);
-    EXPECT_EQ(unit.gpsState(), 3u);
+    for (const int result : {5, 0}) {
+        unit.node.serial().openResult = result;
+        unit.supervise(GPS_REF, true);
+        unit.ms(5);
+        EXPECT_EQ(unit.gpsState(), result == 0 ? 3u : 1u);
+        if (result == 0) break;
+        EXPECT_EQ(unit.statuses().back(), "2 Unknown error");
+        EXPECT_EQ(unit.traces("Unhandled combination(gps1,ref6)"), 1u);
+        unit.supervise(GPS_REF, false);
+    }
     unit.node.system().faults().refuseTimers = 2;    // of the alarm's text, of the state
     unit.say("$\r");
     EXPECT_EQ(unit.traces("Timer waitForValidTmoRef failed to start!"), 1u);
@@ -141,10 +139,9 @@ TEST(GpsMode, HeldPositionIsToldOnceAHold)
     unit.say(nmea("PNVX,GPavp,4807.0380,N,01131.0000,E,00545.4,00"));
     unit.talk(3);
     ASSERT_EQ(told(), 1u);
-    const auto ind = unit.node.mainProcessor().last(KVD_TUIIF_FIXED_POSITION_IND)->as<KvdTuiifFixedPositionInd>();
-    EXPECT_EQ(ind->froId, 0u);
-    EXPECT_EQ(ind->latitude.deg, 48);
-    EXPECT_EQ(ind->longitude.min, 31);
+    const sim::MpRecord* const record = unit.node.mainProcessor().last(KVD_TUIIF_FIXED_POSITION_IND);
+    const auto ind = record->as<KvdTuiifFixedPositionInd>();
+    EXPECT_TRUE(ind->froId == 0 && ind->latitude.deg == 48 && ind->longitude.min == 31);
     double altitude_m = 0;
     std::memcpy(&altitude_m, ind->altitude, sizeof altitude_m);
     EXPECT_EQ(altitude_m, 545.4);
@@ -198,28 +195,20 @@ TEST(GpsAttributes, AnswerWithThePositionOfTheMode)
         const sim::MpRecord* record = unit.node.mainProcessor().last(KVD_TUIIF_GPS_ATTRIB_CFM);
         return record->as<KvdTuiifGpsAttribCfm>().value();
     };
+    using Values = std::vector<u32>;
     KvdTuiifGpsAttribCfm cfm = ask();
-    EXPECT_EQ(cfm.froId, 77u);
-    EXPECT_EQ(cfm.gpsCompensationDelay, 65535);
-    EXPECT_EQ(cfm.observationMode, 1);
-    EXPECT_EQ(cfm.satellitesInView, 1);
-    EXPECT_EQ(cfm.satellite[0].svNo, 7);
-    EXPECT_EQ(cfm.satellite[0].azimuth, 123);
-    EXPECT_EQ(cfm.satellite[0].snr, 41);
-    EXPECT_EQ(cfm.satellite[1].svNo, 0);
-    EXPECT_EQ(cfm.latitude.deg, 33);
-    EXPECT_EQ(cfm.latitude.fractMin, 1234);
-    EXPECT_EQ(cfm.latitude.dir, 2);
-    EXPECT_EQ(cfm.longitude.deg, 151);
-    EXPECT_EQ(cfm.longitude.dir, 3);
+    EXPECT_EQ((Values{cfm.froId, cfm.gpsCompensationDelay, cfm.observationMode, cfm.satellitesInView}),
+              (Values{77, 65535, 1, 1}));
+    const auto& first = cfm.satellite[0];
+    EXPECT_EQ((Values{first.svNo, first.azimuth, first.snr, cfm.satellite[1].svNo}), (Values{7, 123, 41, 0}));
+    EXPECT_EQ((Values{cfm.latitude.deg, cfm.latitude.fractMin, cfm.latitude.dir}), (Values{33, 1234, 2}));
+    EXPECT_EQ((Values{cfm.longitude.deg, cfm.longitude.dir}), (Values{151, 3}));
 
     unit.say(GPSTS_SURVEY);                          // on the move: the present position
     cfm = ask();
-    EXPECT_EQ(cfm.observationMode, 0);
-    EXPECT_EQ(cfm.latitude.deg, 48);
-    EXPECT_EQ(cfm.longitude.min, 31);
     double altitude = 0;
     std::memcpy(&altitude, cfm.altitude, sizeof altitude);
+    EXPECT_EQ((Values{cfm.observationMode, cfm.latitude.deg, cfm.longitude.min}), (Values{0, 48, 31}));
     EXPECT_EQ(altitude, 545.5);
 }
 
