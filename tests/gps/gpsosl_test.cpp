@@ -93,19 +93,6 @@ TEST(GpsOsl, AnotherUnitsSentencesLeadToItsTime)
     EXPECT_EQ(unit.query(), 0u);
 }
 
-TEST(GpsOsl, AReceiverAtTheLineLeavesNoTraceForTheLinkAfterIt)
-{
-    OslUnit unit;
-    unit.say("$x\r");
-    unit.say(nmea("PFEC,GPtps,230115000000,2,1,2,230115000000,18,18,230115000000,2245,000104"));
-    unit.say(nmea("PNVX,GPsts,2,1,0,00001"));                 // settled on a receiver
-    for (u32 i = 0; i < 9; ++i) {
-        EXPECT_EQ(unit.query(), 4u);
-        unit.time();
-    }
-    EXPECT_EQ(unit.query(), 3u);                             // the ninth settles that it's another unit
-}
-
 TEST(GpsOsl, FaultsAreReportedOnceTheyLast)
 {
     OslUnit unit;

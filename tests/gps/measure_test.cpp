@@ -88,17 +88,4 @@ TEST(GpsMeasurement, AnotherUnitsOutputHasItsOwnReference)
     EXPECT_GE(bench.meas().measRefData.R, 5e-16);
 }
 
-TEST(GpsMeasurement, AFreeRunningReceiverGivesItsPulseAlone)
-{
-    GpsMeasure bench;
-    for (int i = 0; i < 4; ++i) bench.second();
-    const double offset = bench.offset();
-    for (const u8 kept : {1, 0}) {
-        bench.in([=] { KvdLoz6TuGps_receiverRecord().timeKept = kept; });
-        bench.second(kept != 0 ? -7.0 : 0.0);        // the time before stands while it is kept
-        EXPECT_NEAR(bench.meas().measRefData.z, 0.0, 1e-6);
-        EXPECT_EQ(bench.offset(), offset);
-    }
-}
-
 }  // namespace

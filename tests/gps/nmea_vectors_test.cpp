@@ -378,7 +378,7 @@ TEST(NmeaCheckValues, AreMet)
     vectors::eachKind(document["vectors"],
                       {{"sentence", sentence}, {"series", series}, {"positionChoice", positionChoice},
                        {"framing", framing}, {"framingSplit", framing}, {"frame", frame}},
-                      {"frameUse"});             // which sentence has which frame, in words; commands_test.cpp
+                      {"frameUse"});             // in words; commands_test.cpp
 }
 
 }  // namespace

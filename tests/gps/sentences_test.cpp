@@ -200,21 +200,4 @@ TEST(ModuleQueries, EndWithTheAnswerOrAfterTwoSeconds)
     EXPECT_STREQ(feedline, "Unknown");
 }
 
-TEST(ModuleQueries, AreNotAskedWithoutAModule)
-{
-    struct Row { const char* what; u32 gpssType; u8 refType; u32 state; };
-    for (const Row& r : std::to_array<Row>({{"GPS01", 1, GPS_REF, 6},
-                                            {"external reference", 2, TU_REF, 6},
-                                            {"line closed", 2, GPS_REF, GPS_UN_INIT}})) {
-        Query b(r.gpssType);
-        b.in([&] {
-            KvdLoz6TuGps_storeGpsState(r.state);
-            KvdLoz6TuGps_setTuGpsRefType(r.refType);
-        });
-        SCOPED_TRACE(r.what);
-        EXPECT_EQ(b.ask([] { EXPECT_STREQ(KvdLoz6TuGps_queryChipset().hardwareId, "Unknown"); }), 0u);
-        EXPECT_EQ(b.ask([] { EXPECT_STREQ(KvdLoz6TuGps_queryAntenna(), ""); }), 0u);
-    }
-}
-
 }  // namespace
