@@ -120,6 +120,17 @@ TEST(GpsOut, AlignsOnTheSecondPulseAfterTheTimeIsKnownAndAnewAfterADrop)
     }
 }
 
+TEST(GpsOut, TheOtherProtocolSendsTwoFramesASecond)
+{
+    OutUnit unit;
+    unit.start(2);
+    unit.ms(5'100);
+    unit.pulse(3);
+    ASSERT_EQ(unit.heard.size(), 6u);
+    EXPECT_EQ((unit.heard[1].at - unit.heard[0].at) / ose::MS, 199);
+    EXPECT_EQ(unit.look().counters.numberOfBytesSent, 6u * 23);
+}
+
 TEST(GpsOut, ATakenPortLeavesItFailedAndSilent)
 {
     OutUnit unit;

@@ -305,6 +305,8 @@ TEST(Sending, LetsTheWholeQueueGoOnceASecondInOneWrite)
     queue(unit, "$D\r\n");
     unit.run(3.0);
     EXPECT_EQ(unit.takeSent(), Writes{"$D\r\n"});
+    const GpsSendCounters counted = unit.node.inProgram([] { return KvdLoz6TuGps_sendCounters(); });
+    EXPECT_TRUE(counted.numberOfBytesQueued == 13 && counted.numberOfBytesSent == 13);
 
     queue(unit, "$lost\r\n");                  // the end of supervision empties the queue
     unit.supervise(GPS_REF, false);

@@ -368,7 +368,7 @@ json wander(Board& b, const Value& in, const Value& step)
     const double rel = num(in["U1"]) / b.words(0).U_nom - 1;
     const bool isRelTold = !step["out"]["rel"].is_null();
     json K = isRelTold ? json() : UNSEEN;
-    if (isRelTold && std::fabs(rel) <= limitOf("master")) K = b.words(rel, tuHwIf_wanderOffset()).K;
+    if (isRelTold && std::fabs(rel) <= limitOf("master")) K = reg(b, 79);
     const Value interval = step["out"]["interval"];
     const bool runs = wanderState().timerRuns != 0 && !interval.is_null();
     const u32 running = runs ? wanderInterval(num(in["f"])) : 0;

@@ -138,8 +138,19 @@ TEST(ColdStart, WritesTheNominalValuesAndTheMultiplicator)
         EXPECT_EQ(board.multWords[5], 1535u);
         EXPECT_EQ(board.multWords[111], 28416u);
         EXPECT_TRUE(board.pllWords.empty());
+        EXPECT_EQ(board.eepromReads, 1u);
         EXPECT_EQ(board.bus.countOf("LOZ6 FPGA revision is R41A"), 1u);
     }
+}
+
+TEST(ColdStart, GoesOnWithADividerThatDoesNotReadBack)
+{
+    Board board(1);
+    board.bus.onRead[board.address(81)] = [](u32 stored) { return stored ^ 1; };
+    EXPECT_EQ(board.initiate(), 0);
+    EXPECT_EQ(board.bus.countOf("writeSynthcDivider failed 3 times"), 1u);
+    EXPECT_EQ(board.bus.levelOf("writeSynthcDivider failed for value :398"), 1);
+    EXPECT_EQ(board.multWords.size(), 112u);
 }
 
 TEST(ColdStart, SetsUpThePllIcOfAnExternalPhaseDetector)

@@ -11,6 +11,8 @@ constexpr u32 SYNC = SYNC_PM_FROTYPE;
 TEST(Restart, ForgetsSubscriptionsAndBeginsSuspect)
 {
     PmBench b;
+    for (const u32 froType : {SYNC - 1, GPSSYNCREF_PM_FROTYPE + 1}) b.subscribe(froType, 300);
+    EXPECT_TRUE(b.mp().log().empty() && b.traces("Wrong froType!") == 2);
     b.subscribe(SYNC, 300);
     b.push(1);
     b.clockState(3);
