@@ -212,9 +212,9 @@ void compensationDelay(const Value& v)
     regtest::MeasureBench b;
     if (in["regulator_started"] == 1) b.settle();
     b.select(in["selectedRef"].get<u32>());
+    b.in([&] { hptsi::setCompensationDelay(in["old_ns"].get<i32>()); });
     b.edit([](measure::State& s) { s.var.m[Z_HPTSI_REF] = 50.0; });
     b.in([&] {
-        hptsi::setCompensationDelay(in["old_ns"].get<i32>());
         hptsi::setCompensationDelay(in["new_ns"].get<i32>());
         EXPECT_EQ(state().hptsiCompensationDelay, v["out"]["delay_s"].get<double>());
     });

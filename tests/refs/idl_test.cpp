@@ -66,6 +66,8 @@ TEST(IdlLink, OnPort2LivesOnDelayAnswersOfTheMaster)
     slave.toManager(DELAY);                                // not a slave's own clock
     slave.ms(1'000);
     EXPECT_EQ(slave.idlState(1), IDL_ON);
+    slave.supervise(IDL2_REF, false);
+    EXPECT_EQ(slave.traces("IDL state is UNKNOWN/OFF,not a dual configuration"), 1u);
 }
 
 TEST(Idl2SyncData, FiftyExpiriesTellOnceThatItStopped)
