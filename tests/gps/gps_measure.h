@@ -20,14 +20,8 @@ struct GpsMeasure : regtest::MeasureBench {
         select(ref);
         gpsState(GPS_OPERATIONAL_WITH_VALID_TIME);
     }
-    void gpsState(u32 state)
-    {
-        in([&] { KvdLoz6TuGps_storeGpsState(state); });
-    }
-    void kind(u32 gpssType)
-    {
-        in([&] { KvdLoz6TuGps_setGpssType(gpssType); });
-    }
+    void gpsState(u32 state) { in([&] { KvdLoz6TuGps_storeGpsState(state); }); }
+    void kind(u32 gpssType) { in([&] { KvdLoz6TuGps_setGpssType(gpssType); }); }
     /// The next pulse, with the receiver's time for it; `off` seconds wrong.
     void second(double off = 0.0)
     {

@@ -32,16 +32,9 @@ struct GpsReplay : IifBench {
         pktsyncInbox().clear();
     }
 
-    /// The front end takes a signal; what it posts to itself comes only as a step of its own.
-    void dispatch(SIGSELECT sigNo, const void* data = nullptr, std::size_t size = 0,
-                  int (*taker)(Signal*) = KvdLoz6TuGps_dispatch)
+    void dispatch(SIGSELECT sigNo, const void* data = nullptr, std::size_t size = 0)
     {
-        in([&] {
-            Signal* sig = ose::alloc(static_cast<u32>(4 + (size + 3) / 4 * 4), sigNo);
-            if (size > 0) std::memcpy(reinterpret_cast<char*>(sig) + 4, data, size);
-            EXPECT_EQ(taker(sig), 1) << std::hex << sigNo;
-            ose::free_buf(&sig);
-        });
+        IifBench::dispatch(KvdLoz6TuGps_dispatch, sigNo, data, size);
     }
     void sentenceCame(const std::string& text)
     {

@@ -1,5 +1,6 @@
 // gps_unit.h - A connected unit with a receiver that says what the test writes down.
 #pragma once
+#include "base/tu_common.h"
 #include "gps/kvd_gps_common.h"
 #include "gps/kvd_gps_receiver.h"
 #include "tests/ref/ref_unit.h"
@@ -14,10 +15,8 @@ namespace bench {
 /// "$body*XX\r\n".
 inline std::string nmea(const std::string& body)
 {
-    u32 sum = 0;
-    for (const char c : body) sum ^= static_cast<unsigned char>(c);
     char end[8];
-    std::snprintf(end, sizeof end, "*%02X\r\n", sum & 0xFF);
+    std::snprintf(end, sizeof end, "*%02X\r\n", TuCommon_nmeaChecksum(body.data(), body.size()));
     return "$" + body + end;
 }
 
@@ -32,8 +31,8 @@ inline std::string gptps(u32 tow, u32 timeStandard = 2, u32 ppsAvailable = 1)
 {
     char body[96];
     std::snprintf(body, sizeof body,
-                  "PFEC,GPtps,230115000000,%u,%u,2,230115000000,18,18,230115000000,2245,%06u",
-                  timeStandard, ppsAvailable, tow);
+                  "PFEC,GPtps,230115000000,%u,%u,2,230115000000,18,18,230115000000,2245,%06u", timeStandard,
+                  ppsAvailable, tow);
     return nmea(body);
 }
 inline const std::string GPSTS_HOLD = nmea("PNVX,GPsts,2,1,0,00001");
@@ -72,15 +71,9 @@ struct GpsUnit : RefUnit {
     u32 gpsState() { return node.inProgram(KvdLoz6TuGps_gpsState); }
     GpsReceiver receiver() { return node.inProgram([] { return KvdLoz6TuGps_receiver(); }); }
     u32 gpssType() { return receiver().gpssType; }
-    /// "2 Loss of signal" for each status that went out.
     std::vector<std::string> statuses()
     {
-        std::vector<std::string> texts;
-        for (const sim::MpRecord& record : node.mainProcessor().all(KVD_TUIIF_GPS_STATUS_IND)) {
-            const auto ind = record.as<KvdTuiifGpsStatusInd>();
-            if (ind) texts.push_back(std::to_string(ind->gpsStatus) + " " + ind->text);
-        }
-        return texts;
+        return statusTexts(node.mainProcessor(), KVD_TUIIF_GPS_STATUS_IND, &KvdTuiifGpsStatusInd::gpsStatus);
     }
 };
 

@@ -1,18 +1,14 @@
 // The GPS out sync link's input: another unit's sentences move its states, its reports and the far
 // end's clock state.
 #include "gps/kvd_gps_osl.h"
-#include "node/trace.h"
 #include "reg/kvd_reg_pll_int.h"
 #include "sig/gps_sig.h"
 #include "tests/gps/gps_unit.h"
-
-#include <gtest/gtest.h>
 
 namespace {
 
 using bench::gpppr;
 using bench::nmea;
-using Texts = std::vector<std::string>;
 
 std::string gpout(const std::string& fields) { return nmea("PNVX,GPout," + fields); }
 const std::string GPOUT_LOCKED = gpout("13,0,1,0,0");
@@ -53,15 +49,6 @@ struct OslUnit : bench::RefUnit {
         node.shell().run("kvdinfo tugps_osl", output);
         return output;
     }
-    /// One of the texts of a refused sentence.
-    bool toldWhy()
-    {
-        for (const char* text : {"Checksum incorrect or missing", "Sentence length error", "not handled",
-                                 "field too large"})
-            if (node.traces().has(text)) return true;
-        return false;
-    }
-    u32 sentences() { return std::stoul(info().substr(info().find("numberOfNmeaMsgs") + 24)); }
     /// gpsOslStatus of the attributes.
     u32 status()
     {
@@ -70,14 +57,10 @@ struct OslUnit : bench::RefUnit {
         const auto cfm = node.mainProcessor().last(KVD_TUIIF_GPSOSL_ATTRIB_CFM);
         return cfm ? cfm->as<KvdTuiifGpsoslAttribCfm>()->gpsOslState : 99;
     }
-    Texts statuses()
+    std::vector<std::string> statuses()
     {
-        Texts texts;
-        for (const sim::MpRecord& record : node.mainProcessor().all(KVD_TUIIF_GPSOSL_STATUS_IND)) {
-            const auto ind = record.as<KvdTuiifGpsoslStatusInd>();
-            if (ind) texts.push_back(std::to_string(ind->status) + " " + ind->text);
-        }
-        return texts;
+        return bench::statusTexts(node.mainProcessor(), KVD_TUIIF_GPSOSL_STATUS_IND,
+                                  &KvdTuiifGpsoslStatusInd::status);
     }
 };
 
@@ -110,72 +93,26 @@ TEST(GpsOsl, AnotherUnitsSentencesLeadToItsTime)
     EXPECT_EQ(unit.query(), 0u);
 }
 
-TEST(GpsOsl, AReceiverAtTheLineLeavesNoTraceForTheLinkAfterIt)
-{
-    OslUnit unit;
-    unit.say("$x\r");
-    unit.say(nmea("PFEC,GPtps,230115000000,2,1,2,230115000000,18,18,230115000000,2245,000104"));
-    unit.say(nmea("PNVX,GPsts,2,1,0,00001"));                 // settled on a receiver
-    for (u32 i = 0; i < 9; ++i) {
-        EXPECT_EQ(unit.query(), 4u);
-        unit.time();
-    }
-    EXPECT_EQ(unit.query(), 3u);                             // the ninth settles that it's another unit
-}
-
-TEST(GpsOsl, ADamagedSentenceGivesNoTimeAndNoClockState)
-{
-    // Each character of both sentences in turn, another in its place.
-    for (const std::string& whole : {gpppr(500), gpout("05,1,2,0,1")}) {
-        OslUnit unit;
-        unit.node.inProgram([] {
-            node::traceSetProgramMask(0xFFFFFFFF);
-            return 0;
-        });
-        for (std::size_t at = 1; at + 2 < whole.size(); ++at) {
-            std::string text = whole;
-            text[at] = text[at] == '3' ? '4' : '3';
-            SCOPED_TRACE(text);
-            unit.supervise(GPSOSL_REF, false);
-            unit.supervise(GPSOSL_REF, true);
-            unit.ms(5);
-            unit.becomeOperational();
-            const u32 counted = unit.sentences();
-            unit.node.traces().clear();
-            unit.say(text);
-            EXPECT_NE(unit.query(), 7u);
-            EXPECT_EQ(unit.remote(), 13u);
-            EXPECT_EQ(unit.sentences(), counted + 1);
-            EXPECT_TRUE(unit.toldWhy());
-            // The next good ones are taken, from the beginning again where no unit speaks like that.
-            for (u32 good = 0; good < 5 && unit.query() != 7; ++good)
-                good % 2 == 0 ? unit.time() : unit.say(GPOUT_LOCKED);
-            EXPECT_EQ(unit.query(), 7u);
-        }
-    }
-}
-
 TEST(GpsOsl, FaultsAreReportedOnceTheyLast)
 {
     OslUnit unit;
+    const auto expect = [&](const std::string& text, u32 status) {
+        EXPECT_EQ(unit.statuses().back(), text);
+        EXPECT_EQ(unit.status(), status);
+    };
     unit.ms(29'900);
     EXPECT_EQ(unit.statuses().back(), "0 OK");               // suppressed for 30 s
     unit.ms(200);
-    EXPECT_EQ(unit.statuses().back(), "2 No messages received from the remote DU");
-    EXPECT_EQ(unit.status(), 2u);
+    expect("2 No messages received from the remote DU", 2);
     unit.say("$x\r");
-    EXPECT_EQ(unit.statuses().back(), "2 Unexpected messages received from the remote DU");
-    EXPECT_EQ(unit.status(), 3u);
+    expect("2 Unexpected messages received from the remote DU", 3);
     unit.say(GPOUT_LOCKED);
-    EXPECT_EQ(unit.statuses().back(), "2 No usable time received from the remote DU");
-    EXPECT_EQ(unit.status(), 4u);
+    expect("2 No usable time received from the remote DU", 4);
     unit.time();
-    EXPECT_EQ(unit.statuses().back(), "1 OK");
-    EXPECT_EQ(unit.status(), 1u);
+    expect("1 OK", 1);
     unit.toggles(0);
     unit.ms(6'000);                                          // 5 s of holdoff
-    EXPECT_EQ(unit.statuses().back(), "2 Loss of signal");
-    EXPECT_EQ(unit.status(), 5u);
+    expect("2 Loss of signal", 5);
 }
 
 TEST(GpsOsl, SilenceLeadsBackStepByStep)

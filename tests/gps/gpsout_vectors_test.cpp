@@ -7,8 +7,6 @@
 #include "tests/support/idle_node.h"
 #include "tests/support/vectors.h"
 
-#include <gtest/gtest.h>
-
 namespace {
 
 using gpsout::state;
@@ -32,19 +30,11 @@ void checkEvent(const Value& in, const Value& out)
     KvdLoz6TuReg_forceRegState(isKnown ? TRUETIME : isUsable ? FREQLOCKED : FREQDRIFTING);
     state().master.regState = isUsable ? FREQLOCKED : FREQDRIFTING;
     gpsout::changeState(in["event"]);
-    EXPECT_EQ(state().gpsOutState, out["state"].get<u32>());
-    if (out.contains("gpsTimeLocked")) {
-        EXPECT_EQ(state().gpsTimeLocked, out["gpsTimeLocked"].get<u32>());
-    }
-    if (out.contains("pp1sAligned")) {
-        EXPECT_EQ(state().pp1sAligned, out["pp1sAligned"].get<u32>());
-    }
-    if (out.contains("graceTimer")) {
-        EXPECT_EQ(state().graceTimer.runs() ? 1u : 0u, out["graceTimer"].get<u32>());
-    }
-    if (out.contains("dropped_set")) {
-        EXPECT_EQ(state().dropped, out["dropped_set"].get<u32>());
-    }
+    const vectors::json got = {{"state", state().gpsOutState}, {"gpsTimeLocked", state().gpsTimeLocked},
+                               {"pp1sAligned", state().pp1sAligned}, {"dropped_set", state().dropped},
+                               {"graceTimer", state().graceTimer.runs()}};
+    for (const auto& [key, value] : got.items())
+        if (out.contains(key)) vectors::expect(key, value, out[key]);
 }
 
 void checkRegulatorChange(const Value& in, const Value& out)
@@ -80,8 +70,8 @@ void gpout(const Value& in, const Value& out)
 }
 void gnssTimePresent(const Value& in, const Value& out)
 {
-    const u8 shown = in["clientViewSelectedRef"];
-    EXPECT_EQ(gpsout::gnssTimePresent(in["storedSelectedRef"], in["master"] != 0, shown), out["value"].get<u8>());
+    const u8 stored = in["storedSelectedRef"], shown = in["clientViewSelectedRef"];
+    EXPECT_EQ(gpsout::gnssTimePresent(stored, in["master"] != 0, shown), out["value"].get<u8>());
 }
 void pprStatus(const Value& in, const Value& out)
 {
@@ -107,8 +97,8 @@ void checkPllChange(const Value& in, const Value& out)
     state().master.regState = regState;
     state().master.selectedRef = 6;
     const bool wanted = in["classTest"] == 1;
-    for (u32 rcState = 0; rcState < 16 && gpsout::classTest(regState, state().master.rcState) != wanted; ++rcState)
-        state().master.rcState = static_cast<u8>(rcState);
+    for (u8 n = 0; n < 16 && gpsout::classTest(regState, state().master.rcState) != wanted; ++n)
+        state().master.rcState = n;
     KvdLoz6GpsOut_pllStateChanged(in["pllState"].get<u32>());
     // The state that the event leads to.
     EXPECT_EQ(state().gpsOutState, (out["event"].is_null() ? in["state"] : out["event"]).get<u32>());
@@ -118,7 +108,7 @@ void checkFrame(const Value& v)
 {
     const Value in = v["in"];
     const std::string kind = in["kind"].get<std::string>();
-    if (kind != "time info" && kind != "time state") throw std::runtime_error("no replay of the frame \"" + kind + "\"");
+    if (kind != "time info" && kind != "time state") throw std::runtime_error("no frame " + kind);
     const bool isInfo = kind == "time info";
     const auto frame = isInfo ? gpsout::cmccTimeFrame(in["tow"].get<u32>(), in["week"].get<u32>(),
                                                       in["radioClockState"].get<u8>())
@@ -136,25 +126,24 @@ void endPacing()
 void checkWriter(const Value& v)
 {
     IdleNode b;
-    std::string written;
+    std::string written, wanted;
     std::vector<std::string> traces;
-    b.node.serial().onHeard([&](const std::vector<u8>& bytes) { written.append(bytes.begin(), bytes.end()); });
-    std::string wanted;
+    b.node.serial().onHeard([&](const auto& bytes) { written.append(bytes.begin(), bytes.end()); });
     b.in([&] {
         ASSERT_EQ(KvdLoz6TuGps_openSerial(GPS_LINE_OUTPUT), 0);
         node::traceSetProgramMask(0xFFFFFFFF);
         state().gpsOutState = gpsout::OUT_NOTHING_LOCKED;
         for (u32 i = 0; i < v["in"]["ops"].size(); ++i) {
+            SCOPED_TRACE(i);
             const std::string op = v["in"]["ops"][i].get<std::string>();
             const Value after = v["out"]["after"][i];
             if (op == "t") endPacing();
             else           gpsout::write(op);
-            EXPECT_EQ(state().driverBusy, after["busy"].get<u32>()) << i;
-            EXPECT_EQ(state().sendQueue.size(), after["queued"].get<u32>()) << i;
-            EXPECT_EQ(state().counters.numberOfNmeaMsgs, after["numberOfNmeaMsgs"].get<u32>()) << i;
-            EXPECT_EQ(state().counters.numberOfBytesSent, after["numberOfBytesSent"].get<u32>()) << i;
+            vectors::expectAll({{"busy", state().driverBusy}, {"queued", state().sendQueue.size()},
+                                {"numberOfNmeaMsgs", state().counters.numberOfNmeaMsgs},
+                                {"numberOfBytesSent", state().counters.numberOfBytesSent},
+                                {"timer", state().simIntTmoRef.runs()}}, after);
             for (const Value text : after["written"]) wanted += text.get<std::string>();
-            EXPECT_EQ(state().simIntTmoRef.runs() ? 1u : 0u, after["timer"].get<u32>()) << i;
             for (const Value text : after["traces"]) traces.push_back(text.get<std::string>());
         }
     });

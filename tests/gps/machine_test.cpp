@@ -1,13 +1,13 @@
 // A receiver on a unit's line, from silence to a time at each pulse and back: what ends it, what refused
-// timers leave, what the main processor is told, recovery at its edges.
-#include "tests/gps/gps_unit.h"
-
-#include "gps/kvd_gps.h"
+// timers leave, what the main processor is told, recovery at its edges; the line's settings and its end, the
+// pacing of what is sent.
 #include "gps/kvd_gps_hrv_supervision.h"
 #include "gps/kvd_gps_norvane.h"
 #include "gps/kvd_gps_recovery.h"
+#include "gps/kvd_gps_send.h"
+#include "gps/kvd_gps_serial.h"
 #include "sig/gps_sig.h"
-#include "sig/tuiif_sig.h"
+#include "tests/gps/gps_unit.h"
 
 namespace {
 
@@ -81,18 +81,16 @@ TEST(GpsMachine, StaysWithoutALineAndGoesOnWithoutTimers)
 {
     GpsUnit unit;
     unit.supervise(GPS_REF, false);
-    unit.node.serial().openResult = 5;
-    unit.supervise(GPS_REF, true);
-    EXPECT_EQ(unit.gpsState(), 1u);
-    EXPECT_EQ(unit.traces("Unsuccessful call to HALI_subscribeSerialPort"), 1u);
-    EXPECT_EQ(unit.statuses().back(), "2 Unknown error");
-    EXPECT_EQ(unit.traces("Unhandled combination(gps1,ref6)"), 1u);
-
-    unit.supervise(GPS_REF, false);
-    unit.node.serial().openResult = 0;
-    unit.supervise(GPS_REF, true);
-    unit.ms(5);
-    EXPECT_EQ(unit.gpsState(), 3u);
+    for (const int result : {5, 0}) {
+        unit.node.serial().openResult = result;
+        unit.supervise(GPS_REF, true);
+        unit.ms(5);
+        EXPECT_EQ(unit.gpsState(), result == 0 ? 3u : 1u);
+        if (result == 0) break;
+        EXPECT_EQ(unit.statuses().back(), "2 Unknown error");
+        EXPECT_EQ(unit.traces("Unhandled combination(gps1,ref6)"), 1u);
+        unit.supervise(GPS_REF, false);
+    }
     unit.node.system().faults().refuseTimers = 2;    // of the alarm's text, of the state
     unit.say("$\r");
     EXPECT_EQ(unit.traces("Timer waitForValidTmoRef failed to start!"), 1u);
@@ -141,10 +139,9 @@ TEST(GpsMode, HeldPositionIsToldOnceAHold)
     unit.say(nmea("PNVX,GPavp,4807.0380,N,01131.0000,E,00545.4,00"));
     unit.talk(3);
     ASSERT_EQ(told(), 1u);
-    const auto ind = unit.node.mainProcessor().last(KVD_TUIIF_FIXED_POSITION_IND)->as<KvdTuiifFixedPositionInd>();
-    EXPECT_EQ(ind->froId, 0u);
-    EXPECT_EQ(ind->latitude.deg, 48);
-    EXPECT_EQ(ind->longitude.min, 31);
+    const sim::MpRecord* const record = unit.node.mainProcessor().last(KVD_TUIIF_FIXED_POSITION_IND);
+    const auto ind = record->as<KvdTuiifFixedPositionInd>();
+    EXPECT_TRUE(ind->froId == 0 && ind->latitude.deg == 48 && ind->longitude.min == 31);
     double altitude_m = 0;
     std::memcpy(&altitude_m, ind->altitude, sizeof altitude_m);
     EXPECT_EQ(altitude_m, 545.4);
@@ -198,28 +195,20 @@ TEST(GpsAttributes, AnswerWithThePositionOfTheMode)
         const sim::MpRecord* record = unit.node.mainProcessor().last(KVD_TUIIF_GPS_ATTRIB_CFM);
         return record->as<KvdTuiifGpsAttribCfm>().value();
     };
+    using Values = std::vector<u32>;
     KvdTuiifGpsAttribCfm cfm = ask();
-    EXPECT_EQ(cfm.froId, 77u);
-    EXPECT_EQ(cfm.gpsCompensationDelay, 65535);
-    EXPECT_EQ(cfm.observationMode, 1);
-    EXPECT_EQ(cfm.satellitesInView, 1);
-    EXPECT_EQ(cfm.satellite[0].svNo, 7);
-    EXPECT_EQ(cfm.satellite[0].azimuth, 123);
-    EXPECT_EQ(cfm.satellite[0].snr, 41);
-    EXPECT_EQ(cfm.satellite[1].svNo, 0);
-    EXPECT_EQ(cfm.latitude.deg, 33);
-    EXPECT_EQ(cfm.latitude.fractMin, 1234);
-    EXPECT_EQ(cfm.latitude.dir, 2);
-    EXPECT_EQ(cfm.longitude.deg, 151);
-    EXPECT_EQ(cfm.longitude.dir, 3);
+    EXPECT_EQ((Values{cfm.froId, cfm.gpsCompensationDelay, cfm.observationMode, cfm.satellitesInView}),
+              (Values{77, 65535, 1, 1}));
+    const auto& first = cfm.satellite[0];
+    EXPECT_EQ((Values{first.svNo, first.azimuth, first.snr, cfm.satellite[1].svNo}), (Values{7, 123, 41, 0}));
+    EXPECT_EQ((Values{cfm.latitude.deg, cfm.latitude.fractMin, cfm.latitude.dir}), (Values{33, 1234, 2}));
+    EXPECT_EQ((Values{cfm.longitude.deg, cfm.longitude.dir}), (Values{151, 3}));
 
     unit.say(GPSTS_SURVEY);                          // on the move: the present position
     cfm = ask();
-    EXPECT_EQ(cfm.observationMode, 0);
-    EXPECT_EQ(cfm.latitude.deg, 48);
-    EXPECT_EQ(cfm.longitude.min, 31);
     double altitude = 0;
     std::memcpy(&altitude, cfm.altitude, sizeof altitude);
+    EXPECT_EQ((Values{cfm.observationMode, cfm.latitude.deg, cfm.longitude.min}), (Values{0, 48, 31}));
     EXPECT_EQ(altitude, 545.5);
 }
 
@@ -291,6 +280,92 @@ TEST(GpsUnitSupervision, ATimerThatDoesntStartLeavesItWaiting)
     EXPECT_EQ(unit.traces("Timer supervisionTimer didn't start properly."), 1u);
     unit.talk(2'000, 1000);
     EXPECT_EQ(unit.unitState(), 1u);
+}
+
+// ---- the line ---------------------------------------------------------------------------------
+
+using Writes = std::vector<std::string>;
+
+int queue(bench::GpsLine& unit, const std::string& text)
+{
+    int result = -1;
+    const auto length = static_cast<u32>(text.size());
+    unit.in([&] { result = KvdLoz6TuGps_queueSentence(text.data(), length); });
+    return result;
+}
+
+TEST(Sending, LetsTheWholeQueueGoOnceASecondInOneWrite)
+{
+    bench::GpsLine unit(GPSS_FURUNO_GPS02, "120510");
+    queue(unit, "$A\r\n");
+    queue(unit, "$BC\r\n");
+    EXPECT_EQ(unit.sent, Writes{});
+    unit.run(1.0);
+    EXPECT_EQ(unit.takeSent(), Writes{"$A\r\n$BC\r\n"});
+    queue(unit, "$D\r\n");
+    unit.run(3.0);
+    EXPECT_EQ(unit.takeSent(), Writes{"$D\r\n"});
+    const GpsSendCounters counted = unit.node.inProgram([] { return KvdLoz6TuGps_sendCounters(); });
+    EXPECT_TRUE(counted.numberOfBytesQueued == 13 && counted.numberOfBytesSent == 13);
+
+    queue(unit, "$lost\r\n");                  // the end of supervision empties the queue
+    unit.supervise(GPS_REF, false);
+    unit.toManager(Signal{0x9C608});           // on its way when supervision ended
+    unit.run(0.5);
+    unit.supervise(GPS_REF, true);
+    queue(unit, "$E\r\n");
+    unit.run(0.9);
+    EXPECT_EQ(unit.sent, Writes{});
+    unit.run(1.1);
+    EXPECT_EQ(unit.takeSent(), Writes{"$E\r\n"});
+}
+
+TEST(Sending, LosesWhatTheLineRefusesAndGoesOn)
+{
+    bench::GpsLine unit(GPSS_FURUNO_GPS02, "120510");
+    unit.node.serial().writeResult = 5;
+    queue(unit, "$A\r\n");
+    unit.run(3.0);
+    EXPECT_EQ(unit.traces("Failed to send \"$A\r\n\" to GPS"), 1u);
+    unit.node.serial().writeResult = 0;
+    queue(unit, "$B\r\n");
+    unit.run(1.0);
+    EXPECT_EQ(unit.sent, Writes{"$B\r\n"});
+}
+
+TEST(Line, IsOpenedOnceWithItsSettingsWhileTheReferenceIsSupervised)
+{
+    bench::GpsUnit unit;
+    std::vector<std::pair<u32, u32>> settings;
+    for (const node::SerialSetting& s : unit.node.serial().settings())
+        settings.emplace_back(s.key, s.value);
+    EXPECT_EQ(settings, (std::vector<std::pair<u32, u32>>{
+                            {0x1000, 9600}, {0x1001, 3000}, {0x1002, 254}, {0x1003, 8},
+                            {0x1004, 1}, {0x1005, 0x4E}, {0x1006, 10}}));
+    EXPECT_NE(unit.node.system().find("TuGpsInt_proc"), 0u);
+    unit.say("$A");
+    unit.node.system().call(*unit.node.program(), [] { EXPECT_EQ(KvdLoz6TuGps_openSerial(), 4); });
+    EXPECT_TRUE(unit.node.traces().has("UART device UART already started"));
+    unit.say("\r\n$B");
+    EXPECT_EQ(unit.gpsState(), GPS_WAIT_FOR_VALID_MSG);
+    unit.node.serial().closeResult = 0x17;
+    unit.supervise(GPS_REF, false);
+    unit.ms(5);
+    EXPECT_TRUE(unit.node.traces().has("Error from serial port (err = 0x17)"));
+    EXPECT_FALSE(unit.node.serial().isOpen());
+    EXPECT_EQ(unit.node.system().find("TuGpsInt_proc"), 0u);
+
+    unit.node.serial().openResult = 8;
+    unit.supervise(GPS_REF, true);
+    unit.ms(5);
+    EXPECT_TRUE(unit.node.traces().has("Unsuccessful call to HALI_subscribeSerialPort"));
+    EXPECT_FALSE(unit.node.serial().isOpen());
+    unit.node.serial().openResult = 0;
+    unit.supervise(GPS_REF, false);
+    unit.supervise(GPS_REF, true);
+    unit.ms(5);
+    unit.say("\r");                        // doesn't end the sentence of before
+    EXPECT_EQ(unit.gpsState(), GPS_WAIT_FOR_ANY_MSG);
 }
 
 }  // namespace

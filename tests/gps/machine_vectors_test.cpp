@@ -59,8 +59,7 @@ struct RecoveryReplay : bench::GpsReplay {
         for (std::size_t page = 0; page < pages; ++page) {
             char field[60];
             std::snprintf(field, sizeof field, ",%02u", inView);
-            std::string body =
-                "GPGSV," + std::to_string(pages) + "," + std::to_string(page + 1) + field;
+            std::string body = "GPGSV," + std::to_string(pages) + "," + std::to_string(page + 1) + field;
             for (std::size_t n = page * 4; n < std::min(table.size(), page * 4 + 4); ++n) {
                 const Value s = table[n];
                 std::snprintf(field, sizeof field, ",%02u,%02u,%03u,%02u", s[0].get<u32>(),
@@ -123,21 +122,20 @@ struct RecoveryReplay : bench::GpsReplay {
         EXPECT_EQ(bench::pktsyncInbox().size(), dumps);
         EXPECT_EQ(running, (out["timers"].get<std::map<std::string, u32>>()));
         look([&] {
-            EXPECT_EQ(KvdLoz6TuGps_recoveryState(), out["state"].get<u32>());
-            EXPECT_EQ(KvdLoz6TuGps_recoverySubState(), out["subState"].get<u32>());
-            EXPECT_EQ(KvdLoz6TuGps_supervisionStatus(), out["status"].get<u32>());
             const RecoveryCounters& c = KvdLoz6TuGps_recoveryCounters();
-            EXPECT_EQ(c.currentAttemptedRecoveries, out["currentAttempted"].get<u32>());
-            EXPECT_EQ(c.totalAttemptedRecoveries, out["totalAttempted"].get<u32>());
-            EXPECT_EQ(c.unsuccessfulRecoveryCycles, out["unsuccessfulCycles"].get<u32>());
-            EXPECT_EQ(c.HrvSwRestartsCounter, out["hrvSwRestarts"].get<u32>());
-            EXPECT_EQ(c.HrvSwRestartsCounterTotal, out["hrvSwRestartsTotal"].get<u32>());
+            vectors::expectAll({{"state", KvdLoz6TuGps_recoveryState()},
+                                {"subState", KvdLoz6TuGps_recoverySubState()},
+                                {"status", KvdLoz6TuGps_supervisionStatus()},
+                                {"currentAttempted", c.currentAttemptedRecoveries},
+                                {"totalAttempted", c.totalAttemptedRecoveries},
+                                {"unsuccessfulCycles", c.unsuccessfulRecoveryCycles},
+                                {"hrvSwRestarts", c.HrvSwRestartsCounter},
+                                {"hrvSwRestartsTotal", c.HrvSwRestartsCounterTotal}}, out);
             // What each reset and each restart of the newest firmware leaves in the send queue.
             const GpsSendCounters& sent = KvdLoz6TuGps_sendCounters();
             EXPECT_EQ(sent.numberOfPNVXGPdbgRS, c.HrvSwRestartsCounterTotal);
-            if (KvdLoz6TuGps_isFirmware("120510")) {
-                EXPECT_EQ(sent.numberOfPNVXGPdbgRI, c.totalAttemptedRecoveries);
-            }
+            if (KvdLoz6TuGps_isFirmware("120510"))
+                vectors::expectAll({{"totalAttempted", sent.numberOfPNVXGPdbgRI}}, out);
             return 0;
         });
     }
@@ -146,13 +144,19 @@ struct RecoveryReplay : bench::GpsReplay {
         node.traces().clear();
         bench::pktsyncInbox().clear();
     }
-    /// Rows of a printed history: the two texts behind the time, oldest first.
-    std::vector<std::pair<std::string, std::string>> historyRows(void (*print)())
+    /// Rows of a printed history, two texts behind the time, against the file's pairs of states.
+    void expectHistory(void (*print)(), const Value& pairs, const char* (*textOf)(u32),
+                       bool isNewestFirst = false)
     {
+        using Rows = std::vector<std::pair<std::string, std::string>>;
+        Rows rows, expected;
+        look([&] {
+            for (const Value p : pairs) expected.emplace_back(textOf(p[0]), textOf(p[1]));
+            return 0;
+        });
         std::string text;
         node.shell().onStray([&](const std::string& piece) { text += piece; });
         in([&] { print(); });
-        std::vector<std::pair<std::string, std::string>> rows;
         std::istringstream lines(text);
         for (std::string line; std::getline(lines, line);) {
             const std::size_t from = line.find("] "), arrow = line.find(" --> ");
@@ -161,7 +165,8 @@ struct RecoveryReplay : bench::GpsReplay {
             left.erase(left.find_last_not_of(' ') + 1);
             rows.insert(rows.begin(), {left, line.substr(arrow + 5)});
         }
-        return rows;
+        if (isNewestFirst) std::ranges::reverse(expected);
+        EXPECT_EQ(rows, expected);
     }
 };
 
@@ -179,14 +184,8 @@ void recovery(const Value& vector)
         replay.apply(step);
         replay.compare(vector["out"]["after"][n++]);
     }
-    std::vector<std::pair<std::string, std::string>> expected;
-    replay.look([&] {
-        for (const Value row : vector["out"]["statusHistory"])
-            expected.emplace_back(KvdLoz6TuGps_supervisionStatusText(row[0].get<u8>()),
-                                  KvdLoz6TuGps_supervisionStatusText(row[1].get<u8>()));
-        return 0;
-    });
-    EXPECT_EQ(replay.historyRows(KvdLoz6TuGps_printRecoveryHistory), expected);
+    replay.expectHistory(KvdLoz6TuGps_printRecoveryHistory, vector["out"]["statusHistory"],
+                         KvdLoz6TuGps_supervisionStatusText);
 }
 
 void unitSupervision(const Value& vector)
@@ -216,20 +215,14 @@ void unitSupervision(const Value& vector)
         EXPECT_EQ(running, out["timers"].get<std::vector<std::string>>());
         restarts += static_cast<u32>(out["actions"].read().size());
         replay.look([&] {
-            EXPECT_EQ(KvdLoz6TuGps_hrvState(), out["state"].get<u32>());
-            EXPECT_EQ(KvdLoz6TuGps_hrvResetAttempts(), out["resetAttempts"].get<u32>());
+            vectors::expectAll({{"state", KvdLoz6TuGps_hrvState()},
+                                {"resetAttempts", KvdLoz6TuGps_hrvResetAttempts()}}, out);
             EXPECT_EQ(KvdLoz6TuGps_sendCounters().numberOfPNVXGPdbgRI, restarts);
             return 0;
         });
     }
-    std::vector<std::pair<std::string, std::string>> expected;
-    replay.look([&] {
-        for (const Value row : vector["out"]["history_newest_first"])
-            expected.insert(expected.begin(), {KvdLoz6TuGps_hrvStateText(row[0].get<u8>()),
-                                               KvdLoz6TuGps_hrvStateText(row[1].get<u8>())});
-        return 0;
-    });
-    EXPECT_EQ(replay.historyRows(KvdLoz6TuGps_printHrvHistory), expected);
+    replay.expectHistory(KvdLoz6TuGps_printHrvHistory, vector["out"]["history_newest_first"],
+                         KvdLoz6TuGps_hrvStateText, true);
 }
 
 // ---- the front end ------------------------------------------------------------------------------
@@ -274,7 +267,7 @@ struct SequenceReplay : bench::GpsReplay {
             in([&] { KvdLoz6TuGps_setForceReport(value("value")); });
         } else if (event == "testmode") {
             const u8 on = static_cast<u8>(value("on"));
-            dispatch(KVD_TUIIF_SET_TEST_MODE_IND, &on, 1, KvdLoz6TuReg_dispatch);
+            IifBench::dispatch(KvdLoz6TuReg_dispatch, KVD_TUIIF_SET_TEST_MODE_IND, &on, 1);
         } else if (event == "selectionMode") {
             const u8 mode = static_cast<u8>(value("mode"));
             dispatch(KVD_TUIIF_SELECTION_MODE_CHANGE_IND, &mode, 1);
@@ -340,64 +333,39 @@ struct SequenceReplay : bench::GpsReplay {
     void compareState(const Value& out, const std::set<std::string>& open)
     {
         const gps::State& state = gps::state();
-        EXPECT_EQ(KvdLoz6TuGps_gpsState(), out["gpsState"].get<u32>());
-        EXPECT_EQ(KvdLoz6TuGps_gpssType(), out["gpssType"].get<u32>());
-        EXPECT_EQ(KvdLoz6TuGps_gpssTypeBackup(), out["gpssType_backup"].get<u32>());
-        EXPECT_EQ(state.alarmActive, out["alarm"].get<u32>());
-        for (const std::string& key : open) out[key].read();
-        if (!open.contains("history")) {
-            std::vector<std::pair<u32, std::string>> expected, rows;
-            for (const Value row : out["history"]) expected.emplace_back(row[0], timeText(row[1]));
-            for (u8 row = 0; row < KvdLoz6TuGps_stateHistoryCount(); ++row)
-                rows.emplace_back(KvdLoz6TuGps_stateHistory(row).state, KvdLoz6TuGps_stateHistory(row).time);
-            EXPECT_EQ(rows, expected);
-        }
-        if (!open.contains("detectFlags")) {
-            EXPECT_EQ(state.detection.seenTypes, out["detectFlags"].get<u32>());
-        }
-        if (!open.contains("detectCount")) {
-            EXPECT_EQ(state.detection.seenCount, out["detectCount"].get<u32>());
-        }
-        EXPECT_EQ(state.modeRetries, out["retry"].get<u32>());
-        if (!open.contains("timeQuery")) {
-            double time = -1.0;
-            EXPECT_EQ(KvdLoz6TuGps_time(time), out["timeQuery"][0].get<u32>());
-            EXPECT_EQ(time, out["timeQuery"][1].get<double>());
-        }
+        double time = -1.0;
+        const u32 timeState = KvdLoz6TuGps_time(time);
+        const GpsLastSentence& last = KvdLoz6TuGps_lastSentence();
+        json got = {{"gpsState", KvdLoz6TuGps_gpsState()}, {"gpssType", KvdLoz6TuGps_gpssType()},
+                    {"gpssType_backup", KvdLoz6TuGps_gpssTypeBackup()}, {"alarm", state.alarmActive},
+                    {"detectFlags", state.detection.seenTypes}, {"detectCount", state.detection.seenCount},
+                    {"retry", state.modeRetries}, {"timeQuery", {timeState, time}},
+                    {"recoveryState", KvdLoz6TuGps_recoveryState()}, {"hrvState", KvdLoz6TuGps_hrvState()}};
+        if (out.contains("parsed")) got["parsed"] = {last.result, last.type.sentenceClass, last.type.kind};
+        for (const std::string& key : open) out[key].read(), got.erase(key);
+        vectors::expectAll(got, out);
         EXPECT_EQ(KvdLoz6TuGps_queuedBytes(), out["queue"].get<std::string>().size());
-        EXPECT_EQ(KvdLoz6TuGps_recoveryState(), out["recoveryState"].get<u32>());
-        EXPECT_EQ(KvdLoz6TuGps_hrvState(), out["hrvState"].get<u32>());
-        if (out.contains("parsed")) {
-            const GpsLastSentence& last = KvdLoz6TuGps_lastSentence();
-            EXPECT_EQ(last.result, out["parsed"][0].get<int>());
-            EXPECT_EQ(last.type.sentenceClass, out["parsed"][1].get<u32>());
-            EXPECT_EQ(last.type.kind, out["parsed"][2].get<u32>());
-        }
+        if (open.contains("history")) return;
+        std::vector<std::pair<u32, std::string>> expected, rows;
+        for (const Value row : out["history"]) expected.emplace_back(row[0], timeText(row[1]));
+        for (u8 row = 0; row < KvdLoz6TuGps_stateHistoryCount(); ++row)
+            rows.emplace_back(KvdLoz6TuGps_stateHistory(row).state, KvdLoz6TuGps_stateHistory(row).time);
+        EXPECT_EQ(rows, expected);
     }
     /// What left the unit in this step: to the main processor and to the line.
     void compareSent(const Value& out)
     {
-        std::vector<std::pair<u32, std::string>> statuses, expectedStatuses;
-        std::vector<std::vector<u32>> qualities, expectedQualities;
-        for (const sim::MpRecord& record : mp().log()) {
-            if (record.sigNo == KVD_TUIIF_GPS_STATUS_IND) {
-                const auto ind = record.as<KvdTuiifGpsStatusInd>();
-                statuses.emplace_back(ind->gpsStatus, ind->text);
-            }
-            if (record.sigNo == KVD_TUIIF_QUALITY_LEVEL_IND) {
-                const auto ind = record.as<KvdTuiifQualityLevelInd>();
-                qualities.push_back({ind->froId, ind->froClassNo, ind->clockQuality, ind->tcuDetected});
-            }
-        }
+        std::vector<std::string> expectedStatuses;
+        json expectedQualities = json::array();
         out["reports"].read();                                      // of which "sent" are those that differ
-        for (const Value s : out["sent"]) expectedStatuses.emplace_back(s[0], s[1].get<std::string>());
+        for (const json& s : out["sent"].read())
+            expectedStatuses.push_back(s[0].dump() + " " + s[1].get<std::string>());
         for (const json& s : out["signals"].read())                // a restart of a timer is one too
-            if (s.at(0) == "KVD_TUIIF_QUALITY_LEVEL_IND")
-                expectedQualities.push_back({s.at(1), s.at(2), s.at(3), s.at(4)});
-            else if (s.at(0) != "restart")
-                throw std::runtime_error("no replay of the signal " + s.dump());
-        EXPECT_EQ(statuses, expectedStatuses);
-        EXPECT_EQ(qualities, expectedQualities);
+            if (s.at(0) == "KVD_TUIIF_QUALITY_LEVEL_IND") expectedQualities.push_back(s);
+            else if (s.at(0) != "restart") throw std::runtime_error("no replay of the signal " + s.dump());
+        EXPECT_EQ(bench::statusTexts(mp(), KVD_TUIIF_GPS_STATUS_IND, &KvdTuiifGpsStatusInd::gpsStatus),
+                  expectedStatuses);
+        EXPECT_EQ(qualities(), expectedQualities);
         std::string expectedWritten;
         for (const Value posted : out["posted"]) {
             if (posted.is_array() && posted[0] == "write") expectedWritten += posted[1].get<std::string>();
@@ -454,8 +422,8 @@ TEST(GpsMachineCheckValues, AreMetAtEveryStep)
                       {{"sequence", sequence},
                        {"recovery", recovery},
                        {"hrv", unitSupervision}},
-                      {"preTime", "delay", "stateName", "typeName", "timeQuery", "fwRestart", "oneShot", "queue",
-                       "quality"});                                  // value_vectors_test.cpp
+                      {"preTime", "delay", "stateName", "typeName", "timeQuery", "fwRestart", "oneShot",
+                       "queue", "quality"});                                  // value_vectors_test.cpp
 }
 
 }  // namespace

@@ -24,28 +24,6 @@ TEST(GpsMeasurement, TakesOffCableAndBoardDelay)
     EXPECT_EQ(bench.meas().t_mod_old, 1.0);
 }
 
-TEST(GpsMeasurement, TimeOfDayCountsOnceItAgreesWithThePulses)
-{
-    struct Second { double off; u32 left; double t_mod; };
-    struct Case { const char* what; std::vector<Second> seconds; };
-    const Case cases[] = {
-        {"good from the start", {{0, 2, 1.0}, {0, 1, 1.0}, {0, 0, 1.0}, {0, 0, WITH_TIME}}},
-        {"a wrong second between", {{0, 2, 1.0}, {0, 1, 1.0}, {1, 2, 1.0}, {0, 2, 1.0}, {0, 1, 1.0},
-                                    {0, 0, 1.0}, {0, 0, WITH_TIME}}},
-        {"90 ms off", {{0, 2, 1.0}, {0.09, 1, 1.0}, {-0.09, 0, 1.0}, {0, 0, WITH_TIME}}},
-        {"110 ms off", {{0, 2, 1.0}, {0.11, 2, 1.0}, {0.11, 1, 1.0}}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        GpsMeasure bench;
-        for (const Second& second : c.seconds) {
-            bench.second(second.off);
-            EXPECT_EQ(bench.left(), second.left);
-            EXPECT_EQ(bench.meas().t_mod_old, second.t_mod);
-        }
-    }
-}
-
 TEST(GpsMeasurement, TimeOfDayGoesIntoTheOffset)
 {
     GpsMeasure bench;
@@ -108,40 +86,6 @@ TEST(GpsMeasurement, AnotherUnitsOutputHasItsOwnReference)
     EXPECT_EQ(bench.meas().selectedRef, 6u);
     EXPECT_EQ(bench.meas().measRefData.z_i, 8u);
     EXPECT_GE(bench.meas().measRefData.R, 5e-16);
-}
-
-TEST(GpsMeasurement, AFreeRunningReceiverGivesItsPulseAlone)
-{
-    GpsMeasure bench;
-    for (int i = 0; i < 4; ++i) bench.second();
-    const double offset = bench.offset();
-    for (const u8 kept : {1, 0}) {
-        bench.in([=] { KvdLoz6TuGps_receiverRecord().timeKept = kept; });
-        bench.second(kept != 0 ? -7.0 : 0.0);        // the time before stands while it is kept
-        EXPECT_NEAR(bench.meas().measRefData.z, 0.0, 1e-6);
-        EXPECT_EQ(bench.offset(), offset);
-    }
-}
-
-TEST(GpsDelay, LargeStepStartsTheNoiseAnew)
-{
-    struct Case { const char* what; u32 selectedRef; u32 z_i; u16 from_ns, to_ns; bool anew; };
-    for (const Case& c : std::to_array<Case>({
-             {"100 ns more or less", 6, 8, 1000, 901, false},
-             {"101 ns", 6, 8, 1000, 1101, true},
-             {"down", 6, 8, 65535, 65400, true},
-             {"GPS out", 16, 19, 0, 200, true},
-             {"sync link", 17, 20, 0, 200, true},
-             {"another reference", 11, 16, 0, 60000, false}})) {
-        SCOPED_TRACE(c.what);
-        GpsMeasure bench;
-        bench.delay(c.from_ns);
-        bench.select(c.selectedRef);
-        bench.edit([&](measure::State& s) { s.var.m[c.z_i] = 50.0; });
-        bench.delay(c.to_ns);
-        EXPECT_EQ(bench.meas().m[c.z_i], c.anew ? 0.0 : 50.0);
-        bench.in([&] { EXPECT_NEAR(KvdLoz6TuGps_compensationDelay(), c.to_ns * 1e-9, 1e-15); });
-    }
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "base/tu_common.h"
 #include "sig/gps_sig.h"
 #include "tests/iif/iif_bench.h"
+#include "tests/support/hex.h"
 #include "tests/support/vectors.h"
 #include "unit/kvd_unit_process.h"
 
@@ -44,10 +45,7 @@ json position(const GpsPosition& p)
 }
 
 template <std::size_t N>
-json list(const u8 (&bytes)[N])
-{
-    return std::vector<int>(std::begin(bytes), std::end(bytes));
-}
+json list(const u8 (&bytes)[N]) { return std::vector<int>(std::begin(bytes), std::end(bytes)); }
 
 /// Everything that a sentence can change, by the names of the check values.
 json snapshot()
@@ -129,8 +127,7 @@ void put(const std::string& key, const Value& value)
     else if (key == "gpssStatusOverride") KvdLoz6TuGps_overrideGpssStatus(true, value);
     else if (key == "timeStandardOverride") KvdLoz6TuGps_overrideTimeStandard(true, value);
     else if (key == "timeStandard") {              // no other way in than a sentence
-        std::string text =
-            "PFEC,GPtps,230115120000,0,1,2,000000000000,18,18,230115120000,2245,043200\r";
+        std::string text = "PFEC,GPtps,230115120000,0,1,2,000000000000,18,18,230115120000,2245,043200\r";
         text[24] = static_cast<char>('0' + value.get<u32>());
         const GpsReceiver kept = receiver;
         EXPECT_EQ(KvdLoz6TuGps_parsePxxxGPtps(text.c_str()), 1);
@@ -189,11 +186,7 @@ struct Replay : bench::IifBench {
                 if (timers()[i] != 0) outcome.signals.push_back({"restart", NAME[i], 60000});
         });
         world.runUntil(world.now());
-        for (const sim::MpRecord& r : mp().all(KVD_TUIIF_QUALITY_LEVEL_IND)) {
-            const auto ind = r.as<KvdTuiifQualityLevelInd>().value();
-            outcome.signals.push_back({"KVD_TUIIF_QUALITY_LEVEL_IND", ind.froId, ind.froClassNo,
-                                       ind.clockQuality, ind.tcuDetected});
-        }
+        for (const json& quality : qualities()) outcome.signals.push_back(quality);
         for (const auto& bytes : bench::pktsyncInbox()) {        // the waiter's
             static const std::map<SIGSELECT, const char*> NAMES = {
                 {KVD_TUGPS_STATUS_MSG_PARSED, "KVD_TUGPS_STATUS_MSG_PARSED"},
@@ -292,12 +285,7 @@ struct Line : bench::IifBench {
         json sentences = json::array();
         for (const auto& bytes : bench::pktsyncInbox()) {
             const auto* rec = reinterpret_cast<const KvdTugpsNmeaMsgRec*>(bytes.data());
-            std::string hex;
-            for (u32 i = 0; i < rec->length; ++i) {
-                char digits[3];
-                std::snprintf(digits, sizeof digits, "%02x", static_cast<u8>(rec->text[i]));
-                hex += digits;
-            }
+            const std::string hex = bench::hexOf(reinterpret_cast<const u8*>(rec->text), rec->length);
             EXPECT_EQ(rec->text[rec->length], '\0');
             sentences.push_back({{"text", hex}, {"length", rec->length}, {"buffer", bytes.size()}});
         }
@@ -312,9 +300,7 @@ void replay(const Value& v, const std::vector<std::pair<Value, Value>>& steps)
 {
     Replay bench;
     if (v["in"].contains("before"))
-        bench.in([&] {
-            for (const auto& [key, value] : v["in"]["before"].items()) put(key, value);
-        });
+        bench.in([&] { for (const auto& [key, value] : v["in"]["before"].items()) put(key, value); });
     bench.world.runFor(ose::MS);
     for (std::size_t i = 0; i < steps.size(); ++i) {
         SCOPED_TRACE("step " + std::to_string(i));
@@ -386,13 +372,13 @@ void frame(const Value& v)
     EXPECT_EQ(TuCommon_nmeaChecksum(body.data(), body.size()), v["out"]["checksum"].get<u8>());
 }
 
-}  // namespace
-
 TEST(NmeaCheckValues, AreMet)
 {
     vectors::Document document("o05_nmea.json");
     vectors::eachKind(document["vectors"],
                       {{"sentence", sentence}, {"series", series}, {"positionChoice", positionChoice},
                        {"framing", framing}, {"framingSplit", framing}, {"frame", frame}},
-                      {"frameUse"});             // which sentence has which frame, in words; commands_test.cpp
+                      {"frameUse"});             // in words; commands_test.cpp
 }
+
+}  // namespace

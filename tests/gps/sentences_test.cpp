@@ -47,8 +47,6 @@ struct Sentences : bench::GpsReplay {
     }
 };
 
-}  // namespace
-
 TEST(Sentences, BothSidesOfTheirLengths)
 {
     struct Row { std::string shortest, longest; u32 tooShort, tooLong; };
@@ -69,11 +67,11 @@ TEST(Sentences, BothSidesOfTheirLengths)
     }
     const std::string gga = "GPGGA,123519,4807.0380,N,01131.0000,E,1,08,000.9,000545.4,M,0046.9,M,,";
     b.refuses(gga + "00,1234,00\r", "GPGGA: Sentence length error: 80 chars");
-    b.refuses(sentence(gga + "," + std::string(179, 'x')), "(parsed 71 of 253 chars)");   // all that a line holds
+    b.refuses(sentence(gga + "," + std::string(179, 'x')), "(parsed 71 of 253 chars)");   // a whole line
     b.refuses(GOOD.substr(0, 30) + std::string(1, '\0') + "0\r", "GPGSA: Sentence length error: 30 chars");
     b.refuses("PTNLRBA\r", "PTNLRBA: Sentence length error: 7 chars");
     b.refuses("PTNLRBA,1,00001\r", "PTNLRBA: Sentence length error: 15 chars");
-    b.refuses("PFEC,GPanc,230115123456," + std::string(36, '9') + "\r", "GPanc: Sentence length error: 60 chars");
+    b.refuses("PFEC,GPanc,230115123456," + std::string(36, '9') + "\r", "GPanc: Sentence length error: 60");
 }
 
 TEST(Sentences, AWrittenOneNeedsRoomForItsEnd)
@@ -106,7 +104,7 @@ TEST(Sentences, ASeriesKeepsToItsTable)
     EXPECT_EQ(b.look(KvdLoz6TuGps_gpgsvFillIndex), 32);
     EXPECT_EQ(b.take(sentence("GPGSV,9,9,36,32,10,020,41")), 1);
     EXPECT_EQ(b.look([] { return KvdLoz6TuGps_gpsSatellites()[0].SVno; }), 32);
-    EXPECT_EQ(b.look([] { return KvdLoz6TuGps_gpsSatellites()[1].SVno; }), 0) << "the last slot takes them all";
+    EXPECT_EQ(b.look([] { return KvdLoz6TuGps_gpsSatellites()[1].SVno; }), 0) << "the last takes all";
 }
 
 TEST(Sentences, ASystemThatFallsSilentIsForgottenAfterAMinute)
@@ -141,18 +139,12 @@ TEST(Sentences, ASystemThatFallsSilentIsForgottenAfterAMinute)
     EXPECT_TRUE(b.node.traces().has("Unable to start reset glonass satellites timer!"));
 }
 
-namespace {
-
 /// A receiver's front end in a manager process of its own, and answers that come after a time.
 struct Query : Sentences {
     explicit Query(u32 gpssType)
     {
         const PROCESS manager = node.system().launch(*node.program(), "front_end", 16, [] {
-            for (;;) {
-                Signal* sig = ose::receive(ose::ANY_SIGNAL);
-                KvdLoz6TuGps_dispatch(sig);
-                ose::free_buf(&sig);
-            }
+            bench::serve([](Signal* sig) { KvdLoz6TuGps_dispatch(sig); return false; });
         });
         in([=] {
             KvdLoz6TuMgr_setPids(manager, 0, 0);
@@ -181,8 +173,6 @@ struct Query : Sentences {
     }
 };
 
-}  // namespace
-
 TEST(ModuleQueries, EndWithTheAnswerOrAfterTwoSeconds)
 {
     Query b(2);
@@ -210,18 +200,4 @@ TEST(ModuleQueries, EndWithTheAnswerOrAfterTwoSeconds)
     EXPECT_STREQ(feedline, "Unknown");
 }
 
-TEST(ModuleQueries, AreNotAskedWithoutAModule)
-{
-    struct Row { const char* what; u32 gpssType; u8 refType; u32 state; };
-    for (const Row& r : std::to_array<Row>({{"GPS01", 1, GPS_REF, 6},
-                                            {"external reference", 2, TU_REF, 6},
-                                            {"line closed", 2, GPS_REF, GPS_UN_INIT}})) {
-        Query b(r.gpssType);
-        b.in([&] {
-            KvdLoz6TuGps_storeGpsState(r.state);
-            KvdLoz6TuGps_setTuGpsRefType(r.refType);
-        });
-        EXPECT_EQ(b.ask([] { EXPECT_STREQ(KvdLoz6TuGps_queryChipset().hardwareId, "Unknown"); }), 0u) << r.what;
-        EXPECT_EQ(b.ask([] { EXPECT_STREQ(KvdLoz6TuGps_queryAntenna(), ""); }), 0u) << r.what;
-    }
-}
+}  // namespace

@@ -9,6 +9,7 @@
 #include "refs/kvd_hptsi_int.h"
 #include "tests/gps/gps_measure.h"
 #include "tests/gps/gps_replay.h"
+#include "tests/support/hex.h"
 #include "tests/support/vectors.h"
 #include "unit/kvd_gps_state.h"
 
@@ -19,13 +20,7 @@ using vectors::Value;
 
 std::string hex(const std::string& bytes)
 {
-    std::string text;
-    char digits[3];
-    for (const char c : bytes) {
-        std::snprintf(digits, sizeof digits, "%02x", static_cast<unsigned char>(c));
-        text += digits;
-    }
-    return text;
+    return bench::hexOf(reinterpret_cast<const u8*>(bytes.data()), bytes.size());
 }
 
 struct ValueReplay : bench::GpsReplay {
@@ -117,11 +112,9 @@ struct ValueReplay : bench::GpsReplay {
             std::string expected;
             for (const Value bytes : after["written"]) expected += bytes.get<std::string>();
             EXPECT_EQ(hex(written), expected);
-            EXPECT_EQ(look(KvdLoz6TuGps_queuedBytes), after["queued"].get<u32>());
             const gps::SendState now = look([] { return gps::sendState(); });
-            EXPECT_EQ(now.resetStep, after["step"].get<u32>());
-            EXPECT_EQ(now.pnvxCnt, after["pnvxCnt"].get<u32>());
-            EXPECT_EQ(now.resetActive, after["active"] == 1);
+            vectors::expectAll({{"queued", look(KvdLoz6TuGps_queuedBytes)}, {"step", now.resetStep},
+                                {"pnvxCnt", now.pnvxCnt}, {"active", now.resetActive}}, after);
         }
     }
 
@@ -134,12 +127,8 @@ struct ValueReplay : bench::GpsReplay {
             sentence("PFEC,GPtps,230115000000," + standard +
                      ",1,2,230115000000,18,18,230115000000,2245,000001");
         in([&] {
-            if (status != "255") {
-                EXPECT_EQ(KvdLoz6TuGps_parsePxxxGPppr(gpppr.c_str()), 1);
-            }
-            if (standard != "0") {
-                EXPECT_EQ(KvdLoz6TuGps_parsePxxxGPtps(gptps.c_str()), 1);
-            }
+            if (status != "255") { EXPECT_EQ(KvdLoz6TuGps_parsePxxxGPppr(gpppr.c_str()), 1); }
+            if (standard != "0") { EXPECT_EQ(KvdLoz6TuGps_parsePxxxGPtps(gptps.c_str()), 1); }
             KvdLoz6TuGps_setGpssType(given["gpssType"]);
             gps::state().supervision = 1;
         });
@@ -186,9 +175,7 @@ void replayPreTime(const Value& v)
         replay.edge(latched);
         const double scale = after["scale"], time = after["time"];
         EXPECT_EQ(replay.meas().t_mod_old, scale);
-        if (scale > 1.0) {
-            EXPECT_NEAR(replay.meas().measRefData.z + replay.offset(), latched - time, 1e-7);
-        }
+        if (scale > 1.0) { EXPECT_NEAR(replay.meas().measRefData.z + replay.offset(), latched - time, 1e-7); }
         replay.in([&] {
             const auto& gate = isGps ? gps::state().gate : hptsi::state().gate;
             EXPECT_EQ(gate.preTimeOffset_c, after["preTimeOffset_c"].get<u32>());
@@ -240,7 +227,8 @@ TEST(GpsValueCheckValues, AreMet)
     vectors::eachKind(document["vectors"],
                       {{"preTime", replayPreTime}, {"delay", replayDelay},
                        {"stateName", stateName}, {"typeName", typeName},
-                       {"timeQuery", asked<&ValueReplay::timeQuery>}, {"fwRestart", asked<&ValueReplay::restarts>},
+                       {"timeQuery", asked<&ValueReplay::timeQuery>},
+                       {"fwRestart", asked<&ValueReplay::restarts>},
                        {"oneShot", asked<&ValueReplay::oneShot>}, {"queue", asked<&ValueReplay::queue>},
                        {"quality", asked<&ValueReplay::quality>}},
                       {"sequence", "recovery", "hrv"});              // machine_vectors_test.cpp

@@ -12,6 +12,8 @@
 #include "sig/hwif_sig.h"
 #include "support/idle_node.h"
 
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <map>
 #include <string>
@@ -67,13 +69,9 @@ struct FakeBus : node::Platform {
     }
     void ioBarrier() override { order.push_back("b"); }
 
-    int adiBoardCode(u32& code) override
-    {
-        code = boardCode;
-        return adiResult;
-    }
-    int adiEnableExtInt(u32 vector) override { return line('e', vector); }
-    int adiDisableExtInt(u32 vector) override { return line('d', vector); }
+    int adiBoardCode(u32& code) override { return code = boardCode, adiResult; }
+    int adiEnableExtInt(u32 vector) override { return lines.emplace_back('e', vector), extIntResult; }
+    int adiDisableExtInt(u32 vector) override { return lines.emplace_back('d', vector), extIntResult; }
     int boardParameter(const char* name, char* text, std::size_t size) override
     {
         const auto found = parameters.find(name);
@@ -87,8 +85,7 @@ struct FakeBus : node::Platform {
     int visualIndication(u32) override { return 0; }
     int elgiWrite(const char* code, u32, u32, const char* text, u32) override
     {
-        errorLog.push_back(std::string(code) + " " + text);
-        return 0;
+        return errorLog.push_back(std::string(code) + " " + text), 0;
     }
     int registerShutdown(void (*)()) override { return 0; }
     node::CalendarTime calendar() override { return now; }
@@ -98,21 +95,15 @@ struct FakeBus : node::Platform {
     int fileAppend(const char*, const std::string&) override { return 1; }
     int fileRemove(const char*) override { return 1; }
 
-    int serialOpen(const char* device, u32, const node::SerialSetting* settings,
-                   std::size_t count) override
+    int serialOpen(const char* device, u32, const node::SerialSetting* settings, std::size_t count) override
     {
         if (serialOpenResult != 0) return serialOpenResult;
         serialDevice = device;
         serialSettings.clear();
-        for (std::size_t i = 0; i < count; ++i)
-            serialSettings.emplace_back(settings[i].key, settings[i].value);
+        for (const auto& s : std::span(settings, count)) serialSettings.emplace_back(s.key, s.value);
         return 0;
     }
-    int serialClose(const char*) override
-    {
-        serialDevice.clear();
-        return 0;
-    }
+    int serialClose(const char*) override { return serialDevice.clear(), 0; }
     int serialWrite(const char*, const u8* bytes, std::size_t count) override
     {
         if (serialWriteResult != 0) return serialWriteResult;
@@ -128,10 +119,7 @@ struct FakeBus : node::Platform {
     }
     int registerCommand(const node::ShellCommand&) override { return 0; }
     void shellPrint(const char* text) override { shell += text; }
-    void trace(const node::TraceRecord& record) override
-    {
-        traces.emplace_back(record.level, record.text);
-    }
+    void trace(const node::TraceRecord& record) override { traces.emplace_back(record.level, record.text); }
 
     std::size_t countOf(const std::string& text) const
     {
@@ -144,13 +132,6 @@ struct FakeBus : node::Platform {
         for (const auto& [level, line] : traces)
             if (line.find(text) != std::string::npos) return level;
         return -1;
-    }
-
-private:
-    int line(char what, u32 vector)
-    {
-        lines.emplace_back(what, vector);
-        return extIntResult;
     }
 };
 

@@ -2,8 +2,6 @@
 #include "hw/fake_bus.h"
 #include "sig/hwif_sig.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 
 using namespace hwtest;
@@ -24,8 +22,6 @@ struct Running : Bench {
         bus.order.clear();
     }
 };
-
-}  // namespace
 
 TEST(Steering, WritesKAndTheEnableEdgeAlone)
 {
@@ -67,8 +63,6 @@ TEST(Steering, RefusesAnOffsetOutsideItsLimit)
 
 // ---- wander generator -------------------------------------------------------------------------
 
-namespace {
-
 /// Serves the generator's own timer; answers how many steps came within `ms`.
 u32 serve(OSTIME ms)
 {
@@ -84,25 +78,6 @@ u32 serve(OSTIME ms)
         ose::free_buf(&sig);
         ++steps;
     }
-}
-
-}  // namespace
-
-TEST(Wander, ANewStartReplacesTheTimerAndKeepsTheIndex)
-{
-    Running board(1);
-    board.in([] {
-        orderWander(1, 10, 1000);
-        serve(25'001);
-        orderWander(1, 20, 1000, 1e-7);         // fourth step: the top
-        EXPECT_NEAR(tuHwIf_wanderOffset(), 1.25663706e-7 + 1e-7, 1e-19);
-        EXPECT_EQ(serve(6'249), 0u);
-        EXPECT_EQ(serve(12'502), 3u);     // one stream of steps, 6.25 s apart
-    });
-    EXPECT_EQ(
-        board.bus.countOf("Previous wander generation is stopped. Starting new wander generation: "
-                          "frequency= 20"),
-        1u);
 }
 
 TEST(Wander, AStepThatWasQueuedBeforeAStopDoesNothing)
@@ -144,3 +119,5 @@ TEST(Wander, RefusesWhatItCannotRun)
     EXPECT_EQ(board.bus.levelOf("Unknown Wander Generation Operation"), 1);
     EXPECT_TRUE(board.takeWrites().empty());
 }
+
+}  // namespace

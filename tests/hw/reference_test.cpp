@@ -5,8 +5,6 @@
 #include "sig/hwif_sig.h"
 #include "unit/kvd_unit_process.h"
 
-#include <gtest/gtest.h>
-
 using namespace hwtest;
 
 TEST(Registers, ThatAreNotMappedReadZeroAndTakeNothing)
@@ -37,21 +35,6 @@ TEST(Registers, ThatAreNotMappedReadZeroAndTakeNothing)
     EXPECT_TRUE(bench.bus.writes.empty());
     EXPECT_TRUE(bench.bus.reads.empty());
     EXPECT_EQ(bench.bus.levelOf("Unable to obtain FPGA memory address."), 1);
-}
-
-TEST(Output, IsSwitchedWithoutTouchingTheSelection)
-{
-    Bench bench(2);
-    bench.set(52, 0x80000909);
-    struct Case { int on; u32 word; };
-    for (const Case& c : {Case{1, 0x80000949}, Case{-1, 0x80000909}}) {
-        bench.in([&] {
-            HALI_enableTuOut(c.on, 1);
-            EXPECT_EQ(tuHwIf_isGpsOutEnabled(), c.on == 1 ? 1u : 0u);
-            EXPECT_NE(HALI_muteTuOut(1), 0);
-        });
-        EXPECT_EQ(bench.get(52), c.word);
-    }
 }
 
 TEST(TestAccess, IsOnTheNewerBoardOnly)
@@ -112,8 +95,6 @@ struct IntBench : Bench {
     }
 };
 
-}  // namespace
-
 TEST(InterruptProcess, HandsThePendingWordToTheManagerAndClosesTheLine)
 {
     struct Case { u32 board; u32 vector; u32 raw; std::vector<std::pair<SIGSELECT, u32>> sent; };
@@ -155,3 +136,5 @@ TEST(InterruptProcess, StartsOnceAndAgainAfterAKill)
     EXPECT_NE(bench.system.find("Kvd_loz6_tuhwif_int_proc"), 0u);
     EXPECT_EQ(bench.bus.countOf("PROCESS Kvd_loz6_tuhwif_int_proc created"), 2u);
 }
+
+}  // namespace

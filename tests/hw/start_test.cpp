@@ -2,8 +2,6 @@
 // result.
 #include "hw/fake_bus.h"
 
-#include <gtest/gtest.h>
-
 using namespace hwtest;
 
 namespace {
@@ -33,11 +31,8 @@ struct Board : Bench {
         };
         std::vector<u8> block(128, 0);
         block[0] = 3;
-        for (u32 i = 1; i <= 16; ++i) block[i] = 'A';
-        const std::string part = "OXK317295/1";
-        std::copy(part.begin(), part.end(), block.begin() + 17);
-        const u32 sum =
-            3 + 16 * 65 + 'O' + 'X' + 'K' + '3' + '1' + '7' + '2' + '9' + '5' + '/' + '1';
+        std::ranges::copy(std::string(16, 'A') + "OXK317295/1", block.begin() + 1);
+        const u32 sum = 3 + 16 * 65 + 'O' + 'X' + 'K' + '3' + '1' + '7' + '2' + '9' + '5' + '/' + '1';
         block[126] = static_cast<u8>(sum >> 8);
         block[127] = static_cast<u8>(sum);
         putBlock(bus, base, block);
@@ -64,8 +59,6 @@ struct Board : Bench {
         return false;
     }
 };
-
-}  // namespace
 
 TEST(BoardType, ComesFromTheBoardCodeAndIsReadOnce)
 {
@@ -123,9 +116,7 @@ TEST(BaseAddresses, TakeAnyRadix)
     Bench bench(2, false);
     bench.bus.parameters["zfb/hw/fpga/bvf4/base"] = "3221225472";          // 0xC0000000
     bench.bus.parameters["zfb/hw/fpga/moka/tu_clk_sys/base"] = "032000200000";   // 0xD0010000
-    int result = -1;
-    bench.in([&] { result = HALI_init(); });
-    EXPECT_EQ(result, 0);
+    bench.in([] { EXPECT_EQ(HALI_init(), 0); });
     EXPECT_EQ(bench.address(0), 0xC007007Cu);
     EXPECT_EQ(bench.address(20), 0xD00100C8u);
 }
@@ -147,8 +138,19 @@ TEST(ColdStart, WritesTheNominalValuesAndTheMultiplicator)
         EXPECT_EQ(board.multWords[5], 1535u);
         EXPECT_EQ(board.multWords[111], 28416u);
         EXPECT_TRUE(board.pllWords.empty());
+        EXPECT_EQ(board.eepromReads, 1u);
         EXPECT_EQ(board.bus.countOf("LOZ6 FPGA revision is R41A"), 1u);
     }
+}
+
+TEST(ColdStart, GoesOnWithADividerThatDoesNotReadBack)
+{
+    Board board(1);
+    board.bus.onRead[board.address(81)] = [](u32 stored) { return stored ^ 1; };
+    EXPECT_EQ(board.initiate(), 0);
+    EXPECT_EQ(board.bus.countOf("writeSynthcDivider failed 3 times"), 1u);
+    EXPECT_EQ(board.bus.levelOf("writeSynthcDivider failed for value :398"), 1);
+    EXPECT_EQ(board.multWords.size(), 112u);
 }
 
 TEST(ColdStart, SetsUpThePllIcOfAnExternalPhaseDetector)
@@ -219,14 +221,10 @@ TEST(ColdStart, OfRevision3WritesNothingAndHasItsOwnNominals)
     EXPECT_EQ(board.coldRestart, 1u);
     EXPECT_TRUE(board.multWords.empty());
     EXPECT_FALSE(board.wrote(board.base + 0x48));
-    u32 nomDiv = 0;
-    double divider = 0;
-    board.in([&] {
-        nomDiv = tuHwIf_readNomDiv();
-        divider = tuHwIf_factoryDivider();
+    board.in([] {
+        EXPECT_EQ(tuHwIf_readNomDiv(), 1250u);
+        EXPECT_EQ(tuHwIf_factoryDivider(), 1250.0);
     });
-    EXPECT_EQ(nomDiv, 1250u);
-    EXPECT_EQ(divider, 1250.0);
     EXPECT_EQ(board.bus.countOf("Is P3"), 1u);
 }
 
@@ -245,7 +243,6 @@ TEST(StartResult, IsThreeOnAnUnknownBoardAndFourWithoutRegisters)
 TEST(StartResult, IsTwoWhenAnIcTakesNoWord)
 {
     Board mult(1);
-    mult.bus.onWrite[mult.base + 0x120] = nullptr;
     u32 words = 0;
     mult.bus.onWrite[mult.base + 0x120] = [&](u32 word) {
         if (++words < 3) mult.bus.memory[mult.base + 0x120] = 0x80000000 | word;
@@ -253,10 +250,7 @@ TEST(StartResult, IsTwoWhenAnIcTakesNoWord)
     const ose::Time before = mult.world.now();
     EXPECT_EQ(mult.initiate(), 2);
     EXPECT_EQ(words, 3u);
-    EXPECT_EQ(mult.bus.countOf(
-                  "Unable to write multiplicator values to FPGA, BVF_IDT_MULT_REG = 0x00000200, "
-                  "type = 0, elem = 2"),
-              1u);
+    EXPECT_EQ(mult.bus.countOf("to FPGA, BVF_IDT_MULT_REG = 0x00000200, type = 0, elem = 2"), 1u);
     EXPECT_EQ(mult.bus.countOf("Error while writing multiplicator values"), 1u);
     EXPECT_GE(mult.world.now() - before, 1009 * ose::MS);      // 3 x 3 ms and 1000 polls
 
@@ -269,8 +263,6 @@ TEST(StartResult, IsTwoWhenAnIcTakesNoWord)
 }
 
 // ---- multiplicator read back, revision 42 and later -------------------------------------------
-
-namespace {
 
 /// Answers a read of the multiplicator with what was written to it.
 struct ReadBackBoard : Board {
@@ -289,8 +281,6 @@ struct ReadBackBoard : Board {
         };
     }
 };
-
-}  // namespace
 
 TEST(MultiplicatorReadBack, GivesUpAfterThreeAttempts)
 {
@@ -324,17 +314,6 @@ TEST(MultiplicatorReadBack, GivesUpAfterThreeAttempts)
     }
 }
 
-TEST(MultiplicatorReadBack, AnIcThatTakesNoWordIsNotTriedAgain)
-{
-    ReadBackBoard board(1);
-    u32 words = 0;
-    board.bus.onWrite[board.base + 0x120] = [&](u32) { ++words; };
-    EXPECT_EQ(board.initiate(), 2);
-    EXPECT_EQ(words, 1u);
-    EXPECT_EQ(board.bus.countOf("Error while writing multiplicator values"), 1u);
-    EXPECT_EQ(board.bus.countOf("Error while writing and checking multiplicator values"), 0u);
-}
-
 TEST(MultiplicatorReadBack, ABoardWindowDependsOnTheTypeAndASecondAttemptMayPass)
 {
     ReadBackBoard board(1);
@@ -342,24 +321,19 @@ TEST(MultiplicatorReadBack, ABoardWindowDependsOnTheTypeAndASecondAttemptMayPass
     board.bus.onRead[board.base + 0x1c] = [&](u32 word) { return ++reads == 1 ? 0x7 : word; };
     board.bus.memory[board.base + 0x128] = 1254;
     EXPECT_EQ(board.initiate(), 0);
-    EXPECT_EQ(
-        board.bus.countOf("Error (1): SYNTH C: Feedback is missing on 30,72 MHz. A1_REF=1254. "
-                          "Expected between 1251 and 1253"),
-        1u);
+    EXPECT_EQ(board.bus.countOf("is missing on 30,72 MHz. A1_REF=1254. Expected between 1251 and 1253"), 1u);
     EXPECT_EQ(board.multWords.size(), 2u * 112);
 }
-
-// ---- EEPROM at start --------------------------------------------------------------------------
 
 TEST(StartResult, IsOneWhenTheEepromNeverAnswers)
 {
     Board silent(1);
     silent.leaveWarm();
-    silent.bus.onWrite[silent.base + 0x14] = [&](u32) {
-        silent.bus.memory[silent.base + 0x14] = 0;
-    };
+    silent.bus.onWrite[silent.base + 0x14] = [&](u32) { silent.bus.memory[silent.base + 0x14] = 0; };
     const ose::Time before = silent.world.now();
     EXPECT_EQ(silent.initiate(), 1);
     EXPECT_EQ(silent.world.now() - before, 5050 * ose::MS);
     EXPECT_EQ(silent.bus.levelOf("Unable to read OCXO EEPROM data (data valid never set)."), 1);
 }
+
+}  // namespace

@@ -16,41 +16,30 @@ using sim::Answer;
 TEST(BiraStart, GivesTheHardwareToWhomTheServerSays)
 {
     constexpr const char* ALONE = "biraiif idlMode: KVD_BIRAIIF_IDL_MODE_NOT_AVAILABLE";
-    struct Case {
-        const char* when;
-        u8 role;
-        bool present;
-        Answer answer;
-        u8 linkType;
-        u32 hwControl;
-        bool interrupts;
-        bool alone;
-        u32 idl2Told;
-    };
+    struct Case { const char* when; u8 role; bool present; Answer answer; u8 linkType; u32 control, idl2; };
     for (const Case& c : std::to_array<Case>({
-             {"no server, slave",     SLAVE,  false, Answer::Accept,  0, 1, true,  true,  0},
-             {"no server, master",    MASTER, false, Answer::Accept,  0, 1, true,  true,  0},
-             {"rejected",             SLAVE,  true,  Answer::Reject,  1, 1, true,  true,  0},
-             {"suspended",            SLAVE,  true,  Answer::Suspend, 1, 1, true,  true,  0},
-             {"IDL1, slave takes it", SLAVE,  true,  Answer::Accept,  0, 1, true,  false, 0},
-             {"IDL1, master",         MASTER, true,  Answer::Accept,  0, 1, true,  false, 0},
-             {"IDL2, slave waits",    SLAVE,  true,  Answer::Accept,  1, 0, false, false, 1},
-             {"IDL2, master",         MASTER, true,  Answer::Accept,  1, 1, true,  false, 1}})) {
+             {"no server, slave",     SLAVE,  false, Answer::Accept,  0, 1, 0},
+             {"no server, master",    MASTER, false, Answer::Accept,  0, 1, 0},
+             {"rejected",             SLAVE,  true,  Answer::Reject,  1, 1, 0},
+             {"suspended",            SLAVE,  true,  Answer::Suspend, 1, 1, 0},
+             {"IDL1, slave takes it", SLAVE,  true,  Answer::Accept,  0, 1, 0},
+             {"IDL1, master",         MASTER, true,  Answer::Accept,  0, 1, 0},
+             {"IDL2, slave waits",    SLAVE,  true,  Answer::Accept,  1, 0, 1},
+             {"IDL2, master",         MASTER, true,  Answer::Accept,  1, 1, 1}})) {
         SCOPED_TRACE(c.when);
-        sim::NodeConfig config = idlConfig(c.role, c.present, c.linkType);
-        Answer answer = c.answer;
-        bench::Unit unit{config};
-        unit.node.bira().setAnswer(answer);
+        const bool isAlone = !c.present || c.answer != Answer::Accept;
+        bench::Unit unit{idlConfig(c.role, c.present, c.linkType)};
+        unit.node.bira().setAnswer(c.answer);
         unit.node.powerOn();
         unit.run(1.0);
-        EXPECT_EQ(unit.node.inProgram(KvdLoz6BiraIifAdm_hasHwControl), c.hwControl);
+        EXPECT_EQ(unit.node.inProgram(KvdLoz6BiraIifAdm_hasHwControl), c.control);
         EXPECT_EQ(unit.node.inProgram(KvdLoz6BiraIifAdm_started), 1);
-        EXPECT_EQ(unit.node.system().find("Kvd_loz6_tuhwif_int_proc") != 0, c.interrupts);
-        EXPECT_EQ(unit.traced(ALONE), c.alone);
+        EXPECT_EQ(unit.node.system().find("Kvd_loz6_tuhwif_int_proc") != 0, c.control == 1);
+        EXPECT_EQ(unit.traced(ALONE), isAlone);
         EXPECT_EQ(unit.traced("Failed to hunt for process: Syncdrv_proc"), !c.present);
         const sim::MpRecord* const told = unit.node.mainProcessor().last(KVD_TUIIF_IDL2_MODE_IND);
         ASSERT_NE(told, nullptr);
-        EXPECT_EQ(told->as<KvdTuiifIdl2ModeInd>()->idl2Used, c.idl2Told);
+        EXPECT_EQ(told->as<KvdTuiifIdl2ModeInd>()->idl2Used, c.idl2);
     }
 }
 
@@ -97,7 +86,7 @@ TEST(BiraStart, SaysWhatItWaitsFor)
     }
 }
 
-// A type of link that isn't known is refused each time: in the start, which waits for another, in running, and as
+// A type of link that isn't known is refused each time: in the start, which waits for another, in running, as
 // an order of the main processor.
 TEST(BiraStart, RefusesATypeOfLinkThatItDoesNotKnow)
 {
@@ -119,7 +108,7 @@ TEST(BiraStart, RefusesATypeOfLinkThatItDoesNotKnow)
     EXPECT_EQ(unit.get(KvdLoz6BiraIifAdm_idlMode), 1u);
 }
 
-// A unit that runs doesn't stand still for a server that comes back and says nothing; it takes the answer late.
+// A unit that runs doesn't stand still for a server that comes back and says nothing; it takes a late answer.
 TEST(BiraServerDown, ThatComesBackSilentHoldsTheUnitUpForSecondsOnly)
 {
     IdlUnit unit{idlConfig(MASTER), 10.0};
@@ -228,8 +217,7 @@ TEST(BiraOrders, LinkTypeOrderedByTheMainProcessor)
 {
     IdlUnit unit{idlConfig(SLAVE, true, 0), 3.0};
     const auto order = [&](u32 type) {
-        unit.mp().sendLayout(
-            KvdTuiifIdl2SelectIdlTypeReq{KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ, type, 1});
+        unit.mp().sendLayout(KvdTuiifIdl2SelectIdlTypeReq{KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ, type, 1});
         unit.run(0.2);
     };
     order(1);                            // not while the master's end isn't the server

@@ -1,47 +1,29 @@
-// How the unit finds the main processor, negotiates, and goes on when a side restarts.
-#include "tests/iif/iif_bench.h"
-
-#include "iif/kvd_iifadm_orders.h"
+// How the unit finds the main processor, negotiates, and goes on when a side restarts; refused orders.
+#include "ref/kvd_ref_select.h"
 #include "reg/kvd_reg.h"
+#include "tests/iif/iif_bench.h"
+#include "unit/kvd_ref_table.h"
 
 namespace {
 
 using bench::IifBench;
 
-// ---- name server ----
-
-/// A name server of the test's own that keeps the request.
-struct RawNameServer {
-    std::vector<std::byte> request;
-    PROCESS pid;
-    explicit RawNameServer(IifBench& b)
-    {
-        b.node.nameServer().die();
-        pid = b.node.system().spawn("ose_ns", 10, [this] {
-            for (;;) {
-                Signal* sig = ose::receive(ose::ANY_SIGNAL);
-                const auto* bytes = reinterpret_cast<const std::byte*>(sig);
-                request.assign(bytes, bytes + ose::sigsize(&sig));
-                ose::free_buf(&sig);
-            }
-        });
-    }
-};
+// ---- the request ----
 
 TEST(NameServerRequest, IsRepeatedAtANewNameServer)
 {
     IifBench b;
-    RawNameServer first{b};
-    b.in(KvdLoz6TuIifAdm_initiate);
+    b.mp().die();
+    b.initiate();
+    b.run(1);
+    b.node.nameServer().die();                 // with the request
     b.run(0.1);
-    b.node.system().kill(first.pid);
+    b.node.nameServer().start();
     b.run(0.1);
-    RawNameServer second{b};
-    b.run(0.1);
-    EXPECT_EQ(second.request.size(), 43u);
+    b.mp().start();
+    b.run(5);
+    EXPECT_TRUE(b.mp().connected());
 }
-
-// ---- the request ----
 
 TEST(InitiateService, WaitsForPersistentMemoryAndForThePeer)
 {
@@ -61,54 +43,42 @@ TEST(InitiateService, WaitsForPersistentMemoryAndForThePeer)
     }
 }
 
-TEST(OwnIdentity, IsAskedForEveryThreeSecondsUntilTheServiceIsThere)
+/// Without it nothing is initiated; a service that starts or speaks again is asked anew.
+TEST(OwnIdentity, IsAskedForUntilTheServiceTellsIt)
 {
-    IifBench b;
-    b.node.pri().die();
-    b.initiate();
-    b.run(8.9);   // at 0, 3 and 6 s
-    EXPECT_EQ(b.traces("WARNING: TarsoPri_initiateService() did not succeed, retrying ..."), 3u);
-    EXPECT_EQ(b.sent(KVD_TUIIF_INITIATE_SERVICE_REQ), 0u);
-    b.node.pri().start();
-    b.run(0.2);
-    EXPECT_EQ(b.sent(KVD_TUIIF_INITIATE_SERVICE_REQ), 1u);
-    EXPECT_EQ(b.node.pri().clients(), 0u) << "terminated again";
-}
-
-TEST(OwnIdentity, IsAskedForAgainWhenTheServiceSaysNothing)
-{
-    IifBench b;
-    b.node.pri().setAnswer(sim::Answer::Silent);
-    b.initiate();
-    b.run(25);
-    EXPECT_EQ(b.traces("The PRI service doesn't answer"), 2u);
-    b.node.pri().setAnswer(sim::Answer::Accept);
-    b.run(10);
-    EXPECT_EQ(b.sent(KVD_TUIIF_INITIATE_SERVICE_REQ), 1u);
-}
-
-TEST(OwnIdentity, ThatIsRefusedBlocksTheManager)
-{
-    struct Case { const char* when; sim::Answer answer; u32 identityResult; u32 hwAddrResult; };
-    for (const Case& c : {Case{"rejected", sim::Answer::Reject, 1, 1},
-                          Case{"no instance", sim::Answer::Accept, 0, 1},
-                          Case{"no address", sim::Answer::Accept, 1, 2}}) {
-        SCOPED_TRACE(c.when);
+    struct Case {
+        sim::Answer answer;
+        u32 identityResult, hwAddrResult;
+        bool isThere;
+        const char* trace;
+        std::size_t traces;
+    };
+    constexpr sim::Answer YES = sim::Answer::Accept;
+    for (const Case& c : std::to_array<Case>({
+             {YES, 1, 1, false, "WARNING: TarsoPri_initiateService() did not succeed, retrying ...", 3},
+             {sim::Answer::Silent, 1, 1, true, "The PRI service doesn't answer", 0},
+             {sim::Answer::Reject, 1, 1, true, "Unexpected signal: 393986 received", 1},
+             {YES, 0, 1, true, "no instance", 0}, {YES, 1, 2, true, "no address", 0}})) {
+        SCOPED_TRACE(c.trace);
         IifBench b;
-        b.node.pri().setAnswer(c.answer);
-        b.node.pri().identityResult = c.identityResult;
-        b.node.pri().hwAddrResult = c.hwAddrResult;
+        sim::PriServer& pri = b.node.pri();
+        pri.setAnswer(c.answer);
+        pri.identityResult = c.identityResult;
+        pri.hwAddrResult = c.hwAddrResult;
+        if (!c.isThere) pri.die();
         b.initiate();
-        b.run(20);
+        b.run(8.9);                          // at 0, 3 and 6 s without a service
+        EXPECT_EQ(b.traces(c.trace), c.traces);
+        b.run(16);
         EXPECT_EQ(b.sent(KVD_TUIIF_INITIATE_SERVICE_REQ), 0u);
-        EXPECT_EQ(b.traced("Unexpected signal: 393986 received"), c.answer == sim::Answer::Reject);
-        b.node.pri().die();   // a service that dies is initiated again
-        b.node.pri().setAnswer(sim::Answer::Accept);
-        b.node.pri().identityResult = 1;
-        b.node.pri().hwAddrResult = 1;
-        b.node.pri().start();
-        b.run(5);
+        if (c.isThere && c.answer != sim::Answer::Silent) pri.die();
+        pri.setAnswer(YES);
+        pri.identityResult = pri.hwAddrResult = 1;
+        if (c.answer != sim::Answer::Silent) pri.start();
+        b.run(10);
+        EXPECT_EQ(b.sent(KVD_TUIIF_INITIATE_SERVICE_REQ), 1u);
         EXPECT_TRUE(b.mp().connected());
+        if (!c.isThere) { EXPECT_EQ(pri.clients(), 0u) << "terminated again"; }
     }
 }
 
@@ -117,8 +87,8 @@ TEST(OwnIdentity, ThatIsRefusedBlocksTheManager)
 TEST(InitiateService, IsTakenOnlyWithTheAgreedVersion)
 {
     struct Case { u32 revision; u32 pv; bool taken; };
-    for (const Case& c : {Case{4, 22, true}, Case{4, 21, false}, Case{4, 23, false},
-                          Case{2, 22, false}, Case{5, 22, false}}) {
+    for (const Case& c : {Case{4, 22, true}, Case{4, 21, false}, Case{4, 23, false}, Case{2, 22, false},
+                          Case{5, 22, false}}) {
         SCOPED_TRACE(testing::Message() << c.revision << " " << c.pv);
         sim::NodeConfig config = IifBench::config();
         config.mainProcessor.signalRevision = c.revision;
@@ -127,9 +97,7 @@ TEST(InitiateService, IsTakenOnlyWithTheAgreedVersion)
         b.initiate();
         b.run(5);
         EXPECT_EQ(b.startState(), c.taken ? 2u : 0u);
-        EXPECT_EQ(b.traced("KVD_TUIIF_INITIATE_SERVICE_CFM received with signal revision " +
-                           std::to_string(c.revision) + " and PV " + std::to_string(c.pv) +
-                           " . Requested signal revision = 2, wanted PV = 22"),
+        EXPECT_EQ(b.traced(" and PV " + std::to_string(c.pv) + " . Requested signal revision = 2, wanted PV"),
                   !c.taken);
         EXPECT_EQ(b.sent(KVD_TUIIF_OSC_TEMPERATURE_STATE_IND), c.taken ? 1u : 0u);
         EXPECT_EQ(b.traces("isLoz6Started"), c.taken ? 1u : 0u);
@@ -141,9 +109,9 @@ TEST(InitiateService, SuspendedOrRejectedLeavesTheUnitDeafUntilThePeerDies)
     struct Case { sim::Answer answer; u32 deaf, afterDeath; const char* trace; };
     for (const Case& c :
          {Case{sim::Answer::Suspend, TUIIF_LOZ6_STARTED, TUIIF_LOZ6_STARTED,
-               "KVD_TUIIF_INITIATE_SERVICE_SUS received. highestAvailablePV=20Wait until BVQ has restarted"},
+               "SERVICE_SUS received. highestAvailablePV=20Wait until BVQ has restarted"},
           Case{sim::Answer::Reject, TUIIF_ERROR, TUIIF_BVQ_RESTARTED,
-               "KVD_TUIIF_INITIATE_SERVICE_REJ received. highestAvailablePV=20Wait until BVQ has restarted"}}) {
+               "SERVICE_REJ received. highestAvailablePV=20Wait until BVQ has restarted"}}) {
         SCOPED_TRACE(c.trace);
         sim::NodeConfig config = IifBench::config();
         config.mainProcessor.highestAvailablePv = 20;
@@ -181,11 +149,7 @@ TEST(InitiateService, AnswersOfNobodyAreDropped)
     b.run(1);
     for (const SIGSELECT sigNo : {KVD_TUIIF_INITIATE_SERVICE_SUS, KVD_TUIIF_INITIATE_SERVICE_REJ})
         b.inject(KvdTuiifInitiateServiceSus{sigNo, 2, 20});
-    KvdTuiifInitiateServiceCfm cfm{};
-    cfm.sigNo = KVD_TUIIF_INITIATE_SERVICE_CFM;
-    cfm.signalRevision = 4;
-    cfm.pvSelected = 22;
-    b.inject(cfm);
+    b.inject(KvdTuiifInitiateServiceCfm{KVD_TUIIF_INITIATE_SERVICE_CFM, 4, 22, 3, 1, 0, 0, {}, 0});
     EXPECT_EQ(b.traces("no main processor is there, answer dropped"), 3u);
     EXPECT_EQ(b.startState(), TUIIF_BVQ_RESTARTED);
     b.mp().start();
@@ -223,18 +187,17 @@ TEST(PeerDeath, ForgetsWhatThePeerKnewAndConnectsAgain)
     b.run(5);
     EXPECT_EQ(b.startState(), TUIIF_START_RESTART_READY);
     EXPECT_TRUE(b.traced("isLoz6Started 0, timeMode 3, masterSlaveMode 1, outEmuMode 0"));
-    EXPECT_EQ(b.sent(KVD_TUIIF_INITIATE_SERVICE_REQ), 1u);
     EXPECT_EQ(b.sent(KVD_TUIIF_OSC_TEMPERATURE_STATE_IND), 1u);
     EXPECT_EQ(b.look(KvdLoz6TuIifAdm_lastRegulatorState), KVD_TUIIF_UNKNOWN);
     EXPECT_EQ(b.clock(), KVD_TUIIF_UNKNOWN);
     EXPECT_EQ(b.sent(KVD_TUIIF_BVQ_STATUS_IND), 0u);
 
     b.report(TRUETIME);   // the new peer hasn't selected anything yet
-    const auto* status = b.mp().last(KVD_TUIIF_BVQ_STATUS_IND);
-    ASSERT_NE(status, nullptr);
-    EXPECT_EQ(status->as<KvdTuiifBvqStatusInd>()->radioClockState, KVD_TUIIF_RNT_TIME_HOLDOVER);
-    EXPECT_EQ(status->as<KvdTuiifBvqStatusInd>()->refState, 0u);
     EXPECT_EQ(b.sent(KVD_TUIIF_CALIBRATION_STATUS_IND), 1u) << "a new peer is told again";
+    const auto status = b.take<KvdTuiifBvqStatusInd>(KVD_TUIIF_BVQ_STATUS_IND);
+    ASSERT_TRUE(status);
+    EXPECT_EQ(status->radioClockState, KVD_TUIIF_RNT_TIME_HOLDOVER);
+    EXPECT_EQ(status->refState, 0u);
 }
 
 TEST(PeerDeath, BeforeTheFirstConfirmationIsNoRestart)
@@ -300,9 +263,47 @@ TEST(ShortSignals, AreRefused)
         b.run(0.1);
         EXPECT_EQ(b.startState(), TUIIF_START_RESTART_READY);
         EXPECT_EQ(b.mp().log().size(), 0u);
-        int alive = 0;
-        b.in([&] { alive = 1; });
-        EXPECT_EQ(alive, 1) << "the manager goes on";
+        bool isAlive = false;
+        b.in([&] { isAlive = true; });
+        EXPECT_TRUE(isAlive);
+    }
+}
+
+TEST(ChangeOfRole, ToAnUnknownOneIsStoredAndNoMore)
+{
+    IifBench b;
+    b.connect();
+    b.in([] { KvdLoz6TuRef_selectSynchRef(GPS_REF, 1, 2); });
+    b.mp().changeMaster(3, 2);
+    b.run(0.1);
+    EXPECT_TRUE(b.traced("Unavailable master/slave mode received 2 "));
+    EXPECT_EQ(b.look(KvdLoz6TuIifAdm_storedMasterSlaveMode), 2);
+    EXPECT_EQ(b.look(KvdLoz6TuReg_isMaster), 1);
+    EXPECT_EQ(b.look(KvdLoz6TuRef_selectedRef), GPS_REF);
+}
+
+TEST(LinkTypeOrder, IsConfirmedAndTakenByTheRightUnit)
+{
+    struct Case { const char* when; u32 apn; u32 isMasterServer; const char* trace; };
+    for (const Case& c :
+         {Case{"other unit", 1, 1,
+               "KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ Signal received by wrong slave DU!"},
+          Case{"not the server", 2, 0,
+               "Master should not be server. Don't handle signal. idlType = 0, idl2Type = 1"},
+          Case{"right one", 2, 1, nullptr}}) {
+        SCOPED_TRACE(c.when);
+        sim::NodeConfig config = IifBench::config();
+        config.apn = c.apn;
+        IifBench b{config};
+        b.connect();
+        b.mp().sendLayout(KvdTuiifIdl2SetMasterServerCfm{KVD_TUIIF_IDL2_SET_MASTER_SERVER_CFM,
+                                                         c.isMasterServer});
+        b.mp().sendLayout(KvdTuiifIdl2SelectIdlTypeReq{KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ, 1, 3});
+        b.run(0.1);
+        EXPECT_EQ(b.sent(KVD_TUIIF_IDL2_SELECT_IDL_TYPE_CFM), 1u);
+        EXPECT_EQ(b.traces("wrong slave DU!") + b.traces("Master should not be server"),
+                  c.trace != nullptr ? 1u : 0u);
+        if (c.trace != nullptr) { EXPECT_TRUE(b.traced(c.trace)); }
     }
 }
 

@@ -13,6 +13,8 @@
 #include "tests/support/unit_bench.h"
 #include "unit/kvd_unit_process.h"
 
+#include <nlohmann/json.hpp>
+
 #include <cstring>
 #include <functional>
 #include <optional>
@@ -96,8 +98,29 @@ struct IifBench : Unit {
     {
         injectInto(node.system(), iifManagerPid(), layout, from);
     }
+    /// A module takes a signal; what it posts to itself comes only as a step of its own.
+    void dispatch(int (*taker)(Signal*), SIGSELECT sigNo, const void* data = nullptr, std::size_t size = 0)
+    {
+        in([&] {
+            Signal* sig = ose::alloc(static_cast<u32>(4 + (size + 3) / 4 * 4), sigNo);
+            if (size > 0) std::memcpy(reinterpret_cast<char*>(sig) + 4, data, size);
+            EXPECT_EQ(taker(sig), 1) << std::hex << sigNo;
+            ose::free_buf(&sig);
+        });
+    }
     template <typename F>
     auto look(F accessor) { return node.inProgram(accessor); }
+    /// Quality levels that were told, as check values have them.
+    nlohmann::json qualities()
+    {
+        nlohmann::json all = nlohmann::json::array();
+        for (const sim::MpRecord& r : mp().all(KVD_TUIIF_QUALITY_LEVEL_IND)) {
+            const auto q = r.as<KvdTuiifQualityLevelInd>();
+            all.push_back({"KVD_TUIIF_QUALITY_LEVEL_IND", q->froId, q->froClassNo, q->clockQuality,
+                           q->tcuDetected});
+        }
+        return all;
+    }
 
     void initiate()
     {
@@ -122,14 +145,8 @@ struct IifBench : Unit {
     {
         in([=] { KvdLoz6TuIifAdm_updateSelection(refType, froId, froClassNo); });
     }
-    void update(u8 clockState)
-    {
-        in([=] { KvdLoz6TuIifAdm_updateRadioClockState(clockState); });
-    }
-    void report(u8 regState)
-    {
-        in([=] { KvdLoz6TuIifAdm_reportRegState(regState); });
-    }
+    void update(u8 clockState) { in([=] { KvdLoz6TuIifAdm_updateRadioClockState(clockState); }); }
+    void report(u8 regState) { in([=] { KvdLoz6TuIifAdm_reportRegState(regState); }); }
     /// The latest signal of that number as a layout, and the log is empty afterwards.
     template <typename T>
     std::optional<T> take(SIGSELECT sigNo)

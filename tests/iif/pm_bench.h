@@ -43,10 +43,7 @@ struct PmBench : IifBench {
         world.runUntil(world.now());
     }
     /// Virtual time ends after 106 days: what is later comes at 100.
-    void until(double t)
-    {
-        world.runUntil(static_cast<ose::Time>(std::min(t, 100 * 86'400.0)) * ose::SEC);
-    }
+    void until(double t) { world.runUntil(static_cast<ose::Time>(std::min(t, 100 * 86'400.0)) * ose::SEC); }
 
     void clockState(u8 state) { in([=] { KvdLoz6TuPm_clockState(state); }); }
     void gpsStatus(u8 status) { in([=] { KvdLoz6TuPm_gpsStatus(status); }); }

@@ -37,10 +37,10 @@ struct Replay : bench::PmBench {
         u32 froType = SYNC_PM_FROTYPE;
         if (step.contains("froType")) {
             // One that is neither is a number, or a word of its own.
-            const Value word = step["froType"];
+            const json& word = step["froType"].read();
             constexpr u32 NEITHER = 3;
-            froType = word.is_number() ? word.get<u32>()
-                      : FRO_TYPES.contains(word.get<std::string>()) ? FRO_TYPES.at(word.get<std::string>()) : NEITHER;
+            if (word.is_number()) froType = word;
+            else froType = FRO_TYPES.contains(word) ? FRO_TYPES.at(word) : NEITHER;
         }
         if (ev == "subscribe") {
             granularity = step["granularity"].get<u32>();
@@ -92,10 +92,11 @@ struct Replay : bench::PmBench {
     {
         const std::string period = std::to_string(granularity);
         json list = json::array();
-        for (const std::string& text :
-             {std::string("Don't count this state!"), std::string("Wrong seqNo!"), std::string("Wrong froType!"),
-              std::string("Unknown state!"), "Illegal granularity period on SynchMo " + period,
-              "Illegal granularity period on SGpshMo " + period})
+        const std::vector<std::string> texts = {
+            "Don't count this state!", "Wrong seqNo!", "Wrong froType!", "Unknown state!",
+            "Illegal granularity period on SynchMo " + period,
+            "Illegal granularity period on SGpshMo " + period};
+        for (const std::string& text : texts)
             for (std::size_t n = traces(text.c_str()); n > 0; --n) list.push_back(text);
         return list;
     }
@@ -111,9 +112,7 @@ struct Replay : bench::PmBench {
     {
         EXPECT_EQ(out["reports"], reports());
         const json wantedTraces = out["traces"].read();
-        if (accounted) {
-            EXPECT_EQ(traced(), wantedTraces);
-        }
+        if (accounted) { EXPECT_EQ(traced(), wantedTraces); }
         accounted = accounted || ev == "clock" || ev == "push" || ev == "current";
         const PmSynchCounters c = look(KvdLoz6PmSynch_counters);
         EXPECT_EQ(out["timeCounters"], json(c.timeCounter));
@@ -124,9 +123,7 @@ struct Replay : bench::PmBench {
                              array(c.PmHighestDelayVarBest50Array, c.arrayIndex),
                              array(c.PmMaxDelayVariationArray, c.arrayIndex)};
         const json wantedArrays = out["arrays"].read();
-        if (selected) {
-            EXPECT_EQ(arrays, wantedArrays);
-        }
+        if (selected) { EXPECT_EQ(arrays, wantedArrays); }
         std::vector<i32> gps;
         for (u32 i = 0; i < 11; ++i) gps.push_back(look([i] { return KvdLoz6PmGps_count(i); }));
         EXPECT_EQ(out["gps"], gps);
@@ -142,7 +139,8 @@ void delay(const Value& v)
 {
     const auto T = v["in"]["T"].get<std::vector<std::string>>();
     const auto stamp = [&](std::size_t i) { return std::stoull(T.at(i), nullptr, 16); };
-    EXPECT_EQ(KvdLoz6PmSynch_delay(stamp(0), stamp(1), stamp(2), stamp(3)), vectors::number(v["out"]["delay"]));
+    const double delay = KvdLoz6PmSynch_delay(stamp(0), stamp(1), stamp(2), stamp(3));
+    EXPECT_EQ(delay, vectors::number(v["out"]["delay"]));
 }
 
 void bin(const Value& v)

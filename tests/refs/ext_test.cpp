@@ -10,18 +10,13 @@ using regtest::MeasureBench;
 namespace {
 
 /// Eight edges of a line, one sample.
-void lineSecond(MeasureBench& bench, double& edge)
-{
-    for (int i = 0; i < 8; ++i) bench.edge(edge += 0.125);
-}
+void lineSecond(MeasureBench& bench, double& edge) { for (int i = 0; i < 8; ++i) bench.edge(edge += 0.125); }
 
 u32 sensitive(MeasureBench& bench)
 {
     ose::DataScope scope(*bench.block);
     return KvdLoz6TuExt_stateSensitive();
 }
-
-}  // namespace
 
 TEST(ExternalFrequency, FastLockTakesItsOwnNoise)
 {
@@ -35,12 +30,9 @@ TEST(ExternalFrequency, FastLockTakesItsOwnNoise)
         double edge = 200.0;
         lineSecond(bench, edge);
         EXPECT_EQ(bench.meas().measRefData.R, c.R);
-        bench.in([] {
-            KvdLoz6TuReg_measInitiate({});
-        });
+        bench.in([] { KvdLoz6TuReg_measInitiate({}); });
         EXPECT_EQ(bench.meas().R_all[Z_EXT_REF], c.useFastLock != 0 ? c.R_fastLock : 5e-10);
-        EXPECT_EQ(bench.bus.countOf(c.useFastLock != 0 ? "useFastLock=True" : "useFastLock=False"),
-                  1u);
+        EXPECT_EQ(bench.bus.countOf(c.useFastLock != 0 ? "useFastLock=True" : "useFastLock=False"), 1u);
     }
 }
 
@@ -73,3 +65,5 @@ TEST(External1pps, EarlyPulseIsDroppedOnce)
         EXPECT_EQ(bench.meas().measRefData.R, step.R);
     }
 }
+
+}  // namespace

@@ -49,20 +49,11 @@ struct HptsiUnit : RefUnit {
             feed(stateFrame(sourceState), 799);
         }
     }
-    hptsi::State state()
-    {
-        return node.inProgram([] { return hptsi::state(); });
-    }
+    hptsi::State state() { return node.inProgram([] { return hptsi::state(); }); }
     u32 hptsiState() { return state().hptsiState; }
-    /// "2 Loss of signal" for each status that went out.
     std::vector<std::string> statuses()
     {
-        std::vector<std::string> texts;
-        for (const sim::MpRecord& record : node.mainProcessor().all(KVD_TUIIF_HPTSI_STATUS_IND)) {
-            const auto ind = record.as<KvdTuiifHptsiStatusInd>();
-            if (ind) texts.push_back(std::to_string(ind->status) + " " + ind->text);
-        }
-        return texts;
+        return statusTexts(node.mainProcessor(), KVD_TUIIF_HPTSI_STATUS_IND, &KvdTuiifHptsiStatusInd::status);
     }
     std::string status()
     {

@@ -4,6 +4,7 @@
 #include "refs/kvd_hptsi_int.h"
 #include "reg/support/measure_bench.h"
 #include "tests/iif/iif_bench.h"
+#include "tests/support/hex.h"
 #include "tests/support/vectors.h"
 #include "unit/kvd_ref_table.h"
 
@@ -15,16 +16,6 @@ using hptsi::state;
 using vectors::json;
 using vectors::Value;
 using Bytes = std::vector<u8>;
-
-std::string hexOf(std::span<const u8> bytes)
-{
-    std::string hex;
-    for (const u8 b : bytes) {
-        constexpr const char* DIGIT = "0123456789abcdef";
-        hex += {DIGIT[b >> 4], DIGIT[b & 15]};
-    }
-    return hex;
-}
 
 void checksum(const Value& v)
 {
@@ -38,10 +29,9 @@ void reception(const Value& v)
     json frames = json::array();
     for (const u8 byte : vectors::bytes(v["in"]["bytes"]))
         if (KvdLoz6TuHptsi_takeByte(reader, byte))
-            frames.push_back(hexOf(std::span(reader.buffer).first(CMCC_FRAME_READ)));
-    EXPECT_EQ(v["out"]["frames"], frames);
-    EXPECT_EQ(reader.frameState, v["out"]["frameState"].get<u32>());
-    EXPECT_EQ(reader.index, v["out"]["index"].get<u32>());
+            frames.push_back(bench::hexOf(std::data(reader.buffer), CMCC_FRAME_READ));
+    vectors::expectAll({{"frames", frames}, {"frameState", reader.frameState}, {"index", reader.index}},
+                       v["out"]);
 }
 
 // ---- one signal at a time -----------------------------------------------------------------------
@@ -61,12 +51,7 @@ struct Replay : bench::IifBench {
 
     void dispatch(SIGSELECT sigNo, const void* data = nullptr, std::size_t size = 0)
     {
-        in([&] {
-            Signal* sig = ose::alloc(static_cast<u32>(4 + size), sigNo);
-            if (size > 0) std::memcpy(reinterpret_cast<char*>(sig) + 4, data, size);
-            EXPECT_EQ(KvdLoz6TuHptsi_dispatch(sig), 1) << std::hex << sigNo;
-            ose::free_buf(&sig);
-        });
+        IifBench::dispatch(KvdLoz6TuHptsi_dispatch, sigNo, data, size);
     }
     void frame(const Value& hex)
     {
@@ -100,41 +85,22 @@ struct Replay : bench::IifBench {
         } else if (ev == "force") {
             in([&] { KvdLoz6TuHptsi_setForceReport(step.value("value", 1u)); });
         } else if (ev == "override") {
-            const bool on = step.contains("clkSource") ? !step["clkSource"].is_null() : step.value("on", 1) != 0;
-            const u8 source = on && step.contains("clkSource") ? step["clkSource"].get<u8>() : step.value("value", u8{0});
+            const bool isNamed = step.contains("clkSource");
+            const bool on = isNamed ? !step["clkSource"].is_null() : step.value("on", 1) != 0;
+            const u8 source = on && isNamed ? step["clkSource"].get<u8>() : step.value("value", u8{0});
             in([&] { KvdLoz6TuHptsi_overrideClockSource(on, source); });
         } else if (ev == "supervise") supervise(step);
         else throw std::runtime_error("no replay of the step \"" + ev + "\"");
         world.runUntil(world.now());
     }
 
-    json qualities()
-    {
-        json all = json::array();
-        for (const sim::MpRecord& r : mp().all(KVD_TUIIF_QUALITY_LEVEL_IND)) {
-            const auto q = r.as<KvdTuiifQualityLevelInd>();
-            all.push_back({"KVD_TUIIF_QUALITY_LEVEL_IND", q->froId, q->froClassNo, q->clockQuality,
-                           q->tcuDetected});
-        }
-        return all;
-    }
-    json statuses()
-    {
-        json all = json::array();
-        for (const sim::MpRecord& r : mp().all(KVD_TUIIF_HPTSI_STATUS_IND)) {
-            const auto status = r.as<KvdTuiifHptsiStatusInd>();
-            all.push_back({status->status, status->text});
-        }
-        return all;
-    }
     /// Those of the reports that differ from the one before.
-    json changesAmong(const json& reports)
+    std::vector<std::string> changesAmong(const json& reports)
     {
-        json changes = json::array();
+        std::vector<std::string> changes;
         for (const json& r : reports) {
             const std::string text = std::to_string(r.at(0).get<u32>()) + " " + r.at(1).get<std::string>();
-            if (text != told) changes.push_back(r);
-            told = text;
+            if (text != std::exchange(told, text)) changes.push_back(text);
         }
         return changes;
     }
@@ -160,23 +126,26 @@ struct Replay : bench::IifBench {
     }
 };
 
+/// What the last frames left.
+void expectFrames(const hptsi::State& s, const Value& out)
+{
+    vectors::expectAll({{"hptsiCurrentTime", s.hptsiCurrentTime}, {"timeInfoValid", s.timeInfoValid},
+                        {"timeStateValid", s.timeStateValid}, {"qualityType", s.qualityType},
+                        {"numberOfTimeInfoMsg", s.numberOfTimeInfoMsg},
+                        {"numberOfTimeStateMsg", s.numberOfTimeStateMsg}}, out);
+}
+
 void expectState(Replay& replay, const Value& after)
 {
     const hptsi::State s = replay.node.inProgram([] { return state(); });
-    EXPECT_EQ(s.hptsiState, after["hptsiState"].get<u32>());
-    EXPECT_EQ(s.hptsiCurrentTime, after["hptsiCurrentTime"].get<double>());
-    EXPECT_EQ(s.timeInfoValid, after["timeInfoValid"].get<u32>());
-    EXPECT_EQ(s.timeStateValid, after["timeStateValid"].get<u32>());
-    EXPECT_EQ(s.nextFrame, after["nextFrame"].get<u32>());
-    EXPECT_EQ(s.noValid, after["noValidFlag"].get<u32>());
-    EXPECT_EQ(s.monitor, after["monitorFlag"].get<u32>());
-    EXPECT_EQ(s.qualityType, after["qualityType"].get<u32>());
-    EXPECT_EQ(s.numberOfTimeInfoMsg, after["numberOfTimeInfoMsg"].get<u32>());
-    EXPECT_EQ(s.numberOfTimeStateMsg, after["numberOfTimeStateMsg"].get<u32>());
+    u32 timeQuery = 0;
     replay.in([&] {
         double time = 0.0;
-        EXPECT_EQ(KvdLoz6TuHptsi_time(time) == 7 ? 1u : 0u, after["timeQuery7"].get<u32>());
+        timeQuery = KvdLoz6TuHptsi_time(time);
     });
+    expectFrames(s, after);
+    vectors::expectAll({{"hptsiState", s.hptsiState}, {"nextFrame", s.nextFrame}, {"noValidFlag", s.noValid},
+                        {"monitorFlag", s.monitor}, {"timeQuery7", timeQuery == 7}}, after);
 }
 
 void expectTimers(Replay& replay, const std::array<TimerRef, hptsi::TIMERS>& before, const Value& after)
@@ -190,9 +159,7 @@ void expectTimers(Replay& replay, const std::array<TimerRef, hptsi::TIMERS>& bef
         const char* const name = TIMER_NAMES[id];
         EXPECT_EQ(now[id] != 0, has(after["timers"].read(), name)) << name;
         // One that is started and cancelled in the same step isn't seen here.
-        if (now[id] != 0) {
-            EXPECT_EQ(now[id] != before[id], has(restarts, name)) << name;
-        }
+        if (now[id] != 0) { EXPECT_EQ(now[id] != before[id], has(restarts, name)) << name; }
     }
 }
 
@@ -207,23 +174,15 @@ void sequence(const Value& v)
         replay.node.traces().clear();
         replay.step(steps[i]);
         const Value after = v["out"]["after"][i];
-        EXPECT_EQ(replay.statuses(), replay.changesAmong(after["reports"].read()));
+        constexpr auto STATUS = &KvdTuiifHptsiStatusInd::status;
+        EXPECT_EQ(bench::statusTexts(replay.mp(), KVD_TUIIF_HPTSI_STATUS_IND, STATUS),
+                  replay.changesAmong(after["reports"].read()));
         EXPECT_EQ(after["signals"], replay.qualities());
         EXPECT_EQ(after["traces"], replay.texts());
         expectState(replay, after);
         expectTimers(replay, before, after);
     }
 }
-
-const std::map<std::string, double (*)(const hptsi::State&)> FRAME_FIELDS = {
-    {"tow", [](const auto& s) -> double { return s.timeInfo.tow; }},
-    {"week", [](const auto& s) -> double { return s.timeInfo.week; }},
-    {"leapSec", [](const auto& s) -> double { return s.timeInfo.leapSec; }},
-    {"pp1sState", [](const auto& s) -> double { return s.timeInfo.pp1sState; }},
-    {"tacc", [](const auto& s) -> double { return s.timeInfo.tacc; }},
-    {"clkSource", [](const auto& s) -> double { return s.timeState.clkSource; }},
-    {"state", [](const auto& s) -> double { return s.timeState.state; }},
-    {"alarm", [](const auto& s) -> double { return s.timeState.alarm; }}};
 
 void parse(const Value& v)
 {
@@ -236,15 +195,13 @@ void parse(const Value& v)
     replay.frame(in["frame"]);
     replay.world.runUntil(replay.world.now());
     const hptsi::State s = replay.node.inProgram([] { return state(); });
+    const json got = {{"tow", s.timeInfo.tow}, {"week", s.timeInfo.week}, {"leapSec", s.timeInfo.leapSec},
+                      {"pp1sState", s.timeInfo.pp1sState}, {"tacc", s.timeInfo.tacc},
+                      {"alarm", s.timeState.alarm}, {"clkSource", s.timeState.clkSource},
+                      {"state", s.timeState.state}};
     for (const char* part : {"info", "state"})
-        for (const auto& [name, wanted] : out[part].items())
-            EXPECT_EQ(FRAME_FIELDS.at(name)(s), vectors::number(wanted)) << name;
-    EXPECT_EQ(s.timeInfoValid, out["timeInfoValid"].get<u32>());
-    EXPECT_EQ(s.timeStateValid, out["timeStateValid"].get<u32>());
-    EXPECT_EQ(s.hptsiCurrentTime, out["hptsiCurrentTime"].get<double>());
-    EXPECT_EQ(s.qualityType, out["qualityType"].get<u32>());
-    EXPECT_EQ(s.numberOfTimeInfoMsg, out["numberOfTimeInfoMsg"].get<u32>());
-    EXPECT_EQ(s.numberOfTimeStateMsg, out["numberOfTimeStateMsg"].get<u32>());
+        for (const auto& [name, wanted] : out[part].items()) vectors::expect(name, got.at(name), wanted);
+    expectFrames(s, out);
     EXPECT_EQ(out["signals"], replay.qualities());
     EXPECT_EQ(out["traces"], replay.texts());
 }
@@ -255,9 +212,9 @@ void compensationDelay(const Value& v)
     regtest::MeasureBench b;
     if (in["regulator_started"] == 1) b.settle();
     b.select(in["selectedRef"].get<u32>());
+    b.in([&] { hptsi::setCompensationDelay(in["old_ns"].get<i32>()); });
     b.edit([](measure::State& s) { s.var.m[Z_HPTSI_REF] = 50.0; });
     b.in([&] {
-        hptsi::setCompensationDelay(in["old_ns"].get<i32>());
         hptsi::setCompensationDelay(in["new_ns"].get<i32>());
         EXPECT_EQ(state().hptsiCompensationDelay, v["out"]["delay_s"].get<double>());
     });

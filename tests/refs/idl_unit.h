@@ -42,10 +42,7 @@ struct IdlUnit : Unit {
     u32 hwControl() { return get(KvdLoz6BiraIifAdm_hasHwControl); }
     u32 timeTuning() { return get(KvdLoz6BiraIifAdm_timeTuningOngoing); }
     bool interruptProcess() { return node.system().find("Kvd_loz6_tuhwif_int_proc") != 0; }
-    u32 storedClkStatus()
-    {
-        return get([] { return KvdLoz6SlaveWarm_data().idpiClkStatus; });
-    }
+    u32 storedClkStatus() { return get([] { return KvdLoz6SlaveWarm_data().idpiClkStatus; }); }
     IdpiPort port(u32 n) { return get([n] { return KvdLoz6Idpi_port(n); }); }
     u32 activePorts() { return get(KvdLoz6Idpi_nActivePorts); }
     /// Traces of every level from now on.

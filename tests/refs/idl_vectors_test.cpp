@@ -46,10 +46,7 @@ struct Replay {
         if (testCase["slavePllState"] != SLAVE_PLL_Uninitialized) loopState = SLAVE_PLL_Locked;
     }
 
-    void interrupt(u32 port)
-    {
-        bench.inManager([port] { KvdLoz6TuRef_idlInterrupt(port); });
-    }
+    void interrupt(u32 port) { bench.inManager([port] { KvdLoz6TuRef_idlInterrupt(port); }); }
 
     void apply(const json& op)
     {
@@ -86,19 +83,17 @@ struct Replay {
     void compare(const Value& step)
     {
         static const std::set<std::string> KNOWN = {
-            "start", "cancel", "expired", "report", "enableInterrupt", "disableInterrupt", "select", "singleLink",
-            "clearSyncDataCounter", "forceSlavePll"};
+            "start", "cancel", "expired", "report", "enableInterrupt", "disableInterrupt", "select",
+            "singleLink", "clearSyncDataCounter", "forceSlavePll"};
         step["timers"].read();                   // each is seen when it ends
         bench.node.inProgram([&] {
-            for (u32 port : {0u, 1u}) EXPECT_EQ(KvdLoz6TuRef_idlState(port), step["idlState"][port].get<u32>()) << port;
-            EXPECT_EQ(KvdLoz6TuIifAdm_tuiifRefState(), step["tuiifRefState"].get<u32>());
+            vectors::expectAll({{"idlState", {KvdLoz6TuRef_idlState(0), KvdLoz6TuRef_idlState(1)}},
+                                {"tuiifRefState", KvdLoz6TuIifAdm_tuiifRefState()}}, step);
             u32 wantedLoop = loopState, wantedDual = 1, wantedCount = COUNTED;
             for (const json& event : step["events"].read()) {
                 const std::string name = event.at(0);
                 if (!KNOWN.contains(name)) ADD_FAILURE() << "no replay of the event " << event;
-                if (name == "select") {
-                    EXPECT_EQ(KvdLoz6TuRef_selectedRef(), event.at(1).get<u8>());
-                }
+                if (name == "select") { EXPECT_EQ(KvdLoz6TuRef_selectedRef(), event.at(1).get<u8>()); }
                 if (name == "forceSlavePll") wantedLoop = event.at(1);
                 if (name == "singleLink") wantedDual = 0;
                 if (name == "clearSyncDataCounter") wantedCount = 0;

@@ -20,7 +20,7 @@ constexpr u32 NTP_FRO = 7;
 constexpr u32 NONE = 0xFFFFFFFF;
 
 struct IpSyncUnit : bench::Unit {
-    explicit IpSyncUnit(bool hasService = true) : Unit(config(hasService)) { node.powerOn(); }
+    explicit IpSyncUnit(bool hasService = true) : bench::Unit(config(hasService)) { node.powerOn(); }
 
     static sim::NodeConfig config(bool hasService)
     {
@@ -44,10 +44,7 @@ struct IpSyncUnit : bench::Unit {
     u32 state() { return node.inProgram(KvdLoz6TuIpSyncTsiAdm_state); }
     u32 selected() { return node.inProgram(KvdLoz6TuIpSyncTsiAdm_selectedSynchRef); }
     IpSyncTsiCounts counts() { return node.inProgram(KvdLoz6TuIpSyncTsiAdm_counts); }
-    double measurements()
-    {
-        return node.inProgram([] { return measure::state().var.m[Z_NTP_REF]; });
-    }
+    double measurements() { return node.inProgram([] { return measure::state().var.m[Z_NTP_REF]; }); }
     void select(u8 refType, u32 froId)
     {
         node.mainProcessor().select(refType, froId, 2);
@@ -56,8 +53,7 @@ struct IpSyncUnit : bench::Unit {
     template <typename T>
     void inject(const T& layout)
     {
-        node.system().inject(std::as_bytes(std::span<const T, 1>(&layout, 1)), manager(),
-                             server().alive() ? server().pid() : 0);
+        bench::injectInto(node.system(), manager(), layout, server().alive() ? server().pid() : 0);
         world.runFor(ose::MS);
     }
     void packet(u32 froId, u64 T1 = 100ull << 32, u64 T2 = 100ull << 32, u64 T3 = 100ull << 32,
@@ -72,15 +68,15 @@ struct IpSyncUnit : bench::Unit {
 
 TEST(IpSyncService, IsAskedForVersionOneAndFollowsItsAnswer)
 {
-    struct Case { const char* what; sim::Answer answer; u32 highestPv, state; };
-    for (const Case& c : std::to_array<Case>({
-             {"accepts",           sim::Answer::Accept,  1, STATE_AVAILABLE},
-             {"speaks more",       sim::Answer::Accept,  3, STATE_AVAILABLE},
-             {"speaks none",       sim::Answer::Accept,  0, STATE_REJECTED},
-             {"rejects",           sim::Answer::Reject,  1, STATE_REJECTED},
-             {"suspends",          sim::Answer::Suspend, 1, STATE_SUSPENDED},
-             {"says nothing",      sim::Answer::Silent,  1, STATE_INITIATING}})) {
-        SCOPED_TRACE(c.what);
+    using sim::Answer;
+    struct Case { Answer answer; u32 highestPv, state; };
+    for (const Case& c : std::to_array<Case>({{Answer::Accept, 1, STATE_AVAILABLE},
+                                              {Answer::Accept, 3, STATE_AVAILABLE},
+                                              {Answer::Accept, 0, STATE_REJECTED},
+                                              {Answer::Reject, 1, STATE_REJECTED},
+                                              {Answer::Suspend, 1, STATE_SUSPENDED},
+                                              {Answer::Silent, 1, STATE_INITIATING}})) {
+        SCOPED_TRACE(c.state);
         IpSyncUnit u;
         u.server().setAnswer(c.answer);
         u.server().highestPv = c.highestPv;
@@ -98,28 +94,23 @@ TEST(IpSyncService, IsAskedAgainAfterItsDeathOrWhenItGoesOn)
 {
     IpSyncUnit u;
     u.run(5);
+    const auto after = [&](auto event) {
+        event(u.server());
+        u.run(0.1);
+        return u.state();
+    };
+    const auto suspend = [](auto& s) { s.serve(sim::Answer::Suspend); };
     for (int round = 0; round < 3; ++round) {          // as often as it likes
-        u.server().die();
-        u.run(0.1);
-        EXPECT_EQ(u.state(), STATE_UNAVAILABLE);
-        u.server().start();
-        u.run(0.1);
-        EXPECT_EQ(u.state(), STATE_AVAILABLE);
+        EXPECT_EQ(after([](auto& s) { s.die(); }), STATE_UNAVAILABLE);
+        EXPECT_EQ(after([](auto& s) { s.start(); }), STATE_AVAILABLE);
     }
     EXPECT_EQ(u.server().received(IPSYNCTSI_INITIATE_SERVICE_REQ), 4u);
-    u.server().serve(sim::Answer::Suspend);
-    u.run(0.1);
-    EXPECT_EQ(u.state(), STATE_SUSPENDED);
-    u.server().serve(sim::Answer::Accept);
-    u.run(0.1);
-    EXPECT_EQ(u.state(), STATE_AVAILABLE);
-    u.server().serve(sim::Answer::Suspend);
-    u.run(0.1);
+    EXPECT_EQ(after(suspend), STATE_SUSPENDED);
+    EXPECT_EQ(after([](auto& s) { s.serve(sim::Answer::Accept); }), STATE_AVAILABLE);
+    EXPECT_EQ(after(suspend), STATE_SUSPENDED);
     u.server().die();                                  // while it is suspended
     u.server().setAnswer(sim::Answer::Accept);
-    u.server().start();
-    u.run(0.1);
-    EXPECT_EQ(u.state(), STATE_AVAILABLE);
+    EXPECT_EQ(after([](auto& s) { s.start(); }), STATE_AVAILABLE);
     EXPECT_FALSE(u.traced("Uenxpected result"));
 }
 

@@ -89,10 +89,7 @@ struct SlaveBench : regtest::MeasureBench {
         return read();
     }
     slave::Idl2State idl2() { return get<slave::Idl2State>([] { return slave::idl2State(); }); }
-    u32 clkStatus()
-    {
-        return get<u32>([] { return KvdLoz6SlaveWarm_data().idpiClkStatus; });
-    }
+    u32 clkStatus() { return get<u32>([] { return KvdLoz6SlaveWarm_data().idpiClkStatus; }); }
     using MeasureBench::get;
 
     static constexpr u32 VALID_WORD = 0xA0000000;    // valid, with the extended words

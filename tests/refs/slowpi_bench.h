@@ -85,10 +85,7 @@ struct SlowpiBench {
         world.runUntil(world.now());
     }
     template <typename T>
-    void inject(const T& layout)
-    {
-        injectBytes(asBytes(layout));
-    }
+    void inject(const T& layout) { injectBytes(asBytes(layout)); }
     void cfm() { inject(SlowpiInitiateServiceCfm{SLOWPI_INITIATE_SERVICE_CFM, 1, 1}); }
     void sus() { inject(SlowpiInitiateServiceRej{SLOWPI_INITIATE_SERVICE_SUS, 1, 1}); }
     void rej() { inject(SlowpiInitiateServiceRej{SLOWPI_INITIATE_SERVICE_REJ, 1, 1}); }
@@ -110,9 +107,9 @@ struct SlowpiBench {
     {
         const SlowpiFrame head{SLOWPI_RECEIVE_FRAME_IND,
                                claimed < 0 ? static_cast<u32>(bytes.size()) : static_cast<u32>(claimed)};
-        std::vector<std::byte> signal(sizeof head + bytes.size());
-        std::memcpy(signal.data(), &head, sizeof head);
-        if (!bytes.empty()) std::memcpy(signal.data() + sizeof head, bytes.data(), bytes.size());
+        const auto front = asBytes(head), frame = std::as_bytes(std::span(bytes));
+        std::vector<std::byte> signal(front.begin(), front.end());
+        signal.insert(signal.end(), frame.begin(), frame.end());
         injectBytes(signal);
     }
     void frame(const std::string& hex) { frame(bytesOf(hex)); }
@@ -146,10 +143,7 @@ struct SlowpiBench {
         ose::DataScope scope(*block);
         return slowpi::state();
     }
-    void set(const std::function<void(slowpi::State&)>& change)
-    {
-        in([&] { change(slowpi::state()); });
-    }
+    void set(const std::function<void(slowpi::State&)>& change) { in([&] { change(slowpi::state()); }); }
     void clear()
     {
         told.clear();
@@ -179,24 +173,20 @@ private:
     static const slowpi::Needs& needs()
     {
         static int context = 0;
+        static node::SlowpiContext* const here = reinterpret_cast<node::SlowpiContext*>(&context);
         static const slowpi::Needs table = {
-            [] {
-                return current()->service.hasMemory ? reinterpret_cast<node::SlowpiContext*>(&context)
-                                                    : nullptr;
-            },
+            [] { return current()->service.hasMemory ? here : nullptr; },
             [](node::SlowpiContext*) { ++current()->service.freed; },
             [](node::SlowpiContext*, u32, u32, u32) {
                 return asked("Slowpi_initiateServiceReq", current()->service.initiateResult);
             },
             [](node::SlowpiContext*, const Signal*) { return current()->service.internalResult; },
             [](node::SlowpiContext*, u8 subtype, u32 oui) {
-                EXPECT_EQ(subtype, 10u);
-                EXPECT_EQ(oui, 0x19A7u);
+                EXPECT_TRUE(subtype == 10 && oui == 0x19A7);
                 return asked("Slowpi_subscribeReq", current()->service.subscribeResult);
             },
             [](node::SlowpiContext*, u8 subtype, u32 oui) {
-                EXPECT_EQ(subtype, 10u);
-                EXPECT_EQ(oui, 0x19A7u);
+                EXPECT_TRUE(subtype == 10 && oui == 0x19A7);
                 return asked("Slowpi_unsubscribeReq", current()->service.subscribeResult);
             },
             [](node::SlowpiContext*, u32 length, const u8* frame) {

@@ -1,6 +1,8 @@
-// The ESMC client at its edges: refused calls of the service, answers in the wrong state, frames that
-// aren't taken and what they do all the same, timers whose expiry is late, buffers that aren't its own.
+// The ESMC client at its edges: refused calls of the service, lengths that lie, timers whose expiry is late,
+// buffers that aren't its own. And a whole unit with the node's service and a peer: what outlives a service.
 #include "refs/slowpi_bench.h"
+#include "sim/refs/esmc_peer.h"
+#include "tests/support/unit_bench.h"
 
 namespace {
 
@@ -12,10 +14,7 @@ using namespace slowpi;
 constexpr const char* INFO_4 = "0180c2000002aabbccddeeff88090a0019a70001100000000100040400000000";
 constexpr const char* EVENT_2 = "0180c2000002aabbccddeeff88090a0019a70001180000000100040200000000";
 
-Told level(u32 q, u32 tcu = 0, u32 froId = 5) { return {"KVD_TUIIF_QUALITY_LEVEL_IND", {froId, 7, q, tcu}}; }
-Told missing(u32 on, u32 froId = 5) { return {"KVD_TUIIF_PDU_MISSING_IND", {froId, 7, on}}; }
-
-std::string tagged(const std::string& hex) { return hex.substr(0, 24) + "8100006488b5" + hex.substr(28); }
+Told level(u32 q) { return {"KVD_TUIIF_QUALITY_LEVEL_IND", {5, 7, q, 0}}; }
 
 // ---- the service ------------------------------------------------------------------------------
 
@@ -40,63 +39,6 @@ TEST(SlowpiService, ARefusedStartLeavesEverythingElseAlive)
     }
 }
 
-TEST(SlowpiService, ServerDownAsksAgainAtOnceOrStaysDown)
-{
-    SlowpiBench b;
-    b.toQlSend();
-    b.service.initiateResult = 2;
-    b.serverDown();
-    EXPECT_EQ(b.levelOf("Slowpi_initiateServiceReq() failed with result= 2"), 1);
-    EXPECT_EQ(b.state().slowpiState, IF_DOWN);
-    EXPECT_FALSE(b.state().heartBeat.timer.runs());
-    EXPECT_TRUE(b.state().pduMissing.timer.runs());
-    b.cfm();                                           // in the wrong state
-    EXPECT_EQ(b.state().slowpiState, IF_DOWN);
-    b.service.initiateResult = 0;
-    b.serverDown();
-    b.cfm();
-    EXPECT_EQ(b.takeRequests(), (std::vector<std::string>{"Slowpi_initiateServiceReq",
-                                                          "Slowpi_initiateServiceReq",
-                                                          "Slowpi_subscribeReq"}));
-}
-
-TEST(SlowpiService, AnswersInTheWrongState)
-{
-    struct Case {
-        const char* what;
-        std::function<void(SlowpiBench&)> before, answer;
-        u32 state;
-        std::vector<std::string> requests;
-    };
-    const auto nothing = [](SlowpiBench&) {};
-    const auto up = [](SlowpiBench& b) { b.cfm(); };
-    const auto used = [](SlowpiBench& b) { b.toQlSend(); };
-    const std::string event = "Slowpi_sendFrameInd 0180c200000200000000000088090a0019a70001180000000100040f";
-    for (const Case& c : std::vector<Case>{
-             {"a second confirmation", used, up, IF_QL_SEND, {}},
-             {"suspended in use", used, [](SlowpiBench& b) { b.sus(); }, IF_QL_SEND, {}},
-             {"rejected after the confirmation", up, [](SlowpiBench& b) { b.rej(); }, IF_UP, {}},
-             {"subscription refused", up, [](SlowpiBench& b) { b.subscribeRsp(7); }, IF_UP, {}},
-             {"end of the subscription refused", used, [](SlowpiBench& b) { b.unsubscribeRsp(7); },
-              IF_QL_SEND, {}},
-             // Without supervision: given up again at once, after its one event PDU.
-             {"subscribed, uncalled", up, [](SlowpiBench& b) { b.subscribeRsp(); }, IF_SUBSCRIBED,
-              {"Slowpi_unsubscribeReq", event}},
-             {"unsubscribed before the confirmation", nothing, [](SlowpiBench& b) { b.unsubscribeRsp(); },
-              IF_UP, {}},
-             {"unsubscribed, uncalled", used, [](SlowpiBench& b) { b.unsubscribeRsp(); }, IF_UP,
-              {"Slowpi_subscribeReq"}}}) {
-        SCOPED_TRACE(c.what);
-        SlowpiBench b;
-        c.before(b);
-        b.clear();
-        c.answer(b);
-        EXPECT_EQ(b.state().slowpiState, c.state);
-        EXPECT_EQ(b.takeRequests(), c.requests);
-        EXPECT_TRUE(b.takeTold().empty());
-    }
-}
-
 TEST(SlowpiService, RefusedRequestsAreTraced)
 {
     SlowpiBench b;
@@ -115,52 +57,6 @@ TEST(SlowpiService, RefusedRequestsAreTraced)
     b.stopSupervision();
     EXPECT_EQ(b.levelOf("Unable to unsubscribe from SLOWPI"), 1);
     EXPECT_FALSE(b.state().heartBeat.timer.runs());
-}
-
-// ---- own frames -------------------------------------------------------------------------------
-
-// ---- frames of the peer -----------------------------------------------------------------------
-
-/// One wrong frame at a time, plain and behind a tag: no level, but the alarm falls and the timer starts.
-TEST(SlowpiFrames, AFrameThatIsNotTakenStillProvesAPeer)
-{
-    struct Case { std::string hex; EsmcVerdict verdict; u8 code; bool hasTaggedForm; };
-    const std::string head = "0180c2000002aabbccddeeff", good = INFO_4, end = "0000000100040400000000";
-    for (const Case& c : {
-             Case{"", EsmcVerdict::NoFrame, 1, false},
-             Case{head + "88", EsmcVerdict::NoFrame, 1, false},
-             Case{head + "88f70a0019a7000110" + end, EsmcVerdict::OtherEtherType, 2, false},
-             Case{head + "88090a", EsmcVerdict::OtherProtocol, 4 | 16, true},
-             Case{head + "8809", EsmcVerdict::OtherProtocol, 4 | 8 | 16, true},
-             Case{head + "8809030019a7000110" + end, EsmcVerdict::OtherProtocol, 8, true},
-             Case{head + "88090a0119a7000110" + end, EsmcVerdict::OtherProtocol, 16, true},
-             Case{head + "88090a0019a6000110" + end, EsmcVerdict::OtherProtocol, 16, true},
-             Case{good.substr(0, 62), EsmcVerdict::TooShort, 0, true},
-             Case{head + "88090a0019a7", EsmcVerdict::TooShort, 0, true},
-             Case{head + "88090a0019a7000210" + end, EsmcVerdict::BadSubtype, 0, true},
-             Case{head + "88090a0019a70001100000000200040400000000", EsmcVerdict::BadTlvType, 0, true},
-             Case{head + "88090a0019a70001100000000100050400000000", EsmcVerdict::BadTlvLength, 0, true}}) {
-        for (const bool tag : {false, true}) {
-            if (tag && !c.hasTaggedForm) continue;
-            const std::string hex = tag ? tagged(c.hex) : c.hex;
-            SCOPED_TRACE(hex);
-            const EsmcReading reading = readEsmc(bench::bytesOf(hex));
-            EXPECT_EQ(reading.verdict, c.verdict);
-            EXPECT_EQ(reading.code, c.code);
-
-            SlowpiBench b;
-            b.toQlSend();
-            b.pduMissing();
-            EXPECT_EQ(b.takeTold(), (std::vector<Told>{missing(1), level(255)}));
-            b.frame(hex);
-            EXPECT_EQ(b.state().nmbOfRejectedFrames, 1u);
-            EXPECT_EQ(b.state().slowpiState, IF_QL_SEND);
-            EXPECT_TRUE(b.state().pduMissing.timer.runs());
-            EXPECT_EQ(b.takeTold(), (std::vector<Told>{missing(0)}));
-            b.frame(INFO_4);                           // the next good one is taken
-            EXPECT_EQ(b.takeTold(), (std::vector<Told>{level(4)}));
-        }
-    }
 }
 
 /// The frame is as long as its signal, whatever the length field says; a signal without one isn't a frame.
@@ -195,24 +91,22 @@ TEST(SlowpiTimers, AnExpiryInTheQueueBeginsTheRunThatAFrameStarted)
 {
     SlowpiBench b;
     b.toQlSend();
-    const std::function<void()> busy = [] {
+    b.in([] {
         ose::delay(5210);                              // both timers expire into the queue meanwhile
         const std::vector<u8> bytes = bench::bytesOf(INFO_4);
-        Signal* sig = ose::alloc(static_cast<u32>(sizeof(SlowpiFrame) + bytes.size()),
-                                 SLOWPI_RECEIVE_FRAME_IND);
-        reinterpret_cast<SlowpiFrame*>(sig)->length = static_cast<u32>(bytes.size());
+        const u32 size = static_cast<u32>(bytes.size());
+        Signal* sig = ose::alloc(static_cast<u32>(sizeof(SlowpiFrame)) + size, SLOWPI_RECEIVE_FRAME_IND);
+        reinterpret_cast<SlowpiFrame*>(sig)->length = size;
         std::memcpy(reinterpret_cast<u8*>(sig) + sizeof(SlowpiFrame), bytes.data(), bytes.size());
         KvdLoz6TuSlowpi_dispatch(sig);
         ose::free_buf(&sig);
-        EXPECT_EQ(slowpi::state().pduMissing.timer.stale, 1u);
-    };
-    b.in(busy);
+    });
     b.runFor_ms(5210);
     EXPECT_EQ(b.takeTold(), (std::vector<Told>{level(4)}));
     EXPECT_EQ(b.state().pduMissingAlarmRaised, 0u);
     EXPECT_TRUE(b.state().pduMissing.timer.runs());
     b.runFor_ms(5200);
-    EXPECT_EQ(b.takeTold(), (std::vector<Told>{missing(1), level(255)}));
+    EXPECT_EQ(b.takeTold(), (std::vector<Told>{{"KVD_TUIIF_PDU_MISSING_IND", {5, 7, 1}}, level(255)}));
 }
 
 TEST(SlowpiTimers, TheSameTwoBuffersForGoodAndNoStrangers)
@@ -247,6 +141,77 @@ TEST(SlowpiTimers, NoFreeTimerIsTracedAndTheNextStartTriesAgain)
     EXPECT_FALSE(b.state().pduMissing.timer.runs());
     b.frame(INFO_4);
     EXPECT_TRUE(b.state().pduMissing.timer.runs());
+}
+
+// ---- a whole unit -----------------------------------------------------------------------------
+
+struct EsmcUnit : bench::Unit {
+    sim::EsmcPeer a{node, {.port = 0, .ssm = 2}};
+
+    explicit EsmcUnit(const std::function<void(sim::SlowpiServer&)>& script = {}) : bench::Unit(config())
+    {
+        if (script) script(slowpi());
+        node.powerOn();
+        run(8);
+    }
+    static sim::NodeConfig config()
+    {
+        sim::NodeConfig c;
+        c.mainProcessor.selectionQlMode = 1;
+        c.mainProcessor.references = {{.name = "a", .refType = ETHA_REF, .froId = 21, .froClassNo = 7}};
+        return c;
+    }
+    sim::SlowpiServer& slowpi() { return node.slowpi(); }
+    sim::MainProcessor& mp() { return node.mainProcessor(); }
+    u32 state() { return now().slowpiState; }
+    slowpi::State now() { return node.inProgram([] { return slowpi::state(); }); }
+};
+
+TEST(EsmcUnit, WaitsForAServiceThatRefusesUntilItsNextServer)
+{
+    struct Case { const char* what; std::function<void(sim::SlowpiServer&)> script; u32 state; };
+    for (const Case& c : std::vector<Case>{
+             {"suspended", [](auto& s) { s.setAnswer(sim::Answer::Suspend); }, IF_DOWN},
+             {"rejected", [](auto& s) { s.setAnswer(sim::Answer::Reject); }, IF_DOWN},
+             {"of an older version", [](auto& s) { s.highestPv = 0; }, IF_DOWN},
+             {"silent", [](auto& s) { s.setAnswer(sim::Answer::Silent); }, IF_INITIATING},
+             {"not there yet", [](auto& s) { s.die(); }, IF_INITIATING}}) {
+        SCOPED_TRACE(c.what);
+        EsmcUnit unit{c.script};
+        EXPECT_EQ(unit.state(), c.state);
+        EXPECT_EQ(unit.a.received(), 0u);
+        unit.slowpi().setAnswer(sim::Answer::Accept);
+        unit.slowpi().highestPv = 1;
+        unit.run(5);
+        EXPECT_EQ(unit.state(), c.state);              // nobody asks again by himself
+        unit.slowpi().die();
+        unit.run(1);
+        unit.slowpi().start();
+        unit.run(3);
+        EXPECT_EQ(unit.state(), IF_QL_RECEIVED);
+        EXPECT_EQ(unit.slowpi().connections(), 1u);
+    }
+}
+
+/// Both buffers idle, armed, or with the service away: none is a leak, and the next load begins anew.
+TEST(EsmcUnit, RestartsLeaveNothingBehind)
+{
+    EsmcUnit unit;
+    unit.node.restartWarm();
+    unit.run(8);
+    EXPECT_EQ(unit.state(), IF_QL_RECEIVED);
+    EXPECT_EQ(unit.slowpi().connections(), 2u);
+    unit.mp().superviseByName("a", false);
+    unit.run(1);
+    EXPECT_FALSE(unit.now().heartBeat.timer.runs());
+    unit.node.restartWarm();
+    unit.slowpi().die();
+    unit.run(8);
+    EXPECT_EQ(unit.state(), IF_INITIATING);
+    unit.node.restartCold();
+    unit.slowpi().start();
+    unit.run(8);
+    EXPECT_EQ(unit.state(), IF_QL_RECEIVED);
 }
 
 }  // namespace

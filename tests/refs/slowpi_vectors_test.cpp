@@ -29,23 +29,12 @@ std::vector<std::string> requestsOf(const json& list)
     return requests;
 }
 
-struct Timers {
-    TimerRef heartBeat, pduMissing;
-};
+struct Timers { TimerRef heartBeat, pduMissing; };
 Timers timersOf(SlowpiBench& b) { return {b.state().heartBeat.timer.ref, b.state().pduMissing.timer.ref}; }
 
 void expectState(SlowpiBench& b, const Value& out, const Timers& before)
 {
     const slowpi::State s = b.state();
-    EXPECT_EQ(s.slowpiState, out["slowpiState"].get<u32>());
-    EXPECT_EQ(s.SSM, out["SSM"].get<u32>());
-    EXPECT_EQ(s.previousSSM, out["previousSSM"].get<u32>());
-    EXPECT_EQ(s.nmbOfEventMessages, out["nmbOfEventMessages"].get<u32>());
-    EXPECT_EQ(s.tcuDetected, out["tcuDetected"].get<u32>());
-    EXPECT_EQ(s.pduMissingAlarmRaised, out["pduMissingAlarmRaised"].get<u32>());
-    EXPECT_EQ(s.supervisionState, out["supervisionState"].get<u32>());
-    EXPECT_EQ(s.selectionProcessMode, out["selectionProcessMode"].get<u32>());
-    EXPECT_EQ(out["macAddress"], bench::hexOf(s.frame.data() + 6, 6));
     std::vector<std::string> running, restarted;
     const auto note = [&](const char* name, const slowpi::BufferTimer& t, TimerRef refBefore) {
         if (t.timer.runs()) running.push_back(name);
@@ -53,12 +42,14 @@ void expectState(SlowpiBench& b, const Value& out, const Timers& before)
     };
     note("HEART_BEAT", s.heartBeat, before.heartBeat);
     note("PDU_MISSING", s.pduMissing, before.pduMissing);
-    EXPECT_EQ(running, out["timers"].get<std::vector<std::string>>());
-    EXPECT_EQ(restarted, out["restarted"].get<std::vector<std::string>>());
+    vectors::expectAll({{"slowpiState", s.slowpiState}, {"SSM", s.SSM}, {"previousSSM", s.previousSSM},
+                        {"nmbOfEventMessages", s.nmbOfEventMessages}, {"tcuDetected", s.tcuDetected},
+                        {"pduMissingAlarmRaised", s.pduMissingAlarmRaised},
+                        {"supervisionState", s.supervisionState}, {"timers", running},
+                        {"restarted", restarted}, {"selectionProcessMode", s.selectionProcessMode},
+                        {"macAddress", bench::hexOf(s.frame.data() + 6, 6)}}, out);
     EXPECT_EQ(b.takeTold(), signalsOf(out["signals"].read()));
-    if (out.contains("requests")) {
-        EXPECT_EQ(b.takeRequests(), requestsOf(out["requests"].read()));
-    }
+    if (out.contains("requests")) { EXPECT_EQ(b.takeRequests(), requestsOf(out["requests"].read())); }
 }
 
 /// What the traces of one frame say.
@@ -68,12 +59,8 @@ void expectVerdict(SlowpiBench& b, const json& verdict, u32 rejectedBefore)
     const bool unused = verdict.value("reason", "") == "Do not use ESMC frame";
     const bool rejected = !verdict.contains("ok") && !unused;
     EXPECT_EQ(b.state().nmbOfRejectedFrames - rejectedBefore, rejected ? 1u : 0u);
-    if (verdict.contains("reason")) {
-        EXPECT_EQ(b.traces(verdict["reason"]), 1u) << verdict["reason"];
-    }
-    if (verdict.contains("trace")) {
-        EXPECT_EQ(b.traces(verdict["trace"]), 1u) << verdict["trace"];
-    }
+    if (verdict.contains("reason")) { EXPECT_EQ(b.traces(verdict["reason"]), 1u) << verdict["reason"]; }
+    if (verdict.contains("trace")) { EXPECT_EQ(b.traces(verdict["trace"]), 1u) << verdict["trace"]; }
     if (!verdict.contains("code") || verdict.value("beyond", 0) == 1) return;
     EXPECT_EQ(b.traces("code=" + std::to_string(verdict["code"].get<u32>()) + ", "), 1u);
 }
@@ -89,7 +76,7 @@ void step(SlowpiBench& b, const Value& s)
     else if (ev == "SUS") b.sus();
     else if (ev == "REJ") b.rej();
     else if (ev == "SUP")
-        b.supervise(s["on"].get<u32>(), s["type"].get<u32>(), s["froId"].get<u32>(), s["mac"].get<std::string>());
+        b.supervise(s["on"], s["type"], s["froId"], s["mac"].get<std::string>());
     else if (ev == "SUBSCRIBE_RSP") b.subscribeRsp(s["result"].get<u32>());
     else if (ev == "UNSUBSCRIBE_RSP") b.unsubscribeRsp(s["result"].get<u32>());
     else if (ev == "MODE") b.mode(s["mode"].get<u32>());
@@ -143,7 +130,7 @@ void replayVerdict(const Value& v)
 
 void replayTemplate(const Value& v)
 {
-    EXPECT_EQ(v["out"]["hex"], bench::hexOf(slowpi::ownFrame().data(), v["out"]["length"].get<std::size_t>()));
+    EXPECT_EQ(v["out"]["hex"], bench::hexOf(slowpi::ownFrame().data(), v["out"]["length"]));
 }
 
 TEST(SlowpiVectors, TheModelAgrees)

@@ -8,12 +8,24 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 namespace bench {
 
 inline void failOnMisuse(ose::World& world)
 {
     world.onMisuse([](const ose::Misuse& misuse) { ADD_FAILURE() << "kernel misuse: " << misuse.text(); });
+}
+
+/// "2 Loss of signal" for each status of that number that the main processor was told.
+template <typename Layout, typename Status>
+std::vector<std::string> statusTexts(sim::MainProcessor& mp, SIGSELECT sigNo, Status Layout::*status)
+{
+    std::vector<std::string> texts;
+    for (const sim::MpRecord& record : mp.all(sigNo))
+        if (const auto ind = record.as<Layout>())
+            texts.push_back(std::to_string((*ind).*status) + " " + ind->text);
+    return texts;
 }
 
 /// A unit that isn't powered yet, in a node or in one whose hardware a test plays in part.
