@@ -124,7 +124,6 @@ void Recorder::sample()
     if (runs) {
         s.regState = unit_.node().inProgram([] { return KvdLoz6TuReg_regState(); });
         s.estimate = readEstimate(unit_);
-        doubt_.take(s.t, unit_.node().inProgram(readDoubt), s.estimate);
         sampleHeard();
         sampleGps();
         samplePorts();

@@ -2,7 +2,6 @@
 // the product's state and changes none of it.
 #pragma once
 #include "app/checks.h"
-#include "app/estimate_doubt.h"
 #include "app/progress.h"
 #include "app/recording.h"
 #include "sim/scenario/scenario.h"
@@ -82,7 +81,6 @@ private:
     double heardR_ = 0;                                 // s^2, of the selected reference
     u32 heardNtp_ = 0, heardLoop_ = 0;
     std::array<u32, 8> heardPackets_{};
-    EstimateDoubt doubt_;
     bool pdvHigh_ = false;
     u32 pdvSamples_ = 0;                                // in a row that differ from what was told
     u32 shaken_ = 0;

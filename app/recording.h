@@ -133,8 +133,8 @@ struct LoopValues {
 constexpr double SIGMAS = 3.0;    // deviations of a band, as the unit grades its estimate
 
 /// What the unit itself takes its clock for, each with one deviation from the filter's own covariance and
-/// carried on to the moment; NaN where it has no estimate. A band is three of them and what the filter can't
-/// know.
+/// carried on to the moment; NaN where it has no estimate. A band is three of them each way, with the oscillator's
+/// short-term noise and the counter's steps, which the filter's model hasn't.
 struct Estimate {
     double time_ns = std::numeric_limits<double>::quiet_NaN();   // counter against the time that it knows
     double timeDeviation_ns = std::numeric_limits<double>::quiet_NaN();

@@ -257,6 +257,9 @@ const char* ptpMessageWord(u32 type)
 
 Estimate readEstimate(sim::Unit& unit)
 {
+    // What the filter's model hasn't: ovens' Allan deviation at 1 s, as data sheets have it at most, and the latch
+    // of an edge in steps of the counter, 1/122.88 MHz, even over one.
+    constexpr double SHORT_TERM_ppb = 0.01, LATCH_ns = 8.138 / 3.4641;
     const double counter_s = unit.node().board().counterTime_s();
     return unit.node().inProgram([counter_s] {
         Estimate e;
@@ -272,6 +275,7 @@ Estimate readEstimate(sim::Unit& unit)
         const auto P = [&v](u32 row, u32 column) { return v.P_est[row * 6 + column]; };
         e.freq_ppb = freq * PPB;
         e.freqDeviation_ppb = std::sqrt(std::max(0.0, P(1, 1))) * PPB;
+        e.freqBand_ppb = SIGMAS * std::hypot(e.freqDeviation_ppb, SHORT_TERM_ppb);
         if (!KvdLoz6TuReg_knowsTime() || KvdLoz6TuReg_t_ix() < 2) return e;
         // A coarse offset may be a date's seconds: ns are added to what is left of it within a turn.
         const TimePair delta0 = KvdLoz6TuReg_getOffset();
@@ -279,6 +283,7 @@ Estimate readEstimate(sim::Unit& unit)
         e.time_ns = std::remainder(offset_s + (v.x_est[0] + freq * age_s), COUNTER_PERIOD) * NS;
         e.timeDeviation_ns =
             std::sqrt(std::max(0.0, P(0, 0) + 2 * age_s * P(0, 1) + age_s * age_s * P(1, 1))) * NS;
+        e.timeBand_ns = SIGMAS * std::hypot(e.timeDeviation_ns, LATCH_ns);
         return e;
     });
 }

@@ -246,8 +246,6 @@ PacketPdv KvdLoz6TuReg_packetPdv(u32 froId)
             packet::timePdvLimit(*row)};
 }
 
-double KvdLoz6TuReg_packetCompensation() { return s->filter.compensation; }
-
 void KvdLoz6TuReg_packetPrintInfo()
 {
     const packet::TimeFilter& f = s->filter;

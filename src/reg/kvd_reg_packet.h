@@ -57,8 +57,6 @@ u32  KvdLoz6TuReg_pdvThresholdText(char* text, u32 room);
 /// stands for both directions.
 struct PacketPdv { double down = 0, up = 0, limit = 0; };
 PacketPdv KvdLoz6TuReg_packetPdv(u32 froId);
-/// What a packet time measurement was last corrected by for unequal variation of the two directions, s.
-double KvdLoz6TuReg_packetCompensation();
 
 /// Supervision of frequency and delay variation of the selected reference: its record begins anew;
 /// one phase, s, with the measurements in an interval and in the window of its minimum.

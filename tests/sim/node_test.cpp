@@ -132,7 +132,7 @@ struct PpsUnit : bench::Unit {
     sim::LineSource pps{world, {}, sim::PPS_RATE_Hz, 1, "pps"};
     sim::MainProcessor& mp = node.mainProcessor();
 
-    PpsUnit() : Unit(withPps())
+    PpsUnit() : bench::Unit(withPps())
     {
         node.board().connect(sim::ReferenceInput::Pps, &pps);
         node.powerOn();
