@@ -12,6 +12,7 @@
 #include "sig/hwif_sig.h"
 #include "sig/ref_types.h"
 #include "sig/tuiif_sig.h"
+#include "store/kvd_mgr_mem.h"
 #include "tests/support/idle_node.h"
 #include "tests/support/unit_bench.h"
 
@@ -110,6 +111,12 @@ TEST(GpsOut, AlignsOnTheSecondPulseAfterTheTimeIsKnownAndAnewAfterADrop)
         unit.pulse();
         EXPECT_EQ(unit.state(), 6u);
         EXPECT_EQ(unit.look().pp1sAligned, 1u);
+        unit.pulse();
+        const u64 before = unit.look().gpsTime;
+        unit.call([] { KvdLoz6TuReg_setOffset(0.0, 3.0); });
+        unit.pulse();
+        EXPECT_EQ(unit.look().gpsTime, before + 1 - 3);
+        unit.call([] { KvdLoz6TuReg_setOffset(0.0, 0.0); });
         unit.regulator(FREQDRIFTING);
         EXPECT_EQ(unit.state(), 3u);
         EXPECT_EQ(unit.look().pp1sAligned, 0u);
@@ -117,6 +124,27 @@ TEST(GpsOut, AlignsOnTheSecondPulseAfterTheTimeIsKnownAndAnewAfterADrop)
         unit.pulse();                         // dropped: no time, but its clock state is told
         ASSERT_EQ(unit.heard.size(), 1u);
         EXPECT_EQ(unit.heard[0].text.substr(0, 12), "$PNVX,GPout,");
+    }
+}
+
+TEST(GpsOut, TimeOfItsCounterGoesOnOverThePeriod)
+{
+    OutUnit unit;
+    double period = 0, first = 0, time = 0;
+    unit.in([&] {
+        HALI_init();
+        KvdLoz6TuMem_initiate();
+        KvdLoz6TuMem_allocate(MEM_GPS_OUT, 0);
+        while (Signal* sig = ose::receive_w_tmo(1, ose::ANY_SIGNAL)) {
+            KvdLoz6TuMem_dispatch(sig);
+            ose::free_buf(&sig);
+        }
+        EXPECT_EQ(tuHwIf_readGpsOutTime(period, first), 0);
+    });
+    for (u32 n = 1; n <= 5; ++n) {            // a wrap between the second and the third
+        unit.ms(400'000);
+        unit.in([&] { EXPECT_EQ(tuHwIf_readGpsOutTime(period, time), 0); });
+        EXPECT_NEAR(time - first, 400.0 * n, 0.1) << n;
     }
 }
 

@@ -280,6 +280,11 @@ TEST(GpsUnitSupervision, ATimerThatDoesntStartLeavesItWaiting)
     EXPECT_EQ(unit.traces("Timer supervisionTimer didn't start properly."), 1u);
     unit.talk(2'000, 1000);
     EXPECT_EQ(unit.unitState(), 1u);
+    unit.supervise(GPS_REF, false);
+    EXPECT_EQ(unit.unitState(), 0u);
+    std::string print;
+    unit.node.shell().run("kvdinfo tugps", print);
+    EXPECT_NE(print.find("numberOfNmeaMsgs       : 0\n"), std::string::npos) << print;
 }
 
 // ---- the line ---------------------------------------------------------------------------------

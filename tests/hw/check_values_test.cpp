@@ -607,7 +607,7 @@ json gpsOutOffset(Board& b, const Value& in, const Value&)
 json isrEnable(Board& b, const Value& in, const Value&)
 {
     const u32 mask = u(in["mask"]);
-    return changes(b, 10, {{"enabled", [=] { tuHwIf_enableIsr(mask); }},
+    return changes(b, 10, {{"enabled", [=] { EXPECT_EQ(tuHwIf_enableIsr(mask), 0); }},
                            {"disabled", [=] { tuHwIf_disableIsr(mask); }}});
 }
 json isrPending(Board& b, const Value&, const Value&)

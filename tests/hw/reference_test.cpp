@@ -114,6 +114,7 @@ TEST(InterruptProcess, HandsThePendingWordToTheManagerAndClosesTheLine)
         bench.raise(c.vector);
         EXPECT_EQ(bench.sent, c.sent);
         EXPECT_EQ(bench.bus.lines.back(), (std::pair<char, u32>{'d', c.vector}));
+        EXPECT_EQ(bench.bus.countOf("from TarsoAdi"), 0u);
     }
 }
 

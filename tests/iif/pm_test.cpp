@@ -60,10 +60,10 @@ TEST(Agent, ThatTakesNothingLosesNothingOfThePeriod)
     for (u32 n = 2; n < 6; ++n) b.push(n);
     EXPECT_EQ(b.agent().records().size(), 5u);
     EXPECT_FALSE(b.traced("Unable to allocate memory for pmDataStruct_p"));
-    b.until(100);
     b.push(6);
     EXPECT_EQ(b.agent().records().size(), 5u);
     EXPECT_EQ(b.traces("Unable to allocate memory for pmDataStruct_p"), 1u);
+    b.until(100);
     b.agent().die();                       // takes with it what it hasn't confirmed
     b.agent().confirms = true;
     b.agent().start();

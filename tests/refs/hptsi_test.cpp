@@ -289,6 +289,10 @@ TEST(HptsiMeasurement, DelaysNoiseAndZero)
     bench.in([] { hptsi::setCompensationDelay(60'000); });
     bench.second();
     EXPECT_NEAR(bench.meas().measRefData.z, -60.027931e-6, 1e-7);
+    const double m = bench.meas().m[Z_HPTSI_REF];
+    bench.in([] { hptsi::setCompensationDelay(60'000); });
+    EXPECT_EQ(bench.meas().m[Z_HPTSI_REF], m) << "no step";
+    EXPECT_GT(m, 0.0);
     bench.put([](State& s) { s.hptsiState = OPERATIONAL; });
     bench.second(5.0);                                  // no time: within the second
     EXPECT_NEAR(bench.meas().measRefData.z, -60e-6, 1e-6);

@@ -40,6 +40,9 @@ TEST(IdlLink, OnASlaveIsSelectedAndHasAMinuteOfHoldover)
     unit.ms(1);
     unit.node.shell().run("kvdinfo turef", print);
     EXPECT_NE(print.find("SLAVE_HO_TIMER  EXPIRED"), std::string::npos);
+    unit.supervise(IDL1_REF, false);
+    unit.node.shell().run("kvdinfo tureg", print);
+    EXPECT_NE(print.find("portSupervised       : 0, 0"), std::string::npos) << print;
 }
 
 TEST(IdlLink, OnPort2LivesOnDelayAnswersOfTheMaster)
