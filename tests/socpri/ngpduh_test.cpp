@@ -93,7 +93,7 @@ TEST(NgPduhTime, TheOffsetGoesByTheClockState)
 TEST(NgPduhTime, WhatIsNotValidIsNotToldAndTheRoundsGoOn)
 {
     ProcessBench b{1, true};
-    b.timeData(KVD_TUIIF_RNT_TIME_LOCKED, 0);
+    for (int i = 0; i < 2; ++i) b.timeData(KVD_TUIIF_RNT_TIME_LOCKED, 0);    // an error once
     EXPECT_EQ(b.group().received(KVD_NGPDUHIF_TIME_DATA_IND), 0u);
     EXPECT_EQ(b.unit.node.traces().count(
                   {"Cannot read INCI time data or server is not available: timedataValid= 0.", "", 1}),
