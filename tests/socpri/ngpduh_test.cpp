@@ -78,6 +78,7 @@ TEST(NgPduhTime, TheOffsetGoesByTheClockState)
         ProcessBench b{1, true};
         b.unit.in([&c] { KvdLoz6TuReg_setOffset(c.delta0_c, c.delta0_f); });
         b.timeData(c.clockState);
+        EXPECT_EQ(b.unit.traces("Cannot read INCI time data"), 0u);
         const KvdNgpduhifTimeDataInd& ind = b.group().lastTime();
         EXPECT_EQ(ind.sigNo, KVD_NGPDUHIF_TIME_DATA_IND);
         EXPECT_EQ(ind.eSfc, 7u);
