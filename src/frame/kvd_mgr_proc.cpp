@@ -58,12 +58,11 @@ constexpr Dispatch DISPATCH_CHAIN[] = {
     KvdLoz6TuSoCpri_dispatch,
 };
 
-/// Buffers that their component allocates once and arms again as its own timer's signal; it may have done so by
-/// now. A buffer of the same number that came from elsewhere, or of a former run, isn't one of them.
-void release(SIGSELECT sigNo, Signal* sig)
+/// All but the buffers that their component allocates once and arms again as its own timer's signal: it may have
+/// done so by now.
+void release(Signal* sig)
 {
-    const bool rearmed = sigNo == KVD_SLOWPI_HEART_BEAT_IND || sigNo == KVD_SLOWPI_PDU_MISSING_IND;
-    if (!rearmed || KvdLoz6TuSlowpi_owns(sig) == 0) ose::free_buf(&sig);
+    if (KvdLoz6TuSlowpi_owns(sig) == 0) ose::free_buf(&sig);
 }
 
 const char* senderName(Signal* sig)
@@ -74,7 +73,6 @@ const char* senderName(Signal* sig)
 
 void offerAlongChain(Signal* sig)
 {
-    const SIGSELECT sigNo = sig->sigNo;
     int handled = 0;
     int last = 0;
     for (const Dispatch dispatch : DISPATCH_CHAIN) {
@@ -87,15 +85,14 @@ void offerAlongChain(Signal* sig)
         ose::free_buf(&sig);
         return;
     }
-    release(sigNo, sig);
+    release(sig);
 }
 
 /// A halted unit tells each new main processor that it has failed, and does nothing else.
 void offerToConnection(Signal* sig)
 {
-    const SIGSELECT sigNo = sig->sigNo;
     KvdLoz6TuIifAdm_dispatch(sig);
-    release(sigNo, sig);
+    release(sig);
 }
 
 void serve()
@@ -116,4 +113,4 @@ void KvdLoz6TuMgr_proc()
     for (;;) serve();
 }
 
-void KvdLoz6TuMgr_release(Signal* sig) { release(sig->sigNo, sig); }
+void KvdLoz6TuMgr_release(Signal* sig) { release(sig); }

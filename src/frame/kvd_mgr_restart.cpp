@@ -30,9 +30,8 @@ constexpr u32 LAST_COLD_RESTART_TYPE = 2;        // above it the hardware was le
 
 struct State {
     u8 hwDiagResult = 0;       // 0 passed or not requested, 1 no answer, 2 failed
-    u32 hwInitResult = 0;      // 0 good, 1 EEPROM, 2 multiplicator, 3 board type, 4 base address
     u32 coldRestart = 0;
-    u32 hardwareStarted = 0;
+    bool hardwareStarted = false;
 };
 ose::ModuleData<State> s;
 
@@ -82,18 +81,15 @@ void startRegulator(u32 isFirstStart, u8 timeMode, u8 masterSlaveMode)
 
 void KvdLoz6TuMgr_startHardware(u32 idlMode, u32 restart)
 {
-    if (s->hardwareStarted != 0) return;
-    s->hardwareStarted = 1;
-    if (idlMode == HW_IDL_MODE_NOT_AVAILABLE) {
-        s->hwInitResult = static_cast<u32>(tuHwIf_initiate(s->coldRestart, 0));
-        tuHwif_startIntProc();
+    if (s->hardwareStarted) return;
+    s->hardwareStarted = true;
+    const bool isIdl = idlMode != HW_IDL_MODE_NOT_AVAILABLE;
+    if (isIdl) s->coldRestart = restart;
+    const int hwInitResult = tuHwIf_initiate(s->coldRestart, isIdl ? 1 : 0);
+    if (!isIdl || KvdLoz6TuMgr_isMaster()) tuHwif_startIntProc();
+    if (!isIdl)
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "biraiif idlMode: KVD_BIRAIIF_IDL_MODE_NOT_AVAILABLE");
-    } else {
-        s->coldRestart = restart;
-        s->hwInitResult = static_cast<u32>(tuHwIf_initiate(s->coldRestart, 1));
-        if (KvdLoz6TuMgr_isMaster()) tuHwif_startIntProc();
-    }
-    s->hwDiagResult = KvdLoz6HwDiag_startUp(KvdUnit_life().restartType, s->hwInitResult);
+    s->hwDiagResult = KvdLoz6HwDiag_startUp(KvdUnit_life().restartType, static_cast<u32>(hwInitResult));
 }
 
 void KvdLoz6TuMgr_restartComponents(u32 isFirstStart, u8 timeMode, u8 masterSlaveMode, u8 outEmuMode)
@@ -112,6 +108,7 @@ void KvdLoz6TuMgr_restartComponents(u32 isFirstStart, u8 timeMode, u8 masterSlav
         }
         takeRestartType();
         traceBanner();
+        KvdLoz6TuMgr_repeatFsyncSetting();
         startOutput(outEmuMode);
         KvdLoz6TuIpSyncTsiAdm_initiate();
     }

@@ -23,6 +23,14 @@ namespace {
 
 constexpr u32 RED_LED_ON = 1, RED_LED_OFF = 2;
 
+void switchRedLed(u32 order, const char* name)
+{
+    const int result = node::platform().visualIndication(order);
+    if (result != 0)
+        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "Switch %s red LED failed. TarsoVii_visualIndRequest returned =%u",
+                  name, static_cast<u32>(result));
+}
+
 void onBoardFailure(const KvdTuiifBoardFailureRecoveryInd* ind)
 {
     if (ind == nullptr) return;
@@ -37,17 +45,16 @@ enum class SyncInfo : u8 { All = 1, PdvHistory = 2, ReferenceSwitches = 3, Grand
 
 constexpr u32 SYNCINFO_TEXT_OFFSET = 8;
 constexpr u32 SYNCINFO_OVERHEAD = 12;      // what the signal is larger than its terminated text
-constexpr u32 SYNCINFO_TEXT_MAX = ose::SIGNAL_SIZE_MAX - SYNCINFO_OVERHEAD - 1;
+constexpr u32 SYNCINFO_ROOM = ose::SIGNAL_SIZE_MAX - SYNCINFO_OVERHEAD;    // of the terminated text
 
-using Printer = u32 (*)(char* text, u32 room);
+using Printer = u32 (*)(char* text, u32 room);   // the text's length, less than room
 
 void append(std::string& text, Printer printer)
 {
     const std::size_t before = text.size();
-    text.resize(SYNCINFO_TEXT_MAX + 1);
+    text.resize(SYNCINFO_ROOM);
     const u32 room = static_cast<u32>(text.size() - before);
-    const u32 length = printer(text.data() + before, room);
-    text.resize(before + std::min(length, room - 1));
+    text.resize(before + printer(text.data() + before, room));
 }
 
 std::string syncInfoText(u8 option)
@@ -58,7 +65,7 @@ std::string syncInfoText(u8 option)
         append(text, KvdLoz6TuReg_pdvHistoryText);
         append(text, KvdLoz6TuReg_referenceSwitchesText);
         append(text, TuPktsync_grandmasterHistoryText);
-        text.resize(std::min<std::size_t>(text.size(), SYNCINFO_TEXT_MAX - 2));
+        text.resize(std::min<std::size_t>(text.size(), SYNCINFO_ROOM - sizeof "\n\n"));
         text += "\n\n";
         break;
     case SyncInfo::PdvHistory:        append(text, KvdLoz6TuReg_pdvHistoryText);         break;
@@ -139,19 +146,11 @@ int KvdLoz6TuMgr_dispatchSecondGroup(Signal* sig)
 void KvdLoz6TuMgr_raiseAlarm()
 {
     KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "LOZ6 HW fault alarm raised (red LED on)");
-    const int result = node::platform().visualIndication(RED_LED_ON);
-    if (result != 0)
-        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR,
-                  "Switch on red LED failed. TarsoVii_visualIndRequest returned =%u",
-                  static_cast<u32>(result));
+    switchRedLed(RED_LED_ON, "on");
 }
 
 void KvdLoz6TuMgr_ceaseAlarm()
 {
     KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "LOZ6 HW fault alarm ceased (red LED off)");
-    const int result = node::platform().visualIndication(RED_LED_OFF);
-    if (result != 0)
-        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR,
-                  "Switch off red LED failed. TarsoVii_visualIndRequest returned =%u",
-                  static_cast<u32>(result));
+    switchRedLed(RED_LED_OFF, "off");
 }

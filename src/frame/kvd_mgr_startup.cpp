@@ -70,7 +70,9 @@ int splitWords(const std::string& content, StoredCommand& command)
     return 1;
 }
 
-void repeatFsyncSetting()
+}  // namespace
+
+void KvdLoz6TuMgr_repeatFsyncSetting()
 {
     std::string content;
     if (node::platform().fileRead(FSYNC_SETTING, content) != 0) return;
@@ -86,14 +88,6 @@ void repeatFsyncSetting()
     else
         node::platform().fileRemove(FSYNC_SETTING);
 }
-
-void repeatTestSettings()
-{
-    repeatFsyncSetting();
-    KvdLoz6TuReg_genPdvAutomatic();
-}
-
-}  // namespace
 
 void KvdLoz6TuMgr_startUp()
 {
@@ -111,5 +105,6 @@ void KvdLoz6TuMgr_startUp()
     KvdLoz6TuIifAdm_setSocpriMarker(node::platform().fileExists(SOCPRI_MARKER) != 0 ? 1 : 0);
     KvdLoz6TuIifAdm_initiate();
     KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "KVDLOZ6 - QMT5583016: STARTED");
-    repeatTestSettings();
+    KvdLoz6TuMgr_repeatFsyncSetting();
+    KvdLoz6TuReg_genPdvAutomatic();
 }

@@ -4,6 +4,8 @@
 #include "node/trace.h"
 #include "sig/reg_sig.h"
 
+#include <algorithm>
+
 namespace {
 
 using tuiif::isMaster;
@@ -138,7 +140,7 @@ void followThresholds(u8 shown)
     for (const ThresholdRow& row : THRESHOLDS) {
         tuiif::HoldoverThreshold& threshold = state().threshold[row.holdoverClass];
         const bool wanted = threshold.minutes != 0 && shown == row.clock;
-        const u32 minutes = threshold.minutes < MINUTES_MAX ? threshold.minutes : MINUTES_MAX;
+        const u32 minutes = std::min(threshold.minutes, MINUTES_MAX);
         if (!wanted)
             KvdTimer_cancel(threshold.timer);
         else if (!KvdTimer_start(threshold.timer, minutes * MS_PER_MINUTE, row.sigNo))

@@ -4,6 +4,7 @@
 #include "mp/kvd_iifadm_state.h"
 #include "unit/kvd_unit_link.h"
 
+#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -223,7 +224,7 @@ void KvdLoz6TuIifAdm_sendSocpriLinkStatusFwd(u32 id, u8 portNo, u8 linkStatus,
         sig.id = id;
         sig.portNo = portNo;
         sig.linkStatus = linkStatus;
-        std::strncpy(sig.huntPathPrefix, huntPathPrefix, sizeof sig.huntPathPrefix - 1);
+        std::snprintf(sig.huntPathPrefix, sizeof sig.huntPathPrefix, "%s", huntPathPrefix);
         sig.subsumedId = subsumedId;
         sig.valid = valid;
     });

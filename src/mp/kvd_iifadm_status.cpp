@@ -4,6 +4,7 @@
 #include "node/trace.h"
 #include "unit/kvd_unit_process.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -28,8 +29,8 @@ bool takeStatus(tuiif::StatusRecord& record, u8 status, const char* text)
     tuiif::StatusRecord wanted;
     wanted.status = status;
     copyText(wanted.text, text);
-    if (!isReady()) return false;
-    if (record.status == wanted.status && std::strcmp(record.text, wanted.text) == 0) return false;
+    const bool isKnown = record.status == wanted.status && std::strcmp(record.text, wanted.text) == 0;
+    if (isKnown || !isReady()) return false;
     record = wanted;
     return true;
 }
@@ -178,8 +179,7 @@ void KvdLoz6TuIifAdm_sendTimeAccuracyChangeInd(u32 timeAccuracy_ns)
 {
     if (state().manualAccuracy != 0 && ose::current_process() == KvdLoz6TuMgr_pid()) return;
     const u32 latest = state().latestSentTimeAccChangeInd;
-    const u32 change =
-        timeAccuracy_ns > latest ? timeAccuracy_ns - latest : latest - timeAccuracy_ns;
+    const u32 change = std::max(timeAccuracy_ns, latest) - std::min(timeAccuracy_ns, latest);
     if (change >= ACCURACY_STEP_ns) sendTimeAccuracy(timeAccuracy_ns);
 }
 void KvdLoz6TuIifAdm_sendTimeAccuracyNow(u32 timeAccuracy_ns) { sendTimeAccuracy(timeAccuracy_ns); }

@@ -52,7 +52,7 @@ bool parse(const char* text, u32& value)
     }
     const char* const end = text + std::strlen(text);
     const auto [stop, error] = std::from_chars(text, end, value, base);
-    return error == std::errc{} && stop == end && stop != text;
+    return error == std::errc{} && stop == end;
 }
 
 struct Field { const char* name; u32 largest; void (*set)(Entry& e, u32 value); };

@@ -502,15 +502,15 @@ u32 TuPktsync_IPSOCKI_client_sendPayload(i32 resource, const PktIpAddress& serve
         return 0;
     }
     const node::IpsockiAddress to{r->addressFamily, server.octets, portOf(r->portKind)};
-    const i32 result = node::TarsoIpsocki_send(s->proxy, r->socketId, r->sendBuffer, r->size, to);
-    if (result < 0) {
+    const bool isSent = node::TarsoIpsocki_send(s->proxy, r->socketId, r->sendBuffer, r->size, to) >= 0;
+    if (!isSent) {
         KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_ERROR,
                   "TuPktsync_IPSOCKI_client: socket error number = %d\n", lastError());
         node::TarsoIpsocki_freeSendBuffer(s->proxy, r->sendBuffer);
     }
     r->sendBuffer = nullptr;
     r->state = SOCKET_READY;
-    return result < 0 ? 0 : 1;
+    return isSent ? 1 : 0;
 }
 
 u32 TuPktsync_IPSOCKI_client_state() { return s->state; }

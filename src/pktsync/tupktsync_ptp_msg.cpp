@@ -32,7 +32,6 @@ void ptpPut(u8* at, const PtpPortIdentity& port)
 PtpHeader ptpHeaderOf(const u8* m)
 {
     PtpHeader h;
-    h.transportSpecific = m[0] >> 4;
     h.messageType = m[0] & 0xF;
     h.versionPTP = m[1] & 0xF;
     h.messageLength = node::be16(m + 2);
@@ -41,7 +40,6 @@ PtpHeader ptpHeaderOf(const u8* m)
     h.correctionField = static_cast<i64>(u64{node::be32(m + 8)} << 32 | node::be32(m + 12));
     h.sourcePortIdentity = ptpPortIdentityOf(m + 20);
     h.sequenceId = node::be16(m + 30);
-    h.controlField = m[32];
     h.logMessageInterval = static_cast<i8>(m[33]);
     return h;
 }
@@ -49,7 +47,7 @@ PtpHeader ptpHeaderOf(const u8* m)
 void ptpPutHeader(u8* m, const PtpHeader& h)
 {
     std::fill_n(m, PTP_HEADER_LENGTH, u8{0});
-    m[0] = static_cast<u8>(h.transportSpecific << 4 | h.messageType);
+    m[0] = h.messageType;
     m[1] = h.versionPTP;
     node::putBe16(m + 2, h.messageLength);
     m[4] = h.domainNumber;

@@ -39,7 +39,6 @@ constexpr u8 PTP_LEAP61 = 0x01, PTP_LEAP59 = 0x02, PTP_UTC_OFFSET_VALID = 0x04, 
              PTP_TIME_TRACEABLE = 0x10, PTP_FREQUENCY_TRACEABLE = 0x20;
 
 struct PtpHeader {
-    u8  transportSpecific = 0;
     u8  messageType = 0;
     u8  versionPTP = 0;
     u16 messageLength = 0;

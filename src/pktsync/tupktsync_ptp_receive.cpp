@@ -127,10 +127,9 @@ void TuPktsync_handle_ptp_message(const u8* message, u32 length, const PtpStamp&
                   length);
         return;
     }
-    const u8 domain = message[4];
-    PtpClock* const c = receiver(domain, server);
-    if (c == nullptr) return traceNoReceiver(domain, server);
     const PtpHeader h = ptpHeaderOf(message);
+    PtpClock* const c = receiver(h.domainNumber, server);
+    if (c == nullptr) return traceNoReceiver(h.domainNumber, server);
     if (h.versionPTP != 2 || h.messageLength < PTP_HEADER_LENGTH) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
                   "Nonconformant PTP frame received; msg_len %u octets", h.messageLength);

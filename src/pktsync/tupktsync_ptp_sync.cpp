@@ -182,10 +182,7 @@ void ptpStartSyncSup(PtpClock& c, bool keepStatus)
     // A byte counts: of a period's messages at the highest rates only so many are expected.
     s.norm_threshold =
         interval > LONG_ms ? u8{3} : static_cast<u8>(std::min<u32>(COUNTED_ms / interval, UINT8_MAX));
-    if (!keepStatus) {
-        s.syncStatus = SYNC_OK;
-        ptpFaults(c, 0, FAULTS_SYNC);
-    }
+    if (!keepStatus) s.syncStatus = SYNC_OK;
     s.msgs_prev_period = static_cast<u8>(std::min<u32>(s.norm_threshold + 1u, UINT8_MAX));
     s.msgs_this_period = 0;
     TuPktsync_timerStart(s.timer, s.timer_interval);

@@ -224,10 +224,10 @@ void renewInTime(UCnegCtrl& u, u32 duration)
 void step(UCnegCtrl& u, u32 duration)
 {
     if (negotiated(u) != nullptr) renewInTime(u, duration);
+    TuPktsync_timerStop(u.reply_timer);
     switch (u.state) {
     case UC_NEG_WAIT_ANNOUNCE_GRANT:
         report(u, UC_AWAIT_ANNOUNCE);
-        TuPktsync_timerStop(u.reply_timer);
         u.state = UC_NEG_WAIT_ANNOUNCE_MSG;
         break;
     case UC_NEG_WAIT_ANNOUNCE_MSG:
@@ -239,7 +239,6 @@ void step(UCnegCtrl& u, u32 duration)
         u.state = UC_NEG_WAIT_DELAYRESP_GRANT;
         break;
     case UC_NEG_WAIT_DELAYRESP_GRANT:
-        TuPktsync_timerStop(u.reply_timer);
         u.state = UC_NEG_READY;
         report(u, UC_READY);
         u.negotiation_retries = 0;

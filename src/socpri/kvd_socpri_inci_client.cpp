@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <string>
 
 namespace {
 
@@ -103,13 +104,8 @@ void dropClient(Client& c)
 Path pathOf(const char (&prefix)[INCI_PATH_SIZE])
 {
     Path path{};
-    u32 at = 0;
-    const auto append = [&](const char* text) {
-        for (; at < INCI_PATH_SIZE - 1 && *text != '\0'; ++text) path[at++] = *text;
-    };
-    append(prefix);
-    append("/");
-    append(INCI_PROCESS);
+    std::string text(prefix, strnlen(prefix, sizeof prefix));
+    text.append("/").append(INCI_PROCESS).copy(path.data(), path.size() - 1);
     return path;
 }
 

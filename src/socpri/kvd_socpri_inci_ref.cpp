@@ -3,11 +3,9 @@
 #include "node/bytes.h"
 
 #include <bit>
-#include <cstdio>
+#include <string>
 
 namespace {
-
-constexpr u32 TEXT_SIZE = 20;
 
 u32 mixed(u32 k) { return std::rotl(k * 0xCC9E2D51u, 15) * 0x1B873593u; }
 
@@ -30,7 +28,7 @@ u32 inciReferenceHash(const void* data, u32 len, u32 seed)
     for (u32 at = 0; at < blocksEnd; at += 4)
         h = std::rotl(h ^ mixed(node::be32(bytes + at)), 13) * 5 + 0xE6546B64u;
     u32 tail = 0;
-    for (u32 at = blocksEnd; at < len; ++at) tail |= u32{bytes[at]} << 8 * (at - blocksEnd);
+    for (u32 at = len; at > blocksEnd; --at) tail = tail << 8 | bytes[at - 1];
     if (blocksEnd != len) h ^= mixed(tail);
     return finalMix(h ^ len);
 }
@@ -39,8 +37,7 @@ InciReference inciNextReference(i32& key, u32 apn, u32 nodeIdentifier)
 {
     const u32 product = static_cast<u32>(key) * apn;
     const i32 hashed = static_cast<i32>(product);
-    char text[TEXT_SIZE];
-    const int length = std::snprintf(text, sizeof text, "%d", hashed);
+    const std::string text = std::to_string(hashed);
     key = static_cast<i32>(product + 1);
-    return {hashed, inciReferenceHash(text, static_cast<u32>(length), nodeIdentifier)};
+    return {hashed, inciReferenceHash(text.data(), static_cast<u32>(text.size()), nodeIdentifier)};
 }

@@ -64,7 +64,7 @@ u32 selectRevision(const InciConnEstablishReq& req)
     const std::span<const u32> held = node::tail<u32>(&req);
     u32 selected = 0;
     for (const u32 offered : held.first(std::min<std::size_t>(req.numberOfRevisions, held.size())))
-        if ((offered == REVISION_1 || offered == REVISION_2) && offered > selected) selected = offered;
+        if (offered == REVISION_1 || offered == REVISION_2) selected = std::max(selected, offered);
     return selected;
 }
 

@@ -98,7 +98,7 @@ void closeMeasurement(u32 sharedUnitId)
 /// without anybody seeing it: the order asks again.
 void askAgain()
 {
-    if (focus() >= PORTS_WITH_X) return;
+    if (focus() == NO_PORT) return;
     if (isInFrequencyStage())                              startFrequencyTimer();
     else if (action() == INRSI_CLIENT_ACTION_TIME_SYNC)    startPhaseTimer();
 }

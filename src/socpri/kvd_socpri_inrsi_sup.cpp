@@ -17,6 +17,12 @@ constexpr double GOOD_s = 1e-07;
 constexpr u8 SAMPLES = 5;
 constexpr u8 GOOD_ABOVE = 2;                   // of the samples
 
+/// nullptr for port X and for none, which nobody supervises.
+Supervision* supervisionOf(Client& c, u8 port)
+{
+    return port < c.supervision.size() ? &c.supervision[port] : nullptr;
+}
+
 void conclude(Client& c, u8 port)
 {
     tuAssert(port < PORTS);
@@ -38,11 +44,9 @@ void sendSupervisionStatus(u8 port, u32 syncStatus)
 
 void startSupervision(Client& c, u8 port)
 {
-    if (port >= PORTS) return;
-    Supervision& sup = c.supervision[port];
-    sup.supCount = sup.validCount = 0;
-    sup.supMeasOngoing = 0;
-    sup.started = 1;
+    Supervision* const sup = supervisionOf(c, port);
+    if (sup == nullptr) return;
+    *sup = {.started = 1};
     startTimer(SUPERVISION, port, SUPERVISION_ms);
 }
 
@@ -54,12 +58,12 @@ void superviseIfLinked(Client& c, u8 port)
 /// A sample that is open stays so: its answer is then the focus's.
 void stopSupervision(Client& c, u8 port)
 {
-    if (port >= PORTS) return;
-    Supervision& sup = c.supervision[port];
+    Supervision* const sup = supervisionOf(c, port);
+    if (sup == nullptr) return;
     cancelTimer(SUPERVISION, port);
     suspendSupervision(port);
-    sup.supCount = sup.validCount = 0;
-    sup.started = 0;
+    sup->supCount = sup->validCount = 0;
+    sup->started = 0;
 }
 
 /// A request of the round's would meet the order's own at the server.
@@ -78,37 +82,37 @@ void resumeSupervision(Client& c, u8 port)
 
 void requestSupervision(Client& c, u8 port)
 {
-    if (port >= PORTS) return;
-    Supervision& sup = c.supervision[port];
+    Supervision* const sup = supervisionOf(c, port);
+    if (sup == nullptr) return;
     const Slot* const unit = firstUnit(c, port, LINK_AVAILABLE);
-    if (unit == nullptr || sup.supMeasOngoing != 0) {
+    if (unit == nullptr || sup->supMeasOngoing != 0) {
         KVD_TRACE(TRACE_INRSI, TRACE_INFO,
                   "Port supervision on port= %d ended since link not in adequate state", port);
         return;
     }
     requestMeasurement(c, INRSI_GET_PHASE_DIFF2_REQ, unit->sharedUnitId);
-    sup.supMeasOngoing = 1;
+    sup->supMeasOngoing = 1;
     startTimer(MEAS_RETRIEVE, port, c.role->retrieveTime());
 }
 
 void onSupervisionSample(Client& c, u8 port, u32 trpDiffHigh, u32 trpDiffLow, u32 trpDiffValid)
 {
-    if (port >= PORTS) {
+    Supervision* const sup = supervisionOf(c, port);
+    if (sup == nullptr) {
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "phase of a unit that no port has, dropped");
         return;
     }
-    Supervision& sup = c.supervision[port];
-    sup.supMeasOngoing = 0;
-    ++sup.supCount;
+    sup->supMeasOngoing = 0;
+    ++sup->supCount;
     cancelTimer(MEAS_RETRIEVE, port);
     const double phaseDiff = KvdLoz6TuReg_soCpriPhase(trpDiffHigh, trpDiffLow);
     if (trpDiffValid != 0) {
-        if (std::fabs(phaseDiff) < GOOD_s) ++sup.validCount;
+        if (std::fabs(phaseDiff) < GOOD_s) ++sup->validCount;
         KVD_TRACE(TRACE_INRSI, TRACE_3, "Supervision phaseDiff= %-17.16g [s]", phaseDiff);
     }
     c.role->supervised(port, phaseDiff, trpDiffValid);
-    if (sup.supCount == SAMPLES)     conclude(c, port);
-    else if (sup.supCount < SAMPLES) startTimer(PHASE_DATA, port, REQUEST_ms);
+    if (sup->supCount == SAMPLES)     conclude(c, port);
+    else if (sup->supCount < SAMPLES) startTimer(PHASE_DATA, port, REQUEST_ms);
 }
 
 }  // namespace inrsi

@@ -57,6 +57,14 @@ TEST(Load, MainThreadEndsTheModuleOnItsKillSignalOnly)
     }
 }
 
+TEST(Load, IsEnteredOnce)
+{
+    Started unit;
+    unit.node.system().launch(*unit.node.program(), "again", 30, KvdLoz6_program().main);
+    unit.run(1);
+    EXPECT_EQ(unit.node.programEnds().size(), 1u);
+}
+
 TEST(Manager, ReportsAForeignSignalWithItsSenderAndGoesOn)
 {
     Started unit;
@@ -136,19 +144,23 @@ TEST(Manager, SwitchesTheRedLedWithTheBoardFailureAlarm)
     unit.node.mainProcessor().boardFailure(true);
     unit.run(1);
     EXPECT_TRUE(unit.traced("Switch on red LED failed. TarsoVii_visualIndRequest returned =3"));
+    EXPECT_EQ(unit.traces("red LED failed"), 1u);
 }
 
 TEST(Manager, RepeatsAStoredFsyncSettingAndRemovesOthers)
 {
-    struct Case { const char* content; bool kept; };
-    for (const Case& c : {Case{"kvdsetfsyncreg on true ", true}, Case{"kvdsetfsyncreg on false ", false},
-                          Case{"a b c d e f g true ", false}, Case{"kvdsetfsyncreg_1 true", false}}) {
+    struct Case { const char* content; bool kept; u32 word; };
+    for (const Case& c : {Case{"kvdsetfsyncreg on true ", true, 0x80},
+                          Case{"kvdsetfsyncreg on 60 BFN rising true", true, 0x160},
+                          Case{"kvdsetfsyncreg on false ", false, 0}, Case{"a b c d e f g true ", false, 0},
+                          Case{"kvdsetfsyncreg_1 true", false, 0}}) {
         SCOPED_TRACE(c.content);
         Unit unit;
         unit.node.volumes().write("/d/kvdsetfsyncreg.txt", c.content);
         unit.node.powerOn();
-        unit.run(1);
+        unit.run(10);
         EXPECT_EQ(unit.node.volumes().exists("/d/kvdsetfsyncreg.txt") == 1, c.kept);
+        EXPECT_EQ(unit.node.board().fsyncWord() & 0x3E0, c.word);
     }
 }
 

@@ -116,11 +116,13 @@ TEST(StartUpTests, EndAtTheFirstFailureInTheHaltedState)
 
 TEST(StartUpTests, GoOnWithoutAServiceThatFallsSilentOrRejects)
 {
-    // It falls silent in the test behind `tests`, orders another, or rejects.
-    struct Case { const char* when; u32 tests; bool orders, rejects, fails; };
-    for (const Case& c : {Case{"silent", 3, false, false, false}, Case{"rejects", 3, false, true, false},
-                          Case{"rejects behind the last test", 5, true, true, false},
-                          Case{"rejects behind one that failed", 1, false, true, true}}) {
+    // It falls silent in the test behind `tests`, orders another, rejects, or dies.
+    struct Case { const char* when; u32 tests; bool orders, rejects, fails, dies; };
+    for (const Case& c : {Case{"silent", 3, false, false, false, false},
+                          Case{"rejects", 3, false, true, false, false},
+                          Case{"rejects behind the last test", 5, true, true, false, false},
+                          Case{"dies behind the last test", 5, true, false, false, true},
+                          Case{"rejects behind one that failed", 1, false, true, true, false}}) {
         SCOPED_TRACE(c.when);
         DiagUnit unit;
         unit.node.powerOn();
@@ -131,8 +133,10 @@ TEST(StartUpTests, GoOnWithoutAServiceThatFallsSilentOrRejects)
         constexpr SIGSELECT REJ = TARSO_TEMI_INITIATE_SERVICE_REJ;
         if (c.orders) unit.node.system().inject(std::as_bytes(std::span(&order, 1)), unit.manager(), 0);
         if (c.rejects) unit.node.system().inject(std::as_bytes(std::span(&REJ, 1)), unit.manager(), 0);
+        unit.run(0.1);
+        if (c.dies) unit.node.temi().die();
         unit.run(70);
-        EXPECT_EQ(unit.traced("No restartType received from TEMI, assuming Power-on"), !c.fails);
+        EXPECT_EQ(unit.traced("No restartType received from TEMI, assuming Power-on"), !c.fails && !c.dies);
         EXPECT_EQ(unit.traced("Last test performed."), c.orders);
         EXPECT_EQ(unit.traced("WARNING: LOZ6 HW diagnostic failed, halting process"), c.fails);
         if (!c.fails) {
@@ -145,6 +149,8 @@ TEST(StartUpTests, BeginAnewWithAServiceThatCameBackAndDropOrdersBeyondTheLast)
 {
     DiagUnit unit;
     unit.node.powerOn();
+    ASSERT_TRUE(unit.runToTest(2));
+    unit.give(SIGSELECT{TARSO_TEMI_SERVER_DOWN_IND});        // not the one that is attached to
     ASSERT_TRUE(unit.runToTest(3));
     unit.node.temi().die();
     unit.run(1);
@@ -195,6 +201,7 @@ TEST(RunTimeCheck, DoesNotStandStillForATestServiceThatIsGoneOrSilent)
         unit.node.mainProcessor().boardFailure(true);
         unit.run(0.1);
         EXPECT_EQ(unit.node.led(), sim::Led::RedOn) << "served";
+        EXPECT_EQ(unit.traced("doesn't answer, the unit goes on without its report"), !isGone);
         unit.node.temi().setAnswer(sim::Answer::Accept);
         unit.node.temi().start();
         unit.check();
@@ -250,6 +257,10 @@ TEST(LossOfTracking, IsToldAtTheSecondCheckInARow)
     unit.check();
     EXPECT_EQ(unit.node.mainProcessor().status().ltrStatus, 1);
     EXPECT_EQ(unit.runtimeReports(), 0u);                    // no matter for the test service
+    unit.faults().synthStatusAnd = 0x2;                      // and the feedback, whose fault ends the check
+    unit.check(2);
+    EXPECT_EQ(unit.traces("ltrDetected = True"), 2u);
+    EXPECT_EQ(unit.runtimeReports(), 1u);
 }
 
 // ---- error log ----------------------------------------------------------------------------------

@@ -347,6 +347,10 @@ json deltaFrequency(Board&, const Value& in, const Value&)
         c.denominator = in["c" + n].get<i64>();
         return c;
     };
+    auto unread = words("0");
+    unread.denominator = 0;
+    EXPECT_EQ(inrsi::master::relativeChange(unread, words("1")), 0.0);
+    EXPECT_EQ(inrsi::master::relativeChange(words("1"), unread), 0.0);
     return {{"deltaFreq", inrsi::master::relativeChange(words("1"), words("0"))}};
 }
 

@@ -185,9 +185,10 @@ TEST(HoldoverThreshold, PushesTheEstimateDownAGradeAtItsEnd)
         Connected b;
         b.threshold(c.holdoverClass, 2);
         b.update(c.clock);
-        b.run(119.9);
+        EXPECT_EQ(b.look([&c] { return KvdLoz6TuIifAdm_holdoverThreshold(c.holdoverClass); }), 2u);
+        b.run(119.999);
         EXPECT_EQ(b.traces(c.trace), 0u);
-        b.run(0.2);
+        b.run(0.002);
         EXPECT_EQ(b.traces(c.trace), 1u);
         // How far, read off the estimate's own numbers.
         const double pushed = b.look([&c] {

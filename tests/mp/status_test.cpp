@@ -105,7 +105,9 @@ TEST(LossOfTracking, IsShownAndTakenBack)
         EXPECT_EQ(b.statuses(), step.sent);
     }
     b.select(TU_REF, 1, 2);   // a new reference starts without a word on its tracking
+    const std::size_t before = b.statuses();
     EXPECT_EQ(update(1), 3);
+    EXPECT_EQ(b.statuses(), before + 1);
 }
 
 // ---- calibration ----
@@ -246,13 +248,17 @@ TEST(StatusText, GoesWhenByteOrTextChanges)
         EXPECT_EQ(b.sent(KVD_TUIIF_HPTSI_STATUS_IND), status);
     }
     b.mp().clearLog();
-    b.in([] {
-        KvdLoz6TuIifAdm_clearStatusTexts();
-        KvdLoz6TuIifAdm_sendGpsStatus(1, "OK");
-        KvdLoz6TuIifAdm_sendHptsiStatus(1, "NOT OK");
-    });
-    EXPECT_EQ(b.sent(KVD_TUIIF_GPS_STATUS_IND), 1u);
-    EXPECT_EQ(b.sent(KVD_TUIIF_HPTSI_STATUS_IND), 1u);
+    for (u32 round = 1; round <= 2; ++round) {            // the same goes again behind each clearing
+        b.in([] {
+            KvdLoz6TuIifAdm_sendGpsStatus(1, "K");
+            KvdLoz6TuIifAdm_sendGpsOslStatus(1, "K");
+            KvdLoz6TuIifAdm_sendHptsiStatus(1, "K");
+            KvdLoz6TuIifAdm_clearStatusTexts();
+        });
+        EXPECT_EQ(b.sent(KVD_TUIIF_GPS_STATUS_IND), round);
+        EXPECT_EQ(b.sent(KVD_TUIIF_GPSOSL_STATUS_IND), round);
+        EXPECT_EQ(b.sent(KVD_TUIIF_HPTSI_STATUS_IND), round);
+    }
 }
 
 TEST(RemoteClockState, GoesWhileTheLinkIsTheReference)

@@ -198,12 +198,14 @@ TEST(InciClient, TheTableHolds64AndAFreedPlaceIsTakenAgain)
     b.run(1.1);
     EXPECT_EQ(b.unit.responses(), 65u);          // each timer by itself
 
-    b.unit.release(40, 1);
+    for (const u32 unit : {40u, 41u}) b.unit.release(unit, 1);
     b.unit.establish("peer", 2, 64);
+    b.unit.establish(std::string(INCI_PATH_SIZE, 'x'), 2, 66);
     b.peer.start();
     EXPECT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ), 1u);
     const std::string shown = b.unit.command("kvdngpduh inci_if");
     EXPECT_NE(shown.find("client[40]  peer/PsxIwNgscInciServer"), std::string::npos);
+    EXPECT_NE(shown.find("client[41]  " + std::string(INCI_PATH_SIZE - 1, 'x') + "\n"), std::string::npos);
     b.unit.establish("nobody/65", 1, 65);
     EXPECT_EQ(b.unit.response().sharedId, 65u);
 }
@@ -265,14 +267,16 @@ TEST(InciClient, APeerThatDiesIsHuntedForAndReportedAnew)
     ClientBench b;
     const u32 ref = b.establishWithPeer();
     for (u32 life = 1; life <= 2; ++life) {
+        b.unit.release(5, 0);                    // it dies before it confirms
         b.peer.die();
-        b.run(3.0);                              // no timer for the return
+        b.unit.establish("peer", 3, 5);          // named again: its time runs out, nothing follows
+        b.run(3.0);
         EXPECT_EQ(b.group().clientReleases(), std::vector<u32>(life, ref));
         b.peer.start();
         EXPECT_EQ(b.clientRef(), ref);
         b.confirm(ref, 0x78);
         b.broadcast(ref);
-        EXPECT_EQ(b.unit.responses(), life + 1);
+        EXPECT_EQ(b.unit.responses(), 2 * life + 1);
         EXPECT_EQ(b.unit.response().result, 1u);
     }
 }

@@ -63,6 +63,7 @@ TEST(InrsiSubscription, FollowsTheListOfCandidates)
     EXPECT_EQ(text, "SoCPRI is active!");
 
     u.supervise({3, 7, 0, 9, 3});
+    EXPECT_FALSE(u.traced("Resend SoCPRI link status")) << "a restarted main processor alone is told again";
     EXPECT_FALSE(u.inrsi().subscribed(1));
     EXPECT_TRUE(u.inrsi().subscribed(3));
     EXPECT_TRUE(u.traced("():INRSI link already subscribed (port 2)"));

@@ -36,6 +36,7 @@ struct SduUnit : SocpriUnit {
         return std::to_string(cfm->trpDiffHigh) + ":" + std::to_string(cfm->trpDiffLow) + ":" +
                std::to_string(cfm->trpDiffValid);
     }
+    u16 kept() { return get([] { return inrsi::slave::snapshot().index; }); }
     u8  focused() { return get([] { return inrsi::slave::clientRecord().portNo; }); }
     u32 focusedUnit() { return get([] { return inrsi::slave::clientRecord().sharedUnitId; }); }
 };
@@ -88,6 +89,7 @@ TEST(InrsiSduFocus, MovesByTheTwoIndications)
     EXPECT_EQ(u.focusedUnit(), inrsi::NO_UNIT) << "its link doesn't carry a phase";
     for (int i = 0; i < 2; ++i) u.clearFocus();
     EXPECT_EQ(u.focused(), inrsi::NO_PORT);
+    EXPECT_EQ(u.kept(), 0) << "orders aren't worth a snapshot";
 }
 
 TEST(InrsiSduSupervision, ASampleWhosePortGotTheFocusIsPassedOn)

@@ -78,6 +78,7 @@ TEST(NgPduhTime, TheOffsetGoesByTheClockState)
         ProcessBench b{1, true};
         b.unit.in([&c] { KvdLoz6TuReg_setOffset(c.delta0_c, c.delta0_f); });
         b.timeData(c.clockState);
+        EXPECT_EQ(b.unit.traces("Cannot read INCI time data"), 0u);
         const KvdNgpduhifTimeDataInd& ind = b.group().lastTime();
         EXPECT_EQ(ind.sigNo, KVD_NGPDUHIF_TIME_DATA_IND);
         EXPECT_EQ(ind.eSfc, 7u);
@@ -93,7 +94,7 @@ TEST(NgPduhTime, TheOffsetGoesByTheClockState)
 TEST(NgPduhTime, WhatIsNotValidIsNotToldAndTheRoundsGoOn)
 {
     ProcessBench b{1, true};
-    b.timeData(KVD_TUIIF_RNT_TIME_LOCKED, 0);
+    for (int i = 0; i < 2; ++i) b.timeData(KVD_TUIIF_RNT_TIME_LOCKED, 0);    // an error once
     EXPECT_EQ(b.group().received(KVD_NGPDUHIF_TIME_DATA_IND), 0u);
     EXPECT_EQ(b.unit.node.traces().count(
                   {"Cannot read INCI time data or server is not available: timedataValid= 0.", "", 1}),
