@@ -72,8 +72,8 @@ Outcome isAt(const std::vector<Change>& changes, u8 Change::*value, double t, u8
 /// What a report has to be for a check to count it; what the check doesn't name may be anything.
 bool isMeant(const SocpriReport& r, const CheckSpec& c)
 {
-    return r.t >= c.from_s && r.t <= c.to_s && r.sigNo == c.socpriSigNo && (!c.port || *c.port == r.port) &&
-           (!c.status || *c.status == r.status);
+    return r.t >= c.from_s && r.t <= c.to_s && r.sigNo == c.socpriSigNo && (!c.port || *c.port == r.port)
+           && (!c.status || *c.status == r.status);
 }
 
 /// Each text behind the one before it.
@@ -115,8 +115,7 @@ Outcome largestError(const UnitRecording& u, const CheckSpec& c, bool time)
                          clockText(c.to_s).c_str(), c.limit), any);
 }
 
-Outcome against(double Sample::*error, const char* missing, const UnitRecording& u,
-                const CheckSpec& c)
+Outcome against(double Sample::*error, const char* missing, const UnitRecording& u, const CheckSpec& c)
 {
     double largest = 0.0;
     std::size_t count = 0;
@@ -175,8 +174,7 @@ Outcome printed(const UnitRecording& u, const CheckSpec& c)
         if (o.line != c.command || std::abs(o.t - c.from_s) > 1e-9) continue;
         if (!c.texts.empty()) return inOrder(o.output, c.texts);
         u64 count = 0;
-        for (std::size_t i = o.output.find(c.text); i != std::string::npos;
-             i = o.output.find(c.text, i + 1))
+        for (std::size_t i = o.output.find(c.text); i != std::string::npos; i = o.output.find(c.text, i + 1))
             ++count;
         return counted(count, c, format("result %d, '%s' %llu times", o.result, c.text.c_str(),
                                         static_cast<unsigned long long>(count)));

@@ -20,8 +20,8 @@ std::string placeOf(const Json& element, std::size_t index)
     if (element.is_array() && element.size() == 2 && element[0].is_number() && element[1].is_number())
         return element[0].dump() + " s";             // a value at an observation interval
     for (const char* const key : {"name", "scenario"})
-        if (element.is_object() && element.contains(key) && element[key].is_string() &&
-            !element.contains("t"))
+        if (element.is_object() && element.contains(key) && element[key].is_string()
+            && !element.contains("t"))
             return element[key].get<std::string>();
     return std::to_string(index);
 }

@@ -143,8 +143,8 @@ char** complete(const char* text, int, int)
     if (!line.starts_with("do ") || completionScenario == nullptr)
         return rl_completion_matches(text, nextCompletion);
     eventOffers = sim::completeEvent(line.substr(std::strlen("do ")), *completionScenario);
-    const bool isKey =
-        std::ranges::any_of(eventOffers, [](const std::string& w) { return w.ends_with("="); });
+    const bool isKey = std::ranges::any_of(eventOffers,
+                                           [](const std::string& w) { return w.ends_with("="); });
     if (isKey) rl_completion_append_character = '\0';
     return rl_completion_matches(text, nextOffer);
 }
@@ -451,9 +451,8 @@ void Console::State::runCommand(const std::string& line)
     });
     // A few commands wait for the manager, which needs time to pass.
     constexpr auto PATIENCE = std::chrono::seconds(2);
-    if (ready.wait_for(PATIENCE) != std::future_status::ready && onWorld([this] {
-            return std::string(run.control.paused() ? "paused" : "");
-        }) == "paused") {
+    if (ready.wait_for(PATIENCE) != std::future_status::ready
+        && onWorld([this] { return std::string(run.control.paused() ? "paused" : ""); }) == "paused") {
         std::printf("it waits for time to pass: 'go', or 'step 1'\n");
         return;
     }

@@ -18,8 +18,8 @@ double seconds(ose::Time t) { return static_cast<double>(t) * 1e-12; }
 std::string askForRealTime()
 {
     sched_param first{};
-    first.sched_priority =
-        sched_get_priority_min(SCHED_FIFO); // before whatever isn't real-time, after the rest
+    first.sched_priority = sched_get_priority_min(
+        SCHED_FIFO);  // before whatever isn't real-time, after the rest
     if (sched_setscheduler(0, SCHED_FIFO | SCHED_RESET_ON_FORK, &first) == 0) return {};
     return std::strerror(errno);
 }
@@ -136,10 +136,10 @@ void printHost(const HostReport& r, std::FILE* out)
             p.interface.c_str(), p.host.c_str(), c.received, c.sent, c.unstamped, c.lostStamps, c.failed,
             c.unusable, c.errors);
         if (p.card)
-            std::fprintf(
-                out, "card of %s: %.9f s ahead of the host's time, fast by %.3f ppm, stepped %u times\n",
-                p.interface.c_str(), static_cast<double>(p.card->ahead_ns) * 1e-9, p.card->fast_ppb * 1e-3,
-                p.card->steps);
+            std::fprintf(out,
+                         "card of %s: %.9f s ahead of the host's time, fast by %.3f ppm, stepped %u times\n",
+                         p.interface.c_str(), static_cast<double>(p.card->ahead_ns) * 1e-9,
+                         p.card->fast_ppb * 1e-3, p.card->steps);
     }
     if (r.receiver) {
         const sim::HostGps::Counts& c = r.receiver->counts;
@@ -159,10 +159,10 @@ std::string heardText(const nlohmann::ordered_json& host)
 {
     std::string text;
     for (const auto& m : host.at("masters"))
-        text += "heard on " + m.at("interface").get<std::string>() + ", " +
-                clockText(m.at("first_s").get<double>()) + " to " + clockText(m.at("last_s").get<double>()) +
-                (m.at("followed").get<bool>() ? ", followed: " : ", not followed: ") +
-                m.at("text").get<std::string>() + "\n";
+        text += "heard on " + m.at("interface").get<std::string>() + ", "
+                + clockText(m.at("first_s").get<double>()) + " to " + clockText(m.at("last_s").get<double>())
+                + (m.at("followed").get<bool>() ? ", followed: " : ", not followed: ")
+                + m.at("text").get<std::string>() + "\n";
     return text;
 }
 

@@ -100,8 +100,8 @@ std::string write(const std::string& file, const std::string& content)
 /// Several scenarios, or several seeds of one.
 int runMany(const RunArguments& a, const std::vector<app::Prepared>& scenarios)
 {
-    if (a.shell || a.speed || !a.interfaces.empty() || !a.gpsTty.empty() || !a.feed.socket.empty() ||
-        !a.feed.metrics.empty())
+    if (a.shell || a.speed || !a.interfaces.empty() || !a.gpsTty.empty() || !a.feed.socket.empty()
+        || !a.feed.metrics.empty())
         return refuse("tu: --shell, --speed, --status, --metrics, --ptp-if and --gps-tty are for one run");
     app::BatchOptions options;
     options.quiet = a.quiet || a.summary == "-" || a.junit == "-";
@@ -113,8 +113,8 @@ int runMany(const RunArguments& a, const std::vector<app::Prepared>& scenarios)
     std::set<std::string> names;
     for (const app::Prepared& p : scenarios)
         if (!a.out.empty() && !names.insert(p.scenario.name).second)
-            return refuse(p.file + ": another scenario is named '" + p.scenario.name +
-                          "', and --out has a folder a name");
+            return refuse(p.file + ": another scenario is named '" + p.scenario.name
+                          + "', and --out has a folder a name");
     std::string wrong;
     const std::vector<app::BatchRun> runs = app::runBatch(scenarios, options, wrong);
     if (!options.quiet && !options.seeds.empty()) app::printSpread(app::spreadOf(runs), stdout);
@@ -385,8 +385,8 @@ int main(int argc, char** argv)
                            "[HOST:]PORT: serve /metrics there for Prometheus, on the loopback without a "
                            "host");
     app::StatusQuery statusQuery;
-    CLI::App* const statusCommand =
-        tu.add_subcommand("status", "Ask a run that serves --status how its units are");
+    CLI::App* const statusCommand = tu.add_subcommand("status",
+                                                      "Ask a run that serves --status how its units are");
     statusCommand->add_option("socket", statusQuery.socket, "Its socket")->required();
     statusCommand->add_option("--unit", statusQuery.unit, "One unit of several");
     statusCommand->add_flag("--json", statusQuery.json, "JSON a line");
@@ -437,8 +437,8 @@ int main(int argc, char** argv)
     app::SoakOptions s;
     u32 runs = 1;
     u32 jobs = std::max(1u, std::thread::hardware_concurrency());
-    CLI::App* const soakCommand = tu.add_subcommand(
-        "soak", "Run what a seed draws, and watch what must hold whatever happens");
+    CLI::App* const soakCommand =
+        tu.add_subcommand("soak", "Run what a seed draws, and watch what must hold whatever happens");
     soakCommand->add_option("--hours", s.hours, "Virtual hours of each run")->check(CLI::Range(0.1, 1e5));
     soakCommand->add_option("--seed", s.seed, "Seed of the first run");
     soakCommand->add_option("--runs", runs, "Runs, each with the next seed")->check(CLI::Range(1, 1000000));

@@ -136,8 +136,8 @@ std::string bash(const CLI::App& program)
         for (const CLI::Option* o : optionsOf(*c, false)) {
             if (!isInterface(*o)) continue;
             text +=
-                "    --" + o->get_lnames().front() +
-                ") COMPREPLY=($(compgen -W \"$(ls /sys/class/net 2>/dev/null)\" -- \"$cur\")); return ;;\n";
+                "    --" + o->get_lnames().front()
+                + ") COMPREPLY=($(compgen -W \"$(ls /sys/class/net 2>/dev/null)\" -- \"$cur\")); return ;;\n";
         }
     text += "    esac\n"
             "    case ${COMP_WORDS[1]-} in\n";
@@ -198,8 +198,8 @@ std::string writeManual(const CLI::App& program, const std::string& version, con
     bool isWritten = writeZipped(folder + "/" + name + ".1.gz", page(program, name, name, version));
     for (const CLI::App* c : commandsOf(program)) {
         const std::string title = name + "-" + c->get_name();
-        isWritten &=
-            writeZipped(folder + "/" + title + ".1.gz", page(*c, title, name + " " + c->get_name(), version));
+        isWritten &= writeZipped(folder + "/" + title + ".1.gz",
+                                 page(*c, title, name + " " + c->get_name(), version));
     }
     std::ofstream bashFile(folder + "/" + name + ".bash"), zshFile(folder + "/_" + name);
     bashFile << bash(program);

@@ -96,8 +96,7 @@ NmeaLog readNmeaLog(const std::string& path, bool raw)
         log.headingDropped = true;
     }
     if (log.bytes.empty()) throw NmeaError(path + ": nothing in it but a heading");
-    if (raw || log.bytes.find(CR) != std::string::npos || log.bytes.find(LF) == std::string::npos)
-        return log;
+    if (raw || log.bytes.find(CR) != std::string::npos || log.bytes.find(LF) == std::string::npos) return log;
     std::string lines;
     for (const char c : log.bytes) {
         if (c == LF) lines += CR;
@@ -133,8 +132,8 @@ NmeaBench::NmeaBench() : node_(world_, nodeConfig())
     });
     node_.powerOn();
     const auto listening = [this] {
-        return node_.program() != nullptr &&
-               node_.inProgram([] { return KvdLoz6TuGps_gpsState() == GPS_WAIT_FOR_ANY_MSG; });
+        return node_.program() != nullptr
+               && node_.inProgram([] { return KvdLoz6TuGps_gpsState() == GPS_WAIT_FOR_ANY_MSG; });
     };
     while (!listening() && world_.now() < START_LIMIT) world_.runFor(ose::SEC);
     if (!listening()) throw NmeaError("the unit doesn't listen to its receiver's line");
@@ -254,9 +253,7 @@ NmeaResult NmeaBench::result()
         r.satellitesUsed = KvdLoz6TuGps_noOfSatellitesForPosit();
         r.best = KvdLoz6TuGps_bestSatellites();
     });
-    const auto isZero = [](const GpsCoordinate& c) {
-        return c.deg == 0 && c.min == 0 && c.fractMin == 0;
-    };
+    const auto isZero = [](const GpsCoordinate& c) { return c.deg == 0 && c.min == 0 && c.fractMin == 0; };
     r.hasPosition = !isZero(r.position.latitude) || !isZero(r.position.longitude);
     return r;
 }

@@ -80,10 +80,7 @@ public:
     /// Feeds a log, a sentence at a time or, with a seed, in pieces of random length, and waits
     /// until its last byte has been looked at.
     void feed(std::string_view bytes, std::optional<u64> cutSeed);
-    void onSentence(std::function<void(const NmeaSentence&)> observer)
-    {
-        observer_ = std::move(observer);
-    }
+    void onSentence(std::function<void(const NmeaSentence&)> observer) { observer_ = std::move(observer); }
     NmeaResult result();
 
 private:
@@ -105,8 +102,7 @@ private:
 };
 
 /// `name` is the log's, for the heading.
-void printNmeaResult(const NmeaResult& result, const NmeaLog& log, const std::string& name,
-                     std::FILE* out);
+void printNmeaResult(const NmeaResult& result, const NmeaLog& log, const std::string& name, std::FILE* out);
 void printNmeaSentence(const NmeaSentence& sentence, std::FILE* out);
 
 }  // namespace app

@@ -21,8 +21,8 @@ std::vector<bool> isPacketTime(const UnitRecording& unit)
         const Sample& s = unit.samples[i];
         for (; next < unit.selected.size() && unit.selected[next].t <= s.t; ++next)
             selected = unit.selected[next].refType;
-        is[i] = selected == PACKET_TIME_REF && s.radioClockState == RNT_TIME_LOCKED &&
-                !std::isnan(s.gpsTimeError_ns);
+        is[i] = selected == PACKET_TIME_REF && s.radioClockState == RNT_TIME_LOCKED
+                && !std::isnan(s.gpsTimeError_ns);
     }
     return is;
 }
@@ -118,8 +118,8 @@ PacketTime packetTime(const UnitRecording& unit, double interval_s)
 
 bool ClassVerdict::holds() const
 {
-    return maxTe.value_or(true) && maxTeFiltered.value_or(true) && cTe.value_or(true) &&
-           mtie.value_or(true) && tdev.value_or(true);
+    return maxTe.value_or(true) && maxTeFiltered.value_or(true) && cTe.value_or(true) && mtie.value_or(true)
+           && tdev.value_or(true);
 }
 
 ClassVerdict judge(const PacketTime& p, const TimeClass& c)

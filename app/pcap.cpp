@@ -42,8 +42,8 @@ u32 typeOf(std::span<const u8> m) { return m[0] & 0xFu; }
 std::string typeText(std::span<const u8> m)
 {
     static constexpr const char* NAMES[] = {
-        "Sync", "Delay_Req", "Pdelay_Req", "Pdelay_Resp", "type 4", "type 5", "type 6", "type 7",
-        "Follow_Up", "Delay_Resp", "Pdelay_Resp_Follow_Up", "Announce", "Signaling", "Management",
+        "Sync",    "Delay_Req", "Pdelay_Req", "Pdelay_Resp",           "type 4",   "type 5",    "type 6",
+        "type 7",  "Follow_Up", "Delay_Resp", "Pdelay_Resp_Follow_Up", "Announce", "Signaling", "Management",
         "type 14", "type 15"};
     if (m.size() < 2) return "too short";
     if ((m[1] & 0xF) != 2) return "PTP version " + std::to_string(m[1] & 0xF);
@@ -77,8 +77,8 @@ bool isGoodAnnounce(std::span<const u8> m)
     constexpr std::size_t ANNOUNCE_OCTETS = 64;
     if (!hasHeader(m) || typeOf(m) != PTP_ANNOUNCE || m.size() < ANNOUNCE_OCTETS) return false;
     const PtpHeader h = ptpHeaderOf(m.data());
-    return h.messageLength >= ANNOUNCE_OCTETS && h.messageLength <= m.size() &&
-           h.sourcePortIdentity.clockIdentity != PtpClockIdentity{};
+    return h.messageLength >= ANNOUNCE_OCTETS && h.messageLength <= m.size()
+           && h.sourcePortIdentity.clockIdentity != PtpClockIdentity{};
 }
 
 /// Most Announces first, then masters, then in the order of the capture; a domain on Ethernet with the group
@@ -104,9 +104,8 @@ std::vector<Source> sourcesOf(const std::vector<PcapPacket>& capture)
     });
     std::vector<Source> chosen;
     for (const Source& s : all)
-        if (std::none_of(chosen.begin(), chosen.end(), [&](const Source& c) {
-                return c.server == s.server && c.domain == s.domain;
-            }))
+        if (std::none_of(chosen.begin(), chosen.end(),
+                         [&](const Source& c) { return c.server == s.server && c.domain == s.domain; }))
             chosen.push_back(s);
     // A host that only asks is no master, unless there is none.
     const bool anyServer = std::any_of(chosen.begin(), chosen.end(),
@@ -198,8 +197,8 @@ PcapResult PcapBench::run()
     const ose::Time start = due;
     for (std::size_t i = 0; i < capture_.size(); ++i) {
         if (i > 0) {
-            const u64 step =
-                static_cast<u64>(capture_[i].time_ns) - static_cast<u64>(capture_[i - 1].time_ns);
+            const u64 step = static_cast<u64>(capture_[i].time_ns)
+                             - static_cast<u64>(capture_[i - 1].time_ns);
             if (step <= static_cast<u64>(DAY_ns)) due += static_cast<ose::Time>(step) * NS;
         }
         ++result_.packets;
@@ -301,11 +300,10 @@ void PcapBench::note(const PtpCarrier& carrier, const PcapMessage& message)
     const std::span<const u8> m = carrier.message();
     const bool isAnnounce = hasHeader(m) && typeOf(m) == PTP_ANNOUNCE;
     if (!isAnnounce && (!hasHeader(m) || typeOf(m) != PTP_SYNC)) return;
-    const auto port = node_->inProgram([&] {
-        return TuPktsync_portIdentityText(ptpHeaderOf(m.data()).sourcePortIdentity);
-    });
-    PcapMaster& master = result_.masters[message.way + " domain " + std::to_string(message.domain) + " " +
-                                         port.data()];
+    const auto port = node_->inProgram(
+        [&] { return TuPktsync_portIdentityText(ptpHeaderOf(m.data()).sourcePortIdentity); });
+    PcapMaster& master =
+        result_.masters[message.way + " domain " + std::to_string(message.domain) + " " + port.data()];
     if (!isAnnounce) {
         ++master.syncs;
         return;

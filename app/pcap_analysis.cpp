@@ -13,10 +13,7 @@ constexpr i64 NS_PER_s = 1'000'000'000;
 constexpr std::size_t KEPT = 256;      // messages that wait for their other half
 constexpr i8 NO_INTERVAL = 0x7F;
 
-i64 nsOf(const ptp::Stamp& s)
-{
-    return static_cast<i64>(s.seconds * static_cast<u64>(NS_PER_s) + s.ns);
-}
+i64 nsOf(const ptp::Stamp& s) { return static_cast<i64>(s.seconds * static_cast<u64>(NS_PER_s) + s.ns); }
 /// ns * 2^16, to the nearest ns.
 i64 nsOf(i64 correction) { return (correction + 0x8000) >> 16; }
 
@@ -104,8 +101,8 @@ void PcapAnalysis::takePtp(const PtpCarrier& c, i64 at_ns)
     const auto m = ptp::read(octets.data(), octets.size());
     if (!m || c.isCut) return;
     const std::string way = wayOf(c, m->domain), source = sim::textOf(m->source), master = way + source;
-    if (m->type == ptp::ANNOUNCE || m->type == ptp::SYNC || m->type == ptp::DELAY_REQ ||
-        m->type == ptp::DELAY_RESP)
+    if (m->type == ptp::ANNOUNCE || m->type == ptp::SYNC || m->type == ptp::DELAY_REQ
+        || m->type == ptp::DELAY_RESP)
         takeFlow(master + " " + ptp::typeName(m->type), *m, seconds(at_ns));
     constexpr u8 TWO_STEP = 0x02;
     switch (m->type) {
@@ -164,8 +161,8 @@ void PcapAnalysis::takeOrigin(const std::string& master, const Sync& sync, const
 {
     PcapMasterDelays& d = masters[master];
     const i64 corrected = nsOf(sync.correction + correction);
-    const i64 down =
-        static_cast<i64>(static_cast<u64>(sync.at_ns) - static_cast<u64>(nsOf(origin.stamp))) - corrected;
+    const i64 down = static_cast<i64>(static_cast<u64>(sync.at_ns) - static_cast<u64>(nsOf(origin.stamp)))
+                     - corrected;
     d.sync.take(seconds(sync.at_ns), down);
     d.correction.take(seconds(sync.at_ns), corrected);
     lastDown_ns_[master] = down;
@@ -180,8 +177,8 @@ void PcapAnalysis::takeResponse(const std::string& master, const std::string& sl
     const auto down = lastDown_ns_.find(master);
     if (request == requests_.rend() || down == lastDown_ns_.end() || at_ns - request->at_ns > 10 * NS_PER_s)
         return;
-    const i64 up = static_cast<i64>(static_cast<u64>(nsOf(m.stamp)) - static_cast<u64>(request->at_ns)) -
-                   nsOf(m.correction);
+    const i64 up = static_cast<i64>(static_cast<u64>(nsOf(m.stamp)) - static_cast<u64>(request->at_ns))
+                   - nsOf(m.correction);
     PcapExchanges& e = exchanges[master + " with " + slave];
     const double t_s = seconds(request->at_ns);
     e.path.take(t_s, (down->second + up) / 2);
@@ -198,8 +195,8 @@ void PcapAnalysis::takeEsmc(std::span<const u8> f, double t_s)
     constexpr std::size_t SUBTYPE_AT = 14, OUI_AT = 15, ITU_SUBTYPE_AT = 18, FLAGS_AT = 20, LEVEL_AT = 27;
     constexpr u8 ESMC_SUBTYPE = 0x0A, EVENT = 0x08;
     constexpr double SILENT_s = 5.0;
-    if (f.size() <= LEVEL_AT || f[SUBTYPE_AT] != ESMC_SUBTYPE || f[OUI_AT] != 0x00 || f[OUI_AT + 1] != 0x19 ||
-        f[OUI_AT + 2] != 0xA7 || wordAt(f, ITU_SUBTYPE_AT) != 1)
+    if (f.size() <= LEVEL_AT || f[SUBTYPE_AT] != ESMC_SUBTYPE || f[OUI_AT] != 0x00 || f[OUI_AT + 1] != 0x19
+        || f[OUI_AT + 2] != 0xA7 || wordAt(f, ITU_SUBTYPE_AT) != 1)
         return;
     constexpr std::size_t SENDER_AT = 6;
     PcapEsmc& e = esmc[sim::textOf(f.data() + SENDER_AT)];
@@ -233,14 +230,13 @@ void PcapAnalysis::takeNtp(const PcapPacket& packet)
     ++n.answers;
     n.stratum = udp->bytes[1];
     const u64 origin = stampAt(udp->bytes, ORIGIN_AT);
-    const auto request = std::find_if(ntpRequests_.rbegin(), ntpRequests_.rend(), [&](const NtpRequest& r) {
-        return r.way == way && r.stamp == origin;
-    });
+    const auto request = std::find_if(ntpRequests_.rbegin(), ntpRequests_.rend(),
+                                      [&](const NtpRequest& r) { return r.way == way && r.stamp == origin; });
     if (request == ntpRequests_.rend()) return;
     const auto nsOfNtp = [](u64 stamp) {             // since 1970, of the era that began in 1900
         constexpr i64 FROM_1900_TO_1970_s = 2'208'988'800;
-        return (static_cast<i64>(stamp >> 32) - FROM_1900_TO_1970_s) * NS_PER_s +
-               static_cast<i64>((stamp & 0xFFFFFFFF) * NS_PER_s >> 32);
+        return (static_cast<i64>(stamp >> 32) - FROM_1900_TO_1970_s) * NS_PER_s
+               + static_cast<i64>((stamp & 0xFFFFFFFF) * NS_PER_s >> 32);
     };
     const i64 up = nsOfNtp(stampAt(udp->bytes, RECEIVE_AT)) - request->at_ns;
     const i64 down = packet.time_ns - nsOfNtp(stampAt(udp->bytes, TRANSMIT_AT));

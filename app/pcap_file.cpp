@@ -24,8 +24,7 @@ public:
     }
     u16 u16At(std::size_t at) const
     {
-        return static_cast<u16>(isBig_ ? bytes_[at] << 8 | bytes_[at + 1]
-                                       : bytes_[at + 1] << 8 | bytes_[at]);
+        return static_cast<u16>(isBig_ ? bytes_[at] << 8 | bytes_[at + 1] : bytes_[at + 1] << 8 | bytes_[at]);
     }
     u64 u64At(std::size_t at) const
     {
@@ -60,8 +59,8 @@ void requireEthernet(u32 linkType, const std::string& name)
 void requireLength(u32 length, const std::string& name, std::size_t packets)
 {
     if (length > PACKET_MAX)
-        throw PcapError(name + ": behind packet " + std::to_string(packets) + " one of " +
-                        std::to_string(length) + " octets: not a capture any more");
+        throw PcapError(name + ": behind packet " + std::to_string(packets) + " one of "
+                        + std::to_string(length) + " octets: not a capture any more");
 }
 
 // ---- pcap ---------------------------------------------------------------------------------------

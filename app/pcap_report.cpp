@@ -251,8 +251,8 @@ std::string writePcapReport(const PcapResult& r, const PcapAnalysis& a, const st
     std::string plots;
     const auto draw = [&plots](const std::string& title, std::vector<Curve> curves) {
         std::string reason;
-        const std::string svg =
-            drawSvg({title, "s", "ns beside the mean", false, {}, std::move(curves)}, reason);
+        const std::string svg = drawSvg({title, "s", "ns beside the mean", false, {}, std::move(curves)},
+                                        reason);
         plots += svg.empty() ? "<p>" + title + ": " + reason + "</p>\n" : svg + "\n";
     };
     for (const auto& [pair, e] : a.exchanges) {
@@ -271,9 +271,9 @@ std::string writePcapReport(const PcapResult& r, const PcapAnalysis& a, const st
             text += c == '<' ? "&lt;" : c == '&' ? "&amp;" : std::string(1, static_cast<char>(c));
         std::fclose(words);
     }
-    return writeFile(folder + "/report.html", "<!doctype html>\n<meta charset=\"utf-8\">\n<title>" +
-                                                  fileNameOf(name) + "</title>\n<pre>\n" + text + "</pre>\n" +
-                                                  plots);
+    return writeFile(folder + "/report.html", "<!doctype html>\n<meta charset=\"utf-8\">\n<title>"
+                                                  + fileNameOf(name) + "</title>\n<pre>\n" + text + "</pre>\n"
+                                                  + plots);
 }
 
 }  // namespace app

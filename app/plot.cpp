@@ -23,8 +23,8 @@ std::string scriptOf(const Plot& plot, const std::string& output)
     script.precision(12);
     script << "set terminal svg size 960,300 dynamic font 'sans-serif,12' background '#ffffff'\n"
            << "set output " << quoted(output) << "\n"
-           << "set title " << quoted(plot.title) << "\nset xlabel " << quoted(plot.xLabel)
-           << "\nset ylabel " << quoted(plot.yLabel) << "\n"
+           << "set title " << quoted(plot.title) << "\nset xlabel " << quoted(plot.xLabel) << "\nset ylabel "
+           << quoted(plot.yLabel) << "\n"
            << "set grid lc rgb '#dddddd'\nset border 3 lc rgb '#444444'\nset tics nomirror\n"
            << "set termoption noenhanced\nset lmargin 29\n"
            << (plot.curves.size() > 1 ? "set key outside right top\n" : "unset key\n");

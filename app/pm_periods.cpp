@@ -71,8 +71,7 @@ Values gpsValues(const UnitRecording& u, const PmPeriod& p)
         const double elapsed_min = (whole(told.t) - whole(std::max(began, since))) / 60.0;
         if (last == GPS_FAULT && told.t >= since && elapsed_min > 0)
             ++counts[static_cast<std::size_t>(
-                std::lower_bound(OUTAGES_min.begin(), OUTAGES_min.end(), elapsed_min) -
-                OUTAGES_min.begin())];
+                std::lower_bound(OUTAGES_min.begin(), OUTAGES_min.end(), elapsed_min) - OUTAGES_min.begin())];
         if (told.status == GPS_FAULT) began = told.t;
         last = told.status;
     }
@@ -101,8 +100,8 @@ PmVerdict pmPeriods(const UnitRecording& unit, const CheckSpec& check)
         const bool synch = p.froType == SYNC_PM_FROTYPE;
         const Values wanted = synch ? synchValues(unit, from, p) : gpsValues(unit, p);
         if (p.values != wanted)
-            return {false, "at " + clockText(p.t) + " " + listed(p.values) + ", the states say " +
-                               listed(wanted)};
+            return {false,
+                    "at " + clockText(p.t) + " " + listed(p.values) + ", the states say " + listed(wanted)};
         if (!p.suspect) ++wholePeriods;
         outages = 0;
         for (const i32 count : synch ? Values{} : wanted) outages += count;

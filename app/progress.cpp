@@ -40,8 +40,8 @@ void Progress::at(double t, const std::string& status)
     last_ = now;
     constexpr int WIDTH = 24;
     const int full = std::clamp(static_cast<int>(WIDTH * t / total_s_), 0, WIDTH);
-    const std::string bar = std::string(static_cast<std::size_t>(full), '#') +
-                            std::string(static_cast<std::size_t>(WIDTH - full), '.');
+    const std::string bar = std::string(static_cast<std::size_t>(full), '#')
+                            + std::string(static_cast<std::size_t>(WIDTH - full), '.');
     const double wall = std::chrono::duration<double>(now - began_).count();
     std::printf("\r\033[K[%s] %s  %s  %.0fx", bar.c_str(), clockText(t).c_str(), status.c_str(),
                 t / std::max(wall, 1e-3));

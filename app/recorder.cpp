@@ -174,8 +174,8 @@ void Recorder::sampleGps()
         if (seen.type != GPSS_UNKNOWN) tell("receiver", seen.typeName);
     }
     // A late sentence takes the state from 7 to 6 and the next brings it back: nothing to tell.
-    const bool isShaken = seen.state == GPS_OPERATIONAL && !recording.gpsStates.empty() &&
-                          recording.gpsStates.back().state == GPS_OPERATIONAL_WITH_VALID_TIME;
+    const bool isShaken = seen.state == GPS_OPERATIONAL && !recording.gpsStates.empty()
+                          && recording.gpsStates.back().state == GPS_OPERATIONAL_WITH_VALID_TIME;
     shaken_ = isShaken ? shaken_ + 1 : 0;
     if (isShaken && shaken_ < SHAKEN_SAMPLES) return;
     if (!recording.gpsStates.empty() && recording.gpsStates.back().state == seen.state) return;
@@ -211,8 +211,8 @@ void Recorder::tellPdv(const PdvSample& pdv)
     pdvSamples_ = 0;
     pdvHigh_ = !pdvHigh_;
     if (std::isnan(pdv.limit_ns)) return tell("PDV", "no packet reference any more");
-    tell("PDV", std::string(pdvHigh_ ? "over" : "within") + " its limit of " + timeText(pdv.limit_ns) + ": " +
-                    timeText(pdv.down_ns) + " down, " + timeText(pdv.up_ns) + " up");
+    tell("PDV", std::string(pdvHigh_ ? "over" : "within") + " its limit of " + timeText(pdv.limit_ns) + ": "
+                    + timeText(pdv.down_ns) + " down, " + timeText(pdv.up_ns) + " up");
 }
 
 void Recorder::sampleLoop(Sample& s)
@@ -247,8 +247,8 @@ std::string Recorder::status() const
 {
     const Sample last = recording.samples.empty() ? Sample{} : recording.samples.back();
     const bool hasTime = isTimeLockedState(clockState_) || clockState_ == KVD_TUIIF_RNT_TIME_HOLDOVER;
-    const double error_ns =
-        hasTime && !std::isnan(last.gpsTimeError_ns) ? last.gpsTimeError_ns : last.timeError_ns;
+    const double error_ns = hasTime && !std::isnan(last.gpsTimeError_ns) ? last.gpsTimeError_ns
+                                                                         : last.timeError_ns;
     char text[96];
     std::snprintf(text, sizeof text, "%s  %s%s  %+.0f ns", sim::clockStateName(clockState_),
                   selected_.c_str(), last.isDegraded ? " degraded" : "", error_ns);
@@ -270,8 +270,8 @@ void Recorder::collect()
 void Recorder::raise(const std::string& source, const std::string& text)
 {
     std::erase_if(recording.alarms, [&](const Alarm& a) { return a.source == source && a.text != text; });
-    const bool stands =
-        std::ranges::any_of(recording.alarms, [&](const Alarm& a) { return a.source == source; });
+    const bool stands = std::ranges::any_of(recording.alarms,
+                                            [&](const Alarm& a) { return a.source == source; });
     if (!text.empty() && !stands) recording.alarms.push_back({now(), source, text});
 }
 
@@ -397,8 +397,8 @@ void Recorder::onTemperature(const sim::MpRecord& record)
     constexpr const char* TEXTS[] = {"", "", "temperature too low", "temperature too high",
                                      "temperature can't be read"};
     const std::string text = ind->oscTempState < std::size(TEXTS) ? TEXTS[ind->oscTempState] : "";
-    const bool stood =
-        std::ranges::any_of(recording.alarms, [](const Alarm& a) { return a.source == "oscillator"; });
+    const bool stood = std::ranges::any_of(recording.alarms,
+                                           [](const Alarm& a) { return a.source == "oscillator"; });
     if (!text.empty() || stood) tell("oscillator", text.empty() ? "temperature within its limits" : text);
     raise("oscillator", text);
 }
@@ -420,8 +420,8 @@ void Recorder::onSocpriReport(const sim::MpRecord& record)
     report->t = now();
     recording.socpriReports.push_back(*report);
     const std::string port = report->port != 0 ? " port " + std::to_string(report->port) : "";
-    tell("radio link", std::string(sim::socpriAnswerName(report->sigNo)) + port + ": " +
-                           std::to_string(report->status));
+    tell("radio link",
+         std::string(sim::socpriAnswerName(report->sigNo)) + port + ": " + std::to_string(report->status));
 }
 
 // ---- the program's life -------------------------------------------------------------------------

@@ -15,8 +15,7 @@ std::vector<LockedSpan> lockedSpans(const UnitRecording& unit, double interval_s
     std::size_t begin = 0;
     bool inside = false;
     for (std::size_t i = 0; i <= unit.samples.size(); ++i) {
-        const bool locked =
-            i < unit.samples.size() && isLockedState(unit.samples[i].radioClockState);
+        const bool locked = i < unit.samples.size() && isLockedState(unit.samples[i].radioClockState);
         const bool begins = locked && (!inside || isStep(unit.samples[i - 1], unit.samples[i]));
         if (inside && (!locked || begins) && i - begin > settling + 1)
             spans.push_back({begin + settling, i - 1});
@@ -41,23 +40,22 @@ double meanTimeError_ns(const UnitRecording& unit, const LockedSpan& span)
 {
     const double origin_ns = unit.samples[span.first].timeError_ns;
     double sum = 0.0;
-    for (std::size_t i = span.first; i <= span.last; ++i)
-        sum += unit.samples[i].timeError_ns - origin_ns;
+    for (std::size_t i = span.first; i <= span.last; ++i) sum += unit.samples[i].timeError_ns - origin_ns;
     return origin_ns + sum / static_cast<double>(span.last - span.first + 1);
 }
 
 bool isHoldoverState(u8 radioClockState)
 {
     constexpr u8 FREQUENCY_HOLDOVER = 4, TIME_OFFSET_HOLDOVER = 9, RNT_TIME_HOLDOVER = 11;
-    return radioClockState == FREQUENCY_HOLDOVER || radioClockState == TIME_OFFSET_HOLDOVER ||
-           radioClockState == RNT_TIME_HOLDOVER;
+    return radioClockState == FREQUENCY_HOLDOVER || radioClockState == TIME_OFFSET_HOLDOVER
+           || radioClockState == RNT_TIME_HOLDOVER;
 }
 
 /// nullptr when there is none.
 const LockedSpan* longestOf(const std::vector<LockedSpan>& spans)
 {
-    const auto longest =
-        std::ranges::max_element(spans, {}, [](const LockedSpan& s) { return s.last - s.first; });
+    const auto longest = std::ranges::max_element(spans, {},
+                                                  [](const LockedSpan& s) { return s.last - s.first; });
     return longest != spans.end() ? &*longest : nullptr;
 }
 
@@ -96,15 +94,14 @@ bool isStep(const Sample& before, const Sample& after)
 {
     constexpr double SMALLEST_ns = 1000.0;   // a smaller one counts as time error
     const double rate_ppb = std::abs(before.freqError_ppb) + std::abs(after.freqError_ppb);
-    return std::abs(after.timeError_ns - before.timeError_ns) >
-           rate_ppb * (after.t - before.t) + SMALLEST_ns;
+    return std::abs(after.timeError_ns - before.timeError_ns) > rate_ppb * (after.t - before.t) + SMALLEST_ns;
 }
 
 bool isLockedState(u8 radioClockState)
 {
     constexpr u8 FREQUENCY_LOCKED = 3, TIME_OFFSET_LOCKED = 8, RNT_TIME_LOCKED = 10, SLAVE_FRAME_LOCKED = 16;
-    return radioClockState == FREQUENCY_LOCKED || radioClockState == TIME_OFFSET_LOCKED ||
-           radioClockState == RNT_TIME_LOCKED || radioClockState == SLAVE_FRAME_LOCKED;
+    return radioClockState == FREQUENCY_LOCKED || radioClockState == TIME_OFFSET_LOCKED
+           || radioClockState == RNT_TIME_LOCKED || radioClockState == SLAVE_FRAME_LOCKED;
 }
 
 bool isTimeLockedState(u8 radioClockState)
@@ -153,8 +150,7 @@ std::vector<Degradation> degradations(const UnitRecording& unit)
     return found;
 }
 
-std::optional<double> holdoverError_ns(const UnitRecording& unit, const Holdover& holdover,
-                                       double seconds)
+std::optional<double> holdoverError_ns(const UnitRecording& unit, const Holdover& holdover, double seconds)
 {
     if (holdover.seconds < seconds) return std::nullopt;
     const Sample& begin = unit.samples[holdover.first];
@@ -169,8 +165,8 @@ std::optional<double> holdoverError_ns(const UnitRecording& unit, const Holdover
 
 bool Recording::passed() const
 {
-    return misuses.empty() &&
-           std::all_of(checks.begin(), checks.end(), [](const CheckResult& c) { return c.pass; });
+    return misuses.empty()
+           && std::all_of(checks.begin(), checks.end(), [](const CheckResult& c) { return c.pass; });
 }
 
 Scores score(const UnitRecording& unit, double interval_s)

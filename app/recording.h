@@ -133,8 +133,8 @@ struct LoopValues {
 constexpr double SIGMAS = 3.0;    // deviations of a band, as the unit grades its estimate
 
 /// What the unit itself takes its clock for, each with one deviation from the filter's own covariance and
-/// carried on to the moment; NaN where it has no estimate. A band is three of them each way, with the oscillator's
-/// short-term noise and the counter's steps, which the filter's model hasn't.
+/// carried on to the moment; NaN where it has no estimate. A band is three of them each way, with the
+/// oscillator's short-term noise and the counter's steps, which the filter's model hasn't.
 struct Estimate {
     double time_ns = std::numeric_limits<double>::quiet_NaN();   // counter against the time that it knows
     double timeDeviation_ns = std::numeric_limits<double>::quiet_NaN();
@@ -263,8 +263,7 @@ std::vector<Holdover> holdovers(const UnitRecording& unit);
 constexpr double HOLDOVER_MARKS_s[] = {3600.0, 8 * 3600.0, 24 * 3600.0};
 constexpr double HOLDOVER_LIMIT_ns = 1500.0;
 /// Largest time error within the first `seconds` of a holdover; nothing when it ended before.
-std::optional<double> holdoverError_ns(const UnitRecording& unit, const Holdover& holdover,
-                                       double seconds);
+std::optional<double> holdoverError_ns(const UnitRecording& unit, const Holdover& holdover, double seconds);
 
 /// A stretch in which the selected reference was told to be degraded, with the largest delay variation in it.
 struct Degradation {

@@ -51,8 +51,7 @@ std::string statesCsv(const UnitRecording& unit)
         for (const i32 v : p.values) values += (values.empty() ? "" : " ") + std::to_string(v);
         row(p.t, p.froType == SYNC_PM_FROTYPE ? "pmSync" : "pmGps", p.suspect ? 1 : 0, values);
     }
-    std::stable_sort(rows.begin(), rows.end(),
-                     [](const Row& a, const Row& b) { return a.t < b.t; });
+    std::stable_sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) { return a.t < b.t; });
     std::ostringstream csv;
     csv.precision(15);
     csv << "t_s,kind,value,name\n";
@@ -88,12 +87,9 @@ std::string writeReport(const Recording& recording, const std::string& directory
 {
     std::string wrong = writeFile(directory + "/summary.json", summaryJson(recording));
     for (const UnitRecording& unit : recording.units) {
-        if (wrong.empty())
-            wrong = writeFile(directory + "/series-" + unit.name + ".csv", seriesCsv(unit));
-        if (wrong.empty())
-            wrong = writeFile(directory + "/states-" + unit.name + ".csv", statesCsv(unit));
-        if (wrong.empty())
-            wrong = writeFile(directory + "/events-" + unit.name + ".csv", eventsCsv(unit));
+        if (wrong.empty()) wrong = writeFile(directory + "/series-" + unit.name + ".csv", seriesCsv(unit));
+        if (wrong.empty()) wrong = writeFile(directory + "/states-" + unit.name + ".csv", statesCsv(unit));
+        if (wrong.empty()) wrong = writeFile(directory + "/events-" + unit.name + ".csv", eventsCsv(unit));
     }
     if (wrong.empty()) wrong = writeFile(directory + "/report.html", reportPage(recording));
     return wrong;

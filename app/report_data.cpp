@@ -122,8 +122,8 @@ std::vector<double> withoutSteps(const UnitRecording& unit, bool& isStepped)
 bool isTrusted(u8 radioClockState)
 {
     constexpr u8 FREQUENCY_HOLDOVER = 4, TIME_OFFSET_HOLDOVER = 9, RNT_TIME_HOLDOVER = 11;
-    return isLockedState(radioClockState) || radioClockState == FREQUENCY_HOLDOVER ||
-           radioClockState == TIME_OFFSET_HOLDOVER || radioClockState == RNT_TIME_HOLDOVER;
+    return isLockedState(radioClockState) || radioClockState == FREQUENCY_HOLDOVER
+           || radioClockState == TIME_OFFSET_HOLDOVER || radioClockState == RNT_TIME_HOLDOVER;
 }
 
 /// Farther from GPS time, or from its leader, a counter just counts from elsewhere.
@@ -169,8 +169,8 @@ Json columnsOf(const UnitRecording& unit, const Axis& axis, double interval_s, b
     c["divider"] = axis.column([&](std::size_t i) { return end > 0.0 ? (s[i].div / end - 1.0) * 1e9 : 0.0; });
     c["temperature"] = axis.column([&](std::size_t i) { return s[i].temperature_V; });
     c["good"] = axis.column([&](std::size_t i) { return isTrusted(s[i].radioClockState) ? 1.0 : 0.0; });
-    c["time_locked"] =
-        axis.column([&](std::size_t i) { return isTimeLockedState(s[i].radioClockState) ? 1.0 : 0.0; });
+    c["time_locked"] = axis.column(
+        [&](std::size_t i) { return isTimeLockedState(s[i].radioClockState) ? 1.0 : 0.0; });
     return c;
 }
 

@@ -59,9 +59,9 @@ std::string rowOf(const CheckResult& c)
     std::string when = clockText(c.from_s);
     if (c.to_s > c.from_s) when += " to " + clockText(c.to_s);
     if (c.to_s <= 0) when = "";
-    return std::string(c.pass ? "<tr>" : "<tr class=fail>") + "<td>" + (c.pass ? "ok" : "<b>FAIL</b>") +
-           "<td>" + htmlText(c.unit) + "<td>" + htmlText(c.name) + "<td" + (when.empty() ? "" : times) + ">" +
-           when + "<td>" + htmlText(c.detail) + "\n";
+    return std::string(c.pass ? "<tr>" : "<tr class=fail>") + "<td>" + (c.pass ? "ok" : "<b>FAIL</b>")
+           + "<td>" + htmlText(c.unit) + "<td>" + htmlText(c.name) + "<td" + (when.empty() ? "" : times) + ">"
+           + when + "<td>" + htmlText(c.detail) + "\n";
 }
 
 /// What failed comes first and is seen at once, the rest is folded away.
@@ -128,11 +128,11 @@ std::string htmlText(const std::string& text)
 
 std::string reportPage(const Recording& recording)
 {
-    return "<!doctype html>\n<html lang=en><meta charset=utf-8><title>" + htmlText(recording.scenario) +
-           "</title>\n<style>" + STYLE + "</style>\n<h1>" + htmlText(recording.scenario) +
-           "</h1>\n<p class=what>" + htmlText(recording.title) + "</p>\n" + verdict(recording) +
-           "<details><summary>summary</summary><pre>" + htmlText(summaryText(recording)) +
-           "</pre></details>\n" + plots(recording) + "</html>\n";
+    return "<!doctype html>\n<html lang=en><meta charset=utf-8><title>" + htmlText(recording.scenario)
+           + "</title>\n<style>" + STYLE + "</style>\n<h1>" + htmlText(recording.scenario)
+           + "</h1>\n<p class=what>" + htmlText(recording.title) + "</p>\n" + verdict(recording)
+           + "<details><summary>summary</summary><pre>" + htmlText(summaryText(recording))
+           + "</pre></details>\n" + plots(recording) + "</html>\n";
 }
 
 }  // namespace app

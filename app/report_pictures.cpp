@@ -21,8 +21,7 @@ constexpr const char* MASK_STYLES[] = {"lines lw 1.6 dt 2 lc rgb '#b03a2e'",
                                        "lines lw 1.6 dt 5 lc rgb '#b9770e'",
                                        "lines lw 1.6 dt 6 lc rgb '#2e6f8e'"};
 
-std::vector<std::pair<double, double>> series(const UnitRecording& unit, double Sample::*field,
-                                              double from_s)
+std::vector<std::pair<double, double>> series(const UnitRecording& unit, double Sample::*field, double from_s)
 {
     std::vector<std::pair<double, double>> points;
     points.reserve(unit.samples.size());
@@ -31,8 +30,8 @@ std::vector<std::pair<double, double>> series(const UnitRecording& unit, double 
     return thinned(points, POINTS_MAX);
 }
 
-Plot overTime(const UnitRecording& unit, const char* title, const char* yLabel,
-              double Sample::*field, double from_s = 0.0)
+Plot overTime(const UnitRecording& unit, const char* title, const char* yLabel, double Sample::*field,
+              double from_s = 0.0)
 {
     return {title, "time, h", yLabel, false, {}, {{"", BLUE, series(unit, field, from_s)}}};
 }
@@ -44,8 +43,7 @@ Plot dividerPlot(const UnitRecording& unit, double from_s)
     const double end = points.empty() ? 0.0 : points.back().second;
     for (auto& [t, value] : points) value = end > 0.0 ? (value / end - 1.0) * 1e9 : 0.0;
     char title[96];
-    std::snprintf(title, sizeof title, "Divider, from the first lock on, against %.9f at the end",
-                  end);
+    std::snprintf(title, sizeof title, "Divider, from the first lock on, against %.9f at the end", end);
     return {title, "time, h", "ppb", false, {}, {{"", BLUE, points}}};
 }
 
@@ -62,12 +60,10 @@ Plot statePlot(const char* title, const std::vector<Change>& changes, double end
             level[c.name] = next;
             plot.yTics.emplace_back(c.name, next);
         }
-        if (!curve.points.empty())
-            curve.points.emplace_back(c.t / 3600.0, curve.points.back().second);
+        if (!curve.points.empty()) curve.points.emplace_back(c.t / 3600.0, curve.points.back().second);
         curve.points.emplace_back(c.t / 3600.0, level[c.name]);
     }
-    if (!curve.points.empty())
-        curve.points.emplace_back(end_s / 3600.0, curve.points.back().second);
+    if (!curve.points.empty()) curve.points.emplace_back(end_s / 3600.0, curve.points.back().second);
     curve.style = "lines lw 2 lc rgb '#2458a6'";
     plot.curves.push_back(std::move(curve));
     return plot;
@@ -104,8 +100,7 @@ Plot holdoverPlot(const UnitRecording& unit)
               false,
               {},
               {}};
-    constexpr const char* STYLES[] = {"lines lw 1.4 lc rgb '#2458a6'",
-                                      "lines lw 1.4 lc rgb '#1e8449'",
+    constexpr const char* STYLES[] = {"lines lw 1.4 lc rgb '#2458a6'", "lines lw 1.4 lc rgb '#1e8449'",
                                       "lines lw 1.4 lc rgb '#7d3c98'"};
     double longest_h = 0.0;
     for (const Holdover& h : holdovers(unit)) {
@@ -115,8 +110,7 @@ Plot holdoverPlot(const UnitRecording& unit)
             points.emplace_back((unit.samples[i].t - begin.t) / 3600.0,
                                 unit.samples[i].timeError_ns - begin.timeError_ns);
         longest_h = std::max(longest_h, h.seconds / 3600.0);
-        plot.curves.push_back({"from " + clockText(begin.t),
-                               STYLES[plot.curves.size() % std::size(STYLES)],
+        plot.curves.push_back({"from " + clockText(begin.t), STYLES[plot.curves.size() % std::size(STYLES)],
                                thinned(points, POINTS_MAX)});
     }
     if (plot.curves.empty()) return plot;
@@ -157,8 +151,8 @@ Plot scoredPlot(const UnitRecording& unit, const Scores& scores)
 Plot followingPlot(const UnitRecording& unit)
 {
     constexpr double FARTHEST_ns = 1e5;
-    Plot plot{"Counter against that of " + unit.leader + ", where within 100 us", "time, h", "ns", false,
-              {}, {}};
+    Plot plot{
+        "Counter against that of " + unit.leader + ", where within 100 us", "time, h", "ns", false, {}, {}};
     const auto locked = std::find_if(unit.states.begin(), unit.states.end(),
                                      [](const auto& c) { return isTimeLockedState(c.state); });
     if (locked == unit.states.end()) return plot;
@@ -195,8 +189,8 @@ void appendTimeErrors(std::string& page, const UnitRecording& unit)
                               "ns", &Sample::timeError_ns));
     constexpr double ALIGNED_ns = 1e9;               // others count frames from elsewhere
     if (isStepped && std::abs(unit.samples.back().gpsTimeError_ns) < ALIGNED_ns)
-        appendPlot(page, overTime(unit, "Counter against GPS time, true, from the last step on",
-                                  "ns", &Sample::gpsTimeError_ns, lastStep_s));
+        appendPlot(page, overTime(unit, "Counter against GPS time, true, from the last step on", "ns",
+                                  &Sample::gpsTimeError_ns, lastStep_s));
 }
 
 /// The limits that the error comes near to or exceeds: those within it, and the next one.
@@ -259,10 +253,9 @@ void appendUnit(std::string& page, const UnitRecording& unit, const Recording& r
     appendPlot(page, statePlot("Regulator state", unit.regStates, recording.virtual_s));
     appendPlot(page, statePlot("Selected reference", unit.selected, recording.virtual_s));
     if (!unit.gpsStates.empty()) {
-        appendPlot(page, statePlot("GPS receiver, as the unit sees it", unit.gpsStates,
-                                   recording.virtual_s));
-        appendPlot(page, statePlot("GPS, as the main processor is told", unit.gpsStatuses,
-                                   recording.virtual_s));
+        appendPlot(page, statePlot("GPS receiver, as the unit sees it", unit.gpsStates, recording.virtual_s));
+        appendPlot(page,
+                   statePlot("GPS, as the main processor is told", unit.gpsStatuses, recording.virtual_s));
     }
     if (!unit.qualities.empty())
         appendPlot(page, statePlot("Quality level of the Ethernet reference, as the main processor is told",

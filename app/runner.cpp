@@ -37,16 +37,15 @@ public:
         world_.onMisuse([this](const ose::Misuse& m) { misuses_.push_back(m.text()); });
         for (const sim::UnitSpec& spec : scenario.units) {
             units_.push_back(std::make_unique<sim::Unit>(world_, spec));
-            recorders_.push_back(std::make_unique<Recorder>(
-                world_, *units_.back(), progress_, scenario.units.size() > 1, checks));
+            recorders_.push_back(std::make_unique<Recorder>(world_, *units_.back(), progress_,
+                                                            scenario.units.size() > 1, checks));
             feed_.add(*recorders_.back());
             recorders_.back()->onEvent([this, r = recorders_.back().get()](const UnitEvent& event) {
                 feed_.changed();
                 if (console_) console_->show(r->recording.name, event);
             });
             if (!options.out.empty())
-                units_.back()->node().traces().toFile(options.out + "/trace-" + spec.node.name +
-                                                      ".txt");
+                units_.back()->node().traces().toFile(options.out + "/trace-" + spec.node.name + ".txt");
         }
         links_ = sim::makeLinks(world_, scenario, units_);
         net_ = std::make_unique<sim::PacketNet>(world_, scenario, units_);
@@ -75,8 +74,7 @@ public:
         console_.reset();
         progress_.end();
         if (options_.stacks) std::printf("stacks         %s\n", world_.stackUse().text().c_str());
-        return finish(
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count());
+        return finish(std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count());
     }
 
 private:
@@ -86,9 +84,8 @@ private:
         constexpr u8 ETHERNET_TIME = 0;
         for (const sim::UnitSpec& unit : scenario.units)
             if (unit.node.name == host)
-                return std::ranges::any_of(unit.node.mainProcessor.packetRefs, [](const auto& r) {
-                    return r.typeOfPktStruct != ETHERNET_TIME;
-                });
+                return std::ranges::any_of(unit.node.mainProcessor.packetRefs,
+                                           [](const auto& r) { return r.typeOfPktStruct != ETHERNET_TIME; });
         return std::ranges::any_of(scenario.masters,
                                    [&](const auto& m) { return m.name == host && m.unicast; });
     }
@@ -145,14 +142,11 @@ private:
         realTimeRefused_ = askForRealTime();
         if (!realTimeRefused_.empty())
             recorders_.front()->tell(
-                "host", "no SCHED_FIFO: " + realTimeRefused_ +
-                            "; a loaded machine makes the run late, the summary tells how much");
+                "host", "no SCHED_FIFO: " + realTimeRefused_
+                            + "; a loaded machine makes the run late, the summary tells how much");
     }
 
-    HostReport host() const
-    {
-        return hostReport(*hostNet_, *hostClock_, realTimeRefused_, receiver_.get());
-    }
+    HostReport host() const { return hostReport(*hostNet_, *hostClock_, realTimeRefused_, receiver_.get()); }
 
     /// In place of the simulated receiver, which has no power any more.
     void openReceiver(const HostReceiver& r)
@@ -223,11 +217,10 @@ private:
     {
         for (const CheckSpec& check : checks_) {
             if (check.command.empty()) continue;
-            const auto recorder =
-                std::find_if(recorders_.begin(), recorders_.end(),
-                             [&](const auto& r) { return r->recording.name == check.unit; });
-            world_.at(worldTime(check.from_s),
-                      [r = recorder->get(), &check] { r->command(check.command); });
+            const auto recorder = std::find_if(recorders_.begin(), recorders_.end(), [&](const auto& r) {
+                return r->recording.name == check.unit;
+            });
+            world_.at(worldTime(check.from_s), [r = recorder->get(), &check] { r->command(check.command); });
         }
     }
 
@@ -250,8 +243,8 @@ private:
             [this](const sim::EventSpec& event) { happen(event); },
             [this] { return hostNet_ ? heardText(toJson(host())) : ""; }});
         control.onEnd([this] {
-            console_->tell("the scenario's end at " + clockText(scenario_.duration_s) +
-                           " is reached: 'quit' ends the run, 'until' or 'step' goes beyond");
+            console_->tell("the scenario's end at " + clockText(scenario_.duration_s)
+                           + " is reached: 'quit' ends the run, 'until' or 'step' goes beyond");
         });
         console_->start();
     }
@@ -276,8 +269,7 @@ private:
         recording.misuses = misuses_;
         if (hostNet_) recording.host = host();
         if (!options_.out.empty())
-            for (auto& unit : units_)
-                unit->node().volumes().save(options_.out + "/volumes-" + unit->name());
+            for (auto& unit : units_) unit->node().volumes().save(options_.out + "/volumes-" + unit->name());
         return recording;
     }
 

@@ -10,10 +10,10 @@ namespace {
 constexpr double FOREVER = 1e9;   // s
 
 // ITU-T G.811 (09/97) clause 6.1, tables 1 and 2; us and ns turned into ns.
-constexpr MaskSegment G811_MTIE[] = {{0.1, 1000.0, 0.275, 1.0, 25.0},
-                                     {1000.0, FOREVER, 0.01, 1.0, 290.0}};
-constexpr MaskSegment G811_TDEV[] = {
-    {0.1, 100.0, 3.0, 0.0, 0.0}, {100.0, 1000.0, 0.03, 1.0, 0.0}, {1000.0, 10000.0, 30.0, 0.0, 0.0}};
+constexpr MaskSegment G811_MTIE[] = {{0.1, 1000.0, 0.275, 1.0, 25.0}, {1000.0, FOREVER, 0.01, 1.0, 290.0}};
+constexpr MaskSegment G811_TDEV[] = {{0.1, 100.0, 3.0, 0.0, 0.0},
+                                     {100.0, 1000.0, 0.03, 1.0, 0.0},
+                                     {1000.0, 10000.0, 30.0, 0.0, 0.0}};
 // ITU-T G.812 (06/2004), wander generation of types II and III at constant temperature.
 constexpr MaskSegment G812_MTIE[] = {
     {0.1, 1.0, 40.0, 0.0, 0.0}, {1.0, 10.0, 40.0, 0.4, 0.0}, {10.0, 1000.0, 100.0, 0.0, 0.0}};
@@ -22,14 +22,14 @@ constexpr MaskSegment G812_TDEV[] = {{0.1, 2.5, 3.2, -0.5, 0.0},
                                      {40.0, 1000.0, 0.32, 0.5, 0.0},
                                      {1000.0, 10000.0, 10.0, 0.0, 0.0}};
 // ITU-T G.8272 (11/2018) clause 6.2, classes A and B.
-constexpr MaskSegment G8272_MTIE[] = {{0.1, 273.0, 0.275, 1.0, 25.0},
-                                      {273.0, FOREVER, 100.0, 0.0, 0.0}};
-constexpr MaskSegment G8272_TDEV[] = {
-    {0.1, 100.0, 3.0, 0.0, 0.0}, {100.0, 1000.0, 0.03, 1.0, 0.0}, {1000.0, 10000.0, 30.0, 0.0, 0.0}};
-constexpr MaskSegment G8272B_MTIE[] = {{0.1, 54.5, 0.275, 1.0, 25.0},
-                                       {54.5, FOREVER, 40.0, 0.0, 0.0}};
-constexpr MaskSegment G8272B_TDEV[] = {
-    {0.1, 100.0, 1.0, 0.0, 0.0}, {100.0, 500.0, 0.01, 1.0, 0.0}, {500.0, 100000.0, 5.0, 0.0, 0.0}};
+constexpr MaskSegment G8272_MTIE[] = {{0.1, 273.0, 0.275, 1.0, 25.0}, {273.0, FOREVER, 100.0, 0.0, 0.0}};
+constexpr MaskSegment G8272_TDEV[] = {{0.1, 100.0, 3.0, 0.0, 0.0},
+                                      {100.0, 1000.0, 0.03, 1.0, 0.0},
+                                      {1000.0, 10000.0, 30.0, 0.0, 0.0}};
+constexpr MaskSegment G8272B_MTIE[] = {{0.1, 54.5, 0.275, 1.0, 25.0}, {54.5, FOREVER, 40.0, 0.0, 0.0}};
+constexpr MaskSegment G8272B_TDEV[] = {{0.1, 100.0, 1.0, 0.0, 0.0},
+                                       {100.0, 500.0, 0.01, 1.0, 0.0},
+                                       {500.0, 100000.0, 5.0, 0.0, 0.0}};
 // ITU-T G.8262 (11/2018) clause 8.1, wander generation of option 1 at constant temperature.
 constexpr MaskSegment G8262_MTIE[] = {
     {0.1, 1.0, 40.0, 0.0, 0.0}, {1.0, 100.0, 40.0, 0.1, 0.0}, {100.0, 1000.0, 25.25, 0.2, 0.0}};
@@ -37,10 +37,8 @@ constexpr MaskSegment G8262_TDEV[] = {
     {0.1, 25.0, 3.2, 0.0, 0.0}, {25.0, 100.0, 0.64, 0.5, 0.0}, {100.0, 1000.0, 6.4, 0.0, 0.0}};
 
 constexpr Mask MASKS[] = {
-    {"G.811", G811_MTIE, G811_TDEV},
-    {"G.812-III", G812_MTIE, G812_TDEV},
-    {"G.8272", G8272_MTIE, G8272_TDEV},
-    {"G.8272-B", G8272B_MTIE, G8272B_TDEV},
+    {"G.811", G811_MTIE, G811_TDEV},    {"G.812-III", G812_MTIE, G812_TDEV},
+    {"G.8272", G8272_MTIE, G8272_TDEV}, {"G.8272-B", G8272B_MTIE, G8272B_TDEV},
     {"G.8262", G8262_MTIE, G8262_TDEV},
 };
 

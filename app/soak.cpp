@@ -44,16 +44,16 @@ bool sparesReferences(const std::string& what)
 }
 
 /// Processes of the program that come with what it is set up for, and are to stay.
-constexpr const char* PROCESSES[] = {
-    "Kvd_loz6_tumgr_proc", "Kvd_loz6_fifo_proc", "Tsv_IfSupport_proc", "Kvd_loz6_tupktsync_proc",
-    "Kvd_loz6_turefmon_proc", "Kvd_loz6_tuhwif_int_proc", "TuGpsInt_proc", "TuGpsOslInt_proc", "TuHptsiInt_proc",
-    "PsxIwNgscInciServer"};
+constexpr const char* PROCESSES[] = {"Kvd_loz6_tumgr_proc",    "Kvd_loz6_fifo_proc",
+                                     "Tsv_IfSupport_proc",     "Kvd_loz6_tupktsync_proc",
+                                     "Kvd_loz6_turefmon_proc", "Kvd_loz6_tuhwif_int_proc",
+                                     "TuGpsInt_proc",          "TuGpsOslInt_proc",
+                                     "TuHptsiInt_proc",        "PsxIwNgscInciServer"};
 
 /// One unit under watch: what is done to it and what it shows.
 class Watched {
 public:
-    Watched(sim::Unit& unit, const sim::UnitSpec& spec, sim::Digest& digest,
-            std::vector<Violation>& found)
+    Watched(sim::Unit& unit, const sim::UnitSpec& spec, sim::Digest& digest, std::vector<Violation>& found)
         : unit_(unit), spec_(spec), digest_(digest), found_(found), watch_(unit.name())
     {
         may_.hasTime = spec.node.mainProcessor.timeMode != 1;
@@ -61,7 +61,8 @@ public:
         // Packets are averaged for hours before they are trusted with the time.
         may_.canKnowTime = references.empty() ||       // by radio links
                            std::any_of(references.begin(), references.end(), [](const sim::MpReference& r) {
-                               return r.refType == GPS_REF || r.refType == HPTSI_REF || r.refType == GPSOSL_REF;
+                               return r.refType == GPS_REF || r.refType == HPTSI_REF
+                                      || r.refType == GPSOSL_REF;
                            });
         unit.node().traces().setCapacity(0);
         unit.node().mainProcessor().onStatus([this](const sim::ClockStatus& s) {
@@ -150,8 +151,13 @@ private:
         m.refStateTold = mp.status().refState;
         if (!m.runs) return m;
         m.poolUsed = node.program()->poolUsed();
-        struct Seen { u8 clock, selected, degrState; double c, f; u32 jumpState, refState, byText; ClockFacts facts;
-                      bool isDriving; };
+        struct Seen {
+            u8 clock, selected, degrState;
+            double c, f;
+            u32 jumpState, refState, byText;
+            ClockFacts facts;
+            bool isDriving;
+        };
         const Seen seen = node.inProgram([] {
             const TimePair last = KvdLoz6TuReg_getLastTime();
             ClockFacts facts;
@@ -160,14 +166,20 @@ private:
             facts.regState = KvdLoz6TuReg_regState();
             facts.pllState = KvdLoz6TuReg_pllState();
             facts.slavePllState = KvdLoz6TuReg_slavePllState();
-            facts.isRelaxed = KvdLoz6TuIifAdm_forceLockedTimerRuns() &&
-                              KvdLoz6TuIifAdm_holdoverThreshold(HOLDOVER_FREQ) == 0;
+            facts.isRelaxed = KvdLoz6TuIifAdm_forceLockedTimerRuns()
+                              && KvdLoz6TuIifAdm_holdoverThreshold(HOLDOVER_FREQ) == 0;
             facts.awaitsRadio = KvdLoz6TuIifAdm_socpriMarker() != 0;
-            return Seen{KvdLoz6TuIifAdm_radioClockState(), facts.selected, KvdLoz6TuReg_degrState(), last.c, last.f,
-                        KvdLoz6TuReg_jumpState(), KvdLoz6TuIifAdm_tuiifRefState(),
-                        KvdLoz6TuRef_stateMask(ROW_GPS) | KvdLoz6TuRef_stateMask(ROW_HPTSI), facts,
-                        KvdLoz6BiraIifAdm_hasHwControl() != 0 &&
-                            KvdLoz6TuReg_initiateState() != TUREG_WARM_INITIATED};
+            return Seen{KvdLoz6TuIifAdm_radioClockState(),
+                        facts.selected,
+                        KvdLoz6TuReg_degrState(),
+                        last.c,
+                        last.f,
+                        KvdLoz6TuReg_jumpState(),
+                        KvdLoz6TuIifAdm_tuiifRefState(),
+                        KvdLoz6TuRef_stateMask(ROW_GPS) | KvdLoz6TuRef_stateMask(ROW_HPTSI),
+                        facts,
+                        KvdLoz6BiraIifAdm_hasHwControl() != 0
+                            && KvdLoz6TuReg_initiateState() != TUREG_WARM_INITIATED};
         });
         constexpr double OVEN_SETTLED_s = 600.0;
         may_.idle = !seen.isDriving || ovenIsOut_ || t - ovenMoved_s_ < OVEN_SETTLED_s;
@@ -227,8 +239,8 @@ private:
             {"eth-b", sim::ReferenceInput::EthernetB}};
         for (const sim::PhyPort& port : unit_.node().phyPorts().ports())
             if (r.refType == PDH_SDH_REF && port.froId == r.froId)
-                return unit_.input(port.line == 0 ? sim::ReferenceInput::Pdh1
-                                                  : sim::ReferenceInput::Pdh2).present();
+                return unit_.input(port.line == 0 ? sim::ReferenceInput::Pdh1 : sim::ReferenceInput::Pdh2)
+                    .present();
         for (const auto& [name, input] : INPUTS)
             if (r.name == name) return unit_.input(input).present();
         return true;                   // looked at otherwise
@@ -301,8 +313,7 @@ public:
         const ose::Time end = static_cast<ose::Time>(scenario_.duration_s * 1e12);
         while (world_.now() < end && result_.violations.empty())
             world_.runUntil(std::min(world_.now() + 10 * ose::SEC, end));
-        result_.wall_s =
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+        result_.wall_s = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
         result_.hours = seconds(world_.now()) / 3600.0;
         result_.digest = digest_.value();
         for (const auto& w : watched_) {
@@ -364,8 +375,7 @@ SoakResult runSoak(const SoakOptions& options)
 {
     const std::string text = drawScenario(options.hours, options.seed);
     if (!options.save.empty()) std::ofstream(options.save) << text;
-    const sim::Scenario scenario =
-        sim::readScenarioText(text, "soak-" + std::to_string(options.seed));
+    const sim::Scenario scenario = sim::readScenarioText(text, "soak-" + std::to_string(options.seed));
     SoakResult result;
     Soak(scenario, result).run();
     return result;

@@ -51,8 +51,8 @@ void Plan::add(const Drawn& u, double at_s, const char* what, const std::string&
     if (at_s >= end_s_) return;
     const std::string word = what;
     const bool isNet = word.starts_with("master.") || word.starts_with("path.");
-    events_ += format("[[event]]\nat = \"%.1fs\"\ndo = \"%s\"\n", at_s, what) +
-               (isNet ? "" : format("unit = \"%s\"\n", u.name.c_str())) + with;
+    events_ += format("[[event]]\nat = \"%.1fs\"\ndo = \"%s\"\n", at_s, what)
+               + (isNet ? "" : format("unit = \"%s\"\n", u.name.c_str())) + with;
 }
 
 void Plan::addOfLink(double at_s, const char* what, const std::string& with)
@@ -123,8 +123,8 @@ double Plan::source(const Drawn& u, double at_s)
     // Not a stuck 1PPS: the unit can't tell it from a quiet one until its estimate has aged.
     constexpr const char* OF_RECEIVER[] = {"antenna_open", "antenna_short", "jamming", "status_nok",
                                            "no_gpgsv", "no_pps", "silence", "garbled"};
-    constexpr const char* OF_TIME_SOURCE[] = {"wrong_checksum", "garbled", "silence", "no_info", "no_state",
-                                              "late", "no_pps"};
+    constexpr const char* OF_TIME_SOURCE[] = {"wrong_checksum", "garbled", "silence", "no_info",
+                                              "no_state",       "late",    "no_pps"};
     const double lasts = lasting(at_s, 5.0, 7200.0);
     if (below(5) == 0) {
         const char* const what = u.gps ? "gps.power" : "cmcc.tell";
@@ -241,8 +241,8 @@ double Plan::turn(double at_s)
 /// Orders about a radio link that come in the middle of what is under way.
 double Plan::radio(const Drawn& u, double at_s)
 {
-    constexpr const char* ORDERS[] = {"mp.socpri_scan", "mp.socpri_select", "mp.socpri_deselect", "mp.socpri_align",
-                                      "mp.socpri_coarse_time"};
+    constexpr const char* ORDERS[] = {"mp.socpri_scan", "mp.socpri_select", "mp.socpri_deselect",
+                                      "mp.socpri_align", "mp.socpri_coarse_time"};
     switch (below(4)) {
     case 0: add(u, at_s, "mp.socpri_holdover"); break;
     case 1:
@@ -361,8 +361,7 @@ void Plan::routeDown(const Drawn& u, double at_s, double lasts)
 {
     const bool isAll = below(2) == 0;
     for (const std::string& master : u.masters) {
-        const std::string way =
-            format("from = \"%s\"\nto = \"%s\"\n", master.c_str(), u.name.c_str());
+        const std::string way = format("from = \"%s\"\nto = \"%s\"\n", master.c_str(), u.name.c_str());
         add(u, at_s, "path.down", way);
         add(u, at_s + lasts, "path.up", way);
         if (!isAll) return;
@@ -372,7 +371,8 @@ void Plan::routeDown(const Drawn& u, double at_s, double lasts)
 void Plan::packetServices(const Drawn& u, double at_s, double lasts)
 {
     if (below(3) == 0) {
-        add(u, at_s, "node.packet_stamps", format("lost = %.2f\nlate_ms = %.1f\n", between(0, 1), between(0, 400)));
+        add(u, at_s, "node.packet_stamps",
+            format("lost = %.2f\nlate_ms = %.1f\n", between(0, 1), between(0, 400)));
         add(u, at_s + lasts, "node.packet_stamps");
         return;
     }
@@ -478,8 +478,7 @@ double Plan::selection(const Drawn& u, double at_s)
 {
     if (u.references.empty()) return 0;
     const double lasts = lasting(at_s, 1.0, 3600.0);
-    const std::string name = format("reference = \"%s\"\n",
-                                    oneOf(u.references).c_str());
+    const std::string name = format("reference = \"%s\"\n", oneOf(u.references).c_str());
     // Between units the role alone selects the link.
     const bool hasChoice = linkType_ != "idl1" && linkType_ != "idl2";
     switch (below(3)) {

@@ -130,8 +130,10 @@ Drawn& Plan::beginUnit(bool time, const char* role, unsigned apn, const std::str
     Drawn u;
     u.name = "tu" + std::to_string(apn);
     const bool isLinked = !linkType_.empty();
-    text_ += format("\n[[unit]]\nname = \"%s\"\nboard_type = %u\ntime_mode = \"%s\"\nrole = \"%s\"\napn = %u\n",
-                    u.name.c_str(), isLinked ? 2 : 1 + below(2), time ? "time" : "frequency", role, apn) + more;
+    text_ +=
+        format("\n[[unit]]\nname = \"%s\"\nboard_type = %u\ntime_mode = \"%s\"\nrole = \"%s\"\napn = %u\n",
+               u.name.c_str(), isLinked ? 2 : 1 + below(2), time ? "time" : "frequency", role, apn)
+        + more;
     // Links are followed by loops, which have no model of the oven's retrace.
     text_ += format("[unit.oscillator]\noffset_ppb = %.3f\nageing_ppb_per_day = %.3f\nwhite_fm = 2e-12\n"
                     "flicker_fm = 3e-12\nretrace_ppb = %.3f\nwarm_up_ppb = -300.0\n",
@@ -173,7 +175,9 @@ void Plan::addOtherReferences(Drawn& u)
         addReference(u, "eth-b", "ETHB_REF", 22, 7);
     }
     if (below(5) == 0) {
-        text_ += "[unit.ntp]\nfro_id = 7\nup_us = 500.0\ndown_us = 500.0\nup_noise_us = 5.0\ndown_noise_us = 5.0\n";
+        text_ +=
+            "[unit.ntp]\nfro_id = 7\nup_us = 500.0\ndown_us = 500.0\n"
+            "up_noise_us = 5.0\ndown_noise_us = 5.0\n";
         u.ntp = true;
         u.services.push_back("ipsync");
         addReference(u, "ntp", "NTP_REF", 7, 2);
@@ -195,8 +199,8 @@ void Plan::addPacketTime(Drawn& u)
                     isJ3 ? between(0, 5) : between(0, 0.02));
     for (unsigned i = 1; i <= 2; ++i)
         addMaster(u, format("domain = %u\ntwo_step = %s\nlog_announce = %d\n", domain,
-                            below(2) == 0 ? "true" : "false", isJ3 ? 1 : -3) +
-                         intervals(u.log) + (i == 1 ? "" : SILENT));
+                            below(2) == 0 ? "true" : "false", isJ3 ? 1 : -3)
+                         + intervals(u.log) + (i == 1 ? "" : SILENT));
 }
 
 void Plan::addPacketFrequency(Drawn& u)
@@ -212,8 +216,8 @@ void Plan::addPacketFrequency(Drawn& u)
 void Plan::addMaster(Drawn& u, const std::string& words)
 {
     const std::string name = format("gm%zu", ++masters_);
-    net_ += format("[[master]]\nname = \"%s\"\n", name.c_str()) + words +
-            format("[[path]]\nfrom = \"%s\"\nto = \"%s\"\n", name.c_str(), u.name.c_str()) + u.path;
+    net_ += format("[[master]]\nname = \"%s\"\n", name.c_str()) + words
+            + format("[[path]]\nfrom = \"%s\"\nto = \"%s\"\n", name.c_str(), u.name.c_str()) + u.path;
     u.masters.push_back(name);
 }
 
@@ -225,8 +229,8 @@ void Plan::addInput(Drawn& u, const char* at, double white_ns)
 
 void Plan::addReference(Drawn& u, const char* name, const char* type, unsigned froId, unsigned froClass)
 {
-    text_ += format("[[unit.reference]]\nname = \"%s\"\ntype = \"%s\"\nfro_id = %u\nfro_class = %u\n", name, type,
-                    froId, froClass);
+    text_ += format("[[unit.reference]]\nname = \"%s\"\ntype = \"%s\"\nfro_id = %u\nfro_class = %u\n", name,
+                    type, froId, froClass);
     u.references.push_back(name);
 }
 

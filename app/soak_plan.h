@@ -17,7 +17,8 @@ struct Drawn {
     std::vector<std::string> inputs, esmc, references, masters;
     std::vector<std::string> services;          // of its node, beside those that every unit uses
     std::string ptpReference = "", path = "";   // words of its own that events put back
-    std::string onLine = "", offLine = "";      // on the serial line: the reference in use, another for a while
+    // on the serial line: the reference in use, another for a while
+    std::string onLine = "", offLine = "";
     bool hasSpareLine = false;                  // its PDH reference may move there
     int log = -4;                               // interval of its masters, log2 of s
     bool hasTime() const { return gps || ptp || cmcc || socpri || follows; }

@@ -25,8 +25,8 @@ constexpr u8 UNKNOWN = 7;                     // clock state
 
 bool isLocked(u8 clock)
 {
-    return clock == KVD_TUIIF_FREQUENCY_LOCKED || clock == KVD_TUIIF_TIME_OFFSET_LOCKED ||
-           clock == KVD_TUIIF_RNT_TIME_LOCKED;
+    return clock == KVD_TUIIF_FREQUENCY_LOCKED || clock == KVD_TUIIF_TIME_OFFSET_LOCKED
+           || clock == KVD_TUIIF_RNT_TIME_LOCKED;
 }
 bool hasTime(u8 clock)
 {
@@ -37,15 +37,15 @@ constexpr u32 bit(u8 state) { return 1u << state; }
 
 /// Clock states that may follow each one in a run of the program, in one role. A loss of tracking may come
 /// and go in any state; the halted state ends with a restart.
-constexpr u32 DEGRADES = bit(KVD_TUIIF_FREQUENCY_DRIFTING) | bit(KVD_TUIIF_LOSS_OF_TRACKING) |
-                         bit(KVD_TUIIF_FAILURE);
+constexpr u32 DEGRADES = bit(KVD_TUIIF_FREQUENCY_DRIFTING) | bit(KVD_TUIIF_LOSS_OF_TRACKING)
+                         | bit(KVD_TUIIF_FAILURE);
 constexpr u32 FREQUENCY = bit(KVD_TUIIF_FREQUENCY_LOCKED) | bit(KVD_TUIIF_FREQUENCY_HOLDOVER);
 constexpr u32 TIME_OFFSET = bit(KVD_TUIIF_TIME_OFFSET_LOCKED) | bit(KVD_TUIIF_TIME_OFFSET_HOLDOVER);
 constexpr u32 RNT = bit(KVD_TUIIF_RNT_TIME_LOCKED) | bit(KVD_TUIIF_RNT_TIME_HOLDOVER);
 constexpr u8  SOCPRI_STARTING = 17;
 constexpr u32 LOOP = bit(KVD_TUIIF_PREJUMP_START) | bit(KVD_TUIIF_PREJUMP_HIST) | bit(SOCPRI_STARTING);
-constexpr u32 SLAVE = bit(KVD_TUIIF_SLAVE_FREE_RUNNING) | bit(KVD_TUIIF_SLAVE_FREQUENCY_LOCKED) |
-                      bit(KVD_TUIIF_SLAVE_FRAME_LOCKED);
+constexpr u32 SLAVE = bit(KVD_TUIIF_SLAVE_FREE_RUNNING) | bit(KVD_TUIIF_SLAVE_FREQUENCY_LOCKED)
+                      | bit(KVD_TUIIF_SLAVE_FRAME_LOCKED);
 
 u32 followers(u8 from)
 {
@@ -56,8 +56,7 @@ u32 followers(u8 from)
         return DEGRADES | FREQUENCY | TIME_OFFSET | RNT | LOOP | SLAVE | bit(KVD_TUIIF_WARMUP);
     case KVD_TUIIF_FAILURE:            return 0;
     default:
-        if ((SLAVE & bit(from)) != 0)
-            return SLAVE | bit(KVD_TUIIF_LOSS_OF_TRACKING) | bit(KVD_TUIIF_FAILURE);
+        if ((SLAVE & bit(from)) != 0) return SLAVE | bit(KVD_TUIIF_LOSS_OF_TRACKING) | bit(KVD_TUIIF_FAILURE);
         return DEGRADES | FREQUENCY | TIME_OFFSET | RNT | LOOP;
     }
 }
@@ -66,10 +65,7 @@ u32 followers(u8 from)
 
 bool mayFollow(u8 from, u8 to) { return from == to || (followers(from) & bit(to)) != 0; }
 
-void SoakWatch::fail(const Moment& m, const std::string& what)
-{
-    found_->push_back({m.t, unit_, what});
-}
+void SoakWatch::fail(const Moment& m, const std::string& what) { found_->push_back({m.t, unit_, what}); }
 
 void SoakWatch::look(const Moment& m, const Licence& may, std::vector<Violation>& found)
 {
@@ -78,7 +74,8 @@ void SoakWatch::look(const Moment& m, const Licence& may, std::vector<Violation>
     if (!any_ || m.starts != before_.starts || m.runs != before_.runs) {
         started_s_ = m.t;
         stateSince_s_ = sampledAt_s_ = m.t;
-        toldWrongSince_s_ = selectedWrongSince_s_ = modelWrongSince_s_ = loopHoldsSince_s_ = framesSince_s_ = -1;
+        toldWrongSince_s_ = selectedWrongSince_s_ = modelWrongSince_s_ = loopHoldsSince_s_ = framesSince_s_ =
+            -1;
         poolOfFirstHour_ = 0;
     } else if (m.runs) {
         lookAtSteps(m, may);
@@ -108,8 +105,8 @@ void SoakWatch::lookAtSteps(const Moment& m, const Licence& may)
 {
     const double step = m.timeError_ns - before_.timeError_ns;
     // A follower takes its leader's count whenever it finds it.
-    const bool licensed = m.t - may.jump_s < JUMP_DONE_s || m.t - started_s_ < START_s ||
-                          (may.follows && m.quiet_s < BACK_s);
+    const bool licensed = m.t - may.jump_s < JUMP_DONE_s || m.t - started_s_ < START_s
+                          || (may.follows && m.quiet_s < BACK_s);
     if (std::fabs(step) > STEP_ns && !licensed)
         fail(m, "the counter stepped by " + std::to_string(step) + " ns without an order");
     if (m.coarse_s != -1.0 && (m.coarse_s < 0 || std::fmod(m.coarse_s, COUNTER_TURN_s) != 0.0))
@@ -121,8 +118,7 @@ void SoakWatch::lookAtSteps(const Moment& m, const Licence& may)
 void SoakWatch::lookAtClock(const Moment& m, const Licence& may)
 {
     if (m.clock != before_.clock) stateSince_s_ = m.t;
-    if (m.clock == KVD_TUIIF_FAILURE && !may.halting)
-        fail(m, "halted without a fault of the board");
+    if (m.clock == KVD_TUIIF_FAILURE && !may.halting) fail(m, "halted without a fault of the board");
     if (m.clock == KVD_TUIIF_LOSS_OF_TRACKING && !may.unlocked)
         fail(m, "loss of tracking with both synthesisers locked");
     if (hasTime(m.clock) && !may.hasTime) fail(m, "a time state in frequency mode");
@@ -139,8 +135,8 @@ void SoakWatch::lookAtClock(const Moment& m, const Licence& may)
     if (!m.connected || isHalted || m.selected == m.wanted) selectedWrongSince_s_ = -1;
     else if (selectedWrongSince_s_ < 0) selectedWrongSince_s_ = m.t;
     else if (m.t - selectedWrongSince_s_ > TOLD_s)
-        fail(m, "reference type " + std::to_string(m.selected) + " selected, wanted " +
-                    std::to_string(m.wanted));
+        fail(m, "reference type " + std::to_string(m.selected) + " selected, wanted "
+                    + std::to_string(m.wanted));
     if (m.connected && m.selectedDead && m.selectedUsable && m.selected != NO_REFERENCE)
         fail(m, "a reference without a signal since a minute is told usable");
 }
@@ -151,8 +147,8 @@ void SoakWatch::lookAtErrors(const Moment& m, const Licence& may)
     constexpr double SETTLED_s = 3600.0;
     constexpr double FREQUENCY_MAX_ppb = 20.0, TIME_MAX_ns = 2000.0;
     constexpr double JUMP_SETTLED_s = 60.0;      // what the counter's resolution left is steered out
-    if (m.t - may.jump_s < JUMP_SETTLED_s || m.t - may.reference_s < SETTLED_s || m.t - stateSince_s_ < SETTLED_s ||
-        m.t - may.boardFault_s < SETTLED_s || m.degraded)
+    if (m.t - may.jump_s < JUMP_SETTLED_s || m.t - may.reference_s < SETTLED_s
+        || m.t - stateSince_s_ < SETTLED_s || m.t - may.boardFault_s < SETTLED_s || m.degraded)
         return;
     if (isLocked(m.clock) && std::fabs(m.freqError_ppb) > FREQUENCY_MAX_ppb)
         fail(m, "locked, and " + std::to_string(m.freqError_ppb) + " ppb off");
@@ -168,8 +164,7 @@ void SoakWatch::lookAtSamples(const Moment& m, const Licence& may)
     constexpr double LATEST_s = 30.0;
     constexpr double NONE_YET = -1.0;
     const bool isNew = m.coarse_s != before_.coarse_s || m.fine_s != before_.fine_s;
-    if (isNew || m.coarse_s == NONE_YET || may.refused || may.halting || may.idle)
-        sampledAt_s_ = m.t;
+    if (isNew || m.coarse_s == NONE_YET || may.refused || may.halting || may.idle) sampledAt_s_ = m.t;
     if (m.t - sampledAt_s_ > LATEST_s)
         fail(m, "the regulator took no sample since " + std::to_string(sampledAt_s_) + " s");
 }
@@ -181,8 +176,8 @@ void SoakWatch::lookAtMemory(const Moment& m)
         return;
     }
     if (m.poolUsed > poolOfFirstHour_ + POOL_GROWTH)
-        fail(m, "signals take " + std::to_string(m.poolUsed) + " bytes, " +
-                    std::to_string(poolOfFirstHour_) + " in the first hour");
+        fail(m, "signals take " + std::to_string(m.poolUsed) + " bytes, " + std::to_string(poolOfFirstHour_)
+                    + " in the first hour");
 }
 
 /// The clock state by what makes it, as the unit itself tells these.
@@ -191,18 +186,19 @@ void SoakWatch::lookAtModel(const Moment& m, const Licence& may)
     const u8 expected = expectedClock(m.facts);
     // A slave without its leader runs free after a minute whatever the regulator's state, and until it is
     // locked again.
-    const bool runsFree = may.slave && m.clock == KVD_TUIIF_SLAVE_FREE_RUNNING &&
-                          (m.selected == NO_REFERENCE || m.facts.slavePllState != SLAVE_PLL_Locked);
+    const bool runsFree = may.slave && m.clock == KVD_TUIIF_SLAVE_FREE_RUNNING
+                          && (m.selected == NO_REFERENCE || m.facts.slavePllState != SLAVE_PLL_Locked);
     constexpr double LOOP_STARTS_s = 30.0;        // a restored loop tells its state once it has filtered
-    const bool isOfOtherRule = m.t - started_s_ < LOOP_STARTS_s || may.idle || m.clock == SOCPRI_STARTING || m.clock == KVD_TUIIF_FAILURE || runsFree ||
-                               expected == UNKNOWN;
+    const bool isOfOtherRule = m.t - started_s_ < LOOP_STARTS_s || may.idle || m.clock == SOCPRI_STARTING
+                               || m.clock == KVD_TUIIF_FAILURE || runsFree || expected == UNKNOWN;
     const bool isWrong = !may.refused && m.connected && !isOfOtherRule && m.clock != expected;
     if (!isWrong) modelWrongSince_s_ = -1;
     else if (modelWrongSince_s_ < 0) modelWrongSince_s_ = m.t;
     else if (m.t - modelWrongSince_s_ > TOLD_s)
-        fail(m, "clock state " + std::to_string(m.clock) + ", " + std::to_string(expected) + " by regulator state " +
-                    std::to_string(m.facts.regState) + ", loop " + std::to_string(m.facts.pllState) +
-                    ", reference " + std::to_string(m.selected) + " after " + std::to_string(m.facts.before));
+        fail(m, "clock state " + std::to_string(m.clock) + ", " + std::to_string(expected)
+                    + " by regulator state " + std::to_string(m.facts.regState) + ", loop "
+                    + std::to_string(m.facts.pllState) + ", reference " + std::to_string(m.selected)
+                    + " after " + std::to_string(m.facts.before));
 }
 
 /// No loop holds over longer than its rule.
@@ -215,11 +211,15 @@ void SoakWatch::lookAtHoldovers(const Moment& m)
     if (!isHeld) loopHoldsSince_s_ = -1;
     else if (loopHoldsSince_s_ < 0) loopHoldsSince_s_ = m.t;
     else if (m.t - loopHoldsSince_s_ > OUTPUT_HELD_s + SLACK_s)
-        fail(m, "the loop of another unit's output holds over since " + std::to_string(loopHoldsSince_s_) + " s");
+        fail(m, "the loop of another unit's output holds over since " + std::to_string(loopHoldsSince_s_)
+                    + " s");
 
-    const bool isFollowing = m.clock == KVD_TUIIF_SLAVE_FRAME_LOCKED && m.leaderGone && m.connected && m.isWatched;
-    if (!isFollowing) framesSince_s_ = -1;
-    else if (framesSince_s_ < 0) framesSince_s_ = m.t;
+    const bool isFollowing = m.clock == KVD_TUIIF_SLAVE_FRAME_LOCKED && m.leaderGone && m.connected
+                             && m.isWatched;
+    if (!isFollowing)
+        framesSince_s_ = -1;
+    else if (framesSince_s_ < 0)
+        framesSince_s_ = m.t;
     else if (m.t - framesSince_s_ > SLAVE_HELD_s + SLACK_s)
         fail(m, "locked to a leader whose link is gone since " + std::to_string(framesSince_s_) + " s");
 }
@@ -227,19 +227,23 @@ void SoakWatch::lookAtHoldovers(const Moment& m)
 /// An hour after the last disturbance there is nothing that isn't as it was.
 void SoakWatch::lookBack(const Moment& m, const Licence& may)
 {
-    const auto gone = [&](const std::string& what) { fail(m, "an hour after the last disturbance: " + what); };
+    const auto gone = [&](const std::string& what) {
+        fail(m, "an hour after the last disturbance: " + what);
+    };
     if (!m.runs) return gone("the program doesn't run");
     if (!m.connected) return gone("no connection with the main processor");
     const u8 clock = m.clock;
     const bool isBack = may.slave ? clock == KVD_TUIIF_SLAVE_FRAME_LOCKED
-                        : may.canKnowTime ? clock == KVD_TUIIF_TIME_OFFSET_LOCKED || clock == KVD_TUIIF_RNT_TIME_LOCKED
-                                      : clock == KVD_TUIIF_FREQUENCY_LOCKED ||
-                                            (may.hasTime && hasTime(clock) && isLocked(clock));
+                        : may.canKnowTime
+                            ? clock == KVD_TUIIF_TIME_OFFSET_LOCKED || clock == KVD_TUIIF_RNT_TIME_LOCKED
+                            : clock == KVD_TUIIF_FREQUENCY_LOCKED
+                                  || (may.hasTime && hasTime(clock) && isLocked(clock));
     if (!isBack) gone("clock state " + std::to_string(clock));
     if (m.told != clock) gone("told clock state " + std::to_string(m.told) + ", is " + std::to_string(clock));
     if (m.selected == NO_REFERENCE) gone("no reference selected");
     if (m.refState != m.refStateTold)
-        gone("told usable references " + std::to_string(m.refStateTold) + ", are " + std::to_string(m.refState));
+        gone("told usable references " + std::to_string(m.refStateTold) + ", are "
+             + std::to_string(m.refState));
     if (!m.unusable.empty()) gone("not told usable:" + m.unusable);
     if (!m.missing.empty()) gone("processes that are no more:" + m.missing);
 }

@@ -50,7 +50,8 @@ struct Licence {
     double reference_s = -1e9;         // the last step, fault or change at a reference
     bool halting = false;              // such a fault came since the last start
     bool refused = false;              // the peer suspends or rejects it, or did a moment ago
-    bool idle = false;                 // its oven is out of its limits, or was a while ago, its hardware another's,
+    // its oven is out of its limits, or was a while ago, its hardware another's,
+    bool idle = false;
                                        // or its first two minutes aren't over
     bool unlocked = false;             // a synthesiser has no lock, or had none a minute ago
     bool hasTime = false;              // the unit runs in time mode

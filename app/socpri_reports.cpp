@@ -25,8 +25,8 @@ std::optional<SocpriReport> socpriReport(const sim::MpRecord& record)
     case KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_RSP:
         return read<KvdTuiifSocpriStartRsp>(record, [](const auto& s, auto& r) { r.status = s.status; });
     case KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_RSP:
-        return read<KvdTuiifSocpriGoToTimeHoldoverRsp>(
-            record, [](const auto& s, auto& r) { r.status = s.status; });
+        return read<KvdTuiifSocpriGoToTimeHoldoverRsp>(record,
+                                                       [](const auto& s, auto& r) { r.status = s.status; });
     case KVD_TUIIF_SOCPRI_SCAN_LINK_RSP:
     case KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_RSP:
     case KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND:
@@ -49,8 +49,7 @@ std::optional<SocpriReport> socpriReport(const sim::MpRecord& record)
             r.port = s.requestedCpriPort;
             r.status = s.selectedCpriPort;
         });
-    default:
-        return std::nullopt;
+    default: return std::nullopt;
     }
 }
 

@@ -117,8 +117,8 @@ bool wasIn(const Json& unit, const std::string& state, double from_s)
 {
     if (unit.at("clock").get<std::string>() == state) return true;
     return std::ranges::any_of(unit.at("events"), [&](const Json& e) {
-        return e.at("t").get<double>() >= from_s && e.at("kind").get<std::string>() == "clock" &&
-               e.at("text").get<std::string>() == state;
+        return e.at("t").get<double>() >= from_s && e.at("kind").get<std::string>() == "clock"
+               && e.at("text").get<std::string>() == state;
     });
 }
 
@@ -173,8 +173,8 @@ int waitForState(const WaitQuery& query)
         const Json* const unit = unitOf(*run, query.unit);
         if (unit == nullptr) throw StatusError("there is no unit '" + query.unit + "'");
         if (!from_s) from_s = unit->at("t").get<double>();
-        const bool isThere = query.within_ns ? unit->at("clock").get<std::string>() == query.state &&
-                                                   isWithin(*unit, *query.within_ns)
+        const bool isThere = query.within_ns ? unit->at("clock").get<std::string>() == query.state
+                                                   && isWithin(*unit, *query.within_ns)
                                              : wasIn(*unit, query.state, *from_s);
         if (isThere) {
             std::printf("%s %s at %s\n", unit->at("unit").get<std::string>().c_str(), describe(query).c_str(),

@@ -163,8 +163,8 @@ void addSources(std::string& page, const Json& units)
         for (const Json& u : units)
             for (const Json& s : u.at("sources"))
                 row(page, f.name,
-                    unitLabel(u) + "," + label("source", s.at("name").get<std::string>()) + "," +
-                        label("type", s.at("type").get<std::string>()),
+                    unitLabel(u) + "," + label("source", s.at("name").get<std::string>()) + ","
+                        + label("type", s.at("type").get<std::string>()),
                     flag(s.at(f.key)));
     }
 }
@@ -183,8 +183,8 @@ void addPackets(std::string& page, const Json& units)
     for (const Json& u : units)
         for (const Json& p : u.at("packets"))
             row(page, "tu_packets_total",
-                unitLabel(u) + "," + label("fro_id", p.at("fro_id").dump()) + "," +
-                    label("type", p.at("type").get<std::string>()),
+                unitLabel(u) + "," + label("fro_id", p.at("fro_id").dump()) + ","
+                    + label("type", p.at("type").get<std::string>()),
                 p.at("taken"));
 }
 
@@ -198,21 +198,21 @@ void addHost(std::string& page, const Json& host)
     };
     one("tu_host_real_time", "gauge", "1 where the kernel runs the program first (SCHED_FIFO).",
         flag(host.at("real_time")));
-    one("tu_host_late_max_seconds", "gauge", "How late the machine let the run be, at most.", late.at("max_s"));
+    one("tu_host_late_max_seconds", "gauge", "How late the machine let the run be, at most.",
+        late.at("max_s"));
     one("tu_host_late_mean_seconds", "gauge", "How late it is in the mean.", late.at("mean_s"));
     one("tu_host_clock_steps_total", "counter", "Steps of the machine's time of day.",
         host.at("clock_steps"));
     head(page, "tu_host_late_total", "counter", "Times that the run was later than a limit.");
     for (const char* const limit : {"1ms", "10ms", "100ms"})
         row(page, "tu_host_late_total", label("over", limit), late.at(std::string("over_") + limit));
-    head(page, "tu_interface_packets_total", "counter",
-         "Packets of an interface, by what became of them.");
+    head(page, "tu_interface_packets_total", "counter", "Packets of an interface, by what became of them.");
     for (const Json& i : host.at("interfaces"))
         for (const char* const what :
              {"received", "sent", "unstamped", "stamps_lost", "not_sent", "unusable", "errors"})
             row(page, "tu_interface_packets_total",
-                label("interface", i.at("interface").get<std::string>()) + "," +
-                    label("host", i.at("host").get<std::string>()) + "," + label("what", what),
+                label("interface", i.at("interface").get<std::string>()) + ","
+                    + label("host", i.at("host").get<std::string>()) + "," + label("what", what),
                 i.at(what));
 }
 

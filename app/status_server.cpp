@@ -89,8 +89,8 @@ struct StatusServer::Impl {
                 c.hasNewer = false;
                 if (c.out.empty()) return true;
             }
-            const ssize_t n =
-                send(c.fd, c.out.data() + c.sent, c.out.size() - c.sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+            const ssize_t n = send(c.fd, c.out.data() + c.sent, c.out.size() - c.sent,
+                                   MSG_NOSIGNAL | MSG_DONTWAIT);
             if (n < 0) return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
             c.sent += static_cast<std::size_t>(n);
         }
@@ -133,8 +133,8 @@ struct StatusServer::Impl {
             }
             std::size_t i = 2;
             for (auto c = clients.begin(); c != clients.end(); ++i) {
-                const bool hasInput =
-                    i < polled.size() && (polled[i].revents & (POLLIN | POLLHUP | POLLERR)) != 0;
+                const bool hasInput = i < polled.size()
+                                      && (polled[i].revents & (POLLIN | POLLHUP | POLLERR)) != 0;
                 const bool stays = (!hasInput || drain(c->fd)) && flush(*c);
                 if (!stays) close(c->fd);
                 c = stays ? std::next(c) : clients.erase(c);
@@ -155,9 +155,9 @@ StatusServer::StatusServer(const std::string& path) : impl_(std::make_unique<Imp
     impl_->path = path;
     impl_->listener = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     impl_->wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (impl_->listener < 0 || impl_->wake < 0 ||
-        bind(impl_->listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        listen(impl_->listener, 16) != 0) {
+    if (impl_->listener < 0 || impl_->wake < 0
+        || bind(impl_->listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0
+        || listen(impl_->listener, 16) != 0) {
         const std::string why = std::strerror(errno);
         close(impl_->listener);
         close(impl_->wake);

@@ -97,8 +97,7 @@ Json holdoversOf(const UnitRecording& unit)
 {
     Json rows = Json::array();
     for (const Holdover& h : holdovers(unit)) {
-        Json row = {
-            {"from_s", unit.samples[h.first].t}, {"seconds", h.seconds}, {"drift_ns", h.drift_ns}};
+        Json row = {{"from_s", unit.samples[h.first].t}, {"seconds", h.seconds}, {"drift_ns", h.drift_ns}};
         for (const double mark_s : HOLDOVER_MARKS_s)
             if (const std::optional<double> error = holdoverError_ns(unit, h, mark_s))
                 row["max_ns_" + std::to_string(std::lround(mark_s / 3600.0)) + "h"] = *error;
@@ -176,11 +175,9 @@ Json toJson(const UnitRecording& unit, const Recording& recording)
     for (const Selection& s : unit.selected) json["selected"].push_back(toJson(s));
     if (!unit.gpsStates.empty()) {
         json["gps_states"] = Json::array();
-        for (const StateChange& c : unit.gpsStates)
-            json["gps_states"].push_back(toJson(c, "gpsState"));
+        for (const StateChange& c : unit.gpsStates) json["gps_states"].push_back(toJson(c, "gpsState"));
         json["gps_types"] = Json::array();
-        for (const StateChange& c : unit.gpsTypes)
-            json["gps_types"].push_back(toJson(c, "gpssType"));
+        for (const StateChange& c : unit.gpsTypes) json["gps_types"].push_back(toJson(c, "gpssType"));
         json["gps_statuses"] = Json::array();
         for (const GpsStatus& g : unit.gpsStatuses) json["gps_statuses"].push_back(toJson(g));
     }
@@ -310,9 +307,8 @@ void printHoldovers(const UnitRecording& unit, std::FILE* out)
             unit.samples[h.last].freqError_ppb);
         for (const double mark_s : HOLDOVER_MARKS_s)
             if (const std::optional<double> error = holdoverError_ns(unit, h, mark_s))
-                std::fprintf(out, "    within %2.0f h  max %.1f ns, %s %.0f ns\n", mark_s / 3600.0,
-                             *error, *error <= HOLDOVER_LIMIT_ns ? "within" : "above",
-                             HOLDOVER_LIMIT_ns);
+                std::fprintf(out, "    within %2.0f h  max %.1f ns, %s %.0f ns\n", mark_s / 3600.0, *error,
+                             *error <= HOLDOVER_LIMIT_ns ? "within" : "above", HOLDOVER_LIMIT_ns);
     }
 }
 
@@ -355,8 +351,7 @@ void printUnit(const UnitRecording& unit, double interval_s, std::FILE* out)
         std::fprintf(out, "  time to lock   never locked\n");
     else
         std::fprintf(out, "  time to lock   %s\n", clockText(scores.timeToLock_s).c_str());
-    if (!unit.states.empty())
-        std::fprintf(out, "  ends in        %s\n", unit.states.back().name.c_str());
+    if (!unit.states.empty()) std::fprintf(out, "  ends in        %s\n", unit.states.back().name.c_str());
     if (scores.spans.empty()) {
         std::fprintf(out, "  no locked time to score\n");
     } else {
@@ -402,8 +397,7 @@ std::string clockText(double seconds)
 {
     const long long whole = static_cast<long long>(seconds);
     char text[32];
-    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60,
-                  whole % 60);
+    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60, whole % 60);
     return text;
 }
 
@@ -419,8 +413,7 @@ nlohmann::ordered_json summaryOf(const Recording& recording)
     json["virtual_seconds"] = recording.virtual_s;
     json["wall_seconds"] = recording.wall_s;
     json["units"] = Json::array();
-    for (const UnitRecording& unit : recording.units)
-        json["units"].push_back(toJson(unit, recording));
+    for (const UnitRecording& unit : recording.units) json["units"].push_back(toJson(unit, recording));
     json["checks"] = Json::array();
     for (const CheckResult& c : recording.checks) json["checks"].push_back(inFull(c));
     json["misuses"] = recording.misuses;
@@ -433,8 +426,8 @@ std::string summaryJson(const Recording& recording) { return summaryOf(recording
 void printSummary(const Recording& recording, std::FILE* out)
 {
     std::fprintf(out, "\n%s: %s of virtual time in %.1f s, %.0f times real time, seed %llu\n",
-                 recording.scenario.c_str(), clockText(recording.virtual_s).c_str(),
-                 recording.wall_s, recording.virtual_s / std::max(recording.wall_s, 1e-9),
+                 recording.scenario.c_str(), clockText(recording.virtual_s).c_str(), recording.wall_s,
+                 recording.virtual_s / std::max(recording.wall_s, 1e-9),
                  static_cast<unsigned long long>(recording.seed));
     for (const UnitRecording& unit : recording.units) printUnit(unit, recording.interval_s, out);
     if (recording.host) printHost(*recording.host, out);
@@ -443,8 +436,7 @@ void printSummary(const Recording& recording, std::FILE* out)
     if (recording.checks.empty()) return;
     std::fprintf(out, "checks\n");
     for (const CheckResult& c : recording.checks)
-        std::fprintf(out, "  %s  %s: %s\n", c.pass ? "ok  " : "FAIL", c.name.c_str(),
-                     c.detail.c_str());
+        std::fprintf(out, "  %s  %s: %s\n", c.pass ? "ok  " : "FAIL", c.name.c_str(), c.detail.c_str());
 }
 
 }  // namespace app

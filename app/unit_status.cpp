@@ -72,9 +72,9 @@ void readPacketRef(SourceStatus& source, const LastHeard& heard, double now_s)
     }
     source.state = ptpPortStateText(clock->portState);
     if (ptpHasMaster(*clock))
-        source.state += std::string(" of ") +
-                        TuPktsync_portIdentityText(clock->parent.parentPortIdentity).data() + ", class " +
-                        std::to_string(clock->parent.grandmasterClockQuality.clockClass);
+        source.state += std::string(" of ")
+                        + TuPktsync_portIdentityText(clock->parent.parentPortIdentity).data() + ", class "
+                        + std::to_string(clock->parent.grandmasterClockQuality.clockClass);
     source.faults = packetFaultWords(clock->fault_flags);
     const double at_s = heard.packet_s[static_cast<std::size_t>(id)];
     if (at_s >= 0) source.age_s = now_s - at_s;
@@ -105,8 +105,8 @@ void readFromProgram(SourceStatus& source, const sim::MpReference& r, const Last
     } else if (const u32 row = rowOf(r); row < REF_ROWS) {
         source.state = rowState(KvdLoz6TuRef_row(row));
         if (r.refType == GPS_REF && source.supervised)
-            source.state +=
-                std::string(", receiver ") + sim::gpsStateName(static_cast<u8>(KvdLoz6TuGps_gpsState()));
+            source.state += std::string(", receiver ")
+                            + sim::gpsStateName(static_cast<u8>(KvdLoz6TuGps_gpsState()));
     } else {
         source.state = "no line";
     }
@@ -218,8 +218,8 @@ void readSelection(UnitStatus& status, sim::MainProcessor& mp, const UnitRecordi
 
 bool loopRuns()
 {
-    return KvdLoz6TuReg_pllState() != PLL_Uninitialized ||
-           KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized;
+    return KvdLoz6TuReg_pllState() != PLL_Uninitialized
+           || KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized;
 }
 
 std::string loopStateText()
@@ -257,8 +257,8 @@ const char* ptpMessageWord(u32 type)
 
 Estimate readEstimate(sim::Unit& unit)
 {
-    // What the filter's model hasn't: ovens' Allan deviation at 1 s, as data sheets have it at most, and the latch
-    // of an edge in steps of the counter, 1/122.88 MHz, even over one.
+    // What the filter's model hasn't: ovens' Allan deviation at 1 s, as data sheets have it at most, and the
+    // latch of an edge in steps of the counter, 1/122.88 MHz, even over one.
     constexpr double SHORT_TERM_ppb = 0.01, LATCH_ns = 8.138 / 3.4641;
     const double counter_s = unit.node().board().counterTime_s();
     return unit.node().inProgram([counter_s] {
@@ -281,8 +281,8 @@ Estimate readEstimate(sim::Unit& unit)
         const TimePair delta0 = KvdLoz6TuReg_getOffset();
         const double offset_s = std::remainder(delta0.c, COUNTER_PERIOD) + delta0.f;
         e.time_ns = std::remainder(offset_s + (v.x_est[0] + freq * age_s), COUNTER_PERIOD) * NS;
-        e.timeDeviation_ns =
-            std::sqrt(std::max(0.0, P(0, 0) + 2 * age_s * P(0, 1) + age_s * age_s * P(1, 1))) * NS;
+        e.timeDeviation_ns = std::sqrt(std::max(0.0, P(0, 0) + 2 * age_s * P(0, 1) + age_s * age_s * P(1, 1)))
+                             * NS;
         e.timeBand_ns = SIGMAS * std::hypot(e.timeDeviation_ns, LATCH_ns);
         return e;
     });

@@ -70,21 +70,20 @@ std::string ppbText(double ppb) { return text("%.4g ppb", ppb); }
 std::string deviated(const Json& value, const Json& deviation, const Json& band, std::string (*shown)(double))
 {
     if (value.is_null() || deviation.is_null() || band.is_null()) return "none";
-    return shown(value.get<double>()) + ", deviation " + shown(deviation.get<double>()) + ", band " +
-           shown(band.get<double>());
+    return shown(value.get<double>()) + ", deviation " + shown(deviation.get<double>()) + ", band "
+           + shown(band.get<double>());
 }
 
 std::string estimateText(const Json& unit)
 {
     const Json& e = unit.at("estimate");
     const Json& truth = unit.at("truth");
-    std::string out =
-        "  estimate   time      " +
-        deviated(e.at("time_ns"), e.at("time_deviation_ns"), e.at("time_band_ns"), timeText);
+    std::string out = "  estimate   time      "
+                      + deviated(e.at("time_ns"), e.at("time_deviation_ns"), e.at("time_band_ns"), timeText);
     if (const Json& time = truth.at("against_reference_time_ns"); !time.is_null())
         out += "; true " + timeText(time.get<double>());
-    out += "\n             frequency " +
-           deviated(e.at("freq_ppb"), e.at("freq_deviation_ppb"), e.at("freq_band_ppb"), ppbText);
+    out += "\n             frequency "
+           + deviated(e.at("freq_ppb"), e.at("freq_deviation_ppb"), e.at("freq_band_ppb"), ppbText);
     return out + "; true " + ppbText(truth.at("freq_ppb").get<double>()) + "\n";
 }
 
@@ -95,10 +94,10 @@ std::string loopText(const Json& unit)
     if (l.is_null()) return "";
     std::string out = "  loop       " + str(unit, "loop");
     if (l.at("age_s").is_null() || l.at("phase_ns").is_null()) return out + ": no sample yet\n";
-    return out + ": phase " + timeText(l.at("phase_ns").get<double>()) + ", held at " +
-           timeText(l.at("held_ns").get<double>()) + ", divider " +
-           ppbText(l.at("divider_ppb").get<double>()) + ", last sample " +
-           text("%.0f s ago\n", l.at("age_s").get<double>());
+    return out + ": phase " + timeText(l.at("phase_ns").get<double>()) + ", held at "
+           + timeText(l.at("held_ns").get<double>()) + ", divider "
+           + ppbText(l.at("divider_ppb").get<double>()) + ", last sample "
+           + text("%.0f s ago\n", l.at("age_s").get<double>());
 }
 
 std::string referenceText(const Json& unit)
@@ -136,8 +135,8 @@ std::string timeText(double ns)
 std::string pdvText(const PdvSample& pdv)
 {
     if (std::isnan(pdv.limit_ns)) return "";
-    return "PDV " + timeText(pdv.down_ns) + " down, " + timeText(pdv.up_ns) + " up, limit " +
-           timeText(pdv.limit_ns);
+    return "PDV " + timeText(pdv.down_ns) + " down, " + timeText(pdv.up_ns) + " up, limit "
+           + timeText(pdv.limit_ns);
 }
 
 StatusJson toJson(const UnitStatus& s)
@@ -193,19 +192,19 @@ std::string lineOf(const StatusJson& json)
 std::string whyText(const StatusJson& unit)
 {
     const double for_s = std::max(0.0, unit.at("t").get<double>() - unit.at("since_s").get<double>());
-    std::string out = str(unit, "unit") + " at " + clockOf(unit, "t") + "\n" + str(unit, "clock") + " for " +
-                      clockText(for_s) + ": " + str(unit, "why") + "\n  next       " + str(unit, "change") +
-                      "\n";
+    std::string out = str(unit, "unit") + " at " + clockOf(unit, "t") + "\n" + str(unit, "clock") + " for "
+                      + clockText(for_s) + ": " + str(unit, "why") + "\n  next       " + str(unit, "change")
+                      + "\n";
     out += referenceText(unit) + estimateText(unit);
-    out += "  regulator  " + str(unit, "regulator") + (unit.at("master").get<bool>() ? "" : ", slave") +
-           (unit.at("connected").get<bool>() ? "" : ", no main processor") + "\n" + loopText(unit);
+    out += "  regulator  " + str(unit, "regulator") + (unit.at("master").get<bool>() ? "" : ", slave")
+           + (unit.at("connected").get<bool>() ? "" : ", no main processor") + "\n" + loopText(unit);
     if (unit.at("alarms").empty()) out += "  alarms     none\n";
     for (const Json& a : unit.at("alarms"))
-        out += "  alarm      " + str(a, "source") + ": " + str(a, "text") + ", since " +
-               clockOf(a, "since_s") + "\n";
+        out += "  alarm      " + str(a, "source") + ": " + str(a, "text") + ", since " + clockOf(a, "since_s")
+               + "\n";
     for (const Json& e : unit.at("events"))
-        out += text("  %10s %-11s", clockOf(e, "t").c_str(), str(e, "kind").c_str()) + " " + str(e, "text") +
-               "\n";
+        out += text("  %10s %-11s", clockOf(e, "t").c_str(), str(e, "kind").c_str()) + " " + str(e, "text")
+               + "\n";
     return out;
 }
 
@@ -213,16 +212,16 @@ std::string sourcesText(const StatusJson& unit)
 {
     if (unit.at("sources").empty()) return "no reference is configured\n";
     constexpr const char* HEAD = "  %-12s %-16s %-4s %8s %10s %10s %-6s ";
-    std::string out =
-        text(HEAD, "name", "type", "sup", "age s", "noise ns", "offset ns", "usable") + "state\n";
+    std::string out = text(HEAD, "name", "type", "sup", "age s", "noise ns", "offset ns", "usable")
+                      + "state\n";
     constexpr const char* ROW = "%c %-12s %-16s %-4s %8s %10s %10s %-6s ";
     const auto yes = [](const Json& flag) { return flag.get<bool>() ? "yes" : "no"; };
     for (const Json& s : unit.at("sources"))
         out += text(ROW, s.at("selected").get<bool>() ? '*' : ' ', str(s, "name").c_str(),
                     str(s, "type").c_str(), yes(s.at("supervised")), orDash(s.at("age_s"), "%.0f").c_str(),
                     orDash(s.at("noise_ns"), "%.4g").c_str(), orDash(s.at("offset_ns"), "%.4g").c_str(),
-                    yes(s.at("usable"))) +
-               sourceState(s) + "\n";
+                    yes(s.at("usable")))
+               + sourceState(s) + "\n";
     return out;
 }
 

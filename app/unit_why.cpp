@@ -164,12 +164,11 @@ void explainHoldover(UnitStatus& status, const HoldoverRow& row, const Grades& g
                           ? "; frequency known to " + ppb(g.frequency) + " of " + ppb(g.frequencyLimit)
                           : "; estimated error " + time(g.time_s);
     if (h.limitIn_s) status.why += ", " + time(h.limit_ns * 1e-9) + " in about " + clockText(*h.limitIn_s);
-    status.change =
-        h.left_s ? clockText(*h.left_s) + " left of the threshold of " + clockText(*h.threshold_s) : "";
+    status.change = h.left_s ? clockText(*h.left_s) + " left of the threshold of " + clockText(*h.threshold_s)
+                             : "";
     if (h.nextIn_s && !(h.left_s && *h.nextIn_s >= *h.left_s))
-        status.change +=
-            (status.change.empty() ? "in about " : "; the estimate's own limit is met in about ") +
-            clockText(*h.nextIn_s);
+        status.change += (status.change.empty() ? "in about " : "; the estimate's own limit is met in about ")
+                         + clockText(*h.nextIn_s);
     status.change += h.nextIn_s ? ", then " + h.next : "nothing within 30 days";
     status.change += "; a usable reference brings it back";
 }
@@ -179,8 +178,8 @@ void explainHoldover(UnitStatus& status, const HoldoverRow& row, const Grades& g
 void explainWarmUp(UnitStatus& status, const Grades& g)
 {
     if (g.vT < g.vTmin || g.vT > g.vTmax) {
-        status.why =
-            text("the oscillator's sensor shows %.3f V, outside %.2f to %.2f V", g.vT, g.vTmin, g.vTmax);
+        status.why = text("the oscillator's sensor shows %.3f V, outside %.2f to %.2f V", g.vT, g.vTmin,
+                          g.vTmax);
         status.change = "temperature within its limits, then the start-up counter";
     } else if (g.initiateState < TUREG_INIT_NOISY && g.ticks < START_UP_TICKS) {
         const int left = START_UP_TICKS - g.ticks;
@@ -210,14 +209,14 @@ void explainFrequencyLocked(UnitStatus& status, const Grades& g, u8 timeMode)
     else if (!g.knowsTime)
         status.change = "TIME_OFFSET_LOCKED once the reference has told the time of day";
     else
-        status.change =
-            "time known to " + time(g.time_s) + "; TIME_OFFSET_LOCKED below " + time(g.timeLock_s);
+        status.change = "time known to " + time(g.time_s) + "; TIME_OFFSET_LOCKED below "
+                        + time(g.timeLock_s);
 }
 
 void explainTime(UnitStatus& status, const Grades& g)
 {
-    status.why = "time known to " + time(g.time_s) + " of " + time(g.timeLoss_s) + ", frequency to " +
-                 ppb(g.frequency) + " of " + ppb(g.frequencyLimit);
+    status.why = "time known to " + time(g.time_s) + " of " + time(g.timeLoss_s) + ", frequency to "
+                 + ppb(g.frequency) + " of " + ppb(g.frequencyLimit);
     if (status.clockState == KVD_TUIIF_RNT_TIME_LOCKED) {
         status.change = "loss of its reference: RNT_TIME_HOLDOVER";
         return;
@@ -266,8 +265,7 @@ void explainRunning(UnitStatus& status, const Grades& g, u8 timeMode)
     if (const HoldoverRow* const row = holdoverRow(status.clockState))
         return explainHoldover(status, *row, g);
     switch (status.clockState) {
-    case KVD_TUIIF_WARMUP:
-        return explainWarmUp(status, g);
+    case KVD_TUIIF_WARMUP: return explainWarmUp(status, g);
     case KVD_TUIIF_LOSS_OF_TRACKING:
         status.why = "the hardware can't follow the oscillator";
         status.change = "its tests passing again";
@@ -280,8 +278,7 @@ void explainRunning(UnitStatus& status, const Grades& g, u8 timeMode)
         status.why = status.connected ? "the clock hasn't been graded yet" : "no main processor is connected";
         status.change = status.connected ? "the first grade" : "its connection";
         return;
-    default:
-        break;
+    default: break;
     }
     if (!status.loop.empty() || !status.isMaster) return explainLoop(status);
     switch (status.clockState) {

@@ -83,8 +83,8 @@ void secondWithPpsAndTicks(benchmark::State& state)
     b.board.write(SHARED + 0x20, 0x800);
     b.board.write(TIMING + 0x08, 0x4 | 0x8);
     for (auto _ : state) b.world.runFor(ose::SEC);
-    state.counters["interrupts"] =
-        benchmark::Counter(static_cast<double>(b.interrupts), benchmark::Counter::kAvgIterations);
+    state.counters["interrupts"] = benchmark::Counter(static_cast<double>(b.interrupts),
+                                                      benchmark::Counter::kAvgIterations);
 }
 BENCHMARK(secondWithPpsAndTicks);
 

@@ -49,8 +49,7 @@ u32 parsePosted()
     while (Signal* sig = ose::receive_w_tmo(0, ose::ANY_SIGNAL)) {
         GpsSentenceType type;
         taken += static_cast<u32>(
-            KvdLoz6TuGps_parseSentence(reinterpret_cast<const KvdTugpsNmeaMsgRec*>(sig)->text,
-                                       type));
+            KvdLoz6TuGps_parseSentence(reinterpret_cast<const KvdTugpsNmeaMsgRec*>(sig)->text, type));
         ose::free_buf(&sig);
     }
     return taken;

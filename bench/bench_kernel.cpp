@@ -59,9 +59,9 @@ struct Bench {
         world.runFor(1 * MS);
         rounds = 0;
         for (auto _ : state) world.runFor(span);
-        state.counters["round"] =
-            benchmark::Counter(static_cast<double>(rounds),
-                               benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+        state.counters["round"] = benchmark::Counter(static_cast<double>(rounds),
+                                                     benchmark::Counter::kIsRate
+                                                         | benchmark::Counter::kInvert);
     }
 };
 

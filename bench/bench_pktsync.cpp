@@ -124,8 +124,8 @@ void BM_SyncFromFrameToRegulator(benchmark::State& state)
     }
     const double rounds = static_cast<double>(state.iterations()) * ROUNDS;
     if (static_cast<double>(handed) != rounds) state.SkipWithError("not every Sync came through");
-    state.counters["per_sync"] =
-        benchmark::Counter(rounds, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    state.counters["per_sync"] = benchmark::Counter(rounds, benchmark::Counter::kIsRate
+                                                                | benchmark::Counter::kInvert);
     b.in([] { TuPktsync_delete_ptp_clock(0); });
 }
 BENCHMARK(BM_SyncFromFrameToRegulator)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();

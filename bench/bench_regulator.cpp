@@ -56,8 +56,7 @@ void BM_Predict(benchmark::State& state)
     Mat6 P{};
     for (u32 i = 0; i < 6; ++i) P[i * 7] = 1e-14;
     const double u[2] = {0.0, 1e-6};
-    for (auto _ : state)
-        benchmark::DoNotOptimize(estimator::predict(x, P, -8e-4, u, 0.1, 0.1, 1.0, {}));
+    for (auto _ : state) benchmark::DoNotOptimize(estimator::predict(x, P, -8e-4, u, 0.1, 0.1, 1.0, {}));
 }
 BENCHMARK(BM_Predict);
 

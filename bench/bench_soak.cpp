@@ -15,8 +15,7 @@ void BM_Soak(benchmark::State& state)
         if (!result.violations.empty()) state.SkipWithError("a violation");
         hours += result.hours;
     }
-    state.counters["virtual_hours_a_minute"] =
-        benchmark::Counter(hours * 60.0, benchmark::Counter::kIsRate);
+    state.counters["virtual_hours_a_minute"] = benchmark::Counter(hours * 60.0, benchmark::Counter::kIsRate);
 }
 BENCHMARK(BM_Soak)->Unit(benchmark::kMillisecond);
 

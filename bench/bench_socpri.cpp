@@ -16,8 +16,8 @@ std::string unitText(const std::string& name, u32 firstId, const std::string& re
 {
     std::string text = "[[unit]]\nname = \"" + name + "\"\ntime_mode = \"time\"\n" + rest + "[unit.inrsi]\n";
     for (u32 port = 1; port <= PORTS; ++port)
-        text += "[[unit.inrsi.link]]\nport = " + std::to_string(port) +
-                "\nid = " + std::to_string(firstId + port) + "\n";
+        text += "[[unit.inrsi.link]]\nport = " + std::to_string(port)
+                + "\nid = " + std::to_string(firstId + port) + "\n";
     return text;
 }
 
@@ -58,22 +58,22 @@ to = "sdu"
 
 std::string event(const std::string& at, const std::string& unit, const std::string& words)
 {
-    return "[[event]]\nat = \"" + at + "\"\n" + (unit.empty() ? "" : "unit = \"" + unit + "\"\n") + words +
-           "\n";
+    return "[[event]]\nat = \"" + at + "\"\n" + (unit.empty() ? "" : "unit = \"" + unit + "\"\n") + words
+           + "\n";
 }
 
 std::string orders(const std::string& port)
 {
     const std::string onPort = "\nport = " + port;
-    return event("5m", "mdu", "do = \"mp.select_none\"") + event("5m1s", "mdu", "do = \"mp.socpri_start\"") +
-           event("5m1s", "sdu", "do = \"mp.socpri_start\"") +
-           event("5m2s", "mdu", "do = \"mp.socpri_supervise\"\nports = \"ABCDEF\"") +
-           event("5m2s", "sdu", "do = \"mp.socpri_supervise\"\nports = \"ABCDEF\"") +
-           event("5m3s", "", "do = \"link.focus\"\nlink = \"node\"\nport = 1") +
-           event("5m30s", "mdu", "do = \"mp.socpri_align\"" + onPort) +
-           event("5m43s", "mdu", "do = \"mp.socpri_coarse_time\"" + onPort) +
-           event("5m50s", "mdu", "do = \"mp.socpri_coarse_time\"" + onPort) +
-           event("5m51s", "mdu", "do = \"mp.socpri_select\"" + onPort);
+    return event("5m", "mdu", "do = \"mp.select_none\"") + event("5m1s", "mdu", "do = \"mp.socpri_start\"")
+           + event("5m1s", "sdu", "do = \"mp.socpri_start\"")
+           + event("5m2s", "mdu", "do = \"mp.socpri_supervise\"\nports = \"ABCDEF\"")
+           + event("5m2s", "sdu", "do = \"mp.socpri_supervise\"\nports = \"ABCDEF\"")
+           + event("5m3s", "", "do = \"link.focus\"\nlink = \"node\"\nport = 1")
+           + event("5m30s", "mdu", "do = \"mp.socpri_align\"" + onPort)
+           + event("5m43s", "mdu", "do = \"mp.socpri_coarse_time\"" + onPort)
+           + event("5m50s", "mdu", "do = \"mp.socpri_coarse_time\"" + onPort)
+           + event("5m51s", "mdu", "do = \"mp.socpri_select\"" + onPort);
 }
 
 /// The master in the radio network's time by that port, 7 for the slave's first.
@@ -84,8 +84,8 @@ struct TwoUnits {
     std::vector<std::unique_ptr<sim::Link>> links;
 
     explicit TwoUnits(const std::string& port)
-        : scenario(sim::readScenarioText("duration = \"1h\"\n" + unitText("mdu", 10, MASTER) +
-                                             unitText("sdu", 20, SLAVE) + LINKS + orders(port),
+        : scenario(sim::readScenarioText("duration = \"1h\"\n" + unitText("mdu", 10, MASTER)
+                                             + unitText("sdu", 20, SLAVE) + LINKS + orders(port),
                                          "bench"))
     {
         for (const sim::UnitSpec& spec : scenario.units) {

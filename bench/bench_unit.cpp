@@ -123,8 +123,8 @@ void BM_EdgeBesideADump(benchmark::State& state)
         unit.node.system().call(*unit.node.program(), KvdLoz6Fifo_dump);
         unit.world.runFor(EDGES * PERIOD);
     }
-    state.counters["samples_per_edge"] =
-        static_cast<double>(samples() - before) / static_cast<double>(state.iterations() * EDGES);
+    state.counters["samples_per_edge"] = static_cast<double>(samples() - before)
+                                         / static_cast<double>(state.iterations() * EDGES);
     unit.node.board().connect(sim::ReferenceInput::Pps, nullptr);
 }
 BENCHMARK(BM_EdgeBesideADump)->Unit(benchmark::kMillisecond)->UseRealTime();

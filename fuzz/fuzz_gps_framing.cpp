@@ -106,8 +106,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
                                         static_cast<u32>(piece.size()));
         while (Signal* sig = ose::receive_w_tmo(0, ose::ANY_SIGNAL)) {
             const auto* rec = as<KvdTugpsNmeaMsgRec>(sig);
-            require(rec != nullptr && ose::sigsize(&sig) == rec->length + 14,
-                    "a posted buffer's size");
+            require(rec != nullptr && ose::sigsize(&sig) == rec->length + 14, "a posted buffer's size");
             posted.emplace_back(reinterpret_cast<const char*>(sig) + 8, rec->length);
             ose::free_buf(&sig);
         }
@@ -115,8 +114,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     model->sentences.clear();
     for (const std::string& piece : pieces) model->take(piece);
     require(posted == model->sentences, "the sentences that were posted");
-    const GpsSerialCounters counters =
-        target->node.inProgram([] { return KvdLoz6TuGps_serialCounters(); });
+    const GpsSerialCounters counters = target->node.inProgram([] { return KvdLoz6TuGps_serialCounters(); });
     require(counters.numberOfBytesRec == model->bytes, "count of bytes");
     require(counters.numberOfTooLongMsgs == model->tooLong, "count of sentences too long");
     return 0;

@@ -76,13 +76,12 @@ void checkState(const std::string& text)
     if (!std::is_sorted(merged.begin(), merged.end(), weaker)) fail("table not sorted", text);
     const GpsNorvane& norvane = KvdLoz6TuGps_norvane();
     const GpsModule& module = KvdLoz6TuGps_module();
-    if (std::strlen(norvane.additionalInformation) >= GPVER_TEXT ||
-        std::strlen(norvane.capabilities) > 5 ||
-        std::strlen(module.manufactureDate) >= MODULE_TEXT ||
-        std::strlen(module.firmwareVersion) >= MODULE_TEXT)
+    if (std::strlen(norvane.additionalInformation) >= GPVER_TEXT || std::strlen(norvane.capabilities) > 5
+        || std::strlen(module.manufactureDate) >= MODULE_TEXT
+        || std::strlen(module.firmwareVersion) >= MODULE_TEXT)
         fail("text without an end", text);
-    if (KvdLoz6TuGps_antennaFeedline() > FEEDLINE_UNKNOWN || KvdLoz6GpsOsl_remoteState() > 18 ||
-        norvane.glonassCapability > 2)
+    if (KvdLoz6TuGps_antennaFeedline() > FEEDLINE_UNKNOWN || KvdLoz6GpsOsl_remoteState() > 18
+        || norvane.glonassCapability > 2)
         fail("value out of range", text);
 }
 
@@ -104,8 +103,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
         std::string next = good;
         addChecksum(next);
         next += '\r';
-        if (KvdLoz6TuGps_parseSentence(next.c_str(), type) != 1) fail("good sentence refused",
-                                                                      text);
+        if (KvdLoz6TuGps_parseSentence(next.c_str(), type) != 1) fail("good sentence refused", text);
         checkState(text);
     });
     return 0;

@@ -66,8 +66,7 @@ struct Target {
         fuzz::watch(world, node);
         node.powerOn();
         world.runFor(5 * ose::SEC);
-        constexpr u32 IDS[] = {REG_BFN_IN_COUNTERS, REG_BFN_IN_FLAGS, REG_BFN_IN_WORD1,
-                               REG_BFN_IN_WORD2};
+        constexpr u32 IDS[] = {REG_BFN_IN_COUNTERS, REG_BFN_IN_FLAGS, REG_BFN_IN_WORD1, REG_BFN_IN_WORD2};
         for (u32 i = 0; i < 4; ++i) node.address[i] = registerAddress(IDS[i]);
         bfnOut = registerAddress(REG_BFN_OUT_WORD2);
     }
@@ -116,10 +115,9 @@ void check(Target& t)
     require(t.node.programEnds().empty(), "the program ended");
     t.node.inProgram([] {
         const MeasStateVar& v = KvdLoz6TuReg_measStateVar();
-        for (const double value : {v.t_c_last, v.t_f_last, v.delta0_c, v.delta0_f, v.delta0_slave_c,
-                                   v.delta0_slave_f, v.max_locked_diff,
-                                   KvdLoz6TuReg_pll_targetDiff(),
-                                   KvdLoz6TuReg_pll_extAccFreqOffset()})
+        for (const double value :
+             {v.t_c_last, v.t_f_last, v.delta0_c, v.delta0_f, v.delta0_slave_c, v.delta0_slave_f,
+              v.max_locked_diff, KvdLoz6TuReg_pll_targetDiff(), KvdLoz6TuReg_pll_extAccFreqOffset()})
             require(std::isfinite(value), "a time or the loop is no number any more");
         require(v.delta0_slave_c == 0.0 && v.delta0_slave_f == 0.0, "slave offset left over");
         return 0;

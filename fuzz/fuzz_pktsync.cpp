@@ -73,8 +73,7 @@ struct Target {
         node.packetPort().plug(&net);
         node.packetPort().onSend(mustBePtp);
         net.attach(node.packetPort());
-        for (sim::PtpMaster* master : {&ethernet, &unicast})
-            net.connect(node.packetPort(), *master, {}, {});
+        for (sim::PtpMaster* master : {&ethernet, &unicast}) net.connect(node.packetPort(), *master, {}, {});
         node.powerOn();
         world.runFor(10 * ose::SEC);
         const u32 following = node.inProgram([] {
@@ -93,8 +92,8 @@ void frame(Target& t, fuzz::Input& rest)
 {
     const auto head = take<std::array<u8, 3>>(rest);
     const u8 priority = head[0] % 8;
-    std::vector<u8> octets =
-        ptp::frame({1, 0x1B, 0x19, 0, 0, 0}, {2}, priority, message(rest, ETHERNET_DOMAIN));
+    std::vector<u8> octets = ptp::frame({1, 0x1B, 0x19, 0, 0, 0}, {2}, priority,
+                                        message(rest, ETHERNET_DOMAIN));
     const auto at = octets.begin() + static_cast<std::ptrdiff_t>(priority != 0 ? 18 : 14);
     octets.insert(at, 8, head[1]);
     CfiReceiveFrameInd ind{CFI_RECEIVE_FRAME_IND, 3, 0, 0, static_cast<u32>(octets.size()), 8};
@@ -106,8 +105,8 @@ void frame(Target& t, fuzz::Input& rest)
 void datagram(Target& t, fuzz::Input& rest, bool isSignaling)
 {
     const auto head = take<std::array<u8, 4>>(rest);
-    const std::vector<u8> octets =
-        isSignaling ? signaling(rest, UNICAST_DOMAIN) : message(rest, UNICAST_DOMAIN);
+    const std::vector<u8> octets = isSignaling ? signaling(rest, UNICAST_DOMAIN)
+                                               : message(rest, UNICAST_DOMAIN);
     TarsoIpsockiFdReadData ind{};
     ind.sigNo = TARSO_IPSOCKI_FD_READ_DATA;
     ind.localPort = head[0] % 8 != 0 ? 319 + head[0] % 2 : 318;

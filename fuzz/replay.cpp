@@ -47,8 +47,7 @@ public:
     {
         fuzz::Input rest(input);
         while (!rest.empty()) putEvent(rest);
-        if (input.size() > 2)
-            putFrame(fuzz::frameOf({input.begin() + 1, input.end()}, input[0] >> 6));
+        if (input.size() > 2) putFrame(fuzz::frameOf({input.begin() + 1, input.end()}, input[0] >> 6));
     }
     u64 count() const { return sent_ + refused_; }
     u64 sent() const { return sent_; }

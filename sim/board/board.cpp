@@ -39,8 +39,7 @@ void Board::powerOn(bool coldOven)
         temperature_.coldStart(world_.now());
         oscillator_.coldStart(world_.now());
     }
-    const i128 start =
-        static_cast<i128>(config_.counterStart_s * INCREMENTS_PER_SECOND) * PHASE_ONE;
+    const i128 start = static_cast<i128>(config_.counterStart_s * INCREMENTS_PER_SECOND) * PHASE_ONE;
     origin_ = phase_.at(world_.now()) - start;
     errorOrigin_ = phase_.deviation();
     stepped_ = 0;
@@ -68,8 +67,7 @@ void Board::reset()
     moka_ = 0;
     u32 revision = 0;
     for (std::size_t i = 0; i < 4; ++i)
-        revision = revision << 8 |
-                   (i < config_.revision.size() ? static_cast<u8>(config_.revision[i]) : ' ');
+        revision = revision << 8 | (i < config_.revision.size() ? static_cast<u8>(config_.revision[i]) : ' ');
     common_[REVISION / 4] = revision;
     constexpr u32 NO_REFERENCE = 0x8;
     common_[SELECT / 4] = NO_REFERENCE;
@@ -145,8 +143,7 @@ u32 Board::read(u32 address)
         return unmapped(type1 ? REGION_SHARED : REGION_TIMING) ? BUS_FLOATS : readTime(word);
     if (const u32 offset = address - sharedBase_; offset < SHARED_END)
         return unmapped(REGION_SHARED) ? BUS_FLOATS : readShared(offset & ~3u);
-    if (!type1 && address == config_.baseD + MOKA_TEST)
-        return unmapped(REGION_TOP) ? BUS_FLOATS : moka_;
+    if (!type1 && address == config_.baseD + MOKA_TEST) return unmapped(REGION_TOP) ? BUS_FLOATS : moka_;
     return 0;
 }
 
@@ -215,9 +212,7 @@ void Board::writeShared(u32 offset, u32 value)
 u32 Board::readTime(TimeWord word)
 {
     switch (word) {
-    case RUN_FRAMES:
-        running_ = counter();
-        return packFrames(running_, false);
+    case RUN_FRAMES: running_ = counter(); return packFrames(running_, false);
     case RUN_INC:
         if (config_.type == 1) running_ = counter();   // the older board holds nothing back
         return packIncrements(running_);

@@ -65,8 +65,7 @@ void Board::advance()
         clockAt_ = to;
         if (to != end) continue;
         ++segment_;
-        yOscillator_ =
-            oscillator_.frequency(segment_, temperature_.volts(to), temperature_.coldness(to));
+        yOscillator_ = oscillator_.frequency(segment_, temperature_.volts(to), temperature_.coldness(to));
         updateRate();
     }
 }
@@ -91,10 +90,9 @@ void Board::enableDeltaSigma()
     const NominalRatio nominal = nominalRatio(config_);
     const i128 ratio = static_cast<i128>(n) * M + K;                 // U * M
     if (ratio <= 0) return;
-    const i128 difference = static_cast<i128>(nominal.n - n) * M * nominal.M +
-                            static_cast<i128>(nominal.K) * M - static_cast<i128>(K) * nominal.M;
-    yRatio_ = static_cast<double>(difference) /
-              (static_cast<double>(ratio) * static_cast<double>(nominal.M));
+    const i128 difference = static_cast<i128>(nominal.n - n) * M * nominal.M
+                            + static_cast<i128>(nominal.K) * M - static_cast<i128>(K) * nominal.M;
+    yRatio_ = static_cast<double>(difference) / (static_cast<double>(ratio) * static_cast<double>(nominal.M));
     divider_ = static_cast<double>(n) + static_cast<double>(K) / static_cast<double>(M);
     updateRate();
 }
@@ -119,10 +117,7 @@ double Board::frequencyError()
 
 // ---- counters -----------------------------------------------------------------------------------
 
-CounterTriple Board::counter()
-{
-    return withFaults(triple(phase()), faults.counterMfn, faults.counterInc);
-}
+CounterTriple Board::counter() { return withFaults(triple(phase()), faults.counterMfn, faults.counterInc); }
 
 double Board::counterTime_s() { return CounterPhase::seconds(modulo(phase(), PERIOD)); }
 
@@ -203,8 +198,7 @@ u32 Board::readOutput(TimeWord word)
 {
     if (word == OUT_FRAMES || config_.type == 1)
         output_ = withFaults(triple(outputNext()), faults.outputMfn, faults.outputInc);
-    if (word == OUT_FRAMES)
-        return static_cast<u32>(output_.mfn) << 5 | static_cast<u32>(output_.sfn >> 7);
+    if (word == OUT_FRAMES) return static_cast<u32>(output_.mfn) << 5 | static_cast<u32>(output_.sfn >> 7);
     const u32 low = output_.sfn & 0x7Fu;
     return config_.type == 1 ? low << 21 | output_.inc : low << 22 | packIncrements(output_);
 }

@@ -55,8 +55,8 @@ void Board::fillEeprom()
 
 u32 Board::eepromWord(u32 offset) const
 {
-    return static_cast<u32>(eeprom_[offset]) << 24 | static_cast<u32>(eeprom_[offset + 1]) << 16 |
-           static_cast<u32>(eeprom_[offset + 2]) << 8 | eeprom_[offset + 3];
+    return static_cast<u32>(eeprom_[offset]) << 24 | static_cast<u32>(eeprom_[offset + 1]) << 16
+           | static_cast<u32>(eeprom_[offset + 2]) << 8 | eeprom_[offset + 3];
 }
 
 // ---- multiplicator, external PLL ----------------------------------------------------------------

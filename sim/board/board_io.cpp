@@ -196,8 +196,7 @@ void Board::armEdge()
     const ose::Time edge = source->nextEdge(world_.now());
     if (edge < 0) return;
     // The common input's edge takes its way from the connector to the latch.
-    const bool common =
-        *input == ReferenceInput::Pps || *input == ReferenceInput::ExternalFrequency;
+    const bool common = *input == ReferenceInput::Pps || *input == ReferenceInput::ExternalFrequency;
     const ose::Time way = common ? static_cast<ose::Time>(config_.latchDelay_ns * 1e3) : 0;
     edgeEvent_ = world_.at(edge + way, [this] {
         edgeEvent_ = 0;
@@ -219,9 +218,9 @@ void Board::bfnReceived(const BfnInput& in)
     timeWords_[BFN_COUNTERS] = inc << shift | mfn << 5 | (in.remoteMfn & 0x1Fu);
     timeWords_[BFN_EXT1] = in.word1;
     timeWords_[BFN_EXT2] = in.word2;
-    timeWords_[BFN_FLAGS] = (in.valid ? 1u << 31 : 0) | (in.parityError ? 1u << 30 : 0) |
-                            (in.extended ? 1u << 29 : 0) | static_cast<u32>(c.sfn) << 12 |
-                            (in.remoteSfn & 0xFFFu);
+    timeWords_[BFN_FLAGS] = (in.valid ? 1u << 31 : 0) | (in.parityError ? 1u << 30 : 0)
+                            | (in.extended ? 1u << 29 : 0) | static_cast<u32>(c.sfn) << 12
+                            | (in.remoteSfn & 0xFFFu);
     raise(PORT_A);
 }
 

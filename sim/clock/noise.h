@@ -51,9 +51,9 @@ struct FrequencyNoiseLevels {
 /// Relative frequency, a value a segment of `segment_s`.
 class FrequencyNoise {
 public:
-    FrequencyNoise(const FrequencyNoiseLevels& levels, double segment_s, u64 seed,
-                   const std::string& source)
-        : white_(levels.white / std::sqrt(segment_s)), flicker_(levels.flicker / FLICKER_FLOOR),
+    FrequencyNoise(const FrequencyNoiseLevels& levels, double segment_s, u64 seed, const std::string& source)
+        : white_(levels.white / std::sqrt(segment_s)),
+          flicker_(levels.flicker / FLICKER_FLOOR),
           step_(levels.randomWalk * std::sqrt(3.0 * segment_s)),
           whiteStream_(seed, source + ".white"), flickerStream_(seed, source + ".flicker"),
           walkStream_(seed, source + ".walk")
@@ -92,8 +92,7 @@ struct PhaseNoiseLevels {
 class PhaseNoise {
 public:
     PhaseNoise(const PhaseNoiseLevels& levels, u64 seed, const std::string& source)
-        : levels_(levels), whiteStream_(seed, source + ".white"),
-          flickerStream_(seed, source + ".flicker")
+        : levels_(levels), whiteStream_(seed, source + ".white"), flickerStream_(seed, source + ".flicker")
     {
     }
     /// Of the next edge, which comes at t seconds.

@@ -34,8 +34,8 @@ double Oscillator::frequency(u64 number, double volts, double coldness)
     const OscillatorConfig& c = config_;
     const double t = static_cast<double>(number) * c.segment_s;
     const double eeprom_ppb = c.a[0] + volts * (c.a[1] + volts * (c.a[2] + volts * c.a[3]));
-    double ppb = eeprom_ppb + c.offset_ppb + step_ppb_ + c.ageing_ppb_per_day * t / DAY_s +
-                 c.slope_ppb_per_V * (volts - SLOPE_CENTRE_V) + c.warmUp_ppb * coldness;
+    double ppb = eeprom_ppb + c.offset_ppb + step_ppb_ + c.ageing_ppb_per_day * t / DAY_s
+                 + c.slope_ppb_per_V * (volts - SLOPE_CENTRE_V) + c.warmUp_ppb * coldness;
     if (coldSince_ >= 0 && c.retrace_ppb != 0.0) {
         const double since = t - static_cast<double>(coldSince_) / static_cast<double>(ose::SEC);
         ppb += c.retrace_ppb * portable::exp(-std::fmax(since, 0.0) / c.retraceTau_s);

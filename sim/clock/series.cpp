@@ -51,8 +51,7 @@ double parseLine(const char* text, std::size_t column, const std::string& path, 
     char* end = nullptr;
     const double value = std::strtod(field, &end);
     if (end == field || std::strchr(" \t,;\r\n", *end) == nullptr)
-        fail(path, line,
-             "'" + std::string(field, std::strcspn(field, "\r\n")) + "' isn't a number");
+        fail(path, line, "'" + std::string(field, std::strcspn(field, "\r\n")) + "' isn't a number");
     if (!std::isfinite(value)) fail(path, line, "the number isn't finite");
     return value;
 }
@@ -79,8 +78,8 @@ void checkFrequencies(const std::string& path, const std::vector<double>& y)
 {
     for (std::size_t i = 0; i < y.size(); ++i)
         if (!(std::abs(y[i]) <= FARTHEST))
-            throw SeriesError(path + ": value " + std::to_string(i + 1) + " would be a clock " +
-                              offText(y[i]) + " off; the file holds something else");
+            throw SeriesError(path + ": value " + std::to_string(i + 1) + " would be a clock " + offText(y[i])
+                              + " off; the file holds something else");
 }
 
 SeriesKind kindOf(const std::string& path, double first)
@@ -107,8 +106,8 @@ std::vector<double> readFrequencies(const std::string& path, const SeriesForm& f
 {
     std::vector<double> values = readSeries(path, form.column);
     const SeriesKind kind = form.kind ? *form.kind : kindOf(path, values.front());
-    values =
-        kind == SeriesKind::Counts ? fromCounts(values, form) : asFrequency(std::move(values), kind, 1.0);
+    values = kind == SeriesKind::Counts ? fromCounts(values, form)
+                                        : asFrequency(std::move(values), kind, 1.0);
     checkFrequencies(path, values);
     return values;
 }
@@ -163,8 +162,7 @@ std::vector<double> readSeries(const std::string& path, std::size_t column)
     while (gzgets(input.file, text, sizeof text) != nullptr) {
         ++line;
         const std::size_t length = std::strlen(text);
-        if (length + 1 == sizeof text && text[length - 1] != '\n')
-            fail(path, line, "the line is too long");
+        if (length + 1 == sizeof text && text[length - 1] != '\n') fail(path, line, "the line is too long");
         const bool whole = length > 0 && (text[length - 1] == '\n' || gzeof(input.file) != 0);
         if (!whole) fail(path, line, "a zero byte: the file is no text");
         const char first = text[std::strspn(text, " \t")];
@@ -177,8 +175,7 @@ std::vector<double> readSeries(const std::string& path, std::size_t column)
     }
     int error = Z_OK;
     gzerror(input.file, &error);
-    if (error != Z_OK && error != Z_STREAM_END)
-        fail(path, line + 1, "the compressed file is broken");
+    if (error != Z_OK && error != Z_STREAM_END) fail(path, line + 1, "the compressed file is broken");
     if (values.empty()) throw SeriesError(path + ": no number in the file");
     return values;
 }

@@ -15,13 +15,11 @@ double Temperature::settled(double t) const
     switch (c.shape) {
     case TemperatureShape::Constant: break;
     case TemperatureShape::Step: return c.base_V + (t >= c.stepAt_s ? c.amplitude_V : 0.0);
-    case TemperatureShape::Day:
-        return c.base_V + c.amplitude_V * portable::sineOfTurns(t / c.period_s);
+    case TemperatureShape::Day: return c.base_V + c.amplitude_V * portable::sineOfTurns(t / c.period_s);
     case TemperatureShape::Ramp: return c.base_V + c.slope_V_per_h * t / 3600.0;
     case TemperatureShape::Series:
         if (c.series.empty()) break;
-        return c.seriesOffset_V +
-               c.seriesScale_V * c.series.at(static_cast<u64>(t / c.seriesInterval_s));
+        return c.seriesOffset_V + c.seriesScale_V * c.series.at(static_cast<u64>(t / c.seriesInterval_s));
     }
     return c.base_V;
 }

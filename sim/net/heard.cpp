@@ -32,9 +32,9 @@ std::string whatItIs(const HeardMaster& m)
     char quality[64];
     std::snprintf(quality, sizeof quality, ", class %u, accuracy 0x%02X, Announce every ",
                   m.announce.clockClass, m.announce.accuracy);
-    std::string text = "Announce from " + textOf(m.source) + " (" + m.from + ") " +
-                       place(m.way, m.domain, "UDP to ", m.to) + quality +
-                       intervalText(std::ldexp(1.0, m.announce.logInterval));
+    std::string text = "Announce from " + textOf(m.source) + " (" + m.from + ") "
+                       + place(m.way, m.domain, "UDP to ", m.to) + quality
+                       + intervalText(std::ldexp(1.0, m.announce.logInterval));
     if (m.logSync) text += ", Sync every " + intervalText(std::ldexp(1.0, *m.logSync));
     if ((m.announce.flags1 & PTP_TIMESCALE) == 0) text += ", not TAI (no ptpTimescale)";
     return text;
@@ -135,8 +135,8 @@ std::string HeardMasters::describe(const HeardMaster& m) const
     if (refs->empty()) return text + "; this unit listens to nothing";
     std::string places;
     for (const Listening& l : *refs)
-        places +=
-            (places.empty() ? "" : ", or ") + place(l.way, l.domain, "UDP by contract from ", l.address);
+        places += (places.empty() ? "" : ", or ")
+                  + place(l.way, l.domain, "UDP by contract from ", l.address);
     return text + "; this unit listens to " + places;
 }
 

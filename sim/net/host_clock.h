@@ -22,8 +22,8 @@ public:
 
     /// What the world's time is to be now; negative before it begins.
     ose::Time now() const;
-    /// The world's time of a stamp by CLOCK_REALTIME; nothing for one that lies ahead, more than 10 s back, or
-    /// before the latest step was seen, when nobody knows which time of day it is of.
+    /// The world's time of a stamp by CLOCK_REALTIME; nothing for one that lies ahead, more than 10 s back,
+    /// or before the latest step was seen, when nobody knows which time of day it is of.
     std::optional<ose::Time> ofStamp(i64 realtime_ns) const;
     /// CLOCK_REALTIME at a time of the world.
     i64 realtimeOf(ose::Time at) const { return beginning_ns_ + offset_ns_ + at / ose::NS; }

@@ -37,8 +37,8 @@ bool join4(int fd, unsigned index, const char* group, u16 port)
     ip_mreqn join{};
     join.imr_multiaddr = at.sin_addr;
     join.imr_ifindex = static_cast<int>(index);
-    return bind(fd, reinterpret_cast<const sockaddr*>(&at), sizeof at) == 0 &&
-           setsockopt(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &join, sizeof join) == 0;
+    return bind(fd, reinterpret_cast<const sockaddr*>(&at), sizeof at) == 0
+           && setsockopt(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &join, sizeof join) == 0;
 }
 
 bool join6(int fd, unsigned index, const char* group, u16 port)
@@ -51,8 +51,8 @@ bool join6(int fd, unsigned index, const char* group, u16 port)
     ipv6_mreq join{};
     join.ipv6mr_multiaddr = at.sin6_addr;
     join.ipv6mr_interface = index;
-    return bind(fd, reinterpret_cast<const sockaddr*>(&at), sizeof at) == 0 &&
-           setsockopt(fd, IPPROTO_IPV6, IPV6_ADD_MEMBERSHIP, &join, sizeof join) == 0;
+    return bind(fd, reinterpret_cast<const sockaddr*>(&at), sizeof at) == 0
+           && setsockopt(fd, IPPROTO_IPV6, IPV6_ADD_MEMBERSHIP, &join, sizeof join) == 0;
 }
 
 std::string senderOf(const sockaddr_storage& from)

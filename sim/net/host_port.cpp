@@ -93,8 +93,8 @@ bool isOneStepSync(const NetPacket& packet)
     constexpr std::size_t FLAGS_AT = 6;
     constexpr u8 TWO_STEP = 0x02;
     const std::size_t at = messageAt(packet);
-    return at + ptp::HEADER <= packet.bytes.size() && (packet.bytes[at] & 0x0F) == ptp::SYNC &&
-           (packet.bytes[at + FLAGS_AT] & TWO_STEP) == 0;
+    return at + ptp::HEADER <= packet.bytes.size() && (packet.bytes[at] & 0x0F) == ptp::SYNC
+           && (packet.bytes[at + FLAGS_AT] & TWO_STEP) == 0;
 }
 
 /// The kernel's own stamp, of CLOCK_REALTIME in ns, or the card's.

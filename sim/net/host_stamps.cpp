@@ -79,8 +79,8 @@ std::string whyNoInsertion(const std::string& driver, const ethtool_ts_info& inf
 
 std::string noInsertion(const std::string& interface, const std::string& why)
 {
-    return interface + " can't put the time into a Sync that leaves (" + why +
-           "): it tells the time before it is sent, early by what the kernel takes";
+    return interface + " can't put the time into a Sync that leaves (" + why
+           + "): it tells the time before it is sent, early by what the kernel takes";
 }
 
 }  // namespace
@@ -140,10 +140,10 @@ InterfaceStamps openStamps(const std::string& interface, bool oneStep, const Car
     };
     ethtool_ts_info info{};
     info.cmd = ETHTOOL_GET_TS_INFO;
-    constexpr u32 WANTED =
-        SOF_TIMESTAMPING_TX_HARDWARE | SOF_TIMESTAMPING_RX_HARDWARE | SOF_TIMESTAMPING_RAW_HARDWARE;
-    if (!ask(calls, interface, SIOCETHTOOL, info) || (info.so_timestamping & WANTED) != WANTED ||
-        info.phc_index < 0)
+    constexpr u32 WANTED = SOF_TIMESTAMPING_TX_HARDWARE | SOF_TIMESTAMPING_RX_HARDWARE
+                           | SOF_TIMESTAMPING_RAW_HARDWARE;
+    if (!ask(calls, interface, SIOCETHTOOL, info) || (info.so_timestamping & WANTED) != WANTED
+        || info.phc_index < 0)
         return software("driver " + name);
     const std::optional<int> filter = filterOf(info);
     if (!filter) return software("driver " + name + " stamps no PTP");
@@ -155,8 +155,7 @@ InterfaceStamps openStamps(const std::string& interface, bool oneStep, const Car
     hwtstamp_config config{0, refused.empty() ? HWTSTAMP_TX_ONESTEP_SYNC : HWTSTAMP_TX_ON, *filter};
     if (!ask(calls, interface, SIOCSHWTSTAMP, config))
         return software("driver " + name + ": " + std::strerror(errno));
-    return {std::make_unique<CardClock>([calls, file] { return readCard(calls, file->fd); },
-                                        refused.empty()),
+    return {std::make_unique<CardClock>([calls, file] { return readCard(calls, file->fd); }, refused.empty()),
             interface + " stamps itself, its clock is " + device,
             refused.empty() ? interface + "'s card puts the time into each Sync as it leaves"
                             : noInsertion(interface, refused)};

@@ -1,5 +1,5 @@
-// host_stamps.h - Whose stamps an interface's packets have: the card's own, whose clock is then followed beside
-// the host's, or the kernel's; and who puts the time into a Sync of one step.
+// host_stamps.h - Whose stamps an interface's packets have: the card's own, whose clock is then followed
+// beside the host's, or the kernel's; and who puts the time into a Sync of one step.
 // Units   ns of the host's CLOCK_REALTIME and of the card's clock.
 #pragma once
 #include "ose/types.h"

@@ -91,8 +91,7 @@ public:
     void connect(NetHost& a, NetHost& b, const DelayConfig& aToB, const DelayConfig& bToA);
     NetHost* host(const std::string& name) const;
     /// Changes how packets fare from one to the other from now on; false without a path.
-    bool change(const std::string& from, const std::string& to,
-                const std::function<void(DelayConfig&)>& how);
+    bool change(const std::string& from, const std::string& to, const std::function<void(DelayConfig&)>& how);
     bool setUp(const std::string& from, const std::string& to, bool up);
 
     /// The host's paths carry nothing while it is on a wire; nullptr takes it off.

@@ -64,8 +64,8 @@ void PtpMaster::setFrequency(double ppb)
 ptp::Stamp PtpMaster::stampOf(ose::Time t, double later_s) const
 {
     constexpr i64 NS = 1'000'000'000, PS_PER_S = 1'000'000'000'000;
-    const double drift =
-        drifted_s_ + (seconds(t) - driftSince_s_) * config.frequency_ppb * 1e-9 + config.offset_s + later_s;
+    const double drift = drifted_s_ + (seconds(t) - driftSince_s_) * config.frequency_ppb * 1e-9
+                         + config.offset_s + later_s;
     double ns = static_cast<double>(t % PS_PER_S) * 1e-3 + drift * 1e9;
     const double step = config.stampResolution_ns;
     if (step > 0) ns = std::floor(ns / step) * step;
@@ -87,8 +87,8 @@ ptp::Message PtpMaster::message(u8 type) const
     m.type = type;
     m.version = config.version;
     m.domain = config.domain;
-    m.flags0 = static_cast<u8>((config.unicast ? UNICAST : 0) |
-                               (config.alternateMaster ? ALTERNATE_MASTER : 0));
+    m.flags0 = static_cast<u8>((config.unicast ? UNICAST : 0)
+                               | (config.alternateMaster ? ALTERNATE_MASTER : 0));
     m.source = {config.identity, config.portNumber};
     m.control = controlOf(type);
     return m;

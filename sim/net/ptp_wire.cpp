@@ -89,8 +89,7 @@ void writeBody(Writer& w, const Message& m)
         w.stamp(m.stamp);
         w.port(m.requesting);
         return;
-    default:
-        w.stamp(m.stamp);
+    default: w.stamp(m.stamp);
     }
 }
 

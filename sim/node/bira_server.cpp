@@ -78,8 +78,7 @@ void BiraServer::tell(const T& layout)
 void BiraServer::tellLink()
 {
     tell(KvdBiraiifIdl2LinkInd{KVD_BIRAIIF_IDL2_LINK_IND, config.linkType,
-                               static_cast<u8>(config.holdover ? 1 : 0), config.synchPortNo,
-                               config.data});
+                               static_cast<u8>(config.holdover ? 1 : 0), config.synchPortNo, config.data});
 }
 
 void BiraServer::tellFreqLocked()
@@ -144,8 +143,7 @@ void BiraServer::onSignal(Signal* sig, PROCESS from)
     if (answer() == Answer::Silent) return;
     const u32 size = ose::sigsize(&sig);
     switch (sig->sigNo) {
-    case KVD_BIRAIIF_INITIATE_SERVICE_REQ:
-        return onInitiate(sig, from);
+    case KVD_BIRAIIF_INITIATE_SERVICE_REQ: return onInitiate(sig, from);
     case KVD_BIRAIIF_UNABLE_TO_TIME_LOCK_IND:
         if (size < sizeof(KvdBiraiifUnableToTimeLockInd)) return;
         ++handBacks_;
@@ -169,8 +167,7 @@ void BiraServer::onSignal(Signal* sig, PROCESS from)
             if (lock == locks_) steerToLeader();
         });
     }
-    default:
-        return;
+    default: return;
     }
 }
 

@@ -34,8 +34,8 @@ int ErrorLog::write(const char* code, u32 severity, u32, const char* text, u32)
 
 std::size_t ErrorLog::count(const std::string& code) const
 {
-    return static_cast<std::size_t>(std::count_if(
-        entries_.begin(), entries_.end(), [&](const ErrorLogEntry& e) { return e.code == code; }));
+    return static_cast<std::size_t>(std::count_if(entries_.begin(), entries_.end(),
+                                                  [&](const ErrorLogEntry& e) { return e.code == code; }));
 }
 
 void ErrorLog::onSignal(Signal*, PROCESS) {}   // the service is reached by plain calls

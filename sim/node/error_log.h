@@ -26,10 +26,7 @@ public:
 
     const std::vector<ErrorLogEntry>& entries() const { return entries_; }
     std::size_t count(const std::string& code) const;
-    void onEntry(std::function<void(const ErrorLogEntry&)> observer)
-    {
-        observer_ = std::move(observer);
-    }
+    void onEntry(std::function<void(const ErrorLogEntry&)> observer) { observer_ = std::move(observer); }
 
 protected:
     void onSignal(Signal* sig, PROCESS from) override;

@@ -35,8 +35,7 @@ void IdpiServer::tell(const T& layout, PROCESS to, i64 ms)
 {
     // By an event of the world, whoever calls: the order of the calls is the order of arrival.
     node_.after(ms * ose::MS, [this, layout, to, life = life_] {
-        if (life == life_ && alive())
-            node_.system().inject(std::as_bytes(std::span(&layout, 1)), to, pid());
+        if (life == life_ && alive()) node_.system().inject(std::as_bytes(std::span(&layout, 1)), to, pid());
     });
 }
 
@@ -120,12 +119,10 @@ void IdpiServer::onGetDelay(u16 number, PROCESS from)
 {
     if (silentPorts.contains(number)) return;
     const std::optional<IdpiDelay> d = onDelay_ ? onDelay_(number) : IdpiDelay{};
-    if (!d)
-        return tell(IdpiGetDelayReq{IDPI_GET_DELAY_REJ, 0, SERVER_REF, number}, from, delayAnswer_ms);
-    tell(IdpiGetDelayCfm{IDPI_GET_DELAY_CFM, 0, SERVER_REF, number,
-                         static_cast<u32>(d->T1C1_ps >> 32), static_cast<u32>(d->T1C1_ps),
-                         static_cast<u32>(d->C4T1_ps >> 32), static_cast<u32>(d->C4T1_ps),
-                         d->linkMode, d->linkStability},
+    if (!d) return tell(IdpiGetDelayReq{IDPI_GET_DELAY_REJ, 0, SERVER_REF, number}, from, delayAnswer_ms);
+    tell(IdpiGetDelayCfm{IDPI_GET_DELAY_CFM, 0, SERVER_REF, number, static_cast<u32>(d->T1C1_ps >> 32),
+                         static_cast<u32>(d->T1C1_ps), static_cast<u32>(d->C4T1_ps >> 32),
+                         static_cast<u32>(d->C4T1_ps), d->linkMode, d->linkStability},
          from, delayAnswer_ms);
 }
 
@@ -142,8 +139,7 @@ void IdpiServer::onSignal(Signal* sig, PROCESS from)
     case IDPI_CLK_STATUS_FWD:
         if (const auto* fwd = view<IdpiClkStatusFwd>(sig)) clkStatuses_.push_back(fwd->clkStatus);
         return;
-    default:
-        return;
+    default: return;
     }
 }
 

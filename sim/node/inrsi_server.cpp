@@ -166,8 +166,7 @@ void InrsiServer::onSignal(Signal* sig, PROCESS from)
     case INRSI_BFN_JUMP_INFO_REQ:
         if (const auto* req = view<InrsiBfnJumpInfoReq>(sig)) onJumpInfo(req->bfnJumpEnabled, from);
         return;
-    default:
-        return;
+    default: return;
     }
 }
 

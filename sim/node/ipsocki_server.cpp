@@ -78,10 +78,7 @@ int IpsockiServer::fail(i32 why)
     return -1;
 }
 
-int IpsockiServer::state() const
-{
-    return !alive() ? MISSING : answer() == Answer::Busy ? BUSY : THERE;
-}
+int IpsockiServer::state() const { return !alive() ? MISSING : answer() == Answer::Busy ? BUSY : THERE; }
 
 int IpsockiServer::socket(u32 family, u32 type)
 {

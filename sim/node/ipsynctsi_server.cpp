@@ -66,8 +66,7 @@ void IpsynctsiServer::disconnect()
 
 void IpsynctsiServer::onSignal(Signal* sig, PROCESS from)
 {
-    if (sig->sigNo == IPSYNCTSI_INITIATE_SERVICE_REQ && answer() != Answer::Silent)
-        onInitiate(sig, from);
+    if (sig->sigNo == IPSYNCTSI_INITIATE_SERVICE_REQ && answer() != Answer::Silent) onInitiate(sig, from);
 }
 
 void IpsynctsiServer::onInitiate(Signal* sig, PROCESS from)
@@ -81,9 +80,8 @@ void IpsynctsiServer::onInitiate(Signal* sig, PROCESS from)
         return send(from, IpsynctsiInitiateServiceSus{IPSYNCTSI_INITIATE_SERVICE_SUS, highestPv});
     }
     const u32 wanted[] = {req->pvFirstWanted, req->pvSecondWanted, req->pvThirdWanted};
-    const auto* const pv = std::find_if(std::begin(wanted), std::end(wanted), [this](u32 version) {
-        return version >= 1 && version <= highestPv;
-    });
+    const auto* const pv = std::find_if(std::begin(wanted), std::end(wanted),
+                                        [this](u32 version) { return version >= 1 && version <= highestPv; });
     if (answer() != Answer::Accept || pv == std::end(wanted))
         return send(from, IpsynctsiInitiateServiceRej{IPSYNCTSI_INITIATE_SERVICE_REJ, highestPv});
     client_ = from;
@@ -173,8 +171,8 @@ u64 IpsynctsiServer::nodeStamp() const
 u64 IpsynctsiServer::stamp(ose::Time at, double error_s) const
 {
     constexpr i128 SECOND = ose::SEC;
-    const i128 since1900 = (node_.config().calendarStart + NTP_ERA) * SECOND + at +
-                           std::llround(error_s * PS);
+    const i128 since1900 = (node_.config().calendarStart + NTP_ERA) * SECOND + at
+                           + std::llround(error_s * PS);
     const u64 seconds = static_cast<u32>(since1900 / SECOND);
     return seconds << 32 | static_cast<u64>((since1900 % SECOND << 32) / SECOND);
 }

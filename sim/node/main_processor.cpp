@@ -151,8 +151,7 @@ void MainProcessor::changeMaster(u8 timeMode, u8 masterSlaveMode)
 
 void MainProcessor::boardFailure(bool raised)
 {
-    sendLayout(
-        KvdTuiifBoardFailureRecoveryInd{KVD_TUIIF_BOARD_FAILURE_RECOVERY_IND, raised ? 1u : 2u});
+    sendLayout(KvdTuiifBoardFailureRecoveryInd{KVD_TUIIF_BOARD_FAILURE_RECOVERY_IND, raised ? 1u : 2u});
 }
 
 void MainProcessor::setTestMode(bool on)
@@ -163,8 +162,7 @@ void MainProcessor::setTestMode(bool on)
 void MainProcessor::setSelectionMode(u8 selectionProcessMode)
 {
     config.selectionQlMode = selectionProcessMode;
-    sendLayout(
-        KvdTuiifSelectionModeChangeInd{KVD_TUIIF_SELECTION_MODE_CHANGE_IND, selectionProcessMode});
+    sendLayout(KvdTuiifSelectionModeChangeInd{KVD_TUIIF_SELECTION_MODE_CHANGE_IND, selectionProcessMode});
     applyPolicy();
 }
 
@@ -191,8 +189,7 @@ void MainProcessor::askGpsAttributes()
 
 void MainProcessor::orderJump()
 {
-    sendLayout(
-        KvdTuiifJumpRntToSfcDiffZeroReq{KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_REQ, pid()});
+    sendLayout(KvdTuiifJumpRntToSfcDiffZeroReq{KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_REQ, pid()});
 }
 
 void MainProcessor::setGpsOut(bool on)
@@ -257,8 +254,8 @@ bool MainProcessor::usable(const MpReference& ref) const
     for (const Reported& r : reported_) {
         if (r.froId != ref.froId || r.froClassNo != ref.froClassNo) continue;
         if (isEthernet(ref.refType))
-            return (r.additional & ETH_SIGNAL_PRESENT) != 0 &&
-                   (config.selectionQlMode != 1 || hasUsableLevel(ref.froId));
+            return (r.additional & ETH_SIGNAL_PRESENT) != 0
+                   && (config.selectionQlMode != 1 || hasUsableLevel(ref.froId));
         return (r.refState & REF_STATE_FAULTY) == 0;
     }
     // A receiver's return is told by its own status alone, not by a new clock status.
@@ -278,9 +275,8 @@ bool MainProcessor::supervises(const MpReference& ref) const
 bool MainProcessor::hasUsableLevel(u32 froId) const
 {
     constexpr u32 DO_NOT_USE = 15;
-    return std::any_of(levels_.begin(), levels_.end(), [&](const Level& l) {
-        return l.froId == froId && l.clockQuality < DO_NOT_USE;
-    });
+    return std::any_of(levels_.begin(), levels_.end(),
+                       [&](const Level& l) { return l.froId == froId && l.clockQuality < DO_NOT_USE; });
 }
 
 /// A master isn't to follow its slaves, nor a slave anything but its master.
@@ -321,8 +317,7 @@ void MainProcessor::superviseConfigured()
     // it knows none of that id.
     for (const MpReference& r : config.references) {
         if (r.refType == NTP_REF)
-            sendLayout(KvdTuiifRegisterSynchRefInd{KVD_TUIIF_REGISTER_SYNCH_REF_IND, r.froClassNo,
-                                                   r.froId});
+            sendLayout(KvdTuiifRegisterSynchRefInd{KVD_TUIIF_REGISTER_SYNCH_REF_IND, r.froClassNo, r.froId});
         else if (r.supervise && r.refType != PDH_SDH_REF && !isPacket(r.refType))
             supervise(r, true);
     }
@@ -371,15 +366,13 @@ void MainProcessor::onInitiate(const MpRecord& received)
     confirmed_ = false;
     switch (answer()) {
     case Answer::Suspend:
-        return sendLayout(KvdTuiifInitiateServiceSus{
-            KVD_TUIIF_INITIATE_SERVICE_SUS, config.signalRevision, config.highestAvailablePv});
+        return sendLayout(KvdTuiifInitiateServiceSus{KVD_TUIIF_INITIATE_SERVICE_SUS, config.signalRevision,
+                                                     config.highestAvailablePv});
     case Answer::Reject:
-        return sendLayout(KvdTuiifInitiateServiceRej{
-            KVD_TUIIF_INITIATE_SERVICE_REJ, config.signalRevision, config.highestAvailablePv});
-    case Answer::Accept:
-        break;
-    default:
-        return;
+        return sendLayout(KvdTuiifInitiateServiceRej{KVD_TUIIF_INITIATE_SERVICE_REJ, config.signalRevision,
+                                                     config.highestAvailablePv});
+    case Answer::Accept: break;
+    default: return;
     }
 
     supervised_.clear();
@@ -519,9 +512,8 @@ void MainProcessor::setPacketRef(const MpPacketRef& ref)
 
 void MainProcessor::deletePacketRef(u32 froId, u32 froClassNo)
 {
-    std::erase_if(config.packetRefs, [&](const MpPacketRef& r) {
-        return r.froId == froId && r.froClassNo == froClassNo;
-    });
+    std::erase_if(config.packetRefs,
+                  [&](const MpPacketRef& r) { return r.froId == froId && r.froClassNo == froClassNo; });
     std::erase(deleting_, std::pair{froId, froClassNo});
     deleting_.emplace_back(froId, froClassNo);
     sendLayout(KvdTuiifDeletePktRefRoReq{KVD_TUIIF_DELETE_PKT_REF_RO_REQ, froId, froClassNo});
@@ -679,8 +671,8 @@ std::string MainProcessor::describe(const MpRecord& record)
                       e->froId, e->statusControl);
     } else if (const auto r = record.as<KvdTuiif6BvqRefStateInd>();
                record.sigNo == KVD_TUIIF6_BVQ_REF_STATE_IND && r) {
-        std::snprintf(text, sizeof text, "%s froId=%u froClassNo=%u refState=%u info=0x%x", name,
-                      r->froId, r->froClassNo, r->refState, r->additionalRefStateInfo);
+        std::snprintf(text, sizeof text, "%s froId=%u froClassNo=%u refState=%u info=0x%x", name, r->froId,
+                      r->froClassNo, r->refState, r->additionalRefStateInfo);
     } else if (const auto g = record.as<KvdTuiifGpsStatusInd>();
                record.sigNo == KVD_TUIIF_GPS_STATUS_IND && g) {
         std::snprintf(text, sizeof text, "%s gpsStatus=%u %.131s", name, g->gpsStatus, g->text);
@@ -689,8 +681,8 @@ std::string MainProcessor::describe(const MpRecord& record)
         std::snprintf(text, sizeof text, "%s status=%u %.131s", name, h->status, h->text);
     } else if (const auto q = record.as<KvdTuiifQualityLevelInd>();
                record.sigNo == KVD_TUIIF_QUALITY_LEVEL_IND && q) {
-        std::snprintf(text, sizeof text, "%s froId=%u froClassNo=%u clockQuality=%u", name,
-                      q->froId, q->froClassNo, q->clockQuality);
+        std::snprintf(text, sizeof text, "%s froId=%u froClassNo=%u clockQuality=%u", name, q->froId,
+                      q->froClassNo, q->clockQuality);
     } else if (const auto p = record.as<KvdTuiifPduMissingInd>();
                record.sigNo == KVD_TUIIF_PDU_MISSING_IND && p) {
         std::snprintf(text, sizeof text, "%s froId=%u froClassNo=%u pduMissing=%u", name, p->froId,

@@ -133,25 +133,13 @@ public:
     /// One line: name and fields of the signals that a reader follows, number and size of others.
     static std::string describe(const MpRecord& record);
 
-    void onRecord(std::function<void(const MpRecord&)> observer)
-    {
-        onRecord_ = std::move(observer);
-    }
+    void onRecord(std::function<void(const MpRecord&)> observer) { onRecord_ = std::move(observer); }
     /// The other unit's main processor, or the same one in its part for the other unit, to which this
     /// part hands on what it is told.
-    void onForward(std::function<void(const MpRecord&)> peer)
-    {
-        onForward_.push_back(std::move(peer));
-    }
-    void onStatus(std::function<void(const ClockStatus&)> observer)
-    {
-        onStatus_ = std::move(observer);
-    }
+    void onForward(std::function<void(const MpRecord&)> peer) { onForward_.push_back(std::move(peer)); }
+    void onStatus(std::function<void(const ClockStatus&)> observer) { onStatus_ = std::move(observer); }
     /// After each selection that goes out, whoever made it.
-    void onSelect(std::function<void(const MpReference&)> observer)
-    {
-        onSelect_ = std::move(observer);
-    }
+    void onSelect(std::function<void(const MpReference&)> observer) { onSelect_ = std::move(observer); }
 
 protected:
     void onSignal(Signal* sig, PROCESS from) override;

@@ -102,8 +102,7 @@ void MsiServer::onSignal(Signal* sig, PROCESS from)
         if (ose::sigsize(&sig) >= sizeof(TarsoMsiMemAllocReq))
             allocate(reinterpret_cast<const TarsoMsiMemAllocReq*>(sig)->request, from);
         return;
-    default:
-        return;
+    default: return;
     }
 }
 
@@ -115,8 +114,7 @@ void MsiServer::negotiate(const TarsoMsiInitiateServiceReq& req, PROCESS from)
         if (selected == 0 && pv <= highestPv) selected = pv;
     if (reason == 0 && selected == 0) reason = REASON_NO_PROTOCOL;
     if (reason != 0) return send(from, TarsoMsiRej{TARSO_MSI_INITIATE_SERVICE_REJ, reason});
-    send(from,
-         TarsoMsiInitiateServiceCfm{TARSO_MSI_INITIATE_SERVICE_CFM, SIGNAL_REVISION, selected});
+    send(from, TarsoMsiInitiateServiceCfm{TARSO_MSI_INITIATE_SERVICE_CFM, SIGNAL_REVISION, selected});
 }
 
 void MsiServer::allocate(const node::MsiRequest& request, PROCESS from)

@@ -48,10 +48,7 @@ void NgpduhifServer::die()
     Server::die();
 }
 
-ose::Time NgpduhifServer::lasts() const
-{
-    return SYNC_GROUP_LOST_PERIODS * config_.period_ms * ose::MS;
-}
+ose::Time NgpduhifServer::lasts() const { return SYNC_GROUP_LOST_PERIODS * config_.period_ms * ose::MS; }
 
 std::optional<SyncProvider> NgpduhifServer::provider() const
 {
@@ -65,8 +62,7 @@ void NgpduhifServer::tell(T layout)
     layout.serverRef = SERVER_REF;
     // By an event of the world, whoever calls: the order of the calls is the order of arrival.
     node_.after(0, [this, layout, to = client_, life = life_] {
-        if (life == life_ && alive())
-            node_.system().inject(std::as_bytes(std::span(&layout, 1)), to, pid());
+        if (life == life_ && alive()) node_.system().inject(std::as_bytes(std::span(&layout, 1)), to, pid());
     });
 }
 
@@ -169,8 +165,7 @@ void NgpduhifServer::onSignal(Signal* sig, PROCESS from)
             group_.onOwnTime(*ind, node_.world().now());
         }
         return;
-    default:
-        return;
+    default: return;
     }
 }
 

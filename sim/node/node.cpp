@@ -45,9 +45,8 @@ Node::Node(ose::World& world, const NodeConfig& config)
     mainProcessor_ = std::make_unique<MainProcessor>(*this, config.mainProcessor);
 
     system_->setPlatform(static_cast<node::Platform*>(this));
-    system_->onProgramEnd([this](ose::Block& block, u32 code, const std::string& text) {
-        programEnded(block, code, text);
-    });
+    system_->onProgramEnd(
+        [this](ose::Block& block, u32 code, const std::string& text) { programEnded(block, code, text); });
     shutdownProcess_ = system_->spawn("Tsv_shutdown_proc", SHUTDOWN_PRIORITY, [] {
         for (;;) {
             Signal* sig = ose::receive(ose::ANY_SIGNAL);
@@ -245,21 +244,12 @@ node::CalendarTime Node::calendar()
 
 int Node::fileExists(const char* path) { return volumes_.exists(path); }
 int Node::fileRead(const char* path, std::string& content) { return volumes_.read(path, content); }
-int Node::fileWrite(const char* path, const std::string& content)
-{
-    return volumes_.write(path, content);
-}
-int Node::fileAppend(const char* path, const std::string& content)
-{
-    return volumes_.append(path, content);
-}
+int Node::fileWrite(const char* path, const std::string& content) { return volumes_.write(path, content); }
+int Node::fileAppend(const char* path, const std::string& content) { return volumes_.append(path, content); }
 int Node::fileRemove(const char* path) { return volumes_.remove(path); }
 
 int Node::msiState() { return msi_->state(); }
-int Node::msiRead(u32 address, u8* bytes, std::size_t count)
-{
-    return msi_->read(address, bytes, count);
-}
+int Node::msiRead(u32 address, u8* bytes, std::size_t count) { return msi_->read(address, bytes, count); }
 int Node::msiWrite(u32 address, const u8* bytes, std::size_t count)
 {
     return msi_->write(address, bytes, count);
@@ -279,8 +269,7 @@ int Node::ipSend(int socket, const u8* bytes, std::size_t count, const u8* octet
 int Node::ipClose(int socket) { return ipsocki_->close(socket); }
 int Node::ipError() { return ipsocki_->error(); }
 
-int Node::serialOpen(const char* device, u32 vector, const node::SerialSetting* settings,
-                     std::size_t count)
+int Node::serialOpen(const char* device, u32 vector, const node::SerialSetting* settings, std::size_t count)
 {
     return serial_->open(device, vector, settings, count);
 }
@@ -294,10 +283,7 @@ std::size_t Node::serialRead(const char* device, u8* bytes, std::size_t room)
     return serial_->read(device, bytes, room);
 }
 
-int Node::registerCommand(const node::ShellCommand& command)
-{
-    return shell_->registerCommand(command);
-}
+int Node::registerCommand(const node::ShellCommand& command) { return shell_->registerCommand(command); }
 void Node::shellPrint(const char* text) { shell_->print(text); }
 void Node::trace(const node::TraceRecord& record) { traces_.write(world_.now(), record); }
 

@@ -89,16 +89,10 @@ public:
     /// Those that it brought on itself.
     const std::vector<ProgramEnd>& programEnds() const { return ends_; }
     u32 programStarts() const { return starts_; }
-    void onProgramEnd(std::function<void(const ProgramEnd&)> observer)
-    {
-        onEnd_ = std::move(observer);
-    }
+    void onProgramEnd(std::function<void(const ProgramEnd&)> observer) { onEnd_ = std::move(observer); }
 
     /// Every load of the program, with its restart type.
-    void onProgramStart(std::function<void(u32 restartType)> observer)
-    {
-        onStart_ = std::move(observer);
-    }
+    void onProgramStart(std::function<void(u32 restartType)> observer) { onStart_ = std::move(observer); }
 
     // ---- services -------------------------------------------------------------------------------
     NameServer& nameServer() { return *nameServer_; }

@@ -11,13 +11,7 @@ namespace {
 constexpr int NO_PARAMETER = 1;
 constexpr u32 BVF4_WINDOW = 0x70000;      // where the timing unit's registers begin in that FPGA
 
-enum BootResult : int {
-    BOOT_DONE,
-    BOOT_NO_SERVER,
-    BOOT_NO_PARAMETER,
-    BOOT_TOO_LARGE,
-    BOOT_NONSENSE
-};
+enum BootResult : int { BOOT_DONE, BOOT_NO_SERVER, BOOT_NO_PARAMETER, BOOT_TOO_LARGE, BOOT_NONSENSE };
 
 u32 codeOfType(u32 boardType)
 {
@@ -34,8 +28,7 @@ std::string hex(u32 address)
 
 }  // namespace
 
-std::map<std::string, std::string> Parameters::boardDefaults(u32 boardType,
-                                                             const BoardConfig& board)
+std::map<std::string, std::string> Parameters::boardDefaults(u32 boardType, const BoardConfig& board)
 {
     std::map<std::string, std::string> texts{
         {"bvqmodule", "ZTM 600 145/32"},

@@ -28,8 +28,7 @@ public:
 
     /// Parameters of a board as it is built: base addresses in hexadecimal, product names that tell
     /// whether it has the external phase detector, delay of the 1PPS to the latch in ns.
-    static std::map<std::string, std::string> boardDefaults(u32 boardType,
-                                                            const BoardConfig& board);
+    static std::map<std::string, std::string> boardDefaults(u32 boardType, const BoardConfig& board);
 };
 
 }  // namespace sim

@@ -96,10 +96,9 @@ void PhyPortServer::tell(const T& layout)
 
 void PhyPortServer::announce(const PhyPort& port, u32 stateControl)
 {
-    tell(PhyportPortInfoInd{PHYPORT_PORT_INFO_IND, cepId, port.line, port.froId, stateControl,
-                            port.operState, port.admState});
-    if (stateControl == ADD)
-        tell(PhyportSyncStateInd{PHYPORT_SYNC_STATE_IND, port.line, port.syncState});
+    tell(PhyportPortInfoInd{PHYPORT_PORT_INFO_IND, cepId, port.line, port.froId, stateControl, port.operState,
+                            port.admState});
+    if (stateControl == ADD) tell(PhyportSyncStateInd{PHYPORT_SYNC_STATE_IND, port.line, port.syncState});
 }
 
 void PhyPortServer::announceAll()

@@ -65,8 +65,7 @@ void PmAgent::onSignal(Signal* sig, PROCESS from)
         if (last != records_.rend()) last->ended = true;
         return;
     }
-    default:
-        return;
+    default: return;
     }
 }
 

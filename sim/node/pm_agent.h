@@ -35,10 +35,7 @@ public:
     bool attached() const { return client_ != 0; }
     /// All since the node began, oldest first.
     const std::vector<PmRecord>& records() const { return records_; }
-    void onRecord(std::function<void(const PmRecord&)> observer)
-    {
-        onRecord_ = std::move(observer);
-    }
+    void onRecord(std::function<void(const PmRecord&)> observer) { onRecord_ = std::move(observer); }
 
 protected:
     void onSignal(Signal* sig, PROCESS from) override;

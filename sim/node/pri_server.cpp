@@ -6,8 +6,7 @@
 namespace sim {
 
 PriServer::PriServer(Node& node, u32 ownSmn, u32 ownApn, u32 ownPiuInstanceId)
-    : Server(node, TARSO_PRI_SERVER_NAME, 10), smn(ownSmn), apn(ownApn),
-      piuInstanceId(ownPiuInstanceId)
+    : Server(node, TARSO_PRI_SERVER_NAME, 10), smn(ownSmn), apn(ownApn), piuInstanceId(ownPiuInstanceId)
 {
 }
 
@@ -25,13 +24,10 @@ void PriServer::onSignal(Signal* sig, PROCESS from)
         if (clients_ > 0) --clients_;
         return sendEmpty(from, TARSO_PRI_TERMINATE_SERVICE_CFM);
     case TARSO_PIU_OWN_IDENTITY_REQ:
-        return send(from, TarsoPiuOwnIdentityCfm{TARSO_PIU_OWN_IDENTITY_CFM, identityResult,
-                                                 piuInstanceId});
+        return send(from, TarsoPiuOwnIdentityCfm{TARSO_PIU_OWN_IDENTITY_CFM, identityResult, piuInstanceId});
     case TARSO_PIU3_OWN_HW_ADDR_REQ:
-        return send(from,
-                    TarsoPiu3OwnHwAddrCfm{TARSO_PIU3_OWN_HW_ADDR_CFM, hwAddrResult, smn, apn});
-    default:
-        return;
+        return send(from, TarsoPiu3OwnHwAddrCfm{TARSO_PIU3_OWN_HW_ADDR_CFM, hwAddrResult, smn, apn});
+    default: return;
     }
 }
 

@@ -4,8 +4,7 @@
 
 namespace sim {
 
-int SerialPort::open(const char* device, u32 vector, const node::SerialSetting* settings,
-                     std::size_t count)
+int SerialPort::open(const char* device, u32 vector, const node::SerialSetting* settings, std::size_t count)
 {
     if (device_ != device) return SERIAL_NO_DEVICE;
     if (openResult != 0) return openResult;

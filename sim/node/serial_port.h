@@ -21,8 +21,7 @@ public:
     SerialPort(Node& node, std::string device) : node_(node), device_(std::move(device)) {}
 
     // ---- the driver's calls ---------------------------------------------------------------------
-    int open(const char* device, u32 vector, const node::SerialSetting* settings,
-             std::size_t count);
+    int open(const char* device, u32 vector, const node::SerialSetting* settings, std::size_t count);
     int close(const char* device);
     int write(const char* device, const u8* bytes, std::size_t count);
     std::size_t read(const char* device, u8* bytes, std::size_t room);
@@ -35,10 +34,7 @@ public:
     /// Called with what the program sends: the receiver that the unit commands, and one more listener
     /// at the line.
     void onSent(std::function<void(const std::vector<u8>&)> peer) { peer_ = std::move(peer); }
-    void onHeard(std::function<void(const std::vector<u8>&)> listener)
-    {
-        listener_ = std::move(listener);
-    }
+    void onHeard(std::function<void(const std::vector<u8>&)> listener) { listener_ = std::move(listener); }
 
     // ---- script, queries ------------------------------------------------------------------------
     int openResult = 0;                // nonzero: the next opens fail with it

@@ -43,8 +43,7 @@ Shell::Shell(Node& node) : Server(node, "ose_shelld", PRIORITY) {}
 
 int Shell::registerCommand(const node::ShellCommand& command)
 {
-    if (command.name == nullptr || command.handler == nullptr || find(command.name) != nullptr)
-        return 1;
+    if (command.name == nullptr || command.handler == nullptr || find(command.name) != nullptr) return 1;
     commands_.push_back(command);
     return 0;
 }

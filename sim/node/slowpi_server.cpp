@@ -51,8 +51,7 @@ void SlowpiServer::onInitiate(u32 lowestPv, PROCESS from)
     client_ = from;
     subscribed_ = false;
     if (answer() == Answer::Suspend) return tellInitiated(SLOWPI_INITIATE_SERVICE_SUS);
-    if (answer() != Answer::Accept || lowestPv > highestPv)
-        return tellInitiated(SLOWPI_INITIATE_SERVICE_REJ);
+    if (answer() != Answer::Accept || lowestPv > highestPv) return tellInitiated(SLOWPI_INITIATE_SERVICE_REJ);
     ++connections_;
     tellInitiated(SLOWPI_INITIATE_SERVICE_CFM);
 }
@@ -91,8 +90,7 @@ void SlowpiServer::onSignal(Signal* sig, PROCESS from)
     case SLOWPI_SEND_FRAME_IND:
         if (size >= sizeof(SlowpiFrame)) onSend(sig);
         return;
-    default:
-        return;
+    default: return;
     }
 }
 
@@ -100,8 +98,8 @@ void SlowpiServer::receive(u32 port, std::span<const u8> frame)
 {
     if (!subscribed_ || port != port_) return;
     ++framesDelivered_;
-    std::vector<std::byte> signal =
-        bytesOf(SlowpiFrame{SLOWPI_RECEIVE_FRAME_IND, static_cast<u32>(frame.size())});
+    std::vector<std::byte> signal = bytesOf(
+        SlowpiFrame{SLOWPI_RECEIVE_FRAME_IND, static_cast<u32>(frame.size())});
     const auto bytes = std::as_bytes(frame);
     signal.insert(signal.end(), bytes.begin(), bytes.end());
     tell(std::move(signal));

@@ -13,8 +13,8 @@ constexpr u16 NO_REFERENCE = 0;
 
 bool isLocked(u8 clockState)
 {
-    return clockState == KVD_TUIIF_FREQUENCY_LOCKED || clockState == KVD_TUIIF_TIME_OFFSET_LOCKED ||
-           clockState == KVD_TUIIF_RNT_TIME_LOCKED;
+    return clockState == KVD_TUIIF_FREQUENCY_LOCKED || clockState == KVD_TUIIF_TIME_OFFSET_LOCKED
+           || clockState == KVD_TUIIF_RNT_TIME_LOCKED;
 }
 
 bool isBetter(const SyncProvider& a, const SyncProvider& b)

@@ -28,8 +28,8 @@ void TemiServer::programStarted(u32 type)
 
 std::size_t TemiServer::failures() const
 {
-    return static_cast<std::size_t>(std::count_if(
-        results_.begin(), results_.end(), [](const TestResult& r) { return r.result != 0; }));
+    return static_cast<std::size_t>(
+        std::count_if(results_.begin(), results_.end(), [](const TestResult& r) { return r.result != 0; }));
 }
 
 void TemiServer::onSignal(Signal* sig, PROCESS from)
@@ -59,8 +59,7 @@ void TemiServer::onSignal(Signal* sig, PROCESS from)
     case TARSO_TEMI_TERMINATE_SERVICE_REQ:
         startUp_ = false;
         return sendEmpty(from, TARSO_TEMI_TERMINATE_SERVICE_CFM);
-    default:
-        return;
+    default: return;
     }
 }
 

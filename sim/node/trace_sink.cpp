@@ -6,9 +6,9 @@ namespace {
 
 bool matches(const TraceLine& line, const TraceQuery& query)
 {
-    return line.at >= query.since && (query.level < 0 || line.level == query.level) &&
-           (query.group.empty() || line.group == query.group) &&
-           line.text.find(query.text) != std::string::npos;
+    return line.at >= query.since && (query.level < 0 || line.level == query.level)
+           && (query.group.empty() || line.group == query.group)
+           && line.text.find(query.text) != std::string::npos;
 }
 
 }  // namespace
@@ -72,8 +72,8 @@ std::string TraceSink::format(const TraceLine& line) const
     char head[48];
     std::snprintf(head, sizeof head, "%lld.%06lld ", static_cast<long long>(line.at / ose::SEC),
                   static_cast<long long>(line.at % ose::SEC / ose::US));
-    return head + unit_ + " " + std::to_string(line.level) + " " + line.group + " " + line.process +
-           " " + line.file + ":" + std::to_string(line.line) + " " + line.text;
+    return head + unit_ + " " + std::to_string(line.level) + " " + line.group + " " + line.process + " "
+           + line.file + ":" + std::to_string(line.line) + " " + line.text;
 }
 
 }  // namespace sim

@@ -65,10 +65,7 @@ bool expand(const std::string& content, std::string& out)
 
 }  // namespace
 
-int Volumes::exists(const std::string& path) const
-{
-    return !readFails && files_.contains(path) ? 1 : 0;
-}
+int Volumes::exists(const std::string& path) const { return !readFails && files_.contains(path) ? 1 : 0; }
 
 int Volumes::read(const std::string& path, std::string& content) const
 {

@@ -14,8 +14,8 @@ constexpr i64 LOOK_s = 10;                         // satellites move by 0.1 deg
 constexpr u32 FIRST_FIX_SATELLITES = 4, TIME_SATELLITES = 1;
 
 // Seconds between two of a kind, and which of them it is.
-constexpr u32 VERSION_EVERY = 30, POSITION_EVERY = 5, AVERAGE_EVERY = 10,
-              SATELLITES_EVERY = 10, ALMANAC_EVERY = 60;
+constexpr u32 VERSION_EVERY = 30, POSITION_EVERY = 5, AVERAGE_EVERY = 10, SATELLITES_EVERY = 10,
+              ALMANAC_EVERY = 60;
 
 ose::Time lengthOf(const std::string& text) { return static_cast<ose::Time>(text.size()) * BYTE; }
 
@@ -146,10 +146,7 @@ void GpsReceiver::heal(GpsHealedBy by)
 
 // ---- reception and time -------------------------------------------------------------------------
 
-i64 GpsReceiver::utcOf(i64 gpsSecond) const
-{
-    return gpsSecond + nmea::GPS_EPOCH - config_.leapSeconds;
-}
+i64 GpsReceiver::utcOf(i64 gpsSecond) const { return gpsSecond + nmea::GPS_EPOCH - config_.leapSeconds; }
 
 /// What is over the antenna and how strongly it comes in.
 void GpsReceiver::look()
@@ -304,8 +301,7 @@ std::string GpsReceiver::timingSentence()
 {
     // Of the second that the next pulse begins.
     i64 named = firstSecond_ + nextTick_ + 1;
-    if (faulty(GpsFault::WrongSecond))
-        named += static_cast<i64>(std::llround(amount(GpsFault::WrongSecond)));
+    if (faulty(GpsFault::WrongSecond)) named += static_cast<i64>(std::llround(amount(GpsFault::WrongSecond)));
     const bool known = fix_ || pulses_;
     i64 week = known ? named / nmea::WEEK_s : 0;
     const i64 tow = known ? named % nmea::WEEK_s : 0;
@@ -339,10 +335,10 @@ void GpsReceiver::others(std::vector<std::string>& texts)
     const double dop = used < FIRST_FIX_SATELLITES ? 99.9 : 0.6 + 4.0 / used;
     if (talk_ % POSITION_EVERY == 2) {
         texts.push_back(nmea::gga(utcOf(firstSecond_ + nextTick_),
-                                  everFix_ ? place : nmea::Position{0.0, 0.0, 0.0},
-                                  fix_ ? used : 0, dop, config_.checksums));
-        texts.push_back(nmea::gsa(fix_ ? std::span<const u8>(used_) : std::span<const u8>(),
-                                  1.6 * dop, dop, 1.25 * dop, config_.checksums));
+                                  everFix_ ? place : nmea::Position{0.0, 0.0, 0.0}, fix_ ? used : 0, dop,
+                                  config_.checksums));
+        texts.push_back(nmea::gsa(fix_ ? std::span<const u8>(used_) : std::span<const u8>(), 1.6 * dop, dop,
+                                  1.25 * dop, config_.checksums));
     }
     if (status && talk_ % AVERAGE_EVERY == 5 && fix_)
         texts.push_back(nmea::avp(place, static_cast<u32>(surveyed_ / (60 * SEC))));

@@ -25,10 +25,9 @@ std::string dateText(i64 utc)
     const year_month_day date{day};
     const i64 s = (at - day).count();
     char text[32];
-    std::snprintf(text, sizeof text, "%02d%02u%02u%02d%02d%02d",
-                  static_cast<int>(date.year()) % 100, static_cast<unsigned>(date.month()),
-                  static_cast<unsigned>(date.day()), static_cast<int>(s / 3600),
-                  static_cast<int>(s / 60 % 60), static_cast<int>(s % 60));
+    std::snprintf(text, sizeof text, "%02d%02u%02u%02d%02d%02d", static_cast<int>(date.year()) % 100,
+                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+                  static_cast<int>(s / 3600), static_cast<int>(s / 60 % 60), static_cast<int>(s % 60));
     return text;
 }
 
@@ -38,11 +37,11 @@ std::string positionText(const Position& at)
     const i64 lat = std::llround(std::fabs(at.latitude) * 600'000.0);     // 1/10000 min
     const i64 lon = std::llround(std::fabs(at.longitude) * 600'000.0);
     char text[64];
-    std::snprintf(text, sizeof text, "%02d%02d.%04d,%c,%03d%02d.%04d,%c",
-                  static_cast<int>(lat / 600'000), static_cast<int>(lat / 10'000 % 60),
-                  static_cast<int>(lat % 10'000), at.latitude < 0.0 ? 'S' : 'N',
-                  static_cast<int>(lon / 600'000), static_cast<int>(lon / 10'000 % 60),
-                  static_cast<int>(lon % 10'000), at.longitude < 0.0 ? 'W' : 'E');
+    std::snprintf(text, sizeof text, "%02d%02d.%04d,%c,%03d%02d.%04d,%c", static_cast<int>(lat / 600'000),
+                  static_cast<int>(lat / 10'000 % 60), static_cast<int>(lat % 10'000),
+                  at.latitude < 0.0 ? 'S' : 'N', static_cast<int>(lon / 600'000),
+                  static_cast<int>(lon / 10'000 % 60), static_cast<int>(lon % 10'000),
+                  at.longitude < 0.0 ? 'W' : 'E');
     return text;
 }
 
@@ -59,8 +58,8 @@ std::string gga(i64 utc, const Position& at, u32 used, double dop, bool checksum
 {
     char text[96];
     std::snprintf(text, sizeof text, "GPGGA,%s,%s,%d,%02u,%05.1f,%08.1f,M,%06.1f,M,,",
-                  dateText(utc).substr(6).c_str(), positionText(at).c_str(), used > 0 ? 1 : 0,
-                  used, dop, at.altitude_m, 0.0);
+                  dateText(utc).substr(6).c_str(), positionText(at).c_str(), used > 0 ? 1 : 0, used, dop,
+                  at.altitude_m, 0.0);
     return frame(text, checksum);
 }
 
@@ -93,9 +92,9 @@ std::vector<std::string> gsv(const char* address, std::span<const Shown> satelli
             std::snprintf(text, sizeof text, ",%02u", s.satellite.number);
             body += text;
             if (angles)
-                std::snprintf(text, sizeof text, ",%02u,%03u,", s.satellite.elevation,
-                              s.satellite.azimuth);
-            else std::snprintf(text, sizeof text, ",,,");
+                std::snprintf(text, sizeof text, ",%02u,%03u,", s.satellite.elevation, s.satellite.azimuth);
+            else
+                std::snprintf(text, sizeof text, ",,,");
             body += text;
             if (s.snr == 0) continue;
             std::snprintf(text, sizeof text, "%02u", s.snr);
@@ -110,9 +109,8 @@ std::string tps(const TimingReport& r, bool checksum)
 {
     char text[96];
     std::snprintf(text, sizeof text, "PFEC,GPtps,%s,%u,%d,%u,170101000000,%02d,%02d,%s,%04u,%06u",
-                  dateText(r.utc).c_str(), r.standard, r.pps ? 1 : 0, r.mode, r.leapSeconds,
-                  r.leapSeconds, dateText(r.utc).c_str(), static_cast<u32>(r.week % 10'000),
-                  static_cast<u32>(r.tow));
+                  dateText(r.utc).c_str(), r.standard, r.pps ? 1 : 0, r.mode, r.leapSeconds, r.leapSeconds,
+                  dateText(r.utc).c_str(), static_cast<u32>(r.week % 10'000), static_cast<u32>(r.tow));
     return frame(text, checksum);
 }
 
@@ -124,17 +122,16 @@ std::string anc(i64 utc, bool checksum)
 std::string ppr(i64 week, i64 tow, u8 status, bool faulty)
 {
     char text[64];
-    std::snprintf(text, sizeof text, "PNVX,GPppr,%06u,%05u,%05u,%02u,%01u,%01u",
-                  static_cast<u32>(tow), static_cast<u32>(week % 100'000), 0u, 0u, status,
-                  faulty ? 1u : 0u);
+    std::snprintf(text, sizeof text, "PNVX,GPppr,%06u,%05u,%05u,%02u,%01u,%01u", static_cast<u32>(tow),
+                  static_cast<u32>(week % 100'000), 0u, 0u, status, faulty ? 1u : 0u);
     return frame(text, true);
 }
 
 std::string sts(u8 pp1state, u8 positionHoldMode, u8 port, bool glonass)
 {
     char text[64];
-    std::snprintf(text, sizeof text, "PNVX,GPsts,%u,%u,%u,0000%d", pp1state, positionHoldMode,
-                  port, glonass ? 1 : 0);
+    std::snprintf(text, sizeof text, "PNVX,GPsts,%u,%u,%u,0000%d", pp1state, positionHoldMode, port,
+                  glonass ? 1 : 0);
     return frame(text, true);
 }
 

@@ -78,8 +78,8 @@ std::vector<SkySatellite> GpsSky::inView(const Constellation& c, i64 gpsSecond) 
         const double node = c.firstNode + 1.0 * plane / c.planes - t / SIDEREAL_DAY_s;
         const double sinNode = sine(node), cosNode = cosine(node);
         for (u32 slot = 0; slot < c.perPlane; ++slot) {
-            const double along = t / c.period_s + 1.0 * slot / c.perPlane +
-                                 1.0 * plane / (c.planes * c.perPlane);
+            const double along = t / c.period_s + 1.0 * slot / c.perPlane
+                                 + 1.0 * plane / (c.planes * c.perPlane);
             const double sinU = sine(along), cosU = cosine(along);
             const Vector d{
                 c.radius_km * (cosU * cosNode - sinU * cosInc * sinNode) - EARTH_km * up_.x,

@@ -102,8 +102,8 @@ void HostGps::reopen()
 void HostGps::takeBytes()
 {
     const ose::Time now = clock_.now();
-    allowance_ =
-        std::min(allowance_ + static_cast<double>(now - allowedAt_) * 1e-12 * BYTES_PER_s * 1.1, BURST);
+    allowance_ = std::min(allowance_ + static_cast<double>(now - allowedAt_) * 1e-12 * BYTES_PER_s * 1.1,
+                          BURST);
     allowedAt_ = now;
     std::array<u8, 4096> bytes;
     constexpr int AT_ONCE = 16;
@@ -112,8 +112,8 @@ void HostGps::takeBytes()
         if (got < 0 && (errno == EAGAIN || errno == EINTR)) return;
         if (got <= 0) return hangUp(got == 0 ? "end of the line" : std::strerror(errno));
         counts_.bytes += static_cast<u64>(got);
-        const auto fits =
-            std::min(static_cast<std::size_t>(got), static_cast<std::size_t>(std::max(allowance_, 0.0)));
+        const auto fits = std::min(static_cast<std::size_t>(got),
+                                   static_cast<std::size_t>(std::max(allowance_, 0.0)));
         counts_.flooded += static_cast<std::size_t>(got) - fits;
         allowance_ -= static_cast<double>(fits);
         for (std::size_t b = 0; b < fits; ++b) follow(bytes[b]);
@@ -157,8 +157,8 @@ void HostGps::judge()
     if (sentences > 0) complained_ = false;
     if (bytes < ENOUGH || sentences > 0 || complained_) return;
     complained_ = true;
-    say(tty_ + ": " + std::to_string(bytes) +
-        " bytes and no sentence; does the receiver speak at 9600 bit/s?");
+    say(tty_ + ": " + std::to_string(bytes)
+        + " bytes and no sentence; does the receiver speak at 9600 bit/s?");
 }
 
 // ---- the pulse ----------------------------------------------------------------------------------
@@ -170,8 +170,8 @@ void HostGps::takePulse()
         pps_fdata data{};                        // no time-out: the last one
         if (ioctl(pulse_, PPS_FETCH, &data) == 0 && data.info.assert_sequence != pulseNumber_) {
             pulseNumber_ = data.info.assert_sequence;
-            const auto at =
-                clock_.ofStamp(data.info.assert_tu.sec * 1'000'000'000LL + data.info.assert_tu.nsec);
+            const auto at = clock_.ofStamp(data.info.assert_tu.sec * 1'000'000'000LL
+                                           + data.info.assert_tu.nsec);
             if (at) {
                 ++counts_.pulses;
                 pulseAt_ = *at;

@@ -35,8 +35,7 @@ struct LineConfig {
 
 class LineSource : public EdgeSource {
 public:
-    LineSource(ose::World& world, const LineConfig& config, u32 rate_Hz, u64 seed,
-               const std::string& name);
+    LineSource(ose::World& world, const LineConfig& config, u32 rate_Hz, u64 seed, const std::string& name);
 
     // ---- script: each takes effect at once, without a call to the board -------------------------
     void setPresent(bool present);

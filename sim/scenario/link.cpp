@@ -33,8 +33,7 @@ std::vector<std::unique_ptr<Link>> makeLinks(ose::World& world, const Scenario& 
                                              const std::vector<std::unique_ptr<Unit>>& units)
 {
     const auto unitOf = [&](const std::string& name) -> Unit& {
-        return **std::find_if(units.begin(), units.end(),
-                              [&](const auto& u) { return u->name() == name; });
+        return **std::find_if(units.begin(), units.end(), [&](const auto& u) { return u->name() == name; });
     };
     std::vector<std::unique_ptr<Link>> links;
     for (const LinkSpec& spec : scenario.links)
@@ -71,8 +70,7 @@ void Link::forwardTimeData(Unit& sender, Unit& receiver)
 double counterDifference_s(Unit& to, Unit& from)
 {
     constexpr double TURN_s = 1024.0;
-    return std::remainder(
-        to.node().board().counterTime_s() - from.node().board().counterTime_s(), TURN_s);
+    return std::remainder(to.node().board().counterTime_s() - from.node().board().counterTime_s(), TURN_s);
 }
 
 }  // namespace sim

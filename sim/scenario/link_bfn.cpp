@@ -46,8 +46,7 @@ void BfnLink::send(Way& way)
     in.extended = words.has_value();
     if (words) std::tie(in.word1, in.word2) = *words;
     const double garbled = faultAmount(LinkFault::Garbled);
-    if (garbled > 0 && way.damage.uniform() < garbled)
-        in.word2 ^= 1u << (way.damage.bits() % 29);
+    if (garbled > 0 && way.damage.uniform() < garbled) in.word2 ^= 1u << (way.damage.bits() % 29);
     in.parityError = way.damage.uniform() < faultAmount(LinkFault::Parity);
     deliver(way, passage_s(way), in);
     disturb(way);

@@ -86,8 +86,8 @@ void CpriLink::onForward(Unit& unit, const MpRecord& record)
         if (const auto report = record.as<KvdTuiifIdl2SyncReportInd>()) report_ = *report;
     if (record.sigNo != KVD_TUIIF_IDL2_TIME_DATA_IND) return;
     if (&unit == &follower()) return onFollower();
-    const bool followsItself =
-        std::any_of(others_.begin(), others_.end(), [&](const CpriLink* l) { return l->follows(unit); });
+    const bool followsItself = std::any_of(others_.begin(), others_.end(),
+                                           [&](const CpriLink* l) { return l->follows(unit); });
     if (followsItself) return;
     if (const auto data = record.as<KvdTuiifIdl2TimeDataInd>()) onMaster(*data, true);
 }

@@ -39,16 +39,16 @@ void GpsOutLink::setUp(bool up)
 
 bool GpsOutLink::present() const
 {
-    return spec_.up && pulsedAt_ >= 0 && world_.now() - pulsedAt_ < PULSE_LASTS &&
-           faultAmount(LinkFault::NoPulse) == 0;
+    return spec_.up && pulsedAt_ >= 0 && world_.now() - pulsedAt_ < PULSE_LASTS
+           && faultAmount(LinkFault::NoPulse) == 0;
 }
 
 void GpsOutLink::onPulse()
 {
     if (!spec_.up || faultAmount(LinkFault::NoPulse) != 0) return;
     const double now_s = static_cast<double>(world_.now()) * 1e-12;
-    const double way_s = OUTPUT_WAY_s + spec_.delay_s + noise_.next(now_s) +
-                         faultAmount(LinkFault::Late) * 1e-9;
+    const double way_s = OUTPUT_WAY_s + spec_.delay_s + noise_.next(now_s)
+                         + faultAmount(LinkFault::Late) * 1e-9;
     pulsedAt_ = world_.now();
     edge_ = world_.now() + std::max<ose::Time>(1, picoseconds(way_s));
     if (changed) changed();

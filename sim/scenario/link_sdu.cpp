@@ -65,9 +65,9 @@ void SduLink::handOn(const MpRecord& r, Unit& receiver)
 void SduLink::tellMaster(const KvdTuiifSocpriLinkStatusFwd& link, u8 status)
 {
     if (!isUp()) return;
-    from_.node().mainProcessor().sendLayout(KvdTuiifInrsiLinkStatus2IndFwd{
-        KVD_TUIIF_INRSI_LINK_STATUS2_IND_FWD, from_.node().config().apn, PORT_X, status, link.id,
-        link.subsumedId, link.valid});
+    from_.node().mainProcessor().sendLayout(
+        KvdTuiifInrsiLinkStatus2IndFwd{KVD_TUIIF_INRSI_LINK_STATUS2_IND_FWD, from_.node().config().apn,
+                                       PORT_X, status, link.id, link.subsumedId, link.valid});
 }
 
 /// The slave first: a request of the master for a unit that isn't in focus comes back as void.

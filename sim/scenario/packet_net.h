@@ -12,8 +12,7 @@ namespace sim {
 
 class PacketNet {
 public:
-    PacketNet(ose::World& world, const Scenario& scenario,
-              const std::vector<std::unique_ptr<Unit>>& units);
+    PacketNet(ose::World& world, const Scenario& scenario, const std::vector<std::unique_ptr<Unit>>& units);
     ~PacketNet();
     PacketNet(const PacketNet&) = delete;
     PacketNet& operator=(const PacketNet&) = delete;

@@ -160,12 +160,10 @@ EventSpec readEvent(const toml::table& table, const std::string& file, const Sce
 std::function<void(Unit&)> readUnitEvent(const EventWord& word, TableReader& t, const UnitSpec& unit);
 LinkSpec readLink(const toml::table& table, const std::string& file, const Scenario& scenario);
 /// Empty when `word` is none of a link's events.
-std::function<void(Link&)> readLinkEvent(const EventWord& word, TableReader& t,
-                                         const LinkSpec& link);
+std::function<void(Link&)> readLinkEvent(const EventWord& word, TableReader& t, const LinkSpec& link);
 GpsReceiverConfig readGps(const toml::table& table, const std::string& file);
 /// Empty when `word` is none of the receiver's events.
-std::function<void(Unit&)> readGpsEvent(const EventWord& word, TableReader& t,
-                                        const UnitSpec& unit);
+std::function<void(Unit&)> readGpsEvent(const EventWord& word, TableReader& t, const UnitSpec& unit);
 /// UTC at the beginning of the run, "start", s since 1970.
 i64 readStart(TableReader& t);
 CmccSourceConfig readCmcc(const toml::table& table, const std::string& file);
@@ -173,20 +171,16 @@ CmccSourceConfig readCmcc(const toml::table& table, const std::string& file);
 std::function<void(Unit&)> readHptsiEvent(const EventWord& word, TableReader& t, const UnitSpec& unit);
 /// Servers of the inter-unit links; the event is empty when `word` is none of theirs.
 void readIdlServers(TableReader& t, const std::string& file, NodeConfig& node);
-std::function<void(Unit&)> readRestartEvent(const EventWord& word, TableReader& t,
-                                            const UnitSpec& unit);
+std::function<void(Unit&)> readRestartEvent(const EventWord& word, TableReader& t, const UnitSpec& unit);
 std::function<void(Unit&)> readIdlEvent(const EventWord& word, TableReader& t);
 /// The packet network: a unit's share, masters, paths; an event is empty when `word` is none of theirs.
 void readPacketPort(TableReader& t, const std::string& file, NodeConfig& node);
 PtpMasterConfig readMaster(const toml::table& table, const std::string& file, const Scenario& scenario);
 PathSpec readPath(const toml::table& table, const std::string& file, const Scenario& scenario);
-std::function<void(PacketNet&)> readNetEvent(const EventWord& word, TableReader& t,
-                                             const Scenario& scenario);
-std::function<void(Unit&)> readPacketEvent(const EventWord& word, TableReader& t,
-                                           const UnitSpec& unit);
+std::function<void(PacketNet&)> readNetEvent(const EventWord& word, TableReader& t, const Scenario& scenario);
+std::function<void(Unit&)> readPacketEvent(const EventWord& word, TableReader& t, const UnitSpec& unit);
 void readNtp(TableReader& t, const std::string& file, NtpConfig& ntp);
-std::function<void(Unit&)> readNtpEvent(const EventWord& word, TableReader& t,
-                                        const UnitSpec& unit);
+std::function<void(Unit&)> readNtpEvent(const EventWord& word, TableReader& t, const UnitSpec& unit);
 /// Far ends of the Ethernet ports; the event is empty when `word` is none of theirs or of the service's.
 void readEsmc(TableReader& t, const std::string& file, UnitSpec& unit);
 std::function<void(Unit&)> readEsmcEvent(const EventWord& word, TableReader& t, const UnitSpec& unit);

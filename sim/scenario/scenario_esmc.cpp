@@ -65,9 +65,8 @@ Action esmcFault(TableReader& t, const UnitSpec& unit)
                                                           {"tlv_length", EsmcFault::TlvLength},
                                                           {"unpadded", EsmcFault::Unpadded}});
     const bool on = t.boolean("on", true);
-    return [port = peerOf(t, unit), now = on ? fault : EsmcFault::None](Unit& u) {
-        u.esmc(port).setFault(now);
-    };
+    return
+        [port = peerOf(t, unit), now = on ? fault : EsmcFault::None](Unit& u) { u.esmc(port).setFault(now); };
 }
 
 Action slowpiAnswer(TableReader& t)

@@ -205,8 +205,8 @@ Action mpSubscribePm(Context& c)
 {
     const double period_s = c.table.seconds("period");
     if (period_s > UINT32_MAX) c.table.fail("period", "it is too long");
-    const KvdTuiifSubscribePmReq req{KVD_TUIIF_SUBSCRIBE_PM_REQ, static_cast<u32>(period_s),
-                                     pmSetOf(c), froIdOf(c)};
+    const KvdTuiifSubscribePmReq req{KVD_TUIIF_SUBSCRIBE_PM_REQ, static_cast<u32>(period_s), pmSetOf(c),
+                                     froIdOf(c)};
     return [req](Unit& u) { u.node().mainProcessor().sendLayout(req); };
 }
 Action pmOrder(Context& c, SIGSELECT sigNo)

@@ -25,8 +25,8 @@ i64 secondsSince1970(const toml::date_time& at)
 {
     using namespace std::chrono;
     const sys_days day{year{at.date.year} / month{at.date.month} / std::chrono::day{at.date.day}};
-    return day.time_since_epoch().count() * i64{86400} + at.time.hour * 3600 + at.time.minute * 60 +
-           at.time.second;
+    return day.time_since_epoch().count() * i64{86400} + at.time.hour * 3600 + at.time.minute * 60
+           + at.time.second;
 }
 
 /// Model, protocol and firmware, which depend on each other.
@@ -46,8 +46,8 @@ void readModel(TableReader& t, GpsReceiverConfig& c)
         "protocol", {{"furuno", GpsProtocol::Furuno}, {"combined", GpsProtocol::Combined}}, usual);
     if (!both && c.protocol != usual) t.fail("protocol", "this type doesn't speak it");
     c.firmware = t.text("firmware", c.model == GpsModel::Gps02 ? "120510" : "131224");
-    if (c.firmware.empty() || c.firmware.size() > 16 ||
-        c.firmware.find_first_of(",*$\r\n") != std::string::npos)
+    if (c.firmware.empty() || c.firmware.size() > 16
+        || c.firmware.find_first_of(",*$\r\n") != std::string::npos)
         t.fail("firmware", "1 to 16 characters, none of , * $");
     const bool second = c.firmware == "110624" || c.firmware == "120510";
     if (c.model == GpsModel::Gps02 && !second) t.fail("firmware", "a gps02 has 110624 or 120510");
@@ -97,8 +97,7 @@ Action faultEvent(TableReader& t)
     order.lasts = span(t, "for", 0);
     if (t.has("amount") && known.most == 0.0) t.fail("amount", "this fault has none");
     order.amount = t.number("amount", known.usual);
-    const bool bothSigns =
-        order.fault == GpsFault::WrongSecond || order.fault == GpsFault::BadPulses;
+    const bool bothSigns = order.fault == GpsFault::WrongSecond || order.fault == GpsFault::BadPulses;
     const double least = bothSigns ? -known.most : 0.0;
     if (!(order.amount >= least && order.amount <= known.most)) t.fail("amount", "out of range");
     order.healedBy = t.choice<GpsHealedBy>("healed_by",
@@ -123,8 +122,8 @@ Action protocolEvent(TableReader& t, const UnitSpec& unit)
     const GpsModel model = unit.gps->model;
     if (model != GpsModel::Gps02 && model != GpsModel::Gps03)
         t.fail("protocol", "the unit's receiver speaks one alone");
-    const GpsProtocol protocol = t.choice<GpsProtocol>(
-        "protocol", {{"furuno", GpsProtocol::Furuno}, {"combined", GpsProtocol::Combined}});
+    const GpsProtocol protocol = t.choice<GpsProtocol>("protocol", {{"furuno", GpsProtocol::Furuno},
+                                                                    {"combined", GpsProtocol::Combined}});
     return [protocol](Unit& u) { u.gps().setProtocol(protocol); };
 }
 
@@ -143,18 +142,15 @@ Action eventOf(const EventWord& word, TableReader& t, const UnitSpec& unit)
     if (word == "gps.restart") return restartEvent(t);
     if (word == "gps.protocol") return protocolEvent(t, unit);
     if (word == "gps.replace") return replaceEvent(t);
-    if (word == "gps.power")
-        return [on = t.boolean("on", true)](Unit& u) { u.gps().setPowered(on); };
+    if (word == "gps.power") return [on = t.boolean("on", true)](Unit& u) { u.gps().setPowered(on); };
     if (word == "gps.sentence_delay")
         return [delay = sentenceDelay(t, "delay", t.seconds("delay"))](Unit& u) {
             u.gps().setSentenceDelay(delay);
         };
     if (word == "gps.week_base")
-        return [week = static_cast<i32>(t.integer("week", -1, 65535))](Unit& u) {
-            u.gps().setWeekBase(week);
-        };
-    if (word == "gps.bad_pulse")
-        return [s = t.number("ns") * 1e-9](Unit& u) { u.gps().moveNextPulse(s); };
+        return
+            [week = static_cast<i32>(t.integer("week", -1, 65535))](Unit& u) { u.gps().setWeekBase(week); };
+    if (word == "gps.bad_pulse") return [s = t.number("ns") * 1e-9](Unit& u) { u.gps().moveNextPulse(s); };
     return {};
 }
 
@@ -162,8 +158,8 @@ Action eventOf(const EventWord& word, TableReader& t, const UnitSpec& unit)
 
 i64 readStart(TableReader& t)
 {
-    const i64 start = secondsSince1970(t.dateTime(
-        "start", toml::date_time{toml::date{2024, 1, 1}, toml::time{0, 0, 0}}));
+    const i64 start = secondsSince1970(
+        t.dateTime("start", toml::date_time{toml::date{2024, 1, 1}, toml::time{0, 0, 0}}));
     if (start < nmea::GPS_EPOCH) t.fail("start", "GPS time begins at 1980-01-06");
     return start;
 }
@@ -195,8 +191,7 @@ GpsReceiverConfig readGps(const toml::table& table, const std::string& file)
     return c;
 }
 
-std::function<void(Unit&)> readGpsEvent(const EventWord& word, TableReader& t,
-                                        const UnitSpec& unit)
+std::function<void(Unit&)> readGpsEvent(const EventWord& word, TableReader& t, const UnitSpec& unit)
 {
     if (!word.starts_with("gps.")) return {};
     if (!unit.gps) t.fail("do", "the unit has no [unit.gps]");

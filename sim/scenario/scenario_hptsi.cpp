@@ -93,8 +93,7 @@ std::function<void(Unit&)> readHptsiEvent(const EventWord& word, TableReader& t,
         return [delay = static_cast<u16>(t.integer("ns", 0, 0xFFFF))](Unit& u) {
             u.node().mainProcessor().setHptsiDelay(delay);
         };
-    if (word == "mp.hptsi_attributes")
-        return [](Unit& u) { u.node().mainProcessor().askHptsiAttributes(); };
+    if (word == "mp.hptsi_attributes") return [](Unit& u) { u.node().mainProcessor().askHptsiAttributes(); };
     if (!word.starts_with("cmcc.")) return {};
     if (!unit.cmcc) t.fail("do", "the unit has no [unit.cmcc]");
     if (word == "cmcc.tell") return tellEvent(t);

@@ -11,8 +11,7 @@ namespace {
 
 using Action = std::function<void(Unit&)>;
 
-constexpr std::initializer_list<std::pair<const char*, u8>> LINK_TYPES = {{"idl1", u8{0}},
-                                                                         {"idl2", u8{1}}};
+constexpr std::initializer_list<std::pair<const char*, u8>> LINK_TYPES = {{"idl1", u8{0}}, {"idl2", u8{1}}};
 constexpr i64 PORT_LAST = 6;
 constexpr u16 AVAILABLE = 3;
 
@@ -137,8 +136,7 @@ Action readIdlEvent(const EventWord& word, TableReader& t)
     if (word == "bira.freq_locked") return [](Unit& u) { u.node().bira().tellFreqLocked(); };
     if (word == "idpi.start") return [](Unit& u) { u.node().idpi().start(); };
     if (word == "idpi.die") return [](Unit& u) { u.node().idpi().die(); };
-    if (word == "idpi.answer")
-        return [answer = answerOf(t)](Unit& u) { u.node().idpi().setAnswer(answer); };
+    if (word == "idpi.answer") return [answer = answerOf(t)](Unit& u) { u.node().idpi().setAnswer(answer); };
     if (word == "idpi.port") return idpiPort(t);
     if (word == "mp.select_idl_type") return orderLinkType(t);
     if (word == "mp.persistent_freq_lock") return orderFreqLock(t);

@@ -32,8 +32,8 @@ void checkListens(TableReader& t, const char* key, const std::string& name, cons
         if (u.node.name == name && std::none_of(refs.begin(), refs.end(), [refType](const MpReference& r) {
                 return r.refType == refType;
             }))
-            t.fail(key, "'" + name + "' wouldn't listen to it without a reference of type " +
-                            (isIdl1 ? "IDL1_REF" : "IDL2_REF"));
+            t.fail(key, "'" + name + "' wouldn't listen to it without a reference of type "
+                            + (isIdl1 ? "IDL1_REF" : "IDL2_REF"));
     }
 }
 

@@ -84,8 +84,7 @@ Action readNtpEvent(const EventWord& word, TableReader& t, const UnitSpec& unit)
     if (!unit.node.ntp.present) t.fail("do", "the unit has no IP sync service");
     if (word == "ipsync.start") return [](Unit& u) { u.node().ipsync().start(); };
     if (word == "ipsync.die") return [](Unit& u) { u.node().ipsync().die(); };
-    if (word == "ipsync.answer")
-        return [answer = answerOf(t)](Unit& u) { u.node().ipsync().serve(answer); };
+    if (word == "ipsync.answer") return [answer = answerOf(t)](Unit& u) { u.node().ipsync().serve(answer); };
     if (word == "ntp.on") return ntpAnswers(true);
     if (word == "ntp.off") return ntpAnswers(false);
     if (word == "ntp.network") return ntpNetwork(t, unit);

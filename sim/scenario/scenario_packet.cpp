@@ -136,9 +136,7 @@ void readDelay(TableReader& t, DelayConfig& d)
     d.reordered = t.number("reordered", d.reordered);
     d.reorderedBy_s = t.notNegative("reordered_by_us", d.reorderedBy_s / US) * US;
     d.residence_s = t.notNegative("residence_us", d.residence_s / US) * US;
-    if (t.has("series")) {
-        d.series = EndlessSeries(readColumn(t));
-    }
+    if (t.has("series")) { d.series = EndlessSeries(readColumn(t)); }
     for (const double share : {d.loss, d.duplicates, d.reordered})
         if (share < 0 || share > 1) t.fail("a share lies between 0 and 1");
 }
@@ -319,8 +317,7 @@ std::string evenDelays(double largest_s)
 
 }  // namespace
 
-std::function<void(PacketNet&)> readNetEvent(const EventWord& word, TableReader& t,
-                                             const Scenario& scenario)
+std::function<void(PacketNet&)> readNetEvent(const EventWord& word, TableReader& t, const Scenario& scenario)
 {
     if (word == "master.set") return masterSet(t, scenario);
     if (word == "master.step")

@@ -117,10 +117,8 @@ constexpr Damage DAMAGES[] = {
          bad.replace(X_AT + 8, 8, "\x7f\xf8\0\0\0\0\0\0", 8);
          v.write(PRESENT_FILE, bad);
      }},
-    {"version_30003",
-     [](Volumes& v, const std::string& c) { leaveAs(v, asFiveStates(c, 0x30003, 352)); }},
-    {"version_30005",
-     [](Volumes& v, const std::string& c) { leaveAs(v, asFiveStates(c, 0x30005, 360)); }},
+    {"version_30003", [](Volumes& v, const std::string& c) { leaveAs(v, asFiveStates(c, 0x30003, 352)); }},
+    {"version_30005", [](Volumes& v, const std::string& c) { leaveAs(v, asFiveStates(c, 0x30005, 360)); }},
     {"version_40006", [](Volumes& v, const std::string& c) { leaveAs(v, asSixStates(c)); }},
 };
 

@@ -168,8 +168,7 @@ std::function<void(Unit&)> readSocpriEvent(const EventWord& word, TableReader& t
 {
     if (word == "inrsi.start") return [](Unit& u) { u.node().inrsi().start(); };
     if (word == "inrsi.die") return [](Unit& u) { u.node().inrsi().die(); };
-    if (word == "inrsi.link")
-        return [link = readLink(t)](Unit& u) { u.node().inrsi().setLink(link); };
+    if (word == "inrsi.link") return [link = readLink(t)](Unit& u) { u.node().inrsi().setLink(link); };
     if (word == "inrsi.measure") return answerOfUnit(t);
     if (word == "mp.socpri_sp_jump") return tellSpJump(t);
     if (word == "mp.socpri_start") return orderPlain(KVD_TUIIF_SOCPRI_START_REQ);

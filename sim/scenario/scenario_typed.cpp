@@ -115,9 +115,8 @@ std::vector<std::string> completeEvent(const std::string& line, const Scenario& 
         return offers;
     }
     for (const std::string& k : notes.keys)
-        if (k != "at" && k != "do" && std::ranges::none_of(words, [&](const std::string& w) {
-                return w.starts_with(k + "=");
-            }))
+        if (k != "at" && k != "do"
+            && std::ranges::none_of(words, [&](const std::string& w) { return w.starts_with(k + "="); }))
             offers.push_back(k + "=");
     return offers;
 }

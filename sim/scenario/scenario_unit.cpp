@@ -11,11 +11,11 @@ namespace {
 
 struct InputName { const char* name; ReferenceInput input; };
 constexpr InputName INPUTS[] = {
-    {"pdh1", ReferenceInput::Pdh1}, {"pdh2", ReferenceInput::Pdh2}, {"pdh3", ReferenceInput::Pdh3},
-    {"pdh4", ReferenceInput::Pdh4}, {"sdh", ReferenceInput::Sdh},
-    {"external", ReferenceInput::ExternalFrequency}, {"pps", ReferenceInput::Pps},
-    {"eth_a", ReferenceInput::EthernetA}, {"eth_b", ReferenceInput::EthernetB},
-    {"eth_c", ReferenceInput::EthernetC},
+    {"pdh1", ReferenceInput::Pdh1},       {"pdh2", ReferenceInput::Pdh2},
+    {"pdh3", ReferenceInput::Pdh3},       {"pdh4", ReferenceInput::Pdh4},
+    {"sdh", ReferenceInput::Sdh},         {"external", ReferenceInput::ExternalFrequency},
+    {"pps", ReferenceInput::Pps},         {"eth_a", ReferenceInput::EthernetA},
+    {"eth_b", ReferenceInput::EthernetB}, {"eth_c", ReferenceInput::EthernetC},
 };
 
 /// A file named in a scenario lies beside it, unless its path is absolute.
@@ -222,8 +222,8 @@ UnitSpec readUnit(const toml::table& table, const std::string& file, const Scena
     UnitSpec u;
     NodeConfig& n = u.node;
     n.name = t.text("name");
-    if (n.name.empty() ||
-        n.name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-_") != std::string::npos)
+    if (n.name.empty()
+        || n.name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-_") != std::string::npos)
         t.fail("name", "small letters, digits, '-' and '_'");
     if (std::ranges::any_of(scenario.units,
                             [&n](const UnitSpec& other) { return other.node.name == n.name; }))

@@ -95,8 +95,7 @@ void TableReader::fail(const std::string& reason) const
 void TableReader::fail(const char* key, const std::string& reason) const
 {
     const toml::node* const node = table_.get(key);
-    throw ScenarioError(file_, node != nullptr ? lineOf(*node) : line_,
-                        what_ + ": " + key + ": " + reason);
+    throw ScenarioError(file_, node != nullptr ? lineOf(*node) : line_, what_ + ": " + key + ": " + reason);
 }
 
 const toml::node* TableReader::take(const char* key)
@@ -163,8 +162,8 @@ i64 TableReader::integer(const char* key, i64 lowest, i64 highest)
     if (!node.is_integer()) fail(key, "a whole number is expected");
     const i64 value = **node.as_integer();
     if (value < lowest || value > highest)
-        fail(key, std::to_string(value) + " is outside " + std::to_string(lowest) + " to " +
-                      std::to_string(highest));
+        fail(key, std::to_string(value) + " is outside " + std::to_string(lowest) + " to "
+                      + std::to_string(highest));
     return value;
 }
 

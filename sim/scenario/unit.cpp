@@ -123,8 +123,8 @@ std::optional<double> Unit::counterAgainstGps_s()
     // Frame zero is a date of TAI's scale.
     const i64 sinceZero = *tai - secondsOf(node_.mainProcessor().config.sfnInitTime);
     const ose::Time wanted = ((sinceZero % TURN_s + TURN_s) * ose::SEC + world_.now()) % TURN;
-    const double ahead =
-        node_.board().counterTime_s() - static_cast<double>(wanted) / static_cast<double>(ose::SEC);
+    const double ahead = node_.board().counterTime_s()
+                         - static_cast<double>(wanted) / static_cast<double>(ose::SEC);
     return std::remainder(ahead, static_cast<double>(TURN_s));
 }
 

@@ -1,5 +1,5 @@
-// assert.h - What can't be unless this program is wrong. A wrong index would write over a neighbour's state and
-// be seen hours later, elsewhere; so it ends the program at its place, and the node starts it again.
+// assert.h - What can't be unless this program is wrong. A wrong index would write over a neighbour's state
+// and be seen hours later, elsewhere; so it ends the program at its place, and the node starts it again.
 #pragma once
 #include "ose/ose.h"
 

@@ -1,4 +1,5 @@
-// frame_counter.h - The unit's frame counter: radio frames of 10 ms in increments, turns of 4096 frames, 25 turns.
+// frame_counter.h - The unit's frame counter: radio frames of 10 ms in increments, turns of 4096 frames, 25
+// turns.
 #pragma once
 #include "ose/types.h"
 

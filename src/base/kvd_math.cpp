@@ -11,10 +11,7 @@ double KvdLoz6Math_fmodSignY(double x, double y)
     return r;
 }
 
-double KvdLoz6Math_wrapSymmetric(double x, double m)
-{
-    return KvdLoz6Math_fmodSignY(x + m / 2, m) - m / 2;
-}
+double KvdLoz6Math_wrapSymmetric(double x, double m) { return KvdLoz6Math_fmodSignY(x + m / 2, m) - m / 2; }
 
 TimePair KvdLoz6Math_longDouble(double a, double b)
 {

@@ -14,22 +14,35 @@ struct LogText { const char* code; const char* text; };
 
 // In the order of LogEntry.
 constexpr LogText LOG_TEXTS[] = {
-    {"MC0", "KVD: Hardware Test Failed - HM Toggle PDH_REF1 test failed - Problem with PDH_REF1 Toggle Detector"},
-    {"MC1", "KVD: Hardware Test Failed - HM Toggle PDH_REF2 test failed - Problem with PDH_REF2 Toggle Detector"},
-    {"MC2", "KVD: Hardware Test Failed - HM Toggle PDH_REF3 test failed - Problem with PDH_REF3 Toggle Detector"},
-    {"MC3", "KVD: Hardware Test Failed - HM Toggle PDH_REF4 test failed - Problem with PDH_REF4 Toggle Detector"},
-    {"MC4", "KVD: Hardware Test Failed - HM Toggle SDH_REF test failed - Problem with SDH_REF Toggle Detector"},
-    {"MC5", "KVD: Hardware Test Failed - HM Toggle EXT_REF_LIM test failed - Problem with EXT_REF_LIM Toggle Detector"},
+    {"MC0",
+     "KVD: Hardware Test Failed - HM Toggle PDH_REF1 test failed - Problem with PDH_REF1 Toggle Detector"},
+    {"MC1",
+     "KVD: Hardware Test Failed - HM Toggle PDH_REF2 test failed - Problem with PDH_REF2 Toggle Detector"},
+    {"MC2",
+     "KVD: Hardware Test Failed - HM Toggle PDH_REF3 test failed - Problem with PDH_REF3 Toggle Detector"},
+    {"MC3",
+     "KVD: Hardware Test Failed - HM Toggle PDH_REF4 test failed - Problem with PDH_REF4 Toggle Detector"},
+    {"MC4",
+     "KVD: Hardware Test Failed - HM Toggle SDH_REF test failed - Problem with SDH_REF Toggle Detector"},
+    {"MC5",
+     "KVD: Hardware Test Failed - HM Toggle EXT_REF_LIM test failed - "
+     "Problem with EXT_REF_LIM Toggle Detector"},
     {"MC6", "KVD: Hardware Test Failed - Feedback on Synth C is missing Harware Fault in Synth C"},
     {"MC7", "KVD: OCXO EEPROM data checksum failed - Check OCXO"},
     {"MC8", "KVD: Error while writing multiplicator values "},
     {"MC9", "KVD: Board type could not be determined "},
-    {"MCA", "KVD: Run Time HW Test Failed - HM Toggle PDH_REF1 test failed - Problem with PDH_REF1 Toggle Detector"},
-    {"MCB", "KVD: Run Time HW Test Failed - HM Toggle PDH_REF2 test failed - Problem with PDH_REF2 Toggle Detector"},
-    {"MCC", "KVD: Run Time HW Test Failed - HM Toggle PDH_REF3 test failed - Problem with PDH_REF3 Toggle Detector"},
-    {"MCD", "KVD: Run Time HW Test Failed - HM Toggle PDH_REF4 test failed - Problem with PDH_REF4 Toggle Detector"},
-    {"MCE", "KVD: Run Time HW Test Failed - HM Toggle SDH_REF test failed - Problem with SDH_REF Toggle Detector"},
-    {"MCF", "KVD: Run Time HW Test Failed - HM Toggle EXT_REF test failed - Problem with EXT_REF Toggle Detector"},
+    {"MCA",
+     "KVD: Run Time HW Test Failed - HM Toggle PDH_REF1 test failed - Problem with PDH_REF1 Toggle Detector"},
+    {"MCB",
+     "KVD: Run Time HW Test Failed - HM Toggle PDH_REF2 test failed - Problem with PDH_REF2 Toggle Detector"},
+    {"MCC",
+     "KVD: Run Time HW Test Failed - HM Toggle PDH_REF3 test failed - Problem with PDH_REF3 Toggle Detector"},
+    {"MCD",
+     "KVD: Run Time HW Test Failed - HM Toggle PDH_REF4 test failed - Problem with PDH_REF4 Toggle Detector"},
+    {"MCE",
+     "KVD: Run Time HW Test Failed - HM Toggle SDH_REF test failed - Problem with SDH_REF Toggle Detector"},
+    {"MCF",
+     "KVD: Run Time HW Test Failed - HM Toggle EXT_REF test failed - Problem with EXT_REF Toggle Detector"},
     {"MCH", "KVD: Run Time HW Test Failed - Feedback on Synth C is missing Harware Fault in Synth C"},
     {"MCI", "KVD: Run Time HW Test Failed - HM Toggle SYNTH_C test failed - Synth C not locked"},
     {"MCJ", "KVD: Run Time HW Test Failed - HM Toggle SYNTH_B test failed - Synth B not locked"},
@@ -57,8 +70,7 @@ ose::ModuleData<State> s;
 void write(const char* code, const char* text)
 {
     const int result = node::TarsoElgi_write2(code, text);
-    if (result != 0)
-        KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "Error in writing to ELG-server:%d", result);
+    if (result != 0) KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "Error in writing to ELG-server:%d", result);
 }
 
 void writeOnce(u32& told, LogEntry entry)

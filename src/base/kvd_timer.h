@@ -16,11 +16,13 @@ struct KvdTimer {
     bool runs() const { return ref != 0; }
 };
 
-/// Lets it run for `time` ms until a signal `sigNo` comes; one that runs goes on as it is. False when the kernel
-/// has no timer.
-bool KvdTimer_start(KvdTimer& timer, OSTIME time, SIGSELECT sigNo, const ose::Place& place = ose::Place::current());
+/// Lets it run for `time` ms until a signal `sigNo` comes; one that runs goes on as it is. False when the
+/// kernel has no timer.
+bool KvdTimer_start(KvdTimer& timer, OSTIME time, SIGSELECT sigNo,
+                    const ose::Place& place = ose::Place::current());
 /// The same with a signal of the owner's, which is taken over in every case.
-bool KvdTimer_startSig(KvdTimer& timer, OSTIME time, Signal* sig, const ose::Place& place = ose::Place::current());
+bool KvdTimer_startSig(KvdTimer& timer, OSTIME time, Signal* sig,
+                       const ose::Place& place = ose::Place::current());
 /// Ends the present run, if any, and begins another.
 bool KvdTimer_restart(KvdTimer& timer, OSTIME time, SIGSELECT sigNo,
                       const ose::Place& place = ose::Place::current());
@@ -28,8 +30,9 @@ bool KvdTimer_restartSig(KvdTimer& timer, OSTIME time, Signal* sig,
                          const ose::Place& place = ose::Place::current());
 /// Ends the present run: its time-out won't act. Nothing when it doesn't run.
 void KvdTimer_cancel(KvdTimer& timer);
-/// The same, and the signal goes back to its owner; nullptr when the timer doesn't run or the signal is queued.
+/// The same, and the signal goes back to its owner; nullptr when the timer doesn't run or the signal is
+/// queued.
 Signal* KvdTimer_cancelSig(KvdTimer& timer);
-/// First call of a time-out's handler. True when it ends the present run, which is over then, or when the timer
-/// doesn't run and nothing is owed; false for one of a former run.
+/// First call of a time-out's handler. True when it ends the present run, which is over then, or when the
+/// timer doesn't run and nothing is owed; false for one of a former run.
 bool KvdTimer_expired(KvdTimer& timer);

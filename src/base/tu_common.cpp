@@ -37,18 +37,10 @@ i64 floorDiv(i64 value, i64 divisor)
 void traceBootFailure(int result, const char* name)
 {
     switch (result) {
-    case 1:
-        KVD_TRACE(TRACE_TUCOMMON, TRACE_ERROR, "Hunt for NVPI server process timed out");
-        return;
-    case 2:
-        KVD_TRACE(TRACE_TUCOMMON, TRACE_ERROR, "PBOOT parameter (%s) area not found.", name);
-        return;
-    case 3:
-        KVD_TRACE(TRACE_TUCOMMON, TRACE_ERROR, "PBOOT parameter (%s) is too large", name);
-        return;
-    default:
-        KVD_TRACE(TRACE_TUCOMMON, TRACE_ERROR, "Unexpected reponse from NVPI");
-        return;
+    case 1: KVD_TRACE(TRACE_TUCOMMON, TRACE_ERROR, "Hunt for NVPI server process timed out"); return;
+    case 2: KVD_TRACE(TRACE_TUCOMMON, TRACE_ERROR, "PBOOT parameter (%s) area not found.", name); return;
+    case 3: KVD_TRACE(TRACE_TUCOMMON, TRACE_ERROR, "PBOOT parameter (%s) is too large", name); return;
+    default: KVD_TRACE(TRACE_TUCOMMON, TRACE_ERROR, "Unexpected reponse from NVPI"); return;
     }
 }
 

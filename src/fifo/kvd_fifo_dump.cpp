@@ -53,8 +53,7 @@ bool fileOpen(const char* path)
     s->piece.clear();
     const int result = node::platform().fileWrite(path, "");
     if (result == 0) return true;
-    KVD_TRACE(TRACE_FIFO, TRACE_INFO, "Could not open file: %s, reason: %s", path,
-              std::strerror(result));
+    KVD_TRACE(TRACE_FIFO, TRACE_INFO, "Could not open file: %s, reason: %s", path, std::strerror(result));
     return false;
 }
 
@@ -87,8 +86,7 @@ DateText dateNow()
     return now;
 }
 
-void writePosition(const char* name, const Coordinate& latitude, const Coordinate& longitude,
-                   float altitude)
+void writePosition(const char* name, const Coordinate& latitude, const Coordinate& longitude, float altitude)
 {
     filePrint("%s_latitude\t\t\t:\t%s %u %u.%04u\n", name, hemisphereText(latitude.hemisphere),
               latitude.degrees, latitude.minutes, latitude.fraction);

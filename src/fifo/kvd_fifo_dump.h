@@ -20,8 +20,7 @@ struct DateText { char text[TIME_STAMP_SIZE]; };
 DateText dateNow();
 
 // Blocks that more than one log has.
-void writePosition(const char* name, const Coordinate& latitude, const Coordinate& longitude,
-                   float altitude);
+void writePosition(const char* name, const Coordinate& latitude, const Coordinate& longitude, float altitude);
 void writeSatellites(const Satellites& satellites);
 
 void dumpGps();            // kvd_fifo_gps.cpp

@@ -119,8 +119,7 @@ void KvdLoz6FifoGps_storeGpppr(u32 tow, u32 week, u8 gpssStatus, u8 gpssFaulty)
     r->GPppr_gpssFaulty = gpssFaulty;
 }
 
-void KvdLoz6FifoGps_storeGpsts(u8 pp1state, u8 positionHoldMode, u8 antennaPortSts,
-                               const char* capabilities)
+void KvdLoz6FifoGps_storeGpsts(u8 pp1state, u8 positionHoldMode, u8 antennaPortSts, const char* capabilities)
 {
     GpsOther* const r = other();
     if (r == nullptr) return;

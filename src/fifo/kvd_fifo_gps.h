@@ -15,11 +15,9 @@ void KvdLoz6FifoGps_storeGpggaPosition(const GpsPosition& position);
 void KvdLoz6FifoGps_storeGpgsa(const GpsDop& dop, const std::array<u8, GPS_BEST_SATELLITES>& used);
 void KvdLoz6FifoGps_storeSatellites(const std::array<GpsSatellite, GPS_BEST_SATELLITES>& best);
 void KvdLoz6FifoGps_storeGpppr(u32 tow, u32 week, u8 gpssStatus, u8 gpssFaulty);
-void KvdLoz6FifoGps_storeGpsts(u8 pp1state, u8 positionHoldMode, u8 antennaPortSts,
-                               const char* capabilities);
+void KvdLoz6FifoGps_storeGpsts(u8 pp1state, u8 positionHoldMode, u8 antennaPortSts, const char* capabilities);
 void KvdLoz6FifoGps_storeGpavp(const GpsPosition& position);
-void KvdLoz6FifoGps_storeGptps(u32 timeStandard, u32 ppsAvailable, u32 mode, u32 week,
-                               u32 seconds);
+void KvdLoz6FifoGps_storeGptps(u32 timeStandard, u32 ppsAvailable, u32 mode, u32 week, u32 seconds);
 /// Second and week alone, of a GPtps whose record another sentence closes.
 void KvdLoz6FifoGps_storeTowWeek(u32 seconds, u32 week);
 /// Stamps the record and moves on; the next begins with what slower sentences filled.

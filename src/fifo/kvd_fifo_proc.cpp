@@ -18,8 +18,7 @@ void onDump()
         KVD_TRACE(TRACE_FIFO, TRACE_INFO,
                   "GpsSyncRef is not registered in Synch MO - no GPS data will be dumped!");
     } else if (FIFO_UPCALLS.receiver().gpssType == GPSS_NORVANE) {
-        KVD_TRACE(TRACE_FIFO, TRACE_INFO,
-                  "GpsSyncRef in GPSOUT profile - no GPS data will be dumped!");
+        KVD_TRACE(TRACE_FIFO, TRACE_INFO, "GpsSyncRef in GPSOUT profile - no GPS data will be dumped!");
     } else {
         fifo::dumpGps();
     }
@@ -33,9 +32,7 @@ void handle(SIGSELECT sigNo)
     case KVD_FIFO_DUMP_SKYVIEW_FIFO_TO_FILE_IND: fifo::onSkyViewDump();       break;
     case KVD_FIFO_SKYVIEW_FIFO_WRITE_DATA_IND:   fifo::onSkyViewWriteData();  break;
     case KVD_FIFO_SKYVIEW_START_TIMER_IND:       fifo::onSkyViewStartTimer(); break;
-    default:
-        KVD_TRACE(TRACE_FIFO, TRACE_ERROR, "Unknown signal %u received", sigNo);
-        break;
+    default: KVD_TRACE(TRACE_FIFO, TRACE_ERROR, "Unknown signal %u received", sigNo); break;
     }
 }
 

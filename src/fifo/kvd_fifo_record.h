@@ -109,10 +109,7 @@ struct SkyView {
 };
 static_assert(offsetof(SkyView, GPavp) == 44 && sizeof(SkyView) == 132);
 
-inline Coordinate coordinateOf(const GpsCoordinate& c)
-{
-    return {c.dir, c.deg, c.min, 0, c.fractMin};
-}
+inline Coordinate coordinateOf(const GpsCoordinate& c) { return {c.dir, c.deg, c.min, 0, c.fractMin}; }
 inline Position positionOf(const GpsPosition& p)
 {
     return {coordinateOf(p.latitude), coordinateOf(p.longitude), static_cast<float>(p.altitude)};

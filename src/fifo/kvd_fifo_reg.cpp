@@ -46,10 +46,7 @@ void timeAndFrequency(const std::array<double, 36>& P, float (&out)[4])
 
 // ---- filling ------------------------------------------------------------------------------------
 
-void KvdLoz6FifoReg_setLatchedTime(double latchedTime)
-{
-    s->latchedTime = static_cast<float>(latchedTime);
-}
+void KvdLoz6FifoReg_setLatchedTime(double latchedTime) { s->latchedTime = static_cast<float>(latchedTime); }
 
 void KvdLoz6FifoReg_add(const FifoRegStep& step)
 {
@@ -79,11 +76,10 @@ namespace {
 const char* refText(u32 z_i)
 {
     static constexpr const char* TEXTS[] = {
-        "<Unknown>",
-        "IDL1_LOZ6 (1)", "EXT_REF (2)", "PDH_REF1 (3)", "PDH_REF2 (4)", "PDH_REF3 (5)",
-        "PDH_REF4 (6)", "SDH_REF (7)", "GPS_REF (8)", "NTP_REF (9)", "SOFT_REF (10)",
-        "TEMP_REF (11)", "PKT_FREQ_REF (12)", "PKT_TIME_REF (13)", "NO_REF (14)", "ETH_REF (15)",
-        "EXT_1PPS_REF (16)", "IDL2_LOZ6 (17)", "HPTSI_REF (18)", "GPS_OUT_REF (19)",
+        "<Unknown>",     "IDL1_LOZ6 (1)",     "EXT_REF (2)",       "PDH_REF1 (3)",      "PDH_REF2 (4)",
+        "PDH_REF3 (5)",  "PDH_REF4 (6)",      "SDH_REF (7)",       "GPS_REF (8)",       "NTP_REF (9)",
+        "SOFT_REF (10)", "TEMP_REF (11)",     "PKT_FREQ_REF (12)", "PKT_TIME_REF (13)", "NO_REF (14)",
+        "ETH_REF (15)",  "EXT_1PPS_REF (16)", "IDL2_LOZ6 (17)",    "HPTSI_REF (18)",    "GPS_OUT_REF (19)",
     };
     return TEXTS[z_i < std::size(TEXTS) ? z_i : 0];
 }

@@ -108,10 +108,9 @@ void KvdLoz6FifoSkyView_tick()
 
 void fifo::onSkyViewStartTimer()
 {
-    s->running = s->collected =
-        KvdTimer_restart(s->recordingIntervalTimer, DAY_ms, KVD_FIFO_DUMP_SKYVIEW_FIFO_TO_FILE_IND);
-    if (!s->running)
-        KVD_TRACE(TRACE_FIFO, TRACE_ERROR, "24h recordingIntervalTimer failed to start!");
+    s->running = s->collected = KvdTimer_restart(s->recordingIntervalTimer, DAY_ms,
+                                                 KVD_FIFO_DUMP_SKYVIEW_FIFO_TO_FILE_IND);
+    if (!s->running) KVD_TRACE(TRACE_FIFO, TRACE_ERROR, "24h recordingIntervalTimer failed to start!");
 }
 
 void fifo::onSkyViewWriteData()

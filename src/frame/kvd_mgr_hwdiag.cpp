@@ -88,9 +88,7 @@ u32 reportNumberOfInit(u32 hwInitResult)
     case 2: return REPORT_MULTIPLICATOR;
     case 3: return REPORT_BOARD_TYPE;
     case 4: return REPORT_BASE_ADDRESS;
-    default:
-        KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "Unknown result from tuhwif.");
-        return 0;
+    default: KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "Unknown result from tuhwif."); return 0;
     }
 }
 
@@ -112,8 +110,8 @@ void hmTest(u32 hm, u32 mask, TestOutcome& outcome)
         std::snprintf(outcome.message, sizeof outcome.message, "Zero in to HM %d failed",
                       static_cast<i32>(hm));
     } else if (tuHwIf_hwDiag(hm, TU_HM_CLK_IN_TD_ON) != 0) {
-        KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO,
-                  "tuHwIf_hwDiag failed with hm =%d, mode=TU_HM_CLK_IN_TD_ON", static_cast<i32>(hm));
+        KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "tuHwIf_hwDiag failed with hm =%d, mode=TU_HM_CLK_IN_TD_ON",
+                  static_cast<i32>(hm));
         outcome.result = RESULT_PASSED;
     } else {
         ose::delay(MONITOR_SETTLE_ms);
@@ -138,8 +136,7 @@ void synthFeedbackTest(TestOutcome& outcome)
         std::snprintf(outcome.message, sizeof outcome.message,
                       "Feedback is missing on 30,72 MHz at start up");
     } else {
-        std::snprintf(outcome.message, sizeof outcome.message,
-                      "Feedback check on 30,72 MHz successfull");
+        std::snprintf(outcome.message, sizeof outcome.message, "Feedback check on 30,72 MHz successfull");
     }
     KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "%s", outcome.message);
 }
@@ -220,8 +217,7 @@ bool onStartUpSignal(const Signal* sig, StartUp& startUp)
         startUp.test = 1;                        // another service begins from the first
         initiateTemiAtStart();
         return false;
-    default:
-        return false;
+    default: return false;
     }
 }
 

@@ -7,8 +7,8 @@ constexpr SIGSELECT KVD_TUMGR_FIX_FREQUENCY_IND = 0x9C6F0;   // shell -> manager
 
 /// All that comes before the manager's first receive.
 void KvdLoz6TuMgr_startUp();
-/// A stored FSYNC setting, or what else its file holds: the file goes then. The registers can't be reached before
-/// the hardware's start, which repeats it.
+/// A stored FSYNC setting, or what else its file holds: the file goes then. The registers can't be reached
+/// before the hardware's start, which repeats it.
 void KvdLoz6TuMgr_repeatFsyncSetting();
 /// The manager's own elements of the dispatch chain.
 int KvdLoz6TuMgr_dispatchFirstGroup(Signal* sig);

@@ -58,8 +58,8 @@ constexpr Dispatch DISPATCH_CHAIN[] = {
     KvdLoz6TuSoCpri_dispatch,
 };
 
-/// All but the buffers that their component allocates once and arms again as its own timer's signal: it may have
-/// done so by now.
+/// All but the buffers that their component allocates once and arms again as its own timer's signal: it may
+/// have done so by now.
 void release(Signal* sig)
 {
     if (KvdLoz6TuSlowpi_owns(sig) == 0) ose::free_buf(&sig);

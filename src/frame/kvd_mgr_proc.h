@@ -19,7 +19,8 @@ void KvdLoz6TuMgr_startHardware(u32 idlMode, u32 restart);
 /// where each new main processor is told. Returns at once when there is none.
 void KvdLoz6TuMgr_haltProcess();
 
-/// The unit is master (1) or slave (0) from now on, also when it was before: regulator, hardware and links follow.
+/// The unit is master (1) or slave (0) from now on, also when it was before: regulator, hardware and links
+/// follow.
 void KvdLoz6TuMgr_takeRole(u8 timeMode, u8 masterSlaveMode);
 /// "tumgr" section of kvdinfo.
 void KvdLoz6TuMgr_printInfo();

@@ -140,8 +140,7 @@ void KvdLoz6TuMgr_haltProcess()
     KvdUnit_life().hwFailed = 0;
     KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "WARNING: LOZ6 HW diagnostic failed, halting process");
     // Without a main processor there is nobody whose death would end the wait: the next one is told.
-    if (KvdLoz6TuIifAdm_startState() == TUIIF_START_RESTART_READY)
-        KvdLoz6TuMgr_haltedWait(takeInHaltedState);
+    if (KvdLoz6TuIifAdm_startState() == TUIIF_START_RESTART_READY) KvdLoz6TuMgr_haltedWait(takeInHaltedState);
     KvdUnit_life().hwFailed = 1;
 }
 
@@ -152,7 +151,8 @@ void KvdLoz6TuMgr_printInfo()
     constexpr const char* RESTART_TEXTS[] = {"COLDWTEST_POWERON", "COLDWTEST", "COLD",
                                              "REFRESH", "WARM", "HOT"};
     const char* const hwDiag = s->hwDiagResult < 4 ? HWDIAG_TEXTS[s->hwDiagResult] : "UNKNOWN";
-    const char* const restart = KvdUnit_life().restartType < 6 ? RESTART_TEXTS[KvdUnit_life().restartType] : "UNKNOWN";
+    const char* const restart = KvdUnit_life().restartType < 6 ? RESTART_TEXTS[KvdUnit_life().restartType]
+                                                               : "UNKNOWN";
     node::shellPrintf("\n***** KVD LOZ6 tumgr_proc related data *****\n");
     node::shellPrintf("   hwdiagReturnCode   : %s (%u)\r\n", hwDiag, s->hwDiagResult);
     node::shellPrintf("   temiRestartType    : %s (%u)\r\n", restart, KvdUnit_life().restartType);

@@ -27,8 +27,9 @@ void switchRedLed(u32 order, const char* name)
 {
     const int result = node::platform().visualIndication(order);
     if (result != 0)
-        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "Switch %s red LED failed. TarsoVii_visualIndRequest returned =%u",
-                  name, static_cast<u32>(result));
+        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR,
+                  "Switch %s red LED failed. TarsoVii_visualIndRequest returned =%u", name,
+                  static_cast<u32>(result));
 }
 
 void onBoardFailure(const KvdTuiifBoardFailureRecoveryInd* ind)
@@ -71,9 +72,7 @@ std::string syncInfoText(u8 option)
     case SyncInfo::PdvHistory:        append(text, KvdLoz6TuReg_pdvHistoryText);         break;
     case SyncInfo::ReferenceSwitches: append(text, KvdLoz6TuReg_referenceSwitchesText);  break;
     case SyncInfo::Grandmasters:      append(text, TuPktsync_grandmasterHistoryText);    break;
-    default:
-        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Unexpected syncinfo option received");
-        break;
+    default: KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Unexpected syncinfo option received"); break;
     }
     return text;
 }

@@ -84,18 +84,12 @@ namespace {
 
 struct EdgeHandler { u32 selectedRef; void (*handle)(); };
 constexpr EdgeHandler EDGE_HANDLERS[] = {
-    {TU_SR_PDH_REF1, KvdLoz6TuExt_handlePdhSdhInt},
-    {TU_SR_PDH_REF2, KvdLoz6TuExt_handlePdhSdhInt},
-    {TU_SR_PDH_REF3, KvdLoz6TuExt_handlePdhSdhInt},
-    {TU_SR_PDH_REF4, KvdLoz6TuExt_handlePdhSdhInt},
-    {TU_SR_SDH_REF, KvdLoz6TuExt_handlePdhSdhInt},
-    {TU_SR_GPS_REF, KvdLoz6TuGps_handleInt},
-    {TU_SR_EXT_REF, KvdLoz6TuExt_handleExtInt},
-    {TU_ETH_REF, KvdLoz6TuEth_handleInt},
-    {TU_SR_EXT_1PPS_REF, KvdLoz6TuExt_handleExt1ppsInt},
-    {TU_SR_HPTSI_REF, KvdLoz6TuHptsi_handleInt},
-    {TU_GPS_OUT_REF, KvdLoz6GpsOut_handleInt},
-    {TU_SR_GPSOSL_REF, KvdLoz6GpsOsl_handleInt},
+    {TU_SR_PDH_REF1, KvdLoz6TuExt_handlePdhSdhInt},      {TU_SR_PDH_REF2, KvdLoz6TuExt_handlePdhSdhInt},
+    {TU_SR_PDH_REF3, KvdLoz6TuExt_handlePdhSdhInt},      {TU_SR_PDH_REF4, KvdLoz6TuExt_handlePdhSdhInt},
+    {TU_SR_SDH_REF, KvdLoz6TuExt_handlePdhSdhInt},       {TU_SR_GPS_REF, KvdLoz6TuGps_handleInt},
+    {TU_SR_EXT_REF, KvdLoz6TuExt_handleExtInt},          {TU_ETH_REF, KvdLoz6TuEth_handleInt},
+    {TU_SR_EXT_1PPS_REF, KvdLoz6TuExt_handleExt1ppsInt}, {TU_SR_HPTSI_REF, KvdLoz6TuHptsi_handleInt},
+    {TU_GPS_OUT_REF, KvdLoz6GpsOut_handleInt},           {TU_SR_GPSOSL_REF, KvdLoz6GpsOsl_handleInt},
 };
 
 bool handleEdge(u32 selectedRef)
@@ -157,8 +151,8 @@ const RegUpcalls REG_UPCALLS = {
     .sendClkStatus = KvdLoz6Idpi_sendClkStatus,
     .tellIdl1Locked =
         [](bool isLocked) {
-            KvdLoz6BiraIifAdm_idl1ClkState(
-                isLocked ? IDPI_CLK_STATUS_LOCKED : IDPI_CLK_STATUS_FREE_RUNNING, 0);
+            KvdLoz6BiraIifAdm_idl1ClkState(isLocked ? IDPI_CLK_STATUS_LOCKED : IDPI_CLK_STATUS_FREE_RUNNING,
+                                           0);
         },
     .unableToTimeLock = KvdLoz6BiraIifAdm_unableToTimeLock,
 

@@ -38,10 +38,7 @@ int done(const char* text)
 }
 
 /// A GPS receiver is the reference in use, as far as its kind is known.
-bool servesGps()
-{
-    return KvdLoz6TuGps_gpssType() != GPSS_NORVANE && KvdLoz6TuGps_tuGpsRefType() == GPS_REF;
-}
+bool servesGps() { return KvdLoz6TuGps_gpssType() != GPSS_NORVANE && KvdLoz6TuGps_tuGpsRefType() == GPS_REF; }
 
 /// The line is open, and a GPS reference or a receiver that has told its version is on it.
 bool maySendAndCapture()
@@ -199,8 +196,7 @@ int gpssend(int argc, char** argv)
     constexpr const char* NOT_ALLOWED = "Sending messages to GPS receiver is not allowed.\n"
                                         "Please check sync reference and state defined on node.\n";
     if (!maySendAndCapture()) return refuse(NOT_ALLOWED);
-    if (argc != 3 || !is(argv[1], "nmea"))
-        return refuse("Usage: Take cmd 'man gpssend' for help info\n");
+    if (argc != 3 || !is(argv[1], "nmea")) return refuse("Usage: Take cmd 'man gpssend' for help info\n");
     const char* first = argv[2];
     const char* last = first + std::strlen(first);
     if (static_cast<std::size_t>(last - first) > SENTENCE_MAX)
@@ -287,8 +283,7 @@ int gpsskyview(int argc, char** argv)
         return done("Sky-view data collection is started "
                     "and will be collected for maximum 24hours.\n");
     }
-    if (!KvdLoz6FifoSkyView_isRunning())
-        return refuse("Sky-view data collection is not started.\n");
+    if (!KvdLoz6FifoSkyView_isRunning()) return refuse("Sky-view data collection is not started.\n");
     KvdLoz6FifoSkyView_stop();
     return done("Sky-view data collection is stopped "
                 "and collected data has been written to a file on DU.\n");

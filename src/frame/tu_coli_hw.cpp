@@ -49,10 +49,7 @@ bool fsyncInterval(const char* word, u32& interval)
     return false;
 }
 
-void notRepeated()
-{
-    shellPrintf("kvdsetfsyncreg command will not be re-executed after node restart\n");
-}
+void notRepeated() { shellPrintf("kvdsetfsyncreg command will not be re-executed after node restart\n"); }
 
 /// The last word says whether the manager repeats the command at each start.
 int repeatRule(int argc, char** argv)
@@ -187,8 +184,7 @@ int genwander(int argc, char** argv)
         shellPrintf("%s", GENWANDER_USAGE);
         return COLI_DONE;
     }
-    if (argc != 3 && argc != 4)
-        return genwanderRefuse("Invalid number of arguments, expected 2 or 3\n");
+    if (argc != 3 && argc != 4) return genwanderRefuse("Invalid number of arguments, expected 2 or 3\n");
     i64 frequency = 0;
     i64 amplitude = 0;
     double offset_ppb = 0.0;

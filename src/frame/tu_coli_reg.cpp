@@ -92,8 +92,7 @@ int setThreshold(const HoldoverWord& w, const char* value)
     return COLI_DONE;
 }
 
-constexpr const char* GENPDV_USAGE =
-    "genpdv <ptp_t|ptp_f|ntp> <uplink|downlink> <enable|disable>\n";
+constexpr const char* GENPDV_USAGE = "genpdv <ptp_t|ptp_f|ntp> <uplink|downlink> <enable|disable>\n";
 
 /// A word of a command and what it stands for.
 struct CommandWord { const char* word; u32 value; };
@@ -340,14 +339,12 @@ int socpritogreg(int argc, char** argv)
         return COLI_USAGE;
     }
     if (is(argv[1], "current")) {
-        shellPrintf("Current regulation mode is - %s\n",
-                    REGULATION_TEXT[KvdLoz6TuReg_pll_regulationMode()]);
+        shellPrintf("Current regulation mode is - %s\n", REGULATION_TEXT[KvdLoz6TuReg_pll_regulationMode()]);
         return COLI_DONE;
     }
     u32 mode = 0;
     if (!wordValue(REGULATION_MODES, argv[1], mode)) {
-        shellPrintf("Invalid arguments, expected 'off' or 'on' or 'cv' or 'current'\n%s",
-                    SOCPRITOGREG_USAGE);
+        shellPrintf("Invalid arguments, expected 'off' or 'on' or 'cv' or 'current'\n%s", SOCPRITOGREG_USAGE);
         return COLI_USAGE;
     }
     KvdLoz6TuReg_pll_setRegulationMode(static_cast<u8>(mode));

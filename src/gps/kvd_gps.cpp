@@ -35,10 +35,7 @@ TuiifCoordinate coordinateOf(const GpsCoordinate& from)
     return {from.deg, from.min, from.fractMin, from.dir, 0};
 }
 
-u16 compensationDelay_ns()
-{
-    return static_cast<u16>(std::lround(state().gpsCompensationDelay * 1e9));
-}
+u16 compensationDelay_ns() { return static_cast<u16>(std::lround(state().gpsCompensationDelay * 1e9)); }
 
 void sendAttributes(u32 froId)
 {
@@ -49,8 +46,7 @@ void sendAttributes(u32 froId)
     const auto& best = KvdLoz6TuGps_bestSatellites();
     static_assert(TUIIF_SATELLITES == GPS_BEST_SATELLITES);
     for (u32 i = 0; i < TUIIF_SATELLITES; ++i)
-        cfm->satellite[i] = {best[i].SVno, best[i].elevation, best[i].azimuth, best[i].SNR,
-                             best[i].spare};
+        cfm->satellite[i] = {best[i].SVno, best[i].elevation, best[i].azimuth, best[i].SNR, best[i].spare};
     const GpsPosition& position = KvdLoz6TuGps_shownPosition();
     cfm->latitude = coordinateOf(position.latitude);
     cfm->longitude = coordinateOf(position.longitude);
@@ -92,10 +88,7 @@ void clearCounters()
 
 // ---- handlers -----------------------------------------------------------------------------------
 
-void onNmeaMsgRec(Signal* sig)
-{
-    gps::gpsNmeaMsgRecv(as<KvdTugpsNmeaMsgRec>(sig), ose::sigsize(&sig));
-}
+void onNmeaMsgRec(Signal* sig) { gps::gpsNmeaMsgRecv(as<KvdTugpsNmeaMsgRec>(sig), ose::sigsize(&sig)); }
 
 void onSetDelay(const Signal* sig)
 {

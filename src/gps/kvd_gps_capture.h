@@ -3,9 +3,7 @@
 #pragma once
 #include "ose/types.h"
 
-enum GpsCaptureDirection : u32 {
-    GPS_CAPTURE_RECEIVED = 0, GPS_CAPTURE_SENT = 1, GPS_CAPTURE_BOTH = 2
-};
+enum GpsCaptureDirection : u32 { GPS_CAPTURE_RECEIVED = 0, GPS_CAPTURE_SENT = 1, GPS_CAPTURE_BOTH = 2 };
 constexpr u32 GPS_CAPTURE_MAX = 100;
 
 /// Clears the buffer; `filter` is a direction or both, `limit` 1 to 100 sentences.

@@ -102,8 +102,8 @@ const Row* findParser(const char* text)
     }
     if (row == nullptr && address.size() > STANDARD_ADDRESS_MAX) row = find(MODULE, address);
     if (row == nullptr)
-        KVD_TRACE(TRACE_TUGPS, gps::LEVEL_REFUSED, "NMEA address %.*s not handled",
-                  precision(address), address.data());
+        KVD_TRACE(TRACE_TUGPS, gps::LEVEL_REFUSED, "NMEA address %.*s not handled", precision(address),
+                  address.data());
     return row;
 }
 
@@ -158,8 +158,7 @@ const GpsLastSentence& KvdLoz6TuGps_lastSentence() { return s->last; }
 u32 KvdLoz6TuGps_frameSentence(char* out, std::size_t size, const char* body, NmeaFrame frame)
 {
     const u32 length = static_cast<u32>(std::strlen(body));
-    const u32 framed =
-        length + (frame == NMEA_PLAIN ? 3 : 6);   // "$" and CR LF, "*" and two digits
+    const u32 framed = length + (frame == NMEA_PLAIN ? 3 : 6);  // "$" and CR LF, "*" and two digits
     if (framed >= size) {
         if (size > 0) out[0] = '\0';
         return 0;
@@ -188,8 +187,7 @@ Sentence inspect(const char* text)
         const void* at = std::memchr(text, c, total);
         return at != nullptr ? static_cast<u32>(static_cast<const char*>(at) - text) : total;
     };
-    Sentence sentence{text, total, offsetOf('\r'), total >= 5 && text[total - 4] == '*',
-                      CHECKSUM_MISSING};
+    Sentence sentence{text, total, offsetOf('\r'), total >= 5 && text[total - 4] == '*', CHECKSUM_MISSING};
     const u32 star = offsetOf('*');
     if (sentence.length >= star + 3)
         sentence.checksum = readChecksum(text + star + 1) == TuCommon_nmeaChecksum(text, star)
@@ -223,15 +221,14 @@ bool lengthPasses(const Sentence& sentence, u32 shortest, u32 longest, const cha
 bool fullyParsed(const Sentence& sentence, u32 consumed, const char* sentenceName)
 {
     if (consumed + 2 >= sentence.length) return true;
-    KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "%s message not fully parsed (parsed %u of %u chars)",
-              sentenceName, consumed, sentence.length);
+    KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "%s message not fully parsed (parsed %u of %u chars)", sentenceName,
+              consumed, sentence.length);
     return false;
 }
 
 bool refuseWidth(const char* prefix, const char* label, u32 width)
 {
-    KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "%s%s field is %d bytes", prefix, label,
-              static_cast<int>(width));
+    KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "%s%s field is %d bytes", prefix, label, static_cast<int>(width));
     return false;
 }
 
@@ -246,8 +243,7 @@ bool takeField(Cursor& cursor, char* buffer, u32 size, bool splitAtPoint)
     // The count is a u8 and can wrap in a text longer than any that the line delivers, so the
     // text's own end holds too.
     const bool inside = cursor.at <= cursor.end;
-    const u32 found =
-        inside ? fieldLength(cursor.at, splitAtPoint ? DELIMITER | POINT : DELIMITER) : 0;
+    const u32 found = inside ? fieldLength(cursor.at, splitAtPoint ? DELIMITER | POINT : DELIMITER) : 0;
     cursor.width = static_cast<u8>(found);
     cursor.consumed = static_cast<u8>(cursor.consumed + cursor.width + 1);
     if (!inside || cursor.consumed > cursor.length + 1) {

@@ -72,8 +72,8 @@ public:
     bool next(const char* label, u32 width, u32 orWidth)
     {
         if (!next()) return false;
-        return !widthsChecked_ || cursor_.width == width || cursor_.width == orWidth ||
-               refuseWidth(prefix_, label, cursor_.width);
+        return !widthsChecked_ || cursor_.width == width || cursor_.width == orWidth
+               || refuseWidth(prefix_, label, cursor_.width);
     }
     bool next(const char* label, u32 width) { return next(label, width, width); }
     /// The next field, of this width whatever the checksum says.

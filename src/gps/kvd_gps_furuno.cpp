@@ -34,8 +34,7 @@ bool isUsable(u32 timeStandard) { return timeStandard == 2 || timeStandard == 3;
 void storeTimeStandard(u32 timeStandard)
 {
     if (timeStandard != s->timeStandard) {
-        KVD_TRACE(TRACE_TUGPS, LEVEL_TIME_STANDARD, "TIME STANDARD %u to %u", s->timeStandard,
-                  timeStandard);
+        KVD_TRACE(TRACE_TUGPS, LEVEL_TIME_STANDARD, "TIME STANDARD %u to %u", s->timeStandard, timeStandard);
         s->timeStandard = timeStandard;
         KvdLoz6TuIifAdm_sendQualityLevelInd(GPS_FRO_ID, GPS_FRO_CLASS, isUsable(timeStandard) ? 0 : 1, 0);
     }
@@ -84,8 +83,7 @@ void storeInLog(u32 ppsAvailable, u32 mode)
         KvdLoz6FifoGps_storeTowWeek(receiver.gpsTow, receiver.gpsTimeWeek);
         return;
     }
-    KvdLoz6FifoGps_storeGptps(s->timeStandard, ppsAvailable, mode, receiver.gpsTimeWeek,
-                              receiver.gpsTow);
+    KvdLoz6FifoGps_storeGptps(s->timeStandard, ppsAvailable, mode, receiver.gpsTimeWeek, receiver.gpsTow);
     KvdLoz6FifoGps_closeRecord();
     KvdLoz6FifoSkyView_tick();
 }
@@ -105,8 +103,7 @@ const char* timeStandardText(u32 timeStandard)
 int KvdLoz6TuGps_parsePxxxGPtps(const char* text)
 {
     // The Furuno protocol is in use, whatever becomes of this sentence.
-    if (KvdLoz6TuGps_receiver().gpssType == GPSS_NORVANE_COMBINED)
-        KvdLoz6TuGps_setGpssType(GPSS_FURUNO);
+    if (KvdLoz6TuGps_receiver().gpssType == GPSS_NORVANE_COMBINED) KvdLoz6TuGps_setGpssType(GPSS_FURUNO);
 
     const Sentence sentence = gps::inspect(text);
     if (!gps::optionalChecksumPasses(sentence, "KvdLoz6TuGps_parsePxxxGPtps")) return 0;
@@ -172,8 +169,8 @@ int KvdLoz6TuGps_parsePxxxGPanc(const char* text)
 
     s->almanac = almanac;
     const u8* d = almanac.dateTime;
-    KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPanc Almanac date/time: %02u%02u%02u %02u:%02u:%02u",
-              d[0], d[1], d[2], d[3], d[4], d[5]);
+    KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPanc Almanac date/time: %02u%02u%02u %02u:%02u:%02u", d[0], d[1],
+              d[2], d[3], d[4], d[5]);
     KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPanc Satellite health: %.32s", field.value);
     return 1;
 }
@@ -188,7 +185,6 @@ void KvdLoz6TuGps_overrideTimeStandard(bool enabled, u8 timeStandard)
     s->overridden = enabled;
     s->overrideStandard = timeStandard;
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT,
-              "coli gentimestandard in state = %u (%s), time standard = 0x%02hhX (%s)",
-              enabled ? 1u : 0u, enabled ? "enabled" : "disabled", timeStandard,
-              timeStandardText(timeStandard));
+              "coli gentimestandard in state = %u (%s), time standard = 0x%02hhX (%s)", enabled ? 1u : 0u,
+              enabled ? "enabled" : "disabled", timeStandard, timeStandardText(timeStandard));
 }

@@ -27,10 +27,8 @@ constexpr const char* STATES[] = {
     "HRV_SUPERVISION_STATE_HRV_RESTART",
 };
 constexpr const char* EVENTS[] = {
-    "HRV_SUPERVISION_EVENT_1PPS_OK",
-    "HRV_SUPERVISION_EVENT_1PPS_NOK",
-    "HRV_SUPERVISION_EVENT_1PPS_TIMER_ELAPSE",
-    "HRV_SUPERVISION_EVENT_TIMER_ELAPSE",
+    "HRV_SUPERVISION_EVENT_1PPS_OK",           "HRV_SUPERVISION_EVENT_1PPS_NOK",
+    "HRV_SUPERVISION_EVENT_1PPS_TIMER_ELAPSE", "HRV_SUPERVISION_EVENT_TIMER_ELAPSE",
     "HRV_SUPERVISION_EVENT_INIT_SM",
 };
 const char* eventText(u32 event) { return event < std::size(EVENTS) ? EVENTS[event] : "UNKNOWN"; }
@@ -42,15 +40,12 @@ struct Transition {
 };
 // A pair that isn't listed changes nothing.
 constexpr Transition TRANSITIONS[] = {
-    {HRV_SUPERVISION_STATE_IDLE, HRV_SUPERVISION_EVENT_1PPS_NOK,
-     HRV_SUPERVISION_STATE_HRV_WAITING_RESTART},
+    {HRV_SUPERVISION_STATE_IDLE, HRV_SUPERVISION_EVENT_1PPS_NOK, HRV_SUPERVISION_STATE_HRV_WAITING_RESTART},
 
     {HRV_SUPERVISION_STATE_HRV_WAITING_RESTART, HRV_SUPERVISION_EVENT_TIMER_ELAPSE,
      HRV_SUPERVISION_STATE_HRV_RESTART},
-    {HRV_SUPERVISION_STATE_HRV_WAITING_RESTART, HRV_SUPERVISION_EVENT_1PPS_OK,
-     HRV_SUPERVISION_STATE_IDLE},
-    {HRV_SUPERVISION_STATE_HRV_WAITING_RESTART, HRV_SUPERVISION_EVENT_INIT_SM,
-     HRV_SUPERVISION_STATE_IDLE},
+    {HRV_SUPERVISION_STATE_HRV_WAITING_RESTART, HRV_SUPERVISION_EVENT_1PPS_OK, HRV_SUPERVISION_STATE_IDLE},
+    {HRV_SUPERVISION_STATE_HRV_WAITING_RESTART, HRV_SUPERVISION_EVENT_INIT_SM, HRV_SUPERVISION_STATE_IDLE},
 
     {HRV_SUPERVISION_STATE_HRV_RESTART, HRV_SUPERVISION_EVENT_1PPS_TIMER_ELAPSE,
      HRV_SUPERVISION_STATE_HRV_WAITING_RESTART},
@@ -105,8 +100,7 @@ void onEntry(u32 state)
     if (state == HRV_SUPERVISION_STATE_HRV_RESTART) {
         KvdLoz6TuGps_GpsFwRestart();
         ++s->resetAttempts;
-        startTimer(s->onePPSTimer, ONE_PPS_ms, KVD_GPS_HRV_SUPERVISION_1PPS_TIMEOUT_IND,
-                   "onePPSTimer");
+        startTimer(s->onePPSTimer, ONE_PPS_ms, KVD_GPS_HRV_SUPERVISION_1PPS_TIMEOUT_IND, "onePPSTimer");
     }
 }
 
@@ -114,8 +108,7 @@ void enter(u32 state)
 {
     const u32 before = s->state;
     onExit(before);
-    KVD_TRACE(TRACE_TUGPS, TRACE_7,
-              "HRV Supervision SM state changed. Old state: %s, New state: %s",
+    KVD_TRACE(TRACE_TUGPS, TRACE_7, "HRV Supervision SM state changed. Old state: %s, New state: %s",
               KvdLoz6TuGps_hrvStateText(before), KvdLoz6TuGps_hrvStateText(state));
     char now[TIME_STAMP_SIZE];
     TuCommon_timeStamp(now);
@@ -157,8 +150,7 @@ int KvdLoz6TuGps_hrvDispatch(Signal* sig)
         if (KvdTimer_expired(s->onePPSTimer))
             KvdLoz6TuGps_onHRVSupervisionEvent(HRV_SUPERVISION_EVENT_1PPS_TIMER_ELAPSE);
         return 1;
-    default:
-        return 0;
+    default: return 0;
     }
 }
 
@@ -176,8 +168,7 @@ void KvdLoz6TuGps_printHrvHistory()
     if (history.count == 0) node::shellPrintf("      None");
     for (u32 row = history.count; row > 0; --row) {
         const StateRecord& r = history.oldest(row - 1);
-        node::shellPrintf("      [%s] %-41s --> %s\n", r.time,
-                          KvdLoz6TuGps_hrvStateText(r.oldState),
+        node::shellPrintf("      [%s] %-41s --> %s\n", r.time, KvdLoz6TuGps_hrvStateText(r.oldState),
                           KvdLoz6TuGps_hrvStateText(r.newState));
     }
 }

@@ -100,13 +100,12 @@ void checkPositionMode()
     const GpsReceiver& receiver = KvdLoz6TuGps_receiver();
     const bool usable = receiver.timeNotValid == 0;
     const bool fixed = state().fixedPosition != 0;
-    if (fixed && receiver.gpssType == GPSS_NORVANE_COMBINED && usable &&
-        receiver.observationMode != GPS_POSITION_HOLD) {
+    if (fixed && receiver.gpssType == GPSS_NORVANE_COMBINED && usable
+        && receiver.observationMode != GPS_POSITION_HOLD) {
         if (KvdLoz6TuGps_norvane().GPsts_positionHoldMode == 0) {
             state().modeRetries = 0;
         } else if (countModeRetry()) {
-            KVD_TRACE(TRACE_TUGPS, TRACE_INFO,
-                      "GPSS not in Fixed Observation Point mode, resending setup");
+            KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "GPSS not in Fixed Observation Point mode, resending setup");
             setUpMode(true);
         }
     } else if (!fixed && usable && receiver.observationMode != GPS_SURVEY) {
@@ -200,8 +199,7 @@ void onParsedSentence(const char* text)
     const u32 gpsState = KvdLoz6TuGps_gpsState();
     GpsSentenceType type;
     if (KvdLoz6TuGps_parseSentence(text, type) == 0) {
-        if (gpsState == GPS_WAIT_FOR_VALID_MSG)
-            KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "Not a valid message");
+        if (gpsState == GPS_WAIT_FOR_VALID_MSG) KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "Not a valid message");
         return;
     }
     switch (gpsState) {
@@ -267,8 +265,7 @@ void gps::enter(u32 gpsState)
 {
     KvdLoz6TuGps_storeGpsState(gpsState);
     if (gpsState == GPS_WAIT_FOR_ANY_MSG) resetReceiverData();
-    if (gpsState >= GPS_WAIT_FOR_ANY_MSG && gpsState <= GPS_WAIT_FOR_OPERATIONAL)
-        reportStatusChange();
+    if (gpsState >= GPS_WAIT_FOR_ANY_MSG && gpsState <= GPS_WAIT_FOR_OPERATIONAL) reportStatusChange();
 }
 
 void gps::gpsNmeaMsgRecv(const KvdTugpsNmeaMsgRec* rec, u32 bufferSize)
@@ -278,8 +275,7 @@ void gps::gpsNmeaMsgRecv(const KvdTugpsNmeaMsgRec* rec, u32 bufferSize)
     ++state().numberOfNmeaMsgs;
     switch (KvdLoz6TuGps_gpsState()) {
     case GPS_UN_INIT:
-    case GPS_INIT_SERIAL_PORT:
-        break;
+    case GPS_INIT_SERIAL_PORT: break;
     case GPS_WAIT_FOR_ANY_MSG:
         enter(GPS_WAIT_FOR_VALID_MSG);
         startWaitForValid();
@@ -287,12 +283,8 @@ void gps::gpsNmeaMsgRecv(const KvdTugpsNmeaMsgRec* rec, u32 bufferSize)
     case GPS_WAIT_FOR_VALID_MSG:
     case GPS_WAIT_FOR_OPERATIONAL:
     case GPS_OPERATIONAL:
-    case GPS_OPERATIONAL_WITH_VALID_TIME:
-        onParsedSentence(rec->text);
-        break;
-    default:
-        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Unknown State");
-        break;
+    case GPS_OPERATIONAL_WITH_VALID_TIME: onParsedSentence(rec->text); break;
+    default: KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Unknown State"); break;
     }
 }
 
@@ -330,9 +322,9 @@ void gps::setFixedPosition(u32 wanted) { setUpMode(wanted == 1); }
 void gps::cancelAllTimers()
 {
     State& st = state();
-    for (KvdTimer* timer : {&st.suprAlarmTmoRef, &st.additionalInfoSuprTmoRef,
-                            &st.waitForValidTmoRef, &st.waitForOperationalTmoRef,
-                            &st.operationalTmoRef, &st.validTmoRef, &st.waitForSelfTestTmoRef})
+    for (KvdTimer* timer :
+         {&st.suprAlarmTmoRef, &st.additionalInfoSuprTmoRef, &st.waitForValidTmoRef,
+          &st.waitForOperationalTmoRef, &st.operationalTmoRef, &st.validTmoRef, &st.waitForSelfTestTmoRef})
         KvdTimer_cancel(*timer);
     KvdLoz6TuGps_cancelSatelliteTimers();
     KvdLoz6TuGps_stopSending();

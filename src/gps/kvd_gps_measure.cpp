@@ -15,8 +15,7 @@ namespace {
 
 using gps::state;
 
-constexpr u32 TIME_NONE = 0, TIME_PULSE_ONLY = 3, TIME_WAITING = 4, TIME_UNKNOWN_STATE = 6,
-              TIME_VALID = 7;
+constexpr u32 TIME_NONE = 0, TIME_PULSE_ONLY = 3, TIME_WAITING = 4, TIME_UNKNOWN_STATE = 6, TIME_VALID = 7;
 
 constexpr double R_ALL_GPS_REF     = 1e-14;         // s^2, bounds of the adapted noise
 constexpr double R_ALL_GPS_REF_MIN = 5e-16;
@@ -65,19 +64,14 @@ u32 KvdLoz6TuGps_time(double& time)
     switch (KvdLoz6TuGps_gpsState()) {
     case GPS_UN_INIT:
     case GPS_INIT_SERIAL_PORT:
-    case GPS_WAIT_FOR_ANY_MSG:
-        return TIME_NONE;
-    case GPS_WAIT_FOR_VALID_MSG:
-        return TIME_WAITING;
+    case GPS_WAIT_FOR_ANY_MSG: return TIME_NONE;
+    case GPS_WAIT_FOR_VALID_MSG: return TIME_WAITING;
     case GPS_WAIT_FOR_OPERATIONAL:
-    case GPS_OPERATIONAL:
-        return TIME_PULSE_ONLY;
+    case GPS_OPERATIONAL: return TIME_PULSE_ONLY;
     case GPS_OPERATIONAL_WITH_VALID_TIME:
         time = KvdLoz6TuGps_receiver().gpsCurrentTime;
         return time != 0.0 ? TIME_VALID : TIME_PULSE_ONLY;
-    default:
-        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Unknown state");
-        return TIME_UNKNOWN_STATE;
+    default: KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Unknown state"); return TIME_UNKNOWN_STATE;
     }
 }
 

@@ -31,8 +31,7 @@ bool readLatitude(GpggaFields& field, GpsCoordinate& latitude)
         KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPGGA: Error in latitude direction value");
         return false;
     }
-    latitude = {angle.deg, angle.min, angle.fractMin,
-                field.is('N') ? u8{GPS_NORTH} : u8{GPS_SOUTH}};
+    latitude = {angle.deg, angle.min, angle.fractMin, field.is('N') ? u8{GPS_NORTH} : u8{GPS_SOUTH}};
     return true;
 }
 
@@ -41,8 +40,7 @@ bool readLongitude(GpggaFields& field, GpsCoordinate& longitude)
 {
     if (!field.next("GPGGA longitude", 10)) return false;
     if (field.value[5] != '.') {
-        KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPGGA longitude separator error: %c",
-                  field.value[5]);
+        KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPGGA longitude separator error: %c", field.value[5]);
         return false;
     }
     const gps::DegMin angle = gps::toDegMin(field.value, 3);
@@ -79,8 +77,7 @@ int KvdLoz6TuGps_parseGPGGA(const char* text)
         KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPGGA: Error in receiver status value");
         return 0;
     }
-    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPGGA GPS Receiver Status: %u",
-              gps::toNumber(field.value));
+    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPGGA GPS Receiver Status: %u", gps::toNumber(field.value));
 
     if (!field.next("GPGGA number of satellites", 2)) return 0;
     s->noOfSatellitesForPosit = static_cast<u8>(gps::toNumber(field.value));
@@ -134,10 +131,7 @@ int KvdLoz6TuGps_parseGPGSA(const char* text)
     return 1;
 }
 
-const std::array<u8, GPS_BEST_SATELLITES>& KvdLoz6TuGps_usedSatellites()
-{
-    return s->usedSatellites;
-}
+const std::array<u8, GPS_BEST_SATELLITES>& KvdLoz6TuGps_usedSatellites() { return s->usedSatellites; }
 u8 KvdLoz6TuGps_noOfSatellitesForPosit() { return s->noOfSatellitesForPosit; }
 const GpsDop& KvdLoz6TuGps_dop() { return s->dop; }
 const GpsNmeaCounters& KvdLoz6TuGps_nmeaCounters() { return s->counters; }

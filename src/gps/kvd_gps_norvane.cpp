@@ -44,10 +44,10 @@ bool skipUnused(Fields<8>& field) { return field.nextBeforeChecksum() && field.n
 void storeStatus(u8 gpssStatus)
 {
     if (gpssStatus != s->said.gpssStatus) {
-        KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "QualityLevelInd (GPS) gpssStatus: %u -> %u",
-                  s->said.gpssStatus, gpssStatus);
-        KvdLoz6TuIifAdm_sendQualityLevelInd(GPS_FRO_ID, GPS_FRO_CLASS,
-                                            gpssStatus > GPSS_FREE_RUNNING ? 1 : 0, 0);
+        KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "QualityLevelInd (GPS) gpssStatus: %u -> %u", s->said.gpssStatus,
+                  gpssStatus);
+        KvdLoz6TuIifAdm_sendQualityLevelInd(GPS_FRO_ID, GPS_FRO_CLASS, gpssStatus > GPSS_FREE_RUNNING ? 1 : 0,
+                                            0);
     }
     s->said.gpssStatus = gpssStatus;
 }
@@ -92,8 +92,7 @@ void setObservationMode(u8 pp1state)
 void setCapabilities(const char* text)
 {
     std::memset(s->said.capabilities, 0, sizeof s->said.capabilities);
-    std::memcpy(s->said.capabilities, text,
-                std::min(std::strlen(text), sizeof s->said.capabilities - 1));
+    std::memcpy(s->said.capabilities, text, std::min(std::strlen(text), sizeof s->said.capabilities - 1));
     // A shorter text leaves a NUL here, which is no capability either.
     const int glonass = s->said.capabilities[4] - '0';
     s->said.glonassCapability = glonass == 1 || glonass == 2 ? static_cast<u8>(glonass) : u8{0};
@@ -119,8 +118,7 @@ const char* remoteStateText(u32 state)
 void storeRemote(u8& stored, u32 value, u32 highest, u8 replacement, const char* name)
 {
     if (value > highest) {
-        KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "Unexpected value for %s in GPout message : %u", name,
-                  value);
+        KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "Unexpected value for %s in GPout message : %u", name, value);
         value = replacement;
     }
     stored = static_cast<u8>(value);
@@ -161,8 +159,7 @@ int KvdLoz6TuGps_parsePxxxGPppr(const char* text)
     receiver.gpsTimeWeek = gps::toNumber(field.value);
     if (!skipUnused(field)) return 0;
     if (!field.nextBeforeChecksum()) return 0;
-    const u8 gpssStatus =
-        s->overridden ? s->overrideStatus : static_cast<u8>(gps::toNumber(field.value));
+    const u8 gpssStatus = s->overridden ? s->overrideStatus : static_cast<u8>(gps::toNumber(field.value));
     if (!field.nextBeforeChecksum()) return 0;
     const u8 gpssFaulty = static_cast<u8>(gps::toNumber(field.value));
 
@@ -198,8 +195,8 @@ int KvdLoz6TuGps_parsePxxxGPsts(const char* text)
     if (!field.next()) return 0;
     setCapabilities(field.value);
 
-    KvdLoz6FifoGps_storeGpsts(said.GPsts_pp1state, said.GPsts_positionHoldMode,
-                              said.GPsts_antennaPortSts, said.capabilities);
+    KvdLoz6FifoGps_storeGpsts(said.GPsts_pp1state, said.GPsts_positionHoldMode, said.GPsts_antennaPortSts,
+                              said.capabilities);
     KvdLoz6FifoGps_closeRecord();
     KvdLoz6FifoSkyView_tick();
     return 1;
@@ -215,14 +212,13 @@ int KvdLoz6TuGps_parsePxxxGPver(const char* text)
     ++s->counters.numberOfPNVXGPver;
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Received GPSS Version");
 
-    for (char* stored : {s->said.productDesignation, s->said.productNo, s->said.productRev,
-                         s->said.additionalInformation}) {
+    for (char* stored :
+         {s->said.productDesignation, s->said.productNo, s->said.productRev, s->said.additionalInformation}) {
         if (!field.next()) return 0;
         std::memcpy(stored, field.value, GPVER_TEXT);
     }
     // A receiver of the Furuno dialect that can tell its version is no GPS01.
-    if (KvdLoz6TuGps_receiver().gpssType == GPSS_FURUNO)
-        KvdLoz6TuGps_setGpssType(GPSS_FURUNO_GPS02);
+    if (KvdLoz6TuGps_receiver().gpssType == GPSS_FURUNO) KvdLoz6TuGps_setGpssType(GPSS_FURUNO_GPS02);
     return 1;
 }
 
@@ -277,8 +273,7 @@ int KvdLoz6TuGps_parsePxxxGPout(const char* text)
     if (!field.next()) return 0;
     setRemoteRadioClockState(gps::toNumber(field.value));
     if (!field.next()) return 0;
-    storeRemote(said.remoteJumpIndication, gps::toNumber(field.value), 1, 0,
-                "remoteJumpIndication");
+    storeRemote(said.remoteJumpIndication, gps::toNumber(field.value), 1, 0, "remoteJumpIndication");
     if (!field.next()) return 0;
     storeRemote(said.gnssTimePresent, gps::toNumber(field.value), 2, 0, "GNSS Time Present");
     if (!field.next()) return 0;
@@ -301,8 +296,8 @@ void KvdLoz6TuGps_clearNorvane()
 
 void KvdLoz6TuGps_resetVersion()
 {
-    for (char* text : {s->said.productDesignation, s->said.productNo, s->said.productRev,
-                       s->said.additionalInformation}) {
+    for (char* text :
+         {s->said.productDesignation, s->said.productNo, s->said.productRev, s->said.additionalInformation}) {
         std::memset(text, 0, GPVER_TEXT);
         std::strcpy(text, "Unknown");
     }
@@ -313,10 +308,7 @@ bool KvdLoz6TuGps_isFirmware(const char* additionalInformation)
     return std::strcmp(s->said.additionalInformation, additionalInformation) == 0;
 }
 
-bool KvdLoz6TuGps_isGps02()
-{
-    return KvdLoz6TuGps_isFirmware("110624") || KvdLoz6TuGps_isFirmware("120510");
-}
+bool KvdLoz6TuGps_isGps02() { return KvdLoz6TuGps_isFirmware("110624") || KvdLoz6TuGps_isFirmware("120510"); }
 
 void KvdLoz6TuGps_overrideGpssStatus(bool enabled, u8 gpssStatus)
 {

@@ -72,13 +72,9 @@ void startWaitForOperational()
 }
 void startOperational()
 {
-    restart(s->operationalTmoRef, OPERATIONAL_TIME, KVD_TUGPSOSL_OPERATIONAL_TIMEOUT,
-            "operationalTmoRef");
+    restart(s->operationalTmoRef, OPERATIONAL_TIME, KVD_TUGPSOSL_OPERATIONAL_TIMEOUT, "operationalTmoRef");
 }
-void startValid()
-{
-    restart(s->validTmoRef, VALID_TIME, KVD_TUGPSOSL_VALID_TIMEOUT, "validTmoRef");
-}
+void startValid() { restart(s->validTmoRef, VALID_TIME, KVD_TUGPSOSL_VALID_TIMEOUT, "validTmoRef"); }
 
 void cancelReceptionTimers()
 {
@@ -156,18 +152,17 @@ bool isTimingWithTime(const GpsSentenceType& type)
 /// What else the far end may say; anything but that isn't one.
 void otherSentence(const GpsSentenceType& type)
 {
-    const bool isExpected = type.kind == GPS_KIND_GPGGA || type.kind == GPS_KIND_GPOUT ||
-                            type.kind == GPS_KIND_GPVER || type.sentenceClass == GPS_CLASS_POSITION ||
-                            type.sentenceClass == GPS_CLASS_SATELLITES;
+    const bool isExpected = type.kind == GPS_KIND_GPGGA || type.kind == GPS_KIND_GPOUT
+                            || type.kind == GPS_KIND_GPVER || type.sentenceClass == GPS_CLASS_POSITION
+                            || type.sentenceClass == GPS_CLASS_SATELLITES;
     if (isExpected) {
         KVD_TRACE(TRACE_TUGPS_OSL, TRACE_3,
-                  "Received msgType=%u, sentType=%u which is expected but not Gppr!",
-                  u32{type.sentenceClass}, u32{type.kind});
+                  "Received msgType=%u, sentType=%u which is expected but not Gppr!", u32{type.sentenceClass},
+                  u32{type.kind});
         return;
     }
-    KVD_TRACE(TRACE_TUGPS_OSL, TRACE_INFO,
-              "Received unexpected message with msgType=%u, sentType=%u!", u32{type.sentenceClass},
-              u32{type.kind});
+    KVD_TRACE(TRACE_TUGPS_OSL, TRACE_INFO, "Received unexpected message with msgType=%u, sentType=%u!",
+              u32{type.sentenceClass}, u32{type.kind});
     waitForAny();
 }
 
@@ -230,8 +225,7 @@ void onSentence(const char* text)
     GpsSentenceType type;
     const int result = KvdLoz6TuGps_parseSentence(text, type);
     if (s->gpsState == GPS_WAIT_FOR_VALID_MSG) return inWaitForValid(text, result);
-    if (type.sentenceClass != GPS_CLASS_TIMING || type.kind != GPS_KIND_GPPPR)
-        return otherSentence(type);
+    if (type.sentenceClass != GPS_CLASS_TIMING || type.kind != GPS_KIND_GPPPR) return otherSentence(type);
     if (result == 0) return;                     // a damaged one tells nothing of the time
     if (s->gpsState == GPS_WAIT_FOR_OPERATIONAL) inWaitForOperational(type);
     else                                         inOperational(type);
@@ -371,8 +365,7 @@ void KvdLoz6GpsOsl_setForceReport(u32 force) { s->forceReport = force; }
 
 void KvdLoz6GpsOsl_holdoverEnded()
 {
-    KVD_TRACE(TRACE_TUGPS_OSL, TRACE_5,
-              "Start reporting alarms - holodover finished for GpsOutSyncLink!");
+    KVD_TRACE(TRACE_TUGPS_OSL, TRACE_5, "Start reporting alarms - holodover finished for GpsOutSyncLink!");
     report();
 }
 
@@ -386,9 +379,7 @@ void KvdLoz6GpsOsl_closePort()
 
 void KvdLoz6GpsOsl_filterEnd(u32 row)
 {
-    if (KvdLoz6TuRef_selectedRef() != GPSOSL_REF ||
-        KvdLoz6TuRef_row(row).refStatus != REF_STATUS_OFF)
-        return;
+    if (KvdLoz6TuRef_selectedRef() != GPSOSL_REF || KvdLoz6TuRef_row(row).refStatus != REF_STATUS_OFF) return;
     const u32 pllState = KvdLoz6TuReg_pllState();
     if (pllState <= PLL_Unlocked) {              // nothing to hold over
         KvdLoz6TuReg_endPll();
@@ -435,8 +426,7 @@ void KvdLoz6GpsOsl_printInfo()
     using node::shellPrintf;
     const GpsNorvane& said = KvdLoz6TuGps_norvane();
     shellPrintf("\n***** GPS out sync link *****\n");
-    shellPrintf("   gpsState              : %s (%u)\n", KvdLoz6TuGps_gpsStateText(s->gpsState),
-                s->gpsState);
+    shellPrintf("   gpsState              : %s (%u)\n", KvdLoz6TuGps_gpsStateText(s->gpsState), s->gpsState);
     shellPrintf("   supervised, 1PPS      : %u, %u\n", s->supervision, s->present1pps);
     shellPrintf("   gpsOslStatus, alarm   : %u, %u\n", s->gpsOslStatus, s->alarmActive);
     shellPrintf("   remoteRadioClockState : %u\n", s->remoteState);

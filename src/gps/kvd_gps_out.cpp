@@ -158,8 +158,7 @@ void followMaster(bool selectionChanged)
         }
     }
     if (!hasValidLoop()) return changeState(EV_LOST);
-    const bool isAlignedAndGood =
-        s->pp1sAligned != 0 && classTest(s->master.regState, s->master.rcState);
+    const bool isAlignedAndGood = s->pp1sAligned != 0 && classTest(s->master.regState, s->master.rcState);
     if (s->gpsOutState <= OUT_FREQ_LOCKED) {
         if (s->master.regState == TRUETIME)          onTimeWithOffset();
         else if (isAlignedAndGood)                   changeState(EV_FREQUENCY);
@@ -210,13 +209,14 @@ bool gpsout::hasValidLoop() { return KvdLoz6TuReg_slavePllState() == SLAVE_PLL_L
 
 bool gpsout::isTimeUsable()
 {
-    return KvdLoz6TuReg_isMaster() ? KvdLoz6TuReg_isLocked() : classTest(s->master.regState, s->master.rcState);
+    return KvdLoz6TuReg_isMaster() ? KvdLoz6TuReg_isLocked()
+                                   : classTest(s->master.regState, s->master.rcState);
 }
 
 bool gpsout::classTest(u8 regState, u8 rcState)
 {
-    return regState == FREQLOCKED || regState == TIMELOCKED || regState == TRUETIME ||
-           rcState == KVD_TUIIF_FREQUENCY_LOCKED || rcState == KVD_TUIIF_FREQUENCY_HOLDOVER;
+    return regState == FREQLOCKED || regState == TIMELOCKED || regState == TRUETIME
+           || rcState == KVD_TUIIF_FREQUENCY_LOCKED || rcState == KVD_TUIIF_FREQUENCY_HOLDOVER;
 }
 
 const char* gpsout::stateText(u32 gpsOutState)

@@ -1,5 +1,6 @@
 // kvd_gps_out_int.h - What the sources of the GPS output share: state machine (kvd_gps_out.cpp), the pulse
-// (kvd_gps_out_pulse.cpp), what it says (kvd_gps_out_sentence.cpp), the way to the driver (kvd_gps_out_writer.cpp).
+// (kvd_gps_out_pulse.cpp), what it says (kvd_gps_out_sentence.cpp), the way to the driver
+// (kvd_gps_out_writer.cpp).
 // Owner   kvd_gps_out*.cpp. Nobody else includes it, but for the tests.
 #pragma once
 #include "base/kvd_timer.h"
@@ -39,9 +40,9 @@ struct MasterData {
 };
 
 struct Counters {
-    u32 numberOfBytesSent = 0, numberOfNmeaMsgs = 0, numberOfPNVXGPpprMsgs = 0,
-        numberOfPNVXGPGGAMsgs = 0, numberOfPNVXGPoutMsgs = 0, numberOfCmccMsgs = 0,
-        numberOfCmccTodTimeMsgs = 0, numberOfCmccTodStateMsg = 0, numberOfHwInterrupts = 0;
+    u32 numberOfBytesSent = 0, numberOfNmeaMsgs = 0, numberOfPNVXGPpprMsgs = 0, numberOfPNVXGPGGAMsgs = 0,
+        numberOfPNVXGPoutMsgs = 0, numberOfCmccMsgs = 0, numberOfCmccTodTimeMsgs = 0,
+        numberOfCmccTodStateMsg = 0, numberOfHwInterrupts = 0;
 };
 
 struct State {

@@ -36,11 +36,10 @@ bool regulatorGpsTime(double& gpsTime)
 /// The first interrupt after a lock arms, the next adjusts: the counter then has been read once.
 void alignOutput(bool isUsable)
 {
-    if (!(state().gpsTimeLocked != 0 && state().gpsOutState == OUT_TIMEOFFSET_LOCKED) &&
-        !(isUsable && state().gpsOutState == OUT_NOTHING_LOCKED)) {
-        KVD_TRACE(TRACE_TUGPS_OUT, TRACE_ERROR,
-                  "Adjust of GPS OUT is not allowed in this state %s (%u,%u)", stateText(state().gpsOutState),
-                  state().gpsTimeLocked, isUsable ? 1u : 0u);
+    if (!(state().gpsTimeLocked != 0 && state().gpsOutState == OUT_TIMEOFFSET_LOCKED)
+        && !(isUsable && state().gpsOutState == OUT_NOTHING_LOCKED)) {
+        KVD_TRACE(TRACE_TUGPS_OUT, TRACE_ERROR, "Adjust of GPS OUT is not allowed in this state %s (%u,%u)",
+                  stateText(state().gpsOutState), state().gpsTimeLocked, isUsable ? 1u : 0u);
         return;
     }
     if (state().adjustArmed == 0) {
@@ -76,8 +75,7 @@ void startSentences()
         return;
     }
     restart(state().cmccTimeTimer, CMCC_TIME_AFTER, KVD_TUGPS_OUT_CMCC_TOD_TIME_TIMEOUT, "CMCC TOD");
-    restart(state().cmccStateTimer, CMCC_STATE_AFTER, KVD_TUGPS_OUT_CMCC_TOD_STATE_TIMEOUT,
-            "CMCC TOD state");
+    restart(state().cmccStateTimer, CMCC_STATE_AFTER, KVD_TUGPS_OUT_CMCC_TOD_STATE_TIMEOUT, "CMCC TOD state");
 }
 
 void onPulse()
@@ -91,8 +89,10 @@ void onPulse()
     const bool isCounterRead = tuHwIf_readGpsOutTime(period, counterTime) == 0;
     if (!isCounterRead) KVD_TRACE(TRACE_TUGPS_OUT, TRACE_ERROR, "Unable to read register for GPS OUT");
     if (state().pp1sAligned == 0) alignOutput(isUsable);
-    if (takeTime(isCounterRead, counterTime)) startSentences();
-    else                                      KvdTimer_cancel(state().gpoutTimer);   // a second without a word
+    if (takeTime(isCounterRead, counterTime))
+        startSentences();
+    else
+        KvdTimer_cancel(state().gpoutTimer);  // a second without a word
 }
 
 /// The line is opened again in every case: it carries the references' interrupts, too.
@@ -168,8 +168,8 @@ void gpsout::restartGpgga()
 
 void gpsout::cancelSentences()
 {
-    for (KvdTimer* timer :
-         {&state().gppprTimer, &state().gpggaTimer, &state().cmccTimeTimer, &state().cmccStateTimer, &state().gpoutTimer})
+    for (KvdTimer* timer : {&state().gppprTimer, &state().gpggaTimer, &state().cmccTimeTimer,
+                            &state().cmccStateTimer, &state().gpoutTimer})
         KvdTimer_cancel(*timer);
     state().sendQueue.clear();
 }

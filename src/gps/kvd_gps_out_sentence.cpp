@@ -58,8 +58,8 @@ u8 gppprStatus(u32 gpsOutState)
 std::string gppprSentence(u32 tow, u32 week, u32 gpsOutState)
 {
     char body[80];
-    std::snprintf(body, sizeof body, "%s,GPppr,%06u,%05u,%05u,%02u,%01u,%01u", ADDRESS, tow,
-                  week & 0xFFFF, 0u, 0u, u32{gppprStatus(gpsOutState)}, 0u);
+    std::snprintf(body, sizeof body, "%s,GPppr,%06u,%05u,%05u,%02u,%01u,%01u", ADDRESS, tow, week & 0xFFFF,
+                  0u, 0u, u32{gppprStatus(gpsOutState)}, 0u);
     return framed(body, GPPPR_MAX, "GPppr");
 }
 

@@ -58,10 +58,10 @@ void printPosition(const char* name, const GpsPosition& position)
 void printReceiver()
 {
     const GpsReceiver& receiver = KvdLoz6TuGps_receiver();
-    shellPrintf("   GPS state              : %s (%u)\n",
-                KvdLoz6TuGps_gpsStateText(KvdLoz6TuGps_gpsState()), KvdLoz6TuGps_gpsState());
-    shellPrintf("   GPS receiver           : %s (%u)\n",
-                KvdLoz6TuGps_gpssTypeText(receiver.gpssType), receiver.gpssType);
+    shellPrintf("   GPS state              : %s (%u)\n", KvdLoz6TuGps_gpsStateText(KvdLoz6TuGps_gpsState()),
+                KvdLoz6TuGps_gpsState());
+    shellPrintf("   GPS receiver           : %s (%u)\n", KvdLoz6TuGps_gpssTypeText(receiver.gpssType),
+                receiver.gpssType);
     shellPrintf("   Observation mode       : %s\n", observationModeText(receiver.observationMode));
     shellPrintf("   Fixed position wanted  : %s\n", yesNo(state().fixedPosition));
     shellPrintf("   GPS week, TOW          : %u, %u s\n", receiver.gpsTimeWeek, receiver.gpsTow);
@@ -137,8 +137,7 @@ void printRecovery()
     shellPrintf("   HrvSwRestartsCounterTotal    : %u\n", u32{counters.HrvSwRestartsCounterTotal});
     shellPrintf("   Changes of the supervision status:\n");
     KvdLoz6TuGps_printRecoveryHistory();
-    shellPrintf("\n   HRV supervision state  : %s\n",
-                KvdLoz6TuGps_hrvStateText(KvdLoz6TuGps_hrvState()));
+    shellPrintf("\n   HRV supervision state  : %s\n", KvdLoz6TuGps_hrvStateText(KvdLoz6TuGps_hrvState()));
     shellPrintf("   Reset attempts counter : %u\n", u32{KvdLoz6TuGps_hrvResetAttempts()});
     shellPrintf("   Changes of the HRV supervision state:\n");
     KvdLoz6TuGps_printHrvHistory();
@@ -207,8 +206,8 @@ void printFrontEnd()
     const gps::State& s = state();
     const GpsReceiver& receiver = KvdLoz6TuGps_receiver();
     const GpsLastSentence& last = KvdLoz6TuGps_lastSentence();
-    shellPrintf("   gpssType_backup        : %s (%u)\n",
-                KvdLoz6TuGps_gpssTypeText(receiver.gpssType_backup), receiver.gpssType_backup);
+    shellPrintf("   gpssType_backup        : %s (%u)\n", KvdLoz6TuGps_gpssTypeText(receiver.gpssType_backup),
+                receiver.gpssType_backup);
     shellPrintf("   tuGpsRefType           : %s (%u)\n", KvdLoz6TuRef_refTypeText(s.tuGpsRefType),
                 u32{s.tuGpsRefType});
     shellPrintf("   supervision status     : %u\n", s.supervision);

@@ -85,8 +85,7 @@ constexpr const char* EVENTS[] = {
     "RECOVERY_EVENT_NULL",
     "RECOVERY_EVENT_SUB_INIT",
 };
-constexpr const char* STATUSES[] = {"Not Available", "OK", "Case 1", "Case 2",
-                                    "Unresolvable Outage"};
+constexpr const char* STATUSES[] = {"Not Available", "OK", "Case 1", "Case 2", "Unresolvable Outage"};
 
 template <std::size_t N>
 const char* nameOf(const char* const (&names)[N], u32 value)
@@ -150,8 +149,7 @@ void onRecoverySubSMEvent(u32 event);
 
 void enterSubState(u32 subState)
 {
-    KVD_TRACE(TRACE_TUGPS, TRACE_7,
-              "Gps Recovery SM substate change. Old substate: %s, New substate: %s",
+    KVD_TRACE(TRACE_TUGPS, TRACE_7, "Gps Recovery SM substate change. Old substate: %s, New substate: %s",
               subStateText(s->subState), subStateText(subState));
     s->subState = subState;
 }
@@ -195,8 +193,8 @@ void onGpstsInSubMachine(u32 event)
 void onRecoverySubSMEvent(u32 event)
 {
     KVD_TRACE(TRACE_TUGPS, TRACE_7,
-              "Recovery subState machine (onRecoverySubSMEvent). Event = %s. State = %s",
-              eventText(event), subStateText(s->subState));
+              "Recovery subState machine (onRecoverySubSMEvent). Event = %s. State = %s", eventText(event),
+              subStateText(s->subState));
     switch (s->subState) {
     case RECOVERY_SUBSTATE_INITIAL:
         if (event == RECOVERY_EVENT_SUB_INIT) enterSubState(RECOVERY_SUBSTATE_GPGSV_WAITING);
@@ -207,11 +205,9 @@ void onRecoverySubSMEvent(u32 event)
         startTimer(GPSTS_SUB_SM_TIMER, GPSTS_ms);
         break;
     case RECOVERY_SUBSTATE_GPSTS_WAITING:
-        if (event == RECOVERY_EVENT_GPSTS_OK || event == RECOVERY_EVENT_GPSTS_NOK)
-            onGpstsInSubMachine(event);
+        if (event == RECOVERY_EVENT_GPSTS_OK || event == RECOVERY_EVENT_GPSTS_NOK) onGpstsInSubMachine(event);
         break;
-    case RECOVERY_SUBSTATE_FINAL:
-        break;
+    case RECOVERY_SUBSTATE_FINAL: break;
     default:
         KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Illegal Recovery Sub SM state: %d",
                   static_cast<int>(s->subState));
@@ -312,8 +308,8 @@ void enter(u32 state, u32 event)
     const StateRow& from = STATES[s->state];
     const StateRow& to = STATES[state];
     if (from.onExit != nullptr) from.onExit(event);
-    KVD_TRACE(TRACE_TUGPS, TRACE_7, "Gps Recovery SM state change. Old state: %s, New state: %s",
-              from.name, to.name);
+    KVD_TRACE(TRACE_TUGPS, TRACE_7, "Gps Recovery SM state change. Old state: %s, New state: %s", from.name,
+              to.name);
     s->state = state;
     to.onEntry();
 }
@@ -333,8 +329,7 @@ constexpr Transition TRANSITIONS[] = {
     {RECOVERY_STATE_NOT_AVAILABLE, RECOVERY_EVENT_GPSTS_NOK, nullptr, RECOVERY_STATE_GPVER_WAITING},
 
     {RECOVERY_STATE_GPVER_WAITING, RECOVERY_EVENT_GPVER_OK, nullptr, RECOVERY_STATE_GPGSV_WAITING},
-    {RECOVERY_STATE_GPVER_WAITING, RECOVERY_EVENT_GPVER_TIMER_ELAPSED, nullptr,
-     RECOVERY_STATE_NOT_AVAILABLE},
+    {RECOVERY_STATE_GPVER_WAITING, RECOVERY_EVENT_GPVER_TIMER_ELAPSED, nullptr, RECOVERY_STATE_NOT_AVAILABLE},
 
     {RECOVERY_STATE_GPGSV_WAITING, RECOVERY_EVENT_GPGSV_TIMER_ELAPSED, nullptr,
      RECOVERY_STATE_NOGPGSV_OR_UNRESOLVABLE_OUTAGE},
@@ -354,15 +349,13 @@ constexpr Transition TRANSITIONS[] = {
     {RECOVERY_STATE_NOGPGSV_OR_UNRESOLVABLE_OUTAGE, RECOVERY_EVENT_GPSTS_NOK, nullptr,
      RECOVERY_STATE_GRM_RECOVERY},
 
-    {RECOVERY_STATE_GRM_RECOVERY_EXPIRED, RECOVERY_EVENT_GPSTS_OK, nullptr,
-     RECOVERY_STATE_GPVER_WAITING},
+    {RECOVERY_STATE_GRM_RECOVERY_EXPIRED, RECOVERY_EVENT_GPSTS_OK, nullptr, RECOVERY_STATE_GPVER_WAITING},
     {RECOVERY_STATE_GRM_RECOVERY_EXPIRED, RECOVERY_EVENT_GPSTS_NOK, hasRestartsLeft,
      RECOVERY_STATE_GPGSV_WAITING},
     {RECOVERY_STATE_GRM_RECOVERY_EXPIRED, RECOVERY_EVENT_GPSTS_NOK, nullptr,
      RECOVERY_STATE_GRM_RECOVERY_CYCLE_HYSTERESIS},
 
-    {RECOVERY_STATE_HRV_SW_RESET, RECOVERY_EVENT_HRVSW_TIMER_ELAPSED, nullptr,
-     RECOVERY_STATE_GPVER_WAITING},
+    {RECOVERY_STATE_HRV_SW_RESET, RECOVERY_EVENT_HRVSW_TIMER_ELAPSED, nullptr, RECOVERY_STATE_GPVER_WAITING},
 };
 
 /// The signal of both timers for GPsts. The sub machine's counts as running until the state is left, which
@@ -398,8 +391,7 @@ void KvdLoz6TuGps_onRecoverySMEvent(u32 event)
               eventText(event), KvdLoz6TuGps_recoveryStateText(s->state));
     onRecoverySubSMEvent(event);
     if (s->state >= std::size(STATES)) {
-        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Illegal recovery SM state: %d",
-                  static_cast<int>(s->state));
+        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Illegal recovery SM state: %d", static_cast<int>(s->state));
         return;
     }
     if (event == RECOVERY_EVENT_GPSTS_TIMER_ELAPSED) enter(RECOVERY_STATE_NOT_AVAILABLE, event);
@@ -413,18 +405,14 @@ void KvdLoz6TuGps_onRecoverySMEvent(u32 event)
 void KvdLoz6TuGps_recoverySentence(u8 kind)
 {
     switch (kind) {
-    case GPS_KIND_GPSTS:
-        onGpsts();
-        break;
+    case GPS_KIND_GPSTS: onGpsts(); break;
     case GPS_KIND_GPVER:
         if (KvdLoz6TuGps_isGps02()) KvdLoz6TuGps_onRecoverySMEvent(RECOVERY_EVENT_GPVER_OK);
         break;
     case GPS_KIND_GPGSV:
-        if (KvdLoz6TuGps_gpgsvFillIndex() == 0)
-            KvdLoz6TuGps_onRecoverySMEvent(RECOVERY_EVENT_GPGSV_RECEIVED);
+        if (KvdLoz6TuGps_gpgsvFillIndex() == 0) KvdLoz6TuGps_onRecoverySMEvent(RECOVERY_EVENT_GPGSV_RECEIVED);
         break;
-    default:
-        break;
+    default: break;
     }
 }
 

@@ -34,8 +34,7 @@ u32  gpssType() { return KvdLoz6TuGps_receiver().gpssType; }
 bool selfTestFails()
 {
     const GpsSelfTestRecord& record = KvdLoz6TuGps_selfTestRecord();
-    return gpssType() == GPSS_FURUNO_GPS02 && (record.code & SELF_TEST_FAULTS) != 0 &&
-           record.gppprCount != 0;
+    return gpssType() == GPSS_FURUNO_GPS02 && (record.code & SELF_TEST_FAULTS) != 0 && record.gppprCount != 0;
 }
 
 void startSelfTestTimer()
@@ -63,25 +62,17 @@ void reportSelfTestFault()
 
 void reportGood()
 {
-    const bool tested = gpssType() == GPSS_FURUNO_GPS02 &&
-                        KvdLoz6TuGps_selfTestRecord().gppprCount != 0;
+    const bool tested = gpssType() == GPSS_FURUNO_GPS02 && KvdLoz6TuGps_selfTestRecord().gppprCount != 0;
     state().alarmActive = 0;
-    KvdLoz6TuIifAdm_sendGpsStatus(GPS_STATUS_OK,
-                                  tested ? "GPSS self-test result: OK" : "OK");
+    KvdLoz6TuIifAdm_sendGpsStatus(GPS_STATUS_OK, tested ? "GPSS self-test result: OK" : "OK");
 }
 
 void reportFaultOfState()
 {
     switch (KvdLoz6TuGps_gpsState()) {
-    case GPS_WAIT_FOR_ANY_MSG:
-        sendAlarm("No messages received from the GPS antenna");
-        break;
-    case GPS_WAIT_FOR_VALID_MSG:
-        sendAlarm("Unexpected messages received from the GPS antenna");
-        break;
-    case GPS_WAIT_FOR_OPERATIONAL:
-        sendAlarm("No usable time received from the GPS antenna");
-        break;
+    case GPS_WAIT_FOR_ANY_MSG: sendAlarm("No messages received from the GPS antenna"); break;
+    case GPS_WAIT_FOR_VALID_MSG: sendAlarm("Unexpected messages received from the GPS antenna"); break;
+    case GPS_WAIT_FOR_OPERATIONAL: sendAlarm("No usable time received from the GPS antenna"); break;
     default:
         KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "Unhandled combination(gps%d,ref%u)",
                   static_cast<int>(KvdLoz6TuGps_gpsState()), u32{state().tuGpsRefType});
@@ -90,10 +81,7 @@ void reportFaultOfState()
     }
 }
 
-bool isGood()
-{
-    return isTestMode() || state().tuGpsRefType == TU_REF || KvdLoz6TuGps_isOperational();
-}
+bool isGood() { return isTestMode() || state().tuGpsRefType == TU_REF || KvdLoz6TuGps_isOperational(); }
 
 /// Starts the delay of a change of an alarm's text, or starts it over.
 void delayAdditionalInfo()
@@ -107,15 +95,13 @@ u32 clockQuality()
 {
     switch (gpssType()) {
     case GPSS_NORVANE_COMBINED:
-    case GPSS_NORVANE:
-        return KvdLoz6TuGps_norvane().gpssStatus > 1 ? 1 : 0;
+    case GPSS_NORVANE: return KvdLoz6TuGps_norvane().gpssStatus > 1 ? 1 : 0;
     case GPSS_FURUNO:
     case GPSS_FURUNO_GPS02: {
         const u32 timeStandard = KvdLoz6TuGps_timeStandard();
         return timeStandard == 2 || timeStandard == 3 ? 0 : 1;
     }
-    default:
-        return 1;
+    default: return 1;
     }
 }
 
@@ -142,8 +128,7 @@ void gps::report()
     if (state().present1pps == 0) {
         state().selfTestAlarmShown = 0;
         sendAlarm("Loss of signal");
-    } else if (!isTestMode() && state().tuGpsRefType == GPS_REF && !isSuppressed() &&
-               selfTestFails()) {
+    } else if (!isTestMode() && state().tuGpsRefType == GPS_REF && !isSuppressed() && selfTestFails()) {
         reportSelfTestFault();
     } else if (isGood()) {
         state().selfTestAlarmShown = 0;

@@ -67,8 +67,7 @@ u32 nextResetSentence(char* out)
 {
     SendState& state = sendState();
     if (state.pnvxCnt > LAST_FILLER) {
-        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Invalid pnvxCnt = %d",
-                  static_cast<int>(state.pnvxCnt));
+        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Invalid pnvxCnt = %d", static_cast<int>(state.pnvxCnt));
         return 0;
     }
     switch (state.resetStep) {
@@ -88,9 +87,7 @@ u32 nextResetSentence(char* out)
         ++state.counters.numberOfPNVXGPdbgG;
         endReset();
         return sentence(out, "$PNVX,GPdbg,g*01\r\n");
-    default:
-        KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "Gps02ResetColi done.");
-        return 0;
+    default: KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "Gps02ResetColi done."); return 0;
     }
 }
 

@@ -51,8 +51,7 @@ void sortBySnr(SatelliteTable& table)
     for (auto next = table.begin() + 1; next != table.end(); ++next) {
         const GpsSatellite sat = *next;
         auto place = next;
-        for (; place != table.begin() && isStronger(sat, *(place - 1)); --place)
-            *place = *(place - 1);
+        for (; place != table.begin() && isStronger(sat, *(place - 1)); --place) *place = *(place - 1);
         *place = sat;
     }
 }
@@ -65,8 +64,7 @@ void merge()
     std::merge(state.gps.current.begin(), state.gps.current.end(), state.glonass.current.begin(),
                state.glonass.current.end(), state.merged.begin(), isStronger);
     std::copy_n(state.merged.begin(), GPS_BEST_SATELLITES, state.best.begin());
-    const auto ensure = [&state](bool (*ofSystem)(const GpsSatellite&),
-                                 const GpsSatellite& strongest) {
+    const auto ensure = [&state](bool (*ofSystem)(const GpsSatellite&), const GpsSatellite& strongest) {
         if (strongest.SVno != 0 && std::none_of(state.best.begin(), state.best.end(), ofSystem))
             state.best.back() = strongest;
     };
@@ -133,8 +131,8 @@ int parseGSV(const char* sentenceText, SatelliteSystem& system, const SystemText
     const u8 inView = static_cast<u8>(gps::toNumber(field.value));
     if (messages < 1 || messages > MESSAGES_MAX) {
         system.fillIndex = 0;
-        KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "%s Total number of messages out of range: %d",
-                  text.name, static_cast<i32>(messages));
+        KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "%s Total number of messages out of range: %d", text.name,
+                  static_cast<i32>(messages));
         return 0;
     }
     if (message > messages) {
@@ -205,10 +203,7 @@ const std::array<GpsSatellite, GPS_MERGED_SATELLITES>& KvdLoz6TuGps_mergedSatell
 {
     return nmea().merged;
 }
-const std::array<GpsSatellite, GPS_BEST_SATELLITES>& KvdLoz6TuGps_bestSatellites()
-{
-    return nmea().best;
-}
+const std::array<GpsSatellite, GPS_BEST_SATELLITES>& KvdLoz6TuGps_bestSatellites() { return nmea().best; }
 u8 KvdLoz6TuGps_gpsInView() { return nmea().gps.inView; }
 u8 KvdLoz6TuGps_glonassInView() { return nmea().glonass.inView; }
 u8 KvdLoz6TuGps_noOfSatellitesInView() { return nmea().noOfSatellitesInView; }

@@ -8,8 +8,8 @@
 struct GpsSendCounters {
     u32 numberOfBytesQueued = 0, numberOfBytesSent = 0;
     u32 numberOfPTNLQVRS = 0, numberOfPTNLQVRH = 0, numberOfPTNLQBA = 0, numberOfPNVXGPrst = 0,
-        numberOfPTNLSRT = 0, numberOfPNVXGPdbgG = 0, numberOfPNVXGPdbgRI = 0,
-        numberOfPNVXGPdbgRO = 0, numberOfPNVXGPdbgRS = 0;
+        numberOfPTNLSRT = 0, numberOfPNVXGPdbgG = 0, numberOfPNVXGPdbgRI = 0, numberOfPNVXGPdbgRO = 0,
+        numberOfPNVXGPdbgRS = 0;
 };
 const GpsSendCounters& KvdLoz6TuGps_sendCounters();
 void KvdLoz6TuGps_clearSendCounters();

@@ -61,8 +61,8 @@ constexpr SerialPortDescriptor portOf()
 {
     return serialPort(SETTINGS, onError<LINE>, onData<LINE>, LINES[LINE].process);
 }
-constexpr SerialPortDescriptor PORTS[GPS_LINES] = {
-    portOf<GPS_LINE_RECEIVER>(), portOf<GPS_LINE_SYNC_LINK>(), portOf<GPS_LINE_OUTPUT>()};
+constexpr SerialPortDescriptor PORTS[GPS_LINES] = {portOf<GPS_LINE_RECEIVER>(), portOf<GPS_LINE_SYNC_LINK>(),
+                                                   portOf<GPS_LINE_OUTPUT>()};
 
 void postSentence(const LineState& state, SIGSELECT sigNo)
 {

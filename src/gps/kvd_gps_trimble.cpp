@@ -69,10 +69,8 @@ int parseIdentity(RvrFields& field)
     join(read.manufactureDate, field.value);
 
     s->module = read;
-    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "PTNLRVR H sentence parsed hardware ID: %s",
-              read.hardwareId);
-    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "PTNLRVR H sentence parsed serial number: %s",
-              read.serialNumber);
+    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "PTNLRVR H sentence parsed hardware ID: %s", read.hardwareId);
+    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "PTNLRVR H sentence parsed serial number: %s", read.serialNumber);
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "PTNLRVR H sentence parsed manufacturing date: %s",
               read.manufactureDate);
     return 1;
@@ -92,8 +90,7 @@ int parseFirmware(RvrFields& field)
     if (!field.nextExactly("Manf date Day", 2)) return 0;
     if (!field.nextExactly("Manf date Year", 4)) return 0;
 
-    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "PTNLRVR S sentence parsed firmware version: %s",
-              version);
+    KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "PTNLRVR S sentence parsed firmware version: %s", version);
     std::memcpy(s->module.firmwareVersion, version, MODULE_TEXT);
     tellWaiter(KVD_TUGPS_CHIP_MSG_PARSED_IND);
     return 1;
@@ -138,9 +135,8 @@ int KvdLoz6TuGps_parsePTNLRBA(const char* text)
     const u32 status = gps::toNumber(field.value);
     if (!field.next("Antenna FEEDLINE Message", 1)) return 0;
     const u32 feedline = gps::toNumber(field.value);
-    KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED,
-              "%s: Antenna status value is %u, and Antenna feedline value is %u", RBA, status,
-              feedline);
+    KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "%s: Antenna status value is %u, and Antenna feedline value is %u",
+              RBA, status, feedline);
     const bool isKnown = field.is('0') || field.is('1') || field.is('2');
     s->antennaFeedline = isKnown ? feedline : u32{FEEDLINE_UNKNOWN};
     tellWaiter(KVD_TUGPS_STATUS_MSG_PARSED);
@@ -155,15 +151,9 @@ int KvdLoz6TuGps_parsePTNLRVR(const char* text)
     RvrFields field(sentence, "KvdLoz6TuGps_parsePTNLRVR: ");
     if (!field.next() || !field.nextExactly("Type", 1)) return 0;
     switch (field.value[0]) {
-    case 'H':
-        ++s->counters.numberOfPTNLRVRH;
-        return parseIdentity(field);
-    case 'S':
-        ++s->counters.numberOfPTNLRVRS;
-        return parseFirmware(field);
-    default:
-        KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "%s: Wrong PTNLRVR subfield!", RVR);
-        return 0;
+    case 'H': ++s->counters.numberOfPTNLRVRH; return parseIdentity(field);
+    case 'S': ++s->counters.numberOfPTNLRVRS; return parseFirmware(field);
+    default: KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "%s: Wrong PTNLRVR subfield!", RVR); return 0;
     }
 }
 
@@ -188,8 +178,8 @@ GpsModule KvdLoz6TuGps_queryChipset()
     static constexpr SIGSELECT ANSWER[] = {1, KVD_TUGPS_CHIP_MSG_PARSED_IND};
     s->module = {};
     const u32 gpssType = KvdLoz6TuGps_gpssType();
-    if (gpssType == GPSS_NORVANE || KvdLoz6TuGps_tuGpsRefType() != GPS_REF ||
-        !KvdLoz6TuGps_historyAboveUnInit())
+    if (gpssType == GPSS_NORVANE || KvdLoz6TuGps_tuGpsRefType() != GPS_REF
+        || !KvdLoz6TuGps_historyAboveUnInit())
         return s->module;
     if (gpssType == GPSS_FURUNO) {
         KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "No Chipset info for GPS01 module.\n");
@@ -214,8 +204,7 @@ const char* KvdLoz6TuGps_queryAntenna()
     if (awaitAnswer(ANSWER)) {
         KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "Received information about Antenna status from GPS\n");
     } else {
-        KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT,
-                  "Didn't receive information about Antenna status from GPS\n");
+        KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Didn't receive information about Antenna status from GPS\n");
         s->antennaFeedline = FEEDLINE_UNKNOWN;
     }
     return KvdLoz6TuGps_feedlineText(s->antennaFeedline);

@@ -11,7 +11,12 @@ struct GpsModule {
     char manufactureDate[MODULE_TEXT] = "Unknown";    // month.day.year
     char firmwareVersion[MODULE_TEXT] = "Unknown";    // major.minor.build
 };
-enum GpsAntennaFeedline : u32 { FEEDLINE_NORMAL = 0, FEEDLINE_OPEN = 1, FEEDLINE_SHORT = 2, FEEDLINE_UNKNOWN = 3 };
+enum GpsAntennaFeedline : u32 {
+    FEEDLINE_NORMAL = 0,
+    FEEDLINE_OPEN = 1,
+    FEEDLINE_SHORT = 2,
+    FEEDLINE_UNKNOWN = 3
+};
 
 struct GpsTrimbleCounters { u32 numberOfPTNLRBA = 0, numberOfPTNLRVRH = 0, numberOfPTNLRVRS = 0; };
 

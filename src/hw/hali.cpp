@@ -142,8 +142,7 @@ int HALI_readOcxoSerial(char serial[18], u8& version, u8& manufacturer)
 
 int HALI_enableTuOut(int enable, int frequency)
 {
-    KVD_TRACE(TRACE_HALI, TRACE_INFO, "EnableTuOut enable=%d, freq =%d (Not tested)", enable,
-              frequency);
+    KVD_TRACE(TRACE_HALI, TRACE_INFO, "EnableTuOut enable=%d, freq =%d (Not tested)", enable, frequency);
     tuHwIf_enableGpsOut(enable > 0 ? 1 : 0);
     return 0;
 }
@@ -190,10 +189,8 @@ int HALI_closeSerialPort(u32 killProcess)
 
 int HALI_writeSerialPort(const u8* bytes, u32 count)
 {
-    const int result =
-        s->open ? node::platform().serialWrite(s->device, bytes, count) : SERIAL_NO_DEVICE;
-    if (result != 0)
-        KVD_TRACE(TRACE_HALI, TRACE_ERROR, "Failed writing to serialport (result=%d)", result);
+    const int result = s->open ? node::platform().serialWrite(s->device, bytes, count) : SERIAL_NO_DEVICE;
+    if (result != 0) KVD_TRACE(TRACE_HALI, TRACE_ERROR, "Failed writing to serialport (result=%d)", result);
     return result;
 }
 

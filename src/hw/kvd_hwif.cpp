@@ -112,8 +112,7 @@ u64 tuHwIf_lookupRegister(u32 id)
     constexpr u64 FAILURE = u64{1} << 32;
     const u32 board = getBoardType();
     if (id >= REGISTER_COUNT || board == BOARD_UNKNOWN) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to look up register=0x%08x, boardType=%u", id,
-                  board);
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to look up register=0x%08x, boardType=%u", id, board);
         return FAILURE;
     }
     const u32 address = registerTable()[board][id];
@@ -170,8 +169,7 @@ u32 getBoardType()
     if (!s->boardTypeRead) {
         s->boardType = readBoardType();
         s->boardTypeRead = true;
-        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Board type set to: %d",
-                  static_cast<int>(s->boardType));
+        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Board type set to: %d", static_cast<int>(s->boardType));
     }
     return s->boardType;
 }
@@ -205,8 +203,7 @@ int tuHwIf_initBaseAddresses()
         s->basesKnown = true;
         return 0;
     }
-    default:
-        return 1;
+    default: return 1;
     }
 }
 

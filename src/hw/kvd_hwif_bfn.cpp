@@ -29,8 +29,7 @@ ose::ModuleData<State> s;
 bool isLocalGood(const Sfc& local)
 {
     switch (checkSfc(local)) {
-    case SfcFault::None:
-        return true;
+    case SfcFault::None: return true;
     case SfcFault::Sfc:
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "local SFC value out of range 0x%x", local.sfn);
         return false;
@@ -61,18 +60,15 @@ struct RawBfnIn { u32 counters, word1, word2, flags; };
 /// The flags come last: they tell whether the words before them belong together.
 bool readRawBfnIn(RawBfnIn& raw)
 {
-    return readRegister(REG_BFN_IN_COUNTERS, raw.counters)
-           && readRegister(REG_BFN_IN_WORD1, raw.word1) && readRegister(REG_BFN_IN_WORD2, raw.word2)
-           && readRegister(REG_BFN_IN_FLAGS, raw.flags);
+    return readRegister(REG_BFN_IN_COUNTERS, raw.counters) && readRegister(REG_BFN_IN_WORD1, raw.word1)
+           && readRegister(REG_BFN_IN_WORD2, raw.word2) && readRegister(REG_BFN_IN_FLAGS, raw.flags);
 }
 
 void traceNoise(BfnNoise change)
 {
-    if (change == BfnNoise::Ceased)
-        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "BfnIn noise protection ceased");
+    if (change == BfnNoise::Ceased) KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "BfnIn noise protection ceased");
     if (change == BfnNoise::Began)
-        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,
-                  "BfnIn noise detected, ignoring BfnIn for the next %d seconds.",
+        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "BfnIn noise detected, ignoring BfnIn for the next %d seconds.",
                   static_cast<int>(NOISE_TIME_s));
 }
 
@@ -198,10 +194,10 @@ int tuHwIf_writeBfnOut(u32 word1, u32 word2)
     return writeRegister(REG_BFN_OUT_WORD2, word2) ? 0 : 1;
 }
 
-int tuHwIf_writeBfnOutPacked(u32 inc_diff, u32 e_sfc, u32 rc_state, u32 jump,
-                             u32 coldRestartFlag_tmp, u32 ms_flag)
+int tuHwIf_writeBfnOutPacked(u32 inc_diff, u32 e_sfc, u32 rc_state, u32 jump, u32 coldRestartFlag_tmp,
+                             u32 ms_flag)
 {
-    const BfnOutWords words =
-        packBfnExtended({inc_diff, e_sfc, rc_state, coldRestartFlag_tmp, jump, ms_flag});
+    const BfnOutWords words = packBfnExtended(
+        {inc_diff, e_sfc, rc_state, coldRestartFlag_tmp, jump, ms_flag});
     return tuHwIf_writeBfnOut(words.word1, words.word2);
 }

@@ -59,9 +59,8 @@ GpsOutData loadGpsOutData()
     u8 bytes[MEM_GPS_OUT_SIZE];
     if (KvdLoz6TuMem_read(MEM_GPS_OUT, bytes, sizeof bytes) != 0) {
         const GpsOutData data{node::be32(bytes), node::be32(bytes + 4), 0};
-        KVD_TRACE(TRACE_TUHWIF, TRACE_3,
-                  "gpsOutData_r read from persistent memory mfnOffset=%u, mfn=%u", data.mfnOffset,
-                  data.mfn);
+        KVD_TRACE(TRACE_TUHWIF, TRACE_3, "gpsOutData_r read from persistent memory mfnOffset=%u, mfn=%u",
+                  data.mfnOffset, data.mfn);
         return data;
     }
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Could not read gpsOutData_r from persistent memory");
@@ -95,8 +94,7 @@ GpsOutReading extendGpsOutTime(const Sfc& counter, const GpsOutSources& sources,
         }
     } else {
         const u32 N = periodsOf(sources.outTime);
-        const bool lost =
-            N == 0 && data.mfnOffset != 0 && sources.outValid == 1 && position > SETTLE_s;
+        const bool lost = N == 0 && data.mfnOffset != 0 && sources.outValid == 1 && position > SETTLE_s;
         if (lost || N > data.mfnOffset) {
             data.mfnOffset = N;
             reading.adjusted = true;
@@ -168,8 +166,8 @@ void tuHwIf_printGpsOutTime(i32 delayEighths)
     }
     const GpsOutStep step = gpsOutStep(c, delayEighths);
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,
-              "GPS_OUT, mfc=%u, sfc=%u, inc=%u, t_f_out=%f, t_f_diff=%f, adjust temp", c.mfn, c.sfn,
-              c.inc, step.t_f_out, step.t_f_diff);
+              "GPS_OUT, mfc=%u, sfc=%u, inc=%u, t_f_out=%f, t_f_diff=%f, adjust temp", c.mfn, c.sfn, c.inc,
+              step.t_f_out, step.t_f_diff);
 }
 
 int tuHwIf_adjustGpsOutOffset(u32 frames, u32 inc)

@@ -64,8 +64,7 @@ int changeEnable(u32 mask, bool on)
 {
     const u32 board = getBoardType();
     u32 address = 0;
-    if (on && board == BVQ3 && (mask & TU_BFN_IN_INT) != 0
-        && !findRegister(REG_BFN_IN_FLAGS, address))
+    if (on && board == BVQ3 && (mask & TU_BFN_IN_INT) != 0 && !findRegister(REG_BFN_IN_FLAGS, address))
         return 1;
     const u32 bits = interruptsToBoard(board, mask);
     return updateRegister(REG_INT_ENABLE, on ? 0 : bits, on ? bits : 0) ? 0 : 1;
@@ -106,8 +105,7 @@ void tuHwIf_enableExtInt()
         return;
     }
     const int result = node::platform().adiEnableExtInt(s->vector);
-    if (result != 0)
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Received %d from TarsoAdi_enableExtInt", result);
+    if (result != 0) KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Received %d from TarsoAdi_enableExtInt", result);
 }
 
 void tuHwIf_disableExtInt()
@@ -118,8 +116,7 @@ void tuHwIf_disableExtInt()
         return;
     }
     const int result = node::platform().adiDisableExtInt(s->vector);
-    if (result != 0)
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Received %d from TarsoAdi_disableExtInt", result);
+    if (result != 0) KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Received %d from TarsoAdi_disableExtInt", result);
 }
 
 u32 tuHwIf_readPendingIsr()

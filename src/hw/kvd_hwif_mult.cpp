@@ -58,9 +58,8 @@ int compareReadData(u32 data)
     const std::span<const u32> words = multiplicatorWords(ext);
     const u32 identity = node::mmioRead(data) >> 24;
     if (identity != IC_IDENTITY) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR,
-                  "IDT MULT data read from fpga differs, expected %x read %x ", IC_IDENTITY,
-                  identity);
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "IDT MULT data read from fpga differs, expected %x read %x ",
+                  IC_IDENTITY, identity);
         return 1;
     }
     for (u32 index = FIRST_READ_INDEX; index < words.size(); ++index) {
@@ -97,8 +96,7 @@ bool isFeedbackThere(u32 attempt)
                   attempt, count, low, high);
     else
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR,
-                  "Error (%u): SYNTH C: Feedback is missing on 30,72 MHz. A1_REF=%u.", attempt,
-                  count);
+                  "Error (%u): SYNTH C: Feedback is missing on 30,72 MHz. A1_REF=%u.", attempt, count);
     return false;
 }
 
@@ -152,8 +150,7 @@ int readAndCheckMultiplicator()
     node::mmioWrite(control, 1);
     ose::delay(READ_SETTLE_ms);
     if (!waitForReadData(control)) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR,
-                  "Unable to read IDT MULT data (data valid never set).");
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to read IDT MULT data (data valid never set).");
         return 1;
     }
     const u32 crc = node::mmioRead(status);

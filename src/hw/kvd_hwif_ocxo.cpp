@@ -59,12 +59,9 @@ constexpr double FIXED_MAX_V = coefficient(3, 0x19999999);
 
 struct CoefficientRow { u32 index; u32 high; u32 low; };
 constexpr CoefficientRow COEFFICIENTS[] = {
-    {0, REG_NOM_FREQ_HIGH, REG_NOM_FREQ_LOW},
-    {1, REG_COEF_A0_HIGH, REG_COEF_A0_LOW},
-    {2, REG_COEF_A1_HIGH, REG_COEF_A1_LOW},
-    {3, REG_COEF_A2_HIGH, REG_COEF_A2_LOW},
-    {4, REG_COEF_A3_HIGH, REG_COEF_A3_LOW},
-    {7, REG_MIN_TEMP_HIGH, REG_MIN_TEMP_LOW},
+    {0, REG_NOM_FREQ_HIGH, REG_NOM_FREQ_LOW}, {1, REG_COEF_A0_HIGH, REG_COEF_A0_LOW},
+    {2, REG_COEF_A1_HIGH, REG_COEF_A1_LOW},   {3, REG_COEF_A2_HIGH, REG_COEF_A2_LOW},
+    {4, REG_COEF_A3_HIGH, REG_COEF_A3_LOW},   {7, REG_MIN_TEMP_HIGH, REG_MIN_TEMP_LOW},
     {8, REG_MAX_TEMP_HIGH, REG_MAX_TEMP_LOW},
 };
 constexpr u32 INDEX_MIN_TEMP = 7;
@@ -202,8 +199,7 @@ int tuHwIf_validateOcxoEeprom()
 {
     u8 block[SUMMED_BYTES];
     u32 provided = 0;
-    if (!readBytes(REG_EEPROM_BASE, SUMMED_BYTES, block)
-        || !readRegister(REG_EEPROM_CHECKSUM, provided))
+    if (!readBytes(REG_EEPROM_BASE, SUMMED_BYTES, block) || !readRegister(REG_EEPROM_CHECKSUM, provided))
         return 1;
     provided &= 0xFFFF;
     u32 calculated = 0;
@@ -214,8 +210,7 @@ int tuHwIf_validateOcxoEeprom()
     }
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "EEPROM checksum: provided=%Xh, calculated=%Xh", provided,
               calculated);
-    if (allZero)
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Invalid OCXO EEPROM data. All values are zero");
+    if (allZero) KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Invalid OCXO EEPROM data. All values are zero");
     return calculated == provided && !allZero ? 0 : 1;
 }
 
@@ -284,8 +279,7 @@ int tuHwIf_readOcxoCalibDate(std::tm& date)
     u16 month = 0;
     u16 day = 0;
     if (std::sscanf(text, "%4hu-%2hu-%2hu", &year, &month, &day) != 3) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR,
-                  "Incorrect number of values read for calibration date.");
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Incorrect number of values read for calibration date.");
         return 1;
     }
     if (year < 1900 || month < 1 || month > 12 || day < 1 || day > 31) {

@@ -52,8 +52,7 @@ bool readsBack(Matches matches, Failed failed)
 
 bool writeDeltaSigma(u32 idHigh, u32 idLow, i64 value)
 {
-    return writeRegister(idHigh, deltaSigmaHigh(value))
-           && writeRegister(idLow, deltaSigmaLow(value));
+    return writeRegister(idHigh, deltaSigmaHigh(value)) && writeRegister(idLow, deltaSigmaLow(value));
 }
 
 std::array<char, 24> decimal(i64 value)
@@ -77,10 +76,7 @@ i64 readDeltaSigma(u32 idHigh, u32 idLow)
 
 namespace hwif {
 
-NominalValues nominalValues()
-{
-    return nominalValues(getBoardType(), s->isRev3, s->extPhaseDetector);
-}
+NominalValues nominalValues() { return nominalValues(getBoardType(), s->isRev3, s->extPhaseDetector); }
 
 FrequencyWords frequencyWords(const NominalValues& nominal, double relative, double wander)
 {
@@ -108,8 +104,7 @@ double frequencyLimit(u8 isMaster, u8 selectedRef, u32 idlMode)
 double currentFrequency(const NominalValues& nominal, u32 divisor, i64 K, i64 M)
 {
     if (M == 0) return 0.0;
-    const double U_nom =
-        nominal.nomDiv + static_cast<double>(nominal.K) / static_cast<double>(nominal.M);
+    const double U_nom = nominal.nomDiv + static_cast<double>(nominal.K) / static_cast<double>(nominal.M);
     return (divisor + 1.0 + static_cast<double>(K) / static_cast<double>(M)) / U_nom - 1;
 }
 
@@ -183,8 +178,7 @@ void tuHwIf_writeDeltaSigmaM(i64 M)
         KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "writeDeltaSigmaM failed %d times", attempt);
     };
     if (!readsBack([&] { return tuHwIf_readDeltaSigmaM() == M; }, failed))
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "writeDeltaSigmaM failed for value :%s",
-                  decimal(M).data());
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "writeDeltaSigmaM failed for value :%s", decimal(M).data());
 }
 
 void tuHwIf_writeDeltaSigmaK(i64 K)
@@ -194,8 +188,7 @@ void tuHwIf_writeDeltaSigmaK(i64 K)
         KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "writeDeltaSigmaK failed %d times", attempt);
     };
     if (!readsBack([&] { return tuHwIf_readDeltaSigmaK() == K; }, failed))
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "writeDeltaSigmaK failed for value :%s",
-                  decimal(K).data());
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "writeDeltaSigmaK failed for value :%s", decimal(K).data());
 }
 
 void hwif::tuHwIf_writeSynthcDivider(u32 divider)

@@ -16,8 +16,8 @@ void printBoard()
     const u32 revision = revisionAtStart();
     shellPrintf("\n***** tuhwif related data *****\n");
     shellPrintf("board type                  : %u\n", getBoardType());
-    shellPrintf("FPGA base addresses         : A=0x%08x B=0x%08x C=0x%08x D=0x%08x\n", bases.A,
-                bases.B, bases.C, bases.D);
+    shellPrintf("FPGA base addresses         : A=0x%08x B=0x%08x C=0x%08x D=0x%08x\n", bases.A, bases.B,
+                bases.C, bases.D);
     shellPrintf("FPGA revision               : 0x%08x, %s\n", revision,
                 tuHwIf_isRev3() != 0 ? "Is P3" : " Not P3");
     shellPrintf("external phase detector     : %u\n", extPhaseDetector());
@@ -37,10 +37,9 @@ void printDivider()
     shellPrintf("wander active, index, offset: %u, %u, %-16.17g\n", wander.active, wander.index,
                 tuHwIf_wanderOffset());
     const u32 synth = tuHwIf_readSynthStatus();
-    shellPrintf(
-        "synthesiser status          : 0x%x (synth C %s, synth B %s, 30,72 MHz feedback %s)\n",
-        synth, (synth & 0x1) != 0 ? "locked" : "not locked",
-        (synth & 0x4) != 0 ? "locked" : "not locked", (synth & 0x8) != 0 ? "present" : "missing");
+    shellPrintf("synthesiser status          : 0x%x (synth C %s, synth B %s, 30,72 MHz feedback %s)\n", synth,
+                (synth & 0x1) != 0 ? "locked" : "not locked", (synth & 0x4) != 0 ? "locked" : "not locked",
+                (synth & 0x8) != 0 ? "present" : "missing");
 }
 
 void printReferences()
@@ -53,14 +52,12 @@ void printReferences()
                 (select & SELECT_GPS_OUT) != 0 ? "on" : "off");
     shellPrintf("toggle status, register     : 0x%x, 0x%08x\n", tuHwIf_readToggleStatus(),
                 tuHwIf_readToggleStatusReg());
-    shellPrintf("interrupts enabled          : 0x%x\n",
-                interruptsFromBoard(getBoardType(), enable));
+    shellPrintf("interrupts enabled          : 0x%x\n", interruptsFromBoard(getBoardType(), enable));
     u16 mfn = 0;
     u16 sfn = 0;
     u32 inc = 0;
     const int result = tuHwIf_readSfc(mfn, sfn, inc);
-    shellPrintf("frame counter               : mfn=%u sfn=%u inc=%u (result %d)\n", mfn, sfn, inc,
-                result);
+    shellPrintf("frame counter               : mfn=%u sfn=%u inc=%u (result %d)\n", mfn, sfn, inc, result);
 }
 
 void printOscillator()
@@ -84,8 +81,7 @@ void printOscillator()
     double volts = 0;
     const int tempResult = tuHwIf_readOcxoTemp(volts);
     shellPrintf("OCXO temperature            : %-16.17g V (result %d)\n", volts, tempResult);
-    shellPrintf("calibrated, warning days    : %d, %u\n", tuHwIf_isCalibrated(),
-                tuHwIf_calibrationLimit());
+    shellPrintf("calibrated, warning days    : %d, %u\n", tuHwIf_isCalibrated(), tuHwIf_calibrationLimit());
 }
 
 }  // namespace

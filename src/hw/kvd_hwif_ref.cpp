@@ -47,8 +47,8 @@ int tuHwIf_selectSynchRef(u32 selector)
     const u32 board = getBoardType();
     const u32 field = selectField(board, selector);
     if (field == SELECT_NONE) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR,
-                  "Unknown sync ref to select (only one at atime val = 0x%x)", selector);
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unknown sync ref to select (only one at atime val = 0x%x)",
+                  selector);
         return 1;
     }
     u32 address = 0;
@@ -114,8 +114,7 @@ u32 tuHwIf_isGpsOutEnabled()
 void tuHwIf_setFsync(u32 on)
 {
     if (getBoardType() == BVQ3)
-        updateFsync([](u32 value, u32 old) { return value != 0 ? fsyncOn(old) : fsyncOff(old); },
-                    on);
+        updateFsync([](u32 value, u32 old) { return value != 0 ? fsyncOn(old) : fsyncOff(old); }, on);
     else
         writeRegister(REG_FSYNC, on != 0 ? BIT31 : 0);
 }
@@ -124,30 +123,26 @@ void tuHwIf_setFsyncInterval(u32 interval)
 {
     if (getBoardType() == BVQ3) updateFsync(fsyncInterval, interval);
     else
-        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,
-                  "tuHwIf_setFsyncInterval should only be used for BVQ3 boards.");
+        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "tuHwIf_setFsyncInterval should only be used for BVQ3 boards.");
 }
 
 void tuHwIf_setFsyncPattern(u32 bfn)
 {
     if (getBoardType() == BVQ3) updateFsync(fsyncPattern, bfn);
     else
-        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,
-                  "tuHwIf_setFsyncPattern should only be used for BVQ3 boards.");
+        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "tuHwIf_setFsyncPattern should only be used for BVQ3 boards.");
 }
 
 void tuHwIf_setFsyncAlignment(u32 rising)
 {
     if (getBoardType() == BVQ3) updateFsync(fsyncAlignment, rising);
     else
-        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,
-                  "tuHwIf_setFsyncAlignment should only be used for BVQ3 boards.");
+        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "tuHwIf_setFsyncAlignment should only be used for BVQ3 boards.");
 }
 
 void tuHwIf_setMokaTestMux(u32 on)
 {
-    setTestBit(TEST_BIT_CLOCK_MUX, on,
-               on != 0 ? "MokaProdTestPort enabled" : "MokaProdTestPort disabled");
+    setTestBit(TEST_BIT_CLOCK_MUX, on, on != 0 ? "MokaProdTestPort enabled" : "MokaProdTestPort disabled");
 }
 
 void tuHwIf_setMokaTestBus(u32 on)

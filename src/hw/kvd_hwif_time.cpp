@@ -79,8 +79,7 @@ int readLatch(Sfc& c)
     if (!readRegister(REG_LATCH_INCREMENTS, incs)) return 1;
     const Sfc read = unpackCounter(board, frames, incs);
     switch (checkSfc(read)) {
-    case SfcFault::None:
-        break;
+    case SfcFault::None: break;
     case SfcFault::Sfc:
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Latched SFC value out of range 0x%x", read.sfn);
         return 1;
@@ -134,9 +133,8 @@ int adjustTimeType2(double ext_t, Sfc step)
     if (!isDone(tuHwIf_adjustSfc(step.mfn, step.sfn, step.inc), "tuHwIf_adjustSfc") ||
         !isDone(tuHwIf_adjustExtSfc(e), "tuHwIf_adjustExtSfc") || !isDone(tuHwIf_loadSfc(), "tuHwIf_loadSfc"))
         return 0;
-    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,
-              "Time adjustment performed: ext=%s, mfn=%hu, sfn=%hu, inc=%u", TuCommon_text(ext_t),
-              step.mfn, step.sfn, step.inc);
+    KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Time adjustment performed: ext=%s, mfn=%hu, sfn=%hu, inc=%u",
+              TuCommon_text(ext_t), step.mfn, step.sfn, step.inc);
     return 1;
 }
 
@@ -145,17 +143,12 @@ int adjustTimeType2(double ext_t, Sfc step)
 void hwif::traceSfcFault(SfcFault fault, const Sfc& c)
 {
     switch (fault) {
-    case SfcFault::Sfc:
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "SFC value out of range 0x%x", c.sfn);
-        break;
-    case SfcFault::Mfc:
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "MFC value out of range 0x%x", c.mfn);
-        break;
+    case SfcFault::Sfc: KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "SFC value out of range 0x%x", c.sfn); break;
+    case SfcFault::Mfc: KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "MFC value out of range 0x%x", c.mfn); break;
     case SfcFault::Increment:
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Increment value out of range 0x%x", c.inc);
         break;
-    case SfcFault::None:
-        break;
+    case SfcFault::None: break;
     }
 }
 
@@ -254,8 +247,7 @@ int hwif::tuHwIf_adjustSfc(u16 mfn, u16 sfn, u32 inc)
 {
     u32 frames = 0;
     u32 incs = 0;
-    if (!findRegister(REG_LOAD_FRAMES, frames) || !findRegister(REG_LOAD_INCREMENTS, incs))
-        return 1;
+    if (!findRegister(REG_LOAD_FRAMES, frames) || !findRegister(REG_LOAD_INCREMENTS, incs)) return 1;
     node::mmioWrite(frames, packStepFrames(mfn, sfn));
     node::ioBarrier();
     node::mmioWrite(incs, packStepIncrements(getBoardType(), inc));
@@ -272,8 +264,7 @@ int hwif::tuHwIf_loadSfc()
 {
     u32 control = 0;
     u32 status = 0;
-    if (!findRegister(REG_LOAD_CONTROL, control) || !findRegister(REG_LOAD_STATUS, status))
-        return 1;
+    if (!findRegister(REG_LOAD_CONTROL, control) || !findRegister(REG_LOAD_STATUS, status)) return 1;
     node::mmioWrite(control, node::mmioRead(control) | LOAD_ORDER);
     node::ioBarrier();
     ose::delay(LOAD_TIME_ms);
@@ -295,8 +286,7 @@ int tuHwIf_adjustTime(double ext_t, double t)
         return 0;
     }
     Sfc step;
-    tuHwIf_incrementsToSfc(std::trunc(t * INCREMENTS_PER_SECOND + 0.5), step.mfn, step.sfn,
-                           step.inc);
+    tuHwIf_incrementsToSfc(std::trunc(t * INCREMENTS_PER_SECOND + 0.5), step.mfn, step.sfn, step.inc);
     return board == BVQ3 ? adjustTimeType2(ext_t, step) : adjustTimeType1(step);
 }
 
@@ -324,15 +314,12 @@ int tuHwIf_writeSfc(u16 mfn, u16 sfn, u32 inc)
 void tuHwIf_resetSfcLoadRegisters()
 {
     switch (getBoardType()) {
-    case BVQ1:
-        break;
+    case BVQ1: break;
     case BVQ3:
-        for (const u32 id : {REG_LOAD_EXT_SFC, REG_LOAD_FRAMES, REG_LOAD_INCREMENTS})
-            writeRegister(id, 0);
+        for (const u32 id : {REG_LOAD_EXT_SFC, REG_LOAD_FRAMES, REG_LOAD_INCREMENTS}) writeRegister(id, 0);
         break;
     default:
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR,
-                  "tuHwIf_resetSfcLoadRegisters failed due to unsupported hw");
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "tuHwIf_resetSfcLoadRegisters failed due to unsupported hw");
         break;
     }
 }

@@ -83,8 +83,8 @@ void onStart(const KvdTuhwifGenWanderReq& req, u32 interval)
         s->active = true;
         s->startTicks = ose::get_ticks();
         KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,
-                  "Starting wander generation, frequency= %g, amplitude= %g, offset= %g",
-                  req.frequency, req.amplitude, req.offset);
+                  "Starting wander generation, frequency= %g, amplitude= %g, offset= %g", req.frequency,
+                  req.amplitude, req.offset);
     }
     if (s->timer.runs()) {
         KvdTimer_cancel(s->timer);
@@ -119,8 +119,7 @@ void onGenWanderReq(const KvdTuhwifGenWanderReq* req)
     }
     const u32 interval = wanderInterval(req->frequency);
     if (interval == 0) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Wander frequency refused, frequency= %g mHz",
-                  req->frequency);
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Wander frequency refused, frequency= %g mHz", req->frequency);
         return;
     }
     if (req->operation == WANDER_START) onStart(*req, interval);

@@ -24,10 +24,7 @@ constexpr SfcFault checkSfc(const Sfc& c)
     return SfcFault::None;
 }
 
-constexpr double increments(const Sfc& c)
-{
-    return (c.mfn * 4096.0 + c.sfn) * INCREMENTS_PER_FRAME + c.inc;
-}
+constexpr double increments(const Sfc& c) { return (c.mfn * 4096.0 + c.sfn) * INCREMENTS_PER_FRAME + c.inc; }
 
 /// Running counter and 1PPS latch: mfn 16..12, sfn 11..0; inc 20..0, or 21..1 above a half
 /// increment.
@@ -87,10 +84,7 @@ constexpr BfnOutWords packBfnExtended(const BfnExtended& e)
 
 // ---- delta-sigma words: 33 bits, two's complement ---------------------------------------------
 
-constexpr u32 deltaSigmaHigh(i64 value)
-{
-    return static_cast<u32>(static_cast<u64>(value) >> 32) & 1;
-}
+constexpr u32 deltaSigmaHigh(i64 value) { return static_cast<u32>(static_cast<u64>(value) >> 32) & 1; }
 constexpr u32 deltaSigmaLow(i64 value) { return static_cast<u32>(static_cast<u64>(value)); }
 constexpr i64 deltaSigmaValue(u32 high, u32 low)
 {
@@ -175,14 +169,8 @@ constexpr u32 fsyncInterval(u32 interval, u32 old)
     const u32 bits = interval == 40 ? 0x80 : interval == 60 ? 0x40 : interval == 10 ? 0xC0 : 0;
     return (old & ~0xC0u) | bits;
 }
-constexpr u32 fsyncPattern(u32 bfn, u32 old)
-{
-    return (old & ~0x300u) | (bfn == 1 ? 0x100 : 0x300);
-}
-constexpr u32 fsyncAlignment(u32 rising, u32 old)
-{
-    return (old & ~0x20u) | (rising == 1 ? 0x20 : 0);
-}
+constexpr u32 fsyncPattern(u32 bfn, u32 old) { return (old & ~0x300u) | (bfn == 1 ? 0x100 : 0x300); }
+constexpr u32 fsyncAlignment(u32 rising, u32 old) { return (old & ~0x20u) | (rising == 1 ? 0x20 : 0); }
 constexpr u32 fsyncOn(u32 old) { return (old & ~0xC0u) | 0x80; }
 constexpr u32 fsyncOff(u32 old) { return old & ~0x3E0u; }
 
@@ -192,10 +180,7 @@ constexpr u32 synthStatus(u32 raw)
 }
 
 /// Characters of the revision word, 0 to 3 from the upper bits down.
-constexpr u8 revisionCharacter(u32 word, u32 index)
-{
-    return static_cast<u8>(word >> (24 - 8 * index));
-}
+constexpr u8 revisionCharacter(u32 word, u32 index) { return static_cast<u8>(word >> (24 - 8 * index)); }
 constexpr bool isRevision3(u32 word) { return revisionCharacter(word, 1) == '3'; }
 /// From revision 42 on the multiplicator can be read back.
 constexpr bool hasMultiplicatorReadBack(u32 word)

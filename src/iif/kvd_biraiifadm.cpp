@@ -66,8 +66,7 @@ void await(bira::Answer answer)
 
 void startHardware(u32 hardwareIdlMode)
 {
-    IIF_UPCALLS.startHardware(hardwareIdlMode,
-                               KvdUnit_link().startType == KVD_BIRAIIF_RESTART_COLD ? 1 : 0);
+    IIF_UPCALLS.startHardware(hardwareIdlMode, KvdUnit_link().startType == KVD_BIRAIIF_RESTART_COLD ? 1 : 0);
 }
 
 void firstOnIdl2(const KvdBiraiifIdl2LinkInd& ind)
@@ -75,8 +74,7 @@ void firstOnIdl2(const KvdBiraiifIdl2LinkInd& ind)
     KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "Biraa initialized with IDL2.");
     if (KvdUnit_link().startType == KVD_BIRAIIF_RESTART_WARM && bira::isSlave()) {
         if (ind.clockHoldover != 0) {
-            KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO,
-                      "BASIC is in holdover, initialize slave with MSI data");
+            KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "BASIC is in holdover, initialize slave with MSI data");
             KvdLoz6BiraIifAdm_setIdl2InitState(IDL2_WARM_INIT_ONGOING);
             bira::initiateWithSlaveMsi(ind.data);
             bira::tellMasterServer();
@@ -173,7 +171,8 @@ void onServerDown()
     KvdTimer_cancel(s->orderTimer);
     KvdTimer_cancel(s->handBackTimer);
     s->idlType.isOwed = false;        // the next one tells the link type itself
-    if (KvdUnit_link().idlMode == KVD_BIRAIIF_IDL_MODE_2 && bira::isSlave() && KvdUnit_link().timeTuningOngoing == 0)
+    if (KvdUnit_link().idlMode == KVD_BIRAIIF_IDL_MODE_2 && bira::isSlave()
+        && KvdUnit_link().timeTuningOngoing == 0)
         bira::startBasicRestartTimer();
     huntServer();                     // it may come back
 }
@@ -380,13 +379,15 @@ void KvdLoz6BiraIifAdm_printInfo()
     const bira::State& st = *s;
     node::shellPrintf("\n***** BIRA interface related data *****\n");
     node::shellPrintf("   biraServPid          : 0x%08x\n", st.biraServPid);
-    node::shellPrintf("   startType            : %s (%u)\n", startTypeText(KvdUnit_link().startType), KvdUnit_link().startType);
+    node::shellPrintf("   startType            : %s (%u)\n", startTypeText(KvdUnit_link().startType),
+                      KvdUnit_link().startType);
     node::shellPrintf("   isMaster             : %u\n", st.isMaster);
     node::shellPrintf("   biraInitiated        : %u\n", st.biraInitiated);
     node::shellPrintf("   biraUnavailable      : %u\n", st.biraUnavailable);
     node::shellPrintf("   hasHwControl         : %u\n", KvdUnit_link().hasHwControl);
     node::shellPrintf("   timeTuningOngoing    : %u\n", KvdUnit_link().timeTuningOngoing);
-    node::shellPrintf("   idlMode              : %s (%u)\n", idlModeText(KvdUnit_link().idlMode), KvdUnit_link().idlMode);
+    node::shellPrintf("   idlMode              : %s (%u)\n", idlModeText(KvdUnit_link().idlMode),
+                      KvdUnit_link().idlMode);
     node::shellPrintf("   synchPortNo          : %u\n", st.synchPortNo);
     node::shellPrintf("   persistentFreqLock   : %u\n", st.persistentFreqLock);
     node::shellPrintf("   IDL2 init state      : %s (%u)\n", initStateText(KvdUnit_link().idl2InitState),

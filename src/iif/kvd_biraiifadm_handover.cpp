@@ -49,8 +49,8 @@ void sendToServer(T*& sig)
         node::sendTo(state().biraServPid, sig);
         return;
     }
-    KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR, "%s isn't there, signal 0x%x not sent",
-              BIRA_SERVER_NAME, sig->sigNo);
+    KVD_TRACE(TRACE_BIRAIIFADM, TRACE_ERROR, "%s isn't there, signal 0x%x not sent", BIRA_SERVER_NAME,
+              sig->sigNo);
     Signal* unsent = reinterpret_cast<Signal*>(sig);
     sig = nullptr;
     ose::free_buf(&unsent);
@@ -166,8 +166,7 @@ void bira::initiateWithSlaveMsi(u32 expired)
     KvdUnit_link().hasHwControl = 1;
     KvdLoz6BiraIifAdm_setIdl2InitState(IDL2_WARM_INIT_SUCCEEDED);
     if (isRead != 0 && expired == 0 && idpiClkStatus > IDPI_CLK_STATUS_FREE_RUNNING) {
-        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO,
-                  "IDL2 slave MSI initialization after warm successful.");
+        KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "IDL2 slave MSI initialization after warm successful.");
         KvdUnit_link().fromSlaveMsi = 1;
         KvdLoz6SlaveWarm_setRestored();
         return;
@@ -261,8 +260,7 @@ void sendLocked(const char* caller)
 {
     if (KvdLoz6Idpi_sendClkStatus(IDPI_CLK_STATUS_LOCKED) != 0)
         KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO,
-                  "%s(): Unable to send IDPI_CLK_STATUS_LOCKED - IDPI Server is not available.",
-                  caller);
+                  "%s(): Unable to send IDPI_CLK_STATUS_LOCKED - IDPI Server is not available.", caller);
 }
 
 }  // namespace
@@ -324,8 +322,7 @@ void sendPersistentLock(const bira::Order& order)
 
 void linkTypeOrdered(u32 idl2Type)
 {
-    KvdBiraiifIdl2LinkInd ind{KVD_BIRAIIF_IDL2_LINK_IND, static_cast<u8>(idl2Type), 0,
-                              ORDERED_SYNCH_PORT, 1};
+    KvdBiraiifIdl2LinkInd ind{KVD_BIRAIIF_IDL2_LINK_IND, static_cast<u8>(idl2Type), 0, ORDERED_SYNCH_PORT, 1};
     bira::linkIndication(ind);
 }
 
@@ -346,8 +343,7 @@ void KvdLoz6BiraIifAdm_selectIdlType(u32 idl2Type, u8 synchPortNo)
 {
     if (!bira::isLinkType(idl2Type)) return;
     storeClkStatus(IDPI_CLK_STATUS_LOCKED, __func__, STORED_LOCKED);
-    if (KvdLoz6TuReg_slavePllState() == SLAVE_PLL_Uninitialized &&
-        idl2Type == KVD_BIRAIIF_IDL_MODE_1)
+    if (KvdLoz6TuReg_slavePllState() == SLAVE_PLL_Uninitialized && idl2Type == KVD_BIRAIIF_IDL_MODE_1)
         KvdLoz6TuReg_slavePll_init(SLAVE_PLL_Unlocked);
     linkTypeOrdered(idl2Type);
     if (idl2Type == KVD_BIRAIIF_IDL_MODE_1)

@@ -47,7 +47,8 @@ bool isLinkType(u32 linkType);
 void linkIndication(const KvdBiraiifIdl2LinkInd& ind);
 /// The slave takes the hardware and starts to tune its time on the link.
 void takeOver();
-/// Asks the server for its service, with the unit's role of now: nothing else tells it. Its answers come later.
+/// Asks the server for its service, with the unit's role of now: nothing else tells it. Its answers come
+/// later.
 void requestService();
 /// The orders that the server hasn't confirmed go to it again.
 void sendOrders();

@@ -62,16 +62,13 @@ void onPriSignal(const Signal* sig, Identity& known)
 {
     const u32 result = node::TarsoPri_internal(sig);
     switch (sig->sigNo) {
-    case TARSO_PRI_SERVER_UP_IND:
-        break;
+    case TARSO_PRI_SERVER_UP_IND: break;
     case TARSO_PRI_INITIATE_SERVICE_CFM:
         if (result != 2) break;
         node::TarsoPiu_getOwnIdentity();
         node::TarsoPiu3_getOwnHWAddr();
         break;
-    case TARSO_PRI_SERVER_DOWN_IND:
-        initiatePri();
-        break;
+    case TARSO_PRI_SERVER_DOWN_IND: initiatePri(); break;
     case TARSO_PIU_OWN_IDENTITY_CFM:
         if (const auto* cfm = as<TarsoPiuOwnIdentityCfm>(sig); cfm != nullptr && cfm->result == 1) {
             state().ownPiuInstanceId = cfm->piuInstanceId;
@@ -85,9 +82,7 @@ void onPriSignal(const Signal* sig, Identity& known)
             known.hwAddr = true;
         }
         break;
-    default:
-        KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO, "Unexpected signal: %u received", sig->sigNo);
-        break;
+    default: KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO, "Unexpected signal: %u received", sig->sigNo); break;
     }
 }
 
@@ -101,8 +96,7 @@ Signal* awaitPri(const SIGSELECT* selection, const char* what)
 /// Nothing needs the service any more; one that dies here has no confirmation to give.
 void terminatePri()
 {
-    static constexpr SIGSELECT TERMINATED[] = {2, TARSO_PRI_TERMINATE_SERVICE_CFM,
-                                               TARSO_PRI_SERVER_DOWN_IND};
+    static constexpr SIGSELECT TERMINATED[] = {2, TARSO_PRI_TERMINATE_SERVICE_CFM, TARSO_PRI_SERVER_DOWN_IND};
     if (node::TarsoPri_terminateService() != 0) return;
     Signal* sig = awaitPri(TERMINATED, "its end");
     if (sig == nullptr) return;
@@ -254,8 +248,8 @@ DateTime dateOf(const TuiifSfnInitTime& time)
     return {time.year, time.month, time.day, time.hour, time.minute, time.second};
 }
 
-/// A slave's loop tells its state when it changes, which may be long ago, and in between nobody else does. While the
-/// hardware is the basic timing function's, the unit runs free.
+/// A slave's loop tells its state when it changes, which may be long ago, and in between nobody else does.
+/// While the hardware is the basic timing function's, the unit runs free.
 void retellSlaveClock()
 {
     const u32 slavePllState = KvdLoz6TuReg_slavePllState();

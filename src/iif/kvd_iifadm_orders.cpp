@@ -77,9 +77,7 @@ void onChangeMasterTu(const KvdTuiifChangeMasterTuInd* ind)
         IIF_UPCALLS.takeRole(timeMode, mode);
         KvdLoz6TuRef_selectSynchRef(NO_REF, FRO_NONE, FRO_NONE);
         break;
-    default:
-        KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO, "Unavailable master/slave mode received %d ", mode);
-        break;
+    default: KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO, "Unavailable master/slave mode received %d ", mode); break;
     }
 }
 
@@ -111,7 +109,8 @@ void onTogglePersistentFreqLock(const KvdTuiifIdl2TogglePersistentFreqLockReq* r
         return;
     }
     // The value stands until the server confirms it: an end may follow a lock that was confirmed long ago.
-    if (req->persistentFreqLock != 0 && req->persistentFreqLock == KvdLoz6BiraIifAdm_persistentFreqLock()) return;
+    if (req->persistentFreqLock != 0 && req->persistentFreqLock == KvdLoz6BiraIifAdm_persistentFreqLock())
+        return;
     KvdLoz6BiraIifAdm_togglePersistentFreqLock(req->persistentFreqLock, req->synchPortNo);
 }
 

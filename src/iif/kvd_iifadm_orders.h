@@ -1,4 +1,5 @@
-// kvd_iifadm_orders.h - The main processor's side of the unit: connection, its orders, what its selection means.
+// kvd_iifadm_orders.h - The main processor's side of the unit: connection, its orders, what its selection
+// means.
 // Owner   the manager process.
 // Errors  an order in the wrong state is answered with its rejection where it has one, else traced.
 #pragma once

@@ -29,10 +29,10 @@ constexpr const char* REMOTE_RC_STATES[] = {
     "RNT_TIME_LOCKED", "RNT_TIME_HOLDOVER", "INTER_DU_TIME_LOCKED", "INTER_DU_TIME_HOLDOVER",
     "PRE_JUMP_START", "PRE_JUMP_HIST",
 };
-constexpr const char* REF_STATUS[] = {"KVD_TUIIF_NOT_VALID", "KVD_TUIIF_REF_OK",
-                                      "KVD_TUIIF_REF_DEGRADED", "KVD_TUIIF_REF_LTR"};
-constexpr const char* CALIBRATION[] = {"UNKNOWN", "KVD_TUIIF_CALIBRATED",
-                                       "KVD_TUIIF_SOON_TO_EXPIRE", "KVD_TUIIF_UNCALIBRATED"};
+constexpr const char* REF_STATUS[] = {"KVD_TUIIF_NOT_VALID", "KVD_TUIIF_REF_OK", "KVD_TUIIF_REF_DEGRADED",
+                                      "KVD_TUIIF_REF_LTR"};
+constexpr const char* CALIBRATION[] = {"UNKNOWN", "KVD_TUIIF_CALIBRATED", "KVD_TUIIF_SOON_TO_EXPIRE",
+                                       "KVD_TUIIF_UNCALIBRATED"};
 
 template <std::size_t SIZE>
 const char* textOf(const char* const (&texts)[SIZE], u32 value)
@@ -43,15 +43,13 @@ const char* textOf(const char* const (&texts)[SIZE], u32 value)
 void printConnection()
 {
     const tuiif::State& s = state();
-    node::shellPrintf("   tuiifStartState    : %u %s\n", s.startState,
-                      textOf(START_STATES, s.startState));
+    node::shellPrintf("   tuiifStartState    : %u %s\n", s.startState, textOf(START_STATES, s.startState));
     node::shellPrintf("   nsPid              : 0x%08X\n", s.nsPid);
     node::shellPrintf("   procTuiifMpPid     : 0x%08X\n", s.procTuiifMpPid);
     node::shellPrintf("   tuiifServerUp      : %u\n", s.tuiifServerUp);
     node::shellPrintf("   msiMemInitiated    : %u\n", s.msiMemInitiated);
     node::shellPrintf("   ownPiuInstanceId   : %u\n", s.ownPiuInstanceId);
-    node::shellPrintf("   ownPiuHwAddr_r     : smn %u, apn %u\n", s.ownPiuHwAddr_r.smn,
-                      s.ownPiuHwAddr_r.apn);
+    node::shellPrintf("   ownPiuHwAddr_r     : smn %u, apn %u\n", s.ownPiuHwAddr_r.smn, s.ownPiuHwAddr_r.apn);
 }
 
 void printReference(const char* name, u8 refType)
@@ -109,18 +107,15 @@ void printTimers()
     const tuiif::State& s = state();
     constexpr const char* CLASSES[] = {"freq", "to", "rnt"};   // by HoldoverClass
     for (std::size_t i = 0; i < std::size(CLASSES); ++i)
-        node::shellPrintf("   threshold %-4s     : %u min, timer %s\n", CLASSES[i],
-                          s.threshold[i].minutes, s.threshold[i].timer.runs() ? "runs" : "idle");
+        node::shellPrintf("   threshold %-4s     : %u min, timer %s\n", CLASSES[i], s.threshold[i].minutes,
+                          s.threshold[i].timer.runs() ? "runs" : "idle");
     node::shellPrintf("   forceLockedTimer   : %s\n", s.forceLockedTimer.runs() ? "runs" : "idle");
     node::shellPrintf("   SoCPRI marker      : %u\n", s.socpriMarker);
 }
 
 }  // namespace
 
-const char* KvdLoz6TuIifAdm_clockStateText(u8 clockState)
-{
-    return textOf(CLOCK_STATES, clockState);
-}
+const char* KvdLoz6TuIifAdm_clockStateText(u8 clockState) { return textOf(CLOCK_STATES, clockState); }
 const char* KvdLoz6TuIifAdm_remoteRcStateText(u32 remoteState)
 {
     return textOf(REMOTE_RC_STATES, remoteState);

@@ -1,4 +1,5 @@
-// What a selection means for the clock state that is told, and the end of a holdover's time for the regulator.
+// What a selection means for the clock state that is told, and the end of a holdover's time for the
+// regulator.
 #include "iif/kvd_iifadm_orders.h"
 
 #include "base/trace_groups.h"
@@ -44,8 +45,7 @@ void onForcedLockedTimeout()
     const u32 pllState = KvdLoz6TuReg_pllState();
     if (pllState != PLL_Uninitialized && saved().selectedRef == GPSOSL_REF) {
         KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO,
-                  "forceLockedTimerTimeout expired while controling with PLL in state %u",
-                  pllState);
+                  "forceLockedTimerTimeout expired while controling with PLL in state %u", pllState);
         return;
     }
     KvdLoz6TuIifAdm_reportRegState(KvdLoz6TuReg_regState());
@@ -62,9 +62,9 @@ void moveTypesOn(u8 refType)
         KVD_TRACE(TRACE_TUIIFADM, TRACE_INFO,
                   "Select refType = %s (%u) received while selectedRef = %s (%u) and "
                   "prevSelectedRef = %s (%u). Update of reference variables ignored.",
-                  KvdLoz6TuRef_refTypeText(refType), refType,
-                  KvdLoz6TuRef_refTypeText(saved().selectedRef), saved().selectedRef,
-                  KvdLoz6TuRef_refTypeText(saved().prevSelectedRef), saved().prevSelectedRef);
+                  KvdLoz6TuRef_refTypeText(refType), refType, KvdLoz6TuRef_refTypeText(saved().selectedRef),
+                  saved().selectedRef, KvdLoz6TuRef_refTypeText(saved().prevSelectedRef),
+                  saved().prevSelectedRef);
         return;
     }
     saved().prevPrevSelectedRef = saved().prevSelectedRef;
@@ -74,8 +74,8 @@ void moveTypesOn(u8 refType)
 
 bool typesRead(u8 newest, u8 before, u8 oldest)
 {
-    return saved().selectedRef == newest && saved().prevSelectedRef == before &&
-           saved().prevPrevSelectedRef == oldest;
+    return saved().selectedRef == newest && saved().prevSelectedRef == before
+           && saved().prevPrevSelectedRef == oldest;
 }
 
 /// SoCPRI goes away, or starts afresh; only one that comes back after a pause keeps its loop.

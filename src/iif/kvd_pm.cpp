@@ -34,13 +34,11 @@ struct PmSet {
     void (*traceIllegal)(u32 granularityPeriod);
 };
 constexpr PmSet SETS[] = {
-    {SYNC_PM_FROTYPE, "SynchMo", KvdLoz6PmSynch_subscribe, KvdLoz6PmSynch_unsubscribe,
-     KvdLoz6PmSynch_report,
+    {SYNC_PM_FROTYPE, "SynchMo", KvdLoz6PmSynch_subscribe, KvdLoz6PmSynch_unsubscribe, KvdLoz6PmSynch_report,
      [](u32 period) {
          KVD_TRACE(TRACE_TUPM, TRACE_ERROR, "Illegal granularity period on SynchMo %u", period);
      }},
-    {GPSSYNCREF_PM_FROTYPE, "SGpshMo", KvdLoz6PmGps_subscribe, KvdLoz6PmGps_unsubscribe,
-     KvdLoz6PmGps_report,
+    {GPSSYNCREF_PM_FROTYPE, "SGpshMo", KvdLoz6PmGps_subscribe, KvdLoz6PmGps_unsubscribe, KvdLoz6PmGps_report,
      [](u32 period) {
          KVD_TRACE(TRACE_TUPM, TRACE_ERROR, "Illegal granularity period on SGpshMo %u", period);
      }},
@@ -77,8 +75,7 @@ void attachOnce()
     if (s->attached) return;
     s->attached = true;
     const u32 result = node::TmvPmai_serviceAttach(KvdLoz6TuMgr_pid());
-    if (result != 0)
-        KVD_TRACE(TRACE_TUPM, TRACE_ERROR, "PM agent not attached to, result=%u", result);
+    if (result != 0) KVD_TRACE(TRACE_TUPM, TRACE_ERROR, "PM agent not attached to, result=%u", result);
 }
 
 void onSubscribe(const KvdTuiifSubscribePmReq* req)
@@ -147,10 +144,7 @@ int KvdLoz6TuPm_dispatch(Signal* sig)
 void KvdLoz6TuPm_startStatistics(u32 regulatorRef) { KvdLoz6PmSynch_startStatistics(regulatorRef); }
 void KvdLoz6TuPm_clockState(u8 radioClockState) { KvdLoz6PmSynch_clockState(radioClockState); }
 void KvdLoz6TuPm_gpsStatus(u8 gpsStatus) { KvdLoz6PmGps_gpsStatus(gpsStatus); }
-void KvdLoz6TuPm_delaySample(u64 T1, u64 T2, u64 T3, u64 T4)
-{
-    KvdLoz6PmSynch_delaySample(T1, T2, T3, T4);
-}
+void KvdLoz6TuPm_delaySample(u64 T1, u64 T2, u64 T3, u64 T4) { KvdLoz6PmSynch_delaySample(T1, T2, T3, T4); }
 
 u32 KvdLoz6TuPm_seconds()
 {
@@ -185,8 +179,7 @@ u32 KvdLoz6TuPm_reportToAgent(const PmReport& report)
     std::copy_n(report.pmAttrList.begin(), report.noOfPmAttr, pmDataStruct_p->pmAttrList);
     u32 result = node::TmvPmai_sendPmData(s->seqNo, pmDataStruct_p);
     if (result == 0) result = node::TmvPmai_endOfData(s->seqNo, report.froType);
-    if (result != 0)
-        KVD_TRACE(TRACE_TUPM, TRACE_ERROR, "PM agent didn't take the report, result=%u", result);
+    if (result != 0) KVD_TRACE(TRACE_TUPM, TRACE_ERROR, "PM agent didn't take the report, result=%u", result);
     return 0;
 }
 

@@ -54,11 +54,9 @@ PmReport makeReport(u32 froId)
 
 void print()
 {
-    node::shellPrintf("   suspectFlag       : %u\n   gpsStatus         : %u\n", s->suspectFlag,
-                      s->gpsStatus);
+    node::shellPrintf("   suspectFlag       : %u\n   gpsStatus         : %u\n", s->suspectFlag, s->gpsStatus);
     for (u32 i = 0; i < COUNTER_COUNT; ++i)
-        node::shellPrintf("   %-17s : %d, reported %d\n", COUNTERS[i].name, s->count[i],
-                          s->reported[i]);
+        node::shellPrintf("   %-17s : %d, reported %d\n", COUNTERS[i].name, s->count[i], s->reported[i]);
 }
 
 }  // namespace

@@ -89,21 +89,15 @@ TimeCounter counterOf(u8 radioClockState)
 {
     switch (radioClockState) {
     case KVD_TUIIF_TIME_OFFSET_HOLDOVER:
-    case KVD_TUIIF_RNT_TIME_HOLDOVER:
-        return TIME_HOLDOVER;
-    case KVD_TUIIF_FREQUENCY_LOCKED:
-        return FREQ_LOCKED;
-    case KVD_TUIIF_FREQUENCY_HOLDOVER:
-        return FREQ_HOLDOVER;
+    case KVD_TUIIF_RNT_TIME_HOLDOVER: return TIME_HOLDOVER;
+    case KVD_TUIIF_FREQUENCY_LOCKED: return FREQ_LOCKED;
+    case KVD_TUIIF_FREQUENCY_HOLDOVER: return FREQ_HOLDOVER;
     case KVD_TUIIF_FREQUENCY_DRIFTING:
     case KVD_TUIIF_LOSS_OF_TRACKING:
-    case KVD_TUIIF_FAILURE:
-        return FREERUNNING;
+    case KVD_TUIIF_FAILURE: return FREERUNNING;
     case KVD_TUIIF_TIME_OFFSET_LOCKED:
-    case KVD_TUIIF_RNT_TIME_LOCKED:
-        return TIME_LOCKED;
-    default:
-        return TIME_COUNTERS;
+    case KVD_TUIIF_RNT_TIME_LOCKED: return TIME_LOCKED;
+    default: return TIME_COUNTERS;
     }
 }
 
@@ -156,9 +150,8 @@ void closeWindow()
     KVD_TRACE(TRACE_TUPM, TRACE_3,
               "100 sec calculation, index=%u lowest=%.3f us, variation of best 1 %%=%d us, "
               "10 %%=%d us, 50 %%=%d us, highest=%d us",
-              i, c.lowestDelay_us, c.PmHighestDelayVarBest1Array[i],
-              c.PmHighestDelayVarBest10Array[i], c.PmHighestDelayVarBest50Array[i],
-              c.PmMaxDelayVariationArray[i]);
+              i, c.lowestDelay_us, c.PmHighestDelayVarBest1Array[i], c.PmHighestDelayVarBest10Array[i],
+              c.PmHighestDelayVarBest50Array[i], c.PmMaxDelayVariationArray[i]);
     c.arrayIndex = (i + 1) % static_cast<u32>(c.PmMaxDelayVariationArray.size());
     clearSamples();
 }
@@ -183,8 +176,7 @@ PmReport makeReport(u32 froId, const TimeCounters& counters)
     attribute[par_pmHDVB10Pct] = ntp ? highest(s->counters.PmHighestDelayVarBest10Array) : NO_VALUE;
     attribute[par_pmHDVB50Pct] = ntp ? highest(s->counters.PmHighestDelayVarBest50Array) : NO_VALUE;
     attribute[par_pmTimeHO] = static_cast<i32>(counters[TIME_HOLDOVER]);
-    attribute[par_pmTimeFreerunning] =
-        static_cast<i32>(counters[FREQ_LOCKED] + counters[FREQ_HOLDOVER]);
+    attribute[par_pmTimeFreerunning] = static_cast<i32>(counters[FREQ_LOCKED] + counters[FREQ_HOLDOVER]);
     attribute[par_pmFreqHO] = static_cast<i32>(counters[FREQ_HOLDOVER]);
     attribute[par_pmFreerunning] = static_cast<i32>(counters[FREERUNNING]);
     return report;
@@ -202,8 +194,7 @@ void reportCurrent(u32 froId)
 {
     changeState(KEEP_STATE);
     PmReport report = makeReport(froId, s->counters.timeCounter);
-    if (!ntpSelected())
-        std::fill_n(report.pmAttrList.begin(), u32{par_pmTimeHO}, NOT_MEASURED);
+    if (!ntpSelected()) std::fill_n(report.pmAttrList.begin(), u32{par_pmTimeHO}, NOT_MEASURED);
     KvdLoz6TuPm_reportToClient(report);
 }
 

@@ -20,10 +20,7 @@ constexpr u32 MS_PER_MINUTE = 60000;
 constexpr u32 MINUTES_MAX = 0xFFFFFFFF / MS_PER_MINUTE;   // what a timer can hold, 49 days
 
 /// The relaxation: shortly after the start a unit counts as locked a little earlier.
-bool isRelaxed()
-{
-    return state().forceLockedTimer.runs() && state().threshold[HOLDOVER_FREQ].minutes == 0;
-}
+bool isRelaxed() { return state().forceLockedTimer.runs() && state().threshold[HOLDOVER_FREQ].minutes == 0; }
 
 u8 clockOfMasterRegState(u8 regState)
 {
@@ -31,8 +28,7 @@ u8 clockOfMasterRegState(u8 regState)
     case WARMUP:       return KVD_TUIIF_WARMUP;
     case SYNCH1:
     case SYNCH2:
-    case SYNCH3:
-        return isRelaxed() ? KVD_TUIIF_FREQUENCY_LOCKED : KVD_TUIIF_FREQUENCY_DRIFTING;
+    case SYNCH3: return isRelaxed() ? KVD_TUIIF_FREQUENCY_LOCKED : KVD_TUIIF_FREQUENCY_DRIFTING;
     case FREQDRIFTING: return KVD_TUIIF_FREQUENCY_DRIFTING;
     case FREQLOCKED:   return KVD_TUIIF_FREQUENCY_LOCKED;
     case FAILURE:      return KVD_TUIIF_FAILURE;
@@ -165,20 +161,18 @@ tuiif::LatestSentBvqStatusInd presentStatus()
 
 bool isEqual(const tuiif::LatestSentBvqStatusInd& a, const tuiif::LatestSentBvqStatusInd& b)
 {
-    return a.radioClockState == b.radioClockState && a.refState == b.refState &&
-           a.activRefLtrStatus == b.activRefLtrStatus &&
-           a.activRefDegrStatus == b.activRefDegrStatus && a.activRefFroId == b.activRefFroId &&
-           a.activRefFroClassNo == b.activRefFroClassNo;
+    return a.radioClockState == b.radioClockState && a.refState == b.refState
+           && a.activRefLtrStatus == b.activRefLtrStatus && a.activRefDegrStatus == b.activRefDegrStatus
+           && a.activRefFroId == b.activRefFroId && a.activRefFroClassNo == b.activRefFroClassNo;
 }
 
 /// SoCPRI passes through frequency locked on its way to time: it would look like a step back.
 bool isSocpriOnItsWay()
 {
     const u8 sent = state().latestSentBvqStatusInd.radioClockState;
-    return saved().selectedRef == SOCPRI_REF &&
-           saved().radioClockState == KVD_TUIIF_FREQUENCY_LOCKED &&
-           (sent == TUIIF_SOCPRI_STARTING || sent == KVD_TUIIF_TIME_OFFSET_HOLDOVER ||
-            sent == KVD_TUIIF_RNT_TIME_HOLDOVER);
+    return saved().selectedRef == SOCPRI_REF && saved().radioClockState == KVD_TUIIF_FREQUENCY_LOCKED
+           && (sent == TUIIF_SOCPRI_STARTING || sent == KVD_TUIIF_TIME_OFFSET_HOLDOVER
+               || sent == KVD_TUIIF_RNT_TIME_HOLDOVER);
 }
 
 }  // namespace
@@ -275,10 +269,7 @@ void KvdLoz6TuIifAdm_updateRadioClockState(u8 clock)
     tuiif::updateCalibrationStatus();
 }
 
-void KvdLoz6TuIifAdm_reportClockState(u8 clockState)
-{
-    KvdLoz6TuIifAdm_updateRadioClockState(clockState);
-}
+void KvdLoz6TuIifAdm_reportClockState(u8 clockState) { KvdLoz6TuIifAdm_updateRadioClockState(clockState); }
 void KvdLoz6TuIifAdm_setForceSend() { state().forceSend = 1; }
 u8   KvdLoz6TuIifAdm_radioClockState() { return saved().radioClockState; }
 u8   KvdLoz6TuIifAdm_lastRegulatorState() { return saved().lastRegulatorState; }

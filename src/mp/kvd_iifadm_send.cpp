@@ -60,8 +60,7 @@ void KvdLoz6TuIifAdm_sendOscTemperatureState(u8 oscTempState)
     });
 }
 
-void KvdLoz6TuIifAdm_sendQualityLevelInd(u32 froId, u32 froClassNo, u32 clockQuality,
-                                         u32 tcuDetected)
+void KvdLoz6TuIifAdm_sendQualityLevelInd(u32 froId, u32 froClassNo, u32 clockQuality, u32 tcuDetected)
 {
     sendNew<KvdTuiifQualityLevelInd>(KVD_TUIIF_QUALITY_LEVEL_IND, [&](auto& sig) {
         sig.froId = froId;
@@ -113,8 +112,7 @@ void KvdLoz6TuIifAdm_sendIdl2ModeInd()
     });
 }
 
-void KvdLoz6TuIifAdm_sendIdl2LinkStatusFwd(u32 portNo, u32 linkAvailable, u8 farEndDuNo,
-                                           u8 farEndPortNo)
+void KvdLoz6TuIifAdm_sendIdl2LinkStatusFwd(u32 portNo, u32 linkAvailable, u8 farEndDuNo, u8 farEndPortNo)
 {
     sendOwn<KvdTuiifIdl2LinkStatusFwd>(KVD_TUIIF_IDL2_LINK_STATUS_FWD, [&](auto& sig) {
         sig.portNo = portNo;
@@ -167,8 +165,7 @@ void KvdLoz6TuIifAdm_sendUnsubscribePmCfm(u32 froType, u32 froId)
     });
 }
 
-void KvdLoz6TuIifAdm_sendCurrentPmCfm(u32 froType, u32 froId, u32 suspectFlag, const i32* values,
-                                      u32 count)
+void KvdLoz6TuIifAdm_sendCurrentPmCfm(u32 froType, u32 froId, u32 suspectFlag, const i32* values, u32 count)
 {
     if (!isReady()) return;
     const u32 size = count * static_cast<u32>(sizeof(i32)) + PM_ATTR_OVERHEAD;
@@ -179,8 +176,7 @@ void KvdLoz6TuIifAdm_sendCurrentPmCfm(u32 froType, u32 froId, u32 suspectFlag, c
     cfm->suspectFlag = suspectFlag;
     cfm->noOfPmAttr = count;
     if (count != 0)
-        std::memcpy(reinterpret_cast<char*>(sig) + PM_ATTR_LIST_OFFSET, values,
-                    count * sizeof(i32));
+        std::memcpy(reinterpret_cast<char*>(sig) + PM_ATTR_LIST_OFFSET, values, count * sizeof(i32));
     KvdLoz6TuIifAdm_send(&sig);
 }
 
@@ -188,9 +184,7 @@ void KvdLoz6TuIifAdm_sendCurrentPmCfm(u32 froType, u32 froId, u32 suspectFlag, c
 
 void KvdLoz6TuIifAdm_sendSocpriStartRsp(u32 status)
 {
-    sendOwn<KvdTuiifSocpriStartRsp>(KVD_TUIIF_SOCPRI_START_RSP, [&](auto& sig) {
-        sig.status = status;
-    });
+    sendOwn<KvdTuiifSocpriStartRsp>(KVD_TUIIF_SOCPRI_START_RSP, [&](auto& sig) { sig.status = status; });
 }
 
 void KvdLoz6TuIifAdm_sendSocpriScanLinkRsp(u8 portNo, u32 syncStatus)
@@ -217,8 +211,8 @@ void KvdLoz6TuIifAdm_sendSocpriLinkSyncStatusInd(u8 portNo, u32 syncStatus)
     });
 }
 
-void KvdLoz6TuIifAdm_sendSocpriLinkStatusFwd(u32 id, u8 portNo, u8 linkStatus,
-                                             const char* huntPathPrefix, u32 subsumedId, u32 valid)
+void KvdLoz6TuIifAdm_sendSocpriLinkStatusFwd(u32 id, u8 portNo, u8 linkStatus, const char* huntPathPrefix,
+                                             u32 subsumedId, u32 valid)
 {
     sendOwn<KvdTuiifSocpriLinkStatusFwd>(KVD_TUIIF_SOCPRI_LINK_STATUS_FWD, [&](auto& sig) {
         sig.id = id;
@@ -232,24 +226,19 @@ void KvdLoz6TuIifAdm_sendSocpriLinkStatusFwd(u32 id, u8 portNo, u8 linkStatus,
 
 void KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(u32 status)
 {
-    sendOwn<KvdTuiifSocpriBfnAlignToGroupRsp>(
-        KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_RSP, [&](auto& sig) {
-        sig.status = status;
-    });
+    sendOwn<KvdTuiifSocpriBfnAlignToGroupRsp>(KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_RSP,
+                                              [&](auto& sig) { sig.status = status; });
 }
 
 void KvdLoz6TuIifAdm_sendSocpriGoToTimeHoldoverRsp(u32 status)
 {
-    sendNew<KvdTuiifSocpriGoToTimeHoldoverRsp>(
-        KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_RSP, [&](auto& sig) {
-        sig.status = status;
-    });
+    sendNew<KvdTuiifSocpriGoToTimeHoldoverRsp>(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_RSP,
+                                               [&](auto& sig) { sig.status = status; });
 }
 
 void KvdLoz6TuIifAdm_sendSocpriAlreadySelectedInd(u8 selectedCpriPort, u8 requestedCpriPort)
 {
-    sendOwn<KvdTuiifSocpriAlreadySelectedInd>(
-        KVD_TUIIF_SOCPRI_ALREADY_SELECTED_IND, [&](auto& sig) {
+    sendOwn<KvdTuiifSocpriAlreadySelectedInd>(KVD_TUIIF_SOCPRI_ALREADY_SELECTED_IND, [&](auto& sig) {
         sig.selectedCpriPort = selectedCpriPort;
         sig.requestedCpriPort = requestedCpriPort;
     });
@@ -257,8 +246,7 @@ void KvdLoz6TuIifAdm_sendSocpriAlreadySelectedInd(u8 selectedCpriPort, u8 reques
 
 void KvdLoz6TuIifAdm_sendSocpriSupervisionStatusInd(u8 portNo, u8 syncStatus)
 {
-    sendOwn<KvdTuiifSocpriSupervisionStatusInd>(
-        KVD_TUIIF_SOCPRI_SUPERVISION_STATUS_IND, [&](auto& sig) {
+    sendOwn<KvdTuiifSocpriSupervisionStatusInd>(KVD_TUIIF_SOCPRI_SUPERVISION_STATUS_IND, [&](auto& sig) {
         sig.portNo = portNo;
         sig.syncStatus = syncStatus;
     });
@@ -266,16 +254,13 @@ void KvdLoz6TuIifAdm_sendSocpriSupervisionStatusInd(u8 portNo, u8 syncStatus)
 
 void KvdLoz6TuIifAdm_sendSocpriSduFollowOcxoAdjInd(i16 freqDiff)
 {
-    sendOwn<KvdTuiifSocpriSduFollowOcxoAdjInd>(
-        KVD_TUIIF_SOCPRI_SDU_FOLLOW_OCXO_ADJ_IND, [&](auto& sig) {
-        sig.freqDiff = freqDiff;
-    });
+    sendOwn<KvdTuiifSocpriSduFollowOcxoAdjInd>(KVD_TUIIF_SOCPRI_SDU_FOLLOW_OCXO_ADJ_IND,
+                                               [&](auto& sig) { sig.freqDiff = freqDiff; });
 }
 
 void KvdLoz6TuIifAdm_sendSocpriSduFollowSfcAdjInd(double delta0_c, double delta0_f)
 {
-    sendOwn<KvdTuiifSocpriSduFollowSfcAdjInd>(
-        KVD_TUIIF_SOCPRI_SDU_FOLLOW_SFC_ADJ_IND, [&](auto& sig) {
+    sendOwn<KvdTuiifSocpriSduFollowSfcAdjInd>(KVD_TUIIF_SOCPRI_SDU_FOLLOW_SFC_ADJ_IND, [&](auto& sig) {
         sig.delta0_c = delta0_c;
         sig.delta0_f = delta0_f;
     });
@@ -283,31 +268,25 @@ void KvdLoz6TuIifAdm_sendSocpriSduFollowSfcAdjInd(double delta0_c, double delta0
 
 void KvdLoz6TuIifAdm_sendSocpriSduFollowOcxoRevertInd(double deltaFreq)
 {
-    sendOwn<KvdTuiifSocpriSduFollowOcxoRevertInd>(
-        KVD_TUIIF_SOCPRI_SDU_FOLLOW_OCXO_REVERT_IND, [&](auto& sig) {
-        sig.deltaFreq = deltaFreq;
-    });
+    sendOwn<KvdTuiifSocpriSduFollowOcxoRevertInd>(KVD_TUIIF_SOCPRI_SDU_FOLLOW_OCXO_REVERT_IND,
+                                                  [&](auto& sig) { sig.deltaFreq = deltaFreq; });
 }
 
 void KvdLoz6TuIifAdm_sendInrsiBfnJumpInfoReqFwd(u32 bfnJumpsEnabled)
 {
-    sendOwn<KvdTuiifInrsiBfnJumpInfoReqFwd>(KVD_TUIIF_INRSI_BFN_JUMP_INFO_REQ_FWD, [&](auto& sig) {
-        sig.bfnJumpsEnabled = bfnJumpsEnabled;
-    });
+    sendOwn<KvdTuiifInrsiBfnJumpInfoReqFwd>(KVD_TUIIF_INRSI_BFN_JUMP_INFO_REQ_FWD,
+                                            [&](auto& sig) { sig.bfnJumpsEnabled = bfnJumpsEnabled; });
 }
 
 void KvdLoz6TuIifAdm_sendInrsiGetFreqDiff2ReqFwd(u32 sharedUnitId)
 {
-    sendOwn<KvdTuiifInrsiGetFreqDiff2ReqFwd>(
-        KVD_TUIIF_INRSI_GET_FREQ_DIFF2_REQ_FWD, [&](auto& sig) {
-        sig.sharedUnitId = sharedUnitId;
-    });
+    sendOwn<KvdTuiifInrsiGetFreqDiff2ReqFwd>(KVD_TUIIF_INRSI_GET_FREQ_DIFF2_REQ_FWD,
+                                             [&](auto& sig) { sig.sharedUnitId = sharedUnitId; });
 }
 
 void KvdLoz6TuIifAdm_sendInrsiGetFreqDiff2CfmFwd(u32 sharedUnitId, i16 freqDiff, u8 freqDiffValid)
 {
-    sendOwn<KvdTuiifInrsiGetFreqDiff2CfmFwd>(
-        KVD_TUIIF_INRSI_GET_FREQ_DIFF2_CFM_FWD, [&](auto& sig) {
+    sendOwn<KvdTuiifInrsiGetFreqDiff2CfmFwd>(KVD_TUIIF_INRSI_GET_FREQ_DIFF2_CFM_FWD, [&](auto& sig) {
         sig.sharedUnitId = sharedUnitId;
         sig.freqDiff = freqDiff;
         sig.freqDiffValid = freqDiffValid;
@@ -316,8 +295,7 @@ void KvdLoz6TuIifAdm_sendInrsiGetFreqDiff2CfmFwd(u32 sharedUnitId, i16 freqDiff,
 
 void KvdLoz6TuIifAdm_sendInrsiGetFreqDiff2RejFwd(u32 sharedUnitId, u8 errorCode)
 {
-    sendOwn<KvdTuiifInrsiGetFreqDiff2RejFwd>(
-        KVD_TUIIF_INRSI_GET_FREQ_DIFF2_REJ_FWD, [&](auto& sig) {
+    sendOwn<KvdTuiifInrsiGetFreqDiff2RejFwd>(KVD_TUIIF_INRSI_GET_FREQ_DIFF2_REJ_FWD, [&](auto& sig) {
         sig.sharedUnitId = sharedUnitId;
         sig.errorCode = errorCode;
     });
@@ -325,17 +303,14 @@ void KvdLoz6TuIifAdm_sendInrsiGetFreqDiff2RejFwd(u32 sharedUnitId, u8 errorCode)
 
 void KvdLoz6TuIifAdm_sendInrsiGetPhaseDiff2ReqFwd(u32 sharedUnitId)
 {
-    sendOwn<KvdTuiifInrsiGetPhaseDiff2ReqFwd>(
-        KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REQ_FWD, [&](auto& sig) {
-        sig.sharedUnitId = sharedUnitId;
-    });
+    sendOwn<KvdTuiifInrsiGetPhaseDiff2ReqFwd>(KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REQ_FWD,
+                                              [&](auto& sig) { sig.sharedUnitId = sharedUnitId; });
 }
 
 void KvdLoz6TuIifAdm_sendInrsiGetPhaseDiff2CfmFwd(u32 sharedUnitId, u32 trpDiffHigh, u32 trpDiffLow,
                                                   u8 trpDiffValid)
 {
-    sendOwn<KvdTuiifInrsiGetPhaseDiff2CfmFwd>(
-        KVD_TUIIF_INRSI_GET_PHASE_DIFF2_CFM_FWD, [&](auto& sig) {
+    sendOwn<KvdTuiifInrsiGetPhaseDiff2CfmFwd>(KVD_TUIIF_INRSI_GET_PHASE_DIFF2_CFM_FWD, [&](auto& sig) {
         sig.sharedUnitId = sharedUnitId;
         sig.trpDiffHigh = trpDiffHigh;
         sig.trpDiffLow = trpDiffLow;
@@ -345,8 +320,7 @@ void KvdLoz6TuIifAdm_sendInrsiGetPhaseDiff2CfmFwd(u32 sharedUnitId, u32 trpDiffH
 
 void KvdLoz6TuIifAdm_sendInrsiGetPhaseDiff2RejFwd(u32 sharedUnitId, u8 errorCode)
 {
-    sendOwn<KvdTuiifInrsiGetPhaseDiff2RejFwd>(
-        KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REJ_FWD, [&](auto& sig) {
+    sendOwn<KvdTuiifInrsiGetPhaseDiff2RejFwd>(KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REJ_FWD, [&](auto& sig) {
         sig.sharedUnitId = sharedUnitId;
         sig.errorCode = errorCode;
     });

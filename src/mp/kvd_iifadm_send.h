@@ -34,8 +34,7 @@ void KvdLoz6TuIifAdm_sendRefState(u8 refType, u32 froId, u32 froClassNo, u32 ref
                                   u32 additionalRefStateInfo);
 /// The same from a packet reference's status bits; useActive takes the ids of the active reference.
 void KvdLoz6TuIifAdm_updateTuPktRefStatus(u32 froId, u32 froClassNo, u32 refStatus, u32 useActive);
-void KvdLoz6TuIifAdm_sendQualityLevelInd(u32 froId, u32 froClassNo, u32 clockQuality,
-                                         u32 tcuDetected);
+void KvdLoz6TuIifAdm_sendQualityLevelInd(u32 froId, u32 froClassNo, u32 clockQuality, u32 tcuDetected);
 void KvdLoz6TuIifAdm_sendPduMissingInd(u32 froId, u32 froClassNo, u32 pduMissing);
 /// State of the far end of the GPS out sync link, TuiifRemoteRcState. 10 always goes, another value
 /// on a change while the link is selected or was the last selected; none with SoCPRI.
@@ -46,8 +45,7 @@ void KvdLoz6TuIifAdm_sendRemoteRcState(u32 state);
 void KvdLoz6TuIifAdm_sendEtFroidInd(u32 lineNum, u32 froId, u32 statusControl);
 void KvdLoz6TuIifAdm_sendRefStatusChangeInd(u32 froId, u16 admState, u16 operState, u32 syncState);
 void KvdLoz6TuIifAdm_sendIdl2ModeInd();
-void KvdLoz6TuIifAdm_sendIdl2LinkStatusFwd(u32 portNo, u32 linkAvailable, u8 farEndDuNo,
-                                           u8 farEndPortNo);
+void KvdLoz6TuIifAdm_sendIdl2LinkStatusFwd(u32 portNo, u32 linkAvailable, u8 farEndDuNo, u8 farEndPortNo);
 void KvdLoz6TuIifAdm_sendIdl2SyncReportInd(u32 fineTimeSync, double phaseDiff);
 void KvdLoz6TuIifAdm_sendIdl2SetMasterServerReq(u32 masterServer);
 
@@ -57,8 +55,7 @@ void KvdLoz6TuIifAdm_sendGpsOslAttribCfm(u32 froId, u16 gpsOslCompensationDelay,
 void KvdLoz6TuIifAdm_sendSubscribePmCfm(u32 froType, u32 froId);
 void KvdLoz6TuIifAdm_sendUnsubscribePmCfm(u32 froType, u32 froId);
 /// `count` values, none is allowed.
-void KvdLoz6TuIifAdm_sendCurrentPmCfm(u32 froType, u32 froId, u32 suspectFlag, const i32* values,
-                                      u32 count);
+void KvdLoz6TuIifAdm_sendCurrentPmCfm(u32 froType, u32 froId, u32 suspectFlag, const i32* values, u32 count);
 
 // ---- SoCPRI ----
 
@@ -67,8 +64,8 @@ void KvdLoz6TuIifAdm_sendSocpriScanLinkRsp(u8 portNo, u32 syncStatus);
 void KvdLoz6TuIifAdm_sendSocpriSelectSyncLinkRsp(u8 portNo, u32 syncStatus);
 void KvdLoz6TuIifAdm_sendSocpriLinkSyncStatusInd(u8 portNo, u32 syncStatus);
 /// huntPathPrefix up to 99 characters.
-void KvdLoz6TuIifAdm_sendSocpriLinkStatusFwd(u32 id, u8 portNo, u8 linkStatus,
-                                             const char* huntPathPrefix, u32 subsumedId, u32 valid);
+void KvdLoz6TuIifAdm_sendSocpriLinkStatusFwd(u32 id, u8 portNo, u8 linkStatus, const char* huntPathPrefix,
+                                             u32 subsumedId, u32 valid);
 void KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(u32 status);
 void KvdLoz6TuIifAdm_sendSocpriGoToTimeHoldoverRsp(u32 status);
 void KvdLoz6TuIifAdm_sendSocpriAlreadySelectedInd(u8 selectedCpriPort, u8 requestedCpriPort);

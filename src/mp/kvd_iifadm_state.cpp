@@ -28,8 +28,7 @@ u8 KvdLoz6TuMgr_masterSlaveMode()
 {
     const u8 stored = s->savedBvqStatusData.masterSlaveMode;
     if (stored == 1) return 1;
-    if (stored != 0)
-        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Unavailable masterSlaveMode %d ", stored);
+    if (stored != 0) KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Unavailable masterSlaveMode %d ", stored);
     return 0;
 }
 bool KvdLoz6TuMgr_isMaster() { return KvdLoz6TuMgr_masterSlaveMode() == 1; }
@@ -46,7 +45,4 @@ int KvdLoz6TuIifAdm_createSocpriMarkerFile()
 {
     return node::platform().fileWrite(SOCPRI_MARKER_FILE, SOCPRI_MARKER_TEXT);
 }
-int KvdLoz6TuIifAdm_deleteSocpriMarkerFile()
-{
-    return node::platform().fileRemove(SOCPRI_MARKER_FILE);
-}
+int KvdLoz6TuIifAdm_deleteSocpriMarkerFile() { return node::platform().fileRemove(SOCPRI_MARKER_FILE); }

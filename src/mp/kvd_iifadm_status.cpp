@@ -61,26 +61,21 @@ struct Calibration {
 
 Calibration presentCalibration()
 {
-    if (tuiif::isMaster() && MP_UPCALLS.loopHolds())
-        return {KVD_TUIIF_CALIBRATED, ""};
+    if (tuiif::isMaster() && MP_UPCALLS.loopHolds()) return {KVD_TUIIF_CALIBRATED, ""};
     switch (state().savedBvqStatusData.radioClockState) {
     case KVD_TUIIF_FREQUENCY_LOCKED:
     case KVD_TUIIF_TIME_OFFSET_LOCKED:
     case KVD_TUIIF_RNT_TIME_LOCKED:
     case KVD_TUIIF_SLAVE_FREQUENCY_LOCKED:
-    case KVD_TUIIF_SLAVE_FRAME_LOCKED:
-        return {KVD_TUIIF_CALIBRATED, ""};
+    case KVD_TUIIF_SLAVE_FRAME_LOCKED: return {KVD_TUIIF_CALIBRATED, ""};
     case KVD_TUIIF_FREQUENCY_HOLDOVER:
     case KVD_TUIIF_TIME_OFFSET_HOLDOVER:
     case KVD_TUIIF_RNT_TIME_HOLDOVER:
-        if (state().soonToExpire == 1)
-            return {KVD_TUIIF_SOON_TO_EXPIRE, MP_UPCALLS.calibrationExpiry()};
+        if (state().soonToExpire == 1) return {KVD_TUIIF_SOON_TO_EXPIRE, MP_UPCALLS.calibrationExpiry()};
         return {KVD_TUIIF_CALIBRATED, ""};
     case KVD_TUIIF_FREQUENCY_DRIFTING:
-    case KVD_TUIIF_SLAVE_FREE_RUNNING:
-        return {KVD_TUIIF_UNCALIBRATED, ""};
-    default:
-        return {state().calibrationStatus, state().calibrationExpirationDate};
+    case KVD_TUIIF_SLAVE_FREE_RUNNING: return {KVD_TUIIF_UNCALIBRATED, ""};
+    default: return {state().calibrationStatus, state().calibrationExpirationDate};
     }
 }
 
@@ -194,11 +189,8 @@ void KvdLoz6TuIifAdm_sendRefState(u8 refType, u32 froId, u32 froClassNo, u32 ref
     case PACKET_FREQ_REF:
     case ETHA_REF:
     case ETHB_REF:
-    case ETHC_REF:
-        break;
-    default:
-        KVD_TRACE(TRACE_TUIIFADM, TRACE_ERROR, "Reference not supported");
-        return;
+    case ETHC_REF: break;
+    default: KVD_TRACE(TRACE_TUIIFADM, TRACE_ERROR, "Reference not supported"); return;
     }
     if (!isReady()) return;
     auto* ind = node::make<KvdTuiif6BvqRefStateInd>(KVD_TUIIF6_BVQ_REF_STATE_IND);
@@ -230,8 +222,7 @@ void KvdLoz6TuIifAdm_updateTuPktRefStatus(u32 froId, u32 froClassNo, u32 refStat
                   froId, froClassNo, refStatus);
         return;
     }
-    KvdLoz6TuIifAdm_sendRefState(PACKET_TIME_REF, froId, froClassNo, refState,
-                                 refStatus & PKT_STATUS_MASK);
+    KvdLoz6TuIifAdm_sendRefState(PACKET_TIME_REF, froId, froClassNo, refState, refStatus & PKT_STATUS_MASK);
 }
 
 void KvdLoz6TuIifAdm_sendRemoteRcState(u32 remoteState)
@@ -239,8 +230,8 @@ void KvdLoz6TuIifAdm_sendRemoteRcState(u32 remoteState)
     tuiif::SavedBvqStatusData& saved = state().savedBvqStatusData;
     if (!isReady() || saved.selectedRef == SOCPRI_REF) return;
     if (remoteState != REMOTE_RC_UNKNOWN) {
-        const bool follows = saved.selectedRef == GPSOSL_REF ||
-                             (saved.selectedRef == NO_REF && saved.prevSelectedRef == GPSOSL_REF);
+        const bool follows = saved.selectedRef == GPSOSL_REF
+                             || (saved.selectedRef == NO_REF && saved.prevSelectedRef == GPSOSL_REF);
         if (!follows || remoteState == saved.remoteRCState) return;
     }
     saved.remoteRCState = remoteState;

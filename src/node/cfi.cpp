@@ -88,14 +88,14 @@ u32 Cfi_attachReq(CfiProxy* p, u32 deviceId)
     return node::PROXY_DONE;
 }
 
-u32 Cfi_joinMulticastReq(CfiProxy* p, u32 deviceId, const std::array<u8, 6>& mac,
-                         const CfiFilter& filter, u32 clientData)
+u32 Cfi_joinMulticastReq(CfiProxy* p, u32 deviceId, const std::array<u8, 6>& mac, const CfiFilter& filter,
+                         u32 clientData)
 {
     return requestMulticast(p, CFI_JOIN_MULTICAST_REQ, deviceId, mac, filter, clientData);
 }
 
-u32 Cfi_leaveMulticastReq(CfiProxy* p, u32 deviceId, const std::array<u8, 6>& mac,
-                          const CfiFilter& filter, u32 clientData)
+u32 Cfi_leaveMulticastReq(CfiProxy* p, u32 deviceId, const std::array<u8, 6>& mac, const CfiFilter& filter,
+                          u32 clientData)
 {
     return requestMulticast(p, CFI_LEAVE_MULTICAST_REQ, deviceId, mac, filter, clientData);
 }

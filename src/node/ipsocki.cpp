@@ -97,11 +97,8 @@ u32 TarsoIpsocki_internal(IpsockiProxy* p, const Signal* sig)
         return PROXY_DONE;
     case TARSO_IPSOCKI_SERVER_DOWN_IND:
         return node::proxyServerDown(p->service, sig) == 0 ? PROXY_DONE : PROXY_NOT_CONNECTED;
-    case TARSO_IPSOCKI4_TERMINATE_SERVICE_CFM:
-        proxyForget(p->service);
-        return PROXY_DONE;
-    default:
-        return PROXY_DONE;
+    case TARSO_IPSOCKI4_TERMINATE_SERVICE_CFM: proxyForget(p->service); return PROXY_DONE;
+    default: return PROXY_DONE;
     }
 }
 

@@ -109,19 +109,16 @@ u32 Ipsynctsi_internal(IpsynctsiProxy* handle, const Signal* sig)
     if (sig->sigNo == IPSYNCTSI_SERVER_UP_IND) s->hunting = false;
     if (!isProxy(handle)) return IPSYNCTSI_NO_PROXY;
     switch (sig->sigNo) {
-    case IPSYNCTSI_SERVER_UP_IND:
-        return onServerUp(*handle, senderOf(sig));
+    case IPSYNCTSI_SERVER_UP_IND: return onServerUp(*handle, senderOf(sig));
     case IPSYNCTSI_INITIATE_SERVICE_CFM:
     case IPSYNCTSI_INITIATE_SERVICE_REJ:
-    case IPSYNCTSI_INITIATE_SERVICE_SUS:
-        return handle->asked ? IPSYNCTSI_DONE : IPSYNCTSI_NOT_ASKED;
+    case IPSYNCTSI_INITIATE_SERVICE_SUS: return handle->asked ? IPSYNCTSI_DONE : IPSYNCTSI_NOT_ASKED;
     case IPSYNCTSI_SERVER_DOWN_IND:
         handle->attachRef = 0;
         handle->server = 0;
         handle->asked = false;
         return IPSYNCTSI_DONE;
-    default:
-        return IPSYNCTSI_DONE;
+    default: return IPSYNCTSI_DONE;
     }
 }
 

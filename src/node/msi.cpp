@@ -90,8 +90,7 @@ u32 TarsoMsi_initiateService(u32 firstPv, u32 secondPv, u32 thirdPv, Signal*& an
     req->pvSecondWanted = secondPv;
     req->pvThirdWanted = thirdPv;
     sendTo(s->server, req);
-    constexpr SIGSELECT ANSWERS[] = {2, TARSO_MSI_INITIATE_SERVICE_CFM,
-                                     TARSO_MSI_INITIATE_SERVICE_REJ};
+    constexpr SIGSELECT ANSWERS[] = {2, TARSO_MSI_INITIATE_SERVICE_CFM, TARSO_MSI_INITIATE_SERVICE_REJ};
     answer = ose::receive_w_tmo(0, ANSWERS);
     if (answer != nullptr) return MSI_IN_USE;
     superviseNegotiation();
@@ -101,9 +100,7 @@ u32 TarsoMsi_initiateService(u32 firstPv, u32 secondPv, u32 thirdPv, Signal*& an
 u32 TarsoMsi_internal(const Signal* sig)
 {
     switch (sig->sigNo) {
-    case TARSO_MSI_INITIATE_SERVICE_CFM:
-        endSupervision();
-        return s->server != 0 ? MSI_IN_USE : MSI_NO_SERVER;
+    case TARSO_MSI_INITIATE_SERVICE_CFM: endSupervision(); return s->server != 0 ? MSI_IN_USE : MSI_NO_SERVER;
     case TARSO_MSI_INITIATE_SERVICE_REJ: {
         const auto* rej = as<TarsoMsiRej>(sig);
         if (rej != nullptr && rej->reason == MSI_REASON_SERVER_GONE) s->deathRef = 0;
@@ -122,8 +119,7 @@ u32 TarsoMsi_internal(const Signal* sig)
         h.address = cfm->address;
         return MSI_DONE;
     }
-    default:
-        return MSI_DONE;
+    default: return MSI_DONE;
     }
 }
 

@@ -38,10 +38,7 @@ int replaceCep(u32 from, u32 to)
     return 1;
 }
 
-bool knowsCep(u32 cepId)
-{
-    return std::find(s->cep.begin(), s->cep.end(), cepId) != s->cep.end();
-}
+bool knowsCep(u32 cepId) { return std::find(s->cep.begin(), s->cep.end(), cepId) != s->cep.end(); }
 
 void ask()
 {
@@ -98,8 +95,7 @@ void onSyncState(const PhyportSyncStateInd* ind)
 void onPortInfo(const PhyportPortInfoInd* ind)
 {
     if (ind == nullptr) return;
-    s->callbacks.portInfo(
-        {ind->cepId, ind->line, ind->froId, ind->stateControl, ind->opState, ind->adState});
+    s->callbacks.portInfo({ind->cepId, ind->line, ind->froId, ind->stateControl, ind->opState, ind->adState});
 }
 
 }  // namespace
@@ -109,8 +105,8 @@ namespace node {
 u32 PhyPortInfo_attach(const char* serviceName, u32 interfaceNumber, u32 pvFirst, u32 pvSecond,
                        const PhyPortCallbacks& callbacks)
 {
-    if (callbacks.connected == nullptr || callbacks.disconnected == nullptr ||
-        callbacks.syncStateChange == nullptr || callbacks.portInfo == nullptr)
+    if (callbacks.connected == nullptr || callbacks.disconnected == nullptr
+        || callbacks.syncStateChange == nullptr || callbacks.portInfo == nullptr)
         return 1;
     if (s->serviceName != nullptr) return 1;
     s->serviceName = serviceName;

@@ -51,8 +51,7 @@ void PktsyncDrv_freeMemory(PktsyncDrvProxy* p)
     *p = {};
 }
 
-u32 PktsyncDrv_initiateServiceReq(PktsyncDrvProxy* p, u32 firstPv, u32 secondPv, u32 thirdPv,
-                                  u32 fourthPv)
+u32 PktsyncDrv_initiateServiceReq(PktsyncDrvProxy* p, u32 firstPv, u32 secondPv, u32 thirdPv, u32 fourthPv)
 {
     if (p == nullptr) return PROXY_NONE;
     return proxyInitiateService(p->service, SERVICE, {firstPv, secondPv, thirdPv, fourthPv});

@@ -137,8 +137,8 @@ u32 TmvPmai_serviceAttach(PROCESS client)
 {
     if (s->proxy != 0) return 1;
     s->client = client;
-    s->proxy = ose::create_process(ose::KIND_PRIORITISED, PROXY_NAME, proxy, PROXY_STACK,
-                                   PROXY_PRIORITY, 0, 0);
+    s->proxy = ose::create_process(ose::KIND_PRIORITISED, PROXY_NAME, proxy, PROXY_STACK, PROXY_PRIORITY, 0,
+                                   0);
     ose::start(s->proxy);
     return 0;
 }

@@ -62,17 +62,13 @@ u32 TarsoPri_terminateService() { return request(TARSO_PRI_TERMINATE_SERVICE_REQ
 u32 TarsoPri_internal(const Signal* sig)
 {
     switch (sig->sigNo) {
-    case TARSO_PRI_INITIATE_SERVICE_CFM:
-        return s->server != 0 ? IN_USE : NOT_CONNECTED;
+    case TARSO_PRI_INITIATE_SERVICE_CFM: return s->server != 0 ? IN_USE : NOT_CONNECTED;
     case TARSO_PRI_SERVER_DOWN_IND:
         s->attachRef = 0;
         s->server = 0;
         return DONE;
-    case TARSO_PRI_TERMINATE_SERVICE_CFM:
-        forgetServer();
-        return DONE;
-    default:
-        return DONE;
+    case TARSO_PRI_TERMINATE_SERVICE_CFM: forgetServer(); return DONE;
+    default: return DONE;
     }
 }
 

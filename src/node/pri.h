@@ -1,8 +1,8 @@
 // pri.h - Client of the node's own-identity service (PRI, PIU): instance and hardware address of the
 // unit.
 // Owner   the process that initiated the service: answers come there as signals, and it alone calls.
-// Errors  a call before the service was found, or after its death, answers a number other than 0; none blocks. An
-//         answer's own result says whether its data counts.
+// Errors  a call before the service was found, or after its death, answers a number other than 0; none
+//         blocks. An answer's own result says whether its data counts.
 #pragma once
 #include "ose/types.h"
 

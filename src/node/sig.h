@@ -34,7 +34,8 @@ const T* as(const Signal* sig)
     return reinterpret_cast<const T*>(sig);
 }
 
-/// The same for a layout whose end is open, text or a list: `least` octets are there, and the members in them.
+/// The same for a layout whose end is open, text or a list: `least` octets are there, and the members in
+/// them.
 template <typename T>
 const T* asOfAtLeast(const Signal* sig, std::size_t least)
 {

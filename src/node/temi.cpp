@@ -76,19 +76,14 @@ u32 TarsoTemi_internal(const Signal* sig)
         s->attachRef = 0;
         s->server = 0;
         return DONE;
-    case TARSO_TEMI_INITIATE_SERVICE_CFM:
-        return s->server != 0 ? IN_USE : NOT_CONNECTED;
+    case TARSO_TEMI_INITIATE_SERVICE_CFM: return s->server != 0 ? IN_USE : NOT_CONNECTED;
     case TARSO_TEMI_INITIATE_SERVICE_REJ:
-    case TARSO_TEMI_TERMINATE_SERVICE_CFM:
-        TarsoTemi_forget();
-        return DONE;
-    default:
-        return DONE;
+    case TARSO_TEMI_TERMINATE_SERVICE_CFM: TarsoTemi_forget(); return DONE;
+    default: return DONE;
     }
 }
 
-u32 TarsoTemi_doTestResponse(u32 last, u32 testNumber, const char* testName, u32 result,
-                             const char* message)
+u32 TarsoTemi_doTestResponse(u32 last, u32 testNumber, const char* testName, u32 result, const char* message)
 {
     return sendResult(TARSO_TEMI_DO_TEST_RSP, last, testNumber, testName, result, message);
 }

@@ -1,6 +1,7 @@
 // temi.h - Client of the node's test service: restart type and hardware tests at start.
 // Owner   the process that initiated the service: its signals go there, and it alone calls.
-// Errors  a call before the service was found, or after its death, answers a number other than 0; none blocks.
+// Errors  a call before the service was found, or after its death, answers a number other than 0; none
+//         blocks.
 #pragma once
 #include "ose/types.h"
 

@@ -29,10 +29,7 @@ struct State {
 ose::ModuleData<State> s;
 
 /// Traces come from a process of a loaded program; anything else is silent.
-bool insideProgram()
-{
-    return ose::detail::programData != nullptr && ose::current_process() != 0;
-}
+bool insideProgram() { return ose::detail::programData != nullptr && ose::current_process() != 0; }
 
 ProcessBlock* findBlock(PROCESS pid)
 {
@@ -129,8 +126,7 @@ void traceWrite(u32 group, u8 level, const char* file, int line, const char* for
         if (b != nullptr) ++b->errorStatus;
     }
     const char* process = ose::process_name(pid);
-    platform().trace(
-        {traceGroupName(group), level, process != nullptr ? process : "", file, line, text});
+    platform().trace({traceGroupName(group), level, process != nullptr ? process : "", file, line, text});
 }
 
 }  // namespace node

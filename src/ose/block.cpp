@@ -87,8 +87,7 @@ u32 configuredNumber(const Program& program, const char* key, const char* otherw
     char* end = nullptr;
     const unsigned long value = std::strtoul(text, &end, 10);
     if (end == text || *end != '\0' || *text == '-' || value > 0xFFFF'FFFFul)
-        throw std::invalid_argument(std::string(program.name) + ": " + key + "=" + text +
-                                    " is no number");
+        throw std::invalid_argument(std::string(program.name) + ": " + key + "=" + text + " is no number");
     return static_cast<u32>(value);
 }
 
@@ -117,13 +116,12 @@ Block& System::load(const Program& program)
                                              "31,63,127,255,1023,4095,16383,65535");
     const std::vector<u32> sizes = parseSizes(sizesText);
     if (sizes.empty())
-        throw std::invalid_argument(std::string(program.name) + ": OSE_LM_SIGNAL_SIZES=" +
-                                    sizesText + " is no ascending list of sizes from 4 to 65535");
+        throw std::invalid_argument(std::string(program.name) + ": OSE_LM_SIGNAL_SIZES=" + sizesText
+                                    + " is no ascending list of sizes from 4 to 65535");
     const u32 poolSize = configuredNumber(program, "OSE_LM_POOL_SIZE", "300000");
     const u32 priority = configuredNumber(program, "OSE_LM_MAIN_PRIORITY", "31");
     if (poolSize == 0 || priority >= PRIORITIES)
-        throw std::invalid_argument(std::string(program.name) +
-                                    ": pool size or main priority out of range");
+        throw std::invalid_argument(std::string(program.name) + ": pool size or main priority out of range");
 
     std::unique_ptr<Block> block(new Block);
     BlockImpl& b = block->impl();
@@ -137,8 +135,8 @@ Block& System::load(const Program& program)
     b.id = impl_->newSlot(SlotKind::Block, &b);
     impl_->blocks.push_back(std::move(block));
 
-    Process& main = impl_->create(&b, KIND_PRIORITISED,
-                                  configured(program, "OSE_LM_MAIN_NAME", program.name), priority);
+    Process& main = impl_->create(&b, KIND_PRIORITISED, configured(program, "OSE_LM_MAIN_NAME", program.name),
+                                  priority);
     main.entry = program.main;
     const PROCESS pid = main.pid;
     if (!impl_->startProcess(main)) {
@@ -164,8 +162,7 @@ void System::unload(Block& block)
 void System::Impl::finishUnload(BlockImpl& b)
 {
     freeSlot(b.id);
-    std::erase_if(blocks,
-                  [&b](const std::unique_ptr<Block>& other) { return other.get() == b.block; });
+    std::erase_if(blocks, [&b](const std::unique_ptr<Block>& other) { return other.get() == b.block; });
 }
 
 void System::Impl::endProgram(BlockImpl& b, u32 code, const std::string& text)

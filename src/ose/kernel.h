@@ -285,8 +285,7 @@ struct System::Impl {
     Process* process(PROCESS pid) const
     {
         const Slot* s = slot(pid);
-        return s != nullptr && s->kind == SlotKind::Process ? static_cast<Process*>(s->item)
-                                                            : nullptr;
+        return s != nullptr && s->kind == SlotKind::Process ? static_cast<Process*>(s->item) : nullptr;
     }
     Process& create(BlockImpl* block, u32 kind, std::string processName, u32 priority);
     bool startProcess(Process& p);                   // false: refused, and reported

@@ -1,4 +1,5 @@
-// loop_watch.h - A process that computes on and on without the kernel keeps everybody else from running, virtual
+// loop_watch.h - A process that computes on and on without the kernel keeps everybody else from running,
+// virtual
 // time too. The host tells: each thread that runs a world has a timer of the CPU time that it has used.
 #pragma once
 

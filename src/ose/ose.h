@@ -8,8 +8,8 @@
 
 namespace ose {
 
-/// Where in the source a call stands, as the default argument of what is called. By the compilers' built-ins, as
-/// not each library that they come with has the standard's type.
+/// Where in the source a call stands, as the default argument of what is called. By the compilers' built-ins,
+/// as not each library that they come with has the standard's type.
 class Place {
 public:
     static constexpr Place current(const char* file = __builtin_FILE(), u32 line = __builtin_LINE())

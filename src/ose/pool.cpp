@@ -27,10 +27,7 @@ constexpr u32 END_MARK = 0xE5D0'CAFE;        // right behind the last byte of a 
 constexpr u32 FREED_NUMBER = 0xF4EE'DF4E;    // what a program reads from a signal that it has freed
 constexpr std::size_t ALIGN = alignof(Buffer);
 
-std::size_t roomOf(u32 classSize)
-{
-    return (classSize + sizeof END_MARK + ALIGN - 1) / ALIGN * ALIGN;
-}
+std::size_t roomOf(u32 classSize) { return (classSize + sizeof END_MARK + ALIGN - 1) / ALIGN * ALIGN; }
 
 }  // namespace
 
@@ -72,8 +69,7 @@ Buffer* Pool::get(u32 size, const Place& place)
     if (b != nullptr) {
         c.free = b->next;
     } else {
-        b = static_cast<Buffer*>(
-            ::operator new(sizeof(Buffer) + roomOf(c.size), std::align_val_t{ALIGN}));
+        b = static_cast<Buffer*>(::operator new (sizeof(Buffer) + roomOf(c.size), std::align_val_t{ALIGN}));
         new (b) Buffer{};
         b->mark = Buffer::markOf(b);
         b->pool = this;

@@ -39,10 +39,7 @@ struct alignas(16) Buffer {
     static Buffer* of(Signal* sig) { return reinterpret_cast<Buffer*>(sig) - 1; }
     bool genuine() const { return mark == markOf(this); }
     bool endIntact() const;
-    static u64 markOf(const Buffer* b)
-    {
-        return reinterpret_cast<std::uintptr_t>(b) ^ 0x5EA1'B0FF'E45E'A1ED;
-    }
+    static u64 markOf(const Buffer* b) { return reinterpret_cast<std::uintptr_t>(b) ^ 0x5EA1'B0FF'E45E'A1ED; }
 };
 
 /// Buffers by size class. A freed buffer stays in its class, so a steady load asks no heap.

@@ -13,8 +13,8 @@ namespace {
 bool leaked(const Process& p, const Buffer& b)
 {
     if (b.kept) return false;
-    return p.returned || p.frame == nullptr ||
-           reinterpret_cast<std::uintptr_t>(p.frame) >= reinterpret_cast<std::uintptr_t>(b.frame);
+    return p.returned || p.frame == nullptr
+           || reinterpret_cast<std::uintptr_t>(p.frame) >= reinterpret_cast<std::uintptr_t>(b.frame);
 }
 
 /// Hunts anywhere in the world may wait for a process that is there now.
@@ -65,18 +65,14 @@ Process* System::Impl::findProcess(const std::string& processName) const
     return nullptr;
 }
 
-Pool& System::Impl::poolOf(const Process& p) const
-{
-    return p.block == nullptr ? *nodePool : *p.block->pool;
-}
+Pool& System::Impl::poolOf(const Process& p) const { return p.block == nullptr ? *nodePool : *p.block->pool; }
 
 // ---- life ---------------------------------------------------------------------------------------
 
 Process& System::Impl::create(BlockImpl* block, u32 kind, std::string processName, u32 priority)
 {
     if (priority >= PRIORITIES) {
-        w.misuse(
-            {"priority " + std::to_string(priority) + " out of range", processName, 0, "", ""});
+        w.misuse({"priority " + std::to_string(priority) + " out of range", processName, 0, "", ""});
         priority = PRIORITIES - 1;
     }
     Process* p = new Process;
@@ -112,8 +108,8 @@ bool System::Impl::startProcess(Process& p)
     default:
         p.stack = w.takeStack();
         if (p.stack == nullptr) {
-            w.misuse({"no room for a stack of " + std::to_string(w.stackSize / 1024) + " KiB beside " +
-                          std::to_string(w.stacks.size()),
+            w.misuse({"no room for a stack of " + std::to_string(w.stackSize / 1024) + " KiB beside "
+                          + std::to_string(w.stacks.size()),
                       nameForReport(&p), 0, "", ""});
             return false;
         }
@@ -165,7 +161,8 @@ void WorldImpl::dispose(Process& p)
     if (p.timers > 0) s.dropTimers(p);
     s.forgetSupervision(p);
     BlockImpl* const block = p.block;
-    const bool report = block != nullptr && !block->ended && (block->unloading || p.returned || p.endedByProgram);
+    const bool report = block != nullptr && !block->ended
+                        && (block->unloading || p.returned || p.endedByProgram);
     const std::vector<Pool*> pools = s.pools;
     for (Pool* pool : pools) {
         for (Buffer* b = pool->oldest(); b != nullptr;) {
@@ -208,16 +205,13 @@ const char* process_name(PROCESS pid)
     return nullptr;
 }
 
-PROCESS create_process(u32 kind, const char* name, Entry entry, u32, u32 priority, OSTIME period,
-                       u32 vector)
+PROCESS create_process(u32 kind, const char* name, Entry entry, u32, u32 priority, OSTIME period, u32 vector)
 {
     Process& self = caller("create_process", Place::current());
     SystemImpl& s = *self.system;
-    const bool known =
-        kind == KIND_PRIORITISED || kind == KIND_INTERRUPT || kind == KIND_TIMER_INTERRUPT;
+    const bool known = kind == KIND_PRIORITISED || kind == KIND_INTERRUPT || kind == KIND_TIMER_INTERRUPT;
     if (!known || entry == nullptr || (kind == KIND_TIMER_INTERRUPT && period == 0)) {
-        s.w.misuse(
-            {std::string("no process can be made so: ") + name, nameForReport(&self), 0, "", ""});
+        s.w.misuse({std::string("no process can be made so: ") + name, nameForReport(&self), 0, "", ""});
         return 0;
     }
     Process& p = s.create(self.block, kind, name, priority);
@@ -255,9 +249,7 @@ void kill_proc(PROCESS pid)
     case SlotKind::Block:
         s.endProgram(*static_cast<BlockImpl*>(slot->item), 0, "killed by " + nameForReport(&self));
         break;
-    default:
-        s.w.misuse({"kill of a process in another system", nameForReport(&self), 0, "", ""});
-        break;
+    default: s.w.misuse({"kill of a process in another system", nameForReport(&self), 0, "", ""}); break;
     }
     if (self.dead && !self.unwinding) unwind(self);
     s.w.preempt();
@@ -268,8 +260,7 @@ void error(u32 code, const Place& place)
     Process& self = caller("error", place);
     char number[16];
     std::snprintf(number, sizeof number, "0x%X", code);
-    const std::string text =
-        std::string("error ") + number + " in " + self.name + " at " + placeText(place);
+    const std::string text = std::string("error ") + number + " in " + self.name + " at " + placeText(place);
     if (self.unwinding) {
         std::fprintf(stderr, "kernel: %s while it is being killed\n", text.c_str());
         std::abort();

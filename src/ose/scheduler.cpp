@@ -26,10 +26,7 @@ void actAs(Process* p)
 /// The same for a scope, in which user code may throw.
 class ActAs {
 public:
-    explicit ActAs(Process* p) : before_(here.current), dataBefore_(detail::programData)
-    {
-        actAs(p);
-    }
+    explicit ActAs(Process* p) : before_(here.current), dataBefore_(detail::programData) { actAs(p); }
     ~ActAs()
     {
         here.current = before_;
@@ -286,17 +283,13 @@ void WorldImpl::runAction(Action& action)
 void WorldImpl::runEvent(Event& event)
 {
     switch (event.kind) {
-    case EventKind::Action:
-        runAction(actions[reinterpret_cast<std::uintptr_t>(event.owner)]);
-        return;
+    case EventKind::Action: runAction(actions[reinterpret_cast<std::uintptr_t>(event.owner)]); return;
     case EventKind::Timer: {
         Timer& t = *static_cast<Timer*>(event.owner);
         t.owner->system->expire(t);
         return;
     }
-    case EventKind::Wait:
-        makeReady(*static_cast<Process*>(event.owner));
-        return;
+    case EventKind::Wait: makeReady(*static_cast<Process*>(event.owner)); return;
     case EventKind::Period: {
         Process& p = *static_cast<Process*>(event.owner);
         events.push(event, later(p.period));
@@ -320,10 +313,8 @@ Step WorldImpl::step()
         if (hasPosted.load(std::memory_order_acquire)) return Step::Posted;
         const Time due = events.nextDue();
         if (due > horizon || due == FOREVER) {
-            if (due == FOREVER && pace == 0.0 && (endWhenIdle || horizon == FOREVER))
-                return Step::Ended;
-            if (pace > 0.0 && !waitForWallClock(horizon))
-                return hasPosted ? Step::Posted : Step::Ended;
+            if (due == FOREVER && pace == 0.0 && (endWhenIdle || horizon == FOREVER)) return Step::Ended;
+            if (pace > 0.0 && !waitForWallClock(horizon)) return hasPosted ? Step::Posted : Step::Ended;
             now = horizon;
             spins = 0;
             return Step::Ended;
@@ -453,8 +444,7 @@ bool WorldImpl::waitForWallClock(Time until)
         const bool isLate = Clock::now() >= due && !woken();
         if (isLate || !postArrived.wait_until(lock, due, woken)) return true;
     }
-    const double passed_ns =
-        std::chrono::duration<double, std::nano>(Clock::now() - paceWall).count();
+    const double passed_ns = std::chrono::duration<double, std::nano>(Clock::now() - paceWall).count();
     const Time wallNow = paceVirtual + static_cast<Time>(passed_ns * 1e3 * pace);
     const Time reached = std::clamp(wallNow, now, until);
     if (reached > now) spins = 0;

@@ -82,8 +82,7 @@ Signal* receiveWithin(const SIGSELECT* selection, bool limited, OSTIME tmo, cons
 Buffer* usable(Process& self, Signal* const* sig, const char* operation, const Place& place)
 {
     const auto refuse = [&](const std::string& what) {
-        self.system->w.misuse(
-            {what + " in " + operation, nameForReport(&self), 0, placeText(place), ""});
+        self.system->w.misuse({what + " in " + operation, nameForReport(&self), 0, placeText(place), ""});
         return nullptr;
     };
     if (sig == nullptr || *sig == nullptr) [[unlikely]] return refuse("no buffer");
@@ -225,16 +224,15 @@ void restore(Signal* sig, const Place& place)
     Process& self = caller("restore", place);
     Buffer* b = sig == nullptr ? nullptr : Buffer::of(sig);
     if (b == nullptr || !b->genuine()) {
-        self.system->w.misuse({"not a signal buffer in restore", nameForReport(&self), 0,
-                               placeText(place), ""});
+        self.system->w.misuse(
+            {"not a signal buffer in restore", nameForReport(&self), 0, placeText(place), ""});
         return;
     }
     if (b->state == BufferState::Held && b->owner == self.pid) return;
     const Process* owner = self.system->process(b->owner);
-    if (b->state != BufferState::Held || owner == nullptr || !owner->interrupt() ||
-        owner->block != self.block) {
-        reportBuffer(self, b->state == BufferState::Free ? "used after free" : "not the owner", *b,
-                     place);
+    if (b->state != BufferState::Held || owner == nullptr || !owner->interrupt()
+        || owner->block != self.block) {
+        reportBuffer(self, b->state == BufferState::Free ? "used after free" : "not the owner", *b, place);
         return;
     }
     b->owner = self.pid;

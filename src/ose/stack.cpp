@@ -126,10 +126,7 @@ std::size_t Stack::used() const
     return size_ - untouched * page;
 }
 
-bool Stack::guards(const void* address) const
-{
-    return address >= memory_ && address < memory_ + GUARD;
-}
+bool Stack::guards(const void* address) const { return address >= memory_ && address < memory_ + GUARD; }
 
 // ---- overflow -----------------------------------------------------------------------------------
 

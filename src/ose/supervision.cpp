@@ -15,8 +15,8 @@ PROCESS System::Impl::lookUp(const std::string& processName)
     if (std::find(never.begin(), never.end(), processName) != never.end()) return 0;
     if (const Process* own = findProcess(processName)) return own->pid;
     for (const LinkTo& l : links) {
-        if (processName.size() <= l.name.size() + 1 ||
-            processName.compare(0, l.name.size(), l.name) != 0 || processName[l.name.size()] != '/')
+        if (processName.size() <= l.name.size() + 1 || processName.compare(0, l.name.size(), l.name) != 0
+            || processName[l.name.size()] != '/')
             continue;
         if (Process* remote = l.to->findProcess(processName.substr(l.name.size() + 1)))
             return proxyFor(*remote).pid;

@@ -20,8 +20,8 @@ public:
     Work(Body&& body)
     {
         using Held = std::decay_t<Body>;
-        if constexpr (sizeof(Held) <= HELD && alignof(Held) <= ALIGN &&
-                      std::is_nothrow_move_constructible_v<Held>) {
+        if constexpr (sizeof(Held) <= HELD && alignof(Held) <= ALIGN
+                      && std::is_nothrow_move_constructible_v<Held>) {
             new (at_) Held(std::forward<Body>(body));
             kind_ = &KIND<Held>;
         } else {

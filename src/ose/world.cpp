@@ -125,14 +125,8 @@ int WorldImpl::cancel(EventId& id)
     return 1;
 }
 
-EventId World::at(Time when, Work&& action)
-{
-    return impl_->at(when, std::move(action));
-}
-EventId World::after(Time delay, Work&& action)
-{
-    return impl_->at(impl_->later(delay), std::move(action));
-}
+EventId World::at(Time when, Work&& action) { return impl_->at(when, std::move(action)); }
+EventId World::after(Time delay, Work&& action) { return impl_->at(impl_->later(delay), std::move(action)); }
 int World::cancel(EventId& event) { return impl_->cancel(event); }
 
 void World::runUntil(Time when)
@@ -236,8 +230,8 @@ StackUse World::stackUse() const
 
 std::string StackUse::text() const
 {
-    return std::to_string(stacks) + " stacks of " + std::to_string(size / 1024) + " KiB, at most " +
-           std::to_string(largest / 1024) + " KiB used, by " + process;
+    return std::to_string(stacks) + " stacks of " + std::to_string(size / 1024) + " KiB, at most "
+           + std::to_string(largest / 1024) + " KiB used, by " + process;
 }
 
 // ---- system -------------------------------------------------------------------------------------
@@ -262,8 +256,7 @@ System::Impl::~Impl()
 }
 
 System::System(World& world, const std::string& name)
-    : impl_(
-          std::make_unique<Impl>(world, *this, name, static_cast<u32>(world.impl().systems.size())))
+    : impl_(std::make_unique<Impl>(world, *this, name, static_cast<u32>(world.impl().systems.size())))
 {
 }
 System::~System() = default;
@@ -281,8 +274,7 @@ PROCESS System::spawn(const std::string& name, u32 priority, std::function<void(
     return impl_->launch(nullptr, name, priority, std::move(body));
 }
 
-PROCESS System::launch(Block& block, const std::string& name, u32 priority,
-                       std::function<void()> body)
+PROCESS System::launch(Block& block, const std::string& name, u32 priority, std::function<void()> body)
 {
     BlockImpl& b = block.impl();
     return b.ended || b.unloading ? 0 : impl_->launch(&b, name, priority, std::move(body));
@@ -345,8 +337,7 @@ int System::raise(u32 vector)
     return 0;
 }
 
-void System::call(Block& block, const std::function<void()>& body, u32 priority,
-                  const std::string& name)
+void System::call(Block& block, const std::function<void()>& body, u32 priority, const std::string& name)
 {
     WorldImpl& w = impl_->w;
     onlyOutside(w, "System::call from inside of the world");

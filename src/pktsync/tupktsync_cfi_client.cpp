@@ -148,8 +148,7 @@ void onAttach(const Signal* sig)
     if (cfm == nullptr) return;
     if (cfm->result != 0) {
         KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
-                  "TuPktsync_CFI_client: error result = %d\nin attach cfm",
-                  static_cast<i32>(cfm->result));
+                  "TuPktsync_CFI_client: error result = %d\nin attach cfm", static_cast<i32>(cfm->result));
         return;                              // and asked again
     }
     KvdTimer_cancel(s->answerTimer);

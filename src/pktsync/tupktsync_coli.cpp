@@ -71,8 +71,8 @@ void printClock(const PtpClock& c)
     shellPrintf("   parent               : %s, %u steps\n",
                 TuPktsync_portIdentityText(p.parentPortIdentity).data(), c.stepsRemoved);
     shellPrintf("   grandmaster          : %s, class %u, accuracy 0x%02x, variance 0x%04x\n",
-                TuPktsync_portIdentityText({p.grandmasterIdentity, 0}).data(), q.clockClass,
-                q.clockAccuracy, q.offsetScaledLogVariance);
+                TuPktsync_portIdentityText({p.grandmasterIdentity, 0}).data(), q.clockClass, q.clockAccuracy,
+                q.offsetScaledLogVariance);
     const PtpTimeProperties& t = c.timeProperties;
     shellPrintf("   time scale           : %s, UTC offset %d s%s\n",
                 (t.flags & PTP_TIMESCALE) != 0 ? "TAI" : "arbitrary", t.currentUtcOffset,
@@ -84,8 +84,7 @@ void printClock(const PtpClock& c)
     shellPrintf("   delay mechanism      : %s, %u ms, %u replies missed\n",
                 TuPktsyncPTP_drmStatusText(c.delay.status), c.delay.nom_interval, c.delay.missed_replies);
     if (ptpHasUcNeg(c.setup.syncrefId))
-        shellPrintf("   negotiation          : %s\n",
-                    ptpUcNegStateText(ptpUcNegState(c.setup.syncrefId)));
+        shellPrintf("   negotiation          : %s\n", ptpUcNegStateText(ptpUcNegState(c.setup.syncrefId)));
     shellPrintf("   messages that served : Announce %u, Sync %u, Follow_Up %u, Delay_Resp %u, Signaling %u\n",
                 c.used[PTP_ANNOUNCE], c.used[PTP_SYNC], c.used[PTP_FOLLOW_UP], c.used[PTP_DELAY_RESP],
                 c.used[PTP_SIGNALING]);

@@ -278,8 +278,7 @@ int TuPktsync_PktSyncDrvClient_dispatch(Signal* sig)
         onAnswer(sig, "PKTSYNCDRV_CHANGESYNCREF_CFM", CHANGE, TuPktsync_SyncrefCtrl_PktSyncDrvChangeCfm);
         return 1;
     case PKTSYNCDRV_DELETESYNCREF_CFM:
-        onAnswer(sig, "PKTSYNCDRV_DELETESYNCREF_CFM", DELETE,
-                 TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm);
+        onAnswer(sig, "PKTSYNCDRV_DELETESYNCREF_CFM", DELETE, TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm);
         return 1;
     case PKTSYNCDRV_TIMESTAMP_IND:        onTimestamp(sig);  return 1;
     case TUPKTSYNC_DRV_ANSWER_TMO:        onAnswerTimeout(); return 1;
@@ -310,7 +309,7 @@ u32 TuPktsync_PktSyncDrvClient_state() { return s->state; }
 
 const char* TuPktsync_drvStateText(u32 state)
 {
-    static constexpr const char* TEXTS[] = {"NOT_AVAILABLE", "WAIT_FOR_SERVER_UP",
-                                            "WAIT_FOR_INIT_RESPONS", "AVAILABLE"};
+    static constexpr const char* TEXTS[] = {"NOT_AVAILABLE", "WAIT_FOR_SERVER_UP", "WAIT_FOR_INIT_RESPONS",
+                                            "AVAILABLE"};
     return state < std::size(TEXTS) ? TEXTS[state] : "UNKNOWN";
 }

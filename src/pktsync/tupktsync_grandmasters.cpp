@@ -46,10 +46,10 @@ u32 TuPktsync_grandmastersText(char* text, u32 room)
         const std::time_t seconds = static_cast<std::time_t>(e.time.seconds);
         std::tm t{};
         gmtime_r(&seconds, &t);
-        length += static_cast<u32>(std::snprintf(
-            text + length, room - length, "%04d-%02d-%02d %02d:%02d:%02d  syncref %u  %s\n",
-            t.tm_year + 1900, t.tm_mon + 1, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec, e.syncrefId,
-            TuPktsync_portIdentityText({e.grandmasterIdentity, 0}).data()));
+        length += static_cast<u32>(
+            std::snprintf(text + length, room - length, "%04d-%02d-%02d %02d:%02d:%02d  syncref %u  %s\n",
+                          t.tm_year + 1900, t.tm_mon + 1, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec,
+                          e.syncrefId, TuPktsync_portIdentityText({e.grandmasterIdentity, 0}).data()));
     }
     return std::min(length, room - 1);
 }

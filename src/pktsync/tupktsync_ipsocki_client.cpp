@@ -45,8 +45,8 @@ bool internal(const Signal* sig)
 {
     const u32 result = node::TarsoIpsocki_internal(s->proxy, sig);
     if (result != 0)
-        KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_ERROR,
-                  "TuPktsync_IPSOCKI_client: Proxy error %u", result);
+        KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_ERROR, "TuPktsync_IPSOCKI_client: Proxy error %u",
+                  result);
     return result == 0;
 }
 
@@ -71,15 +71,14 @@ void initiateIpSocki()
     KvdTimer_cancel(s->answerTimer);
     s->proxy = node::TarsoIpsocki_initiateMemory();
     const u32 apn = KvdLoz6TuIifAdm_apn();
-    KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_INFO,
-              "TuPktsync_IPSOCKI_client:initiateIpSocki apn = %u", apn);
+    KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_INFO, "TuPktsync_IPSOCKI_client:initiateIpSocki apn = %u",
+              apn);
     u32 result = node::TarsoIpsocki_initiateHostPID(s->proxy, apn, KvdLoz6TuIifAdm_piuInstanceId());
     if (result == 0) result = node::TarsoIpsocki_initiateService(s->proxy, PV, PV, PV);
     for (int i = 0; i < ATTEMPTS && result == node::IPSOCKI_NOT_YET_AVAILABLE; ++i)
         result = node::TarsoIpsocki_initiateService(s->proxy, PV, PV, PV);
     if (result == 0) {
-        KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_INFO,
-                  "TUPKTSYNC: IPSOCKI_BVQ interface initiated");
+        KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_INFO, "TUPKTSYNC: IPSOCKI_BVQ interface initiated");
         s->state = IPSOCKI_WAIT_FOR_INIT_RESPONS;
         return;
     }
@@ -87,8 +86,7 @@ void initiateIpSocki()
         KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_ERROR,
                   "TarsoIpsocki_initiateService failed after 5 attempts \nipsockiResultCode=%d\n",
                   static_cast<i32>(result));
-    KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_1,
-              "TUPKTSYNC: IPSOCKI_BVQ interface failed to initiate");
+    KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_1, "TUPKTSYNC: IPSOCKI_BVQ interface failed to initiate");
     freeMemory();
     awaitAnswer();
 }
@@ -111,8 +109,8 @@ void requestCreditWindow()
 /// One that was suspended may serve later.
 void onConfirm(const Signal* sig)
 {
-    if (s->state != IPSOCKI_WAIT_FOR_SERVER_DOWN &&
-        !isIn(IPSOCKI_WAIT_FOR_INIT_RESPONS, "TARSO_IPSOCKI_INITIATE_SERVICE_CFM"))
+    if (s->state != IPSOCKI_WAIT_FOR_SERVER_DOWN
+        && !isIn(IPSOCKI_WAIT_FOR_INIT_RESPONS, "TARSO_IPSOCKI_INITIATE_SERVICE_CFM"))
         return;
     const auto* cfm = as<node::ProxyInitiateAnswer>(sig);
     if (cfm == nullptr) return;
@@ -144,8 +142,7 @@ void terminate()
     const u32 result = node::TarsoIpsocki_terminateService(s->proxy);
     if (result != 0)
         KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_ERROR,
-                  "TarsoIpsocki_terminateService failed \nipsockiResultCode=%d",
-                  static_cast<i32>(result));
+                  "TarsoIpsocki_terminateService failed \nipsockiResultCode=%d", static_cast<i32>(result));
     awaitAnswer();
 }
 
@@ -210,9 +207,7 @@ void onAnswerTimeout()
     switch (s->state) {
     case IPSOCKI_WAIT_FOR_TERMINATE_CONFIRM: return terminate();
     case IPSOCKI_WAIT_FOR_ACREDIT_IND:       return requestCreditWindow();
-    default:
-        node::TarsoIpsocki_askAgain(s->proxy);
-        return awaitAnswer();
+    default: node::TarsoIpsocki_askAgain(s->proxy); return awaitAnswer();
     }
 }
 
@@ -235,8 +230,7 @@ bool setOptions(const TuPktsyncSocket& r)
         KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_ERROR,
                   "TuPktsync_IPSOCKI_client: Failed to set socket option\n%s", o.name);
         KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_ERROR,
-                  "TuPktsync_IPSOCKI_client: failed to set options for \nsocket identifier %d",
-                  r.socketId);
+                  "TuPktsync_IPSOCKI_client: failed to set options for \nsocket identifier %d", r.socketId);
         return false;
     }
     return true;
@@ -264,8 +258,8 @@ bool bindSocket(const TuPktsyncSocket& r)
     if (node::TarsoIpsocki_bind(s->proxy, r.socketId, own) >= 0) return true;
     const i32 error = lastError();
     KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_ERROR,
-              "TarsoIpsocki_bind failed%s \nipsockiResultCode=%d for socketId=%d \n",
-              bindErrorText(error), error, r.socketId);
+              "TarsoIpsocki_bind failed%s \nipsockiResultCode=%d for socketId=%d \n", bindErrorText(error),
+              error, r.socketId);
     return false;
 }
 
@@ -375,8 +369,8 @@ void onData(Signal* sig)
     ++s->datagrams;
     const auto* ind = as<TarsoIpsockiFdReadData>(sig);
     i32 result = IPSOCKI_E_FAULT;
-    const u8* const data =
-        ind != nullptr ? node::TarsoIpsocki_readData(*ind, ose::sigsize(&sig), result) : nullptr;
+    const u8* const data = ind != nullptr ? node::TarsoIpsocki_readData(*ind, ose::sigsize(&sig), result)
+                                          : nullptr;
     if (data == nullptr) {
         KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_ERROR,
                   "TuPktsync_IPSOCKI_client: Failed to access socket data\nresult = %d", result);
@@ -439,9 +433,8 @@ i32 TuPktsync_IPSOCKI_client_createSocketAndBind(const PktIpAddress& own, u32 po
         ++shared->users;
         return static_cast<i32>(shared - all.begin());
     }
-    const auto free = std::find_if(all.begin(), all.end(), [](const TuPktsyncSocket& r) {
-        return r.state == SOCKET_FREE;
-    });
+    const auto free = std::find_if(all.begin(), all.end(),
+                                   [](const TuPktsyncSocket& r) { return r.state == SOCKET_FREE; });
     if (free == all.end()) {
         KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_ERROR,
                   "TuPktsync_IPSOCKI_client: No free resource at \n "

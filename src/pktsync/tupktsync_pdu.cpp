@@ -49,9 +49,9 @@ bool allocFrame(TuPktsyncPdu& pdu, u32 length, const u8* metadata)
 
 bool allocDatagram(TuPktsyncPdu& pdu, u32 length, const u8* metadata)
 {
-    pdu.buffer = TuPktsync_IPSOCKI_client_getPayloadPointer(
-        pdu.descriptor.socket, length, metadata != nullptr ? PDU_METADATA_LENGTH : 0, metadata,
-        pdu.descriptor.dscp);
+    pdu.buffer = TuPktsync_IPSOCKI_client_getPayloadPointer(pdu.descriptor.socket, length,
+                                                            metadata != nullptr ? PDU_METADATA_LENGTH : 0,
+                                                            metadata, pdu.descriptor.dscp);
     pdu.payload = pdu.buffer;
     return pdu.buffer != nullptr;
 }
@@ -94,8 +94,7 @@ u32 TuPktsync_send_pdu(TuPktsyncPdu& pdu)
     return TuPktsync_IPSOCKI_client_sendPayload(pdu.descriptor.socket, pdu.descriptor.serverIpAddress);
 }
 
-u32 TuPktsync_send_message(const PtpDescriptor& descriptor, const u8* message, u32 length,
-                           const u8* metadata)
+u32 TuPktsync_send_message(const PtpDescriptor& descriptor, const u8* message, u32 length, const u8* metadata)
 {
     TuPktsyncPdu pdu;
     if (TuPktsync_alloc_pduBuf(pdu, descriptor, length, metadata) == 0) return 0;

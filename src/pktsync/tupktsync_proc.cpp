@@ -105,8 +105,7 @@ void TuPktsync_proc()
 void TuPktsync_Root_initReady(u32 objectId)
 {
     if (s->root_state == ROOT_STARTED || CHAIN[s->root_state].reports != objectId) {
-        KVD_TRACE(TRACE_TUPKTSYNC_ROOT, TRACE_ERROR,
-                  "TuPktsync_Root_initReady(objectId=%s); Wrong state %s",
+        KVD_TRACE(TRACE_TUPKTSYNC_ROOT, TRACE_ERROR, "TuPktsync_Root_initReady(objectId=%s); Wrong state %s",
                   objectId < std::size(OBJECT_TEXTS) ? OBJECT_TEXTS[objectId] : "UNKNOWN",
                   TuPktsync_rootStateText(s->root_state));
         return;

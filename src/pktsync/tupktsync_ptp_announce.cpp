@@ -38,8 +38,7 @@ void startForeignTimer(PtpForeignMaster& f)
 {
     const u32 interval = ptpLogToMs(f.logAnnounceInterval);
     const u32 spread = ose::get_ticks() * 2'654'435'761u >> 16;   // keeps the five apart
-    TuPktsync_timerStart(f.timer,
-                         interval + static_cast<u32>(u64{spread % 101} * interval / 1000));
+    TuPktsync_timerStart(f.timer, interval + static_cast<u32>(u64{spread % 101} * interval / 1000));
 }
 
 void saveArrival(PtpForeignMaster& f)
@@ -85,12 +84,11 @@ bool qualifies(PtpClock& c, const PtpHeader& h)
     }
     f = std::find_if(begin, end, [](const PtpForeignMaster& m) { return !m.used; });
     if (f == end) {
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "Maximum number of stored foreignMasters reached (%u)", PTP_FOREIGN_MASTERS);
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "Maximum number of stored foreignMasters reached (%u)",
+                  PTP_FOREIGN_MASTERS);
         return false;
     }
-    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_INFO,
-              "Announce received from unknown GM, foreignMasterId= %u",
+    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_INFO, "Announce received from unknown GM, foreignMasterId= %u",
               static_cast<u32>(f - begin));
     f->used = true;
     f->port = h.sourcePortIdentity;
@@ -122,8 +120,8 @@ Verdict judge(PtpClock& c, const PtpHeader& h, const PtpAnnounce& a)
     const bool isParent = h.sourcePortIdentity == c.parent.parentPortIdentity;
     if (c.setup.ptpMapping != PTP_ETHERNET) return isParent ? Verdict::Known : Verdict::New;
     if (c.setup.ptpProfile == IEEE_1588_J3 && a.stepsRemoved > STEPS_MAX) {
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "Announce received stepRemoved = %d field not accepted.", a.stepsRemoved);
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "Announce received stepRemoved = %d field not accepted.",
+                  a.stepsRemoved);
         return Verdict::Dropped;
     }
     if (!qualifies(c, h)) return Verdict::Dropped;
@@ -143,8 +141,8 @@ PtpTraceability traceabilityOf(u8 clockClass, u8 clockAccuracy, u8 flags)
 
 bool same(const PtpTraceability& a, const PtpTraceability& b)
 {
-    return a.clockClass == b.clockClass && a.clockAccuracy == b.clockAccuracy &&
-           a.timeTraceable == b.timeTraceable && a.frequencyTraceable == b.frequencyTraceable;
+    return a.clockClass == b.clockClass && a.clockAccuracy == b.clockAccuracy
+           && a.timeTraceable == b.timeTraceable && a.frequencyTraceable == b.frequencyTraceable;
 }
 
 void traceQualityChange(const PtpClock& c, const PtpTraceability& was, const PtpTraceability& is)
@@ -183,8 +181,7 @@ void checkFaults(PtpClock& c, const PtpTraceability& is)
         return;
     }
     const PtpClockRqmt& r = c.setup.rqmt;
-    const PtpRequirement required{ptpIsFrequency(c), r.clockClass, r.freqClockClassG8265_1,
-                                  r.clockAccuracy};
+    const PtpRequirement required{ptpIsFrequency(c), r.clockClass, r.freqClockClassG8265_1, r.clockAccuracy};
     faults = ptpFaultsJ3(required, is, (c.timeProperties.flags & PTP_TIMESCALE) != 0, faults);
     ptpFaults(c, faults & ~c.fault_flags, c.fault_flags & ~faults);
     constexpr u32 UNUSABLE = FAULT_CLOCK_CLASS | FAULT_CLOCK_ACCURACY | FAULT_TIME_NOT_TRACEABLE;
@@ -218,10 +215,10 @@ bool ptpOnAnnounce(PtpClock& c, const PtpHeader& received, const PtpAnnounce& an
     const PtpTraceability is = traceabilityOf(a.grandmasterClockQuality.clockClass,
                                               a.grandmasterClockQuality.clockAccuracy, h.flagField[1]);
     c.stepsRemoved = static_cast<u16>(a.stepsRemoved + 1);
-    p = {h.sourcePortIdentity, a.grandmasterIdentity, a.grandmasterClockQuality,
-         a.grandmasterPriority1, a.grandmasterPriority2};
-    constexpr u8 FLAGS = PTP_LEAP61 | PTP_LEAP59 | PTP_UTC_OFFSET_VALID | PTP_TIMESCALE |
-                         PTP_TIME_TRACEABLE | PTP_FREQUENCY_TRACEABLE;
+    p = {h.sourcePortIdentity, a.grandmasterIdentity, a.grandmasterClockQuality, a.grandmasterPriority1,
+         a.grandmasterPriority2};
+    constexpr u8 FLAGS = PTP_LEAP61 | PTP_LEAP59 | PTP_UTC_OFFSET_VALID | PTP_TIMESCALE | PTP_TIME_TRACEABLE
+                         | PTP_FREQUENCY_TRACEABLE;
     const u8 flagsBefore = c.timeProperties.flags;
     c.timeProperties = {a.currentUtcOffset, static_cast<u8>(h.flagField[1] & FLAGS), a.timeSource};
     c.logAnnounceInterval = h.logMessageInterval;
@@ -235,8 +232,7 @@ bool ptpOnAnnounce(PtpClock& c, const PtpHeader& received, const PtpAnnounce& an
         ptpReportQuality(c, ptpQualityOf(c));
     }
     if (c.portState == LISTENING || c.portState == UNCALIBRATED || c.portState == SLAVE)
-        ptpPortEvent(c, verdict == Verdict::New ? REC_STATE_BMC_SLAVE_NEW_MASTER
-                                                : REC_STATE_BMC_SLAVE);
+        ptpPortEvent(c, verdict == Verdict::New ? REC_STATE_BMC_SLAVE_NEW_MASTER : REC_STATE_BMC_SLAVE);
     checkFaults(c, is);
     return true;
 }

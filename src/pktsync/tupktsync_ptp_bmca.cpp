@@ -14,8 +14,7 @@ bool isVoid(const PtpDataset& d) { return d.quality.clockClass == 0 || d.quality
 bool bmcaPart2Algorithm(const PtpDataset& present, const PtpDataset& candidate)
 {
     // What is stored counts the own step too; 0 stands before the first Announce.
-    const u32 presentSteps =
-        present.stepsRemoved == 0 ? 1 : static_cast<u32>(present.stepsRemoved - 1);
+    const u32 presentSteps = present.stepsRemoved == 0 ? 1 : static_cast<u32>(present.stepsRemoved - 1);
     const u32 candidateSteps = candidate.stepsRemoved;
     if (presentSteps != candidateSteps) return candidateSteps < presentSteps;
     if (candidate.port == present.port) {
@@ -24,8 +23,8 @@ bool bmcaPart2Algorithm(const PtpDataset& present, const PtpDataset& candidate)
                   "same grandmaster");
         return false;
     }
-    return std::tie(candidate.port.clockIdentity, candidate.port.portNumber) <
-           std::tie(present.port.clockIdentity, present.port.portNumber);
+    return std::tie(candidate.port.clockIdentity, candidate.port.portNumber)
+           < std::tie(present.port.clockIdentity, present.port.portNumber);
 }
 
 bool dataSetBmcaComparison(const PtpDataset& present, const PtpDataset& candidate)
@@ -46,14 +45,14 @@ bool dataSetAbmcaComparison(const PtpDataset& present, const PtpDataset& candida
     if (isVoid(candidate)) return false;
     if (isVoid(present)) return true;
     const auto rank = [](const PtpDataset& d) {
-        return std::tie(d.quality.clockClass, d.quality.clockAccuracy,
-                        d.quality.offsetScaledLogVariance, d.priority2);
+        return std::tie(d.quality.clockClass, d.quality.clockAccuracy, d.quality.offsetScaledLogVariance,
+                        d.priority2);
     };
     if (rank(candidate) != rank(present)) return rank(candidate) < rank(present);
     // A class below 128 may have several grandmasters at once: there the nearer one serves.
     constexpr u8 FIRST_SINGLE_CLASS = 128;
-    if (candidate.quality.clockClass >= FIRST_SINGLE_CLASS &&
-        candidate.grandmasterIdentity != present.grandmasterIdentity)
+    if (candidate.quality.clockClass >= FIRST_SINGLE_CLASS
+        && candidate.grandmasterIdentity != present.grandmasterIdentity)
         return candidate.grandmasterIdentity < present.grandmasterIdentity;
     return bmcaPart2Algorithm(present, candidate);
 }

@@ -26,10 +26,7 @@ void sendDelayReq(PtpClock& c)
     ++c.delay.nextSequenceId;
 }
 
-void onSet(u32 userReference, const TsPosition& set)
-{
-    TuPktsyncPTP_TS_set_ready(userReference, set);
-}
+void onSet(u32 userReference, const TsPosition& set) { TuPktsyncPTP_TS_set_ready(userReference, set); }
 
 }  // namespace
 
@@ -42,8 +39,7 @@ void TuPktsyncPTP_new_DelayReqRespCtrl(PtpClock& c, u32 syncrefId)
     d.missed_limit = IDLE_LIMIT;
     d.random = syncrefId + 1;
     TuPktsync_timerInit(d.timer, syncrefId, PTP_TMO_DELAY, IDLE_INTERVAL);
-    TuPktsync_new_TS_buffer(d.stamps, syncrefId << 16 | PTP_POOL_DELAY, POSITIONS, STAMPS_PER_SET,
-                            onSet);
+    TuPktsync_new_TS_buffer(d.stamps, syncrefId << 16 | PTP_POOL_DELAY, POSITIONS, STAMPS_PER_SET, onSet);
 }
 
 void TuPktsyncPTP_delete_DelayReqRespCtrl(PtpClock& c) { TuPktsync_timerStop(c.delay.timer); }
@@ -79,8 +75,7 @@ void TuPktsyncPTP_stop_DelayReqRespCtrl(PtpClock& c)
               "TuPktsyncPTP_stop_DelayReqRespCtrl - stopped for syncrefId %d", d.syncrefId);
 }
 
-void TuPktsyncPTP_update_DelayReqRespCtrl_interval(PtpClock& c, u32 MCmin_interval,
-                                                   u32 effectiveSyncInterval)
+void TuPktsyncPTP_update_DelayReqRespCtrl_interval(PtpClock& c, u32 MCmin_interval, u32 effectiveSyncInterval)
 {
     DelayReqRespCtrl& d = c.delay;
     if (d.status == DRM_OFF) return;

@@ -68,7 +68,8 @@ constexpr u32 LISTENS = bitOf(LISTENING), SLAVES = bitOf(SLAVE), ANY = ~0u;
 constexpr u32 FOLLOWS = bitOf(UNCALIBRATED) | bitOf(SLAVE);
 constexpr u32 AS_IS = 0xFFFFFFFF;
 
-/// The states of a port that is never master, IEEE 1588-2008 9.2.5: what leads out of which, what is done then.
+/// The states of a port that is never master, IEEE 1588-2008 9.2.5: what leads out of which, what is done
+/// then.
 struct PortRow {
     u32 event;
     u32 from;                      // bits of the states in which it is expected
@@ -97,11 +98,11 @@ u32 follow(PtpClock& c, u32 event)
             return row.to == AS_IS ? before : row.to;
         }
     if (event > MASTER_CLOCK_SELECTED)
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR,
-                  "Unknown portStateEvent (%u) for syncrefId %d", event, c.setup.syncrefId);
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR, "Unknown portStateEvent (%u) for syncrefId %d",
+                  event, c.setup.syncrefId);
     else
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR,
-                  "Unexpected portStateEvent (%u) for syncrefId %d", event, c.setup.syncrefId);
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR, "Unexpected portStateEvent (%u) for syncrefId %d",
+                  event, c.setup.syncrefId);
     return c.portState;
 }
 
@@ -182,10 +183,7 @@ PtpClock* ptpClockOf(u32 syncrefId)
 
 bool ptpIsFrequency(const PtpClock& c) { return c.setup.froClassNo == PACKET_FREQ_FRO_CLASS; }
 
-bool ptpIsG82751Time(const PtpClock& c)
-{
-    return !ptpIsFrequency(c) && c.setup.ptpProfile == ITU_T_G_8275_1;
-}
+bool ptpIsG82751Time(const PtpClock& c) { return !ptpIsFrequency(c) && c.setup.ptpProfile == ITU_T_G_8275_1; }
 
 void ptpFaults(PtpClock& c, u32 set, u32 clear)
 {
@@ -325,8 +323,8 @@ void TuPktsync_change_ptp_clock(u32 syncrefId, i32 delayAsymmetry, u8 pbit, u8 d
     if (c == nullptr) return;
     const auto change = [syncrefId](auto& field, auto value, const char* name) {
         if (field == value) return;
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_INFO, "%s changed for syncrefId %u from %d to %d",
-                  name, syncrefId, static_cast<i32>(field), static_cast<i32>(value));
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_INFO, "%s changed for syncrefId %u from %d to %d", name,
+                  syncrefId, static_cast<i32>(field), static_cast<i32>(value));
         field = value;
     };
     change(c->setup.delayAsymmetry, delayAsymmetry, "delayAsymmetry");
@@ -391,8 +389,7 @@ void TuPktsync_PTP_clockRqmtInd(u32 syncrefId, u32 minPktInterval, u32 maxPktInt
         return;
     }
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-              "Restarting Unicast Negatiation for syncrefId %u for updated clock requirements",
-              syncrefId);
+              "Restarting Unicast Negatiation for syncrefId %u for updated clock requirements", syncrefId);
     TuPktsyncPTP_start_UCnegotiation(syncrefId, negotiatedLog(*c));
 }
 
@@ -405,14 +402,14 @@ void TuPktsync_PTP_egressTimestamp(const u8* metadata, const PtpStamp& sent)
     const u8 messageType = metadata[4];
     PtpClock* const c = ptpClockOf(syncrefId);
     if (c == nullptr) {
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "PktSyncDrvTimestampInd for non-existing syncrefId(%u)", syncrefId);
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "PktSyncDrvTimestampInd for non-existing syncrefId(%u)",
+                  syncrefId);
         return;
     }
     if (messageType == PTP_PDELAY_RESP || messageType == PTP_PDELAY_RESP_FOLLOW_UP) return;
     if (messageType != PTP_DELAY_REQ) {
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "PktSyncDrvTimestampInd with wrong messageType(%u)", messageType);
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "PktSyncDrvTimestampInd with wrong messageType(%u)",
+                  messageType);
         return;
     }
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_6,
@@ -427,8 +424,7 @@ void TuPktsyncPTP_TS_set_ready(u32 userReference, const TsPosition& set)
     switch (userReference & 0xFFFF) {
     case PTP_POOL_SYNC:  return onSyncSet(*c, set);
     case PTP_POOL_DELAY: return TuPktsyncPTP_handle_Delay_timestamps(*c, set);
-    default:
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR, "unknown timestammp poolId");
+    default: KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR, "unknown timestammp poolId");
     }
 }
 
@@ -473,8 +469,8 @@ u8 TuPktsyncPTP_findClockQuality(u32 syncrefId)
     if (c == nullptr || !c->enabled) return QUALITY_NONE;
     if (ptpHasUcNeg(syncrefId)) {
         const u32 negotiation = ptpUcNegState(syncrefId);
-        if (negotiation == UC_NEG_WAIT_ANNOUNCE_MSG ||
-            (negotiation < UC_NEG_WAIT_ANNOUNCE_MSG && !ptpHasMaster(*c)))
+        if (negotiation == UC_NEG_WAIT_ANNOUNCE_MSG
+            || (negotiation < UC_NEG_WAIT_ANNOUNCE_MSG && !ptpHasMaster(*c)))
             return QUALITY_NONE;
     }
     return ptpQualityOf(*c);

@@ -93,8 +93,7 @@ struct PtpNeeds {
     i32 (*latencyAsymmetry)() = nullptr;
     /// Sends a message of the descriptor's transport; the eight octets of `metadata`, where given, come
     /// back with the egress stamp. 0 without a send buffer.
-    u32 (*send)(const PtpDescriptor& descriptor, const u8* message, u32 length, const u8* metadata) =
-        nullptr;
+    u32 (*send)(const PtpDescriptor& descriptor, const u8* message, u32 length, const u8* metadata) = nullptr;
 };
 void TuPktsync_PTP_init(const PtpNeeds& needs);
 
@@ -128,8 +127,5 @@ void ptpSendDelayReq(u32 syncrefId, u16 sequenceId);
 /// Sends a message on the clock's general path; 0 without a send buffer.
 u32  ptpSendGeneral(u32 syncrefId, const u8* message, u32 length);
 /// ns of a fraction in 2^-32 s, cut down.
-constexpr u32 ptpFraction_ns(u32 fraction)
-{
-    return static_cast<u32>((u64{fraction} * 1'000'000'000) >> 32);
-}
+constexpr u32 ptpFraction_ns(u32 fraction) { return static_cast<u32>((u64{fraction} * 1'000'000'000) >> 32); }
 const char* ptpPortStateText(u32 portState);

@@ -82,12 +82,11 @@ constexpr u64 span(u8 from, u8 to) { return (2ull << to) - (1ull << from); }
 
 constexpr u64 CLASS_FAULTS = span(12, 15) | span(20, 48);
 constexpr u64 ACCURACY_FAULTS = bitsOf({1, 6});
-constexpr u64 TIME_FAULTS = bitsOf({3, 5, 6, 7, 22, 23, 43, 44, 46, 48}) | span(10, 14) |
-                            span(18, 20) | span(25, 27) | span(30, 32) | span(35, 37) |
-                            span(39, 41);
+constexpr u64 TIME_FAULTS = bitsOf({3, 5, 6, 7, 22, 23, 43, 44, 46, 48}) | span(10, 14) | span(18, 20)
+                            | span(25, 27) | span(30, 32) | span(35, 37) | span(39, 41);
 constexpr u64 FREQUENCY_FAULTS = span(4, 7) | span(23, 24);
-constexpr u64 CONSISTENT =
-    bitsOf({0, 1, 3, 4, 5, 6, 8, 10, 12, 16, 18, 20, 23, 25, 30, 35, 36, 39, 40, 43, 44, 47, 48});
+constexpr u64 CONSISTENT = bitsOf(
+    {0, 1, 3, 4, 5, 6, 8, 10, 12, 16, 18, 20, 23, 25, 30, 35, 36, 39, 40, 43, 44, 47, 48});
 
 u32 with(u32 faults, u32 fault, bool raised, const char* text)
 {
@@ -101,9 +100,9 @@ u32 with(u32 faults, u32 fault, bool raised, const char* text)
 u8 ptpQualityLevelIndex(const PtpTraceability& t)
 {
     for (const QualityRow& row : QUALITY)
-        if ((row.clockClass == ANY_CLASS || row.clockClass == t.clockClass) &&
-            matches(row.frequency, t.frequencyTraceable) && matches(row.time, t.timeTraceable) &&
-            matches(row, t.clockAccuracy))
+        if ((row.clockClass == ANY_CLASS || row.clockClass == t.clockClass)
+            && matches(row.frequency, t.frequencyTraceable) && matches(row.time, t.timeTraceable)
+            && matches(row, t.clockAccuracy))
             return static_cast<u8>(&row - QUALITY);
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR, "Unexpected QL mapping");
     return std::size(QUALITY) - 1;
@@ -115,10 +114,8 @@ u32 ptpFaultsG82751(u8 qualityLevelIndex, u32 faults)
     constexpr Check CHECKS[] = {
         {CLASS_FAULTS, FAULT_CLOCK_CLASS, "Raising FAULT_CLOCK_CLASS for G82751 PROFILE."},
         {ACCURACY_FAULTS, FAULT_CLOCK_ACCURACY, "Raising FAULT_CLOCK_ACCURACY for G82751 PROFILE."},
-        {TIME_FAULTS, FAULT_TIME_NOT_TRACEABLE,
-         "Raising FAULT_TIME_NOT_TRACEABLE for G82751 PROFILE."},
-        {FREQUENCY_FAULTS, FAULT_FREQ_NOT_TRACEABLE,
-         "Raising FAULT_FREQ_NOT_TRACEABLE for G82751 PROFILE."},
+        {TIME_FAULTS, FAULT_TIME_NOT_TRACEABLE, "Raising FAULT_TIME_NOT_TRACEABLE for G82751 PROFILE."},
+        {FREQUENCY_FAULTS, FAULT_FREQ_NOT_TRACEABLE, "Raising FAULT_FREQ_NOT_TRACEABLE for G82751 PROFILE."},
         {~CONSISTENT, FAULT_TRACEABLILITY_INCONSISTENT,
          "Raising FAULT_TRACEABLILITY_INCONSISTENT for G82751 PROFILE."},
     };
@@ -127,8 +124,7 @@ u32 ptpFaultsG82751(u8 qualityLevelIndex, u32 faults)
     return faults;
 }
 
-u32 ptpFaultsJ3(const PtpRequirement& required, const PtpTraceability& t, bool ptpTimescale,
-                u32 faults)
+u32 ptpFaultsJ3(const PtpRequirement& required, const PtpTraceability& t, bool ptpTimescale, u32 faults)
 {
     const auto& classes = required.freqClockClassG8265_1;
     if (!required.isFrequency && !ptpTimescale) {
@@ -136,9 +132,8 @@ u32 ptpFaultsJ3(const PtpRequirement& required, const PtpTraceability& t, bool p
                       "Raising FAULT_CLOCK_CLASS. A pktTimeRef requires PTP server that generates "
                       "ptpTimescale");
     } else {
-        const bool isListed =
-            required.isFrequency &&
-            std::find(classes.begin(), classes.end(), t.clockClass) != classes.end();
+        const bool isListed = required.isFrequency
+                              && std::find(classes.begin(), classes.end(), t.clockClass) != classes.end();
         faults = with(faults, FAULT_CLOCK_CLASS, !isListed && t.clockClass > required.clockClass,
                       "Raising FAULT_CLOCK_CLASS. PTP server does not have supported PTP class");
     }

@@ -24,8 +24,7 @@ enum PtpFault : u32 {
     FAULT_TRACEABLILITY_INCONSISTENT = 0x4000,
 };
 constexpr u32 FAULTS_SYNC = FAULT_SYNC_FAILED | FAULT_SYNC_DEGRADED;
-constexpr u32 FAULTS_UNICAST =
-    FAULT_UC_NO_REPLY | FAULT_UC_NO_AGREE | FAULT_UC_MC_NOK | FAULT_UC_CANCELLED;
+constexpr u32 FAULTS_UNICAST = FAULT_UC_NO_REPLY | FAULT_UC_NO_AGREE | FAULT_UC_MC_NOK | FAULT_UC_CANCELLED;
 
 /// Class, accuracy and traceability that an Announce tells.
 struct PtpTraceability {
@@ -48,5 +47,4 @@ struct PtpRequirement {
     u8 clockAccuracy = 0xFE;
 };
 /// Of a frequency reference, or under IEEE_1588_J3.
-u32 ptpFaultsJ3(const PtpRequirement& required, const PtpTraceability& t, bool ptpTimescale,
-                u32 faults);
+u32 ptpFaultsJ3(const PtpRequirement& required, const PtpTraceability& t, bool ptpTimescale, u32 faults);

@@ -44,8 +44,7 @@ void traceNoReceiver(u8 domain, const PktIpAddress* server)
                             server->family == 4 ? "%s%u" : "%s%02x", i > 0 && server->family == 4 ? "." : "",
                             server->octets[i]);
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-              "PTP message received for unknown server IP address (%s) and/or domainId (%u)", text,
-              domain);
+              "PTP message received for unknown server IP address (%s) and/or domainId (%u)", text, domain);
 }
 
 bool onTlv(const PtpClock& c, const PtpHeader& h, u16 type, const u8* tlv, u32 length)
@@ -79,9 +78,9 @@ bool onSignaling(const PtpClock& c, const PtpHeader& h, const u8* message, u32 l
         return false;
     }
     const PtpPortIdentity target = ptpPortIdentityOf(message + PTP_HEADER_LENGTH);
-    const bool isAny = target.clockIdentity == PTP_ANY_PORT.clockIdentity &&
-                       (target.portNumber == c.portIdentity.portNumber ||
-                        target.portNumber == PTP_ANY_PORT.portNumber);
+    const bool isAny = target.clockIdentity == PTP_ANY_PORT.clockIdentity
+                       && (target.portNumber == c.portIdentity.portNumber
+                           || target.portNumber == PTP_ANY_PORT.portNumber);
     if (target != c.portIdentity && !isAny) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
                   "PTP Signaling message received for unknown targetPortIdentity");
@@ -96,8 +95,8 @@ bool onSignaling(const PtpClock& c, const PtpHeader& h, const u8* message, u32 l
         at += octets;
     }
     if (at != h.messageLength)
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "Signaling message received with %d residual octets ", h.messageLength - at);
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "Signaling message received with %d residual octets ",
+                  h.messageLength - at);
     return used;
 }
 
@@ -131,15 +130,15 @@ void TuPktsync_handle_ptp_message(const u8* message, u32 length, const PtpStamp&
     PtpClock* const c = receiver(h.domainNumber, server);
     if (c == nullptr) return traceNoReceiver(h.domainNumber, server);
     if (h.versionPTP != 2 || h.messageLength < PTP_HEADER_LENGTH) {
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "Nonconformant PTP frame received; msg_len %u octets", h.messageLength);
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "Nonconformant PTP frame received; msg_len %u octets",
+                  h.messageLength);
         return;
     }
     const u32 left = length - PTP_HEADER_LENGTH;
     for (const Needed& n : NEEDED) {
         if (n.messageType != h.messageType || left >= n.octets) continue;
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "PTP %s received in too short frame; only %d bytes left", n.name, left);
+        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "PTP %s received in too short frame; only %d bytes left",
+                  n.name, left);
         return;
     }
     if (give(*c, h, message, length, received)) ++c->used[h.messageType];

@@ -24,8 +24,7 @@ bool isFromParent(const PtpClock& c, const PtpHeader& h, const char* text)
 bool isReady(const PtpClock& c, const char* text)
 {
     const bool ready = c.portState == UNCALIBRATED || c.portState == SLAVE;
-    if (!ready)
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "%s received - not ready for handling", text);
+    if (!ready) KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "%s received - not ready for handling", text);
     return ready;
 }
 
@@ -39,8 +38,8 @@ bool logIntervalOf(const PtpClock& c, const PtpHeader& h, u32 messageType, const
     log = h.logMessageInterval;
     if (log >= LOG_USABLE_MIN && log <= LOG_USABLE_MAX) return true;
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-              "%s received for syncrefId %u with unusable logMessageInterval (%d)", text,
-              c.setup.syncrefId, log);
+              "%s received for syncrefId %u with unusable logMessageInterval (%d)", text, c.setup.syncrefId,
+              log);
     return false;
 }
 
@@ -62,8 +61,8 @@ void newSyncInterval(PtpClock& c, i8 log)
         ptpFaults(c, 0, FAULT_SYNC_RATE);
     } else {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "Sync received for syncrefId %d with low  logMessageInterval (%hhd)",
-                  c.setup.syncrefId, log);
+                  "Sync received for syncrefId %d with low  logMessageInterval (%hhd)", c.setup.syncrefId,
+                  log);
         ptpFaults(c, FAULT_SYNC_RATE, 0);
     }
     ptpRecomputeFilter(c);
@@ -80,9 +79,7 @@ void tellSyncStatus(PtpClock& c)
 {
     switch (c.syncSup.syncStatus) {
     case SYNC_DEGRADED: return ptpFaults(c, FAULT_SYNC_DEGRADED, FAULT_SYNC_FAILED);
-    case SYNC_FAILED:
-        c.logSyncInterval = 0;
-        return ptpFaults(c, FAULT_SYNC_FAILED, FAULT_SYNC_DEGRADED);
+    case SYNC_FAILED: c.logSyncInterval = 0; return ptpFaults(c, FAULT_SYNC_FAILED, FAULT_SYNC_DEGRADED);
     default:            return ptpFaults(c, 0, FAULTS_SYNC);
     }
 }
@@ -102,8 +99,7 @@ bool ptpOnSync(PtpClock& c, const PtpHeader& h, const PtpTimestamp& origin, cons
     if (log != c.logSyncInterval || c.portState == UNCALIBRATED) newSyncInterval(c, log);
     if ((h.sequenceId & c.seqIdDiscardMask) != 0) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_6,
-                  "Filtering received Sync for syncrefId %u, sequenceId %u", c.setup.syncrefId,
-                  h.sequenceId);
+                  "Filtering received Sync for syncrefId %u, sequenceId %u", c.setup.syncrefId, h.sequenceId);
         return false;
     }
     saveSyncStamp(c, h.sequenceId, STAMP_T2, received);
@@ -159,8 +155,7 @@ void ptpRecomputeFilter(PtpClock& c)
 {
     const u32 wanted_ms = c.setup.rqmt.minSyncInterval;
     const i8 wanted = wanted_ms >= ptpLogToMs(PTP_LOG_MAX) ? PTP_LOG_MAX : ptpMsToLog(wanted_ms);
-    const u16 fraction =
-        c.logSyncInterval < wanted ? static_cast<u16>(wanted - c.logSyncInterval) : u16{0};
+    const u16 fraction = c.logSyncInterval < wanted ? static_cast<u16>(wanted - c.logSyncInterval) : u16{0};
     // A master may grant intervals of any log: beyond 2^16 only sequenceId 0 passes.
     constexpr u16 SEQUENCE_BITS = 16;
     const u16 mask = static_cast<u16>((1u << std::min(fraction, SEQUENCE_BITS)) - 1);
@@ -180,8 +175,8 @@ void ptpStartSyncSup(PtpClock& c, bool keepStatus)
     const u32 interval = ptpLogToMs(s.logMsgInterval);
     s.timer_interval = interval > LONG_ms ? 4 * interval : PERIOD_ms;
     // A byte counts: of a period's messages at the highest rates only so many are expected.
-    s.norm_threshold =
-        interval > LONG_ms ? u8{3} : static_cast<u8>(std::min<u32>(COUNTED_ms / interval, UINT8_MAX));
+    s.norm_threshold = interval > LONG_ms ? u8{3}
+                                          : static_cast<u8>(std::min<u32>(COUNTED_ms / interval, UINT8_MAX));
     if (!keepStatus) s.syncStatus = SYNC_OK;
     s.msgs_prev_period = static_cast<u8>(std::min<u32>(s.norm_threshold + 1u, UINT8_MAX));
     s.msgs_this_period = 0;
@@ -206,8 +201,8 @@ void ptpCountSync(PtpClock& c)
         ptpStartSyncSup(c, true);
         return;
     }
-    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_6,
-              "syncSup_message_rcvd for syncrefId %d; message counted", c.setup.syncrefId);
+    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_6, "syncSup_message_rcvd for syncrefId %d; message counted",
+              c.setup.syncrefId);
     if (s.msgs_this_period < UINT8_MAX) ++s.msgs_this_period;
 }
 

@@ -165,9 +165,7 @@ void report(UCnegCtrl& u, u32 reason)
     case UC_NO_REPLY:       return ptpFaults(c, FAULT_UC_NO_REPLY, 0);
     case UC_NO_AGREE:       return ptpFaults(c, FAULT_UC_NO_AGREE, 0);
     case UC_MC_NOK:         return ptpFaults(c, FAULT_UC_MC_NOK, 0);
-    case UC_CANCELLED:
-        ptpPortEvent(c, SYNCHRONIZATION_FAULT);
-        return ptpFaults(c, FAULT_UC_CANCELLED, 0);
+    case UC_CANCELLED: ptpPortEvent(c, SYNCHRONIZATION_FAULT); return ptpFaults(c, FAULT_UC_CANCELLED, 0);
     default:                return;
     }
 }
@@ -213,8 +211,7 @@ void startCycle(UCnegCtrl& u)
 void renewInTime(UCnegCtrl& u, u32 duration)
 {
     // A grant may be for more than the 24 days that ms of kernel time tell apart.
-    const u32 renew =
-        static_cast<u32>(std::min(u64{duration} * 1000, u64{INT32_MAX})) - RENEW_BEFORE_ms;
+    const u32 renew = static_cast<u32>(std::min(u64{duration} * 1000, u64{INT32_MAX})) - RENEW_BEFORE_ms;
     const i32 left = static_cast<i32>(u.dur_expire_time - now_ms());
     if (u.state != UC_NEG_WAIT_ANNOUNCE_GRANT && static_cast<i32>(renew) >= left) return;
     TuPktsync_timerStart(u.duration_timer, renew);
@@ -243,8 +240,7 @@ void step(UCnegCtrl& u, u32 duration)
         report(u, UC_READY);
         u.negotiation_retries = 0;
         break;
-    default:
-        break;
+    default: break;
     }
 }
 
@@ -277,8 +273,8 @@ void TuPktsyncPTP_UCreply_timeout(UCnegCtrl& u)
     Message* const m = negotiated(u);
     if (m == nullptr) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
-                  "TuPktsyncPTP_UCreply_timeout: for syncrefId %d - not relevant in state %s",
-                  u.syncrefId, ptpUcNegStateText(u.state));
+                  "TuPktsyncPTP_UCreply_timeout: for syncrefId %d - not relevant in state %s", u.syncrefId,
+                  ptpUcNegStateText(u.state));
         return;
     }
     if (m->request_attempts != ATTEMPTS) {
@@ -385,8 +381,7 @@ void TuPktsyncPTP_UCtimeout(u32 syncrefId, u32 timerId)
     }
 }
 
-bool TuPktsyncPTP_UCgrant(u32 syncrefId, const PtpHeader& h, u8 messageType, i8 logInterval,
-                          u32 duration)
+bool TuPktsyncPTP_UCgrant(u32 syncrefId, const PtpHeader& h, u8 messageType, i8 logInterval, u32 duration)
 {
     UCnegCtrl* const u = find(syncrefId);
     if (u == nullptr) return false;

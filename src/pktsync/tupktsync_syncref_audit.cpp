@@ -14,8 +14,8 @@ namespace {
 void sendResult()
 {
     const auto& rows = state().audit;
-    const u32 size = static_cast<u32>(sizeof(KvdTuiifAuditPktRefRoResultInd) +
-                                      rows.size() * sizeof(TuiifAuditResult));
+    const u32 size = static_cast<u32>(sizeof(KvdTuiifAuditPktRefRoResultInd)
+                                      + rows.size() * sizeof(TuiifAuditResult));
     Signal* sig = ose::alloc(size, KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND);
     auto* ind = reinterpret_cast<KvdTuiifAuditPktRefRoResultInd*>(sig);
     ind->apn = state().ownPiuHwAddr.apn;

@@ -144,9 +144,7 @@ u32 bringUp(Syncref& r, u32 syncrefId, const TuiifPktRefConfig& config)
     case UNI_IP_FREQ_NTP:
         KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR, "UNI_IP_FREQ_NTP not yet implemented");
         return FAILURE;
-    default:
-        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR, "Unknown typeOfPktStruct");
-        return FAILURE;
+    default: KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR, "Unknown typeOfPktStruct"); return FAILURE;
     }
 }
 
@@ -211,8 +209,7 @@ void create_syncref(const TuiifPktRefConfig& config)
     wanted.typeOfPktStruct = config.typeOfPktStruct;
     wanted.portWord = config.portWord;
     if (free == table.end()) {
-        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
-                  "new_syncref_entry: max syncrefs already exist");
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR, "new_syncref_entry: max syncrefs already exist");
         return conclude(wanted, FAILURE);
     }
     const u32 syncrefId = static_cast<u32>(free - table.begin());
@@ -376,8 +373,8 @@ void setTimestampLatency(u32 linkSpeed, u32 portWord)
         return;
     }
     const u32 pair = (linkSpeed == SPEED_6 ? 2u : 0u) + (portWord == 0 ? 1u : 0u);
-    state().latencyAsymmetry =
-        asymmetry(state().board == BOARD_BVQ3 ? LATENCY_BVQ3[pair] : LATENCY_BVQ1[pair]);
+    state().latencyAsymmetry = asymmetry(state().board == BOARD_BVQ3 ? LATENCY_BVQ3[pair]
+                                                                     : LATENCY_BVQ1[pair]);
 }
 
 }  // namespace syncref

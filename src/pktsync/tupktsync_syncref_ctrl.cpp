@@ -158,12 +158,8 @@ bool takeChange(Syncref& r, const TuiifPktRefConfig& c)
         r.dscp = c.dscp;
         r.asymmetryCompensation = c.asymmetryCompensation;
         break;
-    case UNI_IP_TIME_PTP:
-        r.asymmetryCompensation = c.asymmetryCompensation;
-        [[fallthrough]];
-    default:
-        r.dscp = c.dscp;
-        r.serverIpAddress = addressOf(c.serverIpAddress);
+    case UNI_IP_TIME_PTP: r.asymmetryCompensation = c.asymmetryCompensation; [[fallthrough]];
+    default: r.dscp = c.dscp; r.serverIpAddress = addressOf(c.serverIpAddress);
     }
     return before != r.serverIpAddress;
 }
@@ -193,8 +189,8 @@ void handle_SetReq(const Signal* sig)
     }
     Syncref& r = *s->table[*id];
     if (r.syncRefIndivState != CREATED) {
-        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
-                  "Set request received from FRO when in state=%s", indivStateText(r.syncRefIndivState));
+        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR, "Set request received from FRO when in state=%s",
+                  indivStateText(r.syncRefIndivState));
         return;
     }
     if (r.typeOfPktStruct < UNI_IP_FREQ_PTP) setTimestampLatency(c.linkSpeed, c.portWord);
@@ -277,15 +273,14 @@ std::optional<u32> selectable(u32 froId, u32 froClassNo, const char* request)
     const auto id = find(froId, froClassNo);
     if (!id) {
         KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
-                  "%s request for non-existing syncref (froId/froClassNo %u/%u)", request, froId,
-                  froClassNo);
+                  "%s request for non-existing syncref (froId/froClassNo %u/%u)", request, froId, froClassNo);
         return std::nullopt;
     }
     const u32 indivState = s->table[*id]->syncRefIndivState;
     if (indivState == CREATED) return id;
     KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
-              "%s request for syncrefId %d (froId/froClassNo %u/%u), still in state %s", request, *id,
-              froId, froClassNo, indivStateText(indivState));
+              "%s request for syncrefId %d (froId/froClassNo %u/%u), still in state %s", request, *id, froId,
+              froClassNo, indivStateText(indivState));
     return std::nullopt;
 }
 
@@ -526,20 +521,19 @@ void TuPktsync_SyncrefCtrl_clockRqmtInd(const TuPktsyncClockRqmt& n)
                   "clock requirements refused: minPktInterval=%u, maxPktInterval=%u, freqClockClass=%hhu, "
                   "freqClockAccuracy=0x%02hhx, timeClockClass=%hhu, timeClockAccuracy=0x%02hhx, "
                   "stratumLevel=%hhu, freqClockClassG8265_1=%hhu,%hhu,%hhu,%hhu,%hhu",
-                  n.minPktInterval, n.maxPktInterval, n.freqClockClass, n.freqClockAccuracy,
-                  n.timeClockClass, n.timeClockAccuracy, n.stratumLevel, n.freqClockClassG8265_1[0],
-                  n.freqClockClassG8265_1[1], n.freqClockClassG8265_1[2], n.freqClockClassG8265_1[3],
-                  n.freqClockClassG8265_1[4]);
+                  n.minPktInterval, n.maxPktInterval, n.freqClockClass, n.freqClockAccuracy, n.timeClockClass,
+                  n.timeClockAccuracy, n.stratumLevel, n.freqClockClassG8265_1[0], n.freqClockClassG8265_1[1],
+                  n.freqClockClassG8265_1[2], n.freqClockClassG8265_1[3], n.freqClockClassG8265_1[4]);
         return;
     }
     const TuPktsyncClockRqmt old = s->clockRqmt.value_or(TuPktsyncClockRqmt{});
     s->clockRqmt = n;
     const bool intervals = n.minPktInterval != old.minPktInterval || n.maxPktInterval != old.maxPktInterval;
-    const bool time = intervals || n.timeClockClass != old.timeClockClass ||
-                      n.timeClockAccuracy != old.timeClockAccuracy;
-    const bool frequency = intervals || n.freqClockClass != old.freqClockClass ||
-                           n.freqClockAccuracy != old.freqClockAccuracy ||
-                           n.freqClockClassG8265_1 != old.freqClockClassG8265_1;
+    const bool time = intervals || n.timeClockClass != old.timeClockClass
+                      || n.timeClockAccuracy != old.timeClockAccuracy;
+    const bool frequency = intervals || n.freqClockClass != old.freqClockClass
+                           || n.freqClockAccuracy != old.freqClockAccuracy
+                           || n.freqClockClassG8265_1 != old.freqClockClassG8265_1;
     for (u32 id = 0; id < PTP_CLOCKS; ++id) {
         const auto& r = s->table[id];
         if (!r || r->typeOfPktStruct > UNI_IP_FREQ_PTP) continue;

@@ -43,8 +43,8 @@ void TuPktsync_timerStart(PktsyncTimer& timer, u32 ms)
     ind->timerId = timer.timerId;
     ind->index = timer.index;
     if (KvdTimer_restartSig(*t, timer.duration_ms, reinterpret_cast<Signal*>(ind))) return;
-    KVD_TRACE(TRACE_TUPKTSYNC_ROOT, TRACE_ERROR, "timer %u of syncrefId %u failed to start",
-              timer.timerId, timer.syncrefId);
+    KVD_TRACE(TRACE_TUPKTSYNC_ROOT, TRACE_ERROR, "timer %u of syncrefId %u failed to start", timer.timerId,
+              timer.syncrefId);
 }
 
 void TuPktsync_timerStop(const PktsyncTimer& timer)

@@ -87,8 +87,8 @@ void TuPktsync_Timestamp_server_handle_ts_ptp(const PtpExchange& e)
     node::sendTo(s->timestampConsumerPid, ind);
 }
 
-void TuPktsync_Timestamp_server_handle_ts_ptpPeerDelay(u32 froId, u32 froClassNo, u64 T1s, u32 T1f,
-                                                       u64 T2s, u32 T2f)
+void TuPktsync_Timestamp_server_handle_ts_ptpPeerDelay(u32 froId, u32 froClassNo, u64 T1s, u32 T1f, u64 T2s,
+                                                       u32 T2f)
 {
     if (!hasConsumer()) return;
     auto* ind = node::make<TuPktsyncPtpPacketPeerdelayInd>(TUPKTSYNC_PTP_PACKET_PEERDELAY_IND);

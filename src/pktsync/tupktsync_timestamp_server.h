@@ -15,8 +15,8 @@ int  TuPktsync_Timestamp_server_dispatch(Signal* sig);
 
 void TuPktsync_Timestamp_server_handle_ts_ptp(const PtpExchange& exchange);
 /// Two stamps of a peer delay exchange, s and ns.
-void TuPktsync_Timestamp_server_handle_ts_ptpPeerDelay(u32 froId, u32 froClassNo, u64 T1s, u32 T1f,
-                                                       u64 T2s, u32 T2f);
+void TuPktsync_Timestamp_server_handle_ts_ptpPeerDelay(u32 froId, u32 froClassNo, u64 T1s, u32 T1f, u64 T2s,
+                                                       u32 T2f);
 /// Seconds and 2^-32 s of T1 to T4 in turn.
 void TuPktsync_Timestamp_server_handle_ts_ntp(u32 froId, u32 froClassNo, const std::array<u32, 8>& T);
 

@@ -11,8 +11,7 @@ void TuPktsync_new_TS_buffer(TsBuffer& buffer, u32 userReference, u16 size, u16 
 {
     buffer = {};
     buffer.userReference = userReference;
-    buffer.size = static_cast<u16>(
-        std::clamp<u32>(std::bit_ceil(u32{size}), 2, TS_POSITIONS_MAX));
+    buffer.size = static_cast<u16>(std::clamp<u32>(std::bit_ceil(u32{size}), 2, TS_POSITIONS_MAX));
     if (buffer.size != size)
         KVD_TRACE(TRACE_TUPKTSYNC_TS_COLLECT, TRACE_2, "Requested buffer size of %u changed to %u", size,
                   buffer.size);
@@ -26,11 +25,11 @@ namespace {
 bool isPlace(const TsBuffer& buffer, u32 tsIndex)
 {
     if (buffer.size == 0)
-        KVD_TRACE(TRACE_TUPKTSYNC_TS_COLLECT, TRACE_ERROR,
-                  "TuPktsync_save_TS: no such timestamp buffer 0x%x", buffer.userReference);
+        KVD_TRACE(TRACE_TUPKTSYNC_TS_COLLECT, TRACE_ERROR, "TuPktsync_save_TS: no such timestamp buffer 0x%x",
+                  buffer.userReference);
     else if (tsIndex >= buffer.TSperSet)
-        KVD_TRACE(TRACE_TUPKTSYNC_TS_COLLECT, TRACE_ERROR,
-                  "TuPktsync_save_TS: invalid tsIndex %u, max is %u", tsIndex, buffer.TSperSet - 1u);
+        KVD_TRACE(TRACE_TUPKTSYNC_TS_COLLECT, TRACE_ERROR, "TuPktsync_save_TS: invalid tsIndex %u, max is %u",
+                  tsIndex, buffer.TSperSet - 1u);
     else
         return true;
     return false;
@@ -84,8 +83,7 @@ void complete(TsBuffer& buffer, TsPosition& at)
 
 }  // namespace
 
-u32 TuPktsync_save_TS(TsBuffer& buffer, u16 sequenceId, u32 shift, u32 tsIndex,
-                      const PtpStamp& stamp)
+u32 TuPktsync_save_TS(TsBuffer& buffer, u16 sequenceId, u32 shift, u32 tsIndex, const PtpStamp& stamp)
 {
     if (!isPlace(buffer, tsIndex)) return 0;
     TsPosition& at = positionOf(buffer, sequenceId, shift);

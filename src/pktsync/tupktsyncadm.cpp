@@ -160,15 +160,12 @@ void TuPktsyncAdm_clockClassValid(u32 froId, u32 froClassNo, u8 clockClass)
     constexpr u8 NONE = 255, UNKNOWN_QUALITY = 98;
     constexpr u8 FIRST = 80, LAST_STEP = 30;          // ITU-T G.8265.1 table 2: even, 80 to 110
     const bool isGated = clockClass != NONE && froClassNo == PACKET_FREQ_FRO_CLASS;
-    if (isGated && clockClass > s->clockRqmt.freqClockClass &&
-        (static_cast<u8>(clockClass - FIRST) > LAST_STEP || clockClass % 2 != 0)) {
+    if (isGated && clockClass > s->clockRqmt.freqClockClass
+        && (static_cast<u8>(clockClass - FIRST) > LAST_STEP || clockClass % 2 != 0)) {
         KVD_TRACE(TRACE_TUPKTSYNCADM, TRACE_ENTER, "Func=%s, clockQl = %hhu", "clockClassValid", clockClass);
         clockClass = UNKNOWN_QUALITY;
     }
     KvdLoz6TuIifAdm_sendQualityLevelInd(froId, froClassNo, clockClass, 0);
 }
 
-u32 TuPktsync_grandmasterHistoryText(char* text, u32 room)
-{
-    return TuPktsync_grandmastersText(text, room);
-}
+u32 TuPktsync_grandmasterHistoryText(char* text, u32 room) { return TuPktsync_grandmastersText(text, room); }

@@ -99,12 +99,12 @@ void deletePort(const node::PhyPort& port)
     PhyPortInfo* const row = rowOfLine(port.line);
     if (row == nullptr || row->froId != port.froId) {
         KVD_TRACE(TRACE_TUPHYADM, TRACE_ERROR,
-                  "Failed to delete entry in portInfoTable (lineNo=%u, froId=%u not found)",
-                  port.line, port.froId);
+                  "Failed to delete entry in portInfoTable (lineNo=%u, froId=%u not found)", port.line,
+                  port.froId);
         return;
     }
-    KVD_TRACE(TRACE_TUPHYADM, TRACE_INFO,
-              "Deleting port info from portInfoTable (lineNo=%u, froId=%u)", port.line, port.froId);
+    KVD_TRACE(TRACE_TUPHYADM, TRACE_INFO, "Deleting port info from portInfoTable (lineNo=%u, froId=%u)",
+              port.line, port.froId);
     row->isSupervised = 0;
     KvdLoz6TuRef_lineEnd(port.line);
     removePort(*row);
@@ -127,9 +127,8 @@ void changeSupervisedPort(PhyPortInfo& row, const node::PhyPort& port)
             return;
         }
     }
-    KVD_TRACE(TRACE_TUPHYADM, TRACE_INFO,
-              "Changing port info in portInfoTable (lineNo=%u->%u, froId=%u->%u)", row.line,
-              port.line, row.froId, port.froId);
+    KVD_TRACE(TRACE_TUPHYADM, TRACE_INFO, "Changing port info in portInfoTable (lineNo=%u->%u, froId=%u->%u)",
+              row.line, port.line, row.froId, port.froId);
     const u32 fromLine = row.line;
     row.line = port.line;
     row.froId = port.froId;
@@ -149,8 +148,7 @@ void addOrChangePort(const node::PhyPort& port)
     if (known != nullptr) return changeSupervisedPort(*known, port);
     PhyPortInfo* const row = freeRow();
     if (row == nullptr) {
-        KVD_TRACE(TRACE_TUPHYADM, TRACE_ERROR,
-                  "Failed to insert new entry in portInfoTable (no space left)");
+        KVD_TRACE(TRACE_TUPHYADM, TRACE_ERROR, "Failed to insert new entry in portInfoTable (no space left)");
         return;
     }
     row->syncState = before.syncState;       // which is told when it changes alone
@@ -185,29 +183,22 @@ void onSyncStateChange(u32 line, u32 syncState)
     if (syncState <= PHY_SYNC_DEAD)
         row->syncState = static_cast<u8>(syncState);
     else
-        KVD_TRACE(TRACE_TUPHYADM, TRACE_ERROR, "Unexpected syncState=%u received for froId=%u",
-                  syncState, row->froId);
+        KVD_TRACE(TRACE_TUPHYADM, TRACE_ERROR, "Unexpected syncState=%u received for froId=%u", syncState,
+                  row->froId);
     if (row->isSupervised != 0) reportStates(*row);
 }
 
 void onPortInfo(const node::PhyPort& port)
 {
     switch (port.stateControl) {
-    case STATE_DELETE:
-        deletePort(port);
-        break;
+    case STATE_DELETE: deletePort(port); break;
     case STATE_ADD:
-    case STATE_CHANGE:
-        addOrChangePort(port);
-        break;
-    default:
-        KVD_TRACE(TRACE_TUPHYADM, TRACE_ERROR, "Received unknown stateControl value");
-        break;
+    case STATE_CHANGE: addOrChangePort(port); break;
+    default: KVD_TRACE(TRACE_TUPHYADM, TRACE_ERROR, "Received unknown stateControl value"); break;
     }
 }
 
-constexpr node::PhyPortCallbacks CALLBACKS = {onConnected, onDisconnected, onSyncStateChange,
-                                              onPortInfo};
+constexpr node::PhyPortCallbacks CALLBACKS = {onConnected, onDisconnected, onSyncStateChange, onPortInfo};
 
 void onAnswerTimeout()
 {
@@ -265,8 +256,7 @@ void KvdLoz6TuPhyAdm_restart(u32 isFirstStart)
 {
     if (isFirstStart == 1) {
         s->portInfoTable.fill(PhyPortInfo{});
-        if (node::PhyPortInfo_attach(PHY_PORTINFO_SERVICE_NAME, PHY_PORTINFO_INTERFACE, 1, 2,
-                                     CALLBACKS) == 0)
+        if (node::PhyPortInfo_attach(PHY_PORTINFO_SERVICE_NAME, PHY_PORTINFO_INTERFACE, 1, 2, CALLBACKS) == 0)
             KVD_TRACE(TRACE_TUPHYADM, TRACE_INFO, "Successfully registered to PHYPORTINFO IF");
         else
             KVD_TRACE(TRACE_TUPHYADM, TRACE_ERROR, "Failed to register to PHYPORTINFO IF");
@@ -303,34 +293,29 @@ void KvdLoz6TuPhyAdm_setSupervised(u32 froId, u32 isSupervised)
         return;
     }
     if (row->isSupervised == isSupervised) {
-        KVD_TRACE(TRACE_TUPHYADM, TRACE_INFO,
-                  "For froId=%u the isSupervised flag is already set to %u", froId, isSupervised);
+        KVD_TRACE(TRACE_TUPHYADM, TRACE_INFO, "For froId=%u the isSupervised flag is already set to %u",
+                  froId, isSupervised);
         return;
     }
     row->isSupervised = isSupervised;
     if (isSupervised == 1) reportStates(*row);
 }
 
-const PhyPortInfo& KvdLoz6TuPhyAdm_row(u32 row)
-{
-    return s->portInfoTable[row < PHY_PORTS ? row : 0];
-}
+const PhyPortInfo& KvdLoz6TuPhyAdm_row(u32 row) { return s->portInfoTable[row < PHY_PORTS ? row : 0]; }
 
 void KvdLoz6TuPhyAdm_printInfo()
 {
     node::shellPrintf("\n***** KVD LOZ6 tuphyadm related data *****\n");
     node::shellPrintf("   portInfoTable (%u rows)\n", PHY_PORTS);
-    node::shellPrintf(
-        "   row  line   froId       opState   adState       syncState  supervised  cepId\n");
+    node::shellPrintf("   row  line   froId       opState   adState       syncState  supervised  cepId\n");
     u32 used = 0;
     for (u32 i = 0; i < PHY_PORTS; ++i) {
         const PhyPortInfo& row = s->portInfoTable[i];
         if (!inUse(row)) continue;
         ++used;
-        node::shellPrintf("   %-3u  %-5u  %-10u  %-8s  %-12s  %-9s  %-10s  %u\n", i, row.line,
-                          row.froId, opStateText(row.opState), adStateText(row.adState),
-                          syncStateText(row.syncState), row.isSupervised != 0 ? "yes" : "no",
-                          row.cepId);
+        node::shellPrintf("   %-3u  %-5u  %-10u  %-8s  %-12s  %-9s  %-10s  %u\n", i, row.line, row.froId,
+                          opStateText(row.opState), adStateText(row.adState), syncStateText(row.syncState),
+                          row.isSupervised != 0 ? "yes" : "no", row.cepId);
     }
     if (used == 0) node::shellPrintf("   no port announced\n");
 }

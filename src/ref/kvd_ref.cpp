@@ -33,22 +33,20 @@ void onSelectSynchRef(const KvdTuiifSelectSynchRefInd* ind)
 
 bool hasDelayHistory(u32 froClassNo)
 {
-    return froClassNo == NTP_FRO_CLASS || froClassNo == PACKET_TIME_FRO_CLASS ||
-           froClassNo == PACKET_FREQ_FRO_CLASS;
+    return froClassNo == NTP_FRO_CLASS || froClassNo == PACKET_TIME_FRO_CLASS
+           || froClassNo == PACKET_FREQ_FRO_CLASS;
 }
 
 void onRegisterSynchRef(const KvdTuiifRegisterSynchRefInd* ind)
 {
     if (ind == nullptr) return;
-    if (hasDelayHistory(ind->froClassNo))
-        KvdLoz6TuReg_registerPacketRef(ind->froClassNo, ind->froId);
+    if (hasDelayHistory(ind->froClassNo)) KvdLoz6TuReg_registerPacketRef(ind->froClassNo, ind->froId);
 }
 
 void onDeregisterSynchRef(const KvdTuiifDeregisterSynchRefInd* ind)
 {
     if (ind == nullptr) return;
-    if (hasDelayHistory(ind->froClassNo))
-        KvdLoz6TuReg_deregisterPacketRef(ind->froClassNo, ind->froId);
+    if (hasDelayHistory(ind->froClassNo)) KvdLoz6TuReg_deregisterPacketRef(ind->froClassNo, ind->froId);
 }
 
 void onRefInterrupt(const KvdTuhwifRefInterrupt* ind)

@@ -50,14 +50,11 @@ void idText(char (&text)[12], u32 id)
 void printSelection()
 {
     node::shellPrintf("   selectedRef       : %s (%u)\n",
-                      KvdLoz6TuRef_refTypeText(KvdLoz6TuRef_selectedRef()),
-                      KvdLoz6TuRef_selectedRef());
-    node::shellPrintf("   prevSelRef        : %s (%u)\n",
-                      KvdLoz6TuRef_refTypeText(KvdLoz6TuRef_prevSelRef()),
+                      KvdLoz6TuRef_refTypeText(KvdLoz6TuRef_selectedRef()), KvdLoz6TuRef_selectedRef());
+    node::shellPrintf("   prevSelRef        : %s (%u)\n", KvdLoz6TuRef_refTypeText(KvdLoz6TuRef_prevSelRef()),
                       KvdLoz6TuRef_prevSelRef());
     node::shellPrintf("   before that       : %s (%u)\n",
-                      KvdLoz6TuRef_refTypeText(KvdLoz6TuRef_prevPrevSelRef()),
-                      KvdLoz6TuRef_prevPrevSelRef());
+                      KvdLoz6TuRef_refTypeText(KvdLoz6TuRef_prevPrevSelRef()), KvdLoz6TuRef_prevPrevSelRef());
 }
 
 void printWords(const RefTable& t)
@@ -66,14 +63,11 @@ void printWords(const RefTable& t)
     node::shellPrintf("   refStatusBits     : 0x%08X\n", t.refStatusBits);
     node::shellPrintf("   lastToggleStatus  : 0x%08X\n", t.lastToggleStatus);
     node::shellPrintf("   noChangeCounter   : %u\n", t.noChangeCounter);
-    node::shellPrintf("   gpsExtToggle      : %s (%u)\n", gpsExtToggleText(t.gpsExtToggle),
-                      t.gpsExtToggle);
-    node::shellPrintf("   prevGpsToggle     : %s (%u)\n", gpsExtToggleText(t.prevGpsToggle),
-                      t.prevGpsToggle);
+    node::shellPrintf("   gpsExtToggle      : %s (%u)\n", gpsExtToggleText(t.gpsExtToggle), t.gpsExtToggle);
+    node::shellPrintf("   prevGpsToggle     : %s (%u)\n", gpsExtToggleText(t.prevGpsToggle), t.prevGpsToggle);
     node::shellPrintf("   ethStatusSent     : %u\n", t.ethStatusSent);
     node::shellPrintf("   first start       : %u\n", t.firstStart);
-    node::shellPrintf("   GPS OSL holdover  : %s\n",
-                      KvdLoz6TuRef_gpsOslHoldoverTimerRuns() ? "runs" : "-");
+    node::shellPrintf("   GPS OSL holdover  : %s\n", KvdLoz6TuRef_gpsOslHoldoverTimerRuns() ? "runs" : "-");
 }
 
 void printRows(const RefTable& t)
@@ -92,8 +86,7 @@ void printRows(const RefTable& t)
             "%-10s  %s\n",
             row, KvdLoz6TuRef_refTypeText(d.refType), d.supervisionStatus != 0 ? "True" : "False",
             refStatusText(d.refStatus), filterText(d.filterType), d.filterTimer.runs() ? "runs" : "-",
-            REF_ROW_TRAITS[row].toggleMask, REF_ROW_TRAITS[row].stateMask, d.stateBits, froId,
-            froClassNo);
+            REF_ROW_TRAITS[row].toggleMask, REF_ROW_TRAITS[row].stateMask, d.stateBits, froId, froClassNo);
     }
 }
 

@@ -52,8 +52,8 @@ void KvdLoz6TuRefMon_start()
                   "Timer Interrupt process Kvd_loz6_turefmon_proc already started!");
         return;
     }
-    const PROCESS monitorPid = ose::create_process(
-        ose::KIND_TIMER_INTERRUPT, "Kvd_loz6_turefmon_proc", monitor, 2048, 16, PERIOD, 0);
+    const PROCESS monitorPid = ose::create_process(ose::KIND_TIMER_INTERRUPT, "Kvd_loz6_turefmon_proc",
+                                                   monitor, 2048, 16, PERIOD, 0);
     ose::start(monitorPid);
     s->created = 1;
     KVD_TRACE(TRACE_TUREFMON_PROC, TRACE_INFO, "TI PROCESS Kvd_loz6_turefmon_proc created");

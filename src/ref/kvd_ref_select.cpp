@@ -120,8 +120,7 @@ bool routeHardware(u32 selector, const char* text)
 {
     const int status = HALI_subscribeRefTime(selector);
     if (status == 0) return true;
-    KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "HALI_subscribeRefTime failed with status: %d for %s",
-              status, text);
+    KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "HALI_subscribeRefTime failed with status: %d for %s", status, text);
     return false;
 }
 bool routeHardware(u32 selector) { return routeHardware(selector, selectorText(selector)); }
@@ -135,8 +134,7 @@ void updateClients(u8 refType, Ids ids, u32 statisticsRef)
 bool refusedOnSlave(u8 refType)
 {
     if (KvdLoz6TuMgr_isMaster()) return false;
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "selectSynchRef (%d) received for slave tu. Request ignored",
-              refType);
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "selectSynchRef (%d) received for slave tu. Request ignored", refType);
     return true;
 }
 
@@ -158,20 +156,19 @@ void logLoopEndAndStopSocpri(u32 event)
 bool hasUntoldEnd()
 {
     const u8 regState = KvdLoz6TuReg_regState();
-    return KvdLoz6TuMgr_isMaster() && table().prevSelRef == GPSOSL_REF && regState != WARMUP &&
-           regState != UNKNOWN;
+    return KvdLoz6TuMgr_isMaster() && table().prevSelRef == GPSOSL_REF && regState != WARMUP
+           && regState != UNKNOWN;
 }
 
 void afterSelection(u8 refType)
 {
     if (refType != NO_REF && wasAmongLastTwo(GPSOSL_REF)) {
-        if (KvdLoz6TuRef_row(ROW_GPSOSL).supervisionStatus == 0)
-            KvdLoz6GpsOsl_storeRemoteState(RC_UNKNOWN);
+        if (KvdLoz6TuRef_row(ROW_GPSOSL).supervisionStatus == 0) KvdLoz6GpsOsl_storeRemoteState(RC_UNKNOWN);
         KvdLoz6GpsOsl_sendRemoteState();
     }
     const u32 pllState = KvdLoz6TuReg_pllState();
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Selecting ref %u, prevRef %u, pllState %u",
-              table().selectedRef, table().prevSelRef, pllState);
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Selecting ref %u, prevRef %u, pllState %u", table().selectedRef,
+              table().prevSelRef, pllState);
     if (pllState != PLL_Uninitialized || hasUntoldEnd()) KvdLoz6TuReg_endPll();
     if (wasAmongLastTwo(SOCPRI_REF)) {
         inrsiClientReset();
@@ -219,13 +216,10 @@ int selectTuRef(Ids ids)
 {
     moveBlockOn(TU_REF);
     switch (KvdLoz6TuRef_gpsExtToggle()) {
-    case EXT_TOGGLE:
-        return commonSelect({TU_REF, HALI_EXT_HW_SYNC_REF, TU_SR_EXT_REF, true}, ids);
-    case GPS_TOGGLE:
-        return commonSelect({TU_REF, HALI_GPS_HW_SYNC_REF, TU_SR_EXT_1PPS_REF, true}, ids);
+    case EXT_TOGGLE: return commonSelect({TU_REF, HALI_EXT_HW_SYNC_REF, TU_SR_EXT_REF, true}, ids);
+    case GPS_TOGGLE: return commonSelect({TU_REF, HALI_GPS_HW_SYNC_REF, TU_SR_EXT_1PPS_REF, true}, ids);
     case NO_TOGGLE:
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO,
-                  "Neither GPS nor EXT toggle detected. No reference selected.");
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Neither GPS nor EXT toggle detected. No reference selected.");
         return commonSelect({TU_REF, HW_AS_IS, REGULATOR_AS_IS, true}, ids);
     default:
         KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "gpsExtToggle %d not allowed",
@@ -240,8 +234,7 @@ int selectPdhSdh(Ids ids)
     const bool isKnown = KvdLoz6TuPhyAdm_knowsFroId(ids.froId);
     if (isKnown) moveBlockOn(PDH_SDH_REF);
     if (!isKnown || line >= REF_ROWS) {
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR,
-                  "port line number out of range =%d. selectSynchRef ignored",
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "port line number out of range =%d. selectSynchRef ignored",
                   static_cast<int>(line));
         return 0;
     }
@@ -291,24 +284,18 @@ void deselectPllRef(u32 pllState)
     const bool wasGpsOsl = table().prevSelRef == GPSOSL_REF;
     if (wasGpsOsl)
         KVD_TRACE(TRACE_TUREF, TRACE_INFO,
-                  "Deselecting GpsOsl reference. pllState %u, gpsToggle %u, gpsOslRefState %u",
-                  pllState, KvdLoz6TuRef_gpsExtToggle(), KvdLoz6TuRef_row(ROW_GPSOSL).refStatus);
+                  "Deselecting GpsOsl reference. pllState %u, gpsToggle %u, gpsOslRefState %u", pllState,
+                  KvdLoz6TuRef_gpsExtToggle(), KvdLoz6TuRef_row(ROW_GPSOSL).refStatus);
     else
         KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Deselecting SoCPRI reference. pllState %u", pllState);
 
     switch (pllState) {
     case PLL_OffsetLocked:
-    case PLL_Locked:
-        deselectLocked(wasGpsOsl);
-        break;
+    case PLL_Locked: deselectLocked(wasGpsOsl); break;
     case PLL_Unlocked:
-    case PLL_Freq_Holdover:
-        endDeselectedLoop(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_NOREF_HO);
-        break;
+    case PLL_Freq_Holdover: endDeselectedLoop(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_NOREF_HO); break;
     case PLL_Offset_Holdover:
-    case PLL_Locked_Holdover:
-        deselectInHoldover(wasGpsOsl, pllState);
-        break;
+    case PLL_Locked_Holdover: deselectInHoldover(wasGpsOsl, pllState); break;
     case PLL_PreJumpStart:
     case PLL_PreJumpHist:                           // no phase came yet, and none will
         KvdLoz6TuReg_endPll();
@@ -354,8 +341,7 @@ int selectIdl2(Ids ids)
 
 bool isOslReceiver()
 {
-    return KvdLoz6TuGps_gpssType() == GPSS_NORVANE ||
-           KvdLoz6TuGps_gpssTypeBackup() == GPSS_NORVANE;
+    return KvdLoz6TuGps_gpssType() == GPSS_NORVANE || KvdLoz6TuGps_gpssTypeBackup() == GPSS_NORVANE;
 }
 
 enum class LoopStart { None, Unlocked, Locked };
@@ -373,8 +359,8 @@ LoopStart gpsOslLoopStart(u8 regState, bool holdsOver)
         return holdsOver ? LoopStart::None : LoopStart::Unlocked;
     default:
         if (holdsOver) return LoopStart::None;
-        return regState == TRUETIME && cameThroughNoRefFrom(GPS_REF) && isOslReceiver() &&
-                       KvdLoz6GpsOsl_givesTime()
+        return regState == TRUETIME && cameThroughNoRefFrom(GPS_REF) && isOslReceiver()
+                       && KvdLoz6GpsOsl_givesTime()
                    ? LoopStart::Locked
                    : LoopStart::Unlocked;
     }
@@ -461,8 +447,7 @@ int select(u8 refType, Ids ids)
     case ETHB_REF:
     case ETHC_REF:    return selectByTable(refType, ids);
     default:
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "Unknown syncRefType =%d for froId =%u.", refType,
-                  ids.froId);
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "Unknown syncRefType =%d for froId =%u.", refType, ids.froId);
         return 0;
     }
 }
@@ -488,7 +473,8 @@ int KvdLoz6TuRef_selectSynchRef(u8 refType, u32 froId, u32 froClassNo)
 void KvdLoz6TuRef_startGpsOslHoldover()
 {
     if (s->gpsOslHoldoverTimer.runs()) return;
-    if (!KvdTimer_start(s->gpsOslHoldoverTimer, GPSOSL_HOLDOVER_TIME, KVD_TUREF_GPSOSL_HOLDOVER_TIMEOUT_IND)) {
+    if (!KvdTimer_start(s->gpsOslHoldoverTimer, GPSOSL_HOLDOVER_TIME,
+                        KVD_TUREF_GPSOSL_HOLDOVER_TIMEOUT_IND)) {
         KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "GpsOutSyncLink HoldOver timer failed to start");
         return;
     }
@@ -504,8 +490,8 @@ void KvdLoz6TuRef_stopGpsOslHoldover()
     if (!s->gpsOslHoldoverTimer.runs()) return;
     KvdLoz6TuRef_clearGpsOslHoldoverTimer();
     KVD_TRACE(TRACE_TUREF, TRACE_INFO,
-              "GpsOutSyncLink HoldOver timer stopped. SelectedRef %u, gpsExtToggle %u",
-              table().selectedRef, KvdLoz6TuRef_gpsExtToggle());
+              "GpsOutSyncLink HoldOver timer stopped. SelectedRef %u, gpsExtToggle %u", table().selectedRef,
+              KvdLoz6TuRef_gpsExtToggle());
 }
 
 void KvdLoz6TuRef_clearGpsOslHoldoverTimer() { KvdTimer_cancel(s->gpsOslHoldoverTimer); }

@@ -43,17 +43,13 @@ OSTIME holdoffTime(u8 refType)
 {
     switch (refType) {
     case HPTSI_REF:
-    case GPSOSL_REF:
-        return HOLDOFF_TIME_REF;
-    case GPS_REF:
-        return HOLDOFF_GPS;
+    case GPSOSL_REF: return HOLDOFF_TIME_REF;
+    case GPS_REF: return HOLDOFF_GPS;
     case TU_REF: {
-        const u32 last =
-            table().gpsExtToggle != NO_TOGGLE ? table().gpsExtToggle : table().prevGpsToggle;
+        const u32 last = table().gpsExtToggle != NO_TOGGLE ? table().gpsExtToggle : table().prevGpsToggle;
         return last == GPS_TOGGLE ? HOLDOFF_TU_1PPS : HOLDOFF_TIME;
     }
-    default:
-        return HOLDOFF_TIME;
+    default: return HOLDOFF_TIME;
     }
 }
 
@@ -83,8 +79,8 @@ void routeTuRef(u32 selector, const char* selectorText, u32 regulatorRef)
     if (KvdLoz6TuRef_selectedRef() != TU_REF) return;
     const int status = HALI_subscribeRefTime(selector);
     if (status != 0) {
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "HALI_subscribeRefTime failed with status: %d for %s",
-                  status, selectorText);
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "HALI_subscribeRefTime failed with status: %d for %s", status,
+                  selectorText);
         return;
     }
     KvdLoz6TuReg_configRefType(regulatorRef, descOf(ROW_TU).froId, descOf(ROW_TU).froClassNo);
@@ -96,27 +92,22 @@ void updateGpsExtToggle(u32 row, u32 status)
     if ((REF_ROW_TRAITS[row].toggleMask & status) == 0) {
         // The selection stays: the signal may come back.
         if (from == NO_TOGGLE) return;
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "gpsExtToggle: from %d to NO_TOGGLE",
-                  static_cast<int>(from));
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "gpsExtToggle: from %d to NO_TOGGLE", static_cast<int>(from));
         KvdLoz6TuRef_setGpsExtToggle(NO_TOGGLE);
     } else if ((status & TOGGLE_EXT) != 0) {
         if (from != NO_TOGGLE && from != GPS_TOGGLE) {
-            KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Unexpected EXT Toggle in state %d ",
-                      static_cast<int>(from));
+            KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Unexpected EXT Toggle in state %d ", static_cast<int>(from));
             return;
         }
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "gpsExtToggle: from %d to EXT_TOGGLE",
-                  static_cast<int>(from));
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "gpsExtToggle: from %d to EXT_TOGGLE", static_cast<int>(from));
         KvdLoz6TuRef_setGpsExtToggle(EXT_TOGGLE);
         routeTuRef(HALI_EXT_HW_SYNC_REF, "HALI_EXT_HW_SYNC_REF", TU_SR_EXT_REF);
     } else {
         if (from != NO_TOGGLE && from != EXT_TOGGLE) {
-            KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Unexpected EXT Toggle in state %d ",
-                      static_cast<int>(from));
+            KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Unexpected EXT Toggle in state %d ", static_cast<int>(from));
             return;
         }
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "gpsExtToggle: from %d to GPS_TOGGLE",
-                  static_cast<int>(from));
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "gpsExtToggle: from %d to GPS_TOGGLE", static_cast<int>(from));
         KvdLoz6TuRef_setGpsExtToggle(GPS_TOGGLE);
         routeTuRef(HALI_GPS_HW_SYNC_REF, "HALI_GPS_HW_SYNC_REF", TU_SR_EXT_1PPS_REF);
     }
@@ -141,8 +132,7 @@ void pathOff(u32 row)
 void pathOn(u32 row)
 {
     RefDesc& desc = descOf(row);
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "ref path #%d is on (signal present)",
-              static_cast<int>(row));
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "ref path #%d is on (signal present)", static_cast<int>(row));
     if (desc.filterType == HO_FILTER) {
         // A signal that was gone for less than the hold-off is a fault of the path all the same.
         cancelFilter(row);
@@ -150,8 +140,7 @@ void pathOn(u32 row)
         KvdLoz6TuRef_clearRefStatusBits(REF_ROW_TRAITS[row].toggleMask);
         KvdLoz6TuIifAdm_clearRefStateBits(REF_ROW_TRAITS[row].stateMask);
         KvdLoz6TuIifAdm_markNotSent();
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "HoldOff timer cancelled for ref path #%d",
-                  static_cast<int>(row));
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "HoldOff timer cancelled for ref path #%d", static_cast<int>(row));
     }
     if (desc.refStatus != REF_STATUS_ON && desc.filterType != WTR_FILTER)
         startFilter(row, WTR_TIME, WTR_FILTER);
@@ -181,13 +170,11 @@ bool takeFilterResult(u32 row)
         KVD_TRACE(group, TRACE_INFO, "refStatus = ON for synchRefNo %d", synchRefNo);
         return true;
     case NO_FILTER:
-        KVD_TRACE(group, TRACE_ERROR,
-                  "timeOutInd with filterType: NO_FILTER not allowed for synchRefNo %d",
+        KVD_TRACE(group, TRACE_ERROR, "timeOutInd with filterType: NO_FILTER not allowed for synchRefNo %d",
                   synchRefNo);
         return false;
     default:
-        KVD_TRACE(group, TRACE_ERROR, "Status change filtering failed for ref. path %d",
-                  synchRefNo);
+        KVD_TRACE(group, TRACE_ERROR, "Status change filtering failed for ref. path %d", synchRefNo);
         return false;
     }
 }
@@ -257,8 +244,7 @@ void receiverFilterEnd(u32 row)
     desc.filterType = NO_FILTER;
     tellOwner(row);
     if (desc.refType == GPSOSL_REF) {
-        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "tuiifRefState = 0x%08X.",
-                  KvdLoz6TuIifAdm_tuiifRefState());
+        KVD_TRACE(TRACE_TUREF, TRACE_INFO, "tuiifRefState = 0x%08X.", KvdLoz6TuIifAdm_tuiifRefState());
         if (taken) KvdLoz6GpsOsl_filterEnd(row);
     }
 }
@@ -314,10 +300,7 @@ void storeRequest(u32 row, const KvdTuiifSynchPathSupInd& ind)
     KvdLoz6TuRef_stopFilter(row);
 }
 
-const Signal* signalOf(const KvdTuiifSynchPathSupInd& ind)
-{
-    return reinterpret_cast<const Signal*>(&ind);
-}
+const Signal* signalOf(const KvdTuiifSynchPathSupInd& ind) { return reinterpret_cast<const Signal*>(&ind); }
 
 void supervisePdhSdh(const KvdTuiifSynchPathSupInd& ind)
 {
@@ -341,8 +324,7 @@ void superviseTuRef(const KvdTuiifSynchPathSupInd& ind)
 {
     storeRequest(ROW_TU, ind);
     if (ind.on == 1) {
-        KvdLoz6TuGps_setTuGpsRefType(
-            TU_REF);   // the receiver front end serves the external reference
+        KvdLoz6TuGps_setTuGpsRefType(TU_REF);  // the receiver front end serves the external reference
         KvdLoz6TuRef_startSupervision(signalOf(ind), ROW_TU);
         return;
     }
@@ -364,8 +346,7 @@ void superviseEthernet(const KvdTuiifSynchPathSupInd& ind)
 
 /// The part that GPS, HPTSI and GPS out sync link have in common; `front` starts or stops the
 /// receiver's serial line.
-void superviseReceiver(const KvdTuiifSynchPathSupInd& ind,
-                       void (*front)(const Signal* sig, u32 row))
+void superviseReceiver(const KvdTuiifSynchPathSupInd& ind, void (*front)(const Signal* sig, u32 row))
 {
     const u32 row = KvdLoz6TuRef_rowOfRefType(ind.refType);
     if (ind.on == descOf(row).supervisionStatus) {
@@ -508,8 +489,7 @@ void KvdLoz6TuRef_onFilterTimeout(const KvdTurefTimeoutInd* ind)
 {
     if (ind == nullptr) return;
     if (ind->row >= REF_ROWS) {
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "SyncRefNo out of range =%d. timeOutInd ignored",
-                  ind->row);
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "SyncRefNo out of range =%d. timeOutInd ignored", ind->row);
         return;
     }
     if (KvdTimer_expired(descOf(ind->row).filterTimer)) filterEnd(ind->row);

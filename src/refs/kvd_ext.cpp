@@ -39,14 +39,12 @@ void sensitivityStep(double z)
     if (s->stateSensitive != 0) {
         if (!(z > NOT_SENSITIVE_ABOVE)) return;
         s->stateSensitive = 0;
-        KVD_TRACE(TRACE_TUEXT, TRACE_INFO, "stateSensitive State change: SENSITIVE -> %s",
-                  "NON-SENSITIVE");
+        KVD_TRACE(TRACE_TUEXT, TRACE_INFO, "stateSensitive State change: SENSITIVE -> %s", "NON-SENSITIVE");
         KVD_TRACE(TRACE_TUEXT, TRACE_INFO, "One bad measurement discarded.");
         KvdLoz6TuReg_setMeasR(0.0, Z_EXT_1PPS_REF);
     } else if (z < SENSITIVE_BELOW) {
         s->stateSensitive = 1;
-        KVD_TRACE(TRACE_TUEXT, TRACE_INFO, "stateSensitive State change: NON-SENSITIVE -> %s",
-                  "SENSITIVE");
+        KVD_TRACE(TRACE_TUEXT, TRACE_INFO, "stateSensitive State change: NON-SENSITIVE -> %s", "SENSITIVE");
     }
 }
 
@@ -87,8 +85,8 @@ void KvdLoz6TuExt_setFastLock(u32 useFastLock, double R_fastLock)
 {
     s->useFastLock = useFastLock;
     s->R_fastLock = R_fastLock;
-    KVD_TRACE(TRACE_TUEXT, TRACE_INFO, "useFastLock=%s, R_fastLock=%s",
-              useFastLock != 0 ? "True" : "False", TuCommon_text(R_fastLock));
+    KVD_TRACE(TRACE_TUEXT, TRACE_INFO, "useFastLock=%s, R_fastLock=%s", useFastLock != 0 ? "True" : "False",
+              TuCommon_text(R_fastLock));
 }
 
 u32    KvdLoz6TuExt_useFastLock() { return s->useFastLock; }

@@ -24,8 +24,8 @@ ose::ModuleData<State> s;
 
 constexpr u8  STATUS_OK = 1, STATUS_FAULT = 2;
 
-constexpr const char* STATE_TEXTS[] = {"ILLEGAL_STATE", "UN_INIT", "INIT_SERIAL_PORT", "WAIT_FOR_FRAMES",
-                                       "OPERATIONAL", "OPERATIONAL_WITH_VALID_TIME"};
+constexpr const char* STATE_TEXTS[] = {"ILLEGAL_STATE",   "UN_INIT",     "INIT_SERIAL_PORT",
+                                       "WAIT_FOR_FRAMES", "OPERATIONAL", "OPERATIONAL_WITH_VALID_TIME"};
 constexpr const char* CLK_SOURCES[] = {"Beidou", "GPS", "PTP", "Other"};
 constexpr const char* PP1S_STATES[] = {"Normal", "Time Sync (atomic)", "Unavilable", "Time Sync (crystal)",
                                        "Transmission bearer"};
@@ -49,8 +49,7 @@ void tell(u8 status, const char* text) { KvdLoz6TuIifAdm_sendHptsiStatus(status,
 void tellByState()
 {
     switch (s->hptsiState) {
-    case WAIT_FOR_FRAMES:
-        return tell(STATUS_FAULT, "No time state nor time info messages received");
+    case WAIT_FOR_FRAMES: return tell(STATUS_FAULT, "No time state nor time info messages received");
     case OPERATIONAL:
         if (s->noValid != 0) return tell(STATUS_FAULT, "No usable time received");
         if (s->monitor != 0) return tell(STATUS_FAULT, "Monitor alarm");
@@ -151,8 +150,7 @@ void printAlarms(u16 alarm)
 
 void printOverride()
 {
-    if (s->overrideEnabled != 0)
-        node::shellPrintf("   clkSource override     : %u\n", u32{s->overrideValue});
+    if (s->overrideEnabled != 0) node::shellPrintf("   clkSource override     : %u\n", u32{s->overrideValue});
 }
 
 }  // namespace

@@ -30,10 +30,7 @@ struct State {
 };
 ose::ModuleData<State> s;
 
-void onError(u32 code)
-{
-    KVD_TRACE(TRACE_TUHPTSI, TRACE_ERROR, "Error from serial port (err = 0x%x)", code);
-}
+void onError(u32 code) { KVD_TRACE(TRACE_TUHPTSI, TRACE_ERROR, "Error from serial port (err = 0x%x)", code); }
 
 void onData(const SerialBuffer* buffer, u32 count)
 {
@@ -48,8 +45,8 @@ void postFrame(const CmccReader& reader)
                              KVD_TUHPTSI_CMCC_FRAME_REC);
     auto* rec = reinterpret_cast<KvdTuhptsiCmccFrameRec*>(sig);
     rec->length = CMCC_FRAME_READ;
-    std::memcpy(reinterpret_cast<u8*>(sig) + offsetof(KvdTuhptsiCmccFrameRec, bytes),
-                reader.buffer.data(), CMCC_FRAME_READ);
+    std::memcpy(reinterpret_cast<u8*>(sig) + offsetof(KvdTuhptsiCmccFrameRec, bytes), reader.buffer.data(),
+                CMCC_FRAME_READ);
     ose::send(&sig, KvdLoz6TuMgr_pid());
 }
 

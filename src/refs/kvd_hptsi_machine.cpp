@@ -88,8 +88,7 @@ void takeTimeState(CmccTimeState frame)
         sendQualityLevel();
     }
     ++s.numberOfTimeStateMsg;
-    s.timeStateValid =
-        frame.state != STATE_NOT_USABLE && (frame.state & STATE_NOT_USABLE_BIT) == 0 ? 1 : 0;
+    s.timeStateValid = frame.state != STATE_NOT_USABLE && (frame.state & STATE_NOT_USABLE_BIT) == 0 ? 1 : 0;
     KVD_TRACE(TRACE_TUHPTSI, TRACE_9, "Recv cmcc time state frame: type=%u, state=%u, alarm=%d",
               u32{frame.clkSource}, u32{frame.state}, int{frame.alarm});
 }
@@ -174,8 +173,8 @@ void inValidTime(bool isInfo)
 void runMachine(bool isInfo)
 {
     if (!takesFrames()) return;
-    const bool complete =
-        isInfo ? pairs(NEXT_INFO_CAME, NEXT_STATE_CAME) : pairs(NEXT_STATE_CAME, NEXT_INFO_CAME);
+    const bool complete = isInfo ? pairs(NEXT_INFO_CAME, NEXT_STATE_CAME)
+                                 : pairs(NEXT_STATE_CAME, NEXT_INFO_CAME);
     switch (state().hptsiState) {
     case WAIT_FOR_FRAMES:
         if (!complete) return;
@@ -222,8 +221,7 @@ void hptsi::changeState(u32 to)
     case OPERATIONAL_WITH_VALID_TIME:
         if (from == OPERATIONAL) beginValidTime();
         break;
-    default:
-        break;
+    default: break;
     }
 }
 
@@ -236,9 +234,7 @@ void hptsi::onWrongLength(u32 length)
 void hptsi::onFrame(std::span<const u8> frame)
 {
     switch (KvdLoz6TuHptsi_frameVerdict(frame)) {
-    case CmccVerdict::WrongLength:
-        onWrongLength(static_cast<u32>(frame.size()));
-        break;
+    case CmccVerdict::WrongLength: onWrongLength(static_cast<u32>(frame.size())); break;
     case CmccVerdict::TimeState:
         takeTimeState(KvdLoz6TuHptsi_timeStateOf(frame));
         runMachine(false);
@@ -247,9 +243,7 @@ void hptsi::onFrame(std::span<const u8> frame)
         takeTimeInfo(KvdLoz6TuHptsi_timeInfoOf(frame));
         runMachine(true);
         break;
-    case CmccVerdict::UnknownId:
-        KVD_TRACE(TRACE_TUHPTSI, TRACE_ERROR, "unexpected state");
-        break;
+    case CmccVerdict::UnknownId: KVD_TRACE(TRACE_TUHPTSI, TRACE_ERROR, "unexpected state"); break;
     }
 }
 
@@ -262,20 +256,13 @@ void hptsi::onTimeout(TimerId id)
         s.nextFrame = NEXT_NONE;
         cancel(T_RECEIVE_FRAMES);
         return changeState(WAIT_FOR_FRAMES);
-    case T_VALID:
-        s.hptsiCurrentTime = 0.0;
-        return changeState(OPERATIONAL);
+    case T_VALID: s.hptsiCurrentTime = 0.0; return changeState(OPERATIONAL);
     case T_NO_VALID:
         if (s.hptsiState != OPERATIONAL) return;
         s.noValid = 1;
         return changeState(OPERATIONAL);
-    case T_MONITOR:
-        s.monitor = 1;
-        return changeState(OPERATIONAL);
-    case T_RECEIVE_FRAMES:
-        s.nextFrame = NEXT_NONE;
-        return;
-    default:
-        return reportStatus();
+    case T_MONITOR: s.monitor = 1; return changeState(OPERATIONAL);
+    case T_RECEIVE_FRAMES: s.nextFrame = NEXT_NONE; return;
+    default: return reportStatus();
     }
 }

@@ -122,8 +122,7 @@ void onConnEstablishCfm(const IdpiRefs* cfm, PROCESS service)
     s->serverRef = cfm->serverRef;
     s->availabilityStatus = IDPI_AVAILABLE;
     awaitAnswer(IDPI_GET_CAPABILITY_REQ);
-    if (request(IDPI_GET_CAPABILITY_REQ) != 0)
-        KVD_TRACE(TRACE_IDPI, TRACE_7, "IDPI GET CAPABILITY failed");
+    if (request(IDPI_GET_CAPABILITY_REQ) != 0) KVD_TRACE(TRACE_IDPI, TRACE_7, "IDPI GET CAPABILITY failed");
 }
 
 void onConnEstablishRej(const IdpiConnEstablishRej* rej)
@@ -131,10 +130,8 @@ void onConnEstablishRej(const IdpiConnEstablishRej* rej)
     if (rej == nullptr || !awaitsAnswer("IDPI_CONN_ESTABLISH_REJ")) return;
     ose::detach(&s->attach);
     forgetServer();
-    KVD_TRACE(TRACE_IDPI, TRACE_7,
-              "received IDPI_CONN_ESTABLISH_REJ: protocolRev=%u, errorCode=%u (%s)",
-              rej->protocolRev, rej->errorCode,
-              rejectText(rej, offsetof(IdpiConnEstablishRej, text)).data());
+    KVD_TRACE(TRACE_IDPI, TRACE_7, "received IDPI_CONN_ESTABLISH_REJ: protocolRev=%u, errorCode=%u (%s)",
+              rej->protocolRev, rej->errorCode, rejectText(rej, offsetof(IdpiConnEstablishRej, text)).data());
 }
 
 void onServerDown()
@@ -168,16 +165,14 @@ void onGetCapabilityCfm(const Signal* sig)
 {
     const bool isEmpty = node::sizeOf(sig) < sizeof(IdpiGetCapabilityCfm);
     s->delayMeasurementCap =
-        isEmpty ? u8{0}
-                : hasDelayCapability(sig, *reinterpret_cast<const IdpiGetCapabilityCfm*>(sig));
+        isEmpty ? u8{0} : hasDelayCapability(sig, *reinterpret_cast<const IdpiGetCapabilityCfm*>(sig));
     subscribe();
 }
 
 void onGetCapabilityRej(const IdpiRej* rej)
 {
     if (rej == nullptr) return;
-    KVD_TRACE(TRACE_IDPI, TRACE_7, "IDPI_GET_CAPABILITY_REQ rejected. error_code: %u",
-              rej->errorCode);
+    KVD_TRACE(TRACE_IDPI, TRACE_7, "IDPI_GET_CAPABILITY_REQ rejected. error_code: %u", rej->errorCode);
     s->delayMeasurementCap = 0;
     subscribe();
 }
@@ -200,9 +195,8 @@ void onSubscribeRej(const IdpiRej* rej)
 {
     if (rej == nullptr) return;
     answered();
-    KVD_TRACE(TRACE_IDPI, TRACE_7,
-              "received IDPI_SUBSCRIBE_LINK_STATUS_REJ: errorCode=%u (%s)", rej->errorCode,
-              rejectText(rej, offsetof(IdpiRej, text)).data());
+    KVD_TRACE(TRACE_IDPI, TRACE_7, "received IDPI_SUBSCRIBE_LINK_STATUS_REJ: errorCode=%u (%s)",
+              rej->errorCode, rejectText(rej, offsetof(IdpiRej, text)).data());
 }
 
 }  // namespace
@@ -213,8 +207,7 @@ State& state() { return *s; }
 
 const char* portText(u32 port)
 {
-    constexpr const char* TEXTS[] = {"Port A ", "Port B ", "Port C ",
-                                     "Port D ", "Port E ", "Port F "};
+    constexpr const char* TEXTS[] = {"Port A ", "Port B ", "Port C ", "Port D ", "Port E ", "Port F "};
     return port < IDPI_PORTS ? TEXTS[port] : "<Unknown>";
 }
 
@@ -241,12 +234,12 @@ int KvdLoz6Idpi_dispatch(Signal* sig)
     case IDPI_SERVER_UP_IND:         onServerUp(ose::sender(&sig));                             return 1;
     case IDPI_SERVER_DOWN_IND:       onServerDown();                                            return 1;
     case IDPI_CONN_ESTABLISH_CFM:    onConnEstablishCfm(as<IdpiRefs>(sig), ose::sender(&sig));  return 1;
-    case IDPI_CONN_ESTABLISH_REJ:    onConnEstablishRej(rejection<IdpiConnEstablishRej>(sig));         return 1;
+    case IDPI_CONN_ESTABLISH_REJ:    onConnEstablishRej(rejection<IdpiConnEstablishRej>(sig));       return 1;
     case IDPI_GET_CAPABILITY_CFM:    onGetCapabilityCfm(sig);                                   return 1;
-    case IDPI_GET_CAPABILITY_REJ:    onGetCapabilityRej(rejection<IdpiRej>(sig));                      return 1;
+    case IDPI_GET_CAPABILITY_REJ:    onGetCapabilityRej(rejection<IdpiRej>(sig));                    return 1;
     case IDPI_SUBSCRIBE_LINK_STATUS_CFM: onSubscribeCfm();                                      return 1;
     case IDPI_ANSWER_TMO:            onAnswerTimeout();                                         return 1;
-    case IDPI_SUBSCRIBE_LINK_STATUS_REJ: onSubscribeRej(rejection<IdpiRej>(sig));                      return 1;
+    case IDPI_SUBSCRIBE_LINK_STATUS_REJ: onSubscribeRej(rejection<IdpiRej>(sig));                    return 1;
     case IDPI_LINK_STATUS_IND:       idpi::onLinkStatus(as<IdpiLinkStatusInd>(sig));            return 1;
     case IDPI_PROP_PORT_INFO_CFM:
         KVD_TRACE(TRACE_IDPI, TRACE_7, "received IDPI_PROP_PORT_INFO_CFM");                     return 1;
@@ -304,10 +297,7 @@ IdpiPort KvdLoz6Idpi_port(u32 port) { return port < IDPI_PORTS ? s->port[port] :
 u8  KvdLoz6Idpi_nActivePorts() { return s->nActivePorts; }
 u32 KvdLoz6Idpi_availabilityStatus() { return s->availabilityStatus; }
 
-u32 KvdLoz6Idpi_portAvailable()
-{
-    return s->delayMeasurementCap != 0 && s->idl2PortMap != 0 ? 1 : 0;
-}
+u32 KvdLoz6Idpi_portAvailable() { return s->delayMeasurementCap != 0 && s->idl2PortMap != 0 ? 1 : 0; }
 
 // ---- printout -----------------------------------------------------------------------------------
 
@@ -331,8 +321,8 @@ void KvdLoz6Idpi_printInfo()
 {
     const idpi::State& st = *s;
     node::shellPrintf("\n***** IDPI related data *****\n");
-    node::shellPrintf("   availabilityStatus     : %s (%u)\n",
-                      availabilityText(st.availabilityStatus), st.availabilityStatus);
+    node::shellPrintf("   availabilityStatus     : %s (%u)\n", availabilityText(st.availabilityStatus),
+                      st.availabilityStatus);
     node::shellPrintf("   protocolRev            : %u\n", st.protocolRev);
     node::shellPrintf("   factoryPid             : 0x%08x\n", st.factoryPid);
     node::shellPrintf("   servicePid             : 0x%08x\n", st.servicePid);
@@ -347,9 +337,9 @@ void KvdLoz6Idpi_printInfo()
                       "failures  delay T1C1, C4T1 [ps]\n");
     for (u32 i = 0; i < IDPI_PORTS; ++i) {
         const IdpiPort& p = st.port[i];
-        node::shellPrintf("   %s  %s  %8u  %7u  %6u  %4u  %9u  %8u  %llu, %llu%s\n",
-                          idpi::portText(i), linkText(p.status), p.farPort, p.nearDu, p.farDu,
-                          p.linkMode, p.linkStability, p.StabilityFailures,
+        node::shellPrintf("   %s  %s  %8u  %7u  %6u  %4u  %9u  %8u  %llu, %llu%s\n", idpi::portText(i),
+                          linkText(p.status), p.farPort, p.nearDu, p.farDu, p.linkMode, p.linkStability,
+                          p.StabilityFailures,
                           static_cast<unsigned long long>(u64{p.delayT1C1High} << 32 | p.delayT1C1Low),
                           static_cast<unsigned long long>(u64{p.delayC4T1High} << 32 | p.delayC4T1Low),
                           p.received != 0 ? "" : " (none held)");

@@ -61,13 +61,11 @@ void sendIdl2TimeDataInd()
     if (KvdLoz6TuIifAdm_startState() != TUIIF_START_RESTART_READY) return;
     CounterValue now{};
     if (readCounter(now) != 0) {
-        KVD_TRACE(TRACE_IDPI, TRACE_ERROR,
-                  "sendIdl2TimeDataInd: failed to retrieve new SFC data");
+        KVD_TRACE(TRACE_IDPI, TRACE_ERROR, "sendIdl2TimeDataInd: failed to retrieve new SFC data");
         return;
     }
     const u32 ports = state().nActivePorts;
-    Signal* sig = ose::alloc(sizeof(KvdTuiifIdl2TimeDataInd) +
-                                 IDL2_TIME_DATA_PORT_GROWTH * (ports - 1),
+    Signal* sig = ose::alloc(sizeof(KvdTuiifIdl2TimeDataInd) + IDL2_TIME_DATA_PORT_GROWTH * (ports - 1),
                              KVD_TUIIF_IDL2_TIME_DATA_IND);
     auto* ind = reinterpret_cast<KvdTuiifIdl2TimeDataInd*>(sig);
     ind->apn = KvdLoz6TuIifAdm_apn();
@@ -83,8 +81,7 @@ void sendIdl2TimeDataInd()
         if (idpi::isActive(port)) fill(*out++, state().port[port]);
     KVD_TRACE(TRACE_IDPI, TRACE_3,
               "KVD_TUIIF_IDL2_TIME_DATA_IND (apn = %u, jumpPend = %s, jumpInd = %s, numOfPorts = %u)",
-              ind->apn, ind->jumpPend != 0 ? "True" : "False", ind->jumpInd != 0 ? "True" : "False",
-              ports);
+              ind->apn, ind->jumpPend != 0 ? "True" : "False", ind->jumpInd != 0 ? "True" : "False", ports);
     KvdLoz6TuIifAdm_send(&sig);
 }
 
@@ -104,15 +101,14 @@ void testCompleteness()
     if (KvdLoz6TuSlave_isIdl2SyncDataStopped() != 0) return;
     sendIdl2TimeDataInd();
     // The data of the other end answers this; a slave in fine synchronisation counts on it.
-    if (!KvdLoz6TuMgr_isMaster() &&
-        KvdLoz6SlaveWarm_data().idpiClkStatus == IDPI_CLK_STATUS_FINE_TIME_SYNCED)
+    if (!KvdLoz6TuMgr_isMaster() && KvdLoz6SlaveWarm_data().idpiClkStatus == IDPI_CLK_STATUS_FINE_TIME_SYNCED)
         KvdLoz6TuRef_startIdl2SyncDataTimer();
 }
 
 bool mayRequest()
 {
-    return KvdLoz6TuMgr_isMaster() || (KvdLoz6BiraIifAdm_hasHwControl() != 0 &&
-                                KvdLoz6BiraIifAdm_timeTuningOngoing() != 0);
+    return KvdLoz6TuMgr_isMaster()
+           || (KvdLoz6BiraIifAdm_hasHwControl() != 0 && KvdLoz6BiraIifAdm_timeTuningOngoing() != 0);
 }
 
 void requestDelays()
@@ -187,8 +183,8 @@ void idpi::onGetDelayCfm(const IdpiGetDelayCfm* cfm)
     KVD_TRACE(TRACE_IDPI, TRACE_3,
               "IDL2 delay data stored delayT1C1High=%u, delayT1C1Low=%u, delayC4T1High=%u, "
               "delayC4T1Low=%u, linkMode = %u, linkStability = %u for port %s",
-              p.delayT1C1High, p.delayT1C1Low, p.delayC4T1High, p.delayC4T1Low, p.linkMode,
-              p.linkStability, portText(port));
+              p.delayT1C1High, p.delayT1C1Low, p.delayC4T1High, p.delayC4T1Low, p.linkMode, p.linkStability,
+              portText(port));
     testCompleteness();
 }
 

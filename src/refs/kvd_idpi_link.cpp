@@ -25,8 +25,8 @@ u8 duOf(u16 wireDu) { return static_cast<u8>(wireDu); }
 
 bool isOfTable(const IdpiPort& p, const IdpiLinkStatusInd& ind)
 {
-    return p.farPort == farPortOf(ind.farEndPortNo) && p.nearDu == duOf(ind.nearEndDuId) &&
-           p.farDu == duOf(ind.farEndDuId);
+    return p.farPort == farPortOf(ind.farEndPortNo) && p.nearDu == duOf(ind.nearEndDuId)
+           && p.farDu == duOf(ind.farEndDuId);
 }
 
 void addPort(u32 port)
@@ -49,8 +49,7 @@ void evaluateOnSlave()
     if (KvdLoz6BiraIifAdm_idlMode() != KVD_BIRAIIF_IDL_MODE_2 || KvdLoz6BiraIifAdm_hasHwControl() == 0)
         return;
     KvdLoz6Idpi_startRequestTimer();
-    if (KvdLoz6BiraIifAdm_idl2InitState() == IDL2_WARM_INIT_SUCCEEDED)
-        return REFS_UPCALLS.finishWarmStart();
+    if (KvdLoz6BiraIifAdm_idl2InitState() == IDL2_WARM_INIT_SUCCEEDED) return REFS_UPCALLS.finishWarmStart();
     if (KvdLoz6BiraIifAdm_timeTuningOngoing() != 0) return KvdLoz6TuRef_idl2PortAvailable();
     KVD_TRACE(TRACE_IDPI, TRACE_INFO,
               "%s(): IDL2 link is functional but we are awaiting KVD_BIRAIIF_FREQ_LOCKED_IND "
@@ -104,8 +103,8 @@ void idpi::onLinkStatus(const IdpiLinkStatusInd* ind)
     p.nearDu = duOf(ind->nearEndDuId);
     p.farDu = duOf(ind->farEndDuId);
     p.status = status;
-    KVD_TRACE(TRACE_IDPI, TRACE_INFO, "%sstatus=%u, reported=%u, far DU=%u, far port=%u",
-              portText(port), status, ind->status, p.farDu, p.farPort);
+    KVD_TRACE(TRACE_IDPI, TRACE_INFO, "%sstatus=%u, reported=%u, far DU=%u, far port=%u", portText(port),
+              status, ind->status, p.farDu, p.farPort);
     evaluate();
     forward(port);
     if (status == LINK_DOWN) p = emptyPort(port);

@@ -85,8 +85,8 @@ void onInitiateCfm(const Signal* sig, const IpsynctsiInitiateServiceCfm* cfm)
     }
     KvdTimer_cancel(s->answerTimer);
     s->tuipsynctsiadmState = STATE_AVAILABLE;
-    KVD_TRACE(TRACE_TUIPSYNCTSIADM, TRACE_INFO,
-              "IPSYNCTSI_INITIATE_SERVICE_CFM received. selectedPV=%u", cfm->selectedPv);
+    KVD_TRACE(TRACE_TUIPSYNCTSIADM, TRACE_INFO, "IPSYNCTSI_INITIATE_SERVICE_CFM received. selectedPV=%u",
+              cfm->selectedPv);
 }
 
 void onInitiateSus(const Signal* sig, const IpsynctsiInitiateServiceSus* sus)
@@ -139,8 +139,8 @@ void onNtpPacket(const Signal* sig, const IpsynctsiNtpPacketInd* ind)
     }
     if (ind->froId != s->selectedSynchRefInd) {
         KVD_TRACE(TRACE_TUIPSYNCTSIADM, TRACE_3,
-                  "ntpPacketInd ignored. Expected ipSyncRefFroId=%u, received %u",
-                  s->selectedSynchRefInd, ind->froId);
+                  "ntpPacketInd ignored. Expected ipSyncRefFroId=%u, received %u", s->selectedSynchRefInd,
+                  ind->froId);
         ++s->numberOfIgnoredNtpPackets;
         return;
     }
@@ -176,32 +176,15 @@ void KvdLoz6TuIpSyncTsiAdm_initiate()
 int KvdLoz6TuIpSyncTsiAdm_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case IPSYNCTSI_SERVER_UP_IND:
-        onServerUp(sig);
-        return 1;
-    case IPSYNCTSI_INITIATE_SERVICE_CFM:
-        onInitiateCfm(sig, as<IpsynctsiInitiateServiceCfm>(sig));
-        return 1;
-    case IPSYNCTSI_INITIATE_SERVICE_SUS:
-        onInitiateSus(sig, as<IpsynctsiInitiateServiceSus>(sig));
-        return 1;
-    case IPSYNCTSI_INITIATE_SERVICE_REJ:
-        onInitiateRej(sig, as<IpsynctsiInitiateServiceRej>(sig));
-        return 1;
-    case IPSYNCTSI_SERVER_DOWN_IND:
-        onServerDown(sig);
-        return 1;
-    case IPSYNCTSI_NTP_PACKET_IND:
-        onNtpPacket(sig, as<IpsynctsiNtpPacketInd>(sig));
-        return 1;
-    case KVD_TUIPSYNCTSIADM_ANSWER_TMO:
-        onAnswerTimeout();
-        return 1;
-    case KVD_TUIIF_SELECT_SYNCH_REF_IND:
-        onSelectSynchRef(as<KvdTuiifSelectSynchRefInd>(sig));
-        return 1;
-    default:
-        return 0;
+    case IPSYNCTSI_SERVER_UP_IND: onServerUp(sig); return 1;
+    case IPSYNCTSI_INITIATE_SERVICE_CFM: onInitiateCfm(sig, as<IpsynctsiInitiateServiceCfm>(sig)); return 1;
+    case IPSYNCTSI_INITIATE_SERVICE_SUS: onInitiateSus(sig, as<IpsynctsiInitiateServiceSus>(sig)); return 1;
+    case IPSYNCTSI_INITIATE_SERVICE_REJ: onInitiateRej(sig, as<IpsynctsiInitiateServiceRej>(sig)); return 1;
+    case IPSYNCTSI_SERVER_DOWN_IND: onServerDown(sig); return 1;
+    case IPSYNCTSI_NTP_PACKET_IND: onNtpPacket(sig, as<IpsynctsiNtpPacketInd>(sig)); return 1;
+    case KVD_TUIPSYNCTSIADM_ANSWER_TMO: onAnswerTimeout(); return 1;
+    case KVD_TUIIF_SELECT_SYNCH_REF_IND: onSelectSynchRef(as<KvdTuiifSelectSynchRefInd>(sig)); return 1;
+    default: return 0;
     }
 }
 

@@ -4,9 +4,9 @@ namespace {
 
 bool isRestartAfterCancel(const IdlHistoryRecord& event, const IdlHistoryRecord& latest)
 {
-    return (event.timerType == HO_TIMER || event.timerType == SUP_TIMER) &&
-           event.timerStatus == TIMER_ON && latest.timerStatus == TIMER_CANCELED &&
-           latest.timerType == event.timerType && latest.idlState == event.idlState;
+    return (event.timerType == HO_TIMER || event.timerType == SUP_TIMER) && event.timerStatus == TIMER_ON
+           && latest.timerStatus == TIMER_CANCELED && latest.timerType == event.timerType
+           && latest.idlState == event.idlState;
 }
 
 bool sameEvent(const IdlHistoryRecord& a, const IdlHistoryRecord& b)

@@ -6,19 +6,8 @@
 
 #include <array>
 
-enum IdlTimerType : u8 {
-    TIMER_NONE = 0,
-    HO_TIMER = 1,
-    WTR_TIMER = 2,
-    SUP_TIMER = 3,
-    SLAVE_HO_TIMER = 4
-};
-enum IdlTimerStatus : u8 {
-    TIMER_STATUS_NONE = 0,
-    TIMER_ON = 1,
-    TIMER_CANCELED = 2,
-    TIMER_EXPIRED = 3
-};
+enum IdlTimerType : u8 { TIMER_NONE = 0, HO_TIMER = 1, WTR_TIMER = 2, SUP_TIMER = 3, SLAVE_HO_TIMER = 4 };
+enum IdlTimerStatus : u8 { TIMER_STATUS_NONE = 0, TIMER_ON = 1, TIMER_CANCELED = 2, TIMER_EXPIRED = 3 };
 
 struct IdlHistoryRecord {
     u32 idlState;

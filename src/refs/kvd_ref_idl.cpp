@@ -88,22 +88,20 @@ void startTimer(u32 port, PortTimerId id)
 {
     KvdTimer& timer = s->port[port].timer[id];
     if (timer.runs())
-        KVD_TRACE(TRACE_TUREF, TRACE_3,
-                  "startIdl%sTimer ignored.idl%s timer already started for %s",
+        KVD_TRACE(TRACE_TUREF, TRACE_3, "startIdl%sTimer ignored.idl%s timer already started for %s",
                   PORT_TIMER[id].operation, PORT_TIMER[id].name, KvdLoz6TuRef_idlPortText(port));
     else if (KvdTimer_start(timer, PORT[port].time[id], PORT[port].sigNo[id]))
         record(port, PORT_TIMER[id].type, TIMER_ON);
     else
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "IDL timer 0x%x failed to start for %s",
-                  PORT[port].sigNo[id], KvdLoz6TuRef_idlPortText(port));
+        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "IDL timer 0x%x failed to start for %s", PORT[port].sigNo[id],
+                  KvdLoz6TuRef_idlPortText(port));
 }
 
 void cancelTimer(u32 port, PortTimerId id)
 {
     KvdTimer& timer = s->port[port].timer[id];
     if (!timer.runs()) {
-        KVD_TRACE(TRACE_TUREF, TRACE_3,
-                  "Ignored cancelIdl%sTimer since timer was not started for [%s]",
+        KVD_TRACE(TRACE_TUREF, TRACE_3, "Ignored cancelIdl%sTimer since timer was not started for [%s]",
                   PORT_TIMER[id].operation, KvdLoz6TuRef_idlPortText(port));
         return;
     }
@@ -151,8 +149,7 @@ void startSlaveHoldover(u32 port)
     }
     KvdLoz6TuReg_slavePll_hold();
     record(port, SLAVE_HO_TIMER, TIMER_ON);
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO,
-              "Slave HoldOver timer started. Slave PLL state %u, idlPort = %u",
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Slave HoldOver timer started. Slave PLL state %u, idlPort = %u",
               KvdLoz6TuReg_slavePllState(), port);
 }
 
@@ -178,15 +175,11 @@ void selectOnSlave(u32 port)
 void enter(u32 port, IdlState idlState)
 {
     KVD_TRACE(TRACE_TUREF, TRACE_3, "%s: %s -> %s", KvdLoz6TuRef_idlPortText(port),
-              KvdLoz6TuRef_idlStateText(s->port[port].idlState),
-              KvdLoz6TuRef_idlStateText(idlState));
+              KvdLoz6TuRef_idlStateText(s->port[port].idlState), KvdLoz6TuRef_idlStateText(idlState));
     s->port[port].idlState = idlState;
 }
 
-bool isDown(u32 port)
-{
-    return s->port[port].idlState == IDL_UNKNOWN || s->port[port].idlState == IDL_OFF;
-}
+bool isDown(u32 port) { return s->port[port].idlState == IDL_UNKNOWN || s->port[port].idlState == IDL_OFF; }
 
 void supervisionOff(u32 port)
 {
@@ -196,8 +189,8 @@ void supervisionOff(u32 port)
     stopSlaveHoldover(port);
     if (port == IDLPORT_1) tuHwIf_disableIsr(TU_BFN_IN_INT);
     enter(port, IDL_UNKNOWN);
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "%s state is UNKNOWN, %s supervision is disabled",
-              PORT[port].name, PORT[port].name);
+    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "%s state is UNKNOWN, %s supervision is disabled", PORT[port].name,
+              PORT[port].name);
     linkDown(port);
     KvdLoz6TuReg_setPortSupervised(0, port);
     if (isDown(1 - port)) {
@@ -212,8 +205,8 @@ bool awaitsHandover(u32 port)
 {
     if (port != IDLPORT_2 || KvdLoz6TuMgr_isMaster() || KvdLoz6BiraIifAdm_initiatedFromSlaveMsi() != 0)
         return false;
-    return KvdLoz6BiraIifAdm_hasHwControl() == 0 || KvdLoz6BiraIifAdm_timeTuningOngoing() == 0 ||
-           KvdLoz6Idpi_portAvailable() == 0;
+    return KvdLoz6BiraIifAdm_hasHwControl() == 0 || KvdLoz6BiraIifAdm_timeTuningOngoing() == 0
+           || KvdLoz6Idpi_portAvailable() == 0;
 }
 
 void beginSupervision(u32 port)
@@ -277,10 +270,7 @@ const char* KvdLoz6TuRef_idlStateText(u32 idlState)
     }
 }
 
-u32 KvdLoz6TuRef_idlState(u32 port)
-{
-    return port < PORTS ? s->port[port].idlState : u32{IDL_UNKNOWN};
-}
+u32 KvdLoz6TuRef_idlState(u32 port) { return port < PORTS ? s->port[port].idlState : u32{IDL_UNKNOWN}; }
 
 void KvdLoz6TuRef_idlSupervision(u32 port, u32 on)
 {
@@ -294,22 +284,15 @@ void KvdLoz6TuRef_idlInterrupt(u32 port)
 {
     if (port >= PORTS) return;
     switch (s->port[port].idlState) {
-    case IDL_SUPERVISED:
-        linkSeen(port);
-        break;
-    case IDL_ON:
-        restartTimer(port, HO);
-        break;
+    case IDL_SUPERVISED: linkSeen(port); break;
+    case IDL_ON: restartTimer(port, HO); break;
     case IDL_OFF:
         enter(port, IDL_WAIT_TO_RESTORE);
         startTimer(port, WTR);
         startTimer(port, SUPERVISION);
         break;
-    case IDL_WAIT_TO_RESTORE:
-        restartTimer(port, SUPERVISION);
-        break;
-    default:
-        break;
+    case IDL_WAIT_TO_RESTORE: restartTimer(port, SUPERVISION); break;
+    default: break;
     }
 }
 
@@ -353,11 +336,8 @@ void KvdLoz6TuRef_onIdlHoTimeout(u32 port)
         report();
         break;
     case IDL_UNKNOWN:
-    case IDL_OFF:
-        ignoreTimeout(port);
-        break;
-    default:
-        break;
+    case IDL_OFF: ignoreTimeout(port); break;
+    default: break;
     }
 }
 
@@ -374,11 +354,8 @@ void KvdLoz6TuRef_onIdlWtrTimeout(u32 port)
         report();
         break;
     case IDL_UNKNOWN:
-    case IDL_OFF:
-        ignoreTimeout(port);
-        break;
-    default:
-        break;
+    case IDL_OFF: ignoreTimeout(port); break;
+    default: break;
     }
 }
 
@@ -404,7 +381,8 @@ void KvdLoz6TuRef_onSlaveHoldoverTimeout(const KvdTurefSlaveHoldoverTimeoutInd* 
 void KvdLoz6TuRef_awaitLeader()
 {
     const bool isIdl2 = KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2;
-    if (KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized) startSlaveHoldover(isIdl2 ? IDLPORT_2 : IDLPORT_1);
+    if (KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized)
+        startSlaveHoldover(isIdl2 ? IDLPORT_2 : IDLPORT_1);
 }
 
 void KvdLoz6TuRef_idl1Words(bool areFresh)
@@ -512,9 +490,9 @@ const char* runsText(const KvdTimer& timer) { return timer.runs() ? "runs" : "-"
 
 void printRecord(const IdlHistoryRecord& r, const char* note = "")
 {
-    node::shellPrintf("   %-26s  %-9s  %-19s  %-14s  %s%s\n", r.time,
-                      KvdLoz6TuRef_idlPortText(r.port), KvdLoz6TuRef_idlStateText(r.idlState),
-                      timerTypeText(r.timerType), timerStatusText(r.timerStatus), note);
+    node::shellPrintf("   %-26s  %-9s  %-19s  %-14s  %s%s\n", r.time, KvdLoz6TuRef_idlPortText(r.port),
+                      KvdLoz6TuRef_idlStateText(r.idlState), timerTypeText(r.timerType),
+                      timerStatusText(r.timerStatus), note);
 }
 
 }  // namespace
@@ -541,8 +519,7 @@ void KvdLoz6TuRef_printIdl()
         if (p.hasHeld) printRecord(p.held, " (held back)");
     }
 
-    node::shellPrintf("\n   Synch port history, %u of 50 records, oldest first\n",
-                      s->synchPortHistory.count);
+    node::shellPrintf("\n   Synch port history, %u of 50 records, oldest first\n", s->synchPortHistory.count);
     for (u32 i = 0; i < s->synchPortHistory.count; ++i) {
         const SynchPortRecord& r = s->synchPortHistory.oldest(i);
         node::shellPrintf("   %-26s  port %u\n", r.time, r.synchPortNo);

@@ -22,8 +22,8 @@ void KvdLoz6TuRef_roleChanged();
 void KvdLoz6TuRef_idlInterrupt(u32 port);
 /// A new main processor knows nothing of the links yet: a slave's loop has a minute to hear its leader again.
 void KvdLoz6TuRef_awaitLeader();
-/// A slave took a word of port 1, fresh or one of before. Without fresh ones it keeps its loop for a minute, as
-/// without the link: a leader that warms up sends none.
+/// A slave took a word of port 1, fresh or one of before. Without fresh ones it keeps its loop for a minute,
+/// as without the link: a leader that warms up sends none.
 void KvdLoz6TuRef_idl1Words(bool areFresh);
 /// Link port that carries IDL2, 0 to 5; a change goes to the port history.
 void KvdLoz6TuRef_setSynchPortNo(u8 synchPortNo);

@@ -18,24 +18,16 @@ namespace {
 ose::ModuleData<slave::History> s;
 
 constexpr const char* EVENT_TEXTS[] = {
-    "EV_SLAVE_PLL_UNEVENTFUL_MEASUREMENT",
-    "EV_SLAVE_PLL_BFN_READ_ERROR",
-    "EV_SLAVE_PLL_UNRELIABLE_MEASUREMENT",
-    "EV_SLAVE_PLL_5MS_ANOMALY",
-    "EV_SLAVE_PLL_EXPLICIT_FREQ_SYNC",
-    "EV_SLAVE_PLL_TARGETDIFF_UPDATED",
-    "EV_SLAVE_PLL_REVERT_TO_EXPLICIT_FREQ_SYNC",
-    "EV_SLAVE_PLL_PROCEEDING_TO_LOCKED_W_JUMP",
-    "EV_SLAVE_PLL_PROCEEDING_TO_LOCKED",
-    "EV_SLAVE_PLL_JUMP_WITHIN_LOCKED",
+    "EV_SLAVE_PLL_UNEVENTFUL_MEASUREMENT",       "EV_SLAVE_PLL_BFN_READ_ERROR",
+    "EV_SLAVE_PLL_UNRELIABLE_MEASUREMENT",       "EV_SLAVE_PLL_5MS_ANOMALY",
+    "EV_SLAVE_PLL_EXPLICIT_FREQ_SYNC",           "EV_SLAVE_PLL_TARGETDIFF_UPDATED",
+    "EV_SLAVE_PLL_REVERT_TO_EXPLICIT_FREQ_SYNC", "EV_SLAVE_PLL_PROCEEDING_TO_LOCKED_W_JUMP",
+    "EV_SLAVE_PLL_PROCEEDING_TO_LOCKED",         "EV_SLAVE_PLL_JUMP_WITHIN_LOCKED",
     "EV_SLAVE_PLL_DEGRADING_TO_UNLOCKED",
 };
 static_assert(std::size(EVENT_TEXTS) == EV_SLAVE_PLL_DEGRADING_TO_UNLOCKED + 1);
 
-const char* eventText(u32 event)
-{
-    return event < std::size(EVENT_TEXTS) ? EVENT_TEXTS[event] : "<Unknown>";
-}
+const char* eventText(u32 event) { return event < std::size(EVENT_TEXTS) ? EVENT_TEXTS[event] : "<Unknown>"; }
 
 const char* stateText(u32 slavePllState)
 {
@@ -99,14 +91,14 @@ void printIdl1(const slave::Idl1Record& r)
 
 void printDelay(const char* unit, const slave::DelayWords& w)
 {
-    shellPrintf("   T1C1High_%s = %u, T1C1Low_%s = %u, C4T1High_%s = %u, C4T1Low_%s = %u\n", unit,
-                w.T1C1High, unit, w.T1C1Low, unit, w.C4T1High, unit, w.C4T1Low);
+    shellPrintf("   T1C1High_%s = %u, T1C1Low_%s = %u, C4T1High_%s = %u, C4T1Low_%s = %u\n", unit, w.T1C1High,
+                unit, w.T1C1Low, unit, w.C4T1High, unit, w.C4T1Low);
 }
 
 void printIdl2(const slave::Idl2Record& r)
 {
-    shellPrintf("[%s]: apn = %u, m = %u, currSlavePllState = %s\n", r.time, KvdLoz6TuIifAdm_apn(),
-                r.m, stateText(r.currSlavePllState));
+    shellPrintf("[%s]: apn = %u, m = %u, currSlavePllState = %s\n", r.time, KvdLoz6TuIifAdm_apn(), r.m,
+                stateText(r.currSlavePllState));
     printDelay("masterDu", r.masterDu);
     printDelay("slaveDu", r.slaveDu);
     shellPrintf("   jumpPend = %u, jumpInd = %u, nearEndportNo = %u, farEndportNo = %u, "
@@ -143,12 +135,11 @@ void KvdLoz6TuSlave_printInfo()
     const slave::EsfcSend& sent = slave::esfcSend();
     const slave::EsfcFollow& follow = slave::esfcFollowState();
     shellPrintf("\n***** Inter-unit measurements *****\n");
-    shellPrintf("   eSfc sent            : last %u, last mfn %u, closed %u\n", sent.lastEsfc,
-                sent.lastMfn, sent.eSfcClosed);
-    shellPrintf("   eSfc received        : last %u, update %u\n", follow.lastEsfc,
-                follow.updateEsfc);
-    shellPrintf("   idl2SyncDataStopped  : %u\n   idl2FineTuning       : %u\n",
-                state.idl2SyncDataStopped, state.idl2FineTuning);
+    shellPrintf("   eSfc sent            : last %u, last mfn %u, closed %u\n", sent.lastEsfc, sent.lastMfn,
+                sent.eSfcClosed);
+    shellPrintf("   eSfc received        : last %u, update %u\n", follow.lastEsfc, follow.updateEsfc);
+    shellPrintf("   idl2SyncDataStopped  : %u\n   idl2FineTuning       : %u\n", state.idl2SyncDataStopped,
+                state.idl2FineTuning);
     shellPrintf("   repeatFineSyncIndDueTojump, postponeTimeTuning : %u, %u\n",
                 state.repeatFineSyncIndDueTojump, state.postponeTimeTuning);
     shellPrintf("   instabilityCntNe, instabilityCntFe : %u, %u\n", state.instabilityCntNe,

@@ -86,8 +86,7 @@ double onLocalSide(double z)
     const double counter = tuHwIf_sfcToIncrements(mfn, sfn, inc) / INCREMENTS_PER_SECOND;
     const double neutral = slave::neutralizeWraparound(z, counter, COUNTER_PERIOD);
     if (neutral != z)
-        KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
-                  "handleIdl1IntSlave: after neutralizing SFC wraparound z = %s [s]",
+        KVD_TRACE(TRACE_TUSLAVE, TRACE_3, "handleIdl1IntSlave: after neutralizing SFC wraparound z = %s [s]",
                   TuCommon_text(neutral));
     return neutral;
 }

@@ -43,8 +43,7 @@ bool ownPortData(u32 port, slave::PortData& data)
 {
     if (port >= IDPI_PORTS) return false;
     const IdpiPort record = KvdLoz6Idpi_port(port);
-    data.delay = {record.delayT1C1High, record.delayT1C1Low, record.delayC4T1High,
-                  record.delayC4T1Low};
+    data.delay = {record.delayT1C1High, record.delayT1C1Low, record.delayC4T1High, record.delayC4T1Low};
     data.linkMode = record.linkMode;
     data.linkStability = record.linkStability;
     return true;
@@ -117,8 +116,8 @@ int idl2HandleMsiWriting()
 bool tellClkStatus(u8 clkStatus, const char* name, const char* caller)
 {
     if (slave::needs().sendClkStatus(clkStatus) != 0) {
-        KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
-                  "%s(): Unable to send %s - IDPI Server is not available.", caller, name);
+        KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO, "%s(): Unable to send %s - IDPI Server is not available.",
+                  caller, name);
         return false;
     }
     KvdLoz6SlaveWarm_setIdpiClkStatus(clkStatus);
@@ -221,8 +220,8 @@ void writeHistory(const Measurement& meas)
 /// Numbers that no counter holds would be carried into time itself.
 bool isUsable(const KvdTuiifIdl2SyncDataInd& ind)
 {
-    if (ind.mfc <= MFN_LAST && ind.sfc <= SFN_LAST && ind.inc <= INC_LAST && ind.synchPortNo < IDPI_PORTS &&
-        std::isfinite(ind.intermediaryDuPhaseDiff))
+    if (ind.mfc <= MFN_LAST && ind.sfc <= SFN_LAST && ind.inc <= INC_LAST && ind.synchPortNo < IDPI_PORTS
+        && std::isfinite(ind.intermediaryDuPhaseDiff))
         return true;
     KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
               "sync data refused, synchPortNo=%u mfc=%u sfc=%u inc=%u intermediaryDuPhaseDiff=%g",
@@ -260,11 +259,9 @@ void idl2HandleMeasurementIndex(Measurement& meas)
 void idl2CheckLinkMode(u8 linkMode)
 {
     if (s->idl2.idl2FineTuning == COARSE_STAGE && linkMode != IDPI_STARTUP_MODE)
-        KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
-                  "%s(): Slave IDPI linkMode is not IDPI_STARTUP_MODE", __func__);
+        KVD_TRACE(TRACE_TUSLAVE, TRACE_3, "%s(): Slave IDPI linkMode is not IDPI_STARTUP_MODE", __func__);
     if (s->idl2.idl2FineTuning == FINE_STAGE && linkMode != IDPI_SYNCHRONOUS_MODE)
-        KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
-                  "%s(): Slave IDPI linkMode is not IDPI_SYNCHRONOUS_MODE", __func__);
+        KVD_TRACE(TRACE_TUSLAVE, TRACE_3, "%s(): Slave IDPI linkMode is not IDPI_SYNCHRONOUS_MODE", __func__);
 }
 
 /// One end's delays: true when they may be used. The count stays at the limit, so that each further
@@ -282,12 +279,12 @@ bool checkLinkStability(u8 linkStability, u8& instabilityCnt, const char* end, c
               "subsequent) and exiting function",
               caller, end, static_cast<u32>(instabilityCnt));
     if (instabilityCnt <= UNSTABLE_IGNORED) return false;
-    KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
-              "%s() - Synchronizing IDL2 link unstable at %s, initiating handover", caller, END);
+    KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO, "%s() - Synchronizing IDL2 link unstable at %s, initiating handover",
+              caller, END);
     --instabilityCnt;
     if (slave::needs().unableToTimeLock() != 0)
-        KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
-                  "%s() - Unable to send unableToTimeLockInd over BIRA_IIF", caller);
+        KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO, "%s() - Unable to send unableToTimeLockInd over BIRA_IIF",
+                  caller);
     KvdLoz6TuSlave_logIdl2History(1);
     return false;
 }
@@ -315,9 +312,8 @@ bool adjustCoarse(Measurement& meas)
     const KvdTuiifIdl2SyncDataInd& ind = meas.ind;
     meas.phaseDiff = slave::neutralizeWraparound(meas.phaseDiff, seconds(0, local.sfn, local.inc),
                                                  SFN_PERIOD_s);
-    KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
-              "%s(): phaseDiff (after neutralizing SFN wraparound) = %-17.16g [s]", __func__,
-              meas.phaseDiff);
+    KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO, "%s(): phaseDiff (after neutralizing SFN wraparound) = %-17.16g [s]",
+              __func__, meas.phaseDiff);
     KvdLoz6TuReg_adjustSlaveOffset(0.0, meas.phaseDiff);
     KvdLoz6TuReg_adjustSlaveOffset(KvdLoz6TuReg_getLastTime().c - ind.esfc * COUNTER_PERIOD,
                                    seconds(local.mfn, 0, 0) - seconds(ind.mfc, 0, 0));
@@ -325,15 +321,14 @@ bool adjustCoarse(Measurement& meas)
     KvdLoz6TuReg_adjust_time(-delta0_slave.c, -delta0_slave.f);
     KvdLoz6TuReg_clearSlaveOffset();
     KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO,
-              "%s(): Coarse adjustment complete - d0_c = %-17.16g, d0_f = %-17.16g", __func__,
-              delta0_slave.c, delta0_slave.f);
+              "%s(): Coarse adjustment complete - d0_c = %-17.16g, d0_f = %-17.16g", __func__, delta0_slave.c,
+              delta0_slave.f);
     KvdLoz6TuReg_setMod(COUNTER_PERIOD);
     s->idl2.idl2FineTuning = FINE_STAGE;
     if (s->idl2.repeatFineSyncIndDueTojump == 1)
         KvdLoz6TuReg_startIdl2LinkRestartTimer();
     else
-        tellClkStatus(IDPI_CLK_STATUS_COARSE_TIME_SYNCED, "IDPI_CLK_STATUS_COARSE_TIME_SYNCED",
-                      __func__);
+        tellClkStatus(IDPI_CLK_STATUS_COARSE_TIME_SYNCED, "IDPI_CLK_STATUS_COARSE_TIME_SYNCED", __func__);
     meas.keepSnapshot = true;
     return true;
 }
@@ -361,8 +356,7 @@ void storeTime()
 
 void report(const Measurement& meas)
 {
-    const bool counts =
-        slave::needs().timeTuningOngoing() != 0 && slave::needs().hasHwControl() != 0;
+    const bool counts = slave::needs().timeTuningOngoing() != 0 && slave::needs().hasHwControl() != 0;
     KvdLoz6TuIifAdm_sendIdl2SyncReportInd(counts ? s->idl2.iterationIsRegulated : 0,
                                           counts ? meas.total() : 0.0);
 }
@@ -387,9 +381,8 @@ int measureOnce(Measurement& meas)
     if (!idl2CheckLinkStabilityFe(meas.ind.linkStability)) return 0;
     if (!idl2CheckLinkStabilityNe(meas.own.linkStability)) return 0;
     meas.phaseDiff = slave::phaseDifference(meas.masterDu, meas.own.delay);
-    KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
-              "%s(): phaseDiff (as calculated from NCI measurements) = %-17.16g [s]", __func__,
-              meas.phaseDiff);
+    KVD_TRACE(TRACE_TUSLAVE, TRACE_3, "%s(): phaseDiff (as calculated from NCI measurements) = %-17.16g [s]",
+              __func__, meas.phaseDiff);
     if (s->idl2.idl2FineTuning == FINE_STAGE) {
         regulateFine(meas);
         takeTime();
@@ -427,11 +420,8 @@ int KvdLoz6TuReg_handleIdl2Slave(const Signal* sig)
     }
     if (!isUsable(*ind)) return 0;
     s->idl2.iterationIsRegulated = 0;
-    Measurement meas{*ind,
-                     {ind->delayT1C1High, ind->delayT1C1Low, ind->delayC4T1High, ind->delayC4T1Low},
-                     {},
-                     0.0,
-                     false};
+    Measurement meas{
+        *ind, {ind->delayT1C1High, ind->delayT1C1Low, ind->delayC4T1High, ind->delayC4T1Low}, {}, 0.0, false};
     if (ind->directConn == 0 && ind->intermediaryDuFineTimeSynching == 0) {
         KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
                   "%s(): This slave DU is indirectly connected to master DU and intermediary slave "

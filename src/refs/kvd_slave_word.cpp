@@ -28,8 +28,8 @@ u32 turns(double t_c_last)
 
 u32 esfcToSend(EsfcSend& state, u32 eSfc, bool readOk, u16 mfn)
 {
-    const bool lags = readOk && mfn == 0 && state.lastMfn == MFN_LAST && eSfc == state.lastEsfc &&
-                      state.eSfcClosed == 0;
+    const bool lags = readOk && mfn == 0 && state.lastMfn == MFN_LAST && eSfc == state.lastEsfc
+                      && state.eSfcClosed == 0;
     if (lags) {
         KVD_TRACE(TRACE_TUSLAVE, TRACE_3, "eSfc mismatch happend, increment the esfc");
         return eSfc + 1;
@@ -69,8 +69,8 @@ void sendIdl(u32 localInc, u32 jump, u32 cold)
     u32 inc = 0;
     const bool readOk = tuHwIf_readSfc(mfn, sfn, inc) == 0;
     const u32 e_sfc = esfcToSend(esfcSend(), eSfc, readOk, mfn);
-    tuHwIf_writeBfnOutPacked(localInc, e_sfc, KvdLoz6TuIifAdm_radioClockState(),
-                             KvdLoz6TuReg_jumpIdl1(), cold, 1);
+    tuHwIf_writeBfnOutPacked(localInc, e_sfc, KvdLoz6TuIifAdm_radioClockState(), KvdLoz6TuReg_jumpIdl1(),
+                             cold, 1);
 }
 
 }  // namespace slave

@@ -119,16 +119,14 @@ void clearAlarm()
 void internal(const Signal* sig)
 {
     const u32 result = needs().internal(s->proxy, sig);
-    if (result != 0)
-        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Slowpi_internal() failed with result= %u", result);
+    if (result != 0) KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Slowpi_internal() failed with result= %u", result);
 }
 
 void send()
 {
     s->frame[ESMC_SSM_AT] = SSM_DO_NOT_USE;   // a node's clock is no reference to its neighbours
     const u32 result = needs().sendFrameInd(s->proxy, ESMC_FRAME_SIZE, s->frame.data());
-    if (result != 0)
-        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Slowpi_sendFrameInd() failed: result= %u", result);
+    if (result != 0) KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Slowpi_sendFrameInd() failed: result= %u", result);
     start(s->heartBeat);
 }
 
@@ -147,8 +145,7 @@ void subscribeDecision()
         return;
     }
     KvdAnswer_await(s->answerTimer, ANSWER);
-    if (result != 0)
-        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Unable to subscribe/unsubscribe from SLOWPI");
+    if (result != 0) KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Unable to subscribe/unsubscribe from SLOWPI");
 }
 
 void onInitiateAnswer(const Signal* sig)
@@ -215,8 +212,7 @@ void onUnsubscribeRsp(const SlowpiResultRsp* rsp)
     if (rsp == nullptr) return;
     KvdTimer_cancel(s->answerTimer);
     if (rsp->result != 0) {
-        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Negative result in unsubscription rsp (res = %u)",
-                  rsp->result);
+        KVD_TRACE(TRACE_SLOWPI, TRACE_ERROR, "Negative result in unsubscription rsp (res = %u)", rsp->result);
         return;
     }
     if (usesQuality()) withdrawLevel();
@@ -230,8 +226,7 @@ void onUnsubscribeRsp(const SlowpiResultRsp* rsp)
 bool traceRefusal(const EsmcReading& r, u32 frame_len)
 {
     switch (r.verdict) {
-    case EsmcVerdict::Taken:
-        return false;
+    case EsmcVerdict::Taken: return false;
     case EsmcVerdict::OtherEtherType:
         KVD_TRACE(TRACE_SLOWPI, TRACE_9, "EthernetType= %04x", r.etherType);
         [[fallthrough]];
@@ -242,8 +237,7 @@ bool traceRefusal(const EsmcReading& r, u32 frame_len)
     case EsmcVerdict::OtherProtocol:
         if ((r.code & NOT_ESMC_SUBTYPE) != 0)
             KVD_TRACE(TRACE_SLOWPI, TRACE_9, "SlowProtocolSubtype= %02hhx", r.slowProtocolSubtype);
-        if (r.oui != ESMC_OUI)
-            KVD_TRACE(TRACE_SLOWPI, TRACE_9, "EsmcOui= %04hhx", static_cast<u8>(r.oui));
+        if (r.oui != ESMC_OUI) KVD_TRACE(TRACE_SLOWPI, TRACE_9, "EsmcOui= %04hhx", static_cast<u8>(r.oui));
         KVD_TRACE(TRACE_SLOWPI, TRACE_9, "Unrecognized SLOWPI received; frame_len %u bytes, code=%u, ",
                   frame_len, r.code);
         return true;
@@ -441,8 +435,8 @@ void KvdLoz6TuSlowpi_unsubscribe()
 
 void KvdLoz6TuSlowpi_selectionMode(u8 selectionProcessMode)
 {
-    KVD_TRACE(TRACE_SLOWPI, TRACE_1, "new QlMode %s, supervisionState %s",
-              enabledText(selectionProcessMode), enabledText(s->supervisionState));
+    KVD_TRACE(TRACE_SLOWPI, TRACE_1, "new QlMode %s, supervisionState %s", enabledText(selectionProcessMode),
+              enabledText(s->supervisionState));
     s->selectionProcessMode = selectionProcessMode;
     if (selectionProcessMode == 1 && s->supervisionState == 1 && s->slowpiState == IF_SUBSCRIBED) {
         enter(IF_QL_SEND);

@@ -23,8 +23,8 @@ constexpr OSTIME HEART_BEAT_TIME = 1000;     // ms; ITU-T G.8264 11.3.2.1: one i
 constexpr OSTIME PDU_MISSING_TIME = 5200;    // ms; five periods of the peer's and a margin
 
 /// A timer that is armed with the same buffer again and again. The buffer is here while it doesn't run,
-/// and in the queue from its expiry until it is dispatched. One that is started anew meanwhile gets another, and
-/// the late one is freed.
+/// and in the queue from its expiry until it is dispatched. One that is started anew meanwhile gets another,
+/// and the late one is freed.
 struct BufferTimer {
     OSTIME duration_ms = 0;
     SIGSELECT sigNo = 0;

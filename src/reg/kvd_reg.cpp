@@ -61,8 +61,7 @@ bool isIdl2Slave()
 
 const char* initiateStateText(u32 tuRegInitiateState)
 {
-    return tuRegInitiateState <= TUREG_INIT ? INITIATE_STATE_TEXTS[tuRegInitiateState]
-                                            : "<Unknown>";
+    return tuRegInitiateState <= TUREG_INIT ? INITIATE_STATE_TEXTS[tuRegInitiateState] : "<Unknown>";
 }
 
 void setInitiateState(u32 tuRegInitiateState)
@@ -171,8 +170,8 @@ void onSetTestMode(const KvdTuiifSetTestModeInd* ind)
 void onReadTempTimeout()
 {
     if (!KvdTimer_expired(s->readTempTimer)) return;
-    if (regulator::isIdl2Slave() && (KvdLoz6BiraIifAdm_hasHwControl() == 0 ||
-                                     KvdLoz6BiraIifAdm_timeTuningOngoing() == 0)) {
+    if (regulator::isIdl2Slave()
+        && (KvdLoz6BiraIifAdm_hasHwControl() == 0 || KvdLoz6BiraIifAdm_timeTuningOngoing() == 0)) {
         KVD_TRACE(TRACE_TUREG, TRACE_INFO,
                   "LOZ6 LM does not have HW control or time sync has has stopped. "
                   "Stopped processing temperature monitoring timeouts.");
@@ -237,9 +236,9 @@ void KvdLoz6TuReg_regStateChanged(u8 from, u8 to)
 
     const u32 selectedRef = KvdLoz6TuReg_selectedRef();
     // A slave's loop goes on when its reference is deselected.
-    const bool loopReports = s->masterSlaveMode == 0 || selectedRef == TU_SR_GPSOSL_REF || selectedRef == TU_SR_SOCPRI_REF ||
-                             selectedRef == TU_SR_IDL1_REF || selectedRef == TU_SR_IDL2_REF ||
-                             KvdLoz6TuReg_pllState() != PLL_Uninitialized;
+    const bool loopReports = s->masterSlaveMode == 0 || selectedRef == TU_SR_GPSOSL_REF
+                             || selectedRef == TU_SR_SOCPRI_REF || selectedRef == TU_SR_IDL1_REF
+                             || selectedRef == TU_SR_IDL2_REF || KvdLoz6TuReg_pllState() != PLL_Uninitialized;
     if (!loopReports || to == WARMUP) KvdLoz6TuIifAdm_reportRegState(to);
     REG_UPCALLS.regStateChanged();
 }

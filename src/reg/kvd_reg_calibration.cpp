@@ -27,10 +27,8 @@ void setExpiryText()
 {
     constexpr double DAY = 86400.0;
     const double left = std::floor(KvdLoz6TuReg_lookAheadCalibration() * DAY);
-    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Expiration within %s number of seconds",
-              TuCommon_text(left));
-    const DateTime t = TuCommon_secondsToDate(node::platform().calendar().seconds +
-                                              static_cast<i64>(left));
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Expiration within %s number of seconds", TuCommon_text(left));
+    const DateTime t = TuCommon_secondsToDate(node::platform().calendar().seconds + static_cast<i64>(left));
     char text[16];
     std::snprintf(text, sizeof text, "%04d-%02d-%02d", t.year, t.month, t.day);
     KvdLoz6TuReg_setCalibrationExpiry(text);

@@ -61,12 +61,10 @@ void startOnGpsOsl()
         KvdLoz6TuReg_pll_init(PLL_PreJumpHist);
         return;
     case 1:
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO,
-                  "Valid historical data not available. Entering PREJUMPSTART");
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Valid historical data not available. Entering PREJUMPSTART");
         break;
     default:
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO,
-                  "Failed to read history file from flash. Entering PREJUMPSTART");
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Failed to read history file from flash. Entering PREJUMPSTART");
         break;
     }
     KvdLoz6TuReg_setRegState(PREJUMPSTART);
@@ -93,8 +91,7 @@ void KvdLoz6TuReg_calc_t_ix(double x0, double P00)
         return;
     }
     const double t_acc = std::fabs(x0) + 3.0 * std::sqrt(P00);
-    if (control::timeIsLocked(
-            {t_acc, v.t_lim_low, v.t_lim_high, v.t_ix, KvdLoz6TuReg_knowsTime()})) {
+    if (control::timeIsLocked({t_acc, v.t_lim_low, v.t_lim_high, v.t_ix, KvdLoz6TuReg_knowsTime()})) {
         v.t_ix = 2;
         const TimePair delta0 = KvdLoz6TuReg_getOffset();
         if (std::fabs(delta0.c + delta0.f) < OFFSET_GONE && KvdLoz6TuReg_sourceTime()) {
@@ -157,8 +154,7 @@ double steerTime(const Vec6& x, const Mat6& P, double b)
 {
     const control::TimeSteering t = control::timeStep(x[0], x[1], x[2], P[7], b, s->var.xf_limit);
     KVD_TRACE(TRACE_TUREG, TRACE_3, "xf_limit %-16.17g", t.du_l);
-    if (KvdLoz6TuReg_jumpState() == JUMP_NEEDED && s->var.regState == TIMELOCKED)
-        KvdLoz6TuReg_Jump();
+    if (KvdLoz6TuReg_jumpState() == JUMP_NEEDED && s->var.regState == TIMELOCKED) KvdLoz6TuReg_Jump();
     return t.du;
 }
 
@@ -166,8 +162,7 @@ double steerTime(const Vec6& x, const Mat6& P, double b)
 double steer(const Vec6& x, const Mat6& P, double b)
 {
     const u8 timeMode = KvdLoz6TuReg_timeMode();
-    if (timeMode == ABSOLUTE_TIME_LOCKING && isTimeSteered(s->var.regState))
-        return steerTime(x, P, b);
+    if (timeMode == ABSOLUTE_TIME_LOCKING && isTimeSteered(s->var.regState)) return steerTime(x, P, b);
     if (timeMode == ABSOLUTE_TIME_LOCKING || timeMode == FREQUENCY_LOCKING)
         return steerFrequency(x, b, timeMode);
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "KvdLoz6TuReg_controller: Strange mode ");
@@ -208,8 +203,7 @@ void writeTransition(u8 regState)
 {
     control::State& st = *s;
     if (st.transitionCount == control::TRANSITIONS_MAX) {
-        for (u32 i = 1; i < control::TRANSITIONS_MAX; ++i)
-            st.transitions[i - 1] = st.transitions[i];
+        for (u32 i = 1; i < control::TRANSITIONS_MAX; ++i) st.transitions[i - 1] = st.transitions[i];
         --st.transitionCount;
     }
     const node::CalendarTime now = node::platform().calendar();
@@ -235,8 +229,7 @@ void storeRegState(u8 regState)
 
 const ControlStateVar& KvdLoz6TuReg_controlStateVar() { return s->var; }
 
-ControlResult KvdLoz6TuReg_controller(const Vec6& x, const Mat6& P, int doControl,
-                                      [[maybe_unused]] u32 z_i)
+ControlResult KvdLoz6TuReg_controller(const Vec6& x, const Mat6& P, int doControl, [[maybe_unused]] u32 z_i)
 {
     ControlStateVar& v = s->var;
     const double b = tuHwIf_calcOcxoGain(v.U[1]);
@@ -267,8 +260,7 @@ u8 KvdLoz6TuReg_computeFix(const Vec6& x, const Mat6& P, int update)
     ControlStateVar& v = s->var;
     const double log_f_dev = control::logFrequencyDeviation(x[1], P[7]);
     if (update != 0) control::fixFilterStep(v.fix, log_f_dev);
-    const double distance =
-        control::fixDistance(v.fix, log_f_dev, v.f_ix, v.f_lim_low, v.f_lim_high);
+    const double distance = control::fixDistance(v.fix, log_f_dev, v.f_ix, v.f_lim_low, v.f_lim_high);
     v.f_acc_report = control::toU32(std::pow(10.0, log_f_dev) * 1e9 + 0.5);
 
     if (KvdLoz6TuReg_estimateStateVar().fixFreqMode == 0) return control::gradeOfDistance(distance);
@@ -302,8 +294,8 @@ void KvdLoz6TuReg_setRegState(u8 regState)
     const u8 before = s->var.regState;
     if (regState == before) return;
     control::storeRegState(regState);
-    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Report regState %s -> %s",
-              KvdLoz6TuReg_regStateText(before), KvdLoz6TuReg_regStateText(regState));
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Report regState %s -> %s", KvdLoz6TuReg_regStateText(before),
+              KvdLoz6TuReg_regStateText(regState));
     KvdLoz6TuReg_regStateChanged(before, regState);
 }
 
@@ -364,8 +356,7 @@ void KvdLoz6TuReg_controlPrintInfo()
                       v.initJumpCounter, v.startUpCounter, v.lockedCounter, v.bbClockEnabled);
     for (u32 i = 0; i < s->transitionCount; ++i) {
         const control::Transition& t = s->transitions[i];
-        node::shellPrintf("   %04d-%02d-%02d %02d:%02d:%02d  %s\n", t.year, t.month, t.day, t.hour,
-                          t.minute, t.second,
-                          KvdLoz6TuReg_regStateText(static_cast<u8>(t.regState)));
+        node::shellPrintf("   %04d-%02d-%02d %02d:%02d:%02d  %s\n", t.year, t.month, t.day, t.hour, t.minute,
+                          t.second, KvdLoz6TuReg_regStateText(static_cast<u8>(t.regState)));
     }
 }

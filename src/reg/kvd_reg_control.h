@@ -66,8 +66,8 @@ void KvdLoz6TuReg_forceRegState(u8 regState);
 u8     KvdLoz6TuReg_regState();
 u8     KvdLoz6TuReg_f_ix();
 u8     KvdLoz6TuReg_t_ix();
-/// Each pulse tells whether its source gives the time with it. A source that has run free for a while is followed
-/// as an offset at best, until it gives the time again or another one is selected.
+/// Each pulse tells whether its source gives the time with it. A source that has run free for a while is
+/// followed as an offset at best, until it gives the time again or another one is selected.
 void   KvdLoz6TuReg_setSourceTime(bool counts);
 bool   KvdLoz6TuReg_sourceTime();
 double KvdLoz6TuReg_f_lim_high();

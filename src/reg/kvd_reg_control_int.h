@@ -33,8 +33,7 @@ double logFrequencyDeviation(double x1, double P11);
 /// One sample into the hysteresis filter; the 60th closes the averaging.
 void   fixFilterStep(FixFilter& filter, double log_f_dev);
 /// Distance above the limit of the present grade, in decades.
-double fixDistance(const FixFilter& filter, double log_f_dev, u8 f_ix, double f_lim_low,
-                   double f_lim_high);
+double fixDistance(const FixFilter& filter, double log_f_dev, u8 f_ix, double f_lim_low, double f_lim_high);
 /// 5 below the limit, one less for each decade above it, down to 1.
 u8     gradeOfDistance(double distance);
 

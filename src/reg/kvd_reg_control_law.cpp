@@ -63,8 +63,7 @@ void fixFilterStep(FixFilter& f, double log_f_dev)
     f.hyst = n * f.meanStep;
 }
 
-double fixDistance(const FixFilter& f, double log_f_dev, u8 f_ix, double f_lim_low,
-                   double f_lim_high)
+double fixDistance(const FixFilter& f, double log_f_dev, u8 f_ix, double f_lim_low, double f_lim_high)
 {
     if (f_ix == BEST) return log_f_dev - std::log10(f_lim_high);
     return log_f_dev - std::log10(f_lim_low) + f.hyst;
@@ -91,9 +90,7 @@ u8 stateOfGrades(u8 f_ix, u8 t_ix, u8 t_ixOld, u8 present)
     case 3: return SYNCH2;
     case 4: return SYNCH3;
     case F_IX_LOCKED: break;
-    default:
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s: wrong f_ix (%d)", "decideState", f_ix);
-        return present;
+    default: KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s: wrong f_ix (%d)", "decideState", f_ix); return present;
     }
     if (t_ixOld <= 1) return FREQLOCKED;
     switch (t_ix) {

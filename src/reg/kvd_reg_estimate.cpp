@@ -32,8 +32,8 @@ constexpr double R_TOO_SMALL = 1e-23;      // s^2, nothing is that good
 constexpr double R_NEGLIGIBLE = 1e-12;     // of HPH: the update leaves rounding only
 
 // Start of a unit that knows nothing but its temperature polynomial.
-constexpr double START_VARIANCE[6] = {estimator::TIME_UNKNOWN_VARIANCE, 1e-12, 1e-28,
-                                      1.5e-20, 5.624999999999999e-20, 2.1875e-19};
+constexpr double START_VARIANCE[6] = {
+    estimator::TIME_UNKNOWN_VARIANCE, 1e-12, 1e-28, 1.5e-20, 5.624999999999999e-20, 2.1875e-19};
 
 const char* degrStateText(u8 degrState)
 {
@@ -59,8 +59,8 @@ void phaseJump(u32 z_i, double z)
 
 double unreliableAbove(u32 z_i, double S) { return UNRELIABLE * (S + estimator::baseVariance(z_i)); }
 
-/// The next measurement begins a time scale at 0. An estimate that is farther from that than a measurement may
-/// be, as after minutes without one, would refuse all of them.
+/// The next measurement begins a time scale at 0. An estimate that is farther from that than a measurement
+/// may be, as after minutes without one, would refuse all of them.
 void timeJump(u32 z_i, double S)
 {
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "phase jump on %s reference. Set t_mod = 0.",
@@ -96,8 +96,8 @@ bool useOutlier(u32 z_i, const estimator::Residual& r)
     case estimator::OutlierClass::Degrade:
     case estimator::OutlierClass::Sign:  break;
     }
-    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "measReliability: MAXDISCARDED (%d) reached (%d)",
-              rule.limit, v.degrd);
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "measReliability: MAXDISCARDED (%d) reached (%d)", rule.limit,
+              v.degrd);
     if (rule.outlierClass == estimator::OutlierClass::Sign && v.residualSignConstant != 0
         && v.degrd <= SAME_SIGN_LIMIT) {
         // A frequency error of the line pulls every residual to one side; it has to be followed.
@@ -187,15 +187,13 @@ double referenceStep(const MeasRefData& o, FifoRegStep& step)
     step.x_pred = p.x_pred;
     step.P_pred = p.P_pred;
 
-    const estimator::Residual r =
-        estimator::covarianceResidual(H, par.x_pred, par.P_pred, o.z, o.R);
+    const estimator::Residual r = estimator::covarianceResidual(H, par.x_pred, par.P_pred, o.z, o.R);
     const double R_new =
         estimator::adjustCovariance(o.z_i, estimator::baseVariance(o.z_i), o.m, o.R, r).R_new;
 
     const bool wanted = master ? measReliability(o.z_i, r) : true;
     if (wanted && std::fabs(R_new) >= R_TOO_SMALL) {
-        const estimator::Update u =
-            estimator::completeUpdate(H, par.x_pred, par.P_pred, r.S, r.resid);
+        const estimator::Update u = estimator::completeUpdate(H, par.x_pred, par.P_pred, r.S, r.resid);
         v.x_est = u.x_est;
         v.P_est = u.P_est;
         step.K = u.K;
@@ -249,8 +247,8 @@ void clearFixFreqMode() { s->var.fixFreqMode = 0; }
 const EstimateStateVar& KvdLoz6TuReg_estimateStateVar() { return s->var; }
 const EstimatePar& KvdLoz6TuReg_estimatePar() { return s->estimatePar; }
 
-Prediction KvdLoz6TuReg_predict(const Vec6& x, const Mat6& P, double b, const double u[2],
-                                double T_old, double T_new, double t_s)
+Prediction KvdLoz6TuReg_predict(const Vec6& x, const Mat6& P, double b, const double u[2], double T_old,
+                                double T_new, double t_s)
 {
     const bool testMode = KvdLoz6TuReg_isMaster() && KvdLoz6TuReg_testMode() != 0;
     return estimator::predict(x, P, b, u, T_old, T_new, t_s,
@@ -277,8 +275,7 @@ double KvdLoz6TuReg_estimate(const MeasRefData& observation)
     return R_new;
 }
 
-void KvdLoz6TuReg_estimateInitiate(const Vec6& x, const Mat6& P, double T, const double u[2],
-                                   double b)
+void KvdLoz6TuReg_estimateInitiate(const Vec6& x, const Mat6& P, double T, const double u[2], double b)
 {
     EstimateStateVar& v = s->var;
     v = EstimateStateVar{};
@@ -337,8 +334,8 @@ void KvdLoz6TuReg_estimateReinitiate(const double coeff[3])
 void KvdLoz6TuReg_setInitialFrequencyDrift(u8 initCnt)
 {
     s->initialFrequencyDrift = estimator::initialFrequencyDrift(initCnt, s->initialFrequencyDrift);
-    KVD_TRACE(TRACE_TUREG, TRACE_3, "set initialFrequencyDrift: %e (initCnt=%u)",
-              s->initialFrequencyDrift, initCnt);
+    KVD_TRACE(TRACE_TUREG, TRACE_3, "set initialFrequencyDrift: %e (initCnt=%u)", s->initialFrequencyDrift,
+              initCnt);
 }
 
 double KvdLoz6TuReg_initialFrequencyDrift() { return s->initialFrequencyDrift; }

@@ -36,15 +36,13 @@ double KvdLoz6TuReg_lookAheadHistory()
     bool stopped = false;
     for (u32 round = 0; round < HISTORY_ROUNDS && !stopped; ++round) {
         const u8 f_ix = gradeAfter(h);
-        KVD_TRACE(TRACE_TUREG, TRACE_3,
-                  "Predicting state: after %-17.16g hours, state will be f_ix = %u",
+        KVD_TRACE(TRACE_TUREG, TRACE_3, "Predicting state: after %-17.16g hours, state will be f_ix = %u",
                   h * TEMP_TICK / 3600.0, f_ix);
         if (f_ix < F_IX_LOCKED) stopped = true;
         else h *= 2.0;
     }
     if (stopped) h = h > HISTORY_FIRST ? h / 2.0 : 0.0;
-    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Hours history is valid from now: %-17.16g",
-              h * TEMP_TICK / 3600.0);
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Hours history is valid from now: %-17.16g", h * TEMP_TICK / 3600.0);
     return h;
 }
 
@@ -60,8 +58,7 @@ double KvdLoz6TuReg_lookAheadCalibration()
         t += CALIBRATION_STEP;
     }
     t = t > 0.5 ? t - CALIBRATION_STEP : 0.0;
-    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Days calibration is valid from now: %s",
-              TuCommon_text(t / DAY));
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Days calibration is valid from now: %s", TuCommon_text(t / DAY));
     return t / DAY;
 }
 

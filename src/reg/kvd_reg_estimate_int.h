@@ -41,8 +41,8 @@ struct ProcessNoise {
     double initialFrequencyDrift = 0;
     bool testMode = false;             // a master's test mode: drift noise times 1e15
 };
-Prediction predict(const Vec6& x, const Mat6& P, double b, const double u[2], double T_old,
-                   double T_new, double t_s, const ProcessNoise& noise);
+Prediction predict(const Vec6& x, const Mat6& P, double b, const double u[2], double T_old, double T_new,
+                   double t_s, const ProcessNoise& noise);
 
 struct Residual { double resid; double HPH; double S; };
 Residual covarianceResidual(const Vec6& H, const Vec6& x_pred, const Mat6& P_pred, double z,
@@ -58,8 +58,7 @@ struct Update {
     u32 laps;                          // of the repair, 0 when none was needed
     Vec6 K;                            // gain
 };
-Update completeUpdate(const Vec6& H, const Vec6& x_pred, const Mat6& P_pred, double S,
-                      double resid);
+Update completeUpdate(const Vec6& H, const Vec6& x_pred, const Mat6& P_pred, double S, double resid);
 
 /// Value for the start-up counter; `present` below the counter's range.
 double initialFrequencyDrift(u8 initCnt, double present);

@@ -62,8 +62,7 @@ Mat6 processNoise(const Vec6& x, double T, double t_s, const estimator::ProcessN
         {t_s * p3, p3, 0.0, 0.0, 0.0, 1.0},
     };
     const matrix::Matrix<6, 3> G3 = {
-        t_s * x[3], t_s * x[4], t_s * x[5],
-        x[3], x[4], x[5],
+        t_s * x[3], t_s * x[4], t_s * x[5], x[3], x[4], x[5],
     };
     const std::array<double, 3> w = {1.0, 2.0 * T, 3.0 * (T * T) - 0.6};
 
@@ -99,16 +98,16 @@ struct Text { char text[160]; };
 Text diagonalText(const Mat6& P)
 {
     Text t;
-    std::snprintf(t.text, sizeof t.text, "%-16.17g %-16.17g %-16.17g %-16.17g %-16.17g %-16.17g",
-                  P[0], P[7], P[14], P[21], P[28], P[35]);
+    std::snprintf(t.text, sizeof t.text, "%-16.17g %-16.17g %-16.17g %-16.17g %-16.17g %-16.17g", P[0], P[7],
+                  P[14], P[21], P[28], P[35]);
     return t;
 }
 
 Text vectorText(const Vec6& v)
 {
     Text t;
-    std::snprintf(t.text, sizeof t.text, "%-16.17g %-16.17g %-16.17g %-16.17g %-16.17g %-16.17g",
-                  v[0], v[1], v[2], v[3], v[4], v[5]);
+    std::snprintf(t.text, sizeof t.text, "%-16.17g %-16.17g %-16.17g %-16.17g %-16.17g %-16.17g", v[0], v[1],
+                  v[2], v[3], v[4], v[5]);
     return t;
 }
 
@@ -156,8 +155,8 @@ u32 repair(Mat6& P)
     for (u32 lap = 1; lap <= REPAIR_LAPS; ++lap) {
         const double lambda = smallestByQr(P);
         if (lambda >= 0.0) {
-            KVD_TRACE(TRACE_TUREG, TRACE_INFO,
-                      "The matrix is non-negative definite, lambda: %-16.17g\n", lambda);
+            KVD_TRACE(TRACE_TUREG, TRACE_INFO, "The matrix is non-negative definite, lambda: %-16.17g\n",
+                      lambda);
             return lap;
         }
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Negative eigenvalue!! lambda = %-16.17g", lambda);
@@ -171,8 +170,8 @@ u32 repair(Mat6& P)
 
 namespace estimator {
 
-Prediction predict(const Vec6& x, const Mat6& P, double b, const double u[2], double T_old,
-                   double T_new, double t_s, const ProcessNoise& noise)
+Prediction predict(const Vec6& x, const Mat6& P, double b, const double u[2], double T_old, double T_new,
+                   double t_s, const ProcessNoise& noise)
 {
     const Mat6 A = transitionMatrix(T_old, T_new, t_s);
     matrix::Matrix<6, 2> B{};
@@ -184,25 +183,22 @@ Prediction predict(const Vec6& x, const Mat6& P, double b, const double u[2], do
     Prediction p;
     p.x_pred = matrix::sum(multiply<6, 6>(A, x), multiply<6, 2>(B, control));
     p.Q = processNoise(x, T_new, t_s, noise);
-    p.P_pred =
-        matrix::sum(multiply<6, 6, 6>(multiply<6, 6, 6>(A, P), matrix::transpose<6, 6>(A)), p.Q);
+    p.P_pred = matrix::sum(multiply<6, 6, 6>(multiply<6, 6, 6>(A, P), matrix::transpose<6, 6>(A)), p.Q);
     if (diagonalNegative(p.P_pred))
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO,
-                  "predictCovariance: WARNING! Negative variance in P_pred! [%s]",
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "predictCovariance: WARNING! Negative variance in P_pred! [%s]",
                   diagonalText(p.P_pred).text);
     return p;
 }
 
-Residual covarianceResidual(const Vec6& H, const Vec6& x_pred, const Mat6& P_pred, double z,
-                            double R)
+Residual covarianceResidual(const Vec6& H, const Vec6& x_pred, const Mat6& P_pred, double z, double R)
 {
     Residual r;
     r.resid = z - matrix::dot(H, x_pred);
     r.HPH = matrix::dot(multiply<6, 6>(matrix::transpose<6, 6>(P_pred), H), H);
     r.S = r.HPH + R;
     if (r.S < 0.0)
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO,
-                  "covarianceResidual: WARNING! Negative variance in S! [%s]", TuCommon_text(r.S));
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "covarianceResidual: WARNING! Negative variance in S! [%s]",
+                  TuCommon_text(r.S));
     return r;
 }
 
@@ -223,8 +219,7 @@ AdaptedR adjustCovariance(u32 z_i, double baseVar, double m, double R, const Res
         alpha = std::min(alpha_1, alpha_2);
     }
     const double R_new = (1.0 - alpha) * R + alpha * R_delta;
-    if (R_new < 0.0)
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "adjustCovariance: WARNING.. Negativ variance in R");
+    if (R_new < 0.0) KVD_TRACE(TRACE_TUREG, TRACE_INFO, "adjustCovariance: WARNING.. Negativ variance in R");
     return {R_new, false};
 }
 
@@ -252,8 +247,7 @@ double initialFrequencyDrift(u8 initCnt, double present)
     if (initCnt <= 56) return present;
     if (initCnt <= 100) return 1e-20;
     // A straight line in log-log scale from 1e-20 at tick 101 to 1e-30 at tick 120.
-    const double k =
-        (std::log10(1e-20) - std::log10(1e-30)) / (std::log10(101.0) - std::log10(120.0));
+    const double k = (std::log10(1e-20) - std::log10(1e-30)) / (std::log10(101.0) - std::log10(120.0));
     return std::pow(10.0, std::log10(1e-20) - k * std::log10(101.0))
            * std::pow(static_cast<double>(initCnt), k);
 }

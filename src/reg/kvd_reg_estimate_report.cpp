@@ -73,13 +73,11 @@ u32 KvdLoz6TuReg_referenceSwitchesText(char* text, u32 room)
     Cursor out{text, room};
     out.add("\nSwitches between references and phase offset difference beween them\n");
     for (u32 i = 0; i < s.switchCount; ++i) {
-        const estimator::ReferenceSwitch& sw =
-            s.switches[(s.nextSwitch + slots - s.switchCount + i) % slots];
+        const estimator::ReferenceSwitch& sw = s.switches[(s.nextSwitch + slots - s.switchCount + i) % slots];
         addTime(out, sw.fromTime);
         out.add(" froId=%u froClassNo=%u -> ", sw.fromFroId, sw.fromFroClassNo);
         addTime(out, sw.toTime);
-        out.add(" froId=%u froClassNo=%u: %-16.17g s\n", sw.toFroId, sw.toFroClassNo,
-                sw.phaseDifference);
+        out.add(" froId=%u froClassNo=%u: %-16.17g s\n", sw.toFroId, sw.toFroClassNo, sw.phaseDifference);
     }
     return out.length;
 }
@@ -89,14 +87,13 @@ void KvdLoz6TuReg_estimatePrintInfo()
     const estimator::State& s = estimator::state();
     const EstimateStateVar& v = s.var;
     node::shellPrintf("\n***** Estimator *****\n");
-    for (u32 i = 0; i < 6; ++i)
-        node::shellPrintf("   x_est[%u]             : %-16.17g\n", i, v.x_est[i]);
+    for (u32 i = 0; i < 6; ++i) node::shellPrintf("   x_est[%u]             : %-16.17g\n", i, v.x_est[i]);
     for (u32 i = 0; i < 6; ++i)
         node::shellPrintf("   P_est[%u][%u]          : %-16.17g\n", i, i, v.P_est[i * 6 + i]);
-    node::shellPrintf("   T                    : %-16.17g\n   t_s                  : %-16.17g\n",
-                      v.T, s.estimatePar.t_s);
-    node::shellPrintf("   b                    : %-16.17g\n   u_tf[1]              : %-16.17g\n",
-                      v.b, v.u_tf[1]);
+    node::shellPrintf("   T                    : %-16.17g\n   t_s                  : %-16.17g\n", v.T,
+                      s.estimatePar.t_s);
+    node::shellPrintf("   b                    : %-16.17g\n   u_tf[1]              : %-16.17g\n", v.b,
+                      v.u_tf[1]);
     node::shellPrintf("   var_G, var_F         : %-16.17g, %-16.17g\n", v.var_G, v.var_F);
     node::shellPrintf("   initialFrequencyDrift: %-16.17g\n", s.initialFrequencyDrift);
     node::shellPrintf("   prevRef              : %s (%u)\n   measCount            : %u\n",

@@ -36,10 +36,7 @@ constexpr u32 OLD_T_AT = 416;
 constexpr u32 FIVE_P_AT = 96;
 constexpr u32 FIVE_T_AT = 320;
 
-const u8* bytesOf(const std::string& content)
-{
-    return reinterpret_cast<const u8*>(content.data());
-}
+const u8* bytesOf(const std::string& content) { return reinterpret_cast<const u8*>(content.data()); }
 
 bool hasSizeOfItsVersion(const std::string& content)
 {
@@ -63,13 +60,11 @@ bool judge(Candidate& c, int result)
 {
     const std::size_t size = c.content.size();
     if (std::strcmp(c.path, HIST_FILE) == 0 && size != HIST_RECORD_SIZE + REVISION_SIZE) {
-        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Files size does not match: %s errno = %d", c.path,
-                  result);
+        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Files size does not match: %s errno = %d", c.path, result);
         return false;
     }
     if (size < 4) {
-        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Problems reading flash file version, errno = %d",
-                  result);
+        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Problems reading flash file version, errno = %d", result);
         return false;
     }
     constexpr u32 TIME_AT_4_UP_TO = 0x50005;
@@ -80,8 +75,7 @@ bool judge(Candidate& c, int result)
         return false;
     }
     if (size < timeAt + 4) {
-        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Problems reading flash file freqWriteTime, errno = %d",
-                  result);
+        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Problems reading flash file freqWriteTime, errno = %d", result);
         return false;
     }
     if (!hasSizeOfItsVersion(c.content)) {
@@ -90,9 +84,8 @@ bool judge(Candidate& c, int result)
     }
     c.freqWriteTime = node::be32(bytesOf(c.content) + timeAt);
     const DateTime t = TuCommon_secondsToDate(c.freqWriteTime);
-    KVD_TRACE(TRACE_HIST, TRACE_INFO,
-              "Flash file %s found, freqWriteTime=%d-%02d-%02d %02d:%02d:%02d", c.path, t.year,
-              t.month, t.day, t.hour, t.minute, t.second);
+    KVD_TRACE(TRACE_HIST, TRACE_INFO, "Flash file %s found, freqWriteTime=%d-%02d-%02d %02d:%02d:%02d",
+              c.path, t.year, t.month, t.day, t.hour, t.minute, t.second);
     return true;
 }
 
@@ -101,8 +94,7 @@ void lookAt(Candidate& c)
     const int result = node::platform().fileRead(c.path, c.content);
     if (result == ENOENT) return;
     if (result != 0) {
-        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Problems reading flash file version, errno = %d",
-                  result);
+        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Problems reading flash file version, errno = %d", result);
         return;
     }
     c.usable = judge(c, result);
@@ -119,9 +111,7 @@ void takeFiveStates(const u8* old, const double coeff[3], u8* record)
     const auto putP = [record](u32 i, double value) {
         node::putBeDouble(record + HIST_P_AT + 8 * (i * 7), value);
     };
-    const auto variance = [old](u32 i) {
-        return node::beDouble(old + FIVE_P_AT + 8 * (i * STATES + i));
-    };
+    const auto variance = [old](u32 i) { return node::beDouble(old + FIVE_P_AT + 8 * (i * STATES + i)); };
     std::memcpy(record + HIST_X_AT, old + OLD_X_AT, 16);
     std::memcpy(record + HIST_X_AT + 16, old + OLD_X_AT + 8 * DRIFT, 8);
     for (u32 i = 0; i < 3; ++i) {
@@ -155,8 +145,7 @@ u32 olderForm(u32 version, const u8* record, u8* data)
     std::memset(data, 0, HIST_RECORD_SIZE);
     if (version == VERSION_40006) {
         node::putBe32(data, version);
-        std::memcpy(data + OLD_FROM, record + HIST_WRITE_TIME_AT,
-                    HIST_LAST_TIME_AT - HIST_WRITE_TIME_AT);
+        std::memcpy(data + OLD_FROM, record + HIST_WRITE_TIME_AT, HIST_LAST_TIME_AT - HIST_WRITE_TIME_AT);
         return SIZE_40006;
     }
     if (version == HIST_RECORD_VERSION) {
@@ -175,8 +164,7 @@ void updateOldFile(const u8* record)
     const int result = node::platform().fileRead(HIST_FILE_OLD, content);
     if (result == ENOENT) return;
     if (result != 0 || content.size() < 4) {
-        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Problems reading flash file version, errno = %d",
-                  result);
+        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Problems reading flash file version, errno = %d", result);
         return;
     }
     const u32 version = node::be32(bytesOf(content));
@@ -187,8 +175,8 @@ void updateOldFile(const u8* record)
     std::memcpy(content.data(), data, size);       // what lies behind the data stays
     const int written = node::platform().fileWrite(HIST_FILE_OLD, content);
     if (written != 0) {
-        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Can't open file for writing: %s, errno = %d",
-                  HIST_FILE_OLD, written);
+        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Can't open file for writing: %s, errno = %d", HIST_FILE_OLD,
+                  written);
         return;
     }
     KVD_TRACE(TRACE_HIST, TRACE_INFO, "Updated old flash file, flash file version=%x", version);
@@ -203,8 +191,7 @@ const char* flashfile::choose(std::string& content)
     lookAt(old);
     Candidate* chosen = nullptr;
     if (old.usable) chosen = &old;
-    if (present.usable && (!old.usable || present.freqWriteTime >= old.freqWriteTime))
-        chosen = &present;
+    if (present.usable && (!old.usable || present.freqWriteTime >= old.freqWriteTime)) chosen = &present;
     if (chosen == nullptr) {
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "Historical data file do not exist");
         return nullptr;
@@ -259,11 +246,9 @@ int KvdLoz6TuReg_readFlashFile(u8* record)
 int KvdLoz6TuReg_writeFlashFile(const u8* record)
 {
     const char* const bytes = reinterpret_cast<const char*>(record);
-    const int opened =
-        node::platform().fileWrite(HIST_FILE, std::string(bytes, HIST_RECORD_SIZE));
+    const int opened = node::platform().fileWrite(HIST_FILE, std::string(bytes, HIST_RECORD_SIZE));
     if (opened != 0) {
-        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Can't open file for writing: %s, errno = %d", HIST_FILE,
-                  opened);
+        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Can't open file for writing: %s, errno = %d", HIST_FILE, opened);
         return 0;
     }
     u8 revision[REVISION_SIZE];
@@ -271,8 +256,7 @@ int KvdLoz6TuReg_writeFlashFile(const u8* record)
     const int closed = node::platform().fileAppend(
         HIST_FILE, std::string(reinterpret_cast<const char*>(revision), sizeof revision));
     if (closed != 0) {
-        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Can't close Flash-file: %s, errno = %d", HIST_FILE,
-                  closed);
+        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Can't close Flash-file: %s, errno = %d", HIST_FILE, closed);
         return 0;
     }
     updateOldFile(record);

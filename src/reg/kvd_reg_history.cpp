@@ -62,8 +62,8 @@ bool fill(HistRecord& h)
 
 void storeInMsi(const u8* record)
 {
-    const bool stored = KvdLoz6TuMem_ready(MEM_REG_HIST) != 0 &&
-                        KvdLoz6TuMem_write(MEM_REG_HIST, record, HIST_RECORD_SIZE) != 0;
+    const bool stored = KvdLoz6TuMem_ready(MEM_REG_HIST) != 0
+                        && KvdLoz6TuMem_write(MEM_REG_HIST, record, HIST_RECORD_SIZE) != 0;
     if (stored)
         KVD_TRACE(TRACE_HIST, TRACE_3, "Wrote history data to msi: %s", MSI_REGION);
     else
@@ -89,8 +89,7 @@ void writeToFlash(const u8* record)
     if (h > 0.0 && storeOnFlash(record)) histCountDown = h / 2.0;
     KvdLoz6TuReg_setHistCountDown(histCountDown);
     char text[64];
-    std::snprintf(text, sizeof text, "%-17.16g (%-17.16g [s])", histCountDown,
-                  histCountDown * TEMP_TICK);
+    std::snprintf(text, sizeof text, "%-17.16g (%-17.16g [s])", histCountDown, histCountDown * TEMP_TICK);
     KVD_TRACE(TRACE_HIST, TRACE_INFO, "histCountDown: %s", text);
 }
 
@@ -148,11 +147,10 @@ void printRecord(const u8* record)
     using node::shellPrintf;
     const HistRecord h = KvdLoz6TuReg_unpackHistory(record);
     const DateTime t = TuCommon_secondsToDate(h.freqWriteTime);
-    shellPrintf("   freqWriteTime        : %04d-%02d-%02d %02d:%02d:%02d, %lld s ago\n", t.year,
-                t.month, t.day, t.hour, t.minute, t.second,
+    shellPrintf("   freqWriteTime        : %04d-%02d-%02d %02d:%02d:%02d, %lld s ago\n", t.year, t.month,
+                t.day, t.hour, t.minute, t.second,
                 static_cast<long long>(node::platform().calendar().seconds - h.freqWriteTime));
-    shellPrintf("   OCXO serial          : %s\n   time mode            : %u\n", h.serial,
-                h.timeMode);
+    shellPrintf("   OCXO serial          : %s\n   time mode            : %u\n", h.serial, h.timeMode);
     shellPrintf("   selectedRef          : %u, before %u\n", h.selectedRef, h.prevSelectedRef);
     shellPrintf("   U                    : %-16.17g, %-16.17g\n", h.U[0], h.U[1]);
     for (u32 i = 0; i < h.x_est.size(); ++i)

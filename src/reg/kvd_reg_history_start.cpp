@@ -28,8 +28,7 @@ constexpr double NO_CONTROL[2] = {0, 0};
 /// Seconds since the record was written, negative for one from the future.
 double ageOf(u32 freqWriteTime)
 {
-    return static_cast<double>(node::platform().calendar().seconds -
-                               static_cast<i64>(freqWriteTime));
+    return static_cast<double>(node::platform().calendar().seconds - static_cast<i64>(freqWriteTime));
 }
 
 int readMsi(u8* record)
@@ -62,11 +61,10 @@ int KvdLoz6TuReg_readHistData(u8* record, u32& fromMsi)
             fromMsi = 1;
             return 1;
         }
-        KVD_TRACE(TRACE_HIST, TRACE_INFO, "%s:: current time - persistent memory write time=%s",
-                  __func__, TuCommon_text(age));
+        KVD_TRACE(TRACE_HIST, TRACE_INFO, "%s:: current time - persistent memory write time=%s", __func__,
+                  TuCommon_text(age));
     }
-    KVD_TRACE(TRACE_HIST, TRACE_INFO, "%s:: failed to read history file from persistent memory",
-              __func__);
+    KVD_TRACE(TRACE_HIST, TRACE_INFO, "%s:: failed to read history file from persistent memory", __func__);
     if (KvdLoz6TuReg_readFlashFile(record) != 0) {
         KvdLoz6TuReg_countHistoryUse(false);
         fromMsi = 0;
@@ -160,8 +158,7 @@ bool rebuildTime(const HistRecord& h, double& t_c, double& t_f)
     double period = 0;
     const int result = tuHwIf_readTime(period, t_f);
     if (result != 0) {
-        KVD_TRACE(TRACE_HIST, TRACE_INFO, "tuHwIf_readSfc failed (returned 0x%x)",
-                  static_cast<u32>(result));
+        KVD_TRACE(TRACE_HIST, TRACE_INFO, "tuHwIf_readSfc failed (returned 0x%x)", static_cast<u32>(result));
         return false;
     }
     const double d = t_f - h.t_f_last;

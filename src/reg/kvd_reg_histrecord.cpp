@@ -82,8 +82,7 @@ int KvdLoz6TuReg_validateHistory(const u8* record)
 {
     constexpr u32 DOUBLES_TO = HIST_T_AT + 8;
     const u32 version = node::be32(record);
-    KVD_TRACE(TRACE_HIST, TRACE_INFO, " Flash file version = %x, accepts %x", version,
-              HIST_RECORD_VERSION);
+    KVD_TRACE(TRACE_HIST, TRACE_INFO, " Flash file version = %x, accepts %x", version, HIST_RECORD_VERSION);
     if (version != HIST_RECORD_VERSION) {
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "New or old flash file version ");
         return 0;
@@ -93,8 +92,8 @@ int KvdLoz6TuReg_validateHistory(const u8* record)
         if (!std::isnan(node::beDouble(record + at))) continue;
         const DateTime t = TuCommon_secondsToDate(node::be32(record + HIST_WRITE_TIME_AT));
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "Reading data from flash memory with NaN values");
-        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Flash data: freqWriteTime=%d-%02d-%02d %02d:%02d:%02d",
-                  t.year, t.month, t.day, t.hour, t.minute, t.second);
+        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Flash data: freqWriteTime=%d-%02d-%02d %02d:%02d:%02d", t.year,
+                  t.month, t.day, t.hour, t.minute, t.second);
         return 0;
     }
     return 1;

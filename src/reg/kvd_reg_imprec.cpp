@@ -82,8 +82,7 @@ void KvdLoz6TuReg_recoveryEvent(u32 event, double z)
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Current recovery event : %d", static_cast<int>(event));
         s->recoveryModeState = t.next;             // before the action, which may raise an event
         t.action(z);
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "New recovery mode: %d",
-                  static_cast<int>(s->recoveryModeState));
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "New recovery mode: %d", static_cast<int>(s->recoveryModeState));
         return;
     }
 }
@@ -96,15 +95,12 @@ void KvdLoz6TuReg_recoveryWatch(double z)
     s->ring[s->next] = z;
     s->next = (s->next + 1) % static_cast<u32>(s->ring.size());
 
-    const auto all = [](auto condition) {
-        return std::all_of(s->ring.begin(), s->ring.end(), condition);
-    };
+    const auto all = [](auto condition) { return std::all_of(s->ring.begin(), s->ring.end(), condition); };
     if (s->recoveryModeState == NORMAL) {
         const bool above = all([](double v) { return v >= LASTING; });
         const bool below = all([](double v) { return v <= -LASTING; });
         if (above || below) KvdLoz6TuReg_recoveryEvent(OFFSETS_LAST, z);
     } else if (s->recoveryModeState == WIDENED) {
-        if (all([](double v) { return std::fabs(v) <= GONE; }))
-            KvdLoz6TuReg_recoveryEvent(OFFSETS_GONE);
+        if (all([](double v) { return std::fabs(v) <= GONE; })) KvdLoz6TuReg_recoveryEvent(OFFSETS_GONE);
     }
 }

@@ -90,10 +90,10 @@ using Diagonal = std::array<double, 6>;
 constexpr double TIME_UNKNOWN = 1024.0 * 1024.0 / 12;   // s^2, even over one counter period
 constexpr double VAR_T1 = 1.5e-20, VAR_T2 = 5.624999999999999e-20, VAR_T3 = 2.1875e-19;
 constexpr Diagonal P_COLD = {TIME_UNKNOWN, 1e-12, 1e-28, VAR_T1, VAR_T2, VAR_T3};
-constexpr Diagonal P_CALIBRATED = {
-    TIME_UNKNOWN, 1.6666666666666667e-8 * 1.6666666666666667e-8, 1e-30, VAR_T1, VAR_T2, VAR_T3};
-constexpr Diagonal P_FROM_PLL = {TIME_UNKNOWN, 2.7777777777777778e-18, 1e-30, VAR_T1, VAR_T2,
-                                 VAR_T3};
+constexpr Diagonal P_CALIBRATED = {TIME_UNKNOWN, 1.6666666666666667e-8 * 1.6666666666666667e-8,
+                                   1e-30,        VAR_T1,
+                                   VAR_T2,       VAR_T3};
+constexpr Diagonal P_FROM_PLL = {TIME_UNKNOWN, 2.7777777777777778e-18, 1e-30, VAR_T1, VAR_T2, VAR_T3};
 Mat6 diagonal(const Diagonal& values);
 
 /// The oscillator's polynomial in the normalised temperature T, relative frequency.
@@ -101,8 +101,8 @@ struct TemperaturePolynomial {
     double P3, P2, P1, P0;                 // of T^3 - 0.6 T, T^2 - 1/3, T, 1
 };
 /// From ppb against volts: a3 v^3 + a2 v^2 + a1 v + a0.
-TemperaturePolynomial temperaturePolynomial(double a3, double a2, double a1, double a0,
-                                            double vTmin, double vTmax);
+TemperaturePolynomial temperaturePolynomial(double a3, double a2, double a1, double a0, double vTmin,
+                                            double vTmax);
 /// Divider that makes the nominal frequency at temperature T. D0 belongs to 10 MHz.
 double coldDivider(double D0, double nominalFrequency_Hz, const TemperaturePolynomial& p, double T);
 

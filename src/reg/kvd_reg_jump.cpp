@@ -98,10 +98,7 @@ bool removeOffset()
     return true;
 }
 
-void traceRefusedTimer()
-{
-    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Jump indication tmo request failed!");
-}
+void traceRefusedTimer() { KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Jump indication tmo request failed!"); }
 
 }  // namespace jump
 
@@ -110,8 +107,8 @@ u32 KvdLoz6TuReg_jumpState() { return s->jumpState; }
 void KvdLoz6TuReg_setJumpState(u32 jumpState)
 {
     if (jumpState == s->jumpState) return;
-    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Jump State changed from %s -> %s",
-              jumpStateText(s->jumpState), jumpStateText(jumpState));
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Jump State changed from %s -> %s", jumpStateText(s->jumpState),
+              jumpStateText(jumpState));
     s->jumpState = jumpState;
 }
 
@@ -138,8 +135,7 @@ void moveLastTime(TimePair step)
     KVD_TRACE(TRACE_TUREG, TRACE_3, "adjust_time: t_c_last,t_f_last: %s", PairText(last).text);
     const TimePair sum = turnsOf(last.c + step.c, last.f + step.f);
     const TimePair moved = {sum.c * COUNTER_PERIOD, sum.f};
-    KVD_TRACE(TRACE_TUREG, TRACE_3, "adjust_time: new t_c_last,t_f_last: %s",
-              PairText(moved).text);
+    KVD_TRACE(TRACE_TUREG, TRACE_3, "adjust_time: new t_c_last,t_f_last: %s", PairText(moved).text);
     KvdLoz6TuReg_setLastTime(moved.c, moved.f);
 }
 
@@ -186,8 +182,7 @@ void KvdLoz6TuReg_onJumpRequest(const Signal* sig)
         restartTimer(s->bfnJumpWarningTimer, jump::BFN_JUMP_WARNING_TMO_ms,
                      KVD_TUREG_BFN_JUMP_WARNING_IND_TIMEOUT);
     KvdLoz6TuReg_setJumpState(JUMP_REQUESTED);
-    auto* cfm =
-        node::make<KvdTuiifJumpRntToSfcDiffZeroCfm>(KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_CFM);
+    auto* cfm = node::make<KvdTuiifJumpRntToSfcDiffZeroCfm>(KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_CFM);
     cfm->clientPid = req->clientPid;
     Signal* answer = reinterpret_cast<Signal*>(cfm);
     KvdLoz6TuIifAdm_send(&answer);
@@ -231,8 +226,8 @@ void KvdLoz6TuReg_Jump()
     tuHwIf_writeBfnOut(jump::BFN_OUT_JUMP, 0);
     const TimePair delta0 = KvdLoz6TuReg_getOffset();
     if (jump::removeOffset())
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s: Adjust time with: delta0_c: %s delta0_f: %s",
-                  __func__, TuCommon_text(delta0.c), TuCommon_text(delta0.f));
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s: Adjust time with: delta0_c: %s delta0_f: %s", __func__,
+                  TuCommon_text(delta0.c), TuCommon_text(delta0.f));
     else
         KvdLoz6TuReg_setOffset(0.0, 0.0);
     KvdLoz6TuReg_setHistCountDown(0.0);

@@ -97,12 +97,10 @@ void runStages(const Stages& stages, u32& running)
     running = 1;
     s->soCpriJump.retries = RETRIES;
     const bool isNew = !s->sfcAdjMonitor.runs();
-    if (!KvdTimer_start(s->sfcAdjMonitor, jump::SFC_ADJ_MONITOR_TMO_ms,
-                        KVD_TUREG_SOCPRI_SFC_ADJ_MONITOR_TMO))
+    if (!KvdTimer_start(s->sfcAdjMonitor, jump::SFC_ADJ_MONITOR_TMO_ms, KVD_TUREG_SOCPRI_SFC_ADJ_MONITOR_TMO))
         jump::traceRefusedTimer();
     else if (isNew)
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s():SoCPRI SFC Adjustment monitor tmo requested.",
-                  __func__);
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s():SoCPRI SFC Adjustment monitor tmo requested.", __func__);
 }
 
 // ---- ends ---------------------------------------------------------------------------------------
@@ -131,8 +129,8 @@ void endBfnAdjustmentWithSuccess()
 
 bool meetsPreconditions()
 {
-    return jump::isPending() && jump::needs().action() == INRSI_CLIENT_ACTION_TIME_SYNC &&
-           jump::needs().pllState() == PLL_OffsetLocked;
+    return jump::isPending() && jump::needs().action() == INRSI_CLIENT_ACTION_TIME_SYNC
+           && jump::needs().pllState() == PLL_OffsetLocked;
 }
 
 void abortJump(const char* caller)
@@ -225,8 +223,7 @@ void timeDataAgrees()
 void repeatCoarseStep()
 {
     const SoCpriJump running = s->soCpriJump;
-    if (running.jumpRunning != 0 && KvdLoz6TuReg_SoCpriRepeatCoarseTimeJump() != 0)
-        endJumpWithSuccess();
+    if (running.jumpRunning != 0 && KvdLoz6TuReg_SoCpriRepeatCoarseTimeJump() != 0) endJumpWithSuccess();
     if (running.bfnAdjustmentRunning != 0) {
         KvdLoz6TuReg_SoCpriRepeatCoarseTimeJumpBfnAdj();
         endBfnAdjustmentWithSuccess();
@@ -253,8 +250,7 @@ void timeDataDiffers()
 bool KvdLoz6TuReg_socpriTimeDataEqual()
 {
     u16 mfn = 0;
-    return presentMfn(mfn) != 0 && mfn == s->soCpriJump.ref_mfn &&
-           presentEsfc() == s->soCpriJump.ref_esfc;
+    return presentMfn(mfn) != 0 && mfn == s->soCpriJump.ref_mfn && presentEsfc() == s->soCpriJump.ref_esfc;
 }
 
 void KvdLoz6TuReg_SoCpriCoarseTimeData(u32 ref_esfc, u16 ref_mfn)

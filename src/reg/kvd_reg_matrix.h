@@ -30,8 +30,7 @@ constexpr Matrix<COLUMNS, ROWS> transpose(const Matrix<ROWS, COLUMNS>& a)
 }
 
 template <std::size_t SIZE>
-constexpr std::array<double, SIZE> sum(const std::array<double, SIZE>& a,
-                                       const std::array<double, SIZE>& b)
+constexpr std::array<double, SIZE> sum(const std::array<double, SIZE>& a, const std::array<double, SIZE>& b)
 {
     std::array<double, SIZE> r{};
     for (std::size_t i = 0; i < SIZE; ++i) r[i] = a[i] + b[i];
@@ -76,8 +75,7 @@ constexpr Matrix<N, M> outer(const std::array<double, N>& a, const std::array<do
 /// (ROWS x INNER) times (INNER x COLUMNS). The inner index runs in the middle loop so that rows are
 /// walked in memory order; each element still sums from the first index to the last.
 template <std::size_t ROWS, std::size_t INNER, std::size_t COLUMNS>
-constexpr Matrix<ROWS, COLUMNS> multiply(const Matrix<ROWS, INNER>& a,
-                                         const Matrix<INNER, COLUMNS>& b)
+constexpr Matrix<ROWS, COLUMNS> multiply(const Matrix<ROWS, INNER>& a, const Matrix<INNER, COLUMNS>& b)
 {
     Matrix<ROWS, COLUMNS> r{};
     for (std::size_t i = 0; i < ROWS; ++i)

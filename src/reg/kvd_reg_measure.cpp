@@ -86,8 +86,7 @@ constexpr u32 BOARD_DELAY_DEFAULT_ns = 32;   // 1PPS input to the latch
 double readBoardDelay()
 {
     char text[16] = "";
-    const int result =
-        node::platform().boardParameter("pp1s_board_delay_to_latch", text, sizeof text);
+    const int result = node::platform().boardParameter("pp1s_board_delay_to_latch", text, sizeof text);
     char* end = nullptr;
     const unsigned long delay_ns = std::strtoul(text, &end, 0);
     if (result == 0 && end != text) return static_cast<u16>(delay_ns) * 1e-9;
@@ -143,8 +142,7 @@ void KvdLoz6TuReg_measInitiate(const MeasInitiation& values)
     for (u32 z_i = 0; z_i < Z_I_COUNT; ++z_i) {
         const bool restored = z_i != Z_SOCPRI_REF;
         v.m[z_i] = restored && values.m != nullptr ? (*values.m)[z_i] : INDEX_ROWS[z_i].m;
-        v.R_all[z_i] =
-            restored && values.R_all != nullptr ? (*values.R_all)[z_i] : INDEX_ROWS[z_i].R;
+        v.R_all[z_i] = restored && values.R_all != nullptr ? (*values.R_all)[z_i] : INDEX_ROWS[z_i].R;
     }
     double R_fastLock = 0.0;
     if (REG_UPCALLS.extFastLock(R_fastLock)) v.R_all[Z_EXT_REF] = R_fastLock;
@@ -199,14 +197,13 @@ void dropLatchedEdge()                       // of the reference before
 /// What the estimator has to forget with the reference before.
 void resetEstimateForReference(u32 refType, u32 previous)
 {
-    const bool losesTime = refType == TU_SR_PKT_TIME_REF &&
-                           (previous == TU_GPS_OUT_REF || previous == TU_SR_GPSOSL_REF);
+    const bool losesTime = refType == TU_SR_PKT_TIME_REF
+                           && (previous == TU_GPS_OUT_REF || previous == TU_SR_GPSOSL_REF);
     if (!KvdLoz6TuReg_knowsTime() || losesTime) {
         clearTime();
         KvdLoz6TuReg_resetTimeUncertainty();
     }
-    if (previous != TU_SR_NO_REF && !KvdLoz6TuReg_isTimeRef(previous))
-        KvdLoz6TuReg_resetTimeUncertainty();
+    if (previous != TU_SR_NO_REF && !KvdLoz6TuReg_isTimeRef(previous)) KvdLoz6TuReg_resetTimeUncertainty();
 }
 
 }  // namespace

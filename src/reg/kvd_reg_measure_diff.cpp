@@ -30,14 +30,13 @@ void measure::setDiffCheckActive()
     s.diffCheckTicks = TICKS_BETWEEN_DIFF_CHECKS;
 }
 
-TimePair measure::diffCandidate(double t_f, double t_c_last, double t_f_last, double period,
-                                u32 ntpSeconds, u32 ntpFraction)
+TimePair measure::diffCandidate(double t_f, double t_c_last, double t_f_last, double period, u32 ntpSeconds,
+                                u32 ntpFraction)
 {
     const double t_f_sfc = t_f - std::fmod(t_f, FRAME);
     double t_c_sfc = t_c_last;
     if (t_f_last - t_f_sfc > period / 2) t_c_sfc += period;
-    return KvdLoz6Math_ldMod(t_c_sfc - ntpSeconds, t_f_sfc - ntpFraction * NTP_FRACTION,
-                             NTP_PERIOD);
+    return KvdLoz6Math_ldMod(t_c_sfc - ntpSeconds, t_f_sfc - ntpFraction * NTP_FRACTION, NTP_PERIOD);
 }
 
 void measure::checkDiff(State& s, TimePair candidate)
@@ -85,13 +84,12 @@ void KvdLoz6TuReg_handlePp100msInterupt()
     u32 seconds = 0, fraction = 0;
     const int result = tuHwIf_readNtp(seconds, fraction);
     if (result != 0) {
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "tuHwIf_readNtp failed (returned 0x%x)",
-                  static_cast<u32>(result));
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "tuHwIf_readNtp failed (returned 0x%x)", static_cast<u32>(result));
         return;
     }
     measure::State& s = measure::state();
-    measure::checkDiff(
-        s, measure::diffCandidate(t_f, s.var.t_c_last, s.var.t_f_last, period, seconds, fraction));
+    measure::checkDiff(s, measure::diffCandidate(t_f, s.var.t_c_last, s.var.t_f_last, period, seconds,
+                                                 fraction));
 }
 
 void KvdLoz6TuReg_diffCheckAfterJump()

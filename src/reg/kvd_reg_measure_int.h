@@ -48,8 +48,8 @@ SampleInterval sampleInterval(double t_c_last, double t_f_last, double t_f, doub
 struct PhaseError { double z; TimePair pair; double phase; };
 PhaseError phaseError(double t_mod, const double time[2], const double timeRef[2], TimePair delta0);
 /// What a wider modulus adds to the offset so that z goes on without a step.
-TimePair offsetForNewMod(double t_mod_old, double t_mod, const double time[2],
-                         const double timeRef[2], TimePair delta0);
+TimePair offsetForNewMod(double t_mod_old, double t_mod, const double time[2], const double timeRef[2],
+                         TimePair delta0);
 
 /// Frame counter t_f less the packet counter, which was latched at the frame's beginning.
 TimePair diffCandidate(double t_f, double t_c_last, double t_f_last, double period, u32 ntpSeconds,

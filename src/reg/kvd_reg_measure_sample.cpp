@@ -64,8 +64,8 @@ bool measure::isValidState(u8 regState, u8 managerRefType, u32 selectedRef, u32 
     case WARMUP:
     case FAILURE: return false;
     case UNKNOWN:
-        return managerRefType == SOCPRI_REF ||
-               (selectedRef == TU_SR_NO_REF && prevSelectedRef == TU_SR_SOCPRI_REF);
+        return managerRefType == SOCPRI_REF
+               || (selectedRef == TU_SR_NO_REF && prevSelectedRef == TU_SR_SOCPRI_REF);
     default: return true;
     }
 }
@@ -81,10 +81,7 @@ namespace {
 constexpr double NO_SAMPLE_YET = -1.0;       // t_c_last of a record without time
 
 /// Line references come at 8 Hz; one edge in eight is measured.
-bool isDecimated(u32 z_i)
-{
-    return (z_i >= Z_EXT_REF && z_i <= Z_SDH_REF) || z_i == Z_ETH_REF;
-}
+bool isDecimated(u32 z_i) { return (z_i >= Z_EXT_REF && z_i <= Z_SDH_REF) || z_i == Z_ETH_REF; }
 
 /// True when this edge is left out.
 bool decimate()
@@ -108,8 +105,7 @@ int KvdLoz6TuReg_handleRefClkInt(LatchedEdge& edge)
     double period = 0, t_f_latched = 0;
     if (tuHwIf_readLatchedRefClock(period, t_f_latched) != 0) {
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "tuHwIf_getGpsFc failed");
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO,
-                  "Measurement discarded: Reading latched value failed.");
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Measurement discarded: Reading latched value failed.");
         return 0;
     }
     if (isDecimated(edge.z_i) && decimate()) return 0;
@@ -140,8 +136,7 @@ int KvdLoz6TuReg_handleRefClkInt(LatchedEdge& edge)
     return 1;
 }
 
-measure::SampleInterval measure::sampleInterval(double t_c_last, double t_f_last, double t_f,
-                                                double period)
+measure::SampleInterval measure::sampleInterval(double t_c_last, double t_f_last, double t_f, double period)
 {
     if (t_c_last == NO_SAMPLE_YET) return {0.0, 0.0};
     const double d = t_f - t_f_last;
@@ -157,8 +152,8 @@ u32 now_ms()
     return ose::get_ticks() * (ose::system_tick() / US_PER_MS);
 }
 
-/// The whole turns that the counter alone doesn't show, by the kernel's time: nobody looked at it for more than
-/// half a turn while the oven was out of its limits, the hardware another's or the main processor away.
+/// The whole turns that the counter alone doesn't show, by the kernel's time: nobody looked at it for more
+/// than half a turn while the oven was out of its limits, the hardware another's or the main processor away.
 void addMissedTurns(measure::SampleInterval& sample, double period)
 {
     const measure::State& s = state();
@@ -189,17 +184,14 @@ int KvdLoz6TuReg_calcSampleTimeInterval(double& t_s)
     measure::State& s = state();
     MeasStateVar& v = s.var;
     if (v.t_c_last == NO_SAMPLE_YET) {
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO,
-                  "No previous sample time. Get historical data. Not implemented!");
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "No previous sample time. Get historical data. Not implemented!");
     }
-    measure::SampleInterval sample =
-        measure::sampleInterval(v.t_c_last, v.t_f_last, t_f, period);
+    measure::SampleInterval sample = measure::sampleInterval(v.t_c_last, v.t_f_last, t_f, period);
     addMissedTurns(sample, period);
     if (sample.t_s < 0) {
         char now[64], last[64];
         std::snprintf(now, sizeof now, "%s, %s", TuCommon_text(sample.t_c), TuCommon_text(t_f));
-        std::snprintf(last, sizeof last, "%s, %s", TuCommon_text(v.t_c_last),
-                      TuCommon_text(v.t_f_last));
+        std::snprintf(last, sizeof last, "%s, %s", TuCommon_text(v.t_c_last), TuCommon_text(v.t_f_last));
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Negative sampling interval length: t_c, t_f %s,", now);
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "t_c_last, t_f_last %s, ", last);
         KvdLoz6HwDiag_reportSamplingFailure();
@@ -257,8 +249,7 @@ void KvdLoz6TuReg_calcZ(double t_mod, const double time[2], const double timeRef
                         TimePair& zPair, double& phase)
 {
     if (t_mod > KvdLoz6TuReg_getMod()) KvdLoz6TuReg_updateOffsetForNewMod(time, timeRef, t_mod);
-    const measure::PhaseError error =
-        measure::phaseError(t_mod, time, timeRef, KvdLoz6TuReg_getOffset());
+    const measure::PhaseError error = measure::phaseError(t_mod, time, timeRef, KvdLoz6TuReg_getOffset());
     z = error.z;
     zPair = error.pair;
     phase = error.phase;
@@ -274,9 +265,8 @@ void KvdLoz6TuReg_signalBreakCheck(u32 z_i, double z, const TimePair& zPair)
         return;
     }
     if (refBreak >= COMPENSATED_BELOW) return;    // the step is the reference's own: follow it
-    KVD_TRACE(TRACE_TUREG, TRACE_INFO,
-              "Reference signal break detected, compensating. refBreak=%u, %s", refBreak,
-              TuCommon_text(z));
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Reference signal break detected, compensating. refBreak=%u, %s",
+              refBreak, TuCommon_text(z));
     KvdLoz6TuReg_adjustOffset(zPair.c, zPair.f);
     KvdLoz6TuReg_setMeasR(0.0, z_i);
     refBreak = static_cast<u8>(refBreak + 2);
@@ -290,6 +280,5 @@ void KvdLoz6TuReg_measUpdate(u32 z_i, double z, double t_s, double phase)
     v.measRefData = {z, z_i, t_s, v.m[z_i], v.R_all[z_i]};
     v.R_all[z_i] = KvdLoz6TuReg_estimate(v.measRefData);
     KvdLoz6TuReg_frequencySupervision(SUPERVISION_INTERVAL, SUPERVISION_WINDOW, phase);
-    if (KvdLoz6TuReg_f_ix() >= F_IX_LOCKED && KvdLoz6TuReg_isMaster())
-        KvdLoz6TuReg_writeHistory(false);
+    if (KvdLoz6TuReg_f_ix() >= F_IX_LOCKED && KvdLoz6TuReg_isMaster()) KvdLoz6TuReg_writeHistory(false);
 }

@@ -66,8 +66,8 @@ void KvdLoz6TuReg_handleTempMeasurement()
     v.m[Z_TEMP_REF] = M_TEMPERATURE;
     double t_s = 0;
     if (KvdLoz6TuReg_calcSampleTimeInterval(t_s) == 0) {
-        KVD_TRACE(TRACE_TUREG, TRACE_ERROR,
-                  "%s:: calcSampleTimeInterval failed - Measurement discarded.", __func__);
+        KVD_TRACE(TRACE_TUREG, TRACE_ERROR, "%s:: calcSampleTimeInterval failed - Measurement discarded.",
+                  __func__);
         REG_UPCALLS.halt();
         return;
     }

@@ -9,10 +9,7 @@
 
 namespace {
 
-constexpr u32 roomOf(u32 interval)
-{
-    return static_cast<u32>(mtie::TAU[interval] * MTIE_RATE_MAX);
-}
+constexpr u32 roomOf(u32 interval) { return static_cast<u32>(mtie::TAU[interval] * MTIE_RATE_MAX); }
 constexpr u32 totalRoom()
 {
     u32 sum = 0;
@@ -121,8 +118,7 @@ void append(Queue& q, double* places, u32 room, double x)
 
 }  // namespace
 
-double mtieAdd(TauRecord& record, double x, double leaving, double* minPlaces, double* maxPlaces,
-               u32 room)
+double mtieAdd(TauRecord& record, double x, double leaving, double* minPlaces, double* maxPlaces, u32 room)
 {
     Queue& lows = record.minList;
     Queue& highs = record.maxList;

@@ -48,8 +48,7 @@ struct TauRecord {
 
 /// Takes sample x; `leaving` is the window's oldest, used when the window is full. `minPlaces` and
 /// `maxPlaces` hold `room` numbers each, at least the window's. Returns the record's mtie.
-double mtieAdd(TauRecord& record, double x, double leaving, double* minPlaces, double* maxPlaces,
-               u32 room);
+double mtieAdd(TauRecord& record, double x, double leaving, double* minPlaces, double* maxPlaces, u32 room);
 /// Samples in a full window.
 u32 windowSize(const TauRecord& record);
 

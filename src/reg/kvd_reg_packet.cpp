@@ -116,8 +116,8 @@ void traceThreshold(u32 type, double threshold_s, bool isDefault)
                              : type == 5 ? "PacketFrequencySyncRef"
                                          : "IpSyncRef";
     if (!isDefault)
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "PDV threshold has been set to %.9lf [s] for %s",
-                  threshold_s, name);
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "PDV threshold has been set to %.9lf [s] for %s", threshold_s,
+                  name);
     else if (type == 4)
         KVD_TRACE(TRACE_TUREG, TRACE_INFO,
                   "PDV threshold has been reset to the default values %.9lf [s] (1588J3), "
@@ -125,8 +125,7 @@ void traceThreshold(u32 type, double threshold_s, bool isDefault)
                   PROFILES[0].pdvLimit, PROFILES[1].pdvLimit);
     else
         KVD_TRACE(TRACE_TUREG, TRACE_INFO,
-                  "PDV threshold has been reset to the default value %.9lf [s] for %s",
-                  threshold_s, name);
+                  "PDV threshold has been reset to the default value %.9lf [s] for %s", threshold_s, name);
 }
 
 }  // namespace
@@ -173,10 +172,8 @@ void KvdLoz6TuReg_handlePktFreqMsg(const double (&T)[8])
         REG_UPCALLS.halt();
         return;
     }
-    const TimePair server =
-        KvdLoz6Math_longDouble((T[2] + T[4]) / 2, (T[3] + T[5]) / 2 * FRACTION);
-    const TimePair client =
-        KvdLoz6Math_longDouble((T[0] + T[6]) / 2, (T[1] + T[7]) / 2 * FRACTION);
+    const TimePair server = KvdLoz6Math_longDouble((T[2] + T[4]) / 2, (T[3] + T[5]) / 2 * FRACTION);
+    const TimePair client = KvdLoz6Math_longDouble((T[0] + T[6]) / 2, (T[1] + T[7]) / 2 * FRACTION);
     if (z_i == Z_NTP_REF) setNtpRate();
     countSample(z_i);
     constexpr double ONE_SECOND = 1.0;
@@ -202,8 +199,8 @@ void KvdLoz6TuReg_handlePktFreqMsg(const double (&T)[8])
 
 bool KvdLoz6TuReg_pdvIsHigh()
 {
-    return isPacketFrequency(KvdLoz6TuReg_measurementIndex(KvdLoz6TuReg_selectedRef())) &&
-           state().highPdvCounter > packet::HIGH_PDV_SAMPLES + 1;
+    return isPacketFrequency(KvdLoz6TuReg_measurementIndex(KvdLoz6TuReg_selectedRef()))
+           && state().highPdvCounter > packet::HIGH_PDV_SAMPLES + 1;
 }
 
 // ---- thresholds ---------------------------------------------------------------------------------
@@ -257,8 +254,7 @@ void KvdLoz6TuReg_packetPrintInfo()
     node::shellPrintf("   deviation 21, 43     : %.9f, %.9f s\n", f.stdDev21, f.stdDev43);
     node::shellPrintf("   high PDV samples     : %u\n", s->highPdvCounter);
     for (u32 i = 0; i < packet::PDV_TIMERS; ++i)
-        node::shellPrintf("   timer %u              : %s\n", i,
-                          packet::pdvTimerRuns(i) ? "runs" : "-");
+        node::shellPrintf("   timer %u              : %s\n", i, packet::pdvTimerRuns(i) ? "runs" : "-");
     node::shellPrintf("   supervised samples   : %u (interval %u, %u phase jumps)\n", r.currMeas,
                       r.intervalSize, r.totalJumps);
 }

@@ -53,8 +53,8 @@ void KvdLoz6TuReg_setPdvThreshold(u32 type, u32 nanoseconds);
 /// The limits as a text; returns its length.
 u32  KvdLoz6TuReg_pdvThresholdText(char* text, u32 room);
 
-/// Delay variation of the selected packet reference beside its limit, s. One value of NTP and packet frequency
-/// stands for both directions.
+/// Delay variation of the selected packet reference beside its limit, s. One value of NTP and packet
+/// frequency stands for both directions.
 struct PacketPdv { double down = 0, up = 0, limit = 0; };
 PacketPdv KvdLoz6TuReg_packetPdv(u32 froId);
 

@@ -21,10 +21,7 @@ double reduced(i64 seconds, double taken)
 
 // Stamps come from the network: sums and differences of any two wrap.
 i64 wrappingSum(i64 a, i64 b) { return static_cast<i64>(static_cast<u64>(a) + static_cast<u64>(b)); }
-i64 wrappingDiff(i64 a, i64 b)
-{
-    return static_cast<i64>(static_cast<u64>(a) - static_cast<u64>(b));
-}
+i64 wrappingDiff(i64 a, i64 b) { return static_cast<i64>(static_cast<u64>(a) - static_cast<u64>(b)); }
 
 }  // namespace
 
@@ -48,10 +45,10 @@ TimePair delay43(const PktTimeMsg& p)
 
 double meanPathDelay(const PktTimeMsg& down, const PktTimeMsg& up)
 {
-    const double seconds = static_cast<double>(wrappingDiff(down.T2_s, down.T1_s)) +
-                           static_cast<double>(wrappingDiff(up.T4_s, up.T3_s));
-    const double ns = (static_cast<double>(down.T2_ns) - down.T1_ns) +
-                      (static_cast<double>(up.T4_ns) - up.T3_ns);
+    const double seconds = static_cast<double>(wrappingDiff(down.T2_s, down.T1_s))
+                           + static_cast<double>(wrappingDiff(up.T4_s, up.T3_s));
+    const double ns = (static_cast<double>(down.T2_ns) - down.T1_ns)
+                      + (static_cast<double>(up.T4_ns) - up.T3_ns);
     return seconds / 2 + ns * NS / 2;
 }
 
@@ -81,8 +78,7 @@ bool trackDelay(TimePair x, Floor& floor)
     return keep;
 }
 
-TimesOfPair timesOfPair(const PktTimeMsg& a, const PktTimeMsg& b, TimePair diff,
-                        double sfcPtpOffset)
+TimesOfPair timesOfPair(const PktTimeMsg& a, const PktTimeMsg& b, TimePair diff, double sfcPtpOffset)
 {
     TimesOfPair t;
     t.local[0] = static_cast<double>(wrappingSum(a.T2_s, b.T3_s)) / 2 + diff.c;
@@ -95,8 +91,7 @@ TimesOfPair timesOfPair(const PktTimeMsg& a, const PktTimeMsg& b, TimePair diff,
 double phaseError(const PktTimeMsg& a, const PktTimeMsg& b, double t_mod)
 {
     const TimesOfPair t = timesOfPair(a, b, needs().packetCounterDiff(), needs().sfcPtpOffset());
-    if (t_mod > KvdLoz6TuReg_getMod())
-        KvdLoz6TuReg_updateOffsetForNewMod(t.local, t.reference, t_mod);
+    if (t_mod > KvdLoz6TuReg_getMod()) KvdLoz6TuReg_updateOffsetForNewMod(t.local, t.reference, t_mod);
     const TimePair delta0 = KvdLoz6TuReg_getOffset();
     const TimePair z = KvdLoz6Math_ldMod(t.local[0] - t.reference[0] - delta0.c,
                                          t.local[1] - t.reference[1] - delta0.f, t_mod);

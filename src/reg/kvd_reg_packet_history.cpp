@@ -95,11 +95,11 @@ struct Text {
 void printRecord(Text& out, u32 type, const packet::PdvRecord& r)
 {
     char when[32];
-    std::snprintf(when, sizeof when, "%04u-%02u-%02u %02u:%02u:%02u", r.time.year, r.time.month,
-                  r.time.day, r.time.hour, r.time.minute, r.time.second);
+    std::snprintf(when, sizeof when, "%04u-%02u-%02u %02u:%02u:%02u", r.time.year, r.time.month, r.time.day,
+                  r.time.hour, r.time.minute, r.time.second);
     if (type == packet::HISTORY_TIME)
-        out.add("   [%s]    PDV_DL: %#10.3f [us]   PDV_UL: %#10.3f [us]\n", when,
-                r.values[0] * 1e6, r.values[1] * 1e6);
+        out.add("   [%s]    PDV_DL: %#10.3f [us]   PDV_UL: %#10.3f [us]\n", when, r.values[0] * 1e6,
+                r.values[1] * 1e6);
     else
         out.add("   [%s]    PDV:   %#10.6f [ms]\n", when, r.values[0] * 1e3);
 }
@@ -108,8 +108,7 @@ void printPlace(Text& out, const packet::HistoryPlace& p)
 {
     constexpr const char* HEAD[] = {"IpSyncRef", "PacketFrequencySyncRef", "PacketTimeSyncRef"};
     const bool inUse = p.type == selectedType() && p.refId == state().history.currentId[p.type];
-    out.add("\n   %s [%lu]%s:\n\n", HEAD[p.type], static_cast<unsigned long>(p.refId),
-            inUse ? " (*)" : "");
+    out.add("\n   %s [%lu]%s:\n\n", HEAD[p.type], static_cast<unsigned long>(p.refId), inUse ? " (*)" : "");
     if (p.count == 0)
         return out.add(inUse ? "   The reference contains no measurements.\n\n"
                              : "   The reference has not been selected since node restart.\n\n");
@@ -121,8 +120,7 @@ void printPlace(Text& out, const packet::HistoryPlace& p)
         out.add("\n                    %s PDV_DL: %#10.3f [us]   PDV_UL: %#10.3f [us]\n\n", which,
                 p.current.values[0] * 1e6, p.current.values[1] * 1e6);
     else
-        out.add("\n                    %s PDV:   %#10.6f [ms]\n\n", which,
-                p.current.values[0] * 1e3);
+        out.add("\n                    %s PDV:   %#10.6f [ms]\n\n", which, p.current.values[0] * 1e3);
 }
 
 }  // namespace
@@ -135,8 +133,8 @@ bool packet::historyEntry(u32 type, bool high, double value1, double value2)
     const PdvRecord record = recordOfNow(value1, value2);
     place->current = record;
     Remembered& last = h.remembered[type];
-    const bool moved = std::fabs(value1 - last.values[0]) > CHANGE[type] ||
-                       std::fabs(value2 - last.values[1]) > CHANGE[type];
+    const bool moved = std::fabs(value1 - last.values[0]) > CHANGE[type]
+                       || std::fabs(value2 - last.values[1]) > CHANGE[type];
     if (place->count != 0) {
         if (high && last.high == 0)       last.high = 1;
         else if (!high && last.high != 0) last.high = 0;

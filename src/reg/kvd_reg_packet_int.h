@@ -46,10 +46,7 @@ TimePair delay21(const PktTimeMsg& p);
 TimePair delay43(const PktTimeMsg& p);
 /// Mean path delay, s; `down` gives T1 and T2, `up` gives T3 and T4.
 double meanPathDelay(const PktTimeMsg& down, const PktTimeMsg& up);
-constexpr bool isRoundTripOk(double meanPathDelay)
-{
-    return meanPathDelay >= 0.0 && meanPathDelay <= 0.45;
-}
+constexpr bool isRoundTripOk(double meanPathDelay) { return meanPathDelay >= 0.0 && meanPathDelay <= 0.45; }
 /// Nearest of 8, 16, 32, 64, 128 and 256 packets/s; an interval of 0 counts as the shortest.
 u16 packetRate(u32 syncIntervalMs);
 

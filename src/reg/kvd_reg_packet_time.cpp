@@ -153,10 +153,10 @@ void lockedPath(packet::TimeFilter& f, const Packet& p)
     const double meanDelay = packet::meanPathDelay(p.msg, p.msg);
     bool bothTaken = false;
     if (packet::isRoundTripOk(meanDelay)) {
-        const bool taken21 = takeDelay(f, {f.prevZ21, f.jumpCount21, f.stdDev21, f.variance21}, z21,
-                                       p.rate, "z21");
-        const bool taken43 = takeDelay(f, {f.prevZ43, f.jumpCount43, f.stdDev43, f.variance43}, z43,
-                                       p.rate, "z43");
+        const bool taken21 = takeDelay(f, {f.prevZ21, f.jumpCount21, f.stdDev21, f.variance21}, z21, p.rate,
+                                       "z21");
+        const bool taken43 = takeDelay(f, {f.prevZ43, f.jumpCount43, f.stdDev43, f.variance43}, z43, p.rate,
+                                       "z43");
         bothTaken = taken21 && taken43;
         if (f.jumpCount21 == 0 && f.jumpCount43 == 0)
             KvdLoz6TuReg_addMtieMask(f.mask, packet::phaseError(p.msg, p.msg, 1.0), p.rate);
@@ -244,8 +244,8 @@ bool areRoundTripsOk(const packet::TimeFilter& f)
 void followSeconds(packet::TimeFilter& f)
 {
     constexpr i64 KEPT_s = 5;
-    const auto s = static_cast<i32>(static_cast<u32>(f.syncPacket.T2_s) -
-                                    static_cast<u32>(f.syncPacket.T1_s));
+    const auto s = static_cast<i32>(static_cast<u32>(f.syncPacket.T2_s)
+                                    - static_cast<u32>(f.syncPacket.T1_s));
     if (std::abs(static_cast<i64>(s) - f.secOffset) > KEPT_s) f.secOffset = s;
 }
 
@@ -356,8 +356,7 @@ void KvdLoz6TuReg_handlePktTimeMsg(const PktTimeMsg& msg)
     }
     followAsymmetry(f, msg);
     // A packet that is on its way when its clock goes finds none.
-    const u8* const selected =
-        packet::needs().ptpProfile(state().history.currentId[packet::HISTORY_TIME]);
+    const u8* const selected = packet::needs().ptpProfile(state().history.currentId[packet::HISTORY_TIME]);
     if (selected == nullptr) {
         KVD_TRACE(TRACE_PTPTIME_REF, TRACE_ERROR, "selected profile is NULL pointer");
         return;
@@ -371,8 +370,7 @@ void KvdLoz6TuReg_handlePktTimeMsg(const PktTimeMsg& msg)
     countPacket(f, msg, *profile);
     if (f.numberOfPkts == 0) f.syncPacket = f.delayPacket = msg;
     ++f.numberOfPkts;
-    const Packet p{msg, *profile, profileNo, packet::packetRate(msg.syncIntervalMs),
-                   KvdLoz6TuReg_regState()};
+    const Packet p{msg, *profile, profileNo, packet::packetRate(msg.syncIntervalMs), KvdLoz6TuReg_regState()};
     superviseLock(p);
     followWayBack(f, p);
     if (isLocked(p.regState)) lockedPath(f, p);

@@ -79,8 +79,8 @@ bool packet::stopPdvTimer(u32 which)
     t.isTold = false;
     if (!t.timer.runs()) return false;
     if (t.owner != ose::current_process()) {
-        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_ERROR,
-                  "Check: Cancelling %s PDV timer requested by other process", ROWS[which].name);
+        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_ERROR, "Check: Cancelling %s PDV timer requested by other process",
+                  ROWS[which].name);
         return false;
     }
     KvdTimer_cancel(t.timer);

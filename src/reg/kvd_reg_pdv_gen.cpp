@@ -76,8 +76,8 @@ void takeTable(u32 type, u32 direction)
     for (const double v : s->read) squares += (v - mean) * (v - mean);
     const double dev = std::sqrt(squares / SAMPLES);
     KVD_TRACE(TRACE_TUREG, TRACE_INFO,
-              "generating pdv (sum= %lf, mean=%lf, dev=%lf) on type= %s and direction= %s", sum,
-              mean, dev, typeText(type), directionText(direction));
+              "generating pdv (sum= %lf, mean=%lf, dev=%lf) on type= %s and direction= %s", sum, mean, dev,
+              typeText(type), directionText(direction));
 }
 
 struct Sample { u32 seconds, nanoseconds; };
@@ -100,9 +100,9 @@ struct StampsText {
     char text[96];
     explicit StampsText(const PktTimeMsg& m)
     {
-        std::snprintf(text, sizeof text, "T1=%08X.%08X T2=%08X.%08X T3=%08X.%08X T4=%08X.%08X",
-                      low(m.T1_s), low(m.T1_ns), low(m.T2_s), low(m.T2_ns), low(m.T3_s),
-                      low(m.T3_ns), low(m.T4_s), low(m.T4_ns));
+        std::snprintf(text, sizeof text, "T1=%08X.%08X T2=%08X.%08X T3=%08X.%08X T4=%08X.%08X", low(m.T1_s),
+                      low(m.T1_ns), low(m.T2_s), low(m.T2_ns), low(m.T3_s), low(m.T3_ns), low(m.T4_s),
+                      low(m.T4_ns));
     }
     static u32 low(i64 value) { return static_cast<u32>(value); }
 };
@@ -119,8 +119,8 @@ bool isPastWarmUp()
 
 void KvdLoz6TuReg_genPdv(u32 type, u32 direction, u32 enable)
 {
-    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s:: type= %s, direction= %s, enable= %s", __func__,
-              typeText(type), directionText(direction), enable != 0 ? "True" : "False");
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s:: type= %s, direction= %s, enable= %s", __func__, typeText(type),
+              directionText(direction), enable != 0 ? "True" : "False");
     s->type = type;
     if (enable != 0) s->directionMask |= direction;
     else             s->directionMask &= ~direction;

@@ -38,13 +38,13 @@ struct State {
 };
 ose::ModuleData<State> s;
 
-/// Only the basic function hands over a slave that follows in frequency already. Any other that isn't locked runs
-/// free, and that is its last word until it locks.
+/// Only the basic function hands over a slave that follows in frequency already. Any other that isn't locked
+/// runs free, and that is its last word until it locks.
 void reportSlaveState(u32 slavePllState)
 {
     KvdLoz6TuIifAdm_reportSlavePllState(slavePllState);
-    const bool wasHandedOver = KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2 &&
-                               s->pll.prevSlaveState == SLAVE_PLL_Uninitialized;
+    const bool wasHandedOver = KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2
+                               && s->pll.prevSlaveState == SLAVE_PLL_Uninitialized;
     if (slavePllState == SLAVE_PLL_Unlocked && !wasHandedOver) KvdLoz6TuIifAdm_reportRegState(FREQDRIFTING);
 }
 
@@ -85,8 +85,8 @@ constexpr pll::Needs NEEDS = {
     .tellIdl1Locked = [](bool isLocked) { REG_UPCALLS.tellIdl1Locked(isLocked); },
     .unableToTimeLock = [] { return REG_UPCALLS.unableToTimeLock(); },
     .sendClkStatus = [](u8 clkStatus) { return REG_UPCALLS.sendClkStatus(clkStatus); },
-    .storeClkStatus =
-        [](u32 clkStatus, const char* caller) { REG_UPCALLS.storeClkStatus(clkStatus, caller); },
+    .storeClkStatus = [](u32 clkStatus,
+                         const char* caller) { REG_UPCALLS.storeClkStatus(clkStatus, caller); },
     .startType = KvdLoz6BiraIifAdm_startType,
     .isTimeSyncAsked = [] { return KvdLoz6BiraIifAdm_timeTuningOngoing() != 0; },
     .tellFineTime = [] { KvdLoz6TuIifAdm_updateRadioClockState(KVD_TUIIF_SLAVE_FRAME_LOCKED); },
@@ -122,8 +122,7 @@ void KvdLoz6TuReg_slavePll_init(u32 slavePllState)
     s->pll.yi = pll::needs().currentFreqOffset();
     const bool isIdl2 = pll::needs().idlMode() == KVD_BIRAIIF_IDL_MODE_2;
     KVD_TRACE(TRACE_PLL, TRACE_INFO,
-              isIdl2 ? "%s() - IDL2 slave mode detected" : "%s() - IDL1 slave mode detected",
-              __func__);
+              isIdl2 ? "%s() - IDL2 slave mode detected" : "%s() - IDL1 slave mode detected", __func__);
     pll::setSlaveGains(isIdl2);
 }
 
@@ -169,8 +168,7 @@ const char* KvdLoz6TuReg_pllStateText(u32 pllState)
 
 const char* KvdLoz6TuReg_slavePllStateText(u32 slavePllState)
 {
-    return slavePllState < std::size(SLAVE_STATE_TEXT) ? SLAVE_STATE_TEXT[slavePllState]
-                                                       : "unknown";
+    return slavePllState < std::size(SLAVE_STATE_TEXT) ? SLAVE_STATE_TEXT[slavePllState] : "unknown";
 }
 
 void KvdLoz6TuReg_pllPrintInfo()
@@ -185,8 +183,8 @@ void KvdLoz6TuReg_pllPrintInfo()
     shellPrintf("   targetDiff           : %g s\n", p.targetDiff);
     shellPrintf("   Kp, Ki, yi           : %g, %g, %.9g\n", p.Kp, p.Ki, p.yi);
     shellPrintf("   extAccFreqOffset     : %g\n", p.extAccFreqOffset);
-    shellPrintf("   holdover vector      : %u of %u, mean %.9g\n", pll::vectorFill(),
-                pll::HO_VECTOR, pll::vectorMean());
+    shellPrintf("   holdover vector      : %u of %u, mean %.9g\n", pll::vectorFill(), pll::HO_VECTOR,
+                pll::vectorMean());
     shellPrintf("   histPllCountDown     : %d s\n", static_cast<i32>(p.histPllCountDown));
     shellPrintf("   regulation mode      : %u\n", p.regulationMode);
     for (u32 i = 0; i < pll::LOG_ENTRIES; ++i) {

@@ -33,8 +33,8 @@ void KvdLoz6TuReg_slavePll_control(double phaseDiff);    // slave, IDL1 or IDL2
 /// when the loop doesn't run.
 void KvdLoz6TuReg_slavePll_hold();
 
-/// The last phase that a loop was given, s, and how many there have been; the frequency that its divider settles
-/// on, over the factory value.
+/// The last phase that a loop was given, s, and how many there have been; the frequency that its divider
+/// settles on, over the factory value.
 struct LoopSample { double phaseDiff = 0; u32 count = 0; double y = 0; };
 LoopSample KvdLoz6TuReg_pll_lastSample();
 

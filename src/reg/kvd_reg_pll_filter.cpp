@@ -105,8 +105,7 @@ void KvdLoz6TuReg_pll_toHoldover()
         return;
     case PLL_PreJumpStart:
     case PLL_PreJumpHist:
-    case PLL_Unlocked:
-        break;
+    case PLL_Unlocked: break;
     case PLL_OffsetLocked:
         if (full) next = PLL_Offset_Holdover;
         break;
@@ -116,8 +115,7 @@ void KvdLoz6TuReg_pll_toHoldover()
             KVD_TRACE(TRACE_PLL, TRACE_INFO,
                       "%s(): - Holdover vector is not filled - going into FREQ_HOLDOVER", __func__);
         break;
-    default:
-        return;
+    default: return;
     }
     pll::changeState(next);
     pll::needs().adjustFrequency(pll::vectorMean());

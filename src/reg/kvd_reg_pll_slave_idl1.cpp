@@ -51,8 +51,7 @@ void preStep(double phaseDiff)
     pll::Pll& p = pll::vars();
     const double moved = phaseDiff - s->previous;
     if (std::fabs(moved) > ANOMALY_s) {
-        KVD_TRACE(TRACE_PLL, TRACE_INFO,
-                  "%s() - 5 ms measurement anomaly encountered, ignoring measurement",
+        KVD_TRACE(TRACE_PLL, TRACE_INFO, "%s() - 5 ms measurement anomaly encountered, ignoring measurement",
                   "KvdLoz6TuReg_slavePll_control");
         return event(EV_SLAVE_PLL_5MS_ANOMALY);
     }

@@ -42,17 +42,14 @@ const char* startTypeText()
 void sendClkStatus(u8 clkStatus, const char* failed)
 {
     if (pll::needs().sendClkStatus(clkStatus) != 0) {
-        KVD_TRACE(TRACE_PLL, TRACE_ERROR, "%s(): Unable to send %s - IDPI Server is not available.",
-                  CONTROL, failed);
+        KVD_TRACE(TRACE_PLL, TRACE_ERROR, "%s(): Unable to send %s - IDPI Server is not available.", CONTROL,
+                  failed);
         return;
     }
     pll::needs().storeClkStatus(clkStatus, CONTROL);
 }
 void sendFine() { sendClkStatus(IDPI_CLK_STATUS_FINE_TIME_SYNCED, "IDPI_CLK_STATUS_FINE_TIME_SYNCED"); }
-void sendCoarse()
-{
-    sendClkStatus(IDPI_CLK_STATUS_COARSE_TIME_SYNCED, "IDPI_CLK_STATUS_COARSE_TIME_SYNCED");
-}
+void sendCoarse() { sendClkStatus(IDPI_CLK_STATUS_COARSE_TIME_SYNCED, "IDPI_CLK_STATUS_COARSE_TIME_SYNCED"); }
 
 /// The first far sample is taken for a jump of the master that hasn't been told yet; the second
 /// gives the hardware back, so that frequency is synchronised anew.

@@ -46,8 +46,7 @@ void regulate(double x)
 /// Phase at zero and counters at the other end's: time is there. Else a jump is to come.
 u32 lockState()
 {
-    const bool isTime =
-        std::fabs(pll::vars().targetDiff) < BAND_s && pll::needs().timeDataEqual();
+    const bool isTime = std::fabs(pll::vars().targetDiff) < BAND_s && pll::needs().timeDataEqual();
     return isTime ? PLL_Locked : PLL_OffsetLocked;
 }
 

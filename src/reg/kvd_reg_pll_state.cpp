@@ -21,8 +21,7 @@ void reportFromFreqLocked(u8 clockState)
 
 void reportOffsetLocked(u32 from)
 {
-    if (from == PLL_Locked || from == PLL_Offset_Holdover ||
-        (from == PLL_Locked_Holdover && pll::isSoCpri()))
+    if (from == PLL_Locked || from == PLL_Offset_Holdover || (from == PLL_Locked_Holdover && pll::isSoCpri()))
         return report(KVD_TUIIF_TIME_OFFSET_LOCKED);
     if (from != PLL_Locked_Holdover) return reportFromFreqLocked(KVD_TUIIF_TIME_OFFSET_LOCKED);
     report(KVD_TUIIF_RNT_TIME_LOCKED);
@@ -106,16 +105,14 @@ bool pll::isSoCpri() { return needs().selectedRef() == TU_SR_SOCPRI_REF; }
 
 pll::Mode pll::mode()
 {
-    if (!needs().isMaster())
-        return needs().idlMode() == KVD_BIRAIIF_IDL_MODE_2 ? MODE_IDL2 : MODE_IDL1;
+    if (!needs().isMaster()) return needs().idlMode() == KVD_BIRAIIF_IDL_MODE_2 ? MODE_IDL2 : MODE_IDL1;
     if (isGpsOsl()) return MODE_GPSOSL;
     return isSoCpri() ? MODE_SOCPRI : MODE_NONE;
 }
 
 void pll::traceFaulty(const char* control, u32 state)
 {
-    KVD_TRACE(TRACE_PLL, TRACE_ERROR, "%s() - Controlling PLL while in faulty state (%u)", control,
-              state);
+    KVD_TRACE(TRACE_PLL, TRACE_ERROR, "%s() - Controlling PLL while in faulty state (%u)", control, state);
 }
 
 void pll::changeState(u32 to)
@@ -130,8 +127,7 @@ void pll::changeState(u32 to)
     needs().forceStatus();
     if (needs().action() != INRSI_CLIENT_ACTION_BFN_ALIGN) needs().lastRegulatorState(to);
     const bool locks = to == PLL_OffsetLocked || to == PLL_Locked;
-    if (isGpsOsl() && (locks || (to == PLL_Uninitialized && from == PLL_Unlocked)))
-        needs().setFreqLocked();
+    if (isGpsOsl() && (locks || (to == PLL_Uninitialized && from == PLL_Unlocked))) needs().setFreqLocked();
     reportChange(from, to);
     log(to);
     p.stateChanged = 1;

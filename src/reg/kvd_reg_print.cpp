@@ -30,14 +30,13 @@ const char* yesNo(u32 value) { return value != 0 ? "yes" : "no"; }
 
 void printStartUp(const regulator::State& s)
 {
-    shellPrintf("   tuRegInitiateState   : %s (%u)\n",
-                regulator::initiateStateText(s.tuRegInitiateState), s.tuRegInitiateState);
+    shellPrintf("   tuRegInitiateState   : %s (%u)\n", regulator::initiateStateText(s.tuRegInitiateState),
+                s.tuRegInitiateState);
     const u32 room = static_cast<u32>(s.startUpHistory.size());
     for (u32 i = s.startUpChanges > room ? s.startUpChanges - room : 0; i < s.startUpChanges; ++i) {
         const regulator::StartUpChange& change = s.startUpHistory[i % room];
         shellPrintf("      tick %10u     : %s => %s\n", change.ticks,
-                    regulator::initiateStateText(change.from),
-                    regulator::initiateStateText(change.to));
+                    regulator::initiateStateText(change.from), regulator::initiateStateText(change.to));
     }
     shellPrintf("   passedWarmup         : %s\n", yesNo(s.passedWarmup));
     shellPrintf("   noisy counter        : %u of %u temperature ticks\n", s.initCnt,
@@ -57,8 +56,7 @@ void printModes(const regulator::State& s)
     shellPrintf("   test mode            : %s\n", yesNo(s.testMode));
     shellPrintf("   dual configuration   : %s\n", yesNo(s.dualConfiguration));
     shellPrintf("   jumpState            : %u\n", KvdLoz6TuReg_jumpState());
-    shellPrintf("   PLL, slave PLL state : %u, %u\n", KvdLoz6TuReg_pllState(),
-                KvdLoz6TuReg_slavePllState());
+    shellPrintf("   PLL, slave PLL state : %u, %u\n", KvdLoz6TuReg_pllState(), KvdLoz6TuReg_slavePllState());
     shellPrintf("   masterSel, slaveSel  : %u, %u\n   msiUsed, flashUsed   : %u, %u\n", s.masterSel,
                 s.slaveSel, s.msiUsed, s.flashUsed);
 }
@@ -106,22 +104,18 @@ void KvdLoz6TuReg_measPrintInfo()
     const MeasStateVar& v = s.var;
     shellPrintf("\n***** Measurements *****\n");
     shellPrintf("   selectedRef          : %s (%u)\n   prevSelectedRef      : %s (%u)\n",
-                KvdLoz6TuReg_measurementText(KvdLoz6TuReg_measurementIndex(v.selectedRef)),
-                v.selectedRef,
+                KvdLoz6TuReg_measurementText(KvdLoz6TuReg_measurementIndex(v.selectedRef)), v.selectedRef,
                 KvdLoz6TuReg_measurementText(KvdLoz6TuReg_measurementIndex(v.prevSelectedRef)),
                 v.prevSelectedRef);
-    shellPrintf("   vT                   : %g V (%g - %g), seen %g - %g, normalised %g\n", v.vT,
-                v.vTmin, v.vTmax, v.vTlow, v.vThigh, v.vTnorm);
-    shellPrintf("   nrBadSamples         : %u\n   nrOutRange           : %u\n", v.nrBadSamples,
-                v.nrOutRange);
+    shellPrintf("   vT                   : %g V (%g - %g), seen %g - %g, normalised %g\n", v.vT, v.vTmin,
+                v.vTmax, v.vTlow, v.vThigh, v.vTnorm);
+    shellPrintf("   nrBadSamples         : %u\n   nrOutRange           : %u\n", v.nrBadSamples, v.nrOutRange);
     shellPrintf("   t_c_last, t_f_last   : %-16.17g, %-16.17g s\n", v.t_c_last, v.t_f_last);
     shellPrintf("   t_mod_old            : %g s%s\n", v.t_mod_old,
                 KvdLoz6TuReg_knowsTime() ? ", time is known" : "");
     shellPrintf("   delta0_c, delta0_f   : %-16.17g, %-16.17g s\n", v.delta0_c, v.delta0_f);
-    shellPrintf("   delta0_slave_c, _f   : %-16.17g, %-16.17g s\n", v.delta0_slave_c,
-                v.delta0_slave_f);
-    shellPrintf("   refBreak             : %u\n   pktRate              : %u\n", v.refBreak,
-                v.pktRate);
+    shellPrintf("   delta0_slave_c, _f   : %-16.17g, %-16.17g s\n", v.delta0_slave_c, v.delta0_slave_f);
+    shellPrintf("   refBreak             : %u\n   pktRate              : %u\n", v.refBreak, v.pktRate);
     shellPrintf("   histCountDown        : %g ticks of 2.1 s\n   calibrationCountDown : %g s\n",
                 v.histCountDown, v.calibrationCountDown);
     shellPrintf(
@@ -130,11 +124,11 @@ void KvdLoz6TuReg_measPrintInfo()
     shellPrintf("   coldRestartFlag      : %u\n   portSupervised       : %u, %u\n",
                 s.coldRestartFlag, s.portSupervised[0], s.portSupervised[1]);
     shellPrintf("   pp1sBoardDelay       : %g s\n", s.pp1sBoardDelay);
-    shellPrintf("   SFC to NTP           : %-16.17g, %-16.17g s, equal in a row %u, check %s\n",
-                s.diff_c, s.diff_f, s.countConsecutiveDiff, s.diffCheckActive != 0 ? "on" : "off");
-    shellPrintf("   last sample          : z %-16.17g  z_i %s  t_s %g s  m %g  R %g\n",
-                v.measRefData.z, KvdLoz6TuReg_measurementText(v.measRefData.z_i), v.measRefData.t_s,
-                v.measRefData.m, v.measRefData.R);
+    shellPrintf("   SFC to NTP           : %-16.17g, %-16.17g s, equal in a row %u, check %s\n", s.diff_c,
+                s.diff_f, s.countConsecutiveDiff, s.diffCheckActive != 0 ? "on" : "off");
+    shellPrintf("   last sample          : z %-16.17g  z_i %s  t_s %g s  m %g  R %g\n", v.measRefData.z,
+                KvdLoz6TuReg_measurementText(v.measRefData.z_i), v.measRefData.t_s, v.measRefData.m,
+                v.measRefData.R);
     printNoise(v);
 }
 

@@ -1,5 +1,5 @@
-// The regulator's beginning, and its two roles: initiation, a slave that becomes master and back, hardware that
-// changes hands under a slave.
+// The regulator's beginning, and its two roles: initiation, a slave that becomes master and back, hardware
+// that changes hands under a slave.
 #include "base/trace_groups.h"
 #include "base/tu_common.h"
 #include "hw/hali.h"
@@ -66,8 +66,8 @@ void enableBbClock(bool idl2Slave)
 
 void KvdLoz6TuReg_initiate(u32 coldRestart, u8 timeMode, u8 masterSlaveMode)
 {
-    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s: coldRestart (%u), timeMode (%d), masterSlaveMode (%d)",
-              __func__, coldRestart, timeMode, masterSlaveMode);
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s: coldRestart (%u), timeMode (%d), masterSlaveMode (%d)", __func__,
+              coldRestart, timeMode, masterSlaveMode);
     KvdLoz6TuMem_allocate(MEM_REG_HIST, coldRestart);
     state().receivedTimeDataInd = 0;
     state().otherLoz6Data = {};

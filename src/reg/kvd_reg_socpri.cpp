@@ -92,8 +92,7 @@ int KvdLoz6TuReg_handleSoCpriFreqDiffMeas(i32 freqDiff, u32 freqDiffValid)
                 return 1;
             }
         }
-        KVD_TRACE(TRACE_SOCPRI, TRACE_INFO, "Consecutive good freq measurements received: %u",
-                  s->goodCount);
+        KVD_TRACE(TRACE_SOCPRI, TRACE_INFO, "Consecutive good freq measurements received: %u", s->goodCount);
         changeFrequency(freqDiff);
         socpri::needs().sendFollowOcxoAdj(static_cast<i16>(freqDiff));
     }
@@ -154,8 +153,7 @@ void KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(u32 trpDiffHigh, u32 trpDiffLow, u32
         if (trpDiffValid != 1) phase.calc = phase.diff = 0.0;
         writePhase(phase, 0, 0);
         KVD_TRACE(TRACE_SOCPRI, TRACE_INFO,
-                  "%s(): postponeReg flag is active, measurement will not be used for regulation",
-                  __func__);
+                  "%s(): postponeReg flag is active, measurement will not be used for regulation", __func__);
         return;
     }
     if (trpDiffValid == 0) return soCpriCheckPhaseDiffValidity(phase);
@@ -257,16 +255,15 @@ void KvdLoz6TuReg_handleSoCpriSDuFollowOCXOAdjInd(i32 freqDiff)
 
 void KvdLoz6TuReg_handleSoCpriSDuFollowSFCAdjInd(double delta0_c, double delta0_f)
 {
-    KVD_TRACE(TRACE_SOCPRI, TRACE_INFO, "%s(): delta0_c = %-17.16g, delta0_f = %-17.16g", __func__,
-              delta0_c, delta0_f);
+    KVD_TRACE(TRACE_SOCPRI, TRACE_INFO, "%s(): delta0_c = %-17.16g, delta0_f = %-17.16g", __func__, delta0_c,
+              delta0_f);
     if (isOnMaster(__func__)) return;
     const TimePair own = KvdLoz6TuReg_getOffset();
     setOffset(delta0_c, delta0_f);
     const TimePair step = KvdLoz6TuReg_getOffset();
     if (isOverOneStep(step)) {
-        KVD_TRACE(TRACE_SOCPRI, TRACE_INFO,
-                  "%s: Adjust time (forwarded) with: delta0_c: %s delta0_f: %s", __func__,
-                  TuCommon_text(step.c), TuCommon_text(step.f));
+        KVD_TRACE(TRACE_SOCPRI, TRACE_INFO, "%s: Adjust time (forwarded) with: delta0_c: %s delta0_f: %s",
+                  __func__, TuCommon_text(step.c), TuCommon_text(step.f));
         socpri::needs().adjustTime(-step.c, -step.f);
     }
     setOffset(own.c, own.f);

@@ -44,10 +44,7 @@ constexpr const char* EVENT_TEXT[] = {
 };
 static_assert(std::size(EVENT_TEXT) == SOCPRI_EV_SFC_ADJ_FOLLOWED + 1);
 
-const char* eventText(u32 event)
-{
-    return event < std::size(EVENT_TEXT) ? EVENT_TEXT[event] : "<Unknown>";
-}
+const char* eventText(u32 event) { return event < std::size(EVENT_TEXT) ? EVENT_TEXT[event] : "<Unknown>"; }
 
 }  // namespace
 
@@ -107,11 +104,10 @@ void KvdLoz6TuReg_traceSoCpriLog(u32 keep)
               "targetDiff = %-17.16g, relAbsDiff = %-17.16g, m = %u, iterationIsRegulated = %u, "
               "pllState = %sesfc = %umfn = %usfn = %uinc = %uref_esfc = %uref_mfn = %u"
               "delta0_c = %-17.16gdelta0_f = %-17.16g",
-              r.time, eventText(r.event), r.portNo, r.freqDiff, r.freqDiffValid, r.trpDiffHigh,
-              r.trpDiffLow, r.trpDiffValid, r.validityCnt, r.phaseDiffCalc, r.phaseDiff,
-              r.targetDiff, r.relAbsDiff, r.m, r.iterationIsRegulated,
-              KvdLoz6TuReg_pllStateText(r.pllState), r.esfc, r.mfn, r.sfn, r.inc, r.ref_esfc,
-              r.ref_mfn, r.delta0_c, r.delta0_f);
+              r.time, eventText(r.event), r.portNo, r.freqDiff, r.freqDiffValid, r.trpDiffHigh, r.trpDiffLow,
+              r.trpDiffValid, r.validityCnt, r.phaseDiffCalc, r.phaseDiff, r.targetDiff, r.relAbsDiff, r.m,
+              r.iterationIsRegulated, KvdLoz6TuReg_pllStateText(r.pllState), r.esfc, r.mfn, r.sfn, r.inc,
+              r.ref_esfc, r.ref_mfn, r.delta0_c, r.delta0_f);
     if (keep == 1) s->snapshot = s->log;
 }
 
@@ -129,10 +125,9 @@ void KvdLoz6TuReg_printSoCpriHistory()
             "relAbsDiff = %-17.16g s, m = %u, iterationIsRegulated = %u, pllState = %s, "
             "esfc = %u, mfn = %u, sfn = %u, inc = %u, ref_esfc = %u, ref_mfn = %u, "
             "delta0_c = %-17.16g, delta0_f = %-17.16g\n",
-            r.time, KvdLoz6TuIifAdm_apn(), eventText(r.event), r.portNo, r.freqDiff,
-            r.freqDiffValid, r.trpDiffHigh, r.trpDiffLow, r.trpDiffValid, r.validityCnt,
-            r.phaseDiffCalc, r.phaseDiff, r.targetDiff, r.relAbsDiff, r.m, r.iterationIsRegulated,
-            KvdLoz6TuReg_pllStateText(r.pllState), r.esfc, r.mfn, r.sfn, r.inc, r.ref_esfc,
-            r.ref_mfn, r.delta0_c, r.delta0_f);
+            r.time, KvdLoz6TuIifAdm_apn(), eventText(r.event), r.portNo, r.freqDiff, r.freqDiffValid,
+            r.trpDiffHigh, r.trpDiffLow, r.trpDiffValid, r.validityCnt, r.phaseDiffCalc, r.phaseDiff,
+            r.targetDiff, r.relAbsDiff, r.m, r.iterationIsRegulated, KvdLoz6TuReg_pllStateText(r.pllState),
+            r.esfc, r.mfn, r.sfn, r.inc, r.ref_esfc, r.ref_mfn, r.delta0_c, r.delta0_f);
     }
 }

@@ -150,9 +150,8 @@ void stepWarmUp(double vT)
 bool needsNoisyPhase()
 {
     const u32 selectedRef = KvdLoz6TuReg_selectedRef();
-    return KvdLoz6TuReg_isTimeRef(selectedRef) && KvdLoz6TuReg_isMaster() &&
-           selectedRef != TU_SR_NO_REF && selectedRef != TU_SR_PKT_TIME_REF &&
-           selectedRef != TU_SR_SOCPRI_REF;
+    return KvdLoz6TuReg_isTimeRef(selectedRef) && KvdLoz6TuReg_isMaster() && selectedRef != TU_SR_NO_REF
+           && selectedRef != TU_SR_PKT_TIME_REF && selectedRef != TU_SR_SOCPRI_REF;
 }
 
 void stepWarmInitiated()
@@ -225,8 +224,8 @@ double normalisedTemperature(double vT)
     return 2 * (vT - s.vTmin) / (s.vTmax - s.vTmin) - 1;
 }
 
-TemperaturePolynomial temperaturePolynomial(double a3, double a2, double a1, double a0,
-                                            double vTmin, double vTmax)
+TemperaturePolynomial temperaturePolynomial(double a3, double a2, double a1, double a0, double vTmin,
+                                            double vTmax)
 {
     constexpr double PPB = 1e-9;
     const double v3 = a3 * PPB, v2 = a2 * PPB, v1 = a1 * PPB, v0 = a0 * PPB;
@@ -264,8 +263,7 @@ using regulator::diagonal;
 regulator::TemperaturePolynomial polynomialOf(const OcxoParams& params)
 {
     const regulator::State& s = state();
-    return regulator::temperaturePolynomial(params.a3, params.a2, params.a1, params.a0, s.vTmin,
-                                            s.vTmax);
+    return regulator::temperaturePolynomial(params.a3, params.a2, params.a1, params.a0, s.vTmin, s.vTmax);
 }
 
 Vec6 startState(const regulator::TemperaturePolynomial& p) { return {0, 0, 0, p.P1, p.P2, p.P3}; }
@@ -290,11 +288,9 @@ int startWithoutHistory(double vT, const Diagonal& P, bool coldControl)
     const regulator::State& s = state();
     const regulator::TemperaturePolynomial p = polynomialOf(params);
     const double T = regulator::normalisedTemperature(vT);
-    double U[2] = {0,
-                   regulator::coldDivider(tuHwIf_factoryDivider(), params.nominalFrequency, p, T)};
+    double U[2] = {0, regulator::coldDivider(tuHwIf_factoryDivider(), params.nominalFrequency, p, T)};
     KvdLoz6TuReg_controlInitiate(coldControl, U);
-    KvdLoz6TuReg_estimateInitiate(startState(p), diagonal(P), T, NO_CONTROL,
-                                  tuHwIf_calcOcxoGain(U[1]));
+    KvdLoz6TuReg_estimateInitiate(startState(p), diagonal(P), T, NO_CONTROL, tuHwIf_calcOcxoGain(U[1]));
     MeasInitiation values;
     values.vTmin = s.vTmin;
     values.vTmax = s.vTmax;

@@ -74,8 +74,7 @@ void takeMinimum(packet::SupervisionRecord& r, u32 interval, u32 window, TimePai
 bool phaseDeviation(const packet::SupervisionRecord& r, u32 count, double& std_ms)
 {
     const auto phase = [&r](u32 back) {
-        return r.phaseWindow[(r.windowIdx + 2 * packet::PHASE_WINDOW - 1 - back) %
-                             packet::PHASE_WINDOW];
+        return r.phaseWindow[(r.windowIdx + 2 * packet::PHASE_WINDOW - 1 - back) % packet::PHASE_WINDOW];
     };
     const auto fromNewest = [&phase](u32 back) { return packet::difference(phase(back), phase(0)); };
     double sum = 0.0, first = 0.0, squares = 0.0;
@@ -168,8 +167,7 @@ void KvdLoz6TuReg_frequencySupervision(u32 interval, u32 window, TimePair phase)
     if (stepped) return;
     takeMinimum(r, interval, window, phase);
     const u32 z_i = selectedIndex();
-    if ((isPacketFrequency(z_i) || z_i == Z_PKT_TIME_REF) && r.pdvStopped == 0)
-        takePdv(r, z_i, phase);
+    if ((isPacketFrequency(z_i) || z_i == Z_PKT_TIME_REF) && r.pdvStopped == 0) takePdv(r, z_i, phase);
 }
 
 void KvdLoz6TuReg_supervisionPhaseJump() { state().supervision.phaseJumpFlag = 1; }

@@ -18,7 +18,8 @@ struct RegUpcalls {
     void (*testMode)(u32 on);
     void (*regStateChanged)();
     void (*loopStateChanged)(u32 state);         // 11 where a loop reports a locked time, else another
-    void (*timeStepComes)();                     // the counters are stepped: before, and after one that was made
+    // the counters are stepped: before, and after one that was made
+    void (*timeStepComes)();
     void (*timeStepped)();
 
     // ---- a slave's loop

@@ -24,5 +24,4 @@ struct KvdTuhwifGenWanderReq {
     double amplitude;    // ns
     double offset;       // relative
 };
-static_assert(offsetof(KvdTuhwifGenWanderReq, frequency) == 8
-              && sizeof(KvdTuhwifGenWanderReq) == 32);
+static_assert(offsetof(KvdTuhwifGenWanderReq, frequency) == 8 && sizeof(KvdTuhwifGenWanderReq) == 32);

@@ -61,10 +61,4 @@ enum HaliSyncRef : u32 {
 
 /// Inter-unit links.
 enum IdlPort : u32 { IDLPORT_1 = 0, IDLPORT_2 = 1 };
-enum IdlState : u32 {
-    IDL_UNKNOWN = 0,
-    IDL_SUPERVISED = 1,
-    IDL_ON = 2,
-    IDL_OFF = 3,
-    IDL_WAIT_TO_RESTORE = 4
-};
+enum IdlState : u32 { IDL_UNKNOWN = 0, IDL_SUPERVISED = 1, IDL_ON = 2, IDL_OFF = 3, IDL_WAIT_TO_RESTORE = 4 };

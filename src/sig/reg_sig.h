@@ -11,7 +11,8 @@ constexpr SIGSELECT KVD_TUREG_PTP_TIME_PDV_TIMEOUT_IND              = 0x9C683;  
 constexpr SIGSELECT KVD_TUREG_PTP_TIME_NOT_RELIABLE_TIMEOUT_IND     = 0x9C684;   // timer, no data
 constexpr SIGSELECT KVD_TUREG_PTP_TIME_1588J3_LOCK_TIMEOUT_IND      = 0x9C685;   // timer, no data
 constexpr SIGSELECT KVD_TUREG_PTP_TIME_G82751_LOCK_TIMEOUT_IND      = 0x9C686;   // timer, no data
-constexpr SIGSELECT KVD_TUHWIF_GEN_PDV_REQ                          = 0x9C687;   // shell -> manager: KvdTuhwifGenPdvReq
+// shell -> manager: KvdTuhwifGenPdvReq
+constexpr SIGSELECT KVD_TUHWIF_GEN_PDV_REQ                          = 0x9C687;
 constexpr SIGSELECT KVD_TUREG_IDL2_LINK_RESTART_TIMEOUT             = 0x9C688;   // timer, no data
 constexpr SIGSELECT KVD_TUREG_PTP_TIME_PROFILE_CHANGE_IND           = 0x9C689;   // packet sync -> manager
 constexpr SIGSELECT KVD_TUREG_BFN_JUMP_WARNING_IND_TIMEOUT          = 0x9C68A;   // timer, no data

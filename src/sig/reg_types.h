@@ -1,4 +1,5 @@
-// reg_types.h - States of the regulator and its loops, numbers of its measurements: what others read or are told.
+// reg_types.h - States of the regulator and its loops, numbers of its measurements: what others read or are
+// told.
 #pragma once
 #include "ose/types.h"
 

@@ -131,8 +131,7 @@ int kvdngpduh(int argc, char** argv)
 void registerCommand()
 {
     if (s->commandRegistered) return;
-    const int refused = node::platform().registerCommand({"kvdngpduh",
-                                                          "kvdngpduh [all | ngpduh_if | inci_if",
+    const int refused = node::platform().registerCommand({"kvdngpduh", "kvdngpduh [all | ngpduh_if | inci_if",
                                                           "Get KVD NgPduH status information", kvdngpduh});
     s->commandRegistered = refused == 0;
     if (refused != 0)
@@ -203,12 +202,11 @@ void KvdLoz6NgPduh_proc()
 void KvdLoz6NgPduh_start()
 {
     if (s->pid != 0) {
-        KVD_TRACE(TRACE_PSXIWNGSCINCISERVER, TRACE_INFO,
-                  "PsxIwNgscInciServer_proc process already started!");
+        KVD_TRACE(TRACE_PSXIWNGSCINCISERVER, TRACE_INFO, "PsxIwNgscInciServer_proc process already started!");
         return;
     }
-    s->pid = ose::create_process(ose::KIND_PRIORITISED, INCI_PROCESS, KvdLoz6NgPduh_proc, STACK, PRIORITY,
-                                 0, 0);
+    s->pid = ose::create_process(ose::KIND_PRIORITISED, INCI_PROCESS, KvdLoz6NgPduh_proc, STACK, PRIORITY, 0,
+                                 0);
     ose::start(s->pid);
     KVD_TRACE(TRACE_PSXIWNGSCINCISERVER, TRACE_INFO, "PsxIwNgscInciServer PROCESS created");
 }

@@ -175,17 +175,14 @@ void KvdLoz6TuSoCpri_ngpduhif_initiate() { *s = State{}; }
 u32 KvdLoz6TuSoCpri_ngpduhif_connEstablish(u32 protocolRev)
 {
     switch (s->availabilityStatus) {
-    case NGPDUHIF_AVAILABLE:
-        KVD_TRACE(TRACE_NGPDUHIF, TRACE_INFO, "NGPDUHIF already available.");
-        return 0;
+    case NGPDUHIF_AVAILABLE: KVD_TRACE(TRACE_NGPDUHIF, TRACE_INFO, "NGPDUHIF already available."); return 0;
     case NGPDUHIF_UNAVAILABLE:
         s->protocolRev = protocolRev;
         node::NameService_hunt();
         s->availabilityStatus = NGPDUHIF_INITIATING;
         clearPids();
         return 0;
-    default:
-        return 1;
+    default: return 1;
     }
 }
 

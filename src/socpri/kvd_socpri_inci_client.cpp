@@ -177,8 +177,8 @@ Client* addClient(const Unit& unit)
     const u32 seed = KvdLoz6TuSoCpri_ngpduhif_nodeIdentifier();
     const auto [key, clientRef] = inciNextReference(s->key, apn, seed);
     KVD_TRACE(TRACE_INCI_CLIENT, TRACE_INFO,
-              "%s(): apn: %u, key :%u, rand num: %u, Calculated reference = 0x%x, client[%u]", __func__,
-              apn, static_cast<u32>(key), seed, clientRef, static_cast<u32>(place - s->clients.begin()));
+              "%s(): apn: %u, key :%u, rand num: %u, Calculated reference = 0x%x, client[%u]", __func__, apn,
+              static_cast<u32>(key), seed, clientRef, static_cast<u32>(place - s->clients.begin()));
     if (clientByRef(clientRef) != nullptr)
         KVD_TRACE(TRACE_INCI_CLIENT, TRACE_ERROR, "two connections have the reference 0x%x", clientRef);
     ++s->numClients;
@@ -255,7 +255,8 @@ void onEstablishTmo(const InciClientInd* tmo)
     }
     if (!KvdTimer_expired(c->establishTimer)) return;
     sendEstablishRsp(*c, RESULT_NOK);
-    if (c->isReleasing) endRelease(*c, true);  // a peer that doesn't know the connection won't confirm its end
+    if (c->isReleasing)
+        endRelease(*c, true);  // a peer that doesn't know the connection won't confirm its end
 }
 
 // ---- answers of the peer ------------------------------------------------------------------------

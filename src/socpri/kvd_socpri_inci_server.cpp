@@ -126,9 +126,8 @@ u32 addClient(PROCESS client, u32 clientConnectionRef, u32 protocolRev)
 
 u32 connect(PROCESS client, u32 clientConnectionRef, u32 protocolRev)
 {
-    Record* const known = findConnected([=](const Record& r) {
-        return r.pid == client && r.clientConnectionRef == clientConnectionRef;
-    });
+    Record* const known = findConnected(
+        [=](const Record& r) { return r.pid == client && r.clientConnectionRef == clientConnectionRef; });
     if (known == nullptr) return addClient(client, clientConnectionRef, protocolRev);
     KVD_TRACE(TRACE_INCI_SERVER, TRACE_INFO,
               "%s(): INCI client already connected, serverConnectionRef = 0x%x", __func__,

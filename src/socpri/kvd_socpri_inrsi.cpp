@@ -72,16 +72,13 @@ void answerOrder(u32 syncStatus)
         if (syncStatus == OK_FREQ_LOCKED) dropSynthesiserCopy();
         else                              revertSynthesiser();
         break;
-    case INRSI_CLIENT_ACTION_FREQ_SYNC:
-        KvdLoz6TuIifAdm_sendSocpriSelectSyncLinkRsp(port, syncStatus);
-        break;
+    case INRSI_CLIENT_ACTION_FREQ_SYNC: KvdLoz6TuIifAdm_sendSocpriSelectSyncLinkRsp(port, syncStatus); break;
     case INRSI_CLIENT_ACTION_BFN_ALIGN:
         if (syncStatus == OK_FREQ_LOCKED) break;
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():Frequency synchronization failed", __func__);
         KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(0);
         break;
-    default:
-        break;
+    default: break;
     }
 }
 
@@ -129,8 +126,8 @@ bool isPort(u8 port)
 bool isSelected()
 {
     const u32 action = record().currAction;
-    return focus() != NO_PORT &&
-           (action == INRSI_CLIENT_ACTION_FREQ_SYNC || action == INRSI_CLIENT_ACTION_TIME_SYNC);
+    return focus() != NO_PORT
+           && (action == INRSI_CLIENT_ACTION_FREQ_SYNC || action == INRSI_CLIENT_ACTION_TIME_SYNC);
 }
 
 /// True when there is a selected link, which isn't given up for another.
@@ -198,15 +195,12 @@ void serverLost()
 {
     record().measOngoing = 0;
     switch (record().currAction) {
-    case INRSI_CLIENT_IDLE:
-        break;
+    case INRSI_CLIENT_IDLE: break;
     case INRSI_CLIENT_ACTION_TIME_SYNC:
         inrsiAnswerContinuation(PHASE_MEAS_MISSING);
         inrsiLinkSyncAborted(PHASE_MEAS_MISSING);
         break;
-    default:
-        answerOrder(FREQ_MEAS_MISSING);
-        break;
+    default: answerOrder(FREQ_MEAS_MISSING); break;
     }
     giveUpWork();
     endHoldoverLimit();

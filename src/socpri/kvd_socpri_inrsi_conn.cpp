@@ -93,13 +93,10 @@ void onStartReq(Client& c)
 {
     switch (c.availabilityStatus) {
     case INRSI_AVAILABLE:
-        KVD_TRACE(TRACE_INRSI, TRACE_INFO,
-                  "Inrsi already available, send KVD_TUIIF_SOCPRI_START_RSP.");
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO, "Inrsi already available, send KVD_TUIIF_SOCPRI_START_RSP.");
         KvdLoz6TuIifAdm_sendSocpriStartRsp(1);
         break;
-    case INRSI_UNAVAILABLE:
-        connEstablish(c);
-        break;
+    case INRSI_UNAVAILABLE: connEstablish(c); break;
     default:
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "failed to initiate INRSI subscription");
         if (c.factoryPid != 0) askForConnection(c);
@@ -166,8 +163,7 @@ void onServerDown(Client& c, PROCESS factory)
         if (c.subscribed[port] != 0) resetPortStatus(c, port);
     }
     c.subscribed = {};
-    if (connEstablish(c) != 0)
-        KVD_TRACE(TRACE_INRSI, TRACE_INFO, "INRSI CONNECTION ESTABLISH failed");
+    if (connEstablish(c) != 0) KVD_TRACE(TRACE_INRSI, TRACE_INFO, "INRSI CONNECTION ESTABLISH failed");
 }
 
 void onAnswerTimeout(Client& c)

@@ -137,8 +137,7 @@ struct Role {
 };
 
 /// `keep`: the log is copied to its snapshot.
-inline void log(const Client& c, Event event, bool keep = false,
-                ose::Place at = ose::Place::current())
+inline void log(const Client& c, Event event, bool keep = false, ose::Place at = ose::Place::current())
 {
     c.role->log(event, at.line(), keep);
 }
@@ -164,7 +163,8 @@ void cancelTimer(ClientTimer timer);
 bool runs(PortTimer timer, u8 port);
 bool runs(ClientTimer timer);
 void cancelAllTimers();
-/// True for a time-out that mustn't act: of a former run, or cut off. For each signal, before a client sees it.
+/// True for a time-out that mustn't act: of a former run, or cut off. For each signal, before a client sees
+/// it.
 bool isVoidTimeout(Signal* sig);
 /// Of a port's time-out that isn't void.
 inline u8 portOfTimeout(const Signal* sig) { return reinterpret_cast<const InrsiPortTmo*>(sig)->port; }

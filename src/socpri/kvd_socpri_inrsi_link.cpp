@@ -82,8 +82,8 @@ void unsubscribe(Client& c, u8 port)
 {
     if (port != c.portNo) stopSupervision(c, port);
     if (c.availabilityStatus != INRSI_AVAILABLE) {
-        KVD_TRACE(TRACE_INRSI, TRACE_INFO,
-                  "%s(): Unsubsribe failed for port %u, INRSI server unavailable", __func__, port);
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): Unsubsribe failed for port %u, INRSI server unavailable",
+                  __func__, port);
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():INRSI UNSUBSCRIBE LINK STATUS failed (port %u)", __func__,
                   port);
         log(c, INRSI_CL_EV_UNSUBSCRIBE_LINK_STATUS_NOK);
@@ -111,7 +111,8 @@ Subscribed subscribeWanted(Client& c, const KvdTuiifSocpriSupInd& ind, const Sub
         wanted[port] = 1;
         if (before[port] != 0) {
             c.subscribed[port] = 1;
-            KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():INRSI link already subscribed (port %u)", __func__, port);
+            KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():INRSI link already subscribed (port %u)", __func__,
+                      port);
         } else {
             subscribe(c, port);
         }
@@ -165,8 +166,8 @@ void onSubscribeRej(Client& c, const InrsiPortRej* rej)
     if (rej == nullptr) return;
     subscriptionOver(c, rej->nearEndPortNo - 1u);
     KVD_TRACE(TRACE_INRSI, TRACE_INFO,
-              "received INRSI_SUBSCRIBE_LINK_STATUS_REJ: nearEndPortNo=%u, errorCode=%u",
-              rej->nearEndPortNo, rej->errorCode);
+              "received INRSI_SUBSCRIBE_LINK_STATUS_REJ: nearEndPortNo=%u, errorCode=%u", rej->nearEndPortNo,
+              rej->errorCode);
 }
 
 // ---- link status ---------------------------------------------------------------------------------

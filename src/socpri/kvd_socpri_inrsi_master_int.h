@@ -75,8 +75,7 @@ inline Client& client() { return record().client; }
 inline u8 focus() { return client().portNo; }
 /// On signals.
 inline u8 wirePort(u8 port) { return static_cast<u8>(port + 1); }
-inline void log(Event event, bool keep = false,
-                ose::Place at = ose::Place::current())
+inline void log(Event event, bool keep = false, ose::Place at = ose::Place::current())
 {
     inrsi::log(client(), event, keep, at);
 }

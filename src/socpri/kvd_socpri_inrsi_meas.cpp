@@ -24,8 +24,8 @@ bool isInOrder()
 /// The order is still at the frequency, which comes before the phase.
 bool isInFrequencyStage()
 {
-    return action() == INRSI_CLIENT_ACTION_FREQ_SCANNING || action() == INRSI_CLIENT_ACTION_FREQ_SYNC ||
-           (action() == INRSI_CLIENT_ACTION_BFN_ALIGN && record().freqScanCnt > 0);
+    return action() == INRSI_CLIENT_ACTION_FREQ_SCANNING || action() == INRSI_CLIENT_ACTION_FREQ_SYNC
+           || (action() == INRSI_CLIENT_ACTION_BFN_ALIGN && record().freqScanCnt > 0);
 }
 
 /// What goes the long way, by port X, is given more time for its answer, and so is all after it.
@@ -72,17 +72,17 @@ bool isOpen()
     return record().measOngoing != 0 && ose::get_ticks() - record().measAskedAt <= RETRIEVE_SLOW_ms;
 }
 
-/// The answer belongs to the sample of a supervised port. Without a port in focus, the unit in focus is one that
-/// an order has left with its request open: an open sample of the unit's port counts first.
+/// The answer belongs to the sample of a supervised port. Without a port in focus, the unit in focus is one
+/// that an order has left with its request open: an open sample of the unit's port counts first.
 bool belongsToSupervision(u8 port, u32 sharedUnitId)
 {
     if (port == focus() || port == NO_PORT) return false;
-    return sharedUnitId != client().sharedUnitId ||
-           (focus() == NO_PORT && client().supervision[port].supMeasOngoing != 0);
+    return sharedUnitId != client().sharedUnitId
+           || (focus() == NO_PORT && client().supervision[port].supMeasOngoing != 0);
 }
 
-/// Whatever answer came has closed the measurement that was open. The answer to a request that an order has left
-/// open is nobody's, but it has come: nothing is missing.
+/// Whatever answer came has closed the measurement that was open. The answer to a request that an order has
+/// left open is nobody's, but it has come: nothing is missing.
 void closeMeasurement(u32 sharedUnitId)
 {
     record().measOngoing = 0;
@@ -118,7 +118,8 @@ void putOffFrequency()
     Record& r = record();
     if (++r.measUnavailableCounter < UNAVAILABLE_TRIES) {
         KVD_TRACE(TRACE_INRSI, TRACE_INFO,
-                  "%s():CPRI Link (Port: %u) is currently down, request new timer for freq measurement request",
+                  "%s():CPRI Link (Port: %u) is currently down, "
+                  "request new timer for freq measurement request",
                   __func__, focus());
         startFrequencyTimer();
         return;
@@ -144,7 +145,8 @@ void linkDisturbanceCheck()
     Record& r = record();
     if (++r.measUnavailableCounter < UNAVAILABLE_TRIES) {
         KVD_TRACE(TRACE_INRSI, TRACE_INFO,
-                  "%s():CPRI Link (Port: %u) is currently down, request new timer for phase measurement request",
+                  "%s():CPRI Link (Port: %u) is currently down, "
+                  "request new timer for phase measurement request",
                   __func__, focus());
         startPhaseTimer();
         return;
@@ -185,8 +187,8 @@ void handleLinkDownIndication(u8 port)
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():Link went down, cancel active measurement.", __func__);
         failLostMeasurement(port);
     } else if (action() == INRSI_CLIENT_ACTION_BFN_ALIGN) {
-        KVD_TRACE(TRACE_INRSI, TRACE_INFO,
-                  "%s():BFN alignment failed due to active link down indication.", __func__);
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():BFN alignment failed due to active link down indication.",
+                  __func__);
         KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(0);
         dropWork();
     }
@@ -361,7 +363,8 @@ void onPhase(u32 sharedUnitId, u32 high, u32 low, u32 valid)
 
 void rejectSupervision(u8 port)
 {
-    if (port >= PORTS)                             // of a unit that is gone, or of port X's when that had the focus
+    // of a unit that is gone, or of port X's when that had the focus
+    if (port >= PORTS)
         return traceIncompatible("handleInrsiGetPhaseDiffRej", INRSI_CL_EV_PHASE_DIFF_REJ_UNEXPECTED_ACTION);
     cancelTimer(MEAS_RETRIEVE, port);
     client().supervision[port].supMeasOngoing = 0;

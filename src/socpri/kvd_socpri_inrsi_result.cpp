@@ -77,7 +77,8 @@ void inrsiImplicitHoldover()
     superviseFocus();
     if (record().currAction != INRSI_CLIENT_ACTION_TIME_SYNC) {
         if (!KvdLoz6TuReg_pllIsLocked()) return;
-        inrsiClientReset();            // the link was lost before, or a scan is open: the loop holds time all the same
+        // the link was lost before, or a scan is open: the loop holds time all the same
+        inrsiClientReset();
     }
     if (enterHoldover() == 0) inrsiClientReset();
 }
@@ -101,8 +102,7 @@ bool failAlignment()
 
 void KvdLoz6TuSoCpri_inrsi_phaseMeasAnalysisFailed()
 {
-    KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): Measurements on CPRI Link (%u) are invalid", __func__,
-              focus());
+    KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): Measurements on CPRI Link (%u) are invalid", __func__, focus());
     log(INRSI_CL_EV_PHASE_MEAS_ANALYSIS_FAILED, KEEP);
     if (failAlignment() || abortJump(PHASE_MEAS_PROBLEM)) return;
     inrsiLinkSyncAborted(PHASE_MEAS_PROBLEM);

@@ -240,9 +240,9 @@ void printHistory()
         if (e.used == 0) continue;
         char ports[PORTS + 1];
         const Event event = e.event < std::size(SLAVE_EVENTS) ? SLAVE_EVENTS[e.event] : EVENTS;
-        node::shellPrintf("[%s]: event = %s, line = %u, subscribed = %s, portNo = %u, sharedUnitId = 0x%08x\n",
-                          e.time, eventText(event), e.line, subscribedText(e.subscribed, ports), e.portNo,
-                          e.sharedUnitId);
+        node::shellPrintf(
+            "[%s]: event = %s, line = %u, subscribed = %s, portNo = %u, sharedUnitId = 0x%08x\n", e.time,
+            eventText(event), e.line, subscribedText(e.subscribed, ports), e.portNo, e.sharedUnitId);
         printUnits(e.cpriPortStatus, PORTS);
     }
 }
@@ -268,8 +268,7 @@ void inrsiSduSendBfnJumpInfo(u32 enabled)
         log(INRSI_CL_EV_SFC_ADJ_FWD_NOTIF_NOK, KEEP);
         return;
     }
-    log(enabled == 1 ? INRSI_CL_EV_SFC_ADJ_FWD_NOTIF_OK_ENABLED
-                     : INRSI_CL_EV_SFC_ADJ_FWD_NOTIF_OK_DISABLED);
+    log(enabled == 1 ? INRSI_CL_EV_SFC_ADJ_FWD_NOTIF_OK_ENABLED : INRSI_CL_EV_SFC_ADJ_FWD_NOTIF_OK_DISABLED);
 }
 
 int KvdLoz6InrsiSdu_dispatch(Signal* sig)

@@ -1,5 +1,5 @@
-// The clients' timers, one set for whichever of the two is at work: a time-out that lies in the queue when the
-// role changes meets the timer that it belongs to.
+// The clients' timers, one set for whichever of the two is at work: a time-out that lies in the queue when
+// the role changes meets the timer that it belongs to.
 #include "socpri/kvd_socpri_inrsi_int.h"
 
 #include "base/kvd_timer.h"
@@ -19,10 +19,10 @@ struct State {
 };
 ose::ModuleData<State> s;
 
-constexpr SIGSELECT PORT_SIGNAL[PORT_TIMERS] = {
-    INRSI_REQUEST_PHASE_DATA_TMO, KVD_TUSOCPRI_MEAS_RETRIEVE_TMO, KVD_TUSOCPRI_SUPERVISION_TMO};
-constexpr SIGSELECT CLIENT_SIGNAL[CLIENT_TIMERS] = {
-    INRSI_REQUEST_FREQ_DATA_TMO, KVD_TUSOCPRI_HOLDOVER_TMO, KVD_TUSOCPRI_BFN_JUMP_WARNING_TMO};
+constexpr SIGSELECT PORT_SIGNAL[PORT_TIMERS] = {INRSI_REQUEST_PHASE_DATA_TMO, KVD_TUSOCPRI_MEAS_RETRIEVE_TMO,
+                                                KVD_TUSOCPRI_SUPERVISION_TMO};
+constexpr SIGSELECT CLIENT_SIGNAL[CLIENT_TIMERS] = {INRSI_REQUEST_FREQ_DATA_TMO, KVD_TUSOCPRI_HOLDOVER_TMO,
+                                                    KVD_TUSOCPRI_BFN_JUMP_WARNING_TMO};
 
 /// Whose time-out it is; nullptr for another signal, and for a port that there isn't.
 KvdTimer* timerOf(Signal* sig)
@@ -43,10 +43,7 @@ bool isTimeout(SIGSELECT sigNo)
     return std::ranges::any_of(PORT_SIGNAL, is) || std::ranges::any_of(CLIENT_SIGNAL, is);
 }
 
-void traceRefused(SIGSELECT sigNo)
-{
-    KVD_TRACE(TRACE_INRSI, TRACE_ERROR, "no timer for signal 0x%x", sigNo);
-}
+void traceRefused(SIGSELECT sigNo) { KVD_TRACE(TRACE_INRSI, TRACE_ERROR, "no timer for signal 0x%x", sigNo); }
 
 }  // namespace
 
@@ -63,7 +60,8 @@ void startTimer(PortTimer timer, u8 port, OSTIME time_ms)
 
 void startTimer(ClientTimer timer, OSTIME time_ms)
 {
-    if (!KvdTimer_restart(s->ofClient[timer], time_ms, CLIENT_SIGNAL[timer])) traceRefused(CLIENT_SIGNAL[timer]);
+    if (!KvdTimer_restart(s->ofClient[timer], time_ms, CLIENT_SIGNAL[timer]))
+        traceRefused(CLIENT_SIGNAL[timer]);
 }
 
 void cancelTimer(PortTimer timer, u8 port)

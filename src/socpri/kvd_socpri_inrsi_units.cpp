@@ -47,14 +47,12 @@ u8 portOfUnit(Client& c, u32 sharedUnitId)
 void setPortInCpriPortStatus(Client& c, u8 port, const UnitReport& report)
 {
     // A unit that has taken over another's id is known by the old one until now.
-    const bool isKnownByOldId =
-        report.subsumedValid != 0 && findUnit(c, port, report.subsumedUnitId) != nullptr;
+    const bool isKnownByOldId = report.subsumedValid != 0
+                                && findUnit(c, port, report.subsumedUnitId) != nullptr;
     const u32 key = isKnownByOldId ? report.subsumedUnitId : report.sharedUnitId;
     Slot& slot = c.cpriPortStatus[port][mapUnitIdToArraySlot(c, port, key)];
     switch (report.linkStatus) {
-    case LINK_PRESENT:
-        slot.inciEstablishStatus = INCI_NONE;
-        [[fallthrough]];
+    case LINK_PRESENT: slot.inciEstablishStatus = INCI_NONE; [[fallthrough]];
     case LINK_AVAILABLE:
         slot.sharedUnitId = report.sharedUnitId;
         slot.subsumedUnitId = report.subsumedValid != 0 ? report.subsumedUnitId : NO_UNIT;
@@ -84,8 +82,8 @@ namespace {
 
 UnitReport reportOf(const Slot& slot)
 {
-    return {slot.linkStatus, slot.sharedUnitId, slot.subsumedUnitId,
-            slot.subsumedUnitId != NO_UNIT ? 1u : 0u, slot.huntPathPrefix};
+    return {slot.linkStatus, slot.sharedUnitId, slot.subsumedUnitId, slot.subsumedUnitId != NO_UNIT ? 1u : 0u,
+            slot.huntPathPrefix};
 }
 
 }  // namespace

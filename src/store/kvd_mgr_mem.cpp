@@ -46,14 +46,14 @@ void requestRegion(Region& region, u32 clear)
     request.options = ALLOCATE_OPTIONS;
     request.clear = clear;
     KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO,
-              "Memory allocation data: name=%s, size=%u, clientRef=%u, clear=%c", request.name,
-              request.size, request.clientRef, clear != 0 ? 'T' : 'F');
+              "Memory allocation data: name=%s, size=%u, clientRef=%u, clear=%c", request.name, request.size,
+              request.clientRef, clear != 0 ? 'T' : 'F');
     u32 address = 0;
     const u32 result = HALI_msiAllocate(request, address);
     if (address != 0) region.address = address;
     if (result != node::MSI_DONE)
-        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "Memory allocation failed, name=%s result=%u",
-                  request.name, result);
+        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "Memory allocation failed, name=%s result=%u", request.name,
+                  result);
 }
 
 // ---- answers of the service ---------------------------------------------------------------------
@@ -61,9 +61,8 @@ void requestRegion(Region& region, u32 clear)
 void onInitiateServiceCfm(const TarsoMsiInitiateServiceCfm* cfm)
 {
     if (cfm == nullptr) return;
-    KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO,
-              "Service Request accepted by MSI proxy, sigRev=%u, PV=%u", cfm->signalRevision,
-              cfm->protocolVersion);
+    KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Service Request accepted by MSI proxy, sigRev=%u, PV=%u",
+              cfm->signalRevision, cfm->protocolVersion);
     if (node::TarsoMsi_internal(reinterpret_cast<const Signal*>(cfm)) != node::MSI_IN_USE) {
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Unexpected response from MSI proxy");
         return releaseStart();
@@ -78,8 +77,7 @@ void onInitiateServiceRej(const TarsoMsiRej* rej)
 {
     if (rej == nullptr) return;
     node::TarsoMsi_internal(reinterpret_cast<const Signal*>(rej));
-    KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "Request rejected by MSI proxy, reason=%u",
-              rej->reason);
+    KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "Request rejected by MSI proxy, reason=%u", rej->reason);
     releaseStart();
 }
 
@@ -106,12 +104,11 @@ void gpsOutAllocated(const TarsoMsiMemAllocCfm& cfm)
     mem::refreshShadow(MEM_GPS_OUT);
     const u8* const data = s->gpsOutShadow;
     if (region == &s->region[mem::GPS_OUT_OFFSET])
-        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO,
-                  "Successfully restored gpsOutData (mfnOffset=%u, mfn=%u)", node::be32(data),
-                  node::be32(data + 4));
+        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Successfully restored gpsOutData (mfnOffset=%u, mfn=%u)",
+                  node::be32(data), node::be32(data + 4));
     else
-        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO,
-                  "Successfully restored gpsOutDataV1 (ckhsum=0x%08x)", node::be32(data + 8));
+        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Successfully restored gpsOutDataV1 (ckhsum=0x%08x)",
+                  node::be32(data + 8));
 }
 
 void regNfAllocated(const TarsoMsiMemAllocCfm& cfm)
@@ -120,8 +117,7 @@ void regNfAllocated(const TarsoMsiMemAllocCfm& cfm)
     mem::refreshShadow(MEM_REG_NF);
     KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO,
               "Successfully restored TuRegNfDataV0 (ckhsum=0x%08x, sfcGpsOffset=%s)",
-              node::be32(s->regNfShadow),
-              TuCommon_text(node::beDouble(s->regNfShadow + MEM_REG_NF_OFFSET)));
+              node::be32(s->regNfShadow), TuCommon_text(node::beDouble(s->regNfShadow + MEM_REG_NF_OFFSET)));
     // A regulator that has taken its offset already knows better than the region; one that hasn't
     // will compare with what stood there before the restart.
     double offset_s = 0.0;
@@ -144,8 +140,8 @@ void slaveWarmAllocated(const TarsoMsiMemAllocCfm& cfm)
     u8 head[8] = {};
     node::TarsoMsi_memRead(region->address, head, sizeof head);   // zeros are traced when it fails
     KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO,
-              "Successfully restored SlaveWarmRestartData ckhsum=0x%08x, size=%u ",
-              node::be32(head), node::be32(head + 4));
+              "Successfully restored SlaveWarmRestartData ckhsum=0x%08x, size=%u ", node::be32(head),
+              node::be32(head + 4));
     if (!s->pending) return;
     if (KvdLoz6TuMem_write(MEM_SLAVE_WARM, s->slaveWarmPending, MEM_SLAVE_WARM_SIZE) != 0) {
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Updated IDL2 Slave MSI memory");
@@ -164,17 +160,14 @@ void onMemAllocCfm(const TarsoMsiMemAllocCfm* cfm)
     case MEM_GPS_OUT:    gpsOutAllocated(*cfm);                  break;
     case MEM_REG_NF:     regNfAllocated(*cfm);                   break;
     case MEM_SLAVE_WARM: slaveWarmAllocated(*cfm);               break;
-    default:
-        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "Invalid clientRef=%u", cfm->clientRef);
-        break;
+    default: KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "Invalid clientRef=%u", cfm->clientRef); break;
     }
 }
 
 void onMemAllocRej(const TarsoMsiRej* rej)
 {
     if (rej == nullptr) return;
-    KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "Memory alloc rejected by MSI proxy, reason=%u",
-              rej->reason);
+    KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "Memory alloc rejected by MSI proxy, reason=%u", rej->reason);
 }
 
 void onMemSWriteCfm()
@@ -186,8 +179,7 @@ void onMemSWriteCfm()
 void onMemSWriteRej(const TarsoMsiRej* rej)
 {
     if (rej == nullptr) return;
-    KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Memory write was rejected by MSI proxy, reason=%u",
-              rej->reason);
+    KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Memory write was rejected by MSI proxy, reason=%u", rej->reason);
 }
 
 }  // namespace
@@ -258,7 +250,7 @@ void KvdLoz6TuMem_printInfo()
         const char* const content = !r.valid                          ? "not allocated"
                                     : r.type == MSI_TYPE_RECOVERED ? "recovered"
                                                                    : "alloc";
-        node::shellPrintf("   %-18s : clientRef=%u size=%u address=0x%08x %s\n", r.name,
-                          r.clientRef, r.size, r.address, content);
+        node::shellPrintf("   %-18s : clientRef=%u size=%u address=0x%08x %s\n", r.name, r.clientRef, r.size,
+                          r.address, content);
     }
 }

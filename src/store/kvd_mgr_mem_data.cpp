@@ -67,9 +67,8 @@ bool store(const Layout& layout, u32 at, const u8* bytes, u32 count)
 {
     const u32 result = node::TarsoMsi_memSafeWrite(addressOf(layout, at), bytes, count);
     if (result == node::MSI_DONE) return true;
-    KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR,
-              "Memory write failed, clientRef=%u offset=%u result=%u", layout.clientRef, at,
-              result);
+    KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "Memory write failed, clientRef=%u offset=%u result=%u",
+              layout.clientRef, at, result);
     return false;
 }
 
@@ -85,16 +84,15 @@ bool fetch(const Layout& layout, u8* block)
 {
     const u32 result = node::TarsoMsi_memRead(addressOf(layout, 0), block, layout.size);
     if (result == node::MSI_DONE) return true;
-    KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "Memory read failed, clientRef=%u result=%u",
-              layout.clientRef, result);
+    KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "Memory read failed, clientRef=%u result=%u", layout.clientRef,
+              result);
     return false;
 }
 
 int traceDifference(u32 calculated, u32 received, u32 clientRef)
 {
-    KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO,
-              "Checksum differs: calculated=%u, received=%u, clientRef=%u", calculated, received,
-              clientRef);
+    KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Checksum differs: calculated=%u, received=%u, clientRef=%u",
+              calculated, received, clientRef);
     return 0;
 }
 
@@ -190,8 +188,7 @@ int KvdLoz6TuMem_read(u32 clientRef, void* buffer, u32 size)
     }
     const Layout* const layout = layoutOf(clientRef);
     if (layout == nullptr || buffer == nullptr || size != layout->size || !allocated(*layout)) {
-        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Nothing to read, clientRef=%u size=%u", clientRef,
-                  size);
+        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Nothing to read, clientRef=%u size=%u", clientRef, size);
         return 0;
     }
     u8* const to = static_cast<u8*>(buffer);
@@ -211,10 +208,8 @@ int KvdLoz6TuMem_write(u32 clientRef, const void* buffer, u32 size)
     }
     const bool possible = state().msiState == 1 && allocated(*layout);
     if (!possible || buffer == nullptr || size != layout->size) {
-        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR,
-                  "%s not written, msiState=%u address=0x%08x size=%u",
-                  state().region[layout->first].name, state().msiState, addressOf(*layout, 0),
-                  size);
+        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "%s not written, msiState=%u address=0x%08x size=%u",
+                  state().region[layout->first].name, state().msiState, addressOf(*layout, 0), size);
         return 0;
     }
     const u8* const data = static_cast<const u8*>(buffer);

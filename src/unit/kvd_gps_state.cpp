@@ -28,10 +28,7 @@ constexpr const char* TEXTS[] = {
 
 bool isNewest(const GpsStateHistory& h, u32 state) { return h.count > 0 && h.rows[0].state == state; }
 
-void setTime(GpsStateRecord& record, const char* time)
-{
-    std::memcpy(record.time, time, TIME_STAMP_SIZE);
-}
+void setTime(GpsStateRecord& record, const char* time) { std::memcpy(record.time, time, TIME_STAMP_SIZE); }
 
 void insert(GpsStateHistory& h, u32 state, const char* time)
 {

@@ -1,4 +1,5 @@
-// kvd_unit_link.h - What the unit is to its twin: type of the link, who drives the hardware, how it was started.
+// kvd_unit_link.h - What the unit is to its twin: type of the link, who drives the hardware, how it was
+// started.
 // Owner   the manager process. The client of the basic timing function writes (iif/kvd_biraiifadm*.cpp);
 //         everybody reads.
 #pragma once

@@ -20,12 +20,11 @@ TEST(NmeaFeed, TellsWhatBecameOfEachSentence)
     const std::string tooLong = "$GPGGA," + std::string(260, '1');
     const Case cases[] = {
         {"$GPRMC,first*00\r\n", NmeaVerdict::Woke, "GPRMC", ""},
-        {"$GPGGA,105153.71,4539.5432,N,01346.7712,E,1,07,1.2,90.0,M,42.9,M,,*53\r\n",
-         NmeaVerdict::Taken, "GPGGA", ""},
-        {"$GPGGA,105153.71,4539.5432,N,01346.7712,E,1,07,1.2,90.0,M,42.9,M,,*54\r\n",
-         NmeaVerdict::Refused, "GPGGA", "KvdLoz6TuGps_parseGPGGA: Checksum incorrect or missing"},
-        {"~~~$GPRMC,105153,A*09\r\n", NmeaVerdict::Refused, "GPRMC",
-         "NMEA address GPRMC not handled"},
+        {"$GPGGA,105153.71,4539.5432,N,01346.7712,E,1,07,1.2,90.0,M,42.9,M,,*53\r\n", NmeaVerdict::Taken,
+         "GPGGA", ""},
+        {"$GPGGA,105153.71,4539.5432,N,01346.7712,E,1,07,1.2,90.0,M,42.9,M,,*54\r\n", NmeaVerdict::Refused,
+         "GPGGA", "KvdLoz6TuGps_parseGPGGA: Checksum incorrect or missing"},
+        {"~~~$GPRMC,105153,A*09\r\n", NmeaVerdict::Refused, "GPRMC", "NMEA address GPRMC not handled"},
         {"$PFEC,GPxyz,1*00\r\n", NmeaVerdict::Refused, "PFEC,GPxyz",
          "Proprietary message PFEC,GPxyz not handled"},
         {"$GPGSA,A,3\r\n", NmeaVerdict::Refused, "GPGSA", "GPGSA: Sentence length error: n chars"},
@@ -51,11 +50,8 @@ TEST(NmeaFeed, TellsWhatBecameOfEachSentence)
 
 TEST(NmeaLogFile, IsReadWithoutItsHeadingAndWithItsReturns)
 {
-    const fs::path file =
-        fs::temp_directory_path() / ("tu-nmea-" + std::to_string(::getpid()) + ".log");
-    const auto write = [&](const char* content) {
-        std::ofstream(file, std::ios::binary) << content;
-    };
+    const fs::path file = fs::temp_directory_path() / ("tu-nmea-" + std::to_string(::getpid()) + ".log");
+    const auto write = [&](const char* content) { std::ofstream(file, std::ios::binary) << content; };
     write("# a receiver\n# its notes\n$GPGGA,1\n#$GPGSA\n");
     EXPECT_EQ(app::readNmeaLog(file, false).bytes, "$GPGGA,1\r\n#$GPGSA\r\n");
     EXPECT_EQ(app::readNmeaLog(file, true).bytes, "$GPGGA,1\n#$GPGSA\n");

@@ -15,8 +15,8 @@ using testing::HasSubstr;
 
 /// A folder of its own, gone with the test.
 struct Folder {
-    std::filesystem::path path = std::filesystem::temp_directory_path() /
-                                 ("tu-scenario-" + std::to_string(::getpid()));
+    std::filesystem::path path = std::filesystem::temp_directory_path()
+                                 / ("tu-scenario-" + std::to_string(::getpid()));
     Folder() { std::filesystem::create_directories(path); }
     ~Folder() { std::filesystem::remove_all(path); }
     std::string write(const std::string& name, const std::string& content) const

@@ -126,8 +126,8 @@ TEST(Status, ALookChangesNothingAndAWaitSeesAStateThatHasGoneBy)
 TEST(EventLine, TakesWhatEveryScenarioLetsHappen)
 {
     const std::vector<std::string> words = sim::eventWords();
-    const std::filesystem::path folder =
-        std::filesystem::path(TU_VALUES).parent_path().parent_path() / "scenarios";
+    const std::filesystem::path folder = std::filesystem::path(TU_VALUES).parent_path().parent_path()
+                                         / "scenarios";
     const std::regex happens("\ndo = \"([^\"]+)\"");
     std::size_t seen = 0;
     for (const auto& file : std::filesystem::directory_iterator(folder)) {
@@ -163,7 +163,8 @@ TEST(EventLine, IsReadAndCompletedByTheScenariosReader)
     EXPECT_THAT(sim::completeEvent("gps.fault ", scenario), ElementsAre("unit=", "fault="));
     EXPECT_THAT(sim::completeEvent("gps.fault fault=", scenario),
                 testing::IsSupersetOf({"fault=antenna_open", "fault=stuck_pps"}));
-    EXPECT_THAT(sim::completeEvent("gps.fault fault=jamming on=", scenario), ElementsAre("on=true", "on=false"));
+    EXPECT_THAT(sim::completeEvent("gps.fault fault=jamming on=", scenario),
+                ElementsAre("on=true", "on=false"));
     EXPECT_THAT(sim::completeEvent("mp.select reference=", scenario), Contains("reference=gps"));
 }
 

@@ -83,9 +83,9 @@ TEST(Manager, ReportsAForeignSignalWithItsSenderAndGoesOn)
 TEST(Manager, RefusesSignalsShorterThanTheirLayout)
 {
     Started unit;
-    for (const SIGSELECT sigNo : {KVD_TUIIF_SYNCINFO_REQ, KVD_TUIIF_BOARD_FAILURE_RECOVERY_IND,
-                                  KVD_TUIIF_SET_GPSOUT_IND, KVD_TUIIF_SYNCH_PATH_SUP_IND,
-                                  KVD_TUIIF_SELECT_SYNCH_REF_IND, KVD_TUIIF_CHANGE_MASTER_TU_IND})
+    for (const SIGSELECT sigNo :
+         {KVD_TUIIF_SYNCINFO_REQ, KVD_TUIIF_BOARD_FAILURE_RECOVERY_IND, KVD_TUIIF_SET_GPSOUT_IND,
+          KVD_TUIIF_SYNCH_PATH_SUP_IND, KVD_TUIIF_SELECT_SYNCH_REF_IND, KVD_TUIIF_CHANGE_MASTER_TU_IND})
         unit.sendFrom("short", sigNo);
     unit.run(1);
     EXPECT_EQ(unit.node.ledRequests(), 0u);
@@ -103,8 +103,8 @@ std::string syncInfo(Unit& unit, u8 option, u32 clientRef, u32& size)
         reinterpret_cast<KvdTuiifSyncinfoReq*>(req)->clientRef = clientRef;
         ose::send(&req, manager);
         Signal* cfm = ose::receive(ose::ANY_SIGNAL);
-        if (cfm->sigNo == KVD_TUIIF_SYNCINFO_CFM &&
-            reinterpret_cast<KvdTuiifSyncinfoCfm*>(cfm)->clientRef == clientRef) {
+        if (cfm->sigNo == KVD_TUIIF_SYNCINFO_CFM
+            && reinterpret_cast<KvdTuiifSyncinfoCfm*>(cfm)->clientRef == clientRef) {
             size = ose::sigsize(&cfm);
             text = reinterpret_cast<const char*>(cfm) + 8;
         }

@@ -68,8 +68,7 @@ TEST(StartUpTests, EndAtTheFirstFailureInTheHaltedState)
         {"sound", 1, [](DiagUnit&) {}, 7, "", "Feedback check on 30,72 MHz successfull"},
         {"no tests wanted", 2, [](DiagUnit& u) { u.faults().toggleStuckOn = 0x1; }, 1, "",
          "No HW tests requested at restart"},
-        {"PDH 1", 0, [](DiagUnit& u) { u.faults().toggleStuckOn = 0x1; }, 1, "MC0",
-         "Zero in to HM 0 failed"},
+        {"PDH 1", 0, [](DiagUnit& u) { u.faults().toggleStuckOn = 0x1; }, 1, "MC0", "Zero in to HM 0 failed"},
         {"the first of two", 0, [](DiagUnit& u) { u.faults().toggleStuckOn = 0x14; }, 3, "MC2",
          "Zero in to HM 2 failed"},
         {"PDH 4", 1, [](DiagUnit& u) { u.faults().toggleStuckOff = 0x8; }, 4, "MC3",
@@ -139,9 +138,7 @@ TEST(StartUpTests, GoOnWithoutAServiceThatFallsSilentOrRejects)
         EXPECT_EQ(unit.traced("No restartType received from TEMI, assuming Power-on"), !c.fails && !c.dies);
         EXPECT_EQ(unit.traced("Last test performed."), c.orders);
         EXPECT_EQ(unit.traced("WARNING: LOZ6 HW diagnostic failed, halting process"), c.fails);
-        if (!c.fails) {
-            EXPECT_EQ(unit.node.mainProcessor().clockState(), 1);
-        }
+        if (!c.fails) { EXPECT_EQ(unit.node.mainProcessor().clockState(), 1); }
     }
 }
 

@@ -49,8 +49,8 @@ TEST(GpsCommands, AreRefusedWithoutAReceiverOfTheReference)
 TEST(GpsCommands, RefuseWrongWords)
 {
     GpsLine unit(GPSS_FURUNO_GPS02, "120510");
-    for (const std::string name : {"gpsprot", "gpscapture", "gps01reset", "gps02reset", "gpsstatus",
-                                   "gpssend", "gpsskyview"})
+    for (const std::string name :
+         {"gpsprot", "gpscapture", "gps01reset", "gps02reset", "gpsstatus", "gpssend", "gpsskyview"})
         for (const char* words : {" nonsense", " start stop 1 2"})
             expectAll(unit, {{name + words, 20, "Usage: Take cmd 'man " + name + "' for help info\n"}});
     for (const char* line : {"gpscapture start 0", "gpscapture start 101", "gpscapture start -tx 0",
@@ -129,12 +129,11 @@ TEST(Capture, TakesWhatIsWantedUpToItsLimit)
         unit.node.serial().feed("$GPxxx,1\r\n$" + std::string(90, 'y') + "\r\n");
         unit.run(1.0);
     };
-    const std::string rx = "[2023-11-14 22:13:20] << GPxxx,1\n[2023-11-14 22:13:20] << " +
-                           std::string(83, 'y');
+    const std::string rx = "[2023-11-14 22:13:20] << GPxxx,1\n[2023-11-14 22:13:20] << "
+                           + std::string(83, 'y');
     const std::string tx = ">> $PTNLQBA*54\n", tx2 = ">> $AB*03\n";
     constexpr const char* NOTHING = "No NMEA messages of wanted type were captured.\n";
-    expectAll(unit, {{"gpscapture display", 0, NOTHING},
-                     {"gpscapture start -rx", 0, ""}});
+    expectAll(unit, {{"gpscapture display", 0, NOTHING}, {"gpscapture start -rx", 0, ""}});
     traffic();
     expectAll(unit, {{"gpscapture display", 0, rx.c_str()}, {"gpscapture start -tx 1", 0, ""}});
     traffic();

@@ -85,9 +85,8 @@ struct GpsLine : GpsUnit {
     /// `firmware` is the last field of its version, "" when it tells none.
     explicit GpsLine(u32 gpssType, const std::string& firmware = "")
     {
-        node.serial().onSent([this](const std::vector<u8>& bytes) {
-            sent.emplace_back(bytes.begin(), bytes.end());
-        });
+        node.serial().onSent(
+            [this](const std::vector<u8>& bytes) { sent.emplace_back(bytes.begin(), bytes.end()); });
         say("$x\r\n");                   // the first one is heard and not read
         if (!firmware.empty()) say(nmea("PNVX,GPver,GPS02,KDU123,R1A," + firmware));
         setType(gpssType);

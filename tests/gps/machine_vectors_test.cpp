@@ -62,8 +62,8 @@ struct RecoveryReplay : bench::GpsReplay {
             std::string body = "GPGSV," + std::to_string(pages) + "," + std::to_string(page + 1) + field;
             for (std::size_t n = page * 4; n < std::min(table.size(), page * 4 + 4); ++n) {
                 const Value s = table[n];
-                std::snprintf(field, sizeof field, ",%02u,%02u,%03u,%02u", s[0].get<u32>(),
-                              s[1].get<u32>(), s[2].get<u32>(), s[3].get<u32>());
+                std::snprintf(field, sizeof field, ",%02u,%02u,%03u,%02u", s[0].get<u32>(), s[1].get<u32>(),
+                              s[2].get<u32>(), s[3].get<u32>());
                 body += field;
             }
             in([&] { EXPECT_EQ(KvdLoz6TuGps_parseGPGSV(sentence(body).c_str()), 1) << body; });
@@ -84,8 +84,7 @@ struct RecoveryReplay : bench::GpsReplay {
     void apply(const Value& step)
     {
         if (step.is_object()) return satellites(step["sats"], step["inView"]);
-        if (step.is_number())
-            return in([&] { KvdLoz6TuGps_onRecoverySMEvent(step.get<u32>()); });
+        if (step.is_number()) return in([&] { KvdLoz6TuGps_onRecoverySMEvent(step.get<u32>()); });
         const std::string timer = step.get<std::string>();
         // The time-out of the sub machine's timer leaves its own reference as it is.
         if (timer != "gpstsSubSmTimer") running.erase(timer);
@@ -101,8 +100,8 @@ struct RecoveryReplay : bench::GpsReplay {
             if (std::sscanf(text.c_str(), "Timer %31s started: %u sec", name, &seconds) == 2) {
                 const u32 ms = running[name] = seconds * 1000;
                 actions.push_back("start " + std::string(name) + " " + std::to_string(ms));
-            } else if (std::sscanf(text.c_str(), "Timer %31s canceled.", name) == 1 &&
-                       text.ends_with("canceled.")) {
+            } else if (std::sscanf(text.c_str(), "Timer %31s canceled.", name) == 1
+                       && text.ends_with("canceled.")) {
                 running.erase(name);
                 actions.push_back("cancel " + std::string(name));
             }
@@ -200,8 +199,8 @@ void unitSupervision(const Value& vector)
         replay.nextStep();
         // The time-outs come by their signals, so that the references are cleared as at expiry.
         const u32 number = event;
-        if (number == HRV_SUPERVISION_EVENT_TIMER_ELAPSE ||
-            number == HRV_SUPERVISION_EVENT_1PPS_TIMER_ELAPSE) {
+        if (number == HRV_SUPERVISION_EVENT_TIMER_ELAPSE
+            || number == HRV_SUPERVISION_EVENT_1PPS_TIMER_ELAPSE) {
             const bool supervision = number == HRV_SUPERVISION_EVENT_TIMER_ELAPSE;
             replay.running.erase(supervision ? "supervisionTimer" : "onePPSTimer");
             replay.dispatch(supervision ? 0x9C615 : 0x9C616);
@@ -230,14 +229,10 @@ void unitSupervision(const Value& vector)
 SIGSELECT frontEndSignal(const std::string& name)
 {
     static const std::map<std::string, SIGSELECT> SIGNALS = {
-        {"KVD_TUGPS_OPERATIONAL_TIMEOUT", 0x9C600},
-        {"KVD_TUGPS_WAIT_FOR_OPERATIONAL_TIMEOUT", 0x9C601},
-        {"KVD_TUGPS_WAIT_FOR_VALID_MSG", 0x9C602},
-        {"KVD_TUGPS_VALID_TIMEOUT", 0x9C603},
-        {"KVD_TUGPS_SERIALPORT_INITIALISED", 0x9C605},
-        {"KVD_TUGPS_SUPR_ALARM_TIMEOUT", 0x9C606},
-        {"KVD_TUGPS_SELF_TEST_TIMEOUT", 0x9C607},
-        {"KVD_TUGPS_SEND_TO_GPS_TIMEOUT", 0x9C608},
+        {"KVD_TUGPS_OPERATIONAL_TIMEOUT", 0x9C600},    {"KVD_TUGPS_WAIT_FOR_OPERATIONAL_TIMEOUT", 0x9C601},
+        {"KVD_TUGPS_WAIT_FOR_VALID_MSG", 0x9C602},     {"KVD_TUGPS_VALID_TIMEOUT", 0x9C603},
+        {"KVD_TUGPS_SERIALPORT_INITIALISED", 0x9C605}, {"KVD_TUGPS_SUPR_ALARM_TIMEOUT", 0x9C606},
+        {"KVD_TUGPS_SELF_TEST_TIMEOUT", 0x9C607},      {"KVD_TUGPS_SEND_TO_GPS_TIMEOUT", 0x9C608},
         {"KVD_TUGPS_SUPPR_ADDINFO_TIMEOUT", 0x9C60A}};
     return SIGNALS.at(name);
 }
@@ -289,8 +284,7 @@ struct SequenceReplay : bench::GpsReplay {
         const KvdTuiifSynchPathSupInd ind{KVD_TUIIF_SYNCH_PATH_SUP_IND, GPS_REF, status, 0, 3};
         const u32 row = KvdLoz6TuRef_rowOfRefType(GPS_REF);
         RefDesc& desc = KvdLoz6TuRef_table().refDescTable[row];
-        if (desc.supervisionStatus == status || status != 1)
-            return KvdLoz6TuRef_onPathSupervision(&ind);
+        if (desc.supervisionStatus == status || status != 1) return KvdLoz6TuRef_onPathSupervision(&ind);
         KvdLoz6TuGps_supervision(reinterpret_cast<const Signal*>(&ind), row);
         desc.supervisionStatus = status;
         KvdLoz6TuGps_supervisionStarted();
@@ -419,9 +413,7 @@ TEST(GpsMachineCheckValues, AreMetAtEveryStep)
 {
     vectors::Document document("o05_gps_sm.json");
     vectors::eachKind(document["vectors"],
-                      {{"sequence", sequence},
-                       {"recovery", recovery},
-                       {"hrv", unitSupervision}},
+                      {{"sequence", sequence}, {"recovery", recovery}, {"hrv", unitSupervision}},
                       {"preTime", "delay", "stateName", "typeName", "timeQuery", "fwRestart", "oneShot",
                        "queue", "quality"});                                  // value_vectors_test.cpp
 }

@@ -222,8 +222,8 @@ bool isAlternative(const Outcome& got, const Value& vector)
     for (const json& alternative : vector["alternatives"].read()) {
         bool fits = alternative.is_object();
         for (auto it = alternative.begin(); fits && it != alternative.end(); ++it)
-            fits = it.value() ==
-                   (it.key() == "result" ? json(got.result) : got.after.value(it.key(), json()));
+            fits = it.value()
+                   == (it.key() == "result" ? json(got.result) : got.after.value(it.key(), json()));
         if (fits) return true;
     }
     return false;

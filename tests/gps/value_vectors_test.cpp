@@ -68,8 +68,7 @@ struct ValueReplay : bench::GpsReplay {
         EXPECT_EQ(withoutSums(tick()), expected);
         in([] { KvdLoz6TuGps_resetHrv(); });
         expected.clear();
-        for (const Value body : out["unit_reset"])
-            expected += "$" + body.get<std::string>() + "\r\n";
+        for (const Value body : out["unit_reset"]) expected += "$" + body.get<std::string>() + "\r\n";
         EXPECT_EQ(withoutSums(tick()), expected);
     }
     void oneShot(const Value& given, const Value& out)
@@ -104,8 +103,8 @@ struct ValueReplay : bench::GpsReplay {
                 const std::string text = op[1].get<std::string>();
                 const bool isOrdered = op.size() > 2 && op[2] != 0;
                 in([&] {
-                    (isOrdered ? KvdLoz6TuGps_queueOrdered : KvdLoz6TuGps_queueSentence)(
-                        text.data(), static_cast<u32>(text.size()));
+                    (isOrdered ? KvdLoz6TuGps_queueOrdered
+                               : KvdLoz6TuGps_queueSentence)(text.data(), static_cast<u32>(text.size()));
                 });
             } else throw std::runtime_error("no replay of " + op.dump());
             const Value after = out["after"][n++];
@@ -123,9 +122,8 @@ struct ValueReplay : bench::GpsReplay {
         const std::string status = given["gpssStatus"].dump();
         const std::string standard = given["timeStandard"].dump();
         const std::string gpppr = sentence("PNVX,GPppr,000001,02245,00000,00," + status + ",0");
-        const std::string gptps =
-            sentence("PFEC,GPtps,230115000000," + standard +
-                     ",1,2,230115000000,18,18,230115000000,2245,000001");
+        const std::string gptps = sentence("PFEC,GPtps,230115000000," + standard
+                                           + ",1,2,230115000000,18,18,230115000000,2245,000001");
         in([&] {
             if (status != "255") { EXPECT_EQ(KvdLoz6TuGps_parsePxxxGPppr(gpppr.c_str()), 1); }
             if (standard != "0") { EXPECT_EQ(KvdLoz6TuGps_parsePxxxGPtps(gptps.c_str()), 1); }
@@ -144,8 +142,7 @@ struct ValueReplay : bench::GpsReplay {
 private:
     static std::string withoutSums(std::string text)
     {
-        for (std::size_t at = text.find('*'); at != std::string::npos; at = text.find('*'))
-            text.erase(at, 3);
+        for (std::size_t at = text.find('*'); at != std::string::npos; at = text.find('*')) text.erase(at, 3);
         return text;
     }
 };

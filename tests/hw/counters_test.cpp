@@ -47,8 +47,8 @@ TEST(Step, ToAWantedValueIsTheDifferenceToThePresentOne)
         EXPECT_EQ(tuHwIf_writeSfc(1, 4095, 1228798), 0);         // one back is the period less one
         EXPECT_EQ(tuHwIf_writeSfc(25, 0, 0), 1);
     });
-    EXPECT_EQ(bench.takeWrites(), (std::vector<std::pair<u32, u32>>{{BASE_1 + 0x2c, 0x18FFF},
-                                                                    {BASE_1 + 0x30, 1228799}}));
+    EXPECT_EQ(bench.takeWrites(),
+              (std::vector<std::pair<u32, u32>>{{BASE_1 + 0x2c, 0x18FFF}, {BASE_1 + 0x30, 1228799}}));
 }
 
 TEST(Ntp, IsOnTheOlderBoardOnly)
@@ -69,8 +69,8 @@ TEST(BfnOut, WritesItsWordsInOrder)
     Bench bench(2);
     bench.bus.order.clear();
     bench.in([] { tuHwIf_writeBfnOutPacked(5, 6, 3, 1, 0, 1); });
-    EXPECT_EQ(bench.takeWrites(), (std::vector<std::pair<u32, u32>>{
-                                      {BASE_2C + 0xe0, 5}, {BASE_2C + 0xe4, 0x18C00006}}));
+    EXPECT_EQ(bench.takeWrites(),
+              (std::vector<std::pair<u32, u32>>{{BASE_2C + 0xe0, 5}, {BASE_2C + 0xe4, 0x18C00006}}));
     EXPECT_EQ(bench.bus.order, (std::vector<std::string>{"w", "b", "w"}));
 }
 

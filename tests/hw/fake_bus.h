@@ -35,12 +35,9 @@ struct FakeBus : node::Platform {
     int extIntResult = 0;
     std::vector<std::pair<char, u32>> lines;                   // 'e' or 'd', vector
     std::map<std::string, std::string> parameters{
-        {"zfb/hw/fpga/bvf4/base", "0xC0000000"},
-        {"zfb/hw/fpga/moka/tu_clk_sys/base", "0xD0010000"},
-        {"zfb/hw/fpga/moka/base", "0xD0000000"},
-        {"bvqmodule", "ZTM 600 145/32"},
-        {"productnumber", "YCA 350 208/1"},
-        {"productrevision", "P2A"},
+        {"zfb/hw/fpga/bvf4/base", "0xC0000000"}, {"zfb/hw/fpga/moka/tu_clk_sys/base", "0xD0010000"},
+        {"zfb/hw/fpga/moka/base", "0xD0000000"}, {"bvqmodule", "ZTM 600 145/32"},
+        {"productnumber", "YCA 350 208/1"},      {"productrevision", "P2A"},
     };
     node::CalendarTime now{1'700'000'000, 0};
     std::vector<std::pair<u8, std::string>> traces;            // level, text

@@ -69,8 +69,8 @@ u32 serve(OSTIME ms)
     const u32 begin = ose::get_ticks();
     u32 steps = 0;
     for (;;) {
-        const u32 passed = static_cast<u32>(static_cast<u64>(ose::get_ticks() - begin)
-                                            * ose::system_tick() / 1000);
+        const u32 passed = static_cast<u32>(static_cast<u64>(ose::get_ticks() - begin) * ose::system_tick()
+                                            / 1000);
         if (passed >= ms) return steps;
         Signal* sig = ose::receive_w_tmo(ms - passed, ose::ANY_SIGNAL);
         if (sig == nullptr) return steps;

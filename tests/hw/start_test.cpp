@@ -15,8 +15,7 @@ struct Board : Bench {
     u32 eepromReads = 0;
     u32 coldRestart = 0;
 
-    explicit Board(u32 type, u32 revision = REVISION_R41A)
-        : Bench(type), base(type == 1 ? BASE_1 : BASE_2B)
+    explicit Board(u32 type, u32 revision = REVISION_R41A) : Bench(type), base(type == 1 ? BASE_1 : BASE_2B)
     {
         bus.memory[base + 0x7c] = revision;
         bus.memory[base + 0x1c] = 0xF;             // synthesisers locked, feedback there
@@ -189,8 +188,7 @@ TEST(WarmStart, AMissingValueOfThePreviousRunMakesItCold)
     for (const Case& c : std::to_array<Case>(
              {{0x14, 0, "cold restart = 1"},
               {0x48, 0, "Incorrect nominal divisor (0). Cold Start used."},
-              {0x48, 0xC000,
-               "Incorrect nominal divisor (0). Cold Start used."}, // above its 14 bits
+              {0x48, 0xC000, "Incorrect nominal divisor (0). Cold Start used."},  // above its 14 bits
               {0x50, 0, "Incorrect Delta/Sigma M (0). Cold Start used."}})) {
         SCOPED_TRACE(c.trace);
         Board board(1);

@@ -252,12 +252,11 @@ TEST(ShortSignals, AreRefused)
     IifBench b;
     b.connect();
     for (const SIGSELECT sigNo :
-         {KVD_TUIIF_INITIATE_SERVICE_CFM, KVD_TUIIF_INITIATE_SERVICE_SUS,
-          KVD_TUIIF_INITIATE_SERVICE_REJ, KVD_TUIIF_CHANGE_MASTER_TU_IND,
-          KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ, KVD_TUIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_REQ,
-          KVD_TUIIF_IDL2_SET_MASTER_SERVER_CFM, KVD_TUIIF_SOCPRI_SCAN_LINK_REQ,
-          KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_REQ, KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_REQ,
-          KVD_TUIIF_INRSI_BFN_JUMP_INFO_REQ_FWD}) {
+         {KVD_TUIIF_INITIATE_SERVICE_CFM, KVD_TUIIF_INITIATE_SERVICE_SUS, KVD_TUIIF_INITIATE_SERVICE_REJ,
+          KVD_TUIIF_CHANGE_MASTER_TU_IND, KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ,
+          KVD_TUIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_REQ, KVD_TUIIF_IDL2_SET_MASTER_SERVER_CFM,
+          KVD_TUIIF_SOCPRI_SCAN_LINK_REQ, KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_REQ,
+          KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_REQ, KVD_TUIIF_INRSI_BFN_JUMP_INFO_REQ_FWD}) {
         SCOPED_TRACE(testing::Message() << std::hex << sigNo);
         b.inject(Signal{sigNo});
         b.run(0.1);
@@ -286,8 +285,7 @@ TEST(LinkTypeOrder, IsConfirmedAndTakenByTheRightUnit)
 {
     struct Case { const char* when; u32 apn; u32 isMasterServer; const char* trace; };
     for (const Case& c :
-         {Case{"other unit", 1, 1,
-               "KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ Signal received by wrong slave DU!"},
+         {Case{"other unit", 1, 1, "KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ Signal received by wrong slave DU!"},
           Case{"not the server", 2, 0,
                "Master should not be server. Don't handle signal. idlType = 0, idl2Type = 1"},
           Case{"right one", 2, 1, nullptr}}) {
@@ -296,8 +294,8 @@ TEST(LinkTypeOrder, IsConfirmedAndTakenByTheRightUnit)
         config.apn = c.apn;
         IifBench b{config};
         b.connect();
-        b.mp().sendLayout(KvdTuiifIdl2SetMasterServerCfm{KVD_TUIIF_IDL2_SET_MASTER_SERVER_CFM,
-                                                         c.isMasterServer});
+        b.mp().sendLayout(
+            KvdTuiifIdl2SetMasterServerCfm{KVD_TUIIF_IDL2_SET_MASTER_SERVER_CFM, c.isMasterServer});
         b.mp().sendLayout(KvdTuiifIdl2SelectIdlTypeReq{KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ, 1, 3});
         b.run(0.1);
         EXPECT_EQ(b.sent(KVD_TUIIF_IDL2_SELECT_IDL_TYPE_CFM), 1u);

@@ -116,8 +116,8 @@ struct IifBench : Unit {
         nlohmann::json all = nlohmann::json::array();
         for (const sim::MpRecord& r : mp().all(KVD_TUIIF_QUALITY_LEVEL_IND)) {
             const auto q = r.as<KvdTuiifQualityLevelInd>();
-            all.push_back({"KVD_TUIIF_QUALITY_LEVEL_IND", q->froId, q->froClassNo, q->clockQuality,
-                           q->tcuDetected});
+            all.push_back(
+                {"KVD_TUIIF_QUALITY_LEVEL_IND", q->froId, q->froClassNo, q->clockQuality, q->tcuDetected});
         }
         return all;
     }

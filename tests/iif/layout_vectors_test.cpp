@@ -83,9 +83,8 @@ void collect(std::vector<Field>& all, const std::string& prefix, std::size_t bas
         if constexpr (inner) collect<Element>(all, prefix + name + ".", offset, step);
         else all.push_back({prefix + name, offset, sizeof(M), step});
     };
-    [&]<std::size_t... I>(std::index_sequence<I...>) {
-        (one(nameOfMember<T, I>(), std::get<I>(tied)), ...);
-    }(std::make_index_sequence<members<T>()>{});
+    [&]<std::size_t... I>(std::index_sequence<I...>) { (one(nameOfMember<T, I>(), std::get<I>(tied)), ...); }
+    (std::make_index_sequence<members<T>()>{});
 }
 
 // ---- the layouts ----
@@ -162,8 +161,8 @@ const std::vector<Layout>& layouts()
         T(SocpriStartRsp, SOCPRI_START_RSP, SOCPRI_BFN_ALIGN_TO_GROUP_RSP),
         T(SocpriSupInd, SOCPRI_SUP_IND),
         T(SocpriScanLinkReq, SOCPRI_SCAN_LINK_REQ, SOCPRI_SELECT_SYNC_LINK_REQ),
-        T(SocpriScanLinkRsp, SOCPRI_SCAN_LINK_RSP, SOCPRI_SELECT_SYNC_LINK_RSP,
-          SOCPRI_LINK_SYNC_STATUS_IND), T(SocpriLinkStatusFwd, SOCPRI_LINK_STATUS_FWD),
+        T(SocpriScanLinkRsp, SOCPRI_SCAN_LINK_RSP, SOCPRI_SELECT_SYNC_LINK_RSP, SOCPRI_LINK_SYNC_STATUS_IND),
+        T(SocpriLinkStatusFwd, SOCPRI_LINK_STATUS_FWD),
         T(SocpriBfnAlignToGroupReq, SOCPRI_BFN_ALIGN_TO_GROUP_REQ),
         T(SocpriCoarseTimeDataInd, SOCPRI_COARSE_TIME_DATA_IND),
         T(SocpriGoToTimeHoldoverRsp, SOCPRI_GO_TO_TIME_HOLDOVER_RSP),
@@ -224,8 +223,8 @@ const std::vector<Layout>& layouts()
           PSX_IW_NGSC_INCI_SERVER_DOWN_IND), L(, , InciServerInd, NGSC_INCI_CLIENT_DOWN_IND),
         L(, KVD_COMM_, Signal, ONS_HUNT, ONS_DEAD, SERVER_DEAD, SERVER_UP_IND),
         L(, KVD_TUIIF_, Signal, IDL2_SELECT_IDL_TYPE_CFM, IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_CFM,
-          FREQ_HOLDOVER_TMO_IND, TO_HOLDOVER_TMO_IND, RNT_HOLDOVER_TMO_IND, SOCPRI_START_REQ,
-          SOCPRI_STOP_REQ, SOCPRI_GO_TO_TIME_HOLDOVER_REQ, SOCPRI_SDU_CLEAR_PORT_FOCUS_IND),
+          FREQ_HOLDOVER_TMO_IND, TO_HOLDOVER_TMO_IND, RNT_HOLDOVER_TMO_IND, SOCPRI_START_REQ, SOCPRI_STOP_REQ,
+          SOCPRI_GO_TO_TIME_HOLDOVER_REQ, SOCPRI_SDU_CLEAR_PORT_FOCUS_IND),
         L(, TUPKTSYNC_, Signal, TUIIF_DOWN_IND),
         L(, KVD_TUHPTSI_, Signal, OPERATIONAL_TIMEOUT, VALID_TIME_TIMEOUT, SERIALPORT_INITIALISED,
           SUPR_ALARM_TIMEOUT, NO_VALID_TIME_TIMEOUT, MONITOR_TIMEOUT, RECEIVE_FRAMES_TIMEOUT),

@@ -67,8 +67,7 @@ struct Replay : bench::PmBench {
 
     static json report(u32 froType, u32 suspect, const std::vector<i32>& values)
     {
-        return {{"froType", froType}, {"suspect", suspect}, {"noOfPmAttr", values.size()},
-                {"attr", values}};
+        return {{"froType", froType}, {"suspect", suspect}, {"noOfPmAttr", values.size()}, {"attr", values}};
     }
     json reports()
     {
@@ -78,8 +77,8 @@ struct Replay : bench::PmBench {
                 list.push_back("CFM");
             if (r.sigNo != KVD_TUIIF_GET_CURRENT_PM_CFM) continue;
             const std::vector<i32> values = current();
-            list.push_back(report(r.as<KvdTuiifGetCurrentPmCfm>()->froType,
-                                  static_cast<u32>(values[0]), {values.begin() + 1, values.end()}));
+            list.push_back(report(r.as<KvdTuiifGetCurrentPmCfm>()->froType, static_cast<u32>(values[0]),
+                                  {values.begin() + 1, values.end()}));
         }
         for (std::size_t i = reportsBefore; i < agent().records().size(); ++i) {
             const sim::PmRecord& r = agent().records()[i];
@@ -164,9 +163,8 @@ TEST(PmCheckValues, AreReproduced)
 {
     const vectors::Kinds kinds = {{"delay", delay}, {"bins", bin}, {"sequence", sequence}};
     vectors::Document document("o05_pm.json");
-    vectors::each(document["vectors"], [&](const Value& v) {
-        vectors::dispatch(kinds, v["kind"].get<std::string>(), v);
-    });
+    vectors::each(document["vectors"],
+                  [&](const Value& v) { vectors::dispatch(kinds, v["kind"].get<std::string>(), v); });
 }
 
 }  // namespace

@@ -160,8 +160,8 @@ TEST_F(Signals, SizeLimitsOnBothSides)
 {
     struct Case { u32 size; bool good; };
     // The program's largest class is 1023 bytes; a signal holds at least its number.
-    for (const Case& c : {Case{0, false}, Case{3, false}, Case{4, true}, Case{1023, true},
-                          Case{1024, false}, Case{65536, false}, Case{0xFFFFFFFF, false}}) {
+    for (const Case& c : {Case{0, false}, Case{3, false}, Case{4, true}, Case{1023, true}, Case{1024, false},
+                          Case{65536, false}, Case{0xFFFFFFFF, false}}) {
         SCOPED_TRACE(c.size);
         ends.clear();
         Block& fresh = system.load(IDLE);

@@ -203,8 +203,8 @@ std::string history()
             for (u32 n = 0; n < 40; ++n) {
                 request_tmo((n * 7 + i * 3) % 11, 1000 + n);
                 sendNumber(far, n);
-                out += std::to_string(takeNumber()) + " " + std::to_string(takeNumber()) + "@" +
-                       std::to_string(get_ticks()) + "/" + std::to_string(s->count += i) + " ";
+                out += std::to_string(takeNumber()) + " " + std::to_string(takeNumber()) + "@"
+                       + std::to_string(get_ticks()) + "/" + std::to_string(s->count += i) + " ";
             }
         });
     }

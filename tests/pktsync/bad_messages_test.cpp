@@ -260,8 +260,8 @@ ptp::Message::Tlv grant(u8 type, i8 log, u32 duration_s)
 {
     return {ptp::TLV_GRANT,
             {static_cast<u8>(type << 4), static_cast<u8>(log), static_cast<u8>(duration_s >> 24),
-             static_cast<u8>(duration_s >> 16), static_cast<u8>(duration_s >> 8),
-             static_cast<u8>(duration_s), 0, 1}};
+             static_cast<u8>(duration_s >> 16), static_cast<u8>(duration_s >> 8), static_cast<u8>(duration_s),
+             0, 1}};
 }
 
 void give(const ptp::Message& m) { receive(ptp::write(m), &SERVER); }

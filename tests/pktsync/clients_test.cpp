@@ -139,8 +139,8 @@ TEST(PacketServices, OneThatSaysNothingIsAskedAgain)
     // The driver forgets a froId as a whole: the other class is told again.
     constexpr auto isForgotten = [](PacketUnit& u) {
         const auto known = u.node.pktsyncDrv().syncrefs();
-        return u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM) == 1 && known.size() == 1 && known.contains({7, 1}) &&
-               u.node.cfi().groups().empty();
+        return u.told(KVD_TUIIF_DELETE_PKT_REF_RO_CFM) == 1 && known.size() == 1 && known.contains({7, 1})
+               && u.node.cfi().groups().empty();
     };
     constexpr auto move = [](PacketUnit& u) {
         u.node.mainProcessor().setPacketRef(unicastRef(7, {192, 168, 0, 77}));
@@ -223,7 +223,8 @@ TEST(PacketServices, OneThatIsSuspendedBusyOrRefusesItsDeviceIsAskedAgain)
         {"driver", [](sim::Node& n, bool serves) { suspend(n.pktsyncDrv(), serves); }},
         {"frames", [](sim::Node& n, bool serves) { suspend(n.cfi(), serves); }},
         {"sockets", [](sim::Node& n, bool serves) { suspend(n.ipsocki(), serves); }},
-        {"busy", [](sim::Node& n, bool serves) { n.ipsocki().setAnswer(serves ? Answer::Accept : Answer::Busy); }},
+        {"busy",
+         [](sim::Node& n, bool serves) { n.ipsocki().setAnswer(serves ? Answer::Accept : Answer::Busy); }},
         {"device", [](sim::Node& n, bool serves) { n.cfi().attachResult = serves ? 0 : 7; }},
     };
     for (const Case& c : CASES) {

@@ -29,8 +29,8 @@ std::vector<u8> announceFrame(u8 priority, u16 etherType = sim::ptp::ETHERTYPE)
     m.domain = 4;
     m.source.clock = {0, 0x1B, 0x19, 0xFF, 0xFE, 0, 0, 1};
     m.clockClass = 6;
-    std::vector<u8> frame =
-        sim::ptp::frame({1, 0x1B, 0x19, 0, 0, 0}, {2, 0, 0, 0, 1, 1}, priority, sim::ptp::write(m));
+    std::vector<u8> frame = sim::ptp::frame({1, 0x1B, 0x19, 0, 0, 0}, {2, 0, 0, 0, 1, 1}, priority,
+                                            sim::ptp::write(m));
     const std::size_t at = sim::ptp::messageAt(frame);
     frame[at - 2] = static_cast<u8>(etherType >> 8);
     frame[at - 1] = static_cast<u8>(etherType);
@@ -81,9 +81,9 @@ TEST(PtpFrame, ThatIsNoneIsDroppedWithItsCodeAndTheNextIsTaken)
             EXPECT_EQ(ptpClockOf(0)->foreignMasterCount, 1u);
             TuPktsync_delete_ptp_clock(0);
         });
-        const std::string text = "Unrecognized MC frame received; frame_len " + std::to_string(c.length) +
-                                 " bytes, metadata_len " + std::to_string(c.metadata) +
-                                 " bytes; code=" + std::to_string(c.code) + ", ";
+        const std::string text = "Unrecognized MC frame received; frame_len " + std::to_string(c.length)
+                                 + " bytes, metadata_len " + std::to_string(c.metadata)
+                                 + " bytes; code=" + std::to_string(c.code) + ", ";
         EXPECT_EQ(b.node.traces().count({text, "", TRACE_2}), c.code == 0 || c.code == 0xFF ? 0u : 1u);
         EXPECT_EQ(b.traced("in too short frame"), c.code == 0xFF ? 1u : 0u);
     }

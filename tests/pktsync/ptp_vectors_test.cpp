@@ -391,8 +391,8 @@ TEST(PtpCheckValues, UnicastNegotiation)
             json sent = json::array(), wanted = json::array();
             for (const auto& m : ptpSeen().sent) sent.push_back(m.hex);
             for (const Value e : step["events"]) {
-                expectKnown(e, {"send", "expired", "report", "startAnnounceTimer", "unexpected",
-                                "portEvent"});
+                expectKnown(e,
+                            {"send", "expired", "report", "startAnnounceTimer", "unexpected", "portEvent"});
                 if (e[0] == "send") wanted.push_back(e[1].read());
             }
             EXPECT_EQ(sent, wanted);

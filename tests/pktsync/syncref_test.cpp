@@ -78,9 +78,7 @@ TEST(Syncref, IdentitiesAreDistinctAndTheStandardOneIsGivenBack)
     Bench b;
     b.in([] {
         syncrefReady();
-        const auto identity = [](u32 id) {
-            return hexOf(state().table[id]->port.clockIdentity.data(), 8);
-        };
+        const auto identity = [](u32 id) { return hexOf(state().table[id]->port.clockIdentity.data(), 8); };
         for (u8 i = 0; i < 3; ++i) create(pktRef(i, 4, 0, i), i);
         give(deleteReq(0, 4));
         give(deleteReq(2, 4));

@@ -213,8 +213,8 @@ Events seenEvents(bool isFailure, const Events& wanted)
     const bool tellsSockets = tells(SOCKET_GIVEN_BACK), tellsChange = tells(DRV_CHANGE);
     Events events = syncrefSeen().events;
     std::erase_if(events, [&](const std::vector<u32>& e) {
-        return (e[0] == SOCKET_GIVEN_BACK && !tellsSockets) || (e[0] == DRV_CHANGE && !tellsChange) ||
-               (isFailure && (e[0] == MC_REMOVE || e[0] == DRV_DELETE));
+        return (e[0] == SOCKET_GIVEN_BACK && !tellsSockets) || (e[0] == DRV_CHANGE && !tellsChange)
+               || (isFailure && (e[0] == MC_REMOVE || e[0] == DRV_DELETE));
     });
     for (std::size_t i = 0; i < events.size(); ++i) {
         std::vector<u32>& e = events[i];
@@ -364,9 +364,8 @@ void packetComes(IdleNode& b, SIGSELECT sigNo, const Value& ref)
 TEST(SyncrefCheckValues, WhatPassesTheManager)
 {
     vectors::Document document("o03_pktsync_adm.json");
-    vectors::each(document["fractions"], [](const Value& row) {
-        EXPECT_EQ(row[1], TuPktsyncAdm_fractionOf(row[0]));
-    });
+    vectors::each(document["fractions"],
+                  [](const Value& row) { EXPECT_EQ(row[1], TuPktsyncAdm_fractionOf(row[0])); });
     vectors::each(document["selection"], [](const Value& row) {
         IdleNode b;
         selectInManager(b, row, [&row](Signal* sig) {

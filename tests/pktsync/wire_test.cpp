@@ -73,8 +73,8 @@ TEST(PtpWire, DelayReqOnEthernet)
         gm.nonForwardable = c.group == 1;
         Following u(ref, gm);
         ASSERT_GE(u.sent.size(), 10u);
-        EXPECT_EQ(hex(u.sent[0]), std::string(c.header) + "0102002c1800003c" + c.correction +
-                                      "00000000020000fffe00000100010000017f00000000000000000000");
+        EXPECT_EQ(hex(u.sent[0]), std::string(c.header) + "0102002c1800003c" + c.correction
+                                      + "00000000020000fffe00000100010000017f00000000000000000000");
         u16 sequence = 0;
         for (const ptp::Message& m : messages(u.sent)) {
             EXPECT_EQ(m.type, ptp::DELAY_REQ);
@@ -117,8 +117,8 @@ TEST(PtpWire, UnicastNegotiationAndDelayReqOverUdp)
     std::vector<std::string> acknowledged;
     for (const ptp::Message& m : messages(u.sent))
         for (const auto& tlv : m.tlvs)
-            acknowledged.push_back(std::to_string(tlv.type) + ":" +
-                                   hexOf(tlv.value.data(), tlv.value.size()));
+            acknowledged.push_back(std::to_string(tlv.type) + ":"
+                                   + hexOf(tlv.value.data(), tlv.value.size()));
     std::sort(acknowledged.begin(), acknowledged.end());
     EXPECT_EQ(acknowledged, (std::vector<std::string>{"7:0000", "7:9000", "7:b000"}));
 

@@ -104,8 +104,8 @@ TEST(PhyPorts, UnderSupervisionChangeInPlace)
 
     unit.announce(3, 20, 2, 0, 2);                           // another line
     EXPECT_TRUE(unit.traced("Changing port info in portInfoTable (lineNo=1->3, froId=20->20)"));
-    const auto change = *unit.node.mainProcessor().last(KVD_TUIIF_REF_STATUS_CHANGE_IND)
-                             ->as<KvdTuiifRefStatusChangeInd>();
+    const auto change =
+        *unit.node.mainProcessor().last(KVD_TUIIF_REF_STATUS_CHANGE_IND)->as<KvdTuiifRefStatusChangeInd>();
     EXPECT_TRUE(change.froId == 20 && change.operState == 0 && change.admState == 2);
     EXPECT_EQ(change.syncState, 2u);                         // nothing was said of it yet: DEAD
     unit.announce(3, 21, 2);                                 // another froId

@@ -52,8 +52,8 @@ struct Replay {
     /// `openState`: bits of tuiifRefState that an open reading leaves aside.
     void compare(const Value& step, bool oneSharedRow, u32 openState)
     {
-        static const std::set<std::string> KNOWN = {"timer", "expired", "cancel", "report", "notSent",
-                                                    "ownerStatus"};
+        static const std::set<std::string> KNOWN = {"timer",  "expired", "cancel",
+                                                    "report", "notSent", "ownerStatus"};
         for (const json& e : step["events"].read())
             if (!KNOWN.contains(e.at(0))) ADD_FAILURE() << "no replay of the event " << e;
         bench.node.inProgram([&] {

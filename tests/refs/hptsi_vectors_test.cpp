@@ -109,9 +109,9 @@ struct Replay : bench::IifBench {
     {
         json all = json::array();
         for (const sim::TraceLine& line : node.traces().find({"", "KVD_BVQ_LOZ6_TUHPTSI"})) {
-            const bool isOther = line.text.starts_with("Recv cmcc time") ||
-                                 line.text.starts_with("HPTSI STATE") ||
-                                 line.text.starts_with("SelectionProcessMode");
+            const bool isOther = line.text.starts_with("Recv cmcc time")
+                                 || line.text.starts_with("HPTSI STATE")
+                                 || line.text.starts_with("SelectionProcessMode");
             if (!isOther) all.push_back(line.text);
         }
         return all;

@@ -136,8 +136,7 @@ TEST(SynchPortHistory, KeepsChangesOnly)
 {
     RefUnit unit;
     unit.node.system().call(*unit.node.program(), [] {
-        for (u8 port : {u8{0}, u8{0}, u8{5}, u8{6}, u8{5}, u8{2}})
-            KvdLoz6TuRef_setSynchPortNo(port);
+        for (u8 port : {u8{0}, u8{0}, u8{5}, u8{6}, u8{5}, u8{2}}) KvdLoz6TuRef_setSynchPortNo(port);
     });
     std::string print;
     unit.node.shell().run("kvdinfo turef", print);

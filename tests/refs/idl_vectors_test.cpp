@@ -55,8 +55,7 @@ struct Replay {
         if (name == "int") return interrupt(op.at(1).get<u32>());
         if (name == "train") {
             const i64 period = op.at(2).get<i64>(), until = op.at(3).get<i64>();
-            for (i64 at = (bench.world.now() - bench.start) / ose::MS + period; at <= until;
-                 at += period) {
+            for (i64 at = (bench.world.now() - bench.start) / ose::MS + period; at <= until; at += period) {
                 bench.runTo(at);
                 interrupt(op.at(1).get<u32>());
             }

@@ -53,8 +53,8 @@ struct SlaveBench : regtest::MeasureBench {
     }
 
     /// Word and counters of the BFN input, as the peer's hardware and this unit's latch them.
-    void bfnIn(const regtest::Triple& local, u32 remoteMfn, u32 remoteSfn,
-               const hwif::BfnExtended& e, u32 flags = VALID_WORD)
+    void bfnIn(const regtest::Triple& local, u32 remoteMfn, u32 remoteSfn, const hwif::BfnExtended& e,
+               u32 flags = VALID_WORD)
     {
         const hwif::BfnOutWords words = hwif::packBfnExtended(e);
         set(2, local.inc << 11 | local.mfn << 5 | remoteMfn);

@@ -111,9 +111,9 @@ struct Compare {
 /// Words that say how the model came to its result; the result itself is compared.
 bool isExplanation(const std::string& name)
 {
-    static const std::set<std::string> WORDS = {
-        "why", "branch", "doControl", "events", "tol_factor", "P_abs_tol", "repair_lambdas",
-        "soon", "history_f_ix"};             // compared by the look
+    static const std::set<std::string> WORDS = {"why",         "branch",    "doControl",      "events",
+                                                "tol_factor",  "P_abs_tol", "repair_lambdas", "soon",
+                                                "history_f_ix"};  // compared by the look
     return WORDS.contains(name);
 }
 
@@ -148,8 +148,8 @@ void expectResidual(const MeasRefData& o, const Value& after, Results& results)
 /// The time step of the state as the controller met it.
 void expectTimeStep(double x0, const Vec6& x, const Mat6& P, double b, Results& results)
 {
-    const control::TimeSteering t =
-        control::timeStep(x0, x[1], x[2], P[7], b, KvdLoz6TuReg_controlStateVar().xf_limit);
+    const control::TimeSteering t = control::timeStep(x0, x[1], x[2], P[7], b,
+                                                      KvdLoz6TuReg_controlStateVar().xf_limit);
     results["du_t"] = {t.du_t, STEP};
     results["du_l"] = {t.du_l, STEP};
 }
@@ -309,8 +309,8 @@ TEST(RegulatorCheckValues, Prediction)
         Vec6 xSize = matrix::multiply<6, 6>(A, absX);
         xSize[0] += std::fabs(u[0]) + std::fabs(b * t_s * u[1]);
         xSize[1] += std::fabs(b * u[1]);
-        const Mat6 PSize =
-            matrix::multiply<6, 6, 6>(matrix::multiply<6, 6, 6>(A, absP), matrix::transpose<6, 6>(A));
+        const Mat6 PSize = matrix::multiply<6, 6, 6>(matrix::multiply<6, 6, 6>(A, absP),
+                                                     matrix::transpose<6, 6>(A));
 
         bool negative = false;
         for (u32 i = 0; i < 6; ++i) {
@@ -343,8 +343,8 @@ TEST(RegulatorCheckValues, CovarianceRepair)
     vectors::Document document("o02_repair.json");
     vectors::each(document["direct"], [](const Value& c) {
         const Value in = c["in"], out = c["out"];
-        const estimator::Update u =
-            estimator::completeUpdate(H, in["x_pred"], in["P_pred"], in["S"], in["resid"]);
+        const estimator::Update u = estimator::completeUpdate(H, in["x_pred"], in["P_pred"], in["S"],
+                                                              in["resid"]);
         const Mat6 P = out["P_est"];
         double largest = 0.0;
         for (u32 i = 0; i < 6; ++i) largest = std::max(largest, std::fabs(P[i * 7]));

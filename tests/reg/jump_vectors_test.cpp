@@ -40,9 +40,7 @@ struct JumpBench : MeasureBench {
         bus.onWrite[address(boardType == 1 ? 14 : 15)] = [this](u32 value) {
             if (board == 1 || (value & 5) == 5) step();
         };
-        bus.onWrite[address(7)] = [this](u32 word2) {
-            push({"writeBfnOut", bus.memory[bfnOut1], word2});
-        };
+        bus.onWrite[address(7)] = [this](u32 word2) { push({"writeBfnOut", bus.memory[bfnOut1], word2}); };
         launch();
     }
 
@@ -240,8 +238,8 @@ void replayJump(const Value& c)
         expectState(b, s);
         for (const Value e : s["events"]) confirms += e[0] == "confirm" ? 1 : 0;
     }
-    const auto confirmed =
-        b.received<KvdTuiifJumpRntToSfcDiffZeroCfm>(KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_CFM);
+    const auto confirmed = b.received<KvdTuiifJumpRntToSfcDiffZeroCfm>(
+        KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_CFM);
     EXPECT_EQ(confirmed.size(), confirms);
     for (const auto& cfm : confirmed) EXPECT_EQ(cfm.clientPid, 77u);
     if (c.contains("alt")) c["alt"].read();          // of an indication that isn't looked at here

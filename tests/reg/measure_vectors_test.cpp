@@ -73,8 +73,8 @@ json setMeasR(SettledBench& b, const Value& in)
 
 json validState(SettledBench&, const Value& in)
 {
-    return {{"valid", measure::isValidState(in["regState"], in["refType"], in["selectedRef"],
-                                            in["prevSelectedRef"])}};
+    return {{"valid",
+             measure::isValidState(in["regState"], in["refType"], in["selectedRef"], in["prevSelectedRef"])}};
 }
 json knowsTime(SettledBench&, const Value&) { return {{"knows", KvdLoz6TuReg_knowsTime() != 0}}; }
 
@@ -177,8 +177,8 @@ void referenceEdges(const Value& v, const Value&)
             json got = {{"ret", ret}, {"m", s.var.m[KvdLoz6TuReg_measurementIndex(s.var.selectedRef)]},
                         {"decimation", s.decimation}};
             if (ret != 0)
-                got.update({{"z_i", edge.z_i}, {"time0", edge.time[0]}, {"time1", edge.time[1]},
-                            {"t_s", edge.t_s}});
+                got.update(
+                    {{"z_i", edge.z_i}, {"time0", edge.time[0]}, {"time1", edge.time[1]}, {"t_s", edge.t_s}});
             compareAll(got, out, {});
         });
     }

@@ -92,9 +92,9 @@ TEST(Dispatch, ForeignAndShortSignals)
         EXPECT_EQ(KvdLoz6TuReg_dispatch(sig), 0);
         ose::free_buf(&sig);
     });
-    for (const SIGSELECT sigNo : {KVD_TUIIF10_TIME_DATA_IND, KVD_TUIIF_GET_RNT_TO_SFC_DIFF_REQ,
-                                  KVD_TUIIF_GET_RNT_FOR_SFN_REQ, KVD_TUIIF_SET_SFN_INIT_TIME_IND,
-                                  KVD_TUIIF_SOCPRI_COARSE_TIME_DATA_IND, KVD_TUHWIF_REF_INTERRUPT})
+    for (const SIGSELECT sigNo :
+         {KVD_TUIIF10_TIME_DATA_IND, KVD_TUIIF_GET_RNT_TO_SFC_DIFF_REQ, KVD_TUIIF_GET_RNT_FOR_SFN_REQ,
+          KVD_TUIIF_SET_SFN_INIT_TIME_IND, KVD_TUIIF_SOCPRI_COARSE_TIME_DATA_IND, KVD_TUHWIF_REF_INTERRUPT})
         bench.dispatch(sigNo);            // the number alone: ours, refused, nothing read beyond it
     for (double TuiifTimeData::* const field : {&TuiifTimeData::t_c, &TuiifTimeData::x_est_2})
         for (const double value : {std::numeric_limits<double>::quiet_NaN(), HUGE_VAL}) {

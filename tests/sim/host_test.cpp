@@ -150,8 +150,8 @@ TEST(CardClock, IsFollowedThroughItsRateAndItsSteps)
 
 /// A card's driver and clock, asked as the kernel's would be.
 struct Card {
-    u32 stamping =
-        SOF_TIMESTAMPING_TX_HARDWARE | SOF_TIMESTAMPING_RX_HARDWARE | SOF_TIMESTAMPING_RAW_HARDWARE;
+    u32 stamping = SOF_TIMESTAMPING_TX_HARDWARE | SOF_TIMESTAMPING_RX_HARDWARE
+                   | SOF_TIMESTAMPING_RAW_HARDWARE;
     u32 txTypes = 1 << HWTSTAMP_TX_OFF | 1 << HWTSTAMP_TX_ON;
     u32 filters = 1 << HWTSTAMP_FILTER_PTP_V2_EVENT;
     int clock = 3;                   // its number

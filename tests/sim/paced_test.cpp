@@ -98,9 +98,7 @@ public:
     }
     ~Namespace()
     {
-        if (entered_) {
-            EXPECT_EQ(setns(former_, CLONE_NEWNET), 0);
-        }
+        if (entered_) { EXPECT_EQ(setns(former_, CLONE_NEWNET), 0); }
         close(former_);
     }
     /// Why the test can't be done; empty when it can.

@@ -79,8 +79,7 @@ TEST(Series, RefusesABadLineWithFileLineAndReason)
              {"not finite", "1\nnan\n", 0, ":2: the number isn't finite"},
              {"missing column", "1,2\n3\n", 1, ":2: no field 1"},
              {"long line", "1\n" + std::string(5000, '7') + "\n", 0, ":2: the line is too long"},
-             {"zero byte", std::string("1\n2\0003\n4\n", 8), 0,
-              ":2: a zero byte: the file is no text"},
+             {"zero byte", std::string("1\n2\0003\n4\n", 8), 0, ":2: a zero byte: the file is no text"},
              {"empty", "", 0, ": no number in the file"},
              {"comments only", "# nothing\n\n", 0, ": no number in the file"}}) {
         SCOPED_TRACE(c.what);

@@ -34,10 +34,7 @@ struct ClientBench : InciBench {
     {
         peer.send(InciConnEstablishCfm{PSX_IW_NGSC_INCI_CONN_ESTABLISH_CFM, clientRef, serverRef, 2});
     }
-    void reject(u32 clientRef)
-    {
-        peer.send(InciRej{PSX_IW_NGSC_INCI_CONN_ESTABLISH_REJ, clientRef, 0, 1});
-    }
+    void reject(u32 clientRef) { peer.send(InciRej{PSX_IW_NGSC_INCI_CONN_ESTABLISH_REJ, clientRef, 0, 1}); }
     void broadcast(u32 clientRef)
     {
         InciBroadcastMessage2Ind ind{};
@@ -103,10 +100,9 @@ TEST(InciClient, AnswersThatAreMissingLateTwiceOrRejections)
               [](B& b, u32 r) { b.confirm(r), b.confirm(r), b.broadcast(r); }, NOTHING, {1}},
              {"broadcast first", [](B& b, u32 r) { b.broadcast(r), b.confirm(r); }, NOTHING, {1}},
              {"rejected", [](B& b, u32 r) { b.reject(r); }, NOTHING, {0}},
-             {"rejected, then confirmed after all", [](B& b, u32 r) { b.reject(r), b.confirm(r); },
-              [](B& b, u32) {
-                  EXPECT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_REQ), 0u);
-              },
+             {"rejected, then confirmed after all",
+              [](B&b, u32 r) { b.reject(r), b.confirm(r); },
+              [](B&b, u32) { EXPECT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_REQ), 0u); },
               {0}},
              {"confirmed, then rejected",
               [](B& b, u32 r) { b.confirm(r), b.reject(r), b.broadcast(r); },

@@ -220,8 +220,8 @@ json translated(const Value& in)
 
 json idl1Word(const Value& in)
 {
-    const hwif::BfnOutWords w = hwif::packBfnExtended({in["inc_diff"], in["e_sfc"], in["rc_state"],
-                                                       in["coldRestartFlag"], in["jump"], in["ms_flag"]});
+    const hwif::BfnOutWords w = hwif::packBfnExtended(
+        {in["inc_diff"], in["e_sfc"], in["rc_state"], in["coldRestartFlag"], in["jump"], in["ms_flag"]});
     return {{"high", hexOfWord(w.word1)}, {"low", hexOfWord(w.word2)}};
 }
 

@@ -7,10 +7,7 @@ namespace {
 using namespace bench;
 
 struct ServerBench : InciBench {
-    ServerBench() : InciBench(1)
-    {
-        peer.start();
-    }
+    ServerBench() : InciBench(1) { peer.start(); }
     struct Answer {
         SIGSELECT sigNo = 0;
         u32 procedureRef = 0, connectionRef = 0, word = 0;   // revision or error code

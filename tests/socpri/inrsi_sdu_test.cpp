@@ -33,8 +33,8 @@ struct SduUnit : SocpriUnit {
         ask(KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REQ_FWD, unit);
         const auto cfm = told<KvdTuiifInrsiGetPhaseDiff2CfmFwd>(KVD_TUIIF_INRSI_GET_PHASE_DIFF2_CFM_FWD);
         if (!cfm) return "";
-        return std::to_string(cfm->trpDiffHigh) + ":" + std::to_string(cfm->trpDiffLow) + ":" +
-               std::to_string(cfm->trpDiffValid);
+        return std::to_string(cfm->trpDiffHigh) + ":" + std::to_string(cfm->trpDiffLow) + ":"
+               + std::to_string(cfm->trpDiffValid);
     }
     u16 kept() { return get([] { return inrsi::slave::snapshot().index; }); }
     u8  focused() { return get([] { return inrsi::slave::clientRecord().portNo; }); }

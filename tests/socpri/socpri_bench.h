@@ -182,8 +182,8 @@ struct SocpriUnit : Unit {
         for (const sim::MpRecord& r : mp().all(KVD_TUIIF_SOCPRI_LINK_STATUS_FWD)) {
             const auto fwd = r.as<KvdTuiifSocpriLinkStatusFwd>();
             if (fwd)
-                out.push_back(std::to_string(fwd->portNo) + ":" + std::to_string(fwd->linkStatus) + ":" +
-                              std::to_string(static_cast<i32>(fwd->id)));
+                out.push_back(std::to_string(fwd->portNo) + ":" + std::to_string(fwd->linkStatus) + ":"
+                              + std::to_string(static_cast<i32>(fwd->id)));
         }
         mp().clearLog();
         return out;

@@ -428,4 +428,3 @@ bool compare(const std::vector<Field<Record>>& fields, const Record& record, con
 }
 
 }  // namespace vectors
-

@@ -41,11 +41,10 @@ Number number(T Record::*member, Tolerance tolerance = {})
 }
 /// What `place` refers to.
 template <typename Place>
-Number number(Place place, Tolerance tolerance = {})
-    requires std::is_invocable_v<Place>
+Number number(Place place, Tolerance tolerance = {}) requires std::is_invocable_v<Place>
 {
-    return {[place] { return static_cast<double>(place()); },
-            [place](const Value& v) { place() = v; }, tolerance};
+    return {[place] { return static_cast<double>(place()); }, [place](const Value& v) { place() = v; },
+            tolerance};
 }
 inline Number setOnly(std::function<void(const Value&)> set) { return {nullptr, std::move(set), {}}; }
 
