@@ -179,6 +179,7 @@ private:
                         KvdLoz6TuRef_stateMask(ROW_GPS) | KvdLoz6TuRef_stateMask(ROW_HPTSI),
                         facts,
                         KvdLoz6BiraIifAdm_hasHwControl() != 0
+                            && KvdLoz6TuReg_initiateState() != TUREG_START   // a hand-over is awaited
                             && KvdLoz6TuReg_initiateState() != TUREG_WARM_INITIATED};
         });
         constexpr double OVEN_SETTLED_s = 600.0;
