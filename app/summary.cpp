@@ -162,11 +162,9 @@ Json toJson(const PacketTime& p)
     return json;
 }
 
-Json toJson(const UnitRecording& unit, const Recording& recording)
+/// What was told of clock, regulator, selection, receiver and lines, each with its time.
+void addStates(Json& json, const UnitRecording& unit)
 {
-    const Scores scores = score(unit, recording.interval_s);
-    Json json;
-    json["name"] = unit.name;
     json["states"] = Json::array();
     for (const StateChange& c : unit.states) json["states"].push_back(toJson(c, "radioClockState"));
     json["regStates"] = Json::array();
@@ -190,6 +188,28 @@ Json toJson(const UnitRecording& unit, const Recording& recording)
         json["pdu_missing"] = Json::array();
         for (const StateChange& c : unit.pduAlarms) json["pdu_missing"].push_back(toJson(c, "pduMissing"));
     }
+}
+
+void addFaults(Json& json, const UnitRecording& unit)
+{
+    if (!unit.errors.empty()) {
+        json["error_log"] = Json::array();
+        for (const ErrorEntry& e : unit.errors)
+            json["error_log"].push_back({{"t", e.t}, {"code", e.code}, {"text", e.text}});
+    }
+    if (!unit.failedTests.empty()) {
+        json["failed_tests"] = Json::array();
+        for (const FailedTest& f : unit.failedTests)
+            json["failed_tests"].push_back({{"t", f.t}, {"name", f.name}, {"message", f.message}});
+    }
+}
+
+Json toJson(const UnitRecording& unit, const Recording& recording)
+{
+    const Scores scores = score(unit, recording.interval_s);
+    Json json;
+    json["name"] = unit.name;
+    addStates(json, unit);
     char digest[17];
     std::snprintf(digest, sizeof digest, "%016llx", static_cast<unsigned long long>(unit.toldDigest));
     json["told"] = {{"signals", unit.toldSignals}, {"digest", digest}};
@@ -203,16 +223,7 @@ Json toJson(const UnitRecording& unit, const Recording& recording)
     json["time_error_about_mean_ns"] = toJson(scores.aboutMean_ns);
     json["holdovers"] = holdoversOf(unit);
     if (Json rows = degradationsOf(unit); !rows.empty()) json["degradations"] = std::move(rows);
-    if (!unit.errors.empty()) {
-        json["error_log"] = Json::array();
-        for (const ErrorEntry& e : unit.errors)
-            json["error_log"].push_back({{"t", e.t}, {"code", e.code}, {"text", e.text}});
-    }
-    if (!unit.failedTests.empty()) {
-        json["failed_tests"] = Json::array();
-        for (const FailedTest& f : unit.failedTests)
-            json["failed_tests"].push_back({{"t", f.t}, {"name", f.name}, {"message", f.message}});
-    }
+    addFaults(json, unit);
     if (!unit.restarts.empty()) json["restarts"] = restartsOf(unit);
     json["freq_error_ppb"] = toJson(scores.freqError_ppb);
     if (!unit.leader.empty()) {

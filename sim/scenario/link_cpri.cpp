@@ -1,5 +1,6 @@
 #include "sim/scenario/link_cpri.h"
 
+#include "base/frame_counter.h"
 #include "sim/board/board.h"
 #include "sim/scenario/unit.h"
 
@@ -9,7 +10,6 @@
 namespace sim {
 namespace {
 
-constexpr double SFN_TURN_s = 40.96;
 constexpr double SERDES_s = 250e-9;              // in both numbers of an end: their difference counts
 constexpr u16 PORT_AVAILABLE = 3, PORT_DOWN = 0;
 constexpr u16 CLK_COARSE_TIME_SYNCED = 3, CLK_LAST = 4;
@@ -71,9 +71,9 @@ std::optional<IdpiDelay> CpriLink::measure(End& end)
     double ahead_s = counterDifference_s(end.near, end.far) + spec_.delay_s + end.noise.next(now_s);
     if (const double jitter_ns = faultAmount(LinkFault::Jitter); jitter_ns > 0)
         ahead_s += jitter_ns * 1e-9 * end.jitter.gaussian();
-    const double turns = std::floor(ahead_s / SFN_TURN_s);
+    const double turns = std::floor(ahead_s / SFN_PERIOD_s);
     const u16 told = follower().node().idpi().clkStatus();
-    end.delay.T1C1_ps = picoseconds(ahead_s - turns * SFN_TURN_s + SERDES_s);
+    end.delay.T1C1_ps = picoseconds(ahead_s - turns * SFN_PERIOD_s + SERDES_s);
     end.delay.C4T1_ps = picoseconds(SERDES_s);
     end.delay.linkMode = told >= CLK_COARSE_TIME_SYNCED && told <= CLK_LAST ? 1 : 0;
     end.delay.linkStability = faultAmount(end.unstable) != 0 ? 0 : 1;

@@ -1,5 +1,6 @@
 #include "sim/scenario/link_radio.h"
 
+#include "base/frame_counter.h"
 #include "sim/board/board.h"
 
 #include <algorithm>
@@ -8,7 +9,6 @@
 namespace sim {
 namespace {
 
-constexpr double SFN_TURN_s = 40.96;
 constexpr u8 LINK_GONE = 0, LINK_AVAILABLE = 2;
 
 /// A unit's own, of which its links tell.
@@ -43,7 +43,7 @@ void RadioLink::connect(Unit& near, Unit& far, u16 port, PhaseNoise& noise, Link
         if (!isUp()) return std::nullopt;
         const double now_s = static_cast<double>(world_.now()) * 1e-12;
         const double ahead_s = counterDifference_s(near, far) + noise.next(now_s);
-        const double within_s = ahead_s - std::floor(ahead_s / SFN_TURN_s) * SFN_TURN_s;
+        const double within_s = ahead_s - std::floor(ahead_s / SFN_PERIOD_s) * SFN_PERIOD_s;
         return InrsiPhase{static_cast<u64>(std::llround(within_s * 1e12)), faultAmount(unstable) == 0};
     };
     near.onRadio(port, {sharedId(far), &far, frequency, phase});

@@ -1,5 +1,6 @@
 // Reading what a node has of radio links to other units, [unit.inrsi], and what can happen to them. A unit
 // behind a link keeps true time, but for the offset that the scenario gives it.
+#include "base/frame_counter.h"
 #include "sig/tuiif_sig.h"
 #include "sim/board/board.h"
 #include "sim/scenario/scenario.h"
@@ -15,7 +16,6 @@ namespace {
 
 using Action = std::function<void(Unit&)>;
 
-constexpr double SFN_TURN_s = 40.96, COUNTER_TURN_s = 1024.0;
 constexpr i64 PORT_LAST = 6, PORT_X = 7;
 constexpr u8 AVAILABLE = 2;
 constexpr u32 MFN_TURNS = 25;                    // turns of the frame number in one of the counter
@@ -70,13 +70,13 @@ FarCount farCount(Unit& u, u16 port)
 {
     if (Unit* const far = u.radioFar(port)) {
         Board& board = far->node().board();
-        return {board.externalCounter(), static_cast<u16>(board.counterTime_s() / SFN_TURN_s)};
+        return {board.externalCounter(), static_cast<u16>(board.counterTime_s() / SFN_PERIOD_s)};
     }
     Board& board = u.node().board();
-    const double turns = (board.counterTime_s() - board.timeError_s()) / COUNTER_TURN_s;
-    const double within_s = (turns - std::floor(turns)) * COUNTER_TURN_s;
-    const u32 esfc = static_cast<u32>(static_cast<double>(u.node().world().now()) * 1e-12 / COUNTER_TURN_s);
-    return {esfc, static_cast<u16>(within_s / SFN_TURN_s)};
+    const double turns = (board.counterTime_s() - board.timeError_s()) / PERIOD_s;
+    const double within_s = (turns - std::floor(turns)) * PERIOD_s;
+    const u32 esfc = static_cast<u32>(static_cast<double>(u.node().world().now()) * 1e-12 / PERIOD_s);
+    return {esfc, static_cast<u16>(within_s / SFN_PERIOD_s)};
 }
 
 /// What the sync group logic knows of its provider; nothing while it knows none.

@@ -1,5 +1,6 @@
 #include "sim/scenario/unit.h"
 
+#include "base/frame_counter.h"
 #include "sim/board/board.h"
 #include "sim/net/ptp_master.h"
 
@@ -85,9 +86,8 @@ std::optional<InrsiPhase> Unit::farPhase(u32 unit)
     double ahead_s = node_.board().timeError_s();
     for (const InrsiLinkConfig& link : node_.inrsi().config.links)
         if (link.unit == unit) ahead_s -= link.offset_ns * 1e-9;
-    constexpr double SFN_TURN_s = 40.96;
-    const double turns = std::floor(ahead_s / SFN_TURN_s);
-    return InrsiPhase{static_cast<u64>(std::llround((ahead_s - turns * SFN_TURN_s) * 1e12)), true};
+    const double turns = std::floor(ahead_s / SFN_PERIOD_s);
+    return InrsiPhase{static_cast<u64>(std::llround((ahead_s - turns * SFN_PERIOD_s) * 1e12)), true};
 }
 
 namespace {

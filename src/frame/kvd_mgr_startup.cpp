@@ -25,9 +25,7 @@
 
 namespace {
 
-constexpr const char* SOCPRI_MARKER   = "/d/socpri_active";
-constexpr const char* FSYNC_SETTING   = "/d/kvdsetfsyncreg.txt";
-constexpr u32 REFERENCE_INTERRUPTS = 7;   // port A, 100 ms, reference edge
+constexpr u32 REFERENCE_INTERRUPTS = TU_BFN_IN_INT | TU_100MS_INT | TU_INT_REF_CLK_INT;
 
 void onShutdown()
 {
@@ -102,7 +100,7 @@ void KvdLoz6TuMgr_startUp()
     TuPktsyncAdm_initiate();
     KvdLoz6TuSlowpi_initiate();
     KvdLoz6TuGps_initiate();
-    KvdLoz6TuIifAdm_setSocpriMarker(node::platform().fileExists(SOCPRI_MARKER) != 0 ? 1 : 0);
+    KvdLoz6TuIifAdm_setSocpriMarker(KvdLoz6TuIifAdm_hasSocpriMarkerFile());
     KvdLoz6TuIifAdm_initiate();
     KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "KVDLOZ6 - QMT5583016: STARTED");
     KvdLoz6TuMgr_repeatFsyncSetting();

@@ -12,5 +12,7 @@ constexpr int COLI_USAGE = 20;
 void TuColi_registerCommands();
 /// Every component's report that "kvdinfo all" prints, in its order; from any process.
 void TuColi_printAll();
+/// Where a setting stands that is to be repeated at each start.
+constexpr const char* FSYNC_SETTING = "/d/kvdsetfsyncreg.txt";
 /// Handler of kvdsetfsyncreg, also used by the manager at start for a stored setting.
 int TuColi_setFsyncReg(int argc, char** argv);

@@ -15,8 +15,6 @@ namespace {
 using coli::is;
 using node::shellPrintf;
 
-constexpr const char* FSYNC_SETTING = "/d/kvdsetfsyncreg.txt";
-
 constexpr const char* FSYNC_USAGE =
     "usage:\n"
     "BVQ1: kvdsetfsyncreg [on |off] [true|false]\n"

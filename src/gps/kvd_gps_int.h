@@ -89,6 +89,8 @@ void checkSelfTest();
 void sendQualityLevel();
 
 // ---- kvd_gps_measure.cpp ----
+/// What a front end in that state knows of the time, as KvdLoz6TuGps_time says it.
+u32 timeOf(u32 gpsState, double& time);
 /// A latched edge against the time that a front end knows.
 struct Observation {
     double z = 0, t_s = 0, phase = 0;    // s

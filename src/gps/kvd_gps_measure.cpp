@@ -58,10 +58,10 @@ bool regulatesOnPulse()
 
 }  // namespace
 
-u32 KvdLoz6TuGps_time(double& time)
+u32 gps::timeOf(u32 gpsState, double& time)
 {
     time = 0.0;
-    switch (KvdLoz6TuGps_gpsState()) {
+    switch (gpsState) {
     case GPS_UN_INIT:
     case GPS_INIT_SERIAL_PORT:
     case GPS_WAIT_FOR_ANY_MSG: return TIME_NONE;
@@ -74,6 +74,8 @@ u32 KvdLoz6TuGps_time(double& time)
     default: KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Unknown state"); return TIME_UNKNOWN_STATE;
     }
 }
+
+u32 KvdLoz6TuGps_time(double& time) { return gps::timeOf(KvdLoz6TuGps_gpsState(), time); }
 
 bool gps::observe(u32 (*timeQuery)(double& time), void (*setNoise)(u32 z_i), Observation& o)
 {

@@ -131,7 +131,6 @@ int KvdLoz6TuGps_parseGPGSA(const char* text)
     return 1;
 }
 
-const std::array<u8, GPS_BEST_SATELLITES>& KvdLoz6TuGps_usedSatellites() { return s->usedSatellites; }
 u8 KvdLoz6TuGps_noOfSatellitesForPosit() { return s->noOfSatellitesForPosit; }
 const GpsDop& KvdLoz6TuGps_dop() { return s->dop; }
 const GpsNmeaCounters& KvdLoz6TuGps_nmeaCounters() { return s->counters; }

@@ -18,10 +18,8 @@ int KvdLoz6TuGps_parseGLGSV(const char* sentence);
 /// Of the series that is being received; 0: the last sentence finished one, or none is under way.
 u8 KvdLoz6TuGps_gpgsvFillIndex();
 const std::array<GpsSatellite, GPS_SATELLITES>& KvdLoz6TuGps_gpsSatellites();
-const std::array<GpsSatellite, GPS_SATELLITES>& KvdLoz6TuGps_glonassSatellites();
 const std::array<GpsSatellite, GPS_MERGED_SATELLITES>& KvdLoz6TuGps_mergedSatellites();
 const std::array<GpsSatellite, GPS_BEST_SATELLITES>& KvdLoz6TuGps_bestSatellites();
-const std::array<u8, GPS_BEST_SATELLITES>& KvdLoz6TuGps_usedSatellites();
 u8 KvdLoz6TuGps_gpsInView();
 u8 KvdLoz6TuGps_glonassInView();
 u8 KvdLoz6TuGps_noOfSatellitesInView();

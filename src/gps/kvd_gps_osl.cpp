@@ -395,20 +395,7 @@ void KvdLoz6GpsOsl_sendRemoteState() { KvdLoz6TuIifAdm_sendRemoteRcState(s->remo
 
 bool KvdLoz6GpsOsl_givesTime() { return KvdLoz6TuGps_receiver().timeKept == 0; }
 
-u32 KvdLoz6GpsOsl_time(double& time)
-{
-    constexpr u32 TIME_NONE = 0, TIME_PULSE_ONLY = 3, TIME_WAITING = 4, TIME_VALID = 7;
-    time = 0.0;
-    switch (s->gpsState) {
-    case GPS_WAIT_FOR_VALID_MSG:   return TIME_WAITING;
-    case GPS_WAIT_FOR_OPERATIONAL:
-    case GPS_OPERATIONAL:          return TIME_PULSE_ONLY;
-    case GPS_OPERATIONAL_WITH_VALID_TIME:
-        time = KvdLoz6TuGps_receiver().gpsCurrentTime;
-        return time != 0.0 ? TIME_VALID : TIME_PULSE_ONLY;
-    default:                       return TIME_NONE;
-    }
-}
+u32 KvdLoz6GpsOsl_time(double& time) { return gps::timeOf(s->gpsState, time); }
 
 void KvdLoz6GpsOsl_handleInt()
 {

@@ -27,15 +27,14 @@ using namespace gpsout;
 ose::ModuleData<State> s;
 
 constexpr OSTIME GRACE = 5'000;   // ms
-constexpr u32 OUTPUT_INTERRUPT = TU_GPS_OUT_INT;
 
 bool isOffsetKnown() { return KvdLoz6TuReg_regState() == TRUETIME; }
 
 /// A slave of a node that follows the sync link itself gives nothing back to it.
 bool mayBeOn() { return s->master.selectedRef != GPSOSL_REF || KvdLoz6TuReg_isMaster(); }
 
-void enableInterrupt() { tuHwIf_enableIsr(OUTPUT_INTERRUPT); }
-void disableInterrupt() { tuHwIf_disableIsr(OUTPUT_INTERRUPT); }
+void enableInterrupt() { tuHwIf_enableIsr(TU_GPS_OUT_INT); }
+void disableInterrupt() { tuHwIf_disableIsr(TU_GPS_OUT_INT); }
 void switchOutput(bool on) { HALI_enableTuOut(on ? 1 : 0, 0); }
 
 // ---- events -------------------------------------------------------------------------------------

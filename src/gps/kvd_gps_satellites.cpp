@@ -198,7 +198,6 @@ void KvdLoz6TuGps_resetSatellites()
 
 u8 KvdLoz6TuGps_gpgsvFillIndex() { return nmea().gps.fillIndex; }
 const gps::SatelliteTable& KvdLoz6TuGps_gpsSatellites() { return nmea().gps.current; }
-const gps::SatelliteTable& KvdLoz6TuGps_glonassSatellites() { return nmea().glonass.current; }
 const std::array<GpsSatellite, GPS_MERGED_SATELLITES>& KvdLoz6TuGps_mergedSatellites()
 {
     return nmea().merged;

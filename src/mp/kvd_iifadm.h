@@ -18,6 +18,7 @@ u32  KvdLoz6TuIifAdm_socpriMarker();
 /// The marker's file, which lives as long as SoCPRI does. 0 for done.
 int  KvdLoz6TuIifAdm_createSocpriMarkerFile();
 int  KvdLoz6TuIifAdm_deleteSocpriMarkerFile();
+u32  KvdLoz6TuIifAdm_hasSocpriMarkerFile();
 
 u32  KvdLoz6TuIifAdm_startState();
 PROCESS KvdLoz6TuIifAdm_peer();

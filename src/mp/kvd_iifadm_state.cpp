@@ -45,4 +45,8 @@ int KvdLoz6TuIifAdm_createSocpriMarkerFile()
 {
     return node::platform().fileWrite(SOCPRI_MARKER_FILE, SOCPRI_MARKER_TEXT);
 }
+u32 KvdLoz6TuIifAdm_hasSocpriMarkerFile()
+{
+    return node::platform().fileExists(SOCPRI_MARKER_FILE) != 0 ? 1 : 0;
+}
 int KvdLoz6TuIifAdm_deleteSocpriMarkerFile() { return node::platform().fileRemove(SOCPRI_MARKER_FILE); }

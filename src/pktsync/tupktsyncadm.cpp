@@ -7,7 +7,7 @@
 #include "pktsync/tupktsync_grandmasters.h"
 #include "pktsync/tupktsync_ptp_protocol.h"
 #include "pktsync/tupktsync_upcalls.h"
-#include "reg/kvd_reg_pdv_gen.h"
+#include "reg/kvd_reg_packet_entry.h"
 #include "sig/ref_types.h"
 #include "sig/tuiif_sig.h"
 #include "sig/tupktsync_sig.h"

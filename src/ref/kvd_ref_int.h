@@ -23,3 +23,5 @@ void KvdLoz6TuRef_onFilterTimeout(const KvdTurefTimeoutInd* ind);
 // ---- GPS out sync link --------------------------------------------------------------------------
 void KvdLoz6TuRef_onGpsOslHoldoverTimeout();
 bool KvdLoz6TuRef_gpsOslHoldoverTimerRuns();
+/// The end of a loop as SoCPRI's log tells it.
+void KvdLoz6TuRef_logLoopEnd(u32 event);

@@ -9,7 +9,6 @@
 #include "hw/hali.h"
 #include "mp/kvd_iifadm.h"
 #include "node/trace.h"
-#include "ose/module_data.h"
 #include "ref/kvd_phyadm.h"
 #include "ref/kvd_ref.h"
 #include "ref/kvd_ref_int.h"
@@ -26,15 +25,8 @@
 
 namespace {
 
-constexpr OSTIME GPSOSL_HOLDOVER_TIME = 300000;   // ms
-
 constexpr u32 HW_AS_IS = 0xFFFFFFFF;         // the hardware's route stays
 constexpr u32 REGULATOR_AS_IS = 0xFFFFFFFF;  // the regulator keeps its reference
-
-struct State {
-    KvdTimer gpsOslHoldoverTimer;
-};
-ose::ModuleData<State> s;
 
 RefTable& table() { return KvdLoz6TuRef_table(); }
 
@@ -138,16 +130,9 @@ bool refusedOnSlave(u8 refType)
     return true;
 }
 
-/// Ends of a loop as SoCPRI's log tells them.
-void logLoopEnd(u32 event)
-{
-    KvdLoz6TuReg_logSoCpriEvent(event);
-    KvdLoz6TuReg_traceSoCpriLog(1);
-}
-
 void logLoopEndAndStopSocpri(u32 event)
 {
-    logLoopEnd(event);
+    KvdLoz6TuRef_logLoopEnd(event);
     inrsiClientReset();
 }
 
@@ -172,7 +157,7 @@ void afterSelection(u8 refType)
     if (pllState != PLL_Uninitialized || hasUntoldEnd()) KvdLoz6TuReg_endPll();
     if (wasAmongLastTwo(SOCPRI_REF)) {
         inrsiClientReset();
-        logLoopEnd(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_TRANS);
+        KvdLoz6TuRef_logLoopEnd(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_TRANS);
     }
 }
 
@@ -417,10 +402,10 @@ int selectSocpri(Ids ids)
     if (KvdLoz6TuReg_pllIsHoldover() && !isFirstStart()) return 1;
     if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) {
         if (cameFrom(GPSOSL_REF)) {                 // the loop goes on with the other link's phase
-            logLoopEnd(SOCPRI_EV_PI_CONTROLLER_GPSOSL_TO_SOCPRI_SWITCH);
+            KvdLoz6TuRef_logLoopEnd(SOCPRI_EV_PI_CONTROLLER_GPSOSL_TO_SOCPRI_SWITCH);
             KvdLoz6TuReg_initiateFromPllNow();
         } else {
-            KvdLoz6TuReg_endPll(logLoopEnd, SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_SELREF);
+            KvdLoz6TuReg_endPll(KvdLoz6TuRef_logLoopEnd, SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_SELREF);
         }
     }
     KvdLoz6TuReg_setRegState(UNKNOWN);
@@ -454,6 +439,12 @@ int select(u8 refType, Ids ids)
 
 }  // namespace
 
+void KvdLoz6TuRef_logLoopEnd(u32 event)
+{
+    KvdLoz6TuReg_logSoCpriEvent(event);
+    KvdLoz6TuReg_traceSoCpriLog(1);
+}
+
 int KvdLoz6TuRef_selectSynchRef(u8 refType, u32 froId, u32 froClassNo)
 {
     table().prevPrevSelRef = NO_REF;
@@ -466,53 +457,4 @@ int KvdLoz6TuRef_selectSynchRef(u8 refType, u32 froId, u32 froClassNo)
             table().selectedRef, table().prevSelRef, KvdLoz6TuReg_pllState(),
             KvdLoz6TuReg_slavePllState(), KvdLoz6TuReg_regState());
     return changed;
-}
-
-// ---- holdover of the GPS out sync link ----------------------------------------------------------
-
-void KvdLoz6TuRef_startGpsOslHoldover()
-{
-    if (s->gpsOslHoldoverTimer.runs()) return;
-    if (!KvdTimer_start(s->gpsOslHoldoverTimer, GPSOSL_HOLDOVER_TIME,
-                        KVD_TUREF_GPSOSL_HOLDOVER_TIMEOUT_IND)) {
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "GpsOutSyncLink HoldOver timer failed to start");
-        return;
-    }
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO,
-              "GpsOutSyncLink HoldOver timer started. SelectedRef %u, prevSelRef %u, gpsToggle %u, "
-              "prevGpsToggle %u",
-              table().selectedRef, table().prevSelRef, KvdLoz6TuRef_gpsExtToggle(),
-              KvdLoz6TuRef_prevGpsToggle());
-}
-
-void KvdLoz6TuRef_stopGpsOslHoldover()
-{
-    if (!s->gpsOslHoldoverTimer.runs()) return;
-    KvdLoz6TuRef_clearGpsOslHoldoverTimer();
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO,
-              "GpsOutSyncLink HoldOver timer stopped. SelectedRef %u, gpsExtToggle %u", table().selectedRef,
-              KvdLoz6TuRef_gpsExtToggle());
-}
-
-void KvdLoz6TuRef_clearGpsOslHoldoverTimer() { KvdTimer_cancel(s->gpsOslHoldoverTimer); }
-
-bool KvdLoz6TuRef_gpsOslHoldoverTimerRuns() { return s->gpsOslHoldoverTimer.runs(); }
-
-void KvdLoz6TuRef_onGpsOslHoldoverTimeout()
-{
-    if (!KvdTimer_expired(s->gpsOslHoldoverTimer)) return;
-    if (table().selectedRef == GPSOSL_REF) {
-        KvdLoz6TuIifAdm_markNotSent();
-        KvdLoz6TuRef_report();
-    }
-    const RefDesc& row = KvdLoz6TuRef_row(ROW_GPSOSL);
-    const u32 pllState = KvdLoz6TuReg_pllState();
-    const bool pathLost = pllState != PLL_Uninitialized && row.refStatus == REF_STATUS_OFF;
-    if (!KvdLoz6TuReg_pllIsHoldover() && !pathLost) return KvdLoz6GpsOsl_holdoverEnded();
-    if (table().selectedRef == SOCPRI_REF)
-        KvdLoz6TuReg_endPll(logLoopEnd, SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_GPSOSL_HO_EXP);
-    else
-        KvdLoz6TuReg_endPll();
-    if (row.supervisionStatus == 0) KvdLoz6TuIifAdm_sendRemoteRcState(RC_UNKNOWN);
-    KvdLoz6GpsOsl_holdoverEnded();
 }

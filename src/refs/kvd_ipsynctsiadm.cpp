@@ -9,7 +9,7 @@
 #include "ose/module_data.h"
 #include "ose/ose.h"
 #include "refs/kvd_refs_upcalls.h"
-#include "reg/kvd_reg_pdv_gen.h"
+#include "reg/kvd_reg_packet_entry.h"
 #include "sig/ref_sig.h"
 #include "sig/ref_types.h"
 #include "sig/tuiif_sig.h"

@@ -1,5 +1,5 @@
 // kvd_ref_history.h - What the inter-unit links went through: rings for the operator's printout.
-// Owner   kvd_ref_idl.cpp holds the one instance; the types here touch nothing else.
+// Owner   kvd_ref_idl_print.cpp holds the one instance; the types here touch nothing else.
 #pragma once
 #include "base/ref_ring.h"
 #include "base/tu_common.h"

@@ -1,37 +1,25 @@
-// Inter-unit links: both ports' state machines, slave holdover, sync data supervision, histories.
-#include "refs/kvd_ref_idl.h"
-#include "base/assert.h"
-#include "base/kvd_timer.h"
+// Inter-unit links: the machines of the two ports, and their timers.
+#include "refs/kvd_ref_idl_int.h"
 #include "base/trace_groups.h"
-#include "base/tu_common.h"
 #include "hw/kvd_hwif.h"
 #include "mp/kvd_iifadm.h"
-#include "node/platform.h"
-#include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "refs/kvd_idpi.h"
-#include "refs/kvd_ref_history.h"
 #include "refs/kvd_refs_upcalls.h"
-#include "refs/kvd_slave.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_measure.h"
-#include "reg/kvd_reg_pll.h"
 #include "unit/kvd_ref_table.h"
 #include "unit/kvd_unit_link.h"
 #include "unit/kvd_unit_process.h"
 
+using namespace idl;
+
 namespace {
 
-constexpr OSTIME SLAVE_HO_TIME   = 60000;   // ms
-constexpr OSTIME SYNC_DATA_TIME  = 40;      // ms
-constexpr u32 SYNC_DATA_TMO_MAX  = 50;      // expiries that tell that data stopped
 constexpr u32 DUAL_LINK = 1, SINGLE_LINK = 0;
-constexpr u32 PORTS = 2;
-constexpr u32 SYNCH_PORTS = 6;
 
 /// A port's timers, and how their starts and cancels are traced.
-enum PortTimerId : u32 { HO, WTR, SUPERVISION, PORT_TIMERS };
 struct PortTimerTraits { IdlTimerType type; const char* operation; const char* name; };
 constexpr PortTimerTraits PORT_TIMER[PORT_TIMERS] = {
     {HO_TIMER, "Ho", "HO"}, {WTR_TIMER, "Wtr", "WTR"}, {SUP_TIMER, "Supervision", "Supervision"}};
@@ -52,35 +40,10 @@ constexpr PortTraits PORT[PORTS] = {
       KVD_TUREF_IDL2_SUPERVISION_TIMEOUT_IND}, "IDL2"},
 };
 
-struct Port {
-    u32 idlState = IDL_UNKNOWN;
-    std::array<KvdTimer, PORT_TIMERS> timer;
-};
-
 struct State {
     std::array<Port, PORTS> port;
-    KvdTimer slaveHoldoverTimer;
-    KvdTimer syncDataTimer;
-    u32 idl2SyncDataIndTmoCntr = 0;      // 0 to SYNC_DATA_TMO_MAX
-    u32 staleWords = 0;                // of port 1, in a row
-    IdlHistory history;
-    bool hasSynchPort = false;
-    u8 synchPortNo = 0;
-    RefRing<SynchPortRecord, 50> synchPortHistory;
 };
 ose::ModuleData<State> s;
-
-void record(u32 port, IdlTimerType type, IdlTimerStatus status)
-{
-    tuAssert(port < PORTS);
-    IdlHistoryRecord event{};
-    event.idlState = s->port[port].idlState;
-    event.port = static_cast<u8>(port);
-    event.timerType = type;
-    event.timerStatus = status;
-    TuCommon_timeStamp(event.time);
-    s->history.offer(event);
-}
 
 // ---- a port's timers ----------------------------------------------------------------------------
 
@@ -127,37 +90,6 @@ void cancelPortTimers(u32 port)
 {
     for (u32 id = 0; id < PORT_TIMERS; ++id)
         if (s->port[port].timer[id].runs()) cancelTimer(port, static_cast<PortTimerId>(id));
-}
-
-// ---- slave holdover -----------------------------------------------------------------------------
-
-/// A slave that lost its link keeps its loop for a minute. The first loss starts it; it runs on
-/// while the link comes and goes.
-void startSlaveHoldover(u32 port)
-{
-    if (KvdLoz6TuMgr_isMaster()) return;
-    if (s->slaveHoldoverTimer.runs()) {
-        KVD_TRACE(TRACE_TUREF, TRACE_3, "Slave HoldOver timer already started");
-        return;
-    }
-    auto* ind = node::make<KvdTurefSlaveHoldoverTimeoutInd>(KVD_TUREF_SLAVE_HOLDOVER_TIMEOUT_IND);
-    ind->port = port;
-    if (!KvdTimer_startSig(s->slaveHoldoverTimer, SLAVE_HO_TIME, reinterpret_cast<Signal*>(ind))) {
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "Slave HoldOver timer failed to start for %s",
-                  KvdLoz6TuRef_idlPortText(port));
-        return;
-    }
-    KvdLoz6TuReg_slavePll_hold();
-    record(port, SLAVE_HO_TIMER, TIMER_ON);
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Slave HoldOver timer started. Slave PLL state %u, idlPort = %u",
-              KvdLoz6TuReg_slavePllState(), port);
-}
-
-void stopSlaveHoldover(u32 port)
-{
-    if (!s->slaveHoldoverTimer.runs()) return;
-    KvdTimer_cancel(s->slaveHoldoverTimer);
-    record(port, SLAVE_HO_TIMER, TIMER_CANCELED);
 }
 
 void report() { KvdLoz6TuIifAdm_updateRefState(KvdLoz6TuIifAdm_tuiifRefState()); }
@@ -249,26 +181,7 @@ void ignoreTimeout(u32 port)
 
 }  // namespace
 
-const char* KvdLoz6TuRef_idlPortText(u32 port)
-{
-    switch (port) {
-    case IDLPORT_1: return "IDLPORT_1";
-    case IDLPORT_2: return "IDLPORT_2";
-    default:        return "<Unknown>";
-    }
-}
-
-const char* KvdLoz6TuRef_idlStateText(u32 idlState)
-{
-    switch (idlState) {
-    case IDL_UNKNOWN:         return "IDL_UNKNOWN";
-    case IDL_SUPERVISED:      return "IDL_SUPERVISED";
-    case IDL_ON:              return "IDL_ON";
-    case IDL_OFF:             return "IDL_OFF";
-    case IDL_WAIT_TO_RESTORE: return "IDL_WAIT_TO_RESTORE";
-    default:                  return "<Unknown>";
-    }
-}
+const Port& idl::portOf(u32 port) { return s->port[port]; }
 
 u32 KvdLoz6TuRef_idlState(u32 port) { return port < PORTS ? s->port[port].idlState : u32{IDL_UNKNOWN}; }
 
@@ -314,8 +227,7 @@ void KvdLoz6TuRef_roleChanged()
 {
     stopSlaveHoldover(IDLPORT_2);
     KvdLoz6TuRef_stopIdl2SyncDataTimer();
-    s->idl2SyncDataIndTmoCntr = 0;
-    KvdLoz6TuSlave_idl2SyncDataStopped(0);
+    forgetSyncDataStop();
     // Port 1 hears the other board in either role. What keeps port 2 up differs.
     if (s->port[IDLPORT_2].idlState == IDL_UNKNOWN) return;
     cancelPortTimers(IDLPORT_2);
@@ -368,32 +280,6 @@ void KvdLoz6TuRef_onIdlSupervisionTimeout(u32 port)
     startSlaveHoldover(port);
 }
 
-void KvdLoz6TuRef_onSlaveHoldoverTimeout(const KvdTurefSlaveHoldoverTimeoutInd* ind)
-{
-    if (!KvdTimer_expired(s->slaveHoldoverTimer) || ind == nullptr) return;
-    if (ind->port < PORTS) record(ind->port, SLAVE_HO_TIMER, TIMER_EXPIRED);
-    if (KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized)
-        KvdLoz6TuReg_slavePll_setState(SLAVE_PLL_Unlocked);
-    s->idl2SyncDataIndTmoCntr = 0;
-    KvdLoz6TuSlave_idl2SyncDataStopped(0);
-}
-
-void KvdLoz6TuRef_awaitLeader()
-{
-    const bool isIdl2 = KvdLoz6BiraIifAdm_idlMode() == KVD_BIRAIIF_IDL_MODE_2;
-    if (KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized)
-        startSlaveHoldover(isIdl2 ? IDLPORT_2 : IDLPORT_1);
-}
-
-void KvdLoz6TuRef_idl1Words(bool areFresh)
-{
-    constexpr u32 STALE_MAX = 20;       // two seconds
-    s->staleWords = areFresh ? 0 : s->staleWords + 1;
-    if (s->port[IDLPORT_1].idlState != IDL_ON) return;
-    if (areFresh) stopSlaveHoldover(IDLPORT_1);
-    else if (s->staleWords >= STALE_MAX) startSlaveHoldover(IDLPORT_1);
-}
-
 void KvdLoz6TuRef_idlReset()
 {
     for (u32 port = 0; port < PORTS; ++port) {
@@ -411,117 +297,5 @@ void KvdLoz6TuRef_idlClear()
     for (Port& port : s->port) {
         for (KvdTimer& timer : port.timer) KvdTimer_cancel(timer);
         port.idlState = IDL_UNKNOWN;
-    }
-}
-
-// ---- sync data of port 2 on a slave -------------------------------------------------------------
-
-void KvdLoz6TuRef_startIdl2SyncDataTimer()
-{
-    if (s->syncDataTimer.runs())
-        KVD_TRACE(TRACE_TUREF, TRACE_3, "IDL2 SyncDataInd timer already started!");
-    else if (KvdTimer_start(s->syncDataTimer, SYNC_DATA_TIME, KVD_TUREF_IDL2_SYNC_DATA_TIMEOUT_IND))
-        KVD_TRACE(TRACE_TUREF, TRACE_3, "IDL2 SyncDataInd timer requested.");
-    else
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "IDL2 SyncDataInd timer failed to start");
-}
-
-void KvdLoz6TuRef_stopIdl2SyncDataTimer()
-{
-    if (!s->syncDataTimer.runs()) return;
-    KvdTimer_cancel(s->syncDataTimer);
-    KVD_TRACE(TRACE_TUREF, TRACE_3, "IDL2 SyncDataInd timer canceled.");
-}
-
-bool KvdLoz6TuRef_idl2SyncDataTimerRuns() { return s->syncDataTimer.runs(); }
-u32 KvdLoz6TuRef_idl2SyncDataIndTmoCntr() { return s->idl2SyncDataIndTmoCntr; }
-void KvdLoz6TuRef_setIdl2SyncDataIndTmoCntr(u32 expiries) { s->idl2SyncDataIndTmoCntr = expiries; }
-
-void KvdLoz6TuRef_onIdl2SyncDataTimeout()
-{
-    if (!KvdTimer_expired(s->syncDataTimer)) return;
-    if (s->idl2SyncDataIndTmoCntr >= SYNC_DATA_TMO_MAX) return;
-    ++s->idl2SyncDataIndTmoCntr;
-    if (s->idl2SyncDataIndTmoCntr < SYNC_DATA_TMO_MAX) return;
-    KVD_TRACE(TRACE_TUREF, TRACE_INFO, "IDL2 SyncDataIndTimeout threshold reached!");
-    KvdLoz6TuSlave_idl2SyncDataStopped(1);
-    // Data answers data: while this end holds its own back none comes. The holdover's end lets it try again.
-    startSlaveHoldover(IDLPORT_2);
-}
-
-void KvdLoz6TuRef_setSynchPortNo(u8 synchPortNo)
-{
-    if (synchPortNo >= SYNCH_PORTS) return;
-    if (s->hasSynchPort && s->synchPortNo == synchPortNo) return;
-    s->hasSynchPort = true;
-    s->synchPortNo = synchPortNo;
-    SynchPortRecord change{};
-    change.synchPortNo = synchPortNo;
-    TuCommon_timeStamp(change.time);
-    s->synchPortHistory.push(change);
-}
-
-// ---- printout -----------------------------------------------------------------------------------
-
-namespace {
-
-const char* timerTypeText(u8 type)
-{
-    switch (type) {
-    case HO_TIMER:       return "HO_TIMER";
-    case WTR_TIMER:      return "WTR_TIMER";
-    case SUP_TIMER:      return "SUP_TIMER";
-    case SLAVE_HO_TIMER: return "SLAVE_HO_TIMER";
-    default:             return "---------";
-    }
-}
-
-const char* timerStatusText(u8 status)
-{
-    switch (status) {
-    case TIMER_ON:       return "ON";
-    case TIMER_CANCELED: return "CANCELED";
-    case TIMER_EXPIRED:  return "EXPIRED";
-    default:             return "---------";
-    }
-}
-
-const char* runsText(const KvdTimer& timer) { return timer.runs() ? "runs" : "-"; }
-
-void printRecord(const IdlHistoryRecord& r, const char* note = "")
-{
-    node::shellPrintf("   %-26s  %-9s  %-19s  %-14s  %s%s\n", r.time, KvdLoz6TuRef_idlPortText(r.port),
-                      KvdLoz6TuRef_idlStateText(r.idlState), timerTypeText(r.timerType),
-                      timerStatusText(r.timerStatus), note);
-}
-
-}  // namespace
-
-void KvdLoz6TuRef_printIdl()
-{
-    node::shellPrintf("\n   Inter-unit links\n");
-    node::shellPrintf("   port       idlState             HO    WTR   supervision\n");
-    for (u32 port = 0; port < PORTS; ++port) {
-        const Port& p = s->port[port];
-        node::shellPrintf("   %-9s  %-19s  %-4s  %-4s  %s\n", KvdLoz6TuRef_idlPortText(port),
-                          KvdLoz6TuRef_idlStateText(p.idlState), runsText(p.timer[HO]),
-                          runsText(p.timer[WTR]), runsText(p.timer[SUPERVISION]));
-    }
-    node::shellPrintf("   slave holdover timer   : %s\n", runsText(s->slaveHoldoverTimer));
-    node::shellPrintf("   idl2SyncDataIndTmoCntr : %u\n", s->idl2SyncDataIndTmoCntr);
-
-    node::shellPrintf("\n   IDL supervision history, %u of 200 records, oldest first\n",
-                      s->history.ring.count);
-    for (u32 i = 0; i < s->history.ring.count; ++i) printRecord(s->history.ring.oldest(i));
-    node::shellPrintf("   latest of each port\n");
-    for (const IdlHistory::Port& p : s->history.port) {
-        if (p.hasLatest) printRecord(p.latest);
-        if (p.hasHeld) printRecord(p.held, " (held back)");
-    }
-
-    node::shellPrintf("\n   Synch port history, %u of 50 records, oldest first\n", s->synchPortHistory.count);
-    for (u32 i = 0; i < s->synchPortHistory.count; ++i) {
-        const SynchPortRecord& r = s->synchPortHistory.oldest(i);
-        node::shellPrintf("   %-26s  port %u\n", r.time, r.synchPortNo);
     }
 }

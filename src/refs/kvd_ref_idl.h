@@ -1,6 +1,6 @@
 // kvd_ref_idl.h - Inter-unit links: the machine of each of the two ports, a slave's minute of holdover, the
 // supervision of sync data, histories.
-// Owner   the manager process; only kvd_ref_idl.cpp writes this module's state.
+// Owner   the manager process; only kvd_ref_idl*.cpp write this module's state.
 // Units   timers in ms.
 // Errors  a refused timer is traced; the port keeps its state and the next change tries again.
 #pragma once

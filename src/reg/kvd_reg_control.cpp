@@ -311,7 +311,6 @@ void KvdLoz6TuReg_setSourceTime(bool counts)
     else if (s->withoutTime <= WITHOUT_TIME_MAX) ++s->withoutTime;
 }
 bool KvdLoz6TuReg_sourceTime() { return s->withoutTime <= WITHOUT_TIME_MAX; }
-double KvdLoz6TuReg_f_lim_high() { return s->var.f_lim_high; }
 double KvdLoz6TuReg_Div() { return s->var.U[1]; }
 
 bool KvdLoz6TuReg_isLocked()

@@ -70,7 +70,6 @@ u8     KvdLoz6TuReg_t_ix();
 /// followed as an offset at best, until it gives the time again or another one is selected.
 void   KvdLoz6TuReg_setSourceTime(bool counts);
 bool   KvdLoz6TuReg_sourceTime();
-double KvdLoz6TuReg_f_lim_high();
 double KvdLoz6TuReg_Div();
 /// Locked states, and SYNCH1 to SYNCH3 while the forced lock timer runs.
 bool   KvdLoz6TuReg_isLocked();

@@ -11,6 +11,7 @@
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_estimate_int.h"
 #include "reg/kvd_reg_imprec.h"
+#include "reg/kvd_reg_int.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_packet.h"
 #include "reg/kvd_reg_pll.h"
@@ -30,10 +31,6 @@ constexpr double UNRELIABLE = 9.0;
 constexpr u8 SAME_SIGN_LIMIT = 75;   // outliers of one sign that a line reference may have in a row
 constexpr double R_TOO_SMALL = 1e-23;      // s^2, nothing is that good
 constexpr double R_NEGLIGIBLE = 1e-12;     // of HPH: the update leaves rounding only
-
-// Start of a unit that knows nothing but its temperature polynomial.
-constexpr double START_VARIANCE[6] = {
-    estimator::TIME_UNKNOWN_VARIANCE, 1e-12, 1e-28, 1.5e-20, 5.624999999999999e-20, 2.1875e-19};
 
 const char* degrStateText(u8 degrState)
 {
@@ -227,7 +224,7 @@ void resetTimeRow(Mat6& P)
         P[i] = 0.0;
         P[i * 6] = 0.0;
     }
-    P[0] = TIME_UNKNOWN_VARIANCE;
+    P[0] = regulator::TIME_UNKNOWN;
 }
 
 void control(int doControl, u32 z_i)
@@ -328,7 +325,7 @@ void KvdLoz6TuReg_estimateReinitiate(const double coeff[3])
     EstimateStateVar& v = s->var;
     v.x_est = {0.0, 0.0, 0.0, coeff[0], coeff[1], coeff[2]};
     v.P_est = {};
-    for (u32 i = 0; i < 6; ++i) v.P_est[i * 6 + i] = START_VARIANCE[i];
+    for (u32 i = 0; i < 6; ++i) v.P_est[i * 6 + i] = regulator::P_COLD[i];
 }
 
 void KvdLoz6TuReg_setInitialFrequencyDrift(u8 initCnt)

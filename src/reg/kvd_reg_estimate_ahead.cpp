@@ -6,6 +6,7 @@
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_estimate_int.h"
+#include "reg/kvd_reg_int.h"
 #include "reg/kvd_reg_measure.h"
 
 namespace {
@@ -90,7 +91,7 @@ void KvdLoz6TuReg_forceTimeOffsetHoldover()
 void KvdLoz6TuReg_forceFrequencyHoldover()
 {
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Setting P_est to achieve frequency Holdover");
-    estimator::state().var.P_est[0] = estimator::TIME_UNKNOWN_VARIANCE;
+    estimator::state().var.P_est[0] = regulator::TIME_UNKNOWN;
 }
 
 void KvdLoz6TuReg_forceFrequencyDrifting()

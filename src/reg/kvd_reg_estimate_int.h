@@ -9,8 +9,6 @@
 
 namespace estimator {
 
-constexpr double TIME_UNKNOWN_VARIANCE = 1024.0 * 1024.0 / 12.0;   // s^2, even over 1024 s
-
 /// One change of the active reference: both ends as the last measurement before and the first
 /// after.
 struct ReferenceSwitch {
@@ -74,7 +72,7 @@ double baseVariance(u32 z_i);
 
 // ---- kvd_reg_estimate.cpp -----------------------------------------------------------------------
 
-/// Row and column 0 cleared, [0][0] = TIME_UNKNOWN_VARIANCE.
+/// Row and column 0 cleared, [0][0] = regulator::TIME_UNKNOWN.
 void resetTimeRow(Mat6& P);
 /// Runs the control law on the state and takes back what it steered.
 void control(int doControl, u32 z_i);

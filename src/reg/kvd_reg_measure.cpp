@@ -369,8 +369,6 @@ double KvdLoz6TuReg_setMod(double t_mod)
 
 double KvdLoz6TuReg_getMod() { return s->var.t_mod_old; }
 bool   KvdLoz6TuReg_knowsTime() { return s->var.t_mod_old >= TMOD_GPS_NMEA; }
-u8     KvdLoz6TuReg_getRefBreak() { return s->var.refBreak; }
-void   KvdLoz6TuReg_setRefBreak(u8 n) { s->var.refBreak = n; }
 double KvdLoz6TuReg_getPp1sBoardDelay() { return s->pp1sBoardDelay; }
 
 void KvdLoz6TuReg_setTempLimits(double vTmin, double vTmax)

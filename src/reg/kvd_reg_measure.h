@@ -116,8 +116,6 @@ void   KvdLoz6TuReg_setLastTime(double c, double f);
 double KvdLoz6TuReg_setMod(double t_mod);        // returns the old value
 double KvdLoz6TuReg_getMod();
 bool   KvdLoz6TuReg_knowsTime();
-u8     KvdLoz6TuReg_getRefBreak();
-void   KvdLoz6TuReg_setRefBreak(u8 n);
 double KvdLoz6TuReg_getPp1sBoardDelay();         // s
 void   KvdLoz6TuReg_setTempLimits(double vTmin, double vTmax);
 void   KvdLoz6TuReg_setPortSupervised(u32 supervised, u32 port);

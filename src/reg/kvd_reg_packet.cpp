@@ -145,6 +145,15 @@ double packet::timePdvLimit(const ProfileRow& row)
     return set == 0.0 ? row.pdvLimit : set;
 }
 
+bool packet::sampleInterval(double& t_s)
+{
+    if (KvdLoz6TuReg_calcSampleTimeInterval(t_s) != 0) return true;
+    KVD_TRACE(TRACE_TUREG, TRACE_ERROR,
+              "handleRefClkInt: calcSampleTimeInterval failed- Measurement discarded.");
+    REG_UPCALLS.halt();
+    return false;
+}
+
 void packet::estimate(const MeasRefData& data)
 {
     MeasStateVar& v = measure::state().var;
@@ -166,12 +175,7 @@ void KvdLoz6TuReg_handlePktFreqMsg(const double (&T)[8])
         return;
     }
     double t_s = 0;
-    if (KvdLoz6TuReg_calcSampleTimeInterval(t_s) == 0) {
-        KVD_TRACE(TRACE_TUREG, TRACE_ERROR,
-                  "handleRefClkInt: calcSampleTimeInterval failed- Measurement discarded.");
-        REG_UPCALLS.halt();
-        return;
-    }
+    if (!packet::sampleInterval(t_s)) return;
     const TimePair server = KvdLoz6Math_longDouble((T[2] + T[4]) / 2, (T[3] + T[5]) / 2 * FRACTION);
     const TimePair client = KvdLoz6Math_longDouble((T[0] + T[6]) / 2, (T[1] + T[7]) / 2 * FRACTION);
     if (z_i == Z_NTP_REF) setNtpRate();

@@ -261,12 +261,11 @@ State& state();
 /// A record to the estimator, which also stands in the core's record afterwards; the result is the
 /// index's new R.
 void estimate(const MeasRefData& data);
+/// Time since the last sample, s. False without one: the counter can't be read, the unit halts.
+bool sampleInterval(double& t_s);
 /// What `R_all` of the selected reference says about its delay variation.
 constexpr u32 HIGH_PDV_SAMPLES = 10;     // more in a row than these degrade
 
-/// The filter as a time reference begins with it, and what goes with it at its end.
-void startTimeFilter();
-void endTimeFilter();
 /// So many deviations are a time reference's delay variation.
 constexpr double PDV_SIGMAS = 6.0;
 /// Limit of a time reference's delay variation, s: the set one, or the profile's.

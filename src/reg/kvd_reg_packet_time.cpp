@@ -305,12 +305,7 @@ void measureInterval(packet::TimeFilter& f, const Packet& p)
     clearInterval(f);
     if (packet::pdvTimerRuns(packet::HIGH_PDV_TIMER) || !areRoundTripsOk(f)) return;
     double t_s = 0;
-    if (KvdLoz6TuReg_calcSampleTimeInterval(t_s) == 0) {
-        KVD_TRACE(TRACE_TUREG, TRACE_ERROR,
-                  "handleRefClkInt: calcSampleTimeInterval failed- Measurement discarded.");
-        REG_UPCALLS.halt();
-        return;
-    }
+    if (!packet::sampleInterval(t_s)) return;
     followSeconds(f);
     const double t_mod = isLocked(p.regState) ? WIDE_MOD : 1.0;
     double z = packet::phaseError(f.syncPacket, f.delayPacket, t_mod);

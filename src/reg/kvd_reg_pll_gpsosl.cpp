@@ -15,7 +15,6 @@ constexpr double NEW_TARGET_s = 5e-7;            // in Unlocked
 constexpr double BAND_s = 5e-8;
 constexpr double LOCKED_LIMIT_s = 1e-7;
 constexpr u8  STABLE = 5;                        // more samples than these
-constexpr u8  UNRELIABLE = 2;                    // first samples that don't count
 constexpr u32 DRIFTING_AFTER = 100;              // samples
 constexpr u32 HOLDOVER_SAMPLES = 12;
 
@@ -62,21 +61,12 @@ void unlocked(double phaseDiff)
         p.histPllCountDown = pll::HIST_OFF;
     }
     p.writeToFlash = 0;
-    if (c.unreliableMeasCnt < UNRELIABLE) {
-        ++c.unreliableMeasCnt;
+    if (pll::isUnreliable(c)) {
         ++c.samplesInUnlocked;
         return;
     }
     if (c.samplesInUnlocked > DRIFTING_AFTER) pll::needs().report(KVD_TUIIF_FREQUENCY_DRIFTING);
-    const double d = std::fabs(phaseDiff - p.targetDiff);
-    if (d > NEW_TARGET_s) {
-        p.targetDiff = phaseDiff;
-        c.changeStateCounter = 0;
-    } else if (d < BAND_s) {
-        ++c.changeStateCounter;
-    } else if (c.changeStateCounter > 0) {
-        --c.changeStateCounter;
-    }
+    pll::followTarget(c, phaseDiff, BAND_s, NEW_TARGET_s);
     if (c.changeStateCounter > STABLE) {
         proceed();
         c.changeStateCounter = 0;
@@ -104,12 +94,7 @@ void offsetLocked(double phaseDiff)
         // The control law retries in TIMELOCKED, which a unit on this link doesn't enter.
         pll::needs().retryJump();
     }
-    if (c.changeStateCounter <= STABLE) return;
-    KVD_TRACE(TRACE_PLL, TRACE_INFO,
-              "*** Transiting from OffsetLocked to Unlocked! *** %s() - phaseDiff %-17.16g [s], "
-              "targetDiff %-17.16g [s]",
-              "KvdLoz6TuReg_pll_control", phaseDiff, p.targetDiff);
-    pll::changeState(PLL_Unlocked);
+    if (c.changeStateCounter > STABLE) pll::loseOffset("KvdLoz6TuReg_pll_control", phaseDiff);
 }
 
 /// The far end has run free for longer than while it aligns its pulse.
@@ -142,15 +127,8 @@ void locked(double phaseDiff)
         p.writeToFlash = 0;
         return;
     }
-    if (c.unreliableMeasCnt < UNRELIABLE) {
-        ++c.unreliableMeasCnt;
-        return;
-    }
-    if (++c.changeToUnlockedCounter == 1) {
-        p.targetDiff = phaseDiff;
-        c.changeToOffsetLockedCounter = 0;
-    }
-    if (std::fabs(phaseDiff - p.targetDiff) < BAND_s) ++c.changeToOffsetLockedCounter;
+    if (pll::isUnreliable(c)) return;
+    pll::countBeyondLimit(c, phaseDiff, BAND_s, LOCKED_LIMIT_s);
     if (c.changeToOffsetLockedCounter > STABLE) {
         pll::changeState(PLL_OffsetLocked);
         pll::needs().adjustOffset(0.0, p.targetDiff);

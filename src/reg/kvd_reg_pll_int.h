@@ -77,6 +77,19 @@ bool isSoCpri();
 /// A loop was given a sample in a state that has no handler.
 void traceFaulty(const char* control, u32 state);
 
+// What the loops' states have in common; each has limits of its own.
+constexpr u8 UNRELIABLE = 2;                    // first samples that don't count
+/// Counts this sample among those, when it is one.
+bool isUnreliable(Counters& c);
+/// Unlocked: one farther than `far_s` off is the new target, and true; the others count how long the phase
+/// has been within `near_s` of the target.
+bool followTarget(Counters& c, double phaseDiff, double near_s, double far_s);
+/// Locked, a phase beyond the limit: the first of a row is the target, if it is farther than `far_s` off, and
+/// those within `near_s` of that are counted apart.
+void countBeyondLimit(Counters& c, double phaseDiff, double near_s, double far_s);
+/// OffsetLocked: the phase has left the target.
+void loseOffset(const char* control, double phaseDiff);
+
 // kvd_reg_pll_slave_idl1.cpp, kvd_reg_pll_slave_idl2.cpp
 void controlIdl1(double phaseDiff);
 void controlIdl2(double phaseDiff);
@@ -128,7 +141,5 @@ struct Needs {
 const Needs& needs();
 /// For tests; nullptr puts the program's own back.
 void setNeeds(const Needs* replacement);
-
-// What the GPS output is told: 11 where the loop reports a locked time, else 6.
 
 }  // namespace pll

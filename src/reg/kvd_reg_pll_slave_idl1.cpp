@@ -15,7 +15,6 @@ namespace {
 constexpr double ANOMALY_s = 0.001f;             // between two samples: the 5 ms grid slipped
 constexpr double SAMPLES_PER_s = 10.0;
 constexpr u8  PRE_STEPS = 20;
-constexpr u8  UNRELIABLE = 2;                    // first samples that don't count
 constexpr u32 FREE_RUNNING_AFTER = 100;          // samples in Unlocked
 constexpr double NEW_TARGET_s = 9.6e-8;
 constexpr double BAND_s = 3.2e-8;
@@ -65,10 +64,8 @@ void preStep(double phaseDiff)
     event(EV_SLAVE_PLL_EXPLICIT_FREQ_SYNC);
 }
 
-void takeTarget(double phaseDiff)
+void countTarget()
 {
-    pll::vars().targetDiff = phaseDiff;
-    s->c.changeStateCounter = 0;
     if (++s->anomalies < TARGETS_IN_A_ROW) return event(EV_SLAVE_PLL_TARGETDIFF_UPDATED);
     s->anomalies = 0;
     s->preSteps = 0;
@@ -91,14 +88,8 @@ void proceedToLocked()
 void pullIn(double phaseDiff)
 {
     pll::Counters& c = s->c;
-    const double d = std::fabs(phaseDiff - pll::vars().targetDiff);
-    if (d > NEW_TARGET_s) {
-        takeTarget(phaseDiff);
-    } else {
-        s->anomalies = 0;
-        if (d < BAND_s)                    ++c.changeStateCounter;
-        else if (c.changeStateCounter > 0) --c.changeStateCounter;
-    }
+    if (pll::followTarget(c, phaseDiff, BAND_s, NEW_TARGET_s)) countTarget();
+    else                                                       s->anomalies = 0;
     if (c.changeStateCounter > STABLE) proceedToLocked();
     else                               pll::filter(phaseDiff - pll::vars().targetDiff);
 }
@@ -112,8 +103,7 @@ void unlocked(double phaseDiff)
         pll::needs().tellGpsOut(PLL_IS_NOT_TIME_LOCKED);
     }
     pll::Counters& c = s->c;
-    if (c.unreliableMeasCnt < UNRELIABLE) {
-        ++c.unreliableMeasCnt;
+    if (pll::isUnreliable(c)) {
         event(EV_SLAVE_PLL_UNRELIABLE_MEASUREMENT);
     } else {
         if (c.samplesInUnlocked > FREE_RUNNING_AFTER) pll::needs().report(KVD_TUIIF_SLAVE_FREE_RUNNING);
@@ -137,15 +127,8 @@ void locked(double phaseDiff)
         c = {};
         return pll::filter(phaseDiff);
     }
-    if (c.unreliableMeasCnt < UNRELIABLE) {
-        ++c.unreliableMeasCnt;
-        return;
-    }
-    if (++c.changeToUnlockedCounter == 1) {
-        p.targetDiff = phaseDiff;
-        c.changeToOffsetLockedCounter = 0;
-    }
-    if (std::fabs(phaseDiff - p.targetDiff) < BAND_s) ++c.changeToOffsetLockedCounter;
+    if (pll::isUnreliable(c)) return;
+    pll::countBeyondLimit(c, phaseDiff, BAND_s, LOCKED_LIMIT_s);
     if (c.changeToOffsetLockedCounter > STABLE_LOCKED) {
         jump();
         c = {};                                  // what they counted has been taken out

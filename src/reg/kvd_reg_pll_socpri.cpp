@@ -18,7 +18,6 @@ constexpr double LOCKED_LIMIT_s = 4e-8;
 constexpr u8  STABLE = 20, STABLE_BFN_ALIGN = 100;   // in Unlocked, more samples than these
 constexpr u8  OFFSET_LOST = 5;                       // in OffsetLocked
 constexpr u8  STABLE_LOCKED = 10;                    // in Locked and in holdover
-constexpr u8  UNRELIABLE = 2;
 constexpr u32 FAILED_AFTER = 600;                    // samples in Unlocked
 constexpr u32 HOLDOVER_SAMPLES = 102;
 
@@ -61,21 +60,12 @@ void unlocked(double phaseDiff)
         p.histPllCountDown = pll::HIST_OFF;
     }
     p.writeToFlash = 0;
-    if (c.unreliableMeasCnt < UNRELIABLE) {
-        ++c.unreliableMeasCnt;
+    if (pll::isUnreliable(c)) {
         ++c.samplesInUnlocked;
         return;
     }
     if (c.samplesInUnlocked > FAILED_AFTER) pll::needs().timeSyncFailed();
-    const double d = std::fabs(phaseDiff - p.targetDiff);
-    if (d > NEW_TARGET_s) {
-        p.targetDiff = phaseDiff;
-        c.changeStateCounter = 0;
-    } else if (d < BAND_s) {
-        ++c.changeStateCounter;
-    } else if (c.changeStateCounter > 0) {
-        --c.changeStateCounter;
-    }
+    pll::followTarget(c, phaseDiff, BAND_s, NEW_TARGET_s);
     if (c.changeStateCounter > (bfnAlign ? STABLE_BFN_ALIGN : STABLE)) {
         if (!bfnAlign) pll::changeState(lockState());
         pll::needs().timeSyncSucceeded();
@@ -100,12 +90,7 @@ void offsetLocked(double phaseDiff)
         c.changeStateCounter = 0;
         regulate(phaseDiff - p.targetDiff);
     }
-    if (c.changeStateCounter <= OFFSET_LOST) return;
-    KVD_TRACE(TRACE_PLL, TRACE_INFO,
-              "*** Transiting from OffsetLocked to Unlocked! *** %s() - phaseDiff %-17.16g [s], "
-              "targetDiff %-17.16g [s]",
-              "KvdLoz6TuReg_soCpriPll_control", phaseDiff, p.targetDiff);
-    pll::changeState(PLL_Unlocked);
+    if (c.changeStateCounter > OFFSET_LOST) pll::loseOffset("KvdLoz6TuReg_soCpriPll_control", phaseDiff);
 }
 
 void locked(double phaseDiff)
@@ -124,15 +109,8 @@ void locked(double phaseDiff)
         regulate(phaseDiff);
         return;
     }
-    if (c.unreliableMeasCnt < UNRELIABLE) {
-        ++c.unreliableMeasCnt;
-        return;
-    }
-    if (++c.changeToUnlockedCounter == 1) {
-        if (std::fabs(phaseDiff) > NEW_TARGET_s) p.targetDiff = phaseDiff;
-        c.changeToOffsetLockedCounter = 0;
-    }
-    if (std::fabs(phaseDiff - p.targetDiff) < BAND_s) ++c.changeToOffsetLockedCounter;
+    if (pll::isUnreliable(c)) return;
+    pll::countBeyondLimit(c, phaseDiff, BAND_s, NEW_TARGET_s);
     if (c.changeToOffsetLockedCounter > STABLE_LOCKED) pll::changeState(PLL_OffsetLocked);
     else if (c.changeToUnlockedCounter > STABLE_LOCKED) pll::changeState(PLL_Unlocked);
 }

@@ -9,6 +9,8 @@
 #include "sig/tuiif_sig.h"
 #include "unit/kvd_unit_link.h"
 
+#include <cmath>
+
 namespace {
 
 void report(u8 clockState) { pll::needs().report(clockState); }
@@ -113,6 +115,44 @@ pll::Mode pll::mode()
 void pll::traceFaulty(const char* control, u32 state)
 {
     KVD_TRACE(TRACE_PLL, TRACE_ERROR, "%s() - Controlling PLL while in faulty state (%u)", control, state);
+}
+
+bool pll::isUnreliable(Counters& c)
+{
+    if (c.unreliableMeasCnt >= UNRELIABLE) return false;
+    ++c.unreliableMeasCnt;
+    return true;
+}
+
+bool pll::followTarget(Counters& c, double phaseDiff, double near_s, double far_s)
+{
+    const double d = std::fabs(phaseDiff - vars().targetDiff);
+    if (d > far_s) {
+        vars().targetDiff = phaseDiff;
+        c.changeStateCounter = 0;
+        return true;
+    }
+    if (d < near_s)                    ++c.changeStateCounter;
+    else if (c.changeStateCounter > 0) --c.changeStateCounter;
+    return false;
+}
+
+void pll::countBeyondLimit(Counters& c, double phaseDiff, double near_s, double far_s)
+{
+    if (++c.changeToUnlockedCounter == 1) {
+        if (std::fabs(phaseDiff) > far_s) vars().targetDiff = phaseDiff;
+        c.changeToOffsetLockedCounter = 0;
+    }
+    if (std::fabs(phaseDiff - vars().targetDiff) < near_s) ++c.changeToOffsetLockedCounter;
+}
+
+void pll::loseOffset(const char* control, double phaseDiff)
+{
+    KVD_TRACE(TRACE_PLL, TRACE_INFO,
+              "*** Transiting from OffsetLocked to Unlocked! *** %s() - phaseDiff %-17.16g [s], "
+              "targetDiff %-17.16g [s]",
+              control, phaseDiff, vars().targetDiff);
+    changeState(PLL_Unlocked);
 }
 
 void pll::changeState(u32 to)
