@@ -16,6 +16,7 @@
 #include "sim/scenario/link.h"
 #include "sim/scenario/packet_net.h"
 #include "sim/scenario/unit.h"
+#include "store/kvd_mgr_mem.h"
 #include "unit/kvd_ref_table.h"
 #include "unit/kvd_unit_link.h"
 
@@ -156,7 +157,7 @@ private:
             double c, f;
             u32 jumpState, refState, byText;
             ClockFacts facts;
-            bool isDriving;
+            bool isDriving, hasMemory;
         };
         const Seen seen = node.inProgram([] {
             const TimePair last = KvdLoz6TuReg_getLastTime();
@@ -180,7 +181,8 @@ private:
                         facts,
                         KvdLoz6BiraIifAdm_hasHwControl() != 0
                             && KvdLoz6TuReg_initiateState() != TUREG_START   // a hand-over is awaited
-                            && KvdLoz6TuReg_initiateState() != TUREG_WARM_INITIATED};
+                            && KvdLoz6TuReg_initiateState() != TUREG_WARM_INITIATED,
+                        KvdLoz6TuMem_ready(MEM_REG_HIST) != 0};
         });
         constexpr double OVEN_SETTLED_s = 600.0;
         may_.idle = !seen.isDriving || ovenIsOut_ || t - ovenMoved_s_ < OVEN_SETTLED_s;
@@ -203,6 +205,7 @@ private:
         lookAtInput(m);
         lookAtLinks(m);
         lookAtComponents(m);
+        if (!seen.hasMemory) m.missing += " TuRegHistData";
         return m;
     }
 

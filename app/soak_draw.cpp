@@ -11,6 +11,12 @@ namespace {
 constexpr const char* SILENT = "announces = false\nsyncs = false\nresponds = false\n";
 constexpr const char* SPEAKING = "announces = true\nsyncs = true\nresponds = true\n";
 
+/// What a service does, and how it is put right: it is gone, it hears everything and says nothing, it keeps
+/// everything and answers all of it late.
+constexpr const char* SERVICE_FAILS[][2] = {{"die", "start"}, {"mute", "speak"}, {"hold", "answer"}};
+
+std::string does(const char* deed) { return format("does = \"%s\"\n", deed); }
+
 std::string masterOf(const Drawn& u) { return "master = \"" + u.masters.front() + "\"\n"; }
 
 }  // namespace
@@ -43,6 +49,22 @@ void Plan::drawRound(const Drawn& u, double from_s)
     while (at_s < until_s_) {
         at_s += drawEvent(u, at_s);
         at_s += between(30.0, 1500.0);
+    }
+    if (below(3) == 0) drawCrossing(u, from_s);
+}
+
+/// Orders, restarts and services that fail, in the middle of whatever else happens.
+void Plan::drawCrossing(const Drawn& u, double from_s)
+{
+    for (double at_s = from_s + between(0.0, 600.0); at_s < until_s_; at_s += between(1.0, 900.0)) {
+        switch (below(8)) {
+        case 0: at_s += restart(u, at_s); break;
+        case 1: case 2: at_s += mainProcessor(u, at_s); break;
+        case 3: at_s += selection(u, at_s); break;
+        case 4: at_s += u.hasTime() ? jump(u, at_s) : command(u, at_s); break;
+        case 5: at_s += u.socpri ? radio(u, at_s) : power(u, at_s); break;
+        default: at_s += service(u, at_s); break;
+        }
     }
 }
 
@@ -228,14 +250,21 @@ double Plan::turn(double at_s)
     const std::string name = format("link = \"%s\"\n", links_.front().c_str());
     for (const bool back : {false, true}) {
         const double t = at_s + (back ? lasts : 0.0);
-        const Drawn& rises = units_[back ? 0 : 1];
-        const Drawn& falls = units_[back ? 1 : 0];
         const double first = between(0.0, 10.0), second = between(0.0, 10.0);
-        add(falls, t + first, "mp.change_master", "role = \"slave\"\ntime_mode = \"time\"\n");
-        add(rises, t + second, "mp.change_master", "role = \"master\"\ntime_mode = \"time\"\n");
+        takesRole(units_[back ? 1 : 0], t + first, "slave");
+        takesRole(units_[back ? 0 : 1], t + second, "master");
         addOfLink(t + std::max(first, second), "link.turn", name);
     }
     return lasts + 20.0;
+}
+
+/// By an order, or as a new main processor has it.
+void Plan::takesRole(const Drawn& u, double at_s, const char* role)
+{
+    const bool byNewOne = below(3) == 0;
+    if (byNewOne) add(u, at_s, "mp.die");
+    add(u, at_s + 0.5, "mp.change_master", format("role = \"%s\"\ntime_mode = \"time\"\n", role));
+    if (byNewOne) add(u, at_s + 1, "mp.start");
 }
 
 /// Orders about a radio link that come in the middle of what is under way.
@@ -384,7 +413,7 @@ void Plan::packetServices(const Drawn& u, double at_s, double lasts)
     add(u, at_s + lasts, "node.packet_service", service);
 }
 
-/// One hears everything and says nothing, most often while it is asked for something.
+/// One says nothing, or all of it late, most often while it is asked for something.
 void Plan::packetServiceMute(const Drawn& u, double at_s, double lasts, const std::string& service)
 {
     const double asked_s = at_s + 0.2;
@@ -405,27 +434,27 @@ void Plan::packetServiceMute(const Drawn& u, double at_s, double lasts, const st
         add(u, asked_s + between(0.2, lasts), "mp.create_packet_reference", u.ptpReference);
         break;
     }
-    add(u, at_s, "node.service", service + "does = \"mute\"\n");
-    add(u, at_s + lasts, "node.service", service + "does = \"speak\"\n");
+    const auto& fails = SERVICE_FAILS[1 + below(2)];
+    add(u, at_s, "node.service", service + does(fails[0]));
+    add(u, at_s + lasts, "node.service", service + does(fails[1]));
 }
 
 // ---- node and oven ------------------------------------------------------------------------------
 
-/// A service of the node dies, or hears everything and says nothing.
 double Plan::service(const Drawn& u, double at_s)
 {
     constexpr const char* OF_EACH[] = {"temi", "pri", "msi", "phy", "pm_agent"};
     const std::string which = u.services.empty() || below(2) == 0 ? oneOf(OF_EACH) : oneOf(u.services);
     const std::string name = format("service = \"%s\"\n", which.c_str());
     const double lasts = lasting(at_s, 0.5, 900.0);
-    const bool isMute = below(2) == 0;
+    const auto& fails = SERVICE_FAILS[below(3)];
     switch (below(4)) {                                  // most of what it is asked is asked at a start
     case 0: break;
     case 1: add(u, at_s + 0.2, "unit.restart", format("type = %u\ngap = \"1s\"\n", below(6))); break;
     default: add(u, at_s + 0.2, "mp.restart", "gone = \"1s\"\n"); break;
     }
-    add(u, at_s, "node.service", name + (isMute ? "does = \"mute\"\n" : "does = \"die\"\n"));
-    add(u, at_s + lasts, "node.service", name + (isMute ? "does = \"speak\"\n" : "does = \"start\"\n"));
+    add(u, at_s, "node.service", name + does(fails[0]));
+    add(u, at_s + lasts, "node.service", name + does(fails[1]));
     return lasts;
 }
 
@@ -464,10 +493,12 @@ double Plan::mainProcessor(const Drawn& u, double at_s)
         return gone;
     case 2: {
         constexpr const char* ANSWERS[] = {"suspend", "reject", "busy", "silent"};
-        add(u, at_s, "mp.answer", format("answer = \"%s\"\n", oneOf(ANSWERS)));
+        const unsigned which = below(4);
+        add(u, at_s, "mp.answer", format("answer = \"%s\"\n", ANSWERS[which]));
         add(u, at_s + 1, "mp.restart", "gone = \"1s\"\n");
         add(u, at_s + gone, "mp.answer", "answer = \"accept\"\n");
-        add(u, at_s + gone + 1, "mp.restart", "gone = \"1s\"\n");
+        const bool mayLiveOn = which >= 2;               // it has refused nothing
+        if (!mayLiveOn || below(2) == 0) add(u, at_s + gone + 1, "mp.restart", "gone = \"1s\"\n");
         return gone + 1;
     }
     default: add(u, at_s, "mp.gps_attributes"); return 0;

@@ -60,6 +60,7 @@ private:
     // soak_draw.cpp: disturbances; each returns how long it lasts, s
     void drawRounds();
     void drawRound(const Drawn& u, double from_s);
+    void drawCrossing(const Drawn& u, double from_s);
     void add(const Drawn& u, double at_s, const char* what, const std::string& with = "");
     void addOfLink(double at_s, const char* what, const std::string& with);
     double lasting(double at_s, double low, double high);
@@ -72,6 +73,7 @@ private:
     double radio(const Drawn& u, double at_s);
     double link(double at_s);
     double turn(double at_s);
+    void takesRole(const Drawn& u, double at_s, const char* role);
     double service(const Drawn& u, double at_s);
     double oven(const Drawn& u, double at_s);
     double packets(const Drawn& u, double at_s);

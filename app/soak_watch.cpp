@@ -245,7 +245,7 @@ void SoakWatch::lookBack(const Moment& m, const Licence& may)
         gone("told usable references " + std::to_string(m.refStateTold) + ", are "
              + std::to_string(m.refState));
     if (!m.unusable.empty()) gone("not told usable:" + m.unusable);
-    if (!m.missing.empty()) gone("processes that are no more:" + m.missing);
+    if (!m.missing.empty()) gone("processes and memory that are no more:" + m.missing);
 }
 
 }  // namespace app

@@ -108,10 +108,11 @@ void CpriLink::onMaster(const KvdTuiifIdl2TimeDataInd& data, bool direct)
         if (&below->leader() == &follower()) below->onMaster(data, false);
 }
 
-/// Numbers of a master that tells no more are of no use.
+/// Numbers of a master that tells no more are of no use, and only who tunes its time is given any.
 void CpriLink::onFollower()
 {
     if (!isUp() || newestAt_ < 0 || world_.now() - newestAt_ > MASTER_LASTS) return;
+    if (!follower().node().mainProcessor().passesTimeOn()) return;
     world_.after(MP_WAY, [this, data = newest_, direct = newestIsDirect_] { carry(data, direct); });
     newest_.jumpPend = 0;
     newest_.jumpInd = 0;

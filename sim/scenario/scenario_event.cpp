@@ -265,7 +265,9 @@ Action nodeService(Context& c)
     const Deed deed = c.table.choice<Deed>("does", {{"die", [](Server& s) { s.die(); }},
                                                     {"start", [](Server& s) { s.start(); }},
                                                     {"mute", [](Server& s) { s.setMute(true); }},
-                                                    {"speak", [](Server& s) { s.setMute(false); }}});
+                                                    {"speak", [](Server& s) { s.setMute(false); }},
+                                                    {"hold", [](Server& s) { s.setAnswer(Answer::Busy); }},
+                                                    {"answer", [](Server& s) { s.setAnswer(Answer::Accept); }}});
     return [of = service.of, deed](Unit& u) { deed(of(u.node())); };
 }
 

@@ -18,8 +18,10 @@
 #include "pktsync/tupktsync_proc.h"
 #include "ref/kvd_phyadm.h"
 #include "ref/kvd_ref.h"
+#include "ref/kvd_ref_select.h"
 #include "refs/kvd_ipsynctsiadm.h"
 #include "reg/kvd_reg.h"
+#include "sig/ref_types.h"
 #include "sig/tuiif_sig.h"
 #include "store/kvd_mgr_mem.h"
 
@@ -71,10 +73,11 @@ void startOutput(u8 outEmuMode)
 
 void startRegulator(u32 isFirstStart, u8 timeMode, u8 masterSlaveMode)
 {
-    if (isFirstStart == 1)
-        KvdLoz6TuReg_initiate(s->coldRestart, timeMode, masterSlaveMode);
-    else
-        KvdLoz6TuMgr_takeRole(timeMode, masterSlaveMode);
+    if (isFirstStart == 1) return KvdLoz6TuReg_initiate(s->coldRestart, timeMode, masterSlaveMode);
+    const bool wasSlave = !KvdLoz6TuReg_isMaster();
+    KvdLoz6TuMgr_takeRole(timeMode, masterSlaveMode);
+    // A master of this main processor's making follows nobody, until it is told whom.
+    if (wasSlave && KvdLoz6TuReg_isMaster()) KvdLoz6TuRef_selectSynchRef(NO_REF, FRO_NONE, FRO_NONE);
 }
 
 }  // namespace

@@ -32,6 +32,7 @@ constexpr SIGSELECT LINK_TYPE[] = {3, KVD_BIRAIIF_IDL2_LINK_IND, KVD_BIRAIIF_SER
 constexpr KvdAnswerOf ANSWER{TRACE_BIRAIIFADM, BIRA_SERVER_NAME, KVD_BIRAIIF_ANSWER_TMO};
 /// The server looks for the link first, and a request may begin that anew.
 constexpr OSTIME LINK_TYPE_ms = 60'000;
+constexpr OSTIME SUSPENDED_ms = 60'000;
 
 KvdMgrExchange exchangeWithServer()
 {
@@ -204,6 +205,8 @@ void onRefusal(SIGSELECT sigNo)
 {
     KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "%s refused, signal=0x%x", BIRA_SERVER_NAME, sigNo);
     await(bira::Answer::None);
+    // One that is suspended serves later, and lives on: nothing else would ask it then.
+    if (sigNo == KVD_BIRAIIF_INITIATE_SERVICE_SUS) KvdAnswer_await(s->answerTimer, ANSWER, SUSPENDED_ms);
     goOnWithoutServer();
     if (KvdUnit_link().idlMode == KVD_BIRAIIF_IDL_MODE_2 && bira::isSlave()) bira::startBasicRestartTimer();
 }

@@ -1,5 +1,6 @@
 #include "iif/kvd_iifadm_orders.h"
 
+#include "base/kvd_answer.h"
 #include "base/kvd_mgr_hwdiag_log.h"
 #include "base/trace_groups.h"
 #include "base/tu_common.h"
@@ -148,6 +149,10 @@ void onNameServerDead()
 
 // ---- connection ----
 
+/// One that hears and says nothing isn't dead. It may take its time over many units, and answers each request.
+constexpr OSTIME CONFIRM_ms = 60'000;
+constexpr KvdAnswerOf CONFIRM{TRACE_TUIIFADM, "The main processor", KVD_TUIIF_ANSWER_TMO};
+
 void tryInitiateService()
 {
     if (state().tuiifServerUp == 0 || state().msiMemInitiated == 0) {
@@ -167,6 +172,12 @@ void tryInitiateService()
     req->piuInstanceId = state().ownPiuInstanceId;
     req->boardType2 = getBoardType() == BVQ3 ? 1 : 0;
     tuiif::sendToPeer(req);
+    KvdAnswer_await(state().answerTimer, CONFIRM, CONFIRM_ms);
+}
+
+void onAnswerTimeout()
+{
+    if (KvdAnswer_isLate(state().answerTimer, CONFIRM)) tryInitiateService();
 }
 
 void onServerUp(PROCESS server)
@@ -184,6 +195,7 @@ void onServerUp(PROCESS server)
 void onServerDead()
 {
     state().peerAttach = 0;
+    KvdTimer_cancel(state().answerTimer);
     tuiif::resetStatus();
     KvdLoz6TuRef_idlReset();
     state().savedBvqStatusData.tuiifRefState = 0;
@@ -210,6 +222,7 @@ void onServerDead()
 /// came from elsewhere, would begin a wait that nobody's death ends.
 bool isFromServer(SIGSELECT sigNo)
 {
+    KvdTimer_cancel(state().answerTimer);
     if (state().tuiifServerUp != 0) return true;
     KVD_TRACE(TRACE_TUIIFADM, TRACE_ERROR, "no main processor is there, answer dropped, signal=0x%x", sigNo);
     return false;
@@ -249,9 +262,11 @@ DateTime dateOf(const TuiifSfnInitTime& time)
 }
 
 /// A slave's loop tells its state when it changes, which may be long ago, and in between nobody else does.
-/// While the hardware is the basic timing function's, the unit runs free.
-void retellSlaveClock()
+/// While the hardware is the basic timing function's, the unit runs free. Nor does this main processor know that
+/// the master's data is wanted.
+void retellSlave()
 {
+    if (KvdLoz6BiraIifAdm_timeTuningOngoing() != 0) KvdLoz6TuIifAdm_sendIdl2SetMasterServerReq(1);
     const u32 slavePllState = KvdLoz6TuReg_slavePllState();
     if (slavePllState == SLAVE_PLL_Uninitialized) {
         KvdLoz6TuIifAdm_reportRegState(KvdLoz6TuReg_regState() == WARMUP ? WARMUP : FREQDRIFTING);
@@ -284,7 +299,7 @@ void tellAfterConfirm(const KvdTuiifInitiateServiceCfm& cfm, u32 isFirstStart)
     if (!tuiif::isMaster()) {
         KvdLoz6TuRef_stopIdl2SyncDataTimer();
         KvdLoz6TuSlave_idl2SyncDataStopped(0);
-        if (isFirstStart == 0) retellSlaveClock();
+        if (isFirstStart == 0) retellSlave();
     }
     // What stands as it did, a slave's clock or a loss of tracking, is news to this main processor.
     if (isFirstStart == 0) tuiif::sendBvqStatus();
@@ -346,6 +361,7 @@ int KvdLoz6TuIifAdm_dispatch(Signal* sig)
         onInitiateServiceSus(as<KvdTuiifInitiateServiceSus>(sig));                        return 1;
     case KVD_TUIIF_INITIATE_SERVICE_REJ:
         onInitiateServiceRej(as<KvdTuiifInitiateServiceRej>(sig));                        return 1;
+    case KVD_TUIIF_ANSWER_TMO:            onAnswerTimeout();                          return 1;
     case KVD_TUIIF_CHANGE_MASTER_TU_IND:
         onChangeMasterTu(as<KvdTuiifChangeMasterTuInd>(sig));                             return 1;
     case KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ:

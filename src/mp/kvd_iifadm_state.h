@@ -64,6 +64,7 @@ struct State {
     struct { u32 smn = 0, apn = 0; } ownPiuHwAddr_r;
     u32 tuiifServerUp = 0;
     u32 msiMemInitiated = 0;
+    KvdTimer answerTimer;                 // the main processor owes its answer to the request
     bool everConfirmed = false;           // the components have been started in this life
     bool pktsyncUp = false;               // packet synchronisation holds this connection for up
 

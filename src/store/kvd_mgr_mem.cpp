@@ -10,6 +10,7 @@
 #include "store/kvd_mgr_mem_int.h"
 #include "store/kvd_mgr_mem_upcalls.h"
 
+#include <algorithm>
 #include <cstring>
 
 using mem::Region;
@@ -29,6 +30,7 @@ constexpr RegionRow REGIONS[] = {
 static_assert(sizeof REGIONS / sizeof *REGIONS == mem::REGION_COUNT);
 
 constexpr u32 ALLOCATE_OPTIONS = 272;    // the service's own word
+constexpr OSTIME ASK_AGAIN_ms = 600'000;
 
 void releaseStart()
 {
@@ -56,6 +58,22 @@ void requestRegion(Region& region, u32 clear)
                   result);
 }
 
+bool isMissing(const Region& r) { return r.wanted && !r.valid; }
+
+/// A service that comes late, or didn't hear, would leave the unit without memory for the rest of its life.
+void askAgainLater()
+{
+    if (!KvdTimer_start(s->askAgainTimer, ASK_AGAIN_ms, KVD_TUMEM_ASK_AGAIN_TMO))
+        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "timer of persistent memory refused");
+}
+
+void requestMissing()
+{
+    for (Region& r : s->region)
+        if (isMissing(r)) requestRegion(r, r.clear);
+    if (std::ranges::any_of(s->region, isMissing)) askAgainLater();
+}
+
 // ---- answers of the service ---------------------------------------------------------------------
 
 void onInitiateServiceCfm(const TarsoMsiInitiateServiceCfm* cfm)
@@ -69,6 +87,7 @@ void onInitiateServiceCfm(const TarsoMsiInitiateServiceCfm* cfm)
     }
     s->msiState = 1;
     releaseStart();
+    requestMissing();                    // one that serves late was asked for regions before
     KvdLoz6TuMem_allocate(MEM_SLAVE_WARM, 0);
     KvdLoz6TuMem_allocate(MEM_REG_NF, 0);
 }
@@ -79,6 +98,7 @@ void onInitiateServiceRej(const TarsoMsiRej* rej)
     node::TarsoMsi_internal(reinterpret_cast<const Signal*>(rej));
     KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "Request rejected by MSI proxy, reason=%u", rej->reason);
     releaseStart();
+    askAgainLater();
 }
 
 /// The region of a client by its name, nullptr when the client has none of that name.
@@ -182,6 +202,23 @@ void onMemSWriteRej(const TarsoMsiRej* rej)
     KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Memory write was rejected by MSI proxy, reason=%u", rej->reason);
 }
 
+void negotiate()
+{
+    const int result = HALI_msiInitiate();
+    if (result == 0) return;
+    KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Protocol Negotiation failed with MSI proxy, reason=%u",
+              static_cast<u32>(result));
+    releaseStart();
+    askAgainLater();
+}
+
+void onAskAgainTimeout()
+{
+    if (!KvdTimer_expired(s->askAgainTimer)) return;
+    if (s->msiState == 1) requestMissing();
+    else                  negotiate();
+}
+
 }  // namespace
 
 mem::State& mem::state() { return *s; }
@@ -195,11 +232,7 @@ void KvdLoz6TuMem_initiate()
         std::strncpy(r.name, row.name, sizeof r.name - 1);
     }
     s->pending = false;
-    const int result = HALI_msiInitiate();
-    if (result == 0) return;
-    KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Protocol Negotiation failed with MSI proxy, reason=%u",
-              static_cast<u32>(result));
-    releaseStart();
+    negotiate();
 }
 
 int KvdLoz6TuMem_dispatch(Signal* sig)
@@ -212,23 +245,25 @@ int KvdLoz6TuMem_dispatch(Signal* sig)
     case TARSO_MSI_MEM_ALLOC_REJ:        onMemAllocRej(as<TarsoMsiRej>(sig));              return 1;
     case TARSO_MSI_MEM_S_WRITE_CFM:      onMemSWriteCfm();                                 return 1;
     case TARSO_MSI_MEM_S_WRITE_REJ:      onMemSWriteRej(as<TarsoMsiRej>(sig));             return 1;
+    case KVD_TUMEM_ASK_AGAIN_TMO:        onAskAgainTimeout();                              return 1;
     default:                                                                               return 0;
     }
 }
 
 void KvdLoz6TuMem_allocate(u32 clientRef, u32 clear)
 {
-    if (s->msiState != 1) {
-        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Memory allocation is not possible");
-        return;
-    }
+    const bool isPossible = s->msiState == 1;
+    if (!isPossible) KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Memory allocation is not possible");
     bool known = false;
     for (Region& r : s->region) {
         if (r.clientRef != clientRef) continue;
         known = true;
-        requestRegion(r, clear);
+        r.wanted = true;
+        r.clear = clear;
+        if (isPossible) requestRegion(r, clear);
     }
-    if (!known) KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Invalid clientRef=%u", clientRef);
+    if (known) askAgainLater();
+    else       KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Invalid clientRef=%u", clientRef);
 }
 
 int KvdLoz6TuMem_ready(u32 clientRef)
