@@ -156,6 +156,7 @@ void KvdLoz6TuReg_adjust_time(double d_c, double d_f)
     if (tuHwIf_adjustTime(turns.c, turns.f) != 0) {
         REG_UPCALLS.timeStepped();
         KvdLoz6TuReg_supervisionPhaseJump();
+        KvdLoz6TuReg_counterStepped();
     }
     KvdLoz6TuReg_diffCheckAfterJump();
     moveLastTime(step);

@@ -140,6 +140,8 @@ void KvdLoz6TuReg_handleTempMeasurement();
 void KvdLoz6TuReg_handlePp100msInterupt();
 /// Marks that the counter was stepped: the difference to the packet clock is measured anew.
 void KvdLoz6TuReg_diffCheckAfterJump();
+/// Marks that the counter has just been stepped: an edge that was latched before isn't measured.
+void KvdLoz6TuReg_counterStepped();
 TimePair KvdLoz6TuReg_sfcNtpDiff();
 /// A slave unit of a pair takes over as master; regState of the other unit.
 void KvdLoz6TuReg_takeOverAsMaster(u8 otherRegState);

@@ -6,6 +6,8 @@
 #pragma once
 #include "reg/kvd_reg_measure.h"
 
+#include <optional>
+
 namespace measure {
 
 constexpr u32 TICKS_BETWEEN_DIFF_CHECKS = 100;   // 100 ms ticks; above 99 the check runs
@@ -22,6 +24,7 @@ struct State {
     u32 diffCheckActive = 0;
     u32 sampledAt_ms = 0;              // kernel time of the last sample
     bool hasSampled = false;           // since the start: that time is known
+    std::optional<double> steppedAt_s; // counter right behind its last step, until an edge of later on
     u32 diffCheckAfterJump = 0;
     u32 diffCheckTicks = TICKS_BETWEEN_DIFF_CHECKS;
 };

@@ -83,6 +83,17 @@ constexpr double NO_SAMPLE_YET = -1.0;       // t_c_last of a record without tim
 /// Line references come at 8 Hz; one edge in eight is measured.
 bool isDecimated(u32 z_i) { return (z_i >= Z_EXT_REF && z_i <= Z_SDH_REF) || z_i == Z_ETH_REF; }
 
+/// An edge that waited while the counter was stepped stands on the scale from before the step.
+bool isBeforeStep(double age, double period)
+{
+    std::optional<double>& steppedAt_s = state().steppedAt_s;
+    if (!steppedAt_s) return false;
+    const double sinceStep = KvdLoz6Math_fmodSignY(state().var.t_f_last - *steppedAt_s, period);
+    if (age >= sinceStep) return true;
+    steppedAt_s.reset();
+    return false;
+}
+
 /// True when this edge is left out.
 bool decimate()
 {
@@ -133,7 +144,18 @@ int KvdLoz6TuReg_handleRefClkInt(LatchedEdge& edge)
                   "Measurement discarded: Diff betw curr. and latched time too large.");
         return 0;
     }
+    if (isBeforeStep(age, period)) {
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO,
+                  "Measurement discarded: Latched before the counter was stepped.");
+        return 0;
+    }
     return 1;
+}
+
+void KvdLoz6TuReg_counterStepped()
+{
+    double period = 0, t_f = 0;
+    if (tuHwIf_readTime(period, t_f) == 0) state().steppedAt_s = t_f;
 }
 
 measure::SampleInterval measure::sampleInterval(double t_c_last, double t_f_last, double t_f, double period)
