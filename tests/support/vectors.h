@@ -86,6 +86,12 @@ inline bool isProse(const std::string& key)
     return PROSE.contains(key);
 }
 
+/// Another reading of an open result, told in words alone, or not at all.
+inline bool isReadingInWords(const std::string& key, const json& value)
+{
+    return key == "alt" && (value.is_string() || value.is_null());
+}
+
 /// A view of a part of a file that remembers, for the whole file, which values were read.
 class Value {
 public:
@@ -187,7 +193,8 @@ private:
         if (read_->contains(&node)) return;
         if (node.is_object()) {
             for (const auto& [key, child] : node.items())
-                if (!isProse(key)) collect(child, path.empty() ? key : path + "." + key, paths);
+                if (!isProse(key) && !isReadingInWords(key, child))
+                    collect(child, path.empty() ? key : path + "." + key, paths);
         } else if (node.is_array()) {
             for (const json& child : node) collect(child, path + "[]", paths);
         } else {
