@@ -38,6 +38,8 @@ sim::Listening listeningOf(const sim::MpPacketRef& ref)
         l.address = sim::textOf(sim::NetAddress{ref.family, ref.server});
         l.profile = "ITU_T_G_8265_1";
         l.syncWithin_s = 0;                      // as granted
+        l.classWithin = 14;
+        l.classesToo = {80, 82, 84, 86, 90};     // quality levels of ITU-T G.8265.1
         return l;
     }
     l.address = sim::textOf(GROUPS[ref.multicastAddress & 1]);
@@ -45,8 +47,11 @@ sim::Listening listeningOf(const sim::MpPacketRef& ref)
     if (ref.profile == G_8275_1) {
         l.announceWithin_s = 1.1;
         l.syncWithin_s = 0.063;
+    } else {
+        l.needsTai = true;
+        l.classWithin = 7;
+        l.accuracyWithin = 0x22;                 // 250 ns (IEEE 1588-2008 7.6.2.5)
     }
-    l.needsTai = ref.profile != G_8275_1;
     return l;
 }
 
@@ -62,11 +67,12 @@ HostReport hostReport(const sim::HostNet& net, const sim::HostClock& clock,
         const bool isNew = std::ranges::none_of(
             r.ports, [&](const HostReport::Port& p) { return p.interface == port->interface(); });
         r.ports.push_back({port->interface(), port->host().netName(), port->noDatagrams(),
-                           net.stampsOf(port->interface()), port->counts(), std::nullopt});
+                           net.stampsOf(port->interface()), port->counts(), std::nullopt, 0});
         if (const sim::CardClock* const card = net.cardOf(port->interface()))
             r.ports.back().card = {card->difference_ns(), card->rate_ppb(), card->steps()};
         if (!isNew) continue;
         const sim::HeardMasters* const heard = net.heard(port->interface());
+        r.ports.back().beyond = heard->beyond();
         for (const sim::HeardMaster& m : heard->masters())
             r.masters.push_back({port->interface(), heard->describe(m), heard->isTaken(m), m.announces,
                                  m.syncs, seconds(m.first), seconds(m.last)});
@@ -95,6 +101,7 @@ nlohmann::ordered_json toJson(const HostReport& r)
                                       {"unusable", p.counts.unusable},
                                       {"errors", p.counts.errors},
                                       {"no_datagrams", p.noDatagrams},
+                                      {"announces_beyond", p.beyond},
                                       {"stamps", p.stamps}});
         if (p.card)
             json["interfaces"].back()["card"] = {
@@ -109,7 +116,7 @@ nlohmann::ordered_json toJson(const HostReport& r)
         const sim::HostGps::Counts& c = r.receiver->counts;
         json["receiver"] = {{"tty", r.receiver->tty}, {"pps", r.receiver->pps}, {"bytes", c.bytes},
                             {"flooded", c.flooded}, {"sentences", c.sentences}, {"sent", c.sent},
-                            {"pulses", c.pulses}, {"hangups", c.hangups}};
+                            {"unsent", c.unsent}, {"pulses", c.pulses}, {"hangups", c.hangups}};
     }
     return json;
 }
@@ -146,9 +153,10 @@ void printHost(const HostReport& r, std::FILE* out)
         const auto n = [](u64 count) { return static_cast<unsigned long long>(count); };
         std::fprintf(
             out,
-            "receiver on %s: %llu sentences in %llu bytes, %llu bytes to it, %llu more than the line's "
-            "speed allows, %u hang-ups; pulses %s\n",
-            r.receiver->tty.c_str(), n(c.sentences), n(c.bytes), n(c.sent), n(c.flooded), c.hangups,
+            "receiver on %s: %llu sentences in %llu bytes, %llu more than the line's speed allows, %llu bytes "
+            "to it, %llu not taken, %u hang-ups; pulses %s\n",
+            r.receiver->tty.c_str(), n(c.sentences), n(c.bytes), n(c.flooded), n(c.sent), n(c.unsent),
+            c.hangups,
             r.receiver->pps.empty() ? "at the host's seconds"
                                     : (std::to_string(c.pulses) + " of " + r.receiver->pps).c_str());
     }
@@ -163,6 +171,10 @@ std::string heardText(const nlohmann::ordered_json& host)
                 + clockText(m.at("first_s").get<double>()) + " to " + clockText(m.at("last_s").get<double>())
                 + (m.at("followed").get<bool>() ? ", followed: " : ", not followed: ")
                 + m.at("text").get<std::string>() + "\n";
+    for (const auto& i : host.at("interfaces"))
+        if (const u64 beyond = i.value("announces_beyond", u64{0}); beyond > 0)
+            text += "heard on " + i.at("interface").get<std::string>() + ", " + std::to_string(beyond)
+                    + " Announces of more masters than are kept\n";
     return text;
 }
 

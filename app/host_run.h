@@ -19,6 +19,7 @@ struct HostReport {
         sim::HostPort::Counts counts;
         struct Card { i64 ahead_ns; double fast_ppb; u32 steps; };
         std::optional<Card> card;    // its clock against the host's
+        u64 beyond = 0;              // Announces of more masters than are kept
     };
     std::vector<Port> ports;
     struct Master {

@@ -302,7 +302,7 @@ std::vector<std::string> packetFaultWords(u32 faultFlags)
         {FAULT_DELAY_REQ_RATE, "Delay_Req rate too low"},
         {FAULT_UC_NO_REPLY, "no reply to a unicast request"},
         {FAULT_UC_NO_AGREE, "unicast request refused"},
-        {FAULT_UC_MC_NOK, "unicast terms not kept"},
+        {FAULT_UC_MC_NOK, "unicast master not good enough"},
         {FAULT_UC_CANCELLED, "unicast grant cancelled"},
         {FAULT_FREQ_NOT_TRACEABLE, "frequency not traceable"},
         {FAULT_TIME_NOT_TRACEABLE, "time not traceable"},

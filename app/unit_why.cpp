@@ -226,6 +226,14 @@ void explainTime(UnitStatus& status, const Grades& g)
                                                    : "RNT_TIME_LOCKED when a jump is ordered (do mp.jump)";
 }
 
+/// A packet time reference whose delays vary too much isn't measured, and the estimate says nothing of it.
+void tellRefusal(UnitStatus& status)
+{
+    if (status.referenceType != "PACKET_TIME_REF" || !isHigh(status.pdv)) return;
+    status.why += "; no measurement is taken: " + pdvText(status.pdv);
+    status.change = "the estimate gets worse until the variation is within its limit (kvdpdvthr)";
+}
+
 /// Of states that a loop or another unit decides.
 void explainLoop(UnitStatus& status)
 {
@@ -301,6 +309,7 @@ void explain(UnitStatus& status, sim::Unit& unit)
     }
     const u8 timeMode = unit.node().mainProcessor().config.timeMode;
     unit.node().inProgram([&] { explainRunning(status, readGrades(), timeMode); });
+    tellRefusal(status);
 }
 
 }  // namespace app

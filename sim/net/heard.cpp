@@ -45,6 +45,14 @@ bool takes(const Listening& l, const HeardMaster& m)
     return l.way == m.way && l.domain == m.domain && l.address == (l.way == PtpWay::Frame ? m.to : m.from);
 }
 
+std::string classComplaint(const Listening& l, u8 clockClass)
+{
+    if (clockClass <= l.classWithin || std::ranges::count(l.classesToo, clockClass) > 0) return {};
+    std::string text = ", wants class " + std::to_string(l.classWithin) + " or less";
+    for (const u8 c : l.classesToo) text += (c == l.classesToo.front() ? " or " : ", ") + std::to_string(c);
+    return text;
+}
+
 /// What keeps a reference that hears the master from being content with it.
 std::string complaints(const Listening& l, const HeardMaster& m)
 {
@@ -55,6 +63,12 @@ std::string complaints(const Listening& l, const HeardMaster& m)
     if (m.logSync && l.syncWithin_s > 0 && std::ldexp(1.0, *m.logSync) > l.syncWithin_s)
         text += ", wants Sync within " + intervalText(l.syncWithin_s);
     if (l.isTime && l.needsTai && (m.announce.flags1 & PTP_TIMESCALE) == 0) text += ", wants TAI";
+    text += classComplaint(l, m.announce.clockClass);
+    if (m.announce.accuracy > l.accuracyWithin) {
+        char accuracy[32];
+        std::snprintf(accuracy, sizeof accuracy, ", wants accuracy 0x%02X", l.accuracyWithin);
+        text += accuracy;
+    }
     return text.empty() ? text : "; " + l.profile + text.substr(1);
 }
 

@@ -40,6 +40,9 @@ struct Listening {
     double syncWithin_s = 0;         // a slower flow is a fault
     bool needsTai = false;           // a master of another time scale is a fault
     bool isTime = true;
+    u8 classWithin = 0xFF;           // a higher one is a fault
+    std::vector<u8> classesToo{};    // but for these
+    u8 accuracyWithin = 0xFF;
 };
 
 class HeardMasters {

@@ -71,6 +71,7 @@ void HostClock::follow()
     constexpr i64 SURE_ns = 5'000;
     const Offset seen = measure();
     if (std::abs(seen.offset_ns - offset_ns_) <= SURE_ns + seen.width_ns) return;
+    lastStep_ns_ = seen.offset_ns - offset_ns_;
     offset_ns_ = seen.offset_ns;
     steppedAt_ns_ = source_.monotonic_ns();
     ++steps_;

@@ -34,6 +34,7 @@ public:
     /// Looks whether the time of day has been stepped; to be called now and then.
     void follow();
     u32 steps() const { return steps_; }
+    i64 lastStep_ns() const { return lastStep_ns_; }
 
 private:
     struct Offset { i64 offset_ns, width_ns; };
@@ -44,6 +45,7 @@ private:
     i64 beginning_ns_ = 0;           // of CLOCK_MONOTONIC
     i64 tai_s_ = 0;
     u32 steps_ = 0;
+    i64 lastStep_ns_ = 0;
     i64 steppedAt_ns_ = INT64_MIN;   // of CLOCK_MONOTONIC
 };
 

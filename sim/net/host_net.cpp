@@ -1,9 +1,32 @@
 #include "sim/net/host_net.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace sim {
+namespace {
+
+constexpr const char* BACK = "the interface is back";
+
+/// Of an interface by its number, 0 for one that isn't there.
+const char* stateOf(const std::string& name, unsigned index)
+{
+    if (index == 0) return "the interface is gone";
+    const int any = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ifreq r{};
+    std::strncpy(r.ifr_name, name.c_str(), sizeof r.ifr_name - 1);
+    const bool isKnown = ioctl(any, SIOCGIFFLAGS, &r) == 0;
+    close(any);
+    constexpr short CARRIES = IFF_UP | IFF_RUNNING;
+    return isKnown && (r.ifr_flags & CARRIES) != CARRIES ? "the interface is down" : BACK;
+}
+
+}  // namespace
 
 void Lateness::take(double late_s)
 {
@@ -44,7 +67,7 @@ HostNet::Interface& HostNet::interface(const std::string& name)
     const auto listens = [this, name] { return listens_ ? listens_(name) : std::nullopt; };
     const auto tell = [this, name](const std::string& text) { if (tell_) tell_(name, text); };
     i = std::make_unique<Interface>(Interface{if_nametoindex(name.c_str()), stampsFor(name),
-                                              HeardMasters(world_, listens, tell), nullptr});
+                                              HeardMasters(world_, listens, tell), nullptr, BACK});
     i->ear = std::make_unique<HostEar>(name, i->index, i->heard);
     return *i;
 }
@@ -60,6 +83,10 @@ void HostNet::followClocks()
     const u32 before = clock_.steps();
     clock_.follow();
     if (clock_.steps() == before) return;
+    char text[80];
+    std::snprintf(text, sizeof text, "its time of day was stepped by %+.6f s",
+                  static_cast<double>(clock_.lastStep_ns()) * 1e-9);
+    if (tell_) tell_("host", text);
     for (auto& [name, i] : interfaces_)
         if (i->stamps.card) i->stamps.card->onHostStep();
 }
@@ -75,14 +102,20 @@ void HostNet::followInterfaces()
     for (auto& [name, i] : interfaces_) {
         if (i->stamps.card) i->stamps.card->follow();
         const unsigned index = if_nametoindex(name.c_str());
-        if (index == i->index) continue;
-        i->index = index;
-        if (index != 0) i->stamps = stampsFor(name);
-        i->ear = index != 0 ? std::make_unique<HostEar>(name, index, i->heard) : nullptr;
-        for (const auto& port : ports_)
-            if (port->interface() == name) port->reopen(index, i->stamps.card.get());
-        if (tell_) tell_(name, index == 0 ? "the interface is gone" : "the interface is back");
+        if (index != i->index) replace(name, *i, index);
+        const char* const state = stateOf(name, index);
+        if (tell_ && state != i->state) tell_(name, state);
+        i->state = state;
     }
+}
+
+void HostNet::replace(const std::string& name, Interface& i, unsigned index)
+{
+    i.index = index;
+    if (index != 0) i.stamps = stampsFor(name);
+    i.ear = index != 0 ? std::make_unique<HostEar>(name, index, i.heard) : nullptr;
+    for (const auto& port : ports_)
+        if (port->interface() == name) port->reopen(index, i.stamps.card.get());
 }
 
 /// Until the time has come or a socket has something, at most so long that an operator doesn't notice.

@@ -23,8 +23,9 @@ struct Lateness {
 class HostNet {
 public:
     using Listens = std::function<std::optional<std::vector<Listening>>(const std::string& interface)>;
-    using Tell = std::function<void(const std::string& interface, const std::string& text)>;
-    /// What the units on an interface have, and who is told of the masters there; before the first `add`.
+    using Tell = std::function<void(const std::string& what, const std::string& text)>;
+    /// What the units on an interface have, and who is told of the masters there and of what becomes of it and
+    /// of the "host"; before the first `add`.
     void onHeard(Listens listens, Tell tell)
     {
         listens_ = std::move(listens);
@@ -43,7 +44,7 @@ public:
     void wantOneStep(const std::string& interface) { oneStep_.insert(interface); }
     /// Takes the host off its paths and puts it on the interface. Throws HostError.
     HostPort& add(NetHost& host, const std::string& interface);
-    /// Read beside the interfaces ; it must live as long as the runs.
+    /// Read beside the interfaces; it must live as long as the runs.
     void attach(HostDevice& device) { devices_.push_back(&device); }
     /// Runs the world until its time is `end`, one second a second.
     void runUntil(ose::Time end);
@@ -73,11 +74,13 @@ private:
         InterfaceStamps stamps;
         HeardMasters heard;
         std::unique_ptr<HostEar> ear;
+        std::string state;           // in words, told when it changes
     };
     Interface& interface(const std::string& name);
     InterfaceStamps stampsFor(const std::string& name) const;
     void followClocks();
     void followInterfaces();
+    void replace(const std::string& name, Interface& interface, unsigned index);
     void waitUntil(ose::Time due);
 
     ose::World& world_;

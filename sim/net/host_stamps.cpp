@@ -4,13 +4,11 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
-#include <fcntl.h>
 #include <linux/ethtool.h>
 #include <linux/net_tstamp.h>
 #include <linux/ptp_clock.h>
 #include <linux/sockios.h>
 #include <net/if.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -29,7 +27,7 @@ struct File {
 
 /// False with errno where the driver has no such thing.
 template <typename T>
-bool ask(const CardCalls& calls, const std::string& interface, unsigned long request, T& data)
+bool ask(const DeviceCalls& calls, const std::string& interface, unsigned long request, T& data)
 {
     const File any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq r{};
@@ -41,7 +39,7 @@ bool ask(const CardCalls& calls, const std::string& interface, unsigned long req
 i64 nsOf(const ptp_clock_time& t) { return t.sec * NS_PER_s + t.nsec; }
 
 /// The narrowest of some readings of the card between two of the host.
-std::optional<CardClock::Reading> readCard(const CardCalls& calls, int fd)
+std::optional<CardClock::Reading> readCard(const DeviceCalls& calls, int fd)
 {
     ptp_sys_offset_extended o{};
     o.n_samples = 5;
@@ -122,13 +120,7 @@ std::optional<i64> CardClock::cardTimeOf(i64 realtime_ns) const
     return last_->card_ns + std::llround(since * (1.0 + rate_));
 }
 
-CardCalls CardCalls::kernel()
-{
-    return {[](const std::string& device) { return ::open(device.c_str(), O_RDWR | O_CLOEXEC); },
-            [](int fd, unsigned long request, void* data) { return ioctl(fd, request, data); }};
-}
-
-InterfaceStamps openStamps(const std::string& interface, bool oneStep, const CardCalls& calls)
+InterfaceStamps openStamps(const std::string& interface, bool oneStep, const DeviceCalls& calls)
 {
     ethtool_drvinfo driver{};
     driver.cmd = ETHTOOL_GDRVINFO;

@@ -3,6 +3,7 @@
 // Units   ns of the host's CLOCK_REALTIME and of the card's clock.
 #pragma once
 #include "ose/types.h"
+#include "sim/net/host_device.h"
 
 #include <functional>
 #include <memory>
@@ -47,14 +48,8 @@ struct InterfaceStamps {
     std::string text;                                // one line about it
     std::string oneStep;                             // and about Sync of one step
 };
-/// The calls of the machine that it takes, as open(2) and ioctl(2) answer.
-struct CardCalls {
-    std::function<int(const std::string& device)> open;
-    std::function<int(int fd, unsigned long request, void* data)> control;
-    static CardCalls kernel();
-};
 /// Turns the card's stamps on where there are any, and its part in Sync of one step where that is wanted.
 InterfaceStamps openStamps(const std::string& interface, bool oneStep,
-                           const CardCalls& calls = CardCalls::kernel());
+                           const DeviceCalls& calls = DeviceCalls::kernel());
 
 }  // namespace sim

@@ -9,6 +9,7 @@
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
+#include <utility>
 
 namespace sim {
 namespace {
@@ -33,20 +34,13 @@ bool isSentence(const std::string& text)
 }  // namespace
 
 HostGps::HostGps(ose::World& world, HostClock& clock, SerialPort& serial, const std::string& tty,
-                 const std::string& pps)
-    : world_(world), clock_(clock), serial_(serial), tty_(tty), pps_(pps)
+                 const std::string& pps, DeviceCalls calls)
+    : world_(world), clock_(clock), serial_(serial), tty_(tty), pps_(pps), calls_(std::move(calls))
 {
     if (const std::string why = openLine(); !why.empty()) throw HostError(tty_ + ": " + why);
-    if (!pps_.empty()) {
-        pulse_ = open(pps_.c_str(), O_RDWR | O_CLOEXEC);
-        int capabilities = 0;
-        const bool isUsable = pulse_ >= 0 && ioctl(pulse_, PPS_GETCAP, &capabilities) == 0;
-        const std::string why = pulse_ < 0 ? std::strerror(errno) : "no pulses of the kernel (PPS)";
-        if (!isUsable) {
-            close(line_);
-            if (pulse_ >= 0) close(pulse_);
-            throw HostError(pps_ + ": " + why);
-        }
+    if (const std::string why = pps_.empty() ? "" : openPulse(); !why.empty()) {
+        close(line_);
+        throw HostError(pps_ + ": " + why);
     }
     serial_.onSent([this](const std::vector<u8>& bytes) { send(bytes); });
 }
@@ -140,19 +134,85 @@ void HostGps::follow(u8 byte)
 
 void HostGps::send(const std::vector<u8>& bytes)
 {
-    if (line_ < 0) return;
-    const ssize_t wrote = write(line_, bytes.data(), bytes.size());
-    if (wrote > 0) counts_.sent += static_cast<u64>(wrote);
+    const ssize_t wrote = line_ >= 0 ? write(line_, bytes.data(), bytes.size()) : -1;
+    const u64 sent = wrote > 0 ? static_cast<u64>(wrote) : 0;
+    counts_.sent += sent;
+    counts_.unsent += bytes.size() - sent;
 }
 
-/// Bytes without a sentence among them are told once.
-void HostGps::judge()
+// ---- the pulse ----------------------------------------------------------------------------------
+
+/// Why it can't be, or nothing.
+std::string HostGps::openPulse()
 {
-    const ose::Time now = clock_.now();
-    if (now - judgedAt_ < JUDGE) return;
-    judgedAt_ = now;
-    const u64 bytes = counts_.bytes - std::exchange(judgedBytes_, counts_.bytes);
-    const u64 sentences = counts_.sentences - std::exchange(judgedSentences_, counts_.sentences);
+    const int fd = calls_.open(pps_);
+    if (fd < 0) return std::strerror(errno);
+    int capabilities = 0;
+    if (calls_.control(fd, PPS_GETCAP, &capabilities) != 0) {
+        close(fd);
+        return "no pulses of the kernel (PPS)";
+    }
+    pulse_ = fd;
+    return {};
+}
+
+void HostGps::fetchPulse()
+{
+    pps_fdata data{};                            // no time-out: the last one
+    if (calls_.control(pulse_, PPS_FETCH, &data) != 0) {
+        if (errno != EINTR) losePulse(std::strerror(errno));
+        return;
+    }
+    if (data.info.assert_sequence == pulseNumber_) return;
+    pulseNumber_ = data.info.assert_sequence;
+    const auto at = clock_.ofStamp(data.info.assert_tu.sec * 1'000'000'000LL + data.info.assert_tu.nsec);
+    if (!at) return;
+    ++counts_.pulses;
+    pulseAt_ = *at;
+    if (changed) changed();
+}
+
+void HostGps::losePulse(const std::string& why)
+{
+    close(std::exchange(pulse_, -1));
+    pulseTriedAt_ = clock_.now();
+    pulseNumber_ = 0;
+    say(pps_ + " is gone (" + why + ")");
+}
+
+void HostGps::reopenPulse()
+{
+    if (clock_.now() - pulseTriedAt_ < AGAIN) return;
+    pulseTriedAt_ = clock_.now();
+    if (openPulse().empty()) say(pps_ + " is back");
+}
+
+void HostGps::takePulse()
+{
+    if (pulse_ >= 0)        fetchPulse();
+    else if (!pps_.empty()) reopenPulse();
+    const ose::Time last = pps_.empty() ? sentenceAt_ : pulseAt_;
+    const bool pulsing = last >= 0 && clock_.now() - last < SILENT;
+    if (std::exchange(pulsing_, pulsing) != pulsing && changed) changed();
+}
+
+/// The last pulse where the world hasn't come there yet, and else what follows it. An edge that the one before
+/// has foretold isn't given again when it is seen.
+ose::Time HostGps::nextEdge(ose::Time now)
+{
+    if (!pulsing_) return -1;
+    if (pps_.empty()) return clock_.nextSecond(now);
+    if (foretold_ <= now) passed_ = foretold_;
+    const ose::Time after = std::max(now, passed_ + ose::SEC / 2);
+    const ose::Time ahead = after < pulseAt_ ? 0 : (after - pulseAt_) / ose::SEC + 1;
+    return foretold_ = pulseAt_ + ahead * ose::SEC;
+}
+
+// ---- what is wrong with them --------------------------------------------------------------------
+
+/// Bytes without a sentence among them are told once.
+void HostGps::judgeLine(u64 bytes, u64 sentences)
+{
     constexpr u64 ENOUGH = 200;
     if (sentences > 0) complained_ = false;
     if (bytes < ENOUGH || sentences > 0 || complained_) return;
@@ -161,34 +221,25 @@ void HostGps::judge()
         + " bytes and no sentence; does the receiver speak at 9600 bit/s?");
 }
 
-// ---- the pulse ----------------------------------------------------------------------------------
-
-void HostGps::takePulse()
+/// As is a device that has no pulse for a receiver that speaks.
+void HostGps::judgePulse(u64 sentences, u64 pulses)
 {
-    bool pulsing = sentenceAt_ >= 0 && clock_.now() - sentenceAt_ < SILENT;
-    if (pulse_ >= 0) {
-        pps_fdata data{};                        // no time-out: the last one
-        if (ioctl(pulse_, PPS_FETCH, &data) == 0 && data.info.assert_sequence != pulseNumber_) {
-            pulseNumber_ = data.info.assert_sequence;
-            const auto at = clock_.ofStamp(data.info.assert_tu.sec * 1'000'000'000LL
-                                           + data.info.assert_tu.nsec);
-            if (at) {
-                ++counts_.pulses;
-                pulseAt_ = *at;
-                if (changed) changed();
-            }
-        }
-        pulsing = pulseAt_ >= 0 && clock_.now() - pulseAt_ < SILENT;
-    }
-    if (std::exchange(pulsing_, pulsing) != pulsing && changed) changed();
+    if (pulses > 0) missesPulse_ = false;
+    if (pulse_ < 0 || pulses > 0 || sentences == 0 || missesPulse_) return;
+    missesPulse_ = true;
+    say(pps_ + ": sentences and no pulse; is the receiver's pulse wired to it?");
 }
 
-ose::Time HostGps::nextEdge(ose::Time now)
+void HostGps::judge()
 {
-    if (!pulsing_) return -1;
-    if (pulse_ < 0) return clock_.nextSecond(now);
-    const ose::Time ahead = std::max<ose::Time>((now - pulseAt_) / ose::SEC + 1, 1);
-    return pulseAt_ + ahead * ose::SEC;
+    const ose::Time now = clock_.now();
+    if (now - judgedAt_ < JUDGE) return;
+    judgedAt_ = now;
+    const u64 bytes = counts_.bytes - std::exchange(judgedBytes_, counts_.bytes);
+    const u64 sentences = counts_.sentences - std::exchange(judgedSentences_, counts_.sentences);
+    const u64 pulses = counts_.pulses - std::exchange(judgedPulses_, counts_.pulses);
+    judgeLine(bytes, sentences);
+    judgePulse(sentences, pulses);
 }
 
 // ---- HostDevice ---------------------------------------------------------------------------------

@@ -14,6 +14,7 @@
 #include <fcntl.h>
 #include <linux/ethtool.h>
 #include <linux/net_tstamp.h>
+#include <linux/pps.h>
 #include <linux/ptp_clock.h>
 #include <linux/sockios.h>
 #include <net/if.h>
@@ -94,9 +95,12 @@ TEST(HeardMasters, ChangesAreToldAndFloodsAreNot)
     ear.hear(worse, sim::PtpWay::Frame, group);
     EXPECT_EQ(ear.told.size(), 1u);                     // not so soon
     ear.world.runFor(11 * ose::SEC);
+    ear.refs[0].classWithin = 6;
+    ear.refs[0].classesToo = {80, 84};
     ear.hear(worse, sim::PtpWay::Frame, group);
     ASSERT_EQ(ear.told.size(), 2u);
     EXPECT_THAT(ear.told[1], HasSubstr("class 7"));
+    EXPECT_THAT(ear.told[1], HasSubstr("; ITU_T_G_8275_1 wants class 6 or less or 80, 84"));
     for (u16 port = 2; port < 1000; ++port) {
         worse.source.number = port;
         ear.hear(worse, sim::PtpWay::Frame, group, 1);
@@ -160,7 +164,7 @@ struct Card {
     const char* device = "/dev/null";
     hwtstamp_config set{};
 
-    sim::CardCalls calls()
+    sim::DeviceCalls calls()
     {
         return {[this](const std::string& name) {
                     EXPECT_EQ(name, "/dev/ptp3");
@@ -384,6 +388,61 @@ TEST_F(Line, AFloodAnotherSpeedAndAHangUpAreTold)
     say(SENTENCE);
     pass(100);
     EXPECT_EQ(gps->counts().sentences, 2u);
+}
+
+TEST_F(Line, ThePulseIsTheDevicesWhereThereIsOne)
+{
+    bool isThere = true;
+    u32 pulses = 0;
+    i64 at_ns = 0;                                      // of the last, by the host's time of day
+    const auto control = [&](int, unsigned long request, void* data) {
+        errno = ENODEV;
+        if (request == PPS_FETCH)
+            static_cast<pps_fdata*>(data)->info = {pulses, 0, {at_ns / 1'000'000'000,
+                                                   static_cast<i32>(at_ns % 1'000'000'000), 0}, {}, 0};
+        return isThere ? 0 : -1;
+    };
+    const auto open = [&](const std::string&) { return isThere ? ::open("/dev/null", O_RDWR) : -1; };
+    const auto pulse = [&](i64 ahead_ns) {              // of the world, which is a little behind the host
+        ++pulses;
+        at_ns = host_ns + 250'000'000 + ahead_ns;
+        const ose::Time at = clock.now() + ahead_ns * ose::NS;
+        host_ns += ahead_ns + 50'000;
+        gps->take();
+        return at;
+    };
+    gps.reset();
+    gps = std::make_unique<sim::HostGps>(world, clock, node.serial(), tty, "/dev/pps0",
+                                         sim::DeviceCalls{open, control});
+    gps->onWord([this](const std::string& text) { words.push_back(text); });
+    for (int i = 0; i < 11; ++i) {
+        say(SENTENCE);
+        pass(1000);
+    }
+    EXPECT_FALSE(gps->present());                       // a sentence is no pulse here
+    ASSERT_EQ(words.size(), 1u);
+    EXPECT_THAT(words[0], HasSubstr("/dev/pps0: sentences and no pulse"));
+    const ose::Time first = pulse(20'000);
+    ASSERT_TRUE(gps->present());
+    EXPECT_EQ(gps->nextEdge(world.now()), first);
+    EXPECT_EQ(gps->nextEdge(first), first + ose::SEC);
+    pass(1000);                                         // past the edge, a pulse later than foretold
+    ASSERT_GE(world.now(), first + ose::SEC);
+    at_ns += 1'000'000'300;
+    ++pulses;
+    gps->take();
+    EXPECT_EQ(gps->nextEdge(first + ose::SEC), first + 2 * ose::SEC + 300 * ose::NS);
+    isThere = false;
+    for (int i = 0; i < 4; ++i) pass(1000);
+    EXPECT_FALSE(gps->present());
+    isThere = true;
+    pass(1100);
+    const ose::Time again = pulse(20'000);
+    ASSERT_EQ(words.size(), 3u);
+    EXPECT_EQ(words[1], "/dev/pps0 is gone (No such device)");
+    EXPECT_EQ(words[2], "/dev/pps0 is back");
+    EXPECT_EQ(gps->nextEdge(world.now()), again);
+    EXPECT_EQ(gps->counts().pulses, 3u);
 }
 
 TEST_F(Line, WhatIsNoLineIsRefused)
