@@ -12,43 +12,38 @@
 namespace {
 
 constexpr u32 SERVICES_MAX = 32;   // the proxies of this program use about a dozen
-constexpr u32 NONE = SERVICES_MAX;
 
 struct Service {
     char name[sizeof(TsvIfLookup::service)] = {};
-    PROCESS server = 0;
-    bool attached = false;
-    u32 next = NONE;
+    PROCESS server = 0;            // 0: it isn't there
 };
 struct State {
     std::array<Service, SERVICES_MAX> services;
     u32 count = 0;
-    u32 head = NONE;   // the newest entry
 };
 ose::ModuleData<State> s;
 
-u32 findOrCreate(const char* name)
+/// nullptr when there is no room for another.
+Service* findOrCreate(const char* name)
 {
-    for (u32 i = s->head; i != NONE; i = s->services[i].next)
-        if (std::strcmp(s->services[i].name, name) == 0) return i;
-    if (s->count == SERVICES_MAX) return NONE;
-    const u32 entry = s->count++;
-    Service& service = s->services[entry];
-    std::memcpy(service.name, name, std::min(std::strlen(name), sizeof service.name - 1));
-    service.next = s->head;
-    s->head = entry;
-    return entry;
+    const auto end = s->services.begin() + s->count;
+    const auto known = std::find_if(s->services.begin(), end, [name](const Service& service) {
+        return std::strcmp(service.name, name) == 0;
+    });
+    if (known != end) return &*known;
+    if (s->count == SERVICES_MAX) return nullptr;
+    Service& service = s->services[s->count++];
+    std::memcpy(service.name, name, std::strlen(name));
+    return &service;
 }
 
-void attachServer(u32 entry)
+void attachServer(Service& service)
 {
-    Service& service = s->services[entry];
     service.server = ose::hunt(service.name, 0, nullptr, nullptr);
     if (service.server == 0) return;
     TsvIfServerDead* dead = node::make<TsvIfServerDead>(TSV_IF_SERVER_DEAD);
-    dead->entry = entry;
+    dead->entry = static_cast<u32>(&service - s->services.data());
     Signal* sig = reinterpret_cast<Signal*>(dead);
-    service.attached = true;
     ose::attach(&sig, service.server);
 }
 
@@ -60,18 +55,16 @@ void onLookup(Signal** sig)
     }
     TsvIfLookup* lookup = reinterpret_cast<TsvIfLookup*>(*sig);
     lookup->service[sizeof lookup->service - 1] = '\0';
-    const u32 entry = findOrCreate(lookup->service);
-    if (entry != NONE && !s->services[entry].attached) attachServer(entry);
-    lookup->attached = entry != NONE && s->services[entry].attached ? 1 : 0;
-    lookup->serverPid = lookup->attached == 1 ? s->services[entry].server : 0;
+    Service* const service = findOrCreate(lookup->service);
+    if (service != nullptr && service->server == 0) attachServer(*service);
+    lookup->serverPid = service != nullptr ? service->server : 0;
+    lookup->attached = lookup->serverPid != 0 ? 1 : 0;
     ose::send(sig, ose::sender(sig));
 }
 
 void onServerDead(const TsvIfServerDead* ind)
 {
-    if (ind == nullptr || ind->entry >= s->count) return;
-    s->services[ind->entry].attached = false;
-    s->services[ind->entry].server = 0;
+    if (ind != nullptr && ind->entry < s->count) s->services[ind->entry].server = 0;
 }
 
 }  // namespace

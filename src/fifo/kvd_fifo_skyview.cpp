@@ -88,7 +88,6 @@ void KvdLoz6FifoSkyView_stop()
 {
     if (!s->running) return;
     s->running = false;                        // the timer is cancelled by the process that owns it
-    s->tick = 0;
     order(KVD_FIFO_DUMP_SKYVIEW_FIFO_TO_FILE_IND);
 }
 

@@ -10,6 +10,7 @@
 
 #include <cstring>
 #include <ctime>
+#include <optional>
 
 namespace {
 
@@ -19,16 +20,15 @@ constexpr u32 RECEIVE_ROOM = 256;           // bytes taken from the driver at a 
 constexpr int SERIAL_ALREADY_STARTED = 4;
 constexpr int SERIAL_NO_DEVICE = 8;
 
+struct OcxoSerial { char text[18]; u8 version, manufacturer; };
 struct State {
     bool open = false;
     const char* device = "";
     SerialPortDescriptor port{};
     PROCESS process = 0; // serial interrupt process, stays when only the port is closed
     // What the oscillator's EEPROM said, once it was read well: it stays the same for the program's life.
-    bool hasParams = false, hasSerial = false;
-    OcxoParams params{};
-    char serial[18] = "";
-    u8 version = 0, manufacturer = 0;
+    std::optional<OcxoParams> params;
+    std::optional<OcxoSerial> serial;
 };
 ose::ModuleData<State> s;
 
@@ -73,7 +73,6 @@ void killSerialProcess()
 
 int HALI_init()
 {
-    getBoardType();
     if (tuHwIf_initBaseAddresses() != 0) {
         KVD_TRACE(TRACE_HALI, TRACE_ERROR, "Unable to obtain FPGA memory base address");
         return 1;
@@ -99,8 +98,8 @@ int HALI_getPowerOnTime(u32& time)
 
 int HALI_getOcxoParams(OcxoParams& params)
 {
-    if (s->hasParams) {
-        params = s->params;
+    if (s->params) {
+        params = *s->params;
         return 0;
     }
     params = {};
@@ -118,8 +117,7 @@ int HALI_getOcxoParams(OcxoParams& params)
     params.a3 = tuHwIf_readOcxoCoeff(4);
     params.tempMin = tuHwIf_readOcxoCoeff(7);
     params.tempMax = tuHwIf_readOcxoCoeff(8);
-    s->hasParams = params.nominalFrequency > 0;
-    s->params = params;
+    if (params.nominalFrequency > 0) s->params = params;
     return 0;
 }
 
@@ -127,14 +125,15 @@ int HALI_getOcxoTemp(double& volts) { return tuHwIf_readOcxoTemp(volts); }
 
 int HALI_readOcxoSerial(char serial[18], u8& version, u8& manufacturer)
 {
-    if (!s->hasSerial) {
-        const int result = tuHwIf_readOcxoSerial(s->serial, s->version, s->manufacturer);
+    if (!s->serial) {
+        OcxoSerial read{};
+        const int result = tuHwIf_readOcxoSerial(read.text, read.version, read.manufacturer);
         if (result != 0) return result;
-        s->hasSerial = true;
+        s->serial = read;
     }
-    std::memcpy(serial, s->serial, sizeof s->serial);
-    version = s->version;
-    manufacturer = s->manufacturer;
+    std::memcpy(serial, s->serial->text, sizeof s->serial->text);
+    version = s->serial->version;
+    manufacturer = s->serial->manufacturer;
     return 0;
 }
 
@@ -143,7 +142,7 @@ int HALI_readOcxoSerial(char serial[18], u8& version, u8& manufacturer)
 int HALI_enableTuOut(int enable, int frequency)
 {
     KVD_TRACE(TRACE_HALI, TRACE_INFO, "EnableTuOut enable=%d, freq =%d (Not tested)", enable, frequency);
-    tuHwIf_enableGpsOut(enable > 0 ? 1 : 0);
+    tuHwIf_enableGpsOut(enable > 0);
     return 0;
 }
 

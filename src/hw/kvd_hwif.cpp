@@ -8,7 +8,6 @@
 #include "node/trace.h"
 #include "ose/module_data.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <string_view>
 
@@ -21,12 +20,9 @@ constexpr u32 BOARD_CODE_TYPE2 = 9;
 constexpr std::size_t PARAMETER_SIZE = 16;   // text of a base address, bytes
 
 struct State {
-    bool boardTypeRead = false;
-    u32 boardType = BOARD_UNKNOWN;
-    bool basesKnown = false;
+    std::optional<u32> boardType;
     BaseAddresses bases;
-    bool tableFilled = false;
-    RegisterTable table{};
+    RegisterTable table = buildRegisterTable(BOARD_UNKNOWN, {});   // no register until the bases are known
     u32 revision = 0;                        // four characters, read at start
 };
 ose::ModuleData<State> s;
@@ -50,41 +46,50 @@ bool readBaseParameter(const char* name, u32& address)
     char text[PARAMETER_SIZE] = "";
     if (node::platform().boardParameter(name, text, sizeof text) != 0) return false;
     char* end = text;
-    errno = 0;
-    const unsigned long long value = std::strtoull(text, &end, 0);
-    if (end == text || errno != 0 || value > 0xFFFFFFFFull) return false;
+    const unsigned long long value = std::strtoull(text, &end, 0);   // what fits in `text` fits in it
+    if (end == text || value > 0xFFFFFFFFull) return false;
     address = static_cast<u32>(value);
     return true;
 }
 
-/// Once from the base addresses; without them no register is there.
-const RegisterTable& registerTable()
+/// False, traced, when one is missing.
+bool readBases(u32 board, BaseAddresses& bases)
 {
-    if (!s->tableFilled) {
-        s->table = buildRegisterTable(s->basesKnown ? s->boardType : BOARD_UNKNOWN, s->bases);
-        s->tableFilled = true;
+    struct Parameter { const char* name; u32 BaseAddresses::* base; const char* missing; };
+    constexpr Parameter PARAMETERS[] = {
+        {"zfb/hw/fpga/moka/tu_clk_sys/base", &BaseAddresses::C, "Unable to obtain MOKA TU base parameter."},
+        {"zfb/hw/fpga/moka/base", &BaseAddresses::D, "Unable to obtain MOKA top parameter."},
+        {"zfb/hw/fpga/bvf4/base", &BaseAddresses::B, "Unable to obtain BVF4 base parameter."},
+    };
+    if (board == BVQ1) bases.A = BASE_A_ADDRESS;
+    if (board != BVQ3) return board == BVQ1;
+    for (const Parameter& p : PARAMETERS) {
+        if (readBaseParameter(p.name, bases.*p.base)) continue;
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "%s", p.missing);
+        return false;
     }
-    return s->table;
+    bases.B += BASE_B_OFFSET;
+    return true;
 }
 
 void keepRevision()
 {
     s->revision = tuHwIf_readFpgaRev();
-    const char text[5] = {static_cast<char>(revisionCharacter(s->revision, 0)),
-                          static_cast<char>(revisionCharacter(s->revision, 1)),
-                          static_cast<char>(revisionCharacter(s->revision, 2)),
-                          static_cast<char>(revisionCharacter(s->revision, 3)), '\0'};
+    const char text[] = {static_cast<char>(revisionCharacter(s->revision, 0)),
+                         static_cast<char>(revisionCharacter(s->revision, 1)),
+                         static_cast<char>(revisionCharacter(s->revision, 2)),
+                         static_cast<char>(revisionCharacter(s->revision, 3)), '\0'};
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "LOZ6 FPGA revision is %s", text);
 }
 
 /// False when the first register isn't there.
 bool openTimingPart()
 {
-    u32 address = 0;
-    if (!findRegister(REG_BOARD_CONTROL, address)) return false;
+    const auto control = findRegister(REG_BOARD_CONTROL);
+    if (!control) return false;
     node::mmioWrite(s->bases.C + BASE_C_START, 1);
     node::ioBarrier();
-    node::mmioWrite(address, 1);
+    node::mmioWrite(*control, 1);
     return true;
 }
 
@@ -115,45 +120,42 @@ u64 tuHwIf_lookupRegister(u32 id)
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to look up register=0x%08x, boardType=%u", id, board);
         return FAILURE;
     }
-    const u32 address = registerTable()[board][id];
+    const u32 address = s->table[board][id];
     return address == REGISTER_NONE ? FAILURE : address;
 }
 
 namespace hwif {
 
-bool findRegister(u32 id, u32& address)
+std::optional<u32> findRegister(u32 id)
 {
     const u64 found = tuHwIf_lookupRegister(id);
-    if (found >> 32 != 0) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to obtain FPGA memory address.");
-        return false;
-    }
-    address = static_cast<u32>(found);
-    return true;
+    if (found >> 32 == 0) return static_cast<u32>(found);
+    KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to obtain FPGA memory address.");
+    return std::nullopt;
 }
 
-bool readRegister(u32 id, u32& value)
+std::optional<u32> readRegister(u32 id)
 {
-    u32 address = 0;
-    value = 0;
-    if (!findRegister(id, address)) return false;
-    value = node::mmioRead(address);
-    return true;
+    const auto address = findRegister(id);
+    if (!address) return std::nullopt;
+    return node::mmioRead(*address);
 }
+
+u32 readRegisterOr0(u32 id) { return readRegister(id).value_or(0); }
 
 bool writeRegister(u32 id, u32 value)
 {
-    u32 address = 0;
-    if (!findRegister(id, address)) return false;
-    node::mmioWrite(address, value);
+    const auto address = findRegister(id);
+    if (!address) return false;
+    node::mmioWrite(*address, value);
     return true;
 }
 
 bool updateRegister(u32 id, u32 clear, u32 set)
 {
-    u32 address = 0;
-    if (!findRegister(id, address)) return false;
-    node::mmioWrite(address, (node::mmioRead(address) & ~clear) | set);
+    const auto address = findRegister(id);
+    if (!address) return false;
+    node::mmioWrite(*address, (node::mmioRead(*address) & ~clear) | set);
     return true;
 }
 
@@ -166,53 +168,24 @@ u32 revisionAtStart() { return s->revision; }
 
 u32 getBoardType()
 {
-    if (!s->boardTypeRead) {
+    if (!s->boardType) {
         s->boardType = readBoardType();
-        s->boardTypeRead = true;
-        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Board type set to: %d", static_cast<int>(s->boardType));
+        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Board type set to: %d", static_cast<int>(*s->boardType));
     }
-    return s->boardType;
+    return *s->boardType;
 }
 
 u32 tuHwIf_initiateBoardType() { return getBoardType(); }
 
 int tuHwIf_initBaseAddresses()
 {
-    s->basesKnown = false;
-    s->tableFilled = false;
     s->bases = {};
-    switch (getBoardType()) {
-    case BVQ1:
-        s->bases.A = BASE_A_ADDRESS;
-        s->basesKnown = true;
-        return 0;
-    case BVQ3: {
-        if (!readBaseParameter("zfb/hw/fpga/moka/tu_clk_sys/base", s->bases.C)) {
-            KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to obtain MOKA TU base parameter.");
-            return 1;
-        }
-        if (!readBaseParameter("zfb/hw/fpga/moka/base", s->bases.D)) {
-            KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to obtain MOKA top parameter.");
-            return 1;
-        }
-        if (!readBaseParameter("zfb/hw/fpga/bvf4/base", s->bases.B)) {
-            KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to obtain BVF4 base parameter.");
-            return 1;
-        }
-        s->bases.B += BASE_B_OFFSET;
-        s->basesKnown = true;
-        return 0;
-    }
-    default: return 1;
-    }
+    const bool isKnown = readBases(getBoardType(), s->bases);
+    s->table = buildRegisterTable(isKnown ? getBoardType() : BOARD_UNKNOWN, s->bases);
+    return isKnown ? 0 : 1;
 }
 
-u32 tuHwIf_readFpgaRev()
-{
-    u32 word = 0;
-    readRegister(REG_FPGA_REVISION, word);
-    return word;
-}
+u32 tuHwIf_readFpgaRev() { return readRegisterOr0(REG_FPGA_REVISION); }
 
 const char* tuHwIf_getSerialPort(u32& boardType)
 {
@@ -226,7 +199,7 @@ const char* tuHwIf_getSerialPort(u32& boardType)
 u32 tuHwIf_checkExtPhaseDetector()
 {
     constexpr std::size_t SIZE = 32;
-    char text[SIZE] = "";
+    char text[SIZE];
     if (getBoardType() != BVQ3) return 0;
     node::Platform& platform = node::platform();
     if (platform.boardParameter("bvqmodule", text, SIZE) != 0) {
@@ -267,17 +240,12 @@ int tuHwIf_initiate(u32& coldRestart, u32 basicHwInit)
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "cold restart = %d", static_cast<int>(coldRestart));
 
     const bool rev3 = isRevision3(s->revision);
-    if (coldRestart == 1 && !rev3 && basicHwInit == 0) {
-        const int result = coldStartSynthesiser(s->revision);
-        if (result != 0) return result;
-    }
+    if (coldRestart == 1 && !rev3 && basicHwInit == 0 && !coldStartSynthesiser(s->revision)) return 2;
     setRev3(rev3 ? 1 : 0);
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "%s", rev3 ? "Is P3" : " Not P3");
     setNomDivOld(tuHwIf_readNominalDivisor());
 
-    if (startOcxo() != 0) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Read eeprom error");
-        return 1;
-    }
-    return 0;
+    if (startOcxo()) return 0;
+    KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Read eeprom error");
+    return 1;
 }

@@ -26,42 +26,15 @@ struct State {
 };
 ose::ModuleData<State> s;
 
-bool isLocalGood(const Sfc& local)
-{
-    switch (checkSfc(local)) {
-    case SfcFault::None: return true;
-    case SfcFault::Sfc:
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "local SFC value out of range 0x%x", local.sfn);
-        return false;
-    case SfcFault::Mfc:
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "local MFC value out of range 0x%x", local.mfn);
-        return false;
-    case SfcFault::Increment:
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "local increment value out of range 0x%x", local.inc);
-        return false;
-    }
-    return false;
-}
-
-bool isRemoteGood(u16 mfn, u16 sfn)
-{
-    if (sfn > SFN_LAST) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "remote SFC value out of range 0x%x", sfn);
-        return false;
-    }
-    if (mfn > 24) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "remote MFC value out of range 0x%x", mfn);
-        return false;
-    }
-    return true;
-}
-
 struct RawBfnIn { u32 counters, word1, word2, flags; };
 /// The flags come last: they tell whether the words before them belong together.
-bool readRawBfnIn(RawBfnIn& raw)
+std::optional<RawBfnIn> readRawBfnIn()
 {
-    return readRegister(REG_BFN_IN_COUNTERS, raw.counters) && readRegister(REG_BFN_IN_WORD1, raw.word1)
-           && readRegister(REG_BFN_IN_WORD2, raw.word2) && readRegister(REG_BFN_IN_FLAGS, raw.flags);
+    const auto counters = readRegister(REG_BFN_IN_COUNTERS);
+    if (!counters) return std::nullopt;
+    const u32 word1 = readRegisterOr0(REG_BFN_IN_WORD1);
+    const u32 word2 = readRegisterOr0(REG_BFN_IN_WORD2);
+    return RawBfnIn{*counters, word1, word2, readRegisterOr0(REG_BFN_IN_FLAGS)};
 }
 
 void traceNoise(BfnNoise change)
@@ -124,11 +97,11 @@ const BfnNoiseFilter& bfnNoiseFilter() { return s->noise; }
 int tuHwIf_readBfnIn(BfnIn& in)
 {
     in = {};
-    RawBfnIn raw{};
-    if (!readRawBfnIn(raw)) return 1;
-    const BfnInWords words = unpackBfnIn(getBoardType(), raw.counters, raw.flags);
+    const auto raw = readRawBfnIn();
+    if (!raw) return 1;
+    const BfnInWords words = unpackBfnIn(getBoardType(), raw->counters, raw->flags);
     if (words.valid == 0) return 4;
-    if (!isLocalGood(words.local)) return 1;
+    if (!isCounter(words.local, "local ", "increment")) return 1;
     const double T = increments(words.local) / INCREMENTS_PER_SECOND;
     traceNoise(filterBfnNoise(s->noise, T, words.parityError != 0));
     if (s->noise.active != 0) {
@@ -139,15 +112,15 @@ int tuHwIf_readBfnIn(BfnIn& in)
         KVD_TRACE(TRACE_TUHWIF, TRACE_3, "parity error in bfn in data");
         return 5;
     }
-    if (!isRemoteGood(words.remoteMfn, words.remoteSfn)) return 1;
+    if (!isCounter({words.remoteMfn, words.remoteSfn, 0}, "remote ")) return 1;
     in.extended = words.extended;
     in.mfn = words.local.mfn;
     in.sfn = words.local.sfn;
     in.inc = words.local.inc;
     in.remoteMfn = words.remoteMfn;
     in.remoteSfn = words.remoteSfn;
-    in.word1 = words.extended != 0 ? raw.word1 : 0;
-    in.word2 = words.extended != 0 ? raw.word2 : 0;
+    in.word1 = words.extended != 0 ? raw->word1 : 0;
+    in.word2 = words.extended != 0 ? raw->word2 : 0;
     return 0;
 }
 

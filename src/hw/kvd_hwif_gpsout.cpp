@@ -23,31 +23,24 @@ constexpr u16 WRAP_MFN = 24;
 constexpr u16 WRAP_SFN = 3995;              // within the last second of the period
 constexpr double SETTLE_s = 5.0;            // position from which a lost time is taken as lost
 
-int readGpsOut(Sfc& c)
+bool readGpsOut(Sfc& c)
 {
     c = {};
-    u32 frames = 0;
-    u32 incs = 0;
-    if (!readRegister(REG_GPS_OUT_FRAMES, frames)) return 1;
+    const auto frames = readRegister(REG_GPS_OUT_FRAMES);
+    if (!frames) return false;
     node::ioBarrier();
-    if (!readRegister(REG_GPS_OUT_INCREMENTS, incs)) return 1;
-    const Sfc read = unpackGpsOut(getBoardType(), frames, incs);
-    const SfcFault fault = checkSfc(read);
-    if (fault != SfcFault::None) {
-        traceSfcFault(fault, read);
-        return 1;
-    }
+    const Sfc read = unpackGpsOut(getBoardType(), *frames, readRegisterOr0(REG_GPS_OUT_INCREMENTS));
+    if (!isCounter(read)) return false;
     c = read;
-    return 0;
+    return true;
 }
 
 void storeGpsOutData(const GpsOutData& data)
 {
     if (KvdLoz6TuMem_ready(MEM_GPS_OUT) == 0) return;
-    u8 bytes[MEM_GPS_OUT_SIZE];
+    u8 bytes[MEM_GPS_OUT_SIZE] = {};
     node::putBe32(bytes, data.mfnOffset);
     node::putBe32(bytes + 4, data.mfn);
-    node::putBe32(bytes + 8, data.spare);
     if (KvdLoz6TuMem_write(MEM_GPS_OUT, bytes, sizeof bytes) != 0)
         KVD_TRACE(TRACE_TUHWIF, TRACE_3, "gpsOutData_r stored in persistent memory");
     else
@@ -58,7 +51,7 @@ GpsOutData loadGpsOutData()
 {
     u8 bytes[MEM_GPS_OUT_SIZE];
     if (KvdLoz6TuMem_read(MEM_GPS_OUT, bytes, sizeof bytes) != 0) {
-        const GpsOutData data{node::be32(bytes), node::be32(bytes + 4), 0};
+        const GpsOutData data{node::be32(bytes), node::be32(bytes + 4)};
         KVD_TRACE(TRACE_TUHWIF, TRACE_3, "gpsOutData_r read from persistent memory mfnOffset=%u, mfn=%u",
                   data.mfnOffset, data.mfn);
         return data;
@@ -108,7 +101,6 @@ GpsOutReading extendGpsOutTime(const Sfc& counter, const GpsOutSources& sources,
     } else {
         data.mfn = counter.mfn;
     }
-    data.spare = 0;
     return reading;
 }
 
@@ -129,17 +121,17 @@ GpsOutStep gpsOutStep(const Sfc& counter, i32 delayEighths)
 int tuHwIf_readGpsOutSfc(u16& mfn, u16& sfn, u32& inc)
 {
     Sfc c;
-    const int result = readGpsOut(c);
+    const bool isRead = readGpsOut(c);
     mfn = c.mfn;
     sfn = c.sfn;
     inc = c.inc;
-    return result;
+    return isRead ? 0 : 1;
 }
 
 int tuHwIf_adjustGpsOutTime(i32 delayEighths)
 {
     Sfc c;
-    if (readGpsOut(c) != 0) {
+    if (!readGpsOut(c)) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to read register for GPS OUT");
         return 1;
     }
@@ -160,7 +152,7 @@ int tuHwIf_adjustGpsOutTime(i32 delayEighths)
 void tuHwIf_printGpsOutTime(i32 delayEighths)
 {
     Sfc c;
-    if (readGpsOut(c) != 0) {
+    if (!readGpsOut(c)) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to read register for GPS OUT");
         return;
     }
@@ -191,7 +183,7 @@ int tuHwIf_readGpsOutTime(double& period, double& time)
     period = 0;
     time = 0;
     Sfc c;
-    if (readGpsOut(c) != 0) {
+    if (!readGpsOut(c)) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Read GPS FC failed");
         return 1;
     }

@@ -11,6 +11,8 @@
 #include "ose/ose.h"
 #include "unit/kvd_unit_process.h"
 
+#include <utility>
+
 using namespace hwif;
 
 namespace {
@@ -19,9 +21,8 @@ constexpr const char* INT_PROCESS = "Kvd_loz6_tuhwif_int_proc";
 constexpr u32 INT_STACK = 2048;
 
 struct State {
-    bool started = false;
-    PROCESS process = 0;
-    u32 vector = 0;
+    PROCESS process = 0;     // 0: not started
+    u32 vector = 0;          // 0: of an unknown board, it has no line
 };
 ose::ModuleData<State> s;
 
@@ -60,13 +61,22 @@ void tuhwifIntProc()
     }
 }
 
+/// Opens or closes the line; of one that isn't served nothing is to be done.
+void switchLine(int (node::Platform::*change)(u32 vector), const char* name)
+{
+    if (s->process == 0) return;
+    if (s->vector == 0) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "TUF interrupt vector is 0. Interrupts not %sd.", name);
+        return;
+    }
+    const int result = (node::platform().*change)(s->vector);
+    if (result != 0)
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Received %d from TarsoAdi_%sExtInt", result, name);
+}
+
 int changeEnable(u32 mask, bool on)
 {
-    const u32 board = getBoardType();
-    u32 address = 0;
-    if (on && board == BVQ3 && (mask & TU_BFN_IN_INT) != 0 && !findRegister(REG_BFN_IN_FLAGS, address))
-        return 1;
-    const u32 bits = interruptsToBoard(board, mask);
+    const u32 bits = interruptsToBoard(getBoardType(), mask);
     return updateRegister(REG_INT_ENABLE, on ? 0 : bits, on ? bits : 0) ? 0 : 1;
 }
 
@@ -74,7 +84,7 @@ int changeEnable(u32 mask, bool on)
 
 void tuHwif_startIntProc()
 {
-    if (s->started) {
+    if (s->process != 0) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Interrupt process %s already started!", INT_PROCESS);
         return;
     }
@@ -84,57 +94,29 @@ void tuHwif_startIntProc()
                                      priorityOf(board), 0, s->vector);
     ose::start(s->process);
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "PROCESS %s created", INT_PROCESS);
-    s->started = true;
     tuHwIf_enableExtInt();
 }
 
 void tuHwif_killIntProc()
 {
-    if (!s->started) return;
-    ose::kill_proc(s->process);
-    s->process = 0;
-    s->started = false;
+    if (s->process == 0) return;
+    ose::kill_proc(std::exchange(s->process, 0));
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "PROCESS Kvd_loz6_tuhwif_int_proc killed");
 }
 
-void tuHwIf_enableExtInt()
-{
-    if (!s->started) return;
-    if (s->vector == 0) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "TUF interrupt vector is 0. Interrupts not enabled.");
-        return;
-    }
-    const int result = node::platform().adiEnableExtInt(s->vector);
-    if (result != 0) KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Received %d from TarsoAdi_enableExtInt", result);
-}
-
-void tuHwIf_disableExtInt()
-{
-    if (!s->started) return;
-    if (s->vector == 0) {
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "TUF interrupt vector is 0. Interrupts not disabled.");
-        return;
-    }
-    const int result = node::platform().adiDisableExtInt(s->vector);
-    if (result != 0) KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Received %d from TarsoAdi_disableExtInt", result);
-}
+void tuHwIf_enableExtInt() { switchLine(&node::Platform::adiEnableExtInt, "enable"); }
+void tuHwIf_disableExtInt() { switchLine(&node::Platform::adiDisableExtInt, "disable"); }
 
 u32 tuHwIf_readPendingIsr()
 {
     const u32 board = getBoardType();
-    u32 pending = 0;
-    u32 address = 0;
-    if (board != BVQ3) {
-        readRegister(REG_INT_PENDING, pending);
-        return interruptsFromBoard(board, pending);
-    }
-    u32 enabled = 0;
-    if (!findRegister(REG_INT_PENDING, address)) return 0;
-    pending = node::mmioRead(address);
-    node::mmioWrite(address, pending);   // clears what was read
+    if (board != BVQ3) return interruptsFromBoard(board, readRegisterOr0(REG_INT_PENDING));
+    const auto address = findRegister(REG_INT_PENDING);
+    if (!address) return 0;
+    const u32 pending = node::mmioRead(*address);
+    node::mmioWrite(*address, pending);  // clears what was read
     node::ioBarrier();
-    if (!readRegister(REG_INT_ENABLE, enabled)) return 0;
-    return interruptsFromBoard(board, pending & enabled);
+    return interruptsFromBoard(board, pending & readRegisterOr0(REG_INT_ENABLE));
 }
 
 int tuHwIf_enableIsr(u32 mask) { return changeEnable(mask, true); }

@@ -52,7 +52,7 @@ bool waitForReadData(u32 control)
 
 /// Holds the bytes that were read against the table: the first word has the identity, three bytes
 /// that don't count, and from there on a byte an index.
-int compareReadData(u32 data)
+bool compareReadData(u32 data)
 {
     const u32 ext = extPhaseDetector();
     const std::span<const u32> words = multiplicatorWords(ext);
@@ -60,7 +60,7 @@ int compareReadData(u32 data)
     if (identity != IC_IDENTITY) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "IDT MULT data read from fpga differs, expected %x read %x ",
                   IC_IDENTITY, identity);
-        return 1;
+        return false;
     }
     for (u32 index = FIRST_READ_INDEX; index < words.size(); ++index) {
         if (!isCheckedIndex(ext, index)) continue;
@@ -73,10 +73,10 @@ int compareReadData(u32 data)
                 TRACE_TUHWIF, TRACE_ERROR,
                 "IDT MULT data read from fpga differs, expected %x read %x for IDT address %x",
                 expected, read, index);
-            return 1;
+            return false;
         }
     }
-    return 0;
+    return true;
 }
 
 /// True when the 30,72 MHz comes back; a miss is told with the attempt's number.
@@ -104,85 +104,77 @@ bool isFeedbackThere(u32 attempt)
 
 namespace hwif {
 
-int tuHwIf_writeMultiplicator()
+bool tuHwIf_writeMultiplicator()
 {
     const u32 type = extPhaseDetector();
     const std::span<const u32> words = multiplicatorWords(type);
-    u32 address = 0;
-    if (!findRegister(REG_IDT_MULT, address)) return 1;
+    const auto address = findRegister(REG_IDT_MULT);
+    if (!address) return false;
     for (u32 elem = 0; elem < words.size(); ++elem) {
-        if (writeIcWord(address, words[elem], true)) continue;
-        const u32 word = node::mmioRead(address);
+        if (writeIcWord(*address, words[elem], true)) continue;
+        const u32 word = node::mmioRead(*address);
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR,
                   "Unable to write multiplicator values to FPGA, BVF_IDT_MULT_REG = 0x%08x, type = "
                   "%d, elem = %u",
                   word, static_cast<int>(type), elem);
-        return 1;
+        return false;
     }
-    return 0;
+    return true;
 }
 
-int tuHwIf_writeExternalPllIC()
+bool tuHwIf_writeExternalPllIC()
 {
     const u32 type = extPhaseDetector();
-    u32 address = 0;
-    if (!findRegister(REG_PLL_IC_SPI, address)) return 1;
+    const auto address = findRegister(REG_PLL_IC_SPI);
+    if (!address) return false;
     for (u32 elem = 0; elem < PLL_IC_WORDS.size(); ++elem) {
-        if (writeIcWord(address, PLL_IC_WORDS[elem], false)) continue;
-        const u32 word = node::mmioRead(address);
+        if (writeIcWord(*address, PLL_IC_WORDS[elem], false)) continue;
+        const u32 word = node::mmioRead(*address);
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR,
                   "Unable to write PLL IC values to FPGA, BVF_PLL_IC_SPI_REG = 0x%08x, type = %d, "
                   "elem = %u",
                   word, static_cast<int>(type), elem);
-        return 1;
+        return false;
     }
-    return 0;
+    return true;
 }
 
-int readAndCheckMultiplicator()
+bool readAndCheckMultiplicator()
 {
-    u32 control = 0;
-    u32 status = 0;
-    u32 data = 0;
-    if (!findRegister(REG_MULT_READ_CONTROL, control) || !findRegister(REG_MULT_READ_STATUS, status)
-        || !findRegister(REG_MULT_READ_DATA, data))
-        return 1;
-    node::mmioWrite(control, 1);
+    const auto control = findRegister(REG_MULT_READ_CONTROL);
+    const auto data = findRegister(REG_MULT_READ_DATA);
+    if (!control || !data) return false;
+    node::mmioWrite(*control, 1);
     ose::delay(READ_SETTLE_ms);
-    if (!waitForReadData(control)) {
+    if (!waitForReadData(*control)) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to read IDT MULT data (data valid never set).");
-        return 1;
+        return false;
     }
-    const u32 crc = node::mmioRead(status);
+    const u32 crc = readRegisterOr0(REG_MULT_READ_STATUS);
     if ((crc & READ_CRC_ERROR) != 0) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "IDT CRC error, expected 0 read %x ", crc);
-        return 1;
+        return false;
     }
-    return compareReadData(data);
+    return compareReadData(*data);
 }
 
-int writeAndCheckMultiplicator()
+bool writeAndCheckMultiplicator()
 {
     for (u32 attempt = 1; attempt <= ATTEMPTS; ++attempt) {
-        if (tuHwIf_writeMultiplicator() != 0) {   // an IC that takes no word isn't tried again
+        if (!tuHwIf_writeMultiplicator()) {   // an IC that takes no word isn't tried again
             KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Error while writing multiplicator values");
-            return 1;
+            return false;
         }
-        if (readAndCheckMultiplicator() != 0) continue;
+        if (!readAndCheckMultiplicator()) continue;
         ose::delay(FEEDBACK_SETTLE_ms);
-        if (isFeedbackThere(attempt)) return 0;
+        if (isFeedbackThere(attempt)) return true;
     }
     KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Error while writing and checking multiplicator values");
-    return 1;
+    return false;
 }
 
 void enableExternalPll() { updateRegister(REG_SELECT, 0, BIT31); }
 
-u32 readA1Ref()
-{
-    u32 word = 0;
-    readRegister(REG_A1_REF, word);
-    return word & A1_REF_MASK;
-}
+u32 readA1Ref() { return readRegisterOr0(REG_A1_REF) & A1_REF_MASK; }
 
 }  // namespace hwif

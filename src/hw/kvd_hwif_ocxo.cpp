@@ -75,9 +75,9 @@ u8 readByte(u32 address)
 
 bool readBytes(u32 id, u32 count, u8* bytes)
 {
-    u32 address = 0;
-    if (!findRegister(id, address)) return false;
-    for (u32 i = 0; i < count; ++i) bytes[i] = readByte(address + i);
+    const auto address = findRegister(id);
+    if (!address) return false;
+    for (u32 i = 0; i < count; ++i) bytes[i] = readByte(*address + i);
     return true;
 }
 
@@ -94,11 +94,8 @@ void traceBlock()
         {REG_MIN_TEMP_HIGH, "MIN_TEMP_HIGH"}, {REG_MIN_TEMP_LOW, "MIN_TEMP_LOW "},
     };
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Read the following OCXO data into FPGA registers:");
-    for (const Word& word : WORDS) {
-        u32 value = 0;
-        readRegister(word.id, value);
-        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "%s = %08Xh", word.name, value);
-    }
+    for (const Word& word : WORDS)
+        KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "%s = %08Xh", word.name, readRegisterOr0(word.id));
 }
 
 void traceLimit(u32 index, double eeprom)
@@ -136,20 +133,20 @@ void takeIdentity()
 
 namespace hwif {
 
-int startOcxo()
+bool startOcxo()
 {
     for (int attempt = 1; attempt <= READ_ATTEMPTS; ++attempt) {
-        if (tuHwIf_readOcxoEeprom() != 0) return 1;
+        if (tuHwIf_readOcxoEeprom() != 0) return false;
         if (tuHwIf_validateOcxoEeprom() == 0) {
             KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Read eeprom into FPGA register -> OK");
             takeIdentity();
-            return 0;
+            return true;
         }
         KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,
                   "OCXO Eeprom data checksum failed after reading OCXO data %d times", attempt);
         ose::delay(RETRY_DELAY_ms);
     }
-    return 1;
+    return false;
 }
 
 const char* heldPartNumber() { return s->partNumber; }
@@ -173,12 +170,7 @@ double daysSince(const std::tm& date, i64 now)
 
 // ---- EEPROM -----------------------------------------------------------------------------------
 
-u32 tuHwIf_isEepromLoaded()
-{
-    u32 word = 0;
-    readRegister(REG_EEPROM_CONTROL, word);
-    return (word & COPY_DONE) != 0 ? 1 : 0;
-}
+u32 tuHwIf_isEepromLoaded() { return (readRegisterOr0(REG_EEPROM_CONTROL) & COPY_DONE) != 0 ? 1 : 0; }
 
 int tuHwIf_readOcxoEeprom()
 {
@@ -198,10 +190,8 @@ int tuHwIf_readOcxoEeprom()
 int tuHwIf_validateOcxoEeprom()
 {
     u8 block[SUMMED_BYTES];
-    u32 provided = 0;
-    if (!readBytes(REG_EEPROM_BASE, SUMMED_BYTES, block) || !readRegister(REG_EEPROM_CHECKSUM, provided))
-        return 1;
-    provided &= 0xFFFF;
+    if (!readBytes(REG_EEPROM_BASE, SUMMED_BYTES, block)) return 1;
+    const u32 provided = readRegisterOr0(REG_EEPROM_CHECKSUM) & 0xFFFF;
     u32 calculated = 0;
     bool allZero = true;
     for (const u8 byte : block) {
@@ -218,10 +208,9 @@ double tuHwIf_readOcxoCoeff(u32 index)
 {
     for (const CoefficientRow& row : COEFFICIENTS) {
         if (row.index != index) continue;
-        u32 high = 0;
-        u32 low = 0;
-        if (!readRegister(row.high, high) || !readRegister(row.low, low)) return 0.0;
-        const double value = coefficient(high, low);
+        const auto high = readRegister(row.high);
+        if (!high) return 0.0;
+        const double value = coefficient(*high, readRegisterOr0(row.low));
         if (index != INDEX_MIN_TEMP && index != INDEX_MAX_TEMP) return value;
         traceLimit(index, value);
         return temperatureLimit(s->partNumber, index, value);
@@ -310,7 +299,6 @@ u8 tuHwIf_calibrationLimit() { return s->calibrationLimit; }
 
 int tuHwIf_readOcxoTemp(double& volts)
 {
-    u32 word = 0;
-    if (!readRegister(REG_OCXO_TEMP, word)) return 1;
-    return temperatureVolts(word, tuHwIf_isRev3() != 0, volts);
+    const auto word = readRegister(REG_OCXO_TEMP);
+    return word ? temperatureVolts(*word, tuHwIf_isRev3() != 0, volts) : 1;
 }

@@ -64,10 +64,8 @@ std::array<char, 24> decimal(i64 value)
 
 i64 readDeltaSigma(u32 idHigh, u32 idLow)
 {
-    u32 high = 0;
-    u32 low = 0;
-    if (!readRegister(idHigh, high) || !readRegister(idLow, low)) return 0;
-    return deltaSigmaValue(high, low);
+    const auto high = readRegister(idHigh);
+    return high ? deltaSigmaValue(*high, readRegisterOr0(idLow)) : 0;
 }
 
 }  // namespace
@@ -81,17 +79,14 @@ NominalValues nominalValues() { return nominalValues(getBoardType(), s->isRev3, 
 FrequencyWords frequencyWords(const NominalValues& nominal, double relative, double wander)
 {
     constexpr double DIVISOR_MAX = 16383.0;
-    const double K0 = static_cast<double>(nominal.K);
-    const double M0 = static_cast<double>(nominal.M);
-    const double nomDiv = nominal.nomDiv;
-    const double U_nom = nomDiv + K0 / M0;
+    const double U_nom = nominalRatio(nominal);
     const double U = U_nom * (1 + relative + wander);
-    double D = nomDiv;
+    double D = nominal.nomDiv;
     if (std::fabs(U - D - 1) > 1) D = KvdLoz6Math_roundHalfDown(U);
     const double divisor = D - 1;
     if (!(divisor >= 0 && divisor <= DIVISOR_MAX)) return {U_nom, U, divisor, 0, false};
     // D stands for register + 1, so that K is what the ratio has above it, of either sign.
-    const i64 K = static_cast<i64>(KvdLoz6Math_roundHalfDown((U - D) * M0));
+    const i64 K = static_cast<i64>(KvdLoz6Math_roundHalfDown((U - D) * static_cast<double>(nominal.M)));
     return {U_nom, U, divisor, K, true};
 }
 
@@ -104,8 +99,8 @@ double frequencyLimit(u8 isMaster, u8 selectedRef, u32 idlMode)
 double currentFrequency(const NominalValues& nominal, u32 divisor, i64 K, i64 M)
 {
     if (M == 0) return 0.0;
-    const double U_nom = nominal.nomDiv + static_cast<double>(nominal.K) / static_cast<double>(nominal.M);
-    return (divisor + 1.0 + static_cast<double>(K) / static_cast<double>(M)) / U_nom - 1;
+    const double ratio = divisor + 1.0 + static_cast<double>(K) / static_cast<double>(M);
+    return ratio / nominalRatio(nominal) - 1;
 }
 
 void setRev3(u32 isRev3) { s->isRev3 = isRev3; }
@@ -121,11 +116,7 @@ u32 tuHwIf_readNomDiv() { return nominalValues().nomDiv; }
 i64 tuHwIf_readInitDeltaSigmaM() { return nominalValues().M; }
 i64 tuHwIf_readInitDeltaSigmaK() { return nominalValues().K; }
 
-double tuHwIf_factoryDivider()
-{
-    const NominalValues nominal = nominalValues();
-    return nominal.nomDiv + static_cast<double>(nominal.K) / static_cast<double>(nominal.M);
-}
+double tuHwIf_factoryDivider() { return nominalRatio(nominalValues()); }
 
 double tuHwIf_calcOcxoGain(double U)
 {
@@ -148,12 +139,7 @@ double tuHwIf_relativeNominalOffset()
 
 // ---- registers --------------------------------------------------------------------------------
 
-u32 tuHwIf_readNominalDivisor()
-{
-    u32 word = 0;
-    readRegister(REG_NOMINAL_DIVISOR, word);
-    return word & DIVISOR_MASK;
-}
+u32 tuHwIf_readNominalDivisor() { return readRegisterOr0(REG_NOMINAL_DIVISOR) & DIVISOR_MASK; }
 
 void tuHwIf_writeNominalDivisor(u32 divisor)
 {
@@ -197,22 +183,18 @@ void hwif::tuHwIf_writeSynthcDivider(u32 divider)
     const auto failed = [](int attempt) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "writeSynthcDivider failed %d times", attempt);
     };
-    const auto matches = [&] {
-        u32 word = 0;
-        return readRegister(REG_SYNTH_C_DIVIDER, word) && word == divider;
-    };
-    if (!readsBack(matches, failed))
+    if (!readsBack([&] { return readRegisterOr0(REG_SYNTH_C_DIVIDER) == divider; }, failed))
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "writeSynthcDivider failed for value :%u", divider);
 }
 
 void tuHwIf_enableDeltaSigma()
 {
-    u32 address = 0;
-    if (!findRegister(REG_DS_ENABLE, address)) return;
-    const u32 word = node::mmioRead(address);
-    node::mmioWrite(address, word & ~BIT31);
+    const auto address = findRegister(REG_DS_ENABLE);
+    if (!address) return;
+    const u32 word = node::mmioRead(*address);
+    node::mmioWrite(*address, word & ~BIT31);
     node::ioBarrier();
-    node::mmioWrite(address, word | BIT31);
+    node::mmioWrite(*address, word | BIT31);
 }
 
 // ---- steering ---------------------------------------------------------------------------------
@@ -255,7 +237,7 @@ double tuHwIf_getCurrentFreqOffset() { return tuHwIf_readCurrentFrequency(); }
 
 // ---- cold start -------------------------------------------------------------------------------
 
-int hwif::coldStartSynthesiser(u32 revision)
+bool hwif::coldStartSynthesiser(u32 revision)
 {
     const NominalValues nominal = nominalValues();
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Init delta sigma values");
@@ -265,17 +247,14 @@ int hwif::coldStartSynthesiser(u32 revision)
     tuHwIf_writeNominalDivisor(nominal.nomDiv - 1);
     tuHwIf_enableDeltaSigma();
     if (hasMultiplicatorReadBack(revision)) {
-        if (writeAndCheckMultiplicator() != 0) return 2;
-    } else if (tuHwIf_writeMultiplicator() != 0) {
+        if (!writeAndCheckMultiplicator()) return false;
+    } else if (!tuHwIf_writeMultiplicator()) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Error while writing multiplicator values");
-        return 2;
+        return false;
     }
-    if (s->extPhaseDetector != 0) {
-        enableExternalPll();
-        if (tuHwIf_writeExternalPllIC() != 0) {
-            KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Error while writing external pll IC values");
-            return 2;
-        }
-    }
-    return 0;
+    if (s->extPhaseDetector == 0) return true;
+    enableExternalPll();
+    if (tuHwIf_writeExternalPllIC()) return true;
+    KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Error while writing external pll IC values");
+    return false;
 }

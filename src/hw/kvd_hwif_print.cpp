@@ -44,10 +44,8 @@ void printDivider()
 
 void printReferences()
 {
-    u32 select = 0;
-    u32 enable = 0;
-    readRegister(REG_SELECT, select);
-    readRegister(REG_INT_ENABLE, enable);
+    const u32 select = readRegisterOr0(REG_SELECT);
+    const u32 enable = readRegisterOr0(REG_INT_ENABLE);
     shellPrintf("reference select register   : 0x%08x, GPS output %s\n", select,
                 (select & SELECT_GPS_OUT) != 0 ? "on" : "off");
     shellPrintf("toggle status, register     : 0x%x, 0x%08x\n", tuHwIf_readToggleStatus(),

@@ -1,23 +1,26 @@
 // kvd_hwif_priv.h - What the sources of the hardware interface share: register access by id, the
 // board's state, the steps of the cold start. Nobody else includes it, but for the tests.
 // Owner   each function's own source; state is written there alone.
-// Errors  a register that can't be reached is traced once, in findRegister; reads then give 0,
-//         writes do nothing.
+// Errors  a register that can't be reached is traced once, in findRegister; reads then give nothing, writes
+//         do nothing.
 #pragma once
 #include "hw/kvd_hwif_regs.h"
 #include "hw/kvd_hwif_words.h"
 
 #include <array>
+#include <optional>
 
 namespace hwif {
 
 // ---- kvd_hwif.cpp: access ---------------------------------------------------------------------
-bool readRegister(u32 id, u32& value);
+std::optional<u32> readRegister(u32 id);
+/// The same, 0 when it can't be reached.
+u32 readRegisterOr0(u32 id);
 bool writeRegister(u32 id, u32 value);
 /// Reads, clears and sets bits, writes.
 bool updateRegister(u32 id, u32 clear, u32 set);
-/// Address of the id, false (traced) when there is none.
-bool findRegister(u32 id, u32& address);
+/// Address of the id; nothing (traced) when there is none.
+std::optional<u32> findRegister(u32 id);
 const BaseAddresses& baseAddresses();
 u32 revisionAtStart();
 
@@ -36,6 +39,11 @@ constexpr NominalValues nominalValues(u32 boardType, u32 isRev3, u32 extPhaseDet
     return boardType == BVQ3 ? NOMINAL_TYPE2 : NOMINAL_TYPE1;
 }
 NominalValues nominalValues();
+/// nomDiv + K/M.
+constexpr double nominalRatio(const NominalValues& n)
+{
+    return n.nomDiv + static_cast<double>(n.K) / static_cast<double>(n.M);
+}
 
 /// What a relative frequency comes to. divisor in register form; ratio = divisor + 1 + K/M. inRange
 /// is false when no 14-bit divisor gives that ratio.
@@ -52,24 +60,25 @@ u32  extPhaseDetector();
 double nomDivOld();
 void setNomDivOld(double divisor);
 void tuHwIf_writeSynthcDivider(u32 divider);
-/// Divider, delta-sigma, multiplicator and PLL IC from nothing: 0 done, 2 an IC didn't answer.
-int  coldStartSynthesiser(u32 revision);
+/// Divider, delta-sigma, multiplicator and PLL IC from nothing; false when an IC didn't answer.
+bool coldStartSynthesiser(u32 revision);
 
 // ---- kvd_hwif_mult.cpp: the ICs ---------------------------------------------------------------
-/// 0 done, 1 an IC didn't take a word.
-int tuHwIf_writeMultiplicator();
-int tuHwIf_writeExternalPllIC();
-/// Three attempts of write, read back, feedback check: 0 done, 1 failed.
-int writeAndCheckMultiplicator();
-int readAndCheckMultiplicator();
+/// False when an IC didn't take a word.
+bool tuHwIf_writeMultiplicator();
+bool tuHwIf_writeExternalPllIC();
+/// Three attempts of write, read back, feedback check.
+bool writeAndCheckMultiplicator();
+bool readAndCheckMultiplicator();
 void enableExternalPll();
 u32 readA1Ref();
 
 // ---- kvd_hwif_time.cpp: counters --------------------------------------------------------------
-int tuHwIf_adjustSfc(u16 mfn, u16 sfn, u32 inc);
-int tuHwIf_adjustExtSfc(u32 e);
-int tuHwIf_loadSfc();
-void traceSfcFault(SfcFault fault, const Sfc& c);
+bool tuHwIf_adjustSfc(const Sfc& step);
+bool tuHwIf_adjustExtSfc(u32 e);
+bool tuHwIf_loadSfc();
+/// Whether it can be; a field that is out of its range is traced, behind `whose`.
+bool isCounter(const Sfc& c, const char* whose = "", const char* increment = "Increment");
 
 // ---- kvd_hwif_bfn.cpp -------------------------------------------------------------------------
 
@@ -88,9 +97,8 @@ const BfnNoiseFilter& bfnNoiseFilter();
 
 // ---- kvd_hwif_gpsout.cpp ----------------------------------------------------------------------
 
-/// Record in persistent memory.
-struct GpsOutData { u32 mfnOffset = 0; u32 mfn = 0; u32 spare = 0; };
-static_assert(sizeof(GpsOutData) == 12);
+/// What stands in persistent memory before its checksum.
+struct GpsOutData { u32 mfnOffset = 0; u32 mfn = 0; };
 
 struct GpsOutSources {
     bool isMaster;
@@ -107,8 +115,8 @@ struct GpsOutStep { double t_f_out; double t_f_diff; u32 x; u32 frames; u32 inc;
 GpsOutStep gpsOutStep(const Sfc& counter, i32 delayEighths);
 
 // ---- kvd_hwif_ocxo.cpp ------------------------------------------------------------------------
-/// Reads, validates (four times at most) and takes the identity over: 0 good, 1 failed.
-int startOcxo();
+/// Reads, validates (four times at most) and takes the identity over.
+bool startOcxo();
 const char* heldPartNumber();
 /// Temperature limit (index 7 lowest, 8 highest) of an oscillator model from its EEPROM's value.
 double temperatureLimit(const char* partNumber, u32 index, double eeprom);

@@ -17,9 +17,8 @@ constexpr u32 TEST_BIT_BUS = 0x20;
 /// Applies one of the FSYNC words of the newer board.
 void updateFsync(u32 (*word)(u32 value, u32 old), u32 value)
 {
-    u32 address = 0;
-    if (findRegister(REG_LOAD_CONTROL, address))
-        node::mmioWrite(address, word(value, node::mmioRead(address)));
+    if (const auto address = findRegister(REG_LOAD_CONTROL))
+        node::mmioWrite(*address, word(value, node::mmioRead(*address)));
 }
 
 void setTestBit(u32 bit, u32 on, const char* text)
@@ -51,18 +50,13 @@ int tuHwIf_selectSynchRef(u32 selector)
                   selector);
         return 1;
     }
-    u32 address = 0;
-    if (!findRegister(REG_SELECT, address)) return 1;
-    node::mmioWrite(address, selectWord(board, field, node::mmioRead(address)));
+    const auto address = findRegister(REG_SELECT);
+    if (!address) return 1;
+    node::mmioWrite(*address, selectWord(board, field, node::mmioRead(*address)));
     return 0;
 }
 
-u32 tuHwIf_readToggleStatusReg()
-{
-    u32 raw = 0;
-    readRegister(REG_TOGGLE_STATUS, raw);
-    return raw;
-}
+u32 tuHwIf_readToggleStatusReg() { return readRegisterOr0(REG_TOGGLE_STATUS); }
 
 u32 tuHwIf_readToggleStatus()
 {
@@ -76,22 +70,15 @@ u32 tuHwIf_readToggleStatus()
 
 int tuHwIf_hwDiag(u32 hm, u32 mode)
 {
-    u32 address = 0;
-    u32 word = 0;
-    if (!hmWord(hm, mode, 0, word)) return 1;
-    if (!findRegister(REG_HM, address)) return 1;
-    hmWord(hm, mode, node::mmioRead(address), word);
-    KVD_TRACE(TRACE_TUHWIF, TRACE_3, "Write 0x%x to HM module", word);
-    node::mmioWrite(address, word);
+    const auto address = findRegister(REG_HM);
+    const auto word = address ? hmWord(hm, mode, node::mmioRead(*address)) : std::nullopt;
+    if (!word) return 1;
+    KVD_TRACE(TRACE_TUHWIF, TRACE_3, "Write 0x%x to HM module", *word);
+    node::mmioWrite(*address, *word);
     return 0;
 }
 
-u32 tuHwIf_readSynthStatus()
-{
-    u32 raw = 0;
-    readRegister(REG_SYNTH_STATUS, raw);
-    return synthStatus(raw);
-}
+u32 tuHwIf_readSynthStatus() { return synthStatus(readRegisterOr0(REG_SYNTH_STATUS)); }
 
 void tuHwIf_enableBbClk(u32 on)
 {
@@ -104,12 +91,7 @@ void tuHwIf_enableGpsOut(u32 enable)
     else updateRegister(REG_SELECT, SELECT_GPS_OUT, 0);
 }
 
-u32 tuHwIf_isGpsOutEnabled()
-{
-    u32 word = 0;
-    readRegister(REG_SELECT, word);
-    return (word & SELECT_GPS_OUT) != 0 ? 1 : 0;
-}
+u32 tuHwIf_isGpsOutEnabled() { return (readRegisterOr0(REG_SELECT) & SELECT_GPS_OUT) != 0 ? 1 : 0; }
 
 void tuHwIf_setFsync(u32 on)
 {

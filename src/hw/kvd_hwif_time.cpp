@@ -36,72 +36,51 @@ const char* faultText(SfcFault fault)
     }
 }
 
-int readRunningCounter(Sfc& c)
+bool readRunningCounter(Sfc& c)
 {
     const u32 board = getBoardType();
     c = {};
     if (board == BOARD_UNKNOWN) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unable to determine hardware type.");
         KvdLoz6HwDiag_reportError(TEST_BOARD_TYPE);
-        return 1;
+        return false;
     }
-    u32 frames = 0;
-    u32 incs = 0;
-    if (!findRegister(REG_SFC_FRAMES, frames) || !findRegister(REG_SFC_INCREMENTS, incs)) {
+    const auto frames = readRegister(REG_SFC_FRAMES);   // this read latches the increments
+    if (!frames) {
         KvdLoz6HwDiag_reportError(TEST_BASE_ADDRESS);
-        return 1;
+        return false;
     }
-    const u32 frameWord = node::mmioRead(frames);   // this read latches the increments
     node::ioBarrier();
-    const Sfc read = unpackCounter(board, frameWord, node::mmioRead(incs));
-    const SfcFault fault = checkSfc(read);
-    if (fault != SfcFault::None) {
-        traceSfcFault(fault, read);
-        KvdLoz6HwDiag_reportSfcFailure(faultText(fault));
-        return 1;
+    const Sfc read = unpackCounter(board, *frames, readRegisterOr0(REG_SFC_INCREMENTS));
+    if (!isCounter(read)) {
+        KvdLoz6HwDiag_reportSfcFailure(faultText(checkSfc(read)));
+        return false;
     }
     c = read;
-    return 0;
+    return true;
 }
 
-int readLatch(Sfc& c)
+bool readLatch(Sfc& c)
 {
     const u32 board = getBoardType();
     c = {};
-    u32 valid = 0;
-    u32 frames = 0;
-    u32 incs = 0;
-    if (board == BVQ3 && !readRegister(REG_LATCH_VALID, valid)) return 1;
-    if (board == BVQ3 && (valid & BIT31) == 0) return 1;
-    if (!readRegister(REG_LATCH_FRAMES, frames)) return 1;
-    if (board == BVQ1 && (frames & BIT31) == 0) return 1;
+    if (board == BVQ3 && (readRegisterOr0(REG_LATCH_VALID) & BIT31) == 0) return false;
+    const auto frames = readRegister(REG_LATCH_FRAMES);
+    if (!frames || (board == BVQ1 && (*frames & BIT31) == 0)) return false;
     node::ioBarrier();
-    if (!readRegister(REG_LATCH_INCREMENTS, incs)) return 1;
-    const Sfc read = unpackCounter(board, frames, incs);
-    switch (checkSfc(read)) {
-    case SfcFault::None: break;
-    case SfcFault::Sfc:
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Latched SFC value out of range 0x%x", read.sfn);
-        return 1;
-    case SfcFault::Mfc:
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Latched MFC value out of range 0x%x", read.mfn);
-        return 1;
-    case SfcFault::Increment:
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Latched Increment value out of range 0x%x", read.inc);
-        return 1;
-    }
+    const Sfc read = unpackCounter(board, *frames, readRegisterOr0(REG_LATCH_INCREMENTS));
+    if (!isCounter(read, "Latched ")) return false;
     c = read;
-    return 0;
+    return true;
+}
+
+bool isDone(bool result, const char* operation)
+{
+    if (!result) KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "%s failed", operation);
+    return result;
 }
 
 /// Steps by whole counters and, on the newer board, the extended counter; 1 performed.
-bool isDone(int result, const char* operation)
-{
-    if (result == 0) return true;
-    KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "%s failed", operation);
-    return false;
-}
-
 int adjustTimeType1(const Sfc& step)
 {
     if (step.mfn == 0 && step.sfn == 0 && step.inc < STEP_THRESHOLD) {
@@ -111,7 +90,7 @@ int adjustTimeType1(const Sfc& step)
             "threshold.");
         return 0;
     }
-    if (!isDone(tuHwIf_adjustSfc(step.mfn, step.sfn, step.inc), "tuHwIf_adjustSfc")) return 0;
+    if (!isDone(tuHwIf_adjustSfc(step), "tuHwIf_adjustSfc")) return 0;
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Time adjustment performed.");
     return 1;
 }
@@ -130,7 +109,7 @@ int adjustTimeType2(double ext_t, Sfc step)
         }
         step.inc = 0;
     }
-    if (!isDone(tuHwIf_adjustSfc(step.mfn, step.sfn, step.inc), "tuHwIf_adjustSfc") ||
+    if (!isDone(tuHwIf_adjustSfc(step), "tuHwIf_adjustSfc") ||
         !isDone(tuHwIf_adjustExtSfc(e), "tuHwIf_adjustExtSfc") || !isDone(tuHwIf_loadSfc(), "tuHwIf_loadSfc"))
         return 0;
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Time adjustment performed: ext=%s, mfn=%hu, sfn=%hu, inc=%u",
@@ -140,15 +119,17 @@ int adjustTimeType2(double ext_t, Sfc step)
 
 }  // namespace
 
-void hwif::traceSfcFault(SfcFault fault, const Sfc& c)
+bool hwif::isCounter(const Sfc& c, const char* whose, const char* increment)
 {
-    switch (fault) {
-    case SfcFault::Sfc: KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "SFC value out of range 0x%x", c.sfn); break;
-    case SfcFault::Mfc: KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "MFC value out of range 0x%x", c.mfn); break;
-    case SfcFault::Increment:
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Increment value out of range 0x%x", c.inc);
-        break;
-    case SfcFault::None: break;
+    const auto refuse = [whose](const char* field, u32 value) {
+        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "%s%s value out of range 0x%x", whose, field, value);
+        return false;
+    };
+    switch (checkSfc(c)) {
+    case SfcFault::Sfc:       return refuse("SFC", c.sfn);
+    case SfcFault::Mfc:       return refuse("MFC", c.mfn);
+    case SfcFault::Increment: return refuse(increment, c.inc);
+    default:                  return true;
     }
 }
 
@@ -171,11 +152,11 @@ void tuHwIf_incrementsToSfc(double d, u16& mfn, u16& sfn, u32& inc)
 int tuHwIf_readSfc(u16& mfn, u16& sfn, u32& inc)
 {
     Sfc c;
-    const int result = readRunningCounter(c);
+    const bool isRead = readRunningCounter(c);
     mfn = c.mfn;
     sfn = c.sfn;
     inc = c.inc;
-    return result;
+    return isRead ? 0 : 1;
 }
 
 int tuHwIf_readTime(double& period, double& time)
@@ -183,7 +164,7 @@ int tuHwIf_readTime(double& period, double& time)
     Sfc c;
     period = 0;
     time = 0;
-    if (readRunningCounter(c) != 0) {
+    if (!readRunningCounter(c)) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Read SFC failed");
         return 1;
     }
@@ -198,7 +179,7 @@ int tuHwIf_getSfnAndCorrespondingTime(u16& sfn, double& period, double& time)
     sfn = 0;
     period = 0;
     time = 0;
-    if (readRunningCounter(c) != 0) {
+    if (!readRunningCounter(c)) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Read SFC failed");
         return 1;
     }
@@ -211,11 +192,11 @@ int tuHwIf_getSfnAndCorrespondingTime(u16& sfn, double& period, double& time)
 int tuHwIf_readGpsFc(u16& mfn, u16& sfn, u32& inc)
 {
     Sfc c;
-    const int result = readLatch(c);
+    const bool isRead = readLatch(c);
     mfn = c.mfn;
     sfn = c.sfn;
     inc = c.inc;
-    return result;
+    return isRead ? 0 : 1;
 }
 
 int tuHwIf_readLatchedRefClock(double& period, double& time)
@@ -223,7 +204,7 @@ int tuHwIf_readLatchedRefClock(double& period, double& time)
     Sfc c;
     period = 0;
     time = 0;
-    if (readLatch(c) != 0) return 1;
+    if (!readLatch(c)) return 1;
     period = PERIOD_s;
     time = timeOf(c);
     return 0;
@@ -231,51 +212,39 @@ int tuHwIf_readLatchedRefClock(double& period, double& time)
 
 int tuHwIf_readNtp(u32& seconds, u32& fraction)
 {
-    seconds = 0;
-    fraction = 0;
-    u32 word1 = 0;
-    u32 word2 = 0;
-    if (!readRegister(REG_NTP_WORD1, word1) || !readRegister(REG_NTP_WORD2, word2)) return 1;
-    seconds = word1;
-    fraction = word2;
-    return 0;
+    const auto word1 = readRegister(REG_NTP_WORD1);
+    seconds = word1.value_or(0);
+    fraction = word1 ? readRegisterOr0(REG_NTP_WORD2) : 0;
+    return word1 ? 0 : 1;
 }
 
 // ---- stepping ---------------------------------------------------------------------------------
 
-int hwif::tuHwIf_adjustSfc(u16 mfn, u16 sfn, u32 inc)
+bool hwif::tuHwIf_adjustSfc(const Sfc& step)
 {
-    u32 frames = 0;
-    u32 incs = 0;
-    if (!findRegister(REG_LOAD_FRAMES, frames) || !findRegister(REG_LOAD_INCREMENTS, incs)) return 1;
-    node::mmioWrite(frames, packStepFrames(mfn, sfn));
+    if (!writeRegister(REG_LOAD_FRAMES, packStepFrames(step.mfn, step.sfn))) return false;
     node::ioBarrier();
-    node::mmioWrite(incs, packStepIncrements(getBoardType(), inc));
-    return 0;
+    return writeRegister(REG_LOAD_INCREMENTS, packStepIncrements(getBoardType(), step.inc));
 }
 
-int hwif::tuHwIf_adjustExtSfc(u32 e)
+bool hwif::tuHwIf_adjustExtSfc(u32 e)
 {
     node::ioBarrier();
-    return writeRegister(REG_LOAD_EXT_SFC, e & 0xFFFFFF) ? 0 : 1;
+    return writeRegister(REG_LOAD_EXT_SFC, e & 0xFFFFFF);
 }
 
-int hwif::tuHwIf_loadSfc()
+bool hwif::tuHwIf_loadSfc()
 {
-    u32 control = 0;
-    u32 status = 0;
-    if (!findRegister(REG_LOAD_CONTROL, control) || !findRegister(REG_LOAD_STATUS, status)) return 1;
-    node::mmioWrite(control, node::mmioRead(control) | LOAD_ORDER);
+    if (!updateRegister(REG_LOAD_CONTROL, 0, LOAD_ORDER)) return false;
     node::ioBarrier();
     ose::delay(LOAD_TIME_ms);
-    if ((node::mmioRead(status) & LOAD_DONE) == 0) {
+    if ((readRegisterOr0(REG_LOAD_STATUS) & LOAD_DONE) == 0) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "SFC_LOAD_WAITING");
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Loading value to SFC not finished in 10 ms.");
-        return 1;
+        return false;
     }
     KVD_TRACE(TRACE_TUHWIF, TRACE_3, "SFC_LOAD_DONE");
-    node::mmioWrite(control, node::mmioRead(control) & ~LOAD_BITS);
-    return 0;
+    return updateRegister(REG_LOAD_CONTROL, LOAD_BITS, 0);
 }
 
 int tuHwIf_adjustTime(double ext_t, double t)
@@ -293,22 +262,16 @@ int tuHwIf_adjustTime(double ext_t, double t)
 int tuHwIf_writeSfc(u16 mfn, u16 sfn, u32 inc)
 {
     const Sfc wanted{mfn, sfn, inc};
-    const SfcFault fault = checkSfc(wanted);
-    if (fault != SfcFault::None) {
-        traceSfcFault(fault, wanted);
-        return 1;
-    }
     Sfc now;
-    if (readRunningCounter(now) != 0) return 1;
+    if (!isCounter(wanted) || !readRunningCounter(now)) return 1;
     // The load registers hold a step, so the counters come to stand at the wanted value by the
     // difference.
     Sfc step;
     tuHwIf_incrementsToSfc(
         KvdLoz6Math_fmodSignY(increments(wanted) - increments(now), INCREMENTS_PER_PERIOD),
         step.mfn, step.sfn, step.inc);
-    if (tuHwIf_adjustSfc(step.mfn, step.sfn, step.inc) != 0) return 1;
-    if (getBoardType() != BVQ3) return 0;
-    return tuHwIf_adjustExtSfc(0) != 0 ? 1 : tuHwIf_loadSfc();
+    const bool isNewer = getBoardType() == BVQ3;
+    return tuHwIf_adjustSfc(step) && (!isNewer || (tuHwIf_adjustExtSfc(0) && tuHwIf_loadSfc())) ? 0 : 1;
 }
 
 void tuHwIf_resetSfcLoadRegisters()

@@ -7,6 +7,8 @@
 #include "hw/kvd_hwif.h"
 #include "sig/ref_types.h"
 
+#include <optional>
+
 namespace hwif {
 
 constexpr u32 BIT31 = 0x80000000;
@@ -209,14 +211,13 @@ constexpr int temperatureVolts(u32 word, bool rev3, double& volts)
     return 0;
 }
 
-/// Bits of the hardware monitor for one detector by mode; false for a mode or detector it doesn't
-/// have.
-constexpr bool hmWord(u32 hm, u32 mode, u32 old, u32& word)
+/// Word of the hardware monitor with one detector in another mode; nothing for a mode or detector it
+/// doesn't have.
+constexpr std::optional<u32> hmWord(u32 hm, u32 mode, u32 old)
 {
     constexpr u32 VALUES[] = {0, 1, 2, 4, 5, 6};
-    if (hm > 6 || mode > 5 || (hm == 6 && (mode == 2 || mode == 5))) return false;
-    word = (old & ~(7u << (3 * hm))) | VALUES[mode] << (3 * hm);
-    return true;
+    if (hm > 6 || mode > 5 || (hm == 6 && (mode == 2 || mode == 5))) return std::nullopt;
+    return (old & ~(7u << (3 * hm))) | VALUES[mode] << (3 * hm);
 }
 
 }  // namespace hwif

@@ -23,7 +23,6 @@ constexpr CfiFilter PTP_FRAMES{1, 12, 2, PTP_ETHERTYPE, 0xFFFF};
 
 struct State {
     u32 state = CFI_NOT_AVAILABLE;
-    u32 selectedPv = 0;
     bool isSuspended = false;        // it may serve later
     node::CfiProxy* proxy = nullptr;
     KvdTimer answerTimer;
@@ -97,7 +96,6 @@ void onConfirm(const Signal* sig)
         KVD_TRACE(TRACE_TUPKTSYNC_CFI_CLIENT, TRACE_ERROR,
                   "TuPktsync_CFI_client: Wrong PV has been used. /n");
     internal(sig);
-    s->selectedPv = cfm->pv;
     s->state = CFI_AVAILABLE;
     awaitAnswer();
     const u32 result = node::Cfi_attachReq(s->proxy, DEVICE);

@@ -102,7 +102,7 @@ int kvdtupktsync(int argc, char**)
     }
     printProcess();
     TuPktsync_SyncrefCtrl_print();
-    for (u32 id = 0; id < PTP_CLOCKS; ++id)
+    for (const u32 id : PTP_CLOCK_IDS)
         if (const PtpClock* const c = ptpClockOf(id)) printClock(*c);
     shellPrintf("\n***** END *****\n");
     return DONE;

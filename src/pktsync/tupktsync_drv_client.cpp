@@ -31,7 +31,6 @@ struct Asked {
 
 struct State {
     u32 state = DRV_NOT_AVAILABLE;
-    u32 selectedPv = 0;
     bool isSuspended = false;        // it may serve later
     node::PktsyncDrvProxy* proxy = nullptr;
     KvdTimer answerTimer;
@@ -107,7 +106,6 @@ void onConfirm(const Signal* sig)
                   "TuPktsync_PktSyncDrvClient: Wrong PV has been used. /n");
     internal(sig);
     KvdTimer_cancel(s->answerTimer);
-    s->selectedPv = cfm->pv;
     s->state = DRV_AVAILABLE;
     reportReady();
 }
@@ -115,7 +113,7 @@ void onConfirm(const Signal* sig)
 /// What is asked won't be answered.
 void giveUpRequests()
 {
-    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+    for (const u32 id : PTP_CLOCK_IDS) {
         const u32 awaits = std::exchange(s->asked[id], {}).awaits;
         if ((awaits & SET) != 0)    TuPktsync_SyncrefCtrl_PktSyncDrvRefused(id);
         if ((awaits & DELETE) != 0) TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(id);
@@ -190,19 +188,31 @@ void answered(Asked& asked, Request request)
         KvdTimer_cancel(s->answerTimer);
 }
 
-void onAnswer(const Signal* sig, const char* name, Request request, void (*tell)(u32 syncrefId))
+struct Answer { SIGSELECT sigNo; const char* name; Request request; void (*tell)(u32 syncrefId); };
+constexpr Answer ANSWERS[] = {
+    {PKTSYNCDRV_SETSYNCREF_CFM, "PKTSYNCDRV_SETSYNCREF_CFM", SET, TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm},
+    {PKTSYNCDRV_CHANGESYNCREF_CFM, "PKTSYNCDRV_CHANGESYNCREF_CFM", CHANGE,
+     TuPktsync_SyncrefCtrl_PktSyncDrvChangeCfm},
+    {PKTSYNCDRV_DELETESYNCREF_CFM, "PKTSYNCDRV_DELETESYNCREF_CFM", DELETE,
+     TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm},
+};
+
+void onAnswer(const Signal* sig)
 {
-    if (!isIn(DRV_AVAILABLE, name)) return;
+    const Answer& answer = *std::find_if(std::begin(ANSWERS), std::end(ANSWERS),
+                                         [sig](const Answer& a) { return a.sigNo == sig->sigNo; });
+    if (!isIn(DRV_AVAILABLE, answer.name)) return;
     const auto* cfm = as<PktsyncDrvCfm>(sig);
     if (cfm == nullptr) return;
-    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+    for (const u32 id : PTP_CLOCK_IDS) {
         Asked& asked = s->asked[id];
-        if ((asked.awaits & request) == 0 || asked.froId != cfm->syncRefFroId) continue;
-        answered(asked, request);
-        return tell(id);
+        if ((asked.awaits & answer.request) == 0 || asked.froId != cfm->syncRefFroId) continue;
+        answered(asked, answer.request);
+        return answer.tell(id);
     }
     KVD_TRACE(TRACE_TUPKTSYNC_PKTSYNCDRV_CLIENT, TRACE_ERROR,
-              "TuPktsync_PktSyncDrvClient: %s for froId %u, which nobody waits for", name, cfm->syncRefFroId);
+              "TuPktsync_PktSyncDrvClient: %s for froId %u, which nobody waits for", answer.name,
+              cfm->syncRefFroId);
 }
 
 void onTimestamp(const Signal* sig)
@@ -272,14 +282,8 @@ int TuPktsync_PktSyncDrvClient_dispatch(Signal* sig)
     case PKTSYNCDRV_INITIATE_SERVICE_SUS: onSuspend();       return 1;
     case PKTSYNCDRV_INITIATE_SERVICE_REJ: onReject(sig);     return 1;
     case PKTSYNCDRV_SETSYNCREF_CFM:
-        onAnswer(sig, "PKTSYNCDRV_SETSYNCREF_CFM", SET, TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm);
-        return 1;
     case PKTSYNCDRV_CHANGESYNCREF_CFM:
-        onAnswer(sig, "PKTSYNCDRV_CHANGESYNCREF_CFM", CHANGE, TuPktsync_SyncrefCtrl_PktSyncDrvChangeCfm);
-        return 1;
-    case PKTSYNCDRV_DELETESYNCREF_CFM:
-        onAnswer(sig, "PKTSYNCDRV_DELETESYNCREF_CFM", DELETE, TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm);
-        return 1;
+    case PKTSYNCDRV_DELETESYNCREF_CFM:    onAnswer(sig);     return 1;
     case PKTSYNCDRV_TIMESTAMP_IND:        onTimestamp(sig);  return 1;
     case TUPKTSYNC_DRV_ANSWER_TMO:        onAnswerTimeout(); return 1;
     default:                              return 0;

@@ -1,40 +1,30 @@
 #include "pktsync/tupktsync_grandmasters.h"
 
+#include "base/ref_ring.h"
 #include "node/platform.h"
 #include "ose/module_data.h"
 #include "pktsync/tupktsync_coli.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <ctime>
 
 namespace {
-
-constexpr u32 ENTRIES = 20;
 
 struct Entry {
     node::CalendarTime time{};
     PtpClockIdentity grandmasterIdentity{};
     u32 syncrefId = 0;
 };
-struct State {
-    std::array<Entry, ENTRIES> ring{};
-    u32 next = 0;
-    u32 count = 0;
-};
-ose::ModuleData<State> s;
+ose::ModuleData<RefRing<Entry, 20>> s;
 
 }  // namespace
 
 void TuPktsync_addGrandmaster(u32 syncrefId, const PtpClockIdentity& grandmasterIdentity)
 {
-    const Entry& last = s->ring[(s->next + ENTRIES - 1) % ENTRIES];
-    if (s->count > 0 && last.syncrefId == syncrefId && last.grandmasterIdentity == grandmasterIdentity)
-        return;
-    s->ring[s->next] = {node::platform().calendar(), grandmasterIdentity, syncrefId};
-    s->next = (s->next + 1) % ENTRIES;
-    if (s->count < ENTRIES) ++s->count;
+    const Entry last = s->count > 0 ? s->oldest(s->count - 1) : Entry{};
+    if (last.syncrefId == syncrefId && last.grandmasterIdentity == grandmasterIdentity) return;
+    s->push({node::platform().calendar(), grandmasterIdentity, syncrefId});
 }
 
 u32 TuPktsync_grandmastersText(char* text, u32 room)
@@ -42,7 +32,7 @@ u32 TuPktsync_grandmastersText(char* text, u32 room)
     if (room == 0) return 0;
     u32 length = static_cast<u32>(std::snprintf(text, room, "***** History of grandmasters *****\n"));
     for (u32 i = 0; i < s->count && length < room; ++i) {
-        const Entry& e = s->ring[(s->next + ENTRIES - s->count + i) % ENTRIES];
+        const Entry& e = s->oldest(i);
         const std::time_t seconds = static_cast<std::time_t>(e.time.seconds);
         std::tm t{};
         gmtime_r(&seconds, &t);

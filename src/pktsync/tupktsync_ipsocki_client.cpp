@@ -25,7 +25,6 @@ constexpr u32 FAMILY_IPV4 = 4, FAMILY_IPV6 = 6;
 
 struct State {
     u32 state = IPSOCKI_NOT_AVAILABLE;
-    u32 selectedPv = 0;
     node::IpsockiProxy* proxy = nullptr;
     KvdTimer answerTimer;            // and, while it serves, of the next look at the credit
     u32 datagrams = 0;               // since the last one
@@ -118,7 +117,6 @@ void onConfirm(const Signal* sig)
         KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_ERROR,
                   "TuPktsync_IPSOCKI_client: Wrong PV given as selected by interface. \n");
     internal(sig);
-    s->selectedPv = cfm->pv;
     s->state = IPSOCKI_WAIT_FOR_ACREDIT_IND;
     requestCreditWindow();
 }

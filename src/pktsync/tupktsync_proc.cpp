@@ -98,7 +98,6 @@ void TuPktsync_proc()
         // The time-out of a timer lives in its record only while it runs: here it is like any other.
         ose::free_buf(&sig);
         if (node::traceErrorStatus() != 0) KVD_TRACE(TRACE_TUPKTSYNC_ROOT, TRACE_CHECK, "ERROR STATUS");
-        node::traceClearErrorStatus();
     }
 }
 

@@ -231,22 +231,18 @@ bool ptpOnAnnounce(PtpClock& c, const PtpHeader& received, const PtpAnnounce& an
     } else if (was.clockClass != is.clockClass) {
         ptpReportQuality(c, ptpQualityOf(c));
     }
-    if (c.portState == LISTENING || c.portState == UNCALIBRATED || c.portState == SLAVE)
-        ptpPortEvent(c, verdict == Verdict::New ? REC_STATE_BMC_SLAVE_NEW_MASTER : REC_STATE_BMC_SLAVE);
+    ptpPortEvent(c, verdict == Verdict::New ? REC_STATE_BMC_SLAVE_NEW_MASTER : REC_STATE_BMC_SLAVE);
     checkFaults(c, is);
     return true;
 }
 
 void ptpForeignMasterTimeout(PtpClock& c, u32 index)
 {
-    if (index >= PTP_FOREIGN_MASTERS || !c.foreignMasters[index].used) return;
     PtpForeignMaster& f = c.foreignMasters[index];
     if (countArrivals(f) > 0) {
         startForeignTimer(f);
         return;
     }
     f.used = false;
-    f.port = {};
-    f.logAnnounceInterval = 0;
     --c.foreignMasterCount;
 }

@@ -38,7 +38,7 @@ void TuPktsyncPTP_new_DelayReqRespCtrl(PtpClock& c, u32 syncrefId)
     d.nom_interval = IDLE_INTERVAL;
     d.missed_limit = IDLE_LIMIT;
     d.random = syncrefId + 1;
-    TuPktsync_timerInit(d.timer, syncrefId, PTP_TMO_DELAY, IDLE_INTERVAL);
+    TuPktsync_timerInit(d.timer, syncrefId, PTP_TMO_DELAY, 0, IDLE_INTERVAL);
     TuPktsync_new_TS_buffer(d.stamps, syncrefId << 16 | PTP_POOL_DELAY, POSITIONS, STAMPS_PER_SET, onSet);
 }
 

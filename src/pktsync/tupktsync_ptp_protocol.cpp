@@ -14,7 +14,7 @@ namespace {
 
 struct State {
     std::array<std::optional<PtpClock>, PTP_CLOCKS> clocks{};
-    PtpNeeds needs;
+    PtpNeeds needs{};
 };
 ose::ModuleData<State> s;
 
@@ -31,11 +31,7 @@ PtpDescriptor descriptorOf(const PtpClock& c, i32 socket)
             c.setup.dscp,       socket,                      c.setup.serverIpAddress};
 }
 
-i8 negotiatedLog(const PtpClock& c)
-{
-    const u32 ms = c.setup.rqmt.maxSyncInterval;
-    return ms >= ptpLogToMs(PTP_LOG_MAX) ? PTP_LOG_MAX : ptpMsToLog(ms);
-}
+i8 negotiatedLog(const PtpClock& c) { return ptpMsToLog(c.setup.rqmt.maxSyncInterval); }
 
 void setPriorities(PtpClock& c)
 {
@@ -124,9 +120,8 @@ void onSyncSet(PtpClock& c, const TsPosition& set)
         return;
     }
     const i64 raw = static_cast<i64>(u64{set.stamps[0].high} << 32 | set.stamps[0].low);
-    const i64 latency = s->needs.latencyAsymmetry != nullptr ? s->needs.latencyAsymmetry() : 0;
     const PtpTime T1 = ptpAdd({set.stamps[1].high, set.stamps[1].low},
-                              ptpCorrection_ns(raw) + c.setup.delayAsymmetry - latency);
+                              ptpCorrection_ns(raw) + c.setup.delayAsymmetry - s->needs.latencyAsymmetry());
     PtpExchange e;
     e.froId = c.setup.froId;
     e.froClassNo = c.setup.froClassNo;
@@ -140,7 +135,7 @@ void onSyncSet(PtpClock& c, const TsPosition& set)
     e.T4s = sample->T4s;
     e.T4f = sample->T4f;
     e.asymComp = c.setup.delayAsymmetry;
-    if (s->needs.sendExchange != nullptr) s->needs.sendExchange(e);
+    s->needs.sendExchange(e);
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_8, "Timestamps sent to tureg for syncrefId=%u", id);
 }
 
@@ -190,8 +185,7 @@ void ptpFaults(PtpClock& c, u32 set, u32 clear)
     const u32 faults = (c.fault_flags & ~clear) | set;
     if (faults == c.fault_flags) return;
     c.fault_flags = faults;
-    if (c.enabled && s->needs.reportFaults != nullptr)
-        s->needs.reportFaults(c.setup.froId, c.setup.froClassNo, faults);
+    if (c.enabled) s->needs.reportFaults(c.setup.froId, c.setup.froClassNo, faults);
 }
 
 u8 ptpQualityOf(const PtpClock& c)
@@ -206,8 +200,7 @@ u8 ptpQualityOf(const PtpClock& c)
 
 void ptpReportQuality(const PtpClock& c, u8 quality)
 {
-    if (c.enabled && s->needs.reportQuality != nullptr)
-        s->needs.reportQuality(c.setup.froId, c.setup.froClassNo, quality);
+    if (c.enabled) s->needs.reportQuality(c.setup.froId, c.setup.froClassNo, quality);
 }
 
 void ptpStartAnnounceTimer(PtpClock& c)
@@ -254,15 +247,14 @@ void ptpSendDelayReq(u32 syncrefId, u16 sequenceId)
     ptpPutHeader(message, h);
     const u8 metadata[8] = {static_cast<u8>(sequenceId >> 8), static_cast<u8>(sequenceId), 0,
                             static_cast<u8>(syncrefId), PTP_DELAY_REQ, 0, 0, 0};
-    if (s->needs.send == nullptr ||
-        s->needs.send(descriptorOf(*c, c->setup.eventSocket), message, sizeof message, metadata) == 0)
+    if (s->needs.send(descriptorOf(*c, c->setup.eventSocket), message, sizeof message, metadata) == 0)
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR, "Failed to allocate send buffer");
 }
 
 u32 ptpSendGeneral(u32 syncrefId, const u8* message, u32 length)
 {
     const PtpClock* const c = ptpClockOf(syncrefId);
-    if (c == nullptr || s->needs.send == nullptr) return 0;
+    if (c == nullptr) return 0;
     return s->needs.send(descriptorOf(*c, c->setup.generalSocket), message, length, nullptr);
 }
 
@@ -290,15 +282,12 @@ u32 TuPktsync_new_ptp_clock(const PtpClockSetup& setup)
     setPriorities(c);
     c.logMinDelayReqInterval = LOG_8S;
     TuPktsync_new_TS_buffer(c.syncStamps, id << 16 | PTP_POOL_SYNC, POSITIONS, STAMPS_PER_SYNC, onSet);
-    TuPktsync_timerInit(c.announceTimer, id, PTP_TMO_ANNOUNCE,
-                        ptpIsG82751Time(c) ? ANNOUNCE_G82751_ms : ANNOUNCE_J3_ms);
+    TuPktsync_timerInit(c.announceTimer, id, PTP_TMO_ANNOUNCE);
     TuPktsyncPTP_new_DelayReqRespCtrl(c, id);
     if (setup.ptpMapping == UDP_UC) TuPktsyncPTP_new_UCnegCtrl(id);
-    c.syncSup.norm_threshold = 3;
-    c.syncSup.timer_interval = 4 * ptpLogToMs(c.logSyncInterval);
-    TuPktsync_timerInit(c.syncSup.timer, id, PTP_TMO_SYNC_SUP, c.syncSup.timer_interval);
+    TuPktsync_timerInit(c.syncSup.timer, id, PTP_TMO_SYNC_SUP);
     for (u32 i = 0; i < PTP_FOREIGN_MASTERS; ++i)
-        TuPktsync_timerInit(c.foreignMasters[i].timer, id, PTP_TMO_FOREIGN_MASTER, 0, i);
+        TuPktsync_timerInit(c.foreignMasters[i].timer, id, PTP_TMO_FOREIGN_MASTER, i);
     ptpPortEvent(c, INITIALIZE);
     ptpPortEvent(c, INITIALIZE_READY);
     return 1;
@@ -334,9 +323,8 @@ void TuPktsync_change_ptp_clock(u32 syncrefId, i32 delayAsymmetry, u8 pbit, u8 d
     change(c->setup.ptpProfile, ptpProfile, "ptpProfile");
     ptpForgetMaster(*c);
     c->fault_flags = 0;
-    if (c->selected && s->needs.profileChanged != nullptr) s->needs.profileChanged(ptpProfile);
-    if (c->enabled && s->needs.reportFaults != nullptr)
-        s->needs.reportFaults(c->setup.froId, c->setup.froClassNo, 0);
+    if (c->selected) s->needs.profileChanged(ptpProfile);
+    if (c->enabled) s->needs.reportFaults(c->setup.froId, c->setup.froClassNo, 0);
     setPriorities(*c);
     ptpReportQuality(*c, ptpQualityOf(*c));
 }
@@ -347,13 +335,11 @@ void TuPktsync_set_ptp_path_supervision(u32 syncrefId, u32 on)
     if (c == nullptr) return;
     if (on == 0) {
         c->enabled = false;
-        if (s->needs.reportQuality != nullptr)
-            s->needs.reportQuality(c->setup.froId, c->setup.froClassNo, QUALITY_NONE);
+        s->needs.reportQuality(c->setup.froId, c->setup.froClassNo, QUALITY_NONE);
         return;
     }
     c->enabled = true;
-    if (s->needs.reportFaults != nullptr)
-        s->needs.reportFaults(c->setup.froId, c->setup.froClassNo, c->fault_flags);
+    s->needs.reportFaults(c->setup.froId, c->setup.froClassNo, c->fault_flags);
     ptpReportQuality(*c, TuPktsyncPTP_findClockQuality(syncrefId));
 }
 
@@ -478,7 +464,6 @@ u8 TuPktsyncPTP_findClockQuality(u32 syncrefId)
 
 void TuPktsyncPTP_reportQualities()
 {
-    if (s->needs.reportQuality == nullptr) return;
     for (const auto& c : s->clocks)
         if (c)
             s->needs.reportQuality(c->setup.froId, c->setup.froClassNo,

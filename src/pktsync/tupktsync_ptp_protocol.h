@@ -13,6 +13,7 @@
 #include <array>
 
 constexpr u32 PTP_CLOCKS = 8;
+constexpr std::array<u32, PTP_CLOCKS> PTP_CLOCK_IDS{0, 1, 2, 3, 4, 5, 6, 7};   // syncrefIds
 
 enum PtpProfile : u8 { IEEE_1588_J3 = 0, ITU_T_G_8275_1 = 1 };
 enum PtpMulticastAddress : u8 { FORWARDABLE = 0, NON_FORWARDABLE = 1 };
@@ -83,17 +84,17 @@ struct PtpExchange {
     i32 asymComp = 0;                  // ns
 };
 
-/// What the clocks reach outside of themselves. Set once, before the first clock.
+/// What the clocks reach outside of themselves, all of it. Set once, before the first clock.
 struct PtpNeeds {
-    void (*reportFaults)(u32 froId, u32 froClassNo, u32 fault_flags) = nullptr;
-    void (*reportQuality)(u32 froId, u32 froClassNo, u8 quality) = nullptr;
-    void (*profileChanged)(u8 ptpProfile) = nullptr;
-    void (*sendExchange)(const PtpExchange& exchange) = nullptr;
+    void (*reportFaults)(u32 froId, u32 froClassNo, u32 fault_flags);
+    void (*reportQuality)(u32 froId, u32 froClassNo, u8 quality);
+    void (*profileChanged)(u8 ptpProfile);
+    void (*sendExchange)(const PtpExchange& exchange);
     /// ns of this board's port: egress less ingress.
-    i32 (*latencyAsymmetry)() = nullptr;
+    i32 (*latencyAsymmetry)();
     /// Sends a message of the descriptor's transport; the eight octets of `metadata`, where given, come
     /// back with the egress stamp. 0 without a send buffer.
-    u32 (*send)(const PtpDescriptor& descriptor, const u8* message, u32 length, const u8* metadata) = nullptr;
+    u32 (*send)(const PtpDescriptor& descriptor, const u8* message, u32 length, const u8* metadata);
 };
 void TuPktsync_PTP_init(const PtpNeeds& needs);
 

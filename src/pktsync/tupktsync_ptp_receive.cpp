@@ -20,7 +20,7 @@ constexpr Needed NEEDED[] = {
 
 PtpClock* receiver(u8 domain, const PktIpAddress* server)
 {
-    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+    for (const u32 id : PTP_CLOCK_IDS) {
         PtpClock* const c = ptpClockOf(id);
         if (c == nullptr || c->setup.domainNumber != domain) continue;
         const bool isIp = c->setup.ptpMapping != PTP_ETHERNET;

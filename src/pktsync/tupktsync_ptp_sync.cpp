@@ -43,10 +43,8 @@ bool logIntervalOf(const PtpClock& c, const PtpHeader& h, u32 messageType, const
     return false;
 }
 
-u32 effectiveSyncInterval(const PtpClock& c)
-{
-    return ptpLogToMs(static_cast<i8>(std::min<i32>(c.logSyncInterval + c.logPassFraction, 127)));
-}
+/// Of the Syncs that pass the filter, which thins them out to what is wanted and never beyond.
+i8 effectiveLog(const PtpClock& c) { return static_cast<i8>(c.logSyncInterval + c.logPassFraction); }
 
 bool rateMet(const PtpClock& c, i8 log)
 {
@@ -67,7 +65,7 @@ void newSyncInterval(PtpClock& c, i8 log)
     }
     ptpRecomputeFilter(c);
     TuPktsyncPTP_update_DelayReqRespCtrl_interval(c, ptpLogToMs(c.logMinDelayReqInterval),
-                                                  effectiveSyncInterval(c));
+                                                  ptpLogToMs(effectiveLog(c)));
 }
 
 void saveSyncStamp(PtpClock& c, u16 sequenceId, u32 index, const PtpStamp& stamp)
@@ -140,7 +138,7 @@ bool ptpOnDelayResp(PtpClock& c, const PtpHeader& h, const PtpDelayResp& r)
     if (!logIntervalOf(c, h, PTP_DELAY_RESP, "Delay_Resp", log)) return false;
     if (log != c.logMinDelayReqInterval) {
         c.logMinDelayReqInterval = log;
-        TuPktsyncPTP_update_DelayReqRespCtrl_interval(c, ptpLogToMs(log), effectiveSyncInterval(c));
+        TuPktsyncPTP_update_DelayReqRespCtrl_interval(c, ptpLogToMs(log), ptpLogToMs(effectiveLog(c)));
         ptpFault(c, FAULT_DELAY_REQ_RATE, !ptpDelayReqRateMet(c));
     }
     const PtpTime T4 = ptpAdd(r.receiveTimestamp, -ptpCorrection_ns(h.correctionField));
@@ -153,13 +151,12 @@ bool ptpOnDelayResp(PtpClock& c, const PtpHeader& h, const PtpDelayResp& r)
 
 void ptpRecomputeFilter(PtpClock& c)
 {
-    const u32 wanted_ms = c.setup.rqmt.minSyncInterval;
-    const i8 wanted = wanted_ms >= ptpLogToMs(PTP_LOG_MAX) ? PTP_LOG_MAX : ptpMsToLog(wanted_ms);
+    const i8 wanted = ptpMsToLog(c.setup.rqmt.minSyncInterval);
     const u16 fraction = c.logSyncInterval < wanted ? static_cast<u16>(wanted - c.logSyncInterval) : u16{0};
     // A master may grant intervals of any log: beyond 2^16 only sequenceId 0 passes.
     constexpr u16 SEQUENCE_BITS = 16;
     const u16 mask = static_cast<u16>((1u << std::min(fraction, SEQUENCE_BITS)) - 1);
-    if (fraction == c.logPassFraction && mask == c.seqIdDiscardMask) return;
+    if (fraction == c.logPassFraction) return;
     c.logPassFraction = fraction;
     c.seqIdDiscardMask = mask;
     if (c.syncSup.syncStatus != SYNC_OFF) ptpStartSyncSup(c, true);
@@ -171,7 +168,7 @@ void ptpStartSyncSup(PtpClock& c, bool keepStatus)
 {
     constexpr u32 LONG_ms = 1000, PERIOD_ms = 4000, COUNTED_ms = 3000;
     PtpSyncSup& s = c.syncSup;
-    s.logMsgInterval = static_cast<i8>(c.logSyncInterval + c.logPassFraction);
+    s.logMsgInterval = effectiveLog(c);
     const u32 interval = ptpLogToMs(s.logMsgInterval);
     s.timer_interval = interval > LONG_ms ? 4 * interval : PERIOD_ms;
     // A byte counts: of a period's messages at the highest rates only so many are expected.
@@ -193,7 +190,7 @@ void ptpCountSync(PtpClock& c)
 {
     PtpSyncSup& s = c.syncSup;
     if (s.syncStatus == SYNC_OFF) return;
-    if (s.logMsgInterval != c.logSyncInterval + c.logPassFraction) {
+    if (s.logMsgInterval != effectiveLog(c)) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
                   "syncSup_message_rcvd for syncrefId %d detected change of Sync and/or filter "
                   "interval; re-starting syncSup",

@@ -26,7 +26,6 @@ struct Message {
     i8  logReqIval = 0;
     u8  request_attempts = 0;
     i8  granted_log_ival = 0;
-    u32 granted_duration = 0;          // s
 };
 enum Flow : std::size_t { ANNOUNCE, SYNC, DELAY_RESP, FLOWS };
 
@@ -37,10 +36,8 @@ struct UCnegCtrl {
     i8  log_msg_interval = 0;
     u16 sequenceId = 0;
     u32 state = UC_NEG_IDLE;
-    u32 last_report = UC_AWAIT_ANNOUNCE;
     PktsyncTimer reply_timer, duration_timer, retry_timer, delayed_timer;
     u32 requestedDuration = LONG_s;
-    u32 negotiation_retries = 0;
     u32 dur_expire_time = 0;           // ms of kernel time
     std::array<Message, FLOWS> messages{};
 };
@@ -157,7 +154,6 @@ void sendCancel(UCnegCtrl& u, u8 messageType)
 
 void report(UCnegCtrl& u, u32 reason)
 {
-    u.last_report = reason;
     PtpClock& c = *ptpClockOf(u.syncrefId);
     switch (reason) {
     case UC_AWAIT_ANNOUNCE: return ptpStartAnnounceTimer(c);
@@ -195,7 +191,6 @@ void request(UCnegCtrl& u, Message& m)
 
 void startCycle(UCnegCtrl& u)
 {
-    TuPktsync_timerStop(u.reply_timer);
     TuPktsync_timerStop(u.duration_timer);
     TuPktsync_timerStop(u.retry_timer);
     TuPktsync_timerStop(u.delayed_timer);
@@ -238,7 +233,6 @@ void step(UCnegCtrl& u, u32 duration)
     case UC_NEG_WAIT_DELAYRESP_GRANT:
         u.state = UC_NEG_READY;
         report(u, UC_READY);
-        u.negotiation_retries = 0;
         break;
     default: break;
     }
@@ -253,14 +247,12 @@ void refused(UCnegCtrl& u, Message& m)
               u.syncrefId, ptpUcNegStateText(u.state), RETRY_ms / 1000);
     if (u.requestedDuration == LONG_s) {
         u.requestedDuration = SHORT_s;
-        u.duration_timer.duration_ms = SHORT_s * 1000;
         TuPktsync_timerStop(u.reply_timer);
         TuPktsync_timerStop(u.duration_timer);
         TuPktsync_timerStop(u.delayed_timer);
         TuPktsync_timerStart(u.retry_timer, RETRY_ms);
     } else {
         u.requestedDuration = LONG_s;
-        u.duration_timer.duration_ms = LONG_s * 1000;
         fail(u, UC_NO_AGREE);
     }
     m.state = UC_MSG_NEG_FAILED;
@@ -301,13 +293,11 @@ void TuPktsyncPTP_UCretry_timeout(UCnegCtrl& u)
 {
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_4,
               "TuPktsyncPTP_UCretry_timeout: retrying Unicast negotiation for syncrefId %d", u.syncrefId);
-    ++u.negotiation_retries;
     startCycle(u);
 }
 
 void TuPktsyncPTP_delay_start_UCnegotiation(UCnegCtrl& u)
 {
-    u.negotiation_retries = 0;
     startCycle(u);
 }
 
@@ -322,10 +312,10 @@ void TuPktsyncPTP_new_UCnegCtrl(u32 syncrefId)
     u.messages[ANNOUNCE].messageType = PTP_ANNOUNCE;
     u.messages[SYNC].messageType = PTP_SYNC;
     u.messages[DELAY_RESP].messageType = PTP_DELAY_RESP;
-    TuPktsync_timerInit(u.reply_timer, syncrefId, PTP_TMO_UC_REPLY, REPLY_ms);
-    TuPktsync_timerInit(u.duration_timer, syncrefId, PTP_TMO_UC_DURATION, LONG_s * 1000);
-    TuPktsync_timerInit(u.retry_timer, syncrefId, PTP_TMO_UC_RETRY, RETRY_ms);
-    TuPktsync_timerInit(u.delayed_timer, syncrefId, PTP_TMO_UC_DELAYED_START, DELAYED_START_ms);
+    TuPktsync_timerInit(u.reply_timer, syncrefId, PTP_TMO_UC_REPLY);
+    TuPktsync_timerInit(u.duration_timer, syncrefId, PTP_TMO_UC_DURATION);
+    TuPktsync_timerInit(u.retry_timer, syncrefId, PTP_TMO_UC_RETRY);
+    TuPktsync_timerInit(u.delayed_timer, syncrefId, PTP_TMO_UC_DELAYED_START);
 }
 
 void TuPktsyncPTP_delete_UCnegCtrl(u32 syncrefId)
@@ -394,7 +384,6 @@ bool TuPktsyncPTP_UCgrant(u32 syncrefId, const PtpHeader& h, u8 messageType, i8 
     }
     u->serverPortIdentity = h.sourcePortIdentity;
     m->granted_log_ival = logInterval;
-    m->granted_duration = duration;
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
               "Unicast_Grant received for syncrefId %d, messageType %s, granted duration %u, "
               "log_interval %d",

@@ -18,14 +18,12 @@ void sendResult()
                                       + rows.size() * sizeof(TuiifAuditResult));
     Signal* sig = ose::alloc(size, KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND);
     auto* ind = reinterpret_cast<KvdTuiifAuditPktRefRoResultInd*>(sig);
-    ind->apn = state().ownPiuHwAddr.apn;
+    ind->apn = state().apn;
     ind->count = static_cast<u32>(rows.size());
     auto* at = reinterpret_cast<TuiifAuditResult*>(ind + 1);
     for (const AuditRow& row : rows) *at++ = {row.froId, row.froClassNo, static_cast<u32>(row.result)};
     needs().sendToMainProcessor(&sig);
 }
-
-void readOwnAddress() { state().ownPiuHwAddr = {KvdLoz6TuIifAdm_smn(), KvdLoz6TuIifAdm_apn(), 0}; }
 
 void auditDone()
 {
@@ -43,7 +41,7 @@ void auditDone()
 void requestAudit()
 {
     auto* req = node::make<KvdTuiifAuditPktRefRoReq>(KVD_TUIIF_AUDIT_PKT_REF_RO_REQ);
-    req->apn = state().ownPiuHwAddr.apn;
+    req->apn = state().apn;
     Signal* sig = reinterpret_cast<Signal*>(req);
     needs().sendToMainProcessor(&sig);
     state().syncRefCtrlState = AUDIT_PENDING;
@@ -62,7 +60,6 @@ void handle_AuditCfm(const Signal* sig)
     if (cfm == nullptr) return;
     needs().awaitAudit(false);
     const std::span<const TuiifPktRefConfig> configs = node::tail<TuiifPktRefConfig>(cfm);
-    const u32 room = static_cast<u32>(configs.size());
     if (cfm->count > PTP_CLOCKS) {
         KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
                   "Number of syncrefs received in AuditPktRefRoCfm signal: %u; maximum allowed number "
@@ -71,20 +68,20 @@ void handle_AuditCfm(const Signal* sig)
         s.syncRefCtrlState = READY;
         return;
     }
-    if (cfm->count > room)
+    if (cfm->count > configs.size())
         node::traceShortSignal(sig, static_cast<u32>(sizeof *cfm + cfm->count * sizeof(TuiifPktRefConfig)));
-    const u32 count = std::min(cfm->count, room);
+    const auto listed = configs.first(std::min<std::size_t>(cfm->count, configs.size()));
     s.audit.clear();
-    if (count == 0) {
+    if (listed.empty()) {
         KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_INFO, "No sync refs to audit");
         sendResult();
         s.syncRefCtrlState = READY;
         return;
     }
-    for (u32 i = 0; i < count; ++i) s.audit.push_back({configs[i].froId, configs[i].froClassNo, NOT_YET});
-    s.auditRemaining = count;
+    for (const TuiifPktRefConfig& c : listed) s.audit.push_back({c.froId, c.froClassNo, NOT_YET});
+    s.auditRemaining = static_cast<u32>(listed.size());
     s.syncRefCtrlState = AUDIT_CREATE_PENDING;
-    for (u32 i = 0; i < count; ++i) create_syncref(configs[i]);
+    for (const TuiifPktRefConfig& c : listed) create_syncref(c);
 }
 
 void auditRowDone(u32 froId, u32 froClassNo, u32 result)
@@ -98,13 +95,17 @@ void auditRowDone(u32 froId, u32 froClassNo, u32 result)
                   "handle_auditCfm: setting of create success \nresult at audit failed");
     else
         row->result = static_cast<i32>(result);
-    if (s.auditRemaining > 0 && --s.auditRemaining == 0) auditDone();
+    if (--s.auditRemaining == 0) auditDone();
+}
+
+void deletionDone()
+{
+    if (--state().deletionsRemaining == 0) massDeleteDone();
 }
 
 void massDeleteDone()
 {
     auto& s = state();
-    if (s.deletionsRemaining > 0 && --s.deletionsRemaining > 0) return;
     const bool again = s.tuiifAlive && s.requestAudit;
     s.requestAudit = false;
     if (again) requestAudit();
@@ -137,7 +138,7 @@ void onTuiifUp()
     }
     s.tuiifAlive = true;
     s.selected_syncrefId = -1;
-    readOwnAddress();
+    s.apn = KvdLoz6TuIifAdm_apn();
     const u32 before = s.syncRefCtrlState;
     if (before == AUDIT_DELETE_PENDING || before == AUDIT_CREATE_PENDING) s.requestAudit = true;
     TuPktsync_SyncrefCtrl_sendUnavailableInd();

@@ -29,13 +29,6 @@ u32 groupOf(const Syncref& r) { return r.ptpMulticastAddress != FORWARDABLE ? 1 
 u32 groupFlag(u32 group) { return group == 0 ? WAIT_CFI_MCG1 : WAIT_CFI_MCG2; }
 bool inAudit() { return state().syncRefCtrlState == AUDIT_CREATE_PENDING; }
 
-u8 mappingOf(u8 typeOfPktStruct)
-{
-    return typeOfPktStruct == MULTI_ETH_TIME_PTP  ? PTP_ETHERNET
-           : typeOfPktStruct == MULTI_IP_TIME_PTP ? UDP_MC
-                                                  : UDP_UC;
-}
-
 /// The next clock takes the standard identity when this one had it.
 void giveIdentityBack(const Syncref& r)
 {
@@ -57,7 +50,7 @@ void answer(const Syncref& r, u32 result)
     auto* cfm = node::make<KvdTuiifCreatePktRefRoCfm>(KVD_TUIIF_CREATE_PKT_REF_RO_CFM);
     cfm->froId = r.froId;
     cfm->froClassNo = r.froClassNo;
-    cfm->apn = state().ownPiuHwAddr.apn;
+    cfm->apn = state().apn;
     cfm->result = result;
     Signal* sig = reinterpret_cast<Signal*>(cfm);
     needs().sendToMainProcessor(&sig);
@@ -82,8 +75,6 @@ void fail(u32 syncrefId, u32 result)
 
 u32 bringUpEthernet(Syncref& r, u32 syncrefId, const TuiifPktRefConfig& config)
 {
-    r.usePTP = true;
-    r.multiCast = true;
     r.ptpDomain = config.ptpDomain;
     r.asymmetryCompensation = config.asymmetryCompensation;
     r.pbit = config.pbit;
@@ -116,7 +107,6 @@ i32 openSocket(const Syncref& r, u32 syncrefId, u32 portKind, const char* name)
 
 u32 bringUpUnicastFrequency(Syncref& r, u32 syncrefId, const TuiifPktRefConfig& config)
 {
-    r.usePTP = true;
     r.ptpDomain = config.ptpDomain;
     r.dscp = config.dscp;
     r.serverIpAddress = addressOf(config.serverIpAddress);
@@ -169,7 +159,7 @@ u32 forgetAtDriver(u32 syncrefId)
     const auto& table = state().table;
     const u32 froId = table[syncrefId]->froId;
     const u32 asked = needs().deleteSyncRef(froId, syncrefId);
-    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+    for (const u32 id : PTP_CLOCK_IDS) {
         const auto& r = table[id];
         const bool isTwin = id != syncrefId && r && r->froId == froId;
         if (isTwin && r->syncRefIndivState != DELETE_PENDING) tellDriver(id);
@@ -251,7 +241,7 @@ PtpClockSetup setupOf(u32 syncrefId, const Syncref& r)
     setup.syncrefId = syncrefId;
     setup.froId = r.froId;
     setup.froClassNo = r.froClassNo;
-    setup.ptpMapping = mappingOf(r.typeOfPktStruct);
+    setup.ptpMapping = r.typeOfPktStruct == MULTI_ETH_TIME_PTP ? PTP_ETHERNET : UDP_UC;
     setup.domainNumber = r.ptpDomain;
     setup.serverIpAddress = r.serverIpAddress;
     setup.clockIdentity = r.port.clockIdentity;
@@ -272,7 +262,7 @@ void check_create_ready(u32 syncrefId)
     Syncref& r = *state().table[syncrefId];
     if (r.syncRefIndivState != CREATE_PENDING || r.pendingFlags != 0) return;
     u32 result = r.isRefused ? FAILURE : SUCCESS;
-    if (r.usePTP && result == SUCCESS) {
+    if (result == SUCCESS) {
         r.protocolStarted = needs().newClock(setupOf(syncrefId, r)) != 0;
         if (!r.protocolStarted) {
             KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR, "Failed to start protcol instance");
@@ -288,7 +278,7 @@ void check_create_ready(u32 syncrefId)
         if (!inAudit()) conclude(told, result);
         removePartialSetup(syncrefId);
         if (inAudit()) conclude(told, result);
-        else if (isUnwanted) massDeleteDone();
+        else if (isUnwanted) deletionDone();
         return;
     }
     if (isUnwanted) return delete_syncref(syncrefId);
@@ -307,7 +297,7 @@ void delete_syncref(u32 syncrefId)
     }
     r.syncRefIndivState = DELETE_PENDING;
     if (state().selected_syncrefId == static_cast<i32>(syncrefId)) state().selected_syncrefId = -1;
-    if (r.usePTP && r.protocolStarted) needs().deleteClock(syncrefId);
+    if (r.protocolStarted) needs().deleteClock(syncrefId);
     r.protocolStarted = false;
     if (r.typeOfPktStruct == MULTI_ETH_TIME_PTP) {
         const u32 group = groupOf(r);
@@ -329,12 +319,12 @@ void check_delete_ready(u32 syncrefId)
         auto* cfm = node::make<KvdTuiifDeletePktRefRoCfm>(KVD_TUIIF_DELETE_PKT_REF_RO_CFM);
         cfm->froId = r.froId;
         cfm->froClassNo = r.froClassNo;
-        cfm->apn = state().ownPiuHwAddr.apn;
+        cfm->apn = state().apn;
         Signal* sig = reinterpret_cast<Signal*>(cfm);
         needs().sendToMainProcessor(&sig);
     }
     state().table[syncrefId].reset();
-    if (isMassDelete) massDeleteDone();
+    if (isMassDelete) deletionDone();
 }
 
 void delete_all_syncrefs()
@@ -343,12 +333,9 @@ void delete_all_syncrefs()
     s.syncRefCtrlState = AUDIT_DELETE_PENDING;
     s.deletionsRemaining = static_cast<u32>(
         std::count_if(s.table.begin(), s.table.end(), [](const auto& r) { return r.has_value(); }));
-    if (s.deletionsRemaining == 0) {
-        s.deletionsRemaining = 1;
-        return massDeleteDone();
-    }
+    if (s.deletionsRemaining == 0) return massDeleteDone();
     // One that is being created is deleted once it stands, one that is being deleted is awaited.
-    for (u32 id = 0; id < PTP_CLOCKS; ++id)
+    for (const u32 id : PTP_CLOCK_IDS)
         if (s.table[id] && s.table[id]->syncRefIndivState == CREATED) delete_syncref(id);
 }
 

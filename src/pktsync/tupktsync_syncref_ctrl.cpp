@@ -12,12 +12,10 @@
 #include "pktsync/tupktsync_ipsocki_client.h"
 #include "pktsync/tupktsync_pdu.h"
 #include "pktsync/tupktsync_proc.h"
-#include "pktsync/tupktsync_ptp_attributes.h"
 #include "pktsync/tupktsync_syncref_int.h"
 #include "pktsync/tupktsync_timer.h"
 #include "pktsync/tupktsync_timestamp_server.h"
 #include "pktsync/tupktsyncadm.h"
-#include "sig/ref_types.h"
 #include "sig/reg_sig.h"
 #include "sig/tupktsync_sig.h"
 #include "unit/kvd_unit_process.h"
@@ -96,155 +94,6 @@ constexpr PtpNeeds PTP_NEEDS = {
     .latencyAsymmetry = TuPktsync_SyncrefCtrl_latencyAsymmetry,
     .send = TuPktsync_send_message,
 };
-
-// ---- requests -----------------------------------------------------------------------------------
-
-/// The syncref in use whose domain an Ethernet clock can't share: frames tell it by nothing else.
-std::optional<u32> sameDomain(const TuiifPktRefConfig& config)
-{
-    if (config.typeOfPktStruct > MULTI_IP_TIME_PTP) return std::nullopt;
-    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
-        const auto& r = s->table[id];
-        if (r && r->typeOfPktStruct <= MULTI_IP_TIME_PTP && r->ptpDomain == config.ptpDomain) return id;
-    }
-    return std::nullopt;
-}
-
-void handle_CreateReq(const Signal* sig)
-{
-    if (!isReady("Create")) return;
-    const auto* req = as<KvdTuiifCreatePktRefRoReq>(sig);
-    if (req == nullptr) return;
-    const TuiifPktRefConfig& c = req->config;
-    if (find(c.froId, c.froClassNo)) {
-        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
-                  "Create request received with already existing froId(%u) and froClassNo(%u)", c.froId,
-                  c.froClassNo);
-        return;
-    }
-    if (const auto other = sameDomain(c)) {
-        const Syncref& r = *s->table[*other];
-        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
-                  "Attempt to create new syncref for froId %u, froClassNo %u, ptpDomain %d, when "
-                  "syncrefId %d froId %u, froClassNo %u already configured with same ptpDomain",
-                  c.froId, c.froClassNo, c.ptpDomain, *other, r.froId, r.froClassNo);
-        return;
-    }
-    create_syncref(c);
-}
-
-void onDeleteReq(const Signal* sig)
-{
-    if (!isReady("Delete")) return;
-    const auto* req = as<KvdTuiifDeletePktRefRoReq>(sig);
-    if (req == nullptr) return;
-    if (const auto id = find(req->froId, req->froClassNo)) return delete_syncref(*id);
-    KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
-              "Delete request received for non-existing froId(%u) and froClassNo(%u)", req->froId,
-              req->froClassNo);
-}
-
-/// Takes what may change of a running syncref; true when it has another server now.
-bool takeChange(Syncref& r, const TuiifPktRefConfig& c)
-{
-    const PktIpAddress before = r.serverIpAddress;
-    switch (r.typeOfPktStruct) {
-    case MULTI_ETH_TIME_PTP:
-        r.pbit = c.pbit;
-        r.asymmetryCompensation = c.asymmetryCompensation;
-        r.ptpProfile = c.ptpProfile;
-        break;
-    case MULTI_IP_TIME_PTP:
-        r.dscp = c.dscp;
-        r.asymmetryCompensation = c.asymmetryCompensation;
-        break;
-    case UNI_IP_TIME_PTP: r.asymmetryCompensation = c.asymmetryCompensation; [[fallthrough]];
-    default: r.dscp = c.dscp; r.serverIpAddress = addressOf(c.serverIpAddress);
-    }
-    return before != r.serverIpAddress;
-}
-
-void restartProtocol(Syncref& r, u32 syncrefId)
-{
-    needs().deleteClock(syncrefId);
-    r.protocolStarted = needs().newClock(setupOf(syncrefId, r)) != 0;
-    needs().superviseClock(syncrefId, 1);
-    if (r.selected) needs().selectClock(syncrefId, 1);
-    KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_INFO,
-              "Restarted protocol handler for syncrefId %d to effect change of serverIpAddress", syncrefId);
-}
-
-void handle_SetReq(const Signal* sig)
-{
-    if (!isReady("Set")) return;
-    const auto* req = as<KvdTuiifSetPktRefRoReq>(sig);
-    if (req == nullptr) return;
-    const TuiifPktRefConfig& c = req->config;
-    const auto id = find(c.froId, c.froClassNo);
-    if (!id) {
-        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
-                  "Set request received for non-existing froId(%u) and froClassNo(%u)", c.froId,
-                  c.froClassNo);
-        return;
-    }
-    Syncref& r = *s->table[*id];
-    if (r.syncRefIndivState != CREATED) {
-        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR, "Set request received from FRO when in state=%s",
-                  indivStateText(r.syncRefIndivState));
-        return;
-    }
-    if (r.typeOfPktStruct < UNI_IP_FREQ_PTP) setTimestampLatency(c.linkSpeed, c.portWord);
-    r.syncRefIndivState = CHANGE_PENDING;
-    const bool hasNewServer = takeChange(r, c);
-    if (hasNewServer) tellDriver(*id);
-    const bool isUnicast = r.typeOfPktStruct == UNI_IP_TIME_PTP || r.typeOfPktStruct == UNI_IP_FREQ_PTP;
-    if (hasNewServer && r.protocolStarted && isUnicast)
-        restartProtocol(r, *id);
-    else if (r.usePTP && r.protocolStarted)
-        needs().changeClock(*id, r.asymmetryCompensation, r.pbit, r.dscp, r.ptpProfile);
-    auto* cfm = node::make<KvdTuiifSetPktRefRoCfm>(KVD_TUIIF_SET_PKT_REF_RO_CFM);
-    cfm->froId = r.froId;
-    cfm->froClassNo = r.froClassNo;
-    cfm->apn = s->ownPiuHwAddr.apn;
-    Signal* out = reinterpret_cast<Signal*>(cfm);
-    needs().sendToMainProcessor(&out);
-    r.syncRefIndivState = CREATED;
-}
-
-void onPathSupervision(const Signal* sig)
-{
-    const auto* ind = as<KvdTuiifSynchPathSupInd>(sig);
-    if (ind == nullptr) return;
-    if (ind->refType != PACKET_TIME_REF && ind->refType != PACKET_FREQ_REF) return;
-    const auto id = find(ind->froId, ind->froClassNo);
-    if (!id) {
-        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
-                  "Synch Path Sup Ind received for non-existing froId(%u) and froClassNo(%u)", ind->froId,
-                  ind->froClassNo);
-        return;
-    }
-    if (s->table[*id]->usePTP) needs().superviseClock(*id, ind->on);
-}
-
-void onGetAttributes(const Signal* sig)
-{
-    if (!isReady("Get Attributes")) return;
-    const auto* req = as<KvdTuiifGetPktRefRoAttribReq>(sig);
-    if (req == nullptr) return;
-    auto* cfm = node::make<KvdTuiifGetPktRefRoAttribCfm>(KVD_TUIIF_GET_PKT_REF_RO_ATTRIB_CFM);
-    cfm->froId = req->froId;
-    cfm->froClassNo = req->froClassNo;
-    const auto id = find(req->froId, req->froClassNo);
-    if (!id || !s->table[*id]->usePTP)
-        KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
-                  "Get Attributes Request for non-PTP syncref (froId/froClassNo %u/%u); replying with "
-                  "all zeroes",
-                  req->froId, req->froClassNo);
-    else
-        TuPktsync_get_ptp_attributes(*id, *cfm);
-    Signal* out = reinterpret_cast<Signal*>(cfm);
-    needs().sendToMainProcessor(&out);
-}
 
 void onTimer(const Signal* sig)
 {
@@ -332,7 +181,7 @@ Syncref* pending(u32 syncrefId, u32 indivState, const char* confirmation)
 void groupReady(u32 group, u32 indivState, void (*check)(u32 syncrefId))
 {
     const u32 flag = group == 0 ? WAIT_CFI_MCG1 : WAIT_CFI_MCG2;
-    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+    for (const u32 id : PTP_CLOCK_IDS) {
         auto& r = s->table[id];
         if (!r || r->syncRefIndivState != indivState || (r->pendingFlags & flag) == 0) continue;
         r->pendingFlags &= ~flag;
@@ -350,7 +199,7 @@ void setNeeds(const Needs* replacement) { s->needs = replacement; }
 
 std::optional<u32> find(u32 froId, u32 froClassNo)
 {
-    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+    for (const u32 id : PTP_CLOCK_IDS) {
         const auto& r = s->table[id];
         if (r && r->froId == froId && r->froClassNo == froClassNo) return id;
     }
@@ -391,13 +240,13 @@ void TuPktsync_SyncrefCtrl_started(u32 board)
 {
     s->board = board;
     s->tuiifAlive = true;
-    s->ownPiuHwAddr = {KvdLoz6TuIifAdm_smn(), KvdLoz6TuIifAdm_apn(), 0};
+    s->apn = KvdLoz6TuIifAdm_apn();
 }
 
 void TuPktsync_SyncrefCtrl_init()
 {
     s->table.fill(std::nullopt);
-    s->ownPiuHwAddr = {KvdLoz6TuIifAdm_smn(), KvdLoz6TuIifAdm_apn(), 0};
+    s->apn = KvdLoz6TuIifAdm_apn();
     s->selected_syncrefId = -1;
     s->standardIdentityTaken = false;
     s->audit.clear();
@@ -478,12 +327,10 @@ void TuPktsync_SyncrefCtrl_handleServerDownInd()
                   "FALSE");
     s->syncRefCtrlState = REINIT;
     s->requestAudit = false;
-    s->auditRemaining = 0;
     needs().awaitAudit(false);
-    s->deletionsRemaining = 0;
     s->selected_syncrefId = -1;
     needs().resetClients();
-    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+    for (const u32 id : PTP_CLOCK_IDS) {
         auto& r = s->table[id];
         if (r && r->syncRefIndivState == CREATED) needs().deleteClock(id);
         r.reset();
@@ -494,7 +341,7 @@ void TuPktsync_SyncrefCtrl_handleServerDownInd()
 void TuPktsync_SyncrefCtrl_sendUnavailableInd()
 {
     auto* ind = node::make<KvdTuiifPktRefRoUnavailableInd>(KVD_TUIIF_PKT_REF_RO_UNAVAILABLE_IND);
-    ind->apn = s->ownPiuHwAddr.apn;
+    ind->apn = s->apn;
     Signal* sig = reinterpret_cast<Signal*>(ind);
     needs().sendToMainProcessor(&sig);
 }
@@ -534,10 +381,9 @@ void TuPktsync_SyncrefCtrl_clockRqmtInd(const TuPktsyncClockRqmt& n)
     const bool frequency = intervals || n.freqClockClass != old.freqClockClass
                            || n.freqClockAccuracy != old.freqClockAccuracy
                            || n.freqClockClassG8265_1 != old.freqClockClassG8265_1;
-    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+    for (const u32 id : PTP_CLOCK_IDS) {
         const auto& r = s->table[id];
-        if (!r || r->typeOfPktStruct > UNI_IP_FREQ_PTP) continue;
-        if (!(r->typeOfPktStruct == UNI_IP_FREQ_PTP ? frequency : time)) continue;
+        if (!r || !(r->typeOfPktStruct == UNI_IP_FREQ_PTP ? frequency : time)) continue;
         const PtpClockRqmt rqmt = rqmtOf(*r);
         TuPktsync_PTP_clockRqmtInd(id, rqmt.minSyncInterval, rqmt.maxSyncInterval, rqmt.clockClass,
                                    rqmt.freqClockClassG8265_1, rqmt.clockAccuracy);
@@ -569,7 +415,7 @@ void TuPktsync_SyncrefCtrl_print()
     shellPrintf("   syncref control      : %s, selected %d, latency asymmetry %d ns\n",
                 TuPktsync_syncrefCtrlStateText(s->syncRefCtrlState), s->selected_syncrefId,
                 s->latencyAsymmetry);
-    for (u32 id = 0; id < PTP_CLOCKS; ++id) {
+    for (const u32 id : PTP_CLOCK_IDS) {
         const auto& r = s->table[id];
         if (!r) continue;
         shellPrintf("   syncref %u            : froId %u, froClassNo %u, type %u, %s%s%s%s\n", id, r->froId,

@@ -26,7 +26,6 @@ struct Syncref {
     i32 eventSocket = -1, generalSocket = -1;
     u32 froId = 0, froClassNo = 0;
     u8  typeOfPktStruct = 0;
-    bool usePTP = false, multiCast = false;
     u8  ptpDomain = 0;
     i32 asymmetryCompensation = 0;     // ns
     bool peerDelayMechanism = false;
@@ -46,7 +45,6 @@ struct AuditRow {
     i32 result = NOT_YET;
 };
 
-struct HwAddr { u32 smn = 0, apn = 0, ern = 0; };
 struct Latency { u32 ingress_ns, egress_ns; };
 
 struct State;
@@ -75,7 +73,7 @@ struct Needs {
 struct State {
     u32 syncRefCtrlState = UNINITIALIZED;
     std::array<std::optional<Syncref>, PTP_CLOCKS> table;
-    HwAddr ownPiuHwAddr;
+    u32 apn = 0;                       // of this node, as the main processor confirmed it
     i32 selected_syncrefId = -1;
     std::optional<TuPktsyncClockRqmt> clockRqmt;
     std::vector<AuditRow> audit;
@@ -101,6 +99,13 @@ bool isReady(const char* request);
 const char* indivStateText(u32 state);
 PktIpAddress addressOf(const TuiifIpAddress& address);
 
+// ---- tupktsync_syncref_requests.cpp -------------------------------------------------------------
+void handle_CreateReq(const Signal* sig);
+void onDeleteReq(const Signal* sig);
+void handle_SetReq(const Signal* sig);
+void onPathSupervision(const Signal* sig);
+void onGetAttributes(const Signal* sig);
+
 // ---- tupktsync_syncref_create.cpp ---------------------------------------------------------------
 void create_syncref(const TuiifPktRefConfig& config);
 void check_create_ready(u32 syncrefId);
@@ -122,7 +127,8 @@ void requestAudit();
 void handle_AuditCfm(const Signal* sig);
 /// A row of the audit has its result.
 void auditRowDone(u32 froId, u32 froClassNo, u32 result);
-/// All deletions of a mass delete are confirmed.
+/// One of a mass delete's is confirmed; all of them are.
+void deletionDone();
 void massDeleteDone();
 void onTuiifUp();
 void onTuiifDown();

@@ -27,7 +27,7 @@ KvdTimer* timerOf(u32 syncrefId, u32 timerId, u32 index)
 
 }  // namespace
 
-void TuPktsync_timerInit(PktsyncTimer& timer, u32 syncrefId, u32 timerId, u32 default_ms, u32 index)
+void TuPktsync_timerInit(PktsyncTimer& timer, u32 syncrefId, u32 timerId, u32 index, u32 default_ms)
 {
     timer = {syncrefId, timerId, index, default_ms};
 }

@@ -33,7 +33,7 @@ struct PktsyncTimer {
     u32 duration_ms = 0;   // of the next start without one
 };
 
-void TuPktsync_timerInit(PktsyncTimer& timer, u32 syncrefId, u32 timerId, u32 default_ms, u32 index = 0);
+void TuPktsync_timerInit(PktsyncTimer& timer, u32 syncrefId, u32 timerId, u32 index = 0, u32 default_ms = 0);
 /// Starts or restarts; 0 takes the stored duration, another becomes the stored one.
 void TuPktsync_timerStart(PktsyncTimer& timer, u32 ms);
 void TuPktsync_timerStop(const PktsyncTimer& timer);

@@ -14,6 +14,8 @@
 #include "unit/kvd_ref_table.h"
 #include "unit/kvd_unit_process.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr TuPktsyncClockRqmt RQMT = {
@@ -110,7 +112,7 @@ void onNtpPacket(const Signal* sig)
     if (p == nullptr || !isSelected(p->froId, p->froClassNo)) return;
     KVD_TRACE(TRACE_TUPKTSYNCADM, TRACE_3, "NTP packet received");
     u32 halves[8];
-    for (u32 i = 0; i < 8; ++i) halves[i] = p->T[i];
+    std::copy(p->T.begin(), p->T.end(), halves);
     KvdLoz6TuReg_pktFreqMsg(halves);
     const auto stamp = [&p](u32 i) { return u64{p->T[2 * i]} << 32 | p->T[2 * i + 1]; };
     PKTSYNC_UPCALLS.delaySample(stamp(0), stamp(1), stamp(2), stamp(3));

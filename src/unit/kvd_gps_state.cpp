@@ -26,7 +26,7 @@ constexpr const char* TEXTS[] = {
     "Operational with 1PPS and Time message",
 };
 
-bool isNewest(const GpsStateHistory& h, u32 state) { return h.count > 0 && h.rows[0].state == state; }
+bool isNewest(const GpsStateHistory& h, u32 state) { return h.rows[0].state == state; }
 
 void setTime(GpsStateRecord& record, const char* time) { std::memcpy(record.time, time, TIME_STAMP_SIZE); }
 
@@ -104,5 +104,5 @@ const GpsStateRecord& KvdLoz6TuGps_stateHistory(u8 row)
 
 bool KvdLoz6TuGps_historyAboveUnInit()
 {
-    return s->history.count > 0 && s->history.rows[0].state > GPS_UN_INIT;
+    return s->history.rows[0].state > GPS_UN_INIT;
 }

@@ -132,6 +132,13 @@ TEST(GpsLog, FollowsTheReceiversKindButNotItsLoss)
                                 "GPtps_ObsMode\t\t\t:\t1\n" "GPtps_gpsWeeks\t\t\t:\t2288\n"
                                 "GPtps_gpsSeconds\t\t:\t100\n"));
     EXPECT_THAT(text, HasSubstr("N 59 20.1234")) << "position comes along into the other table";
+    b.in([] {
+        KvdLoz6FifoGps_clear();
+        KvdLoz6FifoGps_closeRecord();
+    });
+    b.dump();
+    EXPECT_EQ(occurrences(b.file("kvdFifoGps"), "GPtps_gpsSeconds\t\t:\t0\n"), 1u);
+    EXPECT_EQ(occurrences(b.file("kvdFifoGps"), "Time\t"), 1u) << "of that table too";
 }
 
 TEST(GpsLog, AndSkyViewTakeASecondAtItsLastSentence)

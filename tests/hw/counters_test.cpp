@@ -47,8 +47,17 @@ TEST(Step, ToAWantedValueIsTheDifferenceToThePresentOne)
         EXPECT_EQ(tuHwIf_writeSfc(1, 4095, 1228798), 0);         // one back is the period less one
         EXPECT_EQ(tuHwIf_writeSfc(25, 0, 0), 1);
     });
+    EXPECT_EQ(bench.bus.levelOf("MFC value out of range 0x19"), 1);
     EXPECT_EQ(bench.takeWrites(),
               (std::vector<std::pair<u32, u32>>{{BASE_1 + 0x2c, 0x18FFF}, {BASE_1 + 0x30, 1228799}}));
+    Bench newer(2);
+    newer.set(REG_LOAD_STATUS, 1);
+    newer.in([] { EXPECT_EQ(tuHwIf_writeSfc(2, 0, 4), 0); });
+    EXPECT_EQ(newer.takeWrites(),
+              (std::vector<std::pair<u32, u32>>{{BASE_2C + 0x88, 0x2000}, {BASE_2C + 0x8c, 8},
+                                                {BASE_2C + 0x84, 0}, {BASE_2C + 0x90, 5}, {BASE_2C + 0x90, 0}}));
+    newer.set(REG_LOAD_STATUS, 0);
+    newer.in([] { EXPECT_EQ(tuHwIf_writeSfc(2, 0, 4), 1); });
 }
 
 TEST(Ntp, IsOnTheOlderBoardOnly)
@@ -64,14 +73,32 @@ TEST(Ntp, IsOnTheOlderBoardOnly)
     EXPECT_EQ(seconds + fraction, 0u);
 }
 
-TEST(BfnOut, WritesItsWordsInOrder)
+TEST(Accesses, OfOneMatterKeepTheirOrder)
 {
-    Bench bench(2);
-    bench.bus.order.clear();
-    bench.in([] { tuHwIf_writeBfnOutPacked(5, 6, 3, 1, 0, 1); });
-    EXPECT_EQ(bench.takeWrites(),
-              (std::vector<std::pair<u32, u32>>{{BASE_2C + 0xe0, 5}, {BASE_2C + 0xe4, 0x18C00006}}));
-    EXPECT_EQ(bench.bus.order, (std::vector<std::string>{"w", "b", "w"}));
+    using Read = int (*)(u16&, u16&, u32&);
+    static constexpr auto isRead = [](Read read) {
+        Sfc c;
+        return read(c.mfn, c.sfn, c.inc) == 0;
+    };
+    struct Case { const char* what; u32 board; bool (*act)(); const char* order; };
+    for (const Case& c : std::to_array<Case>({
+             {"counter", 1, [] { return isRead(tuHwIf_readSfc); }, "rbr"},
+             {"latch", 2, [] { return isRead(tuHwIf_readGpsFc); }, "rrbr"},
+             {"output counter", 1, [] { return isRead(tuHwIf_readGpsOutSfc); }, "rbr"},
+             {"step", 1, [] { return tuHwIf_adjustSfc({1, 2, 3}); }, "wbw"},
+             {"turns", 2, [] { return tuHwIf_adjustExtSfc(7); }, "bw"},
+             {"load", 2, [] { return tuHwIf_loadSfc(); }, "rwbrrw"},
+             {"output's step", 1, [] { return tuHwIf_adjustGpsOutOffset(1, 1) == 0; }, "bw"},
+             {"link", 2, [] { return tuHwIf_writeBfnOut(1, 2) == 0; }, "wbw"},
+             {"interrupts", 2, [] { return tuHwIf_readPendingIsr() == 0; }, "rwbr"},
+             {"divider", 2, [] { return tuHwIf_enableDeltaSigma(), true; }, "rwbw"}})) {
+        SCOPED_TRACE(c.what);
+        Bench bench(c.board);
+        if (c.board == 2) bench.set(REG_LATCH_VALID, BIT31), bench.set(REG_LOAD_STATUS, 1);
+        bench.bus.order.clear();
+        bench.in([&] { EXPECT_TRUE(c.act()); });
+        EXPECT_EQ(bench.bus.order, c.order);
+    }
 }
 
 // ---- output counter ---------------------------------------------------------------------------
@@ -81,14 +108,14 @@ TEST(GpsOut, AdjustsTheCounterOrSaysThatItIsInPlace)
     Bench bench(1);
     bench.set(25, 1);
     bench.set(26, 0);
-    bench.in([] { tuHwIf_adjustGpsOutTime(0); });      // frame 128: 1.28 s
+    bench.in([] { EXPECT_EQ(tuHwIf_adjustGpsOutTime(0), 0); });      // frame 128: 1.28 s
     EXPECT_EQ(bench.takeWrites(), (std::vector<std::pair<u32, u32>>{{BASE_1 + 0x134, 72u << 21}}));
     bench.set(25, 0);
     bench.set(26, 0);
-    bench.in([] { tuHwIf_adjustGpsOutTime(0); });
+    bench.in([] { EXPECT_EQ(tuHwIf_adjustGpsOutTime(0), 0); });
     EXPECT_EQ(bench.bus.countOf("No adjustment necessary"), 1u);
     bench.set(25, 25u << 5);
-    bench.in([] { tuHwIf_adjustGpsOutTime(0); });
+    bench.in([] { EXPECT_EQ(tuHwIf_adjustGpsOutTime(0), 1); });
     EXPECT_EQ(bench.bus.levelOf("Unable to read register for GPS OUT"), 1);
     EXPECT_TRUE(bench.takeWrites().empty());
 }

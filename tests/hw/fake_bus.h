@@ -28,7 +28,7 @@ struct FakeBus : node::Platform {
     std::map<u32, std::function<void(u32 value)>> onWrite;     // after the word was stored
     std::vector<std::pair<u32, u32>> writes;                   // address, value
     std::map<u32, u32> reads;                                  // how often, by address
-    std::vector<std::string> order;                            // "w" and "b" as they came
+    std::string order;                                         // 'r', 'w' and 'b' as they came
 
     int adiResult = 0;
     u32 boardCode = 9;
@@ -44,8 +44,7 @@ struct FakeBus : node::Platform {
     std::vector<std::string> errorLog;
     std::string shell;
 
-    int serialOpenResult = 0;
-    int serialWriteResult = 0;
+    int serialOpenResult = 0, serialWriteResult = 0, serialCloseResult = 0;
     std::string serialDevice;                                  // open device, "" when closed
     std::vector<std::pair<u32, u32>> serialSettings;
     std::string received, sent;
@@ -53,18 +52,19 @@ struct FakeBus : node::Platform {
     u32 mmioRead(u32 address) override
     {
         ++reads[address];
+        order += 'r';
         const auto hook = onRead.find(address);
         return hook != onRead.end() ? hook->second(memory[address]) : memory[address];
     }
     void mmioWrite(u32 address, u32 value) override
     {
         writes.emplace_back(address, value);
-        order.push_back("w");
+        order += 'w';
         memory[address] = value;
         const auto hook = onWrite.find(address);
         if (hook != onWrite.end()) hook->second(value);
     }
-    void ioBarrier() override { order.push_back("b"); }
+    void ioBarrier() override { order += 'b'; }
 
     int adiBoardCode(u32& code) override { return code = boardCode, adiResult; }
     int adiEnableExtInt(u32 vector) override { return lines.emplace_back('e', vector), extIntResult; }
@@ -100,7 +100,7 @@ struct FakeBus : node::Platform {
         for (const auto& s : std::span(settings, count)) serialSettings.emplace_back(s.key, s.value);
         return 0;
     }
-    int serialClose(const char*) override { return serialDevice.clear(), 0; }
+    int serialClose(const char*) override { return serialDevice.clear(), serialCloseResult; }
     int serialWrite(const char*, const u8* bytes, std::size_t count) override
     {
         if (serialWriteResult != 0) return serialWriteResult;

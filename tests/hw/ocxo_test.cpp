@@ -13,23 +13,25 @@ TEST(OcxoParams, CarryTheDateOnTheNewerBoardOnly)
         std::vector<u8> block(128, 0);
         std::ranges::copy(std::string("2023-06-15"), block.begin() + 88);
         putBlock(bench.bus, type == 1 ? BASE_1 : BASE_2B, block);
-        bench.set(57, 10000000);
-        bench.set(59, 1);                 // a0
-        bench.set(65, 4);                 // a3
+        for (const u32 i : {0u, 1u, 2u, 3u}) bench.set(59 + 2 * i, 1 + i);      // a0 to a3
         bench.set(67, 2);
         bench.set(69, 3);
         OcxoParams params;
         bench.in([&] { EXPECT_EQ(HALI_getOcxoParams(params), 0); });
+        EXPECT_EQ(params.nominalFrequency, 0.0);
+        bench.set(57, 10000000);          // there the next time, and held from then on
+        bench.in([&] { EXPECT_EQ(HALI_getOcxoParams(params), 0); });
+        bench.set(57, 1);
+        bench.in([&] { EXPECT_EQ(HALI_getOcxoParams(params), 0); });
         EXPECT_EQ(params.nominalFrequency, 10000000.0);
         EXPECT_STREQ(params.calibrationDate, type == 1 ? "" : "2023-06-15");
-        EXPECT_EQ(params.a0, 1.0);
-        EXPECT_EQ(params.a3, 4.0);
+        EXPECT_EQ((std::vector{params.a0, params.a1, params.a2, params.a3}), (std::vector{1., 2., 3., 4.}));
         EXPECT_DOUBLE_EQ(params.tempMin, 1.8);
         EXPECT_EQ(params.tempMax, 3.0);
     }
     Bench unmapped(2, false);
     OcxoParams params;
-    unmapped.in([&] { EXPECT_NE(HALI_getOcxoParams(params), 0); });
+    unmapped.in([&] { EXPECT_EQ(HALI_getOcxoParams(params), 1); });
     EXPECT_EQ(params.nominalFrequency, 0.0);
 }
 
@@ -64,9 +66,9 @@ SerialPortDescriptor descriptor()
         ++emptyBuffers;
         freeBuffer(buffer);
     };
-    d.callbacks.error = [](u32) {};
+    d.callbacks.error = [](u32 code) { received += "error " + std::to_string(code); };
     d.callbacks.deliver = [](const SerialBuffer* buffer, u32 count) {
-        if (buffer == nullptr) received += "null";
+        if (buffer == nullptr) received += "null " + std::to_string(count);
         else received.append(reinterpret_cast<const char*>(buffer->bytes), count);
     };
     d.stack = 2048;
@@ -88,9 +90,9 @@ TEST(SerialPort, HandsOverWhatComesInInTheClientsBuffers)
     bench.bus.received = "more";
     received = "full";                                   // no buffer this time
     bench.system.raise(70);
-    EXPECT_EQ(received, "fullnull");
+    EXPECT_EQ(received, "fullnull 0");
     bench.in([] { HALI_simSerialInterrupt(); });
-    EXPECT_EQ(received, "fullnullmore");
+    EXPECT_EQ(received, "fullnull 0more");
     bench.in([&] {
         EXPECT_EQ(HALI_writeSerialPort(reinterpret_cast<const u8*>("abc"), 3), 0);
         HALI_simSerialInterrupt();                       // nothing has come
@@ -102,8 +104,8 @@ TEST(SerialPort, HandsOverWhatComesInInTheClientsBuffers)
     bench.in([&] { EXPECT_EQ(HALI_writeSerialPort(reinterpret_cast<const u8*>("d"), 1), 6); });
     EXPECT_EQ(bench.bus.countOf("Failed writing to serialport (result=6)"), 1u);
     bench.in([&] {
-        HALI_closeSerialPort(0);
-        EXPECT_NE(HALI_writeSerialPort(reinterpret_cast<const u8*>("e"), 1), 0);
+        EXPECT_EQ(HALI_closeSerialPort(0), 0);
+        EXPECT_EQ(HALI_writeSerialPort(reinterpret_cast<const u8*>("e"), 1), 8);
     });
     bench.bus.received = "late";
     bench.system.raise(70);
@@ -111,6 +113,12 @@ TEST(SerialPort, HandsOverWhatComesInInTheClientsBuffers)
     EXPECT_NE(bench.system.find("TuTestInt_proc"), 0u);
     bench.in([] { HALI_closeSerialPort(1); });
     EXPECT_EQ(bench.system.find("TuTestInt_proc"), 0u);
+    bench.bus.serialCloseResult = 5;
+    bench.in([&] {
+        EXPECT_EQ(HALI_subscribeSerialPort(d), 0);
+        EXPECT_EQ(HALI_closeSerialPort(1), 0);
+    });
+    EXPECT_TRUE(received.ends_with("error 5"));
 }
 
 }  // namespace

@@ -17,20 +17,25 @@ TEST(Registers, ThatAreNotMappedReadZeroAndTakeNothing)
         EXPECT_EQ(tuHwIf_readPendingIsr(), 0u);
         EXPECT_EQ(tuHwIf_readCurrentFrequency(), 0.0);
         EXPECT_EQ(tuHwIf_readOcxoCoeff(1), 0.0);
-        EXPECT_EQ(HALI_subscribeRefTime(0), 1);
-        EXPECT_EQ(tuHwIf_enableIsr(1), 1);
-        EXPECT_EQ(tuHwIf_hwDiag(0, 0), 1);
+        BfnIn in;
+        std::tm date;
+        char text[12] = "text", serial[18] = "text";
+        u8 version = 9, maker = 9;
+        double volts = 9;
+        for (const int result : {HALI_subscribeRefTime(0), tuHwIf_enableIsr(1), tuHwIf_hwDiag(0, 0),
+                                 tuHwIf_writeBfnOut(1, 2), tuHwIf_adjustGpsOutOffset(1, 1),
+                                 tuHwIf_readBfnIn(in), tuHwIf_readOcxoEeprom(), tuHwIf_validateOcxoEeprom(),
+                                 tuHwIf_readOcxoCalibDate(date), tuHwIf_readOcxoPartNum(text),
+                                 tuHwIf_readOcxoSerial(serial, version, maker), HALI_getOcxoTemp(volts),
+                                 HALI_readOcxoSerial(serial, version, maker)})
+            EXPECT_EQ(result, 1);
+        EXPECT_EQ(text[0] + serial[0] + version + maker, 0);
         tuHwIf_writeNominalDivisor(5);
         tuHwIf_writeDeltaSigmaK(5);
         tuHwIf_enableDeltaSigma();
         HALI_enableTuOut(1, 0);
         tuHwIf_setFsync(1);
         tuHwIf_setMokaTestBus(1);
-        char serial[18];
-        u8 version = 9, maker = 9;
-        EXPECT_EQ(HALI_readOcxoSerial(serial, version, maker), 1);
-        double volts = 9;
-        EXPECT_EQ(HALI_getOcxoTemp(volts), 1);
     });
     EXPECT_TRUE(bench.bus.writes.empty());
     EXPECT_TRUE(bench.bus.reads.empty());
@@ -62,6 +67,8 @@ TEST(BbClock, IsOfTheOlderBoardOnly)
         Bench bench(type);
         bench.in([] { tuHwIf_enableBbClk(1); });
         EXPECT_EQ(bench.get(73), type == 1 ? 1u : 0u);
+        bench.in([] { tuHwIf_enableBbClk(0); });
+        EXPECT_EQ(bench.get(73), 0u);
     }
 }
 
@@ -136,6 +143,31 @@ TEST(InterruptProcess, StartsOnceAndAgainAfterAKill)
     bench.in([] { tuHwif_startIntProc(); });
     EXPECT_NE(bench.system.find("Kvd_loz6_tuhwif_int_proc"), 0u);
     EXPECT_EQ(bench.bus.countOf("PROCESS Kvd_loz6_tuhwif_int_proc created"), 2u);
+}
+
+TEST(InterruptProcess, OfAnUnknownBoardHasNoLine)
+{
+    IntBench bench(NO_BOARD);
+    bench.in([] {
+        tuHwif_startIntProc();
+        tuHwIf_disableExtInt();
+    });
+    EXPECT_TRUE(bench.bus.lines.empty());
+    for (const char* text : {"Unable to determine interrupt vector", "Unable to determine interrupt prio",
+                             "interrupt vector is 0. Interrupts not enabled.",
+                             "interrupt vector is 0. Interrupts not disabled."})
+        EXPECT_EQ(bench.bus.countOf(text), 1u) << text;
+}
+
+TEST(Words, HardwareMonitorTakesThreeBitsADetector)
+{
+    struct Case { u32 detector, value, before, after; };             // after 0: refused
+    for (const Case& c : std::to_array<Case>({{0, 4, 0xFFFFFFFF, 0xFFFFFFFD}, {5, 2, 0, 0x00010000},
+                                              {6, 3, 0, 0x00100000}, {6, 2, 0, 0}, {6, 5, 0, 0}, {7, 0, 0, 0},
+                                              {0, 6, 0, 0}})) {
+        EXPECT_EQ(hwif::hmWord(c.detector, c.value, c.before).value_or(0), c.after)
+            << c.detector << " " << c.value;
+    }
 }
 
 }  // namespace

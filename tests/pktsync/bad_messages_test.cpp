@@ -29,6 +29,7 @@ ptp::Message from(u8 type, u16 sequence = 0)
     m.clockClass = 6;
     m.accuracy = 0x21;
     m.priority1 = 128;
+    m.steps = 254;                                   // as far away as a master may be
     return m;
 }
 
@@ -172,6 +173,39 @@ TEST(PtpBadMessage, LeavesAClockFollowing)
             EXPECT_EQ(b.traced("in too short frame"), 3u);
             EXPECT_EQ(b.traced("not even enough for common message header"), 1u);
         }
+        // A clock that is gone leaves no timer behind.
+        TuPktsync_delete_ptp_clock(0);
+        ptpRunFor(60'000);
+        EXPECT_EQ(b.traced("TuPktsync_PTP_TmoSig for non-existing"), 0u);
+    });
+}
+
+TEST(PtpRequirement, OnIntervalsHoldsAtOnceAndAStampIsOfADelayReq)
+{
+    Bench b;
+    b.run([&b] {
+        ASSERT_NO_FATAL_FAILURE(follow());
+        const auto faultsWith = [](u32 longest_ms) {
+            TuPktsync_PTP_clockRqmtInd(0, 31, longest_ms, 7, {}, 0x22);
+            return ptpClockOf(0)->fault_flags & (FAULT_SYNC_RATE | FAULT_DELAY_REQ_RATE);
+        };
+        EXPECT_EQ(faultsWith(1000), 0u);             // a message a second is what the master gives
+        EXPECT_EQ(faultsWith(999), FAULT_SYNC_RATE | FAULT_DELAY_REQ_RATE);
+        EXPECT_EQ(faultsWith(1001), 0u);
+        for (const i8 log : {-7, 5}) {               // as often and as seldom as Syncs may come
+            ptp::Message m = from(ptp::SYNC, 300);
+            m.logInterval = log;
+            receive(ptp::write(m));
+            EXPECT_EQ(ptpClockOf(0)->logSyncInterval, log);
+        }
+        b.node.traces().clear();
+        for (const u8 type : {PTP_PDELAY_RESP, PTP_PDELAY_RESP_FOLLOW_UP, PTP_SYNC}) {
+            const u8 metadata[8] = {0, 9, 0, 0, type, 0, 0, 0};
+            TuPktsync_PTP_egressTimestamp(metadata, {1, 2});
+        }
+        EXPECT_EQ(b.node.traces().lines().size(), 1u);       // a peer's are none of this clock's
+        EXPECT_EQ(b.traced("PktSyncDrvTimestampInd with wrong messageType(0)"), 1u);
+        EXPECT_EQ(ptpClockOf(0)->delay.stamps.occupancy, 0u);
     });
 }
 
@@ -189,6 +223,7 @@ TEST(PtpTimer, ATimeoutOfADeletedClockDoesntCountForTheNextOfItsPlace)
         EXPECT_EQ(ptpClockOf(0)->fault_flags, 0u);
         ptpRunTo(begin + 8200);
         EXPECT_EQ(ptpClockOf(0)->fault_flags, u32{FAULT_NO_ANNOUNCE});
+        EXPECT_EQ(TuPktsync_new_ptp_clock(setup), 0u);       // its place is taken
         // One that comes while there is no clock is told, and doesn't count later either.
         ose::delay(9000);
         TuPktsync_delete_ptp_clock(0);
@@ -416,6 +451,8 @@ TEST(PtpNegotiation, GoesOnWithoutASendBuffer)
         TuPktsync_delete_ptp_clock(0);
         EXPECT_EQ(b.node.traces().count({"Failed to allocate send buffer for syncrefId 0!", "", TRACE_1}),
                   3u);
+        ptpRunFor(20'000);
+        EXPECT_EQ(b.traced("TuPktsync_PTP_TmoSig for non-existing"), 0u);
     });
 }
 

@@ -1,5 +1,6 @@
 // Frames and datagrams as they come in, the time stamp server.
 #include "base/trace_groups.h"
+#include "pktsync/tupktsync_grandmasters.h"
 #include "pktsync/tupktsync_pdu.h"
 #include "pktsync/tupktsync_timestamp_server.h"
 #include "sig/tupktsync_sig.h"
@@ -120,9 +121,11 @@ TEST(PtpStampServer, SendsToTheConsumerThatTheSelectionNames)
 {
     Bench b;
     std::vector<TuPktsyncPtpPacketInd> got;
-    const PROCESS consumer = b.node.system().spawn("consumer", 20, [&got] {
-        serve([&got](Signal* sig) {
-            if (const auto* ind = as<TuPktsyncPtpPacketInd>(sig)) got.push_back(*ind);
+    std::vector<SIGSELECT> others;
+    const PROCESS consumer = b.node.system().spawn("consumer", 20, [&got, &others] {
+        serve([&got, &others](Signal* sig) {
+            if (sig->sigNo != TUPKTSYNC_PTP_PACKET_IND) others.push_back(sig->sigNo);
+            else if (const auto* ind = as<TuPktsyncPtpPacketInd>(sig)) got.push_back(*ind);
             return false;
         });
     });
@@ -137,8 +140,11 @@ TEST(PtpStampServer, SendsToTheConsumerThatTheSelectionNames)
         EXPECT_EQ(TuPktsync_Timestamp_server_dispatch(sig), 1);
         ose::free_buf(&sig);
         TuPktsync_Timestamp_server_handle_ts_ptp(e);
+        TuPktsync_Timestamp_server_handle_ts_ptpPeerDelay(3, 4, 1, 2, 3, 4);
+        TuPktsync_Timestamp_server_handle_ts_ntp(3, 4, {});
     });
     b.world.runFor(ose::MS);
+    EXPECT_EQ(others, (std::vector{TUPKTSYNC_PTP_PACKET_PEERDELAY_IND, TUPKTSYNC_NTP_PACKET_IND}));
     ASSERT_EQ(got.size(), 1u);
     EXPECT_EQ(std::tuple(got[0].froId, got[0].logSyncInterval, got[0].T1s, got[0].T4f, got[0].asymComp),
               std::tuple(e.froId, e.interval_ms, e.T1s, e.T4f, e.asymComp));
@@ -159,6 +165,23 @@ TEST(PtpStampServer, SendsToTheConsumerThatTheSelectionNames)
         });
         EXPECT_EQ(b.node.traces().lines().size(), 1u) << "a short signal " << number;
     }
+}
+
+TEST(PtpGrandmasters, TheLastTwentyAreToldFromTheOldestOn)
+{
+    Bench b;
+    std::string text;
+    b.step([&text] {
+        for (u8 i = 1; i <= 22; ++i)
+            for (u32 twice = 0; twice < 2; ++twice) TuPktsync_addGrandmaster(1, {i});
+        char all[4096];
+        text.assign(all, TuPktsync_grandmastersText(all, sizeof all));
+        EXPECT_EQ(TuPktsync_grandmastersText(all, 64), 63u);
+        EXPECT_EQ(TuPktsync_grandmastersText(all, 0), 0u);
+    });
+    EXPECT_EQ(std::ranges::count(text, '\n'), 21);
+    EXPECT_EQ(text.find("syncref 1  03"), text.find("syncref 1"));
+    EXPECT_EQ(text.find("syncref 1  16"), text.rfind("syncref 1"));
 }
 
 }  // namespace

@@ -45,7 +45,8 @@ inline PtpClockIdentity identityOf(const std::string& hex)
 inline void ptpBegin()
 {
     ptpSeen() = {};
-    PtpNeeds needs;
+    PtpNeeds needs{};
+    needs.profileChanged = [](u8) {};
     needs.reportFaults = [](u32, u32, u32 faults) { ptpSeen().faults.push_back(faults); };
     needs.reportQuality = [](u32, u32, u8 quality) { ptpSeen().qualities.push_back(quality); };
     needs.sendExchange = [](const PtpExchange& e) { ptpSeen().exchanges.push_back(e); };

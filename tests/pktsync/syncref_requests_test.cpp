@@ -122,9 +122,12 @@ TEST(SyncrefRequests, AShortSignalIsTracedAndTheNextIsTaken)
     audited.step([] {
         give(SIGSELECT{KVD_TUIIF_AUDIT_PKT_REF_RO_CFM});
         EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), AUDIT_PENDING);
-        giveAudit({}, 0);
+        giveAudit({pktRef(1, 4, 0, 24)}, 2);         // says two and brings one
+        EXPECT_EQ(events().back(), (std::vector<u32>{DRV_SET, 0}));
+        TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(0);
         EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), READY);
     });
+    EXPECT_EQ(audited.traced("too short"), 2u);
 }
 
 }  // namespace

@@ -45,6 +45,7 @@ TEST(Syncref, AChangeTakesWhatItsKindAllows)
         EXPECT_FALSE(ptpClockOf(1)->enabled);
     });
     change.serverIpAddress.address[3] = 10;
+    change.serverIpAddress.address[4] = 99;         // beyond an IPv4 address
     b.step([&change] {
         TuPktsync_SyncrefCtrl_selectionInd(2, 5, PKTSYNC_SELECT);
         syncrefSeen().events.clear();
@@ -55,7 +56,7 @@ TEST(Syncref, AChangeTakesWhatItsKindAllows)
                                     {SUPERVISE_CLOCK, 1, 1},
                                     {SELECTED, 1, 1},
                                     {SENT, KVD_TUIIF_SET_PKT_REF_RO_CFM, 2, 5}}));
-        EXPECT_EQ(ptpClockOf(1)->setup.serverIpAddress.octets[3], 10);
+        EXPECT_EQ(ptpClockOf(1)->setup.serverIpAddress, (PktIpAddress{4, {192, 168, 0, 10}}));
         EXPECT_TRUE(ptpClockOf(1)->enabled);
     });
     EXPECT_EQ(b.traced("Restarted protocol handler for syncrefId 1 to effect change of serverIpAddress"), 1u);
@@ -111,7 +112,7 @@ TEST(Syncref, CreationsThatFailLeaveTheirPlaceFree)
         {3, 0, 1, 1, -2, 1, {{SOCKET, 2}}},          // host not available
         {3, 0, 1, 2, -1, 1, {{SOCKET, 2}}},
         {3, 0, 1, 1, 4, -2, {{SOCKET, 2}, {SOCKET, 1}, {SOCKET_GIVEN_BACK, 4}}},
-        {3, 0, 1, 2, 4, -1, {{SOCKET, 2}, {SOCKET, 1}, {SOCKET_GIVEN_BACK, 4}}},
+        {3, 0, 1, 2, 0, -1, {{SOCKET, 2}, {SOCKET, 1}, {SOCKET_GIVEN_BACK, 0}}},
         {0, 2, 1, 2, 0, 1, {{MC_ADD, 0}}},           // no frame service
         {0, 0, 0, 2, 0, 1, {{MC_ADD, 0}, {DRV_SET, 0}, {MC_REMOVE, 0}}},
         {3, 0, 0, 2, 0, 1,
@@ -259,9 +260,12 @@ TEST(Syncref, AttributesComeFromTheClockOrAreZero)
             a.grandmasterClockAccuracy, a.grandmasterOffsetScaledLogVariance, a.grandmasterPriority1,
             a.grandmasterPriority2, a.currentUtcOffset, a.currentUtcOffsetValid, a.leap59, a.leap61,
             a.timeTraceable, a.frequencyTraceable, a.ptpTimescale, a.timeSource, a.portState,
-            a.logAnnounceInterval, a.logSyncInterval, a.logMinDelayReqInterval};
+            a.logAnnounceInterval, a.logSyncInterval, a.logMinDelayReqInterval, a.priority1, a.priority2,
+            a.clockAccuracy, a.offsetScaledLogVariance, a.portNumber, a.announceReceiptTimeout,
+            a.delayMechanism, a.versionNumber};
         EXPECT_EQ(numbers, (std::vector<i64>{1, 1, 1, 255, 24, 2, -0x1234567890, 4711, 7, 6, 0x21, 0x4E5D,
-                                             127, 126, 37, 1, 1, 0, 0, 1, 1, 0x20, LISTENING, -3, -4, 3}));
+                                             127, 126, 37, 1, 1, 0, 0, 1, 1, 0x20, LISTENING, -3, -4, 3, 0, 0, 0xFE, 0xFFFF, 1,
+                                             3, 1, 2}));
         TuPktsync_delete_ptp_clock(0);
     });
 }

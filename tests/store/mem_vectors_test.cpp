@@ -33,13 +33,15 @@ void verify(const Value& v)
 {
     MemBench b;
     const u32 client = v["in"]["client"];
-    const std::vector<u8> region = vectors::bytes(v["in"]["region"]);
+    std::vector<u8> region = vectors::bytes(v["in"]["region"]);
     put(b.msi(), client, region);
     b.node.restart(4);
     int ok = -1;
     std::vector<u8> read(region.size());
     b.withRegions([&] { ok = KvdLoz6TuMem_read(client, read.data(), static_cast<u32>(read.size())); });
     vectors::expectOut(v, "ok", ok);
+    if (client == MEM_SLAVE_WARM && ok == 0) std::fill_n(region.begin(), 4, u8{0});   // its sum is forgotten
+    EXPECT_EQ(get(b, client), region);
 }
 
 void writing(const Value& v)
