@@ -52,15 +52,18 @@ constexpr auto tie(T& record)
 }
 
 template <typename T> struct Holder { T value; };
-template <typename T> extern const Holder<T> NOWHERE;
+template <typename T> constexpr Holder<T> NOWHERE{};
+template <typename P> struct At { P member; };     // a pointer into an object, as clang takes it for an argument
+template <typename P> At(P) -> At<P>;
 template <auto Member> consteval std::string_view pretty() { return __PRETTY_FUNCTION__; }
-/// The name of a member, from "... = (& NOWHERE<T>.Holder<T>::value.T::froId); ..."
+/// The name of a member, from "... = At<...>{(& NOWHERE<T>.Holder<T>::value.T::froId)}; ..." or, of clang,
+/// "... = {&NOWHERE.value.froId}]".
 template <typename T, std::size_t I>
 std::string nameOfMember()
 {
-    std::string_view text = pretty<&std::get<I>(tie(NOWHERE<T>.value))>();
-    text = text.substr(0, text.find(')', text.find("::value.")));
-    return std::string(text.substr(text.rfind(':') + 1));
+    std::string_view text = pretty<At{&std::get<I>(tie(NOWHERE<T>.value))}>();
+    text = text.substr(0, text.find_first_of(")}", text.find("value.")));
+    return std::string(text.substr(text.find_last_of(":.") + 1));
 }
 
 struct Field {

@@ -15,8 +15,6 @@ using sim::InrsiFrequency;
 using sim::InrsiPhase;
 using Strings = std::vector<std::string>;
 
-constexpr InrsiFrequency GOOD{2, true};
-
 // ---- connection ---------------------------------------------------------------------------------
 
 TEST(InrsiConnection, ARejectionClosesItUntilTheNextOrder)
