@@ -71,6 +71,10 @@ expect 2 "metrics that can't be served" run "$dir/good.toml" --metrics 70000
 printf 'until 30s\nwhy\nquit\n' >"$dir/typed"
 expect 1 "the console ends with the run's code" run "$dir/fails.toml" --shell <"$dir/typed"
 told '^WARMUP for 0:00:' "no answer to why"
+printf 'until 10m\nwhy\nquit\n' >"$dir/typed"
+expect 0 "a reference that is locked and not measured" \
+    run "$(dirname "$0")/../../scenarios/ptp-software-stamps.toml" --shell --speed 0 <"$dir/typed"
+told '^RNT_TIME_LOCKED for .*no measurement is taken: PDV' "not told that nothing is measured"
 expect 0 "left before its end" run "$dir/fails.toml" --shell </dev/null
 "$tu" run "$dir/fails.toml" --speed 1 --status "$dir/sock" --out "$dir/ended" --summary "$dir/ended.json" \
     --quiet &
