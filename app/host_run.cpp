@@ -153,8 +153,8 @@ void printHost(const HostReport& r, std::FILE* out)
         const auto n = [](u64 count) { return static_cast<unsigned long long>(count); };
         std::fprintf(
             out,
-            "receiver on %s: %llu sentences in %llu bytes, %llu more than the line's speed allows, %llu bytes "
-            "to it, %llu not taken, %u hang-ups; pulses %s\n",
+            "receiver on %s: %llu sentences in %llu bytes, %llu more than the line's speed allows, %llu "
+            "bytes to it, %llu not taken, %u hang-ups; pulses %s\n",
             r.receiver->tty.c_str(), n(c.sentences), n(c.bytes), n(c.flooded), n(c.sent), n(c.unsent),
             c.hangups,
             r.receiver->pps.empty() ? "at the host's seconds"

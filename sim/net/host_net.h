@@ -24,7 +24,7 @@ class HostNet {
 public:
     using Listens = std::function<std::optional<std::vector<Listening>>(const std::string& interface)>;
     using Tell = std::function<void(const std::string& what, const std::string& text)>;
-    /// What the units on an interface have, and who is told of the masters there and of what becomes of it and
+    /// What the units on an interface have, and who is told of the masters there, of what becomes of it, and
     /// of the "host"; before the first `add`.
     void onHeard(Listens listens, Tell tell)
     {

@@ -196,8 +196,8 @@ void HostGps::takePulse()
     if (std::exchange(pulsing_, pulsing) != pulsing && changed) changed();
 }
 
-/// The last pulse where the world hasn't come there yet, and else what follows it. An edge that the one before
-/// has foretold isn't given again when it is seen.
+/// The last pulse where the world hasn't come there yet, and else what follows it. An edge that the one
+/// before has foretold isn't given again when it is seen.
 ose::Time HostGps::nextEdge(ose::Time now)
 {
     if (!pulsing_) return -1;

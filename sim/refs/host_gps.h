@@ -2,8 +2,8 @@
 // replays a log), its pulse the kernel's PPS device, or without one the whole seconds of the host's time of
 // day while sentences come.
 //
-// A pulse is seen when it lies behind the host. The world mostly hasn't come there yet, and gives it to the board
-// at its time; else the board is given the one that follows, a second later.
+// A pulse is seen when it lies behind the host. The world mostly hasn't come there yet, and gives it to the
+// board at its time; else the board is given the one that follows, a second later.
 // Errors  a device that can't be used throws HostError; one that goes away is tried again each second.
 #pragma once
 #include "sim/board/edge_source.h"

@@ -398,8 +398,8 @@ TEST_F(Line, ThePulseIsTheDevicesWhereThereIsOne)
     const auto control = [&](int, unsigned long request, void* data) {
         errno = ENODEV;
         if (request == PPS_FETCH)
-            static_cast<pps_fdata*>(data)->info = {pulses, 0, {at_ns / 1'000'000'000,
-                                                   static_cast<i32>(at_ns % 1'000'000'000), 0}, {}, 0};
+            static_cast<pps_fdata*>(data)->info = {
+                pulses, 0, {at_ns / 1'000'000'000, static_cast<i32>(at_ns % 1'000'000'000), 0}, {}, 0};
         return isThere ? 0 : -1;
     };
     const auto open = [&](const std::string&) { return isThere ? ::open("/dev/null", O_RDWR) : -1; };
