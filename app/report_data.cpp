@@ -158,10 +158,12 @@ Json columnsOf(const UnitRecording& unit, const Axis& axis, double interval_s, b
     c["gps_time_error"] = axis.column([&](std::size_t i) { return nearby(s[i].gpsTimeError_ns); });
     c["estimated_time"] = axis.column([&](std::size_t i) { return nearby(s[i].estimate.time_ns); });
     c["time_band"] = axis.column([&](std::size_t i) { return s[i].estimate.timeBand_ns; });
+    c["time_bound"] = axis.column([&](std::size_t i) { return s[i].estimate.timeBound_ns; });
     c["follow_error"] = axis.column([&](std::size_t i) { return nearby(s[i].followError_ns); });
     c["freq_error"] = axis.column([&](std::size_t i) { return s[i].freqError_ppb; });
     c["estimated_freq"] = axis.column([&](std::size_t i) { return s[i].estimate.freq_ppb; });
     c["freq_band"] = axis.column([&](std::size_t i) { return s[i].estimate.freqBand_ppb; });
+    c["freq_bound"] = axis.column([&](std::size_t i) { return s[i].estimate.freqBound_ppb; });
     c["pdv_down"] = axis.column([&](std::size_t i) { return s[i].pdv.down_ns; });
     c["pdv_up"] = axis.column([&](std::size_t i) { return s[i].pdv.up_ns; });
     c["pdv_limit"] = axis.column([&](std::size_t i) { return s[i].pdv.limit_ns; });
