@@ -64,10 +64,9 @@ void tell(const Task& task, const Recording& r, bool quiet)
     if (quiet && r.passed()) return;
     std::FILE* const out = r.passed() ? stdout : stderr;
     const char* const verdict = !r.complete ? "cut " : r.passed() ? "ok  " : "FAIL";
-    std::fprintf(out, "%s  %s seed %llu: %zu checks, %s of virtual time in %.1f s\n",
-                 verdict, task.what->file.c_str(),
-                 static_cast<unsigned long long>(r.seed), r.checks.size(), clockText(r.virtual_s).c_str(),
-                 r.wall_s);
+    std::fprintf(out, "%s  %s seed %llu: %zu checks, %s of virtual time in %.1f s\n", verdict,
+                 task.what->file.c_str(), static_cast<unsigned long long>(r.seed), r.checks.size(),
+                 clockText(r.virtual_s).c_str(), r.wall_s);
     for (const CheckResult& c : r.checks)
         if (!c.pass) std::fprintf(out, "      %s: %s\n", c.name.c_str(), c.detail.c_str());
     for (const std::string& misuse : r.misuses)
@@ -136,9 +135,9 @@ std::vector<BatchRun> runBatch(const std::vector<Prepared>& scenarios, const Bat
         workers.emplace_back([&] {
             for (std::size_t task = next++; task < tasks.size(); task = next++) {
                 try {
-                    results[task].set_value(endSignal() != 0 ? std::nullopt
-                                                             : std::optional(runOne(tasks[task], options,
-                                                                                    faults[task])));
+                    results[task].set_value(endSignal() != 0
+                                                ? std::nullopt
+                                                : std::optional(runOne(tasks[task], options, faults[task])));
                 } catch (...) {
                     results[task].set_exception(std::current_exception());
                 }

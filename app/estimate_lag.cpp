@@ -17,8 +17,8 @@ void EstimateLag::take(double residual_s, double interval_s, double turnover)
 
 double EstimateLag::time_ns() const { return std::abs(2 * mean_s_ - meanOfMean_s_) * 1e9; }
 
-/// The error of time moves with that of frequency, less what the filter takes back: sqrt(2) of its turnover in its
-/// steady state.
+/// The error of time moves with that of frequency, less what the filter takes back: sqrt(2) of its turnover
+/// in its steady state.
 double EstimateLag::freq_ppb() const
 {
     if (count_ == 0) return 0;

@@ -1,6 +1,6 @@
-// estimate_lag.h - How far a filter's measurements lie off its estimate in the mean: an oven that settles, a jump
-// that fell beside a pulse or a reference that turns pull a filter for longer than its covariance says, and the
-// means of its own residuals tell.
+// estimate_lag.h - How far a filter's measurements lie off its estimate in the mean: an oven that settles, a
+// jump that fell beside a pulse or a reference that turns pull a filter for longer than its covariance says,
+// and the means of its own residuals tell.
 #pragma once
 #include "ose/types.h"
 

@@ -31,7 +31,8 @@ void addSuite(std::ostringstream& xml, const Recording& run)
     const auto failed = std::ranges::count(run.checks, false, &CheckResult::pass);
     std::vector<std::pair<const char*, std::string>> errors;
     for (const std::string& misuse : run.misuses) errors.emplace_back("misuse", misuse);
-    if (!run.complete) errors.emplace_back("end", "ended at " + clockText(run.virtual_s) + ", before its end");
+    if (!run.complete)
+        errors.emplace_back("end", "ended at " + clockText(run.virtual_s) + ", before its end");
     xml << " <testsuite name=" << attribute(name) << " tests=\"" << run.checks.size() + errors.size()
         << "\" failures=\"" << failed << "\" errors=\"" << errors.size() << "\" time=\"" << run.wall_s
         << "\">\n";

@@ -134,8 +134,8 @@ constexpr double SIGMAS = 3.0;    // deviations of a band, as the unit grades it
 
 /// What the unit itself takes its clock for, each with one deviation from the filter's own covariance and
 /// carried on to the moment; NaN where it has no estimate. A band is three of them each way, with the
-/// oscillator's short-term noise and the counter's steps, which the filter's model hasn't. A bound is what the
-/// references themselves may be off by, beside the band; NaN where nobody knows.
+/// oscillator's short-term noise and the counter's steps, which the filter's model hasn't, and the mean of
+/// its residuals. A bound is what references may be off by, beside the band; NaN where nobody knows.
 struct Estimate {
     double time_ns = std::numeric_limits<double>::quiet_NaN();   // counter against the time that it knows
     double timeDeviation_ns = std::numeric_limits<double>::quiet_NaN();

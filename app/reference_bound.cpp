@@ -84,8 +84,8 @@ std::string claimText(const sim::MpReference* reference)
            + timeText(*claim.time_ns - *claim.pathDelay_ns);
 }
 
-/// What an error of the path may have changed by while the filter remembers, each way from its middle: one way
-/// that becomes longer lengthens the round trip as well.
+/// What an error of the path may have changed by while the filter remembers, each way from its middle: one
+/// way that becomes longer lengthens the round trip as well.
 double ReferenceBound::pathChange_ns(double pathDelay_ns, u32 froId, double interval_s, double turnover)
 {
     constexpr double BLOCK_s = 60;
@@ -109,8 +109,8 @@ double ReferenceBound::pathChange_ns(double pathDelay_ns, u32 froId, double inte
 void ReferenceBound::step(const sim::MpReference* reference, double interval_s, Estimate& estimate)
 {
     const EstimateStateVar& v = KvdLoz6TuReg_estimateStateVar();
-    // How fast the filter turns over. It is the turnover of a loop in its steady state, and the root of 3 over the
-    // time since the beginning of a fresh filter, whose largest frequency from a phase error within +-B is 3 B / t.
+    // How fast the filter turns over: as a loop in its steady state, and by the root of 3 over the time since
+    // its beginning when it is fresh, where a phase error within +-B makes 3 B / t of frequency at most.
     turnover_ = v.P_est[0] > 0 ? std::sqrt(std::max(0.0, v.P_est[7]) / v.P_est[0]) : 0.0;
     constexpr double ROOT_OF_3 = 1.7320508;
     const double kept = keptFor(interval_s, turnover_);

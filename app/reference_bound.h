@@ -1,7 +1,7 @@
 // reference_bound.h - What a unit's estimate may be off by because its references are, which no filter sees
-// from one end. From what an operator could know of a real unit alone: what the giver of a reference promises, what
-// the standards ask of its kind, and of a path of packets the round trip that the unit measures. Never from the
-// world's truth.
+// from one end. From what an operator could know of a real unit alone: what the giver of a reference
+// promises, what the standards ask of its kind, of a path of packets the round trip that the unit measures.
+// Never from the world's truth.
 #pragma once
 #include "app/recording.h"
 #include "sim/node/main_processor_config.h"
@@ -26,8 +26,8 @@ std::string claimText(const sim::MpReference* reference);
 /// What all references so far have left in the estimate.
 class ReferenceBound {
 public:
-    /// On by `interval_s`, inside the unit's program. `reference` is the one that the filter hears, nullptr for
-    /// none. Fills the bounds of `estimate`, where it has an estimate.
+    /// On by `interval_s`, inside the unit's program. `reference` is the one that the filter hears, nullptr
+    /// for none. Fills the bounds of `estimate`, where it has an estimate.
     void step(const sim::MpReference* reference, double interval_s, Estimate& estimate);
 
     /// Of the filter, 1/s, as of the last step.

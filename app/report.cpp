@@ -26,8 +26,8 @@ std::string seriesCsv(const UnitRecording& unit)
             << (s.isDegraded ? 1 : 0) << ',' << s.estimate.time_ns << ',' << s.estimate.timeDeviation_ns
             << ',' << s.estimate.freq_ppb << ',' << s.estimate.freqDeviation_ppb << ',' << s.pdv.down_ns
             << ',' << s.pdv.up_ns << ',' << s.pdv.limit_ns << ',' << s.loop.phase_ns << ','
-            << s.loop.divider_ppb << ',' << s.estimate.timeBand_ns << ',' << s.estimate.freqBand_ppb
-            << ',' << s.estimate.timeBound_ns << ',' << s.estimate.freqBound_ppb << '\n';
+            << s.loop.divider_ppb << ',' << s.estimate.timeBand_ns << ',' << s.estimate.freqBand_ppb << ','
+            << s.estimate.timeBound_ns << ',' << s.estimate.freqBound_ppb << '\n';
     return csv.str();
 }
 

@@ -88,9 +88,10 @@ Json lanesOf(const UnitRecording& unit)
     addLane(lanes, "reference", unit.selected);
     std::vector<StateChange> degraded;
     for (const Sample& s : unit.samples)
-        if (degraded.empty() ? s.isDegraded : s.isDegraded != (degraded.back().state != 0))
+        if (degraded.empty() || s.isDegraded != (degraded.back().state != 0))
             degraded.push_back({s.t, s.isDegraded ? u8{1} : u8{0}, s.isDegraded ? "DEGRADED" : "good"});
-    addLane(lanes, "quality", degraded);
+    if (degraded.size() > 1 || (!degraded.empty() && degraded.front().state != 0))
+        addLane(lanes, "quality", degraded);
     addLane(lanes, "receiver", unit.gpsStates);
     addLane(lanes, "GPS told", unit.gpsStatuses);
     addLane(lanes, "level told", unit.qualities);

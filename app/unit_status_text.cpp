@@ -94,12 +94,10 @@ std::string estimateText(const Json& unit)
 {
     const Json& e = unit.at("estimate");
     const Json& truth = unit.at("truth");
-    std::string out = "  estimate   time      "
-                      + deviated(e, "time", "ns", timeText);
+    std::string out = "  estimate   time      " + deviated(e, "time", "ns", timeText);
     if (const Json& time = truth.at("against_reference_time_ns"); !time.is_null())
         out += "; true " + timeText(time.get<double>()) + errorText(e.at("time_ns"), time.get<double>());
-    out += "\n             frequency "
-           + deviated(e, "freq", "ppb", ppbText);
+    out += "\n             frequency " + deviated(e, "freq", "ppb", ppbText);
     out += "; true " + ppbText(truth.at("freq_ppb").get<double>()) + "\n";
     if (!e.at("freq_ppb").is_null()) out += "             references " + str(e, "bound_from") + "\n";
     return out;
@@ -144,9 +142,10 @@ std::string sourceState(const Json& source)
 std::string timeText(double ns)
 {
     const double size = std::abs(ns);
-    if (size < 1e3) return text("%.3g ns", ns);
-    if (size < 1e6) return text("%.4g us", ns * 1e-3);
-    if (size < 1e9) return text("%.4g ms", ns * 1e-6);
+    // As long as it isn't rounded up to the next unit.
+    if (size < 999.5) return text("%.3g ns", ns);
+    if (size < 999.95e3) return text("%.4g us", ns * 1e-3);
+    if (size < 999.95e6) return text("%.4g ms", ns * 1e-6);
     return text("%.6f s", ns * 1e-9);
 }
 

@@ -20,8 +20,8 @@ struct MpReference {
     /// Selected without any report of being usable: packet references before their reports exist.
     bool alwaysUsable = false;
     std::array<u8, 6> macAddress{2, 0, 0, 0, 0, 1};   // of an Ethernet reference's port
-    /// What whoever gives it promises: the largest error of its time and of its frequency. The operator's alone,
-    /// the unit isn't told.
+    /// What whoever gives it promises: the largest error of its time and of its frequency. The operator's
+    /// alone, the unit isn't told.
     std::optional<double> timeBound_ns, frequencyBound_ppb;
 };
 
