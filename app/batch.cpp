@@ -1,5 +1,6 @@
 #include "app/batch.h"
 
+#include "app/end_signals.h"
 #include "app/report.h"
 #include "app/runner.h"
 #include "app/summary.h"
@@ -11,6 +12,7 @@
 #include <filesystem>
 #include <future>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <thread>
 #include <tuple>
@@ -61,10 +63,10 @@ void tell(const Task& task, const Recording& r, bool quiet)
 {
     if (quiet && r.passed()) return;
     std::FILE* const out = r.passed() ? stdout : stderr;
-    std::fprintf(out, "%s  %s seed %llu: %zu checks, %s of virtual time in %.1f s\n",
-                 r.passed() ? "ok  " : "FAIL", task.what->file.c_str(),
-                 static_cast<unsigned long long>(r.seed), r.checks.size(), clockText(r.virtual_s).c_str(),
-                 r.wall_s);
+    const char* const verdict = !r.complete ? "cut " : r.passed() ? "ok  " : "FAIL";
+    std::fprintf(out, "%s  %s seed %llu: %zu checks, %s of virtual time in %.1f s\n", verdict,
+                 task.what->file.c_str(), static_cast<unsigned long long>(r.seed), r.checks.size(),
+                 clockText(r.virtual_s).c_str(), r.wall_s);
     for (const CheckResult& c : r.checks)
         if (!c.pass) std::fprintf(out, "      %s: %s\n", c.name.c_str(), c.detail.c_str());
     for (const std::string& misuse : r.misuses)
@@ -125,7 +127,7 @@ std::vector<BatchRun> runBatch(const std::vector<Prepared>& scenarios, const Bat
         if (options.seeds.empty()) tasks.push_back({&p, p.scenario.seed});
         for (const u64 seed : options.seeds) tasks.push_back({&p, seed});
     }
-    std::vector<std::promise<BatchRun>> results(tasks.size());
+    std::vector<std::promise<std::optional<BatchRun>>> results(tasks.size());   // nothing: not begun
     std::vector<std::string> faults(tasks.size());
     std::atomic<std::size_t> next{0};
     std::vector<std::jthread> workers;
@@ -133,7 +135,9 @@ std::vector<BatchRun> runBatch(const std::vector<Prepared>& scenarios, const Bat
         workers.emplace_back([&] {
             for (std::size_t task = next++; task < tasks.size(); task = next++) {
                 try {
-                    results[task].set_value(runOne(tasks[task], options, faults[task]));
+                    results[task].set_value(endSignal() != 0
+                                                ? std::nullopt
+                                                : std::optional(runOne(tasks[task], options, faults[task])));
                 } catch (...) {
                     results[task].set_exception(std::current_exception());
                 }
@@ -141,7 +145,9 @@ std::vector<BatchRun> runBatch(const std::vector<Prepared>& scenarios, const Bat
         });
     std::vector<BatchRun> runs;
     for (std::size_t task = 0; task < tasks.size(); ++task) {
-        runs.push_back(results[task].get_future().get());
+        std::optional<BatchRun> run = results[task].get_future().get();
+        if (!run) continue;
+        runs.push_back(std::move(*run));
         tell(tasks[task], runs.back().recording, options.quiet);
         if (wrong.empty()) wrong = faults[task];
     }
@@ -151,7 +157,8 @@ std::vector<BatchRun> runBatch(const std::vector<Prepared>& scenarios, const Bat
 std::vector<Spread> spreadOf(const std::vector<BatchRun>& runs)
 {
     Values values;
-    for (const BatchRun& run : runs) collect(run, values);
+    for (const BatchRun& run : runs)
+        if (run.recording.complete) collect(run, values);
     std::vector<Spread> spread;
     for (auto& [key, sorted] : values) {
         std::ranges::sort(sorted);
@@ -181,7 +188,8 @@ std::string batchJson(const std::vector<BatchRun>& runs)
 {
     nlohmann::ordered_json json;
     json["version"] = SUMMARY_VERSION;
-    json["passed"] = std::ranges::all_of(runs, [](const BatchRun& r) { return r.recording.passed(); });
+    json["passed"] = std::ranges::all_of(
+        runs, [](const BatchRun& r) { return r.recording.complete && r.recording.passed(); });
     json["runs"] = nlohmann::ordered_json::array();
     for (const BatchRun& run : runs) json["runs"].push_back(run.summary);
     json["spread"] = nlohmann::ordered_json::array();

@@ -35,7 +35,8 @@ struct BatchRun {
     nlohmann::ordered_json summary;
 };
 
-/// Runs them all and tells each in order; `wrong` is the first thing that couldn't be written.
+/// Runs them all and tells each in order; `wrong` is the first thing that couldn't be written. After a signal
+/// that ends the process no other is begun, and those on their way are cut.
 std::vector<BatchRun> runBatch(const std::vector<Prepared>& scenarios, const BatchOptions& options,
                                std::string& wrong);
 

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <future>
 #include <iostream>
+#include <map>
 #include <mutex>
 #include <termios.h>
 #include <unistd.h>
@@ -21,9 +22,10 @@ namespace {
 
 // The line editor calls back without a context, so what it completes over stands here.
 std::mutex completionMutex;
-std::vector<std::string> completionWords;
+std::vector<std::string> completionWords;                        // commands
+std::map<std::string, std::vector<std::string>> completionMore;  // what may stand behind one
 const sim::Scenario* completionScenario = nullptr;
-std::vector<std::string> eventOffers;
+std::vector<std::string> offers;
 
 struct OwnWord { const char* word; const char* usage; const char* help; };
 constexpr OwnWord OWN_WORDS[] = {
@@ -39,7 +41,7 @@ constexpr OwnWord OWN_WORDS[] = {
     {"pause", "pause", "time stands still"},
     {"go", "go", "time goes on"},
     {"speed", "speed <factor>", "times real time, 0 as fast as it goes"},
-    {"trace", "trace on|off", "the unit's traces on this console"},
+    {"trace", "trace [on|off]", "the unit's traces on this console"},
     {"unit", "unit <name>", "whose commands are typed"},
     {"quit", "quit", "ends the run"},
 };
@@ -78,15 +80,20 @@ const OwnWord* ownWord(const std::string& word)
     return nullptr;
 }
 
-// The words of kvdinfo and kvdhist, the two commands with sections to choose from.
+// The words that a usage has in brackets to choose from.
 std::vector<std::string> sectionsOf(const std::string& usage)
 {
     std::vector<std::string> words;
     const std::size_t open = usage.find('[');
     if (open == std::string::npos) return words;
     std::string word;
+    bool isPlace = false;              // <entry>: something else stands there
     for (const char c : usage.substr(open)) {
-        if (std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_') {
+        if (c == '<' || c == '>') {
+            isPlace = c == '<';
+        } else if (isPlace) {
+            continue;
+        } else if (std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_') {
             word += c;
         } else if (!word.empty()) {
             words.push_back(word);
@@ -127,37 +134,41 @@ char* nextOf(const std::vector<std::string>& words, const char* text, int state)
     return nullptr;
 }
 
-char* nextCompletion(const char* text, int state)
+char* nextOffer(const char* text, int state) { return nextOf(offers, text, state); }
+
+/// Behind "do" the scenario's reader says what can stand, behind a command its sections.
+std::vector<std::string> offersFor(const std::string& line)
 {
     const std::scoped_lock lock(completionMutex);
-    return nextOf(completionWords, text, state);
+    const std::size_t end = line.find(' ');
+    const std::string first = line.substr(0, end);
+    if (end == std::string::npos || first == "help" || first == "man") return completionWords;
+    if (first == "do" && completionScenario != nullptr)
+        return sim::completeEvent(line.substr(end + 1), *completionScenario);
+    return completionMore.contains(first) ? completionMore.at(first) : std::vector<std::string>{};
 }
 
-char* nextOffer(const char* text, int state) { return nextOf(eventOffers, text, state); }
-
-/// Behind "do" the scenario's reader says what can stand, else it is commands and their sections.
 char** complete(const char* text, int, int)
 {
-    const std::string line(rl_line_buffer, static_cast<std::size_t>(rl_point));
-    rl_completion_append_character = ' ';
-    if (!line.starts_with("do ") || completionScenario == nullptr)
-        return rl_completion_matches(text, nextCompletion);
-    eventOffers = sim::completeEvent(line.substr(std::strlen("do ")), *completionScenario);
-    const bool isKey = std::ranges::any_of(eventOffers,
-                                           [](const std::string& w) { return w.ends_with("="); });
-    if (isKey) rl_completion_append_character = '\0';
+    offers = offersFor(std::string(rl_line_buffer, static_cast<std::size_t>(rl_point)));
+    const bool isKey = std::ranges::any_of(offers, [](const std::string& w) { return w.ends_with("="); });
+    rl_completion_append_character = isKey ? '\0' : ' ';
+    rl_attempted_completion_over = 1;                 // no names of files
     return rl_completion_matches(text, nextOffer);
 }
 
-void fillCompletion(const std::vector<node::ShellCommand>& commands)
+void fillCompletion(const std::vector<node::ShellCommand>& commands, const std::vector<Recorder*>& units)
 {
     const std::scoped_lock lock(completionMutex);
     completionWords.clear();
-    for (const OwnWord& w : OWN_WORDS) completionWords.emplace_back(w.word);
-    for (const node::ShellCommand& c : commands) {
-        completionWords.emplace_back(c.name);
-        for (const std::string& word : sectionsOf(c.usage)) completionWords.push_back(word);
-    }
+    completionMore.clear();
+    const auto add = [](const char* name, const char* usage) {
+        completionWords.emplace_back(name);
+        if (const auto more = sectionsOf(usage); !more.empty()) completionMore[name] = more;
+    };
+    for (const OwnWord& w : OWN_WORDS) add(w.word, w.usage);
+    for (const node::ShellCommand& c : commands) add(c.name, c.usage);
+    for (const Recorder* const r : units) completionMore["unit"].push_back(r->recording.name);
     std::ranges::sort(completionWords);
     completionWords.erase(std::unique(completionWords.begin(), completionWords.end()), completionWords.end());
 }
@@ -291,6 +302,7 @@ void Console::State::readLines()
         completionScenario = &run.scenario;
     }
     rl_attempted_completion_function = complete;
+    rl_basic_word_break_characters = " \t\n";          // what libedit looks at; the other is documented
     rl_completer_word_break_characters = const_cast<char*>(" \t\n");
     if (interactive)
         std::printf(
@@ -298,7 +310,10 @@ void Console::State::readLines()
             "run.\n");
     std::string line;
     for (;;) {
-        onWorld([this] { fillCompletion(node().shell().commands()); return std::string(); });
+        onWorld([this] {
+            fillCompletion(node().shell().commands(), run.units);
+            return std::string();
+        });
         if (!readOne(interactive, node().name() + "> ", line)) break;
         if (!takeLine(line)) break;
         std::fflush(stdout);

@@ -1,5 +1,7 @@
 #include "app/junit.h"
 
+#include "app/summary.h"
+
 #include <algorithm>
 #include <sstream>
 
@@ -27,8 +29,12 @@ void addSuite(std::ostringstream& xml, const Recording& run)
 {
     const std::string name = run.scenario + (run.seed != 0 ? " seed " + std::to_string(run.seed) : "");
     const auto failed = std::ranges::count(run.checks, false, &CheckResult::pass);
-    xml << " <testsuite name=" << attribute(name) << " tests=\"" << run.checks.size() + run.misuses.size()
-        << "\" failures=\"" << failed << "\" errors=\"" << run.misuses.size() << "\" time=\"" << run.wall_s
+    std::vector<std::pair<const char*, std::string>> errors;
+    for (const std::string& misuse : run.misuses) errors.emplace_back("misuse", misuse);
+    if (!run.complete)
+        errors.emplace_back("end", "ended at " + clockText(run.virtual_s) + ", before its end");
+    xml << " <testsuite name=" << attribute(name) << " tests=\"" << run.checks.size() + errors.size()
+        << "\" failures=\"" << failed << "\" errors=\"" << errors.size() << "\" time=\"" << run.wall_s
         << "\">\n";
     for (const CheckResult& c : run.checks) {
         xml << "  <testcase classname=" << attribute(run.scenario + "." + c.unit)
@@ -36,9 +42,9 @@ void addSuite(std::ostringstream& xml, const Recording& run)
         if (c.pass) xml << "/>\n";
         else        xml << "><failure message=" << attribute(c.detail) << "/></testcase>\n";
     }
-    for (const std::string& misuse : run.misuses)
-        xml << "  <testcase classname=" << attribute(run.scenario + ".kernel")
-            << " name=\"misuse\"><error message=" << attribute(misuse) << "/></testcase>\n";
+    for (const auto& [what, text] : errors)
+        xml << "  <testcase classname=" << attribute(run.scenario + ".run") << " name=" << attribute(what)
+            << "><error message=" << attribute(text) << "/></testcase>\n";
     xml << " </testsuite>\n";
 }
 

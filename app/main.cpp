@@ -36,6 +36,7 @@ namespace {
 
 constexpr int CHECK_FAILED = 1;
 constexpr int BAD_INPUT = 2;
+constexpr int KILLED = 128;            // and the signal's number
 
 struct RunArguments {
     std::vector<std::string> scenarios;
@@ -117,6 +118,7 @@ int runMany(const RunArguments& a, const std::vector<app::Prepared>& scenarios)
         if (!a.out.empty() && !names.insert(p.scenario.name).second)
             return refuse(p.file + ": another scenario is named '" + p.scenario.name
                           + "', and --out has a folder a name");
+    const app::EndSignals endSignals;
     std::string wrong;
     const std::vector<app::BatchRun> runs = app::runBatch(scenarios, options, wrong);
     if (!options.quiet && !options.seeds.empty()) app::printSpread(app::spreadOf(runs), stdout);
@@ -125,6 +127,7 @@ int runMany(const RunArguments& a, const std::vector<app::Prepared>& scenarios)
     if (wrong.empty() && !a.summary.empty()) wrong = write(a.summary, app::batchJson(runs));
     if (wrong.empty() && !a.junit.empty()) wrong = write(a.junit, app::junitXml(recordings));
     if (!wrong.empty()) return refuse(wrong);
+    if (app::endSignal() != 0) return KILLED + app::endSignal();
     return std::ranges::all_of(recordings, &app::Recording::passed) ? 0 : CHECK_FAILED;
 }
 
@@ -179,7 +182,6 @@ int runOne(const RunArguments& a, const app::Prepared& p)
         std::printf("ended at %s of %s: its checks aren't judged\n",
                     app::clockText(recording.virtual_s).c_str(),
                     app::clockText(p.scenario.duration_s).c_str());
-    constexpr int KILLED = 128;
     if (app::endSignal() != 0) return KILLED + app::endSignal();
     if (recording.passed()) return 0;
     if (options.quiet)

@@ -30,10 +30,11 @@ MetricsServer::MetricsServer(const std::string& address) : impl_(std::make_uniqu
         const int on = 1;
         setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     });
-    server.new_task_queue = [] { return new httplib::ThreadPool(4); };
-    server.set_read_timeout(5);
-    server.set_write_timeout(5);
-    server.set_keep_alive_max_count(100);
+    // A client that is slow keeps a thread, so there are some more than one has clients; and not for long.
+    server.new_task_queue = [] { return new httplib::ThreadPool(32); };
+    server.set_read_timeout(1);
+    server.set_write_timeout(1);
+    server.set_keep_alive_timeout(1);
     server.set_payload_max_length(4096);
     server.Get("/metrics", [impl = impl_.get()](const httplib::Request&, httplib::Response& response) {
         const std::scoped_lock lock(impl->mutex);

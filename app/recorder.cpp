@@ -9,6 +9,7 @@
 #include "refs/kvd_ipsynctsiadm.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control.h"
+#include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
 #include "sig/tuiif_gps_sig.h"
@@ -47,7 +48,7 @@ std::string textOf(const char* text, std::size_t room) { return {text, strnlen(t
 /// A measurement of the selected reference has an R of its own each time, an exchange counts up.
 struct Pulse {
     double R = 0;
-    std::optional<double> z;
+    std::optional<double> z, residual;   // s; what the step left of it
     u32 ntp = 0, loop = 0;
     std::array<u32, PTP_CLOCKS> packets{};
 };
@@ -58,7 +59,11 @@ Pulse pulse()
     const u32 z_i = KvdLoz6TuReg_measurementIndex(KvdLoz6TuReg_selectedRef());
     p.R = KvdLoz6TuReg_getMeasR(z_i);
     const MeasRefData& last = KvdLoz6TuReg_measStateVar().measRefData;
-    if (last.z_i == z_i) p.z = last.z;
+    if (last.z_i == z_i) {
+        const EstimatePar& step = KvdLoz6TuReg_estimatePar();
+        p.z = last.z;
+        p.residual = (last.z - step.x_pred[0]) * last.R / (last.R + step.P_pred[0]);
+    }
     p.ntp = KvdLoz6TuIpSyncTsiAdm_counts().numberOfNtpPackets;
     p.loop = KvdLoz6TuReg_pll_lastSample().count;
     for (u32 i = 0; i < PTP_CLOCKS; ++i)
@@ -125,6 +130,7 @@ void Recorder::sample()
         s.regState = unit_.node().inProgram([] { return KvdLoz6TuReg_regState(); });
         s.estimate = readEstimate(unit_);
         sampleHeard();
+        sampleBound(s);
         sampleGps();
         samplePorts();
         sampleLoop(s);
@@ -141,7 +147,11 @@ void Recorder::sampleHeard()
 {
     const Pulse p = unit_.node().inProgram(pulse);
     LastHeard& heard = recording.heard;
-    if (p.R != heardR_ && p.R != 0.0) heard.measurement_s = now();
+    if (p.R != heardR_ && p.R != 0.0) {
+        if (p.residual && heard.measurement_s >= 0)
+            lag_.take(*p.residual, now() - heard.measurement_s, bound_.turnover());
+        heard.measurement_s = now();
+    }
     if (p.z) heard.offset_s = *p.z;
     if (p.ntp != heardNtp_) heard.ntp_s = now();
     if (p.loop != heardLoop_ && p.loop != 0) heard.loop_s = now();
@@ -151,6 +161,18 @@ void Recorder::sampleHeard()
     heardNtp_ = p.ntp;
     heardLoop_ = p.loop;
     heardPackets_ = p.packets;
+}
+
+/// A reference that has said nothing for a minute is none.
+void Recorder::sampleBound(Sample& s)
+{
+    constexpr double SILENT_s = 60;
+    const bool isHeard = recording.heard.measurement_s >= 0 && s.t - recording.heard.measurement_s < SILENT_s;
+    const sim::MpReference* const selected = selectedReference(unit_.node().mainProcessor());
+    const double interval_s = recording.samples.empty() ? 0.0 : s.t - recording.samples.back().t;
+    unit_.node().inProgram([&] { bound_.step(isHeard ? selected : nullptr, interval_s, s.estimate); });
+    s.estimate.timeBand_ns += lag_.time_ns();
+    s.estimate.freqBand_ppb += lag_.freq_ppb();
 }
 
 /// A jump of the counter, by the world's own time.
@@ -303,6 +325,7 @@ void Recorder::onClockStatus(const sim::ClockStatus& status)
 void Recorder::onSelect(const sim::MpReference& r)
 {
     selected_ = r.name;
+    lag_.restart();
     recording.selected.push_back({now(), r.refType, sim::refTypeName(r.refType)});
     tell("selected", std::string(sim::refTypeName(r.refType)) + " " + r.name);
 }
@@ -365,7 +388,9 @@ void Recorder::onQuality(const sim::MpRecord& record)
     }
     const u8 code = static_cast<u8>(ind->clockQuality);
     recording.qualities.push_back({now(), code, qualityLevelName(code)});
-    tell("quality", recording.qualities.back().name + ", reference " + std::to_string(ind->froId));
+    const std::string name = nameOf(ind->froId, ind->froClassNo);
+    recording.levels[name] = recording.qualities.back().name;
+    tell("quality", name + ": " + recording.qualities.back().name);
 }
 
 void Recorder::onPduMissing(const sim::MpRecord& record)
@@ -374,8 +399,9 @@ void Recorder::onPduMissing(const sim::MpRecord& record)
     if (!ind) return;
     const bool raised = ind->pduMissing != 0;
     recording.pduAlarms.push_back({now(), raised ? u8{1} : u8{0}, raised ? "raised" : "cleared"});
-    tell("PDU alarm", recording.pduAlarms.back().name + ", reference " + std::to_string(ind->froId));
-    raise("ESMC of " + nameOf(ind->froId, ind->froClassNo), raised ? "no frames" : "");
+    const std::string name = nameOf(ind->froId, ind->froClassNo);
+    tell("PDU alarm", name + ": " + recording.pduAlarms.back().name);
+    raise("ESMC of " + name, raised ? "no frames" : "");
 }
 
 void Recorder::onPacketFaults(const sim::MpRecord& record)

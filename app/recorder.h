@@ -2,8 +2,10 @@
 // the product's state and changes none of it.
 #pragma once
 #include "app/checks.h"
+#include "app/estimate_lag.h"
 #include "app/progress.h"
 #include "app/recording.h"
+#include "app/reference_bound.h"
 #include "sim/scenario/scenario.h"
 #include "sim/scenario/unit.h"
 
@@ -55,6 +57,7 @@ private:
     void onStartTrace(const std::string& text);
     void onTrace(const sim::TraceLine& line);
     void sampleHeard();
+    void sampleBound(Sample& s);
     void sampleGps();
     void samplePorts();
     void sampleLoop(Sample& s);
@@ -81,6 +84,8 @@ private:
     double heardR_ = 0;                                 // s^2, of the selected reference
     u32 heardNtp_ = 0, heardLoop_ = 0;
     std::array<u32, 8> heardPackets_{};
+    ReferenceBound bound_;
+    EstimateLag lag_;
     bool pdvHigh_ = false;
     u32 pdvSamples_ = 0;                                // in a row that differ from what was told
     u32 shaken_ = 0;

@@ -134,14 +134,17 @@ constexpr double SIGMAS = 3.0;    // deviations of a band, as the unit grades it
 
 /// What the unit itself takes its clock for, each with one deviation from the filter's own covariance and
 /// carried on to the moment; NaN where it has no estimate. A band is three of them each way, with the
-/// oscillator's short-term noise and the counter's steps, which the filter's model hasn't.
+/// oscillator's short-term noise and the counter's steps, which the filter's model hasn't, and the mean of
+/// its residuals. A bound is what references may be off by, beside the band; NaN where nobody knows.
 struct Estimate {
     double time_ns = std::numeric_limits<double>::quiet_NaN();   // counter against the time that it knows
     double timeDeviation_ns = std::numeric_limits<double>::quiet_NaN();
     double timeBand_ns = std::numeric_limits<double>::quiet_NaN();
+    double timeBound_ns = std::numeric_limits<double>::quiet_NaN();
     double freq_ppb = std::numeric_limits<double>::quiet_NaN();
     double freqDeviation_ppb = std::numeric_limits<double>::quiet_NaN();
     double freqBand_ppb = std::numeric_limits<double>::quiet_NaN();
+    double freqBound_ppb = std::numeric_limits<double>::quiet_NaN();
 };
 
 /// Delays of the packets between a unit and a master, as the network had them: of each sample's interval the
@@ -200,6 +203,7 @@ struct UnitRecording {
     std::vector<StateChange> gpsTypes;
     std::vector<GpsStatus> gpsStatuses;
     std::vector<StateChange> qualities;   // levels of Ethernet references, SSM codes, as told
+    std::map<std::string, std::string> levels;   // the last one, by reference
     std::vector<StateChange> pduAlarms;   // 1 when the peer's frames are missing
     std::vector<SocpriReport> socpriReports;
     std::vector<PmPeriod> pmPeriods;

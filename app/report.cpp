@@ -18,7 +18,7 @@ std::string seriesCsv(const UnitRecording& unit)
     csv << "t_s,time_error_ns,gps_time_error_ns,follow_error_ns,freq_error_ppb,divider,temperature_V,"
            "radioClockState,regState,degraded,estimate_time_ns,estimate_time_deviation_ns,estimate_freq_ppb,"
            "estimate_freq_deviation_ppb,pdv_down_ns,pdv_up_ns,pdv_limit_ns,loop_phase_ns,loop_divider_ppb,"
-           "estimate_time_band_ns,estimate_freq_band_ppb\n";
+           "estimate_time_band_ns,estimate_freq_band_ppb,estimate_time_bound_ns,estimate_freq_bound_ppb\n";
     for (const Sample& s : unit.samples)
         csv << s.t << ',' << s.timeError_ns << ',' << s.gpsTimeError_ns << ',' << s.followError_ns << ','
             << s.freqError_ppb << ',' << s.div << ',' << s.temperature_V << ','
@@ -26,7 +26,8 @@ std::string seriesCsv(const UnitRecording& unit)
             << (s.isDegraded ? 1 : 0) << ',' << s.estimate.time_ns << ',' << s.estimate.timeDeviation_ns
             << ',' << s.estimate.freq_ppb << ',' << s.estimate.freqDeviation_ppb << ',' << s.pdv.down_ns
             << ',' << s.pdv.up_ns << ',' << s.pdv.limit_ns << ',' << s.loop.phase_ns << ','
-            << s.loop.divider_ppb << ',' << s.estimate.timeBand_ns << ',' << s.estimate.freqBand_ppb << '\n';
+            << s.loop.divider_ppb << ',' << s.estimate.timeBand_ns << ',' << s.estimate.freqBand_ppb << ','
+            << s.estimate.timeBound_ns << ',' << s.estimate.freqBound_ppb << '\n';
     return csv.str();
 }
 

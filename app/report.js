@@ -57,6 +57,7 @@ function rangeOf(chart, from, to) {
         const row = chart.rows[i];
         if (row[0] < from || row[0] > to) continue;
         for (let k = 1; k < row.length; ++k) {
+            if (!isWhole && chart.wide && chart.wide[k - 1]) continue;
             for (const v of Array.isArray(row[k]) ? row[k] : [row[k]]) {
                 if (v === null || !isFinite(v)) continue;
                 all.push(v);
@@ -270,7 +271,21 @@ function timeChart(unit, title, of, series, more) {
     };
     const rows = RUN.t.map((t, i) => [t, ...shown.map(s => cell(s, i))]);
     return Object.assign({unit, title, of, bars, rows, labels: ['time', ...shown.map(s => s.label)],
-                          good: column(unit, 'good')}, more || {});
+                          good: column(unit, 'good'), wide: shown.map(s => s.wide)}, more || {});
+}
+
+/// The true error, and the unit's estimate of it with its band and, faint, what its references may add: that is
+/// wide, and doesn't count for the plot's range.
+function estimateChart(unit, title, of, truth, estimate, more) {
+    const band = column(unit, estimate + '_band'), bound = column(unit, estimate + '_bound');
+    const values = column(unit, 'estimated_' + estimate);
+    const reach = band.map((b, i) => b === null || bound[i] === null ? null : b + bound[i]);
+    const withBound = 'and its references';
+    const series = {[withBound]: {strokeWidth: 0, color: '#888888'}};
+    return timeChart(unit, title, of,
+                     [{label: 'true', values: truth}, {label: "unit's estimate", values, band},
+                      {label: withBound, values: values.map((v, i) => reach[i] === null ? null : v), band: reach,
+                       wide: true}], {series, ...more});
 }
 
 function unitCharts(unit) {
@@ -282,16 +297,12 @@ function unitCharts(unit) {
     list.push(timeChart(unit, 'Time error since the first lock' +
                               (unit.isStepped ? ', steps of the counter taken out' : ''), 'ns',
                         [{label: 'true', values: c('time_error')}]));
-    list.push(timeChart(unit, 'Counter against true time, and what the unit takes it for, with its band',
-                        'ns',
-                        [{label: 'true', values: c('gps_time_error')},
-                         {label: "unit's estimate", values: c('estimated_time'), band: c('time_band')}],
-                        {good: c('time_locked')}));
+    list.push(estimateChart(unit, 'Counter against true time, and what the unit takes it for, with its band',
+                            'ns', c('gps_time_error'), 'time', {good: c('time_locked')}));
     list.push(timeChart(unit, 'Counter against that of ' + unit.leader, 'ns',
                         [{label: 'true', values: c('follow_error')}], {good: c('time_locked')}));
-    list.push(timeChart(unit, 'Frequency error, and what the unit takes it for, with its band', 'ppb',
-                        [{label: 'true', values: c('freq_error')},
-                         {label: "unit's estimate", values: c('estimated_freq'), band: c('freq_band')}]));
+    list.push(estimateChart(unit, 'Frequency error, and what the unit takes it for, with its band', 'ppb',
+                            c('freq_error'), 'freq', {}));
     const delays = [];
     for (const d of unit.delays) {
         delays.push({label: 'from ' + d.peer, values: d.down}, {label: 'to ' + d.peer, values: d.up});

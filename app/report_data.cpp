@@ -88,9 +88,10 @@ Json lanesOf(const UnitRecording& unit)
     addLane(lanes, "reference", unit.selected);
     std::vector<StateChange> degraded;
     for (const Sample& s : unit.samples)
-        if (degraded.empty() ? s.isDegraded : s.isDegraded != (degraded.back().state != 0))
+        if (degraded.empty() || s.isDegraded != (degraded.back().state != 0))
             degraded.push_back({s.t, s.isDegraded ? u8{1} : u8{0}, s.isDegraded ? "DEGRADED" : "good"});
-    addLane(lanes, "quality", degraded);
+    if (degraded.size() > 1 || (!degraded.empty() && degraded.front().state != 0))
+        addLane(lanes, "quality", degraded);
     addLane(lanes, "receiver", unit.gpsStates);
     addLane(lanes, "GPS told", unit.gpsStatuses);
     addLane(lanes, "level told", unit.qualities);
@@ -158,10 +159,12 @@ Json columnsOf(const UnitRecording& unit, const Axis& axis, double interval_s, b
     c["gps_time_error"] = axis.column([&](std::size_t i) { return nearby(s[i].gpsTimeError_ns); });
     c["estimated_time"] = axis.column([&](std::size_t i) { return nearby(s[i].estimate.time_ns); });
     c["time_band"] = axis.column([&](std::size_t i) { return s[i].estimate.timeBand_ns; });
+    c["time_bound"] = axis.column([&](std::size_t i) { return s[i].estimate.timeBound_ns; });
     c["follow_error"] = axis.column([&](std::size_t i) { return nearby(s[i].followError_ns); });
     c["freq_error"] = axis.column([&](std::size_t i) { return s[i].freqError_ppb; });
     c["estimated_freq"] = axis.column([&](std::size_t i) { return s[i].estimate.freq_ppb; });
     c["freq_band"] = axis.column([&](std::size_t i) { return s[i].estimate.freqBand_ppb; });
+    c["freq_bound"] = axis.column([&](std::size_t i) { return s[i].estimate.freqBound_ppb; });
     c["pdv_down"] = axis.column([&](std::size_t i) { return s[i].pdv.down_ns; });
     c["pdv_up"] = axis.column([&](std::size_t i) { return s[i].pdv.up_ns; });
     c["pdv_limit"] = axis.column([&](std::size_t i) { return s[i].pdv.limit_ns; });

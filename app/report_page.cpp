@@ -19,7 +19,8 @@ constexpr const char* STYLE =
     "h1{margin:0 0 .1em}h2{margin:1.6em 0 .3em;border-bottom:1px solid #ccc}"
     ".what{color:#555;margin:0 0 1em}"
     ".verdict{padding:.5em .8em;border-radius:4px;font-weight:bold}.good{background:#dff0dc}"
-    ".bad{background:#f6d4cf}table{border-collapse:collapse;margin:.5em 0;font-size:13px}"
+    ".bad{background:#f6d4cf}.cut{background:#f5ecd2}"
+    "table{border-collapse:collapse;margin:.5em 0;font-size:13px}"
     "td,th{padding:.15em .7em;text-align:left;vertical-align:top;border-bottom:1px solid #eee}"
     "tr.fail td{background:#fbe9e6}[data-from],.at{cursor:pointer;color:#2458a6;text-decoration:underline}"
     "pre{background:#f5f5f2;padding:1em;overflow-x:auto;font-size:12.5px}summary{cursor:pointer;color:#555}"
@@ -69,10 +70,13 @@ std::string verdict(const Recording& recording)
 {
     const auto failed = std::ranges::count(recording.checks, false, &CheckResult::pass);
     std::ostringstream said;
-    if (recording.checks.empty())  said << "No checks";
+    if (!recording.complete)
+        said << "Ended at " << clockText(recording.virtual_s) << ", before its end: its checks aren't judged";
+    else if (recording.checks.empty()) said << "No checks";
     else if (failed == 0)          said << "All " << recording.checks.size() << " checks hold";
     else                           said << failed << " of " << recording.checks.size() << " checks fail";
-    std::string html = recording.passed() ? "<p class='verdict good'>" : "<p class='verdict bad'>";
+    const char* const colour = !recording.complete ? "cut" : recording.passed() ? "good" : "bad";
+    std::string html = std::string("<p class='verdict ") + colour + "'>";
     html += said.str() + "</p>\n";
     for (const std::string& misuse : recording.misuses)
         html += "<p class='verdict bad'>kernel misuse: " + htmlText(misuse) + "</p>\n";

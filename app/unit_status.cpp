@@ -1,5 +1,6 @@
 #include "app/unit_status.h"
 
+#include "app/reference_bound.h"
 #include "app/summary.h"
 #include "app/unit_why.h"
 #include "mp/kvd_iifadm.h"
@@ -164,6 +165,8 @@ std::vector<SourceStatus> readSources(sim::Unit& unit, const UnitRecording& reco
         source.selected = mp.selectedRefType() == r.refType && mp.selectedFroId() == r.froId;
         if (unit.node().program() != nullptr)
             unit.node().inProgram([&] { readFromProgram(source, r, recording.heard, now_s); });
+        if (const auto level = recording.levels.find(r.name); level != recording.levels.end())
+            source.state += ", " + level->second;
         if (!source.selected) source.why = whyNotSelected(source, r, mp, recording);
         sources.push_back(std::move(source));
     }
@@ -209,12 +212,18 @@ void readLastSample(UnitStatus& status, const UnitRecording& recording)
 void readSelection(UnitStatus& status, sim::MainProcessor& mp, const UnitRecording& recording)
 {
     status.referenceType = sim::refTypeName(mp.selectedRefType());
-    for (const sim::MpReference& r : mp.config.references)
-        if (r.refType == mp.selectedRefType() && r.froId == mp.selectedFroId()) status.reference = r.name;
+    if (const sim::MpReference* const r = selectedReference(mp)) status.reference = r->name;
     if (!recording.selected.empty()) status.selectedSince_s = recording.selected.back().t;
 }
 
 }  // namespace
+
+const sim::MpReference* selectedReference(const sim::MainProcessor& mp)
+{
+    for (const sim::MpReference& r : mp.config.references)
+        if (r.refType == mp.selectedRefType() && r.froId == mp.selectedFroId()) return &r;
+    return nullptr;
+}
 
 bool loopRuns()
 {
@@ -332,7 +341,10 @@ UnitStatus readUnitStatus(sim::Unit& unit, const UnitRecording& recording, doubl
     if (status.runs) {
         status.poolUsed = node.program()->poolUsed();
         status.poolPeak = node.program()->poolPeak();
-        node.inProgram([&] { readClock(status); });
+        node.inProgram([&] {
+            readClock(status);
+            status.boundFrom = claimText(selectedReference(node.mainProcessor()));
+        });
         if (status.loopStatus && recording.heard.loop_s >= 0)
             status.loopStatus->age_s = now_s - recording.heard.loop_s;
     }

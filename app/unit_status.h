@@ -67,6 +67,7 @@ struct UnitStatus {
 
     Estimate estimate;                 // of the last sample
     double estimateAt_s = 0;
+    std::string boundFrom;             // why the references may be off by so much
     double timeError_ns = 0;           // truth at that sample, as in Sample
     double gpsTimeError_ns = std::numeric_limits<double>::quiet_NaN();
     double freqError_ppb = 0;
@@ -91,6 +92,8 @@ struct UnitStatus {
 
 /// Between two instants of the world, outside of any process. `recording` is what has been recorded so far.
 UnitStatus readUnitStatus(sim::Unit& unit, const UnitRecording& recording, double now_s);
+/// The one that the main processor has selected; nullptr for none.
+const sim::MpReference* selectedReference(const sim::MainProcessor& mp);
 /// Inside the unit's program: a loop has the divider; its state, "PLL_Locked"; what it was last given.
 bool loopRuns();
 std::string loopStateText();

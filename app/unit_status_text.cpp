@@ -35,9 +35,12 @@ Json estimateJson(const UnitStatus& s)
             {"time_ns", number(s.estimate.time_ns)},
             {"time_deviation_ns", number(s.estimate.timeDeviation_ns)},
             {"time_band_ns", number(s.estimate.timeBand_ns)},
+            {"time_bound_ns", number(s.estimate.timeBound_ns)},
             {"freq_ppb", number(s.estimate.freq_ppb)},
             {"freq_deviation_ppb", number(s.estimate.freqDeviation_ppb)},
             {"freq_band_ppb", number(s.estimate.freqBand_ppb)},
+            {"freq_bound_ppb", number(s.estimate.freqBound_ppb)},
+            {"bound_from", s.boundFrom},
             {"told_time_accuracy_ns", s.timeAccuracy_ns},
             {"told_freq_accuracy_ppb", s.frequencyAccuracy_ppb}};
 }
@@ -66,25 +69,38 @@ std::string orDash(const Json& value, const char* format)
 
 std::string ppbText(double ppb) { return text("%.4g ppb", ppb); }
 
-/// "12.1 ns, deviation 3.33 ns, band 15 ns"
-std::string deviated(const Json& value, const Json& deviation, const Json& band, std::string (*shown)(double))
+/// "12.1 ns, deviation 3.33 ns, band 15 ns and 100 ns of references"
+std::string deviated(const Json& estimate, const std::string& kind, const std::string& of,
+                     std::string (*shown)(double))
 {
-    if (value.is_null() || deviation.is_null() || band.is_null()) return "none";
-    return shown(value.get<double>()) + ", deviation " + shown(deviation.get<double>()) + ", band "
-           + shown(band.get<double>());
+    const Json &value = estimate.at(kind + "_" + of), &bound = estimate.at(kind + "_bound_" + of);
+    if (value.is_null()) return "none";
+    return shown(value.get<double>()) + ", deviation "
+           + shown(estimate.at(kind + "_deviation_" + of).get<double>()) + ", band "
+           + shown(estimate.at(kind + "_band_" + of).get<double>()) + " and "
+           + (bound.is_null() ? "nobody knows how much" : shown(bound.get<double>())) + " of references";
+}
+
+/// ", 70 ns from it" where the two numbers don't show it, as with an offset of minutes.
+std::string errorText(const Json& estimated_ns, double true_ns)
+{
+    constexpr double TURN_ns = 1024e9, SHOWN_ns = 1e3;
+    if (estimated_ns.is_null() || std::abs(true_ns) < SHOWN_ns) return "";
+    return ", " + timeText(std::abs(std::remainder(estimated_ns.get<double>() - true_ns, TURN_ns)))
+           + " from it";
 }
 
 std::string estimateText(const Json& unit)
 {
     const Json& e = unit.at("estimate");
     const Json& truth = unit.at("truth");
-    std::string out = "  estimate   time      "
-                      + deviated(e.at("time_ns"), e.at("time_deviation_ns"), e.at("time_band_ns"), timeText);
+    std::string out = "  estimate   time      " + deviated(e, "time", "ns", timeText);
     if (const Json& time = truth.at("against_reference_time_ns"); !time.is_null())
-        out += "; true " + timeText(time.get<double>());
-    out += "\n             frequency "
-           + deviated(e.at("freq_ppb"), e.at("freq_deviation_ppb"), e.at("freq_band_ppb"), ppbText);
-    return out + "; true " + ppbText(truth.at("freq_ppb").get<double>()) + "\n";
+        out += "; true " + timeText(time.get<double>()) + errorText(e.at("time_ns"), time.get<double>());
+    out += "\n             frequency " + deviated(e, "freq", "ppb", ppbText);
+    out += "; true " + ppbText(truth.at("freq_ppb").get<double>()) + "\n";
+    if (!e.at("freq_ppb").is_null()) out += "             references " + str(e, "bound_from") + "\n";
+    return out;
 }
 
 /// "PLL_Locked: phase 3.2 ns, held at 0 ns, divider 12.5 ppb, last sample 1 s ago"
@@ -126,9 +142,10 @@ std::string sourceState(const Json& source)
 std::string timeText(double ns)
 {
     const double size = std::abs(ns);
-    if (size < 1e3) return text("%.3g ns", ns);
-    if (size < 1e6) return text("%.4g us", ns * 1e-3);
-    if (size < 1e9) return text("%.4g ms", ns * 1e-6);
+    // As long as it isn't rounded up to the next unit.
+    if (size < 999.5) return text("%.3g ns", ns);
+    if (size < 999.95e3) return text("%.4g us", ns * 1e-3);
+    if (size < 999.95e6) return text("%.4g ms", ns * 1e-6);
     return text("%.6f s", ns * 1e-9);
 }
 

@@ -73,6 +73,20 @@ std::string time(double s) { return timeText(s * 1e9); }
 
 // ---- holdover -----------------------------------------------------------------------------------
 
+/// When something that grows passes a limit, between the steps that see it.
+struct Crossing {
+    double limit = 0;
+    double at_s = AHEAD_s;
+    double before = 0;
+
+    void look(double now, double t, double step_s)
+    {
+        if (at_s >= AHEAD_s && now > limit)
+            at_s = before > limit ? 0.0 : t - step_s * (now - limit) / (now - before);
+        before = now;
+    }
+};
+
 /// Steps that grow with the distance; the filter's own noise is added in each.
 struct Ahead { double time_s = AHEAD_s, loss_s = AHEAD_s, drift_s = AHEAD_s; };
 
@@ -83,22 +97,23 @@ Ahead lookAhead(const Grades& g, double limit_s)
     constexpr double FIRST_STEP_s = 30.0, GROWTH = 0.05;
     Vec6 x = v.x_est;
     Mat6 P = v.P_est;
-    Ahead ahead;
+    // Time is steered to what is estimated, so that its uncertainty alone grows.
+    const auto timeOf = [&P] { return SIGMAS * std::sqrt(std::max(0.0, P[0])); };
+    const auto frequencyOf = [&] { return std::abs(x[1]) + SIGMAS * std::sqrt(std::max(0.0, P[7])); };
+    Crossing toLimit{limit_s, AHEAD_s, timeOf()}, toLoss{g.timeLoss_s, AHEAD_s, timeOf()};
+    Crossing toDrift{g.frequencyLimit, AHEAD_s, frequencyOf()};
     for (double t = 0; t < AHEAD_s;) {
         const double step_s = std::max(FIRST_STEP_s, GROWTH * t);
         const Prediction next = KvdLoz6TuReg_predict(x, P, 0.0, NO_CONTROL, v.T, v.T, step_s);
         x = next.x_pred;
         P = next.P_pred;
         t += step_s;
-        // Time is steered to what is estimated, so that its uncertainty alone grows.
-        const double time_s = SIGMAS * std::sqrt(std::max(0.0, P[0]));
-        const double frequency = std::abs(x[1]) + SIGMAS * std::sqrt(std::max(0.0, P[7]));
-        if (time_s > limit_s) ahead.time_s = std::min(ahead.time_s, t);
-        if (time_s > g.timeLoss_s) ahead.loss_s = std::min(ahead.loss_s, t);
-        if (frequency > g.frequencyLimit) ahead.drift_s = std::min(ahead.drift_s, t);
-        if (frequency > g.frequencyLimit && time_s > std::max(g.timeLoss_s, limit_s)) break;
+        toLimit.look(timeOf(), t, step_s);
+        toLoss.look(timeOf(), t, step_s);
+        toDrift.look(frequencyOf(), t, step_s);
+        if (std::max({toLimit.at_s, toLoss.at_s, toDrift.at_s}) < AHEAD_s) break;
     }
-    return ahead;
+    return {toLimit.at_s, toLoss.at_s, toDrift.at_s};
 }
 
 struct HoldoverRow { u8 clock; u32 holdoverClass; u8 below; };
@@ -163,7 +178,10 @@ void explainHoldover(UnitStatus& status, const HoldoverRow& row, const Grades& g
         status.why += row.clock == KVD_TUIIF_FREQUENCY_HOLDOVER
                           ? "; frequency known to " + ppb(g.frequency) + " of " + ppb(g.frequencyLimit)
                           : "; estimated error " + time(g.time_s);
-    if (h.limitIn_s) status.why += ", " + time(h.limit_ns * 1e-9) + " in about " + clockText(*h.limitIn_s);
+    const std::string limit = time(h.limit_ns * 1e-9);
+    if (h.limitIn_s)
+        status.why += *h.limitIn_s > 0 ? ", " + limit + " in about " + clockText(*h.limitIn_s)
+                                       : ", above " + limit;
     status.change = h.left_s ? clockText(*h.left_s) + " left of the threshold of " + clockText(*h.threshold_s)
                              : "";
     if (h.nextIn_s && !(h.left_s && *h.nextIn_s >= *h.left_s))

@@ -66,6 +66,8 @@ bool isHeading(const char* text, std::size_t column)
 
 constexpr double FARTHEST = 1e-4;        // no clock is farther from its nominal frequency, or moves faster
 
+constexpr double SECOND = 1.0;           // between pulses: none is farther off
+
 /// "1.2e9 ppb"
 std::string offText(double relative)
 {
@@ -117,6 +119,9 @@ std::vector<double> readPhases(const std::string& path, const SeriesForm& form)
     const SeriesKind kind = form.kind.value_or(SeriesKind::Phase);
     if (kind != SeriesKind::Phase) return asPhase(readFrequencies(path, form), SeriesKind::Frequency, 1.0);
     std::vector<double> values = readSeries(path, form.column);
+    if (const double first = values.front(); std::abs(first) > SECOND)   // frequencies in MHz, say
+        throw SeriesError(path + ": value 1 would be a phase of " + std::to_string(first)
+                          + " s; the file holds something else");
     checkFrequencies(path, asFrequency(values, kind, 1.0));
     return asPhase(std::move(values), kind, 1.0);
 }

@@ -4,6 +4,7 @@
 #include "ose/types.h"
 
 #include <array>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,9 @@ struct MpReference {
     /// Selected without any report of being usable: packet references before their reports exist.
     bool alwaysUsable = false;
     std::array<u8, 6> macAddress{2, 0, 0, 0, 0, 1};   // of an Ethernet reference's port
+    /// What whoever gives it promises: the largest error of its time and of its frequency. The operator's
+    /// alone, the unit isn't told.
+    std::optional<double> timeBound_ns, frequencyBound_ppb;
 };
 
 /// A packet reference as the main processor has it configured: what it asks the unit to create.

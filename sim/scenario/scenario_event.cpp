@@ -8,6 +8,7 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
+#include <sstream>
 
 namespace sim {
 namespace {
@@ -20,6 +21,8 @@ struct Context {
     const UnitSpec& unit;
 };
 using Maker = Action (*)(Context&);
+
+constexpr const char* TOLD_OTHERWISE[] = {"at", "do", "unit", "link", "input", "fault"};
 
 struct InputWord { const char* word; ReferenceInput input; };
 constexpr InputWord INPUT_WORDS[] = {
@@ -373,6 +376,25 @@ void readOfLink(TableReader& t, const EventWord& word, EventSpec& e, const Scena
     e.what += " " + e.link;
 }
 
+/// " antenna_open for=10s": what is peculiar to it, for the reader of events.
+std::string detailsOf(const toml::table& table)
+{
+    std::ostringstream said;
+    for (const char* const bare : {"input", "fault"})
+        if (table.contains(bare)) said << ' ' << table[bare].value_or("");
+    for (const auto& [key, value] : table) {
+        const std::string_view name = key.str();
+        if (name == "on") {
+            said << (table["on"].value_or(true) ? "" : " off");
+        } else if (std::ranges::none_of(TOLD_OTHERWISE, [&](const char* k) { return name == k; })) {
+            said << ' ' << name << '=';
+            if (const auto text = value.value<std::string>()) said << *text;
+            else value.visit([&](const auto& node) { said << node; });
+        }
+    }
+    return said.str();
+}
+
 }  // namespace
 
 Action readUnitEvent(const EventWord& word, TableReader& t, const UnitSpec& unit)
@@ -405,10 +427,12 @@ EventSpec readEvent(const toml::table& table, const std::string& file, const Sce
     e.what = text;
     if (word.starts_with("link.")) {
         readOfLink(t, word, e, scenario);
+        e.what += detailsOf(table);
         t.finish();
         return e;
     }
     if (word.starts_with("master.") || word.starts_with("path.")) {
+        e.what += detailsOf(table);
         e.netAction = readNetEvent(word, t, scenario);
         if (!e.netAction) t.fail("do", "'" + text + "' is nothing that can happen");
         t.finish();
@@ -418,9 +442,7 @@ EventSpec readEvent(const toml::table& table, const std::string& file, const Sce
     const auto unit = std::find_if(scenario.units.begin(), scenario.units.end(),
                                    [&](const UnitSpec& u) { return u.node.name == e.unit; });
     if (unit == scenario.units.end()) t.fail("unit", "there is no unit '" + e.unit + "'");
-    for (const char* const detail : {"input", "fault"})
-        if (table.contains(detail)) e.what += " " + std::string(table[detail].value_or(""));
-    if (table.contains("fault") && !table["on"].value_or(true)) e.what += " off";
+    e.what += detailsOf(table);
     e.action = readUnitEvent(word, t, *unit);
     if (!e.action) t.fail("do", "'" + text + "' is nothing that can happen");
     t.finish();

@@ -124,6 +124,8 @@ MpReference readReference(const toml::table& table, const std::string& file)
     if (r.refType >= ETHA && r.refType <= ETHC) r.macAddress[5] = r.refType;   // each port has its own
     r.supervise = t.boolean("supervise", true);
     r.alwaysUsable = t.boolean("always_usable", false);
+    if (t.has("time_bound_ns")) r.timeBound_ns = t.notNegative("time_bound_ns", 0.0);
+    if (t.has("frequency_bound_ppb")) r.frequencyBound_ppb = t.notNegative("frequency_bound_ppb", 0.0);
     t.finish();
     return r;
 }

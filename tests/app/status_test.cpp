@@ -1,5 +1,6 @@
 // A run's status for others, and events that are typed: what clients do harms nobody, a look changes nothing,
 // and what can be typed is what the scenario's reader takes.
+#include "app/estimate_lag.h"
 #include "app/runner.h"
 #include "app/status_client.h"
 #include "app/status_server.h"
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -121,6 +123,21 @@ TEST(Status, ALookChangesNothingAndAWaitSeesAStateThatHasGoneBy)
     EXPECT_EQ(never, 1);
     alone.wall_s = watched.wall_s = 0;
     EXPECT_EQ(app::summaryJson(alone), app::summaryJson(watched));
+    const app::Sample& last = alone.units.at(0).samples.back();
+    EXPECT_EQ(last.estimate.timeBound_ns, 100.0);   // a receiver's
+    EXPECT_EQ(last.estimate.freqBound_ppb, 0.0);
+    EXPECT_LE(std::abs(last.estimate.time_ns - last.gpsTimeError_ns), 100.0 + last.estimate.timeBand_ns);
+}
+
+TEST(EstimateLag, TellsAMeanThatLiesOffAndOneThatGrows)
+{
+    constexpr double TURNOVER = 1.0 / 300;
+    app::EstimateLag still, growing;
+    for (int i = 0; i < 3000; ++i) still.take((50 + (i % 2 == 0 ? 10 : -10)) * 1e-9, 1.0, TURNOVER);
+    EXPECT_NEAR(still.time_ns(), 50, 0.5);
+    EXPECT_NEAR(still.freq_ppb(), std::sqrt(2.0) * 50 * TURNOVER, 0.01);   // what the filter takes back
+    for (int i = 0; i <= 3000; ++i) growing.take((i - 3000) * 1e-9, 1.0, TURNOVER);
+    EXPECT_NEAR(growing.freq_ppb(), 1, 0.02);
 }
 
 TEST(EventLine, TakesWhatEveryScenarioLetsHappen)
@@ -145,6 +162,8 @@ TEST(EventLine, IsReadAndCompletedByTheScenariosReader)
     const sim::Scenario scenario = gpsScenario();
     EXPECT_EQ(sim::readEventLine("gps.fault fault=antenna_open on=false", scenario).what,
               "gps.fault antenna_open off");
+    EXPECT_EQ(sim::readEventLine("gps.fault for=10s fault=wrong_second amount=2", scenario).what,
+              "gps.fault wrong_second amount=2 for=10s");
     struct Case { const char* line; const char* refusal; };
     for (const Case& c :
          {Case{"gps.fault", "'fault' is missing"}, Case{"gps.fault fault=x", "'x' is no fault of "},
