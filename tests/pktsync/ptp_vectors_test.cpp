@@ -400,8 +400,8 @@ TEST(PtpCheckValues, UnicastNegotiation)
             EXPECT_EQ(sent, wanted);
             expectSame(step, {{"state", ptpUcNegState(0)},
                               {"faults", ptpClockOf(0)->fault_flags & FAULTS_UNICAST}});
-            for (const char* inside : {"op", "rx", "events", "records", "attempts", "requestedDuration", "timers",
-                                       "negotiation_retries", "sequenceId", "serverPortIdentity"})
+            for (const char* inside : {"op", "rx", "events", "records", "attempts", "requestedDuration",
+                                       "timers", "negotiation_retries", "sequenceId", "serverPortIdentity"})
                 step[inside].read();     // shows in what is sent, and when
         }
         TuPktsync_delete_ptp_clock(0);
