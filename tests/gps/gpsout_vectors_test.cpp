@@ -58,8 +58,8 @@ void expectSentence(const Value& out, const std::string& got)
 
 void gpppr(const Value& in, const Value& out)
 {
-    constexpr u32 STATE_OF_STATUS[] = {6, 4, 3, 3};
-    const u32 gpsOutState = STATE_OF_STATUS[in["status"].get<u32>()];
+    constexpr std::array<u32, 4> STATE_OF_STATUS = {6, 4, 3, 3};
+    const u32 gpsOutState = STATE_OF_STATUS.at(in["status"].get<u32>());
     expectSentence(out, gpsout::gppprSentence(in["tow"], in["week"], gpsOutState));
 }
 void gpout(const Value& in, const Value& out)

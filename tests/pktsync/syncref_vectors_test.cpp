@@ -246,8 +246,8 @@ TEST(SyncrefCheckValues, Control)
         const bool isOpen = name == "down during AUDIT_CREATE_PENDING and staying down";
         for (std::size_t i = 0; i < c["steps"].size(); ++i) {
             const Value step = c["steps"][i];
-            SCOPED_TRACE(step.dump());
-            if (isOpen && i + 1 == c["steps"].size()) break;
+            SCOPED_TRACE(step);
+            if (isOpen && i + 1 == c["steps"].size()) return void(step.read());
             std::vector<std::string> traces;
             const Events wanted = eventsOf(step["events"].read(), traces);
             b.step([&] {

@@ -168,7 +168,7 @@ void sequence(const Value& v)
     Replay replay;
     const Value steps = v["in"]["steps"];
     for (std::size_t i = 0; i < steps.size(); ++i) {
-        SCOPED_TRACE("step " + std::to_string(i) + " " + steps[i].dump());
+        SCOPED_TRACE(testing::Message() << "step " << i << " " << steps[i]);
         const auto before = replay.timers();
         replay.mp().clearLog();
         replay.node.traces().clear();

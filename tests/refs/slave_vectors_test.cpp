@@ -88,7 +88,7 @@ TEST(Idl1Vectors, MasterEchoesAndRepeats)
             m.coldRestartFlag = c["init"]["cold"].get<u32>();
         });
         for (const Value s : c["steps"]) {
-            SCOPED_TRACE(s.dump());
+            SCOPED_TRACE(s);
             const Value in = s["received"];
             expectKeys(in, {"ok", "cold", "jump", "f_ix", "pll"});
             const u32 flags = in.value("ok", 1) == 1 ? SlaveBench::VALID_WORD : 0;
@@ -138,12 +138,13 @@ TEST(Idl1Vectors, TurnsThatAreFollowed)
         SlaveBench b;
         b.manager([&] { slave::esfcFollowState().lastEsfc = c["lastEsfc"].get<u32>(); });
         for (const Value s : c["steps"]) {
-            SCOPED_TRACE(s.dump());
+            SCOPED_TRACE(s);
             b.manager([&] { KvdLoz6TuReg_setLastTime(num(s["t_c_last"]), 0.0); });
             b.bfnIn({0, 5, 1000}, 0, 5, {0, s["e_sfc"].get<u32>(), 3, 0, 0, 1});
             b.interrupt();
             const double moved = b.meas().t_c_last - num(s["t_c_last"]);
             const Value adjust = s["adjustTime"];
+            adjust.read();
             EXPECT_EQ(moved, adjust.is_null() ? 0.0 : num(adjust[0]));
             const auto follow = b.get<slave::EsfcFollow>([] { return slave::esfcFollowState(); });
             vectors::expectAll({{"lastEsfc", follow.lastEsfc}, {"updateEsfc", follow.updateEsfc}}, s);
@@ -277,7 +278,7 @@ TEST(Idl2Vectors, Flow)
         });
         expectKeys(c["init"], {});
         for (const Value s : c["steps"]) {
-            SCOPED_TRACE(s.dump());
+            SCOPED_TRACE(s);
             flowStep(b, s);
         }
     });

@@ -55,7 +55,12 @@ void expectState(SlowpiBench& b, const Value& out, const Timers& before)
 /// What the traces of one frame say.
 void expectVerdict(SlowpiBench& b, const json& verdict, u32 rejectedBefore)
 {
+    // The flags of a good frame show in the state.
+    static const std::set<std::string> KNOWN = {"ok",    "event", "ssm",  "tcu", "reason",
+                                                "trace", "code",  "beyond"};
     if (verdict.is_null()) return;
+    for (const auto& [key, value] : verdict.items())
+        if (!KNOWN.contains(key)) ADD_FAILURE() << "no replay of the verdict's \"" << key << "\"";
     const bool unused = verdict.value("reason", "") == "Do not use ESMC frame";
     const bool rejected = !verdict.contains("ok") && !unused;
     EXPECT_EQ(b.state().nmbOfRejectedFrames - rejectedBefore, rejected ? 1u : 0u);

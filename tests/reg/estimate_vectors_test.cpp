@@ -436,18 +436,26 @@ void loopSnapshot(const Value& s)
     expectNear("delta0", m.delta0_c + m.delta0_f, num(s["delta0_c"]) + num(s["delta0_f"]), {0.0, 2e-13});
     vectors::expect("hyst", c.fix.hyst, s["hyst"], {0.0, 1e-9});
     vectors::expectAll({{"f_acc", c.f_acc_report}, {"t_acc", c.t_acc_report}}, s, {0.0, 1.0});
+    if (s.contains("t")) s["t"].read();              // for the reader
     const std::set<std::string> done = {"x", "Pdiag", "delta0_c", "delta0_f", "hyst", "f_acc", "t_acc", "t"};
     for (const auto& [name, wanted] : s.items())
         EXPECT_TRUE(done.contains(name) || regtest::compare(name, wanted)) << "nothing to compare " << name;
 }
 
+int failures() { return testing::UnitTest::GetInstance()->current_test_info()->result()->total_part_count(); }
+
+/// To the first call that differs: what follows would only repeat it.
 void closedLoop(const Value& loop)
 {
+    for (const char* words : {"plant", "tolerance"})
+        if (loop.contains(words)) loop[words].read();
     RegulatorUnit unit;
     unit.run([&] {
         start(loop["init"]);
         const Value calls = loop["calls"], snapshots = loop["snapshots"];
-        for (std::size_t i = 0; i < calls.size() && !testing::Test::HasFailure(); ++i) {
+        const int before = failures();
+        for (std::size_t i = 0; i < calls.size(); ++i) {
+            if (failures() != before) return void(loop.read());
             SCOPED_TRACE("call " + std::to_string(i));
             const double R_new = loopCall(calls[i]);
             const Value after = loop["after"][i];
@@ -465,8 +473,7 @@ TEST(RegulatorCheckValues, ClosedLoops)
     const std::vector<std::string> files = vectors::files("o02_closed");
     EXPECT_FALSE(files.empty());
     for (const std::string& file : files) {
-        SCOPED_TRACE(file);
         vectors::Document document(file);
-        closedLoop(document.root());
+        vectors::runOne(file, document.root(), closedLoop);
     }
 }

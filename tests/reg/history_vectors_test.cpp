@@ -243,6 +243,7 @@ void writeGate(HistoryBench&, const Value& vector)
     noPersistentRecord(bench);
     bench.lock();
     const double lookAhead = in["lookAhead"];
+    std::string written = "none";
     bench.in([&] {
         regulator::state().masterSlaveMode = in["master"];
         estimator::state().var.fixFreqMode = in["fixFreqMode"];
@@ -258,10 +259,10 @@ void writeGate(HistoryBench&, const Value& vector)
         if (lookAhead > 0.0 && !isKept) wanted = wanted / lookAhead * holds;
         EXPECT_EQ(measure::state().var.histCountDown, wanted);
         u8 record[HIST_RECORD_SIZE];
-        const bool inMsi = KvdLoz6TuMem_read(MEM_REG_HIST, record, sizeof record) != 0;
-        EXPECT_EQ(inMsi, out["written"] == "msi");
+        if (KvdLoz6TuMem_read(MEM_REG_HIST, record, sizeof record) != 0) written = "msi";
     });
-    EXPECT_EQ(!bench.file(HIST_FILE).empty(), out["written"] == "flash");
+    if (!bench.file(HIST_FILE).empty()) written = written == "none" ? "flash" : "both";
+    EXPECT_EQ(out["written"], written);
 }
 
 /// Each of the two ways to start judged alone, on a record that it can read.
@@ -333,11 +334,15 @@ void recovery(HistoryBench& bench, const Value& vector)
 
 TEST(HistoryCheckValues, Replay)
 {
-    static const std::map<std::string, void (*)(HistoryBench&, const Value&)> KINDS = {
-        {"encode", encode}, {"decode", decode}, {"layout", layout}, {"convert", convert},
-        {"validate", validate}, {"choice", choice}, {"readHistData", readHistData}, {"writeOld", writeOld},
-        {"writeGate", writeGate}, {"initiateAge", initiateAge}, {"imprec", recovery}};
     HistoryBench bench;
-    vectors::replay("o05_history.json", "vectors",
-                    [&](const Value& vector) { KINDS.at(vector["kind"].get<std::string>())(bench, vector); });
+    const auto row = [&bench](void (*replay)(HistoryBench&, const Value&)) {
+        return [&bench, replay](const Value& vector) { replay(bench, vector); };
+    };
+    vectors::Document document("o05_history.json");
+    vectors::eachKind(document["vectors"],
+                      {{"encode", row(encode)}, {"decode", row(decode)}, {"layout", row(layout)},
+                       {"convert", row(convert)}, {"validate", row(validate)}, {"choice", row(choice)},
+                       {"readHistData", row(readHistData)}, {"writeOld", row(writeOld)},
+                       {"writeGate", row(writeGate)}, {"initiateAge", row(initiateAge)},
+                       {"imprec", row(recovery)}});
 }

@@ -382,12 +382,12 @@ void timeCase(const Value& c)
 
 void historyStep(const Value& step)
 {
-    constexpr u32 CLASS_OF[] = {2, 5, 4};
+    constexpr std::array<u32, 3> CLASS_OF = {2, 5, 4};
     const Value op = step["op"];
     const std::string what = op[0].get<std::string>();
     const u32 type = op[1], id = op[2];
-    if (what == "add") KvdLoz6TuReg_registerPacketRef(CLASS_OF[type], id);
-    else if (what == "remove") KvdLoz6TuReg_deregisterPacketRef(CLASS_OF[type], id);
+    if (what == "add") KvdLoz6TuReg_registerPacketRef(CLASS_OF.at(type), id);
+    else if (what == "remove") KvdLoz6TuReg_deregisterPacketRef(CLASS_OF.at(type), id);
     else if (what == "restart") KvdLoz6TuReg_restartPdvHistory(type, id);
     else if (what == "entry") {
         packet::state().history.currentId[type] = id;

@@ -6,18 +6,19 @@ using vectors::Value;
 
 namespace {
 
-constexpr const char* NAMES[] = {"TuRegHistData", "GpsOutMfnOffset", "TuRegNfDataV0", "SlaveWarmData"};
+constexpr std::array<const char*, 4> NAMES = {"TuRegHistData", "GpsOutMfnOffset", "TuRegNfDataV0",
+                                              "SlaveWarmData"};
 
 /// A client's bytes into its region or regions.
 void put(sim::MsiServer& msi, u32 client, std::span<const u8> bytes)
 {
-    msi.put(NAMES[client - 1], client == MEM_GPS_OUT ? bytes.first(8) : bytes);
+    msi.put(NAMES.at(client - 1), client == MEM_GPS_OUT ? bytes.first(8) : bytes);
     if (client == MEM_GPS_OUT) msi.put("GpsOutV1", bytes.subspan(8));
 }
 
 std::vector<u8> get(MemBench& b, u32 client)
 {
-    std::vector<u8> bytes = b.bytes(NAMES[client - 1]);
+    std::vector<u8> bytes = b.bytes(NAMES.at(client - 1));
     const std::vector<u8> sum = client == MEM_GPS_OUT ? b.bytes("GpsOutV1") : std::vector<u8>{};
     bytes.insert(bytes.end(), sum.begin(), sum.end());
     return bytes;
