@@ -241,7 +241,7 @@ int tuHwIf_initiate(u32& coldRestart, u32 basicHwInit)
 
     const bool rev3 = isRevision3(s->revision);
     if (coldRestart == 1 && !rev3 && basicHwInit == 0 && !coldStartSynthesiser(s->revision)) return 2;
-    setRev3(rev3 ? 1 : 0);
+    setRev3(rev3);
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "%s", rev3 ? "Is P3" : " Not P3");
     setNomDivOld(tuHwIf_readNominalDivisor());
 

@@ -139,12 +139,6 @@ PtpTraceability traceabilityOf(u8 clockClass, u8 clockAccuracy, u8 flags)
             (flags & PTP_FREQUENCY_TRACEABLE) != 0};
 }
 
-bool same(const PtpTraceability& a, const PtpTraceability& b)
-{
-    return a.clockClass == b.clockClass && a.clockAccuracy == b.clockAccuracy
-           && a.timeTraceable == b.timeTraceable && a.frequencyTraceable == b.frequencyTraceable;
-}
-
 void traceQualityChange(const PtpClock& c, const PtpTraceability& was, const PtpTraceability& is)
 {
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_INFO,
@@ -224,7 +218,7 @@ bool ptpOnAnnounce(PtpClock& c, const PtpHeader& received, const PtpAnnounce& an
     c.logAnnounceInterval = h.logMessageInterval;
     traceTimescale(c, verdict == Verdict::New, flagsBefore);
     if (ptpIsG82751Time(c)) {
-        if (!same(was, is)) {
+        if (was != is) {
             traceQualityChange(c, was, is);
             ptpReportQuality(c, ptpQualityOf(c));
         }

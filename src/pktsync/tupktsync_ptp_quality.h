@@ -32,6 +32,7 @@ struct PtpTraceability {
     u8 clockAccuracy = 0;
     bool timeTraceable = false;
     bool frequencyTraceable = false;
+    bool operator==(const PtpTraceability&) const = default;
 };
 
 /// Row of the table of classes, 0 to 48.

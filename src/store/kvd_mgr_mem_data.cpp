@@ -125,12 +125,13 @@ int readRegion(const Layout& layout, u8* buffer)
 int writeGpsOut(const Layout& layout, const u8* data)
 {
     bool done = store(layout, 0, data, layout.sumAt);
-    done = storeWord(layout, layout.sumAt, 0) && done;
+    done &= storeWord(layout, layout.sumAt, 0);
     mem::refreshShadow(MEM_GPS_OUT);
     u8* const shadow = state().gpsOutShadow;
     const u32 sum = checksum(layout, shadow);
     node::putBe32(shadow + layout.sumAt, sum);
-    return storeWord(layout, layout.sumAt, sum) && done ? 1 : 0;
+    done &= storeWord(layout, layout.sumAt, sum);
+    return done ? 1 : 0;
 }
 
 int writeRegNf(const Layout& layout, const u8* data)
@@ -139,7 +140,7 @@ int writeRegNf(const Layout& layout, const u8* data)
     std::memcpy(block, data, sizeof block);
     node::putBe32(block + layout.sumAt, 0);
     bool done = store(layout, 0, block, sizeof block);
-    done = storeWord(layout, layout.sumAt, checksum(layout, block)) && done;
+    done &= storeWord(layout, layout.sumAt, checksum(layout, block));
     mem::refreshShadow(MEM_REG_NF);
     return done ? 1 : 0;
 }
@@ -147,11 +148,12 @@ int writeRegNf(const Layout& layout, const u8* data)
 int writeRegion(const Layout& layout, const u8* data)
 {
     bool done = store(layout, 0, data, layout.size);
-    done = storeWord(layout, layout.sizeAt, layout.size) && done;
-    done = storeWord(layout, layout.sumAt, 0) && done;
+    done &= storeWord(layout, layout.sizeAt, layout.size);
+    done &= storeWord(layout, layout.sumAt, 0);
     u8 block[BLOCK_MAX];
     if (!fetch(layout, block)) return 0;
-    return storeWord(layout, layout.sumAt, checksum(layout, block)) && done ? 1 : 0;
+    done &= storeWord(layout, layout.sumAt, checksum(layout, block));
+    return done ? 1 : 0;
 }
 
 }  // namespace

@@ -83,6 +83,7 @@ TEST(SerialPort, HandsOverWhatComesInInTheClientsBuffers)
     Bench bench(2);
     const SerialPortDescriptor d = descriptor();
     bench.in([&] { HALI_subscribeSerialPort(d); });
+    EXPECT_EQ(bench.bus.serialSettings, (std::vector<std::pair<u32, u32>>{{0x1000, 9600}, {0x1005, 'N'}}));
     bench.bus.received = std::string(300, 'x');
     EXPECT_NE(bench.system.raise(70), 0);
     EXPECT_EQ(received, std::string(300, 'x'));

@@ -86,9 +86,9 @@ TEST(Wander, AStepThatWasQueuedBeforeAStopDoesNothing)
         orderWander(1, 10, 1000);
         ose::delay(12'600);               // the step is in the queue, its timer has run out
         orderWander(0);
+        EXPECT_EQ(wanderState().timerRuns, 0u);
         EXPECT_EQ(serve(60'000), 1u);
         EXPECT_EQ(tuHwIf_wanderOffset(), 0.0);
-        EXPECT_EQ(wanderState().timerRuns, 0u);
         orderWander(1, 10, 1000);
         EXPECT_EQ(serve(12'600), 1u);
     });

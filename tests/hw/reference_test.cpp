@@ -30,6 +30,10 @@ TEST(Registers, ThatAreNotMappedReadZeroAndTakeNothing)
                                  HALI_readOcxoSerial(serial, version, maker)})
             EXPECT_EQ(result, 1);
         EXPECT_EQ(text[0] + serial[0] + version + maker, 0);
+        using namespace hwif;
+        EXPECT_FALSE(tuHwIf_adjustSfc({1, 2, 3}) || tuHwIf_adjustExtSfc(1) || tuHwIf_loadSfc()
+                     || tuHwIf_writeMultiplicator() || tuHwIf_writeExternalPllIC()
+                     || readAndCheckMultiplicator());
         tuHwIf_writeNominalDivisor(5);
         tuHwIf_writeDeltaSigmaK(5);
         tuHwIf_enableDeltaSigma();

@@ -106,7 +106,7 @@ void follow()
 auto stateOf(const PtpClock& c)
 {
     return std::tuple(c.parent.parentPortIdentity, c.stepsRemoved, c.logSyncInterval,
-                      c.logMinDelayReqInterval, c.syncStamps.occupancy, c.delay.stamps.occupancy);
+                      c.logMinDelayReqInterval, c.syncStamps.occupancy, c.delay.stamps.occupancy, c.used);
 }
 
 TEST(PtpBadMessage, LeavesAClockFollowing)
@@ -156,6 +156,8 @@ TEST(PtpBadMessage, LeavesAClockFollowing)
             EXPECT_EQ(ptpClockOf(0)->portState, u32{SLAVE});
             goodSync(++sequence);
             EXPECT_EQ(ptpSeen().exchanges.size(), before + 1);
+            for (const u8 type : {PTP_SYNC, PTP_FOLLOW_UP})
+                EXPECT_EQ(ptpClockOf(0)->used[type], std::get<6>(was)[type] + 1);
         }
         // One octet short is told, at the limit a message is taken.
         for (const auto& [type, limit] : {std::pair{ptp::SYNC, 44}, std::pair{ptp::FOLLOW_UP, 44},

@@ -180,6 +180,7 @@ TEST(Syncref, ADriverThatIsGoneIsNotWaitedFor)
         create(pktRef(2, 5, 3, 4), 1);
         syncrefSeen().driver = 0;
     });
+    EXPECT_EQ(b.traced("-message socket for"), 0u);
     b.step([] {
         give(deleteReq(1, 4));
         EXPECT_EQ(events(), (Events{{DELETE_CLOCK, 0},

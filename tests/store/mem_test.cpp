@@ -70,7 +70,7 @@ TEST(MemNegotiation, EachAnswerLetsTheStartGoOn)
         {"rejects", [](N& n) { n.msi().setAnswer(Answer::Reject); }, 0, 0.5, "by MSI proxy, reason=17", 0},
         {"suspended", [](N& n) { n.msi().setAnswer(Answer::Suspend); }, 0, 0.5, "by MSI proxy, reason=18", 0},
         {"isn't there", [](N& n) { n.msi().die(); }, 0, 0.5, "Unable to obtain contact to MSI proxy", 0},
-        {"busy for three attempts", [](N& n) { n.msi().setAnswer(Answer::Busy); }, 0.39, 0.9,
+        {"busy for three attempts", [](N& n) { n.msi().setAnswer(Answer::Busy); }, 0.39, 0.55,
          "Protocol Negotiation failed with MSI proxy, reason=4", 0},
         {"busy for two attempts",
          [](N& n) {
@@ -101,6 +101,10 @@ TEST(MemNegotiation, EachAnswerLetsTheStartGoOn)
         EXPECT_EQ(u.node.mainProcessor().received(KVD_TUIIF_INITIATE_SERVICE_REQ), 1u);
         for (const u32 client : {3u, 4u})
             EXPECT_EQ(u.node.inProgram([&] { return KvdLoz6TuMem_ready(client); }), c.ready);
+        if (c.end_s < 40) continue;
+        // A regulator that has begun without the region's offset writes its own.
+        u8 data[16];
+        EXPECT_EQ(u.node.inProgram([&] { return KvdLoz6TuMem_read(3, data, sizeof data); }), 1);
     }
 }
 
@@ -125,6 +129,8 @@ TEST(MemContent, OutlivesProgramAndBoardButNotPowerOrAWipe)
         b.withRegions([&] {
             for (const ClientCase& k : clients()) EXPECT_EQ(readBack(k), c.good[k.client - 1]) << k.region;
         }, c.clear);
+        for (const char* text : {"gpsOutData (mfnOffset=258, mfn=7)", "sfcGpsOffset=-19 ", "size=40 "})
+            EXPECT_EQ(b.node.traces().has(text), c.good[1] == 1 || (c.clear == 1 && text[0] == 's')) << text;
     }
 }
 
@@ -175,10 +181,13 @@ TEST(MemContent, NothingIsTouchedThatIsntThere)
         EXPECT_EQ(KvdLoz6TuMem_write(4, buffer, 39), 0) << "of another size";
         EXPECT_EQ(KvdLoz6TuMem_write(4, nullptr, 40), 0);
         EXPECT_EQ(KvdLoz6TuMem_read(4, buffer, 41), 0);
+        EXPECT_EQ(KvdLoz6TuMem_read(4, nullptr, 40), 0);
+        EXPECT_EQ(KvdLoz6TuMem_read(5, buffer, 40), 0);
         KvdLoz6TuMem_allocate(5, 0);
     });
     EXPECT_TRUE(b.node.traces().has("Memory alloc rejected by MSI proxy, reason=17"));
-    EXPECT_TRUE(b.node.traces().has("Invalid clientRef=5"));
+    EXPECT_EQ(b.node.traces().count({"Invalid clientRef=5", "", 4}), 1u);
+    EXPECT_EQ(b.node.traces().count({"Invalid clientRef=", "", 4}), 1u);
     EXPECT_EQ(b.bytes("GpsOutMfnOffset"), Bytes(8));
 }
 
