@@ -79,6 +79,10 @@ public:
             digest_.add(s.radioClockState);
             digest_.add(s.refState);
         });
+        unit.node().mainProcessor().onRecord([this](const sim::MpRecord& r) {
+            if (r.sigNo != KVD_TUIIF_GPS_STATUS_IND) return;
+            if (const auto ind = r.as<KvdTuiifGpsStatusInd>()) gpsTold_ = ind->gpsStatus;
+        });
         unit.node().onProgramStart([this](u32) {
             watch_.forgetTold();
             may_.halting = boardFaults_ > 0;
@@ -141,7 +145,7 @@ private:
         m.freqError_ppb = node.board().frequencyError() * 1e9;
         const auto ahead_s = unit_.counterAgainstGps_s();
         m.gpsError_ns = ahead_s ? *ahead_s * 1e9 : std::numeric_limits<double>::quiet_NaN();
-        if (!mp.connected()) connectedSince_s_ = t;
+        if (!mp.connected()) connectedSince_s_ = t, gpsTold_ = 0;
         constexpr double SETTLED_s = 15.0;
         m.connected = t - connectedSince_s_ > SETTLED_s;
         m.quiet_s = t - disturbed_s_;
@@ -227,6 +231,8 @@ private:
             if ((may_.slave && mp.suitsRole(r)) || r.refType == GPSOSL_REF) m.isWatched = mp.supervises(r);
         for (const sim::MpReference& r : spec_.node.mainProcessor.references)
             if (mp.suitsRole(r) && r.supervise && !mp.usable(r)) m.unusable += " " + r.name;
+        for (const sim::MpReference& r : spec_.node.mainProcessor.references)
+            if (r.refType == GPS_REF && mp.supervises(r) && gpsTold_ == 0) m.untold = r.name;
         for (const char* const name : PROCESSES) {
             const bool isThere = unit_.node().system().find(name) != 0;
             if (!isThere && had_.contains(name)) m.missing += std::string(" ") + name;
@@ -278,7 +284,7 @@ private:
     int boardFaults_ = 0;
     bool unlocked_ = false;
     double unlockedUntil_s_ = -1e9;
-    u8 told_ = 7;
+    u8 told_ = 7, gpsTold_ = 0;
     u32 connection_ = 0;
     double connectedSince_s_ = 0, aliveAt_s_ = 0;
     u32 packets_ = 0;

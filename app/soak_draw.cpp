@@ -144,7 +144,7 @@ double Plan::source(const Drawn& u, double at_s)
 {
     // Not a stuck 1PPS: the unit can't tell it from a quiet one until its estimate has aged.
     constexpr const char* OF_RECEIVER[] = {"antenna_open", "antenna_short", "jamming", "status_nok",
-                                           "no_gpgsv", "no_pps", "silence", "garbled"};
+                                           "no_gpgsv", "no_pps", "silence", "garbled", "faulty"};
     constexpr const char* OF_TIME_SOURCE[] = {"wrong_checksum", "garbled", "silence", "no_info",
                                               "no_state",       "late",    "no_pps"};
     const double lasts = lasting(at_s, 5.0, 7200.0);
@@ -232,6 +232,7 @@ double Plan::link(double at_s)
 {
     if ((linkType_ == "idl1" || linkType_ == "idl2") && below(3) == 0) return turn(at_s);
     const std::string name = format("link = \"%s\"\n", oneOf(links_).c_str());
+    if (linkType_ == "idl2" && below(3) == 0) return unstable(at_s, name);
     const unsigned times = below(3) == 0 ? 1 + below(5) : 1;
     double took = 0;
     for (unsigned i = 0; i < times; ++i) {
@@ -241,6 +242,24 @@ double Plan::link(double at_s)
         took += lasts + between(1.0, 60.0);
     }
     return took;
+}
+
+/// Its delays are unstable or noisy, for a moment or so long that the hardware is given back, to somebody who
+/// doesn't always hear of it.
+double Plan::unstable(double at_s, const std::string& name)
+{
+    constexpr const char* FAULTS[] = {"unstable_from", "unstable_to", "jitter"};
+    const std::string fault = name + format("fault = \"%s\"\n", oneOf(FAULTS));
+    const double lasts = lasting(at_s, 0.5, 20.0);
+    const bool isMute = below(3) == 0;
+    const auto bira = [&](double t, const char* deed) {
+        for (const Drawn& u : units_) add(u, t, "node.service", "service = \"bira\"\n" + does(deed));
+    };
+    if (isMute) bira(at_s - 1, "mute");
+    addOfLink(at_s, "link.fault", fault + "amount = 200.0\n");
+    addOfLink(at_s + lasts, "link.fault", fault + "on = false\n");
+    if (isMute) bira(at_s + lasts + 1, "speak");
+    return lasts + 1;
 }
 
 /// The first slave becomes master, and slave again; either hears of it first.
@@ -272,9 +291,19 @@ double Plan::radio(const Drawn& u, double at_s)
 {
     constexpr const char* ORDERS[] = {"mp.socpri_scan", "mp.socpri_select", "mp.socpri_deselect",
                                       "mp.socpri_align", "mp.socpri_coarse_time"};
-    switch (below(4)) {
-    case 0: add(u, at_s, "mp.socpri_holdover"); break;
+    switch (below(5)) {
+    case 0: {                                            // and something else within its five minutes
+        add(u, at_s, "mp.socpri_holdover");
+        const double then_s = at_s + lasting(at_s, 1.0, 200.0);
+        if (below(2) == 0) add(u, then_s, oneOf(ORDERS), "port = 1\n");
+        else               serviceFails(u, then_s, "inrsi", lasting(then_s, 0.5, 30.0));
+        return then_s - at_s + 30.0;
+    }
     case 1:
+        add(u, at_s, "mp.select_none");
+        add(u, at_s + 10.0, "mp.selects_itself");
+        break;
+    case 2:
         add(u, at_s, "mp.socpri_stop");
         add(u, at_s + 30.0, "mp.socpri_start");
         break;
@@ -445,17 +474,22 @@ double Plan::service(const Drawn& u, double at_s)
 {
     constexpr const char* OF_EACH[] = {"temi", "pri", "msi", "phy", "pm_agent"};
     const std::string which = u.services.empty() || below(2) == 0 ? oneOf(OF_EACH) : oneOf(u.services);
-    const std::string name = format("service = \"%s\"\n", which.c_str());
     const double lasts = lasting(at_s, 0.5, 900.0);
-    const auto& fails = SERVICE_FAILS[below(3)];
     switch (below(4)) {                                  // most of what it is asked is asked at a start
     case 0: break;
     case 1: add(u, at_s + 0.2, "unit.restart", format("type = %u\ngap = \"1s\"\n", below(6))); break;
     default: add(u, at_s + 0.2, "mp.restart", "gone = \"1s\"\n"); break;
     }
+    serviceFails(u, at_s, which, lasts);
+    return lasts;
+}
+
+void Plan::serviceFails(const Drawn& u, double at_s, const std::string& which, double lasts)
+{
+    const std::string name = format("service = \"%s\"\n", which.c_str());
+    const auto& fails = SERVICE_FAILS[below(3)];
     add(u, at_s, "node.service", name + does(fails[0]));
     add(u, at_s + lasts, "node.service", name + does(fails[1]));
-    return lasts;
 }
 
 /// It leaves its limits for a while, by a step or slowly.

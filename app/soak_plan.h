@@ -72,9 +72,11 @@ private:
     double network(const Drawn& u, double at_s);
     double radio(const Drawn& u, double at_s);
     double link(double at_s);
+    double unstable(double at_s, const std::string& name);
     double turn(double at_s);
     void takesRole(const Drawn& u, double at_s, const char* role);
     double service(const Drawn& u, double at_s);
+    void serviceFails(const Drawn& u, double at_s, const std::string& which, double lasts);
     double oven(const Drawn& u, double at_s);
     double packets(const Drawn& u, double at_s);
     void standby(const Drawn& u, double at_s, double lasts);

@@ -28,6 +28,11 @@ bool isLocked(u8 clock)
     return clock == KVD_TUIIF_FREQUENCY_LOCKED || clock == KVD_TUIIF_TIME_OFFSET_LOCKED
            || clock == KVD_TUIIF_RNT_TIME_LOCKED;
 }
+bool isHoldover(u8 clock)
+{
+    return clock == KVD_TUIIF_FREQUENCY_HOLDOVER || clock == KVD_TUIIF_TIME_OFFSET_HOLDOVER
+           || clock == KVD_TUIIF_RNT_TIME_HOLDOVER;
+}
 bool hasTime(u8 clock)
 {
     return clock >= KVD_TUIIF_TIME_OFFSET_LOCKED && clock <= KVD_TUIIF_RNT_TIME_HOLDOVER;
@@ -74,13 +79,15 @@ void SoakWatch::look(const Moment& m, const Licence& may, std::vector<Violation>
     if (!any_ || m.starts != before_.starts || m.runs != before_.runs) {
         started_s_ = m.t;
         stateSince_s_ = sampledAt_s_ = m.t;
-        toldWrongSince_s_ = selectedWrongSince_s_ = modelWrongSince_s_ = loopHoldsSince_s_ = framesSince_s_ =
-            -1;
+        toldWrongSince_s_ = selectedWrongSince_s_ = modelWrongSince_s_ = -1;
+        loopHoldsSince_s_ = framesSince_s_ = untoldSince_s_ = -1;
         poolOfFirstHour_ = 0;
     } else if (m.runs) {
         lookAtSteps(m, may);
         lookAtClock(m, may);
         lookAtErrors(m, may);
+        lookAtFrequency(m, may);
+        lookAtReceiver(m, may);
         lookAtSamples(m, may);
         lookAtMemory(m);
         lookAtModel(m, may);
@@ -158,6 +165,28 @@ void SoakWatch::lookAtErrors(const Moment& m, const Licence& may)
         fail(m, "locked to its leader's frames, and " + std::to_string(m.followError_ns) + " ns off");
 }
 
+/// What steers without a reference goes on from where the loop or the filter had it.
+void SoakWatch::lookAtFrequency(const Moment& m, const Licence& may)
+{
+    constexpr double STEP_ppb = 5.0, RETURNED_s = 30.0;
+    const bool isHeld = m.selected == NO_REFERENCE && before_.selected == NO_REFERENCE
+                        && m.clock == before_.clock && isHoldover(m.clock);
+    if (!isHeld || may.idle || may.slave || m.t - started_s_ < RETURNED_s) return;
+    const double step = m.freqError_ppb - before_.freqError_ppb;
+    if (std::fabs(step) > STEP_ppb)
+        fail(m, "the frequency stepped by " + std::to_string(step) + " ppb in holdover");
+}
+
+/// The alarm of one that starts is held back for half a minute, and its kind isn't known at once.
+void SoakWatch::lookAtReceiver(const Moment& m, const Licence& may)
+{
+    constexpr double KNOWN_s = 300.0;
+    if (m.untold.empty() || !m.connected || may.refused || may.halting) untoldSince_s_ = -1;
+    else if (untoldSince_s_ < 0)                                        untoldSince_s_ = m.t;
+    else if (m.t - untoldSince_s_ > KNOWN_s)
+        fail(m, "nothing is told of the receiver since " + std::to_string(untoldSince_s_) + " s:" + m.untold);
+}
+
 /// The temperature alone gives one each 2.1 s.
 void SoakWatch::lookAtSamples(const Moment& m, const Licence& may)
 {
@@ -204,14 +233,15 @@ void SoakWatch::lookAtModel(const Moment& m, const Licence& may)
 /// No loop holds over longer than its rule.
 void SoakWatch::lookAtHoldovers(const Moment& m)
 {
-    constexpr double OUTPUT_HELD_s = 300.0, SLAVE_HELD_s = 60.0, SLACK_s = 5.0;
-    const bool isLost = m.selected == NO_REFERENCE ? m.facts.before == GPSOSL_REF
-                                                   : m.selected == GPSOSL_REF && m.leaderGone && m.isWatched;
+    constexpr double OTHERS_HELD_s = 300.0, SLAVE_HELD_s = 60.0, SLACK_s = 5.0;
+    const bool isLost = m.selected == NO_REFERENCE ? m.facts.before == GPSOSL_REF || m.facts.before == SOCPRI_REF
+                        : m.selected == GPSOSL_REF ? m.leaderGone && m.isWatched
+                                                   : m.selected == SOCPRI_REF;
     const bool isHeld = isLost && m.facts.pllState > PLL_Freq_Holdover && m.selected == before_.selected;
     if (!isHeld) loopHoldsSince_s_ = -1;
     else if (loopHoldsSince_s_ < 0) loopHoldsSince_s_ = m.t;
-    else if (m.t - loopHoldsSince_s_ > OUTPUT_HELD_s + SLACK_s)
-        fail(m, "the loop of another unit's output holds over since " + std::to_string(loopHoldsSince_s_)
+    else if (m.t - loopHoldsSince_s_ > OTHERS_HELD_s + SLACK_s)
+        fail(m, "the loop of another unit's time holds over since " + std::to_string(loopHoldsSince_s_)
                     + " s");
 
     const bool isFollowing = m.clock == KVD_TUIIF_SLAVE_FRAME_LOCKED && m.leaderGone && m.connected

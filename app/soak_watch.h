@@ -40,6 +40,7 @@ struct Moment {
     u32 refState = 0, refStateTold = 0;   // usable references by the unit, and as told last
     std::string unusable;              // configured references of its role that it doesn't tell usable
     std::string missing;               // processes that it had when everything was well
+    std::string untold;                // a supervised receiver of which it has said neither good nor bad
     double quiet_s = 0;                // since anything was done to any unit or between them
 };
 
@@ -75,6 +76,8 @@ private:
     void lookAtSteps(const Moment& m, const Licence& may);
     void lookAtClock(const Moment& m, const Licence& may);
     void lookAtErrors(const Moment& m, const Licence& may);
+    void lookAtFrequency(const Moment& m, const Licence& may);
+    void lookAtReceiver(const Moment& m, const Licence& may);
     void lookAtSamples(const Moment& m, const Licence& may);
     void lookAtMemory(const Moment& m);
     void lookAtModel(const Moment& m, const Licence& may);
@@ -90,7 +93,7 @@ private:
     double started_s_ = 0;             // the present run of the program
     double stateSince_s_ = 0, sampledAt_s_ = 0;
     double toldWrongSince_s_ = -1, selectedWrongSince_s_ = -1, modelWrongSince_s_ = -1;
-    double loopHoldsSince_s_ = -1, framesSince_s_ = -1;
+    double loopHoldsSince_s_ = -1, framesSince_s_ = -1, untoldSince_s_ = -1;
     u32 poolOfFirstHour_ = 0;
 };
 

@@ -72,7 +72,6 @@ void MainProcessor::onSignal(Signal* sig, PROCESS from)
     case KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND: onPacketRefSignal(received); break;
     case KVD_TUIIF_PKT_RATE_IND:         onPktRate(received); break;
     case KVD_TUIIF_QUALITY_LEVEL_IND:    onQualityLevel(received); break;
-    case KVD_TUIIF_IDL2_SET_MASTER_SERVER_REQ: onSetMasterServer(received); break;
     default:                             break;
     }
 }
@@ -81,7 +80,6 @@ void MainProcessor::onInitiate(const MpRecord& received)
 {
     unit_ = received.from;
     confirmed_ = false;
-    passesTimeOn_ = false;
     switch (answer()) {
     case Answer::Suspend:
         return sendLayout(KvdTuiifInitiateServiceSus{KVD_TUIIF_INITIATE_SERVICE_SUS, config.signalRevision,
@@ -183,11 +181,6 @@ void MainProcessor::onEtFroid(const MpRecord& received)
 void MainProcessor::onPktRate(const MpRecord& received)
 {
     if (const auto ind = received.as<KvdTuiifPktRateInd>()) node_.ipsync().setRate(ind->pktRate);
-}
-
-void MainProcessor::onSetMasterServer(const MpRecord& received)
-{
-    if (const auto req = received.as<KvdTuiifIdl2SetMasterServerReq>()) passesTimeOn_ = req->masterServer != 0;
 }
 
 void MainProcessor::onQualityLevel(const MpRecord& received)

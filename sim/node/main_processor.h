@@ -111,8 +111,6 @@ public:
     bool usable(const MpReference& reference) const;
     bool suitsRole(const MpReference& reference) const;
     bool supervises(const MpReference& reference) const;
-    /// The unit, a slave that tunes its time, has asked this connection for its master's data.
-    bool passesTimeOn() const { return passesTimeOn_; }
 
     // ---- what the unit said ---------------------------------------------------------------------
     /// The latest of this connection; clock state 7 before the first.
@@ -160,7 +158,6 @@ private:
     void sendPacketRef(SIGSELECT sigNo, const MpPacketRef& ref);
     void onPktRate(const MpRecord& received);
     void onQualityLevel(const MpRecord& received);
-    void onSetMasterServer(const MpRecord& received);
     bool hasUsableLevel(u32 froId) const;
     void record(Signal* sig, PROCESS from);
     void superviseConfigured();
@@ -179,7 +176,6 @@ private:
 
     PROCESS unit_ = 0;
     bool confirmed_ = false;
-    bool passesTimeOn_ = false;
     u32 connections_ = 0;
     MpReference selected_;
     std::vector<MpReference> supervised_;

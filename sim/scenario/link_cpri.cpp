@@ -84,6 +84,10 @@ void CpriLink::onForward(Unit& unit, const MpRecord& record)
 {
     if (&unit == &leader() && record.sigNo == KVD_TUIIF_IDL2_SYNC_REPORT_IND)
         if (const auto report = record.as<KvdTuiifIdl2SyncReportInd>()) report_ = *report;
+    if (record.sigNo == KVD_TUIIF_INITIATE_SERVICE_REQ) endOf(unit).asksForTime = false;
+    if (record.sigNo == KVD_TUIIF_IDL2_SET_MASTER_SERVER_REQ)
+        if (const auto req = record.as<KvdTuiifIdl2SetMasterServerReq>())
+            endOf(unit).asksForTime = req->masterServer != 0;
     if (record.sigNo != KVD_TUIIF_IDL2_TIME_DATA_IND) return;
     if (&unit == &follower()) return onFollower();
     const bool followsItself = std::any_of(others_.begin(), others_.end(),
@@ -112,7 +116,7 @@ void CpriLink::onMaster(const KvdTuiifIdl2TimeDataInd& data, bool direct)
 void CpriLink::onFollower()
 {
     if (!isUp() || newestAt_ < 0 || world_.now() - newestAt_ > MASTER_LASTS) return;
-    if (!follower().node().mainProcessor().passesTimeOn()) return;
+    if (!endOf(follower()).asksForTime) return;
     world_.after(MP_WAY, [this, data = newest_, direct = newestIsDirect_] { carry(data, direct); });
     newest_.jumpPend = 0;
     newest_.jumpInd = 0;

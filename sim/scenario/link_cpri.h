@@ -27,7 +27,9 @@ private:
         LinkFault unstable;
         u16 port;
         IdpiDelay delay = {};                   // as measured last
+        bool asksForTime = false;               // the unit did, of its present main processor
     };
+    End& endOf(const Unit& unit) { return &unit == &atFrom_.near ? atFrom_ : atTo_; }
     std::optional<IdpiDelay> measure(End& end);
     void tellPorts();
     void onForward(Unit& unit, const MpRecord& record);

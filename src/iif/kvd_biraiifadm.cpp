@@ -175,6 +175,7 @@ void onServerDown()
     if (KvdUnit_link().idlMode == KVD_BIRAIIF_IDL_MODE_2 && bira::isSlave()
         && KvdUnit_link().timeTuningOngoing == 0)
         bira::startBasicRestartTimer();
+    bira::takeBackAsMaster();
     huntServer();                     // it may come back
 }
 

@@ -357,6 +357,7 @@ void KvdLoz6BiraIifAdm_togglePersistentFreqLock(u32 value, u8 synchPortNo)
 {
     state().persistentFreqLock = value;
     if (value == 1 && state().biraInitiated != 0) bira::giveUp(false);
+    if (value == 0) bira::takeBackAsMaster();
     sendPersistentLock({true, value, synchPortNo});
 }
 

@@ -57,6 +57,8 @@ void onHandBackTimeout();
 void onSelectIdlTypeCfm();
 /// And lets go of it; the server is told when `tell`.
 void giveUp(bool tell);
+/// The hardware of a master that was ordered to leave it to the server, whose order or life is over.
+void takeBackAsMaster();
 /// A slave's start from its warm data; `expired` is the link indication's data flag.
 void initiateWithSlaveMsi(u32 expired);
 /// "Stop using Slave MSI data.": the region then holds nothing but this clock status.

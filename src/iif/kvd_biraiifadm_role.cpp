@@ -4,6 +4,7 @@
 #include "refs/kvd_idpi.h"
 #include "refs/kvd_slave.h"
 #include "refs/kvd_slave_warm.h"
+#include "reg/kvd_reg.h"
 
 using bira::state;
 
@@ -39,6 +40,14 @@ void giveAsSlave()
 }
 
 }  // namespace
+
+/// No lock of the server's brings a master its hardware.
+void bira::takeBackAsMaster()
+{
+    if (isSlave() || KvdUnit_link().hasHwControl != 0) return;
+    takeAsMaster();
+    KvdLoz6TuReg_startReadTempTimer();
+}
 
 void KvdLoz6BiraIifAdm_roleChanged(u32 isMaster)
 {

@@ -9,6 +9,8 @@
 #include "sig/reg_types.h"
 #include "sig/tuiif_sig.h"
 
+constexpr SIGSELECT KVD_TUIIF_ANSWER_TMO = 0x9C692;   // timer, no data
+
 namespace tuiif {
 
 /// What is known of the clock and the selection; what the status is made of.

@@ -85,7 +85,6 @@ constexpr SIGSELECT KVD_TUIIF_SYNCINFO_CFM                         = 0x9C05B;   
 constexpr SIGSELECT KVD_TUIIF_FREQ_HOLDOVER_TMO_IND                = 0x9C05C;   // timer, no data
 constexpr SIGSELECT KVD_TUIIF_TO_HOLDOVER_TMO_IND                  = 0x9C05D;   // timer, no data
 constexpr SIGSELECT KVD_TUIIF_RNT_HOLDOVER_TMO_IND                 = 0x9C05E;   // timer, no data
-constexpr SIGSELECT KVD_TUIIF_ANSWER_TMO                           = 0x9C692;   // timer, no data
 constexpr SIGSELECT KVD_TUIIF_REGISTER_SYNCH_REF_IND               = 0x9C05F;   // in
 constexpr SIGSELECT KVD_TUIIF_DEREGISTER_SYNCH_REF_IND             = 0x9C060;   // in
 // 0x9C061 to 0x9C081: synchronisation over CPRI, tuiif_socpri_sig.h

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <ranges>
 
 using mem::Region;
 
@@ -58,6 +59,18 @@ void requestRegion(Region& region, u32 clear)
                   result);
 }
 
+/// False for no client.
+bool want(u32 clientRef, u32 clear)
+{
+    bool known = false;
+    for (Region& r : s->region) {
+        if (r.clientRef != clientRef) continue;
+        known = r.wanted = true;
+        r.clear = clear;
+    }
+    return known;
+}
+
 bool isMissing(const Region& r) { return r.wanted && !r.valid; }
 
 /// A service that comes late, or didn't hear, would leave the unit without memory for the rest of its life.
@@ -67,9 +80,10 @@ void askAgainLater()
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "timer of persistent memory refused");
 }
 
+/// The last of the table first: what a slave's start waits for.
 void requestMissing()
 {
-    for (Region& r : s->region)
+    for (Region& r : s->region | std::views::reverse)
         if (isMissing(r)) requestRegion(r, r.clear);
     if (std::ranges::any_of(s->region, isMissing)) askAgainLater();
 }
@@ -87,9 +101,8 @@ void onInitiateServiceCfm(const TarsoMsiInitiateServiceCfm* cfm)
     }
     s->msiState = 1;
     releaseStart();
-    requestMissing();                    // one that serves late was asked for regions before
-    KvdLoz6TuMem_allocate(MEM_SLAVE_WARM, 0);
-    KvdLoz6TuMem_allocate(MEM_REG_NF, 0);
+    for (const u32 clientRef : {MEM_SLAVE_WARM, MEM_REG_NF}) want(clientRef, 0);
+    requestMissing();                    // a service that comes late was asked for others before
 }
 
 void onInitiateServiceRej(const TarsoMsiRej* rej)
@@ -252,18 +265,17 @@ int KvdLoz6TuMem_dispatch(Signal* sig)
 
 void KvdLoz6TuMem_allocate(u32 clientRef, u32 clear)
 {
-    const bool isPossible = s->msiState == 1;
-    if (!isPossible) KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Memory allocation is not possible");
-    bool known = false;
-    for (Region& r : s->region) {
-        if (r.clientRef != clientRef) continue;
-        known = true;
-        r.wanted = true;
-        r.clear = clear;
-        if (isPossible) requestRegion(r, clear);
+    if (!want(clientRef, clear)) {
+        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Invalid clientRef=%u", clientRef);
+        return;
     }
-    if (known) askAgainLater();
-    else       KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Invalid clientRef=%u", clientRef);
+    askAgainLater();
+    if (s->msiState != 1) {
+        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Memory allocation is not possible");
+        return;
+    }
+    for (Region& r : s->region)
+        if (r.clientRef == clientRef) requestRegion(r, clear);
 }
 
 int KvdLoz6TuMem_ready(u32 clientRef)
