@@ -51,23 +51,12 @@ constexpr auto tie(T& record)
     BOOST_PP_REPEAT_FROM_TO(1, 61, TIE, _)
 }
 
-template <typename T>
-struct Holder {
-    T value;
-};
-template <typename T>
-constexpr Holder<T> NOWHERE{};
-template <typename P>
-struct At {
-    P member;
-};  // a pointer into an object, as clang takes it for an argument
-template <typename P>
-At(P) -> At<P>;
-template <auto Member>
-consteval std::string_view pretty()
-{
-    return __PRETTY_FUNCTION__;
-}
+template <typename T> struct Holder { T value; };
+template <typename T> constexpr Holder<T> NOWHERE{};
+/// A pointer into an object, as clang takes it for an argument.
+template <typename P> struct At { P member; };
+template <typename P> At(P) -> At<P>;
+template <auto Member> consteval std::string_view pretty() { return __PRETTY_FUNCTION__; }
 /// The name of a member, from "... = At<...>{(& NOWHERE<T>.Holder<T>::value.T::froId)}; ..." or, of clang,
 /// "... = {&NOWHERE.value.froId}]".
 template <typename T, std::size_t I>
