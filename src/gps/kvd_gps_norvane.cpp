@@ -296,10 +296,12 @@ void KvdLoz6TuGps_clearNorvane()
 
 void KvdLoz6TuGps_resetVersion()
 {
+    constexpr char UNKNOWN[] = "Unknown";
+    static_assert(sizeof UNKNOWN <= GPVER_TEXT);
     for (char* text :
          {s->said.productDesignation, s->said.productNo, s->said.productRev, s->said.additionalInformation}) {
         std::memset(text, 0, GPVER_TEXT);
-        std::strcpy(text, "Unknown");
+        std::memcpy(text, UNKNOWN, sizeof UNKNOWN);
     }
 }
 

@@ -349,8 +349,7 @@ void KvdLoz6GpsOut_printInfo()
     shellPrintf("   gpsTime Locked         : %u\n", s->gpsTimeLocked);
     shellPrintf("   PP1S Aligned           : %u\n", s->pp1sAligned);
     shellPrintf("   board delay            : %u ns\n", s->boardDelay_ns);
-    shellPrintf("   send queue, driver busy: %u bytes, %u\n", static_cast<u32>(s->sendQueue.size()),
-                s->driverBusy);
+    shellPrintf("   send queue, driver busy: %u bytes, %u\n", s->sendQueue.size(), s->driverBusy);
     shellPrintf("   numberOfBytesRecevied  : %u\n",
                 KvdLoz6TuGps_serialCounters(GPS_LINE_OUTPUT).numberOfBytesRec);
     shellPrintf("   numberOfBytesSent      : %u\n", c.numberOfBytesSent);

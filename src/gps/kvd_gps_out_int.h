@@ -8,8 +8,9 @@
 #include "ose/ose.h"
 #include "sig/gps_sig.h"
 
+#include <algorithm>
 #include <array>
-#include <string>
+#include <string_view>
 
 namespace gpsout {
 
@@ -45,6 +46,26 @@ struct Counters {
         numberOfCmccTodStateMsg = 0, numberOfHwInterrupts = 0;
 };
 
+/// Characters in a room of its own: no heap where something goes out each second.
+template <u32 ROOM>
+class Text {
+public:
+    operator std::string_view() const { return {text_.data(), size_}; }
+    u32  size() const { return size_; }
+    bool fits(std::string_view more) const { return size_ + more.size() <= ROOM; }
+    void append(std::string_view more)               // which fits
+    {
+        std::copy(more.begin(), more.end(), text_.begin() + size_);
+        size_ += static_cast<u32>(more.size());
+    }
+    void clear() { size_ = 0; }                      // the characters stay until the next ones
+
+private:
+    std::array<char, ROOM> text_{};
+    u32 size_ = 0;
+};
+using Sentence = Text<128>;
+
 struct State {
     u32 gpsOutState = OUT_UN_INIT;
     u32 gpsOutDriver = DRIVER_NONE;
@@ -55,7 +76,7 @@ struct State {
     u32 dropped = 0;                                  // fell back, until it locks again
     MasterData master;                                // a master keeps its own regState here
     u16 boardDelay_ns = 40;                           // from the counter to the connector
-    std::string sendQueue;
+    Text<SEND_QUEUE_MAX> sendQueue;
     u32 driverBusy = 0;
     KvdTimer gppprTimer, gpggaTimer, cmccTimeTimer, cmccStateTimer, simIntTmoRef, graceTimer, gpoutTimer;
     Counters counters;
@@ -85,10 +106,10 @@ void restartGpgga();
 void cancelSentences();
 
 // ---- kvd_gps_out_sentence.cpp ----
-/// Framed, "" when it is longer than the receiving end takes.
-std::string gppprSentence(u32 tow, u32 week, u32 gpsOutState);
-std::string gpoutSentence(u8 radioClockState, bool jump, u8 gnssTimePresent, bool isSlave);
-std::string gpggaSentence();
+/// Framed, empty when it is longer than the receiving end takes.
+Sentence gppprSentence(u32 tow, u32 week, u32 gpsOutState);
+Sentence gpoutSentence(u8 radioClockState, bool jump, u8 gnssTimePresent, bool isSlave);
+Sentence gpggaSentence();
 u8 gppprStatus(u32 gpsOutState);                      // 0 locked, 1 free running, 3 not aligned
 u8 remoteStateOf(u8 radioClockState);
 /// 1 satellites or a time input behind it, 2 packets, 0 none; `shown` of a master's client view.
@@ -98,7 +119,7 @@ std::array<u8, CMCC_FRAME> cmccStateFrame();
 
 // ---- kvd_gps_out_writer.cpp ----
 /// A sentence goes now, or waits for the driver behind what waits.
-void write(const std::string& sentence);
+void write(std::string_view sentence);
 void writeFrame(const std::array<u8, CMCC_FRAME>& frame);
 /// Expiry of the 20 ms timer that kicks the driver on.
 void onSimInterrupt();

@@ -105,7 +105,7 @@ void onInterrupt()
 
 // ---- what goes out ------------------------------------------------------------------------------
 
-void say(const std::string& sentence, u32& count)
+void say(std::string_view sentence, u32& count)
 {
     if (sentence.empty()) return;
     ++count;

@@ -16,14 +16,15 @@ namespace {
 constexpr const char* ADDRESS = "PNVX";
 constexpr u32 GPPPR_MAX = 44, GPOUT_MAX = 27, GPGGA_MAX = 83;   // characters of a framed sentence
 
-std::string framed(const char* body, u32 longest, const char* name)
+gpsout::Sentence framed(const char* body, u32 longest, const char* name)
 {
-    char sentence[128];
-    const u32 length = KvdLoz6TuGps_frameSentence(sentence, sizeof sentence, body, NMEA_CHECKSUM);
-    if (length == 0 || length > longest) {
+    gpsout::Sentence sentence;
+    char text[128];
+    const u32 length = KvdLoz6TuGps_frameSentence(text, sizeof text, body, NMEA_CHECKSUM);
+    if (length == 0 || length > longest)
         KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "%s message is invalid. Message not sent.", name);
-        return "";
-    }
+    else
+        sentence.append(text);
     return sentence;
 }
 
@@ -55,7 +56,7 @@ u8 gppprStatus(u32 gpsOutState)
     }
 }
 
-std::string gppprSentence(u32 tow, u32 week, u32 gpsOutState)
+Sentence gppprSentence(u32 tow, u32 week, u32 gpsOutState)
 {
     char body[80];
     std::snprintf(body, sizeof body, "%s,GPppr,%06u,%05u,%05u,%02u,%01u,%01u", ADDRESS, tow, week & 0xFFFF,
@@ -80,7 +81,7 @@ u8 gnssTimePresent(u32 selectedRef, bool isMaster, u8 shown)
     return selectedRef == PACKET_TIME_REF || (isMaster && shown == PACKET_TIME_REF) ? 2 : 0;
 }
 
-std::string gpoutSentence(u8 radioClockState, bool jump, u8 gnssTime, bool isSlave)
+Sentence gpoutSentence(u8 radioClockState, bool jump, u8 gnssTime, bool isSlave)
 {
     constexpr u32 GNSS_DATA_PRESENT = 0;
     char body[64];
@@ -90,7 +91,7 @@ std::string gpoutSentence(u8 radioClockState, bool jump, u8 gnssTime, bool isSla
     return framed(body, GPOUT_MAX, "GPout");
 }
 
-std::string gpggaSentence()
+Sentence gpggaSentence()
 {
     char body[96];
     std::snprintf(body, sizeof body, "GPGGA%s%s%s,%u,%02u,%05u,%08.1f,%c,%06.1f,%c", ",000000",

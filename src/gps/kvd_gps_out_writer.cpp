@@ -26,14 +26,16 @@ bool send(const u8* bytes, u32 count)
     return false;
 }
 
-/// What waits goes first, unless it doesn't fit with what has come.
-std::string takeQueue(const std::string& sentence)
+/// What waits goes first, unless it doesn't fit with what has come. The queue is empty then; its characters
+/// are there for as long as nobody adds any.
+std::string_view takeQueue(std::string_view sentence)
 {
-    std::string text = sentence;
-    std::string& queue = state().sendQueue;
-    if (queue.empty()) return text;
-    if (queue.size() + sentence.size() <= gpsout::SEND_QUEUE_MAX) {
-        text = queue + sentence;
+    auto& queue = state().sendQueue;
+    if (queue.size() == 0) return sentence;
+    std::string_view text = sentence;
+    if (queue.fits(sentence)) {
+        queue.append(sentence);
+        text = queue;
         KVD_TRACE(TRACE_TUGPS_OUT, TRACE_3, "Added sendToGpsBuffer to send string");
     } else {
         KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO,
@@ -43,9 +45,9 @@ std::string takeQueue(const std::string& sentence)
     return text;
 }
 
-void writeNow(const std::string& sentence)
+void writeNow(std::string_view sentence)
 {
-    const std::string text = takeQueue(sentence);
+    const std::string_view text = takeQueue(sentence);
     if (state().gpsOutState == gpsout::OUT_UN_INIT) {
         KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "Driver is not ready for receiving");
         return;
@@ -58,15 +60,16 @@ void writeNow(const std::string& sentence)
 
 }  // namespace
 
-void gpsout::write(const std::string& sentence)
+void gpsout::write(std::string_view sentence)
 {
     if (state().driverBusy == 0) return writeNow(sentence);
-    if (state().sendQueue.size() + sentence.size() > SEND_QUEUE_MAX) {
+    if (!state().sendQueue.fits(sentence)) {
         KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "Not enough space left in send to GPS buffer");
         return;
     }
-    state().sendQueue += sentence;
-    KVD_TRACE(TRACE_TUGPS_OUT, TRACE_3, "Add to send queue: %s", sentence.c_str());
+    state().sendQueue.append(sentence);
+    KVD_TRACE(TRACE_TUGPS_OUT, TRACE_3, "Add to send queue: %.*s", static_cast<int>(sentence.size()),
+              sentence.data());
 }
 
 void gpsout::writeFrame(const std::array<u8, CMCC_FRAME>& frame)
@@ -87,7 +90,7 @@ void gpsout::onSimInterrupt()
     if (state().driverBusy != 0) {
         startSimInterrupt();
         --state().driverBusy;
-    } else if (!state().sendQueue.empty()) {
+    } else if (state().sendQueue.size() != 0) {
         writeNow("");
     }
 }

@@ -30,7 +30,8 @@ TEST(OperatorsCommands, AnswerWithTheirResult)
              {"kvdinfo tumgr", 0}, {"kvdinfo nonsense", 20}, {"kvdhist all all", 20}, {"genwander", 0},
              {"genwander 0 100", 20}, {"kvdconfigtimeacc set 1000", 20}, {"kvdholdoverthr to 0", 20},
              {"kvdremovetime", 10}, {"kvdpdvthr ntp 0", 20}, {"socpritogreg", 0},
-             {"socpritogreg on off", 20}})
+             {"socpritogreg on off", 20}, {"socpritogreg x", 20}, {"kvdholdoverthr x 1", 20},
+             {"kvdprodtest mokatestmux", 20}, {"kvdprodtest x enable", 0}, {"kvdsetfastlock x", 0}})
         EXPECT_EQ(op.type(line), result) << line;
     EXPECT_EQ(op.type("kvdinfo all"), 0);
     EXPECT_THAT(op.text, HasSubstr("tumgr_proc related data"));

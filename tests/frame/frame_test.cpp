@@ -124,6 +124,8 @@ TEST(Manager, AnswersSynchronisationInfoToWhoeverAsked)
     EXPECT_TRUE(unit.traced("Unexpected syncinfo option received"));
     EXPECT_THAT(syncInfo(unit, 3, 78, size),
                 testing::HasSubstr("Switches between references and phase offset difference beween them"));
+    EXPECT_EQ(syncInfo(unit, 2, 80, size), "\n***** Reference PDV measurements *****\n");
+    EXPECT_EQ(syncInfo(unit, 4, 81, size), "***** History of grandmasters *****\n");
     const std::string all = syncInfo(unit, 1, 79, size);
     EXPECT_THAT(all, testing::HasSubstr("Switches between references"));
     EXPECT_TRUE(all.ends_with("\n\n"));

@@ -51,7 +51,7 @@ void checkRegulatorChange(const Value& in, const Value& out)
     EXPECT_EQ(state().gpsOutState, (out["event"].is_null() ? in["state"] : out["event"]).get<u32>());
 }
 
-void expectSentence(const Value& out, const std::string& got)
+void expectSentence(const Value& out, std::string_view got)
 {
     EXPECT_EQ(out["sentence"].is_null() ? std::string() : out["sentence"].get<std::string>(), got);
 }

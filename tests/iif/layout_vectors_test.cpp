@@ -53,7 +53,8 @@ constexpr auto tie(T& record)
 
 template <typename T> struct Holder { T value; };
 template <typename T> constexpr Holder<T> NOWHERE{};
-template <typename P> struct At { P member; };     // a pointer into an object, as clang takes it for an argument
+/// A pointer into an object, as clang takes it for an argument.
+template <typename P> struct At { P member; };
 template <typename P> At(P) -> At<P>;
 template <auto Member> consteval std::string_view pretty() { return __PRETTY_FUNCTION__; }
 /// The name of a member, from "... = At<...>{(& NOWHERE<T>.Holder<T>::value.T::froId)}; ..." or, of clang,
