@@ -19,6 +19,7 @@
 #include "ose/module_data.h"
 #include "unit/kvd_unit_process.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -30,11 +31,6 @@ ose::ModuleData<gps::State> s;
 
 // ---- attributes ---------------------------------------------------------------------------------
 
-TuiifCoordinate coordinateOf(const GpsCoordinate& from)
-{
-    return {from.deg, from.min, from.fractMin, from.dir, 0};
-}
-
 u16 compensationDelay_ns() { return static_cast<u16>(std::lround(state().gpsCompensationDelay * 1e9)); }
 
 void sendAttributes(u32 froId)
@@ -45,11 +41,12 @@ void sendAttributes(u32 froId)
     cfm->satellitesInView = KvdLoz6TuGps_noOfSatellitesInView();
     const auto& best = KvdLoz6TuGps_bestSatellites();
     static_assert(TUIIF_SATELLITES == GPS_BEST_SATELLITES);
-    for (u32 i = 0; i < TUIIF_SATELLITES; ++i)
-        cfm->satellite[i] = {best[i].SVno, best[i].elevation, best[i].azimuth, best[i].SNR, best[i].spare};
+    std::transform(best.begin(), best.end(), cfm->satellite, [](const GpsSatellite& sat) {
+        return TuiifSatellite{sat.SVno, sat.elevation, sat.azimuth, sat.SNR, sat.spare};
+    });
     const GpsPosition& position = KvdLoz6TuGps_shownPosition();
-    cfm->latitude = coordinateOf(position.latitude);
-    cfm->longitude = coordinateOf(position.longitude);
+    cfm->latitude = gps::coordinateOf(position.latitude);
+    cfm->longitude = gps::coordinateOf(position.longitude);
     std::memcpy(cfm->altitude, &position.altitude, sizeof cfm->altitude);
     const GpsDop& dop = KvdLoz6TuGps_dop();
     std::memcpy(cfm->hdop, &dop.HDOP, sizeof cfm->hdop);
@@ -209,10 +206,7 @@ void KvdLoz6TuGps_serverGone()
     gps::forgetFixedPosition();
 }
 
-void KvdLoz6TuGps_closePort()
-{
-    if (KvdLoz6TuGps_gpsState() != GPS_UN_INIT) KvdLoz6TuGps_closeSerial();
-}
+void KvdLoz6TuGps_closePort() { KvdLoz6TuGps_closeSerial(); }
 
 u8   KvdLoz6TuGps_tuGpsRefType() { return s->tuGpsRefType; }
 void KvdLoz6TuGps_setTuGpsRefType(u8 refType) { s->tuGpsRefType = refType; }

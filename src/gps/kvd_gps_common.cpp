@@ -8,6 +8,7 @@
 #include "gps/kvd_gps_trimble.h"
 #include "ose/module_data.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <string_view>
@@ -20,7 +21,6 @@ struct State {
 ose::ModuleData<State> s;
 
 constexpr u32 ADDRESS_MAX = 7;
-constexpr u32 STANDARD_ADDRESS_MAX = 5;
 constexpr u32 PROPRIETARY_ADDRESS = 4;
 constexpr u32 PROPRIETARY_TYPE_MAX = 5;
 
@@ -30,11 +30,13 @@ struct Row {
     int (*parse)(const char* sentence);
 };
 
-constexpr Row STANDARD[] = {
+constexpr Row BY_ADDRESS[] = {
     {"GPGGA", {GPS_CLASS_POSITION, GPS_KIND_GPGGA}, KvdLoz6TuGps_parseGPGGA},
     {"GPGSA", {GPS_CLASS_SATELLITES, GPS_KIND_GPGSA}, KvdLoz6TuGps_parseGPGSA},
     {"GPGSV", {GPS_CLASS_SATELLITES, GPS_KIND_GPGSV}, KvdLoz6TuGps_parseGPGSV},
     {"GLGSV", {GPS_CLASS_SATELLITES, GPS_KIND_GLGSV}, KvdLoz6TuGps_parseGLGSV},
+    {"PTNLRBA", {GPS_CLASS_ANTENNA, GPS_KIND_PTNLRBA}, KvdLoz6TuGps_parsePTNLRBA},
+    {"PTNLRVR", {GPS_CLASS_MODULE, GPS_KIND_PTNLRVR}, KvdLoz6TuGps_parsePTNLRVR},
 };
 // By sentence type, behind any address of four characters that begins with "P".
 constexpr Row PROPRIETARY[] = {
@@ -45,10 +47,6 @@ constexpr Row PROPRIETARY[] = {
     {"GPavp", {GPS_CLASS_POSITION, GPS_KIND_GPAVP}, KvdLoz6TuGps_parsePxxxGPavp},
     {"GPver", {GPS_CLASS_RECEIVER, GPS_KIND_GPVER}, KvdLoz6TuGps_parsePxxxGPver},
     {"GPout", {GPS_CLASS_RECEIVER, GPS_KIND_GPOUT}, KvdLoz6TuGps_parsePxxxGPout},
-};
-constexpr Row MODULE[] = {
-    {"PTNLRBA", {GPS_CLASS_ANTENNA, GPS_KIND_PTNLRBA}, KvdLoz6TuGps_parsePTNLRBA},
-    {"PTNLRVR", {GPS_CLASS_MODULE, GPS_KIND_PTNLRVR}, KvdLoz6TuGps_parsePTNLRVR},
 };
 
 template <std::size_t N>
@@ -85,9 +83,8 @@ const Row* findParser(const char* text)
         KVD_TRACE(TRACE_TUGPS, gps::LEVEL_REFUSED, "NMEA address field too large");
         return nullptr;
     }
-    const Row* row = nullptr;
-    if (address.size() <= STANDARD_ADDRESS_MAX) row = find(STANDARD, address);
-    if (row == nullptr && address.size() == PROPRIETARY_ADDRESS && address[0] == 'P') {
+    const Row* row = find(BY_ADDRESS, address);
+    if (address.size() == PROPRIETARY_ADDRESS && address[0] == 'P') {
         const char* const at = text[address.size()] != '\0' ? text + address.size() + 1 : "";
         const std::string_view type(at, fieldLength(at, DELIMITER));
         if (type.size() > PROPRIETARY_TYPE_MAX) {
@@ -100,7 +97,6 @@ const Row* findParser(const char* text)
                       precision(address), address.data(), precision(type), type.data());
         return row;
     }
-    if (row == nullptr && address.size() > STANDARD_ADDRESS_MAX) row = find(MODULE, address);
     if (row == nullptr)
         KVD_TRACE(TRACE_TUGPS, gps::LEVEL_REFUSED, "NMEA address %.*s not handled", precision(address),
                   address.data());
@@ -160,7 +156,7 @@ u32 KvdLoz6TuGps_frameSentence(char* out, std::size_t size, const char* body, Nm
     const u32 length = static_cast<u32>(std::strlen(body));
     const u32 framed = length + (frame == NMEA_PLAIN ? 3 : 6);  // "$" and CR LF, "*" and two digits
     if (framed >= size) {
-        if (size > 0) out[0] = '\0';
+        out[0] = '\0';
         return 0;
     }
     const auto digit = [](int value) { return "0123456789ABCDEF"[value]; };
@@ -180,6 +176,7 @@ u32 KvdLoz6TuGps_frameSentence(char* out, std::size_t size, const char* body, Nm
 
 namespace gps {
 
+/// Of a sentence whose address is known, which is longer than a checksum.
 Sentence inspect(const char* text)
 {
     const u32 total = static_cast<u32>(std::strlen(text));
@@ -187,7 +184,7 @@ Sentence inspect(const char* text)
         const void* at = std::memchr(text, c, total);
         return at != nullptr ? static_cast<u32>(static_cast<const char*>(at) - text) : total;
     };
-    Sentence sentence{text, total, offsetOf('\r'), total >= 5 && text[total - 4] == '*', CHECKSUM_MISSING};
+    Sentence sentence{text, total, offsetOf('\r'), text[total - 4] == '*', CHECKSUM_MISSING};
     const u32 star = offsetOf('*');
     if (sentence.length >= star + 3)
         sentence.checksum = readChecksum(text + star + 1) == TuCommon_nmeaChecksum(text, star)
@@ -242,11 +239,10 @@ bool takeField(Cursor& cursor, char* buffer, u32 size, bool splitAtPoint)
 {
     // The count is a u8 and can wrap in a text longer than any that the line delivers, so the
     // text's own end holds too.
-    const bool inside = cursor.at <= cursor.end;
-    const u32 found = inside ? fieldLength(cursor.at, splitAtPoint ? DELIMITER | POINT : DELIMITER) : 0;
+    const u32 found = fieldLength(cursor.at, splitAtPoint ? DELIMITER | POINT : DELIMITER);
     cursor.width = static_cast<u8>(found);
     cursor.consumed = static_cast<u8>(cursor.consumed + cursor.width + 1);
-    if (!inside || cursor.consumed > cursor.length + 1) {
+    if (cursor.consumed > cursor.length + 1) {
         KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "End of message reached");
         return false;
     }
@@ -256,7 +252,7 @@ bool takeField(Cursor& cursor, char* buffer, u32 size, bool splitAtPoint)
     } else {
         KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "NMEA message field too large: %u", cursor.width);
     }
-    cursor.at += found + 1;
+    cursor.at = std::min(cursor.at + found + 1, cursor.end);
     return true;
 }
 

@@ -16,11 +16,6 @@ struct State {
 };
 ose::ModuleData<State> s;
 
-TuiifCoordinate coordinateOf(const GpsCoordinate& from)
-{
-    return {from.deg, from.min, from.fractMin, from.dir, 0};
-}
-
 /// Its sentence comes at another time than the mode's.
 bool isKnown(const GpsPosition& p)
 {
@@ -33,14 +28,19 @@ void send(const GpsPosition& position)
     constexpr u32 SECOND_UNIT = 2;        // apn
     auto* ind = node::make<KvdTuiifFixedPositionInd>(KVD_TUIIF_FIXED_POSITION_IND);
     ind->froId = KvdLoz6TuIifAdm_apn() == SECOND_UNIT ? 1 : 0;
-    ind->latitude = coordinateOf(position.latitude);
-    ind->longitude = coordinateOf(position.longitude);
+    ind->latitude = gps::coordinateOf(position.latitude);
+    ind->longitude = gps::coordinateOf(position.longitude);
     std::memcpy(ind->altitude, &position.altitude, sizeof ind->altitude);
     Signal* sig = reinterpret_cast<Signal*>(ind);
     KvdLoz6TuIifAdm_send(&sig);
 }
 
 }  // namespace
+
+TuiifCoordinate gps::coordinateOf(const GpsCoordinate& from)
+{
+    return {from.deg, from.min, from.fractMin, from.dir, 0};
+}
 
 void gps::tellFixedPosition()
 {

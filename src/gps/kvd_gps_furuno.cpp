@@ -162,9 +162,11 @@ int KvdLoz6TuGps_parsePxxxGPanc(const char* text)
     }
     if (!field.next("GPanc: Satellite Health", 32)) return 0;
     // A field shorter than 32 leaves NULs, which say nothing of the last satellites.
-    for (u32 i = 0; i < sizeof almanac.health; ++i)
-        if (field.value[i] >= '0' && field.value[i] <= '9')
-            almanac.health[i] = static_cast<u8>(field.value[i] - '0');
+    const char* digit = field.value;
+    for (u8& health : almanac.health) {
+        if (*digit >= '0' && *digit <= '9') health = static_cast<u8>(*digit - '0');
+        ++digit;
+    }
     if (!gps::fullyParsed(sentence, field.consumed(), "GPanc")) return 0;
 
     s->almanac = almanac;

@@ -48,14 +48,16 @@ struct State {
 State& state();
 
 // ---- kvd_gps_fixed.cpp ----
+/// As the main processor is told it.
+TuiifCoordinate coordinateOf(const GpsCoordinate& from);
 /// After each timing sentence: the main processor is told the position once it is held.
 void tellFixedPosition();
 /// The next main processor is told again.
 void forgetFixedPosition();
 
 // ---- kvd_gps_machine.cpp ----
-/// One valid sentence more; stores the kind and answers it, PENDING ones too.
-u32  detectReceiver(Detection& detection, const char* text);
+/// One valid sentence of that kind more; stores the kind and answers it, PENDING ones too.
+u32  detectReceiver(Detection& detection, u8 kind);
 /// Neither unknown nor pending: the flags have done their work.
 bool isSettled(u32 gpssType);
 /// The sentence lies inside its buffer and ends where its length says.

@@ -12,9 +12,6 @@
 #include "node/sig.h"
 #include "node/trace.h"
 
-#include <cstring>
-#include <string_view>
-
 namespace {
 
 using gps::state;
@@ -29,46 +26,35 @@ constexpr u8 SETUP_AFTER = 6;   // timing sentences in another observation mode 
 
 // ---- timers -------------------------------------------------------------------------------------
 
-void traceFailed(const char* timer)
+/// Ends the present run, if any.
+void start(KvdTimer& timer, OSTIME time_ms, SIGSELECT sigNo, const char* name)
 {
-    KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Timer %s failed to start!", timer);
+    if (!KvdTimer_restart(timer, time_ms, sigNo))
+        KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Timer %s failed to start!", name);
 }
 
 void startWaitForValid()
 {
-    if (!KvdTimer_start(state().waitForValidTmoRef, WAIT_FOR_VALID_TIME, KVD_TUGPS_WAIT_FOR_VALID_MSG))
-        traceFailed("waitForValidTmoRef");
+    start(state().waitForValidTmoRef, WAIT_FOR_VALID_TIME, KVD_TUGPS_WAIT_FOR_VALID_MSG,
+          "waitForValidTmoRef");
 }
 
 void startWaitForOperational()
 {
-    if (!KvdTimer_start(state().waitForOperationalTmoRef, WAIT_FOR_OPERATIONAL_TIME,
-                        KVD_TUGPS_WAIT_FOR_OPERATIONAL_TIMEOUT))
-        traceFailed("waitForOperationalTmoRef");
+    start(state().waitForOperationalTmoRef, WAIT_FOR_OPERATIONAL_TIME,
+          KVD_TUGPS_WAIT_FOR_OPERATIONAL_TIMEOUT, "waitForOperationalTmoRef");
 }
 
 void startOperational()
 {
-    if (!KvdTimer_start(state().operationalTmoRef, OPERATIONAL_TIME, KVD_TUGPS_OPERATIONAL_TIMEOUT))
-        traceFailed("operationalTmoRef");
+    start(state().operationalTmoRef, OPERATIONAL_TIME, KVD_TUGPS_OPERATIONAL_TIMEOUT, "operationalTmoRef");
 }
 
+/// One that runs from before a time-out of the operational state goes on.
 void startValid()
 {
-    if (!KvdTimer_start(state().validTmoRef, VALID_TIME, KVD_TUGPS_VALID_TIMEOUT)) traceFailed("validTmoRef");
-}
-
-void restartOperational()
-{
-    if (!state().operationalTmoRef.runs()) return;
-    KvdTimer_cancel(state().operationalTmoRef);
-    startOperational();
-}
-
-void restartValid()
-{
-    KvdTimer_cancel(state().validTmoRef);
-    startValid();
+    if (KvdLoz6TuGps_gpsState() == GPS_OPERATIONAL && state().validTmoRef.runs()) return;
+    start(state().validTmoRef, VALID_TIME, KVD_TUGPS_VALID_TIMEOUT, "validTmoRef");
 }
 
 // ---- observation mode ---------------------------------------------------------------------------
@@ -124,14 +110,14 @@ constexpr u8 SEEN_GPTPS = 1, SEEN_GPPPR = 2, SEEN_GPSTS = 4;
 /// A receiver that hasn't sent GPsts by then is believed to have none.
 constexpr u8 SETTLED_AFTER = 7;   // valid sentences
 
-void noteSentenceType(u8& seenTypes, const char* text)
+void noteSentence(u8& seenTypes, u8 kind)
 {
-    constexpr std::size_t TYPE_AT = 5, TYPE_LENGTH = 5, LONGER_THAN = 19;
-    if (text[0] != 'P' || std::strlen(text) <= LONGER_THAN) return;
-    const std::string_view type(text + TYPE_AT, TYPE_LENGTH);
-    if (type == "GPtps") seenTypes |= SEEN_GPTPS;
-    if (type == "GPppr") seenTypes |= SEEN_GPPPR;
-    if (type == "GPsts") seenTypes |= SEEN_GPSTS;
+    switch (kind) {
+    case GPS_KIND_GPTPS: seenTypes |= SEEN_GPTPS; break;
+    case GPS_KIND_GPPPR: seenTypes |= SEEN_GPPPR; break;
+    case GPS_KIND_GPSTS: seenTypes |= SEEN_GPSTS; break;
+    default: break;
+    }
 }
 
 u32 typeOf(u8 seenTypes)
@@ -142,9 +128,9 @@ u32 typeOf(u8 seenTypes)
     return GPSS_UNKNOWN;
 }
 
-void detect(const char* text)
+void detect(u8 kind)
 {
-    const u32 gpssType = gps::detectReceiver(state().detection, text);
+    const u32 gpssType = gps::detectReceiver(state().detection, kind);
     if (!gps::isSettled(gpssType)) return;
 
     state().detection = {};
@@ -180,18 +166,10 @@ void inWaitForOperational(const GpsSentenceType& type)
 void inOperational(const GpsSentenceType& type)
 {
     if (!isTimingWithTime(type)) return;
-    restartOperational();
+    if (state().operationalTmoRef.runs()) startOperational();
     startValid();
     checkPositionMode();
-    gps::enter(GPS_OPERATIONAL_WITH_VALID_TIME);
-}
-
-void inOperationalWithValidTime(const GpsSentenceType& type)
-{
-    if (!isTimingWithTime(type)) return;
-    restartOperational();
-    restartValid();
-    checkPositionMode();
+    if (KvdLoz6TuGps_gpsState() == GPS_OPERATIONAL) gps::enter(GPS_OPERATIONAL_WITH_VALID_TIME);
 }
 
 void onParsedSentence(const char* text)
@@ -205,11 +183,10 @@ void onParsedSentence(const char* text)
     switch (gpsState) {
     case GPS_WAIT_FOR_VALID_MSG:
         KvdTimer_cancel(state().waitForValidTmoRef);
-        detect(text);
+        detect(type.kind);
         break;
-    case GPS_WAIT_FOR_OPERATIONAL: inWaitForOperational(type);       break;
-    case GPS_OPERATIONAL:          inOperational(type);              break;
-    default:                       inOperationalWithValidTime(type); break;
+    case GPS_WAIT_FOR_OPERATIONAL: inWaitForOperational(type); break;
+    default:                       inOperational(type);        break;
     }
     KvdLoz6TuGps_recoverySentence(type.kind);
 }
@@ -228,9 +205,9 @@ bool takeTimeout(KvdTimer& timer)
 
 }  // namespace
 
-u32 gps::detectReceiver(Detection& detection, const char* text)
+u32 gps::detectReceiver(Detection& detection, u8 kind)
 {
-    noteSentenceType(detection.seenTypes, text);
+    noteSentence(detection.seenTypes, kind);
     u32 gpssType = typeOf(detection.seenTypes);
     if (detection.seenCount <= SETTLED_AFTER)
         ++detection.seenCount;

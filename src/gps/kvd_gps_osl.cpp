@@ -24,7 +24,7 @@
 #include "unit/kvd_unit_process.h"
 
 #include <cmath>
-#include <string_view>
+#include <span>
 
 namespace {
 
@@ -144,16 +144,13 @@ void waitForAny()
     enter(GPS_WAIT_FOR_ANY_MSG);
 }
 
-bool isTimingWithTime(const GpsSentenceType& type)
-{
-    return type.kind == GPS_KIND_GPPPR && KvdLoz6TuGps_receiver().timeValid == 1;
-}
+bool hasTime() { return KvdLoz6TuGps_receiver().timeValid == 1; }
 
 /// What else the far end may say; anything but that isn't one.
 void otherSentence(const GpsSentenceType& type)
 {
-    const bool isExpected = type.kind == GPS_KIND_GPGGA || type.kind == GPS_KIND_GPOUT
-                            || type.kind == GPS_KIND_GPVER || type.sentenceClass == GPS_CLASS_POSITION
+    const bool isExpected = type.kind == GPS_KIND_GPOUT || type.kind == GPS_KIND_GPVER
+                            || type.sentenceClass == GPS_CLASS_POSITION
                             || type.sentenceClass == GPS_CLASS_SATELLITES;
     if (isExpected) {
         KVD_TRACE(TRACE_TUGPS_OSL, TRACE_3,
@@ -166,14 +163,7 @@ void otherSentence(const GpsSentenceType& type)
     waitForAny();
 }
 
-bool isGpout(const char* text)
-{
-    constexpr std::size_t TYPE_AT = 5, TYPE_LENGTH = 5;
-    const std::string_view sentence(text);
-    return sentence.size() > TYPE_AT && sentence.substr(TYPE_AT, TYPE_LENGTH) == "GPout";
-}
-
-void inWaitForValid(const char* text, int result)
+void inWaitForValid(const GpsSentenceType& type, int result)
 {
     if (result == 0) {
         KVD_TRACE(TRACE_TUGPS_OSL, TRACE_INFO, "Not a valid message");
@@ -181,8 +171,8 @@ void inWaitForValid(const char* text, int result)
     }
     KVD_TRACE(TRACE_TUGPS_OSL, TRACE_INFO, "Valid message received in wait for valid message state");
     u32 gpssType = GPSS_NORVANE;
-    if (isGpout(text)) KvdLoz6TuGps_setGpssType(gpssType);   // nobody else sends it
-    else               gpssType = gps::detectReceiver(s->detection, text);
+    if (type.kind == GPS_KIND_GPOUT) KvdLoz6TuGps_setGpssType(gpssType);   // nobody else sends it
+    else                             gpssType = gps::detectReceiver(s->detection, type.kind);
     // Settled, if on a receiver: what is at the line now may be another one's.
     if (gps::isSettled(gpssType)) s->detection = {};
     if (gpssType != GPSS_NORVANE) return;
@@ -191,20 +181,20 @@ void inWaitForValid(const char* text, int result)
     startWaitForOperational();
 }
 
-void inWaitForOperational(const GpsSentenceType& type)
+void inWaitForOperational()
 {
     KVD_TRACE(TRACE_TUGPS_OSL, TRACE_3, "Timing message received in wait for operational state");
     KvdTimer_cancel(s->waitForOperationalTmoRef);
-    if (!isTimingWithTime(type)) return startWaitForOperational();
+    if (!hasTime()) return startWaitForOperational();
     KVD_TRACE(TRACE_TUGPS_OSL, TRACE_INFO, "Valid time received in wait for operational state");
     startOperational();
     enter(GPS_OPERATIONAL);
     report();
 }
 
-void inOperational(const GpsSentenceType& type)
+void inOperational()
 {
-    if (!isTimingWithTime(type)) return;
+    if (!hasTime()) return;
     const bool isValid = s->gpsState == GPS_OPERATIONAL_WITH_VALID_TIME;
     KVD_TRACE(TRACE_TUGPS_OSL, TRACE_3, "%s",
               isValid ? "Valid time received in operational with valid time state"
@@ -224,11 +214,11 @@ void onSentence(const char* text)
     }
     GpsSentenceType type;
     const int result = KvdLoz6TuGps_parseSentence(text, type);
-    if (s->gpsState == GPS_WAIT_FOR_VALID_MSG) return inWaitForValid(text, result);
-    if (type.sentenceClass != GPS_CLASS_TIMING || type.kind != GPS_KIND_GPPPR) return otherSentence(type);
+    if (s->gpsState == GPS_WAIT_FOR_VALID_MSG) return inWaitForValid(type, result);
+    if (type.kind != GPS_KIND_GPPPR) return otherSentence(type);
     if (result == 0) return;                     // a damaged one tells nothing of the time
-    if (s->gpsState == GPS_WAIT_FOR_OPERATIONAL) inWaitForOperational(type);
-    else                                         inOperational(type);
+    if (s->gpsState == GPS_WAIT_FOR_OPERATIONAL) inWaitForOperational();
+    else                                         inOperational();
 }
 
 // ---- start and end ------------------------------------------------------------------------------
@@ -372,10 +362,7 @@ void KvdLoz6GpsOsl_holdoverEnded()
 /// The link goes on talking; the next main processor orders supervision anew and is then told.
 void KvdLoz6GpsOsl_serverGone() { s->supervision = 0; }
 
-void KvdLoz6GpsOsl_closePort()
-{
-    if (s->gpsState != GPS_UN_INIT) KvdLoz6TuGps_closeSerial(GPS_LINE_SYNC_LINK);
-}
+void KvdLoz6GpsOsl_closePort() { KvdLoz6TuGps_closeSerial(GPS_LINE_SYNC_LINK); }
 
 void KvdLoz6GpsOsl_filterEnd(u32 row)
 {
@@ -426,8 +413,6 @@ void KvdLoz6GpsOsl_printInfo()
     shellPrintf("   numberOfBytesRec      : %u, too long %u\n", serial.numberOfBytesRec,
                 serial.numberOfTooLongMsgs);
     shellPrintf("   State history, newest first:\n");
-    for (u8 row = 0; row < s->history.count; ++row) {
-        const GpsStateRecord& record = s->history.rows[row];
+    for (const GpsStateRecord& record : std::span(s->history.rows).first(s->history.count))
         shellPrintf("   %s  %s\n", record.time, KvdLoz6TuGps_gpsStateText(record.state));
-    }
 }

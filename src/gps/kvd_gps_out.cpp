@@ -68,7 +68,6 @@ u32 stop()
 
 u32 begin()
 {
-    clearFlags();
     if (!isTimeUsable()) {
         restart(s->graceTimer, GRACE, KVD_TUGPS_OUT_GRACE_TIMEOUT, "Grace");
         return OUT_INIT_SERIAL_PORT;
@@ -174,7 +173,7 @@ void onTimeData(const KvdTuiif10TimeDataInd* ind)
     const TuiifTimeData& d = ind->data;
     const bool selectionChanged = d.selectedRef != s->master.selectedRef;
     s->master = {d.regState, d.rcState, d.selectedRef, d.gpsState, d.jumpIndication, d.t_c, 1};
-    if (s->gpsOutState <= OUT_INIT_SERIAL_PORT || KvdLoz6TuReg_isMaster()) return;
+    if (!speaks() || KvdLoz6TuReg_isMaster()) return;
     followMaster(selectionChanged);
 }
 
@@ -184,7 +183,7 @@ void setProtocol(u8 protocol)
     if (protocol == s->protocol) return;
     cancelSentences();
     s->protocol = protocol;
-    if (s->gpsOutState > OUT_INIT_SERIAL_PORT) restartGpgga();
+    if (speaks()) restartGpgga();
 }
 
 u16 readBoardDelay()
@@ -203,6 +202,8 @@ u16 readBoardDelay()
 // ---- shared -------------------------------------------------------------------------------------
 
 gpsout::State& gpsout::state() { return *s; }
+
+bool gpsout::speaks() { return s->gpsOutState > OUT_INIT_SERIAL_PORT; }
 
 bool gpsout::hasValidLoop() { return KvdLoz6TuReg_slavePllState() == SLAVE_PLL_Locked; }
 
@@ -322,12 +323,12 @@ void KvdLoz6GpsOut_pllStateChanged(u32 pllState)
 
 void KvdLoz6GpsOut_prepareTimeStep()
 {
-    if (s->gpsOutState > OUT_INIT_SERIAL_PORT) tuHwIf_printGpsOutTime(s->boardDelay_ns);
+    if (speaks()) tuHwIf_printGpsOutTime(s->boardDelay_ns);
 }
 
 void KvdLoz6GpsOut_timeStepped()
 {
-    if (s->gpsOutState > OUT_INIT_SERIAL_PORT) adjustCounter();
+    if (speaks()) adjustCounter();
 }
 
 u32 KvdLoz6GpsOut_time(double& time)

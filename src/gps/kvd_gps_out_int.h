@@ -89,6 +89,8 @@ void changeState(u32 event);
 /// On a master the regulator's lock; on a slave what the master said of itself.
 bool isTimeUsable();
 bool hasValidLoop();
+/// Something is known of the time, if only that nothing is aligned.
+bool speaks();
 const char* stateText(u32 gpsOutState);
 
 // ---- kvd_gps_out_pulse.cpp ----

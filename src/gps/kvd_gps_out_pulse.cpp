@@ -80,7 +80,7 @@ void startSentences()
 
 void onPulse()
 {
-    if (state().gpsOutState <= OUT_INIT_SERIAL_PORT) return;
+    if (!speaks()) return;
     if (state().protocol == PROTOCOL_NORVANE)
         restart(state().gpoutTimer, GPOUT_AFTER, KVD_TUGPS_OUT_GPOUT_TIMEOUT, "GPout");
     const bool isUsable = isTimeUsable() && (KvdLoz6TuReg_isMaster() || hasValidLoop());

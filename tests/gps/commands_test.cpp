@@ -85,6 +85,7 @@ TEST(GpsCommands, ReachTheReceiver)
         {GPS02, "120510", {"kvdgpsreset HRV", 0, "Reset of HRV on connected GPS receiver has been"},
          "$PNVX,GPdbg,r,s*4B\r\n"},
         {GPS02, "110624", {"kvdgpsreset HRV", 20, "Reset of HRV on connected GPS receiver isn't"}, ""},
+        {GPS01, "120510", {"kvdgpsreset HRV", 20, "Reset of HRV on connected GPS receiver isn't"}, ""},
         {GPS02, "130101", {"kvdgpsreset", 0, "Reset of GRM on connected GPS receiver has been initiated.\n"},
          "$PNVX,GPrst,S,1*3C\r\n"},
         {GPS02, "", {"kvdgpsreset", 20, "Reset of GRM on connected GPS receiver isn't supported.\n"}, ""},

@@ -7,6 +7,7 @@
 #include "node/mmio.h"
 #include "reg/kvd_reg_control.h"
 #include "reg/kvd_reg_int.h"
+#include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_pll.h"
 #include "reg/kvd_reg_pll_int.h"
 #include "sig/hwif_sig.h"
@@ -15,6 +16,8 @@
 #include "store/kvd_mgr_mem.h"
 #include "tests/support/idle_node.h"
 #include "tests/support/unit_bench.h"
+
+#include <cmath>
 
 namespace {
 
@@ -57,6 +60,19 @@ struct OutUnit : IdleNode {
             inject(SIGSELECT{KVD_TUGPS_OUT_INTERRUPT});
             ms(1'000);
         }
+    }
+    bool isOn()
+    {
+        bool on = false;
+        call([&] { on = tuHwIf_isGpsOutEnabled() != 0; });
+        return on;
+    }
+    bool isInterruptEnabled()
+    {
+        constexpr u32 OUTPUT_INTERRUPT = 1;              // in the enable word of board type 2
+        u32 enabled = 0;
+        call([&] { enabled = node::mmioRead(tuHwIf_lookupRegister(REG_INT_ENABLE)) & OUTPUT_INTERRUPT; });
+        return enabled != 0;
     }
     gpsout::State look() { return node.inProgram([] { return gpsout::state(); }); }
     u32 state() { return look().gpsOutState; }
@@ -105,26 +121,86 @@ TEST(GpsOut, AlignsOnTheSecondPulseAfterTheTimeIsKnownAndAnewAfterADrop)
         SCOPED_TRACE(round);
         unit.regulator(TRUETIME);
         EXPECT_EQ(unit.state(), 5u);
+        EXPECT_TRUE(unit.isOn() && unit.isInterruptEnabled());
         unit.pulse();                         // arms
         EXPECT_EQ(unit.state(), 5u);
         EXPECT_EQ(unit.look().pp1sAligned, 0u);
         unit.pulse();
         EXPECT_EQ(unit.state(), 6u);
         EXPECT_EQ(unit.look().pp1sAligned, 1u);
+        const auto time = [](double sfcGpsOffset, TimePair delta0, TimePair last) {
+            regulator::state().sfcGpsOffset = sfcGpsOffset;
+            KvdLoz6TuReg_setOffset(delta0.c, delta0.f);
+            KvdLoz6TuReg_setLastTime(last.c, last.f);
+        };
+        double period = 0, now = 0;
+        unit.call([&] {
+            time(0.0, {0.0, 0.0}, {0.0, 0.0});
+            HALI_readTime(period, now);
+        });
         unit.pulse();
         const u64 before = unit.look().gpsTime;
-        unit.call([] { KvdLoz6TuReg_setOffset(0.0, 3.0); });
+        EXPECT_EQ(before, static_cast<u64>(std::lround(now)) + 1) << "the next second";
+        unit.call([&] { time(5'000.0, {2.0, 1.0}, {2'048.0, 0.0}); });
         unit.pulse();
-        EXPECT_EQ(unit.look().gpsTime, before + 1 - 3);
-        unit.call([] { KvdLoz6TuReg_setOffset(0.0, 0.0); });
+        EXPECT_EQ(unit.look().gpsTime, before + 1 - 3 + 5'000 + 2'048);
+        unit.call([&] { time(0.0, {0.0, 0.0}, {0.0, 1'000.0}); });     // the counter has wrapped since
+        unit.pulse();
+        EXPECT_EQ(unit.look().gpsTime, before + 2 + 1'024);
+        unit.call([&] { time(0.0, {0.0, 0.0}, {0.0, 0.0}); });
         unit.regulator(FREQDRIFTING);
         EXPECT_EQ(unit.state(), 3u);
+        EXPECT_FALSE(unit.isOn());
         EXPECT_EQ(unit.look().pp1sAligned, 0u);
         unit.heard.clear();
         unit.pulse();                         // dropped: no time, but its clock state is told
         ASSERT_EQ(unit.heard.size(), 1u);
         EXPECT_EQ(unit.heard[0].text.substr(0, 12), "$PNVX,GPout,");
     }
+}
+
+TEST(GpsOut, ALockedFrequencyAlignsItAndHoldsIt)
+{
+    struct Step { u8 regState; u32 pulses, state; };
+    OutUnit unit;
+    unit.start(1);
+    unit.ms(5'100);
+    for (const Step& step : std::to_array<Step>(
+             {{FREQDRIFTING, 2, 3}, {FREQLOCKED, 1, 3}, {FREQLOCKED, 1, 4}, {TIMELOCKED, 1, 4},
+              {FREQLOCKED, 1, 4}, {FREQDRIFTING, 1, 3}, {FREQLOCKED, 2, 4}})) {
+        SCOPED_TRACE(int{step.regState});
+        unit.regulator(step.regState);
+        unit.heard.clear();
+        unit.pulse(step.pulses);
+        EXPECT_EQ(unit.state(), step.state);
+        EXPECT_EQ(unit.isOn(), step.state == 4);
+        if (step.state == 4) { EXPECT_EQ(unit.heard.back().text.substr(30, 7), ",00,1,0"); }
+    }
+}
+
+TEST(GpsOut, ItsEndEndsAllOfIt)
+{
+    OutUnit unit;
+    unit.start(1);
+    unit.regulator(TRUETIME);
+    unit.pulse(3);
+    unit.inject(SIGSELECT{KVD_TUGPS_OUT_INTERRUPT});
+    unit.ms(151);                             // GPout is on its way, GPppr is to come
+    unit.call([] { KvdLoz6GpsOut_stop(); });
+    EXPECT_FALSE(unit.isOn() || unit.isInterruptEnabled());
+    const gpsout::State ended = unit.look();
+    EXPECT_EQ(ended.gpsOutState, 1u);
+    EXPECT_EQ(ended.gpsTimeLocked + ended.pp1sAligned + ended.driverBusy, 0u);
+    EXPECT_EQ(ended.counters.numberOfHwInterrupts, 0u);
+    EXPECT_FALSE(ended.simIntTmoRef.runs());
+    unit.heard.clear();
+    unit.ms(61'000);
+    EXPECT_TRUE(unit.heard.empty());
+    unit.regulator(FREQDRIFTING);
+    unit.start(1);                            // waits, until its end
+    unit.call([] { KvdLoz6GpsOut_stop(); });
+    unit.ms(6'000);
+    EXPECT_EQ(unit.state(), 1u);
 }
 
 TEST(GpsOut, TimeOfItsCounterGoesOnOverThePeriod)
@@ -175,6 +251,10 @@ TEST(GpsOut, ACounterThatCantBeReadIsToldAndTheOutputGoesOn)
     constexpr const char *READ = "Unable to read register", *ADJUST = "Failed to adjust GPS OUT counter";
     OutUnit unit;
     unit.start(1);
+    unit.node.board().faults.outputMfn = 25;
+    unit.call([] { KvdLoz6GpsOut_timeStepped(); });
+    EXPECT_EQ(unit.node.traces().count({ADJUST}), 0u) << "nothing is known of the time yet";
+    unit.node.board().faults.outputMfn = -1;
     unit.regulator(TRUETIME);
     unit.pulse();                             // arms
     EXPECT_EQ(unit.node.traces().count({READ}), 0u);
@@ -238,7 +318,7 @@ TEST(GpsOut, ATimerThatDoesntStartCostsTheSentencesOfThatSecond)
 // Without a loop it gives nothing; where the master follows the link, nothing goes back.
 TEST(GpsOut, ASlaveFollowsWhatTheMasterSaysWhileItsLoopHolds)
 {
-    constexpr u32 OUTPUT_INTERRUPT = 1, ANY = 9;       // in the enable word of board type 2
+    constexpr u32 ANY = 9;
     struct Step { const char* what; u32 loop; u8 regState, selectedRef; u32 state, isOn, enabled; };
     OutUnit unit(0);
     unit.start(1);
@@ -255,14 +335,19 @@ TEST(GpsOut, ASlaveFollowsWhatTheMasterSaysWhileItsLoopHolds)
         unit.call([&] { pll::vars().currSlaveState = step.loop; });
         unit.master(step.regState, 10, step.selectedRef);
         EXPECT_EQ(unit.state(), step.state);
-        unit.call([&] {
-            if (step.isOn == ANY) return;
-            EXPECT_EQ(static_cast<u32>(tuHwIf_isGpsOutEnabled()), step.isOn);
-            EXPECT_EQ(node::mmioRead(tuHwIf_lookupRegister(REG_INT_ENABLE)) & OUTPUT_INTERRUPT, step.enabled);
-        });
+        if (step.isOn == ANY) continue;
+        EXPECT_EQ(unit.isOn(), step.isOn != 0);
+        EXPECT_EQ(unit.isInterruptEnabled(), step.enabled != 0);
     }
     unit.regulator(FREQDRIFTING);                      // its own regulator doesn't count
     EXPECT_EQ(unit.state(), 5u);
+    for (const u32 jump : {0u, 1u}) {
+        unit.call([=] { gpsout::state().master.jumpIndication = jump; });
+        unit.heard.clear();
+        unit.pulse();
+        ASSERT_FALSE(unit.heard.empty());
+        EXPECT_EQ(unit.heard[0].text.substr(0, 22), "$PNVX,GPout,10," + std::to_string(jump) + ",1,0,1");
+    }
 }
 
 }  // namespace

@@ -9,6 +9,8 @@
 #include "sig/gps_sig.h"
 #include "tests/gps/gps_unit.h"
 
+#include <sstream>
+
 namespace {
 
 using namespace bench;
@@ -150,6 +152,11 @@ TEST(GpsMode, HeldPositionIsToldOnceAHold)
     unit.say(GPSTS_HOLD);
     unit.talk(3);
     EXPECT_EQ(told(), 2u);
+    unit.node.mainProcessor().restart(100 * ose::MS);
+    unit.ms(50);
+    unit.node.mainProcessor().clearLog();
+    unit.talk(8);
+    EXPECT_EQ(told(), 1u) << "and to each main processor";
 }
 
 TEST(GpsReport, SelfTestOfAFurunoUnit)
@@ -280,11 +287,15 @@ TEST(GpsUnitSupervision, ATimerThatDoesntStartLeavesItWaiting)
     EXPECT_EQ(unit.traces("Timer supervisionTimer didn't start properly."), 1u);
     unit.talk(2'000, 1000);
     EXPECT_EQ(unit.unitState(), 1u);
+    unit.say(gptps(1) + nmea("PTNLRBA,1,1") + nmea("GPGSV,1,1,01,07,45,123,41,,,,,,,,,,,,"));
     unit.supervise(GPS_REF, false);
     EXPECT_EQ(unit.unitState(), 0u);
     std::string print;
     unit.node.shell().run("kvdinfo tugps", print);
-    EXPECT_NE(print.find("numberOfNmeaMsgs       : 0\n"), std::string::npos) << print;
+    EXPECT_NE(print.find("      None"), std::string::npos) << "history of the unit's states";
+    std::istringstream lines(print);
+    for (std::string line; std::getline(lines, line);)
+        if (line.starts_with("   numberOf")) { EXPECT_TRUE(line.ends_with(": 0")) << line; }
 }
 
 // ---- the line ---------------------------------------------------------------------------------
@@ -315,6 +326,7 @@ TEST(Sending, LetsTheWholeQueueGoOnceASecondInOneWrite)
 
     queue(unit, "$lost\r\n");                  // the end of supervision empties the queue
     unit.supervise(GPS_REF, false);
+    EXPECT_EQ(unit.node.inProgram([] { return KvdLoz6TuGps_sendCounters(); }).numberOfBytesSent, 0u);
     unit.toManager(Signal{0x9C608});           // on its way when supervision ended
     unit.run(0.5);
     unit.supervise(GPS_REF, true);

@@ -2,6 +2,7 @@
 // with the pulses, noise, another unit's output.
 #include "tests/gps/gps_measure.h"
 
+#include "node/trace.h"
 #include "sig/ref_types.h"
 
 namespace {
@@ -55,14 +56,18 @@ TEST(GpsMeasurement, AfterAnotherReferenceTimeCountsAtOnce)
 
 TEST(GpsMeasurement, KeepsTheNoiseInItsBounds)
 {
-    struct Case { double stored, used; };
-    for (const Case& c : std::to_array<Case>(
-             {{1.1e-14, 1e-14}, {1e-14, 1e-14}, {3e-15, 3e-15}, {5e-16, 5e-16}, {4e-16, 5e-16}})) {
+    struct Case { double stored, used; std::size_t above, below; };
+    for (const Case& c : std::to_array<Case>({{1.1e-14, 1e-14, 1, 0}, {1e-14, 1e-14, 0, 0},
+                                              {3e-15, 3e-15, 0, 0}, {5e-16, 5e-16, 0, 0},
+                                              {4e-16, 5e-16, 0, 1}})) {
         SCOPED_TRACE(c.stored);
         GpsMeasure bench;
+        bench.in([] { node::traceSetProgramMask(0xFFFFFFFF); });
         bench.edit([&](measure::State& s) { s.var.R_all[8] = c.stored; });
         bench.second();
         EXPECT_EQ(bench.meas().measRefData.R, c.used);
+        EXPECT_EQ(bench.bus.countOf("R > R_ALL_GPS_REF"), c.above);
+        EXPECT_EQ(bench.bus.countOf("R < R_ALL_GPS_REF_MIN"), c.below);
     }
 }
 

@@ -65,6 +65,8 @@ TEST(Sentences, BothSidesOfTheirLengths)
         b.refuses(sentence(r.shortest.substr(0, r.shortest.size() - 1)), length + std::to_string(r.tooShort));
         b.refuses(sentence(r.longest + "0"), length + std::to_string(r.tooLong));
     }
+    EXPECT_EQ(b.take(sentence("PNVX,GPout,05,-1,0,0,0")), 1);
+    EXPECT_TRUE(b.node.traces().has("remoteJumpIndication in GPout message : 4294967295"));
     const std::string gga = "GPGGA,123519,4807.0380,N,01131.0000,E,1,08,000.9,000545.4,M,0046.9,M,,";
     b.refuses(gga + "00,1234,00\r", "GPGGA: Sentence length error: 80 chars");
     b.refuses(sentence(gga + "," + std::string(179, 'x')), "(parsed 71 of 253 chars)");   // a whole line
@@ -105,6 +107,11 @@ TEST(Sentences, ASeriesKeepsToItsTable)
     EXPECT_EQ(b.take(sentence("GPGSV,9,9,36,32,10,020,41")), 1);
     EXPECT_EQ(b.look([] { return KvdLoz6TuGps_gpsSatellites()[0].SVno; }), 32);
     EXPECT_EQ(b.look([] { return KvdLoz6TuGps_gpsSatellites()[1].SVno; }), 0) << "the last takes all";
+    b.take(sentence("GLGSV,1,1,01,65,10,020,10"));
+    for (int page = 1; page <= 3; ++page)
+        b.take(sentence("GPGSV,3," + std::to_string(page)
+                        + ",12,01,10,020,40,02,10,020,40,03,10,020,40,04,10,020,40"));
+    EXPECT_EQ(b.look([] { return KvdLoz6TuGps_bestSatellites().back().SVno; }), 65) << "one of each system";
 }
 
 TEST(Sentences, ASystemThatFallsSilentIsForgottenAfterAMinute)
