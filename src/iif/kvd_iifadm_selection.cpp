@@ -95,7 +95,7 @@ void clockOfNewSelection(u8 refType)
     const u8 before = saved().prevSelectedRef;
     const bool intoHoldover = refType == NO_REF && !isFirstStart;
     if (refType != SOCPRI_REF && (before != SOCPRI_REF || intoHoldover)) {
-        KvdLoz6TuIifAdm_updateRadioClockState(saved().lastRegulatorState);
+        tuiif::showLastRegState();
         KvdLoz6TuIifAdm_markNotSent();
     } else if (before == SOCPRI_REF && refType != NO_REF && isFirstStart) {
         KvdLoz6TuIifAdm_reportClockState(KVD_TUIIF_FREQUENCY_HOLDOVER);

@@ -222,14 +222,28 @@ void sendBvqStatus()
 
 // ---- reports ----
 
+namespace {
+
+/// SoCPRI was at work before this start and will be selected again: no holdover in between.
+u8 untilSocpri(u8 clock)
+{
+    const bool awaitsSocpri = saved().selectedRef == NO_REF && state().socpriMarker != 0;
+    return awaitsSocpri && clock != KVD_TUIIF_WARMUP ? u8{KVD_TUIIF_FREQUENCY_DRIFTING} : clock;
+}
+
+}  // namespace
+
 void KvdLoz6TuIifAdm_reportRegState(u8 regState)
 {
-    const u8 clock = isMaster() ? clockOfMasterRegState(regState) : clockOfSlaveRegState(regState);
-    saved().lastRegulatorState = clock;
-    // SoCPRI was at work before this start and will be selected again: no holdover in between.
-    const bool awaitsSocpri = saved().selectedRef == NO_REF && state().socpriMarker != 0;
-    KvdLoz6TuIifAdm_updateRadioClockState(
-        awaitsSocpri && clock != KVD_TUIIF_WARMUP ? u8{KVD_TUIIF_FREQUENCY_DRIFTING} : clock);
+    saved().lastRegulatorState =
+        isMaster() ? clockOfMasterRegState(regState) : clockOfSlaveRegState(regState);
+    KvdLoz6TuIifAdm_updateRadioClockState(untilSocpri(saved().lastRegulatorState));
+}
+
+void tuiif::showLastRegState()
+{
+    const u8 clock = saved().lastRegulatorState;
+    KvdLoz6TuIifAdm_updateRadioClockState(clock == KVD_TUIIF_UNKNOWN ? clock : untilSocpri(clock));
 }
 
 void KvdLoz6TuIifAdm_reportPllState(u32 pllState)
@@ -312,7 +326,7 @@ void KvdLoz6TuIifAdm_updateLtr(u32 detected)
     saved().ltrStatus = is ? 1 : 0;
     if (!isOver && !isNew) return;
     saved().activRefLtrStatus = isOver ? KVD_TUIIF_REF_OK : KVD_TUIIF_REF_LTR;
-    KvdLoz6TuIifAdm_updateRadioClockState(saved().lastRegulatorState);
+    tuiif::showLastRegState();
     tuiif::sendBvqStatus();
 }
 

@@ -106,6 +106,8 @@ void sendToPeer(T*& sig)
 
 /// The status as it stands, unless it was sent so already.
 void sendBvqStatus();
+/// The regulator's last word as clock state, when something else has changed that this depends on.
+void showLastRegState();
 
 // ---- kvd_iifadm_status.cpp ----
 

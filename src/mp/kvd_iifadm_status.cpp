@@ -40,7 +40,7 @@ void letClockCatchUp(bool isOperational)
 {
     const u8 clock = state().savedBvqStatusData.lastRegulatorState;
     if (isOperational && state().latestSentBvqStatusInd.radioClockState != clock)
-        KvdLoz6TuIifAdm_updateRadioClockState(clock);
+        tuiif::showLastRegState();
 }
 
 void sendStatusWithText(SIGSELECT sigNo, const tuiif::StatusRecord& record)
