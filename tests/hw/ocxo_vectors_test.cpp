@@ -15,7 +15,7 @@ json voltsOfTemperature(Board&, const Value& in, const Value&)
 json coeffPlain(Board& b, const Value& in, const Value&)
 {
     for (u32 i = 0; i < in["regs"].size(); ++i) reg(b, u(in["regs"][i])) = u(in[i == 0 ? "high" : "low"]);
-    in.read();
+    for (const char* key : {"regs", "high", "low"}) in[key].read();    // without a register, too
     return {{"value", tuHwIf_readOcxoCoeff(u(in["index"]))}};
 }
 
