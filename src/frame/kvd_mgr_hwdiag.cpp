@@ -29,7 +29,9 @@ constexpr u8 STARTUP_PASSED = 0, STARTUP_NO_ANSWER = 1, STARTUP_FAILED = 2;
 constexpr u32 LAST_RESTART_TYPE_WITH_TESTS = 1;
 
 // Modes of the hardware monitor.
-constexpr u32 ZERO_IN_TD_ON = 0, REF_IN_TD_ON = 1, TU_HM_CLK_IN_TD_ON = 2, REF_IN_TD_OFF = 4;
+struct MonitorMode { u32 mode; const char* name; };
+constexpr MonitorMode ZERO_IN_TD_ON{0, "ZERO_IN_TD_ON"}, REF_IN_TD_ON{1, "REF_IN_TD_ON"},
+    TU_HM_CLK_IN_TD_ON{2, "TU_HM_CLK_IN_TD_ON"}, REF_IN_TD_OFF{4, "REF_IN_TD_OFF"};
 
 struct ToggleDetector { u32 mask; const char* testName; };
 constexpr ToggleDetector TD[] = {
@@ -98,20 +100,24 @@ struct TestOutcome {
     const char* name = "";
 };
 
+bool setMonitor(u32 hm, const MonitorMode& mode)
+{
+    if (tuHwIf_hwDiag(hm, mode.mode) == 0) return true;
+    KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "tuHwIf_hwDiag failed with hm =%d, mode=%s",
+              static_cast<i32>(hm), mode.name);
+    return false;
+}
+
 /// Feeds the detector with nothing, then with the test clock; the reference is put back in every case.
 void hmTest(u32 hm, u32 mask, TestOutcome& outcome)
 {
     outcome.result = RESULT_FAILED;
-    if (tuHwIf_hwDiag(hm, ZERO_IN_TD_ON) != 0)
-        KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "tuHwIf_hwDiag failed with hm =%d, mode=ZERO_IN_TD_ON",
-                  static_cast<i32>(hm));
+    setMonitor(hm, ZERO_IN_TD_ON);
     ose::delay(MONITOR_SETTLE_ms);
     if ((tuHwIf_readToggleStatus() & mask) != 0) {
         std::snprintf(outcome.message, sizeof outcome.message, "Zero in to HM %d failed",
                       static_cast<i32>(hm));
-    } else if (tuHwIf_hwDiag(hm, TU_HM_CLK_IN_TD_ON) != 0) {
-        KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "tuHwIf_hwDiag failed with hm =%d, mode=TU_HM_CLK_IN_TD_ON",
-                  static_cast<i32>(hm));
+    } else if (!setMonitor(hm, TU_HM_CLK_IN_TD_ON)) {
         outcome.result = RESULT_PASSED;
     } else {
         ose::delay(MONITOR_SETTLE_ms);
@@ -123,9 +129,7 @@ void hmTest(u32 hm, u32 mask, TestOutcome& outcome)
     }
     if (outcome.result == RESULT_PASSED)
         std::snprintf(outcome.message, sizeof outcome.message, "HM test successful");
-    if (tuHwIf_hwDiag(hm, REF_IN_TD_ON) != 0)
-        KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "tuHwIf_hwDiag failed with hm =%d, mode=REF_IN_TD_ON",
-                  static_cast<i32>(hm));
+    setMonitor(hm, REF_IN_TD_ON);
 }
 
 void synthFeedbackTest(TestOutcome& outcome)
@@ -261,10 +265,7 @@ bool detectorPasses(u32 td)
 {
     if ((tuHwIf_readToggleStatus() & TD[td].mask) == 0) return true;
     bool passes = true;
-    if (tuHwIf_hwDiag(td, REF_IN_TD_OFF) != 0) {
-        KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "tuHwIf_hwDiag failed with hm =%d, mode=REF_IN_TD_OFF",
-                  static_cast<i32>(td));
-    } else {
+    if (setMonitor(td, REF_IN_TD_OFF)) {
         KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_3, "Waiting 10ms");
         ose::delay(MONITOR_SETTLE_ms);
         if ((tuHwIf_readToggleStatus() & TD[td].mask) != 0) {
@@ -273,9 +274,7 @@ bool detectorPasses(u32 td)
             passes = false;
         }
     }
-    if (tuHwIf_hwDiag(td, REF_IN_TD_ON) != 0)
-        KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "tuHwIf_hwDiag failed with hm =%d, mode=REF_IN_TD_ON",
-                  static_cast<i32>(td));
+    setMonitor(td, REF_IN_TD_ON);
     return passes;
 }
 

@@ -74,12 +74,8 @@ const char* senderName(Signal* sig)
 void offerAlongChain(Signal* sig)
 {
     int handled = 0;
-    int last = 0;
-    for (const Dispatch dispatch : DISPATCH_CHAIN) {
-        last = dispatch(sig);
-        if (last != 0) handled = 1;
-    }
-    if (last == 0 && handled == 0) {
+    for (const Dispatch dispatch : DISPATCH_CHAIN) handled |= dispatch(sig);
+    if (handled == 0) {
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "Unexpected signal %d received from %s",
                   static_cast<i32>(sig->sigNo), senderName(sig));
         ose::free_buf(&sig);
@@ -102,7 +98,6 @@ void serve()
     if (KvdLoz6TuMgr_isHalted() != 0) offerToConnection(sig);
     else                              offerAlongChain(sig);
     if (node::traceErrorStatus() != 0) KVD_TRACE(TRACE_TUMGR_PROC, TRACE_CHECK, "ERROR STATUS");
-    node::traceClearErrorStatus();
 }
 
 }  // namespace

@@ -121,25 +121,27 @@ int KvdLoz6TuMgr_dispatchFirstGroup(Signal* sig)
 {
     switch (sig->sigNo) {
     case KVD_TUIIF_BOARD_FAILURE_RECOVERY_IND:
-        onBoardFailure(as<KvdTuiifBoardFailureRecoveryInd>(sig));                              return 1;
+        onBoardFailure(as<KvdTuiifBoardFailureRecoveryInd>(sig));                              break;
     case KVD_TUIIF_SYNCINFO_REQ:
-        onSyncInfoReq(as<KvdTuiifSyncinfoReq>(sig), ose::sender(&sig));                        return 1;
-    case KVD_TUREFMON_CHECK_TD_IND: KvdLoz6HwDiag_runTimeCheck();                              return 1;
+        onSyncInfoReq(as<KvdTuiifSyncinfoReq>(sig), ose::sender(&sig));                        break;
+    case KVD_TUREFMON_CHECK_TD_IND: KvdLoz6HwDiag_runTimeCheck();                              break;
     case TARSO_TEMI_SERVER_DOWN_IND:                 // of an exchange that is over
-        return 1;
-    case KVD_TUMGR_FIX_FREQUENCY_IND: KvdLoz6TuReg_fixFrequency();                             return 1;
-    case TARSO_ELGI_WRITE2_RSP:     onElgiResponse(as<TarsoElgiWrite2Rsp>(sig));               return 1;
+        break;
+    case KVD_TUMGR_FIX_FREQUENCY_IND: KvdLoz6TuReg_fixFrequency();                             break;
+    case TARSO_ELGI_WRITE2_RSP:     onElgiResponse(as<TarsoElgiWrite2Rsp>(sig));               break;
     default:                                                                                   return 0;
     }
+    return 1;
 }
 
 int KvdLoz6TuMgr_dispatchSecondGroup(Signal* sig)
 {
     switch (sig->sigNo) {
-    case KVD_TUIIF_SET_GPSOUT_IND:   onSetGpsOut(as<KvdTuiifSetGpsoutInd>(sig));               return 1;
-    case KVD_TUIIF_SET_HPTSIOUT_IND: onSetHptsiOut(as<KvdTuiifSetHptsioutInd>(sig));           return 1;
+    case KVD_TUIIF_SET_GPSOUT_IND:   onSetGpsOut(as<KvdTuiifSetGpsoutInd>(sig));               break;
+    case KVD_TUIIF_SET_HPTSIOUT_IND: onSetHptsiOut(as<KvdTuiifSetHptsioutInd>(sig));           break;
     default:                                                                                   return 0;
     }
+    return 1;
 }
 
 void KvdLoz6TuMgr_raiseAlarm()

@@ -114,7 +114,7 @@ u8 byTimeMode(u8 clock)
 u8 shownState(u8 clock)
 {
     u8 shown = bySelection(clock);
-    if (saved().ltrStatus != 0) shown = KVD_TUIIF_LOSS_OF_TRACKING;
+    if (saved().ltrStatus) shown = KVD_TUIIF_LOSS_OF_TRACKING;
     return byTimeMode(shown);
 }
 
@@ -149,7 +149,7 @@ void followThresholds(u8 shown)
 tuiif::LatestSentBvqStatusInd presentStatus()
 {
     tuiif::LatestSentBvqStatusInd now;
-    now.sentBvqStatusInd = 1;
+    now.sentBvqStatusInd = true;
     now.radioClockState = saved().radioClockState;
     now.refState = saved().tuiifRefState;
     now.activRefLtrStatus = saved().activRefLtrStatus;
@@ -196,7 +196,7 @@ void sendBvqStatus()
     }
     LatestSentBvqStatusInd& latest = state().latestSentBvqStatusInd;
     const LatestSentBvqStatusInd now = presentStatus();
-    if (latest.sentBvqStatusInd == 1 && isEqual(latest, now) && state().forceSend == 0) {
+    if (latest.sentBvqStatusInd && isEqual(latest, now) && !state().forceSend) {
         KVD_TRACE(TRACE_TUIIFADM, TRACE_3,
                   "Signal BvqStatusInd already sent with: clockState=%u, refState=%x, ltr=%u, "
                   "degr=%u",
@@ -205,7 +205,7 @@ void sendBvqStatus()
     }
     if (isMaster()) MP_UPCALLS.clockStateTold(clock);
     latest = now;
-    state().forceSend = 0;
+    state().forceSend = false;
     auto* ind = node::make<KvdTuiifBvqStatusInd>(KVD_TUIIF_BVQ_STATUS_IND);
     ind->smn = smn();
     ind->apn = apn();
@@ -284,7 +284,7 @@ void KvdLoz6TuIifAdm_updateRadioClockState(u8 clock)
 }
 
 void KvdLoz6TuIifAdm_reportClockState(u8 clockState) { KvdLoz6TuIifAdm_updateRadioClockState(clockState); }
-void KvdLoz6TuIifAdm_setForceSend() { state().forceSend = 1; }
+void KvdLoz6TuIifAdm_setForceSend() { state().forceSend = true; }
 u8   KvdLoz6TuIifAdm_radioClockState() { return saved().radioClockState; }
 u8   KvdLoz6TuIifAdm_lastRegulatorState() { return saved().lastRegulatorState; }
 
@@ -295,14 +295,11 @@ void KvdLoz6TuIifAdm_startForceLockedTimer()
 }
 bool KvdLoz6TuIifAdm_forceLockedTimerRuns() { return state().forceLockedTimer.runs(); }
 
-u32 KvdLoz6TuIifAdm_holdoverThreshold(u32 holdoverClass)
-{
-    return holdoverClass <= HOLDOVER_RNT ? state().threshold[holdoverClass].minutes : 0;
-}
+u32 KvdLoz6TuIifAdm_holdoverThreshold(u32 holdoverClass) { return state().threshold[holdoverClass].minutes; }
 void KvdLoz6TuIifAdm_setHoldoverThreshold(u32 holdoverClass, u32 minutes)
 {
     // Called from the shell's process too, so the timer is left to the manager's next update.
-    if (holdoverClass <= HOLDOVER_RNT) state().threshold[holdoverClass].minutes = minutes;
+    state().threshold[holdoverClass].minutes = minutes;
 }
 
 // ---- reference state, tracking, degradation ----
@@ -316,14 +313,14 @@ void KvdLoz6TuIifAdm_updateRefState(u32 tuiifRefState)
     saved().tuiifRefState = tuiifRefState;
     tuiif::sendBvqStatus();
 }
-void KvdLoz6TuIifAdm_markNotSent() { state().latestSentBvqStatusInd.sentBvqStatusInd = 0; }
+void KvdLoz6TuIifAdm_markNotSent() { state().latestSentBvqStatusInd.sentBvqStatusInd = false; }
 
 void KvdLoz6TuIifAdm_updateLtr(u32 detected)
 {
-    const bool was = saved().ltrStatus != 0, is = detected != 0;
+    const bool was = saved().ltrStatus, is = detected != 0;
     const bool isOver = was && !is;
     const bool isNew = is && (!was || saved().activRefLtrStatus == KVD_TUIIF_NOT_VALID);
-    saved().ltrStatus = is ? 1 : 0;
+    saved().ltrStatus = is;
     if (!isOver && !isNew) return;
     saved().activRefLtrStatus = isOver ? KVD_TUIIF_REF_OK : KVD_TUIIF_REF_LTR;
     tuiif::showLastRegState();

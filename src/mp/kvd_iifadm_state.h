@@ -19,7 +19,7 @@ struct SavedBvqStatusData {
     u8 prevSelectedRef = NO_REF;
     u8 prevPrevSelectedRef = NO_REF;
     u8 lastRegulatorState = KVD_TUIIF_UNKNOWN;
-    u8 ltrStatus = 0;                     // 1 while the hardware can't follow a reference
+    bool ltrStatus = false;               // while the hardware can't follow a reference
     u8 masterSlaveMode = KVD_TUIIF_SLAVE_TU;
     u8 radioClockState = KVD_TUIIF_UNKNOWN;
     u8 activRefDegrStatus = KVD_TUIIF_NOT_VALID;
@@ -34,7 +34,7 @@ struct SavedBvqStatusData {
 };
 
 struct LatestSentBvqStatusInd {
-    u32 sentBvqStatusInd = 0;             // 0: the next status goes, whatever it says
+    bool sentBvqStatusInd = false;        // not yet: the next status goes, whatever it says
     u8 radioClockState = KVD_TUIIF_UNKNOWN;
     u32 refState = 0;
     u8 activRefLtrStatus = KVD_TUIIF_NOT_VALID;
@@ -72,7 +72,7 @@ struct State {
 
     SavedBvqStatusData savedBvqStatusData;
     LatestSentBvqStatusInd latestSentBvqStatusInd;
-    u32 forceSend = 0;
+    bool forceSend = false;
 
     u8 calibrationStatus = KVD_TUIIF_UNCALIBRATED;
     char calibrationExpirationDate[128] = "";

@@ -46,7 +46,6 @@ void letClockCatchUp(bool isOperational)
 void sendStatusWithText(SIGSELECT sigNo, const tuiif::StatusRecord& record)
 {
     auto* ind = node::make<KvdTuiifHptsiStatusInd>(sigNo);
-    ind->reserved = 0;
     ind->status = record.status;
     copyText(ind->text, record.text);
     tuiif::sendToPeer(ind);

@@ -198,33 +198,34 @@ void onIdl2LinkRestartTimeout()
 int KvdLoz6TuReg_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case KVD_TUHWIF_REF_INTERRUPT:  onRefInterrupt(as<KvdTuhwifRefInterrupt>(sig));       return 1;
-    case KVD_TUIIF10_TIME_DATA_IND: onTimeData(as<KvdTuiif10TimeDataInd>(sig));           return 1;
+    case KVD_TUHWIF_REF_INTERRUPT:  onRefInterrupt(as<KvdTuhwifRefInterrupt>(sig));       break;
+    case KVD_TUIIF10_TIME_DATA_IND: onTimeData(as<KvdTuiif10TimeDataInd>(sig));           break;
     case KVD_TUIIF_SOCPRI_COARSE_TIME_DATA_IND:
-        onCoarseTimeData(as<KvdTuiifSocpriCoarseTimeDataInd>(sig));                       return 1;
-    case KVD_TUIIF_GET_RNT_TO_SFC_DIFF_REQ: KvdLoz6TuReg_onGetRntToSfcDiffReq(sig);       return 1;
-    case KVD_TUIIF_GET_RNT_FOR_SFN_REQ:     KvdLoz6TuReg_onGetRntForSfnReq(sig);          return 1;
-    case KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_REQ: KvdLoz6TuReg_onJumpRequest(sig);        return 1;
-    case KVD_TUIIF_SET_TEST_MODE_IND:     onSetTestMode(as<KvdTuiifSetTestModeInd>(sig)); return 1;
-    case KVD_TUIIF_SET_SFN_INIT_TIME_IND: KvdLoz6TuReg_onSetSfnInitTimeInd(sig);          return 1;
-    case KVD_TUREG_READ_TEMP_TIMEOUT:     onReadTempTimeout();                            return 1;
-    case KVD_TUREG_WARMUP_TIMEOUT:        onWarmupTimeout();                              return 1;
-    case KVD_TUREG_JUMP_IND_TIMEOUT:      KvdLoz6TuReg_onJumpIndTimeout();                return 1;
+        onCoarseTimeData(as<KvdTuiifSocpriCoarseTimeDataInd>(sig));                       break;
+    case KVD_TUIIF_GET_RNT_TO_SFC_DIFF_REQ: KvdLoz6TuReg_onGetRntToSfcDiffReq(sig);       break;
+    case KVD_TUIIF_GET_RNT_FOR_SFN_REQ:     KvdLoz6TuReg_onGetRntForSfnReq(sig);          break;
+    case KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_REQ: KvdLoz6TuReg_onJumpRequest(sig);        break;
+    case KVD_TUIIF_SET_TEST_MODE_IND:     onSetTestMode(as<KvdTuiifSetTestModeInd>(sig)); break;
+    case KVD_TUIIF_SET_SFN_INIT_TIME_IND: KvdLoz6TuReg_onSetSfnInitTimeInd(sig);          break;
+    case KVD_TUREG_READ_TEMP_TIMEOUT:     onReadTempTimeout();                            break;
+    case KVD_TUREG_WARMUP_TIMEOUT:        onWarmupTimeout();                              break;
+    case KVD_TUREG_JUMP_IND_TIMEOUT:      KvdLoz6TuReg_onJumpIndTimeout();                break;
     case KVD_TUREG_PTP_TIME_PDV_TIMEOUT_IND:
     case KVD_TUREG_PTP_TIME_NOT_RELIABLE_TIMEOUT_IND:
     case KVD_TUREG_PTP_TIME_1588J3_LOCK_TIMEOUT_IND:
     case KVD_TUREG_PTP_TIME_G82751_LOCK_TIMEOUT_IND:
     case KVD_TUREG_PTP_TIME_PROFILE_CHANGE_IND:
-        KvdLoz6TuReg_packetDispatch(sig);                                                 return 1;
-    case KVD_TUHWIF_GEN_PDV_REQ:               KvdLoz6TuReg_onGenPdvReq(sig);             return 1;
-    case KVD_TUREG_IDL2_LINK_RESTART_TIMEOUT:  onIdl2LinkRestartTimeout();                return 1;
-    case KVD_TUREG_BFN_JUMP_WARNING_IND_TIMEOUT: KvdLoz6TuReg_onBfnJumpWarningTimeout();  return 1;
+        KvdLoz6TuReg_packetDispatch(sig);                                                 break;
+    case KVD_TUHWIF_GEN_PDV_REQ:               KvdLoz6TuReg_onGenPdvReq(sig);             break;
+    case KVD_TUREG_IDL2_LINK_RESTART_TIMEOUT:  onIdl2LinkRestartTimeout();                break;
+    case KVD_TUREG_BFN_JUMP_WARNING_IND_TIMEOUT: KvdLoz6TuReg_onBfnJumpWarningTimeout();  break;
     case KVD_TUREG_SOCPRI_SFC_ADJ_MONITOR_TMO:
-        KvdLoz6TuReg_onSocpriSfcAdjMonitorTimeout();                                      return 1;
+        KvdLoz6TuReg_onSocpriSfcAdjMonitorTimeout();                                      break;
     case KVD_TUSOCPRI_CONTINUE_POSTPONED_REGULATION_TMO:
-        KvdLoz6TuReg_onContinuePostponedRegulationTimeout();                              return 1;
+        KvdLoz6TuReg_onContinuePostponedRegulationTimeout();                              break;
     default:                                                                              return 0;
     }
+    return 1;
 }
 
 // ---- what others are told -----------------------------------------------------------------------
@@ -245,7 +246,7 @@ void KvdLoz6TuReg_regStateChanged(u8 from, u8 to)
 
 void KvdLoz6TuReg_sendTimeData()
 {
-    double period = 0, t_f = 0;
+    double period = 0.0, t_f = 0.0;
     if (HALI_readTime(period, t_f) != 0) {
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "HALI_readTime failed");
         return;

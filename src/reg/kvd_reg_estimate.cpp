@@ -276,18 +276,13 @@ void KvdLoz6TuReg_estimateInitiate(const Vec6& x, const Mat6& P, double T, const
 {
     EstimateStateVar& v = s->var;
     v = EstimateStateVar{};
-    v.residualSign = 0;
-    v.residualSignConstant = 0;
     v.b = b;
     v.u_tf[0] = u[0];
     v.u_tf[1] = u[1];
     v.P_est = P;
     v.T = T;
     v.x_est = x;
-    for (u32 z_i = 0; z_i < Z_I_COUNT; ++z_i) v.baseVar[z_i] = estimator::baseVariance(z_i);
-    v.prevRef = Z_NO_REF;
     KvdLoz6TuReg_recoveryInitiate();
-    v.degrState = KVD_TUIIF_REF_OK;
 }
 
 void KvdLoz6TuReg_setSystemNoise(double var_G, double var_F)
@@ -324,8 +319,7 @@ void KvdLoz6TuReg_estimateReinitiate(const double coeff[3])
 {
     EstimateStateVar& v = s->var;
     v.x_est = {0.0, 0.0, 0.0, coeff[0], coeff[1], coeff[2]};
-    v.P_est = {};
-    for (u32 i = 0; i < 6; ++i) v.P_est[i * 6 + i] = regulator::P_COLD[i];
+    v.P_est = regulator::diagonal(regulator::P_COLD);
 }
 
 void KvdLoz6TuReg_setInitialFrequencyDrift(u8 initCnt)
@@ -350,14 +344,9 @@ void KvdLoz6TuReg_setDegrState(u8 degrState)
 
 u8 KvdLoz6TuReg_degrState() { return s->var.degrState; }
 
-void KvdLoz6TuReg_mergeOtherEstimate(bool master, double x1, double x2, double P11)
+void KvdLoz6TuReg_mergeOtherEstimate(double x1, double x2, double P11)
 {
     EstimateStateVar& v = s->var;
-    if (master) {
-        v.x_est[0] = -x1;
-        v.x_est[1] = -x2;
-        return;
-    }
     v.x_est[0] += x1;
     v.x_est[1] += x2;
     v.P_est[7] += P11;

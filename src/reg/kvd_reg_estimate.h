@@ -25,7 +25,6 @@ struct EstimateStateVar {
     u32 measCount = 0;
     Mat6 Q{};
     u8 degrState = KVD_TUIIF_REF_OK;
-    std::array<double, Z_I_COUNT> baseVar{};
     double slaveR = 0;
     double var_G = 0;
     double var_F = 0;
@@ -78,9 +77,9 @@ double KvdLoz6TuReg_lookAheadCalibration();
 /// True when the frequency would leave its best grade within `days`.
 bool KvdLoz6TuReg_lookAheadSoonToExpire(double days);
 
-/// Dual configuration: merges the other unit's estimate, as master replacing, as slave adding.
-void KvdLoz6TuReg_mergeOtherEstimate(bool master, double x1, double x2, double P11);
+/// Dual configuration: adds the other unit's estimate to a slave's.
+void KvdLoz6TuReg_mergeOtherEstimate(double x1, double x2, double P11);
 
-/// Report of the last 20 reference switches to the shell or a text; appends to `text`, returns length.
+/// The last 20 reference switches as a text of at least one byte; returns its length.
 u32 KvdLoz6TuReg_referenceSwitchesText(char* text, u32 room);
 void KvdLoz6TuReg_estimatePrintInfo();

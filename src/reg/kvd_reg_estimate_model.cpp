@@ -79,13 +79,6 @@ Mat6 processNoise(const Vec6& x, double T, double t_s, const estimator::ProcessN
     return matrix::sum(Q, scale(temperature, q_T));
 }
 
-bool diagonalNegative(const Mat6& P)
-{
-    for (u32 i = 0; i < 6; ++i)
-        if (P[i * 6 + i] < 0.0) return true;
-    return false;
-}
-
 bool diagonalNotNegative(const Mat6& P)
 {
     for (u32 i = 0; i < 6; ++i)
@@ -184,7 +177,7 @@ Prediction predict(const Vec6& x, const Mat6& P, double b, const double u[2], do
     p.x_pred = matrix::sum(multiply<6, 6>(A, x), multiply<6, 2>(B, control));
     p.Q = processNoise(x, T_new, t_s, noise);
     p.P_pred = matrix::sum(multiply<6, 6, 6>(multiply<6, 6, 6>(A, P), matrix::transpose<6, 6>(A)), p.Q);
-    if (diagonalNegative(p.P_pred))
+    if (!diagonalNotNegative(p.P_pred))
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "predictCovariance: WARNING! Negative variance in P_pred! [%s]",
                   diagonalText(p.P_pred).text);
     return p;

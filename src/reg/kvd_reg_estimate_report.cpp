@@ -5,36 +5,14 @@
 #include "node/platform.h"
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_estimate_int.h"
+#include "reg/kvd_reg_text.h"
 #include "sig/ref_types.h"
-
-#include <cstdarg>
-#include <cstdio>
 
 namespace {
 
-/// A text of limited room, cut when it is full.
-struct Cursor {
-    char* text;
-    u32 room;
-    u32 length = 0;
-
-    void add(const char* format, ...) __attribute__((format(printf, 2, 3)))
-    {
-        if (length + 1 >= room) return;
-        va_list arguments;
-        va_start(arguments, format);
-        const int wanted = std::vsnprintf(text + length, room - length, format, arguments);
-        va_end(arguments);
-        if (wanted <= 0) return;
-        const u32 free = room - 1 - length;
-        length += static_cast<u32>(wanted) < free ? static_cast<u32>(wanted) : free;
-    }
-};
-
-void addTime(Cursor& out, const node::CalendarTime& time)
+void addTime(CutText& out, const node::CalendarTime& time)
 {
-    const DateTime d = TuCommon_secondsToDate(time.seconds);
-    out.add("%04u-%02u-%02u %02u:%02u:%02u", d.year, d.month, d.day, d.hour, d.minute, d.second);
+    out.addTime(TuCommon_secondsToDate(time.seconds));
 }
 
 }  // namespace
@@ -66,11 +44,9 @@ void recordReferenceSwitch(double z)
 
 u32 KvdLoz6TuReg_referenceSwitchesText(char* text, u32 room)
 {
-    if (room == 0) return 0;
-    text[0] = '\0';
     const estimator::State& s = estimator::state();
     const u32 slots = static_cast<u32>(s.switches.size());
-    Cursor out{text, room};
+    CutText out{text, room};
     out.add("\nSwitches between references and phase offset difference beween them\n");
     for (u32 i = 0; i < s.switchCount; ++i) {
         const estimator::ReferenceSwitch& sw = s.switches[(s.nextSwitch + slots - s.switchCount + i) % slots];

@@ -27,7 +27,7 @@ constexpr const char* MSI_REGION = "TuRegHistData";
 /// What the measurements and the board say; false when the oscillator can't be told by its number.
 bool fillCommon(HistRecord& h)
 {
-    u8 version = 0, manufacturer = 0;
+    u8 version{}, manufacturer{};
     const int result = HALI_readOcxoSerial(h.serial, version, manufacturer);
     if (result != 0) {
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "HALI_readOcxoSerial failed with return code = %u",

@@ -155,7 +155,7 @@ Prediction bridgeGap(const HistRecord& h, double b, double T_new, double dt)
 /// The time scale goes on from the counter, which ran through the gap and wrapped once at most.
 bool rebuildTime(const HistRecord& h, double& t_c, double& t_f)
 {
-    double period = 0;
+    double period = 0.0;
     const int result = tuHwIf_readTime(period, t_f);
     if (result != 0) {
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "tuHwIf_readSfc failed (returned 0x%x)", static_cast<u32>(result));
@@ -224,7 +224,7 @@ namespace {
 bool isOfThisOscillator(const HistRecord& h)
 {
     char serial[18] = "";
-    u8 version = 0, manufacturer = 0;
+    u8 version{}, manufacturer{};
     const int result = HALI_readOcxoSerial(serial, version, manufacturer);
     if (result != 0) {
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "HALI_readOcxoSerial failed with return code = %u",

@@ -189,7 +189,7 @@ void restartPacketHistory(u32 refType, u32 froId)
 
 void dropLatchedEdge()                       // of the reference before
 {
-    double period = 0, time = 0;
+    double period = 0.0, time = 0.0;
     tuHwIf_readLatchedRefClock(period, time);
     KvdLoz6FifoReg_setLatchedTime(0.0);
 }

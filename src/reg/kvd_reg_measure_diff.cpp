@@ -78,7 +78,7 @@ void measure::checkDiff(State& s, TimePair candidate)
 
 void KvdLoz6TuReg_handlePp100msInterupt()
 {
-    double period = 0, t_f = 0;
+    double period = 0.0, t_f = 0.0;
     if (tuHwIf_readTime(period, t_f) != 0) return;
     if (getBoardType() != BVQ1) return;
     u32 seconds = 0, fraction = 0;

@@ -113,7 +113,7 @@ int KvdLoz6TuReg_handleRefClkInt(LatchedEdge& edge)
     }
     MeasStateVar& v = state().var;
     edge.z_i = KvdLoz6TuReg_measurementIndex(v.selectedRef);
-    double period = 0, t_f_latched = 0;
+    double period = 0.0, t_f_latched = 0.0;
     if (tuHwIf_readLatchedRefClock(period, t_f_latched) != 0) {
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "tuHwIf_getGpsFc failed");
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Measurement discarded: Reading latched value failed.");
@@ -200,7 +200,7 @@ void keepSampleTime(double t_c, double t_f)
 
 int KvdLoz6TuReg_calcSampleTimeInterval(double& t_s)
 {
-    double period = 0, t_f = 0;
+    double period = 0.0, t_f = 0.0;
     if (tuHwIf_readTime(period, t_f) != 0) return 0;
 
     measure::State& s = state();
@@ -228,7 +228,7 @@ int KvdLoz6TuReg_calcSampleTimeInterval(double& t_s)
 
 void KvdLoz6TuReg_takeSampleTime()
 {
-    double period = 0, t_f = 0;
+    double period = 0.0, t_f = 0.0;
     if (tuHwIf_readTime(period, t_f) != 0) return;
     const MeasStateVar& v = state().var;
     measure::SampleInterval sample = measure::sampleInterval(v.t_c_last, v.t_f_last, t_f, period);

@@ -47,7 +47,7 @@ bool loopKeepsHistory(u32 selectedRef)
 void KvdLoz6TuReg_readOcxoTemp()
 {
     MeasStateVar& v = state().var;
-    double vT = 0;
+    double vT = 0.0;
     const int result = HALI_getOcxoTemp(vT);
     if (result == 0) {
         takeTemperature(v, vT);
@@ -64,7 +64,7 @@ void KvdLoz6TuReg_handleTempMeasurement()
     constexpr double M_TEMPERATURE = 10.0;
     MeasStateVar& v = state().var;
     v.m[Z_TEMP_REF] = M_TEMPERATURE;
-    double t_s = 0;
+    double t_s = 0.0;
     if (KvdLoz6TuReg_calcSampleTimeInterval(t_s) == 0) {
         KVD_TRACE(TRACE_TUREG, TRACE_ERROR, "%s:: calcSampleTimeInterval failed - Measurement discarded.",
                   __func__);

@@ -54,7 +54,6 @@ constexpr packet::Needs NEEDS = {
 };
 
 constexpr double FRACTION = 1.0 / 4294967296.0;  // s, RFC 5905 timestamp format
-constexpr double GAUSS_999 = 5.14;               // standard deviations in a delay variation
 constexpr double MEMORY = 50.0;                  // of the noise adaptation, samples
 constexpr double M_MAX = 36000.0;
 
@@ -174,7 +173,7 @@ void KvdLoz6TuReg_handlePktFreqMsg(const double (&T)[8])
         KVD_TRACE(TRACE_TUREG, TRACE_3, "Measurement discarded: Regulator not in valid state.");
         return;
     }
-    double t_s = 0;
+    double t_s = 0.0;
     if (!packet::sampleInterval(t_s)) return;
     const TimePair server = KvdLoz6Math_longDouble((T[2] + T[4]) / 2, (T[3] + T[5]) / 2 * FRACTION);
     const TimePair client = KvdLoz6Math_longDouble((T[0] + T[6]) / 2, (T[1] + T[7]) / 2 * FRACTION);
@@ -194,9 +193,9 @@ void KvdLoz6TuReg_handlePktFreqMsg(const double (&T)[8])
 
     const double deviation = std::sqrt(KvdLoz6TuReg_getMeasR(z_i));
     const u32 type = z_i == Z_NTP_REF ? packet::HISTORY_NTP : packet::HISTORY_FREQUENCY;
-    const double pdv = deviation * GAUSS_999;
+    const double pdv = deviation * packet::GAUSS_999;
     packet::historyEntry(type, pdv > DEFAULT_PDV_s, pdv, 0.0);
-    judgePdv(deviation, state().pdvThreshold[type] / GAUSS_999);
+    judgePdv(deviation, state().pdvThreshold[type] / packet::GAUSS_999);
     constexpr u32 INTERVAL = 720, WINDOW = 150;
     KvdLoz6TuReg_frequencySupervision(INTERVAL, WINDOW, TimePair{seconds, fraction});
 }
@@ -218,24 +217,22 @@ void KvdLoz6TuReg_setPdvThreshold(u32 type, u32 nanoseconds)
     traceThreshold(type, *threshold, isDefault);
 }
 
-u32 KvdLoz6TuReg_pdvThresholdText(char* text, u32 room)
+void KvdLoz6TuReg_pdvThresholdText(char* text, u32 room)
 {
-    if (room == 0) return 0;
     const auto ns = [](double threshold_s) { return static_cast<u32>(std::lround(threshold_s * 1e9)); };
-    const int length = std::snprintf(
+    std::snprintf(
         text, room,
         "***** Reference PDV threshold [ns] *****\n   Packet Time : %10u (1588J3)\n"
         "                 %10u (G82751)\n   Packet Freq : %10u\n   NTP         : %10u\n",
         ns(packet::timePdvLimit(PROFILES[0])), ns(packet::timePdvLimit(PROFILES[1])),
         ns(s->pdvThreshold[packet::HISTORY_FREQUENCY]), ns(s->pdvThreshold[packet::HISTORY_NTP]));
-    return std::min(static_cast<u32>(length), room - 1);
 }
 
 PacketPdv KvdLoz6TuReg_packetPdv(u32 froId)
 {
     const u32 z_i = KvdLoz6TuReg_measurementIndex(KvdLoz6TuReg_selectedRef());
     if (z_i == Z_NTP_REF || z_i == Z_PKT_FREQ_REF) {
-        const double pdv = std::sqrt(KvdLoz6TuReg_getMeasR(z_i)) * GAUSS_999;
+        const double pdv = std::sqrt(KvdLoz6TuReg_getMeasR(z_i)) * packet::GAUSS_999;
         return {pdv, pdv,
                 s->pdvThreshold[z_i == Z_NTP_REF ? packet::HISTORY_NTP : packet::HISTORY_FREQUENCY]};
     }

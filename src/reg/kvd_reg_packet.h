@@ -44,14 +44,14 @@ void KvdLoz6TuReg_restartPdvHistory(u32 type, u32 refId);
 /// Registers and removes a packet reference: froClassNo 2, 4 or 5.
 void KvdLoz6TuReg_registerPacketRef(u32 froClassNo, u32 froId);
 void KvdLoz6TuReg_deregisterPacketRef(u32 froClassNo, u32 froId);
-/// History of delay variation as a text; returns its length.
+/// History of delay variation as a text of at least one byte; returns its length.
 u32  KvdLoz6TuReg_pdvHistoryText(char* text, u32 room);
 
 /// Limits of delay variation, ns: type 2 NTP, 4 packet time, 5 packet frequency; 0 restores the
 /// default.
 void KvdLoz6TuReg_setPdvThreshold(u32 type, u32 nanoseconds);
-/// The limits as a text; returns its length.
-u32  KvdLoz6TuReg_pdvThresholdText(char* text, u32 room);
+/// The limits as a text.
+void KvdLoz6TuReg_pdvThresholdText(char* text, u32 room);
 
 /// Delay variation of the selected packet reference beside its limit, s. One value of NTP and packet
 /// frequency stands for both directions.

@@ -4,12 +4,11 @@
 #include "node/trace.h"
 #include "reg/kvd_reg_measure.h"
 #include "reg/kvd_reg_packet_int.h"
+#include "reg/kvd_reg_text.h"
 #include "sig/ref_types.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstdarg>
-#include <cstdio>
 
 using packet::state;
 
@@ -76,35 +75,17 @@ u32 selectedType()
     }
 }
 
-/// Text with a limit; what doesn't fit is cut.
-struct Text {
-    char* text;
-    u32 room, length = 0;
-
-    [[gnu::format(printf, 2, 3)]] void add(const char* format, ...)
-    {
-        if (length + 1 >= room) return;
-        std::va_list arguments;
-        va_start(arguments, format);
-        const int wanted = std::vsnprintf(text + length, room - length, format, arguments);
-        va_end(arguments);
-        if (wanted > 0) length = std::min(length + static_cast<u32>(wanted), room - 1);
-    }
-};
-
-void printRecord(Text& out, u32 type, const packet::PdvRecord& r)
+void printRecord(CutText& out, u32 type, const packet::PdvRecord& r)
 {
-    char when[32];
-    std::snprintf(when, sizeof when, "%04u-%02u-%02u %02u:%02u:%02u", r.time.year, r.time.month, r.time.day,
-                  r.time.hour, r.time.minute, r.time.second);
+    out.add("   [");
+    out.addTime(r.time);
     if (type == packet::HISTORY_TIME)
-        out.add("   [%s]    PDV_DL: %#10.3f [us]   PDV_UL: %#10.3f [us]\n", when, r.values[0] * 1e6,
-                r.values[1] * 1e6);
+        out.add("]    PDV_DL: %#10.3f [us]   PDV_UL: %#10.3f [us]\n", r.values[0] * 1e6, r.values[1] * 1e6);
     else
-        out.add("   [%s]    PDV:   %#10.6f [ms]\n", when, r.values[0] * 1e3);
+        out.add("]    PDV:   %#10.6f [ms]\n", r.values[0] * 1e3);
 }
 
-void printPlace(Text& out, const packet::HistoryPlace& p)
+void printPlace(CutText& out, const packet::HistoryPlace& p)
 {
     constexpr const char* HEAD[] = {"IpSyncRef", "PacketFrequencySyncRef", "PacketTimeSyncRef"};
     const bool inUse = p.type == selectedType() && p.refId == state().history.currentId[p.type];
@@ -174,9 +155,7 @@ void KvdLoz6TuReg_deregisterPacketRef(u32 froClassNo, u32 froId)
 
 u32 KvdLoz6TuReg_pdvHistoryText(char* text, u32 room)
 {
-    if (room == 0) return 0;
-    text[0] = '\0';
-    Text out{text, room};
+    CutText out{text, room};
     out.add("\n***** Reference PDV measurements *****\n");
     for (const u32 type : {packet::HISTORY_TIME, packet::HISTORY_FREQUENCY, packet::HISTORY_NTP})
         for (const packet::HistoryPlace& p : state().history.places)

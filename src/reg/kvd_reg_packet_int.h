@@ -268,6 +268,7 @@ constexpr u32 HIGH_PDV_SAMPLES = 10;     // more in a row than these degrade
 
 /// So many deviations are a time reference's delay variation.
 constexpr double PDV_SIGMAS = 6.0;
+constexpr double GAUSS_999 = 5.14;         // standard deviations that hold all but a few ppm
 /// Limit of a time reference's delay variation, s: the set one, or the profile's.
 double timePdvLimit(const ProfileRow& row);
 /// The mask's windows and results begin anew.

@@ -11,7 +11,6 @@
 namespace {
 
 constexpr u32 PATIENCE_ms = 900'000;             // degraded on a quiet path
-constexpr double PDV_SIGMAS = 6.0;
 
 u32 now_ms() { return static_cast<u32>(u64{ose::get_ticks()} * ose::system_tick() / 1000); }
 
@@ -23,7 +22,7 @@ bool isPathQuiet(packet::QuietPath& q, const PktTimeMsg& msg, double limit_s)
     const u64 seen = q.roundTrip.accumulators[q.roundTrip.older].n;
     const double variance = *packet::runningVariance(&q.roundTrip, {0.0, 2 * meanDelay});
     if (seen < packet::QUIET_WINDOW / 2) return false;   // few packets tell nothing
-    return PDV_SIGMAS * PDV_SIGMAS * variance <= limit_s * limit_s;
+    return packet::PDV_SIGMAS * packet::PDV_SIGMAS * variance <= limit_s * limit_s;
 }
 
 }  // namespace

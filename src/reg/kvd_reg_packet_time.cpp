@@ -304,7 +304,7 @@ void measureInterval(packet::TimeFilter& f, const Packet& p)
     moveFloors(f, p);
     clearInterval(f);
     if (packet::pdvTimerRuns(packet::HIGH_PDV_TIMER) || !areRoundTripsOk(f)) return;
-    double t_s = 0;
+    double t_s = 0.0;
     if (!packet::sampleInterval(t_s)) return;
     followSeconds(f);
     const double t_mod = isLocked(p.regState) ? WIDE_MOD : 1.0;

@@ -42,7 +42,6 @@ void proceed()
 
 void preJump(double phaseDiff)
 {
-    pll::takeStateChanged();
     pll::needs().adjustOffset(0.0, phaseDiff);
     const TimePair delta0 = pll::needs().offset();
     pll::needs().adjustTime(-delta0.c, -delta0.f);
@@ -60,7 +59,6 @@ void unlocked(double phaseDiff)
         c = {};
         p.histPllCountDown = pll::HIST_OFF;
     }
-    p.writeToFlash = 0;
     if (pll::isUnreliable(c)) {
         ++c.samplesInUnlocked;
         return;
@@ -69,7 +67,6 @@ void unlocked(double phaseDiff)
     pll::followTarget(c, phaseDiff, BAND_s, NEW_TARGET_s);
     if (c.changeStateCounter > STABLE) {
         proceed();
-        c.changeStateCounter = 0;
     } else {
         pll::filter(phaseDiff - p.targetDiff);
     }
@@ -161,7 +158,6 @@ void holdover(double phaseDiff)
         const bool isLost = p.currState == PLL_Locked_Holdover && !s->sourceTime;
         if (isLost) pll::changeState(PLL_Unlocked);
         else        proceed();
-        c = {};
     }
 }
 

@@ -21,7 +21,7 @@ constexpr const char* CONTROL = "KvdLoz6TuReg_slavePll_control";
 
 struct State {
     u8  near = 0;                                // samples of the window
-    double nearSum = 0;                          // of their absolute phases, s
+    double nearSum = 0.0;                          // of their absolute phases, s
     u8  far = 0;                                 // in Locked, in a row
     u32 good = 0;                                // in Locked after a warm start
     u32 fineTimeReached = 0;

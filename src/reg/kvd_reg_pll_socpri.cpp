@@ -59,7 +59,6 @@ void unlocked(double phaseDiff)
         c = {};
         p.histPllCountDown = pll::HIST_OFF;
     }
-    p.writeToFlash = 0;
     if (pll::isUnreliable(c)) {
         ++c.samplesInUnlocked;
         return;
@@ -123,7 +122,6 @@ void endHoldover()
         pll::needs().armContinuation();
         pll::needs().answerContinuation(OK_TIME_LOCKED);
     }
-    s->c = {};
 }
 
 void holdover(double phaseDiff)
@@ -137,7 +135,6 @@ void holdover(double phaseDiff)
     }
     if (++c.samples >= HOLDOVER_SAMPLES) {
         pll::changeState(PLL_Unlocked);
-        c = {};
         pll::needs().answerContinuation(PHASE_MEAS_PROBLEM);
         return;
     }

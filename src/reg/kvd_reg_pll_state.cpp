@@ -139,10 +139,7 @@ bool pll::followTarget(Counters& c, double phaseDiff, double near_s, double far_
 
 void pll::countBeyondLimit(Counters& c, double phaseDiff, double near_s, double far_s)
 {
-    if (++c.changeToUnlockedCounter == 1) {
-        if (std::fabs(phaseDiff) > far_s) vars().targetDiff = phaseDiff;
-        c.changeToOffsetLockedCounter = 0;
-    }
+    if (++c.changeToUnlockedCounter == 1 && std::fabs(phaseDiff) > far_s) vars().targetDiff = phaseDiff;
     if (std::fabs(phaseDiff - vars().targetDiff) < near_s) ++c.changeToOffsetLockedCounter;
 }
 

@@ -110,7 +110,7 @@ void KvdLoz6TuReg_onGetRntForSfnReq(const Signal* sig)
     const auto* req = as<KvdTuiifGetRntForSfnReq>(sig);
     if (req == nullptr) return;
     u16 sfn = 0;
-    double period = 0, t_f = 0;
+    double period = 0.0, t_f = 0.0;
     if (tuHwIf_getSfnAndCorrespondingTime(sfn, period, t_f) != 0) {
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "tuHwIf_getSfnAndCorrespondingTime failed");
         auto* rej = node::make<KvdTuiifGetRntForSfnRej>(KVD_TUIIF_GET_RNT_FOR_SFN_REJ);

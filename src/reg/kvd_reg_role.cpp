@@ -45,7 +45,7 @@ void takeTemperatureLimits()
 void startTemperature()
 {
     regulator::startWarmupTimer();
-    double vT = 0;
+    double vT = 0.0;
     HALI_getOcxoTemp(vT);
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "First reading of temp (%s)", TuCommon_text(vT));
 }
@@ -128,8 +128,7 @@ void takeOver()
 {
     regulator::OtherUnit& other = state().otherLoz6Data;
     const Vec6 x_est = KvdLoz6TuReg_estimateStateVar().x_est;
-    KvdLoz6TuReg_mergeOtherEstimate(state().masterSlaveMode != 0, other.x_est_1, other.x_est_2,
-                                    other.P_est_1_1);
+    KvdLoz6TuReg_mergeOtherEstimate(other.x_est_1, other.x_est_2, other.P_est_1_1);
     if (state().receivedTimeDataInd != 0) {
         other.x_est_1 = -x_est[0];
         other.x_est_2 = -x_est[1];

@@ -159,7 +159,7 @@ void KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(u32 trpDiffHigh, u32 trpDiffLow, u32
     if (trpDiffValid == 0) return soCpriCheckPhaseDiffValidity(phase);
     s->validityCnt = 0;
     socpri::needs().pllControl(phase.diff);
-    double t_s = 0;
+    double t_s = 0.0;
     if (KvdLoz6TuReg_calcSampleTimeInterval(t_s) == 0)
         KVD_TRACE(TRACE_SOCPRI, TRACE_INFO,
                   "%s(): Unable to calculate sampling interval - the measStateVar will not be updated "

@@ -14,7 +14,6 @@ namespace {
 
 constexpr double STEP_RATE = 2e-05;              // s each second: a phase that moves faster stepped
 constexpr double LINE_STEP_s = 6.25e-05;
-constexpr double GAUSS_999 = 5.14;               // standard deviations that hold all but a few ppm
 constexpr u8 CONSEC_JUMPS_MAX = 10;
 
 u32 selectedIndex() { return KvdLoz6TuReg_measurementIndex(KvdLoz6TuReg_selectedRef()); }
@@ -76,20 +75,22 @@ bool phaseDeviation(const packet::SupervisionRecord& r, u32 count, double& std_m
     const auto phase = [&r](u32 back) {
         return r.phaseWindow[(r.windowIdx + 2 * packet::PHASE_WINDOW - 1 - back) % packet::PHASE_WINDOW];
     };
+    const auto meanOf = [count](auto value) {
+        double sum = 0.0;
+        for (u32 i = 0; i < count; ++i) sum += value(i);
+        return sum / count;
+    };
     const auto fromNewest = [&phase](u32 back) { return packet::difference(phase(back), phase(0)); };
-    double sum = 0.0, first = 0.0, squares = 0.0;
-    for (u32 i = 0; i < count; ++i) {
+    for (u32 i = 0; i < count; ++i)
         if (!packet::isPhase(phase(i))) return false;
-        sum += fromNewest(i);
-    }
-    const double mean = sum / count;
-    for (u32 i = 0; i < count; ++i) first += (fromNewest(i) - mean) * 1000.0;
-    first /= count;
-    for (u32 i = 0; i < count; ++i) {
-        const double e = (fromNewest(i) - mean) * 1000.0 - first;
-        squares += e * e;
-    }
-    std_ms = std::sqrt(squares / count);
+    const double mean = meanOf(fromNewest);
+    const auto deviation = [&](u32 back) { return (fromNewest(back) - mean) * 1000.0; };
+    const double rest = meanOf(deviation);       // what the mean's rounding has left
+    const auto square = [&](u32 back) {
+        const double e = deviation(back) - rest;
+        return e * e;
+    };
+    std_ms = std::sqrt(meanOf(square));
     return true;
 }
 
@@ -113,7 +114,7 @@ void takePdv(packet::SupervisionRecord& r, u32 z_i, TimePair phase)
     r.windowIdx = static_cast<u8>((r.windowIdx + 1) % packet::PHASE_WINDOW);
     double deviation = 0.0;
     if (!phaseDeviation(r, n, deviation)) return;
-    if (z_i != Z_PKT_TIME_REF) deviation *= GAUSS_999;
+    if (z_i != Z_PKT_TIME_REF) deviation *= packet::GAUSS_999;
     if (r.currMeas % n != 0 && r.pdvStopped == 0) return;
 
     if (u8& flag = r.jumpFlags[r.pdvInterval]; flag != 0) {

@@ -98,11 +98,12 @@ void onGetTimeDataRsp(const KvdTuSocpriInciGetTimeDataRsp* rsp)
 int dispatchOwn(Signal* sig)
 {
     switch (sig->sigNo) {
-    case KVD_TUSOCPRI_INCI_GET_TIME_DATA_TMO: onGetTimeDataTmo();                                    return 1;
+    case KVD_TUSOCPRI_INCI_GET_TIME_DATA_TMO: onGetTimeDataTmo();                                    break;
     case KVD_TUSOCPRI_INCI_GET_TIME_DATA_RSP:
-        onGetTimeDataRsp(as<KvdTuSocpriInciGetTimeDataRsp>(sig));                                    return 1;
+        onGetTimeDataRsp(as<KvdTuSocpriInciGetTimeDataRsp>(sig));                                    break;
     default:                                                                                         return 0;
     }
+    return 1;
 }
 
 // ---- command ------------------------------------------------------------------------------------

@@ -189,27 +189,28 @@ u32 KvdLoz6TuSoCpri_ngpduhif_connEstablish(u32 protocolRev)
 int KvdLoz6TuSoCpri_ngpduhif_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case KVD_COMM_ONS_HUNT:      onNameServerFound(ose::sender(&sig));                               return 1;
-    case KVD_COMM_ONS_DEAD:      onNameServerDead();                                                 return 1;
-    case KVD_COMM_SERVER_UP_IND: onServerUp(ose::sender(&sig));                                      return 1;
-    case KVD_COMM_SERVER_DEAD:   onServerDead();                                                     return 1;
-    case KVD_NGPDUHIF_ANSWER_TMO: onAnswerTimeout();                                                 return 1;
+    case KVD_COMM_ONS_HUNT:      onNameServerFound(ose::sender(&sig));                               break;
+    case KVD_COMM_ONS_DEAD:      onNameServerDead();                                                 break;
+    case KVD_COMM_SERVER_UP_IND: onServerUp(ose::sender(&sig));                                      break;
+    case KVD_COMM_SERVER_DEAD:   onServerDead();                                                     break;
+    case KVD_NGPDUHIF_ANSWER_TMO: onAnswerTimeout();                                                 break;
     case KVD_NGPDUHIF_CONN_ESTABLISH_CFM:
-        onConnEstablishCfm(as<KvdNgpduhifConnEstablishCfm>(sig), ose::sender(&sig));                 return 1;
-    case KVD_NGPDUHIF_CONN_ESTABLISH_REJ: onConnEstablishRej(as<KvdNgpduhifConnEstablishRej>(sig));  return 1;
+        onConnEstablishCfm(as<KvdNgpduhifConnEstablishCfm>(sig), ose::sender(&sig));                 break;
+    case KVD_NGPDUHIF_CONN_ESTABLISH_REJ: onConnEstablishRej(as<KvdNgpduhifConnEstablishRej>(sig));  break;
     case KVD_NGPDUHIF_HANDSHAKE_PDU_CFM:
-        KVD_TRACE(TRACE_NGPDUHIF, TRACE_7, "received KVD_NGPDUHIF_HANDSHAKE_PDU_CFM");               return 1;
+        KVD_TRACE(TRACE_NGPDUHIF, TRACE_7, "received KVD_NGPDUHIF_HANDSHAKE_PDU_CFM");               break;
     case KVD_NGPDUHIF_HANDSHAKE_PDU_REJ:
-        KVD_TRACE(TRACE_NGPDUHIF, TRACE_ERROR, "received KVD_NGPDUHIF_HANDSHAKE_PDU_REJ");           return 1;
-    case KVD_NGPDUHIF_SEND_BCM_DATA_IND: onSendBcmData(as<KvdNgpduhifSendBcmDataInd>(sig));          return 1;
+        KVD_TRACE(TRACE_NGPDUHIF, TRACE_ERROR, "received KVD_NGPDUHIF_HANDSHAKE_PDU_REJ");           break;
+    case KVD_NGPDUHIF_SEND_BCM_DATA_IND: onSendBcmData(as<KvdNgpduhifSendBcmDataInd>(sig));          break;
     case KVD_NGPDUHIF_SERVER_CONN_RELEASE_RSP:
         onConnReleaseRsp(as<KvdNgpduhifConnReleaseRsp>(sig), "KVD_NGPDUHIF_SERVER_CONN_RELEASE_RSP");
-        return 1;
+        break;
     case KVD_NGPDUHIF_CLIENT_CONN_RELEASE_RSP:
         onConnReleaseRsp(as<KvdNgpduhifConnReleaseRsp>(sig), "KVD_NGPDUHIF_CLIENT_CONN_RELEASE_RSP");
-        return 1;
+        break;
     default:                                                                                         return 0;
     }
+    return 1;
 }
 
 u32 KvdLoz6TuSoCpri_ngpduhif_nodeIdentifier() { return s->nodeIdentifier; }

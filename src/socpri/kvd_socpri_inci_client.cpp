@@ -96,7 +96,7 @@ void dropClient(Client& c)
 {
     KvdTimer_cancel(c.establishTimer);
     detachFromServer(c);
-    if (s->numClients > 0) --s->numClients;
+    --s->numClients;
     c = Client{};
 }
 
@@ -183,7 +183,6 @@ Client* addClient(const Unit& unit)
         KVD_TRACE(TRACE_INCI_CLIENT, TRACE_ERROR, "two connections have the reference 0x%x", clientRef);
     ++s->numClients;
     c.clientRef = clientRef;
-    c.serverRef = 0;
     std::copy(unit.path.begin(), unit.path.end(), c.huntPathPrefix);
     c.cpriPortNo = unit.cpriPortNo;
     c.sharedId = unit.sharedId;
@@ -453,27 +452,28 @@ void KvdLoz6TuSoCpri_inci_initiateClient() { *s = State{}; }
 int KvdLoz6TuSoCpri_inci_dispatchClient(Signal* sig)
 {
     switch (sig->sigNo) {
-    case KVD_TUSOCPRI_INCI_ESTABLISH_REQ: onEstablishReq(as<KvdTuSocpriInciEstablishReq>(sig));      return 1;
-    case KVD_TUSOCPRI_INCI_RELEASE_REQ:   onReleaseReq(as<KvdTuSocpriInciReleaseReq>(sig));          return 1;
-    case KVD_TUSOCPRI_INCI_ESTABLISH_TMO: onEstablishTmo(as<InciClientInd>(sig));                    return 1;
+    case KVD_TUSOCPRI_INCI_ESTABLISH_REQ: onEstablishReq(as<KvdTuSocpriInciEstablishReq>(sig));      break;
+    case KVD_TUSOCPRI_INCI_RELEASE_REQ:   onReleaseReq(as<KvdTuSocpriInciReleaseReq>(sig));          break;
+    case KVD_TUSOCPRI_INCI_ESTABLISH_TMO: onEstablishTmo(as<InciClientInd>(sig));                    break;
     case PSX_IW_NGSC_INCI_SERVER_UP_IND:
-        onServerUp(as<InciClientInd>(sig), ose::sender(&sig));                                       return 1;
-    case PSX_IW_NGSC_INCI_SERVER_DOWN_IND: onServerDown(as<InciClientInd>(sig));                     return 1;
+        onServerUp(as<InciClientInd>(sig), ose::sender(&sig));                                       break;
+    case PSX_IW_NGSC_INCI_SERVER_DOWN_IND: onServerDown(as<InciClientInd>(sig));                     break;
     case PSX_IW_NGSC_INCI_CONN_ESTABLISH_CFM:
-        onConnEstablishCfm(as<InciConnEstablishCfm>(sig), ose::sender(&sig));                        return 1;
-    case PSX_IW_NGSC_INCI_CONN_ESTABLISH_REJ: onConnEstablishRej(as<InciRej>(sig));                  return 1;
+        onConnEstablishCfm(as<InciConnEstablishCfm>(sig), ose::sender(&sig));                        break;
+    case PSX_IW_NGSC_INCI_CONN_ESTABLISH_REJ: onConnEstablishRej(as<InciRej>(sig));                  break;
     case PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_CFM:
-        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "received PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_CFM");   return 1;
-    case PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_REJ: onSubscribeRej(as<InciRej>(sig));                  return 1;
+        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "received PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_CFM");   break;
+    case PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_REJ: onSubscribeRej(as<InciRej>(sig));                  break;
     case PSX_IW_NGSC_INCI_BROADCAST_MESSAGE_IND:
         onBroadcast(as<InciBroadcastMessageInd>(sig), KvdLoz6TuSoCpri_ngpduhif_sendNgpduhIfReceiveBcmInd);
-        return 1;
+        break;
     case PSX_IW_NGSC_INCI_BROADCAST_MESSAGE2_IND:
         onBroadcast(as<InciBroadcastMessage2Ind>(sig), KvdLoz6TuSoCpri_ngpduhif_sendNgpduhIfReceiveBcmInd2);
-        return 1;
-    case PSX_IW_NGSC_INCI_CONN_RELEASE_CFM: onConnReleaseCfm(as<InciRefs>(sig));                     return 1;
+        break;
+    case PSX_IW_NGSC_INCI_CONN_RELEASE_CFM: onConnReleaseCfm(as<InciRefs>(sig));                     break;
     default:                                                                                         return 0;
     }
+    return 1;
 }
 
 // ---- printout -----------------------------------------------------------------------------------

@@ -52,7 +52,7 @@ Record* recordByRef(u32 serverConnectionRef)
 
 void dropRecord(Record& r)
 {
-    if (s->connected > 0) --s->connected;
+    --s->connected;
     r = Record{};
 }
 
@@ -116,7 +116,6 @@ u32 addClient(PROCESS client, u32 clientConnectionRef, u32 protocolRev)
     r.serverConnectionRef = ref;
     r.protocolRev = protocolRev;
     r.state = INCI_CONNECTED;
-    r.inciSubscription = 0;
     Signal* down = makeDownInd(ref);
     r.serviceAttachRef = ose::attach(&down, client);
     KVD_TRACE(TRACE_INCI_SERVER, TRACE_INFO, "%s(): New INCI client added, serverConnectionRef = 0x%x",
@@ -241,14 +240,15 @@ int KvdLoz6TuSoCpri_inci_dispatchServer(Signal* sig)
 {
     switch (sig->sigNo) {
     case PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ:
-        onConnEstablishReq(as<InciConnEstablishReq>(sig), ose::sender(&sig));                        return 1;
+        onConnEstablishReq(as<InciConnEstablishReq>(sig), ose::sender(&sig));                        break;
     case PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_REQ:
-        onSubscribeReq(as<InciRefs>(sig), ose::sender(&sig));                                        return 1;
+        onSubscribeReq(as<InciRefs>(sig), ose::sender(&sig));                                        break;
     case PSX_IW_NGSC_INCI_CONN_RELEASE_REQ:
-        onConnReleaseReq(as<InciRefs>(sig), ose::sender(&sig));                                      return 1;
-    case NGSC_INCI_CLIENT_DOWN_IND: onClientDown(as<InciServerInd>(sig), ose::sender(&sig));         return 1;
+        onConnReleaseReq(as<InciRefs>(sig), ose::sender(&sig));                                      break;
+    case NGSC_INCI_CLIENT_DOWN_IND: onClientDown(as<InciServerInd>(sig), ose::sender(&sig));         break;
     default:                                                                                         return 0;
     }
+    return 1;
 }
 
 void KvdLoz6TuSoCpri_inci_sendServerBcmInd(const KvdNgpduhifSendBcmDataInd& data)

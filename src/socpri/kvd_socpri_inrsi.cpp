@@ -116,9 +116,9 @@ void forgetRememberedPort()
 }
 
 /// A port that there is; else the order is answered as for a link that isn't there.
-bool isPort(u8 port)
+bool isPortOfOrder(u8 port)
 {
-    if (port < PORTS_WITH_X) return true;
+    if (isPortOrX(port)) return true;
     KVD_TRACE(TRACE_INRSI, TRACE_ERROR, "%s(): Port number out of range (%u)", __func__, port);
     return false;
 }
@@ -251,21 +251,22 @@ int KvdLoz6Inrsi_dispatch(Signal* sig)
 {
     if (dispatchLink(client(), sig) != 0 || dispatchMeasurement(sig) != 0) return 1;
     switch (sig->sigNo) {
-    case KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ: onGoToTimeHoldover();                          return 1;
+    case KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ: onGoToTimeHoldover();                          break;
     case KVD_TUIIF_SOCPRI_DESELECT_SYNC_LINK_IND:
-        onDeselect(as<KvdTuiifSocpriDeselectSyncLinkInd>(sig));                                   return 1;
-    case KVD_TUIIF_SOCPRI_SP_JUMP_IND: onSpJump(as<KvdTuiifSocpriSpJumpInd>(sig));                return 1;
+        onDeselect(as<KvdTuiifSocpriDeselectSyncLinkInd>(sig));                                   break;
+    case KVD_TUIIF_SOCPRI_SP_JUMP_IND: onSpJump(as<KvdTuiifSocpriSpJumpInd>(sig));                break;
     case KVD_TUIIF_INRSI_LINK_STATUS2_IND_FWD:
-        onLinkXStatus(as<KvdTuiifInrsiLinkStatus2IndFwd>(sig));                                   return 1;
-    case KVD_TUSOCPRI_HOLDOVER_TMO:         onHoldoverTimeout();                                  return 1;
-    case KVD_TUSOCPRI_BFN_JUMP_WARNING_TMO: inrsiSendBfnJumpInfo(0);                              return 1;
+        onLinkXStatus(as<KvdTuiifInrsiLinkStatus2IndFwd>(sig));                                   break;
+    case KVD_TUSOCPRI_HOLDOVER_TMO:         onHoldoverTimeout();                                  break;
+    case KVD_TUSOCPRI_BFN_JUMP_WARNING_TMO: inrsiSendBfnJumpInfo(0);                              break;
     default:                                                                                      return 0;
     }
+    return 1;
 }
 
 void inrsiStartScan(u8 port)
 {
-    if (!isPort(port)) {
+    if (!isPortOfOrder(port)) {
         KvdLoz6TuIifAdm_sendSocpriScanLinkRsp(wirePort(port), CPRI_LINK_NOT_AVAILABLE);
         return;
     }
@@ -282,7 +283,7 @@ void inrsiStartScan(u8 port)
 
 void inrsiSelectSyncLink(u8 port)
 {
-    if (!isPort(port)) {
+    if (!isPortOfOrder(port)) {
         KvdLoz6TuIifAdm_sendSocpriSelectSyncLinkRsp(wirePort(port), CPRI_LINK_NOT_AVAILABLE);
         return;
     }
@@ -313,7 +314,7 @@ void inrsiSelectRememberedPort(u8 port)
 
 void inrsiContinueOnLink(u8 port)
 {
-    if (!isPort(port)) {
+    if (!isPortOfOrder(port)) {
         KvdLoz6TuIifAdm_sendSocpriSelectSyncLinkRsp(wirePort(port), CPRI_LINK_NOT_AVAILABLE);
         return;
     }
@@ -332,7 +333,7 @@ void inrsiContinueOnLink(u8 port)
 
 void inrsiAlignBfnToGroup(u8 port, u32 esfc, u16 mfn)
 {
-    if (!isPort(port)) return KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(0);
+    if (!isPortOfOrder(port)) return KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(0);
     KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():BFN alignment request will be processed.", __func__);
     forgetRememberedPort();
     giveUpWork();

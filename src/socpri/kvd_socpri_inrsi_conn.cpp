@@ -158,7 +158,7 @@ void onServerDown(Client& c, PROCESS factory)
     c.role->serverLost();
     forgetServer(c);
     c.procedureRef = c.connectionRef = 0;
-    for (u8 port = 0; port < PORTS; ++port) {
+    for (const u8 port : PORTS_A_TO_F) {
         stopSupervision(c, port);
         if (c.subscribed[port] != 0) resetPortStatus(c, port);
     }
@@ -179,14 +179,15 @@ int dispatchConnection(Client& c, Signal* sig)
 {
     switch (sig->sigNo) {
     case INRSI_SERVER_UP_IND:
-        onServerUp(c, as<InrsiServerUpInd>(sig), ose::sender(&sig));                            return 1;
-    case INRSI_SERVER_DOWN_IND:      onServerDown(c, ose::sender(&sig));                        return 1;
+        onServerUp(c, as<InrsiServerUpInd>(sig), ose::sender(&sig));                            break;
+    case INRSI_SERVER_DOWN_IND:      onServerDown(c, ose::sender(&sig));                        break;
     case INRSI_CONN_ESTABLISH_CFM:
-        onConnEstablishCfm(c, as<InrsiConnEstablishCfm>(sig), ose::sender(&sig));               return 1;
-    case INRSI_CONN_ESTABLISH_REJ:   onConnEstablishRej(c, as<InrsiErrorRej>(sig));             return 1;
-    case KVD_TUSOCPRI_ANSWER_TMO:    onAnswerTimeout(c);                                        return 1;
+        onConnEstablishCfm(c, as<InrsiConnEstablishCfm>(sig), ose::sender(&sig));               break;
+    case INRSI_CONN_ESTABLISH_REJ:   onConnEstablishRej(c, as<InrsiErrorRej>(sig));             break;
+    case KVD_TUSOCPRI_ANSWER_TMO:    onAnswerTimeout(c);                                        break;
     default:                                                                                    return 0;
     }
+    return 1;
 }
 
 }  // namespace inrsi

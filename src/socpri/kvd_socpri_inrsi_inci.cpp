@@ -56,7 +56,7 @@ void releaseInci(Client& c, u8 port)
 void startInci(Client& c)
 {
     KvdLoz6NgPduh_start();
-    for (u8 port = 0; port < PORTS; ++port) {
+    for (const u8 port : PORTS_A_TO_F) {
         if (c.subscribed[port] == 0) continue;
         for (Slot& slot : c.cpriPortStatus[port])
             if (slot.linkStatus == LINK_AVAILABLE && slot.inciEstablishStatus == INCI_NONE)

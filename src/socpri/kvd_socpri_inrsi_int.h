@@ -19,6 +19,9 @@ constexpr u8  PORTS = 6;                       // A to F
 constexpr u8  PORT_X = 6;                      // a master's: all links of the slave
 constexpr u8  PORTS_WITH_X = 7;
 constexpr u8  NO_PORT = 255;
+constexpr u8  PORTS_A_TO_F[PORTS] = {0, 1, 2, 3, 4, 5};
+constexpr bool isPort(u32 port) { return port < PORTS; }
+constexpr bool isPortOrX(u32 port) { return port < PORTS_WITH_X; }
 constexpr u32 SLOTS = 4;                       // units behind one port
 constexpr u32 NO_UNIT = 0xFFFFFFFF;
 constexpr AttachRef NO_ATTACH = 0xFFFFFFFF;

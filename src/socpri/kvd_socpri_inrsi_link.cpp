@@ -61,7 +61,7 @@ void askForSubscription(Client& c, u8 port)
 /// A port's subscription is answered, or not wanted any more; the wait is over with the last one.
 void subscriptionOver(Client& c, u32 port)
 {
-    if (port < PORTS) c.asked[port] = 0;
+    if (isPort(port)) c.asked[port] = 0;
     if (std::ranges::none_of(c.asked, [](u8 asked) { return asked != 0; })) cancelAnswer();
 }
 
@@ -103,7 +103,7 @@ Subscribed subscribeWanted(Client& c, const KvdTuiifSocpriSupInd& ind, const Sub
     for (const u8 number : ind.syncRiPortNo) {
         if (number == 0) continue;
         const u8 port = static_cast<u8>(number - 1);
-        if (port >= PORTS) {
+        if (!isPort(port)) {
             KVD_TRACE(TRACE_INRSI, TRACE_ERROR, "%s(): Port number out of range (%u)", __func__, port);
             continue;
         }
@@ -128,7 +128,7 @@ void onSupInd(Client& c, const KvdTuiifSocpriSupInd* ind)
     c.asked = {};
     Subscribed wanted{};
     if (ind->supEnable != 0) wanted = subscribeWanted(c, *ind, before);
-    for (u8 port = 0; port < PORTS; ++port)
+    for (const u8 port : PORTS_A_TO_F)
         if (before[port] != 0 && wanted[port] == 0) unsubscribe(c, port);
     if (ind->supEnable != 0) {
         const bool isOnce = c.role->isMaster;
@@ -149,7 +149,7 @@ void onSubscribeCfm(Client& c, const InrsiPort* cfm)
 {
     if (cfm == nullptr) return;
     const u32 port = cfm->nearEndPortNo - 1;
-    if (port >= PORTS) {
+    if (!isPort(port)) {
         KVD_TRACE(TRACE_INRSI, TRACE_ERROR, "%s(): Port number out of range (%u)", __func__, port);
         return;
     }
@@ -184,7 +184,7 @@ void linkAvailable(Client& c, u8 port, const UnitReport& report)
 void onLinkStatus2(Client& c, const InrsiLinkStatus2Ind* ind)
 {
     if (ind == nullptr) return;
-    if (ind->nearEndPortNo - 1 >= PORTS) {
+    if (!isPort(ind->nearEndPortNo - 1u)) {
         KVD_TRACE(TRACE_INRSI, TRACE_ERROR, "%s(): Port number out of range (%u)", __func__,
                   ind->nearEndPortNo - 1);
         log(c, INRSI_CL_EV_LINK_SC_IGNORED_PORTNO_LIMITS);
@@ -220,7 +220,7 @@ void onBfnJumpInfoRej(Client& c, const InrsiErrorRej* rej)
 
 void askForSubscriptions(Client& c)
 {
-    for (u8 port = 0; port < PORTS; ++port)
+    for (const u8 port : PORTS_A_TO_F)
         if (c.asked[port] != 0) askForSubscription(c, port);
 }
 
@@ -251,23 +251,24 @@ int dispatchLink(Client& c, Signal* sig)
 {
     if (dispatchConnection(c, sig) != 0) return 1;
     switch (sig->sigNo) {
-    case KVD_TUIIF_SOCPRI_START_REQ: onStartReq(c);                                             return 1;
-    case KVD_TUIIF_SOCPRI_STOP_REQ:  onStopReq(c);                                              return 1;
-    case KVD_TUIIF_SOCPRI_SUP_IND:   onSupInd(c, as<KvdTuiifSocpriSupInd>(sig));                return 1;
-    case INRSI_SUBSCRIBE_LINK_STATUS_CFM: onSubscribeCfm(c, as<InrsiPort>(sig));                return 1;
-    case INRSI_SUBSCRIBE_LINK_STATUS_REJ: onSubscribeRej(c, as<InrsiPortRej>(sig));             return 1;
+    case KVD_TUIIF_SOCPRI_START_REQ: onStartReq(c);                                             break;
+    case KVD_TUIIF_SOCPRI_STOP_REQ:  onStopReq(c);                                              break;
+    case KVD_TUIIF_SOCPRI_SUP_IND:   onSupInd(c, as<KvdTuiifSocpriSupInd>(sig));                break;
+    case INRSI_SUBSCRIBE_LINK_STATUS_CFM: onSubscribeCfm(c, as<InrsiPort>(sig));                break;
+    case INRSI_SUBSCRIBE_LINK_STATUS_REJ: onSubscribeRej(c, as<InrsiPortRej>(sig));             break;
     case INRSI_UNSUBSCRIBE_LINK_STATUS_CFM:
-        KVD_TRACE(TRACE_INRSI, TRACE_INFO, "received INRSI_UNSUBSCRIBE_LINK_STATUS_CFM");       return 1;
-    case INRSI_LINK_STATUS2_IND:     onLinkStatus2(c, as<InrsiLinkStatus2Ind>(sig));            return 1;
-    case INRSI_BFN_JUMP_INFO_CFM:    log(c, INRSI_CL_EV_SFC_ADJ_NOTIF_CFM);                     return 1;
-    case INRSI_BFN_JUMP_INFO_REJ:    onBfnJumpInfoRej(c, as<InrsiErrorRej>(sig));               return 1;
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO, "received INRSI_UNSUBSCRIBE_LINK_STATUS_CFM");       break;
+    case INRSI_LINK_STATUS2_IND:     onLinkStatus2(c, as<InrsiLinkStatus2Ind>(sig));            break;
+    case INRSI_BFN_JUMP_INFO_CFM:    log(c, INRSI_CL_EV_SFC_ADJ_NOTIF_CFM);                     break;
+    case INRSI_BFN_JUMP_INFO_REJ:    onBfnJumpInfoRej(c, as<InrsiErrorRej>(sig));               break;
     case KVD_TUSOCPRI_INCI_ESTABLISH_RSP:
-        onInciEstablishRsp(c, as<KvdTuSocpriInciEstablishRsp>(sig));                        return 1;
+        onInciEstablishRsp(c, as<KvdTuSocpriInciEstablishRsp>(sig));                        break;
     case KVD_TUSOCPRI_INCI_RELEASE_RSP:
-        KVD_TRACE(TRACE_INRSI, TRACE_INFO, "received KVD_TUSOCPRI_INCI_RELEASE_RSP");           return 1;
-    case KVD_TUSOCPRI_INCI_GET_TIME_DATA_REQ: answerTimeDataRequest(ose::sender(&sig));         return 1;
+        KVD_TRACE(TRACE_INRSI, TRACE_INFO, "received KVD_TUSOCPRI_INCI_RELEASE_RSP");           break;
+    case KVD_TUSOCPRI_INCI_GET_TIME_DATA_REQ: answerTimeDataRequest(ose::sender(&sig));         break;
     default:                                                                                    return 0;
     }
+    return 1;
 }
 
 }  // namespace inrsi

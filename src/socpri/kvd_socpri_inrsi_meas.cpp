@@ -303,7 +303,7 @@ bool isLate() { return action() == INRSI_CLIENT_ACTION_BFN_ALIGN && isInFrequenc
 
 void dropLate()
 {
-    if (focus() < PORTS) client().supervision[focus()].supMeasOngoing = 0;
+    if (isPort(focus())) client().supervision[focus()].supMeasOngoing = 0;
     cancelTimer(SUPERVISION, focus());
     log(INRSI_CL_EV_LATE_PHASE_MEAS_WHILE_BFN_ALIGNING);
 }
@@ -364,7 +364,7 @@ void onPhase(u32 sharedUnitId, u32 high, u32 low, u32 valid)
 void rejectSupervision(u8 port)
 {
     // of a unit that is gone, or of port X's when that had the focus
-    if (port >= PORTS)
+    if (!isPort(port))
         return traceIncompatible("handleInrsiGetPhaseDiffRej", INRSI_CL_EV_PHASE_DIFF_REJ_UNEXPECTED_ACTION);
     cancelTimer(MEAS_RETRIEVE, port);
     client().supervision[port].supMeasOngoing = 0;
@@ -473,24 +473,25 @@ void onFreqRejFwd(const KvdTuiifInrsiGetFreqDiff2RejFwd* rej)
 int dispatchMeasurement(Signal* sig)
 {
     switch (sig->sigNo) {
-    case INRSI_GET_PHASE_DIFF2_CFM: onPhaseCfm(as<InrsiGetPhaseDiff2Cfm>(sig));                  return 1;
-    case INRSI_GET_PHASE_DIFF2_REJ: onPhaseRej(as<InrsiUnitRej>(sig));                           return 1;
-    case INRSI_GET_FREQ_DIFF2_CFM:  onFreqCfm(as<InrsiGetFreqDiff2Cfm>(sig));                    return 1;
-    case INRSI_GET_FREQ_DIFF2_REJ:  onFreqRej(as<InrsiUnitRej>(sig));                            return 1;
+    case INRSI_GET_PHASE_DIFF2_CFM: onPhaseCfm(as<InrsiGetPhaseDiff2Cfm>(sig));                  break;
+    case INRSI_GET_PHASE_DIFF2_REJ: onPhaseRej(as<InrsiUnitRej>(sig));                           break;
+    case INRSI_GET_FREQ_DIFF2_CFM:  onFreqCfm(as<InrsiGetFreqDiff2Cfm>(sig));                    break;
+    case INRSI_GET_FREQ_DIFF2_REJ:  onFreqRej(as<InrsiUnitRej>(sig));                            break;
     case KVD_TUIIF_INRSI_GET_PHASE_DIFF2_CFM_FWD:
-        onPhaseCfmFwd(as<KvdTuiifInrsiGetPhaseDiff2CfmFwd>(sig));                                return 1;
+        onPhaseCfmFwd(as<KvdTuiifInrsiGetPhaseDiff2CfmFwd>(sig));                                break;
     case KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REJ_FWD:
-        onPhaseRejFwd(as<KvdTuiifInrsiGetPhaseDiff2RejFwd>(sig));                                return 1;
+        onPhaseRejFwd(as<KvdTuiifInrsiGetPhaseDiff2RejFwd>(sig));                                break;
     case KVD_TUIIF_INRSI_GET_FREQ_DIFF2_CFM_FWD:
-        onFreqCfmFwd(as<KvdTuiifInrsiGetFreqDiff2CfmFwd>(sig));                                  return 1;
+        onFreqCfmFwd(as<KvdTuiifInrsiGetFreqDiff2CfmFwd>(sig));                                  break;
     case KVD_TUIIF_INRSI_GET_FREQ_DIFF2_REJ_FWD:
-        onFreqRejFwd(as<KvdTuiifInrsiGetFreqDiff2RejFwd>(sig));                                  return 1;
-    case INRSI_REQUEST_PHASE_DATA_TMO:   onPhaseDataTimeout(portOfTimeout(sig));                 return 1;
-    case INRSI_REQUEST_FREQ_DATA_TMO:    sendInrsiGetFreqDiffReq();                              return 1;
-    case KVD_TUSOCPRI_MEAS_RETRIEVE_TMO: onRetrieveTimeout(portOfTimeout(sig));                  return 1;
-    case KVD_TUSOCPRI_SUPERVISION_TMO:   onSupervisionTimeout(portOfTimeout(sig));               return 1;
+        onFreqRejFwd(as<KvdTuiifInrsiGetFreqDiff2RejFwd>(sig));                                  break;
+    case INRSI_REQUEST_PHASE_DATA_TMO:   onPhaseDataTimeout(portOfTimeout(sig));                 break;
+    case INRSI_REQUEST_FREQ_DATA_TMO:    sendInrsiGetFreqDiffReq();                              break;
+    case KVD_TUSOCPRI_MEAS_RETRIEVE_TMO: onRetrieveTimeout(portOfTimeout(sig));                  break;
+    case KVD_TUSOCPRI_SUPERVISION_TMO:   onSupervisionTimeout(portOfTimeout(sig));               break;
     default:                                                                                     return 0;
     }
+    return 1;
 }
 
 }  // namespace inrsi::master

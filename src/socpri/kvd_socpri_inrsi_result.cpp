@@ -185,7 +185,7 @@ void inrsiSendBfnJumpInfo(u32 enabled)
 void inrsiReportOcxoTemp(u32 bad)
 {
     const u32 syncStatus = bad != 0 ? FREQ_MEAS_PROBLEM : OK_FREQ_LOCKED;
-    for (u8 port = 0; port < PORTS; ++port) {
+    for (const u8 port : PORTS_A_TO_F) {
         if (client().subscribed[port] == 0) continue;
         if (firstUnit(client(), port, LINK_PRESENT) != nullptr)
             KvdLoz6TuIifAdm_sendSocpriLinkSyncStatusInd(wirePort(port), syncStatus);

@@ -88,7 +88,7 @@ void onLockPortFocus(const KvdTuiifSocpriSduLockPortFocusInd* ind)
 {
     if (ind == nullptr) return;
     const u8 port = static_cast<u8>(ind->portNo - 1);
-    if (port >= PORTS) {
+    if (!isPort(port)) {
         KVD_TRACE(TRACE_INRSI, TRACE_ERROR, "%s():Port %u out of bound error!", __func__, port);
         log(INRSI_CL_EV_LOCK_PORT_FOCUS_ERROR);
         return;
@@ -169,7 +169,7 @@ void onPhaseCfm(const InrsiGetPhaseDiff2Cfm* cfm)
 /// A supervision sample that there won't be.
 void failSample(u8 port)
 {
-    if (port >= PORTS) return;
+    if (!isPort(port)) return;
     cancelTimer(MEAS_RETRIEVE, port);
     client().supervision[port].supMeasOngoing = 0;
     if (port != focus()) superviseIfLinked(client(), port);
@@ -276,21 +276,22 @@ int KvdLoz6InrsiSdu_dispatch(Signal* sig)
     if (dispatchLink(client(), sig) != 0) return 1;
     switch (sig->sigNo) {
     case KVD_TUIIF_SOCPRI_SDU_LOCK_PORT_FOCUS_IND:
-        onLockPortFocus(as<KvdTuiifSocpriSduLockPortFocusInd>(sig));                             return 1;
-    case KVD_TUIIF_SOCPRI_SDU_CLEAR_PORT_FOCUS_IND: onClearPortFocus();                          return 1;
+        onLockPortFocus(as<KvdTuiifSocpriSduLockPortFocusInd>(sig));                             break;
+    case KVD_TUIIF_SOCPRI_SDU_CLEAR_PORT_FOCUS_IND: onClearPortFocus();                          break;
     case KVD_TUIIF_INRSI_GET_FREQ_DIFF2_REQ_FWD:
-        onGetFreqDiffFwd(as<KvdTuiifInrsiGetFreqDiff2ReqFwd>(sig));                              return 1;
+        onGetFreqDiffFwd(as<KvdTuiifInrsiGetFreqDiff2ReqFwd>(sig));                              break;
     case KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REQ_FWD:
-        onGetPhaseDiffFwd(as<KvdTuiifInrsiGetPhaseDiff2ReqFwd>(sig));                            return 1;
+        onGetPhaseDiffFwd(as<KvdTuiifInrsiGetPhaseDiff2ReqFwd>(sig));                            break;
     case KVD_TUIIF_SOCPRI_SDU_FOLLOW_OCXO_REVERT_IND:
-        onFollowOcxoRevert(as<KvdTuiifSocpriSduFollowOcxoRevertInd>(sig));                       return 1;
-    case INRSI_GET_FREQ_DIFF2_CFM:       onFreqCfm(as<InrsiGetFreqDiff2Cfm>(sig));               return 1;
-    case INRSI_GET_FREQ_DIFF2_REJ:       onFreqRej(as<InrsiUnitRej>(sig));                       return 1;
-    case INRSI_GET_PHASE_DIFF2_CFM:      onPhaseCfm(as<InrsiGetPhaseDiff2Cfm>(sig));             return 1;
-    case INRSI_GET_PHASE_DIFF2_REJ:      onPhaseRej(as<InrsiUnitRej>(sig));                      return 1;
-    case INRSI_REQUEST_PHASE_DATA_TMO:   onPhaseDataTimeout(portOfTimeout(sig));                return 1;
-    case KVD_TUSOCPRI_MEAS_RETRIEVE_TMO: onRetrieveTimeout(portOfTimeout(sig));                 return 1;
-    case KVD_TUSOCPRI_SUPERVISION_TMO:   onSupervisionTimeout(portOfTimeout(sig));              return 1;
+        onFollowOcxoRevert(as<KvdTuiifSocpriSduFollowOcxoRevertInd>(sig));                       break;
+    case INRSI_GET_FREQ_DIFF2_CFM:       onFreqCfm(as<InrsiGetFreqDiff2Cfm>(sig));               break;
+    case INRSI_GET_FREQ_DIFF2_REJ:       onFreqRej(as<InrsiUnitRej>(sig));                       break;
+    case INRSI_GET_PHASE_DIFF2_CFM:      onPhaseCfm(as<InrsiGetPhaseDiff2Cfm>(sig));             break;
+    case INRSI_GET_PHASE_DIFF2_REJ:      onPhaseRej(as<InrsiUnitRej>(sig));                      break;
+    case INRSI_REQUEST_PHASE_DATA_TMO:   onPhaseDataTimeout(portOfTimeout(sig));                break;
+    case KVD_TUSOCPRI_MEAS_RETRIEVE_TMO: onRetrieveTimeout(portOfTimeout(sig));                 break;
+    case KVD_TUSOCPRI_SUPERVISION_TMO:   onSupervisionTimeout(portOfTimeout(sig));              break;
     default:                                                                                     return 0;
     }
+    return 1;
 }

@@ -18,14 +18,11 @@ constexpr u8 SAMPLES = 5;
 constexpr u8 GOOD_ABOVE = 2;                   // of the samples
 
 /// nullptr for port X and for none, which nobody supervises.
-Supervision* supervisionOf(Client& c, u8 port)
-{
-    return port < c.supervision.size() ? &c.supervision[port] : nullptr;
-}
+Supervision* supervisionOf(Client& c, u8 port) { return isPort(port) ? &c.supervision[port] : nullptr; }
 
 void conclude(Client& c, u8 port)
 {
-    tuAssert(port < PORTS);
+    tuAssert(isPort(port));
     Supervision& sup = c.supervision[port];
     const u32 syncStatus = sup.validCount > GOOD_ABOVE ? OK_TIME_LOCKED : PHASE_MEAS_PROBLEM;
     KVD_TRACE(TRACE_INRSI, syncStatus == OK_TIME_LOCKED ? TRACE_3 : TRACE_INFO,   // each minute
@@ -62,21 +59,20 @@ void stopSupervision(Client& c, u8 port)
     if (sup == nullptr) return;
     cancelTimer(SUPERVISION, port);
     suspendSupervision(port);
-    sup->supCount = sup->validCount = 0;
-    sup->started = 0;
+    *sup = {.supMeasOngoing = sup->supMeasOngoing};
 }
 
 /// A request of the round's would meet the order's own at the server.
 void suspendSupervision(u8 port)
 {
-    if (port >= PORTS) return;
+    if (!isPort(port)) return;
     cancelTimer(PHASE_DATA, port);
     cancelTimer(MEAS_RETRIEVE, port);
 }
 
 void resumeSupervision(Client& c, u8 port)
 {
-    if (port >= PORTS || c.subscribed[port] == 0) return;
+    if (!isPort(port) || c.subscribed[port] == 0) return;
     if (!runs(SUPERVISION, port)) superviseIfLinked(c, port);
 }
 

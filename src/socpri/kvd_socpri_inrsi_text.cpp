@@ -70,7 +70,7 @@ const char* actionText(u32 action) { return textOf(ACTION_TEXT, action, "<Unknow
 
 const char* subscribedText(const Subscribed& subscribed, char (&text)[PORTS + 1])
 {
-    for (u8 port = 0; port < PORTS; ++port)
+    for (const u8 port : PORTS_A_TO_F)
         text[port] = subscribed[port] != 0 ? static_cast<char>('A' + port) : '-';
     text[PORTS] = '\0';
     return text;
@@ -100,7 +100,7 @@ void printClient(const Client& c)
     shellPrintf("   subscribed             : %s\n", subscribedText(c.subscribed, ports));
     shellPrintf("   portNo                 : %u\n", c.portNo);
     shellPrintf("   sharedUnitId           : 0x%08x\n", c.sharedUnitId);
-    for (u8 port = 0; port < PORTS; ++port) {
+    for (const u8 port : PORTS_A_TO_F) {
         const Supervision& sup = c.supervision[port];
         if (sup.started != 0)
             shellPrintf("   supervision of port %c  : %u samples, %u good, %s\n", 'A' + port, sup.supCount,

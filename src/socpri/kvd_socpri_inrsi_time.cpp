@@ -18,7 +18,7 @@ constexpr u16 LAST_MFN = 24;
 struct State {
     u32 eSfc = 0;
     u16 mfn = 0;
-    bool isWrapSeen = true;                    // the count is known to belong to the counter's turn
+    bool isWrapSeen{};                         // the count is known to belong to the counter's turn
 };
 ose::ModuleData<State> s;
 
@@ -26,10 +26,11 @@ u32 eSfcOf(u16 mfn)
 {
     const u32 eSfc = static_cast<u32>(KvdLoz6TuReg_getLastTime().c / COUNTER_PERIOD);
     if (mfn == 0 && s->mfn == LAST_MFN && eSfc == s->eSfc && !s->isWrapSeen) {
+        const u32 next = eSfc + 1;
         KVD_TRACE(TRACE_INRSI, TRACE_3,
                   "%s():eSfc mismatch happened, increase eSfc. eSfc_current= %u, eSfc_new= %u, prev_mfn= %u",
-                  __func__, eSfc, eSfc + 1, s->mfn);
-        return eSfc + 1;
+                  __func__, eSfc, next, s->mfn);
+        return next;
     }
     s->eSfc = eSfc;
     s->mfn = mfn;

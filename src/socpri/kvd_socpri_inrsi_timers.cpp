@@ -27,12 +27,12 @@ constexpr SIGSELECT CLIENT_SIGNAL[CLIENT_TIMERS] = {INRSI_REQUEST_FREQ_DATA_TMO,
 /// Whose time-out it is; nullptr for another signal, and for a port that there isn't.
 KvdTimer* timerOf(Signal* sig)
 {
-    for (u32 i = 0; i < CLIENT_TIMERS; ++i)
-        if (sig->sigNo == CLIENT_SIGNAL[i]) return &s->ofClient[i];
-    for (u32 i = 0; i < PORT_TIMERS; ++i) {
-        if (sig->sigNo != PORT_SIGNAL[i]) continue;
+    for (const ClientTimer timer : {FREQ_DATA, HOLDOVER, BFN_JUMP_WARNING})
+        if (sig->sigNo == CLIENT_SIGNAL[timer]) return &s->ofClient[timer];
+    for (const PortTimer timer : {PHASE_DATA, MEAS_RETRIEVE, SUPERVISION}) {
+        if (sig->sigNo != PORT_SIGNAL[timer]) continue;
         const auto* const tmo = as<InrsiPortTmo>(sig);
-        return tmo != nullptr && tmo->port < PORTS_WITH_X ? &s->ofPort[i][tmo->port] : nullptr;
+        return tmo != nullptr && isPortOrX(tmo->port) ? &s->ofPort[timer][tmo->port] : nullptr;
     }
     return nullptr;
 }
@@ -51,7 +51,7 @@ namespace inrsi {
 
 void startTimer(PortTimer timer, u8 port, OSTIME time_ms)
 {
-    if (port >= PORTS_WITH_X) return;
+    if (!isPortOrX(port)) return;
     auto* const tmo = node::make<InrsiPortTmo>(PORT_SIGNAL[timer]);
     tmo->port = port;
     if (!KvdTimer_restartSig(s->ofPort[timer][port], time_ms, reinterpret_cast<Signal*>(tmo)))
@@ -66,12 +66,12 @@ void startTimer(ClientTimer timer, OSTIME time_ms)
 
 void cancelTimer(PortTimer timer, u8 port)
 {
-    if (port < PORTS_WITH_X) KvdTimer_cancel(s->ofPort[timer][port]);
+    if (isPortOrX(port)) KvdTimer_cancel(s->ofPort[timer][port]);
 }
 
 void cancelTimer(ClientTimer timer) { KvdTimer_cancel(s->ofClient[timer]); }
 
-bool runs(PortTimer timer, u8 port) { return port < PORTS_WITH_X && s->ofPort[timer][port].runs(); }
+bool runs(PortTimer timer, u8 port) { return isPortOrX(port) && s->ofPort[timer][port].runs(); }
 bool runs(ClientTimer timer) { return s->ofClient[timer].runs(); }
 
 void cancelAllTimers()

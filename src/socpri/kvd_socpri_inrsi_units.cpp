@@ -11,7 +11,7 @@ namespace inrsi {
 
 Slot* findUnit(Client& c, u8 port, u32 sharedUnitId)
 {
-    if (sharedUnitId == NO_UNIT || port >= PORTS_WITH_X) return nullptr;
+    if (sharedUnitId == NO_UNIT || !isPortOrX(port)) return nullptr;
     for (Slot& slot : c.cpriPortStatus[port])
         if (slot.sharedUnitId == sharedUnitId) return &slot;
     return nullptr;
@@ -31,7 +31,7 @@ u32 mapUnitIdToArraySlot(Client& c, u8 port, u32 sharedUnitId)
 
 Slot* firstUnit(Client& c, u8 port, u8 linkStatus)
 {
-    if (port >= PORTS_WITH_X) return nullptr;
+    if (!isPortOrX(port)) return nullptr;
     for (Slot& slot : c.cpriPortStatus[port])
         if (slot.sharedUnitId != NO_UNIT && slot.linkStatus >= linkStatus) return &slot;
     return nullptr;
@@ -39,7 +39,7 @@ Slot* firstUnit(Client& c, u8 port, u8 linkStatus)
 
 u8 portOfUnit(Client& c, u32 sharedUnitId)
 {
-    for (u8 port = 0; port < PORTS; ++port)
+    for (const u8 port : PORTS_A_TO_F)
         if (findUnit(c, port, sharedUnitId) != nullptr) return port;
     return NO_PORT;
 }
@@ -92,7 +92,7 @@ u8 toldStatus(u8 linkStatus) { return linkStatus > LINK_AVAILABLE ? u8{LINK_NOT_
 
 void resendLinkStatusData(Client& c)
 {
-    for (u8 port = 0; port < PORTS; ++port) {
+    for (const u8 port : PORTS_A_TO_F) {
         if (c.subscribed[port] == 0) continue;
         for (const Slot& slot : c.cpriPortStatus[port])
             sendLinkStatus(port, reportOf(slot), toldStatus(slot.linkStatus));

@@ -166,6 +166,14 @@ TEST(Manager, RepeatsAStoredFsyncSettingAndRemovesOthers)
     }
 }
 
+TEST(Shutdown, LeavesNoInterruptEnabled)
+{
+    Started unit;
+    unit.node.shutdown();
+    unit.run(1);
+    EXPECT_FALSE(unit.node.board().interruptPending());
+}
+
 TEST(HaltedState, OnlyRaisesTheAlarm)
 {
     Unit unit;

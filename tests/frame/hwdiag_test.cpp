@@ -1,9 +1,11 @@
 // Hardware diagnostics: the start-up sequence with the test service, the run-time check, entries
 // in the error log.
 #include "base/kvd_mgr_hwdiag_log.h"
+#include "base/trace_groups.h"
 #include "frame/kvd_mgr_hwdiag.h"
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_regs.h"
+#include "iif/kvd_mgr_wait.h"
 #include "node/temi.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_measure.h"
@@ -134,7 +136,7 @@ TEST(StartUpTests, GoOnWithoutAServiceThatFallsSilentOrRejects)
         if (c.rejects) unit.node.system().inject(std::as_bytes(std::span(&REJ, 1)), unit.manager(), 0);
         unit.run(0.1);
         if (c.dies) unit.node.temi().die();
-        unit.run(70);
+        unit.run(c.rejects || c.dies ? 5 : 70);
         EXPECT_EQ(unit.traced("No restartType received from TEMI, assuming Power-on"), !c.fails && !c.dies);
         EXPECT_EQ(unit.traced("Last test performed."), c.orders);
         EXPECT_EQ(unit.traced("WARNING: LOZ6 HW diagnostic failed, halting process"), c.fails);
@@ -205,6 +207,39 @@ TEST(RunTimeCheck, DoesNotStandStillForATestServiceThatIsGoneOrSilent)
         EXPECT_EQ(unit.runtimeReports(), 1u);
         EXPECT_EQ(unit.codes(), "MCA MCA");
     }
+}
+
+TEST(RunTimeCheck, ToleratesFourMissesOfTheFeedbackAndOneMoreFor240Checks)
+{
+    Checked unit;
+    const auto forgiven = [&unit] { return unit.traces("Forgiving time! Decrease FeedbackMissingCounter"); };
+    const auto miss = [&unit] {
+        unit.faults().synthStatusAnd = 0x7;
+        unit.check();
+        unit.faults().synthStatusAnd = 0xF;
+        unit.check();
+        return unit.runtimeReports();
+    };
+    while (forgiven() == 0) unit.check();                    // nothing to be forgiven yet
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(miss(), 0u);
+    unit.check(231);
+    EXPECT_EQ(forgiven(), 1u);
+    unit.check();
+    EXPECT_EQ(forgiven(), 2u);
+    EXPECT_EQ(miss(), 0u);
+    EXPECT_EQ(unit.codes(), "");
+    EXPECT_EQ(miss(), 1u);
+    EXPECT_EQ(unit.codes(), "MCH");
+}
+
+TEST(RunTimeCheck, TriesAgainWithinTheLimitAlone)
+{
+    Checked unit;
+    unit.in([] {
+        KvdMgrExchange exchange{TRACE_TUMGR_HWDIAG, "nobody", 40};
+        EXPECT_TRUE(KvdLoz6TuMgr_pause(exchange, 20));
+        EXPECT_FALSE(KvdLoz6TuMgr_pause(exchange, 20));
+    });
 }
 
 TEST(RunTimeCheck, FindsADetectorThatSeesASignalWithItsInputCutOff)

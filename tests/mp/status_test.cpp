@@ -2,8 +2,10 @@
 // states and texts of references.
 #include "tests/mp/mp_bench.h"
 
+#include "mp/kvd_iifadm_state.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_jump.h"
+#include "unit/kvd_gps_state.h"
 
 namespace {
 
@@ -258,6 +260,19 @@ TEST(StatusText, GoesWhenByteOrTextChanges)
         EXPECT_EQ(b.sent(KVD_TUIIF_GPS_STATUS_IND), round);
         EXPECT_EQ(b.sent(KVD_TUIIF_GPSOSL_STATUS_IND), round);
         EXPECT_EQ(b.sent(KVD_TUIIF_HPTSI_STATUS_IND), round);
+    }
+}
+
+TEST(StatusText, OfAnOperationalReceiverComesBehindTheClockThatItSteers)
+{
+    for (const bool isOperational : {true, false}) {
+        Connected b{GPS_REF};
+        b.in([isOperational] {
+            if (isOperational) KvdLoz6TuGps_storeGpsState(GPS_OPERATIONAL);
+            tuiif::state().savedBvqStatusData.lastRegulatorState = KVD_TUIIF_RNT_TIME_LOCKED;
+            KvdLoz6TuIifAdm_sendGpsStatus(1, "OK");
+        });
+        EXPECT_EQ(b.clock() == KVD_TUIIF_RNT_TIME_LOCKED, isOperational);
     }
 }
 

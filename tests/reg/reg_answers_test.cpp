@@ -70,6 +70,10 @@ TEST(OtherUnit, TimeDataGoesUnlessTheCounterIsMoving)
             KvdLoz6TuReg_setOffset(-5.0, 0.25);
             KvdLoz6TuGps_storeGpsState(GPS_OPERATIONAL);
             KvdLoz6TuReg_setLastTime(3072.0, 499.0);
+            KvdLoz6TuReg_setJumpState(JUMP_REQUESTED);
+            tuiif::state().ownPiuHwAddr_r = {7, 3};
+            tuiif::state().savedBvqStatusData.selectedRef = GPS_REF;
+            tuiif::state().savedBvqStatusData.radioClockState = KVD_TUIIF_TIME_OFFSET_LOCKED;
             estimator::state().var.x_est = {1e-6, 2e-9, 0, 0, 0, 0};
             KvdLoz6TuReg_sendTimeData();
         });
@@ -80,6 +84,8 @@ TEST(OtherUnit, TimeDataGoesUnlessTheCounterIsMoving)
         EXPECT_TRUE(d.t_c == 3072.0 && d.delta0_c == -5.0 && d.delta0_f == 0.25);
         EXPECT_TRUE(d.x_est_1 == 1e-6 && d.x_est_2 == 2e-9 && d.P_est_1_1 == 1e-20);
         EXPECT_TRUE(d.regState == FREQLOCKED && d.gpsState == GPS_OPERATIONAL);
+        EXPECT_TRUE(d.smn == 7 && d.apn == 3 && d.jumpIndication == 1);
+        EXPECT_TRUE(d.selectedRef == GPS_REF && d.rcState == KVD_TUIIF_TIME_OFFSET_LOCKED);
     }
 }
 

@@ -144,6 +144,7 @@ TEST(RegulatorStart, CalibrationGivesTheBetterStart)
         EXPECT_EQ(P[0], 1048576.0 / 12.0);
         EXPECT_EQ(P[28], 5.624999999999999e-20);
         EXPECT_EQ(KvdLoz6TuIifAdm_forceLockedTimerRuns(), c.forcedLock);
+        EXPECT_EQ(bench.bus.countOf("warm  restart"), 0u) << "the divider is the calibrated one";
         EXPECT_EQ(bench.bus.countOf("initiate with calibration done"), c.forcedLock ? 1u : 0u);
     }
 }
@@ -159,6 +160,40 @@ TEST(RegulatorStart, RefusedTimersAreToldAndTheStartGoesOn)
     bench.start();
     bench.start();
     EXPECT_EQ(bench.bus.countOf("Warmup Tmo already started."), 1u);
+}
+
+TEST(RegulatorConfiguration, LimitsAndNoisesFollowTheReference)
+{
+    constexpr double KEPT = 1.0;
+    struct Case { u32 before, refType; double f_low, f_high, t_low, t_high, var_F; bool loads, clears; };
+    for (const Case& c : std::to_array<Case>({
+             {TU_SR_NO_REF, TU_GPS_OUT_REF, 1.7e-9, KEPT, 5e-8, 1e-7, 5e-21, true, true},
+             {TU_SR_NO_REF, TU_SR_GPSOSL_REF, 1.7e-9, 1.7e-8, 5e-8, 1e-7, 5e-21, true, true},
+             {TU_SR_GPS_REF, TU_SR_NO_REF, KEPT, KEPT, KEPT, 1e-5, 0, false, false},
+             {TU_GPS_OUT_REF, TU_SR_NO_REF, KEPT, KEPT, KEPT, 2e-7, 0, false, false},
+             {TU_SR_NO_REF, TU_SR_GPS_REF, 1.7e-8, 1.7e-8, 5e-7, 1e-5, 0, false, true}})) {
+        SCOPED_TRACE(c.refType);
+        MeasureBench bench;
+        bench.settle();
+        bench.in([&c] {
+            measure::state().var.selectedRef = c.before;
+            ControlStateVar& v = control::state().var;
+            EstimateStateVar& e = estimator::state().var;
+            v.f_lim_low = v.f_lim_high = v.t_lim_low = v.t_lim_high = KEPT;
+            e.var_G = e.var_F = e.x_est[3] = e.P_est[28] = KEPT;
+            e.degrd = 3;
+            KvdLoz6TuReg_configRefType(c.refType, 1, 2);
+            EXPECT_EQ(v.f_lim_low, c.f_low);
+            EXPECT_EQ(v.f_lim_high, c.f_high);
+            EXPECT_EQ(v.t_lim_low, c.t_low);
+            EXPECT_EQ(v.t_lim_high, c.t_high);
+            EXPECT_EQ(e.var_G, 0.0);
+            EXPECT_EQ(e.var_F, c.var_F);
+            EXPECT_EQ(e.x_est[3] != KEPT && e.P_est[28] == 0.0, c.loads);
+            EXPECT_EQ(e.degrd == 0, c.clears);
+            EXPECT_EQ(KvdLoz6TuReg_selectedRef(), c.refType);
+        });
+    }
 }
 
 TEST(RegulatorRoles, SlaveThatDoesntKnowTheTimeStartsAnewAsMaster)

@@ -80,6 +80,10 @@ TEST(InciClient, ConnectsSubscribesAndIsEstablishedAtTheFirstBroadcast)
     EXPECT_EQ(std::tuple(bcm.riPortNo, bcm.sharedId, bcm.connectionRef), std::tuple(3u, 5u, ref));
     b.run(2.0);
     EXPECT_EQ(b.unit.responses(), 1u);           // the timer was stopped
+    b.group().die();
+    b.run(0.1);
+    b.broadcast(ref);
+    EXPECT_EQ(b.unit.traces("Ind2(): NGPDUHIF server not available."), 1u);
 }
 
 TEST(InciClient, AnswersThatAreMissingLateTwiceOrRejections)

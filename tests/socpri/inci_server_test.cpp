@@ -165,6 +165,27 @@ TEST(InciServer, AClientThatDiesFreesItsPlaces)
     EXPECT_EQ(b.unit.traces("with serverConnectionRef 0x99 not connected to INCI"), 1u);
 }
 
+// Each step that the sync group should hear of says so when nobody is there.
+TEST(InciServer, GoesOnWithoutTheSyncGroup)
+{
+    constexpr const char* FAILURES[] = {"Failed to request Broadcast message indications",
+                                        "Failed to request INCI server connection release"};
+    for (const bool isThere : {true, false}) {
+        SCOPED_TRACE(isThere);
+        ServerBench b;
+        if (!isThere) b.group().die();
+        b.run(0.1);
+        const u32 ref = b.connect({2}).connectionRef;
+        EXPECT_EQ(b.subscribe(ref).sigNo, PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_CFM);
+        EXPECT_EQ(b.release(ref).sigNo, PSX_IW_NGSC_INCI_CONN_RELEASE_CFM);
+        b.connect({2});
+        b.peer.die();
+        b.run(0.1);
+        EXPECT_EQ(b.unit.traces(FAILURES[0]), isThere ? 0u : 1u);
+        EXPECT_EQ(b.unit.traces(FAILURES[1]), isThere ? 0u : 2u);
+    }
+}
+
 TEST(InciServer, ShortSignalsAreTracedAndTheNextGoodOneIsTaken)
 {
     ServerBench b;

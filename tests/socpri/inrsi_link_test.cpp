@@ -48,6 +48,8 @@ TEST(InrsiConnection, AStoppedExchangeIsMadeAgain)
     u.supervise({1, 3});
     u.run(2.0);
     for (const u8 port : {u8{0}, u8{2}}) EXPECT_EQ(established(port), u32{inrsi::INCI_ESTABLISHED});
+    u.supervise({1, 3});                         // nothing is left to be made
+    EXPECT_FALSE(u.traced("NGSC-INCI already established for portNo = 0"));
 }
 
 // ---- subscription, link status -------------------------------------------------------------------
@@ -145,6 +147,63 @@ TEST(InrsiLinkStatus, NumbersThatAreNoUnitsTouchNoOther)
     u.run(62.0);
     EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A), 5u);
     EXPECT_EQ(u.inrsi().phaseRequests(inrsi::NO_UNIT) + u.inrsi().phaseRequests(77), 0u);
+}
+
+// ---- log ------------------------------------------------------------------------------------------
+
+// What an operator reads afterwards, one step after the other.
+TEST(InrsiLog, TellsTheStory)
+{
+    struct Step { const char* events; void (*act)(SocpriUnit&); };
+    const Step steps[] = {
+        {"START_REQ_HANDLED ", [](SocpriUnit& u) { u.order(KVD_TUIIF_SOCPRI_START_REQ); }},
+        {"SET_TO_IDLE RESET SET_TO_IDLE RESET "              // the reference becomes that of the links
+         "SET_TO_IDLE READ_DELTA_SIGMA INIT_FREQ_SCAN FREQ_LOCKED SET_TO_IDLE ",
+         [](SocpriUnit& u) { u.frequencyIs(GOOD), u.scan(1), u.run(0.5); }},
+        {"SET_TO_IDLE READ_DELTA_SIGMA INIT_FREQ_SCAN "
+         "ACTIVITY_DISRUPTED SET_TO_IDLE READ_DELTA_SIGMA INIT_FREQ_SCAN MEAS_ONGOING_CONFLICT "
+         "REVERTED_DELTA_SIGMA SET_TO_IDLE ",
+         [](SocpriUnit& u) { u.inrsi().silentUnits = {UNIT_A}, u.scan(1), u.scan(1); }},
+        {"SET_TO_IDLE READ_DELTA_SIGMA INIT_FREQ_SCAN SET_TO_IDLE INIT_SYNC_ON_LINK MEAS_ONGOING_CONFLICT "
+         "MEAS_TMO_EXPIRED SET_TO_IDLE ",
+         [](SocpriUnit& u) { u.scan(1), u.select(1), u.run(0.6); }},
+        {"SET_TO_IDLE INIT_SYNC_ON_LINK FREQ_LOCKED TIME_SYNC_SUCCEEDED ",
+         [](SocpriUnit& u) { u.inrsi().silentUnits.clear(), u.lock(1); }},
+        {"SFC_ADJ_NOTIF_CFM SFC_ADJ_NOTIF_REJ ",
+         [](SocpriUnit& u) {
+             u.inject(SIGSELECT{INRSI_BFN_JUMP_INFO_CFM});
+             u.inject(InrsiErrorRej{INRSI_BFN_JUMP_INFO_REJ, 0, 0, 1});
+         }},
+        {"", [](SocpriUnit& u) { u.select(3); }},             // there is one
+        {"SET_TO_IDLE LINK_DESELECTED SET_TO_IDLE READ_DELTA_SIGMA INIT_FREQ_SCAN FREQ_LOCKED SET_TO_IDLE ",
+         [](SocpriUnit& u) { u.toMeasurement(true), u.deselect(1), u.scan(3), u.run(0.5); }},
+        {"CONTINUE_SYNC_FLAG_SET CONTINUE_SYNC_ON_LINK ", [](SocpriUnit& u) { u.lock(1); }},
+        {"HO_ENTRY_ORDERED ENTERED_HO ",
+         [](SocpriUnit& u) { u.order(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ); }},
+        {"SET_TO_IDLE LINK_DESELECTED ", [](SocpriUnit& u) { u.deselect(1); }},
+        {"UNSUBSCRIBE_LINK_STATUS_OK SUP_IND_HANDLED ", [](SocpriUnit& u) { u.supervise({3}); }},
+        {"SUBSCRIBE_SERVER_STATUS_OK SUP_IND_HANDLED LINK_STATUS_CHANGE ",
+         [](SocpriUnit& u) { u.supervise({1, 3}); }},
+        {"LINK_STATUS_RESET LINK_STATUS_CHANGE ",
+         [](SocpriUnit& u) {
+             for (const u8 status : {u8{0}, u8{2}}) u.inrsi().setStatus(UNIT_A, status);
+             u.run(LATER);
+         }},
+        {"LINK_SC_IGNORED_PORTNO_LIMITS LINK_SC_IGNORED_PORT_NOT_SUBSCRIBED ",
+         [](SocpriUnit& u) {
+             for (const u16 port : {0, 2}) u.inrsi().tellLink({.port = port, .unit = 99});
+             u.run(LATER);
+         }},
+        {"SERVER_DOWN SET_TO_IDLE PORT_STATUS_RESET PORT_STATUS_RESET SERVER_UP CONN_ESTABLISH_CFM ",
+         [](SocpriUnit& u) { u.inrsi().die(), u.run(LATER), u.inrsi().start(), u.run(LATER); }},
+        {"STOP_REQ_HANDLED ", [](SocpriUnit& u) { u.order(KVD_TUIIF_SOCPRI_STOP_REQ); }},
+    };
+    SocpriUnit u{MASTER};
+    u.events();
+    for (const Step& step : steps) {
+        step.act(u);
+        EXPECT_EQ(u.events(), step.events);
+    }
 }
 
 // ---- supervision ---------------------------------------------------------------------------------

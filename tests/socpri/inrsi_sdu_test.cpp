@@ -46,6 +46,7 @@ TEST(InrsiSduRequests, ReachTheServerForTheUnitInFocusAlone)
     SduUnit u;
     u.frequencyIs(InrsiFrequency{-7, true});
     u.phaseIs(InrsiPhase{0x5'0000'0009, true});
+    EXPECT_EQ(u.node.volumes().exists("/d/socpri_active"), 0) << "the master's alone";
     EXPECT_EQ(u.frequency(UNIT_A), "0:0") << "no focus";
     u.focus(1);
     EXPECT_EQ(u.frequency(UNIT_A), "-7:1");
@@ -63,6 +64,9 @@ TEST(InrsiSduRequests, ReachTheServerForTheUnitInFocusAlone)
     using Rej = KvdTuiifInrsiGetPhaseDiff2RejFwd;
     const auto rej = u.told<Rej>(KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REJ_FWD);
     EXPECT_TRUE(rej && rej->sharedUnitId == UNIT_C && rej->errorCode == 7);
+    u.frequencyIs(std::nullopt);
+    u.ask(KVD_TUIIF_INRSI_GET_FREQ_DIFF2_REQ_FWD, UNIT_C);
+    EXPECT_TRUE(u.told<Rej>(KVD_TUIIF_INRSI_GET_FREQ_DIFF2_REJ_FWD));
     u.inrsi().silentUnits = {UNIT_C};
     u.mp().clearLog();
     u.ask(KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REQ_FWD, UNIT_C);

@@ -105,6 +105,9 @@ TEST(NgPduhTime, WhatIsNotValidIsNotToldAndTheRoundsGoOn)
     EXPECT_EQ(b.unit.traces("Unexpected signal 1193046 received from manager"), 1u);
     b.timeData(KVD_TUIIF_RNT_TIME_LOCKED);
     EXPECT_EQ(b.group().received(KVD_NGPDUHIF_TIME_DATA_IND), 1u);
+    b.timeData(KVD_TUIIF_RNT_TIME_LOCKED, 0);    // and once more after a good one
+    EXPECT_EQ(b.unit.node.traces().count({"Cannot read INCI time data or server is not", "", 1}), 2u);
+    EXPECT_EQ(b.unit.command("kvdngpduh nonsense", 20).find("related data"), std::string::npos);
 }
 
 TEST(NgPduhProcess, IsStartedOnceAndItsTablesGoWithIt)
@@ -137,6 +140,7 @@ TEST(NgPduhProcess, IsStartedOnceAndItsTablesGoWithIt)
     EXPECT_EQ(b.unit.traces("PsxIwNgscInciServer PROCESS created"), 2u);
     EXPECT_EQ(b.timeRequests(), asked + 5);
     EXPECT_EQ(b.unit.traces("refused by the shell"), 0u);
+    EXPECT_EQ(b.unit.traces("Unexpected signal"), 0u);
     b.unit.establish("peer", 1, 5);
     EXPECT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ), 1u);
 }

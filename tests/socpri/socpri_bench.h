@@ -139,6 +139,19 @@ struct SocpriUnit : Unit {
             return Count{static_cast<u32>(KvdLoz6TuReg_getLastTime().c / 1024.0), mfn};
         });
     }
+    /// The master's events since the last call, without the words that all begin with.
+    std::string events()
+    {
+        constexpr std::size_t PREFIX = sizeof "INRSI_CL_EV_" - 1;
+        return get([this] {
+            std::string text;
+            const inrsi::master::Record& r = inrsi::master::record();
+            for (; seen != r.logIndex; seen = (seen + 1) % inrsi::master::LOG_ENTRIES)
+                text += (inrsi::eventText(inrsi::Event{r.log[seen].event}) + PREFIX) + std::string(" ");
+            return text;
+        });
+    }
+    u32 seen = 0;
     u32 action() { return get(inrsiGetAction); }
     u8  port() { return get(inrsiGetPortNo); }
     /// Newest answer or indication of that number, and forgets all that was told.
