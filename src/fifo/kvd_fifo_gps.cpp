@@ -39,9 +39,7 @@ void begin(const GpsCommon& before)
     const GpsCommon kept = before;
     if (s->inFuruno) s->nowFuruno = {};
     else s->nowOther = {};
-    GpsCommon& common = commonNow();
-    common = kept;
-    std::memset(common.time, 0, sizeof common.time);
+    commonNow() = kept;
 }
 
 void copySlowFields(const GpsOther& from, GpsOther& to)

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <memory>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -25,13 +26,15 @@ constexpr OSTIME DAY_ms = 86400000;
 constexpr u8 TICKS_A_RECORD = 60;
 constexpr const char* FILE_NAME = "/gzip/c/logfiles/kvdFifoSkyView.gz";
 
+/// Collecting from the start of the timer on, Ended by an order to stop that isn't carried out yet.
+enum class Phase : u8 { Idle, Collecting, Ended };
+
 struct State {
     std::array<std::unique_ptr<SkyView>, RECORDS> element;
     u16 index = 0;
     u16 highWater = 0;                         // elements reached since the start
     u8  tick = 0;
-    bool running = false;                      // from the start of the timer to the order to write
-    bool collected = false;                    // started and not written yet
+    Phase phase = Phase::Idle;
     KvdTimer recordingIntervalTimer;           // of Kvd_loz6_fifo_proc
 };
 ose::ModuleData<State> s;
@@ -86,16 +89,16 @@ void KvdLoz6FifoSkyView_start()
 
 void KvdLoz6FifoSkyView_stop()
 {
-    if (!s->running) return;
-    s->running = false;                        // the timer is cancelled by the process that owns it
+    if (s->phase != Phase::Collecting) return;
+    s->phase = Phase::Ended;                   // the timer is cancelled by the process that owns it
     order(KVD_FIFO_DUMP_SKYVIEW_FIFO_TO_FILE_IND);
 }
 
-bool KvdLoz6FifoSkyView_isRunning() { return s->running; }
+bool KvdLoz6FifoSkyView_isRunning() { return s->phase == Phase::Collecting; }
 
 void KvdLoz6FifoSkyView_tick()
 {
-    if (!s->running) return;
+    if (s->phase != Phase::Collecting) return;
     if (s->tick % TICKS_A_RECORD == 0) {
         order(KVD_FIFO_SKYVIEW_FIFO_WRITE_DATA_IND);
         s->tick = 0;
@@ -107,14 +110,15 @@ void KvdLoz6FifoSkyView_tick()
 
 void fifo::onSkyViewStartTimer()
 {
-    s->running = s->collected = KvdTimer_restart(s->recordingIntervalTimer, DAY_ms,
-                                                 KVD_FIFO_DUMP_SKYVIEW_FIFO_TO_FILE_IND);
-    if (!s->running) KVD_TRACE(TRACE_FIFO, TRACE_ERROR, "24h recordingIntervalTimer failed to start!");
+    const bool runs = KvdTimer_restart(s->recordingIntervalTimer, DAY_ms,
+                                       KVD_FIFO_DUMP_SKYVIEW_FIFO_TO_FILE_IND);
+    s->phase = runs ? Phase::Collecting : Phase::Idle;
+    if (!runs) KVD_TRACE(TRACE_FIFO, TRACE_ERROR, "24h recordingIntervalTimer failed to start!");
 }
 
 void fifo::onSkyViewWriteData()
 {
-    if (!s->collected) return;                 // the day has just ended
+    if (s->phase == Phase::Idle) return;       // the day has just ended
     const u16 at = s->index;
     s->index = static_cast<u16>((s->index + 1) % RECORDS);
     s->highWater = std::max<u16>(s->highWater, static_cast<u16>(at + 1));
@@ -134,16 +138,14 @@ void fifo::onSkyViewWriteData()
 
 void fifo::onSkyViewDump()
 {
-    // The day's end and the order to stop come by one signal; who orders has cleared the flag.
+    // The day's end and the order to stop come by one signal; who orders has ended it.
     KvdTimer& timer = s->recordingIntervalTimer;
-    if (!s->running && timer.stale == 0)
+    if (s->phase != Phase::Collecting && timer.stale == 0)
         KvdTimer_cancel(timer);
     else if (!KvdTimer_expired(timer))
         return;
-    s->running = false;
     s->tick = 0;
-    if (!s->collected) return;
-    s->collected = false;
+    if (std::exchange(s->phase, Phase::Idle) == Phase::Idle) return;
     KVD_TRACE(TRACE_FIFO, TRACE_1, "Dump of skyView fifo buffer started!");
     writeFile();
     KVD_TRACE(TRACE_FIFO, TRACE_1, "Dump of skyView fifo buffer ended!");

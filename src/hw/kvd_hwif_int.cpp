@@ -70,8 +70,7 @@ void switchLine(int (node::Platform::*change)(u32 vector), const char* name)
         return;
     }
     const int result = (node::platform().*change)(s->vector);
-    if (result != 0)
-        KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Received %d from TarsoAdi_%sExtInt", result, name);
+    if (result != 0) KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Received %d from TarsoAdi_%sExtInt", result, name);
 }
 
 int changeEnable(u32 mask, bool on)

@@ -296,10 +296,7 @@ void TuPktsyncPTP_UCretry_timeout(UCnegCtrl& u)
     startCycle(u);
 }
 
-void TuPktsyncPTP_delay_start_UCnegotiation(UCnegCtrl& u)
-{
-    startCycle(u);
-}
+void TuPktsyncPTP_delay_start_UCnegotiation(UCnegCtrl& u) { startCycle(u); }
 
 }  // namespace
 
@@ -428,9 +425,7 @@ bool ptpHasUcNeg(u32 syncrefId) { return find(syncrefId) != nullptr; }
 
 i8 ptpGrantedLog(u32 syncrefId, u32 messageType)
 {
-    UCnegCtrl* const u = find(syncrefId);
-    const Message* const m = u != nullptr ? flowOf(*u, static_cast<u8>(messageType)) : nullptr;
-    return m != nullptr ? m->granted_log_ival : i8{0};
+    return flowOf(s->objects[syncrefId], static_cast<u8>(messageType))->granted_log_ival;
 }
 
 u32 ptpUcNegState(u32 syncrefId)

@@ -31,7 +31,7 @@ bool TuPktsyncPTP_UCcancel(u32 syncrefId, const PtpHeader& header, u8 messageTyp
 bool TuPktsyncPTP_UCackCancel(u32 syncrefId, u8 messageType);
 
 bool ptpHasUcNeg(u32 syncrefId);
-/// Granted log interval of Sync or Delay_Resp.
+/// Granted log interval of Sync or Delay_Resp, of a clock that negotiates.
 i8   ptpGrantedLog(u32 syncrefId, u32 messageType);
 u32  ptpUcNegState(u32 syncrefId);           // UcNegState
 const char* ptpUcNegStateText(u32 state);    // "UC_NEG_IDLE"

@@ -102,7 +102,4 @@ const GpsStateRecord& KvdLoz6TuGps_stateHistory(u8 row)
     return s->history.rows[std::min<u32>(row, GPS_STATE_HISTORY - 1)];
 }
 
-bool KvdLoz6TuGps_historyAboveUnInit()
-{
-    return s->history.rows[0].state > GPS_UN_INIT;
-}
+bool KvdLoz6TuGps_historyAboveUnInit() { return s->history.rows[0].state > GPS_UN_INIT; }

@@ -78,7 +78,7 @@ TEST(GpsLog, KeepsAnHourAndCopiesOnWhatComesSeldom)
     b.receiver(GPSS_NORVANE_COMBINED);
     b.in([] {
         storeSecond();
-        KvdLoz6FifoGps_storeGpsts(2, 1, 4, "1");
+        for (const char* capabilities : {"99999", "1"}) KvdLoz6FifoGps_storeGpsts(2, 1, 4, capabilities);
         for (u32 second = 0; second < 3600; ++second) {
             KvdLoz6FifoGps_storeTowWeek(second, 2288);
             KvdLoz6FifoGps_closeRecord();
@@ -175,6 +175,7 @@ TEST(RegulatorLog, WritesARecordAndThePrintouts)
     FifoBench b;
     b.node.setCalendar(CALENDAR, 250);
     b.in([] {
+        for (const u32 z_i : {19u, 20u}) KvdLoz6FifoReg_add({.z_i = z_i});      // the last, and none
         std::array<double, 36> P{};
         P[0] = 1e-10, P[1] = 2e-12, P[6] = 3e-12, P[7] = 4e-20;
         KvdLoz6FifoReg_setLatchedTime(512.25);
@@ -187,7 +188,7 @@ TEST(RegulatorLog, WritesARecordAndThePrintouts)
     const std::string text = b.file("kvdFifoKalman");
     EXPECT_THAT(text, StartsWith("Dump of data started:\n2023-11-14 22:13:20.000250\n\n"));
     EXPECT_EQ(occurrences(text, "################################ \nTime\t\t\t\t:\t"), 5400u);
-    EXPECT_EQ(occurrences(text, "Ref\t\t\t\t\t:\t<Unknown> \n"), 5398u);
+    EXPECT_EQ(occurrences(text, "Ref\t\t\t\t\t:\t<Unknown> \n"), 5397u);
     EXPECT_EQ(b.file("kvdFifoGps"), "") << "no GPS reference";
 
     const std::size_t temperature = text.find("TEMP_REF (11) \nlatchedTime\t\t\t:\t0          \n");
@@ -214,6 +215,7 @@ TEST(RegulatorLog, WritesARecordAndThePrintouts)
 TEST(RegulatorLog, HasTheStepsOfTheEstimator)
 {
     FifoBench b;
+    b.node.setCalendar(CALENDAR, 250);
     b.in([] {
         Mat6 P{};
         for (u32 i = 0; i < 6; ++i) P[i * 7] = i == 0 ? 1e-12 : 1e-20;
@@ -225,6 +227,7 @@ TEST(RegulatorLog, HasTheStepsOfTheEstimator)
     b.dump();
     const std::string text = b.file("kvdFifoKalman");
     EXPECT_EQ(occurrences(text, "Ref\t\t\t\t\t:\tGPS_REF (8) \n"), 5399u);
+    EXPECT_THAT(text, HasSubstr("Time\t\t\t\t:\t2023-11-14 22:13:20.000250 \nRef\t\t\t\t\t:\tTEMP_REF"));
     const std::string newest = text.substr(text.rfind("Ref\t\t\t\t\t:\tTEMP_REF (11) \n"));
     EXPECT_THAT(newest, HasSubstr("\nz\t\t\t\t\t:\t0.5        \nR\t\t\t\t\t:\t1e-06 \n"));
     EXPECT_THAT(newest, HasSubstr("\nKgain[1-2] \t\t\t:\t0     \t 0    \n"));
@@ -260,6 +263,7 @@ TEST(Dump, IsLostWhenTheFileCannotBeOpenedAndTheNextOneComes)
     for (const char* name : {"kvdFifoGps", "kvdFifoKalman"})
         EXPECT_TRUE(b.node.traces().has("Could not open file: /gzip/c/logfiles/" + std::string(name)
                                         + ".gz, reason: Input/output error"));
+    EXPECT_FALSE(b.node.traces().has("Could not write to file"));
     b.node.volumes().writeFails = false;
     b.dump();
     EXPECT_NE(b.file("kvdFifoGps"), "");

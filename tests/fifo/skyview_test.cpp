@@ -98,6 +98,10 @@ TEST(SkyView, OfADayEndsByItself)
     EXPECT_EQ(b.records(), 1440u);
     b.stop();
     EXPECT_EQ(b.records(), 1440u) << "an end that came already is no new file";
+    b.start();
+    b.seconds(86399);
+    b.seconds(3);
+    EXPECT_FALSE(b.running()) << "nor does it take the next day's";
 }
 
 TEST(SkyView, LosesAMinuteWithoutMemoryAndDoesNotRunWithoutATimer)

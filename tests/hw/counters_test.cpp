@@ -53,9 +53,11 @@ TEST(Step, ToAWantedValueIsTheDifferenceToThePresentOne)
     Bench newer(2);
     newer.set(REG_LOAD_STATUS, 1);
     newer.in([] { EXPECT_EQ(tuHwIf_writeSfc(2, 0, 4), 0); });
-    EXPECT_EQ(newer.takeWrites(),
-              (std::vector<std::pair<u32, u32>>{{BASE_2C + 0x88, 0x2000}, {BASE_2C + 0x8c, 8},
-                                                {BASE_2C + 0x84, 0}, {BASE_2C + 0x90, 5}, {BASE_2C + 0x90, 0}}));
+    EXPECT_EQ(newer.takeWrites(), (std::vector<std::pair<u32, u32>>{{BASE_2C + 0x88, 0x2000},
+                                                                    {BASE_2C + 0x8c, 8},
+                                                                    {BASE_2C + 0x84, 0},
+                                                                    {BASE_2C + 0x90, 5},
+                                                                    {BASE_2C + 0x90, 0}}));
     newer.set(REG_LOAD_STATUS, 0);
     newer.in([] { EXPECT_EQ(tuHwIf_writeSfc(2, 0, 4), 1); });
 }

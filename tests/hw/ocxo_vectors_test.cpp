@@ -53,8 +53,10 @@ json eepromRetries(Board& b, const Value& in, const Value&)
     const int result = startOcxo() ? 0 : 1;
     // Each takes 50 ms and up to 5 s of polls, and 10 ms until the next after a bad sum.
     const auto count = [&](const char* how) { return static_cast<u32>(std::ranges::count(reads, how)); };
-    EXPECT_EQ(b.world.now() - before, (50 * attempts + 10 * count("sum") + 5000 * count("timeout")) * ose::MS);
-    return {{"result", result}, {"attempts", attempts},
+    EXPECT_EQ(b.world.now() - before,
+              (50 * attempts + 10 * count("sum") + 5000 * count("timeout")) * ose::MS);
+    return {{"result", result},
+            {"attempts", attempts},
             {"failedTraces", numbersTraced(b, "after reading OCXO data ", " times")}};
 }
 

@@ -1,5 +1,5 @@
-// values_bench.h - What the replays of the hardware interface's check values share: a row is a call on a board
-// and what came of it, under the words of the file.
+// values_bench.h - What the replays of the hardware interface share: a row is a call on a board, and what
+// came of it, under the words of the file.
 #pragma once
 #include "hw/fake_bus.h"
 #include "support/vectors.h"

@@ -127,7 +127,9 @@ TEST(SyncrefRequests, AShortSignalIsTracedAndTheNextIsTaken)
         TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(0);
         EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), READY);
     });
+    constexpr std::size_t TWO = sizeof(KvdTuiifAuditPktRefRoCfm) + 2 * sizeof(TuiifPktRefConfig);
     EXPECT_EQ(audited.traced("too short"), 2u);
+    EXPECT_EQ(audited.traced(" wanted=" + std::to_string(TWO)), 1u);
 }
 
 }  // namespace

@@ -84,6 +84,9 @@ TEST(Syncref, IdentitiesAreDistinctAndTheStandardOneIsGivenBack)
         give(deleteReq(0, 4));
         give(deleteReq(2, 4));
         TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(2);
+        syncrefSeen().eventSocket = -1;
+        give(createReq(pktRef(5, 5, 3, 5)));         // one that fails gives it back, too
+        syncrefSeen().eventSocket = 0;
         create(pktRef(6, 4, 0, 6), 2);               // place 0 isn't free yet: this one takes 2
         EXPECT_EQ(identity(2), "020000fffe000001");
         TuPktsync_SyncrefCtrl_PktSyncDrvDeleteCfm(0);
@@ -265,8 +268,8 @@ TEST(Syncref, AttributesComeFromTheClockOrAreZero)
             a.clockAccuracy, a.offsetScaledLogVariance, a.portNumber, a.announceReceiptTimeout,
             a.delayMechanism, a.versionNumber};
         EXPECT_EQ(numbers, (std::vector<i64>{1, 1, 1, 255, 24, 2, -0x1234567890, 4711, 7, 6, 0x21, 0x4E5D,
-                                             127, 126, 37, 1, 1, 0, 0, 1, 1, 0x20, LISTENING, -3, -4, 3, 0, 0, 0xFE, 0xFFFF, 1,
-                                             3, 1, 2}));
+                                             127, 126, 37, 1, 1, 0, 0, 1, 1, 0x20, LISTENING, -3, -4, 3,
+                                             0, 0, 0xFE, 0xFFFF, 1, 3, 1, 2}));
         TuPktsync_delete_ptp_clock(0);
     });
 }

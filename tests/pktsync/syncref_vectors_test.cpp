@@ -74,6 +74,8 @@ void qualities(const Value& c)
         ASSERT_TRUE(told) << row;
         EXPECT_EQ(row[last], told->clockQuality) << row;
     }
+    b.in([] { TuPktsyncAdm_clockClassValid(1, PACKET_TIME_FRO_CLASS, 52); });    // of time any class counts
+    EXPECT_EQ(b.take<KvdTuiifQualityLevelInd>(KVD_TUIIF_QUALITY_LEVEL_IND)->clockQuality, 52u);
 }
 
 TEST(PtpCheckValues, Tables)
