@@ -397,9 +397,9 @@ std::string writtenBy(const std::string& user)
     u32& type = KvdLoz6TuGps_receiverRecord().gpssType;
     queue = {};
     type = GPSS_FURUNO_GPS02;
-    if (user == "GPppr") return gpsout::gppprSentence(1, 2, 3);
-    if (user == "GPout") return gpsout::gpoutSentence(1, false, 0, false);
-    if (user == "GPGGA of the output") return gpsout::gpggaSentence();
+    if (user == "GPppr") return std::string(gpsout::gppprSentence(1, 2, 3));
+    if (user == "GPout") return std::string(gpsout::gpoutSentence(1, false, 0, false));
+    if (user == "GPGGA of the output") return std::string(gpsout::gpggaSentence());
     if (user == "PNVX,GPmod,%u") KvdLoz6TuGps_queueModeSetup(true);
     else if (user == "PNVX,GPper,1") KvdLoz6TuGps_changeProtocol(GPS_PROTOCOL_NORVANE);
     else if (user == "$PFEC,GPset,Z1 of the protocol change") {
