@@ -94,9 +94,9 @@ expect 0 "a state of the next" wait "$dir/sock" WARMUP --timeout 1m
 kill -HUP $run
 wait $run
 [ $? -eq 129 ] && [ -s "$dir/hung.json" ] || { echo "a closed terminal takes the summary along"; failed=1; }
-"$tu" run "$dir/good.toml" --seeds 1..900000 --jobs 1 --summary "$dir/cut.json" --quiet &
+"$tu" run "$dir/good.toml" --seeds 1..900000 --jobs 1 --summary "$dir/cut.json" >"$dir/told" &
 run=$!
-sleep 1
+until grep -q '^ok' "$dir/told"; do sleep 0.1; done
 kill -TERM $run
 wait $run
 [ $? -eq 143 ] && [ -s "$dir/cut.json" ] || { echo "many runs that are ended leave nothing"; failed=1; }
