@@ -391,8 +391,10 @@ function drawAll() {
         const section = document.createElement('section');
         section.innerHTML = '<h2>All units</h2>';
         page.prepend(section);
+        const events = RUN.units.flatMap(
+            u => u.events.map(([t, kind, text, number]) => [t, kind, text, u.name + ' ' + number]));
         const over = (title, of, name) => timeChart(
-            {...RUN.units[0], holdovers: [], events: []}, title, of,
+            {...RUN.units[0], holdovers: [], events}, title, of,
             RUN.units.map(u => ({label: u.name, values: column(u, name)})),
             {good: RUN.t.map((t, i) => RUN.units.every(u => column(u, 'good')[i]))});
         for (const chart of [over('Time error since each lock, steps of the counters taken out', 'ns',

@@ -59,11 +59,13 @@ public:
                     throw StatusError(path_ + ": no status comes from it");
                 return json;
             }
-            if (!fill(until)) return {};
+            if (buffer_.size() > LONGEST || !fill(until)) return {};
         }
     }
 
 private:
+    static constexpr std::size_t LONGEST = 16 << 20;   // bytes of a line, many times what a run says
+
     bool fill(std::optional<Clock::time_point> until)
     {
         int wait_ms = -1;
@@ -134,9 +136,7 @@ std::string describe(const WaitQuery& query)
     return query.state + (query.within_ns ? " within " + timeText(*query.within_ns) : "");
 }
 
-}  // namespace
-
-int printStatus(const StatusQuery& query)
+int print(const StatusQuery& query)
 {
     Connection connection(query.socket);
     openOrFail(connection, query.socket);
@@ -153,7 +153,7 @@ int printStatus(const StatusQuery& query)
     }
 }
 
-int waitForState(const WaitQuery& query)
+int waitFor(const WaitQuery& query)
 {
     constexpr auto TO_BEGIN = std::chrono::seconds(10);
     const auto began = Clock::now();
@@ -188,6 +188,23 @@ int waitForState(const WaitQuery& query)
                  isLate ? "the time was over" : "the run ended", describe(query).c_str());
     return 1;
 }
+
+/// What is JSON, and not what a run says, is refused like what is none.
+template <typename Query>
+int asking(const Query& query, int (*ask)(const Query&))
+{
+    try {
+        return ask(query);
+    } catch (const Json::exception&) {
+        throw StatusError(query.socket + ": no status comes from it");
+    }
+}
+
+}  // namespace
+
+int printStatus(const StatusQuery& query) { return asking(query, print); }
+
+int waitForState(const WaitQuery& query) { return asking(query, waitFor); }
 
 std::optional<double> parseTime_ns(const std::string& text)
 {

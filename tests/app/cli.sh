@@ -94,6 +94,12 @@ expect 0 "a state of the next" wait "$dir/sock" WARMUP --timeout 1m
 kill -HUP $run
 wait $run
 [ $? -eq 129 ] && [ -s "$dir/hung.json" ] || { echo "a closed terminal takes the summary along"; failed=1; }
+"$tu" run "$dir/good.toml" --seeds 1..900000 --jobs 1 --summary "$dir/cut.json" >"$dir/told" &
+run=$!
+until grep -q '^ok' "$dir/told"; do sleep 0.1; done
+kill -TERM $run
+wait $run
+[ $? -eq 143 ] && [ -s "$dir/cut.json" ] || { echo "many runs that are ended leave nothing"; failed=1; }
 expect 2 "no such interface" run "$dir/good.toml" --ptp-if nowhere0
 told '^nowhere0: there is no such network interface$' "the interface isn't named" err
 expect 2 "nobody to put on it" run "$dir/good.toml" --ptp-if gm1=lo
