@@ -145,8 +145,7 @@ int KvdLoz6TuReg_handleRefClkInt(LatchedEdge& edge)
         return 0;
     }
     if (isBeforeStep(age, period)) {
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO,
-                  "Measurement discarded: Latched before the counter was stepped.");
+        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Measurement discarded: Latched before the counter was stepped.");
         return 0;
     }
     return 1;
