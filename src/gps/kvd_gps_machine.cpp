@@ -41,8 +41,8 @@ void startWaitForValid()
 
 void startWaitForOperational()
 {
-    start(state().waitForOperationalTmoRef, WAIT_FOR_OPERATIONAL_TIME,
-          KVD_TUGPS_WAIT_FOR_OPERATIONAL_TIMEOUT, "waitForOperationalTmoRef");
+    start(state().waitForOperationalTmoRef, WAIT_FOR_OPERATIONAL_TIME, KVD_TUGPS_WAIT_FOR_OPERATIONAL_TIMEOUT,
+          "waitForOperationalTmoRef");
 }
 
 void startOperational()

@@ -61,14 +61,16 @@ void followTicks()
     s->lastTicks = static_cast<u32>(s->ticks);
 }
 
-/// Its index, or the number of sets when there is none (traced).
-u32 setOf(u32 froType)
+/// nullptr (traced) when there is none.
+const PmSet* setOf(u32 froType)
 {
-    for (u32 i = 0; i < std::size(SETS); ++i)
-        if (SETS[i].froType == froType) return i;
+    for (const PmSet& set : SETS)
+        if (set.froType == froType) return &set;
     KVD_TRACE(TRACE_TUPM, TRACE_INFO, "Wrong froType!");
-    return std::size(SETS);
+    return nullptr;
 }
+
+Subscription& subscriptionOf(const PmSet& set) { return s->subscription[static_cast<u32>(&set - SETS)]; }
 
 void attachOnce()
 {
@@ -81,10 +83,10 @@ void attachOnce()
 void onSubscribe(const KvdTuiifSubscribePmReq* req)
 {
     if (req == nullptr) return;
-    const u32 set = setOf(req->froType);
-    if (set == std::size(SETS)) return;
-    s->subscription[set] = {1, req->granularity, req->froType, req->froId};
-    SETS[set].subscribe();
+    const PmSet* const set = setOf(req->froType);
+    if (set == nullptr) return;
+    subscriptionOf(*set) = {1, req->granularity, req->froType, req->froId};
+    set->subscribe();
     attachOnce();
     KvdLoz6TuIifAdm_sendSubscribePmCfm(req->froType, req->froId);
 }
@@ -92,22 +94,23 @@ void onSubscribe(const KvdTuiifSubscribePmReq* req)
 void onUnsubscribe(const KvdTuiifUnsubscribePmReq* req)
 {
     if (req == nullptr) return;
-    const u32 set = setOf(req->froType);
-    if (set == std::size(SETS)) return;
-    s->subscription[set] = {};
-    SETS[set].unsubscribe();
+    const PmSet* const set = setOf(req->froType);
+    if (set == nullptr) return;
+    subscriptionOf(*set) = {};
+    set->unsubscribe();
     KvdLoz6TuIifAdm_sendUnsubscribePmCfm(req->froType, req->froId);
 }
 
 void onGetCurrent(const KvdTuiifGetCurrentPmReq* req)
 {
     if (req == nullptr) return;
-    const u32 set = setOf(req->froType);
-    if (set != std::size(SETS)) SETS[set].report(PM_ON_REQUEST, req->froId);
+    const PmSet* const set = setOf(req->froType);
+    if (set != nullptr) set->report(PM_ON_REQUEST, req->froId);
 }
 
-void endPeriod(const PmSet& set, const Subscription& subscription)
+void endPeriod(const PmSet& set)
 {
+    const Subscription& subscription = subscriptionOf(set);
     if (subscription.subscribed == 0 || subscription.granularityPeriod == 0) return;
     if (subscription.granularityPeriod < PUSH_PERIOD_s) {
         set.traceIllegal(subscription.granularityPeriod);
@@ -124,7 +127,7 @@ void onPush(const TmvPmaiPushInd* ind)
 {
     if (ind == nullptr) return;
     s->seqNo = ind->seqNo;
-    for (u32 i = 0; i < std::size(SETS); ++i) endPeriod(SETS[i], s->subscription[i]);
+    for (const PmSet& set : SETS) endPeriod(set);
 }
 
 }  // namespace
@@ -154,8 +157,8 @@ u32 KvdLoz6TuPm_seconds()
 
 u32 KvdLoz6TuPm_granularityPeriod(u32 froType)
 {
-    for (u32 i = 0; i < std::size(SETS); ++i)
-        if (SETS[i].froType == froType) return s->subscription[i].granularityPeriod;
+    for (const PmSet& set : SETS)
+        if (set.froType == froType) return subscriptionOf(set).granularityPeriod;
     return 0;
 }
 
@@ -186,12 +189,12 @@ u32 KvdLoz6TuPm_reportToAgent(const PmReport& report)
 void KvdLoz6TuPm_printInfo()
 {
     node::shellPrintf("\n***** PM *****\n");
-    for (u32 i = 0; i < std::size(SETS); ++i) {
-        const Subscription& subscription = s->subscription[i];
+    for (const PmSet& set : SETS) {
+        const Subscription& subscription = subscriptionOf(set);
         node::shellPrintf("%s\n   subscribed        : %u\n   granularityPeriod : %u\n"
                           "   froType           : 0x%x\n   froId             : 0x%x\n",
-                          SETS[i].name, subscription.subscribed, subscription.granularityPeriod,
+                          set.name, subscription.subscribed, subscription.granularityPeriod,
                           subscription.froType, subscription.froId);
-        SETS[i].report(PM_PRINTOUT, subscription.froId);
+        set.report(PM_PRINTOUT, subscription.froId);
     }
 }

@@ -301,7 +301,7 @@ void KvdLoz6TuPhyAdm_setSupervised(u32 froId, u32 isSupervised)
     if (isSupervised == 1) reportStates(*row);
 }
 
-const PhyPortInfo& KvdLoz6TuPhyAdm_row(u32 row) { return s->portInfoTable[row < PHY_PORTS ? row : 0]; }
+const PhyPortInfo& KvdLoz6TuPhyAdm_row(u32 row) { return s->portInfoTable[row]; }
 
 void KvdLoz6TuPhyAdm_printInfo()
 {

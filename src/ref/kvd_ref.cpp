@@ -70,23 +70,24 @@ void onIdl2Delay()
 
 void fillRows()
 {
-    for (u32 row = 0; row < REF_ROWS; ++row) {
-        RefDesc& desc = table().refDescTable[row];
+    u32 row = 0;
+    for (RefDesc& desc : table().refDescTable) {
         desc.refStatus = REF_STATUS_UNK;
         desc.filterType = NO_FILTER;
         desc.froId = FRO_NONE;
         desc.froClassNo = FRO_NONE;
-        desc.refType = REF_ROW_TRAITS[row].refType;
+        desc.refType = REF_ROW_TRAITS[row++].refType;
     }
 }
 
 /// The main processor is going to ask for supervision again.
 void releaseRows()
 {
-    for (u32 row = 0; row < REF_ROWS; ++row) {
-        KvdLoz6TuRef_stopFilter(row);
-        table().refDescTable[row].supervisionStatus = 0;
-        table().refDescTable[row].refStatus = REF_STATUS_UNK;
+    for (RefDesc& desc : table().refDescTable) {
+        KvdTimer_cancel(desc.filterTimer);
+        desc.filterType = NO_FILTER;
+        desc.supervisionStatus = 0;
+        desc.refStatus = REF_STATUS_UNK;
     }
 }
 

@@ -14,7 +14,6 @@ void KvdLoz6TuRef_startSupervision(const Signal* sig, u32 row);
 /// The board's one serial line is wanted by the front end of that row, or by the output with REF_ROWS: those
 /// that went on while the main processor was away and aren't supervised any more give it up.
 void KvdLoz6TuRef_freeSerialLine(u32 wantedRow);
-void KvdLoz6TuRef_stopFilter(u32 row);
 /// A port's line ends (port service): supervision of its row ends.
 void KvdLoz6TuRef_lineEnd(u32 line);
 /// A supervised port has another line, or another froId: its supervision goes with it, and a selection, too.

@@ -37,18 +37,17 @@ struct Route {
     u8 refType;
     u32 selector;        // of the reference multiplexer, or HW_AS_IS
     u32 regulatorRef;
-    bool dropsHeldTime;  // selecting it ends the time that the loop holds
 };
 constexpr Route ROUTES[] = {
-    // refType         selector              regulator           drops held time
-    {NTP_REF,         HW_AS_IS,             TU_SR_NTP_REF,      true},
-    {GPS_REF,         HALI_GPS_HW_SYNC_REF, TU_SR_GPS_REF,      false},
-    {PACKET_TIME_REF, HW_AS_IS,             TU_SR_PKT_TIME_REF, false},
-    {PACKET_FREQ_REF, HW_AS_IS,             TU_SR_PKT_FREQ_REF, true},
-    {HPTSI_REF,       HALI_GPS_HW_SYNC_REF, TU_SR_HPTSI_REF,    false},
-    {ETHA_REF,        HALI_ETH_REF_A,       TU_ETH_REF,         true},
-    {ETHB_REF,        HALI_ETH_REF_B,       TU_ETH_REF,         true},
-    {ETHC_REF,        HALI_ETH_REF_C,       TU_ETH_REF,         true},
+    // refType         selector              regulator
+    {NTP_REF,         HW_AS_IS,             TU_SR_NTP_REF},
+    {GPS_REF,         HALI_GPS_HW_SYNC_REF, TU_SR_GPS_REF},
+    {PACKET_TIME_REF, HW_AS_IS,             TU_SR_PKT_TIME_REF},
+    {PACKET_FREQ_REF, HW_AS_IS,             TU_SR_PKT_FREQ_REF},
+    {HPTSI_REF,       HALI_GPS_HW_SYNC_REF, TU_SR_HPTSI_REF},
+    {ETHA_REF,        HALI_ETH_REF_A,       TU_ETH_REF},
+    {ETHB_REF,        HALI_ETH_REF_B,       TU_ETH_REF},
+    {ETHC_REF,        HALI_ETH_REF_C,       TU_ETH_REF},
 };
 
 bool isFirstStart() { return KvdLoz6TuRef_isFirstStart() == 1; }
@@ -165,11 +164,10 @@ void afterSelection(u8 refType)
 
 /// A frequency reference taken up after the GPS out sync link: the time that the loop still holds
 /// no longer counts.
-void dropHeldTime(u8 refType, u32 regulatorRef)
+void dropHeldTime(u32 regulatorRef)
 {
+    if (!cameThroughNoRefFrom(GPSOSL_REF) || KvdLoz6TuReg_isTimeRef(regulatorRef)) return;
     const u32 pllState = KvdLoz6TuReg_pllState();
-    if (table().prevPrevSelRef != GPSOSL_REF || table().prevSelRef != NO_REF) return;
-    if (refType == NO_REF || refType == GPSOSL_REF || KvdLoz6TuReg_isTimeRef(regulatorRef)) return;
     if (pllState == PLL_Offset_Holdover || pllState == PLL_Locked_Holdover)
         KvdLoz6TuIifAdm_reportClockState(KVD_TUIIF_FREQUENCY_HOLDOVER);
 }
@@ -182,7 +180,7 @@ int commonSelect(const Route& route, Ids ids)
     const bool untouched = route.regulatorRef == REGULATOR_AS_IS;
     const u32 value = untouched ? u32{TU_SR_NO_REF} : route.regulatorRef;
     if (!untouched) KvdLoz6TuReg_configRefType(value, ids.froId, ids.froClassNo);
-    if (route.dropsHeldTime) dropHeldTime(route.refType, value);
+    dropHeldTime(value);
     if (refusedOnSlave(route.refType)) return 0;
     updateClients(route.refType, ids, value);
     afterSelection(route.refType);
@@ -201,11 +199,11 @@ int selectTuRef(Ids ids)
 {
     moveBlockOn(TU_REF);
     switch (KvdLoz6TuRef_gpsExtToggle()) {
-    case EXT_TOGGLE: return commonSelect({TU_REF, HALI_EXT_HW_SYNC_REF, TU_SR_EXT_REF, true}, ids);
-    case GPS_TOGGLE: return commonSelect({TU_REF, HALI_GPS_HW_SYNC_REF, TU_SR_EXT_1PPS_REF, true}, ids);
+    case EXT_TOGGLE: return commonSelect({TU_REF, HALI_EXT_HW_SYNC_REF, TU_SR_EXT_REF}, ids);
+    case GPS_TOGGLE: return commonSelect({TU_REF, HALI_GPS_HW_SYNC_REF, TU_SR_EXT_1PPS_REF}, ids);
     case NO_TOGGLE:
         KVD_TRACE(TRACE_TUREF, TRACE_INFO, "Neither GPS nor EXT toggle detected. No reference selected.");
-        return commonSelect({TU_REF, HW_AS_IS, REGULATOR_AS_IS, true}, ids);
+        return commonSelect({TU_REF, HW_AS_IS, REGULATOR_AS_IS}, ids);
     default:
         KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "gpsExtToggle %d not allowed",
                   static_cast<int>(KvdLoz6TuRef_gpsExtToggle()));
@@ -226,9 +224,9 @@ int selectPdhSdh(Ids ids)
     if (line > ROW_SDH) {
         KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "Incorrect lineNo=%hhu. expected value between 0-4",
                   static_cast<u8>(line));
-        return commonSelect({PDH_SDH_REF, HW_AS_IS, TU_SR_NO_REF, true}, ids);
+        return commonSelect({PDH_SDH_REF, HW_AS_IS, TU_SR_NO_REF}, ids);
     }
-    return commonSelect({PDH_SDH_REF, line + HALI_PDH_REF_1, line + TU_SR_PDH_REF1, true}, ids);
+    return commonSelect({PDH_SDH_REF, line + HALI_PDH_REF_1, line + TU_SR_PDH_REF1}, ids);
 }
 
 // ---- no reference -------------------------------------------------------------------------------

@@ -297,7 +297,7 @@ void storeRequest(u32 row, const KvdTuiifSynchPathSupInd& ind)
     desc.supervisionStatus = ind.on;
     desc.froId = ind.froId;
     desc.froClassNo = ind.froClassNo;
-    KvdLoz6TuRef_stopFilter(row);
+    cancelFilter(row);
 }
 
 const Signal* signalOf(const KvdTuiifSynchPathSupInd& ind) { return reinterpret_cast<const Signal*>(&ind); }
@@ -398,7 +398,7 @@ void KvdLoz6TuRef_freeSerialLine(u32 wantedRow)
 
 void KvdLoz6TuRef_startSupervision(const Signal*, u32 row)
 {
-    if (row < REF_ROWS) KvdLoz6TuRef_startWithStatus(row, HALI_readToggleStatus());
+    KvdLoz6TuRef_startWithStatus(row, HALI_readToggleStatus());
 }
 
 void KvdLoz6TuRef_startWithStatus(u32 row, u32 status)
@@ -429,16 +429,11 @@ void KvdLoz6TuRef_startWithStatus(u32 row, u32 status)
     KVD_TRACE(TRACE_TUREF, TRACE_INFO, "started supervision of synch ref. #%u", row);
 }
 
-void KvdLoz6TuRef_stopFilter(u32 row)
-{
-    if (row < REF_ROWS) cancelFilter(row);
-}
-
 void KvdLoz6TuRef_lineEnd(u32 line)
 {
     if (line > ROW_SDH || descOf(line).supervisionStatus == 0) return;
     descOf(line).supervisionStatus = 0;
-    KvdLoz6TuRef_stopFilter(line);
+    cancelFilter(line);
     endSupervision(line, TRACE_INFO);
 }
 

@@ -22,10 +22,7 @@ constexpr u8  PP1S_USABLE_BELOW = 2;        // normal, or held by an atomic cloc
 constexpr u16 STATE_NOT_USABLE = 4, STATE_NOT_USABLE_BIT = 0x80;
 
 bool isOperational() { return state().hptsiState >= OPERATIONAL; }
-bool takesFrames()
-{
-    return state().hptsiState >= WAIT_FOR_FRAMES && state().hptsiState <= OPERATIONAL_WITH_VALID_TIME;
-}
+bool takesFrames() { return state().hptsiState >= WAIT_FOR_FRAMES; }
 
 // ---- timers -------------------------------------------------------------------------------------
 
@@ -198,7 +195,7 @@ void hptsi::startTimer(TimerId id)
 
 void hptsi::cancelAllTimers()
 {
-    for (u32 id = 0; id < TIMERS; ++id) cancel(static_cast<TimerId>(id));
+    for (KvdTimer& timer : state().timers) KvdTimer_cancel(timer);
 }
 
 void hptsi::changeState(u32 to)

@@ -77,8 +77,8 @@ void sendIdl2TimeDataInd()
     ind->sfn = now.sfn;
     ind->inc = now.inc;
     TuiifIdl2PortData* out = ind->port;
-    for (u32 port = 0; port < IDPI_PORTS; ++port)
-        if (idpi::isActive(port)) fill(*out++, state().port[port]);
+    for (const IdpiPort& p : state().port)
+        if (idpi::isActive(p.nearPort)) fill(*out++, p);
     KVD_TRACE(TRACE_IDPI, TRACE_3,
               "KVD_TUIIF_IDL2_TIME_DATA_IND (apn = %u, jumpPend = %s, jumpInd = %s, numOfPorts = %u)",
               ind->apn, ind->jumpPend != 0 ? "True" : "False", ind->jumpInd != 0 ? "True" : "False", ports);
@@ -115,12 +115,12 @@ void requestDelays()
 {
     KvdLoz6Idpi_clearDelayData(IDPI_PORTS);
     if (state().availabilityStatus != IDPI_AVAILABLE) return;
-    for (u32 port = 0; port < IDPI_PORTS; ++port) {
-        if (!idpi::isActive(port)) continue;
+    for (const IdpiPort& p : state().port) {
+        if (!idpi::isActive(p.nearPort)) continue;
         auto* req = node::make<IdpiGetDelayReq>(IDPI_GET_DELAY_REQ);
         req->clientRef = state().clientRef;
         req->serverRef = state().serverRef;
-        req->portNo = static_cast<u16>(port + 1);
+        req->portNo = static_cast<u16>(p.nearPort + 1);
         node::sendTo(state().servicePid, req);
     }
 }

@@ -33,7 +33,7 @@ void addPort(u32 port)
 {
     if (idpi::isActive(port)) return;
     state().idl2PortMap = static_cast<u8>(state().idl2PortMap | idpi::bitOf(port));
-    if (state().nActivePorts < IDPI_PORTS) ++state().nActivePorts;
+    ++state().nActivePorts;
 }
 
 void forward(u32 port)
@@ -112,5 +112,5 @@ void idpi::onLinkStatus(const IdpiLinkStatusInd* ind)
 
 void KvdLoz6Idpi_resendLinkStatus()
 {
-    for (u32 port = 0; port < IDPI_PORTS; ++port) forward(port);
+    for (const IdpiPort& p : state().port) forward(p.nearPort);
 }

@@ -88,8 +88,8 @@ bool timerExpired(u32 port, PortTimerId id)
 
 void cancelPortTimers(u32 port)
 {
-    for (u32 id = 0; id < PORT_TIMERS; ++id)
-        if (s->port[port].timer[id].runs()) cancelTimer(port, static_cast<PortTimerId>(id));
+    for (const PortTimerId id : {HO, WTR, SUPERVISION})
+        if (s->port[port].timer[id].runs()) cancelTimer(port, id);
 }
 
 void report() { KvdLoz6TuIifAdm_updateRefState(KvdLoz6TuIifAdm_tuiifRefState()); }
@@ -183,7 +183,7 @@ void ignoreTimeout(u32 port)
 
 const Port& idl::portOf(u32 port) { return s->port[port]; }
 
-u32 KvdLoz6TuRef_idlState(u32 port) { return port < PORTS ? s->port[port].idlState : u32{IDL_UNKNOWN}; }
+u32 KvdLoz6TuRef_idlState(u32 port) { return s->port[port].idlState; }
 
 void KvdLoz6TuRef_idlSupervision(u32 port, u32 on)
 {
@@ -195,7 +195,6 @@ void KvdLoz6TuRef_idlSupervision(u32 port, u32 on)
 
 void KvdLoz6TuRef_idlInterrupt(u32 port)
 {
-    if (port >= PORTS) return;
     switch (s->port[port].idlState) {
     case IDL_SUPERVISED: linkSeen(port); break;
     case IDL_ON: restartTimer(port, HO); break;
@@ -282,7 +281,7 @@ void KvdLoz6TuRef_onIdlSupervisionTimeout(u32 port)
 
 void KvdLoz6TuRef_idlReset()
 {
-    for (u32 port = 0; port < PORTS; ++port) {
+    for (const u32 port : {IDLPORT_1, IDLPORT_2}) {
         cancelPortTimers(port);
         stopSlaveHoldover(port);
         enter(port, IDL_UNKNOWN);

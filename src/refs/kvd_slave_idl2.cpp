@@ -39,14 +39,12 @@ struct State {
 };
 ose::ModuleData<State> s;
 
-bool ownPortData(u32 port, slave::PortData& data)
+void ownPortData(u32 port, slave::PortData& data)
 {
-    if (port >= IDPI_PORTS) return false;
     const IdpiPort record = KvdLoz6Idpi_port(port);
     data.delay = {record.delayT1C1High, record.delayT1C1Low, record.delayC4T1High, record.delayC4T1Low};
     data.linkMode = record.linkMode;
     data.linkStability = record.linkStability;
-    return true;
 }
 
 constexpr slave::Needs NEEDS = {

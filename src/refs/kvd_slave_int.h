@@ -139,7 +139,7 @@ struct Needs {
     u32  (*hasHwControl)();
     int  (*unableToTimeLock)();              // 0 sent
     int  (*sendClkStatus)(u8 clkStatus);     // 0 sent
-    bool (*portData)(u32 port, PortData& data);
+    void (*portData)(u32 port, PortData& data);
     u32  (*slavePllState)();
     void (*slavePllControl)(double phaseDiff);
 };

@@ -82,8 +82,8 @@ void enter(u32 slowpiState)
     s->slowpiState = slowpiState;
 }
 
-bool isSubscribed() { return s->slowpiState >= IF_SUBSCRIBED && s->slowpiState <= IF_QL_RECEIVED; }
-bool usesQuality() { return s->slowpiState == IF_QL_SEND || s->slowpiState == IF_QL_RECEIVED; }
+bool isSubscribed() { return s->slowpiState >= IF_SUBSCRIBED; }
+bool usesQuality() { return s->slowpiState >= IF_QL_SEND; }
 
 // ---- towards the main processor -----------------------------------------------------------------
 
@@ -222,39 +222,36 @@ void onUnsubscribeRsp(const SlowpiResultRsp* rsp)
 
 // ---- frames -------------------------------------------------------------------------------------
 
-/// Says why a frame isn't taken; false when it is.
-bool traceRefusal(const EsmcReading& r, u32 frame_len)
+/// Says why a frame isn't taken.
+void traceRefusal(const EsmcReading& r, u32 frame_len)
 {
     switch (r.verdict) {
-    case EsmcVerdict::Taken: return false;
+    case EsmcVerdict::Taken: break;
     case EsmcVerdict::OtherEtherType:
         KVD_TRACE(TRACE_SLOWPI, TRACE_9, "EthernetType= %04x", r.etherType);
         [[fallthrough]];
     case EsmcVerdict::NoFrame:
         KVD_TRACE(TRACE_SLOWPI, TRACE_9, "Unrecognized frame received; frame_len %u bytes, code=%hhu, ",
                   frame_len, r.code);
-        return true;
+        break;
     case EsmcVerdict::OtherProtocol:
         if ((r.code & NOT_ESMC_SUBTYPE) != 0)
             KVD_TRACE(TRACE_SLOWPI, TRACE_9, "SlowProtocolSubtype= %02hhx", r.slowProtocolSubtype);
         if (r.oui != ESMC_OUI) KVD_TRACE(TRACE_SLOWPI, TRACE_9, "EsmcOui= %04hhx", static_cast<u8>(r.oui));
         KVD_TRACE(TRACE_SLOWPI, TRACE_9, "Unrecognized SLOWPI received; frame_len %u bytes, code=%u, ",
                   frame_len, r.code);
-        return true;
+        break;
     case EsmcVerdict::TooShort:
         KVD_TRACE(TRACE_SLOWPI, TRACE_9, "ESMC received with too short frame %u bytes.", frame_len);
-        return true;
-    case EsmcVerdict::BadSubtype:
-        KVD_TRACE(TRACE_SLOWPI, TRACE_9, "Bad subtype  = 0x%x, ", r.subtype);
-        return true;
+        break;
+    case EsmcVerdict::BadSubtype: KVD_TRACE(TRACE_SLOWPI, TRACE_9, "Bad subtype  = 0x%x, ", r.subtype); break;
     case EsmcVerdict::BadTlvType:
         KVD_TRACE(TRACE_SLOWPI, TRACE_9, "Bad qlTlvType  = 0x%x, ", r.qlTlvType);
-        return true;
+        break;
     case EsmcVerdict::BadTlvLength:
         KVD_TRACE(TRACE_SLOWPI, TRACE_9, "Bad tlvLength  = 0x%x, ", r.tlvLength);
-        return true;
+        break;
     }
-    return true;
 }
 
 void takePdu(const EsmcReading& pdu)
@@ -283,10 +280,9 @@ void takeFrame(std::span<const u8> frame)
     }
     ++s->nmbOfFrames;
     const EsmcReading reading = readEsmc(frame);
-    if (traceRefusal(reading, static_cast<u32>(frame.size())))
-        ++s->nmbOfRejectedFrames;
-    else
-        takePdu(reading);
+    if (reading.verdict == EsmcVerdict::Taken) return takePdu(reading);
+    traceRefusal(reading, static_cast<u32>(frame.size()));
+    ++s->nmbOfRejectedFrames;
 }
 
 /// No longer than the signal, whatever its length field says.

@@ -1,4 +1,5 @@
 // How the unit finds the main processor, negotiates, and goes on when a side restarts; refused orders.
+#include "iif/kvd_mgr_wait.h"
 #include "ref/kvd_ref_select.h"
 #include "reg/kvd_reg.h"
 #include "tests/iif/iif_bench.h"
@@ -124,8 +125,10 @@ TEST(InitiateService, SuspendedOrRejectedLeavesTheUnitDeafUntilThePeerDies)
 
         bench::pktsyncInbox().clear();
         b.mp().sendLayout(KvdTuiifDeletePktRefRoReq{KVD_TUIIF_DELETE_PKT_REF_RO_REQ, 1, 4});
-        b.run(1);
+        b.run(2 * 3'600);
         EXPECT_TRUE(bench::pktsyncInbox().empty()) << "dropped";
+        for (const char* hours : {"to restart, waited=1 h", "to restart, waited=2 h"})
+            EXPECT_EQ(b.traces(hours), 1u) << hours;
 
         b.mp().die();
         b.run(1);
@@ -155,6 +158,28 @@ TEST(InitiateService, AnswersOfNobodyAreDropped)
     b.mp().start();
     b.run(5);
     EXPECT_EQ(b.startState(), TUIIF_START_RESTART_READY);
+}
+
+TEST(Waits, OfAnExchangeSayWhatTheyWaitForUpToTheirLimit)
+{
+    IifBench b;
+    b.node.system().call(*b.node.program(), [] {
+        static constexpr SIGSELECT NOTHING[] = {1, 0x1FFFF};
+        KvdMgrExchange exchange{TRACE_TUIIFADM, "The server", 25'000};
+        EXPECT_EQ(KvdLoz6TuMgr_await(exchange, NOTHING, "its word"), nullptr);
+        EXPECT_EQ(exchange.waited_ms, 25'000u);
+        exchange = {TRACE_TUIIFADM, "The server", 1'000};
+        EXPECT_TRUE(KvdLoz6TuMgr_pause(exchange, 400) && KvdLoz6TuMgr_pause(exchange, 400));
+        EXPECT_FALSE(KvdLoz6TuMgr_pause(exchange, 200));
+        EXPECT_TRUE(KvdLoz6TuMgr_pause(exchange, 199));
+        EXPECT_EQ(exchange.waited_ms, 999u);
+        exchange = {TRACE_TUIIFADM, "The server", 0};
+        EXPECT_TRUE(KvdLoz6TuMgr_pause(exchange, 9'000));
+    }, 15, "waits");
+    for (const char* waited : {"waits for its word, waited=10 s", "waits for its word, waited=20 s",
+                               "goes on without its word, waited=25000 ms"})
+        EXPECT_EQ(b.traces(waited), 1u) << waited;
+    EXPECT_EQ(b.traces("The server doesn't answer"), 3u);
 }
 
 // ---- the peer's death ----

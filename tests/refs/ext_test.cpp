@@ -36,6 +36,19 @@ TEST(ExternalFrequency, FastLockTakesItsOwnNoise)
     }
 }
 
+TEST(Lines, AllHaveTheirNoise)
+{
+    for (u32 ref = TU_SR_PDH_REF1; ref <= TU_SR_SDH_REF; ++ref) {
+        MeasureBench bench;
+        bench.settle();
+        bench.select(ref);
+        double edge = 200.0;
+        bench.edit([](measure::State& s) { std::fill_n(&s.var.R_all[Z_PDH_REF1], 5, 1.0); });
+        lineSecond(bench, edge);
+        EXPECT_EQ(bench.meas().measRefData.R, 5e-10) << ref;
+    }
+}
+
 TEST(External1pps, EarlyPulseIsDroppedOnce)
 {
     struct Step { const char* what; double z; u32 sensitive; double R; };

@@ -2,6 +2,7 @@
 #include "ref/kvd_ref.h"
 #include "refs/kvd_idpi_int.h"
 #include "refs/kvd_ref_idl.h"
+#include "reg/kvd_reg_measure.h"
 #include "tests/refs/idl_unit.h"
 
 #include <algorithm>
@@ -86,6 +87,12 @@ TEST(IdpiRound, GoesOnWhenEveryPortHasAnswered)
     EXPECT_EQ(word(48), 1u);
     EXPECT_EQ(word(48 + 24), 4u);
     EXPECT_EQ(static_cast<u8>(told->bytes[36 + 24]), 3u);
+    for (const double last_f : {0.0, 1'000.0}) {  // the counter's wrap is behind the last sample
+        unit.get([=] { KvdLoz6TuReg_setLastTime(2'048.0, last_f); });
+        unit.run(0.05);
+        const auto ind = unit.mp().last(KVD_TUIIF_IDL2_TIME_DATA_IND)->as<KvdTuiifIdl2TimeDataInd>();
+        EXPECT_EQ(ind->eSFC, last_f == 0.0 ? 2u : 3u);
+    }
 
     unit.idpi().silentPorts = {4};
     unit.run(0.1);
@@ -195,6 +202,7 @@ TEST(IdpiBadInput, IsTracedAndTheNextRoundGoesOn)
     constexpr const char* NOT_IN_TABLE = "not in port table, Ignore IDPI indication";
     constexpr const char* INACTIVE = "Received IDL2 delay data for inactive port";
     constexpr const char* REJECTED = "received IDPI_GET_DELAY_REJ for port";
+    const auto withText = [](auto& rej) { std::memcpy(reinterpret_cast<char*>(&rej) + 14, "~\x1F", 3); };
     PortUnit unit;
     unit.traceAll();
     const u32 connections = unit.idpi().connections();
@@ -209,7 +217,8 @@ TEST(IdpiBadInput, IsTracedAndTheNextRoundGoesOn)
              {bytesOf<IdpiRefs>(IDPI_CONN_ESTABLISH_CFM), "IDPI_CONN_ESTABLISH_CFM not asked for"},
              {bytesOf<IdpiConnEstablishRej>(IDPI_CONN_ESTABLISH_REJ, {}, 16), "ESTABLISH_REJ not asked for"},
              {bytesOf<IdpiRej>(IDPI_SUBSCRIBE_LINK_STATUS_REJ, {}, 14), "received IDPI_SUBSCRIBE_LINK"},
-             {bytesOf<IdpiRej>(IDPI_SUBSCRIBE_LINK_STATUS_REJ, {}, 13), "too short"}}) {
+             {bytesOf<IdpiRej>(IDPI_SUBSCRIBE_LINK_STATUS_REJ, {}, 13), "too short"},
+             {bytesOf<IdpiConnEstablishRej>(IDPI_SUBSCRIBE_LINK_STATUS_REJ, withText), "errorCode=0 (~?)"}}) {
         SCOPED_TRACE(stray.trace);
         const std::size_t traced = unit.traces(stray.trace);
         unit.node.system().inject(stray.bytes, unit.manager(), unit.idpi().pid());

@@ -109,10 +109,7 @@ inline const slave::Needs SlaveBench::NEEDS = {
         if (self->serverResult == 0) self->events.push_back({"idpi", clkStatus});
         return self->serverResult;
     },
-    [](u32, slave::PortData& data) {
-        data = self->own;
-        return true;
-    },
+    [](u32, slave::PortData& data) { data = self->own; },
     [] { return self->loopState; },
     [](double phaseDiff) {
         self->events.push_back({"slavePll"});
