@@ -83,7 +83,7 @@ TEST(InciClient, ConnectsSubscribesAndIsEstablishedAtTheFirstBroadcast)
     b.group().die();
     b.run(0.1);
     b.broadcast(ref);
-    EXPECT_EQ(b.unit.traces("Ind2(): NGPDUHIF server not available."), 1u);
+    EXPECT_EQ(b.unit.traces("NGPDUHIF server not available"), 2u);       // by who sends, and who wanted it
 }
 
 TEST(InciClient, AnswersThatAreMissingLateTwiceOrRejections)

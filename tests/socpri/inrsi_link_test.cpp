@@ -75,6 +75,12 @@ TEST(InrsiSubscription, FollowsTheListOfCandidates)
     EXPECT_TRUE(u.links().empty());
     EXPECT_TRUE(u.traced("():Port 0 is not Sync RI port candidate, link status is ignored!"));
 
+    const auto asked = [&u](u8 is) {
+        return u.get([is] { return std::exchange(inrsi::master::client().asked[4], is); });
+    };
+    asked(1);
+    u.inject(InrsiPortRej{INRSI_SUBSCRIBE_LINK_STATUS_REJ, 0, 0, 5, 1});
+    EXPECT_EQ(asked(0), 0) << "a rejection is an answer";
     u.supervise({}, false);
     EXPECT_FALSE(u.inrsi().subscribed(3));
     EXPECT_EQ(u.node.volumes().exists("/d/socpri_active"), 0);
@@ -159,7 +165,7 @@ TEST(InrsiLog, TellsTheStory)
         {"START_REQ_HANDLED ", [](SocpriUnit& u) { u.order(KVD_TUIIF_SOCPRI_START_REQ); }},
         {"SET_TO_IDLE RESET SET_TO_IDLE RESET "              // the reference becomes that of the links
          "SET_TO_IDLE READ_DELTA_SIGMA INIT_FREQ_SCAN FREQ_LOCKED SET_TO_IDLE ",
-         [](SocpriUnit& u) { u.frequencyIs(GOOD), u.scan(1), u.run(0.5); }},
+         [](SocpriUnit& u) { u.frequencyIs(InrsiFrequency{2, true}), u.scan(1), u.run(0.5); }},
         {"SET_TO_IDLE READ_DELTA_SIGMA INIT_FREQ_SCAN "
          "ACTIVITY_DISRUPTED SET_TO_IDLE READ_DELTA_SIGMA INIT_FREQ_SCAN MEAS_ONGOING_CONFLICT "
          "REVERTED_DELTA_SIGMA SET_TO_IDLE ",
