@@ -17,23 +17,19 @@ constexpr std::size_t LINE_MAX = 512;        // of one filePrint
 constexpr std::size_t PIECE = 8192;          // text goes to the volume in pieces of about this size
 
 struct State {
-    const char* path = nullptr;
+    const char* path = nullptr;    // nullptr: the volume takes no more
     std::string piece;
-    bool failed = false;
 };
 ose::ModuleData<State> s;
 
 void flush()
 {
-    if (!s->failed && !s->piece.empty()) {
-        const int result = node::platform().fileAppend(s->path, s->piece);
-        if (result != 0) {
-            KVD_TRACE(TRACE_FIFO, TRACE_ERROR, "Could not write to file: %s, reason: %s", s->path,
-                      std::strerror(result));
-            s->failed = true;
-        }
-    }
+    const int result = s->path != nullptr ? node::platform().fileAppend(s->path, s->piece) : 0;
     s->piece.clear();
+    if (result == 0) return;
+    KVD_TRACE(TRACE_FIFO, TRACE_ERROR, "Could not write to file: %s, reason: %s", s->path,
+              std::strerror(result));
+    s->path = nullptr;
 }
 
 const char* hemisphereText(u8 direction)
@@ -49,8 +45,6 @@ namespace fifo {
 bool fileOpen(const char* path)
 {
     s->path = path;
-    s->failed = false;
-    s->piece.clear();
     const int result = node::platform().fileWrite(path, "");
     if (result == 0) return true;
     KVD_TRACE(TRACE_FIFO, TRACE_INFO, "Could not open file: %s, reason: %s", path, std::strerror(result));

@@ -100,6 +100,7 @@ void follow()
     ASSERT_EQ(ptpClockOf(0)->portState, u32{SLAVE});
     ASSERT_EQ(ptpClockOf(0)->delay.status, u32{DRM_OK});
     ASSERT_EQ(ptpSeen().exchanges.size(), 1u);
+    ASSERT_EQ(ptpClockOf(0)->used[PTP_ANNOUNCE], 1u);        // two qualify it
 }
 
 /// What no bad message may change.
