@@ -22,7 +22,7 @@ struct MpReference {
     std::array<u8, 6> macAddress{2, 0, 0, 0, 0, 1};   // of an Ethernet reference's port
     /// What whoever gives it promises: the largest error of its time and of its frequency. The operator's
     /// alone, the unit isn't told.
-    std::optional<double> timeBound_ns, frequencyBound_ppb;
+    std::optional<double> timeBound_ns{}, frequencyBound_ppb{};
 };
 
 /// A packet reference as the main processor has it configured: what it asks the unit to create.
