@@ -125,11 +125,13 @@ void SoakWatch::lookAtSteps(const Moment& m, const Licence& may)
 void SoakWatch::lookAtClock(const Moment& m, const Licence& may)
 {
     if (m.clock != before_.clock) stateSince_s_ = m.t;
+    if (m.selected != before_.selected) selectedSince_s_ = m.t;
     if (m.clock == KVD_TUIIF_FAILURE && !may.halting) fail(m, "halted without a fault of the board");
     if (m.clock == KVD_TUIIF_LOSS_OF_TRACKING && !may.unlocked)
         fail(m, "loss of tracking with both synthesisers locked");
     if (hasTime(m.clock) && !may.hasTime) fail(m, "a time state in frequency mode");
-    if (m.selected == NO_REFERENCE && isLocked(m.clock) && m.t - stateSince_s_ > TOLD_s)
+    if (m.selected == NO_REFERENCE && isLocked(m.clock)
+        && m.t - std::max(stateSince_s_, selectedSince_s_) > TOLD_s)
         fail(m, "locked to no reference");
 
     const bool wrong = m.connected && m.clock != UNKNOWN && m.told != m.clock;

@@ -91,7 +91,7 @@ private:
     bool any_ = false;
     u8 lastTold_ = 7;                  // 7: nothing in this connection
     double started_s_ = 0;             // the present run of the program
-    double stateSince_s_ = 0, sampledAt_s_ = 0;
+    double stateSince_s_ = 0, selectedSince_s_ = 0, sampledAt_s_ = 0;
     double toldWrongSince_s_ = -1, selectedWrongSince_s_ = -1, modelWrongSince_s_ = -1;
     double loopHoldsSince_s_ = -1, framesSince_s_ = -1, untoldSince_s_ = -1;
     u32 poolOfFirstHour_ = 0;
