@@ -236,15 +236,16 @@ void SoakWatch::lookAtModel(const Moment& m, const Licence& may)
 void SoakWatch::lookAtHoldovers(const Moment& m)
 {
     constexpr double OTHERS_HELD_s = 300.0, SLAVE_HELD_s = 60.0, SLACK_s = 5.0;
-    const bool isLost = m.selected == NO_REFERENCE ? m.facts.before == GPSOSL_REF || m.facts.before == SOCPRI_REF
+    const bool isLost = m.selected == NO_REFERENCE
+                            ? m.facts.before == GPSOSL_REF || m.facts.before == SOCPRI_REF
                         : m.selected == GPSOSL_REF ? m.leaderGone && m.isWatched
                                                    : m.selected == SOCPRI_REF;
     const bool isHeld = isLost && m.facts.pllState > PLL_Freq_Holdover && m.selected == before_.selected;
     if (!isHeld) loopHoldsSince_s_ = -1;
     else if (loopHoldsSince_s_ < 0) loopHoldsSince_s_ = m.t;
     else if (m.t - loopHoldsSince_s_ > OTHERS_HELD_s + SLACK_s)
-        fail(m, "the loop of another unit's time holds over since " + std::to_string(loopHoldsSince_s_)
-                    + " s");
+        fail(m,
+             "the loop of another unit's time holds over since " + std::to_string(loopHoldsSince_s_) + " s");
 
     const bool isFollowing = m.clock == KVD_TUIIF_SLAVE_FRAME_LOCKED && m.leaderGone && m.connected
                              && m.isWatched;

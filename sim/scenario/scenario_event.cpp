@@ -265,12 +265,15 @@ Action nodeService(Context& c)
 {
     const ServiceWord& service = c.table.row("service", SERVICES, "service of the node");
     using Deed = void (*)(Server&);
-    const Deed deed = c.table.choice<Deed>("does", {{"die", [](Server& s) { s.die(); }},
-                                                    {"start", [](Server& s) { s.start(); }},
-                                                    {"mute", [](Server& s) { s.setMute(true); }},
-                                                    {"speak", [](Server& s) { s.setMute(false); }},
-                                                    {"hold", [](Server& s) { s.setAnswer(Answer::Busy); }},
-                                                    {"answer", [](Server& s) { s.setAnswer(Answer::Accept); }}});
+    const std::initializer_list<std::pair<const char*, Deed>> deeds = {
+        {"die", [](Server& s) { s.die(); }},
+        {"start", [](Server& s) { s.start(); }},
+        {"mute", [](Server& s) { s.setMute(true); }},
+        {"speak", [](Server& s) { s.setMute(false); }},
+        {"hold", [](Server& s) { s.setAnswer(Answer::Busy); }},
+        {"answer", [](Server& s) { s.setAnswer(Answer::Accept); }},
+    };
+    const Deed deed = c.table.choice<Deed>("does", deeds);
     return [of = service.of, deed](Unit& u) { deed(of(u.node())); };
 }
 

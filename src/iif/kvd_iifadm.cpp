@@ -149,7 +149,8 @@ void onNameServerDead()
 
 // ---- connection ----
 
-/// One that hears and says nothing isn't dead. It may take its time over many units, and answers each request.
+/// One that hears and says nothing isn't dead. It may take its time over many units, and answers each
+/// request.
 constexpr OSTIME CONFIRM_ms = 60'000;
 constexpr KvdAnswerOf CONFIRM{TRACE_TUIIFADM, "The main processor", KVD_TUIIF_ANSWER_TMO};
 
@@ -262,8 +263,8 @@ DateTime dateOf(const TuiifSfnInitTime& time)
 }
 
 /// A slave's loop tells its state when it changes, which may be long ago, and in between nobody else does.
-/// While the hardware is the basic timing function's, the unit runs free. Nor does this main processor know that
-/// the master's data is wanted.
+/// While the hardware is the basic timing function's, the unit runs free. Nor does this main processor know
+/// that the master's data is wanted.
 void retellSlave()
 {
     if (KvdLoz6BiraIifAdm_timeTuningOngoing() != 0) KvdLoz6TuIifAdm_sendIdl2SetMasterServerReq(1);

@@ -235,8 +235,8 @@ u8 untilSocpri(u8 clock)
 
 void KvdLoz6TuIifAdm_reportRegState(u8 regState)
 {
-    saved().lastRegulatorState =
-        isMaster() ? clockOfMasterRegState(regState) : clockOfSlaveRegState(regState);
+    saved().lastRegulatorState = isMaster() ? clockOfMasterRegState(regState)
+                                            : clockOfSlaveRegState(regState);
     KvdLoz6TuIifAdm_updateRadioClockState(untilSocpri(saved().lastRegulatorState));
 }
 

@@ -39,8 +39,7 @@ bool takeStatus(tuiif::StatusRecord& record, u8 status, const char* text)
 void letClockCatchUp(bool isOperational)
 {
     const u8 clock = state().savedBvqStatusData.lastRegulatorState;
-    if (isOperational && state().latestSentBvqStatusInd.radioClockState != clock)
-        tuiif::showLastRegState();
+    if (isOperational && state().latestSentBvqStatusInd.radioClockState != clock) tuiif::showLastRegState();
 }
 
 void sendStatusWithText(SIGSELECT sigNo, const tuiif::StatusRecord& record)
