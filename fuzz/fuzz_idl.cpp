@@ -26,10 +26,7 @@ const slave::Needs NEEDS = {
     [] { return u32{1}; },
     [] { return 0; },
     [](u8) { return 0; },
-    [](u32, slave::PortData& data) {
-        data = portData;
-        return true;
-    },
+    [](u32, slave::PortData& data) { data = portData; },
     KvdLoz6TuReg_slavePllState,
     KvdLoz6TuReg_slavePll_control,
 };
