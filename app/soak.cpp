@@ -90,18 +90,19 @@ public:
         });
     }
 
-    /// What an event lets the unit do.
+    /// What an event lets the unit do. `what` is its name, its words and its details.
     void onEvent(const std::string& what, double t)
     {
         const bool isOff = what.ends_with(" off");
-        if (what == "mp.jump") may_.jump_s = t;
+        const std::string name = what.substr(0, what.find(' '));
+        if (name == "mp.jump") may_.jump_s = t;
         if (!sparesReferences(what)) may_.reference_s = t;
         // Another role has other states; an oven that leaves its limits warms up again.
-        if (what == "mp.change_master") roleChanged_s_ = t;
-        if (what == "mp.change_master" || what == "temperature.step") watch_.forgetTold();
-        if (what == "node.packet_stamps") stampsFail_ = !stampsFail_;
-        if (what == "temperature.step") ovenMoved_s_ = t, ovenIsOut_ = !ovenIsOut_;
-        if (!what.starts_with("board.fault")) return;
+        if (name == "mp.change_master") roleChanged_s_ = t;
+        if (name == "mp.change_master" || name == "temperature.step") watch_.forgetTold();
+        if (name == "node.packet_stamps") stampsFail_ = !stampsFail_;
+        if (name == "temperature.step") ovenMoved_s_ = t, ovenIsOut_ = !ovenIsOut_;
+        if (name != "board.fault") return;
         boardFaults_ += isOff ? -1 : 1;
         may_.halting = true;
         may_.boardFault_s = t;

@@ -265,13 +265,14 @@ int KvdLoz6TuMem_dispatch(Signal* sig)
 
 void KvdLoz6TuMem_allocate(u32 clientRef, u32 clear)
 {
-    if (!want(clientRef, clear)) {
-        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Invalid clientRef=%u", clientRef);
-        return;
-    }
-    askAgainLater();
+    const bool known = want(clientRef, clear);
+    if (known) askAgainLater();
     if (s->msiState != 1) {
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Memory allocation is not possible");
+        return;
+    }
+    if (!known) {
+        KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Invalid clientRef=%u", clientRef);
         return;
     }
     for (Region& r : s->region)
