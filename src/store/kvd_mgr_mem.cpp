@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <ranges>
 
 using mem::Region;
 
@@ -83,8 +82,8 @@ void askAgainLater()
 /// The last of the table first: what a slave's start waits for.
 void requestMissing()
 {
-    for (Region& r : s->region | std::views::reverse)
-        if (isMissing(r)) requestRegion(r, r.clear);
+    for (auto r = s->region.rbegin(); r != s->region.rend(); ++r)
+        if (isMissing(*r)) requestRegion(*r, r->clear);
     if (std::ranges::any_of(s->region, isMissing)) askAgainLater();
 }
 
