@@ -73,7 +73,7 @@ Mat6 processNoise(const Vec6& x, double T, double t_s, const estimator::ProcessN
     const double q_T = t_s * TEMP_QUANTISATION;
 
     Mat6 Q{};
-    for (u32 k = 0; k < 6; ++k) Q = matrix::sum(Q, scale(outer(g[k], g[k]), q[k]));
+    for (u32 k = 0; k < 6; ++k) matrix::addOuter(Q, g[k], q[k]);
     const Mat6 temperature = multiply<6, 3, 6>(multiply<6, 3, 3>(G3, outer(w, w)),
                                                matrix::transpose<6, 3>(G3));
     return matrix::sum(Q, scale(temperature, q_T));

@@ -72,6 +72,14 @@ constexpr Matrix<N, M> outer(const std::array<double, N>& a, const std::array<do
     return r;
 }
 
+/// Adds v times v transposed times the factor, in place: it runs six times an estimate.
+template <std::size_t N>
+constexpr void addOuter(Matrix<N, N>& to, const std::array<double, N>& v, double factor)
+{
+    for (std::size_t i = 0; i < N; ++i)
+        for (std::size_t j = 0; j < N; ++j) to[i * N + j] += v[i] * v[j] * factor;
+}
+
 /// (ROWS x INNER) times (INNER x COLUMNS). The inner index runs in the middle loop so that rows are
 /// walked in memory order; each element still sums from the first index to the last.
 template <std::size_t ROWS, std::size_t INNER, std::size_t COLUMNS>
