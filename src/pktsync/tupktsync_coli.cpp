@@ -83,8 +83,7 @@ void printClock(const PtpClock& c)
                 1u << (c.logPassFraction < 31 ? c.logPassFraction : 31));
     shellPrintf("   delay mechanism      : %s, %u ms, %u replies missed\n",
                 TuPktsyncPTP_drmStatusText(c.delay.status), c.delay.nom_interval, c.delay.missed_replies);
-    if (ptpHasUcNeg(c.setup.syncrefId))
-        shellPrintf("   negotiation          : %s\n", ptpUcNegStateText(ptpUcNegState(c.setup.syncrefId)));
+    TuPktsyncPTP_UCneg_print(c.setup.syncrefId);
     shellPrintf("   messages that served : Announce %u, Sync %u, Follow_Up %u, Delay_Resp %u, Signaling %u\n",
                 c.used[PTP_ANNOUNCE], c.used[PTP_SYNC], c.used[PTP_FOLLOW_UP], c.used[PTP_DELAY_RESP],
                 c.used[PTP_SIGNALING]);

@@ -2,6 +2,7 @@
 
 #include "base/trace_groups.h"
 #include "node/bytes.h"
+#include "node/platform.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
@@ -26,6 +27,7 @@ struct Message {
     i8  logReqIval = 0;
     u8  request_attempts = 0;
     i8  granted_log_ival = 0;
+    u32 granted_duration = 0;          // s
 };
 enum Flow : std::size_t { ANNOUNCE, SYNC, DELAY_RESP, FLOWS };
 
@@ -36,8 +38,10 @@ struct UCnegCtrl {
     i8  log_msg_interval = 0;
     u16 sequenceId = 0;
     u32 state = UC_NEG_IDLE;
+    u32 last_report = UC_AWAIT_ANNOUNCE;
     PktsyncTimer reply_timer, duration_timer, retry_timer, delayed_timer;
     u32 requestedDuration = LONG_s;
+    u32 negotiation_retries = 0;       // cycles of the retry timer since the last contract
     u32 dur_expire_time = 0;           // ms of kernel time
     std::array<Message, FLOWS> messages{};
 };
@@ -154,6 +158,7 @@ void sendCancel(UCnegCtrl& u, u8 messageType)
 
 void report(UCnegCtrl& u, u32 reason)
 {
+    u.last_report = reason;
     PtpClock& c = *ptpClockOf(u.syncrefId);
     switch (reason) {
     case UC_AWAIT_ANNOUNCE: return ptpStartAnnounceTimer(c);
@@ -233,6 +238,7 @@ void step(UCnegCtrl& u, u32 duration)
     case UC_NEG_WAIT_DELAYRESP_GRANT:
         u.state = UC_NEG_READY;
         report(u, UC_READY);
+        u.negotiation_retries = 0;
         break;
     default: break;
     }
@@ -293,10 +299,15 @@ void TuPktsyncPTP_UCretry_timeout(UCnegCtrl& u)
 {
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_4,
               "TuPktsyncPTP_UCretry_timeout: retrying Unicast negotiation for syncrefId %d", u.syncrefId);
+    ++u.negotiation_retries;
     startCycle(u);
 }
 
-void TuPktsyncPTP_delay_start_UCnegotiation(UCnegCtrl& u) { startCycle(u); }
+void TuPktsyncPTP_delay_start_UCnegotiation(UCnegCtrl& u)
+{
+    u.negotiation_retries = 0;
+    startCycle(u);
+}
 
 }  // namespace
 
@@ -381,6 +392,7 @@ bool TuPktsyncPTP_UCgrant(u32 syncrefId, const PtpHeader& h, u8 messageType, i8 
     }
     u->serverPortIdentity = h.sourcePortIdentity;
     m->granted_log_ival = logInterval;
+    m->granted_duration = duration;
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
               "Unicast_Grant received for syncrefId %d, messageType %s, granted duration %u, "
               "log_interval %d",
@@ -432,6 +444,16 @@ u32 ptpUcNegState(u32 syncrefId)
 {
     const UCnegCtrl* const u = find(syncrefId);
     return u != nullptr ? u->state : u32{UC_NEG_IDLE};
+}
+
+void TuPktsyncPTP_UCneg_print(u32 syncrefId)
+{
+    const UCnegCtrl* const u = find(syncrefId);
+    if (u == nullptr) return;
+    node::shellPrintf("   negotiation          : %s, told %s, %u retries, granted %u, %u, %u s\n",
+                ptpUcNegStateText(u->state), reasonText(u->last_report), u->negotiation_retries,
+                u->messages[ANNOUNCE].granted_duration, u->messages[SYNC].granted_duration,
+                u->messages[DELAY_RESP].granted_duration);
 }
 
 const char* ptpUcNegStateText(u32 state)

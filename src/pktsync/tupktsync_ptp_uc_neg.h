@@ -34,4 +34,7 @@ bool ptpHasUcNeg(u32 syncrefId);
 /// Granted log interval of Sync or Delay_Resp, of a clock that negotiates.
 i8   ptpGrantedLog(u32 syncrefId, u32 messageType);
 u32  ptpUcNegState(u32 syncrefId);           // UcNegState
+/// Where the negotiation stands, what it told last, its retries, and the times granted for Announce, Sync and
+/// Delay_Resp, in the order that they were asked for; nothing for a clock that has none.
+void TuPktsyncPTP_UCneg_print(u32 syncrefId);
 const char* ptpUcNegStateText(u32 state);    // "UC_NEG_IDLE"

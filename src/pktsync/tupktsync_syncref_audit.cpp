@@ -18,7 +18,7 @@ void sendResult()
                                       + rows.size() * sizeof(TuiifAuditResult));
     Signal* sig = ose::alloc(size, KVD_TUIIF_AUDIT_PKT_REF_RO_RESULT_IND);
     auto* ind = reinterpret_cast<KvdTuiifAuditPktRefRoResultInd*>(sig);
-    ind->apn = state().apn;
+    ind->apn = state().ownPiuHwAddr.apn;
     ind->count = static_cast<u32>(rows.size());
     auto* at = reinterpret_cast<TuiifAuditResult*>(ind + 1);
     for (const AuditRow& row : rows) *at++ = {row.froId, row.froClassNo, static_cast<u32>(row.result)};
@@ -38,10 +38,12 @@ void auditDone()
 
 }  // namespace
 
+void readOwnAddress() { state().ownPiuHwAddr = {KvdLoz6TuIifAdm_smn(), KvdLoz6TuIifAdm_apn(), 0}; }
+
 void requestAudit()
 {
     auto* req = node::make<KvdTuiifAuditPktRefRoReq>(KVD_TUIIF_AUDIT_PKT_REF_RO_REQ);
-    req->apn = state().apn;
+    req->apn = state().ownPiuHwAddr.apn;
     Signal* sig = reinterpret_cast<Signal*>(req);
     needs().sendToMainProcessor(&sig);
     state().syncRefCtrlState = AUDIT_PENDING;
@@ -95,12 +97,13 @@ void auditRowDone(u32 froId, u32 froClassNo, u32 result)
                   "handle_auditCfm: setting of create success \nresult at audit failed");
     else
         row->result = static_cast<i32>(result);
-    if (--s.auditRemaining == 0) auditDone();
+    if (s.auditRemaining > 0 && --s.auditRemaining == 0) auditDone();
 }
 
 void deletionDone()
 {
-    if (--state().deletionsRemaining == 0) massDeleteDone();
+    u32& remaining = state().deletionsRemaining;
+    if (remaining > 0 && --remaining == 0) massDeleteDone();
 }
 
 void massDeleteDone()
@@ -138,7 +141,7 @@ void onTuiifUp()
     }
     s.tuiifAlive = true;
     s.selected_syncrefId = -1;
-    s.apn = KvdLoz6TuIifAdm_apn();
+    readOwnAddress();
     const u32 before = s.syncRefCtrlState;
     if (before == AUDIT_DELETE_PENDING || before == AUDIT_CREATE_PENDING) s.requestAudit = true;
     TuPktsync_SyncrefCtrl_sendUnavailableInd();

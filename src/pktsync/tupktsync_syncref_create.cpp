@@ -29,6 +29,13 @@ u32 groupOf(const Syncref& r) { return r.ptpMulticastAddress != FORWARDABLE ? 1 
 u32 groupFlag(u32 group) { return group == 0 ? WAIT_CFI_MCG1 : WAIT_CFI_MCG2; }
 bool inAudit() { return state().syncRefCtrlState == AUDIT_CREATE_PENDING; }
 
+u8 mappingOf(u8 typeOfPktStruct)
+{
+    return typeOfPktStruct == MULTI_ETH_TIME_PTP  ? PTP_ETHERNET
+           : typeOfPktStruct == MULTI_IP_TIME_PTP ? UDP_MC
+                                                  : UDP_UC;
+}
+
 /// The next clock takes the standard identity when this one had it.
 void giveIdentityBack(const Syncref& r)
 {
@@ -50,7 +57,7 @@ void answer(const Syncref& r, u32 result)
     auto* cfm = node::make<KvdTuiifCreatePktRefRoCfm>(KVD_TUIIF_CREATE_PKT_REF_RO_CFM);
     cfm->froId = r.froId;
     cfm->froClassNo = r.froClassNo;
-    cfm->apn = state().apn;
+    cfm->apn = state().ownPiuHwAddr.apn;
     cfm->result = result;
     Signal* sig = reinterpret_cast<Signal*>(cfm);
     needs().sendToMainProcessor(&sig);
@@ -75,6 +82,8 @@ void fail(u32 syncrefId, u32 result)
 
 u32 bringUpEthernet(Syncref& r, u32 syncrefId, const TuiifPktRefConfig& config)
 {
+    r.usePTP = true;
+    r.multiCast = true;
     r.ptpDomain = config.ptpDomain;
     r.asymmetryCompensation = config.asymmetryCompensation;
     r.pbit = config.pbit;
@@ -107,6 +116,7 @@ i32 openSocket(const Syncref& r, u32 syncrefId, u32 portKind, const char* name)
 
 u32 bringUpUnicastFrequency(Syncref& r, u32 syncrefId, const TuiifPktRefConfig& config)
 {
+    r.usePTP = true;
     r.ptpDomain = config.ptpDomain;
     r.dscp = config.dscp;
     r.serverIpAddress = addressOf(config.serverIpAddress);
@@ -241,7 +251,7 @@ PtpClockSetup setupOf(u32 syncrefId, const Syncref& r)
     setup.syncrefId = syncrefId;
     setup.froId = r.froId;
     setup.froClassNo = r.froClassNo;
-    setup.ptpMapping = r.typeOfPktStruct == MULTI_ETH_TIME_PTP ? PTP_ETHERNET : UDP_UC;
+    setup.ptpMapping = mappingOf(r.typeOfPktStruct);
     setup.domainNumber = r.ptpDomain;
     setup.serverIpAddress = r.serverIpAddress;
     setup.clockIdentity = r.port.clockIdentity;
@@ -262,7 +272,7 @@ void check_create_ready(u32 syncrefId)
     Syncref& r = *state().table[syncrefId];
     if (r.syncRefIndivState != CREATE_PENDING || r.pendingFlags != 0) return;
     u32 result = r.isRefused ? FAILURE : SUCCESS;
-    if (result == SUCCESS) {
+    if (r.usePTP && result == SUCCESS) {
         r.protocolStarted = needs().newClock(setupOf(syncrefId, r)) != 0;
         if (!r.protocolStarted) {
             KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR, "Failed to start protcol instance");
@@ -297,7 +307,7 @@ void delete_syncref(u32 syncrefId)
     }
     r.syncRefIndivState = DELETE_PENDING;
     if (state().selected_syncrefId == static_cast<i32>(syncrefId)) state().selected_syncrefId = -1;
-    if (r.protocolStarted) needs().deleteClock(syncrefId);
+    if (r.usePTP && r.protocolStarted) needs().deleteClock(syncrefId);
     r.protocolStarted = false;
     if (r.typeOfPktStruct == MULTI_ETH_TIME_PTP) {
         const u32 group = groupOf(r);
@@ -319,7 +329,7 @@ void check_delete_ready(u32 syncrefId)
         auto* cfm = node::make<KvdTuiifDeletePktRefRoCfm>(KVD_TUIIF_DELETE_PKT_REF_RO_CFM);
         cfm->froId = r.froId;
         cfm->froClassNo = r.froClassNo;
-        cfm->apn = state().apn;
+        cfm->apn = state().ownPiuHwAddr.apn;
         Signal* sig = reinterpret_cast<Signal*>(cfm);
         needs().sendToMainProcessor(&sig);
     }

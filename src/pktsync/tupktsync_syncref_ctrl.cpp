@@ -240,13 +240,13 @@ void TuPktsync_SyncrefCtrl_started(u32 board)
 {
     s->board = board;
     s->tuiifAlive = true;
-    s->apn = KvdLoz6TuIifAdm_apn();
+    readOwnAddress();
 }
 
 void TuPktsync_SyncrefCtrl_init()
 {
     s->table.fill(std::nullopt);
-    s->apn = KvdLoz6TuIifAdm_apn();
+    readOwnAddress();
     s->selected_syncrefId = -1;
     s->standardIdentityTaken = false;
     s->audit.clear();
@@ -341,7 +341,7 @@ void TuPktsync_SyncrefCtrl_handleServerDownInd()
 void TuPktsync_SyncrefCtrl_sendUnavailableInd()
 {
     auto* ind = node::make<KvdTuiifPktRefRoUnavailableInd>(KVD_TUIIF_PKT_REF_RO_UNAVAILABLE_IND);
-    ind->apn = s->apn;
+    ind->apn = s->ownPiuHwAddr.apn;
     Signal* sig = reinterpret_cast<Signal*>(ind);
     needs().sendToMainProcessor(&sig);
 }

@@ -26,6 +26,7 @@ struct Syncref {
     i32 eventSocket = -1, generalSocket = -1;
     u32 froId = 0, froClassNo = 0;
     u8  typeOfPktStruct = 0;
+    bool usePTP = false, multiCast = false;
     u8  ptpDomain = 0;
     i32 asymmetryCompensation = 0;     // ns
     bool peerDelayMechanism = false;
@@ -45,6 +46,7 @@ struct AuditRow {
     i32 result = NOT_YET;
 };
 
+struct HwAddr { u32 smn = 0, apn = 0, ern = 0; };
 struct Latency { u32 ingress_ns, egress_ns; };
 
 struct State;
@@ -73,7 +75,7 @@ struct Needs {
 struct State {
     u32 syncRefCtrlState = UNINITIALIZED;
     std::array<std::optional<Syncref>, PTP_CLOCKS> table;
-    u32 apn = 0;                       // of this node, as the main processor confirmed it
+    HwAddr ownPiuHwAddr;               // as the main processor confirmed it
     i32 selected_syncrefId = -1;
     std::optional<TuPktsyncClockRqmt> clockRqmt;
     std::vector<AuditRow> audit;
@@ -124,6 +126,8 @@ void resetTimestampLatency();
 
 // ---- tupktsync_syncref_audit.cpp ----------------------------------------------------------------
 void requestAudit();
+/// Of this node, when the process begins and at each link up.
+void readOwnAddress();
 void handle_AuditCfm(const Signal* sig);
 /// A row of the audit has its result.
 void auditRowDone(u32 froId, u32 froClassNo, u32 result);

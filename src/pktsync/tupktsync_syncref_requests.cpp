@@ -111,12 +111,12 @@ void handle_SetReq(const Signal* sig)
     if (hasNewServer) tellDriver(*id);
     if (hasNewServer && r.protocolStarted)
         restartProtocol(r, *id);
-    else if (r.protocolStarted)
+    else if (r.usePTP && r.protocolStarted)
         needs().changeClock(*id, r.asymmetryCompensation, r.pbit, r.dscp, r.ptpProfile);
     auto* cfm = node::make<KvdTuiifSetPktRefRoCfm>(KVD_TUIIF_SET_PKT_REF_RO_CFM);
     cfm->froId = r.froId;
     cfm->froClassNo = r.froClassNo;
-    cfm->apn = state().apn;
+    cfm->apn = state().ownPiuHwAddr.apn;
     Signal* out = reinterpret_cast<Signal*>(cfm);
     needs().sendToMainProcessor(&out);
     r.syncRefIndivState = CREATED;
@@ -134,7 +134,7 @@ void onPathSupervision(const Signal* sig)
                   ind->froClassNo);
         return;
     }
-    needs().superviseClock(*id, ind->on);
+    if (state().table[*id]->usePTP) needs().superviseClock(*id, ind->on);
 }
 
 void onGetAttributes(const Signal* sig)
@@ -146,7 +146,7 @@ void onGetAttributes(const Signal* sig)
     cfm->froId = req->froId;
     cfm->froClassNo = req->froClassNo;
     const auto id = find(req->froId, req->froClassNo);
-    if (!id)
+    if (!id || !state().table[*id]->usePTP)
         KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
                   "Get Attributes Request for non-PTP syncref (froId/froClassNo %u/%u); replying with "
                   "all zeroes",
