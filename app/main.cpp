@@ -314,7 +314,8 @@ struct SoakArguments {
     u32 jobs = std::max(1u, std::thread::hardware_concurrency());
 };
 
-/// Runs share nothing, so that many go side by side; they are told in order of their seeds.
+/// Runs share nothing, so that many go side by side; they are told in order of their seeds, each as soon as
+/// those before it are, and behind several how many hours held and which seeds didn't.
 int soak(const SoakArguments& a)
 {
     const u32 runs = a.runs;
@@ -336,10 +337,18 @@ int soak(const SoakArguments& a)
                 }
             }
         });
-    int failed = 0;
-    for (u32 run = 0; run < runs; ++run)
-        failed |= app::printSoak(optionsOf(run), results[run].get_future().get());
-    return failed != 0 ? CHECK_FAILED : 0;
+    double hours = 0;
+    std::string failed;
+    for (u32 run = 0; run < runs; ++run) {
+        const app::SoakResult result = results[run].get_future().get();
+        hours += result.hours;
+        if (app::printSoak(optionsOf(run), result) != 0) failed += " " + std::to_string(optionsOf(run).seed);
+        std::fflush(stdout);
+    }
+    if (runs > 1)
+        std::printf("soak: %u runs, %.1f virtual hours, %s%s\n", runs, hours,
+                    failed.empty() ? "all hold" : "these seeds don't hold:", failed.c_str());
+    return failed.empty() ? 0 : CHECK_FAILED;
 }
 
 /// "" when the first word is a command.
