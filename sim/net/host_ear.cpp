@@ -1,6 +1,7 @@
 #include "sim/net/host_ear.h"
 
 #include <arpa/inet.h>
+#include <cerrno>
 #include <cstring>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -86,19 +87,26 @@ HostEar::HostEar(const std::string& interface, unsigned index, HeardMasters& hea
 
 HostEar::~HostEar()
 {
-    for (const Group& g : groups_) close(g.fd);
+    for (const Group& g : groups_)
+        if (g.fd >= 0) close(g.fd);
 }
 
 void HostEar::take()
 {
-    for (const Group& g : groups_) {
+    for (Group& g : groups_) {
         std::array<u8, 1600> bytes;
         for (int i = 0; i < AT_ONCE; ++i) {
             sockaddr_storage from{};
             socklen_t size = sizeof from;
             const ssize_t count = recvfrom(g.fd, bytes.data(), bytes.size(), MSG_DONTWAIT,
                                            reinterpret_cast<sockaddr*>(&from), &size);
-            if (count < 0) break;
+            if (count < 0) {
+                if (g.fd >= 0 && errno == EBADF) {
+                    g.fd = -1;
+                    wasClosed_ = true;
+                }
+                break;
+            }
             heard_.take(PtpWay::IpGroup, g.address, senderOf(from), bytes.data(),
                         static_cast<std::size_t>(count));
         }

@@ -17,11 +17,14 @@ public:
 
     void take();
     void waitFor(std::vector<pollfd>& fds) const;
+    /// A socket, by somebody else.
+    bool wasClosed() const { return wasClosed_; }
 
 private:
     struct Group { int fd = -1; std::string address; };
     HeardMasters& heard_;
     std::vector<Group> groups_;
+    bool wasClosed_ = false;
 };
 
 }  // namespace sim

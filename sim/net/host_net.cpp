@@ -98,9 +98,11 @@ void HostNet::followInterfaces()
     const ose::Time now = clock_.now();
     if (now < lookAgain_) return;
     lookAgain_ = now + LOOK_AGAIN;
-    for (const auto& port : ports_) port->lookAgain();
+    for (const auto& port : ports_)
+        if (port->lookAgain() && tell_) tell_(port->interface(), "a socket was closed, and is opened again");
     for (auto& [name, i] : interfaces_) {
         if (i->stamps.card) i->stamps.card->follow();
+        if (i->ear && i->ear->wasClosed()) i->ear = std::make_unique<HostEar>(name, i->index, i->heard);
         const unsigned index = if_nametoindex(name.c_str());
         if (index != i->index) replace(name, *i, index);
         const char* const state = stateOf(name, index);

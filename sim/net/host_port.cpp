@@ -162,9 +162,14 @@ void HostPort::closeAll()
     }
 }
 
-void HostPort::lookAgain()
+bool HostPort::lookAgain()
 {
+    if (std::exchange(wasClosed_, false)) {
+        reopen(index_, card_);
+        return frames_.fd >= 0;
+    }
     if (frames_.fd >= 0 && event_.fd < 0) openBothDatagrams();
+    return false;
 }
 
 /// One that can't be opened is tried again when the next change of the interface is seen.
@@ -323,6 +328,10 @@ bool HostPort::receive(Socket& s, Received& r, int flags)
         if (errno == EAGAIN || errno == EWOULDBLOCK) return false;
         if (errno == EINTR) continue;
         ++counts_.errors;            // the kernel tells each but once, as ENETDOWN
+        if (errno == EBADF) {        // not to be closed again: the number may be another's soon
+            s.fd = -1;
+            wasClosed_ = true;
+        }
         return false;
     }
 }

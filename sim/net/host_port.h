@@ -52,8 +52,9 @@ public:
     }
     /// The interface is gone (0) or is another one of its name.
     void reopen(unsigned index, const CardClock* card);
-    /// What couldn't be opened may be now: the interface has the host's address, say.
-    void lookAgain();
+    /// What couldn't be opened may be now: the interface has the host's address, say. True when a socket that was
+    /// closed by somebody else has been opened anew.
+    bool lookAgain();
     const std::string& interface() const { return interface_; }
     NetHost& host() const { return host_; }
     const Counts& counts() const { return counts_; }
@@ -95,6 +96,7 @@ private:
     const CardClock* card_;
     HeardMasters* heard_ = nullptr;
     bool reportsGroups_ = false;
+    bool wasClosed_ = false;         // a socket, not by this port
     Counts counts_;
 };
 

@@ -13,6 +13,7 @@
 #include <netinet/in.h>
 #include <sched.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -294,6 +295,26 @@ TEST_F(Cable, AnInterfaceThatIsRemovedComesBackAsAnother)
     ns.ip("address add 192.168.0.1/24 dev near0");
     run(1100);
     EXPECT_TRUE(port->carriesDatagrams());
+}
+
+TEST_F(Cable, SocketsThatSomebodyElseClosesAreOpenedAgain)
+{
+    std::vector<std::string> told;
+    net->onHeard(nullptr, [&](const std::string&, const std::string& text) { told.push_back(text); });
+    const auto isOthers = [this](int fd) {
+        struct stat s;
+        return fd == far || fstat(fd, &s) != 0 || !S_ISSOCK(s.st_mode);
+    };
+    for (int fd = 3; fd < 64; ++fd)
+        if (!isOthers(fd)) close(fd);
+    run(1100);
+    EXPECT_EQ(told, std::vector<std::string>{"a socket was closed, and is opened again"});
+    EXPECT_TRUE(port->carriesDatagrams());
+    sendFar(frame(44));
+    sendNear();
+    run(50);
+    EXPECT_EQ(host.packets.size(), 1u);
+    EXPECT_EQ(port->counts().sent, 1u);
 }
 
 TEST_F(Cable, APauseIsMadeUpFor)
