@@ -52,8 +52,8 @@ public:
     }
     /// The interface is gone (0) or is another one of its name.
     void reopen(unsigned index, const CardClock* card);
-    /// What couldn't be opened may be now: the interface has the host's address, say. True when a socket that was
-    /// closed by somebody else has been opened anew.
+    /// What couldn't be opened may be now: the interface has the host's address, say. True when a socket that
+    /// was closed by somebody else has been opened anew.
     bool lookAgain();
     const std::string& interface() const { return interface_; }
     NetHost& host() const { return host_; }
