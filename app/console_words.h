@@ -1,5 +1,5 @@
-// console_words.h - What can be typed at the operator's console: its own words, the pages of the unit's commands,
-// and what the line editor offers.
+// console_words.h - What can be typed at the operator's console: its own words, the pages of the unit's
+// commands, and what the line editor offers.
 #pragma once
 #include "node/platform.h"
 #include "sim/scenario/scenario.h"
