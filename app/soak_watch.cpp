@@ -164,8 +164,7 @@ void SoakWatch::lookAtErrors(const Moment& m, const Licence& may)
     if (m.clock == KVD_TUIIF_RNT_TIME_LOCKED && std::fabs(m.gpsError_ns) > TIME_MAX_ns)
         fail(m, "locked in time, and " + std::to_string(m.gpsError_ns) + " ns off");
     // One that hears nothing of its leader holds its own frames for a minute, whatever that does meanwhile.
-    if (m.clock == KVD_TUIIF_SLAVE_FRAME_LOCKED && m.hearsLeader
-        && std::fabs(m.followError_ns) > TIME_MAX_ns)
+    if (m.clock == KVD_TUIIF_SLAVE_FRAME_LOCKED && m.hearsLeader && std::fabs(m.followError_ns) > TIME_MAX_ns)
         fail(m, "locked to its leader's frames, and " + std::to_string(m.followError_ns) + " ns off");
 }
 

@@ -140,8 +140,8 @@ bool measReliability(u32 z_i, const estimator::Residual& r)
 }
 
 /// The divider belongs to the loops while they follow their reference or hold its frequency, however often
-/// nothing was selected since, a slave's even when its link is deselected: the filter's own divider is that of
-/// its start then.
+/// nothing was selected since, a slave's even when its link is deselected: the filter's own divider is that
+/// of its start then.
 int kalmanSteers()
 {
     if (!KvdLoz6TuReg_isMaster() && KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized) return 0;
