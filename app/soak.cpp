@@ -160,7 +160,7 @@ private:
         struct Seen {
             u8 clock, selected, degrState;
             double c, f;
-            u32 jumpState, refState, byText;
+            u32 jumpState, refState, byText, samples;
             ClockFacts facts;
             bool isDriving, hasMemory;
         };
@@ -183,6 +183,7 @@ private:
                         KvdLoz6TuReg_jumpState(),
                         KvdLoz6TuIifAdm_tuiifRefState(),
                         KvdLoz6TuRef_stateMask(ROW_GPS) | KvdLoz6TuRef_stateMask(ROW_HPTSI),
+                        KvdLoz6TuReg_pll_lastSample().count,
                         facts,
                         KvdLoz6BiraIifAdm_hasHwControl() != 0
                             && KvdLoz6TuReg_initiateState() != TUREG_START   // a hand-over is awaited
@@ -207,6 +208,10 @@ private:
         m.coarse_s = seen.c;
         m.fine_s = seen.f;
         if (seen.jumpState != JUMP_NOT_NEEDED) may_.jump_s = t;
+        if (seen.samples != loopSamples_) loopSampled_s_ = t;
+        loopSamples_ = seen.samples;
+        constexpr double SAMPLED_WITHIN_s = 2.0;
+        m.hearsLeader = t - loopSampled_s_ < SAMPLED_WITHIN_s;
         lookAtInput(m);
         lookAtLinks(m);
         lookAtComponents(m);
@@ -288,7 +293,8 @@ private:
     u8 told_ = 7, gpsTold_ = 0;
     u32 connection_ = 0;
     double connectedSince_s_ = 0, aliveAt_s_ = 0;
-    u32 packets_ = 0;
+    u32 packets_ = 0, loopSamples_ = 0;
+    double loopSampled_s_ = -1e9;
     bool packetsCame_ = false;
     double disturbed_s_ = 0;
     std::vector<const sim::Link*> links_;

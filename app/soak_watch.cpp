@@ -163,7 +163,8 @@ void SoakWatch::lookAtErrors(const Moment& m, const Licence& may)
         fail(m, "locked, and " + std::to_string(m.freqError_ppb) + " ppb off");
     if (m.clock == KVD_TUIIF_RNT_TIME_LOCKED && std::fabs(m.gpsError_ns) > TIME_MAX_ns)
         fail(m, "locked in time, and " + std::to_string(m.gpsError_ns) + " ns off");
-    if (m.clock == KVD_TUIIF_SLAVE_FRAME_LOCKED && std::fabs(m.followError_ns) > TIME_MAX_ns)
+    // One that hears nothing of its leader holds its own frames for a minute, whatever that does meanwhile.
+    if (m.clock == KVD_TUIIF_SLAVE_FRAME_LOCKED && m.hearsLeader && std::fabs(m.followError_ns) > TIME_MAX_ns)
         fail(m, "locked to its leader's frames, and " + std::to_string(m.followError_ns) + " ns off");
 }
 
@@ -240,15 +241,17 @@ void SoakWatch::lookAtHoldovers(const Moment& m)
                             ? m.facts.before == GPSOSL_REF || m.facts.before == SOCPRI_REF
                         : m.selected == GPSOSL_REF ? m.leaderGone && m.isWatched
                                                    : m.selected == SOCPRI_REF;
-    const bool isHeld = isLost && m.facts.pllState > PLL_Freq_Holdover && m.selected == before_.selected;
+    // A halted unit tells failure, and no timer of it runs.
+    const bool isHeld = isLost && m.facts.pllState > PLL_Freq_Holdover && m.selected == before_.selected
+                        && m.clock != KVD_TUIIF_FAILURE;
     if (!isHeld) loopHoldsSince_s_ = -1;
     else if (loopHoldsSince_s_ < 0) loopHoldsSince_s_ = m.t;
     else if (m.t - loopHoldsSince_s_ > OTHERS_HELD_s + SLACK_s)
         fail(m,
              "the loop of another unit's time holds over since " + std::to_string(loopHoldsSince_s_) + " s");
 
-    const bool isFollowing = m.clock == KVD_TUIIF_SLAVE_FRAME_LOCKED && m.leaderGone && m.connected
-                             && m.isWatched;
+    const bool isFollowing = m.clock == KVD_TUIIF_SLAVE_FRAME_LOCKED && m.connected && m.isWatched
+                             && (m.leaderGone || !m.hearsLeader);
     if (!isFollowing)
         framesSince_s_ = -1;
     else if (framesSince_s_ < 0)

@@ -36,6 +36,7 @@ struct Moment {
     ClockFacts facts;                  // what makes the clock state
     bool isWatched = true;             // the main processor has its link supervised
     bool leaderGone = false;           // the link that it follows carries nothing
+    bool hearsLeader = true;           // its loop took a sample a moment ago
     double followError_ns = 0;         // counter against the leader's; NaN without one
     u32 refState = 0, refStateTold = 0;   // usable references by the unit, and as told last
     std::string unusable;              // configured references of its role that it doesn't tell usable

@@ -94,11 +94,14 @@ u32 receivedPorts()
     return count;
 }
 
-/// An answer, or a port less to wait for: is the round complete?
+/// An answer, or a port less to wait for: is the round complete? It is told once: a server that answers many
+/// requests at once has measured the same thing so many times, and each would count as a sample of its own.
 void testCompleteness()
 {
+    if (!state().isRoundOpen) return;
     if (state().nActivePorts == 0 || receivedPorts() != state().nActivePorts) return;
     if (KvdLoz6TuSlave_isIdl2SyncDataStopped() != 0) return;
+    state().isRoundOpen = false;
     sendIdl2TimeDataInd();
     // The data of the other end answers this; a slave in fine synchronisation counts on it.
     if (!KvdLoz6TuMgr_isMaster() && KvdLoz6SlaveWarm_data().idpiClkStatus == IDPI_CLK_STATUS_FINE_TIME_SYNCED)
@@ -114,6 +117,7 @@ bool mayRequest()
 void requestDelays()
 {
     KvdLoz6Idpi_clearDelayData(IDPI_PORTS);
+    state().isRoundOpen = true;
     if (state().availabilityStatus != IDPI_AVAILABLE) return;
     for (const IdpiPort& p : state().port) {
         if (!idpi::isActive(p.nearPort)) continue;

@@ -25,6 +25,7 @@ struct State {
     KvdTimer answerTimer;
     u8  idl2PortMap = 0;                       // bit 0 is port 0
     u8  nActivePorts = 0;
+    bool isRoundOpen = false;                  // delays are asked for and not told yet
     std::array<IdpiPort, IDPI_PORTS> port{};
 };
 State& state();

@@ -37,9 +37,10 @@ bool isTimeSteered(u8 regState)
 
 bool isWaitingForJump(u8 regState) { return regState == PREJUMPSTART || regState == PREJUMPHIST; }
 
-/// A reference that the loops follow is selected, or was until now.
+/// A reference that the loops follow is selected, or was until now, or its loop holds over.
 bool isLoopReference()
 {
+    if (KvdLoz6TuReg_pllIsHoldover()) return true;
     const u32 selected = KvdLoz6TuReg_selectedRef();
     const u32 shown = selected == TU_SR_NO_REF ? KvdLoz6TuReg_prevSelectedRef() : selected;
     return shown == TU_SR_GPSOSL_REF || shown == TU_SR_SOCPRI_REF;

@@ -139,19 +139,17 @@ bool measReliability(u32 z_i, const estimator::Residual& r)
     return true;
 }
 
-/// The divider belongs to the loops while they follow their reference or hold its frequency, a slave's even
-/// when its link is deselected: the filter's own divider is that of its start then.
+/// The divider belongs to the loops while they follow their reference or hold its frequency, however often
+/// nothing was selected since, a slave's even when its link is deselected: the filter's own divider is that
+/// of its start then.
 int kalmanSteers()
 {
     if (!KvdLoz6TuReg_isMaster() && KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized) return 0;
     const u32 selected = KvdLoz6TuReg_selectedRef();
-    const u32 previous = KvdLoz6TuReg_prevSelectedRef();
     const bool onLoop = selected == TU_SR_GPSOSL_REF || selected == TU_SR_SOCPRI_REF
                         || selected == TU_SR_IDL1_REF || selected == TU_SR_IDL2_REF;
     if (onLoop && KvdLoz6TuReg_regState() != WARMUP) return 0;
-    const bool afterLoop = selected == TU_SR_NO_REF
-                           && (previous == TU_SR_GPSOSL_REF || previous == TU_SR_SOCPRI_REF);
-    return afterLoop && KvdLoz6TuReg_pllIsHoldover() ? 0 : 1;
+    return selected == TU_SR_NO_REF && KvdLoz6TuReg_pllIsHoldover() ? 0 : 1;
 }
 
 void temperatureStep(double T_new, double t_s, FifoRegStep& step)

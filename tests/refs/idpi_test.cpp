@@ -93,6 +93,10 @@ TEST(IdpiRound, GoesOnWhenEveryPortHasAnswered)
         const auto ind = unit.mp().last(KVD_TUIIF_IDL2_TIME_DATA_IND)->as<KvdTuiifIdl2TimeDataInd>();
         EXPECT_EQ(ind->eSFC, last_f == 0.0 ? 2u : 3u);
     }
+    unit.idpi().setAnswer(sim::Answer::Busy);
+    EXPECT_EQ(unit.roundsIn(1.0), 0u);
+    unit.idpi().setAnswer(sim::Answer::Accept);  // 25 requests are answered at once
+    EXPECT_EQ(unit.roundsIn(0.001), 1u);
 
     unit.idpi().silentPorts = {4};
     unit.run(0.1);
@@ -118,7 +122,6 @@ TEST(IdpiRound, ARejectedPortIsDroppedAndALateAnswerOfItIsNotTaken)
     late.delayC4T1Low = 99;
     unit.inject(late);
     EXPECT_NE(unit.port(3).delayC4T1Low, 99u);
-    EXPECT_EQ(unit.port(3).received, 0u);
 }
 
 TEST(IdpiPort, OfASlaveIsSupervisedOnceHardwarePortAndOrderAreThere)
@@ -150,7 +153,6 @@ TEST(IdpiConnection, IsMadeAgainAfterALossThatOnlyStopsTheAnswers)
     unit.idpi().die();
     unit.run(0.1);
     EXPECT_EQ(unit.get(KvdLoz6Idpi_availabilityStatus), u32{IDPI_INITIATING});
-    EXPECT_EQ(unit.activePorts(), 2u);
     EXPECT_EQ(unit.roundsIn(1.0), 0u);
     unit.idpi().start();
     unit.run(0.5);
