@@ -162,7 +162,7 @@ private:
             double c, f;
             u32 jumpState, refState, byText, samples;
             ClockFacts facts;
-            bool isDriving, hasMemory;
+            bool isDriving, hasMemory, serves;
         };
         const Seen seen = node.inProgram([] {
             const TimePair last = KvdLoz6TuReg_getLastTime();
@@ -188,7 +188,8 @@ private:
                         KvdLoz6BiraIifAdm_hasHwControl() != 0
                             && KvdLoz6TuReg_initiateState() != TUREG_START   // a hand-over is awaited
                             && KvdLoz6TuReg_initiateState() != TUREG_WARM_INITIATED,
-                        KvdLoz6TuMem_ready(MEM_REG_HIST) != 0};
+                        KvdLoz6TuMem_ready(MEM_REG_HIST) != 0,
+                        KvdLoz6TuIifAdm_startState() == TUIIF_START_RESTART_READY};
         });
         constexpr double OVEN_SETTLED_s = 600.0;
         may_.idle = !seen.isDriving || ovenIsOut_ || t - ovenMoved_s_ < OVEN_SETTLED_s;
@@ -199,6 +200,7 @@ private:
         // A receiver's return is told by its status text, its bit with the next change of another.
         m.refState = seen.refState & ~seen.byText;
         m.refStateTold &= ~seen.byText;
+        m.serves = seen.serves;
         m.clock = seen.clock;
         m.selected = seen.selected;
         // A slave takes its link, and SoCPRI's orders their radio link, without a selection.

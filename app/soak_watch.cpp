@@ -180,11 +180,12 @@ void SoakWatch::lookAtFrequency(const Moment& m, const Licence& may)
         fail(m, "the frequency stepped by " + std::to_string(step) + " ppb in holdover");
 }
 
-/// The alarm of one that starts is held back for half a minute, and its kind isn't known at once.
+/// The alarm of one that starts is held back for half a minute, and its kind isn't known at once. A unit that
+/// waits for a service of its node, whose word decides on its hardware, has no order to supervise it yet.
 void SoakWatch::lookAtReceiver(const Moment& m, const Licence& may)
 {
     constexpr double KNOWN_s = 300.0;
-    if (m.untold.empty() || !m.connected || may.refused || may.halting) untoldSince_s_ = -1;
+    if (m.untold.empty() || !m.connected || !m.serves || may.refused || may.halting) untoldSince_s_ = -1;
     else if (untoldSince_s_ < 0)                                        untoldSince_s_ = m.t;
     else if (m.t - untoldSince_s_ > KNOWN_s)
         fail(m, "nothing is told of the receiver since " + std::to_string(untoldSince_s_) + " s:" + m.untold);

@@ -21,6 +21,7 @@ struct Moment {
     bool runs = false;                 // its program does
     u32 starts = 0;                    // of the program so far
     bool connected = false;            // the main processor is, and was a moment ago
+    bool serves = false;               // its start waits for nobody any more: it takes orders
     u8  clock = 7;                     // radio clock state by the unit itself
     u8  told = 7;                      // as the main processor was told last
     u8  selected = 1;                  // reference type by the unit; 1 is none

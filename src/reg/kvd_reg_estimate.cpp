@@ -29,6 +29,8 @@ constexpr Vec6 H = {1.0, 0.0, 0.0, 0.0, 0.0, 0.0};   // a measurement sees the t
 // Squared distance, in variances, beyond which a measurement is unreliable.
 constexpr double UNRELIABLE = 9.0;
 constexpr u8 SAME_SIGN_LIMIT = 75;   // outliers of one sign that a line reference may have in a row
+constexpr u32 STEADY_REFUSALS = 900; // in a row, one a second, after which the estimate is what is wrong
+constexpr double OWN_OFFSET = 0.5;   // s, what a clock may be off; whole seconds are a source's
 constexpr double R_TOO_SMALL = 1e-23;      // s^2, nothing is that good
 constexpr double R_NEGLIGIBLE = 1e-12;     // of HPH: the update leaves rounding only
 
@@ -106,6 +108,26 @@ bool useOutlier(u32 z_i, const estimator::Residual& r)
     return false;
 }
 
+/// One more unreliable measurement of a degraded reference. An estimate that took an oven's warming for its
+/// drift runs off ever faster and would refuse a good receiver for ever: refusals that lie close to each
+/// other speak for the reference. The next one is judged against an estimate that knows nothing.
+void refuseDegraded(u32 z_i, double resid, double limit)
+{
+    const double apart = resid - s->lastRefused;
+    const bool isSteady = apart * apart <= limit && std::fabs(resid) < OWN_OFFSET;
+    s->lastRefused = resid;
+    s->steadyRefusals = isSteady ? s->steadyRefusals + 1 : 0;
+    if (s->steadyRefusals < STEADY_REFUSALS
+        || estimator::outlierRule(z_i).outlierClass != estimator::OutlierClass::Degrade)
+        return;
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s degraded, and steady: the estimate begins anew",
+              KvdLoz6TuReg_measurementText(z_i));
+    s->steadyRefusals = 0;
+    KvdLoz6TuReg_restartEstimate();
+    s->estimatePar.x_pred = s->var.x_est;
+    s->estimatePar.P_pred = s->var.P_est;
+}
+
 /// True when the measurement may update the filter.
 bool measReliability(u32 z_i, const estimator::Residual& r)
 {
@@ -126,8 +148,10 @@ bool measReliability(u32 z_i, const estimator::Residual& r)
             KVD_TRACE(TRACE_TUREG, TRACE_3,
                       "measReliability: Measurement unreliable (%f > %f) for degraded reference",
                       residSquared, limit);
+            refuseDegraded(z_i, r.resid, limit);
             return false;
         }
+        s->steadyRefusals = 0;
         return useOutlier(z_i, r);
     }
     KVD_TRACE(TRACE_TUREG, TRACE_3, "meas:      RELIABLE!");
@@ -318,6 +342,13 @@ void KvdLoz6TuReg_estimateReinitiate(const double coeff[3])
     EstimateStateVar& v = s->var;
     v.x_est = {0.0, 0.0, 0.0, coeff[0], coeff[1], coeff[2]};
     v.P_est = regulator::diagonal(regulator::P_COLD);
+}
+
+void KvdLoz6TuReg_restartEstimate()
+{
+    double coeff[3];
+    KvdLoz6TuReg_temperatureCoefficients(coeff);
+    KvdLoz6TuReg_estimateReinitiate(coeff);
 }
 
 void KvdLoz6TuReg_setInitialFrequencyDrift(u8 initCnt)

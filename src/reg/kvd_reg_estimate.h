@@ -55,6 +55,8 @@ void KvdLoz6TuReg_clearDegradationCounter();
 void KvdLoz6TuReg_resetTimeUncertainty();
 /// State and covariance back to their cold start values, temperature coefficients as given.
 void KvdLoz6TuReg_estimateReinitiate(const double coeff[3]);
+/// The same with the oscillator's own coefficients: the estimate knows neither time nor frequency.
+void KvdLoz6TuReg_restartEstimate();
 /// Extra drift noise of the start-up counter.
 void KvdLoz6TuReg_setInitialFrequencyDrift(u8 initCnt);
 double KvdLoz6TuReg_initialFrequencyDrift();

@@ -22,6 +22,8 @@ struct State {
     EstimateStateVar var{};
     EstimatePar estimatePar{};
     double initialFrequencyDrift = 0;  // extra drift noise while the start-up counter runs
+    double lastRefused = 0;            // residual of a degraded reference, s
+    u32 steadyRefusals = 0;            // of it in a row, each close to the one before
     std::array<ReferenceSwitch, 20> switches{};
     u32 nextSwitch = 0, switchCount = 0;
     // The last reference measurement, for the next change of reference.

@@ -238,11 +238,7 @@ void KvdLoz6TuReg_handleConfigRefType(u32 refType, u32 froId)
     else if (refType != TU_SR_GPS_REF && refType != TU_GPS_OUT_REF) KvdLoz6TuReg_setSourceTime(true);
 
     const u8 f_ix = KvdLoz6TuReg_f_ix();
-    if ((f_ix == 2 || f_ix == 3) && previous != TU_SR_GPSOSL_REF) {
-        double coeff[3];
-        KvdLoz6TuReg_temperatureCoefficients(coeff);
-        KvdLoz6TuReg_estimateReinitiate(coeff);
-    }
+    if ((f_ix == 2 || f_ix == 3) && previous != TU_SR_GPSOSL_REF) KvdLoz6TuReg_restartEstimate();
     constexpr u8 NOISY_FROM = 57, NOISY_OVER = 120;   // temperature ticks
     if (!KvdLoz6TuReg_isTimeRef(refType) && KvdLoz6TuReg_noisyCounter() > NOISY_FROM)
         KvdLoz6TuReg_setNoisyCounter(NOISY_OVER);

@@ -35,19 +35,12 @@ void sendRegInd(i64 offsetFromMaster, i64 meanPathDelay)
     node::sendTo(KvdLoz6TuPktsync_pid(), ind);
 }
 
-void restartEstimate()
-{
-    double coeff[3];
-    KvdLoz6TuReg_temperatureCoefficients(coeff);
-    KvdLoz6TuReg_estimateReinitiate(coeff);
-}
-
 constexpr packet::Needs NEEDS = {
     .ptpProfile = [](u32 froId) { return REG_UPCALLS.ptpProfile(froId); },
     .estimate = KvdLoz6TuReg_estimate,
     .setRefState = KvdLoz6TuReg_setDegrState,
     .refState = KvdLoz6TuReg_degrState,
-    .restartEstimate = restartEstimate,
+    .restartEstimate = KvdLoz6TuReg_restartEstimate,
     .tellPacketSync = sendRegInd,
     .packetCounterDiff = KvdLoz6TuReg_sfcNtpDiff,
     .sfcPtpOffset = KvdLoz6TuReg_sfcPtpOffset,
