@@ -1,5 +1,6 @@
 #include "app/soak.h"
 
+#include "app/clock_model.h"
 #include "iif/kvd_biraiifadm.h"
 #include "mp/kvd_iifadm.h"
 #include "ref/kvd_ref.h"
@@ -83,7 +84,10 @@ public:
             if (r.sigNo != KVD_TUIIF_GPS_STATUS_IND) return;
             if (const auto ind = r.as<KvdTuiifGpsStatusInd>()) gpsTold_ = ind->gpsStatus;
         });
+        unit.node().mainProcessor().onOrder([this](std::span<const std::byte> s) { model_.ordered(s); });
+        unit.node().traces().onLine([this](const sim::TraceLine& l) { model_.recorded(seconds(l.at), l.text); });
         unit.node().onProgramStart([this](u32) {
+            model_.programStarts(unit_.node().volumes().exists("/d/socpri_active") != 0);
             watch_.forgetTold();
             may_.halting = boardFaults_ > 0;
             if (unit_.node().programStarts() > 1) ++restarts;
@@ -108,6 +112,7 @@ public:
         may_.boardFault_s = t;
         if (what.find("synth") != std::string::npos || what.find("feedback") != std::string::npos)
             unlocked_ = !isOff;
+        if (what.find("synth") != std::string::npos) model_.synthesiserUnlocked(t, !isOff);
     }
 
     /// What happens to the packet network or a link may happen to any reference.
@@ -161,22 +166,12 @@ private:
             u8 clock, selected, degrState;
             double c, f;
             u32 jumpState, refState, byText, samples;
-            ClockFacts facts;
             bool isDriving, hasMemory, serves;
         };
         const Seen seen = node.inProgram([] {
             const TimePair last = KvdLoz6TuReg_getLastTime();
-            ClockFacts facts;
-            facts.selected = KvdLoz6TuIifAdm_selectedRef();
-            facts.before = KvdLoz6TuIifAdm_prevSelectedRef();
-            facts.regState = KvdLoz6TuReg_regState();
-            facts.pllState = KvdLoz6TuReg_pllState();
-            facts.slavePllState = KvdLoz6TuReg_slavePllState();
-            facts.isRelaxed = KvdLoz6TuIifAdm_forceLockedTimerRuns()
-                              && KvdLoz6TuIifAdm_holdoverThreshold(HOLDOVER_FREQ) == 0;
-            facts.awaitsRadio = KvdLoz6TuIifAdm_socpriMarker() != 0;
             return Seen{KvdLoz6TuIifAdm_radioClockState(),
-                        facts.selected,
+                        KvdLoz6TuIifAdm_selectedRef(),
                         KvdLoz6TuReg_degrState(),
                         last.c,
                         last.f,
@@ -184,7 +179,6 @@ private:
                         KvdLoz6TuIifAdm_tuiifRefState(),
                         KvdLoz6TuRef_stateMask(ROW_GPS) | KvdLoz6TuRef_stateMask(ROW_HPTSI),
                         KvdLoz6TuReg_pll_lastSample().count,
-                        facts,
                         KvdLoz6BiraIifAdm_hasHwControl() != 0
                             && KvdLoz6TuReg_initiateState() != TUREG_START   // a hand-over is awaited
                             && KvdLoz6TuReg_initiateState() != TUREG_WARM_INITIATED,
@@ -193,10 +187,10 @@ private:
         });
         constexpr double OVEN_SETTLED_s = 600.0;
         may_.idle = !seen.isDriving || ovenIsOut_ || t - ovenMoved_s_ < OVEN_SETTLED_s;
-        m.facts = seen.facts;
-        m.facts.master = !may_.slave;
-        m.facts.timeMode = may_.hasTime;
-        m.facts.tracksNothing = seen.clock == KVD_TUIIF_LOSS_OF_TRACKING;   // which has a rule of its own
+        m.due = model_.due(t);
+        m.words = model_.words();
+        m.before = model_.before();
+        m.loopHoldsTime = model_.loopHoldsTime();
         // A receiver's return is told by its status text, its bit with the next change of another.
         m.refState = seen.refState & ~seen.byText;
         m.refStateTold &= ~seen.byText;
@@ -286,6 +280,7 @@ private:
     sim::Digest& digest_;
     std::vector<Violation>& found_;
     SoakWatch watch_;
+    ClockModel model_;
     Licence may_;
     bool ovenIsOut_ = false, stampsFail_ = false;
     double ovenMoved_s_ = -1e9, roleChanged_s_ = -1e9;

@@ -1,6 +1,5 @@
 #include "app/soak_watch.h"
 
-#include "reg/kvd_reg_pll.h"
 #include "sig/ref_types.h"
 #include "sig/tuiif_sig.h"
 
@@ -213,25 +212,19 @@ void SoakWatch::lookAtMemory(const Moment& m)
                     + " in the first hour");
 }
 
-/// The clock state by what makes it, as the unit itself tells these.
+/// The clock state told by what makes it, from outside.
 void SoakWatch::lookAtModel(const Moment& m, const Licence& may)
 {
-    const u8 expected = expectedClock(m.facts);
-    // A slave without its leader runs free after a minute whatever the regulator's state, and until it is
-    // locked again.
-    const bool runsFree = may.slave && m.clock == KVD_TUIIF_SLAVE_FREE_RUNNING
-                          && (m.selected == NO_REFERENCE || m.facts.slavePllState != SLAVE_PLL_Locked);
     constexpr double LOOP_STARTS_s = 30.0;        // a restored loop tells its state once it has filtered
-    const bool isOfOtherRule = m.t - started_s_ < LOOP_STARTS_s || may.idle || m.clock == SOCPRI_STARTING
-                               || m.clock == KVD_TUIIF_FAILURE || runsFree || expected == UNKNOWN;
-    const bool isWrong = !may.refused && m.connected && !isOfOtherRule && m.clock != expected;
+    const bool isOfOtherRule = m.t - started_s_ < LOOP_STARTS_s || may.idle
+                               || (m.told == KVD_TUIIF_FAILURE && may.halting);
+    const bool isWrong = !may.refused && m.connected && !isOfOtherRule && !m.due.empty()
+                         && std::ranges::find(m.due, m.told) == m.due.end();
     if (!isWrong) modelWrongSince_s_ = -1;
     else if (modelWrongSince_s_ < 0) modelWrongSince_s_ = m.t;
     else if (m.t - modelWrongSince_s_ > TOLD_s)
-        fail(m, "clock state " + std::to_string(m.clock) + ", " + std::to_string(expected)
-                    + " by regulator state " + std::to_string(m.facts.regState) + ", loop "
-                    + std::to_string(m.facts.pllState) + ", reference " + std::to_string(m.selected)
-                    + " after " + std::to_string(m.facts.before));
+        fail(m, "clock state " + std::to_string(m.told) + " told, " + std::to_string(m.due.front()) + " by "
+                    + m.words);
 }
 
 /// No loop holds over longer than its rule.
@@ -239,11 +232,11 @@ void SoakWatch::lookAtHoldovers(const Moment& m)
 {
     constexpr double OTHERS_HELD_s = 300.0, SLAVE_HELD_s = 60.0, SLACK_s = 5.0;
     const bool isLost = m.selected == NO_REFERENCE
-                            ? m.facts.before == GPSOSL_REF || m.facts.before == SOCPRI_REF
+                            ? m.before == GPSOSL_REF || m.before == SOCPRI_REF
                         : m.selected == GPSOSL_REF ? m.leaderGone && m.isWatched
                                                    : m.selected == SOCPRI_REF;
     // A halted unit tells failure, and no timer of it runs.
-    const bool isHeld = isLost && m.facts.pllState > PLL_Freq_Holdover && m.selected == before_.selected
+    const bool isHeld = isLost && m.loopHoldsTime && m.selected == before_.selected
                         && m.clock != KVD_TUIIF_FAILURE;
     if (!isHeld) loopHoldsSince_s_ = -1;
     else if (loopHoldsSince_s_ < 0) loopHoldsSince_s_ = m.t;

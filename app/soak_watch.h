@@ -1,7 +1,6 @@
 // soak_watch.h - What must hold of a unit whatever happens, judged from one moment to the next.
 // The judge knows the unit from outside: what it told, what its inputs were, what was done to it.
 #pragma once
-#include "app/clock_model.h"
 #include "ose/types.h"
 
 #include <string>
@@ -34,7 +33,10 @@ struct Moment {
     u32 poolUsed = 0;                  // bytes of signals in use
     bool selectedDead = false;         // the selected reference gives nothing since a minute
     bool selectedUsable = true;        // by the word that the unit told
-    ClockFacts facts;                  // what makes the clock state
+    std::vector<u8> due;               // clock states that may be told, by the model; empty: any
+    std::string words;                 // that the model goes by
+    u8  before = 1;                    // reference type selected before
+    bool loopHoldsTime = false;        // a loop has another unit's time without its link
     bool isWatched = true;             // the main processor has its link supervised
     bool leaderGone = false;           // the link that it follows carries nothing
     bool hearsLeader = true;           // its loop took a sample a moment ago

@@ -138,6 +138,8 @@ public:
     /// part hands on what it is told.
     void onForward(std::function<void(const MpRecord&)> peer) { onForward_.push_back(std::move(peer)); }
     void onStatus(std::function<void(const ClockStatus&)> observer) { onStatus_ = std::move(observer); }
+    /// Before each signal that goes to the unit.
+    void onOrder(std::function<void(std::span<const std::byte>)> observer) { onOrder_ = std::move(observer); }
     /// After each selection that goes out, whoever made it.
     void onSelect(std::function<void(const MpReference&)> observer) { onSelect_ = std::move(observer); }
 
@@ -194,6 +196,7 @@ private:
     std::function<void(const MpRecord&)> onRecord_;
     std::vector<std::function<void(const MpRecord&)>> onForward_;
     std::function<void(const ClockStatus&)> onStatus_;
+    std::function<void(std::span<const std::byte>)> onOrder_;
     std::function<void(const MpReference&)> onSelect_;
 };
 

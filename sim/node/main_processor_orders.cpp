@@ -11,6 +11,7 @@ namespace sim {
 void MainProcessor::send(std::span<const std::byte> signal)
 {
     if (unit_ == 0 || !alive() || signal.size() < sizeof(SIGSELECT)) return;
+    if (onOrder_) onOrder_(signal);
     node_.system().inject(signal, unit_, pid());
 }
 

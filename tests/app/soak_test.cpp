@@ -1,7 +1,6 @@
 // The long run's watch: that it sees each thing that must not be, and lets pass what may; that a seed
 // draws the same run each time.
 #include "app/soak.h"
-#include "reg/kvd_reg.h"
 #include "sim/scenario/scenario.h"
 
 #include <gmock/gmock.h>
@@ -29,8 +28,7 @@ Moment sound(double t)
     m.coarse_s = 2048.0;
     m.fine_s = std::fmod(t, 1024.0);
     m.poolUsed = 20000;
-    m.facts.selected = 6;
-    m.facts.regState = TRUETIME;
+    m.due = {10};
     m.followError_ns = std::nan("");
     return m;
 }
@@ -75,16 +73,16 @@ TEST(SoakWatch, SeesWhatMustNotBe)
              {"the same after a refusal", [](Moment&m, Licence&may) { m.fine_s = 5, may.refused = true; },
               ""},
              {"a clock state by nothing", [](Moment& m, Licence&) { m.clock = m.told = 8; },
-              "clock state 8, 10 by"},
+              "clock state 8 told, 10 by"},
              {"a leader's link that is gone",
               [](Moment& m, Licence&) {
-                  m.clock = m.told = 16, m.facts.master = false, m.leaderGone = true;
+                  m.clock = m.told = 16, m.due = {16}, m.leaderGone = true;
                   m.t += 10 * (m.t - 8000), m.fine_s = std::fmod(m.t, 1024.0);
               }, "whose link is gone"},
              {"a loop that holds over for ever",
               [](Moment& m, Licence&) {
-                  m.clock = m.told = 11, m.selected = m.wanted = m.facts.selected = 1, m.facts.before = 14;
-                  m.facts.pllState = 8, m.t += 10 * (m.t - 8000), m.fine_s = std::fmod(m.t, 1024.0);
+                  m.clock = m.told = 11, m.due = {}, m.selected = m.wanted = 1, m.before = 14;
+                  m.loopHoldsTime = true, m.t += 10 * (m.t - 8000), m.fine_s = std::fmod(m.t, 1024.0);
               }, "holds over since"},
              {"signals that pile up", [](Moment& m, Licence&) { m.poolUsed += 16385; }, "bytes"},
          }) {
@@ -117,11 +115,11 @@ TEST(SoakWatch, AsksForEverythingAnHourAfterTheLastDisturbance)
     };
     for (const Case& c : std::vector<Case>{
              {[](Moment&, Licence&) {}, ""},
-             {[](Moment& m, Licence&) { m.clock = m.told = 8, m.facts.regState = TIMELOCKED; }, ""},
-             {[](Moment& m, Licence&) { m.clock = m.told = 3, m.facts.regState = FREQLOCKED; },
+             {[](Moment& m, Licence&) { m.clock = m.told = 8, m.due = {8}; }, ""},
+             {[](Moment& m, Licence&) { m.clock = m.told = 3, m.due = {3}; },
               "clock state 3"},
              {[](Moment& m, Licence& may) {
-                  may.canKnowTime = false, m.clock = m.told = 3, m.facts.regState = FREQLOCKED;
+                  may.canKnowTime = false, m.clock = m.told = 3, m.due = {3};
               }, ""},
              {[](Moment&, Licence& may) { may.slave = true; }, "clock state 10"},
              {[](Moment& m, Licence&) { m.runs = false; }, "doesn't run"},
