@@ -146,8 +146,7 @@ int runOne(const RunArguments& a, const Prepared& p)
     if (const std::string wrong = writeAll(a, recording); !wrong.empty()) return refuse(wrong);
     if (!options.quiet && !a.out.empty()) std::printf("report         %s/report.html\n", a.out.c_str());
     if (!recording.complete && !options.quiet)
-        std::printf("ended at %s of %s: its checks aren't judged\n",
-                    clockText(recording.virtual_s).c_str(),
+        std::printf("ended at %s of %s: its checks aren't judged\n", clockText(recording.virtual_s).c_str(),
                     clockText(p.scenario.duration_s).c_str());
     if (endSignal() != 0) return KILLED + endSignal();
     if (recording.passed()) return 0;
@@ -218,8 +217,8 @@ int nmea(const NmeaArguments& a)
 int pcap(const PcapArguments& a)
 {
     const bool isFile = std::filesystem::exists(a.file);
-    const std::vector<PcapPacket> capture =
-        !isFile && isInterface(a.file) ? recordLive(a.file, a.seconds) : readPcap(a.file);
+    const std::vector<PcapPacket> capture = !isFile && isInterface(a.file) ? recordLive(a.file, a.seconds)
+                                                                           : readPcap(a.file);
     PcapAnalysis analysis;
     PcapResult result;
     for (const PcapPacket& p : capture) {
@@ -231,8 +230,7 @@ int pcap(const PcapArguments& a)
     analysis.finish();
     if (!a.noUnit) {
         PcapBench unit(capture);
-        if (!a.summary && !a.json)
-            unit.onMessage([](const PcapMessage& m) { printPcapMessage(m, stdout); });
+        if (!a.summary && !a.json) unit.onMessage([](const PcapMessage& m) { printPcapMessage(m, stdout); });
         result = unit.run();
     }
     if (a.json) {

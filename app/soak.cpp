@@ -85,7 +85,8 @@ public:
             if (const auto ind = r.as<KvdTuiifGpsStatusInd>()) gpsTold_ = ind->gpsStatus;
         });
         unit.node().mainProcessor().onOrder([this](std::span<const std::byte> s) { model_.ordered(s); });
-        unit.node().traces().onLine([this](const sim::TraceLine& l) { model_.recorded(seconds(l.at), l.text); });
+        unit.node().traces().onLine(
+            [this](const sim::TraceLine& l) { model_.recorded(seconds(l.at), l.text); });
         unit.node().onProgramStart([this](u32) {
             model_.programStarts(unit_.node().volumes().exists("/d/socpri_active") != 0);
             watch_.forgetTold();

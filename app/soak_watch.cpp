@@ -231,8 +231,7 @@ void SoakWatch::lookAtModel(const Moment& m, const Licence& may)
 void SoakWatch::lookAtHoldovers(const Moment& m)
 {
     constexpr double OTHERS_HELD_s = 300.0, SLAVE_HELD_s = 60.0, SLACK_s = 5.0;
-    const bool isLost = m.selected == NO_REFERENCE
-                            ? m.before == GPSOSL_REF || m.before == SOCPRI_REF
+    const bool isLost = m.selected == NO_REFERENCE ? m.before == GPSOSL_REF || m.before == SOCPRI_REF
                         : m.selected == GPSOSL_REF ? m.leaderGone && m.isWatched
                                                    : m.selected == SOCPRI_REF;
     // A halted unit tells failure, and no timer of it runs.

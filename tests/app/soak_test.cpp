@@ -116,11 +116,8 @@ TEST(SoakWatch, AsksForEverythingAnHourAfterTheLastDisturbance)
     for (const Case& c : std::vector<Case>{
              {[](Moment&, Licence&) {}, ""},
              {[](Moment& m, Licence&) { m.clock = m.told = 8, m.due = {8}; }, ""},
-             {[](Moment& m, Licence&) { m.clock = m.told = 3, m.due = {3}; },
-              "clock state 3"},
-             {[](Moment& m, Licence& may) {
-                  may.canKnowTime = false, m.clock = m.told = 3, m.due = {3};
-              }, ""},
+             {[](Moment&m, Licence&) { m.clock = m.told = 3, m.due = {3}; }, "clock state 3"},
+             {[](Moment&m, Licence&may) { may.canKnowTime = false, m.clock = m.told = 3, m.due = {3}; }, ""},
              {[](Moment&, Licence& may) { may.slave = true; }, "clock state 10"},
              {[](Moment& m, Licence&) { m.runs = false; }, "doesn't run"},
              {[](Moment& m, Licence&) { m.connected = false; }, "no connection"},
