@@ -49,6 +49,14 @@ void counter(const Value& v, const Value&)
 
 }  // namespace
 
+/// A file that the tree's own folder hasn't is one that no test opens; closed loops are replayed by their prefix.
+TEST(CheckValues, AreAllReplayed)
+{
+    for (const std::string& file : vectors::files(""))
+        EXPECT_TRUE(std::filesystem::exists(std::filesystem::path(TU_VALUES) / (file + ".gz"))
+                    || file.starts_with("o02_closed")) << "no replay of the file " << file;
+}
+
 TEST(MathCheckValues, TimePairs)
 {
     const auto modulus = [](const Value& v, const Value&) {

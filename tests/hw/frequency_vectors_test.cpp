@@ -14,7 +14,7 @@ double limitOf(const std::string& role)
     static const std::map<std::string, double> LIMITS = {
         {"master", frequencyLimit(1, TU_REF, 0)}, {"master SOCPRI", frequencyLimit(1, SOCPRI_REF, 0)},
         {"slave IDL 2", frequencyLimit(0, TU_REF, 1)}, {"slave IDL 1", frequencyLimit(0, TU_REF, 0)}};
-    return LIMITS.at(role);
+    return vectors::rowOf(LIMITS, role);
 }
 
 json nominal(Board& b, const Value&, const Value&)
@@ -38,13 +38,17 @@ json adjustFrequency(Board& b, const Value& in, const Value&)
 void adjustFrequencyReach(const Value& v, const Value&)
 {
     const Board b(v["init"]["case"].get<std::string>(), 2);
-    v["init"].read();
+    v["init"].skip({"nomDiv_old", "role"});
     for (const Value step : v["steps"]) {
         const FrequencyWords w = b.words(num(step["in"]["rel"]), num(step["in"]["wander"]));
         const double U = num(step["U"]);
         EXPECT_LE(std::fabs(w.divisor + 1 + static_cast<double>(w.K) / 8e8 - U), 6e-12 * U) << step["in"];
-        for (const char* key : {"out", "alt", "margin"})
-            if (step.contains(key)) step[key].read();
+        step.skip({"margin"});
+        for (const char* words : {"K", "nomDivWrite", "nomDiv_old", "written", "reading"}) {
+            step["out"].skip({words});
+            if (step.contains("alt"))
+                for (const Value other : step["alt"]) other.skip({words});
+        }
     }
 }
 

@@ -62,7 +62,7 @@ json frameSync(Board&, const Value& in, const Value&)
         {"setFsyncInterval", [](u32 v) { tuHwIf_setFsyncInterval(v); }},
         {"setFsyncPattern", [](u32 v) { tuHwIf_setFsyncPattern(v); }},
         {"setFsyncAlignment", [](u32 v) { tuHwIf_setFsyncAlignment(v); }}};
-    OPERATIONS.at(in["op"].get<std::string>())(u(in["value"]));
+    vectors::rowOf(OPERATIONS, in["op"].get<std::string>())(u(in["value"]));
     return NOTHING;
 }
 

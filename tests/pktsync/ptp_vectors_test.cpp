@@ -59,7 +59,7 @@ TEST(PtpCheckValues, Faults)
 TEST(PtpCheckValues, Corrections)
 {
     replay("o03_ptp_normalise.json", [](const Value& c) {
-        const i64 raw = static_cast<i64>(std::stoull(text(c["correctionField"]), nullptr, 16));
+        const i64 raw = static_cast<i64>(vectors::hex(text(c["correctionField"])));
         const PtpTimestamp at{c["seconds"], c["nanoseconds"]};
         const PtpTime T1 = ptpAdd(at, ptpCorrection_ns(raw)), T4 = ptpAdd(at, -ptpCorrection_ns(raw));
         expectSame(c, {{"T1", {T1.seconds, T1.nanoseconds}}, {"T4", {T4.seconds, T4.nanoseconds}}});
@@ -230,7 +230,7 @@ TEST(PtpCheckValues, Exchange)
         TuPktsyncPTP_start_DelayReqRespCtrl(clock);
         TuPktsync_save_TS(clock.delay.stamps, 0, 0, 0, stampOf(c["T3raw"]));
         TuPktsync_save_TS(clock.delay.stamps, 0, 0, 1, stampOf(c["T4"]));
-        const u64 raw = std::stoull(text(c["correctionField"]), nullptr, 16);
+        const u64 raw = vectors::hex(text(c["correctionField"]));
         TuPktsync_save_TS(clock.syncStamps, 7, 0, 0, {static_cast<u32>(raw >> 32), static_cast<u32>(raw)});
         TuPktsync_save_TS(clock.syncStamps, 7, 0, 1, stampOf(c["T1"]));
         TuPktsync_save_TS(clock.syncStamps, 7, 0, 2, stampOf(c["T2raw"]));
@@ -401,8 +401,9 @@ TEST(PtpCheckValues, UnicastNegotiation)
             expectSame(step, {{"state", ptpUcNegState(0)},
                               {"faults", ptpClockOf(0)->fault_flags & FAULTS_UNICAST}});
             for (const char* inside : {"op", "rx", "events", "records", "attempts", "requestedDuration",
-                                       "timers", "negotiation_retries", "sequenceId", "serverPortIdentity"})
+                                       "negotiation_retries", "sequenceId", "serverPortIdentity"})
                 step[inside].read();     // shows in what is sent, and when
+            step["timers"].skip({"reply", "duration", "delayed", "retry"});
         }
         TuPktsync_delete_ptp_clock(0);
     });

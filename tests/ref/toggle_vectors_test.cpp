@@ -33,9 +33,9 @@ struct Replay {
         KvdLoz6TuRef_lineEnd(row);   // no line is announced here: the port's end ends its row the same way
     }
 
-    void apply(const json& op)
+    void apply(const Value& op)
     {
-        const std::string name = op.at(0);
+        const std::string name = op[0].get<std::string>();
         const u32 argument = op.size() > 1 ? op[1].get<u32>() : 0;
         if (name == "advance") return bench.runTo(argument);
         if (name == "hw" || name == "status") hardware = argument;
@@ -62,8 +62,8 @@ struct Replay {
                 const RefDesc& desc = KvdLoz6TuRef_row(row);
                 refStatus.push_back(desc.refStatus), filterType.push_back(desc.filterType);
                 EXPECT_EQ(desc.filterTimer.runs(), step["timers"].contains(std::to_string(row))) << row;
+                step["timers"].skip({std::to_string(row).c_str()});
             }
-            step["timers"].read();
             vectors::expectAll({{"refStatus", refStatus}, {"filterType", filterType},
                                 {"lastToggleStatus", KvdLoz6TuRef_lastToggleStatus()},
                                 {"noChangeCounter", KvdLoz6TuRef_noChangeCounter()},
@@ -104,7 +104,7 @@ TEST(ToggleCheckValues, AreMetAtEveryStep)
         const bool oneSharedRow = sharedRowsUsed(testCase["steps"]) == 1;
         const u32 openState = openStateOf(testCase);
         vectors::eachStep(testCase["steps"], [&](const Value& step) {
-            replay.apply(step["op"].read());
+            replay.apply(step["op"]);
             replay.compare(step, oneSharedRow, openState);
         });
     });

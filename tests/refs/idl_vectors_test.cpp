@@ -48,9 +48,9 @@ struct Replay {
 
     void interrupt(u32 port) { bench.inManager([port] { KvdLoz6TuRef_idlInterrupt(port); }); }
 
-    void apply(const json& op)
+    void apply(const Value& op)
     {
-        const std::string name = op.at(0);
+        const std::string name = op[0].get<std::string>();
         if (name == "advance") return bench.runTo(op.at(1).get<i64>());
         if (name == "int") return interrupt(op.at(1).get<u32>());
         if (name == "train") {
@@ -84,7 +84,9 @@ struct Replay {
         static const std::set<std::string> KNOWN = {
             "start", "cancel", "expired", "report", "enableInterrupt", "disableInterrupt", "select",
             "singleLink", "clearSyncDataCounter", "forceSlavePll"};
-        step["timers"].read();                   // each is seen when it ends
+        for (const char* port : {"0", "1"})      // each timer is seen when it ends
+            for (const char* timer : {"SUP ", "WTR ", "HO ", "SLAVE_HO "})
+                step["timers"].skip({(std::string(timer) + port).c_str()});
         bench.node.inProgram([&] {
             vectors::expectAll({{"idlState", {KvdLoz6TuRef_idlState(0), KvdLoz6TuRef_idlState(1)}},
                                 {"tuiifRefState", KvdLoz6TuIifAdm_tuiifRefState()}}, step);
@@ -112,9 +114,9 @@ TEST(IdlCheckValues, AreMetAtEveryStepOfTheMachine)
         Replay replay(testCase);
         u32 index = 0;
         for (const Value step : testCase["steps"]) {
-            SCOPED_TRACE(step["op"].dump() + " is step " + std::to_string(index++));
+            SCOPED_TRACE(testing::Message() << step["op"] << " is step " << index++);
             replay.setAside();
-            replay.apply(step["op"].read());
+            replay.apply(step["op"]);
             replay.compare(step);
         }
     });

@@ -36,13 +36,6 @@ slave::DelayWords wordsOf(double seconds)
     return seconds < 0 ? slave::DelayWords{0, 0, high, low} : slave::DelayWords{high, low, 0, 0};
 }
 
-/// Keys of an input that a step may have, and no others.
-void expectKeys(const Value& in, const std::set<std::string>& known)
-{
-    for (const auto& [key, value] : in.items())
-        if (!known.contains(key)) ADD_FAILURE() << "no replay of the input \"" << key << "\"";
-}
-
 TEST(Idl1Vectors, WordBothWays)
 {
     vectors::replay("o03_idl1_word.json", "cases", [](const Value& c) {
@@ -50,8 +43,8 @@ TEST(Idl1Vectors, WordBothWays)
         const hwif::BfnExtended e{field("inc_diff"), field("e_sfc"), field("rc_state"),
                                   field("coldRestartFlag_tmp"), field("jump"), field("ms_flag")};
         const hwif::BfnOutWords w = hwif::packBfnExtended(e);
-        EXPECT_EQ(w.word1, std::stoul(c["high"].get<std::string>(), nullptr, 16));
-        EXPECT_EQ(w.word2, std::stoul(c["low"].get<std::string>(), nullptr, 16));
+        EXPECT_EQ(w.word1, vectors::hex(c["high"].get<std::string>()));
+        EXPECT_EQ(w.word2, vectors::hex(c["low"].get<std::string>()));
         const hwif::BfnExtended back = hwif::unpackBfnExtended(w.word1, w.word2);
         EXPECT_EQ(std::memcmp(&back, &e, sizeof e), 0);
     });
@@ -90,7 +83,6 @@ TEST(Idl1Vectors, MasterEchoesAndRepeats)
         for (const Value s : c["steps"]) {
             SCOPED_TRACE(s);
             const Value in = s["received"];
-            expectKeys(in, {"ok", "cold", "jump", "f_ix", "pll"});
             const u32 flags = in.value("ok", 1) == 1 ? SlaveBench::VALID_WORD : 0;
             b.bfnIn({0, 5, 1000}, 0, 5, {77, 0, 7, in["cold"].get<u32>(), in["jump"].get<u32>(), 0}, flags);
             b.edit([&](measure::State&) {
@@ -222,7 +214,7 @@ void setBefore(SlaveBench& b, const Value& in)
         {"set_ongoing", [&](u32 v) { b.timeTuning = v; }},
         {"set_stopped", [](u32 v) { slave::idl2State().idl2SyncDataStopped = v; }}};
     for (const auto& [key, value] : in.items())
-        if (key.starts_with("set_")) SETTERS.at(key)(value.get<u32>());
+        if (key.starts_with("set_")) vectors::rowOf(SETTERS, key)(value.get<u32>());
 }
 
 KvdTuiifIdl2SyncDataInd dataOf(SlaveBench& b, const Value& in)
@@ -241,8 +233,6 @@ KvdTuiifIdl2SyncDataInd dataOf(SlaveBench& b, const Value& in)
 void flowStep(SlaveBench& b, const Value& s)
 {
     const Value in = s["in"];
-    expectKeys(in, {"jumpPend", "jumpInd", "direct", "interFine", "feStable", "neStable", "pll", "set_idpi",
-                    "set_restartFlag", "set_cntr", "set_pll", "set_ongoing", "set_stopped"});
     b.events = json::array();
     b.sent.clear();
     u32 recordsBefore = 0;
@@ -276,7 +266,6 @@ TEST(Idl2Vectors, Flow)
             KvdLoz6SlaveWarm_setIdpiClkStatus(2);
             setBefore(b, c["init"]);
         });
-        expectKeys(c["init"], {});
         for (const Value s : c["steps"]) {
             SCOPED_TRACE(s);
             flowStep(b, s);

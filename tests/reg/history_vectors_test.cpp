@@ -98,7 +98,7 @@ void layout(HistoryBench&, const Value& vector)
 {
     vector["in"].read();
     EXPECT_EQ(vector["out"]["size"], HIST_RECORD_SIZE);
-    vector["out"]["fields"].read();
+    for (const Value field : vector["out"]["fields"]) field.skip({"name", "offset", "type"});
 }
 
 // ---- flash files ------------------------------------------------------------------------------------------

@@ -112,6 +112,9 @@ const jump::Needs NEEDS = {
 /// The step of the counters, if there was one.
 void addStep(json& events, const json& hw)
 {
+    static const std::set<std::string> KNOWN = {"ext", "t", "mfn", "sfn", "inc", "stepped"};
+    for (const auto& [key, value] : hw.items())
+        if (!KNOWN.contains(key)) ADD_FAILURE() << "no replay of the step's \"" << key << "\"";
     if (hw.at("stepped") == 1) events.push_back({"step", hw.at("mfn"), hw.at("sfn"), hw.at("inc")});
 }
 
@@ -119,12 +122,12 @@ void addStep(json& events, const json& hw)
 /// SoCPRI's measurements do of their own isn't looked at here.
 json wantedEvents(const json& events)
 {
-    static const std::set<std::string> OTHERS = {"timer", "cancel", "expired", "confirm", "vector",
-                                                 "lastRegulatorState", "regState", "report"};
+    static const std::set<std::string> OTHERS = {"timer", "cancel", "expired", "confirm", "vector", "report",
+                                                 "lastRegulatorState", "regState", "tell5.1", "tell10.1"};
     json wanted = json::array();
     for (const json& e : events) {
         const std::string what = e.at(0);
-        if (OTHERS.contains(what) || what.starts_with("tell")) continue;
+        if (OTHERS.contains(what)) continue;
         if (what == "socpriLog" && (e[1] == 24 || e[1] == 25)) continue;
         if (what == "adjustTime") addStep(wanted, e.at(3));
         else if (what == "log") wanted.push_back({"pll", e.at(1)});
@@ -145,7 +148,7 @@ void begin(JumpBench& b, const Value& init)
         jump::setNeeds(&NEEDS);
         KvdLoz6TuReg_SoCpriCoarseTimeData(init["ref_esfc"], init["ref_mfn"]);
         MeasStateVar& v = measure::state().var;
-        v.selectedRef = REFERENCES.at(init["selectedRef"].get<std::string>());
+        v.selectedRef = vectors::rowOf(REFERENCES, init["selectedRef"].get<std::string>());
         v.t_mod_old = init["knowsTime"] == 1 ? 4294967296.0 : 0.0;
         v.delta0_c = init["delta0"][0], v.delta0_f = init["delta0"][1];
         v.histCountDown = 17.0;
@@ -171,9 +174,9 @@ void controlStep(u8 regState)
     KvdLoz6TuReg_controller(e.x_est, e.P_est, 0, Z_TEMP_REF);
 }
 
-void perform(JumpBench& b, const json& op)
+void perform(JumpBench& b, const Value& op)
 {
-    const std::string what = op.at(0);
+    const std::string what = op[0].get<std::string>();
     if (what == "advance") return b.runTo(op.at(1));
     if (what == "request")
         return b.inject(KvdTuiifJumpRntToSfcDiffZeroReq{KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_REQ, 77});
@@ -219,7 +222,8 @@ void expectState(JumpBench& b, const Value& step)
         {"counter", {t.mfn, t.sfn, t.inc}},
         {"t_last", {m.t_c_last, m.t_f_last}},
     };
-    if (step.contains("timers")) step["timers"].read();      // seen when they end
+    if (step.contains("timers"))                             // seen when they end
+        step["timers"].skip({"jumpIndication", "continuePostponed", "sfcAdjMonitor", "bfnJumpWarning"});
     for (const auto& [key, wanted] : step.items())
         if (is.contains(key) && !wanted.is_null()) vectors::expect(key, is[key], wanted, NEAR);
 }
@@ -230,9 +234,9 @@ void replayJump(const Value& c)
     begin(b, c["init"]);
     std::size_t confirms = 0;
     for (const Value s : c["steps"]) {
-        SCOPED_TRACE(s["op"].dump());
+        SCOPED_TRACE(s["op"]);
         b.events = json::array();
-        perform(b, s["op"].read());
+        perform(b, s["op"]);
         const json wanted = wantedEvents(s["events"].read());
         EXPECT_TRUE(vectors::isNear(b.events, wanted, NEAR)) << b.events << "\nwanted " << wanted;
         expectState(b, s);
@@ -293,15 +297,17 @@ TEST(SocpriJump, ALoopThatHasLeftItsOffsetAtTheRepeatIsNotForcedToLock)
         "targetDiff": 0.0, "degrd": 0, "knowsTime": 1, "ref_esfc": 10, "ref_mfn": 17})");
     Value::Read read;
     begin(b, Value{init, read});
-    perform(b, {"request"});
-    perform(b, {"advance", 4000});
+    const json ops = {{"request"}, {"advance", 4000}, {"coarseData", 11, 17}, {"advance", 20000}};
+    const Value op{ops, read};
+    perform(b, op[0]);
+    perform(b, op[1]);
     b.pllState = PLL_Unlocked;
-    perform(b, {"coarseData", 11, 17});
+    perform(b, op[2]);
     b.events = json::array();
-    perform(b, {"coarseData", 11, 17});
+    perform(b, op[2]);
     EXPECT_EQ(b.events, json::parse(R"([["socpriLog", 2], ["socpriLog", 4],
         ["noMoreBfnJumpsExpected", 0], ["jumpState", 1, 0], ["socpriLog", 11]])"));
     b.events = json::array();
-    perform(b, {"advance", 20000});
+    perform(b, op[3]);
     EXPECT_EQ(b.events, json::array()) << "the monitor has gone with the jump";
 }

@@ -18,6 +18,7 @@ namespace {
 
 PktTimeMsg packetOf(const json& p)
 {
+    if (p.size() != 10) throw std::runtime_error("no packet " + p.dump());
     PktTimeMsg m{};
     m.syncIntervalMs = p.at(0);
     m.T1_s = p.at(1), m.T1_ns = p.at(2);
@@ -307,8 +308,8 @@ void compareTimeEvents(PacketBench& b, const json& events, u32 appendedBefore, s
                                                      {"LOCK_G82751", 3}};
     for (const json& e : events) {
         expectKnown(e, TIME_EVENTS);
-        if (e[0] == "timerStart") running.insert(TIMER.at(e.at(1)));
-        if (e[0] == "timerStop" || e[0] == "timerExpired") running.erase(TIMER.at(e.at(1)));
+        if (e[0] == "timerStart") running.insert(vectors::rowOf(TIMER, e.at(1)));
+        if (e[0] == "timerStop" || e[0] == "timerExpired") running.erase(vectors::rowOf(TIMER, e.at(1)));
     }
     const std::size_t after = appendedBefore + countOf(events, "historyAppend");
     EXPECT_EQ(appended(2), after < 40 ? after : after - 20);

@@ -127,7 +127,7 @@ json told(const json& events)
     json out = json::array();
     for (const json& e : events) {
         if (TRACES.contains(e.at(0)) || e == json{"anomaly", 1}) continue;
-        if (e.at(0) == "anomaly") {              // the second one: the order comes with it
+        if (e == json{"anomaly", 2}) {           // the order comes with it
             if (!toldAbility) out.push_back({"unableToTimeLock"});
             continue;
         }
@@ -144,7 +144,7 @@ void select(const std::string& role)
         {"IDL2", TU_SR_NO_REF}, {"OTHER", TU_SR_NO_REF}};
     now->isMaster = role != "IDL1" && role != "IDL2";
     now->idlMode = role == "IDL2" ? KVD_BIRAIIF_IDL_MODE_2 : KVD_BIRAIIF_IDL_MODE_1;
-    measure::state().var.selectedRef = REFERENCE.at(role);
+    measure::state().var.selectedRef = vectors::rowOf(REFERENCE, role);
 }
 
 using Pll = pll::Pll;

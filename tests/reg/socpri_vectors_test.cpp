@@ -154,7 +154,9 @@ void followTime(Told& told, const Value& c)
 
 void follow(Told& told, const Value& c)
 {
-    regtest::RegulatorUnit::beMaster(c.value("role", "slave") == "master");
+    const std::string role = c.value("role", "slave");
+    if (role != "slave" && role != "master") throw std::runtime_error("no replay of \"" + role + "\"");
+    regtest::RegulatorUnit::beMaster(role == "master");
     if (c["operation"] == "handleSoCpriSDuFollowOCXOAdjInd")     followFrequency(told, c);
     else if (c["operation"] == "handleSoCpriSDuFollowSFCAdjInd") followTime(told, c);
     else throw std::runtime_error("no replay of " + c["operation"].dump());

@@ -35,12 +35,9 @@ inline std::filesystem::path folder()
     return given != nullptr ? given : TU_VALUES;
 }
 
-/// Reads one file, packed ("name.gz") or plain. A file that is missing or broken throws.
-inline json load(const std::string& name)
+/// Reads one file, packed or plain. A file that is missing or broken throws.
+inline json load(const std::filesystem::path& path)
 {
-    namespace fs = std::filesystem;
-    const fs::path packed = folder() / (name + ".gz"), plain = folder() / name;
-    const fs::path path = fs::exists(packed) ? packed : plain;
     gzFile file = gzopen(path.c_str(), "rb");       // reads plain files as they are
     if (file == nullptr) throw std::runtime_error("check values not found: " + path.string());
     std::string text;
@@ -50,6 +47,13 @@ inline json load(const std::string& name)
     const int closed = gzclose(file);
     if (got < 0 || closed != Z_OK) throw std::runtime_error("can't be unpacked: " + path.string());
     return json::parse(text);
+}
+
+/// A file of the folder by its name, "name.gz" or "name".
+inline std::filesystem::path pathOf(const std::string& name)
+{
+    const std::filesystem::path packed = folder() / (name + ".gz");
+    return std::filesystem::exists(packed) ? packed : folder() / name;
 }
 
 /// The files of the folder whose names begin so, without ".gz".
@@ -86,6 +90,26 @@ inline bool isProse(const std::string& key)
     return PROSE.contains(key);
 }
 
+/// An integer, of which the type takes what it holds; a fraction is refused by its value.
+template <std::integral T>
+T whole(const json& value)
+{
+    if (value.is_number_integer()) return value.get<T>();
+    const double v = number(value);
+    if (v != std::floor(v) || std::fabs(v) >= 18446744073709551616.0)
+        throw std::runtime_error("no whole number: " + value.dump());
+    return v < 0 ? static_cast<T>(static_cast<std::int64_t>(v)) : static_cast<T>(static_cast<std::uint64_t>(v));
+}
+
+/// What a table has for a word; an unknown word is named.
+template <typename Of>
+const Of& rowOf(const std::map<std::string, Of>& table, const std::string& word)
+{
+    const auto found = table.find(word);
+    if (found == table.end()) throw std::runtime_error("no replay of \"" + word + "\"");
+    return found->second;
+}
+
 /// Another reading of an open result, told in words alone, or not at all.
 inline bool isReadingInWords(const std::string& key, const json& value)
 {
@@ -106,9 +130,10 @@ public:
         return {node_->at(key), *read_};
     }
     Value operator[](const char* key) const { return (*this)[std::string(key)]; }
-    Value at(const std::string& key) const { return (*this)[key]; }
     template <std::integral Index>
     Value operator[](Index index) const { return {node_->at(static_cast<std::size_t>(index)), *read_}; }
+    template <typename Key>
+    Value at(const Key& key) const { return (*this)[key]; }
 
     bool contains(const std::string& key) const { return node_->is_object() && node_->contains(key); }
     std::size_t size() const { return node_->size(); }
@@ -126,15 +151,26 @@ public:
         read_->insert(node_);
         return *node_;
     }
+    /// Those of its keys that say nothing to compare or show elsewhere; any other stays unread.
+    void skip(std::initializer_list<const char*> keys) const
+    {
+        for (const char* key : keys)
+            if (contains(key)) (*this)[key].read();
+    }
     template <typename T>
-    T get() const { return read().get<T>(); }
+    T get() const
+    {
+        if constexpr (std::is_integral_v<T> && !std::is_same_v<T, bool>) return whole<T>(read());
+        else return read().get<T>();
+    }
     /// As an argument or a member takes it; texts and truths are numbers too.
     template <typename T>
         requires std::is_arithmetic_v<T>
     operator T() const
     {
         if constexpr (std::is_same_v<T, bool>) return number(read()) != 0.0;
-        else return read().is_number() ? get<T>() : static_cast<T>(number(read()));
+        else if constexpr (std::is_integral_v<T>) return whole<T>(read());
+        else return static_cast<T>(number(read()));
     }
     template <std::size_t Size>
     operator std::array<double, Size>() const
@@ -211,7 +247,16 @@ inline double number(const Value& value) { return number(value.read()); }
 /// One file, held for as long as its values are used.
 class Document {
 public:
-    explicit Document(const std::string& name) : json_(load(name)) {}
+    /// A section of another folder's file that the tree's own hasn't is one that nobody replays.
+    explicit Document(const std::string& name) : json_(load(pathOf(name)))
+    {
+        const std::filesystem::path own = std::filesystem::path(TU_VALUES) / (name + ".gz");
+        if (!std::filesystem::exists(own) || folder() == TU_VALUES) return;
+        const json known = load(own);
+        for (const auto& [section, value] : json_.items())
+            if (!isProse(section) && !known.contains(section))
+                ADD_FAILURE() << "no replay of the section \"" << section << "\"";
+    }
     Document(const Document&) = delete;
     Value operator[](const std::string& key) { return root()[key]; }
     Value root() { return {json_, read_}; }
@@ -245,6 +290,15 @@ void expectOut(const Value& vector, const std::string& key, const T& got)
     ADD_FAILURE() << key << " is " << json(got) << ", wanted " << wanted;
 }
 
+/// A number that stands as hexadecimal text.
+inline std::uint64_t hex(const std::string& text)
+{
+    std::size_t end = 0;
+    const std::uint64_t value = std::stoull(text, &end, 16);
+    if (end != text.size()) throw std::runtime_error("not hexadecimal: \"" + text + "\"");
+    return value;
+}
+
 /// Bytes that stand as hexadecimal text.
 inline std::vector<std::uint8_t> bytes(const Value& v)
 {
@@ -252,7 +306,7 @@ inline std::vector<std::uint8_t> bytes(const Value& v)
     if (text.size() % 2 != 0) throw std::runtime_error("half a byte");
     std::vector<std::uint8_t> all;
     for (std::size_t i = 0; i < text.size(); i += 2)
-        all.push_back(static_cast<std::uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
+        all.push_back(static_cast<std::uint8_t>(hex(text.substr(i, 2))));
     return all;
 }
 
@@ -302,9 +356,7 @@ using Kinds = std::map<std::string, std::function<void(const Value&)>>;
 /// Runs the row of `word`; an unknown word is named.
 inline void dispatch(const Kinds& kinds, const std::string& word, const Value& vector)
 {
-    const auto found = kinds.find(word);
-    if (found == kinds.end()) throw std::runtime_error("no replay of \"" + word + "\"");
-    found->second(vector);
+    rowOf(kinds, word)(vector);
 }
 
 /// Vectors that bear their kind: the row of a kind takes them one by one. A kind that another test replays
@@ -333,6 +385,9 @@ inline void eachGroup(const Value& groups, const Groups& rows, const std::set<st
             ADD_FAILURE() << "no replay of the group \"" << name << "\"";
             continue;
         }
+        static const std::set<std::string> KNOWN = {"name", "op", "tol", "vectors"};
+        for (const auto& [key, value] : group.items())
+            if (!KNOWN.contains(key)) ADD_FAILURE() << "\"" << key << "\" of the group isn't replayed";
         each(group["vectors"], [&](const Value& vector) { found->second(vector, group); });
     }
 }
