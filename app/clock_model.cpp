@@ -134,7 +134,10 @@ void ClockModel::recorded(double t, const std::string& text)
         return selected(static_cast<u8>(reference));
     if (text == "ltrDetected = True") tracksNothing_ = true;
     if (text.ends_with(":: initiate with calibration done") && calibrated_s_ < 0) calibrated_s_ = t;
-    if (const auto state = stateAfter("Report regState ", text)) regulator_ = *state;
+    if (const auto state = stateAfter("Report regState ", text)) {
+        regulator_ = *state;
+        if (regulator_ == "WARMUP") scansRadio_ = false;   // an oven out of its range is told whatever starts
+    }
     const auto state = stateAfter("State change: ", text);
     if (!state) return;
     if (state->starts_with("SLAVE_")) {
