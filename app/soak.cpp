@@ -268,7 +268,10 @@ private:
         packets_ = packets;
         for (const sim::MpReference& r : spec_.node.mainProcessor.references) {
             if (r.refType != m.selected || r.refType == GPS_REF) continue;
-            if (isAlive(r)) aliveAt_s_ = m.t;
+            // A packet reference that begins is told without faults until its clock's timers have run.
+            const bool isCreated = unit_.node().mainProcessor().packetRefCreated(r.froId, r.froClassNo);
+            if (isAlive(r) || (isCreated && !wasCreated_)) aliveAt_s_ = m.t;
+            wasCreated_ = isCreated;
             m.selectedDead = m.t - aliveAt_s_ > FILTERED_s;
             m.selectedUsable = unit_.node().mainProcessor().usable(r);
             return;
@@ -293,7 +296,7 @@ private:
     double connectedSince_s_ = 0, aliveAt_s_ = 0;
     u32 packets_ = 0, loopSamples_ = 0;
     double loopSampled_s_ = -1e9;
-    bool packetsCame_ = false;
+    bool packetsCame_ = false, wasCreated_ = false;
     double disturbed_s_ = 0;
     std::vector<const sim::Link*> links_;
     std::set<std::string> had_;        // processes

@@ -140,7 +140,7 @@ void SoakWatch::lookAtClock(const Moment& m, const Licence& may)
         fail(m, "told clock state " + std::to_string(m.told) + ", is " + std::to_string(m.clock));
 
     const bool isHalted = m.clock == KVD_TUIIF_FAILURE;           // it tells that, and carries nothing out
-    if (!m.connected || isHalted || m.selected == m.wanted) selectedWrongSince_s_ = -1;
+    if (!m.connected || !m.serves || isHalted || m.selected == m.wanted) selectedWrongSince_s_ = -1;
     else if (selectedWrongSince_s_ < 0) selectedWrongSince_s_ = m.t;
     else if (m.t - selectedWrongSince_s_ > TOLD_s)
         fail(m, "reference type " + std::to_string(m.selected) + " selected, wanted "

@@ -139,10 +139,11 @@ void moveLastTime(TimePair step)
     KvdLoz6TuReg_setLastTime(moved.c, moved.f);
 }
 
-/// Time data of a master waits until the other unit has echoed the jump.
-void raiseJumpFlag()
+/// Time data of a master waits until the other unit has echoed the jump; a slave took its leader's time.
+void markStep()
 {
     if (KvdLoz6TuReg_isMaster()) KvdLoz6TuReg_setJumpIdl1();
+    else                         KvdLoz6TuReg_followedStep();
 }
 
 }  // namespace
@@ -160,7 +161,7 @@ void KvdLoz6TuReg_adjust_time(double d_c, double d_f)
     }
     KvdLoz6TuReg_diffCheckAfterJump();
     moveLastTime(step);
-    raiseJumpFlag();
+    markStep();
 }
 
 // ---- the client's order -------------------------------------------------------------------------

@@ -19,6 +19,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <iterator>
+#include <utility>
 
 namespace {
 
@@ -158,6 +159,7 @@ void KvdLoz6TuReg_measInitiate(const MeasInitiation& values)
     v.max_locked_interval_diff = 0.0;
     v.jump_idl1 = values.jump_idl1;
     if (values.coldRestart) s->coldRestartFlag = 1;
+    s->followedStep = false;
     s->pp1sBoardDelay = readBoardDelay();
     REG_UPCALLS.measurementsInitiated();
 }
@@ -245,6 +247,8 @@ void KvdLoz6TuReg_handleConfigRefType(u32 refType, u32 froId)
     if (refType == TU_SR_NTP_REF && !KvdLoz6TuReg_isLocked()) KvdLoz6TuReg_setPktRate(10);
 }
 
+void KvdLoz6TuReg_followedStep() { s->followedStep = true; }
+
 void KvdLoz6TuReg_takeOverAsMaster(u8 otherRegState)
 {
     if (KvdLoz6TuReg_isMaster()) {
@@ -253,7 +257,8 @@ void KvdLoz6TuReg_takeOverAsMaster(u8 otherRegState)
     }
     const u8 regState = KvdLoz6TuReg_regState();
     const bool timeLocked = regState == TIMELOCKED || regState == TRUETIME;
-    if (timeLocked && (otherRegState == TIMELOCKED || otherRegState == TRUETIME)) {
+    const bool isOffsetTrue = !std::exchange(s->followedStep, false);
+    if (timeLocked && isOffsetTrue && (otherRegState == TIMELOCKED || otherRegState == TRUETIME)) {
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Set t_mod_old to TMOD_GPS_NMEA");
         s->var.t_mod_old = TMOD_GPS_NMEA;
     } else if (timeLocked || regState == STARTUPTIME) {

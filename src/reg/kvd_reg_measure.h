@@ -143,6 +143,8 @@ void KvdLoz6TuReg_diffCheckAfterJump();
 /// Marks that the counter has just been stepped: an edge that was latched before isn't measured.
 void KvdLoz6TuReg_counterStepped();
 TimePair KvdLoz6TuReg_sfcNtpDiff();
+/// Marks that a slave's counter took its leader's time: its own offset belongs to the counter before.
+void KvdLoz6TuReg_followedStep();
 /// A slave unit of a pair takes over as master; regState of the other unit.
 void KvdLoz6TuReg_takeOverAsMaster(u8 otherRegState);
 /// Part of the "tureg" section of kvdinfo.

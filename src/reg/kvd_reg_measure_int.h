@@ -25,6 +25,7 @@ struct State {
     u32 sampledAt_ms = 0;              // kernel time of the last sample
     bool hasSampled = false;           // since the start: that time is known
     std::optional<double> steppedAt_s; // counter right behind its last step, until an edge of later on
+    bool followedStep = false;         // as a slave, since its own offset was true
     u32 diffCheckAfterJump = 0;
     u32 diffCheckTicks = TICKS_BETWEEN_DIFF_CHECKS;
 };
