@@ -268,9 +268,25 @@ private:
         if (recording.complete) recording.checks = evaluateChecks(checks_, recording);
         recording.misuses = misuses_;
         if (hostNet_) recording.host = host();
+        else if (recording.complete) showPages(recording);
         if (!options_.out.empty())
             for (auto& unit : units_) unit->node().volumes().save(options_.out + "/volumes-" + unit->name());
         return recording;
+    }
+
+    /// State that nobody is told stands in the units' pages; looked at when all else is recorded, since a
+    /// command takes its time.
+    void showPages(Recording& recording)
+    {
+        for (std::size_t i = 0; i < units_.size(); ++i) {
+            sim::Digest digest;
+            for (const char* line : {"kvdinfo all", "kvdhist all", "kvdreadhist", "kvdtupktsync"}) {
+                std::string page;
+                units_[i]->node().shell().run(line, page);
+                digest.add(page);
+            }
+            recording.units[i].pagesDigest = digest.value();
+        }
     }
 
     const sim::Scenario& scenario_;
