@@ -219,7 +219,7 @@ struct UnitRecording {
     LastHeard heard;
     u64 toldSignals = 0, toldDigest = 0;  // all that the main processor got from the unit
     u64 tracedLines = 0, tracedDigest = 0;
-    u64 pagesDigest = 0;                  // what its commands print at the end
+    u64 filesDigest = 0, pagesDigest = 0; // at the end: its flash files, what its commands print
     std::vector<Sample> samples;
 };
 /// From the start to the state of the run before, s; nothing when it never came.

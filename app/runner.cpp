@@ -268,24 +268,30 @@ private:
         if (recording.complete) recording.checks = evaluateChecks(checks_, recording);
         recording.misuses = misuses_;
         if (hostNet_) recording.host = host();
-        else if (recording.complete) showPages(recording);
+        else if (recording.complete) lookInside(recording);
         if (!options_.out.empty())
             for (auto& unit : units_) unit->node().volumes().save(options_.out + "/volumes-" + unit->name());
         return recording;
     }
 
-    /// State that nobody is told stands in the units' pages; looked at when all else is recorded, since a
-    /// command takes its time.
-    void showPages(Recording& recording)
+    /// State that nobody is told stands in the units' files and pages; looked at when all else is recorded,
+    /// since a command takes its time.
+    void lookInside(Recording& recording)
     {
         for (std::size_t i = 0; i < units_.size(); ++i) {
-            sim::Digest digest;
+            sim::Node& node = units_[i]->node();
+            sim::Digest files, pages;
+            for (const auto& [path, content] : node.volumes().files()) {
+                files.add(path);
+                files.add(content);
+            }
             for (const char* line : {"kvdinfo all", "kvdhist all", "kvdreadhist", "kvdtupktsync"}) {
                 std::string page;
-                units_[i]->node().shell().run(line, page);
-                digest.add(page);
+                node.shell().run(line, page);
+                pages.add(page);
             }
-            recording.units[i].pagesDigest = digest.value();
+            recording.units[i].filesDigest = files.value();
+            recording.units[i].pagesDigest = pages.value();
         }
     }
 

@@ -219,6 +219,7 @@ Json toJson(const UnitRecording& unit, const Recording& recording)
     addStates(json, unit);
     json["told"] = {{"signals", unit.toldSignals}, {"digest", digestText(unit.toldDigest)}};
     json["traced"] = {{"lines", unit.tracedLines}, {"digest", digestText(unit.tracedDigest)}};
+    json["files"] = digestText(unit.filesDigest);
     json["pages"] = digestText(unit.pagesDigest);
     json["final"] = finalOf(unit);
     json["time_to_lock_s"] = scores.timeToLock_s;
