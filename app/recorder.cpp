@@ -285,6 +285,7 @@ void Recorder::collect()
         if (r.result != 0) recording.failedTests.push_back({seconds(r.at), r.name, r.message});
     recording.toldSignals = unit_.node().mainProcessor().toldSignals();
     recording.toldDigest = unit_.node().mainProcessor().toldDigest();
+    recording.tracedDigest = traced_.value();
 }
 
 // ---- what the main processor is told ------------------------------------------------------------
@@ -487,6 +488,9 @@ void Recorder::onStartTrace(const std::string& text)
 
 void Recorder::onTrace(const sim::TraceLine& line)
 {
+    ++recording.tracedLines;
+    traced_.add(line.at);
+    traced_.add(line.text);
     if (!recording.restarts.empty() && recording.restarts.back().used.empty()) onStartTrace(line.text);
     for (auto& [text, count] : recording.traceCounts)
         if (line.text.find(text) != std::string::npos) ++count;

@@ -6,6 +6,7 @@
 #include "app/progress.h"
 #include "app/recording.h"
 #include "app/reference_bound.h"
+#include "sim/node/digest.h"
 #include "sim/scenario/scenario.h"
 #include "sim/scenario/unit.h"
 
@@ -89,6 +90,7 @@ private:
     bool pdvHigh_ = false;
     u32 pdvSamples_ = 0;                                // in a row that differ from what was told
     u32 shaken_ = 0;
+    sim::Digest traced_;                                // of texts and times, not of where they are written
     std::function<void(const UnitEvent&)> onEvent_;
 };
 

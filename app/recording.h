@@ -218,6 +218,8 @@ struct UnitRecording {
     std::vector<Alarm> alarms;            // that stand now
     LastHeard heard;
     u64 toldSignals = 0, toldDigest = 0;  // all that the main processor got from the unit
+    u64 tracedLines = 0, tracedDigest = 0;
+    u64 filesDigest = 0, pagesDigest = 0; // at the end: its flash files, what its commands print
     std::vector<Sample> samples;
 };
 /// From the start to the state of the run before, s; nothing when it never came.

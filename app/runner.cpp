@@ -268,9 +268,31 @@ private:
         if (recording.complete) recording.checks = evaluateChecks(checks_, recording);
         recording.misuses = misuses_;
         if (hostNet_) recording.host = host();
+        else if (recording.complete) lookInside(recording);
         if (!options_.out.empty())
             for (auto& unit : units_) unit->node().volumes().save(options_.out + "/volumes-" + unit->name());
         return recording;
+    }
+
+    /// State that nobody is told stands in the units' files and pages; looked at when all else is recorded,
+    /// since a command takes its time.
+    void lookInside(Recording& recording)
+    {
+        for (std::size_t i = 0; i < units_.size(); ++i) {
+            sim::Node& node = units_[i]->node();
+            sim::Digest files, pages;
+            for (const auto& [path, content] : node.volumes().files()) {
+                files.add(path);
+                files.add(content);
+            }
+            for (const char* line : {"kvdinfo all", "kvdhist all", "kvdreadhist", "kvdtupktsync"}) {
+                std::string page;
+                node.shell().run(line, page);
+                pages.add(page);
+            }
+            recording.units[i].filesDigest = files.value();
+            recording.units[i].pagesDigest = pages.value();
+        }
     }
 
     const sim::Scenario& scenario_;

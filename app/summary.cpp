@@ -204,15 +204,23 @@ void addFaults(Json& json, const UnitRecording& unit)
     }
 }
 
+std::string digestText(u64 digest)
+{
+    char text[17];
+    std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(digest));
+    return text;
+}
+
 Json toJson(const UnitRecording& unit, const Recording& recording)
 {
     const Scores scores = score(unit, recording.interval_s);
     Json json;
     json["name"] = unit.name;
     addStates(json, unit);
-    char digest[17];
-    std::snprintf(digest, sizeof digest, "%016llx", static_cast<unsigned long long>(unit.toldDigest));
-    json["told"] = {{"signals", unit.toldSignals}, {"digest", digest}};
+    json["told"] = {{"signals", unit.toldSignals}, {"digest", digestText(unit.toldDigest)}};
+    json["traced"] = {{"lines", unit.tracedLines}, {"digest", digestText(unit.tracedDigest)}};
+    json["files"] = digestText(unit.filesDigest);
+    json["pages"] = digestText(unit.pagesDigest);
     json["final"] = finalOf(unit);
     json["time_to_lock_s"] = scores.timeToLock_s;
     json["scored_seconds"] = scores.scored_s;

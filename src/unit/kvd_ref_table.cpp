@@ -4,6 +4,8 @@
 #include "node/trace.h"
 #include "ose/module_data.h"
 
+#include <algorithm>
+
 namespace {
 
 ose::ModuleData<RefTable> s;
@@ -16,8 +18,9 @@ RefTable& KvdLoz6TuRef_table() { return *s; }
 
 u32 KvdLoz6TuRef_rowOfRefType(u8 refType)
 {
-    for (u32 row = 0; row < REF_ROWS; ++row)
-        if (s->refDescTable[row].refType == refType) return row;
+    const auto& rows = s->refDescTable;
+    const auto row = std::ranges::find(rows, refType, &RefDesc::refType);
+    if (row != rows.end()) return static_cast<u32>(row - rows.begin());
     KVD_TRACE(TRACE_TUREF, TRACE_INFO, "refType: %s (%u) not found in refDescTable",
               KvdLoz6TuRef_refTypeText(refType), refType);
     return 0;

@@ -48,6 +48,13 @@ TEST(GpsMachine, FallsBackWhenTheReceiverFallsSilent)
     EXPECT_EQ(unit.gpsState(), 5u);
     unit.ms(300);
     EXPECT_EQ(unit.gpsState(), 3u);
+
+    unit.node.inProgram([] {                         // ten changes are kept, whichever row is asked for
+        for (u32 state = 3; state < 15; ++state) KvdLoz6TuGps_storeGpsState(state % 2 + 3);
+        EXPECT_EQ(KvdLoz6TuGps_stateHistoryCount(), GPS_STATE_HISTORY);
+        EXPECT_EQ(&KvdLoz6TuGps_stateHistory(99), &KvdLoz6TuGps_stateHistory(GPS_STATE_HISTORY - 1));
+        return 0;
+    });
 }
 
 TEST(GpsMachine, EndOfSupervisionStopsAllOfIt)

@@ -29,6 +29,13 @@ constexpr Path PATHS[] = {
     {"GPS out sync link",  GPSOSL_REF,  11, 7,            RAW_1PPS, 0x2000},
 };
 
+TEST(Path, OfNoRowOrNoTypeIsTheFirst)
+{
+    RefUnit unit;
+    EXPECT_TRUE(unit.node.inProgram([] { return &KvdLoz6TuRef_row(REF_ROWS) == &KvdLoz6TuRef_row(0); }));
+    EXPECT_EQ(unit.node.inProgram([] { return KvdLoz6TuRef_rowOfRefType(99); }), 0u);
+}
+
 TEST(Path, IsOnFromTheStartAndItsEndStopsTheFilterAndIsMostlyNotSent)
 {
     for (const Path& path : PATHS) {
