@@ -49,7 +49,7 @@ void counter(const Value& v, const Value&)
 
 }  // namespace
 
-/// A file that the tree's own folder hasn't is one that no test opens; closed loops are replayed by their prefix.
+/// A file that the tree's own folder hasn't is one that no test opens, but for closed loops.
 TEST(CheckValues, AreAllReplayed)
 {
     for (const std::string& file : vectors::files(""))

@@ -433,8 +433,7 @@ void frameUse(const Value& v)
                 const std::string got = writtenBy(user.get<std::string>());
                 const std::string body = got.substr(1, got.find_first_of("*\r") - 1);
                 char wanted[200] = "";
-                KvdLoz6TuGps_frameSentence(wanted, sizeof wanted, body.c_str(),
-                                          vectors::rowOf(FORMS, form));
+                KvdLoz6TuGps_frameSentence(wanted, sizeof wanted, body.c_str(), vectors::rowOf(FORMS, form));
                 EXPECT_EQ(got, wanted) << user;
             }
         }

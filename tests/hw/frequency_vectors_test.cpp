@@ -44,11 +44,11 @@ void adjustFrequencyReach(const Value& v, const Value&)
         const double U = num(step["U"]);
         EXPECT_LE(std::fabs(w.divisor + 1 + static_cast<double>(w.K) / 8e8 - U), 6e-12 * U) << step["in"];
         step.skip({"margin"});
-        for (const char* words : {"K", "nomDivWrite", "nomDiv_old", "written", "reading"}) {
-            step["out"].skip({words});
-            if (step.contains("alt"))
-                for (const Value other : step["alt"]) other.skip({words});
-        }
+        static constexpr std::initializer_list<const char*> WORDS = {"K", "nomDivWrite", "nomDiv_old",
+                                                                     "written", "reading"};
+        step["out"].skip(WORDS);
+        if (step.contains("alt"))
+            for (const Value other : step["alt"]) other.skip(WORDS);
     }
 }
 

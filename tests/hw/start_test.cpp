@@ -273,8 +273,6 @@ u32 digest(std::span<const u32> words)
 
 TEST(Words, OfTheIcsAndWhichOfThemAreCompared)
 {
-    EXPECT_EQ(multiplicatorWords(0).size(), 112u);
-    EXPECT_EQ(multiplicatorWords(1).size(), 53u);
     EXPECT_EQ(digest(multiplicatorWords(0)), 0xb2c9876u);
     EXPECT_EQ(digest(multiplicatorWords(1)), 0x14e5876eu);
     EXPECT_EQ(digest(PLL_IC_WORDS), 0x5eedd032u);

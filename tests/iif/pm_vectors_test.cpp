@@ -137,7 +137,7 @@ struct Replay : bench::PmBench {
 void delay(const Value& v)
 {
     const auto T = v["in"]["T"].get<std::vector<std::string>>();
-    const auto stamp = [&](std::size_t i) { return vectors::hex(T.at(i)); };
+    const auto stamp = [&](std::size_t i) { return bench::hexNumber(T.at(i)); };
     const double delay = KvdLoz6PmSynch_delay(stamp(0), stamp(1), stamp(2), stamp(3));
     EXPECT_EQ(delay, vectors::number(v["out"]["delay"]));
 }

@@ -59,7 +59,7 @@ TEST(PtpCheckValues, Faults)
 TEST(PtpCheckValues, Corrections)
 {
     replay("o03_ptp_normalise.json", [](const Value& c) {
-        const i64 raw = static_cast<i64>(vectors::hex(text(c["correctionField"])));
+        const i64 raw = static_cast<i64>(bench::hexNumber(text(c["correctionField"])));
         const PtpTimestamp at{c["seconds"], c["nanoseconds"]};
         const PtpTime T1 = ptpAdd(at, ptpCorrection_ns(raw)), T4 = ptpAdd(at, -ptpCorrection_ns(raw));
         expectSame(c, {{"T1", {T1.seconds, T1.nanoseconds}}, {"T4", {T4.seconds, T4.nanoseconds}}});
@@ -183,9 +183,12 @@ void flowStep(const PtpClockSetup& setup, u32 begin, const Value& step)
     }
     step["events"].read();
     for (const Value e : step["events"]) {
-        expectKnown(e, {"portState", "unexpectedPortEvent", "quality", "Delay_Req", "packet"});
-        if (e[0] == "portState") state = e[1].read();
-        else if (e[0] != "unexpectedPortEvent") wanted[text(e[0])].push_back(e[1].read());
+        vectors::expectKnown(e.read(),
+                             {"portState", "unexpectedPortEvent", "quality", "Delay_Req", "packet"});
+        if (e[0] == "portState")
+            state = e[1].read();
+        else if (e[0] != "unexpectedPortEvent")
+            wanted[text(e[0])].push_back(e[1].read());
     }
     EXPECT_EQ(json(got), json(wanted));
     const PtpClock& clock = *ptpClockOf(setup.syncrefId);
@@ -230,7 +233,7 @@ TEST(PtpCheckValues, Exchange)
         TuPktsyncPTP_start_DelayReqRespCtrl(clock);
         TuPktsync_save_TS(clock.delay.stamps, 0, 0, 0, stampOf(c["T3raw"]));
         TuPktsync_save_TS(clock.delay.stamps, 0, 0, 1, stampOf(c["T4"]));
-        const u64 raw = vectors::hex(text(c["correctionField"]));
+        const u64 raw = bench::hexNumber(text(c["correctionField"]));
         TuPktsync_save_TS(clock.syncStamps, 7, 0, 0, {static_cast<u32>(raw >> 32), static_cast<u32>(raw)});
         TuPktsync_save_TS(clock.syncStamps, 7, 0, 1, stampOf(c["T1"]));
         TuPktsync_save_TS(clock.syncStamps, 7, 0, 2, stampOf(c["T2raw"]));
@@ -288,7 +291,7 @@ TEST(PtpCheckValues, DelayMechanism)
             EXPECT_EQ(step["result"], delayOperation(clock, step["op"]));
             std::vector<u32> wanted, sent;       // sequenceIds
             for (const Value e : step["events"]) {
-                expectKnown(e, {"Delay_Req", "notRunning"});
+                vectors::expectKnown(e.read(), {"Delay_Req", "notRunning"});
                 if (e[0] == "Delay_Req") wanted.push_back(e[1]);
             }
             constexpr std::size_t SEQUENCE_AT = 60;              // in hexadecimal figures
@@ -393,8 +396,8 @@ TEST(PtpCheckValues, UnicastNegotiation)
             json sent = json::array(), wanted = json::array();
             for (const auto& m : ptpSeen().sent) sent.push_back(m.hex);
             for (const Value e : step["events"]) {
-                expectKnown(e,
-                            {"send", "expired", "report", "startAnnounceTimer", "unexpected", "portEvent"});
+                vectors::expectKnown(e.read(), {"send", "expired", "report", "startAnnounceTimer",
+                                                "unexpected", "portEvent"});
                 if (e[0] == "send") wanted.push_back(e[1].read());
             }
             EXPECT_EQ(sent, wanted);

@@ -18,11 +18,6 @@ inline void expectSame(const Value& step, std::initializer_list<std::pair<const 
 {
     for (const auto& [key, value] : got) EXPECT_EQ(step[key], value) << key;
 }
-/// The event's name is one of those that a replay looks at, or that show in the state.
-inline void expectKnown(const Value& event, const std::set<std::string>& names)
-{
-    if (!names.contains(text(event[0]))) ADD_FAILURE() << "no replay of the event " << event;
-}
 [[noreturn]] inline void noReplay(const Value& of) { throw std::runtime_error("no replay of " + of.dump()); }
 
 /// Each of a list on a node of its own, in a process of it: what one leaves isn't the next one's.

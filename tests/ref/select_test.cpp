@@ -116,6 +116,7 @@ TEST(Selection, OfALineOutOfRange)
     unit.ms(1);
     unit.select(PDH_SDH_REF, 0xFFFFFFFF);                  // a free row of the port table has it
     EXPECT_EQ(unit.traces("port line number out of range =65535. selectSynchRef ignored"), 1u);
+    unit.select(PDH_SDH_REF, 4711);                        // no port has it: not the first line's
     EXPECT_EQ(unit.regulatorRef(), TU_SR_PDH_REF2);
 }
 

@@ -84,13 +84,15 @@ TEST(Path, WithARefusedTimerKeepsItsStatusUntilTheNextChange)
 
 TEST(Path, OfAnUnknownLineIsRefused)
 {
-    RefUnit unit;
+    sim::NodeConfig config = refConfig();
+    config.ports[4].line = REF_ROWS;                       // a port's line that no row stands for
+    RefUnit unit(config);
     unit.node.phyPorts().remove(3);                        // a row of the port table is free now
     unit.ms(1);
-    unit.supervise(PDH_SDH_REF, true, 0xFFFFFFFF);
-    EXPECT_EQ(unit.traces("SyncRefNo out of range =65535. syncPathSupInd ignored"), 1u);
-    unit.supervise(PDH_SDH_REF, true, 4711);               // no port has it: not the first line's
-    EXPECT_EQ(unit.traces("SyncRefNo out of range"), 2u);
+    for (const u32 froId : {0xFFFFFFFFu, LINE_FRO + 4, 4711u})      // none has the last: not the first line's
+        unit.supervise(PDH_SDH_REF, true, froId);
+    for (const char* row : {"=65535", "=12", ""})
+        EXPECT_EQ(unit.traces("SyncRefNo out of range " + std::string(row)), row[0] == 0 ? 3u : 1u) << row;
     for (u32 n = 0; n < REF_ROWS; ++n) EXPECT_EQ(unit.row(n).supervisionStatus, 0u) << n;
 }
 

@@ -77,7 +77,8 @@ struct Replay : bench::IifBench {
     {
         const std::string ev = step["ev"].get<std::string>();
         if (ev == "frame") frame(step["hex"]);
-        else if (ev == "timeout" || ev == "signal") dispatch(vectors::rowOf(SIGNALS, step["name"].get<std::string>()));
+        else if (ev == "timeout" || ev == "signal")
+            dispatch(vectors::rowOf(SIGNALS, step["name"].get<std::string>()));
         else if (ev == "toggle") in([&] { KvdLoz6TuHptsi_statusChange(step["present"].get<u32>()); });
         else if (ev == "selectionMode") {
             const u32 mode = step["mode"].get<u32>();

@@ -43,8 +43,8 @@ TEST(Idl1Vectors, WordBothWays)
         const hwif::BfnExtended e{field("inc_diff"), field("e_sfc"), field("rc_state"),
                                   field("coldRestartFlag_tmp"), field("jump"), field("ms_flag")};
         const hwif::BfnOutWords w = hwif::packBfnExtended(e);
-        EXPECT_EQ(w.word1, vectors::hex(c["high"].get<std::string>()));
-        EXPECT_EQ(w.word2, vectors::hex(c["low"].get<std::string>()));
+        EXPECT_EQ(w.word1, bench::hexNumber(c["high"].get<std::string>()));
+        EXPECT_EQ(w.word2, bench::hexNumber(c["low"].get<std::string>()));
         const hwif::BfnExtended back = hwif::unpackBfnExtended(w.word1, w.word2);
         EXPECT_EQ(std::memcmp(&back, &e, sizeof e), 0);
     });

@@ -105,7 +105,8 @@ void handle(const Value& v, const Value&)
     const std::map<std::string, MtieMask*> HANDLES = {{"null", nullptr}, {"other", &other}};
     KvdLoz6TuReg_openMtieMask();
     const std::string name = v["in"]["handle"].get<std::string>();
-    vectors::expectAll({{"result", KvdLoz6TuReg_addMtieMask(vectors::rowOf(HANDLES, name), 1e-6, 8)}}, v["out"]);
+    vectors::expectAll({{"result", KvdLoz6TuReg_addMtieMask(vectors::rowOf(HANDLES, name), 1e-6, 8)}},
+                       v["out"]);
 }
 
 TEST(MtieCheckValues, AreMet)

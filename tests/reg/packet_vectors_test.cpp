@@ -29,26 +29,12 @@ PktTimeMsg packetOf(const json& p)
     return m;
 }
 
-/// Times as the measurements keep them: one number, or whole seconds apart from the rest.
-template <typename Time>
-double seconds(Time t)
-{
-    if constexpr (std::is_arithmetic_v<Time>) return t;
-    else return t.c + t.f;
-}
-template <typename Time>
-Time timeOf(double s)
-{
-    if constexpr (std::is_arithmetic_v<Time>) return s;
-    else return {0.0, s};
-}
-using Delay = decltype(packet::Floor::min);
+double seconds(TimePair t) { return t.c + t.f; }
 
 /// The model holds a time in one double: years from its master that has steps of 60 ns.
 double stepOf(double time) { return std::nextafter(std::fabs(time), HUGE_VAL) - std::fabs(time); }
 
-template <typename Time>
-void expectTime(const char* what, Time is, const Value& wanted, double tolerance)
+void expectTime(const char* what, TimePair is, const Value& wanted, double tolerance)
 {
     expect(what, seconds(is), wanted, {0.0, std::max(tolerance, 2 * stepOf(wanted))});
 }
@@ -59,11 +45,6 @@ void expectSum(const char* what, TimePair is, const Value& wanted, double tolera
     EXPECT_NEAR((is.c - double{wanted[0]}) + (is.f - double{wanted[1]}), 0.0, tolerance) << what;
 }
 
-/// The event's name is known; the vectors tell much that shows elsewhere, or not at all.
-void expectKnown(const json& event, const std::set<std::string>& names)
-{
-    if (!names.contains(event.at(0))) ADD_FAILURE() << "no replay of the event " << event;
-}
 std::size_t countOf(const json& events, const std::string& name)
 {
     return static_cast<std::size_t>(
@@ -113,10 +94,10 @@ void directRates(const Value& row)
 
 void floors(const Value& c)
 {
-    packet::Floor floor{packet::NO_DELAY_YET, timeOf<Delay>(c["minMin"]), 0};
+    packet::Floor floor{packet::NO_DELAY_YET, TimePair{0.0, c["minMin"]}, 0};
     i32 stored = -1, index = 0;
     vectors::eachStep(c["steps"], [&](const Value& step) {
-        if (packet::trackDelay(timeOf<Delay>(step[0]), floor)) stored = index;
+        if (packet::trackDelay(TimePair{0.0, step[0]}, floor)) stored = index;
         expectTime("min", floor.min, step[1], 0.0);
         expectTime("minMin", floor.minMin, step[2], 0.0);
         expect("close", floor.close, step[3]);
@@ -171,7 +152,7 @@ void runningVariances(PacketBench&, const Value& c)
         }
         // Samples have the steps of one double, and so has what is left of a mean.
         const double error = 4 * stepOf(step[0]), wanted = step[1];
-        expect("variance", *packet::runningVariance(&v, timeOf<Delay>(step[0])), step[1],
+        expect("variance", *packet::runningVariance(&v, TimePair{0.0, step[0]}), step[1],
                {1e-9, error * error + error * std::sqrt(wanted)});
     }
 }
@@ -240,7 +221,7 @@ void frequencySample(PacketBench& b, u32 z_i, const Value& step)
     const json pdv = placeOf(type) != nullptr ? json(placeOf(type)->current.values[0]) : step["pdv"].read();
     expect("pdv", pdv, step["pdv"], {1e-12, 0.0});
     const json& events = step["events"].read();
-    for (const json& e : events) expectKnown(e, FREQUENCY_EVENTS);
+    for (const json& e : events) vectors::expectKnown(e, FREQUENCY_EVENTS);
     EXPECT_EQ(appended(type) - before, countOf(events, "historyAppend"));
     EXPECT_EQ(b.refStates, refStatesOf(events));
 }
@@ -307,7 +288,7 @@ void compareTimeEvents(PacketBench& b, const json& events, u32 appendedBefore, s
     static const std::map<std::string, u32> TIMER = {{"PDV", 0}, {"NOT_RELIABLE", 1}, {"LOCK_1588J3", 2},
                                                      {"LOCK_G82751", 3}};
     for (const json& e : events) {
-        expectKnown(e, TIME_EVENTS);
+        vectors::expectKnown(e, TIME_EVENTS);
         if (e[0] == "timerStart") running.insert(vectors::rowOf(TIMER, e.at(1)));
         if (e[0] == "timerStop" || e[0] == "timerExpired") running.erase(vectors::rowOf(TIMER, e.at(1)));
     }
@@ -496,7 +477,7 @@ void supervision(PacketBench& b, const Value& c)
         b.refStates.clear();
         supervisionStep(step[0], c["N"], c["W"]);
         const json& events = step[1].read();
-        for (const json& e : events) expectKnown(e, EVENTS);
+        for (const json& e : events) vectors::expectKnown(e, EVENTS);
         EXPECT_EQ(b.refStates, refStatesOf(events));
     });
     expectSupervision(r, c["end"]);

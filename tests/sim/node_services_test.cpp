@@ -190,13 +190,3 @@ TEST(Shell, RunsACommandInTheProgramOneAtATime)
     b.node.kill();
     EXPECT_EQ(b.node.shell().run("echo", output), sim::SHELL_NO_PROGRAM);
 }
-
-TEST(Calendar, RunsWithTheWorldFromWhereItIsSet)
-{
-    IdleNode b;
-    b.node.setCalendar(-1, 999'999);
-    EXPECT_EQ(b.node.calendar().seconds, -1);
-    b.world.runFor(ose::US);
-    EXPECT_EQ(b.node.calendar().seconds, 0);
-    EXPECT_EQ(b.node.calendar().microseconds, 0u);
-}

@@ -1,7 +1,6 @@
 // Clocks and sources of the world: whether noise has the level that it is told, what scripts do to edges, and
 // the faults of receivers that no scenario plants.
 #include "sim/clock/noise.h"
-#include "sim/clock/oscillator.h"
 #include "sim/refs/cmcc_source.h"
 #include "sim/refs/gps_receiver.h"
 #include "sim/refs/line_source.h"
@@ -53,26 +52,6 @@ TEST(FrequencyNoise, HasTheAllanDeviationThatItIsTold)
              {"walk, segments of 10 s",   {0, 0, 1e-14}, 10.0, 100,  3.16e-13, 0.05}})) {
         SCOPED_TRACE(c.what);
         EXPECT_NEAR(allan({c.levels, c.segment_s, 3, "y"}, c.n) / c.sigma, 1.0, c.tolerance);
-    }
-}
-
-TEST(Oscillator, AddsUpItsTerms)
-{
-    sim::OscillatorConfig nominal, ageing, polynomial;
-    nominal.nominal_Hz = 10'000'001.0;
-    nominal.offset_ppb = -30.0;
-    ageing.ageing_ppb_per_day = 0.5;
-    ageing.segment_s = 10.0;
-    constexpr double A[] = {4.0, -3.0, 2.0, -1.0};
-    std::ranges::copy(A, polynomial.a);
-    struct Case { const char* what; sim::OscillatorConfig config; u64 segment; double volts, y; };
-    for (const Case& c : std::to_array<Case>({{"nominal and offset", nominal, 0, 2.0, 7e-8},
-                                              {"two days in long segments", ageing, 17'280, 2.0, 1e-9},
-                                              {"polynomial at 2 V", polynomial, 0, 2.0, -2e-9},
-                                              {"polynomial at 0.5 V", polynomial, 0, 0.5, 2.875e-9}})) {
-        SCOPED_TRACE(c.what);
-        sim::Oscillator oscillator(c.config, 1, "x");
-        EXPECT_NEAR(oscillator.frequency(c.segment, c.volts, 0.0), c.y, 1e-18);
     }
 }
 

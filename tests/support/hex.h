@@ -2,6 +2,7 @@
 #pragma once
 #include "ose/types.h"
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -17,11 +18,20 @@ inline std::string hexOf(const u8* bytes, std::size_t count)
     }
     return text;
 }
+/// The number that all of a text is.
+inline u64 hexNumber(const std::string& text)
+{
+    std::size_t end = 0;
+    const u64 value = std::stoull(text, &end, 16);
+    if (end != text.size()) throw std::runtime_error("not hexadecimal: \"" + text + "\"");
+    return value;
+}
 inline std::vector<u8> bytesOf(const std::string& hex)
 {
+    if (hex.size() % 2 != 0) throw std::runtime_error("half a byte");
     std::vector<u8> bytes;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
-        bytes.push_back(static_cast<u8>(std::stoul(hex.substr(i, 2), nullptr, 16)));
+    for (std::size_t i = 0; i < hex.size(); i += 2)
+        bytes.push_back(static_cast<u8>(hexNumber(hex.substr(i, 2))));
     return bytes;
 }
 

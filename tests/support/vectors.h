@@ -4,6 +4,8 @@
 // an exception, a key that isn't there and a key that nobody read are failures that bear the vector's name,
 // and the next vector goes on.
 #pragma once
+#include "tests/support/hex.h"
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <zlib.h>
@@ -95,10 +97,8 @@ template <std::integral T>
 T whole(const json& value)
 {
     if (value.is_number_integer()) return value.get<T>();
-    const double v = number(value);
-    if (v != std::floor(v) || std::fabs(v) >= 18446744073709551616.0)
-        throw std::runtime_error("no whole number: " + value.dump());
-    return v < 0 ? static_cast<T>(static_cast<std::int64_t>(v)) : static_cast<T>(static_cast<std::uint64_t>(v));
+    if (number(value) != std::floor(number(value))) throw std::runtime_error("a fraction: " + value.dump());
+    return static_cast<T>(number(value));
 }
 
 /// What a table has for a word; an unknown word is named.
@@ -290,25 +290,8 @@ void expectOut(const Value& vector, const std::string& key, const T& got)
     ADD_FAILURE() << key << " is " << json(got) << ", wanted " << wanted;
 }
 
-/// A number that stands as hexadecimal text.
-inline std::uint64_t hex(const std::string& text)
-{
-    std::size_t end = 0;
-    const std::uint64_t value = std::stoull(text, &end, 16);
-    if (end != text.size()) throw std::runtime_error("not hexadecimal: \"" + text + "\"");
-    return value;
-}
-
 /// Bytes that stand as hexadecimal text.
-inline std::vector<std::uint8_t> bytes(const Value& v)
-{
-    const std::string text = v.get<std::string>();
-    if (text.size() % 2 != 0) throw std::runtime_error("half a byte");
-    std::vector<std::uint8_t> all;
-    for (std::size_t i = 0; i < text.size(); i += 2)
-        all.push_back(static_cast<std::uint8_t>(hex(text.substr(i, 2))));
-    return all;
-}
+inline std::vector<std::uint8_t> bytes(const Value& v) { return bench::bytesOf(v.get<std::string>()); }
 
 /// Runs one body; what it throws, and what it leaves unread, is a failure by name.
 inline void runOne(const std::string& name, const Value& vector,
@@ -350,6 +333,12 @@ inline void replay(const std::string& file, const std::string& list,
     each(document[list], body);
 }
 
+/// The event's name is one of those that a replay looks at, or that show elsewhere.
+inline void expectKnown(const json& event, const std::set<std::string>& names)
+{
+    if (!names.contains(event.at(0))) ADD_FAILURE() << "no replay of the event " << event;
+}
+
 /// The rows of a dispatch by a word of the vector.
 using Kinds = std::map<std::string, std::function<void(const Value&)>>;
 
@@ -385,9 +374,10 @@ inline void eachGroup(const Value& groups, const Groups& rows, const std::set<st
             ADD_FAILURE() << "no replay of the group \"" << name << "\"";
             continue;
         }
-        static const std::set<std::string> KNOWN = {"name", "op", "tol", "vectors"};
+        static const std::set<std::string> KNOWN = {"op", "tol", "vectors"};
         for (const auto& [key, value] : group.items())
-            if (!KNOWN.contains(key)) ADD_FAILURE() << "\"" << key << "\" of the group isn't replayed";
+            if (!isProse(key) && !KNOWN.contains(key))
+                ADD_FAILURE() << "\"" << key << "\" of the group isn't replayed";
         each(group["vectors"], [&](const Value& vector) { found->second(vector, group); });
     }
 }
