@@ -93,23 +93,26 @@ void CpriLink::onForward(Unit& unit, const MpRecord& record)
     const bool followsItself = std::any_of(others_.begin(), others_.end(),
                                            [&](const CpriLink* l) { return l->follows(unit); });
     if (followsItself) return;
-    if (const auto data = record.as<KvdTuiifIdl2TimeDataInd>()) onMaster(*data, true);
+    if (const auto data = record.as<KvdTuiifIdl2TimeDataInd>()) onMaster(unit, *data, true);
 }
 
-void CpriLink::onMaster(const KvdTuiifIdl2TimeDataInd& data, bool direct)
+/// Another master's time is a jump to who only hears it by way of a unit that takes it up.
+void CpriLink::onMaster(const Unit& master, const KvdTuiifIdl2TimeDataInd& data, bool direct)
 {
-    if (data.jumpInd != 0) jumpAt_ = world_.now();
+    const bool isAnothers = !direct && master_ != nullptr && master_ != &master;
+    master_ = &master;
+    if (data.jumpInd != 0 || isAnothers) jumpAt_ = world_.now();
     if (isUp()) {
         const bool kept = newestAt_ >= 0;
         const u32 jumpPend = kept ? newest_.jumpPend : 0, jumpInd = kept ? newest_.jumpInd : 0;
         newest_ = data;
         newest_.jumpPend |= jumpPend;
-        newest_.jumpInd |= jumpInd;
+        newest_.jumpInd |= jumpInd | (isAnothers ? 1 : 0);
         newestIsDirect_ = direct;
         newestAt_ = world_.now();
     }
     for (CpriLink* const below : others_)
-        if (&below->leader() == &follower()) below->onMaster(data, false);
+        if (&below->leader() == &follower()) below->onMaster(master, data, false);
 }
 
 /// Numbers of a master that tells no more are of no use, and only who tunes its time is given any.

@@ -34,7 +34,7 @@ private:
     void tellPorts();
     void onForward(Unit& unit, const MpRecord& record);
     bool follows(const Unit& unit) const { return isUp() && &follower() == &unit; }
-    void onMaster(const KvdTuiifIdl2TimeDataInd& data, bool direct);
+    void onMaster(const Unit& master, const KvdTuiifIdl2TimeDataInd& data, bool direct);
     void onFollower();
     void carry(const KvdTuiifIdl2TimeDataInd& data, bool direct);
 
@@ -44,6 +44,7 @@ private:
     std::vector<CpriLink*> others_;
     KvdTuiifIdl2TimeDataInd newest_{};          // of the master; its jumps stay until they are carried
     bool newestIsDirect_ = false;
+    const Unit* master_ = nullptr;              // whose it is
     ose::Time newestAt_ = -1;                   // -1: none
     ose::Time jumpAt_ = -1;                     // the master's last one, -1: none
 };
