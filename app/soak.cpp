@@ -1,6 +1,7 @@
 #include "app/soak.h"
 
 #include "app/clock_model.h"
+#include "app/soak_waits.h"
 #include "iif/kvd_biraiifadm.h"
 #include "mp/kvd_iifadm.h"
 #include "ref/kvd_ref.h"
@@ -56,7 +57,7 @@ constexpr const char* PROCESSES[] = {"Kvd_loz6_tumgr_proc",    "Kvd_loz6_fifo_pr
 class Watched {
 public:
     Watched(sim::Unit& unit, const sim::UnitSpec& spec, sim::Digest& digest, std::vector<Violation>& found)
-        : unit_(unit), spec_(spec), digest_(digest), found_(found), watch_(unit.name())
+        : unit_(unit), spec_(spec), digest_(digest), found_(found), watch_(unit.name()), waits_(unit.node())
     {
         may_.hasTime = spec.node.mainProcessor.timeMode != 1;
         const auto& references = spec.node.mainProcessor.references;
@@ -81,14 +82,19 @@ public:
             digest_.add(s.refState);
         });
         unit.node().mainProcessor().onRecord([this](const sim::MpRecord& r) {
+            waits_.told(r.sigNo);
             if (r.sigNo != KVD_TUIIF_GPS_STATUS_IND) return;
             if (const auto ind = r.as<KvdTuiifGpsStatusInd>()) gpsTold_ = ind->gpsStatus;
         });
-        unit.node().mainProcessor().onOrder([this](std::span<const std::byte> s) { model_.ordered(s); });
+        unit.node().mainProcessor().onOrder([this](std::span<const std::byte> s) {
+            model_.ordered(s);
+            waits_.ordered(seconds(unit_.node().world().now()), s);
+        });
         unit.node().traces().onLine(
             [this](const sim::TraceLine& l) { model_.recorded(seconds(l.at), l.text); });
         unit.node().onProgramStart([this](u32) {
             model_.programStarts(unit_.node().volumes().exists("/d/socpri_active") != 0);
+            waits_.programStarts();
             watch_.forgetTold();
             may_.halting = boardFaults_ > 0;
             if (unit_.node().programStarts() > 1) ++restarts;
@@ -98,6 +104,7 @@ public:
     /// What an event lets the unit do. `what` is its name, its words and its details.
     void onEvent(const std::string& what, double t)
     {
+        waits_.onEvent(what);
         const bool isOff = what.ends_with(" off");
         const std::string name = what.substr(0, what.find(' '));
         if (name == "mp.jump") may_.jump_s = t;
@@ -159,6 +166,7 @@ private:
         may_.refused = t - connectedSince_s_ < SETTLED_s;
         may_.slave = mp.config.masterSlaveMode == KVD_TUIIF_SLAVE_TU;
         may_.follows = !links_.empty();
+        m.waits = waits_.look(t, disturbed_s_);
         m.told = mp.clockState();
         m.refStateTold = mp.status().refState;
         if (!m.runs) return m;
@@ -285,6 +293,7 @@ private:
     std::vector<Violation>& found_;
     SoakWatch watch_;
     ClockModel model_;
+    SoakWaits waits_;
     Licence may_;
     bool ovenIsOut_ = false, stampsFail_ = false;
     double ovenMoved_s_ = -1e9, roleChanged_s_ = -1e9;

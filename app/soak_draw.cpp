@@ -34,6 +34,7 @@ void Plan::drawRounds()
     double at_s = FIRST_QUIET_s;
     while (at_s + SHORTEST_s + QUIET_s < end_s_) {
         until_s_ = std::min(at_s + between(SHORTEST_s, 4 * 3600.0), end_s_ - QUIET_s);
+        rounds_.emplace_back(at_s, until_s_);
         for (const Drawn& u : units_) drawRound(u, at_s);
         for (double t = at_s; t < until_s_; t += STILL_s)     // however long a disturbance is alone
             add(units_.front(), t, "unit.command", "line = \"kvdinfo nothing\"\n");
@@ -64,6 +65,20 @@ void Plan::drawCrossing(const Drawn& u, double from_s)
         case 4: at_s += u.hasTime() ? jump(u, at_s) : command(u, at_s); break;
         case 5: at_s += u.socpri ? radio(u, at_s) : power(u, at_s); break;
         default: at_s += service(u, at_s); break;
+        }
+    }
+}
+
+/// What the node has for a start fails, across whatever else happens. Of a stream of its own: the rest of a
+/// seed's plan doesn't depend on it.
+void Plan::drawNodeFailures(unsigned long long seed)
+{
+    random_ = sim::Random(seed, "soak-node");
+    for (const auto& [from_s, until_s] : rounds_) {
+        until_s_ = until_s;
+        for (const Drawn& u : units_) {
+            if (below(3) == 0) volumeFails(u, between(from_s, until_s - 60.0));
+            if (below(3) == 0) nameServerFails(u, between(from_s, until_s - 60.0));
         }
     }
 }
@@ -488,6 +503,34 @@ void Plan::serviceFails(const Drawn& u, double at_s, const std::string& which, d
 {
     const std::string name = format("service = \"%s\"\n", which.c_str());
     const auto& fails = SERVICE_FAILS[below(3)];
+    add(u, at_s, "node.service", name + does(fails[0]));
+    add(u, at_s + lasts, "node.service", name + does(fails[1]));
+}
+
+/// The history's file can't be written, or no file be read, most often over a start.
+void Plan::volumeFails(const Drawn& u, double at_s)
+{
+    const double lasts = lasting(at_s, 30.0, 3600.0);
+    add(u, at_s, "node.volume", below(3) == 0 ? "writes = false\nreads = false\n" : "writes = false\n");
+    switch (below(4)) {
+    case 0:  break;
+    case 1:  add(u, at_s + lasts / 2, "unit.command", "line = \"kvdwritehist flash\"\n"); break;
+    default: add(u, at_s + lasts / 2, "unit.restart", format("type = %u\ngap = \"1s\"\n", below(6))); break;
+    }
+    add(u, at_s + lasts, "node.volume");
+}
+
+/// Gone or late, mostly when it is asked for the main processor.
+void Plan::nameServerFails(const Drawn& u, double at_s)
+{
+    const double lasts = lasting(at_s, 0.5, 900.0);
+    const std::string name = "service = \"name_server\"\n";
+    const auto& fails = SERVICE_FAILS[below(2) * 2];     // a mute one would never be asked again
+    switch (below(3)) {
+    case 0:  break;
+    case 1:  add(u, at_s + 0.2, "unit.restart", format("type = %u\ngap = \"1s\"\n", below(6))); break;
+    default: add(u, at_s + 0.2, "mp.restart", "gone = \"1s\"\n"); break;
+    }
     add(u, at_s, "node.service", name + does(fails[0]));
     add(u, at_s + lasts, "node.service", name + does(fails[1]));
 }

@@ -36,6 +36,7 @@ Plan::Plan(double hours, unsigned long long seed) : random_(seed, "soak"), end_s
     default:        drawSingles(); break;
     }
     drawRounds();
+    drawNodeFailures(seed);
 }
 
 // ---- worlds -------------------------------------------------------------------------------------

@@ -60,6 +60,9 @@ private:
     // soak_draw.cpp: disturbances; each returns how long it lasts, s
     void drawRounds();
     void drawRound(const Drawn& u, double from_s);
+    void drawNodeFailures(unsigned long long seed);
+    void volumeFails(const Drawn& u, double at_s);
+    void nameServerFails(const Drawn& u, double at_s);
     void drawCrossing(const Drawn& u, double from_s);
     void add(const Drawn& u, double at_s, const char* what, const std::string& with = "");
     void addOfLink(double at_s, const char* what, const std::string& with);
@@ -98,6 +101,7 @@ private:
 
     sim::Random random_;
     double end_s_;
+    std::vector<std::pair<double, double>> rounds_;   // from, until, s
     double until_s_ = 0;               // of the present round: what is disturbed is taken back by then
     std::string text_, net_, events_;
     std::size_t masters_ = 0;

@@ -91,6 +91,7 @@ void SoakWatch::look(const Moment& m, const Licence& may, std::vector<Violation>
         lookAtMemory(m);
         lookAtModel(m, may);
         lookAtHoldovers(m);
+        if (!m.waits.empty()) fail(m, m.waits);
     }
     if (any_ && m.quiet_s >= BACK_s && before_.quiet_s < BACK_s) lookBack(m, may);
     before_ = m;

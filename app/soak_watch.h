@@ -44,6 +44,7 @@ struct Moment {
     u32 refState = 0, refStateTold = 0;   // usable references by the unit, and as told last
     std::string unusable;              // configured references of its role that it doesn't tell usable
     std::string missing;               // processes that it had when everything was well
+    std::string waits;                 // what waits without an end
     std::string untold;                // a supervised receiver of which it has said neither good nor bad
     double quiet_s = 0;                // since anything was done to any unit or between them
 };

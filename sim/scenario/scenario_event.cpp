@@ -243,6 +243,16 @@ Action nodePort(Context& c)
     };
 }
 
+/// The file volumes take no writes, or can't be read either.
+Action nodeVolume(Context& c)
+{
+    const bool writes = c.table.boolean("writes", true), reads = c.table.boolean("reads", true);
+    return [writes, reads](Unit& u) {
+        u.node().volumes().writeFails = !writes;
+        u.node().volumes().readFails = !reads;
+    };
+}
+
 struct ServiceWord { const char* word; Server& (*of)(Node&); };
 constexpr ServiceWord SERVICES[] = {
     {"name_server", [](Node& n) -> Server& { return n.nameServer(); }},
@@ -357,6 +367,7 @@ constexpr EventName EVENTS[] = {
     {"node.msi_flip", nodeMsiFlip},
     {"node.service", nodeService},
     {"node.port", nodePort},
+    {"node.volume", nodeVolume},
     {"unit.power_off", unitPowerOff},
     {"unit.power_on", unitPowerOn},
     {"unit.command", unitCommand},

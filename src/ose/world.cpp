@@ -1,5 +1,6 @@
 // world.cpp - The faces of World and System that tests, the simulated node and the program use.
 #include "ose/kernel.h"
+#include "ose/queues.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -298,6 +299,13 @@ bool System::alive(PROCESS pid) const
 {
     const Slot* s = impl_->slot(pid);
     return s != nullptr && s->kind != SlotKind::Block;
+}
+
+bool leavesSignals(System& system, PROCESS pid)
+{
+    const Slot* s = system.impl().slot(pid);
+    if (s == nullptr || s->kind != SlotKind::Process) return false;
+    return static_cast<const Process*>(s->item)->first != nullptr;
 }
 
 std::string System::nameOf(PROCESS pid) const

@@ -84,6 +84,7 @@ TEST(SoakWatch, SeesWhatMustNotBe)
                   m.clock = m.told = 11, m.due = {}, m.selected = m.wanted = 1, m.before = 14;
                   m.loopHoldsTime = true, m.t += 10 * (m.t - 8000), m.fine_s = std::fmod(m.t, 1024.0);
               }, "holds over since"},
+             {"a wait without an end", [](Moment& m, Licence&) { m.waits = "asks nobody"; }, "asks nobody"},
              {"signals that pile up", [](Moment& m, Licence&) { m.poolUsed += 16385; }, "bytes"},
          }) {
         SCOPED_TRACE(c.what);

@@ -1,0 +1,56 @@
+// soak_waits.h - Who waits for whom, between a unit, its main processor and the services of its node, and
+// whether anybody waits longer than he may. All of it is seen from outside: signals, and the kernel's queues.
+#pragma once
+#include "sim/node/node.h"
+
+#include <map>
+#include <set>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace app {
+
+class SoakWaits {
+public:
+    explicit SoakWaits(sim::Node& node) : node_(node) {}
+
+    void programStarts();
+    /// Before an event of the unit's node: "node.service does=mute service=msi".
+    void onEvent(const std::string& what);
+    /// A signal of the main processor to the unit, and one of the unit to the main processor.
+    void ordered(double t, std::span<const std::byte> signal);
+    void told(SIGSELECT sigNo);
+
+    /// Once a second; `disturbed_s` is the last moment at which anything was done to anybody. What waits
+    /// without an end, a sentence for a reader; "" when nothing does.
+    std::string look(double t, double disturbed_s);
+
+private:
+    struct Open {
+        SIGSELECT request;
+        double since_s;
+    };
+    struct Asked {
+        u32 heard = 0;                           // so often, also by a mute service
+        bool isLost = false;                     // the last one was, and its sender lives
+    };
+    void lookAtServices(double t);
+    void lookAtRequests();
+    std::string manager(double t);
+    std::string connection(double t);
+    std::string requests(double t) const;
+    std::string orders(double t, double disturbed_s) const;
+
+    sim::Node& node_;
+    std::vector<Open> open_;                     // orders that have an answer
+    std::map<SIGSELECT, Asked> asked_;
+    std::set<std::string> mute_;                 // services
+    std::map<std::string, double> well_s_;       // since when each serves
+    double allWell_s_ = 0;
+    double blocked_s_ = -1, apart_s_ = -1;       // since when; -1: isn't
+    bool hasStarted_ = false;                    // connected, and nothing left in the manager's queue
+    bool isRefused_ = false;                     // by the present main processor, until it dies
+};
+
+}  // namespace app
