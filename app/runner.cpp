@@ -268,9 +268,9 @@ private:
         if (recording.complete) recording.checks = evaluateChecks(checks_, recording);
         recording.misuses = misuses_;
         if (hostNet_) recording.host = host();
-        else if (recording.complete) lookInside(recording);
         if (!options_.out.empty())
             for (auto& unit : units_) unit->node().volumes().save(options_.out + "/volumes-" + unit->name());
+        if (!hostNet_ && recording.complete) lookInside(recording);
         return recording;
     }
 
@@ -281,14 +281,17 @@ private:
         for (std::size_t i = 0; i < units_.size(); ++i) {
             sim::Node& node = units_[i]->node();
             sim::Digest files, pages;
-            for (const auto& [path, content] : node.volumes().files()) {
-                files.add(path);
-                files.add(content);
-            }
-            for (const char* line : {"kvdinfo all", "kvdhist all", "kvdreadhist", "kvdtupktsync"}) {
+            // The last command has another process write the records of each second to files.
+            for (const char* line : {"kvdinfo all", "kvdhist all", "kvdreadhist", "kvdtupktsync", "gpsstatus",
+                                     "kvdgpstrace"}) {
                 std::string page;
                 node.shell().run(line, page);
                 pages.add(page);
+            }
+            world_.runFor(ose::SEC);
+            for (const auto& [path, content] : node.volumes().files()) {
+                files.add(path);
+                files.add(content);
             }
             recording.units[i].filesDigest = files.value();
             recording.units[i].pagesDigest = pages.value();
