@@ -186,7 +186,8 @@ std::vector<u32> eventOf(const json& e)
     const std::string name = e[0];
     std::vector<u32> event{vectors::rowOf(NAMES, name)};
     if (name == "send") event.push_back(vectors::rowOf(SIGNALS, e[1]));
-    if (name == "socket") event.push_back(e[1] == "event" ? SOCKET_EVENT : SOCKET_GENERAL);
+    if (name == "socket")
+        event.push_back(vectors::rowOf<u32>({{"event", SOCKET_EVENT}, {"general", SOCKET_GENERAL}}, e[1]));
     addWords(event, e, event.size());
     return event;
 }

@@ -82,7 +82,7 @@ u32 sharedRowsUsed(const Value& steps)
     std::set<u32> used;
     for (const Value step : steps)
         for (u32 row : {5u, 6u, 7u, 11u})
-            if (step["op"] == json::array({"supOn", row})) used.insert(row);
+            if (step["op"][0] == "supOn" && step["op"][1] == row) used.insert(row);
     return static_cast<u32>(used.size());
 }
 
