@@ -282,8 +282,8 @@ private:
             sim::Node& node = units_[i]->node();
             sim::Digest files, pages;
             // The last command has another process write the records of each second to files.
-            for (const char* line : {"kvdinfo all", "kvdhist all", "kvdreadhist", "kvdtupktsync", "gpsstatus",
-                                     "kvdgpstrace"}) {
+            for (const char* line :
+                 {"kvdinfo all", "kvdhist all", "kvdreadhist", "kvdtupktsync", "gpsstatus", "kvdgpstrace"}) {
                 std::string page;
                 node.shell().run(line, page);
                 pages.add(page);
