@@ -29,6 +29,7 @@ Moment sound(double t)
     m.fine_s = std::fmod(t, 1024.0);
     m.poolUsed = 20000;
     m.due = {10};
+    m.serves = true;
     m.followError_ns = std::nan("");
     return m;
 }
