@@ -48,21 +48,26 @@ struct Replay {
 
     void interrupt(u32 port) { bench.inManager([port] { KvdLoz6TuRef_idlInterrupt(port); }); }
 
+    static u32 port(const Value& value)
+    {
+        return value.get<u32>() <= 1 ? value.get<u32>() : throw std::runtime_error("there is no such port");
+    }
+
     void apply(const Value& op)
     {
         const std::string name = op[0].get<std::string>();
         if (name == "advance") return bench.runTo(op.at(1).get<i64>());
-        if (name == "int") return interrupt(op.at(1).get<u32>());
+        if (name == "int") return interrupt(port(op.at(1)));
         if (name == "train") {
             const i64 period = op.at(2).get<i64>(), until = op.at(3).get<i64>();
             for (i64 at = (bench.world.now() - bench.start) / ose::MS + period; at <= until; at += period) {
                 bench.runTo(at);
-                interrupt(op.at(1).get<u32>());
+                interrupt(port(op.at(1)));
             }
             return bench.runTo(until);
         }
         bench.inManager([&] {
-            if (name == "sup") KvdLoz6TuRef_idlSupervision(op.at(1).get<u32>(), op.at(2).get<u32>());
+            if (name == "sup") KvdLoz6TuRef_idlSupervision(port(op.at(1)), op.at(2).get<u32>());
             else if (name == "request") KvdLoz6TuRef_idl2Supervise();
             else if (name == "mpDown") KvdLoz6TuRef_idlReset();
             else throw std::runtime_error("no replay of the step \"" + name + "\"");
