@@ -130,6 +130,10 @@ Action mpFixedPosition(Context& c)
 {
     return [on = c.table.boolean("on", true)](Unit& u) { u.node().mainProcessor().setFixedPosition(on); };
 }
+Action mpAudits(Context& c)
+{
+    return [on = c.table.boolean("on", true)](Unit& u) { u.node().mainProcessor().config.answersAudit = on; };
+}
 Action mpGpsAttributes(Context&)
 {
     return [](Unit& u) { u.node().mainProcessor().askGpsAttributes(); };
@@ -350,6 +354,7 @@ constexpr EventName EVENTS[] = {
     {"mp.answer", mpAnswer},
     {"mp.set_gps_delay", mpSetGpsDelay},
     {"mp.fixed_position", mpFixedPosition},
+    {"mp.audits", mpAudits},
     {"mp.gps_attributes", mpGpsAttributes},
     {"mp.selection_mode", mpSelectionMode},
     {"mp.jump", mpJump},
