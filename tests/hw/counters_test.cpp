@@ -68,7 +68,11 @@ TEST(Ntp, IsOnTheOlderBoardOnly)
     Bench older(1), newer(2);
     older.set(43, 0xE0000000);
     older.set(44, 0x80000000);
-    older.in([&] { EXPECT_EQ(tuHwIf_readNtp(seconds, fraction), 0); });
+    Sfc latch;
+    older.in([&] {
+        EXPECT_EQ(tuHwIf_readNtp(seconds, fraction), 0);
+        EXPECT_EQ(tuHwIf_readGpsFc(latch.mfn, latch.sfn, latch.inc), 1) << "its valid bit isn't set";
+    });
     EXPECT_EQ(seconds, 0xE0000000u);
     EXPECT_EQ(fraction, 0x80000000u);
     newer.in([&] { EXPECT_EQ(tuHwIf_readNtp(seconds, fraction), 1); });
