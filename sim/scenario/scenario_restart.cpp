@@ -120,6 +120,7 @@ constexpr Damage DAMAGES[] = {
     {"version_30003", [](Volumes& v, const std::string& c) { leaveAs(v, asFiveStates(c, 0x30003, 352)); }},
     {"version_30005", [](Volumes& v, const std::string& c) { leaveAs(v, asFiveStates(c, 0x30005, 360)); }},
     {"version_40006", [](Volumes& v, const std::string& c) { leaveAs(v, asSixStates(c)); }},
+    {"renamed", [](Volumes& v, const std::string& c) { leaveAs(v, c); }},
 };
 
 Action damageHistory(TableReader& t)

@@ -17,20 +17,24 @@ TEST(Registers, ThatAreNotMappedReadZeroAndTakeNothing)
         EXPECT_EQ(tuHwIf_readPendingIsr(), 0u);
         EXPECT_EQ(tuHwIf_readCurrentFrequency(), 0.0);
         EXPECT_EQ(tuHwIf_readOcxoCoeff(1), 0.0);
+        using namespace hwif;
         BfnIn in;
         std::tm date;
         char text[12] = "text", serial[18] = "text";
         u8 version = 9, maker = 9;
         double volts = 9;
+        Sfc sfc;
+        u32 seconds = 9;
         for (const int result : {HALI_subscribeRefTime(0), tuHwIf_enableIsr(1), tuHwIf_hwDiag(0, 0),
                                  tuHwIf_writeBfnOut(1, 2), tuHwIf_adjustGpsOutOffset(1, 1),
                                  tuHwIf_readBfnIn(in), tuHwIf_readOcxoEeprom(), tuHwIf_validateOcxoEeprom(),
                                  tuHwIf_readOcxoCalibDate(date), tuHwIf_readOcxoPartNum(text),
                                  tuHwIf_readOcxoSerial(serial, version, maker), HALI_getOcxoTemp(volts),
+                                 HALI_muteTuOut(0), tuHwIf_readGpsOutSfc(sfc.mfn, sfc.sfn, sfc.inc),
                                  HALI_readOcxoSerial(serial, version, maker)})
             EXPECT_EQ(result, 1);
-        EXPECT_EQ(text[0] + serial[0] + version + maker, 0);
-        using namespace hwif;
+        EXPECT_EQ(HALI_unSubscribeRefTime(0) + HALI_getPowerOnTime(seconds), 0);
+        EXPECT_EQ(text[0] + serial[0] + version + maker + seconds, 0u);
         EXPECT_FALSE(tuHwIf_adjustSfc({1, 2, 3}) || tuHwIf_adjustExtSfc(1) || tuHwIf_loadSfc()
                      || tuHwIf_writeMultiplicator() || tuHwIf_writeExternalPllIC()
                      || readAndCheckMultiplicator());

@@ -8,7 +8,7 @@ namespace {
 json registerOf(Board&, const Value& in, const Value&)
 {
     const u64 found = tuHwIf_lookupRegister(u(in["id"]));
-    const bool failed = found >> 32 != 0;
+    const bool failed = found >> 32 == 1;
     return {{"failed", failed}, {"address", failed ? json() : json(static_cast<u32>(found))}};
 }
 

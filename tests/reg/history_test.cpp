@@ -8,17 +8,17 @@ namespace {
 TEST(HistoryStart, RefusesWhatItCannotTrust)
 {
     constexpr std::size_t VERSION = 0, SERIAL = 20, FIRST_OF_U = 48, DIVIDER = 56, FREQUENCY_VARIANCE = 168;
-    struct Case { const char* what; void (*damage)(std::string& file); int result; };
+    struct Case { const char* what; void (*damage)(std::string& file); int forLoop, result = 2; };
     const Case cases[] = {
         {"cut in the middle", [](std::string& f) { f.resize(200); }, 2},
         {"one byte too long", [](std::string& f) { f += '\0'; }, 2},
-        {"another oscillator", [](std::string& f) { f[SERIAL] ^= 1; }, 2},
-        {"no number", [](std::string& f) { f.replace(FIRST_OF_U, 8, "\x7F\xF8\0\0\0\0\0\0", 8); }, 2},
-        {"a divider of 1", [](std::string& f) { f.replace(DIVIDER, 8, "\x3F\xF0\0\0\0\0\0\0", 8); }, 2},
-        {"no variance", [](std::string& f) { f.replace(FREQUENCY_VARIANCE, 8, 8, '\0'); }, 2},
-        {"infinite", [](std::string& f) { f.replace(FREQUENCY_VARIANCE, 8, "\x7F\xF0\0\0\0\0\0\0", 8); }, 2},
+        {"another oscillator", [](std::string& f) { f[SERIAL] ^= 1; }, 0},
+        {"no number", [](std::string& f) { f.replace(FIRST_OF_U, 8, "\x7F\xF8\0\0\0\0\0\0", 8); }, 1},
+        {"a divider of 1", [](std::string& f) { f.replace(DIVIDER, 8, "\x3F\xF0\0\0\0\0\0\0", 8); }, 1},
+        {"no variance", [](std::string& f) { f.replace(FREQUENCY_VARIANCE, 8, 8, '\0'); }, 1},
+        {"infinite", [](std::string& f) { f.replace(FREQUENCY_VARIANCE, 8, "\x7F\xF0\0\0\0\0\0\0", 8); }, 1},
         {"newer version", [](std::string& f) { f[VERSION + 1] = 6; }, 2},
-        {"untouched", [](std::string&) {}, 0},
+        {"untouched", [](std::string&) {}, 0, 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
@@ -31,7 +31,10 @@ TEST(HistoryStart, RefusesWhatItCannotTrust)
         unit.restart();
         unit.node.volumes().write(HIST_FILE, file);
         unit.node.setCalendar(regtest::NOW + 86400);
-        unit.in([&c] { EXPECT_EQ(KvdLoz6TuReg_initiateWithFlash(2.0), c.result); });
+        unit.in([&c] {
+            EXPECT_EQ(KvdLoz6TuReg_historyForPll(), c.forLoop);
+            EXPECT_EQ(KvdLoz6TuReg_initiateWithFlash(2.0), c.result);
+        });
     }
 }
 
@@ -48,6 +51,20 @@ TEST(HistoryWrite, ThatFailsIsTriedAgainAfterAMinute)
     unit.node.volumes().writeFails = false;
     unit.in([] { KvdLoz6TuReg_writeHistory(true); });
     EXPECT_EQ(unit.file(HIST_FILE).size(), 460u);
+}
+
+TEST(HistoryRecord, KeepsThatTheRestartWasCold)
+{
+    HistoryBench unit;
+    unit.lock();
+    unit.in([] {
+        KvdLoz6TuReg_writeHistory(false);
+        for (const auto& [told, kept] : {std::pair{0u, 0u}, {1u, 1u}, {0u, 1u}}) {
+            u32 cold = told;
+            KvdLoz6TuReg_historyColdFlag(cold);
+            EXPECT_EQ(cold, kept);
+        }
+    });
 }
 
 }  // namespace
