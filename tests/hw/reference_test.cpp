@@ -25,13 +25,12 @@ TEST(Registers, ThatAreNotMappedReadZeroAndTakeNothing)
         double volts = 9;
         Sfc sfc;
         u32 seconds = 9;
-        for (const int result : {HALI_subscribeRefTime(0), tuHwIf_enableIsr(1), tuHwIf_hwDiag(0, 0),
-                                 tuHwIf_writeBfnOut(1, 2), tuHwIf_adjustGpsOutOffset(1, 1),
-                                 tuHwIf_readBfnIn(in), tuHwIf_readOcxoEeprom(), tuHwIf_validateOcxoEeprom(),
-                                 tuHwIf_readOcxoCalibDate(date), tuHwIf_readOcxoPartNum(text),
-                                 tuHwIf_readOcxoSerial(serial, version, maker), HALI_getOcxoTemp(volts),
-                                 HALI_muteTuOut(0), tuHwIf_readGpsOutSfc(sfc.mfn, sfc.sfn, sfc.inc),
-                                 HALI_readOcxoSerial(serial, version, maker)})
+        for (const int result :
+             {HALI_subscribeRefTime(0), tuHwIf_enableIsr(1), tuHwIf_hwDiag(0, 0), tuHwIf_writeBfnOut(1, 2),
+              tuHwIf_adjustGpsOutOffset(1, 1), tuHwIf_readBfnIn(in), tuHwIf_readOcxoEeprom(),
+              tuHwIf_validateOcxoEeprom(), tuHwIf_readOcxoCalibDate(date), tuHwIf_readOcxoPartNum(text),
+              tuHwIf_readOcxoSerial(serial, version, maker), HALI_getOcxoTemp(volts), HALI_muteTuOut(0),
+              tuHwIf_readGpsOutSfc(sfc.mfn, sfc.sfn, sfc.inc), HALI_readOcxoSerial(serial, version, maker)})
             EXPECT_EQ(result, 1);
         EXPECT_EQ(HALI_unSubscribeRefTime(0) + HALI_getPowerOnTime(seconds), 0);
         EXPECT_EQ(text[0] + serial[0] + version + maker + seconds, 0u);
