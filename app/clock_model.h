@@ -34,6 +34,7 @@ public:
     u8   before() const { return before_; }        // reference type selected before the present one
     /// A loop goes on with the time of another unit that it doesn't hear.
     bool loopHoldsTime() const;
+    bool loopPullsIn() const { return loop_ == "PLL_Unlocked"; }
     /// For a reader: "TRUETIME, PLL_Uninitialized, reference 6 after 1".
     std::string words() const;
 

@@ -166,7 +166,6 @@ private:
         may_.refused = t - connectedSince_s_ < SETTLED_s;
         may_.slave = mp.config.masterSlaveMode == KVD_TUIIF_SLAVE_TU;
         may_.follows = !links_.empty();
-        m.waits = waits_.look(t, disturbed_s_);
         m.told = mp.clockState();
         m.refStateTold = mp.status().refState;
         if (!m.runs) return m;
@@ -200,10 +199,13 @@ private:
         m.words = model_.words();
         m.before = model_.before();
         m.loopHoldsTime = model_.loopHoldsTime();
+        m.loopPullsIn = model_.loopPullsIn();
         // A receiver's return is told by its status text, its bit with the next change of another.
         m.refState = seen.refState & ~seen.byText;
         m.refStateTold &= ~seen.byText;
         m.serves = seen.serves;
+        m.waits = waits_.look(t, disturbed_s_, seen.serves);
+        m.isRefused = waits_.isRefused();
         m.clock = seen.clock;
         m.selected = seen.selected;
         // A slave takes its link, and SoCPRI's orders their radio link, without a selection.

@@ -61,7 +61,7 @@ struct Request {
     const char* service;
 };
 constexpr Request REQUESTS[] = {
-    {TARSO_MSI_INITIATE_SERVICE_REQ, "msi"},        {TARSO_MSI_MEM_ALLOC_REQ, "msi"},
+    {TARSO_MSI_INITIATE_SERVICE_REQ, "msi"},
     {KVD_BIRAIIF_INITIATE_SERVICE_REQ, "bira"},     {KVD_BIRAIIF_IDL2_SELECT_IDL_TYPE_REQ, "bira"},
     {IDPI_CONN_ESTABLISH_REQ, "idpi"},              {IDPI_SUBSCRIBE_LINK_STATUS_REQ, "idpi"},
     {INRSI_CONN_ESTABLISH_REQ, "inrsi"},            {INRSI_SUBSCRIBE_LINK_STATUS_REQ, "inrsi"},
@@ -118,7 +118,6 @@ void SoakWaits::programStarts()
     open_.clear();
     for (auto& [sigNo, asked] : asked_) asked.isLost = false;
     blocked_s_ = apart_s_ = -1;
-    hasStarted_ = false;
 }
 
 void SoakWaits::onEvent(const std::string& what)
@@ -158,11 +157,11 @@ void SoakWaits::told(SIGSELECT sigNo)
     });
 }
 
-std::string SoakWaits::look(double t, double disturbed_s)
+std::string SoakWaits::look(double t, double disturbed_s, bool serves)
 {
     lookAtServices(t);
     if (node_.program() == nullptr) return "";
-    for (const std::string& what : {manager(t), connection(t), requests(t), orders(t, disturbed_s)})
+    for (const std::string& what : {manager(t, serves), connection(t), requests(t), orders(t, disturbed_s)})
         if (!what.empty()) return what;
     return "";
 }
@@ -195,15 +194,15 @@ void SoakWaits::lookAtRequests()
     }
 }
 
-/// It takes what comes; an exchange that leaves the rest in the queue has an end.
-std::string SoakWaits::manager(double t)
+/// It takes what comes; an exchange that leaves the rest in the queue has an end. A start waits for who
+/// decides on the hardware, connected or not.
+std::string SoakWaits::manager(double t, bool serves)
 {
     const PROCESS manager = node_.system().find("Kvd_loz6_tumgr_proc");
     if (manager == 0 || !ose::leavesSignals(node_.system(), manager)) blocked_s_ = -1;
     else if (blocked_s_ < 0)                                         blocked_s_ = t;
-    if (blocked_s_ < 0 && node_.mainProcessor().connected()) hasStarted_ = true;
     if (blocked_s_ < 0 || t - blocked_s_ < BLOCKED_s) return "";
-    if (!hasStarted_ && t - allWell_s_ < STARTED_s) return "";
+    if (!serves && t - allWell_s_ < STARTED_s) return "";
     return since("the manager takes no signals", blocked_s_);
 }
 
@@ -232,6 +231,7 @@ std::string SoakWaits::requests(double t) const
 
 std::string SoakWaits::orders(double t, double disturbed_s) const
 {
+    for (const auto& [service, well_s] : well_s_) disturbed_s = std::max(disturbed_s, well_s);
     for (const Open& o : open_)
         if (node_.mainProcessor().connected() && t - std::max(o.since_s, disturbed_s) > ANSWERED_s)
             return since(std::string(orderOf(o.request)->name) + " isn't answered", o.since_s);

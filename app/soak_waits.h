@@ -22,9 +22,11 @@ public:
     void ordered(double t, std::span<const std::byte> signal);
     void told(SIGSELECT sigNo);
 
-    /// Once a second; `disturbed_s` is the last moment at which anything was done to anybody. What waits
-    /// without an end, a sentence for a reader; "" when nothing does.
-    std::string look(double t, double disturbed_s);
+    /// Once a second; `disturbed_s` is the last moment at which anything was done to anybody, `serves` that
+    /// the unit's start is over. What waits without an end, a sentence for a reader; "" when nothing does.
+    std::string look(double t, double disturbed_s, bool serves);
+    /// The present main processor did, and still does.
+    bool isRefused() const { return isRefused_; }
 
 private:
     struct Open {
@@ -37,7 +39,7 @@ private:
     };
     void lookAtServices(double t);
     void lookAtRequests();
-    std::string manager(double t);
+    std::string manager(double t, bool serves);
     std::string connection(double t);
     std::string requests(double t) const;
     std::string orders(double t, double disturbed_s) const;
@@ -49,7 +51,6 @@ private:
     std::map<std::string, double> well_s_;       // since when each serves
     double allWell_s_ = 0;
     double blocked_s_ = -1, apart_s_ = -1;       // since when; -1: isn't
-    bool hasStarted_ = false;                    // connected, and nothing left in the manager's queue
     bool isRefused_ = false;                     // by the present main processor, until it dies
 };
 

@@ -173,7 +173,8 @@ void SoakWatch::lookAtFrequency(const Moment& m, const Licence& may)
 {
     constexpr double STEP_ppb = 5.0, RETURNED_s = 30.0;
     const bool isHeld = m.selected == NO_REFERENCE && before_.selected == NO_REFERENCE
-                        && m.clock == before_.clock && isHoldover(m.clock);
+                        && m.clock == before_.clock && isHoldover(m.clock) && !m.loopPullsIn
+                        && !before_.loopPullsIn;
     if (!isHeld || may.idle || may.slave || m.t - started_s_ < RETURNED_s) return;
     const double step = m.freqError_ppb - before_.freqError_ppb;
     if (std::fabs(step) > STEP_ppb)
@@ -235,17 +236,19 @@ void SoakWatch::lookAtHoldovers(const Moment& m)
     const bool isLost = m.selected == NO_REFERENCE ? m.before == GPSOSL_REF || m.before == SOCPRI_REF
                         : m.selected == GPSOSL_REF ? m.leaderGone && m.isWatched
                                                    : m.selected == SOCPRI_REF;
-    // A halted unit tells failure, and no timer of it runs.
+    // A halted unit tells failure, and no timer of it runs; one that is refused leaves them until it is
+    // served.
     const bool isHeld = isLost && m.loopHoldsTime && m.selected == before_.selected
-                        && m.clock != KVD_TUIIF_FAILURE;
+                        && m.clock != KVD_TUIIF_FAILURE && !m.isRefused;
     if (!isHeld) loopHoldsSince_s_ = -1;
     else if (loopHoldsSince_s_ < 0) loopHoldsSince_s_ = m.t;
     else if (m.t - loopHoldsSince_s_ > OTHERS_HELD_s + SLACK_s)
         fail(m,
              "the loop of another unit's time holds over since " + std::to_string(loopHoldsSince_s_) + " s");
 
+    // A leader that comes back and warms up is selected again, and has its minute.
     const bool isFollowing = m.clock == KVD_TUIIF_SLAVE_FRAME_LOCKED && m.connected && m.isWatched
-                             && (m.leaderGone || !m.hearsLeader);
+                             && m.selected == before_.selected && (m.leaderGone || !m.hearsLeader);
     if (!isFollowing)
         framesSince_s_ = -1;
     else if (framesSince_s_ < 0)

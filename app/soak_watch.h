@@ -37,6 +37,8 @@ struct Moment {
     std::string words;                 // that the model goes by
     u8  before = 1;                    // reference type selected before
     bool loopHoldsTime = false;        // a loop has another unit's time without its link
+    bool loopPullsIn = false;          // it begins to follow, whatever the clock's state is until it does
+    bool isRefused = false;            // the present main processor takes nothing and is told nothing
     bool isWatched = true;             // the main processor has its link supervised
     bool leaderGone = false;           // the link that it follows carries nothing
     bool hearsLeader = true;           // its loop took a sample a moment ago
