@@ -27,7 +27,7 @@ namespace {
 constexpr double REPEATED_s = 75.0;          // each minute at the latest, and some
 constexpr double MEMORY_REPEATED_s = 615.0;  // each 10 min: its lack costs a warm start alone
 constexpr double BLOCKED_s = 20.0;           // an exchange of 5 s, and what stands behind it
-constexpr double STARTED_s = 30.0;           // a start waits for its services, and a few seconds more
+constexpr double STARTED_s = 80.0;           // a start asks each minute, and does what has waited
 constexpr double ANSWERED_s = 180.0;         // an alignment measures for a minute or two
 
 /// A service, by the word that events have for it.
