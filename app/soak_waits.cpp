@@ -202,7 +202,8 @@ std::string SoakWaits::manager(double t, bool serves)
     if (manager == 0 || !ose::leavesSignals(node_.system(), manager)) blocked_s_ = -1;
     else if (blocked_s_ < 0)                                         blocked_s_ = t;
     if (blocked_s_ < 0 || t - blocked_s_ < BLOCKED_s) return "";
-    if (!serves && t - allWell_s_ < STARTED_s) return "";
+    const bool isStarted = serves && node_.mainProcessor().connected();
+    if (!isStarted && t - allWell_s_ < STARTED_s) return "";
     return since("the manager takes no signals", blocked_s_);
 }
 
