@@ -168,6 +168,7 @@ private:
         may_.follows = !links_.empty();
         m.told = mp.clockState();
         m.refStateTold = mp.status().refState;
+        waits_.lookAtServices(t);
         if (!m.runs) return m;
         m.poolUsed = node.program()->poolUsed();
         struct Seen {

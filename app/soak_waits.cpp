@@ -159,8 +159,6 @@ void SoakWaits::told(SIGSELECT sigNo)
 
 std::string SoakWaits::look(double t, double disturbed_s, bool serves)
 {
-    lookAtServices(t);
-    if (node_.program() == nullptr) return "";
     for (const std::string& what : {manager(t, serves), connection(t), requests(t), orders(t, disturbed_s)})
         if (!what.empty()) return what;
     return "";

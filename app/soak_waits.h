@@ -22,8 +22,11 @@ public:
     void ordered(double t, std::span<const std::byte> signal);
     void told(SIGSELECT sigNo);
 
-    /// Once a second; `disturbed_s` is the last moment at which anything was done to anybody, `serves` that
-    /// the unit's start is over. What waits without an end, a sentence for a reader; "" when nothing does.
+    /// Once a second, whether the program runs or not: which services serve.
+    void lookAtServices(double t);
+    /// Behind it while the program runs; `disturbed_s` is the last moment at which anything was done to
+    /// anybody, `serves` that the unit's start is over. What waits without an end, a sentence for a reader;
+    /// "" when nothing does.
     std::string look(double t, double disturbed_s, bool serves);
     /// The present main processor did, and still does.
     bool isRefused() const { return isRefused_; }
@@ -37,7 +40,6 @@ private:
         u32 heard = 0;                           // so often, also by a mute service
         bool isLost = false;                     // the last one was, and its sender lives
     };
-    void lookAtServices(double t);
     void lookAtRequests();
     std::string manager(double t, bool serves);
     std::string connection(double t);
