@@ -451,9 +451,9 @@ void TuPktsyncPTP_UCneg_print(u32 syncrefId)
     const UCnegCtrl* const u = find(syncrefId);
     if (u == nullptr) return;
     node::shellPrintf("   negotiation          : %s, told %s, %u retries, granted %u, %u, %u s\n",
-                ptpUcNegStateText(u->state), reasonText(u->last_report), u->negotiation_retries,
-                u->messages[ANNOUNCE].granted_duration, u->messages[SYNC].granted_duration,
-                u->messages[DELAY_RESP].granted_duration);
+                      ptpUcNegStateText(u->state), reasonText(u->last_report), u->negotiation_retries,
+                      u->messages[ANNOUNCE].granted_duration, u->messages[SYNC].granted_duration,
+                      u->messages[DELAY_RESP].granted_duration);
 }
 
 const char* ptpUcNegStateText(u32 state)
