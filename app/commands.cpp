@@ -16,6 +16,7 @@
 #include <atomic>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <future>
 #include <set>
 
@@ -254,6 +255,12 @@ int compare(const CompareArguments& a)
 /// those before it are, and behind several how many hours held and which seeds didn't.
 int soak(const SoakArguments& a)
 {
+    if (!a.save.empty()) {
+        std::ofstream out(a.save);
+        out << drawScenario(a.options.hours, a.options.seed);
+        if (out.flush()) return 0;
+        return refuse(a.save + ": can't be written");
+    }
     const u32 runs = a.runs;
     const auto optionsOf = [&a](u32 run) {
         SoakOptions options = a.options;

@@ -72,6 +72,7 @@ int compare(const CompareArguments& arguments);
 
 struct SoakArguments {
     SoakOptions options;          // of the first run
+    std::string save = "";        // file for the scenario that its seed draws, instead of a run
     u32 runs = 1;
     u32 jobs = std::max(1u, std::thread::hardware_concurrency());
 };

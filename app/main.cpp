@@ -153,7 +153,8 @@ CLI::App* addSoak(CLI::App& tu, app::SoakArguments& a)
     command->add_option("--runs", a.runs, "Runs, each with the next seed")->check(CLI::Range(1, 1000000));
     command->add_option("--jobs", a.jobs, "Runs side by side; by default one a processor")
         ->check(CLI::Range(1, 1024));
-    command->add_option("--save", a.options.save, "Write the scenario that the seed draws to this file");
+    command->add_option("--save", a.save,
+                        "Write the scenario that the seed draws to this file, and run nothing");
     command->add_flag("--quiet", a.options.quiet, "Tell failures alone");
     return command;
 }

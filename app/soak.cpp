@@ -28,7 +28,6 @@
 #include <cstring>
 #include <algorithm>
 #include <deque>
-#include <fstream>
 #include <limits>
 #include <memory>
 #include <set>
@@ -404,7 +403,6 @@ private:
 SoakResult runSoak(const SoakOptions& options)
 {
     const std::string text = drawScenario(options.hours, options.seed);
-    if (!options.save.empty()) std::ofstream(options.save) << text;
     const sim::Scenario scenario = sim::readScenarioText(text, "soak-" + std::to_string(options.seed));
     SoakResult result;
     Soak(scenario, result).run();

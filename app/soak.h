@@ -13,7 +13,6 @@ struct SoakOptions {
     double hours = 1;
     u64 seed = 1;
     bool quiet = false;
-    std::string save = "";             // file for the scenario that the seed draws, "" for none
 };
 
 struct SoakResult {

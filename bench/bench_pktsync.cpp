@@ -62,7 +62,7 @@ void follow()
 {
     PtpNeeds needs;
     needs.sendExchange = TuPktsync_Timestamp_server_handle_ts_ptp;
-    needs.send = [](const PtpDescriptor&, const u8*, u32, const u8*) -> u32 { return 1; };
+    needs.send = [](const PtpDescriptor&, const u8*, u32, const u8*) -> bool { return true; };
     TuPktsync_PTP_init(needs);
     PtpClockSetup setup;
     setup.froId = FRO_ID;

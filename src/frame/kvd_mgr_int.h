@@ -11,8 +11,8 @@ void KvdLoz6TuMgr_startUp();
 /// before the hardware's start, which repeats it.
 void KvdLoz6TuMgr_repeatFsyncSetting();
 /// The manager's own elements of the dispatch chain.
-int KvdLoz6TuMgr_dispatchFirstGroup(Signal* sig);
-int KvdLoz6TuMgr_dispatchSecondGroup(Signal* sig);
+bool KvdLoz6TuMgr_dispatchFirstGroup(Signal* sig);
+bool KvdLoz6TuMgr_dispatchSecondGroup(Signal* sig);
 /// Ends a signal that was read. A buffer that its component arms again and again stays that component's.
 void KvdLoz6TuMgr_release(Signal* sig);
 /// Red LED of the board: the hardware fault alarm.

@@ -35,7 +35,7 @@ namespace {
 // Every received signal is offered to every element, in this order. The order is behaviour: the interface
 // to the main processor forwards before others act, reference management sees an interrupt before the
 // regulator.
-using Dispatch = int (*)(Signal* sig);
+using Dispatch = bool (*)(Signal* sig);
 constexpr Dispatch DISPATCH_CHAIN[] = {
     KvdLoz6TuIifAdm_dispatch,
     KvdLoz6TuPhyAdm_dispatch,

@@ -117,7 +117,7 @@ void onSetHptsiOut(const KvdTuiifSetHptsioutInd* ind)
 
 }  // namespace
 
-int KvdLoz6TuMgr_dispatchFirstGroup(Signal* sig)
+bool KvdLoz6TuMgr_dispatchFirstGroup(Signal* sig)
 {
     switch (sig->sigNo) {
     case KVD_TUIIF_BOARD_FAILURE_RECOVERY_IND:
@@ -129,19 +129,19 @@ int KvdLoz6TuMgr_dispatchFirstGroup(Signal* sig)
         break;
     case KVD_TUMGR_FIX_FREQUENCY_IND: KvdLoz6TuReg_fixFrequency();                             break;
     case TARSO_ELGI_WRITE2_RSP:     onElgiResponse(as<TarsoElgiWrite2Rsp>(sig));               break;
-    default:                                                                                   return 0;
+    default:                                                                                   return false;
     }
-    return 1;
+    return true;
 }
 
-int KvdLoz6TuMgr_dispatchSecondGroup(Signal* sig)
+bool KvdLoz6TuMgr_dispatchSecondGroup(Signal* sig)
 {
     switch (sig->sigNo) {
     case KVD_TUIIF_SET_GPSOUT_IND:   onSetGpsOut(as<KvdTuiifSetGpsoutInd>(sig));               break;
     case KVD_TUIIF_SET_HPTSIOUT_IND: onSetHptsiOut(as<KvdTuiifSetHptsioutInd>(sig));           break;
-    default:                                                                                   return 0;
+    default:                                                                                   return false;
     }
-    return 1;
+    return true;
 }
 
 void KvdLoz6TuMgr_raiseAlarm()

@@ -48,16 +48,16 @@ struct StoredCommand {
     bool repeat = false;                           // one of the words is "true"
 };
 
-/// 0 when the content is no command of ours: too many words, or a word that is too long.
-int splitWords(const std::string& content, StoredCommand& command)
+/// False when the content is no command of ours: too many words, or a word that is too long.
+bool splitWords(const std::string& content, StoredCommand& command)
 {
     constexpr const char* BLANKS = " \t\r\n";
     std::size_t at = content.find_first_not_of(BLANKS);
     while (at != std::string::npos) {
         const std::size_t end = std::min(content.find_first_of(BLANKS, at), content.size());
         const std::size_t length = end - at;
-        if (command.argc == static_cast<int>(StoredCommand::WORDS_MAX)) return 0;
-        if (length >= StoredCommand::WORD_ROOM) return 0;
+        if (command.argc == static_cast<int>(StoredCommand::WORDS_MAX)) return false;
+        if (length >= StoredCommand::WORD_ROOM) return false;
         auto& word = command.text[static_cast<std::size_t>(command.argc)];
         std::memcpy(word.data(), content.data() + at, length);
         command.argv[static_cast<std::size_t>(command.argc)] = word.data();
@@ -65,7 +65,7 @@ int splitWords(const std::string& content, StoredCommand& command)
         if (std::strcmp(word.data(), "true") == 0) command.repeat = true;
         at = content.find_first_not_of(BLANKS, end);
     }
-    return 1;
+    return true;
 }
 
 }  // namespace
@@ -75,7 +75,7 @@ void KvdLoz6TuMgr_repeatFsyncSetting()
     std::string content;
     if (node::platform().fileRead(FSYNC_SETTING, content) != 0) return;
     StoredCommand command;
-    if (splitWords(content, command) == 0) {
+    if (!splitWords(content, command)) {
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "%s holds no setting of this program, removed",
                   FSYNC_SETTING);
         node::platform().fileRemove(FSYNC_SETTING);

@@ -43,7 +43,7 @@
 
 const MemUpcalls MEM_UPCALLS = {
     .serviceAnswered = KvdLoz6TuIifAdm_msiMemInitiated,
-    .isHistoryUsable = [](const u8* record) { return KvdLoz6TuReg_validateHistory(record) != 0; },
+    .isHistoryUsable = [](const u8* record) { return KvdLoz6TuReg_validateHistory(record); },
     .timeOffset =
         [](double& offset_s) {
             offset_s = KvdLoz6TuReg_sfcGpsOffset();

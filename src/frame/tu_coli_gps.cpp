@@ -125,7 +125,7 @@ int gpsprot(int argc, char** argv)
         const bool norvane = is(argv[2], "Norcomb");
         if (norvane || is(argv[2], "Furuno")) {
             const u32 protocol = norvane ? GPS_PROTOCOL_NORVANE : GPS_PROTOCOL_FURUNO;
-            return KvdLoz6TuGps_changeProtocol(protocol) == 1 ? COLI_DONE : COLI_USAGE;
+            return KvdLoz6TuGps_changeProtocol(protocol) ? COLI_DONE : COLI_USAGE;
         }
     }
     return refuse("Usage: Take cmd 'man gpsprot' for help info\n");
@@ -153,7 +153,7 @@ int gps01reset(int argc, char** argv)
                       "Please check GPS reference and state defined on node.\n");
     if (argc != 2 || !is(argv[1], "execute"))
         return refuse("Usage: Take cmd 'man gps01reset' for help info\n");
-    if (KvdLoz6TuGps_resetGps01() != 1) return COLI_USAGE;
+    if (!KvdLoz6TuGps_resetGps01()) return COLI_USAGE;
     return done("GPS01 receiver has been reset, "
                 "wait for additional time for receiver to become stable.\n");
 }
@@ -172,7 +172,7 @@ int gps02reset(int argc, char** argv)
                     "and resetting the GPS02 receiver are sent.\n");
     }
     if (is(what, "module")) {
-        if (KvdLoz6TuGps_sendOneShot("PTNLSRT,C,0", true) != 1) return refuse(NOT_ALLOWED);
+        if (!KvdLoz6TuGps_sendOneShot("PTNLSRT,C,0", true)) return refuse(NOT_ALLOWED);
         return done("Request for resetting the GPS02 receiver is sent.\n");
     }
     if (is(what, "buffer")) {
@@ -212,7 +212,7 @@ int gpssend(int argc, char** argv)
     char body[SENTENCE_MAX + 1] = {};
     std::copy(first, last, body);
     const bool withChecksum = std::find(first, last, '*') == last;
-    if (KvdLoz6TuGps_sendOneShot(body, withChecksum, true) != 1) return refuse(NOT_ALLOWED);
+    if (!KvdLoz6TuGps_sendOneShot(body, withChecksum, true)) return refuse(NOT_ALLOWED);
     return done("\nNMEA message sent to GPS module\n");
 }
 
@@ -254,7 +254,7 @@ int kvdgpsreset(int argc, char** argv)
     const bool hrv = argc == 2 && is(argv[1], "HRV");
     if (argc != 1 && !hrv) return refuse("Usage: kvdgpsreset <HRV>\n");
     const char* const what = hrv ? "HRV" : "GRM";
-    const bool initiated = (hrv ? KvdLoz6TuGps_resetHrv() : KvdLoz6TuGps_GpsFwRestart()) == 1;
+    const bool initiated = hrv ? KvdLoz6TuGps_resetHrv() : KvdLoz6TuGps_GpsFwRestart();
     shellPrintf("Reset of %s on connected GPS receiver %s.\n", what,
                 initiated ? "has been initiated" : "isn't supported");
     return initiated ? COLI_DONE : COLI_USAGE;

@@ -117,31 +117,31 @@ gps::State& gps::state() { return *s; }
 
 void KvdLoz6TuGps_initiate() { s->tuGpsRefType = NO_REF; }
 
-int KvdLoz6TuGps_dispatch(Signal* sig)
+bool KvdLoz6TuGps_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case KVD_TUGPS_OPERATIONAL_TIMEOUT:          gps::onOperationalTimeout();              return 1;
-    case KVD_TUGPS_WAIT_FOR_OPERATIONAL_TIMEOUT: gps::onWaitForOperationalTimeout();       return 1;
-    case KVD_TUGPS_WAIT_FOR_VALID_MSG:           gps::onWaitForValidTimeout();             return 1;
-    case KVD_TUGPS_VALID_TIMEOUT:                gps::onValidTimeout();                    return 1;
-    case KVD_TUGPS_NMEA_MSG_REC:                 onNmeaMsgRec(sig);                        return 1;
-    case KVD_TUGPS_SERIALPORT_INITIALISED:       gps::onSerialPortInitialised();           return 1;
-    case KVD_TUGPS_SUPR_ALARM_TIMEOUT:           gps::onSuprAlarmTimeout();                return 1;
-    case KVD_TUGPS_SELF_TEST_TIMEOUT:            gps::onSelfTestTimeout();                 return 1;
-    case KVD_TUGPS_SEND_TO_GPS_TIMEOUT:          KvdLoz6TuGps_onSendTimeout();             return 1;
-    case KVD_TUGPS_SUPPR_ADDINFO_TIMEOUT:        gps::onAdditionalInfoTimeout();           return 1;
-    case KVD_TUGPS_RESET_GPS_SATELLITES:         KvdLoz6TuGps_onResetGpsSatellites();      return 1;
-    case KVD_TUGPS_RESET_GLONASS_SATELLITES:     KvdLoz6TuGps_onResetGlonassSatellites();  return 1;
-    case KVD_TUGPS_STATUS_MSG_SENT:              s->waiter = ose::sender(&sig);            return 1;
+    case KVD_TUGPS_OPERATIONAL_TIMEOUT:          gps::onOperationalTimeout();             return true;
+    case KVD_TUGPS_WAIT_FOR_OPERATIONAL_TIMEOUT: gps::onWaitForOperationalTimeout();      return true;
+    case KVD_TUGPS_WAIT_FOR_VALID_MSG:           gps::onWaitForValidTimeout();            return true;
+    case KVD_TUGPS_VALID_TIMEOUT:                gps::onValidTimeout();                   return true;
+    case KVD_TUGPS_NMEA_MSG_REC:                 onNmeaMsgRec(sig);                       return true;
+    case KVD_TUGPS_SERIALPORT_INITIALISED:       gps::onSerialPortInitialised();          return true;
+    case KVD_TUGPS_SUPR_ALARM_TIMEOUT:           gps::onSuprAlarmTimeout();               return true;
+    case KVD_TUGPS_SELF_TEST_TIMEOUT:            gps::onSelfTestTimeout();                return true;
+    case KVD_TUGPS_SEND_TO_GPS_TIMEOUT:          KvdLoz6TuGps_onSendTimeout();            return true;
+    case KVD_TUGPS_SUPPR_ADDINFO_TIMEOUT:        gps::onAdditionalInfoTimeout();          return true;
+    case KVD_TUGPS_RESET_GPS_SATELLITES:         KvdLoz6TuGps_onResetGpsSatellites();     return true;
+    case KVD_TUGPS_RESET_GLONASS_SATELLITES:     KvdLoz6TuGps_onResetGlonassSatellites(); return true;
+    case KVD_TUGPS_STATUS_MSG_SENT:              s->waiter = ose::sender(&sig);           return true;
     // The answers of module and antenna are for the one who asked.
     case KVD_TUGPS_STATUS_MSG_PARSED:
-    case KVD_TUGPS_CHIP_MSG_PARSED_IND:                                                    return 1;
-    case KVD_TUIIF_SET_DELAY_IND:                onSetDelay(sig);                          return 1;
-    case KVD_TUIIF_GPS_ATTRIB_REQ:               onAttribReq(sig);                         return 1;
-    case KVD_TUIIF_SET_FIXED_POSITION_IND:       onSetFixedPosition(sig);                  return 1;
-    case KVD_TUIIF_SELECTION_MODE_CHANGE_IND:    onSelectionModeChange(sig);               return 1;
+    case KVD_TUGPS_CHIP_MSG_PARSED_IND:                                                   return true;
+    case KVD_TUIIF_SET_DELAY_IND:                onSetDelay(sig);                         return true;
+    case KVD_TUIIF_GPS_ATTRIB_REQ:               onAttribReq(sig);                        return true;
+    case KVD_TUIIF_SET_FIXED_POSITION_IND:       onSetFixedPosition(sig);                 return true;
+    case KVD_TUIIF_SELECTION_MODE_CHANGE_IND:    onSelectionModeChange(sig);              return true;
     default:
-        if (KvdLoz6TuGps_recoveryDispatch(sig) != 0) return 1;
+        if (KvdLoz6TuGps_recoveryDispatch(sig)) return true;
         return KvdLoz6TuGps_hrvDispatch(sig);
     }
 }

@@ -8,7 +8,7 @@
 struct Signal;
 
 void KvdLoz6TuGps_initiate();
-int  KvdLoz6TuGps_dispatch(Signal* sig);
+bool KvdLoz6TuGps_dispatch(Signal* sig);
 /// A latched 1PPS edge while GPS is selected.
 void KvdLoz6TuGps_handleInt();
 void KvdLoz6TuGps_testMode(u32 on);

@@ -27,7 +27,7 @@ constexpr u32 PROPRIETARY_TYPE_MAX = 5;
 struct Row {
     std::string_view name;
     GpsSentenceType type;
-    int (*parse)(const char* sentence);
+    bool (*parse)(const char* sentence);
 };
 
 constexpr Row BY_ADDRESS[] = {
@@ -138,14 +138,14 @@ bool scanDigits(const char*& at, u32 digits, u32& number)
 
 }  // namespace
 
-int KvdLoz6TuGps_parseSentence(const char* text, GpsSentenceType& type)
+bool KvdLoz6TuGps_parseSentence(const char* text, GpsSentenceType& type)
 {
     const Row* row = findParser(text);
     type = row != nullptr ? row->type : GpsSentenceType{};
-    const int result = row != nullptr ? row->parse(text) : 0;
-    s->last.result = result;
+    const bool result = row != nullptr && row->parse(text);
+    s->last.result = result ? 1 : 0;
     s->last.type = type;
-    ++(result != 0 ? s->last.taken : s->last.refused);
+    ++(result ? s->last.taken : s->last.refused);
     return result;
 }
 

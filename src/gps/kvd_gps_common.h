@@ -22,9 +22,9 @@ struct GpsSentenceType {
     u8 kind = GPS_KIND_NONE;
 };
 
-/// Parses a sentence: the characters behind the "$" up to the CR, NUL-terminated. 1 when it was taken.
+/// Parses a sentence: the characters behind the "$" up to the CR, NUL-terminated. True when it was taken.
 /// Class and kind are given for a refused sentence too; both 0 when no type matched.
-int KvdLoz6TuGps_parseSentence(const char* text, GpsSentenceType& type);
+bool KvdLoz6TuGps_parseSentence(const char* text, GpsSentenceType& type);
 /// What became of the sentence parsed last, for the operator: result, class, kind, and how many.
 struct GpsLastSentence {
     int result = 0;

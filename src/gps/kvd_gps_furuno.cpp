@@ -100,81 +100,81 @@ const char* timeStandardText(u32 timeStandard)
 
 }  // namespace
 
-int KvdLoz6TuGps_parsePxxxGPtps(const char* text)
+bool KvdLoz6TuGps_parsePxxxGPtps(const char* text)
 {
     // The Furuno protocol is in use, whatever becomes of this sentence.
     if (KvdLoz6TuGps_receiver().gpssType == GPSS_NORVANE_COMBINED) KvdLoz6TuGps_setGpssType(GPSS_FURUNO);
 
     const Sentence sentence = gps::inspect(text);
-    if (!gps::optionalChecksumPasses(sentence, "KvdLoz6TuGps_parsePxxxGPtps")) return 0;
-    if (!gps::lengthPasses(sentence, 73, 76, "GPtps")) return 0;
+    if (!gps::optionalChecksumPasses(sentence, "KvdLoz6TuGps_parsePxxxGPtps")) return false;
+    if (!gps::lengthPasses(sentence, 73, 76, "GPtps")) return false;
     GptpsFields field(sentence);
-    if (!field.next() || !field.next()) return 0;
+    if (!field.next() || !field.next()) return false;
     ++s->counters.numberOfPFECMsgs;
     ++s->counters.numberOfPFECGPtps;
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPtps: Received GPS time command");
 
-    if (!field.next("GPtps: Date/Time", 12)) return 0;
-    if (!field.next("GPtps: Time standard ID", 1)) return 0;
+    if (!field.next("GPtps: Date/Time", 12)) return false;
+    if (!field.next("GPtps: Time standard ID", 1)) return false;
     storeTimeStandard(s->overridden ? s->overrideStandard : gps::toNumber(field.value));
-    if (!field.next("1PPS availability status flag", 1)) return 0;
+    if (!field.next("1PPS availability status flag", 1)) return false;
     const u32 ppsAvailable = gps::toNumber(field.value);
-    if (!field.next("GPtps: Mode", 1)) return 0;
+    if (!field.next("GPtps: Mode", 1)) return false;
     const u32 mode = gps::toNumber(field.value);
-    if (!readLeapSeconds(field)) return 0;
+    if (!readLeapSeconds(field)) return false;
     GpsReceiver& receiver = KvdLoz6TuGps_receiverRecord();
-    if (!field.next("GPtps: Gps weeks", 4)) return 0;
+    if (!field.next("GPtps: Gps weeks", 4)) return false;
     receiver.gpsTimeWeek = gps::toNumber(field.value);
-    if (!field.next("GPtps: Count of seconds", 6)) return 0;
+    if (!field.next("GPtps: Count of seconds", 6)) return false;
     receiver.gpsTow = gps::toNumber(field.value);
-    if (!gps::fullyParsed(sentence, field.consumed(), "GPtps")) return 0;
+    if (!gps::fullyParsed(sentence, field.consumed(), "GPtps")) return false;
 
     setObservationMode(mode);
     storeInLog(ppsAvailable, mode);
     if (ppsAvailable != 1) {
         receiver.timeValid = 0;
         KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPtps time not valid");
-        return 1;
+        return true;
     }
     receiver.timeValid = 1;
     receiver.timeKept = 0;
     receiver.gpsCurrentTime = static_cast<double>(receiver.gpsTow + receiver.gpsTimeWeek * WEEK_s);
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Gps Seconds =%.0f", receiver.gpsCurrentTime);
-    return 1;
+    return true;
 }
 
-int KvdLoz6TuGps_parsePxxxGPanc(const char* text)
+bool KvdLoz6TuGps_parsePxxxGPanc(const char* text)
 {
     const Sentence sentence = gps::inspect(text);
-    if (!gps::optionalChecksumPasses(sentence, "KvdLoz6TuGps_parsePxxxGPanc")) return 0;
-    if (!gps::lengthPasses(sentence, 56, 59, "GPanc")) return 0;
+    if (!gps::optionalChecksumPasses(sentence, "KvdLoz6TuGps_parsePxxxGPanc")) return false;
+    if (!gps::lengthPasses(sentence, 56, 59, "GPanc")) return false;
     Fields<35> field(sentence);
-    if (!field.next() || !field.next()) return 0;
+    if (!field.next() || !field.next()) return false;
     ++s->counters.numberOfPFECMsgs;
     ++s->counters.numberOfPFECGPanc;
 
     GpsAlmanac almanac;
-    if (!field.next("GPanc: Date/Time of almanac", 12)) return 0;
+    if (!field.next("GPanc: Date/Time of almanac", 12)) return false;
     const char* pair = field.value;
     for (u8& part : almanac.dateTime) {
         part = gps::toPair(pair);
         pair += 2;
     }
-    if (!field.next("GPanc: Satellite Health", 32)) return 0;
+    if (!field.next("GPanc: Satellite Health", 32)) return false;
     // A field shorter than 32 leaves NULs, which say nothing of the last satellites.
     const char* digit = field.value;
     for (u8& health : almanac.health) {
         if (*digit >= '0' && *digit <= '9') health = static_cast<u8>(*digit - '0');
         ++digit;
     }
-    if (!gps::fullyParsed(sentence, field.consumed(), "GPanc")) return 0;
+    if (!gps::fullyParsed(sentence, field.consumed(), "GPanc")) return false;
 
     s->almanac = almanac;
     const u8* d = almanac.dateTime;
     KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPanc Almanac date/time: %02u%02u%02u %02u:%02u:%02u", d[0], d[1],
               d[2], d[3], d[4], d[5]);
     KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPanc Satellite health: %.32s", field.value);
-    return 1;
+    return true;
 }
 
 u32 KvdLoz6TuGps_timeStandard() { return s->timeStandard; }

@@ -13,8 +13,8 @@ static_assert(sizeof(GpsAlmanac) == 39);
 
 struct GpsFurunoCounters { u32 numberOfPFECMsgs = 0, numberOfPFECGPtps = 0, numberOfPFECGPanc = 0; };
 
-int KvdLoz6TuGps_parsePxxxGPtps(const char* sentence);
-int KvdLoz6TuGps_parsePxxxGPanc(const char* sentence);
+bool KvdLoz6TuGps_parsePxxxGPtps(const char* sentence);
+bool KvdLoz6TuGps_parsePxxxGPanc(const char* sentence);
 
 /// Time standard of the last GPtps: 2 GPS, 3 UTC, any other: the time can't be used.
 u32 KvdLoz6TuGps_timeStandard();

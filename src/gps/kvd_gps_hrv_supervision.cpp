@@ -139,18 +139,18 @@ void KvdLoz6TuGps_onHRVSupervisionEvent(u32 event)
     }
 }
 
-int KvdLoz6TuGps_hrvDispatch(Signal* sig)
+bool KvdLoz6TuGps_hrvDispatch(Signal* sig)
 {
     switch (sig->sigNo) {
     case KVD_GPS_HRV_SUPERVISION_TIMEOUT_IND:
         if (KvdTimer_expired(s->supervisionTimer))
             KvdLoz6TuGps_onHRVSupervisionEvent(HRV_SUPERVISION_EVENT_TIMER_ELAPSE);
-        return 1;
+        return true;
     case KVD_GPS_HRV_SUPERVISION_1PPS_TIMEOUT_IND:
         if (KvdTimer_expired(s->onePPSTimer))
             KvdLoz6TuGps_onHRVSupervisionEvent(HRV_SUPERVISION_EVENT_1PPS_TIMER_ELAPSE);
-        return 1;
-    default: return 0;
+        return true;
+    default: return false;
     }
 }
 

@@ -20,8 +20,8 @@ enum HRVSupervisionEvent : u32 {
 };
 
 void KvdLoz6TuGps_onHRVSupervisionEvent(u32 event);
-/// The two time-outs: 1 when it was one of them.
-int  KvdLoz6TuGps_hrvDispatch(Signal* sig);
+/// The two time-outs: true when it was one of them.
+bool KvdLoz6TuGps_hrvDispatch(Signal* sig);
 u32  KvdLoz6TuGps_hrvState();
 const char* KvdLoz6TuGps_hrvStateText(u32 state);
 u8   KvdLoz6TuGps_hrvResetAttempts();

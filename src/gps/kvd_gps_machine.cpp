@@ -176,7 +176,7 @@ void onParsedSentence(const char* text)
 {
     const u32 gpsState = KvdLoz6TuGps_gpsState();
     GpsSentenceType type;
-    if (KvdLoz6TuGps_parseSentence(text, type) == 0) {
+    if (!KvdLoz6TuGps_parseSentence(text, type)) {
         if (gpsState == GPS_WAIT_FOR_VALID_MSG) KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "Not a valid message");
         return;
     }

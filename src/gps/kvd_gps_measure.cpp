@@ -80,7 +80,7 @@ u32 KvdLoz6TuGps_time(double& time) { return gps::timeOf(KvdLoz6TuGps_gpsState()
 bool gps::observe(u32 (*timeQuery)(double& time), void (*setNoise)(u32 z_i), Observation& o)
 {
     LatchedEdge edge{};
-    if (KvdLoz6TuReg_handleRefClkInt(edge) == 0) return false;
+    if (!KvdLoz6TuReg_handleRefClkInt(edge)) return false;
     edge.time[1] -= state().gpsCompensationDelay + KvdLoz6TuReg_getPp1sBoardDelay();
     double gpsTime = 0.0;
     ReferenceTime reference;

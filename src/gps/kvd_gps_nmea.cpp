@@ -55,80 +55,80 @@ bool readLongitude(GpggaFields& field, GpsCoordinate& longitude)
 
 }  // namespace
 
-int KvdLoz6TuGps_parseGPGGA(const char* text)
+bool KvdLoz6TuGps_parseGPGGA(const char* text)
 {
     const Sentence sentence = gps::inspect(text);
-    if (!gps::optionalChecksumPasses(sentence, "KvdLoz6TuGps_parseGPGGA")) return 0;
-    if (!sentence.checksumPresent && !gps::lengthPasses(sentence, 70, 79, "GPGGA")) return 0;
+    if (!gps::optionalChecksumPasses(sentence, "KvdLoz6TuGps_parseGPGGA")) return false;
+    if (!sentence.checksumPresent && !gps::lengthPasses(sentence, 70, 79, "GPGGA")) return false;
 
     GpggaFields field(sentence);
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
     ++s->counters.numberOfGPGGA;
 
-    if (!field.next("GPGGA UTC", 6)) return 0;
+    if (!field.next("GPGGA UTC", 6)) return false;
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPGGA UTC time: %u:%u:%u", gps::toPair(field.value),
               gps::toPair(field.value + 2), gps::toPair(field.value + 4));
     GpsPosition position;
-    if (!readLatitude(field, position.latitude)) return 0;
-    if (!readLongitude(field, position.longitude)) return 0;
+    if (!readLatitude(field, position.latitude)) return false;
+    if (!readLongitude(field, position.longitude)) return false;
 
-    if (!field.next("GPGGA status", 1)) return 0;
+    if (!field.next("GPGGA status", 1)) return false;
     if (!field.is('0') && !field.is('1') && !field.is('2')) {
         KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPGGA: Error in receiver status value");
-        return 0;
+        return false;
     }
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPGGA GPS Receiver Status: %u", gps::toNumber(field.value));
 
-    if (!field.next("GPGGA number of satellites", 2)) return 0;
+    if (!field.next("GPGGA number of satellites", 2)) return false;
     s->noOfSatellitesForPosit = static_cast<u8>(gps::toNumber(field.value));
     KvdLoz6FifoGps_storeGpggaSatellites(s->noOfSatellitesForPosit);
-    if (!field.next("GPGGA DOP", 5)) return 0;
+    if (!field.next("GPGGA DOP", 5)) return false;
     KvdLoz6FifoGps_storeGpggaDop(gps::toDouble(field.value));
-    if (!field.next("GPGGA altitude", 8)) return 0;
+    if (!field.next("GPGGA altitude", 8)) return false;
     position.altitude = gps::toDouble(field.value);
 
-    if (!field.next("GPGGA unit of altitude", 1)) return 0;
-    if (!field.next("GPGGA geoid altitude", 6)) return 0;
-    if (!field.next("GPGGA unit of geoid", 1)) return 0;
-    if (!field.next("GPGGA DGPS data time", 0, 2)) return 0;
-    if (!field.next("GPGGA DGPS Station ID", 0, 4)) return 0;
-    if (!gps::fullyParsed(sentence, field.consumed(), "GPGGA")) return 0;
+    if (!field.next("GPGGA unit of altitude", 1)) return false;
+    if (!field.next("GPGGA geoid altitude", 6)) return false;
+    if (!field.next("GPGGA unit of geoid", 1)) return false;
+    if (!field.next("GPGGA DGPS data time", 0, 2)) return false;
+    if (!field.next("GPGGA DGPS Station ID", 0, 4)) return false;
+    if (!gps::fullyParsed(sentence, field.consumed(), "GPGGA")) return false;
 
     KvdLoz6TuGps_receiverRecord().instantaneous = position;
     KvdLoz6FifoGps_storeGpggaPosition(position);
-    return 1;
+    return true;
 }
 
-int KvdLoz6TuGps_parseGPGSA(const char* text)
+bool KvdLoz6TuGps_parseGPGSA(const char* text)
 {
     const Sentence sentence = gps::inspect(text);
-    if (!gps::optionalChecksumPasses(sentence, "KvdLoz6TuGps_parseGPGSA")) return 0;
-    if (!gps::lengthPasses(sentence, 39, 66, "GPGSA")) return 0;
+    if (!gps::optionalChecksumPasses(sentence, "KvdLoz6TuGps_parseGPGSA")) return false;
+    if (!gps::lengthPasses(sentence, 39, 66, "GPGSA")) return false;
 
     Fields<7> field(sentence);
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
     ++s->counters.numberOfGPGSA;
 
-    if (!field.next("GPGSA operational mode", 1)) return 0;
-    if (!field.next("GPGSA positioning status", 1)) return 0;
+    if (!field.next("GPGSA operational mode", 1)) return false;
+    if (!field.next("GPGSA positioning status", 1)) return false;
     std::array<u8, GPS_BEST_SATELLITES> used{};
     for (u8& SVno : used) {
-        if (!field.next("GPGSA satellite used", 0, 2)) return 0;
+        if (!field.next("GPGSA satellite used", 0, 2)) return false;
         SVno = static_cast<u8>(gps::toNumber(field.value));
     }
     GpsDop dop;
-    if (!field.next("GPGSA PDOP", 5)) return 0;
+    if (!field.next("GPGSA PDOP", 5)) return false;
     dop.PDOP = gps::toDouble(field.value);
-    if (!field.next("GPGSA HDOP", 5)) return 0;
+    if (!field.next("GPGSA HDOP", 5)) return false;
     dop.HDOP = gps::toDouble(field.value);
-    if (!field.next("GPGSA VDOP", 5)) return 0;
+    if (!field.next("GPGSA VDOP", 5)) return false;
     dop.VDOP = gps::toDouble(field.value);
-    if (!gps::fullyParsed(sentence, field.consumed(), "GPGSA")) return 0;
+    if (!gps::fullyParsed(sentence, field.consumed(), "GPGSA")) return false;
 
     s->dop = dop;
     s->usedSatellites = used;
     KvdLoz6FifoGps_storeGpgsa(dop, used);
-    return 1;
+    return true;
 }
 
 u8 KvdLoz6TuGps_noOfSatellitesForPosit() { return s->noOfSatellitesForPosit; }

@@ -10,10 +10,10 @@
 /// Sentences by kind, counted as each parser says.
 struct GpsNmeaCounters { u32 numberOfGPGGA = 0, numberOfGPGSA = 0, numberOfGPGSV = 0, numberOfGLGSV = 0; };
 
-int KvdLoz6TuGps_parseGPGGA(const char* sentence);
-int KvdLoz6TuGps_parseGPGSA(const char* sentence);
-int KvdLoz6TuGps_parseGPGSV(const char* sentence);
-int KvdLoz6TuGps_parseGLGSV(const char* sentence);
+bool KvdLoz6TuGps_parseGPGGA(const char* sentence);
+bool KvdLoz6TuGps_parseGPGSA(const char* sentence);
+bool KvdLoz6TuGps_parseGPGSV(const char* sentence);
+bool KvdLoz6TuGps_parseGLGSV(const char* sentence);
 
 /// Of the series that is being received; 0: the last sentence finished one, or none is under way.
 u8 KvdLoz6TuGps_gpgsvFillIndex();

@@ -138,149 +138,149 @@ void setRemoteRadioClockState(u32 value)
 
 }  // namespace
 
-int KvdLoz6TuGps_parsePxxxGPppr(const char* text)
+bool KvdLoz6TuGps_parsePxxxGPppr(const char* text)
 {
     // The Norvane protocol is in use, whatever becomes of this sentence.
     if (KvdLoz6TuGps_receiver().gpssType == GPSS_FURUNO_GPS02)
         KvdLoz6TuGps_setGpssType(GPSS_NORVANE_COMBINED);
 
     const Sentence sentence = gps::inspect(text);
-    if (!gps::requiredChecksumPasses(sentence, "GPppr")) return 0;
-    if (!gps::lengthPasses(sentence, 35, 40, "GPppr")) return 0;
+    if (!gps::requiredChecksumPasses(sentence, "GPppr")) return false;
+    if (!gps::lengthPasses(sentence, 35, 40, "GPppr")) return false;
     Fields<8> field(sentence);
-    if (!skipHead(field)) return 0;
+    if (!skipHead(field)) return false;
     ++s->counters.numberOfPNVXGPppr;
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Received Periodic PPS report");
 
     GpsReceiver& receiver = KvdLoz6TuGps_receiverRecord();
-    if (!field.nextBeforeChecksum()) return 0;
+    if (!field.nextBeforeChecksum()) return false;
     receiver.gpsTow = gps::toNumber(field.value);
-    if (!field.nextBeforeChecksum()) return 0;
+    if (!field.nextBeforeChecksum()) return false;
     receiver.gpsTimeWeek = gps::toNumber(field.value);
-    if (!skipUnused(field)) return 0;
-    if (!field.nextBeforeChecksum()) return 0;
+    if (!skipUnused(field)) return false;
+    if (!field.nextBeforeChecksum()) return false;
     const u8 gpssStatus = s->overridden ? s->overrideStatus : static_cast<u8>(gps::toNumber(field.value));
-    if (!field.nextBeforeChecksum()) return 0;
+    if (!field.nextBeforeChecksum()) return false;
     const u8 gpssFaulty = static_cast<u8>(gps::toNumber(field.value));
 
     storeStatus(gpssStatus);
     s->said.gpssFaulty = gpssFaulty;
     s->selfTest.gpssFaulty = gpssFaulty;
     ++s->selfTest.gppprCount;
-    if (!gps::fullyParsed(sentence, field.consumed(), "GPppr")) return 0;
+    if (!gps::fullyParsed(sentence, field.consumed(), "GPppr")) return false;
 
     KvdLoz6FifoGps_storeGpppr(receiver.gpsTow, receiver.gpsTimeWeek, gpssStatus, gpssFaulty);
     storeTime(gpssStatus, gpssFaulty);
-    return 1;
+    return true;
 }
 
-int KvdLoz6TuGps_parsePxxxGPsts(const char* text)
+bool KvdLoz6TuGps_parsePxxxGPsts(const char* text)
 {
     const Sentence sentence = gps::inspect(text);
-    if (!gps::requiredChecksumPasses(sentence, "GPsts")) return 0;
-    if (!gps::lengthPasses(sentence, 24, 80, "GPsts")) return 0;
+    if (!gps::requiredChecksumPasses(sentence, "GPsts")) return false;
+    if (!gps::lengthPasses(sentence, 24, 80, "GPsts")) return false;
     Fields<61> field(sentence);
-    if (!skipHead(field)) return 0;
+    if (!skipHead(field)) return false;
     ++s->counters.numberOfPNVXGPsts;
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Received GPSS Status");
 
     GpsNorvane& said = s->said;
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
     said.GPsts_pp1state = static_cast<u8>(gps::toNumber(field.value));
     setObservationMode(said.GPsts_pp1state);
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
     said.GPsts_positionHoldMode = static_cast<u8>(gps::toNumber(field.value));
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
     said.GPsts_antennaPortSts = static_cast<u8>(gps::toNumber(field.value));
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
     setCapabilities(field.value);
 
     KvdLoz6FifoGps_storeGpsts(said.GPsts_pp1state, said.GPsts_positionHoldMode, said.GPsts_antennaPortSts,
                               said.capabilities);
     KvdLoz6FifoGps_closeRecord();
     KvdLoz6FifoSkyView_tick();
-    return 1;
+    return true;
 }
 
-int KvdLoz6TuGps_parsePxxxGPver(const char* text)
+bool KvdLoz6TuGps_parsePxxxGPver(const char* text)
 {
     const Sentence sentence = gps::inspect(text);
-    if (!gps::requiredChecksumPasses(sentence, "GPver")) return 0;
-    if (!gps::lengthPasses(sentence, 17, 77, "GPver")) return 0;
+    if (!gps::requiredChecksumPasses(sentence, "GPver")) return false;
+    if (!gps::lengthPasses(sentence, 17, 77, "GPver")) return false;
     Fields<GPVER_TEXT> field(sentence);
-    if (!skipHead(field)) return 0;
+    if (!skipHead(field)) return false;
     ++s->counters.numberOfPNVXGPver;
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Received GPSS Version");
 
     for (char* stored :
          {s->said.productDesignation, s->said.productNo, s->said.productRev, s->said.additionalInformation}) {
-        if (!field.next()) return 0;
+        if (!field.next()) return false;
         std::memcpy(stored, field.value, GPVER_TEXT);
     }
     // A receiver of the Furuno dialect that can tell its version is no GPS01.
     if (KvdLoz6TuGps_receiver().gpssType == GPSS_FURUNO) KvdLoz6TuGps_setGpssType(GPSS_FURUNO_GPS02);
-    return 1;
+    return true;
 }
 
-int KvdLoz6TuGps_parsePxxxGPavp(const char* text)
+bool KvdLoz6TuGps_parsePxxxGPavp(const char* text)
 {
     const Sentence sentence = gps::inspect(text);
-    if (!gps::requiredChecksumPasses(sentence, "GPavp")) return 0;
-    if (!gps::lengthPasses(sentence, 49, 53, "GPavp")) return 0;
+    if (!gps::requiredChecksumPasses(sentence, "GPavp")) return false;
+    if (!gps::lengthPasses(sentence, 49, 53, "GPavp")) return false;
     Fields<14> field(sentence);
-    if (!skipHead(field)) return 0;
+    if (!skipHead(field)) return false;
     ++s->counters.numberOfPNVXGPavp;
 
     GpsPosition position;
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
     const gps::DegMin latitude = gps::toDegMin(field.value, 2);
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
     if (!field.is('N') && !field.is('S')) {
         KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPavp: Error in latitude direction value");
-        return 0;
+        return false;
     }
     position.latitude = {latitude.deg, latitude.min, latitude.fractMin,
                          field.is('N') ? u8{GPS_NORTH} : u8{GPS_SOUTH}};
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
     const gps::DegMin longitude = gps::toDegMin(field.value, 3);
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
     if (!field.is('E') && !field.is('W')) {
         KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPavp: Error in longitude direction value");
-        return 0;
+        return false;
     }
     position.longitude = {longitude.deg, longitude.min, longitude.fractMin,
                           field.is('E') ? u8{GPS_EAST} : u8{GPS_WEST}};
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
     position.altitude = gps::toDouble(field.value);
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
 
     KvdLoz6TuGps_receiverRecord().averaged = position;
     KvdLoz6FifoGps_storeGpavp(position);
-    return 1;
+    return true;
 }
 
-int KvdLoz6TuGps_parsePxxxGPout(const char* text)
+bool KvdLoz6TuGps_parsePxxxGPout(const char* text)
 {
     const Sentence sentence = gps::inspect(text);
-    if (!gps::requiredChecksumPasses(sentence, "GPout")) return 0;
-    if (!gps::lengthPasses(sentence, 24, 27, "GPout")) return 0;
+    if (!gps::requiredChecksumPasses(sentence, "GPout")) return false;
+    if (!gps::lengthPasses(sentence, 24, 27, "GPout")) return false;
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPout: Sentence length: %u chars", sentence.length);
     Fields<4> field(sentence);
-    if (!skipHead(field)) return 0;
+    if (!skipHead(field)) return false;
     ++s->counters.numberOfPNVXGPout;
 
     GpsNorvane& said = s->said;
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
     setRemoteRadioClockState(gps::toNumber(field.value));
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
     storeRemote(said.remoteJumpIndication, gps::toNumber(field.value), 1, 0, "remoteJumpIndication");
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
     storeRemote(said.gnssTimePresent, gps::toNumber(field.value), 2, 0, "GNSS Time Present");
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
     storeRemote(said.gnssDataPresent, gps::toNumber(field.value), 1, 0, "GNSS Data Present");
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
     storeRemote(said.isMaster, gps::toNumber(field.value), 1, 0, "is Master field");
-    return 1;
+    return true;
 }
 
 const GpsNorvane& KvdLoz6TuGps_norvane() { return s->said; }

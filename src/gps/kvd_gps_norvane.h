@@ -38,11 +38,11 @@ struct GpsNorvaneCounters {
         numberOfPNVXGPout = 0;
 };
 
-int KvdLoz6TuGps_parsePxxxGPppr(const char* sentence);
-int KvdLoz6TuGps_parsePxxxGPsts(const char* sentence);
-int KvdLoz6TuGps_parsePxxxGPver(const char* sentence);
-int KvdLoz6TuGps_parsePxxxGPavp(const char* sentence);
-int KvdLoz6TuGps_parsePxxxGPout(const char* sentence);
+bool KvdLoz6TuGps_parsePxxxGPppr(const char* sentence);
+bool KvdLoz6TuGps_parsePxxxGPsts(const char* sentence);
+bool KvdLoz6TuGps_parsePxxxGPver(const char* sentence);
+bool KvdLoz6TuGps_parsePxxxGPavp(const char* sentence);
+bool KvdLoz6TuGps_parsePxxxGPout(const char* sentence);
 
 const GpsNorvane& KvdLoz6TuGps_norvane();
 /// No sentence fills `code`: it is set from outside.

@@ -163,9 +163,9 @@ void otherSentence(const GpsSentenceType& type)
     waitForAny();
 }
 
-void inWaitForValid(const GpsSentenceType& type, int result)
+void inWaitForValid(const GpsSentenceType& type, bool isWhole)
 {
-    if (result == 0) {
+    if (!isWhole) {
         KVD_TRACE(TRACE_TUGPS_OSL, TRACE_INFO, "Not a valid message");
         return;
     }
@@ -213,10 +213,10 @@ void onSentence(const char* text)
         return;
     }
     GpsSentenceType type;
-    const int result = KvdLoz6TuGps_parseSentence(text, type);
-    if (s->gpsState == GPS_WAIT_FOR_VALID_MSG) return inWaitForValid(type, result);
+    const bool isWhole = KvdLoz6TuGps_parseSentence(text, type);
+    if (s->gpsState == GPS_WAIT_FOR_VALID_MSG) return inWaitForValid(type, isWhole);
     if (type.kind != GPS_KIND_GPPPR) return otherSentence(type);
-    if (result == 0) return;                     // a damaged one tells nothing of the time
+    if (!isWhole) return;                        // a damaged one tells nothing of the time
     if (s->gpsState == GPS_WAIT_FOR_OPERATIONAL) inWaitForOperational();
     else                                         inOperational();
 }
@@ -300,23 +300,23 @@ void setLinkNoise(u32 z_i) { KvdLoz6TuReg_setMeasR(R_LINK, z_i); }
 
 }  // namespace
 
-int KvdLoz6GpsOsl_dispatch(Signal* sig)
+bool KvdLoz6GpsOsl_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case KVD_TUGPSOSL_OPERATIONAL_TIMEOUT:          onOperationalTimeout();                       return 1;
-    case KVD_TUGPSOSL_WAIT_FOR_OPERATIONAL_TIMEOUT: onWaitTimeout(s->waitForOperationalTmoRef);   return 1;
-    case KVD_TUGPSOSL_WAIT_FOR_VALID_MSG:           onWaitTimeout(s->waitForValidMsgTmoRef);      return 1;
-    case KVD_TUGPSOSL_VALID_TIMEOUT:                onValidTimeout();                             return 1;
-    case KVD_TUGPSOSL_NMEA_MSG_REC:                 onNmeaMsgRec(sig);                            return 1;
+    case KVD_TUGPSOSL_OPERATIONAL_TIMEOUT:          onOperationalTimeout();                     return true;
+    case KVD_TUGPSOSL_WAIT_FOR_OPERATIONAL_TIMEOUT: onWaitTimeout(s->waitForOperationalTmoRef); return true;
+    case KVD_TUGPSOSL_WAIT_FOR_VALID_MSG:           onWaitTimeout(s->waitForValidMsgTmoRef);    return true;
+    case KVD_TUGPSOSL_VALID_TIMEOUT:                onValidTimeout();                           return true;
+    case KVD_TUGPSOSL_NMEA_MSG_REC:                 onNmeaMsgRec(sig);                          return true;
     case KVD_TUGPSOSL_SERIALPORT_INITIALISED:
         if (s->gpsState == GPS_INIT_SERIAL_PORT) enter(GPS_WAIT_FOR_ANY_MSG);
-        return 1;
+        return true;
     case KVD_TUGPSOSL_SUPR_ALARM_TIMEOUT:
         if (takeTimeout(s->alarmSuprTmoRef)) report();
-        return 1;
-    case KVD_TUIIF_SET_GPSOSL_DELAY_IND:            onSetDelay(sig);                              return 1;
-    case KVD_TUIIF_GPSOSL_ATTRIB_REQ:               onAttribReq(sig);                             return 1;
-    default:                                                                                      return 0;
+        return true;
+    case KVD_TUIIF_SET_GPSOSL_DELAY_IND:            onSetDelay(sig);                            return true;
+    case KVD_TUIIF_GPSOSL_ATTRIB_REQ:               onAttribReq(sig);                           return true;
+    default:                                                                                    return false;
     }
 }
 

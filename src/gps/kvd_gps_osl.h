@@ -10,7 +10,7 @@ struct Signal;
 
 constexpr u32 RC_UNKNOWN = 10;   // remote radio clock state
 
-int  KvdLoz6GpsOsl_dispatch(Signal* sig);
+bool KvdLoz6GpsOsl_dispatch(Signal* sig);
 /// A latched 1PPS edge while the link is selected.
 void KvdLoz6GpsOsl_handleInt();
 /// 1PPS present or absent, as the toggle detector's filter says.

@@ -249,17 +249,17 @@ void gpsout::changeState(u32 event)
 
 // ---- public -------------------------------------------------------------------------------------
 
-int KvdLoz6GpsOut_dispatch(Signal* sig)
+bool KvdLoz6GpsOut_dispatch(Signal* sig)
 {
-    if (takePulseSignal(sig) != 0) return 1;
+    if (takePulseSignal(sig)) return true;
     switch (sig->sigNo) {
     case KVD_TUGPS_OUT_GRACE_TIMEOUT:
         if (KvdTimer_expired(s->graceTimer)) changeState(EV_LOST);
-        return 1;
+        return true;
     case KVD_TUIIF10_TIME_DATA_IND:
         onTimeData(as<KvdTuiif10TimeDataInd>(sig));
-        return 0;                                // the regulator looks at it, too
-    default: return 0;
+        return false;                                // the regulator looks at it, too
+    default: return false;
     }
 }
 

@@ -9,7 +9,7 @@
 
 struct Signal;
 
-int  KvdLoz6GpsOut_dispatch(Signal* sig);
+bool KvdLoz6GpsOut_dispatch(Signal* sig);
 /// Emulation mode 1 GPS, any other HPTSI. While the output runs, only its protocol changes. It takes the
 /// board's one serial line from a receiver.
 void KvdLoz6GpsOut_start(u8 mode);

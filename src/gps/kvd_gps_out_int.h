@@ -94,8 +94,8 @@ bool speaks();
 const char* stateText(u32 gpsOutState);
 
 // ---- kvd_gps_out_pulse.cpp ----
-/// The pulse's interrupt, and the time-outs of what it says: 1 when it was one of them.
-int takePulseSignal(Signal* sig);
+/// The pulse's interrupt, and the time-outs of what it says: true when it was one of them.
+bool takePulseSignal(Signal* sig);
 /// Week and second of the week of the whole second next to this time, s since the GPS epoch: the pulse leaves
 /// the counter before its second by the way to the connector.
 void setTime(double gpsTime);

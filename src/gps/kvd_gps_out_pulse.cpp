@@ -195,16 +195,16 @@ void gpsout::setTime(double gpsTime)
     state().gpsTime = u64{week} * WEEK_s + tow;
 }
 
-int gpsout::takePulseSignal(Signal* sig)
+bool gpsout::takePulseSignal(Signal* sig)
 {
     switch (sig->sigNo) {
-    case KVD_TUGPS_OUT_INTERRUPT:              onInterrupt();                                    return 1;
-    case KVD_TUGPS_OUT_GPPPR_TIMEOUT:          onTimeout(state().gppprTimer, onGpppr);           return 1;
-    case KVD_TUGPS_OUT_PERIODIC_GPGGA_TIMEOUT: onTimeout(state().gpggaTimer, onGpgga);           return 1;
-    case KVD_TUGPS_OUT_CMCC_TOD_TIME_TIMEOUT:  onTimeout(state().cmccTimeTimer, onCmccTime);     return 1;
-    case KVD_TUGPS_OUT_CMCC_TOD_STATE_TIMEOUT: onTimeout(state().cmccStateTimer, onCmccState);   return 1;
-    case KVD_TUGPS_OUT_SIM_INTERRUPT_TIMEOUT:  onSimInterrupt();                                 return 1;
-    case KVD_TUGPS_OUT_GPOUT_TIMEOUT:          onTimeout(state().gpoutTimer, onGpout);           return 1;
-    default:                                                                                     return 0;
+    case KVD_TUGPS_OUT_INTERRUPT:              onInterrupt();                                  return true;
+    case KVD_TUGPS_OUT_GPPPR_TIMEOUT:          onTimeout(state().gppprTimer, onGpppr);         return true;
+    case KVD_TUGPS_OUT_PERIODIC_GPGGA_TIMEOUT: onTimeout(state().gpggaTimer, onGpgga);         return true;
+    case KVD_TUGPS_OUT_CMCC_TOD_TIME_TIMEOUT:  onTimeout(state().cmccTimeTimer, onCmccTime);   return true;
+    case KVD_TUGPS_OUT_CMCC_TOD_STATE_TIMEOUT: onTimeout(state().cmccStateTimer, onCmccState); return true;
+    case KVD_TUGPS_OUT_SIM_INTERRUPT_TIMEOUT:  onSimInterrupt();                               return true;
+    case KVD_TUGPS_OUT_GPOUT_TIMEOUT:          onTimeout(state().gpoutTimer, onGpout);         return true;
+    default:                                                                                   return false;
     }
 }

@@ -416,7 +416,7 @@ void KvdLoz6TuGps_recoverySentence(u8 kind)
     }
 }
 
-int KvdLoz6TuGps_recoveryDispatch(Signal* sig)
+bool KvdLoz6TuGps_recoveryDispatch(Signal* sig)
 {
     for (u32 i = 0; i < RECOVERY_TIMERS; ++i) {
         if (TIMERS[i].sigNo != sig->sigNo) continue;
@@ -424,9 +424,9 @@ int KvdLoz6TuGps_recoveryDispatch(Signal* sig)
             onGpstsTimeout();
         else if (KvdTimer_expired(s->timer[i]))
             KvdLoz6TuGps_onRecoverySMEvent(TIMERS[i].event);
-        return 1;
+        return true;
     }
-    return 0;
+    return false;
 }
 
 u32 KvdLoz6TuGps_recoveryState() { return s->state; }

@@ -53,8 +53,8 @@ struct RecoveryCounters {
 void KvdLoz6TuGps_onRecoverySMEvent(u32 event);
 /// A sentence that was taken, by its kind: what it means to the machine is told to it.
 void KvdLoz6TuGps_recoverySentence(u8 kind);
-/// The six time-outs: 1 when it was one of them.
-int  KvdLoz6TuGps_recoveryDispatch(Signal* sig);
+/// The six time-outs: true when it was one of them.
+bool KvdLoz6TuGps_recoveryDispatch(Signal* sig);
 u32  KvdLoz6TuGps_recoveryState();
 u32  KvdLoz6TuGps_recoverySubState();
 u32  KvdLoz6TuGps_supervisionStatus();       // EnhancedGps02SupervisionStatus

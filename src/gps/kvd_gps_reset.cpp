@@ -21,17 +21,17 @@ constexpr u32 STEP_RESET = 2, STEP_DEBUG = 3;    // behind GPS02_CLEAR_AND_RESET
 
 using node::shellPrintf;
 
-int queueFramed(const char* body, NmeaFrame frame)
+bool queueFramed(const char* body, NmeaFrame frame)
 {
     char sentence[80];
     const u32 length = KvdLoz6TuGps_frameSentence(sentence, sizeof sentence, body, frame);
     return KvdLoz6TuGps_queueSentence(sentence, length);
 }
 
-int refuse(const char* text)
+bool refuse(const char* text)
 {
     shellPrintf("%s", text);
-    return 0;
+    return false;
 }
 
 void endReset()
@@ -102,25 +102,25 @@ void KvdLoz6TuGps_startGps02Reset(u32 step, bool debug)
     state.resetActive = true;
 }
 
-int KvdLoz6TuGps_GpsFwRestart()
+bool KvdLoz6TuGps_GpsFwRestart()
 {
-    if (KvdLoz6TuGps_isFirmware("Unknown")) return 0;
+    if (KvdLoz6TuGps_isFirmware("Unknown")) return false;
     if (KvdLoz6TuGps_isFirmware("110624")) {
         KvdLoz6TuGps_startGps02Reset(GPS02_CLEAR_AND_RESET, true);
-        return 1;
+        return true;
     }
     if (!KvdLoz6TuGps_isFirmware("120510")) return KvdLoz6TuGps_sendOneShot("PNVX,GPrst,S,1", true);
-    if (KvdLoz6TuGps_sendOneShot("PNVX,GPdbg,r,i", true) == 0) return 0;
+    if (!KvdLoz6TuGps_sendOneShot("PNVX,GPdbg,r,i", true)) return false;
     return KvdLoz6TuGps_sendOneShot("PNVX,GPdbg,r,o", true);
 }
 
-int KvdLoz6TuGps_resetHrv()
+bool KvdLoz6TuGps_resetHrv()
 {
-    if (!KvdLoz6TuGps_isFirmware("120510")) return 0;
+    if (!KvdLoz6TuGps_isFirmware("120510")) return false;
     return KvdLoz6TuGps_sendOneShot("PNVX,GPdbg,r,s", true);
 }
 
-int KvdLoz6TuGps_changeProtocol(u32 protocol)
+bool KvdLoz6TuGps_changeProtocol(u32 protocol)
 {
     constexpr const char* NOT_POSSIBLE = "Protocol change is not supported.\n"
                                          "Please check GPS reference and state defined on node";
@@ -132,17 +132,17 @@ int KvdLoz6TuGps_changeProtocol(u32 protocol)
     const char* const name = toNorvane ? "Norvane Combined" : "Furuno";
     if (toNorvane == (type == GPSS_NORVANE_COMBINED)) {
         shellPrintf("GPS protocol is already set to %s protocol.\n", name);
-        return 1;
+        return true;
     }
-    const int queued = toNorvane ? queueFramed("PNVX,GPper,1", NMEA_CHECKSUM_BLANK)
-                                 : queueFramed("PFEC,GPset,Z1", NMEA_PLAIN);
-    if (queued == 0) return refuse(NOT_POSSIBLE);
+    const bool queued = toNorvane ? queueFramed("PNVX,GPper,1", NMEA_CHECKSUM_BLANK)
+                                  : queueFramed("PFEC,GPset,Z1", NMEA_PLAIN);
+    if (!queued) return refuse(NOT_POSSIBLE);
     shellPrintf("GPS protocol change to %s protocol has been ordered.\n"
                 "Actual protocol can be checked with coli command \"gpsstatus\".\n", name);
-    return 1;
+    return true;
 }
 
-int KvdLoz6TuGps_resetGps01()
+bool KvdLoz6TuGps_resetGps01()
 {
     constexpr const char* NOT_POSSIBLE =
         "GPS module can't be reset, message to GPS module can't be send.\n"
@@ -151,7 +151,7 @@ int KvdLoz6TuGps_resetGps01()
     if (!KvdLoz6TuGps_isFirmware("Unknown") || KvdLoz6TuGps_gpssType() != GPSS_FURUNO)
         return refuse("Connected GPS module is not GPS01\n");
     constexpr char BOTH[] = "$PFEC,GPset,Z1\r\n$PFEC,GPclr,1\r\n";
-    return KvdLoz6TuGps_queueOrdered(BOTH, sizeof BOTH - 1) == 1 ? 1 : refuse(NOT_POSSIBLE);
+    return KvdLoz6TuGps_queueOrdered(BOTH, sizeof BOTH - 1) || refuse(NOT_POSSIBLE);
 }
 
 void KvdLoz6TuGps_queueModeSetup(bool fixedPosition)

@@ -115,42 +115,42 @@ void fill(SatelliteSystem& system, const GpsSatellite (&group)[GROUPS], bool las
     KvdLoz6FifoGps_storeSatellites(nmea().best);
 }
 
-int parseGSV(const char* sentenceText, SatelliteSystem& system, const SystemText& text)
+bool parseGSV(const char* sentenceText, SatelliteSystem& system, const SystemText& text)
 {
     const Sentence sentence = gps::inspect(sentenceText);
-    if (!gps::optionalChecksumPasses(sentence, text.parser)) return 0;
-    if (!gps::lengthPasses(sentence, 12, 67, text.name)) return 0;
+    if (!gps::optionalChecksumPasses(sentence, text.parser)) return false;
+    if (!gps::lengthPasses(sentence, 12, 67, text.name)) return false;
 
     GsvFields field(sentence);
-    if (!field.next()) return 0;
-    if (!field.next(text.messagesLabel, 1)) return 0;
+    if (!field.next()) return false;
+    if (!field.next(text.messagesLabel, 1)) return false;
     const u32 messages = gps::toNumber(field.value);
-    if (!field.next(text.messageLabel, 1)) return 0;
+    if (!field.next(text.messageLabel, 1)) return false;
     const u32 message = gps::toNumber(field.value);
-    if (!field.next(text.inViewLabel, 2)) return 0;
+    if (!field.next(text.inViewLabel, 2)) return false;
     const u8 inView = static_cast<u8>(gps::toNumber(field.value));
     if (messages < 1 || messages > MESSAGES_MAX) {
         system.fillIndex = 0;
         KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "%s Total number of messages out of range: %d", text.name,
                   static_cast<i32>(messages));
-        return 0;
+        return false;
     }
     if (message > messages) {
         system.fillIndex = 0;
         KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "%s message number too large: %d", text.name,
                   static_cast<i32>(message));
-        return 0;
+        return false;
     }
 
     // Behind the last group of a sentence with a checksum stand its two digits.
     const u32 end = sentence.checksumPresent ? sentence.length - 2 : sentence.length;
     GpsSatellite group[GROUPS];
-    if (!readGroups(field, end, text, group)) return 0;
-    if (!gps::fullyParsed(sentence, field.consumed(), text.name)) return 0;
+    if (!readGroups(field, end, text, group)) return false;
+    if (!gps::fullyParsed(sentence, field.consumed(), text.name)) return false;
 
     fill(system, group, message == messages, inView);
     restartSilenceTimer(system, text);
-    return 1;
+    return true;
 }
 
 /// The system has been silent too long.
@@ -164,13 +164,13 @@ void forget(SatelliteSystem& system)
 
 }  // namespace
 
-int KvdLoz6TuGps_parseGPGSV(const char* sentence)
+bool KvdLoz6TuGps_parseGPGSV(const char* sentence)
 {
     ++nmea().counters.numberOfGPGSV;
     return parseGSV(sentence, nmea().gps, GPS);
 }
 
-int KvdLoz6TuGps_parseGLGSV(const char* sentence)
+bool KvdLoz6TuGps_parseGLGSV(const char* sentence)
 {
     ++nmea().counters.numberOfGLGSV;
     return parseGSV(sentence, nmea().glonass, GLONASS);

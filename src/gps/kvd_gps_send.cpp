@@ -112,52 +112,52 @@ void KvdLoz6TuGps_onSendTimeout()
     if (KvdTimer_expired(*sendToGpsTimer) && KvdLoz6TuGps_gpsState() != GPS_UN_INIT) pace();
 }
 
-int KvdLoz6TuGps_queueSentence(const char* sentence, u32 length)
+bool KvdLoz6TuGps_queueSentence(const char* sentence, u32 length)
 {
-    if (KvdLoz6TuGps_gpssType() == GPSS_FURUNO && s->commandFlag == 0) return 0;
+    if (KvdLoz6TuGps_gpssType() == GPSS_FURUNO && s->commandFlag == 0) return false;
     constexpr u32 ROOM = gps::SEND_QUEUE_SIZE - 1;
     if (length > ROOM - s->queued) pace();
     if (length > ROOM - s->queued) {
         KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Not enough space left in send to GPS buffer");
-        return 0;
+        return false;
     }
     std::memcpy(s->queue + s->queued, sentence, length);
     s->queued += length;
     s->queue[s->queued] = '\0';
     s->counters.numberOfBytesQueued += length;
-    return 1;
+    return true;
 }
 
-int KvdLoz6TuGps_queueOrdered(const char* sentence, u32 length)
+bool KvdLoz6TuGps_queueOrdered(const char* sentence, u32 length)
 {
     const u32 before = s->commandFlag;
     s->commandFlag = 1;
-    if (KvdLoz6TuGps_queueSentence(sentence, length) != 1) {
+    if (!KvdLoz6TuGps_queueSentence(sentence, length)) {
         s->commandFlag = before;
-        return 0;
+        return false;
     }
     s->commandFlag = 1;                  // a write that made room has cleared it
-    return 1;
+    return true;
 }
 
 u32 KvdLoz6TuGps_queuedBytes() { return s->queued; }
 
-int KvdLoz6TuGps_sendOneShot(const char* body, bool withChecksum, bool ordered)
+bool KvdLoz6TuGps_sendOneShot(const char* body, bool withChecksum, bool ordered)
 {
     if (KvdLoz6TuGps_gpssType() == GPSS_NORVANE || KvdLoz6TuGps_tuGpsRefType() != GPS_REF
         || !KvdLoz6TuGps_historyAboveUnInit()) {
         KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "GpsFwRestart not initiated!");
-        return 0;
+        return false;
     }
     char sentence[gps::SEND_QUEUE_SIZE];
     const u32 length = KvdLoz6TuGps_frameSentence(sentence, sizeof sentence, body,
                                                   withChecksum ? NMEA_CHECKSUM : NMEA_PLAIN);
-    const int queued = ordered ? KvdLoz6TuGps_queueOrdered(sentence, length)
-                               : KvdLoz6TuGps_queueSentence(sentence, length);
-    if (queued == 0) return 0;
+    const bool queued = ordered ? KvdLoz6TuGps_queueOrdered(sentence, length)
+                                : KvdLoz6TuGps_queueSentence(sentence, length);
+    if (!queued) return false;
     for (const KnownCommand& known : KNOWN_COMMANDS)
         if (std::strcmp(body, known.body) == 0) ++(s->counters.*known.counter);
-    return 1;
+    return true;
 }
 
 const GpsSendCounters& KvdLoz6TuGps_sendCounters() { return s->counters; }

@@ -52,20 +52,20 @@ void join(char (&text)[MODULE_TEXT], const char* part)
 
 using RvrFields = Fields<MODULE_TEXT>;
 
-int parseIdentity(RvrFields& field)
+bool parseIdentity(RvrFields& field)
 {
     GpsModule read = s->module;
     read.manufactureDate[0] = '\0';
-    if (!field.nextExactly("Hardware ID", 4)) return 0;
+    if (!field.nextExactly("Hardware ID", 4)) return false;
     std::memcpy(read.hardwareId, field.value, MODULE_TEXT);
-    if (!field.next()) return 0;
-    if (!field.nextExactly("Serial Number", 8)) return 0;
+    if (!field.next()) return false;
+    if (!field.nextExactly("Serial Number", 8)) return false;
     std::memcpy(read.serialNumber, field.value, MODULE_TEXT);
-    if (!field.nextExactly("Manf date Month", 2)) return 0;
+    if (!field.nextExactly("Manf date Month", 2)) return false;
     join(read.manufactureDate, field.value);
-    if (!field.nextExactly("Manf date Day", 2)) return 0;
+    if (!field.nextExactly("Manf date Day", 2)) return false;
     join(read.manufactureDate, field.value);
-    if (!field.nextExactly("Manf date Year", 4)) return 0;
+    if (!field.nextExactly("Manf date Year", 4)) return false;
     join(read.manufactureDate, field.value);
 
     s->module = read;
@@ -73,27 +73,27 @@ int parseIdentity(RvrFields& field)
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "PTNLRVR H sentence parsed serial number: %s", read.serialNumber);
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "PTNLRVR H sentence parsed manufacturing date: %s",
               read.manufactureDate);
-    return 1;
+    return true;
 }
 
-int parseFirmware(RvrFields& field)
+bool parseFirmware(RvrFields& field)
 {
     field.splitAtPoint();
     char version[MODULE_TEXT] = "";
-    if (!field.nextExactly("Firmware major version", 2)) return 0;
+    if (!field.nextExactly("Firmware major version", 2)) return false;
     join(version, field.value);
-    if (!field.nextExactly("Firmware minor version", 2)) return 0;
+    if (!field.nextExactly("Firmware minor version", 2)) return false;
     join(version, field.value);
-    if (!field.nextExactly("Firmware build version", 2)) return 0;
+    if (!field.nextExactly("Firmware build version", 2)) return false;
     join(version, field.value);
-    if (!field.nextExactly("Manf date Month", 2)) return 0;
-    if (!field.nextExactly("Manf date Day", 2)) return 0;
-    if (!field.nextExactly("Manf date Year", 4)) return 0;
+    if (!field.nextExactly("Manf date Month", 2)) return false;
+    if (!field.nextExactly("Manf date Day", 2)) return false;
+    if (!field.nextExactly("Manf date Year", 4)) return false;
 
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "PTNLRVR S sentence parsed firmware version: %s", version);
     std::memcpy(s->module.firmwareVersion, version, MODULE_TEXT);
     tellWaiter(KVD_TUGPS_CHIP_MSG_PARSED_IND);
-    return 1;
+    return true;
 }
 
 // ---- queries ----
@@ -123,37 +123,37 @@ bool awaitAnswer(const SIGSELECT* selection)
 
 }  // namespace
 
-int KvdLoz6TuGps_parsePTNLRBA(const char* text)
+bool KvdLoz6TuGps_parsePTNLRBA(const char* text)
 {
     const Sentence sentence = gps::inspect(text);
-    if (!gps::optionalChecksumPasses(sentence, RBA)) return 0;
-    if (!gps::lengthPasses(sentence, 8, 14, "KvdLoz6TuGps_parsePTNLRBA: PTNLRBA")) return 0;
+    if (!gps::optionalChecksumPasses(sentence, RBA)) return false;
+    if (!gps::lengthPasses(sentence, 8, 14, "KvdLoz6TuGps_parsePTNLRBA: PTNLRBA")) return false;
     Fields<9> field(sentence, "KvdLoz6TuGps_parsePTNLRBA: ");
-    if (!field.next()) return 0;
+    if (!field.next()) return false;
     ++s->counters.numberOfPTNLRBA;
-    if (!field.next("Antenna STATUS Message", 1)) return 0;
+    if (!field.next("Antenna STATUS Message", 1)) return false;
     const u32 status = gps::toNumber(field.value);
-    if (!field.next("Antenna FEEDLINE Message", 1)) return 0;
+    if (!field.next("Antenna FEEDLINE Message", 1)) return false;
     const u32 feedline = gps::toNumber(field.value);
     KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "%s: Antenna status value is %u, and Antenna feedline value is %u",
               RBA, status, feedline);
     const bool isKnown = field.is('0') || field.is('1') || field.is('2');
     s->antennaFeedline = isKnown ? feedline : u32{FEEDLINE_UNKNOWN};
     tellWaiter(KVD_TUGPS_STATUS_MSG_PARSED);
-    return 1;
+    return true;
 }
 
-int KvdLoz6TuGps_parsePTNLRVR(const char* text)
+bool KvdLoz6TuGps_parsePTNLRVR(const char* text)
 {
     const Sentence sentence = gps::inspect(text);
-    if (!gps::requiredChecksumPasses(sentence, RVR)) return 0;
-    if (!gps::lengthPasses(sentence, 8, 64, "KvdLoz6TuGps_parsePTNLRVR: PTNLRVR")) return 0;
+    if (!gps::requiredChecksumPasses(sentence, RVR)) return false;
+    if (!gps::lengthPasses(sentence, 8, 64, "KvdLoz6TuGps_parsePTNLRVR: PTNLRVR")) return false;
     RvrFields field(sentence, "KvdLoz6TuGps_parsePTNLRVR: ");
-    if (!field.next() || !field.nextExactly("Type", 1)) return 0;
+    if (!field.next() || !field.nextExactly("Type", 1)) return false;
     switch (field.value[0]) {
     case 'H': ++s->counters.numberOfPTNLRVRH; return parseIdentity(field);
     case 'S': ++s->counters.numberOfPTNLRVRS; return parseFirmware(field);
-    default: KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "%s: Wrong PTNLRVR subfield!", RVR); return 0;
+    default: KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "%s: Wrong PTNLRVR subfield!", RVR); return false;
     }
 }
 

@@ -20,8 +20,8 @@ enum GpsAntennaFeedline : u32 {
 
 struct GpsTrimbleCounters { u32 numberOfPTNLRBA = 0, numberOfPTNLRVRH = 0, numberOfPTNLRVRS = 0; };
 
-int KvdLoz6TuGps_parsePTNLRBA(const char* sentence);
-int KvdLoz6TuGps_parsePTNLRVR(const char* sentence);
+bool KvdLoz6TuGps_parsePTNLRBA(const char* sentence);
+bool KvdLoz6TuGps_parsePTNLRVR(const char* sentence);
 
 const GpsModule& KvdLoz6TuGps_module();
 void KvdLoz6TuGps_resetModule();

@@ -83,15 +83,15 @@ int HALI_init()
 // ---- time, references -------------------------------------------------------------------------
 
 int HALI_readTime(double& period, double& time) { return tuHwIf_readTime(period, time); }
-int HALI_adjustTime(double ext_t, double t) { return tuHwIf_adjustTime(ext_t, t); }
+bool HALI_adjustTime(double ext_t, double t) { return tuHwIf_adjustTime(ext_t, t); }
 int HALI_subscribeRefTime(u32 selector) { return tuHwIf_selectSynchRef(selector); }
-int HALI_unSubscribeRefTime(u32) { return 0; }
+int HALI_unSubscribeRefTime(u32) { return false; }
 u32 HALI_readToggleStatus() { return tuHwIf_readToggleStatus(); }
 
 int HALI_getPowerOnTime(u32& time)
 {
     time = 0;
-    return 0;
+    return false;
 }
 
 // ---- oscillator -------------------------------------------------------------------------------

@@ -11,8 +11,8 @@
 /// Finds the board type, then the FPGA base addresses; without them every hardware read fails.
 int  HALI_init();
 int  HALI_readTime(double& period, double& time);
-/// 1 when performed, 0 when not needed or failed.
-int  HALI_adjustTime(double ext_t, double t);
+/// True when performed, false when not needed or failed.
+bool HALI_adjustTime(double ext_t, double t);
 int  HALI_subscribeRefTime(u32 selector);
 int  HALI_unSubscribeRefTime(u32 selector);
 /// Toggle status word: bits 0 to 4 lines, 5 1PPS, 6 external reference, 7 raw activity, 8 to 10

@@ -25,7 +25,7 @@ u64  tuHwIf_lookupRegister(u32 id);
 const char* tuHwIf_getSerialPort(u32& boardType);
 u32  tuHwIf_readFpgaRev();
 /// Element of the dispatch chain: wander generation.
-int  tuHwIf_dispatch(Signal* sig);
+bool tuHwIf_dispatch(Signal* sig);
 /// Relative frequency offset of the wander generator, 0.0 while it doesn't run.
 double tuHwIf_wanderOffset();
 
@@ -38,8 +38,8 @@ int  tuHwIf_readSfc(u16& mfn, u16& sfn, u32& inc);
 int  tuHwIf_getSfnAndCorrespondingTime(u16& sfn, double& period, double& time);
 /// Sets the counter, at its next load.
 int  tuHwIf_writeSfc(u16 mfn, u16 sfn, u32 inc);
-/// Steps the counter by t, and its turns by ext_t: 1 performed, 0 not needed or failed.
-int  tuHwIf_adjustTime(double ext_t, double t);
+/// Steps the counter by t, and its turns by ext_t: true performed, false not needed or failed.
+bool tuHwIf_adjustTime(double ext_t, double t);
 /// The counter as the selected reference's last edge latched it.
 int  tuHwIf_readLatchedRefClock(double& period, double& time);
 /// The same as a triple.

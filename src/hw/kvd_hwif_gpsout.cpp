@@ -37,11 +37,11 @@ bool readGpsOut(Sfc& c)
 
 void storeGpsOutData(const GpsOutData& data)
 {
-    if (KvdLoz6TuMem_ready(MEM_GPS_OUT) == 0) return;
+    if (!KvdLoz6TuMem_ready(MEM_GPS_OUT)) return;
     u8 bytes[MEM_GPS_OUT_SIZE] = {};
     node::putBe32(bytes, data.mfnOffset);
     node::putBe32(bytes + 4, data.mfn);
-    if (KvdLoz6TuMem_write(MEM_GPS_OUT, bytes, sizeof bytes) != 0)
+    if (KvdLoz6TuMem_write(MEM_GPS_OUT, bytes, sizeof bytes))
         KVD_TRACE(TRACE_TUHWIF, TRACE_3, "gpsOutData_r stored in persistent memory");
     else
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Could not store gpsOutData_r in persistent memory");
@@ -50,7 +50,7 @@ void storeGpsOutData(const GpsOutData& data)
 GpsOutData loadGpsOutData()
 {
     u8 bytes[MEM_GPS_OUT_SIZE];
-    if (KvdLoz6TuMem_read(MEM_GPS_OUT, bytes, sizeof bytes) != 0) {
+    if (KvdLoz6TuMem_read(MEM_GPS_OUT, bytes, sizeof bytes)) {
         const GpsOutData data{node::be32(bytes), node::be32(bytes + 4)};
         KVD_TRACE(TRACE_TUHWIF, TRACE_3, "gpsOutData_r read from persistent memory mfnOffset=%u, mfn=%u",
                   data.mfnOffset, data.mfn);

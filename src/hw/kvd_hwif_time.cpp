@@ -80,22 +80,22 @@ bool isDone(bool result, const char* operation)
     return result;
 }
 
-/// Steps by whole counters and, on the newer board, the extended counter; 1 performed.
-int adjustTimeType1(const Sfc& step)
+/// Steps by whole counters and, on the newer board, the extended counter; true performed.
+bool adjustTimeType1(const Sfc& step)
 {
     if (step.mfn == 0 && step.sfn == 0 && step.inc < STEP_THRESHOLD) {
         KVD_TRACE(
             TRACE_TUHWIF, TRACE_3,
             "No time adjustment performed, as the value to adjust the sfc register is below 32ns "
             "threshold.");
-        return 0;
+        return false;
     }
-    if (!isDone(tuHwIf_adjustSfc(step), "tuHwIf_adjustSfc")) return 0;
+    if (!isDone(tuHwIf_adjustSfc(step), "tuHwIf_adjustSfc")) return false;
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Time adjustment performed.");
-    return 1;
+    return true;
 }
 
-int adjustTimeType2(double ext_t, Sfc step)
+bool adjustTimeType2(double ext_t, Sfc step)
 {
     const u32 e = static_cast<u32>(static_cast<i64>(ext_t));   // modulo its width, also backwards
     if (step.mfn == 0 && step.sfn == 0 && step.inc < STEP_THRESHOLD) {
@@ -105,16 +105,16 @@ int adjustTimeType2(double ext_t, Sfc step)
                       "sfn=%hu, "
                       "inc=%u",
                       e, step.mfn, step.sfn, step.inc);
-            return 0;
+            return false;
         }
         step.inc = 0;
     }
     if (!isDone(tuHwIf_adjustSfc(step), "tuHwIf_adjustSfc") ||
         !isDone(tuHwIf_adjustExtSfc(e), "tuHwIf_adjustExtSfc") || !isDone(tuHwIf_loadSfc(), "tuHwIf_loadSfc"))
-        return 0;
+        return false;
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "Time adjustment performed: ext=%s, mfn=%hu, sfn=%hu, inc=%u",
               TuCommon_text(ext_t), step.mfn, step.sfn, step.inc);
-    return 1;
+    return true;
 }
 
 }  // namespace
@@ -247,23 +247,23 @@ bool hwif::tuHwIf_loadSfc()
     return updateRegister(REG_LOAD_CONTROL, LOAD_BITS, 0);
 }
 
-int tuHwIf_adjustTime(double ext_t, double t)
+bool tuHwIf_adjustTime(double ext_t, double t)
 {
     const u32 board = getBoardType();
     if (board == BOARD_UNKNOWN) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unsupported HW");
-        return 0;
+        return false;
     }
     Sfc step;
     tuHwIf_incrementsToSfc(std::trunc(t * INCREMENTS_PER_SECOND + 0.5), step.mfn, step.sfn, step.inc);
     return board == BVQ3 ? adjustTimeType2(ext_t, step) : adjustTimeType1(step);
 }
 
-int tuHwIf_writeSfc(u16 mfn, u16 sfn, u32 inc)
+int  tuHwIf_writeSfc(u16 mfn, u16 sfn, u32 inc)
 {
     const Sfc wanted{mfn, sfn, inc};
     Sfc now;
-    if (!isCounter(wanted) || !readRunningCounter(now)) return 1;
+    if (!isCounter(wanted) || !readRunningCounter(now)) return true;
     // The load registers hold a step, so the counters come to stand at the wanted value by the
     // difference.
     Sfc step;

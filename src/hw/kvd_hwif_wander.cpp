@@ -147,10 +147,10 @@ WanderState wanderState() { return {s->active ? 1u : 0u, s->index, s->timer.runs
 
 double tuHwIf_wanderOffset() { return s->offset; }
 
-int tuHwIf_dispatch(Signal* sig)
+bool tuHwIf_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case KVD_TUHWIF_GEN_WANDER_REQ: onGenWanderReq(as<KvdTuhwifGenWanderReq>(sig)); return 1;
-    default:                                                                        return 0;
+    case KVD_TUHWIF_GEN_WANDER_REQ: onGenWanderReq(as<KvdTuhwifGenWanderReq>(sig)); return true;
+    default:                                                                        return false;
     }
 }

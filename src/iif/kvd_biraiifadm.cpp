@@ -296,25 +296,25 @@ void onLinkInd(const KvdBiraiifIdl2LinkInd* ind)
 
 bira::State& bira::state() { return *s; }
 
-int KvdLoz6BiraIifAdm_dispatch(Signal* sig)
+bool KvdLoz6BiraIifAdm_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case KVD_BIRAIIF_SERVER_UP_IND:      onServerUp(ose::sender(&sig));                         return 1;
-    case KVD_BIRAIIF_SERVER_DOWN_IND:    onDown();                                              return 1;
+    case KVD_BIRAIIF_SERVER_UP_IND:      onServerUp(ose::sender(&sig));             return true;
+    case KVD_BIRAIIF_SERVER_DOWN_IND:    onDown();                                  return true;
     case KVD_BIRAIIF_INITIATE_SERVICE_CFM:
     case KVD_BIRAIIF_INITIATE_SERVICE_REJ:
-    case KVD_BIRAIIF_INITIATE_SERVICE_SUS: onInitiateAnswer(sig);                               return 1;
-    case KVD_BIRAIIF_IDL2_LINK_IND:      onLinkInd(as<KvdBiraiifIdl2LinkInd>(sig));             return 1;
-    case KVD_BIRAIIF_FREQ_LOCKED_IND:    bira::onFreqLocked();                                  return 1;
-    case KVD_BIRAIIF_BASIC_RESTART_TMO:  bira::onBasicRestartTimeout();                         return 1;
-    case KVD_BIRAIIF_IDL2_SELECT_IDL_TYPE_CFM: bira::onSelectIdlTypeCfm();                      return 1;
+    case KVD_BIRAIIF_INITIATE_SERVICE_SUS: onInitiateAnswer(sig);                   return true;
+    case KVD_BIRAIIF_IDL2_LINK_IND:      onLinkInd(as<KvdBiraiifIdl2LinkInd>(sig)); return true;
+    case KVD_BIRAIIF_FREQ_LOCKED_IND:    bira::onFreqLocked();                      return true;
+    case KVD_BIRAIIF_BASIC_RESTART_TMO:  bira::onBasicRestartTimeout();             return true;
+    case KVD_BIRAIIF_IDL2_SELECT_IDL_TYPE_CFM: bira::onSelectIdlTypeCfm();          return true;
     case KVD_BIRAIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_CFM:
-        bira::onTogglePersistentFreqLockCfm();                                                  return 1;
-    case KVD_BIRAIIF_IDL1_CLK_STATE_TMO: bira::onIdl1ClkStateTimeout();                         return 1;
-    case KVD_BIRAIIF_ANSWER_TMO:         onAnswerTimeout();                                     return 1;
-    case KVD_BIRAIIF_ORDER_TMO:          bira::onOrderTimeout();                                return 1;
-    case KVD_BIRAIIF_HAND_BACK_TMO:      bira::onHandBackTimeout();                             return 1;
-    default:                                                                                    return 0;
+        bira::onTogglePersistentFreqLockCfm();                                      return true;
+    case KVD_BIRAIIF_IDL1_CLK_STATE_TMO: bira::onIdl1ClkStateTimeout();             return true;
+    case KVD_BIRAIIF_ANSWER_TMO:         onAnswerTimeout();                         return true;
+    case KVD_BIRAIIF_ORDER_TMO:          bira::onOrderTimeout();                    return true;
+    case KVD_BIRAIIF_HAND_BACK_TMO:      bira::onHandBackTimeout();                 return true;
+    default:                                                                        return false;
     }
 }
 

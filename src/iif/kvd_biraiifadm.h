@@ -12,7 +12,7 @@
 
 struct Signal;
 
-int KvdLoz6BiraIifAdm_dispatch(Signal* sig);
+bool KvdLoz6BiraIifAdm_dispatch(Signal* sig);
 /// 1 when there is no server; 0 when there is one, and it has told the link type or refused: the call
 /// blocks until then.
 int KvdLoz6BiraIifAdm_initiate(u32 isMaster);

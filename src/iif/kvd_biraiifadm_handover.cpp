@@ -38,7 +38,7 @@ void startSlaveLoop()
 void storeClkStatus(u32 idpiClkStatus, const char* caller, const char* done)
 {
     KvdLoz6SlaveWarm_setIdpiClkStatus(idpiClkStatus);
-    if (KvdLoz6SlaveWarm_write(caller) != 0) KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "%s", done);
+    if (KvdLoz6SlaveWarm_write(caller)) KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "%s", done);
 }
 constexpr const char* STORED_LOCKED = "idpiClkStatus = CLK_STATUS_LOCKED stored in slave MSI memory";
 
@@ -155,8 +155,8 @@ void bira::becomeIdl1Slave()
 
 void bira::initiateWithSlaveMsi(u32 expired)
 {
-    const u32 isReady = KvdLoz6SlaveWarm_ready() != 0 ? 1 : 0;
-    const u32 isRead = isReady != 0 && KvdLoz6SlaveWarm_read() != 0 ? 1 : 0;
+    const u32 isReady = KvdLoz6SlaveWarm_ready() ? 1 : 0;
+    const u32 isRead = isReady != 0 && KvdLoz6SlaveWarm_read() ? 1 : 0;
     const u32 idpiClkStatus = isRead != 0 ? KvdLoz6SlaveWarm_data().idpiClkStatus : 0;
     KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO,
               "Initiate with slave with Slave MSI. isIdl2SlaveMsiReady=%u, isIdl2SlaveMsiRead=%u, "

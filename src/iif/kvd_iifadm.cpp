@@ -348,53 +348,53 @@ void onInitiateServiceCfm(const KvdTuiifInitiateServiceCfm* received, PROCESS se
 
 }  // namespace
 
-int KvdLoz6TuIifAdm_dispatch(Signal* sig)
+bool KvdLoz6TuIifAdm_dispatch(Signal* sig)
 {
     using namespace tuiif;
     switch (sig->sigNo) {
-    case KVD_COMM_ONS_HUNT:               onNameServerFound(ose::sender(&sig));       return 1;
-    case KVD_COMM_ONS_DEAD:               onNameServerDead();                         return 1;
-    case KVD_COMM_SERVER_DEAD:            onServerDead();                             return 1;
-    case KVD_COMM_SERVER_UP_IND:          onServerUp(ose::sender(&sig));              return 1;
+    case KVD_COMM_ONS_HUNT:               onNameServerFound(ose::sender(&sig));       return true;
+    case KVD_COMM_ONS_DEAD:               onNameServerDead();                         return true;
+    case KVD_COMM_SERVER_DEAD:            onServerDead();                             return true;
+    case KVD_COMM_SERVER_UP_IND:          onServerUp(ose::sender(&sig));              return true;
     case KVD_TUIIF_INITIATE_SERVICE_CFM:
-        onInitiateServiceCfm(as<KvdTuiifInitiateServiceCfm>(sig), ose::sender(&sig));     return 1;
+        onInitiateServiceCfm(as<KvdTuiifInitiateServiceCfm>(sig), ose::sender(&sig)); return true;
     case KVD_TUIIF_INITIATE_SERVICE_SUS:
-        onInitiateServiceSus(as<KvdTuiifInitiateServiceSus>(sig));                        return 1;
+        onInitiateServiceSus(as<KvdTuiifInitiateServiceSus>(sig));                    return true;
     case KVD_TUIIF_INITIATE_SERVICE_REJ:
-        onInitiateServiceRej(as<KvdTuiifInitiateServiceRej>(sig));                        return 1;
-    case KVD_TUIIF_ANSWER_TMO:            onAnswerTimeout();                          return 1;
+        onInitiateServiceRej(as<KvdTuiifInitiateServiceRej>(sig));                    return true;
+    case KVD_TUIIF_ANSWER_TMO:            onAnswerTimeout();                          return true;
     case KVD_TUIIF_CHANGE_MASTER_TU_IND:
-        onChangeMasterTu(as<KvdTuiifChangeMasterTuInd>(sig));                             return 1;
+        onChangeMasterTu(as<KvdTuiifChangeMasterTuInd>(sig));                         return true;
     case KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ:
-        onSelectIdlType(as<KvdTuiifIdl2SelectIdlTypeReq>(sig));                           return 1;
+        onSelectIdlType(as<KvdTuiifIdl2SelectIdlTypeReq>(sig));                       return true;
     case KVD_TUIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_REQ:
-        onTogglePersistentFreqLock(as<KvdTuiifIdl2TogglePersistentFreqLockReq>(sig));     return 1;
+        onTogglePersistentFreqLock(as<KvdTuiifIdl2TogglePersistentFreqLockReq>(sig)); return true;
     case KVD_TUIIF_IDL2_SET_MASTER_SERVER_CFM:
-        onSetMasterServer(as<KvdTuiifIdl2SetMasterServerCfm>(sig));                       return 1;
-    case KVD_TUIIF_FREQ_HOLDOVER_TMO_IND: onHoldoverTimeout(HOLDOVER_FREQ);           return 1;
-    case KVD_TUIIF_TO_HOLDOVER_TMO_IND:   onHoldoverTimeout(HOLDOVER_TO);             return 1;
-    case KVD_TUIIF_RNT_HOLDOVER_TMO_IND:  onHoldoverTimeout(HOLDOVER_RNT);            return 1;
-    case KVD_FORCED_LOCKED_TIMEOUT_IND:   onForcedLockedTimeout();                    return 1;
+        onSetMasterServer(as<KvdTuiifIdl2SetMasterServerCfm>(sig));                   return true;
+    case KVD_TUIIF_FREQ_HOLDOVER_TMO_IND: onHoldoverTimeout(HOLDOVER_FREQ);           return true;
+    case KVD_TUIIF_TO_HOLDOVER_TMO_IND:   onHoldoverTimeout(HOLDOVER_TO);             return true;
+    case KVD_TUIIF_RNT_HOLDOVER_TMO_IND:  onHoldoverTimeout(HOLDOVER_RNT);            return true;
+    case KVD_FORCED_LOCKED_TIMEOUT_IND:   onForcedLockedTimeout();                    return true;
     case KVD_TUIIF_SOCPRI_SCAN_LINK_REQ:
-        onSocpriScanLink(as<KvdTuiifSocpriScanLinkReq>(sig));                             return 1;
+        onSocpriScanLink(as<KvdTuiifSocpriScanLinkReq>(sig));                         return true;
     case KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_REQ:
-        onSocpriSelectSyncLink(as<KvdTuiifSocpriSelectSyncLinkReq>(sig));                 return 1;
+        onSocpriSelectSyncLink(as<KvdTuiifSocpriSelectSyncLinkReq>(sig));             return true;
     case KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_REQ:
-        onSocpriBfnAlignToGroup(as<KvdTuiifSocpriBfnAlignToGroupReq>(sig));               return 1;
+        onSocpriBfnAlignToGroup(as<KvdTuiifSocpriBfnAlignToGroupReq>(sig));           return true;
     case KVD_TUIIF_INRSI_BFN_JUMP_INFO_REQ_FWD:
-        onBfnJumpInfo(as<KvdTuiifInrsiBfnJumpInfoReqFwd>(sig));                           return 1;
+        onBfnJumpInfo(as<KvdTuiifInrsiBfnJumpInfoReqFwd>(sig));                       return true;
     case KVD_TUIIF_SOCPRI_SDU_FOLLOW_OCXO_ADJ_IND:
-        onSduFollowOcxoAdj(as<KvdTuiifSocpriSduFollowOcxoAdjInd>(sig));                   return 1;
+        onSduFollowOcxoAdj(as<KvdTuiifSocpriSduFollowOcxoAdjInd>(sig));               return true;
     case KVD_TUIIF_SOCPRI_SDU_FOLLOW_SFC_ADJ_IND:
-        onSduFollowSfcAdj(as<KvdTuiifSocpriSduFollowSfcAdjInd>(sig));                     return 1;
+        onSduFollowSfcAdj(as<KvdTuiifSocpriSduFollowSfcAdjInd>(sig));                 return true;
     case KVD_TUIIF_SYNCH_PATH_SUP_IND:   // reference management takes it too, further down
     case KVD_TUIIF_CREATE_PKT_REF_RO_REQ:
     case KVD_TUIIF_DELETE_PKT_REF_RO_REQ:
     case KVD_TUIIF_SET_PKT_REF_RO_REQ:
     case KVD_TUIIF_AUDIT_PKT_REF_RO_CFM:
     case KVD_TUIIF_GET_PKT_REF_RO_ATTRIB_REQ:
-        TuPktsync_forward(sig);                                                            return 1;
-    default:                                                                              return 0;
+        TuPktsync_forward(sig);                                                       return true;
+    default:                                                                          return false;
     }
 }
 

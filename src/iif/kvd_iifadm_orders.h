@@ -7,7 +7,7 @@
 
 struct Signal;
 
-int  KvdLoz6TuIifAdm_dispatch(Signal* sig);
+bool KvdLoz6TuIifAdm_dispatch(Signal* sig);
 /// Start of the hunt for the name server.
 void KvdLoz6TuIifAdm_initiate();
 /// Persistent memory has answered, whatever it said: the request may go.

@@ -132,15 +132,15 @@ void onPush(const TmvPmaiPushInd* ind)
 
 }  // namespace
 
-int KvdLoz6TuPm_dispatch(Signal* sig)
+bool KvdLoz6TuPm_dispatch(Signal* sig)
 {
     followTicks();
     switch (sig->sigNo) {
-    case KVD_TUIIF_SUBSCRIBE_PM_REQ:   onSubscribe(as<KvdTuiifSubscribePmReq>(sig));     return 1;
-    case KVD_TUIIF_UNSUBSCRIBE_PM_REQ: onUnsubscribe(as<KvdTuiifUnsubscribePmReq>(sig)); return 1;
-    case KVD_TUIIF_GET_CURRENT_PM_REQ: onGetCurrent(as<KvdTuiifGetCurrentPmReq>(sig));   return 1;
-    case TMV_PMAI_PUSH_IND:            onPush(as<TmvPmaiPushInd>(sig));                  return 1;
-    default:                                                                             return 0;
+    case KVD_TUIIF_SUBSCRIBE_PM_REQ:   onSubscribe(as<KvdTuiifSubscribePmReq>(sig));     return true;
+    case KVD_TUIIF_UNSUBSCRIBE_PM_REQ: onUnsubscribe(as<KvdTuiifUnsubscribePmReq>(sig)); return true;
+    case KVD_TUIIF_GET_CURRENT_PM_REQ: onGetCurrent(as<KvdTuiifGetCurrentPmReq>(sig));   return true;
+    case TMV_PMAI_PUSH_IND:            onPush(as<TmvPmaiPushInd>(sig));                  return true;
+    default:                                                                             return false;
     }
 }
 

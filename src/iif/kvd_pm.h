@@ -15,7 +15,7 @@ struct Signal;
 constexpr u32 SYNC_PM_FROTYPE       = 0x10501;
 constexpr u32 GPSSYNCREF_PM_FROTYPE = 0x10502;
 
-int  KvdLoz6TuPm_dispatch(Signal* sig);
+bool KvdLoz6TuPm_dispatch(Signal* sig);
 /// Starts the statistics of a new reference, by the regulator's value.
 void KvdLoz6TuPm_startStatistics(u32 regulatorRef);
 /// A clock state as it goes to the main processor, on a master.

@@ -348,20 +348,20 @@ void TuPktsync_CFI_client_reset()
               "TUPKTSYNC: CFI proxy memory freed and state set to NOT_AVAILABE");
 }
 
-int TuPktsync_CFI_client_dispatch(Signal* sig)
+bool TuPktsync_CFI_client_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case CFI_SERVER_UP_IND:        onServerUp(sig);   return 1;
-    case CFI_SERVER_DOWN_IND:      onServerDown(sig); return 1;
-    case CFI_INITIATE_SERVICE_CFM: onConfirm(sig);    return 1;
-    case CFI_INITIATE_SERVICE_SUS: onSuspend();       return 1;
-    case CFI_INITIATE_SERVICE_REJ: onReject(sig);     return 1;
-    case CFI_ATTACH_CFM:           onAttach(sig);     return 1;
-    case CFI_JOIN_MULTICAST_CFM:   onJoined(sig);     return 1;
-    case CFI_LEAVE_MULTICAST_CFM:  onLeft(sig);       return 1;
-    case CFI_RECEIVE_FRAME_IND:    onFrame(sig);      return 1;
-    case TUPKTSYNC_CFI_ANSWER_TMO: onAnswerTimeout(); return 1;
-    default:                       return 0;
+    case CFI_SERVER_UP_IND:        onServerUp(sig);   return true;
+    case CFI_SERVER_DOWN_IND:      onServerDown(sig); return true;
+    case CFI_INITIATE_SERVICE_CFM: onConfirm(sig);    return true;
+    case CFI_INITIATE_SERVICE_SUS: onSuspend();       return true;
+    case CFI_INITIATE_SERVICE_REJ: onReject(sig);     return true;
+    case CFI_ATTACH_CFM:           onAttach(sig);     return true;
+    case CFI_JOIN_MULTICAST_CFM:   onJoined(sig);     return true;
+    case CFI_LEAVE_MULTICAST_CFM:  onLeft(sig);       return true;
+    case CFI_RECEIVE_FRAME_IND:    onFrame(sig);      return true;
+    case TUPKTSYNC_CFI_ANSWER_TMO: onAnswerTimeout(); return true;
+    default:                                          return false;
     }
 }
 

@@ -35,7 +35,7 @@ struct TuPktsyncGroup {
 void TuPktsync_CFI_client_init();
 /// The proxy's memory goes, the client is without service.
 void TuPktsync_CFI_client_reset();
-int  TuPktsync_CFI_client_dispatch(Signal* sig);
+bool TuPktsync_CFI_client_dispatch(Signal* sig);
 constexpr u32 GROUP_NO_SERVICE = 2;
 /// 1 when the caller must wait for TuPktsync_SyncrefCtrl_CfiSetupReady or _CfiSetupRefused, or for
 /// _CfiRemoveReady; GROUP_NO_SERVICE, and no user more, while the client can't ask.

@@ -237,19 +237,19 @@ bool isOperative()
 
 /// A request to the driver; 0 when it couldn't be asked.
 template <typename Call>
-u32 ask(u32 syncrefId, const Asked& asked, Call call)
+bool ask(u32 syncrefId, const Asked& asked, Call call)
 {
     s->asked[syncrefId] = {};
-    if (!isOperative()) return 0;
+    if (!isOperative()) return false;
     const u32 result = call();
     if (result != 0) {
         KVD_TRACE(TRACE_TUPKTSYNC_PKTSYNCDRV_CLIENT, TRACE_ERROR,
                   "TuPktsync_PktSyncDrvClient: request failed, result=%u", result);
-        return 0;
+        return false;
     }
     s->asked[syncrefId] = asked;
     if (!s->answerTimer.runs()) awaitAnswer();
-    return 1;
+    return true;
 }
 
 }  // namespace
@@ -273,20 +273,20 @@ void TuPktsync_PktSyncDrvClient_reset()
               "TUPKTSYNC: PKTSYNCDRV proxy memory freed and state set to NOT_AVAILABLE");
 }
 
-int TuPktsync_PktSyncDrvClient_dispatch(Signal* sig)
+bool TuPktsync_PktSyncDrvClient_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case PKTSYNCDRV_SERVER_UP_IND:        onServerUp(sig);   return 1;
-    case PKTSYNCDRV_SERVER_DOWN_IND:      onServerDown(sig); return 1;
-    case PKTSYNCDRV_INITIATE_SERVICE_CFM: onConfirm(sig);    return 1;
-    case PKTSYNCDRV_INITIATE_SERVICE_SUS: onSuspend();       return 1;
-    case PKTSYNCDRV_INITIATE_SERVICE_REJ: onReject(sig);     return 1;
+    case PKTSYNCDRV_SERVER_UP_IND:        onServerUp(sig);   return true;
+    case PKTSYNCDRV_SERVER_DOWN_IND:      onServerDown(sig); return true;
+    case PKTSYNCDRV_INITIATE_SERVICE_CFM: onConfirm(sig);    return true;
+    case PKTSYNCDRV_INITIATE_SERVICE_SUS: onSuspend();       return true;
+    case PKTSYNCDRV_INITIATE_SERVICE_REJ: onReject(sig);     return true;
     case PKTSYNCDRV_SETSYNCREF_CFM:
     case PKTSYNCDRV_CHANGESYNCREF_CFM:
-    case PKTSYNCDRV_DELETESYNCREF_CFM:    onAnswer(sig);     return 1;
-    case PKTSYNCDRV_TIMESTAMP_IND:        onTimestamp(sig);  return 1;
-    case TUPKTSYNC_DRV_ANSWER_TMO:        onAnswerTimeout(); return 1;
-    default:                              return 0;
+    case PKTSYNCDRV_DELETESYNCREF_CFM:    onAnswer(sig);     return true;
+    case PKTSYNCDRV_TIMESTAMP_IND:        onTimestamp(sig);  return true;
+    case TUPKTSYNC_DRV_ANSWER_TMO:        onAnswerTimeout(); return true;
+    default:                                                 return false;
     }
 }
 

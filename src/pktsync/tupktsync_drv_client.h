@@ -14,7 +14,7 @@ enum TuPktsyncDrvState : u32 {
 void TuPktsync_PktsyncDriverClient_init();
 /// The proxy's memory goes, the client is without service.
 void TuPktsync_PktSyncDrvClient_reset();
-int  TuPktsync_PktSyncDrvClient_dispatch(Signal* sig);
+bool TuPktsync_PktSyncDrvClient_dispatch(Signal* sig);
 /// To the driver a reference is its froId. Each is confirmed by
 /// TuPktsync_SyncrefCtrl_PktSyncDrv...Cfm; 0 when it couldn't be asked.
 u32  TuPktsync_PktSyncDrvClient_setSyncRefReq(u32 froId, const PktsyncDrvRef& ref);

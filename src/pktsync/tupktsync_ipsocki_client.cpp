@@ -399,19 +399,19 @@ void TuPktsync_IPSOCKI_client_init()
     initiateIpSocki();
 }
 
-int TuPktsync_IPSOCKI_client_dispatch(Signal* sig)
+bool TuPktsync_IPSOCKI_client_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case TARSO_IPSOCKI_FD_READ_DATA:           onData(sig);       return 1;
-    case TARSO_IPSOCKI_SERVER_UP_IND:          onServerUp(sig);   return 1;
-    case TARSO_IPSOCKI_INITIATE_SERVICE_CFM:   onConfirm(sig);    return 1;
-    case TARSO_IPSOCKI_INITIATE_SERVICE_SUS:   onSuspend(sig);    return 1;
-    case TARSO_IPSOCKI_INITIATE_SERVICE_REJ:   onReject(sig);     return 1;
-    case TARSO_IPSOCKI_SERVER_DOWN_IND:        onServerDown(sig); return 1;
-    case TARSO_IPSOCKI_ACREDIT_IND:            onCredit(sig);     return 1;
-    case TARSO_IPSOCKI4_TERMINATE_SERVICE_CFM: onTerminated(sig); return 1;
-    case TUPKTSYNC_IPSOCKI_ANSWER_TMO:         onAnswerTimeout(); return 1;
-    default:                                   return 0;
+    case TARSO_IPSOCKI_FD_READ_DATA:           onData(sig);       return true;
+    case TARSO_IPSOCKI_SERVER_UP_IND:          onServerUp(sig);   return true;
+    case TARSO_IPSOCKI_INITIATE_SERVICE_CFM:   onConfirm(sig);    return true;
+    case TARSO_IPSOCKI_INITIATE_SERVICE_SUS:   onSuspend(sig);    return true;
+    case TARSO_IPSOCKI_INITIATE_SERVICE_REJ:   onReject(sig);     return true;
+    case TARSO_IPSOCKI_SERVER_DOWN_IND:        onServerDown(sig); return true;
+    case TARSO_IPSOCKI_ACREDIT_IND:            onCredit(sig);     return true;
+    case TARSO_IPSOCKI4_TERMINATE_SERVICE_CFM: onTerminated(sig); return true;
+    case TUPKTSYNC_IPSOCKI_ANSWER_TMO:         onAnswerTimeout(); return true;
+    default:                                                      return false;
     }
 }
 
@@ -476,13 +476,13 @@ u8* TuPktsync_IPSOCKI_client_getPayloadPointer(i32 resource, u32 length, u32 met
     return r->sendBuffer;
 }
 
-u32 TuPktsync_IPSOCKI_client_sendPayload(i32 resource, const PktIpAddress& server)
+bool TuPktsync_IPSOCKI_client_sendPayload(i32 resource, const PktIpAddress& server)
 {
     if (s->state != IPSOCKI_AVAILABLE) {
         KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_ERROR,
                   "TuPktsync_IPSOCKI_client: client not in state AVAILABLE \n"
                   "at TuPktsync_IPSOCKI_client_sendPayload");
-        return 0;
+        return false;
     }
     TuPktsyncSocket* const r = socketOf(resource);
     if (r == nullptr || r->state != SOCKET_BUFFER_OUT) {
@@ -490,7 +490,7 @@ u32 TuPktsync_IPSOCKI_client_sendPayload(i32 resource, const PktIpAddress& serve
                   "TuPktsync_IPSOCKI_client: Resource %u in wrong state %d at \n"
                   "TuPktsync_IPSOCKI_client_sendPayload\n",
                   static_cast<u32>(resource), r != nullptr ? static_cast<i32>(r->state) : -1);
-        return 0;
+        return false;
     }
     const node::IpsockiAddress to{r->addressFamily, server.octets, portOf(r->portKind)};
     const bool isSent = node::TarsoIpsocki_send(s->proxy, r->socketId, r->sendBuffer, r->size, to) >= 0;
@@ -501,7 +501,7 @@ u32 TuPktsync_IPSOCKI_client_sendPayload(i32 resource, const PktIpAddress& serve
     }
     r->sendBuffer = nullptr;
     r->state = SOCKET_READY;
-    return isSent ? 1 : 0;
+    return isSent;
 }
 
 u32 TuPktsync_IPSOCKI_client_state() { return s->state; }

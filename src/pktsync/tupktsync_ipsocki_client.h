@@ -32,7 +32,7 @@ struct TuPktsyncSocket {
 };
 
 void TuPktsync_IPSOCKI_client_init();
-int  TuPktsync_IPSOCKI_client_dispatch(Signal* sig);
+bool TuPktsync_IPSOCKI_client_dispatch(Signal* sig);
 /// A resource number, shared by syncrefs of one address; -1 without one, -2 when the host isn't
 /// available.
 i32  TuPktsync_IPSOCKI_client_createSocketAndBind(const PktIpAddress& own, u32 portKind);
@@ -41,8 +41,8 @@ void TuPktsync_IPSOCKI_client_removeResourceUser(i32 resource);
 /// come back with the egress stamp.
 u8*  TuPktsync_IPSOCKI_client_getPayloadPointer(i32 resource, u32 length, u32 metadataLength,
                                                 const u8* metadata, u8 dscp);
-/// Sends what was put there; 1 when it left.
-u32  TuPktsync_IPSOCKI_client_sendPayload(i32 resource, const PktIpAddress& server);
+/// Sends what was put there; true when it left.
+bool TuPktsync_IPSOCKI_client_sendPayload(i32 resource, const PktIpAddress& server);
 
 u32  TuPktsync_IPSOCKI_client_state();
 const TuPktsyncSocket& TuPktsync_IPSOCKI_client_socket(u32 resource);

@@ -75,16 +75,16 @@ u32 verdict(u32 frame_len, u32 metadata_len, const u8* bytes, u32& header)
 
 void TuPktsync_PDU_setMacAddress(const std::array<u8, 6>& mac) { s->mac = mac; }
 
-u32 TuPktsync_alloc_pduBuf(TuPktsyncPdu& pdu, const PtpDescriptor& d, u32 length, const u8* metadata)
+bool TuPktsync_alloc_pduBuf(TuPktsyncPdu& pdu, const PtpDescriptor& d, u32 length, const u8* metadata)
 {
     pdu = {d, nullptr, nullptr};
     switch (d.ptpMapping) {
-    case PTP_ETHERNET: return allocFrame(pdu, length, metadata) ? 1 : 0;
+    case PTP_ETHERNET: return allocFrame(pdu, length, metadata);
     case UDP_UC:
-    case UDP_MC:       return allocDatagram(pdu, length, metadata) ? 1 : 0;
+    case UDP_MC:       return allocDatagram(pdu, length, metadata);
     default:
         KVD_TRACE(TRACE_TUPKTSYNC_PDU, TRACE_ERROR, "TuPktsync_alloc_pduBuf: invalid transport type");
-        return 0;
+        return false;
     }
 }
 
@@ -94,13 +94,14 @@ u32 TuPktsync_send_pdu(TuPktsyncPdu& pdu)
     return TuPktsync_IPSOCKI_client_sendPayload(pdu.descriptor.socket, pdu.descriptor.serverIpAddress);
 }
 
-u32 TuPktsync_send_message(const PtpDescriptor& descriptor, const u8* message, u32 length, const u8* metadata)
+bool TuPktsync_send_message(const PtpDescriptor& descriptor, const u8* message, u32 length,
+                            const u8* metadata)
 {
     TuPktsyncPdu pdu;
-    if (TuPktsync_alloc_pduBuf(pdu, descriptor, length, metadata) == 0) return 0;
+    if (!TuPktsync_alloc_pduBuf(pdu, descriptor, length, metadata)) return false;
     std::copy_n(message, length, pdu.payload);
     TuPktsync_send_pdu(pdu);
-    return 1;
+    return true;
 }
 
 void TuPktsync_PDU_CfiRcvFrame(u32 frame_len, u32 metadata_len, const u8* bytes)

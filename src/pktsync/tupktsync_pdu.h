@@ -18,13 +18,13 @@ struct TuPktsyncPdu {
 void TuPktsync_PDU_setMacAddress(const std::array<u8, 6>& mac);
 
 /// Room for `length` octets; the eight octets of metadata, where given, come back with the egress
-/// stamp. 0 without a buffer.
-u32  TuPktsync_alloc_pduBuf(TuPktsyncPdu& pdu, const PtpDescriptor& descriptor, u32 length,
+/// stamp. False without a buffer.
+bool TuPktsync_alloc_pduBuf(TuPktsyncPdu& pdu, const PtpDescriptor& descriptor, u32 length,
                             const u8* metadata);
 /// 1 when it left.
 u32  TuPktsync_send_pdu(TuPktsyncPdu& pdu);
-/// Both, for a message that stands; 0 without a buffer.
-u32  TuPktsync_send_message(const PtpDescriptor& descriptor, const u8* message, u32 length,
+/// Both, for a message that stands; false without a buffer.
+bool TuPktsync_send_message(const PtpDescriptor& descriptor, const u8* message, u32 length,
                             const u8* metadata);
 
 /// A received frame of `frame_len` octets with `metadata_len` octets of metadata behind its EtherType.

@@ -45,7 +45,7 @@ static_assert(std::size(CHAIN) == ROOT_STARTED);
 
 void offer(Signal* sig)
 {
-    using Dispatch = int (*)(Signal* sig);
+    using Dispatch = bool (*)(Signal* sig);
     constexpr Dispatch OTHERS[] = {
         TuPktsync_PktSyncDrvClient_dispatch, TuPktsync_CFI_client_dispatch,
         TuPktsync_IPSOCKI_client_dispatch,   TuPktsync_Timestamp_server_dispatch,

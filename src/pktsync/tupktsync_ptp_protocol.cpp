@@ -247,14 +247,14 @@ void ptpSendDelayReq(u32 syncrefId, u16 sequenceId)
     ptpPutHeader(message, h);
     const u8 metadata[8] = {static_cast<u8>(sequenceId >> 8), static_cast<u8>(sequenceId), 0,
                             static_cast<u8>(syncrefId), PTP_DELAY_REQ, 0, 0, 0};
-    if (s->needs.send(descriptorOf(*c, c->setup.eventSocket), message, sizeof message, metadata) == 0)
+    if (!s->needs.send(descriptorOf(*c, c->setup.eventSocket), message, sizeof message, metadata))
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR, "Failed to allocate send buffer");
 }
 
-u32 ptpSendGeneral(u32 syncrefId, const u8* message, u32 length)
+bool ptpSendGeneral(u32 syncrefId, const u8* message, u32 length)
 {
     const PtpClock* const c = ptpClockOf(syncrefId);
-    if (c == nullptr) return 0;
+    if (c == nullptr) return false;
     return s->needs.send(descriptorOf(*c, c->setup.generalSocket), message, length, nullptr);
 }
 
@@ -262,19 +262,19 @@ u32 ptpSendGeneral(u32 syncrefId, const u8* message, u32 length)
 
 void TuPktsync_PTP_init(const PtpNeeds& needs) { s->needs = needs; }
 
-u32 TuPktsync_new_ptp_clock(const PtpClockSetup& setup)
+bool TuPktsync_new_ptp_clock(const PtpClockSetup& setup)
 {
     if (setup.peerDelayMechanism) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR,
                   "TuPktsync_new_ptp_clock: Peer Delay Mechanism not implemented yet");
-        return 0;
+        return false;
     }
     const u32 id = setup.syncrefId;
     if (id >= PTP_CLOCKS || s->clocks[id]) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR,
                   "new_clock_entry: syncrefId position already occupied");
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR, "TuPktsync_new_ptp_clock: failed");
-        return 0;
+        return false;
     }
     PtpClock& c = s->clocks[id].emplace();
     c.setup = setup;
@@ -290,7 +290,7 @@ u32 TuPktsync_new_ptp_clock(const PtpClockSetup& setup)
         TuPktsync_timerInit(c.foreignMasters[i].timer, id, PTP_TMO_FOREIGN_MASTER, i);
     ptpPortEvent(c, INITIALIZE);
     ptpPortEvent(c, INITIALIZE_READY);
-    return 1;
+    return true;
 }
 
 void TuPktsync_delete_ptp_clock(u32 syncrefId)

@@ -93,13 +93,13 @@ struct PtpNeeds {
     /// ns of this board's port: egress less ingress.
     i32 (*latencyAsymmetry)();
     /// Sends a message of the descriptor's transport; the eight octets of `metadata`, where given, come
-    /// back with the egress stamp. 0 without a send buffer.
-    u32 (*send)(const PtpDescriptor& descriptor, const u8* message, u32 length, const u8* metadata);
+    /// back with the egress stamp. False without a send buffer.
+    bool (*send)(const PtpDescriptor& descriptor, const u8* message, u32 length, const u8* metadata);
 };
 void TuPktsync_PTP_init(const PtpNeeds& needs);
 
-/// 1 when the clock stands, 0 when the peer delay mechanism is asked for or the place is taken.
-u32  TuPktsync_new_ptp_clock(const PtpClockSetup& setup);
+/// True when the clock stands, false when the peer delay mechanism is asked for or the place is taken.
+bool TuPktsync_new_ptp_clock(const PtpClockSetup& setup);
 void TuPktsync_delete_ptp_clock(u32 syncrefId);
 void TuPktsync_change_ptp_clock(u32 syncrefId, i32 delayAsymmetry, u8 pbit, u8 dscp, u8 ptpProfile);
 /// A received message without its transport's headers; `server` of one that came over IP.
@@ -125,8 +125,8 @@ void TuPktsyncPTP_reportQualities();
 // Of the clock's own parts.
 void TuPktsyncPTP_TS_set_ready(u32 userReference, const TsPosition& set);
 void ptpSendDelayReq(u32 syncrefId, u16 sequenceId);
-/// Sends a message on the clock's general path; 0 without a send buffer.
-u32  ptpSendGeneral(u32 syncrefId, const u8* message, u32 length);
+/// Sends a message on the clock's general path; false without a send buffer.
+bool ptpSendGeneral(u32 syncrefId, const u8* message, u32 length);
 /// ns of a fraction in 2^-32 s, cut down.
 constexpr u32 ptpFraction_ns(u32 fraction) { return static_cast<u32>((u64{fraction} * 1'000'000'000) >> 32); }
 const char* ptpPortStateText(u32 portState);

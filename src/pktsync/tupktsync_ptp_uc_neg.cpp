@@ -123,7 +123,7 @@ void begin(const UCnegCtrl& u, u8* message, u16 length, u8 tlvType, u8 messageTy
 
 void send(UCnegCtrl& u, const u8* message, u16 length)
 {
-    if (ptpSendGeneral(u.syncrefId, message, length) == 0)
+    if (!ptpSendGeneral(u.syncrefId, message, length))
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR, "Failed to allocate send buffer");
     ++u.sequenceId;
 }
@@ -148,7 +148,7 @@ void sendCancel(UCnegCtrl& u, u8 messageType)
 {
     u8 message[CANCEL_LENGTH] = {};
     begin(u, message, CANCEL_LENGTH, TLV_CANCEL, messageType);
-    if (ptpSendGeneral(u.syncrefId, message, CANCEL_LENGTH) == 0)
+    if (!ptpSendGeneral(u.syncrefId, message, CANCEL_LENGTH))
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_1, "Failed to allocate send buffer for syncrefId %d!",
                   u.syncrefId);
     ++u.sequenceId;

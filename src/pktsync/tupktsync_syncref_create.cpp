@@ -273,7 +273,7 @@ void check_create_ready(u32 syncrefId)
     if (r.syncRefIndivState != CREATE_PENDING || r.pendingFlags != 0) return;
     u32 result = r.isRefused ? FAILURE : SUCCESS;
     if (r.usePTP && result == SUCCESS) {
-        r.protocolStarted = needs().newClock(setupOf(syncrefId, r)) != 0;
+        r.protocolStarted = needs().newClock(setupOf(syncrefId, r));
         if (!r.protocolStarted) {
             KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR, "Failed to start protcol instance");
             result = FAILURE;

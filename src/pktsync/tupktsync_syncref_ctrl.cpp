@@ -257,20 +257,20 @@ void TuPktsync_SyncrefCtrl_init()
     needs().ready();
 }
 
-int TuPktsync_SyncrefCtrl_dispatch(Signal* sig)
+bool TuPktsync_SyncrefCtrl_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case TUPKTSYNC_TMO_IND:                  onTimer(sig);           return 1;
-    case KVD_TUIIF_CREATE_PKT_REF_RO_REQ:    handle_CreateReq(sig);       return 1;
-    case KVD_TUIIF_DELETE_PKT_REF_RO_REQ:    onDeleteReq(sig);       return 1;
-    case KVD_TUIIF_SET_PKT_REF_RO_REQ:       handle_SetReq(sig);          return 1;
-    case KVD_TUIIF_AUDIT_PKT_REF_RO_CFM:     handle_AuditCfm(sig);        return 1;
-    case KVD_TUIIF_GET_PKT_REF_RO_ATTRIB_REQ: onGetAttributes(sig);  return 1;
-    case KVD_TUIIF_SYNCH_PATH_SUP_IND:       onPathSupervision(sig); return 1;
-    case TUPKTSYNC_TUIIF_UP_IND:             onTuiifUp();            return 1;
-    case TUPKTSYNC_TUIIF_DOWN_IND:           onTuiifDown();          return 1;
-    case TUPKTSYNC_AUDIT_ANSWER_TMO:         onAuditTimeout();       return 1;
-    default:                                 return 0;
+    case TUPKTSYNC_TMO_IND:                  onTimer(sig);           return true;
+    case KVD_TUIIF_CREATE_PKT_REF_RO_REQ:    handle_CreateReq(sig);  return true;
+    case KVD_TUIIF_DELETE_PKT_REF_RO_REQ:    onDeleteReq(sig);       return true;
+    case KVD_TUIIF_SET_PKT_REF_RO_REQ:       handle_SetReq(sig);     return true;
+    case KVD_TUIIF_AUDIT_PKT_REF_RO_CFM:     handle_AuditCfm(sig);   return true;
+    case KVD_TUIIF_GET_PKT_REF_RO_ATTRIB_REQ: onGetAttributes(sig);  return true;
+    case KVD_TUIIF_SYNCH_PATH_SUP_IND:       onPathSupervision(sig); return true;
+    case TUPKTSYNC_TUIIF_UP_IND:             onTuiifUp();            return true;
+    case TUPKTSYNC_TUIIF_DOWN_IND:           onTuiifDown();          return true;
+    case TUPKTSYNC_AUDIT_ANSWER_TMO:         onAuditTimeout();       return true;
+    default:                                                         return false;
     }
 }
 

@@ -18,7 +18,7 @@ enum SyncRefCtrlState : u32 {
 /// The process begins: board type 2 or another, the main processor is there.
 void TuPktsync_SyncrefCtrl_started(u32 board);
 void TuPktsync_SyncrefCtrl_init();
-int  TuPktsync_SyncrefCtrl_dispatch(Signal* sig);
+bool TuPktsync_SyncrefCtrl_dispatch(Signal* sig);
 
 // ---- from the clients ---------------------------------------------------------------------------
 void TuPktsync_SyncrefCtrl_PktSyncDrvSetCfm(u32 syncrefId);

@@ -60,7 +60,7 @@ struct Needs {
     u32  (*setSyncRef)(u32 froId, const PktsyncDrvRef& ref);
     u32  (*changeSyncRef)(u32 froId, const PktsyncDrvRef& ref);
     u32  (*deleteSyncRef)(u32 froId, u32 syncrefId);
-    u32  (*newClock)(const PtpClockSetup& setup);
+    bool (*newClock)(const PtpClockSetup& setup);
     void (*deleteClock)(u32 syncrefId);
     void (*changeClock)(u32 syncrefId, i32 delayAsymmetry, u8 pbit, u8 dscp, u8 ptpProfile);
     void (*superviseClock)(u32 syncrefId, u32 on);

@@ -43,7 +43,7 @@ bool takeChange(Syncref& r, const TuiifPktRefConfig& c)
 void restartProtocol(Syncref& r, u32 syncrefId)
 {
     needs().deleteClock(syncrefId);
-    r.protocolStarted = needs().newClock(setupOf(syncrefId, r)) != 0;
+    r.protocolStarted = needs().newClock(setupOf(syncrefId, r));
     needs().superviseClock(syncrefId, 1);
     if (r.selected) needs().selectClock(syncrefId, 1);
     KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_INFO,

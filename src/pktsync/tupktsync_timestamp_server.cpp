@@ -56,15 +56,15 @@ void TuPktsync_Timestamp_server_init()
 
 void TuPktsync_Timestamp_reInit() { s->reInit = 1; }
 
-int TuPktsync_Timestamp_server_dispatch(Signal* sig)
+bool TuPktsync_Timestamp_server_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case TUPKTSYNC_REF_SELECTION_IND: onSelection(sig); return 1;
-    case TUPKTSYNC_REG_IND:           onRegInd(sig);    return 1;
+    case TUPKTSYNC_REF_SELECTION_IND: onSelection(sig); return true;
+    case TUPKTSYNC_REG_IND:           onRegInd(sig);    return true;
     case TUPKTSYNC_CLOCK_RQMT_IND:
         if (const auto* ind = as<TuPktsyncClockRqmtInd>(sig)) TuPktsync_SyncrefCtrl_clockRqmtInd(ind->rqmt);
-        return 1;
-    default: return 0;
+        return true;
+    default: return false;
     }
 }
 

@@ -11,7 +11,7 @@ struct Signal;
 void TuPktsync_Timestamp_server_init();
 /// The next initiation keeps the consumer.
 void TuPktsync_Timestamp_reInit();
-int  TuPktsync_Timestamp_server_dispatch(Signal* sig);
+bool TuPktsync_Timestamp_server_dispatch(Signal* sig);
 
 void TuPktsync_Timestamp_server_handle_ts_ptp(const PtpExchange& exchange);
 /// Two stamps of a peer delay exchange, s and ns.

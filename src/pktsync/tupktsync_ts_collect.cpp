@@ -83,14 +83,14 @@ void complete(TsBuffer& buffer, TsPosition& at)
 
 }  // namespace
 
-u32 TuPktsync_save_TS(TsBuffer& buffer, u16 sequenceId, u32 shift, u32 tsIndex, const PtpStamp& stamp)
+bool TuPktsync_save_TS(TsBuffer& buffer, u16 sequenceId, u32 shift, u32 tsIndex, const PtpStamp& stamp)
 {
-    if (!isPlace(buffer, tsIndex)) return 0;
+    if (!isPlace(buffer, tsIndex)) return false;
     TsPosition& at = positionOf(buffer, sequenceId, shift);
     occupy(buffer, at, sequenceId);
     store(buffer, at, tsIndex, stamp);
     if (at.mask == buffer.completeMask) complete(buffer, at);
-    return 1;
+    return true;
 }
 
 void TuPktsync_clear_TS_buffer(TsBuffer& buffer)

@@ -39,7 +39,7 @@ struct TsBuffer {
 /// TS_POSITIONS_MAX.
 void TuPktsync_new_TS_buffer(TsBuffer& buffer, u32 userReference, u16 size, u16 TSperSet,
                              void (*TSready_cb)(u32, const TsPosition&));
-/// Stores a stamp at position sequenceId >> shift; the callback runs when the set is complete. 1
-/// stored, 0 for a buffer that isn't set up or an index beyond the set.
-u32 TuPktsync_save_TS(TsBuffer& buffer, u16 sequenceId, u32 shift, u32 tsIndex, const PtpStamp& stamp);
+/// Stores a stamp at position sequenceId >> shift; the callback runs when the set is complete. True
+/// stored, false for a buffer that isn't set up or an index beyond the set.
+bool TuPktsync_save_TS(TsBuffer& buffer, u16 sequenceId, u32 shift, u32 tsIndex, const PtpStamp& stamp);
 void TuPktsync_clear_TS_buffer(TsBuffer& buffer);

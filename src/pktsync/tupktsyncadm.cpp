@@ -122,15 +122,15 @@ void onNtpPacket(const Signal* sig)
 
 void TuPktsyncAdm_initiate() { KvdLoz6TuPktsync_clockRqmt(); }
 
-int TuPktsyncAdm_dispatch(Signal* sig)
+bool TuPktsyncAdm_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case KVD_TUIIF_SELECT_SYNCH_REF_IND:       onSelect(sig);          return 1;
-    case KVD_TUIIF_SELECTION_MODE_CHANGE_IND:  onSelectionMode(sig);   return 1;
-    case TUPKTSYNC_PTP_PACKET_IND:             onPtpPacket(sig);       return 1;
-    case TUPKTSYNC_PTP_PACKET_PEERDELAY_IND:   onPeerDelayPacket(sig); return 1;
-    case TUPKTSYNC_NTP_PACKET_IND:             onNtpPacket(sig);       return 1;
-    default:                                   return 0;
+    case KVD_TUIIF_SELECT_SYNCH_REF_IND:       onSelect(sig);          return true;
+    case KVD_TUIIF_SELECTION_MODE_CHANGE_IND:  onSelectionMode(sig);   return true;
+    case TUPKTSYNC_PTP_PACKET_IND:             onPtpPacket(sig);       return true;
+    case TUPKTSYNC_PTP_PACKET_PEERDELAY_IND:   onPeerDelayPacket(sig); return true;
+    case TUPKTSYNC_NTP_PACKET_IND:             onNtpPacket(sig);       return true;
+    default:                                                           return false;
     }
 }
 

@@ -8,7 +8,7 @@
 struct Signal;
 
 void TuPktsyncAdm_initiate();
-int  TuPktsyncAdm_dispatch(Signal* sig);
+bool TuPktsyncAdm_dispatch(Signal* sig);
 void TuPktsync_selectionMode(u8 selectionProcessMode);
 /// 0 select, 1 deselect, 2 deselect all; `consumer` gets the exchanges.
 void KvdLoz6TuPktsync_selection(u32 froId, u32 froClassNo, u32 selectOperation, PROCESS consumer);

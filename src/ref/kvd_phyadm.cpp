@@ -240,16 +240,16 @@ const char* syncStateText(u8 syncState)
 
 }  // namespace
 
-int KvdLoz6TuPhyAdm_dispatch(Signal* sig)
+bool KvdLoz6TuPhyAdm_dispatch(Signal* sig)
 {
     if (sig->sigNo == KVD_TUPHYADM_ANSWER_TMO) {
         onAnswerTimeout();
-        return 1;
+        return true;
     }
-    if (node::PhyPortInfo_dispatch(sig) == 0) return 0;
+    if (node::PhyPortInfo_dispatch(sig) == 0) return false;
     if (!node::PhyPortInfo_owesAnswer())          KvdTimer_cancel(s->answerTimer);
     else if (sig->sigNo == PHYPORT_SERVER_UP_IND) KvdAnswer_await(s->answerTimer, ANSWER);
-    return 1;
+    return true;
 }
 
 void KvdLoz6TuPhyAdm_restart(u32 isFirstStart)

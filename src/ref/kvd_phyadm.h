@@ -24,7 +24,7 @@ struct PhyPortInfo {
     u32 cepId = 0;                       // connection end point of the service, 0 is none
 };
 
-int  KvdLoz6TuPhyAdm_dispatch(Signal* sig);
+bool KvdLoz6TuPhyAdm_dispatch(Signal* sig);
 /// At each start of the components.
 void KvdLoz6TuPhyAdm_restart(u32 isFirstStart);
 /// The main processor went away.

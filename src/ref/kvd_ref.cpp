@@ -60,7 +60,7 @@ void onRefInterrupt(const KvdTuhwifRefInterrupt* ind)
 void onIdl2SyncData(const Signal* sig)
 {
     if (KvdLoz6TuMgr_isMaster()) return;
-    if (KvdLoz6TuReg_handleIdl2Slave(sig) == 1) KvdLoz6TuRef_idlInterrupt(IDLPORT_2);
+    if (KvdLoz6TuReg_handleIdl2Slave(sig)) KvdLoz6TuRef_idlInterrupt(IDLPORT_2);
 }
 
 void onIdl2Delay()
@@ -93,34 +93,34 @@ void releaseRows()
 
 }  // namespace
 
-int KvdLoz6TuRef_dispatch(Signal* sig)
+bool KvdLoz6TuRef_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
     case KVD_TUIIF_SYNCH_PATH_SUP_IND:
-        KvdLoz6TuRef_onPathSupervision(as<KvdTuiifSynchPathSupInd>(sig));                          return 1;
+        KvdLoz6TuRef_onPathSupervision(as<KvdTuiifSynchPathSupInd>(sig));                         return true;
     case KVD_TUIIF_SELECT_SYNCH_REF_IND:
-        onSelectSynchRef(as<KvdTuiifSelectSynchRefInd>(sig));                                      return 1;
+        onSelectSynchRef(as<KvdTuiifSelectSynchRefInd>(sig));                                     return true;
     case KVD_TUIIF_REGISTER_SYNCH_REF_IND:
-        onRegisterSynchRef(as<KvdTuiifRegisterSynchRefInd>(sig));                                  return 1;
+        onRegisterSynchRef(as<KvdTuiifRegisterSynchRefInd>(sig));                                 return true;
     case KVD_TUIIF_DEREGISTER_SYNCH_REF_IND:
-        onDeregisterSynchRef(as<KvdTuiifDeregisterSynchRefInd>(sig));                              return 1;
-    case KVD_TUREFMON_PROC_TOGGLE_STATUS_IND:    KvdLoz6TuRef_onToggleStatus();                 return 1;
+        onDeregisterSynchRef(as<KvdTuiifDeregisterSynchRefInd>(sig));                             return true;
+    case KVD_TUREFMON_PROC_TOGGLE_STATUS_IND:    KvdLoz6TuRef_onToggleStatus();                   return true;
     case KVD_TUREF_TIMEOUT_IND:
-        KvdLoz6TuRef_onFilterTimeout(as<KvdTurefTimeoutInd>(sig));                                 return 1;
-    case KVD_TUREF_IDL1_WTR_TIMEOUT_IND:         KvdLoz6TuRef_onIdlWtrTimeout(IDLPORT_1);       return 1;
-    case KVD_TUREF_IDL1_HO_TIMEOUT_IND:          KvdLoz6TuRef_onIdlHoTimeout(IDLPORT_1);        return 1;
-    case KVD_TUREF_IDL1_SUPERVISION_TIMEOUT_IND: KvdLoz6TuRef_onIdlSupervisionTimeout(IDLPORT_1); return 1;
-    case KVD_TUREF_IDL2_WTR_TIMEOUT_IND:         KvdLoz6TuRef_onIdlWtrTimeout(IDLPORT_2);       return 1;
-    case KVD_TUREF_IDL2_HO_TIMEOUT_IND:          KvdLoz6TuRef_onIdlHoTimeout(IDLPORT_2);        return 1;
-    case KVD_TUREF_IDL2_SUPERVISION_TIMEOUT_IND: KvdLoz6TuRef_onIdlSupervisionTimeout(IDLPORT_2); return 1;
-    case KVD_TUREF_GPSOSL_HOLDOVER_TIMEOUT_IND:  KvdLoz6TuRef_onGpsOslHoldoverTimeout();        return 1;
+        KvdLoz6TuRef_onFilterTimeout(as<KvdTurefTimeoutInd>(sig));                                return true;
+    case KVD_TUREF_IDL1_WTR_TIMEOUT_IND:         KvdLoz6TuRef_onIdlWtrTimeout(IDLPORT_1);         return true;
+    case KVD_TUREF_IDL1_HO_TIMEOUT_IND:          KvdLoz6TuRef_onIdlHoTimeout(IDLPORT_1);          return true;
+    case KVD_TUREF_IDL1_SUPERVISION_TIMEOUT_IND: KvdLoz6TuRef_onIdlSupervisionTimeout(IDLPORT_1); return true;
+    case KVD_TUREF_IDL2_WTR_TIMEOUT_IND:         KvdLoz6TuRef_onIdlWtrTimeout(IDLPORT_2);         return true;
+    case KVD_TUREF_IDL2_HO_TIMEOUT_IND:          KvdLoz6TuRef_onIdlHoTimeout(IDLPORT_2);          return true;
+    case KVD_TUREF_IDL2_SUPERVISION_TIMEOUT_IND: KvdLoz6TuRef_onIdlSupervisionTimeout(IDLPORT_2); return true;
+    case KVD_TUREF_GPSOSL_HOLDOVER_TIMEOUT_IND:  KvdLoz6TuRef_onGpsOslHoldoverTimeout();          return true;
     case KVD_TUREF_SLAVE_HOLDOVER_TIMEOUT_IND:
-        KvdLoz6TuRef_onSlaveHoldoverTimeout(as<KvdTurefSlaveHoldoverTimeoutInd>(sig));             return 1;
-    case KVD_TUREF_IDL2_SYNC_DATA_TIMEOUT_IND:   KvdLoz6TuRef_onIdl2SyncDataTimeout();          return 1;
-    case KVD_TUIIF_IDL2_SYNC_DATA_IND:           onIdl2SyncData(sig);                           return 1;
-    case KVD_TUHWIF_REF_INTERRUPT:               onRefInterrupt(as<KvdTuhwifRefInterrupt>(sig)); return 1;
-    case IDPI_GET_DELAY_CFM:                     onIdl2Delay();                                 return 1;
-    default: return 0;
+        KvdLoz6TuRef_onSlaveHoldoverTimeout(as<KvdTurefSlaveHoldoverTimeoutInd>(sig));            return true;
+    case KVD_TUREF_IDL2_SYNC_DATA_TIMEOUT_IND:   KvdLoz6TuRef_onIdl2SyncDataTimeout();            return true;
+    case KVD_TUIIF_IDL2_SYNC_DATA_IND:           onIdl2SyncData(sig);                             return true;
+    case KVD_TUHWIF_REF_INTERRUPT:               onRefInterrupt(as<KvdTuhwifRefInterrupt>(sig));  return true;
+    case IDPI_GET_DELAY_CFM:                     onIdl2Delay();                                   return true;
+    default:                                                                                     return false;
     }
 }
 

@@ -7,7 +7,7 @@
 
 struct Signal;
 
-int  KvdLoz6TuRef_dispatch(Signal* sig);
+bool KvdLoz6TuRef_dispatch(Signal* sig);
 void KvdLoz6TuRef_restart(u32 isFirstStart);
 /// Common operations of the references' supervision handlers.
 void KvdLoz6TuRef_startSupervision(const Signal* sig, u32 row);

@@ -106,7 +106,7 @@ bool wasAmongLastTwo(u8 refType)
 
 // ---- steps that several selections share --------------------------------------------------------
 
-/// 1 when the hardware follows; `text` is the selector's name in the trace.
+/// True when the hardware follows; `text` is the selector's name in the trace.
 bool routeHardware(u32 selector, const char* text)
 {
     const int status = HALI_subscribeRefTime(selector);
@@ -174,28 +174,28 @@ void dropHeldTime(u32 regulatorRef)
 
 /// `route` with REGULATOR_AS_IS leaves the regulator alone and counts as value 0 towards the
 /// clients.
-int commonSelect(const Route& route, Ids ids)
+bool commonSelect(const Route& route, Ids ids)
 {
-    if (route.selector != HW_AS_IS && !routeHardware(route.selector)) return 0;
+    if (route.selector != HW_AS_IS && !routeHardware(route.selector)) return false;
     const bool untouched = route.regulatorRef == REGULATOR_AS_IS;
     const u32 value = untouched ? u32{TU_SR_NO_REF} : route.regulatorRef;
     if (!untouched) KvdLoz6TuReg_configRefType(value, ids.froId, ids.froClassNo);
     dropHeldTime(value);
-    if (refusedOnSlave(route.refType)) return 0;
+    if (refusedOnSlave(route.refType)) return false;
     updateClients(route.refType, ids, value);
     afterSelection(route.refType);
-    return 1;
+    return true;
 }
 
-int selectByTable(u8 refType, Ids ids)
+bool selectByTable(u8 refType, Ids ids)
 {
     moveBlockOn(refType);
     for (const Route& route : ROUTES)
         if (route.refType == refType) return commonSelect(route, ids);
-    return 0;
+    return false;
 }
 
-int selectTuRef(Ids ids)
+bool selectTuRef(Ids ids)
 {
     moveBlockOn(TU_REF);
     switch (KvdLoz6TuRef_gpsExtToggle()) {
@@ -207,11 +207,11 @@ int selectTuRef(Ids ids)
     default:
         KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "gpsExtToggle %d not allowed",
                   static_cast<int>(KvdLoz6TuRef_gpsExtToggle()));
-        return 0;
+        return false;
     }
 }
 
-int selectPdhSdh(Ids ids)
+bool selectPdhSdh(Ids ids)
 {
     const u32 line = KvdLoz6TuPhyAdm_lineOfFroId(ids.froId);    // 0 when no port has the froId
     const bool isKnown = KvdLoz6TuPhyAdm_knowsFroId(ids.froId);
@@ -219,7 +219,7 @@ int selectPdhSdh(Ids ids)
     if (!isKnown || line >= REF_ROWS) {
         KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "port line number out of range =%d. selectSynchRef ignored",
                   static_cast<int>(line));
-        return 0;
+        return false;
     }
     if (line > ROW_SDH) {
         KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "Incorrect lineNo=%hhu. expected value between 0-4",
@@ -292,29 +292,29 @@ void deselectPllRef(u32 pllState)
     KvdLoz6TuReg_setRegState(UNKNOWN);
 }
 
-int selectNoRef(Ids ids)
+bool selectNoRef(Ids ids)
 {
     const u32 pllState = KvdLoz6TuReg_pllState();   // the client view may end the loop
     moveBlockOnUnlessSelected(NO_REF);
-    if (!routeHardware(HALI_NO_HW_SYNC_REF)) return 0;
+    if (!routeHardware(HALI_NO_HW_SYNC_REF)) return false;
     KvdLoz6TuReg_configRefType(TU_SR_NO_REF, ids.froId, ids.froClassNo);
     updateClients(NO_REF, ids, TU_SR_NO_REF);
     if (table().prevSelRef == GPSOSL_REF || table().prevSelRef == SOCPRI_REF)
         deselectPllRef(pllState);
     else
         afterSelection(NO_REF);
-    return 1;
+    return true;
 }
 
 // ---- inter-unit links ---------------------------------------------------------------------------
 
-int selectIdl1(Ids ids)
+bool selectIdl1(Ids ids)
 {
     moveBlockOn(IDL1_REF);
     return KvdLoz6TuSlave_selectIdl1(ids.froId, ids.froClassNo);
 }
 
-int selectIdl2(Ids ids)
+bool selectIdl2(Ids ids)
 {
     moveBlockOn(IDL2_REF);
     return KvdLoz6TuSlave_selectIdl2(ids.froId, ids.froClassNo);
@@ -360,13 +360,13 @@ void startGpsOslLoop(LoopStart start)
     }
 }
 
-int selectGpsOsl(Ids ids)
+bool selectGpsOsl(Ids ids)
 {
     moveBlockOn(GPSOSL_REF);
     if (table().prevSelRef == SOCPRI_REF) KvdLoz6TuReg_setRegState(0);
-    if (!routeHardware(HALI_GPS_HW_SYNC_REF)) return 0;
+    if (!routeHardware(HALI_GPS_HW_SYNC_REF)) return false;
     KvdLoz6TuReg_configRefType(TU_SR_GPSOSL_REF, ids.froId, ids.froClassNo);
-    if (refusedOnSlave(GPSOSL_REF)) return 0;
+    if (refusedOnSlave(GPSOSL_REF)) return false;
     updateClients(GPSOSL_REF, ids, TU_SR_GPSOSL_REF);
     KvdLoz6TuRef_stopGpsOslHoldover();
     // Without its signal the loop goes on holding over, and nothing else would end that.
@@ -385,19 +385,19 @@ int selectGpsOsl(Ids ids)
     else
         KvdLoz6GpsOsl_sendRemoteState();
     startGpsOslLoop(gpsOslLoopStart(regState, KvdLoz6TuReg_pllIsHoldover()));
-    return 1;
+    return true;
 }
 
 // ---- SoCPRI -------------------------------------------------------------------------------------
 
-int selectSocpri(Ids ids)
+bool selectSocpri(Ids ids)
 {
     KvdLoz6TuRef_stopGpsOslHoldover();
     moveBlockOnUnlessSelected(SOCPRI_REF);
-    if (!routeHardware(HALI_GPS_HW_SYNC_REF, "HALI_GPS_REF")) return 0;
+    if (!routeHardware(HALI_GPS_HW_SYNC_REF, "HALI_GPS_REF")) return false;
     KvdLoz6TuReg_configRefType(TU_SR_SOCPRI_REF, ids.froId, ids.froClassNo);
     updateClients(SOCPRI_REF, ids, TU_SR_SOCPRI_REF);
-    if (KvdLoz6TuReg_pllIsHoldover() && !isFirstStart()) return 1;
+    if (KvdLoz6TuReg_pllIsHoldover() && !isFirstStart()) return true;
     if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) {
         if (cameFrom(GPSOSL_REF)) {                 // the loop goes on with the other link's phase
             KvdLoz6TuRef_logLoopEnd(SOCPRI_EV_PI_CONTROLLER_GPSOSL_TO_SOCPRI_SWITCH);
@@ -408,10 +408,10 @@ int selectSocpri(Ids ids)
     }
     KvdLoz6TuReg_setRegState(UNKNOWN);
     inrsiClientReset();
-    return 1;
+    return true;
 }
 
-int select(u8 refType, Ids ids)
+bool select(u8 refType, Ids ids)
 {
     switch (refType) {
     case NO_REF:      return selectNoRef(ids);
@@ -431,7 +431,7 @@ int select(u8 refType, Ids ids)
     case ETHC_REF:    return selectByTable(refType, ids);
     default:
         KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "Unknown syncRefType =%d for froId =%u.", refType, ids.froId);
-        return 0;
+        return false;
     }
 }
 
@@ -443,11 +443,11 @@ void KvdLoz6TuRef_logLoopEnd(u32 event)
     KvdLoz6TuReg_traceSoCpriLog(1);
 }
 
-int KvdLoz6TuRef_selectSynchRef(u8 refType, u32 froId, u32 froClassNo)
+bool KvdLoz6TuRef_selectSynchRef(u8 refType, u32 froId, u32 froClassNo)
 {
     table().prevPrevSelRef = NO_REF;
-    const int changed = select(refType, {froId, froClassNo});
-    if (changed != 0)
+    const bool changed = select(refType, {froId, froClassNo});
+    if (changed)
         KVD_TRACE(
             TRACE_TUREF, TRACE_INFO,
             "Reference update: selectedRef (%d), prevSelRef (%d). Algorithm states: PLL state %u, "

@@ -4,5 +4,5 @@
 #include "ose/types.h"
 #include "sig/ref_types.h"
 
-/// 1 when a change was carried out on a master, 0 otherwise.
-int  KvdLoz6TuRef_selectSynchRef(u8 refType, u32 froId, u32 froClassNo);
+/// True when a change was carried out on a master, false otherwise.
+bool KvdLoz6TuRef_selectSynchRef(u8 refType, u32 froId, u32 froClassNo);

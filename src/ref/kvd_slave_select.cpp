@@ -23,25 +23,25 @@ void follow(u8 refType, u32 regulatorRef, u32 froId, u32 froClassNo)
 
 }  // namespace
 
-int KvdLoz6TuSlave_selectIdl1(u32 froId, u32 froClassNo)
+bool KvdLoz6TuSlave_selectIdl1(u32 froId, u32 froClassNo)
 {
     // The link comes in by an interrupt of its own, not through the reference multiplexer.
     const int status = HALI_subscribeRefTime(HALI_NO_HW_SYNC_REF);
     if (status != 0) {
         KVD_TRACE(TRACE_TUSLAVE, TRACE_ERROR,
                   "HALI_subscribeRefTime failed with status: %d for HALI_NO_HW_SYNC_REF", status);
-        return 0;
+        return false;
     }
     follow(IDL1_REF, TU_SR_IDL1_REF, froId, froClassNo);
     if (KvdLoz6TuReg_slavePllState() == SLAVE_PLL_Uninitialized && KvdLoz6TuReg_regState() > WARMUP)
         KvdLoz6TuReg_slavePll_init(SLAVE_PLL_Unlocked);
-    return 1;
+    return true;
 }
 
-int KvdLoz6TuSlave_selectIdl2(u32 froId, u32 froClassNo)
+bool KvdLoz6TuSlave_selectIdl2(u32 froId, u32 froClassNo)
 {
     follow(IDL2_REF, TU_SR_IDL2_REF, froId, froClassNo);
-    return 1;
+    return true;
 }
 
 void KvdLoz6TuSlave_idl1LinkInd(u32 state) { KvdLoz6TuRef_idlSupervision(IDLPORT_1, state); }

@@ -4,9 +4,9 @@
 #pragma once
 #include "ose/types.h"
 
-/// Selections, once the selection's history has been moved on: 1 when carried out.
-int KvdLoz6TuSlave_selectIdl1(u32 froId, u32 froClassNo);
-int KvdLoz6TuSlave_selectIdl2(u32 froId, u32 froClassNo);
+/// Selections, once the selection's history has been moved on: true when carried out.
+bool KvdLoz6TuSlave_selectIdl1(u32 froId, u32 froClassNo);
+bool KvdLoz6TuSlave_selectIdl2(u32 froId, u32 froClassNo);
 
 /// Supervision of a link, as the main processor orders it: up with 1, not up with any other value.
 void KvdLoz6TuSlave_idl1LinkInd(u32 state);

@@ -9,7 +9,7 @@ void KvdLoz6TuEth_handleInt()
     constexpr double R = 5e-10;              // s^2
     constexpr double REF_TIME[2] = {0.0, 0.0};
     LatchedEdge edge{};
-    if (KvdLoz6TuReg_handleRefClkInt(edge) == 0) return;
+    if (!KvdLoz6TuReg_handleRefClkInt(edge)) return;
     KvdLoz6TuReg_setMeasR(R, Z_ETH_REF);
     double z = 0, phase = 0;
     TimePair zPair{};

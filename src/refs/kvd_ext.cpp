@@ -55,7 +55,7 @@ void KvdLoz6TuExt_initiate() { s->stateSensitive = 1; }
 void KvdLoz6TuExt_handlePdhSdhInt()
 {
     LatchedEdge edge{};
-    if (KvdLoz6TuReg_handleRefClkInt(edge) == 0) return;
+    if (!KvdLoz6TuReg_handleRefClkInt(edge)) return;
     for (u32 z_i = Z_PDH_REF1; z_i <= Z_SDH_REF; ++z_i) KvdLoz6TuReg_setMeasR(R_LINE, z_i);
     measureLine(edge);
 }
@@ -63,7 +63,7 @@ void KvdLoz6TuExt_handlePdhSdhInt()
 void KvdLoz6TuExt_handleExtInt()
 {
     LatchedEdge edge{};
-    if (KvdLoz6TuReg_handleRefClkInt(edge) == 0) return;
+    if (!KvdLoz6TuReg_handleRefClkInt(edge)) return;
     KvdLoz6TuReg_setMeasR(s->useFastLock != 0 ? s->R_fastLock : R_LINE, Z_EXT_REF);
     measureLine(edge);
 }
@@ -72,7 +72,7 @@ void KvdLoz6TuExt_handleExtInt()
 void KvdLoz6TuExt_handleExt1ppsInt()
 {
     LatchedEdge edge{};
-    if (KvdLoz6TuReg_handleRefClkInt(edge) == 0) return;
+    if (!KvdLoz6TuReg_handleRefClkInt(edge)) return;
     KvdLoz6TuReg_setMeasR(R_1PPS, Z_EXT_1PPS_REF);
     double z = 0, phase = 0;
     TimePair zPair{};

@@ -172,21 +172,21 @@ void hptsi::sendQualityLevel()
     KvdLoz6TuIifAdm_sendQualityLevelInd(HPTSI_FRO_ID, HPTSI_FRO_CLASS, s->qualityType, 0);
 }
 
-int KvdLoz6TuHptsi_dispatch(Signal* sig)
+bool KvdLoz6TuHptsi_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case KVD_TUHPTSI_OPERATIONAL_TIMEOUT:     onTimeout(T_OPERATIONAL);      return 1;
-    case KVD_TUHPTSI_VALID_TIME_TIMEOUT:      onTimeout(T_VALID);            return 1;
-    case KVD_TUHPTSI_SERIALPORT_INITIALISED:  onSerialPortInitialised();     return 1;
-    case KVD_TUHPTSI_SUPR_ALARM_TIMEOUT:      onTimeout(T_ALARM_SUPRESSION); return 1;
-    case KVD_TUHPTSI_CMCC_FRAME_REC:          onFrameRec(sig);               return 1;
-    case KVD_TUHPTSI_NO_VALID_TIME_TIMEOUT:   onTimeout(T_NO_VALID);         return 1;
-    case KVD_TUHPTSI_MONITOR_TIMEOUT:         onTimeout(T_MONITOR);          return 1;
-    case KVD_TUHPTSI_RECEIVE_FRAMES_TIMEOUT:  onTimeout(T_RECEIVE_FRAMES);   return 1;
-    case KVD_TUIIF_SET_HPTSI_DELAY_IND:       onSetDelay(sig);               return 1;
-    case KVD_TUIIF_HPTSI_ATTRIB_REQ:          onAttribReq(sig);              return 1;
-    case KVD_TUIIF_SELECTION_MODE_CHANGE_IND: onSelectionModeChange(sig);    return 1;
-    default:                                                                 return 0;
+    case KVD_TUHPTSI_OPERATIONAL_TIMEOUT:     onTimeout(T_OPERATIONAL);      return true;
+    case KVD_TUHPTSI_VALID_TIME_TIMEOUT:      onTimeout(T_VALID);            return true;
+    case KVD_TUHPTSI_SERIALPORT_INITIALISED:  onSerialPortInitialised();     return true;
+    case KVD_TUHPTSI_SUPR_ALARM_TIMEOUT:      onTimeout(T_ALARM_SUPRESSION); return true;
+    case KVD_TUHPTSI_CMCC_FRAME_REC:          onFrameRec(sig);               return true;
+    case KVD_TUHPTSI_NO_VALID_TIME_TIMEOUT:   onTimeout(T_NO_VALID);         return true;
+    case KVD_TUHPTSI_MONITOR_TIMEOUT:         onTimeout(T_MONITOR);          return true;
+    case KVD_TUHPTSI_RECEIVE_FRAMES_TIMEOUT:  onTimeout(T_RECEIVE_FRAMES);   return true;
+    case KVD_TUIIF_SET_HPTSI_DELAY_IND:       onSetDelay(sig);               return true;
+    case KVD_TUIIF_HPTSI_ATTRIB_REQ:          onAttribReq(sig);              return true;
+    case KVD_TUIIF_SELECTION_MODE_CHANGE_IND: onSelectionModeChange(sig);    return true;
+    default:                                                                 return false;
     }
 }
 

@@ -7,7 +7,7 @@
 
 struct Signal;
 
-int  KvdLoz6TuHptsi_dispatch(Signal* sig);
+bool KvdLoz6TuHptsi_dispatch(Signal* sig);
 /// A latched 1PPS edge while the input is selected.
 void KvdLoz6TuHptsi_handleInt();
 /// A change from another reference: the time of day is used at once, preTimeOffset_c is 0.

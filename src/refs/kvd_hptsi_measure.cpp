@@ -35,7 +35,7 @@ u32 KvdLoz6TuHptsi_time(double& time)
 void KvdLoz6TuHptsi_handleInt()
 {
     LatchedEdge edge{};
-    if (KvdLoz6TuReg_handleRefClkInt(edge) == 0) return;
+    if (!KvdLoz6TuReg_handleRefClkInt(edge)) return;
     double time = 0.0;
     ReferenceTime reference;
     if (KvdLoz6TuHptsi_time(time) == TIME_VALID)

@@ -151,14 +151,14 @@ void subscribe()
 }
 
 /// Looks at no more records than the signal holds, whatever its count says.
-u8 hasDelayCapability(const Signal* sig, const IdpiGetCapabilityCfm& cfm)
+bool hasDelayCapability(const Signal* sig, const IdpiGetCapabilityCfm& cfm)
 {
     constexpr u32 FIRST = offsetof(IdpiGetCapabilityCfm, capability);
     const u32 held = (node::sizeOf(sig) - FIRST) / static_cast<u32>(sizeof(IdpiCapability));
     const IdpiCapability* const record = cfm.capability;
     for (u32 i = 0; i < std::min<u32>(cfm.count, held); ++i)
-        if (record[i].type == IDPI_CAPABILITY_DELAY && record[i].supported == 1) return 1;
-    return 0;
+        if (record[i].type == IDPI_CAPABILITY_DELAY && record[i].supported == 1) return true;
+    return false;
 }
 
 void onGetCapabilityCfm(const Signal* sig)
@@ -228,25 +228,25 @@ IdpiPort emptyPort(u32 port)
 
 }  // namespace idpi
 
-int KvdLoz6Idpi_dispatch(Signal* sig)
+bool KvdLoz6Idpi_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case IDPI_SERVER_UP_IND:         onServerUp(ose::sender(&sig));                             return 1;
-    case IDPI_SERVER_DOWN_IND:       onServerDown();                                            return 1;
-    case IDPI_CONN_ESTABLISH_CFM:    onConnEstablishCfm(as<IdpiRefs>(sig), ose::sender(&sig));  return 1;
-    case IDPI_CONN_ESTABLISH_REJ:    onConnEstablishRej(rejection<IdpiConnEstablishRej>(sig));       return 1;
-    case IDPI_GET_CAPABILITY_CFM:    onGetCapabilityCfm(sig);                                   return 1;
-    case IDPI_GET_CAPABILITY_REJ:    onGetCapabilityRej(rejection<IdpiRej>(sig));                    return 1;
-    case IDPI_SUBSCRIBE_LINK_STATUS_CFM: onSubscribeCfm();                                      return 1;
-    case IDPI_ANSWER_TMO:            onAnswerTimeout();                                         return 1;
-    case IDPI_SUBSCRIBE_LINK_STATUS_REJ: onSubscribeRej(rejection<IdpiRej>(sig));                    return 1;
-    case IDPI_LINK_STATUS_IND:       idpi::onLinkStatus(as<IdpiLinkStatusInd>(sig));            return 1;
+    case IDPI_SERVER_UP_IND:         onServerUp(ose::sender(&sig));                            return true;
+    case IDPI_SERVER_DOWN_IND:       onServerDown();                                           return true;
+    case IDPI_CONN_ESTABLISH_CFM:    onConnEstablishCfm(as<IdpiRefs>(sig), ose::sender(&sig)); return true;
+    case IDPI_CONN_ESTABLISH_REJ:    onConnEstablishRej(rejection<IdpiConnEstablishRej>(sig)); return true;
+    case IDPI_GET_CAPABILITY_CFM:    onGetCapabilityCfm(sig);                                  return true;
+    case IDPI_GET_CAPABILITY_REJ:    onGetCapabilityRej(rejection<IdpiRej>(sig));              return true;
+    case IDPI_SUBSCRIBE_LINK_STATUS_CFM: onSubscribeCfm();                                     return true;
+    case IDPI_ANSWER_TMO:            onAnswerTimeout();                                        return true;
+    case IDPI_SUBSCRIBE_LINK_STATUS_REJ: onSubscribeRej(rejection<IdpiRej>(sig));              return true;
+    case IDPI_LINK_STATUS_IND:       idpi::onLinkStatus(as<IdpiLinkStatusInd>(sig));           return true;
     case IDPI_PROP_PORT_INFO_CFM:
-        KVD_TRACE(TRACE_IDPI, TRACE_7, "received IDPI_PROP_PORT_INFO_CFM");                     return 1;
-    case IDPI_REQUEST_DATA_TMO:      idpi::onRequestDataTimeout();                              return 1;
-    case IDPI_GET_DELAY_CFM:         idpi::onGetDelayCfm(as<IdpiGetDelayCfm>(sig));             return 1;
-    case IDPI_GET_DELAY_REJ:         idpi::onGetDelayRej(delayRejection(sig));                  return 1;
-    default:                                                                                    return 0;
+        KVD_TRACE(TRACE_IDPI, TRACE_7, "received IDPI_PROP_PORT_INFO_CFM");                    return true;
+    case IDPI_REQUEST_DATA_TMO:      idpi::onRequestDataTimeout();                             return true;
+    case IDPI_GET_DELAY_CFM:         idpi::onGetDelayCfm(as<IdpiGetDelayCfm>(sig));            return true;
+    case IDPI_GET_DELAY_REJ:         idpi::onGetDelayRej(delayRejection(sig));                 return true;
+    default:                                                                                   return false;
     }
 }
 

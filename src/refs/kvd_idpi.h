@@ -30,7 +30,7 @@ struct IdpiPort {
 };
 
 void KvdLoz6Idpi_initiate();
-int  KvdLoz6Idpi_dispatch(Signal* sig);
+bool KvdLoz6Idpi_dispatch(Signal* sig);
 /// Connects to the port server; returns at once. 0 done or connected already, 1 when the server isn't
 /// there yet: the connection follows when it comes.
 int  KvdLoz6TuSlave_connEstablish(u16 protocolRev);

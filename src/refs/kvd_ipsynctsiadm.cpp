@@ -173,18 +173,24 @@ void KvdLoz6TuIpSyncTsiAdm_initiate()
     }
 }
 
-int KvdLoz6TuIpSyncTsiAdm_dispatch(Signal* sig)
+bool KvdLoz6TuIpSyncTsiAdm_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case IPSYNCTSI_SERVER_UP_IND: onServerUp(sig); return 1;
-    case IPSYNCTSI_INITIATE_SERVICE_CFM: onInitiateCfm(sig, as<IpsynctsiInitiateServiceCfm>(sig)); return 1;
-    case IPSYNCTSI_INITIATE_SERVICE_SUS: onInitiateSus(sig, as<IpsynctsiInitiateServiceSus>(sig)); return 1;
-    case IPSYNCTSI_INITIATE_SERVICE_REJ: onInitiateRej(sig, as<IpsynctsiInitiateServiceRej>(sig)); return 1;
-    case IPSYNCTSI_SERVER_DOWN_IND: onServerDown(sig); return 1;
-    case IPSYNCTSI_NTP_PACKET_IND: onNtpPacket(sig, as<IpsynctsiNtpPacketInd>(sig)); return 1;
-    case KVD_TUIPSYNCTSIADM_ANSWER_TMO: onAnswerTimeout(); return 1;
-    case KVD_TUIIF_SELECT_SYNCH_REF_IND: onSelectSynchRef(as<KvdTuiifSelectSynchRefInd>(sig)); return 1;
-    default: return 0;
+    case IPSYNCTSI_SERVER_UP_IND: onServerUp(sig); return true;
+    case IPSYNCTSI_INITIATE_SERVICE_CFM:
+        onInitiateCfm(sig, as<IpsynctsiInitiateServiceCfm>(sig));
+        return true;
+    case IPSYNCTSI_INITIATE_SERVICE_SUS:
+        onInitiateSus(sig, as<IpsynctsiInitiateServiceSus>(sig));
+        return true;
+    case IPSYNCTSI_INITIATE_SERVICE_REJ:
+        onInitiateRej(sig, as<IpsynctsiInitiateServiceRej>(sig));
+        return true;
+    case IPSYNCTSI_SERVER_DOWN_IND: onServerDown(sig); return true;
+    case IPSYNCTSI_NTP_PACKET_IND: onNtpPacket(sig, as<IpsynctsiNtpPacketInd>(sig)); return true;
+    case KVD_TUIPSYNCTSIADM_ANSWER_TMO: onAnswerTimeout(); return true;
+    case KVD_TUIIF_SELECT_SYNCH_REF_IND: onSelectSynchRef(as<KvdTuiifSelectSynchRefInd>(sig)); return true;
+    default: return false;
     }
 }
 

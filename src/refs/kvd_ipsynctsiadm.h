@@ -18,7 +18,7 @@ enum IpSyncTsiState : u32 {
 /// Asks for the service: up to three tries, 500 ms of the caller's time after each that fails. A
 /// service that isn't there yet is waited for and holds up nothing.
 void KvdLoz6TuIpSyncTsiAdm_initiate();
-int  KvdLoz6TuIpSyncTsiAdm_dispatch(Signal* sig);
+bool KvdLoz6TuIpSyncTsiAdm_dispatch(Signal* sig);
 /// "tuipsynctsi" section of kvdinfo.
 void KvdLoz6TuIpSyncTsiAdm_printInfo();
 

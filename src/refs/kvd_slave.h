@@ -13,8 +13,8 @@ struct Signal;
 
 /// Interrupt of the BFN input: a master answers, a slave in IDL mode 1 measures and echoes.
 void KvdLoz6TuSlave_handleIdlInt();
-/// KVD_TUIIF_IDL2_SYNC_DATA_IND: 1 when a measurement was finished.
-int  KvdLoz6TuReg_handleIdl2Slave(const Signal* sig);
+/// KVD_TUIIF_IDL2_SYNC_DATA_IND: true when a measurement was finished.
+bool KvdLoz6TuReg_handleIdl2Slave(const Signal* sig);
 
 /// Sync data stopped (1) or flows (0). While it is stopped no time data goes out.
 void KvdLoz6TuSlave_idl2SyncDataStopped(u32 stopped);

@@ -119,7 +119,7 @@ void slave::handleIdl1IntSlave()
               static_cast<int>(word.inc));
     sendIdl(word.inc, word.jump, word.coldRestartFlag_tmp);
     double t_s = 0.0;
-    if (KvdLoz6TuReg_calcSampleTimeInterval(t_s) == 0)
+    if (!KvdLoz6TuReg_calcSampleTimeInterval(t_s))
         KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
                   "handleIdl1IntSlave: Unable to calculate sampling interval - the measStateVar "
                   "will not be updated with correct t_f");

@@ -99,15 +99,15 @@ double phaseDifference(const DelayWords& masterDu, const DelayWords& slaveDu)
 
 namespace {
 
-int idl2HandleMsiWriting()
+bool idl2HandleMsiWriting()
 {
-    if (KvdLoz6SlaveWarm_write(__func__) == 0) return 0;
+    if (!KvdLoz6SlaveWarm_write(__func__)) return false;
     const SlaveWarmData& data = KvdLoz6SlaveWarm_data();
     KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
               "%s(): idpiClkStatus = %u, delta0_c = %-17.16g, t_c_last = %-17.16gstored in slave "
               "MSI memory",
               __func__, data.idpiClkStatus, data.delta0_c, data.t_c_last);
-    return 1;
+    return true;
 }
 
 /// The status counts only once the port server has it.
@@ -341,7 +341,7 @@ void regulateFine(const Measurement& meas)
 void takeTime()
 {
     double t_s = 0.0;
-    if (KvdLoz6TuReg_calcSampleTimeInterval(t_s) == 0)
+    if (!KvdLoz6TuReg_calcSampleTimeInterval(t_s))
         KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
                   "IDL2 sampling interval not calculated, times of the last sample stay");
 }
@@ -371,13 +371,13 @@ void skipLateData(const char* caller)
     else                                  KvdLoz6TuRef_stopIdl2SyncDataTimer();
 }
 
-/// From the port's data on; 1 when the measurement was finished.
-int measureOnce(Measurement& meas)
+/// From the port's data on; true when the measurement was finished.
+bool measureOnce(Measurement& meas)
 {
     idl2HandleMeasurementIndex(meas);
     idl2CheckLinkMode(meas.own.linkMode);
-    if (!idl2CheckLinkStabilityFe(meas.ind.linkStability)) return 0;
-    if (!idl2CheckLinkStabilityNe(meas.own.linkStability)) return 0;
+    if (!idl2CheckLinkStabilityFe(meas.ind.linkStability)) return false;
+    if (!idl2CheckLinkStabilityNe(meas.own.linkStability)) return false;
     meas.phaseDiff = slave::phaseDifference(meas.masterDu, meas.own.delay);
     KVD_TRACE(TRACE_TUSLAVE, TRACE_3, "%s(): phaseDiff (as calculated from NCI measurements) = %-17.16g [s]",
               __func__, meas.phaseDiff);
@@ -385,38 +385,38 @@ int measureOnce(Measurement& meas)
         regulateFine(meas);
         takeTime();
     } else if (!adjustCoarse(meas)) {        // has taken its time before the step
-        return 0;
+        return false;
     }
     storeTime();
     report(meas);
     writeHistory(meas);
-    return 1;
+    return true;
 }
 
 }  // namespace
 
-int KvdLoz6TuReg_handleIdl2Slave(const Signal* sig)
+bool KvdLoz6TuReg_handleIdl2Slave(const Signal* sig)
 {
     const auto* ind = as<KvdTuiifIdl2SyncDataInd>(sig);
-    if (ind == nullptr) return 0;
+    if (ind == nullptr) return false;
     if (KvdLoz6TuRef_idl2SyncDataIndTmoCntr() != 0) {
         skipLateData(__func__);
         idl2HandleJumpIndicationFlags(*ind);
-        return 0;
+        return false;
     }
     KvdLoz6TuRef_stopIdl2SyncDataTimer();
     if (slave::needs().timeTuningOngoing() == 0) {
         KVD_TRACE(TRACE_TUSLAVE, TRACE_ERROR, "Unexpected KVD_TUIIF_IDL2_SYNC_DATA_IND received!");
-        return 0;
+        return false;
     }
     takeRestoredWarmData();
     idl2HandleJumpIndicationFlags(*ind);
     if (s->idl2.postponeTimeTuning == 1) {
         KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
                   "%s(): Time tuning postponed on slave DU, exiting function silently!", __func__);
-        return 0;
+        return false;
     }
-    if (!isUsable(*ind)) return 0;
+    if (!isUsable(*ind)) return false;
     s->idl2.iterationIsRegulated = 0;
     Measurement meas{
         *ind, {ind->delayT1C1High, ind->delayT1C1Low, ind->delayC4T1High, ind->delayC4T1Low}, {}, 0.0, false};
@@ -426,7 +426,7 @@ int KvdLoz6TuReg_handleIdl2Slave(const Signal* sig)
                   "DU has not yet reached IDL2_TSYNC_FINE_TUNING stage, exiting function",
                   __func__);
         writeHistory(meas);
-        return 0;
+        return false;
     }
     return measureOnce(meas);
 }

@@ -29,30 +29,30 @@ void KvdLoz6SlaveWarm_setTime(double t_c_last, double delta0_c)
 void KvdLoz6SlaveWarm_setYi(double yi) { s->data.yi = yi; }
 void KvdLoz6SlaveWarm_setIdpiClkStatus(u32 idpiClkStatus) { s->data.idpiClkStatus = idpiClkStatus; }
 
-int KvdLoz6SlaveWarm_write(const char* caller)
+bool KvdLoz6SlaveWarm_write(const char* caller)
 {
     u8 block[MEM_SLAVE_WARM_SIZE] = {};
     node::putBeDouble(block + AT_T_C_LAST, s->data.t_c_last);
     node::putBeDouble(block + AT_DELTA0_C, s->data.delta0_c);
     node::putBeDouble(block + AT_YI, s->data.yi);
     node::putBe32(block + AT_IDPI_CLK_STATUS, s->data.idpiClkStatus);
-    if (KvdLoz6TuMem_writeSlaveWarm(block) != 0) return 1;
+    if (KvdLoz6TuMem_writeSlaveWarm(block)) return true;
     KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO, "%s(): Unable to write in MSI Slave warm region.", caller);
-    return 0;
+    return false;
 }
 
-int KvdLoz6SlaveWarm_read()
+bool KvdLoz6SlaveWarm_read()
 {
     u8 block[MEM_SLAVE_WARM_SIZE] = {};
-    if (KvdLoz6TuMem_readSlaveWarm(block) == 0) return 0;
+    if (!KvdLoz6TuMem_readSlaveWarm(block)) return false;
     s->data.t_c_last = node::beDouble(block + AT_T_C_LAST);
     s->data.delta0_c = node::beDouble(block + AT_DELTA0_C);
     s->data.yi = node::beDouble(block + AT_YI);
     s->data.idpiClkStatus = node::be32(block + AT_IDPI_CLK_STATUS);
-    return 1;
+    return true;
 }
 
-int KvdLoz6SlaveWarm_ready() { return KvdLoz6TuMem_ready(MEM_SLAVE_WARM); }
+bool KvdLoz6SlaveWarm_ready() { return KvdLoz6TuMem_ready(MEM_SLAVE_WARM); }
 
 int KvdLoz6SlaveWarm_reset(u32 idpiClkStatus, const char* caller)
 {

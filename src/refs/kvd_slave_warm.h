@@ -32,13 +32,13 @@ void KvdLoz6SlaveWarm_setTime(double t_c_last, double delta0_c);
 void KvdLoz6SlaveWarm_setYi(double yi);
 void KvdLoz6SlaveWarm_setIdpiClkStatus(u32 idpiClkStatus);
 
-/// Writes the copy: 1 done; 0 traces "%s(): Unable to write in MSI Slave warm region." with the
+/// Writes the copy: true done; false traces "%s(): Unable to write in MSI Slave warm region." with the
 /// caller's name.
-int  KvdLoz6SlaveWarm_write(const char* caller);
-/// Fills the copy from the region: 1 done; 0 leaves the copy as it was.
-int  KvdLoz6SlaveWarm_read();
-/// 1 when the region exists.
-int  KvdLoz6SlaveWarm_ready();
+bool KvdLoz6SlaveWarm_write(const char* caller);
+/// Fills the copy from the region: true done; false leaves the copy as it was.
+bool KvdLoz6SlaveWarm_read();
+/// True when the region exists.
+bool KvdLoz6SlaveWarm_ready();
 /// Clears the copy and the restoration, sets the status and writes; answers as _write.
 int  KvdLoz6SlaveWarm_reset(u32 idpiClkStatus, const char* caller);
 

@@ -334,17 +334,17 @@ void takeAddress(const u8 (&macAddress)[6])
     std::copy(std::begin(macAddress), std::end(macAddress), stored);
 }
 
-int onPathSupervision(const Signal* sig)
+bool onPathSupervision(const Signal* sig)
 {
     const auto* path = as<KvdTuiifSynchPathSupInd>(sig);
-    if (path == nullptr || path->refType < ETHA_REF || path->refType > ETHC_REF) return 1;
+    if (path == nullptr || path->refType < ETHA_REF || path->refType > ETHC_REF) return true;
     const auto* ind = as<KvdTuiifSynchPathSupEthInd>(sig);
-    if (ind == nullptr) return 1;
+    if (ind == nullptr) return true;
     takeAddress(ind->macAddress);
     s->supervisionState = ind->path.on;
     s->froId = ind->path.froId;
     subscribeDecision();
-    return 1;
+    return true;
 }
 
 void onSelectionModeChange(const KvdTuiifSelectionModeChangeInd* ind)
@@ -377,24 +377,24 @@ u32 KvdLoz6TuSlowpi_owns(const Signal* sig)
     return sig == s->heartBeat.buffer || sig == s->pduMissing.buffer ? 1 : 0;
 }
 
-int KvdLoz6TuSlowpi_dispatch(Signal* sig)
+bool KvdLoz6TuSlowpi_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
-    case SLOWPI_SERVER_UP_IND:        onServerUp(sig);                                        return 1;
-    case KVD_SLOWPI_ANSWER_IND:       onAnswerTimeout();                                      return 1;
-    case SLOWPI_SERVER_DOWN_IND:      onServerDown(sig);                                      return 1;
+    case SLOWPI_SERVER_UP_IND:        onServerUp(sig);                            return true;
+    case KVD_SLOWPI_ANSWER_IND:       onAnswerTimeout();                          return true;
+    case SLOWPI_SERVER_DOWN_IND:      onServerDown(sig);                          return true;
     case SLOWPI_INITIATE_SERVICE_CFM:
     case SLOWPI_INITIATE_SERVICE_SUS:
-    case SLOWPI_INITIATE_SERVICE_REJ: onInitiateAnswer(sig);                                  return 1;
-    case SLOWPI_SUBSCRIBE_RSP:        onSubscribeRsp(as<SlowpiResultRsp>(sig));               return 1;
-    case SLOWPI_UNSUBSCRIBE_RSP:      onUnsubscribeRsp(as<SlowpiResultRsp>(sig));             return 1;
-    case SLOWPI_RECEIVE_FRAME_IND:    onReceiveFrame(as<SlowpiFrame>(sig));                   return 1;
-    case KVD_SLOWPI_HEART_BEAT_IND:   onHeartBeat(sig);                                       return 1;
-    case KVD_SLOWPI_PDU_MISSING_IND:  onPduMissing(sig);                                      return 1;
+    case SLOWPI_INITIATE_SERVICE_REJ: onInitiateAnswer(sig);                      return true;
+    case SLOWPI_SUBSCRIBE_RSP:        onSubscribeRsp(as<SlowpiResultRsp>(sig));   return true;
+    case SLOWPI_UNSUBSCRIBE_RSP:      onUnsubscribeRsp(as<SlowpiResultRsp>(sig)); return true;
+    case SLOWPI_RECEIVE_FRAME_IND:    onReceiveFrame(as<SlowpiFrame>(sig));       return true;
+    case KVD_SLOWPI_HEART_BEAT_IND:   onHeartBeat(sig);                           return true;
+    case KVD_SLOWPI_PDU_MISSING_IND:  onPduMissing(sig);                          return true;
     case KVD_TUIIF_SYNCH_PATH_SUP_IND: return onPathSupervision(sig);
     case KVD_TUIIF_SELECTION_MODE_CHANGE_IND:
-        onSelectionModeChange(as<KvdTuiifSelectionModeChangeInd>(sig));                       return 1;
-    default:                                                                                  return 0;
+        onSelectionModeChange(as<KvdTuiifSelectionModeChangeInd>(sig));           return true;
+    default:                                                                      return false;
     }
 }
 

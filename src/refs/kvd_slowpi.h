@@ -16,7 +16,7 @@ constexpr SIGSELECT KVD_SLOWPI_ANSWER_IND      = 0x9C6C2;   // own timer
 
 void KvdLoz6TuSlowpi_initiate();
 /// Keeps or frees buffers of its two timers' numbers itself: nobody else does.
-int  KvdLoz6TuSlowpi_dispatch(Signal* sig);
+bool KvdLoz6TuSlowpi_dispatch(Signal* sig);
 /// 1 for the buffer of one of its timers, which it arms again and again: nobody else frees that.
 u32  KvdLoz6TuSlowpi_owns(const Signal* sig);
 /// The main processor is gone: no supervision until its next order.

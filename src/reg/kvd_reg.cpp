@@ -195,7 +195,7 @@ void onIdl2LinkRestartTimeout()
 
 }  // namespace
 
-int KvdLoz6TuReg_dispatch(Signal* sig)
+bool KvdLoz6TuReg_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
     case KVD_TUHWIF_REF_INTERRUPT:  onRefInterrupt(as<KvdTuhwifRefInterrupt>(sig));       break;
@@ -223,9 +223,9 @@ int KvdLoz6TuReg_dispatch(Signal* sig)
         KvdLoz6TuReg_onSocpriSfcAdjMonitorTimeout();                                      break;
     case KVD_TUSOCPRI_CONTINUE_POSTPONED_REGULATION_TMO:
         KvdLoz6TuReg_onContinuePostponedRegulationTimeout();                              break;
-    default:                                                                              return 0;
+    default:                                                                              return false;
     }
-    return 1;
+    return true;
 }
 
 // ---- what others are told -----------------------------------------------------------------------

@@ -16,7 +16,7 @@ constexpr double TEMP_TICK = TEMP_TICK_ms / 1000.0;   // s
 
 const char* KvdLoz6TuReg_regStateText(u8 regState);
 
-int KvdLoz6TuReg_dispatch(Signal* sig);
+bool KvdLoz6TuReg_dispatch(Signal* sig);
 
 /// masterSlaveMode 1 master, 0 slave; timeMode FREQUENCY_LOCKING or ABSOLUTE_TIME_LOCKING.
 void KvdLoz6TuReg_initiate(u32 coldRestart, u8 timeMode, u8 masterSlaveMode);

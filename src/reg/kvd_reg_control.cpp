@@ -119,7 +119,7 @@ void decideState(Vec6& x, const Mat6& P)
     const u8 f_ixOld = v.f_ix, t_ixOld = v.t_ix;
     v.f_ix = KvdLoz6TuReg_computeFix(x, P, 1);
     if (v.f_ix == F_IX_LOCKED) {
-        if (v.t_ix == 1 && f_ixOld == F_IX_LOCKED && KvdLoz6TuReg_adjustOffset(0.0, x[0]) != 0) {
+        if (v.t_ix == 1 && f_ixOld == F_IX_LOCKED && KvdLoz6TuReg_adjustOffset(0.0, x[0])) {
             KVD_TRACE(TRACE_TUREG, TRACE_3, "Adjust i control: x_est[P11_61]");
             x[0] = 0.0;
         }
@@ -230,7 +230,7 @@ void storeRegState(u8 regState)
 
 const ControlStateVar& KvdLoz6TuReg_controlStateVar() { return s->var; }
 
-ControlResult KvdLoz6TuReg_controller(const Vec6& x, const Mat6& P, int doControl, [[maybe_unused]] u32 z_i)
+ControlResult KvdLoz6TuReg_controller(const Vec6& x, const Mat6& P, bool doControl, [[maybe_unused]] u32 z_i)
 {
     ControlStateVar& v = s->var;
     const double b = tuHwIf_calcOcxoGain(v.U[1]);
@@ -248,7 +248,7 @@ ControlResult KvdLoz6TuReg_controller(const Vec6& x, const Mat6& P, int doContro
         }
         if (KvdLoz6TuReg_dualConfigurationMode() != 0) KvdLoz6TuReg_sendTimeData();
     }
-    if (doControl != 0) KvdLoz6TuReg_writeDiv(U1);
+    if (doControl) KvdLoz6TuReg_writeDiv(U1);
     KvdLoz6TuReg_recoveryEvent(3);
     v.b = b;
     v.du[0] = 0.0;

@@ -40,7 +40,7 @@ const ControlStateVar& KvdLoz6TuReg_controlStateVar();
 /// One step after an estimation. u and b go to the next prediction, x0 is x[0] as the step left it.
 struct ControlResult { double u[2]; double b; double x0; };
 /// `x0` comes in as x[0]; a path that ends early hands back u = 0 and the present gain.
-ControlResult KvdLoz6TuReg_controller(const Vec6& x, const Mat6& P, int doControl, u32 z_i);
+ControlResult KvdLoz6TuReg_controller(const Vec6& x, const Mat6& P, bool doControl, u32 z_i);
 
 /// Control initiation; `U1` is the wanted divider and is overwritten on the warm path.
 void KvdLoz6TuReg_controlInitiate(bool coldRestart, double U[2]);

@@ -166,14 +166,14 @@ bool measReliability(u32 z_i, const estimator::Residual& r)
 /// The divider belongs to the loops while they follow their reference or hold its frequency, however often
 /// nothing was selected since, a slave's even when its link is deselected: the filter's own divider is that
 /// of its start then.
-int kalmanSteers()
+bool kalmanSteers()
 {
-    if (!KvdLoz6TuReg_isMaster() && KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized) return 0;
+    if (!KvdLoz6TuReg_isMaster() && KvdLoz6TuReg_slavePllState() != SLAVE_PLL_Uninitialized) return false;
     const u32 selected = KvdLoz6TuReg_selectedRef();
     const bool onLoop = selected == TU_SR_GPSOSL_REF || selected == TU_SR_SOCPRI_REF
                         || selected == TU_SR_IDL1_REF || selected == TU_SR_IDL2_REF;
-    if (onLoop && KvdLoz6TuReg_regState() != WARMUP) return 0;
-    return selected == TU_SR_NO_REF && KvdLoz6TuReg_pllIsHoldover() ? 0 : 1;
+    if (onLoop && KvdLoz6TuReg_regState() != WARMUP) return false;
+    return selected != TU_SR_NO_REF || !KvdLoz6TuReg_pllIsHoldover();
 }
 
 void temperatureStep(double T_new, double t_s, FifoRegStep& step)
@@ -249,7 +249,7 @@ void resetTimeRow(Mat6& P)
     P[0] = regulator::TIME_UNKNOWN;
 }
 
-void control(int doControl, u32 z_i)
+void control(bool doControl, u32 z_i)
 {
     EstimateStateVar& v = s->var;
     const ControlResult c = KvdLoz6TuReg_controller(v.x_est, v.P_est, doControl, z_i);

@@ -77,7 +77,7 @@ double baseVariance(u32 z_i);
 /// Row and column 0 cleared, [0][0] = regulator::TIME_UNKNOWN.
 void resetTimeRow(Mat6& P);
 /// Runs the control law on the state and takes back what it steered.
-void control(int doControl, u32 z_i);
+void control(bool doControl, u32 z_i);
 void clearFixFreqMode();
 
 // ---- kvd_reg_estimate_report.cpp ----------------------------------------------------------------

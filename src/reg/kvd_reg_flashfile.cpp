@@ -201,11 +201,11 @@ const char* flashfile::choose(std::string& content)
     return chosen->path;
 }
 
-int flashfile::convert(const std::string& content, const double coeff[3], u8* record)
+bool flashfile::convert(const std::string& content, const double coeff[3], u8* record)
 {
     if (content.size() < 4) {
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "Problems reading flash file version, errno = %d", 0);
-        return 0;
+        return false;
     }
     const u8* const file = bytesOf(content);
     const u32 version = node::be32(file);
@@ -213,7 +213,7 @@ int flashfile::convert(const std::string& content, const double coeff[3], u8* re
               static_cast<u32>(content.size()));
     if (!hasSizeOfItsVersion(content)) {
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "Historical data size mismatch");
-        return 0;
+        return false;
     }
     std::memset(record, 0, HIST_RECORD_SIZE);
     node::putBe32(record, HIST_RECORD_VERSION);
@@ -231,25 +231,25 @@ int flashfile::convert(const std::string& content, const double coeff[3], u8* re
         }
     }
     forgetTime(record);
-    return 1;
+    return true;
 }
 
-int KvdLoz6TuReg_readFlashFile(u8* record)
+bool KvdLoz6TuReg_readFlashFile(u8* record)
 {
     std::string content;
-    if (flashfile::choose(content) == nullptr) return 0;
+    if (flashfile::choose(content) == nullptr) return false;
     double coeff[3];
     KvdLoz6TuReg_temperatureCoefficients(coeff);
     return flashfile::convert(content, coeff, record);
 }
 
-int KvdLoz6TuReg_writeFlashFile(const u8* record)
+bool KvdLoz6TuReg_writeFlashFile(const u8* record)
 {
     const char* const bytes = reinterpret_cast<const char*>(record);
     const int opened = node::platform().fileWrite(HIST_FILE, std::string(bytes, HIST_RECORD_SIZE));
     if (opened != 0) {
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "Can't open file for writing: %s, errno = %d", HIST_FILE, opened);
-        return 0;
+        return false;
     }
     u8 revision[REVISION_SIZE];
     node::putBe32(revision, tuHwIf_readFpgaRev());
@@ -257,8 +257,8 @@ int KvdLoz6TuReg_writeFlashFile(const u8* record)
         HIST_FILE, std::string(reinterpret_cast<const char*>(revision), sizeof revision));
     if (closed != 0) {
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "Can't close Flash-file: %s, errno = %d", HIST_FILE, closed);
-        return 0;
+        return false;
     }
     updateOldFile(record);
-    return 1;
+    return true;
 }

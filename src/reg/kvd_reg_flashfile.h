@@ -24,9 +24,9 @@ constexpr const char* HIST_FILE_OLD = "/d/kvd_loz_data";
 
 /// Replaces the file, and follows with the older program's when there is one. The older one counts
 /// as done in any case.
-int KvdLoz6TuReg_writeFlashFile(const u8* record);
+bool KvdLoz6TuReg_writeFlashFile(const u8* record);
 /// The newer of the two files as a record of the present version.
-int KvdLoz6TuReg_readFlashFile(u8* record);
+bool KvdLoz6TuReg_readFlashFile(u8* record);
 
 namespace flashfile {
 
@@ -34,6 +34,6 @@ namespace flashfile {
 /// of its version.
 const char* choose(std::string& content);
 /// `coeff` are the temperature coefficients that a five-state record lacks.
-int convert(const std::string& content, const double coeff[3], u8* record);
+bool convert(const std::string& content, const double coeff[3], u8* record);
 
 }  // namespace flashfile

@@ -62,8 +62,8 @@ bool fill(HistRecord& h)
 
 void storeInMsi(const u8* record)
 {
-    const bool stored = KvdLoz6TuMem_ready(MEM_REG_HIST) != 0
-                        && KvdLoz6TuMem_write(MEM_REG_HIST, record, HIST_RECORD_SIZE) != 0;
+    const bool stored = KvdLoz6TuMem_ready(MEM_REG_HIST)
+                        && KvdLoz6TuMem_write(MEM_REG_HIST, record, HIST_RECORD_SIZE);
     if (stored)
         KVD_TRACE(TRACE_HIST, TRACE_3, "Wrote history data to msi: %s", MSI_REGION);
     else
@@ -72,7 +72,7 @@ void storeInMsi(const u8* record)
 
 bool storeOnFlash(const u8* record)
 {
-    const bool stored = KvdLoz6TuReg_writeFlashFile(record) != 0;
+    const bool stored = KvdLoz6TuReg_writeFlashFile(record);
     if (stored)
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "Wrote history data to flash file: %s", HIST_FILE);
     else
@@ -167,9 +167,9 @@ void KvdLoz6TuReg_printHistory()
 {
     u8 record[HIST_RECORD_SIZE];
     node::shellPrintf("\n***** History in persistent memory *****\n");
-    if (KvdLoz6TuMem_read(MEM_REG_HIST, record, sizeof record) != 0) printRecord(record);
+    if (KvdLoz6TuMem_read(MEM_REG_HIST, record, sizeof record)) printRecord(record);
     else node::shellPrintf("   none\n");
     node::shellPrintf("\n***** History on flash *****\n");
-    if (KvdLoz6TuReg_readFlashFile(record) != 0) printRecord(record);
+    if (KvdLoz6TuReg_readFlashFile(record)) printRecord(record);
     else node::shellPrintf("   none\n");
 }

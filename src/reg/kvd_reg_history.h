@@ -20,8 +20,8 @@ int  KvdLoz6TuReg_initiateWithMsi(double vT);
 int  KvdLoz6TuReg_initiateWithFlash(double vT);
 /// For the start of a GPS out sync link: 0 valid data, 1 none valid, 2 could not be read.
 int  KvdLoz6TuReg_historyForPll();
-/// 1 with a record of 456 bytes, from persistent memory when that is at most 200 s old.
-int  KvdLoz6TuReg_readHistData(u8* record, u32& fromMsi);
+/// True with a record of 456 bytes, from persistent memory when that is at most 200 s old.
+bool KvdLoz6TuReg_readHistData(u8* record, u32& fromMsi);
 /// The record's cold flag at hardware start: raised by a cold start, raises coldRestart otherwise.
 void KvdLoz6TuReg_historyColdFlag(u32& coldRestart);
 

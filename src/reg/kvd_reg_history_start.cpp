@@ -31,13 +31,13 @@ double ageOf(u32 freqWriteTime)
     return static_cast<double>(node::platform().calendar().seconds - static_cast<i64>(freqWriteTime));
 }
 
-int readMsi(u8* record)
+bool readMsi(u8* record)
 {
-    if (KvdLoz6TuMem_ready(MEM_REG_HIST) == 0) return 0;
-    if (KvdLoz6TuMem_read(MEM_REG_HIST, record, HIST_RECORD_SIZE) == 0) return 0;
+    if (!KvdLoz6TuMem_ready(MEM_REG_HIST)) return false;
+    if (!KvdLoz6TuMem_read(MEM_REG_HIST, record, HIST_RECORD_SIZE)) return false;
     constexpr u32 SUM_AND_SIZE_AT = 4, SUM_AND_SIZE = 8;
     std::memset(record + SUM_AND_SIZE_AT, 0, SUM_AND_SIZE);
-    return 1;
+    return true;
 }
 
 MeasInitiation measValues()
@@ -52,26 +52,26 @@ MeasInitiation measValues()
 
 }  // namespace
 
-int KvdLoz6TuReg_readHistData(u8* record, u32& fromMsi)
+bool KvdLoz6TuReg_readHistData(u8* record, u32& fromMsi)
 {
-    if (readMsi(record) != 0) {
+    if (readMsi(record)) {
         const double age = ageOf(node::be32(record + HIST_WRITE_TIME_AT));
         if (age <= MSI_VALID) {
             KvdLoz6TuReg_countHistoryUse(true);
             fromMsi = 1;
-            return 1;
+            return true;
         }
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "%s:: current time - persistent memory write time=%s", __func__,
                   TuCommon_text(age));
     }
     KVD_TRACE(TRACE_HIST, TRACE_INFO, "%s:: failed to read history file from persistent memory", __func__);
-    if (KvdLoz6TuReg_readFlashFile(record) != 0) {
+    if (KvdLoz6TuReg_readFlashFile(record)) {
         KvdLoz6TuReg_countHistoryUse(false);
         fromMsi = 0;
-        return 1;
+        return true;
     }
     KVD_TRACE(TRACE_HIST, TRACE_INFO, "%s:: failed to read history file from flash", __func__);
-    return 0;
+    return false;
 }
 
 namespace {
@@ -106,8 +106,8 @@ int KvdLoz6TuReg_historyForPll()
     constexpr int VALID = 0, NOT_VALID = 1, COULD_NOT_BE_READ = 2;
     u8 record[HIST_RECORD_SIZE];
     u32 fromMsi = 0;
-    if (KvdLoz6TuReg_readHistData(record, fromMsi) == 0) return COULD_NOT_BE_READ;
-    const bool isValid = KvdLoz6TuReg_validateHistory(record) != 0
+    if (!KvdLoz6TuReg_readHistData(record, fromMsi)) return COULD_NOT_BE_READ;
+    const bool isValid = KvdLoz6TuReg_validateHistory(record)
                          && isPlausible(KvdLoz6TuReg_unpackHistory(record));
     return isValid ? VALID : NOT_VALID;
 }
@@ -116,7 +116,7 @@ int KvdLoz6TuReg_historyForPll()
 void KvdLoz6TuReg_historyColdFlag(u32& coldRestart)
 {
     u8 record[HIST_RECORD_SIZE];
-    if (readMsi(record) == 0 || KvdLoz6TuReg_validateHistory(record) == 0) return;
+    if (!readMsi(record) || !KvdLoz6TuReg_validateHistory(record)) return;
     if (coldRestart == 1) {
         node::putBe32(record + HIST_COLD_AT, 1);
         KvdLoz6TuMem_write(MEM_REG_HIST, record, sizeof record);
@@ -172,7 +172,7 @@ bool rebuildTime(const HistRecord& h, double& t_c, double& t_f)
 int KvdLoz6TuReg_initiateWithMsi(double vT)
 {
     u8 record[HIST_RECORD_SIZE];
-    if (readMsi(record) == 0) {
+    if (!readMsi(record)) {
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "failed to read history file from persistent memory");
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "Initiate with MSI Failed ");
         return INITIATE_FAILED;
@@ -242,8 +242,8 @@ bool readForFlashStart(HistRecord& h)
 {
     u8 record[HIST_RECORD_SIZE];
     u32 fromMsi = 0;
-    if (KvdLoz6TuReg_readHistData(record, fromMsi) == 0) return false;
-    if (KvdLoz6TuReg_validateHistory(record) == 0) {
+    if (!KvdLoz6TuReg_readHistData(record, fromMsi)) return false;
+    if (!KvdLoz6TuReg_validateHistory(record)) {
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "Valid historical data not available.");
         return false;
     }

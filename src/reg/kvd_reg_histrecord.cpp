@@ -78,14 +78,14 @@ HistRecord KvdLoz6TuReg_unpackHistory(const u8* record)
     return h;
 }
 
-int KvdLoz6TuReg_validateHistory(const u8* record)
+bool KvdLoz6TuReg_validateHistory(const u8* record)
 {
     constexpr u32 DOUBLES_TO = HIST_T_AT + 8;
     const u32 version = node::be32(record);
     KVD_TRACE(TRACE_HIST, TRACE_INFO, " Flash file version = %x, accepts %x", version, HIST_RECORD_VERSION);
     if (version != HIST_RECORD_VERSION) {
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "New or old flash file version ");
-        return 0;
+        return false;
     }
     KVD_TRACE(TRACE_HIST, TRACE_INFO, "Version OK ");
     for (u32 at = HIST_U_AT; at < DOUBLES_TO; at += 8) {
@@ -94,7 +94,7 @@ int KvdLoz6TuReg_validateHistory(const u8* record)
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "Reading data from flash memory with NaN values");
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "Flash data: freqWriteTime=%d-%02d-%02d %02d:%02d:%02d", t.year,
                   t.month, t.day, t.hour, t.minute, t.second);
-        return 0;
+        return false;
     }
-    return 1;
+    return true;
 }

@@ -54,5 +54,5 @@ struct HistRecord {
 void KvdLoz6TuReg_packHistory(const HistRecord& history, u8* record);
 HistRecord KvdLoz6TuReg_unpackHistory(const u8* record);
 
-/// 1 when the record is of this version and none of its doubles from U[0] to T is NaN.
-int KvdLoz6TuReg_validateHistory(const u8* record);
+/// True when the record is of this version and none of its doubles from U[0] to T is NaN.
+bool KvdLoz6TuReg_validateHistory(const u8* record);

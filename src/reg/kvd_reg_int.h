@@ -74,8 +74,8 @@ void storeSfcGpsOffset();
 /// Normalised temperature, -1 to +1 inside the oscillator's limits.
 double normalisedTemperature(double vT);
 
-/// 1 when the filter has been started, 0 to try again at the next tick.
-int initiateRegulator(double vT);
+/// True when the filter has been started, false to try again at the next tick.
+bool initiateRegulator(double vT);
 
 // ---- arithmetic ---------------------------------------------------------------------------------
 

@@ -154,7 +154,7 @@ void KvdLoz6TuReg_adjust_time(double d_c, double d_f)
     const TimePair step = {turns.c * COUNTER_PERIOD, turns.f};
     KVD_TRACE(TRACE_TUREG, TRACE_3, "adjust_time: t_c, t_f: %s", PairText(step).text);
     REG_UPCALLS.timeStepComes();
-    if (tuHwIf_adjustTime(turns.c, turns.f) != 0) {
+    if (tuHwIf_adjustTime(turns.c, turns.f)) {
         REG_UPCALLS.timeStepped();
         KvdLoz6TuReg_supervisionPhaseJump();
         KvdLoz6TuReg_counterStepped();

@@ -34,8 +34,8 @@ void KvdLoz6TuReg_onBfnJumpWarningTimeout();
 void KvdLoz6TuReg_SoCpriJump();
 /// The same steps to align frame numbers to a group; run when time synchronisation has succeeded.
 void KvdLoz6TuReg_SoCpriJumpBfnAlignmentAction();
-/// The coarse step again. The first answers 1 when it was made, 0 when the jump was aborted.
-int  KvdLoz6TuReg_SoCpriRepeatCoarseTimeJump();
+/// The coarse step again. The first answers true when it was made, false when the jump was aborted.
+bool KvdLoz6TuReg_SoCpriRepeatCoarseTimeJump();
 void KvdLoz6TuReg_SoCpriRepeatCoarseTimeJumpBfnAdj();
 /// The link is lost during a jump.
 void KvdLoz6TuReg_SoCpriJumpAborted();

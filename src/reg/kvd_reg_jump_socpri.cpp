@@ -159,14 +159,14 @@ void KvdLoz6TuReg_SoCpriJump()
     runStages(JUMP_STAGES, s->soCpriJump.jumpRunning);
 }
 
-int KvdLoz6TuReg_SoCpriRepeatCoarseTimeJump()
+bool KvdLoz6TuReg_SoCpriRepeatCoarseTimeJump()
 {
     if (!meetsPreconditions()) {
         abortJump(__func__);
-        return 0;
+        return false;
     }
     coarseStep(JUMP_STAGES.phase4);
-    return 1;
+    return true;
 }
 
 void KvdLoz6TuReg_SoCpriJumpBfnAlignmentAction()
@@ -223,7 +223,7 @@ void timeDataAgrees()
 void repeatCoarseStep()
 {
     const SoCpriJump running = s->soCpriJump;
-    if (running.jumpRunning != 0 && KvdLoz6TuReg_SoCpriRepeatCoarseTimeJump() != 0) endJumpWithSuccess();
+    if (running.jumpRunning != 0 && KvdLoz6TuReg_SoCpriRepeatCoarseTimeJump()) endJumpWithSuccess();
     if (running.bfnAdjustmentRunning != 0) {
         KvdLoz6TuReg_SoCpriRepeatCoarseTimeJumpBfnAdj();
         endBfnAdjustmentWithSuccess();

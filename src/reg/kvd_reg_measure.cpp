@@ -292,18 +292,18 @@ void KvdLoz6TuReg_restartMeasNoise(u32 z_i)
     s->var.m[z_i] = INDEX_ROWS[z_i].m;
 }
 
-int KvdLoz6TuReg_adjustOffset(double c, double f)
+bool KvdLoz6TuReg_adjustOffset(double c, double f)
 {
     constexpr double TOO_SMALL = 4.9e-08;    // s, six counter steps
     MeasStateVar& v = s->var;
     if (std::fabs(c + f) <= TOO_SMALL && v.selectedRef != TU_SR_SOCPRI_REF) {
         KVD_TRACE(TRACE_TUREG, TRACE_3, "%s: No adjustment, the value is too small", __func__);
-        return 0;
+        return false;
     }
     const TimePair offset = KvdLoz6Math_longDouble(c + v.delta0_c, f + v.delta0_f);
     v.delta0_c = offset.c;
     v.delta0_f = offset.f;
-    return 1;
+    return true;
 }
 
 void KvdLoz6TuReg_adjustSlaveOffset(double c, double f)

@@ -72,10 +72,10 @@ void KvdLoz6TuReg_measInitiate(const MeasInitiation& values);
 /// Serves KVD_TUHWIF_REF_INTERRUPT's pending bits; dropped before start-up's last two states.
 void KvdLoz6TuReg_handleInterrupt(u32 pending);
 void KvdLoz6TuReg_handleConfigRefType(u32 refType, u32 froId);
-/// 1 when the latched edge may be used, 0 when it was discarded.
-int  KvdLoz6TuReg_handleRefClkInt(LatchedEdge& edge);
-/// 1 on success; moves t_c_last and t_f_last.
-int  KvdLoz6TuReg_calcSampleTimeInterval(double& t_s);
+/// True when the latched edge may be used, false when it was discarded.
+bool KvdLoz6TuReg_handleRefClkInt(LatchedEdge& edge);
+/// True on success; moves t_c_last and t_f_last.
+bool KvdLoz6TuReg_calcSampleTimeInterval(double& t_s);
 /// The same for a counter that others may have set since the last sample: no interval is judged.
 void KvdLoz6TuReg_takeSampleTime();
 void KvdLoz6TuReg_calcZ(double t_mod, const double time[2], const double timeRef[2], double& z,
@@ -97,8 +97,8 @@ void   KvdLoz6TuReg_setMeasR(double R, u32 z_i);
 double KvdLoz6TuReg_getMeasR(u32 z_i);
 /// Adaptation of an index's noise begins anew, from its cold-start value.
 void   KvdLoz6TuReg_restartMeasNoise(u32 z_i);
-/// 1 when applied, 0 when at most 4.9e-8 s in all (SoCPRI is exempt from that limit).
-int    KvdLoz6TuReg_adjustOffset(double c, double f);
+/// True when applied, false when at most 4.9e-8 s in all (SoCPRI is exempt from that limit).
+bool KvdLoz6TuReg_adjustOffset(double c, double f);
 void   KvdLoz6TuReg_adjustSlaveOffset(double c, double f);
 TimePair KvdLoz6TuReg_getSlaveOffset();
 void   KvdLoz6TuReg_clearSlaveOffset();

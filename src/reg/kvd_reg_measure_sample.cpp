@@ -105,11 +105,11 @@ bool decimate()
 
 }  // namespace
 
-int KvdLoz6TuReg_handleRefClkInt(LatchedEdge& edge)
+bool KvdLoz6TuReg_handleRefClkInt(LatchedEdge& edge)
 {
     if (!KvdLoz6TuReg_isValidState()) {
         KVD_TRACE(TRACE_TUREG, TRACE_3, "Measurement discarded: Regulator not in valid state.");
-        return 0;
+        return false;
     }
     MeasStateVar& v = state().var;
     edge.z_i = KvdLoz6TuReg_measurementIndex(v.selectedRef);
@@ -117,16 +117,16 @@ int KvdLoz6TuReg_handleRefClkInt(LatchedEdge& edge)
     if (tuHwIf_readLatchedRefClock(period, t_f_latched) != 0) {
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "tuHwIf_getGpsFc failed");
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Measurement discarded: Reading latched value failed.");
-        return 0;
+        return false;
     }
-    if (isDecimated(edge.z_i) && decimate()) return 0;
+    if (isDecimated(edge.z_i) && decimate()) return false;
 
     v.m[edge.z_i] += 1.0;
-    if (KvdLoz6TuReg_calcSampleTimeInterval(edge.t_s) == 0) {
+    if (!KvdLoz6TuReg_calcSampleTimeInterval(edge.t_s)) {
         KVD_TRACE(TRACE_TUREG, TRACE_ERROR,
                   "handleRefClkInt: calcSampleTimeInterval failed - Measurement discarded.");
         REG_UPCALLS.halt();
-        return 0;
+        return false;
     }
     edge.time[0] = v.t_c_last;
     edge.time[1] = t_f_latched;
@@ -142,13 +142,13 @@ int KvdLoz6TuReg_handleRefClkInt(LatchedEdge& edge)
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Reference measurement discarded");
         KVD_TRACE(TRACE_TUREG, TRACE_INFO,
                   "Measurement discarded: Diff betw curr. and latched time too large.");
-        return 0;
+        return false;
     }
     if (isBeforeStep(age, period)) {
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Measurement discarded: Latched before the counter was stepped.");
-        return 0;
+        return false;
     }
-    return 1;
+    return true;
 }
 
 void KvdLoz6TuReg_counterStepped()
@@ -197,10 +197,10 @@ void keepSampleTime(double t_c, double t_f)
 
 }  // namespace
 
-int KvdLoz6TuReg_calcSampleTimeInterval(double& t_s)
+bool KvdLoz6TuReg_calcSampleTimeInterval(double& t_s)
 {
     double period = 0.0, t_f = 0.0;
-    if (tuHwIf_readTime(period, t_f) != 0) return 0;
+    if (tuHwIf_readTime(period, t_f) != 0) return false;
 
     measure::State& s = state();
     MeasStateVar& v = s.var;
@@ -216,13 +216,13 @@ int KvdLoz6TuReg_calcSampleTimeInterval(double& t_s)
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Negative sampling interval length: t_c, t_f %s,", now);
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "t_c_last, t_f_last %s, ", last);
         KvdLoz6HwDiag_reportSamplingFailure();
-        return 0;
+        return false;
     }
     keepSampleTime(sample.t_c, t_f);
     t_s = sample.t_s;
     measure::setDiffCheckActive();
     s.diffCheckAfterJump = 0;
-    return 1;
+    return true;
 }
 
 void KvdLoz6TuReg_takeSampleTime()

@@ -65,7 +65,7 @@ void KvdLoz6TuReg_handleTempMeasurement()
     MeasStateVar& v = state().var;
     v.m[Z_TEMP_REF] = M_TEMPERATURE;
     double t_s = 0.0;
-    if (KvdLoz6TuReg_calcSampleTimeInterval(t_s) == 0) {
+    if (!KvdLoz6TuReg_calcSampleTimeInterval(t_s)) {
         KVD_TRACE(TRACE_TUREG, TRACE_ERROR, "%s:: calcSampleTimeInterval failed - Measurement discarded.",
                   __func__);
         REG_UPCALLS.halt();

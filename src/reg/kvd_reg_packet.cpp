@@ -139,7 +139,7 @@ double packet::timePdvLimit(const ProfileRow& row)
 
 bool packet::sampleInterval(double& t_s)
 {
-    if (KvdLoz6TuReg_calcSampleTimeInterval(t_s) != 0) return true;
+    if (KvdLoz6TuReg_calcSampleTimeInterval(t_s)) return true;
     KVD_TRACE(TRACE_TUREG, TRACE_ERROR,
               "handleRefClkInt: calcSampleTimeInterval failed- Measurement discarded.");
     REG_UPCALLS.halt();

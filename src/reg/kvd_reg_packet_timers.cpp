@@ -91,16 +91,16 @@ node::TraceLevel packet::pdvLevel(u32 which) { return state().timers[which].isTo
 
 bool packet::pdvTimerRuns(u32 which) { return state().timers[which].timer.runs(); }
 
-int KvdLoz6TuReg_packetDispatch(Signal* sig)
+bool KvdLoz6TuReg_packetDispatch(Signal* sig)
 {
     if (sig->sigNo == KVD_TUREG_PTP_TIME_PROFILE_CHANGE_IND) {
         onPktTimeProfileChange(as<ProfileChangeInd>(sig));
-        return 1;
+        return true;
     }
     const u32 which = timerOf(sig->sigNo);
-    if (which == packet::PDV_TIMERS) return 0;
+    if (which == packet::PDV_TIMERS) return false;
     KvdTimer& timer = state().timers[which].timer;
     const bool runs = timer.runs();
     if (KvdTimer_expired(timer) && runs) onExpiry(which);
-    return 1;
+    return true;
 }

@@ -157,7 +157,7 @@ double takeSfnInitTime(const DateTime& date)
 
 void regulator::storeSfcGpsOffset()
 {
-    if (KvdLoz6TuMem_ready(MEM_REG_NF) == 0) return;
+    if (!KvdLoz6TuMem_ready(MEM_REG_NF)) return;
     u8 region[MEM_REG_NF_SIZE] = {};
     KvdLoz6TuMem_read(MEM_REG_NF, region, sizeof region);   // zeros when nothing valid stood there
     node::putBeDouble(region + MEM_REG_NF_OFFSET, state().sfcGpsOffset);
@@ -177,8 +177,7 @@ void KvdLoz6TuReg_initSfnInitTime(const DateTime& date)
 {
     regulator::State& s = regulator::state();
     u8 region[MEM_REG_NF_SIZE] = {};
-    const bool known = KvdLoz6TuMem_ready(MEM_REG_NF) != 0
-                       && KvdLoz6TuMem_read(MEM_REG_NF, region, sizeof region) != 0;
+    const bool known = KvdLoz6TuMem_ready(MEM_REG_NF) && KvdLoz6TuMem_read(MEM_REG_NF, region, sizeof region);
     const double stored = node::beDouble(region + MEM_REG_NF_OFFSET);
     const double change = takeSfnInitTime(date);
     s.restartDelta = known ? s.sfcGpsOffset - stored : 0.0;

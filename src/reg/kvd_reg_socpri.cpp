@@ -76,7 +76,7 @@ double KvdLoz6TuReg_soCpriPhase(u32 trpDiffHigh, u32 trpDiffLow)
 
 // ---- frequency ----------------------------------------------------------------------------------
 
-int KvdLoz6TuReg_handleSoCpriFreqDiffMeas(i32 freqDiff, u32 freqDiffValid)
+bool KvdLoz6TuReg_handleSoCpriFreqDiffMeas(i32 freqDiff, u32 freqDiffValid)
 {
     socpri::LogRecord record = socpri::newRecord(SOCPRI_EV_FREQ_MEAS);
     record.freqDiff = freqDiff;
@@ -89,7 +89,7 @@ int KvdLoz6TuReg_handleSoCpriFreqDiffMeas(i32 freqDiff, u32 freqDiffValid)
             KvdLoz6TuReg_traceSoCpriLog(1);
             if (++s->goodCount > GOOD_BELOW) {
                 s->goodCount = 0;
-                return 1;
+                return true;
             }
         }
         KVD_TRACE(TRACE_SOCPRI, TRACE_INFO, "Consecutive good freq measurements received: %u", s->goodCount);
@@ -97,7 +97,7 @@ int KvdLoz6TuReg_handleSoCpriFreqDiffMeas(i32 freqDiff, u32 freqDiffValid)
         socpri::needs().sendFollowOcxoAdj(static_cast<i16>(freqDiff));
     }
     KvdLoz6TuReg_traceSoCpriLog(freqDiffValid != 1 ? 1 : 0);
-    return 0;
+    return false;
 }
 
 // ---- phase --------------------------------------------------------------------------------------
@@ -160,7 +160,7 @@ void KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(u32 trpDiffHigh, u32 trpDiffLow, u32
     s->validityCnt = 0;
     socpri::needs().pllControl(phase.diff);
     double t_s = 0.0;
-    if (KvdLoz6TuReg_calcSampleTimeInterval(t_s) == 0)
+    if (!KvdLoz6TuReg_calcSampleTimeInterval(t_s))
         KVD_TRACE(TRACE_SOCPRI, TRACE_INFO,
                   "%s(): Unable to calculate sampling interval - the measStateVar will not be updated "
                   "with correct t_f",

@@ -51,8 +51,8 @@ enum SocpriEvent : u32 {
 /// ps to s, reduced to one turn of the frame number, -20.48 up to 20.48 s.
 double KvdLoz6TuReg_soCpriPhase(u32 trpDiffHigh, u32 trpDiffLow);
 
-/// A measured frequency difference, ppb. 1 at the third good value in a row, which isn't applied.
-int  KvdLoz6TuReg_handleSoCpriFreqDiffMeas(i32 freqDiff, u32 freqDiffValid);
+/// A measured frequency difference, ppb. True at the third good value in a row, which isn't applied.
+bool KvdLoz6TuReg_handleSoCpriFreqDiffMeas(i32 freqDiff, u32 freqDiffValid);
 /// A measured phase difference, halves of a count of ps.
 void KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(u32 trpDiffHigh, u32 trpDiffLow, u32 trpDiffValid);
 /// On a slave: what its master did to its oscillator, ppb, and to its counters, s.

@@ -134,7 +134,7 @@ void stepStart(double vT, bool isOutside)
 void stepWarmUp(double vT)
 {
     regulator::State& s = state();
-    if (regulator::initiateRegulator(vT) == 0) return;
+    if (!regulator::initiateRegulator(vT)) return;
     regulator::cancelWarmupTimer();
     s.passedWarmup = 1;
     if (s.initCnt <= regulator::TICKS_WARM_INITIATED) {
@@ -328,7 +328,7 @@ constexpr Attempt ATTEMPTS[] = {                   // in this order
 
 }  // namespace
 
-int regulator::initiateRegulator(double vT)
+bool regulator::initiateRegulator(double vT)
 {
     const bool isMaster = KvdLoz6TuReg_isMaster();
     if (isMaster) {
@@ -337,18 +337,18 @@ int regulator::initiateRegulator(double vT)
             const int result = attempt.initiate(vT);
             if (result == INITIATE_DONE) {
                 KVD_TRACE(TRACE_TUREG, TRACE_INFO, attempt.done, __func__);
-                return 1;
+                return true;
             }
-            if (result == INITIATE_BOARD_FAULT) return 0;
+            if (result == INITIATE_BOARD_FAULT) return false;
             if (result != INITIATE_NO_SYSTIME) continue;
-            if (systemClock() <= CLOCK_RUNS_FROM) return 0;
+            if (systemClock() <= CLOCK_RUNS_FROM) return false;
             break;
         }
     }
     const bool coldControl = isMaster || state().coldRestart != 0;
-    if (startWithoutHistory(vT, regulator::P_COLD, coldControl) != INITIATE_DONE) return 0;
+    if (startWithoutHistory(vT, regulator::P_COLD, coldControl) != INITIATE_DONE) return false;
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s:: initiate cold done", __func__);
-    return 1;
+    return true;
 }
 
 /// The measurement record stays as it is, its modulus too.

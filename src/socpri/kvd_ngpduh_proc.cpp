@@ -95,15 +95,15 @@ void onGetTimeDataRsp(const KvdTuSocpriInciGetTimeDataRsp* rsp)
     s->failed = true;
 }
 
-int dispatchOwn(Signal* sig)
+bool dispatchOwn(Signal* sig)
 {
     switch (sig->sigNo) {
     case KVD_TUSOCPRI_INCI_GET_TIME_DATA_TMO: onGetTimeDataTmo();                                    break;
     case KVD_TUSOCPRI_INCI_GET_TIME_DATA_RSP:
         onGetTimeDataRsp(as<KvdTuSocpriInciGetTimeDataRsp>(sig));                                    break;
-    default:                                                                                         return 0;
+    default:                                                                                     return false;
     }
-    return 1;
+    return true;
 }
 
 // ---- command ------------------------------------------------------------------------------------
@@ -166,7 +166,7 @@ void startUp()
 }
 
 // The first that takes a signal ends its round.
-using Dispatch = int (*)(Signal* sig);
+using Dispatch = bool (*)(Signal* sig);
 constexpr Dispatch PARTS[] = {
     dispatchOwn,
     KvdLoz6TuSoCpri_ngpduhif_dispatch,

@@ -186,7 +186,7 @@ u32 KvdLoz6TuSoCpri_ngpduhif_connEstablish(u32 protocolRev)
     }
 }
 
-int KvdLoz6TuSoCpri_ngpduhif_dispatch(Signal* sig)
+bool KvdLoz6TuSoCpri_ngpduhif_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
     case KVD_COMM_ONS_HUNT:      onNameServerFound(ose::sender(&sig));                               break;
@@ -208,9 +208,9 @@ int KvdLoz6TuSoCpri_ngpduhif_dispatch(Signal* sig)
     case KVD_NGPDUHIF_CLIENT_CONN_RELEASE_RSP:
         onConnReleaseRsp(as<KvdNgpduhifConnReleaseRsp>(sig), "KVD_NGPDUHIF_CLIENT_CONN_RELEASE_RSP");
         break;
-    default:                                                                                         return 0;
+    default:                                                                                     return false;
     }
-    return 1;
+    return true;
 }
 
 u32 KvdLoz6TuSoCpri_ngpduhif_nodeIdentifier() { return s->nodeIdentifier; }

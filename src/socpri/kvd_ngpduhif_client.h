@@ -15,7 +15,7 @@ enum NgpduhifAvailability : u32 { NGPDUHIF_AVAILABLE = 0, NGPDUHIF_INITIATING = 
 void KvdLoz6TuSoCpri_ngpduhif_initiate();
 /// Connects to the service; returns at once. 0 done or connected already, 1 refused: under way already.
 u32  KvdLoz6TuSoCpri_ngpduhif_connEstablish(u32 protocolRev);
-int  KvdLoz6TuSoCpri_ngpduhif_dispatch(Signal* sig);
+bool KvdLoz6TuSoCpri_ngpduhif_dispatch(Signal* sig);
 
 /// 0 until the service has confirmed for the first time.
 u32  KvdLoz6TuSoCpri_ngpduhif_nodeIdentifier();

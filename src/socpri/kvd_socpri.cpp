@@ -34,11 +34,11 @@ void KvdLoz6TuSoCpri_initiate()
     KvdLoz6InrsiSdu_initiate();
 }
 
-int KvdLoz6TuSoCpri_dispatch(Signal* sig)
+bool KvdLoz6TuSoCpri_dispatch(Signal* sig)
 {
     const bool master = KvdLoz6TuMgr_isMaster();
     followRole(master);
-    if (inrsi::isVoidTimeout(sig)) return 1;
+    if (inrsi::isVoidTimeout(sig)) return true;
     return master ? KvdLoz6Inrsi_dispatch(sig) : KvdLoz6InrsiSdu_dispatch(sig);
 }
 

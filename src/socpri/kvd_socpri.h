@@ -10,7 +10,7 @@ struct Signal;
 
 void KvdLoz6TuSoCpri_initiate();
 /// Element of the dispatch chain. A change of role ends the other client's work first.
-int  KvdLoz6TuSoCpri_dispatch(Signal* sig);
+bool KvdLoz6TuSoCpri_dispatch(Signal* sig);
 
 /// "inrsi" section of kvdinfo.
 void KvdLoz6TuSoCpri_printInfo();

@@ -449,7 +449,7 @@ void onServerDown(const InciClientInd* ind)
 
 void KvdLoz6TuSoCpri_inci_initiateClient() { *s = State{}; }
 
-int KvdLoz6TuSoCpri_inci_dispatchClient(Signal* sig)
+bool KvdLoz6TuSoCpri_inci_dispatchClient(Signal* sig)
 {
     switch (sig->sigNo) {
     case KVD_TUSOCPRI_INCI_ESTABLISH_REQ: onEstablishReq(as<KvdTuSocpriInciEstablishReq>(sig));      break;
@@ -471,9 +471,9 @@ int KvdLoz6TuSoCpri_inci_dispatchClient(Signal* sig)
         onBroadcast(as<InciBroadcastMessage2Ind>(sig), KvdLoz6TuSoCpri_ngpduhif_sendNgpduhIfReceiveBcmInd2);
         break;
     case PSX_IW_NGSC_INCI_CONN_RELEASE_CFM: onConnReleaseCfm(as<InciRefs>(sig));                     break;
-    default:                                                                                         return 0;
+    default:                                                                                     return false;
     }
-    return 1;
+    return true;
 }
 
 // ---- printout -----------------------------------------------------------------------------------

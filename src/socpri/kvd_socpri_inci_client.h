@@ -15,5 +15,5 @@ enum InciAvailability : u32 { INCI_UNAVAILABLE = 0, INCI_INITIATING = 1, INCI_AV
 
 /// Empties the tables.
 void KvdLoz6TuSoCpri_inci_initiateClient();
-int  KvdLoz6TuSoCpri_inci_dispatchClient(Signal* sig);
+bool KvdLoz6TuSoCpri_inci_dispatchClient(Signal* sig);
 void KvdLoz6TuSoCpri_inci_printClients();

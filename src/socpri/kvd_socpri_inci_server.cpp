@@ -236,7 +236,7 @@ void broadcast(const Record& r, const Message& message)
 
 void KvdLoz6TuSoCpri_inci_initiateServer() { *s = State{}; }
 
-int KvdLoz6TuSoCpri_inci_dispatchServer(Signal* sig)
+bool KvdLoz6TuSoCpri_inci_dispatchServer(Signal* sig)
 {
     switch (sig->sigNo) {
     case PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ:
@@ -246,9 +246,9 @@ int KvdLoz6TuSoCpri_inci_dispatchServer(Signal* sig)
     case PSX_IW_NGSC_INCI_CONN_RELEASE_REQ:
         onConnReleaseReq(as<InciRefs>(sig), ose::sender(&sig));                                      break;
     case NGSC_INCI_CLIENT_DOWN_IND: onClientDown(as<InciServerInd>(sig), ose::sender(&sig));         break;
-    default:                                                                                         return 0;
+    default:                                                                                     return false;
     }
-    return 1;
+    return true;
 }
 
 void KvdLoz6TuSoCpri_inci_sendServerBcmInd(const KvdNgpduhifSendBcmDataInd& data)

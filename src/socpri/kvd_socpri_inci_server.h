@@ -12,7 +12,7 @@ constexpr u32 INCI_SERVER_RECORDS = 64;
 
 /// Empties the table.
 void KvdLoz6TuSoCpri_inci_initiateServer();
-int  KvdLoz6TuSoCpri_inci_dispatchServer(Signal* sig);
+bool KvdLoz6TuSoCpri_inci_dispatchServer(Signal* sig);
 /// Broadcast data of the sync group logic, on to the client that it is for.
 void KvdLoz6TuSoCpri_inci_sendServerBcmInd(const KvdNgpduhifSendBcmDataInd& data);
 /// All connections again to a sync group logic that knows none.

@@ -247,9 +247,9 @@ void KvdLoz6TuSoCpri_inrsi_resendSoCpriLinkStatusData()
     resendLinkStatusData(client());
 }
 
-int KvdLoz6Inrsi_dispatch(Signal* sig)
+bool KvdLoz6Inrsi_dispatch(Signal* sig)
 {
-    if (dispatchLink(client(), sig) != 0 || dispatchMeasurement(sig) != 0) return 1;
+    if (dispatchLink(client(), sig) || dispatchMeasurement(sig)) return true;
     switch (sig->sigNo) {
     case KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ: onGoToTimeHoldover();                          break;
     case KVD_TUIIF_SOCPRI_DESELECT_SYNC_LINK_IND:
@@ -259,9 +259,9 @@ int KvdLoz6Inrsi_dispatch(Signal* sig)
         onLinkXStatus(as<KvdTuiifInrsiLinkStatus2IndFwd>(sig));                                   break;
     case KVD_TUSOCPRI_HOLDOVER_TMO:         onHoldoverTimeout();                                  break;
     case KVD_TUSOCPRI_BFN_JUMP_WARNING_TMO: inrsiSendBfnJumpInfo(0);                              break;
-    default:                                                                                      return 0;
+    default:                                                                                     return false;
     }
-    return 1;
+    return true;
 }
 
 void inrsiStartScan(u8 port)

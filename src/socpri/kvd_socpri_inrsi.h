@@ -12,7 +12,7 @@
 struct Signal;
 
 void KvdLoz6Inrsi_initiate();
-int  KvdLoz6Inrsi_dispatch(Signal* sig);
+bool KvdLoz6Inrsi_dispatch(Signal* sig);
 /// The unit is no master any more.
 void KvdLoz6Inrsi_leave();
 /// A confirmed main processor that knows nothing yet: link states again, subscriptions anew.

@@ -175,7 +175,7 @@ void onAnswerTimeout(Client& c)
 
 }  // namespace
 
-int dispatchConnection(Client& c, Signal* sig)
+bool dispatchConnection(Client& c, Signal* sig)
 {
     switch (sig->sigNo) {
     case INRSI_SERVER_UP_IND:
@@ -185,9 +185,9 @@ int dispatchConnection(Client& c, Signal* sig)
         onConnEstablishCfm(c, as<InrsiConnEstablishCfm>(sig), ose::sender(&sig));               break;
     case INRSI_CONN_ESTABLISH_REJ:   onConnEstablishRej(c, as<InrsiErrorRej>(sig));             break;
     case KVD_TUSOCPRI_ANSWER_TMO:    onAnswerTimeout(c);                                        break;
-    default:                                                                                    return 0;
+    default:                                                                                    return false;
     }
-    return 1;
+    return true;
 }
 
 }  // namespace inrsi

@@ -219,8 +219,8 @@ void awaitAnswer();
 void cancelAnswer();
 /// For those that it hasn't answered.
 void askForSubscriptions(Client& c);
-/// 1 when the signal was one of the connection.
-int  dispatchConnection(Client& c, Signal* sig);
+/// True when the signal was one of the connection.
+bool dispatchConnection(Client& c, Signal* sig);
 
 // ---- exchange of sync data with other units (_inci) ------------------------------------------------
 
@@ -239,8 +239,8 @@ void onInciEstablishRsp(Client& c, const KvdTuSocpriInciEstablishRsp* rsp);
 void initiate(Client& c, const Role& role);
 /// Timers, connection and tables, as after the initiation.
 void leave(Client& c);
-/// Signals that both clients take: 1 when it was one.
-int  dispatchLink(Client& c, Signal* sig);
+/// Signals that both clients take: true when it was one.
+bool dispatchLink(Client& c, Signal* sig);
 void mainProcessorRestarted(Client& c);
 
 // ---- supervision ---------------------------------------------------------------------------------

@@ -247,9 +247,9 @@ void mainProcessorRestarted(Client& c)
     log(c, INRSI_CL_EV_SUP_DATA_RESET);
 }
 
-int dispatchLink(Client& c, Signal* sig)
+bool dispatchLink(Client& c, Signal* sig)
 {
-    if (dispatchConnection(c, sig) != 0) return 1;
+    if (dispatchConnection(c, sig)) return true;
     switch (sig->sigNo) {
     case KVD_TUIIF_SOCPRI_START_REQ: onStartReq(c);                                             break;
     case KVD_TUIIF_SOCPRI_STOP_REQ:  onStopReq(c);                                              break;
@@ -266,9 +266,9 @@ int dispatchLink(Client& c, Signal* sig)
     case KVD_TUSOCPRI_INCI_RELEASE_RSP:
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "received KVD_TUSOCPRI_INCI_RELEASE_RSP");           break;
     case KVD_TUSOCPRI_INCI_GET_TIME_DATA_REQ: answerTimeDataRequest(ose::sender(&sig));         break;
-    default:                                                                                    return 0;
+    default:                                                                                    return false;
     }
-    return 1;
+    return true;
 }
 
 }  // namespace inrsi

@@ -104,8 +104,8 @@ void sendInrsiGetPhaseDiffReq();
 /// What a request is given for its answer, as the client stands.
 OSTIME retrieveTime();
 void handleLinkDownIndication(u8 port);
-/// 1 when the signal was one of a measurement or its timers.
-int  dispatchMeasurement(Signal* sig);
+/// True when the signal was one of a measurement or its timers.
+bool dispatchMeasurement(Signal* sig);
 
 // ---- kvd_socpri_inrsi_result.cpp -----------------------------------------------------------------
 

@@ -277,7 +277,7 @@ void onFrequency(u32 sharedUnitId, i16 freqDiff, u32 freqDiffValid)
         return;
     }
     if (r.freqScanCnt > 0) --r.freqScanCnt;
-    const bool isGood = KvdLoz6TuReg_handleSoCpriFreqDiffMeas(freqDiff, freqDiffValid) != 0;
+    const bool isGood = KvdLoz6TuReg_handleSoCpriFreqDiffMeas(freqDiff, freqDiffValid);
     const Slot* const unit = findUnit(client(), focus(), sharedUnitId);
     if (isGood && unit != nullptr && unit->linkStatus == LINK_AVAILABLE) frequencyLocked();
     else                                                                frequencyNotYet();
@@ -470,7 +470,7 @@ void onFreqRejFwd(const KvdTuiifInrsiGetFreqDiff2RejFwd* rej)
 
 }  // namespace
 
-int dispatchMeasurement(Signal* sig)
+bool dispatchMeasurement(Signal* sig)
 {
     switch (sig->sigNo) {
     case INRSI_GET_PHASE_DIFF2_CFM: onPhaseCfm(as<InrsiGetPhaseDiff2Cfm>(sig));                  break;
@@ -489,9 +489,9 @@ int dispatchMeasurement(Signal* sig)
     case INRSI_REQUEST_FREQ_DATA_TMO:    sendInrsiGetFreqDiffReq();                              break;
     case KVD_TUSOCPRI_MEAS_RETRIEVE_TMO: onRetrieveTimeout(portOfTimeout(sig));                  break;
     case KVD_TUSOCPRI_SUPERVISION_TMO:   onSupervisionTimeout(portOfTimeout(sig));               break;
-    default:                                                                                     return 0;
+    default:                                                                                     return false;
     }
-    return 1;
+    return true;
 }
 
 }  // namespace inrsi::master

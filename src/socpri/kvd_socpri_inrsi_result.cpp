@@ -19,13 +19,13 @@ namespace {
 constexpr OSTIME HOLDOVER_ms = 300000;
 constexpr OSTIME JUMP_WARNING_LONG_ms = 1000, JUMP_WARNING_SHORT_ms = 50;
 
-/// From a lock: 1 when the loop holds the frequency now, 0 when it couldn't.
-u32 enterHoldover()
+/// From a lock: true when the loop holds the frequency now, false when it couldn't.
+bool enterHoldover()
 {
     KvdLoz6TuReg_pll_toHoldover();
     if (!KvdLoz6TuReg_pllIsHoldover()) {
         log(INRSI_CL_EV_HO_ENTRY_DECLINED, KEEP);
-        return 0;
+        return false;
     }
     startTimer(HOLDOVER, HOLDOVER_ms);
     log(INRSI_CL_EV_ENTERED_HO, KEEP);
@@ -34,7 +34,7 @@ u32 enterHoldover()
     record().measOngoing = 0;
     resumeSupervision(client(), focus());
     client().portNo = NO_PORT;
-    return 1;
+    return true;
 }
 
 }  // namespace
@@ -80,7 +80,7 @@ void inrsiImplicitHoldover()
         // the link was lost before, or a scan is open: the loop holds time all the same
         inrsiClientReset();
     }
-    if (enterHoldover() == 0) inrsiClientReset();
+    if (!enterHoldover()) inrsiClientReset();
 }
 
 // ---- results of the regulator --------------------------------------------------------------------

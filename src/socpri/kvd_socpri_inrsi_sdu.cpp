@@ -271,9 +271,9 @@ void inrsiSduSendBfnJumpInfo(u32 enabled)
     log(enabled == 1 ? INRSI_CL_EV_SFC_ADJ_FWD_NOTIF_OK_ENABLED : INRSI_CL_EV_SFC_ADJ_FWD_NOTIF_OK_DISABLED);
 }
 
-int KvdLoz6InrsiSdu_dispatch(Signal* sig)
+bool KvdLoz6InrsiSdu_dispatch(Signal* sig)
 {
-    if (dispatchLink(client(), sig) != 0) return 1;
+    if (dispatchLink(client(), sig)) return true;
     switch (sig->sigNo) {
     case KVD_TUIIF_SOCPRI_SDU_LOCK_PORT_FOCUS_IND:
         onLockPortFocus(as<KvdTuiifSocpriSduLockPortFocusInd>(sig));                             break;
@@ -291,7 +291,7 @@ int KvdLoz6InrsiSdu_dispatch(Signal* sig)
     case INRSI_REQUEST_PHASE_DATA_TMO:   onPhaseDataTimeout(portOfTimeout(sig));                break;
     case KVD_TUSOCPRI_MEAS_RETRIEVE_TMO: onRetrieveTimeout(portOfTimeout(sig));                 break;
     case KVD_TUSOCPRI_SUPERVISION_TMO:   onSupervisionTimeout(portOfTimeout(sig));              break;
-    default:                                                                                     return 0;
+    default:                                                                                     return false;
     }
-    return 1;
+    return true;
 }

@@ -10,7 +10,7 @@
 struct Signal;
 
 void KvdLoz6InrsiSdu_initiate();
-int  KvdLoz6InrsiSdu_dispatch(Signal* sig);
+bool KvdLoz6InrsiSdu_dispatch(Signal* sig);
 /// The unit is no slave any more.
 void KvdLoz6InrsiSdu_leave();
 /// A confirmed main processor that knows nothing yet: link states again, subscriptions anew.

@@ -175,7 +175,7 @@ void slaveWarmAllocated(const TarsoMsiMemAllocCfm& cfm)
               "Successfully restored SlaveWarmRestartData ckhsum=0x%08x, size=%u ", node::be32(head),
               node::be32(head + 4));
     if (!s->pending) return;
-    if (KvdLoz6TuMem_write(MEM_SLAVE_WARM, s->slaveWarmPending, MEM_SLAVE_WARM_SIZE) != 0) {
+    if (KvdLoz6TuMem_write(MEM_SLAVE_WARM, s->slaveWarmPending, MEM_SLAVE_WARM_SIZE)) {
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Updated IDL2 Slave MSI memory");
         s->pending = false;
     } else {
@@ -247,18 +247,18 @@ void KvdLoz6TuMem_initiate()
     negotiate();
 }
 
-int KvdLoz6TuMem_dispatch(Signal* sig)
+bool KvdLoz6TuMem_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
     case TARSO_MSI_INITIATE_SERVICE_CFM:
-        onInitiateServiceCfm(as<TarsoMsiInitiateServiceCfm>(sig));                         return 1;
-    case TARSO_MSI_INITIATE_SERVICE_REJ: onInitiateServiceRej(as<TarsoMsiRej>(sig));       return 1;
-    case TARSO_MSI_MEM_ALLOC_CFM:        onMemAllocCfm(as<TarsoMsiMemAllocCfm>(sig));      return 1;
-    case TARSO_MSI_MEM_ALLOC_REJ:        onMemAllocRej(as<TarsoMsiRej>(sig));              return 1;
-    case TARSO_MSI_MEM_S_WRITE_CFM:      onMemSWriteCfm();                                 return 1;
-    case TARSO_MSI_MEM_S_WRITE_REJ:      onMemSWriteRej(as<TarsoMsiRej>(sig));             return 1;
-    case KVD_TUMEM_ASK_AGAIN_TMO:        onAskAgainTimeout();                              return 1;
-    default:                                                                               return 0;
+        onInitiateServiceCfm(as<TarsoMsiInitiateServiceCfm>(sig));                    return true;
+    case TARSO_MSI_INITIATE_SERVICE_REJ: onInitiateServiceRej(as<TarsoMsiRej>(sig));  return true;
+    case TARSO_MSI_MEM_ALLOC_CFM:        onMemAllocCfm(as<TarsoMsiMemAllocCfm>(sig)); return true;
+    case TARSO_MSI_MEM_ALLOC_REJ:        onMemAllocRej(as<TarsoMsiRej>(sig));         return true;
+    case TARSO_MSI_MEM_S_WRITE_CFM:      onMemSWriteCfm();                            return true;
+    case TARSO_MSI_MEM_S_WRITE_REJ:      onMemSWriteRej(as<TarsoMsiRej>(sig));        return true;
+    case KVD_TUMEM_ASK_AGAIN_TMO:        onAskAgainTimeout();                         return true;
+    default:                                                                          return false;
     }
 }
 
@@ -278,15 +278,15 @@ void KvdLoz6TuMem_allocate(u32 clientRef, u32 clear)
         if (r.clientRef == clientRef) requestRegion(r, clear);
 }
 
-int KvdLoz6TuMem_ready(u32 clientRef)
+bool KvdLoz6TuMem_ready(u32 clientRef)
 {
     bool known = false;
     for (const Region& r : s->region) {
         if (r.clientRef != clientRef) continue;
         known = true;
-        if (!r.valid) return 0;
+        if (!r.valid) return false;
     }
-    return known ? 1 : 0;
+    return known;
 }
 
 void KvdLoz6TuMem_printInfo()

@@ -30,21 +30,21 @@ constexpr u32 MEM_SLAVE_WARM_SIZE = 40;
 
 /// Starts the negotiation with the service. Its answer, or its absence, lets the start go on.
 void KvdLoz6TuMem_initiate();
-int  KvdLoz6TuMem_dispatch(Signal* sig);
+bool KvdLoz6TuMem_dispatch(Signal* sig);
 /// Asks for a client's regions; `clear` 1 wipes what they held.
 void KvdLoz6TuMem_allocate(u32 clientRef, u32 clear);
-/// 1 when the client's bytes were there and passed their checksum; `size` is that of the table.
+/// True when the client's bytes were there and passed their checksum; `size` is that of the table.
 /// Client 1's content has to be a usable history record too.
-int  KvdLoz6TuMem_read(u32 clientRef, void* buffer, u32 size);
-/// 1 when written. The checksum and size words of `buffer` don't count.
-int  KvdLoz6TuMem_write(u32 clientRef, const void* buffer, u32 size);
-/// 1 when the region (both regions of client 2) exists.
-int  KvdLoz6TuMem_ready(u32 clientRef);
+bool KvdLoz6TuMem_read(u32 clientRef, void* buffer, u32 size);
+/// True when written. The checksum and size words of `buffer` don't count.
+bool KvdLoz6TuMem_write(u32 clientRef, const void* buffer, u32 size);
+/// True when the region (both regions of client 2) exists.
+bool KvdLoz6TuMem_ready(u32 clientRef);
 
-/// The slave's warm data, 40 bytes. Written before the region exists, they are kept (0 is answered)
+/// The slave's warm data, 40 bytes. Written before the region exists, they are kept (false is answered)
 /// and stored once it does.
-int  KvdLoz6TuMem_writeSlaveWarm(const void* buffer);
-int  KvdLoz6TuMem_readSlaveWarm(void* buffer);
+bool KvdLoz6TuMem_writeSlaveWarm(const void* buffer);
+bool KvdLoz6TuMem_readSlaveWarm(void* buffer);
 
 /// FNV-1a (32 bits) over a client's bytes, those that don't count read as 0. 0 for no such client.
 u32  KvdLoz6TuMem_checksum(u32 clientRef, const u8* bytes);

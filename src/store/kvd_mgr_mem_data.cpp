@@ -89,14 +89,14 @@ bool fetch(const Layout& layout, u8* block)
     return false;
 }
 
-int traceDifference(u32 calculated, u32 received, u32 clientRef)
+bool traceDifference(u32 calculated, u32 received, u32 clientRef)
 {
     KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Checksum differs: calculated=%u, received=%u, clientRef=%u",
               calculated, received, clientRef);
-    return 0;
+    return false;
 }
 
-int readShadow(const Layout& layout, u8* shadow, u8* buffer)
+bool readShadow(const Layout& layout, u8* shadow, u8* buffer)
 {
     const u32 stored = node::be32(shadow + layout.sumAt);
     // The sum of client 2 serves one read; the next write brings a new one.
@@ -104,25 +104,25 @@ int readShadow(const Layout& layout, u8* shadow, u8* buffer)
     const u32 calculated = checksum(layout, shadow);
     if (calculated != stored) return traceDifference(calculated, stored, layout.clientRef);
     std::memcpy(buffer, shadow, layout.size);
-    return 1;
+    return true;
 }
 
-int readRegion(const Layout& layout, u8* buffer)
+bool readRegion(const Layout& layout, u8* buffer)
 {
     u8 block[BLOCK_MAX];
-    if (!fetch(layout, block)) return 0;
+    if (!fetch(layout, block)) return false;
     const u32 stored = node::be32(block + layout.sumAt);
     storeWord(layout, layout.sumAt, 0);
     const u32 calculated = checksum(layout, block);
     if (layout.clientRef == MEM_REG_HIST) storeWord(layout, layout.sumAt, stored);
     if (calculated != stored) return traceDifference(calculated, stored, layout.clientRef);
     if (layout.clientRef == MEM_SLAVE_WARM) storeWord(layout, layout.sumAt, stored);
-    if (layout.clientRef == MEM_REG_HIST && !MEM_UPCALLS.isHistoryUsable(block)) return 0;
+    if (layout.clientRef == MEM_REG_HIST && !MEM_UPCALLS.isHistoryUsable(block)) return false;
     std::memcpy(buffer, block, layout.size);
-    return 1;
+    return true;
 }
 
-int writeGpsOut(const Layout& layout, const u8* data)
+bool writeGpsOut(const Layout& layout, const u8* data)
 {
     bool done = store(layout, 0, data, layout.sumAt);
     done &= storeWord(layout, layout.sumAt, 0);
@@ -131,10 +131,10 @@ int writeGpsOut(const Layout& layout, const u8* data)
     const u32 sum = checksum(layout, shadow);
     node::putBe32(shadow + layout.sumAt, sum);
     done &= storeWord(layout, layout.sumAt, sum);
-    return done ? 1 : 0;
+    return done;
 }
 
-int writeRegNf(const Layout& layout, const u8* data)
+bool writeRegNf(const Layout& layout, const u8* data)
 {
     u8 block[MEM_REG_NF_SIZE];
     std::memcpy(block, data, sizeof block);
@@ -142,18 +142,18 @@ int writeRegNf(const Layout& layout, const u8* data)
     bool done = store(layout, 0, block, sizeof block);
     done &= storeWord(layout, layout.sumAt, checksum(layout, block));
     mem::refreshShadow(MEM_REG_NF);
-    return done ? 1 : 0;
+    return done;
 }
 
-int writeRegion(const Layout& layout, const u8* data)
+bool writeRegion(const Layout& layout, const u8* data)
 {
     bool done = store(layout, 0, data, layout.size);
     done &= storeWord(layout, layout.sizeAt, layout.size);
     done &= storeWord(layout, layout.sumAt, 0);
     u8 block[BLOCK_MAX];
-    if (!fetch(layout, block)) return 0;
+    if (!fetch(layout, block)) return false;
     done &= storeWord(layout, layout.sumAt, checksum(layout, block));
-    return done ? 1 : 0;
+    return done;
 }
 
 }  // namespace
@@ -182,16 +182,16 @@ u32 KvdLoz6TuMem_checksum(u32 clientRef, const u8* bytes)
     return layout != nullptr ? checksum(*layout, bytes) : 0;
 }
 
-int KvdLoz6TuMem_read(u32 clientRef, void* buffer, u32 size)
+bool KvdLoz6TuMem_read(u32 clientRef, void* buffer, u32 size)
 {
     if (state().msiState != 1) {
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "MSI has not yet been initiated");
-        return 0;
+        return false;
     }
     const Layout* const layout = layoutOf(clientRef);
     if (layout == nullptr || buffer == nullptr || size != layout->size || !allocated(*layout)) {
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Nothing to read, clientRef=%u size=%u", clientRef, size);
-        return 0;
+        return false;
     }
     u8* const to = static_cast<u8*>(buffer);
     switch (clientRef) {
@@ -201,18 +201,18 @@ int KvdLoz6TuMem_read(u32 clientRef, void* buffer, u32 size)
     }
 }
 
-int KvdLoz6TuMem_write(u32 clientRef, const void* buffer, u32 size)
+bool KvdLoz6TuMem_write(u32 clientRef, const void* buffer, u32 size)
 {
     const Layout* const layout = layoutOf(clientRef);
     if (layout == nullptr) {
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "Invalid clientRef=%u", clientRef);
-        return 0;
+        return false;
     }
     const bool possible = state().msiState == 1 && allocated(*layout);
     if (!possible || buffer == nullptr || size != layout->size) {
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_ERROR, "%s not written, msiState=%u address=0x%08x size=%u",
                   state().region[layout->first].name, state().msiState, addressOf(*layout, 0), size);
-        return 0;
+        return false;
     }
     const u8* const data = static_cast<const u8*>(buffer);
     switch (clientRef) {
@@ -222,28 +222,28 @@ int KvdLoz6TuMem_write(u32 clientRef, const void* buffer, u32 size)
     }
 }
 
-int KvdLoz6TuMem_writeSlaveWarm(const void* buffer)
+bool KvdLoz6TuMem_writeSlaveWarm(const void* buffer)
 {
-    if (buffer == nullptr) return 0;
-    if (KvdLoz6TuMem_ready(MEM_SLAVE_WARM) == 0) {
+    if (buffer == nullptr) return false;
+    if (!KvdLoz6TuMem_ready(MEM_SLAVE_WARM)) {
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO,
                   "Failed to write Slave warm data to MSI memory due to unallocated MSI.");
         std::memcpy(state().slaveWarmPending, buffer, MEM_SLAVE_WARM_SIZE);
         state().pending = true;
-        return 0;
+        return false;
     }
-    const int done = KvdLoz6TuMem_write(MEM_SLAVE_WARM, buffer, MEM_SLAVE_WARM_SIZE);
-    if (done != 0)
+    const bool done = KvdLoz6TuMem_write(MEM_SLAVE_WARM, buffer, MEM_SLAVE_WARM_SIZE);
+    if (done)
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_7, "Successfully updated IDL2 Slave MSI memory");
     else
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Failed to write Slave warm data to MSI memory");
     return done;
 }
 
-int KvdLoz6TuMem_readSlaveWarm(void* buffer)
+bool KvdLoz6TuMem_readSlaveWarm(void* buffer)
 {
-    const int good = KvdLoz6TuMem_read(MEM_SLAVE_WARM, buffer, MEM_SLAVE_WARM_SIZE);
-    if (good != 0) KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Slave MSI memory read SUCCEEDED");
+    const bool good = KvdLoz6TuMem_read(MEM_SLAVE_WARM, buffer, MEM_SLAVE_WARM_SIZE);
+    if (good) KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Slave MSI memory read SUCCEEDED");
     else           KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO, "Slave MSI memory read Failed");
     return good;
 }

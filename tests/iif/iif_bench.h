@@ -99,12 +99,12 @@ struct IifBench : Unit {
         injectInto(node.system(), iifManagerPid(), layout, from);
     }
     /// A module takes a signal; what it posts to itself comes only as a step of its own.
-    void dispatch(int (*taker)(Signal*), SIGSELECT sigNo, const void* data = nullptr, std::size_t size = 0)
+    void dispatch(bool (*taker)(Signal*), SIGSELECT sigNo, const void* data = nullptr, std::size_t size = 0)
     {
         in([&] {
             Signal* sig = ose::alloc(static_cast<u32>(4 + (size + 3) / 4 * 4), sigNo);
             if (size > 0) std::memcpy(reinterpret_cast<char*>(sig) + 4, data, size);
-            EXPECT_EQ(taker(sig), 1) << std::hex << sigNo;
+            EXPECT_TRUE(taker(sig)) << std::hex << sigNo;
             ose::free_buf(&sig);
         });
     }

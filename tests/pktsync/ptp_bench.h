@@ -51,11 +51,11 @@ inline void ptpBegin()
     needs.reportQuality = [](u32, u32, u8 quality) { ptpSeen().qualities.push_back(quality); };
     needs.sendExchange = [](const PtpExchange& e) { ptpSeen().exchanges.push_back(e); };
     needs.latencyAsymmetry = [] { return ptpSeen().latency; };
-    needs.send = [](const PtpDescriptor&, const u8* m, u32 n, const u8* metadata) -> u32 {
-        if (ptpSeen().noBuffer) return 0;
+    needs.send = [](const PtpDescriptor&, const u8* m, u32 n, const u8* metadata) -> bool {
+        if (ptpSeen().noBuffer) return false;
         ptpSeen().sent.push_back(
             {hexOf(m, n), metadata != nullptr, metadata != nullptr ? hexOf(metadata, 8) : ""});
-        return 1;
+        return true;
     };
     TuPktsync_PTP_init(needs);
 }

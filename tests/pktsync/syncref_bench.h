@@ -71,9 +71,9 @@ inline const syncref::Needs& syncrefNeeds()
             return keep({DRV_CHANGE, ref.syncrefId}), syncrefSeen().driver;
         },
         .deleteSyncRef = [](u32, u32 id) { return keep({DRV_DELETE, id}), syncrefSeen().driver; },
-        .newClock = [](const PtpClockSetup& setup) -> u32 {
+        .newClock = [](const PtpClockSetup& setup) -> bool {
             keep({NEW_CLOCK, setup.syncrefId, setup.ptpMapping});
-            return syncrefSeen().realClocks ? TuPktsync_new_ptp_clock(setup) : u32{syncrefSeen().clockStands};
+            return syncrefSeen().realClocks ? TuPktsync_new_ptp_clock(setup) : syncrefSeen().clockStands;
         },
         .deleteClock = [](u32 id) {
             keep({DELETE_CLOCK, id});
