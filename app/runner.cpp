@@ -55,6 +55,8 @@ public:
         scheduleEvents();
         scheduleCommands();
         scheduleSample(0);
+        pages_.resize(units_.size());
+        if (scenario.pagesEvery_s > 0) schedulePages(1);
     }
 
     Recording run()
@@ -233,6 +235,20 @@ private:
         });
     }
 
+    /// Commands whose pages show what nobody is told.
+    static constexpr const char* PAGES[] = {"kvdinfo all", "kvdhist all", "kvdtupktsync"};
+
+    void schedulePages(u64 number)
+    {
+        world_.at(worldTime(static_cast<double>(number) * scenario_.pagesEvery_s), [this, number] {
+            for (std::size_t i = 0; i < units_.size(); ++i)
+                for (const char* line : PAGES)
+                    units_[i]->node().shell().submit(
+                        line, [this, i](int, const std::string& page) { pages_[i].add(page); });
+            schedulePages(number + 1);
+        });
+    }
+
     void startConsole(RunControl& control)
     {
         if (!options_.shell) return;
@@ -280,13 +296,13 @@ private:
     {
         for (std::size_t i = 0; i < units_.size(); ++i) {
             sim::Node& node = units_[i]->node();
-            sim::Digest files, pages;
+            sim::Digest files;
             // The last command has another process write the records of each second to files.
             for (const char* line :
                  {"kvdinfo all", "kvdhist all", "kvdreadhist", "kvdtupktsync", "gpsstatus", "kvdgpstrace"}) {
                 std::string page;
                 node.shell().run(line, page);
-                pages.add(page);
+                pages_[i].add(page);
             }
             world_.runFor(ose::SEC);
             for (const auto& [path, content] : node.volumes().files()) {
@@ -294,13 +310,14 @@ private:
                 files.add(content);
             }
             recording.units[i].filesDigest = files.value();
-            recording.units[i].pagesDigest = pages.value();
+            recording.units[i].pagesDigest = pages_[i].value();
         }
     }
 
     const sim::Scenario& scenario_;
     const std::vector<CheckSpec>& checks_;
     RunOptions options_;
+    std::vector<sim::Digest> pages_;   // of each unit
     ose::World world_;
     Progress progress_;
     StatusFeed feed_;

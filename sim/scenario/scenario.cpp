@@ -26,6 +26,8 @@ void readHead(TableReader& top, Scenario& s)
     s.seed = static_cast<u64>(top.integer("seed", 0, INT64_MAX, 1));
     s.interval_s = top.seconds("record_interval", 1.0);
     if (!(s.interval_s >= 0.1)) top.fail("record_interval", "0.1 s at least");
+    s.pagesEvery_s = top.seconds("record_pages", 0.0);
+    if (s.pagesEvery_s != 0.0 && !(s.pagesEvery_s >= 10.0)) top.fail("record_pages", "10 s at least");
 }
 
 /// A unit told to follow GPS with nothing at its serial line would wait for ever without a word.

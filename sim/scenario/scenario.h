@@ -108,6 +108,7 @@ struct Scenario {
     double duration_s = 0;
     u64 seed = 1;
     double interval_s = 1.0;         // of the recorded series
+    double pagesEvery_s = 0;         // what the commands print is looked at that often, 0: at the end alone
     std::vector<UnitSpec> units;
     std::vector<LinkSpec> links;
     std::vector<PtpMasterConfig> masters;
