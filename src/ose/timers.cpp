@@ -145,8 +145,8 @@ void delay(OSTIME time)
         return;
     }
     self.state = RunState::Delaying;
-    // Counts as deeper than any call: its caller is still busy with all that it has received, also by a helper
-    // that needed more of the stack than this.
+    // Counts as deeper than any call: its caller is still busy with all that it has received, also by a
+    // helper that needed more of the stack than this.
     self.frame = self.stack->lowest();
     w.note(self);
     w.events.push(self.wait, w.later(time));
