@@ -89,8 +89,10 @@ public:
             model_.ordered(s);
             waits_.ordered(seconds(unit_.node().world().now()), s);
         });
-        unit.node().traces().onLine(
-            [this](const sim::TraceLine& l) { model_.recorded(seconds(l.at), l.text); });
+        unit.node().traces().onLine([this](const sim::TraceLine& l) {
+            model_.recorded(seconds(l.at), l.text);
+            if (l.text == "New recovery mode: 1") may_.narrowed_s = seconds(l.at);
+        });
         unit.node().onProgramStart([this](u32) {
             model_.programStarts(unit_.node().volumes().exists("/d/socpri_active") != 0);
             waits_.programStarts();
@@ -233,6 +235,7 @@ private:
             if (&link->follower() != &unit_) continue;
             m.leaderGone = !link->isUp();
             m.followError_ns = sim::counterDifference_s(unit_, link->leader()) * 1e9;
+            m.leaderFreqError_ppb = link->leader().node().board().frequencyError() * 1e9;
         }
     }
 

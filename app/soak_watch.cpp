@@ -156,10 +156,14 @@ void SoakWatch::lookAtErrors(const Moment& m, const Licence& may)
     constexpr double SETTLED_s = 3600.0;
     constexpr double FREQUENCY_MAX_ppb = 20.0, TIME_MAX_ns = 2000.0;
     constexpr double JUMP_SETTLED_s = 60.0;      // what the counter's resolution left is steered out
+    if (std::fabs(m.leaderFreqError_ppb) > FREQUENCY_MAX_ppb) leaderOff_s_ = m.t;
     if (m.t - may.jump_s < JUMP_SETTLED_s || m.t - may.reference_s < SETTLED_s
         || m.t - stateSince_s_ < SETTLED_s || m.t - may.boardFault_s < SETTLED_s || m.degraded)
         return;
-    if (isLocked(m.clock) && std::fabs(m.freqError_ppb) > FREQUENCY_MAX_ppb)
+    // A follower goes as its leader does, which begins anew with a divider of its factory, say.
+    constexpr double PULLED_IN_s = 60.0;
+    if (isLocked(m.clock) && std::fabs(m.freqError_ppb) > FREQUENCY_MAX_ppb
+        && m.t - leaderOff_s_ > PULLED_IN_s)
         fail(m, "locked, and " + std::to_string(m.freqError_ppb) + " ppb off");
     if (m.clock == KVD_TUIIF_RNT_TIME_LOCKED && std::fabs(m.gpsError_ns) > TIME_MAX_ns)
         fail(m, "locked in time, and " + std::to_string(m.gpsError_ns) + " ns off");
@@ -176,8 +180,12 @@ void SoakWatch::lookAtFrequency(const Moment& m, const Licence& may)
                         && m.clock == before_.clock && isHoldover(m.clock) && !m.loopPullsIn
                         && !before_.loopPullsIn;
     if (!isHeld || may.idle || may.slave || m.t - started_s_ < RETURNED_s) return;
+    // A lasting offset is steered out by up to 24 ppb, and by 15 ppb from the filter's next step on when its
+    // reference goes.
+    constexpr double NARROWED_ppb = 9.0, NARROWED_s = 4.0;
+    const double allowed = STEP_ppb + (m.t - may.narrowed_s < NARROWED_s ? NARROWED_ppb : 0.0);
     const double step = m.freqError_ppb - before_.freqError_ppb;
-    if (std::fabs(step) > STEP_ppb)
+    if (std::fabs(step) > allowed)
         fail(m, "the frequency stepped by " + std::to_string(step) + " ppb in holdover");
 }
 

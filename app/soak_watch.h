@@ -43,6 +43,7 @@ struct Moment {
     bool leaderGone = false;           // the link that it follows carries nothing
     bool hearsLeader = true;           // its loop took a sample a moment ago
     double followError_ns = 0;         // counter against the leader's; NaN without one
+    double leaderFreqError_ppb = 0;    // of the unit that it follows
     u32 refState = 0, refStateTold = 0;   // usable references by the unit, and as told last
     std::string unusable;              // configured references of its role that it doesn't tell usable
     std::string missing;               // processes that it had when everything was well
@@ -56,6 +57,7 @@ struct Licence {
     double jump_s = -1e9;              // the last order to step the counters
     double boardFault_s = -1e9;        // the last moment of a fault that halts, or its end
     double reference_s = -1e9;         // the last step, fault or change at a reference
+    double narrowed_s = -1e9;          // the wider limit of steering for a lasting offset ended
     bool halting = false;              // such a fault came since the last start
     bool refused = false;              // the peer suspends or rejects it, or did a moment ago
     // its oven is out of its limits, or was a while ago, its hardware another's,
@@ -101,6 +103,7 @@ private:
     double stateSince_s_ = 0, selectedSince_s_ = 0, sampledAt_s_ = 0;
     double toldWrongSince_s_ = -1, selectedWrongSince_s_ = -1, modelWrongSince_s_ = -1;
     double loopHoldsSince_s_ = -1, framesSince_s_ = -1, untoldSince_s_ = -1;
+    double leaderOff_s_ = -1e9;        // a leader was last off by more than a locked unit may be
     u32 poolOfFirstHour_ = 0;
 };
 

@@ -8,8 +8,8 @@
 namespace ose {
 namespace {
 
-/// A held buffer is leaked unless its owner waits deeper in its calls than where it got it: then it
-/// still works on it.
+/// A held buffer is leaked unless its owner waits deeper in its calls than where it got it, or for a time to
+/// pass: then it still works on it.
 bool leaked(const Process& p, const Buffer& b)
 {
     if (b.kept) return false;

@@ -59,6 +59,8 @@ public:
     /// How much of it has ever been used, by whichever process, in whole pages.
     std::size_t used() const;
     bool guards(const void* address) const;
+    /// Below all that a call on it may use.
+    const void* lowest() const { return memory_; }
 
     Context context;
     Process* process = nullptr;        // nullptr: idle

@@ -145,8 +145,9 @@ void delay(OSTIME time)
         return;
     }
     self.state = RunState::Delaying;
-    // Counts as a step deeper than its caller, which is still busy with what it has received.
-    self.frame = static_cast<const std::byte*>(__builtin_frame_address(0)) - 1;
+    // Counts as deeper than any call: its caller is still busy with all that it has received, also by a
+    // helper that needed more of the stack than this.
+    self.frame = self.stack->lowest();
     w.note(self);
     w.events.push(self.wait, w.later(time));
     w.park(self);

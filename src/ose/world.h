@@ -131,7 +131,7 @@ public:
     /// Loads a program: builds its module data, creates and starts its main thread.
     Block& load(const Program& program);
     /// Kills all its processes, reports leaked buffers, destroys its module data and the block. A
-    /// buffer is leaked when a process holds it and waits no deeper in its calls than where it got
+    /// buffer is leaked when a process holds it and receives no deeper in its calls than where it got
     /// it.
     void unload(Block& block);
     /// Called, as a world event, when a program has ended by itself: error(code), or a kill of its

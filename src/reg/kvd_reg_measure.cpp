@@ -205,7 +205,10 @@ void resetEstimateForReference(u32 refType, u32 previous)
         clearTime();
         KvdLoz6TuReg_resetTimeUncertainty();
     }
-    if (previous != TU_SR_NO_REF && !KvdLoz6TuReg_isTimeRef(previous)) KvdLoz6TuReg_resetTimeUncertainty();
+    // Where a frequency's edges or packets lie beside the time held so far means nothing: taken for an error
+    // of that time, it would be steered away.
+    for (const u32 ref : {previous, refType})
+        if (ref != TU_SR_NO_REF && !KvdLoz6TuReg_isTimeRef(ref)) KvdLoz6TuReg_resetTimeUncertainty();
 }
 
 }  // namespace

@@ -48,16 +48,24 @@ void reportTemperature(u8 oscTempState, int haliResult)
 /// steered by, told and kept.
 bool isFilterStarted() { return state().tuRegInitiateState >= TUREG_WARM_INITIATED; }
 
-/// A loop can't hold the clock with an oscillator out of its range.
-void shutDownLoops()
+/// A loop can't hold the clock with an oscillator out of its range. One that pulls in says "frequency locked"
+/// at its end, and a master's that its frequency is held.
+void shutDownLoop()
 {
-    regulator::State& s = state();
     if (!KvdLoz6TuReg_isMaster()) {
         KvdLoz6TuReg_slavePll_setState(SLAVE_PLL_Uninitialized);
-        return;
+        KvdLoz6TuReg_setRegState(WARMUP);
+    } else if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) {
+        KvdLoz6TuReg_endPll();
+        KvdLoz6TuReg_setRegState(WARMUP);
+        KvdLoz6TuIifAdm_reportRegState(WARMUP);
     }
-    if (KvdLoz6TuReg_pllState() != PLL_Uninitialized) KvdLoz6TuReg_endPll();
-    if (KvdLoz6TuReg_selectedRef() != TU_SR_SOCPRI_REF) return;
+}
+
+void stopRadioLinks()
+{
+    regulator::State& s = state();
+    if (!KvdLoz6TuReg_isMaster() || KvdLoz6TuReg_selectedRef() != TU_SR_SOCPRI_REF) return;
     KvdLoz6TuReg_logSoCpriEvent(SOCPRI_EV_PI_CONTROLLER_SHUTDOWN_TEMP);
     if (s.badTempReported != 0) return;
     s.badTempReported = 1;
@@ -73,8 +81,8 @@ void temperatureOutside(double vT, u32 outOfLimits, int result)
     if (s.passedWarmup != 0) {
         if (outOfLimits > regulator::TEMP_FAULT_TICKS) {
             KvdLoz6TuReg_setRegState(WARMUP);
-            shutDownLoops();
-            KvdLoz6TuReg_setRegState(WARMUP);    // a loop that pulls in says "frequency locked" at its end
+            shutDownLoop();
+            stopRadioLinks();
         } else if (isFilterStarted()) {
             KvdLoz6TuReg_handleTempMeasurement();
         }

@@ -122,11 +122,12 @@ TEST_F(Programs, ABadConfigurationIsRefused)
     }
 }
 
-/// A handler that waits, deeper in its calls than the loop that has received.
-[[gnu::noinline]] void waitInHandler()
+/// A helper that needs more of the stack than a wait of its caller.
+[[gnu::noinline]] Signal* receiveInHelper()
 {
-    delay(1000);
-    asm volatile("");
+    std::byte room[256];
+    asm volatile("" : : "r"(room) : "memory");
+    return receive(ANY_SIGNAL);
 }
 
 TEST_F(Programs, UnloadReportsWhatWasNeitherFreedNorSentNorKept)
@@ -151,8 +152,8 @@ TEST_F(Programs, UnloadReportsWhatWasNeitherFreedNorSentNorKept)
     });
     const PROCESS worker = launch("worker", 20, [] {
         for (;;) {
-            Signal* sig = receive(ANY_SIGNAL);
-            waitInHandler();                    // still at work on it
+            Signal* sig = receiveInHelper();
+            delay(1000);                        // still at work on it
             free_buf(&sig);
         }
     });
