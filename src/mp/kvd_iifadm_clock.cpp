@@ -224,8 +224,8 @@ void sendBvqStatus()
 
 namespace {
 
-/// SoCPRI was at work before this start and will be selected again: no holdover in between, but that of a loop,
-/// whose reference has been here since.
+/// SoCPRI was at work before this start and will be selected again: no holdover in between, but that of a
+/// loop, whose reference has been here since.
 u8 untilSocpri(u8 clock)
 {
     const bool awaitsSocpri = saved().selectedRef == NO_REF && state().socpriMarker != 0;
