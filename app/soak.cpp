@@ -82,10 +82,13 @@ public:
         });
         unit.node().mainProcessor().onRecord([this](const sim::MpRecord& r) {
             waits_.told(r.sigNo);
-            if (r.sigNo != KVD_TUIIF_GPS_STATUS_IND) return;
-            if (const auto ind = r.as<KvdTuiifGpsStatusInd>()) gpsTold_ = ind->gpsStatus;
+            if (const auto ind = r.as<KvdTuiifGpsStatusInd>(); ind && r.sigNo == KVD_TUIIF_GPS_STATUS_IND)
+                gpsTold_ = ind->gpsStatus;
+            if (const auto ind = r.as<KvdTuiifEtFroidInd>(); ind && r.sigNo == KVD_TUIIF_ET_FROID_IND)
+                toldOfLine(*ind);
         });
         unit.node().mainProcessor().onOrder([this](std::span<const std::byte> s) {
+            lookAtSelection(s);
             model_.ordered(s);
             waits_.ordered(seconds(unit_.node().world().now()), s);
         });
@@ -97,6 +100,7 @@ public:
             model_.programStarts(unit_.node().volumes().exists("/d/socpri_active") != 0);
             waits_.programStarts();
             watch_.forgetTold();
+            lines_.clear();
             may_.halting = boardFaults_ > 0;
             if (unit_.node().programStarts() > 1) ++restarts;
         });
@@ -148,6 +152,23 @@ public:
     u64 restarts = 0, clockChanges = 0;
 
 private:
+    void toldOfLine(const KvdTuiifEtFroidInd& ind)
+    {
+        constexpr u32 ADDED = 1;
+        if (ind.statusControl == ADDED) lines_.insert(ind.froId);
+        else                            lines_.erase(ind.froId);
+    }
+
+    /// A line that the node's port service hasn't told the unit of is none: an order to select it is dropped.
+    void lookAtSelection(std::span<const std::byte> signal)
+    {
+        KvdTuiifSelectSynchRefInd ind{};
+        if (signal.size() < sizeof ind) return;
+        std::memcpy(&ind, signal.data(), sizeof ind);
+        if (ind.sigNo == KVD_TUIIF_SELECT_SYNCH_REF_IND)
+            selectsNoLine_ = ind.refType == PDH_SDH_REF && !lines_.contains(ind.froId);
+    }
+
     Moment moment(double t)
     {
         Moment m;
@@ -211,7 +232,7 @@ private:
         m.clock = seen.clock;
         m.selected = seen.selected;
         // A slave takes its link, and SoCPRI's orders their radio link, without a selection.
-        const bool isOwnChoice = may_.slave || seen.selected == SOCPRI_REF;
+        const bool isOwnChoice = may_.slave || seen.selected == SOCPRI_REF || selectsNoLine_;
         m.wanted = isOwnChoice ? seen.selected : mp.selectedRefType();
         m.degraded = seen.degrState == KVD_TUIIF_REF_DEGRADED;
         m.coarse_s = seen.c;
@@ -314,6 +335,8 @@ private:
     double disturbed_s_ = 0;
     std::vector<const sim::Link*> links_;
     std::set<std::string> had_;        // processes
+    std::set<u32> lines_;              // froIds of those that it has told
+    bool selectsNoLine_ = false;       // by the main processor's last word
 };
 
 class Soak {

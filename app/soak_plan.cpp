@@ -27,7 +27,8 @@ std::string format(const char* text, ...)
 
 Plan::Plan(double hours, unsigned long long seed) : random_(seed, "soak"), end_s_(hours * 3600.0)
 {
-    text_ = format("name = \"soak-%llu\"\nduration = \"%.0fs\"\nseed = %llu\nrecord_pages = \"15m\"\n", seed, end_s_, seed);
+    text_ = format("name = \"soak-%llu\"\nduration = \"%.0fs\"\nseed = %llu\nrecord_pages = \"15m\"\n", seed,
+                   end_s_, seed);
     switch (below(10)) {
     case 0: case 1: drawChain(); break;
     case 2:         drawPair(); break;

@@ -224,11 +224,13 @@ void sendBvqStatus()
 
 namespace {
 
-/// SoCPRI was at work before this start and will be selected again: no holdover in between.
+/// SoCPRI was at work before this start and will be selected again: no holdover in between, but that of a
+/// loop, whose reference has been here since.
 u8 untilSocpri(u8 clock)
 {
     const bool awaitsSocpri = saved().selectedRef == NO_REF && state().socpriMarker != 0;
-    return awaitsSocpri && clock != KVD_TUIIF_WARMUP ? u8{KVD_TUIIF_FREQUENCY_DRIFTING} : clock;
+    const bool isOfLoop = lockedTwin(clock) != clock;   // the regulator itself is locked, or isn't
+    return awaitsSocpri && clock != KVD_TUIIF_WARMUP && !isOfLoop ? u8{KVD_TUIIF_FREQUENCY_DRIFTING} : clock;
 }
 
 }  // namespace

@@ -164,7 +164,7 @@ void supervisionOn(u32 port)
 void linkSeen(u32 port)
 {
     cancelTimer(port, HO);
-    stopSlaveHoldover(port);
+    linkIsBack(port);
     enter(port, IDL_ON);
     linkUp(port);
     startTimer(port, HO);
@@ -258,7 +258,7 @@ void KvdLoz6TuRef_onIdlWtrTimeout(u32 port)
     switch (s->port[port].idlState) {
     case IDL_WAIT_TO_RESTORE:
         cancelTimer(port, SUPERVISION);
-        stopSlaveHoldover(port);
+        linkIsBack(port);
         enter(port, IDL_ON);
         linkUp(port);
         startTimer(port, HO);

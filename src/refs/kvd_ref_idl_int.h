@@ -24,6 +24,8 @@ const Port& portOf(u32 port);
 /// link comes and goes.
 void startSlaveHoldover(u32 port);
 void stopSlaveHoldover(u32 port);
+/// Stops it, on port 1 only with words that say something: without them the link alone is no leader.
+void linkIsBack(u32 port);
 bool slaveHoldoverRuns();
 /// Sync data counts as coming again.
 void forgetSyncDataStop();

@@ -17,6 +17,7 @@ namespace {
 constexpr OSTIME SLAVE_HO_TIME  = 60000;    // ms
 constexpr OSTIME SYNC_DATA_TIME = 40;       // ms
 constexpr u32 SYNC_DATA_TMO_MAX = 50;       // expiries that tell that data stopped
+constexpr u32 STALE_MAX = 20;               // words that tell that they say nothing: two seconds
 
 struct State {
     KvdTimer slaveHoldoverTimer;
@@ -57,6 +58,11 @@ void idl::stopSlaveHoldover(u32 port)
     record(port, SLAVE_HO_TIMER, TIMER_CANCELED);
 }
 
+void idl::linkIsBack(u32 port)
+{
+    if (port == IDLPORT_2 || s->staleWords < STALE_MAX) stopSlaveHoldover(port);
+}
+
 bool idl::slaveHoldoverRuns() { return s->slaveHoldoverTimer.runs(); }
 
 void KvdLoz6TuRef_onSlaveHoldoverTimeout(const KvdTurefSlaveHoldoverTimeoutInd* ind)
@@ -77,7 +83,6 @@ void KvdLoz6TuRef_awaitLeader()
 
 void KvdLoz6TuRef_idl1Words(bool areFresh)
 {
-    constexpr u32 STALE_MAX = 20;       // two seconds
     s->staleWords = areFresh ? 0 : s->staleWords + 1;
     if (KvdLoz6TuRef_idlState(IDLPORT_1) != IDL_ON) return;
     if (areFresh) stopSlaveHoldover(IDLPORT_1);

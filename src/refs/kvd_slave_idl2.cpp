@@ -297,6 +297,12 @@ bool idl2CheckLinkStabilityNe(u8 linkStability)
     return checkLinkStability(linkStability, s->idl2.instabilityCntNe, "Ne", "NE", __func__);
 }
 
+/// The master's turn of the frame number began after it told its time: the delays say where in it it is now.
+bool hasTurnedSince(const KvdTuiifIdl2SyncDataInd& told, double masterNow)
+{
+    return masterNow < seconds(0, told.sfc, told.inc) - SFN_PERIOD_s / 2;
+}
+
 /// Coarse stage: false when the counter can't be read, and the stage isn't over.
 bool adjustCoarse(Measurement& meas)
 {
@@ -308,13 +314,14 @@ bool adjustCoarse(Measurement& meas)
         return false;
     }
     const KvdTuiifIdl2SyncDataInd& ind = meas.ind;
-    meas.phaseDiff = slave::neutralizeWraparound(meas.phaseDiff, seconds(0, local.sfn, local.inc),
-                                                 SFN_PERIOD_s);
+    const double inTurn = seconds(0, local.sfn, local.inc);
+    meas.phaseDiff = slave::neutralizeWraparound(meas.phaseDiff, inTurn, SFN_PERIOD_s);
     KVD_TRACE(TRACE_TUSLAVE, TRACE_INFO, "%s(): phaseDiff (after neutralizing SFN wraparound) = %-17.16g [s]",
               __func__, meas.phaseDiff);
     KvdLoz6TuReg_adjustSlaveOffset(0.0, meas.phaseDiff);
     KvdLoz6TuReg_adjustSlaveOffset(KvdLoz6TuReg_getLastTime().c - ind.esfc * COUNTER_PERIOD,
                                    seconds(local.mfn, 0, 0) - seconds(ind.mfc, 0, 0));
+    if (hasTurnedSince(ind, inTurn - meas.phaseDiff)) KvdLoz6TuReg_adjustSlaveOffset(0.0, -SFN_PERIOD_s);
     const TimePair delta0_slave = KvdLoz6TuReg_getSlaveOffset();
     KvdLoz6TuReg_adjust_time(-delta0_slave.c, -delta0_slave.f);
     KvdLoz6TuReg_clearSlaveOffset();

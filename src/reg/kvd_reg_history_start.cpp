@@ -99,6 +99,22 @@ bool isPlausible(const HistRecord& h)
     return false;
 }
 
+bool isOfThisOscillator(const HistRecord& h)
+{
+    char serial[18] = "";
+    u8 version{}, manufacturer{};
+    const int result = HALI_readOcxoSerial(serial, version, manufacturer);
+    if (result != 0) {
+        KVD_TRACE(TRACE_HIST, TRACE_INFO, "HALI_readOcxoSerial failed with return code = %u",
+                  static_cast<u32>(result));
+        return false;
+    }
+    KVD_TRACE(TRACE_HIST, TRACE_INFO, "OCXO serial: (Board:%s) (Flash:%s)", serial, h.serial);
+    if (std::strncmp(serial, h.serial, sizeof serial) != 0) return false;
+    KVD_TRACE(TRACE_HIST, TRACE_INFO, "Ocxo serial number ok, reading Flash file");
+    return true;
+}
+
 }  // namespace
 
 int KvdLoz6TuReg_historyForPll()
@@ -107,9 +123,10 @@ int KvdLoz6TuReg_historyForPll()
     u8 record[HIST_RECORD_SIZE];
     u32 fromMsi = 0;
     if (!KvdLoz6TuReg_readHistData(record, fromMsi)) return COULD_NOT_BE_READ;
-    const bool isValid = KvdLoz6TuReg_validateHistory(record)
-                         && isPlausible(KvdLoz6TuReg_unpackHistory(record));
-    return isValid ? VALID : NOT_VALID;
+    if (!KvdLoz6TuReg_validateHistory(record)) return NOT_VALID;
+    const HistRecord h = KvdLoz6TuReg_unpackHistory(record);
+    if (!isPlausible(h)) return NOT_VALID;
+    return isOfThisOscillator(h) ? VALID : COULD_NOT_BE_READ;
 }
 
 /// Finds nothing at a start of the program: the region is asked for later, by the regulator.
@@ -220,22 +237,6 @@ int KvdLoz6TuReg_initiateWithMsi(double vT)
 // ---- with flash ---------------------------------------------------------------------------------
 
 namespace {
-
-bool isOfThisOscillator(const HistRecord& h)
-{
-    char serial[18] = "";
-    u8 version{}, manufacturer{};
-    const int result = HALI_readOcxoSerial(serial, version, manufacturer);
-    if (result != 0) {
-        KVD_TRACE(TRACE_HIST, TRACE_INFO, "HALI_readOcxoSerial failed with return code = %u",
-                  static_cast<u32>(result));
-        return false;
-    }
-    KVD_TRACE(TRACE_HIST, TRACE_INFO, "OCXO serial: (Board:%s) (Flash:%s)", serial, h.serial);
-    if (std::strncmp(serial, h.serial, sizeof serial) != 0) return false;
-    KVD_TRACE(TRACE_HIST, TRACE_INFO, "Ocxo serial number ok, reading Flash file");
-    return true;
-}
 
 /// A valid record of this oscillator.
 bool readForFlashStart(HistRecord& h)

@@ -101,7 +101,7 @@ TEST(Idl2Slave, LinkRestartsFourTenthsOfASecondAfterAJump)
         SlaveBench b;
         b.loopState = loopState;
         KvdTuiifIdl2SyncDataInd data = stableData();
-        data.mfc = 2;                                // as the counter: no step, which takes 12 ms
+        data.mfc = 1, data.sfc = 4095;     // the counter has turned since: no step, which takes 12 ms
         data.jumpInd = 1;
         b.syncData(data);
         data.jumpInd = 0;

@@ -12,7 +12,7 @@ TEST(HistoryStart, RefusesWhatItCannotTrust)
     const Case cases[] = {
         {"cut in the middle", [](std::string& f) { f.resize(200); }, 2},
         {"one byte too long", [](std::string& f) { f += '\0'; }, 2},
-        {"another oscillator", [](std::string& f) { f[SERIAL] ^= 1; }, 0},
+        {"another oscillator", [](std::string& f) { f[SERIAL] ^= 1; }, 2},
         {"no number", [](std::string& f) { f.replace(FIRST_OF_U, 8, "\x7F\xF8\0\0\0\0\0\0", 8); }, 1},
         {"a divider of 1", [](std::string& f) { f.replace(DIVIDER, 8, "\x3F\xF0\0\0\0\0\0\0", 8); }, 1},
         {"no variance", [](std::string& f) { f.replace(FREQUENCY_VARIANCE, 8, 8, '\0'); }, 1},
