@@ -247,6 +247,13 @@ bool hwif::tuHwIf_loadSfc()
     return updateRegister(REG_LOAD_CONTROL, LOAD_BITS, 0);
 }
 
+Sfc hwif::stepOf(double t)
+{
+    Sfc step;
+    tuHwIf_incrementsToSfc(std::trunc(t * INCREMENTS_PER_SECOND + 0.5), step.mfn, step.sfn, step.inc);
+    return step;
+}
+
 int tuHwIf_adjustTime(double ext_t, double t)
 {
     const u32 board = getBoardType();
@@ -254,8 +261,7 @@ int tuHwIf_adjustTime(double ext_t, double t)
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unsupported HW");
         return 0;
     }
-    Sfc step;
-    tuHwIf_incrementsToSfc(std::trunc(t * INCREMENTS_PER_SECOND + 0.5), step.mfn, step.sfn, step.inc);
+    const Sfc step = stepOf(t);
     return board == BVQ3 ? adjustTimeType2(ext_t, step) : adjustTimeType1(step);
 }
 
