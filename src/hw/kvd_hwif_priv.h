@@ -74,6 +74,8 @@ void enableExternalPll();
 u32 readA1Ref();
 
 // ---- kvd_hwif_time.cpp: counters --------------------------------------------------------------
+/// The step of the counters that `t` s, 0 up to 1024, are.
+Sfc stepOf(double t);
 bool tuHwIf_adjustSfc(const Sfc& step);
 bool tuHwIf_adjustExtSfc(u32 e);
 bool tuHwIf_loadSfc();

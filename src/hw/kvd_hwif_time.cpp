@@ -247,6 +247,13 @@ bool hwif::tuHwIf_loadSfc()
     return updateRegister(REG_LOAD_CONTROL, LOAD_BITS, 0);
 }
 
+Sfc hwif::stepOf(double t)
+{
+    Sfc step;
+    tuHwIf_incrementsToSfc(std::trunc(t * INCREMENTS_PER_SECOND + 0.5), step.mfn, step.sfn, step.inc);
+    return step;
+}
+
 bool tuHwIf_adjustTime(double ext_t, double t)
 {
     const u32 board = getBoardType();
@@ -254,8 +261,7 @@ bool tuHwIf_adjustTime(double ext_t, double t)
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Unsupported HW");
         return false;
     }
-    Sfc step;
-    tuHwIf_incrementsToSfc(std::trunc(t * INCREMENTS_PER_SECOND + 0.5), step.mfn, step.sfn, step.inc);
+    const Sfc step = stepOf(t);
     return board == BVQ3 ? adjustTimeType2(ext_t, step) : adjustTimeType1(step);
 }
 
@@ -263,7 +269,7 @@ int  tuHwIf_writeSfc(u16 mfn, u16 sfn, u32 inc)
 {
     const Sfc wanted{mfn, sfn, inc};
     Sfc now;
-    if (!isCounter(wanted) || !readRunningCounter(now)) return true;
+    if (!isCounter(wanted) || !readRunningCounter(now)) return 1;
     // The load registers hold a step, so the counters come to stand at the wanted value by the
     // difference.
     Sfc step;

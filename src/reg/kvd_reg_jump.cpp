@@ -117,14 +117,13 @@ u32 KvdLoz6TuReg_takeJumpPerformed() { return take(s->jumpPerformed); }
 
 // ---- the step -----------------------------------------------------------------------------------
 
-namespace {
-
-/// Turns of the counter and the time within one, 0 up to 1024 s.
-TimePair turnsOf(double c, double f)
+TimePair jump::turnsOf(double c, double f)
 {
     const TimePair t = KvdLoz6Math_longDouble(c / COUNTER_PERIOD, f / COUNTER_PERIOD);
     return {t.c, t.f * COUNTER_PERIOD};
 }
+
+namespace {
 
 /// The last sample moves with the counters, so that the next interval is the true one.
 void moveLastTime(TimePair step)
@@ -133,7 +132,7 @@ void moveLastTime(TimePair step)
     const TimePair last = KvdLoz6TuReg_getLastTime();
     if (last.c == NO_SAMPLE_YET) return;
     KVD_TRACE(TRACE_TUREG, TRACE_3, "adjust_time: t_c_last,t_f_last: %s", PairText(last).text);
-    const TimePair sum = turnsOf(last.c + step.c, last.f + step.f);
+    const TimePair sum = jump::turnsOf(last.c + step.c, last.f + step.f);
     const TimePair moved = {sum.c * COUNTER_PERIOD, sum.f};
     KVD_TRACE(TRACE_TUREG, TRACE_3, "adjust_time: new t_c_last,t_f_last: %s", PairText(moved).text);
     KvdLoz6TuReg_setLastTime(moved.c, moved.f);
@@ -150,7 +149,7 @@ void markStep()
 
 void KvdLoz6TuReg_adjust_time(double d_c, double d_f)
 {
-    const TimePair turns = turnsOf(d_c, d_f);
+    const TimePair turns = jump::turnsOf(d_c, d_f);
     const TimePair step = {turns.c * COUNTER_PERIOD, turns.f};
     KVD_TRACE(TRACE_TUREG, TRACE_3, "adjust_time: t_c, t_f: %s", PairText(step).text);
     REG_UPCALLS.timeStepComes();

@@ -4,6 +4,7 @@
 // Units   seconds; timers in ms.
 // Errors  none here.
 #pragma once
+#include "base/kvd_math.h"
 #include "reg/kvd_reg_jump.h"
 
 namespace jump {
@@ -34,6 +35,8 @@ void setNeeds(const Needs* replacement);
 /// A jump has begun: told in the next time data.
 void markPerformed();
 bool isPending();
+/// Turns of the counter and the time within one, 0 up to 1024 s.
+TimePair turnsOf(double c, double f);
 /// The step that takes the offset away, and the offset cleared; nothing up to one counter step.
 bool removeOffset();
 void traceRefusedTimer();

@@ -1,49 +1,72 @@
 // Replay of the check values of counters: steps, the output's time, the BFN link.
-#include "reg/kvd_reg_jump.h"
+#include "reg/kvd_reg_jump_int.h"
 #include "tests/hw/values_bench.h"
 
 using namespace hwtest;
 
 namespace {
 
-/// A triple stands in the words that are written.
-json stepped(int result)
+/// A step of `t` s as it was made, or as it would have been.
+json stepped(Bench& b, u32 board, int result, double t)
 {
-    json got = {{"result", result}};
-    for (const char* key : {"mfn", "sfn", "inc", "e", "f1024"}) got[key] = UNSEEN;
-    return got;
+    const Sfc step = stepOf(t);
+    const u32 inc = b.bus.writes.empty() ? step.inc : reg(b, 14) >> (board == 2 ? 1 : 0);
+    return {{"result", result}, {"mfn", step.mfn}, {"sfn", step.sfn}, {"inc", inc}};
 }
 
 json adjustTime(Board& b, const Value& in, const Value&)
 {
     if (u(in["board"]) == 2) reg(b, 16) = u(in["loadDone"]);
     in["loadDone"].read();
-    return stepped(tuHwIf_adjustTime(num(in["ext_t"]), num(in["t"])));
+    const int result = tuHwIf_adjustTime(num(in["ext_t"]), num(in["t"]));
+    json got = stepped(b, u(in["board"]), result, num(in["t"]));
+    if (u(in["board"]) == 0) got["mfn"] = got["sfn"] = got["inc"] = nullptr;
+    return got;
 }
 
 /// The same from the pair by which local time moves.
-json adjustTimeChain(Board& b, const Value& in, const Value& v)
+json adjustTimeChain(Board& b, const Value& in, const Value&)
 {
     if (u(in["board"]) == 2) reg(b, 16) = 1;
     KvdLoz6TuReg_adjust_time(num(in["d_c"]), num(in["d_f"]));
-    return stepped(v["out"]["result"].get<int>());
+    const TimePair turns = jump::turnsOf(num(in["d_c"]), num(in["d_f"]));
+    json got = stepped(b, u(in["board"]), b.bus.writes.empty() ? 0 : 1, turns.f);
+    got["e"] = turns.c, got["f1024"] = turns.f;
+    return got;
 }
 
-json adjustGpsOutTime(Board&, const Value& in, const Value& v)
+/// The output's counter stands there.
+void putGpsOut(Bench& b, const Sfc& c, u32 board)
+{
+    reg(b, 25) = static_cast<u32>(c.mfn << 5 | c.sfn >> 7);
+    reg(b, 26) = ((c.sfn & 0x7Fu) << 21 | c.inc) << (board == 2 ? 1 : 0);
+}
+
+json adjustGpsOutTime(Board& b, const Value& in, const Value& v)
 {
     const Value t = in["triple"], x = v["out"]["x"];
-    const GpsOutStep step = gpsOutStep({u16Of(t[0]), u16Of(t[1]), u(t[2])}, in["v"].get<i32>());
+    const Sfc counter{u16Of(t[0]), u16Of(t[1]), u(t[2])};
+    const GpsOutStep step = gpsOutStep(counter, in["v"].get<i32>());
+    putGpsOut(b, counter, u(in["board"]));
+    EXPECT_EQ(tuHwIf_adjustGpsOutTime(in["v"].get<i32>()), 0);
     EXPECT_NEAR(step.x, u(x), 1);
     const bool isFlipped = v.contains("edge") && step.x != u(x);     // a frame or all of it
     if (!isFlipped) { EXPECT_NEAR(step.inc, u(v["out"]["inc"]), 1); }
-    return {{"t_f_out", step.t_f_out}, {"t_f_diff", step.t_f_diff}, {"x", UNSEEN}, {"word", UNSEEN},
-            {"frames", isFlipped ? UNSEEN : json(step.frames)}, {"inc", UNSEEN}, {"trace", UNSEEN}};
+    json got = {{"t_f_out", step.t_f_out}, {"t_f_diff", step.t_f_diff}, {"x", UNSEEN}, {"word", UNSEEN},
+                {"frames", isFlipped ? UNSEEN : json(step.frames)}, {"inc", UNSEEN}};
+    if (isFlipped) got["trace"] = UNSEEN;
+    else           got["word"] = written(b, 27);
+    return got;
 }
 
-json readGpsOutTime(Board&, const Value& in, const Value& s)
+json readGpsOutTime(Board& b, const Value& in, const Value& s)
 {
-    json got = {{"failed", in["t"].is_null() ? 1 : 0}, {"period", UNSEEN}};
-    if (in["t"].is_null()) {
+    constexpr Sfc NONE{31, 0, 0};
+    const bool isRead = !in["t"].is_null();
+    putGpsOut(b, isRead ? Sfc{} : NONE, 2);
+    double period = 0, time = 0;
+    json got = {{"failed", tuHwIf_readGpsOutTime(period, time)}, {"period", period}};
+    if (!isRead) {
         in.read();
         for (const char* key : {"time", "stored", "traces"}) got[key] = UNSEEN;
         return got;
@@ -92,10 +115,11 @@ json readBfnAll(Board& b, const Value& in, const Value&)
     putWords(b, in);
     BfnAll all;
     const int result = tuHwIf_readBfnAll(all);
+    const json failed = numbersTraced(b, "attempt to read bfnIn failed ", " times");
     return {{"readResult", result}, {"valid", all.valid}, {"extended", all.extended}, {"inc", all.inc},
             {"e_sfc", all.e_sfc}, {"rc_state", all.rc_state}, {"jump", all.jump}, {"ms_flag", all.ms_flag},
             {"cold", all.coldRestartFlag_tmp}, {"mean", all.meanDifference},
-            {"failCount", UNSEEN}};                                  // stands in the trace
+            {"failCount", failed.empty() ? json(0) : failed[0]}};
 }
 
 }  // namespace

@@ -22,16 +22,17 @@ json nominal(Board& b, const Value&, const Value&)
     const NominalValues& n = b.nominal;
     return {{"nomDiv", n.nomDiv}, {"K", n.K}, {"M", n.M}, {"U_nom", b.words(0).U_nom},
             {"synthC", n.synthC != 0 ? json(n.synthC) : json()},
-            {"divisorRegister", UNSEEN}};                            // of a cold start, see start_test.cpp
+            {"divisorRegister", n.synthC != 0 ? json(n.nomDiv - 1) : json()}};
 }
 
 json adjustFrequency(Board& b, const Value& in, const Value&)
 {
-    in["nomDiv_old"].read();                     // the words don't hang on the ones before
+    const double before = num(in["nomDiv_old"]);
     const FrequencyWords w = b.words(num(in["rel"]), num(in["wander"]));
     const bool isWritten = std::fabs(num(in["rel"])) <= limitOf(in["role"].get<std::string>());
-    return {{"written", isWritten ? 1 : 0}, {"nomDivWrite", UNSEEN}, {"K", isWritten ? json(w.K) : UNSEEN},
-            {"nomDiv_old", isWritten ? json(w.divisor) : UNSEEN}};
+    const bool isOther = isWritten && w.divisor != before;
+    return {{"written", isWritten ? 1 : 0}, {"nomDivWrite", isOther ? json(w.divisor) : json()},
+            {"K", isWritten ? json(w.K) : json()}, {"nomDiv_old", isWritten ? json(w.divisor) : json(before)}};
 }
 
 /// Of four readings one holds the ratio in every step: it is the ratio that is held.

@@ -30,8 +30,11 @@ json eepromChecksum(Board& b, const Value& in, const Value&)
 {
     putBlock(b.bus, BASE_2B, vectors::bytes(in["block"]));
     const int result = tuHwIf_validateOcxoEeprom();
+    u32 provided = 0, calculated = 0;
+    for (const auto& [level, text] : b.bus.traces)
+        std::sscanf(text.c_str(), "EEPROM checksum: provided=%Xh, calculated=%Xh", &provided, &calculated);
     return {{"valid", result == 0 ? 1 : 0}, {"result", result == 1 ? json("nonzero") : json(result)},
-            {"calculated", UNSEEN}, {"provided", UNSEEN},
+            {"calculated", calculated}, {"provided", provided},
             {"allZeroTrace", b.bus.countOf("All values are zero") != 0}};
 }
 
@@ -67,8 +70,7 @@ json serialAndPart(Board& b, const Value& in, const Value& v)
     u8 version = 0, maker = 0;
     const int result = tuHwIf_readOcxoSerial(serial, version, maker);
     tuHwIf_readOcxoPartNum(part);
-    json got = {{"result", result}, {"part", UNSEEN}, {"text", UNSEEN}, {"version", UNSEEN},
-                {"manufacturer", UNSEEN}};
+    json got = {{"result", result}, {"part", UNSEEN}, {"text", {}}, {"version", {}}, {"manufacturer", {}}};
     if (v["out"].contains("part") && v["out"]["part"].is_string()) got["part"] = part;
     if (result == 0) got.update({{"text", serial}, {"version", version}, {"manufacturer", maker}});
     return got;
@@ -86,7 +88,7 @@ json calibrationDate(Board& b, const Value& in, const Value&)
 {
     putDate(b, in);
     std::tm date{};
-    json got = {{"ok", 0}, {"year", UNSEEN}, {"month", UNSEEN}, {"day", UNSEEN}};
+    json got = {{"ok", 0}, {"year", {}}, {"month", {}}, {"day", {}}};
     const int result = tuHwIf_readOcxoCalibDate(date);
     EXPECT_LE(result, 1);
     if (result == 0)
@@ -98,7 +100,10 @@ json isCalibrated(Board& b, const Value& in, const Value&)
 {
     putDate(b, in);
     b.bus.now.seconds = in["now"].get<i64>();
-    return {{"valid", tuHwIf_isCalibrated() != 0 ? 1 : 0}, {"days", UNSEEN}};    // valid for 365
+    std::tm date{};
+    const bool isKnown = tuHwIf_readOcxoCalibDate(date) == 0;
+    return {{"valid", tuHwIf_isCalibrated() != 0 ? 1 : 0},
+            {"days", isKnown ? json(daysSince(date, b.bus.now.seconds)) : json()}};
 }
 
 }  // namespace
