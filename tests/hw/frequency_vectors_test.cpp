@@ -31,8 +31,10 @@ json adjustFrequency(Board& b, const Value& in, const Value&)
     const FrequencyWords w = b.words(num(in["rel"]), num(in["wander"]));
     const bool isWritten = std::fabs(num(in["rel"])) <= limitOf(in["role"].get<std::string>());
     const bool isOther = isWritten && w.divisor != before;
-    return {{"written", isWritten ? 1 : 0}, {"nomDivWrite", isOther ? json(w.divisor) : json()},
-            {"K", isWritten ? json(w.K) : json()}, {"nomDiv_old", isWritten ? json(w.divisor) : json(before)}};
+    return {{"written", isWritten ? 1 : 0},
+            {"nomDivWrite", isOther ? json(w.divisor) : json()},
+            {"K", isWritten ? json(w.K) : json()},
+            {"nomDiv_old", isWritten ? json(w.divisor) : json(before)}};
 }
 
 /// Of four readings one holds the ratio in every step: it is the ratio that is held.

@@ -121,9 +121,11 @@ std::vector<double> tracedNumbers(const RegulatorUnit& unit, const std::string& 
 /// What the step did on its way: what has a trace as often as it came, the grade of time by where it ended.
 void expectEvents(const RegulatorUnit& unit, const Value& events)
 {
-    static const std::map<std::string, std::string> TOLD = {
-        {"phaseJump", "phase jump !!"}, {"t_mod0", "Set t_mod = 0."}, {"repair", "The matrix is non-negative"},
-        {"R_kept", "Measurement not used to update R"}, {"negP_pred", "Negative variance in P_pred"}};
+    static const std::map<std::string, std::string> TOLD = {{"phaseJump", "phase jump !!"},
+                                                            {"t_mod0", "Set t_mod = 0."},
+                                                            {"repair", "The matrix is non-negative"},
+                                                            {"R_kept", "Measurement not used to update R"},
+                                                            {"negP_pred", "Negative variance in P_pred"}};
     static const std::set<std::string> SHOWN = {"fold", "sameSign", "fixFreqEnd"};        // in the numbers
     std::map<std::string, std::size_t> wanted, came;
     for (const auto& [name, text] : TOLD) wanted[text] = 0;
