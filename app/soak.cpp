@@ -40,7 +40,7 @@ double seconds(ose::Time t) { return static_cast<double>(t) / static_cast<double
 /// Words of events that leave the references alone.
 bool sparesReferences(const std::string& what)
 {
-    for (const char* const word : {"unit.command", "node.msi", "mp.gps_attributes", "mp.jump"})
+    for (const char* const word : {"unit.command", "node.msi", "mp.gps_attributes", "mp.ask", "mp.jump"})
         if (what.starts_with(word)) return true;
     return false;
 }

@@ -578,8 +578,17 @@ double Plan::mainProcessor(const Drawn& u, double at_s)
         if (!mayLiveOn || below(2) == 0) add(u, at_s + gone + 1, "mp.restart", "gone = \"1s\"\n");
         return gone + 1;
     }
-    default: add(u, at_s, "mp.gps_attributes"); return 0;
+    default: ask(u, at_s); return 0;
     }
+}
+
+/// Of the moment, not drawn: the rest of a seed's plan doesn't depend on what there is to ask.
+void Plan::ask(const Drawn& u, double at_s)
+{
+    constexpr const char* WHAT[] = {"gpsosl_attributes", "rnt_to_sfc", "rnt_for_sfn", "sync_info"};
+    const unsigned which = static_cast<unsigned>(at_s) % (std::size(WHAT) + 1);
+    if (which == std::size(WHAT)) return add(u, at_s, "mp.gps_attributes");
+    add(u, at_s, "mp.ask", format("what = \"%s\"\n", WHAT[which]));
 }
 
 double Plan::selection(const Drawn& u, double at_s)

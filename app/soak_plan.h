@@ -92,6 +92,7 @@ private:
     double restart(const Drawn& u, double at_s);
     double power(const Drawn& u, double at_s);
     double mainProcessor(const Drawn& u, double at_s);
+    void ask(const Drawn& u, double at_s);
     double selection(const Drawn& u, double at_s);
     double boardFault(const Drawn& u, double at_s);
     double memory(const Drawn& u, double at_s);

@@ -85,6 +85,12 @@ public:
     void setGpsDelay(u16 delay_ns);                  // of the antenna's cable
     void setFixedPosition(bool on);
     void askGpsAttributes();
+    void askGpsOslAttributes();
+    void askRntToSfc();
+    void askRntForSfn(u32 sfn);
+    void askSyncInfo(u8 option);                     // 1 all texts, 2 to 4 one of them
+    /// Whether the unit keeps the delays of an NTP or packet reference.
+    void registerByName(const std::string& name, bool on);
     /// The node's time is to be the frame counter's: the unit steps its counters 4 s later.
     void orderJump();
     /// The unit's own time on its output, as a receiver's sentences or as binary frames.

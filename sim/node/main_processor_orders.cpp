@@ -103,6 +103,37 @@ void MainProcessor::askGpsAttributes()
     sendLayout(KvdTuiifGpsAttribReq{KVD_TUIIF_GPS_ATTRIB_REQ, froId});
 }
 
+void MainProcessor::askGpsOslAttributes()
+{
+    u32 froId = 0;
+    for (const MpReference& r : config.references)
+        if (r.refType == GPSOSL_REF) froId = r.froId;
+    sendLayout(KvdTuiifGpsAttribReq{KVD_TUIIF_GPSOSL_ATTRIB_REQ, froId});
+}
+
+void MainProcessor::askRntToSfc()
+{
+    sendLayout(KvdTuiifGetRntToSfcDiffReq{KVD_TUIIF_GET_RNT_TO_SFC_DIFF_REQ, pid()});
+}
+
+void MainProcessor::askRntForSfn(u32 sfn)
+{
+    sendLayout(KvdTuiifGetRntForSfnReq{KVD_TUIIF_GET_RNT_FOR_SFN_REQ, pid(), sfn});
+}
+
+void MainProcessor::askSyncInfo(u8 option)
+{
+    constexpr u32 CLIENT = 0x51;
+    sendLayout(KvdTuiifSyncinfoReq{KVD_TUIIF_SYNCINFO_REQ, option, CLIENT});
+}
+
+void MainProcessor::registerByName(const std::string& name, bool on)
+{
+    const SIGSELECT sigNo = on ? KVD_TUIIF_REGISTER_SYNCH_REF_IND : KVD_TUIIF_DEREGISTER_SYNCH_REF_IND;
+    for (const MpReference& r : config.references)
+        if (r.name == name) sendLayout(KvdTuiifRegisterSynchRefInd{sigNo, r.froClassNo, r.froId});
+}
+
 void MainProcessor::orderJump()
 {
     sendLayout(KvdTuiifJumpRntToSfcDiffZeroReq{KVD_TUIIF_JUMP_RNT_TO_SFC_DIFF_ZERO_REQ, pid()});

@@ -138,6 +138,25 @@ Action mpGpsAttributes(Context&)
 {
     return [](Unit& u) { u.node().mainProcessor().askGpsAttributes(); };
 }
+struct Question { const char* word; void (*ask)(MainProcessor& mp, u32 number); };
+constexpr Question QUESTIONS[] = {
+    {"gpsosl_attributes", [](MainProcessor& mp, u32) { mp.askGpsOslAttributes(); }},
+    {"rnt_to_sfc",        [](MainProcessor& mp, u32) { mp.askRntToSfc(); }},
+    {"rnt_for_sfn",       [](MainProcessor& mp, u32 sfn) { mp.askRntForSfn(sfn); }},
+    {"sync_info",         [](MainProcessor& mp, u32 option) { mp.askSyncInfo(static_cast<u8>(option)); }},
+};
+Action mpAsk(Context& c)
+{
+    const Question& question = c.table.row("what", QUESTIONS, "question");
+    const u32 number = static_cast<u32>(c.table.integer("number", 0, 0xFFFF, 1));
+    return [&question, number](Unit& u) { question.ask(u.node().mainProcessor(), number); };
+}
+Action mpRegister(Context& c)
+{
+    return [name = referenceOf(c), on = c.table.boolean("on", true)](Unit& u) {
+        u.node().mainProcessor().registerByName(name, on);
+    };
+}
 Action mpJump(Context&)
 {
     return [](Unit& u) { u.node().mainProcessor().orderJump(); };
@@ -356,6 +375,8 @@ constexpr EventName EVENTS[] = {
     {"mp.fixed_position", mpFixedPosition},
     {"mp.audits", mpAudits},
     {"mp.gps_attributes", mpGpsAttributes},
+    {"mp.ask", mpAsk},
+    {"mp.register", mpRegister},
     {"mp.selection_mode", mpSelectionMode},
     {"mp.jump", mpJump},
     {"mp.gps_out", mpGpsOut},
