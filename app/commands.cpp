@@ -113,6 +113,7 @@ RunOptions optionsOf(const RunArguments& a)
     options.quiet = a.quiet || a.summary == "-" || a.junit == "-";   // nothing else may stand there
     options.shell = a.shell;
     options.stacks = a.stacks;
+    options.traceAll = a.traceAll;
     options.speed = a.speed.value_or(a.shell ? 1.0 : 0.0);
     options.out = a.out;
     options.feed = a.feed;

@@ -31,7 +31,7 @@ struct RunArguments {
     u32 jobs = std::max(1u, std::thread::hardware_concurrency());
     bool quiet = false;
     bool shell = false;
-    bool stacks = false;
+    bool stacks = false, traceAll = false;
     std::optional<double> speed;
     std::vector<std::string> interfaces;
     bool oneStep = false;

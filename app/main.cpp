@@ -50,6 +50,7 @@ CLI::App* addRun(CLI::App& tu, app::RunArguments& a)
     command->add_option("--junit", a.junit, "Write what held and what didn't to this file as JUnit's XML");
     command->add_option("--out", a.out, "Folder for series, traces, volumes and report.html");
     command->add_flag("--quiet", a.quiet, "No progress, no lines, no summary on the terminal");
+    command->add_flag("--trace-all", a.traceAll, "The units trace every level, as --out shows");
     command->add_flag("--stacks", a.stacks, "Tell how much of their stacks the processes have used");
     command->add_flag("--shell", a.shell, "Operator's console; the unit runs in real time unless --speed");
     command->add_option("--speed", a.speed, "Times real time, 0 as fast as it goes")

@@ -14,6 +14,7 @@
 #include "reg/kvd_reg_pll.h"
 #include "sig/tuiif_gps_sig.h"
 #include "sig/tuiif_sig.h"
+#include "node/trace.h"
 #include "sim/board/board.h"
 #include "sim/scenario/link.h"
 #include "unit/kvd_gps_state.h"
@@ -491,6 +492,7 @@ void Recorder::onTrace(const sim::TraceLine& line)
     ++recording.tracedLines;
     traced_.add(line.at);
     traced_.add(line.text);
+    if ((node::TRACE_MASK_DEFAULT >> line.level & 1) == 0) return;   // what isn't traced by itself isn't judged
     if (!recording.restarts.empty() && recording.restarts.back().used.empty()) onStartTrace(line.text);
     for (auto& [text, count] : recording.traceCounts)
         if (line.text.find(text) != std::string::npos) ++count;

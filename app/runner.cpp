@@ -35,7 +35,8 @@ public:
           feed_(scenario.name, options.feed)
     {
         world_.onMisuse([this](const ose::Misuse& m) { misuses_.push_back(m.text()); });
-        for (const sim::UnitSpec& spec : scenario.units) {
+        for (sim::UnitSpec spec : scenario.units) {
+            spec.node.tracesEveryLevel = options.traceAll;
             units_.push_back(std::make_unique<sim::Unit>(world_, spec));
             recorders_.push_back(std::make_unique<Recorder>(world_, *units_.back(), progress_,
                                                             scenario.units.size() > 1, checks));

@@ -26,6 +26,7 @@ struct HostReceiver {
 struct RunOptions {
     bool quiet = false;            // no progress, no lines, no summary
     bool shell = false;            // the operator types while the unit runs
+    bool traceAll = false;         // the units trace every level
     bool stacks = false;           // tell how much of their stacks the processes have used
     double speed = 0;              // times real time; 0 as fast as it goes
     std::string out;               // folder for traces and volumes, "" for none

@@ -1,6 +1,7 @@
 #include "sim/node/node.h"
 
 #include "frame/kvd_load.h"
+#include "node/trace.h"
 #include "sim/board/board.h"
 
 namespace sim {
@@ -154,6 +155,8 @@ void Node::load(u32 restartType)
     if (onStart_) onStart_(restartType);
     temi_->programStarted(restartType);
     program_ = &system_->load(config_.program != nullptr ? *config_.program : KvdLoz6_program());
+    constexpr u32 EVERY_LEVEL = 0xFFFFFFFF;
+    if (config_.tracesEveryLevel) inProgram([] { node::traceSetProgramMask(EVERY_LEVEL); });
 }
 
 void Node::unload()

@@ -52,6 +52,9 @@ struct NodeConfig {
     /// Restart type of the first start; a power-on.
     u32 restartType = RESTART_COLDWTEST_POWERON;
 
+    /// The operator's wish: the program traces every level, in each of its lives.
+    bool tracesEveryLevel = false;
+
     /// Calendar at the beginning of the world: seconds since 1970, UTC. 2024-01-01 00:00:00.
     i64 calendarStart = 1'704'067'200;
 
