@@ -492,7 +492,8 @@ void Recorder::onTrace(const sim::TraceLine& line)
     ++recording.tracedLines;
     traced_.add(line.at);
     traced_.add(line.text);
-    if ((node::TRACE_MASK_DEFAULT >> line.level & 1) == 0) return;   // what isn't traced by itself isn't judged
+    if ((node::TRACE_MASK_DEFAULT >> line.level & 1) == 0)
+        return;  // what isn't traced by itself isn't judged
     if (!recording.restarts.empty() && recording.restarts.back().used.empty()) onStartTrace(line.text);
     for (auto& [text, count] : recording.traceCounts)
         if (line.text.find(text) != std::string::npos) ++count;
