@@ -81,7 +81,7 @@ public:
             digest_.add(s.refState);
         });
         unit.node().mainProcessor().onRecord([this](const sim::MpRecord& r) {
-            waits_.told(r.sigNo);
+            waits_.told(r);
             if (const auto ind = r.as<KvdTuiifGpsStatusInd>(); ind && r.sigNo == KVD_TUIIF_GPS_STATUS_IND)
                 gpsTold_ = ind->gpsStatus;
             if (const auto ind = r.as<KvdTuiifEtFroidInd>(); ind && r.sigNo == KVD_TUIIF_ET_FROID_IND)

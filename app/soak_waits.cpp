@@ -20,6 +20,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace app {
 namespace {
@@ -29,6 +30,7 @@ constexpr double MEMORY_REPEATED_s = 615.0;  // each 10 min: its lack costs a wa
 constexpr double BLOCKED_s = 20.0;           // an exchange of 5 s, and what stands behind it
 constexpr double STARTED_s = 80.0;           // a start asks each minute, and does what has waited
 constexpr double ANSWERED_s = 180.0;         // an alignment measures for a minute or two
+constexpr double MEASURED_s = 20.0;          // ten times a second, but for a jump's 5 s
 
 /// A service, by the word that events have for it.
 struct Service {
@@ -118,6 +120,7 @@ void SoakWaits::programStarts()
     open_.clear();
     for (auto& [sigNo, asked] : asked_) asked.isLost = false;
     blocked_s_ = apart_s_ = -1;
+    isRadioTold_ = false;
 }
 
 void SoakWaits::onEvent(const std::string& what)
@@ -136,7 +139,10 @@ void SoakWaits::ordered(double t, std::span<const std::byte> signal)
     SIGSELECT number = 0;
     std::memcpy(&number, signal.data(), sizeof number);
     switch (number) {
-    case KVD_TUIIF_INITIATE_SERVICE_CFM: open_.clear(); return;
+    case KVD_TUIIF_INITIATE_SERVICE_CFM:
+        open_.clear();
+        isRadioTold_ = false;
+        return;
     case KVD_TUIIF_INITIATE_SERVICE_SUS:
     case KVD_TUIIF_INITIATE_SERVICE_REJ: isRefused_ = true; return;
     default: break;
@@ -144,13 +150,20 @@ void SoakWaits::ordered(double t, std::span<const std::byte> signal)
     const Order* const order = orderOf(number);
     const bool endsRadio = number == KVD_TUIIF_SOCPRI_DESELECT_SYNC_LINK_IND
                            || number == KVD_TUIIF_SOCPRI_STOP_REQ || number == KVD_TUIIF_SELECT_SYNCH_REF_IND;
-    if (endsRadio || (order != nullptr && order->isRadio))
+    if (endsRadio || (order != nullptr && order->isRadio)) {
         std::erase_if(open_, [](const Open& o) { return orderOf(o.request)->isRadio; });
+        isRadioTold_ = false;
+    }
     if (order != nullptr) open_.push_back({number, t});
 }
 
-void SoakWaits::told(SIGSELECT sigNo)
+void SoakWaits::told(const sim::MpRecord& record)
 {
+    const SIGSELECT sigNo = record.sigNo;
+    if (sigNo == KVD_TUIIF_INRSI_GET_PHASE_DIFF2_REQ_FWD) ++forwarded_;
+    if (sigNo == KVD_TUIIF_SOCPRI_LINK_SYNC_STATUS_IND || sigNo == KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_RSP)
+        if (const auto link = record.as<KvdTuiifSocpriLinkSyncStatusInd>())
+            isRadioTold_ = link->syncStatus == OK_TIME_LOCKED;
     std::erase_if(open_, [sigNo](const Open& o) {
         const Order& order = *orderOf(o.request);
         return sigNo == order.answer || sigNo == order.otherAnswer;
@@ -159,7 +172,8 @@ void SoakWaits::told(SIGSELECT sigNo)
 
 std::string SoakWaits::look(double t, double disturbed_s, bool serves)
 {
-    for (const std::string& what : {manager(t, serves), connection(t), requests(t), orders(t, disturbed_s)})
+    for (const std::string& what :
+         {manager(t, serves), connection(t), requests(t), orders(t, disturbed_s), phases(t)})
         if (!what.empty()) return what;
     return "";
 }
@@ -235,6 +249,22 @@ std::string SoakWaits::orders(double t, double disturbed_s) const
         if (node_.mainProcessor().connected() && t - std::max(o.since_s, disturbed_s) > ANSWERED_s)
             return since(std::string(orderOf(o.request)->name) + " isn't answered", o.since_s);
     return "";
+}
+
+/// Whoever tells that it has the time of a radio link goes on measuring it, unless it is halted. Supervised
+/// ports are asked for once a minute.
+std::string SoakWaits::phases(double t)
+{
+    constexpr u32 OF_SUPERVISION = 6;            // at most in a second, one a port
+    const u32 phases = node_.inrsi().received(INRSI_GET_PHASE_DIFF2_REQ) + forwarded_;
+    const bool isMeasured = phases - std::exchange(phases_, phases) > OF_SUPERVISION;
+    const sim::MainProcessor& mp = node_.mainProcessor();
+    const bool isDue =
+        isRadioTold_ && mp.connected() && !isRefused_ && mp.clockState() != KVD_TUIIF_FAILURE;
+    if (isMeasured || !isDue)   unmeasured_s_ = -1;
+    else if (unmeasured_s_ < 0) unmeasured_s_ = t;
+    if (unmeasured_s_ < 0 || t - unmeasured_s_ < MEASURED_s) return "";
+    return since("a radio link whose time is told isn't measured", unmeasured_s_);
 }
 
 }  // namespace app

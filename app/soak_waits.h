@@ -20,7 +20,7 @@ public:
     void onEvent(const std::string& what);
     /// A signal of the main processor to the unit, and one of the unit to the main processor.
     void ordered(double t, std::span<const std::byte> signal);
-    void told(SIGSELECT sigNo);
+    void told(const sim::MpRecord& record);
 
     /// Once a second, whether the program runs or not: which services serve.
     void lookAtServices(double t);
@@ -45,6 +45,7 @@ private:
     std::string connection(double t);
     std::string requests(double t) const;
     std::string orders(double t, double disturbed_s) const;
+    std::string phases(double t);
 
     sim::Node& node_;
     std::vector<Open> open_;                     // orders that have an answer
@@ -53,6 +54,9 @@ private:
     std::map<std::string, double> well_s_;       // since when each serves
     double allWell_s_ = 0;
     double blocked_s_ = -1, apart_s_ = -1;       // since when; -1: isn't
+    double unmeasured_s_ = -1;                   // as these
+    bool isRadioTold_ = false;                   // a radio link as the one whose time the unit has
+    u32 phases_ = 0, forwarded_ = 0;             // requests for one; those by way of the main processor
     bool isRefused_ = false;                     // by the present main processor, until it dies
 };
 
