@@ -403,10 +403,15 @@ TEST(PtpCheckValues, UnicastNegotiation)
             EXPECT_EQ(sent, wanted);
             expectSame(step, {{"state", ptpUcNegState(0)},
                               {"faults", ptpClockOf(0)->fault_flags & FAULTS_UNICAST}});
-            for (const char* inside : {"op", "rx", "events", "records", "attempts", "requestedDuration",
-                                       "negotiation_retries", "sequenceId", "serverPortIdentity"})
-                step[inside].read();     // shows in what is sent, and when
-            step["timers"].skip({"reply", "duration", "delayed", "retry"});
+            const ucneg::UCnegCtrl& now = *ucneg::controlOf(0);
+            json states, attempts;
+            for (const auto& m : now.messages) states.push_back(m.state), attempts.push_back(m.request_attempts);
+            expectSame(step, {{"records", states}, {"attempts", attempts}, {"sequenceId", now.sequenceId},
+                              {"requestedDuration", now.requestedDuration},
+                              {"negotiation_retries", now.negotiation_retries}});
+            EXPECT_EQ(now.serverPortIdentity, portOf(step["serverPortIdentity"]));
+            for (const char* inside : {"op", "rx", "events"}) step[inside].read();
+            step["timers"].skip({"reply", "duration", "delayed", "retry"});      // show in what is sent when
         }
         TuPktsync_delete_ptp_clock(0);
     });

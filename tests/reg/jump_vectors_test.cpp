@@ -279,6 +279,8 @@ TEST(JumpVectors, StepOfTheCounters)
             vectors::expect("t_c_last", KvdLoz6TuReg_getLastTime().c, c["new_t_c_last"]);
             vectors::expect("t_f_last", KvdLoz6TuReg_getLastTime().f, c["new_t_f_last"], NEAR);
         });
+        const TimePair turns = jump::turnsOf(c["d_c"], c["d_f"]);
+        vectors::expectAll({{"ext", turns.c}, {"t", turns.f}}, c["hw"], NEAR);
         json wanted = json::array();
         addStep(wanted, hw);
         EXPECT_EQ(b.events, wanted);

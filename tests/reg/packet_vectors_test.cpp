@@ -84,13 +84,8 @@ void rates(const Value& c)
 {
     for (const Value row : c["table"]) expect("rate", packet::packetRate(row[0]), row[1]);
 }
-/// Packets a second: those that a whole number of ms makes are held.
-void directRates(const Value& row)
-{
-    const u32 rate = row[0];
-    row.read();
-    if (rate != 0 && 1000 % rate == 0) expect("rate", packet::packetRate(1000 / rate), row[1]);
-}
+/// Packets a second.
+void directRates(const Value& row) { expect("rate", packet::nearestRate(row[0]), row[1]); }
 
 void floors(const Value& c)
 {
