@@ -161,8 +161,9 @@ void compareState(const RegulatorUnit& unit, const Value& after, const Results& 
             for (const auto& [of, factor] : wanted.items())
                 if (after.contains(of) || (of == "x0" && after.contains("x"))) factor.read();
         } else if (name == "events") expectEvents(unit, wanted);
-        else if (name == "branch")
+        else if (name == "branch") {
             EXPECT_TRUE(std::regex_match(wanted.get<std::string>(), BRANCH)) << wanted;
+        }
         else if (name == "repair_lambdas") {       // those of the last laps are rounding
             std::vector<double> lambdas = tracedNumbers(unit, "Negative eigenvalue!! lambda = ");
             lambdas.resize(wanted.size());
