@@ -405,8 +405,11 @@ TEST(PtpCheckValues, UnicastNegotiation)
                               {"faults", ptpClockOf(0)->fault_flags & FAULTS_UNICAST}});
             const ucneg::UCnegCtrl& now = *ucneg::controlOf(0);
             json states, attempts;
-            for (const auto& m : now.messages) states.push_back(m.state), attempts.push_back(m.request_attempts);
-            expectSame(step, {{"records", states}, {"attempts", attempts}, {"sequenceId", now.sequenceId},
+            for (const auto& m : now.messages)
+                states.push_back(m.state), attempts.push_back(m.request_attempts);
+            expectSame(step, {{"records", states},
+                              {"attempts", attempts},
+                              {"sequenceId", now.sequenceId},
                               {"requestedDuration", now.requestedDuration},
                               {"negotiation_retries", now.negotiation_retries}});
             EXPECT_EQ(now.serverPortIdentity, portOf(step["serverPortIdentity"]));

@@ -98,7 +98,8 @@ struct Replay {
             for (const auto& [timer, end_ms] : step["timers"].items()) {
                 end_ms.read();                                       // shows in the steps behind it
                 const u32 port = static_cast<u32>(timer.back() - '0');
-                if (timer.starts_with("SUP ") && KvdLoz6TuRef_idlState(port) == IDL_UNKNOWN) continue;   // ends
+                if (timer.starts_with("SUP ") && KvdLoz6TuRef_idlState(port) == IDL_UNKNOWN)
+                    continue;  // ends
                 const bool runs = timer.starts_with("SLAVE_HO ") ? idl::slaveHoldoverRuns()
                                                                  : running.erase(timer) == 1;
                 EXPECT_TRUE(runs) << timer << " doesn't run";

@@ -163,8 +163,7 @@ void compareState(const RegulatorUnit& unit, const Value& after, const Results& 
         } else if (name == "events") expectEvents(unit, wanted);
         else if (name == "branch") {
             EXPECT_TRUE(std::regex_match(wanted.get<std::string>(), BRANCH)) << wanted;
-        }
-        else if (name == "repair_lambdas") {       // those of the last laps are rounding
+        } else if (name == "repair_lambdas") {  // those of the last laps are rounding
             std::vector<double> lambdas = tracedNumbers(unit, "Negative eigenvalue!! lambda = ");
             lambdas.resize(wanted.size());
             vectors::expect(name, lambdas, wanted, {1e-6, 0.0});
