@@ -11,40 +11,15 @@
 #include <algorithm>
 #include <iterator>
 
+using namespace ucneg;
+
 namespace {
 
 constexpr u32 REPLY_ms = 1500, RETRY_ms = 15'000, DELAYED_START_ms = 1000;
 constexpr u32 RENEW_BEFORE_ms = 10'000;
-constexpr u32 LONG_s = 300, SHORT_s = 90, SHORTEST_GRANT_s = 59;   // a grant is above the last
+constexpr u32 SHORT_s = 90, SHORTEST_GRANT_s = 59;   // a grant is above the last
 constexpr u8  ATTEMPTS = 3;
 constexpr i8  ANNOUNCE_LOG = 1;
-
-enum MsgState : u32 { UC_MSG_NEG_IDLE = 0, UC_MSG_NEG_WAIT_GRANT, UC_MSG_NEG_GRANTED, UC_MSG_NEG_FAILED };
-
-struct Message {
-    u8  messageType = 0;
-    u32 state = UC_MSG_NEG_IDLE;
-    i8  logReqIval = 0;
-    u8  request_attempts = 0;
-    i8  granted_log_ival = 0;
-    u32 granted_duration = 0;          // s
-};
-enum Flow : std::size_t { ANNOUNCE, SYNC, DELAY_RESP, FLOWS };
-
-struct UCnegCtrl {
-    bool used = false;
-    u32 syncrefId = 0;
-    PtpPortIdentity serverPortIdentity = PTP_ANY_PORT;
-    i8  log_msg_interval = 0;
-    u16 sequenceId = 0;
-    u32 state = UC_NEG_IDLE;
-    u32 last_report = UC_AWAIT_ANNOUNCE;
-    PktsyncTimer reply_timer, duration_timer, retry_timer, delayed_timer;
-    u32 requestedDuration = LONG_s;
-    u32 negotiation_retries = 0;       // cycles of the retry timer since the last contract
-    u32 dur_expire_time = 0;           // ms of kernel time
-    std::array<Message, FLOWS> messages{};
-};
 
 struct State {
     std::array<UCnegCtrl, PTP_CLOCKS> objects{};
@@ -310,6 +285,8 @@ void TuPktsyncPTP_delay_start_UCnegotiation(UCnegCtrl& u)
 }
 
 }  // namespace
+
+const UCnegCtrl* ucneg::controlOf(u32 syncrefId) { return find(syncrefId); }
 
 void TuPktsyncPTP_new_UCnegCtrl(u32 syncrefId)
 {

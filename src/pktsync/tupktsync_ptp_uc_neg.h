@@ -4,6 +4,9 @@
 // Units   timers in ms, durations of grants in s.
 #pragma once
 #include "pktsync/tupktsync_ptp_msg.h"
+#include "pktsync/tupktsync_timer.h"
+
+#include <array>
 
 enum UcNegState : u32 {
     UC_NEG_IDLE = 0, UC_NEG_WAIT_ANNOUNCE_GRANT, UC_NEG_WAIT_ANNOUNCE_MSG, UC_NEG_WAIT_SYNC_GRANT,
@@ -12,6 +15,40 @@ enum UcNegState : u32 {
 enum UcNegReport : u32 {
     UC_AWAIT_ANNOUNCE = 0, UC_READY, UC_NO_REPLY, UC_NO_AGREE, UC_MC_NOK, UC_CANCELLED,
 };
+
+namespace ucneg {
+
+constexpr u32 LONG_s = 300;            // asked for at first
+
+enum MsgState : u32 { UC_MSG_NEG_IDLE = 0, UC_MSG_NEG_WAIT_GRANT, UC_MSG_NEG_GRANTED, UC_MSG_NEG_FAILED };
+
+struct Message {
+    u8  messageType = 0;
+    u32 state = UC_MSG_NEG_IDLE;
+    i8  logReqIval = 0;
+    u8  request_attempts = 0;
+    i8  granted_log_ival = 0;
+    u32 granted_duration = 0;          // s
+};
+enum Flow : std::size_t { ANNOUNCE, SYNC, DELAY_RESP, FLOWS };
+
+struct UCnegCtrl {
+    bool used = false;
+    u32 syncrefId = 0;
+    PtpPortIdentity serverPortIdentity = PTP_ANY_PORT;
+    i8  log_msg_interval = 0;
+    u16 sequenceId = 0;
+    u32 state = UC_NEG_IDLE;
+    u32 last_report = UC_AWAIT_ANNOUNCE;
+    PktsyncTimer reply_timer, duration_timer, retry_timer, delayed_timer;
+    u32 requestedDuration = LONG_s;
+    u32 negotiation_retries = 0;       // cycles of the retry timer since the last contract
+    u32 dur_expire_time = 0;           // ms of kernel time
+    std::array<Message, FLOWS> messages{};
+};
+const UCnegCtrl* controlOf(u32 syncrefId);     // nullptr for a clock that has none
+
+}  // namespace ucneg
 
 void TuPktsyncPTP_new_UCnegCtrl(u32 syncrefId);
 void TuPktsyncPTP_delete_UCnegCtrl(u32 syncrefId);

@@ -54,9 +54,12 @@ double meanPathDelay(const PktTimeMsg& down, const PktTimeMsg& up)
 
 u16 packetRate(u32 syncIntervalMs)
 {
+    return syncIntervalMs == 0 ? u16{256} : nearestRate(1000.0 / syncIntervalMs);
+}
+
+u16 nearestRate(double perSecond)
+{
     constexpr u16 RATES[] = {8, 16, 32, 64, 128};
-    if (syncIntervalMs == 0) return 256;
-    const double perSecond = 1000.0 / syncIntervalMs;
     for (const u16 rate : RATES)
         if (perSecond < rate * 1.5) return rate;         // halfway to the next one
     return 256;

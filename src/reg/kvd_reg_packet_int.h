@@ -49,6 +49,7 @@ double meanPathDelay(const PktTimeMsg& down, const PktTimeMsg& up);
 constexpr bool isRoundTripOk(double meanPathDelay) { return meanPathDelay >= 0.0 && meanPathDelay <= 0.45; }
 /// Nearest of 8, 16, 32, 64, 128 and 256 packets/s; an interval of 0 counts as the shortest.
 u16 packetRate(u32 syncIntervalMs);
+u16 nearestRate(double perSecond);
 
 constexpr TimePair NO_DELAY_YET{2147483647.0, 0.0};
 

@@ -106,6 +106,7 @@ struct Supervision {
     u8 supCount = 0, validCount = 0;           // samples of a round, and the good ones
     u8 supMeasOngoing = 0;
     u8 started = 0;
+    u8 concluded = 0;                          // of the round before
 };
 
 struct Role;

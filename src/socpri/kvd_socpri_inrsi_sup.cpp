@@ -8,6 +8,7 @@
 #include "reg/kvd_reg_socpri.h"
 
 #include <cmath>
+#include <utility>
 
 namespace inrsi {
 
@@ -25,7 +26,9 @@ void conclude(Client& c, u8 port)
     tuAssert(isPort(port));
     Supervision& sup = c.supervision[port];
     const u32 syncStatus = sup.validCount > GOOD_ABOVE ? OK_TIME_LOCKED : PHASE_MEAS_PROBLEM;
-    KVD_TRACE(TRACE_INRSI, syncStatus == OK_TIME_LOCKED ? TRACE_3 : TRACE_INFO,   // each minute
+    const bool isNews = syncStatus != std::exchange(sup.concluded, static_cast<u8>(syncStatus))
+                        && syncStatus != OK_TIME_LOCKED;
+    KVD_TRACE(TRACE_INRSI, isNews ? TRACE_INFO : TRACE_3,                         // each minute
               "Supervised port: %u concluded syncStatus=%d, with validCount=%u ", port,
               static_cast<int>(syncStatus), sup.validCount);
     sendSupervisionStatus(port, syncStatus);
@@ -43,7 +46,7 @@ void startSupervision(Client& c, u8 port)
 {
     Supervision* const sup = supervisionOf(c, port);
     if (sup == nullptr) return;
-    *sup = {.started = 1};
+    *sup = {.started = 1, .concluded = sup->concluded};
     startTimer(SUPERVISION, port, SUPERVISION_ms);
 }
 

@@ -58,7 +58,8 @@ TEST(GpsCommands, RefuseWrongWords)
                              "gpsprot chprot norcomb", "gpsstatus 0", "gpsstatus -1", "gpssend nmea"})
         expectAll(unit, {{line, 20, "Usage: Take cmd 'man gps"}});
     for (const char* line : {"gengpssstatus", "gengpssstatus 2", "gengpssstatus 03", "gentimestandard 0",
-                             "gentimestandard stop 1"})
+                             "gentimestandard stop 1", "genhptsisource 5", "genhptsisource 0x4g",
+                             "genhptsisource 4x", "genhptsisource 0x"})
         expectAll(unit, {{line, 20, "Usage: gen"}});
     expectAll(unit, {{"kvdgpsreset GRM", 20, "Usage: kvdgpsreset <HRV>\n"},
                      {"kvdgpstrace now", 20, "\nUsage: kvdgpstrace \n"}});

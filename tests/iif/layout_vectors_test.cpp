@@ -295,7 +295,9 @@ void expectField(const Layout& l, const vectors::Value& f, const vectors::Value&
 {
     const std::string name = f["name"].get<std::string>();
     const auto offset = f["offset"].get<std::size_t>(), width = f["width"].get<std::size_t>();
-    for (const char* word : {"type", "source"}) f[word].read();
+    const std::string type = f["type"].get<std::string>();
+    EXPECT_EQ(vectors::widthOf(type), width) << name << " is " << type;
+    f["source"].read();
     const std::optional<Field> m = member(l, name);
     if (!m) {
         EXPECT_TRUE(hasPlace(l, offset, width)) << name << " at " << offset << ", " << width << " wide";

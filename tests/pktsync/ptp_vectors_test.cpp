@@ -388,6 +388,9 @@ TEST(PtpCheckValues, UnicastNegotiation)
         TuPktsyncPTP_delete_UCnegCtrl(0);   // the file begins before its start
         TuPktsyncPTP_new_UCnegCtrl(0);
         const u32 begin = ptpNow_ms();
+        constexpr const char* REPORTS[] = {"AWAIT_ANNOUNCE", "READY",  "NO_REPLY",
+                                           "NO_AGREE",       "MC_NOK", "CANCELLED"};
+        std::string report = REPORTS[UC_AWAIT_ANNOUNCE];
         u32 index = 0;
         for (const Value step : c["steps"]) {
             SCOPED_TRACE(testing::Message() << "step " << index++ << " " << step["op"]);
@@ -399,14 +402,24 @@ TEST(PtpCheckValues, UnicastNegotiation)
                 vectors::expectKnown(e.read(), {"send", "expired", "report", "startAnnounceTimer",
                                                 "unexpected", "portEvent"});
                 if (e[0] == "send") wanted.push_back(e[1].read());
+                if (e[0] == "report") report = text(e[1]);
             }
             EXPECT_EQ(sent, wanted);
             expectSame(step, {{"state", ptpUcNegState(0)},
                               {"faults", ptpClockOf(0)->fault_flags & FAULTS_UNICAST}});
-            for (const char* inside : {"op", "rx", "events", "records", "attempts", "requestedDuration",
-                                       "negotiation_retries", "sequenceId", "serverPortIdentity"})
-                step[inside].read();     // shows in what is sent, and when
-            step["timers"].skip({"reply", "duration", "delayed", "retry"});
+            const ucneg::UCnegCtrl& now = *ucneg::controlOf(0);
+            json states, attempts;
+            for (const auto& m : now.messages)
+                states.push_back(m.state), attempts.push_back(m.request_attempts);
+            expectSame(step, {{"records", states},
+                              {"attempts", attempts},
+                              {"sequenceId", now.sequenceId},
+                              {"requestedDuration", now.requestedDuration},
+                              {"negotiation_retries", now.negotiation_retries}});
+            EXPECT_EQ(report, REPORTS[now.last_report]);
+            EXPECT_EQ(now.serverPortIdentity, portOf(step["serverPortIdentity"]));
+            for (const char* inside : {"op", "rx", "events"}) step[inside].read();
+            step["timers"].skip({"reply", "duration", "delayed", "retry"});      // show in what is sent when
         }
         TuPktsync_delete_ptp_clock(0);
     });

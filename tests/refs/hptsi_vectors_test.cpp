@@ -153,6 +153,10 @@ void expectTimers(Replay& replay, const std::array<TimerRef, hptsi::TIMERS>& bef
 {
     const auto now = replay.timers();
     const json& restarts = after["restarted"].read();
+    for (const char* list : {"timers", "restarted"})
+        for (const json& name : after[list].read())
+            if (std::ranges::find(TIMER_NAMES, name) == std::end(TIMER_NAMES))
+                throw std::runtime_error("no timer " + name.dump());
     const auto has = [](const json& list, const char* name) {
         return std::find(list.begin(), list.end(), name) != list.end();
     };

@@ -109,12 +109,16 @@ const jump::Needs NEEDS = {
     [](double c, double f) { self->push({"followSfcAdj", c, f}); },
 };
 
-/// The step of the counters, if there was one.
-void addStep(json& events, const json& hw)
+constexpr vectors::Tolerance NEAR{0.0, 1e-9};
+
+/// The step of the counters by `d`, if it was large enough for one.
+void addStep(json& events, TimePair d, const json& hw)
 {
     static const std::set<std::string> KNOWN = {"ext", "t", "mfn", "sfn", "inc", "stepped"};
     for (const auto& [key, value] : hw.items())
         if (!KNOWN.contains(key)) ADD_FAILURE() << "no replay of the step's \"" << key << "\"";
+    const TimePair turns = jump::turnsOf(d.c, d.f);
+    EXPECT_TRUE(vectors::isNear({turns.c, turns.f}, {hw.at("ext"), hw.at("t")}, NEAR)) << hw;
     if (hw.at("stepped") == 1) events.push_back({"step", hw.at("mfn"), hw.at("sfn"), hw.at("inc")});
 }
 
@@ -129,14 +133,12 @@ json wantedEvents(const json& events)
         const std::string what = e.at(0);
         if (OTHERS.contains(what)) continue;
         if (what == "socpriLog" && (e[1] == 24 || e[1] == 25)) continue;
-        if (what == "adjustTime") addStep(wanted, e.at(3));
+        if (what == "adjustTime") addStep(wanted, {e.at(1), e.at(2)}, e.at(3));
         else if (what == "log") wanted.push_back({"pll", e.at(1)});
         else wanted.push_back(e);
     }
     return wanted;
 }
-
-constexpr vectors::Tolerance NEAR{0.0, 1e-9};
 
 void begin(JumpBench& b, const Value& init)
 {
@@ -280,7 +282,7 @@ TEST(JumpVectors, StepOfTheCounters)
             vectors::expect("t_f_last", KvdLoz6TuReg_getLastTime().f, c["new_t_f_last"], NEAR);
         });
         json wanted = json::array();
-        addStep(wanted, hw);
+        addStep(wanted, {c["d_c"], c["d_f"]}, hw);
         EXPECT_EQ(b.events, wanted);
         if (b.board == 2 && hw.at("stepped") == 1) {
             const i64 ext = static_cast<i64>(hw.at("ext").get<double>());

@@ -82,6 +82,7 @@ TEST(InrsiStrayAnswer, OfAnotherPortsSupervisionLeavesTheFocusAlone)
     u.run(2.0);
     EXPECT_EQ(u.action(), u32{INRSI_CLIENT_ACTION_TIME_SYNC});
     EXPECT_EQ(u.synced(), "");
+    EXPECT_FALSE(u.traced("phase of a unit that no port has")) << "it is nobody's supervision";
 
     // While the focus's own request is open, whose link goes before it is answered.
     u.inrsi().silentUnits = {UNIT_A};
@@ -91,6 +92,14 @@ TEST(InrsiStrayAnswer, OfAnotherPortsSupervisionLeavesTheFocusAlone)
     u.run(1.0);
     EXPECT_EQ(u.synced(), "1:3");
     EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
+
+    // What comes of the port in focus is the order's, though its unit isn't asked at the moment.
+    SocpriUnit late{MASTER};
+    late.lock(1);
+    late.inrsi().setStatus(UNIT_A, 1);
+    late.run(0.15);
+    phaseRejected(late);
+    EXPECT_EQ(late.synced(), "1:7");
 }
 
 // Time-outs that lay in the queue when their timer was stopped, by whichever client.

@@ -290,6 +290,17 @@ void expectOut(const Value& vector, const std::string& key, const T& got)
     ADD_FAILURE() << key << " is " << json(got) << ", wanted " << wanted;
 }
 
+/// Of a type as a file names it: "u16", "f64[6]", "char[100]".
+inline std::size_t widthOf(const std::string& type)
+{
+    static const std::map<std::string, std::size_t> WIDTHS = {
+        {"u8", 1}, {"u16", 2}, {"i16", 2}, {"u32", 4}, {"i32", 4}, {"u64", 8}, {"i64", 8}, {"f64", 8},
+        {"char", 1}, {"bytes", 1}};
+    const std::size_t count = type.find('[');
+    const std::size_t times = count == std::string::npos ? 1 : std::stoul(type.substr(count + 1));
+    return rowOf(WIDTHS, type.substr(0, count)) * times;
+}
+
 /// Bytes that stand as hexadecimal text.
 inline std::vector<std::uint8_t> bytes(const Value& v) { return bench::bytesOf(v.get<std::string>()); }
 
