@@ -322,6 +322,7 @@ double Plan::radio(const Drawn& u, double at_s)
         add(u, at_s, "mp.socpri_stop");
         add(u, at_s + 30.0, "mp.socpri_start");
         break;
+    case 3:  serviceFails(u, at_s, "inrsi", lasting(at_s, 0.5, 60.0)); break;
     default: add(u, at_s, oneOf(ORDERS), "port = 1\n"); break;
     }
     return 30.0;
