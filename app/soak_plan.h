@@ -57,7 +57,7 @@ private:
     void addLink(const char* type, const Drawn& from, const Drawn& to, const std::string& more = "");
     std::string intervals(int log) const;
 
-    // soak_draw.cpp: disturbances; each returns how long it lasts, s
+    // soak_draw.cpp, _packets, _node: disturbances; each returns how long it lasts, s
     void drawRounds();
     void drawRound(const Drawn& u, double from_s);
     void drawNodeFailures(unsigned long long seed);
@@ -113,5 +113,11 @@ private:
 
 /// printf into a string of at most 511 characters.
 std::string format(const char* text, ...) __attribute__((format(printf, 1, 2)));
+/// The words of a service's event.
+inline std::string does(const char* deed) { return format("does = \"%s\"\n", deed); }
+
+/// What a service does, and how it is put right: it is gone, it hears everything and says nothing, it keeps
+/// everything and answers all of it late.
+inline constexpr const char* SERVICE_FAILS[][2] = {{"die", "start"}, {"mute", "speak"}, {"hold", "answer"}};
 
 }  // namespace app
