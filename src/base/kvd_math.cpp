@@ -6,9 +6,7 @@ double KvdLoz6Math_fmodSignY(double x, double y)
 {
     if (y == 0.0) return x;
     const double r = std::fmod(x, y);
-    if (r > 0.0 && y < 0.0) return r + y;
-    if (r < 0.0 && y > 0.0) return r + y;
-    return r;
+    return r != 0.0 && std::signbit(r) != std::signbit(y) ? r + y : r;
 }
 
 double KvdLoz6Math_wrapSymmetric(double x, double m) { return KvdLoz6Math_fmodSignY(x + m / 2, m) - m / 2; }
@@ -28,14 +26,12 @@ TimePair KvdLoz6Math_ldMod(double c, double f, double t_mod)
     const double sum = coarse + fine;
 
     if (std::fabs(sum) > h) {
-        if (coarse > 0.0) coarse -= t_mod;
-        else if (coarse < 0.0) coarse += t_mod;
+        coarse -= std::copysign(t_mod, coarse);
     } else if (std::fabs(sum) == h) {
         // The sum sits on the limit as far as a double can tell; what rounding took from it
         // decides.
         const double residual = sum - coarse - fine;
-        if (sum > 0.0 && residual <= 0.0) coarse -= t_mod;
-        else if (sum < 0.0 && residual > 0.0) coarse += t_mod;
+        if (std::signbit(sum) == (residual > 0.0)) coarse -= std::copysign(t_mod, sum);
     }
     return {coarse, fine};
 }

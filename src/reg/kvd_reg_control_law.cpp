@@ -4,6 +4,7 @@
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_control_int.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -105,9 +106,7 @@ u8 stateOfGrades(u8 f_ix, u8 t_ix, u8 t_ixOld, u8 present)
 
 double frequencyStep(double x1, double b)
 {
-    if (x1 > FREQUENCY_STEP_MAX) x1 = FREQUENCY_STEP_MAX;
-    if (x1 < -FREQUENCY_STEP_MAX) x1 = -FREQUENCY_STEP_MAX;
-    return -x1 / b;
+    return -std::clamp(x1, -FREQUENCY_STEP_MAX, FREQUENCY_STEP_MAX) / b;
 }
 
 TimeSteering timeStep(double x0, double x1, double x2, double P11, double b, double xf_limit)
@@ -117,9 +116,10 @@ TimeSteering timeStep(double x0, double x1, double x2, double P11, double b, dou
     const double f_next = x1 + TEMP_TICK * x2;
     const double s = x0 >= 0.0 ? 1.0 : -1.0;
     t.du_l = (-s * (xf_limit - 3.0 * std::sqrt(P11)) - f_next) / b;
-    const bool limit = sameSign(t.du_t, t.du_l) ? std::fabs(t.du_t) > std::fabs(t.du_l)
-                                                : std::fabs(f_next + b * t.du_t) > xf_limit;
-    t.du = limit ? t.du_l : t.du_t;
+    if (sameSign(t.du_t, t.du_l))
+        t.du = std::copysign(std::min(std::fabs(t.du_t), std::fabs(t.du_l)), t.du_t);
+    else
+        t.du = std::fabs(f_next + b * t.du_t) > xf_limit ? t.du_l : t.du_t;
     return t;
 }
 
@@ -140,15 +140,15 @@ DividerWords splitDivider(double D, u32 hardwareNomDiv, i64 M)
 u32 toU32(double x)
 {
     if (!(x > 0.0)) return 0;
-    return x < 4294967296.0 ? static_cast<u32>(x) : 0xFFFFFFFFu;
+    return static_cast<u32>(std::min(x, 4294967295.0));
 }
 
 i64 toI64(double x)
 {
     constexpr double LIMIT = 9223372036854775808.0;
+    if (std::isnan(x)) return 0;
     if (x >= LIMIT) return INT64_MAX;
-    if (x <= -LIMIT) return INT64_MIN;
-    return x == x ? static_cast<i64>(x) : 0;
+    return static_cast<i64>(std::max(x, -LIMIT));
 }
 
 }  // namespace control

@@ -74,7 +74,7 @@ void trackResidualSign(double resid)
 {
     EstimateStateVar& v = s->var;
     if (v.residualSignConstant == 0) return;
-    const u32 sign = resid >= 0.0 ? 1 : 0;
+    const u32 sign = std::signbit(resid) ? 0 : 1;
     if (v.degrd == 1) v.residualSign = sign;
     else if (v.residualSign != sign) v.residualSignConstant = 0;
 }
@@ -197,7 +197,7 @@ double referenceStep(const MeasRefData& o, FifoRegStep& step)
     const bool master = KvdLoz6TuReg_isMaster();
     if (!master && isInterUnitLink(o.z_i)) {
         v.slaveR = o.R;
-        if (v.P_est[7] < o.R) v.P_est[7] = o.R;
+        v.P_est[7] = std::max(v.P_est[7], o.R);
     }
     const Prediction p = KvdLoz6TuReg_predict(v.x_est, v.P_est, v.b, v.u_tf, v.T, v.T, o.t_s);
     par.x_pred = p.x_pred;

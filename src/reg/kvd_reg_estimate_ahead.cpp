@@ -58,7 +58,7 @@ double KvdLoz6TuReg_lookAheadCalibration()
         }
         t += CALIBRATION_STEP;
     }
-    t = t > 0.5 ? t - CALIBRATION_STEP : 0.0;
+    t -= CALIBRATION_STEP;
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Days calibration is valid from now: %s", TuCommon_text(t / DAY));
     return t / DAY;
 }

@@ -145,18 +145,20 @@ u32 repair(Mat6& P)
 {
     P = scale(matrix::sum(P, matrix::transpose<6, 6>(P)), 0.5);
     double factor = 1.0;
-    for (u32 lap = 1; lap <= REPAIR_LAPS; ++lap) {
+    u32 laps = 0;
+    while (laps != REPAIR_LAPS) {
+        ++laps;
         const double lambda = smallestByQr(P);
         if (lambda >= 0.0) {
             KVD_TRACE(TRACE_TUREG, TRACE_INFO, "The matrix is non-negative definite, lambda: %-16.17g\n",
                       lambda);
-            return lap;
+            return laps;
         }
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Negative eigenvalue!! lambda = %-16.17g", lambda);
         for (u32 i = 0; i < 6; ++i) P[i * 6 + i] += factor * std::fabs(lambda);
         factor += 0.5;
     }
-    return REPAIR_LAPS;
+    return laps;
 }
 
 }  // namespace

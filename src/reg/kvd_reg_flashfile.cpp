@@ -10,6 +10,7 @@
 #include "reg/kvd_reg_histrecord.h"
 #include "reg/kvd_reg_int.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -171,7 +172,7 @@ void updateOldFile(const u8* record)
     u8 data[HIST_RECORD_SIZE];
     const u32 size = olderForm(version, record, data);
     if (size == 0) return;
-    if (content.size() < size) content.resize(size);
+    content.resize(std::max<std::size_t>(content.size(), size));
     std::memcpy(content.data(), data, size);       // what lies behind the data stays
     const int written = node::platform().fileWrite(HIST_FILE_OLD, content);
     if (written != 0) {

@@ -48,12 +48,12 @@ void log(SocpriEvent event) { jump::needs().logEvent(event); }
 
 u32 presentEsfc() { return static_cast<u32>(KvdLoz6TuReg_getLastTime().c / COUNTER_PERIOD); }
 
-/// 1 when the counter could be read.
-int presentMfn(u16& mfn)
+/// True when the counter could be read.
+bool presentMfn(u16& mfn)
 {
     u16 sfn = 0;
     u32 inc = 0;
-    return tuHwIf_readSfc(mfn, sfn, inc) == 0 ? 1 : 0;
+    return tuHwIf_readSfc(mfn, sfn, inc) == 0;
 }
 
 double secondsOfMfn(u16 mfn) { return tuHwIf_sfcToIncrements(mfn, 0, 0) / INCREMENTS_PER_SECOND; }
@@ -75,7 +75,7 @@ void coarseStep(SocpriEvent stage)
 {
     const SoCpriJump& ref = s->soCpriJump;
     u16 mfn = 0;
-    if (presentMfn(mfn) == 0) {
+    if (!presentMfn(mfn)) {
         KVD_TRACE(TRACE_TUREG, TRACE_ERROR, "coarse step left out, the counter can't be read");
         return;
     }
@@ -233,7 +233,7 @@ void repeatCoarseStep()
 void timeDataDiffers()
 {
     SoCpriJump& jumps = s->soCpriJump;
-    if (jumps.retries > 0) --jumps.retries;
+    --jumps.retries;
     if (jumps.retries > 0) {
         log(SOCPRI_EV_TIME_DATA_INCONSISTENCY_TOLERATED);
         if (jumps.retries == 1) repeatCoarseStep();

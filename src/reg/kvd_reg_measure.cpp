@@ -290,7 +290,6 @@ double KvdLoz6TuReg_getMeasR(u32 z_i) { return z_i < Z_I_COUNT ? s->var.R_all[z_
 
 void KvdLoz6TuReg_restartMeasNoise(u32 z_i)
 {
-    if (z_i >= Z_I_COUNT) return;
     s->var.R_all[z_i] = INDEX_ROWS[z_i].R;
     s->var.m[z_i] = INDEX_ROWS[z_i].m;
 }
@@ -334,15 +333,11 @@ void KvdLoz6TuReg_noteLockedDiff(double z)
 
 u32 KvdLoz6TuReg_countMeasurement(u32 z_i)
 {
-    if (z_i >= Z_I_COUNT) return 0;
     s->var.m[z_i] += 1.0;
     return static_cast<u32>(s->var.m[z_i]);
 }
 
-void KvdLoz6TuReg_restartMeasurementCount(u32 z_i)
-{
-    if (z_i < Z_I_COUNT) s->var.m[z_i] = 0.0;
-}
+void KvdLoz6TuReg_restartMeasurementCount(u32 z_i) { s->var.m[z_i] = 0.0; }
 
 TimePair KvdLoz6TuReg_getOffset() { return {s->var.delta0_c, s->var.delta0_f}; }
 
@@ -381,10 +376,7 @@ void KvdLoz6TuReg_setTempLimits(double vTmin, double vTmax)
     s->var.vTmax = vTmax;
 }
 
-void KvdLoz6TuReg_setPortSupervised(u32 supervised, u32 port)
-{
-    if (port < std::size(s->portSupervised)) s->portSupervised[port] = supervised;
-}
+void KvdLoz6TuReg_setPortSupervised(u32 supervised, u32 port) { s->portSupervised[port] = supervised; }
 
 void KvdLoz6TuReg_setHistCountDown(double ticks) { s->var.histCountDown = ticks; }
 void KvdLoz6TuReg_setCalibrationCountDown(double seconds) { s->var.calibrationCountDown = seconds; }

@@ -65,7 +65,7 @@ void measure::checkDiff(State& s, TimePair candidate)
                   s.countConsecutiveDiff);
     } else {
         s.countConsecutiveDiff = 0;
-        if (distance < 0) takeDiff(s, candidate);         // the latch can only be late, never early
+        if (std::signbit(distance)) takeDiff(s, candidate);   // the latch can only be late, never early
     }
     constexpr u32 ENOUGH = 3;
     if (s.countConsecutiveDiff >= ENOUGH) {

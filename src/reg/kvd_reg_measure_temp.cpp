@@ -11,6 +11,7 @@
 #include "reg/kvd_reg_upcalls.h"
 #include "sig/ref_types.h"
 
+#include <algorithm>
 #include <cstdio>
 
 using measure::state;
@@ -23,9 +24,9 @@ void takeTemperature(MeasStateVar& v, double vT)
     v.nrBadSamples = 0;
     if (vT > v.vThigh) v.vThigh = vT;
     if (vT < v.vTlow) v.vTlow = vT;
+    v.vTnorm = std::clamp(2 * (vT - v.vTmin) / (v.vTmax - v.vTmin) - 1, -1.0, 1.0);
     if (vT >= v.vTmin && vT <= v.vTmax) {
         v.nrOutRange = 0;
-        v.vTnorm = 2 * (vT - v.vTmin) / (v.vTmax - v.vTmin) - 1;
         return;
     }
     ++v.nrOutRange;
@@ -33,7 +34,6 @@ void takeTemperature(MeasStateVar& v, double vT)
     std::snprintf(text, sizeof text, "%g (%g - %g)", vT, v.vTmin, v.vTmax);
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "OCXO temperature outside limits: %s, attempts %u", text,
               v.nrOutRange);
-    v.vTnorm = vT < v.vTmin ? -1.0 : 1.0;
 }
 
 /// A loop that owns the divider writes its own history.

@@ -124,8 +124,9 @@ double mtieAdd(TauRecord& record, double x, double leaving, double* minPlaces, d
     Queue& highs = record.maxList;
     if (record.samples > 0 && record.samples >= windowSize(record)) {
         --record.samples;
-        if (lows.count > 0 && oldest(lows, minPlaces) == leaving) dropOldest(lows, room);
-        if (highs.count > 0 && oldest(highs, maxPlaces) == leaving) dropOldest(highs, room);
+        // A window with samples has at least one of them in each list.
+        if (oldest(lows, minPlaces) == leaving) dropOldest(lows, room);
+        if (oldest(highs, maxPlaces) == leaving) dropOldest(highs, room);
     }
     ++record.samples;
     while (lows.count > 0 && x < newest(lows, minPlaces, room)) --lows.count;

@@ -22,6 +22,8 @@
 #include "unit/kvd_unit_link.h"
 #include "unit/kvd_unit_process.h"
 
+#include <cmath>
+
 using regulator::setInitiateState;
 using regulator::state;
 
@@ -86,7 +88,8 @@ void temperatureOutside(double vT, u32 outOfLimits, int result)
         } else if (isFilterStarted()) {
             KvdLoz6TuReg_handleTempMeasurement();
         }
-        reportTemperature(vT < s.vTmin ? OSC_TEMP_TOO_LOW : OSC_TEMP_TOO_HIGH, result);
+        const bool isCold = std::signbit(regulator::normalisedTemperature(vT));
+        reportTemperature(isCold ? OSC_TEMP_TOO_LOW : OSC_TEMP_TOO_HIGH, result);
     } else if (s.tuRegInitiateState <= TUREG_WARM_UP) {
         KvdLoz6TuReg_setRegState(WARMUP);
         KVD_TRACE(TRACE_TUREG, TRACE_3, "in warmup");

@@ -46,7 +46,7 @@ bool KvdLoz6TuMem_ready(u32 clientRef);
 bool KvdLoz6TuMem_writeSlaveWarm(const void* buffer);
 bool KvdLoz6TuMem_readSlaveWarm(void* buffer);
 
-/// FNV-1a (32 bits) over a client's bytes, those that don't count read as 0. 0 for no such client.
+/// FNV-1a (32 bits) over a client's bytes, those that don't count read as 0.
 u32  KvdLoz6TuMem_checksum(u32 clientRef, const u8* bytes);
 /// "tumem" section of kvdinfo.
 void KvdLoz6TuMem_printInfo();

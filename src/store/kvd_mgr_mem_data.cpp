@@ -176,11 +176,7 @@ void mem::refreshShadow(u32 clientRef)
     }
 }
 
-u32 KvdLoz6TuMem_checksum(u32 clientRef, const u8* bytes)
-{
-    const Layout* const layout = layoutOf(clientRef);
-    return layout != nullptr ? checksum(*layout, bytes) : 0;
-}
+u32 KvdLoz6TuMem_checksum(u32 clientRef, const u8* bytes) { return checksum(*layoutOf(clientRef), bytes); }
 
 bool KvdLoz6TuMem_read(u32 clientRef, void* buffer, u32 size)
 {
@@ -224,7 +220,6 @@ bool KvdLoz6TuMem_write(u32 clientRef, const void* buffer, u32 size)
 
 bool KvdLoz6TuMem_writeSlaveWarm(const void* buffer)
 {
-    if (buffer == nullptr) return false;
     if (!KvdLoz6TuMem_ready(MEM_SLAVE_WARM)) {
         KVD_TRACE(TRACE_TUMGR_PROC, TRACE_INFO,
                   "Failed to write Slave warm data to MSI memory due to unallocated MSI.");

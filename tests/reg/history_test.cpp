@@ -3,8 +3,6 @@
 
 using regtest::HistoryBench;
 
-namespace {
-
 TEST(HistoryStart, RefusesWhatItCannotTrust)
 {
     constexpr std::size_t VERSION = 0, SERIAL = 20, FIRST_OF_U = 48, DIVIDER = 56, FREQUENCY_VARIANCE = 168;
@@ -66,5 +64,3 @@ TEST(HistoryRecord, KeepsThatTheRestartWasCold)
         }
     });
 }
-
-}  // namespace

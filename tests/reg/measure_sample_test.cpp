@@ -5,12 +5,6 @@
 
 using regtest::MeasureBench;
 
-namespace {
-
-constexpr SIGSELECT REF_INTERRUPT = KVD_TUHWIF_REF_INTERRUPT;
-
-}  // namespace
-
 TEST(Interrupt, IsServedInTheLastTwoStartStatesAndAlwaysOpenedAgain)
 {
     for (u32 state = TUREG_START; state <= TUREG_INIT; ++state) {
@@ -41,7 +35,7 @@ TEST(Sample, AnEdgeThatCantBeUsedCountsNothing)
         bench.select(c.selected);
         bench.latch(200.0);
         if (!c.latch) bench.noLatch();
-        bench.dispatch(REF_INTERRUPT, KvdTuhwifRefInterrupt{0, 4});
+        bench.dispatch(KVD_TUHWIF_REF_INTERRUPT, KvdTuhwifRefInterrupt{0, 4});
         EXPECT_EQ(bench.bus.countOf(std::string("Measurement discarded: ") + c.trace), 1u);
         EXPECT_EQ(bench.meas().m[Z_EXT_1PPS_REF], 0.0);
         EXPECT_EQ(bench.meas().t_c_last, -1.0);
@@ -59,7 +53,7 @@ TEST(Sample, ACounterThatStepsBackOrCantBeReadHalts)
         bench.run(289.0);                         // 511 s back: no wrap
         if (!reads) bench.failRun();
         bench.endHaltLater();
-        bench.dispatch(REF_INTERRUPT, KvdTuhwifRefInterrupt{0, 4});
+        bench.dispatch(KVD_TUHWIF_REF_INTERRUPT, KvdTuhwifRefInterrupt{0, 4});
         EXPECT_EQ(bench.bus.countOf("handleRefClkInt: calcSampleTimeInterval failed"), 1u);
         EXPECT_EQ(bench.bus.countOf("halting process"), 1u);
         EXPECT_EQ(bench.bus.countOf("Negative sampling interval length"), reads ? 1u : 0u);
