@@ -221,8 +221,8 @@ void tuHwIf_adjustFrequency(double relative)
     const u32 divisor = static_cast<u32>(words.divisor);
     if (static_cast<u32>(s->nomDiv_old) != divisor) tuHwIf_writeNominalDivisor(divisor);
     tuHwIf_writeDeltaSigmaK(words.K);
-    KVD_TRACE(TRACE_TUHWIF, TRACE_3, "Writing to D/S: nomDiv = %u, K = %lld , M = %lld",
-              divisor, static_cast<long long>(words.K), static_cast<long long>(nominal.M));
+    KVD_TRACE(TRACE_TUHWIF, TRACE_3, "Writing to D/S: nomDiv = %u, K = %lld , M = %lld", divisor,
+              static_cast<long long>(words.K), static_cast<long long>(nominal.M));
     tuHwIf_enableDeltaSigma();
 }
 

@@ -13,7 +13,10 @@
 namespace hwif {
 
 /// Cut to a whole number of 32 bits; 0 for what has none.
-constexpr u32 wholeOr0(double value) { return value >= 1.0 && value < 4294967296.0 ? static_cast<u32>(value) : 0; }
+constexpr u32 wholeOr0(double value)
+{
+    return value >= 1.0 && value < 4294967296.0 ? static_cast<u32>(value) : 0;
+}
 
 // ---- kvd_hwif.cpp: access ---------------------------------------------------------------------
 std::optional<u32> readRegister(u32 id);

@@ -70,7 +70,7 @@ TEST(Idl1Vectors, SideOfTheWrap)
         const double counter = tuHwIf_sfcToIncrements(t[0], t[1], t[2]) / 122880000.0;
         expectClose("z", slave::neutralizeWraparound(num(c["z"]), counter, 1024.0), c["zAfter"]);
     });
-    for (const double turn : {0.0, 1024.0}) EXPECT_EQ(slave::neutralizeWraparound(0.5, 0.5 + turn, 1024.0), 0.5);
+    for (const double now : {0.5, 1024.5}) EXPECT_EQ(slave::neutralizeWraparound(0.5, now, 1024.0), 0.5);
 }
 
 TEST(Idl1Vectors, MasterEchoesAndRepeats)
