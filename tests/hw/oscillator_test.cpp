@@ -91,10 +91,6 @@ TEST(Wander, AStepThatWasQueuedBeforeAStopDoesNothing)
         EXPECT_EQ(tuHwIf_wanderOffset(), 0.0);
         orderWander(1, 10, 1000);
         EXPECT_EQ(serve(12'600), 1u);
-        orderWander(0);
-        orderWander(1, 1000000 / (8 * 11'520'000.0), 10);      // its round ends two days from now
-        EXPECT_EQ(serve(172'800'100), 15u);
-        EXPECT_EQ(wanderState().active, 1u);
     });
 }
 
