@@ -9,4 +9,7 @@ constexpr double SFN_PERIOD_s = 40.96;                     // a turn of the fram
 constexpr double INCREMENTS_PER_PERIOD = 125829120000.0;   // of the counter's period
 constexpr double PERIOD_s = 1024.0;
 
+/// A counter that read `then` and reads `now` has begun a new turn since; both in the units of its period.
+constexpr bool hasTurned(double now, double then, double period) { return now - then < -period / 2; }
+
 constexpr u32 MFN_LAST = 24, SFN_LAST = 4095, INC_LAST = 1228799;

@@ -1,5 +1,6 @@
 #include "fifo/kvd_fifo_dump.h"
 
+#include "base/text_of.h"
 #include "base/trace_groups.h"
 #include "base/tu_common.h"
 #include "node/platform.h"
@@ -35,7 +36,7 @@ void flush()
 const char* hemisphereText(u8 direction)
 {
     static constexpr const char* TEXTS[] = {"N", "E", "S", "W"};
-    return direction <= GPS_WEST ? TEXTS[direction] : "?";
+    return textOf(TEXTS, direction, "?");
 }
 
 }  // namespace

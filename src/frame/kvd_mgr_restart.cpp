@@ -1,4 +1,5 @@
 // Hardware start, restart of the components, the halted state.
+#include "base/text_of.h"
 #include "base/trace_groups.h"
 #include "fifo/kvd_fifo_proc.h"
 #include "frame/kvd_mgr_hwdiag.h"
@@ -153,12 +154,11 @@ void KvdLoz6TuMgr_printInfo()
                                             "GENERIC_ERROR"};
     constexpr const char* RESTART_TEXTS[] = {"COLDWTEST_POWERON", "COLDWTEST", "COLD",
                                              "REFRESH", "WARM", "HOT"};
-    const char* const hwDiag = s->hwDiagResult < 4 ? HWDIAG_TEXTS[s->hwDiagResult] : "UNKNOWN";
-    const char* const restart = KvdUnit_life().restartType < 6 ? RESTART_TEXTS[KvdUnit_life().restartType]
-                                                               : "UNKNOWN";
     node::shellPrintf("\n***** KVD LOZ6 tumgr_proc related data *****\n");
-    node::shellPrintf("   hwdiagReturnCode   : %s (%u)\r\n", hwDiag, s->hwDiagResult);
-    node::shellPrintf("   temiRestartType    : %s (%u)\r\n", restart, KvdUnit_life().restartType);
+    node::shellPrintf("   hwdiagReturnCode   : %s (%u)\r\n", textOf(HWDIAG_TEXTS, s->hwDiagResult),
+                      s->hwDiagResult);
+    node::shellPrintf("   temiRestartType    : %s (%u)\r\n",
+                      textOf(RESTART_TEXTS, KvdUnit_life().restartType), KvdUnit_life().restartType);
     HALI_printInfo();
     KvdLoz6TuMem_printInfo();
 }

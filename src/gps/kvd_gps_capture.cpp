@@ -8,6 +8,7 @@
 #include <array>
 #include <cstring>
 #include <ctime>
+#include <string_view>
 
 namespace {
 
@@ -44,8 +45,8 @@ void KvdLoz6TuGps_capture(const char* text, u32 length, u32 direction)
 {
     if (!s->on || (s->filter != GPS_CAPTURE_BOTH && s->filter != direction)) return;
     Entry& entry = s->entries[s->count];
-    while (length > 0 && (text[length - 1] == '\r' || text[length - 1] == '\n')) --length;
-    const u32 taken = std::min(length, CAPTURE_TEXT - 1);
+    const std::size_t shown = std::string_view(text, length).find_last_not_of("\r\n") + 1;   // 0: none
+    const std::size_t taken = std::min<std::size_t>(shown, CAPTURE_TEXT - 1);
     std::memcpy(entry.text, text, taken);
     entry.text[taken] = '\0';
     const std::time_t now = node::platform().calendar().seconds;

@@ -167,7 +167,7 @@ u32 KvdLoz6TuGps_frameSentence(char* out, std::size_t size, const char* body, Nm
     if (frame != NMEA_PLAIN) {
         const u8 checksum = TuCommon_nmeaChecksum(body, length);
         *at++ = '*';
-        *at++ = frame == NMEA_CHECKSUM_BLANK && checksum < 0x10 ? ' ' : digit(checksum >> 4);
+        *at++ = frame == NMEA_CHECKSUM_BLANK && checksum >> 4 == 0 ? ' ' : digit(checksum >> 4);
         *at++ = digit(checksum & 0xF);
     }
     std::memcpy(at, "\r\n", 3);

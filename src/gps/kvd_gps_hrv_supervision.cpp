@@ -2,6 +2,7 @@
 
 #include "base/kvd_timer.h"
 #include "base/ref_ring.h"
+#include "base/text_of.h"
 #include "base/trace_groups.h"
 #include "base/tu_common.h"
 #include "gps/kvd_gps_send.h"
@@ -31,7 +32,7 @@ constexpr const char* EVENTS[] = {
     "HRV_SUPERVISION_EVENT_1PPS_TIMER_ELAPSE", "HRV_SUPERVISION_EVENT_TIMER_ELAPSE",
     "HRV_SUPERVISION_EVENT_INIT_SM",
 };
-const char* eventText(u32 event) { return event < std::size(EVENTS) ? EVENTS[event] : "UNKNOWN"; }
+const char* eventText(u32 event) { return textOf(EVENTS, event); }
 
 struct Transition {
     HRVSupervisionState state;
@@ -155,10 +156,7 @@ bool KvdLoz6TuGps_hrvDispatch(Signal* sig)
 }
 
 u32 KvdLoz6TuGps_hrvState() { return s->state; }
-const char* KvdLoz6TuGps_hrvStateText(u32 state)
-{
-    return state < std::size(STATES) ? STATES[state] : "UNKNOWN";
-}
+const char* KvdLoz6TuGps_hrvStateText(u32 state) { return textOf(STATES, state); }
 u8 KvdLoz6TuGps_hrvResetAttempts() { return s->resetAttempts; }
 void KvdLoz6TuGps_clearHrvHistory() { s->history = {}; }
 

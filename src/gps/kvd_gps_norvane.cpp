@@ -1,5 +1,6 @@
 #include "gps/kvd_gps_norvane.h"
 
+#include "base/text_of.h"
 #include "fifo/kvd_fifo_gps.h"
 #include "fifo/kvd_fifo_skyview.h"
 #include "gps/kvd_gps_fields.h"
@@ -111,7 +112,7 @@ const char* remoteStateText(u32 state)
         "FREERUNNING", "LOSS_OF_TRACKING", "FAILURE", "RC_UNKNOWN", "TIME_OFFSET_LOCKED",
         "TIME_OFFSET_HOLDOVER", "RNT_TIME_LOCKED", "RNT_TIME_HOLDOVER", "INTER_DU_TIME_LOCKED",
         "INTER_DU_TIME_HOLDOVER", "PRE_JUMP_START", "PRE_JUMP_HIST"};
-    return state <= REMOTE_STATE_MAX ? TEXT[state] : TEXT[0];
+    return textOf(TEXT, state);
 }
 
 /// Stores `value`, or `replacement` (traced) when it is above `highest`.

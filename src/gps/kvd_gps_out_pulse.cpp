@@ -1,4 +1,5 @@
 // Each pulse: the counter's alignment, the second that began, and the words that say which.
+#include "base/frame_counter.h"
 #include "base/trace_groups.h"
 #include "gps/kvd_gps_out_int.h"
 #include "hw/hali.h"
@@ -9,6 +10,8 @@
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
 #include "sig/hwif_sig.h"
+
+#include <algorithm>
 
 namespace {
 
@@ -28,7 +31,7 @@ bool regulatorGpsTime(double& gpsTime)
     if (HALI_readTime(period, t_f) != 0) return false;
     const TimePair last = KvdLoz6TuReg_getLastTime();
     const TimePair delta0 = KvdLoz6TuReg_getOffset();
-    const double t_c = t_f - last.f < -period / 2 ? last.c + period : last.c;
+    const double t_c = hasTurned(t_f, last.f, period) ? last.c + period : last.c;
     gpsTime = t_c + t_f - delta0.c - delta0.f + KvdLoz6TuReg_sfcGpsOffset();
     return true;
 }
@@ -183,7 +186,7 @@ void gpsout::adjustCounter()
 void gpsout::setTime(double gpsTime)
 {
     constexpr u32 WEEK_s = 604800;
-    const double weeks = gpsTime > 0 ? gpsTime / WEEK_s : 0;
+    const double weeks = std::max(0.0, gpsTime) / WEEK_s;   // a time that is none is the first week
     u32 week = static_cast<u32>(weeks);
     u32 tow = static_cast<u32>((weeks - week) * WEEK_s + 0.5);
     if (tow == WEEK_s) {

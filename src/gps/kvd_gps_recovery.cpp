@@ -2,6 +2,7 @@
 
 #include "base/kvd_timer.h"
 #include "base/ref_ring.h"
+#include "base/text_of.h"
 #include "base/trace_groups.h"
 #include "base/tu_common.h"
 #include "fifo/kvd_fifo_proc.h"
@@ -87,13 +88,8 @@ constexpr const char* EVENTS[] = {
 };
 constexpr const char* STATUSES[] = {"Not Available", "OK", "Case 1", "Case 2", "Unresolvable Outage"};
 
-template <std::size_t N>
-const char* nameOf(const char* const (&names)[N], u32 value)
-{
-    return value < N ? names[value] : "UNKNOWN";
-}
-const char* eventText(u32 event) { return nameOf(EVENTS, event); }
-const char* subStateText(u32 state) { return nameOf(SUB_STATES, state); }
+const char* eventText(u32 event) { return textOf(EVENTS, event); }
+const char* subStateText(u32 state) { return textOf(SUB_STATES, state); }
 
 // ---- state --------------------------------------------------------------------------------------
 
@@ -438,7 +434,7 @@ const char* KvdLoz6TuGps_recoveryStateText(u32 state)
 {
     return state < std::size(STATES) ? STATES[state].name : "UNKNOWN";
 }
-const char* KvdLoz6TuGps_supervisionStatusText(u32 status) { return nameOf(STATUSES, status); }
+const char* KvdLoz6TuGps_supervisionStatusText(u32 status) { return textOf(STATUSES, status); }
 
 void KvdLoz6TuGps_clearRecoveryHistory() { s->history = {}; }
 

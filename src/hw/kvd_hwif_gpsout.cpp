@@ -61,11 +61,7 @@ GpsOutData loadGpsOutData()
 }
 
 /// Whole periods of a time; none for a time that isn't known.
-u32 periodsOf(double time)
-{
-    const double periods = time / PERIOD_s;
-    return periods >= 1.0 && periods < 4294967296.0 ? static_cast<u32>(periods) : 0;
-}
+u32 periodsOf(double time) { return wholeOr0(time / PERIOD_s); }
 
 }  // namespace
 

@@ -218,12 +218,11 @@ void tuHwIf_adjustFrequency(double relative)
             s->nomDiv_old, words.U_nom, words.U);
         return;
     }
-    if (std::fabs(s->nomDiv_old - words.divisor) > 0.5)
-        tuHwIf_writeNominalDivisor(static_cast<u32>(words.divisor));
+    const u32 divisor = static_cast<u32>(words.divisor);
+    if (static_cast<u32>(s->nomDiv_old) != divisor) tuHwIf_writeNominalDivisor(divisor);
     tuHwIf_writeDeltaSigmaK(words.K);
-    KVD_TRACE(TRACE_TUHWIF, TRACE_3, "Writing to D/S: nomDiv = %u, K = %lld , M = %lld",
-              static_cast<u32>(words.divisor), static_cast<long long>(words.K),
-              static_cast<long long>(nominal.M));
+    KVD_TRACE(TRACE_TUHWIF, TRACE_3, "Writing to D/S: nomDiv = %u, K = %lld , M = %lld", divisor,
+              static_cast<long long>(words.K), static_cast<long long>(nominal.M));
     tuHwIf_enableDeltaSigma();
 }
 

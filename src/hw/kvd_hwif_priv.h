@@ -12,6 +12,12 @@
 
 namespace hwif {
 
+/// Cut to a whole number of 32 bits; 0 for what has none.
+constexpr u32 wholeOr0(double value)
+{
+    return value >= 1.0 && value < 4294967296.0 ? static_cast<u32>(value) : 0;
+}
+
 // ---- kvd_hwif.cpp: access ---------------------------------------------------------------------
 std::optional<u32> readRegister(u32 id);
 /// The same, 0 when it can't be reached.

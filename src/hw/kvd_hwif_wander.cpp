@@ -135,11 +135,7 @@ double wanderOffset(double f_mHz, double a_ns, double o, u32 index)
     return 2 * a_ns * PI_9 * f_mHz * SINE[index] * 1e-12 + o;
 }
 
-u32 wanderInterval(double f_mHz)
-{
-    const double interval = 1000000 / (8 * f_mHz);
-    return interval >= 1.0 && interval < 4294967296.0 ? static_cast<u32>(interval) : 0;
-}
+u32 wanderInterval(double f_mHz) { return wholeOr0(1000000 / (8 * f_mHz)); }
 
 WanderState wanderState() { return {s->active ? 1u : 0u, s->index, s->timer.runs() ? 1u : 0u}; }
 

@@ -1,6 +1,7 @@
 // Supervision, status and attributes towards the main processor, the operator's view.
 #include "refs/kvd_hptsi.h"
 
+#include "base/text_of.h"
 #include "base/trace_groups.h"
 #include "mp/kvd_iifadm.h"
 #include "mp/kvd_iifadm_send.h"
@@ -35,12 +36,6 @@ constexpr AlarmRow ALARMS[] = {
     {32, "No position stored"},    {64, "Leap Second Pending"},   {128, "Test Mode Enabled"},
     {256, "Unreliable position"},  {1024, "Almanac not complete"},
 };
-
-template <std::size_t COUNT>
-const char* nameOf(const char* const (&names)[COUNT], u32 value)
-{
-    return value < COUNT ? names[value] : "UNKNOWN";
-}
 
 // ---- status -------------------------------------------------------------------------------------
 
@@ -156,7 +151,7 @@ void printOverride()
 }  // namespace
 
 hptsi::State& hptsi::state() { return *s; }
-const char* hptsi::stateText(u32 hptsiState) { return nameOf(STATE_TEXTS, hptsiState); }
+const char* hptsi::stateText(u32 hptsiState) { return textOf(STATE_TEXTS, hptsiState); }
 
 void hptsi::reportStatus()
 {
@@ -246,10 +241,10 @@ void KvdLoz6TuHptsi_printInfo()
     shellPrintf("   hptsiCurrentTime       : %.0f s\n", s->hptsiCurrentTime);
     shellPrintf("   tow, week, leapSec     : %u, %u, %d\n", s->timeInfo.tow, u32{s->timeInfo.week},
                 int{s->timeInfo.leapSec});
-    shellPrintf("   pp1sState              : %s (%u)\n", nameOf(PP1S_STATES, s->timeInfo.pp1sState),
+    shellPrintf("   pp1sState              : %s (%u)\n", textOf(PP1S_STATES, s->timeInfo.pp1sState),
                 u32{s->timeInfo.pp1sState});
     shellPrintf("   tacc                   : %u\n", u32{s->timeInfo.tacc});
-    shellPrintf("   clkSource              : %s (%u)\n", nameOf(CLK_SOURCES, s->timeState.clkSource),
+    shellPrintf("   clkSource              : %s (%u)\n", textOf(CLK_SOURCES, s->timeState.clkSource),
                 u32{s->timeState.clkSource});
     shellPrintf("   state                  : %u\n", u32{s->timeState.state});
     printAlarms(s->timeState.alarm);

@@ -2,6 +2,7 @@
 #include "refs/kvd_idpi.h"
 
 #include "base/kvd_answer.h"
+#include "base/text_of.h"
 #include "base/trace_groups.h"
 #include "mp/kvd_iifadm.h"
 #include "node/platform.h"
@@ -208,7 +209,7 @@ State& state() { return *s; }
 const char* portText(u32 port)
 {
     constexpr const char* TEXTS[] = {"Port A ", "Port B ", "Port C ", "Port D ", "Port E ", "Port F "};
-    return port < IDPI_PORTS ? TEXTS[port] : "<Unknown>";
+    return textOf(TEXTS, port, "<Unknown>");
 }
 
 void dropPort(u32 port)
@@ -306,13 +307,13 @@ namespace {
 const char* availabilityText(u32 status)
 {
     constexpr const char* TEXTS[] = {"IDPI_AVAILABLE", "IDPI_INITIATING", "IDPI_UNAVAILABLE"};
-    return status <= IDPI_UNAVAILABLE ? TEXTS[status] : "<Unknown>";
+    return textOf(TEXTS, status, "<Unknown>");
 }
 
 const char* linkText(u16 status)
 {
     constexpr const char* TEXTS[] = {"Unavailable", "   No RX   ", "   No TX   ", " Available "};
-    return status <= IDPI_LINK_AVAILABLE ? TEXTS[status] : TEXTS[0];
+    return textOf(TEXTS, status, "Unavailable");
 }
 
 }  // namespace

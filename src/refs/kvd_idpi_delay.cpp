@@ -37,11 +37,11 @@ int readCounter(CounterValue& now)
     const double t_f = tuHwIf_sfcToIncrements(now.mfn, now.sfn, now.inc) / INCREMENTS_PER_SECOND;
     const TimePair last = KvdLoz6TuReg_getLastTime();
     const double turns = last.c > 0.0 ? last.c / COUNTER_PERIOD : 0.0;
-    now.eSFC = static_cast<u32>(turns) + (t_f < last.f - COUNTER_PERIOD / 2 ? 1 : 0);
+    now.eSFC = static_cast<u32>(turns) + (hasTurned(t_f, last.f, COUNTER_PERIOD) ? 1 : 0);
     return 0;
 }
 
-u8 portNoOf(u16 port) { return port < IDPI_PORTS ? static_cast<u8>(port) : u8{0}; }
+u8 portNoOf(u16 port) { return port != IDPI_NO_PORT ? static_cast<u8>(port) : u8{0}; }
 
 void fill(TuiifIdl2PortData& out, const IdpiPort& p)
 {

@@ -9,6 +9,8 @@
 #include "unit/kvd_ref_table.h"
 #include "unit/kvd_unit_link.h"
 
+#include <algorithm>
+
 namespace {
 
 using idpi::state;
@@ -17,8 +19,7 @@ constexpr u16 LINK_DOWN = 0;
 
 u16 farPortOf(u16 wirePort)
 {
-    const u32 port = idpi::tablePort(wirePort);
-    return port < IDPI_PORTS ? static_cast<u16>(port) : IDPI_NO_PORT;
+    return static_cast<u16>(std::min<u32>(idpi::tablePort(wirePort), IDPI_NO_PORT));
 }
 
 u8 duOf(u16 wireDu) { return static_cast<u8>(wireDu); }

@@ -1,6 +1,7 @@
 #include "refs/kvd_ipsynctsiadm.h"
 
 #include "base/kvd_answer.h"
+#include "base/text_of.h"
 #include "base/trace_groups.h"
 #include "node/ipsynctsi.h"
 #include "node/platform.h"
@@ -154,7 +155,7 @@ const char* stateText(u32 state)
 {
     constexpr const char* TEXTS[] = {"STATE_UNAVAILABLE", "STATE_INITIATING", "STATE_AVAILABLE",
                                      "STATE_SUSPENDED", "STATE_REJECTED"};
-    return state < std::size(TEXTS) ? TEXTS[state] : "UNKNOWN";
+    return textOf(TEXTS, state);
 }
 
 }  // namespace

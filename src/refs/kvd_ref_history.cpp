@@ -18,7 +18,6 @@ bool sameEvent(const IdlHistoryRecord& a, const IdlHistoryRecord& b)
 
 void IdlHistory::offer(const IdlHistoryRecord& event)
 {
-    if (event.port >= PORTS) return;
     Port& p = port[event.port];
     if (p.hasLatest) {
         if (sameEvent(event, p.latest)) return;

@@ -2,6 +2,7 @@
 #include "refs/kvd_slave.h"
 #include "refs/kvd_slave_int.h"
 
+#include "base/text_of.h"
 #include "base/tu_common.h"
 #include "mp/kvd_iifadm.h"
 #include "node/platform.h"
@@ -27,7 +28,7 @@ constexpr const char* EVENT_TEXTS[] = {
 };
 static_assert(std::size(EVENT_TEXTS) == EV_SLAVE_PLL_DEGRADING_TO_UNLOCKED + 1);
 
-const char* eventText(u32 event) { return event < std::size(EVENT_TEXTS) ? EVENT_TEXTS[event] : "<Unknown>"; }
+const char* eventText(u32 event) { return textOf(EVENT_TEXTS, event, "<Unknown>"); }
 
 const char* stateText(u32 slavePllState)
 {

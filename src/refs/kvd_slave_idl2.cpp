@@ -300,7 +300,7 @@ bool idl2CheckLinkStabilityNe(u8 linkStability)
 /// The master's turn of the frame number began after it told its time: the delays say where in it it is now.
 bool hasTurnedSince(const KvdTuiifIdl2SyncDataInd& told, double masterNow)
 {
-    return masterNow < seconds(0, told.sfc, told.inc) - SFN_PERIOD_s / 2;
+    return hasTurned(masterNow, seconds(0, told.sfc, told.inc), SFN_PERIOD_s);
 }
 
 /// Coarse stage: false when the counter can't be read, and the stage isn't over.

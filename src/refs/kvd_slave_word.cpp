@@ -9,6 +9,8 @@
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_measure.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr double TURNS_PER_SECOND = 0.0009765625;   // 1/1024
@@ -23,7 +25,7 @@ u32 turns(double t_c_last)
 {
     const double count = t_c_last * TURNS_PER_SECOND;
     if (!(count > 0.0)) return 0;
-    return count < 4294967295.0 ? static_cast<u32>(count) : 0xFFFFFFFF;
+    return static_cast<u32>(std::min(count, 4294967295.0));
 }
 
 u32 esfcToSend(EsfcSend& state, u32 eSfc, bool readOk, u16 mfn)

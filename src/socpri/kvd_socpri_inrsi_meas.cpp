@@ -276,7 +276,7 @@ void onFrequency(u32 sharedUnitId, i16 freqDiff, u32 freqDiffValid)
         setToIdle();
         return;
     }
-    if (r.freqScanCnt > 0) --r.freqScanCnt;
+    if (r.freqScanCnt != 0) --r.freqScanCnt;
     const bool isGood = KvdLoz6TuReg_handleSoCpriFreqDiffMeas(freqDiff, freqDiffValid);
     const Slot* const unit = findUnit(client(), focus(), sharedUnitId);
     if (isGood && unit != nullptr && unit->linkStatus == LINK_AVAILABLE) frequencyLocked();

@@ -110,8 +110,8 @@ void onSupervisionSample(Client& c, u8 port, u32 trpDiffHigh, u32 trpDiffLow, u3
         KVD_TRACE(TRACE_INRSI, TRACE_3, "Supervision phaseDiff= %-17.16g [s]", phaseDiff);
     }
     c.role->supervised(port, phaseDiff, trpDiffValid);
-    if (sup->supCount == SAMPLES)     conclude(c, port);
-    else if (sup->supCount < SAMPLES) startTimer(PHASE_DATA, port, REQUEST_ms);
+    if (sup->supCount < SAMPLES)       startTimer(PHASE_DATA, port, REQUEST_ms);
+    else if (sup->supCount == SAMPLES) conclude(c, port);
 }
 
 }  // namespace inrsi

@@ -2,6 +2,7 @@
 #include "socpri/kvd_socpri_inrsi.h"
 #include "socpri/kvd_socpri_inrsi_int.h"
 
+#include "base/text_of.h"
 #include "node/platform.h"
 
 using node::shellPrintf;
@@ -55,12 +56,6 @@ constexpr const char* ACTION_TEXT[] = {
 constexpr const char* SYNC_STATUS_TEXT[] = {
     "PORT_STATUS_UNKNOWN", "OK_FREQ_LOCKED", "OK_TIME_LOCKED", "CPRI_LINK_NOT_AVAILABLE",
     "FREQ_MEAS_PROBLEM", "FREQ_MEAS_MISSING", "PHASE_MEAS_PROBLEM", "PHASE_MEAS_MISSING"};
-
-template <std::size_t N>
-const char* textOf(const char* const (&texts)[N], u32 value, const char* otherwise)
-{
-    return value < N ? texts[value] : otherwise;
-}
 
 }  // namespace
 

@@ -1,5 +1,6 @@
 #include "unit/kvd_gps_state.h"
 
+#include "base/text_of.h"
 #include "base/tu_common.h"
 #include "ose/module_data.h"
 
@@ -90,10 +91,7 @@ void KvdLoz6TuGps_storeGpsState(u32 state)
     KvdLoz6TuGps_recordState(s->history, state);
 }
 
-const char* KvdLoz6TuGps_gpsStateText(u32 state)
-{
-    return state < std::size(TEXTS) ? TEXTS[state] : "UNKNOWN";
-}
+const char* KvdLoz6TuGps_gpsStateText(u32 state) { return textOf(TEXTS, state); }
 
 u8 KvdLoz6TuGps_stateHistoryCount() { return s->history.count; }
 

@@ -348,6 +348,12 @@ TEST(GpsOut, ASlaveFollowsWhatTheMasterSaysWhileItsLoopHolds)
         ASSERT_FALSE(unit.heard.empty());
         EXPECT_EQ(unit.heard[0].text.substr(0, 22), "$PNVX,GPout,10," + std::to_string(jump) + ",1,0,1");
     }
+    unit.call([] { gpsout::remoteStateOf(14); });
+    EXPECT_TRUE(unit.node.traces().has("radioClockState= 14"));
+    for (const auto& [regState, state] : {std::pair{TIMELOCKED, 4u}, {TRUETIME, 5u}, {WARMUP, 3u}}) {
+        unit.master(regState, 1, GPS_REF);               // aligned by the pulses before
+        EXPECT_EQ(unit.state(), state);
+    }
 }
 
 }  // namespace

@@ -23,6 +23,10 @@ TEST(GpsMeasurement, TakesOffCableAndBoardDelay)
     bench.second();
     EXPECT_NEAR(bench.meas().measRefData.z, -60.027931e-6, 1e-12);
     EXPECT_EQ(bench.meas().t_mod_old, 1.0);
+    bench.delay(30);
+    bench.second();
+    bench.delay(130);
+    EXPECT_EQ(bench.meas().m[8], 1.0) << "100 ns are no step";
 }
 
 TEST(GpsMeasurement, TimeOfDayGoesIntoTheOffset)

@@ -89,6 +89,15 @@ TEST(Accesses, OfOneMatterKeepTheirOrder)
     }
 }
 
+TEST(Noise, AtItsLimits)
+{
+    BfnNoiseFilter atDistance{.active = 1}, atTime{.active = 1}, close{.last = -0.0475, .parityRun = 2};
+    filterBfnNoise(atDistance, 0.095, false);
+    EXPECT_EQ(atDistance.goodCount, 1u);
+    EXPECT_EQ(filterBfnNoise(atTime, 2.0, false), BfnNoise::Quiet);
+    EXPECT_EQ(filterBfnNoise(close, 0.0475, true), BfnNoise::Quiet);
+}
+
 // ---- output counter ---------------------------------------------------------------------------
 
 TEST(GpsOutTime, WithoutPersistentMemoryStaysWithinThePeriod)
@@ -105,6 +114,9 @@ TEST(GpsOutTime, WithoutPersistentMemoryStaysWithinThePeriod)
     EXPECT_EQ(bench.bus.countOf("Could not read gpsOutData_r from persistent memory"), 1u);
     EXPECT_EQ(bench.bus.countOf("Resetting mfn and mfnOffset to 0!"), 1u);
     EXPECT_EQ(bench.bus.countOf("stored in persistent memory"), 0u);
+    GpsOutData data{7, 0};                               // lost after five seconds, not at them
+    EXPECT_FALSE(extendGpsOutTime({0, 500, 0}, {false, 0, 1, 0}, data).adjusted);
+    bench.in([] { EXPECT_EQ(tuHwIf_adjustGpsOutOffset(0x7F, 2097152), 1); });
     bench.set(25, 31u << 5);
     bench.in([&] { EXPECT_EQ(tuHwIf_adjustGpsOutTime(0), 1); });
     EXPECT_EQ(bench.bus.levelOf("Unable to read register for GPS OUT"), 1);

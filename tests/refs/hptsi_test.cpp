@@ -45,6 +45,7 @@ TEST(HptsiFrame, ARejectedOneDoesNothingAndTheNextIsTaken)
     EXPECT_EQ(unit.traces("Invalid frame received"), 3u);
     frameSignal(unit, stateFrame(), 20, 27);            // one byte more than its signal has
     EXPECT_EQ(unit.traces("frame longer than its signal"), 1u);
+    for (const u32 length : {8u, 24u}) EXPECT_TRUE(KvdLoz6TuHptsi_isFrameLength(length));
     frameSignal(unit, {}, 0, 8);                        // shorter than its layout
     Bytes unknown = stateFrame();
     unknown[3] = 4;

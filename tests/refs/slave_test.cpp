@@ -84,6 +84,8 @@ TEST(Idl2Slave, RefusesDamagedData)
         EXPECT_EQ(b.bus.countOf("sync data refused"), 1u);
     }
     SlaveBench b;
+    Data last = stableData();
+    last.mfc = 24, last.sfc = 4095, last.inc = 1228799, last.synchPortNo = 5;
     b.manager([&] {
         auto* sig = ose::alloc(sizeof(Data) - 4, KVD_TUIIF_IDL2_SYNC_DATA_IND);
         EXPECT_EQ(KvdLoz6TuReg_handleIdl2Slave(sig), 0);
@@ -93,6 +95,9 @@ TEST(Idl2Slave, RefusesDamagedData)
     EXPECT_EQ(b.syncData(stableData()), 0);
     EXPECT_EQ(b.bus.levelOf("Unexpected KVD_TUIIF_IDL2_SYNC_DATA_IND received!"), TRACE_ERROR);
     EXPECT_TRUE(b.reports().empty());
+    b.timeTuning = 1;
+    b.syncData(last);
+    EXPECT_EQ(b.bus.countOf("sync data refused"), 0u) << "the last numbers of each";
 }
 
 TEST(Idl2Slave, LinkRestartsFourTenthsOfASecondAfterAJump)

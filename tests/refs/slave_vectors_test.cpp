@@ -70,6 +70,7 @@ TEST(Idl1Vectors, SideOfTheWrap)
         const double counter = tuHwIf_sfcToIncrements(t[0], t[1], t[2]) / 122880000.0;
         expectClose("z", slave::neutralizeWraparound(num(c["z"]), counter, 1024.0), c["zAfter"]);
     });
+    for (const double now : {0.5, 1024.5}) EXPECT_EQ(slave::neutralizeWraparound(0.5, now, 1024.0), 0.5);
 }
 
 TEST(Idl1Vectors, MasterEchoesAndRepeats)
@@ -155,6 +156,7 @@ TEST(Idl2Vectors, PhaseFromTheDelays)
         if (c.contains("alt") && phase == num(c["alt"])) c["phaseDiff"].read();
         else expectClose("phase", phase, c["phaseDiff"], 1e-14);
     });
+    EXPECT_GT(slave::phaseDifference({0, 0, 0, 9}, {0, 0, 0, 9}), 0.0) << "of two equal ones the slave's";
 }
 
 TEST(Idl2Vectors, CoarseStage)
