@@ -487,11 +487,27 @@ void Recorder::onStartTrace(const std::string& text)
     }
 }
 
+namespace {
+
+/// A text with the digits of addresses left out, which are another process' otherwise: more than a word's eight.
+std::string withoutAddresses(std::string text)
+{
+    constexpr std::size_t WORD_DIGITS = 8;
+    for (std::size_t at = text.find("0x"); at != std::string::npos; at = text.find("0x", at)) {
+        at += 2;
+        const std::size_t end = std::min(text.find_first_not_of("0123456789abcdefABCDEF", at), text.size());
+        if (end - at > WORD_DIGITS) text.erase(at, end - at);
+    }
+    return text;
+}
+
+}  // namespace
+
 void Recorder::onTrace(const sim::TraceLine& line)
 {
     ++recording.tracedLines;
     traced_.add(line.at);
-    traced_.add(line.text);
+    traced_.add(withoutAddresses(line.text));
     if ((node::TRACE_MASK_DEFAULT >> line.level & 1) == 0)
         return;  // what isn't traced by itself isn't judged
     if (!recording.restarts.empty() && recording.restarts.back().used.empty()) onStartTrace(line.text);

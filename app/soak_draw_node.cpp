@@ -1,4 +1,4 @@
-// What happens to the node and the board of a drawn scenario's unit: services, oven, restarts, power, main processor,
+// What happens to the node and the board of a drawn scenario: services, oven, restarts, power, main processor,
 // memory, and what the operator types.
 #include "app/soak_plan.h"
 

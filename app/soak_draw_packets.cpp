@@ -1,4 +1,4 @@
-// What happens to the packet references of a drawn scenario: their masters, routes, and the services that carry them.
+// What happens to the packet references of a drawn scenario: their masters, routes, and what carries them.
 #include "app/soak_plan.h"
 
 #include <iterator>
