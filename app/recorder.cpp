@@ -489,7 +489,7 @@ void Recorder::onStartTrace(const std::string& text)
 
 namespace {
 
-/// A text with the digits of addresses left out, which are another process' otherwise: more than a word's eight.
+/// A text without the digits of addresses, another process has others: those are more than the eight of a word.
 std::string withoutAddresses(std::string text)
 {
     constexpr std::size_t WORD_DIGITS = 8;
