@@ -256,7 +256,6 @@ TEST(BiraWarm, StoredDataCountsAfterAWarmRestartInHoldover)
     };
     for (const Case& c : std::to_array<Case>({
              {"locked before",              2, true,  false, 0, 1, 1, 2},
-             {"coarse before",              3, true,  false, 0, 1, 1, 3},
              {"fine before",                4, true,  false, 0, 1, 1, 4},
              {"free running before",        1, true,  false, 0, 1, 0, 2},
              {"the server was long away",   2, true,  false, 1, 1, 0, 2},
