@@ -74,8 +74,12 @@ void qualities(const Value& c)
         ASSERT_TRUE(told) << row;
         EXPECT_EQ(row[last], told->clockQuality) << row;
     }
-    b.in([] { TuPktsyncAdm_clockClassValid(1, PACKET_TIME_FRO_CLASS, 52); });    // of time any class counts
-    EXPECT_EQ(b.take<KvdTuiifQualityLevelInd>(KVD_TUIIF_QUALITY_LEVEL_IND)->clockQuality, 52u);
+    // The required class and the last of the known ones; of time any counts.
+    for (const auto& [froClassNo, clockClass] : {std::pair<u32, u8>{PACKET_FREQ_FRO_CLASS, 14},
+                                                 {PACKET_FREQ_FRO_CLASS, 110}, {PACKET_TIME_FRO_CLASS, 52}}) {
+        b.in([&] { TuPktsyncAdm_clockClassValid(1, froClassNo, clockClass); });
+        EXPECT_EQ(b.take<KvdTuiifQualityLevelInd>(KVD_TUIIF_QUALITY_LEVEL_IND)->clockQuality, clockClass);
+    }
 }
 
 TEST(PtpCheckValues, Tables)
