@@ -71,14 +71,16 @@ TEST(PacketReference, WhatStandsAtALimitIsNotBeyondIt)
             s.filter.prevZ21 = packet::delay21(m), s.filter.prevZ43 = packet::delay43(m);
             s.filter.variances[0].accumulators[0] = {1, s.filter.prevZ21, std::pow(c.pdv_s / 6, 2)};
             KvdLoz6TuReg_handlePktTimeMsg(m);        // the second sample: that sum is its variance
-            EXPECT_EQ(std::pair(packet::pdvTimerRuns(packet::NOT_RELIABLE_TIMER),
-                                packet::pdvTimerRuns(packet::HIGH_PDV_TIMER)), std::pair(c.isTold, false));
+            EXPECT_EQ(packet::pdvTimerRuns(packet::NOT_RELIABLE_TIMER), c.isTold);
+            EXPECT_FALSE(packet::pdvTimerRuns(packet::HIGH_PDV_TIMER));
+            EXPECT_EQ(s.history.remembered[packet::HISTORY_TIME].high, 0u);
         }
         measure::state().var.selectedRef = TU_SR_PKT_FREQ_REF;
         b.R_est = std::pow(0.015 / 5.14, 2);
+        b.refStates.clear();
         for (u32 i = 0; i < 2; ++i) KvdLoz6TuReg_handlePktFreqMsg({});
-        EXPECT_EQ(b.refStates.back(), 1u);
-        for (const packet::Remembered& r : s.history.remembered) EXPECT_EQ(r.high, 0u);
+        EXPECT_EQ(b.refStates, (std::vector<u8>{1, 1}));
+        EXPECT_EQ(s.history.remembered[packet::HISTORY_FREQUENCY].high, 0u);
         s.highPdvCounter = packet::HIGH_PDV_SAMPLES + 1;
         EXPECT_FALSE(KvdLoz6TuReg_pdvIsHigh());
         for (const double var : {1e4, 0.1}) {
