@@ -60,7 +60,7 @@ private:
     PROCESS client_ = 0;
     u32 credit_ = 0, maxUndelivered_ = 0;
     std::map<int, Socket> sockets_;
-    int nextSocket_ = 1;
+    int nextSocket_ = 0;
     int error_ = 0;
     std::deque<std::vector<std::byte>> waiting_;
     u32 dropped_ = 0;

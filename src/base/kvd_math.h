@@ -5,10 +5,17 @@
 #pragma once
 #include "ose/types.h"
 
+#include <cmath>
+
 struct TimePair {
     double c;   // coarse, s
     double f;   // fine, s
 };
+
+/// How far x is from 0: nearer than the limit, at most as far, farther.
+inline bool isWithin(double x, double limit) { return std::fabs(x) < limit; }
+inline bool isUpTo(double x, double limit) { return std::fabs(x) <= limit; }
+inline bool isBeyond(double x, double limit) { return std::fabs(x) > limit; }
 
 /// The C remainder of x by y moved so that it takes the sign of y; x when y is 0.
 double KvdLoz6Math_fmodSignY(double x, double y);

@@ -225,7 +225,7 @@ void serveWaiting()
 {
     for (TuPktsyncGroup& g : s->groups) {
         if (isBusy()) return;
-        if (g.state != GROUP_JOINED && g.joinNeeded != 0 && g.users > 0) joinForUsers(g);
+        if (g.state != GROUP_JOINED && g.joinNeeded != 0 && g.users != 0) joinForUsers(g);
         if (g.state != GROUP_JOINED || g.leaveNeeded == 0) continue;
         if (g.users == 0) {
             leaveUnused(g);
@@ -289,7 +289,7 @@ void onLeft(const Signal* sig)
     if (g == nullptr) return;
     if (good) g->state = GROUP_NONE;
     TuPktsync_SyncrefCtrl_CfiRemoveReady(g->groupType);
-    if (g->joinNeeded != 0 && g->users > 0) joinForUsers(*g);
+    if (g->joinNeeded != 0 && g->users != 0) joinForUsers(*g);
     serveWaiting();
 }
 
@@ -389,14 +389,14 @@ u32 TuPktsync_CFI_client_addMCgroupUser(u32 groupType)
 u32 TuPktsync_CFI_client_removeMCgroupUser(u32 groupType)
 {
     TuPktsyncGroup& g = s->groups[groupType];
-    if (g.users > 0) --g.users;
+    if (g.users != 0) --g.users;
     if (s->state != CFI_ATTACHED) return 0;  // nobody would confirm the leave
     switch (g.state) {
     case GROUP_JOINED:
-        if (g.users > 0) return 0;
+        if (g.users != 0) return 0;
         return leave(g) ? 1 : 0;
     case GROUP_JOIN_PENDING:
-        if (g.users > 0 || !g.isAsked) return 0;
+        if (g.users != 0 || !g.isAsked) return 0;
         g.leaveNeeded = 1;
         return 1;
     case GROUP_LEAVE_PENDING: return g.isAsked ? 1 : 0;

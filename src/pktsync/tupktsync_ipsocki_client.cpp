@@ -1,5 +1,6 @@
 #include "pktsync/tupktsync_ipsocki_client.h"
 
+#include "base/element_of.h"
 #include "base/kvd_answer.h"
 #include "base/trace_groups.h"
 #include "mp/kvd_iifadm.h"
@@ -296,9 +297,7 @@ i32 openSocket(TuPktsyncSocket& r, const PktIpAddress& own, u32 portKind)
 
 TuPktsyncSocket* socketOf(i32 resource)
 {
-    return resource >= 0 && resource < static_cast<i32>(SOCKET_RESOURCES)
-               ? &s->sockets[static_cast<u32>(resource)]
-               : nullptr;
+    return elementOf(s->sockets, static_cast<u32>(resource));      // one below 0 is beyond any
 }
 
 void setTos(TuPktsyncSocket& r, u8 dscp)

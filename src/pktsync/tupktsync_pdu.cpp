@@ -33,27 +33,25 @@ u32 putEthernetHeader(u8* frame, const PtpDescriptor& d)
     return ETHERNET_HEADER_VLAN;
 }
 
-bool allocFrame(TuPktsyncPdu& pdu, u32 length, const u8* metadata)
+void allocFrame(TuPktsyncPdu& pdu, u32 length, const u8* metadata)
 {
     const u32 header = pdu.descriptor.pbit != 0 ? ETHERNET_HEADER_VLAN : ETHERNET_HEADER;
     const u32 metadataLength = metadata != nullptr ? PDU_METADATA_LENGTH : 0;
     pdu.buffer = TuPktsync_CFI_client_getSendBuffer(header + metadataLength + length, metadataLength);
     if (pdu.buffer == nullptr) {
         KVD_TRACE(TRACE_TUPKTSYNC_PDU, TRACE_ERROR, "failed to obtain CFI send buffer");
-        return false;
+        return;
     }
     pdu.payload = pdu.buffer + putEthernetHeader(pdu.buffer, pdu.descriptor);
     if (metadata != nullptr) pdu.payload = std::copy_n(metadata, PDU_METADATA_LENGTH, pdu.payload);
-    return true;
 }
 
-bool allocDatagram(TuPktsyncPdu& pdu, u32 length, const u8* metadata)
+void allocDatagram(TuPktsyncPdu& pdu, u32 length, const u8* metadata)
 {
     pdu.buffer = TuPktsync_IPSOCKI_client_getPayloadPointer(pdu.descriptor.socket, length,
                                                             metadata != nullptr ? PDU_METADATA_LENGTH : 0,
                                                             metadata, pdu.descriptor.dscp);
     pdu.payload = pdu.buffer;
-    return pdu.buffer != nullptr;
 }
 
 /// What is wrong with a frame, a bit each: 1 metadata that is no stamp, 2 no header, 4 no room for the
@@ -79,13 +77,12 @@ bool TuPktsync_alloc_pduBuf(TuPktsyncPdu& pdu, const PtpDescriptor& d, u32 lengt
 {
     pdu = {d, nullptr, nullptr};
     switch (d.ptpMapping) {
-    case PTP_ETHERNET: return allocFrame(pdu, length, metadata);
+    case PTP_ETHERNET: allocFrame(pdu, length, metadata);    break;
     case UDP_UC:
-    case UDP_MC:       return allocDatagram(pdu, length, metadata);
-    default:
-        KVD_TRACE(TRACE_TUPKTSYNC_PDU, TRACE_ERROR, "TuPktsync_alloc_pduBuf: invalid transport type");
-        return false;
+    case UDP_MC:       allocDatagram(pdu, length, metadata); break;
+    default: KVD_TRACE(TRACE_TUPKTSYNC_PDU, TRACE_ERROR, "TuPktsync_alloc_pduBuf: invalid transport type");
     }
+    return pdu.payload != nullptr;
 }
 
 u32 TuPktsync_send_pdu(TuPktsyncPdu& pdu)

@@ -9,6 +9,8 @@
 #include "pktsync/tupktsync_ptp_uc_neg.h"
 
 #include <algorithm>
+#include <functional>
+#include <iterator>
 
 namespace {
 
@@ -45,10 +47,9 @@ void saveArrival(PtpForeignMaster& f)
 {
     auto& t = f.arrival_ms;
     auto place = std::find(t.begin(), t.end(), 0.0);
-    if (place == t.end()) {
-        place = t.begin();
-        for (std::size_t i = 1; i < t.size(); ++i)
-            if (t[i] > t[i - 1]) place = t.begin() + static_cast<std::ptrdiff_t>(i);
+    if (place == t.end()) {                          // the last one that is later than the one before it
+        const auto rising = std::adjacent_find(t.rbegin(), t.rend(), std::greater<>{});
+        place = rising == t.rend() ? t.begin() : std::prev(rising.base());
     }
     *place = now_ms();
     startForeignTimer(f);

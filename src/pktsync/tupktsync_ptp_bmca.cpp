@@ -3,6 +3,7 @@
 #include "base/trace_groups.h"
 #include "node/trace.h"
 
+#include <compare>
 #include <tuple>
 
 namespace {
@@ -16,15 +17,14 @@ bool bmcaPart2Algorithm(const PtpDataset& present, const PtpDataset& candidate)
     // What is stored counts the own step too; 0 stands before the first Announce.
     const u32 presentSteps = present.stepsRemoved == 0 ? 1 : static_cast<u32>(present.stepsRemoved - 1);
     const u32 candidateSteps = candidate.stepsRemoved;
-    if (presentSteps != candidateSteps) return candidateSteps < presentSteps;
-    if (candidate.port == present.port) {
+    if (candidateSteps == presentSteps && candidate.port == present.port) {
         KVD_TRACE(TRACE_TUPKTSYNC_BMCA, TRACE_2,
                   "Error-2 Messages are duplicates or they are earlier or later messages from the "
                   "same grandmaster");
         return false;
     }
-    return std::tie(candidate.port.clockIdentity, candidate.port.portNumber)
-           < std::tie(present.port.clockIdentity, present.port.portNumber);
+    return std::tie(candidateSteps, candidate.port.clockIdentity, candidate.port.portNumber)
+           < std::tie(presentSteps, present.port.clockIdentity, present.port.portNumber);
 }
 
 bool dataSetBmcaComparison(const PtpDataset& present, const PtpDataset& candidate)
@@ -37,7 +37,7 @@ bool dataSetBmcaComparison(const PtpDataset& present, const PtpDataset& candidat
         return std::tie(d.priority1, d.quality.clockClass, d.quality.clockAccuracy,
                         d.quality.offsetScaledLogVariance, d.priority2, d.grandmasterIdentity);
     };
-    return rank(candidate) < rank(present);
+    return std::is_lt(rank(candidate) <=> rank(present));
 }
 
 bool dataSetAbmcaComparison(const PtpDataset& present, const PtpDataset& candidate)
@@ -48,11 +48,10 @@ bool dataSetAbmcaComparison(const PtpDataset& present, const PtpDataset& candida
         return std::tie(d.quality.clockClass, d.quality.clockAccuracy, d.quality.offsetScaledLogVariance,
                         d.priority2);
     };
-    if (rank(candidate) != rank(present)) return rank(candidate) < rank(present);
+    if (const auto order = rank(candidate) <=> rank(present); order != 0) return std::is_lt(order);
     // A class below 128 may have several grandmasters at once: there the nearer one serves.
     constexpr u8 FIRST_SINGLE_CLASS = 128;
-    if (candidate.quality.clockClass >= FIRST_SINGLE_CLASS
-        && candidate.grandmasterIdentity != present.grandmasterIdentity)
-        return candidate.grandmasterIdentity < present.grandmasterIdentity;
+    const auto byIdentity = candidate.grandmasterIdentity <=> present.grandmasterIdentity;
+    if (candidate.quality.clockClass >= FIRST_SINGLE_CLASS && byIdentity != 0) return std::is_lt(byIdentity);
     return bmcaPart2Algorithm(present, candidate);
 }

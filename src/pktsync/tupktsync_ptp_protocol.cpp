@@ -1,5 +1,6 @@
 #include "pktsync/tupktsync_ptp_protocol.h"
 
+#include "base/element_of.h"
 #include "base/trace_groups.h"
 #include "node/bytes.h"
 #include "node/trace.h"
@@ -93,12 +94,8 @@ u32 follow(PtpClock& c, u32 event)
             row.act(c);
             return row.to == AS_IS ? before : row.to;
         }
-    if (event > MASTER_CLOCK_SELECTED)
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR, "Unknown portStateEvent (%u) for syncrefId %d",
-                  event, c.setup.syncrefId);
-    else
-        KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR, "Unexpected portStateEvent (%u) for syncrefId %d",
-                  event, c.setup.syncrefId);
+    KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR, "%s portStateEvent (%u) for syncrefId %d",
+              event > MASTER_CLOCK_SELECTED ? "Unknown" : "Unexpected", event, c.setup.syncrefId);
     return c.portState;
 }
 
@@ -172,8 +169,8 @@ void announceTimeout(PtpClock& c)
 
 PtpClock* ptpClockOf(u32 syncrefId)
 {
-    if (syncrefId >= PTP_CLOCKS || !s->clocks[syncrefId]) return nullptr;
-    return &*s->clocks[syncrefId];
+    auto* const place = elementOf(s->clocks, syncrefId);
+    return place != nullptr && *place ? &**place : nullptr;
 }
 
 bool ptpIsFrequency(const PtpClock& c) { return c.setup.froClassNo == PACKET_FREQ_FRO_CLASS; }
@@ -254,8 +251,7 @@ void ptpSendDelayReq(u32 syncrefId, u16 sequenceId)
 bool ptpSendGeneral(u32 syncrefId, const u8* message, u32 length)
 {
     const PtpClock* const c = ptpClockOf(syncrefId);
-    if (c == nullptr) return false;
-    return s->needs.send(descriptorOf(*c, c->setup.generalSocket), message, length, nullptr);
+    return c != nullptr && s->needs.send(descriptorOf(*c, c->setup.generalSocket), message, length, nullptr);
 }
 
 // ---- life of a clock ----------------------------------------------------------------------------
@@ -270,13 +266,14 @@ bool TuPktsync_new_ptp_clock(const PtpClockSetup& setup)
         return false;
     }
     const u32 id = setup.syncrefId;
-    if (id >= PTP_CLOCKS || s->clocks[id]) {
+    auto* const place = elementOf(s->clocks, id);
+    if (place == nullptr || *place) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR,
                   "new_clock_entry: syncrefId position already occupied");
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_ERROR, "TuPktsync_new_ptp_clock: failed");
         return false;
     }
-    PtpClock& c = s->clocks[id].emplace();
+    PtpClock& c = place->emplace();
     c.setup = setup;
     c.portIdentity = {setup.clockIdentity, 1};
     setPriorities(c);
@@ -455,8 +452,8 @@ u8 TuPktsyncPTP_findClockQuality(u32 syncrefId)
     if (c == nullptr || !c->enabled) return QUALITY_NONE;
     if (ptpHasUcNeg(syncrefId)) {
         const u32 negotiation = ptpUcNegState(syncrefId);
-        if (negotiation == UC_NEG_WAIT_ANNOUNCE_MSG
-            || (negotiation < UC_NEG_WAIT_ANNOUNCE_MSG && !ptpHasMaster(*c)))
+        if (negotiation <= UC_NEG_WAIT_ANNOUNCE_MSG
+            && (negotiation == UC_NEG_WAIT_ANNOUNCE_MSG || !ptpHasMaster(*c)))
             return QUALITY_NONE;
     }
     return ptpQualityOf(*c);

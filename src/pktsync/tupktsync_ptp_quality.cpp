@@ -66,9 +66,9 @@ bool matches(const QualityRow& row, u8 accuracy)
     case Accuracy::Above: return accuracy > row.value;
     case Accuracy::Below: return accuracy < row.value;
     case Accuracy::Other: return accuracy != row.value;
-    case Accuracy::Any:   return true;
+    case Accuracy::Any:   break;
     }
-    return false;
+    return true;
 }
 
 /// Bit i of a set of QualityLevelIndex values.

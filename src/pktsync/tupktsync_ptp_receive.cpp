@@ -56,7 +56,10 @@ bool onTlv(const PtpClock& c, const PtpHeader& h, u16 type, const u8* tlv, u32 l
         return TuPktsyncPTP_UCgrant(id, h, tlv[4] >> 4, static_cast<i8>(tlv[5]),
                                     u32{node::be16(tlv + 6)} << 16 | node::be16(tlv + 8));
     if (type == CANCEL && length >= CANCEL_OCTETS) return TuPktsyncPTP_UCcancel(id, h, tlv[4] >> 4);
-    if (type == ACK_CANCEL && length >= CANCEL_OCTETS) return TuPktsyncPTP_UCackCancel(id, tlv[4] >> 4);
+    if (type == ACK_CANCEL && length >= CANCEL_OCTETS) {
+        TuPktsyncPTP_UCackCancel(id, tlv[4] >> 4);
+        return true;
+    }
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "Signaling TLV of unsupported type (%u) received ", type);
     return false;
 }

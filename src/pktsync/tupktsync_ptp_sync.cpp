@@ -200,7 +200,7 @@ void ptpCountSync(PtpClock& c)
     }
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_6, "syncSup_message_rcvd for syncrefId %d; message counted",
               c.setup.syncrefId);
-    if (s.msgs_this_period < UINT8_MAX) ++s.msgs_this_period;
+    s.msgs_this_period = static_cast<u8>(std::min(s.msgs_this_period + 1, UINT8_MAX));
 }
 
 void ptpSyncSupTimeout(PtpClock& c)

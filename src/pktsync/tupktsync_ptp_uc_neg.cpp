@@ -1,5 +1,6 @@
 #include "pktsync/tupktsync_ptp_uc_neg.h"
 
+#include "base/element_of.h"
 #include "base/trace_groups.h"
 #include "node/bytes.h"
 #include "node/platform.h"
@@ -28,8 +29,8 @@ ose::ModuleData<State> s;
 
 UCnegCtrl* find(u32 syncrefId)
 {
-    if (syncrefId >= PTP_CLOCKS || !s->objects[syncrefId].used) return nullptr;
-    return &s->objects[syncrefId];
+    UCnegCtrl* const u = elementOf(s->objects, syncrefId);
+    return u != nullptr && u->used ? u : nullptr;
 }
 
 u32 now_ms() { return static_cast<u32>(u64{ose::get_ticks()} * ose::system_tick() / 1000); }
@@ -358,16 +359,15 @@ void TuPktsyncPTP_UCtimeout(u32 syncrefId, u32 timerId)
 
 bool TuPktsyncPTP_UCgrant(u32 syncrefId, const PtpHeader& h, u8 messageType, i8 logInterval, u32 duration)
 {
-    UCnegCtrl* const u = find(syncrefId);
-    if (u == nullptr) return false;
-    Message* const m = negotiated(*u);
+    UCnegCtrl& u = s->objects[syncrefId];
+    Message* const m = negotiated(u);
     if (m == nullptr || m->messageType != messageType) {
         KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_4,
                   "Unexpected Unicast_Grant for messageType %s received for syncrefId %d in state %s",
-                  messageText(messageType), syncrefId, ptpUcNegStateText(u->state));
+                  messageText(messageType), syncrefId, ptpUcNegStateText(u.state));
         return false;
     }
-    u->serverPortIdentity = h.sourcePortIdentity;
+    u.serverPortIdentity = h.sourcePortIdentity;
     m->granted_log_ival = logInterval;
     m->granted_duration = duration;
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
@@ -375,39 +375,34 @@ bool TuPktsyncPTP_UCgrant(u32 syncrefId, const PtpHeader& h, u8 messageType, i8 
               "log_interval %d",
               syncrefId, messageText(messageType), duration, logInterval);
     if (logInterval != m->logReqIval || duration <= SHORTEST_GRANT_s) {
-        refused(*u, *m);
+        refused(u, *m);
         return false;
     }
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2, "Grant accepted");
-    step(*u, duration);
+    step(u, duration);
     m->state = UC_MSG_NEG_GRANTED;
     return true;
 }
 
 bool TuPktsyncPTP_UCcancel(u32 syncrefId, const PtpHeader&, u8 messageType)
 {
-    UCnegCtrl* const u = find(syncrefId);
-    if (u == nullptr) return false;
-    const Message* const m = flowOf(*u, messageType);
+    UCnegCtrl& u = s->objects[syncrefId];
+    const Message* const m = flowOf(u, messageType);
     const bool expected = m != nullptr && m->state == UC_MSG_NEG_GRANTED;
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_4,
               "%sUnicast_Cancel for messageType %s received for syncrefId %d in state %s",
-              expected ? "" : "Unexpected ", messageText(messageType), syncrefId,
-              ptpUcNegStateText(u->state));
+              expected ? "" : "Unexpected ", messageText(messageType), syncrefId, ptpUcNegStateText(u.state));
     if (!expected) return false;
-    sendAckCancel(*u, messageType);
-    fail(*u, UC_CANCELLED);
+    sendAckCancel(u, messageType);
+    fail(u, UC_CANCELLED);
     return true;
 }
 
-bool TuPktsyncPTP_UCackCancel(u32 syncrefId, u8 messageType)
+void TuPktsyncPTP_UCackCancel(u32 syncrefId, u8 messageType)
 {
-    UCnegCtrl* const u = find(syncrefId);
-    if (u == nullptr) return false;
     KVD_TRACE(TRACE_TUPKTSYNC_PTP_PROT, TRACE_2,
               "Unicast_Cancel_Acknowledge for messageType %s received for syncrefId %d in state %s",
-              messageText(messageType), syncrefId, ptpUcNegStateText(u->state));
-    return true;
+              messageText(messageType), syncrefId, ptpUcNegStateText(s->objects[syncrefId].state));
 }
 
 bool ptpHasUcNeg(u32 syncrefId) { return find(syncrefId) != nullptr; }

@@ -60,12 +60,12 @@ void TuPktsyncPTP_cancel_UCtrans(u32 syncrefId);
 void TuPktsyncPTP_UCneg_notify_announce(u32 syncrefId, u32 ok);
 /// Time-out of one of its timers.
 void TuPktsyncPTP_UCtimeout(u32 syncrefId, u32 timerId);
-/// TLVs of a Signaling message; messageType as it stands in the TLV. True when the contract was moved
-/// by it.
+/// TLVs of a Signaling message to a clock that negotiates; messageType as it stands in the TLV. True when the
+/// contract was moved by it.
 bool TuPktsyncPTP_UCgrant(u32 syncrefId, const PtpHeader& header, u8 messageType, i8 logInterval,
                           u32 duration);
 bool TuPktsyncPTP_UCcancel(u32 syncrefId, const PtpHeader& header, u8 messageType);
-bool TuPktsyncPTP_UCackCancel(u32 syncrefId, u8 messageType);
+void TuPktsyncPTP_UCackCancel(u32 syncrefId, u8 messageType);
 
 bool ptpHasUcNeg(u32 syncrefId);
 /// Granted log interval of Sync or Delay_Resp, of a clock that negotiates.

@@ -97,13 +97,13 @@ void auditRowDone(u32 froId, u32 froClassNo, u32 result)
                   "handle_auditCfm: setting of create success \nresult at audit failed");
     else
         row->result = static_cast<i32>(result);
-    if (s.auditRemaining > 0 && --s.auditRemaining == 0) auditDone();
+    if (s.auditRemaining != 0 && --s.auditRemaining == 0) auditDone();
 }
 
 void deletionDone()
 {
     u32& remaining = state().deletionsRemaining;
-    if (remaining > 0 && --remaining == 0) massDeleteDone();
+    if (remaining != 0 && --remaining == 0) massDeleteDone();
 }
 
 void massDeleteDone()

@@ -123,10 +123,11 @@ u32 bringUpUnicastFrequency(Syncref& r, u32 syncrefId, const TuiifPktRefConfig& 
     r.ownIpAddress = addressOf(config.ownIpAddress);
     formIdentity(r, syncrefId, hostOctets(r.ownIpAddress));
     r.eventSocket = openSocket(r, syncrefId, SOCKET_EVENT, "event");
-    if (r.eventSocket >= 0) r.generalSocket = openSocket(r, syncrefId, SOCKET_GENERAL, "general");
-    if (r.eventSocket >= 0 && r.generalSocket >= 0) return SUCCESS;
+    const auto isOpen = [](i32 resource) { return resource >= 0; };
+    if (isOpen(r.eventSocket)) r.generalSocket = openSocket(r, syncrefId, SOCKET_GENERAL, "general");
+    if (isOpen(r.generalSocket)) return SUCCESS;
     const bool isHost = r.eventSocket == HOST_MISSING || r.generalSocket == HOST_MISSING;
-    if (r.eventSocket >= 0) needs().removeResourceUser(r.eventSocket);
+    if (isOpen(r.eventSocket)) needs().removeResourceUser(r.eventSocket);
     return isHost ? HOST_NOT_AVAILABLE : FAILURE;
 }
 

@@ -1,5 +1,6 @@
 #include "pktsync/tupktsync_timer.h"
 
+#include "base/element_of.h"
 #include "base/kvd_timer.h"
 #include "base/trace_groups.h"
 #include "node/sig.h"
@@ -21,8 +22,9 @@ ose::ModuleData<State> s;
 /// nullptr when there is none of that name.
 KvdTimer* timerOf(u32 syncrefId, u32 timerId, u32 index)
 {
-    if (syncrefId >= SYNCREFS || timerId >= TIMERS || index >= INDICES) return nullptr;
-    return &s->timers[syncrefId][timerId][index];
+    auto* const ofSyncref = elementOf(s->timers, syncrefId);
+    auto* const ofTimer = ofSyncref != nullptr ? elementOf(*ofSyncref, timerId) : nullptr;
+    return ofTimer != nullptr ? elementOf(*ofTimer, index) : nullptr;
 }
 
 }  // namespace
@@ -55,7 +57,6 @@ void TuPktsync_timerStop(const PktsyncTimer& timer)
 bool TuPktsync_timerExpired(u32 syncrefId, u32 timerId, u32 index)
 {
     KvdTimer* const t = timerOf(syncrefId, timerId, index);
-    if (t == nullptr) return false;
-    const bool runs = t->runs();
-    return KvdTimer_expired(*t) && runs;
+    const bool runs = t != nullptr && t->runs();
+    return t != nullptr && KvdTimer_expired(*t) && runs;
 }

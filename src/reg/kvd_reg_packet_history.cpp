@@ -1,5 +1,7 @@
 // History of delay variation, by reference: a record when it changed enough to be worth one.
 #include "base/trace_groups.h"
+#include "base/element_of.h"
+#include "base/kvd_math.h"
 #include "node/platform.h"
 #include "node/trace.h"
 #include "reg/kvd_reg_measure.h"
@@ -8,7 +10,6 @@
 #include "sig/ref_types.h"
 
 #include <algorithm>
-#include <cmath>
 
 using packet::state;
 
@@ -34,15 +35,13 @@ packet::HistoryPlace* findOrMakePlace(u32 type, u32 refId)
 {
     if (packet::HistoryPlace* const there = findPlace(type, refId)) return there;
     auto& places = state().history.places;
-    u32 at = 0;
-    while (at < places.size() && places[at].used != 0 && places[at].refId <= refId) ++at;
-    if (at == places.size()) return nullptr;
-    std::move_backward(places.begin() + at, places.end() - 1, places.end());
-    places[at] = {};
-    places[at].used = 1;
-    places[at].type = type;
-    places[at].refId = refId;
-    return &places[at];
+    const auto at = std::find_if(places.begin(), places.end(), [refId](const packet::HistoryPlace& p) {
+        return p.used == 0 || p.refId > refId;
+    });
+    if (at == places.end()) return nullptr;
+    std::move_backward(at, places.end() - 1, places.end());
+    *at = {.used = 1, .type = type, .refId = refId};
+    return &*at;
 }
 
 void append(packet::HistoryPlace& p, const packet::PdvRecord& record)
@@ -114,8 +113,8 @@ bool packet::historyEntry(u32 type, bool high, double value1, double value2)
     const PdvRecord record = recordOfNow(value1, value2);
     place->current = record;
     Remembered& last = h.remembered[type];
-    const bool moved = std::fabs(value1 - last.values[0]) > CHANGE[type]
-                       || std::fabs(value2 - last.values[1]) > CHANGE[type];
+    const bool moved = isBeyond(value1 - last.values[0], CHANGE[type])
+                       || isBeyond(value2 - last.values[1], CHANGE[type]);
     if (place->count != 0) {
         if (high && last.high == 0)       last.high = 1;
         else if (!high && last.high != 0) last.high = 0;
@@ -129,8 +128,9 @@ bool packet::historyEntry(u32 type, bool high, double value1, double value2)
 
 void KvdLoz6TuReg_restartPdvHistory(u32 type, u32 refId)
 {
-    if (type >= packet::HISTORY_TYPES) return;
-    state().history.currentId[type] = refId;
+    u32* const current = elementOf(state().history.currentId, type);
+    if (current == nullptr) return;
+    *current = refId;
     packet::HistoryPlace* const place = findOrMakePlace(type, refId);
     if (place == nullptr) return;
     place->count = 0;
@@ -141,7 +141,7 @@ void KvdLoz6TuReg_restartPdvHistory(u32 type, u32 refId)
 void KvdLoz6TuReg_registerPacketRef(u32 froClassNo, u32 froId)
 {
     const u32 type = typeOfClass(froClassNo);
-    if (type < packet::HISTORY_TYPES) findOrMakePlace(type, froId);
+    if (type != packet::HISTORY_TYPES) findOrMakePlace(type, froId);
 }
 
 void KvdLoz6TuReg_deregisterPacketRef(u32 froClassNo, u32 froId)

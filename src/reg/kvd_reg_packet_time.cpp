@@ -38,7 +38,7 @@ void followAsymmetry(packet::TimeFilter& f, const PktTimeMsg& msg)
 {
     constexpr double KEPT_ns = 100.0;
     const double d = static_cast<double>(f.lastAsymComp) - msg.asymComp;
-    if (std::fabs(d) > KEPT_ns && measure::state().var.m[Z_PKT_TIME_REF] > 0.0)
+    if (isBeyond(d, KEPT_ns) && measure::state().var.m[Z_PKT_TIME_REF] > 0.0)
         KvdLoz6TuReg_adjustOffset(0.0, d * NS);
     f.lastAsymComp = msg.asymComp;
 }
@@ -79,9 +79,9 @@ struct Direction { TimePair& prev; u8& jumpCount; double& stdDev; packet::Runnin
 
 bool takeDelay(packet::TimeFilter& f, Direction d, TimePair z, u16 rate, const char* name)
 {
-    if (std::fabs(packet::difference(z, d.prev)) > GATE_s) {
+    if (isBeyond(packet::difference(z, d.prev), GATE_s)) {
         constexpr u8 COUNT_MAX = 255;
-        if (d.jumpCount < COUNT_MAX) ++d.jumpCount;
+        d.jumpCount = static_cast<u8>(std::min(d.jumpCount + 1, int{COUNT_MAX}));
         KVD_TRACE(TRACE_PTPTIME_REF, TRACE_5, "%s= %+.9f [sec] (prev %s = %.9f [sec])", name, z.c + z.f, name,
                   d.prev.c + d.prev.f);
         if (d.jumpCount < std::min<u16>(rate, COUNT_MAX)) return false;
@@ -111,7 +111,7 @@ void judgeHighPdv(const Packet& p, double dl, double ul)
 {
     const double limit = packet::timePdvLimit(p.profile);
     const CriteriaText& text = HIGH_PDV_TEXT[p.profileNo];
-    if (dl > limit || ul > limit) {
+    if (std::max(dl, ul) > limit) {
         if (packet::startPdvTimer(packet::HIGH_PDV_TIMER))
             KVD_TRACE(TRACE_PTPTIME_REF, packet::pdvLevel(packet::HIGH_PDV_TIMER), text.entered, dl, ul);
     } else if (packet::stopPdvTimer(packet::HIGH_PDV_TIMER)) {
@@ -124,8 +124,8 @@ void judgeHighPdv(const Packet& p, double dl, double ul)
 void judgeReliability(const Packet& p, double dl, double ul)
 {
     constexpr double LIMIT_s = 3.5e-07;
-    constexpr u16 RATE_MAX = 63;
-    if ((dl > LIMIT_s || ul > LIMIT_s) && p.rate <= RATE_MAX) {
+    constexpr u16 MANY = 64;
+    if (std::max(dl, ul) > LIMIT_s && p.rate < MANY) {
         if (packet::startPdvTimer(packet::NOT_RELIABLE_TIMER))
             KVD_TRACE(TRACE_PTPTIME_REF, TRACE_3,
                       "Not Reliable criteria for 1588J3 profile entered: rate = %hu, "
@@ -166,8 +166,7 @@ void lockedPath(packet::TimeFilter& f, const Packet& p)
     }
     const double dl = packet::PDV_SIGMAS * f.stdDev21, ul = packet::PDV_SIGMAS * f.stdDev43;
     constexpr double HIGH_s = 0.0001;
-    if (dl != 0.0 || ul != 0.0)
-        packet::historyEntry(packet::HISTORY_TIME, dl > HIGH_s || ul > HIGH_s, dl, ul);
+    if (dl != 0.0 || ul != 0.0) packet::historyEntry(packet::HISTORY_TIME, std::max(dl, ul) > HIGH_s, dl, ul);
     if (!bothTaken) return;
     judgeHighPdv(p, dl, ul);
     if (p.profileNo == packet::IEEE_1588_J3_PROFILE) judgeReliability(p, dl, ul);

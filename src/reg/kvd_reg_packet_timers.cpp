@@ -11,6 +11,7 @@
 #include "sig/reg_sig.h"
 #include "sig/tuiif_sig.h"
 
+#include <algorithm>
 #include <iterator>
 
 using packet::state;
@@ -27,9 +28,9 @@ constexpr TimerRow ROWS[packet::PDV_TIMERS] = {
 
 u32 timerOf(SIGSELECT sigNo)
 {
-    u32 which = 0;
-    while (which < packet::PDV_TIMERS && ROWS[which].sigNo != sigNo) ++which;
-    return which;
+    const auto row = std::find_if(std::begin(ROWS), std::end(ROWS),
+                                  [sigNo](const TimerRow& r) { return r.sigNo == sigNo; });
+    return static_cast<u32>(row - std::begin(ROWS));
 }
 
 void onExpiry(u32 which)
@@ -78,13 +79,11 @@ bool packet::stopPdvTimer(u32 which)
     RunningTimer& t = state().timers[which];
     t.isTold = false;
     if (!t.timer.runs()) return false;
-    if (t.owner != ose::current_process()) {
-        KVD_TRACE(TRACE_PTPTIME_REF, TRACE_ERROR, "Check: Cancelling %s PDV timer requested by other process",
-                  ROWS[which].name);
-        return false;
-    }
-    KvdTimer_cancel(t.timer);
-    return true;
+    const bool isOwn = t.owner == ose::current_process();
+    if (isOwn) KvdTimer_cancel(t.timer);
+    else       KVD_TRACE(TRACE_PTPTIME_REF, TRACE_ERROR,
+                         "Check: Cancelling %s PDV timer requested by other process", ROWS[which].name);
+    return isOwn;
 }
 
 node::TraceLevel packet::pdvLevel(u32 which) { return state().timers[which].isTold ? TRACE_3 : TRACE_INFO; }

@@ -3,6 +3,7 @@
 #include "node/trace.h"
 #include "reg/kvd_reg_packet_int.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace packet {
@@ -83,7 +84,7 @@ const double* runningVariance(RunningVariance* v, TimePair x)
         return nullptr;
     }
     RunningVariance::Accumulator& older = v->accumulators[v->older];
-    const u64 window = v->window > 0 ? static_cast<u64>(v->window) : 0;
+    const u64 window = static_cast<u64>(std::max(v->window, 0));
     if (window > 0 && older.n >= window / 2) take(v->accumulators[1 - v->older], x);
     take(older, x);
     v->variance = older.n == 1 ? 0.0 : older.sum / static_cast<double>(older.n - 1);

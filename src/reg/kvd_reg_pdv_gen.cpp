@@ -89,10 +89,9 @@ void add(i64& stamp_s, i32& stamp_ns, Sample sample)
     const double s2 = sample.seconds + sample.nanoseconds * 1e-9;
     const double v = s1 + s2;
     if (!(std::fabs(v) < 9.2e9)) return;   // beyond 63 bits of ns: no time of this world
-    const i64 n = static_cast<i64>(std::fabs(v) * NS_PER_SECOND + 0.5);
-    const i64 sign = v < 0 ? -1 : 1;
-    stamp_s = sign * (n / 1000000000);
-    stamp_ns = static_cast<i32>(sign * (n % 1000000000));
+    const i64 n = static_cast<i64>(std::copysign(std::fabs(v) * NS_PER_SECOND + 0.5, v));
+    stamp_s = n / 1000000000;
+    stamp_ns = static_cast<i32>(n % 1000000000);
 }
 
 /// The stamps as a trace argument.

@@ -40,7 +40,7 @@ void store(double y)
 void writeHistory(double y, u32 writeToFlash)
 {
     pll::Pll& p = pll::vars();
-    if (p.histPllCountDown >= 1 && p.histPllCountDown <= pll::HIST_PERIOD) --p.histPllCountDown;
+    if (p.histPllCountDown != 0 && p.histPllCountDown <= pll::HIST_PERIOD) --p.histPllCountDown;
     if (p.histPllCountDown == 0) writeToFlash = 1;
     KVD_TRACE(TRACE_PLL, TRACE_3, "%s() - Writing history data from PLL to %s, histPllCountDown -> %d [s]",
               "pll_filter", writeToFlash != 0 ? "flash" : "msi", static_cast<i32>(p.histPllCountDown));

@@ -7,8 +7,6 @@
 #include "ose/module_data.h"
 #include "sig/tuiif_sig.h"
 
-#include <cmath>
-
 namespace {
 
 constexpr double NEW_TARGET_s = 5e-7;            // in Unlocked
@@ -29,7 +27,7 @@ ose::ModuleData<State> s;
 void proceed()
 {
     pll::Pll& p = pll::vars();
-    if (std::fabs(p.targetDiff) < BAND_s) {
+    if (isWithin(p.targetDiff, BAND_s)) {
         const TimePair delta0 = pll::needs().offset();
         const bool isOffset = !s->sourceTime || tuHwIf_isOverOneIncrement(delta0.c, delta0.f);
         pll::changeState(isOffset ? PLL_OffsetLocked : PLL_Locked);
@@ -82,7 +80,7 @@ void offsetLocked(double phaseDiff)
         p.writeToFlash = 1;
         p.histPllCountDown = pll::HIST_OFF;
     }
-    if (std::fabs(phaseDiff - p.targetDiff) > BAND_s) {
+    if (isBeyond(phaseDiff - p.targetDiff, BAND_s)) {
         ++c.changeStateCounter;
     } else {
         c.changeStateCounter = 0;
@@ -117,7 +115,7 @@ void locked(double phaseDiff)
         p.timeAccuracyIndSent = 1;
     }
     if (losesTime()) return pll::changeState(PLL_OffsetLocked);
-    if (std::fabs(phaseDiff) <= LOCKED_LIMIT_s) {
+    if (isUpTo(phaseDiff, LOCKED_LIMIT_s)) {
         p.targetDiff = 0.0;
         c = {};
         pll::filter(phaseDiff, p.writeToFlash);
@@ -145,7 +143,7 @@ void holdover(double phaseDiff)
         p.targetDiff = phaseDiff;
         p.histPllCountDown = pll::HIST_OFF;
     }
-    if (std::fabs(phaseDiff - p.targetDiff) < BAND_s) {
+    if (isWithin(phaseDiff - p.targetDiff, BAND_s)) {
         ++c.changeStateCounter;
     } else {
         c.changeStateCounter = 0;

@@ -8,8 +8,6 @@
 #include "sig/reg_types.h"
 #include "sig/tuiif_sig.h"
 
-#include <cmath>
-
 namespace {
 
 constexpr double ANOMALY_s = 0.001f;             // between two samples: the 5 ms grid slipped
@@ -49,7 +47,7 @@ void preStep(double phaseDiff)
 {
     pll::Pll& p = pll::vars();
     const double moved = phaseDiff - s->previous;
-    if (std::fabs(moved) > ANOMALY_s) {
+    if (isBeyond(moved, ANOMALY_s)) {
         KVD_TRACE(TRACE_PLL, TRACE_INFO, "%s() - 5 ms measurement anomaly encountered, ignoring measurement",
                   "KvdLoz6TuReg_slavePll_control");
         return event(EV_SLAVE_PLL_5MS_ANOMALY);
@@ -122,7 +120,7 @@ void locked(double phaseDiff)
         c = {};
         pll::needs().tellGpsOut(PLL_IS_TIME_LOCKED);
     }
-    if (std::fabs(phaseDiff) <= LOCKED_LIMIT_s) {
+    if (isUpTo(phaseDiff, LOCKED_LIMIT_s)) {
         p.targetDiff = 0.0;
         c = {};
         return pll::filter(phaseDiff);

@@ -122,8 +122,8 @@ void unlocked(double phaseDiff)
         pll::needs().tellGpsOut(PLL_IS_NOT_TIME_LOCKED);
     }
     const double absPhase = std::fabs(phaseDiff);
-    if (absPhase > FAR_s) return onFar(phaseDiff, false);
-    if (absPhase < NEAR_s) {
+    if (isBeyond(phaseDiff, FAR_s)) return onFar(phaseDiff, false);
+    if (isWithin(phaseDiff, NEAR_s)) {
         ++s->near;
         s->nearSum += absPhase;
     } else {
@@ -153,10 +153,9 @@ void locked(double phaseDiff)
         beginState();
         pll::needs().tellGpsOut(PLL_IS_TIME_LOCKED);
     }
-    const double absPhase = std::fabs(phaseDiff);
-    if (absPhase > NEAR_s) {
+    if (isBeyond(phaseDiff, NEAR_s)) {
         ++s->far;
-        if (absPhase > FAR_s && pll::needs().startType() == KVD_BIRAIIF_RESTART_WARM) {
+        if (isBeyond(phaseDiff, FAR_s) && pll::needs().startType() == KVD_BIRAIIF_RESTART_WARM) {
             onFar(phaseDiff, true);
             if (pll::vars().currSlaveState != SLAVE_PLL_Locked) return;   // the hardware was given back
         }

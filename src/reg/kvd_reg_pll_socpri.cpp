@@ -8,8 +8,6 @@
 #include "sig/inrsi_sig.h"
 #include "sig/tuiif_socpri_sig.h"
 
-#include <cmath>
-
 namespace {
 
 constexpr double NEW_TARGET_s = 1e-7;
@@ -45,7 +43,7 @@ void regulate(double x)
 /// Phase at zero and counters at the other end's: time is there. Else a jump is to come.
 u32 lockState()
 {
-    const bool isTime = std::fabs(pll::vars().targetDiff) < BAND_s && pll::needs().timeDataEqual();
+    const bool isTime = isWithin(pll::vars().targetDiff, BAND_s) && pll::needs().timeDataEqual();
     return isTime ? PLL_Locked : PLL_OffsetLocked;
 }
 
@@ -83,7 +81,7 @@ void offsetLocked(double phaseDiff)
         c.changeStateCounter = 0;
         p.histPllCountDown = pll::HIST_OFF;
     }
-    if (std::fabs(phaseDiff - p.targetDiff) > BAND_s) {
+    if (isBeyond(phaseDiff - p.targetDiff, BAND_s)) {
         ++c.changeStateCounter;
     } else {
         c.changeStateCounter = 0;
@@ -102,7 +100,7 @@ void locked(double phaseDiff)
         if (p.timeAccuracyIndSent == 0) pll::needs().timeAccuracy();
         p.timeAccuracyIndSent = 1;
     }
-    if (std::fabs(phaseDiff) <= LOCKED_LIMIT_s) {
+    if (isUpTo(phaseDiff, LOCKED_LIMIT_s)) {
         p.targetDiff = 0.0;
         c = {};
         regulate(phaseDiff);
@@ -116,7 +114,7 @@ void locked(double phaseDiff)
 
 void endHoldover()
 {
-    const bool isNear = std::fabs(pll::vars().targetDiff) < BAND_s;
+    const bool isNear = isWithin(pll::vars().targetDiff, BAND_s);
     pll::changeState(lockState());
     if (isNear) {
         pll::needs().armContinuation();
@@ -130,7 +128,7 @@ void holdover(double phaseDiff)
     pll::Counters& c = s->c;
     if (pll::takeStateChanged()) {
         c = {};
-        if (std::fabs(phaseDiff) > NEW_TARGET_s) p.targetDiff = phaseDiff;
+        if (isBeyond(phaseDiff, NEW_TARGET_s)) p.targetDiff = phaseDiff;
         p.histPllCountDown = pll::HIST_OFF;
     }
     if (++c.samples >= HOLDOVER_SAMPLES) {
@@ -138,15 +136,15 @@ void holdover(double phaseDiff)
         pll::needs().answerContinuation(PHASE_MEAS_PROBLEM);
         return;
     }
-    const double d = std::fabs(phaseDiff - p.targetDiff);
-    if (d < BAND_s) ++c.changeStateCounter;
-    else            c.changeStateCounter = 0;
-    if (d > NEW_TARGET_s) {
+    const double d = phaseDiff - p.targetDiff;
+    if (isWithin(d, BAND_s)) ++c.changeStateCounter;
+    else                     c.changeStateCounter = 0;
+    if (isBeyond(d, NEW_TARGET_s)) {
         p.targetDiff = phaseDiff;
         return;
     }
     if (c.changeStateCounter > STABLE_LOCKED) endHoldover();
-    else                                      regulate(phaseDiff - p.targetDiff);
+    else                                      regulate(d);
 }
 
 }  // namespace

@@ -9,8 +9,6 @@
 #include "sig/tuiif_sig.h"
 #include "unit/kvd_unit_link.h"
 
-#include <cmath>
-
 namespace {
 
 void report(u8 clockState) { pll::needs().report(clockState); }
@@ -126,21 +124,21 @@ bool pll::isUnreliable(Counters& c)
 
 bool pll::followTarget(Counters& c, double phaseDiff, double near_s, double far_s)
 {
-    const double d = std::fabs(phaseDiff - vars().targetDiff);
-    if (d > far_s) {
+    const double d = phaseDiff - vars().targetDiff;
+    if (isBeyond(d, far_s)) {
         vars().targetDiff = phaseDiff;
         c.changeStateCounter = 0;
         return true;
     }
-    if (d < near_s)                    ++c.changeStateCounter;
+    if (isWithin(d, near_s))           ++c.changeStateCounter;
     else if (c.changeStateCounter > 0) --c.changeStateCounter;
     return false;
 }
 
 void pll::countBeyondLimit(Counters& c, double phaseDiff, double near_s, double far_s)
 {
-    if (++c.changeToUnlockedCounter == 1 && std::fabs(phaseDiff) > far_s) vars().targetDiff = phaseDiff;
-    if (std::fabs(phaseDiff - vars().targetDiff) < near_s) ++c.changeToOffsetLockedCounter;
+    if (++c.changeToUnlockedCounter == 1 && isBeyond(phaseDiff, far_s)) vars().targetDiff = phaseDiff;
+    if (isWithin(phaseDiff - vars().targetDiff, near_s)) ++c.changeToOffsetLockedCounter;
 }
 
 void pll::loseOffset(const char* control, double phaseDiff)

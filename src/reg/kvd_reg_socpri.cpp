@@ -234,7 +234,7 @@ void setOffset(double c, double f)
 /// A negative step of less than that is (-1, 0.99...) in normal form, so the sum counts too.
 bool isOverOneStep(const TimePair& t)
 {
-    return tuHwIf_isOverOneIncrement(t.c, t.f) && std::fabs(t.c + t.f) > COUNTER_STEP_s;
+    return tuHwIf_isOverOneIncrement(t.c, t.f) && isBeyond(t.c + t.f, COUNTER_STEP_s);
 }
 
 }  // namespace

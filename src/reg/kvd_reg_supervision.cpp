@@ -107,7 +107,7 @@ void takePdv(packet::SupervisionRecord& r, u32 z_i, TimePair phase)
         const auto m = static_cast<u32>(measure::state().var.measRefData.m);
         const u32 rest = r.currMeas % packet::PHASE_WINDOW;
         r.pdvStopped = 1;
-        n = rest > m ? rest : std::min(r.currMeas, m);
+        n = std::max(rest, std::min(r.currMeas, m));
         n = std::clamp<u32>(n, 1, packet::PHASE_WINDOW);
     }
     r.phaseWindow[r.windowIdx] = phase;
@@ -162,7 +162,7 @@ void KvdLoz6TuReg_frequencySupervision(u32 interval, u32 window, TimePair phase)
 {
     packet::SupervisionRecord& r = state().supervision;
     const double now = phase.c + phase.f;
-    const bool stepped = r.lastPhase != 0.0 && std::fabs(now - r.lastPhase) > interval * STEP_RATE;
+    const bool stepped = r.lastPhase != 0.0 && isBeyond(now - r.lastPhase, interval * STEP_RATE);
     ++r.currMeas;
     r.lastPhase = now;
     if (stepped) return;
@@ -177,11 +177,11 @@ void KvdLoz6TuReg_reportPhaseJump(u32 z_i, double phase)
 {
     packet::SupervisionRecord& r = state().supervision;
     if (isPacketFrequency(z_i)) return markPacketJump(r);
-    if (!isLine(z_i) || std::fabs(phase - r.lastPhase) <= LINE_STEP_s) return;
+    if (!isLine(z_i) || isUpTo(phase - r.lastPhase, LINE_STEP_s)) return;
     ++r.totalJumps;
     r.phaseJumpFlag = 1;
     constexpr u8 DROPPED_UP_TO = 28;             // of a window of 30
-    if (r.minCount >= 1 && r.minCount <= DROPPED_UP_TO) r.minCurr = packet::NO_MINIMUM;
+    if (r.minCount <= DROPPED_UP_TO) r.minCurr = packet::NO_MINIMUM;
 }
 
 void KvdLoz6TuReg_supervisionRestart()

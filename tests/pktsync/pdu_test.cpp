@@ -59,6 +59,7 @@ TEST(PtpFrame, ThatIsNoneIsDroppedWithItsCodeAndTheNextIsTaken)
         {"a header one octet short", 0, PTP, 13, 8, 2 | 4 | 8},
         {"a stamp one octet short", 0, PTP, 21, 8, 4},
         {"another protocol", 0, IP, WHOLE, 8, 8},
+        {"a header alone", 0, PTP, 14, 8, 4},
         {"a tag alone", 3, PTP, 14, 8, 4 | 8},
         {"a tagged header one octet short", 3, PTP, 17, 8, 4 | 8},
         {"a tagged frame's stamp one octet short", 3, PTP, 25, 8, 4},

@@ -2,6 +2,10 @@
 // window; the printed delay history.
 #include "reg/support/packet_bench.h"
 
+#include "base/element_of.h"
+
+#include <cmath>
+
 using regtest::PacketBench;
 
 namespace {
@@ -50,6 +54,56 @@ TEST(RunningVariance, OfAWindowGoesOnWithItsNewerHalf)
     double variance = 0.0;
     for (const double x : {1.0, 1.0, 1.0, 1.0, 3.0}) variance = *packet::runningVariance(&v, {0.0, x});
     EXPECT_NEAR(variance, 4.0 / 3.0, 1e-12);       // of 1, 1, 3
+}
+
+TEST(PacketReference, WhatStandsAtALimitIsNotBeyondIt)
+{
+    PacketBench b(Z_PKT_TIME_REF);
+    b.inManager([&b] {
+        packet::State& s = packet::state();
+        KvdLoz6TuReg_onPktTimeRefInit();
+        KvdLoz6TuReg_forceRegState(s.filter.lastRegState = TIMELOCKED);
+        packet::historyEntry(packet::HISTORY_TIME, false, 0.0, 0.0);
+        struct Case { u32 interval_ms; double pdv_s; bool isTold; };
+        for (const Case& c : {Case{63, 1e-4, true}, {16, 1e-4, false}, {63, 3.5e-7, false}}) {
+            PktTimeMsg m{};
+            m.syncIntervalMs = c.interval_ms;
+            s.filter.prevZ21 = packet::delay21(m), s.filter.prevZ43 = packet::delay43(m);
+            s.filter.variances[0].accumulators[0] = {1, s.filter.prevZ21, std::pow(c.pdv_s / 6, 2)};
+            KvdLoz6TuReg_handlePktTimeMsg(m);        // the second sample: that sum is its variance
+            EXPECT_EQ(packet::pdvTimerRuns(packet::NOT_RELIABLE_TIMER), c.isTold);
+            EXPECT_FALSE(packet::pdvTimerRuns(packet::HIGH_PDV_TIMER));
+            EXPECT_EQ(s.history.remembered[packet::HISTORY_TIME].high, 0u);
+        }
+        measure::state().var.selectedRef = TU_SR_PKT_FREQ_REF;
+        b.R_est = std::pow(0.015 / 5.14, 2);
+        b.refStates.clear();
+        for (u32 i = 0; i < 2; ++i) KvdLoz6TuReg_handlePktFreqMsg({});
+        EXPECT_EQ(b.refStates, (std::vector<u8>{1, 1}));
+        EXPECT_EQ(s.history.remembered[packet::HISTORY_FREQUENCY].high, 0u);
+        s.highPdvCounter = packet::HIGH_PDV_SAMPLES + 1;
+        EXPECT_FALSE(KvdLoz6TuReg_pdvIsHigh());
+        for (const double var : {1e4, 0.1}) {
+            packet::SecondDifference v{.var = var, .full = 1};
+            v.ring[v.size - 1] = 108.0;              // its latest samples' mean is 1
+            EXPECT_FALSE(packet::varianceJumpCheck(v)) << var;
+        }
+        for (const double x : {1., -1.}) EXPECT_TRUE(!isWithin(x, 1.) && isUpTo(x, 1.) && !isBeyond(x, 1.));
+        EXPECT_EQ(elementOf(s.timers, packet::PDV_TIMERS), nullptr);
+        EXPECT_EQ(std::pair(packet::nearestRate(12.0), packet::packetRate(0)), std::pair(u16{16}, u16{256}));
+        // A jump spoils the entry before one that has just begun, and a minimum that isn't nearly complete.
+        packet::SupervisionRecord& r = s.supervision;
+        for (const auto& [sample, spoilt] : {std::pair{49u, 0}, {150u, 1}, {200u, 2}, {201u, 1}}) {
+            r = {.currMeas = sample};
+            KvdLoz6TuReg_reportPhaseJump(Z_PKT_FREQ_REF, 0.0);
+            EXPECT_EQ((r.pdv.back() != 0) + (r.freqDev.back() != 0), spoilt) << sample;
+        }
+        for (const u8 samples : {28, 29}) {
+            r = {.minCurr = {1, 0}, .minCount = samples};
+            KvdLoz6TuReg_reportPhaseJump(Z_EXT_REF, 1.0);
+            EXPECT_EQ(r.minCurr.c == 1, samples == 29);
+        }
+    });
 }
 
 TEST(PacketHistory, IsPrintedByKindOfReference)

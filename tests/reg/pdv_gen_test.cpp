@@ -54,6 +54,7 @@ TEST(PdvGenerator, NeedsAThousandValuesOfItsFile)
              {"1001 lines",     table("1.25", "0.001", 1001),             {2000000000, 3250000000}},
              {"a word inside",  table("0.5", "0", 500) + "x\n" + table("1", "1", 600), UNTOUCHED},
              {"a negative one", table("-0.5", "0.001", 1000),             UNTOUCHED},
+             {"beyond 32 bits", table("1", "4294967296", 1000),           UNTOUCHED},
              {"not a number",   table("nan", "0.001", 1000),              UNTOUCHED}}) {
         SCOPED_TRACE(c.what);
         Generator g;
