@@ -489,7 +489,7 @@ void Recorder::onStartTrace(const std::string& text)
 
 namespace {
 
-/// A text without the digits of addresses, another process has others: those are more than the eight of a word.
+/// A text without the digits of addresses, which are more than the eight of a word: each process has its own.
 std::string withoutAddresses(std::string text)
 {
     constexpr std::size_t WORD_DIGITS = 8;

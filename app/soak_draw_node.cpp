@@ -1,5 +1,5 @@
-// What happens to the node and the board of a drawn scenario: services, oven, restarts, power, main processor,
-// memory, and what the operator types.
+// What happens to the node and the board of a drawn scenario: services, oven, restarts, power, main
+// processor, memory, and what the operator types.
 #include "app/soak_plan.h"
 
 #include <algorithm>

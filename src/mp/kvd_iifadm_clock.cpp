@@ -229,7 +229,9 @@ namespace {
 u8 untilSocpri(u8 clock)
 {
     const bool awaitsSocpri = saved().selectedRef == NO_REF && state().socpriMarker != 0;
-    const bool isOfLoop = lockedTwin(clock) != clock;   // the regulator itself is locked, or isn't
+    const bool isLocked = saved().prevSelectedRef == SOCPRI_REF      // and about to hold over
+                          && (clock == KVD_TUIIF_TIME_OFFSET_LOCKED || clock == KVD_TUIIF_RNT_TIME_LOCKED);
+    const bool isOfLoop = isLocked || lockedTwin(clock) != clock;    // the regulator is locked, or isn't
     return awaitsSocpri && clock != KVD_TUIIF_WARMUP && !isOfLoop ? u8{KVD_TUIIF_FREQUENCY_DRIFTING} : clock;
 }
 

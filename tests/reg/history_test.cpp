@@ -64,17 +64,3 @@ TEST(HistoryRecord, KeepsThatTheRestartWasCold)
         }
     });
 }
-
-TEST(HistoryFlash, TellsWhereAShortFileEnds)
-{
-    struct Case { std::size_t size; char fill; const char* trace; };    // version 0, or a newer one
-    for (const Case& c : std::to_array<Case>({
-             {3, 0, "file version"}, {4, 0, "freqWriteTime"}, {8, 0, "mismatch"},
-             {4, 1, "seeking"}, {12, 1, "freqWriteTime"}, {16, 1, "mismatch"}})) {
-        HistoryBench unit;
-        std::string content;
-        unit.node.volumes().write(HIST_FILE_OLD, std::string(c.size, c.fill));
-        unit.in([&content] { EXPECT_EQ(flashfile::choose(content), nullptr); });
-        EXPECT_TRUE(unit.traced(c.trace)) << c.size;
-    }
-}
