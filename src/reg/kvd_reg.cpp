@@ -252,8 +252,8 @@ void KvdLoz6TuReg_sendTimeData()
         return;
     }
     const MeasStateVar& meas = KvdLoz6TuReg_measStateVar();
-    // Less than a second from the wrap, on either side.
-    const bool wraps = std::trunc(KvdLoz6Math_wrapSymmetric(t_f, period)) == 0.0;
+    constexpr double NEAR_WRAP = 1.0;      // s
+    const bool wraps = isWithin(KvdLoz6Math_wrapSymmetric(t_f, period), NEAR_WRAP);
     if (s->masterSlaveMode != 0 && (meas.jump_idl1 != 0 || wraps)) {
         KVD_TRACE(TRACE_TUREG, TRACE_3,
                   "Do not send TimeDataInd from master when jump flag is set or "

@@ -178,7 +178,9 @@ bool rebuildTime(const HistRecord& h, double& t_c, double& t_f)
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "tuHwIf_readSfc failed (returned 0x%x)", static_cast<u32>(result));
         return false;
     }
-    t_c = std::signbit(t_f - h.t_f_last) ? h.t_c_last + period : h.t_c_last;
+    const double d = t_f - h.t_f_last;
+    const double r = d - std::floor(d / period) * period;
+    t_c = r + h.t_f_last > period ? h.t_c_last + period : h.t_c_last;
     return true;
 }
 

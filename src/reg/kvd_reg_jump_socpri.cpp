@@ -233,7 +233,7 @@ void repeatCoarseStep()
 void timeDataDiffers()
 {
     SoCpriJump& jumps = s->soCpriJump;
-    --jumps.retries;
+    if (jumps.retries > 0) --jumps.retries;
     if (jumps.retries > 0) {
         log(SOCPRI_EV_TIME_DATA_INCONSISTENCY_TOLERATED);
         if (jumps.retries == 1) repeatCoarseStep();
