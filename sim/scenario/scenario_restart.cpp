@@ -123,15 +123,24 @@ constexpr Damage DAMAGES[] = {
     {"renamed", [](Volumes& v, const std::string& c) { leaveAs(v, c); }},
 };
 
+/// Its first bytes alone, as of a write that power cut short.
+void shorten(Volumes& volumes, const char* path, std::size_t bytes)
+{
+    const auto file = volumes.files().find(path);
+    if (file != volumes.files().end()) volumes.write(path, file->second.substr(0, bytes));
+}
+
 Action damageHistory(TableReader& t)
 {
     const Damage& damage = t.row("file", DAMAGES, "damage to the history");
-    return [apply = damage.apply](Unit& u) {
+    const auto bytes = static_cast<std::size_t>(t.integer("bytes", 0, RECORD + REVISION, RECORD + REVISION));
+    return [apply = damage.apply, bytes](Unit& u) {
         const auto& files = u.node().volumes().files();
         const auto file = files.find(PRESENT_FILE);
         if (file == files.end() || file->second.size() != RECORD + REVISION) return;
         const std::string content = file->second;
         apply(u.node().volumes(), content);
+        shorten(u.node().volumes(), OLDER_FILE, bytes);
     };
 }
 

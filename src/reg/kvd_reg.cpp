@@ -232,8 +232,7 @@ bool KvdLoz6TuReg_dispatch(Signal* sig)
 
 void KvdLoz6TuReg_regStateChanged(u8 from, u8 to)
 {
-    if (from == TIMELOCKED && to != TIMELOCKED && KvdLoz6TuReg_jumpState() != JUMP_NOT_NEEDED)
-        KvdLoz6TuReg_setJumpState(JUMP_NOT_NEEDED);
+    if (from == TIMELOCKED) KvdLoz6TuReg_setJumpState(JUMP_NOT_NEEDED);
 
     const u32 selectedRef = KvdLoz6TuReg_selectedRef();
     // A slave's loop goes on when its reference is deselected.

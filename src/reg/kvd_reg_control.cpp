@@ -19,7 +19,9 @@
 #include "sig/ref_types.h"
 #include "unit/kvd_unit_link.h"
 
+#include <algorithm>
 #include <cmath>
+#include <iterator>
 
 namespace {
 
@@ -95,7 +97,7 @@ void KvdLoz6TuReg_calc_t_ix(double x0, double P00)
     if (control::timeIsLocked({t_acc, v.t_lim_low, v.t_lim_high, v.t_ix, KvdLoz6TuReg_knowsTime()})) {
         v.t_ix = 2;
         const TimePair delta0 = KvdLoz6TuReg_getOffset();
-        if (std::fabs(delta0.c + delta0.f) < OFFSET_GONE && KvdLoz6TuReg_sourceTime()) {
+        if (isWithin(delta0.c + delta0.f, OFFSET_GONE) && KvdLoz6TuReg_sourceTime()) {
             // Clearing an offset that is clear would mark a phase jump at every step.
             if (delta0.c != 0.0 || delta0.f != 0.0) KvdLoz6TuReg_setOffset(0.0, 0.0);
             v.t_ix = 3;
@@ -204,7 +206,7 @@ void writeTransition(u8 regState)
 {
     control::State& st = *s;
     if (st.transitionCount == control::TRANSITIONS_MAX) {
-        for (u32 i = 1; i < control::TRANSITIONS_MAX; ++i) st.transitions[i - 1] = st.transitions[i];
+        std::move(std::next(std::begin(st.transitions)), std::end(st.transitions), std::begin(st.transitions));
         --st.transitionCount;
     }
     const node::CalendarTime now = node::platform().calendar();

@@ -40,7 +40,7 @@ void fixFilterStep(FixFilter& f, double log_f_dev)
     }
     const double step = log_f_dev - f.last;
     ++f.count;
-    if (step >= 0.0) f.stepSum += step;     // a falling step counts as a sample of 0
+    f.stepSum += std::max(step, 0.0);       // a falling step counts as a sample of 0
     if (step > 0.0) {
         f.risingStepSum += step;
         ++f.risingCount;
@@ -57,10 +57,8 @@ void fixFilterStep(FixFilter& f, double log_f_dev)
     f.risingStepSum = 0.0;
     f.risingCount = 0;
     double n = 0.0;
-    if (f.meanStep > MEAN_STEP_MIN) {
-        n = std::ceil(HYST_FACTOR * f.meanRisingStep / f.meanStep);
-        if (n > HYST_STEPS_MAX) n = HYST_STEPS_MAX;
-    }
+    if (f.meanStep > MEAN_STEP_MIN)
+        n = std::min(std::ceil(HYST_FACTOR * f.meanRisingStep / f.meanStep), HYST_STEPS_MAX);
     f.hyst = n * f.meanStep;
 }
 
@@ -72,10 +70,8 @@ double fixDistance(const FixFilter& f, double log_f_dev, u8 f_ix, double f_lim_l
 
 u8 gradeOfDistance(double distance)
 {
-    const double grade = BEST - std::ceil(distance);
-    if (grade >= BEST) return BEST;
-    if (!(grade >= WORST)) return WORST;   // written so that "not a number" is the worst
-    return static_cast<u8>(grade);
+    const double grade = std::min<double>(BEST - std::ceil(distance), BEST);
+    return static_cast<u8>(std::max<double>(WORST, grade));   // in this order "not a number" is the worst
 }
 
 bool timeIsLocked(const TimeGradeInput& in)
@@ -128,7 +124,7 @@ u32 nomDivOf(double D) { return toU32(KvdLoz6Math_roundHalfDown(D) - 1.0); }
 DividerWords splitDivider(double D, u32 hardwareNomDiv, i64 M)
 {
     DividerWords w{hardwareNomDiv, 0, false};
-    if (std::fabs(D - hardwareNomDiv - 1.0) > 1.0) {
+    if (isBeyond(D - hardwareNomDiv - 1.0, 1.0)) {
         w.nomDiv = nomDivOf(D);
         w.nomDivMoved = true;
     }
@@ -139,8 +135,8 @@ DividerWords splitDivider(double D, u32 hardwareNomDiv, i64 M)
 
 u32 toU32(double x)
 {
-    if (!(x > 0.0)) return 0;
-    return static_cast<u32>(std::min(x, 4294967295.0));
+    const double notNegative = std::max(0.0, x);   // in this order "not a number" is 0
+    return static_cast<u32>(std::min(notNegative, 4294967295.0));
 }
 
 i64 toI64(double x)

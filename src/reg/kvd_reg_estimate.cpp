@@ -57,6 +57,7 @@ void phaseJump(u32 z_i, double z)
 }
 
 double unreliableAbove(u32 z_i, double S) { return UNRELIABLE * (S + estimator::baseVariance(z_i)); }
+bool isUnreliable(double distance, double limit) { return distance * distance > limit; }
 
 /// The next measurement begins a time scale at 0. An estimate that is farther from that than a measurement
 /// may be, as after minutes without one, would refuse all of them.
@@ -66,8 +67,8 @@ void timeJump(u32 z_i, double S)
               KvdLoz6TuReg_measurementText(z_i));
     s->var.degrd = 0;
     KvdLoz6TuReg_setMod(0.0);
-    const double x0 = s->estimatePar.x_pred[0];
-    if (x0 * x0 > unreliableAbove(z_i, S)) estimator::resetTimeRow(s->estimatePar.P_pred);
+    if (isUnreliable(s->estimatePar.x_pred[0], unreliableAbove(z_i, S)))
+        estimator::resetTimeRow(s->estimatePar.P_pred);
 }
 
 void trackResidualSign(double resid)
@@ -113,8 +114,7 @@ bool useOutlier(u32 z_i, const estimator::Residual& r)
 /// other speak for the reference. The next one is judged against an estimate that knows nothing.
 void refuseDegraded(u32 z_i, double resid, double limit)
 {
-    const double apart = resid - s->lastRefused;
-    const bool isSteady = apart * apart <= limit && std::fabs(resid) < OWN_OFFSET;
+    const bool isSteady = !isUnreliable(resid - s->lastRefused, limit) && isWithin(resid, OWN_OFFSET);
     s->lastRefused = resid;
     s->steadyRefusals = isSteady ? s->steadyRefusals + 1 : 0;
     if (s->steadyRefusals < STEADY_REFUSALS
@@ -141,13 +141,12 @@ bool measReliability(u32 z_i, const estimator::Residual& r)
         v.residualSignConstant = 1;
         v.prevRef = z_i;
     }
-    const double residSquared = r.resid * r.resid;
     const double limit = unreliableAbove(z_i, r.S);
-    if (residSquared > limit) {
+    if (isUnreliable(r.resid, limit)) {
         if (v.degrState == KVD_TUIIF_REF_DEGRADED) {
             KVD_TRACE(TRACE_TUREG, TRACE_3,
                       "measReliability: Measurement unreliable (%f > %f) for degraded reference",
-                      residSquared, limit);
+                      r.resid * r.resid, limit);
             refuseDegraded(z_i, r.resid, limit);
             return false;
         }

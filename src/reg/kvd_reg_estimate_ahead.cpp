@@ -13,9 +13,9 @@ namespace {
 
 constexpr double HISTORY_FIRST = 1714.2857142857142;  // ticks, one hour
 constexpr u32    HISTORY_ROUNDS = 8;
-constexpr double CALIBRATION_STEP = 43200.0;          // s
-constexpr double CALIBRATION_END = 1300000.0;         // s
 constexpr double DAY = 86400.0;                       // s
+constexpr double CALIBRATION_STEP = DAY / 2;
+constexpr u32    CALIBRATION_ROUNDS = 31;             // the last one looks beyond 1300000 s
 constexpr double POOR_FREQUENCY_VARIANCE = 1e-14;     // one sigma of 100 ppb
 
 /// Grade of the frequency when nothing but time passes for t_s seconds. The grading filter and the stored
@@ -49,16 +49,11 @@ double KvdLoz6TuReg_lookAheadHistory()
 
 double KvdLoz6TuReg_lookAheadCalibration()
 {
-    double t = CALIBRATION_STEP;
-    while (gradeAfter(t) == F_IX_LOCKED) {
-        if (!(t < CALIBRATION_END)) {
-            KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Days calibration is valid from now: %s",
-                      TuCommon_text(t / DAY));
-            return t / DAY;
-        }
+    double t = 0.0;
+    for (u32 round = 0; round < CALIBRATION_ROUNDS; ++round) {
+        if (gradeAfter(t + CALIBRATION_STEP) != F_IX_LOCKED) break;
         t += CALIBRATION_STEP;
     }
-    t -= CALIBRATION_STEP;
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Days calibration is valid from now: %s", TuCommon_text(t / DAY));
     return t / DAY;
 }

@@ -1,3 +1,4 @@
+#include "base/element_of.h"
 #include "base/trace_groups.h"
 #include "base/tu_common.h"
 #include "node/trace.h"
@@ -5,6 +6,7 @@
 #include "reg/kvd_reg_matrix.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdio>
 
@@ -104,26 +106,22 @@ Text vectorText(const Vec6& v)
     return t;
 }
 
-/// Orthonormal columns of A by modified Gram-Schmidt.
+/// Orthonormal columns of A by modified Gram-Schmidt, transposed.
 Mat6 orthonormalColumns(const Mat6& A)
 {
-    Mat6 q = A;
-    for (u32 j = 0; j < 6; ++j) {
-        double n = 0.0;
-        for (u32 i = 0; i < 6; ++i) n += q[i * 6 + j] * q[i * 6 + j];
+    auto columns = std::bit_cast<std::array<Vec6, 6>>(matrix::transpose<6, 6>(A));
+    for (auto column = columns.begin(); column != columns.end(); ++column) {
+        const double n = matrix::dot(*column, *column);
         if (n == 0.0) {
             KVD_TRACE(TRACE_TUREG, TRACE_INFO, "A has linerarly dependant columns");
             continue;
         }
         const double r_jj = std::sqrt(n);
-        for (u32 i = 0; i < 6; ++i) q[i * 6 + j] /= r_jj;
-        for (u32 later = j + 1; later < 6; ++later) {
-            double r = 0.0;
-            for (u32 i = 0; i < 6; ++i) r += q[i * 6 + j] * q[i * 6 + later];
-            for (u32 i = 0; i < 6; ++i) q[i * 6 + later] -= r * q[i * 6 + j];
-        }
+        for (double& x : *column) x /= r_jj;
+        for (auto later = std::next(column); later != columns.end(); ++later)
+            *later = matrix::difference(*later, scale(*column, matrix::dot(*column, *later)));
     }
-    return q;
+    return std::bit_cast<Mat6>(columns);
 }
 
 /// Smallest diagonal entry after the rounds of unshifted QR iteration: the smallest eigenvalue when
@@ -131,8 +129,8 @@ Mat6 orthonormalColumns(const Mat6& A)
 double smallestByQr(Mat6 A)
 {
     for (u32 round = 0; round < QR_ROUNDS; ++round) {
-        const Mat6 Q = orthonormalColumns(A);
-        A = multiply<6, 6, 6>(multiply<6, 6, 6>(matrix::transpose<6, 6>(Q), A), Q);
+        const Mat6 Qt = orthonormalColumns(A);
+        A = multiply<6, 6, 6>(multiply<6, 6, 6>(Qt, A), matrix::transpose<6, 6>(Qt));
     }
     double smallest = A[0];
     for (u32 i = 1; i < 6; ++i) smallest = std::min(smallest, A[i * 6 + i]);
@@ -285,7 +283,8 @@ double baseVariance(u32 z_i)
         1.2e-11, 1.2e-11,                               // GPS_OUT_REF, GPSOSL_REF
         0.0,                                            // SOCPRI_REF
     };
-    return z_i < Z_I_COUNT ? BASE[z_i] : 0.0;
+    const double* const base = elementOf(BASE, z_i);
+    return base != nullptr ? *base : 0.0;
 }
 
 }  // namespace estimator

@@ -68,8 +68,7 @@ bool judge(Candidate& c, int result)
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "Problems reading flash file version, errno = %d", result);
         return false;
     }
-    constexpr u32 TIME_AT_4_UP_TO = 0x50005;
-    const bool old = node::be32(bytesOf(c.content)) <= TIME_AT_4_UP_TO;
+    const bool old = node::be32(bytesOf(c.content)) < HIST_RECORD_VERSION;
     const u32 timeAt = old ? OLD_FROM : HIST_WRITE_TIME_AT;
     if (size < timeAt) {
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "Problems seeking flash file, errno = %d", result);
@@ -204,10 +203,6 @@ const char* flashfile::choose(std::string& content)
 
 bool flashfile::convert(const std::string& content, const double coeff[3], u8* record)
 {
-    if (content.size() < 4) {
-        KVD_TRACE(TRACE_HIST, TRACE_INFO, "Problems reading flash file version, errno = %d", 0);
-        return false;
-    }
     const u8* const file = bytesOf(content);
     const u32 version = node::be32(file);
     KVD_TRACE(TRACE_HIST, TRACE_INFO, "Flash file version = %x, size = %u", version,
@@ -256,10 +251,9 @@ bool KvdLoz6TuReg_writeFlashFile(const u8* record)
     node::putBe32(revision, tuHwIf_readFpgaRev());
     const int closed = node::platform().fileAppend(
         HIST_FILE, std::string(reinterpret_cast<const char*>(revision), sizeof revision));
-    if (closed != 0) {
+    if (closed != 0)
         KVD_TRACE(TRACE_HIST, TRACE_INFO, "Can't close Flash-file: %s, errno = %d", HIST_FILE, closed);
-        return false;
-    }
-    updateOldFile(record);
-    return true;
+    else
+        updateOldFile(record);
+    return closed == 0;
 }

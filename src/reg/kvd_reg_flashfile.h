@@ -33,7 +33,7 @@ namespace flashfile {
 /// Name and content of the newer file; of equals HIST_FILE. nullptr when neither has the exact size
 /// of its version.
 const char* choose(std::string& content);
-/// `coeff` are the temperature coefficients that a five-state record lacks.
+/// `content` is at least a version; `coeff` are the temperature coefficients that a five-state record lacks.
 bool convert(const std::string& content, const double coeff[3], u8* record);
 
 }  // namespace flashfile

@@ -17,6 +17,7 @@
 #include "sig/ref_types.h"
 #include "store/kvd_mgr_mem.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -91,7 +92,7 @@ bool isPlausible(const HistRecord& h)
     const double rest[] = {h.delta0_c, h.delta0_f, h.t_mod, h.T, h.t_c_last, h.t_f_last};
     const bool isFinite = areFinite(h.U) && areFinite(h.x_est) && areFinite(h.P_est) && areFinite(rest);
     const double offset = h.U[1] / tuHwIf_factoryDivider() - 1.0;
-    if (isFinite && std::fabs(offset) <= STEERED && h.P_est[0] > 0.0 && h.P_est[7] > 0.0) return true;
+    if (isFinite && isUpTo(offset, STEERED) && std::min(h.P_est[0], h.P_est[7]) > 0.0) return true;
     KVD_TRACE(TRACE_HIST, TRACE_INFO,
               "history record refused, its values are no filter's: U[1]=%g (offset %g) P_est[0][0]=%g "
               "P_est[1][1]=%g",
@@ -180,7 +181,8 @@ bool rebuildTime(const HistRecord& h, double& t_c, double& t_f)
     }
     const double d = t_f - h.t_f_last;
     const double r = d - std::floor(d / period) * period;
-    t_c = r + h.t_f_last > period ? h.t_c_last + period : h.t_c_last;
+    const double left = period - (r + h.t_f_last);      // of the turn that the record was written in
+    t_c = std::signbit(left) ? h.t_c_last + period : h.t_c_last;
     return true;
 }
 

@@ -56,7 +56,7 @@ bool presentMfn(u16& mfn)
     return tuHwIf_readSfc(mfn, sfn, inc) == 0;
 }
 
-double secondsOfMfn(u16 mfn) { return tuHwIf_sfcToIncrements(mfn, 0, 0) / INCREMENTS_PER_SECOND; }
+double secondsOfMfn(u16 mfn) { return mfn * SFN_PERIOD_s; }
 
 // ---- steps --------------------------------------------------------------------------------------
 
@@ -97,8 +97,9 @@ void runStages(const Stages& stages, u32& running)
     running = 1;
     s->soCpriJump.retries = RETRIES;
     const bool isNew = !s->sfcAdjMonitor.runs();
-    if (!KvdTimer_start(s->sfcAdjMonitor, jump::SFC_ADJ_MONITOR_TMO_ms, KVD_TUREG_SOCPRI_SFC_ADJ_MONITOR_TMO))
-        jump::traceRefusedTimer();
+    const bool isStarted =
+        KvdTimer_start(s->sfcAdjMonitor, jump::SFC_ADJ_MONITOR_TMO_ms, KVD_TUREG_SOCPRI_SFC_ADJ_MONITOR_TMO);
+    if (!isStarted) jump::traceRefusedTimer();
     else if (isNew)
         KVD_TRACE(TRACE_TUREG, TRACE_INFO, "%s():SoCPRI SFC Adjustment monitor tmo requested.", __func__);
 }
@@ -233,7 +234,7 @@ void repeatCoarseStep()
 void timeDataDiffers()
 {
     SoCpriJump& jumps = s->soCpriJump;
-    if (jumps.retries > 0) --jumps.retries;
+    if (jumps.retries != 0) --jumps.retries;
     if (jumps.retries > 0) {
         log(SOCPRI_EV_TIME_DATA_INCONSISTENCY_TOLERATED);
         if (jumps.retries == 1) repeatCoarseStep();

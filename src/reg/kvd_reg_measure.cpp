@@ -16,6 +16,7 @@
 #include "sig/ref_types.h"
 #include "sig/tuiif_sig.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <iterator>
@@ -286,7 +287,7 @@ void KvdLoz6TuReg_setMeasR(double R, u32 z_i)
     s->var.R_all[z_i] = R;
 }
 
-double KvdLoz6TuReg_getMeasR(u32 z_i) { return z_i < Z_I_COUNT ? s->var.R_all[z_i] : 0.0; }
+double KvdLoz6TuReg_getMeasR(u32 z_i) { return s->var.R_all[z_i]; }
 
 void KvdLoz6TuReg_restartMeasNoise(u32 z_i)
 {
@@ -326,9 +327,8 @@ void KvdLoz6TuReg_clearSlaveOffset()
 
 void KvdLoz6TuReg_noteLockedDiff(double z)
 {
-    const double diff = std::fabs(z);
-    if (diff > s->var.max_locked_diff) s->var.max_locked_diff = diff;
-    if (diff > s->var.max_locked_interval_diff) s->var.max_locked_interval_diff = diff;
+    for (double* const most : {&s->var.max_locked_diff, &s->var.max_locked_interval_diff})
+        *most = std::max(*most, std::fabs(z));
 }
 
 u32 KvdLoz6TuReg_countMeasurement(u32 z_i)

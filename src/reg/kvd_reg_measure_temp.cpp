@@ -22,8 +22,8 @@ void takeTemperature(MeasStateVar& v, double vT)
 {
     v.vT = vT;
     v.nrBadSamples = 0;
-    if (vT > v.vThigh) v.vThigh = vT;
-    if (vT < v.vTlow) v.vTlow = vT;
+    v.vThigh = std::max(v.vThigh, vT);
+    v.vTlow = std::min(v.vTlow, vT);
     v.vTnorm = std::clamp(2 * (vT - v.vTmin) / (v.vTmax - v.vTmin) - 1, -1.0, 1.0);
     if (vT >= v.vTmin && vT <= v.vTmax) {
         v.nrOutRange = 0;

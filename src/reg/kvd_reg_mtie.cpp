@@ -29,9 +29,10 @@ void mask_init(MtieMask& mask, u16 rate)
 {
     mask = {};
     mask.rate = rate;
-    for (u32 i = 0; i < mtie::INTERVALS; ++i) {
-        mask.tauRecord[i].rate = rate;
-        mask.tauRecord[i].tau = mtie::TAU[i];
+    const double* tau = mtie::TAU.data();
+    for (mtie::TauRecord& record : mask.tauRecord) {
+        record.rate = rate;
+        record.tau = *tau++;
     }
 }
 

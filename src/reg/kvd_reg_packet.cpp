@@ -91,6 +91,7 @@ void judgePdv(double deviation, double limit)
 }
 
 bool isPacketFrequency(u32 z_i) { return z_i == Z_NTP_REF || z_i == Z_PKT_FREQ_REF; }
+u32 historyOf(u32 z_i) { return z_i == Z_NTP_REF ? packet::HISTORY_NTP : packet::HISTORY_FREQUENCY; }
 
 double* thresholdOf(u32 type)
 {
@@ -185,7 +186,7 @@ void KvdLoz6TuReg_handlePktFreqMsg(const double (&T)[8])
     packet::estimate({z.c + z.f, z_i, t_s, MEMORY, std::max(KvdLoz6TuReg_getMeasR(z_i), R_MIN)});
 
     const double deviation = std::sqrt(KvdLoz6TuReg_getMeasR(z_i));
-    const u32 type = z_i == Z_NTP_REF ? packet::HISTORY_NTP : packet::HISTORY_FREQUENCY;
+    const u32 type = historyOf(z_i);
     const double pdv = deviation * packet::GAUSS_999;
     packet::historyEntry(type, pdv > DEFAULT_PDV_s, pdv, 0.0);
     judgePdv(deviation, state().pdvThreshold[type] / packet::GAUSS_999);
@@ -224,10 +225,9 @@ void KvdLoz6TuReg_pdvThresholdText(char* text, u32 room)
 PacketPdv KvdLoz6TuReg_packetPdv(u32 froId)
 {
     const u32 z_i = KvdLoz6TuReg_measurementIndex(KvdLoz6TuReg_selectedRef());
-    if (z_i == Z_NTP_REF || z_i == Z_PKT_FREQ_REF) {
+    if (isPacketFrequency(z_i)) {
         const double pdv = std::sqrt(KvdLoz6TuReg_getMeasR(z_i)) * packet::GAUSS_999;
-        return {pdv, pdv,
-                s->pdvThreshold[z_i == Z_NTP_REF ? packet::HISTORY_NTP : packet::HISTORY_FREQUENCY]};
+        return {pdv, pdv, s->pdvThreshold[historyOf(z_i)]};
     }
     if (z_i != Z_PKT_TIME_REF) return {};
     const u8* const profile = packet::needs().ptpProfile(froId);

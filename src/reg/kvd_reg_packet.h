@@ -33,8 +33,8 @@ static_assert(offsetof(PktTimeMsg, asymComp) == 68 && sizeof(PktTimeMsg) == 72);
 void KvdLoz6TuReg_handlePktFreqMsg(const double (&T)[8]);
 void KvdLoz6TuReg_handlePktTimeMsg(const PktTimeMsg& msg);
 
-/// Signals of the packet measurements offered by the regulator: true when taken.
-bool KvdLoz6TuReg_packetDispatch(Signal* sig);
+/// A signal of the packet measurements, offered by the regulator.
+void KvdLoz6TuReg_packetDispatch(Signal* sig);
 void KvdLoz6TuReg_onPktTimeRefInit();
 void KvdLoz6TuReg_onPktTimeRefTerm();
 

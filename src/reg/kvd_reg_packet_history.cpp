@@ -105,11 +105,11 @@ void printPlace(CutText& out, const packet::HistoryPlace& p)
 
 }  // namespace
 
-bool packet::historyEntry(u32 type, bool high, double value1, double value2)
+void packet::historyEntry(u32 type, bool high, double value1, double value2)
 {
     History& h = state().history;
     HistoryPlace* const place = findOrMakePlace(type, h.currentId[type]);
-    if (place == nullptr) return false;
+    if (place == nullptr) return;
     const PdvRecord record = recordOfNow(value1, value2);
     place->current = record;
     Remembered& last = h.remembered[type];
@@ -118,12 +118,11 @@ bool packet::historyEntry(u32 type, bool high, double value1, double value2)
     if (place->count != 0) {
         if (high && last.high == 0)       last.high = 1;
         else if (!high && last.high != 0) last.high = 0;
-        else if (!moved)                  return false;
+        else if (!moved)                  return;
     }
     append(*place, record);
     last.values[0] = value1;
     last.values[1] = value2;
-    return true;
 }
 
 void KvdLoz6TuReg_restartPdvHistory(u32 type, u32 refId)

@@ -172,9 +172,8 @@ struct History {
     std::array<Remembered, HISTORY_TYPES> remembered{};
     std::array<u32, HISTORY_TYPES> currentId{NO_REF_ID, NO_REF_ID, NO_REF_ID};
 };
-/// One value of the current reference's variation; `high` beyond the limit of its kind. True when
-/// it was worth a record.
-bool historyEntry(u32 type, bool high, double value1, double value2);
+/// One value of the current reference's variation; `high` beyond the limit of its kind.
+void historyEntry(u32 type, bool high, double value1, double value2);
 
 // ---- supervision --------------------------------------------------------------------------------
 

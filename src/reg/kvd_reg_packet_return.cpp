@@ -8,6 +8,8 @@
 #include "reg/kvd_reg_packet_int.h"
 #include "sig/tuiif_sig.h"
 
+#include <cmath>
+
 namespace {
 
 constexpr u32 PATIENCE_ms = 900'000;             // degraded on a quiet path
@@ -22,7 +24,7 @@ bool isPathQuiet(packet::QuietPath& q, const PktTimeMsg& msg, double limit_s)
     const u64 seen = q.roundTrip.accumulators[q.roundTrip.older].n;
     const double variance = *packet::runningVariance(&q.roundTrip, {0.0, 2 * meanDelay});
     if (seen < packet::QUIET_WINDOW / 2) return false;   // few packets tell nothing
-    return packet::PDV_SIGMAS * packet::PDV_SIGMAS * variance <= limit_s * limit_s;
+    return isUpTo(packet::PDV_SIGMAS * std::sqrt(variance), limit_s);
 }
 
 }  // namespace

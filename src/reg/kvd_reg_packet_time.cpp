@@ -93,10 +93,11 @@ bool takeDelay(packet::TimeFilter& f, Direction d, TimePair z, u16 rate, const c
     }
     d.jumpCount = 0;
     const double* const variance = packet::runningVariance(d.variance, z);
-    if (variance == nullptr) return false;
-    d.stdDev = std::sqrt(*variance);
-    d.prev = z;
-    return true;
+    if (variance != nullptr) {
+        d.stdDev = std::sqrt(*variance);
+        d.prev = z;
+    }
+    return variance != nullptr;
 }
 
 struct CriteriaText { const char* entered; const char* left; };
@@ -242,10 +243,10 @@ bool areRoundTripsOk(const packet::TimeFilter& f)
 /// Whole seconds between the two scales, which a second's step of one of them leaves alone.
 void followSeconds(packet::TimeFilter& f)
 {
-    constexpr i64 KEPT_s = 5;
+    constexpr double KEPT_s = 5;
     const auto s = static_cast<i32>(static_cast<u32>(f.syncPacket.T2_s)
                                     - static_cast<u32>(f.syncPacket.T1_s));
-    if (std::abs(static_cast<i64>(s) - f.secOffset) > KEPT_s) f.secOffset = s;
+    if (isBeyond(static_cast<double>(s) - f.secOffset, KEPT_s)) f.secOffset = s;
 }
 
 /// Seconds of `to` less those of `from`, plus the offset between their scales, with nanoseconds.

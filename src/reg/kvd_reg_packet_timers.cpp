@@ -90,16 +90,12 @@ node::TraceLevel packet::pdvLevel(u32 which) { return state().timers[which].isTo
 
 bool packet::pdvTimerRuns(u32 which) { return state().timers[which].timer.runs(); }
 
-bool KvdLoz6TuReg_packetDispatch(Signal* sig)
+void KvdLoz6TuReg_packetDispatch(Signal* sig)
 {
-    if (sig->sigNo == KVD_TUREG_PTP_TIME_PROFILE_CHANGE_IND) {
-        onPktTimeProfileChange(as<ProfileChangeInd>(sig));
-        return true;
-    }
+    if (sig->sigNo == KVD_TUREG_PTP_TIME_PROFILE_CHANGE_IND)
+        return onPktTimeProfileChange(as<ProfileChangeInd>(sig));
     const u32 which = timerOf(sig->sigNo);
-    if (which == packet::PDV_TIMERS) return false;
     KvdTimer& timer = state().timers[which].timer;
     const bool runs = timer.runs();
     if (KvdTimer_expired(timer) && runs) onExpiry(which);
-    return true;
 }

@@ -1,6 +1,7 @@
 // Test generator: delay variation of a file, added to the stamps of a time exchange.
 #include "reg/kvd_reg_pdv_gen.h"
 
+#include "base/kvd_math.h"
 #include "base/trace_groups.h"
 #include "node/platform.h"
 #include "node/sig.h"
@@ -88,7 +89,7 @@ void add(i64& stamp_s, i32& stamp_ns, Sample sample)
     const double s1 = static_cast<double>(stamp_s) + stamp_ns * 1e-9;
     const double s2 = sample.seconds + sample.nanoseconds * 1e-9;
     const double v = s1 + s2;
-    if (!(std::fabs(v) < 9.2e9)) return;   // beyond 63 bits of ns: no time of this world
+    if (!isWithin(v, 9.2e9)) return;   // beyond 63 bits of ns: no time of this world
     const i64 n = static_cast<i64>(std::copysign(std::fabs(v) * NS_PER_SECOND + 0.5, v));
     stamp_s = n / 1000000000;
     stamp_ns = static_cast<i32>(n % 1000000000);

@@ -381,7 +381,7 @@ void KvdLoz6TuReg_initiateFromPll(double vT)
 void KvdLoz6TuReg_initiateFromPllNow()
 {
     double vT = 0.0;
-    if (HALI_getOcxoTemp(vT) != 0) vT = 0;
+    HALI_getOcxoTemp(vT);
     KvdLoz6TuReg_initiateFromPll(vT);
 }
 

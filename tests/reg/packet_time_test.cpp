@@ -1,5 +1,5 @@
 // Packets of a time reference whose clock is gone, unknown, or no longer selected; a variance's
-// window; the printed delay history.
+// window.
 #include "reg/support/packet_bench.h"
 
 #include "base/element_of.h"
@@ -104,32 +104,6 @@ TEST(PacketReference, WhatStandsAtALimitIsNotBeyondIt)
             EXPECT_EQ(r.minCurr.c == 1, samples == 29);
         }
     });
-}
-
-TEST(PacketHistory, IsPrintedByKindOfReference)
-{
-    PacketBench b(Z_PKT_TIME_REF);
-    constexpr u32 FREQUENCY_CLASS = 5;
-    char text[1024], cut[20];
-    b.inManager([&] {
-        KvdLoz6TuReg_restartPdvHistory(packet::HISTORY_NTP, 9);
-        packet::historyEntry(packet::HISTORY_NTP, false, 1.5e-3, 0.0);
-        KvdLoz6TuReg_registerPacketRef(FREQUENCY_CLASS, 3);
-        KvdLoz6TuReg_restartPdvHistory(packet::HISTORY_TIME, 7);
-        packet::historyEntry(packet::HISTORY_TIME, false, 2e-6, 3e-6);
-        KvdLoz6TuReg_pdvHistoryText(text, sizeof text);
-        EXPECT_EQ(KvdLoz6TuReg_pdvHistoryText(cut, sizeof cut), sizeof cut - 1);
-        KvdLoz6TuReg_deregisterPacketRef(FREQUENCY_CLASS, 3);
-        EXPECT_EQ(packet::state().history.places[2].used, 0u);
-    });
-    EXPECT_EQ(text, std::string(
-        "\n***** Reference PDV measurements *****\n"
-        "\n   PacketTimeSyncRef [7] (*):\n\n"
-        "   [2023-11-14 22:13:20]    PDV_DL:      2.000 [us]   PDV_UL:      3.000 [us]\n"
-        "\n                    current PDV_DL:      2.000 [us]   PDV_UL:      3.000 [us]\n\n"
-        "\n   PacketFrequencySyncRef [3]:\n\n   The reference has not been selected since node restart.\n\n"
-        "\n   IpSyncRef [9]:\n\n   [2023-11-14 22:13:20]    PDV:     1.500000 [ms]\n"
-        "\n                    last    PDV:     1.500000 [ms]\n\n"));
 }
 
 }  // namespace

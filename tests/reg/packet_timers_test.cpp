@@ -20,7 +20,7 @@ TEST(PacketTimers, ATimeOutDegradesOnceUnlessTheTimerWasStoppedInTime)
             const auto degradedWithin = [](u32 ms) {
                 degraded = 0;
                 while (Signal* sig = ose::receive_w_tmo(ms, ose::ANY_SIGNAL)) {
-                    EXPECT_EQ(KvdLoz6TuReg_packetDispatch(sig), 1);
+                    KvdLoz6TuReg_packetDispatch(sig);
                     ose::free_buf(&sig);
                 }
                 return degraded;

@@ -326,9 +326,13 @@ TEST(PllCheckValues, Loops)
     replaySteps("o03_slave_idl2.json", slaveStep, KvdLoz6TuReg_slavePll_control);
 }
 
-TEST(PllSlaveIdl2, LocksWithoutAPortServerAndStoresNoStatus)
+TEST(PllSlave, LocksFromTheBandWithAJumpAndOnIdl2WithoutAPortServer)
 {
     inNode([] {
+        select("IDL1");
+        KvdLoz6TuReg_slavePll_setState(SLAVE_PLL_Unlocked);
+        for (u32 i = 0; i < 52; ++i) KvdLoz6TuReg_slavePll_control(i < 30 ? 1.5e-7 : 3.2e-8);
+        EXPECT_EQ(now->event, u32{EV_SLAVE_PLL_PROCEEDING_TO_LOCKED_W_JUMP});
         select("IDL2");
         now->idpi = 1;
         KvdLoz6TuReg_slavePll_setState(SLAVE_PLL_Unlocked);

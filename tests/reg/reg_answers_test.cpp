@@ -89,23 +89,6 @@ TEST(OtherUnit, TimeDataGoesUnlessTheCounterIsMoving)
     }
 }
 
-TEST(ReferenceSwitches, TheLastTwentyAreToldTheOldestFirst)
-{
-    MeasureBench bench;
-    bench.in([] {
-        for (u32 id = 1; id <= 23; ++id) {
-            tuiif::state().savedBvqStatusData.activRefFroId = id;
-            estimator::recordReferenceSwitch(id);
-        }
-        char text[4000] = "";
-        KvdLoz6TuReg_referenceSwitchesText(text, sizeof text);
-        const std::string told = text;
-        EXPECT_NE(told.find("them\n2023-11-14 22:13:20 froId=3 froClassNo=4294967295 -> 2023-11-14 22:13:20"
-                            " froId=4 froClassNo=4294967295: 1 "), told.npos);
-        EXPECT_TRUE(told.ends_with(" froId=23 froClassNo=4294967295: 1                s\n")) << told;
-    });
-}
-
 TEST(Dispatch, ForeignAndShortSignals)
 {
     MeasureBench bench;

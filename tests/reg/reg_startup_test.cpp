@@ -105,14 +105,17 @@ TEST(RegulatorStart, SixthFailedTemperatureReadingHalts)
 
 TEST(RegulatorStart, OscillatorWithoutNominalFrequencyHalts)
 {
-    MeasureBench bench;
-    bench.putOcxo(0, 1, 3);
-    bench.start();
-    bench.tick();
-    bench.endHaltLater();
-    bench.tick();
-    expectHalted(bench, "MCP");
-    EXPECT_EQ(bench.startUpState(), TUREG_WARM_UP);
+    for (const char* const calibrated : {"2021-11-14", "2023-05-15"}) {   // too long ago, half a year ago
+        MeasureBench bench;
+        putCalibrationDate(bench, calibrated);
+        bench.putOcxo(0, 1, 3);
+        bench.start();
+        bench.tick();
+        bench.endHaltLater();
+        bench.tick();
+        expectHalted(bench, "MCP");
+        EXPECT_EQ(bench.startUpState(), TUREG_WARM_UP);
+    }
 }
 
 TEST(RegulatorStart, WaitsForTheClockOfTheNodeUpToAMinute)
@@ -126,8 +129,11 @@ TEST(RegulatorStart, WaitsForTheClockOfTheNodeUpToAMinute)
         bench.ticks(step.ticks);
         EXPECT_EQ(bench.startUpState(), step.state);
     }
+    bench.bus.now = {31536000, 0};                // a date from here on
+    bench.start();
+    bench.ticks(2);
     EXPECT_EQ(bench.bus.countOf("Initiate with calib failed, no systime"), 56u);
-    EXPECT_EQ(bench.bus.countOf("initiate cold done"), 1u);
+    EXPECT_EQ(bench.bus.countOf("initiate cold done"), 2u);
 }
 
 TEST(RegulatorStart, CalibrationGivesTheBetterStart)
