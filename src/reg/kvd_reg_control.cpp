@@ -283,10 +283,11 @@ void KvdLoz6TuReg_writeDiv(double U1)
         const double D0 = tuHwIf_factoryDivider();
         D = D0 * (U1 / D0 + wander);
     }
-    const control::DividerWords w = control::splitDivider(D, tuHwIf_readNominalDivisor(), v.M);
+    const u32 hardwareNomDiv = tuHwIf_readNominalDivisor();
+    const control::DividerWords w = control::splitDivider(D, hardwareNomDiv, v.M);
     v.nomDiv = w.nomDiv;
     v.K = w.K;
-    if (w.nomDivMoved) tuHwIf_writeNominalDivisor(w.nomDiv);
+    if (w.nomDiv != hardwareNomDiv) tuHwIf_writeNominalDivisor(w.nomDiv);
     tuHwIf_writeDeltaSigmaK(w.K);
     tuHwIf_enableDeltaSigma();
     v.U[1] = U1;

@@ -56,9 +56,8 @@ struct TimeSteering { double du_t; double du_l; double du; };
 /// Dead-beat step over one horizon, held inside the band of allowed frequency.
 TimeSteering timeStep(double x0, double x1, double x2, double P11, double b, double xf_limit);
 
-/// Words of a divider value. `nomDivMoved` when D lies outside the reach of the divider in
-/// hardware.
-struct DividerWords { u32 nomDiv; i64 K; bool nomDivMoved; };
+/// Words of a divider value. `nomDiv` is that in hardware unless D lies outside of its reach.
+struct DividerWords { u32 nomDiv; i64 K; };
 DividerWords splitDivider(double D, u32 hardwareNomDiv, i64 M);
 /// nomDiv for a divider value: its nearest integer less 1.
 u32    nomDivOf(double D);

@@ -123,14 +123,9 @@ u32 nomDivOf(double D) { return toU32(KvdLoz6Math_roundHalfDown(D) - 1.0); }
 
 DividerWords splitDivider(double D, u32 hardwareNomDiv, i64 M)
 {
-    DividerWords w{hardwareNomDiv, 0, false};
-    if (isBeyond(D - hardwareNomDiv - 1.0, 1.0)) {
-        w.nomDiv = nomDivOf(D);
-        w.nomDivMoved = true;
-    }
-    const double fraction = D - w.nomDiv - 1.0;
-    w.K = toI64(KvdLoz6Math_roundHalfDown(fraction * static_cast<double>(M)));
-    return w;
+    const u32 nomDiv = isBeyond(D - hardwareNomDiv - 1.0, 1.0) ? nomDivOf(D) : hardwareNomDiv;
+    const double fraction = D - nomDiv - 1.0;
+    return {nomDiv, toI64(KvdLoz6Math_roundHalfDown(fraction * static_cast<double>(M)))};
 }
 
 u32 toU32(double x)

@@ -48,9 +48,8 @@ struct Residual { double resid; double HPH; double S; };
 Residual covarianceResidual(const Vec6& H, const Vec6& x_pred, const Mat6& P_pred, double z,
                             double R);
 
-/// Adapted variance; `kept` when the measurement was too far off to learn from.
-struct AdaptedR { double R_new; bool kept; };
-AdaptedR adjustCovariance(u32 z_i, double baseVar, double m, double R, const Residual& residual);
+/// Adapted variance; the one before when the measurement was too far off to learn from.
+double adjustCovariance(u32 z_i, double baseVar, double m, double R, const Residual& residual);
 
 struct Update {
     Vec6 x_est;

@@ -195,14 +195,14 @@ Residual covarianceResidual(const Vec6& H, const Vec6& x_pred, const Mat6& P_pre
     return r;
 }
 
-AdaptedR adjustCovariance(u32 z_i, double baseVar, double m, double R, const Residual& residual)
+double adjustCovariance(u32 z_i, double baseVar, double m, double R, const Residual& residual)
 {
     const double residSquared = residual.resid * residual.resid;
     const bool farOff = residSquared > 25.0 * (residual.S + baseVar);
     const bool packetFrequency = z_i == Z_NTP_REF || z_i == Z_PKT_FREQ_REF;
     if (farOff && ((packetFrequency && R > 1e-6) || z_i == Z_PKT_TIME_REF)) {
         KVD_TRACE(TRACE_TUREG, TRACE_3, "Measurement not used to update R");
-        return {R, true};
+        return R;
     }
     const double alpha_1 = 1.0 / m;
     const double R_delta = residSquared - residual.HPH;
@@ -213,7 +213,7 @@ AdaptedR adjustCovariance(u32 z_i, double baseVar, double m, double R, const Res
     }
     const double R_new = (1.0 - alpha) * R + alpha * R_delta;
     if (R_new < 0.0) KVD_TRACE(TRACE_TUREG, TRACE_INFO, "adjustCovariance: WARNING.. Negativ variance in R");
-    return {R_new, false};
+    return R_new;
 }
 
 /// (I - K H) P as it stands; a negative variance that it gives is repaired.
