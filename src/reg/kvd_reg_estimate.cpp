@@ -50,8 +50,7 @@ bool isInterUnitLink(u32 z_i) { return z_i == Z_IDL1_LOZ6 || z_i == Z_IDL2_LOZ6;
 void phaseJump(u32 z_i, double z)
 {
     KVD_TRACE(TRACE_TUREG, TRACE_INFO, "phase jump !!");
-    estimator::resetTimeRow(s->var.P_est);
-    estimator::resetTimeRow(s->estimatePar.P_pred);
+    estimator::resetTimeRow(s->estimatePar.P_pred);   // which P_est becomes
     s->var.degrd = 0;
     KvdLoz6TuReg_reportPhaseJump(z_i, z);
 }

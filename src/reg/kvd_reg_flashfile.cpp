@@ -139,10 +139,9 @@ void forgetTime(u8* record)
 
 // ---- the older program's file -------------------------------------------------------------------
 
-/// Data in the form of an older file's version; 0 bytes for one that isn't kept up to date.
+/// Data, zeros before, in the form of an older file's version; 0 bytes for one that isn't kept up to date.
 u32 olderForm(u32 version, const u8* record, u8* data)
 {
-    std::memset(data, 0, HIST_RECORD_SIZE);
     if (version == VERSION_40006) {
         node::putBe32(data, version);
         std::memcpy(data + OLD_FROM, record + HIST_WRITE_TIME_AT, HIST_LAST_TIME_AT - HIST_WRITE_TIME_AT);
@@ -168,7 +167,7 @@ void updateOldFile(const u8* record)
         return;
     }
     const u32 version = node::be32(bytesOf(content));
-    u8 data[HIST_RECORD_SIZE];
+    u8 data[HIST_RECORD_SIZE] = {};
     const u32 size = olderForm(version, record, data);
     if (size == 0) return;
     content.resize(std::max<std::size_t>(content.size(), size));

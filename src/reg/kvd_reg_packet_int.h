@@ -137,6 +137,8 @@ struct RunningTimer {
     bool isTold = false;                 // that it ended, since it was stopped last
 };
 
+/// The clock's time is locked, as the profile's lock timer waits for.
+constexpr bool isTimeState(u8 regState) { return regState == TIMELOCKED || regState == TRUETIME; }
 /// Starts it unless it runs. True when it was started.
 bool startPdvTimer(u32 which);
 /// Stops it; only the process that started it may. True when it ran.

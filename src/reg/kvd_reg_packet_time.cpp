@@ -22,8 +22,7 @@ constexpr double NS = 1e-09;
 constexpr double GATE_s = 5e-05;                 // between accepted delays
 constexpr double WIDE_MOD = TMOD_GPS_NMEA;       // s
 
-bool isTimeState(u8 regState) { return regState == TIMELOCKED || regState == TRUETIME; }
-bool isLocked(u8 regState) { return regState == FREQLOCKED || isTimeState(regState); }
+bool isLocked(u8 regState) { return regState == FREQLOCKED || packet::isTimeState(regState); }
 
 /// One packet on its way through the filter.
 struct Packet {
@@ -334,8 +333,8 @@ void followWayBack(packet::TimeFilter& f, const Packet& p)
 /// The reference is to lock the clock within the profile's time.
 void superviseLock(const Packet& p)
 {
-    if (isTimeState(p.regState)) packet::stopPdvTimer(p.profile.lockTimer);
-    else                         packet::startPdvTimer(p.profile.lockTimer);
+    if (packet::isTimeState(p.regState)) packet::stopPdvTimer(p.profile.lockTimer);
+    else                                 packet::startPdvTimer(p.profile.lockTimer);
 }
 
 }  // namespace

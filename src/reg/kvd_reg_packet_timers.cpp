@@ -59,8 +59,7 @@ void onPktTimeProfileChange(const ProfileChangeInd* ind)
     }
     packet::stopPdvTimer(row->lockTimer == packet::LOCK_1588J3_TIMER ? packet::LOCK_G82751_TIMER
                                                                       : packet::LOCK_1588J3_TIMER);
-    const u8 regState = KvdLoz6TuReg_regState();
-    if (regState != TIMELOCKED && regState != TRUETIME) packet::startPdvTimer(row->lockTimer);
+    if (!packet::isTimeState(KvdLoz6TuReg_regState())) packet::startPdvTimer(row->lockTimer);
     packet::resetMask();
 }
 
@@ -95,7 +94,5 @@ void KvdLoz6TuReg_packetDispatch(Signal* sig)
     if (sig->sigNo == KVD_TUREG_PTP_TIME_PROFILE_CHANGE_IND)
         return onPktTimeProfileChange(as<ProfileChangeInd>(sig));
     const u32 which = timerOf(sig->sigNo);
-    KvdTimer& timer = state().timers[which].timer;
-    const bool runs = timer.runs();
-    if (KvdTimer_expired(timer) && runs) onExpiry(which);
+    if (KvdTimer_expired(state().timers[which].timer)) onExpiry(which);
 }

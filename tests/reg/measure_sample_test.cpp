@@ -58,6 +58,7 @@ TEST(Sample, ACounterThatStepsBackOrCantBeReadHalts)
         EXPECT_EQ(bench.bus.countOf("halting process"), 1u);
         EXPECT_EQ(bench.bus.countOf("Negative sampling interval length"), reads ? 1u : 0u);
         EXPECT_NEAR(bench.meas().t_f_last, 800.001, 1e-7);
+        EXPECT_EQ(bench.meas().measRefData.m, 1.0) << "the first edge's";
     }
 }
 
