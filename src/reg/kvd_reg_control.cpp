@@ -206,7 +206,8 @@ void writeTransition(u8 regState)
 {
     control::State& st = *s;
     if (st.transitionCount == control::TRANSITIONS_MAX) {
-        std::move(std::next(std::begin(st.transitions)), std::end(st.transitions), std::begin(st.transitions));
+        auto* const first = std::begin(st.transitions);
+        std::move(std::next(first), std::end(st.transitions), first);
         --st.transitionCount;
     }
     const node::CalendarTime now = node::platform().calendar();

@@ -205,8 +205,7 @@ double referenceStep(const MeasRefData& o, FifoRegStep& step)
     step.P_pred = p.P_pred;
 
     const estimator::Residual r = estimator::covarianceResidual(H, par.x_pred, par.P_pred, o.z, o.R);
-    const double R_new =
-        estimator::adjustCovariance(o.z_i, estimator::baseVariance(o.z_i), o.m, o.R, r);
+    const double R_new = estimator::adjustCovariance(o.z_i, estimator::baseVariance(o.z_i), o.m, o.R, r);
 
     const bool wanted = master ? measReliability(o.z_i, r) : true;
     if (wanted && std::fabs(R_new) >= R_TOO_SMALL) {
