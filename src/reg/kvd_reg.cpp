@@ -160,10 +160,7 @@ void onSetTestMode(const KvdTuiifSetTestModeInd* ind)
 {
     if (ind == nullptr) return;
     s->testMode = ind->on == 1 ? 1 : 0;
-    if (s->testMode != 0)
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Test Mode enabled");
-    else
-        KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Test Mode disabled");
+    KVD_TRACE(TRACE_TUREG, TRACE_INFO, "Test Mode %s", s->testMode != 0 ? "enabled" : "disabled");
     REG_UPCALLS.testMode(s->testMode);
 }
 

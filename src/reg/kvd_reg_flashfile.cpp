@@ -128,7 +128,7 @@ void forgetTime(u8* record)
 {
     record[HIST_TIME_MODE_AT] = ABSOLUTE_TIME_LOCKING;
     record[HIST_TIME_MODE_AT + 1] = 0;
-    std::memset(record + HIST_DELTA0_AT, 0, HIST_T_AT - HIST_DELTA0_AT);
+    std::memset(record + HIST_DELTA0_AT, 0, HIST_OFFSET_SIZE);
     for (u32 i = 0; i < 6; ++i) {
         node::putBeDouble(record + HIST_P_AT + 8 * i, 0.0);
         node::putBeDouble(record + HIST_P_AT + 48 * i, 0.0);
@@ -144,14 +144,14 @@ u32 olderForm(u32 version, const u8* record, u8* data)
 {
     if (version == VERSION_40006) {
         node::putBe32(data, version);
-        std::memcpy(data + OLD_FROM, record + HIST_WRITE_TIME_AT, HIST_LAST_TIME_AT - HIST_WRITE_TIME_AT);
+        std::memcpy(data + OLD_FROM, record + HIST_WRITE_TIME_AT, HIST_KEPT_SIZE);
         return SIZE_40006;
     }
     if (version == HIST_RECORD_VERSION) {
         std::memcpy(data, record, HIST_RECORD_SIZE);
         data[HIST_TIME_MODE_AT] = ABSOLUTE_TIME_LOCKING;
-        std::memset(data + HIST_DELTA0_AT, 0, HIST_T_AT - HIST_DELTA0_AT);
-        std::memset(data + HIST_LAST_TIME_AT, 0, HIST_COLD_AT - HIST_LAST_TIME_AT);
+        std::memset(data + HIST_DELTA0_AT, 0, HIST_OFFSET_SIZE);
+        std::memset(data + HIST_LAST_TIME_AT, 0, HIST_LAST_TIME_SIZE);
         return HIST_RECORD_SIZE;
     }
     return 0;
@@ -213,13 +213,12 @@ bool flashfile::convert(const std::string& content, const double coeff[3], u8* r
     std::memset(record, 0, HIST_RECORD_SIZE);
     node::putBe32(record, HIST_RECORD_VERSION);
     if (version == HIST_RECORD_VERSION) {
-        std::memcpy(record + HIST_WRITE_TIME_AT, file + HIST_WRITE_TIME_AT,
-                    HIST_LAST_TIME_AT - HIST_WRITE_TIME_AT);
+        std::memcpy(record + HIST_WRITE_TIME_AT, file + HIST_WRITE_TIME_AT, HIST_KEPT_SIZE);
     } else {
-        std::memcpy(record + HIST_WRITE_TIME_AT, file + OLD_FROM, HIST_X_AT - HIST_WRITE_TIME_AT);
+        std::memcpy(record + HIST_WRITE_TIME_AT, file + OLD_FROM, HIST_HEAD_SIZE);
         if (version == VERSION_40006) {
-            std::memcpy(record + HIST_X_AT, file + OLD_X_AT, HIST_P_AT - HIST_X_AT);
-            std::memcpy(record + HIST_P_AT, file + OLD_P_AT, HIST_DELTA0_AT - HIST_P_AT);
+            std::memcpy(record + HIST_X_AT, file + OLD_X_AT, HIST_X_SIZE);
+            std::memcpy(record + HIST_P_AT, file + OLD_P_AT, HIST_P_SIZE);
             std::memcpy(record + HIST_T_AT, file + OLD_T_AT, 8);
         } else {
             takeFiveStates(file, coeff, record);

@@ -35,6 +35,13 @@ constexpr u32 HIST_DELTA0_AT     = 400;
 constexpr u32 HIST_T_AT          = 424;
 constexpr u32 HIST_LAST_TIME_AT  = 432;
 constexpr u32 HIST_COLD_AT       = 448;
+// And their sizes.
+constexpr u32 HIST_HEAD_SIZE      = HIST_X_AT - HIST_WRITE_TIME_AT;
+constexpr u32 HIST_X_SIZE         = HIST_P_AT - HIST_X_AT;
+constexpr u32 HIST_P_SIZE         = HIST_DELTA0_AT - HIST_P_AT;
+constexpr u32 HIST_OFFSET_SIZE    = HIST_T_AT - HIST_DELTA0_AT;             // with t_mod
+constexpr u32 HIST_LAST_TIME_SIZE = HIST_COLD_AT - HIST_LAST_TIME_AT;
+constexpr u32 HIST_KEPT_SIZE      = HIST_LAST_TIME_AT - HIST_WRITE_TIME_AT; // all that an older program knew
 
 struct HistRecord {
     u32 freqWriteTime = 0;
