@@ -29,6 +29,7 @@ TEST(PacketTimers, ATimeOutDegradesOnceUnlessTheTimerWasStoppedInTime)
             EXPECT_FALSE(packet::startPdvTimer(c.timer));    // it runs on
             EXPECT_EQ(degradedWithin(c.ms - 10), 0u);
             EXPECT_EQ(degradedWithin(20), 1u);
+            EXPECT_EQ(packet::pdvLevel(c.timer), TRACE_3) << "its next end is no news";
             EXPECT_TRUE(packet::startPdvTimer(c.timer));
             packet::stopPdvTimer(c.timer);
             EXPECT_EQ(degradedWithin(c.ms + 10), 0u);
