@@ -40,7 +40,7 @@ void fixFilterStep(FixFilter& f, double log_f_dev)
     }
     const double step = log_f_dev - f.last;
     ++f.count;
-    f.stepSum += std::max(step, 0.0);       // a falling step counts as a sample of 0
+    f.stepSum += std::max(0.0, step);       // a falling step counts as a sample of 0, "not a number" too
     if (step > 0.0) {
         f.risingStepSum += step;
         ++f.risingCount;
