@@ -109,7 +109,7 @@ bool KvdLoz6TuGps_parsePxxxGPtps(const char* text)
     if (!gps::optionalChecksumPasses(sentence, "KvdLoz6TuGps_parsePxxxGPtps")) return false;
     if (!gps::lengthPasses(sentence, 73, 76, "GPtps")) return false;
     GptpsFields field(sentence);
-    if (!field.next() || !field.next()) return false;
+    field.skipAddressAndType();
     ++s->counters.numberOfPFECMsgs;
     ++s->counters.numberOfPFECGPtps;
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPtps: Received GPS time command");
@@ -149,7 +149,7 @@ bool KvdLoz6TuGps_parsePxxxGPanc(const char* text)
     if (!gps::optionalChecksumPasses(sentence, "KvdLoz6TuGps_parsePxxxGPanc")) return false;
     if (!gps::lengthPasses(sentence, 56, 59, "GPanc")) return false;
     Fields<35> field(sentence);
-    if (!field.next() || !field.next()) return false;
+    field.skipAddressAndType();
     ++s->counters.numberOfPFECMsgs;
     ++s->counters.numberOfPFECGPanc;
 

@@ -1,5 +1,6 @@
 // State machine of the GPS reference: from the first byte string to a time at each pulse, and what
 // it makes of each sentence on the way.
+#include "base/element_of.h"
 #include "base/trace_groups.h"
 #include "gps/kvd_gps_capture.h"
 #include "gps/kvd_gps_common.h"
@@ -11,6 +12,8 @@
 #include "gps/kvd_gps_trimble.h"
 #include "node/sig.h"
 #include "node/trace.h"
+
+#include <span>
 
 namespace {
 
@@ -62,7 +65,7 @@ void startValid()
 /// Asks the receiver for a fixed position or for a survey and remembers the wish.
 void setUpMode(bool fixedPosition)
 {
-    if (KvdLoz6TuGps_gpsState() < GPS_INIT_SERIAL_PORT) {
+    if (KvdLoz6TuGps_gpsState() == GPS_UN_INIT) {
         KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "Serial port unitialised, no data sent to GPSS.");
         return;
     }
@@ -226,8 +229,9 @@ bool gps::isSettled(u32 gpssType)
 
 bool gps::isWholeSentence(const KvdTugpsNmeaMsgRec& rec, u32 bufferSize)
 {
-    const u32 room = bufferSize - static_cast<u32>(offsetof(KvdTugpsNmeaMsgRec, text));
-    return rec.length < room && rec.text[rec.length] == '\0';
+    const std::span text(rec.text, bufferSize - offsetof(KvdTugpsNmeaMsgRec, text));
+    const char* const end = elementOf(text, rec.length);
+    return end != nullptr && *end == '\0';
 }
 
 void gps::resetReceiverData()

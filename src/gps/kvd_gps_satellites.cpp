@@ -122,7 +122,7 @@ bool parseGSV(const char* sentenceText, SatelliteSystem& system, const SystemTex
     if (!gps::lengthPasses(sentence, 12, 67, text.name)) return false;
 
     GsvFields field(sentence);
-    if (!field.next()) return false;
+    field.skipAddress();
     if (!field.next(text.messagesLabel, 1)) return false;
     const u32 messages = gps::toNumber(field.value);
     if (!field.next(text.messageLabel, 1)) return false;

@@ -129,7 +129,7 @@ bool KvdLoz6TuGps_parsePTNLRBA(const char* text)
     if (!gps::optionalChecksumPasses(sentence, RBA)) return false;
     if (!gps::lengthPasses(sentence, 8, 14, "KvdLoz6TuGps_parsePTNLRBA: PTNLRBA")) return false;
     Fields<9> field(sentence, "KvdLoz6TuGps_parsePTNLRBA: ");
-    if (!field.next()) return false;
+    field.skipAddress();
     ++s->counters.numberOfPTNLRBA;
     if (!field.next("Antenna STATUS Message", 1)) return false;
     const u32 status = gps::toNumber(field.value);
@@ -149,7 +149,8 @@ bool KvdLoz6TuGps_parsePTNLRVR(const char* text)
     if (!gps::requiredChecksumPasses(sentence, RVR)) return false;
     if (!gps::lengthPasses(sentence, 8, 64, "KvdLoz6TuGps_parsePTNLRVR: PTNLRVR")) return false;
     RvrFields field(sentence, "KvdLoz6TuGps_parsePTNLRVR: ");
-    if (!field.next() || !field.nextExactly("Type", 1)) return false;
+    field.skipAddress();
+    if (!field.nextExactly("Type", 1)) return false;
     switch (field.value[0]) {
     case 'H': ++s->counters.numberOfPTNLRVRH; return parseIdentity(field);
     case 'S': ++s->counters.numberOfPTNLRVRS; return parseFirmware(field);

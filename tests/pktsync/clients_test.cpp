@@ -107,10 +107,17 @@ TEST(PacketServices, ASignalInTheWrongStateOrTooShortIsDropped)
     u.node.mainProcessor().createPacketRef(ethernetRef(1, 24));
     u.run(1);
     EXPECT_TRUE(u.created(1, 4));
-    // A word of refusal at any time leaves the client without the service.
-    u.inject(SIGSELECT{CFI_INITIATE_SERVICE_SUS});
-    u.inject(SIGSELECT{PKTSYNCDRV_INITIATE_SERVICE_REJ});
+    u.node.pktsyncDrv().setMute(true);
+    u.node.mainProcessor().createPacketRef(ethernetRef(2, 25));
+    u.run(1);
+    // A word of refusal at any time leaves the client without the service. What waits for it fails.
+    for (const SIGSELECT word : {CFI_INITIATE_SERVICE_SUS, CFI_INITIATE_SERVICE_REJ, CFI_INITIATE_SERVICE_CFM,
+                                 PKTSYNCDRV_INITIATE_SERVICE_REJ, PKTSYNCDRV_INITIATE_SERVICE_CFM})
+        u.inject(word);
     EXPECT_EQ(u.states(), (States{ROOT_STARTED, DRV_NOT_AVAILABLE, CFI_NOT_AVAILABLE, IPSOCKI_AVAILABLE}));
+    u.run(1);
+    EXPECT_EQ(u.told(KVD_TUIIF_CREATE_PKT_REF_RO_CFM), 2u);
+    EXPECT_FALSE(u.created(2, 4));
     // What stands on it can go all the same: nobody is waited for.
     u.node.mainProcessor().deletePacketRef(1, 4);
     u.run(1);

@@ -60,7 +60,7 @@ TEST(PtpFrame, ThatIsNoneIsDroppedWithItsCodeAndTheNextIsTaken)
         {"a stamp one octet short", 0, PTP, 21, 8, 4},
         {"another protocol", 0, IP, WHOLE, 8, 8},
         {"a header alone", 0, PTP, 14, 8, 4},
-        {"a tag alone", 3, PTP, 14, 8, 4 | 8},
+        {"a tag alone", 3, PTP, 14, 0, 1 | 4 | 8},
         {"a tagged header one octet short", 3, PTP, 17, 8, 4 | 8},
         {"a tagged frame's stamp one octet short", 3, PTP, 25, 8, 4},
         {"another protocol under a tag", 3, IP, WHOLE_TAGGED, 8, 8},
@@ -114,7 +114,7 @@ TEST(PtpDatagram, GoesByPortServerAndDomain)
     });
     EXPECT_EQ(b.traced("Socki packet received for unknown port number (321)"), 1u);
     EXPECT_EQ(b.traced("unknown server IP address (192.168.0.10) and/or domainId (4)"), 1u);
-    EXPECT_EQ(b.traced("unknown server IP address (c0a80009"), 1u);
+    EXPECT_EQ(b.traced("unknown server IP address (c0a80009000000000000000000000000)"), 1u);
     EXPECT_EQ(b.traced("PTP message received for unknown domainId (4)"), 1u);
 }
 
