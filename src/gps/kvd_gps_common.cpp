@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstring>
 #include <string_view>
 
@@ -107,24 +108,15 @@ bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-/// Value of a hexadecimal digit, -1 for any other character.
-int hexDigit(char c)
-{
-    if (isDigit(c)) return c - '0';
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    return -1;
-}
-
 /// A checksum of at most two digits; blanks before it don't count, since a sum below 0x10 can be
 /// written with one. -1 when no digit stands there.
 int readChecksum(const char* at)
 {
     while (isBlank(*at)) ++at;
-    const int high = hexDigit(at[0]);
-    if (high < 0) return -1;
-    const int low = hexDigit(at[1]);
-    return low < 0 ? high : high * 16 + low;
+    const std::string_view digits = std::string_view(at).substr(0, 2);
+    int sum = -1;
+    std::from_chars(digits.begin(), digits.end(), sum, 16);
+    return sum;
 }
 
 /// Up to `digits` decimal digits; moves past them. False when there is none.

@@ -8,6 +8,8 @@
 #include "ose/module_data.h"
 #include "sig/ref_types.h"
 
+#include <charconv>
+
 namespace {
 
 using gps::Fields;
@@ -164,7 +166,7 @@ bool KvdLoz6TuGps_parsePxxxGPanc(const char* text)
     // A field shorter than 32 leaves NULs, which say nothing of the last satellites.
     const char* digit = field.value;
     for (u8& health : almanac.health) {
-        if (*digit >= '0' && *digit <= '9') health = static_cast<u8>(*digit - '0');
+        std::from_chars(digit, digit + 1, health);
         ++digit;
     }
     if (!gps::fullyParsed(sentence, field.consumed(), "GPanc")) return false;

@@ -12,6 +12,7 @@
 #include "gps/kvd_gps_trimble.h"
 #include "node/sig.h"
 #include "node/trace.h"
+#include "ose/ose.h"
 
 #include <span>
 
@@ -227,11 +228,13 @@ bool gps::isSettled(u32 gpssType)
     return gpssType != GPSS_UNKNOWN && gpssType != GPSS_PENDING && gpssType != GPSS_PENDING_FURUNO;
 }
 
-bool gps::isWholeSentence(const KvdTugpsNmeaMsgRec& rec, u32 bufferSize)
+const KvdTugpsNmeaMsgRec* gps::wholeSentence(Signal* sig)
 {
-    const std::span text(rec.text, bufferSize - offsetof(KvdTugpsNmeaMsgRec, text));
-    const char* const end = elementOf(text, rec.length);
-    return end != nullptr && *end == '\0';
+    const auto* rec = as<KvdTugpsNmeaMsgRec>(sig);
+    if (rec == nullptr) return nullptr;
+    const std::span text(rec->text, ose::sigsize(&sig) - offsetof(KvdTugpsNmeaMsgRec, text));
+    const char* const end = elementOf(text, rec->length);
+    return end != nullptr && *end == '\0' ? rec : nullptr;
 }
 
 void gps::resetReceiverData()
@@ -249,9 +252,10 @@ void gps::enter(u32 gpsState)
     if (gpsState >= GPS_WAIT_FOR_ANY_MSG && gpsState <= GPS_WAIT_FOR_OPERATIONAL) reportStatusChange();
 }
 
-void gps::gpsNmeaMsgRecv(const KvdTugpsNmeaMsgRec* rec, u32 bufferSize)
+void gps::gpsNmeaMsgRecv(Signal* sig)
 {
-    if (rec == nullptr || !isWholeSentence(*rec, bufferSize)) return;
+    const KvdTugpsNmeaMsgRec* const rec = wholeSentence(sig);
+    if (rec == nullptr) return;
     KvdLoz6TuGps_capture(rec->text, rec->length, GPS_CAPTURE_RECEIVED);
     ++state().numberOfNmeaMsgs;
     switch (KvdLoz6TuGps_gpsState()) {

@@ -178,11 +178,8 @@ GpsModule KvdLoz6TuGps_queryChipset()
 {
     static constexpr SIGSELECT ANSWER[] = {1, KVD_TUGPS_CHIP_MSG_PARSED_IND};
     s->module = {};
-    const u32 gpssType = KvdLoz6TuGps_gpssType();
-    if (gpssType == GPSS_NORVANE || KvdLoz6TuGps_tuGpsRefType() != GPS_REF
-        || !KvdLoz6TuGps_historyAboveUnInit())
-        return s->module;
-    if (gpssType == GPSS_FURUNO) {
+    if (!KvdLoz6TuGps_takesOneShots()) return s->module;
+    if (KvdLoz6TuGps_gpssType() == GPSS_FURUNO) {
         KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "No Chipset info for GPS01 module.\n");
     } else {
         dropLateAnswers(ANSWER);

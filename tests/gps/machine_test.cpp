@@ -145,12 +145,12 @@ TEST(GpsMode, HeldPositionIsToldOnceAHold)
     unit.becomeOperational();
     unit.talk(3);
     EXPECT_EQ(told(), 0u) << "held, but nobody knows where";
-    unit.say(nmea("PNVX,GPavp,0000.0000,N,01131.0000,E,00545.4,00"));   // on the equator
+    unit.say(nmea("PNVX,GPavp,0000.0000,N,00031.0000,E,00545.4,00"));   // on the equator
     unit.talk(3);
     ASSERT_EQ(told(), 1u);
     const sim::MpRecord* const record = unit.node.mainProcessor().last(KVD_TUIIF_FIXED_POSITION_IND);
     const auto ind = record->as<KvdTuiifFixedPositionInd>();
-    EXPECT_TRUE(ind->froId == 0 && ind->longitude.deg == 11 && ind->longitude.min == 31);
+    EXPECT_TRUE(ind->froId == 0 && ind->longitude.deg == 0 && ind->longitude.min == 31);
     double altitude_m = 0;
     std::memcpy(&altitude_m, ind->altitude, sizeof altitude_m);
     EXPECT_EQ(altitude_m, 545.4);

@@ -357,22 +357,6 @@ TEST(PacketProcess, FollowsAMainProcessorThatDiedBeforeItsFirstConfirmation)
     EXPECT_TRUE(u.created(1, 4));
 }
 
-TEST(PacketProcess, AsksAgainForAListThatDoesNotCome)
-{
-    PacketUnit u;
-    auto& mp = u.node.mainProcessor();
-    mp.config.packetRefs = {ethernetRef(1, 1)};
-    mp.config.answersAudit = false;
-    u.on(15);
-    EXPECT_EQ(u.control(), u32{AUDIT_PENDING});
-    EXPECT_EQ(u.told(KVD_TUIIF_AUDIT_PKT_REF_RO_REQ), 2u);
-    mp.config.answersAudit = true;
-    u.run(10);
-    EXPECT_TRUE(u.created(1, 4));
-    u.run(30);
-    EXPECT_EQ(u.told(KVD_TUIIF_AUDIT_PKT_REF_RO_REQ), 3u);
-}
-
 TEST(PacketGroups, ARefusedJoinFailsTheReferenceAndTheNextAsksAgain)
 {
     GroupUnit u;
@@ -549,6 +533,7 @@ TEST(PacketSockets, PayloadsClassOfServiceAndFailingSends)
     u.call([] {
         EXPECT_EQ(TuPktsync_IPSOCKI_client_getPayloadPointer(0, 1473, 0, nullptr, 10), nullptr);
         EXPECT_EQ(TuPktsync_IPSOCKI_client_getPayloadPointer(77, 54, 0, nullptr, 10), nullptr);
+        EXPECT_EQ(TuPktsync_IPSOCKI_client_sendPayload(77, {}), 0u);
     });
     u.node.ipsocki().die();
     u.run(0.1);
