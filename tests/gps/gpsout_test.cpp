@@ -201,6 +201,9 @@ TEST(GpsOut, ItsEndEndsAllOfIt)
     unit.call([] { KvdLoz6GpsOut_stop(); });
     unit.ms(6'000);
     EXPECT_EQ(unit.state(), 1u);
+    unit.regulator(FREQLOCKED);
+    unit.start(1);
+    EXPECT_EQ(unit.state(), 3u) << "a frequency without a time";
 }
 
 TEST(GpsOut, TimeOfItsCounterGoesOnOverThePeriod)

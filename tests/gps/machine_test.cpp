@@ -71,6 +71,7 @@ TEST(GpsMachine, EndOfSupervisionStopsAllOfIt)
         EXPECT_FALSE(unit.node.serial().isOpen());
         EXPECT_EQ(unit.gpssType(), 0u);
         const std::size_t told = unit.statuses().size();
+        unit.toManager(KvdTuiifSetTestModeInd{KVD_TUIIF_SET_TEST_MODE_IND, 1});
         unit.say(gpppr(4), 200'000);
         EXPECT_EQ(unit.gpsState(), 1u);
         EXPECT_EQ(unit.statuses().size(), told);
