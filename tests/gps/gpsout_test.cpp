@@ -141,7 +141,7 @@ TEST(GpsOut, AlignsOnTheSecondPulseAfterTheTimeIsKnownAndAnewAfterADrop)
         unit.pulse();
         const u64 before = unit.look().gpsTime;
         EXPECT_EQ(before, static_cast<u64>(std::lround(now)) + 1) << "the next second";
-        unit.call([&] { time(5'000.0, {2.0, 1.0}, {2'048.0, 0.0}); });
+        unit.call([&] { time(5'000.0, {2.0, 0.75}, {2'048.0, 0.0}); });
         unit.pulse();
         EXPECT_EQ(unit.look().gpsTime, before + 1 - 3 + 5'000 + 2'048);
         unit.call([&] { time(0.0, {0.0, 0.0}, {0.0, 1'000.0}); });     // the counter has wrapped since
@@ -351,7 +351,8 @@ TEST(GpsOut, ASlaveFollowsWhatTheMasterSaysWhileItsLoopHolds)
     }
     unit.call([] { gpsout::remoteStateOf(14); });
     EXPECT_TRUE(unit.node.traces().has("radioClockState= 14"));
-    for (const auto& [regState, state] : {std::pair{TIMELOCKED, 4u}, {TRUETIME, 5u}, {WARMUP, 3u}}) {
+    for (const auto& [regState, state] :
+         {std::pair{TIMELOCKED, 4u}, {WARMUP, 3u}, {TRUETIME, 5u}, {WARMUP, 3u}}) {
         unit.master(regState, 1, GPS_REF);               // aligned by the pulses before
         EXPECT_EQ(unit.state(), state);
     }

@@ -71,6 +71,7 @@ TEST(Sentences, BothSidesOfTheirLengths)
     b.refuses(gga + "00,1234,00\r", "GPGGA: Sentence length error: 80 chars");
     b.refuses(sentence(gga + "," + std::string(179, 'x')), "(parsed 71 of 253 chars)");   // a whole line
     b.refuses(GOOD.substr(0, 30) + std::string(1, '\0') + "0\r", "GPGSA: Sentence length error: 30 chars");
+    b.refuses("PNVX,GPver,GPS02,KDU123,R1A,1205p0*2\r", "GPver: Checksum incorrect or missing");
     b.refuses("PTNLRBA\r", "PTNLRBA: Sentence length error: 7 chars");
     b.refuses("PTNLRBA,1,00001\r", "PTNLRBA: Sentence length error: 15 chars");
     b.refuses("PFEC,GPanc,230115123456," + std::string(36, '9') + "\r", "GPanc: Sentence length error: 60");
