@@ -119,6 +119,8 @@ TEST(GpsCommands, SendUpTo80Characters)
     expectAll(unit, {{"gps02reset all", 0, "Requests for clearing the receiver buffer and resetting the"}});
     unit.run(22.0);
     EXPECT_EQ(unit.takeSent().size(), 21u);
+    unit.say(bench::nmea("PNVX,GPver,GPS02,KDU123,R1A,110624"));
+    expectAll(unit, {{"kvdgpsreset", 0, "Reset of GRM on connected GPS receiver has been initiated.\n"}});
 }
 
 TEST(Capture, TakesWhatIsWantedUpToItsLimit)

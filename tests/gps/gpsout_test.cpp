@@ -143,7 +143,7 @@ TEST(GpsOut, AlignsOnTheSecondPulseAfterTheTimeIsKnownAndAnewAfterADrop)
         EXPECT_EQ(before, static_cast<u64>(std::lround(now)) + 1) << "the next second";
         unit.call([&] { time(5'000.0, {2.0, 0.75}, {2'048.0, 0.0}); });
         unit.pulse();
-        EXPECT_EQ(unit.look().gpsTime, before + 1 - 3 + 5'000 + 2'048);
+        EXPECT_EQ(unit.look().gpsTime, static_cast<u64>(std::lround(now + 2 - 2.75 + 5'000 + 2'048)));
         unit.call([&] { time(0.0, {0.0, 0.0}, {0.0, 1'000.0}); });     // the counter has wrapped since
         unit.pulse();
         EXPECT_EQ(unit.look().gpsTime, before + 2 + 1'024);
