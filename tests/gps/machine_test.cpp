@@ -356,6 +356,9 @@ TEST(Sending, LosesWhatTheLineRefusesAndGoesOn)
     queue(unit, "$B\r\n");
     unit.run(1.0);
     EXPECT_EQ(unit.sent, Writes{"$B\r\n"});
+    unit.in([] { KvdLoz6TuGps_startGps02Reset(GPS02_CLEAR, false); });
+    EXPECT_EQ(queue(unit, std::string(939, 'x')), 1);
+    EXPECT_EQ(queue(unit, "y"), 0) << "the reset goes first";
 }
 
 TEST(Line, IsOpenedOnceWithItsSettingsWhileTheReferenceIsSupervised)
