@@ -225,7 +225,7 @@ void serveWaiting()
     for (TuPktsyncGroup& g : s->groups) {
         if (isBusy()) return;
         if (g.state != GROUP_JOINED && g.joinNeeded != 0 && g.users != 0) joinForUsers(g);
-        if (g.state != GROUP_JOINED || g.leaveNeeded == 0) continue;
+        if (g.leaveNeeded == 0) continue;
         if (g.users == 0) {
             leaveUnused(g);
         } else {
