@@ -9,6 +9,7 @@
 #include "sig/ref_types.h"
 
 #include <charconv>
+#include <optional>
 
 namespace {
 
@@ -24,8 +25,7 @@ struct State {
     GpsAlmanac almanac;
     GpsFurunoCounters counters;
     u32  timeStandard = 0;
-    bool overridden = false;
-    u8   overrideStandard = 0;
+    std::optional<u8> overrideStandard;    // in place of what the receiver says
 };
 ose::ModuleData<State> s;
 
@@ -118,7 +118,7 @@ bool KvdLoz6TuGps_parsePxxxGPtps(const char* text)
 
     if (!field.next("GPtps: Date/Time", 12)) return false;
     if (!field.next("GPtps: Time standard ID", 1)) return false;
-    storeTimeStandard(s->overridden ? s->overrideStandard : gps::toNumber(field.value));
+    storeTimeStandard(s->overrideStandard ? *s->overrideStandard : gps::toNumber(field.value));
     if (!field.next("1PPS availability status flag", 1)) return false;
     const u32 ppsAvailable = gps::toNumber(field.value);
     if (!field.next("GPtps: Mode", 1)) return false;
@@ -186,8 +186,7 @@ void KvdLoz6TuGps_clearFurunoCounters() { s->counters = {}; }
 
 void KvdLoz6TuGps_overrideTimeStandard(bool enabled, u8 timeStandard)
 {
-    s->overridden = enabled;
-    s->overrideStandard = timeStandard;
+    s->overrideStandard = enabled ? std::optional(timeStandard) : std::nullopt;
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT,
               "coli gentimestandard in state = %u (%s), time standard = 0x%02hhX (%s)", enabled ? 1u : 0u,
               enabled ? "enabled" : "disabled", timeStandard, timeStandardText(timeStandard));

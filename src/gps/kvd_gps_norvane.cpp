@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 namespace {
 
@@ -27,8 +28,7 @@ struct State {
     GpsNorvane said;
     GpsSelfTestRecord selfTest;
     GpsNorvaneCounters counters;
-    bool overridden = false;
-    u8   overrideStatus = 0;
+    std::optional<u8> overrideStatus;    // in place of what the receiver says
 };
 ose::ModuleData<State> s;
 
@@ -181,7 +181,7 @@ bool KvdLoz6TuGps_parsePxxxGPppr(const char* text)
     receiver.gpsTimeWeek = gps::toNumber(field.value);
     if (!skipUnused(field)) return false;
     if (!field.nextBeforeChecksum()) return false;
-    const u8 gpssStatus = s->overridden ? s->overrideStatus : static_cast<u8>(gps::toNumber(field.value));
+    const u8 gpssStatus = s->overrideStatus.value_or(static_cast<u8>(gps::toNumber(field.value)));
     if (!field.nextBeforeChecksum()) return false;
     const u8 gpssFaulty = static_cast<u8>(gps::toNumber(field.value));
 
@@ -320,8 +320,7 @@ bool KvdLoz6TuGps_isGps02() { return KvdLoz6TuGps_isFirmware("110624") || KvdLoz
 
 void KvdLoz6TuGps_overrideGpssStatus(bool enabled, u8 gpssStatus)
 {
-    s->overridden = enabled;
-    s->overrideStatus = gpssStatus;
+    s->overrideStatus = enabled ? std::optional(gpssStatus) : std::nullopt;
 }
 
 const char* KvdLoz6TuGps_gpssStatusText(u8 gpssStatus)
