@@ -89,17 +89,18 @@ TEST(Sentences, AWrittenOneNeedsRoomForItsEnd)
 /// The digits of the checksum are the last field, but for GPppr. What stands behind them keeps the length.
 TEST(Sentences, WithoutAllTheirFieldsAreNoWord)
 {
+    constexpr const char* END = "NMEA parse error: End of sentence reached";
     Sentences b;
-    for (const std::string whole : {"PNVX,GPsts,2,001,000", "PNVX,GPver,GPS02,KDU123,R1A",
-                                    "PNVX,GPout,005,0,1,0", "PNVX,GPavp,4807.0380,N,01131.0000,E,0000545.4",
-                                    "PNVX,GPppr,123456,01234,00000,00,1,0"})
+    for (const std::string whole :
+         {"PNVX,GPsts,2,001,000", "PNVX,GPver,GPS02,KDU123,R1A", "PNVX,GPout,005,0,1,0",
+          "PNVX,GPavp,4807.0380,N,01131.0000,E,0000545.4", "PNVX,GPppr,123456,01234,00000,00,1,0"})
         for (std::size_t end = whole.size(); (end = whole.rfind(',', end - 1)) > 4;) {
             std::string cut = sentence(whole.substr(0, end));
             cut.insert(cut.size() - 1, whole.size() + 5 - cut.size(), 'x');
             const bool isDirection = cut[cut.find('*') - 5] == '.';
-            b.refuses(cut, isDirection ? "tude direction value" : "NMEA parse error: End of sentence reached");
+            b.refuses(cut, isDirection ? "tude direction value" : END);
         }
-    b.refuses("PTNLRVR,H*34xx\r", "NMEA parse error: End of sentence reached");
+    b.refuses("PTNLRVR,H*34xx\r", END);
     EXPECT_EQ(b.look([] { return KvdLoz6TuGps_receiver().gpsTow; }), 123456u) << "stored as it is read";
     EXPECT_EQ(b.look([] { return KvdLoz6TuGps_norvane().gpssStatus; }), 0xFF);
     EXPECT_EQ(b.look([] { return KvdLoz6TuGps_selfTestRecord().gppprCount; }), 0);
