@@ -575,6 +575,7 @@ TEST(PacketSockets, EachDatagramGivesItsCreditBack)
         EXPECT_EQ(u.traces(c.text), 1u);
         // Without a sender it isn't taken for a frame.
         EXPECT_EQ(u.traces("PTP message received for unknown domainId"), 0u);
+        EXPECT_EQ(u.traces("unknown server IP address (0000"), 0u);
         EXPECT_EQ(u.node.ipsocki().credit(), credit + ++given);
     }
     // Credits that the service doesn't hear of come back with those for a while without a datagram.
