@@ -105,9 +105,9 @@ TEST(PtpDatagram, GoesByPortServerAndDomain)
         const std::vector<u8> frame = announceFrame(0);
         const u8* const m = frame.data() + 22;
         const u32 length = static_cast<u32>(frame.size()) - 22;
-        TuPktsync_PDU_SockiRcvPacket(321, m, length, nullptr, &server);
-        TuPktsync_PDU_SockiRcvPacket(320, m, length, nullptr, &other);
-        TuPktsync_PDU_SockiRcvPacket(320, m, length, nullptr, &v6);
+        TuPktsync_PDU_SockiRcvPacket(321, m, length, {}, &server);
+        TuPktsync_PDU_SockiRcvPacket(320, m, length, {}, &other);
+        TuPktsync_PDU_SockiRcvPacket(320, m, length, {}, &v6);
         TuPktsync_PDU_CfiRcvFrame(static_cast<u32>(frame.size()), 8, frame.data());
         EXPECT_EQ(ptpClockOf(2)->foreignMasterCount, 0u);
         TuPktsync_delete_ptp_clock(2);
