@@ -8,6 +8,7 @@
 #include "ose/module_data.h"
 #include "pktsync/tupktsync_proc.h"
 
+#include <algorithm>
 #include <iterator>
 
 namespace {
@@ -69,10 +70,9 @@ void loadModuleMain()
     s->entered = true;
 
     PROCESS pid[std::size(PROCESSES)];
-    for (std::size_t i = 0; i < std::size(PROCESSES); ++i) {
-        const StaticProcess& p = PROCESSES[i];
-        pid[i] = ose::create_process(p.kind, p.name, p.entry, p.stack, p.priority, 0, 0);
-    }
+    std::ranges::transform(PROCESSES, pid, [](const StaticProcess& p) {
+        return ose::create_process(p.kind, p.name, p.entry, p.stack, p.priority, 0, 0);
+    });
     KvdLoz6TuMgr_setPids(pid[MANAGER], pid[FIFO], pid[PKTSYNC]);
 
     const BLOCK block = ose::get_bid(ose::current_process());

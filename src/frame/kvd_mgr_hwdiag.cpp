@@ -33,12 +33,17 @@ struct MonitorMode { u32 mode; const char* name; };
 constexpr MonitorMode ZERO_IN_TD_ON{0, "ZERO_IN_TD_ON"}, REF_IN_TD_ON{1, "REF_IN_TD_ON"},
     TU_HM_CLK_IN_TD_ON{2, "TU_HM_CLK_IN_TD_ON"}, REF_IN_TD_OFF{4, "REF_IN_TD_OFF"};
 
-struct ToggleDetector { u32 mask; const char* testName; };
-constexpr ToggleDetector TD[] = {
-    {0x01, "LOZ6 PDH1 Test"}, {0x02, "LOZ6 PDH2 Test"}, {0x04, "LOZ6 PDH3 Test"},
-    {0x08, "LOZ6 PDH4 Test"}, {0x10, "LOZ6 SDH Test"},  {0x80, "LOZ6 EXT Test"},
+struct ToggleDetector {
+    u32 hm;                 // its number to the monitor
+    u32 mask;
+    const char* testName;
+    LogEntry brokenInRunning;
 };
-constexpr u32 TD_COUNT = 6;
+constexpr ToggleDetector TD[] = {
+    {0, 0x01, "LOZ6 PDH1 Test", LOG_MCA}, {1, 0x02, "LOZ6 PDH2 Test", LOG_MCB},
+    {2, 0x04, "LOZ6 PDH3 Test", LOG_MCC}, {3, 0x08, "LOZ6 PDH4 Test", LOG_MCD},
+    {4, 0x10, "LOZ6 SDH Test", LOG_MCE},  {5, 0x80, "LOZ6 EXT Test", LOG_MCF},
+};
 constexpr u32 TEST_SYNTH_FEEDBACK = 7;   // tests 1 to 6 are the detectors
 constexpr u32 TEST_RUNTIME = 8;
 
@@ -109,19 +114,21 @@ bool setMonitor(u32 hm, const MonitorMode& mode)
 }
 
 /// Feeds the detector with nothing, then with the test clock; the reference is put back in every case.
-void hmTest(u32 hm, u32 mask, TestOutcome& outcome)
+void hmTest(const ToggleDetector& td, TestOutcome& outcome)
 {
+    const u32 hm = td.hm;
+    outcome.name = td.testName;
     outcome.result = RESULT_FAILED;
     setMonitor(hm, ZERO_IN_TD_ON);
     ose::delay(MONITOR_SETTLE_ms);
-    if ((tuHwIf_readToggleStatus() & mask) != 0) {
+    if ((tuHwIf_readToggleStatus() & td.mask) != 0) {
         std::snprintf(outcome.message, sizeof outcome.message, "Zero in to HM %d failed",
                       static_cast<i32>(hm));
     } else if (!setMonitor(hm, TU_HM_CLK_IN_TD_ON)) {
         outcome.result = RESULT_PASSED;
     } else {
         ose::delay(MONITOR_SETTLE_ms);
-        if ((tuHwIf_readToggleStatus() & mask) != 0)
+        if ((tuHwIf_readToggleStatus() & td.mask) != 0)
             outcome.result = RESULT_PASSED;
         else
             std::snprintf(outcome.message, sizeof outcome.message, "Clock in to HM %d failed",
@@ -153,9 +160,7 @@ TestOutcome runTest(u32 test)
         KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "Last test performed.");
         return outcome;
     }
-    const u32 td = test - 1;
-    outcome.name = TD[td].testName;
-    hmTest(td, TD[td].mask, outcome);
+    hmTest(TD[test - 1], outcome);
     return outcome;
 }
 
@@ -261,20 +266,20 @@ void reportRunTimeFault()
 }
 
 /// A detector that still sees a signal with its input cut off is broken.
-bool detectorPasses(u32 td)
+bool detectorPasses(const ToggleDetector& td)
 {
-    if ((tuHwIf_readToggleStatus() & TD[td].mask) == 0) return true;
+    if ((tuHwIf_readToggleStatus() & td.mask) == 0) return true;
     bool passes = true;
-    if (setMonitor(td, REF_IN_TD_OFF)) {
+    if (setMonitor(td.hm, REF_IN_TD_OFF)) {
         KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_3, "Waiting 10ms");
         ose::delay(MONITOR_SETTLE_ms);
-        if ((tuHwIf_readToggleStatus() & TD[td].mask) != 0) {
+        if ((tuHwIf_readToggleStatus() & td.mask) != 0) {
             KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "Zero in to HM test failed for TD=%d",
-                      static_cast<i32>(td));
+                      static_cast<i32>(td.hm));
             passes = false;
         }
     }
-    setMonitor(td, REF_IN_TD_ON);
+    setMonitor(td.hm, REF_IN_TD_ON);
     return passes;
 }
 
@@ -361,9 +366,9 @@ u8 KvdLoz6HwDiag_startUp(u32& restartType, u32 hwInitResult)
 void KvdLoz6HwDiag_runTimeCheck()
 {
     ++s->checkCount;
-    for (u32 td = 0; td < TD_COUNT; ++td) {
+    for (const ToggleDetector& td : TD) {
         if (detectorPasses(td)) continue;
-        KvdLoz6HwDiag_writeLog(static_cast<LogEntry>(LOG_MCA + td));
+        KvdLoz6HwDiag_writeLog(td.brokenInRunning);
         reportRunTimeFault();
         return;
     }

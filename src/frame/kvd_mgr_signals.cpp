@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <span>
 #include <string>
 
 namespace {
@@ -54,8 +55,8 @@ void append(std::string& text, Printer printer)
 {
     const std::size_t before = text.size();
     text.resize(SYNCINFO_ROOM);
-    const u32 room = static_cast<u32>(text.size() - before);
-    text.resize(before + printer(text.data() + before, room));
+    const std::span room = std::span(text).subspan(before);
+    text.resize(before + printer(room.data(), static_cast<u32>(room.size())));
 }
 
 std::string syncInfoText(u8 option)

@@ -85,8 +85,6 @@ void clearCounters()
 
 // ---- handlers -----------------------------------------------------------------------------------
 
-void onNmeaMsgRec(Signal* sig) { gps::gpsNmeaMsgRecv(as<KvdTugpsNmeaMsgRec>(sig), ose::sigsize(&sig)); }
-
 void onSetDelay(const Signal* sig)
 {
     const auto* ind = as<KvdTuiifSetDelayInd>(sig);
@@ -124,7 +122,7 @@ bool KvdLoz6TuGps_dispatch(Signal* sig)
     case KVD_TUGPS_WAIT_FOR_OPERATIONAL_TIMEOUT: gps::onWaitForOperationalTimeout();      return true;
     case KVD_TUGPS_WAIT_FOR_VALID_MSG:           gps::onWaitForValidTimeout();            return true;
     case KVD_TUGPS_VALID_TIMEOUT:                gps::onValidTimeout();                   return true;
-    case KVD_TUGPS_NMEA_MSG_REC:                 onNmeaMsgRec(sig);                       return true;
+    case KVD_TUGPS_NMEA_MSG_REC:                 gps::gpsNmeaMsgRecv(sig);                return true;
     case KVD_TUGPS_SERIALPORT_INITIALISED:       gps::onSerialPortInitialised();          return true;
     case KVD_TUGPS_SUPR_ALARM_TIMEOUT:           gps::onSuprAlarmTimeout();               return true;
     case KVD_TUGPS_SELF_TEST_TIMEOUT:            gps::onSelfTestTimeout();                return true;

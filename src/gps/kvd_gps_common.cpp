@@ -10,7 +10,9 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstring>
+#include <optional>
 #include <string_view>
 
 namespace {
@@ -107,24 +109,15 @@ bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-/// Value of a hexadecimal digit, -1 for any other character.
-int hexDigit(char c)
-{
-    if (isDigit(c)) return c - '0';
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    return -1;
-}
-
 /// A checksum of at most two digits; blanks before it don't count, since a sum below 0x10 can be
-/// written with one. -1 when no digit stands there.
-int readChecksum(const char* at)
+/// written with one. Nothing when no digit stands there.
+std::optional<u32> readChecksum(const char* at)
 {
     while (isBlank(*at)) ++at;
-    const int high = hexDigit(at[0]);
-    if (high < 0) return -1;
-    const int low = hexDigit(at[1]);
-    return low < 0 ? high : high * 16 + low;
+    const std::string_view digits = std::string_view(at).substr(0, 2);
+    u32 sum{};
+    const auto read = std::from_chars(digits.begin(), digits.end(), sum, 16);
+    return read.ec == std::errc{} ? std::optional(sum) : std::nullopt;
 }
 
 /// Up to `digits` decimal digits; moves past them. False when there is none.
@@ -167,7 +160,8 @@ u32 KvdLoz6TuGps_frameSentence(char* out, std::size_t size, const char* body, Nm
     if (frame != NMEA_PLAIN) {
         const u8 checksum = TuCommon_nmeaChecksum(body, length);
         *at++ = '*';
-        *at++ = frame == NMEA_CHECKSUM_BLANK && checksum >> 4 == 0 ? ' ' : digit(checksum >> 4);
+        const char high = digit(checksum >> 4);
+        *at++ = frame == NMEA_CHECKSUM_BLANK && high == '0' ? ' ' : high;
         *at++ = digit(checksum & 0xF);
     }
     std::memcpy(at, "\r\n", 3);

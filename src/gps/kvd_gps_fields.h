@@ -62,6 +62,13 @@ public:
     {
     }
     bool next() { return takeField(cursor_, value, SIZE, splitAtPoint_) || refuseEnd(prefix_); }
+    /// Past what every sentence begins with: it is read here because of it.
+    void skipAddress() { next(); }
+    void skipAddressAndType()
+    {
+        next();
+        next();
+    }
     /// The next field, which the checksum's digits aren't.
     bool nextBeforeChecksum()
     {

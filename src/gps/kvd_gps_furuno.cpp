@@ -8,6 +8,9 @@
 #include "ose/module_data.h"
 #include "sig/ref_types.h"
 
+#include <charconv>
+#include <optional>
+
 namespace {
 
 using gps::Fields;
@@ -22,8 +25,7 @@ struct State {
     GpsAlmanac almanac;
     GpsFurunoCounters counters;
     u32  timeStandard = 0;
-    bool overridden = false;
-    u8   overrideStandard = 0;
+    std::optional<u8> overrideStandard;    // in place of what the receiver says
 };
 ose::ModuleData<State> s;
 
@@ -109,14 +111,14 @@ bool KvdLoz6TuGps_parsePxxxGPtps(const char* text)
     if (!gps::optionalChecksumPasses(sentence, "KvdLoz6TuGps_parsePxxxGPtps")) return false;
     if (!gps::lengthPasses(sentence, 73, 76, "GPtps")) return false;
     GptpsFields field(sentence);
-    if (!field.next() || !field.next()) return false;
+    field.skipAddressAndType();
     ++s->counters.numberOfPFECMsgs;
     ++s->counters.numberOfPFECGPtps;
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPtps: Received GPS time command");
 
     if (!field.next("GPtps: Date/Time", 12)) return false;
     if (!field.next("GPtps: Time standard ID", 1)) return false;
-    storeTimeStandard(s->overridden ? s->overrideStandard : gps::toNumber(field.value));
+    storeTimeStandard(s->overrideStandard ? *s->overrideStandard : gps::toNumber(field.value));
     if (!field.next("1PPS availability status flag", 1)) return false;
     const u32 ppsAvailable = gps::toNumber(field.value);
     if (!field.next("GPtps: Mode", 1)) return false;
@@ -149,7 +151,7 @@ bool KvdLoz6TuGps_parsePxxxGPanc(const char* text)
     if (!gps::optionalChecksumPasses(sentence, "KvdLoz6TuGps_parsePxxxGPanc")) return false;
     if (!gps::lengthPasses(sentence, 56, 59, "GPanc")) return false;
     Fields<35> field(sentence);
-    if (!field.next() || !field.next()) return false;
+    field.skipAddressAndType();
     ++s->counters.numberOfPFECMsgs;
     ++s->counters.numberOfPFECGPanc;
 
@@ -164,7 +166,7 @@ bool KvdLoz6TuGps_parsePxxxGPanc(const char* text)
     // A field shorter than 32 leaves NULs, which say nothing of the last satellites.
     const char* digit = field.value;
     for (u8& health : almanac.health) {
-        if (*digit >= '0' && *digit <= '9') health = static_cast<u8>(*digit - '0');
+        std::from_chars(digit, digit + 1, health);
         ++digit;
     }
     if (!gps::fullyParsed(sentence, field.consumed(), "GPanc")) return false;
@@ -184,8 +186,7 @@ void KvdLoz6TuGps_clearFurunoCounters() { s->counters = {}; }
 
 void KvdLoz6TuGps_overrideTimeStandard(bool enabled, u8 timeStandard)
 {
-    s->overridden = enabled;
-    s->overrideStandard = timeStandard;
+    s->overrideStandard = enabled ? std::optional(timeStandard) : std::nullopt;
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT,
               "coli gentimestandard in state = %u (%s), time standard = 0x%02hhX (%s)", enabled ? 1u : 0u,
               enabled ? "enabled" : "disabled", timeStandard, timeStandardText(timeStandard));

@@ -1,5 +1,6 @@
 #include "gps/kvd_gps_hrv_supervision.h"
 
+#include "base/element_of.h"
 #include "base/kvd_timer.h"
 #include "base/ref_ring.h"
 #include "base/text_of.h"
@@ -13,7 +14,6 @@
 #include "sig/gps_sig.h"
 
 #include <cstring>
-#include <iterator>
 
 namespace {
 
@@ -128,7 +128,7 @@ void KvdLoz6TuGps_onHRVSupervisionEvent(u32 event)
               "HRV Supervision state machine (onHRVSupervisionEvent). Received event = %s. "
               "Current state = %s",
               eventText(event), KvdLoz6TuGps_hrvStateText(s->state));
-    if (s->state >= std::size(STATES)) {
+    if (elementOf(STATES, s->state) == nullptr) {
         KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Illegal HRV Supervision SM state: %d",
                   static_cast<int>(s->state));
         return;

@@ -60,9 +60,9 @@ void forgetFixedPosition();
 u32  detectReceiver(Detection& detection, u8 kind);
 /// Neither unknown nor pending: the flags have done their work.
 bool isSettled(u32 gpssType);
-/// The sentence lies inside its buffer and ends where its length says.
-bool isWholeSentence(const KvdTugpsNmeaMsgRec& rec, u32 bufferSize);
-void gpsNmeaMsgRecv(const KvdTugpsNmeaMsgRec* rec, u32 bufferSize);
+/// nullptr unless the sentence lies inside its buffer and ends where its length says.
+const KvdTugpsNmeaMsgRec* wholeSentence(Signal* sig);
+void gpsNmeaMsgRecv(Signal* sig);
 void onSerialPortInitialised();
 void onWaitForValidTimeout();
 void onWaitForOperationalTimeout();

@@ -1,5 +1,6 @@
 // State machine of the GPS reference: from the first byte string to a time at each pulse, and what
 // it makes of each sentence on the way.
+#include "base/element_of.h"
 #include "base/trace_groups.h"
 #include "gps/kvd_gps_capture.h"
 #include "gps/kvd_gps_common.h"
@@ -11,6 +12,9 @@
 #include "gps/kvd_gps_trimble.h"
 #include "node/sig.h"
 #include "node/trace.h"
+#include "ose/ose.h"
+
+#include <span>
 
 namespace {
 
@@ -62,7 +66,7 @@ void startValid()
 /// Asks the receiver for a fixed position or for a survey and remembers the wish.
 void setUpMode(bool fixedPosition)
 {
-    if (KvdLoz6TuGps_gpsState() < GPS_INIT_SERIAL_PORT) {
+    if (KvdLoz6TuGps_gpsState() == GPS_UN_INIT) {
         KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "Serial port unitialised, no data sent to GPSS.");
         return;
     }
@@ -224,10 +228,13 @@ bool gps::isSettled(u32 gpssType)
     return gpssType != GPSS_UNKNOWN && gpssType != GPSS_PENDING && gpssType != GPSS_PENDING_FURUNO;
 }
 
-bool gps::isWholeSentence(const KvdTugpsNmeaMsgRec& rec, u32 bufferSize)
+const KvdTugpsNmeaMsgRec* gps::wholeSentence(Signal* sig)
 {
-    const u32 room = bufferSize - static_cast<u32>(offsetof(KvdTugpsNmeaMsgRec, text));
-    return rec.length < room && rec.text[rec.length] == '\0';
+    const auto* rec = as<KvdTugpsNmeaMsgRec>(sig);
+    if (rec == nullptr) return nullptr;
+    const std::span text(rec->text, ose::sigsize(&sig) - offsetof(KvdTugpsNmeaMsgRec, text));
+    const char* const end = elementOf(text, rec->length);
+    return end != nullptr && *end == '\0' ? rec : nullptr;
 }
 
 void gps::resetReceiverData()
@@ -245,9 +252,10 @@ void gps::enter(u32 gpsState)
     if (gpsState >= GPS_WAIT_FOR_ANY_MSG && gpsState <= GPS_WAIT_FOR_OPERATIONAL) reportStatusChange();
 }
 
-void gps::gpsNmeaMsgRecv(const KvdTugpsNmeaMsgRec* rec, u32 bufferSize)
+void gps::gpsNmeaMsgRecv(Signal* sig)
 {
-    if (rec == nullptr || !isWholeSentence(*rec, bufferSize)) return;
+    const KvdTugpsNmeaMsgRec* const rec = wholeSentence(sig);
+    if (rec == nullptr) return;
     KvdLoz6TuGps_capture(rec->text, rec->length, GPS_CAPTURE_RECEIVED);
     ++state().numberOfNmeaMsgs;
     switch (KvdLoz6TuGps_gpsState()) {

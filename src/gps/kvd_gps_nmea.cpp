@@ -62,7 +62,7 @@ bool KvdLoz6TuGps_parseGPGGA(const char* text)
     if (!sentence.checksumPresent && !gps::lengthPasses(sentence, 70, 79, "GPGGA")) return false;
 
     GpggaFields field(sentence);
-    if (!field.next()) return false;
+    field.skipAddress();
     ++s->counters.numberOfGPGGA;
 
     if (!field.next("GPGGA UTC", 6)) return false;
@@ -106,7 +106,7 @@ bool KvdLoz6TuGps_parseGPGSA(const char* text)
     if (!gps::lengthPasses(sentence, 39, 66, "GPGSA")) return false;
 
     Fields<7> field(sentence);
-    if (!field.next()) return false;
+    field.skipAddress();
     ++s->counters.numberOfGPGSA;
 
     if (!field.next("GPGSA operational mode", 1)) return false;

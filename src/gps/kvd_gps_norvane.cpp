@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 namespace {
 
@@ -27,17 +28,9 @@ struct State {
     GpsNorvane said;
     GpsSelfTestRecord selfTest;
     GpsNorvaneCounters counters;
-    bool overridden = false;
-    u8   overrideStatus = 0;
+    std::optional<u8> overrideStatus;    // in place of what the receiver says
 };
 ose::ModuleData<State> s;
-
-/// Address and sentence type, the first two fields of each sentence.
-template <u32 SIZE>
-bool skipHead(Fields<SIZE>& field)
-{
-    return field.next() && field.next();
-}
 
 /// The two fields between GPppr's week and status.
 bool skipUnused(Fields<8>& field) { return field.nextBeforeChecksum() && field.nextBeforeChecksum(); }
@@ -101,6 +94,34 @@ void setCapabilities(const char* text)
               s->said.glonassCapability != 0 ? "Glonass supported" : "Glonass not supported");
 }
 
+// ---- GPavp ----
+
+using GpavpFields = Fields<14>;
+
+struct CoordinateForm {
+    u32  degDigits;
+    char positive, negative;
+    u8   positiveDir, negativeDir;
+    const char* name;
+};
+constexpr CoordinateForm LATITUDE  = {2, 'N', 'S', GPS_NORTH, GPS_SOUTH, "latitude"};
+constexpr CoordinateForm LONGITUDE = {3, 'E', 'W', GPS_EAST, GPS_WEST, "longitude"};
+
+/// Field and direction.
+bool readCoordinate(GpavpFields& field, const CoordinateForm& form, GpsCoordinate& coordinate)
+{
+    const bool isThere = field.next();
+    const gps::DegMin angle = gps::toDegMin(field.value, form.degDigits);
+    if (!isThere || !field.next()) return false;
+    if (!field.is(form.positive) && !field.is(form.negative)) {
+        KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPavp: Error in %s direction value", form.name);
+        return false;
+    }
+    coordinate = {angle.deg, angle.min, angle.fractMin,
+                  field.is(form.positive) ? form.positiveDir : form.negativeDir};
+    return true;
+}
+
 // ---- GPout ----
 
 constexpr u32 REMOTE_STATE_MAX = 18;
@@ -149,7 +170,7 @@ bool KvdLoz6TuGps_parsePxxxGPppr(const char* text)
     if (!gps::requiredChecksumPasses(sentence, "GPppr")) return false;
     if (!gps::lengthPasses(sentence, 35, 40, "GPppr")) return false;
     Fields<8> field(sentence);
-    if (!skipHead(field)) return false;
+    field.skipAddressAndType();
     ++s->counters.numberOfPNVXGPppr;
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Received Periodic PPS report");
 
@@ -160,7 +181,7 @@ bool KvdLoz6TuGps_parsePxxxGPppr(const char* text)
     receiver.gpsTimeWeek = gps::toNumber(field.value);
     if (!skipUnused(field)) return false;
     if (!field.nextBeforeChecksum()) return false;
-    const u8 gpssStatus = s->overridden ? s->overrideStatus : static_cast<u8>(gps::toNumber(field.value));
+    const u8 gpssStatus = s->overrideStatus.value_or(static_cast<u8>(gps::toNumber(field.value)));
     if (!field.nextBeforeChecksum()) return false;
     const u8 gpssFaulty = static_cast<u8>(gps::toNumber(field.value));
 
@@ -181,7 +202,7 @@ bool KvdLoz6TuGps_parsePxxxGPsts(const char* text)
     if (!gps::requiredChecksumPasses(sentence, "GPsts")) return false;
     if (!gps::lengthPasses(sentence, 24, 80, "GPsts")) return false;
     Fields<61> field(sentence);
-    if (!skipHead(field)) return false;
+    field.skipAddressAndType();
     ++s->counters.numberOfPNVXGPsts;
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Received GPSS Status");
 
@@ -209,7 +230,7 @@ bool KvdLoz6TuGps_parsePxxxGPver(const char* text)
     if (!gps::requiredChecksumPasses(sentence, "GPver")) return false;
     if (!gps::lengthPasses(sentence, 17, 77, "GPver")) return false;
     Fields<GPVER_TEXT> field(sentence);
-    if (!skipHead(field)) return false;
+    field.skipAddressAndType();
     ++s->counters.numberOfPNVXGPver;
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "Received GPSS Version");
 
@@ -228,29 +249,13 @@ bool KvdLoz6TuGps_parsePxxxGPavp(const char* text)
     const Sentence sentence = gps::inspect(text);
     if (!gps::requiredChecksumPasses(sentence, "GPavp")) return false;
     if (!gps::lengthPasses(sentence, 49, 53, "GPavp")) return false;
-    Fields<14> field(sentence);
-    if (!skipHead(field)) return false;
+    GpavpFields field(sentence);
+    field.skipAddressAndType();
     ++s->counters.numberOfPNVXGPavp;
 
     GpsPosition position;
-    if (!field.next()) return false;
-    const gps::DegMin latitude = gps::toDegMin(field.value, 2);
-    if (!field.next()) return false;
-    if (!field.is('N') && !field.is('S')) {
-        KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPavp: Error in latitude direction value");
-        return false;
-    }
-    position.latitude = {latitude.deg, latitude.min, latitude.fractMin,
-                         field.is('N') ? u8{GPS_NORTH} : u8{GPS_SOUTH}};
-    if (!field.next()) return false;
-    const gps::DegMin longitude = gps::toDegMin(field.value, 3);
-    if (!field.next()) return false;
-    if (!field.is('E') && !field.is('W')) {
-        KVD_TRACE(TRACE_TUGPS, LEVEL_REFUSED, "GPavp: Error in longitude direction value");
-        return false;
-    }
-    position.longitude = {longitude.deg, longitude.min, longitude.fractMin,
-                          field.is('E') ? u8{GPS_EAST} : u8{GPS_WEST}};
+    if (!readCoordinate(field, LATITUDE, position.latitude)) return false;
+    if (!readCoordinate(field, LONGITUDE, position.longitude)) return false;
     if (!field.next()) return false;
     position.altitude = gps::toDouble(field.value);
     if (!field.next()) return false;
@@ -267,20 +272,20 @@ bool KvdLoz6TuGps_parsePxxxGPout(const char* text)
     if (!gps::lengthPasses(sentence, 24, 27, "GPout")) return false;
     KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "GPout: Sentence length: %u chars", sentence.length);
     Fields<4> field(sentence);
-    if (!skipHead(field)) return false;
+    field.skipAddressAndType();
     ++s->counters.numberOfPNVXGPout;
 
     GpsNorvane& said = s->said;
     if (!field.next()) return false;
     setRemoteRadioClockState(gps::toNumber(field.value));
-    if (!field.next()) return false;
-    storeRemote(said.remoteJumpIndication, gps::toNumber(field.value), 1, 0, "remoteJumpIndication");
-    if (!field.next()) return false;
-    storeRemote(said.gnssTimePresent, gps::toNumber(field.value), 2, 0, "GNSS Time Present");
-    if (!field.next()) return false;
-    storeRemote(said.gnssDataPresent, gps::toNumber(field.value), 1, 0, "GNSS Data Present");
-    if (!field.next()) return false;
-    storeRemote(said.isMaster, gps::toNumber(field.value), 1, 0, "is Master field");
+    struct Row { u8& stored; u32 highest; const char* name; };
+    for (const Row& row : {Row{said.remoteJumpIndication, 1, "remoteJumpIndication"},
+                           Row{said.gnssTimePresent, 2, "GNSS Time Present"},
+                           Row{said.gnssDataPresent, 1, "GNSS Data Present"},
+                           Row{said.isMaster, 1, "is Master field"}}) {
+        if (!field.next()) return false;
+        storeRemote(row.stored, gps::toNumber(field.value), row.highest, 0, row.name);
+    }
     return true;
 }
 
@@ -315,8 +320,7 @@ bool KvdLoz6TuGps_isGps02() { return KvdLoz6TuGps_isFirmware("110624") || KvdLoz
 
 void KvdLoz6TuGps_overrideGpssStatus(bool enabled, u8 gpssStatus)
 {
-    s->overridden = enabled;
-    s->overrideStatus = gpssStatus;
+    s->overrideStatus = enabled ? std::optional(gpssStatus) : std::nullopt;
 }
 
 const char* KvdLoz6TuGps_gpssStatusText(u8 gpssStatus)

@@ -248,8 +248,8 @@ void start()
 
 void onNmeaMsgRec(Signal* sig)
 {
-    const auto* rec = as<KvdTugpsNmeaMsgRec>(sig);
-    if (rec == nullptr || !gps::isWholeSentence(*rec, ose::sigsize(&sig))) return;
+    const KvdTugpsNmeaMsgRec* const rec = gps::wholeSentence(sig);
+    if (rec == nullptr) return;
     ++s->numberOfNmeaMsgs;
     if (s->gpsState < GPS_WAIT_FOR_ANY_MSG) return;
     if (s->gpsState > GPS_OPERATIONAL_WITH_VALID_TIME) {

@@ -75,7 +75,7 @@ u32 begin()
     enableInterrupt();
     restartGpgga();
     if (!KvdLoz6TuReg_isMaster() || !isOffsetKnown()) return OUT_NOTHING_LOCKED;
-    if (mayBeOn()) switchOutput(true);
+    switchOutput(true);
     s->dropped = 0;
     s->gpsTimeLocked = 1;
     return OUT_TIMEOFFSET_LOCKED;

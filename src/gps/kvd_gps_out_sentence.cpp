@@ -21,7 +21,7 @@ gpsout::Sentence framed(const char* body, u32 longest, const char* name)
     gpsout::Sentence sentence;
     char text[128];
     const u32 length = KvdLoz6TuGps_frameSentence(text, sizeof text, body, NMEA_CHECKSUM);
-    if (length == 0 || length > longest)
+    if (length > longest)
         KVD_TRACE(TRACE_TUGPS_OUT, TRACE_INFO, "%s message is invalid. Message not sent.", name);
     else
         sentence.append(text);

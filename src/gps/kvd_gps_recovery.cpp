@@ -1,5 +1,6 @@
 #include "gps/kvd_gps_recovery.h"
 
+#include "base/element_of.h"
 #include "base/kvd_timer.h"
 #include "base/ref_ring.h"
 #include "base/text_of.h"
@@ -19,6 +20,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <span>
 
 namespace {
 
@@ -158,12 +160,10 @@ struct Verdict {
 /// What the satellites in view say about a module that has just told whether its 1PPS is good.
 Verdict judge(u32 event)
 {
-    const auto& satellites = KvdLoz6TuGps_gpsSatellites();
     const u32 inView = std::min<u32>(KvdLoz6TuGps_noOfSatellitesInView(), GPS_SATELLITES);
     u32 strong = 0;
     bool noElAz = true;
-    for (u32 i = 0; i < inView; ++i) {
-        const GpsSatellite& satellite = satellites[i];
+    for (const GpsSatellite& satellite : std::span(KvdLoz6TuGps_gpsSatellites()).first(inView)) {
         if (satellite.SNR < SNR_STRONG) continue;
         ++strong;
         if (satellite.azimuth != 0 && satellite.elevation != 0) noElAz = false;
@@ -386,7 +386,7 @@ void KvdLoz6TuGps_onRecoverySMEvent(u32 event)
               "Current Recovery State Machine state = %s",
               eventText(event), KvdLoz6TuGps_recoveryStateText(s->state));
     onRecoverySubSMEvent(event);
-    if (s->state >= std::size(STATES)) {
+    if (elementOf(STATES, s->state) == nullptr) {
         KVD_TRACE(TRACE_TUGPS, TRACE_ERROR, "Illegal recovery SM state: %d", static_cast<int>(s->state));
         return;
     }
@@ -414,15 +414,14 @@ void KvdLoz6TuGps_recoverySentence(u8 kind)
 
 bool KvdLoz6TuGps_recoveryDispatch(Signal* sig)
 {
-    for (u32 i = 0; i < RECOVERY_TIMERS; ++i) {
-        if (TIMERS[i].sigNo != sig->sigNo) continue;
-        if (i == GPSTS_TIMER)
-            onGpstsTimeout();
-        else if (KvdTimer_expired(s->timer[i]))
-            KvdLoz6TuGps_onRecoverySMEvent(TIMERS[i].event);
-        return true;
-    }
-    return false;
+    const auto row = std::ranges::find(TIMERS, sig->sigNo, &TimerRow::sigNo);
+    if (row == std::end(TIMERS)) return false;
+    const auto timer = std::distance(TIMERS, row);
+    if (timer == GPSTS_TIMER)
+        onGpstsTimeout();
+    else if (KvdTimer_expired(s->timer[timer]))
+        KvdLoz6TuGps_onRecoverySMEvent(row->event);
+    return true;
 }
 
 u32 KvdLoz6TuGps_recoveryState() { return s->state; }
@@ -432,7 +431,8 @@ const RecoveryCounters& KvdLoz6TuGps_recoveryCounters() { return s->counters; }
 
 const char* KvdLoz6TuGps_recoveryStateText(u32 state)
 {
-    return state < std::size(STATES) ? STATES[state].name : "UNKNOWN";
+    const auto* const row = elementOf(STATES, state);
+    return row != nullptr ? row->name : "UNKNOWN";
 }
 const char* KvdLoz6TuGps_supervisionStatusText(u32 status) { return textOf(STATUSES, status); }
 

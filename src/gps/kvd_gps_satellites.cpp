@@ -48,12 +48,8 @@ bool isGlonass(const GpsSatellite& sat) { return sat.SVno >= 65 && sat.SVno <= 9
 /// Strongest first; of equals the earlier stays in front.
 void sortBySnr(SatelliteTable& table)
 {
-    for (auto next = table.begin() + 1; next != table.end(); ++next) {
-        const GpsSatellite sat = *next;
-        auto place = next;
-        for (; place != table.begin() && isStronger(sat, *(place - 1)); --place) *place = *(place - 1);
-        *place = sat;
-    }
+    for (auto next = table.begin(); next != table.end(); ++next)
+        std::rotate(std::upper_bound(table.begin(), next, *next, isStronger), next, next + 1);
 }
 
 /// Both tables as one, and the twelve for the client with at least one satellite of each system.
@@ -122,7 +118,7 @@ bool parseGSV(const char* sentenceText, SatelliteSystem& system, const SystemTex
     if (!gps::lengthPasses(sentence, 12, 67, text.name)) return false;
 
     GsvFields field(sentence);
-    if (!field.next()) return false;
+    field.skipAddress();
     if (!field.next(text.messagesLabel, 1)) return false;
     const u32 messages = gps::toNumber(field.value);
     if (!field.next(text.messageLabel, 1)) return false;

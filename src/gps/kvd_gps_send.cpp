@@ -142,10 +142,15 @@ bool KvdLoz6TuGps_queueOrdered(const char* sentence, u32 length)
 
 u32 KvdLoz6TuGps_queuedBytes() { return s->queued; }
 
+bool KvdLoz6TuGps_takesOneShots()
+{
+    return KvdLoz6TuGps_gpssType() != GPSS_NORVANE && KvdLoz6TuGps_tuGpsRefType() == GPS_REF
+           && KvdLoz6TuGps_historyAboveUnInit();
+}
+
 bool KvdLoz6TuGps_sendOneShot(const char* body, bool withChecksum, bool ordered)
 {
-    if (KvdLoz6TuGps_gpssType() == GPSS_NORVANE || KvdLoz6TuGps_tuGpsRefType() != GPS_REF
-        || !KvdLoz6TuGps_historyAboveUnInit()) {
+    if (!KvdLoz6TuGps_takesOneShots()) {
         KVD_TRACE(TRACE_TUGPS, TRACE_INFO, "GpsFwRestart not initiated!");
         return false;
     }

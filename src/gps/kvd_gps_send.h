@@ -25,6 +25,8 @@ bool KvdLoz6TuGps_queueSentence(const char* sentence, u32 length);
 bool KvdLoz6TuGps_queueOrdered(const char* sentence, u32 length);
 u32  KvdLoz6TuGps_queuedBytes();
 
+/// A receiver is there that takes commands one by one.
+bool KvdLoz6TuGps_takesOneShots();
 /// A sentence's body (without "$") framed with or without a checksum, queued and counted when it is
 /// one of the known commands. True queued, false lost: "GpsFwRestart not initiated!" without a receiver.
 bool KvdLoz6TuGps_sendOneShot(const char* body, bool withChecksum, bool ordered = false);

@@ -11,6 +11,7 @@
 
 #include <array>
 #include <cstring>
+#include <span>
 
 namespace {
 
@@ -136,7 +137,7 @@ void KvdLoz6TuGps_serialReceived(const u8* bytes, u32 count, GpsLine line)
     LineState& state = s->line[line];
     state.counters.numberOfBytesRec += count;
     if (row.sentence == 0) return;
-    for (u32 i = 0; i < count; ++i) takeByte(state, row, static_cast<char>(bytes[i]));
+    for (const u8 byte : std::span(bytes, count)) takeByte(state, row, static_cast<char>(byte));
 }
 
 const GpsSerialCounters& KvdLoz6TuGps_serialCounters(GpsLine line) { return s->line[line].counters; }

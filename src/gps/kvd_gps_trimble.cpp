@@ -129,7 +129,7 @@ bool KvdLoz6TuGps_parsePTNLRBA(const char* text)
     if (!gps::optionalChecksumPasses(sentence, RBA)) return false;
     if (!gps::lengthPasses(sentence, 8, 14, "KvdLoz6TuGps_parsePTNLRBA: PTNLRBA")) return false;
     Fields<9> field(sentence, "KvdLoz6TuGps_parsePTNLRBA: ");
-    if (!field.next()) return false;
+    field.skipAddress();
     ++s->counters.numberOfPTNLRBA;
     if (!field.next("Antenna STATUS Message", 1)) return false;
     const u32 status = gps::toNumber(field.value);
@@ -149,7 +149,8 @@ bool KvdLoz6TuGps_parsePTNLRVR(const char* text)
     if (!gps::requiredChecksumPasses(sentence, RVR)) return false;
     if (!gps::lengthPasses(sentence, 8, 64, "KvdLoz6TuGps_parsePTNLRVR: PTNLRVR")) return false;
     RvrFields field(sentence, "KvdLoz6TuGps_parsePTNLRVR: ");
-    if (!field.next() || !field.nextExactly("Type", 1)) return false;
+    field.skipAddress();
+    if (!field.nextExactly("Type", 1)) return false;
     switch (field.value[0]) {
     case 'H': ++s->counters.numberOfPTNLRVRH; return parseIdentity(field);
     case 'S': ++s->counters.numberOfPTNLRVRS; return parseFirmware(field);
@@ -177,11 +178,8 @@ GpsModule KvdLoz6TuGps_queryChipset()
 {
     static constexpr SIGSELECT ANSWER[] = {1, KVD_TUGPS_CHIP_MSG_PARSED_IND};
     s->module = {};
-    const u32 gpssType = KvdLoz6TuGps_gpssType();
-    if (gpssType == GPSS_NORVANE || KvdLoz6TuGps_tuGpsRefType() != GPS_REF
-        || !KvdLoz6TuGps_historyAboveUnInit())
-        return s->module;
-    if (gpssType == GPSS_FURUNO) {
+    if (!KvdLoz6TuGps_takesOneShots()) return s->module;
+    if (KvdLoz6TuGps_gpssType() == GPSS_FURUNO) {
         KVD_TRACE(TRACE_TUGPS, LEVEL_CONTENT, "No Chipset info for GPS01 module.\n");
     } else {
         dropLateAnswers(ANSWER);

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <ranges>
 #include <utility>
 
 namespace {
@@ -107,12 +108,10 @@ void onConfirm(const Signal* sig)
     s->state = CFI_WAIT_FOR_ATTACH_CFM;
 }
 
-/// What is asked won't be answered.
+/// What is asked won't be answered. The groups begin anew with the service.
 void giveUpRequests()
 {
-    for (TuPktsyncGroup& g : s->groups) {
-        g.isAsked = false;
-        g.joinNeeded = g.leaveNeeded = 0;
+    for (const TuPktsyncGroup& g : s->groups) {
         TuPktsync_SyncrefCtrl_CfiSetupRefused(g.groupType);
         TuPktsync_SyncrefCtrl_CfiRemoveReady(g.groupType);
     }
@@ -226,7 +225,7 @@ void serveWaiting()
     for (TuPktsyncGroup& g : s->groups) {
         if (isBusy()) return;
         if (g.state != GROUP_JOINED && g.joinNeeded != 0 && g.users != 0) joinForUsers(g);
-        if (g.state != GROUP_JOINED || g.leaveNeeded == 0) continue;
+        if (g.leaveNeeded == 0) continue;
         if (g.users == 0) {
             leaveUnused(g);
         } else {
@@ -328,7 +327,7 @@ void onFrame(Signal* sig)
 void TuPktsync_CFI_client_init()
 {
     s->state = CFI_NOT_AVAILABLE;
-    for (u32 i = 0; i < TUPKTSYNC_GROUPS; ++i) {
+    for (const u32 i : std::views::iota(0u, TUPKTSYNC_GROUPS)) {
         s->groups[i] = {};
         s->groups[i].groupType = i;
         s->groups[i].mac = TUPKTSYNC_GROUP_MAC[i];

@@ -23,7 +23,7 @@ enum Request : u32 { SET = 0x1, CHANGE = 0x2, DELETE = 0x4 };
 /// What the driver is to know of a syncref, and the requests about it that it hasn't answered: its answers
 /// tell the froId alone.
 struct Asked {
-    bool isUsed = false;
+    bool isUsed = false;             // with a reference that can be told again
     u32 awaits = 0;                  // Request
     u32 froId = 0;
     PktsyncDrvRef ref{};
@@ -165,7 +165,7 @@ void repeatRequests()
     for (const Asked& a : s->asked)
         if (a.awaits == DELETE) node::PktsyncDrv_deletePktSyncReq(s->proxy, a.froId);
     for (const Asked& a : s->asked) {
-        if (!a.isUsed || a.awaits == DELETE || !isAwaited(a.froId)) continue;
+        if (!a.isUsed || !isAwaited(a.froId)) continue;
         if ((a.awaits & SET) != 0) node::PktsyncDrv_setPktSyncReq(s->proxy, a.froId, a.ref);
         else                       node::PktsyncDrv_changePktSyncReq(s->proxy, a.froId, a.ref);
     }
@@ -305,7 +305,7 @@ u32 TuPktsync_PktSyncDrvClient_changeSyncRefReq(u32 froId, const PktsyncDrvRef& 
 
 u32 TuPktsync_PktSyncDrvClient_deleteSyncRefReq(u32 froId, u32 syncrefId)
 {
-    return ask(syncrefId, {true, DELETE, froId, {}},
+    return ask(syncrefId, {.awaits = DELETE, .froId = froId},
                [&] { return node::PktsyncDrv_deletePktSyncReq(s->proxy, froId); });
 }
 

@@ -8,6 +8,8 @@
 #include <bit>
 #include <charconv>
 #include <cstring>
+#include <ranges>
+#include <string_view>
 
 namespace {
 
@@ -45,14 +47,11 @@ Entry* entryOf(const PtpPortIdentity& port)
 
 bool parse(const char* text, u32& value)
 {
-    int base = 10;
-    if (std::strncmp(text, "0x", 2) == 0) {
-        text += 2;
-        base = 16;
-    }
-    const char* const end = text + std::strlen(text);
-    const auto [stop, error] = std::from_chars(text, end, value, base);
-    return error == std::errc{} && stop == end;
+    std::string_view digits = text;
+    const bool isHex = digits.starts_with("0x");
+    if (isHex) digits.remove_prefix(2);
+    const auto [stop, error] = std::from_chars(digits.begin(), digits.end(), value, isHex ? 16 : 10);
+    return error == std::errc{} && stop == digits.end();
 }
 
 struct Field { const char* name; u32 largest; void (*set)(Entry& e, u32 value); };
@@ -75,7 +74,7 @@ void print()
     if (std::none_of(s->entries.begin(), s->entries.end(), [](const Entry& e) { return e.used; }))
         node::shellPrintf(
             "Senders are gathered from now on; each is listed once an Announce of it has come\n");
-    for (u32 i = 0; i < ENTRIES; ++i) {
+    for (const u32 i : std::views::iota(0u, ENTRIES)) {
         const Entry& e = s->entries[i];
         if (!e.used) continue;
         node::shellPrintf("%u: %s override %s, filter 0x%04x\n", i, TuPktsync_portIdentityText(e.port).data(),

@@ -336,17 +336,17 @@ bool senderOf(const TarsoIpsockiFdReadData& ind, PktIpAddress& sender)
     return false;
 }
 
-bool stampOf(const TarsoIpsockiFdReadData& ind, PtpStamp& stamp)
+/// Its receive stamp, zero when it has none.
+PtpStamp stampOf(const TarsoIpsockiFdReadData& ind)
 {
     if (ind.controlLevel != IPSOCKI_STAMP_LEVEL || ind.controlType != IPSOCKI_STAMP_TYPE) {
         KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_2,
                   "TuPktsync_IPSOCKI_client:get ControlData, unrecognised control data");
-        return false;
+        return {};
     }
     KVD_TRACE(TRACE_TUPKTSYNC_IPSOCKI_CLIENT, TRACE_8,
               "TuPktsync_IPSOCKI_client:get ControlData, metadata received");
-    stamp = {node::be32(ind.control.data()), node::be32(ind.control.data() + 4)};
-    return true;
+    return {node::be32(ind.control.data()), node::be32(ind.control.data() + 4)};
 }
 
 void giveCredit()
@@ -373,13 +373,9 @@ void onData(Signal* sig)
                   "TuPktsync_IPSOCKI_client: Failed to access socket data\nresult = %d", result);
     } else {
         PktIpAddress sender;
-        PtpStamp stamp;
         // Without a sender it would pass for a frame, and its domain alone tell whose it is.
-        if (senderOf(*ind, sender)) {
-            const bool isStamped = stampOf(*ind, stamp);
-            TuPktsync_PDU_SockiRcvPacket(ind->localPort, data, ind->length, isStamped ? &stamp : nullptr,
-                                         &sender);
-        }
+        if (senderOf(*ind, sender))
+            TuPktsync_PDU_SockiRcvPacket(ind->localPort, data, ind->length, stampOf(*ind), &sender);
     }
     giveCredit();
 }

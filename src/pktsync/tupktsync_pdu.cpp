@@ -116,7 +116,7 @@ void TuPktsync_PDU_CfiRcvFrame(u32 frame_len, u32 metadata_len, const u8* bytes)
                                  {node::be32(metadata), node::be32(metadata + 4)}, nullptr);
 }
 
-void TuPktsync_PDU_SockiRcvPacket(u32 localPort, const u8* data, u32 length, const PtpStamp* stamp,
+void TuPktsync_PDU_SockiRcvPacket(u32 localPort, const u8* data, u32 length, const PtpStamp& stamp,
                                   const PktIpAddress* sender)
 {
     if (localPort != PTP_EVENT_PORT && localPort != PTP_GENERAL_PORT) {
@@ -124,5 +124,5 @@ void TuPktsync_PDU_SockiRcvPacket(u32 localPort, const u8* data, u32 length, con
                   localPort);
         return;
     }
-    TuPktsync_handle_ptp_message(data, length, stamp != nullptr ? *stamp : PtpStamp{}, sender);
+    TuPktsync_handle_ptp_message(data, length, stamp, sender);
 }

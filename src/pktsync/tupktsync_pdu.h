@@ -29,6 +29,6 @@ bool TuPktsync_send_message(const PtpDescriptor& descriptor, const u8* message, 
 
 /// A received frame of `frame_len` octets with `metadata_len` octets of metadata behind its EtherType.
 void TuPktsync_PDU_CfiRcvFrame(u32 frame_len, u32 metadata_len, const u8* bytes);
-/// A datagram of a local port; no stamp and no sender when they aren't known.
-void TuPktsync_PDU_SockiRcvPacket(u32 localPort, const u8* data, u32 length, const PtpStamp* stamp,
+/// A datagram of a local port; a zero stamp and no sender when they aren't known.
+void TuPktsync_PDU_SockiRcvPacket(u32 localPort, const u8* data, u32 length, const PtpStamp& stamp,
                                   const PktIpAddress* sender);

@@ -1,5 +1,6 @@
 #include "pktsync/tupktsync_proc.h"
 
+#include "base/element_of.h"
 #include "base/trace_groups.h"
 #include "node/ipsocki.h"
 #include "node/sig.h"
@@ -103,15 +104,15 @@ void TuPktsync_proc()
 
 void TuPktsync_Root_initReady(u32 objectId)
 {
-    if (s->root_state == ROOT_STARTED || CHAIN[s->root_state].reports != objectId) {
+    const Step* const step = elementOf(CHAIN, s->root_state);      // none once it has started
+    if (step == nullptr || step->reports != objectId) {
         KVD_TRACE(TRACE_TUPKTSYNC_ROOT, TRACE_ERROR, "TuPktsync_Root_initReady(objectId=%s); Wrong state %s",
                   objectId < std::size(OBJECT_TEXTS) ? OBJECT_TEXTS[objectId] : "UNKNOWN",
                   TuPktsync_rootStateText(s->root_state));
         return;
     }
-    const Step& step = CHAIN[s->root_state];
     ++s->root_state;
-    step.next();
+    step->next();
 }
 
 void TuPktsync_Root_reInitPktSyncRo()

@@ -81,7 +81,7 @@ PtpDelayResp ptpDelayRespOf(const u8* b) { return {ptpTimestampOf(b), ptpPortIde
 
 i64 ptpCorrection_ns(i64 correctionField)
 {
-    return (correctionField < 0 ? correctionField + 0xFFFF : correctionField) >> 16;
+    return correctionField / 0x10000;       // towards zero
 }
 
 PtpTime ptpAdd(const PtpTimestamp& t, i64 ns)

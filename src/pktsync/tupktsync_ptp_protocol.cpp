@@ -10,6 +10,7 @@
 
 #include <iterator>
 #include <optional>
+#include <ranges>
 
 namespace {
 
@@ -283,7 +284,7 @@ bool TuPktsync_new_ptp_clock(const PtpClockSetup& setup)
     TuPktsyncPTP_new_DelayReqRespCtrl(c, id);
     if (setup.ptpMapping == UDP_UC) TuPktsyncPTP_new_UCnegCtrl(id);
     TuPktsync_timerInit(c.syncSup.timer, id, PTP_TMO_SYNC_SUP);
-    for (u32 i = 0; i < PTP_FOREIGN_MASTERS; ++i)
+    for (const u32 i : std::views::iota(0u, PTP_FOREIGN_MASTERS))
         TuPktsync_timerInit(c.foreignMasters[i].timer, id, PTP_TMO_FOREIGN_MASTER, i);
     ptpPortEvent(c, INITIALIZE);
     ptpPortEvent(c, INITIALIZE_READY);

@@ -152,7 +152,7 @@ bool ptpOnDelayResp(PtpClock& c, const PtpHeader& h, const PtpDelayResp& r)
 void ptpRecomputeFilter(PtpClock& c)
 {
     const i8 wanted = ptpMsToLog(c.setup.rqmt.minSyncInterval);
-    const u16 fraction = c.logSyncInterval < wanted ? static_cast<u16>(wanted - c.logSyncInterval) : u16{0};
+    const u16 fraction = static_cast<u16>(std::max(wanted - c.logSyncInterval, 0));
     // A master may grant intervals of any log: beyond 2^16 only sequenceId 0 passes.
     constexpr u16 SEQUENCE_BITS = 16;
     const u16 mask = static_cast<u16>((1u << std::min(fraction, SEQUENCE_BITS)) - 1);
@@ -166,14 +166,13 @@ void ptpRecomputeFilter(PtpClock& c)
 
 void ptpStartSyncSup(PtpClock& c, bool keepStatus)
 {
-    constexpr u32 LONG_ms = 1000, PERIOD_ms = 4000, COUNTED_ms = 3000;
+    constexpr u32 SHORTEST_ms = 4000, COUNTED_ms = 3000, FEWEST = 3;
     PtpSyncSup& s = c.syncSup;
     s.logMsgInterval = effectiveLog(c);
     const u32 interval = ptpLogToMs(s.logMsgInterval);
-    s.timer_interval = interval > LONG_ms ? 4 * interval : PERIOD_ms;
+    s.timer_interval = std::max(4 * interval, SHORTEST_ms);
     // A byte counts: of a period's messages at the highest rates only so many are expected.
-    s.norm_threshold = interval > LONG_ms ? u8{3}
-                                          : static_cast<u8>(std::min<u32>(COUNTED_ms / interval, UINT8_MAX));
+    s.norm_threshold = static_cast<u8>(std::clamp<u32>(COUNTED_ms / interval, FEWEST, UINT8_MAX));
     if (!keepStatus) s.syncStatus = SYNC_OK;
     s.msgs_prev_period = static_cast<u8>(std::min<u32>(s.norm_threshold + 1u, UINT8_MAX));
     s.msgs_this_period = 0;

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 using namespace ucneg;
 
@@ -189,9 +190,10 @@ void renewInTime(UCnegCtrl& u, u32 duration)
     // A grant may be for more than the 24 days that ms of kernel time tell apart.
     const u32 renew = static_cast<u32>(std::min(u64{duration} * 1000, u64{INT32_MAX})) - RENEW_BEFORE_ms;
     const i32 left = static_cast<i32>(u.dur_expire_time - now_ms());
-    if (u.state != UC_NEG_WAIT_ANNOUNCE_GRANT && static_cast<i32>(renew) >= left) return;
-    TuPktsync_timerStart(u.duration_timer, renew);
-    u.dur_expire_time = now_ms() + renew;
+    if (u.state == UC_NEG_WAIT_ANNOUNCE_GRANT || std::cmp_less(renew, left)) {
+        TuPktsync_timerStart(u.duration_timer, renew);
+        u.dur_expire_time = now_ms() + renew;
+    }
 }
 
 void step(UCnegCtrl& u, u32 duration)

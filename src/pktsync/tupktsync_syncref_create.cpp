@@ -308,7 +308,7 @@ void delete_syncref(u32 syncrefId)
     }
     r.syncRefIndivState = DELETE_PENDING;
     if (state().selected_syncrefId == static_cast<i32>(syncrefId)) state().selected_syncrefId = -1;
-    if (r.usePTP && r.protocolStarted) needs().deleteClock(syncrefId);
+    if (r.protocolStarted) needs().deleteClock(syncrefId);
     r.protocolStarted = false;
     if (r.typeOfPktStruct == MULTI_ETH_TIME_PTP) {
         const u32 group = groupOf(r);

@@ -1,5 +1,6 @@
 #include "pktsync/tupktsync_syncref_ctrl.h"
 
+#include "base/element_of.h"
 #include "base/kvd_answer.h"
 #include "base/trace_groups.h"
 #include "mp/kvd_iifadm.h"
@@ -164,12 +165,13 @@ void deselectOne(u32 froId, u32 froClassNo)
 
 Syncref* pending(u32 syncrefId, u32 indivState, const char* confirmation)
 {
-    if (syncrefId >= PTP_CLOCKS || !s->table[syncrefId]) {
+    auto* const place = elementOf(s->table, syncrefId);
+    if (place == nullptr || !*place) {
         KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR, "%s for non-existing syncrefId(%u)",
                   confirmation, syncrefId);
         return nullptr;
     }
-    Syncref& r = *s->table[syncrefId];
+    Syncref& r = **place;
     if (r.syncRefIndivState == indivState && (r.pendingFlags & WAIT_PKTDRV) != 0) return &r;
     KVD_TRACE(TRACE_TUPKTSYNC_SYNCREF_CTRL, TRACE_ERROR,
               "%s for syncrefId(%u) not expecting it IndivState=%s", confirmation, syncrefId,

@@ -111,7 +111,7 @@ void handle_SetReq(const Signal* sig)
     if (hasNewServer) tellDriver(*id);
     if (hasNewServer && r.protocolStarted)
         restartProtocol(r, *id);
-    else if (r.usePTP && r.protocolStarted)
+    else if (r.protocolStarted)
         needs().changeClock(*id, r.asymmetryCompensation, r.pbit, r.dscp, r.ptpProfile);
     auto* cfm = node::make<KvdTuiifSetPktRefRoCfm>(KVD_TUIIF_SET_PKT_REF_RO_CFM);
     cfm->froId = r.froId;

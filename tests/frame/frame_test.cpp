@@ -154,8 +154,8 @@ TEST(Manager, RepeatsAStoredFsyncSettingAndRemovesOthers)
     struct Case { const char* content; bool kept; u32 word; };
     for (const Case& c : {Case{"kvdsetfsyncreg on true ", true, 0x80},
                           Case{"kvdsetfsyncreg on 60 BFN rising true", true, 0x160},
-                          Case{"kvdsetfsyncreg on false ", false, 0}, Case{"a b c d e f g true ", false, 0},
-                          Case{"kvdsetfsyncreg_1 true", false, 0}}) {
+                          Case{"kvdsetfsyncreg on false ", false, 0}, Case{"true b c d e f g h ", false, 0},
+                          Case{"true kvdsetfsyncreg_1", false, 0}}) {
         SCOPED_TRACE(c.content);
         Unit unit;
         unit.node.volumes().write("/d/kvdsetfsyncreg.txt", c.content);

@@ -119,6 +119,8 @@ TEST(GpsCommands, SendUpTo80Characters)
     expectAll(unit, {{"gps02reset all", 0, "Requests for clearing the receiver buffer and resetting the"}});
     unit.run(22.0);
     EXPECT_EQ(unit.takeSent().size(), 21u);
+    unit.say(bench::nmea("PNVX,GPver,GPS02,KDU123,R1A,110624"));
+    expectAll(unit, {{"kvdgpsreset", 0, "Reset of GRM on connected GPS receiver has been initiated.\n"}});
 }
 
 TEST(Capture, TakesWhatIsWantedUpToItsLimit)
@@ -132,7 +134,7 @@ TEST(Capture, TakesWhatIsWantedUpToItsLimit)
         unit.run(1.0);
     };
     const std::string rx = "[2023-11-14 22:13:20] << GPxxx,1\n[2023-11-14 22:13:20] << "
-                           + std::string(83, 'y');
+                           + std::string(83, 'y') + "\n";
     const std::string tx = ">> $PTNLQBA*54\n", tx2 = ">> $AB*03\n";
     constexpr const char* NOTHING = "No NMEA messages of wanted type were captured.\n";
     expectAll(unit, {{"gpscapture display", 0, NOTHING}, {"gpscapture start -rx", 0, ""}});
@@ -143,7 +145,7 @@ TEST(Capture, TakesWhatIsWantedUpToItsLimit)
     ASSERT_EQ(unit.type("gpscapture display"), 0);
     EXPECT_THAT(unit.output, testing::EndsWith(tx));
     EXPECT_EQ(std::count(unit.output.begin(), unit.output.end(), '\n'), 1);
-    EXPECT_EQ(unit.type("gpscapture start 4"), 0);
+    EXPECT_EQ(unit.type("gpscapture start 9"), 0);
     traffic();
     ASSERT_EQ(unit.type("gpscapture display"), 0);
     EXPECT_THAT(unit.output, testing::AllOf(HasSubstr("<< GPxxx,1\n"), HasSubstr("<< yyy"), HasSubstr(tx),
@@ -151,6 +153,7 @@ TEST(Capture, TakesWhatIsWantedUpToItsLimit)
     unit.supervise(GPS_REF, false);             // refused now, and empty afterwards
     EXPECT_EQ(unit.type("gpscapture display"), 20);
     unit.supervise(GPS_REF, true);
+    traffic();
     expectAll(unit, {{"gpscapture display", 0, NOTHING}});
 }
 

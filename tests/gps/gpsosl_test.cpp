@@ -89,6 +89,7 @@ TEST(GpsOsl, AnotherUnitsSentencesLeadToItsTime)
     unit.say(nmea("PFEC,GPtps,230115000000,2,1,2,230115000000,18,18,230115000000,2245,000104"));
     EXPECT_EQ(unit.query(), 0u);                             // no unit says that
     unit.supervise(GPSOSL_REF, false);
+    unit.toManager(Signal{KVD_TUGPSOSL_OPERATIONAL_TIMEOUT});   // on its way when supervision ended
     unit.say("$x\r");
     EXPECT_EQ(unit.query(), 0u);
 }

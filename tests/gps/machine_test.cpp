@@ -71,6 +71,7 @@ TEST(GpsMachine, EndOfSupervisionStopsAllOfIt)
         EXPECT_FALSE(unit.node.serial().isOpen());
         EXPECT_EQ(unit.gpssType(), 0u);
         const std::size_t told = unit.statuses().size();
+        unit.toManager(KvdTuiifSetTestModeInd{KVD_TUIIF_SET_TEST_MODE_IND, 1});
         unit.say(gpppr(4), 200'000);
         EXPECT_EQ(unit.gpsState(), 1u);
         EXPECT_EQ(unit.statuses().size(), told);
@@ -145,12 +146,12 @@ TEST(GpsMode, HeldPositionIsToldOnceAHold)
     unit.becomeOperational();
     unit.talk(3);
     EXPECT_EQ(told(), 0u) << "held, but nobody knows where";
-    unit.say(nmea("PNVX,GPavp,0000.0000,N,01131.0000,E,00545.4,00"));   // on the equator
+    unit.say(nmea("PNVX,GPavp,0000.0000,N,00031.0000,E,00545.4,00"));   // on the equator
     unit.talk(3);
     ASSERT_EQ(told(), 1u);
     const sim::MpRecord* const record = unit.node.mainProcessor().last(KVD_TUIIF_FIXED_POSITION_IND);
     const auto ind = record->as<KvdTuiifFixedPositionInd>();
-    EXPECT_TRUE(ind->froId == 0 && ind->longitude.deg == 11 && ind->longitude.min == 31);
+    EXPECT_TRUE(ind->froId == 0 && ind->longitude.deg == 0 && ind->longitude.min == 31);
     double altitude_m = 0;
     std::memcpy(&altitude_m, ind->altitude, sizeof altitude_m);
     EXPECT_EQ(altitude_m, 545.4);
@@ -355,6 +356,9 @@ TEST(Sending, LosesWhatTheLineRefusesAndGoesOn)
     queue(unit, "$B\r\n");
     unit.run(1.0);
     EXPECT_EQ(unit.sent, Writes{"$B\r\n"});
+    unit.in([] { KvdLoz6TuGps_startGps02Reset(GPS02_CLEAR, false); });
+    EXPECT_EQ(queue(unit, std::string(939, 'x')), 1);
+    EXPECT_EQ(queue(unit, "y"), 0) << "the reset goes first";
 }
 
 TEST(Line, IsOpenedOnceWithItsSettingsWhileTheReferenceIsSupervised)

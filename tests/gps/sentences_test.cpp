@@ -71,6 +71,7 @@ TEST(Sentences, BothSidesOfTheirLengths)
     b.refuses(gga + "00,1234,00\r", "GPGGA: Sentence length error: 80 chars");
     b.refuses(sentence(gga + "," + std::string(179, 'x')), "(parsed 71 of 253 chars)");   // a whole line
     b.refuses(GOOD.substr(0, 30) + std::string(1, '\0') + "0\r", "GPGSA: Sentence length error: 30 chars");
+    b.refuses("PNVX,GPver,GPS02,KDU123,R1A,1205p0*2\r", "GPver: Checksum incorrect or missing");
     b.refuses("PTNLRBA\r", "PTNLRBA: Sentence length error: 7 chars");
     b.refuses("PTNLRBA,1,00001\r", "PTNLRBA: Sentence length error: 15 chars");
     b.refuses("PFEC,GPanc,230115123456," + std::string(36, '9') + "\r", "GPanc: Sentence length error: 60");
@@ -85,15 +86,24 @@ TEST(Sentences, AWrittenOneNeedsRoomForItsEnd)
     EXPECT_STREQ(out, "$PTNLSRT,C,0*20\r\n");
 }
 
-TEST(Sentences, ATimeWithoutAllItsFieldsIsNoWord)
+/// The digits of the checksum are the last field, but for GPppr. What stands behind them keeps the length.
+TEST(Sentences, WithoutAllTheirFieldsAreNoWord)
 {
+    constexpr const char* END = "NMEA parse error: End of sentence reached";
     Sentences b;
-    for (const char* cut : {"123456,01234,00000,00,1", "123456,0001234,00000,1"}) {
-        b.refuses(sentence(std::string("PNVX,GPppr,") + cut), "NMEA parse error: End of sentence reached");
-        EXPECT_EQ(b.look([] { return KvdLoz6TuGps_receiver().gpsTow; }), 123456u) << "stored as it is read";
-        EXPECT_EQ(b.look([] { return KvdLoz6TuGps_norvane().gpssStatus; }), 0xFF);
-        EXPECT_EQ(b.look([] { return KvdLoz6TuGps_selfTestRecord().gppprCount; }), 0);
-    }
+    for (const std::string whole :
+         {"PNVX,GPsts,2,001,000", "PNVX,GPver,GPS02,KDU123,R1A", "PNVX,GPout,005,0,1,0",
+          "PNVX,GPavp,4807.0380,N,01131.0000,E,0000545.4", "PNVX,GPppr,123456,01234,00000,00,1,0"})
+        for (std::size_t end = whole.size(); (end = whole.rfind(',', end - 1)) > 4;) {
+            std::string cut = sentence(whole.substr(0, end));
+            cut.insert(cut.size() - 1, whole.size() + 5 - cut.size(), 'x');
+            const bool isDirection = cut[cut.find('*') - 5] == '.';
+            b.refuses(cut, isDirection ? "tude direction value" : END);
+        }
+    b.refuses("PTNLRVR,H*34xx\r", END);
+    EXPECT_EQ(b.look([] { return KvdLoz6TuGps_receiver().gpsTow; }), 123456u) << "stored as it is read";
+    EXPECT_EQ(b.look([] { return KvdLoz6TuGps_norvane().gpssStatus; }), 0xFF);
+    EXPECT_EQ(b.look([] { return KvdLoz6TuGps_selfTestRecord().gppprCount; }), 0);
     EXPECT_EQ(b.mp().count(KVD_TUIIF_QUALITY_LEVEL_IND), 0u);
 }
 
@@ -108,6 +118,7 @@ TEST(Sentences, ASeriesKeepsToItsTable)
     EXPECT_EQ(b.look([] { return KvdLoz6TuGps_gpsSatellites()[0].SVno; }), 32);
     EXPECT_EQ(b.look([] { return KvdLoz6TuGps_gpsSatellites()[1].SVno; }), 0) << "the last takes all";
     b.take(sentence("GLGSV,1,1,01,96,10,020,10"));
+    EXPECT_EQ(b.look([] { return KvdLoz6TuGps_bestSatellites().back().SVno; }), 0) << "both are there";
     for (int page = 1; page <= 3; ++page)
         b.take(sentence("GPGSV,3," + std::to_string(page)
                         + ",12,01,10,020,40,02,10,020,40,03,10,020,40,04,10,020,40"));

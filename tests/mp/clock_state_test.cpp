@@ -56,11 +56,15 @@ TEST(ClientView, OfSocpriClearsTheMarker)
     b.in([] { KvdLoz6TuIifAdm_setSocpriMarker(1); });
     b.report(FREQLOCKED);
     EXPECT_EQ(b.clock(), 2) << "not shown as holdover";
+    b.report(TRUETIME);
+    EXPECT_EQ(b.clock(), 2);
     b.report(WARMUP);
     EXPECT_EQ(b.clock(), 1);
     b.select(SOCPRI_REF, 0, 9);
     EXPECT_EQ(b.look(KvdLoz6TuIifAdm_socpriMarker), 1u) << "a fresh start of it, not its return";
     b.select(NO_REF);
+    b.report(TIMELOCKED);
+    EXPECT_EQ(b.clock(), 9) << "but for its own loop";
     b.select(SOCPRI_REF, 0, 9);
     EXPECT_EQ(b.look(KvdLoz6TuIifAdm_socpriMarker), 0u);
     b.select(NO_REF);

@@ -107,10 +107,17 @@ TEST(PacketServices, ASignalInTheWrongStateOrTooShortIsDropped)
     u.node.mainProcessor().createPacketRef(ethernetRef(1, 24));
     u.run(1);
     EXPECT_TRUE(u.created(1, 4));
-    // A word of refusal at any time leaves the client without the service.
-    u.inject(SIGSELECT{CFI_INITIATE_SERVICE_SUS});
-    u.inject(SIGSELECT{PKTSYNCDRV_INITIATE_SERVICE_REJ});
+    u.node.pktsyncDrv().setMute(true);
+    u.node.mainProcessor().createPacketRef(ethernetRef(2, 25));
+    u.run(1);
+    // A word of refusal at any time leaves the client without the service. What waits for it fails.
+    for (const SIGSELECT word : {CFI_INITIATE_SERVICE_SUS, CFI_INITIATE_SERVICE_REJ, CFI_INITIATE_SERVICE_CFM,
+                                 PKTSYNCDRV_INITIATE_SERVICE_REJ, PKTSYNCDRV_INITIATE_SERVICE_CFM})
+        u.inject(word);
     EXPECT_EQ(u.states(), (States{ROOT_STARTED, DRV_NOT_AVAILABLE, CFI_NOT_AVAILABLE, IPSOCKI_AVAILABLE}));
+    u.run(1);
+    EXPECT_EQ(u.told(KVD_TUIIF_CREATE_PKT_REF_RO_CFM), 2u);
+    EXPECT_FALSE(u.created(2, 4));
     // What stands on it can go all the same: nobody is waited for.
     u.node.mainProcessor().deletePacketRef(1, 4);
     u.run(1);
@@ -350,22 +357,6 @@ TEST(PacketProcess, FollowsAMainProcessorThatDiedBeforeItsFirstConfirmation)
     EXPECT_TRUE(u.created(1, 4));
 }
 
-TEST(PacketProcess, AsksAgainForAListThatDoesNotCome)
-{
-    PacketUnit u;
-    auto& mp = u.node.mainProcessor();
-    mp.config.packetRefs = {ethernetRef(1, 1)};
-    mp.config.answersAudit = false;
-    u.on(15);
-    EXPECT_EQ(u.control(), u32{AUDIT_PENDING});
-    EXPECT_EQ(u.told(KVD_TUIIF_AUDIT_PKT_REF_RO_REQ), 2u);
-    mp.config.answersAudit = true;
-    u.run(10);
-    EXPECT_TRUE(u.created(1, 4));
-    u.run(30);
-    EXPECT_EQ(u.told(KVD_TUIIF_AUDIT_PKT_REF_RO_REQ), 3u);
-}
-
 TEST(PacketGroups, ARefusedJoinFailsTheReferenceAndTheNextAsksAgain)
 {
     GroupUnit u;
@@ -542,6 +533,7 @@ TEST(PacketSockets, PayloadsClassOfServiceAndFailingSends)
     u.call([] {
         EXPECT_EQ(TuPktsync_IPSOCKI_client_getPayloadPointer(0, 1473, 0, nullptr, 10), nullptr);
         EXPECT_EQ(TuPktsync_IPSOCKI_client_getPayloadPointer(77, 54, 0, nullptr, 10), nullptr);
+        EXPECT_EQ(TuPktsync_IPSOCKI_client_sendPayload(77, {}), 0u);
     });
     u.node.ipsocki().die();
     u.run(0.1);
@@ -583,6 +575,7 @@ TEST(PacketSockets, EachDatagramGivesItsCreditBack)
         EXPECT_EQ(u.traces(c.text), 1u);
         // Without a sender it isn't taken for a frame.
         EXPECT_EQ(u.traces("PTP message received for unknown domainId"), 0u);
+        EXPECT_EQ(u.traces("unknown server IP address (0000"), 0u);
         EXPECT_EQ(u.node.ipsocki().credit(), credit + ++given);
     }
     // Credits that the service doesn't hear of come back with those for a while without a datagram.

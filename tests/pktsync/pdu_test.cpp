@@ -60,7 +60,7 @@ TEST(PtpFrame, ThatIsNoneIsDroppedWithItsCodeAndTheNextIsTaken)
         {"a stamp one octet short", 0, PTP, 21, 8, 4},
         {"another protocol", 0, IP, WHOLE, 8, 8},
         {"a header alone", 0, PTP, 14, 8, 4},
-        {"a tag alone", 3, PTP, 14, 8, 4 | 8},
+        {"a tag alone", 3, PTP, 14, 0, 1 | 4 | 8},
         {"a tagged header one octet short", 3, PTP, 17, 8, 4 | 8},
         {"a tagged frame's stamp one octet short", 3, PTP, 25, 8, 4},
         {"another protocol under a tag", 3, IP, WHOLE_TAGGED, 8, 8},
@@ -105,16 +105,16 @@ TEST(PtpDatagram, GoesByPortServerAndDomain)
         const std::vector<u8> frame = announceFrame(0);
         const u8* const m = frame.data() + 22;
         const u32 length = static_cast<u32>(frame.size()) - 22;
-        TuPktsync_PDU_SockiRcvPacket(321, m, length, nullptr, &server);
-        TuPktsync_PDU_SockiRcvPacket(320, m, length, nullptr, &other);
-        TuPktsync_PDU_SockiRcvPacket(320, m, length, nullptr, &v6);
+        TuPktsync_PDU_SockiRcvPacket(321, m, length, {}, &server);
+        TuPktsync_PDU_SockiRcvPacket(320, m, length, {}, &other);
+        TuPktsync_PDU_SockiRcvPacket(320, m, length, {}, &v6);
         TuPktsync_PDU_CfiRcvFrame(static_cast<u32>(frame.size()), 8, frame.data());
         EXPECT_EQ(ptpClockOf(2)->foreignMasterCount, 0u);
         TuPktsync_delete_ptp_clock(2);
     });
     EXPECT_EQ(b.traced("Socki packet received for unknown port number (321)"), 1u);
     EXPECT_EQ(b.traced("unknown server IP address (192.168.0.10) and/or domainId (4)"), 1u);
-    EXPECT_EQ(b.traced("unknown server IP address (c0a80009"), 1u);
+    EXPECT_EQ(b.traced("unknown server IP address (c0a80009000000000000000000000000)"), 1u);
     EXPECT_EQ(b.traced("PTP message received for unknown domainId (4)"), 1u);
 }
 

@@ -174,28 +174,6 @@ TEST(Syncref, AClockThatCantBeMadeLeavesNothingBehind)
     EXPECT_EQ(b.traced("Removing unsuccessful partial setup"), 1u);
 }
 
-TEST(Syncref, ADriverThatIsGoneIsNotWaitedFor)
-{
-    Bench b;
-    b.in([] {
-        syncrefReady();
-        create(pktRef(1, 4, 0, 1), 0);
-        create(pktRef(2, 5, 3, 4), 1);
-        syncrefSeen().driver = 0;
-    });
-    EXPECT_EQ(b.traced("-message socket for"), 0u);
-    b.step([] {
-        give(deleteReq(1, 4));
-        EXPECT_EQ(events(), (Events{{DELETE_CLOCK, 0},
-                                    {MC_REMOVE, 0},
-                                    {DRV_DELETE, 0},
-                                    {SENT, KVD_TUIIF_DELETE_PKT_REF_RO_CFM, 1, 4}}));
-        give(SIGSELECT{TUPKTSYNC_TUIIF_DOWN_IND});
-        EXPECT_EQ(TuPktsync_SyncrefCtrl_state(), READY);
-        EXPECT_FALSE(state().table[0] || state().table[1]);
-    });
-}
-
 TEST(Syncref, AnAuditThatEndsWithoutTheMainProcessorIsUndone)
 {
     for (const bool isBackInTime : {false, true}) {
