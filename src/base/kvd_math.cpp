@@ -45,9 +45,6 @@ TimePair KvdLoz6Math_addTime(TimePair a, TimePair b)
 
 double KvdLoz6Math_roundHalfDown(double x)
 {
-    const double whole = std::trunc(x);
-    const double fraction = x - whole;      // exact, has the sign of x
-    if (fraction > 0.5) return whole + 1.0;
-    if (fraction <= -0.5) return whole - 1.0;
-    return whole;
+    const double nearest = std::round(x);       // exact, a half goes away from zero
+    return nearest - x == 0.5 ? nearest - 1.0 : nearest;
 }

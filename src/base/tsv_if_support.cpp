@@ -1,45 +1,38 @@
 #include "base/tsv_if_support.h"
 
+#include "base/element_of.h"
 #include "node/sig.h"
 #include "node/trace.h"
 #include "ose/module_data.h"
 #include "ose/ose.h"
 
 #include <algorithm>
-#include <array>
-#include <cstring>
+#include <string>
+#include <vector>
 
 namespace {
 
 constexpr u32 SERVICES_MAX = 32;   // the proxies of this program use about a dozen
 
 struct Service {
-    char name[sizeof(TsvIfLookup::service)] = {};
+    std::string name;
     PROCESS server = 0;            // 0: it isn't there
 };
-struct State {
-    std::array<Service, SERVICES_MAX> services;
-    u32 count = 0;
-};
+struct State { std::vector<Service> services; };
 ose::ModuleData<State> s;
 
 /// nullptr when there is no room for another.
 Service* findOrCreate(const char* name)
 {
-    const auto end = s->services.begin() + s->count;
-    const auto known = std::find_if(s->services.begin(), end, [name](const Service& service) {
-        return std::strcmp(service.name, name) == 0;
-    });
-    if (known != end) return &*known;
-    if (s->count == SERVICES_MAX) return nullptr;
-    Service& service = s->services[s->count++];
-    std::memcpy(service.name, name, std::strlen(name));
-    return &service;
+    const auto known = std::ranges::find(s->services, name, &Service::name);
+    if (known != s->services.end()) return &*known;
+    if (s->services.size() == SERVICES_MAX) return nullptr;
+    return &s->services.emplace_back(Service{name});
 }
 
 void attachServer(Service& service)
 {
-    service.server = ose::hunt(service.name, 0, nullptr, nullptr);
+    service.server = ose::hunt(service.name.c_str(), 0, nullptr, nullptr);
     if (service.server == 0) return;
     TsvIfServerDead* dead = node::make<TsvIfServerDead>(TSV_IF_SERVER_DEAD);
     dead->entry = static_cast<u32>(&service - s->services.data());
@@ -64,7 +57,8 @@ void onLookup(Signal** sig)
 
 void onServerDead(const TsvIfServerDead* ind)
 {
-    if (ind != nullptr && ind->entry < s->count) s->services[ind->entry].server = 0;
+    if (ind == nullptr) return;
+    if (Service* const service = elementOf(s->services, ind->entry)) service->server = 0;
 }
 
 }  // namespace

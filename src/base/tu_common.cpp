@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 namespace {
 
@@ -90,9 +91,10 @@ i64 TuCommon_dateToSeconds(const DateTime& date)
 
 u8 TuCommon_nmeaChecksum(const char* text, std::size_t length)
 {
+    std::string_view summed(text, length);
+    if (summed.starts_with('$')) summed.remove_prefix(1);
     u8 sum = 0;
-    for (std::size_t i = length > 0 && text[0] == '$' ? 1 : 0; i < length && text[i] != '*'; ++i)
-        sum = static_cast<u8>(sum ^ static_cast<u8>(text[i]));
+    for (const char c : summed.substr(0, summed.find('*'))) sum = static_cast<u8>(sum ^ static_cast<u8>(c));
     return sum;
 }
 

@@ -23,14 +23,19 @@ struct State {
 };
 ose::ModuleData<State> s;
 
-void flush()
+void append()
 {
-    const int result = s->path != nullptr ? node::platform().fileAppend(s->path, s->piece) : 0;
-    s->piece.clear();
+    const int result = node::platform().fileAppend(s->path, s->piece);
     if (result == 0) return;
     KVD_TRACE(TRACE_FIFO, TRACE_ERROR, "Could not write to file: %s, reason: %s", s->path,
               std::strerror(result));
     s->path = nullptr;
+}
+
+void flush()
+{
+    if (s->path != nullptr) append();
+    s->piece.clear();
 }
 
 const char* hemisphereText(u8 direction)

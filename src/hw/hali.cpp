@@ -8,14 +8,15 @@
 #include "ose/module_data.h"
 #include "ose/ose.h"
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <optional>
+#include <span>
 
 namespace {
 
 constexpr u32 SETTINGS_END = 0xFFFFFFFF;
-constexpr std::size_t SETTINGS_MAX = 32;
 constexpr u32 RECEIVE_ROOM = 256;           // bytes taken from the driver at a time
 constexpr int SERIAL_ALREADY_STARTED = 4;
 constexpr int SERIAL_NO_DEVICE = 8;
@@ -54,12 +55,11 @@ void serviceSerialPort()
     }
 }
 
-std::size_t settingsOf(const SerialPortDescriptor& descriptor)
+/// Those before the one that ends them.
+std::span<const node::SerialSetting> settingsOf(const SerialPortDescriptor& descriptor)
 {
-    std::size_t count = 0;
-    if (descriptor.settings == nullptr) return 0;
-    while (count < SETTINGS_MAX && descriptor.settings[count].key != SETTINGS_END) ++count;
-    return count;
+    const auto end = std::ranges::find(descriptor.settings, SETTINGS_END, &node::SerialSetting::key);
+    return {descriptor.settings.begin(), end};
 }
 
 void killSerialProcess()
@@ -162,8 +162,9 @@ int HALI_subscribeSerialPort(const SerialPortDescriptor& descriptor)
         KVD_TRACE(TRACE_HALI, TRACE_ERROR, "UART device %s already started", device);
         return SERIAL_ALREADY_STARTED;
     }
-    const int result = node::platform().serialOpen(device, descriptor.vector, descriptor.settings,
-                                                   settingsOf(descriptor));
+    const auto settings = settingsOf(descriptor);
+    const int result = node::platform().serialOpen(device, descriptor.vector, settings.data(),
+                                                   settings.size());
     if (result != 0) return result;
     killSerialProcess();
     s->device = device;

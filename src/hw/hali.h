@@ -7,6 +7,7 @@
 #include "ose/types.h"
 
 #include <cstddef>
+#include <span>
 
 /// Finds the board type, then the FPGA base addresses; without them every hardware read fails.
 int  HALI_init();
@@ -60,7 +61,7 @@ struct SerialCallbacks {
 
 /// Serial port of a client: configuration pairs up to key 0xFFFFFFFF, callbacks, interrupt process.
 struct SerialPortDescriptor {
-    const node::SerialSetting* settings;     // ended by key 0xFFFFFFFF
+    std::span<const node::SerialSetting> settings;   // ended by key 0xFFFFFFFF
     SerialCallbacks callbacks;
     u32 stack;
     u32 priority;

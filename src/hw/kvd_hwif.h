@@ -65,10 +65,10 @@ struct BfnAll {
 int  tuHwIf_readBfnAll(BfnAll& all);
 int  tuHwIf_readBfnInAll(BfnAll& all);                   // the same operation by its other name
 /// The two extended words that the other board reads.
-int  tuHwIf_writeBfnOut(u32 word1, u32 word2);
+void tuHwIf_writeBfnOut(u32 word1, u32 word2);
 /// Packs and writes: inc_diff 22 bits, e_sfc 22 bits, rc_state 4 bits.
-int tuHwIf_writeBfnOutPacked(u32 inc_diff, u32 e_sfc, u32 rc_state, u32 jump, u32 coldRestartFlag_tmp,
-                             u32 ms_flag);
+void tuHwIf_writeBfnOutPacked(u32 inc_diff, u32 e_sfc, u32 rc_state, u32 jump, u32 coldRestartFlag_tmp,
+                              u32 ms_flag);
 
 /// The GPS output's counter, its turns kept across a restart: time in s, period 1024.0.
 int  tuHwIf_readGpsOutTime(double& period, double& time);

@@ -8,8 +8,6 @@
 #include "node/trace.h"
 #include "ose/module_data.h"
 
-#include <cmath>
-
 using namespace hwif;
 
 namespace {
@@ -64,10 +62,11 @@ namespace hwif {
 BfnNoise filterBfnNoise(BfnNoiseFilter& filter, double T, bool parityError)
 {
     BfnNoise change = BfnNoise::Quiet;
+    const bool isEarly = isWithin(T - filter.last, WORD_DISTANCE_s);
     if (filter.active != 0) {
-        if (std::fabs(T - filter.last) >= WORD_DISTANCE_s) ++filter.goodCount;
-        else filter.goodCount = 0;
-        if (std::fabs(T - filter.start) > NOISE_TIME_s || filter.goodCount >= NOISE_GOOD_WORDS) {
+        if (isEarly) filter.goodCount = 0;
+        else ++filter.goodCount;
+        if (isBeyond(T - filter.start, NOISE_TIME_s) || filter.goodCount >= NOISE_GOOD_WORDS) {
             change = BfnNoise::Ceased;
             filter.active = 0;
             filter.start = 0;
@@ -76,7 +75,7 @@ BfnNoise filterBfnNoise(BfnNoiseFilter& filter, double T, bool parityError)
         }
     }
     if (filter.active == 0 && filter.last != 0.0) {
-        if (std::fabs(T - filter.last) < WORD_DISTANCE_s && parityError) {
+        if (isEarly && parityError) {
             if (++filter.parityRun >= NOISE_PARITY_ERRORS) {
                 filter.start = T;
                 filter.active = 1;
@@ -160,17 +159,17 @@ int tuHwIf_readBfnAll(BfnAll& all)
 
 int tuHwIf_readBfnInAll(BfnAll& all) { return tuHwIf_readBfnAll(all); }
 
-int tuHwIf_writeBfnOut(u32 word1, u32 word2)
+void tuHwIf_writeBfnOut(u32 word1, u32 word2)
 {
-    if (!writeRegister(REG_BFN_OUT_WORD1, word1)) return 1;
+    if (!writeRegister(REG_BFN_OUT_WORD1, word1)) return;
     node::ioBarrier();
-    return writeRegister(REG_BFN_OUT_WORD2, word2) ? 0 : 1;
+    writeRegister(REG_BFN_OUT_WORD2, word2);
 }
 
-int tuHwIf_writeBfnOutPacked(u32 inc_diff, u32 e_sfc, u32 rc_state, u32 jump, u32 coldRestartFlag_tmp,
-                             u32 ms_flag)
+void tuHwIf_writeBfnOutPacked(u32 inc_diff, u32 e_sfc, u32 rc_state, u32 jump, u32 coldRestartFlag_tmp,
+                              u32 ms_flag)
 {
     const BfnOutWords words = packBfnExtended(
         {inc_diff, e_sfc, rc_state, coldRestartFlag_tmp, jump, ms_flag});
-    return tuHwIf_writeBfnOut(words.word1, words.word2);
+    tuHwIf_writeBfnOut(words.word1, words.word2);
 }

@@ -140,9 +140,9 @@ int tuHwIf_adjustGpsOutTime(i32 delayEighths)
         KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "No adjustment necessary");
         return 0;
     }
-    if (tuHwIf_adjustGpsOutOffset(step.frames, step.inc) == 0) return 0;
-    KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Failed to adjust GPS OUT counter");
-    return 1;
+    const int result = tuHwIf_adjustGpsOutOffset(step.frames, step.inc);
+    if (result != 0) KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "Failed to adjust GPS OUT counter");
+    return result;
 }
 
 void tuHwIf_printGpsOutTime(i32 delayEighths)

@@ -142,8 +142,7 @@ bool tuHwIf_writeExternalPllIC()
 bool readAndCheckMultiplicator()
 {
     const auto control = findRegister(REG_MULT_READ_CONTROL);
-    const auto data = findRegister(REG_MULT_READ_DATA);
-    if (!control || !data) return false;
+    if (!control) return false;
     node::mmioWrite(*control, 1);
     ose::delay(READ_SETTLE_ms);
     if (!waitForReadData(*control)) {
@@ -155,7 +154,8 @@ bool readAndCheckMultiplicator()
         KVD_TRACE(TRACE_TUHWIF, TRACE_ERROR, "IDT CRC error, expected 0 read %x ", crc);
         return false;
     }
-    return compareReadData(*data);
+    const auto data = findRegister(REG_MULT_READ_DATA);
+    return data && compareReadData(*data);
 }
 
 bool writeAndCheckMultiplicator()

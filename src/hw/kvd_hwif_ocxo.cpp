@@ -20,6 +20,7 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <span>
 
 using namespace hwif;
 
@@ -73,11 +74,11 @@ u8 readByte(u32 address)
     return static_cast<u8>(node::mmioRead(address & ~3u) >> (24 - 8 * (address & 3)));
 }
 
-bool readBytes(u32 id, u32 count, u8* bytes)
+bool readBytes(u32 id, std::span<u8> bytes)
 {
-    const auto address = findRegister(id);
+    auto address = findRegister(id);
     if (!address) return false;
-    for (u32 i = 0; i < count; ++i) bytes[i] = readByte(*address + i);
+    for (u8& byte : bytes) byte = readByte((*address)++);
     return true;
 }
 
@@ -190,7 +191,7 @@ int tuHwIf_readOcxoEeprom()
 int tuHwIf_validateOcxoEeprom()
 {
     u8 block[SUMMED_BYTES];
-    if (!readBytes(REG_EEPROM_BASE, SUMMED_BYTES, block)) return 1;
+    if (!readBytes(REG_EEPROM_BASE, block)) return 1;
     const u32 provided = readRegisterOr0(REG_EEPROM_CHECKSUM) & 0xFFFF;
     u32 calculated = 0;
     bool allZero = true;
@@ -225,7 +226,7 @@ int tuHwIf_readOcxoSerial(char serial[18], u8& version, u8& manufacturer)
     serial[0] = '\0';
     version = 0;
     manufacturer = 0;
-    if (!readBytes(REG_EEPROM_BASE, SERIAL_BYTES, bytes)) return 1;
+    if (!readBytes(REG_EEPROM_BASE, bytes)) return 1;
     version = bytes[0];
     manufacturer = bytes[SERIAL_BYTES - 1];
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "OCXO EEPROM data version: %d", static_cast<int>(version));
@@ -243,7 +244,7 @@ int tuHwIf_readOcxoPartNum(char text[12])
 {
     u8 bytes[PART_NUMBER_BYTES] = {};
     text[0] = '\0';
-    if (!readBytes(REG_EEPROM_PART_NUMBER, PART_NUMBER_BYTES, bytes)) return 1;
+    if (!readBytes(REG_EEPROM_PART_NUMBER, bytes)) return 1;
     std::memcpy(text, bytes, PART_NUMBER_BYTES);
     text[PART_NUMBER_BYTES] = '\0';
     return 0;
@@ -261,7 +262,7 @@ int tuHwIf_readOcxoCalibDate(std::tm& date)
         return 1;
     }
     u8 bytes[DATE_BYTES + 1] = {};
-    if (!readBytes(REG_CALIB_DATE, DATE_BYTES, bytes)) return 1;
+    if (!readBytes(REG_CALIB_DATE, {bytes, DATE_BYTES})) return 1;
     const char* const text = reinterpret_cast<const char*>(bytes);
     KVD_TRACE(TRACE_TUHWIF, TRACE_INFO, "OCXO calibration date:%s", text);
     u16 year = 0;

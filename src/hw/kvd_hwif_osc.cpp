@@ -14,7 +14,6 @@
 #include "unit/kvd_unit_link.h"
 
 #include <array>
-#include <cmath>
 #include <cstdio>
 
 using namespace hwif;
@@ -82,7 +81,7 @@ FrequencyWords frequencyWords(const NominalValues& nominal, double relative, dou
     const double U_nom = nominalRatio(nominal);
     const double U = U_nom * (1 + relative + wander);
     double D = nominal.nomDiv;
-    if (std::fabs(U - D - 1) > 1) D = KvdLoz6Math_roundHalfDown(U);
+    if (isBeyond(U - D - 1, 1)) D = KvdLoz6Math_roundHalfDown(U);
     const double divisor = D - 1;
     if (!(divisor >= 0 && divisor <= DIVISOR_MAX)) return {U_nom, U, divisor, 0, false};
     // D stands for register + 1, so that K is what the ratio has above it, of either sign.
@@ -129,7 +128,7 @@ double tuHwIf_calcOcxoGain(double U)
 
 bool tuHwIf_isOverOneIncrement(double a, double b)
 {
-    return std::fabs(a) > ONE_INCREMENT_s || std::fabs(b) > ONE_INCREMENT_s;
+    return isBeyond(a, ONE_INCREMENT_s) || isBeyond(b, ONE_INCREMENT_s);
 }
 
 double tuHwIf_relativeNominalOffset()
@@ -205,7 +204,7 @@ void tuHwIf_adjustFrequency(double relative)
     const FrequencyWords words = frequencyWords(nominal, relative, tuHwIf_wanderOffset());
     const double limit = frequencyLimit(HWIF_UPCALLS.isMaster(), KvdLoz6TuRef_selectedRef(),
                                         KvdLoz6BiraIifAdm_idlMode());
-    if (!(std::fabs(relative) <= limit) || !words.inRange) {
+    if (!isUpTo(relative, limit) || !words.inRange) {
         KVD_TRACE(TRACE_TUHWIF, TRACE_INFO,
                   "Warning - anomaly detected - phase offset for OCXO frequency controlling it "
                   "outside of usual limits (current value %-17.16g [s]) - this indicates "

@@ -42,6 +42,6 @@ constexpr SerialPortDescriptor serialPort(const std::array<node::SerialSetting, 
                                           const char* processName)
 {
     constexpr u32 STACK = 2048, PRIORITY = 10;
-    return {settings.data(), {serialAllocate, serialFree, error, deliver, serialFree}, STACK, PRIORITY,
+    return {settings, {serialAllocate, serialFree, error, deliver, serialFree}, STACK, PRIORITY,
             UART_VECTOR, processName};
 }

@@ -161,7 +161,7 @@ void startUp()
         startTimeDataTimer();
     }
     emptyTables();
-    if (KvdLoz6TuSoCpri_ngpduhif_connEstablish(PROTOCOL_REV) != 0)
+    if (!KvdLoz6TuSoCpri_ngpduhif_connEstablish(PROTOCOL_REV))
         KVD_TRACE(TRACE_PSXIWNGSCINCISERVER, TRACE_7, "Failed to initiate NGPDUHIF subscription!");
 }
 

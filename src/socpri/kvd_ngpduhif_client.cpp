@@ -15,7 +15,6 @@
 namespace {
 
 constexpr AttachRef NO_ATTACH = 0xFFFFFFFF;
-constexpr u32 SENT = 0, NO_SERVER = 2;
 
 struct State {
     u32 availabilityStatus = NGPDUHIF_UNAVAILABLE;
@@ -132,7 +131,7 @@ void onServerDead()
     s->clientRef = 0;
     s->serverRef = 0;
     s->availabilityStatus = NGPDUHIF_UNAVAILABLE;
-    if (KvdLoz6TuSoCpri_ngpduhif_connEstablish(s->protocolRev) != 0)
+    if (!KvdLoz6TuSoCpri_ngpduhif_connEstablish(s->protocolRev))
         KVD_TRACE(TRACE_NGPDUHIF, TRACE_7, "%s(): NGPDUHIF CONNECTION ESTABLISH failed", __func__);
 }
 
@@ -172,18 +171,17 @@ InciOrigin origin(u8 cpriPortNo, u32 sharedId) { return {cpriPortNo, sharedId, s
 
 void KvdLoz6TuSoCpri_ngpduhif_initiate() { *s = State{}; }
 
-u32 KvdLoz6TuSoCpri_ngpduhif_connEstablish(u32 protocolRev)
+bool KvdLoz6TuSoCpri_ngpduhif_connEstablish(u32 protocolRev)
 {
-    switch (s->availabilityStatus) {
-    case NGPDUHIF_AVAILABLE: KVD_TRACE(TRACE_NGPDUHIF, TRACE_INFO, "NGPDUHIF already available."); return 0;
-    case NGPDUHIF_UNAVAILABLE:
+    const u32 before = s->availabilityStatus;
+    if (before == NGPDUHIF_AVAILABLE) KVD_TRACE(TRACE_NGPDUHIF, TRACE_INFO, "NGPDUHIF already available.");
+    if (before == NGPDUHIF_UNAVAILABLE) {
         s->protocolRev = protocolRev;
         node::NameService_hunt();
         s->availabilityStatus = NGPDUHIF_INITIATING;
         clearPids();
-        return 0;
-    default: return 1;
     }
+    return before != NGPDUHIF_INITIATING;
 }
 
 bool KvdLoz6TuSoCpri_ngpduhif_dispatch(Signal* sig)
@@ -218,46 +216,46 @@ u32 KvdLoz6TuSoCpri_ngpduhif_availabilityStatus() { return s->availabilityStatus
 
 u32 KvdLoz6TuSoCpri_ngpduhif_sendHandshakePduReq(u32 inciServerConnId)
 {
-    if (isUnavailable()) return NO_SERVER;
+    if (isUnavailable()) return NGPDUHIF_NO_SERVER;
     node::Ngpduhif_handshakePdu(peer(s->servicePid), inciServerConnId);
-    return SENT;
+    return NGPDUHIF_SENT;
 }
 
 u32 KvdLoz6TuSoCpri_ngpduhif_sendServerConnReleaseReq(u32 inciServerConnId)
 {
-    if (isUnavailable()) return NO_SERVER;
+    if (isUnavailable()) return NGPDUHIF_NO_SERVER;
     node::Ngpduhif_serverConnRelease(peer(s->servicePid), inciServerConnId);
-    return SENT;
+    return NGPDUHIF_SENT;
 }
 
 u32 KvdLoz6TuSoCpri_ngpduhif_sendClientConnReleaseReq(u32 inciConnId)
 {
-    if (isUnavailable()) return NO_SERVER;
+    if (isUnavailable()) return NGPDUHIF_NO_SERVER;
     node::Ngpduhif_clientConnRelease(peer(s->servicePid), inciConnId);
-    return SENT;
+    return NGPDUHIF_SENT;
 }
 
 u32 KvdLoz6TuSoCpri_ngpduhif_sendNgpduhIfReceiveBcmInd(const InciBroadcastMessageInd& message, u8 cpriPortNo,
                                                        u32 sharedId)
 {
-    if (isUnavailable(__func__)) return NO_SERVER;
+    if (isUnavailable(__func__)) return NGPDUHIF_NO_SERVER;
     node::Ngpduhif_receiveBcmData(peer(s->servicePid), inciReceived(message, origin(cpriPortNo, sharedId)));
-    return SENT;
+    return NGPDUHIF_SENT;
 }
 
 u32 KvdLoz6TuSoCpri_ngpduhif_sendNgpduhIfReceiveBcmInd2(const InciBroadcastMessage2Ind& message,
                                                         u8 cpriPortNo, u32 sharedId)
 {
-    if (isUnavailable(__func__)) return NO_SERVER;
+    if (isUnavailable(__func__)) return NGPDUHIF_NO_SERVER;
     node::Ngpduhif_receiveBcmData(peer(s->servicePid), inciReceived2(message, origin(cpriPortNo, sharedId)));
-    return SENT;
+    return NGPDUHIF_SENT;
 }
 
 u32 KvdLoz6TuSoCpri_ngpduhif_sendTimeDataInd(const KvdNgpduhifTimeDataInd& data)
 {
-    if (s->servicePid == 0) return NO_SERVER;
+    if (s->servicePid == 0) return NGPDUHIF_NO_SERVER;
     node::Ngpduhif_timeData(s->servicePid, data);
-    return SENT;
+    return NGPDUHIF_SENT;
 }
 
 void KvdLoz6TuSoCpri_ngpduhif_print()

@@ -13,15 +13,16 @@ enum NgpduhifAvailability : u32 { NGPDUHIF_AVAILABLE = 0, NGPDUHIF_INITIATING = 
 
 /// Empties the record.
 void KvdLoz6TuSoCpri_ngpduhif_initiate();
-/// Connects to the service; returns at once. 0 done or connected already, 1 refused: under way already.
-u32  KvdLoz6TuSoCpri_ngpduhif_connEstablish(u32 protocolRev);
+/// Connects to the service; returns at once. False when that is under way already.
+bool KvdLoz6TuSoCpri_ngpduhif_connEstablish(u32 protocolRev);
 bool KvdLoz6TuSoCpri_ngpduhif_dispatch(Signal* sig);
 
 /// 0 until the service has confirmed for the first time.
 u32  KvdLoz6TuSoCpri_ngpduhif_nodeIdentifier();
 u32  KvdLoz6TuSoCpri_ngpduhif_availabilityStatus();      // NgpduhifAvailability
 
-// 0 sent, 2 there is no service.
+// The senders' answers.
+constexpr u32 NGPDUHIF_SENT = 0, NGPDUHIF_NO_SERVER = 2;
 u32  KvdLoz6TuSoCpri_ngpduhif_sendHandshakePduReq(u32 inciServerConnId);
 u32  KvdLoz6TuSoCpri_ngpduhif_sendServerConnReleaseReq(u32 inciServerConnId);
 u32  KvdLoz6TuSoCpri_ngpduhif_sendClientConnReleaseReq(u32 inciConnId);

@@ -38,8 +38,8 @@ bool KvdLoz6TuSoCpri_dispatch(Signal* sig)
 {
     const bool master = KvdLoz6TuMgr_isMaster();
     followRole(master);
-    if (inrsi::isVoidTimeout(sig)) return true;
-    return master ? KvdLoz6Inrsi_dispatch(sig) : KvdLoz6InrsiSdu_dispatch(sig);
+    const auto dispatch = master ? KvdLoz6Inrsi_dispatch : KvdLoz6InrsiSdu_dispatch;
+    return inrsi::isVoidTimeout(sig) || dispatch(sig);
 }
 
 void KvdLoz6TuSoCpri_printInfo()

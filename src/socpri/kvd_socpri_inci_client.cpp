@@ -135,22 +135,22 @@ void sendEstablishRsp(const Client& c, u32 result)
 
 // ---- establishment ------------------------------------------------------------------------------
 
-/// 1 when the peer is hunted for already.
-int connEstablishReq(Client& c)
+/// False when the peer is hunted for already.
+bool connEstablishReq(Client& c)
 {
-    if (c.availabilityStatus == INCI_AVAILABLE) {
+    const u32 before = c.availabilityStatus;
+    if (before == INCI_AVAILABLE)
         KVD_TRACE(TRACE_INCI_CLIENT, TRACE_INFO, "%s(): SYNC-INCI already available.", __func__);
-        return 0;
+    if (before == INCI_UNAVAILABLE) {
+        Signal* up = makeClientInd(PSX_IW_NGSC_INCI_SERVER_UP_IND, c);
+        // Not found yet: the hunt stands until the peer comes.
+        if (ose::hunt(c.huntPathPrefix, 0, nullptr, &up) == 0)
+            KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "%s(): Failed to hunt for process: %s", __func__,
+                      c.huntPathPrefix);
+        c.availabilityStatus = INCI_INITIATING;
+        clearPids(c);
     }
-    if (c.availabilityStatus != INCI_UNAVAILABLE) return 1;
-    Signal* up = makeClientInd(PSX_IW_NGSC_INCI_SERVER_UP_IND, c);
-    // Not found yet: the hunt stands until the peer comes.
-    if (ose::hunt(c.huntPathPrefix, 0, nullptr, &up) == 0)
-        KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "%s(): Failed to hunt for process: %s", __func__,
-                  c.huntPathPrefix);
-    c.availabilityStatus = INCI_INITIATING;
-    clearPids(c);
-    return 0;
+    return before != INCI_INITIATING;
 }
 
 void startEstablishTimer(Client& c)
@@ -201,7 +201,7 @@ void establish(const Unit& unit)
                   KvdLoz6TuIifAdm_apn());
         return sendEstablishRsp(unit.cpriPortNo, unit.sharedId, INCI_NO_UNIT, RESULT_NOK);
     }
-    if (connEstablishReq(*c) != 0) {
+    if (!connEstablishReq(*c)) {
         KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "Failed to initiate INCI subscription!");
         return sendEstablishRsp(*c, RESULT_NOK);
     }
@@ -441,7 +441,7 @@ void onServerDown(const InciClientInd* ind)
     c->establishReported = 0;
     c->isReleasing = false;
     releaseAtNgpduhif(c->clientRef);
-    if (connEstablishReq(*c) != 0)
+    if (!connEstablishReq(*c))
         KVD_TRACE(TRACE_INCI_CLIENT, TRACE_7, "%s(): SYNC-INCI CONNECTION ESTABLISH failed", __func__);
 }
 

@@ -130,9 +130,13 @@ bool isSelected()
            && (action == INRSI_CLIENT_ACTION_FREQ_SYNC || action == INRSI_CLIENT_ACTION_TIME_SYNC);
 }
 
-/// True when there is a selected link, which isn't given up for another.
-bool refusedAsSelected(u8 port)
+/// True, and answered, without such a port, and beside a selected link, which isn't given up for another.
+bool refusesSelection(u8 port)
 {
+    if (!isPortOfOrder(port)) {
+        KvdLoz6TuIifAdm_sendSocpriSelectSyncLinkRsp(wirePort(port), CPRI_LINK_NOT_AVAILABLE);
+        return true;
+    }
     if (!isSelected()) return false;
     KVD_TRACE(TRACE_INRSI, TRACE_INFO,
               "Port already selected, abort new selection request. Selected port: %u, Requested port: %u",
@@ -283,11 +287,7 @@ void inrsiStartScan(u8 port)
 
 void inrsiSelectSyncLink(u8 port)
 {
-    if (!isPortOfOrder(port)) {
-        KvdLoz6TuIifAdm_sendSocpriSelectSyncLinkRsp(wirePort(port), CPRI_LINK_NOT_AVAILABLE);
-        return;
-    }
-    if (refusedAsSelected(port)) return;
+    if (refusesSelection(port)) return;
     if (KvdLoz6TuReg_postponeReg() == 0) return beginNewSync(port);
     KVD_TRACE(TRACE_INRSI, TRACE_INFO,
               "Link has been (re)selected while regulation is being postponed. This procedure will be "
@@ -304,21 +304,16 @@ void inrsiSelectRememberedPort(u8 port)
                   "SoCPRI is no longer selected reference, abort new selection request. Selected port: %u, "
                   "Requested port: %u",
                   focus(), port);
-        log(INRSI_CL_EV_INIT_SYNC_CONTINUED_FAILURE, KEEP);
-        return;
+        return log(INRSI_CL_EV_INIT_SYNC_CONTINUED_FAILURE, KEEP);
     }
-    if (refusedAsSelected(port)) return;
+    if (refusesSelection(port)) return;
     log(INRSI_CL_EV_INIT_SYNC_CONTINUED);
     beginNewSync(port);
 }
 
 void inrsiContinueOnLink(u8 port)
 {
-    if (!isPortOfOrder(port)) {
-        KvdLoz6TuIifAdm_sendSocpriSelectSyncLinkRsp(wirePort(port), CPRI_LINK_NOT_AVAILABLE);
-        return;
-    }
-    if (refusedAsSelected(port)) return;
+    if (refusesSelection(port)) return;
     forgetRememberedPort();
     if (record().currAction != INRSI_CLIENT_IDLE) giveUpWork();
     stopSupervision(client(), port);

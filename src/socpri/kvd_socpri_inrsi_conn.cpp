@@ -1,6 +1,7 @@
 // Connection to the measurement server: hunted for, asked, lost and made again; requests to it.
 #include "socpri/kvd_socpri_inrsi_int.h"
 
+#include "base/element_of.h"
 #include "base/kvd_answer.h"
 #include "base/trace_groups.h"
 #include "mp/kvd_iifadm_send.h"
@@ -29,15 +30,15 @@ void requestMeasurement(Client& c, SIGSELECT sigNo, u32 sharedUnitId)
     node::sendTo(c.factoryPid, req);
 }
 
-int requestBfnJumpInfo(Client& c, u32 enabled)
+bool requestBfnJumpInfo(Client& c, u32 enabled)
 {
-    if (c.availabilityStatus != INRSI_AVAILABLE) return 1;
+    if (c.availabilityStatus != INRSI_AVAILABLE) return false;
     auto* req = makeRequest<InrsiBfnJumpInfoReq>(c, INRSI_BFN_JUMP_INFO_REQ);
     req->bfnJumpEnabled = enabled == 1 ? 1 : 0;
     KVD_TRACE(TRACE_INRSI, TRACE_INFO, "INRSI_BFN_JUMP_INFO_REQ sent with data: BfnJumpEnabled= %s",
               enabled == 1 ? "TRUE" : "FALSE");
     node::sendTo(c.servicePid, req);
-    return 0;
+    return true;
 }
 
 namespace {
@@ -56,14 +57,16 @@ void huntFor(u32 name)
     KVD_TRACE(TRACE_INRSI, TRACE_INFO, "Failed to hunt for process: %s", INRSI_SERVER_NAMES[name]);
 }
 
-/// 1 when the server is hunted for already, or connected.
-int connEstablish(Client& c)
+/// False when the server is hunted for already, or connected.
+bool connEstablish(Client& c)
 {
-    if (c.availabilityStatus != INRSI_UNAVAILABLE) return 1;
-    c.availabilityStatus = INRSI_INITIATING;
-    c.factoryPid = c.servicePid = 0;
-    for (u32 name = 0; name < std::size(INRSI_SERVER_NAMES); ++name) huntFor(name);
-    return 0;
+    const bool isFree = c.availabilityStatus == INRSI_UNAVAILABLE;
+    if (isFree) {
+        c.availabilityStatus = INRSI_INITIATING;
+        c.factoryPid = c.servicePid = 0;
+        for (u32 name = 0; name < std::size(INRSI_SERVER_NAMES); ++name) huntFor(name);
+    }
+    return isFree;
 }
 
 void forgetServer(Client& c)
@@ -110,7 +113,7 @@ namespace {
 void onServerUp(Client& c, const InrsiServerUpInd* ind, PROCESS factory)
 {
     if (ind == nullptr) return;
-    if (ind->name < s->huntsPending.size()) s->huntsPending[ind->name] = 0;
+    if (u8* const pending = elementOf(s->huntsPending, ind->name)) *pending = 0;
     if (c.availabilityStatus != INRSI_INITIATING || c.factoryPid != 0) return;   // the other is in use
     c.factoryPid = factory;
     Signal* down = ose::alloc(sizeof(SIGSELECT), INRSI_SERVER_DOWN_IND);
@@ -152,7 +155,7 @@ void onConnEstablishRej(Client& c, const InrsiErrorRej* rej)
 
 void onServerDown(Client& c, PROCESS factory)
 {
-    if (c.attach == NO_ATTACH || factory != c.factoryPid) return;   // of a connection that was given up
+    if (factory != c.factoryPid) return;       // of a connection that was given up
     c.attach = NO_ATTACH;
     log(c, INRSI_CL_EV_SERVER_DOWN, KEEP);
     c.role->serverLost();
@@ -163,7 +166,7 @@ void onServerDown(Client& c, PROCESS factory)
         if (c.subscribed[port] != 0) resetPortStatus(c, port);
     }
     c.subscribed = {};
-    if (connEstablish(c) != 0) KVD_TRACE(TRACE_INRSI, TRACE_INFO, "INRSI CONNECTION ESTABLISH failed");
+    if (!connEstablish(c)) KVD_TRACE(TRACE_INRSI, TRACE_INFO, "INRSI CONNECTION ESTABLISH failed");
 }
 
 void onAnswerTimeout(Client& c)

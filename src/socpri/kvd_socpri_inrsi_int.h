@@ -186,8 +186,8 @@ T* makeRequest(Client& c, SIGSELECT sigNo)
 }
 /// A measurement of that unit; these go to the factory.
 void requestMeasurement(Client& c, SIGSELECT sigNo, u32 sharedUnitId);
-/// 0 sent, 1 no service.
-int  requestBfnJumpInfo(Client& c, u32 enabled);
+/// False without the service.
+bool requestBfnJumpInfo(Client& c, u32 enabled);
 
 // ---- units ---------------------------------------------------------------------------------------
 

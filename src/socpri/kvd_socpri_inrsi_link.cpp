@@ -71,8 +71,7 @@ void subscribe(Client& c, u8 port)
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): Server is not available", __func__);
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():INRSI SUBSCRIBE LINK STATUS failed (port %u)", __func__,
                   port);
-        log(c, INRSI_CL_EV_SUBSCRIBE_SERVER_STATUS_NOK);
-        return;
+        return log(c, INRSI_CL_EV_SUBSCRIBE_SERVER_STATUS_NOK);
     }
     askForSubscription(c, port);
     log(c, INRSI_CL_EV_SUBSCRIBE_SERVER_STATUS_OK);
@@ -86,8 +85,7 @@ void unsubscribe(Client& c, u8 port)
                   __func__, port);
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():INRSI UNSUBSCRIBE LINK STATUS failed (port %u)", __func__,
                   port);
-        log(c, INRSI_CL_EV_UNSUBSCRIBE_LINK_STATUS_NOK);
-        return;
+        return log(c, INRSI_CL_EV_UNSUBSCRIBE_LINK_STATUS_NOK);
     }
     auto* req = makeRequest<InrsiPort>(c, INRSI_UNSUBSCRIBE_LINK_STATUS_REQ);
     req->nearEndPortNo = port + 1u;
@@ -187,8 +185,7 @@ void onLinkStatus2(Client& c, const InrsiLinkStatus2Ind* ind)
     if (!isPort(ind->nearEndPortNo - 1u)) {
         KVD_TRACE(TRACE_INRSI, TRACE_ERROR, "%s(): Port number out of range (%u)", __func__,
                   ind->nearEndPortNo - 1);
-        log(c, INRSI_CL_EV_LINK_SC_IGNORED_PORTNO_LIMITS);
-        return;
+        return log(c, INRSI_CL_EV_LINK_SC_IGNORED_PORTNO_LIMITS);
     }
     const u8 port = static_cast<u8>(ind->nearEndPortNo - 1);
     const UnitReport report = {ind->linkStatus, ind->sharedUnitId, ind->subsumedUnitId,
@@ -197,8 +194,7 @@ void onLinkStatus2(Client& c, const InrsiLinkStatus2Ind* ind)
     if (c.subscribed[port] == 0) {
         KVD_TRACE(TRACE_INRSI, TRACE_INFO,
                   "%s():Port %u is not Sync RI port candidate, link status is ignored!", __func__, port);
-        log(c, INRSI_CL_EV_LINK_SC_IGNORED_PORT_NOT_SUBSCRIBED);
-        return;
+        return log(c, INRSI_CL_EV_LINK_SC_IGNORED_PORT_NOT_SUBSCRIBED);
     }
     if (ind->linkStatus == LINK_AVAILABLE) linkAvailable(c, port, report);
     else                                   c.role->linkLost(port, ind->linkStatus);

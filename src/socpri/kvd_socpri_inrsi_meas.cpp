@@ -201,7 +201,7 @@ OSTIME retrieveTime() { return isInOrder() ? RETRIEVE_ORDER_ms : record().measRe
 /// The order before has left its measurement open: a scan is refused for that, other orders aren't.
 void sendInrsiGetFreqDiffReq()
 {
-    if (action() == INRSI_CLIENT_IDLE || focus() == NO_PORT) return;
+    if (focus() == NO_PORT) return;
     if (isOpen()) {
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "Measurement already ongoing!");
         log(INRSI_CL_EV_MEAS_ONGOING_CONFLICT, KEEP);
@@ -218,8 +218,7 @@ void sendInrsiGetPhaseDiffReq()
 {
     if (record().measOngoing != 0 && !isAbandoned()) {
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():Measurement already ongoing!", __func__);
-        log(INRSI_CL_EV_MEAS_ONGOING_CONFLICT);
-        return;
+        return log(INRSI_CL_EV_MEAS_ONGOING_CONFLICT);
     }
     if (!chooseUnit(LINK_AVAILABLE)) return linkDisturbanceCheck();
     begin(INRSI_GET_PHASE_DIFF2_REQ, KvdLoz6TuIifAdm_sendInrsiGetPhaseDiff2ReqFwd);
@@ -273,8 +272,7 @@ void onFrequency(u32 sharedUnitId, i16 freqDiff, u32 freqDiffValid)
                   "%s(): Received response for sharedUnitId (%u) different from the referenced one (%u)",
                   __func__, sharedUnitId, client().sharedUnitId);
         log(INRSI_CL_EV_FREQ_DIFF_CFM_WRONG_PORT_NUMBER, KEEP);
-        setToIdle();
-        return;
+        return setToIdle();
     }
     if (r.freqScanCnt != 0) --r.freqScanCnt;
     const bool isGood = KvdLoz6TuReg_handleSoCpriFreqDiffMeas(freqDiff, freqDiffValid);
@@ -339,8 +337,7 @@ void onFocusPhase(u32 sharedUnitId, u32 high, u32 low, u32 valid)
     r.trpDiffValid = valid;
     if (focus() == NO_PORT) {
         client().sharedUnitId = NO_UNIT;
-        log(INRSI_CL_EV_PHASE_DIFF_CFM_PORT_NOT_SELECTED);
-        return;
+        return log(INRSI_CL_EV_PHASE_DIFF_CFM_PORT_NOT_SELECTED);
     }
     if (isWrongUnit) log(INRSI_CL_EV_PHASE_DIFF_CFM_WRONG_PORT_NUMBER);
     if (isInFrequencyStage()) {

@@ -19,22 +19,25 @@ namespace {
 constexpr OSTIME HOLDOVER_ms = 300000;
 constexpr OSTIME JUMP_WARNING_LONG_ms = 1000, JUMP_WARNING_SHORT_ms = 50;
 
-/// From a lock: true when the loop holds the frequency now, false when it couldn't.
-bool enterHoldover()
+/// The loop goes on without the link, for a time.
+void leaveLink()
 {
-    KvdLoz6TuReg_pll_toHoldover();
-    if (!KvdLoz6TuReg_pllIsHoldover()) {
-        log(INRSI_CL_EV_HO_ENTRY_DECLINED, KEEP);
-        return false;
-    }
     startTimer(HOLDOVER, HOLDOVER_ms);
-    log(INRSI_CL_EV_ENTERED_HO, KEEP);
     cancelTimer(PHASE_DATA, focus());
     cancelTimer(MEAS_RETRIEVE, focus());
     record().measOngoing = 0;
     resumeSupervision(client(), focus());
     client().portNo = NO_PORT;
-    return true;
+}
+
+/// From a lock: true when the loop holds the frequency now, false when it couldn't.
+bool enterHoldover()
+{
+    KvdLoz6TuReg_pll_toHoldover();
+    const bool isHeld = KvdLoz6TuReg_pllIsHoldover();
+    log(isHeld ? INRSI_CL_EV_ENTERED_HO : INRSI_CL_EV_HO_ENTRY_DECLINED, KEEP);
+    if (isHeld) leaveLink();
+    return isHeld;
 }
 
 }  // namespace
@@ -132,10 +135,8 @@ void inrsiTimeSyncSucceeded()
 
 void inrsiBfnAlignCompleted(u32 status)
 {
-    if (record().currAction != INRSI_CLIENT_ACTION_BFN_ALIGN) {
-        log(INRSI_CL_EV_BFN_ALIGN_COMPLETED_UNEXP_STATE);
-        return;
-    }
+    if (record().currAction != INRSI_CLIENT_ACTION_BFN_ALIGN)
+        return log(INRSI_CL_EV_BFN_ALIGN_COMPLETED_UNEXP_STATE);
     const u8 port = focus();
     KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(status);
     cancelTimer(PHASE_DATA, port);
@@ -147,7 +148,7 @@ void inrsiBfnAlignCompleted(u32 status)
 
 void inrsiSetContinuationOfSync(u32 flag)
 {
-    record().continuationOfSync = flag != 0 ? 1 : 0;
+    record().continuationOfSync = flag != 0;
     record().continuationPort = focus();
     if (flag != 0) log(INRSI_CL_EV_CONTINUE_SYNC_FLAG_SET);
 }
@@ -173,10 +174,7 @@ void inrsiRestartPhaseTimer() { startTimer(PHASE_DATA, focus(), REQUEST_ms); }
 
 void inrsiSendBfnJumpInfo(u32 enabled)
 {
-    if (requestBfnJumpInfo(client(), enabled) != 0) {
-        log(INRSI_CL_EV_SFC_ADJ_NOTIF_NOK, KEEP);
-        return;
-    }
+    if (!requestBfnJumpInfo(client(), enabled)) return log(INRSI_CL_EV_SFC_ADJ_NOTIF_NOK, KEEP);
     inrsiRestartPhaseTimer();
     KvdLoz6TuIifAdm_sendInrsiBfnJumpInfoReqFwd(enabled);
     log(enabled == 1 ? INRSI_CL_EV_SFC_ADJ_NOTIF_OK_ENABLED : INRSI_CL_EV_SFC_ADJ_NOTIF_OK_DISABLED);

@@ -38,10 +38,7 @@ void dropSynthesiserCopy() { record().synthesiser = {}; }
 void revertSynthesiser()
 {
     const SynthesiserCopy saved = record().synthesiser;
-    if (saved.valid == 0) {
-        log(INRSI_CL_EV_IGNORED_DELTA_SIGMA_REVERSAL);
-        return;
-    }
+    if (saved.valid == 0) return log(INRSI_CL_EV_IGNORED_DELTA_SIGMA_REVERSAL);
     const double deltaFreq = relativeChange(present(), saved);
     tuHwIf_writeNominalDivisor(saved.integerPart);
     tuHwIf_writeDeltaSigmaM(saved.denominator);

@@ -1,6 +1,7 @@
 // The slave's client: ports lent to the master, requests passed on, the rest supervised.
 #include "socpri/kvd_socpri_inrsi_sdu.h"
 
+#include "base/element_of.h"
 #include "base/trace_groups.h"
 #include "base/tu_common.h"
 #include "hw/kvd_hwif.h"
@@ -90,8 +91,7 @@ void onLockPortFocus(const KvdTuiifSocpriSduLockPortFocusInd* ind)
     const u8 port = static_cast<u8>(ind->portNo - 1);
     if (!isPort(port)) {
         KVD_TRACE(TRACE_INRSI, TRACE_ERROR, "%s():Port %u out of bound error!", __func__, port);
-        log(INRSI_CL_EV_LOCK_PORT_FOCUS_ERROR);
-        return;
+        return log(INRSI_CL_EV_LOCK_PORT_FOCUS_ERROR);
     }
     if (focus() != NO_PORT && focus() != port) {
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():Port %u had its NGSM focus removed in place of port %u",
@@ -239,10 +239,11 @@ void printHistory()
         const LogEntry& e = s->snapshot.entry[(s->snapshot.index + i) % LOG_ENTRIES];
         if (e.used == 0) continue;
         char ports[PORTS + 1];
-        const Event event = e.event < std::size(SLAVE_EVENTS) ? SLAVE_EVENTS[e.event] : EVENTS;
+        const Event* const event = elementOf(SLAVE_EVENTS, e.event);
         node::shellPrintf(
             "[%s]: event = %s, line = %u, subscribed = %s, portNo = %u, sharedUnitId = 0x%08x\n", e.time,
-            eventText(event), e.line, subscribedText(e.subscribed, ports), e.portNo, e.sharedUnitId);
+            event != nullptr ? eventText(*event) : "<Unknown>", e.line, subscribedText(e.subscribed, ports),
+            e.portNo, e.sharedUnitId);
         printUnits(e.cpriPortStatus, PORTS);
     }
 }
@@ -264,10 +265,7 @@ void KvdLoz6TuSoCpri_inrsi_sDu_resendSoCpriLinkStatusData()
 
 void inrsiSduSendBfnJumpInfo(u32 enabled)
 {
-    if (requestBfnJumpInfo(client(), enabled) != 0) {
-        log(INRSI_CL_EV_SFC_ADJ_FWD_NOTIF_NOK, KEEP);
-        return;
-    }
+    if (!requestBfnJumpInfo(client(), enabled)) return log(INRSI_CL_EV_SFC_ADJ_FWD_NOTIF_NOK, KEEP);
     log(enabled == 1 ? INRSI_CL_EV_SFC_ADJ_FWD_NOTIF_OK_ENABLED : INRSI_CL_EV_SFC_ADJ_FWD_NOTIF_OK_DISABLED);
 }
 

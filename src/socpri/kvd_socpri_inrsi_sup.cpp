@@ -2,12 +2,12 @@
 #include "socpri/kvd_socpri_inrsi_int.h"
 
 #include "base/assert.h"
+#include "base/kvd_math.h"
 #include "base/trace_groups.h"
 #include "mp/kvd_iifadm_send.h"
 #include "node/trace.h"
 #include "reg/kvd_reg_socpri.h"
 
-#include <cmath>
 #include <utility>
 
 namespace inrsi {
@@ -106,7 +106,7 @@ void onSupervisionSample(Client& c, u8 port, u32 trpDiffHigh, u32 trpDiffLow, u3
     cancelTimer(MEAS_RETRIEVE, port);
     const double phaseDiff = KvdLoz6TuReg_soCpriPhase(trpDiffHigh, trpDiffLow);
     if (trpDiffValid != 0) {
-        if (std::fabs(phaseDiff) < GOOD_s) ++sup->validCount;
+        if (isWithin(phaseDiff, GOOD_s)) ++sup->validCount;
         KVD_TRACE(TRACE_INRSI, TRACE_3, "Supervision phaseDiff= %-17.16g [s]", phaseDiff);
     }
     c.role->supervised(port, phaseDiff, trpDiffValid);

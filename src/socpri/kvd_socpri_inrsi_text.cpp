@@ -75,7 +75,7 @@ void printUnits(const CpriPortStatus& status, u8 ports)
 {
     for (u8 port = 0; port < ports; ++port)
         for (const Slot& slot : status[port]) {
-            if (slot.sharedUnitId == NO_UNIT && slot.linkStatus == LINK_NOT_AVAILABLE) continue;
+            if (slot.sharedUnitId == NO_UNIT) continue;
             shellPrintf("   port %c: unit 0x%08x, subsumed 0x%08x, link status %u, INCI %u, prefix %s\n",
                         port == PORT_X ? 'X' : 'A' + port, slot.sharedUnitId, slot.subsumedUnitId,
                         slot.linkStatus, slot.inciEstablishStatus, slot.huntPathPrefix);

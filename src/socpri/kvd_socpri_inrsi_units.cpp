@@ -6,6 +6,7 @@
 #include "node/trace.h"
 
 #include <cstring>
+#include <string>
 
 namespace inrsi {
 
@@ -72,10 +73,9 @@ void setPortInCpriPortStatus(Client& c, u8 port, const UnitReport& report)
 
 void sendLinkStatus(u8 port, const UnitReport& report, u8 linkStatus)
 {
-    char prefix[INCI_PATH_SIZE] = {};
-    std::memcpy(prefix, report.huntPathPrefix, strnlen(report.huntPathPrefix, sizeof prefix - 1));
+    const std::string prefix(report.huntPathPrefix, strnlen(report.huntPathPrefix, INCI_PATH_SIZE));
     KvdLoz6TuIifAdm_sendSocpriLinkStatusFwd(report.sharedUnitId, static_cast<u8>(port + 1), linkStatus,
-                                            prefix, report.subsumedUnitId, report.subsumedValid);
+                                            prefix.c_str(), report.subsumedUnitId, report.subsumedValid);
 }
 
 namespace {

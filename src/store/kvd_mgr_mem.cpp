@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
 using mem::Region;
 
@@ -19,7 +20,7 @@ namespace {
 
 ose::ModuleData<mem::State> s;
 
-struct RegionRow { mem::RegionIndex index; u32 clientRef; const char* name; u32 size; };
+struct RegionRow { mem::RegionIndex index; u32 clientRef; std::string_view name; u32 size; };
 constexpr RegionRow REGIONS[] = {
     {mem::REG_HIST,       MEM_REG_HIST,   "TuRegHistData",   MEM_REG_HIST_SIZE},
     {mem::GPS_OUT_OFFSET, MEM_GPS_OUT,    "GpsOutMfnOffset", 8},
@@ -156,7 +157,7 @@ void regNfAllocated(const TarsoMsiMemAllocCfm& cfm)
     if (!MEM_UPCALLS.timeOffset(offset_s)) return;
     u8 data[MEM_REG_NF_SIZE];
     std::memcpy(data, s->regNfShadow, sizeof data);
-    node::putBeDouble(data + MEM_REG_NF_OFFSET, offset_s);
+    node::putBeDouble(&data[MEM_REG_NF_OFFSET], offset_s);
     KvdLoz6TuMem_write(MEM_REG_NF, data, sizeof data);
 }
 
@@ -241,7 +242,7 @@ void KvdLoz6TuMem_initiate()
         Region& r = s->region[row.index] = Region{};
         r.clientRef = row.clientRef;
         r.size = row.size;
-        std::strncpy(r.name, row.name, sizeof r.name - 1);
+        row.name.copy(r.name, sizeof r.name);
     }
     s->pending = false;
     negotiate();
@@ -251,15 +252,16 @@ bool KvdLoz6TuMem_dispatch(Signal* sig)
 {
     switch (sig->sigNo) {
     case TARSO_MSI_INITIATE_SERVICE_CFM:
-        onInitiateServiceCfm(as<TarsoMsiInitiateServiceCfm>(sig));                    return true;
-    case TARSO_MSI_INITIATE_SERVICE_REJ: onInitiateServiceRej(as<TarsoMsiRej>(sig));  return true;
-    case TARSO_MSI_MEM_ALLOC_CFM:        onMemAllocCfm(as<TarsoMsiMemAllocCfm>(sig)); return true;
-    case TARSO_MSI_MEM_ALLOC_REJ:        onMemAllocRej(as<TarsoMsiRej>(sig));         return true;
-    case TARSO_MSI_MEM_S_WRITE_CFM:      onMemSWriteCfm();                            return true;
-    case TARSO_MSI_MEM_S_WRITE_REJ:      onMemSWriteRej(as<TarsoMsiRej>(sig));        return true;
-    case KVD_TUMEM_ASK_AGAIN_TMO:        onAskAgainTimeout();                         return true;
+        onInitiateServiceCfm(as<TarsoMsiInitiateServiceCfm>(sig));                    break;
+    case TARSO_MSI_INITIATE_SERVICE_REJ: onInitiateServiceRej(as<TarsoMsiRej>(sig));  break;
+    case TARSO_MSI_MEM_ALLOC_CFM:        onMemAllocCfm(as<TarsoMsiMemAllocCfm>(sig)); break;
+    case TARSO_MSI_MEM_ALLOC_REJ:        onMemAllocRej(as<TarsoMsiRej>(sig));         break;
+    case TARSO_MSI_MEM_S_WRITE_CFM:      onMemSWriteCfm();                            break;
+    case TARSO_MSI_MEM_S_WRITE_REJ:      onMemSWriteRej(as<TarsoMsiRej>(sig));        break;
+    case KVD_TUMEM_ASK_AGAIN_TMO:        onAskAgainTimeout();                         break;
     default:                                                                          return false;
     }
+    return true;
 }
 
 void KvdLoz6TuMem_allocate(u32 clientRef, u32 clear)

@@ -138,7 +138,7 @@ bool writeRegNf(const Layout& layout, const u8* data)
 {
     u8 block[MEM_REG_NF_SIZE];
     std::memcpy(block, data, sizeof block);
-    node::putBe32(block + layout.sumAt, 0);
+    node::putBe32(&block[layout.sumAt], 0);
     bool done = store(layout, 0, block, sizeof block);
     done &= storeWord(layout, layout.sumAt, checksum(layout, block));
     mem::refreshShadow(MEM_REG_NF);

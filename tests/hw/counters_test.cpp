@@ -77,7 +77,7 @@ TEST(Accesses, OfOneMatterKeepTheirOrder)
              {"turns", 2, [] { return tuHwIf_adjustExtSfc(7); }, "bw"},
              {"load", 2, [] { return tuHwIf_loadSfc(); }, "rwbrrw"},
              {"output's step", 1, [] { return tuHwIf_adjustGpsOutOffset(1, 1) == 0; }, "bw"},
-             {"link", 2, [] { return tuHwIf_writeBfnOut(1, 2) == 0; }, "wbw"},
+             {"link", 2, [] { return tuHwIf_writeBfnOut(1, 2), true; }, "wbw"},
              {"interrupts", 2, [] { return tuHwIf_readPendingIsr() == 0; }, "rwbr"},
              {"divider", 2, [] { return tuHwIf_enableDeltaSigma(), true; }, "rwbw"}})) {
         SCOPED_TRACE(c.what);
@@ -91,9 +91,9 @@ TEST(Accesses, OfOneMatterKeepTheirOrder)
 
 TEST(Noise, AtItsLimits)
 {
-    BfnNoiseFilter atDistance{.active = 1}, atTime{.active = 1}, close{.last = -0.0475, .parityRun = 2};
-    filterBfnNoise(atDistance, 0.095, false);
-    EXPECT_EQ(atDistance.goodCount, 1u);
+    BfnNoiseFilter atTime{.active = 1}, close{.last = -0.0475, .parityRun = 2};
+    BfnNoiseFilter atDistance{.active = 1, .goodCount = 19};           // and the twentieth good word
+    EXPECT_EQ(filterBfnNoise(atDistance, 0.095, false), BfnNoise::Ceased);
     EXPECT_EQ(filterBfnNoise(atTime, 2.0, false), BfnNoise::Quiet);
     EXPECT_EQ(filterBfnNoise(close, 0.0475, true), BfnNoise::Quiet);
 }

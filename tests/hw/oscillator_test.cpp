@@ -58,6 +58,7 @@ TEST(Steering, RefusesAnOffsetOutsideItsLimit)
     for (const auto& [ratio, isIn] : {std::pair{0.4, false}, {1.0, true}, {16384.0, true}, {16385.0, false}})
         EXPECT_EQ(frequencyWords(NOMINAL_TYPE1, 0, ratio / nominalRatio(NOMINAL_TYPE1) - 1).inRange, isIn)
             << "a divisor of 14 bits for " << ratio;
+    EXPECT_EQ(frequencyWords(NOMINAL_TYPE1, 0, 706.75 / nominalRatio(NOMINAL_TYPE1) - 1).divisor, 705);
 }
 
 // ---- wander generator -------------------------------------------------------------------------
@@ -91,6 +92,9 @@ TEST(Wander, AStepThatWasQueuedBeforeAStopDoesNothing)
         EXPECT_EQ(tuHwIf_wanderOffset(), 0.0);
         orderWander(1, 10, 1000);
         EXPECT_EQ(serve(12'600), 1u);
+        ose::delay(12'600), orderWander(1, 10, 1000);      // nor before another start
+        EXPECT_EQ(serve(100), 1u);
+        EXPECT_EQ(wanderState().index, 4u);
     });
 }
 

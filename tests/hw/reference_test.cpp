@@ -26,7 +26,7 @@ TEST(Registers, ThatAreNotMappedReadZeroAndTakeNothing)
         Sfc sfc;
         u32 seconds = 9;
         for (const int result :
-             {HALI_subscribeRefTime(0), tuHwIf_enableIsr(1), tuHwIf_hwDiag(0, 0), tuHwIf_writeBfnOut(1, 2),
+             {HALI_subscribeRefTime(0), tuHwIf_enableIsr(1), tuHwIf_hwDiag(0, 0),
               tuHwIf_adjustGpsOutOffset(1, 1), tuHwIf_readBfnIn(in), tuHwIf_readOcxoEeprom(),
               tuHwIf_validateOcxoEeprom(), tuHwIf_readOcxoCalibDate(date), tuHwIf_readOcxoPartNum(text),
               tuHwIf_readOcxoSerial(serial, version, maker), HALI_getOcxoTemp(volts), HALI_muteTuOut(0),
@@ -39,7 +39,7 @@ TEST(Registers, ThatAreNotMappedReadZeroAndTakeNothing)
                      || readAndCheckMultiplicator());
         tuHwIf_writeNominalDivisor(5);
         tuHwIf_writeDeltaSigmaK(5);
-        tuHwIf_enableDeltaSigma();
+        tuHwIf_enableDeltaSigma(), tuHwIf_writeBfnOut(1, 2);
         HALI_enableTuOut(1, 0);
         tuHwIf_setFsync(1);
         tuHwIf_setMokaTestBus(1);

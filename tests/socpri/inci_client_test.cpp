@@ -35,10 +35,11 @@ struct ClientBench : InciBench {
         peer.send(InciConnEstablishCfm{PSX_IW_NGSC_INCI_CONN_ESTABLISH_CFM, clientRef, serverRef, 2});
     }
     void reject(u32 clientRef) { peer.send(InciRej{PSX_IW_NGSC_INCI_CONN_ESTABLISH_REJ, clientRef, 0, 1}); }
-    void broadcast(u32 clientRef)
+    template <typename Message = InciBroadcastMessage2Ind>
+    void broadcast(u32 clientRef, SIGSELECT sigNo = PSX_IW_NGSC_INCI_BROADCAST_MESSAGE2_IND)
     {
-        InciBroadcastMessage2Ind ind{};
-        ind.sigNo = PSX_IW_NGSC_INCI_BROADCAST_MESSAGE2_IND;
+        Message ind{};
+        ind.sigNo = sigNo;
         ind.procedureRef = 0x77;
         ind.connectionRef = clientRef;
         peer.send(ind);
@@ -73,11 +74,12 @@ TEST(InciClient, ConnectsSubscribesAndIsEstablishedAtTheFirstBroadcast)
     EXPECT_EQ(subscribe->connectionRef, 0x77u);
     EXPECT_EQ(b.unit.responses(), 0u);
 
-    for (int i = 0; i < 2; ++i) b.broadcast(ref);
+    b.broadcast(ref), b.broadcast<InciBroadcastMessageInd>(ref, PSX_IW_NGSC_INCI_BROADCAST_MESSAGE_IND);
     ASSERT_EQ(b.unit.responses(), 1u);
     EXPECT_EQ(b.answered(), (Answered{1, 3, 5, 9, 0}));      // no client of unit 9
     const auto& bcm = b.group().lastBcm();
     EXPECT_EQ(std::tuple(bcm.riPortNo, bcm.sharedId, bcm.connectionRef), std::tuple(3u, 5u, ref));
+    EXPECT_EQ(b.group().received(KVD_NGPDUHIF_RECEIVE_BCM_DATA_IND), 2u);
     b.run(2.0);
     EXPECT_EQ(b.unit.responses(), 1u);           // the timer was stopped
     b.group().die();

@@ -5,11 +5,7 @@
 
 namespace {
 
-using bench::LATER;
-using bench::MASTER;
-using bench::SocpriUnit;
-using bench::UNIT_A;
-using bench::UNIT_C;
+using namespace bench;
 using sim::InrsiFrequency;
 using sim::InrsiPhase;
 
@@ -106,7 +102,7 @@ TEST(InrsiStrayAnswer, OfAnotherPortsSupervisionLeavesTheFocusAlone)
 TEST(InrsiLateTimeout, CountsForNothing)
 {
     SocpriUnit u{MASTER, false};
-    u.node.system().call(*u.node.program(), [] {
+    u.node.system().call(*u.node.program(), [&u] {
         using namespace inrsi;
         const auto isVoid = [] {
             Signal* sig = ose::receive(ose::ANY_SIGNAL);
@@ -123,7 +119,10 @@ TEST(InrsiLateTimeout, CountsForNothing)
         startTimer(PHASE_DATA, 0, 30);           // another port's
         for (int i = 0; i < 3; ++i) EXPECT_TRUE(isVoid());
         for (int i = 0; i < 2; ++i) EXPECT_FALSE(isVoid());
+        u.node.system().faults().refuseTimers = 2;
+        startTimer(SUPERVISION, 0, 10), startTimer(BFN_JUMP_WARNING, 10);
     });
+    EXPECT_EQ(u.traces("no timer for signal 0x9c6"), 2u);
     const u32 before = u.get([] { return inrsi::master::record().client.procedureRef; });
     for (const u8 port : {7, 255}) u.inject(InrsiPortTmo{KVD_TUSOCPRI_SUPERVISION_TMO, port});
     u.inject(SIGSELECT{INRSI_REQUEST_PHASE_DATA_TMO});

@@ -5,11 +5,7 @@
 
 namespace {
 
-using bench::LATER;
-using bench::MASTER;
-using bench::SocpriUnit;
-using bench::UNIT_A;
-using bench::UNIT_C;
+using namespace bench;
 using sim::Answer;
 using sim::InrsiFrequency;
 using sim::InrsiPhase;
@@ -24,12 +20,13 @@ TEST(InrsiConnection, ARejectionClosesItUntilTheNextOrder)
     u.order(KVD_TUIIF_SOCPRI_START_REQ);
     EXPECT_EQ(u.started(), 0u);
     u.inrsi().setAnswer(Answer::Accept);
+    u.inject(InrsiServerUpInd{INRSI_SERVER_UP_IND, 1});                          // by its other name
     u.run(5.0);
     EXPECT_EQ(u.inrsi().connections(), 0u);
-    u.inject(InrsiConnEstablishCfm{INRSI_CONN_ESTABLISH_CFM, 0, 9, 2});          // not asked for
-    EXPECT_FALSE(u.started());
     u.order(KVD_TUIIF_SOCPRI_START_REQ);
     EXPECT_EQ(u.started(), 1u);
+    u.inject(InrsiConnEstablishCfm{INRSI_CONN_ESTABLISH_CFM, 0, 9, 2});          // not asked for
+    EXPECT_FALSE(u.started());
 }
 
 // An exchange that was stopped begins again with the next supervision.
@@ -244,6 +241,9 @@ TEST(InrsiSupervision, TellsOncePerMinute)
         u.run(60.5);
         EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A), 2 * samples);
         EXPECT_EQ(u.supervised(), c.status);
+        const bool isBad = c.status == std::string("1:6");
+        EXPECT_EQ(u.node.traces().count({"concluded syncStatus=6", "", 4}), isBad ? 1u : 0u) << "news alone";
+        EXPECT_EQ(u.node.traces().count({"concluded syncStatus=2", "", 4}), 0u);
     }
 }
 

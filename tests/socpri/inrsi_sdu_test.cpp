@@ -3,11 +3,7 @@
 
 namespace {
 
-using bench::LATER;
-using bench::SLAVE;
-using bench::SocpriUnit;
-using bench::UNIT_A;
-using bench::UNIT_C;
+using namespace bench;
 using sim::InrsiFrequency;
 using sim::InrsiPhase;
 
@@ -140,7 +136,7 @@ TEST(InrsiSduBadInput, IsTracedAndTheNextGoodOneIsTaken)
 // A master tells the sync group its time, a slave doesn't; which of them it is may change at any time.
 TEST(InrsiRole, TheExchangeOfSyncDataFollowsAChange)
 {
-    for (const u8 role : {SLAVE, bench::MASTER}) {
+    for (const u8 role : {SLAVE, MASTER}) {
         SCOPED_TRACE(role);
         SocpriUnit u{role};
         const auto rounds = [&u] {
@@ -149,7 +145,7 @@ TEST(InrsiRole, TheExchangeOfSyncDataFollowsAChange)
             return u.traces("INCI get time data tmo requested.") - before;
         };
         EXPECT_EQ(rounds(), role == SLAVE ? 0u : 10u);
-        u.mp().changeMaster(3, role == SLAVE ? bench::MASTER : SLAVE);
+        u.mp().changeMaster(3, role == SLAVE ? MASTER : SLAVE);
         u.run(1.0);
         EXPECT_EQ(rounds(), role == SLAVE ? 10u : 0u);
         EXPECT_NE(u.node.system().find("PsxIwNgscInciServer"), 0u);

@@ -180,12 +180,14 @@ TEST(MemContent, NothingIsTouchedThatIsntThere)
         EXPECT_EQ(KvdLoz6TuMem_read(2, buffer, 12), 0);
         EXPECT_EQ(KvdLoz6TuMem_write(4, buffer, 39), 0) << "of another size";
         EXPECT_EQ(KvdLoz6TuMem_write(4, nullptr, 40), 0);
+        EXPECT_EQ(KvdLoz6TuMem_write(4, buffer, 40), 1);
         EXPECT_EQ(KvdLoz6TuMem_read(4, buffer, 41), 0);
         EXPECT_EQ(KvdLoz6TuMem_read(4, nullptr, 40), 0);
         EXPECT_EQ(KvdLoz6TuMem_read(5, buffer, 40), 0);
         KvdLoz6TuMem_allocate(5, 0);
     });
     EXPECT_TRUE(b.node.traces().has("Memory alloc rejected by MSI proxy, reason=17"));
+    EXPECT_TRUE(b.node.traces().has("GpsOutMfnOffset not written, msiState=1"));
     EXPECT_EQ(b.node.traces().count({"Invalid clientRef=5", "", 4}), 1u);
     EXPECT_EQ(b.node.traces().count({"Invalid clientRef=", "", 4}), 1u);
     EXPECT_EQ(b.bytes("GpsOutMfnOffset"), Bytes(8));
