@@ -80,10 +80,10 @@ TEST(SkyView, TakesARecordAMinuteUntilItIsStopped)
                                 "\nSatelliteInformation\n| satNo     |   0 "));
 
     b.seconds(120);
-    b.start();
-    b.seconds(1);
+    b.start(), b.seconds(2);
+    b.start(), b.seconds(60);
     b.stop();
-    EXPECT_EQ(b.records(), 1u) << "the next one begins anew";
+    EXPECT_EQ(b.records(), 1u) << "each one begins anew";
 }
 
 TEST(SkyView, OfADayEndsByItself)

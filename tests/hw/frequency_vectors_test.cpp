@@ -131,6 +131,7 @@ json wanderRun(double f, double a, double o)
             lastStep_ms = ose::get_ticks() - begin_ms;
         }
         index = wanderState().index;
+        EXPECT_EQ(wanderState().active, 0u);
         isDone = true;
     });
     EXPECT_TRUE(bench.world.runUntilTrue([&] { return isDone; }, 900'000 * ose::SEC));

@@ -156,10 +156,7 @@ struct Peer {
         system.world().runFor(ose::MS);
     }
     template <typename T>
-    void send(const T& layout, std::size_t size = sizeof(T))
-    {
-        sendBytes(asBytes(layout, size));
-    }
+    void send(const T& layout, std::size_t size = sizeof(T)) { sendBytes(asBytes(layout, size)); }
 };
 
 /// One unit that runs its process, one peer that doesn't run yet.
@@ -175,10 +172,7 @@ struct InciBench {
         unit.start();
         run(0.01);
     }
-    void run(double seconds)
-    {
-        world.runFor(static_cast<ose::Time>(seconds * static_cast<double>(ose::SEC)));
-    }
+    void run(double seconds) { world.runFor(static_cast<ose::Time>(seconds * double{ose::SEC})); }
     sim::NgpduhifServer& group() { return unit.node.ngpduhif(); }
 };
 

@@ -97,14 +97,8 @@ struct SocpriUnit : Unit {
 
     // ---- links ----------------------------------------------------------------------------------
     /// Differences that the server measures from now on, of every unit.
-    void frequencyIs(std::optional<sim::InrsiFrequency> f)
-    {
-        inrsi().onFrequency([f](u32) { return f; });
-    }
-    void phaseIs(std::optional<sim::InrsiPhase> p)
-    {
-        inrsi().onPhase([p](u32) { return p; });
-    }
+    void frequencyIs(std::optional<sim::InrsiFrequency> f) { inrsi().onFrequency([f](u32) { return f; }); }
+    void phaseIs(std::optional<sim::InrsiPhase> p) { inrsi().onPhase([p](u32) { return p; }); }
     /// A link selected by frequency, its loop at work.
     void synchronise(u8 port)
     {
