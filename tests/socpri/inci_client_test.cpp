@@ -259,6 +259,8 @@ TEST(InciClient, OneThatIsReleasedAndWantedAgainIsMadeAnew)
         EXPECT_NE(b.clientRef(), ref);
         b.confirm(b.clientRef());
         b.broadcast(b.clientRef());
+        b.run(1.1);
+        EXPECT_EQ(b.unit.traces("Failed to send KVD_TUSOCPRI_INCI_ESTABLISH_RSP"), 0u);
         EXPECT_EQ(b.unit.responses(), confirmed ? 2u : 3u);
         EXPECT_EQ(b.unit.response().result, 1u);
     }
