@@ -12,7 +12,7 @@ void KvdAnswer_await(KvdTimer& timer, const KvdAnswerOf& of, OSTIME time_ms)
 bool KvdAnswer_isLate(KvdTimer& timer, const KvdAnswerOf& of)
 {
     const bool isAwaited = timer.runs();
-    if (!KvdTimer_expired(timer) || !isAwaited) return false;
-    KVD_TRACE(of.traceGroup, TRACE_INFO, "%s doesn't serve yet, it is asked again", of.service);
-    return true;
+    const bool isLate = KvdTimer_expired(timer) && isAwaited;
+    if (isLate) KVD_TRACE(of.traceGroup, TRACE_INFO, "%s doesn't serve yet, it is asked again", of.service);
+    return isLate;
 }

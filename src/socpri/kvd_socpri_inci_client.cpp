@@ -33,7 +33,7 @@ struct Client {
     u8  cpriPortNo = 0;
     u32 sharedId = 0;
     KvdTimer establishTimer;                   // a time-out of a record that is gone finds no clientRef
-    u32 establishReported = 0;                 // the first broadcast has been seen
+    bool establishReported = false;            // the first broadcast has been seen
     u32 subsumedUnitId = INCI_NO_UNIT;
     bool isReleasing = false;                  // the peer has been asked to, and hasn't confirmed
 };
@@ -353,8 +353,8 @@ void onSubscribeRej(const InciRej* rej)
 /// A connection counts as established at its first broadcast, and not before.
 void reportEstablished(Client& c)
 {
-    if (c.establishReported != 0) return;
-    c.establishReported = 1;
+    if (c.establishReported) return;
+    c.establishReported = true;
     KvdTimer_cancel(c.establishTimer);
     sendEstablishRsp(c, RESULT_OK);
 }
@@ -438,7 +438,7 @@ void onServerDown(const InciClientInd* ind)
     c->serviceAttachRef = NO_ATTACH;
     clearPids(*c);
     c->availabilityStatus = INCI_UNAVAILABLE;
-    c->establishReported = 0;
+    c->establishReported = false;
     c->isReleasing = false;
     releaseAtNgpduhif(c->clientRef);
     if (!connEstablishReq(*c))
@@ -496,7 +496,7 @@ void KvdLoz6TuSoCpri_inci_printClients()
         node::shellPrintf("      cpriPortNo         : %u\n", c.cpriPortNo);
         node::shellPrintf("      sharedId           : %u\n", c.sharedId);
         node::shellPrintf("      subsumedUnitId     : %d\n", static_cast<i32>(c.subsumedUnitId));
-        node::shellPrintf("      established        : %s%s\n", c.establishReported != 0 ? "yes" : "no",
+        node::shellPrintf("      established        : %s%s\n", c.establishReported ? "yes" : "no",
                           c.establishTimer.runs() ? ", timer runs" : "");
     }
 }

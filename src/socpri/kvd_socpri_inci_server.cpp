@@ -28,7 +28,7 @@ struct Record {
     u32 protocolRev = 0;
     u32 state = INCI_DISCONNECTED;
     AttachRef serviceAttachRef = NO_ATTACH;
-    u8  inciSubscription = 0;
+    bool inciSubscription = false;
 };
 
 struct State {
@@ -177,7 +177,7 @@ void onSubscribeReq(const InciRefs* req, PROCESS client)
     if (req == nullptr) return;
     Record* const r = recordByRef(req->connectionRef);
     if (r == nullptr) return rejectSubscription(*req, client);
-    r->inciSubscription = 1;
+    r->inciSubscription = true;
     sendRefs(PSX_IW_NGSC_INCI_SUBSCRIBE_NGSM_BCM_CFM, client, req->procedureRef, r->clientConnectionRef);
     if (KvdLoz6TuSoCpri_ngpduhif_sendHandshakePduReq(r->serverConnectionRef) != 0)
         KVD_TRACE(TRACE_INCI_SERVER, TRACE_7,
@@ -272,7 +272,7 @@ void KvdLoz6TuSoCpri_inci_resendServerConnectsToNgsm()
 {
     for (Record& r : s->records) {
         if (r.state != INCI_CONNECTED) continue;
-        r.inciSubscription = 1;
+        r.inciSubscription = true;
         if (KvdLoz6TuSoCpri_ngpduhif_sendHandshakePduReq(r.serverConnectionRef) != 0)
             KVD_TRACE(TRACE_INCI_SERVER, TRACE_7,
                       "%s():Failed to request Broadcast message indications from NGPDUHIF server! "

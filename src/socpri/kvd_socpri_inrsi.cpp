@@ -51,14 +51,15 @@ void dropWork()
     cancelTimer(PHASE_DATA, focus());
     cancelTimer(MEAS_RETRIEVE, focus());
     cancelTimer(FREQ_DATA);
-    record().linkGone = 0;
+    record().linkGone = false;
     setToIdle();
 }
 
 void giveUpWork()
 {
-    record().continuationOfSync = 0;
+    record().continuationOfSync = false;
     dropWork();
+    endHoldoverLimit();
 }
 
 void answerOrder(u32 syncStatus)
@@ -172,7 +173,7 @@ void onSpJump(const KvdTuiifSocpriSpJumpInd* ind)
 void onDeselect(const KvdTuiifSocpriDeselectSyncLinkInd* ind)
 {
     if (ind == nullptr) return;
-    record().measOngoing = 0;
+    record().measOngoing = false;
     forgetRememberedPort();
     superviseFocus();
     giveUpWork();
@@ -197,7 +198,7 @@ void onLinkXStatus(const KvdTuiifInrsiLinkStatus2IndFwd* fwd)
 
 void serverLost()
 {
-    record().measOngoing = 0;
+    record().measOngoing = false;
     switch (record().currAction) {
     case INRSI_CLIENT_IDLE: break;
     case INRSI_CLIENT_ACTION_TIME_SYNC:
@@ -207,7 +208,6 @@ void serverLost()
     default: answerOrder(FREQ_MEAS_MISSING); break;
     }
     giveUpWork();
-    endHoldoverLimit();
 }
 
 void linkLost(u8 port, u8 linkStatus)
@@ -238,7 +238,7 @@ void KvdLoz6Inrsi_initiate() { inrsi::initiate(client(), ROLE); }
 void KvdLoz6Inrsi_leave()
 {
     inrsiClientReset();
-    record().measOngoing = 0;
+    record().measOngoing = false;
     record().measRetrieveTimeMs = RETRIEVE_ms;
     inrsi::leave(client());
 }
@@ -277,7 +277,6 @@ void inrsiStartScan(u8 port)
     if (record().currAction != INRSI_CLIENT_IDLE) log(INRSI_CL_EV_ACTIVITY_DISRUPTED, KEEP);
     forgetRememberedPort();
     giveUpWork();
-    endHoldoverLimit();
     suspendSupervision(port);
     beginAction(INRSI_CLIENT_ACTION_FREQ_SCANNING, port);
     saveSynthesiser();
@@ -354,7 +353,6 @@ void inrsiReferenceDeselected()
     if (focus() == NO_PORT) return;
     inrsiAnswerOpenScan(FREQ_MEAS_MISSING);
     giveUpWork();
-    endHoldoverLimit();
 }
 
 void inrsiAnswerOpenScan(u32 syncStatus)

@@ -12,7 +12,7 @@ namespace {
 
 /// Of the program, whichever client is at work.
 struct State {
-    std::array<u8, std::size(INRSI_SERVER_NAMES)> huntsPending{};
+    std::array<bool, std::size(INRSI_SERVER_NAMES)> huntsPending{};
     KvdTimer answerTimer;
 };
 ose::ModuleData<State> s;
@@ -46,11 +46,11 @@ namespace {
 /// One hunt a name is enough, for ever.
 void huntFor(u32 name)
 {
-    if (s->huntsPending[name] == 0) {
+    if (!s->huntsPending[name]) {
         auto* up = node::make<InrsiServerUpInd>(INRSI_SERVER_UP_IND);
         up->name = name;
         Signal* sig = reinterpret_cast<Signal*>(up);
-        s->huntsPending[name] = 1;
+        s->huntsPending[name] = true;
         if (ose::hunt(INRSI_SERVER_NAMES[name], 0, nullptr, &sig) != 0) return;
     }
     // Not there yet: the hunt stands until it comes.
@@ -113,7 +113,7 @@ namespace {
 void onServerUp(Client& c, const InrsiServerUpInd* ind, PROCESS factory)
 {
     if (ind == nullptr) return;
-    if (u8* const pending = elementOf(s->huntsPending, ind->name)) *pending = 0;
+    if (bool* const pending = elementOf(s->huntsPending, ind->name)) *pending = false;
     if (c.availabilityStatus != INRSI_INITIATING || c.factoryPid != 0) return;   // the other is in use
     c.factoryPid = factory;
     Signal* down = ose::alloc(sizeof(SIGSELECT), INRSI_SERVER_DOWN_IND);
@@ -163,7 +163,7 @@ void onServerDown(Client& c, PROCESS factory)
     c.procedureRef = c.connectionRef = 0;
     for (const u8 port : PORTS_A_TO_F) {
         stopSupervision(c, port);
-        if (c.subscribed[port] != 0) resetPortStatus(c, port);
+        if (c.subscribed[port]) resetPortStatus(c, port);
     }
     c.subscribed = {};
     if (!connEstablish(c)) KVD_TRACE(TRACE_INRSI, TRACE_INFO, "INRSI CONNECTION ESTABLISH failed");

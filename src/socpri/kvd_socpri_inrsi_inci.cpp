@@ -57,7 +57,7 @@ void startInci(Client& c)
 {
     KvdLoz6NgPduh_start();
     for (const u8 port : PORTS_A_TO_F) {
-        if (c.subscribed[port] == 0) continue;
+        if (!c.subscribed[port]) continue;
         for (Slot& slot : c.cpriPortStatus[port])
             if (slot.linkStatus == LINK_AVAILABLE && slot.inciEstablishStatus == INCI_NONE)
                 establishInci(port, slot);

@@ -100,12 +100,12 @@ constexpr Slot FREE_SLOT = {NO_UNIT, NO_UNIT, LINK_NOT_AVAILABLE, {}, INCI_NONE}
 
 using PortUnits = std::array<Slot, SLOTS>;
 using CpriPortStatus = std::array<PortUnits, PORTS_WITH_X>;
-using Subscribed = std::array<u8, PORTS>;      // candidates for synchronisation
+using Subscribed = std::array<bool, PORTS>;    // candidates for synchronisation
 
 struct Supervision {
     u8 supCount = 0, validCount = 0;           // samples of a round, and the good ones
-    u8 supMeasOngoing = 0;
-    u8 started = 0;
+    bool supMeasOngoing = false;
+    bool started = false;
     u8 concluded = 0;                          // of the round before
 };
 

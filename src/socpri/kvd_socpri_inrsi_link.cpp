@@ -12,7 +12,7 @@
 namespace {
 
 struct State {
-    u8 statusResent = 0;                       // by a master: once in the life of the program
+    bool statusResent = false;                 // by a master: once in the life of the program
 };
 ose::ModuleData<State> s;
 
@@ -54,15 +54,15 @@ void askForSubscription(Client& c, u8 port)
     auto* req = makeRequest<InrsiPort>(c, INRSI_SUBSCRIBE_LINK_STATUS_REQ);
     req->nearEndPortNo = port + 1u;
     node::sendTo(c.servicePid, req);
-    c.asked[port] = 1;
+    c.asked[port] = true;
     awaitAnswer();
 }
 
 /// A port's subscription is answered, or not wanted any more; the wait is over with the last one.
 void subscriptionOver(Client& c, u32 port)
 {
-    if (isPort(port)) c.asked[port] = 0;
-    if (std::ranges::none_of(c.asked, [](u8 asked) { return asked != 0; })) cancelAnswer();
+    if (isPort(port)) c.asked[port] = false;
+    if (std::ranges::none_of(c.asked, [](bool asked) { return asked; })) cancelAnswer();
 }
 
 void subscribe(Client& c, u8 port)
@@ -105,10 +105,10 @@ Subscribed subscribeWanted(Client& c, const KvdTuiifSocpriSupInd& ind, const Sub
             KVD_TRACE(TRACE_INRSI, TRACE_ERROR, "%s(): Port number out of range (%u)", __func__, port);
             continue;
         }
-        if (wanted[port] != 0) continue;
-        wanted[port] = 1;
-        if (before[port] != 0) {
-            c.subscribed[port] = 1;
+        if (wanted[port]) continue;
+        wanted[port] = true;
+        if (before[port]) {
+            c.subscribed[port] = true;
             KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():INRSI link already subscribed (port %u)", __func__,
                       port);
         } else {
@@ -127,11 +127,11 @@ void onSupInd(Client& c, const KvdTuiifSocpriSupInd* ind)
     Subscribed wanted{};
     if (ind->supEnable != 0) wanted = subscribeWanted(c, *ind, before);
     for (const u8 port : PORTS_A_TO_F)
-        if (before[port] != 0 && wanted[port] == 0) unsubscribe(c, port);
+        if (before[port] && !wanted[port]) unsubscribe(c, port);
     if (ind->supEnable != 0) {
         const bool isOnce = c.role->isMaster;
-        if (!isOnce || (s->statusResent == 0 && KvdLoz6TuRef_isFirstStart() == 0)) {
-            s->statusResent = 1;
+        if (!isOnce || (!s->statusResent && KvdLoz6TuRef_isFirstStart() == 0)) {
+            s->statusResent = true;
             c.role->resendLinkStatus();
         }
         startInci(c);
@@ -151,12 +151,12 @@ void onSubscribeCfm(Client& c, const InrsiPort* cfm)
         KVD_TRACE(TRACE_INRSI, TRACE_ERROR, "%s(): Port number out of range (%u)", __func__, port);
         return;
     }
-    if (c.asked[port] == 0) {
+    if (!c.asked[port]) {
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): not asked for, dropped (port %u)", __func__, port);
         return;
     }
     subscriptionOver(c, port);
-    c.subscribed[port] = 1;
+    c.subscribed[port] = true;
 }
 
 void onSubscribeRej(Client& c, const InrsiPortRej* rej)
@@ -191,7 +191,7 @@ void onLinkStatus2(Client& c, const InrsiLinkStatus2Ind* ind)
     const UnitReport report = {ind->linkStatus, ind->sharedUnitId, ind->subsumedUnitId,
                                ind->subsumedUnitIdValid, ind->huntPathPrefix};
     setPortInCpriPortStatus(c, port, report);
-    if (c.subscribed[port] == 0) {
+    if (!c.subscribed[port]) {
         KVD_TRACE(TRACE_INRSI, TRACE_INFO,
                   "%s():Port %u is not Sync RI port candidate, link status is ignored!", __func__, port);
         return log(c, INRSI_CL_EV_LINK_SC_IGNORED_PORT_NOT_SUBSCRIBED);
@@ -217,7 +217,7 @@ void onBfnJumpInfoRej(Client& c, const InrsiErrorRej* rej)
 void askForSubscriptions(Client& c)
 {
     for (const u8 port : PORTS_A_TO_F)
-        if (c.asked[port] != 0) askForSubscription(c, port);
+        if (c.asked[port]) askForSubscription(c, port);
 }
 
 void initiate(Client& c, const Role& role)

@@ -55,11 +55,11 @@ struct Record {
     u32 freqDiffValid = 0;
     u32 trpDiffHigh = 0, trpDiffLow = 0, trpDiffValid = 0;
     u8  measUnavailableCounter = 0;            // requests put off because no link was there
-    u8  continuationOfSync = 0;                // an answer is owed, for the port below
+    bool continuationOfSync = false;           // an answer is owed, for the port below
     u8  continuationPort = NO_PORT;
-    u8  measOngoing = 0;                       // one request to the server is open
+    bool measOngoing = false;                  // one request to the server is open
     OSTIME measAskedAt = 0;                    // when it went out, ms
-    u8  linkGone = 0;                          // met once already
+    bool linkGone = false;                     // met once already
     u16 measRetrieveTimeMs = RETRIEVE_ms;
     SynthesiserCopy synthesiser;
     std::array<LogEntry, LOG_ENTRIES> log{};

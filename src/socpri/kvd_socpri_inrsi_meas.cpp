@@ -44,7 +44,7 @@ void begin(SIGSELECT sigNo, void (*viaMainProcessor)(u32 sharedUnitId))
     else                   requestMeasurement(client(), sigNo, client().sharedUnitId);
     startRetrieve();
     record().measUnavailableCounter = 0;
-    record().measOngoing = 1;
+    record().measOngoing = true;
     record().measAskedAt = ose::get_ticks();
 }
 
@@ -67,10 +67,7 @@ void failOrder(u32 syncStatus)
 bool isAbandoned() { return !runs(MEAS_RETRIEVE, focus()); }
 
 /// An order before has left its measurement open, and the answer may come yet.
-bool isOpen()
-{
-    return record().measOngoing != 0 && ose::get_ticks() - record().measAskedAt <= RETRIEVE_SLOW_ms;
-}
+bool isOpen() { return record().measOngoing && ose::get_ticks() - record().measAskedAt <= RETRIEVE_SLOW_ms; }
 
 /// The answer belongs to the sample of a supervised port. Without a port in focus, the unit in focus is one
 /// that an order has left with its request open: an open sample of the unit's port counts first.
@@ -78,14 +75,14 @@ bool belongsToSupervision(u8 port, u32 sharedUnitId)
 {
     if (port == focus() || port == NO_PORT) return false;
     return sharedUnitId != client().sharedUnitId
-           || (focus() == NO_PORT && client().supervision[port].supMeasOngoing != 0);
+           || (focus() == NO_PORT && client().supervision[port].supMeasOngoing);
 }
 
 /// Whatever answer came has closed the measurement that was open. The answer to a request that an order has
 /// left open is nobody's, but it has come: nothing is missing.
 void closeMeasurement(u32 sharedUnitId)
 {
-    record().measOngoing = 0;
+    record().measOngoing = false;
     cancelTimer(MEAS_RETRIEVE, focus());
     if (focus() != NO_PORT || sharedUnitId != client().sharedUnitId) return;
     const u8 port = portOfUnit(client(), sharedUnitId);
@@ -182,8 +179,8 @@ void handleLinkDownIndication(u8 port)
         return;
     }
     if (action() == INRSI_CLIENT_IDLE) return;
-    if (record().measOngoing != 0) {
-        record().measOngoing = 0;
+    if (record().measOngoing) {
+        record().measOngoing = false;
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():Link went down, cancel active measurement.", __func__);
         failLostMeasurement(port);
     } else if (action() == INRSI_CLIENT_ACTION_BFN_ALIGN) {
@@ -206,7 +203,7 @@ void sendInrsiGetFreqDiffReq()
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "Measurement already ongoing!");
         log(INRSI_CL_EV_MEAS_ONGOING_CONFLICT, KEEP);
         if (action() == INRSI_CLIENT_ACTION_FREQ_SCANNING) {
-            record().measOngoing = 0;          // so that the next one isn't refused as well
+            record().measOngoing = false;      // so that the next one isn't refused as well
             return failOrder(FREQ_MEAS_PROBLEM);
         }
     }
@@ -216,7 +213,7 @@ void sendInrsiGetFreqDiffReq()
 
 void sendInrsiGetPhaseDiffReq()
 {
-    if (record().measOngoing != 0 && !isAbandoned()) {
+    if (record().measOngoing && !isAbandoned()) {
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s():Measurement already ongoing!", __func__);
         return log(INRSI_CL_EV_MEAS_ONGOING_CONFLICT);
     }
@@ -301,7 +298,7 @@ bool isLate() { return action() == INRSI_CLIENT_ACTION_BFN_ALIGN && isInFrequenc
 
 void dropLate()
 {
-    if (isPort(focus())) client().supervision[focus()].supMeasOngoing = 0;
+    if (isPort(focus())) client().supervision[focus()].supMeasOngoing = false;
     cancelTimer(SUPERVISION, focus());
     log(INRSI_CL_EV_LATE_PHASE_MEAS_WHILE_BFN_ALIGNING);
 }
@@ -310,13 +307,13 @@ void dropLate()
 void phaseWithoutLink()
 {
     Record& r = record();
-    if (r.linkGone == 0) {
-        r.linkGone = 1;
+    if (!r.linkGone) {
+        r.linkGone = true;
         startPhaseTimer();
         return;
     }
     KVD_TRACE(TRACE_INRSI, TRACE_INFO, "%s(): CPRI Link (%u) is not available ", __func__, focus());
-    r.linkGone = 0;
+    r.linkGone = false;
     log(INRSI_CL_EV_PHASE_DIFF_CFM_LINK_UNAVAILABLE, KEEP);
     if (action() == INRSI_CLIENT_ACTION_BFN_ALIGN) {
         KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(0);
@@ -345,7 +342,7 @@ void onFocusPhase(u32 sharedUnitId, u32 high, u32 low, u32 valid)
         return askAgain();
     }
     if (firstUnit(client(), focus(), LINK_AVAILABLE) == nullptr) return phaseWithoutLink();
-    r.linkGone = 0;
+    r.linkGone = false;
     startPhaseTimer();
     KvdLoz6TuReg_handleSoCpriPhaseDiffMeas(high, low, valid);
     endHoldoverLimit();
@@ -364,7 +361,7 @@ void rejectSupervision(u8 port)
     if (!isPort(port))
         return traceIncompatible("handleInrsiGetPhaseDiffRej", INRSI_CL_EV_PHASE_DIFF_REJ_UNEXPECTED_ACTION);
     cancelTimer(MEAS_RETRIEVE, port);
-    client().supervision[port].supMeasOngoing = 0;
+    client().supervision[port].supMeasOngoing = false;
     superviseIfLinked(client(), port);
     sendSupervisionStatus(port, PHASE_MEAS_MISSING);
 }
@@ -418,7 +415,7 @@ void supervisionUnanswered(u8 port)
 void onRetrieveTimeout(u8 port)
 {
     if (port != focus()) return supervisionUnanswered(port);
-    record().measOngoing = 0;
+    record().measOngoing = false;
     log(INRSI_CL_EV_MEAS_TMO_EXPIRED, KEEP);
     superviseFocus();
     if (action() == INRSI_CLIENT_ACTION_TIME_SYNC) return abortSync(PHASE_MEAS_MISSING);

@@ -25,7 +25,7 @@ void leaveLink()
     startTimer(HOLDOVER, HOLDOVER_ms);
     cancelTimer(PHASE_DATA, focus());
     cancelTimer(MEAS_RETRIEVE, focus());
-    record().measOngoing = 0;
+    record().measOngoing = false;
     resumeSupervision(client(), focus());
     client().portNo = NO_PORT;
 }
@@ -140,7 +140,7 @@ void inrsiBfnAlignCompleted(u32 status)
     const u8 port = focus();
     KvdLoz6TuIifAdm_sendSocpriBfnAlignToGroupRsp(status);
     cancelTimer(PHASE_DATA, port);
-    record().measOngoing = 0;
+    record().measOngoing = false;
     startSupervision(client(), port);
     log(INRSI_CL_EV_BFN_ALIGN_COMPLETED, KEEP);
     setToIdle();
@@ -156,9 +156,9 @@ void inrsiSetContinuationOfSync(u32 flag)
 void inrsiAnswerContinuation(u32 status)
 {
     Record& r = record();
-    if (r.continuationOfSync == 0) return;
+    if (!r.continuationOfSync) return;
     if (status == OK_TIME_LOCKED && !KvdLoz6TuReg_pllIsLocked()) return;
-    r.continuationOfSync = 0;
+    r.continuationOfSync = false;
     KvdLoz6TuIifAdm_sendSocpriSelectSyncLinkRsp(wirePort(r.continuationPort), status);
 }
 
@@ -184,7 +184,7 @@ void inrsiReportOcxoTemp(u32 bad)
 {
     const u32 syncStatus = bad != 0 ? FREQ_MEAS_PROBLEM : OK_FREQ_LOCKED;
     for (const u8 port : PORTS_A_TO_F) {
-        if (client().subscribed[port] == 0) continue;
+        if (!client().subscribed[port]) continue;
         if (firstUnit(client(), port, LINK_PRESENT) != nullptr)
             KvdLoz6TuIifAdm_sendSocpriLinkSyncStatusInd(wirePort(port), syncStatus);
     }

@@ -171,7 +171,7 @@ void failSample(u8 port)
 {
     if (!isPort(port)) return;
     cancelTimer(MEAS_RETRIEVE, port);
-    client().supervision[port].supMeasOngoing = 0;
+    client().supervision[port].supMeasOngoing = false;
     if (port != focus()) superviseIfLinked(client(), port);
     sendSupervisionStatus(port, PHASE_MEAS_MISSING);
 }

@@ -46,7 +46,7 @@ void startSupervision(Client& c, u8 port)
 {
     Supervision* const sup = supervisionOf(c, port);
     if (sup == nullptr) return;
-    *sup = {.started = 1, .concluded = sup->concluded};
+    *sup = {.started = true, .concluded = sup->concluded};
     startTimer(SUPERVISION, port, SUPERVISION_ms);
 }
 
@@ -75,7 +75,7 @@ void suspendSupervision(u8 port)
 
 void resumeSupervision(Client& c, u8 port)
 {
-    if (!isPort(port) || c.subscribed[port] == 0) return;
+    if (!isPort(port) || !c.subscribed[port]) return;
     if (!runs(SUPERVISION, port)) superviseIfLinked(c, port);
 }
 
@@ -84,13 +84,13 @@ void requestSupervision(Client& c, u8 port)
     Supervision* const sup = supervisionOf(c, port);
     if (sup == nullptr) return;
     const Slot* const unit = firstUnit(c, port, LINK_AVAILABLE);
-    if (unit == nullptr || sup->supMeasOngoing != 0) {
+    if (unit == nullptr || sup->supMeasOngoing) {
         KVD_TRACE(TRACE_INRSI, TRACE_INFO,
                   "Port supervision on port= %d ended since link not in adequate state", port);
         return;
     }
     requestMeasurement(c, INRSI_GET_PHASE_DIFF2_REQ, unit->sharedUnitId);
-    sup->supMeasOngoing = 1;
+    sup->supMeasOngoing = true;
     startTimer(MEAS_RETRIEVE, port, c.role->retrieveTime());
 }
 
@@ -101,7 +101,7 @@ void onSupervisionSample(Client& c, u8 port, u32 trpDiffHigh, u32 trpDiffLow, u3
         KVD_TRACE(TRACE_INRSI, TRACE_INFO, "phase of a unit that no port has, dropped");
         return;
     }
-    sup->supMeasOngoing = 0;
+    sup->supMeasOngoing = false;
     ++sup->supCount;
     cancelTimer(MEAS_RETRIEVE, port);
     const double phaseDiff = KvdLoz6TuReg_soCpriPhase(trpDiffHigh, trpDiffLow);

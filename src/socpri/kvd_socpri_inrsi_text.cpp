@@ -65,8 +65,7 @@ const char* actionText(u32 action) { return textOf(ACTION_TEXT, action, "<Unknow
 
 const char* subscribedText(const Subscribed& subscribed, char (&text)[PORTS + 1])
 {
-    for (const u8 port : PORTS_A_TO_F)
-        text[port] = subscribed[port] != 0 ? static_cast<char>('A' + port) : '-';
+    for (const u8 port : PORTS_A_TO_F) text[port] = subscribed[port] ? static_cast<char>('A' + port) : '-';
     text[PORTS] = '\0';
     return text;
 }
@@ -97,9 +96,9 @@ void printClient(const Client& c)
     shellPrintf("   sharedUnitId           : 0x%08x\n", c.sharedUnitId);
     for (const u8 port : PORTS_A_TO_F) {
         const Supervision& sup = c.supervision[port];
-        if (sup.started != 0)
+        if (sup.started)
             shellPrintf("   supervision of port %c  : %u samples, %u good, %s\n", 'A' + port, sup.supCount,
-                        sup.validCount, sup.supMeasOngoing != 0 ? "one open" : "none open");
+                        sup.validCount, sup.supMeasOngoing ? "one open" : "none open");
     }
 }
 

@@ -93,7 +93,7 @@ u8 toldStatus(u8 linkStatus) { return linkStatus > LINK_AVAILABLE ? u8{LINK_NOT_
 void resendLinkStatusData(Client& c)
 {
     for (const u8 port : PORTS_A_TO_F) {
-        if (c.subscribed[port] == 0) continue;
+        if (!c.subscribed[port]) continue;
         for (const Slot& slot : c.cpriPortStatus[port])
             sendLinkStatus(port, reportOf(slot), toldStatus(slot.linkStatus));
     }

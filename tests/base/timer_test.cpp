@@ -1,5 +1,5 @@
 // A component's timer: time-outs that lay in the queue when it was cancelled or started over.
-#include "base/kvd_answer.h"
+#include "base/kvd_timer.h"
 #include "ose/program.h"
 
 using namespace ose;
@@ -15,7 +15,7 @@ protected:
         Signal* sig = receive_w_tmo(10'000, ANY_SIGNAL);
         if (sig == nullptr) return UINT32_MAX;
         free_buf(&sig);
-        return KvdAnswer_isLate(timer, {0, "the service", 1}) ? get_ticks() : 0;
+        return KvdTimer_expired(timer) ? get_ticks() : 0;
     }
     KvdTimer timer;
 };

@@ -257,8 +257,7 @@ TEST(InciClient, OneThatIsReleasedAndWantedAgainIsMadeAnew)
         ASSERT_EQ(b.peer.inbox.count(PSX_IW_NGSC_INCI_CONN_ESTABLISH_REQ), 2u);
         EXPECT_EQ(b.group().clientReleases(), std::vector<u32>{ref});
         EXPECT_NE(b.clientRef(), ref);
-        b.confirm(b.clientRef());
-        b.broadcast(b.clientRef());
+        b.confirm(b.clientRef()), b.broadcast(b.clientRef());
         b.run(1.1);
         EXPECT_EQ(b.unit.traces("Failed to send KVD_TUSOCPRI_INCI_ESTABLISH_RSP"), 0u);
         EXPECT_EQ(b.unit.responses(), confirmed ? 2u : 3u);
