@@ -83,7 +83,7 @@ FrequencyWords frequencyWords(const NominalValues& nominal, double relative, dou
     double D = nominal.nomDiv;
     if (isBeyond(U - D - 1, 1)) D = KvdLoz6Math_roundHalfDown(U);
     const double divisor = D - 1;
-    if (!(divisor >= 0 && divisor <= DIVISOR_MAX)) return {U_nom, U, divisor, 0, false};
+    if (!(divisor >= 0 && divisor <= DIVISOR_MAX)) return {U_nom, U, divisor};
     // D stands for register + 1, so that K is what the ratio has above it, of either sign.
     const i64 K = static_cast<i64>(KvdLoz6Math_roundHalfDown((U - D) * static_cast<double>(nominal.M)));
     return {U_nom, U, divisor, K, true};

@@ -53,7 +53,7 @@ constexpr double nominalRatio(const NominalValues& n)
 
 /// What a relative frequency comes to. divisor in register form; ratio = divisor + 1 + K/M. inRange
 /// is false when no 14-bit divisor gives that ratio.
-struct FrequencyWords { double U_nom; double U; double divisor; i64 K; bool inRange; };
+struct FrequencyWords { double U_nom; double U; double divisor; i64 K = 0; bool inRange = false; };
 FrequencyWords frequencyWords(const NominalValues& nominal, double relative, double wander);
 /// Largest |relative| that adjustFrequency takes.
 double frequencyLimit(u8 isMaster, u8 selectedRef, u32 idlMode);
