@@ -59,7 +59,6 @@ void giveUpWork()
 {
     record().continuationOfSync = false;
     dropWork();
-    endHoldoverLimit();
 }
 
 void answerOrder(u32 syncStatus)
@@ -208,6 +207,7 @@ void serverLost()
     default: answerOrder(FREQ_MEAS_MISSING); break;
     }
     giveUpWork();
+    endHoldoverLimit();
 }
 
 void linkLost(u8 port, u8 linkStatus)
@@ -277,6 +277,7 @@ void inrsiStartScan(u8 port)
     if (record().currAction != INRSI_CLIENT_IDLE) log(INRSI_CL_EV_ACTIVITY_DISRUPTED, KEEP);
     forgetRememberedPort();
     giveUpWork();
+    endHoldoverLimit();
     suspendSupervision(port);
     beginAction(INRSI_CLIENT_ACTION_FREQ_SCANNING, port);
     saveSynthesiser();
@@ -353,6 +354,7 @@ void inrsiReferenceDeselected()
     if (focus() == NO_PORT) return;
     inrsiAnswerOpenScan(FREQ_MEAS_MISSING);
     giveUpWork();
+    endHoldoverLimit();
 }
 
 void inrsiAnswerOpenScan(u32 syncStatus)
