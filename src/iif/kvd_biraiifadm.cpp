@@ -332,10 +332,11 @@ int KvdLoz6BiraIifAdm_initiate(u32 isMaster)
     s->biraUnavailable = 0;
     KvdMgrExchange exchange = exchangeWithServer();
     Signal* up = KvdLoz6TuMgr_await(exchange, SERVER_UP, "its hunt");
-    if (up == nullptr) return 0;      // it died again: its next word is taken as it comes
-    const PROCESS server = ose::sender(&up);
-    ose::free_buf(&up);
-    onServerUp(server);
+    if (up != nullptr) {              // else it died again: its next word is taken as it comes
+        const PROCESS server = ose::sender(&up);
+        ose::free_buf(&up);
+        onServerUp(server);
+    }
     return 0;
 }
 

@@ -119,7 +119,7 @@ void bira::giveUp(bool tell)
     tuHwif_killIntProc();
     KvdLoz6Idpi_stopRequestTimer();
     KvdLoz6TuSlave_idl2Reset();
-    KvdLoz6Idpi_clearDelayData(IDPI_PORTS);
+    KvdLoz6Idpi_clearDelayData();
     if (tell) handBack();
     KvdLoz6TuIifAdm_reportSlavePllState(SLAVE_PLL_Uninitialized);
     resetSlaveMsi(IDPI_CLK_STATUS_FREE_RUNNING);
@@ -155,17 +155,17 @@ void bira::becomeIdl1Slave()
 
 void bira::initiateWithSlaveMsi(u32 expired)
 {
-    const u32 isReady = KvdLoz6SlaveWarm_ready() ? 1 : 0;
-    const u32 isRead = isReady != 0 && KvdLoz6SlaveWarm_read() ? 1 : 0;
-    const u32 idpiClkStatus = isRead != 0 ? KvdLoz6SlaveWarm_data().idpiClkStatus : 0;
+    const bool isReady = KvdLoz6SlaveWarm_ready();
+    const bool isRead = isReady && KvdLoz6SlaveWarm_read();
+    const u32 idpiClkStatus = isRead ? KvdLoz6SlaveWarm_data().idpiClkStatus : 0;
     KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO,
               "Initiate with slave with Slave MSI. isIdl2SlaveMsiReady=%u, isIdl2SlaveMsiRead=%u, "
               "idpiClkStatus=%u, isBiraUpTimerExpired=%u",
-              isReady, isRead, idpiClkStatus, expired);
+              u32{isReady}, u32{isRead}, idpiClkStatus, expired);
     KvdUnit_link().timeTuningOngoing = 1;
     KvdUnit_link().hasHwControl = 1;
     KvdLoz6BiraIifAdm_setIdl2InitState(IDL2_WARM_INIT_SUCCEEDED);
-    if (isRead != 0 && expired == 0 && idpiClkStatus > IDPI_CLK_STATUS_FREE_RUNNING) {
+    if (isRead && expired == 0 && idpiClkStatus > IDPI_CLK_STATUS_FREE_RUNNING) {
         KVD_TRACE(TRACE_BIRAIIFADM, TRACE_INFO, "IDL2 slave MSI initialization after warm successful.");
         KvdUnit_link().fromSlaveMsi = 1;
         KvdLoz6SlaveWarm_setRestored();

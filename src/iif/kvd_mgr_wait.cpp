@@ -74,15 +74,17 @@ bool isNeededLater(Signal* sig)
     return from == ose::current_process() || ose::process_name(from) == nullptr || isStanding(sig->sigNo);
 }
 
-void setAside(Signal* sig)
+/// False, and counted, when no place is left for it.
+bool setAside(Signal* sig)
 {
-    if (s->count == ASIDE_MAX) {
+    const bool isFull = s->count == ASIDE_MAX;
+    if (isFull) {
         ++s->lost;
-        IIF_UPCALLS.release(sig);
-        return;
+    } else {
+        ose::keep(sig);
+        s->aside[s->count++] = sig;
     }
-    ose::keep(sig);
-    s->aside[s->count++] = sig;
+    return !isFull;
 }
 
 /// A wait without an end of its own, traced every hour.
@@ -154,8 +156,8 @@ void KvdLoz6TuMgr_deafWait()
     for (bool isOver = false; !isOver;) {
         Signal* sig = wait.receive();
         isOver = sig->sigNo == KVD_COMM_SERVER_DEAD;
-        if (!isOver && isNeededLater(sig)) setAside(sig);
-        else                               IIF_UPCALLS.release(sig);
+        const bool isKept = !isOver && isNeededLater(sig) && setAside(sig);
+        if (!isKept) IIF_UPCALLS.release(sig);
     }
     // The interrupt process left it closed for one that was dropped.
     tuHwIf_enableExtInt();

@@ -140,7 +140,7 @@ void closeWindow()
     PmSynchCounters& c = s->counters;
     std::sort(s->sample.begin(), s->sample.end());
     const double lowest_us = s->sample[0] * US_PER_S;
-    if (c.lowestDelay_us == 0.0 || lowest_us < c.lowestDelay_us) c.lowestDelay_us = lowest_us;
+    c.lowestDelay_us = c.lowestDelay_us == 0.0 ? lowest_us : std::min(c.lowestDelay_us, lowest_us);
 
     const u32 i = c.arrayIndex;
     c.PmHighestDelayVarBest1Array[i] = variation_us(s->sample[1]);

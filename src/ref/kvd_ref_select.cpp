@@ -187,12 +187,10 @@ bool commonSelect(const Route& route, Ids ids)
     return true;
 }
 
-bool selectByTable(u8 refType, Ids ids)
+bool selectRoute(const Route& route, Ids ids)
 {
-    moveBlockOn(refType);
-    for (const Route& route : ROUTES)
-        if (route.refType == refType) return commonSelect(route, ids);
-    return false;
+    moveBlockOn(route.refType);
+    return commonSelect(route, ids);
 }
 
 bool selectTuRef(Ids ids)
@@ -421,18 +419,12 @@ bool select(u8 refType, Ids ids)
     case IDL2_REF:    return selectIdl2(ids);
     case GPSOSL_REF:  return selectGpsOsl(ids);
     case SOCPRI_REF:  return selectSocpri(ids);
-    case NTP_REF:
-    case GPS_REF:
-    case PACKET_TIME_REF:
-    case PACKET_FREQ_REF:
-    case HPTSI_REF:
-    case ETHA_REF:
-    case ETHB_REF:
-    case ETHC_REF:    return selectByTable(refType, ids);
-    default:
-        KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "Unknown syncRefType =%d for froId =%u.", refType, ids.froId);
-        return false;
+    default:          break;
     }
+    for (const Route& route : ROUTES)
+        if (route.refType == refType) return selectRoute(route, ids);
+    KVD_TRACE(TRACE_TUREF, TRACE_ERROR, "Unknown syncRefType =%d for froId =%u.", refType, ids.froId);
+    return false;
 }
 
 }  // namespace

@@ -172,11 +172,12 @@ bool takeFilterResult(u32 row)
     case NO_FILTER:
         KVD_TRACE(group, TRACE_ERROR, "timeOutInd with filterType: NO_FILTER not allowed for synchRefNo %d",
                   synchRefNo);
-        return false;
+        break;
     default:
         KVD_TRACE(group, TRACE_ERROR, "Status change filtering failed for ref. path %d", synchRefNo);
-        return false;
+        break;
     }
+    return false;
 }
 
 void plainFilterEnd(u32 row)

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr u32 INDEX_MAX = 253;              // between frames the index runs round
+constexpr u32 INDEX_END = 254;              // between frames the index runs round
 constexpr u32 HEADER_END = 5;
 
 constexpr u32 LENGTH_LEAST = 8, LENGTH_MOST = 24;
@@ -61,7 +61,7 @@ std::array<u8, LENGTH_MOST> padded(std::span<const u8> frame)
 
 bool KvdLoz6TuHptsi_takeByte(CmccReader& r, u8 byte)
 {
-    if (r.index > INDEX_MAX) {
+    if (r.index == INDEX_END) {
         r.index = 0;
         r.frameState = CMCC_IDLE;
     }
@@ -137,8 +137,8 @@ void KvdLoz6TuHptsi_serialReceived(const u8* bytes, u32 count)
         return;
     }
     s->numberOfBytesRec += count;
-    for (u32 i = 0; i < count; ++i)
-        if (KvdLoz6TuHptsi_takeByte(s->reader, bytes[i])) postFrame(s->reader);
+    for (const u8 byte : std::span(bytes, count))
+        if (KvdLoz6TuHptsi_takeByte(s->reader, byte)) postFrame(s->reader);
 }
 
 u32 KvdLoz6TuHptsi_numberOfBytesRec() { return s->numberOfBytesRec; }

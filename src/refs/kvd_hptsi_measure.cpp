@@ -1,4 +1,5 @@
 // From a latched 1PPS edge to a measurement of the regulator, with the time that the source announced.
+#include "base/kvd_math.h"
 #include "base/trace_groups.h"
 #include "base/tu_common.h"
 #include "node/trace.h"
@@ -53,9 +54,9 @@ void KvdLoz6TuHptsi_clearPreTimeOffset() { state().gate.preTimeOffset_c = 0; }
 void hptsi::setCompensationDelay(u16 delay_ns)
 {
     const double delay = delay_ns * 1e-9;
-    const double step = std::fabs(delay - state().hptsiCompensationDelay);
-    if (regulatesOnInput() && step > DELAY_STEP) {
-        KVD_TRACE(TRACE_TUHPTSI, TRACE_INFO, "fabs(newdelay-oldDelay) = %s", TuCommon_text(step));
+    const double step = delay - state().hptsiCompensationDelay;
+    if (regulatesOnInput() && isBeyond(step, DELAY_STEP)) {
+        KVD_TRACE(TRACE_TUHPTSI, TRACE_INFO, "fabs(newdelay-oldDelay) = %s", TuCommon_text(std::fabs(step)));
         KvdLoz6TuReg_restartMeasNoise(KvdLoz6TuReg_measurementIndex(TU_SR_HPTSI_REF));
     }
     state().hptsiCompensationDelay = delay;

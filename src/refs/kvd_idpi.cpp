@@ -1,6 +1,7 @@
 // Connection to the port server, clock status, access to the port table.
 #include "refs/kvd_idpi.h"
 
+#include "base/element_of.h"
 #include "base/kvd_answer.h"
 #include "base/text_of.h"
 #include "base/trace_groups.h"
@@ -43,8 +44,8 @@ RejectText rejectText(const void* sig, u32 offset)
     RejectText out{};
     const char* const text = static_cast<const char*>(sig) + offset;
     const u32 room = std::min(node::sizeOf(static_cast<const Signal*>(sig)) - offset, REJECT_TEXT_MAX - 1);
-    for (u32 i = 0; i < room && text[i] != '\0'; ++i)
-        out[i] = text[i] >= ' ' && text[i] <= '~' ? text[i] : '?';
+    std::transform(text, std::find(text, text + room, '\0'), out.begin(),
+                   [](char c) { return c >= ' ' && c <= '~' ? c : '?'; });
     return out;
 }
 
@@ -156,17 +157,17 @@ bool hasDelayCapability(const Signal* sig, const IdpiGetCapabilityCfm& cfm)
 {
     constexpr u32 FIRST = offsetof(IdpiGetCapabilityCfm, capability);
     const u32 held = (node::sizeOf(sig) - FIRST) / static_cast<u32>(sizeof(IdpiCapability));
-    const IdpiCapability* const record = cfm.capability;
-    for (u32 i = 0; i < std::min<u32>(cfm.count, held); ++i)
-        if (record[i].type == IDPI_CAPABILITY_DELAY && record[i].supported == 1) return true;
-    return false;
+    return std::any_of(cfm.capability, cfm.capability + std::min<u32>(cfm.count, held),
+                       [](const IdpiCapability& record) {
+                           return record.type == IDPI_CAPABILITY_DELAY && record.supported == 1;
+                       });
 }
 
 void onGetCapabilityCfm(const Signal* sig)
 {
     const bool isEmpty = node::sizeOf(sig) < sizeof(IdpiGetCapabilityCfm);
     s->delayMeasurementCap =
-        isEmpty ? u8{0} : hasDelayCapability(sig, *reinterpret_cast<const IdpiGetCapabilityCfm*>(sig));
+        !isEmpty && hasDelayCapability(sig, *reinterpret_cast<const IdpiGetCapabilityCfm*>(sig));
     subscribe();
 }
 
@@ -288,13 +289,16 @@ int KvdLoz6Idpi_sendClkStatus(u8 clkStatus)
     return 0;
 }
 
-void KvdLoz6Idpi_clearDelayData(u32 port)
+void KvdLoz6Idpi_clearDelayData()
 {
-    for (u32 i = 0; i < IDPI_PORTS; ++i)
-        if (i == port || port == IDPI_PORTS) s->port[i].received = 0;
+    for (IdpiPort& port : s->port) port.received = 0;
 }
 
-IdpiPort KvdLoz6Idpi_port(u32 port) { return port < IDPI_PORTS ? s->port[port] : IdpiPort{}; }
+IdpiPort KvdLoz6Idpi_port(u32 port)
+{
+    const IdpiPort* const known = elementOf(s->port, port);
+    return known != nullptr ? *known : IdpiPort{};
+}
 u8  KvdLoz6Idpi_nActivePorts() { return s->nActivePorts; }
 u32 KvdLoz6Idpi_availabilityStatus() { return s->availabilityStatus; }
 

@@ -36,8 +36,8 @@ bool KvdLoz6Idpi_dispatch(Signal* sig);
 int  KvdLoz6TuSlave_connEstablish(u16 protocolRev);
 /// Tells the server the unit's clock status, unless it is what was told last. 0 done, 1 no server.
 int  KvdLoz6Idpi_sendClkStatus(u8 clkStatus);
-/// Forgets the delay answer of one port, of all with IDPI_PORTS.
-void KvdLoz6Idpi_clearDelayData(u32 port);
+/// Forgets the delay answers of all ports.
+void KvdLoz6Idpi_clearDelayData();
 /// Copy of a port's record; an empty one out of range.
 IdpiPort KvdLoz6Idpi_port(u32 port);
 u8   KvdLoz6Idpi_nActivePorts();

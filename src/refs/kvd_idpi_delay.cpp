@@ -7,6 +7,7 @@
 #include "refs/kvd_idpi_int.h"
 #include "refs/kvd_ref_idl.h"
 #include "refs/kvd_slave.h"
+#include "refs/kvd_slave_int.h"
 #include "refs/kvd_slave_warm.h"
 #include "reg/kvd_reg_jump.h"
 #include "reg/kvd_reg_measure.h"
@@ -30,15 +31,14 @@ struct CounterValue {
     u32 inc;
 };
 
-/// 0 done. The last sample may be older than the counter's wrap: its turn is then one behind.
-int readCounter(CounterValue& now)
+/// The last sample may be older than the counter's wrap: its turn is then one behind.
+bool readCounter(CounterValue& now)
 {
-    if (tuHwIf_readSfc(now.mfn, now.sfn, now.inc) != 0) return 1;
+    if (tuHwIf_readSfc(now.mfn, now.sfn, now.inc) != 0) return false;
     const double t_f = tuHwIf_sfcToIncrements(now.mfn, now.sfn, now.inc) / INCREMENTS_PER_SECOND;
     const TimePair last = KvdLoz6TuReg_getLastTime();
-    const double turns = last.c > 0.0 ? last.c / COUNTER_PERIOD : 0.0;
-    now.eSFC = static_cast<u32>(turns) + (hasTurned(t_f, last.f, COUNTER_PERIOD) ? 1 : 0);
-    return 0;
+    now.eSFC = slave::turns(last.c) + (hasTurned(t_f, last.f, COUNTER_PERIOD) ? 1 : 0);
+    return true;
 }
 
 u8 portNoOf(u16 port) { return port != IDPI_NO_PORT ? static_cast<u8>(port) : u8{0}; }
@@ -60,7 +60,7 @@ void sendIdl2TimeDataInd()
 {
     if (KvdLoz6TuIifAdm_startState() != TUIIF_START_RESTART_READY) return;
     CounterValue now{};
-    if (readCounter(now) != 0) {
+    if (!readCounter(now)) {
         KVD_TRACE(TRACE_IDPI, TRACE_ERROR, "sendIdl2TimeDataInd: failed to retrieve new SFC data");
         return;
     }
@@ -116,7 +116,7 @@ bool mayRequest()
 
 void requestDelays()
 {
-    KvdLoz6Idpi_clearDelayData(IDPI_PORTS);
+    KvdLoz6Idpi_clearDelayData();
     state().isRoundOpen = true;
     if (state().availabilityStatus != IDPI_AVAILABLE) return;
     for (const IdpiPort& p : state().port) {

@@ -27,6 +27,8 @@ struct State {
 };
 ose::ModuleData<State> s;
 
+bool areWordsStale() { return s->staleWords >= STALE_MAX; }
+
 }  // namespace
 
 // ---- holdover -----------------------------------------------------------------------------------
@@ -60,7 +62,7 @@ void idl::stopSlaveHoldover(u32 port)
 
 void idl::linkIsBack(u32 port)
 {
-    if (port == IDLPORT_2 || s->staleWords < STALE_MAX) stopSlaveHoldover(port);
+    if (port == IDLPORT_2 || !areWordsStale()) stopSlaveHoldover(port);
 }
 
 bool idl::slaveHoldoverRuns() { return s->slaveHoldoverTimer.runs(); }
@@ -86,7 +88,7 @@ void KvdLoz6TuRef_idl1Words(bool areFresh)
     s->staleWords = areFresh ? 0 : s->staleWords + 1;
     if (KvdLoz6TuRef_idlState(IDLPORT_1) != IDL_ON) return;
     if (areFresh) stopSlaveHoldover(IDLPORT_1);
-    else if (s->staleWords >= STALE_MAX) startSlaveHoldover(IDLPORT_1);
+    else if (areWordsStale()) startSlaveHoldover(IDLPORT_1);
 }
 
 // ---- sync data of port 2 on a slave -------------------------------------------------------------

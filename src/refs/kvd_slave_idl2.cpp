@@ -374,8 +374,8 @@ void skipLateData(const char* caller)
               "measurement!",
               caller);
     KvdLoz6TuRef_setIdl2SyncDataIndTmoCntr(KvdLoz6TuRef_idl2SyncDataIndTmoCntr() - 1);
-    if (s->idl2.idl2SyncDataStopped != 0) s->idl2.idl2SyncDataStopped = 0;
-    else                                  KvdLoz6TuRef_stopIdl2SyncDataTimer();
+    s->idl2.idl2SyncDataStopped = 0;
+    KvdLoz6TuRef_stopIdl2SyncDataTimer();       // doesn't run when data had stopped
 }
 
 /// From the port's data on; true when the measurement was finished.

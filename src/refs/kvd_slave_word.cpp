@@ -23,8 +23,7 @@ namespace slave {
 
 u32 turns(double t_c_last)
 {
-    const double count = t_c_last * TURNS_PER_SECOND;
-    if (!(count > 0.0)) return 0;
+    const double count = std::max(0.0, t_c_last * TURNS_PER_SECOND);    // 0 of a NaN, too
     return static_cast<u32>(std::min(count, 4294967295.0));
 }
 

@@ -1,5 +1,6 @@
 #include "refs/kvd_slowpi_esmc.h"
 
+#include "base/element_of.h"
 #include "node/bytes.h"
 
 namespace slowpi {
@@ -17,7 +18,11 @@ constexpr u32 PDU_SIZE_MIN = 16;              // behind subtype and the organisa
 constexpr u32 OUI_AT = 2, SUBTYPE_AT = 4, VERSION_AT = 6, TLV_TYPE_AT = 10, TLV_LENGTH_AT = 11, SSM_AT = 13,
               BEHIND_TLV_AT = 14;
 
-u8 octet(std::span<const u8> frame, u32 at) { return at < frame.size() ? frame[at] : u8{0}; }
+u8 octet(std::span<const u8> frame, u32 at)
+{
+    const u8* const found = elementOf(frame, at);
+    return found != nullptr ? *found : u8{0};
+}
 u16 word(std::span<const u8> frame, u32 at)
 {
     return static_cast<u16>(octet(frame, at) << 8 | octet(frame, at + 1));

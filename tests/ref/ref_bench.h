@@ -27,7 +27,7 @@ inline void refMain()
 struct RefBench : Unit {
     ose::Time start = 0;        // time 0 of the test's steps
 
-    RefBench() : Unit(config())
+    explicit RefBench(u32 boardType = 2) : Unit(config(boardType))
     {
         node.powerOn();
         world.runFor(ose::MS);
@@ -45,9 +45,9 @@ struct RefBench : Unit {
     void runTo(i64 ms) { world.runUntil(start + ms * ose::MS); }
 
 private:
-    static sim::NodeConfig config()
+    static sim::NodeConfig config(u32 boardType)
     {
-        sim::NodeConfig c;
+        sim::NodeConfig c{.boardType = boardType};
         static const ose::Program program = programOf("ref", refMain);
         c.program = &program;
         c.mainProcessor.present = false;

@@ -22,14 +22,14 @@ TEST(Selection, AndSupervisionFollowAPortToItsOtherLineAndEndWithIt)
     sim::NodeConfig config = refConfig();
     std::erase_if(config.ports, [](const auto& port) { return port.line == 3; });
     RefUnit unit(config);
-    unit.node.rawToggles = 0x9;                            // lines 0 and 3
-    unit.supervise(PDH_SDH_REF, true, LINE_FRO);
-    unit.select(PDH_SDH_REF, LINE_FRO);
-    ASSERT_EQ(unit.regulatorRef(), 1u);
-    unit.node.phyPorts().change(0, {3, LINE_FRO, 1, 1, 0});
+    unit.node.rawToggles = 0x18;                           // lines 3 and 4
+    unit.supervise(PDH_SDH_REF, true, LINE_FRO + 4);
+    unit.select(PDH_SDH_REF, LINE_FRO + 4);
+    ASSERT_EQ(unit.regulatorRef(), 5u);
+    unit.node.phyPorts().change(4, {3, LINE_FRO + 4, 1, 1, 0});
     unit.ms(1);
     EXPECT_EQ(unit.regulatorRef(), 4u);
-    EXPECT_EQ(unit.row(0).supervisionStatus, 0u);
+    EXPECT_EQ(unit.row(4).supervisionStatus, 0u);
     EXPECT_EQ(unit.refStatus(3), REF_STATUS_ON);
     EXPECT_EQ(unit.tuiifRefState(), 0x8u);
     unit.node.phyPorts().disconnect();
@@ -75,6 +75,16 @@ TEST(Selection, ThatTheBoardCantRouteStopsBeforeTheRegulator)
     EXPECT_EQ(unit.node.inProgram(KvdLoz6TuRef_prevSelRef), PDH_SDH_REF);
     EXPECT_EQ(unit.regulatorRef(), TU_SR_PDH_REF1);
     EXPECT_EQ(unit.clientRef(), PDH_SDH_REF);
+}
+
+TEST(Selection, OnABoardThatRoutesNothingAndOfNoTypeIsNone)
+{
+    RefBench bench(0);
+    bench.inManager([] {
+        KvdLoz6TuRef_setGpsExtToggle(3);
+        for (const u8 refType : {NO_REF, TU_REF, IDL1_REF, GPSOSL_REF, SOCPRI_REF, RefType{99}})
+            EXPECT_FALSE(KvdLoz6TuRef_selectSynchRef(refType, 1, 2)) << int{refType};
+    });
 }
 
 TEST(Selection, OfTheCommonInputWithoutToggleLeavesHardwareAndRegulator)
@@ -148,12 +158,6 @@ TEST(GpsOslHoldover, RunsFiveMinutesUnlessItsLoopIsTakenOver)
     EXPECT_TRUE(runs());
     bench.runTo(300'000);
     EXPECT_FALSE(runs());
-    bench.inManager([] {
-        KvdLoz6TuRef_startGpsOslHoldover();
-        KvdLoz6TuRef_selectSynchRef(SOCPRI_REF, 0, 9);
-    });
-    EXPECT_FALSE(runs());
-    EXPECT_TRUE(bench.node.traces().has("GpsOutSyncLink HoldOver timer stopped."));
 }
 
 TEST(GpsOslHoldover, EndsWhenItsReferenceIsSelectedAgainOnAMaster)

@@ -136,6 +136,7 @@ TEST(HptsiState, TheTimeEndsASecondAfterTheLastInfo)
     unit.ms(2);
     EXPECT_EQ(unit.hptsiState(), OPERATIONAL);
     EXPECT_EQ(unit.state().hptsiCurrentTime, 0.0);
+    EXPECT_EQ(unit.traces("HPTSI STATE OPERATIONAL"), 0u) << "each second, at a level of its own";
 }
 
 TEST(HptsiState, AlarmsWaitFourSecondsAtTheStart)

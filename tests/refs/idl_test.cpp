@@ -40,6 +40,7 @@ TEST(IdlLink, OnASlaveIsSelectedAndHasAMinuteOfHoldover)
     unit.ms(1);
     unit.node.shell().run("kvdinfo turef", print);
     EXPECT_NE(print.find("SLAVE_HO_TIMER  EXPIRED"), std::string::npos);
+    unit.toManager(KvdTurefSlaveHoldoverTimeoutInd{KVD_TUREF_SLAVE_HOLDOVER_TIMEOUT_IND, 2});    // no port's
     unit.supervise(IDL1_REF, false);
     unit.node.shell().run("kvdinfo tureg", print);
     EXPECT_NE(print.find("portSupervised       : 0, 0"), std::string::npos) << print;

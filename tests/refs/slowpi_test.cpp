@@ -68,8 +68,10 @@ TEST(SlowpiFrames, ALyingLengthReadsNothingBehindTheSignal)
     EXPECT_EQ(b.takeTold(), (std::vector<Told>{level(4)}));
     b.frame(bench::bytesOf(EVENT_2), 31);
     EXPECT_EQ(b.traces("ESMC received with too short frame 31 bytes."), 1u);
-    b.frame({}, 1500);
-    EXPECT_EQ(b.traces("frame_len 0 bytes, code=1"), 1u);
+    const std::vector<u8> whole = bench::bytesOf(INFO_4);
+    for (const u32 length : {14u, 16u}) b.frame({whole.begin(), whole.begin() + length}, 1500);
+    EXPECT_EQ(b.traces("frame_len 14 bytes, code=28"), 1u);
+    EXPECT_EQ(b.traces("frame_len 16 bytes, code=16"), 1u);
     const u32 frames = b.state().nmbOfFrames;
     for (const SIGSELECT sigNo : {SLOWPI_RECEIVE_FRAME_IND, SLOWPI_SUBSCRIBE_RSP, SLOWPI_UNSUBSCRIBE_RSP,
                                   KVD_TUIIF_SYNCH_PATH_SUP_IND, KVD_TUIIF_SELECTION_MODE_CHANGE_IND})
