@@ -47,7 +47,8 @@ struct RefBench : Unit {
 private:
     static sim::NodeConfig config(u32 boardType)
     {
-        sim::NodeConfig c{.boardType = boardType};
+        sim::NodeConfig c;
+        c.boardType = boardType;
         static const ose::Program program = programOf("ref", refMain);
         c.program = &program;
         c.mainProcessor.present = false;
