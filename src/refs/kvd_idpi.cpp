@@ -166,8 +166,8 @@ bool hasDelayCapability(const Signal* sig, const IdpiGetCapabilityCfm& cfm)
 void onGetCapabilityCfm(const Signal* sig)
 {
     const bool isEmpty = node::sizeOf(sig) < sizeof(IdpiGetCapabilityCfm);
-    s->delayMeasurementCap =
-        !isEmpty && hasDelayCapability(sig, *reinterpret_cast<const IdpiGetCapabilityCfm*>(sig));
+    s->delayMeasurementCap = !isEmpty
+                             && hasDelayCapability(sig, *reinterpret_cast<const IdpiGetCapabilityCfm*>(sig));
     subscribe();
 }
 

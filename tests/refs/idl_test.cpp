@@ -54,7 +54,6 @@ TEST(IdlLink, OnPort2LivesOnDelayAnswersOfTheMaster)
     unit.supervise(IDL2_REF, true);
     unit.toManager(DELAY);
     EXPECT_EQ(unit.idlState(1), IDL_ON);
-    EXPECT_EQ(unit.tuiifRefState(), 0x100u);
     unit.ms(310);
     ASSERT_EQ(unit.idlState(1), IDL_OFF);
     unit.toManager(DELAY);
