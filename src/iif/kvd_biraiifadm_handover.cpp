@@ -317,6 +317,7 @@ void sendPersistentLock(const bira::Order& order)
     req->synchPortNo = order.synchPortNo;
     sendToServer(req);
     state().persistentLock = order;
+    state().persistentLock.isOwed = true;
     awaitConfirmation();
 }
 
@@ -348,9 +349,9 @@ void KvdLoz6BiraIifAdm_selectIdlType(u32 idl2Type, u8 synchPortNo)
     linkTypeOrdered(idl2Type);
     if (idl2Type == KVD_BIRAIIF_IDL_MODE_1)
         KvdLoz6BiraIifAdm_idl1ClkState(IDPI_CLK_STATUS_LOCKED, 1);
-    else if (idl2Type == KVD_BIRAIIF_IDL_MODE_2 && state().persistentFreqLock == 0)
+    else if (state().persistentFreqLock == 0)
         bira::takeOver();
-    sendIdlType({true, idl2Type, synchPortNo});
+    sendIdlType({idl2Type, synchPortNo});
 }
 
 void KvdLoz6BiraIifAdm_togglePersistentFreqLock(u32 value, u8 synchPortNo)
@@ -358,7 +359,7 @@ void KvdLoz6BiraIifAdm_togglePersistentFreqLock(u32 value, u8 synchPortNo)
     state().persistentFreqLock = value;
     if (value == 1 && state().biraInitiated != 0) bira::giveUp(false);
     if (value == 0) bira::takeBackAsMaster();
-    sendPersistentLock({true, value, synchPortNo});
+    sendPersistentLock({value, synchPortNo});
 }
 
 void bira::onSelectIdlTypeCfm()

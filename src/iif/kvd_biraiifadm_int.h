@@ -13,9 +13,9 @@ enum class Answer : u8 { None, Service, LinkType };
 
 /// What the main processor orders of the server, which owes a confirmation.
 struct Order {
-    bool isOwed = false;
     u32 value = 0;
     u8  synchPortNo = 0;
+    bool isOwed = false;
 };
 
 struct State {

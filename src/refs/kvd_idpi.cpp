@@ -254,12 +254,6 @@ bool KvdLoz6Idpi_dispatch(Signal* sig)
 
 void KvdLoz6Idpi_initiate()
 {
-    KvdTimer_cancel(s->requestTimer);
-    KvdTimer_cancel(s->answerTimer);
-    const KvdTimer requestTimer = s->requestTimer, answerTimer = s->answerTimer;
-    *s = idpi::State{};
-    s->requestTimer = requestTimer;
-    s->answerTimer = answerTimer;
     for (u32 port = 0; port < IDPI_PORTS; ++port) s->port[port] = idpi::emptyPort(port);
 }
 

@@ -13,6 +13,8 @@
 #include "unit/kvd_unit_link.h"
 #include "unit/kvd_unit_process.h"
 
+#include <algorithm>
+
 using namespace idl;
 
 namespace {
@@ -111,7 +113,7 @@ void enter(u32 port, IdlState idlState)
     s->port[port].idlState = idlState;
 }
 
-bool isDown(u32 port) { return s->port[port].idlState == IDL_UNKNOWN || s->port[port].idlState == IDL_OFF; }
+bool isDown(const Port& port) { return port.idlState == IDL_UNKNOWN || port.idlState == IDL_OFF; }
 
 void supervisionOff(u32 port)
 {
@@ -125,7 +127,7 @@ void supervisionOff(u32 port)
               PORT[port].name);
     linkDown(port);
     KvdLoz6TuReg_setPortSupervised(0, port);
-    if (isDown(1 - port)) {
+    if (std::all_of(s->port.begin(), s->port.end(), isDown)) {
         KVD_TRACE(TRACE_TUREF, TRACE_INFO, "IDL state is UNKNOWN/OFF,not a dual configuration");
         KvdLoz6TuReg_dualConfiguration(SINGLE_LINK);
     }

@@ -99,15 +99,14 @@ double phaseDifference(const DelayWords& masterDu, const DelayWords& slaveDu)
 
 namespace {
 
-bool idl2HandleMsiWriting()
+void idl2HandleMsiWriting()
 {
-    if (!KvdLoz6SlaveWarm_write(__func__)) return false;
+    if (!KvdLoz6SlaveWarm_write(__func__)) return;
     const SlaveWarmData& data = KvdLoz6SlaveWarm_data();
     KVD_TRACE(TRACE_TUSLAVE, TRACE_3,
               "%s(): idpiClkStatus = %u, delta0_c = %-17.16g, t_c_last = %-17.16gstored in slave "
               "MSI memory",
               __func__, data.idpiClkStatus, data.delta0_c, data.t_c_last);
-    return true;
 }
 
 /// The status counts only once the port server has it.

@@ -334,17 +334,16 @@ void takeAddress(const u8 (&macAddress)[6])
     std::copy(std::begin(macAddress), std::end(macAddress), stored);
 }
 
-bool onPathSupervision(const Signal* sig)
+void onPathSupervision(const Signal* sig)
 {
     const auto* path = as<KvdTuiifSynchPathSupInd>(sig);
-    if (path == nullptr || path->refType < ETHA_REF || path->refType > ETHC_REF) return true;
+    if (path == nullptr || path->refType < ETHA_REF || path->refType > ETHC_REF) return;
     const auto* ind = as<KvdTuiifSynchPathSupEthInd>(sig);
-    if (ind == nullptr) return true;
+    if (ind == nullptr) return;
     takeAddress(ind->macAddress);
     s->supervisionState = ind->path.on;
     s->froId = ind->path.froId;
     subscribeDecision();
-    return true;
 }
 
 void onSelectionModeChange(const KvdTuiifSelectionModeChangeInd* ind)
@@ -391,7 +390,7 @@ bool KvdLoz6TuSlowpi_dispatch(Signal* sig)
     case SLOWPI_RECEIVE_FRAME_IND:    onReceiveFrame(as<SlowpiFrame>(sig));       return true;
     case KVD_SLOWPI_HEART_BEAT_IND:   onHeartBeat(sig);                           return true;
     case KVD_SLOWPI_PDU_MISSING_IND:  onPduMissing(sig);                          return true;
-    case KVD_TUIIF_SYNCH_PATH_SUP_IND: return onPathSupervision(sig);
+    case KVD_TUIIF_SYNCH_PATH_SUP_IND: onPathSupervision(sig);                    return true;
     case KVD_TUIIF_SELECTION_MODE_CHANGE_IND:
         onSelectionModeChange(as<KvdTuiifSelectionModeChangeInd>(sig));           return true;
     default:                                                                      return false;

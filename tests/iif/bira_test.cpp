@@ -36,7 +36,6 @@ TEST(BiraStart, GivesTheHardwareToWhomTheServerSays)
         EXPECT_EQ(unit.node.inProgram(KvdLoz6BiraIifAdm_started), 1);
         EXPECT_EQ(unit.node.system().find("Kvd_loz6_tuhwif_int_proc") != 0, c.control == 1);
         EXPECT_EQ(unit.traced(ALONE), isAlone);
-        EXPECT_EQ(unit.traced("Failed to hunt for process: Syncdrv_proc"), !c.present);
         const sim::MpRecord* const told = unit.node.mainProcessor().last(KVD_TUIIF_IDL2_MODE_IND);
         ASSERT_NE(told, nullptr);
         EXPECT_EQ(told->as<KvdTuiifIdl2ModeInd>()->idl2Used, c.idl2);
@@ -242,6 +241,8 @@ TEST(BiraOrders, LinkTypeOrderedByTheMainProcessor)
     EXPECT_EQ(unit.timeTuning(), 0u);
     EXPECT_EQ(unit.hwControl(), 1u);
     EXPECT_EQ(unit.idpi().clkStatuses(), (std::vector<u16>{1, 2}));
+    EXPECT_EQ(unit.traces("IDL2 slave mode detected"), 2u);
+    EXPECT_FALSE(unit.traced("Unexpected signal"));
 }
 
 TEST(BiraWarm, StoredDataCountsAfterAWarmRestartInHoldover)

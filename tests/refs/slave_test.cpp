@@ -134,6 +134,7 @@ TEST(Idl2Slave, AStatusThatIsNotSentIsNotStored)
     EXPECT_EQ(b.syncData(data), 0);
     EXPECT_EQ(b.clkStatus(), 0u);
     EXPECT_EQ(b.idl2().postponeTimeTuning, 1u);
+    EXPECT_EQ(b.bus.countOf("received from MP, sent IDPI_CLK_STATUS_LOCKED"), 0u);
     data = stableData();
     data.jumpInd = 1;
     EXPECT_EQ(b.syncData(data), 1);
