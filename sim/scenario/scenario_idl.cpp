@@ -110,6 +110,13 @@ Action orderLinkType(TableReader& t)
                                            portOf(t, "synch_port", 0, PORT_LAST - 1)};
     return [req](Unit& u) { u.node().mainProcessor().sendLayout(req); };
 }
+/// Whether the unit leads the links.
+Action masterServer(TableReader& t)
+{
+    const KvdTuiifIdl2SetMasterServerCfm cfm{KVD_TUIIF_IDL2_SET_MASTER_SERVER_CFM,
+                                             t.boolean("on", true) ? 1u : 0u};
+    return [cfm](Unit& u) { u.node().mainProcessor().sendLayout(cfm); };
+}
 Action orderFreqLock(TableReader& t)
 {
     const KvdTuiifIdl2TogglePersistentFreqLockReq req{
@@ -139,6 +146,7 @@ Action readIdlEvent(const EventWord& word, TableReader& t)
     if (word == "idpi.answer") return [answer = answerOf(t)](Unit& u) { u.node().idpi().setAnswer(answer); };
     if (word == "idpi.port") return idpiPort(t);
     if (word == "mp.select_idl_type") return orderLinkType(t);
+    if (word == "mp.master_server") return masterServer(t);
     if (word == "mp.persistent_freq_lock") return orderFreqLock(t);
     return {};
 }
