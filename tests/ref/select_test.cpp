@@ -82,7 +82,8 @@ TEST(Selection, OnABoardThatRoutesNothingAndOfNoTypeIsNone)
     RefBench bench(0);
     bench.inManager([] {
         KvdLoz6TuRef_setGpsExtToggle(3);
-        for (const u8 refType : {NO_REF, TU_REF, GPS_REF, PDH_SDH_REF, IDL1_REF, GPSOSL_REF, SOCPRI_REF, RefType{99}})
+        for (const u8 refType :
+             {NO_REF, TU_REF, GPS_REF, PDH_SDH_REF, IDL1_REF, GPSOSL_REF, SOCPRI_REF, RefType{99}})
             EXPECT_FALSE(KvdLoz6TuRef_selectSynchRef(refType, 1, 2)) << int{refType};
     });
 }
