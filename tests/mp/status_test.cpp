@@ -221,48 +221,6 @@ TEST(ReferenceState, IsForPacketAndEthernetReferencesOnly)
     }
 }
 
-TEST(StatusText, GoesWhenByteOrTextChanges)
-{
-    struct Step { u8 status; std::string text; bool sent; };
-    const std::string longText(200, 'x');
-    const Step steps[] = {{0, "   ", false}, {0, "No messages", true}, {0, "No messages", false},
-                          {1, "No messages", true}, {1, "OK", true}, {1, longText, true},
-                          {1, longText + "y", false}};   // equal as far as it is kept
-    Connected b;
-    for (const Step& step : steps) {
-        SCOPED_TRACE(step.text);
-        b.in([&step] {
-            KvdLoz6TuIifAdm_sendGpsStatus(step.status, step.text.c_str());
-            KvdLoz6TuIifAdm_sendGpsOslStatus(step.status, step.text.c_str());
-        });
-        const sim::MpRecord* const osl = b.mp().last(KVD_TUIIF_GPSOSL_STATUS_IND);
-        ASSERT_EQ(osl != nullptr, step.sent);
-        EXPECT_TRUE(osl == nullptr || osl->bytes.size() == 140u);
-        EXPECT_TRUE(osl == nullptr || osl->as<KvdTuiifGpsoslStatusInd>()->status == step.status);
-        EXPECT_TRUE(osl == nullptr || osl->as<KvdTuiifGpsoslStatusInd>()->text == step.text.substr(0, 127));
-        const auto gps = b.take<KvdTuiifGpsStatusInd>(KVD_TUIIF_GPS_STATUS_IND);
-        ASSERT_EQ(gps.has_value(), step.sent);
-        EXPECT_EQ(gps ? gps->gpsStatus : step.status, step.status);
-        EXPECT_EQ(gps ? std::string(gps->text) : step.text.substr(0, 127), step.text.substr(0, 127));
-    }
-    for (const u8 status : {u8{0}, u8{1}}) {              // it starts with the first
-        b.in([status] { KvdLoz6TuIifAdm_sendHptsiStatus(status, "NOT OK"); });
-        EXPECT_EQ(b.sent(KVD_TUIIF_HPTSI_STATUS_IND), status);
-    }
-    b.mp().clearLog();
-    for (u32 round = 1; round <= 2; ++round) {            // the same goes again behind each clearing
-        b.in([] {
-            KvdLoz6TuIifAdm_sendGpsStatus(1, "K");
-            KvdLoz6TuIifAdm_sendGpsOslStatus(1, "K");
-            KvdLoz6TuIifAdm_sendHptsiStatus(1, "K");
-            KvdLoz6TuIifAdm_clearStatusTexts();
-        });
-        EXPECT_EQ(b.sent(KVD_TUIIF_GPS_STATUS_IND), round);
-        EXPECT_EQ(b.sent(KVD_TUIIF_GPSOSL_STATUS_IND), round);
-        EXPECT_EQ(b.sent(KVD_TUIIF_HPTSI_STATUS_IND), round);
-    }
-}
-
 TEST(StatusText, OfAnOperationalReceiverComesBehindTheClockThatItSteers)
 {
     for (const bool isOperational : {true, false}) {
