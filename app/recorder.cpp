@@ -89,6 +89,11 @@ Recorder::Recorder(ose::World& world, sim::Unit& unit, Progress& progress, bool 
     unit.node().pmAgent().onRecord([this](const sim::PmRecord& r) {
         recording.pmPeriods.push_back({now(), r.froType, r.suspectFlag != 0, r.values});
     });
+    unit.node().system().onSend([this](std::span<const std::byte> signal) {
+        ++recording.sentSignals;
+        sent_.add(world_.now());
+        sent_.addBytes(signal);
+    });
     unit.node().traces().setCapacity(0);
     unit.node().traces().onLine([this](const sim::TraceLine& line) { onTrace(line); });
     unit.node().onProgramStart([this](u32 type) { onStart(static_cast<u8>(type)); });
@@ -286,6 +291,7 @@ void Recorder::collect()
         if (r.result != 0) recording.failedTests.push_back({seconds(r.at), r.name, r.message});
     recording.toldSignals = unit_.node().mainProcessor().toldSignals();
     recording.toldDigest = unit_.node().mainProcessor().toldDigest();
+    recording.sentDigest = sent_.value();
     recording.tracedDigest = traced_.value();
 }
 

@@ -218,6 +218,7 @@ Json toJson(const UnitRecording& unit, const Recording& recording)
     json["name"] = unit.name;
     addStates(json, unit);
     json["told"] = {{"signals", unit.toldSignals}, {"digest", digestText(unit.toldDigest)}};
+    json["sent"] = {{"signals", unit.sentSignals}, {"digest", digestText(unit.sentDigest)}};
     json["traced"] = {{"lines", unit.tracedLines}, {"digest", digestText(unit.tracedDigest)}};
     json["files"] = digestText(unit.filesDigest);
     json["pages"] = digestText(unit.pagesDigest);

@@ -267,6 +267,7 @@ struct System::Impl {
     std::vector<Pool*> pools;                        // of the node and of programs, ended ones too
     Pool* nodePool = nullptr;                        // unlimited
     Faults faults;
+    std::function<void(std::span<const std::byte> signal)> onSend;
     std::function<void(Block&, u32, const std::string&)> programEnd;
     void* platform = nullptr;
 

@@ -168,6 +168,16 @@ Signal* alloc(u32 size, SIGSELECT sigNo, const Place& place)
     return b->signal();
 }
 
+namespace {
+
+bool isOf(const Slot* slot, const BlockImpl& block)
+{
+    return slot != nullptr && slot->kind == SlotKind::Process
+           && static_cast<const Process*>(slot->item)->block == &block;
+}
+
+}  // namespace
+
 void send(Signal** sig, PROCESS to, const Place& place)
 {
     Process& self = caller("send", place);
@@ -176,6 +186,8 @@ void send(Signal** sig, PROCESS to, const Place& place)
     if (b == nullptr) return;
     SystemImpl& s = *self.system;
     const Slot* slot = s.slot(to);
+    if (s.onSend && self.block != nullptr && !isOf(slot, *self.block)) [[unlikely]]
+        s.onSend({b->bytes(), b->size});
     if (slot != nullptr && slot->kind == SlotKind::Process) {
         s.deliver(*static_cast<Process*>(slot->item), *b, self.pid);
         s.w.preempt();

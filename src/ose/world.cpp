@@ -368,6 +368,11 @@ void System::call(Block& block, const std::function<void()>& body, u32 priority,
 }
 
 Faults& System::faults() { return impl_->faults; }
+
+void System::onSend(std::function<void(std::span<const std::byte> signal)> observer)
+{
+    impl_->onSend = std::move(observer);
+}
 void System::setPlatform(void* platform) { impl_->platform = platform; }
 void* System::platform() const { return impl_->platform; }
 

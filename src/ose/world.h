@@ -167,6 +167,10 @@ public:
 
     Faults& faults();
 
+    /// Called with each signal that a program's process sends to one outside of its program: a service of the
+    /// node, the main processor, another system. It may look at it alone.
+    void onSend(std::function<void(std::span<const std::byte> signal)> observer);
+
     /// What the board support hangs on this system: node/platform.h finds it here.
     void setPlatform(void* platform);
     void* platform() const;
