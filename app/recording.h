@@ -218,7 +218,7 @@ struct UnitRecording {
     std::vector<Alarm> alarms;            // that stand now
     LastHeard heard;
     u64 toldSignals = 0, toldDigest = 0;  // all that the main processor got from the unit
-    u64 sentSignals = 0, sentDigest = 0;  // all that it sent to the node's services, the main processor, others
+    u64 sentSignals = 0, sentDigest = 0;  // all that it sent to others
     u64 tracedLines = 0, tracedDigest = 0;
     u64 filesDigest = 0, pagesDigest = 0; // at the end: its flash files, what its commands print
     std::vector<Sample> samples;
