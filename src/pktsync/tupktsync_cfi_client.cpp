@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <ranges>
 #include <utility>
 
 namespace {
@@ -327,7 +326,7 @@ void onFrame(Signal* sig)
 void TuPktsync_CFI_client_init()
 {
     s->state = CFI_NOT_AVAILABLE;
-    for (const u32 i : std::views::iota(0u, TUPKTSYNC_GROUPS)) {
+    for (u32 i = 0; i < TUPKTSYNC_GROUPS; ++i) {
         s->groups[i] = {};
         s->groups[i].groupType = i;
         s->groups[i].mac = TUPKTSYNC_GROUP_MAC[i];

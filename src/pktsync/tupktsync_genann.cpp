@@ -8,7 +8,6 @@
 #include <bit>
 #include <charconv>
 #include <cstring>
-#include <ranges>
 #include <string_view>
 
 namespace {
@@ -74,7 +73,7 @@ void print()
     if (std::none_of(s->entries.begin(), s->entries.end(), [](const Entry& e) { return e.used; }))
         node::shellPrintf(
             "Senders are gathered from now on; each is listed once an Announce of it has come\n");
-    for (const u32 i : std::views::iota(0u, ENTRIES)) {
+    for (u32 i = 0; i < ENTRIES; ++i) {
         const Entry& e = s->entries[i];
         if (!e.used) continue;
         node::shellPrintf("%u: %s override %s, filter 0x%04x\n", i, TuPktsync_portIdentityText(e.port).data(),

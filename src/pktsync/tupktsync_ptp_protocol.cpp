@@ -10,7 +10,6 @@
 
 #include <iterator>
 #include <optional>
-#include <ranges>
 
 namespace {
 
@@ -284,7 +283,7 @@ bool TuPktsync_new_ptp_clock(const PtpClockSetup& setup)
     TuPktsyncPTP_new_DelayReqRespCtrl(c, id);
     if (setup.ptpMapping == UDP_UC) TuPktsyncPTP_new_UCnegCtrl(id);
     TuPktsync_timerInit(c.syncSup.timer, id, PTP_TMO_SYNC_SUP);
-    for (const u32 i : std::views::iota(0u, PTP_FOREIGN_MASTERS))
+    for (u32 i = 0; i < PTP_FOREIGN_MASTERS; ++i)
         TuPktsync_timerInit(c.foreignMasters[i].timer, id, PTP_TMO_FOREIGN_MASTER, i);
     ptpPortEvent(c, INITIALIZE);
     ptpPortEvent(c, INITIALIZE_READY);
