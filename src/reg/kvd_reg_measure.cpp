@@ -1,5 +1,6 @@
 #include "reg/kvd_reg_measure.h"
 
+#include "base/element_of.h"
 #include "base/trace_groups.h"
 #include "fifo/kvd_fifo_reg.h"
 #include "hw/kvd_hwif.h"
@@ -287,7 +288,11 @@ void KvdLoz6TuReg_setMeasR(double R, u32 z_i)
     s->var.R_all[z_i] = R;
 }
 
-double KvdLoz6TuReg_getMeasR(u32 z_i) { return s->var.R_all[z_i]; }
+double KvdLoz6TuReg_getMeasR(u32 z_i)
+{
+    const double* const R = elementOf(s->var.R_all, z_i);
+    return R != nullptr ? *R : 0.0;
+}
 
 void KvdLoz6TuReg_restartMeasNoise(u32 z_i)
 {
