@@ -6,6 +6,7 @@
 #include "sig/tuiif_sig.h"
 #include "sim/node/main_processor.h"
 #include "sim/scenario/scenario.h"
+#include "tests/support/tree.h"
 
 #include <gtest/gtest.h>
 
@@ -21,7 +22,7 @@ using Row = std::vector<std::string>;
 /// Cells of the table behind <!-- table: name -->, without its head and their backticks.
 std::vector<Row> tableOf(const std::string& name)
 {
-    std::ifstream page(std::string(TU_DOCS) + "/states.md");
+    std::ifstream page(projectTree() / "docs/states.md");
     std::string line;
     while (std::getline(page, line) && line != "<!-- table: " + name + " -->") {}
     std::vector<Row> rows;

@@ -6,6 +6,7 @@
 #include "app/status_server.h"
 #include "app/summary.h"
 #include "sim/scenario/scenario.h"
+#include "tests/support/tree.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -143,8 +144,7 @@ TEST(EstimateLag, TellsAMeanThatLiesOffAndOneThatGrows)
 TEST(EventLine, TakesWhatEveryScenarioLetsHappen)
 {
     const std::vector<std::string> words = sim::eventWords();
-    const std::filesystem::path folder = std::filesystem::path(TU_VALUES).parent_path().parent_path()
-                                         / "scenarios";
+    const std::filesystem::path folder = projectTree() / "scenarios";
     const std::regex happens("\ndo = \"([^\"]+)\"");
     std::size_t seen = 0;
     for (const auto& file : std::filesystem::directory_iterator(folder)) {

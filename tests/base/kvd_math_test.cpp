@@ -53,7 +53,7 @@ void counter(const Value& v, const Value&)
 TEST(CheckValues, AreAllReplayed)
 {
     for (const std::string& file : vectors::files(""))
-        EXPECT_TRUE(std::filesystem::exists(std::filesystem::path(TU_VALUES) / (file + ".gz"))
+        EXPECT_TRUE(std::filesystem::exists(vectors::own() / (file + ".gz"))
                     || file.starts_with("o02_closed")) << "no replay of the file " << file;
 }
 

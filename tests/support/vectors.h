@@ -5,6 +5,7 @@
 // and the next vector goes on.
 #pragma once
 #include "tests/support/hex.h"
+#include "tests/support/tree.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -30,11 +31,13 @@ namespace vectors {
 
 using json = nlohmann::json;
 
+inline std::filesystem::path own() { return projectTree() / "tests/values"; }
+
 /// The folder: $TU_CHECK_VALUES when it is set, else the tree's own.
 inline std::filesystem::path folder()
 {
     const char* given = std::getenv("TU_CHECK_VALUES");
-    return given != nullptr ? given : TU_VALUES;
+    return given != nullptr ? given : own();
 }
 
 /// Reads one file, packed or plain. A file that is missing or broken throws.
@@ -250,9 +253,9 @@ public:
     /// A section of another folder's file that the tree's own hasn't is one that nobody replays.
     explicit Document(const std::string& name) : json_(load(pathOf(name)))
     {
-        const std::filesystem::path own = std::filesystem::path(TU_VALUES) / (name + ".gz");
-        if (!std::filesystem::exists(own) || folder() == TU_VALUES) return;
-        const json known = load(own);
+        const std::filesystem::path known_file = own() / (name + ".gz");
+        if (!std::filesystem::exists(known_file) || folder() == own()) return;
+        const json known = load(known_file);
         for (const auto& [section, value] : json_.items())
             if (!isProse(section) && !known.contains(section))
                 ADD_FAILURE() << "no replay of the section \"" << section << "\"";
