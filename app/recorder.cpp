@@ -94,6 +94,13 @@ Recorder::Recorder(ose::World& world, sim::Unit& unit, Progress& progress, bool 
         sent_.add(world_.now());
         sent_.addBytes(signal);
     });
+    unit.node().system().onWait([this](ose::Wait what, SIGSELECT sigNo, OSTIME time) {
+        ++recording.waits;
+        waits_.add(world_.now());
+        waits_.add(what);
+        waits_.add(sigNo);
+        waits_.add(time);
+    });
     unit.node().traces().setCapacity(0);
     unit.node().traces().onLine([this](const sim::TraceLine& line) { onTrace(line); });
     unit.node().onProgramStart([this](u32 type) { onStart(static_cast<u8>(type)); });
@@ -292,6 +299,9 @@ void Recorder::collect()
     recording.toldSignals = unit_.node().mainProcessor().toldSignals();
     recording.toldDigest = unit_.node().mainProcessor().toldDigest();
     recording.sentDigest = sent_.value();
+    recording.drivenCalls = unit_.node().drivenCalls();
+    recording.drivenDigest = unit_.node().drivenDigest();
+    recording.waitsDigest = waits_.value();
     recording.tracedDigest = traced_.value();
 }
 

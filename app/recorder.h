@@ -90,7 +90,7 @@ private:
     bool pdvHigh_ = false;
     u32 pdvSamples_ = 0;                                // in a row that differ from what was told
     u32 shaken_ = 0;
-    sim::Digest sent_;                                  // signals with their times
+    sim::Digest sent_, waits_;                          // signals, and waits, with their times
     sim::Digest traced_;                                // of texts and times, not of where they are written
     std::function<void(const UnitEvent&)> onEvent_;
 };

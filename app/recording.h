@@ -219,6 +219,8 @@ struct UnitRecording {
     LastHeard heard;
     u64 toldSignals = 0, toldDigest = 0;  // all that the main processor got from the unit
     u64 sentSignals = 0, sentDigest = 0;  // all that it sent to others
+    u64 drivenCalls = 0, drivenDigest = 0; // what it did to registers, lines, files, memory, sockets
+    u64 waits = 0, waitsDigest = 0;       // times that its processes asked for, and ended before
     u64 tracedLines = 0, tracedDigest = 0;
     u64 filesDigest = 0, pagesDigest = 0; // at the end: its flash files, what its commands print
     std::vector<Sample> samples;

@@ -219,6 +219,8 @@ Json toJson(const UnitRecording& unit, const Recording& recording)
     addStates(json, unit);
     json["told"] = {{"signals", unit.toldSignals}, {"digest", digestText(unit.toldDigest)}};
     json["sent"] = {{"signals", unit.sentSignals}, {"digest", digestText(unit.sentDigest)}};
+    json["driven"] = {{"calls", unit.drivenCalls}, {"digest", digestText(unit.drivenDigest)}};
+    json["waits"] = {{"number", unit.waits}, {"digest", digestText(unit.waitsDigest)}};
     json["traced"] = {{"lines", unit.tracedLines}, {"digest", digestText(unit.tracedDigest)}};
     json["files"] = digestText(unit.filesDigest);
     json["pages"] = digestText(unit.pagesDigest);

@@ -5,9 +5,14 @@
 #include <cstddef>
 #include <cstring>
 #include <span>
-#include <string>
+#include <string_view>
+#include <type_traits>
 
 namespace sim {
+
+/// Added as it lies in memory. Other types have bytes of their own: an address, a gap between members.
+template <typename T>
+concept Plain = std::is_arithmetic_v<T> || std::is_enum_v<T>;
 
 class Digest {
 public:
@@ -15,12 +20,8 @@ public:
     {
         for (const std::byte b : bytes) hash_ = (hash_ ^ static_cast<u8>(b)) * 0x100000001B3;
     }
-    template <typename T>
-    void add(const T& value)
-    {
-        addBytes(std::as_bytes(std::span<const T, 1>(&value, 1)));
-    }
-    void add(const std::string& text) { addBytes(std::as_bytes(std::span(text))); }
+    void add(const Plain auto& value) { addBytes(std::as_bytes(std::span(&value, 1))); }
+    void add(std::string_view text) { addBytes(std::as_bytes(std::span(text))); }
     u64 value() const { return hash_; }
 
 private:

@@ -13,6 +13,11 @@ constexpr u32 RED_LED_ON = 1, RED_LED_OFF = 2;
 constexpr int BAD_REQUEST = 22;
 constexpr u32 SHUTDOWN_PRIORITY = 10;
 
+std::string_view bytesOf(const u8* bytes, std::size_t count)
+{
+    return {reinterpret_cast<const char*>(bytes), count};
+}
+
 const char* uartOf(u32 boardType) { return boardType == 1 ? "UART750" : "UART"; }
 
 }  // namespace
@@ -208,6 +213,7 @@ int Node::bootParameter(const char* name, char* text, std::size_t size)
 
 int Node::visualIndication(u32 request)
 {
+    drives(Drive::Led, request);
     ++ledRequests_;
     if (ledResult != 0) return ledResult;
     if (request != RED_LED_ON && request != RED_LED_OFF) return BAD_REQUEST;
@@ -217,6 +223,7 @@ int Node::visualIndication(u32 request)
 
 int Node::elgiWrite(const char* code, u32 severity, u32 count, const char* text, u32 last)
 {
+    drives(Drive::ErrorLog, std::string_view(code), severity, count, std::string_view(text), last);
     return errorLog_->write(code, severity, count, text, last);
 }
 
@@ -247,38 +254,73 @@ node::CalendarTime Node::calendar()
 
 int Node::fileExists(const char* path) { return volumes_.exists(path); }
 int Node::fileRead(const char* path, std::string& content) { return volumes_.read(path, content); }
-int Node::fileWrite(const char* path, const std::string& content) { return volumes_.write(path, content); }
-int Node::fileAppend(const char* path, const std::string& content) { return volumes_.append(path, content); }
-int Node::fileRemove(const char* path) { return volumes_.remove(path); }
+int Node::fileWrite(const char* path, const std::string& content)
+{
+    drives(Drive::FileWrite, std::string_view(path), content);
+    return volumes_.write(path, content);
+}
+int Node::fileAppend(const char* path, const std::string& content)
+{
+    drives(Drive::FileAppend, std::string_view(path), content);
+    return volumes_.append(path, content);
+}
+int Node::fileRemove(const char* path)
+{
+    drives(Drive::FileRemove, std::string_view(path));
+    return volumes_.remove(path);
+}
 
 int Node::msiState() { return msi_->state(); }
 int Node::msiRead(u32 address, u8* bytes, std::size_t count) { return msi_->read(address, bytes, count); }
 int Node::msiWrite(u32 address, const u8* bytes, std::size_t count)
 {
+    drives(Drive::Memory, address, bytesOf(bytes, count));
     return msi_->write(address, bytes, count);
 }
 
 int Node::ipState() { return ipsocki_->state(); }
-int Node::ipSocket(u32 family, u32 type) { return ipsocki_->socket(family, type); }
+int Node::ipSocket(u32 family, u32 type)
+{
+    drives(Drive::Socket, family, type);
+    return ipsocki_->socket(family, type);
+}
 int Node::ipOption(int socket, u32 option, u32 value, u32 low)
 {
+    drives(Drive::Option, socket, option, value, low);
     return ipsocki_->option(socket, option, value, low);
 }
-int Node::ipBind(int socket, const u8* octets, u32 port) { return ipsocki_->bind(socket, octets, port); }
+int Node::ipBind(int socket, const u8* octets, u32 port)
+{
+    drives(Drive::Bind, socket, port);
+    return ipsocki_->bind(socket, octets, port);
+}
 int Node::ipSend(int socket, const u8* bytes, std::size_t count, const u8* octets, u32 port)
 {
+    drives(Drive::Send, socket, bytesOf(bytes, count), port);
     return ipsocki_->send(socket, bytes, count, octets, port);
 }
-int Node::ipClose(int socket) { return ipsocki_->close(socket); }
+int Node::ipClose(int socket)
+{
+    drives(Drive::CloseSocket, socket);
+    return ipsocki_->close(socket);
+}
 int Node::ipError() { return ipsocki_->error(); }
 
 int Node::serialOpen(const char* device, u32 vector, const node::SerialSetting* settings, std::size_t count)
 {
+    drives(Drive::OpenLine, std::string_view(device), vector);
+    for (const node::SerialSetting& setting : std::span(settings, count))
+        drives(Drive::OpenLine, setting.key, setting.value);
     return serial_->open(device, vector, settings, count);
 }
-int Node::serialClose(const char* device) { return serial_->close(device); }
+int Node::serialClose(const char* device)
+{
+    drives(Drive::CloseLine, std::string_view(device));
+    return serial_->close(device);
+}
 int Node::serialWrite(const char* device, const u8* bytes, std::size_t count)
 {
+    drives(Drive::Line, std::string_view(device), bytesOf(bytes, count));
     return serial_->write(device, bytes, count);
 }
 std::size_t Node::serialRead(const char* device, u8* bytes, std::size_t room)

@@ -14,6 +14,7 @@
 #include "ose/world.h"
 #include "sim/node/bira_server.h"
 #include "sim/node/cfi_server.h"
+#include "sim/node/digest.h"
 #include "sim/node/error_log.h"
 #include "sim/node/idpi_server.h"
 #include "sim/node/ipsocki_server.h"
@@ -41,6 +42,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace sim {
@@ -133,6 +135,11 @@ public:
     int interruptResult = 0;           // nonzero: enable and disable fail with it
     void boardInterrupt();             // the board's line rises, whatever is pending
 
+    /// Calls by which the program drives what is outside of it, and their digest with times: registers,
+    /// interrupt lines, LED, error log, files, persistent memory, sockets, serial line.
+    u64 drivenCalls() const { return drivenCalls_; }
+    u64 drivenDigest() const { return driven_.value(); }
+
     /// Looks at `accessor` with the program's module data in place.
     template <typename F>
     auto inProgram(F accessor)
@@ -187,6 +194,35 @@ private:
     void programEnded(ose::Block& block, u32 code, const std::string& text);
     void makeBoard();
 
+    enum class Drive : u8 {
+        Register,
+        InterruptOn,
+        InterruptOff,
+        Led,
+        ErrorLog,
+        FileWrite,
+        FileAppend,
+        FileRemove,
+        Memory,
+        Socket,
+        Option,
+        Bind,
+        Send,
+        CloseSocket,
+        OpenLine,
+        CloseLine,
+        Line
+    };
+    /// Counts a call, before it is carried out, refused ones too.
+    template <typename... Values>
+    void drives(Drive what, const Values&... values)
+    {
+        ++drivenCalls_;
+        driven_.add(world_.now());
+        driven_.add(what);
+        (driven_.add(values), ...);
+    }
+
     ose::World& world_;
     NodeConfig config_;
     ose::System* system_;
@@ -222,6 +258,8 @@ private:
 
     void (*shutdownCallback_)() = nullptr;
     std::set<u32> enabledVectors_;
+    u64 drivenCalls_ = 0;
+    Digest driven_;
     Led led_ = Led::Unknown;
     u32 ledRequests_ = 0;
     i64 calendarOffset_us_ = 0;        // calendar minus world time

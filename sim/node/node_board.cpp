@@ -15,11 +15,16 @@ void Node::makeBoard()
 }
 
 u32  Node::mmioRead(u32 address) { return board_->read(address); }
-void Node::mmioWrite(u32 address, u32 value) { board_->write(address, value); }
+void Node::mmioWrite(u32 address, u32 value)
+{
+    drives(Drive::Register, address, value);
+    board_->write(address, value);
+}
 void Node::ioBarrier() {}
 
 int Node::adiEnableExtInt(u32 vector)
 {
+    drives(Drive::InterruptOn, vector);
     if (interruptResult != 0) return interruptResult;
     enabledVectors_.insert(vector);
     // The line is level sensitive: what waits behind the disabled vector comes through now, unless it was
@@ -33,6 +38,7 @@ int Node::adiEnableExtInt(u32 vector)
 
 int Node::adiDisableExtInt(u32 vector)
 {
+    drives(Drive::InterruptOff, vector);
     if (interruptResult != 0) return interruptResult;
     enabledVectors_.erase(vector);
     return 0;

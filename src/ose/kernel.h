@@ -268,6 +268,8 @@ struct System::Impl {
     Pool* nodePool = nullptr;                        // unlimited
     Faults faults;
     std::function<void(std::span<const std::byte> signal)> onSend;
+    std::function<void(Wait what, SIGSELECT sigNo, OSTIME time)> onWait;
+    void tellWait(const Process& self, Wait what, SIGSELECT sigNo, OSTIME time) const;
     std::function<void(Block&, u32, const std::string&)> programEnd;
     void* platform = nullptr;
 

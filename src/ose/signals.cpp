@@ -66,6 +66,7 @@ Signal* receiveWithin(const SIGSELECT* selection, bool limited, OSTIME tmo, cons
         self.selection = selection;
         self.state = RunState::Receiving;
         self.frame = frame;
+        if (limited) self.system->tellWait(self, Wait::Receive, 0, tmo);
         if (limited) w.events.push(self.wait, w.later(tmo));
         w.park(self);
         if (limited) w.events.remove(self.wait);

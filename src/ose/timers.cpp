@@ -62,6 +62,7 @@ TimerRef begin(Process& self, OSTIME time, Buffer& b)
     t.owner = &self;
     ++self.timers;
     t.signal = &b;
+    s.tellWait(self, Wait::TimerBegins, b.signal()->sigNo, time);
     s.toKernel(b);
     s.w.events.push(t.event, s.w.later(time));
     return refOf(s, t);
@@ -75,6 +76,11 @@ void System::Impl::expire(Timer& t)
     Buffer& b = *t.signal;
     release(*this, t);
     deliver(owner, b, owner.pid);
+}
+
+void System::Impl::tellWait(const Process& self, Wait what, SIGSELECT sigNo, OSTIME time) const
+{
+    if (onWait && self.block != nullptr) [[unlikely]] onWait(what, sigNo, time);
 }
 
 void System::Impl::dropTimers(Process& p)
@@ -117,6 +123,7 @@ Signal* cancel_tmo_sig(TimerRef* ref, const Place& place)
     *ref = 0;
     if (t == nullptr) return nullptr;
     Buffer& b = *t->signal;
+    self.system->tellWait(self, Wait::TimerIsCancelled, b.signal()->sigNo, 0);
     self.system->w.events.remove(t->event);
     release(*self.system, *t);
     b.state = BufferState::Held;
@@ -130,6 +137,7 @@ void reset_tmo(TimerRef* ref, OSTIME time)
     Process& self = caller("reset_tmo", Place::current());
     Timer* t = running(self, *ref, "reset_tmo");
     if (t == nullptr) return;
+    self.system->tellWait(self, Wait::TimerBeginsAgain, t->signal->signal()->sigNo, time);
     WorldImpl& w = self.system->w;
     w.events.remove(t->event);
     w.events.push(t->event, w.later(time));
@@ -144,6 +152,7 @@ void delay(OSTIME time)
         w.misuse({"waits in an interrupt process", nameForReport(&self), 0, "", ""});
         return;
     }
+    self.system->tellWait(self, Wait::Delay, 0, time);
     self.state = RunState::Delaying;
     // Counts as deeper than any call: its caller is still busy with all that it has received, also by a
     // helper that needed more of the stack than this.

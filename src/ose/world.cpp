@@ -373,6 +373,11 @@ void System::onSend(std::function<void(std::span<const std::byte> signal)> obser
 {
     impl_->onSend = std::move(observer);
 }
+
+void System::onWait(std::function<void(Wait what, SIGSELECT sigNo, OSTIME time)> observer)
+{
+    impl_->onWait = std::move(observer);
+}
 void System::setPlatform(void* platform) { impl_->platform = platform; }
 void* System::platform() const { return impl_->platform; }
 

@@ -122,6 +122,9 @@ struct Faults {
     std::function<bool(const std::string& from, const std::string& to, SIGSELECT sigNo)> loseSignal;
 };
 
+/// What a process asks of the clock.
+enum class Wait : u8 { TimerBegins, TimerBeginsAgain, TimerIsCancelled, Delay, Receive };
+
 class System {
 public:
     ~System();
@@ -170,6 +173,10 @@ public:
     /// Called with each signal that a program's process sends to one outside of its program: a service of the
     /// node, the main processor, another system. It may look at it alone.
     void onSend(std::function<void(std::span<const std::byte> signal)> observer);
+
+    /// Called as a program's process asks for a time to pass, or ends a timer before. `sigNo` is that of a
+    /// timer's signal, `time` the ms that were asked for; 0 where there is none.
+    void onWait(std::function<void(Wait what, SIGSELECT sigNo, OSTIME time)> observer);
 
     /// What the board support hangs on this system: node/platform.h finds it here.
     void setPlatform(void* platform);
