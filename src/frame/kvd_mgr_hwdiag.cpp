@@ -56,8 +56,8 @@ struct State {
     u32 checkCount = 0;
     u32 feedbackMissing = 0;
     u8 FeedbackMissingCounter = 0;
-    u32 ltrPending = 0;
-    u32 ltrDetected = 0;
+    bool ltrPending = false;
+    bool ltrDetected = false;
     u32 lastSynthStatus = 0;
 };
 ose::ModuleData<State> s;
@@ -325,19 +325,16 @@ void checkTracking(u32 synthStatus)
 {
     constexpr u32 BOTH = SYNTH_C_LOCKED | SYNTH_B_LOCKED;
     if (KvdLoz6TuReg_isRegulatingOnRef() != 0 && (synthStatus & BOTH) < BOTH) {
-        if (s->ltrPending == 0) {
-            s->ltrPending = 1;
-        } else {
-            s->ltrDetected = s->ltrPending;
-            s->ltrPending = 0;
+        s->ltrPending = !s->ltrPending;
+        if (!s->ltrPending) {
+            s->ltrDetected = true;
             KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_INFO, "ltrDetected = True");
             reportFallenLock(synthStatus, SYNTH_C_LOCKED, LOG_MCI);
             reportFallenLock(synthStatus, SYNTH_B_LOCKED, LOG_MCJ);
             s->lastSynthStatus = synthStatus;
         }
     } else {
-        s->ltrPending = 0;
-        s->ltrDetected = 0;
+        s->ltrPending = s->ltrDetected = false;
         s->lastSynthStatus = synthStatus;
         KVD_TRACE(TRACE_TUMGR_HWDIAG, TRACE_3, "ltrDetected = False");
     }

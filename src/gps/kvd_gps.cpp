@@ -180,13 +180,13 @@ void KvdLoz6TuGps_statusChange(u32 present)
 {
     s->present1pps = present;
     gps::report();
-    s->forceReport = 0;
+    s->forceReport = false;
     KvdLoz6TuGps_onHRVSupervisionEvent(present != 0 ? HRV_SUPERVISION_EVENT_1PPS_OK
                                                     : HRV_SUPERVISION_EVENT_1PPS_NOK);
     if (present == 0) KvdLoz6Fifo_dump();
 }
 
-void KvdLoz6TuGps_setForceReport(u32 force) { s->forceReport = force; }
+void KvdLoz6TuGps_setForceReport() { s->forceReport = true; }
 
 void KvdLoz6TuGps_testMode(u32) { gps::report(); }
 

@@ -17,7 +17,7 @@ void KvdLoz6TuGps_clearPreTimeOffset();
 void KvdLoz6TuGps_serverGone();
 /// 1PPS present or absent, as the toggle detector's filter says.
 void KvdLoz6TuGps_statusChange(u32 present);
-void KvdLoz6TuGps_setForceReport(u32 force);
+void KvdLoz6TuGps_setForceReport();
 void KvdLoz6TuGps_closePort();
 void KvdLoz6TuGps_selectionMode(u8 selectionProcessMode);
 /// RefType that the receiver front end serves: GPS_REF, TU_REF for an external reference, or NO_REF.

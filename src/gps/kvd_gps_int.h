@@ -26,7 +26,7 @@ struct State {
     u32 present1pps = 0;
     u32 alarmActive = 0;
     u32 selfTestAlarmShown = 0;
-    u32 forceReport = 0;                  // the next report goes while the alarm is suppressed, too
+    bool forceReport = false;             // the next report goes while the alarm is suppressed, too
     u8  lastSelfTestCode = 0;
     Detection detection;
     u8  modeRetries = 0;

@@ -47,7 +47,7 @@ struct State {
     u32 supervision = 0;
     u32 present1pps = 0;
     u32 alarmActive = 0;
-    u32 forceReport = 0;
+    bool forceReport = false;
     u32 gpsOslStatus = OSL_UNKNOWN_ERROR;
     u32 remoteState = 0;                         // nothing heard since the program was loaded
     u32 isLoz6Restarted = 1;                     // until the first start of supervision
@@ -123,7 +123,7 @@ void report()
         tell(STATUS_OK, "OK", OSL_OK, 0);
     else if (!s->alarmSuprTmoRef.runs())
         tellFaultOfState();
-    else if (s->forceReport != 0)
+    else if (s->forceReport)
         KvdLoz6TuIifAdm_sendGpsOslStatus(STATUS_UNKNOWN, "OK");
 }
 
@@ -348,10 +348,10 @@ void KvdLoz6GpsOsl_statusChange(u32 present)
 {
     s->present1pps = present;
     report();
-    s->forceReport = 0;
+    s->forceReport = false;
 }
 
-void KvdLoz6GpsOsl_setForceReport(u32 force) { s->forceReport = force; }
+void KvdLoz6GpsOsl_setForceReport() { s->forceReport = true; }
 
 void KvdLoz6GpsOsl_holdoverEnded()
 {

@@ -16,7 +16,7 @@ void KvdLoz6GpsOsl_handleInt();
 /// 1PPS present or absent, as the toggle detector's filter says.
 void KvdLoz6GpsOsl_statusChange(u32 present);
 /// The next report goes while the alarm is suppressed, too.
-void KvdLoz6GpsOsl_setForceReport(u32 force);
+void KvdLoz6GpsOsl_setForceReport();
 /// The holdover of a link that was left is over: alarms are told again.
 void KvdLoz6GpsOsl_holdoverEnded();
 void KvdLoz6GpsOsl_serverGone();

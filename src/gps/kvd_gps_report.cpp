@@ -136,7 +136,7 @@ void gps::report()
     } else if (!isSuppressed()) {
         state().selfTestAlarmShown = 0;
         reportFaultOfState();
-    } else if (state().forceReport != 0) {
+    } else if (state().forceReport) {
         KvdLoz6TuIifAdm_sendGpsStatus(GPS_STATUS_UNKNOWN, "OK");
     }
 }

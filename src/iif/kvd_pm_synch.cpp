@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
 
 namespace {
 
@@ -53,9 +54,8 @@ struct State {
     std::array<double, SAMPLES> sample{};   // delays of the running window, s
     u32 sampleCount = 0;
     PmSynchCounters counters;
-    bool timing = false;                    // a state has been told
+    std::optional<u8> runningState;         // none before the first is told
     u32 lastTimeStamp = 0;                  // s, since when the running state counts
-    u8  runningState = 0;
     u32 suspectFlag = 1;
 };
 ose::ModuleData<State> s;
@@ -105,21 +105,20 @@ TimeCounter counterOf(u8 radioClockState)
 TimeCounters countedUpTo(u32 now)
 {
     TimeCounters counters = s->counters.timeCounter;
-    const TimeCounter running = counterOf(s->runningState);
-    if (s->timing && running != TIME_COUNTERS) counters[running] += now - s->lastTimeStamp;
+    const TimeCounter running = s->runningState ? counterOf(*s->runningState) : TIME_COUNTERS;
+    if (running != TIME_COUNTERS) counters[running] += now - s->lastTimeStamp;
     return counters;
 }
 
 void changeState(u8 radioClockState)
 {
     const u32 now = KvdLoz6TuPm_seconds();
-    if (!s->timing) {
-        s->timing = true;
+    if (!s->runningState) {
         s->lastTimeStamp = now;
         s->runningState = radioClockState;
         return;
     }
-    if (counterOf(s->runningState) == TIME_COUNTERS)
+    if (counterOf(*s->runningState) == TIME_COUNTERS)
         KVD_TRACE(TRACE_TUPM, TRACE_3, "Don't count this state!");
     s->counters.timeCounter = countedUpTo(now);
     s->lastTimeStamp = now;

@@ -421,11 +421,11 @@ void KvdLoz6TuRef_startWithStatus(u32 row, u32 status)
     // Each receiver's owner reports again, whatever it said before.
     KvdLoz6TuIifAdm_clearStatusTexts();
     table().gps.forceStatus = 1;
-    KvdLoz6TuGps_setForceReport(1);
+    KvdLoz6TuGps_setForceReport();
     table().hptsi.forceStatus = 1;
-    KvdLoz6TuHptsi_setForceReport(1);
+    KvdLoz6TuHptsi_setForceReport();
     table().gpsOsl.forceStatus = 1;
-    KvdLoz6GpsOsl_setForceReport(1);
+    KvdLoz6GpsOsl_setForceReport();
     filterEnd(row);   // no waiting at the start: straight to ON or OFF
     KVD_TRACE(TRACE_TUREF, TRACE_INFO, "started supervision of synch ref. #%u", row);
 }

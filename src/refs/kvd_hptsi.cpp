@@ -159,7 +159,7 @@ void hptsi::reportStatus()
     if (s->toggle == 0) return tell(STATUS_FAULT, "Loss of signal");
     if (s->hptsiState == OPERATIONAL_WITH_VALID_TIME) return tell(STATUS_OK, "OK");
     if (!runs(T_ALARM_SUPRESSION)) return tellByState();
-    if (s->forceStatus != 0) tell(STATUS_OK, "OK");
+    if (s->forceStatus) tell(STATUS_OK, "OK");
 }
 
 void hptsi::sendQualityLevel()
@@ -203,10 +203,10 @@ void KvdLoz6TuHptsi_statusChange(u32 present)
 {
     s->toggle = present;
     reportStatus();
-    s->forceStatus = 0;
+    s->forceStatus = false;
 }
 
-void KvdLoz6TuHptsi_setForceReport(u32 force) { s->forceStatus = force; }
+void KvdLoz6TuHptsi_setForceReport() { s->forceStatus = true; }
 
 void KvdLoz6TuHptsi_selectionMode(u8 selectionProcessMode)
 {

@@ -16,7 +16,7 @@ void KvdLoz6TuHptsi_serverGone();
 /// 1PPS present or absent, as the toggle detector's filter says.
 void KvdLoz6TuHptsi_statusChange(u32 present);
 /// The next OK goes while alarms are suppressed, too.
-void KvdLoz6TuHptsi_setForceReport(u32 force);
+void KvdLoz6TuHptsi_setForceReport();
 void KvdLoz6TuHptsi_closePort();
 void KvdLoz6TuHptsi_selectionMode(u8 selectionProcessMode);
 bool KvdLoz6TuHptsi_isOperational();

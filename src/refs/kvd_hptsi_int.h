@@ -36,7 +36,7 @@ struct State {
     TimeOfDayGate gate;
     double hptsiCompensationDelay = 0.0;    // s
     u32 noValid = 0, monitor = 0;           // their timers ended
-    u32 forceStatus = 0;                    // the next OK goes while alarms are suppressed, too
+    bool forceStatus = false;               // the next OK goes while alarms are suppressed, too
     u32 toggle = 0;                         // 1PPS present
     u32 supervised = 0;
     u8  selectionProcessMode = 0;

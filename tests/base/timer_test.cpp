@@ -1,6 +1,7 @@
 // A component's timer: time-outs that lay in the queue when it was cancelled or started over.
-#include "base/kvd_timer.h"
+#include "base/kvd_answer.h"
 #include "ose/program.h"
+#include "support/idle_node.h"
 
 using namespace ose;
 
@@ -43,6 +44,25 @@ TEST_F(Timer, QueuedTimeOutOfAFormerRunNeitherActsNorEndsThePresentOne)
         EXPECT_EQ(next(), UINT32_MAX);
     });
     EXPECT_EQ(block.poolUsed(), 0u);
+}
+
+TEST(Answer, IsLateOnlyForTheWaitThatStands)
+{
+    IdleNode().in([] {
+        KvdTimer timer;
+        constexpr KvdAnswerOf ANSWER{0, "aService", 1};
+        const auto isLate = [&] {
+            Signal* sig = receive_w_tmo(10'000, ANY_SIGNAL);
+            if (sig != nullptr) free_buf(&sig);
+            return KvdAnswer_isLate(timer, ANSWER);
+        };
+        KvdAnswer_await(timer, ANSWER, 10);
+        delay(20);
+        KvdAnswer_await(timer, ANSWER, 30);           // asked anew before the time-out was taken
+        EXPECT_FALSE(isLate());
+        EXPECT_TRUE(isLate());
+        EXPECT_FALSE(isLate()) << "nobody waits";
+    });
 }
 
 TEST_F(Timer, StartKeepsARunAndARefusalLeavesNothing)

@@ -120,6 +120,7 @@ TEST(GpsLog, FollowsTheReceiversKindButNotItsLoss)
     b.in([] {
         storeSecond();
         KvdLoz6TuGps_receiverRecord().gpssType = GPSS_FURUNO;
+        KvdLoz6FifoGps_closeRecord();
         KvdLoz6FifoGps_storeGptps(2, 1, 1, 2288, 100);
         KvdLoz6FifoGps_closeRecord();
         KvdLoz6TuGps_receiverRecord().gpssType = GPSS_UNKNOWN;
@@ -130,6 +131,7 @@ TEST(GpsLog, FollowsTheReceiversKindButNotItsLoss)
                                 "GPtps_timeStandard\t\t:\t2\n" "GPtps_1PPSavail\t\t\t:\t1\n"
                                 "GPtps_ObsMode\t\t\t:\t1\n" "GPtps_gpsWeeks\t\t\t:\t2288\n"
                                 "GPtps_gpsSeconds\t\t:\t100\n"));
+    EXPECT_EQ(occurrences(text, "Time\t"), 2u) << "with one that had no sentence of its own";
     EXPECT_THAT(text, HasSubstr("N 59 20.1234")) << "position comes along into the other table";
     b.in([] {
         KvdLoz6FifoGps_clear();

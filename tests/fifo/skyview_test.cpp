@@ -79,11 +79,14 @@ TEST(SkyView, TakesARecordAMinuteUntilItIsStopped)
                                 "GPavp_longitude\t\t\t:\tW 70 40.0001\n" "GPavp_altitude\t\t\t:\t0.0\n"
                                 "\nSatelliteInformation\n| satNo     |   0 "));
 
-    b.seconds(120);
+    b.seconds(86'400);                         // the end of that day is nobody's
     b.start(), b.seconds(2);
     b.start(), b.seconds(60);
     b.stop();
     EXPECT_EQ(b.records(), 1u) << "each one begins anew";
+    b.start(), b.seconds(1);
+    b.stop();
+    EXPECT_EQ(b.records(), 1u) << "with its first sentence";
 }
 
 TEST(SkyView, OfADayEndsByItself)

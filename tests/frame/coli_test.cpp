@@ -23,43 +23,14 @@ struct Operator : bench::Unit {
     std::string text;
 };
 
-TEST(OperatorsCommands, AnswerWithTheirResult)
+TEST(OperatorsCommands, AllOfTheReportHasTheManagersSectionOnce)
 {
     Operator op;
-    for (const auto& [line, result] : std::initializer_list<std::pair<const char*, int>>{
-             {"kvdinfo tumgr", 0}, {"kvdinfo nonsense", 20}, {"kvdhist all all", 20}, {"genwander", 0},
-             {"genwander 0 100", 20}, {"kvdconfigtimeacc set 1000", 20}, {"kvdholdoverthr to 0", 20},
-             {"kvdremovetime", 10}, {"kvdpdvthr ntp 0", 20}, {"socpritogreg", 0},
-             {"socpritogreg on off", 20}, {"socpritogreg x", 20}, {"kvdholdoverthr x 1", 20},
-             {"kvdprodtest mokatestmux", 20}, {"kvdprodtest x enable", 0}, {"kvdsetfastlock x", 0}})
-        EXPECT_EQ(op.type(line), result) << line;
     EXPECT_EQ(op.type("kvdinfo all"), 0);
     EXPECT_THAT(op.text, HasSubstr("tumgr_proc related data"));
     const std::size_t memory = op.text.find("***** Persistent memory *****");
     EXPECT_NE(memory, std::string::npos) << "with the manager's section";
     EXPECT_EQ(op.text.find("***** Persistent memory *****", memory + 1), std::string::npos);
-}
-
-TEST(Kvdsetfsyncreg, AppliesSettingsAndStoresOnlyWithTheRepeatFlag)
-{
-    Operator op;
-    sim::Volumes& volumes = op.node.volumes();
-    constexpr const char* FILE = "/d/kvdsetfsyncreg.txt";
-    EXPECT_EQ(op.type("kvdsetfsyncreg on"), 0);
-    EXPECT_EQ(volumes.exists(FILE), 0);
-    EXPECT_EQ(op.type("kvdsetfsyncreg on true"), 0);
-    std::string stored;
-    ASSERT_EQ(volumes.read(FILE, stored), 0);
-    EXPECT_EQ(stored, "kvdsetfsyncreg on true ");
-    EXPECT_EQ(op.type("kvdsetfsyncreg on 40"), 0);           // an interval, no repeat rule
-    EXPECT_EQ(volumes.exists(FILE), 1);
-    EXPECT_EQ(op.type("kvdsetfsyncreg off false"), 0);
-    EXPECT_EQ(volumes.exists(FILE), 0);
-    EXPECT_THAT(op.text, HasSubstr("will not be re-executed after node restart\n"));
-    volumes.writeFails = true;
-    EXPECT_EQ(op.type("kvdsetfsyncreg on 60 BFN rising true"), 0);
-    EXPECT_THAT(op.text, HasSubstr("kvdsetfsyncreg.txt file cannot be found\n"));
-    volumes.writeFails = false;
 }
 
 TEST(Genwander, StartsAndStops)

@@ -57,14 +57,6 @@ TEST(Load, MainThreadEndsTheModuleOnItsKillSignalOnly)
     }
 }
 
-TEST(Load, IsEnteredOnce)
-{
-    Started unit;
-    unit.node.system().launch(*unit.node.program(), "again", 30, KvdLoz6_program().main);
-    unit.run(1);
-    EXPECT_EQ(unit.node.programEnds().size(), 1u);
-}
-
 TEST(Manager, ReportsAForeignSignalWithItsSenderAndGoesOn)
 {
     Started unit;
@@ -166,11 +158,23 @@ TEST(Manager, RepeatsAStoredFsyncSettingAndRemovesOthers)
     }
 }
 
+/// Watches the board's interrupt line at the node.
+struct LineNode : sim::Node {
+    using Node::Node;
+    int adiEnableExtInt(u32 vector) override { return isOpen = true, Node::adiEnableExtInt(vector); }
+    int adiDisableExtInt(u32 vector) override { return isOpen = false, Node::adiDisableExtInt(vector); }
+    bool isOpen = false;
+};
+
 TEST(Shutdown, LeavesNoInterruptEnabled)
 {
-    Started unit;
+    bench::UnitIn<LineNode> unit;
+    unit.node.powerOn();
+    unit.run(5);
+    EXPECT_TRUE(unit.node.isOpen);
     unit.node.shutdown();
     unit.run(1);
+    EXPECT_FALSE(unit.node.isOpen);
     EXPECT_FALSE(unit.node.board().interruptPending());
 }
 

@@ -5,7 +5,6 @@
 #include "frame/kvd_mgr_hwdiag.h"
 #include "hw/kvd_hwif.h"
 #include "hw/kvd_hwif_regs.h"
-#include "iif/kvd_mgr_wait.h"
 #include "node/temi.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_measure.h"
@@ -196,6 +195,7 @@ TEST(RunTimeCheck, DoesNotStandStillForATestServiceThatIsGoneOrSilent)
         else        unit.node.temi().setAnswer(sim::Answer::Silent);
         unit.faults().toggleStuckOn = 0x1;
         unit.check();
+        if (!isGone) unit.give(SIGSELECT{TARSO_TEMI_TERMINATE_SERVICE_CFM});     // of the tests before
         unit.run(6);
         unit.node.mainProcessor().boardFailure(true);
         unit.run(0.1);
@@ -230,16 +230,6 @@ TEST(RunTimeCheck, ToleratesFourMissesOfTheFeedbackAndOneMoreFor240Checks)
     EXPECT_EQ(unit.codes(), "");
     EXPECT_EQ(miss(), 1u);
     EXPECT_EQ(unit.codes(), "MCH");
-}
-
-TEST(RunTimeCheck, TriesAgainWithinTheLimitAlone)
-{
-    Checked unit;
-    unit.in([] {
-        KvdMgrExchange exchange{TRACE_TUMGR_HWDIAG, "nobody", 40};
-        EXPECT_TRUE(KvdLoz6TuMgr_pause(exchange, 20));
-        EXPECT_FALSE(KvdLoz6TuMgr_pause(exchange, 20));
-    });
 }
 
 TEST(RunTimeCheck, FindsADetectorThatSeesASignalWithItsInputCutOff)

@@ -263,7 +263,8 @@ struct SequenceReplay : bench::GpsReplay {
         } else if (event == "pps") {
             in([&] { KvdLoz6TuGps_statusChange(value("present")); });
         } else if (event == "force") {
-            in([&] { KvdLoz6TuGps_setForceReport(value("value")); });
+            EXPECT_EQ(value("value"), 1u);
+            in(KvdLoz6TuGps_setForceReport);
         } else if (event == "testmode") {
             const u8 on = static_cast<u8>(value("on"));
             IifBench::dispatch(KvdLoz6TuReg_dispatch, KVD_TUIIF_SET_TEST_MODE_IND, &on, 1);

@@ -2,6 +2,8 @@
 #include "iif/kvd_mgr_wait.h"
 #include "ref/kvd_ref_select.h"
 #include "reg/kvd_reg.h"
+#include "reg/kvd_reg_pll.h"
+#include "sig/reg_sig.h"
 #include "tests/iif/iif_bench.h"
 #include "unit/kvd_ref_table.h"
 
@@ -225,20 +227,6 @@ TEST(PeerDeath, ForgetsWhatThePeerKnewAndConnectsAgain)
     EXPECT_EQ(status->refState, 0u);
 }
 
-TEST(PeerDeath, BeforeTheFirstConfirmationIsNoRestart)
-{
-    sim::NodeConfig config = IifBench::config();
-    config.mainProcessor.selectedPv = 21;
-    IifBench b{config};
-    b.initiate();
-    b.run(5);
-    b.mp().config.selectedPv = 22;
-    b.mp().restart(ose::SEC);
-    b.run(5);
-    EXPECT_TRUE(b.traced("isLoz6Started 1"));
-    EXPECT_FALSE(b.traced("TUIIF_BVQ_RESTARTED"));
-}
-
 TEST(Connection, SendsNothingWhileItIsNotReady)
 {
     IifBench b;
@@ -274,22 +262,24 @@ TEST(Connection, SendsNothingWhileItIsNotReady)
 
 TEST(ShortSignals, AreRefused)
 {
-    IifBench b;
-    b.connect();
-    for (const SIGSELECT sigNo :
-         {KVD_TUIIF_INITIATE_SERVICE_CFM, KVD_TUIIF_INITIATE_SERVICE_SUS, KVD_TUIIF_INITIATE_SERVICE_REJ,
-          KVD_TUIIF_CHANGE_MASTER_TU_IND, KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ,
-          KVD_TUIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_REQ, KVD_TUIIF_IDL2_SET_MASTER_SERVER_CFM,
-          KVD_TUIIF_SOCPRI_SCAN_LINK_REQ, KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_REQ,
-          KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_REQ, KVD_TUIIF_INRSI_BFN_JUMP_INFO_REQ_FWD}) {
-        SCOPED_TRACE(testing::Message() << std::hex << sigNo);
-        b.inject(Signal{sigNo});
-        b.run(0.1);
-        EXPECT_EQ(b.startState(), TUIIF_START_RESTART_READY);
-        EXPECT_EQ(b.mp().log().size(), 0u);
-        bool isAlive = false;
-        b.in([&] { isAlive = true; });
-        EXPECT_TRUE(isAlive);
+    for (const u8 role : {1, 0}) {
+        IifBench b{bench::Negotiated{3, role}};
+        b.connect();
+        for (const SIGSELECT sigNo :
+             {KVD_TUIIF_INITIATE_SERVICE_CFM, KVD_TUIIF_INITIATE_SERVICE_SUS, KVD_TUIIF_INITIATE_SERVICE_REJ,
+              KVD_TUIIF_CHANGE_MASTER_TU_IND, KVD_TUIIF_IDL2_SELECT_IDL_TYPE_REQ,
+              KVD_TUIIF_IDL2_TOGGLE_PERSISTENT_FREQ_LOCK_REQ, KVD_TUIIF_IDL2_SET_MASTER_SERVER_CFM,
+              KVD_TUIIF_SOCPRI_SCAN_LINK_REQ, KVD_TUIIF_SOCPRI_SELECT_SYNC_LINK_REQ,
+              KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_REQ, KVD_TUIIF_INRSI_BFN_JUMP_INFO_REQ_FWD}) {
+            SCOPED_TRACE(testing::Message() << std::hex << sigNo);
+            b.inject(Signal{sigNo});
+            b.run(0.1);
+            EXPECT_EQ(b.startState(), TUIIF_START_RESTART_READY);
+            EXPECT_EQ(b.mp().log().size(), 0u);
+            bool isAlive = false;
+            b.in([&] { isAlive = true; });
+            EXPECT_TRUE(isAlive);
+        }
     }
 }
 
@@ -304,6 +294,42 @@ TEST(ChangeOfRole, ToAnUnknownOneIsStoredAndNoMore)
     EXPECT_EQ(b.look(KvdLoz6TuIifAdm_storedMasterSlaveMode), 2);
     EXPECT_EQ(b.look(KvdLoz6TuReg_isMaster), 1);
     EXPECT_EQ(b.look(KvdLoz6TuRef_selectedRef), GPS_REF);
+}
+
+// The loop that a restarted main processor finds goes on, and only that one's count stays as it is.
+TEST(AlignmentToGroup, IsRefusedWhereTheLoopCameBack)
+{
+    struct Case { std::vector<u8> selected; u32 pllState; bool refused; };
+    for (const Case& c : std::to_array<Case>({{{SOCPRI_REF}, PLL_Locked, true},
+                                              {{SOCPRI_REF}, PLL_Uninitialized, false},
+                                              {{GPS_REF, SOCPRI_REF}, PLL_Locked, false},
+                                              {{GPS_REF}, PLL_Locked, false}})) {
+        IifBench b;
+        b.connect();
+        b.mp().restart(ose::SEC);
+        b.run(5);
+        for (const u8 refType : c.selected) b.select(refType);
+        b.in([&] { KvdLoz6TuReg_pll_setState(c.pllState); });
+        b.mp().sendLayout(
+            KvdTuiifSocpriBfnAlignToGroupReq{KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_REQ, 1, 1, 5, 3});
+        b.run(0.1);
+        EXPECT_EQ(b.sent(KVD_TUIIF_SOCPRI_BFN_ALIGN_TO_GROUP_RSP), c.refused ? 1u : 0u);
+    }
+}
+
+// A day after the start, the lock that was forced is over; a loop on the sync link has its own word.
+TEST(ForcedLock, EndsWithTheRegulatorsStateUnlessTheSyncLinksLoopRuns)
+{
+    for (const u8 refType : {GPSOSL_REF, SOCPRI_REF}) {
+        IifBench b;
+        b.connect();
+        b.select(refType);
+        b.report(FREQLOCKED);
+        b.in([] { KvdLoz6TuReg_pll_setState(PLL_Unlocked); });
+        b.inject(Signal{KVD_FORCED_LOCKED_TIMEOUT_IND});
+        EXPECT_EQ(b.look(KvdLoz6TuIifAdm_lastRegulatorState) == KVD_TUIIF_FREQUENCY_LOCKED,
+                  refType == GPSOSL_REF);
+    }
 }
 
 TEST(LinkTypeOrder, IsConfirmedAndTakenByTheRightUnit)

@@ -1,4 +1,4 @@
-// Performance counters across a restart, and beside a PM agent that doesn't do what it should.
+// Performance counters beside a PM agent that doesn't do what it should.
 #include "tests/iif/pm_bench.h"
 
 namespace {
@@ -7,27 +7,6 @@ using bench::PmBench;
 using Values = std::vector<i32>;
 
 constexpr u32 SYNC = SYNC_PM_FROTYPE;
-
-TEST(Restart, ForgetsSubscriptionsAndBeginsSuspect)
-{
-    PmBench b;
-    for (const u32 froType : {SYNC - 1, GPSSYNCREF_PM_FROTYPE + 1}) b.subscribe(froType, 300);
-    EXPECT_TRUE(b.mp().log().empty() && b.traces("Wrong froType!") == 2);
-    b.subscribe(SYNC, 300);
-    b.push(1);
-    b.clockState(3);
-    b.until(100);
-    b.node.restart(4);
-    b.run(0.1);
-    b.push(2);                             // to a proxy that is gone
-    b.connect();
-    b.push(3);
-    EXPECT_EQ(b.agent().records().size(), 1u);
-    EXPECT_EQ(b.currentOf(SYNC), (Values{1, -1, -1, -1, -1, -2, -2, -2, -2}));
-    b.subscribe(SYNC, 300);
-    b.push(4);
-    EXPECT_EQ(b.reported(), (Values{1, -2, -2, -2, -2, -2, -2, -2, -2}));
-}
 
 TEST(Agent, ThatRefusesOrIsSilentIsAskedAgainWhenItComesBack)
 {

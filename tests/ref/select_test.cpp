@@ -4,6 +4,7 @@
 #include "node/sig.h"
 #include "ref/kvd_phyadm.h"
 #include "ref/kvd_ref_int.h"
+#include "reg/kvd_reg_pll.h"
 #include "ref_bench.h"
 #include "ref_unit.h"
 #include "unit/kvd_ref_table.h"
@@ -159,6 +160,20 @@ TEST(GpsOslHoldover, RunsFiveMinutesUnlessItsLoopIsTakenOver)
     EXPECT_TRUE(runs());
     bench.runTo(300'000);
     EXPECT_FALSE(runs());
+}
+
+TEST(GpsOslLoop, EndsWithItsReferenceThatGaveNoPhaseYet)
+{
+    for (const u32 pllState : {PLL_PreJumpStart, PLL_PreJumpHist}) {
+        RefBench bench;
+        bench.firstStart();
+        bench.inManager([&] {
+            KvdLoz6TuRef_selectSynchRef(GPSOSL_REF, 1, 2);
+            KvdLoz6TuReg_pll_setState(pllState);
+            KvdLoz6TuRef_selectSynchRef(NO_REF, 1, 2);
+        });
+        EXPECT_EQ(bench.node.inProgram(KvdLoz6TuReg_pllState), PLL_Uninitialized);
+    }
 }
 
 TEST(GpsOslHoldover, EndsWhenItsReferenceIsSelectedAgainOnAMaster)

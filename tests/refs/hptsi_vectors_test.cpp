@@ -84,7 +84,7 @@ struct Replay : bench::IifBench {
             const u32 mode = step["mode"].get<u32>();
             dispatch(KVD_TUIIF_SELECTION_MODE_CHANGE_IND, &mode, 4);
         } else if (ev == "force") {
-            in([&] { KvdLoz6TuHptsi_setForceReport(step.value("value", 1u)); });
+            in(KvdLoz6TuHptsi_setForceReport);
         } else if (ev == "override") {
             const bool isNamed = step.contains("clkSource");
             const bool on = isNamed ? !step["clkSource"].is_null() : step.value("on", 1) != 0;

@@ -1,5 +1,6 @@
 // Persistent memory: the service's answers at the start, what outlives what, what is refused.
 #include "mem_bench.h"
+#include "node/bytes.h"
 #include "reg/kvd_reg.h"
 #include "sig/tuiif_sig.h"
 #include "support/unit_bench.h"
@@ -70,7 +71,12 @@ TEST(MemNegotiation, EachAnswerLetsTheStartGoOn)
         {"rejects", [](N& n) { n.msi().setAnswer(Answer::Reject); }, 0, 0.5, "by MSI proxy, reason=17", 0},
         {"suspended", [](N& n) { n.msi().setAnswer(Answer::Suspend); }, 0, 0.5, "by MSI proxy, reason=18", 0},
         {"isn't there", [](N& n) { n.msi().die(); }, 0, 0.5, "Unable to obtain contact to MSI proxy", 0},
-        {"busy for three attempts", [](N& n) { n.msi().setAnswer(Answer::Busy); }, 0.39, 0.55,
+        {"refuses at first",
+         [](N& n) {
+             n.msi().setAnswer(Answer::Reject);
+             n.after(5 * ose::SEC, [&n] { n.msi().setAnswer(Answer::Accept); });
+         }, 0, 0.5, ACCEPTED, 1, 605},
+        {"busy for three attempts", [](N& n) { n.msi().setAnswer(Answer::Busy); }, 0.399, 0.4015,
          "Protocol Negotiation failed with MSI proxy, reason=4", 0},
         {"busy for two attempts",
          [](N& n) {
@@ -105,6 +111,8 @@ TEST(MemNegotiation, EachAnswerLetsTheStartGoOn)
         // A regulator that has begun without the region's offset writes its own.
         u8 data[16];
         EXPECT_EQ(u.node.inProgram([&] { return KvdLoz6TuMem_read(3, data, sizeof data); }), 1);
+        EXPECT_EQ(node::beDouble(data + 8), u.node.inProgram(KvdLoz6TuReg_sfcGpsOffset));
+        EXPECT_NE(node::beDouble(data + 8), 0.0);
     }
 }
 
@@ -248,6 +256,7 @@ TEST(MemSlaveWarm, WaitsForItsRegionAndIsStoredOnce)
         // Asked for again without a wipe, the region is this program's already.
         const u32 asked = b.msi().received(0x60201);
         KvdLoz6TuMem_allocate(4, 0);
+        MemBench::serve(650'000);                             // nor after a while
         EXPECT_EQ(b.msi().received(0x60201), asked);
         EXPECT_EQ(KvdLoz6TuMem_readSlaveWarm(read), 1);
     });
