@@ -2,6 +2,7 @@
 // tracking, the time mode, the holdover thresholds.
 #include "tests/mp/mp_bench.h"
 
+#include "mp/kvd_iifadm_state.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_jump.h"
@@ -60,6 +61,10 @@ TEST(ClientView, OfSocpriClearsTheMarker)
     EXPECT_EQ(b.clock(), 2);
     b.report(WARMUP);
     EXPECT_EQ(b.clock(), 1);
+    b.report(FREQLOCKED);
+    b.update(KVD_TUIIF_UNKNOWN);
+    b.in(tuiif::showLastRegState);
+    EXPECT_EQ(b.clock(), 2) << "nor when it is shown again";
     b.select(SOCPRI_REF, 0, 9);
     EXPECT_EQ(b.look(KvdLoz6TuIifAdm_socpriMarker), 1u) << "a fresh start of it, not its return";
     b.select(NO_REF);
