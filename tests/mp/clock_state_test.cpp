@@ -2,7 +2,6 @@
 // tracking, the time mode, the holdover thresholds.
 #include "tests/mp/mp_bench.h"
 
-#include "mp/kvd_iifadm_state.h"
 #include "reg/kvd_reg.h"
 #include "reg/kvd_reg_estimate.h"
 #include "reg/kvd_reg_jump.h"
@@ -61,10 +60,6 @@ TEST(ClientView, OfSocpriClearsTheMarker)
     EXPECT_EQ(b.clock(), 2);
     b.report(WARMUP);
     EXPECT_EQ(b.clock(), 1);
-    b.report(FREQLOCKED);
-    b.update(KVD_TUIIF_UNKNOWN);
-    b.in(tuiif::showLastRegState);
-    EXPECT_EQ(b.clock(), 2) << "nor when it is shown again";
     b.select(SOCPRI_REF, 0, 9);
     EXPECT_EQ(b.look(KvdLoz6TuIifAdm_socpriMarker), 1u) << "a fresh start of it, not its return";
     b.select(NO_REF);
@@ -75,28 +70,6 @@ TEST(ClientView, OfSocpriClearsTheMarker)
     b.select(NO_REF);
     b.report(FREQLOCKED);
     EXPECT_EQ(b.clock(), 4);
-}
-
-TEST(ClientView, MarksTheStatusUnlessSocpriReturns)
-{
-    Connected b;                                  // a first start
-    const auto again = [&b] {
-        b.in([] { KvdLoz6TuIifAdm_updateRefState(KvdLoz6TuIifAdm_tuiifRefState()); });
-        return b.statuses();
-    };
-    const auto marks = [&](u8 refType) {
-        again();
-        b.select(refType);
-        const auto before = b.statuses();
-        return again() != before;
-    };
-    b.select(GPS_REF);
-    EXPECT_TRUE(marks(SOCPRI_REF));               // from another reference
-    EXPECT_TRUE(marks(NO_REF));                   // it goes away
-    EXPECT_FALSE(marks(SOCPRI_REF));              // and comes back: its loop goes on
-    b.update(KVD_TUIIF_RNT_TIME_LOCKED);
-    b.select(GPS_REF);
-    EXPECT_EQ(b.clock(), 4) << "left for another reference it is a holdover";
 }
 
 // ---- reports ----

@@ -156,20 +156,6 @@ TEST(IdpiPort, OfASlaveIsSupervisedOnceHardwarePortAndOrderAreThere)
     }
 }
 
-TEST(SlaveWarmData, ComesBackAsItWasWritten)
-{
-    IdlUnit unit{idlConfig(SLAVE)};
-    unit.get([] {
-        KvdLoz6SlaveWarm_setTime(1024.0, -3.0), KvdLoz6SlaveWarm_setYi(2e-9);
-        EXPECT_TRUE(KvdLoz6SlaveWarm_write("test"));
-        KvdLoz6SlaveWarm_setTime(0.0, 0.0), KvdLoz6SlaveWarm_setYi(0.0);
-        EXPECT_TRUE(KvdLoz6SlaveWarm_read());
-        const SlaveWarmData& d = KvdLoz6SlaveWarm_data();
-        EXPECT_EQ(std::tuple(d.t_c_last, d.delta0_c, d.yi), std::tuple(1024.0, -3.0, 2e-9));
-        return 0;
-    });
-}
-
 TEST(IdpiConnection, IsMadeAgainAfterALossAndAsksAgainForWhatIsLateAlone)
 {
     PortUnit unit;

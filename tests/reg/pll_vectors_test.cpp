@@ -5,12 +5,10 @@
 
 #include "base/tu_common.h"
 #include "iif/kvd_biraiifadm.h"
-#include "mp/kvd_iifadm.h"
 #include "refs/kvd_slave.h"
 #include "reg/kvd_reg_measure_int.h"
 #include "reg/kvd_reg_pll_int.h"
 #include "sig/ref_types.h"
-#include "sig/tuiif_sig.h"
 #include "unit/kvd_unit_link.h"
 
 #include <gtest/gtest.h>
@@ -344,24 +342,6 @@ TEST(PllSlave, LocksFromTheBandWithAJumpAndOnIdl2WithoutAPortServer)
         constexpr u32 FINE = 4;
         EXPECT_NE(std::find(now->events.begin(), now->events.end(), json{"idpi", FINE}), now->events.end());
         for (const json& event : now->events) EXPECT_NE(event.at(0), "storeIdpiClkStatus");
-    });
-}
-
-// The basic function hands over a loop that follows already; any other that isn't locked runs free.
-TEST(PllSlave, RunsFreeUntilItLocksUnlessItWasHandedOver)
-{
-    inNode([] {
-        pll::setNeeds(nullptr);                      // as the unit has them
-        for (const u32 idlMode : {KVD_BIRAIIF_IDL_MODE_1, KVD_BIRAIIF_IDL_MODE_2}) {
-            KvdUnit_link().idlMode = idlMode;
-            pll::vars() = {};
-            KvdLoz6TuReg_slavePll_setState(SLAVE_PLL_Unlocked);
-            EXPECT_EQ(KvdLoz6TuIifAdm_lastRegulatorState(), idlMode == KVD_BIRAIIF_IDL_MODE_1
-                                                                ? KVD_TUIIF_SLAVE_FREE_RUNNING
-                                                                : KVD_TUIIF_SLAVE_FREQUENCY_LOCKED);
-            for (const u32 to : {SLAVE_PLL_Locked, SLAVE_PLL_Unlocked}) KvdLoz6TuReg_slavePll_setState(to);
-            EXPECT_EQ(KvdLoz6TuIifAdm_lastRegulatorState(), KVD_TUIIF_SLAVE_FREE_RUNNING) << "from a lock";
-        }
     });
 }
 

@@ -132,23 +132,18 @@ TEST(InrsiLateTimeout, CountsForNothing)
     EXPECT_EQ(u.get([] { return inrsi::master::record().client.procedureRef; }), before);
 }
 
-// It is given up after fifteen; the oscillator stands as it did before, whatever has become of its registers.
+// The oscillator stands as it did before, whatever has become of its registers.
 TEST(InrsiScan, OfAFrequencyThatStaysFarMovesNothingInTheEnd)
 {
     SocpriUnit u{MASTER};
     const auto divider = [&u] {
-        return u.get([] {
-            return std::array{i64{tuHwIf_readNominalDivisor()}, tuHwIf_readDeltaSigmaK(),
-                              tuHwIf_readDeltaSigmaM()};
-        });
+        return u.get([] { return std::pair(tuHwIf_readDeltaSigmaK(), tuHwIf_readDeltaSigmaM()); });
     };
     const auto before = divider();
     u.frequencyIs(FAR);
     u.scan(1);
     u.get([] { tuHwIf_writeDeltaSigmaM(700'000'000); });
-    u.run(0.5);
-    EXPECT_NE(divider()[1], before[1]);
-    u.run(1.5);
+    u.run(2.0);
     EXPECT_EQ(u.inrsi().frequencyRequests(UNIT_A), 15u);
     EXPECT_EQ(u.scanned(), "1:4");
     EXPECT_EQ(divider(), before);
