@@ -139,9 +139,8 @@ void KvdLoz6TuIifAdm_setSoonToExpire(u32 soonToExpire)
 
 void KvdLoz6TuIifAdm_clearStatusTexts()
 {
-    state().gps.text[0] = '\0';
-    state().hptsi.text[0] = '\0';
-    state().gpsOsl.text[0] = '\0';
+    for (tuiif::StatusRecord* const record : {&state().gps, &state().hptsi, &state().gpsOsl})
+        record->text[0] = '\0';
 }
 
 void KvdLoz6TuIifAdm_sendGpsStatus(u8 gpsStatus, const char* text)

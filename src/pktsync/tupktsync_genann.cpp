@@ -73,11 +73,10 @@ void print()
     if (std::none_of(s->entries.begin(), s->entries.end(), [](const Entry& e) { return e.used; }))
         node::shellPrintf(
             "Senders are gathered from now on; each is listed once an Announce of it has come\n");
-    for (u32 i = 0; i < ENTRIES; ++i) {
-        const Entry& e = s->entries[i];
+    for (const Entry& e : s->entries) {
         if (!e.used) continue;
-        node::shellPrintf("%u: %s override %s, filter 0x%04x\n", i, TuPktsync_portIdentityText(e.port).data(),
-                          e.override ? "on" : "off", e.filter);
+        node::shellPrintf("%u: %s override %s, filter 0x%04x\n", static_cast<u32>(&e - s->entries.data()),
+                          TuPktsync_portIdentityText(e.port).data(), e.override ? "on" : "off", e.filter);
         const PtpAnnounce& f = e.fields;
         node::shellPrintf("   class %u accuracy 0x%02x variance 0x%04x priority1 %u priority2 %u steps %u "
                           "utcoffset %d timesource 0x%02x flags 0x%02x\n",

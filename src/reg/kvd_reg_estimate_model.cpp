@@ -54,15 +54,6 @@ Mat6 transitionMatrix(double T_old, double T_new, double t_s)
 Mat6 processNoise(const Vec6& x, double T, double t_s, const estimator::ProcessNoise& noise)
 {
     const double p2 = P2(T), p3 = P3(T);
-    // Columns of G; the last three carry the temperature's own noise through the coefficients.
-    const Vec6 g[6] = {
-        {1.0, 0.0, 0.0, 0.0, 0.0, 0.0},
-        {t_s, 1.0, 0.0, 0.0, 0.0, 0.0},
-        {t_s * t_s / 2.0, t_s, 1.0, 0.0, 0.0, 0.0},
-        {t_s * T, T, 0.0, 1.0, 0.0, 0.0},
-        {t_s * p2, p2, 0.0, 0.0, 1.0, 0.0},
-        {t_s * p3, p3, 0.0, 0.0, 0.0, 1.0},
-    };
     const matrix::Matrix<6, 3> G3 = {
         t_s * x[3], t_s * x[4], t_s * x[5], x[3], x[4], x[5],
     };
@@ -70,12 +61,19 @@ Mat6 processNoise(const Vec6& x, double T, double t_s, const estimator::ProcessN
 
     double driftNoise = t_s * DRIFT_NOISE / DAY_CUBED + noise.initialFrequencyDrift;
     if (noise.testMode) driftNoise *= TEST_MODE_DRIFT_FACTOR;
-    const double q[6] = {t_s * noise.var_G, t_s * noise.var_F, driftNoise,
-                         t_s * TEMP_NOISE_1, t_s * TEMP_NOISE_2, t_s * TEMP_NOISE_3};
+    // Columns of G; the last three carry the temperature's own noise through the coefficients.
+    const struct { Vec6 column; double variance; } noises[] = {
+        {{1.0, 0.0, 0.0, 0.0, 0.0, 0.0}, t_s * noise.var_G},
+        {{t_s, 1.0, 0.0, 0.0, 0.0, 0.0}, t_s * noise.var_F},
+        {{t_s * t_s / 2.0, t_s, 1.0, 0.0, 0.0, 0.0}, driftNoise},
+        {{t_s * T, T, 0.0, 1.0, 0.0, 0.0}, t_s * TEMP_NOISE_1},
+        {{t_s * p2, p2, 0.0, 0.0, 1.0, 0.0}, t_s * TEMP_NOISE_2},
+        {{t_s * p3, p3, 0.0, 0.0, 0.0, 1.0}, t_s * TEMP_NOISE_3},
+    };
     const double q_T = t_s * TEMP_QUANTISATION;
 
     Mat6 Q{};
-    for (u32 k = 0; k < 6; ++k) matrix::addOuter(Q, g[k], q[k]);
+    for (const auto& n : noises) matrix::addOuter(Q, n.column, n.variance);
     const Mat6 temperature = multiply<6, 3, 6>(multiply<6, 3, 3>(G3, outer(w, w)),
                                                matrix::transpose<6, 3>(G3));
     return matrix::sum(Q, scale(temperature, q_T));

@@ -52,7 +52,10 @@ TEST(GpsMachine, FallsBackWhenTheReceiverFallsSilent)
     unit.node.inProgram([] {                         // ten changes are kept, whichever row is asked for
         for (u32 state = 3; state < 15; ++state) KvdLoz6TuGps_storeGpsState(state % 2 + 3);
         EXPECT_EQ(KvdLoz6TuGps_stateHistoryCount(), GPS_STATE_HISTORY);
+        for (u8 row = 0; row < GPS_STATE_HISTORY; ++row)       // it ends with 14 % 2 + 3
+            EXPECT_EQ(KvdLoz6TuGps_stateHistory(row).state, row % 2 + 3u);
         EXPECT_EQ(&KvdLoz6TuGps_stateHistory(99), &KvdLoz6TuGps_stateHistory(GPS_STATE_HISTORY - 1));
+        EXPECT_NE(&KvdLoz6TuGps_stateHistory(9), &KvdLoz6TuGps_stateHistory(8));
         return 0;
     });
 }

@@ -72,28 +72,6 @@ TEST(ClientView, OfSocpriClearsTheMarker)
     EXPECT_EQ(b.clock(), 4);
 }
 
-TEST(ClientView, MarksTheStatusUnlessSocpriReturns)
-{
-    Connected b;                                  // a first start
-    const auto again = [&b] {
-        b.in([] { KvdLoz6TuIifAdm_updateRefState(KvdLoz6TuIifAdm_tuiifRefState()); });
-        return b.statuses();
-    };
-    const auto marks = [&](u8 refType) {
-        again();
-        b.select(refType);
-        const auto before = b.statuses();
-        return again() != before;
-    };
-    b.select(GPS_REF);
-    EXPECT_TRUE(marks(SOCPRI_REF));               // from another reference
-    EXPECT_TRUE(marks(NO_REF));                   // it goes away
-    EXPECT_FALSE(marks(SOCPRI_REF));              // and comes back: its loop goes on
-    b.update(KVD_TUIIF_RNT_TIME_LOCKED);
-    b.select(GPS_REF);
-    EXPECT_EQ(b.clock(), 4) << "left for another reference it is a holdover";
-}
-
 // ---- reports ----
 
 TEST(RegulatorReport, IsTranslatedByRole)

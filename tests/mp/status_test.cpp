@@ -1,5 +1,4 @@
-// What the main processor is told, and what it is spared: clock status, calibration, time accuracy,
-// states and texts of references.
+// What the main processor is told, and what it is spared: clock status, calibration, texts of references.
 #include "tests/mp/mp_bench.h"
 
 #include "mp/kvd_iifadm_state.h"
@@ -91,27 +90,6 @@ TEST(ClockStatus, OfAnotherStateEndsAWaitingJump)
     }
 }
 
-TEST(LossOfTracking, IsShownAndTakenBack)
-{
-    Connected b{GPS_REF};
-    b.report(TRUETIME);
-    const auto update = [&b](u32 detected) {
-        b.in([detected] { KvdLoz6TuIifAdm_updateLtr(detected); });
-        return b.lastStatus().activRefLtrStatus;
-    };
-    struct Step { u32 detected; u8 clock, ltrStatus; std::size_t sent; };
-    for (const Step& step : {Step{0, 10, 0, 1}, Step{1, 5, 3, 2}, Step{1, 5, 3, 2}, Step{0, 10, 1, 3},
-                             Step{0, 10, 1, 3}, Step{1, 5, 3, 4}}) {
-        EXPECT_EQ(update(step.detected), step.ltrStatus);
-        EXPECT_EQ(b.clock(), step.clock);
-        EXPECT_EQ(b.statuses(), step.sent);
-    }
-    b.select(TU_REF, 1, 2);   // a new reference starts without a word on its tracking
-    const std::size_t before = b.statuses();
-    EXPECT_EQ(update(1), 3);
-    EXPECT_EQ(b.statuses(), before + 1);
-}
-
 // ---- calibration ----
 
 TEST(Calibration, FollowsTheClock)
@@ -142,84 +120,7 @@ TEST(Calibration, FollowsTheClock)
     EXPECT_TRUE(ind && ind->calibrationStatus == 2) << "without a change of the clock";
 }
 
-// ---- time accuracy ----
-
-TEST(TimeAccuracy, IsToldInStepsOf100nsOrByTheShellAlone)
-{
-    Connected b;
-    using Ind = KvdTuiifTimeAccuracyChangeInd;
-    const auto taken = [&b] { return b.take<Ind>(KVD_TUIIF_TIME_ACCURACY_CHANGE_IND); };
-    struct Step { u32 accuracy; bool sent; };
-    for (const Step& step : {Step{99, false}, Step{100, true}, Step{199, false}, Step{1, false},
-                             Step{0, true}, Step{0xFFFFFFFF, true}, Step{0xFFFFFFFF - 99, false},
-                             Step{5000, true}}) {
-        SCOPED_TRACE(step.accuracy);
-        b.in([&step] { KvdLoz6TuIifAdm_sendTimeAccuracyChangeInd(step.accuracy); });
-        const auto ind = taken();
-        ASSERT_EQ(ind.has_value(), step.sent);
-        if (!step.sent) continue;
-        EXPECT_EQ(ind->timeAccuracy, step.accuracy);
-        EXPECT_EQ(ind->apn, 1u);
-        EXPECT_EQ(ind->smn, 7u);
-    }
-    b.in([] { KvdLoz6TuIifAdm_sendTimeAccuracyNow(5000); });
-    EXPECT_TRUE(taken());
-    const auto inMode = [&](u32 manual) {
-        b.in([manual] {
-            KvdLoz6TuIifAdm_setManualAccuracy(manual);
-            KvdLoz6TuIifAdm_sendTimeAccuracyChangeInd(1000);
-        });
-        return taken().has_value();
-    };
-    EXPECT_FALSE(inMode(1));
-    b.node.system().call(*b.node.program(), [] { KvdLoz6TuIifAdm_sendTimeAccuracyChangeInd(2000); });
-    EXPECT_EQ(taken()->timeAccuracy, 2000u);
-    EXPECT_TRUE(inMode(0));
-}
-
-// ---- states of references ----
-
-TEST(PacketReference, StateComesFromItsStatusBits)
-{
-    struct Case { u32 refStatus, refState, additional; };            // refState 0: not told
-    for (const Case& c : {Case{0, 16384, 0}, Case{0x1, 8192, 0x1}, Case{0x8, 8192, 0x8},
-                          Case{0x40, 8192, 0x40}, Case{0x100, 8192, 0x100}, Case{0x800, 8192, 0x800},
-                          Case{0x2, 4096, 0x2}, Case{0x20, 4096, 0x20}, Case{0x80, 4096, 0x80},
-                          Case{0x1000, 4096, 0x1000}, Case{0x4000, 4096, 0x4000}, Case{0x3, 8192, 0x3},
-                          Case{0xFFFFFFFF, 8192, 0x7FFF}, Case{0x18004, 4096, 0x4},
-                          Case{0x8000, 0, 0}, Case{0xFFFF8000, 0, 0}})
-        for (const u32 useActive : {0u, 1u}) {
-            SCOPED_TRACE(testing::Message() << std::hex << c.refStatus);
-            Connected b;
-            b.select(PACKET_TIME_REF, 21, 4);
-            b.mp().clearLog();
-            b.in([&] { KvdLoz6TuIifAdm_updateTuPktRefStatus(5, 2, c.refStatus, useActive); });
-            const auto ind = b.take<KvdTuiif6BvqRefStateInd>(KVD_TUIIF6_BVQ_REF_STATE_IND);
-            EXPECT_EQ(b.traced("Received updateTuPktRefStatus - but ignored: froId="), c.refState == 0);
-            ASSERT_EQ(ind.has_value(), c.refState != 0);
-            if (!ind) continue;
-            EXPECT_EQ(ind->signalRevision, 1u);
-            EXPECT_EQ(ind->froId, useActive ? 21u : 5u);
-            EXPECT_EQ(ind->froClassNo, useActive ? 4u : 2u);
-            EXPECT_EQ(ind->refState, c.refState);
-            EXPECT_EQ(ind->additionalRefStateInfo, c.additional);
-        }
-}
-
-TEST(ReferenceState, IsForPacketAndEthernetReferencesOnly)
-{
-    Connected b;
-    for (u8 refType = 0; refType < 17; ++refType) {
-        SCOPED_TRACE(int{refType});
-        b.node.traces().clear();
-        b.in([refType] { KvdLoz6TuIifAdm_sendRefState(refType, 3, 7, 8, 0x12345678); });
-        const bool told = refType == 7 || refType == 8 || (refType >= 11 && refType <= 13);
-        const auto ind = b.take<KvdTuiif6BvqRefStateInd>(KVD_TUIIF6_BVQ_REF_STATE_IND);
-        ASSERT_EQ(ind.has_value(), told);
-        EXPECT_EQ(b.traced("Reference not supported"), !told);
-        EXPECT_TRUE(!told || ind->additionalRefStateInfo == 0x12345678u);
-    }
-}
+// ---- texts of references ----
 
 TEST(StatusText, OfAnOperationalReceiverComesBehindTheClockThatItSteers)
 {
@@ -231,32 +132,6 @@ TEST(StatusText, OfAnOperationalReceiverComesBehindTheClockThatItSteers)
             KvdLoz6TuIifAdm_sendGpsStatus(1, "OK");
         });
         EXPECT_EQ(b.clock() == KVD_TUIIF_RNT_TIME_LOCKED, isOperational);
-    }
-}
-
-TEST(RemoteClockState, GoesWhileTheLinkIsTheReference)
-{
-    struct Case { const char* when; std::vector<u8> selected; bool unknownGoes, otherGoes; };
-    for (const Case& c : {Case{"selected", {GPSOSL_REF}, true, true},
-                          Case{"just deselected", {GPSOSL_REF, NO_REF}, true, true},
-                          Case{"another after it", {GPSOSL_REF, GPS_REF}, true, false},
-                          Case{"none at all", {}, true, false},
-                          Case{"SoCPRI", {GPSOSL_REF, SOCPRI_REF}, false, false}}) {
-        SCOPED_TRACE(c.when);
-        Connected b{{}, c.selected};
-        b.mp().clearLog();
-        const auto goes = [&](u32 remote) {
-            b.in([remote] { KvdLoz6TuIifAdm_sendRemoteRcState(remote); });
-            const auto ind = b.take<KvdTuiifRemoteRcStateInd>(KVD_TUIIF_REMOTE_RC_STATE_IND);
-            EXPECT_EQ(ind ? ind->remoteRCState : remote, remote);
-            return ind.has_value();
-        };
-        EXPECT_EQ(goes(5), c.otherGoes);
-        EXPECT_FALSE(goes(5)) << "no change";
-        EXPECT_EQ(goes(10), c.unknownGoes);
-        EXPECT_EQ(goes(10), c.unknownGoes) << "always";
-        EXPECT_EQ(goes(5), c.otherGoes);
-        EXPECT_EQ(goes(13), c.otherGoes);
     }
 }
 

@@ -1,6 +1,7 @@
 // The packet process and its three services: the chain of starts, each service refusing, dying and coming
 // back, multicast groups, sockets.
 #include "base/trace_groups.h"
+#include "mp/kvd_iifadm_state.h"
 #include "node/cfi_sig.h"
 #include "node/ipsocki_sig.h"
 #include "node/pktsyncdrv_sig.h"
@@ -198,6 +199,29 @@ TEST(PacketServices, OneThatSaysNothingIsAskedAgain)
     }
 }
 
+// References go with any of the services that they may stand on, and come back with it.
+TEST(PacketServices, OneThatDiesBeginsTheChainAnew)
+{
+    for (const auto of : {driverOf, framesOf, socketsOf}) {
+        PacketUnit u;
+        u.node.mainProcessor().config.packetRefs = {ethernetRef(1, 24)};
+        u.on();
+        ASSERT_TRUE(u.created(1, 4));
+        u.node.mainProcessor().clearLog();
+        of(u.node).die();
+        u.run(0.1);
+        EXPECT_EQ(u.told(KVD_TUIIF_PKT_REF_RO_UNAVAILABLE_IND), 1u);
+        EXPECT_EQ(u.control(), u32{REINIT});
+        u.call([] { tuiif::state().ownPiuHwAddr_r.apn = 7; });
+        of(u.node).start();
+        u.run(1);
+        EXPECT_EQ(u.control(), u32{READY});
+        const auto* audit = u.node.mainProcessor().last(KVD_TUIIF_AUDIT_PKT_REF_RO_REQ);
+        ASSERT_NE(audit, nullptr);
+        EXPECT_EQ(audit->as<KvdTuiifAuditPktRefRoReq>()->apn, 7u);
+    }
+}
+
 // Each is asked again before it has answered: the second answer finds nobody who waits for it.
 TEST(PacketServices, SlowOnesAnswerTwiceAndNothingIsLost)
 {
@@ -301,13 +325,25 @@ TEST(PacketGroups, JoinsAndLeavesThatCross)
     u.remove(3), u.expect(GROUP_LEAVE_PENDING, 0);
     u.confirm(), u.expect(GROUP_NONE, 0);
 
-    // A user that goes before the join is confirmed, as there is no driver: the group is left once it is.
+    // A user whose driver goes while the join is asked for goes with its confirmation, and the group is left
+    // once; another's join waits for that.
+    u.node.pktsyncDrv().setMute(true);
+    u.create(4, 1), u.expect(GROUP_JOIN_PENDING, 1, 1);
+    u.node.pktsyncDrv().setMute(false);
+    u.create(5), u.expect(GROUP_NONE, 1);
     u.inject(SIGSELECT{PKTSYNCDRV_INITIATE_SERVICE_REJ});
-    u.create(4, 1), u.expect(GROUP_JOIN_PENDING, 0, 1);
+    u.confirm(), u.expect(GROUP_LEAVE_PENDING, 0, 1), u.expect(GROUP_NONE, 1);
+    u.confirm(), u.expect(GROUP_NONE, 0, 1), u.expect(GROUP_JOIN_PENDING, 1);
+    u.confirm();
+    EXPECT_TRUE(u.created(5, 4) && u.isIn(0));
+
+    // A user that goes before the join is confirmed, as there is no driver: the group is left once it is.
+    u.create(6, 1), u.expect(GROUP_JOIN_PENDING, 0, 1);
     EXPECT_EQ(u.group(1).leaveNeeded, 1u);
     u.confirm(), u.expect(GROUP_LEAVE_PENDING, 0, 1);
     u.confirm(), u.expect(GROUP_NONE, 0, 1);
-    EXPECT_TRUE(u.cfi.groups().empty());
+    EXPECT_TRUE(u.isIn(0));
+    EXPECT_EQ(u.traces("MulticastReq failed"), 0u);
 }
 
 TEST(PacketGroups, OneRequestIsOutAtATime)
@@ -402,6 +438,7 @@ TEST(PacketDriver, KnowsAReferenceByItsFroIdAndItsServer)
     u.run(0.5);
     ASSERT_TRUE(u.created(7, 4) && u.created(7, 5));
     ASSERT_TRUE(driver().contains({7, 0}) && driver().contains({7, 1}));
+    EXPECT_EQ(u.clock(1).setup.rqmt.freqClockClassG8265_1, (std::array<u8, 5>{80, 82, 84, 86, 90}));
     sim::MpPacketRef other = unicastRef(7, {192, 168, 0, 77});
     mp.setPacketRef(other);
     u.run(0.5);
@@ -594,7 +631,10 @@ TEST(PacketSockets, EachDatagramGivesItsCreditBack)
     u.run(30);
     EXPECT_EQ(service.credit(), 0u);
     service.setMute(false);
-    u.run(11);
+    for (u32 i = 0; i < 3; ++i) {
+        u.inject(SIGSELECT{TARSO_IPSOCKI_SERVER_UP_IND});      // of a hunt before: nothing begins anew
+        u.run(4);
+    }
     EXPECT_EQ(service.credit(), 25u);
     u.node.ipsocki().die();
     u.run(0.1);

@@ -144,6 +144,16 @@ TEST(IdpiPort, OfASlaveIsSupervisedOnceHardwarePortAndOrderAreThere)
         unit.run(0.35);
         EXPECT_EQ(idlState(), IDL_OFF);                           // the other end says nothing
     } while (std::next_permutation(order.begin(), order.end()));
+    for (const auto missing : {&KvdUnitLink::hasHwControl, &KvdUnitLink::timeTuningOngoing}) {
+        IdlUnit unit{idlConfig(SLAVE)};
+        unit.bira().tellFreqLocked();
+        unit.idpi().setPort({1, 2, 1, 1, IDPI_LINK_AVAILABLE});
+        unit.run(0.01);
+        ASSERT_EQ(unit.get([missing] { return std::exchange(KvdUnit_link().*missing, 0u); }), 1u);
+        unit.mp().supervise({.name = "idl", .refType = IDL2_REF}, true);
+        unit.run(0.01);
+        EXPECT_EQ(unit.get([] { return KvdLoz6TuRef_idlState(IDLPORT_2); }), IDL_ON) << "half a handover";
+    }
 }
 
 TEST(IdpiConnection, IsMadeAgainAfterALossAndAsksAgainForWhatIsLateAlone)

@@ -49,6 +49,17 @@ TEST(Idl1Slave, DropsWhatItCannotUse)
     }
 }
 
+TEST(Idl1Slave, GoesToTheTurnThatTheMasterTellsTwice)
+{
+    SlaveBench b;
+    b.manager([] { KvdLoz6TuReg_setLastTime(3 * 1024.0, 0.0); });
+    for (const double turn : {3, 5}) {
+        b.bfnIn({0, 5, 1000}, 0, 5, {0, 5, 3, 0, 0, 1});
+        b.interrupt();
+        EXPECT_EQ(b.meas().t_c_last, turn * 1024.0);
+    }
+}
+
 TEST(Idl1History, KeepsTheTimeBeforeAnEvent)
 {
     SlaveBench b;
@@ -120,6 +131,7 @@ TEST(Idl2Slave, LinkRestartsFourTenthsOfASecondAfterAJump)
                                        ? R"([["idpi",3],["idpi",4],["slavePll"]])"
                                        : R"([["idpi",3],["slavePll"]])");
         EXPECT_EQ(b.clkStatus(), loopState == SLAVE_PLL_Locked ? 4u : 3u);
+        b.manager([] { EXPECT_EQ(used(slave::history().idl2Snapshot), 1u) << "as it stood at the jump"; });
     }
     EXPECT_NEAR(slave::phaseDifference({}, {0, 0, 0, 2000}), -1e-9, 1e-15);     // one of them negative
     EXPECT_NEAR(slave::phaseDifference({0, 0, 0, 2000}, {}), 1e-9, 1e-15);

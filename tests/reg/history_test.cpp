@@ -1,5 +1,6 @@
 // What survives a restart: when the record is written, and what happens to a broken one.
 #include "reg/support/history_bench.h"
+#include "sig/ref_types.h"
 
 using regtest::HistoryBench;
 
@@ -32,6 +33,25 @@ TEST(HistoryStart, RefusesWhatItCannotTrust)
         unit.in([&c] {
             EXPECT_EQ(KvdLoz6TuReg_historyForPll(), c.forLoop);
             EXPECT_EQ(KvdLoz6TuReg_initiateWithFlash(2.0), c.result);
+        });
+    }
+}
+
+// The time of a reference that has none is known to the second that the counter shows.
+TEST(HistoryStart, KnowsTheTimeAsWellAsTheReferenceDid)
+{
+    for (const auto& [selectedRef, P_s2] : {std::pair{TU_SR_GPS_REF, 0.0}, {TU_SR_PDH_REF1, 1.0 / 12}}) {
+        HistoryBench unit;
+        unit.lock();
+        unit.in([&] {
+            measure::state().var.selectedRef = selectedRef;
+            KvdLoz6TuReg_writeHistory(false);
+        });
+        unit.restart();
+        unit.node.setCalendar(regtest::NOW + 60);
+        unit.in([&] {
+            EXPECT_EQ(KvdLoz6TuReg_initiateWithMsi(2.0), 0);
+            EXPECT_NEAR(estimator::state().var.P_est[0], P_s2, 1e-6) << selectedRef;
         });
     }
 }

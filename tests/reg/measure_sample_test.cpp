@@ -85,5 +85,10 @@ TEST(TemperatureSample, CountsDownToHistoryAndCalibration)
         EXPECT_EQ(bench.meas().measRefData.z_i, u32{Z_TEMP_REF});
         EXPECT_EQ(bench.meas().measRefData.m, 10.0);
         EXPECT_EQ(bench.meas().R_all[Z_TEMP_REF], 1e-6) << "a temperature doesn't adapt its noise";
+        bench.in([] {
+            KvdLoz6TuReg_setCalibrationCountDown(0.0);
+            KvdLoz6TuReg_handleTempMeasurement();
+        });
+        EXPECT_EQ(bench.meas().calibrationCountDown, 3600.0) << "it was asked for at once";
     }
 }

@@ -56,6 +56,44 @@ TEST(RunningVariance, OfAWindowGoesOnWithItsNewerHalf)
     EXPECT_NEAR(variance, 4.0 / 3.0, 1e-12);       // of 1, 1, 3
 }
 
+// A quarter of an hour each on a quiet path; a short good spell in between doesn't count.
+TEST(PacketTime, ThatIsDegradedAgainIsEstimatedAnew)
+{
+    using packet::WayBack;
+    PacketBench b(Z_PKT_TIME_REF);
+    packet::QuietPath path;
+    const auto watch = [&](u8 state, u32 minutes) {
+        WayBack way = WayBack::None;
+        b.refStates = {state};
+        for (u32 i = 0; i < minutes && way == WayBack::None; ++i) {
+            b.world.runFor(60 * ose::SEC);
+            b.inManager([&] {
+                for (u32 k = 0; k < packet::QUIET_WINDOW && way == WayBack::None; ++k)
+                    way = watchQuietPath(path, {}, 1e-6);
+            });
+        }
+        return way;
+    };
+    EXPECT_EQ(watch(2, 17), WayBack::Variances);
+    EXPECT_EQ(watch(1, 2), WayBack::None);
+    EXPECT_EQ(watch(2, 14), WayBack::None);
+    EXPECT_EQ(watch(2, 2), WayBack::Estimate);
+    EXPECT_EQ(watch(1, 16), WayBack::None);
+    EXPECT_EQ(watch(2, 17), WayBack::Variances) << "it did well for long enough";
+}
+
+TEST(PacketHistory, GoesWithItsReference)
+{
+    constexpr u32 PACKET_FREQUENCY = 5;              // class of the reference
+    PacketBench b(Z_PKT_FREQ_REF);
+    b.inManager([] {
+        for (const u32 id : {1u, 2u, 3u}) KvdLoz6TuReg_registerPacketRef(PACKET_FREQUENCY, id);
+        for (const u32 id : {2u, 2u, 9u}) KvdLoz6TuReg_deregisterPacketRef(PACKET_FREQUENCY, id);
+        const auto& places = packet::state().history.places;
+        EXPECT_EQ((std::array{places[0].refId, places[1].refId, places[2].used}), (std::array{1u, 3u, 0u}));
+    });
+}
+
 TEST(PacketReference, WhatStandsAtALimitIsNotBeyondIt)
 {
     PacketBench b(Z_PKT_TIME_REF);
@@ -102,6 +140,8 @@ TEST(PacketReference, WhatStandsAtALimitIsNotBeyondIt)
             r = {.minCurr = {1, 0}, .minCount = samples};
             KvdLoz6TuReg_reportPhaseJump(Z_EXT_REF, 1.0);
             EXPECT_EQ(r.minCurr.c == 1, samples == 29);
+            KvdLoz6TuReg_reportPhaseJump(Z_EXT_REF, r.lastPhase = 1.0);
+            EXPECT_EQ(r.totalJumps, 1u) << "it stands where it stood";
         }
     });
 }

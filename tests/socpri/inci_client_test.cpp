@@ -130,12 +130,13 @@ TEST(InciClient, AnswersThatAreMissingLateTwiceOrRejections)
         SCOPED_TRACE(c.when);
         ClientBench b;
         b.peer.start();
+        const ose::Time asked = b.world.now();
         b.unit.establish("peer", 3, 5);
         const u32 ref = b.clientRef();
         c.early(b, ref);
-        b.run(0.9);
+        b.world.runUntil(asked + 999 * ose::MS);
         EXPECT_EQ(b.unit.responses(), c.results[0]);
-        b.run(0.2);
+        b.run(0.001);
         EXPECT_EQ(b.unit.responses(), 1u);
         c.late(b, ref);
         EXPECT_EQ(b.unit.responses(), c.results.size());

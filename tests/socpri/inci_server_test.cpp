@@ -132,6 +132,7 @@ TEST(InciServer, SubscriptionAndReleaseReachTheSyncGroup)
     EXPECT_EQ(cfm.procedureRef, 0x22u);
     EXPECT_EQ(cfm.connectionRef, 0x22u);
     EXPECT_EQ(b.group().served(), std::vector<u32>{ref});
+    EXPECT_NE(b.unit.command("kvdngpduh inci_if").find("inciSubscription    : 1\n"), std::string::npos);
 
     const std::size_t before = b.peer.inbox.taken.size();
     b.sendBcm(ref, 0);

@@ -24,7 +24,7 @@ TEST(InrsiStrayAnswer, OfTheOtherKindClosesTheMeasurementAndTheOrderAsksAgain)
         const char* what;
         void (*order)(SocpriUnit&);        // its measurement stays open
         void (*stray)(SocpriUnit&);
-        double notYet;                     // s from the stray answer to a little before the order's end
+        u32 wait_ms;                       // from the new request to the order's end
         SIGSELECT told;
         const char* result;
     };
@@ -38,12 +38,12 @@ TEST(InrsiStrayAnswer, OfTheOtherKindClosesTheMeasurementAndTheOrderAsksAgain)
     const auto scanSilent = [](SocpriUnit& u) { u.inrsi().silentUnits = {UNIT_A}, u.scan(1); };
     const auto selectSilent = [](SocpriUnit& u) { u.inrsi().silentUnits = {UNIT_A}, u.select(1); };
     for (const Case& c : std::to_array<Case>({
-             {"a frequency in time synchronisation", selectAndGoSilent, frequencyComes, 0.36, SYNC, "1:7"},
-             {"a frequency's rejection in it", selectAndGoSilent, frequencyRejected, 0.36, SYNC, "1:7"},
-             {"a phase in a scan", scanSilent, phaseComes, 0.56, SCAN, "1:5"},
-             {"a phase's rejection in a scan", scanSilent, phaseRejected, 0.56, SCAN, "1:5"},
-             {"a phase in a selection's frequency stage", selectSilent, phaseComes, 0.56, SELECT, "1:5"},
-             {"a phase's rejection in it", selectSilent, phaseRejected, 0.56, SELECT, "1:5"}})) {
+             {"a frequency in time synchronisation", selectAndGoSilent, frequencyComes, 300, SYNC, "1:7"},
+             {"a frequency's rejection in it", selectAndGoSilent, frequencyRejected, 300, SYNC, "1:7"},
+             {"a phase in a scan", scanSilent, phaseComes, 500, SCAN, "1:5"},
+             {"a phase's rejection in a scan", scanSilent, phaseRejected, 500, SCAN, "1:5"},
+             {"a phase in a selection's frequency stage", selectSilent, phaseComes, 500, SELECT, "1:5"},
+             {"a phase's rejection in it", selectSilent, phaseRejected, 500, SELECT, "1:5"}})) {
         SCOPED_TRACE(c.what);
         SocpriUnit u{MASTER};
         c.order(u);
@@ -53,9 +53,11 @@ TEST(InrsiStrayAnswer, OfTheOtherKindClosesTheMeasurementAndTheOrderAsksAgain)
         EXPECT_EQ(u.action(), action);
         EXPECT_EQ(u.get([] { return inrsi::master::record().measOngoing; }), 0);
         EXPECT_TRUE(u.traced("Measurement type is incompatible with current INRSI Client action"));
-        u.run(c.notYet - LATER);
+        u.toMeasurement(true);
+        const u32 asked_ms = u.get([] { return inrsi::master::record().measAskedAt; });
+        u.run((asked_ms + c.wait_ms - 1 - u.get(ose::get_ticks)) / 1000.0);
         EXPECT_EQ(u.mp().count(c.told), 0u);
-        u.run(0.06);
+        u.run(0.001);
         EXPECT_EQ(u.result(c.told), c.result);
         EXPECT_EQ(u.action(), u32{INRSI_CLIENT_IDLE});
     }
@@ -128,6 +130,23 @@ TEST(InrsiLateTimeout, CountsForNothing)
     u.inject(SIGSELECT{INRSI_REQUEST_PHASE_DATA_TMO});
     EXPECT_TRUE(u.traced("ignored, too short"));
     EXPECT_EQ(u.get([] { return inrsi::master::record().client.procedureRef; }), before);
+}
+
+// The oscillator stands as it did before, whatever has become of its registers.
+TEST(InrsiScan, OfAFrequencyThatStaysFarMovesNothingInTheEnd)
+{
+    SocpriUnit u{MASTER};
+    const auto divider = [&u] {
+        return u.get([] { return std::pair(tuHwIf_readDeltaSigmaK(), tuHwIf_readDeltaSigmaM()); });
+    };
+    const auto before = divider();
+    u.frequencyIs(FAR);
+    u.scan(1);
+    u.get([] { tuHwIf_writeDeltaSigmaM(700'000'000); });
+    u.run(2.0);
+    EXPECT_EQ(u.inrsi().frequencyRequests(UNIT_A), 15u);
+    EXPECT_EQ(u.scanned(), "1:4");
+    EXPECT_EQ(divider(), before);
 }
 
 // Answers on their way when the link went: the first is one more try, a second ends it.
@@ -227,6 +246,7 @@ TEST(InrsiAlignment, AnAnswerAfterItsEndIsNotMissing)
         u.inrsi().answer_ms = 60;
         u.align(1, u.count());
         u.run(19.0);                             // a hundred phases, 160 ms apart, and the step
+        EXPECT_EQ(u.inrsi().jumpInfos().at(0), 1u) << "the other ends are told of the step";
         u.toMeasurement(false);
         if (!answered) u.inrsi().silentUnits = {UNIT_A};
         u.toMeasurement(true);

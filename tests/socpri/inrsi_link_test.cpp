@@ -182,7 +182,13 @@ TEST(InrsiLog, TellsTheStory)
          [](SocpriUnit& u) { u.toMeasurement(true), u.deselect(1), u.scan(3), u.run(0.5); }},
         {"CONTINUE_SYNC_FLAG_SET CONTINUE_SYNC_ON_LINK ", [](SocpriUnit& u) { u.lock(1); }},
         {"HO_ENTRY_ORDERED ENTERED_HO ",
-         [](SocpriUnit& u) { u.order(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ); }},
+         [](SocpriUnit& u) {
+             u.toMeasurement(true), u.toMeasurement(false);
+             u.order(KVD_TUIIF_SOCPRI_GO_TO_TIME_HOLDOVER_REQ);
+             const u32 asked = u.inrsi().phaseRequests(UNIT_A);
+             u.run(1.0);
+             EXPECT_EQ(u.inrsi().phaseRequests(UNIT_A), asked) << "the link is left, also by its timer";
+         }},
         {"SET_TO_IDLE LINK_DESELECTED ", [](SocpriUnit& u) { u.deselect(1); }},
         {"UNSUBSCRIBE_LINK_STATUS_OK SUP_IND_HANDLED ", [](SocpriUnit& u) { u.supervise({3}); }},
         {"SUBSCRIBE_SERVER_STATUS_OK SUP_IND_HANDLED LINK_STATUS_CHANGE ",

@@ -6,6 +6,7 @@ namespace {
 using namespace bench;
 using sim::InrsiFrequency;
 using sim::InrsiPhase;
+using Entry = inrsi::slave::LogEntry;
 
 struct SduUnit : SocpriUnit {
     SduUnit() : SocpriUnit(SLAVE) {}
@@ -43,6 +44,8 @@ TEST(InrsiSduRequests, ReachTheServerForTheUnitInFocusAlone)
     u.frequencyIs(InrsiFrequency{-7, true});
     u.phaseIs(InrsiPhase{0x5'0000'0009, true});
     EXPECT_EQ(u.node.volumes().exists("/d/socpri_active"), 0) << "the master's alone";
+    u.supervise({1, 3});
+    EXPECT_EQ(u.links().size(), 2 * inrsi::SLOTS) << "told again at each indication";
     EXPECT_EQ(u.frequency(UNIT_A), "0:0") << "no focus";
     u.focus(1);
     EXPECT_EQ(u.frequency(UNIT_A), "-7:1");
@@ -90,6 +93,11 @@ TEST(InrsiSduFocus, MovesByTheTwoIndications)
     for (int i = 0; i < 2; ++i) u.clearFocus();
     EXPECT_EQ(u.focused(), inrsi::NO_PORT);
     EXPECT_EQ(u.kept(), 0) << "orders aren't worth a snapshot";
+    for (u32 i = 0; i < inrsi::slave::LOG_ENTRIES; ++i) u.clearFocus();
+    u.inrsi().die();
+    u.run(LATER);
+    EXPECT_EQ(u.get([] { return std::ranges::count(inrsi::slave::snapshot().entry, 1u, &Entry::used); }),
+              i64{inrsi::slave::LOG_ENTRIES});
 }
 
 TEST(InrsiSduSupervision, ASampleWhosePortGotTheFocusIsPassedOn)
