@@ -94,6 +94,7 @@ Recorder::Recorder(ose::World& world, sim::Unit& unit, Progress& progress, bool 
         sent_.add(world_.now());
         sent_.addBytes(signal);
     });
+    unit.node().countDrives();
     unit.node().system().onWait([this](ose::Wait what, SIGSELECT sigNo, OSTIME time) {
         ++recording.waits;
         waits_.add(world_.now());
